@@ -1,0 +1,360 @@
+// file_bench.cpp: finding, reading and scanning files, beside the bare calls of the system, the C++ library, fts and
+// PhysicsFS, over one tree of 10,000 files in 500 folders. All reads come from the page cache.
+#include "zqcore/cfile.h"
+#include "zqcore/cfilepath.h"
+
+#include <benchmark/benchmark.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <fts.h>
+#include <physfs.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    constexpr int FOLDERS = 500;
+    constexpr int FILES_A_FOLDER = 20;
+    constexpr int FILES = FOLDERS * FILES_A_FOLDER;
+
+    // The tree, below the system's temporary folder; gone at the end of the process.
+    class Tree_c
+    {
+    public:
+        Tree_c()
+        {
+            m_Root = fs::temp_directory_path() / ("zqcore_bench_" + std::to_string(getpid()));
+            for (int iFolder = 0; iFolder < FOLDERS; ++iFolder)
+            {
+                fs::path const Folder =
+                    m_Root / ("group" + std::to_string(iFolder / 25)) / ("folder" + std::to_string(iFolder));
+                fs::create_directories(Folder);
+                for (int iFile = 0; iFile < FILES_A_FOLDER; ++iFile)
+                {
+                    std::string const sName = FileName(iFolder * FILES_A_FOLDER + iFile);
+                    std::ofstream(Folder / sName) << sName;
+                }
+            }
+            for (std::size_t nBytes : { std::size_t{ 16 } << 10, std::size_t{ 1 } << 20 })
+            {
+                std::ofstream(m_Root / BlobName(nBytes), std::ios::binary) << std::string(nBytes, 'x');
+            }
+            PHYSFS_init("file_bench");
+            PHYSFS_mount(m_Root.c_str(), nullptr, 1);
+        }
+
+        ~Tree_c()
+        {
+            FileReset();
+            PHYSFS_deinit();
+            fs::remove_all(m_Root);
+        }
+
+        static std::string BlobName(std::size_t nBytes) { return "blob" + std::to_string(nBytes) + ".bin"; }
+        std::string Root() const { return m_Root.string(); }
+        std::string Blob(std::size_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
+
+        // A file name as a game has them.
+        static std::string FileName(int iFile)
+        {
+            static char const * const s_dPlaces[] = { "harbor", "tower", "cellar", "forest", "mill", "bridge", "keep",
+                "mine", "chapel", "market", "gate", "ruin", "quay", "barn", "crypt", "well" };
+            static char const * const s_dThings[] = { "wall", "door", "lamp", "crate", "banner", "guard", "wolf",
+                "roof", "stone", "barrel", "chair", "water", "grass", "smoke", "sword", "chest", "rope", "bell" };
+            static char const * const s_dKinds[] = { "_diffuse.dds", "_normal.dds", "_lod0.msh", "_lod1.msh",
+                "_walk.anm", "_idle.anm", "_step.ogg", ".mat", ".lua" };
+            std::string const sNumber = std::to_string(iFile / (16 * 18 * 9));
+            return std::string(s_dPlaces[iFile % 16]) + '_' + s_dThings[iFile / 16 % 18] + sNumber
+                   + s_dKinds[iFile / (16 * 18) % 9];
+        }
+
+        // A file's path below the root.
+        static std::string Name(int iFile)
+        {
+            int const iFolder = iFile / FILES_A_FOLDER;
+            return "group" + std::to_string(iFolder / 25) + "/folder" + std::to_string(iFolder) + "/" + FileName(iFile);
+        }
+
+    private:
+        fs::path m_Root;
+    };
+
+    Tree_c const & Tree()
+    {
+        static Tree_c const s_Tree;
+        return s_Tree;
+    }
+
+    void FillTables()
+    {
+        FileReset();
+        FileAddSearchPath(Tree().Root().c_str(), true, false);
+    }
+
+    // Asks for all files in turn, as a caller spells them: ours with a folder in front and capitals, the others as the
+    // disk needs it.
+    template <typename ASK>
+    void Exists(benchmark::State & State, std::string const & sPrefix, ASK Ask)
+    {
+        FillTables();
+        std::vector<std::string> dNames;
+        for (int i = 0; i < FILES; ++i)
+        {
+            dNames.push_back(sPrefix + Tree_c::Name(i));
+        }
+        std::size_t i = 0;
+        for (auto _ : State)
+        {
+            if (!Ask(dNames[i].c_str()))
+            {
+                State.SkipWithError("not found");
+            }
+            i = i + 1 < dNames.size() ? i + 1 : 0;
+        }
+    }
+
+    void ExistsOurs(benchmark::State & State)
+    {
+        Exists(State, "Data/", [](char const * szName) { return FileExists(szName); });
+    }
+    void ExistsBareOurs(benchmark::State & State)
+    {
+        Exists(State, "", [](char const * szName) { return FileExists(std::strrchr(szName, '/') + 1); });
+    }
+    void ExistsFindByName(benchmark::State & State)
+    {
+        Exists(State, "",
+            [](char const * szName) { return g_sFileObjects.FindByName(std::strrchr(szName, '/') + 1) != nullptr; });
+    }
+    void ExistsStat(benchmark::State & State)
+    {
+        Exists(State, Tree().Root() + "/",
+            [](char const * szName)
+            {
+                struct stat Stat;
+                return stat(szName, &Stat) == 0;
+            });
+    }
+    void ExistsPhysfs(benchmark::State & State)
+    {
+        Exists(State, "", [](char const * szName) { return PHYSFS_exists(szName) != 0; });
+    }
+
+    template <typename READ>
+    void ReadWhole(benchmark::State & State, READ Read)
+    {
+        FillTables();
+        auto const nBytes = static_cast<std::size_t>(State.range(0));
+        for (auto _ : State)
+        {
+            if (Read(nBytes) != nBytes)
+            {
+                State.SkipWithError("not read");
+            }
+        }
+        State.SetBytesProcessed(State.iterations() * State.range(0));
+    }
+
+    void ReadWholeOurs(benchmark::State & State)
+    {
+        std::string const sName = Tree_c::BlobName(static_cast<std::size_t>(State.range(0)));
+        ReadWhole(State,
+            [&sName](std::size_t)
+            {
+                File_c * const pFile = FileOpen(sName.c_str());
+                benchmark::DoNotOptimize(pFile->pData);
+                auto const nRead = static_cast<std::size_t>(pFile->iLength);
+                FileClose(pFile);
+                return nRead;
+            });
+    }
+    void ReadWholeBare(benchmark::State & State)
+    {
+        std::string const sPath = Tree().Blob(static_cast<std::size_t>(State.range(0)));
+        ReadWhole(State,
+            [&sPath](std::size_t)
+            {
+                int const iFile = open(sPath.c_str(), O_RDONLY | O_CLOEXEC);
+                struct stat Stat;
+                fstat(iFile, &Stat);
+                auto const nBytes = static_cast<std::size_t>(Stat.st_size);
+                void * const pData = std::malloc(nBytes);
+                auto const nRead = static_cast<std::size_t>(read(iFile, pData, nBytes));
+                benchmark::DoNotOptimize(pData);
+                close(iFile);
+                std::free(pData);
+                return nRead;
+            });
+    }
+    void ReadWholeIfstream(benchmark::State & State)
+    {
+        std::string const sPath = Tree().Blob(static_cast<std::size_t>(State.range(0)));
+        ReadWhole(State,
+            [&sPath](std::size_t nBytes)
+            {
+                std::ifstream File(sPath, std::ios::binary);
+                std::unique_ptr<char[]> const pData(new char[nBytes]);
+                File.read(pData.get(), static_cast<std::streamsize>(nBytes));
+                benchmark::DoNotOptimize(pData.get());
+                return static_cast<std::size_t>(File.gcount());
+            });
+    }
+    void ReadWholePhysfs(benchmark::State & State)
+    {
+        std::string const sName = Tree_c::BlobName(static_cast<std::size_t>(State.range(0)));
+        ReadWhole(State,
+            [&sName](std::size_t)
+            {
+                PHYSFS_File * const pFile = PHYSFS_openRead(sName.c_str());
+                auto const nBytes = static_cast<std::size_t>(PHYSFS_fileLength(pFile));
+                void * const pData = std::malloc(nBytes);
+                auto const nRead = static_cast<std::size_t>(PHYSFS_readBytes(pFile, pData, nBytes));
+                benchmark::DoNotOptimize(pData);
+                PHYSFS_close(pFile);
+                std::free(pData);
+                return nRead;
+            });
+    }
+
+    // Each scan sums up sizes, and takes the times, of all files; it must come to the same sum.
+    template <typename SCAN>
+    void Scan(benchmark::State & State, SCAN ScanTree)
+    {
+        Tree();
+        for (auto _ : State)
+        {
+            if (ScanTree() != FILES + 2)
+            {
+                State.SkipWithError("files were missed");
+            }
+        }
+        State.SetItemsProcessed(State.iterations() * FILES);
+    }
+
+    void ScanOurs(benchmark::State & State)
+    {
+        std::string const sRoot = Tree().Root();
+        for (auto _ : State)
+        {
+            FileAddSearchPath(sRoot.c_str(), true, false);
+            State.PauseTiming();
+            if (!FileExists(Tree_c::FileName(0).c_str()) || !FileExists(Tree_c::FileName(FILES - 1).c_str()))
+            {
+                State.SkipWithError("files were missed");
+            }
+            FileReset();
+            State.ResumeTiming();
+        }
+        State.SetItemsProcessed(State.iterations() * FILES);
+    }
+
+    int ScanFolderBare(int iFolder)
+    {
+        int nFiles = 0;
+        DIR * const pFolder = fdopendir(iFolder);
+        while (dirent const * const pEntry = readdir(pFolder))
+        {
+            if (pEntry->d_type == DT_DIR)
+            {
+                if (pEntry->d_name[0] != '.')
+                {
+                    nFiles += ScanFolderBare(openat(iFolder, pEntry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+                }
+                continue;
+            }
+            struct statx Stat;
+            statx(iFolder, pEntry->d_name, AT_SYMLINK_NOFOLLOW, STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_BTIME,
+                &Stat);
+            benchmark::DoNotOptimize(Stat);
+            ++nFiles;
+        }
+        closedir(pFolder);
+        return nFiles;
+    }
+
+    void ScanReaddirStatx(benchmark::State & State)
+    {
+        std::string const sRoot = Tree().Root();
+        Scan(State, [&sRoot] { return ScanFolderBare(open(sRoot.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); });
+    }
+
+    void ScanFts(benchmark::State & State)
+    {
+        std::string sRoot = Tree().Root();
+        Scan(State,
+            [&sRoot]
+            {
+                char * dRoots[] = { sRoot.data(), nullptr };
+                FTS * const pTree = fts_open(dRoots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr);
+                int nFiles = 0;
+                while (FTSENT const * const pEntry = fts_read(pTree))
+                {
+                    benchmark::DoNotOptimize(pEntry->fts_statp->st_size);
+                    nFiles += pEntry->fts_info == FTS_F;
+                }
+                fts_close(pTree);
+                return nFiles;
+            });
+    }
+
+    void ScanFilesystem(benchmark::State & State)
+    {
+        std::string const sRoot = Tree().Root();
+        Scan(State,
+            [&sRoot]
+            {
+                int nFiles = 0;
+                for (fs::directory_entry const & Entry : fs::recursive_directory_iterator(sRoot))
+                {
+                    if (Entry.is_regular_file())
+                    {
+                        benchmark::DoNotOptimize(Entry.file_size());
+                        benchmark::DoNotOptimize(Entry.last_write_time());
+                        ++nFiles;
+                    }
+                }
+                return nFiles;
+            });
+    }
+
+    int ScanFolderPhysfs(std::string const & sFolder)
+    {
+        int nFiles = 0;
+        char ** const dNames = PHYSFS_enumerateFiles(sFolder.c_str());
+        for (char ** pName = dNames; *pName; ++pName)
+        {
+            std::string const sName = sFolder + *pName;
+            PHYSFS_Stat Stat;
+            PHYSFS_stat(sName.c_str(), &Stat);
+            benchmark::DoNotOptimize(Stat);
+            nFiles += Stat.filetype == PHYSFS_FILETYPE_DIRECTORY ? ScanFolderPhysfs(sName + "/") : 1;
+        }
+        PHYSFS_freeList(dNames);
+        return nFiles;
+    }
+
+    void ScanPhysfs(benchmark::State & State)
+    {
+        Scan(State, [] { return ScanFolderPhysfs(""); });
+    }
+
+    BENCHMARK(ExistsOurs)->Name("Exists/ours");
+    BENCHMARK(ExistsBareOurs)->Name("Exists/ours_bare");
+    BENCHMARK(ExistsFindByName)->Name("Exists/find_by_name");
+    BENCHMARK(ExistsStat)->Name("Exists/stat");
+    BENCHMARK(ExistsPhysfs)->Name("Exists/physfs");
+    BENCHMARK(ReadWholeOurs)->Name("ReadWhole/ours")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(ReadWholeBare)->Name("ReadWhole/bare_malloc")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(ReadWholeIfstream)->Name("ReadWhole/ifstream")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(ReadWholePhysfs)->Name("ReadWhole/physfs")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(ScanOurs)->Name("Scan/ours")->Unit(benchmark::kMillisecond);
+    BENCHMARK(ScanReaddirStatx)->Name("Scan/readdir_statx")->Unit(benchmark::kMillisecond);
+    BENCHMARK(ScanFts)->Name("Scan/fts")->Unit(benchmark::kMillisecond);
+    BENCHMARK(ScanFilesystem)->Name("Scan/std_filesystem")->Unit(benchmark::kMillisecond);
+    BENCHMARK(ScanPhysfs)->Name("Scan/physfs")->Unit(benchmark::kMillisecond);
+}

@@ -1,0 +1,109 @@
+// hash_bench.cpp: CRC-32 beside libdeflate and zlib, SHA-1 beside OpenSSL, over the same bytes.
+#include "zqcore/ccrc.h"
+#include "zqcore/csha1.h"
+
+#include <benchmark/benchmark.h>
+#include <libdeflate.h>
+#include <openssl/sha.h>
+#include <zlib.h>
+
+#include <initializer_list>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+    std::vector<unsigned char> const & Bytes()
+    {
+        static std::vector<unsigned char> const s_dBytes = []
+        {
+            std::vector<unsigned char> dBytes(std::size_t{ 1 } << 20);
+            std::mt19937 Random(1);
+            for (unsigned char & Byte : dBytes)
+            {
+                Byte = static_cast<unsigned char>(Random());
+            }
+            return dBytes;
+        }();
+        return s_dBytes;
+    }
+
+    std::uint32_t CrcOurs(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        return GetCrc32Polynomial(reinterpret_cast<char const *>(pBytes), static_cast<int>(nBytes));
+    }
+    std::uint32_t CrcLibdeflate(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        return libdeflate_crc32(0, pBytes, nBytes);
+    }
+    std::uint32_t CrcZlib(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        return static_cast<std::uint32_t>(crc32(0, pBytes, static_cast<uInt>(nBytes)));
+    }
+
+    std::uint32_t Sha1Ours(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        SHA1Context Context;
+        unsigned char dHash[SHA1_HASH_SIZE];
+        SHA1Reset(&Context);
+        SHA1Input(&Context, pBytes, nBytes);
+        SHA1Result(&Context, dHash);
+        return dHash[0];
+    }
+    std::uint32_t Sha1OpenSsl(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        unsigned char dHash[SHA_DIGEST_LENGTH];
+        SHA1(pBytes, nBytes, dHash);
+        return dHash[0];
+    }
+
+    // Hashes the same bytes again and again; the function is known to the compiler, as a caller has it.
+    template <std::uint32_t (*FUNCTION)(unsigned char const *, std::size_t)>
+    void Run(benchmark::State & State, std::size_t nBytes)
+    {
+        unsigned char const * pBytes = Bytes().data();
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(pBytes);
+            benchmark::DoNotOptimize(FUNCTION(pBytes, nBytes));
+        }
+        State.SetBytesProcessed(State.iterations() * static_cast<std::int64_t>(nBytes));
+    }
+
+    template <std::uint32_t (*FUNCTION)(unsigned char const *, std::size_t)>
+    void Register(std::string const & sName, std::size_t nBytes)
+    {
+        std::string const sFull = sName + "/" + std::to_string(nBytes);
+        benchmark::RegisterBenchmark(
+            sFull.c_str(), [nBytes](benchmark::State & State) { Run<FUNCTION>(State, nBytes); });
+    }
+
+    void Crc32OfOneWord(benchmark::State & State)
+    {
+        std::uint32_t dwValue = 1;
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(dwValue);
+            benchmark::DoNotOptimize(GetCrc32Polynomial4(dwValue));
+        }
+    }
+
+    bool const s_bRegistered = []
+    {
+        for (std::size_t const nBytes :
+            std::initializer_list<std::size_t>{ 4, 8, 15, 16, 31, 64, 100, 256, 1024, 4096, 65536, 1 << 20 })
+        {
+            Register<CrcOurs>("Crc32/ours", nBytes);
+            Register<CrcLibdeflate>("Crc32/libdeflate", nBytes);
+            Register<CrcZlib>("Crc32/zlib", nBytes);
+        }
+        benchmark::RegisterBenchmark("Crc32/ours word/4", Crc32OfOneWord);
+        for (std::size_t const nBytes : std::initializer_list<std::size_t>{ 4, 16, 64, 256, 4096, 65536, 1 << 20 })
+        {
+            Register<Sha1Ours>("Sha1/ours", nBytes);
+            Register<Sha1OpenSsl>("Sha1/openssl", nBytes);
+        }
+        return true;
+    }();
+}

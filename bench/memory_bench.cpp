@@ -1,0 +1,108 @@
+// The tracked allocator beside the allocators that a user would pick instead.
+#include "zqcore/cmemory.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <dlfcn.h>
+
+namespace
+{
+    constexpr std::size_t SIZE = 64;
+
+    // Linked in the ordinary way, these two would replace malloc for the whole process, and every row with it.
+    template <typename FUNCTION>
+    FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
+    {
+        void * const hLibrary = ::dlopen(szLibrary, RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
+        return hLibrary ? reinterpret_cast<FUNCTION>(::dlsym(hLibrary, szFunction)) : nullptr;
+    }
+
+    void TrackedPair(benchmark::State & State)
+    {
+        MemCategoryScope_c const Scope(mem::Game);
+        for (auto _ : State)
+        {
+            char * const p = ZQ_NEW char[SIZE];
+            benchmark::DoNotOptimize(p);
+            delete[] p;
+        }
+    }
+    BENCHMARK(TrackedPair)->Name("Memory/pair64/ours");
+
+    void PlainNewPair(benchmark::State & State)
+    {
+        for (auto _ : State)
+        {
+            void * const p = ::operator new(SIZE);
+            benchmark::DoNotOptimize(p);
+            ::operator delete(p);
+        }
+    }
+    BENCHMARK(PlainNewPair)->Name("Memory/pair64/ours_plain_new");
+
+    void GlibcPair(benchmark::State & State)
+    {
+        for (auto _ : State)
+        {
+            void * const p = std::malloc(SIZE);
+            benchmark::DoNotOptimize(p);
+            std::free(p);
+        }
+    }
+    BENCHMARK(GlibcPair)->Name("Memory/pair64/glibc");
+
+    void MimallocPair(benchmark::State & State)
+    {
+        auto const fnMalloc = PeerFunction<void * (*)(std::size_t)>("libmimalloc.so.2", "mi_malloc");
+        auto const fnFree = PeerFunction<void (*)(void *)>("libmimalloc.so.2", "mi_free");
+        if (!fnMalloc || !fnFree)
+        {
+            State.SkipWithError("libmimalloc is not installed");
+            return;
+        }
+        for (auto _ : State)
+        {
+            void * const p = fnMalloc(SIZE);
+            benchmark::DoNotOptimize(p);
+            fnFree(p);
+        }
+    }
+    BENCHMARK(MimallocPair)->Name("Memory/pair64/mimalloc");
+
+    void DmallocPair(benchmark::State & State, char const * szOptions)
+    {
+        constexpr int FUNCTION_MALLOC = 10;   // DMALLOC_FUNC_MALLOC
+        constexpr int FUNCTION_FREE = 18;     // DMALLOC_FUNC_FREE
+        constexpr char LIBRARY[] = "libdmallocth.so.5";
+        auto const fnSetup = PeerFunction<void (*)(char const *)>(LIBRARY, "dmalloc_debug_setup");
+        auto const fnMalloc =
+            PeerFunction<void * (*)(char const *, int, std::size_t, int, std::size_t, int)>(LIBRARY, "dmalloc_malloc");
+        auto const fnFree = PeerFunction<int (*)(char const *, int, void *, int)>(LIBRARY, "dmalloc_free");
+        if (!fnSetup || !fnMalloc || !fnFree)
+        {
+            State.SkipWithError("libdmalloc is not installed");
+            return;
+        }
+        fnSetup(szOptions);
+        for (auto _ : State)
+        {
+            void * const p = fnMalloc(__FILE__, __LINE__, SIZE, FUNCTION_MALLOC, 0, 0);
+            benchmark::DoNotOptimize(p);
+            fnFree(__FILE__, __LINE__, p, FUNCTION_FREE);
+        }
+    }
+    BENCHMARK_CAPTURE(DmallocPair, runtime, "runtime")->Name("Memory/pair64/dmalloc_runtime");
+    BENCHMARK_CAPTURE(DmallocPair, low, "low")->Name("Memory/pair64/dmalloc_low");
+
+    void ScopePair(benchmark::State & State)
+    {
+        MemCategoryScope_c const Outer(mem::Game);
+        for (auto _ : State)
+        {
+            MemCategoryScope_c const Scope(mem::Core);
+            benchmark::ClobberMemory();
+        }
+    }
+    BENCHMARK(ScopePair)->Name("Memory/category_scope/ours");
+}

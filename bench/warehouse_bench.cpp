@@ -1,0 +1,292 @@
+// warehouse_bench.cpp: searches, walks and conversions in a table of 20 MB, beside what a program would write by hand.
+#include "zqcore/cfilepath.h"
+#include "zqcore/cwarehouse.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace
+{
+    constexpr std::size_t TABLE_SIZE = 20'000'000;
+    constexpr char const * LAST_IDENT = "the_last";
+
+    /// A generated table, registered as a file for as long as the program runs.
+    struct Table_s
+    {
+        std::string sName, sText;
+        int nItems = 0;
+
+        Table_s(char const * szName, char const * szHeader, char const * szFormat)
+            : sName(szName)
+            , sText(szHeader)
+        {
+            char sLine[256];
+            for (; sText.size() < TABLE_SIZE; ++nItems)
+            {
+                std::snprintf(sLine, sizeof sLine, szFormat, nItems, nItems * 3, nItems % 7, nItems % 100);
+                sText += sLine;
+            }
+            std::snprintf(sLine, sizeof sLine,
+                std::strchr(szHeader, ';') ? "%s;1;2;name;0.5;7\n" : "%s 1 2 name 0.5 7\n", LAST_IDENT);
+            sText += sLine;
+            ++nItems;
+
+            std::filesystem::path const Path =
+                std::filesystem::temp_directory_path() / ("zqcore_" + std::to_string(std::rand()) + "_" + sName);
+            sName = Path.filename().string();
+            std::ofstream(Path, std::ios::binary) << sText;
+            if (!FileAddOneFile(Path.c_str()) || !FileOpen(sName.c_str())) // stays resident
+            {
+                std::abort();
+            }
+            std::filesystem::remove(Path);
+        }
+    };
+
+    Table_s const & TextTable()
+    {
+        static Table_s const s_Table(
+            "bench.txt", "@head count kind name rate level\n", "Item_%07d %d %d name_%d 0.25 12\n");
+        return s_Table;
+    }
+
+    Table_s const & CsvTable()
+    {
+        static Table_s const s_Table(
+            "bench.csv", "@head;count;kind;name;rate;level\n", "Item_%07d;%d;%d;some name, %d;0.25;12\n");
+        return s_Table;
+    }
+
+    Table_s const & QuotedTable()
+    {
+        static Table_s const s_Table(
+            "quoted.csv", "@head;count;kind;name;rate;level\n", "Item_%07d;%d;%d;\"some \"\"name\"\"; %d\";0.25;12\n");
+        return s_Table;
+    }
+
+    void CountBytes(benchmark::State & State, Table_s const & Table)
+    {
+        State.SetBytesProcessed(State.iterations() * static_cast<std::int64_t>(Table.sText.size()));
+        State.counters["lines"] =
+            benchmark::Counter(static_cast<double>(State.iterations()) * Table.nItems, benchmark::Counter::kIsRate);
+    }
+
+    void Require(benchmark::State & State, bool bCondition)
+    {
+        if (!bCondition)
+        {
+            State.SkipWithError("wrong outcome");
+        }
+    }
+
+    template <Table_s const & (*TABLE)()>
+    void OpenOurs(benchmark::State & State)
+    {
+        Warehouse_c Table;
+        for (auto _ : State)
+        {
+            Require(State, Table.Open(TABLE().sName.c_str(), WAREHOUSE_FORMAT_AUTO, nullptr, nullptr));
+        }
+    }
+
+    // No first column is @head, so that the whole file is looked through.
+    void OpenOursWithoutHeader(benchmark::State & State)
+    {
+        Warehouse_c Table;
+        for (auto _ : State)
+        {
+            Require(State, Table.Open(CsvTable().sName.c_str(), WAREHOUSE_FORMAT_AUTO, "count kind name", " "));
+        }
+        CountBytes(State, CsvTable());
+    }
+
+    template <Table_s const & (*TABLE)()>
+    void FindOurs(benchmark::State & State)
+    {
+        Warehouse_c Table;
+        Require(State, Table.Open(TABLE().sName.c_str()));
+        for (auto _ : State)
+        {
+            Require(State, Table.FindIdent("THE_LAST"));
+        }
+        CountBytes(State, TABLE());
+    }
+
+    template <Table_s const & (*TABLE)()>
+    void MissOurs(benchmark::State & State)
+    {
+        Warehouse_c Table;
+        Require(State, Table.Open(TABLE().sName.c_str()));
+        for (auto _ : State)
+        {
+            Require(State, !Table.FindIdent("item_missing"));
+        }
+        CountBytes(State, TABLE());
+    }
+
+    template <Table_s const & (*TABLE)()>
+    void WalkOurs(benchmark::State & State)
+    {
+        Warehouse_c Table;
+        String_T<256> sIdent;
+        Require(State, Table.Open(TABLE().sName.c_str()));
+        for (auto _ : State)
+        {
+            int nItems = 0;
+            for (Table.StartIdent(); Table.NextIdent(sIdent);)
+            {
+                ++nItems;
+            }
+            Require(State, nItems == TABLE().nItems);
+        }
+        CountBytes(State, TABLE());
+    }
+
+    // The peers split every line, as a program does that has no table of its own.
+    template <Table_s const & (*TABLE)()>
+    void FindGetlineStrtok(benchmark::State & State)
+    {
+        char const * const szSeparators = TABLE().sName.ends_with(".csv") ? ";," : " \t\r";
+        for (auto _ : State)
+        {
+            std::istringstream In(TABLE().sText);
+            std::string sLine;
+            bool bFound = false;
+            while (!bFound && std::getline(In, sLine))
+            {
+                char * pState = nullptr;
+                char const * const szIdent = strtok_r(sLine.data(), szSeparators, &pState);
+                bFound = szIdent && std::strcmp(szIdent, LAST_IDENT) == 0;
+                for (char * p = pState; p && strtok_r(nullptr, szSeparators, &pState);)
+                {}
+            }
+            Require(State, bFound);
+        }
+        CountBytes(State, TABLE());
+    }
+
+    void FindIstringstream(benchmark::State & State)
+    {
+        for (auto _ : State)
+        {
+            std::istringstream In(TextTable().sText);
+            std::string sLine, sWord;
+            bool bFound = false;
+            while (!bFound && std::getline(In, sLine))
+            {
+                std::istringstream Line(sLine);
+                bFound = Line >> sWord && sWord == LAST_IDENT;
+            }
+            Require(State, bFound);
+        }
+        CountBytes(State, TextTable());
+    }
+
+    // The least that a search can do: the line ends, and the first bytes of each line.
+    void FindMemchr(benchmark::State & State)
+    {
+        for (auto _ : State)
+        {
+            std::string_view sRest = TextTable().sText;
+            while (!sRest.starts_with(LAST_IDENT))
+            {
+                sRest.remove_prefix(sRest.find('\n') + 1);
+            }
+            benchmark::DoNotOptimize(sRest);
+        }
+        CountBytes(State, TextTable());
+    }
+
+    template <typename T>
+    void GetOurs(benchmark::State & State, char const * szColumn)
+    {
+        Warehouse_c Table;
+        Require(State, Table.Open(CsvTable().sName.c_str()) && Table.FindIdent(LAST_IDENT));
+        T Value{};
+        for (auto _ : State)
+        {
+            Require(State, Table.Get(szColumn, Value));
+            benchmark::DoNotOptimize(Value);
+        }
+    }
+
+    template <typename T>
+    void GetIstringstream(benchmark::State & State, char const * szText)
+    {
+        T Value{};
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(szText);
+            std::istringstream In(szText);
+            Require(State, bool(In >> Value));
+            benchmark::DoNotOptimize(Value);
+        }
+    }
+
+    template <auto CONVERT>
+    void GetC(benchmark::State & State, char const * szText)
+    {
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(szText);
+            benchmark::DoNotOptimize(CONVERT(szText));
+        }
+    }
+
+    long ByStrtol(char const * szText)
+    {
+        return std::strtol(szText, nullptr, 10);
+    }
+
+    double ByStrtod(char const * szText)
+    {
+        return std::strtod(szText, nullptr);
+    }
+
+    template <typename FUNCTION>
+    void Register(char const * szName, FUNCTION Function)
+    {
+        benchmark::RegisterBenchmark(szName, Function)->Unit(benchmark::kMillisecond);
+    }
+
+    template <typename FUNCTION>
+    void RegisterGet(char const * szName, FUNCTION Function, char const * szArgument)
+    {
+        benchmark::RegisterBenchmark(szName, [=](benchmark::State & State) { Function(State, szArgument); });
+    }
+
+    bool const s_bRegistered = []
+    {
+        Register("Open/ours, header first", OpenOurs<TextTable>);
+        Register("Open/ours, no header", OpenOursWithoutHeader);
+        Register("FindText/ours, last", FindOurs<TextTable>);
+        Register("FindText/ours, missing", MissOurs<TextTable>);
+        Register("FindText/line ends by memchr", FindMemchr);
+        Register("FindText/getline and strtok_r", FindGetlineStrtok<TextTable>);
+        Register("FindText/istringstream", FindIstringstream);
+        Register("FindCsv/ours, last", FindOurs<CsvTable>);
+        Register("FindCsv/ours, missing", MissOurs<CsvTable>);
+        Register("FindCsv/ours, each line quoted", FindOurs<QuotedTable>);
+        Register("FindCsv/getline and strtok_r", FindGetlineStrtok<CsvTable>);
+        Register("Walk/ours, text", WalkOurs<TextTable>);
+        Register("Walk/ours, csv", WalkOurs<CsvTable>);
+        Register("Walk/ours, csv quoted", WalkOurs<QuotedTable>);
+        RegisterGet("GetInt/ours", GetOurs<int>, "level");
+        RegisterGet("GetInt/strtol", GetC<ByStrtol>, "7");
+        RegisterGet("GetInt/istringstream", GetIstringstream<int>, "7");
+        RegisterGet("GetFloat/ours", GetOurs<float>, "rate");
+        RegisterGet("GetFloat/strtod", GetC<ByStrtod>, "0.5");
+        RegisterGet("GetFloat/istringstream", GetIstringstream<float>, "0.5");
+        RegisterGet("GetText/ours", GetOurs<String_T<256>>, "name");
+        return true;
+    }();
+}

@@ -1,0 +1,18 @@
+// loop.h: the main loop.
+#pragma once
+
+class Survey_c;
+
+/// What the loop measured. Times are seconds of work, without the waiting between frames.
+struct FrameStats_s
+{
+    int nFrames = 0;
+    int nIdle = 0; // idle beats between the frames
+    int iWorstFrame = 0;
+    double tTotal = 0.0;
+    double tWorst = 0.0;
+    unsigned nMostAllocs = 0; // in one frame
+};
+
+/// Runs frames at their rate, and the idle heartbeat between them. Each frame streams a few files of the survey.
+FrameStats_s LoopRun(int nFrames, Survey_c & Survey);

@@ -1,0 +1,159 @@
+#include "options.h"
+
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+namespace
+{
+    constexpr int MAX_FRAMES = 1000000;
+
+    // The options that take a value, as they come.
+    struct Texts_s
+    {
+        std::string sMedia, sConfig, sGame, sFrames, sLog;
+    };
+
+    struct ValueOption_s
+    {
+        char const * szName;
+        std::string Texts_s::*pText;
+        char const * szHelp;
+    };
+
+    constexpr ValueOption_s VALUE_OPTIONS[] = {
+        { "--media", &Texts_s::sMedia, "FOLDER   the media root; without it the library looks for one" },
+        { "--config", &Texts_s::sConfig, "NAME    the folder of media/_configdependeddata to use" },
+        { "--game", &Texts_s::sGame, "NAME      the folder of gamedata to use, in lower case (pqx)" },
+        { "--frames", &Texts_s::sFrames, "N       frames to run, one hour of the world each (480)" },
+        { "--log", &Texts_s::sLog, "FOLDER     where the logs go (logs, beside the executable)" },
+    };
+
+    ValueOption_s const * FindValueOption(char const * szArgument)
+    {
+        for (ValueOption_s const & Option : VALUE_OPTIONS)
+        {
+            if (std::strcmp(szArgument, Option.szName) == 0)
+            {
+                return &Option;
+            }
+        }
+        return nullptr;
+    }
+
+    std::string Quoted(std::string const & sText)
+    {
+        return "\"" + sText + "\"";
+    }
+
+    // Splits the arguments into values and flags; the message says what is wrong, if anything is.
+    std::string Collect(int nArguments, char ** dArguments, Texts_s & Texts, Options_s & Options)
+    {
+        for (int i = 1; i < nArguments; ++i)
+        {
+            std::string const sArgument = dArguments[i];
+            if (sArgument == "--help" || sArgument == "--silent")
+            {
+                (sArgument == "--help" ? Options.bHelp : Options.bSilent) = true;
+                continue;
+            }
+            ValueOption_s const * const pOption = FindValueOption(dArguments[i]);
+            if (!pOption)
+            {
+                return "unknown option " + Quoted(sArgument);
+            }
+            std::string & sValue = Texts.*pOption->pText;
+            if (!sValue.empty())
+            {
+                return sArgument + " is given twice";
+            }
+            if (++i == nArguments || !dArguments[i][0] || std::strncmp(dArguments[i], "--", 2) == 0)
+            {
+                return sArgument + " needs a value";
+            }
+            sValue = dArguments[i];
+        }
+        return "";
+    }
+
+    std::string ReadFrames(std::string const & sText, int & nFrames)
+    {
+        char const * const pEnd = sText.data() + sText.size();
+        auto const [pRead, eError] = std::from_chars(sText.data(), pEnd, nFrames);
+        bool const bGood = eError == std::errc() && pRead == pEnd && nFrames >= 0 && nFrames <= MAX_FRAMES;
+        return bGood ? ""
+                     : "--frames takes a number from 0 to " + std::to_string(MAX_FRAMES) + ", not " + Quoted(sText);
+    }
+
+    // A folder's bare name in lower case with no blank, which is what the library finds on the command line.
+    std::string CheckGame(std::string const & sGame)
+    {
+        bool const bGood = sGame.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ /\\\t") == std::string::npos;
+        return bGood ? "" : "--game takes a bare name in lower case, not " + Quoted(sGame);
+    }
+
+    std::string MakeAbsolute(std::string const & sPath, std::string & sAbsolute)
+    {
+        try
+        {
+            std::filesystem::path const Path = std::filesystem::absolute(sPath).lexically_normal();
+            static_cast<void>(Path.wstring()); // throws at a name that is no UTF-8
+            sAbsolute = Path.string();
+        }
+        catch (std::exception const &)
+        {
+            return "can't make sense of the path " + Quoted(sPath);
+        }
+        while (sAbsolute.size() > 1 && sAbsolute.back() == '/')
+        {
+            sAbsolute.pop_back();
+        }
+        return "";
+    }
+
+    // Turns the values into options; the message says what is wrong, if anything is.
+    std::string Settle(Texts_s const & Texts, Options_s & Options)
+    {
+        std::string sMessage = CheckGame(Texts.sGame);
+        if (sMessage.empty() && !Texts.sFrames.empty())
+        {
+            sMessage = ReadFrames(Texts.sFrames, Options.nFrames);
+        }
+        if (sMessage.empty() && !Texts.sMedia.empty())
+        {
+            sMessage = MakeAbsolute(Texts.sMedia, Options.sMedia);
+        }
+        if (sMessage.empty() && !Texts.sLog.empty())
+        {
+            sMessage = MakeAbsolute(Texts.sLog, Options.sLogFolder);
+        }
+        Options.sConfig = Texts.sConfig;
+        Options.sGame = Texts.sGame;
+        return sMessage;
+    }
+}
+
+bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::string & sMessage)
+{
+    Texts_s Texts;
+    sMessage = Collect(nArguments, dArguments, Texts, Options);
+    if (sMessage.empty() && !Options.bHelp)
+    {
+        sMessage = Settle(Texts, Options);
+    }
+    return sMessage.empty();
+}
+
+std::string OptionsHelp()
+{
+    std::string sHelp = "zqcore_host: a small game loop over a media tree.\n\n";
+    for (ValueOption_s const & Option : VALUE_OPTIONS)
+    {
+        sHelp += std::string("  ") + Option.szName + " " + Option.szHelp + "\n";
+    }
+    sHelp += "  --silent          show no dialogs; a broken precondition then ends the run\n"
+             "  --help            this text\n\n"
+             "Exit status: 0 done, 1 a service did not start, 2 bad command line, 3 no such media.\n";
+    return sHelp;
+}

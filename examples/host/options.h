@@ -1,0 +1,32 @@
+// options.h: the command line of the host.
+#pragma once
+
+#include <string>
+
+/// Exit statuses of the host.
+enum Status_e : int
+{
+    STATUS_OK = 0,
+    STATUS_FAILED = 1, // a service did not start
+    STATUS_USAGE = 2,  // the command line makes no sense
+    STATUS_MEDIA = 3   // no media, or not those that were asked for
+};
+
+/// What the command line says. Paths are absolute, in the host's form, without a separator at the end.
+struct Options_s
+{
+    std::string sMedia;     // empty: the library discovers the media
+    std::string sConfig;    // empty: no configuration
+    std::string sGame;      // empty: the library's default
+    std::string sLogFolder; // empty: "logs" beside the executable
+    int nFrames = 480;
+    bool bSilent = false;
+    bool bHelp = false;
+};
+
+/// Reads the command line. False with a message if it makes no sense. Makes paths absolute, so it must run while the
+/// current folder is still the caller's.
+bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::string & sMessage);
+
+/// The text of --help.
+std::string OptionsHelp();

@@ -1,0 +1,224 @@
+#include "report.h"
+
+#include "listeners.h"
+#include "loop.h"
+#include "services.h"
+#include "survey.h"
+#include "texts.h"
+#include "world.h"
+
+#include "zqcore/ccryptrnd.h"
+#include "zqcore/cfile.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cwarehouse.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace
+{
+    constexpr int TOP_EXTENSIONS = 10;
+    constexpr int TOP_FILES = 5;
+    constexpr int TOP_TABLES = 30;
+
+    void Title(char const * szTitle)
+    {
+        std::printf("\n%s\n", szTitle);
+    }
+
+    void PrintMore(int nAll, int nShown)
+    {
+        if (nAll > nShown)
+        {
+            std::printf("    and %s more\n", Sz(Grouped(nAll - nShown)));
+        }
+    }
+
+    void PrintExtensions(Survey_c::Extensions_t const & dExtensions)
+    {
+        int const nShown = std::min(dExtensions.GetLength(), TOP_EXTENSIONS);
+        for (int i = 0; i < nShown; ++i)
+        {
+            Extension_s const & Extension = dExtensions[i];
+            char const * const szDot = Extension.sExt.IsEmpty() ? "(no extension)" : ".";
+            std::printf("    %-20s %7s files %12s\n", Va("%s%s", szDot, static_cast<char const *>(Extension.sExt)),
+                Sz(Grouped(Extension.nFiles)), Sz(Size(static_cast<double>(Extension.nBytes))));
+        }
+        PrintMore(dExtensions.GetLength(), nShown);
+    }
+
+    void PrintBiggest(Survey_c::Files_t const & dFiles)
+    {
+        std::printf("  The biggest\n");
+        for (int i = 0; i < std::min(dFiles.GetLength(), TOP_FILES); ++i)
+        {
+            std::printf("    %12s  %s\n", Sz(Size(FileBytes(*dFiles[i]))), Sz(BelowRoot(*dFiles[i])));
+        }
+    }
+
+    void PrintDuplicates(int nNames, Notes_s const & Notes)
+    {
+        if (Notes.Dropped.nHeard == 0)
+        {
+            return;
+        }
+        std::printf("  Names that more than one file has: %s; files dropped for it: %s\n", Sz(Grouped(nNames)),
+            Sz(Grouped(Notes.Dropped.nHeard)));
+        int const nShown = std::min(Notes.Dropped.GetKept(), Notes.Kept.GetKept());
+        for (int i = 0; i < nShown; ++i)
+        {
+            std::printf(
+                "    %s stays, %s goes\n", Sz(BelowRoot(Notes.Kept.dTexts[i])), Sz(BelowRoot(Notes.Dropped.dTexts[i])));
+        }
+        PrintMore(Notes.Dropped.nHeard, nShown);
+    }
+
+    void PrintHeard(char const * szWhat, Heard_s const & Heard)
+    {
+        std::printf("  %s: %s\n", szWhat, Sz(Grouped(Heard.nHeard)));
+        for (int i = 0; i < Heard.GetKept(); ++i)
+        {
+            std::printf("    %s\n", Sz(Heard.dTexts[i]));
+        }
+        PrintMore(Heard.nHeard, Heard.GetKept());
+    }
+
+    // The table of the configuration that was chosen, if one was.
+    void PrintView()
+    {
+        Warehouse_c View;
+        int iWidth = 0, iHeight = 0;
+        bool const bSized = View.Open("view.txt") && View.FindIdent("width") && View.Get("value", iWidth)
+                            && View.FindIdent("height") && View.Get("value", iHeight);
+        if (bSized)
+        {
+            std::printf("  Shown at %i x %i, says view.txt of the configuration\n", iWidth, iHeight);
+        }
+    }
+
+    void PrintShips(ModuleWorld_c const & World)
+    {
+        std::printf("    %-12s %-16s %8s %8s %10s  %s\n", "ship", "type", "voyages", "crates", "profit", "where");
+        for (Ship_s const & Ship : World.GetShips())
+        {
+            std::printf("    %-12s %-16s %8i %8i %10s  %s %s\n", static_cast<char const *>(Ship.sIdent),
+                World.GetTypeName(Ship), Ship.nVoyages, Ship.nLanded, Sz(Grouped(Ship.iProfit)),
+                Ship.fMilesLeft > 0.0f ? "out of" : "in", World.GetHarbourName(Ship));
+        }
+    }
+
+    void PrintGoods(ModuleWorld_c const & World)
+    {
+        std::printf("  Landed:");
+        char const * szSeparator = " ";
+        for (Good_s const & Good : World.GetGoods())
+        {
+            if (Good.nTraded > 0)
+            {
+                std::printf("%s%i %s", szSeparator, Good.nTraded, static_cast<char const *>(Good.sIdent));
+                szSeparator = ", ";
+            }
+        }
+        std::printf("\n");
+    }
+}
+
+void ReportServices(Services_c const & Services)
+{
+    Title("Services, in the order of their start");
+    for (int i = 0; i < Services.GetCount(); ++i)
+    {
+        std::printf("    %i  %-22s %12s\n", i + 1, Services.GetName(i), Sz(Milliseconds(Services.GetStartTime(i))));
+    }
+}
+
+void ReportFiles(Survey_c const & Survey, Notes_s const & Notes)
+{
+    Title("Files");
+    std::printf("  %s files in %s folders, %s\n", Sz(Grouped(Survey.GetFiles().GetLength())),
+        Sz(Grouped(Survey.m_nFolders)), Sz(Size(static_cast<double>(Survey.m_nBytes))));
+    PrintExtensions(Survey.GetExtensions());
+    PrintBiggest(Survey.GetFiles());
+    PrintDuplicates(Survey.CountDuplicates(), Notes);
+    if (Notes.PassedOver.nHeard > 0)
+    {
+        PrintHeard("Lines of the scan", Notes.PassedOver);
+    }
+    std::printf("  Read once, each by its bare name: %s files, %s in %s", Sz(Grouped(Survey.m_nRead)),
+        Sz(Size(static_cast<double>(Survey.m_nBytesRead))), Sz(Milliseconds(Survey.m_tReading)));
+    std::printf(Survey.m_tReading > 0.0 ? ": %s/s, %.1f us a file\n" : "\n",
+        Sz(Size(static_cast<double>(Survey.m_nBytesRead) / Survey.m_tReading)),
+        Survey.m_tReading * 1e6 / std::max(Survey.m_nRead, 1));
+    std::printf("  Empty: %s; not readable: %s\n", Sz(Grouped(Survey.m_nEmpty)), Sz(Grouped(Survey.m_nUnreadable)));
+}
+
+void ReportTables(Survey_c const & Survey)
+{
+    Title("Warehouse tables");
+    Survey_c::Tables_t const & dTables = Survey.GetTables();
+    std::printf("  %s tables with %s rows, walked in %s\n", Sz(Grouped(dTables.GetLength())),
+        Sz(Grouped(Survey.m_nRows)), Sz(Milliseconds(Survey.m_tTables)));
+    int const nShown = std::min(dTables.GetLength(), TOP_TABLES);
+    for (int i = 0; i < nShown; ++i)
+    {
+        std::printf("    %6s rows  %s\n", Sz(Grouped(dTables[i].nRows)), Sz(BelowRoot(*dTables[i].pFile)));
+    }
+    PrintMore(dTables.GetLength(), nShown);
+}
+
+void ReportWorld(ModuleWorld_c const & World)
+{
+    Title("World");
+    if (World.IsEmpty())
+    {
+        std::printf("  These media hold no harbours (%s is missing): nothing sailed.\n", World.GetMissingTable());
+        return;
+    }
+    unsigned char dNumber[4];
+    GetRandomBytes(dNumber, sizeof dNumber);
+    std::printf("  Game %02x%02x%02x%02x: %i days and %i hours over %i harbours\n", dNumber[0], dNumber[1], dNumber[2],
+        dNumber[3], World.GetHours() / 24, World.GetHours() % 24, World.GetHarbourCount());
+    PrintView();
+    PrintShips(World);
+    PrintGoods(World);
+    std::printf(
+        "  The purse: %s marks at first, %s now\n", Sz(Grouped(World.GetFirstPurse())), Sz(Grouped(World.GetPurse())));
+}
+
+void ReportFrames(FrameStats_s const & Stats)
+{
+    Title("Frames");
+    std::printf("  %s frames and %s idle beats; %u allocations in the busiest frame\n", Sz(Grouped(Stats.nFrames)),
+        Sz(Grouped(Stats.nIdle)), Stats.nMostAllocs);
+    if (Stats.nFrames > 0)
+    {
+        std::printf("  Work a frame: mean %s, worst %s (frame %i)\n", Sz(Milliseconds(Stats.tTotal / Stats.nFrames)),
+            Sz(Milliseconds(Stats.tWorst)), Stats.iWorstFrame);
+    }
+}
+
+void ReportMemory()
+{
+    Title("Memory");
+    mem::CategoryInfo dInfo[mem::TOTAL];
+    std::ptrdiff_t iAllocs = 0, iBytes = 0, iMaxBytes = 0;
+    MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
+    std::printf("    %-22s %12s %12s %12s\n", "category", "live blocks", "live", "peak");
+    for (int i = 0; i < mem::TOTAL; ++i)
+    {
+        if (dInfo[i].iMaxCount > 0)
+        {
+            std::printf("    %-22s %12s %12s %12s\n", MemoryCategoryName(static_cast<mem::Categories_e>(i)),
+                Sz(Grouped(dInfo[i].iCount)), Sz(Size(static_cast<double>(dInfo[i].iBytes))),
+                Sz(Size(static_cast<double>(dInfo[i].iMaxBytes))));
+        }
+    }
+    std::printf("    %-22s %12s %12s %12s\n", "all", Sz(Grouped(iAllocs)), Sz(Size(static_cast<double>(iBytes))),
+        Sz(Size(static_cast<double>(iMaxBytes))));
+}
+
+void ReportComplaints(Notes_s const & Notes)
+{
+    Title("Complaints");
+    PrintHeard("Warnings", Notes.Complaints);
+}

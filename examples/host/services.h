@@ -1,0 +1,51 @@
+// services.h: the modules that the host runs, and how long each took to come up.
+#pragma once
+
+#include "zqcore/cmodule.h"
+
+/// Comes up right behind another module and keeps the moment.
+class StartMark_c : public Module_c
+{
+public:
+    StartMark_c()
+        : Module_c("StartMark_c")
+    {}
+
+    void Watch(Module_c * pModule) { m_dPrerequisites[0] = pModule; }
+    Module_c const * GetWatched() const { return m_dPrerequisites[0]; }
+
+    /// longTimeGetPassed of the moment; 0 until then.
+    double GetTime() const { return m_tUp; }
+
+protected:
+    bool Initialize() override;
+    Module_c ** GetPrerequisites() const override { return m_dPrerequisites; }
+
+private:
+    mutable Module_c * m_dPrerequisites[2] = { nullptr, nullptr }; // the registry takes a list that is not const
+    double m_tUp = 0.0;
+};
+
+/// The host's list of modules. Must outlive Module_c::ShutdownAllModules, since the registry points at the marks.
+class Services_c
+{
+public:
+    static constexpr int MAX_SERVICES = 16;
+
+    /// Registers a module. Add a module's prerequisites before it, or their start counts as part of its own.
+    void Add(Module_c * pModule);
+
+    /// Initialises all modules; false if one did not come up.
+    bool Start();
+
+    int GetCount() const { return m_nServices; }
+
+    /// The name of a module, in the order of adding, and the seconds that its start took.
+    char const * GetName(int iService) const { return m_dMarks[iService].GetWatched()->GetName(); }
+    double GetStartTime(int iService) const;
+
+private:
+    StartMark_c m_dMarks[MAX_SERVICES];
+    int m_nServices = 0;
+    double m_tStart = 0.0;
+};

@@ -1,0 +1,161 @@
+#include "survey.h"
+
+#include "zqcore/cfilepath.h"
+#include "zqcore/ctimer.h"
+#include "zqcore/cwarehouse.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace
+{
+    constexpr int HEADER_REACH = 65536; // bytes at a file's start in which a table's header line is looked for
+    constexpr char const * HEADER_WORD = "@head";
+
+    // Whether the resident contents of a file have the word that begins a table's header line.
+    bool HasHeaderWord(File_c const & File)
+    {
+        auto const * pText = reinterpret_cast<char const *>(File.pData);
+        char const * const pEnd = pText + std::min<std::uint32_t>(FileBytes(File), HEADER_REACH);
+        auto const nWord = static_cast<std::ptrdiff_t>(std::strlen(HEADER_WORD));
+        while (pEnd - pText >= nWord)
+        {
+            pText = static_cast<char const *>(std::memchr(pText, '@', static_cast<std::size_t>(pEnd - pText)));
+            if (!pText || pEnd - pText < nWord)
+            {
+                return false;
+            }
+            if (StrCompareNoCase(pText, HEADER_WORD, static_cast<std::size_t>(nWord)) == 0)
+            {
+                return true;
+            }
+            ++pText;
+        }
+        return false;
+    }
+
+    int CountRows(Warehouse_c & Table)
+    {
+        int nRows = 0;
+        String_T<256> sIdent;
+        for (Table.StartIdent(); Table.NextIdent(sIdent);)
+        {
+            ++nRows;
+        }
+        return nRows;
+    }
+
+    template <typename NUMBER>
+    int Order(NUMBER a, NUMBER b)
+    {
+        return a > b ? 1 : a < b ? -1 : 0;
+    }
+}
+
+std::uint32_t FileBytes(File_c const & File)
+{
+    return static_cast<std::uint32_t>(File.iLength);
+}
+
+void Survey_c::List()
+{
+    for (auto * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
+    {
+        ++m_nFolders;
+    }
+    for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+    {
+        File_c & File = *pSlot->pObject;
+        m_dFiles.Add(&File);
+        m_nBytes += FileBytes(File);
+        CountExtension(File);
+    }
+    // A positive result puts the first argument ahead.
+    m_dFiles.Sort([](File_c const * pA, File_c const * pB) { return Order(FileBytes(*pA), FileBytes(*pB)); }, 0, -1);
+    m_dExtensions.Sort([](Extension_s const & A, Extension_s const & B) { return Order(A.nBytes, B.nBytes); }, 0, -1);
+}
+
+void Survey_c::CountExtension(File_c const & File)
+{
+    Extension_s * pExtension = nullptr;
+    for (Extension_s & Known : m_dExtensions)
+    {
+        if (Known.sExt == File.GetExt())
+        {
+            pExtension = &Known;
+            break;
+        }
+    }
+    if (!pExtension)
+    {
+        pExtension = &m_dExtensions[m_dExtensions.Add(Extension_s{ File.GetExt() })];
+    }
+    ++pExtension->nFiles;
+    pExtension->nBytes += FileBytes(File);
+}
+
+int Survey_c::CountDuplicates() const
+{
+    return static_cast<int>(
+        std::count_if(m_dFiles.begin(), m_dFiles.end(), [](File_c const * pFile) { return pFile->bDuplicate; }));
+}
+
+void Survey_c::ReadFiles()
+{
+    for (File_c * const pFile : m_dFiles)
+    {
+        FileBytes(*pFile) ? ReadFile(*pFile) : static_cast<void>(++m_nEmpty);
+    }
+}
+
+void Survey_c::ReadFile(File_c & File)
+{
+    double const tOpening = longTimeGet();
+    File_c * const pFile = FileOpen(File.sName);
+    m_tReading += longTimeGet() - tOpening;
+    if (!pFile)
+    {
+        ++m_nUnreadable;
+        return;
+    }
+    ++m_nRead;
+    m_nBytesRead += FileBytes(*pFile);
+    if (HasHeaderWord(*pFile))
+    {
+        m_dTables.Add(Table_s{ pFile });
+    }
+    double const tClosing = longTimeGet();
+    FileClose(pFile);
+    m_tReading += longTimeGet() - tClosing;
+}
+
+void Survey_c::ReadTables()
+{
+    double const tStart = longTimeGet();
+    for (int i = m_dTables.GetLength() - 1; i >= 0; --i)
+    {
+        Table_s & Table = m_dTables[i];
+        Warehouse_c Warehouse;
+        if (!Warehouse.Open(Table.pFile->sName))
+        {
+            m_dTables.Delete(i); // the word was there, but no header line
+            continue;
+        }
+        Table.nRows = CountRows(Warehouse);
+        m_nRows += Table.nRows;
+    }
+    m_tTables = longTimeGet() - tStart;
+}
+
+void Survey_c::StreamFiles(int nFiles)
+{
+    for (int i = 0; i < nFiles && !m_dFiles.IsEmpty(); ++i)
+    {
+        File_c & File = *m_dFiles[m_iNext];
+        m_iNext = (m_iNext + 1) % m_dFiles.GetLength();
+        if (FileBytes(File))
+        {
+            FileClose(FileOpen(File.sName));
+        }
+    }
+}

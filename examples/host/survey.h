@@ -1,0 +1,76 @@
+// survey.h: what a media tree holds, whatever game it belongs to.
+//
+// The survey looks at the library's table of files and then opens every file by its bare name, as a game does.
+#pragma once
+
+#include "zqcore/carray.h"
+#include "zqcore/cstring.h"
+
+#include <cstdint>
+
+class File_c;
+
+/// Bytes of a file as the table has them.
+std::uint32_t FileBytes(File_c const & File);
+
+/// The files of one extension.
+struct Extension_s
+{
+    String_T<128> sExt; // without the dot; empty for files without one
+    int nFiles = 0;
+    std::uint64_t nBytes = 0;
+};
+
+/// A file that is a warehouse table.
+struct Table_s
+{
+    File_c const * pFile = nullptr;
+    int nRows = 0;
+};
+
+class Survey_c
+{
+public:
+    using Files_t = Array_T<File_c *, 1024, 0>;
+    using Extensions_t = Array_T<Extension_s, 64, 0>;
+    using Tables_t = Array_T<Table_s, 64, 0>;
+
+    /// Lists the files and folders that the scan found.
+    void List();
+
+    /// Reads every file once.
+    void ReadFiles();
+
+    /// Walks every table that ReadFiles came across from its first row to its last.
+    void ReadTables();
+
+    /// Opens and closes the next few files, round and round.
+    void StreamFiles(int nFiles);
+
+    /// Biggest first; the extensions by their bytes, the tables in the order of reading.
+    Files_t const & GetFiles() const { return m_dFiles; }
+    Extensions_t const & GetExtensions() const { return m_dExtensions; }
+    Tables_t const & GetTables() const { return m_dTables; }
+
+    /// The files whose name occurs again elsewhere.
+    int CountDuplicates() const;
+
+    int m_nFolders = 0;
+    std::uint64_t m_nBytes = 0; // of all files
+    int m_nEmpty = 0;           // files without contents, which are not opened
+    int m_nRead = 0;            // files read, and the bytes that came
+    std::uint64_t m_nBytesRead = 0;
+    int m_nUnreadable = 0;
+    double m_tReading = 0.0; // seconds in FileOpen and FileClose
+    int m_nRows = 0;         // of all tables
+    double m_tTables = 0.0;  // seconds over the tables
+
+private:
+    void CountExtension(File_c const & File);
+    void ReadFile(File_c & File);
+
+    Files_t m_dFiles;
+    Extensions_t m_dExtensions;
+    Tables_t m_dTables;
+    int m_iNext = 0; // of StreamFiles
+};

@@ -1,0 +1,49 @@
+#include "texts.h"
+
+#include "zqcore/cfile.h"
+#include "zqcore/cfilemedia.h"
+
+#include <algorithm>
+#include <cstring>
+
+Text_t Grouped(long long iNumber)
+{
+    Text_t const sDigits = NewString("%lld", iNumber);
+    Text_t sGrouped;
+    for (int i = 0; i < sDigits.Length(); ++i)
+    {
+        bool const bComma = i > 0 && (sDigits.Length() - i) % 3 == 0 && sDigits[i - 1] != '-';
+        sGrouped += bComma ? "," : "";
+        sGrouped += sDigits.SubStr(i, 1);
+    }
+    return sGrouped;
+}
+
+Text_t Size(double fBytes)
+{
+    static constexpr char const * UNITS[] = { "bytes", "KB", "MB", "GB", "TB" };
+    int iUnit = 0;
+    for (; fBytes >= 1000.0 && iUnit < 4; ++iUnit)
+    {
+        fBytes /= 1000.0;
+    }
+    return NewString("%.*f %s", iUnit == 0 ? 0 : 1, fBytes, UNITS[iUnit]);
+}
+
+Text_t Milliseconds(double tSeconds)
+{
+    return NewString("%.2f ms", tSeconds * 1000.0);
+}
+
+Text_t BelowRoot(char const * szLocation)
+{
+    auto const nRoot = static_cast<std::size_t>(GetPQXMediaPath(false).Length());
+    Text_t sBelow = std::strlen(szLocation) > nRoot ? szLocation + nRoot + 1 : szLocation;
+    std::replace(sBelow.GetBuffer(), sBelow.GetBuffer() + sBelow.Length(), '\\', '/');
+    return sBelow;
+}
+
+Text_t BelowRoot(File_c const & File)
+{
+    return BelowRoot(File.GetFullPath());
+}

@@ -1,0 +1,156 @@
+// warehouse_fuzz.cpp: tables of any bytes, read on roads that must agree.
+//
+// Bit 0 of the first byte chooses CSV, the bits above it the separators; the rest is the table. A file object of its own
+// kind serves it without a disk.
+#include "zqcore/cfilepath.h"
+#include "zqcore/cwarehouse.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace
+{
+    /// Serves bytes in a block of exactly their size.
+    class MemoryFile_c : public File_c
+    {
+    public:
+        MemoryFile_c()
+        {
+            sName = "fuzz.txt";
+            g_sFileObjects.Add(this, &sName);
+        }
+
+        void Refresh() override {}
+        bool Load(std::uint32_t, unsigned char *, std::uint32_t &) override { return false; }
+        FileStored_c * OpenStored() override { return nullptr; }
+        bool Open(void *) override
+        {
+            iLength = static_cast<int>(sText.size());
+            pData = ZQ_NEW unsigned char[sText.size()];
+            std::memcpy(pData, sText.data(), sText.size());
+            return true;
+        }
+        void Close() override
+        {
+            delete[] pData;
+            pData = nullptr;
+        }
+
+        std::string sText;
+    };
+
+    void Require(bool bAgreed)
+    {
+        if (!bAgreed)
+        {
+            std::abort();
+        }
+    }
+
+    // A walk over all items, each as the ident and all that a table tells of it.
+    using Items_t = std::vector<std::pair<std::string, std::string>>;
+
+    std::string Cells(Warehouse_c const & Table)
+    {
+        std::string sAll;
+        for (char const * szColumn : { "@head", "a", "b", "c" })
+        {
+            String_T<256> sText;
+            long iLong = 0;
+            double fDouble = 0;
+            unsigned long iUnsigned = 0;
+            int iFirst = 0, iSecond = 0;
+            bool const dValid[] = { Table.Get(szColumn, sText), Table.Get(szColumn, iLong),
+                Table.Get(szColumn, fDouble), Table.Get(szColumn, iUnsigned), Table.Get(szColumn, iFirst, iSecond) };
+            for (bool const bValid : dValid)
+            {
+                sAll += bValid ? '1' : '0';
+            }
+            sAll += std::to_string(Table.GetLength(szColumn)) + " " + std::string(sText) + " " + std::to_string(iLong)
+                    + " " + std::to_string(fDouble) + " " + std::to_string(iUnsigned) + " " + std::to_string(iFirst)
+                    + " " + std::to_string(iSecond) + "\n";
+        }
+        return sAll;
+    }
+
+    Items_t Walk(Warehouse_c & Table)
+    {
+        Items_t dItems;
+        String_T<256> sIdent;
+        Require(Table.StartIdent());
+        while (Table.NextIdent(sIdent))
+        {
+            dItems.emplace_back(sIdent, Cells(Table));
+        }
+        return dItems;
+    }
+
+    /// FindIdent gives the first item of each ident, and nothing for an ident that no item has.
+    void CheckSearches(Warehouse_c & Table, Items_t const & dItems)
+    {
+        constexpr std::size_t SEARCHES = 20; // each is a scan from the top
+        for (std::size_t i = 0; i < dItems.size() && i < SEARCHES; ++i)
+        {
+            std::string const & sIdent = dItems[i].first;
+            if (sIdent.size() == 255)
+            {
+                continue; // cut, perhaps
+            }
+            std::size_t iFirst = 0;
+            while (dItems[iFirst].first != sIdent)
+            {
+                ++iFirst;
+            }
+            Require(Table.FindIdent(sIdent.c_str()) && Cells(Table) == dItems[iFirst].second);
+        }
+        Require(!Table.FindIdent("@HEAD"));
+    }
+
+    /// A walk over the lines one by one finds the same idents.
+    void CheckLines(
+        std::string const & sText, WarehouseFormat_e eFormat, char const * szSeparators, Items_t const & dItems)
+    {
+        std::vector<char> const dText(sText.begin(), sText.end());
+        WarehouseScan_t Scan(dText.data(), static_cast<int>(dText.size()), 0, eFormat);
+        if (szSeparators)
+        {
+            Scan.SetSeparators(szSeparators);
+        }
+        WarehouseLine_c Line;
+        std::size_t iItem = 0;
+        while (Scan.GetLine(&Line))
+        {
+            if (!Line.IsNull(0) && !Line.IsHeader())
+            {
+                Require(iItem < dItems.size() && dItems[iItem].first == std::string(Line[0]).substr(0, 255));
+                ++iItem;
+            }
+        }
+        Require(iItem == dItems.size());
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    static MemoryFile_c & s_File = *ZQ_NEW MemoryFile_c;
+    static char const * const s_dSeparators[] = { nullptr, " ", ";\t", "\n", "#\"", "", "a-", "\r\n" };
+    if (nSize < 2)
+    {
+        return 0;
+    }
+    WarehouseFormat_e const eFormat = pData[0] & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
+    char const * const szSeparators = s_dSeparators[pData[0] >> 1 & 7];
+    s_File.sText.assign(reinterpret_cast<char const *>(pData) + 1, nSize - 1);
+
+    Warehouse_c InPlace, Copy(true);
+    Require(InPlace.Open("fuzz.txt", eFormat, "a b c", szSeparators));
+    Require(Copy.Open("fuzz.txt", eFormat, "a b c", szSeparators));
+    Items_t const dItems = Walk(InPlace);
+    Require(Walk(InPlace) == dItems && Walk(Copy) == dItems);
+    CheckSearches(InPlace, dItems);
+    CheckLines(s_File.sText, eFormat, szSeparators, dItems);
+    return 0;
+}

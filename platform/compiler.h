@@ -1,0 +1,20 @@
+// compiler.h: the few words of the compiler that the library needs beyond the language.
+#pragma once
+
+/// Marks a name of the library's interface; everything else stays inside the shared library.
+#define ZQ_API __attribute__((visibility("default")))
+
+/// Checks the arguments of a function that formats like printf; both positions count from 1 (and include `this`).
+#define ZQ_PRINTF(iFormat, iFirstArgument) __attribute__((format(printf, iFormat, iFirstArgument)))
+
+/// Keeps a rare path out of the straight line.
+#define ZQ_COLD __attribute__((cold, noinline))
+
+/// Puts the construction of a global object ahead of all others, the executable's included.
+#define ZQ_FIRST_GLOBAL __attribute__((init_priority(101)))
+
+/// A thread's variable that is reached without a call; the library must be loaded at start, not by hand.
+#define ZQ_THREAD_LOCAL thread_local __attribute__((tls_model("initial-exec")))
+
+/// The present function with its class and arguments, as the compiler spells it.
+#define ZQ_FUNCTION __PRETTY_FUNCTION__

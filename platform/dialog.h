@@ -1,0 +1,63 @@
+// dialog.h: a text with buttons, and the answer.
+//
+// A host may install its own dialog. Without one a terminal on standard input and error is asked; with none the text
+// goes to standard error and the answer is the one that lets the program go on (Ignore, No, OK).
+#pragma once
+
+#include "platform/compiler.h"
+
+namespace plat
+{
+    enum class DialogButtons_e
+    {
+        Ok,
+        OkCancel,
+        AbortRetryIgnore,
+        YesNoCancel
+    };
+
+    /// The numbers are those that callers of message boxes know.
+    enum class DialogAnswer_e : int
+    {
+        Ok = 1,
+        Cancel = 2,
+        Abort = 3,
+        Retry = 4,
+        Ignore = 5,
+        Yes = 6,
+        No = 7
+    };
+
+    enum class DialogIcon_e
+    {
+        Error,
+        Warning
+    };
+
+    /// How far the dialog blocks: its own thread only, the windows of the task, or above everything on the screen.
+    enum class DialogModality_e
+    {
+        Plain,
+        Task,
+        AlwaysOnTop
+    };
+
+    struct Dialog_t
+    {
+        char const * szText = "";
+        char const * szCaption = "";
+        DialogButtons_e eButtons = DialogButtons_e::Ok;
+        int iDefaultButton = 1;   // counted from 1
+        DialogIcon_e eIcon = DialogIcon_e::Error;
+        DialogModality_e eModality = DialogModality_e::Plain;
+        void * pOwner = nullptr;   // a window of the host, or null
+    };
+
+    using DialogHandler_t = DialogAnswer_e (*)(Dialog_t const & Dialog);
+
+    /// Shows the dialog and waits for the answer. Any thread.
+    DialogAnswer_e DialogShow(Dialog_t const & Dialog);
+
+    /// Installs a host's dialog, or null for the default; returns the former one.
+    ZQ_API DialogHandler_t DialogSetHandler(DialogHandler_t fnHandler);
+}

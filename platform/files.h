@@ -1,0 +1,126 @@
+// files.h: files and folders as the library asks for them.
+//
+// Paths are UTF-8, and `\` and `/` both separate. A path whose letters differ from the disk's only in case finds the
+// disk's spelling: the path is tried as it stands first, then in the spelling that a folder listing met, then by
+// reading the folders on the way. All functions may be called from any thread; none of them logs. A function that
+// fails leaves the reason for LastErrorText (process.h).
+#pragma once
+
+#include "platform/compiler.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+namespace plat
+{
+    /// An open file; null is no file.
+    using File_t = void *;
+
+    /// 100-nanosecond ticks since 1601-01-01 00:00 UTC; 0 where the file system keeps no such time.
+    using FileTime_t = std::uint64_t;
+
+    /// What others may do with the file while it is open. Advisory where the system has no share modes: an open that
+    /// excludes writers fails while anyone has the file open for writing. It is checked at the open alone, and not at
+    /// all where the system grants no lease (another user's file, some network file systems).
+    enum class Share_e
+    {
+        ReadWrite,
+        Read
+    };
+
+    struct FileFacts_t
+    {
+        std::uint64_t nSize = 0;      // bytes
+        FileTime_t tCreation = 0;
+        FileTime_t tLastWrite = 0;
+        bool bFolder = false;
+        bool bRegular = false;        // a plain file: no folder, pipe, socket or device
+    };
+
+    /// Opens an existing regular file or folder entry for reading; null on failure. Pipes, sockets and devices are
+    /// refused and never waited for. Sizes and times are learnt on the way: pFacts, unless null, gets them for nothing,
+    /// where FileGetFacts would ask the system a second time.
+    File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
+
+    /// Size and times of an open file; false on failure.
+    bool FileGetFacts(File_t hFile, FileFacts_t & Facts);
+
+    /// Tells the system that nBytes will be read once from front to back. Nothing is told of a small file, which the
+    /// system reads ahead unasked: the hint would cost a tenth of the whole read.
+    void FileHintSequential(File_t hFile, std::uint64_t nBytes = UINT64_MAX);
+
+    /// Reads from the present position until nBytes are there, the file ends or an error comes; the bytes read.
+    std::size_t FileRead(File_t hFile, void * pBuffer, std::size_t nBytes);
+
+    /// Moves the position: iOrigin 1 from the present position, 2 from the end, else from the start. The new position,
+    /// or -1 on failure.
+    std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin);
+
+    /// Closes an open file.
+    void FileClose(File_t hFile);
+
+    /// Facts of what the path names, links followed; false if it names nothing.
+    bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
+
+    /// Opens a C stream with fopen's modes; null on failure. A file that is there in another spelling is the one that
+    /// is opened; one that is created gets the path's own. Child processes do not inherit it.
+    std::FILE * StreamOpen(char const * szPath, char const * szMode);
+
+    /// Creates one folder; false if it is there already or can't be made.
+    bool FolderCreate(char const * szPath);
+
+    /// Copies a regular file's contents and write time over szTo; false on failure, which may leave a part of them
+    /// there. A file is not copied onto itself.
+    bool FileCopy(char const * szFrom, char const * szTo);
+
+    /// Deletes a file, or a folder with all it holds; links are removed, not followed. False if there was nothing, or
+    /// if anything is left. A path that ends in "." or "..", or is the root, is refused.
+    bool TreeDelete(char const * szPath);
+
+    /// Forgets the spellings that folder listings and searches met and frees their memory.
+    void SpellingsForget();
+
+    /// One entry of a folder, "." and ".." left out.
+    struct FolderEntry_t
+    {
+        char const * szName = nullptr;   // the disk's spelling; lives as long as the listing
+        bool bLink = false;              // reached through a link; the facts are those of its target
+        FileFacts_t Facts;               // of a folder or what is no file only the kind, unless reached through a link
+    };
+
+    /// Which folder this really is, whatever path led to it.
+    struct FolderIdentity_t
+    {
+        std::uint64_t iVolume = 0;
+        std::uint64_t iFolder = 0;
+        bool operator==(FolderIdentity_t const &) const = default;
+    };
+
+    /// A folder read whole. Entries come in one order on every machine: by name folded to lower case (ASCII), then by
+    /// the raw bytes. Entries that vanish while the folder is read, links to nothing, and names that hold a `\`, which
+    /// no path can reach, are left out.
+    class FolderListing_c
+    {
+    public:
+        FolderListing_c() = default;
+        ~FolderListing_c();
+        FolderListing_c(FolderListing_c const &) = delete;
+        FolderListing_c & operator=(FolderListing_c const &) = delete;
+
+        /// Reads the folder; false if it can't be opened, or breaks off while being read.
+        bool Read(char const * szPath);
+
+        /// Entries read.
+        std::size_t GetCount() const;
+
+        /// Requires iEntry < GetCount().
+        FolderEntry_t const & GetEntry(std::size_t iEntry) const;
+
+        FolderIdentity_t const & GetIdentity() const;
+
+    private:
+        struct Contents_s;
+        Contents_s * m_pContents = nullptr;
+    };
+}

@@ -1,0 +1,77 @@
+// descriptor.h: a file descriptor that is closed at the end of its scope, the last error kept.
+#pragma once
+
+#include <cerrno>
+#include <unistd.h>
+
+namespace plat
+{
+    class Descriptor_c
+    {
+    public:
+        explicit Descriptor_c(int iDescriptor = -1)
+            : m_iDescriptor(iDescriptor)
+        {}
+        ~Descriptor_c() { Reset(-1); }
+        Descriptor_c(Descriptor_c const &) = delete;
+        Descriptor_c & operator=(Descriptor_c const &) = delete;
+
+        bool IsOpen() const { return m_iDescriptor >= 0; }
+        int Get() const { return m_iDescriptor; }
+
+        /// Closes what is held and takes another.
+        void Reset(int iDescriptor)
+        {
+            if (m_iDescriptor >= 0)
+            {
+                int const iError = errno;
+                close(m_iDescriptor);
+                errno = iError;
+            }
+            m_iDescriptor = iDescriptor;
+        }
+
+        /// Hands the descriptor over to the caller.
+        int Release()
+        {
+            int const iDescriptor = m_iDescriptor;
+            m_iDescriptor = -1;
+            return iDescriptor;
+        }
+
+    private:
+        int m_iDescriptor;
+    };
+
+    /// Reads until nBytes are there, the file ends or an error comes; the bytes read.
+    inline std::size_t ReadFully(int iDescriptor, void * pBuffer, std::size_t nBytes)
+    {
+        std::size_t nDone = 0;
+        while (nDone < nBytes)
+        {
+            ssize_t const nRead = read(iDescriptor, static_cast<char *>(pBuffer) + nDone, nBytes - nDone);
+            if (nRead <= 0 && !(nRead < 0 && errno == EINTR))
+            {
+                break;
+            }
+            nDone += nRead > 0 ? static_cast<std::size_t>(nRead) : 0;
+        }
+        return nDone;
+    }
+
+    /// Writes nBytes; false as soon as the system takes no more.
+    inline bool WriteFully(int iDescriptor, void const * pData, std::size_t nBytes)
+    {
+        std::size_t nDone = 0;
+        while (nDone < nBytes)
+        {
+            ssize_t const nWritten = write(iDescriptor, static_cast<char const *>(pData) + nDone, nBytes - nDone);
+            if (nWritten <= 0 && !(nWritten < 0 && errno == EINTR))
+            {
+                return false;
+            }
+            nDone += nWritten > 0 ? static_cast<std::size_t>(nWritten) : 0;
+        }
+        return true;
+    }
+}

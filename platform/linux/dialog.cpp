@@ -1,0 +1,119 @@
+#include "platform/dialog.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/folding.h"
+
+#include <atomic>
+#include <cstring>
+
+namespace plat
+{
+    namespace
+    {
+        struct Choice_t
+        {
+            char cKey; // what the user types
+            char const * szLabel;
+            DialogAnswer_e eAnswer;
+        };
+
+        struct Choices_t
+        {
+            int nChoices;
+            Choice_t dChoices[3];
+            DialogAnswer_e eUnattended; // lets the program go on
+        };
+
+        // In the order of DialogButtons_e.
+        constexpr Choices_t CHOICES[] = {
+            { 1, { { 'o', "(O)k", DialogAnswer_e::Ok } }, DialogAnswer_e::Ok },
+            { 2, { { 'o', "(O)k", DialogAnswer_e::Ok }, { 'c', "(C)ancel", DialogAnswer_e::Cancel } },
+                DialogAnswer_e::Ok },
+            { 3,
+                { { 'a', "(A)bort", DialogAnswer_e::Abort }, { 'r', "(R)etry", DialogAnswer_e::Retry },
+                    { 'i', "(I)gnore", DialogAnswer_e::Ignore } },
+                DialogAnswer_e::Ignore },
+            { 3,
+                { { 'y', "(Y)es", DialogAnswer_e::Yes }, { 'n', "(N)o", DialogAnswer_e::No },
+                    { 'c', "(C)ancel", DialogAnswer_e::Cancel } },
+                DialogAnswer_e::No },
+        };
+
+        std::atomic<DialogHandler_t> g_fnHandler{ nullptr };
+
+        void Print(char const * szText)
+        {
+            WriteFully(STDERR_FILENO, szText, std::strlen(szText));
+        }
+
+        // A terminal that this process may read: one in the background would be stopped for trying.
+        bool HasTerminal()
+        {
+            return isatty(STDIN_FILENO) && isatty(STDERR_FILENO) && tcgetpgrp(STDIN_FILENO) == getpgrp();
+        }
+
+        void PrintChoices(Choices_t const & Choices, int iDefault)
+        {
+            for (int iChoice = 0; iChoice < Choices.nChoices; ++iChoice)
+            {
+                Print(Choices.dChoices[iChoice].szLabel);
+                Print(iChoice == iDefault ? "* " : " ");
+            }
+            Print("? ");
+        }
+
+        // Reads one line, all of it, and gives its first byte: a line end for an empty line, 0 at the end of the input.
+        char ReadKey()
+        {
+            char cFirst = 0;
+            char cByte = 0;
+            while (cByte != '\n' && ReadFully(STDIN_FILENO, &cByte, 1) == 1)
+            {
+                cFirst = cFirst == 0 ? cByte : cFirst;
+            }
+            return Folded(cFirst);
+        }
+
+        DialogAnswer_e AskTerminal(Choices_t const & Choices, int iDefault)
+        {
+            for (;;)
+            {
+                PrintChoices(Choices, iDefault);
+                char const cKey = ReadKey();
+                if (cKey == 0)
+                {
+                    return Choices.eUnattended;
+                }
+                for (int iChoice = 0; iChoice < Choices.nChoices; ++iChoice)
+                {
+                    if (cKey == Choices.dChoices[iChoice].cKey || (cKey == '\n' && iChoice == iDefault))
+                    {
+                        return Choices.dChoices[iChoice].eAnswer;
+                    }
+                }
+            }
+        }
+
+        // Takes nothing from the heap: dialogs are shown on the way down too.
+        DialogAnswer_e ShowOnTerminal(Dialog_t const & Dialog)
+        {
+            Print(Dialog.szCaption);
+            Print("\n");
+            Print(Dialog.szText);
+            Print("\n");
+            Choices_t const & Choices = CHOICES[static_cast<int>(Dialog.eButtons)];
+            return HasTerminal() ? AskTerminal(Choices, Dialog.iDefaultButton - 1) : Choices.eUnattended;
+        }
+    }
+
+    DialogAnswer_e DialogShow(Dialog_t const & Dialog)
+    {
+        DialogHandler_t const fnHandler = g_fnHandler.load();
+        return fnHandler != nullptr ? fnHandler(Dialog) : ShowOnTerminal(Dialog);
+    }
+
+    DialogHandler_t DialogSetHandler(DialogHandler_t fnHandler)
+    {
+        return g_fnHandler.exchange(fnHandler);
+    }
+}

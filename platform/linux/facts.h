@@ -1,0 +1,44 @@
+// facts.h: what the system tells of a file, in the library's terms.
+#pragma once
+
+#include "platform/files.h"
+
+#include <cstdint>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace plat
+{
+    /// What FactsFromStatx reads.
+    constexpr unsigned FACTS_MASK = STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_BTIME;
+
+    /// 100-nanosecond ticks since 1601 of a time since 1970; 0 for a time before 1601.
+    inline FileTime_t TicksFromTime(std::int64_t nSeconds, std::uint32_t nNanoseconds)
+    {
+        constexpr std::int64_t SECONDS_1601_TO_1970 = 11644473600;
+        std::int64_t const nSince1601 = nSeconds + SECONDS_1601_TO_1970;
+        return nSince1601 < 0 ? 0 : static_cast<FileTime_t>(nSince1601) * 10000000u + nNanoseconds / 100u;
+    }
+
+    inline void FactsFromStatx(struct statx const & Stat, FileFacts_t & Facts)
+    {
+        Facts.nSize = Stat.stx_size;
+        Facts.tCreation =
+            (Stat.stx_mask & STATX_BTIME) != 0 ? TicksFromTime(Stat.stx_btime.tv_sec, Stat.stx_btime.tv_nsec) : 0;
+        Facts.tLastWrite = TicksFromTime(Stat.stx_mtime.tv_sec, Stat.stx_mtime.tv_nsec);
+        Facts.bFolder = S_ISDIR(Stat.stx_mode);
+        Facts.bRegular = S_ISREG(Stat.stx_mode);
+    }
+
+    /// Facts of what szPath names from the folder iFolder on, links followed; of iFolder itself for an empty path.
+    inline bool FactsAt(int iFolder, char const * szPath, int iFlags, FileFacts_t & Facts)
+    {
+        struct statx Stat;
+        if (statx(iFolder, szPath, iFlags, FACTS_MASK, &Stat) != 0)
+        {
+            return false;
+        }
+        FactsFromStatx(Stat, Facts);
+        return true;
+    }
+}

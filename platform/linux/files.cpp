@@ -1,0 +1,309 @@
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/files.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/facts.h"
+#include "platform/linux/folderreader.h"
+#include "platform/linux/spelling.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr mode_t NEW_FILE_MODE = 0666; // less what the process masks
+        constexpr mode_t NEW_FOLDER_MODE = 0777;
+        constexpr std::uint64_t HINT_FROM_BYTES = 128 * 1024; // what the system reads ahead unasked
+
+        int DescriptorOf(File_t hFile)
+        {
+            return static_cast<int>(reinterpret_cast<std::intptr_t>(hFile)) - 1;
+        }
+
+        // Descriptor 0 is a file too, so the handle is one more.
+        File_t HandleOf(int iDescriptor)
+        {
+            return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);
+        }
+
+        // Whether anyone has the file open for writing, asked by taking a read lease and giving it back at once, so
+        // that a writer who comes meanwhile waits for no longer than that. No where leases are not to be had.
+        bool HasWriter(int iDescriptor)
+        {
+            fcntl(iDescriptor, F_SETSIG, SIGURG); // a lease broken before it is back tells by a signal that is ignored
+            if (fcntl(iDescriptor, F_SETLEASE, F_RDLCK) != 0)
+            {
+                return errno == EAGAIN;
+            }
+            fcntl(iDescriptor, F_SETLEASE, F_UNLCK);
+            return false;
+        }
+
+        bool DeleteEntry(int iFolder, char const * szName);
+
+        // All names of a folder; false if it breaks off.
+        ZQ_COLD bool ReadNames(int iFolder, std::vector<std::string> & dNames)
+        {
+            FolderReader_c Reader(iFolder);
+            while (dirent64 const * pEntry = Reader.Next())
+            {
+                dNames.emplace_back(pEntry->d_name);
+            }
+            return !Reader.IsBroken();
+        }
+
+        bool EmptyFolder(int iFolder)
+        {
+            std::vector<std::string> dNames;
+            bool bAll = ReadNames(iFolder, dNames);
+            for (std::string const & sName : dNames)
+            {
+                bAll = DeleteEntry(iFolder, sName.c_str()) && bAll;
+            }
+            return bAll;
+        }
+
+        // Deletes one entry with all it holds. One that is gone already counts as deleted.
+        bool DeleteEntry(int iFolder, char const * szName)
+        {
+            if (unlinkat(iFolder, szName, 0) == 0 || errno == ENOENT)
+            {
+                return true;
+            }
+            if (errno != EISDIR && errno != EPERM)
+            {
+                return false;
+            }
+            {
+                Descriptor_c const Folder(openat(iFolder, szName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+                if (Folder.IsOpen() && !EmptyFolder(Folder.Get()))
+                {
+                    return false;
+                }
+            }
+            return unlinkat(iFolder, szName, AT_REMOVEDIR) == 0 || errno == ENOENT;
+        }
+
+        // The flags of open for a mode of fopen, -1 for no mode.
+        int FlagsOfMode(char const * szMode)
+        {
+            bool const bUpdate = std::strchr(szMode, '+') != nullptr;
+            int const iExclusive = std::strchr(szMode, 'x') != nullptr ? O_EXCL : 0;
+            int const iAccess = O_CLOEXEC | (bUpdate ? O_RDWR : (szMode[0] == 'r' ? O_RDONLY : O_WRONLY));
+            switch (szMode[0])
+            {
+            case 'r':
+                return iAccess;
+            case 'w':
+                return iAccess | O_CREAT | O_TRUNC | iExclusive;
+            case 'a':
+                return iAccess | O_CREAT | O_APPEND | iExclusive;
+            default:
+                return -1;
+            }
+        }
+
+        bool IsThere(DiskPath_c & Path)
+        {
+            struct stat Stat;
+            return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) == 0;
+        }
+
+        // Opens what is there in any spelling; else, with O_CREAT, makes it in the path's own.
+        int OpenOrCreate(char const * szPath, int iFlags, mode_t iMode)
+        {
+            DiskPath_c Path(szPath);
+            if ((iFlags & O_EXCL) == 0)
+            {
+                int const iExisting = Path.Try([iFlags](char const * szTry) { return open(szTry, iFlags & ~O_CREAT); });
+                if (iExisting >= 0 || errno != ENOENT || (iFlags & O_CREAT) == 0)
+                {
+                    return iExisting;
+                }
+            }
+            else if (IsThere(Path))
+            {
+                errno = EEXIST;
+                return -1;
+            }
+            Path.SpellFolder();
+            return open(Path.Get(), iFlags, iMode);
+        }
+
+        // Copies what is left of one file to the other: inside the kernel as far as it can, then through a buffer.
+        bool CopyContents(int iFrom, int iTo)
+        {
+            constexpr std::size_t STEP = std::size_t(1) << 30;
+            while (copy_file_range(iFrom, nullptr, iTo, nullptr, STEP, 0) > 0)
+            {}
+            constexpr std::size_t BUFFER = 64 * 1024;
+            std::unique_ptr<char[]> const pBuffer(new char[BUFFER]);
+            for (;;)
+            {
+                ssize_t const nRead = read(iFrom, pBuffer.get(), BUFFER);
+                if (nRead == 0)
+                {
+                    return true;
+                }
+                if (nRead < 0 || !WriteFully(iTo, pBuffer.get(), static_cast<std::size_t>(nRead)))
+                {
+                    return false;
+                }
+            }
+        }
+
+        // Replaces the contents and the write time of iTo. A file is not copied onto itself.
+        bool CopyOver(int iFrom, int iTo)
+        {
+            struct stat From;
+            struct stat To;
+            if (fstat(iFrom, &From) != 0 || fstat(iTo, &To) != 0)
+            {
+                return false;
+            }
+            if (!S_ISREG(To.st_mode) || (From.st_dev == To.st_dev && From.st_ino == To.st_ino))
+            {
+                errno = EINVAL;
+                return false;
+            }
+            timespec const dTimes[2] = { { 0, UTIME_OMIT }, From.st_mtim };
+            return ftruncate(iTo, 0) == 0 && CopyContents(iFrom, iTo) && futimens(iTo, dTimes) == 0;
+        }
+    }
+
+    File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts)
+    {
+        DiskPath_c Path(szPath);
+        Descriptor_c File(
+            Path.Try([](char const * szTry) { return open(szTry, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+        FileFacts_t Facts;
+        if (!File.IsOpen() || !FactsAt(File.Get(), "", AT_EMPTY_PATH, Facts))
+        {
+            return nullptr;
+        }
+        bool const bRefused = !Facts.bRegular && !Facts.bFolder;
+        if (bRefused || (eShare == Share_e::Read && Facts.bRegular && HasWriter(File.Get())))
+        {
+            errno = bRefused ? EINVAL : EBUSY;
+            return nullptr;
+        }
+        if (pFacts != nullptr)
+        {
+            *pFacts = Facts;
+        }
+        return HandleOf(File.Release());
+    }
+
+    bool FileGetFacts(File_t hFile, FileFacts_t & Facts)
+    {
+        return FactsAt(DescriptorOf(hFile), "", AT_EMPTY_PATH, Facts);
+    }
+
+    void FileHintSequential(File_t hFile, std::uint64_t nBytes)
+    {
+        if (nBytes > HINT_FROM_BYTES)
+        {
+            posix_fadvise(DescriptorOf(hFile), 0, 0, POSIX_FADV_SEQUENTIAL);
+        }
+    }
+
+    std::size_t FileRead(File_t hFile, void * pBuffer, std::size_t nBytes)
+    {
+        return ReadFully(DescriptorOf(hFile), pBuffer, nBytes);
+    }
+
+    std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin)
+    {
+        int const iWhence = iOrigin == 1 ? SEEK_CUR : (iOrigin == 2 ? SEEK_END : SEEK_SET);
+        return lseek(DescriptorOf(hFile), iOffset, iWhence);
+    }
+
+    void FileClose(File_t hFile)
+    {
+        close(DescriptorOf(hFile));
+    }
+
+    bool PathGetFacts(char const * szPath, FileFacts_t & Facts)
+    {
+        DiskPath_c Path(szPath);
+        return Path.Try([&Facts](char const * szTry) { return FactsAt(AT_FDCWD, szTry, 0, Facts) ? 0 : -1; }) == 0;
+    }
+
+    std::FILE * StreamOpen(char const * szPath, char const * szMode)
+    {
+        int const iFlags = FlagsOfMode(szMode);
+        if (iFlags < 0)
+        {
+            errno = EINVAL;
+            return nullptr;
+        }
+        Descriptor_c File(OpenOrCreate(szPath, iFlags, NEW_FILE_MODE));
+        std::FILE * const pStream = File.IsOpen() ? fdopen(File.Get(), szMode) : nullptr;
+        if (pStream != nullptr)
+        {
+            File.Release();
+        }
+        return pStream;
+    }
+
+    bool FolderCreate(char const * szPath)
+    {
+        DiskPath_c Path(szPath);
+        Path.TrimSeparators();
+        if (IsThere(Path))
+        {
+            errno = EEXIST;
+            return false;
+        }
+        if (errno != ENOENT)
+        {
+            return false;
+        }
+        Path.SpellFolder();
+        return mkdir(Path.Get(), NEW_FOLDER_MODE) == 0;
+    }
+
+    bool FileCopy(char const * szFrom, char const * szTo)
+    {
+        File_t const hFrom = FileOpenRead(szFrom, Share_e::ReadWrite);
+        Descriptor_c const From(hFrom != nullptr ? DescriptorOf(hFrom) : -1);
+        struct stat Stat;
+        if (!From.IsOpen() || fstat(From.Get(), &Stat) != 0)
+        {
+            return false;
+        }
+        if (!S_ISREG(Stat.st_mode))
+        {
+            errno = EISDIR;
+            return false;
+        }
+        Descriptor_c To(OpenOrCreate(szTo, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, Stat.st_mode & NEW_FILE_MODE));
+        return To.IsOpen() && CopyOver(From.Get(), To.Get()) && close(To.Release()) == 0;
+    }
+
+    bool TreeDelete(char const * szPath)
+    {
+        DiskPath_c Path(szPath);
+        Path.TrimSeparators();
+        if (!IsThere(Path))
+        {
+            return false;
+        }
+        char const * const szSlash = std::strrchr(Path.Get(), '/');
+        std::string_view const sLast = szSlash != nullptr ? szSlash + 1 : Path.Get();
+        if (sLast.empty() || sLast == "." || sLast == "..")
+        {
+            errno = EINVAL;
+            return false;
+        }
+        return DeleteEntry(AT_FDCWD, Path.Get());
+    }
+}

@@ -1,0 +1,58 @@
+// folderreader.h: the raw entries of an open folder, in the disk's order, without a heap.
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+#include <dirent.h>
+
+namespace plat
+{
+    /// Walks a folder's entries once, "." and ".." left out. Holds 32 KiB, so it never stands in a recursive function.
+    class FolderReader_c
+    {
+    public:
+        /// The descriptor stays the caller's.
+        explicit FolderReader_c(int iFolder)
+            : m_iFolder(iFolder)
+        {}
+
+        /// The next entry, valid until the next call; null at the end or when the folder breaks off.
+        dirent64 const * Next()
+        {
+            while (m_iNext < m_nFilled || Fill())
+            {
+                dirent64 const * const pEntry = reinterpret_cast<dirent64 const *>(m_aBlock + m_iNext);
+                m_iNext += pEntry->d_reclen;
+                if (!IsDots(pEntry->d_name))
+                {
+                    return pEntry;
+                }
+            }
+            return nullptr;
+        }
+
+        /// Whether an error, left in errno, ended the walk. A folder deleted meanwhile is at its end.
+        bool IsBroken() const { return m_bBroken; }
+
+    private:
+        static bool IsDots(char const * szName)
+        {
+            return szName[0] == '.' && (szName[1] == 0 || (szName[1] == '.' && szName[2] == 0));
+        }
+
+        bool Fill()
+        {
+            auto const nRead = getdents64(m_iFolder, m_aBlock, sizeof(m_aBlock));
+            m_bBroken = nRead < 0 && errno != ENOENT;
+            m_iNext = 0;
+            m_nFilled = nRead > 0 ? static_cast<std::size_t>(nRead) : 0;
+            return nRead > 0;
+        }
+
+        int m_iFolder;
+        bool m_bBroken = false;
+        std::size_t m_iNext = 0;
+        std::size_t m_nFilled = 0;
+        alignas(dirent64) char m_aBlock[32768];
+    };
+}

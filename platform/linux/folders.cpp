@@ -1,0 +1,260 @@
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/files.h"
+#include "platform/linux/descriptor.h"
+#include "platform/linux/facts.h"
+#include "platform/linux/folderreader.h"
+#include "platform/linux/folding.h"
+#include "platform/linux/spelling.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <vector>
+
+namespace plat
+{
+    struct FolderListing_c::Contents_s
+    {
+        bool ReadEntries(int iFolder);
+        void AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes);
+        void GrowNames(std::size_t nBytes);
+        void Sort();
+        std::vector<char const *> UnfoldedNames() const;
+        void Clear();
+
+        FolderIdentity_t Identity;
+        std::vector<FolderEntry_t> dEntries;
+        std::vector<char> dNames; // terminated, one behind the other; the entries point into it
+        bool bFolded = true;      // whether all names are
+    };
+
+    namespace
+    {
+        constexpr std::size_t ENTRIES_AT_FIRST = 64; // room that most folders never outgrow
+        constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
+
+        enum class Entry_e
+        {
+            Taken,
+            LeftOut,
+            Broken
+        };
+
+        // A link, or an entry whose kind the folder does not tell: asks the entry itself, then the link's target.
+        ZQ_COLD Entry_e FactsOfLink(int iFolder, char const * szName, FolderEntry_t & Entry)
+        {
+            struct statx Stat;
+            if (statx(iFolder, szName, AT_SYMLINK_NOFOLLOW, FACTS_MASK, &Stat) != 0)
+            {
+                return errno == ENOENT ? Entry_e::LeftOut : Entry_e::Broken;
+            }
+            Entry.bLink = S_ISLNK(Stat.stx_mode);
+            FactsFromStatx(Stat, Entry.Facts);
+            return !Entry.bLink || FactsAt(iFolder, szName, 0, Entry.Facts) ? Entry_e::Taken : Entry_e::LeftOut;
+        }
+
+        // Of a folder, and of what is no file, the kind is all that is told: it costs no look at the entry.
+        Entry_e FactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
+        {
+            switch (Raw.d_type)
+            {
+            case DT_REG:
+                if (FactsAt(iFolder, Raw.d_name, AT_SYMLINK_NOFOLLOW, Entry.Facts))
+                {
+                    return Entry_e::Taken;
+                }
+                return errno == ENOENT ? Entry_e::LeftOut : Entry_e::Broken;
+
+            case DT_DIR:
+                Entry.Facts.bFolder = true;
+                return Entry_e::Taken;
+
+            case DT_LNK:
+            case DT_UNKNOWN:
+                return FactsOfLink(iFolder, Raw.d_name, Entry);
+
+            default:
+                return Entry_e::Taken;
+            }
+        }
+
+        // What a listing wants to know of the bytes of a name.
+        constexpr unsigned char CAPITAL = 1;
+        constexpr unsigned char BACKSLASH = 2;
+
+        constexpr auto BYTE_KINDS = []()
+        {
+            std::array<unsigned char, 256> dKinds{};
+            for (unsigned char cByte = 'A'; cByte <= 'Z'; ++cByte)
+            {
+                dKinds[cByte] = CAPITAL;
+            }
+            dKinds['\\'] = BACKSLASH;
+            return dKinds;
+        }();
+
+        // The kinds of bytes in a terminated name, and its length, in one go.
+        unsigned ScanName(char const * szName, std::size_t & nLength)
+        {
+            unsigned bKinds = 0;
+            nLength = 0;
+            for (; szName[nLength] != 0; ++nLength)
+            {
+                bKinds |= BYTE_KINDS[static_cast<unsigned char>(szName[nLength])];
+            }
+            return bKinds;
+        }
+    }
+
+    void FolderListing_c::Contents_s::Clear()
+    {
+        dEntries.clear();
+        dNames.clear();
+        bFolded = true;
+    }
+
+    // Appends the folder's entries in the disk's order; false if the folder breaks off.
+    bool FolderListing_c::Contents_s::ReadEntries(int iFolder)
+    {
+        FolderReader_c Reader(iFolder);
+        while (dirent64 const * pRaw = Reader.Next())
+        {
+            std::size_t nName;
+            unsigned const bKinds = ScanName(pRaw->d_name, nName);
+            if ((bKinds & BACKSLASH) != 0)
+            {
+                continue;
+            }
+            FolderEntry_t Entry;
+            Entry_e const eEntry = FactsOfEntry(iFolder, *pRaw, Entry);
+            if (eEntry == Entry_e::Broken)
+            {
+                return false;
+            }
+            if (eEntry == Entry_e::Taken)
+            {
+                AddEntry(Entry, pRaw->d_name, nName + 1);
+                bFolded = bFolded && (bKinds & CAPITAL) == 0;
+            }
+        }
+        return !Reader.IsBroken();
+    }
+
+    void FolderListing_c::Contents_s::AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes)
+    {
+        if (dNames.capacity() - dNames.size() < nBytes)
+        {
+            GrowNames(nBytes);
+        }
+        Entry.szName = dNames.data() + dNames.size();
+        dNames.insert(dNames.end(), szName, szName + nBytes);
+        dEntries.push_back(Entry);
+    }
+
+    // Makes room for nBytes more, and takes the entries along.
+    ZQ_COLD void FolderListing_c::Contents_s::GrowNames(std::size_t nBytes)
+    {
+        std::vector<char> dGrown;
+        dGrown.reserve(std::max(NAME_BYTES_AT_FIRST, dNames.size() * 2 + nBytes));
+        dGrown.assign(dNames.begin(), dNames.end());
+        for (FolderEntry_t & Entry : dEntries)
+        {
+            Entry.szName = dGrown.data() + (Entry.szName - dNames.data());
+        }
+        dNames.swap(dGrown);
+    }
+
+    // Puts the entries in the order of listings. Names that are all folded already need their bytes compared only.
+    void FolderListing_c::Contents_s::Sort()
+    {
+        using Entry_t = FolderEntry_t;
+        auto const fnPlain = [](Entry_t const & First, Entry_t const & Second)
+        { return std::strcmp(First.szName, Second.szName) < 0; };
+        auto const fnFolded = [](Entry_t const & First, Entry_t const & Second)
+        { return ComesBefore(First.szName, Second.szName); };
+
+        if (bFolded)
+        {
+            std::sort(dEntries.begin(), dEntries.end(), fnPlain);
+        }
+        else
+        {
+            std::sort(dEntries.begin(), dEntries.end(), fnFolded);
+        }
+    }
+
+    // The names that their folded form does not reach. A folded name is the last of those that are alike.
+    std::vector<char const *> FolderListing_c::Contents_s::UnfoldedNames() const
+    {
+        std::vector<char const *> dUnfolded;
+        std::size_t nAlike = 0; // names at the end of dUnfolded that are like the last one
+        for (std::size_t iEntry = 0; !bFolded && iEntry < dEntries.size(); ++iEntry)
+        {
+            char const * const szName = dEntries[iEntry].szName;
+            bool const bAlike = nAlike > 0 && CompareFolded(dUnfolded.back(), szName) == 0;
+            nAlike = bAlike ? nAlike : 0;
+            if (!IsFolded(szName))
+            {
+                dUnfolded.push_back(szName);
+                ++nAlike;
+            }
+            else
+            {
+                dUnfolded.resize(dUnfolded.size() - nAlike);
+                nAlike = 0;
+            }
+        }
+        return dUnfolded;
+    }
+
+    FolderListing_c::~FolderListing_c()
+    {
+        delete m_pContents;
+    }
+
+    bool FolderListing_c::Read(char const * szPath)
+    {
+        if (m_pContents == nullptr)
+        {
+            m_pContents = new Contents_s;
+            m_pContents->dEntries.reserve(ENTRIES_AT_FIRST);
+        }
+        m_pContents->Clear();
+
+        DiskPath_c Path(szPath);
+        Descriptor_c const Folder(
+            Path.Try([](char const * szTry) { return open(szTry, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+        struct stat Stat;
+        if (!Folder.IsOpen() || fstat(Folder.Get(), &Stat) != 0)
+        {
+            return false;
+        }
+        m_pContents->Identity = { Stat.st_dev, Stat.st_ino };
+        if (!m_pContents->ReadEntries(Folder.Get()))
+        {
+            m_pContents->Clear();
+            return false;
+        }
+        m_pContents->Sort();
+        SpellingsReplace(Path.Get(), m_pContents->UnfoldedNames());
+        return true;
+    }
+
+    std::size_t FolderListing_c::GetCount() const
+    {
+        return m_pContents != nullptr ? m_pContents->dEntries.size() : 0;
+    }
+
+    FolderEntry_t const & FolderListing_c::GetEntry(std::size_t iEntry) const
+    {
+        return m_pContents->dEntries[iEntry];
+    }
+
+    FolderIdentity_t const & FolderListing_c::GetIdentity() const
+    {
+        static constexpr FolderIdentity_t NONE;
+        return m_pContents != nullptr ? m_pContents->Identity : NONE;
+    }
+}

@@ -1,0 +1,51 @@
+// folding.h: names compared without regard to ASCII case, and the one order in which folders are listed.
+#pragma once
+
+#include <cstring>
+
+namespace plat
+{
+    /// The lower-case letter of an ASCII capital; every other byte as it is.
+    inline char Folded(char cByte)
+    {
+        return cByte >= 'A' && cByte <= 'Z' ? static_cast<char>(cByte | 0x20) : cByte;
+    }
+
+    /// Whether the terminated name holds no ASCII capital.
+    inline bool IsFolded(char const * szName)
+    {
+        while (*szName != 0 && *szName == Folded(*szName))
+        {
+            ++szName;
+        }
+        return *szName == 0;
+    }
+
+    /// Compares two terminated names as folded bytes: negative, 0 or positive.
+    inline int CompareFolded(char const * szFirst, char const * szSecond)
+    {
+        for (;; ++szFirst, ++szSecond)
+        {
+            if (*szFirst != *szSecond)
+            {
+                int const iDifference =
+                    static_cast<unsigned char>(Folded(*szFirst)) - static_cast<unsigned char>(Folded(*szSecond));
+                if (iDifference != 0)
+                {
+                    return iDifference;
+                }
+            }
+            else if (*szFirst == 0)
+            {
+                return 0;
+            }
+        }
+    }
+
+    /// The order of a listing: by folded bytes, then by the raw ones.
+    inline bool ComesBefore(char const * szFirst, char const * szSecond)
+    {
+        int const iFolded = CompareFolded(szFirst, szSecond);
+        return iFolded != 0 ? iFolded < 0 : std::strcmp(szFirst, szSecond) < 0;
+    }
+}

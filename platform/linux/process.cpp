@@ -1,0 +1,97 @@
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/process.h"
+
+#include "platform/compiler.h"
+#include "platform/linux/descriptor.h"
+#include "platform/linux/spelling.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <fcntl.h>
+
+namespace plat
+{
+    namespace
+    {
+        std::atomic<void (*)()> g_fnPureCall{ nullptr };
+
+        // Converts a path that is either taken whole or refused.
+        bool WidePath(wchar_t * szBuffer, std::size_t nSize, char const * szPath)
+        {
+            wchar_t szWide[PATH_MAX];
+            std::size_t const nWide = WideFromUtf8(szWide, PATH_MAX, szPath);
+            if (nWide >= nSize)
+            {
+                errno = ERANGE;
+                return false;
+            }
+            std::wmemcpy(szBuffer, szWide, nWide + 1);
+            return true;
+        }
+    }
+
+    void ProcessCommandLine(char * szBuffer, std::size_t nSize)
+    {
+        if (nSize == 0)
+        {
+            return;
+        }
+        Descriptor_c const Line(open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC));
+        std::size_t nLine = Line.IsOpen() ? ReadFully(Line.Get(), szBuffer, nSize - 1) : 0;
+        nLine -= nLine > 0 && szBuffer[nLine - 1] == 0 ? 1 : 0;
+        std::replace(szBuffer, szBuffer + nLine, '\0', ' ');
+        szBuffer[nLine] = 0;
+    }
+
+    bool ProcessExecutablePath(wchar_t * szBuffer, std::size_t nSize)
+    {
+        char szPath[PATH_MAX];
+        ssize_t const nPath = readlink("/proc/self/exe", szPath, sizeof(szPath) - 1);
+        szPath[std::max<ssize_t>(nPath, 0)] = 0;
+        return nPath > 0 && WidePath(szBuffer, nSize, szPath);
+    }
+
+    bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize)
+    {
+        char szPath[PATH_MAX];
+        return getcwd(szPath, sizeof(szPath)) != nullptr && WidePath(szBuffer, nSize, szPath);
+    }
+
+    bool ProcessSetCurrentFolder(wchar_t const * szFolder)
+    {
+        char szPath[PATH_MAX * 4]; // the longest path that DiskPath_c still has to judge
+        Utf8FromWide(szPath, sizeof(szPath), szFolder);
+        return DiskPath_c(szPath).Try([](char const * szTry) { return chdir(szTry); }) == 0;
+    }
+
+    void ProcessSetPureCallHandler(void (*fnHandler)())
+    {
+        g_fnPureCall = fnHandler;
+    }
+
+    void LastErrorText(char * szBuffer, std::size_t nSize)
+    {
+        char szError[256];
+        std::snprintf(szBuffer, nSize, "%s\n", strerror_r(errno, szError, sizeof(szError)));
+    }
+}
+
+extern "C"
+{
+    /// What the compiler puts into the slots of pure virtual functions; stands before the C++ runtime's own.
+    [[noreturn]] ZQ_API void __cxa_pure_virtual()
+    {
+        if (void (*const fnHandler)() = plat::g_fnPureCall)
+        {
+            fnHandler();
+        }
+        std::abort();
+    }
+}

@@ -1,0 +1,349 @@
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/linux/spelling.h"
+
+#include "platform/files.h"
+#include "platform/linux/descriptor.h"
+#include "platform/linux/folderreader.h"
+#include "platform/linux/folding.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <string>
+#include <sys/stat.h>
+#include <unordered_map>
+#include <vector>
+
+namespace plat
+{
+    namespace
+    {
+        // The recorded names of one folder, found by their folded form.
+        class FolderNames_c
+        {
+        public:
+            void Add(char const * szName)
+            {
+                auto itPlace = m_dOffsets.end();
+                if (!m_dOffsets.empty() && !ComesBefore(At(m_dOffsets.back()), szName))
+                {
+                    itPlace = FirstNotBefore(szName, ComesBefore);
+                    if (std::strcmp(At(*itPlace), szName) == 0)
+                    {
+                        return;
+                    }
+                }
+                m_dOffsets.insert(itPlace, static_cast<std::uint32_t>(m_sText.size()));
+                m_sText.append(szName, std::strlen(szName) + 1);
+            }
+
+            // The name itself if it is recorded, else the first recorded spelling of it, or null.
+            char const * Find(char const * szName)
+            {
+                auto itPlace = FirstNotBefore(szName, ComesBefore);
+                if (itPlace == m_dOffsets.end() || std::strcmp(At(*itPlace), szName) != 0)
+                {
+                    itPlace = FirstNotBefore(szName, [](char const * szFirst, char const * szSecond)
+                        { return CompareFolded(szFirst, szSecond) < 0; });
+                }
+                bool const bFound = itPlace != m_dOffsets.end() && CompareFolded(At(*itPlace), szName) == 0;
+                return bFound ? At(*itPlace) : nullptr;
+            }
+
+        private:
+            template <typename BEFORE>
+            std::vector<std::uint32_t>::iterator FirstNotBefore(char const * szName, BEFORE fnBefore)
+            {
+                return std::lower_bound(m_dOffsets.begin(), m_dOffsets.end(), szName,
+                    [this, fnBefore](std::uint32_t iName, char const * szOther)
+                    { return fnBefore(At(iName), szOther); });
+            }
+
+            char const * At(std::uint32_t iOffset) const { return m_sText.c_str() + iOffset; }
+
+            std::string m_sText;                   // terminated names, one behind the other
+            std::vector<std::uint32_t> m_dOffsets; // into m_sText, in the order of listings
+        };
+
+        struct KeyHash_s
+        {
+            using is_transparent = void;
+            std::size_t operator()(std::string_view sKey) const { return std::hash<std::string_view>()(sKey); }
+        };
+
+        using Record_t = std::unordered_map<std::string, FolderNames_c, KeyHash_s, std::equal_to<>>;
+
+        // Made by the first name recorded, so that use before and after the life of static objects is sound. A path never
+        // waits for the lock: the folders tell what the record would, and a thread on its way down may hold it already.
+        std::mutex g_RecordLock;
+        Record_t * g_pRecord = nullptr;
+
+        struct RecordEnd_s
+        {
+            ~RecordEnd_s() { SpellingsForget(); }
+        } g_RecordEnd;
+
+        // The names of a folder, made if it has none yet. Under the lock.
+        FolderNames_c & RecordOf(FolderKey_c const & Folder)
+        {
+            if (g_pRecord == nullptr)
+            {
+                g_pRecord = new Record_t;
+            }
+            auto const itFolder = g_pRecord->find(Folder.Get());
+            return itFolder != g_pRecord->end() ? itFolder->second : (*g_pRecord)[std::string(Folder.Get())];
+        }
+
+        void RecordName(FolderKey_c const & Folder, char const * szName)
+        {
+            std::unique_lock const Guard(g_RecordLock, std::try_to_lock);
+            if (Guard.owns_lock())
+            {
+                RecordOf(Folder).Add(szName);
+            }
+        }
+
+        bool IsDots(std::string_view sName)
+        {
+            return sName == "." || sName == "..";
+        }
+
+        // Writes the first entry, in the order of listings, whose folded name is that of szName over it; how many
+        // entries are like it.
+        int FindInFolder(char const * szFolder, char * szName)
+        {
+            Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            if (!Folder.IsOpen())
+            {
+                return 0;
+            }
+            int nFound = 0;
+            FolderReader_c Reader(Folder.Get());
+            while (dirent64 const * pEntry = Reader.Next())
+            {
+                if (CompareFolded(pEntry->d_name, szName) == 0
+                    && (++nFound == 1 || std::strcmp(pEntry->d_name, szName) < 0))
+                {
+                    std::memcpy(szName, pEntry->d_name, std::strlen(szName));
+                }
+            }
+            return nFound;
+        }
+    }
+
+    void SpellingsForget()
+    {
+        std::lock_guard const Guard(g_RecordLock);
+        delete g_pRecord;
+        g_pRecord = nullptr;
+    }
+
+    void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames)
+    {
+        std::lock_guard const Guard(g_RecordLock);
+        if (g_pRecord == nullptr && dNames.empty())
+        {
+            return;
+        }
+        FolderKey_c const Folder(szFolder);
+        FolderNames_c Names;
+        for (char const * szName : dNames)
+        {
+            Names.Add(szName);
+        }
+        if (!dNames.empty())
+        {
+            RecordOf(Folder) = std::move(Names);
+        }
+        else if (auto const itFolder = g_pRecord->find(Folder.Get()); itFolder != g_pRecord->end())
+        {
+            g_pRecord->erase(itFolder);
+        }
+    }
+
+    FolderKey_c::FolderKey_c(bool bRoot)
+    {
+        if (bRoot)
+        {
+            m_szKey[m_nLength++] = '/';
+        }
+    }
+
+    FolderKey_c::FolderKey_c(char const * szPath)
+        : FolderKey_c(*szPath == '/')
+    {
+        while (*szPath != 0)
+        {
+            std::size_t const nName = std::strcspn(szPath, "/");
+            Append(std::string_view(szPath, nName));
+            szPath += nName + (szPath[nName] == '/');
+        }
+    }
+
+    void FolderKey_c::Append(std::string_view sName)
+    {
+        if (sName.empty() || sName == ".")
+        {
+            return;
+        }
+        for (char const cByte : sName)
+        {
+            m_szKey[m_nLength++] = Folded(cByte);
+        }
+        m_szKey[m_nLength++] = '/';
+    }
+
+    DiskPath_c::DiskPath_c(char const * szPath)
+        : m_szOriginal(szPath != nullptr ? szPath : "")
+    {
+        std::size_t iByte = 0;
+        while (m_szOriginal[iByte] != 0 && iByte < PATH_MAX - 1)
+        {
+            m_szPath[iByte] = m_szOriginal[iByte] == '\\' ? '/' : m_szOriginal[iByte];
+            ++iByte;
+        }
+        m_szPath[iByte] = 0;
+        m_nLength = iByte;
+        m_bTooLong = m_szOriginal[iByte] != 0;
+    }
+
+    void DiskPath_c::Convert(std::size_t iFrom, std::size_t iTo)
+    {
+        std::replace_copy(m_szOriginal + iFrom, m_szOriginal + iTo, m_szPath + iFrom, '\\', '/');
+        m_szPath[iTo] = 0;
+    }
+
+    void DiskPath_c::TrimSeparators()
+    {
+        while (m_nLength > 1 && m_szPath[m_nLength - 1] == '/')
+        {
+            m_szPath[--m_nLength] = 0;
+        }
+    }
+
+    void DiskPath_c::SpellFolder()
+    {
+        TrimSeparators();
+        std::size_t const nWhole = m_nLength;
+        while (m_nLength > 0 && m_szPath[m_nLength - 1] != '/')
+        {
+            --m_nLength;
+        }
+        std::size_t const nFolder = m_nLength;
+        Convert(0, nFolder);
+        m_eTried = Tried_e::AsWritten;
+        if (nFolder > 0)
+        {
+            Try([](char const * szFolder) { return access(szFolder, F_OK); });
+        }
+        Convert(nFolder, nWhole);
+        m_nLength = nWhole;
+    }
+
+    bool DiskPath_c::NextSpelling()
+    {
+        if (m_eTried == Tried_e::AsWritten)
+        {
+            m_eTried = Tried_e::Record;
+            if (SpellFromRecord())
+            {
+                return true;
+            }
+        }
+        if (m_eTried == Tried_e::Record)
+        {
+            m_eTried = Tried_e::Folders;
+            if (SpellFromFolders())
+            {
+                return true;
+            }
+        }
+        errno = ENOENT;
+        return false;
+    }
+
+    // The next name of the path from iEnd on; false behind the last.
+    bool DiskPath_c::NextName(std::size_t & iBegin, std::size_t & iEnd) const
+    {
+        iBegin = iEnd + std::strspn(m_szPath + iEnd, "/");
+        iEnd = iBegin + std::strcspn(m_szPath + iBegin, "/");
+        return iBegin < iEnd;
+    }
+
+    bool DiskPath_c::SpellFromRecord()
+    {
+        std::unique_lock const Guard(g_RecordLock, std::try_to_lock);
+        if (!Guard.owns_lock() || g_pRecord == nullptr)
+        {
+            return false;
+        }
+        bool bChanged = false;
+        FolderKey_c Key(m_szPath[0] == '/');
+        for (std::size_t iBegin = 0, iEnd = 0; NextName(iBegin, iEnd);)
+        {
+            char const cEnd = m_szPath[iEnd];
+            m_szPath[iEnd] = 0;
+            auto const itFolder = g_pRecord->find(Key.Get());
+            char const * const szFound =
+                itFolder != g_pRecord->end() ? itFolder->second.Find(m_szPath + iBegin) : nullptr;
+            if (szFound != nullptr)
+            {
+                bChanged = bChanged || std::strcmp(m_szPath + iBegin, szFound) != 0;
+                std::memcpy(m_szPath + iBegin, szFound, iEnd - iBegin);
+            }
+            Key.Append(std::string_view(m_szPath + iBegin, iEnd - iBegin));
+            m_szPath[iEnd] = cEnd;
+        }
+        return bChanged;
+    }
+
+    // Spells the name at iBegin, which ends the path for the moment, as the folder before it does; false if that has
+    // no such name.
+    bool DiskPath_c::SpellName(std::size_t iBegin, FolderKey_c const & Folder)
+    {
+        std::size_t const nName = std::strlen(m_szPath + iBegin);
+        if (nName > NAME_MAX || IsDots(m_szPath + iBegin))
+        {
+            return false;
+        }
+        char szName[NAME_MAX + 1];
+        std::memcpy(szName, m_szPath + iBegin, nName + 1);
+        m_szPath[iBegin] = 0;
+        int const nFound = FindInFolder(iBegin > 0 ? m_szPath : ".", szName);
+        std::memcpy(m_szPath + iBegin, szName, nName);
+        if (nFound == 1) // with several, another exact name may be asked for next
+        {
+            RecordName(Folder, szName);
+        }
+        return nFound > 0;
+    }
+
+    bool DiskPath_c::SpellFromFolders()
+    {
+        Convert(0, m_nLength);
+        bool bChanged = false;
+        FolderKey_c Key(m_szPath[0] == '/');
+        for (std::size_t iBegin = 0, iEnd = 0; NextName(iBegin, iEnd);)
+        {
+            char const cEnd = m_szPath[iEnd];
+            m_szPath[iEnd] = 0;
+            struct stat Stat;
+            if (lstat(m_szPath, &Stat) != 0)
+            {
+                bChanged = errno == ENOENT && SpellName(iBegin, Key);
+                if (!bChanged)
+                {
+                    m_szPath[iEnd] = cEnd;
+                    return false;
+                }
+            }
+            Key.Append(std::string_view(m_szPath + iBegin, iEnd - iBegin));
+            m_szPath[iEnd] = cEnd;
+        }
+        return bChanged;
+    }
+}

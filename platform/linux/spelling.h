@@ -1,0 +1,99 @@
+// spelling.h: from a path as the library writes it to the path as the disk spells it.
+//
+// A path is tried as it stands, then with the names that folder listings met, then with those found by reading the
+// folders on the way. Folding never changes a length, so a name is respelled in place, on the stack; the heap is
+// touched only to record spellings. Any thread.
+#pragma once
+
+#include "platform/compiler.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+namespace plat
+{
+    class FolderKey_c;
+
+    /// One path on its way to the system. The caller's text must outlive it.
+    class DiskPath_c
+    {
+    public:
+        /// Writes the path with `/`; null counts as an empty path.
+        explicit DiskPath_c(char const * szPath);
+
+        /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno says that
+        /// there is no such name. The last call's result; ENAMETOOLONG without a call if the path does not fit.
+        template <typename TRY>
+        int Try(TRY fnTry)
+        {
+            if (m_bTooLong)
+            {
+                errno = ENAMETOOLONG;
+                return -1;
+            }
+            int iResult = fnTry(static_cast<char const *>(m_szPath));
+            while (iResult < 0 && errno == ENOENT && NextSpelling())
+            {
+                iResult = fnTry(static_cast<char const *>(m_szPath));
+            }
+            return iResult;
+        }
+
+        /// Spells the folder as on disk and the last name as the caller does: the path of something to be made.
+        void SpellFolder();
+
+        /// Cuts separators off the end, so that a link at the end stands for itself.
+        void TrimSeparators();
+
+        /// The spelling tried last.
+        char const * Get() const { return m_szPath; }
+
+    private:
+        ZQ_COLD bool NextSpelling();
+        bool SpellFromRecord();
+        bool SpellFromFolders();
+        bool SpellName(std::size_t iBegin, FolderKey_c const & Folder);
+        void Convert(std::size_t iFrom, std::size_t iTo);
+        bool NextName(std::size_t & iBegin, std::size_t & iEnd) const;
+
+        enum class Tried_e
+        {
+            AsWritten,
+            Record,
+            Folders
+        };
+
+        char const * m_szOriginal;
+        std::size_t m_nLength;
+        Tried_e m_eTried = Tried_e::AsWritten;
+        bool m_bTooLong;
+        char m_szPath[PATH_MAX];
+    };
+
+    /// The name of a folder in the record of spellings: folded, one separator between names, "." left out.
+    class FolderKey_c
+    {
+    public:
+        /// Starts at the root or at the current folder.
+        explicit FolderKey_c(bool bRoot);
+
+        /// The key of a path that fits a DiskPath_c.
+        explicit FolderKey_c(char const * szPath);
+
+        /// Goes one name down; "" and "." stay where they are.
+        void Append(std::string_view sName);
+
+        std::string_view Get() const { return std::string_view(m_szKey, m_nLength); }
+
+    private:
+        std::size_t m_nLength = 0;
+        char m_szKey[PATH_MAX + 2];
+    };
+
+    /// Takes down the names of a folder that differ from their folded form, in the order of listings, in place of what
+    /// was recorded for it.
+    void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames);
+}

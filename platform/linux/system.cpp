@@ -1,0 +1,123 @@
+#define _FILE_OFFSET_BITS 64
+
+#include "platform/system.h"
+
+#include "platform/linux/descriptor.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/resource.h>
+#include <sys/sysinfo.h>
+#include <sys/utsname.h>
+
+namespace plat
+{
+    namespace
+    {
+        // A small text file of the kernel's; empty if there is none.
+        void ReadText(char const * szPath, char * szText, std::size_t nSize)
+        {
+            Descriptor_c const File(open(szPath, O_RDONLY | O_CLOEXEC));
+            szText[File.IsOpen() ? ReadFully(File.Get(), szText, nSize - 1) : 0] = 0;
+        }
+
+        // "6.1.0-18-amd64" has 6, 1 and 0.
+        void ReadVersion(char const * szRelease, SystemFacts_t & Facts)
+        {
+            long dNumbers[3] = { 0, 0, 0 };
+            for (long & iNumber : dNumbers)
+            {
+                char * szEnd = nullptr;
+                iNumber = std::strtol(szRelease, &szEnd, 10);
+                if (*szEnd != '.')
+                {
+                    break;
+                }
+                szRelease = szEnd + 1;
+            }
+            Facts.iMajor = static_cast<int>(dNumbers[0]);
+            Facts.iMinor = static_cast<int>(dNumbers[1]);
+            Facts.iBuild = static_cast<std::uint32_t>(dNumbers[2]);
+        }
+
+        // The digits of the machine's name: 8664 of "x86_64", 686 of "i686".
+        int ProcessorType(char const * szMachine)
+        {
+            int iType = 0;
+            for (int nDigits = 0; *szMachine != 0 && nDigits < 9; ++szMachine)
+            {
+                if (*szMachine >= '0' && *szMachine <= '9')
+                {
+                    iType = iType * 10 + (*szMachine - '0');
+                    ++nDigits;
+                }
+            }
+            return iType;
+        }
+
+        // Memory that could be had without swapping; the kernel's caches count as free.
+        std::uint64_t PhysicalFree(std::uint64_t nUnused)
+        {
+            char szText[4096];
+            ReadText("/proc/meminfo", szText, sizeof(szText));
+            constexpr char AVAILABLE[] = "\nMemAvailable:";
+            char const * const szFound = std::strstr(szText, AVAILABLE);
+            return szFound != nullptr ? std::strtoull(szFound + sizeof(AVAILABLE) - 1, nullptr, 10) * 1024 : nUnused;
+        }
+
+        void ReadMemory(SystemFacts_t & Facts)
+        {
+            struct sysinfo Info;
+            if (sysinfo(&Info) == 0)
+            {
+                Facts.nPhysicalTotal = std::uint64_t(Info.totalram) * Info.mem_unit;
+                Facts.nPhysicalFree = PhysicalFree(std::uint64_t(Info.freeram) * Info.mem_unit);
+            }
+            constexpr bool WIDE = sizeof(void *) == 8;
+            Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32); // what the processor lets a process address
+            rlimit Limit;
+            if (getrlimit(RLIMIT_AS, &Limit) == 0 && Limit.rlim_cur < Facts.nVirtualTotal)
+            {
+                Facts.nVirtualTotal = Limit.rlim_cur;
+            }
+            char szText[256];
+            ReadText("/proc/self/statm", szText, sizeof(szText));
+            std::uint64_t const nPage = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+            std::uint64_t const nUsed = std::strtoull(szText, nullptr, 10) * nPage;
+            Facts.nVirtualFree = nUsed < Facts.nVirtualTotal ? Facts.nVirtualTotal - nUsed : 0;
+        }
+
+        void ReadUser(SystemFacts_t & Facts)
+        {
+            char szBuffer[4096];
+            passwd Entry;
+            passwd * pFound = nullptr;
+            if (getpwuid_r(geteuid(), &Entry, szBuffer, sizeof(szBuffer), &pFound) == 0 && pFound != nullptr)
+            {
+                std::snprintf(Facts.szUser, sizeof(Facts.szUser), "%s", pFound->pw_name);
+            }
+        }
+    }
+
+    void SystemGetFacts(SystemFacts_t & Facts)
+    {
+        Facts = SystemFacts_t{};
+        utsname Name;
+        if (uname(&Name) == 0)
+        {
+            std::snprintf(Facts.szName, sizeof(Facts.szName), "%.63s", Name.sysname);
+            ReadVersion(Name.release, Facts);
+            Facts.iProcessorType = ProcessorType(Name.machine);
+        }
+        if (gethostname(Facts.szComputer, sizeof(Facts.szComputer) - 1) != 0)
+        {
+            Facts.szComputer[0] = 0;
+        }
+        ReadUser(Facts);
+        Facts.nProcessors = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+        ReadMemory(Facts);
+    }
+}

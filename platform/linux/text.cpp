@@ -1,0 +1,168 @@
+#include "platform/text.h"
+
+namespace plat
+{
+    namespace
+    {
+        constexpr char32_t REPLACEMENT = 0xFFFD;
+        constexpr bool WIDE_IS_UTF16 = sizeof(wchar_t) == 2;
+
+        bool IsSurrogate(char32_t cText)
+        {
+            return cText >= 0xD800 && cText <= 0xDFFF;
+        }
+
+        // The forms of UTF-8 (RFC 3629), by the number of bytes that follow the first.
+        struct Form_t
+        {
+            unsigned char bMask, bLead; // the first byte's fixed bits
+            int nFollowing;
+            char32_t cFirst; // a smaller value must be written shorter
+        };
+        constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
+            { 0xF8, 0xF0, 3, 0x10000 } };
+
+        // Takes the character at pText and goes behind it; false at a byte that starts none, which is taken alone.
+        bool TakeUtf8(unsigned char const *& pText, char32_t & cText)
+        {
+            unsigned char const * pByte = pText++;
+            cText = REPLACEMENT;
+            for (Form_t const & Form : FORMS)
+            {
+                if ((*pByte & Form.bMask) != Form.bLead)
+                {
+                    continue;
+                }
+                char32_t cValue = *pByte++ & static_cast<unsigned char>(~Form.bMask);
+                for (int iByte = 0; iByte < Form.nFollowing; ++iByte, ++pByte)
+                {
+                    if ((*pByte & 0xC0) != 0x80)
+                    {
+                        return false;
+                    }
+                    cValue = (cValue << 6) | (*pByte & 0x3Fu);
+                }
+                if (cValue < Form.cFirst || cValue > 0x10FFFF || IsSurrogate(cValue))
+                {
+                    return false;
+                }
+                cText = cValue;
+                pText = pByte;
+                return true;
+            }
+            return false;
+        }
+
+        // Takes the character at szText and goes behind it; U+FFFD for a value that is none.
+        char32_t TakeWide(wchar_t const *& szText)
+        {
+            char32_t const cValue = static_cast<char32_t>(*szText++);
+            char32_t const cNext = WIDE_IS_UTF16 ? static_cast<char32_t>(*szText) : 0;
+            if (cValue >= 0xD800 && cValue < 0xDC00 && cNext >= 0xDC00 && cNext < 0xE000)
+            {
+                ++szText;
+                return 0x10000 + ((cValue - 0xD800) << 10) + (cNext - 0xDC00);
+            }
+            return cValue > 0x10FFFF || IsSurrogate(cValue) ? REPLACEMENT : cValue;
+        }
+
+        // Writes a character in at most 4 bytes; the bytes written.
+        std::size_t PutUtf8(char * pOut, char32_t cText)
+        {
+            int nFollowing = 3;
+            while (cText < FORMS[nFollowing].cFirst)
+            {
+                --nFollowing;
+            }
+            pOut[0] = static_cast<char>(FORMS[nFollowing].bLead | (cText >> (6 * nFollowing)));
+            for (int iByte = 1; iByte <= nFollowing; ++iByte)
+            {
+                pOut[iByte] = static_cast<char>(0x80 | ((cText >> (6 * (nFollowing - iByte))) & 0x3F));
+            }
+            return static_cast<std::size_t>(nFollowing) + 1;
+        }
+
+        // Writes a character as one wide unit or, where those are of 16 bits, as one or two; the units written.
+        std::size_t PutWide(wchar_t * pOut, char32_t cText)
+        {
+            if (!WIDE_IS_UTF16 || cText < 0x10000)
+            {
+                pOut[0] = static_cast<wchar_t>(cText);
+                return 1;
+            }
+            pOut[0] = static_cast<wchar_t>(0xD800 + ((cText - 0x10000) >> 10));
+            pOut[1] = static_cast<wchar_t>(0xDC00 + ((cText - 0x10000) & 0x3FF));
+            return 2;
+        }
+
+        // Appends nUnits to the nUsed there are if the terminator still fits behind them.
+        template <typename CHAR>
+        bool Append(CHAR * szOut, std::size_t nSize, std::size_t & nUsed, CHAR const * pUnits, std::size_t nUnits)
+        {
+            if (nUsed + nUnits >= nSize)
+            {
+                return false;
+            }
+            for (std::size_t iUnit = 0; iUnit < nUnits; ++iUnit)
+            {
+                szOut[nUsed++] = pUnits[iUnit];
+            }
+            return true;
+        }
+
+        template <typename CHAR>
+        void Terminate(CHAR * szOut, std::size_t nSize, std::size_t nUsed)
+        {
+            if (nSize > 0)
+            {
+                szOut[nUsed] = 0;
+            }
+        }
+    }
+
+    std::size_t WideFromUtf8(wchar_t * szOut, std::size_t nSize, char const * szText)
+    {
+        unsigned char const * pText = reinterpret_cast<unsigned char const *>(szText);
+        std::size_t nUsed = 0;
+        while (*pText != 0)
+        {
+            char32_t cText;
+            wchar_t dUnits[2];
+            TakeUtf8(pText, cText);
+            if (!Append(szOut, nSize, nUsed, dUnits, PutWide(dUnits, cText)))
+            {
+                break;
+            }
+        }
+        Terminate(szOut, nSize, nUsed);
+        return nUsed;
+    }
+
+    std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * szText)
+    {
+        std::size_t nUsed = 0;
+        while (*szText != 0)
+        {
+            char dBytes[4];
+            std::size_t const nBytes = PutUtf8(dBytes, TakeWide(szText));
+            if (!Append(szOut, nSize, nUsed, dBytes, nBytes))
+            {
+                break;
+            }
+        }
+        Terminate(szOut, nSize, nUsed);
+        return nUsed;
+    }
+
+    bool IsUtf8(char const * szText)
+    {
+        unsigned char const * pText = reinterpret_cast<unsigned char const *>(szText);
+        char32_t cText;
+        bool bValid = true;
+        while (bValid && *pText != 0)
+        {
+            bValid = TakeUtf8(pText, cText);
+        }
+        return bValid;
+    }
+}

@@ -1,0 +1,78 @@
+#include "platform/threads.h"
+
+#include <pthread.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace plat
+{
+    namespace
+    {
+        struct Start_s
+        {
+            void (*fnRun)(void *);
+            void * pContext;
+        };
+
+        void * RunThread(void * pStart)
+        {
+            Start_s const Start = *static_cast<Start_s *>(pStart);
+            delete static_cast<Start_s *>(pStart);
+            Start.fnRun(Start.pContext);
+            return nullptr;
+        }
+    }
+
+    void Lock_c::EnterSlowly()
+    {
+        for (int i = 0; i < m_nSpin; ++i)
+        {
+            __builtin_ia32_pause();
+            if (m_Mutex.try_lock())
+            {
+                return;
+            }
+        }
+        m_Mutex.lock();
+    }
+
+    std::uint32_t ThreadId()
+    {
+        static thread_local std::uint32_t t_iThread = 0;
+        if (t_iThread == 0)
+        {
+            t_iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+        }
+        return t_iThread;
+    }
+
+    bool Thread_c::Start(void (*fnRun)(void *), void * pContext)
+    {
+        auto * const pStart = new Start_s{ fnRun, pContext };
+        pthread_t hThread;
+        if (::pthread_create(&hThread, nullptr, RunThread, pStart) != 0)
+        {
+            delete pStart;
+            return false;
+        }
+        static_assert(sizeof hThread <= sizeof m_hThread);
+        m_hThread = static_cast<std::uintptr_t>(hThread);
+        return true;
+    }
+
+    void Thread_c::Join()
+    {
+        if (m_hThread != 0)
+        {
+            ::pthread_join(static_cast<pthread_t>(m_hThread), nullptr);
+            m_hThread = 0;
+        }
+    }
+
+    bool ThreadSetIdleClass()
+    {
+        sched_param Parameters = {};
+        return ::pthread_setschedparam(::pthread_self(), SCHED_IDLE, &Parameters) == 0;
+    }
+}

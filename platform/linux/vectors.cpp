@@ -1,0 +1,97 @@
+#include "platform/vectors.h"
+
+#include <atomic>
+#include <cstdint>
+#include <utility>
+
+namespace plat
+{
+    namespace
+    {
+        using Sum_t = PairSums_t (*)(std::ptrdiff_t const *, std::ptrdiff_t const *, std::size_t);
+
+        // Swaps the lanes that are DISTANCE apart.
+        template <std::size_t DISTANCE, typename VECTOR, std::size_t... LANE>
+        [[gnu::always_inline]] inline void AddDistant(
+            VECTOR & Sum, VECTOR & Signs, VECTOR & Sum2, std::index_sequence<LANE...>)
+        {
+            Sum += __builtin_shufflevector(Sum, Sum, static_cast<int>(LANE ^ DISTANCE)...);
+            Sum2 += __builtin_shufflevector(Sum2, Sum2, static_cast<int>(LANE ^ DISTANCE)...);
+            Signs |= __builtin_shufflevector(Signs, Signs, static_cast<int>(LANE ^ DISTANCE)...);
+        }
+
+        // The same body for each width of register; inlined into functions that may use it.
+        template <typename VECTOR>
+        [[gnu::always_inline]] inline PairSums_t SumWith(
+            std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
+        {
+            constexpr std::size_t LANES = sizeof(VECTOR) / sizeof(std::ptrdiff_t);
+            VECTOR First = {};
+            VECTOR Second = {};
+            VECTOR Signs = {};
+            for (std::size_t i = 0; i < nNumbers; i += LANES)
+            {
+                VECTOR const A = *reinterpret_cast<VECTOR const *>(pFirst + i);
+                VECTOR const B = *reinterpret_cast<VECTOR const *>(pSecond + i);
+                First += A;
+                Second += B;
+                Signs |= A | B;
+            }
+            constexpr std::make_index_sequence<LANES> SEQUENCE;
+            if constexpr (LANES > 8)
+            {
+                AddDistant<8>(First, Signs, Second, SEQUENCE);
+            }
+            if constexpr (LANES > 4)
+            {
+                AddDistant<4>(First, Signs, Second, SEQUENCE);
+            }
+            if constexpr (LANES > 2)
+            {
+                AddDistant<2>(First, Signs, Second, SEQUENCE);
+            }
+            AddDistant<1>(First, Signs, Second, SEQUENCE);
+            return { First[0], Second[0], Signs[0] < 0 };
+        }
+
+        typedef std::ptrdiff_t Vector16_t __attribute__((vector_size(16), may_alias));
+        typedef std::ptrdiff_t Vector32_t __attribute__((vector_size(32), may_alias));
+        typedef std::ptrdiff_t Vector64_t __attribute__((vector_size(64), may_alias));
+
+        PairSums_t SumBaseline(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
+        {
+            return SumWith<Vector16_t>(pFirst, pSecond, nNumbers);
+        }
+
+        __attribute__((target("avx2"))) PairSums_t SumAvx2(
+            std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
+        {
+            return SumWith<Vector32_t>(pFirst, pSecond, nNumbers);
+        }
+
+        __attribute__((target("avx512f"))) PairSums_t SumAvx512(
+            std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
+        {
+            return SumWith<Vector64_t>(pFirst, pSecond, nNumbers);
+        }
+
+        PairSums_t SumFirstTime(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers);
+
+        constinit std::atomic<Sum_t> g_fnSum = SumFirstTime;
+
+        PairSums_t SumFirstTime(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
+        {
+            __builtin_cpu_init();
+            Sum_t const fnSum = __builtin_cpu_supports("avx512f") ? SumAvx512
+                : __builtin_cpu_supports("avx2")                  ? SumAvx2
+                                                                  : SumBaseline;
+            g_fnSum.store(fnSum, std::memory_order_relaxed);
+            return fnSum(pFirst, pSecond, nNumbers);
+        }
+    }
+
+    PairSums_t SumPairs(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
+    {
+        return g_fnSum.load(std::memory_order_relaxed)(pFirst, pSecond, nNumbers);
+    }
+}

@@ -1,0 +1,25 @@
+// process.h: facts about the running process.
+#pragma once
+
+#include <cstddef>
+
+namespace plat
+{
+    /// The command line in one text, arguments joined by blanks; cut to nSize - 1 bytes and always terminated.
+    void ProcessCommandLine(char * szBuffer, std::size_t nSize);
+
+    /// The executable's path; false if it can't be told or does not fit.
+    bool ProcessExecutablePath(wchar_t * szBuffer, std::size_t nSize);
+
+    /// The current folder without a trailing separator, but for the root; false if it can't be told or does not fit.
+    bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize);
+
+    /// Makes a folder the current one; false on failure.
+    bool ProcessSetCurrentFolder(wchar_t const * szFolder);
+
+    /// Installs what a call of a pure virtual function does; it must not return.
+    void ProcessSetPureCallHandler(void (*fnHandler)());
+
+    /// The calling thread's last system error as text, with a line end; cut to nSize - 1 bytes.
+    void LastErrorText(char * szBuffer, std::size_t nSize);
+}

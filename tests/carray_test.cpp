@@ -1,0 +1,222 @@
+#include "zqcore/carray.h"
+
+#include "zqcore/clink.h"
+#include "zqcore/cmodule.h"
+#include "zqcore/cstring.h"
+
+#include "tests/test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+#include <random>
+
+namespace
+{
+    template <typename ARRAY, typename T>
+    void Fill(ARRAY & dArray, std::vector<T> const & dElements)
+    {
+        dArray.Reset();
+        for (T const & Element : dElements)
+        {
+            dArray.Add(Element);
+        }
+    }
+
+    int Difference(int a, int b)
+    {
+        return a - b;
+    }
+
+    template <typename T>
+    using Inline_T = SortedArray_T<T, StaticArrayLenTraits_T<T, 40>>;
+
+    // Random adding, deleting, searching and sorting, beside a vector. Make(i) makes an element.
+    template <typename T, typename ARRAY, typename MAKE>
+    void CompareWithVector(MAKE Make)
+    {
+        ARRAY dArray;
+        std::vector<T> dModel;
+        std::mt19937 Random(4);
+        for (int iStep = 0; iStep < 5000; ++iStep)
+        {
+            T const Element = Make(static_cast<int>(Random() % 30));
+            auto const iOperation = Random() % 100;
+            if (iOperation < 60 && dModel.size() < 40)
+            {
+                ASSERT_EQ(dArray.Add(Element), static_cast<int>(dModel.size()));
+                dModel.push_back(Element);
+            }
+            else if (iOperation < 90 && !dModel.empty())
+            {
+                auto const i = static_cast<std::ptrdiff_t>(Random() % dModel.size());
+                dArray.Delete(static_cast<int>(i));
+                dModel.erase(dModel.begin() + i);
+            }
+            else if (iOperation < 98)
+            {
+                dArray.Sort([](T const & a, T const & b) { return a < b ? -1 : b < a; }, 0, -1);
+                std::sort(dModel.rbegin(), dModel.rend());
+            }
+            else if (iOperation == 99)
+            {
+                dArray.Reset();
+                dModel.clear();
+            }
+            ASSERT_TRUE(std::equal(dArray.begin(), dArray.end(), dModel.begin(), dModel.end()));
+            ASSERT_EQ(dArray.GetLength(), static_cast<int>(dModel.size()));
+            ASSERT_EQ(dArray.IsEmpty(), dModel.empty());
+            auto const Found = std::find(dModel.begin(), dModel.end(), Element);
+            ASSERT_EQ(
+                dArray.Find(Element), Found == dModel.end() ? nullptr : dArray.begin() + (Found - dModel.begin()));
+        }
+    }
+}
+
+TEST(Array, BehavesLikeAVectorOverRandomOperations)
+{
+    static char s_dBytes[30];
+    auto const MakeText = [](int i) { return std::string(static_cast<std::size_t>(i), 'x'); };
+    CompareWithVector<std::string, Array_T<std::string, 3, 0>>(MakeText);
+    CompareWithVector<std::string, Inline_T<std::string>>(MakeText);
+    CompareWithVector<char *, Array_T<char *, 32, 0>>([](int i) { return s_dBytes + i; });
+}
+
+TEST(Array, CapacityDoublesBeforeTheLengthReachesIt)
+{
+    Array_T<int, 64, 0> dArray;
+    EXPECT_EQ(dArray.GetCapacity(), 0);
+    for (int i = 1; i <= 300; ++i)
+    {
+        dArray.Add(dArray.IsEmpty() ? 7 : dArray[0]); // an element of its own, which growing moves
+        EXPECT_EQ(dArray.GetCapacity(), i < 64 ? 64 : i < 128 ? 128 : i < 256 ? 256 : 512) << i;
+    }
+    EXPECT_EQ(std::count(dArray.begin(), dArray.end(), 7), 300);
+    dArray.Delete(0);
+    EXPECT_EQ(dArray.GetCapacity(), 512);
+    dArray.Reset();
+    EXPECT_EQ(dArray.GetCapacity(), 0);
+}
+
+TEST(Array, StatesItsPreconditions)
+{
+    Array_T<int, 4, 0> dArray;
+    dArray.Add(1);
+    EXPECT_EQ(FailedConditions([&] { dArray[1] = 2; }), "index>=0 && index<iLength");
+    EXPECT_EQ(FailedConditions([&] { dArray.Delete(1); }), "index >= 0 && index < iLength");
+
+    struct Grower_s : StaticArrayLenTraits_T<int, 2>
+    {
+        using StaticArrayLenTraits_T::Grow;
+    } Grower;
+    EXPECT_EQ(FailedConditions([&] { Grower.Grow(2); }), "");
+    EXPECT_EQ(FailedConditions([&] { Grower.Grow(3); }), "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
+
+    auto const Overrun = []
+    {
+        LogToStandardError();
+        g_silentMode = true; // ends the process before the element is reached
+        StaticArray_T<int, 3> dStatic;
+        dStatic[2] = 1;
+        dStatic[dStatic.iLength] = 1;
+    };
+    EXPECT_EXIT(Overrun(), testing::ExitedWithCode(1), "Assert failed, \\(nIndex>=0\\) && \\(nIndex<iLength\\), ");
+}
+
+TEST(Sort, PutsTheGreatestFirstBetweenItsBounds)
+{
+    struct Row_s
+    {
+        std::vector<int> dInput;
+        int iStart, iEnd;
+        std::vector<int> dExpected;
+    };
+    for (Row_s const & Row : { Row_s{ { 1, 2, 3 }, 0, -1, { 3, 2, 1 } }, { { 2, 1 }, 0, 1, { 2, 1 } },
+             { { 1, 2 }, 0, -1, { 2, 1 } }, { { 5, 1, 4, 1, 5 }, 0, -1, { 5, 5, 4, 1, 1 } },
+             { { 1, 2, 3, 4 }, 1, 2, { 1, 3, 2, 4 } }, { { 1, 2, 3, 4 }, -2, -1, { 1, 2, 4, 3 } },
+             { { 1, 2, 3 }, 1, 1, { 1, 2, 3 } }, { { 7 }, 5, -9, { 7 } }, { {}, 0, -1, {} } })
+    {
+        Array_T<int, 8, 0> dArray;
+        Fill(dArray, Row.dInput);
+        EXPECT_EQ(FailedConditions([&] { dArray.Sort(Difference, Row.iStart, Row.iEnd); }), "");
+        EXPECT_EQ(std::vector<int>(dArray.begin(), dArray.end()), Row.dExpected);
+    }
+}
+
+TEST(Sort, NamesTheArraysTypeWhenItsBoundsAreWrong)
+{
+    Array_T<Module_c *, 64, 0> dModules;
+    Array_T<String_T<256>, 10, 0> dTexts;
+    Fill(dModules, std::vector<Module_c *>(4));
+    Fill(dTexts, std::vector<String_T<256>>(2));
+    LogCapture_c const Log;
+    DialogScript_c const Ignore;
+    dModules.Sort([](Module_c *, Module_c *) { return 0; }, 3, 1);
+    dModules.Sort([](Module_c *, Module_c *) { return 0; }, -1, -4);
+    dTexts.Sort([](String_T<256> const &, String_T<256> const &) { return 0; }, 0, 2);
+    EXPECT_EQ(Log.GetText(),
+        "SortedArray_T<class Module_c *,class ArrayTraits_T<class Module_c *,64,0> >::Sort: start=3 end=1 len=4\n"
+        "SortedArray_T<class Module_c *,class ArrayTraits_T<class Module_c *,64,0> >::Sort: start=-1 end=-4 len=4\n"
+        "SortedArray_T<class String_T<256>,class ArrayTraits_T<class String_T<256>,10,0> >::Sort: start=0 end=2 "
+        "len=2\n");
+}
+
+TEST(Sort, StaysInBoundsUnderAComparatorThatContradictsItself)
+{
+    std::mt19937 Random(5);
+    for (int iRound = 0; iRound < 300; ++iRound)
+    {
+        std::vector<int> dValues(Random() % 60);
+        std::iota(dValues.begin(), dValues.end(), 0);
+        Array_T<int, 1, 0> dArray;
+        Fill(dArray, dValues);
+        dArray.Sort([&](int, int) { return iRound % 3 == 0 ? 1 : static_cast<int>(Random() % 3) - 1; }, 0, -1);
+        std::vector<int> dSorted(dArray.begin(), dArray.end());
+        std::sort(dSorted.begin(), dSorted.end());
+        ASSERT_EQ(dSorted, dValues); // nothing lost, nothing twice
+    }
+}
+
+TEST(Sort, SplitsMillionsEvenlyWithoutRunningOutOfStack)
+{
+    std::vector<int> dValues(1 << 23);
+    std::iota(dValues.begin(), dValues.end(), 0);
+    Array_T<int, 1 << 24, 0> dArray;
+    Fill(dArray, dValues);
+    dArray.Sort(Difference, 0, -1);
+    EXPECT_TRUE(std::equal(dArray.begin(), dArray.end(), dValues.rbegin(), dValues.rend()));
+}
+
+TEST(Link, ListGrowsAtItsHeadAndLosesAnyNode)
+{
+    using Node_t = Link_T<int>;
+    auto const Text = [](Node_t const * pHead)
+    {
+        std::string sText;
+        Node_t const * pLast = nullptr;
+        for (; pHead; pLast = pHead, pHead = pHead->pNext)
+        {
+            EXPECT_EQ(pHead->pPrev, pLast);
+            sText += std::to_string(pHead->Get());
+        }
+        return sText;
+    };
+    std::ptrdiff_t const nBlocks = MemoryTotalAllocations();
+    Node_t * dNodes[4];
+    Node_t * pHead = nullptr;
+    for (int i = 0; i < 4; ++i)
+    {
+        pHead = dNodes[i] = (ZQ_NEW Node_t(i))->Link(pHead);
+    }
+    EXPECT_EQ(Text(pHead), "3210");
+    for (int i : { 2, 3, 0 }) // middle, head, tail
+    {
+        pHead = dNodes[i]->Unlink(pHead);
+        EXPECT_EQ(dNodes[i]->pNext, nullptr);
+        delete dNodes[i];
+    }
+    EXPECT_EQ(Text(pHead), "1");
+    LinkFreeAll(pHead);
+    EXPECT_EQ(MemoryTotalAllocations(), nBlocks);
+}

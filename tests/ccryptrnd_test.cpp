@@ -1,0 +1,141 @@
+#include "zqcore/ccryptrnd.h"
+
+#include "tests/test_support.h"
+#include "zqcore/ccallback.h"
+#include "zqcore/ccryptrnd_internal.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <thread>
+
+namespace
+{
+    // What block iCounter of a pool holds, in the order in which it is given.
+    std::string Block(char iCounter, std::string const & sPool)
+    {
+        std::string const sInput = std::string{ iCounter, 0, 0, 0 } + sPool;
+        unsigned char dHash[SHA1_HASH_SIZE];
+        SHA1Context Context;
+        SHA1Reset(&Context);
+        SHA1Input(&Context, reinterpret_cast<unsigned char const *>(sInput.data()), sInput.size());
+        SHA1Result(&Context, dHash);
+        return std::string(std::rbegin(dHash), std::rend(dHash));
+    }
+
+    std::string Take(CryptoRandomGenerator_c & Generator, std::size_t nBytes)
+    {
+        std::string sBytes(nBytes, '\0');
+        Generator.Get(reinterpret_cast<unsigned char *>(sBytes.data()), nBytes);
+        return sBytes;
+    }
+
+    Password_s Password(std::string const & sText)
+    {
+        Password_s Pass;
+        Pass.Set(sText.c_str());
+        return Pass;
+    }
+
+    int s_nHeard = 0;
+    void Hear(MessageData_s)
+    {
+        ++s_nHeard;
+    }
+}
+
+TEST(CryptRandom, GivesBlocksFromTheirEndAndKeepsTheRest)
+{
+    CryptoRandomGenerator_c Generator;
+    EXPECT_EQ(Block(0, "")[0], 0x73) << "the SHA-1 of four zero bytes ends so";
+    EXPECT_EQ(Take(Generator, 21), Block(0, "") + Block(1, "")[0]);
+    EXPECT_EQ(Take(Generator, 19), Block(1, "").substr(1));
+    EXPECT_EQ(Take(Generator, 20), Block(2, ""));
+}
+
+TEST(CryptRandom, ThePoolKeepsTheNewestBytes)
+{
+    CryptoRandomGenerator_c Generator;
+    std::string sPool;
+    for (unsigned char i = 0; i < 128; ++i)
+    {
+        EXPECT_EQ(Generator.GetPoolSize(), i);
+        sPool += static_cast<char>(i);
+        Generator.Put(i);
+    }
+    EXPECT_EQ(Take(Generator, 20), Block(0, sPool));
+    Generator.Put('x');
+    sPool[0] = 'x';
+    EXPECT_EQ(Generator.GetPoolSize(), 128u);
+    EXPECT_EQ(Take(Generator, 20), Block(1, sPool));
+}
+
+TEST(CryptRandom, TwoThreadsAddAndTake)
+{
+    CryptoRandomGenerator_c Generator;
+    std::array<std::string, 400> dTaken;
+    auto const fnTake = [&](std::string & sTaken)
+    {
+        Generator.PutNextRandom();
+        sTaken = Take(Generator, 20);
+    };
+    std::thread Other([&] { std::for_each(dTaken.begin() + 200, dTaken.end(), fnTake); });
+    std::for_each(dTaken.begin(), dTaken.begin() + 200, fnTake);
+    Other.join();
+    EXPECT_EQ(Generator.GetPoolSize(), 128u);
+    EXPECT_EQ(std::set<std::string>(dTaken.begin(), dTaken.end()).size(), 400u) << "no block is given twice";
+}
+
+TEST(CryptRandom, TheModuleListensToApplicationMessages)
+{
+    s_nHeard = 0;
+    g_ApplicationMessages.Add(Hear, false);
+    Module_c::Register(ModuleCryptRandom_c::Get());
+    ASSERT_TRUE(Module_c::InitializeAllModules());
+    g_ApplicationMessages.Fire({}, false);
+    EXPECT_EQ(s_nHeard, 1) << "the module is not exclusive";
+    g_ApplicationMessages.Remove(Hear);
+    EXPECT_FALSE(g_ApplicationMessages.IsEmpty());
+    Module_c::ShutdownAllModules();
+    EXPECT_TRUE(g_ApplicationMessages.IsEmpty());
+
+    std::string sBytes(40, '\0');
+    GetRandomBytes(reinterpret_cast<unsigned char *>(sBytes.data()), 40);
+    for (char iCounter = 0; iCounter < 100; ++iCounter)
+    {
+        EXPECT_EQ(sBytes.find(Block(iCounter, "")), std::string::npos) << "a block of an empty pool";
+    }
+}
+
+TEST(CryptRandom, ComplainsOfNoBufferNoBytesAndAnUnsetPassword)
+{
+    DialogScript_c const Script;
+    unsigned char Byte = 0xEE;
+    GetRandomBytes(nullptr, 1);
+    GetRandomBytes(&Byte, 0);
+    EXPECT_EQ(Byte, 0xEE);
+    Password_s().Xor(Password("a"));
+    Password("a").Xor(Password_s());
+    EXPECT_EQ(Script.CountHolding("dOutput != nullptr"), 1);
+    EXPECT_EQ(Script.CountHolding("nBytes > 0"), 1);
+    EXPECT_EQ(Script.CountHolding("bIsSet && Pass.bIsSet"), 2);
+}
+
+TEST(Password, HoldsADigestThatComparesAndCombines)
+{
+    EXPECT_EQ(Password("").dHash[0], 0x5B) << "the SHA-1 of the single byte 0";
+    EXPECT_EQ(Password("abc").dHash[19], 0x77);
+    EXPECT_EQ(Password(std::string(255, 'x')).dHash[19], 0x67);
+
+    Password_s Unset, One = Password("one"), Sum = One;
+    EXPECT_TRUE(Unset == Password_s());
+    EXPECT_TRUE(Unset != Password_s(Password_s::Hash_t{})) << "set to zeros is set";
+    EXPECT_TRUE(One == Password_s(One.dHash) && One != Password("two"));
+    Sum.Xor(Password("two"));
+    EXPECT_EQ(Sum.dHash[7], One.dHash[7] ^ Password("two").dHash[7]);
+    Sum.Xor(Password("two"));
+    EXPECT_TRUE(Sum == One);
+    One.Clear();
+    EXPECT_TRUE(One == Unset && One.dHash == Password_s::Hash_t{});
+}

@@ -1,0 +1,140 @@
+#include "zqcore/csha1.h"
+
+#include "zqcore/csha1_internal.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iterator>
+#include <string>
+
+namespace
+{
+    unsigned char const * Bytes(std::string const & sText)
+    {
+        return reinterpret_cast<unsigned char const *>(sText.data());
+    }
+
+    // A context that saw the text in pieces of nPiece bytes.
+    SHA1Context Fed(std::string const & sText, std::size_t nPiece)
+    {
+        SHA1Context Context;
+        EXPECT_EQ(SHA1Reset(&Context), shaSuccess);
+        for (std::size_t i = 0; i < sText.size(); i += nPiece)
+        {
+            EXPECT_EQ(SHA1Input(&Context, Bytes(sText) + i, std::min(nPiece, sText.size() - i)), shaSuccess);
+        }
+        return Context;
+    }
+
+    // The digest in hexadecimal digits.
+    std::string Result(SHA1Context Context)
+    {
+        unsigned char dHash[SHA1_HASH_SIZE] = {};
+        EXPECT_EQ(SHA1Result(&Context, dHash), shaSuccess);
+        std::string sHex;
+        for (unsigned const iByte : dHash)
+        {
+            sHex += { "0123456789abcdef"[iByte / 16], "0123456789abcdef"[iByte % 16] };
+        }
+        return sHex;
+    }
+
+    // The first bytes of an arbitrary text.
+    std::string Pattern(std::size_t nBytes)
+    {
+        std::string sText;
+        std::generate_n(std::back_inserter(sText), nBytes, [i = 0]() mutable { return static_cast<char>(7 * i++); });
+        return sText;
+    }
+}
+
+TEST(Sha1, GivesThePublishedDigests)
+{
+    using Row_t = std::pair<std::string, char const *>;
+    for (auto const & [sText, szExpected] : { Row_t{ "", "da39a3ee5e6b4b0d3255bfef95601890afd80709" },
+             Row_t{ "abc", "a9993e364706816aba3e25717850c26c9cd0d89d" },
+             Row_t{ "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
+                 "84983e441c3bd26ebaae4aa1f95129e5e54670f1" },
+             Row_t{ std::string(1000000, 'a'), "34aa973cd4c4daa4f61eeb2bdbad27316534016f" } })
+    {
+        EXPECT_EQ(Result(Fed(sText, sText.size())), szExpected) << sText.substr(0, 20);
+    }
+}
+
+// The expected value was made with another implementation.
+TEST(Sha1, PadsEveryLengthAndTakesAnyPieces)
+{
+    std::string sDigests;
+    for (std::size_t n = 0; n <= 600; ++n)
+    {
+        sDigests += Result(Fed(Pattern(n), 600));
+        ASSERT_EQ(Result(Fed(Pattern(600), n + 1)), Result(Fed(Pattern(600), 600))) << "in pieces of " << n + 1;
+    }
+    EXPECT_EQ(Result(Fed(sDigests, sDigests.size())), "e27ee72ba4e393c7d72389e023c09706ad98703e");
+}
+
+TEST(Sha1, KernelsAgree)
+{
+    Sha1Kernel_t const fnKernel = Sha1FindKernel();
+    if (fnKernel == nullptr)
+    {
+        GTEST_SKIP() << "this processor lacks the SHA instructions";
+    }
+    std::string const sBytes = Pattern(20 * SHA1_BLOCK_SIZE);
+    std::array<std::uint32_t, 5> dPlain{ 1, 2, 3, 4, 0xFFFFFFFFu }, dFast = dPlain;
+    for (std::size_t i = 0; i < 16 * 16; ++i)
+    {
+        Sha1Plain(dPlain.data(), Bytes(sBytes) + i % 16, i / 16);
+        fnKernel(dFast.data(), Bytes(sBytes) + i % 16, i / 16);
+        ASSERT_EQ(dPlain, dFast) << i / 16 << " blocks at " << i % 16;
+    }
+}
+
+TEST(Sha1, CarriesTheLengthIntoTheHighWord)
+{
+    SHA1Context Context = Fed("", 1);
+    Context.dwLengthLow = 0xFFFFFE00u;
+    ASSERT_EQ(SHA1Input(&Context, Bytes(Pattern(SHA1_BLOCK_SIZE)), SHA1_BLOCK_SIZE), shaSuccess);
+    EXPECT_EQ(Context.dwLengthLow, 0u);
+    EXPECT_EQ(Context.dwLengthHigh, 1u);
+
+    std::array<std::uint32_t, 5> dHash = std::to_array(Context.dHash);
+    std::array<unsigned char, SHA1_BLOCK_SIZE> dPadding{ 0x80 };
+    dPadding[59] = 1; // the length 2^32, big-endian in the last 8 bytes
+    Sha1Plain(dHash.data(), dPadding.data(), 1);
+    char szExpected[2 * SHA1_HASH_SIZE + 1];
+    std::snprintf(
+        szExpected, sizeof(szExpected), "%08x%08x%08x%08x%08x", dHash[0], dHash[1], dHash[2], dHash[3], dHash[4]);
+    EXPECT_EQ(Result(Context), szExpected);
+}
+
+TEST(Sha1, RefusesNullTooLongAndWrongOrder)
+{
+    unsigned char const Byte = 'x';
+    unsigned char dHash[SHA1_HASH_SIZE];
+    EXPECT_EQ(SHA1Reset(nullptr), shaNull);
+    EXPECT_EQ(SHA1Input(nullptr, &Byte, 1), shaNull);
+    EXPECT_EQ(SHA1Result(nullptr, dHash), shaNull);
+
+    SHA1Context Done = Fed("abc", 1), Long = Fed("", 1), NoBytes = Done, NoOutput = Done;
+    EXPECT_EQ(SHA1Result(&Done, dHash), shaSuccess);
+    EXPECT_EQ(Result(Done), "a9993e364706816aba3e25717850c26c9cd0d89d") << "asked again";
+    EXPECT_EQ(SHA1Input(&Done, nullptr, 0), shaSuccess);
+    EXPECT_EQ(SHA1Input(&Done, &Byte, 1), shaStateError);
+    Long.dwLengthLow = 0xFFFFFFF0u;
+    Long.dwLengthHigh = 0xFFFFFFFFu;
+    EXPECT_EQ(SHA1Input(&Long, &Byte, 1), shaSuccess);
+    EXPECT_EQ(SHA1Input(&Long, &Byte, 1), shaInputTooLong);
+    EXPECT_EQ(SHA1Input(&NoBytes, nullptr, 1), shaNull);
+    EXPECT_EQ(SHA1Result(&NoOutput, nullptr), shaNull);
+    for (SHA1Context * pFailed : { &Done, &Long, &NoBytes, &NoOutput })
+    {
+        EXPECT_EQ(SHA1Input(pFailed, &Byte, 1), shaStateError);
+        EXPECT_EQ(SHA1Result(pFailed, dHash), shaStateError);
+        EXPECT_EQ(SHA1Reset(pFailed), shaSuccess);
+        EXPECT_EQ(SHA1Input(pFailed, &Byte, 1), shaSuccess);
+    }
+}

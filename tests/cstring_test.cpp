@@ -1,0 +1,132 @@
+#include "zqcore/cstring.h"
+
+#include "tests/test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+static_assert(sizeof(String_T<8>) == 8);
+
+TEST(String, CutsWhatDoesNotFit)
+{
+    String_T<8> s("abcdefghij");
+    EXPECT_STREQ(s, "abcdefg");
+    s += "x";
+    EXPECT_STREQ(s, "abcdefg");
+    EXPECT_STREQ(String_T<8>("abcde") + "fghij", "abcdefg");
+    EXPECT_EQ(s.Capacity(), 8);
+    s = nullptr;
+    EXPECT_TRUE(s.IsEmpty());
+}
+
+TEST(String, SubStrCountsFromBothEnds)
+{
+    struct Row_s
+    {
+        int iStart, iCount;
+        char const * szExpected;
+    };
+    constexpr int ALL = 1000;
+    for (Row_s const & Row : { Row_s{ -3, ALL, "def" }, { 1, -1, "bcde" }, { 4, 10, "ef" }, { -9, 2, "ab" },
+             { 9, 2, "" }, { 3, -5, "" }, { 2, 0, "" }, { 0, INT_MAX, "abcdef" }, { INT_MIN, INT_MIN, "" } })
+    {
+        String_T<16> const s("abcdef");
+        EXPECT_STREQ(s.SubStr(Row.iStart, Row.iCount), Row.szExpected) << Row.iStart << ' ' << Row.iCount;
+        if (Row.iCount == ALL)
+        {
+            EXPECT_STREQ(s.SubStr(Row.iStart), Row.szExpected) << Row.iStart;
+        }
+    }
+}
+
+TEST(String, ComparesWithAndWithoutRegardToCase)
+{
+    String_T<16> s("abcdef");
+    EXPECT_TRUE(s.Begins("ABC") && s.Ends("DEF") && s.Begins("") && s.Ends(""));
+    EXPECT_FALSE(s.Begins("abcdefg") || s.Ends("zabcdef") || s.Ends("abc"));
+    EXPECT_TRUE(s == "abcdef" && s != "ABCDEF" && s == String_T<16>(s));
+    EXPECT_EQ(s.StrPos("CD"), -1);
+    EXPECT_EQ(String_T<8>("aaa").StrLastPos("aa"), 1);
+    s = "mIxEd \xC4"; // a byte above ASCII is left alone
+    s.ToUpper();
+    EXPECT_STREQ(s, "MIXED \xC4");
+    s.ToLower();
+    EXPECT_STREQ(s, "mixed \xC4");
+    EXPECT_LT(StrCompareNoCase("ABc", "abD"), 0);
+    EXPECT_EQ(StrCompareNoCase("ABc", "abD", 2), 0);
+}
+
+TEST(String, BehavesLikeAStandardStringThatIsCut)
+{
+    constexpr std::size_t MOST = 11;
+    std::mt19937 Random(1);
+    String_T<MOST + 1> s;
+    std::string sModel;
+    for (int iStep = 0; iStep < 20000; ++iStep)
+    {
+        std::string sText(Random() % 7, 'a');
+        for (char & c : sText)
+        {
+            c = static_cast<char>('a' + Random() % 2);
+        }
+        auto const i = static_cast<int>(Random() % 16) - 2;
+        auto const nFrom = static_cast<std::size_t>(std::clamp(i, 0, s.Length()));
+        switch (Random() % 6)
+        {
+        case 0:
+            s = sText.c_str();
+            sModel = sText;
+            break;
+        case 1:
+            s += sText.c_str();
+            sModel += sText;
+            break;
+        case 2:
+            s.Chop(i);
+            sModel.resize(
+                sModel.size() - std::min<std::size_t>(sModel.size(), i < 1 ? 1 : static_cast<std::size_t>(i)));
+            break;
+        case 3: // a tail of itself
+            s = static_cast<char const *>(s) + nFrom;
+            sModel.erase(0, nFrom);
+            break;
+        case 4:
+            s += s;
+            sModel += sModel;
+            break;
+        default:
+            ASSERT_EQ(s.StrPos(sText.c_str(), i), static_cast<int>(sModel.find(sText, nFrom)))
+                << sModel << ' ' << sText;
+            ASSERT_EQ(s.StrLastPos(sText.c_str()), static_cast<int>(sModel.rfind(sText))) << sModel << ' ' << sText;
+        }
+        sModel.resize(std::min(sModel.size(), MOST));
+        ASSERT_STREQ(s, sModel.c_str());
+        ASSERT_EQ(s.Length(), static_cast<int>(sModel.size()));
+    }
+}
+
+TEST(String, FormatsIntoAValueAndIntoSixteenSharedBuffers)
+{
+    EXPECT_STREQ(NewString("%s-%03i", "a", 7), "a-007");
+    EXPECT_EQ(NewString("%300i", 1).Length(), 255);
+    EXPECT_EQ(std::strlen(Va("%5000i", 1)), 4095u);
+    char const * dTexts[17];
+    for (int i = 0; i < 17; ++i)
+    {
+        dTexts[i] = Va("%i", i);
+    }
+    EXPECT_STREQ(dTexts[1], "1");
+    EXPECT_STREQ(dTexts[0], "16"); // its buffer came again
+    EXPECT_EQ(dTexts[0], dTexts[16]);
+}
+
+TEST(String, StatesThatTextsAreNotNull)
+{
+    char const * const szNull = nullptr;
+    String_T<8> s("x");
+    EXPECT_EQ(FailedConditions([&] { String_T<8>{ szNull }; }), "sTxt");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(s == szNull); }), "sTxt != nullptr");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(s != szNull); }), "sTxt != nullptr");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_STREQ(s += szNull, "x"); }), "sTxt != nullptr");
+}

@@ -1,0 +1,434 @@
+#include "tests/test_support.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/cmemoryreport.h"
+#include "zqcore/cwarehouse.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <memory>
+#include <random>
+#include <sstream>
+
+using namespace std::string_literals;
+
+namespace
+{
+    /// The columns, joined by bars; a null column is a tilde.
+    std::string Joined(WarehouseLine_c const & Line)
+    {
+        std::string sAll;
+        for (char const * szColumn : Line)
+        {
+            sAll += (sAll.empty() ? "" : "|") + std::string(szColumn ? szColumn : "~");
+        }
+        return sAll;
+    }
+
+    /// A scan whose bytes stand in a block of exactly their size, so that an address check sees a read behind them.
+    struct Scan_s
+    {
+        std::unique_ptr<char[]> pBytes;
+        WarehouseScan_t Scan;
+
+        Scan_s(std::string const & sData, WarehouseFormat_e eFormat, char const * szSeparators)
+            : pBytes(new char[sData.size()])
+            , Scan(pBytes.get(), static_cast<int>(sData.size()), 0, eFormat)
+        {
+            sData.copy(pBytes.get(), sData.size());
+            if (szSeparators)
+            {
+                Scan.SetSeparators(szSeparators);
+            }
+        }
+    };
+
+    /// Each line in brackets.
+    std::string Lines(std::string const & sData, WarehouseFormat_e eFormat, char const * szSeparators = nullptr)
+    {
+        Scan_s Data(sData, eFormat, szSeparators);
+        WarehouseLine_c Line;
+        std::string sAll;
+        while (Data.Scan.GetLine(&Line))
+        {
+            sAll += "[" + Joined(Line) + "]";
+        }
+        EXPECT_EQ(Data.Scan.GetPos(), static_cast<int>(sData.size()));
+        return sAll;
+    }
+
+    class Warehouse : public testing::Test
+    {
+    protected:
+        ~Warehouse() override
+        {
+            m_pTable.reset();
+            FileReset();
+        }
+
+        /// Writes and registers a file and opens it; a further call closes the table that was open.
+        bool Open(std::string const & sName, std::string const & sText, char const * szHeader = nullptr,
+            char const * szSeparators = nullptr, bool bCopy = false)
+        {
+            EXPECT_TRUE(FileAddOneFile(m_Folder.Write(sName, sText).c_str()));
+            m_pTable = std::make_unique<Warehouse_c>(bCopy);
+            m_pTable->LogColName(true);
+            return m_pTable->Open(sName.c_str(), WAREHOUSE_FORMAT_AUTO, szHeader, szSeparators);
+        }
+
+        std::string Text(char const * szColumn)
+        {
+            String_T<256> sText("stale");
+            return m_pTable->Get(szColumn, sText) ? std::string(sText) : "missing" + std::string(sText);
+        }
+
+        std::string Idents()
+        {
+            std::string sAll;
+            String_T<256> sIdent;
+            EXPECT_TRUE(m_pTable->StartIdent());
+            while (m_pTable->NextIdent(sIdent))
+            {
+                sAll += std::string(sIdent) + " ";
+            }
+            EXPECT_TRUE(sIdent.IsEmpty());
+            EXPECT_FALSE(m_pTable->GetWorkIdent(sIdent)) << "the walk ends without a work line";
+            return sAll;
+        }
+
+        /// What a Get does with column v: the value, or a minus sign if it failed and left the output alone.
+        template <typename T>
+        std::string Number()
+        {
+            T const Stale = static_cast<T>(77);
+            T Value = Stale;
+            bool const bValid = m_pTable->Get("v", Value);
+            std::ostringstream Out;
+            Out.precision(9);
+            Out << +Value;
+            return bValid ? Out.str() : Value == Stale ? "-" : "changed";
+        }
+
+        template <typename... T>
+        std::string Numbers()
+        {
+            return ((Number<T>() + " ") + ...);
+        }
+
+        TempFolder_c m_Folder;
+        std::unique_ptr<Warehouse_c> m_pTable;
+    };
+}
+
+TEST(WarehouseScan, SplitsLinesOfBothFormats)
+{
+    constexpr WarehouseFormat_e TEXT = WAREHOUSE_FORMAT_TEXT, CSV = WAREHOUSE_FORMAT_CSV;
+    struct Row_s
+    {
+        WarehouseFormat_e eFormat;
+        std::string sData, sLines;
+        char const * szSeparators = nullptr;
+    };
+    std::string const sLong(WAREHOUSE_CELL_SIZE + 100, 'x');
+    std::string const sKept(WAREHOUSE_CELL_SIZE, 'x');
+    for (Row_s const & Row : {
+             Row_s{ TEXT, "", "" },
+             { TEXT, "Sword 3\tTEN\r\n\n  \r\n# note\nlast", "[sword|3|TEN][][][][last]" },
+             { TEXT, "a#b #c \"d\ne", "[a#b][e]" },
+             { TEXT, "\"A b\"C \"\" \"d\"", "[a b|C|~|d]" },
+             { TEXT, "a \"b c\nd e\nf", "[a|b c|d|e][f]" },
+             { TEXT, "a \"b c\r\nd", "[a|b c][d]" },
+             { TEXT, "a \"open", "[a|open]" },
+             { TEXT, "a \"", "[a|~]" },
+             { TEXT, "A\0B c\0\0d\xFF\n"s, "[a||c||]" },
+             { TEXT, "a,b;c d", "[a|b|c d]", ",;" },
+             { TEXT, "a\nb\nc", "[a|b|c]", "\n" },
+             { TEXT, "\"a\"b", "[a|b]", "\"" },
+             { CSV, "A;;C\nb,d,\r\n;x\n\n  # n;\"\n", "[a|~|C][b|d][~|x][][]" },
+             { CSV, " a b \t; #rest;\nc", "[a b][c]" },
+             { CSV, "\"x \"\"y\"\" \" ; z", "[x \"y\"|z]" },
+             { CSV, "k;\"two\nlines\";\"\"\nab\"C\"d;", "[k|two\nlines|~][ab|C|d]" },
+             { CSV, "\"open;\n\"\"", "[open;\n\"]" },
+             { CSV, "a;\"", "[a|~]" },
+             { CSV, "a\0b;\0c"s, "[a|b|~|c]" },
+             { CSV, "\"a\"\t,b\tc", "[a|b|c]", ",\t" },
+             { CSV, "a\nb\nc", "[a|b|c]", "\n" },
+             { CSV, "a b;c", "[a|b;c]", " " },
+             { CSV, "k;\"" + sLong + "\";z", "[k|" + sKept + "|z]" },
+             { CSV, "k;\"\"\"" + sLong + "\";z", "[k|\"" + sKept.substr(1) + "|z]" },
+             { WAREHOUSE_FORMAT_AUTO, "a;b c", "[a;b|c]" },
+         })
+    {
+        EXPECT_EQ(Lines(Row.sData, Row.eFormat, Row.szSeparators), Row.sLines) << Row.sData.substr(0, 60);
+    }
+
+    std::string sMany = "i";
+    for (int i = 1; i < 100000; ++i)
+    {
+        sMany += ";7";
+    }
+    EXPECT_EQ(Lines(sMany, CSV).size(), sMany.size() + 2);
+}
+
+TEST(WarehouseScan, SearchesFindWhatAWalkOverAllLinesFinds)
+{
+    static char const * const s_dPieces[] = { "a", "B", "@Head", "\"", "\"\"", "\n", "\n", ";", ",", " ", "\r", "#",
+        "\xE9" };
+    static char const * const s_dSeparators[] = { nullptr, ";\t", "\n", "#\"", "" };
+    static char const * const s_dWanted[] = { "A", "ab", "@head", "" };
+    std::mt19937 Random(63);
+    auto const Pick = [&Random](std::size_t nBelow) { return Random() % nBelow; };
+    for (int iRound = 0; iRound < 4000; ++iRound)
+    {
+        std::string sData;
+        for (std::size_t n = Pick(iRound % 100 ? 40 : 9000); n > 0; --n)
+        {
+            std::size_t const iPiece = Pick(std::size(s_dPieces) + 1);
+            sData += iPiece < std::size(s_dPieces) ? s_dPieces[iPiece] : "\0"s;
+        }
+        auto const eFormat = iRound % 2 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
+        char const * const szSeparators = s_dSeparators[Pick(5)];
+        char const * const szWanted = s_dWanted[Pick(4)];
+        Scan_s Walk(sData, eFormat, szSeparators), Items(sData, eFormat, szSeparators),
+            Find(sData, eFormat, szSeparators);
+        WarehouseLine_c Line, Found;
+        bool bWanted = false;
+        int nLines = 0, nItemLines = 0;
+        for (; Walk.Scan.GetLine(&Line); ++nLines)
+        {
+            if (!bWanted && !Line.IsNull(0) && StrCompareNoCase(Line[0], szWanted) == 0)
+            {
+                bWanted = true;
+                ASSERT_TRUE(Find.Scan.FindLine(szWanted, &Found)) << sData;
+                ASSERT_EQ(Joined(Line), Joined(Found)) << sData;
+                ASSERT_EQ(Walk.Scan.GetPos(), Find.Scan.GetPos()) << sData;
+            }
+            if (!Line.IsNull(0) && !Line.IsHeader())
+            {
+                ASSERT_TRUE(Items.Scan.NextItem(&Found, nItemLines)) << sData;
+                ASSERT_EQ(Joined(Line), Joined(Found)) << sData;
+                ASSERT_EQ(nItemLines, nLines + 1) << sData;
+            }
+        }
+        ASSERT_TRUE(bWanted || !Find.Scan.FindLine(szWanted, &Found)) << sData;
+        ASSERT_FALSE(Items.Scan.NextItem(&Found, nItemLines)) << sData;
+        ASSERT_EQ(nItemLines, nLines) << sData;
+    }
+}
+
+TEST(WarehouseLine, ColumnsMoveAndGoFromBothEnds)
+{
+    WarehouseLine_c Line, Other;
+    Line.AddColumn("ABC", 2);
+    Line.AddColumn("DEF", 3);
+    Line.AddColumn(nullptr, 5);
+    Other.AddColumn(Line, 1);
+    Other.AddColumn(Line, 9);
+    EXPECT_EQ(Joined(Line) + " " + Joined(Other), "ab|~|~ DEF|~");
+    Line.DelFirst();
+    Line.DelLast();
+    EXPECT_EQ(Joined(Line), "~");
+    Line.Reset();
+    Line.DelFirst();
+    Line.DelLast();
+    EXPECT_TRUE(Line.IsEmpty() && Line.IsNull(0) && Line.IsNull(-1) && !Line.IsHeader());
+}
+
+TEST_F(Warehouse, ConvertsACellToEachType)
+{
+    bool const bWide = sizeof(long) > 4;
+    struct Row_s
+    {
+        char const *szCell, *szResults; // long, double, float, int, short, unsigned char, bool, unsigned long
+    };
+    for (Row_s const & Row : {
+             Row_s{ "10", "10 10 10 10 10 10 1 10" },
+             { "0", "0 0 0 0 0 0 0 0" },
+             { "\" +5\"", "5 5 5 5 5 5 1 5" },
+             { "-1", "-1 -1 -1 -1 -1 - 1 -" },
+             { "12abc", "- - - - - - - -" },
+             { "+-1", "- - - - - - - -" },
+             { "\"1 \"", "- - - - - - - -" },
+             { "\"\"", "- - - - - - - -" },
+             { "12.9", "- 12.9 12.8999996 - - - - 12" },
+             { "-0.5", "- -0.5 -0.5 - - - - -" },
+             { "0x1.8p3", "- 12 12 - - - - 12" },
+             { "0x1p+-3", "- - - - - - - -" },
+             { "255", "255 255 255 255 255 255 1 255" },
+             { "32768", "32768 32768 32768 32768 - - 1 32768" },
+             { "-32768", "-32768 -32768 -32768 -32768 -32768 - 1 -" },
+             { "2147483647", "2147483647 2.14748365e+09 2.14748365e+09 2147483647 - - 1 2147483647" },
+             { "4294967295", bWide ? "4294967295 4.2949673e+09 4.2949673e+09 - - - 1 4294967295"
+                                   : "- 4.2949673e+09 4.2949673e+09 - - - - 4294967295" },
+             { "4294967296", bWide ? "4294967296 4.2949673e+09 4.2949673e+09 - - - 1 -"
+                                   : "- 4.2949673e+09 4.2949673e+09 - - - - -" },
+             { "9223372036854775808", "- 9.22337204e+18 9.22337204e+18 - - - - -" },
+             { "3.4028235e38", "- 3.4028235e+38 - - - - - -" },
+             { "-1.7976931348623157e308", "- -1.79769313e+308 - - - - - -" },
+             { "1e309", "- - - - - - - -" },
+             { "1e-310", "- - - - - - - -" },
+             { "inf", "- - - - - - - -" },
+             { "nan", "- - - - - - - -" },
+         })
+    {
+        ASSERT_TRUE(Open("get.txt", "@head v\ni "s + Row.szCell + "\n") && m_pTable->FindIdent("I"));
+        EXPECT_EQ(
+            (Numbers<long, double, float, int, short, unsigned char, bool, unsigned long>()), Row.szResults + " "s)
+            << Row.szCell;
+        m_pTable.reset();
+        FileReset();
+    }
+}
+
+TEST_F(Warehouse, ReadsTextsAndPairs)
+{
+    ASSERT_TRUE(Open("pairs.csv", "@HEAD;Name;;p\nx;a long name;7;12-34\ny;;;--5-3-9\nz;;;-99999999999--8\nw;;;12-\n"));
+    char sShort[5];
+    LogCapture_c Log;
+    ASSERT_TRUE(m_pTable->FindIdent("X"));
+    EXPECT_EQ(Text("NAME") + "," + Text("@Head") + "," + Text("none"), "a long name,x,missing");
+    EXPECT_TRUE(m_pTable->Get("name", sShort, 5));
+    EXPECT_STREQ(sShort, "a lo");
+    EXPECT_EQ(m_pTable->GetLength("name"), 11);
+    EXPECT_EQ(Log.GetText(), "pairs.csv: Not found column 'none'\npairs.csv: Invalid data in column 'name' line 0\n");
+
+    struct Row_s
+    {
+        char const * szIdent;
+        bool bValid;
+        int iFirst, iSecond;
+    };
+    for (Row_s const & Row : { Row_s{ "x", true, 12, 34 }, { "y", true, 5, 3 }, { "z", true, INT_MAX, -8 },
+             { "w", false, 1, 2 }, { "absent", false, 1, 2 } })
+    {
+        int iFirst = 1, iSecond = 2;
+        m_pTable->FindIdent(Row.szIdent);
+        EXPECT_EQ(m_pTable->Get("p", iFirst, iSecond), Row.bValid) << Row.szIdent;
+        EXPECT_EQ(std::pair(iFirst, iSecond), std::pair(Row.iFirst, Row.iSecond)) << Row.szIdent;
+    }
+
+    ASSERT_TRUE(m_pTable->SetWorkIdent("y"));
+    EXPECT_EQ(m_pTable->GetLength("name"), 0);
+    EXPECT_EQ(m_pTable->GetLength("none"), -1);
+    EXPECT_EQ(Text("name"), "");
+    int iFirst, iSecond;
+    Log.Clear();
+    m_pTable->LogColName(false);
+    EXPECT_FALSE(m_pTable->Get("name", iFirst, iSecond));
+    EXPECT_EQ(Log.GetText(), "");
+}
+
+TEST_F(Warehouse, WalksItemsAndSearchesApart)
+{
+    ASSERT_TRUE(Open("walk.txt", "early 1\n@head n\n# note\nSword 2\r\n\n@HEAD x\nSHIELD 3\nsword 4"));
+    EXPECT_EQ(Idents(), "early sword shield sword ");
+    String_T<256> sIdent;
+    ASSERT_TRUE(m_pTable->StartIdent() && m_pTable->NextIdent(sIdent) && m_pTable->FindIdent("SWORD"));
+    EXPECT_EQ(Text("n"), "2");
+    ASSERT_TRUE(m_pTable->NextIdent(sIdent));
+    EXPECT_STREQ(sIdent, "sword");
+    EXPECT_FALSE(m_pTable->FindIdent("@head") || m_pTable->FindIdent("swor") || m_pTable->GetWorkIdent(sIdent));
+    char sShort[4];
+    ASSERT_TRUE(m_pTable->NextIdent(sShort, 4));
+    EXPECT_STREQ(sShort, "shi");
+    LogCapture_c Log;
+    EXPECT_EQ(Text("gone"), "missing");
+    long iValue;
+    EXPECT_FALSE(m_pTable->Get("@head", iValue));
+    EXPECT_EQ(Log.GetText(), "walk.txt: Not found column 'gone'\nwalk.txt: Invalid data in column '@head' line 7\n");
+}
+
+TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
+{
+    LogCapture_c Log;
+    Warehouse_c Closed;
+    String_T<256> sText;
+    EXPECT_FALSE(Closed.Open("absent.txt"));
+    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_FALSE(Closed.StartIdent() || Closed.NextIdent(sText) || Closed.FindIdent("a") || Closed.GetWorkIdent(sText)
+                 || Closed.GetFileName(sText) || Closed.Get("@head", sText));
+    EXPECT_EQ(Closed.GetLength("@head"), -1);
+
+    char const * const szBare = "a,b c;d\n";
+    EXPECT_FALSE(Open("bare.csv", szBare));
+    EXPECT_EQ(Log.GetText(), "Warehouse_c::Open: File \"bare.csv\": no client header line specified\n"
+                             "Warehouse_c::Open: File \"bare.csv\": no header line found\n");
+    EXPECT_FALSE(m_pTable->StartIdent());
+    EXPECT_EQ(FileStream("bare.csv")->GetOpensCount(), 0);
+
+    for (bool const bCopy : { false, true })
+    {
+        ASSERT_TRUE(Open("bare.csv", szBare, "name size", nullptr, bCopy) && m_pTable->FindIdent("A"));
+        EXPECT_EQ(Text("name") + "," + Text("size"), "b c,d");
+        EXPECT_EQ(FileStream("bare.csv")->GetOpensCount(), bCopy ? 0 : 1);
+        EXPECT_EQ(m_pTable->GetFileName(sText), !bCopy);
+        EXPECT_STREQ(sText, bCopy ? "" : "bare.csv");
+    }
+    ASSERT_TRUE(Open("bare.csv", szBare, "name", " "));
+    EXPECT_EQ(Idents(), "a,b ");
+    EXPECT_TRUE(m_pTable->Open("bare.csv", WAREHOUSE_FORMAT_TEXT, "name"));
+    EXPECT_EQ(Idents(), "a,b ");
+}
+
+TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)
+{
+    ASSERT_TRUE(Open("live.txt", "@head n\nsword 1\n"));
+    m_Folder.Write("live.txt", "@head n\n" + std::string(5000, '\n') + "shield 2\n");
+    FileStream("live.txt")->Refresh();
+    EXPECT_EQ(Idents(), "shield ");
+}
+
+TEST_F(Warehouse, PassingLinesAndGettingNumbersAllocatesNothing)
+{
+    std::string sText = "@head;n\n";
+    for (int i = 0; i < 1000; ++i)
+    {
+        sText += "item" + std::to_string(i) + ";1;\"a \"\"b\n\"\n;;\n";
+    }
+    ASSERT_TRUE(Open("many.csv", sText) && m_pTable->FindIdent("item999"));
+    auto const Allocations = [](auto Work)
+    {
+        MemoryResetFrameAllocCount();
+        Work();
+        MemoryResetFrameAllocCount();
+        return MemoryGetFrameAllocCount();
+    };
+    EXPECT_EQ(Allocations([&] { m_pTable->FindIdent("item999"); }), 3u) << "the columns of the line found";
+    int iValue = 0;
+    float fValue = 0;
+    String_T<256> sValue;
+    EXPECT_EQ(Allocations(
+                  [&]
+                  {
+                      m_pTable->Get("n", iValue) && m_pTable->Get("n", fValue) && m_pTable->Get("n", sValue)
+                          && m_pTable->Get("n", iValue, iValue);
+                      m_pTable->FindIdent("none");
+                  }),
+        0u);
+    EXPECT_EQ(fValue, 1.0f);
+}
+
+TEST_F(Warehouse, NumbersDoNotDependOnTheLocale)
+{
+    std::string const sFormer = std::setlocale(LC_NUMERIC, nullptr);
+    if (!std::setlocale(LC_NUMERIC, "de_DE.UTF-8"))
+    {
+        GTEST_SKIP() << "the locale de_DE.UTF-8 is not installed";
+    }
+    EXPECT_TRUE(Open("number.txt", "@head v\ni 1.5\n") && m_pTable->FindIdent("i"));
+    EXPECT_EQ(Number<float>(), "1.5");
+    std::setlocale(LC_NUMERIC, sFormer.c_str());
+}
+
+TEST_F(Warehouse, ABrokenPreconditionIsReportedAndFails)
+{
+    DialogScript_c Dialogs;
+    LogCapture_c Log;
+    ASSERT_TRUE(Open("a.txt", "@head v\na 1\n") && m_pTable->FindIdent("a"));
+    char sText[2] = "x";
+    int iValue = 5;
+    EXPECT_FALSE(m_pTable->Get(nullptr, iValue) || m_pTable->Get("v", nullptr, 9) || m_pTable->GetFileName(sText, 1)
+                 || m_pTable->FindIdent(nullptr) || m_pTable->NextIdent(nullptr, 9) || m_pTable->Open(nullptr));
+    EXPECT_EQ(Dialogs.GetCount(), 6);
+    EXPECT_EQ(Log.Count("a.txt: Not found column 'nullptr'"), 1);
+}

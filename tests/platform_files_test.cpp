@@ -1,0 +1,387 @@
+#include "platform/files.h"
+#include "platform/process.h"
+#include "tests/test_support.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace
+{
+    constexpr std::uint64_t TICKS_PER_SECOND = 10000000;
+
+    // Each test has a folder of its own, and no spellings from another test.
+    class PlatformFiles : public testing::Test
+    {
+    protected:
+        ~PlatformFiles() override { plat::SpellingsForget(); }
+
+        // The contents of the file that a path opens, or why none opened.
+        static std::string Open(std::string const & sPath)
+        {
+            plat::FileFacts_t Facts;
+            plat::File_t const hFile = plat::FileOpenRead(sPath.c_str(), plat::Share_e::ReadWrite, &Facts);
+            if (hFile == nullptr)
+            {
+                return std::strerror(errno);
+            }
+            std::string sContents(static_cast<std::size_t>(Facts.nSize) + 10, '?');
+            sContents.resize(plat::FileRead(hFile, sContents.data(), sContents.size()));
+            plat::FileClose(hFile);
+            return sContents;
+        }
+
+        // The entries of a folder in the listing's order: "name" of a file with its size, "name/" of a folder, "name!"
+        // of what is neither, "->" in front of links; "unreadable" if the listing fails.
+        static std::string List(std::string const & sPath)
+        {
+            plat::FolderListing_c Listing;
+            if (!Listing.Read(sPath.c_str()))
+            {
+                return Listing.GetCount() == 0 ? "unreadable" : "entries of a failed listing";
+            }
+            std::string sAll;
+            for (std::size_t iEntry = 0; iEntry < Listing.GetCount(); ++iEntry)
+            {
+                plat::FolderEntry_t const & Entry = Listing.GetEntry(iEntry);
+                sAll += (sAll.empty() ? "" : " ") + std::string(Entry.bLink ? "->" : "") + Entry.szName;
+                sAll += Entry.Facts.bFolder ? "/" : Entry.Facts.bRegular ? std::to_string(Entry.Facts.nSize) : "!";
+            }
+            return sAll;
+        }
+
+        void Link(std::string const & sTarget, std::string_view sName) const
+        {
+            ASSERT_EQ(symlink(sTarget.c_str(), m_Folder.Join(sName).c_str()), 0);
+        }
+
+        TempFolder_c const m_Folder;
+    };
+
+    // Runs in a child process as a user without rights; whether it ended well.
+    template <typename FN>
+    bool AsNobody(FN fnRun)
+    {
+        pid_t const iChild = fork();
+        if (iChild == 0)
+        {
+            bool const bDropped = geteuid() != 0 || seteuid(65534) == 0;
+            _exit(bDropped && fnRun() ? 0 : 1);
+        }
+        int iStatus = -1;
+        waitpid(iChild, &iStatus, 0);
+        return iStatus == 0;
+    }
+}
+
+TEST_F(PlatformFiles, FindsTheDisksSpellingOfAPath)
+{
+    m_Folder.Write("Media/Textures/Hero.TGA", "hero");
+    m_Folder.Write("Media/lower/name.txt", "lower");
+    m_Folder.Write("media2/B.txt", "upper");
+    m_Folder.Write("media2/b.TXT", "mixed");
+    m_Folder.Write("media2/b\xC3\x84.txt", "umlaut");
+    m_Folder.Write("media2/C.txt", "capital");
+    m_Folder.Write("media2/c.txt", "exact");
+    std::pair<char const *, char const *> const dRows[] = {
+        { "media\\textures\\hero.tga", "hero" },
+        { "MEDIA/TEXTURES\\HERO.tga", "hero" },
+        { "Media\\Textures\\Hero.TGA", "hero" },
+        { "media\\\\.\\textures//hero.tga", "hero" },
+        { "media\\lower\\..\\textures\\hero.tga", "hero" },
+        { "media\\LOWER\\NAME.TXT", "lower" },
+        { "media2\\b.txt", "upper" }, // the first in the order of listings
+        { "MEDIA2\\b.TXT", "mixed" }, // but for the exact name
+        { "MEDIA2\\c.txt", "exact" },
+        { "MEDIA2\\C.txt", "capital" },
+        { "media2\\B\xC3\x84.TXT", "umlaut" },
+        { "media2\\b\xC3\xA4.txt", "No such file or directory" }, // only ASCII letters fold
+        { "media\\textures\\villain.tga", "No such file or directory" },
+        { "media3\\textures\\hero.tga", "No such file or directory" },
+        { "media\\textures\\hero.tga\\", "Not a directory" },
+        { "media\\textures", "" },
+    };
+    std::string const sRoot = m_Folder.GetPath() + "\\";
+    for (int iRound = 0; iRound < 3; ++iRound) // by reading folders, from what that found, and from listings
+    {
+        for (auto const & [szPath, szContents] : dRows)
+        {
+            EXPECT_EQ(Open(sRoot + szPath), szContents) << szPath << ", round " << iRound;
+        }
+        if (iRound == 1)
+        {
+            plat::SpellingsForget();
+            EXPECT_EQ(List(sRoot + "media"), "lower/ Textures/");
+            EXPECT_EQ(List(sRoot + "media\\textures"), "Hero.TGA4");
+            EXPECT_EQ(List(sRoot + "media2"), "B.txt5 b.TXT5 b\xC3\x84.txt6 C.txt7 c.txt5");
+        }
+    }
+    CurrentFolderScope_c const Current(m_Folder.GetPath());
+    EXPECT_EQ(Open(".\\media\\textures\\hero.tga"), "hero");
+    EXPECT_EQ(Open(""), "No such file or directory");
+    EXPECT_EQ(Open(std::string(5000, 'a')), "File name too long");
+    EXPECT_EQ(Open("media\\" + std::string(300, 'a')), "File name too long");
+}
+
+TEST_F(PlatformFiles, FindsANameThatAListingMetUntilItIsRenamed)
+{
+    std::string const sFile = m_Folder.Write("Data/Map.dat", "map");
+    std::string const sAsked = m_Folder.GetPath() + "\\data\\map.dat";
+    EXPECT_EQ(List(m_Folder.GetPath() + "\\data"), "Map.dat3");
+    ASSERT_EQ(rename(sFile.c_str(), m_Folder.Join("Data/MAP.DAT").c_str()), 0);
+    EXPECT_EQ(Open(sAsked), "map") << "the recorded name is stale";
+    ASSERT_EQ(chmod(m_Folder.Join("Data").c_str(), 0311), 0);
+    ASSERT_EQ(chmod(m_Folder.GetPath().c_str(), 0311), 0);
+    EXPECT_TRUE(AsNobody([&]() { return Open(sAsked) == "map"; })) << "the folders can't be read, only remembered";
+    plat::SpellingsForget();
+    EXPECT_TRUE(AsNobody([&]() { return Open(sAsked) == "No such file or directory"; }));
+    ASSERT_EQ(chmod(m_Folder.Join("Data").c_str(), 0700) + chmod(m_Folder.GetPath().c_str(), 0700), 0);
+    ASSERT_EQ(unlink(m_Folder.Join("Data/MAP.DAT").c_str()), 0);
+    m_Folder.Write("Data/map.dat", "exact");
+    EXPECT_EQ(Open(sAsked), "exact");
+}
+
+TEST_F(PlatformFiles, TellsSizeTimesAndKind)
+{
+    std::string const sFile = m_Folder.Write("Big.bin", "start");
+    ASSERT_EQ(truncate64(sFile.c_str(), (3LL << 30) + 5), 0);
+    timespec const dTimes[2] = { { 0, 0 }, { 1000000000, 123456789 } };
+    ASSERT_EQ(utimensat(AT_FDCWD, sFile.c_str(), dTimes, 0), 0);
+
+    plat::FileFacts_t Facts;
+    plat::FileFacts_t OfHandle;
+    ASSERT_TRUE(plat::PathGetFacts((m_Folder.GetPath() + "\\big.bin").c_str(), Facts));
+    EXPECT_EQ(Facts.nSize, (3ull << 30) + 5);
+    EXPECT_EQ(Facts.tLastWrite, (1000000000ull + 11644473600ull) * TICKS_PER_SECOND + 1234567);
+    EXPECT_TRUE(Facts.tCreation == 0 || Facts.tCreation > (1600000000ull + 11644473600ull) * TICKS_PER_SECOND);
+    EXPECT_TRUE(Facts.bRegular && !Facts.bFolder);
+
+    plat::File_t const hFile = plat::FileOpenRead(sFile.c_str(), plat::Share_e::ReadWrite);
+    ASSERT_NE(hFile, nullptr);
+    plat::FileHintSequential(hFile);
+    ASSERT_TRUE(plat::FileGetFacts(hFile, OfHandle));
+    EXPECT_EQ(OfHandle.nSize, Facts.nSize);
+    EXPECT_EQ(OfHandle.tLastWrite, Facts.tLastWrite);
+    EXPECT_EQ(plat::FileSeek(hFile, 3LL << 30, 0), 3LL << 30);
+    EXPECT_EQ(plat::FileSeek(hFile, 2, 1), (3LL << 30) + 2);
+    EXPECT_EQ(plat::FileSeek(hFile, -1, 2), (3LL << 30) + 4);
+    EXPECT_EQ(plat::FileSeek(hFile, -1, 0), -1);
+    EXPECT_EQ(plat::FileSeek(hFile, 1, 7), 1);
+    char szRead[3] = "";
+    EXPECT_EQ(plat::FileRead(hFile, szRead, 2), 2u);
+    EXPECT_STREQ(szRead, "ta");
+    plat::FileClose(hFile);
+
+    ASSERT_TRUE(plat::PathGetFacts(m_Folder.GetPath().c_str(), Facts));
+    EXPECT_TRUE(Facts.bFolder && !Facts.bRegular);
+    EXPECT_FALSE(plat::PathGetFacts(m_Folder.Join("none").c_str(), Facts));
+}
+
+TEST_F(PlatformFiles, RefusesWhatIsNoFileWithoutWaiting)
+{
+    std::string const sPipe = m_Folder.Join("pipe");
+    ASSERT_EQ(mkfifo(sPipe.c_str(), 0600), 0);
+    EXPECT_EQ(Open(sPipe), "Invalid argument");
+    EXPECT_EQ(Open("/dev/null"), "Invalid argument");
+    EXPECT_FALSE(plat::FileCopy(sPipe.c_str(), m_Folder.Join("copy").c_str()));
+    EXPECT_FALSE(plat::FileCopy(m_Folder.Write("file", "x").c_str(), sPipe.c_str()));
+}
+
+TEST_F(PlatformFiles, ExcludesWritersOnRequest)
+{
+    std::string const sFile = m_Folder.Write("log.txt", "line");
+    int const iWriter = open(sFile.c_str(), O_WRONLY);
+    plat::File_t hFile = plat::FileOpenRead(sFile.c_str(), plat::Share_e::Read);
+    if (hFile != nullptr)
+    {
+        plat::FileClose(hFile);
+        close(iWriter);
+        GTEST_SKIP() << "the file system grants no leases";
+    }
+    char szError[64];
+    plat::LastErrorText(szError, sizeof(szError));
+    EXPECT_STREQ(szError, "Device or resource busy\n");
+    EXPECT_EQ(Open(sFile), "line");
+    close(iWriter);
+    hFile = plat::FileOpenRead(sFile.c_str(), plat::Share_e::Read);
+    ASSERT_NE(hFile, nullptr);
+    int const iLater = open(sFile.c_str(), O_WRONLY | O_NONBLOCK);
+    EXPECT_GE(iLater, 0) << "a writer who comes later is not kept out";
+    close(iLater);
+    plat::FileClose(hFile);
+}
+
+TEST_F(PlatformFiles, ListsAFolderInOneOrder)
+{
+    for (char const * szName : { "b.txt", "A.txt", "a.txt", "B.TXT", "_x", "Zz", "a b", "z\xC3\xA4 " })
+    {
+        m_Folder.Write(szName, szName);
+    }
+    m_Folder.MakeFolder("Sub");
+    close(open((m_Folder.GetPath() + "/un\\reachable").c_str(), O_CREAT | O_WRONLY, 0600));
+    mkfifo(m_Folder.Join("pipe").c_str(), 0600);
+    Link("b.txt", "link");
+    Link("Sub", "linked sub");
+    Link("loop", "loop");
+    Link("nowhere", "dangling");
+    EXPECT_EQ(List(m_Folder.GetPath()),
+        "_x2 a b3 A.txt5 a.txt5 B.TXT5 b.txt5 ->link5 ->linked sub/ pipe! Sub/ Zz2 z\xC3\xA4 4");
+    EXPECT_EQ(List(m_Folder.GetPath() + "\\sub"), "");
+    EXPECT_EQ(List(m_Folder.Join("b.txt")), "unreadable");
+    EXPECT_EQ(List(m_Folder.Join("none")), "unreadable");
+
+    plat::FolderListing_c First;
+    plat::FolderListing_c Second;
+    ASSERT_TRUE(First.Read(m_Folder.Join("Sub").c_str()) && Second.Read(m_Folder.Join("linked sub").c_str()));
+    EXPECT_EQ(First.GetIdentity(), Second.GetIdentity());
+    ASSERT_TRUE(Second.Read(m_Folder.GetPath().c_str()));
+    EXPECT_FALSE(First.GetIdentity() == Second.GetIdentity());
+    plat::FileFacts_t Facts;
+    ASSERT_TRUE(plat::PathGetFacts(m_Folder.Join("_x").c_str(), Facts));
+    EXPECT_EQ(Second.GetEntry(0).Facts.tLastWrite, Facts.tLastWrite);
+    EXPECT_EQ(Second.GetEntry(0).Facts.tCreation, Facts.tCreation);
+}
+
+TEST_F(PlatformFiles, ReportsAFolderThatBreaksOff)
+{
+    m_Folder.Write("closed/file", "x");
+    ASSERT_EQ(chmod(m_Folder.GetPath().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(m_Folder.Join("closed").c_str(), 0444), 0);
+    EXPECT_TRUE(AsNobody([this]() { return List(m_Folder.Join("closed")) == "unreadable"; })) << "no file can be seen";
+    ASSERT_EQ(chmod(m_Folder.Join("closed").c_str(), 0700), 0);
+}
+
+TEST_F(PlatformFiles, ListsALargeFolderWhoseFilesComeAndGo)
+{
+    constexpr int STEADY = 3000;
+    for (int iFile = 0; iFile < STEADY; ++iFile)
+    {
+        close(open(m_Folder.Join("Steady_file_" + std::to_string(iFile)).c_str(), O_CREAT | O_WRONLY, 0600));
+    }
+    std::atomic<bool> bStop{ false };
+    std::thread Changer(
+        [&]()
+        {
+            for (int iFile = 0; !bStop; iFile = (iFile + 1) % 200)
+            {
+                std::string const sFile = m_Folder.Join("passing_" + std::to_string(iFile));
+                close(open(sFile.c_str(), O_CREAT | O_WRONLY, 0600));
+                unlink(m_Folder.Join("passing_" + std::to_string((iFile + 100) % 200)).c_str());
+            }
+        });
+    for (int iRound = 0; iRound < 10; ++iRound)
+    {
+        plat::FolderListing_c Listing;
+        ASSERT_TRUE(Listing.Read(m_Folder.GetPath().c_str()));
+        int nSteady = 0;
+        for (std::size_t iEntry = 0; iEntry < Listing.GetCount(); ++iEntry)
+        {
+            char const * const szName = Listing.GetEntry(iEntry).szName;
+            nSteady += szName[0] == 'S';
+            ASSERT_TRUE(iEntry == 0 || strcasecmp(Listing.GetEntry(iEntry - 1).szName, szName) < 0) << szName;
+            ASSERT_TRUE(Listing.GetEntry(iEntry).Facts.bRegular) << szName;
+        }
+        EXPECT_EQ(nSteady, STEADY);
+    }
+    bStop = true;
+    Changer.join();
+}
+
+TEST_F(PlatformFiles, OpensStreamsByAnySpellingAndCreatesByItsOwn)
+{
+    m_Folder.Write("Logs/Old.log", "old\n");
+    struct Row_s
+    {
+        char const * szPath;
+        char const * szMode;
+        char const * szFile;
+        char const * szContents; // after writing "new", or null if the stream must not open
+    };
+    for (Row_s const & Row : { Row_s{ "logs\\old.log", "a", "Logs/Old.log", "old\nnew" },
+             Row_s{ "logs\\old.log", "wx", "Logs/Old.log", nullptr },
+             Row_s{ "logs\\Old.log", "r+", "Logs/Old.log", "new\nnew" },
+             Row_s{ "logs\\OLD.LOG", "wt", "Logs/Old.log", "new" },
+             Row_s{ "logs\\Fresh.log", "w", "Logs/Fresh.log", "new" },
+             Row_s{ "logs\\X.log", "wbx", "Logs/X.log", "new" },
+             Row_s{ "logs\\none.log", "r+", "Logs/none.log", nullptr },
+             Row_s{ "nowhere\\a.log", "w", "nowhere", nullptr },
+             Row_s{ "logs\\old.log", "q", "Logs/Old.log", nullptr } })
+    {
+        std::string const sBefore = m_Folder.Read(Row.szFile);
+        std::FILE * const pStream = plat::StreamOpen((m_Folder.GetPath() + "\\" + Row.szPath).c_str(), Row.szMode);
+        EXPECT_EQ(pStream != nullptr, Row.szContents != nullptr) << Row.szPath << " " << Row.szMode;
+        if (pStream != nullptr)
+        {
+            EXPECT_EQ(fcntl(fileno(pStream), F_GETFD), FD_CLOEXEC);
+            std::fputs("new", pStream);
+            std::fclose(pStream);
+        }
+        EXPECT_EQ(m_Folder.Read(Row.szFile), Row.szContents != nullptr ? Row.szContents : sBefore) << Row.szPath;
+    }
+    EXPECT_EQ(List(m_Folder.Join("Logs")), "Fresh.log3 Old.log3 X.log3");
+}
+
+TEST_F(PlatformFiles, CreatesFoldersOnce)
+{
+    std::string const sRoot = m_Folder.GetPath() + "\\";
+    EXPECT_TRUE(plat::FolderCreate((sRoot + "Saves\\").c_str()));
+    EXPECT_FALSE(plat::FolderCreate((sRoot + "saves").c_str())) << "there in another spelling";
+    EXPECT_TRUE(plat::FolderCreate((sRoot + "saves\\Slot1").c_str()));
+    EXPECT_FALSE(plat::FolderCreate((sRoot + "none\\slot").c_str()));
+    EXPECT_EQ(List(m_Folder.GetPath()) + List(m_Folder.Join("Saves")), "Saves/Slot1/");
+}
+
+TEST_F(PlatformFiles, CopiesContentsAndWriteTime)
+{
+    std::string sContents(300000, 'x');
+    sContents.replace(1000, 3, "abc");
+    std::string const sFrom = m_Folder.Write("From.bin", sContents);
+    std::string const sTo = m_Folder.Write("To.bin", std::string(500000, 'o'));
+    timespec const dTimes[2] = { { 0, 0 }, { 1234567890, 0 } };
+    ASSERT_EQ(utimensat(AT_FDCWD, sFrom.c_str(), dTimes, 0), 0);
+    EXPECT_TRUE(plat::FileCopy((m_Folder.GetPath() + "\\from.bin").c_str(), (m_Folder.GetPath() + "\\to.BIN").c_str()));
+    EXPECT_TRUE(m_Folder.Read("To.bin") == sContents);
+    struct stat Stat;
+    ASSERT_EQ(stat(sTo.c_str(), &Stat), 0);
+    EXPECT_EQ(Stat.st_mtime, 1234567890);
+
+    ASSERT_EQ(link(sFrom.c_str(), m_Folder.Join("same").c_str()), 0);
+    EXPECT_FALSE(plat::FileCopy(sFrom.c_str(), m_Folder.Join("same").c_str()));
+    EXPECT_TRUE(m_Folder.Read("From.bin") == sContents) << "a file survives a copy onto itself";
+    EXPECT_FALSE(plat::FileCopy(m_Folder.Join("none").c_str(), sTo.c_str()));
+    EXPECT_FALSE(plat::FileCopy(m_Folder.GetPath().c_str(), sTo.c_str()));
+    EXPECT_FALSE(plat::FileCopy(sFrom.c_str(), m_Folder.GetPath().c_str()));
+    EXPECT_TRUE(m_Folder.Read("To.bin") == sContents);
+}
+
+TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
+{
+    m_Folder.Write("Keep/file", "kept");
+    m_Folder.Write("Gone/a/b/c/file", "x");
+    ASSERT_EQ(mkdir((m_Folder.GetPath() + "/Gone/a/with\\backslash").c_str(), 0700), 0);
+    Link("../Keep", "Gone/a/link");
+    Link("Keep", "toplink");
+    EXPECT_TRUE(plat::TreeDelete((m_Folder.GetPath() + "\\gone\\").c_str()));
+    EXPECT_TRUE(plat::TreeDelete((m_Folder.GetPath() + "\\toplink\\").c_str()));
+    EXPECT_EQ(List(m_Folder.GetPath()), "Keep/");
+    EXPECT_EQ(m_Folder.Read("Keep/file"), "kept");
+    for (char const * szRefused : { "none", ".", "keep\\..", "keep\\." })
+    {
+        EXPECT_FALSE(plat::TreeDelete((m_Folder.GetPath() + "\\" + szRefused).c_str())) << szRefused;
+    }
+    EXPECT_EQ(m_Folder.Read("Keep/file"), "kept");
+    ASSERT_EQ(chmod(m_Folder.GetPath().c_str(), 0755), 0);
+    EXPECT_TRUE(
+        AsNobody([this]() { return geteuid() == getuid() || !plat::TreeDelete(m_Folder.Join("Keep").c_str()); }));
+    EXPECT_EQ(m_Folder.Read("Keep/file"), "kept");
+}

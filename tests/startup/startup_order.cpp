@@ -1,0 +1,111 @@
+// startup_order.cpp: works with the shared library before main, in global constructors of its own, and behind main, in
+// their destructors. Prints what failed, then "done"; with the argument "leak" it loses two blocks on purpose.
+#include "zqcore/capp.h"
+#include "zqcore/ccallback.h"
+#include "zqcore/clog.h"
+#include "zqcore/clogf.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/ctimer.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace
+{
+    int g_nLines = 0;
+    int g_nCommands = 0;
+
+    void Check(bool bHolds, char const * szWhat)
+    {
+        if (!bHolds)
+        {
+            std::printf("failed: %s\n", szWhat);
+        }
+    }
+
+    class Probe_c : public Module_c
+    {
+    public:
+        Probe_c()
+            : Module_c("Probe_c")
+        {}
+
+        Module_c ** GetPrerequisites() const override
+        {
+            static Module_c * s_dModules[] = { ModuleLog_c::Get(), ModuleTimer_c::Get(), nullptr };
+            return s_dModules;
+        }
+    };
+    Probe_c g_Probe;
+
+    std::ptrdiff_t BlocksOf(mem::Categories_e eCategory)
+    {
+        mem::CategoryInfo dInfo[mem::TOTAL];
+        std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
+        MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
+        return dInfo[eCategory].iCount;
+    }
+
+    struct Early_s
+    {
+        Early_s()
+        {
+            Check(g_MemoryInit, "the heap is tracked before main");
+            MemCategoryScope_c const Scope(mem::Game);
+            pNumbers = ZQ_NEW int[100];
+            pText = new std::string(100, 'x');
+            Check(BlocksOf(mem::Game) == 3, "three blocks count under the category");
+            LogAddCallback([](char const *) { ++g_nLines; });
+            Log("before main");
+            g_CommandCallbacker.Add([](int) { ++g_nCommands; }, false);
+            Module_c::Register(&g_Probe);
+        }
+
+        ~Early_s()
+        {
+            Check(g_MemoryInit, "the heap is tracked behind main");
+            delete[] pNumbers;
+            delete pText;
+            Check(BlocksOf(mem::Game) == 0, "the blocks are gone behind main");
+            Log("behind main");
+            std::printf("done\n");
+        }
+
+        int * pNumbers;
+        std::string * pText;
+    };
+    Early_s g_Early;
+
+    class Described_c : public mem::Object_i
+    {
+    public:
+        void Describe(char * szBuffer, std::size_t nSize) const override
+        {
+            std::snprintf(szBuffer, nSize, "a lost object");
+        }
+    };
+
+    void Leak()
+    {
+        auto const iWord =
+            static_cast<int>(MEMORY_OBJECT_FLAG | mem::AI << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK);
+        new (iWord, "described.cpp", 12) Described_c();
+        std::memset(CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, "lost.cpp", 34), 0, 40);
+    }
+}
+
+int main(int nArguments, char ** dArguments)
+{
+    Check(Module_c::InitializeAllModules(), "the modules come up");
+    Check(g_Probe.GetInitOrder() == 2, "the prerequisites came first");
+    g_CommandCallbacker.Fire(1, false);
+    Check(g_nLines == 1 && g_nCommands == 1, "listener and callback were called");
+    if (nArguments > 1 && std::strcmp(dArguments[1], "leak") == 0)
+    {
+        Leak();
+    }
+    Module_c::ShutdownAllModules();
+    AppMiscShutdown();
+    return 0;
+}

@@ -1,0 +1,213 @@
+#include "tests/test_support.h"
+
+#include "zqcore/clog.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <mutex>
+#include <random>
+#include <regex>
+
+namespace fs = std::filesystem;
+
+TempFolder_c::TempFolder_c()
+{
+    std::random_device Random;
+    do
+    {
+        m_sPath = (fs::temp_directory_path() / ("zqcore_test_" + std::to_string(Random()))).string();
+    }
+    while (!fs::create_directory(m_sPath));
+}
+
+TempFolder_c::~TempFolder_c()
+{
+    std::error_code Ignored;
+    fs::remove_all(m_sPath, Ignored);
+}
+
+std::string TempFolder_c::Join(std::string_view sName) const
+{
+    std::string sPath = m_sPath + '/' + std::string(sName);
+    std::replace(sPath.begin() + static_cast<std::ptrdiff_t>(m_sPath.size()), sPath.end(), '\\', '/');
+    return sPath;
+}
+
+std::string TempFolder_c::Write(std::string_view sName, std::string_view sContents) const
+{
+    std::string const sPath = Join(sName);
+    fs::create_directories(fs::path(sPath).parent_path());
+    std::ofstream(sPath, std::ios::binary) << sContents;
+    return sPath;
+}
+
+std::string TempFolder_c::MakeFolder(std::string_view sName) const
+{
+    std::string const sPath = Join(sName);
+    fs::create_directories(sPath);
+    return sPath;
+}
+
+std::string TempFolder_c::Read(std::string_view sName) const
+{
+    std::ifstream File(Join(sName), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(File), {});
+}
+
+CurrentFolderScope_c::CurrentFolderScope_c(std::string const & sFolder)
+    : m_sFormer(fs::current_path().string())
+{
+    fs::current_path(sFolder);
+}
+
+CurrentFolderScope_c::~CurrentFolderScope_c()
+{
+    fs::current_path(m_sFormer);
+}
+
+void LogToStandardError()
+{
+    LogAddCallback([](char const * szText) { std::fprintf(stderr, "%s\n", szText); });
+}
+
+namespace
+{
+    std::mutex g_Lock;
+    LogCapture_c * g_pCapture = nullptr;
+    DialogScript_c * g_pScript = nullptr;
+}
+
+void LogCaptureListener(char const * szText)
+{
+    std::lock_guard const Scope(g_Lock);
+    if (g_pCapture)
+    {
+        g_pCapture->m_dLines.emplace_back(szText);
+    }
+}
+
+LogCapture_c::LogCapture_c()
+    : m_pOuter(g_pCapture)
+{
+    {
+        std::lock_guard const Scope(g_Lock);
+        g_pCapture = this;
+    }
+    LogText(""); // shows whether the listener is still there: LogDone drops it
+    if (GetLines().empty())
+    {
+        LogAddCallback(LogCaptureListener);
+    }
+    Clear();
+}
+
+LogCapture_c::~LogCapture_c()
+{
+    std::lock_guard const Scope(g_Lock);
+    g_pCapture = m_pOuter;
+}
+
+std::vector<std::string> LogCapture_c::GetLines() const
+{
+    std::lock_guard const Scope(g_Lock);
+    return m_dLines;
+}
+
+std::string LogCapture_c::GetText() const
+{
+    std::string sText;
+    for (std::string const & sLine : GetLines())
+    {
+        sText += sLine + '\n';
+    }
+    return sText;
+}
+
+int LogCapture_c::Count(std::string_view sLine) const
+{
+    std::vector<std::string> const dLines = GetLines();
+    return static_cast<int>(std::count(dLines.begin(), dLines.end(), sLine));
+}
+
+int LogCapture_c::CountHolding(std::string_view sPart) const
+{
+    std::vector<std::string> const dLines = GetLines();
+    return static_cast<int>(std::count_if(dLines.begin(), dLines.end(),
+        [sPart](std::string const & sLine) { return sLine.find(sPart) != std::string::npos; }));
+}
+
+void LogCapture_c::Clear()
+{
+    std::lock_guard const Scope(g_Lock);
+    m_dLines.clear();
+}
+
+std::string FailedConditions(std::function<void()> const & fnCall)
+{
+    LogCapture_c const Log;
+    DialogScript_c const Ignore;
+    fnCall();
+    std::string sConditions;
+    std::regex const Form("Assert(?:Ex)? failed, (.*?), [^ ]*\\.(?:cpp|inl|h), .*");
+    for (std::string const & sLine : Log.GetLines())
+    {
+        std::smatch Match;
+        if (std::regex_match(sLine, Match, Form))
+        {
+            sConditions += (sConditions.empty() ? "" : " & ") + Match[1].str();
+        }
+    }
+    return sConditions;
+}
+
+plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog)
+{
+    std::lock_guard const Scope(g_Lock);
+    DialogScript_c & Script = *g_pScript;
+    Script.m_dShown.push_back(
+        { Dialog.szText, Dialog.szCaption, Dialog.eButtons, Dialog.iDefaultButton, Dialog.eIcon, Dialog.eModality });
+    if (Script.m_dShown.size() <= Script.m_dAnswers.size())
+    {
+        return Script.m_dAnswers[Script.m_dShown.size() - 1];
+    }
+    switch (Dialog.eButtons)
+    {
+    case plat::DialogButtons_e::AbortRetryIgnore:
+        return plat::DialogAnswer_e::Ignore;
+    case plat::DialogButtons_e::YesNoCancel:
+        return plat::DialogAnswer_e::No;
+    default:
+        return plat::DialogAnswer_e::Ok;
+    }
+}
+
+DialogScript_c::DialogScript_c(std::initializer_list<plat::DialogAnswer_e> dAnswers)
+    : m_dAnswers(dAnswers)
+    , m_pOuter(g_pScript)
+{
+    g_pScript = this;
+    m_fnFormer = plat::DialogSetHandler(DialogScriptHandler);
+}
+
+DialogScript_c::~DialogScript_c()
+{
+    plat::DialogSetHandler(m_fnFormer);
+    g_pScript = m_pOuter;
+}
+
+std::vector<DialogScript_c::Shown_s> DialogScript_c::GetShown() const
+{
+    std::lock_guard const Scope(g_Lock);
+    return m_dShown;
+}
+
+int DialogScript_c::CountHolding(std::string_view sPart) const
+{
+    std::vector<Shown_s> const dShown = GetShown();
+    return static_cast<int>(std::count_if(dShown.begin(), dShown.end(),
+        [sPart](Shown_s const & Shown) { return Shown.sText.find(sPart) != std::string::npos; }));
+}

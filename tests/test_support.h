@@ -1,0 +1,120 @@
+// test_support.h: what the tests of several services need: a folder that goes away, the lines that were logged, the
+// dialogs that were shown.
+#pragma once
+
+#include "platform/dialog.h"
+
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// A fresh folder below the system's temporary one, deleted with all it holds at the end of the scope.
+class TempFolder_c
+{
+public:
+    TempFolder_c();
+    ~TempFolder_c();
+    TempFolder_c(TempFolder_c const &) = delete;
+    TempFolder_c & operator=(TempFolder_c const &) = delete;
+
+    /// The folder, absolute, in the host's form, without a trailing separator.
+    std::string const & GetPath() const { return m_sPath; }
+
+    /// The place of a name in the folder; `/` and `\` in the name both separate.
+    std::string Join(std::string_view sName) const;
+
+    /// Writes a file and the folders on the way to it; its place.
+    std::string Write(std::string_view sName, std::string_view sContents) const;
+
+    /// Makes a folder and those on the way to it; its place.
+    std::string MakeFolder(std::string_view sName) const;
+
+    /// The contents of a file, empty if there is none.
+    std::string Read(std::string_view sName) const;
+
+private:
+    std::string m_sPath;
+};
+
+/// Makes a folder the current one for a scope.
+class CurrentFolderScope_c
+{
+public:
+    explicit CurrentFolderScope_c(std::string const & sFolder);
+    ~CurrentFolderScope_c();
+    CurrentFolderScope_c(CurrentFolderScope_c const &) = delete;
+    CurrentFolderScope_c & operator=(CurrentFolderScope_c const &) = delete;
+
+private:
+    std::string m_sFormer;
+};
+
+/// Prints all that is logged from now on; for processes that are to end.
+void LogToStandardError();
+
+/// Collects the lines that any thread logs during a scope. Scopes may nest: the innermost collects. LogDone within the
+/// scope ends the collecting.
+class LogCapture_c
+{
+public:
+    LogCapture_c();
+    ~LogCapture_c();
+    LogCapture_c(LogCapture_c const &) = delete;
+    LogCapture_c & operator=(LogCapture_c const &) = delete;
+
+    std::vector<std::string> GetLines() const;
+
+    /// All lines, each followed by a line end.
+    std::string GetText() const;
+
+    /// How many lines are this text, and how many hold it.
+    int Count(std::string_view sLine) const;
+    int CountHolding(std::string_view sPart) const;
+
+    void Clear();
+
+private:
+    friend void LogCaptureListener(char const * szText);
+
+    std::vector<std::string> m_dLines;
+    LogCapture_c * m_pOuter;
+};
+
+/// The conditions of the assertions that fail in a call, joined by " & "; each is ignored.
+std::string FailedConditions(std::function<void()> const & fnCall);
+
+/// Answers dialogs during a scope and keeps what they said. The answers are given in order; behind the last one, and
+/// without any, each dialog gets the answer that lets the program go on (Ignore, No, OK).
+class DialogScript_c
+{
+public:
+    explicit DialogScript_c(std::initializer_list<plat::DialogAnswer_e> dAnswers = {});
+    ~DialogScript_c();
+    DialogScript_c(DialogScript_c const &) = delete;
+    DialogScript_c & operator=(DialogScript_c const &) = delete;
+
+    struct Shown_s
+    {
+        std::string sText, sCaption;
+        plat::DialogButtons_e eButtons;
+        int iDefaultButton;
+        plat::DialogIcon_e eIcon;
+        plat::DialogModality_e eModality;
+    };
+
+    std::vector<Shown_s> GetShown() const;
+    int GetCount() const { return static_cast<int>(GetShown().size()); }
+
+    /// How many dialogs hold this text.
+    int CountHolding(std::string_view sPart) const;
+
+private:
+    friend plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog);
+
+    std::vector<plat::DialogAnswer_e> m_dAnswers;
+    std::vector<Shown_s> m_dShown;
+    DialogScript_c * m_pOuter;
+    plat::DialogHandler_t m_fnFormer;
+};

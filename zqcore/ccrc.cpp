@@ -1,0 +1,122 @@
+#include "zqcore/ccrc.h"
+
+#include "zqcore/ccrc_internal.h"
+
+#include <atomic>
+
+namespace
+{
+    constexpr std::array<std::uint32_t, 256> MakeCrc32Tab()
+    {
+        std::array<std::uint32_t, 256> dTab{};
+        for (std::uint32_t iByte = 0; iByte < 256; ++iByte)
+        {
+            std::uint32_t dw = iByte;
+            for (int iBit = 0; iBit < 8; ++iBit)
+            {
+                dw = (dw >> 1) ^ ((dw & 1) != 0 ? CRC32_POLYNOMIAL : 0);
+            }
+            dTab[iByte] = dw;
+        }
+        return dTab;
+    }
+
+    constexpr std::array<std::array<std::uint32_t, 256>, 7> MakeCrc32FollowTab()
+    {
+        std::array<std::array<std::uint32_t, 256>, 7> dTab{};
+        std::array<std::uint32_t, 256> const dFirst = MakeCrc32Tab();
+        for (std::size_t iByte = 0; iByte < 256; ++iByte)
+        {
+            std::uint32_t dw = dFirst[iByte];
+            for (std::array<std::uint32_t, 256> & dRow : dTab)
+            {
+                dw = (dw >> 8) ^ dFirst[dw & 0xFF];
+                dRow[iByte] = dw;
+            }
+        }
+        return dTab;
+    }
+
+    constexpr std::array<std::uint16_t, 256> MakeCrc16Tab()
+    {
+        constexpr unsigned POLYNOMIAL = 0xA097;
+        std::array<std::uint16_t, 256> dTab{};
+        for (unsigned iByte = 0; iByte < 256; ++iByte)
+        {
+            unsigned n = iByte << 8;
+            for (int iBit = 0; iBit < 8; ++iBit)
+            {
+                n = ((n << 1) ^ ((n & 0x8000) != 0 ? POLYNOMIAL : 0)) & 0xFFFF;
+            }
+            dTab[iByte] = static_cast<std::uint16_t>((n >> 8) | (n << 8));
+        }
+        return dTab;
+    }
+
+    // Compilers make one load of it.
+    std::uint32_t Load4(unsigned char const * pData)
+    {
+        return static_cast<std::uint32_t>(pData[0]) | static_cast<std::uint32_t>(pData[1]) << 8
+               | static_cast<std::uint32_t>(pData[2]) << 16 | static_cast<std::uint32_t>(pData[3]) << 24;
+    }
+
+    // The end of a run, fewer than eight bytes, and the complement.
+    inline std::uint32_t FinishTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+    {
+        if (nBytes >= 4)
+        {
+            dwRegister = Crc32Feed4(dwRegister, Load4(pData));
+            pData += 4;
+            nBytes -= 4;
+        }
+        for (; nBytes > 0; --nBytes, ++pData)
+        {
+            dwRegister = (dwRegister >> 8) ^ g_dCrc32Tab[(dwRegister ^ *pData) & 0xFF];
+        }
+        return ~dwRegister;
+    }
+
+    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);
+
+    // What runs from CRC32_KERNEL_MIN bytes on. Starts with the choice itself, before any constructor; several threads
+    // may choose at once and store the same.
+    constinit std::atomic<Crc32Kernel_t> s_fnKernel{ ChooseAndRun };
+
+    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)
+    {
+        Crc32Kernels_t const Kernels = Crc32FindKernels();
+        Crc32Kernel_t const fnPlain = Kernels.fnPclmul != nullptr ? Kernels.fnPclmul : Crc32Tables;
+        Crc32Kernel_t const fnKernel = Kernels.fnVpclmul != nullptr ? Kernels.fnVpclmul : fnPlain;
+        s_fnKernel.store(fnKernel, std::memory_order_relaxed);
+        return fnKernel(pData, nBytes);
+    }
+}
+
+constexpr std::array<std::uint32_t, 256> g_dCrc32Tab = MakeCrc32Tab();
+constexpr std::array<std::array<std::uint32_t, 256>, 7> g_dCrc32FollowTab = MakeCrc32FollowTab();
+constexpr std::array<std::uint16_t, 256> g_dCrc16Tab = MakeCrc16Tab();
+
+std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes)
+{
+    std::uint32_t dwRegister = 0xFFFFFFFFu;
+    for (; nBytes >= 8; nBytes -= 8, pData += 8)
+    {
+        dwRegister = Crc32Feed8(dwRegister, Load4(pData), Load4(pData + 4));
+    }
+    return FinishTables(dwRegister, pData, nBytes);
+}
+
+std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)
+{
+    unsigned char const * const pBytes = reinterpret_cast<unsigned char const *>(pData);
+    std::size_t const nBytes = nLength > 0 ? static_cast<std::size_t>(nLength) : 0;
+    if (nBytes >= CRC32_KERNEL_MIN)
+    {
+        return s_fnKernel.load(std::memory_order_relaxed)(pBytes, nBytes);
+    }
+    if (nBytes >= 8)
+    {
+        return FinishTables(Crc32Feed8(0xFFFFFFFFu, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
+    }
+    return FinishTables(0xFFFFFFFFu, pBytes, nBytes);
+}

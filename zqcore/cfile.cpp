@@ -1,0 +1,454 @@
+#include "zqcore/cfile.h"
+
+#include "zqcore/ccallback.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilelog.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/clog.h"
+
+#include <climits>
+
+bool g_bFileReadDisabled = false;
+
+namespace
+{
+    plat::File_t OpenTracked(char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts)
+    {
+        plat::File_t const hFile = plat::FileOpenRead(szLocation, eShare, &Facts);
+        FileOpenTracker(hFile, szLocation);
+        if (g_bCollectResource)
+        {
+            g_FileOpenCallbacker.Fire(szLocation, false);
+        }
+        return hFile;
+    }
+
+    // Untracks first: a handle's number may come again on another thread as soon as it is closed.
+    void CloseTracked(plat::File_t hFile)
+    {
+        FileCloseTracker(hFile);
+        plat::FileClose(hFile);
+    }
+
+    bool IsTooLarge(plat::FileFacts_t const & Facts, char const * szWho, char const * szLocation)
+    {
+        if (Facts.nSize > INT_MAX)
+        {
+            Log("%s: File is larger than 2 GiB: '%s'", szWho, szLocation);
+            return true;
+        }
+        return false;
+    }
+
+    // By the bare name, then by the whole one, which is how keys with a folder are found. The name is required.
+    File_c * Find(char const * szName)
+    {
+        ZQ_ASSERT_TEXT(szName && szName[0], "!NameString.empty()");
+        File_c * const pFile = FileStream(szName);
+        return pFile ? pFile : g_sFileObjects.FindByName(FoldedPath_c(szName));
+    }
+
+    void MarkOpened(File_c & File)
+    {
+        File.bOpened = true;
+        if (File.bDuplicate)
+        {
+            Achtung("Opened file '%s' is DUPLICATE, random bugs may occur. Fix your media.",
+                static_cast<char const *>(File.GetFullPath()));
+        }
+    }
+}
+
+FileLocation_c::FileLocation_c(File_c const & File)
+{
+    std::size_t const nFolder = File.pPath ? StrCopy(m_szText, *File.pPath, sizeof m_szText) : 0;
+    char const * const szName = File.pPath ? PathFileName(File.sName) : static_cast<char const *>(File.sName);
+    StrCopy(m_szText + nFolder, szName, sizeof m_szText - nFolder);
+}
+
+File_c::~File_c()
+{
+    FileForget(*this);
+}
+
+String_T<256> File_c::GetFullPath() const
+{
+    return String_T<256>(FileLocation_c(*this));
+}
+
+char const * File_c::GetFileName() const
+{
+    return sRequestedName;
+}
+
+char const * File_c::GetExt() const
+{
+    char const * const szName = sName;
+    char const * const pEnd = szName + sName.Length();
+    for (char const * p = pEnd; p > szName; --p)
+    {
+        if (*p == '.')
+        {
+            return p + 1;
+        }
+    }
+    return pEnd;
+}
+
+int File_c::RefOpen()
+{
+    plat::LockScope_c const Scope(m_Lock);
+    if (!pData)
+    {
+        ZQ_ASSERT_TEXT(m_iOpensCount == 0 || m_bLost, "m_iOpensCount==0");
+        if (!Open(nullptr))
+        {
+            return m_bLost ? 0 : m_iOpensCount;
+        }
+        m_bLost = false;
+    }
+    return ++m_iOpensCount;
+}
+
+int File_c::RefClose()
+{
+    plat::LockScope_c const Scope(m_Lock);
+    if (pData || m_bLost)
+    {
+        --m_iOpensCount;
+    }
+    if (m_iOpensCount == 0)
+    {
+        m_bLost = false;
+        Close();
+    }
+    return m_iOpensCount;
+}
+
+FileOnDisk_c::~FileOnDisk_c()
+{
+    if (pData)
+    {
+        FileOnDisk_c::Close();
+    }
+}
+
+void FileOnDisk_c::Refresh()
+{
+    MemCategoryScope_c const Category(mem::file);
+    plat::LockScope_c const Scope(GetLock());
+    if (pData)
+    {
+        Close();
+        if (!Open(nullptr) && GetOpensCount() > 0)
+        {
+            SetLost();
+        }
+    }
+}
+
+bool FileOnDisk_c::Open(void * pBuffer)
+{
+    MemCategoryScope_c const Category(mem::file);
+    if (pData)
+    {
+        if (pBuffer)
+        {
+            std::memcpy(pBuffer, pData, static_cast<std::size_t>(iLength));
+        }
+        return true;
+    }
+
+    FileLocation_c const sLocation(*this);
+    plat::FileFacts_t Facts;
+    plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts);
+    if (!hFile)
+    {
+        Log("FileOnDisk_c::Open: Cannot open file: '%s'", static_cast<char const *>(sLocation));
+        return false;
+    }
+    if (!TakeFacts(Facts, sLocation, !pBuffer))
+    {
+        CloseTracked(hFile);
+        return false;
+    }
+    ZQ_ASSERT_EX_TEXT(iLength > 0, "iLength>0", "File '%s' is empty!", static_cast<char const *>(sLocation));
+
+    auto const nBytes = static_cast<std::size_t>(iLength);
+    plat::FileHintSequential(hFile, nBytes);
+    unsigned char * const pBlock = pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes];
+    std::size_t const nRead = plat::FileRead(hFile, pBuffer ? pBuffer : pBlock, nBytes);
+    CloseTracked(hFile);
+    if (nRead != nBytes)
+    {
+        delete[] pBlock;
+        return ComplainOfRead(sLocation);
+    }
+    pData = pBlock;
+    ++iReads;
+    return pData != nullptr;
+}
+
+/// Takes over size and times of the open file. False, with a log line, if it can't be read whole.
+bool FileOnDisk_c::TakeFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock)
+{
+    int const iRoom = iLength;
+    iLength = static_cast<int>(static_cast<std::uint32_t>(Facts.nSize));
+    ftCreationTime = Facts.tCreation;
+    ftLastWriteTime = Facts.tLastWrite;
+    if (IsTooLarge(Facts, "FileOnDisk_c::Open", szLocation))
+    {
+        return false;
+    }
+    if (!bOwnBlock && iLength > iRoom)
+    {
+        Log("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
+        return ComplainOfRead(szLocation);
+    }
+    return true;
+}
+
+bool FileOnDisk_c::ComplainOfRead(char const * szLocation)
+{
+    Log("FileOnDisk_c::Open: Error reading file: '%s'", szLocation);
+    g_FileReadErrorCallbacker.Fire(sName, false);
+    return false;
+}
+
+bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength)
+{
+    MemCategoryScope_c const Category(mem::file);
+    if (dwLength == 0)
+    {
+        return true;
+    }
+    ZQ_ASSERT_TEXT(dwPosition < static_cast<std::uint32_t>(iLength), "dwPosition<(DWORD)iLength");
+
+    FileLocation_c const sLocation(*this);
+    plat::FileFacts_t Facts;
+    plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts);
+    if (!hFile)
+    {
+        Log("FileOnDisk_c::Load: Cannot open file: '%s'", static_cast<char const *>(sLocation));
+        return false;
+    }
+    if (plat::FileSeek(hFile, dwPosition, 0) < 0)
+    {
+        CloseTracked(hFile);
+        g_FileReadErrorCallbacker.Fire(sName, false);
+        Log("FileOnDisk_c::Load: Error reading file: '%s' - SetFilePointer", static_cast<char const *>(sLocation));
+        return false;
+    }
+    plat::FileHintSequential(hFile, dwLength);
+    std::size_t const nRead = plat::FileRead(hFile, pBuffer, dwLength);
+    CloseTracked(hFile);
+    if (nRead == dwLength)
+    {
+        return true;
+    }
+    Log("FileOnDisk_c::Load: Error reading file: '%s'", static_cast<char const *>(sLocation));
+    g_FileReadErrorCallbacker.Fire(sName, false);
+    dwLength = static_cast<std::uint32_t>(nRead);
+    return false;
+}
+
+void FileOnDisk_c::Close()
+{
+    MemCategoryScope_c const Category(mem::file);
+    delete[] pData;
+    pData = nullptr;
+}
+
+FileStored_c * FileOnDisk_c::OpenStored()
+{
+    MemCategoryScope_c const Category(mem::file);
+    FileStored_c * const pStored = ZQ_NEW FileStored_c(this);
+    if (!pStored->OpenStored())
+    {
+        delete pStored;
+        return nullptr;
+    }
+    return pStored;
+}
+
+FileStored_c::FileStored_c(File_c * pFile)
+    : m_pFile(pFile)
+{
+    ZQ_ASSERT(pFile);
+}
+
+FileStored_c::~FileStored_c()
+{
+    ZQ_ASSERT(!m_hFile);
+    CloseHandle();
+}
+
+bool FileStored_c::OpenStored()
+{
+    ZQ_ASSERT_TEXT(!g_bFileReadDisabled, "! g_bFileReadDisabled");
+    ZQ_ASSERT(m_pFile && !m_hFile);
+    if (!m_pFile || m_hFile)
+    {
+        return m_hFile != nullptr;
+    }
+    FileLocation_c const sLocation(*m_pFile);
+    plat::FileFacts_t Facts;
+    m_hFile = OpenTracked(sLocation, plat::Share_e::Read, Facts);
+    if (m_hFile && IsTooLarge(Facts, "FileStored_c::OpenStored", sLocation))
+    {
+        CloseHandle();
+    }
+    if (!m_hFile)
+    {
+        g_FileReadErrorCallbacker.Fire(m_pFile->sName, false);
+        return false;
+    }
+    plat::FileHintSequential(m_hFile, Facts.nSize);
+    ++m_pFile->iReads;
+    return true;
+}
+
+int FileStored_c::SeekStored(long iOffset, int iOrigin)
+{
+    ZQ_ASSERT(m_hFile);
+    return m_hFile && plat::FileSeek(m_hFile, iOffset, iOrigin) >= 0 ? 1 : 0;
+}
+
+long FileStored_c::TellStored()
+{
+    ZQ_ASSERT(m_hFile);
+    return m_hFile ? static_cast<long>(plat::FileSeek(m_hFile, 0, 1)) : 0;
+}
+
+unsigned int FileStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount)
+{
+    ZQ_ASSERT(m_hFile);
+    std::uint64_t const nAsked = std::uint64_t{ iSize } * iCount;
+    auto const nBytes = static_cast<std::size_t>(nAsked < INT_MAX ? nAsked : INT_MAX); // no file here is longer
+    return m_hFile ? static_cast<unsigned int>(plat::FileRead(m_hFile, pBuffer, nBytes)) : 0;
+}
+
+void FileStored_c::CloseStored()
+{
+    if (m_hFile)
+    {
+        CloseHandle();
+        if (m_pFile)
+        {
+            ++m_pFile->iReads;
+        }
+    }
+    delete this;
+}
+
+void FileStored_c::CloseHandle()
+{
+    if (m_hFile)
+    {
+        CloseTracked(m_hFile);
+        m_hFile = nullptr;
+    }
+}
+
+bool FileStored_c::IsEof()
+{
+    ZQ_ASSERT(m_pFile);
+    return !m_pFile || TellStored() >= m_pFile->iLength;
+}
+
+unsigned int FileStored_c::FileSize() const
+{
+    ZQ_ASSERT(m_pFile);
+    return m_pFile ? static_cast<unsigned int>(m_pFile->iLength) : 0;
+}
+
+File_c * FileOpen(char const * name)
+{
+    MemCategoryScope_c const Category(mem::file);
+    File_c * const pFile = Find(name);
+    if (!pFile)
+    {
+        return nullptr;
+    }
+    pFile->sRequestedName = name;
+    if (pFile->RefOpen() == 0)
+    {
+        Log("CAN'T OPEN FILE %s", name);
+        return nullptr;
+    }
+    MarkOpened(*pFile);
+    return pFile;
+}
+
+bool FileOpen(File_c * pFile)
+{
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT(pFile);
+    if (!pFile || pFile->RefOpen() == 0)
+    {
+        return false;
+    }
+    ZQ_ASSERT(!pFile->sName.IsEmpty());
+    MarkOpened(*pFile);
+    return true;
+}
+
+void FileClose(File_c * pFile)
+{
+    MemCategoryScope_c const Category(mem::file);
+    if (pFile)
+    {
+        int const iRefCount = pFile->RefClose();
+        ZQ_ASSERT_TEXT(iRefCount >= 0, "iRefCount>=0");
+    }
+}
+
+void FileKill(File_c * pFile)
+{
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT(pFile);
+    if (!pFile)
+    {
+        return;
+    }
+    ZQ_ASSERT_TEXT(pFile->GetOpensCount() == 0, "pFile->m_iOpensCount==0");
+    bool const bRegistered = g_sFileObjects.FindByName(pFile->sName) == pFile;
+    ZQ_ASSERT_TEXT(bRegistered, "g_sFileObjects.DeleteByName(pFile->sName)");
+    delete pFile; // which takes it out of the table
+}
+
+// Lookups allocate nothing, so they select no category.
+
+File_c * FileStream(char const * name)
+{
+    return g_sFileObjects.FindByName(FoldedName_c(name));
+}
+
+bool FileExists(char const * name)
+{
+    return FileStream(name) != nullptr;
+}
+
+String_T<256> const * FileGetPath(char const * name)
+{
+    File_c const * const pFile = g_sFileObjects.FindByName(File_c::Key_t(FoldedPath_c(name)));
+    return pFile ? pFile->pPath : nullptr;
+}
+
+FileStored_c * FileOpenStored(char const * name)
+{
+    MemCategoryScope_c const Category(mem::file);
+    File_c * const pFile = Find(name);
+    if (!pFile)
+    {
+        return nullptr;
+    }
+    MarkOpened(*pFile);
+    return pFile->OpenStored();
+}
+
+bool DirectoryExists(char const * path)
+{
+    plat::FileFacts_t Facts;
+    return path && plat::PathGetFacts(path, Facts) && Facts.bFolder;
+}

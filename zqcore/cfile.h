@@ -1,0 +1,189 @@
+// cfile.h: files by name, read whole and shared.
+//
+// Every file that can be read by name is one long-lived File_c, registered by a scan of the media folders
+// (cfilepath.h). The first FileOpen reads the whole file into one block, later ones raise a count, the last FileClose
+// frees the block; all readers share it. A File_c * stays valid across open and close, until FileKill, FileResetFiles,
+// FileReset or the module's shutdown. Load and FileStored_c read from the disk and leave the block alone.
+//
+// Names: case does not matter, `/` and `\` both separate, and a folder in front of a bare name that is known is ignored.
+// Threads: the table of files belongs to the main thread; the block and the count of a file are guarded by its lock, so
+// a file that is found may be opened and closed on any thread.
+// Sizes: a file of 2 GiB or more is known by the low 32 bits of its size, and opening it is refused with a log line.
+#pragma once
+
+#include "zqcore/cstring.h"
+
+#include "platform/files.h"
+#include "platform/threads.h"
+
+class FileStored_c;
+
+/// One file. A library above may derive file objects of its own kind and add them to g_sFileObjects.
+class ZQ_API File_c
+{
+public:
+    using Key_t = String_T<128>;
+
+    File_c(File_c const &) = delete;
+    File_c & operator=(File_c const &) = delete;
+
+    /// Reads the contents again if they are resident; nobody may be reading the old block. If that fails pData is null
+    /// and the references stay: holders must look at pData after a refresh and close as always; the next FileOpen tries
+    /// the disk again.
+    virtual void Refresh() = 0;
+
+    /// The location on disk: the folder and the last component of the key; the key alone without a folder. Cut at 255.
+    virtual String_T<256> GetFullPath() const;
+
+    /// Reads dwLength bytes from dwPosition, which must lie inside the file, from the disk. False if not all could be
+    /// read; dwLength is then the bytes that were. A dwLength of 0 is true at once. Takes no lock.
+    virtual bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) = 0;
+
+    /// The name as the caller of FileOpen last spelled it; empty until then.
+    virtual char const * GetFileName() const;
+
+    /// A streaming handle on this file, which ends with CloseStored; null if the file can't be opened.
+    virtual FileStored_c * OpenStored() = 0;
+
+    /// Takes the object out of g_sFileObjects, unless its key is empty or belongs to another object.
+    virtual ~File_c();
+
+    /// Reads the whole file, with null into its own block, else into a buffer of iLength bytes. Tells whether the own
+    /// block is resident: a read into a buffer gives false though the bytes arrived, unless they could be copied from
+    /// the block. A file that outgrew the caller's buffer is not read; iLength then has the new size. Takes no reference.
+    virtual bool Open(void * pBuffer) = 0;
+
+    /// Frees the block; the count stays.
+    virtual void Close() = 0;
+
+    /// The key behind its last dot, the first character not counted as one; empty without a dot.
+    char const * GetExt() const;
+
+    /// References to the block.
+    int GetOpensCount() const { return m_iOpensCount; }
+
+    unsigned char * pData = nullptr;       // the contents while resident; not terminated
+    int iLength = 0;                       // bytes: the low 32 bits of the file's size when it was last seen
+    Key_t sName;                           // key in g_sFileObjects, lower case
+    String_T<256> const * pPath = nullptr; // folder, an entry of g_sPaths; null: sName alone is the location
+    plat::FileTime_t ftCreationTime = 0;   // 100-nanosecond ticks since 1601
+    bool bOpened = false;                  // was opened once, or streamed
+    bool bDuplicate = false;               // another file of this key was met and dropped
+    plat::FileTime_t ftLastWriteTime = 0;  // as ftCreationTime
+    int iReads = 0;                        // reads of the disk, for statistics
+    String_T<256> sRequestedName;          // see GetFileName
+
+protected:
+    File_c() = default;
+
+    /// Guards pData and the count; re-entrant. Lock of the asynchronous queue first, then this one.
+    plat::Lock_c & GetLock() { return m_Lock; }
+
+    /// Says that a refresh took the block away from its holders.
+    void SetLost() { m_bLost = true; }
+
+private:
+    friend ZQ_API File_c * FileOpen(char const * name);
+    friend ZQ_API bool FileOpen(File_c * pFile);
+    friend ZQ_API void FileClose(File_c * pFile);
+    friend ZQ_API bool FileAddOneFile(char const * sFile);
+
+    /// Take and give back a reference; the count that results, 0 if the file can't be read.
+    int RefOpen();
+    int RefClose();
+
+    int m_iOpensCount = 0;
+    plat::Lock_c m_Lock;
+    bool m_bLost = false; // pData is null though the count is not 0
+};
+
+/// A file of a folder.
+class ZQ_API FileOnDisk_c : public File_c
+{
+public:
+    FileOnDisk_c() = default;
+    ~FileOnDisk_c() override;
+
+    void Refresh() override;
+    bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) override;
+    FileStored_c * OpenStored() override;
+    bool Open(void * pBuffer) override;
+    void Close() override;
+
+private:
+    bool TakeFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock);
+    bool ComplainOfRead(char const * szLocation);
+};
+
+/// A stream on one file. One thread at a time. FileOpenStored makes it, CloseStored ends it.
+class ZQ_API FileStored_c
+{
+public:
+    /// pFile is required and must outlive the stream.
+    explicit FileStored_c(File_c * pFile);
+    FileStored_c(FileStored_c const &) = delete;
+    FileStored_c & operator=(FileStored_c const &) = delete;
+
+    /// The stream must be closed.
+    virtual ~FileStored_c();
+
+    /// Moves the position; iOrigin 1 from the present position, 2 from the end, else from the start. 1 if it worked,
+    /// else 0. Like all below it requires an open stream; on a closed one it does nothing and gives 0.
+    virtual int SeekStored(long iOffset, int iOrigin);
+
+    /// The present position.
+    virtual long TellStored();
+
+    /// Reads iSize times iCount bytes; the bytes read.
+    virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
+
+    /// Opens the file while nobody writes it. False, after g_FileReadErrorCallbacker, if it can't be opened.
+    virtual bool OpenStored();
+
+    /// Closes the stream and destroys this object.
+    virtual void CloseStored();
+
+    /// Whether the position is at the file's end or beyond.
+    bool IsEof();
+
+    /// Bytes of the file as File_c::iLength has them.
+    unsigned int FileSize() const;
+
+private:
+    void CloseHandle();
+
+    plat::File_t m_hFile = nullptr;
+    File_c * m_pFile;
+};
+
+/// For the application to set: streaming opens then fail an assertion.
+extern ZQ_API bool g_bFileReadDisabled;
+
+/// Finds a file by its bare name, then by the whole name, and takes a reference to its contents. Null if the name is
+/// unknown, without a message, or if it can't be read, with log lines. The name must not be empty.
+ZQ_API File_c * FileOpen(char const * name);
+
+/// Takes a reference to the contents of a known file; false if it can't be read.
+ZQ_API bool FileOpen(File_c * pFile);
+
+/// Gives one reference back. Null does nothing.
+ZQ_API void FileClose(File_c * pFile);
+
+/// Removes and destroys an object without references.
+ZQ_API void FileKill(File_c * pFile);
+
+/// The file of that bare name, or null. Opens nothing and asks no disk; nor does FileExists. A key with a folder is not
+/// found here.
+ZQ_API File_c * FileStream(char const * name);
+
+/// Finds a file as FileOpen does and streams it; null if it is unknown or can't be opened.
+ZQ_API FileStored_c * FileOpenStored(char const * name);
+
+/// Whether a file of that bare name is known.
+ZQ_API bool FileExists(char const * name);
+
+/// Whether the disk has this folder.
+ZQ_API bool DirectoryExists(char const * path);
+
+/// The folder of the file whose key is the whole name, cut at 127 characters; null if unknown.
+ZQ_API String_T<256> const * FileGetPath(char const * name);

@@ -1,0 +1,126 @@
+// cfile_internal.h: what the sources of the file services share. Nothing public includes it.
+#pragma once
+
+#include "zqcore/carray.h"
+#include "zqcore/cfile.h"
+#include "zqcore/cfilename.h"
+
+inline constexpr int FOLDED_LENGTH = 255; // characters of a caller's path that count
+
+/// Copies up to nMax characters in lower case and with `\` for `/`, and terminates; the characters copied.
+inline int FoldText(char * szTo, char const * szFrom, int nMax)
+{
+    int n = 0;
+    for (; n < nMax && szFrom[n]; ++n)
+    {
+        szTo[n] = szFrom[n] == '/' ? '\\' : CharToLower(szFrom[n]);
+    }
+    szTo[n] = '\0';
+    return n;
+}
+
+/// A caller's path as the tables have it, cut at 255 characters. Null counts as empty.
+class FoldedPath_c
+{
+public:
+    explicit FoldedPath_c(char const * szPath)
+    {
+        m_nLength = szPath ? FoldText(m_szText, szPath, FOLDED_LENGTH) : FoldText(m_szText, "", 0);
+        m_bCut = szPath && szPath[m_nLength];
+    }
+
+    operator char const *() const { return m_szText; }
+    int GetLength() const { return m_nLength; }
+    bool IsEmpty() const { return m_nLength == 0; }
+
+    /// Whether the path was longer than the text.
+    bool IsCut() const { return m_bCut; }
+
+    /// The last component.
+    char const * GetBare() const { return PathFileName(m_szText); }
+
+    /// Ends the text with `\`; false, and no change, if it does not fit.
+    bool AppendSeparator();
+
+private:
+    int m_nLength;
+    bool m_bCut;
+    char m_szText[FOLDED_LENGTH + 1];
+};
+
+/// The last component of a caller's path, as keys have it: what FoldedPath_c::GetBare gives, for less.
+class FoldedName_c
+{
+public:
+    explicit FoldedName_c(char const * szPath)
+    {
+        char const * const szBare = szPath ? PathFileName(szPath) : "";
+        int const n = FoldText(m_szText, szBare, FOLDED_LENGTH);
+        if (szBare[n] || (szPath && szBare + n - szPath > FOLDED_LENGTH))
+        {
+            StrCopy(m_szText, FoldedPath_c(szPath).GetBare(), sizeof m_szText); // a path that is cut
+        }
+    }
+
+    operator char const *() const { return m_szText; }
+
+private:
+    char m_szText[FOLDED_LENGTH + 1];
+};
+
+/// Where a file lies on disk. Holds folder and name at full length, unlike GetFullPath.
+class FileLocation_c
+{
+public:
+    explicit FileLocation_c(File_c const & File);
+    operator char const *() const { return m_szText; }
+
+private:
+    char m_szText[256 + 128];
+};
+
+/// Takes a file that is about to go out of all tables.
+void FileForget(File_c & File);
+
+/// Bare names that a scan passes over, without regard to case. Few, so that walking them is the fastest test.
+class FileExcludes_c
+{
+public:
+    /// Adds a copy, unless the very same spelling is there.
+    void Add(char const * szName);
+    bool Has(char const * szName) const;
+
+    /// Frees the names.
+    void Reset();
+
+private:
+    Array_T<String_T<256> *, 32, 0> m_dNames;
+};
+
+extern FileExcludes_c g_sExcludedFolders;
+extern FileExcludes_c g_sExcludedFiles;
+
+extern String_T<256> g_sMediaPath;     // media root as the application set it; empty: to be discovered
+extern String_T<256> g_sCurrentConfig; // the folder below `_configdependeddata` that a scan enters
+extern String_T<256> g_sMediaTemplate; // name pattern of the packs
+extern bool g_bSplit;                  // the split filter works
+extern String_T<256> g_sSplitLocation; // the folder that holds one folder for each game
+extern String_T<256> g_sGameFolder;    // the current game's, with `\`
+extern String_T<256> g_sSplitGame;     // location and game folder
+
+/// Whether the split keeps a scan out of a folder, given in lower case and with `\` at its end.
+bool FileSplitExcludes(String_T<256> const & sSub);
+
+/// The template behind its `*`: how names of packs end.
+char const * FileMediaTemplateTail();
+
+/// An open handle, as the tracker holds it.
+struct FileOpenTrack_t
+{
+    void * hFile = nullptr;
+    String_T<260> sName;
+};
+
+inline constexpr int FILE_OPEN_TRACKS = 256; // handles beyond are not listed
+extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
+extern int g_iMaxOpenFiles; // open handles that raise no warning

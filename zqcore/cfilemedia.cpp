@@ -1,0 +1,264 @@
+#include "zqcore/cfilemedia.h"
+
+#include "zqcore/capp.h"
+#include "zqcore/ccallback.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/clog.h"
+#include "zqcore/clogf.h"
+#include "zqcore/ctokenize.h"
+
+#include "platform/process.h"
+#include "platform/registry.h"
+
+bool g_bAddon = false;
+String_T<256> g_sMediaPath;
+String_T<256> g_sCurrentConfig;
+String_T<256> g_sMediaTemplate("media*.zq");
+bool g_bSplit = false;
+String_T<256> g_sSplitLocation("\\gamedata\\");
+String_T<256> g_sGameFolder;
+String_T<256> g_sSplitGame("\\gamedata\\");
+
+namespace
+{
+    constexpr char const * DEFAULT_GAME = "pqx";
+
+    enum class MediaSource_e
+    {
+        None,
+        Setting,
+        Registry,
+        MainPack
+    };
+
+    bool PathExists(char const * szPath)
+    {
+        plat::FileFacts_t Facts;
+        return szPath[0] && plat::PathGetFacts(szPath, Facts);
+    }
+
+    String_T<256> MainPackName()
+    {
+        String_T<256> sName(g_sMediaTemplate);
+        int const iStar = sName.StrPos("*");
+        return iStar < 0 ? sName : sName.SubStr(0, iStar) + sName.SubStr(iStar + 1);
+    }
+
+    String_T<256> RegistryKey()
+    {
+        return NewString("SOFTWARE\\Brindle Harbor\\%s\\Install", g_szApplicationName);
+    }
+
+    // The text of the registry, whether it names anything or not; empty without one.
+    String_T<256> RegistryPath()
+    {
+        char szText[257] = "";
+        std::size_t nSize = 256;
+        plat::RegistryType_e eType;
+        bool const bRead =
+            plat::RegistryRead(plat::RegistryTree_e::Machine, RegistryKey(), "InstallDir", eType, szText, nSize);
+        return String_T<256>(bRead && eType == plat::RegistryType_e::Text ? szText : "");
+    }
+
+    // Finds the media root. Without a source sPath is what the registry said.
+    MediaSource_e Discover(String_T<256> & sPath)
+    {
+        sPath = g_sMediaPath;
+        if (!sPath.IsEmpty())
+        {
+            return MediaSource_e::Setting;
+        }
+        sPath = RegistryPath();
+        if (PathExists(sPath))
+        {
+            return MediaSource_e::Registry;
+        }
+        if (PathExists(MainPackName()))
+        {
+            sPath = ".";
+            return MediaSource_e::MainPack;
+        }
+        return MediaSource_e::None;
+    }
+
+    void LogMediaSource()
+    {
+        auto const LogSource = [](char const * szSource, char const * szText)
+        { Log("Media path in %s - \"%s\"", szSource, szText); };
+        String_T<256> sPath;
+        switch (Discover(sPath))
+        {
+        case MediaSource_e::Setting:
+            return LogSource("commandline", g_sMediaPath);
+        case MediaSource_e::Registry:
+            return LogSource("registry", RegistryKey());
+        case MediaSource_e::MainPack:
+            return LogSource("main pack", MainPackName());
+        case MediaSource_e::None:
+            return;
+        }
+    }
+
+    // Takes the game from `--game <name>` of the command line.
+    void ChooseGame()
+    {
+        String_T<256> sCommandLine;
+        plat::ProcessCommandLine(sCommandLine.GetBuffer(), static_cast<std::size_t>(sCommandLine.Capacity()));
+        Array_T<String_T<256>, 10, 0> dTokens;
+        Tokenize(sCommandLine, dTokens, " \t");
+
+        g_sGameFolder = DEFAULT_GAME;
+        for (int i = 0; i + 1 < dTokens.GetLength(); ++i)
+        {
+            if (dTokens[i] == "--game")
+            {
+                g_sGameFolder = dTokens[i + 1];
+                g_bAddon = true;
+                break;
+            }
+        }
+        g_sGameFolder += "\\";
+        g_sSplitGame = g_sSplitLocation + g_sGameFolder;
+    }
+
+    void ExcludeToolFiles()
+    {
+        for (char const * szFolder : { "_svn", "CVS", ".svn", "$$$pqxautosave", "$$$pqxbackup" })
+        {
+            FileAlwaysExcludeFolder(szFolder);
+        }
+        for (char const * szFile : { ".cvsignore", "message.log" })
+        {
+            FileAlwaysExcludeFile(szFile);
+        }
+    }
+}
+
+void FileSetMediaTemplate(char const * sTemplate)
+{
+    ZQ_ASSERT(sTemplate);
+    char const * const pStar = sTemplate ? std::strchr(sTemplate, '*') : nullptr;
+    ZQ_ASSERT_EX(pStar, "media template '%s' has no '*'", sTemplate ? sTemplate : "");
+    if (!pStar)
+    {
+        return;
+    }
+    ZQ_ASSERT_EX(!std::strchr(pStar + 1, '*'), "media template '%s' has more than one '*'", sTemplate);
+    ZQ_ASSERT_EX(pStar[1] == '.', "media template '%s' has no dot behind its '*'", sTemplate);
+    if (pStar[1] == '.' && !std::strchr(pStar + 1, '*'))
+    {
+        g_sMediaTemplate = sTemplate;
+    }
+}
+
+String_T<256> FileGetMediaTemplate()
+{
+    return g_sMediaTemplate;
+}
+
+char const * FileMediaTemplateTail()
+{
+    char const * const szTemplate = g_sMediaTemplate;
+    char const * const pStar = std::strchr(szTemplate, '*');
+    return pStar ? pStar + 1 : szTemplate;
+}
+
+void FileSetSplit(char const * sLocation)
+{
+    if (!sLocation)
+    {
+        g_bSplit = false;
+        return;
+    }
+    std::size_t const nLength = std::strlen(sLocation);
+    bool const bBounded = nLength > 0 && sLocation[0] == '\\' && sLocation[nLength - 1] == '\\';
+    ZQ_ASSERT_EX(bBounded, "split location '%s' does not begin and end with '\\'", sLocation);
+    if (bBounded)
+    {
+        g_sSplitLocation = sLocation;
+        g_sSplitGame = g_sSplitLocation + g_sGameFolder;
+        g_bSplit = true;
+    }
+}
+
+bool FileSplitExcludes(String_T<256> const & sSub)
+{
+    return g_bSplit && sSub.StrPos(g_sSplitLocation) >= 0 && !sSub.Ends(g_sSplitGame) && sSub.StrPos(g_sSplitGame) < 0
+           && !sSub.Ends(g_sSplitLocation);
+}
+
+String_T<256> GetPQXMediaPath(bool bAbortIfMissing)
+{
+    String_T<256> sPath;
+    if (Discover(sPath) == MediaSource_e::None && bAbortIfMissing)
+    {
+        Abort("Error: no MEDIA.ZQ file, no PQXMEDIA environment variable, no registry key.\nPlease check your "
+              "installation.");
+    }
+    if (sPath.Ends("\\") || sPath.Ends("/"))
+    {
+        sPath.Chop(1);
+    }
+    return sPath;
+}
+
+void SetPQXMediaPath(char const * sPath)
+{
+    g_sMediaPath = sPath;
+}
+
+void SetPQXCurrentConfig(char const * sConfig)
+{
+    g_sCurrentConfig = sConfig;
+}
+
+bool FileIsAddon()
+{
+    return g_bAddon;
+}
+
+namespace
+{
+    ModuleFile_c g_ModuleFile;
+}
+
+ModuleFile_c * ModuleFile_c::Get()
+{
+    return &g_ModuleFile;
+}
+
+Module_c ** ModuleFile_c::GetPrerequisites() const
+{
+    static Module_c * s_dPrerequisites[] = { ModuleLog_c::Get(), nullptr };
+    return s_dPrerequisites;
+}
+
+bool ModuleFile_c::Initialize()
+{
+    MemCategoryScope_c const Category(mem::file);
+    ChooseGame();
+    Log("FS game mode: %s", g_bAddon ? "addon" : "normal");
+    LogMediaSource();
+    ExcludeToolFiles();
+    FillTables();
+    return Module_c::Initialize();
+}
+
+void ModuleFile_c::FillTables()
+{
+    if (m_bReadMedia)
+    {
+        FileAddSearchPath(GetPQXMediaPath(false), true, false);
+    }
+}
+
+void ModuleFile_c::Shutdown()
+{
+    MemCategoryScope_c const Category(mem::file);
+    FileReset();
+    g_sExcludedFolders.Reset();
+    g_sExcludedFiles.Reset();
+    g_FileOpenCallbacker.Reset();
+    Module_c::Shutdown();
+}

@@ -1,0 +1,58 @@
+// cfilemedia.h: where the media are, which of them are this game's, and the module that reads them in.
+//
+// The settings come before the modules start; all of this belongs to the main thread. A pack is a file whose presence
+// marks a folder as the media root; nothing here opens one.
+#pragma once
+
+#include "zqcore/cmodule.h"
+#include "zqcore/cstring.h"
+
+/// Name pattern of the packs, "media*.zq" at first. It must hold one `*`, with a dot behind it; a text that does not is
+/// reported and not taken over.
+ZQ_API void FileSetMediaTemplate(char const * sTemplate);
+ZQ_API String_T<256> FileGetMediaTemplate();
+
+/// Lets scans enter, of the folders directly in sLocation, the current game's only. sLocation begins and ends with `\`
+/// and is lower case, as is the game; one that does not is reported and not taken over. Null ends the split.
+ZQ_API void FileSetSplit(char const * sLocation);
+
+/// The media root without `\` at its end: the one that was set, whether it exists or not; else the machine's registry
+/// value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if it exists; else ".", if the main pack lies in
+/// the current folder. Without any of them Abort, or an empty text (or the registry's). Asks anew at each call.
+ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);
+
+/// Sets the media root. Null or an empty text: to be discovered.
+ZQ_API void SetPQXMediaPath(char const * sPath);
+
+/// Names the configuration: the one folder directly in "media\_configdependeddata\" that scans enter.
+ZQ_API void SetPQXCurrentConfig(char const * sConfig);
+
+/// Whether the command line had `--game <name>`, from the module's start on.
+ZQ_API bool FileIsAddon();
+extern ZQ_API bool g_bAddon;
+
+/// Brings the file system up and down. Initialize takes the game from the command line and scans the media root;
+/// Shutdown empties the tables and the exclude lists. The settings above stay. Needs ModuleLog_c.
+class ZQ_API ModuleFile_c : public Module_c
+{
+public:
+    ModuleFile_c()
+        : Module_c("ModuleFile_c")
+    {}
+
+    /// The instance.
+    static ModuleFile_c * Get();
+
+    /// Whether Initialize scans the media root; it does if nothing is said.
+    void ReadMedia(bool bRead) { m_bReadMedia = bRead; }
+
+protected:
+    bool Initialize() override;
+    void Shutdown() override;
+    Module_c ** GetPrerequisites() const override;
+
+private:
+    void FillTables();
+
+    bool m_bReadMedia = true;
+};

@@ -1,0 +1,608 @@
+#include "zqcore/cfilepath.h"
+
+#include "zqcore/ccallback.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/clog.h"
+
+#include "platform/text.h"
+
+#include <climits>
+
+constinit FileTable_t g_sFileObjects;
+constinit PathTable_t g_sPaths;
+FileExcludes_c g_sExcludedFolders;
+FileExcludes_c g_sExcludedFiles;
+
+namespace
+{
+    // Files that left the table while others held them open, and the folders' texts that these still point to.
+    Array_T<File_c *, 64, 0> g_dOrphans;
+    Array_T<String_T<256> *, 64, 0> g_dOrphanPaths;
+
+    // A folder of which only the current configuration's subfolder is entered.
+    constexpr char const * CONFIG_MARKER = "media\\_configdependeddata\\";
+
+    bool g_bOverflowSaid = false; // of the table of files; never again
+
+    // Enters a copy; null if the table has it already or takes no more.
+    String_T<256> const * AddPath(char const * szPath)
+    {
+        auto * const pPath = ZQ_NEW String_T<256>(szPath);
+        if (g_sPaths.Add(pPath, pPath) != HASH_ADDED)
+        {
+            delete pPath;
+            return nullptr;
+        }
+        return pPath;
+    }
+
+    // Destroys an object that never got its key into the table.
+    void Discard(File_c * pFile)
+    {
+        pFile->sName = ""; // the key may be another object's
+        delete pFile;
+    }
+
+    char const * FolderOf(File_c const & File)
+    {
+        return File.pPath ? static_cast<char const *>(*File.pPath) : "";
+    }
+
+    char const * KeyOf(File_c const & File)
+    {
+        return File.sName;
+    }
+
+    constexpr int KEY_LENGTH = File_c::Key_t::Capacity() - 1;
+
+    // Makes a key of a bare name. One that does not fit is cut, with a log line.
+    void MakeBareKey(char const * szName, File_c::Key_t & sKey)
+    {
+        if (szName[FoldText(sKey.GetBuffer(), szName, KEY_LENGTH)])
+        {
+            Log("filesystem: name of %i characters is cut to %i: \"%s\"", static_cast<int>(std::strlen(szName)),
+                KEY_LENGTH, szName);
+        }
+    }
+
+    /// One call of FileAddSearchPath.
+    class FolderScan_c
+    {
+    public:
+        FolderScan_c(bool bRecursive, bool bRelativeNames);
+
+        /// Enters a folder in g_sPaths, registers its files, and goes down.
+        void Scan(String_T<256> const & sPath);
+
+    private:
+        struct Folder_s
+        {
+            String_T<256> const & sPath;
+            String_T<256> const * pPath; // its entry in g_sPaths; null if that is full
+            char const * szKeyFolder;    // what stands in front of the names in keys
+        };
+
+        void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, String_T<256> & sSibling);
+        void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
+        bool MakeKey(Folder_s const & Folder, char const * szName, File_c::Key_t & sKey) const;
+        char const * KeyFolder(String_T<256> const & sPath) const;
+        bool WasEntered(char const * szPath) const;
+
+        bool m_bRecursive, m_bRelativeNames;
+        String_T<256> m_sRoot; // media root in the form of g_sPaths, for relative names
+        Array_T<plat::FolderIdentity_t, 64, 0> m_dEntered;
+    };
+
+    FolderScan_c::FolderScan_c(bool bRecursive, bool bRelativeNames)
+        : m_bRecursive(bRecursive)
+        , m_bRelativeNames(bRelativeNames)
+    {
+        if (bRelativeNames)
+        {
+            FoldedPath_c sRoot(GetPQXMediaPath(false));
+            if (!sRoot.IsEmpty() && sRoot.AppendSeparator())
+            {
+                m_sRoot = sRoot;
+            }
+        }
+    }
+
+    void FolderScan_c::Scan(String_T<256> const & sPath)
+    {
+        String_T<256> const * const pAdded = AddPath(sPath);
+        g_AddSubfolderCallbacker.Fire(sPath, true);
+        plat::FolderListing_c Listing;
+        if (!Listing.Read(sPath))
+        {
+            Log("filesystem: can't read folder \"%s\"", static_cast<char const *>(sPath));
+            return;
+        }
+        m_dEntered.Add(Listing.GetIdentity());
+
+        Folder_s const Folder{ sPath, pAdded ? pAdded : g_sPaths.FindByName(sPath), KeyFolder(sPath) };
+        String_T<256> sSibling;
+        for (std::size_t i = 0; i < Listing.GetCount(); ++i)
+        {
+            plat::FolderEntry_t const & Entry = Listing.GetEntry(i);
+            if (Entry.Facts.bFolder)
+            {
+                AddFolder(Folder, Entry, sSibling);
+            }
+            else
+            {
+                AddFile(Folder, Entry);
+            }
+        }
+    }
+
+    // Most names are ASCII, which needs no closer look.
+    bool IsUtf8(char const * szName)
+    {
+        signed char iAll = 0;
+        for (char const * p = szName; *p; ++p)
+        {
+            iAll = static_cast<signed char>(iAll | *p);
+        }
+        return iAll >= 0 || plat::IsUtf8(szName);
+    }
+
+    // Says no, with a log line, to what can't be entered.
+    bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
+    {
+        char const * const szWhy = !IsUtf8(Entry.szName)                           ? "its name is not UTF-8"
+                                   : !Entry.Facts.bFolder && !Entry.Facts.bRegular ? "it is no regular file"
+                                                                                   : nullptr;
+        if (szWhy)
+        {
+            Log("filesystem: skipping \"%s%s\", %s", szFolder, Entry.szName, szWhy);
+        }
+        return !szWhy;
+    }
+
+    // Says no, with a log line, to the folders of other configurations.
+    bool IsOfCurrentConfig(String_T<256> const & sPath, char const * szName, char const * szSub)
+    {
+        if (sPath.StrPos(CONFIG_MARKER) < 0
+            || (!g_sCurrentConfig.IsEmpty() && (g_sCurrentConfig == szName || !sPath.Ends(CONFIG_MARKER))))
+        {
+            return true;
+        }
+        Log("filesystem: skipping \"%s\"", szSub);
+        return false;
+    }
+
+    // sSibling is the folder met last in this one.
+    void FolderScan_c::AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, String_T<256> & sSibling)
+    {
+        if (!m_bRecursive)
+        {
+            return;
+        }
+        if (static_cast<std::size_t>(Folder.sPath.Length()) + std::strlen(Entry.szName) + 1
+            >= static_cast<std::size_t>(Folder.sPath.Capacity()))
+        {
+            Log("filesystem: skipping \"%s%s\", its path is too long", static_cast<char const *>(Folder.sPath),
+                Entry.szName);
+            return;
+        }
+        String_T<256> sSub = Folder.sPath;
+        sSub += Entry.szName;
+        sSub += "\\";
+        sSub.ToLower();
+        if (!IsOfCurrentConfig(Folder.sPath, Entry.szName, sSub) || g_sExcludedFolders.Has(Entry.szName)
+            || FileSplitExcludes(sSub) || !CanEnter(Folder.sPath, Entry))
+        {
+            return;
+        }
+        bool const bTwin = sSub == sSibling;
+        if (bTwin || (Entry.bLink && WasEntered(sSub)))
+        {
+            Log("filesystem: skipping \"%s%s\", %s", static_cast<char const *>(Folder.sPath), Entry.szName,
+                bTwin ? "it differs from another folder in case only" : "it is a link to a folder of this scan");
+            return;
+        }
+        sSibling = sSub;
+        Scan(sSub);
+    }
+
+    bool FolderScan_c::WasEntered(char const * szPath) const
+    {
+        plat::FolderListing_c Listing;
+        if (Listing.Read(szPath))
+        {
+            for (plat::FolderIdentity_t const & Entered : m_dEntered)
+            {
+                if (Entered == Listing.GetIdentity())
+                {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
+    /// The part of a folder's text that its keys begin with.
+    char const * FolderScan_c::KeyFolder(String_T<256> const & sPath) const
+    {
+        char const * const szPath = sPath;
+        if (!m_bRelativeNames)
+        {
+            return "";
+        }
+        if (m_sRoot.IsEmpty() || !sPath.Begins(m_sRoot))
+        {
+            Log("filesystem: \"%s\" is not below the media root, its files go by their bare names", szPath);
+            return "";
+        }
+        return szPath + m_sRoot.Length();
+    }
+
+    /// False, with a log line, for a relative key that does not fit.
+    bool FolderScan_c::MakeKey(Folder_s const & Folder, char const * szName, File_c::Key_t & sKey) const
+    {
+        if (!Folder.szKeyFolder[0])
+        {
+            MakeBareKey(szName, sKey);
+            return true;
+        }
+        sKey = Folder.szKeyFolder;
+        int const nFolder = sKey.Length();
+        if (Folder.szKeyFolder[nFolder] || szName[FoldText(sKey.GetBuffer() + nFolder, szName, KEY_LENGTH - nFolder)])
+        {
+            Log("filesystem: skipping \"%s%s\", its relative name takes more than %i characters",
+                static_cast<char const *>(Folder.sPath), szName, KEY_LENGTH);
+            return false;
+        }
+        return true;
+    }
+
+    ZQ_COLD void DropDuplicate(File_c * pFile)
+    {
+        Log("File duplication : %s%s", FolderOf(*pFile), KeyOf(*pFile));
+        if (File_c * const pFirst = g_sFileObjects.FindByName(pFile->sName))
+        {
+            Log("                   %s%s", FolderOf(*pFirst), KeyOf(*pFirst));
+            pFirst->bDuplicate = true;
+        }
+        Discard(pFile);
+    }
+
+    ZQ_COLD void DropOverflow(File_c * pFile)
+    {
+        if (!g_bOverflowSaid)
+        {
+            g_bOverflowSaid = true;
+            Warning("file hash overflow");
+        }
+        Discard(pFile);
+    }
+
+    void FolderScan_c::AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry)
+    {
+        File_c::Key_t sKey;
+        if (g_sExcludedFiles.Has(Entry.szName) || !CanEnter(Folder.sPath, Entry)
+            || !MakeKey(Folder, Entry.szName, sKey))
+        {
+            return;
+        }
+        if (Entry.Facts.nSize > INT_MAX)
+        {
+            Log("filesystem: \"%s%s\" is larger than 2 GiB and can't be opened",
+                static_cast<char const *>(Folder.sPath), Entry.szName);
+        }
+        File_c * const pFile = ZQ_NEW FileOnDisk_c;
+        pFile->pPath = Folder.pPath;
+        pFile->sName = sKey;
+        pFile->iLength = static_cast<int>(static_cast<std::uint32_t>(Entry.Facts.nSize));
+        pFile->ftCreationTime = Entry.Facts.tCreation;
+        pFile->ftLastWriteTime = Entry.Facts.tLastWrite;
+        switch (g_sFileObjects.Add(pFile, &pFile->sName))
+        {
+        case HASH_ADDED:
+            return;
+        case HASH_PRESENT:
+            return DropDuplicate(pFile);
+        default:
+            return DropOverflow(pFile);
+        }
+    }
+
+    // The folder of FileAddOneFile, entered if need be; null, with a log line, if it can't be.
+    String_T<256> const * FindOrAddPath(char const * szPath)
+    {
+        String_T<256> const * pPath = g_sPaths.FindByName(szPath);
+        pPath = pPath ? pPath : AddPath(szPath);
+        if (!pPath)
+        {
+            Log("FileAddOneFile - unknown path hash error [Ivo Renning]");
+        }
+        return pPath;
+    }
+
+    bool AddToTable(File_c & File)
+    {
+        bool const bAdded = g_sFileObjects.Add(&File, &File.sName) == HASH_ADDED;
+        if (!bAdded)
+        {
+            Log("FileAddOneFile - unknown file hash error [Ivo Renning]");
+        }
+        return bAdded;
+    }
+
+    bool IsOfOrphan(String_T<256> const & sPath)
+    {
+        for (File_c const * pOrphan : g_dOrphans)
+        {
+            if (pOrphan->pPath == &sPath)
+            {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    bool ResetFilesBelow(char const * szPrefix)
+    {
+        bool bRemoved = false;
+        FileTable_t::Slot_s * pNext;
+        for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = pNext)
+        {
+            pNext = g_sFileObjects.Next(pSlot);
+            File_c * const pFile = pSlot->pObject;
+            if (!pFile->pPath || !pFile->pPath->Begins(szPrefix))
+            {
+                continue;
+            }
+            bRemoved = true;
+            FileClose(pFile);
+            if (pFile->GetOpensCount() == 0)
+            {
+                delete pFile;
+            }
+            else
+            {
+                g_dOrphans.Add(pFile);
+            }
+            g_sFileObjects.Delete(pSlot);
+        }
+        return bRemoved;
+    }
+
+    bool ResetPathsBelow(char const * szPrefix)
+    {
+        bool bRemoved = false;
+        PathTable_t::Slot_s * pNext;
+        for (PathTable_t::Slot_s * pSlot = g_sPaths.First(); pSlot; pSlot = pNext)
+        {
+            pNext = g_sPaths.Next(pSlot);
+            String_T<256> * const pPath = pSlot->pObject;
+            if (!pPath->Begins(szPrefix))
+            {
+                continue;
+            }
+            bRemoved = true;
+            g_sPaths.Delete(pSlot);
+            if (IsOfOrphan(*pPath))
+            {
+                g_dOrphanPaths.Add(pPath);
+            }
+            else
+            {
+                delete pPath;
+            }
+        }
+        return bRemoved;
+    }
+}
+
+bool FoldedPath_c::AppendSeparator()
+{
+    if (m_nLength > 0 && m_szText[m_nLength - 1] == '\\')
+    {
+        return true;
+    }
+    if (m_nLength == FOLDED_LENGTH)
+    {
+        return false;
+    }
+    m_szText[m_nLength++] = '\\';
+    m_szText[m_nLength] = '\0';
+    return true;
+}
+
+void FileForget(File_c & File)
+{
+    if (File.sName.IsEmpty())
+    {
+        return;
+    }
+    if (g_sFileObjects.FindByName(File.sName) == &File)
+    {
+        g_sFileObjects.DeleteByName(File.sName);
+        return;
+    }
+    // Not under its own key: out of the table, or hidden behind another object of this key.
+    for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+    {
+        if (pSlot->pObject == &File)
+        {
+            g_sFileObjects.Delete(pSlot);
+        }
+    }
+    for (int i = g_dOrphans.GetLength() - 1; i >= 0; --i)
+    {
+        if (g_dOrphans[i] == &File)
+        {
+            g_dOrphans.Delete(i);
+        }
+    }
+}
+
+void FileExcludes_c::Add(char const * szName)
+{
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT(szName);
+    bool bTake = szName != nullptr;
+    for (String_T<256> const * pName : m_dNames)
+    {
+        bTake = bTake && *pName != szName;
+    }
+    if (bTake)
+    {
+        m_dNames.Add(ZQ_NEW String_T<256>(szName));
+    }
+}
+
+bool FileExcludes_c::Has(char const * szName) const
+{
+    for (String_T<256> const * pName : m_dNames)
+    {
+        if (StrCompareNoCase(*pName, szName) == 0)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+void FileExcludes_c::Reset()
+{
+    for (String_T<256> const * pName : m_dNames)
+    {
+        delete pName;
+    }
+    m_dNames.Reset();
+}
+
+void FileAlwaysExcludeFolder(char const * sName)
+{
+    g_sExcludedFolders.Add(sName);
+}
+
+void FileAlwaysExcludeFile(char const * sName)
+{
+    g_sExcludedFiles.Add(sName);
+}
+
+bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames)
+{
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT(sPath);
+    if (!sPath || !DirectoryExists(sPath))
+    {
+        Log("Path not found %s", sPath ? sPath : "");
+        return false;
+    }
+    FoldedPath_c sFolded(sPath);
+    char const * const pLast = std::strrchr(sFolded, '\\');
+    bool const bAppend = !pLast || (pLast[1] != '\0' && pLast[1] != ' ');
+    if (sFolded.IsCut() || (bAppend && !sFolded.AppendSeparator()))
+    {
+        Log("filesystem: skipping \"%s\", its path is too long", sPath);
+        return false;
+    }
+    String_T<256> const sFolder(sFolded);
+    FolderScan_c(bRecursive, bRelativeNames).Scan(sFolder);
+    return true;
+}
+
+void FileRemoveSearchPath(char const * sPath, bool)
+{
+    FileResetFiles(sPath);
+}
+
+bool FileAddOneFile(char const * sFile)
+{
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT(sFile);
+    FoldedPath_c const sFolded(sFile);
+    char const * const szBare = sFolded.GetBare();
+    if (g_sFileObjects.FindByName(szBare))
+    {
+        return true;
+    }
+    if (sFolded.IsCut())
+    {
+        Log("filesystem: skipping \"%s\", its path is too long", sFile);
+        return false;
+    }
+    FileName_c const sName{ static_cast<char const *>(sFolded) };
+    String_T<256> const * const pPath = FindOrAddPath(sName.GetDrive() + sName.GetDir());
+    if (!pPath)
+    {
+        return false;
+    }
+    File_c * const pFile = ZQ_NEW FileOnDisk_c;
+    pFile->pPath = pPath;
+    MakeBareKey(szBare, pFile->sName);
+    int const iCount = pFile->RefOpen();
+    pFile->RefClose();
+    if (iCount != 1 || !AddToTable(*pFile))
+    {
+        Discard(pFile);
+        return false;
+    }
+    return true;
+}
+
+bool FileResetFiles(char const * sPath)
+{
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT(sPath);
+    FoldedPath_c sPrefix(sPath);
+    if (!sPath || sPrefix.IsCut() || !sPrefix.AppendSeparator())
+    {
+        return false; // no folder is that long
+    }
+    bool const bFiles = ResetFilesBelow(sPrefix);
+    bool const bPaths = ResetPathsBelow(sPrefix);
+    return bFiles || bPaths;
+}
+
+void FileReset()
+{
+    MemCategoryScope_c const Category(mem::file);
+    for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+    {
+        delete pSlot->pObject;
+    }
+    while (!g_dOrphans.IsEmpty())
+    {
+        delete g_dOrphans[g_dOrphans.GetLength() - 1]; // which leaves the list
+    }
+    for (PathTable_t::Slot_s * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
+    {
+        delete pSlot->pObject;
+    }
+    for (String_T<256> * pPath : g_dOrphanPaths)
+    {
+        delete pPath;
+    }
+    g_dOrphans.Reset();
+    g_dOrphanPaths.Reset();
+    g_sFileObjects.Reset();
+    g_sPaths.Reset();
+}
+
+int FileGetDirectoryFiles(char const * sPath, File_c ** const dFiles, int iMax)
+{
+    ZQ_ASSERT(sPath && dFiles);
+    ZQ_ASSERT(iMax >= 1);
+    FoldedPath_c const sPrefix(sPath);
+    if (!sPath || !dFiles || sPrefix.IsCut())
+    {
+        return 0;
+    }
+    int nFiles = 0;
+    for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot && nFiles < iMax;
+         pSlot = g_sFileObjects.Next(pSlot))
+    {
+        File_c * const pFile = pSlot->pObject;
+        if (pFile->pPath && pFile->pPath->Begins(sPrefix))
+        {
+            dFiles[nFiles++] = pFile;
+        }
+    }
+    return nFiles;
+}

@@ -1,0 +1,250 @@
+// chash.inl: bodies of the tables.
+#pragma once
+
+template <int ENTRIES>
+void NameIndex_T<ENTRIES>::Insert(std::uint32_t iHash, int iSlot)
+{
+    std::uint32_t i = iHash & MASK;
+    while (m_dEntries[i] & SLOT_MASK)
+    {
+        i = (i + 1) & MASK;
+    }
+    m_nUsed += m_dEntries[i] == FREE;
+    m_dEntries[i] = Tag(iHash) | static_cast<std::uint32_t>(iSlot + 1);
+}
+
+template <int ENTRIES>
+void NameIndex_T<ENTRIES>::Remove(std::uint32_t iHash, int iSlot)
+{
+    std::uint32_t const iWanted = Tag(iHash) | static_cast<std::uint32_t>(iSlot + 1);
+    for (std::uint32_t i = iHash & MASK; m_dEntries[i] != FREE; i = (i + 1) & MASK)
+    {
+        if (m_dEntries[i] == iWanted)
+        {
+            m_dEntries[i] &= ~SLOT_MASK;
+            return;
+        }
+    }
+}
+
+template <int ENTRIES>
+template <typename MATCHES>
+int NameIndex_T<ENTRIES>::Find(std::uint32_t iHash, MATCHES Matches) const
+{
+    std::uint32_t const iTag = Tag(iHash);
+    for (std::uint32_t i = iHash & MASK; m_dEntries[i] != FREE; i = (i + 1) & MASK)
+    {
+        auto const iSlot = static_cast<int>(m_dEntries[i] & SLOT_MASK) - 1;
+        if ((m_dEntries[i] & ~SLOT_MASK) == iTag && iSlot >= 0 && Matches(iSlot))
+        {
+            return iSlot;
+        }
+    }
+    return -1;
+}
+
+template <int ENTRIES>
+void NameIndex_T<ENTRIES>::Reset()
+{
+    std::memset(m_dEntries, 0, sizeof m_dEntries);
+    m_nUsed = 0;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(T * pObject, Key_t const * pName)
+{
+    std::uint32_t const iHash = StringHashOf(*pName);
+    int i = static_cast<int>(iHash) & iMask;
+    for (int iProbe = 0; iProbe < iMaxProbes; ++iProbe, i = (i + STEP) & iMask)
+    {
+        Slot_s & Slot = m_dSlots[i];
+        if (Slot.bDeleted || !Slot.pObject)
+        {
+            m_bTwins = m_bTwins || (Slot.bDeleted && Find(*pName));
+            Store(Slot, pObject, pName, iHash);
+            return HASH_ADDED;
+        }
+        if (Slot.iHash == iHash && std::strcmp(*Slot.pName, *pName) == 0)
+        {
+            return HASH_PRESENT;
+        }
+    }
+    return HASH_FULL;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::uint32_t iHash)
+{
+    std::uint32_t const iIndexHash = NameIndexHash(*pName, std::strlen(*pName));
+    if (m_Index.IsCrowded())
+    {
+        RebuildIndex();
+    }
+    Slot = Slot_s{ pObject, pName, iHash, iIndexHash, false };
+    m_Index.Insert(iIndexHash, static_cast<int>(&Slot - m_dSlots));
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+void StringHash_T<T, KEYLEN, SIZE, STEP>::RebuildIndex()
+{
+    m_Index.Reset();
+    for (Slot_s * pSlot = First(); pSlot; pSlot = Next(pSlot))
+    {
+        m_Index.Insert(pSlot->iIndexHash, static_cast<int>(pSlot - m_dSlots));
+    }
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+auto StringHash_T<T, KEYLEN, SIZE, STEP>::Find(char const * szName) const -> Slot_s *
+{
+    if (m_bTwins)
+    {
+        return FindAlongChain(szName);
+    }
+    std::size_t const nLength = std::strlen(szName);
+    if (nLength >= KEYLEN)
+    {
+        return nullptr;
+    }
+    std::uint32_t const iIndexHash = NameIndexHash(szName, nLength);
+    int const iSlot = m_Index.Find(iIndexHash, [&](int i) {
+        return m_dSlots[i].iIndexHash == iIndexHash && std::memcmp(*m_dSlots[i].pName, szName, nLength + 1) == 0;
+    });
+    return iSlot < 0 ? nullptr : const_cast<Slot_s *>(&m_dSlots[iSlot]);
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+auto StringHash_T<T, KEYLEN, SIZE, STEP>::FindAlongChain(char const * szName) const -> Slot_s *
+{
+    std::uint32_t const iHash = StringHashOf(szName);
+    int i = static_cast<int>(iHash) & iMask;
+    for (int iProbe = 0; iProbe < iMaxProbes; ++iProbe, i = (i + STEP) & iMask)
+    {
+        Slot_s const & Slot = m_dSlots[i];
+        if (Slot.bDeleted)
+        {
+            continue;
+        }
+        if (!Slot.pObject)
+        {
+            return nullptr;
+        }
+        if (Slot.iHash == iHash && std::strcmp(*Slot.pName, szName) == 0)
+        {
+            return const_cast<Slot_s *>(&Slot);
+        }
+    }
+    return nullptr;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+T * StringHash_T<T, KEYLEN, SIZE, STEP>::FindByName(char const * szName) const
+{
+    Slot_s const * const pSlot = Find(szName);
+    return pSlot ? pSlot->pObject : nullptr;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+bool StringHash_T<T, KEYLEN, SIZE, STEP>::DeleteByName(char const * szName)
+{
+    Slot_s * const pSlot = Find(szName);
+    if (pSlot)
+    {
+        Delete(pSlot);
+    }
+    return pSlot != nullptr;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+void StringHash_T<T, KEYLEN, SIZE, STEP>::Delete(Slot_s * pSlot)
+{
+    if (pSlot->pObject)
+    {
+        m_Index.Remove(pSlot->iIndexHash, static_cast<int>(pSlot - m_dSlots));
+        pSlot->bDeleted = true;
+        pSlot->pObject = nullptr;
+    }
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+auto StringHash_T<T, KEYLEN, SIZE, STEP>::FirstFrom(Slot_s * pSlot) -> Slot_s *
+{
+    for (; pSlot < m_dSlots + SIZE; ++pSlot)
+    {
+        if (pSlot->pObject)
+        {
+            return pSlot;
+        }
+    }
+    return nullptr;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+void StringHash_T<T, KEYLEN, SIZE, STEP>::Reset()
+{
+    for (Slot_s & Slot : m_dSlots)
+    {
+        Slot = Slot_s{};
+    }
+    m_Index.Reset();
+    m_bTwins = false;
+}
+
+template <typename V, int SIZE, int STEP, typename HASH>
+int IndexHash_T<V, SIZE, STEP, HASH>::Add(V const & Value, std::uint32_t iKey)
+{
+    int i = static_cast<int>(HASH::Of(iKey)) & iMask;
+    for (int iProbe = 0; iProbe < iMaxProbes; ++iProbe, i = (i + STEP) & iMask)
+    {
+        Slot_s & Slot = m_dSlots[i];
+        if (Slot.bDeleted || !Slot.bUsed)
+        {
+            Slot = Slot_s{ Value, iKey, false, true };
+            ++m_nEntries;
+            return HASH_ADDED;
+        }
+        if (Slot.iKey == iKey)
+        {
+            return HASH_PRESENT;
+        }
+    }
+    return HASH_FULL;
+}
+
+template <typename V, int SIZE, int STEP, typename HASH>
+V * IndexHash_T<V, SIZE, STEP, HASH>::Find(std::uint32_t iKey)
+{
+    int i = static_cast<int>(HASH::Of(iKey)) & iMask;
+    for (int iProbe = 0; iProbe < iMaxProbes; ++iProbe, i = (i + STEP) & iMask)
+    {
+        Slot_s & Slot = m_dSlots[i];
+        if (Slot.bDeleted)
+        {
+            continue;
+        }
+        if (!Slot.bUsed)
+        {
+            return nullptr;
+        }
+        if (Slot.iKey == iKey)
+        {
+            return &Slot.Value;
+        }
+    }
+    return nullptr;
+}
+
+template <typename V, int SIZE, int STEP, typename HASH>
+void IndexHash_T<V, SIZE, STEP, HASH>::Reset()
+{
+    if (m_nEntries == 0)
+    {
+        return;
+    }
+    for (Slot_s & Slot : m_dSlots)
+    {
+        Slot = Slot_s{};
+    }
+    m_nEntries = 0;
+    m_nDeleted = 0;
+}

@@ -1,0 +1,61 @@
+// clog.h: the main log.
+//
+// A line passes through a list of listeners; one of them, added by LogInit, writes message.log with the time and the
+// frame in front: "%8.3f\t%i\t%s\n". Each line is flushed at once, with one write. Lines are cut at 2048 characters and
+// cost no memory. Any thread may log at any time: a line that nobody listens to goes nowhere. The list of listeners has
+// no lock; listeners are added at start-up.
+#pragma once
+
+#include "zqcore/cconfig.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+/// Characters of one line, without the terminator.
+inline constexpr int LOG_LINE_LENGTH = 2048;
+
+/// The open main log, or null.
+extern ZQ_API std::FILE * g_pMessageLogFile;
+
+/// The frame number printed in each line. The application advances it.
+extern ZQ_API int g_iLogFrameCounter;
+
+/// Names the folder and the file of the main log, and tells the crash report of them. Must come before LogInit. The
+/// folder is put in front of the name as it stands, so it ends in a separator; both are cut at 1023 characters.
+ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
+
+/// Opens the main log, "message.log" if no name was given, and adds its writer to the listeners. Creates the folder,
+/// level by level; `/` and `\` both separate. Does nothing without a folder or with the log open already.
+ZQ_API void LogInit();
+
+/// Frees the list of listeners and closes the main log.
+ZQ_API void LogDone();
+
+/// Adds a listener, which is called ahead of those that are there. It stays until LogDone.
+ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));
+
+/// Formats a line and passes it to each listener.
+ZQ_API void Log(char const * fmt, ...) ZQ_PRINTF(1, 2);
+ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
+
+/// Log if the condition holds and fmt is not null.
+ZQ_API void Logc(bool bCondition, char const * fmt, ...) ZQ_PRINTF(2, 3);
+
+/// Passes a ready text to each listener.
+ZQ_API void LogText(char const * szText);
+
+/// Sends a line to the debugger's output, and to no log.
+ZQ_API void Debugf(char const * fmt, ...) ZQ_PRINTF(1, 2);
+
+/// Logs the calling thread's last system error as "%s: %s" with the prefix, or "GetLastError() returned: %s" without.
+ZQ_API void LogWinLastError(char const * sPrefix);
+
+/// Logs what the system says of itself, in 14 lines, ending with the time of the log's start.
+ZQ_API void DumpSystemInfo();
+
+/// The folder of the main log as LogSetFile was told; empty without.
+ZQ_API wchar_t const * LogGetFolder();
+
+/// Creates each level of a folder that ends at a separator, from the outermost inward; the separators become `/`.
+/// Folders that are there already, and levels that can't be made, are passed over.
+ZQ_API void LogCreateFolders(wchar_t * sFolder);

@@ -1,0 +1,48 @@
+// clogf.h: named logs, plain text files in the log folder, opened at their first use.
+//
+// For reports that are not meant for the main log. Each text is flushed at once. A second run truncates each named log
+// at its first use. Any thread may write to a log that is open; first uses belong to one thread at a time. A log that
+// can't be opened loses its lines without a message.
+#pragma once
+
+#include "zqcore/cmodule.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+/// Formats a line, cut at 2048 characters, into the named log. Nothing happens if either text is null.
+ZQ_API void Logf(char const * sFile, char const * fmt, ...) ZQ_PRINTF(2, 3);
+
+/// Logf if the condition holds.
+ZQ_API void Logcf(bool bCondition, char const * sFile, char const * fmt, ...) ZQ_PRINTF(3, 4);
+
+/// The same with a ready argument list. With a null sFile the line goes to message.log, with no time and no frame.
+ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_PRINTF(2, 0);
+
+/// Writes a text unchanged, with no line end.
+ZQ_API void Logf_raw(char const * sFile, char const * sText);
+
+/// Works out the folder of the named logs and closes them at the end. Needs no other module.
+class ModuleLog_c : public Module_c
+{
+public:
+    constexpr ModuleLog_c() : Module_c("ModuleLog_c") {}
+
+    /// The instance.
+    ZQ_API static ModuleLog_c * Get();
+
+    /// Sets the folder of the named logs, cut at 1023 characters; before the module initialises. The main log's folder
+    /// takes precedence, and without either it is "GameLogs" below the current folder.
+    ZQ_API static void SetLogPath(wchar_t const * sPath);
+
+    ZQ_API wchar_t const * GetLogPath() const;
+
+    /// The open log of that name, opened if need be; names are exact and cut at 63 characters. Null for a null name or
+    /// if the file can't be opened. The stream belongs to the module. With the table of 64 logs full the stream is
+    /// opened all the same, but stays out of the table and is not closed.
+    ZQ_API std::FILE * GetLogFile(char const * sName);
+
+protected:
+    bool Initialize() override;
+    void Shutdown() override;
+};

@@ -1,0 +1,85 @@
+#include "zqcore/cstring.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+    constexpr unsigned VA_BUFFERS = 16;
+    constexpr std::size_t VA_SIZE = 4096;
+}
+
+int StrCompareNoCase(char const * szA, char const * szB)
+{
+    return StrCompareNoCase(szA, szB, static_cast<std::size_t>(-1));
+}
+
+int StrCompareNoCase(char const * szA, char const * szB, std::size_t nMax)
+{
+    for (std::size_t i = 0; i < nMax; ++i)
+    {
+        auto const iA = static_cast<unsigned char>(CharToLower(szA[i]));
+        auto const iB = static_cast<unsigned char>(CharToLower(szB[i]));
+        if (iA != iB || iA == 0)
+        {
+            return int(iA) - int(iB);
+        }
+    }
+    return 0;
+}
+
+void StrToLower(char * szText)
+{
+    for (; *szText; ++szText)
+    {
+        *szText = CharToLower(*szText);
+    }
+}
+
+void StrToUpper(char * szText)
+{
+    for (; *szText; ++szText)
+    {
+        *szText = CharToUpper(*szText);
+    }
+}
+
+std::size_t StrLengthMax(char const * szText, std::size_t nMax)
+{
+    auto const * const pEnd = static_cast<char const *>(std::memchr(szText, 0, nMax));
+    return pEnd ? static_cast<std::size_t>(pEnd - szText) : nMax;
+}
+
+std::size_t StrCopy(char * szTo, char const * szFrom, std::size_t nSize)
+{
+    std::size_t const nCopy = StrLengthMax(szFrom, nSize - 1);
+    std::memmove(szTo, szFrom, nCopy);
+    szTo[nCopy] = '\0';
+    return nCopy;
+}
+
+String_T<256> NewString(char const * sFmt, ...)
+{
+    ZQ_ASSERT(sFmt);
+    String_T<256> sResult;
+    std::va_list args;
+    va_start(args, sFmt);
+    std::vsnprintf(sResult.GetBuffer(), 256, sFmt, args);
+    va_end(args);
+    return sResult;
+}
+
+char const * Va(char const * sFmt, ...)
+{
+    static char s_dBuffers[VA_BUFFERS][VA_SIZE];
+    static std::atomic<unsigned> s_iNext = 0;
+    char * const sBuffer = s_dBuffers[s_iNext.fetch_add(1, std::memory_order_relaxed) % VA_BUFFERS];
+
+    std::va_list args;
+    va_start(args, sFmt);
+    std::vsnprintf(sBuffer, VA_SIZE, sFmt, args);
+    va_end(args);
+    return sBuffer;
+}

@@ -1,0 +1,157 @@
+// cstring.inl: bodies of String_T.
+#pragma once
+
+#include <cstring>
+
+template <int N>
+String_T<N>::String_T(char const * sTxt)
+{
+    ZQ_ASSERT(sTxt);
+    *this = sTxt;
+}
+
+template <int N>
+String_T<N>::String_T(String_T const & Other)
+{
+    StrCopy(m_sText, Other.m_sText, N);
+}
+
+template <int N>
+String_T<N> & String_T<N>::operator=(String_T const & Other)
+{
+    StrCopy(m_sText, Other.m_sText, N);
+    return *this;
+}
+
+template <int N>
+String_T<N> & String_T<N>::operator=(char const * sTxt)
+{
+    if (!sTxt)
+    {
+        m_sText[0] = '\0';
+    }
+    else
+    {
+        StrCopy(m_sText, sTxt, N);
+    }
+    return *this;
+}
+
+template <int N>
+int String_T<N>::Length() const
+{
+    return static_cast<int>(std::strlen(m_sText));
+}
+
+template <int N>
+bool String_T<N>::operator==(char const * sTxt) const
+{
+    ZQ_ASSERT(sTxt != nullptr);
+    return sTxt && std::strcmp(m_sText, sTxt) == 0;
+}
+
+template <int N>
+String_T<N> & String_T<N>::operator+=(char const * sTxt)
+{
+    ZQ_ASSERT(sTxt != nullptr);
+    int const iLength = Length();
+    if (iLength < N - 1 && sTxt)
+    {
+        std::size_t const nRoom = static_cast<std::size_t>(N - 1 - iLength);
+        std::size_t const nCopy = StrLengthMax(sTxt, nRoom);
+        std::memmove(m_sText + iLength, sTxt, nCopy);
+        m_sText[static_cast<std::size_t>(iLength) + nCopy] = '\0';
+    }
+    return *this;
+}
+
+template <int N>
+String_T<N> String_T<N>::operator+(char const * sTxt) const
+{
+    String_T Result(*this);
+    Result += sTxt;
+    return Result;
+}
+
+template <int N>
+int String_T<N>::StrPos(char const * sNeedle, int iStart) const
+{
+    ZQ_ASSERT(sNeedle != nullptr);
+    int const iLength = Length();
+    int const iFrom = iStart < 0 ? 0 : iStart > iLength ? iLength : iStart;
+    char const * const pHit = std::strstr(m_sText + iFrom, sNeedle);
+    return pHit ? static_cast<int>(pHit - m_sText) : -1;
+}
+
+template <int N>
+int String_T<N>::StrLastPos(char const * sNeedle) const
+{
+    ZQ_ASSERT(sNeedle != nullptr);
+    int iLast = -1;
+    for (char const * pHit = std::strstr(m_sText, sNeedle); pHit; pHit = std::strstr(pHit + 1, sNeedle))
+    {
+        iLast = static_cast<int>(pHit - m_sText);
+        if (*pHit == '\0')
+        {
+            break;   // an empty needle is found behind the last character
+        }
+    }
+    return iLast;
+}
+
+template <int N>
+bool String_T<N>::Begins(char const * sPrefix) const
+{
+    ZQ_ASSERT(sPrefix != nullptr);
+    return StrCompareNoCase(m_sText, sPrefix, std::strlen(sPrefix)) == 0;
+}
+
+template <int N>
+bool String_T<N>::Ends(char const * sPrefix) const
+{
+    ZQ_ASSERT(sPrefix != nullptr);
+    std::size_t const nLength = std::strlen(m_sText);
+    std::size_t const nEnd = std::strlen(sPrefix);
+    return nEnd <= nLength && StrCompareNoCase(m_sText + nLength - nEnd, sPrefix) == 0;
+}
+
+template <int N>
+void String_T<N>::Chop(int iCount)
+{
+    int const iLength = Length();
+    int const iRemove = iCount < 1 ? 1 : iCount;
+    m_sText[iRemove > iLength ? 0 : iLength - iRemove] = '\0';
+}
+
+template <int N>
+String_T<N> String_T<N>::SubStr(int iStart) const
+{
+    return SubStr(iStart, N);
+}
+
+template <int N>
+String_T<N> String_T<N>::SubStr(int iStart, int iCount) const
+{
+    auto const iLength = static_cast<long long>(Length());
+    auto const Clamp = [iLength](long long i) { return i < 0 ? 0 : i > iLength ? iLength : i; };
+    long long const iFrom = Clamp(iStart < 0 ? iLength + iStart : iStart);
+    long long iEnd = Clamp(iCount >= 0 ? iFrom + iCount : iLength + iCount);
+    iEnd = iEnd < iFrom ? iFrom : iEnd;
+
+    String_T Result;
+    std::memcpy(Result.m_sText, m_sText + iFrom, static_cast<std::size_t>(iEnd - iFrom));
+    Result.m_sText[iEnd - iFrom] = '\0';
+    return Result;
+}
+
+template <int N>
+void String_T<N>::ToLower()
+{
+    StrToLower(m_sText);
+}
+
+template <int N>
+void String_T<N>::ToUpper()
+{
+    StrToUpper(m_sText);
+}

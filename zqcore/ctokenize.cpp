@@ -1,0 +1,48 @@
+#include "zqcore/ctokenize.h"
+
+#include <cstring>
+
+namespace
+{
+    template <typename ARRAY>
+    void Split(char const * szText, ARRAY & dOut, char const * szSeparators)
+    {
+        for (char const * p = szText; *p;)
+        {
+            std::size_t const nPiece = std::strcspn(p, szSeparators);
+            if (nPiece > 0)
+            {
+                String_T<256> sPiece(p);
+                sPiece.GetBuffer()[nPiece] = '\0';   // the text is a String_T<256>, so the piece fits
+                dOut.Add(sPiece);
+            }
+            p += nPiece;
+            p += *p != '\0';
+        }
+    }
+
+    struct Separator_s
+    {
+        char szText[2];
+    };
+}
+
+void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 10, 0> & dOut, char const * szSeparators)
+{
+    Split(sText, dOut, szSeparators ? szSeparators : " ");
+}
+
+void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 1024, 0> & dOut, char const * szSeparators)
+{
+    Split(sText, dOut, szSeparators ? szSeparators : " ");
+}
+
+void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 10, 0> & dOut, char cSeparator)
+{
+    Split(sText, dOut, Separator_s{ { cSeparator, '\0' } }.szText);
+}
+
+void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 1024, 0> & dOut, char cSeparator)
+{
+    Split(sText, dOut, Separator_s{ { cSeparator, '\0' } }.szText);
+}

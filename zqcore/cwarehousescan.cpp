@@ -1,0 +1,478 @@
+#include "zqcore/cwarehousescan.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace
+{
+    /// Takes columns and forgets them.
+    struct NoSink_t
+    {
+        static constexpr bool WANTS_TEXT = false;
+
+        void Add(char const *, int) {}
+    };
+
+    /// Takes columns into a line.
+    struct LineSink_t
+    {
+        static constexpr bool WANTS_TEXT = true;
+
+        WarehouseLine_c & Line;
+
+        void Add(char const * pText, int iLength) { Line.AddColumn(pText, iLength); }
+    };
+
+    /// Tells whether a line has a first column, perhaps a null one, and whether that is not null and passes the test.
+    template <typename TEST>
+    struct TestSink_T
+    {
+        static constexpr bool WANTS_TEXT = true;
+
+        TEST & Test;
+        bool bThere = false;
+        bool bPassed = false;
+
+        void Add(char const * pText, int iLength)
+        {
+            bThere = true;
+            bPassed = iLength > 0 && Test(pText, iLength);
+        }
+    };
+
+    /// Compares a column of iLength bytes, which ends at its first NUL, with a text without regard to case.
+    bool EqualsNoCase(char const * pColumn, int iLength, char const * szText)
+    {
+        for (int i = 0; i < iLength; ++i)
+        {
+            char const c = CharToLower(pColumn[i]);
+            if (c != CharToLower(szText[i]))
+            {
+                return false;
+            }
+            if (c == '\0')
+            {
+                return true;
+            }
+        }
+        return szText[iLength] == '\0';
+    }
+
+    constexpr bool IsBlank(char c)
+    {
+        return c == ' ' || c == '\t' || c == '\r';
+    }
+
+    /// The length without the blanks at the end.
+    int StripBlanks(char const * pText, int iLength)
+    {
+        while (iLength > 0 && IsBlank(pText[iLength - 1]))
+        {
+            --iLength;
+        }
+        return iLength;
+    }
+}
+
+WarehouseLine_c::~WarehouseLine_c()
+{
+    Reset();
+}
+
+void WarehouseLine_c::Reset()
+{
+    for (char const * const pColumn : *this)
+    {
+        delete[] pColumn;
+    }
+    iLength = 0;
+}
+
+void WarehouseLine_c::AddColumn(char const * pText, int nBytes)
+{
+    if (!pText || nBytes <= 0)
+    {
+        Add(nullptr);
+        return;
+    }
+    auto const nText = static_cast<std::size_t>(nBytes);
+    char * const pColumn = ZQ_NEW char[nText + 1];
+    std::memcpy(pColumn, pText, nText);
+    pColumn[nText] = '\0';
+    if (Add(pColumn) == 0)
+    {
+        StrToLower(pColumn);
+    }
+}
+
+void WarehouseLine_c::AddColumn(WarehouseLine_c & Other, int iColumn)
+{
+    char * pColumn = nullptr;
+    if (!Other.IsNull(iColumn))
+    {
+        std::swap(pColumn, Other[iColumn]);
+    }
+    Add(pColumn);
+}
+
+void WarehouseLine_c::DelFirst()
+{
+    if (!IsEmpty())
+    {
+        delete[] pData[0];
+        Delete(0);
+    }
+}
+
+void WarehouseLine_c::DelLast()
+{
+    if (!IsEmpty())
+    {
+        delete[] pData[iLength - 1];
+        --iLength;
+    }
+}
+
+bool WarehouseLine_c::IsHeader() const
+{
+    return !IsNull(0) && StrCompareNoCase(pData[0], WAREHOUSE_HEADER) == 0;
+}
+
+bool WarehouseLine_c::IsNull(int iColumn) const
+{
+    return iColumn < 0 || iColumn >= iLength || !pData[iColumn];
+}
+
+/// What each byte means to a scan, as a table.
+class WarehouseScan_t::Classes_c
+{
+public:
+    enum Class_e : unsigned char
+    {
+        SEPARATOR = 1,
+        LINE_FEED = 2,
+        QUOTE = 4
+    };
+
+    explicit Classes_c(char const * szSeparators)
+    {
+        Add('\0', SEPARATOR);
+        Add('\n', LINE_FEED);
+        Add('"', QUOTE);
+        for (; *szSeparators; ++szSeparators)
+        {
+            Add(*szSeparators, SEPARATOR);
+        }
+    }
+
+    bool Is(char c, unsigned iClasses) const { return m_dClasses[static_cast<unsigned char>(c)] & iClasses; }
+
+private:
+    void Add(char c, Class_e eClass) { m_dClasses[static_cast<unsigned char>(c)] |= eClass; }
+
+    unsigned char m_dClasses[256] = {};
+};
+
+/// Knows how far the data ahead holds no double quote, so that each byte is looked at once for that.
+class WarehouseScan_t::QuoteWatch_c
+{
+public:
+    explicit QuoteWatch_c(WarehouseScan_t const & Scan)
+        : m_Scan(Scan)
+    {}
+
+    /// Whether no quote stands from nFrom to nTo. Calls must come with rising nFrom.
+    bool IsFree(int nFrom, int nTo)
+    {
+        constexpr int AHEAD = 4096; // a short line would not be worth a search of its own
+        m_nFree = std::max(m_nFree, nFrom);
+        while (m_nFree < nTo)
+        {
+            int const nSearch = std::min(std::max(nTo - m_nFree, AHEAD), m_Scan.nLength - m_nFree);
+            char const * const pFrom = m_Scan.pLine + m_nFree;
+            void const * const pQuote = std::memchr(pFrom, '"', static_cast<std::size_t>(nSearch));
+            if (pQuote)
+            {
+                m_nFree += static_cast<int>(static_cast<char const *>(pQuote) - pFrom);
+                return m_nFree >= nTo;
+            }
+            m_nFree += nSearch;
+        }
+        return true;
+    }
+
+private:
+    WarehouseScan_t const & m_Scan;
+    int m_nFree = 0; // no quote stands from the last nFrom up to here
+};
+
+WarehouseScan_t::WarehouseScan_t(char const * pData, int nBytes, int nStart, WarehouseFormat_e eFormat)
+    : pLine(pData)
+    , nLength(nBytes)
+    , nPos(nStart)
+    , bCsv(eFormat == WAREHOUSE_FORMAT_CSV)
+    , sSeparators(bCsv ? WAREHOUSE_CSV_SEPARATORS : WAREHOUSE_TEXT_SEPARATORS)
+{}
+
+void WarehouseScan_t::SetSeparators(char const * szSeparators)
+{
+    sSeparators = szSeparators ? szSeparators : WAREHOUSE_TEXT_SEPARATORS;
+}
+
+bool WarehouseScan_t::IsSeparator(char c) const
+{
+    return std::strchr(sSeparators, c) != nullptr; // which finds the terminator too
+}
+
+bool WarehouseScan_t::GetLine(WarehouseLine_c * pResult)
+{
+    pResult->Reset();
+    if (nPos >= nLength)
+    {
+        return false;
+    }
+    Read(Classes_c(sSeparators), pResult);
+    return true;
+}
+
+bool WarehouseScan_t::FindLine(char const * sFirst, WarehouseLine_c * pResult)
+{
+    int nLines = 0;
+    return PassLines([sFirst](char const * pColumn, int iLength) { return EqualsNoCase(pColumn, iLength, sFirst); },
+        pResult, nLines);
+}
+
+bool WarehouseScan_t::NextItem(WarehouseLine_c * pResult, int & nLines)
+{
+    return PassLines([](char const * pColumn, int iLength)
+        { return !EqualsNoCase(pColumn, iLength, WAREHOUSE_HEADER); },
+        pResult, nLines);
+}
+
+/// Reads the first line whose first column is not null and passes the test.
+template <typename TEST>
+bool WarehouseScan_t::PassLines(TEST Test, WarehouseLine_c * pResult, int & nLines)
+{
+    pResult->Reset();
+    Classes_c const Classes(sSeparators);
+    QuoteWatch_c Watch(*this);
+    while (nPos < nLength)
+    {
+        ++nLines;
+        int const nStart = nPos;
+        TestSink_T<TEST> First{ Test };
+        bool bMore = true;
+        while (bMore && !First.bThere)
+        {
+            bMore = Step(Classes, First);
+        }
+        if (First.bPassed)
+        {
+            nPos = nStart;
+            Read(Classes, pResult);
+            return true;
+        }
+        if (bMore)
+        {
+            PassRest(Classes, Watch);
+        }
+    }
+    return false;
+}
+
+void WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult)
+{
+    LineSink_t Sink{ *pResult };
+    while (Step(Classes, Sink))
+    {}
+}
+
+/// Moves to the next line. The next line feed ends this one if no quote stands before it.
+void WarehouseScan_t::PassRest(Classes_c const & Classes, QuoteWatch_c & Watch)
+{
+    if (!Classes.Is('\n', Classes_c::SEPARATOR))
+    {
+        int const nEnd = Find('\n', nPos);
+        if (Watch.IsFree(nPos, nEnd))
+        {
+            nPos = Behind(nEnd);
+            return;
+        }
+    }
+    NoSink_t Sink;
+    while (Step(Classes, Sink))
+    {}
+}
+
+template <typename SINK>
+bool WarehouseScan_t::Step(Classes_c const & Classes, SINK & Sink)
+{
+    return bCsv ? StepCsv(Classes, Sink) : StepText(Classes, Sink);
+}
+
+template <typename SINK>
+bool WarehouseScan_t::StepText(Classes_c const & Classes, SINK & Sink)
+{
+    while (nPos < nLength && pLine[nPos] != '\0' && Classes.Is(pLine[nPos], Classes_c::SEPARATOR))
+    {
+        ++nPos;
+    }
+    int const nStart = nPos;
+    char const c = GetChar();
+    if (c == '\n')
+    {
+        return false;
+    }
+    if (c == '#')
+    {
+        PassComment();
+        return false;
+    }
+    if (c == '"')
+    {
+        while (nPos < nLength && pLine[nPos] != '"' && pLine[nPos] != '\r' && pLine[nPos] != '\n')
+        {
+            ++nPos;
+        }
+        Sink.Add(pLine + nStart + 1, nPos - nStart - 1);
+        GetChar();
+        return true;
+    }
+    while (nPos < nLength && !Classes.Is(pLine[nPos], Classes_c::SEPARATOR | Classes_c::LINE_FEED))
+    {
+        ++nPos;
+    }
+    Sink.Add(pLine + nStart, nPos - nStart);
+    if (nPos < nLength && Classes.Is(pLine[nPos], Classes_c::SEPARATOR))
+    {
+        return true;
+    }
+    GetChar();
+    return false;
+}
+
+template <typename SINK>
+bool WarehouseScan_t::StepCsv(Classes_c const & Classes, SINK & Sink)
+{
+    int const nStart = nPos;
+    char const c = GetChar();
+    if (c == '\n')
+    {
+        return false;
+    }
+    if (IsBlank(c))
+    {
+        return true;
+    }
+    if (c == '#')
+    {
+        PassComment();
+        return false;
+    }
+    if (c == '"')
+    {
+        QuotedCell(Classes, Sink);
+        return true;
+    }
+    if (Classes.Is(c, Classes_c::SEPARATOR))
+    {
+        Sink.Add(nullptr, 0);
+        return true;
+    }
+    while (nPos < nLength && !Classes.Is(pLine[nPos], Classes_c::SEPARATOR | Classes_c::LINE_FEED | Classes_c::QUOTE))
+    {
+        ++nPos;
+    }
+    Sink.Add(pLine + nStart, StripBlanks(pLine + nStart, nPos - nStart));
+    PassSeparator(Classes);
+    return true;
+}
+
+/// Reads a cell whose opening quote is behind us, with the blanks and the separator that follow it.
+template <typename SINK>
+void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
+{
+    int const nStart = nPos;
+    int nEnd = Find('"', nPos);
+    bool const bEscaped = IsDoubled(nEnd);
+    while (IsDoubled(nEnd))
+    {
+        nEnd = Find('"', nEnd + 2);
+    }
+    nPos = Behind(nEnd);
+    if (!bEscaped)
+    {
+        Sink.Add(pLine + nStart, StripBlanks(pLine + nStart, std::min(nEnd - nStart, WAREHOUSE_CELL_SIZE)));
+    }
+    else if constexpr (SINK::WANTS_TEXT)
+    {
+        EscapedCell(nStart, nEnd, Sink);
+    }
+    while (nPos < nLength && IsBlank(pLine[nPos]))
+    {
+        ++nPos;
+    }
+    PassSeparator(Classes);
+}
+
+/// Gives the sink a cell in which each double quote is doubled.
+template <typename SINK>
+void WarehouseScan_t::EscapedCell(int nStart, int nEnd, SINK & Sink) const
+{
+    char dCell[WAREHOUSE_CELL_SIZE];
+    int nCell = 0;
+    for (int i = nStart; i < nEnd && nCell < WAREHOUSE_CELL_SIZE; ++i)
+    {
+        dCell[nCell++] = pLine[i];
+        i += pLine[i] == '"';
+    }
+    Sink.Add(dCell, StripBlanks(dCell, nCell));
+}
+
+void WarehouseScan_t::PassComment()
+{
+    nPos = Behind(Find('\n', nPos));
+}
+
+void WarehouseScan_t::PassSeparator(Classes_c const & Classes)
+{
+    if (nPos < nLength && Classes.Is(pLine[nPos], Classes_c::SEPARATOR))
+    {
+        ++nPos;
+    }
+}
+
+/// Where a byte next stands, nLength if nowhere.
+int WarehouseScan_t::Find(char c, int nFrom) const
+{
+    void const * const pFound = std::memchr(pLine + nFrom, c, static_cast<std::size_t>(nLength - nFrom));
+    return pFound ? static_cast<int>(static_cast<char const *>(pFound) - pLine) : nLength;
+}
+
+WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName)
+{
+    if (eFormat != WAREHOUSE_FORMAT_AUTO)
+    {
+        return eFormat;
+    }
+    std::size_t const nName = std::strlen(sFileName);
+    bool const bCsv = nName >= 4 && StrCompareNoCase(sFileName + nName - 4, ".csv") == 0;
+    return bCsv ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
+}
+
+bool WarehouseClearText(char * sBuffer, int nMaxLength)
+{
+    ZQ_ASSERT(sBuffer);
+    ZQ_ASSERT(nMaxLength > 1);
+    if (sBuffer && nMaxLength > 0)
+    {
+        sBuffer[0] = '\0';
+    }
+    return sBuffer && nMaxLength > 1;
+}
+
+void WarehouseCopyText(char * sBuffer, char const * sText, int nMaxLength)
+{
+    std::strncpy(sBuffer, sText, static_cast<std::size_t>(nMaxLength));
+    sBuffer[nMaxLength - 1] = '\0';
+}
