@@ -1,15 +1,9 @@
 // warehouse_bench.cpp: searches, walks and conversions in a table of 20 MB, beside what a program would write by hand.
-#include "zqcore/cfilepath.h"
+#include "bench/bench_support.h"
 #include "zqcore/cwarehouse.h"
 
-#include <benchmark/benchmark.h>
-
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -40,15 +34,7 @@ namespace
             sText += sLine;
             ++nItems;
 
-            std::filesystem::path const Path =
-                std::filesystem::temp_directory_path() / ("zqcore_" + std::to_string(std::rand()) + "_" + sName);
-            sName = Path.filename().string();
-            std::ofstream(Path, std::ios::binary) << sText;
-            if (!FileAddOneFile(Path.c_str()) || !FileOpen(sName.c_str())) // stays resident
-            {
-                std::abort();
-            }
-            std::filesystem::remove(Path);
+            sName = ServeFile(sName, sText);
         }
     };
 
@@ -78,14 +64,6 @@ namespace
         State.SetBytesProcessed(State.iterations() * static_cast<std::int64_t>(Table.sText.size()));
         State.counters["lines"] =
             benchmark::Counter(static_cast<double>(State.iterations()) * Table.nItems, benchmark::Counter::kIsRate);
-    }
-
-    void Require(benchmark::State & State, bool bCondition)
-    {
-        if (!bCondition)
-        {
-            State.SkipWithError("wrong outcome");
-        }
     }
 
     template <Table_s const & (*TABLE)()>

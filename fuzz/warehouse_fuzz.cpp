@@ -1,55 +1,14 @@
 // warehouse_fuzz.cpp: tables of any bytes, read on roads that must agree.
 //
-// Bit 0 of the first byte chooses CSV, the bits above it the separators; the rest is the table. A file object of its own
-// kind serves it without a disk.
-#include "zqcore/cfilepath.h"
+// Bit 0 of the first byte chooses CSV, the bits above it the separators; the rest is the table.
+#include "fuzz/fuzz_support.h"
 #include "zqcore/cwarehouse.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <utility>
 #include <vector>
 
 namespace
 {
-    /// Serves bytes in a block of exactly their size.
-    class MemoryFile_c : public File_c
-    {
-    public:
-        MemoryFile_c()
-        {
-            sName = "fuzz.txt";
-            g_sFileObjects.Add(this, &sName);
-        }
-
-        void Refresh() override {}
-        bool Load(std::uint32_t, unsigned char *, std::uint32_t &) override { return false; }
-        FileStored_c * OpenStored() override { return nullptr; }
-        bool Open(void *) override
-        {
-            iLength = static_cast<int>(sText.size());
-            pData = ZQ_NEW unsigned char[sText.size()];
-            std::memcpy(pData, sText.data(), sText.size());
-            return true;
-        }
-        void Close() override
-        {
-            delete[] pData;
-            pData = nullptr;
-        }
-
-        std::string sText;
-    };
-
-    void Require(bool bAgreed)
-    {
-        if (!bAgreed)
-        {
-            std::abort();
-        }
-    }
-
     // A walk over all items, each as the ident and all that a table tells of it.
     using Items_t = std::vector<std::pair<std::string, std::string>>;
 
@@ -91,13 +50,13 @@ namespace
     /// FindIdent gives the first item of each ident, and nothing for an ident that no item has.
     void CheckSearches(Warehouse_c & Table, Items_t const & dItems)
     {
-        constexpr std::size_t SEARCHES = 20; // each is a scan from the top
+        constexpr std::size_t SEARCHES = 20;   // each is a scan from the top
         for (std::size_t i = 0; i < dItems.size() && i < SEARCHES; ++i)
         {
             std::string const & sIdent = dItems[i].first;
             if (sIdent.size() == 255)
             {
-                continue; // cut, perhaps
+                continue;   // cut, perhaps
             }
             std::size_t iFirst = 0;
             while (dItems[iFirst].first != sIdent)
@@ -135,7 +94,6 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    static MemoryFile_c & s_File = *ZQ_NEW MemoryFile_c;
     static char const * const s_dSeparators[] = { nullptr, " ", ";\t", "\n", "#\"", "", "a-", "\r\n" };
     if (nSize < 2)
     {
@@ -143,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     }
     WarehouseFormat_e const eFormat = pData[0] & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
     char const * const szSeparators = s_dSeparators[pData[0] >> 1 & 7];
-    s_File.sText.assign(reinterpret_cast<char const *>(pData) + 1, nSize - 1);
+    FuzzFile_c::Get().sText.assign(reinterpret_cast<char const *>(pData) + 1, nSize - 1);
 
     Warehouse_c InPlace, Copy(true);
     Require(InPlace.Open("fuzz.txt", eFormat, "a b c", szSeparators));
@@ -151,6 +109,6 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Items_t const dItems = Walk(InPlace);
     Require(Walk(InPlace) == dItems && Walk(Copy) == dItems);
     CheckSearches(InPlace, dItems);
-    CheckLines(s_File.sText, eFormat, szSeparators, dItems);
+    CheckLines(FuzzFile_c::Get().sText, eFormat, szSeparators, dItems);
     return 0;
 }

@@ -14,8 +14,8 @@
 
 namespace plat
 {
-    constexpr std::size_t HEAP_FILL_LIMIT = 2048;   // bytes up to which a block is filled whole
-    constexpr std::size_t HEAP_FILL_ENDS = 256;     // bytes filled at either end of a larger block
+    constexpr std::size_t HEAP_FILL_LIMIT = 512;    // bytes up to which a block is filled whole
+    constexpr std::size_t HEAP_FILL_ENDS = 128;     // bytes filled at either end of a larger block
 
     enum class HeapEvent_e
     {
@@ -41,7 +41,7 @@ namespace plat
     /// Called when no memory is to be had; the heap tries again if it returns true.
     using HeapFailure_t = bool (*)(std::size_t nBytes);
 
-    /// Called for each block that the leak report lists.
+    /// Called for each block that still lives when the process ends.
     using HeapDump_t = void (*)(HeapBlock_t const & Block);
 
     /// Receives the heap's reports.

@@ -31,15 +31,15 @@ namespace plat
 
     struct FileFacts_t
     {
-        std::uint64_t nSize = 0;      // bytes
+        std::uint64_t nSize = 0;   // bytes
         FileTime_t tCreation = 0;
         FileTime_t tLastWrite = 0;
         bool bFolder = false;
-        bool bRegular = false;        // a plain file: no folder, pipe, socket or device
+        bool bRegular = false;   // a plain file: no folder, pipe, socket or device
     };
 
-    /// Opens an existing regular file or folder entry for reading; null on failure. Pipes, sockets and devices are
-    /// refused and never waited for. Sizes and times are learnt on the way: pFacts, unless null, gets them for nothing,
+    /// Opens an existing regular file for reading; null on failure. Folders are refused, and so are pipes, sockets and
+    /// devices, which are never waited for. Sizes and times are learnt on the way: pFacts, unless null, gets them for nothing,
     /// where FileGetFacts would ask the system a second time.
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
 
@@ -67,6 +67,10 @@ namespace plat
     /// is opened; one that is created gets the path's own. Child processes do not inherit it.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
+    /// Writes past the stream's buffer, which must be empty or absent, in as few calls to the system as it takes (one,
+    /// unless a disk is full); the bytes written.
+    std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
+
     /// Creates one folder; false if it is there already or can't be made.
     bool FolderCreate(char const * szPath);
 
@@ -86,7 +90,8 @@ namespace plat
     {
         char const * szName = nullptr;   // the disk's spelling; lives as long as the listing
         bool bLink = false;              // reached through a link; the facts are those of its target
-        FileFacts_t Facts;               // of a folder or what is no file only the kind, unless reached through a link
+        bool bReachable = true;   // false: the name holds a `\`, so that no path leads here; nothing else is told
+        FileFacts_t Facts;        // of a folder or what is no file only the kind, unless reached through a link
     };
 
     /// Which folder this really is, whatever path led to it.
@@ -98,8 +103,7 @@ namespace plat
     };
 
     /// A folder read whole. Entries come in one order on every machine: by name folded to lower case (ASCII), then by
-    /// the raw bytes. Entries that vanish while the folder is read, links to nothing, and names that hold a `\`, which
-    /// no path can reach, are left out.
+    /// the raw bytes. Entries that vanish while the folder is read, and links to nothing, are left out.
     class FolderListing_c
     {
     public:

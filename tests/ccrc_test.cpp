@@ -49,7 +49,7 @@ namespace
     {
         char const * szName;
         Crc32Kernel_t fnCrc;
-        std::size_t nMin; // shortest run it takes
+        std::size_t nMin;   // shortest run it takes
     };
 
     class Crc32Ways : public testing::TestWithParam<Way_s>

@@ -2,22 +2,14 @@
 
 #include "tests/media_fixture.h"
 
-#include <thread>
-
-namespace
-{
-    void * Handle(std::intptr_t i)
-    {
-        return reinterpret_cast<void *>(i);
-    }
-}
-
 class FileTrackerTest : public MediaTest
 {
 protected:
     ~FileTrackerTest() override { g_iMaxOpenFiles = 50; }
 
-    // Opens the handles from iFirst to iLast, named after the test and the handle.
+    static void * Handle(std::intptr_t i) { return reinterpret_cast<void *>(i); }
+
+    // Opens the handles from iFirst to iLast, each named after the test and its number.
     static void Open(int iFirst, int iLast, std::string const & sTest)
     {
         for (int i = iFirst; i <= iLast; ++i)
@@ -58,79 +50,61 @@ TEST_F(FileTrackerTest, WarnsAboveEachLimitOnceAndDumps)
 
 TEST_F(FileTrackerTest, WarnsOfFailedOpensUnlessTheyArePacksOrBinaries)
 {
-    struct Row_s
+    for (auto const & [szTemplate, szName, bQuiet] : Rows_t<char const *, char const *, bool>{
+             { "media*.zq", "track1.txt", false }, { "media*.zq", "media7.ZQ", true },
+             { "media*.zq", "Cache.BIN", true }, { "media*.zq", nullptr, true }, { "media*.zq", "track2.zqx", false },
+             { "p*.pak", "track3.zq", false }, { "p*.pak", "track4.Pak", true }, { "media*.zq", "q", false } })
     {
-        char const * szTemplate;
-        char const * szName;   // null: no name
-        bool bQuiet;
-    };
-    for (Row_s const & row : { Row_s{ "media*.zq", "track1.txt", false }, Row_s{ "media*.zq", "media7.ZQ", true },
-             Row_s{ "media*.zq", "Cache.BIN", true }, Row_s{ "media*.zq", nullptr, true },
-             Row_s{ "media*.zq", "track2.zqx", false }, Row_s{ "p*.pak", "track3.zq", false },
-             Row_s{ "p*.pak", "track4.Pak", true }, Row_s{ "media*.zq", "q", false } })
-    {
-        for (void * hFile : { Handle(0), Handle(-1) })
-        {
-            Log.Clear();
-            FileSetMediaTemplate(row.szTemplate);
-            std::string const sName = std::string(row.szName ? row.szName : "");
-            FileOpenTracker(hFile, row.szName ? (hFile ? "2/" + sName : sName).c_str() : nullptr);
-            EXPECT_EQ(Log.CountHolding(sName + "' failed!"), row.bQuiet ? 0 : 1) << sName;
-        }
+        Log.Clear();
+        FileSetMediaTemplate(szTemplate);
+        FileOpenTracker(Handle(0), szName);
+        FileOpenTracker(Handle(-1), szName);   // the same text again, which Achtung drops
+        std::string const sName = szName ? szName : "";
+        EXPECT_EQ(Log.GetText(), bQuiet ? "" : "CreateFile(): opening of file '" + sName + "' failed!\n");
     }
-    EXPECT_EQ(Log.GetText(), "CreateFile(): opening of file '2/q' failed!\n");
-    FileSetMediaTemplate("media*.zq");
     FileCloseTracker(Handle(0));
     FileCloseTracker(Handle(-1));
     EXPECT_EQ(Dialogs.CountHolding("CloseHandle()"), 0);
+    FileSetMediaTemplate("media*.zq");
 }
 
-TEST_F(FileTrackerTest, ReportsACloseOfAnUnknownHandleAndRoomForNoMore)
+TEST_F(FileTrackerTest, CountsHandlesForWhichItHasNoRoom)
 {
+    std::string const sUnknown = "CloseHandle(): closing more files than we've opened";
     Open(7, 7, "x");
     Close(8, 8);
-    EXPECT_EQ(Dialogs.CountHolding("CloseHandle(): closing more files than we've opened"), 1);
+    EXPECT_EQ(Dialogs.CountHolding(sUnknown), 1);
     Close(7, 7);
-
     g_iMaxOpenFiles = 1000;
     Open(1, 258, "full");
     EXPECT_EQ(g_dOpenTracks.GetLength(), 256);
     EXPECT_EQ(Dialogs.CountHolding("iAccessIndex >= 0 && iAccessIndex <= LENGTH"), 2);
     Close(1, 258);
-    EXPECT_EQ(Dialogs.CountHolding("CloseHandle()"), 1) << "handles beyond the list were counted";
+    EXPECT_EQ(Dialogs.CountHolding(sUnknown), 1);
     Close(9, 9);
-    EXPECT_EQ(Dialogs.CountHolding("CloseHandle()"), 2);
+    EXPECT_EQ(Dialogs.CountHolding(sUnknown), 2);
 }
 
 TEST_F(FileTrackerTest, ThreadsKeepTheListWhole)
 {
-    std::vector<std::thread> dThreads;
-    for (int iThread = 0; iThread < 4; ++iThread)
-    {
-        dThreads.emplace_back(
-            [iThread]
+    InFourThreads(
+        [](int iThread)
+        {
+            for (int n = 0; n < 300; ++n)
             {
-                for (int n = 0; n < 300; ++n)
-                {
-                    Open(iThread * 100 + 1, iThread * 100 + 9, "t");
-                    Close(iThread * 100 + 1, iThread * 100 + 9);
-                }
-            });
-    }
-    for (std::thread & Thread : dThreads)
-    {
-        Thread.join();
-    }
+                Open(iThread * 100 + 1, iThread * 100 + 9, "t");
+                Close(iThread * 100 + 1, iThread * 100 + 9);
+            }
+        });
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     EXPECT_EQ(Dialogs.GetCount(), 0);
 }
 
 TEST_F(FileTrackerTest, OpensAreToldOnlyWhileResourcesAreCollected)
 {
-    static std::vector<std::string> s_dOpened;
-    s_dOpened.clear();
-    MakeAndScan({ { "a.txt", "x" }, { "b.txt", "x" } });
-    g_FileOpenCallbacker.Add([](char const * szLocation) { s_dOpened.push_back(szLocation); }, false);
+    Make({ { "a.txt", "x" }, { "b.txt", "x" } });
+    ASSERT_TRUE(Scan());
+    g_FileOpenCallbacker.Add(Tell, false);
     FileClose(FileOpen("a.txt"));
     g_bCollectResource = true;
     FileClose(FileOpen("a.txt"));
@@ -140,5 +114,5 @@ TEST_F(FileTrackerTest, OpensAreToldOnlyWhileResourcesAreCollected)
     FileStream("b.txt")->Load(0, &cByte, dwLength);
     g_bCollectResource = false;
     g_FileOpenCallbacker.Reset();
-    EXPECT_EQ(s_dOpened, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt") }));
+    EXPECT_EQ(s_dTold, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt") }));
 }

@@ -4,7 +4,6 @@
 
 #include <map>
 #include <random>
-#include <set>
 
 namespace
 {
@@ -13,34 +12,37 @@ namespace
         String_T<8> sName;
     };
 
-    template <int SIZE>
-    using Table_T = StringHash_T<Item_s, 8, SIZE, 1>;
-
-    // Names of one slot: in a table of 8 the fifth character counts only through bits beyond the index.
-    Item_s Colliding(int i)
+    // Eight names of one slot: in a table of 8 the fifth character counts only through bits beyond the index.
+    struct CollidingItems_s
     {
-        return { String_T<8>(NewString("abcd%c", 'a' + i)) };
-    }
+        CollidingItems_s()
+        {
+            for (int i = 0; i < 8; ++i)
+            {
+                d[i].sName = NewString("abcd%c", static_cast<char>('a' + i));
+            }
+        }
+
+        Item_s d[8];
+    };
 
     template <typename TABLE>
-    std::multiset<std::string> Names(TABLE & Table)
+    std::map<std::string, Item_s *> Entries(TABLE & Table)
     {
-        std::multiset<std::string> dNames;
+        std::map<std::string, Item_s *> Found;
         for (auto * pSlot = Table.First(); pSlot; pSlot = Table.Next(pSlot))
         {
-            dNames.insert(static_cast<char const *>(*pSlot->pName));
+            EXPECT_TRUE(Found.emplace(*pSlot->pName, pSlot->pObject).second);
         }
-        return dNames;
+        return Found;
     }
 }
 
 TEST(StringHash, HashRotatesEachCharacterByItsPosition)
 {
-    EXPECT_EQ(StringHashOf(""), 0u);
     EXPECT_EQ(StringHashOf("ab"), 0x61u ^ 0x62u << 1);
     EXPECT_EQ(StringHashOf("\xFE"), 0xFFFFFFFEu);
-    std::string const sLong(33, '\1'); // position 32 is position 0 again
-    EXPECT_EQ(StringHashOf(sLong.c_str()), 0xFFFFFFFEu);
+    EXPECT_EQ(StringHashOf(std::string(33, '\1').c_str()), 0xFFFFFFFEu);   // position 32 is position 0 again
 }
 
 TEST(StringHash, BehavesLikeAMapOverRandomOperations)
@@ -48,47 +50,37 @@ TEST(StringHash, BehavesLikeAMapOverRandomOperations)
     static StringHash_T<Item_s, 8, 64, 117> s_Table;
     std::map<std::string, Item_s *> Model;
     std::mt19937 Random(2);
-    std::vector<Item_s> dItems(40);
-    for (std::size_t i = 0; i < dItems.size(); ++i)
-    {
-        dItems[i].sName = NewString("%c%c", static_cast<char>('a' + i % 5), static_cast<char>('A' + i / 5));
-    }
+    Item_s dItems[40];
     for (int iStep = 0; iStep < 100000; ++iStep)
     {
-        Item_s & Item = dItems[Random() % dItems.size()];
-        char const * const szName = Item.sName;
-        bool const bKnown = Model.count(szName) != 0;
-        ASSERT_EQ(s_Table.FindByName(szName), bKnown ? &Item : nullptr) << szName;
-        if (Random() % 2 && !bKnown)
+        int const iItem = static_cast<int>(Random() % 40);
+        Item_s & Item = dItems[iItem];
+        Item.sName = NewString("%c%c", static_cast<char>('a' + iItem % 5), static_cast<char>('A' + iItem / 5));
+        auto const Known = Model.find(Item.sName.GetBuffer());
+        ASSERT_EQ(s_Table.FindByName(Item.sName), Known == Model.end() ? nullptr : &Item);
+        if (Random() % 2 && Known == Model.end())
         {
-            ASSERT_EQ(s_Table.Add(&Item, &Item.sName), HASH_ADDED) << szName;
-            Model[szName] = &Item;
+            ASSERT_EQ(s_Table.Add(&Item, &Item.sName), HASH_ADDED);
+            Model[Item.sName.GetBuffer()] = &Item;
         }
         else if (Random() % 2)
         {
-            ASSERT_EQ(s_Table.DeleteByName(szName), bKnown);
-            Model.erase(szName);
+            ASSERT_EQ(s_Table.DeleteByName(Item.sName), Model.erase(Item.sName.GetBuffer()) == 1);
         }
-        else if (iStep % 1000 == 0)
-        {
-            std::multiset<std::string> dKeys;
-            for (auto const & Pair : Model)
-            {
-                dKeys.insert(Pair.first);
-            }
-            ASSERT_EQ(Names(s_Table), dKeys);
-        }
+        ASSERT_TRUE(iStep % 1000 || Entries(s_Table) == Model);
     }
     s_Table.Reset();
     EXPECT_EQ(s_Table.First(), nullptr);
-    EXPECT_EQ(s_Table.FindByName(dItems[0].sName), nullptr);
+    EXPECT_EQ(s_Table.FindByName("aA"), nullptr);
 }
 
 TEST(StringHash, AddTakesTheFirstDeletedSlotUnseenOfTheKeyBehindIt)
 {
-    static Table_T<8> s_Table;
-    Item_s First = Colliding(0), Second = Colliding(1), Twin = Colliding(1);
-    ASSERT_EQ(StringHashOf(First.sName) & 7, StringHashOf(Second.sName) & 7);
+    static StringHash_T<Item_s, 8, 8, 1> s_Table;
+    s_Table.Reset();
+    CollidingItems_s Items;
+    Item_s &First = Items.d[0], &Second = Items.d[1];
+    Item_s Twin = Second;
     EXPECT_EQ(s_Table.Add(&First, &First.sName), HASH_ADDED);
     EXPECT_EQ(s_Table.Add(&Second, &Second.sName), HASH_ADDED);
     EXPECT_EQ(s_Table.Add(&Twin, &Twin.sName), HASH_PRESENT);
@@ -105,23 +97,18 @@ TEST(StringHash, AddTakesTheFirstDeletedSlotUnseenOfTheKeyBehindIt)
 
 TEST(StringHash, IsFullBehindTwoThirdsOfTheSlots)
 {
-    static Table_T<8> s_Table;
-    std::vector<Item_s> dItems;
-    for (int i = 0; i < 6; ++i)
+    static StringHash_T<Item_s, 8, 8, 1> s_Table;
+    s_Table.Reset();
+    CollidingItems_s Items;
+    for (int i = 0; i < 8; ++i)
     {
-        dItems.push_back(Colliding(i));
+        EXPECT_EQ(s_Table.Add(&Items.d[i], &Items.d[i].sName), i < 5 ? HASH_ADDED : HASH_FULL);
+        EXPECT_EQ(s_Table.FindByName(Items.d[i].sName), i < 5 ? &Items.d[i] : nullptr);
     }
-    for (int i = 0; i < 6; ++i)
-    {
-        Item_s & Item = dItems[static_cast<std::size_t>(i)];
-        EXPECT_EQ(s_Table.Add(&Item, &Item.sName), i < 5 ? HASH_ADDED : HASH_FULL);
-    }
-    EXPECT_EQ(s_Table.FindByName(dItems[5].sName), nullptr);
     int nVisited = 0;
-    for (auto * pSlot = s_Table.First(); pSlot; pSlot = s_Table.Next(pSlot))
+    for (auto * pSlot = s_Table.First(); pSlot; pSlot = s_Table.Next(pSlot), ++nVisited)
     {
-        s_Table.Delete(pSlot); // while iterating
-        ++nVisited;
+        s_Table.Delete(pSlot);   // while iterating
     }
     EXPECT_EQ(nVisited, 5);
     EXPECT_EQ(s_Table.First(), nullptr);
@@ -130,30 +117,29 @@ TEST(StringHash, IsFullBehindTwoThirdsOfTheSlots)
 TEST(IndexHash, BehavesLikeAMapUntilNoSlotIsFound)
 {
     static IndexHash_T<int, 64, 117> s_Table;
+    s_Table.Reset();
     std::map<std::uint32_t, int> Model;
     std::mt19937 Random(3);
-    bool bWasFull = false;
-    for (int iRound = 0; iRound < 20; ++iRound)
+    int nFull = 0;
+    for (int iStep = 0; iStep < 3000; ++iStep)
     {
-        for (int iStep = 0; iStep < 120; ++iStep)
+        auto const iKey = static_cast<std::uint32_t>(Random() % 200 << Random() % 8);
+        int const * const pValue = s_Table.Find(iKey);
+        auto const Known = Model.find(iKey);
+        ASSERT_TRUE(Known == Model.end() ? !pValue : pValue && *pValue == Known->second);
+        int const iResult = s_Table.Add(iStep, iKey);
+        ASSERT_EQ(iResult == HASH_PRESENT, pValue != nullptr);
+        nFull += iResult == HASH_FULL;
+        if (iResult == HASH_ADDED)
         {
-            auto const iKey = static_cast<std::uint32_t>(Random() % 200 << Random() % 8);
-            int const * const pValue = s_Table.Find(iKey);
-            auto const Known = Model.find(iKey);
-            ASSERT_EQ(pValue != nullptr, Known != Model.end());
-            ASSERT_TRUE(!pValue || *pValue == Known->second);
-            int const iResult = s_Table.Add(iStep, iKey);
-            ASSERT_TRUE(pValue ? iResult == HASH_PRESENT : iResult == HASH_ADDED || iResult == HASH_FULL);
-            bWasFull = bWasFull || iResult == HASH_FULL;
-            if (iResult == HASH_ADDED)
-            {
-                Model[iKey] = iStep;
-            }
-            ASSERT_EQ(s_Table.GetCount(), static_cast<int>(Model.size()));
+            Model[iKey] = iStep;
         }
-        s_Table.Reset();
-        Model.clear();
-        ASSERT_EQ(s_Table.GetCount(), 0);
+        ASSERT_EQ(s_Table.GetCount(), static_cast<int>(Model.size()));
+        if (iStep % 150 == 0)
+        {
+            s_Table.Reset();
+            Model.clear();
+        }
     }
-    EXPECT_TRUE(bWasFull);
+    EXPECT_GT(nFull, 0);
 }

@@ -103,7 +103,7 @@ TEST(Sha1, CarriesTheLengthIntoTheHighWord)
 
     std::array<std::uint32_t, 5> dHash = std::to_array(Context.dHash);
     std::array<unsigned char, SHA1_BLOCK_SIZE> dPadding{ 0x80 };
-    dPadding[59] = 1; // the length 2^32, big-endian in the last 8 bytes
+    dPadding[59] = 1;   // the length 2^32, big-endian in the last 8 bytes
     Sha1Plain(dHash.data(), dPadding.data(), 1);
     char szExpected[2 * SHA1_HASH_SIZE + 1];
     std::snprintf(

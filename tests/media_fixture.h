@@ -4,31 +4,29 @@
 #include "tests/test_support.h"
 
 #include "zqcore/ccallback.h"
-#include "zqcore/cfile.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath.h"
 
-#include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
-#include <string>
-#include <vector>
+#include <set>
+#include <thread>
+#include <tuple>
 
-/// A file of the tree; a name that ends in a separator is a folder.
-struct MediaRow_s
-{
-    std::string sName;
-    std::string sContents;
-};
+namespace fs = std::filesystem;
+
+template <typename... T>
+using Rows_t = std::initializer_list<std::tuple<T...>>;
 
 class MediaTest : public testing::Test
 {
 protected:
     MediaTest()
     {
-        FileReset();
-        s_dReadErrors.clear();
-        g_FileReadErrorCallbacker.Add([](char const * szKey) { s_dReadErrors.push_back(szKey); }, false);
+        s_dTold.clear();
+        g_FileReadErrorCallbacker.Add(Tell, false);
     }
 
     ~MediaTest() override
@@ -40,34 +38,31 @@ protected:
         SetPQXCurrentConfig("");
     }
 
-    void Make(std::vector<MediaRow_s> const & dRows)
+    /// Writes files with their contents; a name that ends in `/` is a folder.
+    void Make(std::initializer_list<std::pair<std::string, std::string>> dRows)
     {
-        for (MediaRow_s const & row : dRows)
+        for (auto const & [sName, sContents] : dRows)
         {
-            row.sName.back() == '/' ? Folder.MakeFolder(row.sName) : Folder.Write(row.sName, row.sContents);
+            sName.back() == '/' ? Folder.MakeFolder(sName) : Folder.Write(sName, sContents);
         }
     }
 
-    bool Scan(bool bRelativeNames = false) { return FileAddSearchPath(Folder.GetPath().c_str(), true, bRelativeNames); }
-
-    void MakeAndScan(std::vector<MediaRow_s> const & dRows)
-    {
-        Make(dRows);
-        ASSERT_TRUE(Scan());
-    }
+    bool Scan() { return FileAddSearchPath(Folder.GetPath().c_str(), true, false); }
 
     /// A path below the tree as the tables have it.
-    std::string Folded(std::string const & sName) const { return std::string(FoldedPath_c(Folder.Join(sName).c_str())); }
+    std::string Folded(std::string const & sName) const
+    {
+        return std::string(FoldedPath_c(Folder.Join(sName).c_str()));
+    }
 
     /// All keys in alphabetic order, joined by blanks.
     static std::string Keys()
     {
-        std::vector<std::string> dKeys;
+        std::set<std::string> dKeys;
         for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
         {
-            dKeys.emplace_back(*pSlot->pName);
+            dKeys.emplace(*pSlot->pName);
         }
-        std::sort(dKeys.begin(), dKeys.end());
         std::string sKeys;
         for (std::string const & sKey : dKeys)
         {
@@ -89,7 +84,28 @@ protected:
         return dInfo[mem::file].iCount;
     }
 
-    static inline std::vector<std::string> s_dReadErrors;   // keys that g_FileReadErrorCallbacker was told
+    template <typename CALL>
+    static void InFourThreads(CALL Call)
+    {
+        std::vector<std::thread> dThreads;
+        for (int i = 0; i < 4; ++i)
+        {
+            dThreads.emplace_back(Call, i);
+        }
+        for (std::thread & Thread : dThreads)
+        {
+            Thread.join();
+        }
+    }
+
+    /// A receiver for any event with a text; listens to g_FileReadErrorCallbacker from the start.
+    static void Tell(char const * szText)
+    {
+        MemCategoryScope_c const Category(mem::Tools);
+        s_dTold.push_back(szText);
+    }
+
+    static inline std::vector<std::string> s_dTold;
     TempFolder_c Folder;
     LogCapture_c Log;
     DialogScript_c Dialogs;

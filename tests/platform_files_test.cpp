@@ -55,7 +55,10 @@ namespace
             {
                 plat::FolderEntry_t const & Entry = Listing.GetEntry(iEntry);
                 sAll += (sAll.empty() ? "" : " ") + std::string(Entry.bLink ? "->" : "") + Entry.szName;
-                sAll += Entry.Facts.bFolder ? "/" : Entry.Facts.bRegular ? std::to_string(Entry.Facts.nSize) : "!";
+                sAll += !Entry.bReachable      ? "?"
+                        : Entry.Facts.bFolder  ? "/"
+                        : Entry.Facts.bRegular ? std::to_string(Entry.Facts.nSize)
+                                               : "!";
             }
             return sAll;
         }
@@ -100,19 +103,19 @@ TEST_F(PlatformFiles, FindsTheDisksSpellingOfAPath)
         { "media\\\\.\\textures//hero.tga", "hero" },
         { "media\\lower\\..\\textures\\hero.tga", "hero" },
         { "media\\LOWER\\NAME.TXT", "lower" },
-        { "media2\\b.txt", "upper" }, // the first in the order of listings
-        { "MEDIA2\\b.TXT", "mixed" }, // but for the exact name
+        { "media2\\b.txt", "upper" },   // the first in the order of listings
+        { "MEDIA2\\b.TXT", "mixed" },   // but for the exact name
         { "MEDIA2\\c.txt", "exact" },
         { "MEDIA2\\C.txt", "capital" },
         { "media2\\B\xC3\x84.TXT", "umlaut" },
-        { "media2\\b\xC3\xA4.txt", "No such file or directory" }, // only ASCII letters fold
+        { "media2\\b\xC3\xA4.txt", "No such file or directory" },   // only ASCII letters fold
         { "media\\textures\\villain.tga", "No such file or directory" },
         { "media3\\textures\\hero.tga", "No such file or directory" },
         { "media\\textures\\hero.tga\\", "Not a directory" },
-        { "media\\textures", "" },
+        { "media\\textures", "Is a directory" },
     };
     std::string const sRoot = m_Folder.GetPath() + "\\";
-    for (int iRound = 0; iRound < 3; ++iRound) // by reading folders, from what that found, and from listings
+    for (int iRound = 0; iRound < 3; ++iRound)   // by reading folders, from what that found, and from listings
     {
         for (auto const & [szPath, szContents] : dRows)
         {
@@ -235,7 +238,7 @@ TEST_F(PlatformFiles, ListsAFolderInOneOrder)
     Link("loop", "loop");
     Link("nowhere", "dangling");
     EXPECT_EQ(List(m_Folder.GetPath()),
-        "_x2 a b3 A.txt5 a.txt5 B.TXT5 b.txt5 ->link5 ->linked sub/ pipe! Sub/ Zz2 z\xC3\xA4 4");
+        "_x2 a b3 A.txt5 a.txt5 B.TXT5 b.txt5 ->link5 ->linked sub/ pipe! Sub/ un\\reachable? Zz2 z\xC3\xA4 4");
     EXPECT_EQ(List(m_Folder.GetPath() + "\\sub"), "");
     EXPECT_EQ(List(m_Folder.Join("b.txt")), "unreadable");
     EXPECT_EQ(List(m_Folder.Join("none")), "unreadable");
@@ -305,7 +308,7 @@ TEST_F(PlatformFiles, OpensStreamsByAnySpellingAndCreatesByItsOwn)
         char const * szPath;
         char const * szMode;
         char const * szFile;
-        char const * szContents; // after writing "new", or null if the stream must not open
+        char const * szContents;   // after writing "new", or null if the stream must not open
     };
     for (Row_s const & Row : { Row_s{ "logs\\old.log", "a", "Logs/Old.log", "old\nnew" },
              Row_s{ "logs\\old.log", "wx", "Logs/Old.log", nullptr },

@@ -1,6 +1,7 @@
 #include "tests/test_support.h"
 
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -10,7 +11,7 @@
 #include <iterator>
 #include <mutex>
 #include <random>
-#include <regex>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -81,8 +82,10 @@ namespace
     DialogScript_c * g_pScript = nullptr;
 }
 
+// What the collecting takes must not count under the category of the code under test.
 void LogCaptureListener(char const * szText)
 {
+    MemCategoryScope_c const Category(mem::Tools);
     std::lock_guard const Scope(g_Lock);
     if (g_pCapture)
     {
@@ -97,7 +100,7 @@ LogCapture_c::LogCapture_c()
         std::lock_guard const Scope(g_Lock);
         g_pCapture = this;
     }
-    LogText(""); // shows whether the listener is still there: LogDone drops it
+    LogText("");   // shows whether the listener is still there: LogDone drops it
     if (GetLines().empty())
     {
         LogAddCallback(LogCaptureListener);
@@ -146,19 +149,44 @@ void LogCapture_c::Clear()
     m_dLines.clear();
 }
 
+namespace
+{
+    std::string g_sHeapReports;
+}
+
+HeapReports_c::HeapReports_c()
+    : m_fnFormer(plat::HeapReportSet([](char const * szText) { g_sHeapReports += szText; }))
+{}
+
+HeapReports_c::~HeapReports_c()
+{
+    plat::HeapReportSet(m_fnFormer);
+}
+
+std::string HeapReports_c::Take()
+{
+    return std::exchange(g_sHeapReports, "");
+}
+
 std::string FailedConditions(std::function<void()> const & fnCall)
 {
     LogCapture_c const Log;
     DialogScript_c const Ignore;
     fnCall();
     std::string sConditions;
-    std::regex const Form("Assert(?:Ex)? failed, (.*?), [^ ]*\\.(?:cpp|inl|h), .*");
     for (std::string const & sLine : Log.GetLines())
     {
-        std::smatch Match;
-        if (std::regex_match(sLine, Match, Form))
+        std::size_t const iFailed = sLine.find(" failed, ");
+        std::size_t iFile = std::string::npos;   // behind the condition stands the source file
+        for (char const * szEnd : { ".cpp, ", ".inl, ", ".h, " })
         {
-            sConditions += (sConditions.empty() ? "" : " & ") + Match[1].str();
+            iFile = std::min(iFile, sLine.find(szEnd));
+        }
+        if (sLine.starts_with("Assert") && iFailed <= sizeof "AssertEx" && iFile != std::string::npos)
+        {
+            std::size_t const iCondition = iFailed + sizeof " failed, " - 1;
+            std::string const sCondition = sLine.substr(iCondition, sLine.rfind(", ", iFile) - iCondition);
+            sConditions += (sConditions.empty() ? "" : " & ") + sCondition;
         }
     }
     return sConditions;
@@ -166,6 +194,7 @@ std::string FailedConditions(std::function<void()> const & fnCall)
 
 plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog)
 {
+    MemCategoryScope_c const Category(mem::Tools);
     std::lock_guard const Scope(g_Lock);
     DialogScript_c & Script = *g_pScript;
     Script.m_dShown.push_back(

@@ -2,6 +2,7 @@
 // dialogs that were shown.
 #pragma once
 
+#include "platform/debugheap.h"
 #include "platform/dialog.h"
 
 #include <functional>
@@ -80,6 +81,22 @@ private:
 
     std::vector<std::string> m_dLines;
     LogCapture_c * m_pOuter;
+};
+
+/// Collects the heap's reports during a scope. One at a time.
+class HeapReports_c
+{
+public:
+    HeapReports_c();
+    ~HeapReports_c();
+    HeapReports_c(HeapReports_c const &) = delete;
+    HeapReports_c & operator=(HeapReports_c const &) = delete;
+
+    /// What was reported since the last call.
+    std::string Take();
+
+private:
+    plat::HeapReport_t m_fnFormer;
 };
 
 /// The conditions of the assertions that fail in a call, joined by " & "; each is ignored.

@@ -3,6 +3,8 @@
 #include "zqcore/ccallback.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
+#include "zqcore/crandom_internal.h"
+#include "zqcore/cserializer.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctimer.h"
 
@@ -39,7 +41,7 @@ namespace
         wchar_t * const pBackslash = std::wcsrchr(wszPath, L'\\');
         if (wchar_t * const pCut = std::max(pSlash, pBackslash))
         {
-            *pCut = L'\0';
+            pCut[pCut == wszPath ? 1 : 0] = L'\0';   // the root keeps its separator
         }
         plat::ProcessSetCurrentFolder(wszPath);
     }
@@ -88,6 +90,8 @@ void AppMiscShutdown()
     g_AddSubfolderCallbacker.Reset();
     g_ResourceLoadCallbacker.Reset();
     g_WarningsCallbacker.Reset();
+    RandomFreeSeedList();
+    SerializerListFree();
     ExceptionDone();
     LogDone();
 }

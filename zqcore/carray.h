@@ -2,8 +2,8 @@
 //
 // Array_T<T, GROW, 0> keeps its elements on the heap: no storage before the first Add, then GROW elements, doubled
 // whenever the length would reach the capacity, and never shrunk but by Reset. StaticArrayLenTraits_T keeps them in
-// place. In spite of its name a SortedArray_T keeps no order by itself: it is sorted when Sort is called. Storage counts
-// under the memory category of the moment. No lock; elements move when the array grows.
+// place. In spite of its name a SortedArray_T keeps no order by itself: it is sorted when Sort is called. Storage
+// counts under the memory category of the moment. No lock; elements move when the array grows.
 #pragma once
 
 #include "zqcore/cdebug.h"
@@ -75,7 +75,7 @@ public:
     bool IsEmpty() const { return this->iLength == 0; }
 
     /// Sorts the elements from iStart to iEnd; a negative bound counts from the end (0 and -1: all). The comparator
-    /// gets two elements, and a positive result puts the first one ahead: `a - b` sorts in descending order. Not stable.
+    /// gets two elements; a positive result puts the first one ahead: `a - b` sorts in descending order. Not stable.
     template <typename COMPARE>
     void Sort(COMPARE Compare, int iStart, int iEnd);
 

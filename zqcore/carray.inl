@@ -39,7 +39,8 @@ T * ArrayTraits_T<T, GROW, UNUSED>::Allocate(int nElements)
     auto const nCount = static_cast<std::size_t>(nElements);
     if constexpr (std::is_pointer_v<T>)
     {
-        return static_cast<T *>(aligned_malloc_dbg(nCount * sizeof(T), 1, MEMORY_NORMAL_BLOCK, __FILE__, __LINE__));
+        auto const iWord = static_cast<int>(MemoryBlockWord(MEMORY_CLIENT_BLOCK));   // the category of the moment
+        return static_cast<T *>(aligned_malloc_dbg(nCount * sizeof(T), 1, iWord, __FILE__, __LINE__));
     }
     else
     {

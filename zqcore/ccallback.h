@@ -114,7 +114,7 @@ extern ZQ_API Callbacker_T<char const *> g_FileTrackChangesCallbacker;
 extern ZQ_API Callbacker_T<char const *> g_AddSubfolderCallbacker;  // a folder is about to be scanned; forced
 extern ZQ_API Callbacker_T<char const *> g_ResourceLoadCallbacker;  // ResourceLoadReportCall
 extern ZQ_API Callbacker_T<char const *> g_WarningsCallbacker;      // the text of a Warning or Achtung
-extern ZQ_API Callbacker_T<char const *> g_FileOpenCallbacker;      // a file is opened on disk; its location
+extern ZQ_API Callbacker_T<char const *> g_FileOpenCallbacker;      // a file opened, with g_bCollectResource; location
 
 template <typename T>
 void CallbackerBase_T<T>::Add(Function_t fn, bool bExclusive)
@@ -159,6 +159,7 @@ void CallbackerBase_T<T>::Walk(bool bForce, ARGS... Args)
     {
         return;
     }
+    bool const bChangedBefore = m_bChanged;   // inside a forced firing: known to the outer one, which must end too
     m_bChanged = false;
     m_bFiring = true;
     for (Link_T<Entry_s> * pNode = pHead; pNode; pNode = pNode->pNext)
@@ -170,5 +171,6 @@ void CallbackerBase_T<T>::Walk(bool bForce, ARGS... Args)
             break;
         }
     }
+    m_bChanged = m_bChanged || bChangedBefore;
     m_bFiring = false;
 }

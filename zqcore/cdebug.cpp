@@ -107,7 +107,7 @@ namespace
     }
 }
 
-void DebugBreak()
+void DebuggerBreakHere()
 {
     plat::DebuggerBreak();
 }

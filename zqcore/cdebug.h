@@ -29,7 +29,7 @@
     { \
         if (!(condition) && DebugMessages_c::Get().DebugAssert(__FILE__, __LINE__, szText)) \
         { \
-            DebugBreak(); \
+            DebuggerBreakHere(); \
         } \
     } while (false)
 
@@ -43,14 +43,15 @@ extern ZQ_API bool g_bEnableWarnings;
 extern ZQ_API bool g_isAborting;
 
 /// Logs the text and asks the developer: Abort ends the process with a crash, Retry breaks into the debugger, Ignore
-/// goes on. In silent mode the process ends with status 1. A complaint raised inside another one is dropped.
+/// goes on. In silent mode the process ends with status 1. An assertion that fails while another one is handled is
+/// dropped.
 ZQ_API void AssertFailed(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the text and fires g_WarningsCallbacker; shows a dialog only after SetWarnings(true).
 ZQ_API void Warning(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Logs the text, fires g_WarningsCallbacker and shows a dialog, unless one of the last 16 different texts was the same.
-/// In silent mode the process ends with status 1, unless SetAchtungs(false).
+/// Logs the text, fires g_WarningsCallbacker and shows a dialog, unless one of the last 16 different texts was the
+/// same. In silent mode the process ends with status 1. After SetAchtungs(false) it only logs and fires.
 ZQ_API void Achtung(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs and shows the text and ends the process with a crash.
@@ -61,7 +62,7 @@ ZQ_API void SetWarnings(bool bEnable);
 ZQ_API void SetAchtungs(bool bEnable);
 
 /// Breaks into the debugger; without one the process crashes here.
-ZQ_API void DebugBreak();
+ZQ_API void DebuggerBreakHere();
 
 /// Complaints with a location, shown with a stack trace. One instance; a dialog's Cancel ends the process, and no
 /// further dialog of this class appears while it does.

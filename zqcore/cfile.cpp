@@ -6,6 +6,7 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
 
+#include <atomic>
 #include <climits>
 
 bool g_bFileReadDisabled = false;
@@ -50,7 +51,7 @@ namespace
 
     void MarkOpened(File_c & File)
     {
-        File.bOpened = true;
+        std::atomic_ref(File.bOpened).store(true, std::memory_order_relaxed);   // outside of the file's lock
         if (File.bDuplicate)
         {
             Achtung("Opened file '%s' is DUPLICATE, random bugs may occur. Fix your media.",
@@ -324,7 +325,7 @@ unsigned int FileStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsign
 {
     ZQ_ASSERT(m_hFile);
     std::uint64_t const nAsked = std::uint64_t{ iSize } * iCount;
-    auto const nBytes = static_cast<std::size_t>(nAsked < INT_MAX ? nAsked : INT_MAX); // no file here is longer
+    auto const nBytes = static_cast<std::size_t>(nAsked < INT_MAX ? nAsked : INT_MAX);   // no file here is longer
     return m_hFile ? static_cast<unsigned int>(plat::FileRead(m_hFile, pBuffer, nBytes)) : 0;
 }
 
@@ -384,13 +385,13 @@ bool FileOpen(File_c * pFile)
 {
     MemCategoryScope_c const Category(mem::file);
     ZQ_ASSERT(pFile);
-    if (!pFile || pFile->RefOpen() == 0)
+    bool const bOpen = pFile && pFile->RefOpen() != 0;
+    ZQ_ASSERT(!pFile || !pFile->sName.IsEmpty());
+    if (bOpen)
     {
-        return false;
+        MarkOpened(*pFile);
     }
-    ZQ_ASSERT(!pFile->sName.IsEmpty());
-    MarkOpened(*pFile);
-    return true;
+    return bOpen;
 }
 
 void FileClose(File_c * pFile)
@@ -414,7 +415,7 @@ void FileKill(File_c * pFile)
     ZQ_ASSERT_TEXT(pFile->GetOpensCount() == 0, "pFile->m_iOpensCount==0");
     bool const bRegistered = g_sFileObjects.FindByName(pFile->sName) == pFile;
     ZQ_ASSERT_TEXT(bRegistered, "g_sFileObjects.DeleteByName(pFile->sName)");
-    delete pFile; // which takes it out of the table
+    delete pFile;   // which takes it out of the table
 }
 
 // Lookups allocate nothing, so they select no category.

@@ -5,7 +5,7 @@
 // frees the block; all readers share it. A File_c * stays valid across open and close, until FileKill, FileResetFiles,
 // FileReset or the module's shutdown. Load and FileStored_c read from the disk and leave the block alone.
 //
-// Names: case does not matter, `/` and `\` both separate, and a folder in front of a bare name that is known is ignored.
+// Names: case does not matter, `/` and `\` both separate, and a folder in front of a known bare name is ignored.
 // Threads: the table of files belongs to the main thread; the block and the count of a file are guarded by its lock, so
 // a file that is found may be opened and closed on any thread.
 // Sizes: a file of 2 GiB or more is known by the low 32 bits of its size, and opening it is refused with a log line.
@@ -50,7 +50,7 @@ public:
 
     /// Reads the whole file, with null into its own block, else into a buffer of iLength bytes. Tells whether the own
     /// block is resident: a read into a buffer gives false though the bytes arrived, unless they could be copied from
-    /// the block. A file that outgrew the caller's buffer is not read; iLength then has the new size. Takes no reference.
+    /// the block. A file that outgrew the caller's buffer is not read; iLength then has the new size. No reference.
     virtual bool Open(void * pBuffer) = 0;
 
     /// Frees the block; the count stays.
@@ -62,16 +62,16 @@ public:
     /// References to the block.
     int GetOpensCount() const { return m_iOpensCount; }
 
-    unsigned char * pData = nullptr;       // the contents while resident; not terminated
-    int iLength = 0;                       // bytes: the low 32 bits of the file's size when it was last seen
-    Key_t sName;                           // key in g_sFileObjects, lower case
-    String_T<256> const * pPath = nullptr; // folder, an entry of g_sPaths; null: sName alone is the location
-    plat::FileTime_t ftCreationTime = 0;   // 100-nanosecond ticks since 1601
-    bool bOpened = false;                  // was opened once, or streamed
-    bool bDuplicate = false;               // another file of this key was met and dropped
-    plat::FileTime_t ftLastWriteTime = 0;  // as ftCreationTime
-    int iReads = 0;                        // reads of the disk, for statistics
-    String_T<256> sRequestedName;          // see GetFileName
+    unsigned char * pData = nullptr;         // the contents while resident; not terminated
+    int iLength = 0;                         // bytes: the low 32 bits of the file's size when it was last seen
+    Key_t sName;                             // key in g_sFileObjects, lower case
+    String_T<256> const * pPath = nullptr;   // folder, an entry of g_sPaths; null: sName alone is the location
+    plat::FileTime_t ftCreationTime = 0;     // 100-nanosecond ticks since 1601
+    bool bOpened = false;                    // was opened once, or streamed
+    bool bDuplicate = false;                 // another file of this key was met and dropped
+    plat::FileTime_t ftLastWriteTime = 0;    // as ftCreationTime
+    int iReads = 0;                          // reads of the disk, for statistics
+    String_T<256> sRequestedName;            // see GetFileName
 
 protected:
     File_c() = default;
@@ -94,7 +94,7 @@ private:
 
     int m_iOpensCount = 0;
     plat::Lock_c m_Lock;
-    bool m_bLost = false; // pData is null though the count is not 0
+    bool m_bLost = false;   // pData is null though the count is not 0
 };
 
 /// A file of a folder.
@@ -169,7 +169,7 @@ ZQ_API bool FileOpen(File_c * pFile);
 /// Gives one reference back. Null does nothing.
 ZQ_API void FileClose(File_c * pFile);
 
-/// Removes and destroys an object without references.
+/// Removes and destroys an object without references. One that is not in the table fails an assertion, and goes too.
 ZQ_API void FileKill(File_c * pFile);
 
 /// The file of that bare name, or null. Opens nothing and asks no disk; nor does FileExists. A key with a folder is not

@@ -5,7 +5,7 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cfilename.h"
 
-inline constexpr int FOLDED_LENGTH = 255; // characters of a caller's path that count
+inline constexpr int FOLDED_LENGTH = 255;   // characters of a caller's path that count
 
 /// Copies up to nMax characters in lower case and with `\` for `/`, and terminates; the characters copied.
 inline int FoldText(char * szTo, char const * szFrom, int nMax)
@@ -54,12 +54,16 @@ class FoldedName_c
 public:
     explicit FoldedName_c(char const * szPath)
     {
-        char const * const szBare = szPath ? PathFileName(szPath) : "";
-        int const n = FoldText(m_szText, szBare, FOLDED_LENGTH);
-        if (szBare[n] || (szPath && szBare + n - szPath > FOLDED_LENGTH))
+        szPath = szPath ? szPath : "";
+        char const * const szBare = PathFileName(szPath);
+        std::size_t const nBare = std::strlen(szBare);
+        if (szBare + nBare - szPath > FOLDED_LENGTH)
         {
-            StrCopy(m_szText, FoldedPath_c(szPath).GetBare(), sizeof m_szText); // a path that is cut
+            StrCopy(m_szText, FoldedPath_c(szPath).GetBare(), sizeof m_szText);   // a path that is cut
+            return;
         }
+        CopyToLower(m_szText, szBare, nBare);
+        m_szText[nBare] = '\0';
     }
 
     operator char const *() const { return m_szText; }
@@ -100,13 +104,13 @@ private:
 extern FileExcludes_c g_sExcludedFolders;
 extern FileExcludes_c g_sExcludedFiles;
 
-extern String_T<256> g_sMediaPath;     // media root as the application set it; empty: to be discovered
-extern String_T<256> g_sCurrentConfig; // the folder below `_configdependeddata` that a scan enters
-extern String_T<256> g_sMediaTemplate; // name pattern of the packs
-extern bool g_bSplit;                  // the split filter works
-extern String_T<256> g_sSplitLocation; // the folder that holds one folder for each game
-extern String_T<256> g_sGameFolder;    // the current game's, with `\`
-extern String_T<256> g_sSplitGame;     // location and game folder
+extern String_T<256> g_sMediaPath;       // media root as the application set it; empty: to be discovered
+extern String_T<256> g_sCurrentConfig;   // the folder below `_configdependeddata` that a scan enters
+extern String_T<256> g_sMediaTemplate;   // name pattern of the packs
+extern bool g_bSplit;                    // the split filter works
+extern String_T<256> g_sSplitLocation;   // the folder that holds one folder for each game
+extern String_T<256> g_sGameFolder;      // the current game's, with `\`
+extern String_T<256> g_sSplitGame;       // location and game folder
 
 /// Whether the split keeps a scan out of a folder, given in lower case and with `\` at its end.
 bool FileSplitExcludes(String_T<256> const & sSub);
@@ -121,6 +125,6 @@ struct FileOpenTrack_t
     String_T<260> sName;
 };
 
-inline constexpr int FILE_OPEN_TRACKS = 256; // handles beyond are not listed
+inline constexpr int FILE_OPEN_TRACKS = 256;   // handles beyond are not listed
 extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
-extern int g_iMaxOpenFiles; // open handles that raise no warning
+extern int g_iMaxOpenFiles;   // open handles that raise no warning

@@ -9,11 +9,11 @@ SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN
 
 namespace
 {
-    constexpr int LIMIT_STEP = 10; // open handles from one warning to the next
+    constexpr int LIMIT_STEP = 10;   // open handles from one warning to the next
 
-    constinit plat::Lock_c g_TrackerLock;           // guards the list, its limit and the count below
-    int g_nUnlisted = 0;                            // open handles that found no room in the list
-    ZQ_THREAD_LOCAL bool g_bTrackerDumping = false; // logging may open files: this thread's calls are ignored
+    constinit plat::Lock_c g_TrackerLock;             // guards the list, its limit and the count below
+    int g_nUnlisted = 0;                              // open handles that found no room in the list
+    ZQ_THREAD_LOCAL bool g_bTrackerDumping = false;   // logging may open files: this thread's calls are ignored
 
     bool IsValid(void const * hFile)
     {

@@ -12,8 +12,8 @@
 ZQ_API void FileSetMediaTemplate(char const * sTemplate);
 ZQ_API String_T<256> FileGetMediaTemplate();
 
-/// Lets scans enter, of the folders directly in sLocation, the current game's only. sLocation begins and ends with `\`
-/// and is lower case, as is the game; one that does not is reported and not taken over. Null ends the split.
+/// Lets scans enter, of the folders directly in sLocation, the current game's only. Both are to be lower case. A
+/// location that does not begin and end with `\` is reported and not taken over. Null ends the split.
 ZQ_API void FileSetSplit(char const * sLocation);
 
 /// The media root without `\` at its end: the one that was set, whether it exists or not; else the machine's registry
@@ -32,7 +32,7 @@ ZQ_API bool FileIsAddon();
 extern ZQ_API bool g_bAddon;
 
 /// Brings the file system up and down. Initialize takes the game from the command line and scans the media root;
-/// Shutdown empties the tables and the exclude lists. The settings above stay. Needs ModuleLog_c.
+/// Shutdown empties the tables, the exclude lists and g_FileOpenCallbacker. The settings above stay. Needs ModuleLog_c.
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:

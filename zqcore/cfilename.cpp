@@ -1,18 +1,14 @@
 #include "zqcore/cfilename.h"
 
+#include <algorithm>
 #include <cstring>
 
 char const * PathFileName(char const * szPath)
 {
-    char const * pName = szPath;
-    for (char const * p = szPath; *p; ++p)
-    {
-        if (*p == '/' || *p == '\\' || (*p == ':' && p == szPath + 1))
-        {
-            pName = p + 1;
-        }
-    }
-    return pName;
+    char const * const pSlash = std::strrchr(szPath, '/');
+    char const * const pBackslash = std::strrchr(szPath, '\\');
+    char const * const pBehindDrive = szPath[0] && szPath[1] == ':' ? szPath + 2 : szPath;
+    return std::max({ pSlash ? pSlash + 1 : szPath, pBackslash ? pBackslash + 1 : szPath, pBehindDrive });
 }
 
 String_T<256> FileName_c::Piece(char const * pFrom, char const * pTo) const

@@ -23,7 +23,7 @@ namespace
     // A folder of which only the current configuration's subfolder is entered.
     constexpr char const * CONFIG_MARKER = "media\\_configdependeddata\\";
 
-    bool g_bOverflowSaid = false; // of the table of files; never again
+    bool g_bOverflowSaid = false;   // of the table of files; never again
 
     // Enters a copy; null if the table has it already or takes no more.
     String_T<256> const * AddPath(char const * szPath)
@@ -40,7 +40,7 @@ namespace
     // Destroys an object that never got its key into the table.
     void Discard(File_c * pFile)
     {
-        pFile->sName = ""; // the key may be another object's
+        pFile->sName = "";   // the key may be another object's
         delete pFile;
     }
 
@@ -79,8 +79,8 @@ namespace
         struct Folder_s
         {
             String_T<256> const & sPath;
-            String_T<256> const * pPath; // its entry in g_sPaths; null if that is full
-            char const * szKeyFolder;    // what stands in front of the names in keys
+            String_T<256> const * pPath;   // its entry in g_sPaths; null if that is full
+            char const * szKeyFolder;      // what stands in front of the names in keys
         };
 
         void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, String_T<256> & sSibling);
@@ -90,7 +90,7 @@ namespace
         bool WasEntered(char const * szPath) const;
 
         bool m_bRecursive, m_bRelativeNames;
-        String_T<256> m_sRoot; // media root in the form of g_sPaths, for relative names
+        String_T<256> m_sRoot;   // media root in the form of g_sPaths, for relative names
         Array_T<plat::FolderIdentity_t, 64, 0> m_dEntered;
     };
 
@@ -110,7 +110,7 @@ namespace
 
     void FolderScan_c::Scan(String_T<256> const & sPath)
     {
-        String_T<256> const * const pAdded = AddPath(sPath);
+        AddPath(sPath);
         g_AddSubfolderCallbacker.Fire(sPath, true);
         plat::FolderListing_c Listing;
         if (!Listing.Read(sPath))
@@ -120,7 +120,7 @@ namespace
         }
         m_dEntered.Add(Listing.GetIdentity());
 
-        Folder_s const Folder{ sPath, pAdded ? pAdded : g_sPaths.FindByName(sPath), KeyFolder(sPath) };
+        Folder_s const Folder{ sPath, g_sPaths.FindByName(sPath), KeyFolder(sPath) };
         String_T<256> sSibling;
         for (std::size_t i = 0; i < Listing.GetCount(); ++i)
         {
@@ -150,7 +150,8 @@ namespace
     // Says no, with a log line, to what can't be entered.
     bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
     {
-        char const * const szWhy = !IsUtf8(Entry.szName)                           ? "its name is not UTF-8"
+        char const * const szWhy = !Entry.bReachable                               ? "its name holds a '\\'"
+                                   : !IsUtf8(Entry.szName)                         ? "its name is not UTF-8"
                                    : !Entry.Facts.bFolder && !Entry.Facts.bRegular ? "it is no regular file"
                                                                                    : nullptr;
         if (szWhy)
@@ -198,8 +199,9 @@ namespace
         bool const bTwin = sSub == sSibling;
         if (bTwin || (Entry.bLink && WasEntered(sSub)))
         {
-            Log("filesystem: skipping \"%s%s\", %s", static_cast<char const *>(Folder.sPath), Entry.szName,
-                bTwin ? "it differs from another folder in case only" : "it is a link to a folder of this scan");
+            Log(bTwin ? "filesystem: \"%s%s\" differs from another folder in case only, one of them is not entered"
+                      : "filesystem: skipping \"%s%s\", it is a link to a folder of this scan",
+                static_cast<char const *>(Folder.sPath), Entry.szName);
             return;
         }
         sSibling = sSub;
@@ -238,11 +240,17 @@ namespace
         return szPath + m_sRoot.Length();
     }
 
-    /// False, with a log line, for a relative key that does not fit.
+    /// False, with a log line, for a name that no lookup finds and for a relative key that does not fit.
     bool FolderScan_c::MakeKey(Folder_s const & Folder, char const * szName, File_c::Key_t & sKey) const
     {
         if (!Folder.szKeyFolder[0])
         {
+            if (szName[0] && szName[1] == ':')   // a lookup would take it for a drive
+            {
+                Log("filesystem: skipping \"%s%s\", its name begins like a drive",
+                    static_cast<char const *>(Folder.sPath), szName);
+                return false;
+            }
             MakeBareKey(szName, sKey);
             return true;
         }
@@ -553,7 +561,7 @@ bool FileResetFiles(char const * sPath)
     FoldedPath_c sPrefix(sPath);
     if (!sPath || sPrefix.IsCut() || !sPrefix.AppendSeparator())
     {
-        return false; // no folder is that long
+        return false;   // no folder is that long
     }
     bool const bFiles = ResetFilesBelow(sPrefix);
     bool const bPaths = ResetPathsBelow(sPrefix);
@@ -569,7 +577,7 @@ void FileReset()
     }
     while (!g_dOrphans.IsEmpty())
     {
-        delete g_dOrphans[g_dOrphans.GetLength() - 1]; // which leaves the list
+        delete g_dOrphans[g_dOrphans.GetLength() - 1];   // which leaves the list
     }
     for (PathTable_t::Slot_s * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
     {
@@ -583,6 +591,7 @@ void FileReset()
     g_dOrphanPaths.Reset();
     g_sFileObjects.Reset();
     g_sPaths.Reset();
+    plat::SpellingsForget();
 }
 
 int FileGetDirectoryFiles(char const * sPath, File_c ** const dFiles, int iMax)

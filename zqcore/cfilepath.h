@@ -5,10 +5,11 @@
 // is depth first and by name, the same on every machine; the other is dropped with a log line. Nothing overlays.
 //
 // Folders are kept in lower case with `\`, also at the end. A scan never opens a file and never runs in circles. It
-// passes over, with a log line: names that are not UTF-8; pipes, sockets and devices; folders that can't
-// be read, differ from another one in case only, or whose path takes more than 255 characters; and a folder that a link
-// leads to, if the scan has been there. A bare name of more than 127 characters is cut, so that it can't be opened, and
-// a file of 2 GiB or more can't be opened either; both are logged.
+// passes over, with a log line: names that are not UTF-8 or hold a `\`, and bare names that begin like a drive, as
+// `a:b` does; pipes, sockets and devices; folders that can't be read, or whose path takes more than 255 characters; one
+// of two folders that differ in case only; and a folder that a link leads to, if the scan has been there. Links to
+// nothing are not seen. A bare name of more than 127 characters is cut, so that it can't be opened, and a file of 2 GiB
+// or more can't be opened either; both are logged.
 //
 // All of this belongs to the main thread.
 #pragma once
@@ -33,8 +34,8 @@ ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativ
 ZQ_API void FileRemoveSearchPath(char const * sPath, bool bUnused);
 
 /// Forgets all files and folders below a path, which is any prefix that ends at a separator, after closing each file
-/// once. A file that others hold open can't be found any more, but lives, and knows its folder, until FileKill or
-/// FileReset. Whether anything was removed.
+/// once. A file that others hold open can't be found any more, but lives, and knows its folder, until FileReset.
+/// Whether anything was removed.
 ZQ_API bool FileResetFiles(char const * sPath);
 
 /// Destroys all files and forgets all folders. No file may be in use.

@@ -131,13 +131,15 @@ std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::v
 
 std::size_t FormatLinePrefix(char * szOut, float tPassed, int iFrame)
 {
-    if (!(tPassed >= 0.0f && tPassed < FIXED_LIMIT) || iFrame < 0)
+    if (std::signbit(tPassed) || !(tPassed < FIXED_LIMIT) || iFrame < 0)
     {
         int const n = std::snprintf(szOut, LINE_PREFIX_SIZE, "%8.3f\t%i\t", static_cast<double>(tPassed), iFrame);
         return static_cast<std::size_t>(n);
     }
-    // A float times 1000 is exact in a double, so the rounding is printf's.
-    auto const nMilliseconds = static_cast<std::uint64_t>(std::nearbyint(static_cast<double>(tPassed) * 1000.0));
+    // A float times 1000 is exact in a double. Adding 1.5 times 2 to the 52nd leaves no room for a fraction, and rounds
+    // to even as printf does.
+    constexpr double SHIFT = 6755399441055744.0;
+    auto const nMilliseconds = static_cast<std::uint64_t>(static_cast<double>(tPassed) * 1000.0 + SHIFT - SHIFT);
     char szDigits[LINE_PREFIX_SIZE];
     char * const pEnd = szDigits + LINE_PREFIX_SIZE;
     char * p = pEnd;

@@ -73,13 +73,17 @@ class StringHash_T
 public:
     using Key_t = String_T<KEYLEN>;
 
-    struct Slot_s
+    /// One line of the processor's cache. A key that fits is copied into it, so that a lookup touches no object.
+    struct alignas(64) Slot_s
     {
+        static constexpr int KEY_ROOM = 64 - 2 * static_cast<int>(sizeof(void *)) - 9;
+
         T * pObject = nullptr;            // null in a free or deleted slot
-        Key_t const * pName = nullptr;    // lives as long as the entry; usually a part of the object
+        Key_t const * pName = nullptr;    // lives, unchanged, as long as the entry; usually a part of the object
         std::uint32_t iHash = 0;
         std::uint32_t iIndexHash = 0;
         bool bDeleted = false;
+        char szKey[KEY_ROOM] = {};        // the key, if it is shorter
     };
 
     static constexpr int iMask = SIZE - 1;
@@ -87,8 +91,8 @@ public:
 
     constexpr StringHash_T() = default;
 
-    /// Adds an object under a name, which is kept as a pointer; a HashAdd_e. A deleted slot on the way is taken at once,
-    /// so a key that stands further along the chain is not seen.
+    /// Adds an object under a name, which is kept as a pointer; a HashAdd_e. A deleted slot on the way is taken at
+    /// once, so a key that stands further along the chain is not seen.
     int Add(T * pObject, Key_t const * pName);
 
     /// The object of that name, exact case, or null.
@@ -114,8 +118,13 @@ private:
     void Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::uint32_t iHash);
     void RebuildIndex();
 
+    bool IsTaken(int i) const { return (m_dTaken[i / 32] >> (i % 32)) & 1; }
+    static bool HasKey(Slot_s const & Slot, char const * szName, std::size_t nLength);
+
     Slot_s m_dSlots[SIZE] = {};
+    std::uint32_t m_dTaken[SIZE / 32 + 1] = {};   // a bit for each slot that has an object
     NameIndex_T<SIZE * 2> m_Index;
+    bool m_bUsed = false;    // since the last Reset
     bool m_bTwins = false;   // a key may stand twice, the earlier in its chain hiding the later
 };
 

@@ -53,18 +53,18 @@ void NameIndex_T<ENTRIES>::Reset()
 template <typename T, int KEYLEN, int SIZE, int STEP>
 int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(T * pObject, Key_t const * pName)
 {
+    Slot_s const * const pPresent = Find(*pName);
     std::uint32_t const iHash = StringHashOf(*pName);
     int i = static_cast<int>(iHash) & iMask;
     for (int iProbe = 0; iProbe < iMaxProbes; ++iProbe, i = (i + STEP) & iMask)
     {
-        Slot_s & Slot = m_dSlots[i];
-        if (Slot.bDeleted || !Slot.pObject)
+        if (!IsTaken(i))
         {
-            m_bTwins = m_bTwins || (Slot.bDeleted && Find(*pName));
-            Store(Slot, pObject, pName, iHash);
+            m_bTwins = m_bTwins || pPresent;
+            Store(m_dSlots[i], pObject, pName, iHash);
             return HASH_ADDED;
         }
-        if (Slot.iHash == iHash && std::strcmp(*Slot.pName, *pName) == 0)
+        if (pPresent == &m_dSlots[i])
         {
             return HASH_PRESENT;
         }
@@ -75,13 +75,22 @@ int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(T * pObject, Key_t const * pName)
 template <typename T, int KEYLEN, int SIZE, int STEP>
 void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::uint32_t iHash)
 {
-    std::uint32_t const iIndexHash = NameIndexHash(*pName, std::strlen(*pName));
+    std::size_t const nLength = std::strlen(*pName);
+    std::uint32_t const iIndexHash = NameIndexHash(*pName, nLength);
     if (m_Index.IsCrowded())
     {
         RebuildIndex();
     }
-    Slot = Slot_s{ pObject, pName, iHash, iIndexHash, false };
-    m_Index.Insert(iIndexHash, static_cast<int>(&Slot - m_dSlots));
+    auto const iSlot = static_cast<int>(&Slot - m_dSlots);
+    m_Index.Insert(iIndexHash, iSlot);
+    m_dTaken[iSlot / 32] |= 1u << (iSlot % 32);
+    m_bUsed = true;
+    Slot.pObject = pObject;
+    Slot.pName = pName;
+    Slot.iHash = iHash;
+    Slot.iIndexHash = iIndexHash;
+    Slot.bDeleted = false;
+    StrCopy(Slot.szKey, *pName, Slot_s::KEY_ROOM);
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
@@ -107,10 +116,16 @@ auto StringHash_T<T, KEYLEN, SIZE, STEP>::Find(char const * szName) const -> Slo
         return nullptr;
     }
     std::uint32_t const iIndexHash = NameIndexHash(szName, nLength);
-    int const iSlot = m_Index.Find(iIndexHash, [&](int i) {
-        return m_dSlots[i].iIndexHash == iIndexHash && std::memcmp(*m_dSlots[i].pName, szName, nLength + 1) == 0;
-    });
+    int const iSlot = m_Index.Find(iIndexHash,
+        [&](int i) { return m_dSlots[i].iIndexHash == iIndexHash && HasKey(m_dSlots[i], szName, nLength); });
     return iSlot < 0 ? nullptr : const_cast<Slot_s *>(&m_dSlots[iSlot]);
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+bool StringHash_T<T, KEYLEN, SIZE, STEP>::HasKey(Slot_s const & Slot, char const * szName, std::size_t nLength)
+{
+    char const * const szKey = nLength < Slot_s::KEY_ROOM ? Slot.szKey : static_cast<char const *>(*Slot.pName);
+    return std::memcmp(szKey, szName, nLength + 1) == 0;
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
@@ -160,7 +175,9 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Delete(Slot_s * pSlot)
 {
     if (pSlot->pObject)
     {
-        m_Index.Remove(pSlot->iIndexHash, static_cast<int>(pSlot - m_dSlots));
+        auto const iSlot = static_cast<int>(pSlot - m_dSlots);
+        m_Index.Remove(pSlot->iIndexHash, iSlot);
+        m_dTaken[iSlot / 32] &= ~(1u << (iSlot % 32));
         pSlot->bDeleted = true;
         pSlot->pObject = nullptr;
     }
@@ -169,23 +186,27 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Delete(Slot_s * pSlot)
 template <typename T, int KEYLEN, int SIZE, int STEP>
 auto StringHash_T<T, KEYLEN, SIZE, STEP>::FirstFrom(Slot_s * pSlot) -> Slot_s *
 {
-    for (; pSlot < m_dSlots + SIZE; ++pSlot)
+    auto i = static_cast<int>(pSlot - m_dSlots);
+    while (i < SIZE && !IsTaken(i))
     {
-        if (pSlot->pObject)
-        {
-            return pSlot;
-        }
+        ++i;
     }
-    return nullptr;
+    return i < SIZE ? &m_dSlots[i] : nullptr;
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
 void StringHash_T<T, KEYLEN, SIZE, STEP>::Reset()
 {
+    if (!m_bUsed)
+    {
+        return;   // leave the pages alone
+    }
     for (Slot_s & Slot : m_dSlots)
     {
         Slot = Slot_s{};
     }
+    m_bUsed = false;
+    std::memset(m_dTaken, 0, sizeof m_dTaken);
     m_Index.Reset();
     m_bTwins = false;
 }

@@ -50,7 +50,7 @@ namespace
         std::size_t nLength = FormatLinePrefix(szLine, static_cast<float>(longTimeGetPassed()), g_iLogFrameCounter);
         nLength += StrCopy(szLine + nLength, szText, LINE_SIZE);
         szLine[nLength++] = '\n';
-        std::fwrite(szLine, 1, nLength, g_pMessageLogFile);   // unbuffered: one write to the system
+        plat::StreamWriteThrough(g_pMessageLogFile, szLine, nLength);   // the stream has no buffer
     }
 
     // Folder and name as one path, with the folder's levels created.

@@ -64,19 +64,13 @@ namespace
         return LookUpOwnStack();
     }
 
-    mem::Categories_e CategoryInWord(std::uint32_t dwWord)
-    {
-        std::uint32_t const iCategory = (dwWord >> MEMORY_CATEGORY_SHIFT) & MEMORY_CATEGORY_MASK;
-        return iCategory < mem::TOTAL ? static_cast<mem::Categories_e>(iCategory) : mem::UNDEFINED;
-    }
-
     // The category under which the hook counts a block.
     mem::Categories_e CountedCategory(std::uint32_t dwWord)
     {
         switch (dwWord & 0xFFFF)
         {
         case MEMORY_NORMAL_BLOCK: return mem::NORMAL_BLOCK;
-        case MEMORY_CLIENT_BLOCK: return CategoryInWord(dwWord);
+        case MEMORY_CLIENT_BLOCK: return MemoryCategoryInWord(dwWord);
         default: return mem::CRT;
         }
     }
@@ -122,6 +116,10 @@ namespace
             if (eEvent != plat::HeapEvent_e::Free)
             {
                 CountIn(eCategory, nNewBytes);
+                if (g_MemoryCounters.bNewLogEnabled)
+                {
+                    MemoryNewLogRecord(Block, eCategory, nNewBytes);
+                }
             }
         }
         bool const bNegative = g_MemoryCounters.dCount[eCategory] < 0 || g_MemoryCounters.dBytes[eCategory] < 0;
@@ -297,7 +295,7 @@ std::uint32_t MemoryBlockWord(int iBlockType)
     {
         plat::HeapReport("operator_new: %u is no kind of block\n", iKind);
     }
-    mem::Categories_e eCategory = iKind == MEMORY_NORMAL_BLOCK ? mem::UNDEFINED : CategoryInWord(dwWord);
+    mem::Categories_e eCategory = iKind == MEMORY_NORMAL_BLOCK ? mem::UNDEFINED : MemoryCategoryInWord(dwWord);
     if (g_MemoryInit && eCategory == mem::UNDEFINED)
     {
         MemCategoryStack_c const * const pStack = OwnStack();

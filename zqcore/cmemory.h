@@ -97,6 +97,10 @@ inline constexpr int MEMORY_CATEGORY_SHIFT = 16;
 inline constexpr std::uint32_t MEMORY_CATEGORY_MASK = 0x7FFF;
 inline constexpr std::uint32_t MEMORY_OBJECT_FLAG = 0x80000000u;
 
+/// The word that operator_new gives to a block asked for with this one: a client block of the word's category, or of
+/// the one on top of the thread's stack.
+ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
+
 /// `ZQ_NEW T(...)` takes a block of the current category that knows its file and line; free it with delete.
 #define ZQ_NEW new (MEMORY_CLIENT_BLOCK, __FILE__, __LINE__)
 
@@ -153,7 +157,7 @@ extern ZQ_API plat::Lock_c & g_CategoryLock;
 extern ZQ_API bool g_MemoryInit;
 
 /// An aligned block: the alignment is a power of 2, and (pointer + offset) is aligned. A bad alignment or offset is
-/// reported and gives null.
+/// reported and gives null. The word is kept as it stands, whatever the thread's stack says (see MemoryBlockWord).
 ZQ_API void * aligned_malloc_dbg(std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
 ZQ_API void * aligned_offset_malloc_dbg(std::size_t nSize, std::size_t nAlignment, std::size_t nOffset, int iBlockType,
     char const * sFile, int iLine);

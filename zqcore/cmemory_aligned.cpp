@@ -28,6 +28,11 @@ namespace
         return *reinterpret_cast<Header_s *>(iAddress - sizeof(Header_s));
     }
 
+    std::size_t AddressOf(void * p)
+    {
+        return reinterpret_cast<std::size_t>(p);
+    }
+
     bool IsPlainBlock(void * p)
     {
         std::uint32_t dwBefore;
@@ -85,6 +90,10 @@ void * aligned_offset_malloc_dbg(
     }
     void * const pUser = UserPointer(pBlock, nAlignment, nOffset);
     HeaderOf(pUser) = Header_s{ pBlock, GAP_FILL };
+    if (nOffset != 0)
+    {
+        std::memset(&HeaderOf(pUser) + 1, 0xBD, GapOf(nOffset));   // never what stands in front of a plain block
+    }
     return pUser;
 }
 
@@ -108,7 +117,7 @@ void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlig
     }
     if (IsPlainBlock(p))
     {
-        plat::HeapReport("The block at 0x%p was not allocated by _aligned routines, use realloc()", p);
+        plat::HeapReport("The block at 0x%08zX was not allocated by _aligned routines, use realloc()", AddressOf(p));
         return nullptr;
     }
     void * const pBlock = HeaderOf(p).pBlock;
@@ -131,13 +140,13 @@ void aligned_free_dbg(void * p)
     }
     if (IsPlainBlock(p))
     {
-        plat::HeapReport("The block at 0x%p was not allocated by _aligned routines, use free()", p);
+        plat::HeapReport("The block at 0x%08zX was not allocated by _aligned routines, use free()", AddressOf(p));
         return;
     }
     Header_s const Header = HeaderOf(p);
     if (Header.dwGap != GAP_FILL)
     {
-        plat::HeapReport("Damage before 0x%p which was allocated by aligned routine\n", p);
+        plat::HeapReport("Damage before 0x%08zX which was allocated by aligned routine\n", AddressOf(p));
     }
     plat::HeapFree(Header.pBlock);
 }
@@ -161,7 +170,7 @@ void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t
     void * const pUser = UserPointer(pBlock, RaiseAlignment(nAlignment), nOffset);
     if (HeaderOf(pUser).dwGap != GAP_FILL)
     {
-        plat::HeapReport("The Block at 0x%p was not allocated by aligned routines", pBlock);
+        plat::HeapReport("The Block at 0x%08zX was not allocated by aligned routines", AddressOf(pBlock));
         return nullptr;
     }
     return pUser;

@@ -5,7 +5,10 @@
 #include "zqcore/chash.h"
 #include "zqcore/cmemory.h"
 
+#include "platform/debugheap.h"
 #include "platform/vectors.h"
+
+#include <cstdio>
 
 /// The categories that one thread has selected. Only that thread changes it. Pushes of the same category in a row share
 /// an entry, so the depth counts changes of category.
@@ -57,6 +60,7 @@ struct MemoryCounters_s
     unsigned nFrameAllocs;
     unsigned nLastFrameAllocs;
     int iFrame;
+    bool bNewLogEnabled;   // each allocation is written to the call log
 };
 
 /// Guarded by g_CategoryLock.
@@ -66,8 +70,27 @@ extern MemoryCounters_s g_MemoryCounters;
 /// MemoryCheckConsistency tells what is wrong.
 bool MemoryCountersAddUp();
 
-/// The word that a block asked for with this one gets: a client block of the word's category, or of the thread's.
-std::uint32_t MemoryBlockWord(int iBlockType);
+/// Writes an allocation to the call log, unless the log's own writing made it. Under g_CategoryLock.
+ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory, std::size_t nBytes);
+
+/// Blocks by size.
+struct MemoryTally_s
+{
+    static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // bytes up to which a block belongs to the class
+
+    std::size_t dInClass[4];   // blocks above the last limit are in no class
+    std::size_t nTotal;
+};
+
+/// Writes the end of a report of live blocks. Without blocks the shares are 0.
+void MemoryWriteTally(std::FILE * f, MemoryTally_s const & Tally);
+
+/// The category in a block's word; UNDEFINED if it is none.
+inline mem::Categories_e MemoryCategoryInWord(std::uint32_t dwWord)
+{
+    std::uint32_t const iCategory = (dwWord >> MEMORY_CATEGORY_SHIFT) & MEMORY_CATEGORY_MASK;
+    return iCategory < mem::TOTAL ? static_cast<mem::Categories_e>(iCategory) : mem::UNDEFINED;
+}
 
 /// Takes g_CategoryLock for a scope, if the heap is tracked.
 class CategoryLockScope_c

@@ -1,7 +1,25 @@
-// cmemoryreport.h: the per-frame count of allocations, and the check that ties the category counters to the totals.
+// cmemoryreport.h: who holds what: a log of every allocation as it happens, a snapshot of all live blocks, and the
+// count of a frame's allocations; and the check that ties the category counters to the totals.
+//
+// The call log is the named log "newcalls.csv" (clogf.h), one flushed line an allocation: turn it on around a suspect
+// stretch. Its header comes once a process. What the writing itself allocates is counted but not logged. The snapshot
+// is two files in the current folder, read by `zqtool memory`.
 #pragma once
 
 #include "zqcore/cconfig.h"
+
+/// Turns the call log on or off; off at first. A record reads frame, file, line, category's index, bytes of the heap's
+/// block; the file of a plain `new` is "unknown". Takes no lock: switch it while other threads are quiet.
+ZQ_API void MemoryNewLogEnable(bool bEnable);
+
+/// Turns the call log off if it is on, and on if it is off.
+ZQ_API void MemoryNewLogToggle();
+
+/// Writes "allocations.csv", a line for each live client block, newest first, and a tally by size; and
+/// "uncategorized.csv" with the blocks of category UNDEFINED. Both are replaced. A file that can't be opened is a failed
+/// assertion; the other one is written all the same. Without any block the percentages are 0. Takes no lock: other
+/// threads must be quiet.
+ZQ_API void MemoryLogAllocations();
 
 /// Whether the categories' blocks and bytes add up to the totals. Runs on every heap event, under the lock.
 ZQ_API bool MemoryCheckConsistency();

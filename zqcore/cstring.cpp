@@ -9,6 +9,17 @@ namespace
 {
     constexpr unsigned VA_BUFFERS = 16;
     constexpr std::size_t VA_SIZE = 4096;
+
+    // Folds eight characters at once: adds so that the top bit of each byte tells "at least A" and "above Z", and turns
+    // that into the bit that makes the letter small.
+    std::uint64_t EightToLower(std::uint64_t iText)
+    {
+        constexpr std::uint64_t EACH = 0x0101010101010101u;
+        std::uint64_t const iLow = iText & (EACH * 0x7F);
+        std::uint64_t const iFromA = iLow + EACH * (0x80 - 'A');
+        std::uint64_t const iAboveZ = iLow + EACH * (0x7F - 'Z');
+        return iText | (((iFromA ^ iAboveZ) & ~iText & (EACH * 0x80)) >> 2);
+    }
 }
 
 int StrCompareNoCase(char const * szA, char const * szB)
@@ -44,6 +55,30 @@ void StrToUpper(char * szText)
     {
         *szText = CharToUpper(*szText);
     }
+}
+
+void CopyToLower(char * pTo, char const * pFrom, std::size_t nLength)
+{
+    auto const CopyEight = [=](std::size_t i)
+    {
+        std::uint64_t iText;
+        std::memcpy(&iText, pFrom + i, sizeof iText);
+        iText = EightToLower(iText);
+        std::memcpy(pTo + i, &iText, sizeof iText);
+    };
+    if (nLength < sizeof(std::uint64_t))
+    {
+        for (std::size_t i = 0; i < nLength; ++i)
+        {
+            pTo[i] = CharToLower(pFrom[i]);
+        }
+        return;
+    }
+    for (std::size_t i = 0; i + sizeof(std::uint64_t) < nLength; i += sizeof(std::uint64_t))
+    {
+        CopyEight(i);
+    }
+    CopyEight(nLength - sizeof(std::uint64_t));
 }
 
 std::size_t StrLengthMax(char const * szText, std::size_t nMax)

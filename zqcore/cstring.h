@@ -94,6 +94,9 @@ ZQ_API int StrCompareNoCase(char const * szA, char const * szB, std::size_t nMax
 ZQ_API void StrToLower(char * szText);
 ZQ_API void StrToUpper(char * szText);
 
+/// Copies nLength characters, folded; no terminator. The two must not overlap.
+ZQ_API void CopyToLower(char * pTo, char const * pFrom, std::size_t nLength);
+
 /// Length of a text of which nMax characters are looked at, at most.
 ZQ_API std::size_t StrLengthMax(char const * szText, std::size_t nMax);
 

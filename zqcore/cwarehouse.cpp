@@ -2,97 +2,26 @@
 
 #include "zqcore/cfile.h"
 #include "zqcore/clog.h"
+#include "zqcore/cnumbertext_internal.h"
 
 #include <cfloat>
-#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstring>
 
 namespace
 {
-    constexpr double ULONG_LIMIT = 4294967295.0; // of the unsigned long form, on every machine
+    constexpr double ULONG_LIMIT = 4294967295.0;   // of the unsigned long form, on every machine
 
     char const * TextOf(File_c const & File)
     {
         return reinterpret_cast<char const *>(File.pData);
     }
 
-    /// A number's text behind leading blanks and sign; null if a second sign follows, which no number has.
-    char const * SkipSign(char const * szText, bool & bNegative)
+    /// Whether a number took the whole text. An empty text leaves nothing over, and counts as 0.
+    bool IsWhole(NumberEnd_t const & End)
     {
-        szText += std::strspn(szText, " \t\n\v\f\r");
-        bNegative = *szText == '-';
-        szText += *szText == '-' || *szText == '+';
-        return *szText == '-' || *szText == '+' ? nullptr : szText;
-    }
-
-    /// Converts like strtol in base 10, for any integer type. The end is null if there is no number.
-    template <typename T>
-    std::from_chars_result ConvertInteger(char const * szText, T & value)
-    {
-        bool bNegative;
-        char const * pDigits = SkipSign(szText, bNegative);
-        if (!pDigits)
-        {
-            return { nullptr, std::errc::invalid_argument };
-        }
-        return std::from_chars(bNegative ? pDigits - 1 : pDigits, szText + std::strlen(szText), value);
-    }
-
-    /// Whether a conversion took the whole text. An empty text leaves nothing over, and counts as 0.
-    bool IsWhole(std::from_chars_result const & Result)
-    {
-        return Result.ec == std::errc{} && *Result.ptr == '\0';
-    }
-
-    bool ParseLong(char const * szText, long & value)
-    {
-        value = 0;
-        return *szText == '\0' || IsWhole(ConvertInteger(szText, value));
-    }
-
-    /// Whether a number starts with 0x. std::from_chars takes a sign behind it and, in libstdc++ 12, a second sign of the
-    /// exponent, and strtod does not: such a text is left to the decimal form, which stops at the x.
-    bool IsHex(char const * szText)
-    {
-        return szText[0] == '0' && CharToLower(szText[1]) == 'x' && szText[2] != '-' && !std::strstr(szText, "+-");
-    }
-
-    /// Like strtod in the "C" locale, with a complaint about range where that sets errno.
-    bool ParseDouble(char const * szText, double & value)
-    {
-        value = 0;
-        if (*szText == '\0')
-        {
-            return true;
-        }
-        bool bNegative;
-        char const * pNumber = SkipSign(szText, bNegative);
-        if (!pNumber)
-        {
-            return false;
-        }
-        bool const bHex = IsHex(pNumber);
-        pNumber += bHex ? 2 : 0;
-        bool const bWhole = IsWhole(std::from_chars(pNumber, pNumber + std::strlen(pNumber), value,
-            bHex ? std::chars_format::hex : std::chars_format::general));
-        bool const bTooSmall = value != 0 && std::fabs(value) < DBL_MIN;
-        value = bNegative ? -value : value;
-        return bWhole && !bTooSmall;
-    }
-
-    /// Like atoi; the nearest int for what is out of range.
-    int ParseLeadingInt(char const * szText)
-    {
-        int iValue = 0;
-        if (ConvertInteger(szText, iValue).ec == std::errc::result_out_of_range)
-        {
-            bool bNegative;
-            SkipSign(szText, bNegative);
-            return bNegative ? INT_MIN : INT_MAX;
-        }
-        return iValue;
+        return End.bInRange && *End.pEnd == '\0';
     }
 }
 
@@ -178,7 +107,8 @@ bool Warehouse_c::ReadHeader(char const * sClientHeader)
     return m_Head.IsHeader();
 }
 
-/// A scan of the text as it is now: a refresh of the open file may have put another block, or none, in place of m_pData.
+/// A scan of the text as it is now: a refresh of the open file may have put another block, or none, in place of
+/// m_pData.
 WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
 {
     char const * const pText = m_pFile ? TextOf(*m_pFile) : m_pData;
@@ -224,7 +154,7 @@ bool Warehouse_c::FindIdent(char const * sIdent)
 {
     ZQ_ASSERT(sIdent);
     m_Work.Reset();
-    bool const bHeader = sIdent && StrCompareNoCase(sIdent, WAREHOUSE_HEADER) == 0; // header lines are no items
+    bool const bHeader = sIdent && StrCompareNoCase(sIdent, WAREHOUSE_HEADER) == 0;   // header lines are no items
     return sIdent && !bHeader && m_pData && ScanFrom(0).FindLine(sIdent, &m_Work);
 }
 
@@ -290,7 +220,7 @@ bool Warehouse_c::Get(char const * sColumn, long & value) const
     {
         return false;
     }
-    if (!ParseLong(szCell, iValue))
+    if (!IsWhole(TextToInteger(szCell, iValue)))
     {
         return LogInvalid(sColumn);
     }
@@ -306,7 +236,7 @@ bool Warehouse_c::Get(char const * sColumn, double & value) const
     {
         return false;
     }
-    if (!ParseDouble(szCell, fValue) || !std::isfinite(fValue))
+    if (!IsWhole(TextToDouble(szCell, fValue)) || !std::isfinite(fValue))
     {
         return LogInvalid(sColumn);
     }
@@ -413,8 +343,8 @@ bool Warehouse_c::Get(char const * sColumn, int & iFirst, int & iSecond) const
         return LogInvalid(sColumn);
     }
     *szMinus = '\0';
-    iFirst = ParseLeadingInt(szFirst);
-    iSecond = ParseLeadingInt(szMinus + 1);
+    iFirst = TextToInt(szFirst);
+    iSecond = TextToInt(szMinus + 1);
     return true;
 }
 

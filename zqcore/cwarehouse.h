@@ -95,14 +95,14 @@ private:
     bool LogNotFound(char const * sColumn) const;
     bool LogInvalid(char const * sColumn) const;
 
-    WarehouseLine_c m_Head; // names the columns
-    WarehouseLine_c m_Work; // the work line
+    WarehouseLine_c m_Head;   // names the columns
+    WarehouseLine_c m_Work;   // the work line
     String_T<256> m_sSeparators = WAREHOUSE_TEXT_SEPARATORS;
     File_c * m_pFile = nullptr;
     WarehouseFormat_e m_eFormat = WAREHOUSE_FORMAT_TEXT;
-    int m_nPos = 0;                 // where NextIdent goes on
-    int m_nLine = 0;                // lines that NextIdent has scanned
-    char const * m_pData = nullptr; // the text; set while the warehouse is open
+    int m_nPos = 0;                   // where NextIdent goes on
+    int m_nLine = 0;                  // lines that NextIdent has scanned
+    char const * m_pData = nullptr;   // the text; set while the warehouse is open
     int m_nLength = 0;
     bool m_bCopy;
     bool m_bLogColName = false;

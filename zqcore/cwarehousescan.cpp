@@ -184,7 +184,7 @@ public:
     /// Whether no quote stands from nFrom to nTo. Calls must come with rising nFrom.
     bool IsFree(int nFrom, int nTo)
     {
-        constexpr int AHEAD = 4096; // a short line would not be worth a search of its own
+        constexpr int AHEAD = 4096;   // a short line would not be worth a search of its own
         m_nFree = std::max(m_nFree, nFrom);
         while (m_nFree < nTo)
         {
@@ -203,7 +203,7 @@ public:
 
 private:
     WarehouseScan_t const & m_Scan;
-    int m_nFree = 0; // no quote stands from the last nFrom up to here
+    int m_nFree = 0;   // no quote stands from the last nFrom up to here
 };
 
 WarehouseScan_t::WarehouseScan_t(char const * pData, int nBytes, int nStart, WarehouseFormat_e eFormat)
@@ -221,7 +221,7 @@ void WarehouseScan_t::SetSeparators(char const * szSeparators)
 
 bool WarehouseScan_t::IsSeparator(char c) const
 {
-    return std::strchr(sSeparators, c) != nullptr; // which finds the terminator too
+    return std::strchr(sSeparators, c) != nullptr;   // which finds the terminator too
 }
 
 bool WarehouseScan_t::GetLine(WarehouseLine_c * pResult)
@@ -338,10 +338,7 @@ bool WarehouseScan_t::StepText(Classes_c const & Classes, SINK & Sink)
         GetChar();
         return true;
     }
-    while (nPos < nLength && !Classes.Is(pLine[nPos], Classes_c::SEPARATOR | Classes_c::LINE_FEED))
-    {
-        ++nPos;
-    }
+    nPos = FindClass(Classes, Classes_c::SEPARATOR | Classes_c::LINE_FEED, nPos);
     Sink.Add(pLine + nStart, nPos - nStart);
     if (nPos < nLength && Classes.Is(pLine[nPos], Classes_c::SEPARATOR))
     {
@@ -379,10 +376,7 @@ bool WarehouseScan_t::StepCsv(Classes_c const & Classes, SINK & Sink)
         Sink.Add(nullptr, 0);
         return true;
     }
-    while (nPos < nLength && !Classes.Is(pLine[nPos], Classes_c::SEPARATOR | Classes_c::LINE_FEED | Classes_c::QUOTE))
-    {
-        ++nPos;
-    }
+    nPos = FindClass(Classes, Classes_c::SEPARATOR | Classes_c::LINE_FEED | Classes_c::QUOTE, nPos);
     Sink.Add(pLine + nStart, StripBlanks(pLine + nStart, nPos - nStart));
     PassSeparator(Classes);
     return true;
@@ -447,6 +441,18 @@ int WarehouseScan_t::Find(char c, int nFrom) const
 {
     void const * const pFound = std::memchr(pLine + nFrom, c, static_cast<std::size_t>(nLength - nFrom));
     return pFound ? static_cast<int>(static_cast<char const *>(pFound) - pLine) : nLength;
+}
+
+/// Where a byte of one of the classes next stands, nLength if nowhere.
+int WarehouseScan_t::FindClass(Classes_c const & Classes, unsigned iClasses, int nFrom) const
+{
+    char const * const pEnd = pLine + nLength;
+    char const * p = pLine + nFrom;
+    while (p < pEnd && !Classes.Is(*p, iClasses))
+    {
+        ++p;
+    }
+    return static_cast<int>(p - pLine);
 }
 
 WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName)

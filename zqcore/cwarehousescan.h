@@ -12,9 +12,9 @@
 /// How a line is split.
 enum WarehouseFormat_e
 {
-    WAREHOUSE_FORMAT_AUTO = 0, // CSV if the file's name ends in ".csv", else text
-    WAREHOUSE_FORMAT_TEXT = 1, // columns separated by blanks
-    WAREHOUSE_FORMAT_CSV = 2   // cells separated by delimiters; a cell may be empty
+    WAREHOUSE_FORMAT_AUTO = 0,   // CSV if the file's name ends in ".csv", else text
+    WAREHOUSE_FORMAT_TEXT = 1,   // columns separated by blanks
+    WAREHOUSE_FORMAT_CSV = 2     // cells separated by delimiters; a cell may be empty
 };
 
 inline constexpr char const * WAREHOUSE_TEXT_SEPARATORS = " \t\r";
@@ -59,16 +59,17 @@ public:
 /// Walks over lines. A line feed ends a line, and so does the end of the data.
 struct WarehouseScan_t
 {
-    char const * pLine;        // the data, not owned, not terminated
-    int nLength;               // its bytes
-    int nPos;                  // where the next byte is read, 0 to nLength
-    bool bCsv;                 // CSV, else text
-    String_T<256> sSeparators; // NUL is always one of them
+    char const * pLine;          // the data, not owned, not terminated
+    int nLength;                 // its bytes
+    int nPos;                    // where the next byte is read, 0 to nLength
+    bool bCsv;                   // CSV, else text
+    String_T<256> sSeparators;   // NUL is always one of them
 
     /// Only WAREHOUSE_FORMAT_CSV makes a CSV scan. The separators are those of the format.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Null stands for the separators of the text format, in a CSV scan too.
+    /// Null stands for the separators of the text format, in a CSV scan too. Within a cell a line feed or a quote that
+    /// is a separator counts as one; blanks around a CSV cell are passed over before separators are looked for.
     ZQ_API void SetSeparators(char const * sSeparators);
 
     /// Reads a line; false at the end of the data. A blank line and a comment give true and no columns.
@@ -114,6 +115,7 @@ private:
     void PassComment();
     void PassSeparator(Classes_c const & Classes);
     int Find(char c, int nFrom) const;
+    int FindClass(Classes_c const & Classes, unsigned iClasses, int nFrom) const;
     int Behind(int nAt) const { return nAt < nLength ? nAt + 1 : nLength; }
     bool IsDoubled(int nQuote) const { return nQuote < nLength - 1 && pLine[nQuote + 1] == '"'; }
 };

@@ -17,10 +17,10 @@ struct Heard_s
 
 struct Notes_s
 {
-    Heard_s Dropped;    // locations of files whose name was taken already
-    Heard_s Kept;       // and of the files that have the name
-    Heard_s PassedOver; // what the scan left out
-    Heard_s Complaints; // warnings and worse
+    Heard_s Dropped;      // locations of files whose name was taken already
+    Heard_s Kept;         // and of the files that have the name
+    Heard_s PassedOver;   // what the scan left out
+    Heard_s Complaints;   // warnings and worse
 };
 
 /// Starts to listen. The lists that the library keeps its listeners in are emptied by AppMiscShutdown.

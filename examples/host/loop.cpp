@@ -54,7 +54,7 @@ namespace
 FrameStats_s LoopRun(int nFrames, Survey_c & Survey)
 {
     FrameStats_s Stats;
-    MemoryResetFrameAllocCount(); // what came before is no frame's
+    MemoryResetFrameAllocCount();   // what came before is no frame's
     while (Stats.nFrames < nFrames)
     {
         double const dt = AppGetDeltaTime(FRAME_SECONDS);

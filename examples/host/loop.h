@@ -7,11 +7,11 @@ class Survey_c;
 struct FrameStats_s
 {
     int nFrames = 0;
-    int nIdle = 0; // idle beats between the frames
+    int nIdle = 0;   // idle beats between the frames
     int iWorstFrame = 0;
     double tTotal = 0.0;
     double tWorst = 0.0;
-    unsigned nMostAllocs = 0; // in one frame
+    unsigned nMostAllocs = 0;   // in one frame
 };
 
 /// Runs frames at their rate, and the idle heartbeat between them. Each frame streams a few files of the survey.

@@ -28,11 +28,12 @@
 namespace
 {
     constexpr char const * DEFAULT_GAME = "pqx";
+    constexpr wchar_t const * LOG_NAME = L"message.log";
 
     int Fail(Status_e eStatus, std::string const & sMessage)
     {
         std::fflush(stdout);
-        std::fprintf(stderr, "zqcore_host: %s\n", sMessage.c_str());
+        std::fprintf(stderr, "zqhost: %s\n", sMessage.c_str());
         return eStatus;
     }
 
@@ -62,19 +63,22 @@ namespace
     {
         g_szApplicationName = "Harbour";
         g_silentMode = Options.bSilent;
-        std::string const sLogFolder = Options.sLogFolder.empty() ? "logs" : Options.sLogFolder;
-        LogSetFile(std::filesystem::path(sLogFolder + "/").wstring().c_str(), L"message.log");
+        LogSetFile(std::filesystem::path(Options.sLogFolder + "/").wstring().c_str(), LOG_NAME);
         AppMiscStartup();
+        if (!g_pMessageLogFile)
+        {
+            std::fprintf(stderr, "zqhost: can't write a log to \"%s\"\n", Options.sLogFolder.c_str());
+        }
         DumpSystemInfo();
         Log("%s", GetBuildVersionString());
         ListenersAdd();
-        SetAchtungs(false); // media of all kinds come along: complaints are counted and reported at the end
+        SetAchtungs(false);   // media of all kinds come along: complaints are counted and reported at the end
     }
 
     // The settings that ModuleFile_c reads when it comes up.
     void SetMedia(Options_s const & Options, std::string const & sMedia)
     {
-        SetPQXMediaPath(sMedia.c_str());
+        SetPQXMediaPath(Options.sMedia.c_str());   // empty: discovered, which is where sMedia comes from then
         SetPQXCurrentConfig(Options.sConfig.c_str());
         FileSetMediaTemplate("media*.zq");
         // A tree without a folder for the game is no tree of several games, and is taken whole.
@@ -115,9 +119,11 @@ namespace
 
     void PrintHead(Options_s const & Options, std::string const & sMedia)
     {
-        std::printf("%s\n  Media   %s\n  Game    %s\n  Config  %s\n", GetBuildVersionString(), sMedia.c_str(),
-            Options.sGame.empty() ? DEFAULT_GAME : Options.sGame.c_str(),
-            Options.sConfig.empty() ? "none" : Options.sConfig.c_str());
+        std::printf("%s\n", GetBuildVersionString());
+        std::printf("    media   %s\n", sMedia.c_str());
+        std::printf("    game    %s\n", Options.sGame.empty() ? DEFAULT_GAME : Options.sGame.c_str());
+        std::printf("    config  %s\n", Options.sConfig.empty() ? "none" : Options.sConfig.c_str());
+        std::printf("    logs    %s\n", Options.sLogFolder.c_str());
     }
 
     // All that happens while the modules are up.
@@ -150,8 +156,8 @@ namespace
     {
         SetMedia(Options, sMedia);
         Services_c Services;
+        Services.Add(ModuleTimer_c::Get());   // first, so that the others are timed by the good clock
         Services.Add(ModuleLog_c::Get());
-        Services.Add(ModuleTimer_c::Get());
         Services.Add(ModuleCryptRandom_c::Get());
         Services.Add(ModuleFile_c::Get());
         Services.Add(ModuleWorld_c::Get());

@@ -27,7 +27,7 @@ namespace
         { "--config", &Texts_s::sConfig, "NAME    the folder of media/_configdependeddata to use" },
         { "--game", &Texts_s::sGame, "NAME      the folder of gamedata to use, in lower case (pqx)" },
         { "--frames", &Texts_s::sFrames, "N       frames to run, one hour of the world each (480)" },
-        { "--log", &Texts_s::sLog, "FOLDER     where the logs go (logs, beside the executable)" },
+        { "--log", &Texts_s::sLog, "FOLDER     where the logs go (logs)" },
     };
 
     ValueOption_s const * FindValueOption(char const * szArgument)
@@ -98,7 +98,7 @@ namespace
         try
         {
             std::filesystem::path const Path = std::filesystem::absolute(sPath).lexically_normal();
-            static_cast<void>(Path.wstring()); // throws at a name that is no UTF-8
+            static_cast<void>(Path.wstring());   // throws at a name that is no UTF-8
             sAbsolute = Path.string();
         }
         catch (std::exception const &)
@@ -124,9 +124,9 @@ namespace
         {
             sMessage = MakeAbsolute(Texts.sMedia, Options.sMedia);
         }
-        if (sMessage.empty() && !Texts.sLog.empty())
+        if (sMessage.empty())
         {
-            sMessage = MakeAbsolute(Texts.sLog, Options.sLogFolder);
+            sMessage = MakeAbsolute(Texts.sLog.empty() ? "logs" : Texts.sLog, Options.sLogFolder);
         }
         Options.sConfig = Texts.sConfig;
         Options.sGame = Texts.sGame;
@@ -147,7 +147,7 @@ bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::s
 
 std::string OptionsHelp()
 {
-    std::string sHelp = "zqcore_host: a small game loop over a media tree.\n\n";
+    std::string sHelp = "zqhost: a small game loop over a media tree.\n\n";
     for (ValueOption_s const & Option : VALUE_OPTIONS)
     {
         sHelp += std::string("  ") + Option.szName + " " + Option.szHelp + "\n";

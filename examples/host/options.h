@@ -7,18 +7,18 @@
 enum Status_e : int
 {
     STATUS_OK = 0,
-    STATUS_FAILED = 1, // a service did not start
-    STATUS_USAGE = 2,  // the command line makes no sense
-    STATUS_MEDIA = 3   // no media, or not those that were asked for
+    STATUS_FAILED = 1,   // a service did not start
+    STATUS_USAGE = 2,    // the command line makes no sense
+    STATUS_MEDIA = 3     // no media, or not those that were asked for
 };
 
-/// What the command line says. Paths are absolute, in the host's form, without a separator at the end.
+/// What the command line says. Paths are absolute, without a separator at the end.
 struct Options_s
 {
-    std::string sMedia;     // empty: the library discovers the media
-    std::string sConfig;    // empty: no configuration
-    std::string sGame;      // empty: the library's default
-    std::string sLogFolder; // empty: "logs" beside the executable
+    std::string sMedia;       // empty: the library discovers the media
+    std::string sConfig;      // empty: no configuration
+    std::string sGame;        // empty: the library's default
+    std::string sLogFolder;   // "logs" in the caller's current folder if none is given
     int nFrames = 480;
     bool bSilent = false;
     bool bHelp = false;

@@ -128,7 +128,7 @@ void ReportServices(Services_c const & Services)
     Title("Services, in the order of their start");
     for (int i = 0; i < Services.GetCount(); ++i)
     {
-        std::printf("    %i  %-22s %12s\n", i + 1, Services.GetName(i), Sz(Milliseconds(Services.GetStartTime(i))));
+        std::printf("    %i  %-22s %12s\n", i + 1, Services.GetName(i), Sz(Duration(Services.GetStartTime(i))));
     }
 }
 
@@ -142,13 +142,16 @@ void ReportFiles(Survey_c const & Survey, Notes_s const & Notes)
     PrintDuplicates(Survey.CountDuplicates(), Notes);
     if (Notes.PassedOver.nHeard > 0)
     {
-        PrintHeard("Lines of the scan", Notes.PassedOver);
+        PrintHeard("Remarks of the scan", Notes.PassedOver);
     }
-    std::printf("  Read once, each by its bare name: %s files, %s in %s", Sz(Grouped(Survey.m_nRead)),
-        Sz(Size(static_cast<double>(Survey.m_nBytesRead))), Sz(Milliseconds(Survey.m_tReading)));
-    std::printf(Survey.m_tReading > 0.0 ? ": %s/s, %.1f us a file\n" : "\n",
-        Sz(Size(static_cast<double>(Survey.m_nBytesRead) / Survey.m_tReading)),
-        Survey.m_tReading * 1e6 / std::max(Survey.m_nRead, 1));
+    std::printf("  Read once, each by its bare name: %s files, %s in %s\n", Sz(Grouped(Survey.m_nRead)),
+        Sz(Size(static_cast<double>(Survey.m_nBytesRead))), Sz(Duration(Survey.m_tReading)));
+    if (Survey.m_nRead > 0)
+    {
+        std::printf("    that is %s/s, and %s a file\n",
+            Sz(Size(static_cast<double>(Survey.m_nBytesRead) / Survey.m_tReading)),
+            Sz(Duration(Survey.m_tReading / Survey.m_nRead)));
+    }
     std::printf("  Empty: %s; not readable: %s\n", Sz(Grouped(Survey.m_nEmpty)), Sz(Grouped(Survey.m_nUnreadable)));
 }
 
@@ -157,7 +160,7 @@ void ReportTables(Survey_c const & Survey)
     Title("Warehouse tables");
     Survey_c::Tables_t const & dTables = Survey.GetTables();
     std::printf("  %s tables with %s rows, walked in %s\n", Sz(Grouped(dTables.GetLength())),
-        Sz(Grouped(Survey.m_nRows)), Sz(Milliseconds(Survey.m_tTables)));
+        Sz(Grouped(Survey.m_nRows)), Sz(Duration(Survey.m_tTables)));
     int const nShown = std::min(dTables.GetLength(), TOP_TABLES);
     for (int i = 0; i < nShown; ++i)
     {
@@ -171,7 +174,7 @@ void ReportWorld(ModuleWorld_c const & World)
     Title("World");
     if (World.IsEmpty())
     {
-        std::printf("  These media hold no harbours (%s is missing): nothing sailed.\n", World.GetMissingTable());
+        std::printf("  Nothing sailed: %s.\n", World.GetWhyEmpty());
         return;
     }
     unsigned char dNumber[4];
@@ -192,8 +195,8 @@ void ReportFrames(FrameStats_s const & Stats)
         Sz(Grouped(Stats.nIdle)), Stats.nMostAllocs);
     if (Stats.nFrames > 0)
     {
-        std::printf("  Work a frame: mean %s, worst %s (frame %i)\n", Sz(Milliseconds(Stats.tTotal / Stats.nFrames)),
-            Sz(Milliseconds(Stats.tWorst)), Stats.iWorstFrame);
+        std::printf("  Work a frame: mean %s, worst %s (frame %i)\n", Sz(Duration(Stats.tTotal / Stats.nFrames)),
+            Sz(Duration(Stats.tWorst)), Stats.iWorstFrame);
     }
 }
 

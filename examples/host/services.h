@@ -22,7 +22,7 @@ protected:
     Module_c ** GetPrerequisites() const override { return m_dPrerequisites; }
 
 private:
-    mutable Module_c * m_dPrerequisites[2] = { nullptr, nullptr }; // the registry takes a list that is not const
+    mutable Module_c * m_dPrerequisites[2] = { nullptr, nullptr };   // the registry takes a list that is not const
     double m_tUp = 0.0;
 };
 

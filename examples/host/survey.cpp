@@ -9,8 +9,9 @@
 
 namespace
 {
-    constexpr int HEADER_REACH = 65536; // bytes at a file's start in which a table's header line is looked for
+    constexpr int HEADER_REACH = 65536;   // bytes at a file's start in which a table's header line is looked for
     constexpr char const * HEADER_WORD = "@head";
+    constexpr std::uint32_t WHOLE = 1 << 20;   // bytes up to which a frame reads a file whole
 
     // Whether the resident contents of a file have the word that begins a table's header line.
     bool HasHeaderWord(File_c const & File)
@@ -43,6 +44,17 @@ namespace
             ++nRows;
         }
         return nRows;
+    }
+
+    // The first piece of a file that is too big for a frame.
+    void StreamPiece(File_c const & File)
+    {
+        static unsigned char s_dPiece[65536];
+        if (FileStored_c * const pStream = FileOpenStored(File.sName))
+        {
+            pStream->ReadStored(s_dPiece, 1, sizeof s_dPiece);
+            pStream->CloseStored();
+        }
     }
 
     template <typename NUMBER>
@@ -120,6 +132,10 @@ void Survey_c::ReadFile(File_c & File)
     }
     ++m_nRead;
     m_nBytesRead += FileBytes(*pFile);
+    if (!pFile->bDuplicate)   // opening such a file complains each time
+    {
+        m_dStreamed.Add(pFile);
+    }
     if (HasHeaderWord(*pFile))
     {
         m_dTables.Add(Table_s{ pFile });
@@ -138,24 +154,24 @@ void Survey_c::ReadTables()
         Warehouse_c Warehouse;
         if (!Warehouse.Open(Table.pFile->sName))
         {
-            m_dTables.Delete(i); // the word was there, but no header line
+            m_dTables.Delete(i);   // the word was there, but no header line
             continue;
         }
         Table.nRows = CountRows(Warehouse);
         m_nRows += Table.nRows;
     }
     m_tTables = longTimeGet() - tStart;
+    m_dTables.Sort([](Table_s const & A, Table_s const & B)
+        { return StrCompareNoCase(B.pFile->GetFullPath(), A.pFile->GetFullPath()); },
+        0, -1);
 }
 
 void Survey_c::StreamFiles(int nFiles)
 {
-    for (int i = 0; i < nFiles && !m_dFiles.IsEmpty(); ++i)
+    for (int i = 0; i < nFiles && !m_dStreamed.IsEmpty(); ++i)
     {
-        File_c & File = *m_dFiles[m_iNext];
-        m_iNext = (m_iNext + 1) % m_dFiles.GetLength();
-        if (FileBytes(File))
-        {
-            FileClose(FileOpen(File.sName));
-        }
+        File_c & File = *m_dStreamed[m_iNext];
+        m_iNext = (m_iNext + 1) % m_dStreamed.GetLength();
+        FileBytes(File) <= WHOLE ? FileClose(FileOpen(File.sName)) : StreamPiece(File);
     }
 }

@@ -16,7 +16,7 @@ std::uint32_t FileBytes(File_c const & File);
 /// The files of one extension.
 struct Extension_s
 {
-    String_T<128> sExt; // without the dot; empty for files without one
+    String_T<128> sExt;   // without the dot; empty for files without one
     int nFiles = 0;
     std::uint64_t nBytes = 0;
 };
@@ -44,10 +44,10 @@ public:
     /// Walks every table that ReadFiles came across from its first row to its last.
     void ReadTables();
 
-    /// Opens and closes the next few files, round and round.
+    /// Reads the next few files, round and round: small ones whole, of big ones a piece.
     void StreamFiles(int nFiles);
 
-    /// Biggest first; the extensions by their bytes, the tables in the order of reading.
+    /// Biggest first; the extensions by their bytes, the tables by their location.
     Files_t const & GetFiles() const { return m_dFiles; }
     Extensions_t const & GetExtensions() const { return m_dExtensions; }
     Tables_t const & GetTables() const { return m_dTables; }
@@ -56,14 +56,14 @@ public:
     int CountDuplicates() const;
 
     int m_nFolders = 0;
-    std::uint64_t m_nBytes = 0; // of all files
-    int m_nEmpty = 0;           // files without contents, which are not opened
-    int m_nRead = 0;            // files read, and the bytes that came
+    std::uint64_t m_nBytes = 0;   // of all files
+    int m_nEmpty = 0;             // files without contents, which are not opened
+    int m_nRead = 0;              // files read, and the bytes that came
     std::uint64_t m_nBytesRead = 0;
     int m_nUnreadable = 0;
-    double m_tReading = 0.0; // seconds in FileOpen and FileClose
-    int m_nRows = 0;         // of all tables
-    double m_tTables = 0.0;  // seconds over the tables
+    double m_tReading = 0.0;   // seconds in FileOpen and FileClose
+    int m_nRows = 0;           // of all tables
+    double m_tTables = 0.0;    // seconds over the tables
 
 private:
     void CountExtension(File_c const & File);
@@ -72,5 +72,6 @@ private:
     Files_t m_dFiles;
     Extensions_t m_dExtensions;
     Tables_t m_dTables;
-    int m_iNext = 0; // of StreamFiles
+    Files_t m_dStreamed;   // what can be read without a complaint
+    int m_iNext = 0;       // of StreamFiles
 };

@@ -30,9 +30,11 @@ Text_t Size(double fBytes)
     return NewString("%.*f %s", iUnit == 0 ? 0 : 1, fBytes, UNITS[iUnit]);
 }
 
-Text_t Milliseconds(double tSeconds)
+Text_t Duration(double tSeconds)
 {
-    return NewString("%.2f ms", tSeconds * 1000.0);
+    return tSeconds < 1e-3  ? NewString("%.1f us", tSeconds * 1e6)
+           : tSeconds < 1.0 ? NewString("%.2f ms", tSeconds * 1e3)
+                            : NewString("%.2f s", tSeconds);
 }
 
 Text_t BelowRoot(char const * szLocation)

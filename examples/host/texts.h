@@ -19,8 +19,8 @@ Text_t Grouped(long long iNumber);
 /// Bytes in a unit that fits: 12.3 MB.
 Text_t Size(double fBytes);
 
-/// A time: 1.23 ms.
-Text_t Milliseconds(double tSeconds);
+/// A time in a unit that fits: 1.23 ms.
+Text_t Duration(double tSeconds);
 
 /// A location of the file system as a path below the media root, with `/`.
 Text_t BelowRoot(char const * szLocation);

@@ -7,9 +7,9 @@
 
 namespace
 {
-    constexpr int HOURS = 24;              // in a day
-    constexpr int GALE = 30;               // knots of wind from which a ship goes no faster
-    constexpr float OTHER_APPETITE = 1.0f; // crates a day of a good that a harbour neither makes nor wants
+    constexpr int HOURS = 24;                // in a day
+    constexpr int GALE = 30;                 // knots of wind from which a ship goes no faster
+    constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor wants
     constexpr char const * LOG = "harbour.log";
 
     ModuleWorld_c g_ModuleWorld;
@@ -164,7 +164,12 @@ void ModuleWorld_c::WaitInPort(Ship_s & Ship)
 
 void ModuleWorld_c::Land(Ship_s & Ship, Harbour_s & Harbour)
 {
+    Earn(Ship, -m_nDues);
     int const nCrates = static_cast<int>(Ship.fCrates);
+    if (nCrates == 0)
+    {
+        return;
+    }
     int const iPrice = Price(Harbour, Ship.iCargo);
     Good_s & Good = m_dGoods[Ship.iCargo];
     float & fStock = Harbour.dStock[Ship.iCargo];
@@ -172,7 +177,7 @@ void ModuleWorld_c::Land(Ship_s & Ship, Harbour_s & Harbour)
     Good.nTraded += nCrates;
     Ship.nLanded += nCrates;
     Ship.fCrates = 0.0f;
-    Earn(Ship, static_cast<long long>(nCrates) * iPrice - m_nDues);
+    Earn(Ship, static_cast<long long>(nCrates) * iPrice);
     Logf(LOG, "day %3i, %02i:00  %s lands %i crates of %s at %s for %i marks each", m_nHours / HOURS, m_nHours % HOURS,
         static_cast<char const *>(Ship.sIdent), nCrates, static_cast<char const *>(Good.sName),
         static_cast<char const *>(Harbour.sName), iPrice);
@@ -199,7 +204,7 @@ void ModuleWorld_c::Load(Ship_s & Ship, Harbour_s & Harbour)
 void ModuleWorld_c::PayCrew(Ship_s & Ship)
 {
     ShipType_s const & Type = m_dTypes[Ship.iType];
-    Earn(Ship, -static_cast<long long>(Type.iUpkeep + Type.nCrew)); // a mark a hand
+    Earn(Ship, -static_cast<long long>(Type.iUpkeep + Type.nCrew));   // a mark a hand
 }
 
 void ModuleWorld_c::Earn(Ship_s & Ship, long long iMarks)

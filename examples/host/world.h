@@ -18,54 +18,54 @@ inline constexpr int MAX_GOODS = 32;
 struct Good_s
 {
     Name_t sIdent, sName;
-    int iLowest = 0, iHighest = 0; // marks a crate
-    int nSpoils = 0;               // crates of a thousand that a day at sea costs
-    int nTraded = 0;               // crates landed so far
+    int iLowest = 0, iHighest = 0;   // marks a crate
+    int nSpoils = 0;                 // crates of a thousand that a day at sea costs
+    int nTraded = 0;                 // crates landed so far
 };
 
 struct Harbour_s
 {
     Name_t sIdent, sName;
-    int iMakes = 0, iWants = 0;     // goods
-    int nOutput = 0, nAppetite = 0; // crates a day
-    int nQuay = 0;                  // crates of one good that find room
-    float dStock[MAX_GOODS] = {};   // crates on the quay
+    int iMakes = 0, iWants = 0;       // goods
+    int nOutput = 0, nAppetite = 0;   // crates a day
+    int nQuay = 0;                    // crates of one good that find room
+    float dStock[MAX_GOODS] = {};     // crates on the quay
 };
 
 struct Route_s
 {
     Name_t sIdent;
-    int iFrom = 0, iTo = 0; // harbours
+    int iFrom = 0, iTo = 0;   // harbours
     int nMiles = 0;
 };
 
 struct Wind_s
 {
     Name_t sIdent, sName;
-    int iLowest = 0, iHighest = 0; // knots
+    int iLowest = 0, iHighest = 0;   // knots
     int nDays = 0;
 };
 
 struct ShipType_s
 {
     Name_t sIdent, sName;
-    int nHold = 0;                  // crates
-    int iSlowest = 0, iFastest = 0; // knots in a calm and in a gale
+    int nHold = 0;                    // crates
+    int iSlowest = 0, iFastest = 0;   // knots in a calm and in a gale
     int nCrew = 0;
-    int iUpkeep = 0; // marks a day
+    int iUpkeep = 0;   // marks a day
 };
 
 struct Ship_s
 {
     Name_t sIdent, sCaptain;
     int iType = 0, iRoute = 0;
-    bool bOutward = true;    // on the way from the route's first harbour
-    float fMilesLeft = 0.0f; // 0: in port
-    int nPortHours = 0;      // until it sails
-    int iCargo = 0;          // a good
+    bool bOutward = true;      // on the way from the route's first harbour
+    float fMilesLeft = 0.0f;   // 0: in port
+    int nPortHours = 0;        // until it sails
+    int iCargo = 0;            // a good
     float fCrates = 0.0f;
     int nVoyages = 0, nLanded = 0;
-    long long iProfit = 0; // marks
+    long long iProfit = 0;   // marks
 };
 
 class ModuleWorld_c : public Module_c
@@ -81,9 +81,9 @@ public:
     /// The instance.
     static ModuleWorld_c * Get();
 
-    /// Whether the media have no world; the first table that was missed.
+    /// Whether the media have no world, and why.
     bool IsEmpty() const { return m_dShips.IsEmpty(); }
-    char const * GetMissingTable() const { return m_sMissing; }
+    char const * GetWhyEmpty() const { return m_sWhyEmpty; }
 
     int GetHours() const { return m_nHours; }
     long long GetFirstPurse() const { return m_iFirstPurse; }
@@ -103,8 +103,10 @@ protected:
     Module_c ** GetPrerequisites() const override;
 
 private:
-    // worldtables.cpp: one operation a table, which reads the work line; false if the row makes no sense.
+    // worldtables.cpp. For each table there is an operation that reads its work line; false if it makes no sense.
+    using ReadRow_t = bool (ModuleWorld_c::*)(Warehouse_c const & Table);
     void ReadTables();
+    bool ReadTable(char const * szFile, ReadRow_t fnReadRow);
     bool ReadGood(Warehouse_c const & Table);
     bool ReadHarbour(Warehouse_c const & Table);
     bool ReadRoute(Warehouse_c const & Table);
@@ -135,8 +137,8 @@ private:
     Array_T<Wind_s, 16, 0> m_dWinds;
     Array_T<ShipType_s, 16, 0> m_dTypes;
     Ships_t m_dShips;
-    int m_nDues = 0, m_nPortHours = 1; // rules: marks for each call, hours in port
+    int m_nDues = 0, m_nPortHours = 1;   // rules: marks for each call, hours in port
     long long m_iFirstPurse = 0, m_iPurse = 0;
     int m_nHours = 0;
-    String_T<64> m_sMissing;
+    String_T<64> m_sWhyEmpty;
 };

@@ -6,7 +6,7 @@
 
 namespace
 {
-    constexpr int MAX_NUMBER = 1000000; // of any cell, so that sums stay far from their limits
+    constexpr int MAX_NUMBER = 1000000;   // of any cell, so that sums stay far from their limits
 
     bool ReadName(Warehouse_c const & Table, char const * szColumn, Name_t & sName)
     {
@@ -54,7 +54,7 @@ void ModuleWorld_c::ReadTables()
     struct TableOfWorld_s
     {
         char const * szFile;
-        bool (ModuleWorld_c::*fnRead)(Warehouse_c const & Table);
+        ReadRow_t fnReadRow;
     };
     // Each table refers to those above it.
     static constexpr TableOfWorld_s TABLES[] = {
@@ -68,28 +68,37 @@ void ModuleWorld_c::ReadTables()
     };
     for (TableOfWorld_s const & TableOfWorld : TABLES)
     {
-        Warehouse_c Table;
-        if (!Table.Open(TableOfWorld.szFile))
+        if (!ReadTable(TableOfWorld.szFile, TableOfWorld.fnReadRow))
         {
-            m_sMissing = TableOfWorld.szFile;
+            m_sWhyEmpty = NewString("these media have no %s", TableOfWorld.szFile);
             Clear();
             return;
         }
-        Table.LogColName(true);
-        String_T<256> sIdent;
-        for (Table.StartIdent(); Table.NextIdent(sIdent);)
+    }
+    if (m_dWinds.IsEmpty() || m_dShips.IsEmpty())
+    {
+        m_sWhyEmpty = m_dWinds.IsEmpty() ? "no wind blows" : "there is no ship";
+        Clear();
+    }
+}
+
+bool ModuleWorld_c::ReadTable(char const * szFile, ReadRow_t fnReadRow)
+{
+    Warehouse_c Table;
+    if (!Table.Open(szFile))
+    {
+        return false;
+    }
+    Table.LogColName(true);
+    String_T<256> sIdent;
+    for (Table.StartIdent(); Table.NextIdent(sIdent);)
+    {
+        if (!(this->*fnReadRow)(Table))
         {
-            if (!(this->*TableOfWorld.fnRead)(Table))
-            {
-                Log("%s: row \"%s\" makes no sense and is left out", TableOfWorld.szFile,
-                    static_cast<char const *>(sIdent));
-            }
+            Log("%s: row \"%s\" makes no sense and is left out", szFile, static_cast<char const *>(sIdent));
         }
     }
-    if (m_dWinds.IsEmpty())
-    {
-        Clear(); // ships would never arrive
-    }
+    return true;
 }
 
 bool ModuleWorld_c::ReadGood(Warehouse_c const & Table)

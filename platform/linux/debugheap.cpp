@@ -143,31 +143,33 @@ namespace plat
             return true;
         }
 
-        // Runs behind the last destructor of the process.
-        __attribute__((destructor)) void ReportLeaks()
+        // Runs behind the last destructor of the process. Blocks of a plain `new` have no place to name and are counted.
+        __attribute__((destructor(101))) void ReportLeaks()
         {
             if (!g_bLeakCheck || g_Live.pNext == &g_Live)
             {
                 return;
             }
             int nBlocks = 0;
+            int nKnown = 0;
             std::size_t nBytes = 0;
             for (Link_s * pLink = g_Live.pNext; pLink != &g_Live; pLink = pLink->pNext)
             {
                 HeapBlock_t const Block = Describe(static_cast<Header_s *>(pLink));
-                if (nBlocks < MAX_LEAKS_LISTED)
+                if (Block.szFile && nKnown++ < MAX_LEAKS_LISTED)
                 {
                     HeapReport("Memory leak: %zu bytes at %p, word %08X, %s(%i)\n", Block.nBytes, Block.pUser,
-                        Block.dwType, Block.szFile ? Block.szFile : "unknown", Block.iLine);
-                    if (g_fnDump)
-                    {
-                        g_fnDump(Block);
-                    }
+                        Block.dwType, Block.szFile, Block.iLine);
+                }
+                if (g_fnDump)
+                {
+                    g_fnDump(Block);
                 }
                 ++nBlocks;
                 nBytes += Block.nBytes;
             }
-            HeapReport("Memory leaks: %i blocks, %zu bytes\n", nBlocks, nBytes);
+            HeapReport("Memory leaks: %i blocks, %zu bytes; %i of them of unknown source\n", nBlocks, nBytes,
+                nBlocks - nKnown);
         }
     }
 

@@ -6,6 +6,7 @@
 #include "platform/linux/descriptor.h"
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
+#include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
 
 #include <algorithm>
@@ -19,26 +20,15 @@ namespace plat
 {
     namespace
     {
-        constexpr mode_t NEW_FILE_MODE = 0666; // less what the process masks
         constexpr mode_t NEW_FOLDER_MODE = 0777;
-        constexpr std::uint64_t HINT_FROM_BYTES = 128 * 1024; // what the system reads ahead unasked
-
-        int DescriptorOf(File_t hFile)
-        {
-            return static_cast<int>(reinterpret_cast<std::intptr_t>(hFile)) - 1;
-        }
-
-        // Descriptor 0 is a file too, so the handle is one more.
-        File_t HandleOf(int iDescriptor)
-        {
-            return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);
-        }
+        constexpr std::uint64_t HINT_FROM_BYTES = 128 * 1024;   // what the system reads ahead unasked
 
         // Whether anyone has the file open for writing, asked by taking a read lease and giving it back at once, so
         // that a writer who comes meanwhile waits for no longer than that. No where leases are not to be had.
         bool HasWriter(int iDescriptor)
         {
-            fcntl(iDescriptor, F_SETSIG, SIGURG); // a lease broken before it is back tells by a signal that is ignored
+            fcntl(
+                iDescriptor, F_SETSIG, SIGURG);   // a lease broken before it is back tells by a signal that is ignored
             if (fcntl(iDescriptor, F_SETLEASE, F_RDLCK) != 0)
             {
                 return errno == EAGAIN;
@@ -117,27 +107,6 @@ namespace plat
             return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) == 0;
         }
 
-        // Opens what is there in any spelling; else, with O_CREAT, makes it in the path's own.
-        int OpenOrCreate(char const * szPath, int iFlags, mode_t iMode)
-        {
-            DiskPath_c Path(szPath);
-            if ((iFlags & O_EXCL) == 0)
-            {
-                int const iExisting = Path.Try([iFlags](char const * szTry) { return open(szTry, iFlags & ~O_CREAT); });
-                if (iExisting >= 0 || errno != ENOENT || (iFlags & O_CREAT) == 0)
-                {
-                    return iExisting;
-                }
-            }
-            else if (IsThere(Path))
-            {
-                errno = EEXIST;
-                return -1;
-            }
-            Path.SpellFolder();
-            return open(Path.Get(), iFlags, iMode);
-        }
-
         // Copies what is left of one file to the other: inside the kernel as far as it can, then through a buffer.
         bool CopyContents(int iFrom, int iTo)
         {
@@ -179,6 +148,26 @@ namespace plat
         }
     }
 
+    int OpenOrCreate(char const * szPath, int iFlags, mode_t iMode)
+    {
+        DiskPath_c Path(szPath);
+        if ((iFlags & O_EXCL) == 0)
+        {
+            int const iExisting = Path.Try([iFlags](char const * szTry) { return open(szTry, iFlags & ~O_CREAT); });
+            if (iExisting >= 0 || errno != ENOENT || (iFlags & O_CREAT) == 0)
+            {
+                return iExisting;
+            }
+        }
+        else if (IsThere(Path))
+        {
+            errno = EEXIST;
+            return -1;
+        }
+        Path.SpellFolder();
+        return open(Path.Get(), iFlags, iMode);
+    }
+
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts)
     {
         DiskPath_c Path(szPath);
@@ -189,10 +178,14 @@ namespace plat
         {
             return nullptr;
         }
-        bool const bRefused = !Facts.bRegular && !Facts.bFolder;
-        if (bRefused || (eShare == Share_e::Read && Facts.bRegular && HasWriter(File.Get())))
+        if (!Facts.bRegular)
         {
-            errno = bRefused ? EINVAL : EBUSY;
+            errno = Facts.bFolder ? EISDIR : EINVAL;
+            return nullptr;
+        }
+        if (eShare == Share_e::Read && HasWriter(File.Get()))
+        {
+            errno = EBUSY;
             return nullptr;
         }
         if (pFacts != nullptr)
@@ -254,6 +247,27 @@ namespace plat
         return pStream;
     }
 
+    std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes)
+    {
+        int const iFile = fileno(pStream);
+        auto const * const pBytes = static_cast<char const *>(pData);
+        std::size_t nWritten = 0;
+        while (nWritten < nBytes)
+        {
+            ssize_t const n = write(iFile, pBytes + nWritten, nBytes - nWritten);
+            if (n < 0 && errno == EINTR)
+            {
+                continue;
+            }
+            if (n <= 0)
+            {
+                break;
+            }
+            nWritten += static_cast<std::size_t>(n);
+        }
+        return nWritten;
+    }
+
     bool FolderCreate(char const * szPath)
     {
         DiskPath_c Path(szPath);
@@ -278,11 +292,6 @@ namespace plat
         struct stat Stat;
         if (!From.IsOpen() || fstat(From.Get(), &Stat) != 0)
         {
-            return false;
-        }
-        if (!S_ISREG(Stat.st_mode))
-        {
-            errno = EISDIR;
             return false;
         }
         Descriptor_c To(OpenOrCreate(szTo, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, Stat.st_mode & NEW_FILE_MODE));

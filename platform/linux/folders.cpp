@@ -123,12 +123,9 @@ namespace plat
         {
             std::size_t nName;
             unsigned const bKinds = ScanName(pRaw->d_name, nName);
-            if ((bKinds & BACKSLASH) != 0)
-            {
-                continue;
-            }
             FolderEntry_t Entry;
-            Entry_e const eEntry = FactsOfEntry(iFolder, *pRaw, Entry);
+            Entry.bReachable = (bKinds & BACKSLASH) == 0;
+            Entry_e const eEntry = Entry.bReachable ? FactsOfEntry(iFolder, *pRaw, Entry) : Entry_e::Taken;
             if (eEntry == Entry_e::Broken)
             {
                 return false;

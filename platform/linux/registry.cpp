@@ -4,7 +4,8 @@
 // the folder of a key stand the folders of its subkeys under their names, each value behind "=", the record "@key" with
 // the key's own spelling, and behind "~" what a writer is busy with. None of the three marks is left unescaped in a
 // name. A record is written under "~" and renamed, so a name never shows half of one. A writer keeps its file locked;
-// an unlocked one was left by a writer that died, and the next writer to that key deletes it.
+// an unlocked one was left by a writer that died, and the next writer to that key deletes it. The folder itself is
+// locked, shared by whoever writes and makes subkeys, alone by whoever renames a value or deletes the key.
 
 #define _FILE_OFFSET_BITS 64
 #define _TIME_BITS 64
@@ -12,216 +13,37 @@
 #include "platform/registry.h"
 
 #include "platform/linux/descriptor.h"
+#include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
 #include "platform/linux/folding.h"
+#include "platform/linux/registryrecord.h"
+#include "platform/linux/userfolder.h"
 
+#include <algorithm>
 #include <atomic>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
-#include <pwd.h>
-#include <string>
-#include <string_view>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <vector>
 
 namespace plat
 {
+    struct RegistryKey_s
+    {
+        RegistryTree_e eTree;
+        std::string sPath;   // from the tree
+        Descriptor_c Folder;
+    };
+
     namespace
     {
-        constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024; // bytes of a value; more is refused
-        constexpr char KEY_RECORD[] = "@key";
-        constexpr char VALUE_MARK[] = "=";
-        constexpr char BUSY_MARK = '~';
-
-        // A record: "ZQRV", then as 32-bit words, lowest byte first, the type, the length of the name, the length of
-        // the data and the check sum of everything but itself; then the name as the writer spelled it, and the data.
-        constexpr char MAGIC[] = { 'Z', 'Q', 'R', 'V' };
-        constexpr std::size_t TYPE_AT = 4;
-        constexpr std::size_t NAME_SIZE_AT = 8;
-        constexpr std::size_t DATA_SIZE_AT = 12;
-        constexpr std::size_t CHECK_AT = 16;
-        constexpr std::size_t HEADER_SIZE = 20;
-
-        using Bytes_t = std::vector<char>;
-
-        struct Record_t
-        {
-            RegistryType_e eType = RegistryType_e::None;
-            std::string_view sName;
-            std::string_view sData;
-        };
-
-        std::uint32_t GetWord(char const * pBytes)
-        {
-            std::uint32_t dwWord = 0;
-            for (int iByte = 3; iByte >= 0; --iByte)
-            {
-                dwWord = (dwWord << 8) | static_cast<unsigned char>(pBytes[iByte]);
-            }
-            return dwWord;
-        }
-
-        void PutWord(char * pBytes, std::size_t nWord)
-        {
-            for (int iByte = 0; iByte < 4; ++iByte)
-            {
-                pBytes[iByte] = static_cast<char>(nWord >> (8 * iByte));
-            }
-        }
-
-        // FNV-1a of 32 bits over all of a record but the check sum.
-        std::uint32_t CheckSum(Bytes_t const & aBytes)
-        {
-            std::uint32_t dwSum = 0x811C9DC5u;
-            for (std::size_t iByte = 0; iByte < aBytes.size(); ++iByte)
-            {
-                if (iByte < CHECK_AT || iByte >= HEADER_SIZE)
-                {
-                    dwSum = (dwSum ^ static_cast<unsigned char>(aBytes[iByte])) * 0x01000193u;
-                }
-            }
-            return dwSum;
-        }
-
-        Bytes_t PackRecord(Record_t const & Record)
-        {
-            Bytes_t aBytes(HEADER_SIZE);
-            std::memcpy(aBytes.data(), MAGIC, sizeof(MAGIC));
-            PutWord(aBytes.data() + TYPE_AT, static_cast<std::uint32_t>(Record.eType));
-            PutWord(aBytes.data() + NAME_SIZE_AT, Record.sName.size());
-            PutWord(aBytes.data() + DATA_SIZE_AT, Record.sData.size());
-            aBytes.insert(aBytes.end(), Record.sName.begin(), Record.sName.end());
-            aBytes.insert(aBytes.end(), Record.sData.begin(), Record.sData.end());
-            PutWord(aBytes.data() + CHECK_AT, CheckSum(aBytes));
-            return aBytes;
-        }
-
-        // The record points into the bytes. False if they are damaged.
-        bool UnpackRecord(Bytes_t const & aBytes, Record_t & Record)
-        {
-            if (aBytes.size() < HEADER_SIZE || std::memcmp(aBytes.data(), MAGIC, sizeof(MAGIC)) != 0)
-            {
-                return false;
-            }
-            std::uint64_t const nName = GetWord(aBytes.data() + NAME_SIZE_AT);
-            std::uint64_t const nData = GetWord(aBytes.data() + DATA_SIZE_AT);
-            if (nName + nData != aBytes.size() - HEADER_SIZE || GetWord(aBytes.data() + CHECK_AT) != CheckSum(aBytes))
-            {
-                return false;
-            }
-            std::string_view const sBody(aBytes.data() + HEADER_SIZE, aBytes.size() - HEADER_SIZE);
-            Record.eType = static_cast<RegistryType_e>(GetWord(aBytes.data() + TYPE_AT));
-            Record.sName = sBody.substr(0, static_cast<std::size_t>(nName));
-            Record.sData = sBody.substr(static_cast<std::size_t>(nName));
-            return true;
-        }
-
-        // Reads a file of records; false if it is none, or damaged.
-        bool LoadRecord(int iFolder, char const * szFile, Bytes_t & aBytes, Record_t & Record)
-        {
-            Descriptor_c const File(openat(iFolder, szFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-            struct stat Stat;
-            if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0)
-            {
-                return false;
-            }
-            errno = EBADMSG;
-            if (!S_ISREG(Stat.st_mode) || Stat.st_size > static_cast<off_t>(HEADER_SIZE + NAME_MAX + VALUE_LIMIT))
-            {
-                return false;
-            }
-            aBytes.resize(static_cast<std::size_t>(Stat.st_size));
-            return ReadFully(File.Get(), aBytes.data(), aBytes.size()) == aBytes.size() && UnpackRecord(aBytes, Record);
-        }
-
-        // Deletes what dead writers left in the folder of a key.
-        void SweepBusyFiles(int iFolder)
-        {
-            FolderReader_c Reader(iFolder);
-            while (dirent64 const * pEntry = Reader.Next())
-            {
-                if (pEntry->d_name[0] == BUSY_MARK)
-                {
-                    Descriptor_c const File(
-                        openat(iFolder, pEntry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-                    if (File.IsOpen() && flock(File.Get(), LOCK_EX | LOCK_NB) == 0)
-                    {
-                        unlinkat(iFolder, pEntry->d_name, 0);
-                    }
-                }
-            }
-        }
-
-        // A name that no other writer, living or dead, has used.
-        void MakeBusyName(char (&szName)[64])
-        {
-            static std::atomic<unsigned> s_nNames{ 0 };
-            timespec Now;
-            clock_gettime(CLOCK_REALTIME, &Now);
-            std::snprintf(szName, sizeof(szName), "%c%d.%u.%llx", BUSY_MARK, static_cast<int>(getpid()), ++s_nNames,
-                static_cast<unsigned long long>(Now.tv_sec) * 1000000000u + static_cast<unsigned long>(Now.tv_nsec));
-        }
-
-        // Puts a record in the place of szFile. Between making and locking the file another process may take it for
-        // a dead writer's and delete it; it is then made anew.
-        bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record)
-        {
-            constexpr int TRIES = 8;
-            Bytes_t const aBytes = PackRecord(Record);
-            for (int iTry = 0; iTry < TRIES; ++iTry)
-            {
-                char szBusy[64];
-                MakeBusyName(szBusy);
-                Descriptor_c const File(openat(iFolder, szBusy, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-                if (!File.IsOpen())
-                {
-                    return false;
-                }
-                flock(File.Get(), LOCK_EX | LOCK_NB);
-                if (WriteFully(File.Get(), aBytes.data(), aBytes.size())
-                    && renameat(iFolder, szBusy, iFolder, szFile) == 0)
-                {
-                    return true;
-                }
-                int const iError = errno;
-                unlinkat(iFolder, szBusy, 0);
-                errno = iError;
-                if (iError != ENOENT)
-                {
-                    return false;
-                }
-            }
-            return false;
-        }
-
-        // The name of a key or value on disk, behind a mark. False if it is too long for a file's name.
-        bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
-        {
-            constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
-            constexpr char DIGITS[] = "0123456789ABCDEF";
-            sFile = sMark;
-            for (std::size_t iByte = 0; iByte < sName.size(); ++iByte)
-            {
-                char const cByte = Folded(sName[iByte]);
-                if (PLAIN.find(cByte) != std::string_view::npos && (cByte != '.' || iByte > 0))
-                {
-                    sFile += cByte;
-                }
-                else
-                {
-                    sFile += { '%', DIGITS[static_cast<unsigned char>(cByte) >> 4], DIGITS[cByte & 15] };
-                }
-            }
-            errno = ENAMETOOLONG;
-            return sFile.size() <= NAME_MAX;
-        }
+        constexpr int LOCK_TRIES = 5000;       // of a millisecond
+        constexpr int DELETED_KEY_TRIES = 8;   // for a key that others delete while it is being written to
 
         // The folders of the two trees; empty for the default.
         char g_szFolders[2][PATH_MAX];
+
+        constinit std::atomic<std::uint32_t> g_dwPlatform = 0;
 
         bool TreeFolder(RegistryTree_e eTree, char (&szFolder)[PATH_MAX])
         {
@@ -231,41 +53,7 @@ namespace plat
                 std::strcpy(szFolder, szSet[0] != 0 ? szSet : "/etc/zqcore/registry");
                 return true;
             }
-            char szBuffer[4096];
-            passwd Entry;
-            passwd * pFound = nullptr;
-            int const iError = getpwuid_r(geteuid(), &Entry, szBuffer, sizeof(szBuffer), &pFound);
-            if (iError != 0 || pFound == nullptr)
-            {
-                errno = iError != 0 ? iError : ENOENT;
-                return false;
-            }
-            int const nFolder = std::snprintf(szFolder, PATH_MAX, "%s/.config/zqcore/registry", pFound->pw_dir);
-            errno = ENAMETOOLONG;
-            return nFolder > 0 && nFolder < PATH_MAX;
-        }
-
-        int OpenFolder(int iParent, char const * szName)
-        {
-            return openat(iParent, szName, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        }
-
-        // Makes each folder of the path that is not there yet.
-        void MakeFolders(char * szPath, mode_t iMode)
-        {
-            for (char * szEnd = szPath; szEnd != nullptr;)
-            {
-                szEnd = std::strchr(szEnd + 1, '/');
-                if (szEnd != nullptr)
-                {
-                    *szEnd = 0;
-                }
-                mkdir(szPath, iMode);
-                if (szEnd != nullptr)
-                {
-                    *szEnd = '/';
-                }
-            }
+            return UserFolder("registry", szFolder);
         }
 
         // What the user's keys hold is nobody else's business.
@@ -290,42 +78,249 @@ namespace plat
             return OpenFolder(AT_FDCWD, szFolder);
         }
 
-        // Opens the subkey of one name. A key made keeps the spelling that made it.
-        int OpenSubKey(int iParent, std::string_view sName, bool bCreate, mode_t iMode)
+        // Holds the lock of a key's folder for a scope. A file system without such locks is used without.
+        class KeyLock_c
         {
-            std::string sFile;
-            if (!NameOnDisk("", sName, sFile))
+        public:
+            KeyLock_c(int iFolder, int iKind)
+                : m_iFolder(iFolder)
+            {
+                for (int iTry = 0; !m_bHeld && iTry < LOCK_TRIES; ++iTry)
+                {
+                    m_bHeld = flock(iFolder, iKind | LOCK_NB) == 0 || (errno != EWOULDBLOCK && errno != EINTR);
+                    if (!m_bHeld)
+                    {
+                        timespec const Millisecond = { 0, 1000000 };
+                        nanosleep(&Millisecond, nullptr);
+                    }
+                }
+            }
+            ~KeyLock_c()
+            {
+                int const iError = errno;
+                flock(m_iFolder, LOCK_UN);
+                errno = iError;
+            }
+            KeyLock_c(KeyLock_c const &) = delete;
+            KeyLock_c & operator=(KeyLock_c const &) = delete;
+
+            bool IsHeld() const { return m_bHeld; }
+
+        private:
+            int m_iFolder;
+            bool m_bHeld = false;
+        };
+
+        // Makes the subkey's folder, which keeps the spelling that made it; -1 on failure.
+        int MakeSubKey(int iParent, std::string_view sName, char const * szFile, mode_t iMode)
+        {
+            KeyLock_c const Lock(iParent, LOCK_SH);
+            if (!Lock.IsHeld())
             {
                 return -1;
             }
-            int iKey = OpenFolder(iParent, sFile.c_str());
-            if (iKey < 0 && errno == ENOENT && bCreate)
+            bool const bMade = mkdirat(iParent, szFile, iMode) == 0;
+            int const iKey = bMade || errno == EEXIST ? OpenFolder(iParent, szFile) : -1;
+            if (bMade && iKey >= 0)
             {
-                bool const bMade = mkdirat(iParent, sFile.c_str(), iMode) == 0;
-                iKey = bMade || errno == EEXIST ? OpenFolder(iParent, sFile.c_str()) : -1;
-                if (bMade && iKey >= 0)
-                {
-                    StoreRecord(iKey, KEY_RECORD, { RegistryType_e::None, sName, {} });
-                }
+                StoreRecord(iKey, KEY_RECORD, { RegistryType_e::None, sName, {} });
             }
             return iKey;
         }
 
-        // Opens a key's folder by its path; an empty path is the tree itself, empty names in it are passed over.
-        int OpenKey(RegistryTree_e eTree, char const * szKey, bool bCreate)
+        int OpenSubKey(int iParent, std::string_view sName, bool bCreate, mode_t iMode)
         {
-            Descriptor_c Key(OpenTree(eTree, bCreate));
-            std::string_view sRest = szKey != nullptr ? szKey : "";
-            while (Key.IsOpen() && !sRest.empty())
+            std::string sFile;
+            if (!KeyNameOnDisk(sName, sFile))
             {
-                std::string_view const sName = sRest.substr(0, sRest.find('\\'));
-                sRest.remove_prefix(sName.size() < sRest.size() ? sName.size() + 1 : sName.size());
-                if (!sName.empty())
-                {
-                    Key.Reset(OpenSubKey(Key.Get(), sName, bCreate, FolderMode(eTree)));
-                }
+                return -1;
+            }
+            int const iKey = OpenFolder(iParent, sFile.c_str());
+            return iKey < 0 && errno == ENOENT && bCreate ? MakeSubKey(iParent, sName, sFile.c_str(), iMode) : iKey;
+        }
+
+        // Takes the first name off a path; empty names are passed over, and an empty one is the end.
+        std::string_view TakeName(std::string_view & sPath)
+        {
+            while (sPath.starts_with('\\'))
+            {
+                sPath.remove_prefix(1);
+            }
+            std::string_view const sName = sPath.substr(0, sPath.find('\\'));
+            sPath.remove_prefix(sName.size());
+            return sName;
+        }
+
+        // Opens the folder of a key by its path from an open folder, which it takes over.
+        int OpenFrom(int iFolder, std::string_view sPath, bool bCreate, mode_t iMode)
+        {
+            Descriptor_c Key(iFolder);
+            for (std::string_view sName = TakeName(sPath); Key.IsOpen() && !sName.empty(); sName = TakeName(sPath))
+            {
+                Key.Reset(OpenSubKey(Key.Get(), sName, bCreate, iMode));
             }
             return Key.Release();
+        }
+
+        int OpenKey(RegistryTree_e eTree, std::string_view sPath, bool bCreate)
+        {
+            return OpenFrom(OpenTree(eTree, bCreate), sPath, bCreate, FolderMode(eTree));
+        }
+
+        std::string_view TextOf(char const * szText)
+        {
+            return szText != nullptr ? szText : "";
+        }
+
+        RegistryKey_t NewKey(RegistryTree_e eTree, std::string sPath, int iFolder, std::uint32_t dwAccess)
+        {
+            Descriptor_c Folder(iFolder);
+            bool const bWrite = (dwAccess & REGISTRY_WRITE_ACCESS) != 0;
+            if (!Folder.IsOpen() || (bWrite && faccessat(iFolder, ".", W_OK, AT_EACCESS) != 0))
+            {
+                return nullptr;
+            }
+            return new RegistryKey_s{ eTree, std::move(sPath), Descriptor_c(Folder.Release()) };
+        }
+
+        bool ReadFrom(int iFolder, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize)
+        {
+            std::size_t const nRoom = nSize;
+            nSize = 0;
+            std::string sFile;
+            RecordBytes_t aBytes;
+            Record_t Record;
+            if (iFolder < 0 || !ValueNameOnDisk(TextOf(szName), sFile)
+                || !LoadRecord(iFolder, sFile.c_str(), aBytes, Record))
+            {
+                return false;
+            }
+            eType = Record.eType;
+            nSize = Record.sData.size();
+            if (nSize > nRoom)
+            {
+                errno = ERANGE;
+                return false;
+            }
+            Record.sData.copy(static_cast<char *>(pBuffer), nSize);
+            return true;
+        }
+
+        // Whether the store takes a value; gives the name of its file.
+        bool IsStorable(char const * szName, std::size_t nSize, std::string & sFile)
+        {
+            errno = EFBIG;
+            return nSize <= VALUE_LIMIT && ValueNameOnDisk(TextOf(szName), sFile);
+        }
+
+        bool WriteTo(int iFolder, char const * szFile, Record_t const & Record)
+        {
+            KeyLock_c const Lock(iFolder, LOCK_SH);
+            if (!Lock.IsHeld())
+            {
+                return false;
+            }
+            SweepBusyFiles(iFolder);
+            return StoreRecord(iFolder, szFile, Record);
+        }
+
+        // What stands in the folder of a key.
+        struct Contents_s
+        {
+            std::vector<std::string> dSubKeys;   // folded names
+            std::vector<std::string> dValues;    // files
+            std::vector<std::string> dOthers;    // files that go with the key: its record, and those of writers
+            bool bForeign = false;               // something that is none of the store's
+            bool bRead = false;
+        };
+
+        bool IsFolderEntry(int iFolder, dirent64 const & Entry)
+        {
+            struct stat Stat;
+            return Entry.d_type == DT_DIR
+                   || (Entry.d_type == DT_UNKNOWN && fstatat(iFolder, Entry.d_name, &Stat, AT_SYMLINK_NOFOLLOW) == 0
+                       && S_ISDIR(Stat.st_mode));
+        }
+
+        Contents_s ReadContents(int iFolder)
+        {
+            Contents_s Contents;
+            // A descriptor of its own has a reading position of its own.
+            Descriptor_c const Folder(OpenFolder(iFolder, "."));
+            FolderReader_c Reader(Folder.Get());
+            std::string sName;
+            while (dirent64 const * pEntry = Folder.IsOpen() ? Reader.Next() : nullptr)
+            {
+                if (IsFolderEntry(Folder.Get(), *pEntry))
+                {
+                    bool const bKey = KeyNameFromDisk(pEntry->d_name, sName);
+                    bKey ? Contents.dSubKeys.push_back(sName) : void(Contents.bForeign = true);
+                    continue;
+                }
+                switch (pEntry->d_name[0])
+                {
+                case VALUE_MARK:
+                    Contents.dValues.push_back(pEntry->d_name);
+                    break;
+                case KEY_MARK:
+                case BUSY_MARK:
+                    Contents.dOthers.push_back(pEntry->d_name);
+                    break;
+                default:
+                    Contents.bForeign = true;
+                }
+            }
+            Contents.bRead = Folder.IsOpen() && !Reader.IsBroken();
+            return Contents;
+        }
+
+        // The name of a subkey as it was spelled when it was made, if that is still known.
+        std::string SpellingOf(int iFolder, std::string const & sFolded)
+        {
+            std::string sFile;
+            KeyNameOnDisk(sFolded, sFile);
+            Descriptor_c const SubKey(OpenFolder(iFolder, sFile.c_str()));
+            RecordBytes_t aBytes;
+            Record_t Record;
+            bool const bKnown = SubKey.IsOpen() && LoadRecord(SubKey.Get(), KEY_RECORD, aBytes, Record)
+                                && std::equal(Record.sName.begin(), Record.sName.end(), sFolded.begin(), sFolded.end(),
+                                    [](char cSpelled, char cFolded) { return Folded(cSpelled) == cFolded; });
+            return bKnown ? std::string(Record.sName) : sFolded;
+        }
+
+        // Empties the folder of a key that holds nothing but what is the store's, without subkeys.
+        bool EmptyKey(int iFolder)
+        {
+            Contents_s const Contents = ReadContents(iFolder);
+            errno = ENOTEMPTY;
+            bool bEmpty = Contents.bRead && !Contents.bForeign && Contents.dSubKeys.empty();
+            for (std::vector<std::string> const * pFiles : { &Contents.dValues, &Contents.dOthers })
+            {
+                for (std::size_t i = 0; bEmpty && i < pFiles->size(); ++i)
+                {
+                    bEmpty = unlinkat(iFolder, (*pFiles)[i].c_str(), 0) == 0;
+                }
+            }
+            return bEmpty;
+        }
+
+        bool IsSameFolder(int iFirst, int iSecond)
+        {
+            struct stat First, Second;
+            return fstat(iFirst, &First) == 0 && fstat(iSecond, &Second) == 0 && First.st_ino == Second.st_ino
+                   && First.st_dev == Second.st_dev;
+        }
+
+        // Splits a path before its last name, which is empty if the path has none.
+        void SplitLast(std::string_view sPath, std::string_view & sParent, std::string_view & sLast)
+        {
+            while (sPath.ends_with('\\'))
+            {
+                sPath.remove_suffix(1);
+            }
+            std::size_t const iCut = sPath.rfind('\\');
+            sParent = iCut == std::string_view::npos ? std::string_view() : sPath.substr(0, iCut);
+            sLast = iCut == std::string_view::npos ? sPath : sPath.substr(iCut + 1);
         }
     }
 
@@ -338,53 +333,210 @@ namespace plat
     bool RegistryRead(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e & eType,
         void * pBuffer, std::size_t & nSize)
     {
-        std::size_t const nRoom = nSize;
-        nSize = 0;
-        Descriptor_c const Key(OpenKey(eTree, szKey, false));
-        std::string sFile;
-        Bytes_t aBytes;
-        Record_t Record;
-        if (!Key.IsOpen() || !NameOnDisk(VALUE_MARK, szName != nullptr ? szName : "", sFile)
-            || !LoadRecord(Key.Get(), sFile.c_str(), aBytes, Record))
-        {
-            return false;
-        }
-        eType = Record.eType;
-        nSize = Record.sData.size();
-        if (nSize > nRoom)
-        {
-            errno = ERANGE;
-            return false;
-        }
-        Record.sData.copy(static_cast<char *>(pBuffer), nSize);
-        return true;
+        Descriptor_c const Key(OpenKey(eTree, TextOf(szKey), false));
+        return ReadFrom(Key.Get(), szName, eType, pBuffer, nSize);
     }
 
     bool RegistryWrite(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e eType,
         void const * pData, std::size_t nSize)
     {
-        std::string_view const sName = szName != nullptr ? szName : "";
         std::string sFile;
-        if (!NameOnDisk(VALUE_MARK, sName, sFile))
+        if (!IsStorable(szName, nSize, sFile))
         {
             return false;
         }
-        if (nSize > VALUE_LIMIT)
+        Record_t const Record = { eType, TextOf(szName), { static_cast<char const *>(pData), nSize } };
+        bool bWritten = false;
+        errno = ENOENT;
+        for (int iTry = 0; !bWritten && errno == ENOENT && iTry < DELETED_KEY_TRIES; ++iTry)
         {
-            errno = EFBIG;
-            return false;
+            Descriptor_c const Key(OpenKey(eTree, TextOf(szKey), true));
+            bWritten = Key.IsOpen() && WriteTo(Key.Get(), sFile.c_str(), Record);
         }
-        Descriptor_c const Key(OpenKey(eTree, szKey, true));
-        if (!Key.IsOpen())
-        {
-            return false;
-        }
-        SweepBusyFiles(Key.Get());
-        return StoreRecord(Key.Get(), sFile.c_str(), { eType, sName, { static_cast<char const *>(pData), nSize } });
+        return bWritten;
     }
 
     bool RegistryKeyExists(RegistryTree_e eTree, char const * szKey)
     {
-        return Descriptor_c(OpenKey(eTree, szKey, false)).IsOpen();
+        return Descriptor_c(OpenKey(eTree, TextOf(szKey), false)).IsOpen();
+    }
+
+    RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate)
+    {
+        int iFolder = -1;
+        errno = ENOENT;
+        for (int iTry = 0; iFolder < 0 && errno == ENOENT && iTry < (bCreate ? DELETED_KEY_TRIES : 1); ++iTry)
+        {
+            iFolder = OpenKey(eTree, TextOf(szKey), bCreate);
+        }
+        return NewKey(eTree, std::string(TextOf(szKey)), iFolder, dwAccess);
+    }
+
+    RegistryKey_t RegistryOpenSubKey(RegistryKey_t hKey, char const * szKey, std::uint32_t dwAccess)
+    {
+        if (!hKey)
+        {
+            return nullptr;
+        }
+        int const iFolder = OpenFrom(OpenFolder(hKey->Folder.Get(), "."), TextOf(szKey), false, 0);
+        return NewKey(hKey->eTree, hKey->sPath + '\\' + std::string(TextOf(szKey)), iFolder, dwAccess);
+    }
+
+    void RegistryCloseKey(RegistryKey_t hKey)
+    {
+        delete hKey;
+    }
+
+    bool RegistryRead(
+        RegistryKey_t hKey, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize)
+    {
+        return ReadFrom(hKey ? hKey->Folder.Get() : -1, szName, eType, pBuffer, nSize);
+    }
+
+    bool RegistryWrite(
+        RegistryKey_t hKey, char const * szName, RegistryType_e eType, void const * pData, std::size_t nSize)
+    {
+        std::string sFile;
+        return hKey && IsStorable(szName, nSize, sFile)
+               && WriteTo(hKey->Folder.Get(), sFile.c_str(),
+                   { eType, TextOf(szName), { static_cast<char const *>(pData), nSize } });
+    }
+
+    bool RegistryQuery(RegistryKey_t hKey, char const * szName, RegistryType_e & eType, std::size_t & nSize)
+    {
+        std::string sFile;
+        RecordBytes_t aBytes;
+        Record_t Record;
+        if (!hKey || !ValueNameOnDisk(TextOf(szName), sFile)
+            || !LoadRecord(hKey->Folder.Get(), sFile.c_str(), aBytes, Record))
+        {
+            return false;
+        }
+        eType = Record.eType;
+        nSize = Record.sData.size();
+        return true;
+    }
+
+    bool RegistryDeleteValue(RegistryKey_t hKey, char const * szName)
+    {
+        std::string sFile;
+        if (!hKey || !ValueNameOnDisk(TextOf(szName), sFile))
+        {
+            return false;
+        }
+        KeyLock_c const Lock(hKey->Folder.Get(), LOCK_SH);
+        return Lock.IsHeld() && unlinkat(hKey->Folder.Get(), sFile.c_str(), 0) == 0;
+    }
+
+    bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName)
+    {
+        std::string sOld, sNew;
+        if (!hKey || !ValueNameOnDisk(TextOf(szOldName), sOld) || !ValueNameOnDisk(TextOf(szNewName), sNew))
+        {
+            return false;
+        }
+        int const iFolder = hKey->Folder.Get();
+        KeyLock_c const Lock(iFolder, LOCK_EX);
+        RecordBytes_t aBytes, aOther;
+        Record_t Record, Other;
+        if (!Lock.IsHeld() || LoadRecord(iFolder, sNew.c_str(), aOther, Other)
+            || !LoadRecord(iFolder, sOld.c_str(), aBytes, Record)
+            || !StoreRecord(iFolder, sNew.c_str(), { Record.eType, TextOf(szNewName), Record.sData }))
+        {
+            return false;
+        }
+        bool const bGone = unlinkat(iFolder, sOld.c_str(), 0) == 0;
+        if (!bGone)
+        {
+            unlinkat(iFolder, sNew.c_str(), 0);
+        }
+        return bGone;
+    }
+
+    bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize)
+    {
+        if (!hKey)
+        {
+            return false;
+        }
+        std::vector<std::string> dNames = ReadContents(hKey->Folder.Get()).dSubKeys;
+        if (iIndex >= dNames.size())
+        {
+            return false;
+        }
+        auto const iName = dNames.begin() + static_cast<std::ptrdiff_t>(iIndex);
+        std::nth_element(dNames.begin(), iName, dNames.end());
+        if (iName->size() >= nSize)
+        {
+            return false;
+        }
+        std::string const sSpelling = SpellingOf(hKey->Folder.Get(), *iName);
+        std::memcpy(szName, sSpelling.c_str(), sSpelling.size() + 1);
+        return true;
+    }
+
+    bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey)
+    {
+        if (!hKey)
+        {
+            return false;
+        }
+        std::string_view sRest = TextOf(szKey);
+        bool const bItself = TakeName(sRest).empty();
+        std::string_view sParent, sLast;
+        SplitLast(bItself ? std::string_view(hKey->sPath) : TextOf(szKey), sParent, sLast);
+        std::string sFile;
+        if (sLast.empty() || !KeyNameOnDisk(sLast, sFile))
+        {
+            return false;
+        }
+        Descriptor_c const Parent(bItself ? OpenKey(hKey->eTree, sParent, false)
+                                          : OpenFrom(OpenFolder(hKey->Folder.Get(), "."), sParent, false, 0));
+        Descriptor_c const Key(Parent.IsOpen() ? OpenFolder(Parent.Get(), sFile.c_str()) : -1);
+        if (!Key.IsOpen() || (bItself && !IsSameFolder(Key.Get(), hKey->Folder.Get())))
+        {
+            return false;
+        }
+        KeyLock_c const Lock(Key.Get(), LOCK_EX);
+        return Lock.IsHeld() && EmptyKey(Key.Get()) && unlinkat(Parent.Get(), sFile.c_str(), AT_REMOVEDIR) == 0;
+    }
+
+    bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info)
+    {
+        Info = {};
+        FileFacts_t Facts;
+        if (!hKey || !FactsAt(hKey->Folder.Get(), "", AT_EMPTY_PATH, Facts))
+        {
+            return false;
+        }
+        Contents_s const Contents = ReadContents(hKey->Folder.Get());
+        Info.tLastWrite = Facts.tLastWrite;
+        Info.nSubKeys = Contents.dSubKeys.size();
+        for (std::string const & sName : Contents.dSubKeys)
+        {
+            Info.nMaxSubKeyLength = std::max(Info.nMaxSubKeyLength, sName.size());
+        }
+        for (std::string const & sFile : Contents.dValues)
+        {
+            RecordBytes_t aBytes;
+            Record_t Record;
+            if (LoadRecord(hKey->Folder.Get(), sFile.c_str(), aBytes, Record))
+            {
+                ++Info.nValues;
+                Info.nMaxValueNameLength = std::max(Info.nMaxValueNameLength, Record.sName.size());
+                Info.nMaxValueLength = std::max(Info.nMaxValueLength, Record.sData.size());
+            }
+        }
+        return Contents.bRead;
+    }
+
+    std::uint32_t RegistryGetPlatform()
+    {
+        return g_dwPlatform;
+    }
+
+    void RegistrySetPlatform(std::uint32_t dwPlatform)
+    {
+        g_dwPlatform = dwPlatform;
     }
 }

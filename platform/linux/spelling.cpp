@@ -77,8 +77,8 @@ namespace plat
 
         using Record_t = std::unordered_map<std::string, FolderNames_c, KeyHash_s, std::equal_to<>>;
 
-        // Made by the first name recorded, so that use before and after the life of static objects is sound. A path never
-        // waits for the lock: the folders tell what the record would, and a thread on its way down may hold it already.
+        // Made by the first name recorded, so that use before and after the life of static objects is sound. A path
+        // never waits for the lock: the folders tell what the record would, and a thread on its way down may hold it.
         std::mutex g_RecordLock;
         Record_t * g_pRecord = nullptr;
 

@@ -51,12 +51,14 @@ namespace plat
                 AddDistant<2>(First, Signs, Second, SEQUENCE);
             }
             AddDistant<1>(First, Signs, Second, SEQUENCE);
-            return { First[0], Second[0], Signs[0] < 0 };
+            auto const Signed = [](std::size_t i) { return static_cast<std::ptrdiff_t>(i); };
+            return { Signed(First[0]), Signed(Second[0]), Signed(Signs[0]) < 0 };
         }
 
-        typedef std::ptrdiff_t Vector16_t __attribute__((vector_size(16), may_alias));
-        typedef std::ptrdiff_t Vector32_t __attribute__((vector_size(32), may_alias));
-        typedef std::ptrdiff_t Vector64_t __attribute__((vector_size(64), may_alias));
+        // Unsigned, for sums that wrap.
+        typedef std::size_t Vector16_t __attribute__((vector_size(16), may_alias));
+        typedef std::size_t Vector32_t __attribute__((vector_size(32), may_alias));
+        typedef std::size_t Vector64_t __attribute__((vector_size(64), may_alias));
 
         PairSums_t SumBaseline(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
         {

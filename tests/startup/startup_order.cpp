@@ -39,12 +39,12 @@ namespace
     };
     Probe_c g_Probe;
 
-    std::ptrdiff_t BlocksOf(mem::Categories_e eCategory)
+    bool HasGameBlocks(std::ptrdiff_t nExpected)
     {
         mem::CategoryInfo dInfo[mem::TOTAL];
         std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
         MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
-        return dInfo[eCategory].iCount;
+        return dInfo[mem::Game].iCount == nExpected;
     }
 
     struct Early_s
@@ -55,7 +55,7 @@ namespace
             MemCategoryScope_c const Scope(mem::Game);
             pNumbers = ZQ_NEW int[100];
             pText = new std::string(100, 'x');
-            Check(BlocksOf(mem::Game) == 3, "three blocks count under the category");
+            Check(HasGameBlocks(3), "three blocks count under the category");
             LogAddCallback([](char const *) { ++g_nLines; });
             Log("before main");
             g_CommandCallbacker.Add([](int) { ++g_nCommands; }, false);
@@ -67,7 +67,7 @@ namespace
             Check(g_MemoryInit, "the heap is tracked behind main");
             delete[] pNumbers;
             delete pText;
-            Check(BlocksOf(mem::Game) == 0, "the blocks are gone behind main");
+            Check(HasGameBlocks(0), "the blocks are gone behind main");
             Log("behind main");
             std::printf("done\n");
         }
@@ -85,14 +85,6 @@ namespace
             std::snprintf(szBuffer, nSize, "a lost object");
         }
     };
-
-    void Leak()
-    {
-        auto const iWord =
-            static_cast<int>(MEMORY_OBJECT_FLAG | mem::AI << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK);
-        new (iWord, "described.cpp", 12) Described_c();
-        std::memset(CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, "lost.cpp", 34), 0, 40);
-    }
 }
 
 int main(int nArguments, char ** dArguments)
@@ -103,7 +95,10 @@ int main(int nArguments, char ** dArguments)
     Check(g_nLines == 1 && g_nCommands == 1, "listener and callback were called");
     if (nArguments > 1 && std::strcmp(dArguments[1], "leak") == 0)
     {
-        Leak();
+        auto const iWord =
+            static_cast<int>(MEMORY_OBJECT_FLAG | mem::AI << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK);
+        new (iWord, "described.cpp", 12) Described_c();
+        CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, "lost.cpp", 34);
     }
     Module_c::ShutdownAllModules();
     AppMiscShutdown();

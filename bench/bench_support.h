@@ -1,0 +1,73 @@
+// bench_support.h: what benchmarks of several readers need.
+#pragma once
+
+#include "zqcore/cfilepath.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+/// Registers a text as a file that stays resident up to the end of the process, so that opening it costs no disk; the
+/// name to open it by.
+inline std::string ServeFile(std::string const & sName, std::string const & sText)
+{
+    struct Served_s
+    {
+        std::vector<File_c *> dFiles;
+
+        ~Served_s()
+        {
+            for (File_c * const pFile : dFiles)
+            {
+                FileClose(pFile);
+            }
+            FileReset();
+        }
+    };
+    static Served_s s_Served;
+
+    std::filesystem::path const Path =
+        std::filesystem::temp_directory_path() / ("zqcore_" + std::to_string(std::rand()) + "_" + sName);
+    std::ofstream(Path, std::ios::binary) << sText;
+    File_c * const pFile = FileAddOneFile(Path.c_str()) ? FileOpen(Path.filename().c_str()) : nullptr;
+    if (!pFile)
+    {
+        std::abort();
+    }
+    s_Served.dFiles.push_back(pFile);
+    std::filesystem::remove(Path);
+    return Path.filename().string();
+}
+
+/// The heap without this library's tracking, which peers would not have.
+template <typename T>
+struct PlainHeap_T
+{
+    using value_type = T;
+
+    PlainHeap_T() = default;
+    template <typename OTHER>
+    PlainHeap_T(PlainHeap_T<OTHER> const &)
+    {}
+    T * allocate(std::size_t n) { return static_cast<T *>(std::malloc(n * sizeof(T))); }
+    void deallocate(T * p, std::size_t) { std::free(p); }
+    bool operator==(PlainHeap_T const &) const { return true; }
+};
+
+using PlainString_t = std::basic_string<char, std::char_traits<char>, PlainHeap_T<char>>;
+
+template <typename T>
+using PlainVector_T = std::vector<T, PlainHeap_T<T>>;
+
+/// Ends a benchmark whose work had the wrong outcome.
+inline void Require(benchmark::State & State, bool bCondition)
+{
+    if (!bCondition)
+    {
+        State.SkipWithError("wrong outcome");
+    }
+}

@@ -1,0 +1,241 @@
+// numerics_bench.cpp: noise beside stb_perlin and libnoise, bit fields beside boost::dynamic_bitset, identifiers beside
+// libuuid.
+#define STB_PERLIN_IMPLEMENTATION
+#include <stb/stb_perlin.h>
+
+#include "zqcore/cbitmap.h"
+#include "zqcore/cguid.h"
+#include "zqcore/cperlin.h"
+
+#include "platform/netaddress.h"
+
+#include <benchmark/benchmark.h>
+#include <boost/dynamic_bitset.hpp>
+#include <libnoise/noise.h>
+#include <uuid/uuid.h>
+
+#include <initializer_list>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+    // Points that no branch predictor and no lattice cell can get used to.
+    std::vector<Vec3fpu_t> const & Points()
+    {
+        static std::vector<Vec3fpu_t> const s_dPoints = []
+        {
+            std::mt19937 Random(1);
+            std::uniform_real_distribution<float> Coordinate(-200.0f, 200.0f);
+            std::vector<Vec3fpu_t> dPoints(4096);
+            for (Vec3fpu_t & Point : dPoints)
+            {
+                Point = { Coordinate(Random), Coordinate(Random), Coordinate(Random) };
+            }
+            return dPoints;
+        }();
+        return s_dPoints;
+    }
+
+    template <typename NOISE>
+    void RegisterNoise(char const * szName, NOISE fnNoise)
+    {
+        benchmark::RegisterBenchmark(szName,
+            [fnNoise](benchmark::State & State)
+            {
+                std::vector<Vec3fpu_t> const & dPoints = Points();
+                std::size_t i = 0;
+                for (auto _ : State)
+                {
+                    benchmark::DoNotOptimize(fnNoise(dPoints[i++ & 4095]));
+                }
+            });
+    }
+
+    template <typename BODY>
+    void RegisterBits(std::string const & sName, int nBits, BODY fnBody)
+    {
+        std::string const sFull = sName + "/" + std::to_string(nBits);
+        benchmark::RegisterBenchmark(sFull.c_str(), [=](benchmark::State & State) { fnBody(State, nBits); });
+    }
+
+    // Every third bit, so that no field is empty.
+    BitVec_c Ours(int nBits)
+    {
+        BitVec_c Vec(nBits);
+        for (int i = 0; i < nBits; i += 3)
+        {
+            Vec.Bis(i);
+        }
+        return Vec;
+    }
+
+    boost::dynamic_bitset<> Theirs(int nBits)
+    {
+        boost::dynamic_bitset<> Bits(static_cast<std::size_t>(nBits));
+        for (std::size_t i = 0; i < Bits.size(); i += 3)
+        {
+            Bits.set(i);
+        }
+        return Bits;
+    }
+
+    void OrOurs(benchmark::State & State, int nBits)
+    {
+        BitVec_c A = Ours(nBits);
+        BitVec_c const B = Ours(nBits);
+        for (auto _ : State)
+        {
+            A |= B;
+            benchmark::DoNotOptimize(A.pVec);
+            benchmark::ClobberMemory();
+        }
+    }
+
+    void OrTheirs(benchmark::State & State, int nBits)
+    {
+        boost::dynamic_bitset<> A = Theirs(nBits);
+        boost::dynamic_bitset<> const B = Theirs(nBits);
+        for (auto _ : State)
+        {
+            A |= B;
+            benchmark::DoNotOptimize(A);
+            benchmark::ClobberMemory();
+        }
+    }
+
+    void FirstOurs(benchmark::State & State, int nBits)
+    {
+        BitVec_c A(nBits);
+        A.Bis(nBits - 1);
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(A.pVec);
+            benchmark::DoNotOptimize(A.Scan1());
+        }
+    }
+
+    void FirstTheirs(benchmark::State & State, int nBits)
+    {
+        boost::dynamic_bitset<> A(static_cast<std::size_t>(nBits));
+        A.set(A.size() - 1);
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(A);
+            benchmark::DoNotOptimize(A.find_first());
+        }
+    }
+
+    void TestOurs(benchmark::State & State, int nBits)
+    {
+        BitVec_c const A = Ours(nBits);
+        unsigned i = 0;
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(A.Bit(static_cast<int>(i)));
+            i = (i + 7919) % static_cast<unsigned>(nBits);
+        }
+    }
+
+    void TestTheirs(benchmark::State & State, int nBits)
+    {
+        boost::dynamic_bitset<> const A = Theirs(nBits);
+        unsigned i = 0;
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(A.test(i));
+            i = (i + 7919) % static_cast<unsigned>(nBits);
+        }
+    }
+
+    // The two fields that do not meet are passed over whole.
+    void MeetOurs(benchmark::State & State, int nBits)
+    {
+        BitMap3D_c A(nBits / 64, 8, 8);
+        BitMap3D_c B = A;
+        A.Bis(0, 0, 0);
+        B.Bis(1, 0, 0);
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(A.pMap);
+            benchmark::DoNotOptimize(A.Intersects(B));
+        }
+    }
+
+    void MeetTheirs(benchmark::State & State, int nBits)
+    {
+        boost::dynamic_bitset<> A(static_cast<std::size_t>(nBits)), B = A;
+        A.set(0);
+        B.set(1);
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(A);
+            benchmark::DoNotOptimize(A.intersects(B));
+        }
+    }
+
+    plat::NetAddress_e GlobalAddress(unsigned char (&dAddress)[plat::NET_ADDRESS_SIZE])
+    {
+        dAddress[0] = 0;
+        return plat::NetAddress_e::Global;
+    }
+
+    // With an address of the maker's, whatever this machine has: without one each would warn.
+    void GuidOurs(benchmark::State & State)
+    {
+        plat::NetAddressSource_t const fnFormer = plat::NetAddressSetSource(GlobalAddress);
+        for (auto _ : State)
+        {
+            Guid_c Guid;
+            bool const bCreated = Guid_c::Create(Guid);
+            benchmark::DoNotOptimize(Guid);
+            if (!bCreated)
+            {
+                State.SkipWithError("no identifier");
+            }
+        }
+        plat::NetAddressSetSource(fnFormer);
+    }
+
+    void GuidTheirs(benchmark::State & State)
+    {
+        for (auto _ : State)
+        {
+            uuid_t Uuid;
+            uuid_generate_time(Uuid);
+            benchmark::DoNotOptimize(Uuid);
+        }
+    }
+
+    void RegisterAll()
+    {
+        PerlinNoiseSetSeed(1);
+        RegisterNoise("noise 3D/ours", [](Vec3fpu_t const & p) { return PerlinNoise(p); });
+        RegisterNoise(
+            "noise 3D/stb_perlin", [](Vec3fpu_t const & p) { return stb_perlin_noise3(p.x, p.y, p.z, 0, 0, 0); });
+        RegisterNoise("noise 3D/libnoise",
+            [](Vec3fpu_t const & p) { return noise::GradientCoherentNoise3D(p.x, p.y, p.z, 1, noise::QUALITY_STD); });
+        // The peers have no noise of fewer dimensions: a user takes a plane or a line of theirs.
+        RegisterNoise("noise 2D/ours", [](Vec3fpu_t const & p) { return PerlinNoise(Vector2_t{ p.x, p.y }); });
+        RegisterNoise(
+            "noise 2D/stb_perlin", [](Vec3fpu_t const & p) { return stb_perlin_noise3(p.x, p.y, 0, 0, 0, 0); });
+        RegisterNoise("noise 1D/ours", [](Vec3fpu_t const & p) { return PerlinNoise(p.x); });
+        RegisterNoise("noise 1D/stb_perlin", [](Vec3fpu_t const & p) { return stb_perlin_noise3(p.x, 0, 0, 0, 0, 0); });
+        for (int const nBits : { 64, 512, 4096, 65536, 1 << 26 })
+        {
+            RegisterBits("bits or/ours", nBits, OrOurs);
+            RegisterBits("bits or/dynamic_bitset", nBits, OrTheirs);
+        }
+        RegisterBits("first set bit/ours", 65536, FirstOurs);
+        RegisterBits("first set bit/dynamic_bitset", 65536, FirstTheirs);
+        RegisterBits("test of a bit/ours", 65536, TestOurs);
+        RegisterBits("test of a bit/dynamic_bitset", 65536, TestTheirs);
+        RegisterBits("intersects/ours", 65536, MeetOurs);
+        RegisterBits("intersects/dynamic_bitset", 65536, MeetTheirs);
+        benchmark::RegisterBenchmark("identifier/ours", GuidOurs);
+        benchmark::RegisterBenchmark("identifier/libuuid", GuidTheirs);
+    }
+
+    [[maybe_unused]] bool const s_bRegistered = (RegisterAll(), true);
+}

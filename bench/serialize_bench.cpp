@@ -1,0 +1,361 @@
+// serialize_bench.cpp: values, texts and a graph of shared objects saved and loaded, beside cereal's binary archives.
+// Each row writes or reads a file of the page cache, opened and closed in the loop.
+#include "zqcore/cfile.h"
+#include "zqcore/cserializer.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cereal/archives/binary.hpp>
+#include <cereal/types/memory.hpp>
+#include <cereal/types/string.hpp>
+#include <cereal/types/vector.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace
+{
+    constexpr std::size_t VALUES = 500'000;   // of each width
+    constexpr std::size_t TEXTS = 100'000;
+    constexpr std::size_t NODES = 100'000;
+
+    void Require(bool bAgreed)
+    {
+        if (!bAgreed)
+        {
+            std::abort();
+        }
+    }
+
+    /// A place for one file, removed at the end of the program.
+    struct Place_s
+    {
+        std::string sPath;
+
+        explicit Place_s(char const * szName)
+            : sPath(
+                (std::filesystem::temp_directory_path() / ("zqcore_" + std::to_string(std::rand()) + szName)).string())
+        {}
+        ~Place_s() { std::remove(sPath.c_str()); }
+    };
+
+    /// A file of our own kind, at a location that no table knows.
+    std::unique_ptr<FileOnDisk_c> OpenAt(std::string const & sPath)
+    {
+        static String_T<256> s_sFolder;
+        std::filesystem::path const Path(sPath);
+        s_sFolder = (Path.parent_path().string() + "/").c_str();
+        auto pFile = std::make_unique<FileOnDisk_c>();
+        pFile->sName = Path.filename().c_str();
+        pFile->pPath = &s_sFolder;
+        Require(FileOpen(pFile.get()));
+        return pFile;
+    }
+
+    struct Values_s
+    {
+        std::vector<int> dInts = std::vector<int>(VALUES);
+        std::vector<double> dDoubles = std::vector<double>(VALUES);
+
+        void Fill()
+        {
+            for (std::size_t i = 0; i < VALUES; ++i)
+            {
+                dInts[i] = static_cast<int>(i * 2654435761u);
+                dDoubles[i] = static_cast<double>(i) / 3.0;
+            }
+        }
+
+        void Serialize(Serializeable_c & Archive)
+        {
+            for (std::size_t i = 0; i < VALUES; ++i)
+            {
+                Archive.Serialize(dInts[i]).Serialize(dDoubles[i]);
+            }
+        }
+
+        template <typename ARCHIVE>
+        void serialize(ARCHIVE & Archive)
+        {
+            for (std::size_t i = 0; i < VALUES; ++i)
+            {
+                Archive(dInts[i], dDoubles[i]);
+            }
+        }
+
+        bool operator==(Values_s const &) const = default;
+    };
+
+    /// Short texts in each library's own kind; both kinds take 32 bytes, so that the same memory is walked.
+    struct Texts_s
+    {
+        std::vector<String_T<32>> dOurs = std::vector<String_T<32>>(TEXTS);
+        std::vector<std::string> dTheirs = std::vector<std::string>(TEXTS);
+
+        void Fill()
+        {
+            for (std::size_t i = 0; i < TEXTS; ++i)
+            {
+                dTheirs[i] = "unit_" + std::to_string(i);
+                dOurs[i] = dTheirs[i].c_str();
+            }
+        }
+
+        void Serialize(Serializeable_c & Archive)
+        {
+            for (String_T<32> & sText : dOurs)
+            {
+                Archive.SerializeString(sText);
+            }
+        }
+
+        template <typename ARCHIVE>
+        void serialize(ARCHIVE & Archive)
+        {
+            for (std::string & sText : dTheirs)
+            {
+                Archive(sText);
+            }
+        }
+
+        bool operator==(Texts_s const & Other) const { return dOurs == Other.dOurs || dTheirs == Other.dTheirs; }
+    };
+
+    /// A million values and the texts: the whole of the peers' table.
+    struct Both_s
+    {
+        Values_s Values;
+        Texts_s Texts;
+
+        void Fill() { Values.Fill(), Texts.Fill(); }
+        void Serialize(Serializeable_c & Archive) { Values.Serialize(Archive), Texts.Serialize(Archive); }
+        template <typename ARCHIVE>
+        void serialize(ARCHIVE & Archive)
+        {
+            Values.serialize(Archive), Texts.serialize(Archive);
+        }
+        bool operator==(Both_s const &) const = default;
+    };
+
+    template <typename DATA>
+    void SaveOurs(std::string const & sPath, DATA & Data)
+    {
+        BufferedWriteable_c Archive(sPath.c_str(), ARCHIVE_SAVED_GAME_VERSION);
+        Require(Archive.Open());
+        Data.Serialize(Archive);
+        Require(Archive.Close() && !Archive.IsFailed());
+    }
+
+    template <typename DATA>
+    void LoadOurs(std::string const & sPath, DATA & Data)
+    {
+        std::unique_ptr<FileOnDisk_c> const pFile = OpenAt(sPath);
+        Readable_c Archive(pFile.get(), ARCHIVE_SAVED_GAME_VERSION);
+        Require(Archive.Open());
+        Data.Serialize(Archive);
+        Require(!Archive.IsFailed());
+    }
+
+    template <typename DATA>
+    void SaveTheirs(std::string const & sPath, DATA & Data)
+    {
+        std::ofstream Stream(sPath, std::ios::binary);
+        cereal::BinaryOutputArchive Archive(Stream);
+        Archive(Data);
+    }
+
+    template <typename DATA>
+    void LoadTheirs(std::string const & sPath, DATA & Data)
+    {
+        std::ifstream Stream(sPath, std::ios::binary);
+        cereal::BinaryInputArchive Archive(Stream);
+        Archive(Data);
+    }
+
+    template <typename DATA, auto SAVE>
+    void BM_Save(benchmark::State & State)
+    {
+        Place_s const Place("save.arc");
+        DATA Data;
+        Data.Fill();
+        for (auto _ : State)
+        {
+            SAVE(Place.sPath, Data);
+        }
+    }
+
+    template <typename DATA, auto SAVE, auto LOAD>
+    void BM_Load(benchmark::State & State)
+    {
+        Place_s const Place("load.arc");
+        DATA Data, Loaded;
+        Data.Fill();
+        SAVE(Place.sPath, Data);
+        for (auto _ : State)
+        {
+            LOAD(Place.sPath, Loaded);
+        }
+        Require(Loaded == Data);
+    }
+
+    // A graph: each node shares two earlier ones and has a way to a third that owns nothing. The nodes are saved in
+    // order, so that no peer recurses deeply.
+    struct OurNode_s
+    {
+        int iValue = 0;
+        OurNode_s * pFirst = nullptr;
+        OurNode_s * pSecond = nullptr;
+        OurNode_s * pWeak = nullptr;
+    };
+
+    struct TheirNode_s
+    {
+        int iValue = 0;
+        std::shared_ptr<TheirNode_s> pFirst, pSecond;
+        std::weak_ptr<TheirNode_s> pWeak;
+
+        template <typename ARCHIVE>
+        void serialize(ARCHIVE & Archive)
+        {
+            Archive(iValue, pFirst, pSecond, pWeak);
+        }
+    };
+
+    /// Nodes as they are made: ours in an array of their owner.
+    class NodeSerializer_c : public Serializer_c
+    {
+    public:
+        NodeSerializer_c()
+            : Serializer_c("Node")
+        {}
+
+        void Serialize(Serializeable_c & Archive, OurNode_s *& pNode)
+        {
+            void * p = pNode;
+            Archive.IsReading() ? ReadOwnPointer(Archive, p) : WritePointer(Archive, p);
+            pNode = static_cast<OurNode_s *>(p);
+        }
+
+        std::vector<std::unique_ptr<OurNode_s>> m_dLoaded;
+
+    protected:
+        void SerializeObject(Serializeable_c & Archive, void *& pObject) override
+        {
+            if (Archive.IsReading())
+            {
+                m_dLoaded.push_back(std::make_unique<OurNode_s>());
+                pObject = m_dLoaded.back().get();
+            }
+            OurNode_s & Node = *static_cast<OurNode_s *>(pObject);
+            RegisterPointer(Archive, &Node);
+            Archive.Serialize(Node.iValue);
+            Serialize(Archive, Node.pFirst);
+            Serialize(Archive, Node.pSecond);
+            Serialize(Archive, Node.pWeak);
+        }
+    };
+    NodeSerializer_c g_Nodes;
+
+    /// An earlier node, or none: iLink 0 and 1 are shared, 2 is weak.
+    template <typename POINTER>
+    POINTER EarlierNode(std::vector<POINTER> const & dNodes, std::size_t i, std::size_t iLink)
+    {
+        return i == 0 ? POINTER() : dNodes[(i * 7919 + iLink * 104729) % i];
+    }
+
+    struct OurGraph_s
+    {
+        std::vector<OurNode_s *> dNodes = std::vector<OurNode_s *>(NODES);
+
+        void Serialize(Serializeable_c & Archive)
+        {
+            Serializer_c::StartSerialize(Archive, false);
+            for (OurNode_s *& pNode : dNodes)
+            {
+                g_Nodes.Serialize(Archive, pNode);
+            }
+        }
+    };
+
+    OurGraph_s MakeOurs(std::vector<OurNode_s> & dStorage, bool bChain)
+    {
+        OurGraph_s Graph;
+        for (std::size_t i = 0; i < NODES; ++i)
+        {
+            Graph.dNodes[i] = &dStorage[i];
+            dStorage[i].iValue = static_cast<int>(i);
+            dStorage[i].pFirst = bChain && i + 1 < NODES ? &dStorage[i + 1] : EarlierNode(Graph.dNodes, i, 0);
+            dStorage[i].pSecond = EarlierNode(Graph.dNodes, i, 1);
+            dStorage[i].pWeak = EarlierNode(Graph.dNodes, i, 2);
+        }
+        return Graph;
+    }
+
+    template <bool CHAIN>
+    void BM_GraphOurs(benchmark::State & State)
+    {
+        Place_s const Place("graph.arc");
+        std::vector<OurNode_s> dStorage(NODES);
+        OurGraph_s Saved = MakeOurs(dStorage, CHAIN);
+        for (auto _ : State)
+        {
+            OurGraph_s Loaded;
+            SaveOurs(Place.sPath, Saved);
+            LoadOurs(Place.sPath, Loaded);
+            Require(g_Nodes.m_dLoaded.size() == NODES && Loaded.dNodes[1]->pWeak == Loaded.dNodes[0]);
+            g_Nodes.m_dLoaded.clear();
+        }
+    }
+
+    /// From the last to the first, so that no owner's end recurses.
+    void Release(std::vector<std::shared_ptr<TheirNode_s>> & dNodes)
+    {
+        while (!dNodes.empty())
+        {
+            dNodes.pop_back();
+        }
+    }
+
+    void BM_GraphTheirs(benchmark::State & State)
+    {
+        Place_s const Place("graph.arc");
+        std::vector<std::shared_ptr<TheirNode_s>> dNodes(NODES);
+        for (std::size_t i = 0; i < NODES; ++i)
+        {
+            dNodes[i] = std::make_shared<TheirNode_s>();
+            dNodes[i]->iValue = static_cast<int>(i);
+            dNodes[i]->pFirst = EarlierNode(dNodes, i, 0);
+            dNodes[i]->pSecond = EarlierNode(dNodes, i, 1);
+            dNodes[i]->pWeak = EarlierNode(dNodes, i, 2);
+        }
+        for (auto _ : State)
+        {
+            std::vector<std::shared_ptr<TheirNode_s>> dLoaded;
+            SaveTheirs(Place.sPath, dNodes);
+            LoadTheirs(Place.sPath, dLoaded);
+            Require(dLoaded.size() == NODES && dLoaded[1]->pWeak.lock() == dLoaded[0]);
+            Release(dLoaded);
+        }
+        Release(dNodes);
+    }
+}
+
+#define SAVE_AND_LOAD(DATA)                                                                                            \
+    BENCHMARK(BM_Save<DATA, SaveOurs<DATA>>)->Name(#DATA "/save/ours")->Unit(benchmark::kMillisecond);                 \
+    BENCHMARK(BM_Save<DATA, SaveTheirs<DATA>>)->Name(#DATA "/save/cereal")->Unit(benchmark::kMillisecond);             \
+    BENCHMARK(BM_Load<DATA, SaveOurs<DATA>, LoadOurs<DATA>>)->Name(#DATA "/load/ours")->Unit(benchmark::kMillisecond); \
+    BENCHMARK(BM_Load<DATA, SaveTheirs<DATA>, LoadTheirs<DATA>>)                                                       \
+        ->Name(#DATA "/load/cereal")                                                                                   \
+        ->Unit(benchmark::kMillisecond)
+
+SAVE_AND_LOAD(Values_s);
+SAVE_AND_LOAD(Texts_s);
+SAVE_AND_LOAD(Both_s);
+BENCHMARK(BM_GraphOurs<false>)->Name("Graph/ours")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GraphTheirs)->Name("Graph/cereal")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GraphOurs<true>)->Name("GraphOneChainDeep/ours")->Unit(benchmark::kMillisecond);

@@ -1,0 +1,21 @@
+// Starts and ends: what loading costs is the difference between two builds of this, with and without the library.
+#include <cstdio>
+#include <cstring>
+
+int main()
+{
+    // The memory that the process holds now, for the program that started it.
+    if (std::FILE * const pStatus = std::fopen("/proc/self/smaps_rollup", "r"))
+    {
+        char szLine[256];
+        while (std::fgets(szLine, sizeof szLine, pStatus))
+        {
+            if (std::strncmp(szLine, "Private_", 8) == 0)
+            {
+                std::fputs(szLine, stdout);
+            }
+        }
+        std::fclose(pStatus);
+    }
+    return 0;
+}

@@ -1,0 +1,50 @@
+// The cost of loading the library: a program that links it beside the same program without it.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+    // Kilobytes that the process has for itself alone, as it says on its own output.
+    double PrivateKilobytes(char const * szProgram)
+    {
+        double nTotal = 0;
+        if (std::FILE * const pOutput = ::popen(szProgram, "r"))
+        {
+            long nKilobytes;
+            char szName[64];
+            while (std::fscanf(pOutput, "%63[^:]: %ld kB ", szName, &nKilobytes) == 2)
+            {
+                nTotal += static_cast<double>(nKilobytes);
+            }
+            ::pclose(pOutput);
+        }
+        return nTotal;
+    }
+
+    void Run(benchmark::State & State, char const * szProgram)
+    {
+        char szArgument[] = "idle";
+        char * dArguments[] = { szArgument, nullptr };
+        posix_spawn_file_actions_t Actions;
+        ::posix_spawn_file_actions_init(&Actions);
+        ::posix_spawn_file_actions_addopen(&Actions, 1, "/dev/null", 1, 0);
+        for (auto _ : State)
+        {
+            pid_t iChild;
+            if (::posix_spawn(&iChild, szProgram, &Actions, nullptr, dArguments, environ) != 0 ||
+                ::waitpid(iChild, nullptr, 0) < 0)
+            {
+                State.SkipWithError("the program does not start");
+                break;
+            }
+        }
+        ::posix_spawn_file_actions_destroy(&Actions);
+        State.counters["private_kB"] = PrivateKilobytes(szProgram);
+    }
+    BENCHMARK_CAPTURE(Run, ours, STARTUP_WITH_LIBRARY)->Name("Startup/ours")->UseRealTime();
+    BENCHMARK_CAPTURE(Run, empty, STARTUP_WITHOUT_LIBRARY)->Name("Startup/empty_program")->UseRealTime();
+}

@@ -1,0 +1,53 @@
+"""Runs benchmark programs and prints ours beside the peers' as a Markdown table.
+
+A row's name has one component that is "ours" or a peer's name; rows that agree in all others are one piece of work.
+"""
+import json
+import pathlib
+import subprocess
+import sys
+
+REPETITIONS = 5
+OURS = "ours"
+
+
+def run(program):
+    command = [str(program), "--benchmark_format=json", f"--benchmark_repetitions={REPETITIONS}",
+               "--benchmark_report_aggregates_only=true", "--benchmark_min_time=0.1"]
+    output = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=True).stdout
+    return {row["run_name"]: row["cpu_time"] * {"ns": 1, "us": 1e3, "ms": 1e6}[row["time_unit"]]
+            for row in json.loads(output)["benchmarks"]
+            if row.get("aggregate_name") == "median" and not row.get("error_occurred")}
+
+
+def peers_of(name, medians):
+    parts = name.split("/")
+    at = parts.index(OURS)
+    for other in medians:
+        others = other.split("/")
+        if len(others) == len(parts) and others[at] != OURS and others[:at] + others[at + 1:] == parts[:at] + parts[at + 1:]:
+            yield others[at], medians[other]
+
+
+def text(nanoseconds):
+    for limit, unit in ((1e3, "ns"), (1e6, "us"), (1e9, "ms")):
+        if nanoseconds < limit:
+            return f"{nanoseconds / limit * 1e3:.3g} {unit}"
+    return f"{nanoseconds / 1e9:.3g} s"
+
+
+def main():
+    folder, families = pathlib.Path(sys.argv[1]), sys.argv[2:]
+    print("| Work | Ours | Peers (time, ours / theirs) |\n|---|---|---|")
+    for program in sorted(folder.glob("*_bench")):
+        if families and program.stem.removesuffix("_bench") not in families:
+            continue
+        medians = run(program)
+        for name, ours in medians.items():
+            if OURS in name.split("/"):
+                peers = ", ".join(f"{peer} {text(time)} ({ours / time:.2f})" for peer, time in peers_of(name, medians))
+                work = "/".join(part for part in name.split("/") if part != OURS)
+                print(f"| {work} | {text(ours)} | {peers} |", flush=True)
+
+
+main()

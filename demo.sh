@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Builds ZQCore and runs the example host over the example media: ./demo.sh [HOST OPTION...]. With options of your own
+# the host gets those instead, for instance ./demo.sh --media /usr/share/games/freeorion/default
+# Installs what is missing on a Debian machine.
+set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+build="$here/build/demo"
+
+missing=()
+command -v cmake >/dev/null || missing+=(cmake)
+command -v ninja >/dev/null || missing+=(ninja-build)
+command -v g++ >/dev/null || missing+=(g++)
+if [ ${#missing[@]} -gt 0 ]; then
+    command -v apt-get >/dev/null || { echo "demo.sh: please install: ${missing[*]}" >&2; exit 1; }
+    echo "Installing: ${missing[*]}"
+    as_root=(env DEBIAN_FRONTEND=noninteractive)
+    [ "$(id -u)" = 0 ] || as_root=(sudo "${as_root[@]}")
+    "${as_root[@]}" apt-get update -qq
+    "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# A folder of its own, so that the tests' build keeps its settings.
+echo "Building in $build"
+(cd "$here" && cmake --preset release -B "$build" -DZQCORE_TESTS=OFF >/dev/null)
+cmake --build "$build" --target zqhost --parallel "$(nproc)"
+
+host="$build/examples/host/zqhost"
+echo
+if [ $# -gt 0 ]; then
+    exec "$host" "$@"
+fi
+exec "$host" --media "$here/examples/media" --config desktop --log "$build/logs" </dev/null

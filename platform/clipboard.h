@@ -1,0 +1,64 @@
+// clipboard.h: a place for data that all processes of the user share, one process at a time.
+//
+// Data stand under formats, each a name. Whoever has the clipboard open has it alone; a process that ends, however it
+// ends, closes it. Data reach the others when they are set, as a whole: a process killed on the way leaves the former
+// data. The clipboard is a folder on disk and survives the processes; a block is limited to 64 MiB. One thread of a
+// process at a time.
+#pragma once
+
+#include "platform/compiler.h"
+
+#include <cstddef>
+
+namespace plat
+{
+    constexpr std::size_t CLIPBOARD_LIMIT = 64 * 1024 * 1024;   // bytes of a block
+
+    /// Puts the clipboard's folder elsewhere; null for the default, ".config/zqcore/clipboard" in the user's home. The
+    /// text is copied. The clipboard must be closed.
+    ZQ_API void ClipboardSetFolder(char const * szFolder);
+
+    /// The number of a format, the same for names that differ in ASCII case only; 0 if it can't be had.
+    unsigned int ClipboardRegisterFormat(char const * szName);
+
+    /// Opens the clipboard; false if anyone has it open, or it can't be reached. Does not wait.
+    bool ClipboardTryOpen();
+
+    /// Closes it; false if it is not open. Blocks that belong to the clipboard end here.
+    bool ClipboardClose();
+
+    /// Removes the data of all formats from the open clipboard; false if it is not open. The others see it when data
+    /// are set or the clipboard is closed.
+    bool ClipboardEmpty();
+
+    /// A block of bytes that can be put into the clipboard. Null is none: of size 0, and never locked.
+    struct ClipboardBlock_s;
+    using ClipboardBlock_t = ClipboardBlock_s *;
+
+    /// Makes a block; null above CLIPBOARD_LIMIT.
+    ClipboardBlock_t ClipboardBlockNew(std::size_t nBytes);
+
+    /// Frees a block that does not belong to the clipboard. Null does nothing.
+    void ClipboardBlockFree(ClipboardBlock_t hBlock);
+
+    std::size_t ClipboardBlockSize(ClipboardBlock_t hBlock);
+
+    /// The block's bytes, until it is unlocked; null on failure.
+    char * ClipboardBlockLock(ClipboardBlock_t hBlock);
+    void ClipboardBlockUnlock(ClipboardBlock_t hBlock);
+
+    /// The format's data in the open clipboard, null if there are none. The block belongs to the clipboard and is valid
+    /// until that is emptied or closed or the format is set.
+    ClipboardBlock_t ClipboardGet(unsigned int iFormat);
+
+    /// Puts a block into the open clipboard, to which it then belongs; the block. Null on failure: the block is still
+    /// the caller's, and the clipboard holds what it held before it was last emptied.
+    ClipboardBlock_t ClipboardSet(unsigned int iFormat, ClipboardBlock_t hBlock);
+
+    /// Waits before another try to open.
+    void ClipboardWait(unsigned int nMilliseconds);
+
+    /// Puts a function in the place of the waiting, or null to end that; the former one. For tests.
+    using ClipboardWait_t = void (*)(unsigned int nMilliseconds);
+    ClipboardWait_t ClipboardSetWait(ClipboardWait_t fnWait);
+}

@@ -1,0 +1,36 @@
+// float4.h: four floats in a vector register. Each lane computes as a single float does: with the same bits everywhere.
+#pragma once
+
+#include "platform/vector128.h"
+
+namespace plat
+{
+    typedef float Float4_t __attribute__((vector_size(16)));
+    typedef int Int4_t __attribute__((vector_size(16)));
+
+    /// The integers of the lanes, truncated toward zero; a lane that fits no integer gives the smallest one.
+    inline Int4_t Truncate(Float4_t Value)
+    {
+        return Int4_t{ _mm_cvttss_si32(Value), _mm_cvttss_si32(_mm_shuffle_ps(Value, Value, 1)),
+            _mm_cvttss_si32(_mm_movehl_ps(Value, Value)), _mm_cvttss_si32(_mm_shuffle_ps(Value, Value, 3)) };
+    }
+
+    inline Float4_t FloatsOf(Int4_t Value)
+    {
+        return __builtin_convertvector(Value, Float4_t);
+    }
+
+    /// Four lanes picked from eight: 0 to 3 of A, 4 to 7 of B.
+    template <int LANE0, int LANE1, int LANE2, int LANE3>
+    Float4_t Pick(Float4_t A, Float4_t B)
+    {
+        return __builtin_shufflevector(A, B, LANE0, LANE1, LANE2, LANE3);
+    }
+
+    /// One lane in all four.
+    template <int LANE>
+    Float4_t Spread(Float4_t A)
+    {
+        return Pick<LANE, LANE, LANE, LANE>(A, A);
+    }
+}

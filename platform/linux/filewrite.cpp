@@ -1,0 +1,92 @@
+#define _FILE_OFFSET_BITS 64
+
+#include "platform/filewrite.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/openfile.h"
+
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace plat
+{
+    namespace
+    {
+        bool IsRegular(int iDescriptor)
+        {
+            struct stat Stat;
+            if (fstat(iDescriptor, &Stat) != 0)
+            {
+                return false;
+            }
+            errno = EINVAL;
+            return S_ISREG(Stat.st_mode);
+        }
+
+        // Excludes other writers that ask. A file system that knows no such locks excludes nobody.
+        bool Claim(int iDescriptor)
+        {
+            return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+        }
+    }
+
+    File_t FileCreate(char const * szPath)
+    {
+        constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+        Descriptor_c File(OpenOrCreate(szPath, FLAGS, NEW_FILE_MODE));
+        bool const bMine = File.IsOpen() && IsRegular(File.Get()) && Claim(File.Get());
+        return bMine && ftruncate(File.Get(), 0) == 0 ? HandleOf(File.Release()) : nullptr;
+    }
+
+    bool FileWrite(File_t hFile, void const * pData, std::size_t nBytes)
+    {
+        return WriteFully(DescriptorOf(hFile), pData, nBytes);
+    }
+
+    bool FileWriteAt(File_t hFile, std::uint64_t nOffset, void const * pData, std::size_t nBytes)
+    {
+        auto const * pNext = static_cast<char const *>(pData);
+        while (nBytes > 0)
+        {
+            ssize_t const n = pwrite(DescriptorOf(hFile), pNext, nBytes, static_cast<off_t>(nOffset));
+            if (n <= 0 && !(n < 0 && errno == EINTR))
+            {
+                return false;
+            }
+            std::size_t const nWritten = n > 0 ? static_cast<std::size_t>(n) : 0;
+            pNext += nWritten;
+            nOffset += nWritten;
+            nBytes -= nWritten;
+        }
+        return true;
+    }
+
+    bool FileSetSize(File_t hFile, std::uint64_t nBytes)
+    {
+        return ftruncate(DescriptorOf(hFile), static_cast<off_t>(nBytes)) == 0;
+    }
+
+    // An interrupted close has closed all the same.
+    bool FileFinish(File_t hFile)
+    {
+        return close(DescriptorOf(hFile)) == 0 || errno == EINTR;
+    }
+
+    void FoldersCreate(char const * szFilePath)
+    {
+        char szLevel[PATH_MAX];
+        for (char const * p = szFilePath; *p && p - szFilePath < PATH_MAX - 1; ++p)
+        {
+            if ((*p == '/' || *p == '\\') && p != szFilePath)
+            {
+                auto const nLength = static_cast<std::size_t>(p - szFilePath);
+                std::memcpy(szLevel, szFilePath, nLength);
+                szLevel[nLength] = '\0';
+                FolderCreate(szLevel);
+            }
+        }
+    }
+}

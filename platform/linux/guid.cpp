@@ -1,0 +1,238 @@
+// Clock sequences: a process binds a socket to a name of the number in the abstract namespace, which the kernel gives to
+// one process at a time and takes back when it ends. That namespace is shared by just those processes that see the same
+// interfaces, so no two live processes ever join one address, sequence and tick. A sequence is picked at random: even
+// if the clock is set back between two lives, meeting the same sequence in the same tick is next to impossible.
+
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/guid.h"
+
+#include "platform/netaddress.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+#include <pthread.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace plat
+{
+    namespace
+    {
+        constinit std::atomic<GuidSource_t> g_fnSource = nullptr;
+
+        constexpr int SEQUENCES = 1 << 14;
+        constexpr std::uint64_t TICKS_IN_SECOND = 10000000;
+        constexpr std::uint64_t TICKS_1582_TO_1970 = 0x01B21DD213814000;
+        constexpr std::uint64_t SMALL_STEP_BACK = 1000;   // ticks to wait out; a clock set back further is another time
+
+        // 100-nanosecond ticks since the Gregorian calendar began.
+        std::uint64_t Now()
+        {
+            timespec Time;
+            clock_gettime(CLOCK_REALTIME, &Time);
+            return static_cast<std::uint64_t>(Time.tv_sec) * TICKS_IN_SECOND
+                   + static_cast<std::uint64_t>(Time.tv_nsec) / 100 + TICKS_1582_TO_1970;
+        }
+
+        // Mixes the clock where the system gives no random bytes.
+        void RandomBytes(unsigned char * pBytes, std::size_t nBytes)
+        {
+            if (getrandom(pBytes, nBytes, GRND_NONBLOCK) != static_cast<ssize_t>(nBytes))
+            {
+                std::uint64_t nMixed = Now() ^ static_cast<std::uint64_t>(getpid()) << 40;
+                for (std::size_t i = 0; i < nBytes; ++i)
+                {
+                    nMixed = nMixed * 6364136223846793005u + 1442695040888963407u;
+                    pBytes[i] = static_cast<unsigned char>(nMixed >> 56);
+                }
+            }
+        }
+
+        // A socket that holds the sequence; -1 if another process has it (EADDRINUSE) or the system gives no sockets.
+        int BindSequence(int iSequence)
+        {
+            int const iSocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+            sockaddr_un Name = {};
+            Name.sun_family = AF_UNIX;
+            int const nName = std::snprintf(Name.sun_path + 1, sizeof(Name.sun_path) - 1, "zqcore-clock-sequence-%04x",
+                static_cast<unsigned>(iSequence));
+            auto const nSize =
+                static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<std::size_t>(nName));
+            if (iSocket >= 0 && bind(iSocket, reinterpret_cast<sockaddr const *>(&Name), nSize) != 0)
+            {
+                int const iError = errno;
+                close(iSocket);
+                errno = iError;
+                return -1;
+            }
+            return iSocket;
+        }
+
+        class Generator_c
+        {
+        public:
+            std::uint32_t Create(Guid_t & Guid)
+            {
+                std::lock_guard<std::mutex> const Scope(m_Lock);
+                std::uint64_t const tTick = NextTick();
+                if (!IsFresh(tTick))
+                {
+                    LearnAddress(tTick);
+                }
+                Guid.Data1 = static_cast<std::uint32_t>(tTick);
+                Guid.Data2 = static_cast<std::uint16_t>(tTick >> 32);
+                Guid.Data3 = static_cast<std::uint16_t>((tTick >> 48 & 0x0FFF) | 0x1000);   // version 1
+                Guid.Data4[0] = static_cast<std::uint8_t>(m_iSequence >> 8 | 0x80);         // the variant of RFC 4122
+                Guid.Data4[1] = static_cast<std::uint8_t>(m_iSequence);
+                std::copy_n(m_dAddress, NET_ADDRESS_SIZE, Guid.Data4 + 2);
+                return m_dwStatus;
+            }
+
+            // Around a fork: the child is another process and needs a sequence of its own.
+            static void BeforeFork();
+            static void InParent();
+            static void InChild();
+
+        private:
+            // A tick that was not given yet under this sequence.
+            std::uint64_t NextTick()
+            {
+                std::uint64_t tTick = Now();
+                if (m_iSequence < 0)
+                {
+                    Start();
+                    tTick = Now();
+                }
+                while (tTick <= m_tLast)
+                {
+                    if (m_tLast - tTick > SMALL_STEP_BACK)
+                    {
+                        TakeSequence();
+                        break;
+                    }
+                    tTick = Now();
+                }
+                m_tLast = tTick;
+                return tTick;
+            }
+
+            void Start()
+            {
+                if (!m_bForkHandled)
+                {
+                    m_bForkHandled = pthread_atfork(BeforeFork, InParent, InChild) == 0;
+                }
+                RandomBytes(m_dRandomAddress, NET_ADDRESS_SIZE);
+                m_dRandomAddress[0] |= 1;   // as RFC 4122 marks what is no hardware's address
+                TakeSequence();
+            }
+
+            // Former sockets stay open, so that nobody else takes over a sequence together with a clock set back.
+            void TakeSequence()
+            {
+                unsigned char dRandom[2];
+                RandomBytes(dRandom, sizeof(dRandom));
+                int const iFirst = (dRandom[0] << 8 | dRandom[1]) % SEQUENCES;
+                int iSocket = -1;
+                errno = EADDRINUSE;
+                for (int i = 0; iSocket < 0 && errno == EADDRINUSE && i < SEQUENCES; ++i)
+                {
+                    m_iSequence = (iFirst + i) % SEQUENCES;
+                    iSocket = BindSequence(m_iSequence);
+                }
+                int & iPlace = m_dSockets[m_nSequences++ % SOCKETS];
+                if (iPlace >= 0)
+                {
+                    close(iPlace);
+                }
+                iPlace = iSocket;
+            }
+
+            // An address that is global stays; anything less is looked at again every second, and a new source at once.
+            bool IsFresh(std::uint64_t tNow) const
+            {
+                bool const bGood = m_dwStatus == GUID_OK || tNow - m_tLearnt < TICKS_IN_SECOND;
+                return bGood && m_nSource == NetAddressSourceNumber();
+            }
+
+            void LearnAddress(std::uint64_t tNow)
+            {
+                m_nSource = NetAddressSourceNumber();
+                m_tLearnt = tNow;
+                std::copy_n(m_dRandomAddress, NET_ADDRESS_SIZE, m_dAddress);
+                switch (NetAddressGet(m_dAddress))
+                {
+                case NetAddress_e::Global:
+                    m_dwStatus = GUID_OK;
+                    break;
+                case NetAddress_e::Local:
+                    m_dwStatus = GUID_LOCAL_ONLY;
+                    break;
+                default:
+                    m_dwStatus = GUID_NO_ADDRESS;
+                }
+            }
+
+            static constexpr unsigned SOCKETS = 8;
+
+            std::mutex m_Lock;
+            std::uint64_t m_tLast = 0;
+            std::uint64_t m_tLearnt = 0;
+            std::uint32_t m_dwStatus = GUID_NO_ADDRESS;
+            unsigned m_nSource = 0;
+            int m_iSequence = -1;   // none yet
+            unsigned m_nSequences = 0;
+            int m_dSockets[SOCKETS] = { -1, -1, -1, -1, -1, -1, -1, -1 };
+            unsigned char m_dAddress[NET_ADDRESS_SIZE] = {};
+            unsigned char m_dRandomAddress[NET_ADDRESS_SIZE] = {};
+            bool m_bForkHandled = false;
+        };
+
+        constinit Generator_c g_Generator;
+
+        void Generator_c::BeforeFork()
+        {
+            g_Generator.m_Lock.lock();
+        }
+
+        void Generator_c::InParent()
+        {
+            g_Generator.m_Lock.unlock();
+        }
+
+        void Generator_c::InChild()
+        {
+            for (int & iSocket : g_Generator.m_dSockets)
+            {
+                if (iSocket >= 0)
+                {
+                    close(iSocket);
+                    iSocket = -1;
+                }
+            }
+            g_Generator.m_iSequence = -1;
+            g_Generator.m_tLearnt = 0;
+            g_Generator.m_Lock.unlock();
+        }
+    }
+
+    std::uint32_t GuidCreateSequential(Guid_t & Guid)
+    {
+        GuidSource_t const fnSource = g_fnSource.load(std::memory_order_relaxed);
+        return fnSource ? fnSource(Guid) : g_Generator.Create(Guid);
+    }
+
+    GuidSource_t GuidSetSource(GuidSource_t fnSource)
+    {
+        return g_fnSource.exchange(fnSource);
+    }
+}

@@ -1,0 +1,85 @@
+#include "platform/netaddress.h"
+
+#include <algorithm>
+#include <atomic>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <netpacket/packet.h>
+
+namespace plat
+{
+    namespace
+    {
+        constinit std::atomic<NetAddressSource_t> g_fnSource = nullptr;
+        constinit std::atomic<unsigned> g_nSources = 0;
+
+        constexpr unsigned char GROUP_BIT = 1;   // of the first byte: no single interface's address
+        constexpr unsigned char LOCAL_BIT = 2;
+
+        // The link-layer address of an entry that can serve, or null.
+        sockaddr_ll const * UsableAddress(ifaddrs const & Entry)
+        {
+            if (!Entry.ifa_addr || Entry.ifa_addr->sa_family != AF_PACKET || (Entry.ifa_flags & IFF_LOOPBACK) != 0)
+            {
+                return nullptr;
+            }
+            auto const * const pLink = reinterpret_cast<sockaddr_ll const *>(Entry.ifa_addr);
+            bool const bEthernet = pLink->sll_hatype == ARPHRD_ETHER && pLink->sll_halen == NET_ADDRESS_SIZE;
+            bool const bZero = std::all_of(
+                pLink->sll_addr, pLink->sll_addr + NET_ADDRESS_SIZE, [](unsigned char Byte) { return Byte == 0; });
+            return bEthernet && !bZero && (pLink->sll_addr[0] & GROUP_BIT) == 0 ? pLink : nullptr;
+        }
+
+        // The higher, the better; interfaces of one rank go by their number.
+        int Rank(ifaddrs const & Entry, sockaddr_ll const & Link)
+        {
+            return ((Link.sll_addr[0] & LOCAL_BIT) == 0 ? 2 : 0) + ((Entry.ifa_flags & IFF_UP) != 0 ? 1 : 0);
+        }
+
+        NetAddress_e FromInterfaces(unsigned char (&dAddress)[NET_ADDRESS_SIZE])
+        {
+            ifaddrs * pEntries = nullptr;
+            if (getifaddrs(&pEntries) != 0)
+            {
+                return NetAddress_e::None;
+            }
+            sockaddr_ll const * pBest = nullptr;
+            int iBestRank = -1;
+            for (ifaddrs const * pEntry = pEntries; pEntry; pEntry = pEntry->ifa_next)
+            {
+                sockaddr_ll const * const pLink = UsableAddress(*pEntry);
+                int const iRank = pLink ? Rank(*pEntry, *pLink) : -1;
+                if (pLink && (iRank > iBestRank || (iRank == iBestRank && pLink->sll_ifindex < pBest->sll_ifindex)))
+                {
+                    pBest = pLink;
+                    iBestRank = iRank;
+                }
+            }
+            if (pBest)
+            {
+                std::copy_n(pBest->sll_addr, NET_ADDRESS_SIZE, dAddress);
+            }
+            freeifaddrs(pEntries);
+            return iBestRank < 0 ? NetAddress_e::None : iBestRank < 2 ? NetAddress_e::Local : NetAddress_e::Global;
+        }
+    }
+
+    NetAddress_e NetAddressGet(unsigned char (&dAddress)[NET_ADDRESS_SIZE])
+    {
+        NetAddressSource_t const fnSource = g_fnSource;
+        return fnSource ? fnSource(dAddress) : FromInterfaces(dAddress);
+    }
+
+    NetAddressSource_t NetAddressSetSource(NetAddressSource_t fnSource)
+    {
+        NetAddressSource_t const fnFormer = g_fnSource.exchange(fnSource);
+        ++g_nSources;
+        return fnFormer;
+    }
+
+    unsigned NetAddressSourceNumber()
+    {
+        return g_nSources;
+    }
+}

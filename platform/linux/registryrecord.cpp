@@ -1,0 +1,231 @@
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/linux/registryrecord.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/folderreader.h"
+#include "platform/linux/folding.h"
+
+#include <atomic>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace plat
+{
+    namespace
+    {
+        // A record: "ZQRV", then as 32-bit words, lowest byte first, the type, the length of the name, the length of
+        // the data and the check sum of everything but itself; then the name as the writer spelled it, and the data.
+        constexpr char MAGIC[] = { 'Z', 'Q', 'R', 'V' };
+        constexpr std::size_t TYPE_AT = 4;
+        constexpr std::size_t NAME_SIZE_AT = 8;
+        constexpr std::size_t DATA_SIZE_AT = 12;
+        constexpr std::size_t CHECK_AT = 16;
+        constexpr std::size_t HEADER_SIZE = 20;
+
+        std::uint32_t GetWord(char const * pBytes)
+        {
+            std::uint32_t dwWord = 0;
+            for (int iByte = 3; iByte >= 0; --iByte)
+            {
+                dwWord = (dwWord << 8) | static_cast<unsigned char>(pBytes[iByte]);
+            }
+            return dwWord;
+        }
+
+        void PutWord(char * pBytes, std::size_t nWord)
+        {
+            for (int iByte = 0; iByte < 4; ++iByte)
+            {
+                pBytes[iByte] = static_cast<char>(nWord >> (8 * iByte));
+            }
+        }
+
+        // FNV-1a of 32 bits over all of a record but the check sum.
+        std::uint32_t CheckSum(RecordBytes_t const & aBytes)
+        {
+            std::uint32_t dwSum = 0x811C9DC5u;
+            for (std::size_t iByte = 0; iByte < aBytes.size(); ++iByte)
+            {
+                if (iByte < CHECK_AT || iByte >= HEADER_SIZE)
+                {
+                    dwSum = (dwSum ^ static_cast<unsigned char>(aBytes[iByte])) * 0x01000193u;
+                }
+            }
+            return dwSum;
+        }
+
+        RecordBytes_t PackRecord(Record_t const & Record)
+        {
+            RecordBytes_t aBytes(HEADER_SIZE);
+            std::memcpy(aBytes.data(), MAGIC, sizeof(MAGIC));
+            PutWord(aBytes.data() + TYPE_AT, static_cast<std::uint32_t>(Record.eType));
+            PutWord(aBytes.data() + NAME_SIZE_AT, Record.sName.size());
+            PutWord(aBytes.data() + DATA_SIZE_AT, Record.sData.size());
+            aBytes.insert(aBytes.end(), Record.sName.begin(), Record.sName.end());
+            aBytes.insert(aBytes.end(), Record.sData.begin(), Record.sData.end());
+            PutWord(aBytes.data() + CHECK_AT, CheckSum(aBytes));
+            return aBytes;
+        }
+
+        // The record points into the bytes. False if they are damaged.
+        bool UnpackRecord(RecordBytes_t const & aBytes, Record_t & Record)
+        {
+            if (aBytes.size() < HEADER_SIZE || std::memcmp(aBytes.data(), MAGIC, sizeof(MAGIC)) != 0)
+            {
+                return false;
+            }
+            std::uint64_t const nName = GetWord(aBytes.data() + NAME_SIZE_AT);
+            std::uint64_t const nData = GetWord(aBytes.data() + DATA_SIZE_AT);
+            if (nName + nData != aBytes.size() - HEADER_SIZE || GetWord(aBytes.data() + CHECK_AT) != CheckSum(aBytes))
+            {
+                return false;
+            }
+            std::string_view const sBody(aBytes.data() + HEADER_SIZE, aBytes.size() - HEADER_SIZE);
+            Record.eType = static_cast<RegistryType_e>(GetWord(aBytes.data() + TYPE_AT));
+            Record.sName = sBody.substr(0, static_cast<std::size_t>(nName));
+            Record.sData = sBody.substr(static_cast<std::size_t>(nName));
+            return true;
+        }
+
+        // A name that no other writer, living or dead, has used.
+        void MakeBusyName(char (&szName)[64])
+        {
+            static std::atomic<unsigned> s_nNames{ 0 };
+            timespec Now;
+            clock_gettime(CLOCK_REALTIME, &Now);
+            std::snprintf(szName, sizeof(szName), "%c%d.%u.%llx", BUSY_MARK, static_cast<int>(getpid()), ++s_nNames,
+                static_cast<unsigned long long>(Now.tv_sec) * 1000000000u + static_cast<unsigned long>(Now.tv_nsec));
+        }
+
+        // The name on disk behind a mark: folded, with %XX for bytes that are not plain.
+        bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
+        {
+            constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
+            constexpr char DIGITS[] = "0123456789ABCDEF";
+            sFile = sMark;
+            for (std::size_t iByte = 0; iByte < sName.size(); ++iByte)
+            {
+                char const cByte = Folded(sName[iByte]);
+                if (PLAIN.find(cByte) != std::string_view::npos && (cByte != '.' || iByte > 0))
+                {
+                    sFile += cByte;
+                }
+                else
+                {
+                    sFile += { '%', DIGITS[static_cast<unsigned char>(cByte) >> 4], DIGITS[cByte & 15] };
+                }
+            }
+            errno = ENAMETOOLONG;
+            return sFile.size() <= NAME_MAX;
+        }
+
+        // The value of a digit that NameOnDisk writes; -1 for any other character.
+        int DigitValue(char c)
+        {
+            return c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+        }
+    }
+
+    bool LoadRecord(int iFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record)
+    {
+        Descriptor_c const File(openat(iFolder, szFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat Stat;
+        if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0)
+        {
+            return false;
+        }
+        errno = EBADMSG;
+        if (!S_ISREG(Stat.st_mode) || Stat.st_size > static_cast<off_t>(HEADER_SIZE + NAME_MAX + VALUE_LIMIT))
+        {
+            return false;
+        }
+        aBytes.resize(static_cast<std::size_t>(Stat.st_size));
+        return ReadFully(File.Get(), aBytes.data(), aBytes.size()) == aBytes.size() && UnpackRecord(aBytes, Record);
+    }
+
+    void SweepBusyFiles(int iFolder)
+    {
+        FolderReader_c Reader(iFolder);
+        while (dirent64 const * pEntry = Reader.Next())
+        {
+            if (pEntry->d_name[0] == BUSY_MARK)
+            {
+                Descriptor_c const File(
+                    openat(iFolder, pEntry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+                if (File.IsOpen() && flock(File.Get(), LOCK_EX | LOCK_NB) == 0)
+                {
+                    unlinkat(iFolder, pEntry->d_name, 0);
+                }
+            }
+        }
+    }
+
+    // Between making and locking the file another process may take it for
+    // a dead writer's and delete it; it is then made anew.
+    bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record)
+    {
+        constexpr int TRIES = 8;
+        RecordBytes_t const aBytes = PackRecord(Record);
+        for (int iTry = 0; iTry < TRIES; ++iTry)
+        {
+            char szBusy[64];
+            MakeBusyName(szBusy);
+            Descriptor_c const File(openat(iFolder, szBusy, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+            if (!File.IsOpen())
+            {
+                return false;
+            }
+            flock(File.Get(), LOCK_EX | LOCK_NB);
+            if (WriteFully(File.Get(), aBytes.data(), aBytes.size()) && renameat(iFolder, szBusy, iFolder, szFile) == 0)
+            {
+                return true;
+            }
+            int const iError = errno;
+            unlinkat(iFolder, szBusy, 0);
+            errno = iError;
+            if (iError != ENOENT)
+            {
+                return false;
+            }
+        }
+        return false;
+    }
+
+    bool KeyNameOnDisk(std::string_view sName, std::string & sFile)
+    {
+        return NameOnDisk("", sName, sFile);
+    }
+
+    bool ValueNameOnDisk(std::string_view sName, std::string & sFile)
+    {
+        return NameOnDisk({ &VALUE_MARK, 1 }, sName, sFile);
+    }
+
+    bool KeyNameFromDisk(char const * szFile, std::string & sName)
+    {
+        sName.clear();
+        for (char const * p = szFile; *p != 0; ++p)
+        {
+            if (*p == '%' && DigitValue(p[1]) >= 0 && DigitValue(p[2]) >= 0)
+            {
+                sName += static_cast<char>(DigitValue(p[1]) << 4 | DigitValue(p[2]));
+                p += 2;
+            }
+            else
+            {
+                sName += *p;
+            }
+        }
+        std::string sSame;
+        bool const bName =
+            !sName.empty() && sName.find('\\') == std::string::npos && sName.find('\0') == std::string::npos;
+        return bName && KeyNameOnDisk(sName, sSame) && sSame == szFile;
+    }
+}

@@ -1,0 +1,42 @@
+// registryrecord.h: the files of the registry's store. See registry.cpp for what stands in the folder of a key.
+#pragma once
+
+#include "platform/registry.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace plat
+{
+    constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024;   // bytes of a value; more is refused
+    constexpr char KEY_RECORD[] = "@key";
+    constexpr char KEY_MARK = '@';
+    constexpr char VALUE_MARK = '=';
+    constexpr char BUSY_MARK = '~';
+
+    using RecordBytes_t = std::vector<char>;
+
+    struct Record_t
+    {
+        RegistryType_e eType = RegistryType_e::None;
+        std::string_view sName;
+        std::string_view sData;
+    };
+
+    /// Reads a file of records; false if it is none, or damaged. The record points into the bytes.
+    bool LoadRecord(int iFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record);
+
+    /// Puts a record in the place of szFile; false on failure, with the former one in place.
+    bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record);
+
+    /// Deletes what dead writers left in the folder of a key.
+    void SweepBusyFiles(int iFolder);
+
+    /// The file's name for the name of a key, or behind VALUE_MARK of a value. False if it is too long.
+    bool KeyNameOnDisk(std::string_view sName, std::string & sFile);
+    bool ValueNameOnDisk(std::string_view sName, std::string & sFile);
+
+    /// The folded name of a key of which szFile is the folder; false if it is the folder of none.
+    bool KeyNameFromDisk(char const * szFile, std::string & sName);
+}

@@ -1,0 +1,153 @@
+#include "platform/stack.h"
+
+#include "platform/compiler.h"
+
+#include <exception>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+#ifdef __has_feature
+    #if __has_feature(address_sanitizer)
+        #define STACK_TOLD_TO_CHECKER
+    #endif
+#elif defined(__SANITIZE_ADDRESS__)
+    #define STACK_TOLD_TO_CHECKER
+#endif
+
+#ifdef STACK_TOLD_TO_CHECKER
+    #include <sanitizer/asan_interface.h>
+    #include <sanitizer/common_interface_defs.h>
+#endif
+
+namespace plat
+{
+    namespace
+    {
+        ZQ_THREAD_LOCAL char const * t_pLow = nullptr;   // end of the stack that the thread runs on
+
+        struct Switch_s
+        {
+            void (*fnCall)(void *);
+            void * pArgument;
+            std::exception_ptr Thrown;
+            ucontext_t Caller;
+            ucontext_t Fresh;
+            void const * pCallerStack;   // as the address checker has it
+            std::size_t nCallerStack;
+        };
+        ZQ_THREAD_LOCAL Switch_s * t_pSwitch = nullptr;   // the latest
+
+        // The address checker must know which stack is the present one.
+        void TellLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
+        {
+#ifdef STACK_TOLD_TO_CHECKER
+            __sanitizer_start_switch_fiber(ppFrames, pStack, nBytes);
+#else
+            static_cast<void>(ppFrames), static_cast<void>(pStack), static_cast<void>(nBytes);
+#endif
+        }
+
+        void TellArrived(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
+        {
+#ifdef STACK_TOLD_TO_CHECKER
+            __sanitizer_finish_switch_fiber(pFrames, ppFrom, pFromBytes);
+#else
+            static_cast<void>(pFrames), static_cast<void>(ppFrom), static_cast<void>(pFromBytes);
+#endif
+        }
+
+        // Run never returns, so what the checker marked of its frame would stay.
+        void TellForgotten(void const * pStack, std::size_t nBytes)
+        {
+#ifdef STACK_TOLD_TO_CHECKER
+            __asan_unpoison_memory_region(pStack, nBytes);
+#else
+            static_cast<void>(pStack), static_cast<void>(nBytes);
+#endif
+        }
+
+        void Run()
+        {
+            Switch_s & Switch = *t_pSwitch;
+            TellArrived(nullptr, &Switch.pCallerStack, &Switch.nCallerStack);
+            try
+            {
+                Switch.fnCall(Switch.pArgument);
+            }
+            catch (...)
+            {
+                Switch.Thrown = std::current_exception();
+            }
+            TellLeaving(nullptr, Switch.pCallerStack, Switch.nCallerStack);
+            setcontext(&Switch.Caller);
+        }
+
+        void SwitchTo(Switch_s & Switch, char * pStack, std::size_t nBytes)
+        {
+            char const * const pFormerLow = t_pLow;
+            Switch_s * const pFormerSwitch = t_pSwitch;
+            getcontext(&Switch.Fresh);
+            Switch.Fresh.uc_stack.ss_sp = pStack;
+            Switch.Fresh.uc_stack.ss_size = nBytes;
+            Switch.Fresh.uc_link = nullptr;
+            makecontext(&Switch.Fresh, Run, 0);
+
+            t_pLow = pStack;
+            t_pSwitch = &Switch;
+            void * pFrames = nullptr;
+            TellLeaving(&pFrames, pStack, nBytes);
+            swapcontext(&Switch.Caller, &Switch.Fresh);
+            TellArrived(pFrames, nullptr, nullptr);
+            TellForgotten(pStack, nBytes);
+            t_pSwitch = pFormerSwitch;
+            t_pLow = pFormerLow;
+        }
+
+        ZQ_COLD char const * FindLow()
+        {
+            pthread_attr_t Attributes;
+            void * pLow = nullptr;
+            std::size_t nBytes = 0;
+            if (pthread_getattr_np(pthread_self(), &Attributes) == 0)
+            {
+                pthread_attr_getstack(&Attributes, &pLow, &nBytes);
+                pthread_attr_destroy(&Attributes);
+            }
+            return static_cast<char const *>(pLow);
+        }
+    }
+
+    std::size_t StackLeft()
+    {
+        if (t_pLow == nullptr)
+        {
+            t_pLow = FindLow();
+        }
+        auto const * const pFrame = static_cast<char const *>(__builtin_frame_address(0));
+        return pFrame > t_pLow ? static_cast<std::size_t>(pFrame - t_pLow) : 0;
+    }
+
+    bool StackCallOnFresh(std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument)
+    {
+        constexpr int FLAGS = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK;
+        auto const nGuard = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        void * const pMemory = mmap(nullptr, nBytes + nGuard, PROT_READ | PROT_WRITE, FLAGS, -1, 0);
+        if (pMemory == MAP_FAILED)
+        {
+            return false;
+        }
+        mprotect(pMemory, nGuard, PROT_NONE);
+        Switch_s Switch{};
+        Switch.fnCall = fnCall;
+        Switch.pArgument = pArgument;
+        SwitchTo(Switch, static_cast<char *>(pMemory) + nGuard, nBytes);
+        munmap(pMemory, nBytes + nGuard);
+        if (Switch.Thrown)
+        {
+            std::rethrow_exception(Switch.Thrown);
+        }
+        return true;
+    }
+}

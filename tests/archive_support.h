@@ -1,0 +1,111 @@
+// archive_support.h: files in memory and survived aborts, for tests and fuzz targets of archives.
+#pragma once
+
+#include "zqcore/cdebug.h"
+#include "zqcore/cfile.h"
+#include "zqcore/cserialize.h"
+
+#include "platform/dialog.h"
+
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <string_view>
+
+/// A resident file of any bytes, in a block of exactly their size.
+class MemoryFile_c : public File_c
+{
+public:
+    explicit MemoryFile_c(std::string_view sBytes)
+    {
+        sName = "memory.arc";
+        iLength = static_cast<int>(sBytes.size());
+        pData = new unsigned char[sBytes.size()];
+        std::memcpy(pData, sBytes.data(), sBytes.size());
+    }
+    ~MemoryFile_c() override { delete[] pData; }
+
+    void Refresh() override {}
+    bool Load(std::uint32_t, unsigned char *, std::uint32_t &) override { return false; }
+    FileStored_c * OpenStored() override { return nullptr; }
+    bool Open(void *) override { return true; }
+    void Close() override {}
+};
+
+/// Calls fnRun and tells whether it came back; an Abort in it ends the call alone. Assertions are ignored.
+template <typename RUN>
+bool SurvivesWithoutAbort(RUN fnRun)
+{
+    struct Aborted_s
+    {};
+    plat::DialogHandler_t const fnFormer = plat::DialogSetHandler(
+        [](plat::Dialog_t const & Dialog)
+        {
+            if (std::strncmp(Dialog.szCaption, "Application aborted!", 20) == 0)
+            {
+                throw Aborted_s{};
+            }
+            return plat::DialogAnswer_e::Ignore;
+        });
+    bool bBack = true;
+    try
+    {
+        fnRun();
+    }
+    catch (Aborted_s const &)
+    {
+        g_isAborting = false;
+        bBack = false;
+    }
+    plat::DialogSetHandler(fnFormer);
+    return bBack;
+}
+
+using ArchiveBody_t = std::function<void(Serializeable_c &)>;
+
+/// Runs the calls over an archive of these bytes; whether it opened and did not fail.
+inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody_t const & fnBody)
+{
+    MemoryFile_c File(sBytes);
+    FileOpen(&File);
+    Readable_c Archive(&File, dwVersion);
+    bool const bOpen = Archive.Open();
+    fnBody(Archive);
+    return bOpen && !Archive.IsFailed();
+}
+
+/// Bytes as "03 00 FF".
+inline std::string Hex(std::string_view sBytes)
+{
+    std::string sHex;
+    for (char const c : sBytes)
+    {
+        for (int const i : { static_cast<unsigned char>(c) >> 4, c & 15 })
+        {
+            sHex += "0123456789ABCDEF"[i];
+        }
+        sHex += ' ';
+    }
+    return sHex.substr(0, sHex.empty() ? 0 : sHex.size() - 1);
+}
+
+/// The bytes of a dump in docs/formats.md, which stands between "```<name>" and "```", in the form of Hex.
+inline std::string DumpOfPage(std::string const & sPage, std::string const & sName)
+{
+    std::ifstream Page(sPage);
+    std::string sHex;
+    bool bInside = false;
+    for (std::string sLine; std::getline(Page, sLine);)
+    {
+        if (sLine.starts_with("```"))
+        {
+            bInside = sLine == "```" + sName;
+        }
+        else if (bInside)
+        {
+            sHex += (sHex.empty() ? "" : " ") + sLine.substr(6, sLine.find("  ", 6) - 6);
+        }
+    }
+    return sHex;
+}

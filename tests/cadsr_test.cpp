@@ -1,0 +1,77 @@
+#include "zqcore/cadsr.h"
+
+#include <algorithm>
+#include <bit>
+#include <gtest/gtest.h>
+
+namespace
+{
+    struct EnvelopeRow_s
+    {
+        float dLevels[2];
+        double dDurations[4], tTime;
+        std::uint32_t dwLevel;   // the bits of a float
+    };
+#include "tests/golden/adsr.inc"
+}
+
+TEST(Adsr, GivesTheBitsOfTheGoldenTable)
+{
+    for (EnvelopeRow_s const & Row : ENVELOPE_ROWS)
+    {
+        ADSR_c Envelope(Row.dLevels[0], Row.dLevels[1]);
+        Envelope.SetTimeIntervals(Row.dDurations[0], Row.dDurations[1], Row.dDurations[2], Row.dDurations[3]);
+        Envelope.TimePass(5.0);
+        Envelope.Restart();
+        Envelope.TimePass(Row.tTime);
+        EXPECT_EQ(std::bit_cast<std::uint32_t>(Envelope.Get()), Row.dwLevel) << Envelope.Get() << " at " << Row.tTime;
+    }
+}
+
+TEST(Adsr, TellsThePhaseAndStretchesOneOfThem)
+{
+    ADSR_c Envelope;
+    EXPECT_EQ(Envelope.Get(), 0.0f);
+    EXPECT_TRUE(Envelope.GetMin() == 1.0f && Envelope.GetMax() == 0.5f) << "in the order of the fields";
+    struct Row_s
+    {
+        bool (ADSR_c::*fnSet)(double);
+        double tLength;
+        bool bExpected;
+        double dDurations[4];
+    };
+    Row_s const dRows[] = {
+        { &ADSR_c::SetRelease, 0.5, false, { 1, 0, 0, 0 } },
+        { &ADSR_c::SetRelease, 3.0, true, { 1, 0, 0, 2 } },
+        { &ADSR_c::SetDecay, 3.5, true, { 1, 0.5, 0, 2 } },
+        { &ADSR_c::SetSustain, 3.25, false, { 1, 0.5, 0, 2 } },
+        { &ADSR_c::SetSustain, 4.5, true, { 1, 0.5, 1, 2 } },
+        { &ADSR_c::SetAttack, 3.25, false, { 1, 0.5, 1, 2 } },
+        { &ADSR_c::SetDecay, 3.75, false, { 1, 0.5, 1, 2 } },
+        { &ADSR_c::SetAttack, 3.5, true, { 0, 0.5, 1, 2 } },
+        { &ADSR_c::SetAttack, 4.0, true, { 0.5, 0.5, 1, 2 } },
+    };
+    for (Row_s const & Row : dRows)
+    {
+        EXPECT_EQ((Envelope.*Row.fnSet)(Row.tLength), Row.bExpected);
+        double const dHave[] = { Envelope.GetAttack(), Envelope.GetDecay(), Envelope.GetSustain(),
+            Envelope.GetRelease() };
+        EXPECT_TRUE(std::equal(dHave, dHave + 4, Row.dDurations)) << Row.tLength;
+    }
+    struct Phase_s
+    {
+        double t;
+        ADSR_Phase_e ePhase;
+    };
+    for (Phase_s const & Row : { Phase_s{ -0.1, ADSR_PHASE_NONE }, { 0, ADSR_PHASE_ATTACK }, { 0.5, ADSR_PHASE_DECAY },
+             { 1, ADSR_PHASE_SUSTAIN }, { 2, ADSR_PHASE_RELEASE }, { 3.99, ADSR_PHASE_RELEASE },
+             { 4, ADSR_PHASE_NONE } })
+    {
+        ADSR_c Copy(0.0f, 0.0f);
+        Envelope.Restart();
+        Envelope.TimePass(Row.t);
+        Copy = Envelope;
+        EXPECT_EQ(Copy.GetPhase(), Row.ePhase) << Row.t;
+        EXPECT_EQ(Copy.Get(), Envelope.Get());
+    }
+}

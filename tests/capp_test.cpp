@@ -1,0 +1,170 @@
+#include "zqcore/capp.h"
+
+#include "zqcore/ccallback.h"
+#include "zqcore/clog.h"
+#include "zqcore/ctimer.h"
+
+#include "tests/test_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <tuple>
+
+// Outside of the unnamed namespace, and called through a variable: the compiler may not know all derived classes, nor
+// that the call is of a pure function.
+struct AppTestAbstract_s
+{
+    AppTestAbstract_s() { m_fnCall(*this); }
+    virtual void Act() = 0;
+
+    void (*volatile m_fnCall)(AppTestAbstract_s &) = [](AppTestAbstract_s & Object) { Object.Act(); };
+};
+
+namespace
+{
+    double g_tFake = 100.0;
+
+    // The windows 1 to 3 stand in each other, 3 inside 2 inside 1; 9 stands alone.
+    plat::Window_t Window(std::uintptr_t i)
+    {
+        return reinterpret_cast<plat::Window_t>(i);
+    }
+
+    plat::Window_t g_hFocus;
+    std::vector<unsigned> g_dWaiting;   // messages
+
+    bool DispatchOne(unsigned iFirst, unsigned iLast)
+    {
+        auto const Found =
+            std::find_if(g_dWaiting.begin(), g_dWaiting.end(), [=](unsigned i) { return i >= iFirst && i <= iLast; });
+        bool const bFound = Found != g_dWaiting.end();
+        if (bFound)
+        {
+            g_dWaiting.erase(Found);
+        }
+        return bFound;
+    }
+
+    class App : public testing::Test
+    {
+    protected:
+        App()
+        {
+            plat::WindowSystem_t System;
+            System.fnGetFocus = [] { return g_hFocus; };
+            System.fnGetParent = [](plat::Window_t hWindow)
+            {
+                auto const i = reinterpret_cast<std::uintptr_t>(hWindow);
+                return Window(i <= 3 ? i - 1 : 0);
+            };
+            System.fnDispatchOne = DispatchOne;
+            m_Former = plat::WindowSystemSet(System);
+        }
+
+        ~App() override
+        {
+            plat::WindowSystemSet(m_Former);
+            g_pAppWindow = nullptr;
+            Game_longTimeGet = longTimeGet;
+        }
+
+    private:
+        plat::WindowSystem_t m_Former;
+    };
+
+    [[noreturn]] void CallPureVirtual()
+    {
+        struct Concrete_s : AppTestAbstract_s
+        {
+            void Act() override {}
+        };
+        AppMiscStartup();
+        std::filesystem::path const Executable = std::filesystem::read_symlink("/proc/self/exe");
+        std::fprintf(stderr, "in folder: %i\n", std::filesystem::current_path() == Executable.parent_path());
+        Concrete_s();
+        std::exit(9);
+    }
+}
+
+TEST_F(App, DeltaTimeGathersUntilItIsEnough)
+{
+    Game_longTimeGet = [] { return g_tFake; };
+    auto const FirstIsAThirtieth = [] { std::exit(std::abs(AppGetDeltaTime(0.0) - 1.0 / 30.0) < 1e-9 ? 0 : 1); };
+    EXPECT_EXIT(FirstIsAThirtieth(), testing::ExitedWithCode(0), "");
+    AppGetDeltaTime(0.0);
+    for (auto const & [tStep, dMinDelta, dExpected] : std::initializer_list<std::tuple<double, double, double>>{
+             { 0.05, 0.1, 0.0 }, { 0.0625, 0.1, 0.1125 }, { 0.25, 0.25, 0.25 }, { 1000.0, 0.0, 1000.0 } })
+    {
+        g_tFake += tStep;
+        EXPECT_NEAR(AppGetDeltaTime(dMinDelta), dExpected, 1e-9);
+    }
+}
+
+TEST_F(App, IsInFocusWithItsWindowOrAChildOfIt)
+{
+    g_hFocus = Window(3);
+    EXPECT_EQ(FailedConditions([] { EXPECT_FALSE(AppIsInFocus()); }), "g_pAppWindow");
+    for (auto const & [iFocus, iApp, bExpected] :
+        { std::tuple{ 3u, 1u, true }, { 2u, 2u, true }, { 1u, 2u, false }, { 9u, 1u, false }, { 0u, 1u, false } })
+    {
+        g_hFocus = Window(iFocus);
+        g_pAppWindow = Window(iApp);
+        EXPECT_EQ(AppIsInFocus(), bExpected) << iFocus << ' ' << iApp;
+    }
+}
+
+TEST_F(App, PurgesAllMessagesOrThoseOfTheKeyboard)
+{
+    g_dWaiting = { 0xFF, 0x100, 0x109, 0x10A, 0xFFFFFFFF };
+    AppPurgeKeyboardQueue();
+    EXPECT_EQ(g_dWaiting, (std::vector<unsigned>{ 0xFF, 0x10A, 0xFFFFFFFF }));
+    AppPurgeMessageQueue();
+    EXPECT_TRUE(g_dWaiting.empty());
+}
+
+TEST_F(App, ResourceReportsAreBlockedByOneFlagAndTheVersionIsTold)
+{
+    static std::string s_sReports;
+    s_sReports.clear();
+    g_ResourceLoadCallbacker.Add([](char const * szText) { s_sReports += szText; }, false);
+    ResourceLoadReportCall("a");
+    ResourceLoadReportBlock();
+    ResourceLoadReportBlock();
+    ResourceLoadReportCall("b");
+    ResourceLoadReportDeploy();
+    ResourceLoadReportCall("c");
+    g_ResourceLoadCallbacker.Reset();
+    EXPECT_EQ(s_sReports, "ac");
+    EXPECT_THAT(GetBuildVersionString(),
+        testing::ContainsRegex("^Unknown v1\\.0  \\(build: 0 - debug, ... .. .... ..:..:..\\)$"));
+}
+
+TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
+{
+    EXPECT_EXIT(CallPureVirtual(), testing::KilledBySignal(SIGTRAP), "in folder: 1\n.*\npure virtual function call");
+}
+
+TEST_F(App, ShutdownEmptiesTheListsOfAppearancesAndInput)
+{
+    auto const Listen = [](auto &... Events) { (Events.Add(nullptr, false), ...); };   // never fired
+    auto const EmptyOnes = [](auto &... Events) { return (static_cast<int>(Events.IsEmpty()) + ...); };
+    auto const Each = [](auto fn)
+    {
+        return fn(g_CommandCallbacker, g_RenderCallbacker, g_ActiveCallbacker, g_SizeCallbacker, g_IdleCallbacker,
+            g_InitMenuCallbacker, g_FullscreenCallbacker, g_MouseCallbacker, g_KeyboardCallbacker, g_JoystickCallbacker,
+            g_CharCallbacker, g_ApplicationMessages, g_FileReadErrorCallbacker, g_NetworkCallbacker,
+            g_FullscreenSwitchCallbacker, g_FileTrackChangesCallbacker, g_AddSubfolderCallbacker,
+            g_ResourceLoadCallbacker, g_WarningsCallbacker);
+    };
+    auto const EachKept = [](auto fn) { return fn(g_ExecutionCallbacker, g_LoadingCallbacker, g_FileOpenCallbacker); };
+    Each(Listen);
+    EachKept(Listen);
+    AppMiscShutdown();
+    EXPECT_EQ(Each(EmptyOnes), 19);
+    EXPECT_EQ(EachKept(EmptyOnes), 0);
+    EachKept([](auto &... Events) { (Events.Reset(), ...); });
+}

@@ -1,0 +1,417 @@
+#include "zqcore/cbitmap.h"
+
+#include "tests/media_fixture.h"
+#include "tests/test_support.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cserialize.h"
+
+#include <climits>
+#include <functional>
+#include <gtest/gtest.h>
+#include <random>
+#include <set>
+#include <tuple>
+
+namespace
+{
+    using Cell_t = std::tuple<int, int, int>;   // z, y, x
+
+    // A field as the plain set of its set cells, with its size.
+    struct Model_s
+    {
+        int iX = 0, iY = 0, iZ = 0;
+        std::set<Cell_t> dSet;
+
+        bool Has(Cell_t const & Cell) const { return dSet.count(Cell) != 0; }
+        void Grow(int iSizeX, int iSizeY, int iSizeZ)
+        {
+            if (iSizeX > 0 && iSizeY > 0 && iSizeZ > 0)
+            {
+                iX = std::max(iX, (iSizeX + 7) / 8 * 8);
+                iY = std::max(iY, iSizeY);
+                iZ = std::max(iZ, iSizeZ);
+            }
+        }
+    };
+
+    // One face for the three classes, so that one model serves all.
+    struct VecFace_s
+    {
+        BitVec_c Field;
+        static constexpr int MAX_Y = 1, MAX_Z = 1;
+        VecFace_s(int iX, int, int)
+            : Field(iX)
+        {}
+        bool Bit(int iX, int iY, int iZ) const { return iY == 0 && iZ == 0 && Field.Bit(iX); }
+        void Bis(int iX, int, int) { Field.Bis(iX); }
+        Cell_t Size() const { return { Field.iDim > 0, Field.iDim > 0, Field.iDim }; }
+    };
+
+    struct MapFace_s
+    {
+        BitMap_c Field;
+        static constexpr int MAX_Y = 6, MAX_Z = 1;
+        MapFace_s(int iX, int iY, int)
+            : Field(iX, iY)
+        {}
+        bool Bit(int iX, int iY, int iZ) const { return iZ == 0 && Field.Bit(iX, iY); }
+        void Bis(int iX, int iY, int) { Field.Bis(iX, iY); }
+        Cell_t Size() const { return { Field.iDimY > 0, Field.iDimY, Field.iDimX }; }
+    };
+
+    struct SpaceFace_s
+    {
+        BitMap3D_c Field;
+        static constexpr int MAX_Y = 5, MAX_Z = 4;
+        SpaceFace_s(int iX, int iY, int iZ)
+            : Field(iX, iY, iZ)
+        {}
+        bool Bit(int iX, int iY, int iZ) const { return Field.Bit(iX, iY, iZ); }
+        void Bis(int iX, int iY, int iZ) { Field.Bis(iX, iY, iZ); }
+        Cell_t Size() const { return { Field.iDimZ, Field.iDimY, Field.iDimX }; }
+    };
+
+    template <typename FACE>
+    class BitField : public testing::Test
+    {
+    protected:
+        int Random(int iBelow) { return static_cast<int>(m_Random() % static_cast<unsigned>(iBelow)); }
+
+        // A field of random size and density, and its model.
+        std::pair<FACE, Model_s> Make()
+        {
+            int const iX = Random(4) == 0 ? Random(1100) : Random(40);
+            int const iY = Random(FACE::MAX_Y) + 1, iZ = Random(FACE::MAX_Z) + 1;
+            FACE Face(iX, iY, iZ);
+            Model_s Model;
+            Model.Grow(iX, iY, iZ);
+            for (int nSet = Random(3) == 0 ? 0 : Random(60); iX > 0 && nSet > 0; --nSet)
+            {
+                Cell_t const Cell(Random(iZ), Random(iY), Random(iX));
+                Model.dSet.insert(Cell);
+                Face.Bis(std::get<2>(Cell), std::get<1>(Cell), std::get<0>(Cell));
+            }
+            return { Face, Model };
+        }
+
+        // The cells that differ from the model, a margin around the field included.
+        static std::string Differences(FACE const & Face, Model_s const & Model)
+        {
+            std::string sDifferent = Face.Size() == Cell_t(Model.iZ, Model.iY, Model.iX) ? "" : "size ";
+            for (int iZ = -1; iZ <= Model.iZ; ++iZ)
+            {
+                for (int iY = -1; iY <= Model.iY; ++iY)
+                {
+                    for (int iX = -1; iX <= Model.iX; ++iX)
+                    {
+                        bool const bSame = Face.Bit(iX, iY, iZ) == Model.Has({ iZ, iY, iX });
+                        sDifferent += bSame ? "" : "(" + std::to_string(iX) + "," + std::to_string(iY) + ") ";
+                    }
+                }
+            }
+            return sDifferent;
+        }
+
+        std::mt19937 m_Random{ 20 };
+    };
+    using Faces_t = testing::Types<VecFace_s, MapFace_s, SpaceFace_s>;
+    TYPED_TEST_SUITE(BitField, Faces_t);
+}
+
+TYPED_TEST(BitField, OperatorsMatchAPlainModelOverAllExtents)
+{
+    for (int iRound = 0; iRound < 300; ++iRound)
+    {
+        auto const [A, ModelA] = this->Make();
+        auto const [B, ModelB] = this->Make();
+        for (int iOperator = 0; iOperator < 5; ++iOperator)
+        {
+            TypeParam Face = A;
+            Model_s Model = ModelA;
+            if (iOperator <= 1)
+            {
+                Model.Grow(ModelB.iX, ModelB.iY, ModelB.iZ);
+            }
+            Model.dSet.clear();
+            for (int iZ = 0; iZ < Model.iZ; ++iZ)
+            {
+                for (int iY = 0; iY < Model.iY; ++iY)
+                {
+                    for (int iX = 0; iX < Model.iX; ++iX)
+                    {
+                        bool const bA = ModelA.Has({ iZ, iY, iX }), bB = ModelB.Has({ iZ, iY, iX });
+                        bool const dResults[] = { bA || bB, bA != bB, bA && bB, bA && !bB, !bA };
+                        if (dResults[iOperator])
+                        {
+                            Model.dSet.insert({ iZ, iY, iX });
+                        }
+                    }
+                }
+            }
+            switch (iOperator)
+            {
+            case 0:
+                Face.Field |= B.Field;
+                break;
+            case 1:
+                Face.Field ^= B.Field;
+                break;
+            case 2:
+                Face.Field &= B.Field;
+                break;
+            case 3:
+                Face.Field -= B.Field;
+                break;
+            default:
+                EXPECT_EQ(&~Face.Field, &Face.Field);
+            }
+            ASSERT_EQ(this->Differences(Face, Model), "") << "operator " << iOperator << " in round " << iRound;
+        }
+        EXPECT_EQ(A.Field == B.Field, ModelA.dSet == ModelB.dSet);
+        TypeParam Larger = A;
+        Larger.Field |= TypeParam(900, 7, 7).Field;
+        EXPECT_TRUE(Larger.Field == A.Field && A.Field == Larger.Field) << "zeros outside make no difference";
+        Larger.Bis(899, TypeParam::MAX_Y - 1, TypeParam::MAX_Z - 1);
+        EXPECT_EQ(Larger.Field == A.Field, ModelA.Has({ TypeParam::MAX_Z - 1, TypeParam::MAX_Y - 1, 899 }));
+    }
+}
+
+TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
+{
+    auto const [A, ModelA] = this->Make();
+    TypeParam Copy = A;
+    Copy.Field = A.Field;
+    Copy.Field.operator=(Copy.Field);
+    EXPECT_EQ(this->Differences(Copy, ModelA), "");
+    Copy.Field.Clear();
+    EXPECT_TRUE(Copy.Size() == A.Size() && Copy.Field == TypeParam(0, 0, 0).Field);
+    Copy.Field = TypeParam(-3, 2, 2).Field;
+    EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0)) << "a size below 1 makes an empty field";
+    Copy.Field &= A.Field;
+    Copy.Field -= ~Copy.Field;
+    EXPECT_TRUE(Copy.Field == TypeParam(0, 0, 0).Field);
+    auto const fnBadIndices = [&]
+    {
+        Copy.Bis(-1, 0, 0);
+        Copy.Bis(INT_MIN, 0, 0);
+        Copy.Bis(INT_MAX, 0, 0);
+    };
+    std::string const sRange = "0 <= iX && iX < iDim", sFailed = FailedConditions(fnBadIndices);
+    EXPECT_EQ(sFailed.find(sRange + " & " + sRange), 0u) << sFailed;
+    EXPECT_NE(sFailed.find("MAX_BITS & " + sRange), std::string::npos) << sFailed;
+    EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0));
+}
+
+TEST(BitVec, RoundsUpGrowsByNeedAndScans)
+{
+    BitVec_c Vec(5);
+    EXPECT_EQ(Vec.iDim, 8);
+    EXPECT_FALSE(Vec.Bit(7));
+    Vec.Bic(100);
+    Vec.Set(100, false);
+    EXPECT_EQ(Vec.iDim, 8);
+    Vec.Set(8, true);
+    EXPECT_EQ(Vec.iDim, 16);
+    Vec.Bic(8);
+    EXPECT_EQ(Vec.Scan1(), -1);
+    EXPECT_EQ((~Vec).Scan0(), -1) << "the rounding bits are inverted too";
+    EXPECT_EQ(BitVec_c().Scan0() + BitVec_c().Scan1(), -2);
+    for (int iBit : { 0, 7, 63, 64, 511, 512, 700, 1999 })
+    {
+        BitVec_c One(2000);
+        One.Bis(iBit);
+        One.Bis(1999);
+        EXPECT_EQ(One.Scan1(), iBit);
+        EXPECT_EQ((~One).Scan0(), iBit);
+    }
+    BitVec_c Long(64);
+    Long.Bis(40);
+    Long = Vec;
+    EXPECT_EQ(Long.iDim, 64) << "assignment keeps the longer storage";
+    EXPECT_TRUE(Long == Vec);
+    Long = BitVec_c();
+    EXPECT_EQ(Long.iDim, 0);
+}
+
+TEST(BitVec, ReadsAndWritesHexadecimalText)
+{
+    struct Row_s
+    {
+        char const * szText;
+        char const * szHex;   // of a vector of 24 bits
+    };
+    for (Row_s const & Row :
+        { Row_s{ "80", "800000" }, { "", "000000" }, { "a-B c\nDxeF01", "ABCDEF" }, { "1", "100000" } })
+    {
+        BitVec_c Vec(24);
+        ~Vec = Row.szText;
+        char szHex[8] = "???????";
+        EXPECT_EQ(Vec.Hex(szHex, 8), szHex);
+        EXPECT_STREQ(szHex, Row.szHex);
+    }
+    BitVec_c Last(8);
+    Last.Bis(7);
+    char szHex[4] = { '?', '?', '?', '?' };
+    EXPECT_EQ(std::string(Last.Hex(szHex, 2), 4), "01??") << "no room for a terminator";
+    EXPECT_EQ(std::string(Last.Hex(szHex, 1), 4), "01??");
+    EXPECT_EQ(std::string(Last.Hex(szHex, 0), 4), "01??");
+    char const * const sRows[] = { "01FF", "8", nullptr };
+    BitMap_c Map(16, 3);
+    ~Map = sRows;
+    EXPECT_TRUE(Map.Bit(7, 0) && Map.Bit(15, 0) && Map.Bit(0, 1) && !Map.Bit(1, 1) && !Map.Bit(6, 0));
+    BitVec_c Row;
+    EXPECT_EQ(Map.Get(2, Row).Scan1(), -1) << "rows behind the last text are cleared";
+    EXPECT_EQ(FailedConditions([&] { Last = static_cast<char const *>(nullptr); }), "szData != nullptr");
+    EXPECT_EQ(FailedConditions([&] { Map = static_cast<char const * const *>(nullptr); }), "sData != nullptr");
+}
+
+TEST(BitMap, RowsTakeAndGiveVectors)
+{
+    BitVec_c Vec(16), Empty, Got(32);
+    Vec.Bis(3);
+    Vec.Bis(12);
+    BitMap_c Map(8, 1);
+    Map.Bis(7, 0);
+    Map.Set(-1, Vec);
+    Map.Set(5, Empty);
+    EXPECT_EQ(Map.iDimX + Map.iDimY, 9) << "neither a negative row nor an empty vector grows the field";
+    Map.Bis(0, Vec);
+    EXPECT_EQ(Map.iDimX, 16);
+    Map.Xor(2, Vec);
+    EXPECT_EQ(Map.iDimY, 3);
+    EXPECT_TRUE(
+        Map.Equ(2, Vec) && !Map.Equ(0, Vec) && Map.Equ(9, Empty) && !Map.Equ(9, Vec) && Map.Equ(1, BitVec_c(64)));
+    Map.And(0, Vec);
+    EXPECT_TRUE(Map.Equ(0, Vec));
+    Got.Bis(31);
+    EXPECT_TRUE(Map.Get(0, Got) == Vec && Got.iDim == 32);
+    Map.Bic(0, Vec);
+    Map.Xor(2, Vec);
+    EXPECT_TRUE(Map == BitMap_c());
+    Got.Bis(31);
+    EXPECT_TRUE(Map.Get(77, Got) == Empty && Got.iDim == 32) << "a row outside clears the vector";
+    ~Map;
+    BitVec_c const Byte(8);
+    Map.And(0, Byte);
+    Map.Set(1, Byte);
+    EXPECT_TRUE(Map.Equ(0, Empty) && Map.Equ(1, Empty));
+    Map.And(50, Byte);
+    Map.Bic(50, Byte);
+    EXPECT_EQ(Map.iDimY, 3);
+    Map.Bic(100, 0);
+    EXPECT_EQ(Map.iDimX, 104) << "clearing a bit outside grows a plane";
+    EXPECT_TRUE(Map.Bit(15, 2) && !Map.Bit(16, 2));
+
+    BitMap3D_c Space(8, 2, 2);
+    Space.Set(1, 3, Vec);
+    EXPECT_EQ(Space.iDimX * Space.iDimY * Space.iDimZ, 16 * 2 * 4);
+    EXPECT_TRUE(Space.Bit(12, 1, 3) && Space.Equ(1, 3, Vec) && Space.Equ(0, 3, Empty));
+    Space.Set(0, -1, Vec);
+    Space.Set(8, 0, 5, false);
+    EXPECT_EQ(Space.iDimZ, 6);
+    BitMap3D_c Other(16, 9, 4);
+    Other.Bis(11, 1, 3);
+    EXPECT_FALSE(Space.Intersects(Other) || Space.Intersects(BitMap3D_c()));
+    Other.Bis(1, 3, Vec);
+    EXPECT_TRUE(Space.Intersects(Other) && Other.Intersects(Space));
+    auto const fnTooLarge = [] { BitMap3D_c(BitVec_c::MAX_BITS, INT_MAX, INT_MAX); };
+    EXPECT_EQ(FailedConditions(fnTooLarge), "BytesOf(New) != 0");
+}
+
+TEST(BitMap, StorageCountsWhereItsOwnerSays)
+{
+    mem::CategoryInfo dBefore[mem::TOTAL], dAfter[mem::TOTAL];
+    std::ptrdiff_t n;
+    MemCategoryScope_c const Scope(mem::Collision);
+    MemoryCategoriesGet(dBefore, n, n, n);
+    BitVec_c const Vec(80);
+    BitMap_c const Map(80, 2);
+    BitMap3D_c const Space(80, 2, 2);
+    MemoryCategoriesGet(dAfter, n, n, n);
+    EXPECT_EQ(dAfter[mem::Collision].iCount - dBefore[mem::Collision].iCount, 2);
+    EXPECT_EQ(dAfter[mem::NORMAL_BLOCK].iCount - dBefore[mem::NORMAL_BLOCK].iCount, 1);
+}
+
+TEST(TinyBitmap, PacksCellsIntoAWord)
+{
+    static_assert(sizeof(TinyBitmap_c) == 4);
+    auto const fnWord = [](TinyBitmap_c const & Tiny)
+    {
+        std::uint32_t dwWord;
+        std::memcpy(&dwWord, &Tiny, 4);
+        return dwWord;
+    };
+    TinyBitmap_c Tiny;
+    Tiny.SetWidth(4);
+    Tiny.Set(1, 2);
+    EXPECT_EQ(fnWord(Tiny), 4u | 1u << 13);
+    EXPECT_TRUE(Tiny.Get(1, 2) && !Tiny.Get(2, 2) && Tiny.GetWidth() == 4);
+    Tiny.Set(0, 7);
+    Tiny.Set(-1, 0);
+    EXPECT_EQ(fnWord(Tiny), 4u | 1u << 13) << "cells beyond the field change nothing";
+    EXPECT_FALSE(Tiny.Get(3, 1000000000));
+    Tiny.SetWidth(16);
+    EXPECT_TRUE(Tiny.GetWidth() == 0 && Tiny.Get(9, 3)) << "width 0 folds the rows";
+    Tiny.SetValues(3 + 16, 5);
+    EXPECT_EQ(fnWord(Tiny), 0x53u);
+    Tiny.Clear();
+    EXPECT_EQ(fnWord(Tiny), 3u);
+}
+
+class BitVecArchive : public MediaTest
+{
+protected:
+    // Writes a vector, or the file as given, and hands a reader of it to the test.
+    void Read(
+        std::function<void(Serializeable_c &)> const & fnWrite, std::function<void(Serializeable_c &)> const & fnRead)
+    {
+        BufferedWriteable_c Writer(Folder.Join("bits.bin").c_str(), 0x10000);
+        ASSERT_TRUE(Writer.Open());
+        fnWrite(Writer);
+        ASSERT_TRUE(Writer.Close() && Scan());
+        Readable_c Reader(FileOpen("bits.bin"), 0x10000);
+        ASSERT_TRUE(Reader.Open());
+        fnRead(Reader);
+    }
+};
+
+TEST_F(BitVecArchive, SavesAndLoads)
+{
+    BitVec_c Saved(24), Empty;
+    Saved = "80FF01";
+    auto const fnWrite = [&](Serializeable_c & Archive)
+    { EXPECT_TRUE(Saved.Serialize(Archive) && Empty.Serialize(Archive)); };
+    Read(fnWrite,
+        [&](Serializeable_c & Archive)
+        {
+            BitVec_c Short, Long(64);
+            Long.Bis(63);
+            EXPECT_TRUE(Short.Serialize(Archive) && Long.Serialize(Archive));
+            EXPECT_TRUE(Short.iDim == 24 && Short == Saved);
+            EXPECT_TRUE(Long.iDim == 64 && Long == Empty) << "a longer vector keeps its size and is cleared";
+        });
+    EXPECT_EQ(Folder.Read("bits.bin").substr(4), std::string("\x18\0\0\0\x80\xFF\x01\0\0\0\0", 11));
+}
+
+TEST_F(BitVecArchive, RefusesASizeThatTheFileCannotHold)
+{
+    for (int const iBits : { 17, 0x7FFFFFF8, INT_MAX, -1, INT_MIN })
+    {
+        auto const fnWrite = [=](Serializeable_c & Archive)
+        {
+            int iWritten = iBits;
+            char szBytes[2] = { 1, 2 };
+            Archive.Serialize(iWritten).Serialize(szBytes, 2);
+        };
+        Read(fnWrite,
+            [](Serializeable_c & Archive)
+            {
+                BitVec_c Vec(8);
+                Vec.Bis(1);
+                EXPECT_FALSE(Vec.Serialize(Archive));
+                EXPECT_TRUE(Archive.IsFailed() && Vec.iDim == 8 && Vec.Bit(1));
+            });
+        FileReset();
+    }
+}

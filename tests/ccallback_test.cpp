@@ -1,0 +1,101 @@
+#include "zqcore/ccallback.h"
+
+#include "tests/test_support.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+    constinit Callbacker_T<int> g_Event;
+    std::string g_sTrace;
+
+    template <char NAME>
+    void Callback(int i)
+    {
+        g_sTrace += NAME + std::to_string(i);
+    }
+
+    void RemoveItself(int)
+    {
+        g_sTrace += '-';
+        g_Event.Remove(RemoveItself);
+    }
+
+    void FireAgain(int i)   // a negative payload forces
+    {
+        g_sTrace += '<';
+        g_Event.Fire(i + 1, i < 0);
+        g_sTrace += '>';
+    }
+
+    void RemoveItselfAndForce(int i)
+    {
+        g_Event.Remove(RemoveItselfAndForce);
+        g_Event.Fire(i + 1, true);
+    }
+
+    // What the functions, added in this order, leave behind when the list is fired.
+    std::string Fire(int i, std::initializer_list<void (*)(int)> dAdded = {})
+    {
+        for (auto const fn : dAdded)
+        {
+            g_Event.Add(fn, false);
+        }
+        g_sTrace.clear();
+        g_Event.Fire(i, false);
+        return g_sTrace;
+    }
+
+    struct Callbacks : testing::Test
+    {
+        ~Callbacks() override { g_Event.Reset(); }
+    };
+}
+
+TEST_F(Callbacks, RunFromTheLastAddedToTheFirst)
+{
+    EXPECT_EQ(Fire(0), "");
+    EXPECT_EQ(Fire(7, { Callback<'A'>, Callback<'B'>, Callback<'A'> }), "A7B7A7");
+    g_Event.Remove(Callback<'A'>);   // the later one
+    EXPECT_EQ(Fire(8), "B8A8");
+    g_Event.Remove(Callback<'X'>);
+    g_Event.Remove(Callback<'A'>);
+    EXPECT_EQ(Fire(9), "B9");
+}
+
+TEST_F(Callbacks, AChangeEndsTheFiring)
+{
+    EXPECT_EQ(Fire(1, { Callback<'A'>, RemoveItself, Callback<'B'> }), "B1-");
+    EXPECT_EQ(Fire(2), "B2A2");
+}
+
+TEST_F(Callbacks, NestedFiringIsDroppedUnlessForced)
+{
+    EXPECT_EQ(Fire(1, { Callback<'A'>, FireAgain }), "<>A1");
+    EXPECT_EQ(Fire(-1), "<<>A0>A-1");   // the forced one nests once more, unforced
+}
+
+TEST_F(Callbacks, AForcedFiringDoesNotHideAChangeFromTheOuterOne)
+{
+    EXPECT_EQ(Fire(1, { Callback<'A'>, RemoveItselfAndForce }), "A2");   // no freed node was touched
+}
+
+TEST_F(Callbacks, AnExclusiveOneHidesAllOthersAndStaysAtTheHead)
+{
+    g_Event.Add(Callback<'A'>, false);
+    g_Event.Add(Callback<'E'>, true);
+    EXPECT_EQ(Fire(1), "E1");
+    EXPECT_EQ(FailedConditions([] { g_Event.Add(Callback<'B'>, false); }), "!pHead || !pHead->Get().m_bExclusive");
+    g_Event.Reset();
+    EXPECT_TRUE(g_Event.IsEmpty());
+}
+
+TEST_F(Callbacks, PayloadsMayBeMissing)
+{
+    static int s_nFired;
+    s_nFired = 0;
+    Callbacker_T<void> Event;
+    Event.Add([] { ++s_nFired; }, false);
+    Event.Fire(false);
+    EXPECT_EQ(s_nFired, 1);
+}

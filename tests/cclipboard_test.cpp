@@ -1,0 +1,219 @@
+#include "zqcore/cclipboard.h"
+
+#include "tests/test_support.h"
+
+#include <chrono>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+    int s_nWaits = 0;
+    void CountWait(unsigned nMilliseconds)
+    {
+        s_nWaits += nMilliseconds == 100;
+    }
+
+    class ClipboardTest : public testing::Test
+    {
+    protected:
+        ClipboardTest()
+        {
+            plat::ClipboardSetFolder(m_Folder.Join("clip/board").c_str());
+            Module_c::Register(ModuleClipboard_c::Get());
+            EXPECT_TRUE(Module_c::InitializeAllModules());
+            s_nWaits = 0;
+        }
+        ~ClipboardTest() override
+        {
+            g_isOpen ? ClipboardClose() : void();
+            Module_c::ShutdownAllModules();
+            plat::ClipboardSetFolder(nullptr);
+            plat::ClipboardSetWait(nullptr);
+        }
+
+        // The text of the open clipboard.
+        static std::string Text()
+        {
+            std::string sText(ClipboardGetSize(), '?');
+            bool const bText = ClipboardGetData(sText.data());
+            return bText ? sText.c_str() : "none";
+        }
+
+        static std::string TextOfClosed()
+        {
+            ClipboardOpen();
+            std::string const sText = Text();
+            ClipboardClose();
+            return sText;
+        }
+
+        // Runs a function in a child, which says through a pipe that it has the clipboard open; the child.
+        template <typename HOLD>
+        static pid_t Child(HOLD fnHold)
+        {
+            int dPipe[2];
+            EXPECT_EQ(pipe(dPipe), 0);
+            pid_t const iChild = fork();
+            if (iChild == 0)
+            {
+                alarm(60);   // ends it should the test not come to it
+                ClipboardOpen();
+                EXPECT_EQ(write(dPipe[1], "x", 1), 1);
+                fnHold();
+                _exit(0);
+            }
+            char cByte;
+            EXPECT_EQ(read(dPipe[0], &cByte, 1), 1);
+            close(dPipe[0]);
+            close(dPipe[1]);
+            return iChild;
+        }
+
+        TempFolder_c const m_Folder;
+    };
+}
+
+TEST_F(ClipboardTest, TextIsAppendedAndOutlivesTheClosing)
+{
+    EXPECT_NE(g_iTextFormat, 0u);
+    EXPECT_EQ(ClipboardGetSize(), 0u) << "closed";
+    ClipboardOpen();
+    EXPECT_TRUE(g_isOpen && ClipboardIsEmpty());
+    EXPECT_EQ(ClipboardGetSize(), 1u);
+    EXPECT_EQ(Text(), "");
+    ClipboardPrintf("%s", "ab");
+    ClipboardPrintf("c%c", 'd');
+    EXPECT_EQ(Text(), "abcd");
+    EXPECT_EQ(ClipboardGetSize(), 5u);
+    ClipboardClose();
+    EXPECT_EQ(TextOfClosed(), "abcd");
+    ClipboardOpen();
+    ClipboardReset();
+    EXPECT_TRUE(ClipboardIsEmpty());
+    std::string const sLong(70000, 'x');
+    ClipboardPrintf("%s", sLong.c_str());
+    EXPECT_EQ(ClipboardGetSize(), 65536u + 1) << "longer text is cut";
+    ClipboardPrintf("!");
+    EXPECT_EQ(Text(), sLong.substr(0, 65536) + "!");
+    ClipboardClose();
+
+    std::string const sFailed = FailedConditions(
+        []
+        {
+            ClipboardPrintf("x");
+            ClipboardReset();
+            ClipboardClose();
+            char cByte;
+            EXPECT_FALSE(ClipboardGetData(&cByte) || ClipboardIsEmpty());
+        });
+    std::string const sOpen = "g_isOpen == true";
+    EXPECT_EQ(sFailed, sOpen + " & " + sOpen + " & " + sOpen + " & " + sOpen + " & " + sOpen);
+}
+
+TEST_F(ClipboardTest, OtherFormatsGoWhenTheTextComes)
+{
+    unsigned const iOther = plat::ClipboardRegisterFormat("Other/format");
+    EXPECT_EQ(plat::ClipboardRegisterFormat("zq_text"), g_iTextFormat);
+    EXPECT_EQ(plat::ClipboardRegisterFormat(std::string(300, 'n').c_str()), 0u);
+    auto const fnSetOther = [&]
+    {
+        ASSERT_TRUE(plat::ClipboardTryOpen());
+        ASSERT_NE(plat::ClipboardSet(iOther, plat::ClipboardBlockNew(3)), nullptr);
+        ASSERT_TRUE(plat::ClipboardClose());
+    };
+    fnSetOther();
+    ClipboardOpen();
+    EXPECT_EQ(plat::ClipboardGet(iOther), nullptr) << "the first opening makes an empty text";
+    ClipboardPrintf("text");
+    ClipboardClose();
+    fnSetOther();
+    ClipboardOpen();
+    EXPECT_EQ(plat::ClipboardBlockSize(plat::ClipboardGet(iOther)), 3u);
+    EXPECT_EQ(Text(), "text");
+    ClipboardPrintf("!");
+    EXPECT_EQ(plat::ClipboardGet(iOther), nullptr);
+    ClipboardClose();
+    EXPECT_EQ(TextOfClosed(), "text!");
+    ASSERT_TRUE(plat::ClipboardTryOpen() && plat::ClipboardEmpty() && plat::ClipboardClose());
+    EXPECT_EQ(TextOfClosed(), "");
+}
+
+TEST_F(ClipboardTest, WhatIsNoTextCountsAsNone)
+{
+    EXPECT_EQ(TextOfClosed(), "");
+    for (std::string const & sBad : { std::string("no end"), std::string() })
+    {
+        m_Folder.Write("clip/board/=zq_text", sBad);
+        EXPECT_EQ(TextOfClosed(), "");
+    }
+    m_Folder.Write("clip/board/=zq_text", std::string("cut\0here", 8));
+    ClipboardOpen();
+    ClipboardPrintf("!");
+    EXPECT_EQ(Text(), "cut!");
+    EXPECT_EQ(plat::ClipboardBlockNew(plat::CLIPBOARD_LIMIT + 1), nullptr);
+}
+
+TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
+{
+    pid_t const iChild = Child(
+        []
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(250));
+            ClipboardPrintf("from the child");
+            ClipboardClose();
+        });
+    auto const tStart = std::chrono::steady_clock::now();
+    EXPECT_EQ(TextOfClosed(), "from the child");
+    EXPECT_GE(std::chrono::steady_clock::now() - tStart, std::chrono::milliseconds(200));
+    waitpid(iChild, nullptr, 0);
+}
+
+TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothing)
+{
+    pid_t const iChild = Child(
+        []
+        {
+            ClipboardPrintf("kept");
+            pause();
+        });
+    plat::ClipboardSetWait(CountWait);
+    EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == true");
+    EXPECT_EQ(s_nWaits, 100);
+    EXPECT_FALSE(g_isOpen);
+    kill(iChild, SIGKILL);
+    waitpid(iChild, nullptr, 0);
+    ClipboardOpen();
+    EXPECT_TRUE(g_isOpen);
+    std::string const sText = Text();
+    EXPECT_TRUE(sText == "kept" || sText.empty()) << sText;
+    EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == false") << "no nesting";
+
+    // A child that lives on with this process's descriptors holds nothing either.
+    pid_t const iHeir = fork();
+    if (iHeir == 0)
+    {
+        alarm(60);
+        pause();
+        _exit(0);
+    }
+    ClipboardClose();
+    EXPECT_EQ(TextOfClosed(), sText);
+    EXPECT_EQ(s_nWaits, 100);
+    kill(iHeir, SIGKILL);
+    waitpid(iHeir, nullptr, 0);
+}
+
+TEST_F(ClipboardTest, ATextThatCannotBeStoredLeavesTheFormerOne)
+{
+    ClipboardOpen();
+    ClipboardPrintf("former");
+    m_Folder.MakeFolder("clip/board/busy");   // stands where the new text is written
+    EXPECT_EQ(FailedConditions([] { ClipboardPrintf("more"); }), "g_hClipboard != nullptr");
+    EXPECT_EQ(Text(), "former");
+    ClipboardClose();
+    EXPECT_EQ(TextOfClosed(), "former");
+}

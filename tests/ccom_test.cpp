@@ -1,0 +1,214 @@
+#include "zqcore/ccom.h"
+
+#include "platform/checker.h"
+#include "platform/debugger.h"
+
+#include "tests/test_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sys/mman.h>
+
+namespace
+{
+    using testing::ElementsAre;
+
+    class Object_c : public ComObject_c
+    {
+    public:
+        explicit Object_c(int * pDeleted = nullptr)
+            : m_pDeleted(pDeleted)
+        {}
+        ~Object_c() override { m_pDeleted ? ++*m_pDeleted : 0; }
+
+        int m_iPayload = 5;
+
+    private:
+        int * const m_pDeleted;
+    };
+
+    class Pooled_c : public ComObject_c
+    {
+    public:
+        mutable int m_nDisposed = 0;
+
+    private:
+        void Dispose() const override { ++m_nDisposed; }
+    };
+
+    char const OWNERS[4] = {};   // their addresses are the holders
+
+    // Calls Release on what may be no object, which the checkers would tell first.
+    ZQ_UNCHECKED bool ReleaseAnything(void const * p)
+    {
+        return static_cast<ComObject_c const *>(p)->Release(OWNERS, "", 0, p);
+    }
+
+    std::size_t ResidentPages()
+    {
+        std::size_t nVirtual = 0, nResident = 0;
+        std::ifstream("/proc/self/statm") >> nVirtual >> nResident;
+        return nResident;
+    }
+}
+
+TEST(ComObject, CountsReferencesAndDisposesWithTheLast)
+{
+    int nDeleted = 0;
+    auto * const pObject = new Object_c(&nDeleted);
+    EXPECT_EQ(COM_ADDREF(pObject, OWNERS), 0u);
+    EXPECT_EQ(COM_ADDREF(pObject, OWNERS + 1), 1u);
+    EXPECT_FALSE(COM_RELEASE(pObject, OWNERS));
+    EXPECT_EQ(COM_ADDREF(pObject, OWNERS + 2), 1u);
+    EXPECT_FALSE(COM_RELEASE(pObject, OWNERS + 1));
+    EXPECT_EQ(nDeleted, 0);
+    EXPECT_TRUE(COM_RELEASE(pObject, OWNERS + 2));
+    EXPECT_EQ(nDeleted, 1);
+
+    Pooled_c Pooled;
+    for (int i = 1; i <= 2; ++i)
+    {
+        EXPECT_EQ(COM_ADDREF(&Pooled, OWNERS), 0u) << "an object that its Dispose spared lives on without references";
+        EXPECT_TRUE(COM_RELEASE(&Pooled, nullptr));
+        EXPECT_EQ(Pooled.m_nDisposed, i);
+    }
+}
+
+TEST(ComObject, ListsItsOwnersTheNewestFirst)
+{
+    Pooled_c Object;
+    LogCapture_c Log;
+    Object.ComDebug();
+    EXPECT_THAT(Log.GetLines(), ElementsAre("WARNING: There is nothing to dump!\n\tm_pDebugHead == nullptr"));
+    Log.Clear();
+    for (int i = 0; i < 3; ++i)
+    {
+        Object.AddRef(OWNERS + i % 2, "a.cpp", i, &Object);
+    }
+    Object.Release(OWNERS + 1, "", 0, &Object);
+    Object.AddRef(OWNERS + 3, nullptr, 9, &Object);
+
+    char szLines[3][128];
+    for (auto const & [iRow, szFile, iLine, iOwner] :
+        { std::tuple{ 0, "unknown", 9, 3 }, { 1, "a.cpp", 2, 0 }, { 2, "a.cpp", 0, 0 } })
+    {
+        std::snprintf(szLines[iRow], sizeof szLines[0], "%s(%i): probably COM Object=0x%zx Owner=0x%zx", szFile, iLine,
+            reinterpret_cast<std::size_t>(&Object), reinterpret_cast<std::size_t>(OWNERS + iOwner));
+    }
+    Object.ComDebug();
+    EXPECT_THAT(Log.GetLines(), ElementsAre("Dumping objects:", szLines[0], szLines[1], szLines[2]));
+
+    static std::string s_sOutput;
+    auto const fnFormer = plat::DebugOutputSet([](char const * szText) { s_sOutput += szText; });
+    ComDebug_t dOwners[3] = {};
+    EXPECT_EQ(Object.GetOwners(dOwners, 3), 3);
+    EXPECT_EQ(s_sOutput, "");
+    EXPECT_EQ(Object.GetOwners(dOwners, 2), 2);
+    EXPECT_THAT(s_sOutput, testing::StartsWith("Array size is too small to contain all owners "));
+    plat::DebugOutputSet(fnFormer);
+    EXPECT_EQ(dOwners[0].pNext->iLine, dOwners[1].iLine);
+    EXPECT_EQ(dOwners[1].pOwner, OWNERS);
+    EXPECT_EQ(dOwners[1].iLine, 2);
+
+    Object.Release(OWNERS, "", 0, &Object);
+    Object.GetOwners(dOwners, 1 + 1);
+    EXPECT_EQ(dOwners[1].iLine, 0) << "of two references the one that was added last has gone";
+    Object.Release(OWNERS, "", 0, &Object);
+    Object.Release(OWNERS + 3, "", 0, &Object);
+    EXPECT_EQ(ComObject_c::GetFreeReferences(), COM_REFERENCES);
+}
+
+TEST(ComObject, MisuseFailsItsConditionAndKeepsTheLedgerWhole)
+{
+    Pooled_c Object, Other;
+    EXPECT_EQ(FailedConditions([&] { Object.AddRef(OWNERS, "", 0, &Other); }), "pObject==this");
+    EXPECT_EQ(FailedConditions([&] { Object.AddRef(nullptr, "", 0, &Object); }), "pOwner");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Object.Release(OWNERS, "", 0, &Other)); }), "pObject == this");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(COM_RELEASE(&Object, OWNERS + 2)); }),
+        "pList && \"ComDebug: release failed\"");
+    EXPECT_TRUE(COM_RELEASE(&Object, OWNERS));
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(COM_RELEASE(&Object, OWNERS)); }), "iRefCount > 0");
+
+    LogCapture_c const Log;
+    DialogScript_c const Ignore;
+    {
+        Object_c Deleted;
+        COM_ADDREF(&Deleted, OWNERS);
+        COM_ADDREF(&Deleted, OWNERS + 1);
+        EXPECT_EQ(ComObject_c::GetFreeReferences(), COM_REFERENCES - 2);
+    }
+    EXPECT_EQ(Log.Count("Dumping objects:"), 1);
+    EXPECT_EQ(Log.CountHolding(std::string(__FILE__) + "("), 2);
+    EXPECT_EQ(Log.Count("iRefCount > 0, see message.log"), 1);
+    EXPECT_EQ(ComObject_c::GetFreeReferences(), COM_REFERENCES);
+}
+
+TEST(ComObject, ReleaseOfWhatIsNoObjectFailsItsConditionAndTouchesNothing)
+{
+    constexpr char UNREADABLE[] = "_CrtIsValidPointer( this, sizeof ( ComObject_c ), false )";
+    constexpr char NO_SIGNATURE[] = "m_dwComSignature == COM_SIGNATURE";
+    constexpr std::size_t PAGE = 4096;
+    auto * const pPages =
+        static_cast<char *>(::mmap(nullptr, 2 * PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(pPages, MAP_FAILED);
+    ::munmap(pPages + PAGE, PAGE);
+    auto * const pInPage = new (pPages) Pooled_c;
+    COM_ADDREF(pInPage, OWNERS);
+    auto * const pDead = new Object_c;
+    COM_ADDREF(pDead, OWNERS);
+    COM_RELEASE(pDead, OWNERS);
+
+    struct Row_s
+    {
+        char const * szWhat;
+        void const * p;
+        char const * szCondition;
+    };
+    for (Row_s const & Row :
+        { Row_s{ "null", nullptr, UNREADABLE }, { "small", reinterpret_cast<void *>(16), UNREADABLE },
+            { "unmapped", pPages + PAGE, UNREADABLE }, { "runs out of its page", pPages + PAGE - 8, UNREADABLE },
+            { "beside a held object", pPages + 256, NO_SIGNATURE }, { "text", OWNERS, NO_SIGNATURE },
+            { "deleted", pDead, NO_SIGNATURE } })
+    {
+        EXPECT_THAT(
+            FailedConditions([&] { EXPECT_FALSE(ReleaseAnything(Row.p)); }), testing::StartsWith(Row.szCondition))
+            << Row.szWhat;
+    }
+    EXPECT_TRUE(COM_RELEASE(pInPage, OWNERS));
+    ::munmap(pPages, PAGE);
+    EXPECT_EQ(FailedConditions([&] { ReleaseAnything(pPages); }), UNREADABLE) << "gone with its page";
+}
+
+TEST(ComObject, LedgerTouchesItsMemoryAsItIsUsedAndEndsAtItsLimit)
+{
+    auto const UseAll = []
+    {
+        std::vector<Pooled_c> dObjects(1000);
+        std::size_t const nRecordPages = COM_REFERENCES * sizeof(ComDebug_t) / 4096;
+        std::size_t const nStart = ResidentPages();
+        int const nFree = ComObject_c::GetFreeReferences();
+        std::size_t const nCounted = ResidentPages() - nStart;
+        for (std::size_t i = 0; i < COM_REFERENCES; ++i)
+        {
+            COM_ADDREF(&dObjects[i % dObjects.size()], OWNERS);
+        }
+        std::size_t const nUsed = ResidentPages() - nStart;
+        std::string const sFailed = FailedConditions([&] { COM_ADDREF(&dObjects[0], OWNERS + 1); });
+        bool const bNoneLeft = ComObject_c::GetFreeReferences() == 0;
+        COM_RELEASE(&dObjects[0], nullptr);
+        for (Pooled_c const & Object : dObjects)
+        {
+            while (!COM_RELEASE(&Object, OWNERS))
+            {}
+        }
+        bool const bAllBack = ComObject_c::GetFreeReferences() == COM_REFERENCES;
+        std::fprintf(stderr, "counted %zu, used %zu of %zu pages\n", nCounted, nUsed, nRecordPages);
+        std::_Exit(nFree == COM_REFERENCES && nCounted < nRecordPages / 8 && nUsed > nRecordPages * 3 / 4 && bNoneLeft
+                           && sFailed == "m_pEmptyList" && bAllBack
+                       ? 0
+                       : 1);
+    };
+    EXPECT_EXIT(UseAll(), testing::ExitedWithCode(0), "");   // a process of its own, where no record was ever used
+}

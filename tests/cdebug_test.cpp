@@ -1,0 +1,247 @@
+#include "zqcore/cdebug.h"
+
+#include "zqcore/capp.h"
+#include "zqcore/ccallback.h"
+#include "zqcore/clog.h"
+
+#include "platform/debugger.h"
+
+#include "tests/test_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+// Its members fail, to be named by the complaint, and return the line.
+struct ComplaintTest_c
+{
+    // clang-format off
+    int Fail() const { ZQ_ASSERT(1 == 2); return __LINE__; }
+    static int FailWithText(int i) { ZQ_ASSERT_EX(1 == 2, "text %i", i); return __LINE__; }
+    // clang-format on
+};
+
+namespace
+{
+    using testing::StartsWith;
+    using Answer_e = plat::DialogAnswer_e;
+    using Buttons_e = plat::DialogButtons_e;
+    using Icon_e = plat::DialogIcon_e;
+    using Modality_e = plat::DialogModality_e;
+
+    constexpr char YES_NO_TAIL[] = "\r\n\r\nUse Yes to break into Debugger, No to continue.\r\nand Cancel to Quit\r\n";
+
+    // What happened, in order: C cursor shown, L line logged, x and X execution stopped and going on, W warning event,
+    // M window minimised, D dialog.
+    std::string g_sTrace;
+    bool g_bPrint = false;   // the trace, on standard error
+    std::string g_sLog, g_sDebugger, g_sText, g_sCaption;
+    plat::Dialog_t g_Dialog;   // the last one, apart from its texts
+    Answer_e g_eAnswer;
+
+    void Trace(char cEvent)
+    {
+        g_sTrace += cEvent;
+        g_bPrint ? std::fputc(cEvent, stderr) : 0;
+    }
+
+    std::string TakeTrace()
+    {
+        return std::exchange(g_sTrace, "");
+    }
+
+    Answer_e OnDialog(plat::Dialog_t const & Dialog)
+    {
+        Trace('D');
+        g_sText = Dialog.szText;
+        g_sCaption = Dialog.szCaption;
+        g_Dialog = Dialog;
+        Dialog.eButtons == Buttons_e::AbortRetryIgnore ? AssertFailed("inside another assertion")
+                                                       : static_cast<void>(0);
+        return g_eAnswer;
+    }
+
+    void ExpectDialog(char const * szCaption, Buttons_e eButtons, Icon_e eIcon, Modality_e eModality, int iDefault = 1)
+    {
+        EXPECT_EQ(g_sCaption, szCaption);
+        EXPECT_TRUE(g_Dialog.eButtons == eButtons && g_Dialog.iDefaultButton == iDefault);
+        EXPECT_TRUE(g_Dialog.eIcon == eIcon && g_Dialog.eModality == eModality);
+    }
+
+    class Complaints : public testing::Test
+    {
+    protected:
+        Complaints()
+        {
+            g_sTrace = g_sLog = g_sDebugger = g_sText = g_sCaption = "";
+            g_eAnswer = Answer_e::No;
+            LogDone();
+            LogAddCallback([](char const * szText) { Trace('L'), g_sLog += std::string(szText) + '\n'; });
+            g_ExecutionCallbacker.Add([](bool bGoesOn) { Trace(bGoesOn ? 'X' : 'x'); }, false);
+            g_WarningsCallbacker.Add([](char const *) { Trace('W'); }, false);
+            plat::WindowSystem_t System;
+            System.fnShowCursor = [] { Trace('C'); };
+            System.fnMinimise = [](plat::Window_t) { Trace(g_isAborting ? 'M' : 'm'); };
+            m_System = plat::WindowSystemSet(System);
+            m_fnDialog = plat::DialogSetHandler(OnDialog);
+            m_fnOutput = plat::DebugOutputSet([](char const * szText) { g_sDebugger += szText; });
+        }
+
+        ~Complaints() override
+        {
+            plat::DebugOutputSet(m_fnOutput);
+            plat::DialogSetHandler(m_fnDialog);
+            plat::WindowSystemSet(m_System);
+            g_WarningsCallbacker.Reset();
+            g_ExecutionCallbacker.Reset();
+            LogDone();
+            SetWarnings(false);
+            SetAchtungs(true);
+            g_silentMode = false;
+            g_pAppWindow = nullptr;
+        }
+
+    private:
+        plat::WindowSystem_t m_System;
+        plat::DialogHandler_t m_fnDialog;
+        plat::DebugOutput_t m_fnOutput;
+    };
+
+    // A text that no Achtung had yet.
+    std::string Fresh()
+    {
+        static int s_nTexts = 0;
+        return "fresh " + std::to_string(++s_nTexts);
+    }
+}
+
+TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
+{
+    std::string const sLine = std::to_string(ComplaintTest_c().Fail());
+    EXPECT_EQ(g_sText, "Assert failed, 1 == 2, " __FILE__ ", ComplaintTest_c::Fail, " + sLine);
+    EXPECT_EQ(g_sLog, g_sText + '\n');
+    EXPECT_EQ(std::exchange(g_sDebugger, ""), __FILE__ "(" + sLine + ") : Assert() failed\n");
+    EXPECT_EQ(TakeTrace(), "CLxDX");
+    ExpectDialog("Assertion failed! Press ignore to continue or retry to debug.", Buttons_e::AbortRetryIgnore,
+        Icon_e::Warning, Modality_e::AlwaysOnTop, 2);
+
+    std::string const sNext = std::to_string(ComplaintTest_c::FailWithText(7));
+    EXPECT_EQ(g_sText, "AssertEx failed, 1 == 2, text 7, " __FILE__ ", ComplaintTest_c::FailWithText, " + sNext);
+    EXPECT_EQ(g_sDebugger, __FILE__ "(" + sNext + ") : AssertEx() failed\n");
+    for (auto const & [szFunction, szExpected] : std::initializer_list<std::pair<char const *, char const *>>{
+             { "static void Module_c::Register(Module_c*)", "Module_c::Register" }, { "int main()", "main" },
+             { "T& StaticArray_T<T, LENGTH>::operator[](int) [with T = int]", "StaticArray_T<T, LENGTH>::operator[]" },
+             { "char const *(anonymous namespace)::Name(int)", "(anonymous namespace)::Name" },
+             { "const char* {anonymous}::Name(int)", "{anonymous}::Name" },
+             { "std::map<int, void (*)(int)>& A<void (*)(int)>::Get() const", "A<void (*)(int)>::Get" } })
+    {
+        AssertReport("c", "f.cpp", szFunction, 3);
+        EXPECT_EQ(g_sText, std::string("Assert failed, c, f.cpp, ") + szExpected + ", 3");
+    }
+}
+
+TEST_F(Complaints, WarningIsALineAndAnEventUntilDialogsAreEnabled)
+{
+    Warning("odd %i", 1);
+    EXPECT_EQ(TakeTrace(), "LW");
+    SetWarnings(true);
+    Warning("%s", std::string(3000, 'w').c_str());
+    EXPECT_EQ(TakeTrace(), "LWD");
+    EXPECT_EQ(g_sText, std::string(2048, 'w'));
+    EXPECT_EQ(g_sLog, "odd 1\n" + g_sText + '\n');
+    ExpectDialog("Warning!", Buttons_e::Ok, Icon_e::Error, Modality_e::AlwaysOnTop);
+    g_silentMode = true;
+    Warning("silent");
+    EXPECT_EQ(TakeTrace(), "LW");
+}
+
+TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
+{
+    g_pAppWindow = &g_bPrint;
+    std::string const sFirst = Fresh();
+    Achtung("%s", sFirst.c_str());
+    EXPECT_EQ(g_sText, sFirst + YES_NO_TAIL);
+    EXPECT_EQ(g_sLog, sFirst + '\n');
+    EXPECT_EQ(TakeTrace(), "LWD");
+    EXPECT_EQ(g_Dialog.pOwner, g_pAppWindow);
+    ExpectDialog("ACHTUNG!", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::Task);
+
+    std::string const sLong = Fresh() + std::string(3000, 'a');
+    Achtung("%s", sLong.c_str());
+    EXPECT_EQ(g_sText, sLong.substr(0, 2048) + YES_NO_TAIL);
+    SetAchtungs(false);
+    g_silentMode = true;   // has no say while they are off
+    TakeTrace();
+    for (int i = 2; i <= 16; ++i)
+    {
+        Achtung("%s", sFirst.c_str());
+        EXPECT_EQ(TakeTrace(), "");
+        Achtung("%s", Fresh().c_str());
+        EXPECT_EQ(TakeTrace(), "LW");
+    }
+    Achtung("%s", sFirst.c_str());   // the seventeenth took its place
+    EXPECT_EQ(TakeTrace(), "LW");
+}
+
+TEST_F(Complaints, WithALocationCarryFileLineAndATail)
+{
+    DebugMessages_c & Messages = DebugMessages_c::Get();
+    EXPECT_FALSE(Messages.DebugAssert("file.cpp", 12, "broken"));
+    EXPECT_THAT(g_sText, StartsWith("Warning: \tbroken\tbroken\r\nFile: \tfile.cpp\r\nLine:\t12"));
+    ExpectDialog("Assertion failed", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::AlwaysOnTop);
+
+    EXPECT_EQ((Messages.*Messages.SetLocation("at.cpp", 34))("text %i", 5), 7);
+    EXPECT_THAT(
+        g_sText, StartsWith(std::string("Warning: \ttext 5") + YES_NO_TAIL + "\r\nFile: \tat.cpp\r\nLine:\t34"));
+    ExpectDialog("Warning", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::AlwaysOnTop);
+
+    EXPECT_EQ(Messages.DebugErrorInternal("%s", std::string(20000, 'e').c_str()), 7);
+    EXPECT_THAT(g_sText,
+        StartsWith("Error: \t" + std::string(16383, 'e')
+                   + "\r\n\r\nUse Ok to break into Debugger, Cancel exits.\r\n\r\n\r\nFile: \tat.cpp\r\nLine:\t34"));
+    ExpectDialog("Error", Buttons_e::OkCancel, Icon_e::Error, Modality_e::AlwaysOnTop);
+
+    TakeTrace();
+    Messages.m_bQuiet = true;
+    ZQ_ASSERT_BREAK(1 == 2, "Developer break");
+    Messages.m_bQuiet = false;
+    EXPECT_EQ(TakeTrace(), "");
+}
+
+TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
+{
+    auto const Assertion = [] { AssertFailed("assertion"); };
+    auto const Attention = [] { Achtung("attention"); };
+    auto const End = [] { Abort("abort %i", 1); };
+    auto const Error = [] { DebugMessages_c::Get().DebugErrorInternal("error"); };
+    auto const Break = [] { ZQ_ASSERT_BREAK(1 == 2, "Developer break"); };
+    auto const Located = []
+    {
+        std::atexit([] { std::fprintf(stderr, ", then %i", DebugMessages_c::Get().DropMessageBox("", "", 0)); });
+        DebugMessages_c::Get().DebugWarningInternal("located");
+    };
+    // What complains, whether silently, the answer, the exit status or below 0 the signal, and the trace.
+    for (auto const & [fnComplain, bSilent, eAnswer, iStatus, szTrace] :
+        std::initializer_list<std::tuple<void (*)(), bool, Answer_e, int, char const *>>{
+            { Assertion, true, Answer_e::Ignore, 1, "^CLx" }, { Assertion, false, Answer_e::Abort, -SIGTRAP, "^CLxDX" },
+            { Assertion, false, Answer_e::Retry, -SIGTRAP, "^CLxDX" }, { Attention, true, Answer_e::No, 1, "^LW" },
+            { Attention, false, Answer_e::Cancel, 0, "^LWD" }, { Attention, false, Answer_e::Yes, -SIGTRAP, "^LWD" },
+            { End, true, Answer_e::Ok, -SIGTRAP, "^LxMX" }, { End, false, Answer_e::Ok, -SIGTRAP, "^LxMDX" },
+            { End, false, Answer_e::Cancel, -SIGTRAP, "^LxMDX" },
+            { Located, false, Answer_e::Cancel, 255, "^D, then 7" }, { Located, false, Answer_e::Yes, -SIGTRAP, "^D" },
+            { Error, false, Answer_e::Ok, -SIGTRAP, "^D" }, { Break, false, Answer_e::Yes, -SIGTRAP, "^D" } })
+    {
+        auto const Complain = [fn = fnComplain, bIsSilent = bSilent, eGiven = eAnswer]
+        {
+            g_bPrint = true;
+            g_pAppWindow = &g_bPrint;
+            g_silentMode = bIsSilent;
+            g_eAnswer = eGiven;
+            fn();
+        };
+        auto const HasEnded = [i = iStatus](int iRaw)
+        { return i < 0 ? testing::KilledBySignal(-i)(iRaw) : testing::ExitedWithCode(i)(iRaw); };
+        EXPECT_EXIT(Complain(), HasEnded, szTrace);
+    }
+}

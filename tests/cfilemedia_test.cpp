@@ -1,0 +1,160 @@
+#include "zqcore/cfilemedia.h"
+
+#include "tests/media_fixture.h"
+
+#include "zqcore/capp.h"
+
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "platform/text.h"
+
+#include <cstdlib>
+
+class FileMediaTest : public MediaTest
+{
+protected:
+    FileMediaTest()
+    {
+        plat::RegistrySetFolder(plat::RegistryTree_e::Machine, Folder.MakeFolder("registry").c_str());
+        Folder.MakeFolder("current");
+    }
+
+    ~FileMediaTest() override
+    {
+        plat::RegistrySetFolder(plat::RegistryTree_e::Machine, nullptr);
+        g_sGameFolder = "";
+        FileSetSplit("\\gamedata\\");
+        FileSetSplit(nullptr);
+        FileSetMediaTemplate("media*.zq");
+    }
+
+    void WriteInstallDir(std::string const & sText) const
+    {
+        ASSERT_TRUE(plat::RegistryWrite(plat::RegistryTree_e::Machine, sKey.c_str(), "InstallDir",
+            plat::RegistryType_e::Text, sText.c_str(), sText.size() + 1));
+    }
+
+    // Brings the module and what it needs up and down; what is in the tables between.
+    static std::string KeysOfOneRun()
+    {
+        Module_c::Register(ModuleFile_c::Get());
+        EXPECT_TRUE(Module_c::InitializeAllModules());
+        std::string const sKeys = Keys();
+        Module_c::ShutdownAllModules();
+        return sKeys;
+    }
+
+    std::string const sKey = std::string("SOFTWARE\\Brindle Harbor\\") + g_szApplicationName + "\\Install";
+};
+
+TEST_F(FileMediaTest, TakesOnlyATemplateWithOneStarBeforeADot)
+{
+    for (auto const & [szTemplate, bTaken] : Rows_t<char const *, bool>{ { "pack*.pk", true }, { "*.z", true },
+             { "media.zq", false }, { "a*b*.zq", false }, { "media*zq", false }, { "media*", false } })
+    {
+        FileSetMediaTemplate("former*.zq");
+        EXPECT_EQ(FailedConditions([sz = szTemplate] { FileSetMediaTemplate(sz); }).empty(), bTaken) << szTemplate;
+        EXPECT_EQ(FileGetMediaTemplate(), bTaken ? szTemplate : "former*.zq");
+    }
+}
+
+TEST_F(FileMediaTest, TheSplitLetsOneGameIn)
+{
+    for (auto const & [szLocation, szGame, szFolder, bExcluded] :
+        Rows_t<char const *, char const *, char const *, bool>{ { "\\gamedata\\", "pqx\\", "c:\\gamedata\\", false },
+            { "\\gamedata\\", "pqx\\", "c:\\gamedata\\pqx\\", false },
+            { "\\gamedata\\", "pqx\\", "c:\\gamedata\\pqx\\in\\", false },
+            { "\\gamedata\\", "pqx\\", "c:\\gamedata\\mod\\", true },
+            { "\\gamedata\\", "pqx\\", "c:\\other\\mod\\", false },
+            { "\\gamedata\\", "PQX\\", "c:\\gamedata\\pqx\\", false },
+            { "\\gamedata\\", "PQX\\", "c:\\gamedata\\pqx\\in\\", true }, { "\\x\\", "pqx\\", "c:\\x\\mod\\", true },
+            { nullptr, "pqx\\", "c:\\gamedata\\mod\\", false } })
+    {
+        g_sGameFolder = szGame;
+        FileSetSplit(szLocation);
+        EXPECT_EQ(FileSplitExcludes(szFolder), bExcluded) << szFolder << szGame;
+    }
+    EXPECT_NE(FailedConditions([] { FileSetSplit("gamedata\\"); }), "");
+    EXPECT_FALSE(g_bSplit);
+}
+
+TEST_F(FileMediaTest, FindsTheMediaRootByThreeSourcesInOrder)
+{
+    CurrentFolderScope_c const Scope(Folder.Join("current"));
+    EXPECT_EQ(GetPQXMediaPath(false), "");
+    EXPECT_DEATH(
+        {
+            g_silentMode = true;
+            LogToStandardError();
+            GetPQXMediaPath(true);
+        },
+        "Error: no MEDIA.ZQ file, no PQXMEDIA environment variable, no registry key.\nPlease check your installation.");
+    WriteInstallDir("/not/there\\");
+    EXPECT_EQ(GetPQXMediaPath(false), "/not/there") << "the registry's text, though it names nothing";
+    FileSetMediaTemplate("packs*.zq");
+    Folder.Write("current/packs.zq", "");
+    EXPECT_EQ(GetPQXMediaPath(true), ".");
+    WriteInstallDir(Folder.GetPath() + "\\");
+    EXPECT_EQ(GetPQXMediaPath(true), Folder.GetPath().c_str());
+    SetPQXMediaPath("/nowhere/at\\all\\");
+    EXPECT_EQ(GetPQXMediaPath(true), "/nowhere/at\\all");
+}
+
+TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
+{
+    CurrentFolderScope_c const Scope(Folder.Join("current"));
+    Make({ { "media/a.txt", "x" }, { "media/.SVN/b.txt", "" }, { "media/_svn/b.txt", "" }, { "media/CVS/b.txt", "" },
+        { "media/$$$pqxautosave/b.txt", "" }, { "media/$$$pqxbackup/b.txt", "" }, { "media/Message.LOG", "" },
+        { "media/.cvsignore", "" }, { "media/gamedata/pqx/p.txt", "" }, { "media/gamedata/mod/m.txt", "" } });
+    std::string const sMedia = Folder.Join("media");
+    Folder.Write("current/media.zq", "");
+    std::ptrdiff_t const nBlocks = FileBlocks();
+    for (auto const & [sSetting, sRegistry, szSplit, bRead, szKeys, sSource] :
+        Rows_t<std::string, std::string, char const *, bool, char const *, std::string>{
+            { sMedia, sMedia, "\\gamedata\\", true, "a.txt p.txt", "commandline - \"" + sMedia },
+            { "", sMedia + "\\", nullptr, true, "a.txt m.txt p.txt", "registry - \"" + sKey },
+            { "", sMedia, nullptr, false, "", "registry - \"" + sKey },
+            { "", "", nullptr, true, "media.zq", "main pack - \"media.zq" } })
+    {
+        Log.Clear();
+        SetPQXMediaPath(sSetting.c_str());
+        WriteInstallDir(sRegistry);
+        FileSetSplit(szSplit);
+        ModuleFile_c::Get()->ReadMedia(bRead);
+        g_FileOpenCallbacker.Add(Tell, false);
+        EXPECT_EQ(KeysOfOneRun(), szKeys);
+        EXPECT_EQ(Log.Count("FS game mode: normal"), 1);
+        EXPECT_EQ(Log.Count("Media path in " + sSource + "\""), 1) << Log.GetText();
+        EXPECT_EQ(Keys(), "");
+        EXPECT_TRUE(g_FileOpenCallbacker.IsEmpty());
+        EXPECT_EQ(FileBlocks(), nBlocks);
+    }
+    ModuleFile_c::Get()->ReadMedia(true);
+}
+
+// Runs in a process of its own, started by the next test with a command line of its own.
+TEST_F(FileMediaTest, DISABLED_TellTheGame)
+{
+    CurrentFolderScope_c const Scope(Folder.GetPath());
+    KeysOfOneRun();
+    std::printf("<%s %i>", static_cast<char const *>(g_sSplitGame), FileIsAddon());
+}
+
+TEST_F(FileMediaTest, TakesTheGameFromTheCommandLine)
+{
+    wchar_t szSelf[1024];
+    char szPath[4096];
+    ASSERT_TRUE(plat::ProcessExecutablePath(szSelf, 1024));
+    plat::Utf8FromWide(szPath, sizeof szPath, szSelf);
+    fs::create_symlink(szPath, Folder.Join("t"));   // a short name leaves room on the command line
+    std::string const sStart =
+        Folder.Join("t") + " --gtest_also_run_disabled_tests --gtest_filter=*.DISABLED_TellTheGame ";
+    for (auto const & [sArguments, szResult] : Rows_t<std::string, char const *>{ { "", "<\\gamedata\\pqx\\ 0>" },
+             { "--game mod", "<\\gamedata\\mod\\ 1>" }, { "a --game one --game two", "<\\gamedata\\one\\ 1>" },
+             { "--GAME mod", "<\\gamedata\\pqx\\ 0>" }, { "--game", "<\\gamedata\\pqx\\ 0>" },
+             { std::string(255 - sStart.size(), 'x') + " --game mod", "<\\gamedata\\pqx\\ 0>" } })
+    {
+        EXPECT_EQ(std::system((sStart + sArguments + " >" + Folder.Join("out") + " 2>&1").c_str()), 0);
+        EXPECT_NE(Folder.Read("out").find(szResult), std::string::npos) << sArguments << "\n" << Folder.Read("out");
+    }
+}

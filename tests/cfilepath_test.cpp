@@ -1,0 +1,227 @@
+#include "tests/media_fixture.h"
+
+#include <cstdlib>
+
+using FilePathTest = MediaTest;
+
+TEST_F(FilePathTest, EntersEveryFileUnderItsFoldedNameDepthFirstInOneOrder)
+{
+    Make({ { "Zoo/LION.txt", "roar" }, { "b/b2/deep.txt", "" }, { "b/b1/", "" }, { ".hidden", "" }, { "A/one.txt", "" },
+        { "b.d/e.txt", "" } });
+    g_AddSubfolderCallbacker.Add(Tell, false);
+    ASSERT_TRUE(Scan());
+    g_AddSubfolderCallbacker.Reset();
+    EXPECT_EQ(Keys(), ".hidden deep.txt e.txt lion.txt one.txt");
+    std::vector<std::string> dExpected;
+    for (char const * szFolder : { "", "a\\", "b\\", "b\\b1\\", "b\\b2\\", "b.d\\", "zoo\\" })
+    {
+        dExpected.push_back(Folded("") + szFolder);
+        EXPECT_NE(g_sPaths.FindByName(dExpected.back().c_str()), nullptr) << szFolder;
+    }
+    EXPECT_EQ(s_dTold, dExpected);
+    File_c const * const pLion = FileStream("lion.txt");
+    EXPECT_TRUE(pLion->iLength == 4 && pLion->ftLastWriteTime > 0 && pLion->iReads == 0);
+    EXPECT_EQ(Contents(FileOpen("Lion.TXT")), "roar") << "found on disk in its own spelling";
+    EXPECT_EQ(Log.GetText(), "");
+
+    FileReset();
+    ASSERT_TRUE(FileAddSearchPath(Folder.GetPath().c_str(), false, false));
+    EXPECT_EQ(Keys(), ".hidden") << "not recursive";
+}
+
+TEST_F(FilePathTest, KeepsTheFirstOfTwoLikeNamedFilesAndMarksIt)
+{
+    Make({ { "a/same.txt", "first" }, { "b/SAME.txt", "second" }, { " x/c.txt", "" } });
+    ASSERT_TRUE(Scan());
+    std::string const sFirst = Folded("a") + "\\same.txt";
+    EXPECT_EQ(Log.GetText(), "File duplication : " + Folded("b") + "\\same.txt\n                   " + sFirst + "\n");
+    EXPECT_EQ(Contents(FileOpen("same.txt")), "first");
+    EXPECT_EQ(
+        Dialogs.CountHolding("Opened file '" + sFirst + "' is DUPLICATE, random bugs may occur. Fix your media."), 1);
+
+    FileReset();
+    Log.Clear();
+    ASSERT_TRUE(FileAddSearchPath(Folder.Join("a").c_str(), true, false));
+    ASSERT_TRUE(FileAddSearchPath((Folder.Join("a") + "\\").c_str(), true, false));
+    EXPECT_TRUE(FileStream("same.txt")->bDuplicate) << "a second scan finds each file again";
+    EXPECT_EQ(g_sPaths.Next(g_sPaths.First()), nullptr) << "both spellings are one entry";
+    ASSERT_TRUE(FileAddSearchPath(Folder.Join(" x").c_str(), true, false));
+    EXPECT_NE(g_sPaths.FindByName(Folded(" x").c_str()), nullptr) << "no separator behind a leading blank";
+
+    Log.Clear();
+    EXPECT_FALSE(FileAddSearchPath(Folder.Join("a/same.txt").c_str(), true, false));
+    EXPECT_FALSE(FileAddSearchPath("", true, false));
+    EXPECT_EQ(Log.GetText(), "Path not found " + Folder.Join("a/same.txt") + "\nPath not found \n");
+}
+
+TEST_F(FilePathTest, PassesOverWhatIsExcludedInAnyCase)
+{
+    for (char const * szFolder : { "cvs", "CVS", "CVS" })
+    {
+        FileAlwaysExcludeFolder(szFolder);
+    }
+    FileAlwaysExcludeFile("Message.log");
+    Make({ { "Cvs/a.txt", "" }, { "sub/CVS/b.txt", "" }, { "cvs2/c.txt", "" }, { "sub/MESSAGE.LOG", "" } });
+    ASSERT_TRUE(Scan());
+    EXPECT_EQ(Keys(), "c.txt");
+    g_sExcludedFolders.Reset();
+    g_sExcludedFiles.Reset();
+    ASSERT_TRUE(Scan());
+    EXPECT_EQ(Keys(), "a.txt b.txt c.txt message.log");
+}
+
+TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
+{
+    std::string const sConfigs = "media/_configdependeddata/";
+    Make({ { sConfigs + "low/in/l.txt", "" }, { sConfigs + "high/h.txt", "" }, { sConfigs + "flat.txt", "" } });
+    auto const Skipped = [&](char const * szName)
+    { return "filesystem: skipping \"" + Folded(sConfigs) + szName + "\\\"\n"; };
+    for (auto const & [szConfig, szKeys, sLog] : Rows_t<char const *, char const *, std::string>{
+             { "", "flat.txt", Skipped("high") + Skipped("low") }, { "low", "flat.txt l.txt", Skipped("high") },
+             { "high", "flat.txt h.txt", Skipped("low") }, { "LOW", "flat.txt", Skipped("high") + Skipped("low") } })
+    {
+        FileReset();
+        Log.Clear();
+        SetPQXCurrentConfig(szConfig);
+        ASSERT_TRUE(Scan());
+        EXPECT_EQ(Keys(), szKeys) << szConfig;
+        EXPECT_EQ(Log.GetText(), sLog);
+    }
+}
+
+TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
+{
+    std::string const sLong(200, 'p');
+    Make({ { "a/a.txt", "" }, { "b/b.txt", "" }, { "b/B2/x.txt", "" }, { "b/b2/y.txt", "" }, { "bad\xFF/in.txt", "" },
+        { "bad\xC3(.txt", "" }, { "gr\xC3\xBC\xC3\x9F.txt", "" }, { "gone/z.txt", "" }, { "huge.bin", "" },
+        { sLong + "/" + sLong + "/in.txt", "" }, { std::string(130, 'n') + ".txt", "" }, { "q:drive.txt", "" } });
+    fs::resize_file(Folder.Join("huge.bin"), (std::uintmax_t{ 1 } << 31) + 1);
+    fs::create_directory_symlink(Folder.GetPath(), Folder.Join("b/loop"));
+    fs::create_directory_symlink(Folder.Join("b"), Folder.Join("a/zlink"));
+    fs::create_symlink(Folder.Join("nothing"), Folder.Join("dangling"));
+    fs::create_symlink(Folder.Join("b/b.txt"), Folder.Join("linked.txt"));
+    std::ofstream(Folder.GetPath() + "/back\\slash.txt").put('x');
+    ASSERT_EQ(std::system(("mkfifo '" + Folder.Join("pipe") + "'").c_str()), 0);
+    g_AddSubfolderCallbacker.Add(
+        [](char const * szFolder)
+        {
+            if (std::string_view(szFolder).ends_with("\\gone\\"))
+            {
+                std::string sGone(szFolder);
+                std::replace(sGone.begin(), sGone.end(), '\\', '/');
+                fs::remove_all(sGone);
+            }
+        },
+        false);
+    ASSERT_TRUE(Scan());
+    g_AddSubfolderCallbacker.Reset();
+
+    EXPECT_EQ(Keys(), "a.txt b.txt gr\xC3\xBC\xC3\x9F.txt huge.bin linked.txt " + std::string(127, 'n') + " y.txt");
+    for (std::string const sPart :
+        { "a\\zlink\\loop\", it is a link to a folder of this scan", "\\b\\loop\", it is a link",
+            "b\\b2\" differs from another folder in case only", "\\q:drive.txt\", its name begins like a drive",
+            "\\bad\xFF\", its name is not UTF-8", "\\bad\xC3(.txt\", its name is not UTF-8",
+            "\\pipe\", it is no regular file", "\\back\\slash.txt\", its name holds a '\\'",
+            "pp\", its path is too long", "can't read folder \"", "huge.bin\" is larger than 2 GiB and can't be opened",
+            "filesystem: name of 134 characters is cut to 127: \"nnn" })
+    {
+        EXPECT_EQ(Log.CountHolding(sPart), 1) << sPart << "\n" << Log.GetText();
+    }
+    EXPECT_EQ(FileStream("huge.bin")->iLength, static_cast<int>(0x80000001u));
+    EXPECT_EQ(FileOpen((std::string(130, 'n') + ".txt").c_str()), nullptr);
+    EXPECT_FALSE(FileAddSearchPath(Folder.Join(sLong + "/" + sLong).c_str(), true, false));
+}
+
+TEST_F(FilePathTest, RelativeNamesHoldTheFolderBelowTheMediaRoot)
+{
+    std::string const sDeep(100, 'd'), sFits = std::string(22, 'n') + ".txt";
+    Make({ { "root/sub/A.txt", "x" }, { "root/top.txt", "" }, { "root/" + sDeep + "/" + sFits, "" },
+        { "root/" + sDeep + "/n" + sFits, "" }, { "rootless/b.txt", "" } });
+    SetPQXMediaPath((Folder.Join("Root") + "/").c_str());
+    ASSERT_TRUE(FileAddSearchPath(Folder.Join("root").c_str(), true, true));
+    EXPECT_EQ(Keys(), sDeep + "\\" + sFits + " sub\\a.txt top.txt");
+    EXPECT_EQ(Log.GetText(), "filesystem: skipping \"" + Folded("root/" + sDeep + "/n" + sFits)
+                                 + "\", its relative name takes more than 127 characters\n");
+    EXPECT_EQ(Contents(FileOpen("SUB/a.txt")), "x");
+
+    ASSERT_TRUE(FileAddSearchPath(Folder.Join("rootless").c_str(), true, true));
+    EXPECT_TRUE(FileExists("b.txt"));
+    EXPECT_EQ(Log.CountHolding("is not below the media root, its files go by their bare names"), 1);
+}
+
+TEST_F(FilePathTest, ForgetsFilesBelowAPrefixButNotFromUnderTheirHolders)
+{
+    std::ptrdiff_t const nBlocks = FileBlocks();
+    Make({ { "a/x.txt", "held" }, { "a/in/y.txt", "" }, { "ab/z.txt", "" } });
+    ASSERT_TRUE(Scan());
+    File_c * const pHeld = FileOpen("x.txt");
+    ASSERT_TRUE(FileOpen(pHeld));
+    EXPECT_TRUE(FileResetFiles(Folder.Join("A").c_str()));
+    EXPECT_EQ(Keys(), "z.txt");
+    EXPECT_EQ(g_sPaths.FindByName((Folded("a") + "\\").c_str()), nullptr);
+    EXPECT_TRUE(pHeld->GetOpensCount() == 1 && Contents(pHeld) == "held");
+    EXPECT_EQ(pHeld->GetFullPath(), (Folded("a") + "\\x.txt").c_str()) << "the folder's text lives on";
+    FileClose(pHeld);
+    EXPECT_TRUE(FileOpen(pHeld));
+    EXPECT_FALSE(FileResetFiles(Folder.Join("a").c_str()));
+
+    ASSERT_TRUE(FileAddSearchPath(Folder.Join("a").c_str(), true, false));
+    FileRemoveSearchPath(Folder.GetPath().c_str(), false);
+    EXPECT_EQ(Keys(), "");
+    FileReset();
+    EXPECT_EQ(FileBlocks(), nBlocks);
+}
+
+TEST_F(FilePathTest, ListsFilesBelowAPrefixUpToALimit)
+{
+    for (int i = 0; i < 12; ++i)
+    {
+        Folder.Write("list/" + std::string(i % 2 ? "in/" : "") + std::to_string(i) + ".txt", "");
+    }
+    Make({ { "other/x.txt", "" } });
+    ASSERT_TRUE(Scan());
+    for (auto const & [sPath, iMax, nFiles] :
+        Rows_t<std::string, int, int>{ { Folder.Join("LIST/"), 10, 10 }, { Folder.Join("list/"), 20, 12 },
+            { Folder.Join("list/in"), 20, 6 }, { "nowhere", 20, 0 }, { "", 20, 13 } })
+    {
+        File_c * dFiles[20] = {};
+        EXPECT_EQ(FileGetDirectoryFiles(sPath.c_str(), dFiles, iMax), nFiles) << sPath;
+        EXPECT_EQ(std::find(dFiles, dFiles + 20, nullptr) - dFiles, nFiles) << "nothing written behind the result";
+    }
+}
+
+TEST_F(FilePathTest, AddsOneFileIfItCanBeRead)
+{
+    Make({ { "a/known.txt", "x" } });
+    ASSERT_TRUE(Scan());
+    Make({ { "b/New.txt", "fresh" } });
+    std::ptrdiff_t const nBlocks = FileBlocks();
+    EXPECT_TRUE(FileAddOneFile("elsewhere/KNOWN.txt"));
+    EXPECT_FALSE(FileAddOneFile(Folder.Join("b/missing.bin").c_str()));
+    EXPECT_FALSE(FileAddOneFile((Folder.Join("b/") + std::string(300, 'x')).c_str()));
+    EXPECT_EQ(FileBlocks(), nBlocks + 1) << "the folder stays";
+    EXPECT_TRUE(FileAddOneFile(Folder.Join("b/NEW.txt").c_str()));
+    EXPECT_EQ(Keys(), "known.txt new.txt");
+    File_c const * const pNew = FileStream("new.txt");
+    EXPECT_TRUE(pNew->iLength == 5 && !pNew->pData && pNew->ftLastWriteTime > 0 && !pNew->bOpened);
+    EXPECT_EQ(*pNew->pPath, (Folded("b") + "\\").c_str());
+}
+
+TEST_F(FilePathTest, AFullTableIsToldOnceAndLosesNoMemory)
+{
+    Make({ { "a.txt", "" }, { "b.txt", "" } });
+    FileOnDisk_c Dummy;
+    std::vector<File_c::Key_t> dKeys(40000);
+    for (std::size_t i = 0; i < dKeys.size(); ++i)
+    {
+        dKeys[i] = NewString("%zu-%zx", i, i * 40503);
+        g_sFileObjects.Add(&Dummy, &dKeys[i]);
+    }
+    std::ptrdiff_t const nBlocks = FileBlocks();
+    ASSERT_TRUE(Scan());
+    EXPECT_EQ(FileBlocks(), nBlocks + 1) << "only the folder was entered";
+    EXPECT_FALSE(FileExists("a.txt") || FileAddOneFile(Folder.Join("a.txt").c_str()));
+    EXPECT_EQ(Log.Count("file hash overflow"), 1);
+    EXPECT_EQ(Log.Count("FileAddOneFile - unknown file hash error [Ivo Renning]"), 1);
+    g_sFileObjects.Reset();
+}

@@ -1,0 +1,260 @@
+#include "zqcore/cguid.h"
+
+#include "platform/netaddress.h"
+#include "tests/test_support.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <set>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+    using Address_t = unsigned char (&)[plat::NET_ADDRESS_SIZE];
+
+    plat::NetAddress_e s_eAddress;
+    plat::NetAddress_e TestAddress(Address_t dAddress)
+    {
+        if (s_eAddress != plat::NetAddress_e::None)
+        {
+            std::copy_n("\x10\x22\x33\x44\x55\x66", 6, dAddress);
+        }
+        return s_eAddress;
+    }
+
+    std::uint32_t s_dwStatus;
+    plat::Guid_t s_Source;
+    std::uint32_t TestSource(plat::Guid_t & Guid)
+    {
+        Guid = s_Source;
+        return s_dwStatus;
+    }
+
+    class GuidTest : public testing::Test
+    {
+    protected:
+        ~GuidTest() override
+        {
+            plat::NetAddressSetSource(nullptr);
+            plat::GuidSetSource(nullptr);
+            Guid_c::SetGlobalOnly(true);
+        }
+
+        LogCapture_c m_Log;
+    };
+
+    Guid_c const SAMPLE(0x01234567, 0x89ab, 0xcdef, 0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef);
+    constexpr char SAMPLE_TEXT[] = "01234567-89ab-cdef-0123-456789abcdef";
+    constexpr char NO_ADDRESS[] = "Cannot get the hardware address for this computer.";
+    constexpr char LOCAL[] =
+        "Warning: Unable to determine your network address.\r\n  The UUID generated is unique on this"
+        " computer only.\r\n  It should not be used on another computer.";
+
+    // 100-nanosecond ticks since 1582.
+    std::uint64_t TickOf(Guid_c const & Guid)
+    {
+        plat::Guid_t const & g = Guid.m_guid;
+        return std::uint64_t{ g.Data3 & 0xFFFu } << 48 | std::uint64_t{ g.Data2 } << 32 | g.Data1;
+    }
+
+    // Waits for the moment, then makes so many.
+    std::vector<std::string> MakeMany(std::chrono::steady_clock::time_point tStart, int nGuids)
+    {
+        std::vector<std::string> dTexts;
+        std::this_thread::sleep_until(tStart);
+        for (int i = 0; i < nGuids; ++i)
+        {
+            Guid_c Guid;
+            Guid_c::Create(Guid);
+            dTexts.emplace_back(Guid.ToText());
+        }
+        return dTexts;
+    }
+}
+
+TEST_F(GuidTest, TextFormsAreReadAndWritten)
+{
+    static_assert(sizeof(Guid_c) == 16);
+    EXPECT_TRUE(Guid_c(0x01234567, 0xcdef89ab, 0x67452301, 0xefcdab89) == SAMPLE);
+    EXPECT_STREQ(SAMPLE.ToText(), SAMPLE_TEXT);
+    EXPECT_STREQ(SAMPLE.ToXmlName(), (std::string("_") + SAMPLE_TEXT).c_str());
+    EXPECT_STREQ(
+        SAMPLE.ToInitializerText(), "( 0x1234567, 0x89ab, 0xcdef, 0x1, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef )");
+    EXPECT_STREQ(Guid_c().ToInitializerText(), "( 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0 )");
+    EXPECT_EQ(Guid_c(~0u, ~0u, ~0u, ~0u).ToInitializerText().Length(), 78);
+    Guid_c Guid;
+    EXPECT_TRUE(Guid_c::FromText("01234567-89AB-CDEF-0123-456789abCDEF", Guid) && Guid == SAMPLE);
+    for (std::string const sPrefix : { "", "_" })
+    {
+        Guid = Guid_c();
+        EXPECT_TRUE(Guid_c::FromXmlName((sPrefix + SAMPLE_TEXT).c_str(), Guid) && Guid == SAMPLE);
+    }
+    std::string const sText = SAMPLE_TEXT;
+    EXPECT_FALSE(Guid_c::FromXmlName(("__" + sText).c_str(), Guid) || Guid_c::FromXmlName("", Guid));
+    for (std::string const & sBad : { "{" + sText + "}", sText + "0", " " + sText, "_" + sText, sText.substr(1),
+             std::string(), sText + " ", std::string("0123456789abcdef0123456789abcdef") })
+    {
+        EXPECT_FALSE(Guid_c::FromText(sBad.c_str(), Guid)) << sBad;
+    }
+    for (std::size_t i = 0; i < sText.size(); ++i)
+    {
+        std::string sBad = sText;
+        sBad[i] = sText[i] == '-' ? '0' : i % 2 ? '-' : 'g';
+        EXPECT_FALSE(Guid_c::FromText(sBad.c_str(), Guid)) << sBad;
+    }
+    EXPECT_FALSE(Guid_c::FromText(nullptr, Guid));
+    EXPECT_TRUE(Guid == SAMPLE) << "a refused text changes nothing";
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Guid_c::FromXmlName(nullptr, Guid)); }), "text != nullptr");
+}
+
+TEST_F(GuidTest, CreateJudgesTheStatus)
+{
+    struct Row_s
+    {
+        std::uint32_t dwStatus;
+        bool bNull, bGlobalOnly, bExpected;
+        std::string sWarnings;
+    };
+    std::string const sFailed = "Unable to get a GUID.\n", sNull = "Unable to create new GUID.\n";
+    std::string const sNone = std::string(NO_ADDRESS) + "\n", sLocal = std::string(LOCAL) + "\n";
+    Row_s const dRows[] = {
+        { 0, false, true, true, "" },
+        { 0x80070000, false, true, true, "" },
+        { 0, true, true, false, sNull },
+        { 1739, false, true, false, sNone },
+        { 0x800706CB, false, false, true, sNone },
+        { 1739, true, false, false, sNone + sNull },
+        { 1824, false, true, false, sLocal },
+        { 0xFFFF0720, false, false, true, sLocal },
+        { 5, false, false, false, sFailed },
+        { 0x10001, true, true, false, sFailed },
+    };
+    plat::GuidSetSource(TestSource);
+    for (Row_s const & Row : dRows)
+    {
+        m_Log.Clear();
+        s_dwStatus = Row.dwStatus;
+        s_Source = Row.bNull ? plat::Guid_t{} : SAMPLE.m_guid;
+        Guid_c::SetGlobalOnly(Row.bGlobalOnly);
+        Guid_c Guid(1, 2, 3, 4);
+        EXPECT_EQ(Guid_c::Create(Guid), Row.bExpected) << Row.dwStatus;
+        EXPECT_TRUE(Guid == (Row.bExpected ? SAMPLE : Guid_c(1, 2, 3, 4))) << Row.dwStatus;
+        EXPECT_EQ(m_Log.GetText(), Row.sWarnings);
+    }
+    GuidObject_c Object;
+    EXPECT_EQ(FailedConditions([&] { Object.CreateNewId(); }), "bCreated");
+    EXPECT_TRUE(Object.GetId() == Guid_c());
+    s_dwStatus = 0;
+    s_Source = SAMPLE.m_guid;
+    Object.CreateNewId();
+    EXPECT_TRUE(Object.GetId() == SAMPLE);
+}
+
+TEST_F(GuidTest, TheGeneratorReportsWhatTheAddressIsWorth)
+{
+    plat::NetAddressSetSource(TestAddress);
+    for (auto const & [eAddress, dwStatus] : { std::pair(plat::NetAddress_e::None, plat::GUID_NO_ADDRESS),
+             std::pair(plat::NetAddress_e::Local, plat::GUID_LOCAL_ONLY),
+             std::pair(plat::NetAddress_e::Global, plat::GUID_OK) })
+    {
+        s_eAddress = eAddress;
+        plat::NetAddressSetSource(TestAddress);
+        Guid_c First, Second;
+        EXPECT_EQ(plat::GuidCreateSequential(First.m_guid), dwStatus);
+        EXPECT_EQ(plat::GuidCreateSequential(Second.m_guid), dwStatus);
+        EXPECT_LT(TickOf(First), TickOf(Second));
+        EXPECT_EQ(First.m_guid.Data3 >> 12, 1) << "the version";
+        EXPECT_EQ(First.m_guid.Data4[0] >> 6, 2) << "the variant";
+        EXPECT_TRUE(std::equal(First.m_guid.Data4, First.m_guid.Data4 + 8, Second.m_guid.Data4));
+        bool const bRandom = eAddress == plat::NetAddress_e::None;
+        EXPECT_EQ(std::memcmp(First.m_guid.Data4 + 2, "\x10\x22\x33\x44\x55\x66", 6) != 0, bRandom);
+        EXPECT_EQ(First.m_guid.Data4[2] & 1, bRandom) << "no card has the address";
+        auto const nSeconds = static_cast<std::int64_t>(TickOf(First) / 10000000) - 12219292800;
+        EXPECT_NEAR(static_cast<double>(nSeconds), static_cast<double>(std::time(nullptr)), 2);
+    }
+}
+
+TEST_F(GuidTest, TheAddressIsOneOfTheInterfaces)
+{
+    std::set<std::string> dAddresses;
+    bool bGlobal = false;
+    std::error_code Ignored;
+    for (auto const & Entry : std::filesystem::directory_iterator("/sys/class/net", Ignored))
+    {
+        std::string sAddress;
+        int iType = 0;
+        std::ifstream(Entry.path() / "address") >> sAddress;
+        std::ifstream(Entry.path() / "type") >> iType;
+        if (iType == 1 && sAddress != "00:00:00:00:00:00")
+        {
+            dAddresses.insert(sAddress);
+            bGlobal = bGlobal || (std::stoi(sAddress.substr(0, 2), nullptr, 16) & 3) == 0;
+        }
+    }
+    if (dAddresses.empty())
+    {
+        GTEST_SKIP() << "this machine shows no Ethernet interface below /sys/class/net";
+    }
+    unsigned char d[plat::NET_ADDRESS_SIZE] = {};
+    EXPECT_EQ(plat::NetAddressGet(d) == plat::NetAddress_e::Global, bGlobal);
+    char szAddress[18];
+    std::snprintf(szAddress, sizeof(szAddress), "%02x:%02x:%02x:%02x:%02x:%02x", d[0], d[1], d[2], d[3], d[4], d[5]);
+    EXPECT_TRUE(dAddresses.count(szAddress)) << szAddress;
+}
+
+TEST_F(GuidTest, ThreadsAndProcessesOfOneInstantGetDifferentOnes)
+{
+    constexpr int PROCESSES = 4, THREADS = 3, GUIDS = 2000;
+    s_eAddress = plat::NetAddress_e::Global;
+    plat::NetAddressSetSource(TestAddress);
+    MakeMany({}, 1);   // the children inherit a generator at work
+    TempFolder_c const Folder;
+    auto const tStart = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    std::vector<pid_t> dChildren;
+    for (int iProcess = 0; iProcess < PROCESSES; ++iProcess)
+    {
+        pid_t const iChild = fork();
+        if (iChild == 0)
+        {
+            std::array<std::vector<std::string>, THREADS> dMade;
+            std::vector<std::thread> dThreads;
+            for (auto & dTexts : dMade)
+            {
+                dThreads.emplace_back([&] { dTexts = MakeMany(tStart, GUIDS); });
+            }
+            std::string sAll;
+            for (int iThread = 0; iThread < THREADS; ++iThread)
+            {
+                dThreads[static_cast<std::size_t>(iThread)].join();
+                for (std::string const & sText : dMade[static_cast<std::size_t>(iThread)])
+                {
+                    sAll += sText + "\n";
+                }
+            }
+            Folder.Write(std::to_string(iProcess), sAll);
+            _exit(0);
+        }
+        dChildren.push_back(iChild);
+    }
+    std::set<std::string> dAll;
+    for (std::string const & sText : MakeMany(tStart, GUIDS))
+    {
+        dAll.insert(sText);
+    }
+    for (int iProcess = 0; iProcess < PROCESSES; ++iProcess)
+    {
+        waitpid(dChildren[static_cast<std::size_t>(iProcess)], nullptr, 0);
+        std::ifstream File(Folder.Join(std::to_string(iProcess)));
+        for (std::string sText; std::getline(File, sText);)
+        {
+            dAll.insert(sText);
+        }
+    }
+    EXPECT_EQ(dAll.size(), static_cast<std::size_t>((PROCESSES * THREADS + 1) * GUIDS));
+}

@@ -1,0 +1,277 @@
+#include "zqcore/clog.h"
+
+#include "zqcore/cexceptionreport.h"
+#include "zqcore/cformat_internal.h"
+#include "zqcore/clogf.h"
+#include "zqcore/ctimer.h"
+
+#include "platform/debugger.h"
+
+#include "tests/test_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+namespace
+{
+    using testing::MatchesRegex;
+
+    std::wstring Wide(std::string const & sText)
+    {
+        return std::wstring(sText.begin(), sText.end());
+    }
+
+    ZQ_PRINTF(2, 3) void ExpectLikePrintf(std::size_t nSize, char const * fmt, ...)
+    {
+        char szOurs[4096], szTheirs[4096];
+        std::va_list args, again;
+        va_start(args, fmt);
+        va_copy(again, args);
+        std::size_t const nOurs = FormatText(szOurs, nSize, fmt, args);
+        std::vsnprintf(szTheirs, nSize, fmt, again);
+        EXPECT_STREQ(szOurs, szTheirs) << fmt;
+        EXPECT_EQ(nOurs, std::strlen(szTheirs)) << fmt;
+        va_end(again);
+        va_end(args);
+    }
+
+    void CallLogfArg(char const * szFile, char const * fmt, ...)
+    {
+        std::va_list args;
+        va_start(args, fmt);
+        LogfArg(szFile, fmt, args);
+        va_end(args);
+    }
+
+    std::string g_sTrace;
+
+    class Logs : public testing::Test
+    {
+    protected:
+        Logs()
+        {
+            LogDone();
+            g_sTrace.clear();
+        }
+
+        ~Logs() override
+        {
+            Module_c::ShutdownAllModules();
+            LogDone();
+            LogSetFile(L"", L"");
+            ModuleLog_c::SetLogPath(L"");
+            g_iLogFrameCounter = 0;
+        }
+
+        void OpenMainLog(wchar_t const * szName = L"")
+        {
+            LogSetFile(Wide(m_Folder.GetPath() + "/").c_str(), szName);
+            LogInit();
+        }
+
+        static void StartNamedLogs()
+        {
+            Module_c::Register(ModuleLog_c::Get());
+            ASSERT_TRUE(Module_c::InitializeAllModules());
+        }
+
+        TempFolder_c m_Folder;
+    };
+}
+
+TEST(LogFormat, LinePrefixIsThatOfPrintf)
+{
+    std::mt19937 Random(6);
+    for (int i = 0; i < 300000; ++i)
+    {
+        auto const iBits = static_cast<std::uint32_t>(Random());
+        float const t = i < 1000 ? static_cast<float>(i) * 0.0005f   // halves of the last digit
+                        : i % 2  ? std::bit_cast<float>(iBits)
+                                 : static_cast<float>(iBits % 100000000) / 1024.0f;
+        int const iFrame = static_cast<int>(Random()) >> (i % 32);
+        char szOurs[LINE_PREFIX_SIZE] = "", szTheirs[128];
+        szOurs[FormatLinePrefix(szOurs, t, iFrame)] = '\0';
+        std::snprintf(szTheirs, sizeof szTheirs, "%8.3f\t%i\t", static_cast<double>(t), iFrame);
+        ASSERT_STREQ(szOurs, szTheirs);
+    }
+}
+
+TEST(LogFormat, TextIsThatOfPrintf)
+{
+    for (std::size_t const nSize : { 1u, 2u, 9u, 2049u })
+    {
+        ExpectLikePrintf(nSize, "plain, 100%%");
+        ExpectLikePrintf(nSize, "%s|%c|%i|%d|%u|%x|%zu|", "text", 'c', INT_MIN, 0, 0xFFFFFFFFu, 0xBEEFu, SIZE_MAX);
+        ExpectLikePrintf(
+            nSize, "%i %-5s|%08X|%.2f|%5d|%ld|%p", 7, "ab", 0xABCu, 2.345, -3, -4L, static_cast<void *>(nullptr));
+        ExpectLikePrintf(nSize, "%s", std::string(3000, 'x').c_str());
+    }
+}
+
+TEST_F(Logs, LinesCarryTimeAndFrameAndAreCut)
+{
+    OpenMainLog();
+    LogInit();   // neither opens again nor writes twice
+    g_iLogFrameCounter = 12;
+    Log("text %i", 7);
+    EXPECT_THAT(m_Folder.Read("message.log"), MatchesRegex(" +[0-9]+\\.[0-9][0-9][0-9]\t12\ttext 7\n"));
+    CallLogfArg(nullptr, "bare %i", 1);
+    Log("%s", std::string(3000, 'x').c_str());
+    std::string const sLog = m_Folder.Read("message.log");
+    EXPECT_THAT(sLog, testing::HasSubstr("text 7\nbare 1\n "));
+    EXPECT_THAT(sLog, testing::EndsWith("\t12\t" + std::string(2048, 'x') + '\n'));
+    EXPECT_EQ(g_ExceptionReport.GetLogFileName(), Wide(m_Folder.Join("message.log")));
+}
+
+TEST_F(Logs, ListenersAreCalledFromTheLastAddedToTheFirst)
+{
+    Log("nobody listens");
+    LogAddCallback([](char const * szText) { g_sTrace += std::string("A") + szText; });
+    LogAddCallback([](char const * szText) { g_sTrace += std::string("B") + szText; });
+    Logc(true, "%i", 1);
+    Logc(false, "%i", 2);
+    Logc(true, nullptr);
+    LogText("%i");
+    EXPECT_EQ(g_sTrace, "B1A1B%iA%i");
+    LogDone();
+    Log("nobody again");
+    EXPECT_EQ(std::exchange(g_sTrace, ""), "B1A1B%iA%i");
+
+    LogInit();   // no folder, then a file that can't be opened: the other listeners go on
+    EXPECT_EQ(g_pMessageLogFile, nullptr);
+    OpenMainLog(L"missing/message.log");
+    EXPECT_EQ(g_pMessageLogFile, nullptr);
+    LogAddCallback([](char const * szText) { g_sTrace += szText; });
+    Log("still heard");
+    EXPECT_EQ(g_sTrace, "still heard");
+}
+
+TEST_F(Logs, ASecondRunTruncatesAndThreadsDoNotMixTheirLines)
+{
+    OpenMainLog(L"run.log");
+    Log("first run");
+    LogDone();
+    LogInit();
+    longTimeGetPassed();
+    auto const Work = [](char cFill)
+    {
+        for (int i = 0; i < 100; ++i)
+        {
+            Log("%s", std::string(500, cFill).c_str());
+        }
+    };
+    std::thread a(Work, 'a'), b(Work, 'b'), c(Work, 'c');
+    a.join(), b.join(), c.join();
+    std::istringstream Lines(m_Folder.Read("run.log"));
+    int nLines = 0;
+    for (std::string sLine; std::getline(Lines, sLine); ++nLines)
+    {
+        ASSERT_THAT(sLine.substr(0, sLine.size() - 500), MatchesRegex(" +[0-9.]+\t0\t"));
+        ASSERT_EQ(sLine.substr(sLine.size() - 500), std::string(500, sLine.back()));
+    }
+    EXPECT_EQ(nLines, 300);
+}
+
+TEST_F(Logs, FoldersAreCreatedLevelByLevelAtEitherSeparator)
+{
+    std::wstring sFolder = Wide(m_Folder.GetPath() + "/a\\b/c\\no_folder");
+    LogCreateFolders(sFolder.data());
+    EXPECT_EQ(sFolder, Wide(m_Folder.GetPath() + "/a/b/c/no_folder"));
+    EXPECT_TRUE(std::filesystem::is_directory(m_Folder.Join("a/b/c")));
+    EXPECT_FALSE(std::filesystem::exists(m_Folder.Join("a/b/c/no_folder")));
+}
+
+TEST_F(Logs, NamedOnesOpenAtFirstUseAndAppend)
+{
+    ModuleLog_c::SetLogPath(Wide(m_Folder.Join("named")).c_str());
+    StartNamedLogs();
+    Logf("a.csv", "%i;%s", 1, "x");
+    Logf("a.csv", "%s", std::string(3000, 'x').c_str());
+    Logcf(true, "b.txt", "%i", 2);
+    Logf_raw("b.txt", "%i ");
+    Logf_raw("b.txt", "raw");
+    Logcf(false, "c.txt", "no");
+    Logf(nullptr, "no");
+    Logf("c.txt", nullptr);
+    Logf("missing/x.txt", "lost");
+    EXPECT_EQ(m_Folder.Read("named/a.csv"), "1;x\n" + std::string(2048, 'x') + '\n');
+    EXPECT_EQ(m_Folder.Read("named/b.txt"), "2\n%i raw");
+    EXPECT_FALSE(std::filesystem::exists(m_Folder.Join("named/c.txt")));
+
+    auto const Stream = [](std::string const & sName) { return ModuleLog_c::Get()->GetLogFile(sName.c_str()); };
+    EXPECT_EQ(Stream(std::string(63, 'n')), Stream(std::string(100, 'n')));
+    EXPECT_NE(Stream("A.csv"), Stream("a.csv"));
+    EXPECT_EQ(ModuleLog_c::Get()->GetLogFile(nullptr), nullptr);
+
+    Module_c::ShutdownAllModules();
+    StartNamedLogs();
+    Logf("a.csv", "again");
+    EXPECT_EQ(m_Folder.Read("named/a.csv"), "again\n");
+}
+
+TEST_F(Logs, NamedOnesGoBelowTheCurrentFolderOrBesideTheMainLog)
+{
+    CurrentFolderScope_c const Current(m_Folder.GetPath());
+    StartNamedLogs();
+    Logf("a.txt", "1");
+    EXPECT_EQ(m_Folder.Read("GameLogs/a.txt"), "1\n");
+    Module_c::ShutdownAllModules();
+    LogSetFile(Wide(m_Folder.GetPath() + "/x\\y\\").c_str(), L"main.log");
+    StartNamedLogs();
+    Logf("a.txt", "2");
+    EXPECT_EQ(m_Folder.Read("x/y/a.txt"), "2\n");
+}
+
+TEST_F(Logs, ANamedOneBeyondTheTableIsOpenedAllTheSame)
+{
+    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    StartNamedLogs();
+    auto const IsKept = [](int i)
+    {
+        std::string const sName = "log" + std::to_string(i);
+        std::FILE * const pFirst = ModuleLog_c::Get()->GetLogFile(sName.c_str());
+        std::FILE * const pSecond = ModuleLog_c::Get()->GetLogFile(sName.c_str());
+        EXPECT_TRUE(pFirst && pSecond);
+        return pFirst == pSecond || (std::fclose(pFirst), std::fclose(pSecond), false);
+    };
+    int nKept = 0;
+    for (; IsKept(nKept); ++nKept)
+    {}
+    EXPECT_TRUE(nKept >= 42 && nKept <= 64) << nKept;
+}
+
+TEST_F(Logs, SystemReportHasFourteenLines)
+{
+    LogCapture_c const Capture;
+    DumpSystemInfo();
+    std::string const sRule(99, '-'), sMegabytes = " memory: \t[0-9]+\\.[0-9][0-9] Mb\n   ";
+    EXPECT_THAT(Capture.GetText(),
+        MatchesRegex("System information:\n   OS: \t\t\t\t.+\n   OS version: \t\t\t[0-9]+\\.[0-9]+\\.[0-9]+\n"
+                     "   Computer name: \t\t\".+\"\n   User name: \t\t\t\".+\"\n   Processors count: \t\t[1-9][0-9]*\n"
+                     "   Processor\\(s\\) type: \t\t[0-9]+\n   Total physical"
+                     + sMegabytes + "Available physical" + sMegabytes + "Total virtual" + sMegabytes
+                     + "Available virtual memory: \t[0-9]+\\.[0-9][0-9] Mb\n" + sRule
+                     + "\nLOG START:  ..\\...\\.....  ..:..:..\\....\n" + sRule + "\n"));
+}
+
+TEST_F(Logs, TheSystemsErrorAndTheDebuggersLinesArePassedOn)
+{
+    LogCapture_c const Capture;
+    errno = ENOENT;
+    LogWinLastError("open");
+    errno = EACCES;
+    LogWinLastError(nullptr);
+    EXPECT_EQ(Capture.GetText(), "open: No such file or directory\n\nGetLastError() returned: Permission denied\n\n");
+    auto const fnFormer =
+        plat::DebugOutputSet([](char const * szText) { g_sTrace += std::string("<") + szText + '>'; });
+    Debugf("%s %i", "text", 1);
+    plat::DebugOutputSet(fnFormer);
+    EXPECT_EQ(g_sTrace, "<text 1><\n>");
+}

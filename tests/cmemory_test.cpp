@@ -1,0 +1,347 @@
+#include "zqcore/cdebug.h"
+#include "zqcore/clog.h"
+#include "zqcore/cmemory_internal.h"
+#include "zqcore/cmemoryreport.h"
+
+#include "platform/debugheap.h"
+
+#include "tests/test_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <map>
+#include <random>
+#include <thread>
+
+namespace
+{
+    std::atomic<void const *> g_pSeen;   // keeps the compiler from doing without a block
+
+    struct Figures_s
+    {
+        Figures_s() { MemoryCategoriesGet(d, iAllocs, iBytes, iMaxBytes); }
+
+        mem::CategoryInfo d[mem::TOTAL];
+        std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
+    };
+
+    // Blocks and bytes that the categories hold more than before, where any changed.
+    using Changes_t = std::map<int, std::pair<std::ptrdiff_t, std::ptrdiff_t>>;
+
+    Changes_t operator-(Figures_s const & New, Figures_s const & Old)
+    {
+        Changes_t Changes;
+        for (int i = 0; i < mem::TOTAL; ++i)
+        {
+            Changes[i] = { New.d[i].iCount - Old.d[i].iCount, New.d[i].iBytes - Old.d[i].iBytes };
+        }
+        std::erase_if(
+            Changes, [](auto const & Change) { return Change.second == std::pair<std::ptrdiff_t, std::ptrdiff_t>(); });
+        return Changes;
+    }
+
+    int Word(int iCategory, int iKind)
+    {
+        return iCategory << MEMORY_CATEGORY_SHIFT | iKind;
+    }
+
+    void * New(std::size_t nBytes, int iWord = MEMORY_CLIENT_BLOCK)
+    {
+        return CoreMemory::operator_new(nBytes, iWord, "f.cpp", 1);
+    }
+}
+
+TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
+{
+    HeapReports_c Reports;
+    for (auto const & [iWord, ePushed, iExpected] :
+        std::initializer_list<std::tuple<int, mem::Categories_e, int>>{ { Word(0, 4), mem::UNDEFINED, mem::UNDEFINED },
+            { Word(0, 4), mem::file, mem::file }, { Word(mem::Core, 4), mem::file, mem::Core },
+            { Word(0, 1), mem::logger, mem::logger }, { Word(mem::AI, 1), mem::logger, mem::logger },
+            { Word(mem::AI, 1), mem::UNDEFINED, mem::UNDEFINED }, { Word(mem::TOTAL, 4), mem::file, mem::file },
+            { Word(0x7FFF, 4), mem::UNDEFINED, mem::UNDEFINED }, { Word(mem::AI, 2), mem::file, mem::AI } })
+    {
+        MemCategoryScope_c const Scope(ePushed);
+        Figures_s const Before;
+        void * const p = New(100, iWord);
+        Figures_s const After;
+        void * const pBlock = get_block_from_aligned(p);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
+        EXPECT_EQ(plat::HeapBlockType(pBlock), static_cast<std::uint32_t>(Word(iExpected, 4)));
+        EXPECT_EQ(After - Before, (Changes_t{ { iExpected, { 1, plat::HeapBlockSize(pBlock) } } }));
+        EXPECT_EQ(After.iAllocs, Before.iAllocs + 1);
+        EXPECT_EQ(After.d[iExpected].iFrameAllocs, Before.d[iExpected].iFrameAllocs + 1);
+
+        MemCategoryScope_c const Other(mem::Sound);   // has no say in what is freed
+        CoreMemory::operator_delete(p);
+        Figures_s const Freed;
+        EXPECT_EQ(Freed - Before, Changes_t());
+        EXPECT_EQ(Freed.iBytes, Before.iBytes);
+        EXPECT_GE(Freed.d[iExpected].iMaxBytes, After.d[iExpected].iBytes);   // peaks stay
+        EXPECT_GE(Freed.d[iExpected].iMaxCount, After.d[iExpected].iCount);
+        EXPECT_GE(Freed.iMaxBytes, After.iMaxBytes);
+    }
+    EXPECT_EQ(Reports.Take(), "");
+    CoreMemory::operator_delete(New(1, 5));
+    EXPECT_EQ(Reports.Take(), "operator_new: 5 is no kind of block\n");
+    EXPECT_STREQ(MemoryCategoryName(mem::Core), "Core");
+    EXPECT_STREQ(MemoryCategoryName(mem::Generator), "Generator");
+    EXPECT_EQ(mem::Core, 41);
+}
+
+TEST(Memory, EveryFormOfNewIsTracked)
+{
+    // clang-format off
+    struct alignas(64) Wide_s { char c = 0; };
+    struct Thrower_s { Thrower_s() { throw 1; } };
+    // clang-format on
+    MemCategoryScope_c const Scope(mem::kiln);
+    Figures_s const Before;
+    auto * const pPlain = new std::array<int, 9>;
+    auto * const pWide = new Wide_s[2];
+    auto * const pQuiet = new (std::nothrow) char[3];
+    g_pSeen = pPlain, g_pSeen = pWide, g_pSeen = pQuiet;
+    auto * const pTold = ZQ_NEW int(5);
+    int const iLine = __LINE__ - 1;
+    EXPECT_THROW(ZQ_NEW Thrower_s, int);
+    Figures_s const After;
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pWide) % 64, 0u);
+    EXPECT_EQ(After.d[mem::kiln].iCount, Before.d[mem::kiln].iCount + 4);
+    plat::HeapBlock_t Block;
+    EXPECT_TRUE(plat::HeapFindBlock(get_block_from_aligned(pTold), Block) && Block.iLine == iLine);
+    EXPECT_STREQ(Block.szFile, __FILE__);
+    delete pPlain, delete[] pWide, delete pTold, delete[] pQuiet;
+    EXPECT_EQ(Figures_s() - Before, Changes_t());
+}
+
+TEST(Memory, StackMergesPushesAndCountsChanges)
+{
+    MemCategoryStack_c Stack;
+    Stack.Add(mem::file), Stack.Add(mem::file), Stack.Add(mem::logger);
+    EXPECT_EQ(Stack.top, 1);
+    Stack.Remove(mem::logger);
+    EXPECT_EQ(Stack.Top(), mem::file);
+    EXPECT_EQ(Stack.m_dStack[0].m_iCallCount, 2);
+    EXPECT_EQ(FailedConditions([&] { Stack.Remove(mem::logger); }), "m_dStack[top].m_eCategory==category");
+    Stack.Remove(mem::file);
+    EXPECT_EQ(Stack.Top(), mem::UNDEFINED);
+    EXPECT_EQ(FailedConditions([&] { Stack.Remove(mem::file); }), "top < CATEGORY_STACK_DEPTH && top >= 0");
+    for (int i = 0; i < 64; ++i)
+    {
+        EXPECT_EQ(FailedConditions([&] { Stack.Add(i % 2 ? mem::AI : mem::Lua); }), "") << i;
+    }
+    EXPECT_EQ(FailedConditions([&] { Stack.Add(mem::Lua); }), "top >= -1 && top < CATEGORY_STACK_DEPTH-1");
+    EXPECT_EQ(Stack.top, 63);
+}
+
+TEST(Memory, MisuseOfTheTrackingIsStated)
+{
+    EXPECT_EQ(FailedConditions([] { MemoryInit(); }), "g_MemoryInit == false && \"ModuleDone expected\"");
+    EXPECT_EQ(FailedConditions([] { std::thread([] { MemoryCategoryPop(mem::AI); }).join(); }), "pStack");
+    auto const EndTwice = []
+    {
+        LogToStandardError();
+        g_silentMode = true;
+        MemoryDone();
+        EXPECT_EQ(New(SIZE_MAX), nullptr);   // nobody aborts any more
+        MemoryDone();
+    };
+    EXPECT_EXIT(EndTwice(), testing::ExitedWithCode(1), "g_MemoryInit == true && \"ModuleInit expected\"");
+}
+
+TEST(Memory, AlignedBlocksHoldTheirPromisesOverRandomRequests)
+{
+    HeapReports_c Reports;
+    std::mt19937 Random(7);
+    for (int iRound = 0; iRound < 3000; ++iRound)
+    {
+        std::size_t const nAlignment = std::size_t{ 1 } << Random() % 13;
+        std::size_t const nSize = 1 + Random() % 3000, nNewSize = 1 + Random() % 3000;
+        std::size_t const nOffset = Random() % 2 ? Random() % std::min(nSize, nNewSize) : 0;
+        auto const IsAligned = [=](void * pUser)
+        { return (reinterpret_cast<std::uintptr_t>(pUser) + nOffset) % nAlignment == 0; };
+        auto const cFill = static_cast<unsigned char>(iRound);   // at times what stands around the heap's blocks
+        auto * p = static_cast<unsigned char *>(aligned_offset_malloc_dbg(nSize, nAlignment, nOffset, 4, "f.cpp", 1));
+        ASSERT_TRUE(IsAligned(p));
+        ASSERT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p);
+        std::fill_n(p, nSize, cFill);
+        p = static_cast<unsigned char *>(aligned_offset_realloc_dbg(p, nNewSize, nAlignment, nOffset, 4, "f.cpp", 2));
+        ASSERT_EQ(Reports.Take(), "");
+        ASSERT_TRUE(IsAligned(p));
+        auto const nKept = static_cast<std::ptrdiff_t>(std::min(nSize, nNewSize));
+        ASSERT_EQ(std::count(p, p + nKept, cFill), nKept);
+        std::fill_n(p, nNewSize, cFill);
+        ASSERT_EQ(aligned_realloc_dbg(p, 0, nAlignment, 4, "f.cpp", 3), nullptr);   // frees
+    }
+    aligned_free_dbg(aligned_realloc_dbg(nullptr, 5, 8, 4, "f.cpp", 4));
+    aligned_free_dbg(nullptr);
+    EXPECT_EQ(get_block_from_aligned(nullptr), nullptr);
+    EXPECT_EQ(Reports.Take(), "");
+}
+
+TEST(Memory, AlignedOperationsReportMisuse)
+{
+    HeapReports_c Reports;
+    errno = 0;
+    EXPECT_EQ(aligned_malloc_dbg(8, 3, 4, nullptr, 0), nullptr);
+    EXPECT_EQ(Reports.Take(), "alignment must be a power of 2");
+    EXPECT_EQ(std::exchange(errno, 0), EINVAL);
+    EXPECT_EQ(aligned_offset_malloc_dbg(8, 16, 8, 4, nullptr, 0), nullptr);
+    EXPECT_EQ(Reports.Take(), "offset must be within size");
+    EXPECT_EQ(errno, EINVAL);
+
+    auto const At = [](void * p) { return std::string(NewString("0x%08zX", reinterpret_cast<std::size_t>(p))); };
+    void * const pPlain = plat::HeapAlloc(100, 4, nullptr, 0);
+    aligned_free_dbg(pPlain);
+    EXPECT_EQ(Reports.Take(), "The block at " + At(pPlain) + " was not allocated by _aligned routines, use free()");
+    EXPECT_EQ(aligned_realloc_dbg(pPlain, 5, 4, 4, nullptr, 0), nullptr);
+    EXPECT_EQ(Reports.Take(), "The block at " + At(pPlain) + " was not allocated by _aligned routines, use realloc()");
+    EXPECT_EQ(get_aligned_from_block(pPlain, 16, 0), nullptr);
+    EXPECT_EQ(Reports.Take(), "The Block at " + At(pPlain) + " was not allocated by aligned routines");
+    plat::HeapFree(pPlain);
+
+    auto * const p = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, 4, nullptr, 0));
+    p[-1] = 0;
+    EXPECT_EQ(get_block_from_aligned(p), nullptr);
+    aligned_free_dbg(p);
+    EXPECT_EQ(Reports.Take(), "Damage before " + At(p) + " which was allocated by aligned routine\n");
+}
+
+TEST(Memory, UserAllocatorsFillSixtyFourSlots)
+{
+    mem::UserAllocatorInfo_c dAllocators[65];
+    for (int i = 0; i < 65; ++i)
+    {
+        EXPECT_EQ(mem::RegisterUserAllocator(dAllocators[i]), i < 64) << i;
+    }
+    EXPECT_TRUE(mem::UnRegisterUserAllocator(dAllocators[5]));
+    EXPECT_FALSE(mem::UnRegisterUserAllocator(dAllocators[5]));
+    EXPECT_EQ(mem::GetUserAllocators(nullptr, 0), 63u);
+    EXPECT_TRUE(mem::RegisterUserAllocator(dAllocators[64]));
+    mem::UserAllocatorInfo_i * dFound[64];
+    EXPECT_EQ(mem::GetUserAllocators(dFound, 0), 0u);
+    EXPECT_EQ(mem::GetUserAllocators(dFound, 7), 7u);
+    EXPECT_EQ(dFound[5], &dAllocators[64]);
+    dAllocators[64].m_dwInfo1 = 9;
+    mem::UserAllocatorInfo_t Info;
+    EXPECT_TRUE(dFound[5]->GetInfo(Info) && Info.dwInfo1 == 9);
+    std::for_each(dAllocators, dAllocators + 65, mem::UnRegisterUserAllocator);
+    EXPECT_EQ(mem::GetUserAllocators(nullptr, 0), 0u);
+}
+
+TEST(Memory, FramesCountTheirAllocations)
+{
+    MemoryResetFrameAllocCount();
+    for (int i = 0; i < 4; ++i)
+    {
+        CoreMemory::operator_delete(New(8, Word(mem::calc, 4)));
+        if (i == 2)
+        {
+            MemoryResetFrameAllocCount();
+        }
+    }
+    Figures_s const Figures;
+    EXPECT_EQ(MemoryGetFrameAllocCount(), 3u);
+    EXPECT_EQ(Figures.d[mem::calc].iLastFrameAllocs, 3);
+    EXPECT_EQ(Figures.d[mem::calc].iFrameAllocs, 1);
+}
+
+TEST(Memory, FiguresReturnToTheirStartBehindThreadsThatShareBlocks)
+{
+    static std::atomic<int> s_nLines;
+    s_nLines = 0;
+    LogDone();
+    LogAddCallback([](char const *) { ++s_nLines; });
+    Figures_s const Before;
+    {
+        std::atomic<std::string *> dShared[4] = {};
+        auto const Work = [&dShared](unsigned iThread)
+        {
+            std::mt19937 Random(iThread);
+            for (int i = 0; i < 2000; ++i)
+            {
+                MemCategoryScope_c const Outer(static_cast<mem::Categories_e>(Random() % mem::TOTAL));
+                MemCategoryScope_c const Inner(static_cast<mem::Categories_e>(Random() % mem::TOTAL));
+                // Frees what another thread took under another category, more often than not.
+                delete dShared[Random() % 4].exchange(ZQ_NEW std::string(Random() % 200, 'x'));
+                Logc(i % 100 == 0, "thread %u", iThread);
+            }
+        };
+        std::thread dThreads[8];
+        std::for_each(
+            dThreads, dThreads + 8, [&, i = 0u](std::thread & Thread) mutable { Thread = std::thread(Work, i++); });
+        std::for_each(dThreads, dThreads + 8, [](std::thread & Thread) { Thread.join(); });
+        std::for_each(dShared, dShared + 4, [](std::atomic<std::string *> & pText) { delete pText.load(); });
+    }
+    Figures_s const After;
+    EXPECT_EQ(After - Before, Changes_t());
+    EXPECT_TRUE(After.iAllocs == Before.iAllocs && After.iBytes == Before.iBytes && MemoryCheckConsistency());
+    EXPECT_EQ(s_nLines, 8 * 20);
+    LogDone();
+}
+
+TEST(Memory, AThreadWithoutASlotIsComplainedOf)
+{
+    auto const FillSlots = []
+    {
+        LogToStandardError();
+        for (int i = 0; i < 200; ++i)   // one behind the other; slots stay
+        {
+            std::thread([] { MemCategoryScope_c const Scope(mem::AI); }).join();
+        }
+        std::exit(0);
+    };
+    EXPECT_EXIT(FillSlots(), testing::ExitedWithCode(0),
+        "^Could not push memory category. Result=2\n\nAssertEx failed, iResult == 0, Could not push memory category. "
+        "See log "
+        "for details, ");
+}
+
+TEST(Memory, AWrongCountIsCaughtByTheNextEvent)
+{
+    // What is added to the blocks and bytes of a category and to the bytes of the next one; whether that is wrong.
+    for (auto const & [iCount, iBytes, iNextBytes, bWrong] :
+        std::initializer_list<std::tuple<int, std::ptrdiff_t, std::ptrdiff_t, bool>>{ { 1, 0, 0, true },
+            { -1, 0, 0, true }, { 0, 8, 0, true }, { 0, -8, 0, true }, { 0, PTRDIFF_MAX, 0, true }, { 0, -8, 8, false },
+            { 0, PTRDIFF_MAX, -PTRDIFF_MAX, true } })
+    {
+        auto const Change = [n = iCount, i = iBytes, iNext = iNextBytes](int iSign)
+        {
+            g_MemoryCounters.dCount[mem::Decals] += iSign * n;
+            g_MemoryCounters.dBytes[mem::Decals] += iSign * i;
+            g_MemoryCounters.dBytes[mem::Application] += iSign * iNext;
+        };
+        void * p = nullptr;
+        bool bConsistent = false;
+        auto const Allocate = [&]
+        {
+            Change(1);
+            p = New(16);
+            bConsistent = MemoryCheckConsistency();
+            Change(-1);
+        };
+        EXPECT_EQ(FailedConditions(Allocate), bWrong ? "MemoryCheckConsistency()" : "") << iCount << ' ' << iBytes;
+        EXPECT_EQ(bConsistent, !bWrong);
+        CoreMemory::operator_delete(p);
+    }
+}
+
+TEST(Memory, ExhaustionEndsInAbort)
+{
+    for (char const * const szName : { "ASAN_OPTIONS", "TSAN_OPTIONS" })   // a checker refuses like the system then
+    {
+        char const * const szOptions = std::getenv(szName);
+        setenv(szName, (std::string(szOptions ? szOptions : "") + ":allocator_may_return_null=1").c_str(), 1);
+    }
+    for (std::size_t const nBytes : { SIZE_MAX / 2, SIZE_MAX })
+    {
+        LogToStandardError();
+        EXPECT_EXIT(
+            g_pSeen = New(nBytes), testing::KilledBySignal(SIGTRAP), "Can't allocate additional [0-9]+ bytes\n");
+        LogDone();
+    }
+}

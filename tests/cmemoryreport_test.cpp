@@ -1,0 +1,191 @@
+#include "zqcore/cmemoryreport.h"
+
+#include "zqcore/clogf.h"
+#include "zqcore/cmemory_internal.h"
+
+#include "tests/test_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <sstream>
+#include <unistd.h>
+
+namespace
+{
+    using testing::HasSubstr;
+    using testing::Not;
+
+    constexpr std::size_t AROUND = 15 + 2 * sizeof(void *);   // bytes of an aligned block beyond those asked for
+    char const * const SOURCE = __FILE__;
+
+    int WordOf(mem::Categories_e eCategory)
+    {
+        return (eCategory << MEMORY_CATEGORY_SHIFT) | MEMORY_CLIENT_BLOCK;
+    }
+
+    // A record of the call log in this frame.
+    std::string Record(int iLine, mem::Categories_e eCategory, std::size_t nBytes)
+    {
+        std::ostringstream Text;
+        Text << g_MemoryCounters.iFrame << ";\"" << SOURCE << "\";" << iLine << ';' << eCategory << ';' << nBytes
+             << '\n';
+        return Text.str();
+    }
+
+    // Runs in a child process, where the call log's header is still to come, with a folder for the log.
+    void InChild(TempFolder_c const & Folder, void (*fnRun)())
+    {
+        GTEST_FLAG_SET(death_test_style, "fast");   // the child must know the folder
+        auto const Run = [&]
+        {
+            ModuleLog_c::SetLogPath(std::wstring(Folder.GetPath().begin(), Folder.GetPath().end()).c_str());
+            Module_c::Register(ModuleLog_c::Get());
+            Module_c::InitializeAllModules();
+            fnRun();
+            Module_c::ShutdownAllModules();
+            std::_Exit(testing::Test::HasFailure());
+        };
+        EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+    }
+
+    // Takes blocks of the kinds that are logged and of those that are not.
+    void TakeBlocks()
+    {
+        MemCategoryScope_c const Scope(mem::Core);
+        CoreMemory::operator_delete(CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, SOURCE, 11));
+        plat::HeapFree(plat::HeapAlloc(7, MEMORY_CRT_BLOCK, SOURCE, 12));
+        plat::HeapFree(plat::HeapRealloc(plat::HeapAlloc(8, WordOf(mem::AI), SOURCE, 13), 99));
+    }
+    std::string TakenBlocks()
+    {
+        return Record(11, mem::Core, 40 + AROUND) + Record(13, mem::AI, 8) + Record(13, mem::AI, 99);
+    }
+
+    std::string const HEADER = "frame;file;line;category;size;\n";
+}
+
+TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
+{
+    TempFolder_c const Folder;
+    InChild(Folder,
+        []
+        {
+            MemoryNewLogEnable(false);
+            TakeBlocks();
+        });
+    EXPECT_NE(::access(Folder.Join("newcalls.csv").c_str(), F_OK), 0) << "a log that is off makes no file";
+
+    InChild(Folder,
+        []
+        {
+            MemoryNewLogEnable(true);
+            TakeBlocks();
+            MemoryNewLogToggle();
+            TakeBlocks();
+            MemoryNewLogToggle();
+            TakeBlocks();
+            MemoryNewLogEnable(false);
+        });
+    EXPECT_EQ(Folder.Read("newcalls.csv"), HEADER + TakenBlocks() + TakenBlocks());
+}
+
+TEST(MemoryReport, CallLogLeavesOutWhatItAllocatesItself)
+{
+    TempFolder_c const Folder;
+    InChild(Folder,
+        []
+        {
+            MemoryNewLogEnable(true);
+            Module_c::ShutdownAllModules();   // so that the next record opens the file, which takes a block
+            Module_c::InitializeAllModules();
+            std::ptrdiff_t const nLoggers = g_MemoryCounters.dCount[mem::logger];
+            TakeBlocks();
+            EXPECT_EQ(g_MemoryCounters.dCount[mem::logger], nLoggers + 1);
+            MemoryNewLogEnable(false);
+        });
+    EXPECT_EQ(Folder.Read("newcalls.csv"), TakenBlocks());
+}
+
+namespace
+{
+    // Counts of a report's tally: all blocks, and those of the four classes. Holds no memory, which would count.
+    std::array<std::size_t, 5> TallyOf(std::string const & sReport)
+    {
+        std::istringstream Text(sReport.substr(sReport.find("\nTotal allocations\n") + 19));
+        std::array<std::size_t, 5> dCounts = {};
+        std::string sLine;
+        for (std::size_t i = 0; i < dCounts.size() && std::getline(Text, sLine); ++i)
+        {
+            dCounts[i] = std::stoul(sLine);
+        }
+        return dCounts;
+    }
+}
+
+TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
+{
+    TempFolder_c const Folder;
+    CurrentFolderScope_c const Current(Folder.GetPath());
+    MemoryLogAllocations();   // what opening a file takes for good is taken
+    MemoryLogAllocations();
+    std::array<std::size_t, 5> dCounts = TallyOf(Folder.Read("allocations.csv"));
+
+    // The bytes of a block and the class that it is to be counted in: 0 to 3, or -1.
+    constexpr std::pair<std::size_t, int> BLOCKS[] = { { 0, 0 }, { 64, 0 }, { 65, 1 }, { 128, 1 }, { 129, 2 },
+        { 257, 3 }, { 512, 3 }, { 513, -1 } };
+    void * dBlocks[std::size(BLOCKS) + 3] = { plat::HeapAlloc(3, MEMORY_CRT_BLOCK, "other kind", 1),
+        plat::HeapAlloc(5, WordOf(mem::TOTAL), SOURCE, 77), plat::HeapAlloc(6, WordOf(mem::AI), nullptr, 0) };
+    dCounts[0] += 2;
+    dCounts[1] += 2;
+    for (std::size_t i = 0; i < std::size(BLOCKS); ++i)
+    {
+        auto const & [nBytes, iClass] = BLOCKS[i];
+        dBlocks[3 + i] = plat::HeapAlloc(nBytes, WordOf(mem::GFX), SOURCE, 123);
+        ++dCounts[0];
+        dCounts[static_cast<std::size_t>(iClass + 1)] += iClass >= 0 ? 1 : 0;
+    }
+    MemoryLogAllocations();
+    std::for_each(std::begin(dBlocks), std::end(dBlocks), plat::HeapFree);
+
+    std::string const sReport = Folder.Read("allocations.csv");
+    EXPECT_EQ(TallyOf(sReport), dCounts);
+    std::string const sPlace = std::string(SOURCE) + "(123)\n";
+    EXPECT_THAT(sReport, testing::StartsWith("Memory allocations\n"));
+    EXPECT_THAT(sReport, HasSubstr("513; GFX; " + sPlace + "512; GFX; " + sPlace + "257; GFX; " + sPlace));
+    EXPECT_THAT(sReport, HasSubstr("6; AI; unknown(0)\n5; UNDEFINED; " + std::string(SOURCE) + "(77)\n"));
+    EXPECT_THAT(sReport, Not(HasSubstr("other kind")));
+    EXPECT_THAT(sReport, HasSubstr("; 64 bytes; " + std::to_string(dCounts[1] * 100 / dCounts[0]) + "%\n"));
+    EXPECT_THAT(Folder.Read("uncategorized.csv"), HasSubstr("5; " + std::string(SOURCE) + "(77)\n"));
+    EXPECT_THAT(Folder.Read("uncategorized.csv"), Not(HasSubstr("(123)")));
+}
+
+TEST(MemoryReport, EmptyHeapHasSharesOfNothing)
+{
+    TempFolder_c const Folder;
+    std::FILE * const f = std::fopen(Folder.Join("tally").c_str(), "w");
+    MemoryWriteTally(f, MemoryTally_s{});
+    MemoryWriteTally(f, MemoryTally_s{ { 1, 1, 0, 0 }, 3 });
+    std::fclose(f);
+    EXPECT_EQ(Folder.Read("tally"),
+        "\nTotal allocations\n0; total\n0; 64 bytes; 0%\n0; 128 bytes; 0%\n0; 256 bytes; 0%\n0; 512 bytes; 0%\n\n"
+        "\nTotal allocations\n3; total\n1; 64 bytes; 33%\n1; 128 bytes; 33%\n0; 256 bytes; 0%\n0; 512 bytes; 0%\n\n");
+}
+
+TEST(MemoryReport, FileThatCanNotBeOpenedFailsItsConditionAndSparesTheOther)
+{
+    TempFolder_c const Folder;
+    CurrentFolderScope_c const Current(Folder.GetPath());
+    Folder.MakeFolder("allocations.csv");
+    std::string const sBlock = "9; " + std::string(SOURCE) + "(5)\n";
+    void * const pBlock = plat::HeapAlloc(9, WordOf(mem::UNDEFINED), SOURCE, 5);
+    EXPECT_EQ(FailedConditions(MemoryLogAllocations), "context.f");
+    plat::HeapFree(pBlock);
+    EXPECT_THAT(Folder.Read("uncategorized.csv"), HasSubstr(sBlock));
+    std::remove(Folder.Join("uncategorized.csv").c_str());
+    Folder.MakeFolder("uncategorized.csv");
+    EXPECT_EQ(FailedConditions(MemoryLogAllocations), "context.f & context.fu");
+}

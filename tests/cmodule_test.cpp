@@ -1,0 +1,178 @@
+#include "zqcore/cmodule.h"
+
+#include "zqcore/clogf.h"
+#include "zqcore/ctimer.h"
+
+#include "tests/test_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <deque>
+
+namespace
+{
+    std::string g_sTrace;   // what the modules were called for, in order
+
+    // A module that tells of its calls: I initialise, 2 second phase, F and B the heartbeats, S shutdown.
+    class TestModule_c : public Module_c
+    {
+    public:
+        explicit TestModule_c(char const * szName, Module_c * pFirst = nullptr, Module_c * pSecond = nullptr)
+            : Module_c(szName)
+            , dNeeded{ pFirst, pSecond, nullptr }
+        {}
+
+        Module_c ** GetPrerequisites() const override
+        {
+            return dNeeded[0] ? const_cast<Module_c **>(dNeeded) : nullptr;
+        }
+
+        bool Initialize() override
+        {
+            Trace("I");
+            longTimeWait(dSeconds);
+            return !bFails && Module_c::Initialize();
+        }
+
+        void Initialize2() override { Trace("2"); }
+        void HeartbeatFrame(double dt) override { Trace(dt == 0.5 ? "F" : "?"); }
+        void HeartbeatIdle() override { Trace("B"); }
+
+        void Shutdown() override
+        {
+            Trace("S");
+            Module_c::Shutdown();
+        }
+
+        Module_c * dNeeded[3];
+        bool bFails = false;
+        double dSeconds = 0.0;
+
+    private:
+        void Trace(char const * szEvent) const { g_sTrace += std::string(szEvent) + GetName() + ' '; }
+    };
+
+    class Modules : public testing::Test
+    {
+    protected:
+        Modules() { g_sTrace.clear(); }
+        ~Modules() override { Module_c::ShutdownAllModules(); }
+
+        TestModule_c & Make(char const * szName, Module_c * pFirst = nullptr, Module_c * pSecond = nullptr)
+        {
+            return m_dModules.emplace_back(szName, pFirst, pSecond);
+        }
+
+        static std::string TakeTrace() { return std::exchange(g_sTrace, ""); }
+
+        std::deque<TestModule_c> m_dModules;
+
+        LogCapture_c m_Log;
+    };
+}
+
+TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
+{
+    TestModule_c &a = Make("a"), &b = Make("b", &a), &c = Make("c", &b, &a);
+    Module_c::Register(&c);   // brings b and a in
+    Module_c::Register(&a);
+    Module_c::Register(&c);
+    EXPECT_TRUE(Module_c::InitializeAllModules());
+    EXPECT_EQ(TakeTrace(), "Ia Ib Ic 2a 2b 2c ");
+    EXPECT_EQ(a.GetInitOrder(), 0);
+    EXPECT_EQ(c.GetInitOrder(), 2);
+    Module_c::HeartbeatAllModulesFrame(0.5);
+    Module_c::HeartbeatAllModulesIdle();
+    EXPECT_EQ(TakeTrace(), "Fc Fb Fa Bc Bb Ba ");
+
+    Module_c::ShutdownAllModules();
+    EXPECT_EQ(TakeTrace(), "Sc Sb Sa ");
+    EXPECT_EQ(m_Log.GetText(),
+        "c shutdown\nc has been shutdown in 0.00 sec\nb shutdown\nb has been shutdown in 0.00 sec\n"
+        "a shutdown\na has been shutdown in 0.00 sec\nAll modules have been shutdown in 0.00 sec\n");
+    EXPECT_FALSE(a.IsInitialized());
+    EXPECT_EQ(c.GetInitOrder(), 2);
+    m_Log.Clear();   // nobody is registered any more
+    EXPECT_TRUE(Module_c::InitializeAllModules());
+    Module_c::HeartbeatAllModulesIdle();
+    Module_c::ShutdownAllModules();
+    EXPECT_EQ(TakeTrace(), "");
+    EXPECT_EQ(m_Log.GetText(), "All modules have been shutdown in 0.00 sec\n");
+}
+
+TEST_F(Modules, ThatNeedEachOtherStayDown)
+{
+    static int s_nRun = 0;   // a repeated Achtung would be dropped
+    static std::string s_sA, s_sB;
+    s_sA = "cyclic" + std::to_string(++s_nRun);
+    s_sB = s_sA + "b";
+    TestModule_c &a = Make(s_sA.c_str()), &b = Make(s_sB.c_str(), &a), &c = Make("c");
+    a.dNeeded[0] = &b;
+    Module_c::Register(&a);
+    Module_c::Register(&c);
+    DialogScript_c const Dialogs;
+    EXPECT_FALSE(Module_c::InitializeAllModules());
+    EXPECT_EQ(TakeTrace(), "Ic ");
+    EXPECT_EQ(m_Log.GetText(),
+        "Module [" + s_sA + "] was not initialized. xrf?\nModule [" + s_sB + "] was not initialized. xrf?\n");
+    EXPECT_EQ(Dialogs.GetCount(), 2);
+}
+
+TEST_F(Modules, InitialisedAheadOfAFailedOneStayUp)
+{
+    TestModule_c &a = Make("a"), &b = Make("b"), &c = Make("c");
+    b.bFails = true;
+    for (Module_c * const pModule : { &a, &b, &c })
+    {
+        Module_c::Register(pModule);
+    }
+    EXPECT_FALSE(Module_c::InitializeAllModules());
+    EXPECT_EQ(m_Log.GetText(), "Module [b] failed to initialize\n");
+    EXPECT_TRUE(a.IsInitialized() && !b.IsInitialized() && !c.IsInitialized());
+    Module_c::ShutdownAllModules();
+    EXPECT_EQ(TakeTrace(), "Ia Ib Sa Sb Sc ");   // in the order of registration
+}
+
+TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
+{
+    TestModule_c &Slow = Make("slow"), &Quick = Make("quick");
+    Slow.dSeconds = 0.12;
+    Quick.dSeconds = 0.02;
+    Module_c::Register(&Slow);
+    Module_c::Register(&Quick);
+    for (int i = 0; i < 100; ++i)   // more than the registry has room for at first
+    {
+        Module_c::Register(&Make("m"));
+    }
+    EXPECT_TRUE(Module_c::InitializeAllModules());
+    EXPECT_THAT(
+        m_Log.GetLines(), testing::ElementsAre(testing::ContainsRegex("^slow initialized in 0\\.[1-9][0-9] sec$")));
+    EXPECT_EQ(m_dModules.back().GetInitOrder(), 101);
+}
+
+TEST_F(Modules, RegisteredLaterComeUpInASecondRound)
+{
+    TestModule_c &a = Make("a"), &b = Make("b"), &c = Make("c");
+    Module_c::Register(&a);
+    Module_c::Register(&b);
+    EXPECT_TRUE(Module_c::InitializeAllModules());
+    Module_c::Register(&c);
+    TakeTrace();
+    EXPECT_TRUE(Module_c::InitializeAllModules());
+    EXPECT_EQ(c.GetInitOrder(), 0);   // counted afresh
+    std::string const sTrace = TakeTrace();
+    EXPECT_TRUE(sTrace == "Ic 2c 2a 2b " || sTrace == "Ic 2a 2c 2b ") << sTrace;
+}
+
+TEST_F(Modules, ComplainOfMisuse)
+{
+    {
+        TestModule_c a("a");
+        a.Initialize();
+        EXPECT_EQ(FailedConditions([&] { a.Initialize(); }), "!m_bIsInitialized");
+    }
+    EXPECT_EQ(m_Log.GetText(), "a: still initialized!\n");
+    EXPECT_STREQ(ModuleLog_c::Get()->GetName(), "ModuleLog_c");
+    EXPECT_STREQ(ModuleTimer_c::Get()->GetName(), "ModuleTimer_c");
+}

@@ -1,0 +1,109 @@
+#include "zqcore/cperlin.h"
+
+#include "tests/test_support.h"
+#include "zqcore/ccrc.h"
+#include "zqcore/cstring.h"
+
+#include <bit>
+#include <cmath>
+#include <gtest/gtest.h>
+
+namespace
+{
+    struct NoiseRow_s
+    {
+        unsigned nSeed;
+        int nDimensions;
+        std::uint32_t dPoint[3], dwNoise;   // the bits of floats
+    };
+#include "tests/golden/perlin.inc"
+
+    std::uint32_t Bits(float f)
+    {
+        return std::bit_cast<std::uint32_t>(f);
+    }
+
+    float Noise(int nDimensions, float x, float y, float z)
+    {
+        return nDimensions == 1   ? PerlinNoise(x)
+               : nDimensions == 2 ? PerlinNoise(Vector2_t{ x, y })
+                                  : PerlinNoise(Vec3fpu_t{ x, y, z });
+    }
+
+    // The coordinates that the golden table's program draws.
+    struct Coordinates_s
+    {
+        std::uint32_t dwState = 12345;
+        float Next()
+        {
+            dwState = dwState * 1664525u + 1013904223u;
+            return static_cast<float>(dwState >> 8) * (600.0f / 16777216.0f) - 300.0f;
+        }
+    };
+
+    // CRC-32 of 5000 samples, as of one run of words, low byte first.
+    std::uint32_t NoiseCrc(int nDimensions)
+    {
+        Coordinates_s Coordinates;
+        std::uint32_t dwCrc = 0xFFFFFFFFu;
+        for (int iSample = 0; iSample < 5000; ++iSample)
+        {
+            float dPoint[3] = {};
+            for (int iAxis = 0; iAxis < nDimensions; ++iAxis)
+            {
+                dPoint[iAxis] = Coordinates.Next();
+            }
+            dwCrc = Crc32Feed4(dwCrc, Bits(Noise(nDimensions, dPoint[0], dPoint[1], dPoint[2])));
+        }
+        return ~dwCrc;
+    }
+}
+
+TEST(Perlin, GivesTheBitsOfTheGoldenTable)
+{
+    for (NoiseRow_s const & Row : NOISE_ROWS)
+    {
+        PerlinNoiseSetSeed(Row.nSeed);
+        auto const fnAxis = [&](int i) { return std::bit_cast<float>(Row.dPoint[i]); };
+        float const fNoise = Noise(Row.nDimensions, fnAxis(0), fnAxis(1), fnAxis(2));
+        EXPECT_EQ(Bits(fNoise), Row.dwNoise) << fNoise << " in " << Row.nDimensions << ", seed " << Row.nSeed;
+    }
+    PerlinNoiseSetSeed(7);
+    EXPECT_EQ(NoiseCrc(1), NOISE_CRCS[0]);
+    EXPECT_EQ(NoiseCrc(2), NOISE_CRCS[1]);
+    EXPECT_EQ(NoiseCrc(3), NOISE_CRCS[2]);
+}
+
+TEST(Perlin, IsZeroOnTheLatticeRepeatsAndComplainsOfWhatIsNoPlace)
+{
+    PerlinNoiseSetSeed(1);
+    float const fFirst = PerlinNoise(Vec3fpu_t{ 0.25f, 9.5f, -3.75f });
+    for (int nDimensions = 1; nDimensions <= 3; ++nDimensions)
+    {
+        for (float x : { -4095.0f, -17.0f, 0.0f, 4.0f, 255.0f, 100000.0f })
+        {
+            EXPECT_EQ(Noise(nDimensions, x, x + 1, x - 2 < -4095 ? x : x - 2), 0.0f);
+        }
+        EXPECT_EQ(Noise(nDimensions, 0.25f, 9.5f, -3.75f), Noise(nDimensions, 256.25f, 265.5f, 252.25f));
+        EXPECT_NE(Noise(nDimensions, 0.25f, 9.5f, -3.75f), Noise(nDimensions, 1.25f, 9.5f, -3.75f));
+    }
+    PerlinNoiseSetSeed(1);
+    Module_c::Register(ModulePerlin_c::Get());
+    ASSERT_TRUE(Module_c::InitializeAllModules());
+    Module_c::ShutdownAllModules();
+    EXPECT_NE(PerlinNoise(Vec3fpu_t{ 0.25f, 9.5f, -3.75f }), fFirst) << "the seed had moved on";
+    PerlinNoiseSetSeed(1);
+    EXPECT_EQ(PerlinNoise(Vec3fpu_t{ 0.25f, 9.5f, -3.75f }), fFirst);
+
+    for (int nDimensions = 1; nDimensions <= 3; ++nDimensions)
+    {
+        LogCapture_c const Log;
+        DialogScript_c const Ignore;
+        for (float x : { NAN, INFINITY, -1e30f })
+        {
+            float const fNoise = Noise(nDimensions, x, 0.5f, 0.5f);
+            EXPECT_TRUE(fNoise >= -0.5f && fNoise <= 0.5f);
+        }
+        EXPECT_GE(Log.CountHolding(Va("Invalid %dD-perlin noise", nDimensions)), 2);
+    }
+}

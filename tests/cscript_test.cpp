@@ -1,0 +1,216 @@
+#include "tests/text_fixture.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cscript.h"
+#include "zqcore/cstring.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <sstream>
+
+using namespace std::string_literals;
+
+namespace
+{
+    using Operation_t = std::string (*)(Script_c & Script, char * sBuffer, std::string sArgument);
+
+    std::string Found(bool bFound)
+    {
+        return bFound ? "found" : "none";
+    }
+    std::string Number(float fValue)
+    {
+        return NewString("%g", static_cast<double>(fValue)).GetBuffer();
+    }
+
+    // What each letter does, and how its outcome shows. Where it stands (.) is position, lines, and ! at the end.
+#define OPERATION(...)                                                                                                 \
+    []([[maybe_unused]] Script_c & S, [[maybe_unused]] char * b, [[maybe_unused]] std::string a) { __VA_ARGS__; }
+    std::map<char, Operation_t> const g_dOperations = {
+        { 'T', OPERATION(return S.GetToken(b, false), "["s + b + "]") },
+        { 'P', OPERATION(return S.GetToken(b, true), "["s + b + "]") },
+        { 'W', OPERATION(return S.GetSpecific(b), "<"s + b + ">") },
+        { 'L', OPERATION(return S.GetLine(b, std::stoi(a)), "{"s + b + "}") },
+        { 'S', OPERATION(return S.GetString(b, 5, a[0]), "'"s + b + "'") },
+        { 'I', OPERATION(return std::to_string(a.empty() ? S.GetInt() : S.GetInt(a.c_str()))) },
+        { 'F', OPERATION(return Number(a.empty() ? S.GetFloat() : S.GetFloat(a.c_str()))) },
+        { 'K', OPERATION(return S.SkipToken(a.c_str()), ""s) },
+        { '@', OPERATION(return S.SetPosition(std::stoi(a)), ""s) },
+        { 'w', OPERATION(return Found(S.RewindAfterToken(a.c_str(), false, true))) },
+        { 'X', OPERATION(return Found(S.RewindAfterToken(a.c_str(), true, true))) },
+        { 'p', OPERATION(return Found(S.RewindAfterToken(a.c_str(), false, false))) },
+        { 'q', OPERATION(return Found(S.RewindAfterToken(a.c_str(), true, false))) },
+        { 'D', OPERATION(return S.GetDump(b, std::stoi(a), std::stoi(a) + 3), std::string(b, 3)) },
+        { '.', OPERATION(return std::to_string(S.m_iBytesRead) + ":" + std::to_string(S.m_iLines)
+                                + (S.m_bEndOfFile ? "!" : "")) },
+    };
+#undef OPERATION
+
+    /// Runs operations, letters with their arguments, that stand between bars.
+    std::string Drive(Script_c & Script, std::string const & sSteps)
+    {
+        std::istringstream Steps(sSteps);
+        std::string sStep, sAll;
+        while (std::getline(Steps, sStep, '|'))
+        {
+            char szBuffer[1024] = "stale";
+            std::string const sOutcome = g_dOperations.at(sStep[0])(Script, szBuffer, sStep.substr(1));
+            sAll += (sAll.empty() || sOutcome.empty() ? "" : " ") + sOutcome;
+        }
+        return sAll;
+    }
+
+    struct Row_s
+    {
+        std::string sText, sSteps, sOutcome;
+        int nMismatches = 0;   // assertions that fail in a block of memory
+    };
+
+    using ScriptTest = TextFileTest;
+}
+
+TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
+{
+    Row_s const dRows[] = {
+        // Tokens, what they leave unread, and the end.
+        { "one  two\nthree", "T|.|T|.|T|.|T|.|T|.", "[one] 3:0 [two] 8:1 [three] 13:2! [] 14:2! [] 14:2!" },
+        { "a\n\nb \n", "T|.|T|.|T|.", "[a] 1:1 [b] 4:3 [] 6:4!" },
+        { "", "T|.|I|F|W|L9|S'", "[] 0:0! 0 0 <> {} ''", 1 },
+        { "a,b;", "P|P|P|.", "[a] [b] [] 4:0!" },
+        { "a,b;", "T|.", "[a,b;] 3:0!" },
+        { "'x'\"y\";z,", "P|P|P|P|.", "[x] [y] [z] [] 9:0!" },
+        { "\x80q\xFFr\x01s\0t"s, "T|T|T|T|T", "[q] [r] [s] [t] []" },
+        // Comments.
+        { "// c d\na //e\n//\n/ b//c // last", "T|T|T|T|.", "[a] [/] [b//c] [] 30:5!" },
+        { "a //\nb", "T|.|T|.", "[a] 1:0 [b] 5:2!" },
+        { "//x", "T|.|T|.", "[] 2:0! [] 3:0!" },
+        { "//a;b\nc", "P", "[c]" },
+        // Labels.
+        { "size 12 // big\nweight 3.5", "Isize|Fweight|.", "12 3.5 25:1!" },
+        { "a b size 7 x", "Isize|T", "7 [x]", 2 },
+        { "a b 7", "Isize|.|Isize", "7 4:0! 0", 3 },
+        { "a b 7 ", "Isize|.", "0 6:0!", 4 },
+        { "f -2.5e1x", "Ff", "-25" },
+        { "n //5 6", "In|T", "0 [6]" },
+        { "size", "Isize|.", "0 4:0!" },
+        { "n 99999999999 n -99999999999", "In|In", "2147483647 -2147483648" },
+        // Numbers without a label.
+        { "w12.5,-7x3", "I|.|I|.|I|.|I", "12 5:0 -7 8:0 3 10:0! 0" },
+        { "ab\ncd", "I|.", "0 5:1!" },
+        { "a\0 12"s, "I", "12" },
+        { "1-2 .5 - 8", "I|I|I|I", "1 0 0 8" },
+        { "1.5 -.25 1e2 x0 -0, +.0 0e5 1e-60 12z", "F|F|F|F|F|F|F|F|F|.|F|F", "1.5 -0.25 100 0 -0 0 0 0 12 36:0! 0 0",
+            3 },
+        { "0 0.0 -0 ,0 00 1e999 0x10", "F|F|F|F|F|F|F", "0 0 -0 0 0 inf 16" },
+        { "0-0 +-0 0..0 0.,0", "F|F|F|F", "0 0 0 0", 3 },
+        // Words.
+        { "  //x, \"y\"\n\nz", "W|.|W|.|W|.|W|.", "<//x,> 7:0 <\"y\"> 11:1 <z> 13:2! <> 13:2!" },
+        // Lines.
+        { "  a b \r\n\tc\n\n  \nd", "L99|L99|L99|L99|.|L99|.|L99|.", "{a b } {} {c} {} 12:3 {} 15:4 {d} 16:4!" },
+        { "abcdef\ng", "L4|.|L4|L4|L2|.", "{abc} 3:0 {def} {} {g} 8:1" },
+        { "abc\n\n", "L4|.|L4|L4|.", "{abc} 3:0 {} {} 5:2" },
+        { "a\0b\nc"s, "L9|L9", "{a} {b}" },
+        { "\0b\nc"s, "L9|L9", "{} {c}" },
+        { " \t", "L9|.", "{} 2:0!" },
+        // Quoted strings.
+        { " 'a b' \"c\n\"x", "S'|.|S\"|T", "'a b' 6:0 'c\n' [x]" },
+        { "/ // one\n/ two\n 'x'", "S'|.", "'x' 19:2" },
+        { "/ 'x'", "S'", "'x'" },
+        { "ab 'x'", "S'|.|S'", "'' 1:0 ''", 2 },
+        { "'12345'6", "S'|T", "'12345' [6]" },
+        { "'open", "S'|.", "'open' 5:0!" },
+        { "// c", "S'|.", "'' 4:0!", 1 },
+        // Moving.
+        { "a bc // de\nbc f", "wbc|.|wbc|.|wbc|.", "found 4:0 found 13:1 none 13:1" },
+        { "a bc // de\nbc f", "T|wnone|.|Xnone|.|Xa|.", "[a] none 1:1 none 1:2 found 1:2" },
+        { "a bc // de\nbc f", "pde|.|qc|T|q//|T|pzz|p", "found 10:1 found [bc] found [f] none found" },
+        { "a\0b c"s, "qb|.|T|pb|T", "none 0:0 [a] none [b]" },
+        { "abc", "T|.|pc|.|Xabc|.|Xab|qab|.", "[abc] 2:0! found 3:0! found 2:0! none found 2:0!" },
+        { "one two", "Kone|Ktwo|Kx", "", 1 },
+        { "one two", "@4|T|@99|.|T|@0|.|T|.|Xone|@7|.", "[two] 7:0! [] 0:0! [] 1:0! found 7:0" },
+        { "0\n23\n5", "D1|.|D0|.", "\n23 4:1 0\n2 3:2" },
+        { std::string(300, 't') + " x " + std::string(300, '7'), "T|T|I|.",
+            "[" + std::string(259, 't') + "] [x] 2147483647 603:0!" },
+    };
+    for (Row_s const & row : dRows)
+    {
+        SCOPED_TRACE(row.sText + " -> " + row.sSteps);
+        Script_c File;
+        Serve("a.txt", row.sText);
+        ASSERT_TRUE(File.OpenFile("A.txt"));
+        EXPECT_STREQ(File.m_sName, "A.txt");
+        int const nEarlier = Dialogs.GetCount();
+        EXPECT_EQ(Drive(File, row.sSteps), row.sOutcome);
+        EXPECT_EQ(Dialogs.GetCount(), nEarlier) << "a file's mismatches are silent";
+        File.CloseFile();
+
+        // A block of exactly the text's size, so that an address check sees a read behind it.
+        std::vector<char> dText(row.sText.begin(), row.sText.end());
+        char * const pText = dText.empty() ? nullptr : dText.data();
+        int const nText = static_cast<int>(dText.size());
+        Script_c Memory;
+        FailedConditions([&] { Memory.OpenMemoryLocation(pText, nText); });
+        EXPECT_STREQ(Memory.m_sName, Va("Memory mapped: %p, size: %d", static_cast<void *>(pText), nText));
+        std::string sOutcome;
+        std::string sFailed = FailedConditions([&] { sOutcome = Drive(Memory, row.sSteps); });
+        EXPECT_EQ(sOutcome, row.sOutcome);
+        EXPECT_EQ(std::count(sFailed.begin(), sFailed.end(), '&') + !sFailed.empty(), row.nMismatches) << sFailed;
+    }
+}
+
+TEST_F(ScriptTest, HoldsAFilesCopyUntilItIsClosed)
+{
+    Serve("a.txt", "first");
+    Serve("b.txt", "second");
+    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
+    {
+        Script_c Script;
+        EXPECT_FALSE(Script.OpenFile("missing.txt"));
+        EXPECT_TRUE(Script.OpenFile("a.txt") && Script.OpenFile("b.txt"));
+        EXPECT_FALSE(Script.OpenFile((std::string(300, 'n') + ".txt").c_str()));
+        EXPECT_EQ(MemoryTotalAllocations(), nBefore + 1);
+        EXPECT_EQ(Drive(Script, "T|."), "[second] 5:0!") << "the text that was open stays";
+        Script.OpenMemoryLocation("block", 5);
+        EXPECT_EQ(Script.m_sName, std::string(259, 'n')) << "while a copy is held the name is not the block's";
+        Script.CloseFile();
+        EXPECT_EQ(Drive(Script, "T"), "[block]");
+        EXPECT_TRUE(Script.OpenFile("a.txt"));
+        Script.CloseFile();
+        EXPECT_EQ(Drive(Script, "T|pfirst|."), "[] none 0:0!");
+        EXPECT_EQ(MemoryTotalAllocations(), nBefore);
+    }
+    EXPECT_EQ(Log.GetText(), "");
+    auto pScript = std::make_unique<Script_c>();
+    EXPECT_TRUE(pScript->OpenFile("b.txt"));
+    char const * const pLeft = pScript->m_pData;
+    pScript.reset();
+    EXPECT_EQ(Log.GetText(), "WARNING: current script \"b.txt\" need called Script_c::CloseFile()\n");
+    EXPECT_STREQ(pLeft, "second") << "the copy stays, with its terminator";
+    delete[] pLeft;
+}
+
+TEST_F(ScriptTest, StatesWhatItRequires)
+{
+    char const * const dRows[][3] = {
+        { "S'|.|T", "nString < iMaxLength", "'12345' 7:0 [78']" },
+        { "L1|.", "iMaxLength >= 2", "{stale} 0:0" },
+        { "@3|@-1|.", "iPosition >= 0", "0:0" },
+        { "D7|.", "iEnd < m_iBytesTotal", "sta 0:0" },
+        { "D-1|.", "iStart >= 0", "sta 0:0" },
+        { "Kx", "m_pFileData", "" },
+    };
+    Script_c Script;
+    for (auto const & [szSteps, szConditions, szOutcome] : dRows)
+    {
+        Script.OpenMemoryLocation("'12345678'", 10);
+        std::string sOutcome;
+        EXPECT_EQ(FailedConditions([&, p = szSteps] { sOutcome = Drive(Script, p); }), szConditions) << szSteps;
+        EXPECT_EQ(sOutcome, szOutcome);
+    }
+    char c = 'c';
+    EXPECT_EQ(FailedConditions([&] { Script.GetDump(&c, 2, 2); }), "iEnd > iStart");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Script.OpenFile(nullptr)); }), "sFileName");
+    EXPECT_EQ(FailedConditions([&] { Script.OpenMemoryLocation(nullptr, -1); }), "pText & iLength >= 0");
+    EXPECT_EQ(Drive(Script, "T|I|F|W|pa|."), "[] 0 0 <> none 0:0!");
+    EXPECT_EQ(c, 'c');
+}

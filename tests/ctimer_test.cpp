@@ -1,0 +1,45 @@
+#include "zqcore/ctimer.h"
+
+#include "platform/clock.h"
+
+#include <gtest/gtest.h>
+
+TEST(Timer, PassedTimeGoesOnWithoutAJumpWhenTheClockChanges)
+{
+    double const tBefore = longTimeGetPassed();
+    Module_c::Register(ModuleTimer_c::Get());
+    ASSERT_TRUE(Module_c::InitializeAllModules());
+    double const tAfter = longTimeGetPassed();
+    Module_c::ShutdownAllModules();
+    EXPECT_TRUE(tBefore >= 0.0 && tAfter >= tBefore - 0.001 && tAfter < tBefore + 10.0);   // the coarse clock's period
+    double const tGood = static_cast<double>(plat::GoodClockTicks()) / static_cast<double>(plat::GoodClockFrequency());
+    EXPECT_NEAR(longTimeGet(), tGood, 1.0);   // the good clock stays behind the shutdown
+    Game_longTimeGet = [] { return -5.0; };
+    EXPECT_GE(longTimeGet(), 0.0);   // the game's clock is its own
+    Game_longTimeGet = longTimeGet;
+}
+
+TEST(Timer, WaitsSpinForTheTimeThatTheyReturn)
+{
+    EXPECT_TRUE(longTimeWait(0.0) == 0.0 && shortTimeWait(0) == 0);
+    double const tStart = longTimeGet();
+    EXPECT_EQ(longTimeWait(0.01), 0.01);
+    EXPECT_GE(longTimeGet(), tStart + 0.01);
+    std::int64_t const nStart = shortTimeGet();
+    EXPECT_EQ(shortTimeWait(100000), 100000);
+    EXPECT_GE(shortTimeGet() - nStart, 100000);
+}
+
+TEST(Timer, CyclesAreMeasuredOverOneSecondAndOnce)
+{
+    auto const Measure = []   // in a process of its own, where it is the first call
+    {
+        double const tStart = longTimeGet();
+        std::int64_t const nStart = shortTimeGet();
+        std::int64_t const nCycles = shortTimeGetSec();
+        bool const bMeasured =
+            longTimeGet() - tStart >= 0.99 && nCycles > 1000000 && nCycles <= shortTimeGet() - nStart;
+        std::exit(bMeasured && shortTimeGetSec() == nCycles ? 0 : 1);
+    };
+    EXPECT_EXIT(Measure(), testing::ExitedWithCode(0), "");
+}

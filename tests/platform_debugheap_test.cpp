@@ -1,0 +1,145 @@
+#include "platform/debugheap.h"
+
+#include "zqcore/cmemory.h"
+
+#include "tests/test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <sstream>
+
+namespace
+{
+    std::string At(void * p)
+    {
+        return (std::ostringstream() << p).str();
+    }
+
+    // What the hook saw and the walk met, kept without allocations.
+    struct Event_s
+    {
+        plat::HeapEvent_e eEvent;
+        std::size_t nBytes, nNewBytes;
+
+        bool operator==(Event_s const &) const = default;
+    };
+    Event_s g_dEvents[8];
+    std::size_t g_nEvents;
+    int g_dLines[3], g_nLines;   // the last place takes all further blocks
+    int g_nFailures;
+}
+
+TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
+{
+    HeapReports_c Reports;
+    for (std::size_t const nBytes :
+        { std::size_t{ 0 }, std::size_t{ 1 }, plat::HEAP_FILL_LIMIT, plat::HEAP_FILL_LIMIT + 1 })
+    {
+        auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(nBytes, 0x290004, "file.cpp", 12));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % alignof(std::max_align_t), 0u);
+        auto const nEnds = static_cast<std::ptrdiff_t>(nBytes <= plat::HEAP_FILL_LIMIT ? nBytes : plat::HEAP_FILL_ENDS);
+        EXPECT_EQ(std::count(p, p + nEnds, 0xCD), nEnds);
+        EXPECT_EQ(std::count(p + nBytes - nEnds, p + nBytes, 0xCD), nEnds);
+        EXPECT_EQ(std::count(p - 4, p, 0xFD) + std::count(p + nBytes, p + nBytes + 4, 0xFD), 8);
+        plat::HeapBlock_t Block;
+        ASSERT_TRUE(plat::HeapFindBlock(p, Block));
+        EXPECT_TRUE(Block.pUser == p && Block.nBytes == nBytes && Block.dwType == 0x290004 && Block.iLine == 12);
+        EXPECT_STREQ(Block.szFile, "file.cpp");
+        EXPECT_EQ(plat::HeapBlockSize(p), nBytes);
+        EXPECT_EQ(plat::HeapBlockType(p), 0x290004u);
+        plat::HeapFree(p);
+        EXPECT_FALSE(plat::HeapFindBlock(p, Block));
+    }
+    plat::HeapFree(nullptr);
+    EXPECT_EQ(Reports.Take(), "");
+}
+
+TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
+{
+    HeapReports_c Reports;
+    auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(10, 4, "file.cpp", 12));
+    p[-1] = 0;
+    plat::HeapFree(p);
+    EXPECT_EQ(plat::HeapRealloc(p, 20), nullptr);
+    std::string const sReport =
+        "The block at " + At(p) + " is damaged in front, or none of this heap's. It is not freed.\n";
+    EXPECT_EQ(Reports.Take(), sReport + sReport);
+    p[-1] = 0xFD;
+    p[10] = 0;
+    plat::HeapFree(p);
+    EXPECT_EQ(Reports.Take(), "Damage behind the block at " + At(p) + " of 10 bytes, taken at file.cpp(12).\n");
+    plat::HeapBlock_t Block;
+    EXPECT_FALSE(plat::HeapFindBlock(p, Block));
+}
+
+TEST(DebugHeap, EventsPassTheHookAndFailuresTheHandler)
+{
+    MemoryDone();   // the tracking gives way; until MemoryInit nothing else may use the heap
+    g_nEvents = 0;
+    g_nLines = g_nFailures = 0;
+    plat::HeapSetHook(
+        [](plat::HeapEvent_e eEvent, plat::HeapBlock_t const & Block, std::size_t nNewBytes) {
+            g_dEvents[g_nEvents++] = { eEvent, Block.nBytes, nNewBytes };
+        });
+    void * const pFirst = plat::HeapAlloc(10, 4, nullptr, 1);
+    std::memcpy(pFirst, "123456789", 10);
+    void * const pSecond = plat::HeapAlloc(20, 4, nullptr, 2);
+    plat::HeapWalk(
+        [](plat::HeapBlock_t const & Block, void *) { g_dLines[std::min(g_nLines++, 2)] = Block.iLine; }, nullptr);
+    void * const pMoved = plat::HeapRealloc(pFirst, 30);
+    bool const bMoved = std::memcmp(pMoved, "123456789", 10) == 0;
+    plat::HeapFree(pSecond);
+    plat::HeapFree(pMoved);
+    plat::HeapSetFailureHandler([](std::size_t nBytes) { return nBytes == SIZE_MAX && ++g_nFailures < 3; });
+    bool const bRefused = plat::HeapAlloc(SIZE_MAX, 4, nullptr, 0) == nullptr;
+    plat::HeapSetHook(nullptr);
+    MemoryInit();
+
+    using plat::HeapEvent_e;
+    std::vector<Event_s> const dExpected = { { HeapEvent_e::Alloc, 10, 10 }, { HeapEvent_e::Alloc, 20, 20 },
+        { HeapEvent_e::Realloc, 10, 30 }, { HeapEvent_e::Free, 20, 20 }, { HeapEvent_e::Free, 30, 30 } };
+    EXPECT_EQ(std::vector<Event_s>(g_dEvents, g_dEvents + g_nEvents), dExpected);
+    EXPECT_TRUE(g_dLines[0] == 2 && g_dLines[1] == 1);   // newest first
+    EXPECT_TRUE(bMoved && bRefused);
+    EXPECT_EQ(g_nFailures, 3);
+}
+
+TEST(Threads, RunLockAndWakeEachOther)
+{
+    static plat::Lock_c s_Lock(10);
+    static plat::WakeUp_c s_Go, s_Done;
+    static std::uint32_t s_iThread = 0;
+    static int s_nCount = 0;
+    static auto const s_Count = []
+    {
+        for (int i = 0; i < 10000; ++i)
+        {
+            plat::LockScope_c const Outer(s_Lock), Again(s_Lock);
+            ++s_nCount;
+        }
+    };
+    auto const Run = [](void *)
+    {
+        s_Go.Wait();
+        EXPECT_TRUE(plat::ThreadSetIdleClass());
+        s_iThread = plat::ThreadId();
+        s_Count();
+        s_Done.Signal();
+    };
+    plat::Thread_c Thread;
+    Thread.Join();
+    ASSERT_TRUE(Thread.Start(Run, nullptr) && Thread.IsStarted());
+    s_Go.Signal();
+    s_Count();
+    s_Done.Wait();
+    Thread.Join();
+    EXPECT_FALSE(Thread.IsStarted());
+    EXPECT_EQ(std::exchange(s_nCount, 0), 20000);
+    EXPECT_NE(s_iThread, plat::ThreadId());
+    s_Go.Signal();   // kept; two are one
+    s_Go.Signal();
+    s_Go.Wait();
+}

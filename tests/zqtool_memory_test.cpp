@@ -1,0 +1,117 @@
+#include "zqcore/cmemory.h"
+#include "zqcore/cmemoryreport.h"
+
+#include "tests/test_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sys/wait.h>
+
+namespace
+{
+    using testing::HasSubstr;
+
+    struct Result_s
+    {
+        int iStatus;
+        std::string sOutput;   // of both streams
+    };
+
+    Result_s RunTool(std::string const & sArguments)
+    {
+        Result_s Result;
+        std::FILE * const pPipe = ::popen((std::string(ZQTOOL_PATH) + " " + sArguments + " 2>&1").c_str(), "r");
+        char szPart[4096];
+        while (std::size_t const n = std::fread(szPart, 1, sizeof szPart, pPipe))
+        {
+            Result.sOutput.append(szPart, n);
+        }
+        int const iStatus = ::pclose(pPipe);
+        Result.iStatus = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+        return Result;
+    }
+
+    constexpr char TAIL[] = "; total\n1; 64 bytes; 25%\n0; 128 bytes; 0%\n0; 256 bytes; 0%\n0; 512 bytes; 0%\n\n";
+    std::string const REPORT = "Memory allocations\n60; GFX; a (1); x.cpp(12)\n600; AI; src/<b>.cpp(7)\n"
+                               "340; GFX; a (1); x.cpp(12)\n0; Core; src/<b>.cpp(7)\n\nTotal allocations\n4";
+}
+
+TEST(ZqtoolMemory, PrintsTheLargestFirst)
+{
+    TempFolder_c const Folder;
+    std::string const sFile = Folder.Write("allocations.csv", REPORT + TAIL);
+    Result_s const Result = RunTool("memory " + sFile + " --html " + Folder.Join("map.html"));
+    EXPECT_EQ(Result.iStatus, 0);
+    EXPECT_EQ(Result.sOutput, "         bytes  share     blocks  category\n"
+                              "           600  60.0%          1  AI\n"
+                              "           400  40.0%          2  GFX\n"
+                              "             0   0.0%          1  Core\n"
+                              "          1000 100.0%          4  total\n"
+                              "\n"
+                              "         bytes  share     blocks  source line\n"
+                              "           600  60.0%          2  src/<b>.cpp(7)\n"
+                              "           400  40.0%          2  a (1); x.cpp(12)\n"
+                              "          1000 100.0%          4  total\n");
+
+    std::string const sPage = Folder.Read("map.html");
+    EXPECT_THAT(sPage, testing::StartsWith("<!DOCTYPE html>"));
+    EXPECT_THAT(sPage, testing::EndsWith("</svg></body></html>\n"));
+    EXPECT_THAT(sPage, HasSubstr("<title>src/&lt;b&gt;.cpp(7)\n600 bytes in 1 blocks</title>"));
+    EXPECT_THAT(sPage, HasSubstr("<title>a (1); x.cpp(12)\n400 bytes in 2 blocks</title>"));
+    // The largest category lies at the left over the whole height: 60 of 100 parts of the width.
+    EXPECT_THAT(sPage, HasSubstr("<rect x='0.0' y='0.0' width='719.6' height='760.0' "));
+    EXPECT_EQ(sPage.find("http"), std::string::npos) << "the page needs nothing else";
+}
+
+TEST(ZqtoolMemory, ReadsWhatTheLibraryWrites)
+{
+    TempFolder_c const Folder;
+    CurrentFolderScope_c const Current(Folder.GetPath());
+    MemCategoryScope_c const Scope(mem::ScaleForm);
+    char * const p = ZQ_NEW char[70000];
+    MemoryLogAllocations();
+    Result_s const Result = RunTool("memory allocations.csv");
+    delete[] p;
+    EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
+    std::size_t const nBlock = 70000 + 15 + 2 * sizeof(void *);
+    EXPECT_THAT(Result.sOutput, testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  ScaleForm"));
+    EXPECT_THAT(Result.sOutput,
+        testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  .*zqtool_memory_test.cpp\\([0-9]+\\)"));
+}
+
+TEST(ZqtoolMemory, TellsWhatIsWrongAndReadsTheRest)
+{
+    TempFolder_c const Folder;
+    struct Row_s
+    {
+        char const * szWhat;
+        std::string sReport, sExpected;
+    };
+    std::string const sHead = "Memory allocations\n";
+    std::string const sBlock = "60; GFX; x.cpp(12)\n";
+    for (Row_s const & Row : { Row_s{ "empty", "", "(1): not a report of allocations" },
+             { "foreign", "a;b\n", "(1): not a report of allocations" },
+             { "cut short", sHead + sBlock, "(3): the report breaks off" },
+             { "blocks are missing", REPORT + "0" + TAIL, "(8): the report says 40 blocks, but lists 4" },
+             { "bad size", sHead + sBlock + "6x; GFX; y.cpp(1)\n", "(3): not a block: 6x; GFX; y.cpp(1)" },
+             { "negative", sHead + sBlock + "-6; GFX; y.cpp(1)\n", "(3): not a block: " },
+             { "too large", sHead + "99999999999999999999; GFX; y.cpp(1)\n" + sBlock, "(2): not a block: " },
+             { "no source", sHead + "5; GFX\r\n" + sBlock, "(2): not a block: 5; GFX\n" } })
+    {
+        Result_s const Result = RunTool("memory " + Folder.Write("bad.csv", Row.sReport));
+        EXPECT_EQ(Result.iStatus, 1) << Row.szWhat;
+        EXPECT_THAT(Result.sOutput, HasSubstr("bad.csv" + Row.sExpected)) << Row.szWhat;
+        EXPECT_EQ(Result.sOutput.find("60 100.0%") != std::string::npos, Row.sReport.find(sBlock) != std::string::npos);
+    }
+    EXPECT_EQ(RunTool("memory " + Folder.Join("absent.csv")).iStatus, 1);
+    std::string const sFile = Folder.Write("good.csv", REPORT + TAIL);
+    EXPECT_EQ(RunTool("memory " + sFile + " --html " + Folder.Join("no/such.html")).iStatus, 1);
+    for (char const * szArguments : { "", "nothing", "memory", "memory a b", "memory a --html" })
+    {
+        Result_s const Result = RunTool(szArguments);
+        EXPECT_EQ(Result.iStatus, 2) << szArguments;
+        EXPECT_THAT(Result.sOutput, HasSubstr("zqtool memory ALLOCATIONS.CSV [--html OUT]"));
+    }
+}

@@ -1,0 +1,116 @@
+#include "tools/zqtool/allocationreport.h"
+
+#include <charconv>
+#include <istream>
+#include <string_view>
+
+namespace
+{
+    constexpr char SEPARATOR[] = "; ";
+
+    // Takes what stands in front of the separator out of the text; false if there is none.
+    bool TakeField(std::string_view & sText, std::string_view & sField)
+    {
+        std::size_t const iEnd = sText.find(SEPARATOR);
+        if (iEnd == std::string_view::npos)
+        {
+            return false;
+        }
+        sField = sText.substr(0, iEnd);
+        sText.remove_prefix(iEnd + sizeof SEPARATOR - 1);
+        return true;
+    }
+
+    bool ReadNumber(std::string_view sText, std::uint64_t & nNumber)
+    {
+        auto const [pEnd, eError] = std::from_chars(sText.data(), sText.data() + sText.size(), nNumber);
+        return eError == std::errc() && pEnd == sText.data() + sText.size();
+    }
+
+    // "size; category; file(line)"; the file's name may hold anything.
+    bool ReadBlock(std::string_view sLine, AllocationReport_t & Report)
+    {
+        std::string_view sSize, sCategory;
+        std::uint64_t nBytes = 0;
+        if (!TakeField(sLine, sSize) || !TakeField(sLine, sCategory) || !ReadNumber(sSize, nBytes) || sCategory.empty()
+            || !sLine.ends_with(')') || sLine.find('(') == std::string_view::npos)
+        {
+            return false;
+        }
+        Report.dCategories[std::string(sCategory)][std::string(sLine)].Add({ 1, nBytes });
+        return true;
+    }
+
+    // A line without its end, whichever the writer's system has.
+    bool ReadLine(std::istream & Stream, std::string & sLine)
+    {
+        bool const bRead = static_cast<bool>(std::getline(Stream, sLine));
+        if (bRead && sLine.ends_with('\r'))
+        {
+            sLine.pop_back();
+        }
+        return bRead;
+    }
+
+    // "count; total", the line that says how many blocks the report should hold.
+    bool ReadTotal(std::istream & Stream, std::uint64_t & nBlocks)
+    {
+        std::string sTitle, sLine;
+        if (!ReadLine(Stream, sTitle) || sTitle != "Total allocations" || !ReadLine(Stream, sLine))
+        {
+            return false;
+        }
+        std::string_view sRest = sLine, sCount;
+        return TakeField(sRest, sCount) && sRest == "total" && ReadNumber(sCount, nBlocks);
+    }
+}
+
+Holding_t AllocationReport_t::Total() const
+{
+    Holding_t Sum;
+    for (auto const & [sCategory, dLines] : dCategories)
+    {
+        for (auto const & [sLine, Holding] : dLines)
+        {
+            Sum.Add(Holding);
+        }
+    }
+    return Sum;
+}
+
+bool ReadAllocationReport(std::istream & Stream, AllocationReport_t & Report,
+    std::function<void(int iLine, std::string const & sText)> const & fnComplain)
+{
+    bool bSound = true;
+    auto const Complain = [&](int iLine, std::string const & sText)
+    {
+        fnComplain(iLine, sText);
+        bSound = false;
+    };
+    std::string sLine;
+    if (!ReadLine(Stream, sLine) || sLine != "Memory allocations")
+    {
+        Complain(1, "not a report of allocations");
+        return false;
+    }
+    int iLine = 1;
+    while (ReadLine(Stream, sLine) && !sLine.empty())
+    {
+        ++iLine;
+        if (!ReadBlock(sLine, Report))
+        {
+            Complain(iLine, "not a block: " + sLine);
+        }
+    }
+    std::uint64_t nTotal = 0;
+    if (!ReadTotal(Stream, nTotal))
+    {
+        Complain(iLine + 1, "the report breaks off");
+    }
+    else if (nTotal != Report.Total().nBlocks)
+    {
+        Complain(iLine + 3, "the report says " + std::to_string(nTotal) + " blocks, but lists "
+                                + std::to_string(Report.Total().nBlocks));
+    }
+    return bSound;
+}

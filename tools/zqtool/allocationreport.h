@@ -1,0 +1,33 @@
+// allocationreport.h: reads allocations.csv, the snapshot of live blocks that MemoryLogAllocations writes.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <string>
+
+/// Blocks and bytes of a group of blocks.
+struct Holding_t
+{
+    std::uint64_t nBlocks = 0;
+    std::uint64_t nBytes = 0;
+
+    void Add(Holding_t const & Other)
+    {
+        nBlocks += Other.nBlocks;
+        nBytes += Other.nBytes;
+    }
+};
+
+struct AllocationReport_t
+{
+    std::map<std::string, std::map<std::string, Holding_t>> dCategories;   // by category, then by "file(line)"
+
+    Holding_t Total() const;
+};
+
+/// Reads a report. What is wrong with it is told to fnComplain with the line's number, and the rest is read all the same;
+/// false if anything was wrong.
+bool ReadAllocationReport(std::istream & Stream, AllocationReport_t & Report,
+    std::function<void(int iLine, std::string const & sText)> const & fnComplain);

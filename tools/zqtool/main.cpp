@@ -1,0 +1,35 @@
+// zqtool: looks at the files that the library writes.
+#include "tools/zqtool/command.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+    constexpr Command_t COMMANDS[] = {
+        { "memory", "ALLOCATIONS.CSV [--html OUT]", "live memory by category and by source line", RunMemory },
+    };
+
+    int Usage()
+    {
+        std::fputs("usage:\n", stderr);
+        for (Command_t const & Command : COMMANDS)
+        {
+            std::fprintf(stderr, "  zqtool %s %s\n      %s\n", Command.szName, Command.szUsage, Command.szPurpose);
+        }
+        return EXIT_USAGE;
+    }
+}
+
+int main(int argc, char ** argv)
+{
+    for (Command_t const & Command : COMMANDS)
+    {
+        if (argc > 1 && std::strcmp(argv[1], Command.szName) == 0)
+        {
+            int const iStatus = Command.fnRun(Arguments_t(argv + 2, argv + argc));
+            return iStatus == EXIT_USAGE ? Usage() : iStatus;
+        }
+    }
+    return Usage();
+}

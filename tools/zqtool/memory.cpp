@@ -1,0 +1,135 @@
+// zqtool memory: live memory by category and by source line, out of a report of MemoryLogAllocations.
+#include "tools/zqtool/allocationreport.h"
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/treemap.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+
+namespace
+{
+    using Row_t = std::pair<std::string, Holding_t>;
+
+    // Largest first; equal ones by name.
+    void SortRows(std::vector<Row_t> & dRows)
+    {
+        std::sort(dRows.begin(), dRows.end(),
+            [](Row_t const & A, Row_t const & B)
+            { return A.second.nBytes != B.second.nBytes ? A.second.nBytes > B.second.nBytes : A.first < B.first; });
+    }
+
+    Holding_t SumOf(std::map<std::string, Holding_t> const & dLines)
+    {
+        Holding_t Sum;
+        for (auto const & [sLine, Holding] : dLines)
+        {
+            Sum.Add(Holding);
+        }
+        return Sum;
+    }
+
+    std::vector<Row_t> ByCategory(AllocationReport_t const & Report)
+    {
+        std::vector<Row_t> dRows;
+        for (auto const & [sCategory, dLines] : Report.dCategories)
+        {
+            dRows.emplace_back(sCategory, SumOf(dLines));
+        }
+        SortRows(dRows);
+        return dRows;
+    }
+
+    std::vector<Row_t> ByLine(AllocationReport_t const & Report)
+    {
+        std::map<std::string, Holding_t> dSums;
+        for (auto const & [sCategory, dLines] : Report.dCategories)
+        {
+            for (auto const & [sLine, Holding] : dLines)
+            {
+                dSums[sLine].Add(Holding);
+            }
+        }
+        std::vector<Row_t> dRows(dSums.begin(), dSums.end());
+        SortRows(dRows);
+        return dRows;
+    }
+
+    unsigned long long Wide(std::uint64_t n)
+    {
+        return n;
+    }
+
+    void PrintRow(Holding_t const & Holding, std::uint64_t nTotal, std::string const & sName)
+    {
+        double const fPercent =
+            nTotal ? 100.0 * static_cast<double>(Holding.nBytes) / static_cast<double>(nTotal) : 0.0;
+        std::printf(
+            "%14llu %5.1f%% %10llu  %s\n", Wide(Holding.nBytes), fPercent, Wide(Holding.nBlocks), sName.c_str());
+    }
+
+    void PrintTable(char const * szColumn, std::vector<Row_t> const & dRows, Holding_t const & Total)
+    {
+        std::printf("%14s %6s %10s  %s\n", "bytes", "share", "blocks", szColumn);
+        for (auto const & [sName, Holding] : dRows)
+        {
+            PrintRow(Holding, Total.nBytes, sName);
+        }
+        PrintRow(Total, Total.nBytes, "total");
+    }
+
+    TreemapPart_t PartOf(Row_t const & Row)
+    {
+        auto const & [sName, Holding] = Row;
+        return { sName, std::to_string(Holding.nBytes) + " bytes in " + std::to_string(Holding.nBlocks) + " blocks",
+            Holding.nBytes };
+    }
+
+    bool WritePage(std::string const & sFile, AllocationReport_t const & Report)
+    {
+        std::vector<TreemapGroup_t> dGroups;
+        for (Row_t const & Category : ByCategory(Report))
+        {
+            auto const & dLines = Report.dCategories.at(Category.first);
+            std::vector<Row_t> dRows(dLines.begin(), dLines.end());
+            SortRows(dRows);
+            TreemapGroup_t & Group = dGroups.emplace_back();
+            Group.Whole = PartOf(Category);
+            std::transform(dRows.begin(), dRows.end(), std::back_inserter(Group.dParts), PartOf);
+        }
+        std::ofstream Stream(sFile, std::ios::binary);
+        Stream << TreemapPage("Live memory: " + PartOf({ "", Report.Total() }).sNote, dGroups);
+        Stream.close();
+        return static_cast<bool>(Stream);
+    }
+}
+
+int RunMemory(Arguments_t const & dArguments)
+{
+    bool const bPage = dArguments.size() == 3 && dArguments[1] == "--html";
+    if (dArguments.size() != 1 && !bPage)
+    {
+        return EXIT_USAGE;
+    }
+    std::string const & sFile = dArguments[0];
+    std::ifstream Stream(sFile, std::ios::binary);
+    if (!Stream)
+    {
+        std::fprintf(stderr, "zqtool: can't open %s\n", sFile.c_str());
+        return 1;
+    }
+    AllocationReport_t Report;
+    bool bSound = ReadAllocationReport(Stream, Report,
+        [&](int iLine, std::string const & sText)
+        { std::fprintf(stderr, "%s(%i): %s\n", sFile.c_str(), iLine, sText.c_str()); });
+    Holding_t const Total = Report.Total();
+    PrintTable("category", ByCategory(Report), Total);
+    std::puts("");
+    PrintTable("source line", ByLine(Report), Total);
+    if (bPage && !WritePage(dArguments[2], Report))
+    {
+        std::fprintf(stderr, "zqtool: can't write %s\n", dArguments[2].c_str());
+        bSound = false;
+    }
+    return bSound ? 0 : 1;
+}

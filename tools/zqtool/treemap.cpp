@@ -1,0 +1,184 @@
+// Squarified treemaps after Bruls, Huizing and van Wijk, "Squarified Treemaps" (2000).
+#include "tools/zqtool/treemap.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace
+{
+    constexpr double WIDTH = 1200, HEIGHT = 760;
+    constexpr double HEAD = 16;      // height of a group's title
+    constexpr double LETTER = 6.5;   // width of a letter, by guess
+    constexpr double MIN_TEXT_WIDTH = 40, MIN_TEXT_HEIGHT = 14;
+
+    struct Area_s
+    {
+        double x, y, fWidth, fHeight;
+    };
+
+    double Sum(std::vector<double> const & dSizes, std::size_t iFrom, std::size_t iTo)
+    {
+        double fSum = 0;
+        for (std::size_t i = iFrom; i < iTo; ++i)
+        {
+            fSum += dSizes[i];
+        }
+        return fSum;
+    }
+
+    // The longest side by the shortest of the worst part if the parts iFrom..iTo share a row along fSide.
+    double WorstRatio(std::vector<double> const & dSizes, std::size_t iFrom, std::size_t iTo, double fSide)
+    {
+        double const fThickness = Sum(dSizes, iFrom, iTo) / fSide;
+        double fWorst = 1;
+        for (std::size_t i = iFrom; i < iTo; ++i)
+        {
+            double const fLength = dSizes[i] / fThickness;
+            fWorst = std::max({ fWorst, fLength / fThickness, fThickness / fLength });
+        }
+        return fWorst;
+    }
+
+    // Divides an area among sizes, which come largest first and are above 0.
+    std::vector<Area_s> Divide(Area_s Rest, std::vector<double> dSizes)
+    {
+        double const fScale = Rest.fWidth * Rest.fHeight / std::max(Sum(dSizes, 0, dSizes.size()), 1e-9);
+        for (double & fSize : dSizes)
+        {
+            fSize *= fScale;
+        }
+        std::vector<Area_s> dAreas;
+        for (std::size_t iFrom = 0; iFrom < dSizes.size();)
+        {
+            bool const bColumn = Rest.fWidth >= Rest.fHeight;   // the row stands upright at the left
+            double const fSide = std::max(bColumn ? Rest.fHeight : Rest.fWidth, 1e-9);
+            std::size_t iTo = iFrom + 1;
+            while (iTo < dSizes.size()
+                   && WorstRatio(dSizes, iFrom, iTo + 1, fSide) <= WorstRatio(dSizes, iFrom, iTo, fSide))
+            {
+                ++iTo;
+            }
+            double const fThickness = Sum(dSizes, iFrom, iTo) / fSide;
+            double fOffset = 0;
+            for (; iFrom < iTo; ++iFrom)
+            {
+                double const fLength = dSizes[iFrom] / std::max(fThickness, 1e-9);
+                dAreas.push_back(bColumn ? Area_s{ Rest.x, Rest.y + fOffset, fThickness, fLength }
+                                         : Area_s{ Rest.x + fOffset, Rest.y, fLength, fThickness });
+                fOffset += fLength;
+            }
+            (bColumn ? Rest.x : Rest.y) += fThickness;
+            double & fLeft = bColumn ? Rest.fWidth : Rest.fHeight;
+            fLeft = std::max(fLeft - fThickness, 0.0);
+        }
+        return dAreas;
+    }
+
+    std::string Escaped(std::string const & sText)
+    {
+        std::string sOut;
+        for (char const c : sText)
+        {
+            switch (c)
+            {
+            case '&':
+                sOut += "&amp;";
+                break;
+            case '<':
+                sOut += "&lt;";
+                break;
+            case '>':
+                sOut += "&gt;";
+                break;
+            case '"':
+                sOut += "&quot;";
+                break;
+            default:
+                sOut += c;
+            }
+        }
+        return sOut;
+    }
+
+    // The end of a text that fits the width: the end of a source line tells most.
+    std::string Fitting(std::string const & sText, double fWidth)
+    {
+        auto const nLetters = static_cast<std::size_t>(std::max(fWidth / LETTER, 1.0));
+        if (sText.size() <= nLetters)
+        {
+            return sText;
+        }
+        std::size_t iStart = sText.size() - nLetters;
+        while (iStart < sText.size() && (static_cast<unsigned char>(sText[iStart]) & 0xC0) == 0x80)
+        {
+            ++iStart;   // not into the middle of a UTF-8 letter
+        }
+        return sText.substr(iStart);
+    }
+
+    void AppendText(std::string & sPage, Area_s const & Area, std::string const & sText)
+    {
+        if (Area.fWidth >= MIN_TEXT_WIDTH && Area.fHeight >= MIN_TEXT_HEIGHT)
+        {
+            char szPlace[64];
+            std::snprintf(szPlace, sizeof szPlace, "<text x='%.1f' y='%.1f'>", Area.x + 3, Area.y + 12);
+            sPage += szPlace + Escaped(Fitting(sText, Area.fWidth - 6)) + "</text>";
+        }
+    }
+
+    void AppendArea(std::string & sPage, Area_s const & Area, std::string const & sFill, TreemapPart_t const & Part)
+    {
+        char szPlace[160];
+        std::snprintf(szPlace, sizeof szPlace, "<g><rect x='%.1f' y='%.1f' width='%.1f' height='%.1f' fill='", Area.x,
+            Area.y, Area.fWidth, Area.fHeight);
+        sPage += szPlace + sFill + "'/><title>" + Escaped(Part.sName + "\n" + Part.sNote) + "</title>";
+        AppendText(sPage, Area, Part.sName);
+        sPage += "</g>\n";
+    }
+
+    std::vector<double> SizesOf(std::vector<TreemapPart_t> const & dParts)
+    {
+        std::vector<double> dSizes;
+        for (TreemapPart_t const & Part : dParts)
+        {
+            dSizes.push_back(std::max(static_cast<double>(Part.nSize), 0.5));   // an empty part stays to be seen
+        }
+        return dSizes;
+    }
+
+    void AppendGroup(std::string & sPage, Area_s const & Area, int iHue, TreemapGroup_t const & Group)
+    {
+        std::string const sHue = "hsl(" + std::to_string(iHue);
+        AppendArea(sPage, Area, sHue + ",35%,78%)", Group.Whole);
+        double const fHead = std::min(HEAD, Area.fHeight / 2);
+        Area_s const Inner = { Area.x + 1, Area.y + fHead, std::max(Area.fWidth - 2, 0.0),
+            std::max(Area.fHeight - fHead - 1, 0.0) };
+        std::vector<Area_s> const dAreas = Divide(Inner, SizesOf(Group.dParts));
+        for (std::size_t i = 0; i < dAreas.size(); ++i)
+        {
+            AppendArea(sPage, dAreas[i], sHue + ",55%,88%)", Group.dParts[i]);
+        }
+    }
+}
+
+std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> const & dGroups)
+{
+    constexpr int HUE_STEP = 137;   // neighbours get distant colours
+    std::string sPage =
+        "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>" + Escaped(sTitle)
+        + "</title>\n<style>body{font:14px sans-serif;margin:12px}svg{width:100%;height:auto}"
+          "text{font-size:11px;pointer-events:none}rect{stroke:#fff;stroke-width:1}g:hover>rect{stroke:#000}</style>"
+          "</head>\n<body><h1>"
+        + Escaped(sTitle) + "</h1>\n<svg viewBox='0 0 1200 760'>\n";
+    std::vector<TreemapPart_t> dWholes;
+    for (TreemapGroup_t const & Group : dGroups)
+    {
+        dWholes.push_back(Group.Whole);
+    }
+    std::vector<Area_s> const dAreas = Divide({ 0, 0, WIDTH, HEIGHT }, SizesOf(dWholes));
+    for (std::size_t i = 0; i < dAreas.size(); ++i)
+    {
+        AppendGroup(sPage, dAreas[i], static_cast<int>(i) * HUE_STEP % 360, dGroups[i]);
+    }
+    return sPage + "</svg></body></html>\n";
+}

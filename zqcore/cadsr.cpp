@@ -1,0 +1,119 @@
+#include "zqcore/cadsr.h"
+
+#include <algorithm>
+
+namespace
+{
+    // The level at time t of the line from level a at time s to level b at time e.
+    float Ramp(float a, float b, float s, float e, float t)
+    {
+        float const d = e - s;
+        if (d == 0.0f)
+        {
+            return t < s ? a : b;
+        }
+        float const fLevel = a + (b - a) * (t - s) / d;
+        return std::max(std::min(a, b), std::min(fLevel, std::max(a, b)));
+    }
+}
+
+void ADSR_c::Copy(ADSR_c const & Other)
+{
+    fAttackLevel = Other.fAttackLevel;
+    fSustainLevel = Other.fSustainLevel;
+    tAttackEnd = Other.tAttackEnd;
+    tDecayEnd = Other.tDecayEnd;
+    tSustainEnd = Other.tSustainEnd;
+    tReleaseEnd = Other.tReleaseEnd;
+    tTime = Other.tTime;
+}
+
+void ADSR_c::SetLevels(float fAttack, float fSustain)
+{
+    fAttackLevel = fAttack;
+    fSustainLevel = fSustain;
+}
+
+void ADSR_c::SetTimeIntervals(double tAttack, double tDecay, double tSustain, double tRelease)
+{
+    tAttackEnd = tAttack;
+    tDecayEnd = tAttackEnd + tDecay;
+    tSustainEnd = tDecayEnd + tSustain;
+    tReleaseEnd = tSustainEnd + tRelease;
+}
+
+bool ADSR_c::SetAttack(double tLength)
+{
+    double const tAttack = tLength - GetDecay() - GetSustain() - GetRelease();
+    if (!(tAttack >= 0.0))
+    {
+        return false;
+    }
+    SetTimeIntervals(tAttack, GetDecay(), GetSustain(), GetRelease());
+    return true;
+}
+
+bool ADSR_c::SetDecay(double tLength)
+{
+    double const tDecay = tLength - GetAttack() - GetSustain() - GetRelease();
+    if (!(tDecay >= 0.0))
+    {
+        return false;
+    }
+    SetTimeIntervals(GetAttack(), tDecay, GetSustain(), GetRelease());
+    return true;
+}
+
+bool ADSR_c::SetSustain(double tLength)
+{
+    double const tSustain = tLength - GetAttack() - GetDecay() - GetRelease();
+    if (!(tSustain >= 0.0))
+    {
+        return false;
+    }
+    SetTimeIntervals(GetAttack(), GetDecay(), tSustain, GetRelease());
+    return true;
+}
+
+bool ADSR_c::SetRelease(double tLength)
+{
+    double const tRelease = tLength - GetAttack() - GetDecay() - GetSustain();
+    if (!(tRelease >= 0.0))
+    {
+        return false;
+    }
+    SetTimeIntervals(GetAttack(), GetDecay(), GetSustain(), tRelease);
+    return true;
+}
+
+ADSR_Phase_e ADSR_c::GetPhase() const
+{
+    if (tTime < 0.0 || tTime >= tReleaseEnd)
+    {
+        return ADSR_PHASE_NONE;
+    }
+    return tTime < tAttackEnd    ? ADSR_PHASE_ATTACK
+           : tTime < tDecayEnd   ? ADSR_PHASE_DECAY
+           : tTime < tSustainEnd ? ADSR_PHASE_SUSTAIN
+                                 : ADSR_PHASE_RELEASE;
+}
+
+float ADSR_c::Get() const
+{
+    float const t = static_cast<float>(tTime);
+    float const fAttackEnd = static_cast<float>(tAttackEnd);
+    float const fDecayEnd = static_cast<float>(tDecayEnd);
+    switch (GetPhase())
+    {
+    case ADSR_PHASE_ATTACK:
+        return Ramp(0.0f, fAttackLevel, 0.0f, fAttackEnd, t);
+    case ADSR_PHASE_DECAY:
+        return Ramp(fAttackLevel, fSustainLevel, fAttackEnd, fDecayEnd, t);
+    case ADSR_PHASE_SUSTAIN:
+        return fSustainLevel;
+    case ADSR_PHASE_RELEASE:
+        return Ramp(fSustainLevel, 0.0f, static_cast<float>(tSustainEnd), static_cast<float>(tReleaseEnd), t);
+    default:
+        return 0.0f;
+    }
+}

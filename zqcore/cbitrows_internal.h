@@ -1,0 +1,149 @@
+// cbitrows_internal.h: work on runs of bytes by whole words. Runs may be the same, but not overlap otherwise.
+#pragma once
+
+#include "zqcore/cconfig.h"
+
+#include "platform/words.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace bits
+{
+    /// Bytes of a step: four vector registers.
+    inline constexpr std::size_t STEP = 4 * sizeof(plat::Words_t);
+
+    template <typename T>
+    T Load(unsigned char const * pBytes)
+    {
+        T Value;
+        std::memcpy(&Value, pBytes, sizeof(T));
+        return Value;
+    }
+
+    /// pTo[i] = fnCombine(pTo[i], pFrom[i]) over nBytes, bit by bit: fnCombine takes words and vectors of them.
+    template <typename COMBINE>
+    void Combine(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes, COMBINE fnCombine)
+    {
+        std::size_t i = 0;
+        for (; i + STEP <= nBytes; i += STEP)
+        {
+            plat::Words_t const First = fnCombine(plat::WordsLoad(pTo + i), plat::WordsLoad(pFrom + i));
+            plat::Words_t const Second = fnCombine(plat::WordsLoad(pTo + i + 16), plat::WordsLoad(pFrom + i + 16));
+            plat::Words_t const Third = fnCombine(plat::WordsLoad(pTo + i + 32), plat::WordsLoad(pFrom + i + 32));
+            plat::Words_t const Fourth = fnCombine(plat::WordsLoad(pTo + i + 48), plat::WordsLoad(pFrom + i + 48));
+            plat::WordsStore(pTo + i, First);
+            plat::WordsStore(pTo + i + 16, Second);
+            plat::WordsStore(pTo + i + 32, Third);
+            plat::WordsStore(pTo + i + 48, Fourth);
+        }
+        for (; i + sizeof(std::uint64_t) <= nBytes; i += sizeof(std::uint64_t))
+        {
+            std::uint64_t const nWord = fnCombine(Load<std::uint64_t>(pTo + i), Load<std::uint64_t>(pFrom + i));
+            std::memcpy(pTo + i, &nWord, sizeof(nWord));
+        }
+        for (; i < nBytes; ++i)
+        {
+            pTo[i] = static_cast<unsigned char>(fnCombine(pTo[i], pFrom[i]));
+        }
+    }
+
+    inline void Or(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes)
+    {
+        Combine(pTo, pFrom, nBytes, [](auto A, auto B) { return A | B; });
+    }
+
+    inline void Xor(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes)
+    {
+        Combine(pTo, pFrom, nBytes, [](auto A, auto B) { return A ^ B; });
+    }
+
+    inline void And(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes)
+    {
+        Combine(pTo, pFrom, nBytes, [](auto A, auto B) { return A & B; });
+    }
+
+    inline void AndNot(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes)
+    {
+        Combine(pTo, pFrom, nBytes, [](auto A, auto B) { return A & ~B; });
+    }
+
+    inline void Not(unsigned char * pTo, std::size_t nBytes)
+    {
+        Combine(pTo, pTo, nBytes, [](auto A, auto) { return ~A; });
+    }
+
+    /// The first byte for which fnWord(i, zero of the wanted width) is not 0, where it takes bytes, words and vectors at
+    /// once; nBytes if there is none.
+    template <typename WORD>
+    std::size_t FindByte(std::size_t nBytes, WORD fnWord)
+    {
+        std::size_t i = 0;
+        plat::Words_t const None = {};
+        for (; i + STEP <= nBytes; i += STEP)
+        {
+            if (plat::WordsAny(fnWord(i, None) | fnWord(i + 16, None) | fnWord(i + 32, None) | fnWord(i + 48, None)))
+            {
+                break;
+            }
+        }
+        for (; i + sizeof(std::uint64_t) <= nBytes && fnWord(i, std::uint64_t{}) == 0; i += sizeof(std::uint64_t))
+        {}
+        for (; i < nBytes && fnWord(i, static_cast<unsigned char>(0)) == 0; ++i)
+        {}
+        return i;
+    }
+
+    /// The first byte that is not bSkip, which is 0 or 0xFF; nBytes if there is none.
+    inline std::size_t FindOther(unsigned char const * pBytes, std::size_t nBytes, unsigned char bSkip)
+    {
+        return FindByte(nBytes,
+            [=](std::size_t i, auto Zero)
+            {
+                using Word_t = decltype(Zero);
+                Word_t const Skip = bSkip != 0 ? static_cast<Word_t>(~Zero) : Zero;
+                return static_cast<Word_t>(Load<Word_t>(pBytes + i) ^ Skip);
+            });
+    }
+
+    inline bool IsZero(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        return FindOther(pBytes, nBytes, 0) == nBytes;
+    }
+
+    /// Whether some bit is set in both.
+    inline bool Meet(unsigned char const * pA, unsigned char const * pB, std::size_t nBytes)
+    {
+        std::size_t const iFound = FindByte(nBytes,
+            [=](std::size_t i, auto Zero)
+            {
+                using Word_t = decltype(Zero);
+                return static_cast<Word_t>(Load<Word_t>(pA + i) & Load<Word_t>(pB + i));
+            });
+        return iFound < nBytes;
+    }
+
+    /// Whether the runs agree and what one has beyond the other is zero.
+    inline bool Equal(unsigned char const * pA, std::size_t nA, unsigned char const * pB, std::size_t nB)
+    {
+        std::size_t const nCommon = std::min(nA, nB);
+        return (nCommon == 0 || std::memcmp(pA, pB, nCommon) == 0) && IsZero(pA + nCommon, nA - nCommon)
+               && IsZero(pB + nCommon, nB - nCommon);
+    }
+
+    /// Takes over pFrom, or what is in both, and clears what lies beyond it.
+    inline void CopyAndClear(unsigned char * pTo, std::size_t nTo, unsigned char const * pFrom, std::size_t nFrom)
+    {
+        std::size_t const nCommon = std::min(nTo, nFrom);
+        std::copy_n(pFrom, nCommon, pTo);
+        std::fill_n(pTo + nCommon, nTo - nCommon, static_cast<unsigned char>(0));
+    }
+
+    inline void AndAndClear(unsigned char * pTo, std::size_t nTo, unsigned char const * pFrom, std::size_t nFrom)
+    {
+        std::size_t const nCommon = std::min(nTo, nFrom);
+        And(pTo, pFrom, nCommon);
+        std::fill_n(pTo + nCommon, nTo - nCommon, static_cast<unsigned char>(0));
+    }
+}

@@ -1,0 +1,244 @@
+#include "zqcore/ccom.h"
+
+#include "zqcore/cdebug.h"
+#include "zqcore/clog.h"
+
+#include "platform/checker.h"
+#include "platform/memory.h"
+
+#include <bit>
+#include <cinttypes>
+
+namespace
+{
+    // The notes. A free note that was never used is all zeros, and the next free one is its neighbour; so the chain over
+    // all of them is there at load without a page being touched. Its end is the address behind the last note.
+    constinit ComDebug_t g_dNotes[COM_REFERENCES] = {};
+    constexpr ComDebug_t * NOTES_END = g_dNotes + COM_REFERENCES;
+
+    ComDebug_t * NextFree(ComDebug_t * pNote)
+    {
+        return pNote->pNext ? pNote->pNext : pNote + 1;
+    }
+
+    // How many references with a note the objects that begin on a page hold. Such a page is there to be read, which
+    // Release wants to know of a pointer without asking the system.
+    class HeldPages_c
+    {
+    public:
+        static std::uintptr_t PageOf(void const * pObject)
+        {
+            return reinterpret_cast<std::uintptr_t>(pObject) / plat::MEMORY_PAGE;
+        }
+
+        bool IsHeld(void const * pObject) const { return m_dSlots[SlotOf(PageOf(pObject))].nReferences != 0; }
+
+        void Add(void const * pObject)
+        {
+            std::uintptr_t const iPage = PageOf(pObject);
+            Slot_s & Slot = m_dSlots[SlotOf(iPage)];
+            Slot.iPage = iPage;
+            ++Slot.nReferences;
+        }
+
+        void Remove(void const * pObject)
+        {
+            std::uint32_t const iSlot = SlotOf(PageOf(pObject));
+            if (--m_dSlots[iSlot].nReferences == 0)
+            {
+                Close(iSlot);
+            }
+        }
+
+    private:
+        static constexpr int SLOT_BITS = 18;
+        static constexpr std::uint32_t SLOTS = 1u << SLOT_BITS;   // above COM_REFERENCES, so a search ends
+        static_assert(SLOTS > COM_REFERENCES);
+
+        struct Slot_s
+        {
+            std::uintptr_t iPage;
+            std::uint32_t nReferences;   // 0: the slot is empty
+        };
+
+        static std::uint32_t Home(std::uintptr_t iPage)
+        {
+            constexpr std::uint32_t GOLDEN = 2654435769u;   // 2 to the power of 32 by the golden ratio
+            return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> (32 - SLOT_BITS);
+        }
+
+        // The page's slot, or the empty one where it would go.
+        std::uint32_t SlotOf(std::uintptr_t iPage) const
+        {
+            std::uint32_t i = Home(iPage);
+            while (m_dSlots[i].nReferences != 0 && m_dSlots[i].iPage != iPage)
+            {
+                i = (i + 1) % SLOTS;
+            }
+            return i;
+        }
+
+        // Entries behind an emptied slot move up into it, as long as that brings them no further ahead than their home.
+        ZQ_COLD void Close(std::uint32_t iGap)
+        {
+            for (std::uint32_t i = (iGap + 1) % SLOTS; m_dSlots[i].nReferences != 0; i = (i + 1) % SLOTS)
+            {
+                if ((i - Home(m_dSlots[i].iPage)) % SLOTS >= (i - iGap) % SLOTS)
+                {
+                    m_dSlots[iGap] = m_dSlots[i];
+                    m_dSlots[i].nReferences = 0;
+                    iGap = i;
+                }
+            }
+        }
+
+        Slot_s m_dSlots[SLOTS];
+    };
+    constinit HeldPages_c g_HeldPages = {};
+
+    bool IsReadable(void const * pObject, std::size_t nBytes)
+    {
+        std::uintptr_t const iInPage = reinterpret_cast<std::uintptr_t>(pObject) % plat::MEMORY_PAGE;
+        bool const bWithinPage = iInPage <= plat::MEMORY_PAGE - nBytes;
+        return (bWithinPage && g_HeldPages.IsHeld(pObject)) || plat::MemoryIsReadable(pObject, nBytes);
+    }
+}
+
+constinit ComDebug_t * ComObject_c::m_pEmptyList = g_dNotes;
+
+std::uint32_t ComObject_c::AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const
+{
+    ZQ_ASSERT_TEXT(pObject == this, "pObject==this");
+    ZQ_ASSERT(pOwner);
+    ZQ_ASSERT_TEXT(m_pEmptyList != NOTES_END, "m_pEmptyList");
+    if (pOwner && m_pEmptyList != NOTES_END)
+    {
+        TakeNote(pOwner, sFile, iLine);
+    }
+    return iRefCount++;
+}
+
+bool ComObject_c::Release(void const * pOwner, char const *, int, void const * pObject) const
+{
+    if (!CanRelease(pObject))
+    {
+        return false;
+    }
+    if (pOwner)
+    {
+        ComDebug_t * pList = m_pDebugHead;
+        while (pList && pList->pOwner != pOwner)
+        {
+            pList = pList->pNext;
+        }
+        ZQ_ASSERT(pList && "ComDebug: release failed");
+        if (pList)
+        {
+            ReturnNote(pList);
+        }
+    }
+    if (--iRefCount != 0)
+    {
+        return false;
+    }
+    Dispose();
+    return true;
+}
+
+ZQ_UNCHECKED bool ComObject_c::CanRelease(void const * pObject) const
+{
+    bool const bReadable = IsReadable(this, sizeof(ComObject_c));
+    ZQ_ASSERT_TEXT(bReadable, "_CrtIsValidPointer( this, sizeof ( ComObject_c ), false )");
+    ZQ_ASSERT(pObject == this);
+    if (!bReadable || pObject != this)
+    {
+        return false;
+    }
+    ZQ_ASSERT(m_dwComSignature == COM_SIGNATURE);
+    ZQ_ASSERT(iRefCount > 0);
+    return m_dwComSignature == COM_SIGNATURE && iRefCount > 0;
+}
+
+void ComObject_c::TakeNote(void const * pOwner, char const * sFile, int iLine) const
+{
+    ComDebug_t * const pNote = m_pEmptyList;
+    m_pEmptyList = NextFree(pNote);
+    *pNote = { m_pDebugHead, nullptr, pOwner, sFile, iLine };
+    if (m_pDebugHead)
+    {
+        m_pDebugHead->pPrev = pNote;
+    }
+    m_pDebugHead = pNote;
+    g_HeldPages.Add(this);
+}
+
+void ComObject_c::ReturnNote(ComDebug_t * pNote) const
+{
+    (pNote->pPrev ? pNote->pPrev->pNext : m_pDebugHead) = pNote->pNext;
+    if (pNote->pNext)
+    {
+        pNote->pNext->pPrev = pNote->pPrev;
+    }
+    pNote->pNext = m_pEmptyList;
+    m_pEmptyList = pNote;
+    g_HeldPages.Remove(this);
+}
+
+void ComObject_c::ComDebug()
+{
+    if (!m_pDebugHead)
+    {
+        Log("WARNING: There is nothing to dump!\n\tm_pDebugHead == nullptr");
+        return;
+    }
+    Log("Dumping objects:");
+    for (ComDebug_t const * pNote = m_pDebugHead; pNote; pNote = pNote->pNext)
+    {
+        Log("%s(%i): probably COM Object=0x%" PRIxPTR " Owner=0x%" PRIxPTR, pNote->sFile ? pNote->sFile : "unknown",
+            pNote->iLine, reinterpret_cast<std::uintptr_t>(this), reinterpret_cast<std::uintptr_t>(pNote->pOwner));
+    }
+}
+
+int ComObject_c::GetOwners(ComDebug_t * const pOut, int iMax)
+{
+    int nCopied = 0;
+    for (ComDebug_t const * pNote = m_pDebugHead; pNote; pNote = pNote->pNext)
+    {
+        if (nCopied >= iMax)
+        {
+            Debugf("Array size is too small to contain all owners ");
+            break;
+        }
+        pOut[nCopied++] = *pNote;
+    }
+    return nCopied;
+}
+
+int ComObject_c::GetFreeReferences()
+{
+    int nFree = 0;
+    ComDebug_t const * pNote = m_pEmptyList;
+    for (; pNote != NOTES_END && pNote->pNext; pNote = pNote->pNext)
+    {
+        ++nFree;
+    }
+    return nFree + static_cast<int>(NOTES_END - pNote);   // from the first note that was never used on, all are free
+}
+
+ComObject_c::~ComObject_c()
+{
+    if (iRefCount != 0)
+    {
+        ComDebug();
+        AssertFailed("iRefCount > 0, see message.log");
+    }
+    while (m_pDebugHead)
+    {
+        ReturnNote(m_pDebugHead);
+    }
+}
+
+void ComObject_c::Dispose() const
+{
+    delete this;
+}

@@ -1,0 +1,192 @@
+#include "zqcore/cgcobject.h"
+
+namespace Tessel
+{
+    constinit int GcObj::s_iEpoch = 0;
+    constinit bool GcObj::s_bCollecting = false;
+    constinit GcObj * GcObj::s_pObjects = nullptr;
+    constinit GcObj * GcObj::s_pCondemned = nullptr;
+
+    namespace
+    {
+        GcObj g_Root;
+    }
+
+    GcRef_c::GcRef_c(GcObj * pSource, GcObj * pTarget)
+        : m_pSource(pSource)
+    {
+        if (m_pSource)
+        {
+            m_pNextOutgoing = m_pSource->m_pOutgoing;
+            if (m_pNextOutgoing)
+            {
+                m_pNextOutgoing->m_pPrevOutgoing = this;
+            }
+            m_pSource->m_pOutgoing = this;
+        }
+        Set(pTarget);
+    }
+
+    GcRef_c::~GcRef_c()
+    {
+        LeaveTarget();
+        LeaveSource();
+    }
+
+    void GcRef_c::Set(GcObj * pTarget)
+    {
+        LeaveTarget();
+        m_pTarget = pTarget;
+        if (pTarget)
+        {
+            m_pNextIncoming = pTarget->m_pIncoming;
+            if (m_pNextIncoming)
+            {
+                m_pNextIncoming->m_pPrevIncoming = this;
+            }
+            pTarget->m_pIncoming = this;
+        }
+    }
+
+    void GcRef_c::LeaveTarget()
+    {
+        if (!m_pTarget)
+        {
+            return;
+        }
+        (m_pPrevIncoming ? m_pPrevIncoming->m_pNextIncoming : m_pTarget->m_pIncoming) = m_pNextIncoming;
+        if (m_pNextIncoming)
+        {
+            m_pNextIncoming->m_pPrevIncoming = m_pPrevIncoming;
+        }
+        m_pNextIncoming = m_pPrevIncoming = nullptr;
+        m_pTarget = nullptr;
+    }
+
+    void GcRef_c::LeaveSource()
+    {
+        if (!m_pSource)
+        {
+            return;
+        }
+        (m_pPrevOutgoing ? m_pPrevOutgoing->m_pNextOutgoing : m_pSource->m_pOutgoing) = m_pNextOutgoing;
+        if (m_pNextOutgoing)
+        {
+            m_pNextOutgoing->m_pPrevOutgoing = m_pPrevOutgoing;
+        }
+        m_pNextOutgoing = m_pPrevOutgoing = nullptr;
+        m_pSource = nullptr;
+    }
+
+    GcObj::GcObj()
+        : m_iEpoch(s_iEpoch)
+    {
+        PutOn(s_pObjects);
+    }
+
+    GcObj::~GcObj()
+    {
+        ClearIncoming();
+        while (m_pOutgoing)
+        {
+            GcRef_c * const pReference = m_pOutgoing;
+            pReference->LeaveTarget();
+            pReference->LeaveSource();
+        }
+        TakeOff();
+    }
+
+    GcObj & GcObj::Root()
+    {
+        return g_Root;
+    }
+
+    void GcObj::Collect()
+    {
+        if (s_bCollecting)
+        {
+            return;
+        }
+        s_bCollecting = true;
+        s_iEpoch = static_cast<int>(static_cast<unsigned>(s_iEpoch) + 1);   // only told apart, so it may wrap
+        g_Root.MarkReachable();
+        for (GcObj *pObject = s_pObjects, *pNext; pObject; pObject = pNext)
+        {
+            pNext = pObject->m_pNext;
+            if (pObject->m_iEpoch != s_iEpoch)
+            {
+                for (GcRef_c * pReference = pObject->m_pOutgoing; pReference; pReference = pReference->m_pNextOutgoing)
+                {
+                    pReference->LeaveTarget();
+                }
+                pObject->ClearIncoming();
+                pObject->TakeOff();
+                pObject->PutOn(s_pCondemned);
+            }
+        }
+        while (GcObj * const pObject = s_pCondemned)
+        {
+            pObject->TakeOff();
+            pObject->PutOn(s_pObjects);   // where its destructor finds it
+            delete pObject;
+        }
+        s_bCollecting = false;
+    }
+
+    void GcObj::Delete(GcObj * pObject)
+    {
+        pObject->ClearIncoming();
+        delete pObject;
+    }
+
+    // Follows the references from object to object by a list through the objects themselves.
+    void GcObj::MarkReachable()
+    {
+        m_iEpoch = s_iEpoch;
+        m_pMarkNext = nullptr;
+        for (GcObj * pToFollow = this; pToFollow;)
+        {
+            GcObj * const pObject = pToFollow;
+            pToFollow = pObject->m_pMarkNext;
+            for (GcRef_c * pReference = pObject->m_pOutgoing; pReference; pReference = pReference->m_pNextOutgoing)
+            {
+                GcObj * const pTarget = pReference->m_pTarget;
+                if (pTarget && pTarget->m_iEpoch != s_iEpoch)
+                {
+                    pTarget->m_iEpoch = s_iEpoch;
+                    pTarget->m_pMarkNext = pToFollow;
+                    pToFollow = pTarget;
+                }
+            }
+        }
+    }
+
+    void GcObj::ClearIncoming()
+    {
+        while (m_pIncoming)
+        {
+            m_pIncoming->LeaveTarget();
+        }
+    }
+
+    void GcObj::PutOn(GcObj *& pList)
+    {
+        m_pPrev = nullptr;
+        m_pNext = pList;
+        if (pList)
+        {
+            pList->m_pPrev = this;
+        }
+        pList = this;
+    }
+
+    void GcObj::TakeOff()
+    {
+        GcObj *& pHead = s_pObjects == this ? s_pObjects : s_pCondemned;
+        (m_pPrev ? m_pPrev->m_pNext : pHead) = m_pNext;
+        if (m_pNext)
+        {
+            m_pNext->m_pPrev = m_pPrev;
+        }
+    }
+}

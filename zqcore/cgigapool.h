@@ -1,0 +1,216 @@
+// cgigapool.h: pools of equal-sized elements.
+//
+// A GigaPoolStatic_c is one slab of a fixed number of elements; Alloc and Free take constant time whatever its size, by
+// a bit mask for every 32 elements and chains of the masks with and without room. A GigaPoolResizeable_c is a chain of
+// such slabs that grows on demand and keeps one empty slab as a spare. Both hand out raw memory: constructors are the
+// caller's. Elements lie back to back from an address that is a multiple of 16. An element keeps its contents when it is
+// freed; under the address checker it is out of bounds until it is taken again.
+//
+// The storage is owned and counts under the category of the moment. No lock: one thread at a time. A pool costs 12 bytes
+// for every 32 elements.
+#pragma once
+
+#include "zqcore/cconfig.h"
+
+/// The null value of a group's index.
+inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
+
+/// A slab of elements.
+class ZQ_API GigaPoolStatic_c
+{
+public:
+    static constexpr int GROUP_ELEMENTS = 32;
+    static constexpr int MAX_ELEMENTS = (GIGA_GROUP_NULL - 1) * GROUP_ELEMENTS;   // 2,097,088
+
+    /// A pool without storage; Init gives it some.
+    GigaPoolStatic_c() = default;
+    GigaPoolStatic_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
+    ~GigaPoolStatic_c() { Reset(); }
+    GigaPoolStatic_c(GigaPoolStatic_c const &) = delete;
+    GigaPoolStatic_c & operator=(GigaPoolStatic_c const &) = delete;
+
+    /// Takes storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Requires a pool without
+    /// storage and at most MAX_ELEMENTS; more, if the developer goes on, are cut to that. Below 0 counts as 0.
+    void Init(int iElements, int iElementSize);
+
+    /// Frees the storage, with the elements that are out. Init may follow.
+    void Reset();
+
+    /// An element, the one that was freed last if its group was full; null if the pool is full. An element taken as an
+    /// array is freed as one.
+    void * Alloc(bool bArray);
+
+    /// Gives the element back that holds the pointer; false, and nothing happens, if the pointer is not in the pool.
+    /// Requires an element that is out and was taken with the same bArray: one that is not out stays as it is.
+    bool Free(void const * pPtr, bool bArray);
+
+    /// Whether the pointer lies in the storage. Requires storage.
+    bool IsValid(void const * pPtr) const;
+
+    /// Whether the element was taken as an array. Requires IsValid(pPtr).
+    bool IsArray(void const * pPtr) const;
+
+    /// Bytes of an element, elements out now, and the most that were.
+    int ElementSize() const { return m_iElementSize; }
+    int WaterMark() const { return m_iWaterMark; }
+    int HighWaterMark() const { return m_iHighWaterMark; }
+
+    /// Sets the peak to 0, whatever is out.
+    void ResetHighWaterMark() { m_iHighWaterMark = 0; }
+
+private:
+    friend class GigaPoolResizeable_c;
+    friend class GigaChunkMap_c;
+
+    struct Group_s
+    {
+        std::uint32_t m_iBits;    // elements that are out
+        std::uint32_t m_iArray;   // those of them that were taken as arrays
+        std::uint16_t iNext;
+        std::uint16_t iPrev;
+    };
+
+    bool Holds(void const * pPtr) const;
+    unsigned ElementOf(void const * pPtr) const;
+    std::uint8_t * ElementAt(unsigned iElement) const;
+    void * TakeQuickly(bool bArray);
+    bool GiveQuickly(unsigned iElement, bool bArray);
+    void SetHead();
+    ZQ_COLD void * AllocRarely(bool bArray);
+    ZQ_COLD bool FreeRarely(unsigned iElement, bool bArray);
+    void SetElementSize(int iElementSize);
+    void Chain(int & list, int link);
+    void Unchain(int & list, int link);
+
+    static constexpr std::uint32_t GROUP_FULL = 0xFFFFFFFF;
+
+    Group_s * m_pGroups = nullptr;
+    std::uint8_t * m_pData = nullptr;
+    int m_iNumGroups = 0;
+    int m_iNumElements = 0;
+    int m_iElementSize = 0;
+    int m_iFreeList = 0;                 // head of the groups with room
+    int m_iFullList = GIGA_GROUP_NULL;   // head of the groups without
+    int m_iWaterMark = 0;
+    int m_iHighWaterMark = 0;
+    // For the quick paths: the head of m_iFreeList, or a group without room where there is none; its first element.
+    Group_s * m_pHead = &s_NoGroup;
+    std::uint8_t * m_pHeadData = nullptr;
+    std::size_t m_nDataBytes = 0;      // of m_pData
+    std::uint64_t m_iReciprocal = 0;   // 2 to the power of RECIPROCAL_BITS by the element size, rounded up; 0 divides
+
+    // With these limits the rounding never reaches the next element, and no product leaves 64 bits.
+    static constexpr int RECIPROCAL_BITS = 42;
+    static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to that power
+
+    static Group_s s_NoGroup;   // never changes: no element of it is free
+};
+
+struct GigaChunk_s;
+class GigaPoolResizeable_c;
+
+/// Finds the chunk of an address in constant time: a hash of the pages on which chunks lie.
+class ZQ_API GigaChunkMap_c
+{
+public:
+    GigaChunkMap_c() = default;
+    ~GigaChunkMap_c() { Reset(); }
+    GigaChunkMap_c(GigaChunkMap_c const &) = delete;
+    GigaChunkMap_c & operator=(GigaChunkMap_c const &) = delete;
+
+    /// Enters a chunk, which is not owned.
+    void Add(GigaChunk_s * pChunk);
+
+    /// Takes a chunk out.
+    void Remove(GigaChunk_s * pChunk);
+
+    /// The chunk whose storage holds the address, a spare one included; or null.
+    GigaChunk_s * Find(void const * pPtr) const;
+
+private:
+    static constexpr int PAGE_BITS = 17;   // 128 KB; no chunk is smaller, so few share a page
+
+    struct Slot_s
+    {
+        std::uintptr_t iPage;
+        GigaChunk_s * pChunk;   // null: the slot is empty
+    };
+
+    std::uint32_t Home(std::uintptr_t iPage) const;
+    template <typename CALL>
+    static void ForEachPage(void const * pFirst, std::size_t nBytes, CALL Call);
+    void AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk);
+    void RemovePage(std::uintptr_t iPage, GigaChunk_s * pChunk);
+    void Grow();
+    void Reset();
+
+    Slot_s * m_pSlots = nullptr;
+    std::uint32_t m_nSlots = 0;   // a power of 2
+    std::uint32_t m_nUsed = 0;    // at most a quarter of them
+    int m_iHashShift = 0;
+};
+
+/// A chain of slabs that grows.
+class ZQ_API GigaPoolResizeable_c
+{
+public:
+    /// A pool that Init must set up.
+    GigaPoolResizeable_c() = default;
+    GigaPoolResizeable_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
+    ~GigaPoolResizeable_c() { Reset(); }
+    GigaPoolResizeable_c(GigaPoolResizeable_c const &) = delete;
+    GigaPoolResizeable_c & operator=(GigaPoolResizeable_c const &) = delete;
+
+    /// Works out the size of a chunk: a sixteenth of the total that the caller expects, at least 256 KB, in whole groups
+    /// of 32 elements, at least one of them and at most GigaPoolStatic_c::MAX_ELEMENTS. Takes no storage. Requires a
+    /// pool without chunks.
+    void Init(int iElements, int iElementSize);
+
+    /// Frees the chunks, with the elements that are out; sizes and peak stay, and Alloc may follow.
+    void Reset();
+
+    /// An element; takes a chunk if need be. Null only if there was no Init.
+    void * Alloc(bool bArray);
+
+    /// As GigaPoolStatic_c::Free. False for a pointer of no chunk, which leaves the water mark as it is. A chunk without
+    /// elements becomes the spare, or goes back to the heap if there is one.
+    bool Free(void const * pPtr, bool bArray);
+
+    /// Whether a chunk with elements out holds the pointer; the spare does not count. Constant time.
+    bool IsValid(void const * pPtr) const;
+
+    /// Not to be called: fails an assertion and gives false.
+    bool IsArray(void const * pPtr) const;
+
+    /// Bytes of an element, elements out now, and the most that were.
+    int ElementSize() const { return m_iElementSize; }
+    int WaterMark() const { return m_iWaterMark; }
+    int HighWaterMark() const { return m_iHighWaterMark; }
+
+    /// Sets the peak to 0, whatever is out.
+    void ResetHighWaterMark() { m_iHighWaterMark = 0; }
+
+private:
+    friend class GigaChunkMap_c;
+    friend class StaticMemoryPool_c;
+
+    bool FreeIn(GigaChunk_s * pChunk, void const * pPtr, bool bArray);
+    ZQ_COLD void * AllocRarely(bool bArray);
+    ZQ_COLD bool FreeRarely(GigaChunk_s * pChunk, unsigned iElement, bool bArray);
+    GigaChunk_s * TakeChunk();
+    void Retire(GigaChunk_s * pChunk);
+    void Destroy(GigaChunk_s * pChunk);
+    void DestroyAll(GigaChunk_s *& pList);
+
+    int m_iWaterMark = 0;
+    int m_iHighWaterMark = 0;
+    GigaChunk_s * m_pFullList = nullptr;   // no element left
+    GigaChunk_s * m_pHalfList = nullptr;   // with elements left
+    GigaChunk_s * m_pEmpty = nullptr;      // the spare
+    int m_iElementsPerChunk = 0;
+    int m_iElementSize = 0;
+    GigaChunkMap_c m_OwnMap;
+    GigaChunkMap_c * m_pMap = &m_OwnMap;   // all chunks, the spare included; pools may share a map
+};
+
+#include "zqcore/cgigapool.inl"

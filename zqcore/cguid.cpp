@@ -1,0 +1,161 @@
+#include "zqcore/cguid.h"
+
+#include "zqcore/chexdigit_internal.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+
+static_assert(sizeof(plat::Guid_t) == 16);
+
+namespace
+{
+    constinit std::atomic<bool> s_bGlobalOnly = true;
+
+    constexpr int TEXT_LENGTH = 36;
+
+    // Whether what a status says of the new identifier allows to use it; complains if it does not, or might not.
+    bool IsUsable(std::uint32_t dwStatus)
+    {
+        switch (dwStatus & 0xFFFF)
+        {
+        case plat::GUID_OK:
+            return true;
+        case plat::GUID_NO_ADDRESS:
+            Warning("Cannot get the hardware address for this computer.");
+            break;
+        case plat::GUID_LOCAL_ONLY:
+            Warning("Warning: Unable to determine your network address.\r\n"
+                    "  The UUID generated is unique on this computer only.\r\n"
+                    "  It should not be used on another computer.");
+            break;
+        default:
+            Warning("Unable to get a GUID.");
+            return false;
+        }
+        return !s_bGlobalOnly;
+    }
+
+    bool IsDashAt(int iChar)
+    {
+        return iChar == 8 || iChar == 13 || iChar == 18 || iChar == 23;
+    }
+
+    // Reads the 16 bytes of a text in the order in which they stand there.
+    bool BytesFromText(char const * szText, unsigned char (&dBytes)[16])
+    {
+        if (!szText || StrLengthMax(szText, TEXT_LENGTH + 1) != TEXT_LENGTH)
+        {
+            return false;
+        }
+        int nDigits = 0;
+        for (int i = 0; i < TEXT_LENGTH; ++i)
+        {
+            int const iValue = HexDigitValue(szText[i]);
+            if (IsDashAt(i) ? szText[i] != '-' : iValue < 0)
+            {
+                return false;
+            }
+            if (!IsDashAt(i))
+            {
+                unsigned char & Byte = dBytes[nDigits++ / 2];
+                Byte = static_cast<unsigned char>(Byte << 4 | iValue);
+            }
+        }
+        return true;
+    }
+}
+
+Guid_c::Guid_c(std::uint32_t dwData1, std::uint16_t nData2, std::uint16_t nData3, std::uint8_t n0, std::uint8_t n1,
+    std::uint8_t n2, std::uint8_t n3, std::uint8_t n4, std::uint8_t n5, std::uint8_t n6, std::uint8_t n7)
+    : m_guid{ dwData1, nData2, nData3, { n0, n1, n2, n3, n4, n5, n6, n7 } }
+{}
+
+Guid_c::Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uint32_t dw3)
+    : m_guid{ dw0, static_cast<std::uint16_t>(dw1), static_cast<std::uint16_t>(dw1 >> 16), {} }
+{
+    for (int i = 0; i < 4; ++i)
+    {
+        m_guid.Data4[i] = static_cast<std::uint8_t>(dw2 >> 8 * i);
+        m_guid.Data4[4 + i] = static_cast<std::uint8_t>(dw3 >> 8 * i);
+    }
+}
+
+bool Guid_c::Create(Guid_c & Guid)
+{
+    plat::Guid_t New;
+    if (!IsUsable(plat::GuidCreateSequential(New)))
+    {
+        return false;
+    }
+    if (New == plat::Guid_t{})
+    {
+        Warning("Unable to create new GUID.");
+        return false;
+    }
+    Guid.m_guid = New;
+    return true;
+}
+
+void Guid_c::SetGlobalOnly(bool bGlobalOnly)
+{
+    s_bGlobalOnly = bGlobalOnly;
+}
+
+bool Guid_c::FromText(char const * szText, Guid_c & Guid)
+{
+    unsigned char d[16] = {};
+    if (!BytesFromText(szText, d))
+    {
+        return false;
+    }
+    Guid.m_guid.Data1 = std::uint32_t{ d[0] } << 24 | std::uint32_t{ d[1] } << 16 | std::uint32_t{ d[2] } << 8 | d[3];
+    Guid.m_guid.Data2 = static_cast<std::uint16_t>(d[4] << 8 | d[5]);
+    Guid.m_guid.Data3 = static_cast<std::uint16_t>(d[6] << 8 | d[7]);
+    std::copy_n(d + 8, 8, Guid.m_guid.Data4);
+    return true;
+}
+
+String_T<256> Guid_c::ToText() const
+{
+    std::uint8_t const * const d = m_guid.Data4;
+    String_T<256> sText;
+    std::snprintf(sText.GetBuffer(), 256, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x",
+        static_cast<unsigned>(m_guid.Data1), unsigned{ m_guid.Data2 }, unsigned{ m_guid.Data3 }, unsigned{ d[0] },
+        unsigned{ d[1] }, unsigned{ d[2] }, unsigned{ d[3] }, unsigned{ d[4] }, unsigned{ d[5] }, unsigned{ d[6] },
+        unsigned{ d[7] });
+    return sText;
+}
+
+String_T<256> Guid_c::ToInitializerText() const
+{
+    std::uint8_t const * const d = m_guid.Data4;
+    String_T<256> sText;
+    std::snprintf(sText.GetBuffer(), 256, "( 0x%lx, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x )",
+        static_cast<unsigned long>(m_guid.Data1), unsigned{ m_guid.Data2 }, unsigned{ m_guid.Data3 }, unsigned{ d[0] },
+        unsigned{ d[1] }, unsigned{ d[2] }, unsigned{ d[3] }, unsigned{ d[4] }, unsigned{ d[5] }, unsigned{ d[6] },
+        unsigned{ d[7] });
+    return sText;
+}
+
+bool Guid_c::FromXmlName(char const * text, Guid_c & Guid)
+{
+    ZQ_ASSERT(text != nullptr);
+    return text && FromText(text + (*text == '_' ? 1 : 0), Guid);
+}
+
+String_T<256> Guid_c::ToXmlName() const
+{
+    return String_T<256>("_") + ToText();
+}
+
+void GuidObject_c::CreateNewId()
+{
+    Guid_c New;
+    bool const bCreated = Guid_c::Create(New);
+    ZQ_ASSERT(bCreated);
+    if (bCreated)
+    {
+        m_Guid = New;
+    }
+}

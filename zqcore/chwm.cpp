@@ -1,0 +1,138 @@
+#include "zqcore/chwm.h"
+
+#include "zqcore/cdebug.h"
+#include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+
+#include <algorithm>
+#include <climits>
+
+namespace
+{
+    int ClampToInt(unsigned int i)
+    {
+        return static_cast<int>(std::min<unsigned int>(i, INT_MAX));
+    }
+}
+
+StaticMemoryPool_c::StaticMemoryPool_c(char const * sName)
+{
+    ZQ_ASSERT(sName);
+    m_sName = sName;
+}
+
+StaticMemoryPool_c::~StaticMemoryPool_c()
+{
+    for (AllocGroup_s & Group : m_dGroups)
+    {
+        if (!Group.pPool)
+        {
+            continue;
+        }
+        int const nOut = Group.pPool->WaterMark();
+        std::size_t const nBytes = static_cast<std::size_t>(nOut) * Group.element_size;
+        int const iPeak = Group.pPool->HighWaterMark();
+        char const * const sName = m_sName;
+        if (nBytes > 0)
+        {
+            Debugf("pool %s group %u: leaked %zu bytes in %i allocations, high-water-mark %i", sName,
+                Group.element_size, nBytes, nOut, iPeak);
+        }
+        else
+        {
+            Debugf("pool %s group %u: high-water-mark %i", sName, Group.element_size, iPeak);
+        }
+        delete Group.pPool;
+        Group.pPool = nullptr;
+    }
+}
+
+void StaticMemoryPool_c::AddGroup(unsigned int element_size, unsigned int elements_total)
+{
+    ZQ_ASSERT(elements_total > 0);
+    int const nGroups = m_dGroups.GetLength();
+    if (nGroups > 0 && m_dGroups[nGroups - 1].element_size >= element_size)
+    {
+        Abort("Invalid element size!");
+    }
+    if (nGroups == MAX_GROUPS)
+    {
+        // The array's own complaint, made here: the array itself would go on and write behind its end.
+        ZQ_ASSERT_TEXT(nGroups < MAX_GROUPS, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
+        return;
+    }
+    auto * const pPool = ZQ_NEW GigaPoolResizeable_c(ClampToInt(elements_total), ClampToInt(element_size));
+    pPool->m_pMap = &m_Map;
+    m_dGroups.Add({ elements_total, element_size, pPool, false });
+    SetPools();
+}
+
+void StaticMemoryPool_c::SetPools()
+{
+    for (unsigned int i = 0; i <= STEPS; ++i)
+    {
+        unsigned int const nSmallest = i == 0 ? 0 : (i - 1) * STEP + 1;   // of the sizes that take this many steps
+        auto const * const pGroup = std::find_if(m_dGroups.begin(), m_dGroups.end(),
+            [nSmallest](AllocGroup_s const & Group) { return Group.element_size >= nSmallest; });
+        m_dPools[i] = pGroup == m_dGroups.end() ? nullptr : pGroup->pPool;
+    }
+}
+
+// All cases, large blocks and those that end in Abort among them.
+void * StaticMemoryPool_c::AllocRarely(unsigned int nBytes, bool bArray)
+{
+    char const * const sName = m_sName;
+    for (AllocGroup_s const & Group : m_dGroups)
+    {
+        if (nBytes > Group.element_size)
+        {
+            continue;
+        }
+        GigaPoolResizeable_c * const pPool = Group.pPool;
+        ZQ_ASSERT(pPool);
+        if (void * const p = pPool ? pPool->Alloc(bArray) : nullptr)
+        {
+            return p;
+        }
+        Abort("pool %s: %u bytes group too small (%u items)", sName, Group.element_size, Group.elements_total);
+    }
+    Abort("pool %s: allocation size %u too big", sName, nBytes);
+}
+
+int StaticMemoryPool_c::IsValid(void const * pPtr)
+{
+    GigaChunk_s const * const pChunk = m_Map.Find(pPtr);
+    return pChunk && pChunk->pOwner->IsValid(pPtr) ? pChunk->pOwner->ElementSize() : 0;
+}
+
+bool StaticMemoryPool_c::IsArray(void const * pPtr)
+{
+    if (IsValid(pPtr) != 0)
+    {
+        return m_Map.Find(pPtr)->pOwner->IsArray(pPtr);
+    }
+    ZQ_ASSERT(0);
+    return false;
+}
+
+void StaticMemoryPool_c::ResetHighWaterMarks()
+{
+    for (AllocGroup_s const & Group : m_dGroups)
+    {
+        if (Group.pPool)
+        {
+            Group.pPool->ResetHighWaterMark();
+        }
+    }
+}
+
+int StaticMemoryPool_c::GetHighWaterMark(int iGroup)
+{
+    if (iGroup < 0 || iGroup >= m_dGroups.GetLength())
+    {
+        ZQ_ASSERT_TEXT(false, "index>=0 && index<iLength");
+        return -1;
+    }
+    GigaPoolResizeable_c const * const pPool = m_dGroups[iGroup].pPool;
+    return pPool ? pPool->HighWaterMark() : -1;
+}

@@ -1,0 +1,128 @@
+#include "zqcore/cnumbertext_internal.h"
+
+#include "zqcore/cstring.h"
+
+#include <cfloat>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace
+{
+    constexpr char const * DECIMAL_DIGITS = "0123456789";
+    constexpr char const * HEX_DIGITS = "0123456789abcdefABCDEF";
+
+    /// A number's text behind leading blanks and sign.
+    char const * SkipSign(char const * szText, bool & bNegative)
+    {
+        while (*szText == ' ' || (*szText >= '\t' && *szText <= '\r'))
+        {
+            ++szText;
+        }
+        bNegative = *szText == '-';
+        return szText + (*szText == '-' || *szText == '+');
+    }
+
+    bool IsDigit(char c)
+    {
+        return c >= '0' && c <= '9';
+    }
+
+    /// The end of a number whose digits follow 0x; null if none do.
+    char const * HexEnd(char const * pDigits)
+    {
+        std::size_t const nWhole = std::strspn(pDigits, HEX_DIGITS);
+        std::size_t const nFraction = pDigits[nWhole] == '.' ? std::strspn(pDigits + nWhole + 1, HEX_DIGITS) : 0;
+        if (nWhole + nFraction == 0)
+        {
+            return nullptr;
+        }
+        char const * const pEnd = pDigits + nWhole + (pDigits[nWhole] == '.' ? 1 + nFraction : 0);
+        if (CharToLower(*pEnd) != 'p')
+        {
+            return pEnd;
+        }
+        char const * const pExponent = pEnd + 1 + (pEnd[1] == '-' || pEnd[1] == '+');
+        return IsDigit(*pExponent) ? pExponent + std::strspn(pExponent, DECIMAL_DIGITS) : pEnd;
+    }
+
+    /// Whether a number that no double holds is too large, else it is too small: by the place of its first digit that is
+    /// not 0 and by its exponent.
+    bool IsTooLarge(char const * pNumber, char const * pEnd, bool bHex)
+    {
+        char const * const szDigits = bHex ? HEX_DIGITS : DECIMAL_DIGITS;
+        char const * const pFirst = pNumber + std::strspn(pNumber, "0");
+        auto nPlaces = static_cast<std::ptrdiff_t>(std::strspn(pFirst, szDigits));
+        if (nPlaces == 0)
+        {
+            nPlaces = -static_cast<std::ptrdiff_t>(std::strspn(pFirst + 1, "0"));
+        }
+        char const * pExponent = pFirst + std::strcspn(pFirst, bHex ? "pP" : "eE");
+        int iExponent = 0;
+        if (pExponent < pEnd)
+        {
+            pExponent += pExponent[1] == '+' ? 2 : 1;
+            if (std::from_chars(pExponent, pEnd, iExponent).ec == std::errc::result_out_of_range)
+            {
+                iExponent = *pExponent == '-' ? std::numeric_limits<int>::min() : std::numeric_limits<int>::max();
+            }
+        }
+        return iExponent + (bHex ? 4 : 1) * static_cast<double>(nPlaces) > 0;
+    }
+
+    template <typename T>
+    NumberEnd_t ReadInteger(char const * szText, T & value)
+    {
+        bool bNegative;
+        char const * const pDigits = SkipSign(szText, bNegative);
+        value = 0;
+        if (!IsDigit(*pDigits))
+        {
+            return { szText, true };
+        }
+        auto const Result = std::from_chars(pDigits - bNegative, pDigits + std::strlen(pDigits), value);
+        if (Result.ec == std::errc::result_out_of_range)
+        {
+            value = bNegative ? std::numeric_limits<T>::min() : std::numeric_limits<T>::max();
+        }
+        return { Result.ptr, Result.ec == std::errc{} };
+    }
+}
+
+NumberEnd_t TextToDouble(char const * szText, double & value)
+{
+    bool bNegative;
+    char const * const pNumber = SkipSign(szText, bNegative);
+    value = 0;
+    if (*pNumber == '-')
+    {
+        return { szText, true };   // a second sign, which from_chars would take
+    }
+    // The exact end of a hexadecimal number is given: libstdc++ takes signs that strtod does not.
+    char const * const pHexEnd = pNumber[0] == '0' && CharToLower(pNumber[1]) == 'x' ? HexEnd(pNumber + 2) : nullptr;
+    auto const Result = pHexEnd ? std::from_chars(pNumber + 2, pHexEnd, value, std::chars_format::hex)
+                                : std::from_chars(pNumber, pNumber + std::strlen(pNumber), value);
+    if (Result.ec == std::errc::invalid_argument)
+    {
+        return { szText, true };
+    }
+    bool bInRange = value == 0 || std::fabs(value) >= DBL_MIN || std::isnan(value);
+    if (Result.ec == std::errc::result_out_of_range)
+    {
+        bInRange = false;
+        value = IsTooLarge(pNumber + (pHexEnd ? 2 : 0), Result.ptr, pHexEnd != nullptr) ? HUGE_VAL : 0;
+    }
+    value = bNegative ? -value : value;
+    return { Result.ptr, bInRange };
+}
+
+NumberEnd_t TextToInteger(char const * szText, long & value)
+{
+    return ReadInteger(szText, value);
+}
+
+NumberEnd_t TextToInteger(char const * szText, int & value)
+{
+    return ReadInteger(szText, value);
+}

@@ -1,0 +1,230 @@
+#include "zqcore/cperlin.h"
+
+#include "platform/float4.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <utility>
+
+// The noise is exact only if no operation keeps more bits than a float has.
+static_assert(FLT_EVAL_METHOD == 0);
+
+namespace
+{
+    using plat::Float4_t;
+    using plat::Pick;
+    using plat::Spread;
+
+    constexpr int LATTICE = 256;
+    constexpr int REPEATED = LATTICE + 2;   // entries that follow again, so that no sum of indices needs a wrap
+    constexpr int TABLE_SIZE = LATTICE + REPEATED;
+    constexpr float OFFSET = 4096.0f;   // makes coordinates positive, where truncation is floor
+
+    constinit ModulePerlin_c s_Module;
+    constinit std::uint32_t s_dwSeed = 1;
+
+    struct Tables_s
+    {
+        int dPermutation[TABLE_SIZE];
+        float dGradients1[TABLE_SIZE];
+        Vector2_t dGradients2[TABLE_SIZE];
+        Float4_t dGradients3[TABLE_SIZE];   // the fourth lane is 0
+    };
+    constinit Tables_s s_Tables{};
+
+    // 0 to 32767.
+    int Draw()
+    {
+        s_dwSeed = s_dwSeed * 214013u + 2531011u;
+        return static_cast<int>(s_dwSeed >> 16 & 0x7FFF);
+    }
+
+    float DrawComponent()
+    {
+        return static_cast<float>(Draw() % 512 - 256) / 256.0f;
+    }
+
+    // What a vector of this squared length is divided by.
+    float LengthOf(float fSquare)
+    {
+        float const s = std::sqrt(fSquare);
+        ZQ_ASSERT_TEXT(s > -FLT_MAX && s < FLT_MAX, "s > - FLT_MAX && s < FLT_MAX");
+        return s == 0.0f ? FLT_MIN : s;
+    }
+
+    void normalize2(Vector2_t & v)
+    {
+        float const s = LengthOf(v.x * v.x + v.y * v.y);
+        v = { v.x / s, v.y / s };
+    }
+
+    void normalize3(Vec3fpu_t & v)
+    {
+        float const s = LengthOf(v.x * v.x + v.y * v.y + v.z * v.z);
+        v = { v.x / s, v.y / s, v.z / s };
+    }
+
+    // The order of the draws makes the noise.
+    void DrawEntry(int i)
+    {
+        s_Tables.dPermutation[i] = i;
+        s_Tables.dGradients1[i] = DrawComponent();
+        Vector2_t & Gradient2 = s_Tables.dGradients2[i];
+        Gradient2.x = DrawComponent();
+        Gradient2.y = DrawComponent();
+        normalize2(Gradient2);
+        Vec3fpu_t Gradient3;
+        Gradient3.x = DrawComponent();
+        Gradient3.y = DrawComponent();
+        Gradient3.z = DrawComponent();
+        normalize3(Gradient3);
+        s_Tables.dGradients3[i] = Float4_t{ Gradient3.x, Gradient3.y, Gradient3.z, 0.0f };
+    }
+
+    void BuildTables()
+    {
+        for (int i = 0; i < LATTICE; ++i)
+        {
+            DrawEntry(i);
+        }
+        for (int i = LATTICE - 1; i >= 1; --i)
+        {
+            std::swap(s_Tables.dPermutation[i], s_Tables.dPermutation[Draw() % LATTICE]);
+        }
+        std::copy_n(s_Tables.dPermutation, REPEATED, s_Tables.dPermutation + LATTICE);
+        std::copy_n(s_Tables.dGradients1, REPEATED, s_Tables.dGradients1 + LATTICE);
+        std::copy_n(s_Tables.dGradients2, REPEATED, s_Tables.dGradients2 + LATTICE);
+        std::copy_n(s_Tables.dGradients3, REPEATED, s_Tables.dGradients3 + LATTICE);
+    }
+
+    // Where a point lies on the lattice, one lane an axis.
+    struct Place_s
+    {
+        plat::Int4_t n;   // the lattice point at or below
+        Float4_t r0;      // the way from there
+        Float4_t r1;      // the way from the next one
+        Float4_t s;       // the weight of the next one
+
+        explicit Place_s(Float4_t Point)
+        {
+            Float4_t const t = Point + OFFSET;
+            n = plat::Truncate(t);
+            r0 = t - plat::FloatsOf(n);
+            r1 = r0 - 1.0f;
+            s = r0 * r0 * (3.0f - 2.0f * r0);
+        }
+
+        int First(int iAxis) const { return n[iAxis] & (LATTICE - 1); }
+        int Next(int iAxis) const { return (n[iAxis] + 1) & (LATTICE - 1); }
+    };
+
+    template <typename T>
+    T Blend(T a, T b, T s)
+    {
+        return (b - a) * s + a;
+    }
+
+    float Clamped(float fNoise)
+    {
+        return std::max(-0.5f, std::min(fNoise, 0.5f));
+    }
+
+    float Dot(Vector2_t const & Gradient, float x, float y)
+    {
+        return Gradient.x * x + Gradient.y * y;
+    }
+
+    // The corners of a cell in x and y: lanes 00, 10, 01, 11.
+    struct Corners_s
+    {
+        int b00, b10, b01, b11;
+
+        explicit Corners_s(Place_s const & Place)
+        {
+            int const * const p = s_Tables.dPermutation;
+            int const i = p[Place.First(0)];
+            int const j = p[Place.Next(0)];
+            int const by0 = Place.First(1);
+            int const by1 = Place.Next(1);
+            b00 = p[i + by0];
+            b10 = p[j + by0];
+            b01 = p[i + by1];
+            b11 = p[j + by1];
+        }
+    };
+
+    // The values of the four corners of the plane bz; x, y and z are the ways from them.
+    Float4_t PlaneValues(Corners_s const & Corners, int bz, Float4_t x, Float4_t y, Float4_t z)
+    {
+        Float4_t const * const g = s_Tables.dGradients3 + bz;
+        Float4_t const g00 = g[Corners.b00], g10 = g[Corners.b10], g01 = g[Corners.b01], g11 = g[Corners.b11];
+        Float4_t const Low0 = Pick<0, 4, 1, 5>(g00, g10), Low1 = Pick<0, 4, 1, 5>(g01, g11);
+        Float4_t const High0 = Pick<2, 6, 3, 7>(g00, g10), High1 = Pick<2, 6, 3, 7>(g01, g11);
+        Float4_t const gx = Pick<0, 1, 4, 5>(Low0, Low1);
+        Float4_t const gy = Pick<2, 3, 6, 7>(Low0, Low1);
+        Float4_t const gz = Pick<0, 1, 4, 5>(High0, High1);
+        return gx * x + gy * y + gz * z;
+    }
+}
+
+float PerlinNoise(float x)
+{
+    Place_s const Place(Float4_t{ x, 0.0f, 0.0f, 0.0f });
+    int const * const p = s_Tables.dPermutation;
+    float const a = Place.r0[0] * s_Tables.dGradients1[p[Place.First(0)]];
+    float const b = Place.r1[0] * s_Tables.dGradients1[p[Place.Next(0)]];
+    float const fNoise = Blend(a, b, Place.s[0]);
+    ZQ_ASSERT_EX(fNoise > -1.0f && fNoise < 1.0f, "Invalid 1D-perlin noise");
+    return Clamped(fNoise);
+}
+
+float PerlinNoise(Vector2_t const & Point)
+{
+    Place_s const Place(Float4_t{ Point.x, Point.y, 0.0f, 0.0f });
+    Corners_s const Corners(Place);
+    Vector2_t const * const g = s_Tables.dGradients2;
+    float const rx0 = Place.r0[0], rx1 = Place.r1[0], ry0 = Place.r0[1], ry1 = Place.r1[1], sx = Place.s[0];
+    float const a = Blend(Dot(g[Corners.b00], rx0, ry0), Dot(g[Corners.b10], rx1, ry0), sx);
+    float const b = Blend(Dot(g[Corners.b01], rx0, ry1), Dot(g[Corners.b11], rx1, ry1), sx);
+    float const fNoise = Blend(a, b, Place.s[1]);
+    ZQ_ASSERT_EX(fNoise > -1.0f && fNoise < 1.0f, "Invalid 2D-perlin noise");
+    return Clamped(fNoise);
+}
+
+float PerlinNoise(Vec3fpu_t const & Point)
+{
+    Place_s const Place(Float4_t{ Point.x, Point.y, Point.z, 0.0f });
+    Corners_s const Corners(Place);
+    Float4_t const x = Pick<0, 4, 0, 4>(Place.r0, Place.r1);
+    Float4_t const y = Pick<1, 1, 5, 5>(Place.r0, Place.r1);
+    Float4_t const Plane0 = PlaneValues(Corners, Place.First(2), x, y, Spread<2>(Place.r0));
+    Float4_t const Plane1 = PlaneValues(Corners, Place.Next(2), x, y, Spread<2>(Place.r1));
+    // Both planes side by side, first by sx, then by sy: each lane is one of the blends.
+    Float4_t const AlongX =
+        Blend(Pick<0, 2, 4, 6>(Plane0, Plane1), Pick<1, 3, 5, 7>(Plane0, Plane1), Spread<0>(Place.s));
+    Float4_t const AlongY =
+        Blend(Pick<0, 2, 0, 2>(AlongX, AlongX), Pick<1, 3, 1, 3>(AlongX, AlongX), Spread<1>(Place.s));
+    float const fNoise = Blend(AlongY[0], AlongY[1], Place.s[2]);
+    ZQ_ASSERT_EX(fNoise > -1.0f && fNoise < 1.0f, "Invalid 3D-perlin noise");
+    return Clamped(fNoise);
+}
+
+void PerlinNoiseSetSeed(unsigned int nSeed)
+{
+    s_dwSeed = nSeed;
+    BuildTables();
+}
+
+ModulePerlin_c::~ModulePerlin_c() = default;
+
+ModulePerlin_c * ModulePerlin_c::Get()
+{
+    return &s_Module;
+}
+
+bool ModulePerlin_c::Initialize()
+{
+    BuildTables();
+    return Module_c::Initialize();
+}

@@ -1,0 +1,194 @@
+#include "zqcore/cpropertylist.h"
+
+#include "zqcore/cfile.h"
+#include "zqcore/chash.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace
+{
+    /// The texts of a line by their contents, in a table that grows with their number.
+    class TextSet_c
+    {
+    public:
+        explicit TextSet_c(WarehouseLine_c const & Texts)
+            : m_Texts(Texts)
+        {}
+
+        bool Has(char const * szText) const
+        {
+            return m_nSlots > 0 && m_pSlots[SlotOf(szText, HashOf(szText))].iText >= 0;
+        }
+
+        /// Enters the line's last text.
+        void AddLast()
+        {
+            int const iText = m_Texts.GetLength() - 1;
+            if (static_cast<std::size_t>(iText) * 2 >= m_nSlots)
+            {
+                Rebuild(std::max<std::size_t>(64, m_nSlots * 4));
+            }
+            Enter(iText);
+        }
+
+    private:
+        struct Slot_t
+        {
+            int iText = -1;
+            std::uint32_t iHash = 0;
+        };
+
+        static std::uint32_t HashOf(char const * szText) { return NameIndexHash(szText, std::strlen(szText)); }
+
+        /// Where the text stands, or the free slot where it belongs.
+        std::size_t SlotOf(char const * szText, std::uint32_t iHash) const
+        {
+            std::size_t i = iHash & (m_nSlots - 1);
+            while (m_pSlots[i].iText >= 0
+                   && (m_pSlots[i].iHash != iHash || std::strcmp(m_Texts[m_pSlots[i].iText], szText) != 0))
+            {
+                i = (i + 1) & (m_nSlots - 1);
+            }
+            return i;
+        }
+
+        void Enter(int iText)
+        {
+            std::uint32_t const iHash = HashOf(m_Texts[iText]);
+            m_pSlots[SlotOf(m_Texts[iText], iHash)] = { iText, iHash };
+        }
+
+        void Rebuild(std::size_t nSlots)
+        {
+            m_nSlots = nSlots;
+            m_pSlots.reset(ZQ_NEW Slot_t[nSlots]);
+            for (int i = 0; i + 1 < m_Texts.GetLength(); ++i)
+            {
+                Enter(i);
+            }
+        }
+
+        WarehouseLine_c const & m_Texts;
+        std::unique_ptr<Slot_t[]> m_pSlots;
+        std::size_t m_nSlots = 0;   // a power of 2, at least twice the texts
+    };
+
+    /// Hands out the last text of a queue. szRoom is the precondition on the buffer in the caller's words.
+    bool Next(WarehouseLine_c & Queue, char * sValue, int nMaxLength, char const * szRoom)
+    {
+        if (!WarehouseClearText(sValue, nMaxLength) || Queue.IsEmpty())
+        {
+            return false;
+        }
+        char const * const szText = Queue[Queue.GetLength() - 1];
+        ZQ_ASSERT_TEXT(std::strlen(szText) < static_cast<std::size_t>(nMaxLength), szRoom);
+        WarehouseCopyText(sValue, szText, nMaxLength);
+        Queue.DelLast();
+        return true;
+    }
+}
+
+PropertyList_c::~PropertyList_c()
+{
+    FileClose(m_pFile);
+}
+
+bool PropertyList_c::Open(char const * sFileName, WarehouseFormat_e eFormat)
+{
+    m_Names.Reset();
+    m_List.Reset();
+    FileClose(m_pFile);
+    ZQ_ASSERT(sFileName);
+    m_pFile = sFileName ? FileOpen(sFileName) : nullptr;
+    if (!m_pFile)
+    {
+        return false;
+    }
+    m_eFormat = WarehouseSettleFormat(eFormat, m_pFile->sName);
+    return true;
+}
+
+bool PropertyList_c::GetFileName(char * sName, int nMaxLength) const
+{
+    if (!WarehouseClearText(sName, nMaxLength) || !m_pFile)
+    {
+        return false;
+    }
+    WarehouseCopyText(sName, m_pFile->sName, nMaxLength);
+    return true;
+}
+
+bool PropertyList_c::GetFileFullPath(char * sPath, int nMaxLength) const
+{
+    if (!WarehouseClearText(sPath, nMaxLength) || !m_pFile)
+    {
+        return false;
+    }
+    std::snprintf(sPath, static_cast<std::size_t>(nMaxLength), "%s%s",
+        m_pFile->pPath ? static_cast<char const *>(*m_pFile->pPath) : "", static_cast<char const *>(m_pFile->sName));
+    return true;
+}
+
+/// A scan from the top; over nothing when no file is open, or when a refresh has lost its contents.
+WarehouseScan_t PropertyList_c::Scan() const
+{
+    bool const bText = m_pFile && m_pFile->pData;
+    return WarehouseScan_t(
+        bText ? reinterpret_cast<char const *>(m_pFile->pData) : nullptr, bText ? m_pFile->iLength : 0, 0, m_eFormat);
+}
+
+bool PropertyList_c::FindProp(char const * sPropName) const
+{
+    ZQ_ASSERT(sPropName);
+    WarehouseLine_c Line;
+    return sPropName && Scan().FindLine(sPropName, &Line);
+}
+
+bool PropertyList_c::StartProp()
+{
+    m_Names.Reset();
+    TextSet_c Names(m_Names);
+    WarehouseScan_t Lines = Scan();
+    WarehouseLine_c Line;
+    while (Lines.GetLine(&Line))
+    {
+        if (!Line.IsNull(0) && !Line.IsNull(1) && !Names.Has(Line[0]))
+        {
+            m_Names.AddColumn(Line, 0);
+            Names.AddLast();
+        }
+    }
+    std::reverse(m_Names.begin(), m_Names.end());
+    return !m_Names.IsEmpty();
+}
+
+bool PropertyList_c::NextProp(char * sValue, int nMaxLength)
+{
+    return Next(m_Names, sValue, nMaxLength, "int(strlen(m_Names[0])) < nMaxLength");
+}
+
+bool PropertyList_c::StartVal(char const * sPropName)
+{
+    ZQ_ASSERT(sPropName);
+    m_List.Reset();
+    WarehouseScan_t Lines = Scan();
+    WarehouseLine_c Line;
+    while (sPropName && Lines.FindLine(sPropName, &Line))
+    {
+        if (!Line.IsNull(1))
+        {
+            StrToLower(Line[1]);
+            m_List.AddColumn(Line, 1);
+        }
+    }
+    std::reverse(m_List.begin(), m_List.end());
+    return !m_List.IsEmpty();
+}
+
+bool PropertyList_c::NextVal(char * sValue, int nMaxLength)
+{
+    return Next(m_List, sValue, nMaxLength, "int(strlen(m_List[0])) < nMaxLength");
+}

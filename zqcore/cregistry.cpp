@@ -1,0 +1,244 @@
+#include "zqcore/cregistry.h"
+
+#include <cstring>
+
+namespace
+{
+    using plat::RegistryType_e;
+
+    constexpr std::uint32_t PLATFORM_NT = 2;          // counts names in 16-bit units
+    constexpr std::size_t NAME_BUFFER_SIZE = 0x104;   // of a subkey's name, with its terminator
+
+    std::uint32_t Narrow(std::size_t n)
+    {
+        return static_cast<std::uint32_t>(n);
+    }
+}
+
+Registry_c::Registry_c(plat::RegistryTree_e hRoot)
+    : m_hRoot(hRoot)
+    , m_dwPlatform(plat::RegistryGetPlatform())
+{}
+
+Registry_c::~Registry_c()
+{
+    plat::RegistryCloseKey(m_hKey);
+}
+
+void Registry_c::Open(char const * sName, bool bCreate)
+{
+    plat::RegistryCloseKey(m_hKey);
+    m_hKey = plat::RegistryOpenKey(m_hRoot, sName, m_samDesired, bCreate);
+}
+
+int Registry_c::CreateKey(char const * sName)
+{
+    Open(sName, true);
+    return m_hKey != nullptr;
+}
+
+int Registry_c::OpenKey(char const * sName, int bCreate)
+{
+    Open(sName, bCreate != 0);
+    return m_hKey != nullptr;
+}
+
+int Registry_c::DeleteKey(char const * sName, int bRecursive)
+{
+    if (!m_hKey || !sName)
+    {
+        return 0;
+    }
+    return bRecursive ? DeleteTree(sName) : plat::RegistryDeleteKey(m_hKey, sName);
+}
+
+// The subkey is the current key while its own subkeys are deleted, from the last to the first.
+int Registry_c::DeleteTree(char const * sName)
+{
+    plat::RegistryKey_t const hRemembered = m_hKey;
+    m_hKey = plat::RegistryOpenSubKey(hRemembered, sName, m_samDesired);
+    _tag_KEY_INFO Info;
+    bool bDeleted = GetKeyInfo(&Info) != 0;
+    for (std::uint32_t iKey = Info.dwSubKeys; bDeleted && iKey-- > 0;)
+    {
+        char szSubKey[NAME_BUFFER_SIZE];
+        bDeleted = plat::RegistryEnumKey(m_hKey, iKey, szSubKey, sizeof(szSubKey)) && DeleteTree(szSubKey) != 0;
+    }
+    bDeleted = bDeleted && plat::RegistryDeleteKey(m_hKey, "");
+    plat::RegistryCloseKey(m_hKey);
+    m_hKey = hRemembered;
+    return bDeleted;
+}
+
+bool Registry_c::EnumKey(int iIndex, char * sName, int iSize)
+{
+    return iIndex >= 0 && sName && iSize > 0
+           && plat::RegistryEnumKey(m_hKey, static_cast<std::size_t>(iIndex), sName, static_cast<std::size_t>(iSize));
+}
+
+int Registry_c::GetKeyInfo(_tag_KEY_INFO * pInfo)
+{
+    *pInfo = {};
+    plat::RegistryKeyInfo_t Info;
+    if (!plat::RegistryGetKeyInfo(m_hKey, Info))
+    {
+        return 0;
+    }
+    std::uint32_t const nUnit = m_dwPlatform == PLATFORM_NT ? 2 : 1;
+    pInfo->dwSubKeys = Narrow(Info.nSubKeys);
+    pInfo->dwMaxSubKeyLength = (Narrow(Info.nMaxSubKeyLength) + 1) * nUnit;
+    pInfo->dwValues = Narrow(Info.nValues);
+    pInfo->dwMaxValueNameLength = Narrow(Info.nMaxValueNameLength) * nUnit;
+    pInfo->dwMaxValueLength = Narrow(Info.nMaxValueLength);
+    pInfo->ftLastWrite = Info.tLastWrite;
+    return 1;
+}
+
+int Registry_c::GetDataInfo(char const * sName, _tag_DATA_INFO * pInfo)
+{
+    *pInfo = {};
+    std::size_t nSize = 0;
+    RegistryType_e eType;
+    if (!plat::RegistryQuery(m_hKey, sName, eType, nSize))
+    {
+        return 0;
+    }
+    *pInfo = { static_cast<std::uint32_t>(eType), Narrow(nSize) };
+    return 1;
+}
+
+int Registry_c::GetSizeValue(char const * sName)
+{
+    _tag_DATA_INFO Info;
+    return GetDataInfo(sName, &Info) ? static_cast<int>(Info.dwSize) : -1;
+}
+
+int Registry_c::ValueExists(char const * sName)
+{
+    _tag_DATA_INFO Info;
+    return GetDataInfo(sName, &Info);
+}
+
+int Registry_c::DeleteValue(char const * sName)
+{
+    return plat::RegistryDeleteValue(m_hKey, sName);
+}
+
+int Registry_c::RenameValue(char const * sOldName, char const * sNewName)
+{
+    return plat::RegistryRenameValue(m_hKey, sOldName, sNewName);
+}
+
+// Reads a value of any type that fits, and keeps its type.
+bool Registry_c::Query(char const * sName, void * pData, std::size_t & nSize)
+{
+    return plat::RegistryRead(m_hKey, sName, m_dwType, pData, nSize);
+}
+
+// A value of 4 bytes. A text is none: it might have had a terminator.
+bool Registry_c::ReadNumber(char const * sName, void * pData)
+{
+    char dBytes[4];
+    std::size_t nSize = sizeof(dBytes);
+    bool const bNumber = Query(sName, dBytes, nSize) && nSize == sizeof(dBytes) && m_dwType != RegistryType_e::Text;
+    if (bNumber)
+    {
+        std::memcpy(pData, dBytes, sizeof(dBytes));
+    }
+    return bNumber;
+}
+
+int Registry_c::ReadInt(char const * sName, int iDefault)
+{
+    ReadNumber(sName, &iDefault);
+    return iDefault;
+}
+
+float Registry_c::ReadFloat(char const * sName, float fDefault)
+{
+    ReadNumber(sName, &fDefault);
+    return fDefault;
+}
+
+int Registry_c::ReadValue(char const * sName, int * pValue)
+{
+    int iValue;
+    bool const bRead = ReadNumber(sName, &iValue) && m_dwType == RegistryType_e::Dword;
+    *pValue = bRead ? iValue : *pValue;
+    return bRead;
+}
+
+int Registry_c::ReadValue(char const * sName, double * pValue)
+{
+    double dValue;
+    std::size_t nSize = sizeof(dValue);
+    bool const bRead = Query(sName, &dValue, nSize) && nSize == sizeof(dValue) && m_dwType == RegistryType_e::None;
+    *pValue = bRead ? dValue : *pValue;
+    return bRead;
+}
+
+int Registry_c::ReadValue(char const * sName, float * pValue)
+{
+    char dBytes[sizeof(double)];
+    std::size_t nSize = sizeof(dBytes);
+    if (!Query(sName, dBytes, nSize))
+    {
+        return 0;
+    }
+    *pValue = 0.0f;
+    if (m_dwType == RegistryType_e::None && nSize == sizeof(float))
+    {
+        std::memcpy(pValue, dBytes, sizeof(float));
+        return 1;
+    }
+    if (m_dwType == RegistryType_e::None && nSize == sizeof(double))
+    {
+        double dValue;
+        std::memcpy(&dValue, dBytes, sizeof(dValue));
+        *pValue = static_cast<float>(dValue);
+        return 1;
+    }
+    return 0;
+}
+
+int Registry_c::ReadTyped(char const * sName, RegistryType_e eType, void * pData, std::size_t nSize)
+{
+    std::size_t nStored = 0;
+    bool const bFits = plat::RegistryQuery(m_hKey, sName, m_dwType, nStored) && m_dwType == eType && nStored <= nSize;
+    return bFits && Query(sName, pData, nSize) && m_dwType == eType;
+}
+
+int Registry_c::ReadString(char const * sName, char * sBuffer, std::uint32_t dwSize)
+{
+    return ReadTyped(sName, RegistryType_e::Text, sBuffer, dwSize);
+}
+
+int Registry_c::ReadData(char const * sName, void * pData, std::uint32_t dwSize)
+{
+    return ReadTyped(sName, RegistryType_e::Binary, pData, dwSize);
+}
+
+int Registry_c::Write(char const * sName, RegistryType_e eType, void const * pData, std::size_t nSize)
+{
+    return plat::RegistryWrite(m_hKey, sName, eType, pData, nSize);
+}
+
+int Registry_c::WriteValue(char const * sName, int iValue)
+{
+    return Write(sName, RegistryType_e::Dword, &iValue, sizeof(iValue));
+}
+
+int Registry_c::WriteValue(char const * sName, float fValue)
+{
+    return Write(sName, RegistryType_e::None, &fValue, sizeof(fValue));
+}
+
+int Registry_c::WriteString(char const * sName, char const * sText)
+{
+    return sText && Write(sName, RegistryType_e::Text, sText, std::strlen(sText));
+}
+
+int Registry_c::WriteData(char const * sName, void const * pData, std::uint32_t dwSize)
+{
+    return Write(sName, RegistryType_e::Binary, pData, dwSize);
+}

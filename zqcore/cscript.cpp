@@ -1,0 +1,504 @@
+#include "zqcore/cscript.h"
+
+#include "zqcore/cfile.h"
+#include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cnumbertext_internal.h"
+#include "zqcore/cstring.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace
+{
+    enum Class_e : unsigned char
+    {
+        DELIMITER = 1,
+        PUNCTUATION = 2,
+        NUMBER = 4   // what GetInt takes
+    };
+
+    /// What each byte means.
+    struct Classes_t
+    {
+        unsigned char dClasses[256] = {};
+
+        constexpr Classes_t()
+        {
+            for (int i = 0; i < 256; ++i)
+            {
+                dClasses[i] = i <= ' ' || i >= 0x80 ? DELIMITER : 0;
+            }
+            Add("'\";,", PUNCTUATION);
+            Add("0123456789.-", NUMBER);
+        }
+
+        constexpr void Add(char const * szText, Class_e eClass)
+        {
+            for (; *szText; ++szText)
+            {
+                dClasses[static_cast<unsigned char>(*szText)] |= eClass;
+            }
+        }
+    };
+
+    constexpr Classes_t CLASSES;
+
+    bool Is(char c, unsigned iClasses)
+    {
+        return CLASSES.dClasses[static_cast<unsigned char>(c)] & iClasses;
+    }
+
+    /// Where a delimiter next stands, pEnd if nowhere. Looks at a machine word at a time: with the top bit of each byte
+    /// set, subtracting 0x21 clears it in those that are not above the blank, and borrows from no other byte.
+    char const * FindDelimiter(char const * p, char const * pEnd)
+    {
+        constexpr std::size_t ONES = ~std::size_t{ 0 } / 0xFF;   // 0x01 in each byte
+        constexpr std::size_t TOP_BITS = ONES * 0x80;
+        static_assert(std::endian::native == std::endian::little);
+        for (std::size_t nWord; pEnd - p >= static_cast<std::ptrdiff_t>(sizeof nWord); p += sizeof nWord)
+        {
+            std::memcpy(&nWord, p, sizeof nWord);
+            std::size_t const nFound = (~((nWord | TOP_BITS) - ONES * 0x21) | nWord) & TOP_BITS;
+            if (nFound)
+            {
+                return p + std::countr_zero(nFound) / 8;
+            }
+        }
+        while (p < pEnd && !Is(*p, DELIMITER))
+        {
+            ++p;
+        }
+        return p;
+    }
+
+    /// The same with the punctuation.
+    char const * FindDelimiterOrPunctuation(char const * p, char const * pEnd)
+    {
+        while (p < pEnd && !Is(*p, DELIMITER | PUNCTUATION))
+        {
+            ++p;
+        }
+        return p;
+    }
+
+    /// memcpy for a few bytes.
+    void CopyShort(char * pTo, char const * pFrom, std::size_t nBytes)
+    {
+        constexpr std::size_t WORD = sizeof(std::size_t);
+        if (nBytes < WORD)
+        {
+            for (std::size_t i = 0; i < nBytes; ++i)
+            {
+                pTo[i] = pFrom[i];
+            }
+            return;
+        }
+        for (std::size_t i = 0; i < nBytes - WORD; i += WORD)
+        {
+            std::memcpy(pTo + i, pFrom + i, WORD);
+        }
+        std::memcpy(pTo + nBytes - WORD, pFrom + nBytes - WORD, WORD);
+    }
+
+    bool IsLineEnd(char c)
+    {
+        return c == '\n' || c == '\r';
+    }
+
+    /// Whether a token that reads as 0 is made of digits with a sign and a decimal mark at most.
+    bool IsNumber(std::string_view sToken)
+    {
+        int nSigns = 0, nMarks = 0;
+        for (char const c : sToken)
+        {
+            nSigns += c == '+' || c == '-';
+            nMarks += c == '.' || c == ',';
+            if (!std::strchr("0123456789+-.,", c))
+            {
+                return false;
+            }
+        }
+        return nSigns <= 1 && nMarks <= 1;
+    }
+}
+
+Script_c::~Script_c()
+{
+    if (m_pFileData)
+    {
+        Log("WARNING: current script \"%s\" need called Script_c::CloseFile()", m_sName);
+    }
+}
+
+bool Script_c::OpenFile(char const * sFileName)
+{
+    ZQ_ASSERT(sFileName);
+    StrCopy(m_sName, sFileName ? sFileName : "", sizeof m_sName);
+    File_c * const pFile = sFileName ? FileOpen(sFileName) : nullptr;
+    if (!pFile)
+    {
+        return false;
+    }
+    int const iLength = pFile->iLength;
+    auto const nBytes = static_cast<std::size_t>(iLength);
+    delete[] m_pFileData;
+    m_pFileData = ZQ_NEW char[nBytes + 1];
+    std::memcpy(m_pFileData, pFile->pData, nBytes);
+    m_pFileData[nBytes] = '\0';
+    FileClose(pFile);
+    OpenMemoryLocation(m_pFileData, iLength);
+    return true;
+}
+
+void Script_c::CloseFile()
+{
+    if (m_pData == m_pFileData)
+    {
+        m_pData = "";
+        m_iBytesRead = m_iBytesTotal = 0;
+    }
+    delete[] m_pFileData;
+    m_pFileData = nullptr;
+}
+
+void Script_c::OpenMemoryLocation(char const * pText, int iLength)
+{
+    ZQ_ASSERT(pText);
+    ZQ_ASSERT(iLength >= 0);
+    m_pData = pText ? pText : "";
+    m_iBytesTotal = pText ? std::max(iLength, 0) : 0;
+    m_bEndOfFile = false;
+    m_iLines = 0;
+    m_iBytesRead = 0;
+    if (!m_pFileData)
+    {
+        std::snprintf(
+            m_sName, sizeof m_sName, "Memory mapped: %p, size: %d", static_cast<void const *>(pText), iLength);
+    }
+}
+
+bool Script_c::Read(char * pBuffer, int iCount)
+{
+    int const iLeft = m_iBytesTotal - m_iBytesRead;
+    if (iLeft < iCount)
+    {
+        iCount = iLeft;
+        m_bEndOfFile = true;
+    }
+    if (iCount > 0)
+    {
+        char const * const pFrom = m_pData + m_iBytesRead;
+        std::memcpy(pBuffer, pFrom, static_cast<std::size_t>(iCount));
+        m_iBytesRead += iCount;
+        m_iLines += static_cast<int>(std::count(pFrom, pFrom + iCount, '\n'));
+    }
+    else
+    {
+        pBuffer[0] = '\0';
+    }
+    return m_bEndOfFile;
+}
+
+/// Read for a single byte.
+inline char Script_c::ReadByte()
+{
+    if (m_iBytesRead == m_iBytesTotal)
+    {
+        m_bEndOfFile = true;
+        return '\0';
+    }
+    char const c = m_pData[m_iBytesRead++];
+    m_iLines += c == '\n';
+    return c;
+}
+
+/// Reads up to and including a line feed.
+void Script_c::SkipLine()
+{
+    while (!m_bEndOfFile && ReadByte() != '\n')
+    {}
+}
+
+void Script_c::GetToken(char * sToken, bool bPunctuation)
+{
+    unsigned const iDelimiters = bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER;
+    sToken[0] = '\0';
+    for (bool bComment = true; bComment;)
+    {
+        m_bInToken = false;
+        if (m_bEndOfFile)
+        {
+            m_bInToken = !Is(ReadByte(), iDelimiters);   // a position moved back is no new beginning
+            return;
+        }
+        char const * const pEnd = m_pData + m_iBytesTotal;
+        char const * pBegin = m_pData + m_iBytesRead;
+        int nLines = 0;
+        for (; pBegin < pEnd && Is(*pBegin, iDelimiters); ++pBegin)
+        {
+            nLines += *pBegin == '\n';
+        }
+        char const * const p = bPunctuation ? FindDelimiterOrPunctuation(pBegin, pEnd) : FindDelimiter(pBegin, pEnd);
+        m_bInToken = p > pBegin;
+        m_bEndOfFile = p == pEnd;
+        bool const bAtLineFeed = p < pEnd && *p == '\n';
+        // The byte that ends a token is read, and put back; so is the last one of the text where the text ends it.
+        m_iBytesRead = static_cast<int>(p - m_pData) - (m_bEndOfFile && m_bInToken);
+        m_iLines += nLines + bAtLineFeed;
+
+        auto const nToken = static_cast<std::size_t>(p - pBegin);
+        bComment = nToken >= 2 && pBegin[0] == '/' && pBegin[1] == '/';
+        if (!bComment)
+        {
+            std::size_t const nCopy = std::min<std::size_t>(nToken, TOKEN_SIZE - 1);
+            CopyShort(sToken, pBegin, nCopy);
+            sToken[nCopy] = '\0';
+        }
+        else if (m_bEndOfFile)
+        {
+            return;
+        }
+        else if (!bAtLineFeed)
+        {
+            SkipLine();
+            if (m_bEndOfFile)
+            {
+                return;
+            }
+        }
+    }
+}
+
+void Script_c::SkipToken(char const * sToken)
+{
+    char szToken[TOKEN_SIZE];
+    GetToken(szToken, false);
+    if (std::strcmp(szToken, sToken) != 0)
+    {
+        ErrorAt("Expecting token", sToken);
+    }
+}
+
+bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken)
+{
+    int const iFormerRead = m_iBytesRead;
+    bool const bFormerEnd = m_bEndOfFile;
+    if (bFromStart)
+    {
+        m_iBytesRead = 0;
+        m_bEndOfFile = false;
+    }
+    char szToken[TOKEN_SIZE];
+    bool bFound = false;
+    if (bWholeToken)
+    {
+        while (!bFound && !m_bEndOfFile)
+        {
+            GetToken(szToken, false);
+            bFound = std::strcmp(szToken, sToken) == 0;
+        }
+    }
+    else if (Find(sToken))
+    {
+        GetToken(szToken, false);
+        bFound = true;
+    }
+    if (!bFound)
+    {
+        m_iBytesRead = iFormerRead;
+        m_bEndOfFile = bFormerEnd;
+    }
+    return bFound;
+}
+
+/// Moves to where a text next stands, ahead of any NUL; false if it does not.
+bool Script_c::Find(char const * sToken)
+{
+    auto const nLeft = static_cast<std::size_t>(m_iBytesTotal - m_iBytesRead);
+    std::string_view const sRest(m_pData + m_iBytesRead, nLeft);
+    std::size_t const nFound = sRest.substr(0, sRest.find('\0')).find(sToken);
+    if (nFound >= nLeft)
+    {
+        return false;
+    }
+    m_iBytesRead += static_cast<int>(nFound);
+    return true;
+}
+
+void Script_c::GetLine(char * sLine, int iMaxLength)
+{
+    ZQ_ASSERT(iMaxLength >= 2);
+    if (iMaxLength < 2)
+    {
+        return;
+    }
+    char c;
+    do
+    {
+        c = ReadByte();
+        if (IsLineEnd(c))
+        {
+            sLine[0] = '\0';
+            return;
+        }
+    }
+    while (!m_bEndOfFile && (c == ' ' || c == '\t'));
+    sLine[0] = c;
+    int nLine = 1;
+    while (!m_bEndOfFile && nLine < iMaxLength - 1)
+    {
+        c = ReadByte();
+        if (c == '\0' || IsLineEnd(c))
+        {
+            break;
+        }
+        sLine[nLine++] = c;
+    }
+    sLine[nLine] = '\0';
+}
+
+void Script_c::GetSpecific(char * sWord)
+{
+    char c = ReadByte();
+    while (Is(c, DELIMITER) && !m_bEndOfFile)
+    {
+        c = ReadByte();
+    }
+    int nWord = 0;
+    for (; !Is(c, DELIMITER); c = ReadByte())   // at the end of the text a NUL is read
+    {
+        if (nWord < TOKEN_SIZE - 1)
+        {
+            sWord[nWord++] = c;
+        }
+    }
+    sWord[nWord] = '\0';
+}
+
+void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
+{
+    bool bSlash = false;
+    char c = ReadByte();
+    for (; c != cQuote && !m_bEndOfFile && (c == '/' || Is(c, DELIMITER)); c = ReadByte())
+    {
+        if (c == '/' && bSlash)
+        {
+            SkipLine();
+        }
+        bSlash = bSlash || c == '/';
+    }
+    sString[0] = '\0';
+    if (c != cQuote)
+    {
+        ErrorAt("Expecting token", sString);
+        return;
+    }
+    int nString = 0;
+    while (!m_bEndOfFile)
+    {
+        c = ReadByte();
+        if (c == cQuote || m_bEndOfFile)
+        {
+            break;
+        }
+        ZQ_ASSERT(nString < iMaxLength);
+        if (nString >= iMaxLength)
+        {
+            break;
+        }
+        sString[nString++] = c;
+    }
+    sString[nString] = '\0';
+}
+
+/// Reads tokens up to the label and then the word behind it, or, without the label, the last token.
+void Script_c::ReadLabelled(char const * sLabel, char * sValue)
+{
+    sValue[0] = '\0';
+    while (!m_bEndOfFile)
+    {
+        GetToken(sValue, false);
+        if (std::strcmp(sValue, sLabel) == 0)
+        {
+            GetSpecific(sValue);
+            return;
+        }
+        ErrorAt("Expecting token", sLabel);
+    }
+}
+
+int Script_c::GetInt(char const * sLabel)
+{
+    char szValue[TOKEN_SIZE];
+    ReadLabelled(sLabel, szValue);
+    return TextToInt(szValue);
+}
+
+float Script_c::GetFloat(char const * sLabel)
+{
+    char szValue[TOKEN_SIZE];
+    ReadLabelled(sLabel, szValue);
+    return TextToFloat(szValue);
+}
+
+int Script_c::GetInt()
+{
+    char szNumber[TOKEN_SIZE];
+    int nNumber = 0;
+    while (!m_bEndOfFile && m_iBytesRead < m_iBytesTotal && !Is(m_pData[m_iBytesRead], NUMBER))
+    {
+        ReadByte();
+    }
+    // What follows the text belongs to the number, so that its end is met.
+    while (!m_bEndOfFile && (m_iBytesRead == m_iBytesTotal || Is(m_pData[m_iBytesRead], NUMBER)))
+    {
+        char const c = ReadByte();
+        if (nNumber < TOKEN_SIZE - 1)
+        {
+            szNumber[nNumber++] = c;
+        }
+    }
+    szNumber[nNumber] = '\0';
+    return TextToInt(szNumber);
+}
+
+float Script_c::GetFloat()
+{
+    char szToken[TOKEN_SIZE];
+    GetToken(szToken, false);
+    float const fValue = TextToFloat(szToken);
+    if (fValue == 0 && !IsNumber(szToken))
+    {
+        ErrorAt("Expecting token", szToken);
+    }
+    return fValue;
+}
+
+void Script_c::SetPosition(int iPosition)
+{
+    ZQ_ASSERT(iPosition >= 0);
+    m_iBytesRead = std::clamp(iPosition, 0, m_iBytesTotal);
+    m_bEndOfFile = m_bEndOfFile || iPosition > m_iBytesTotal;
+}
+
+void Script_c::GetDump(char * pBuffer, int iStart, int iEnd)
+{
+    ZQ_ASSERT(iEnd < m_iBytesTotal);
+    ZQ_ASSERT(iEnd > iStart);
+    ZQ_ASSERT(iStart >= 0);
+    if (iStart >= 0 && iEnd > iStart && iEnd < m_iBytesTotal)
+    {
+        m_iBytesRead = iStart;
+        Read(pBuffer, iEnd - iStart);
+    }
+}
+
+/// What was expected does not stand in the text: a mistake of the program in a block of memory, and none in a file.
+void Script_c::ErrorAt(char const *, char const *) const
+{
+    ZQ_ASSERT(m_pFileData);
+}

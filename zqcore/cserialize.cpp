@@ -1,0 +1,167 @@
+#include "zqcore/cserialize.h"
+
+#include "zqcore/ccrc.h"
+#include "zqcore/clog.h"
+
+#include <limits>
+
+std::uint32_t const ARCHIVE_PARTICLE_SYSTEM_VERSION = 0x00020011;
+std::uint32_t const ARCHIVE_MESH_VERSION = 0x0004000D;
+std::uint32_t const ARCHIVE_ANIM_VERSION = 0x00020002;
+std::uint32_t const ARCHIVE_COLMESH_VERSION = 0x00020004;
+std::uint32_t const ARCHIVE_PROBTREE_VERSION = 0x00010000;
+std::uint32_t const ARCHIVE_GAME_RECORD_VERSION = 0x00010000;
+std::uint32_t const ARCHIVE_KILN_WORLD_VERSION = 0x00010000;
+std::uint32_t const ARCHIVE_ACCOUNT_VERSION = 0x00010000;
+std::uint32_t const ARCHIVE_SAVED_GAME_VERSION = 0x0002001D;
+std::uint32_t const REPLICATE_VERSION = 0x00010000;
+std::uint32_t const FILESYSTEMCACHE_VERSION = 0x00010002;
+std::uint32_t const DIALOG_FILE_VERSION = 0x00010001;
+std::uint32_t const CAMERATRACK_FILE_VERSION = 0x00010001;
+std::uint32_t const FJORDTRACK_FILE_VERSION = 0x00010000;
+
+namespace
+{
+    int Major(std::uint32_t dwVersion)
+    {
+        return static_cast<int>(dwVersion >> 16);
+    }
+
+    int Minor(std::uint32_t dwVersion)
+    {
+        return static_cast<int>(dwVersion & 0xFFFF);
+    }
+}
+
+Serializeable_c::Serializeable_c(bool bIsReading, std::uint32_t dwVersion, bool)
+    : m_bIsReading(bIsReading)
+    , m_dwVersion(dwVersion)
+{}
+
+Serializeable_c::~Serializeable_c() = default;
+
+bool Serializeable_c::Open()
+{
+    if (!m_bIsReading)
+    {
+        Serialize(m_dwVersion);
+        return true;
+    }
+    std::uint32_t dwFile = 0;
+    Serialize(dwFile);
+    return !m_bFailed && AcceptVersion(dwFile);
+}
+
+bool Serializeable_c::AcceptVersion(std::uint32_t dwFile)
+{
+    if (Major(dwFile) != Major(m_dwVersion))
+    {
+        Abort("Serializeable_c: archive '%s' is v.%d.%d, and this binary only supports v.%d.%d", GetFileName(),
+            Major(dwFile), Minor(dwFile), Major(m_dwVersion), Minor(m_dwVersion));
+    }
+    if (Minor(dwFile) > Minor(m_dwVersion))
+    {
+        Log("Serializeable_c: archive is newer version then executable, %x", dwFile);
+        return false;
+    }
+    m_dwVersion = dwFile;
+    return true;
+}
+
+bool Serializeable_c::Close()
+{
+    return true;
+}
+
+int Serializeable_c::GetPosition() const
+{
+    return -1;
+}
+
+void Serializeable_c::Fail()
+{
+    m_bFailed = true;
+    m_pEnd = m_pPos;
+}
+
+void Serializeable_c::Label(char const * sName, std::uint32_t dwLabel)
+{
+    if (!StepLabel(dwLabel))
+    {
+        Abort("Label '%s' expected in '%s' file.", sName, GetFileName());
+    }
+}
+
+void Serializeable_c::LabelCrc32(char const * sName)
+{
+    if (!StepLabel(GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)))))
+    {
+        Abort("LabelCrc32 '%s' expected in '%s' fille.", sName, GetFileName());
+    }
+}
+
+/// Stores a label, or tells whether the file has it here. A label that can't be read is no other one.
+bool Serializeable_c::StepLabel(std::uint32_t dwLabel)
+{
+    if (!m_bIsReading)
+    {
+        Serialize(dwLabel);
+        return true;
+    }
+    std::uint32_t const dwFile = LabelRead();
+    return dwFile == dwLabel || m_bFailed;
+}
+
+std::uint32_t Serializeable_c::LabelRead()
+{
+    ZQ_ASSERT(m_bIsReading);
+    std::uint32_t dwLabel = 0;
+    if (m_bIsReading)
+    {
+        Serialize(dwLabel);
+    }
+    return dwLabel;
+}
+
+void Serializeable_c::SerializeString(char * sBuffer, int iBufLength)
+{
+    ZQ_ASSERT(sBuffer && iBufLength > 0);
+    if (!sBuffer || iBufLength <= 0)
+    {
+        return Fail();
+    }
+    m_bIsReading ? ReadString(sBuffer, iBufLength) : WriteString(sBuffer, iBufLength);
+}
+
+void Serializeable_c::WriteString(char * sBuffer, int iBufLength)
+{
+    auto Len = static_cast<int>(StrLengthMax(sBuffer, static_cast<std::size_t>(iBufLength - 1)));
+    Serialize(Len);
+    Transfer(sBuffer, Len + 1);
+}
+
+void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
+{
+    int Len = 0;
+    Serialize(Len);
+    if (m_bFailed)
+    {
+        return;
+    }
+    bool const bFits = Len >= 0 && Len < iBufLength;
+    ZQ_ASSERT_EX_TEXT(bFits, "Len < iBufLength", "text of %d characters in '%s' file, with room for %d", Len,
+        GetFileName(), iBufLength - 1);
+    if (!bFits)
+    {
+        Fail();
+    }
+    else if (Transfer(sBuffer, Len + 1))
+    {
+        sBuffer[Len] = '\0';
+    }
+}
+
+void Serializeable_c::SerializeVector3(__m128 & vValue)
+{
+    Transfer(&vValue, 3 * sizeof(float));
+}

@@ -1,0 +1,574 @@
+#include "zqcore/cserializer.h"
+
+#include "zqcore/cfilemedia.h"
+#include "zqcore/clog.h"
+
+#include "platform/stack.h"
+
+#include <algorithm>
+
+constinit Link_T<Serializer_c *> * Serializer_c::pSerializerList = nullptr;
+PointerTable_c const Serializer_c::dPointers;
+constinit SortedArray_T<Serializer_c::RegisteredStaticPointer_t,
+    ArrayTraits_T<Serializer_c::RegisteredStaticPointer_t, 1024, 0>>
+    Serializer_c::dRegisteredStaticPointers;
+constinit Serializer_c::OpenRecord_s * Serializer_c::s_pOpen = nullptr;
+constinit Serializer_c * Serializer_c::s_pLastFound = nullptr;
+constinit std::uint16_t Serializer_c::s_nClasses = 0;
+
+namespace
+{
+    // Classes of slots; other numbers are those of serializers.
+    constexpr std::uint16_t CLASS_NONE = 0;
+    constexpr std::uint16_t CLASS_OPEN = 0xFFFF;   // the object's body runs
+
+    constexpr std::size_t FRESH_STACK = 8 * 1024 * 1024;
+    constexpr int PROBE_STEP = 0xCD;   // odd, so that every slot is visited
+
+    void const * FreeSlot()
+    {
+        return reinterpret_cast<void const *>(Serializer_c::HASH_NO_ELEMENT);
+    }
+
+    // The table. It is made ready page by page, where it is used; memory of zeros is an empty one.
+    struct Table_s
+    {
+        static constexpr int SIZE = Serializer_c::HASH_SIZE;
+        static constexpr int PAGE_SLOTS = 512;
+
+        bool bUsed;                       // any page is ready
+        bool dReady[SIZE / PAGE_SLOTS];   // pages that hold this pass's contents
+        std::uint16_t dClasses[SIZE];     // of loaded objects: see Serializer_c::m_iClass
+        void const * dSlots[SIZE];
+
+        void const * Get(int iSlot) const { return dReady[iSlot / PAGE_SLOTS] ? dSlots[iSlot] : FreeSlot(); }
+
+        void const *& Slot(int iSlot)
+        {
+            if (!dReady[iSlot / PAGE_SLOTS]) [[unlikely]]
+            {
+                MakeReady(iSlot / PAGE_SLOTS);
+            }
+            return dSlots[iSlot];
+        }
+
+        std::uint16_t & Class(int iSlot)
+        {
+            Slot(iSlot);
+            return dClasses[iSlot];
+        }
+
+        ZQ_COLD void MakeReady(int iPage)
+        {
+            std::fill_n(dSlots + iPage * PAGE_SLOTS, PAGE_SLOTS, FreeSlot());
+            std::fill_n(dClasses + iPage * PAGE_SLOTS, PAGE_SLOTS, CLASS_NONE);
+            dReady[iPage] = true;
+            bUsed = true;
+        }
+
+        void Reset()
+        {
+            if (bUsed)
+            {
+                std::fill(std::begin(dReady), std::end(dReady), false);
+                bUsed = false;
+            }
+        }
+    };
+    static_assert(std::is_trivially_default_constructible_v<Table_s>, "no constructor touches the table");
+    Table_s g_Table;
+
+    struct Mark_t
+    {
+        char const * szName;
+        std::uint32_t dwLabel;
+
+        constexpr explicit Mark_t(char const * sz)
+            : szName(sz)
+            , dwLabel(Serializeable_c::LabelCalc(sz))
+        {}
+    };
+
+    constexpr Mark_t MARK_PASS("Serializer_c");
+    constexpr Mark_t MARK_BEGIN("composite object begin");
+    constexpr Mark_t MARK_END("composite object end");
+    constexpr Mark_t MARK_PLAIN("just a pointer");
+    constexpr Mark_t MARK_REGISTERED("Registered pointer");
+
+    void Put(Serializeable_c & archive, Mark_t const & Mark)
+    {
+        archive.Label(Mark.szName, Mark.dwLabel);
+    }
+
+    bool IsIdentifier(int iPointer)
+    {
+        return iPointer >= -1 && iPointer < Serializer_c::HASH_SIZE;
+    }
+
+    [[noreturn]] ZQ_COLD void AbortOfFixup(Serializeable_c const & archive)
+    {
+        Abort("Serializer_c: Can't fixup pointer in '%s' file", archive.GetFileName());
+    }
+}
+
+/// An object that is being loaded; lives as long as its body runs.
+struct Serializer_c::OpenRecord_s
+{
+    int iPointer;
+    std::uint16_t iClass;
+    void *& pObject;
+    OpenRecord_s * pOuter;
+
+    OpenRecord_s(int i, Serializer_c const & Serializer, void *& p)
+        : iPointer(i)
+        , iClass(Serializer.m_iClass)
+        , pObject(p)
+        , pOuter(s_pOpen)
+    {
+        g_Table.Class(i) = CLASS_OPEN;
+        s_pOpen = this;
+    }
+    ~OpenRecord_s() { s_pOpen = pOuter; }
+    OpenRecord_s(OpenRecord_s const &) = delete;
+    OpenRecord_s & operator=(OpenRecord_s const &) = delete;
+};
+
+void const * PointerTable_c::operator[](int iSlot) const
+{
+    bool const bInside = iSlot >= 0 && iSlot < SIZE;
+    ZQ_ASSERT_TEXT(bInside, "iSlot >= 0 && iSlot < HASH_SIZE");
+    return bInside ? g_Table.Get(iSlot) : FreeSlot();
+}
+
+Serializer_c::Serializer_c(String_T<32> const & sClassName)
+    : m_sClassName(sClassName)
+{
+    Serializer_c const * const pNamesake = FindSerializer(m_sClassName);
+    ZQ_ASSERT(pNamesake || s_nClasses < CLASS_OPEN - 1);
+    m_iClass = pNamesake ? pNamesake->m_iClass : ++s_nClasses;
+
+    MemCategoryScope_c const Category(mem::Noise);
+    pSerializerList = (ZQ_NEW Link_T<Serializer_c *>(this))->Link(pSerializerList);
+    s_pLastFound = nullptr;
+    ResetCache();
+}
+
+Serializer_c::~Serializer_c()
+{
+    for (Link_T<Serializer_c *> * pLink = pSerializerList; pLink; pLink = pLink->pNext)
+    {
+        if (pLink->Get() == this)
+        {
+            pSerializerList = pLink->Unlink(pSerializerList);
+            delete pLink;
+            break;
+        }
+    }
+    s_pLastFound = nullptr;
+}
+
+Serializer_c * Serializer_c::FindSerializer(String_T<32> const & sClassName)
+{
+    if (s_pLastFound && s_pLastFound->m_sClassName == sClassName)
+    {
+        return s_pLastFound;
+    }
+    for (Link_T<Serializer_c *> * pLink = pSerializerList; pLink; pLink = pLink->pNext)
+    {
+        if (pLink->Get()->m_sClassName == sClassName)
+        {
+            return s_pLastFound = pLink->Get();
+        }
+    }
+    return nullptr;
+}
+
+String_T<32> Serializer_c::LoadName(Serializeable_c & archive)
+{
+    String_T<32> sClassName;
+    archive.SerializeString(sClassName);
+    return sClassName;
+}
+
+void Serializer_c::ResetCache()
+{
+    g_Table.Reset();
+    s_pOpen = nullptr;
+}
+
+int Serializer_c::HashFunc(void const * pPointer)
+{
+    return static_cast<int>((reinterpret_cast<std::uintptr_t>(pPointer) >> 3) & (HASH_SIZE - 1));
+}
+
+bool Serializer_c::AddVoidToCache(void const * pPointer, int * pIndex)
+{
+    if (!pPointer)
+    {
+        *pIndex = -1;
+        return false;
+    }
+    int iSlot = HashFunc(pPointer);
+    for (int nProbes = 0; nProbes < HASH_SIZE; ++nProbes)
+    {
+        void const *& pSlot = g_Table.Slot(iSlot);
+        bool const bNew = pSlot == FreeSlot();
+        if (bNew || pSlot == pPointer)
+        {
+            pSlot = pPointer;
+            *pIndex = iSlot;
+            return bNew;
+        }
+        iSlot = (iSlot + PROBE_STEP) & (HASH_SIZE - 1);
+    }
+    Abort("Serializer_c Hash overflow");
+}
+
+bool Serializer_c::IsInCache(int iPointer)
+{
+    ZQ_ASSERT(IsIdentifier(iPointer));
+    return iPointer == -1 || (IsIdentifier(iPointer) && g_Table.Get(iPointer) != FreeSlot());
+}
+
+void Serializer_c::SetCacheData(int iPointer, void const * pPointer)
+{
+    ZQ_ASSERT(IsIdentifier(iPointer));
+    if (IsIdentifier(iPointer))
+    {
+        Store(iPointer, pPointer, CLASS_NONE);
+    }
+}
+
+void Serializer_c::Store(int iPointer, void const * pPointer, std::uint16_t iClass)
+{
+    if (iPointer != -1)
+    {
+        g_Table.Slot(iPointer) = pPointer;
+        g_Table.dClasses[iPointer] = iClass;
+    }
+}
+
+/// Loads an identifier. False, with the archive failed, if there is none.
+bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
+{
+    archive.Serialize(iPointer);
+    if (archive.IsFailed())
+    {
+        return false;
+    }
+    bool const bValid = IsIdentifier(iPointer);
+    ZQ_ASSERT_EX_TEXT(bValid, "iPointer >= -1 && iPointer < HASH_SIZE", "identifier %d in '%s' file", iPointer,
+        archive.GetFileName());
+    if (!bValid)
+    {
+        archive.Fail();
+    }
+    return bValid;
+}
+
+void Serializer_c::RunBody(Serializeable_c & archive, void *& pObject)
+{
+    if (plat::StackLeft() < BODY_STACK) [[unlikely]]
+    {
+        return RunBodyOnFreshStack(archive, pObject);
+    }
+    SerializeObject(archive, pObject);
+}
+
+void Serializer_c::RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject)
+{
+    struct Call_s
+    {
+        Serializer_c & Serializer;
+        Serializeable_c & archive;
+        void *& pObject;
+    } Call{ *this, archive, pObject };
+    auto const fnRun = [](void * pArgument)
+    {
+        Call_s & c = *static_cast<Call_s *>(pArgument);
+        c.Serializer.SerializeObject(c.archive, c.pObject);
+    };
+    if (!plat::StackCallOnFresh(FRESH_STACK, fnRun, &Call))
+    {
+        LogWinLastError("Serializer_c: no stack for a deeper object");
+        archive.Fail();
+    }
+}
+
+void Serializer_c::WritePointer(Serializeable_c & archive, void *& pObject)
+{
+    if (archive.IsFailed())
+    {
+        return;
+    }
+    int iPointer;
+    bool const bNew = AddVoidToCache(pObject, &iPointer);
+    archive.Serialize(iPointer);
+    if (!bNew)
+    {
+        return Put(archive, MARK_PLAIN);
+    }
+    Put(archive, MARK_BEGIN);
+    archive.SerializeString(m_sClassName);
+    RunBody(archive, pObject);
+    Put(archive, MARK_END);
+}
+
+void Serializer_c::ReadPointer(Serializeable_c & archive, void *& pObject)
+{
+    ReadRecord(archive, pObject, nullptr);
+}
+
+void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
+{
+    int const iPointer = ReadRecord(archive, pObject, this);
+    if (archive.IsFailed() || iPointer == -1)
+    {
+        return;
+    }
+    bool const bOwn = g_Table.Class(iPointer) == m_iClass;
+    ZQ_ASSERT_EX_TEXT(bOwn, "dPointers[iPointer] is of class m_sClassName", "'%s' expected in '%s' file",
+        static_cast<char const *>(m_sClassName), archive.GetFileName());
+    if (!bOwn)
+    {
+        archive.Fail();
+        pObject = nullptr;
+    }
+}
+
+/// Loads a pointer record; its identifier, -1 on failure.
+int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Serializer_c const * pExpected)
+{
+    int iPointer = -1;
+    bool bLoaded = ReadIdentifier(archive, iPointer);
+    if (bLoaded && IsInCache(iPointer))
+    {
+        Put(archive, MARK_PLAIN);
+        bLoaded = !archive.IsFailed();
+        Reconstruct(bLoaded ? iPointer : -1, pObject);
+    }
+    else if (!bLoaded || !ReadObject(archive, iPointer, pObject, pExpected))
+    {
+        bLoaded = false;
+        pObject = nullptr;
+    }
+    return bLoaded ? iPointer : -1;
+}
+
+/// Loads a first reference behind its identifier. False, with the archive failed, if its body could not be run.
+bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Serializer_c const * pExpected)
+{
+    Put(archive, MARK_BEGIN);
+    Serializer_c * const pSerializer = ReadClass(archive, iPointer, pExpected);
+    if (!pSerializer)
+    {
+        archive.Fail();
+        return false;
+    }
+    {
+        OpenRecord_s const Open(iPointer, *pSerializer, pObject);
+        pSerializer->RunBody(archive, pObject);
+    }
+    Store(iPointer, pObject, pSerializer->m_iClass);
+    Put(archive, MARK_END);
+    return true;
+}
+
+/// Loads a class name: its serializer; null, with an assertion, if there is none, or it may not stand here.
+Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Serializer_c const * pExpected)
+{
+    String_T<32> const sClassName = LoadName(archive);
+    if (archive.IsFailed())
+    {
+        return nullptr;
+    }
+    Serializer_c * const pSerializer = FindSerializer(sClassName);
+    char const * const szClass = sClassName;
+    ZQ_ASSERT_EX_TEXT(pSerializer, "pSerializer", "class '%s' in '%s' file", szClass, archive.GetFileName());
+    bool const bExpected = !pSerializer || !pExpected || pSerializer->m_iClass == pExpected->m_iClass;
+    ZQ_ASSERT_EX_TEXT(bExpected, "sClassName == m_sClassName", "class '%s' for '%s' in '%s' file", szClass,
+        static_cast<char const *>(pExpected->m_sClassName), archive.GetFileName());
+    bool const bFirst = g_Table.Class(iPointer) != CLASS_OPEN;
+    ZQ_ASSERT_EX_TEXT(
+        bFirst, "object is not inside itself", "identifier %d in '%s' file", iPointer, archive.GetFileName());
+    return bExpected && bFirst ? pSerializer : nullptr;
+}
+
+void Serializer_c::RegisterPointer(Serializeable_c & archive, void const * pPointer)
+{
+    Put(archive, MARK_REGISTERED);
+    if (archive.IsFailed())
+    {
+        return;
+    }
+    int iPointer = -1;
+    if (!archive.IsReading())
+    {
+        AddVoidToCache(pPointer, &iPointer);
+        archive.Serialize(iPointer);
+    }
+    else if (ReadIdentifier(archive, iPointer) && !IsInCache(iPointer))
+    {
+        bool const bItself = s_pOpen && s_pOpen->iPointer == iPointer && s_pOpen->pObject == pPointer;
+        Store(iPointer, pPointer, bItself ? s_pOpen->iClass : CLASS_NONE);
+    }
+}
+
+void Serializer_c::FixupVoidPointer(Serializeable_c & archive, void const *& pPointer)
+{
+    int iPointer = -1;
+    if (archive.IsReading())
+    {
+        bool const bRead = ReadIdentifier(archive, iPointer);
+        if (bRead && !IsInCache(iPointer))
+        {
+            AbortOfFixup(archive);
+        }
+        Reconstruct(bRead ? iPointer : -1, pPointer);
+    }
+    else if (!archive.IsFailed())
+    {
+        if (AddVoidToCache(pPointer, &iPointer))
+        {
+            AbortOfFixup(archive);
+        }
+        archive.Serialize(iPointer);
+    }
+}
+
+void Serializer_c::RegisterStaticPointer(void * pPointer)
+{
+    RegisterSerializedStaticPointer(pPointer, "");
+}
+
+void Serializer_c::RegisterSerializedStaticPointer(void * pPointer, String_T<32> const & sClassName)
+{
+    int iPointer;
+    if (AddVoidToCache(pPointer, &iPointer))
+    {
+        MemCategoryScope_c const Category(mem::Noise);
+        dRegisteredStaticPointers.Add({ pPointer, sClassName });
+    }
+}
+
+void Serializer_c::StartSerialize(Serializeable_c & archive, bool bStaticPointers)
+{
+    Put(archive, MARK_PASS);
+    ResetCache();
+    if (bStaticPointers && !archive.IsFailed())
+    {
+        archive.IsReading() ? ReadStaticPointers(archive) : WriteStaticPointers(archive);
+    }
+}
+
+void Serializer_c::WriteStaticPointers(Serializeable_c & archive)
+{
+    int nRegisteredStaticPointers = dRegisteredStaticPointers.GetLength();
+    ZQ_ASSERT(nRegisteredStaticPointers < MAX_STATIC_POINTERS);
+    if (nRegisteredStaticPointers >= MAX_STATIC_POINTERS)
+    {
+        return archive.Fail();
+    }
+    archive.Serialize(nRegisteredStaticPointers);
+    for (int i = 0; i < nRegisteredStaticPointers && !archive.IsFailed(); ++i)
+    {
+        RegisteredStaticPointer_t Entry = dRegisteredStaticPointers[i];
+        int iPointer;
+        AddVoidToCache(Entry.pPointer, &iPointer);
+        archive.Serialize(iPointer);
+        if (Serializer_c * const pSerializer = FindSerializer(Entry.sClassName))
+        {
+            pSerializer->RunBody(archive, Entry.pPointer);
+        }
+    }
+}
+
+void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
+{
+    if (!ReadStaticCount(archive))
+    {
+        return archive.Fail();
+    }
+    for (int i = 0; i < dRegisteredStaticPointers.GetLength() && !archive.IsFailed(); ++i)
+    {
+        RegisteredStaticPointer_t Entry = dRegisteredStaticPointers[i];
+        int iPointer = -1;
+        if (!ReadIdentifier(archive, iPointer))
+        {
+            return;
+        }
+        Serializer_c * const pSerializer = FindSerializer(Entry.sClassName);
+        Store(iPointer, Entry.pPointer, pSerializer ? pSerializer->m_iClass : CLASS_NONE);
+        if (pSerializer)
+        {
+            pSerializer->RunBody(archive, Entry.pPointer);
+        }
+    }
+}
+
+/// Loads the number of static objects and gives the list that length; false if there is no valid number.
+bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
+{
+    int nRegisteredStaticPointers = 0;
+    archive.Serialize(nRegisteredStaticPointers);
+    if (archive.IsFailed())
+    {
+        return false;
+    }
+    if (nRegisteredStaticPointers != dRegisteredStaticPointers.GetLength())
+    {
+        Log("Serializer_c: number of registered static pointers not match serialized");
+    }
+    bool const bValid = nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS;
+    ZQ_ASSERT_TEXT(bValid, "nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS");
+    if (!bValid)
+    {
+        return false;
+    }
+    while (dRegisteredStaticPointers.GetLength() > nRegisteredStaticPointers)
+    {
+        dRegisteredStaticPointers.Delete(dRegisteredStaticPointers.GetLength() - 1);
+    }
+    MemCategoryScope_c const Category(mem::Noise);
+    while (dRegisteredStaticPointers.GetLength() < nRegisteredStaticPointers)
+    {
+        dRegisteredStaticPointers.Add({});
+    }
+    return true;
+}
+
+void SerializerListFree()
+{
+    LinkFreeAll(Serializer_c::pSerializerList);
+    Serializer_c::pSerializerList = nullptr;
+    Serializer_c::s_pLastFound = nullptr;
+}
+
+namespace
+{
+    ModuleSerialize_c g_ModuleSerialize;
+}
+
+ModuleSerialize_c * ModuleSerialize_c::Get()
+{
+    return &g_ModuleSerialize;
+}
+
+Module_c ** ModuleSerialize_c::GetPrerequisites() const
+{
+    static Module_c * s_dPrerequisites[] = { ModuleFile_c::Get(), nullptr };
+    return s_dPrerequisites;
+}
+
+bool ModuleSerialize_c::Initialize()
+{
+    Serializer_c::ResetCache();
+    return Module_c::Initialize();
+}
+
+void ModuleSerialize_c::Shutdown()
+{
+    Serializer_c::dRegisteredStaticPointers.Reset();
+    SerializerListFree();
+    Module_c::Shutdown();
+}

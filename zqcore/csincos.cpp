@@ -1,0 +1,28 @@
+#include "zqcore/csincos.h"
+
+#include <cmath>
+
+constinit std::array<float, SIN_TABLE_SIZE> g_dSinTable{};
+
+namespace
+{
+    constinit ModuleSinCos_c s_Module;
+    constexpr double FLOAT_PI = 3.1415927410125732;
+}
+
+ModuleSinCos_c::~ModuleSinCos_c() = default;
+
+ModuleSinCos_c * ModuleSinCos_c::Get()
+{
+    return &s_Module;
+}
+
+bool ModuleSinCos_c::Initialize()
+{
+    for (std::size_t i = 0; i < g_dSinTable.size(); ++i)
+    {
+        float const fAngle = static_cast<float>(static_cast<double>(i * 16) * FLOAT_PI / 32768.0);
+        g_dSinTable[i] = static_cast<float>(std::sin(static_cast<double>(fAngle)));
+    }
+    return Module_c::Initialize();
+}

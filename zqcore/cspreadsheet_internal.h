@@ -1,0 +1,26 @@
+// cspreadsheet_internal.h: the parser of spreadsheets.
+#pragma once
+
+#include "zqcore/cspreadsheet.h"
+#include "zqcore/ctextparser_internal.h"
+
+/// Reads rows of cells from a text that must stay as long as the parser.
+class SpreadsheetParser_c
+{
+public:
+    SpreadsheetParser_c(SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength);
+
+    /// Reads the next row that holds anything into an empty Row; false behind the last one. After an error the next row
+    /// begins behind the token that stopped this one.
+    bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
+
+private:
+    bool ParseCell(SpreadsheetRow_c & Row, bool & bError);
+    void AddToken(SpreadsheetRow_c & Row) const;
+    bool Next() { return m_Parser.NextToken(m_Token); }
+    bool IsSymbol(char c) const { return m_Token.eKind == LAST_PARSED_SYMBOL && *m_Token.pText == c; }
+
+    SimpleTextParser_c m_Parser;
+    SpreadsheetFmtDesc_t const m_Fmt;
+    TextToken_t m_Token;
+};

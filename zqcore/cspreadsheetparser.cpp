@@ -1,0 +1,272 @@
+#include "zqcore/cspreadsheet_internal.h"
+
+#include "zqcore/clog.h"
+#include "zqcore/cstring.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace
+{
+    // A block holds its ends in 16 bits if it is small enough for that, else in 32.
+    constexpr std::size_t NARROW_LIMIT = 0xFFFF;
+
+    constexpr std::size_t EndSize(std::size_t nBlock)
+    {
+        return nBlock <= NARROW_LIMIT ? sizeof(std::uint16_t) : sizeof(std::uint32_t);
+    }
+
+    template <typename T>
+    std::size_t LoadEnd(char const * pBehind, int iCell)
+    {
+        T nEnd;
+        std::memcpy(&nEnd, pBehind - (static_cast<std::size_t>(iCell) + 1) * sizeof nEnd, sizeof nEnd);
+        return nEnd;
+    }
+
+    template <typename T>
+    void StoreEnd(char * pBehind, int iCell, std::size_t nValue)
+    {
+        auto const nEnd = static_cast<T>(nValue);
+        std::memcpy(pBehind - (static_cast<std::size_t>(iCell) + 1) * sizeof nEnd, &nEnd, sizeof nEnd);
+    }
+}
+
+inline std::size_t SpreadsheetRow_c::Block_t::GetEnd(int iCell) const
+{
+    return nBytes <= NARROW_LIMIT ? LoadEnd<std::uint16_t>(pBytes + nBytes, iCell)
+                                  : LoadEnd<std::uint32_t>(pBytes + nBytes, iCell);
+}
+
+inline void SpreadsheetRow_c::Block_t::SetEnd(int iCell, std::size_t nEnd)
+{
+    nBytes <= NARROW_LIMIT ? StoreEnd<std::uint16_t>(pBytes + nBytes, iCell, nEnd)
+                           : StoreEnd<std::uint32_t>(pBytes + nBytes, iCell, nEnd);
+}
+
+SpreadsheetRow_c::~SpreadsheetRow_c()
+{
+    if (!IsPacked())
+    {
+        delete[] m_Block.pBytes;
+    }
+}
+
+void SpreadsheetRow_c::AddCell(char const * sText)
+{
+    std::size_t const nText = sText ? std::strlen(sText) : 0;
+    std::size_t const nOffset =
+        reinterpret_cast<std::uintptr_t>(sText) - reinterpret_cast<std::uintptr_t>(m_Block.pBytes);
+    bool const bOwn = nOffset < m_Block.nBytes;   // a text of this row, which Reserve may move
+    char * const pTo = Reserve(nText);
+    if (nText > 0)
+    {
+        std::memcpy(pTo, bOwn ? m_Block.pBytes + nOffset : sText, nText);
+    }
+    Commit(nText);
+}
+
+char const * SpreadsheetRow_c::GetCell(int iCell) const
+{
+    ZQ_ASSERT(iCell >= 0 && iCell < GetCellCount());
+    if (iCell < 0 || iCell >= m_nStored)
+    {
+        return "";
+    }
+    return m_Block.pBytes + (iCell > 0 ? m_Block.GetEnd(iCell - 1) : 0);
+}
+
+/// Makes room for a further cell; where its text goes.
+inline char * SpreadsheetRow_c::Reserve(std::size_t nText)
+{
+    std::size_t const nStart = GetTextSize();
+    auto const nCells = static_cast<std::size_t>(m_nStored) + 1;
+    if (nStart + nText + 1 + nCells * EndSize(m_Block.nBytes) > m_Block.nBytes)
+    {
+        Grow(nStart + nText + 1 + nCells * sizeof(std::uint32_t));
+    }
+    return m_Block.pBytes + nStart;
+}
+
+/// Makes a cell of the text that was written there.
+inline void SpreadsheetRow_c::Commit(std::size_t nText)
+{
+    std::size_t const nEnd = GetTextSize() + nText + 1;
+    m_Block.pBytes[nEnd - 1] = '\0';
+    m_Block.SetEnd(m_nStored, nEnd);
+    ++m_nStored;
+    m_nCells = std::max(m_nCells, m_nStored);
+}
+
+void SpreadsheetRow_c::Grow(std::size_t nNeeded)
+{
+    constexpr std::size_t FIRST = 64;
+    Block_t Larger;
+    Larger.nBytes = std::max({ nNeeded, m_Block.nBytes * 2, FIRST });
+    Larger.pBytes = ZQ_NEW char[Larger.nBytes];
+    CopyTo(Larger);
+    if (!IsPacked())
+    {
+        delete[] m_Block.pBytes;
+    }
+    m_Block = Larger;
+}
+
+void SpreadsheetRow_c::CopyTo(Block_t & Block) const
+{
+    std::size_t const nText = GetTextSize();
+    if (nText > 0)
+    {
+        std::memcpy(Block.pBytes, m_Block.pBytes, nText);
+    }
+    for (int i = 0; i < m_nStored; ++i)
+    {
+        Block.SetEnd(i, m_Block.GetEnd(i));
+    }
+}
+
+/// Bytes of a block that holds the cells and nothing more.
+std::size_t SpreadsheetRow_c::GetPackedSize() const
+{
+    auto const nCells = static_cast<std::size_t>(m_nStored);
+    std::size_t const nNarrow = GetTextSize() + nCells * sizeof(std::uint16_t);
+    return nNarrow <= NARROW_LIMIT ? nNarrow : GetTextSize() + nCells * sizeof(std::uint32_t);
+}
+
+/// Makes a copy, padded to nCells, of a row and its block of nBlock bytes in one piece of memory.
+SpreadsheetRow_c * SpreadsheetRow_c::PackInto(void * pMemory, std::size_t nBlock, int nCells) const
+{
+    auto * const pRow = new (pMemory) SpreadsheetRow_c;
+    pRow->m_Block = { reinterpret_cast<char *>(pRow + 1), nBlock };
+    CopyTo(pRow->m_Block);
+    pRow->m_nStored = m_nStored;
+    pRow->m_nCells = std::max(m_nStored, nCells);
+    return pRow;
+}
+
+SpreadsheetParser_c::SpreadsheetParser_c(SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength)
+    : m_Fmt(Fmt)
+{
+    m_Parser.SetCharacterRule(0x20, static_cast<char>(0xFF), PARSING_RULE_WORD_FIRST);
+    m_Parser.SetCharacterRule(0x20, static_cast<char>(0xFF), PARSING_RULE_WORD_REST);
+    m_Parser.SetCharacterRule('"', PARSING_RULE_STRING);
+    m_Parser.SetCharacterRule(m_Fmt.cCellSeparator, PARSING_RULE_SYMBOL);
+    m_Parser.SetCharacterRule(m_Fmt.cRowSeparator, PARSING_RULE_SYMBOL);
+    m_Parser.Open(pText, iLength);
+}
+
+bool SpreadsheetParser_c::ParseRow(SpreadsheetRow_c & Row, bool & bError)
+{
+    bError = false;
+    do
+    {
+        if (!Next())
+        {
+            return false;
+        }
+    }
+    while (IsSymbol(m_Fmt.cRowSeparator));
+    while (ParseCell(Row, bError))
+    {}
+    return true;
+}
+
+/// Reads a cell whose first token is the current one, and moves to the next cell; false if there is none in this row.
+inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError)
+{
+    bool const bText = m_Token.eKind == LAST_PARSED_WORD || m_Token.eKind == LAST_PARSED_STRING;
+    if (bText)
+    {
+        AddToken(Row);
+        Next();
+    }
+    bool const bRowEnds = IsSymbol(m_Fmt.cRowSeparator);
+    bool const bCellEnds = IsSymbol(m_Fmt.cCellSeparator);
+    bError = !bRowEnds && !bCellEnds;
+    if (!bText && !bError)
+    {
+        Row.Reserve(0);
+        Row.Commit(0);
+    }
+    return bCellEnds && !bRowEnds && Next();
+}
+
+inline void SpreadsheetParser_c::AddToken(SpreadsheetRow_c & Row) const
+{
+    bool const bString = m_Token.eKind == LAST_PARSED_STRING;
+    std::size_t const nSize = bString ? SimpleTextParser_c::STRING_SIZE : SimpleTextParser_c::WORD_SIZE;
+    std::size_t const nCopy = std::min(m_Token.GetLength(), nSize - 1);
+    char * const pTo = Row.Reserve(nCopy);
+    m_Parser.CopyDoubled(m_Token, pTo, nCopy);
+    Row.Commit(bString ? StrLengthMax(pTo, nCopy) : nCopy);   // a word holds no NUL
+    if (m_Token.GetLength() >= nSize)
+    {
+        m_Parser.LogOverflow(m_Token.eKind);
+    }
+}
+
+/// Memory for packed rows, which lie one behind the other.
+struct Spreadsheet_c::Chunk_t
+{
+    Chunk_t * pNext;
+    char * pFree;   // up to pEnd
+    char * pEnd;
+};
+
+/// Packs a row, padded to the head, into the newest chunk, or into a new one of nChunk bytes at least, and empties it.
+inline SpreadsheetRow_c * Spreadsheet_c::Keep(SpreadsheetRow_c & Row, std::size_t nChunk)
+{
+    constexpr std::size_t ALIGNMENT = alignof(SpreadsheetRow_c);
+    std::size_t const nBlock = Row.GetPackedSize();
+    std::size_t const nWanted = (sizeof Row + nBlock + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
+    if (!m_pChunks || static_cast<std::size_t>(m_pChunks->pEnd - m_pChunks->pFree) < nWanted)
+    {
+        std::size_t const nSize = sizeof(Chunk_t) + std::max(nWanted, nChunk);
+        char * const pChunk = ZQ_NEW char[nSize];
+        m_pChunks = new (pChunk) Chunk_t{ m_pChunks, pChunk + sizeof(Chunk_t), pChunk + nSize };
+    }
+    SpreadsheetRow_c * const pRow = Row.PackInto(m_pChunks->pFree, nBlock, GetColumnCount());
+    m_pChunks->pFree += nWanted;
+    Row.Clear();
+    return pRow;
+}
+
+/// Packed rows own nothing but their part of a chunk.
+void Spreadsheet_c::FreeRows()
+{
+    m_pHead = nullptr;
+    m_dRows.Reset();
+    while (m_pChunks)
+    {
+        char * const pChunk = reinterpret_cast<char *>(m_pChunks);
+        m_pChunks = m_pChunks->pNext;
+        delete[] pChunk;
+    }
+}
+
+bool Spreadsheet_c::Parse(char const * pText, int iLength)
+{
+    if (!pText)
+    {
+        return false;
+    }
+    SpreadsheetParser_c Parser(m_fmt, pText, iLength);
+    SpreadsheetRow_c Row;
+    bool bError;   // one in the head is passed over
+    if (!Parser.ParseRow(Row, bError) || Row.GetCellCount() == 0)
+    {
+        Log("Spreadsheet_c::Parse : head parsing failed.");
+        return false;
+    }
+    constexpr std::size_t SMALLEST_CHUNK = 1024, LARGEST_CHUNK = 1 << 20;
+    std::size_t const nChunk = std::clamp(static_cast<std::size_t>(iLength) / 16, SMALLEST_CHUNK, LARGEST_CHUNK);
+    for (m_pHead = Keep(Row, nChunk); Parser.ParseRow(Row, bError); m_dRows.Add(Keep(Row, nChunk)))
+    {
+        if (bError)
+        {
+            Log("Spreadsheet_c::Parse : row parsing failed.");
+            return false;
+        }
+    }
+    return true;
+}

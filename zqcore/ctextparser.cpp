@@ -1,0 +1,220 @@
+#include "zqcore/ctextparser.h"
+
+#include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cnumbertext_internal.h"
+#include "zqcore/ctextparser_internal.h"
+
+#include <algorithm>
+#include <cstring>
+
+void CharacterSet_c::Clear()
+{
+    SetRange(0, 0xFF, false);
+}
+
+void CharacterSet_c::SetRange(unsigned char cFirst, unsigned char cLast, bool bHere)
+{
+    for (int c = cFirst; c <= cLast; ++c)
+    {
+        m_dFlags[c] = bHere;
+    }
+}
+
+SimpleTextParser_c::SimpleTextParser_c()
+{
+    m_setWordFirst.AddChar('A', 'Z');
+    m_setWordFirst.AddChar('a', 'z');
+    m_setWordFirst.AddChar('_');
+    m_setString.AddChar('"');
+    m_setNumberFirst.AddChar('0', '9');
+    m_setNumberFirst.AddChar('+');
+    m_setNumberFirst.AddChar('-');
+    m_setSymbol.AddChar(0x21);
+    m_setSymbol.AddChar(0x23, 0x2A);
+    m_setSymbol.AddChar(0x2C);
+    m_setSymbol.AddChar(0x2E, 0x2F);
+    m_setSymbol.AddChar(0x3A, 0x40);
+    m_setSymbol.AddChar(0x5B, 0x60);   // with the underscore, which is a word's first of all
+    m_setSymbol.AddChar(0x7B, 0xFF);
+    m_setWordRest.AddChar('A', 'Z');
+    m_setWordRest.AddChar('a', 'z');
+    m_setWordRest.AddChar('_');
+    m_setWordRest.AddChar('0', '9');
+    m_setNumberRest.AddChar('0', '9');
+    m_setNumberRest.AddChar('.');
+    ClassifyCharacters();
+}
+
+SimpleTextParser_c::~SimpleTextParser_c()
+{
+    Close();
+}
+
+/// Looks the kinds up in their order of precedence.
+void SimpleTextParser_c::ClassifyCharacters()
+{
+    for (int i = 0; i <= 0xFF; ++i)
+    {
+        auto const c = static_cast<unsigned char>(i);
+        int const iKind = m_setString.IsHere(c)        ? LAST_PARSED_STRING
+                          : m_setWordFirst.IsHere(c)   ? LAST_PARSED_WORD
+                          : m_setNumberFirst.IsHere(c) ? LAST_PARSED_NUMBER
+                          : m_setSymbol.IsHere(c)      ? LAST_PARSED_SYMBOL
+                                                       : LAST_PARSED_NOTHING;
+        m_dClasses[c] = static_cast<unsigned char>(iKind | (m_setWordRest.IsHere(c) ? text::CLASS_WORD_REST : 0)
+                                                   | (m_setNumberRest.IsHere(c) ? text::CLASS_NUMBER_REST : 0));
+    }
+}
+
+bool SimpleTextParser_c::Open(char const * pBegin, char const * pEnd)
+{
+    if (!pBegin || !pEnd || pEnd <= pBegin)
+    {
+        Log("SimpleTextParser_c::Open( const char *, const char *) : bad ptr");
+        return false;
+    }
+    if (m_pBegin)
+    {
+        Log("SimpleTextParser_c::Open : reentry. Was opened yet.");
+        return false;
+    }
+    m_pBegin = pBegin;
+    m_pEnd = pEnd;
+    m_pPos = pBegin;
+    m_szWord = ZQ_NEW char[WORD_SIZE];
+    m_szString = ZQ_NEW char[STRING_SIZE];
+    m_szWord[0] = m_szString[0] = '\0';
+    return true;
+}
+
+bool SimpleTextParser_c::Open(char const * pText, int iLength)
+{
+    if (iLength <= 0)
+    {
+        Log("SimpleTextParser_c::Open( const char *, int ) : bad length.");
+        return false;
+    }
+    if (!pText)
+    {
+        Log("SimpleTextParser_c::Open( const char *, int ) : bad ptr.");
+        return false;
+    }
+    if (m_pBegin)
+    {
+        Log("SimpleTextParser_c::Open( const char *, int ) : reentry. Was opened yet.");
+        return false;
+    }
+    return Open(pText, pText + iLength);
+}
+
+void SimpleTextParser_c::Close()
+{
+    delete[] m_szWord;
+    delete[] m_szString;
+    m_pBegin = m_pEnd = m_pPos = nullptr;
+    m_szWord = m_szString = nullptr;
+    m_lastParsed = LAST_PARSED_NOTHING;
+    m_fNumber = 0;
+    m_cSymbol = m_cFirstChar = 0;
+}
+
+bool SimpleTextParser_c::ParseNext()
+{
+    TextToken_t Token;
+    bool const bFound = NextToken(Token);
+    m_lastParsed = Token.eKind;
+    switch (Token.eKind)
+    {
+    case LAST_PARSED_WORD:
+        CopyToken(Token, m_szWord, WORD_SIZE);
+        break;
+    case LAST_PARSED_STRING:
+        CopyToken(Token, m_szString, STRING_SIZE);
+        break;
+    case LAST_PARSED_NUMBER:
+        char szNumber[NUMBER_SIZE];
+        CopyToken(Token, szNumber, NUMBER_SIZE);
+        m_fNumber = TextToFloat(szNumber);
+        break;
+    case LAST_PARSED_SYMBOL:
+        m_cSymbol = m_cFirstChar;
+        break;
+    default:
+        break;
+    }
+    return bFound;
+}
+
+/// Copies a token, cut with a complaint to nSize - 1 characters, and terminates.
+void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize) const
+{
+    std::size_t const nCopy = std::min(Token.GetLength(), nSize - 1);
+    CopyDoubled(Token, szTo, nCopy);
+    szTo[nCopy] = '\0';
+    if (Token.GetLength() >= nSize)
+    {
+        LogOverflow(Token.eKind);
+    }
+}
+
+/// Copies the first nCopy characters of a token, one for each pair of delimiters.
+void SimpleTextParser_c::CopyDoubled(TextToken_t const & Token, char * pTo, std::size_t nCopy) const
+{
+    if (Token.nDoubled == 0)
+    {
+        std::memcpy(pTo, Token.pText, nCopy);
+        return;
+    }
+    char const * pFrom = Token.pText;
+    for (std::size_t i = 0; i < nCopy; ++i)
+    {
+        pFrom += m_setString.IsHere(static_cast<unsigned char>(*pFrom));
+        pTo[i] = *pFrom++;
+    }
+}
+
+void SimpleTextParser_c::LogOverflow(LAST_PARSED eKind) const
+{
+    Log(eKind == LAST_PARSED_WORD     ? "SimpleTextParser_c::ParseWord : word buffer overflow."
+        : eKind == LAST_PARSED_STRING ? "SimpleTextParser_c::ParseString : string buffer overflow."
+                                      : "SimpleTextParser_c::ParseNumber : number buffer overflow.");
+}
+
+bool SimpleTextParser_c::LogNotOpened() const
+{
+    Log("SimpleTextParser_c::ParseNext : text wasn't opened.");
+    return false;
+}
+
+void SimpleTextParser_c::SetCharacterRule(char cFirst, char cLast, CharacterParsingRule_e eRule)
+{
+    // What each rule adds to, by its value.
+    static constexpr CharacterSet_c SimpleTextParser_c::*ADD_TO[] = { nullptr, &SimpleTextParser_c::m_setWordFirst,
+        &SimpleTextParser_c::m_setWordRest, &SimpleTextParser_c::m_setString, &SimpleTextParser_c::m_setNumberFirst,
+        &SimpleTextParser_c::m_setNumberRest, &SimpleTextParser_c::m_setSymbol, nullptr };
+    if (eRule < PARSING_RULE_WORD_FIRST || eRule > PARSING_RULE_SEPARATOR)
+    {
+        Log("SimpleTextParser_c::SetCharacterRule : unknown rule.");
+        return;
+    }
+    auto const cFrom = static_cast<unsigned char>(cFirst);
+    auto const cTo = static_cast<unsigned char>(cLast);
+    if (eRule != PARSING_RULE_WORD_REST && eRule != PARSING_RULE_NUMBER_REST)
+    {
+        for (CharacterSet_c * const pSet : { &m_setWordFirst, &m_setString, &m_setNumberFirst, &m_setSymbol })
+        {
+            pSet->RemoveChar(cFrom, cTo);
+        }
+    }
+    if (eRule == PARSING_RULE_SYMBOL)
+    {
+        m_setWordRest.RemoveChar(cFrom, cTo);
+        m_setNumberRest.RemoveChar(cFrom, cTo);
+    }
+    if (ADD_TO[eRule])
+    {
+        (this->*ADD_TO[eRule]).AddChar(cFrom, cTo);
+    }
+    ClassifyCharacters();
+}

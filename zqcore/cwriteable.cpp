@@ -1,0 +1,252 @@
+#include "zqcore/ccrc.h"
+#include "zqcore/cfilelog.h"
+#include "zqcore/clog.h"
+#include "zqcore/cserialize.h"
+
+#include "platform/filewrite.h"
+
+#include <algorithm>
+
+Writeable_c::Writeable_c(char const * sFileName, std::uint32_t dwVersion)
+    : Serializeable_c(false, dwVersion, false)
+    , m_sFileName(sFileName)
+{
+    plat::FoldersCreate(sFileName);
+    m_hFile = plat::FileCreate(sFileName);
+    FileOpenTracker(m_hFile, sFileName);
+}
+
+Writeable_c::~Writeable_c()
+{
+    Writeable_c::Close();
+}
+
+bool Writeable_c::Open()
+{
+    if (!m_hFile)
+    {
+        Fail();
+        return false;
+    }
+    return Serializeable_c::Open();
+}
+
+// A skip at the end has moved the position alone: here it becomes zeros, as it does in a buffered archive.
+bool Writeable_c::Close()
+{
+    bool bWhole = true;
+    if (m_hFile)
+    {
+        bWhole = !m_bSkipped || plat::FileSetSize(m_hFile, m_nPosition);
+        FileCloseTracker(m_hFile);
+        bWhole = plat::FileFinish(m_hFile) && bWhole;
+        m_hFile = nullptr;
+    }
+    if (!bWhole)
+    {
+        Fail();
+    }
+    return Serializeable_c::Close() && bWhole;
+}
+
+bool Writeable_c::Put(void const * pData, std::size_t nBytes)
+{
+    if (!m_hFile || nBytes > NO_CHUNK - m_nPosition || !plat::FileWrite(m_hFile, pData, nBytes))
+    {
+        return false;
+    }
+    m_nPosition += static_cast<std::uint32_t>(nBytes);
+    m_bSkipped = m_bSkipped && nBytes == 0;
+    return true;
+}
+
+bool Writeable_c::Serialize(void * pData, int iLength)
+{
+    if (m_bFailed)
+    {
+        return false;
+    }
+    auto const nBytes = static_cast<std::uint32_t>(iLength);
+    bool bDone = iLength >= 0;
+    if (pData)
+    {
+        bDone = bDone && Put(pData, nBytes);
+    }
+    else
+    {
+        bDone = bDone && m_hFile && nBytes <= NO_CHUNK - m_nPosition && plat::FileSeek(m_hFile, iLength, 1) >= 0;
+        m_nPosition += bDone ? nBytes : 0;
+        m_bSkipped = m_bSkipped || nBytes > 0;
+    }
+    if (!bDone)
+    {
+        Fail();
+    }
+    return bDone;
+}
+
+bool Writeable_c::ChunkBegin(char const * sName)
+{
+    if (m_bFailed)
+    {
+        return false;
+    }
+    ZQ_ASSERT(m_dwCurrentChunk == NO_CHUNK);
+    if (m_dwCurrentChunk != NO_CHUNK)
+    {
+        Fail();
+        return false;
+    }
+    m_dwChunkLabel = GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
+    LabelCrc32(sName);
+    m_dwCurrentChunk = m_nPosition;
+    std::uint32_t dwPlaceholder = 0xFFFFFFFF;
+    Serialize(dwPlaceholder);
+    return !m_bFailed;
+}
+
+void Writeable_c::ChunkEnd(char const * sName)
+{
+    if (m_bFailed)
+    {
+        return;
+    }
+    bool const bOpen = m_dwCurrentChunk != NO_CHUNK
+                       && m_dwChunkLabel == GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
+    ZQ_ASSERT_TEXT(bOpen, "m_dwCurrentChunk != NO_CHUNK && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))");
+    if (!bOpen)
+    {
+        return Fail();
+    }
+    m_dwChunkLabel = 0;
+    std::uint32_t const nLength = m_nPosition - m_dwCurrentChunk;
+    if (!m_hFile || !plat::FileWriteAt(m_hFile, m_dwCurrentChunk, &nLength, sizeof nLength))
+    {
+        Fail();
+        return LogWinLastError(nullptr);
+    }
+    m_dwCurrentChunk = NO_CHUNK;
+}
+
+char const * Writeable_c::GetFileName() const
+{
+    return m_sFileName;
+}
+
+int Writeable_c::GetLength() const
+{
+    ZQ_ASSERT(m_hFile);
+    plat::FileFacts_t Facts;
+    return m_hFile && plat::FileGetFacts(m_hFile, Facts) ? static_cast<int>(Facts.nSize) : 0;
+}
+
+BufferedWriteable_c::BufferedWriteable_c(char const * sFileName, std::uint32_t dwVersion)
+    : Writeable_c(sFileName, dwVersion)
+{
+    m_pPos = m_dBuffer;
+    m_pEnd = m_dBuffer + BUFSIZE - 1;
+}
+
+BufferedWriteable_c::~BufferedWriteable_c()
+{
+    BufferedWriteable_c::Close();
+}
+
+bool BufferedWriteable_c::Serialize(void * pData, int iLength)
+{
+    if (m_bFailed)
+    {
+        return false;
+    }
+    if (iLength < 0)
+    {
+        Fail();
+        return false;
+    }
+    auto const * pFrom = static_cast<unsigned char const *>(pData);
+    auto nLeft = static_cast<std::size_t>(iLength);
+    while (nLeft > 0)
+    {
+        if (std::size_t const nWhole = pFrom && GetWaiting() == 0 ? nLeft / BUFSIZE * BUFSIZE : 0)
+        {
+            if (!Send(pFrom, nWhole))
+            {
+                return false;
+            }
+            pFrom += nWhole;
+            nLeft -= nWhole;
+            continue;
+        }
+        std::size_t const nCopy = std::min(nLeft, static_cast<std::size_t>(BUFSIZE - GetWaiting()));
+        pFrom ? std::memcpy(m_pPos, pFrom, nCopy) : std::memset(m_pPos, 0, nCopy);
+        pFrom += pFrom ? nCopy : 0;
+        m_pPos += nCopy;
+        nLeft -= nCopy;
+        if (GetWaiting() == BUFSIZE && !Flush())
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Writes what waits. What is left of a failed archive is not tried again.
+bool BufferedWriteable_c::Flush()
+{
+    if (GetWaiting() == 0)
+    {
+        return true;
+    }
+    if (m_bFailed || !Send(m_dBuffer, static_cast<std::size_t>(GetWaiting())))
+    {
+        return false;
+    }
+    m_pPos = m_dBuffer;
+    return true;
+}
+
+/// Puts, or fails the archive.
+bool BufferedWriteable_c::Send(void const * pData, std::size_t nBytes)
+{
+    if (Put(pData, nBytes))
+    {
+        return true;
+    }
+    if (m_hFile)
+    {
+        LogWinLastError(nullptr);
+    }
+    Fail();
+    return false;
+}
+
+bool BufferedWriteable_c::ChunkBegin(char const * sName)
+{
+    bool const bBegun = Writeable_c::ChunkBegin(sName);
+    if (bBegun)
+    {
+        constexpr std::uint32_t PLACEHOLDER = 4;
+        m_dwCurrentChunk = m_nPosition + static_cast<std::uint32_t>(GetWaiting()) - PLACEHOLDER;
+    }
+    return bBegun;
+}
+
+void BufferedWriteable_c::ChunkEnd(char const * sName)
+{
+    if (Flush())
+    {
+        Writeable_c::ChunkEnd(sName);
+    }
+}
+
+bool BufferedWriteable_c::Close()
+{
+    bool const bFlushed = Flush();
+    bool const bClosed = Writeable_c::Close();
+    return bFlushed && bClosed;
+}
+
+int BufferedWriteable_c::GetLength() const
+{
+    return Writeable_c::GetLength() + GetWaiting();
+}
