@@ -3,6 +3,8 @@
 
 #include "platform/vector128.h"
 
+#include <emmintrin.h>
+
 namespace plat
 {
     typedef float Float4_t __attribute__((vector_size(16)));
@@ -11,8 +13,7 @@ namespace plat
     /// The integers of the lanes, truncated toward zero; a lane that fits no integer gives the smallest one.
     inline Int4_t Truncate(Float4_t Value)
     {
-        return Int4_t{ _mm_cvttss_si32(Value), _mm_cvttss_si32(_mm_shuffle_ps(Value, Value, 1)),
-            _mm_cvttss_si32(_mm_movehl_ps(Value, Value)), _mm_cvttss_si32(_mm_shuffle_ps(Value, Value, 3)) };
+        return reinterpret_cast<Int4_t>(_mm_cvttps_epi32(Value));
     }
 
     inline Float4_t FloatsOf(Int4_t Value)

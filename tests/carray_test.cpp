@@ -112,8 +112,9 @@ TEST(Array, StatesItsPreconditions)
         LogToStandardError();
         g_silentMode = true;   // ends the process before the element is reached
         StaticArray_T<int, 3> dStatic;
-        dStatic[2] = 1;
-        dStatic[dStatic.iLength] = 1;
+        int volatile iLast = 2;   // the compiler shall not see where this ends
+        dStatic[iLast] = 1;
+        dStatic[iLast + 1] = 1;
     };
     EXPECT_EXIT(Overrun(), testing::ExitedWithCode(1), "Assert failed, \\(nIndex>=0\\) && \\(nIndex<iLength\\), ");
 }

@@ -95,21 +95,32 @@ namespace
             return { Face, Model };
         }
 
-        // The cells that differ from the model, a margin around the field included.
-        static std::string Differences(FACE const & Face, Model_s const & Model)
+        // Calls fnCell for each cell of the model, and of a margin around it.
+        static void ForCells(Model_s const & Model, int iMargin, std::function<void(Cell_t const &)> const & fnCell)
         {
-            std::string sDifferent = Face.Size() == Cell_t(Model.iZ, Model.iY, Model.iX) ? "" : "size ";
-            for (int iZ = -1; iZ <= Model.iZ; ++iZ)
+            for (int iZ = -iMargin; iZ < Model.iZ + iMargin; ++iZ)
             {
-                for (int iY = -1; iY <= Model.iY; ++iY)
+                for (int iY = -iMargin; iY < Model.iY + iMargin; ++iY)
                 {
-                    for (int iX = -1; iX <= Model.iX; ++iX)
+                    for (int iX = -iMargin; iX < Model.iX + iMargin; ++iX)
                     {
-                        bool const bSame = Face.Bit(iX, iY, iZ) == Model.Has({ iZ, iY, iX });
-                        sDifferent += bSame ? "" : "(" + std::to_string(iX) + "," + std::to_string(iY) + ") ";
+                        fnCell({ iZ, iY, iX });
                     }
                 }
             }
+        }
+
+        // The cells that differ from the model.
+        static std::string Differences(FACE const & Face, Model_s const & Model)
+        {
+            std::string sDifferent = Face.Size() == Cell_t(Model.iZ, Model.iY, Model.iX) ? "" : "size ";
+            auto const fnCompare = [&](Cell_t const & Cell)
+            {
+                auto const [iZ, iY, iX] = Cell;
+                bool const bSame = Face.Bit(iX, iY, iZ) == Model.Has(Cell);
+                sDifferent += bSame ? "" : "(" + std::to_string(iX) + "," + std::to_string(iY) + ") ";
+            };
+            ForCells(Model, 1, fnCompare);
             return sDifferent;
         }
 
@@ -123,8 +134,9 @@ TYPED_TEST(BitField, OperatorsMatchAPlainModelOverAllExtents)
 {
     for (int iRound = 0; iRound < 300; ++iRound)
     {
-        auto const [A, ModelA] = this->Make();
-        auto const [B, ModelB] = this->Make();
+        auto const First = this->Make(), Second = this->Make();
+        TypeParam const &A = First.first, &B = Second.first;
+        Model_s const &ModelA = First.second, &ModelB = Second.second;
         for (int iOperator = 0; iOperator < 5; ++iOperator)
         {
             TypeParam Face = A;
@@ -134,38 +146,18 @@ TYPED_TEST(BitField, OperatorsMatchAPlainModelOverAllExtents)
                 Model.Grow(ModelB.iX, ModelB.iY, ModelB.iZ);
             }
             Model.dSet.clear();
-            for (int iZ = 0; iZ < Model.iZ; ++iZ)
+            auto const fnCombine = [&](Cell_t const & Cell)
             {
-                for (int iY = 0; iY < Model.iY; ++iY)
-                {
-                    for (int iX = 0; iX < Model.iX; ++iX)
-                    {
-                        bool const bA = ModelA.Has({ iZ, iY, iX }), bB = ModelB.Has({ iZ, iY, iX });
-                        bool const dResults[] = { bA || bB, bA != bB, bA && bB, bA && !bB, !bA };
-                        if (dResults[iOperator])
-                        {
-                            Model.dSet.insert({ iZ, iY, iX });
-                        }
-                    }
-                }
-            }
-            switch (iOperator)
-            {
-            case 0:
-                Face.Field |= B.Field;
-                break;
-            case 1:
-                Face.Field ^= B.Field;
-                break;
-            case 2:
-                Face.Field &= B.Field;
-                break;
-            case 3:
-                Face.Field -= B.Field;
-                break;
-            default:
-                EXPECT_EQ(&~Face.Field, &Face.Field);
-            }
+                bool const bA = ModelA.Has(Cell), bB = ModelB.Has(Cell);
+                bool const dResults[] = { bA || bB, bA != bB, bA && bB, bA && !bB, !bA };
+                dResults[iOperator] ? void(Model.dSet.insert(Cell)) : void();
+            };
+            this->ForCells(Model, 0, fnCombine);
+            void (*const dOperators[])(
+                decltype(Face.Field) &, decltype(Face.Field) const &) = { [](auto & X, auto const & Y) { X |= Y; },
+                [](auto & X, auto const & Y) { X ^= Y; }, [](auto & X, auto const & Y) { X &= Y; },
+                [](auto & X, auto const & Y) { X -= Y; }, [](auto & X, auto const &) { EXPECT_EQ(&~X, &X); } };
+            dOperators[iOperator](Face.Field, B.Field);
             ASSERT_EQ(this->Differences(Face, Model), "") << "operator " << iOperator << " in round " << iRound;
         }
         EXPECT_EQ(A.Field == B.Field, ModelA.dSet == ModelB.dSet);

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <set>
 #include <sys/wait.h>
 #include <thread>
@@ -72,7 +73,7 @@ namespace
         {
             Guid_c Guid;
             Guid_c::Create(Guid);
-            dTexts.emplace_back(Guid.ToText());
+            dTexts.emplace_back(std::string(Guid.ToText()) + "\n");
         }
         return dTexts;
     }
@@ -228,32 +229,26 @@ TEST_F(GuidTest, ThreadsAndProcessesOfOneInstantGetDifferentOnes)
             {
                 dThreads.emplace_back([&] { dTexts = MakeMany(tStart, GUIDS); });
             }
+            std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
             std::string sAll;
-            for (int iThread = 0; iThread < THREADS; ++iThread)
+            for (auto const & dTexts : dMade)
             {
-                dThreads[static_cast<std::size_t>(iThread)].join();
-                for (std::string const & sText : dMade[static_cast<std::size_t>(iThread)])
-                {
-                    sAll += sText + "\n";
-                }
+                sAll = std::accumulate(dTexts.begin(), dTexts.end(), sAll);
             }
             Folder.Write(std::to_string(iProcess), sAll);
             _exit(0);
         }
         dChildren.push_back(iChild);
     }
-    std::set<std::string> dAll;
-    for (std::string const & sText : MakeMany(tStart, GUIDS))
-    {
-        dAll.insert(sText);
-    }
+    auto const dOwn = MakeMany(tStart, GUIDS);
+    std::set<std::string> dAll(dOwn.begin(), dOwn.end());
     for (int iProcess = 0; iProcess < PROCESSES; ++iProcess)
     {
         waitpid(dChildren[static_cast<std::size_t>(iProcess)], nullptr, 0);
         std::ifstream File(Folder.Join(std::to_string(iProcess)));
         for (std::string sText; std::getline(File, sText);)
         {
-            dAll.insert(sText);
+            dAll.insert(sText + "\n");
         }
     }
     EXPECT_EQ(dAll.size(), static_cast<std::size_t>((PROCESSES * THREADS + 1) * GUIDS));

@@ -21,9 +21,9 @@ namespace
     constexpr std::size_t AROUND = 15 + 2 * sizeof(void *);   // bytes of an aligned block beyond those asked for
     char const * const SOURCE = __FILE__;
 
-    int WordOf(mem::Categories_e eCategory)
+    std::uint32_t WordOf(mem::Categories_e eCategory)
     {
-        return (eCategory << MEMORY_CATEGORY_SHIFT) | MEMORY_CLIENT_BLOCK;
+        return static_cast<std::uint32_t>((eCategory << MEMORY_CATEGORY_SHIFT) | MEMORY_CLIENT_BLOCK);
     }
 
     // A record of the call log in this frame.
@@ -45,7 +45,6 @@ namespace
             Module_c::Register(ModuleLog_c::Get());
             Module_c::InitializeAllModules();
             fnRun();
-            Module_c::ShutdownAllModules();
             std::_Exit(testing::Test::HasFailure());
         };
         EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
@@ -64,8 +63,6 @@ namespace
     {
         return Record(11, mem::Core, 40 + AROUND) + Record(13, mem::AI, 8) + Record(13, mem::AI, 99);
     }
-
-    std::string const HEADER = "frame;file;line;category;size;\n";
 }
 
 TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
@@ -90,7 +87,7 @@ TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
             TakeBlocks();
             MemoryNewLogEnable(false);
         });
-    EXPECT_EQ(Folder.Read("newcalls.csv"), HEADER + TakenBlocks() + TakenBlocks());
+    EXPECT_EQ(Folder.Read("newcalls.csv"), "frame;file;line;category;size;\n" + TakenBlocks() + TakenBlocks());
 }
 
 TEST(MemoryReport, CallLogLeavesOutWhatItAllocatesItself)
@@ -159,8 +156,8 @@ TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
     EXPECT_THAT(sReport, HasSubstr("6; AI; unknown(0)\n5; UNDEFINED; " + std::string(SOURCE) + "(77)\n"));
     EXPECT_THAT(sReport, Not(HasSubstr("other kind")));
     EXPECT_THAT(sReport, HasSubstr("; 64 bytes; " + std::to_string(dCounts[1] * 100 / dCounts[0]) + "%\n"));
-    EXPECT_THAT(Folder.Read("uncategorized.csv"), HasSubstr("5; " + std::string(SOURCE) + "(77)\n"));
-    EXPECT_THAT(Folder.Read("uncategorized.csv"), Not(HasSubstr("(123)")));
+    EXPECT_THAT(Folder.Read("uncategorized.csv"),
+        testing::AllOf(HasSubstr("5; " + std::string(SOURCE) + "(77)\n"), Not(HasSubstr("(123)"))));
 }
 
 TEST(MemoryReport, EmptyHeapHasSharesOfNothing)
@@ -168,11 +165,9 @@ TEST(MemoryReport, EmptyHeapHasSharesOfNothing)
     TempFolder_c const Folder;
     std::FILE * const f = std::fopen(Folder.Join("tally").c_str(), "w");
     MemoryWriteTally(f, MemoryTally_s{});
-    MemoryWriteTally(f, MemoryTally_s{ { 1, 1, 0, 0 }, 3 });
     std::fclose(f);
     EXPECT_EQ(Folder.Read("tally"),
-        "\nTotal allocations\n0; total\n0; 64 bytes; 0%\n0; 128 bytes; 0%\n0; 256 bytes; 0%\n0; 512 bytes; 0%\n\n"
-        "\nTotal allocations\n3; total\n1; 64 bytes; 33%\n1; 128 bytes; 33%\n0; 256 bytes; 0%\n0; 512 bytes; 0%\n\n");
+        "\nTotal allocations\n0; total\n0; 64 bytes; 0%\n0; 128 bytes; 0%\n0; 256 bytes; 0%\n0; 512 bytes; 0%\n\n");
 }
 
 TEST(MemoryReport, FileThatCanNotBeOpenedFailsItsConditionAndSparesTheOther)
@@ -180,11 +175,10 @@ TEST(MemoryReport, FileThatCanNotBeOpenedFailsItsConditionAndSparesTheOther)
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     Folder.MakeFolder("allocations.csv");
-    std::string const sBlock = "9; " + std::string(SOURCE) + "(5)\n";
     void * const pBlock = plat::HeapAlloc(9, WordOf(mem::UNDEFINED), SOURCE, 5);
     EXPECT_EQ(FailedConditions(MemoryLogAllocations), "context.f");
     plat::HeapFree(pBlock);
-    EXPECT_THAT(Folder.Read("uncategorized.csv"), HasSubstr(sBlock));
+    EXPECT_THAT(Folder.Read("uncategorized.csv"), HasSubstr("9; " + std::string(SOURCE) + "(5)\n"));
     std::remove(Folder.Join("uncategorized.csv").c_str());
     Folder.MakeFolder("uncategorized.csv");
     EXPECT_EQ(FailedConditions(MemoryLogAllocations), "context.f & context.fu");

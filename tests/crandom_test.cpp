@@ -131,14 +131,13 @@ TEST(Random, RangesAreFullAndEven)
 
 TEST(Random, SeedFromTimeIsTheCrcOfTheSecond)
 {
-    for (;;)
+    std::int64_t tNow;
+    unsigned nSeed;
+    do
     {
-        std::int64_t const tNow = std::time(nullptr);
-        unsigned const nSeed = RandomNumber_c::SeedFromTime();
-        if (std::time(nullptr) == tNow)
-        {
-            EXPECT_EQ(nSeed, GetCrc32Polynomial(reinterpret_cast<char const *>(&tNow), 8));
-            return;
-        }
+        tNow = std::time(nullptr);
+        nSeed = RandomNumber_c::SeedFromTime();
     }
+    while (std::time(nullptr) != tNow);
+    EXPECT_EQ(nSeed, GetCrc32Polynomial(reinterpret_cast<char const *>(&tNow), 8));
 }

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdio>
 #include <sys/wait.h>
 
@@ -84,14 +85,10 @@ TEST(ZqtoolMemory, ReadsWhatTheLibraryWrites)
 TEST(ZqtoolMemory, TellsWhatIsWrongAndReadsTheRest)
 {
     TempFolder_c const Folder;
-    struct Row_s
-    {
-        char const * szWhat;
-        std::string sReport, sExpected;
-    };
+    using Row_t = std::array<std::string, 3>;
     std::string const sHead = "Memory allocations\n";
     std::string const sBlock = "60; GFX; x.cpp(12)\n";
-    for (Row_s const & Row : { Row_s{ "empty", "", "(1): not a report of allocations" },
+    for (auto const & [sWhat, sReport, sExpected] : { Row_t{ "empty", "", "(1): not a report of allocations" },
              { "foreign", "a;b\n", "(1): not a report of allocations" },
              { "cut short", sHead + sBlock, "(3): the report breaks off" },
              { "blocks are missing", REPORT + "0" + TAIL, "(8): the report says 40 blocks, but lists 4" },
@@ -100,10 +97,10 @@ TEST(ZqtoolMemory, TellsWhatIsWrongAndReadsTheRest)
              { "too large", sHead + "99999999999999999999; GFX; y.cpp(1)\n" + sBlock, "(2): not a block: " },
              { "no source", sHead + "5; GFX\r\n" + sBlock, "(2): not a block: 5; GFX\n" } })
     {
-        Result_s const Result = RunTool("memory " + Folder.Write("bad.csv", Row.sReport));
-        EXPECT_EQ(Result.iStatus, 1) << Row.szWhat;
-        EXPECT_THAT(Result.sOutput, HasSubstr("bad.csv" + Row.sExpected)) << Row.szWhat;
-        EXPECT_EQ(Result.sOutput.find("60 100.0%") != std::string::npos, Row.sReport.find(sBlock) != std::string::npos);
+        Result_s const Result = RunTool("memory " + Folder.Write("bad.csv", sReport));
+        EXPECT_EQ(Result.iStatus, 1) << sWhat;
+        EXPECT_THAT(Result.sOutput, HasSubstr("bad.csv" + sExpected)) << sWhat;
+        EXPECT_EQ(Result.sOutput.find("60 100.0%") != std::string::npos, sReport.find(sBlock) != std::string::npos);
     }
     EXPECT_EQ(RunTool("memory " + Folder.Join("absent.csv")).iStatus, 1);
     std::string const sFile = Folder.Write("good.csv", REPORT + TAIL);
