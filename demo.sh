@@ -29,4 +29,8 @@ echo
 if [ $# -gt 0 ]; then
     exec "$host" "$@"
 fi
-exec "$host" --media "$here/examples/media" --config desktop --log "$build/logs" </dev/null
+# Two runs: the second one goes on from the world that the first one saved.
+run=("$host" --media "$here/examples/media" --config desktop --frames 240 --log "$build/logs")
+"${run[@]}" --new </dev/null
+printf '\n--- The same once more, from the save on\n\n'
+exec "${run[@]}" </dev/null

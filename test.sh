@@ -7,7 +7,7 @@ cd "$(dirname "$0")"
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(release asan)
 
-packages=(cmake ninja-build g++ googletest)
+packages=(cmake ninja-build g++ googletest unicode-data tzdata)
 case " ${presets[*]} " in *" i386 "*) packages+=(g++-multilib) ;; esac
 
 missing=()

@@ -36,10 +36,9 @@ namespace
             std::mt19937 Random(7);
             char const * const dWords[] = { "unit", "harbour", "tex", "sound", "ui", "map", "tower", "crane" };
             char const * const dEnds[] = { ".txt", ".csv", ".png", ".wav", ".dat" };
-            auto const Make = [&](int i)
-            {
-                return std::string(dWords[Random() % 8]) + "_" + dWords[Random() % 8] + std::to_string(i) +
-                    dEnds[Random() % 5];
+            auto const Make = [&](int i) {
+                return std::string(dWords[Random() % 8]) + "_" + dWords[Random() % 8] + std::to_string(i)
+                       + dEnds[Random() % 5];
             };
             dObjects.resize(NAMES);
             for (int i = 0; i < NAMES; ++i)
@@ -85,20 +84,24 @@ namespace
 
     void Absl(benchmark::State & State, bool bHit)
     {
-        Run(State, bHit ? Names().dPresent : Names().dMissing, [](std::string const & sName) {
-            auto const it = Names().AbslMap.find(sName);
-            return it == Names().AbslMap.end() ? nullptr : it->second;
-        });
+        Run(State, bHit ? Names().dPresent : Names().dMissing,
+            [](std::string const & sName)
+            {
+                auto const it = Names().AbslMap.find(sName);
+                return it == Names().AbslMap.end() ? nullptr : it->second;
+            });
     }
     BENCHMARK_CAPTURE(Absl, hit, true)->Name("FindByName/hit/absl_flat_hash_map");
     BENCHMARK_CAPTURE(Absl, miss, false)->Name("FindByName/miss/absl_flat_hash_map");
 
     void Std(benchmark::State & State, bool bHit)
     {
-        Run(State, bHit ? Names().dPresent : Names().dMissing, [](std::string const & sName) {
-            auto const it = Names().StdMap.find(sName);
-            return it == Names().StdMap.end() ? nullptr : it->second;
-        });
+        Run(State, bHit ? Names().dPresent : Names().dMissing,
+            [](std::string const & sName)
+            {
+                auto const it = Names().StdMap.find(sName);
+                return it == Names().StdMap.end() ? nullptr : it->second;
+            });
     }
     BENCHMARK_CAPTURE(Std, hit, true)->Name("FindByName/hit/std_unordered_map");
     BENCHMARK_CAPTURE(Std, miss, false)->Name("FindByName/miss/std_unordered_map");

@@ -39,7 +39,8 @@ namespace
             Log(FORMAT, "u.txt", 4711, "f", 3);
         }
         std::fflush(g_pMessageLogFile);
-        State.counters["bytes"] = static_cast<double>(std::ftell(g_pMessageLogFile)) / static_cast<double>(State.iterations());
+        State.counters["bytes"] =
+            static_cast<double>(std::ftell(g_pMessageLogFile)) / static_cast<double>(State.iterations());
         LogDone();
     }
     BENCHMARK(OurLine)->Name("LogLine/ours");
@@ -80,8 +81,8 @@ namespace
         pLogger->flush_on(spdlog::level::info);
         for (auto _ : State)
         {
-            pLogger->info("File opened: {}, {} bytes, category {}, after {} reads, from the media tree", "u.txt", 4711,
-                "f", 3);
+            pLogger->info(
+                "File opened: {}, {} bytes, category {}, after {} reads, from the media tree", "u.txt", 4711, "f", 3);
         }
         spdlog::drop("bench");
     }

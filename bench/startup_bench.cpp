@@ -35,8 +35,8 @@ namespace
         for (auto _ : State)
         {
             pid_t iChild;
-            if (::posix_spawn(&iChild, szProgram, &Actions, nullptr, dArguments, environ) != 0 ||
-                ::waitpid(iChild, nullptr, 0) < 0)
+            if (::posix_spawn(&iChild, szProgram, &Actions, nullptr, dArguments, environ) != 0
+                || ::waitpid(iChild, nullptr, 0) < 0)
             {
                 State.SkipWithError("the program does not start");
                 break;

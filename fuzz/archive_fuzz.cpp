@@ -1,36 +1,25 @@
 // archive_fuzz.cpp: archives of any bytes, read by any calls.
 //
 // The first byte tells how many bytes of calls follow, one byte each; the rest is the archive.
+#include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
-
-#include <cstdlib>
 
 namespace
 {
-    void Require(bool bAgreed)
-    {
-        if (!bAgreed)
-        {
-            std::abort();
-        }
-    }
-
-    char const * const NAMES[] = { "", "a", "A", "chunk" };
-
     void ReadText(Serializeable_c & Archive, int nSize)
     {
         std::string sBuffer(static_cast<std::size_t>(nSize), '\1');   // of exactly the size, for the checker
         Archive.SerializeString(sBuffer.data(), nSize);
-        bool const bTerminated = sBuffer.find('\0') != std::string::npos;
-        Require(Archive.IsFailed() || bTerminated);
+        Require(Archive.IsFailed() || sBuffer.find('\0') != std::string::npos);
     }
 
     void Call(Serializeable_c & Archive, unsigned char cCall)
     {
+        static char const * const s_dNames[] = { "", "a", "A", "chunk" };
         int iValue = 0;
         double fValue = 0;
         __m128 vValue = _mm_setzero_ps();
-        char const * const szName = NAMES[cCall >> 3 & 3];
+        char const * const szName = s_dNames[cCall >> 3 & 3];
         int const nSize = (cCall >> 3) + 1;
         switch (cCall & 7)
         {
@@ -38,8 +27,7 @@ namespace
             Archive.Serialize(iValue).Serialize(fValue);
             break;
         case 1:
-            ReadText(Archive, nSize);
-            break;
+            return ReadText(Archive, nSize);
         case 2:
             Archive.Serialize(nullptr, nSize);
             break;
@@ -47,14 +35,11 @@ namespace
             Archive.ChunkBegin(szName);
             break;
         case 4:
-            Archive.ChunkEnd(szName);
-            break;
+            return Archive.ChunkEnd(szName);
         case 5:
-            Archive.Label(szName);
-            break;
+            return Archive.Label(szName);
         case 6:
-            Archive.LabelCrc32(szName);
-            break;
+            return Archive.LabelCrc32(szName);
         default:
             Archive.SerializeVector3(vValue);
         }
@@ -68,8 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     {
         return 0;
     }
-    std::string_view const sBytes(reinterpret_cast<char const *>(pData) + 1 + nCalls, nSize - 1 - nCalls);
-    MemoryFile_c File(sBytes);
+    MemoryFile_c File({ reinterpret_cast<char const *>(pData) + 1 + nCalls, nSize - 1 - nCalls });
     FileOpen(&File);
     Readable_c Archive(&File, 0x00010003);
     SurvivesWithoutAbort(

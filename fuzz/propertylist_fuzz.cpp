@@ -4,85 +4,72 @@
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cpropertylist.h"
 
-#include <algorithm>
-#include <utility>
+#include <map>
 #include <vector>
 
 namespace
 {
     using Texts_t = std::vector<std::string>;
 
-    template <typename START, typename NEXT>
-    Texts_t Collect(START Start, NEXT Next, std::size_t nLongest)
+    template <typename NEXT>
+    Texts_t Collect(bool bAny, NEXT Next)
     {
         Texts_t dTexts;
-        std::vector<char> dBuffer(nLongest + 2);
-        bool const bAny = Start();
-        while (Next(dBuffer.data(), static_cast<int>(dBuffer.size())))
+        std::string sBuffer(FuzzFile_c::Get().sText.size() + 2, '?');
+        while (Next(sBuffer.data(), static_cast<int>(sBuffer.size())))
         {
-            dTexts.emplace_back(dBuffer.data());
+            dTexts.emplace_back(sBuffer.c_str());
         }
-        Require(bAny == !dTexts.empty() && dBuffer[0] == '\0');
+        Require(bAny == !dTexts.empty() && sBuffer[0] == '\0');
         return dTexts;
     }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    constexpr std::size_t SEARCHES = 20;   // each is a scan from the top
     if (nSize < 2)
     {
         return 0;
     }
     WarehouseFormat_e const eFormat = pData[0] & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
-    std::vector<char> const dText(pData + 1, pData + nSize);
-    FuzzFile_c::Get().sText.assign(dText.begin(), dText.end());
+    std::string & sText = FuzzFile_c::Get().sText;
+    sText.assign(pData + 1, pData + nSize);
 
-    Texts_t dNames, dBare;
-    std::vector<std::pair<std::string, std::string>> dPairs;
-    WarehouseScan_t Scan(dText.data(), static_cast<int>(dText.size()), 0, eFormat);
+    Texts_t dNames;
+    std::map<std::string, Texts_t> Values;   // of each name, be it without any
+    WarehouseScan_t Scan(sText.data(), static_cast<int>(sText.size()), 0, eFormat);
     WarehouseLine_c Line;
     while (Scan.GetLine(&Line))
     {
         if (!Line.IsNull(0))
         {
-            dBare.emplace_back(Line[0]);
-        }
-        if (!Line.IsNull(0) && !Line.IsNull(1))
-        {
-            StrToLower(Line[1]);
-            dPairs.emplace_back(Line[0], Line[1]);
-            if (std::find(dNames.begin(), dNames.end(), Line[0]) == dNames.end())
+            Texts_t & dValues = Values[Line[0]];
+            if (!Line.IsNull(1))
             {
-                dNames.emplace_back(Line[0]);
+                if (dValues.empty())
+                {
+                    dNames.emplace_back(Line[0]);
+                }
+                StrToLower(Line[1]);
+                dValues.emplace_back(Line[1]);
             }
         }
     }
 
     PropertyList_c List;
     Require(List.Open("fuzz.txt", eFormat));
-    auto const Names = [&]
-    { return Collect([&] { return List.StartProp(); }, [&](char * p, int n) { return List.NextProp(p, n); }, nSize); };
-    Require(Names() == dNames && Names() == dNames);
-    for (std::size_t i = 0; i < dNames.size() && i < SEARCHES; ++i)
+    auto const NextProp = [&](char * p, int n) { return List.NextProp(p, n); };
+    auto const NextVal = [&](char * p, int n) { return List.NextVal(p, n); };
+    Require(Collect(List.StartProp(), NextProp) == dNames && Collect(List.StartProp(), NextProp) == dNames);
+    int nSearches = 0;   // each is a scan from the top
+    for (auto const & [sName, dValues] : Values)
     {
-        Texts_t dValues;
-        for (auto const & [sName, sValue] : dPairs)
+        if (++nSearches <= 20)
         {
-            if (sName == dNames[i])
-            {
-                dValues.push_back(sValue);
-            }
+            Require(List.FindProp(sName.c_str()));
+            Require(List.FindProp((sName + "x").c_str()) == Values.contains(sName + "x"));
+            Require(Collect(List.StartVal(sName.c_str()), NextVal) == dValues);
         }
-        Require(Collect([&] { return List.StartVal(dNames[i].c_str()); },
-                    [&](char * p, int n) { return List.NextVal(p, n); }, nSize)
-                == dValues);
-    }
-    for (std::size_t i = 0; i < dBare.size() && i < SEARCHES; ++i)
-    {
-        std::string sOther = dBare[i] + "x";
-        Require(List.FindProp(dBare[i].c_str()));
-        Require(List.FindProp(sOther.c_str()) == (std::find(dBare.begin(), dBare.end(), sOther) != dBare.end()));
     }
     return 0;
 }

@@ -1,260 +1,98 @@
-// script_fuzz.cpp: operations on texts of any bytes, beside a reader that goes byte by byte; from a file and from memory.
+// script_fuzz.cpp: operations on texts of any bytes, from a file and from memory, tokens beside a reader that goes byte by
+// byte.
 //
 // The first byte is the number of operations, each of which takes two bytes; the rest is the text.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cscript.h"
 
-#include <algorithm>
 #include <vector>
 
 namespace
 {
-    /// Reads as the class says that it reads: one byte at a time, with the byte that ends a token put back.
-    class PlainScript_c
+    /// One of two scripts over the same text, which do the same.
+    struct Reader_s
     {
-    public:
-        explicit PlainScript_c(std::string const & sText)
-            : m_sText(sText)
-        {}
+        Script_c Script;
+        std::string sLast = "a";   // the last token
 
-        bool operator==(Script_c const & Other) const
+        bool operator==(Reader_s const & Other) const
         {
-            return m_bInToken == Other.m_bInToken && iLines == Other.m_iLines && iRead == Other.m_iBytesRead
-                   && bEnd == Other.m_bEndOfFile;
+            return sLast == Other.sLast && Script.m_bInToken == Other.Script.m_bInToken
+                   && Script.m_iLines == Other.Script.m_iLines && Script.m_iBytesRead == Other.Script.m_iBytesRead
+                   && Script.m_bEndOfFile == Other.Script.m_bEndOfFile;
         }
 
-        char Read()
+        char ReadByte()
         {
-            if (iRead == static_cast<int>(m_sText.size()))
+            if (Script.m_iBytesRead == Script.m_iBytesTotal)
             {
-                bEnd = true;
+                Script.m_bEndOfFile = true;
                 return '\0';
             }
-            char const c = m_sText[static_cast<std::size_t>(iRead++)];
-            iLines += c == '\n';
+            char const c = Script.m_pData[Script.m_iBytesRead++];
+            Script.m_iLines += c == '\n';
             return c;
         }
 
-        static bool IsDelimiter(char c, bool bPunctuation)
+        /// A token read one byte at a time, with the byte that ends it put back.
+        void PlainToken(bool bPunctuation)
         {
-            return static_cast<signed char>(c) <= 0x20 || (bPunctuation && std::strchr("'\";,", c));
-        }
-
-        std::string Token(bool bPunctuation)
-        {
-            for (;;)
-            {
-                std::string sScratch;
-                char c;
-                m_bInToken = false;
-                do
-                {
-                    sScratch += c = Read();
-                    if (!IsDelimiter(c, bPunctuation))
-                    {
-                        m_bInToken = true;
-                    }
-                    else if (sScratch.size() > 1)
-                    {
-                        --iRead;
-                        break;
-                    }
-                    else
-                    {
-                        sScratch.clear();
-                    }
-                }
-                while (!bEnd);
-                sScratch = sScratch.substr(0, sScratch.empty() ? 0 : sScratch.size() - 1);
-                if (!sScratch.starts_with("//"))
-                {
-                    return sScratch.substr(0, 259);
-                }
-                while (c != '\n' && !bEnd)
-                {
-                    c = Read();
-                }
-                if (bEnd)
-                {
-                    return "";
-                }
-            }
-        }
-
-        std::string Word()
-        {
-            std::string sWord;
+            std::string sToken;
             char c;
+            Script.m_bInToken = false;
             do
             {
-                c = Read();
-            }
-            while (IsDelimiter(c, false) && !bEnd);
-            for (; !IsDelimiter(c, false); c = Read())
-            {
-                sWord += c;
-            }
-            return sWord.substr(0, 259);
-        }
-
-        std::string Line(std::size_t nMax)
-        {
-            char c;
-            do
-            {
-                c = Read();
-                if (c == '\n' || c == '\r')
+                sToken += c = ReadByte();
+                bool const bDelimiter =
+                    static_cast<signed char>(c) <= 0x20 || (bPunctuation && std::strchr("'\";,", c));
+                Script.m_bInToken = Script.m_bInToken || !bDelimiter;
+                if (bDelimiter && sToken.size() > 1)
                 {
-                    return "";
-                }
-            }
-            while (!bEnd && (c == ' ' || c == '\t'));
-            std::string sLine(1, c);
-            while (!bEnd && sLine.size() < nMax - 1)
-            {
-                c = Read();
-                if (c == '\n' || c == '\r' || c == '\0')
-                {
+                    --Script.m_iBytesRead;
                     break;
                 }
-                sLine += c;
+                sToken.resize(bDelimiter ? 0 : sToken.size());
             }
-            return sLine.c_str();
-        }
-
-        std::string Quoted(char cQuote)
-        {
-            bool bSlash = false;
-            char c = Read();
-            while (c != cQuote && !bEnd && (c == '/' || IsDelimiter(c, false)))
+            while (!Script.m_bEndOfFile);
+            sToken.resize(sToken.empty() ? 0 : sToken.size() - 1);
+            sLast = sToken.substr(0, 259);
+            if (sToken.starts_with("//"))
             {
-                while (c == '/' && bSlash && !bEnd && Read() != '\n')
-                {}
-                bSlash = bSlash || c == '/';
-                c = Read();
-            }
-            std::string sText;
-            while (c == cQuote && !bEnd)
-            {
-                char const cNext = Read();
-                if (cNext == cQuote || bEnd)
+                while (c != '\n' && !Script.m_bEndOfFile)
                 {
-                    break;
+                    c = ReadByte();
                 }
-                sText += cNext;
+                sLast.clear();
+                Script.m_bEndOfFile ? void() : PlainToken(bPunctuation);
             }
-            return sText.c_str();
         }
 
-        int Integer()
+        /// Does one operation; what it gives.
+        std::string Step(unsigned char iWhat, unsigned char iArgument)
         {
-            std::string sDigits;
-            auto const IsDigit = [this] { return m_sText[Here()] && std::strchr("0123456789.-", m_sText[Here()]); };
-            while (!bEnd && Here() < m_sText.size() && !IsDigit())
+            std::string sBuffer(FuzzFile_c::Get().sText.size() + 300, '?');
+            char * const p = sBuffer.data();
+            switch (iWhat % 8)
             {
-                Read();
+            case 0:
+                return Script.GetToken(p, iArgument & 1), sLast = p;
+            case 1:
+                return Script.GetSpecific(p), p;
+            case 2:
+                return Script.GetLine(p, 2 + iArgument), p;
+            case 3:
+                return std::to_string(Script.GetInt());
+            case 4:
+                return std::to_string(Script.RewindAfterToken(sLast.c_str(), iArgument & 1, iArgument & 2));
+            case 5:
+                return Script.SetPosition(iArgument * 3 % (Script.m_iBytesTotal + 2)), "";
+            case 6:
+                return Script.GetString(p, static_cast<int>(sBuffer.size()) - 1, static_cast<char>(iArgument)), p;
+            default:
+                return std::to_string(Script.GetFloat());
             }
-            while (!bEnd && (Here() == m_sText.size() || IsDigit()))
-            {
-                sDigits += Read();
-            }
-            long const iLong = std::strtol(sDigits.substr(0, 259).c_str(), nullptr, 10);
-            return static_cast<int>(std::max<long>(std::min<long>(iLong, 2147483647), -2147483647 - 1));
         }
-
-        bool Rewind(std::string const & sToken, bool bFromStart, bool bWhole)
-        {
-            int const iFormer = iRead;
-            bool const bFormer = bEnd;
-            iRead = bFromStart ? 0 : iRead;
-            bEnd = !bFromStart && bEnd;
-            bool bFound = false;
-            if (bWhole)
-            {
-                while (!bFound && !bEnd)
-                {
-                    bFound = Token(false) == sToken;
-                }
-            }
-            else
-            {
-                std::string const sRest = m_sText.substr(Here());
-                char const * const pFound = std::strstr(sRest.c_str(), sToken.c_str());
-                bFound = pFound && pFound < sRest.c_str() + sRest.size();
-                if (bFound)
-                {
-                    iRead += static_cast<int>(pFound - sRest.c_str());
-                    Token(false);
-                }
-            }
-            iRead = bFound ? iRead : iFormer;
-            bEnd = bFound ? bEnd : bFormer;
-            return bFound;
-        }
-
-        int iRead = 0, iLines = 0;
-        bool bEnd = false;
-
-    private:
-        std::size_t Here() const { return static_cast<std::size_t>(iRead); }
-
-        std::string const & m_sText;
-        bool m_bInToken = false;
     };
-
-    /// Does the same in both. What may fail an assertion in a block of memory is done in a file alone.
-    void Step(
-        unsigned char iWhat, unsigned char iArgument, Script_c & Script, PlainScript_c & Plain, std::string & sLast)
-    {
-        std::vector<char> dBuffer(FuzzFile_c::Get().sText.size() + 300, '?');
-        char * const p = dBuffer.data();
-        int const nBuffer = static_cast<int>(dBuffer.size());
-        switch (iWhat % 8)
-        {
-        case 0:
-            Script.GetToken(p, iArgument & 1);
-            Require(p == (sLast = Plain.Token(iArgument & 1)));
-            break;
-        case 1:
-            Script.GetSpecific(p);
-            Require(p == Plain.Word());
-            break;
-        case 2:
-            Script.GetLine(p, 2 + iArgument);
-            Require(p == Plain.Line(2u + iArgument));
-            break;
-        case 3:
-            Require(Script.GetInt() == Plain.Integer());
-            break;
-        case 4:
-            Require(Script.RewindAfterToken(sLast.c_str(), iArgument & 1, iArgument & 2)
-                    == Plain.Rewind(sLast, iArgument & 1, iArgument & 2));
-            break;
-        case 5:
-        {
-            int const iPosition = iArgument * 3 % (Script.m_iBytesTotal + 2);
-            Script.SetPosition(iPosition);
-            Plain.iRead = std::min(iPosition, Script.m_iBytesTotal);
-            Plain.bEnd = Plain.bEnd || iPosition > Script.m_iBytesTotal;
-            break;
-        }
-        case 6:
-            if (Script.m_sName[0] == 'f')
-            {
-                Script.GetString(p, nBuffer - 1, static_cast<char>(iArgument));
-                Require(p == Plain.Quoted(static_cast<char>(iArgument)));
-            }
-            break;
-        default:
-            if (Script.m_sName[0] == 'f')
-            {
-                auto const fNumber = static_cast<float>(std::atof(Plain.Token(false).c_str()));
-                float const fRead = Script.GetFloat();
-                Require(fRead == fNumber || (fRead != fRead && fNumber != fNumber));
-            }
-        }
-        Require(Plain == Script);
-    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
@@ -264,24 +102,33 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     {
         return 0;
     }
-    unsigned char const * const pText = pData + 1 + 2 * nSteps;
-    std::vector<char> const dText(pText, pData + nSize);   // a block of exactly its size
-    std::string & sText = FuzzFile_c::Get().sText;
-    sText.assign(dText.begin(), dText.end());
+    std::vector<char> dText(pData + 1 + 2 * nSteps, pData + nSize);
+    FuzzFile_c::Get().sText.assign(dText.begin(), dText.end());
+    dText.reserve(1);   // a block of exactly its size, if it has any
 
-    Script_c File, Memory;
-    Require(File.OpenFile("fuzz.txt"));
-    char const cNothing = 0;
-    Memory.OpenMemoryLocation(dText.empty() ? &cNothing : dText.data(), static_cast<int>(dText.size()));
-    for (Script_c * const pScript : { &File, &Memory })
+    Reader_s File, Memory;
+    Require(File.Script.OpenFile("fuzz.txt"));
+    Memory.Script.OpenMemoryLocation(dText.data(), static_cast<int>(dText.size()));
+    for (unsigned char const * p = pData + 1; p < pData + 1 + 2 * nSteps; p += 2)
     {
-        PlainScript_c Plain(sText);
-        std::string sLast = "a";
-        for (std::size_t i = 0; i < nSteps; ++i)
+        std::string const sOutcome = File.Step(p[0], p[1]);
+        if (p[0] % 8 == 0)
         {
-            Step(pData[1 + 2 * i], pData[2 + 2 * i], *pScript, Plain, sLast);
+            Memory.PlainToken(p[1] & 1);
         }
+        else if (p[0] % 8 < 6)
+        {
+            Require(Memory.Step(p[0], p[1]) == sOutcome);
+        }
+        else   // may fail an assertion in a block of memory
+        {
+            Memory.Script.m_bInToken = File.Script.m_bInToken;
+            Memory.Script.m_iLines = File.Script.m_iLines;
+            Memory.Script.m_iBytesRead = File.Script.m_iBytesRead;
+            Memory.Script.m_bEndOfFile = File.Script.m_bEndOfFile;
+        }
+        Require(File == Memory);
     }
-    File.CloseFile();
+    File.Script.CloseFile();
     return 0;
 }

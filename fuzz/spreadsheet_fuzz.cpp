@@ -12,104 +12,54 @@ namespace
 {
     using Row_t = std::vector<std::string>;
 
-    class PlainReader_c
+    /// Reads the next row that holds anything; false at the end of the text.
+    bool ReadRow(SimpleTextParser_c & Parser, SpreadsheetFmtDesc_t const & Fmt, Row_t & dCells, bool & bError)
     {
-    public:
-        PlainReader_c(SpreadsheetFmtDesc_t const & Fmt, std::vector<char> const & dText)
-            : m_Fmt(Fmt)
+        auto const Is = [&](char cSymbol) { return Parser.IsSymbol() && Parser.GetSymbol() == cSymbol; };
+        dCells.clear();
+        bool bMore;
+        do
         {
-            m_Parser.SetCharacterRule(0x20, -1, PARSING_RULE_WORD_FIRST);
-            m_Parser.SetCharacterRule(0x20, -1, PARSING_RULE_WORD_REST);
-            m_Parser.SetCharacterRule('"', PARSING_RULE_STRING);
-            m_Parser.SetCharacterRule(Fmt.cCellSeparator, PARSING_RULE_SYMBOL);
-            m_Parser.SetCharacterRule(Fmt.cRowSeparator, PARSING_RULE_SYMBOL);
-            m_Parser.Open(dText.data(), static_cast<int>(dText.size()));
+            bMore = Parser.ParseNext();
         }
-
-        bool Row(Row_t & dCells, bool & bError)
+        while (Is(Fmt.cRowSeparator));
+        bool const bRow = bMore;
+        bError = false;
+        while (bMore)
         {
-            dCells.clear();
-            bError = false;
-            do
+            bool const bText = Parser.IsString() || Parser.IsWord();
+            if (bText)
             {
-                if (!m_Parser.ParseNext())
-                {
-                    return false;
-                }
+                dCells.push_back(Parser.IsString() ? Parser.GetString() : Parser.GetWord());
+                Parser.ParseNext();
             }
-            while (Is(m_Fmt.cRowSeparator));
-            while (Cell(dCells, bError))
-            {}
-            return true;
-        }
-
-    private:
-        bool Is(char cSymbol) const { return m_Parser.IsSymbol() && m_Parser.GetSymbol() == cSymbol; }
-
-        bool Cell(Row_t & dCells, bool & bError)
-        {
-            bool bText = false;
-            if (m_Parser.IsString() || m_Parser.IsWord())
-            {
-                dCells.push_back(m_Parser.IsString() ? m_Parser.GetString() : m_Parser.GetWord());
-                m_Parser.ParseNext();
-                bText = true;
-            }
-            if (!bText && (Is(m_Fmt.cRowSeparator) || Is(m_Fmt.cCellSeparator)))
+            bError = !Is(Fmt.cRowSeparator) && !Is(Fmt.cCellSeparator);
+            if (!bText && !bError)
             {
                 dCells.emplace_back();
             }
-            bError = false;
-            if (Is(m_Fmt.cRowSeparator))
-            {
-                return false;
-            }
-            if (Is(m_Fmt.cCellSeparator))
-            {
-                return m_Parser.ParseNext();
-            }
-            bError = true;
-            return false;
+            bMore = !bError && !Is(Fmt.cRowSeparator) && Parser.ParseNext();
         }
-
-        SpreadsheetFmtDesc_t m_Fmt;
-        SimpleTextParser_c m_Parser;
-    };
-
-    /// Compares the cells that have a name, with one of those that padding added.
-    void CompareRow(Spreadsheet_c & Sheet, Row_t const & dCells)
-    {
-        std::size_t iColumn = 0;
-        for (bool bMore = Sheet.MoveToFirstColumn(); bMore && iColumn <= dCells.size();
-             bMore = Sheet.MoveToNextColumn())
-        {
-            Require(Sheet.GetCell() == (iColumn < dCells.size() ? dCells[iColumn] : std::string()));
-            ++iColumn;
-        }
+        return bRow;
     }
 
-    /// A search meets the same rows as a walk.
-    void CompareSearch(Spreadsheet_c & Sheet)
+    /// Compares the cells that have a name, and finds each in the first row that holds it.
+    void CompareRow(Spreadsheet_c & Sheet, int iRow, Row_t const & dCells)
     {
-        Require(Sheet.MoveToRow(Sheet.GetRowCount() / 2) && Sheet.MoveToFirstColumn());
-        std::string const sColumn = Sheet.GetCurrentColumn(), sValue = Sheet.GetCell();
-        bool bFound = Sheet.FindFirstCell(sColumn.c_str(), sValue.c_str());
-        for (int iRow = 0; iRow < Sheet.GetRowCount(); ++iRow)
+        for (int iColumn = 0; iColumn < Sheet.GetColumnCount() && iColumn < 20; ++iColumn)
         {
-            int const iFound = bFound ? Sheet.GetCurrentRow() : -1;
-            Require(Sheet.MoveToRow(iRow));
-            bool const bEqual = StrCompareNoCase(Sheet.GetCell(sColumn.c_str()), sValue.c_str()) == 0;
-            Require(bEqual == (iRow == iFound));
-            if (bEqual)
+            Require(Sheet.MoveToRow(iRow) && Sheet.MoveToFirstColumn());
+            for (int i = 0; i < iColumn; ++i)
             {
-                bFound = Sheet.FindNextCell(sColumn.c_str(), sValue.c_str());
+                Require(Sheet.MoveToNextColumn());
             }
-            else if (iFound >= 0)
-            {
-                Sheet.MoveToRow(iFound);
-            }
+            auto const iCell = static_cast<std::size_t>(iColumn);
+            std::string const sCell = Sheet.GetCell(), sName = Sheet.GetCurrentColumn();
+            Require(sCell == (iCell < dCells.size() ? dCells[iCell] : std::string()));
+            std::string const sNamed = Sheet.GetCell(sName.c_str());
+            Require(Sheet.FindFirstCell(sName.c_str(), sNamed.c_str()) && Sheet.GetCurrentRow() <= iRow);
+            Require(StrCompareNoCase(Sheet.GetCell(), sNamed.c_str()) == 0);
         }
-        Require(!bFound);
     }
 }
 
@@ -119,38 +69,32 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     {
         return 0;
     }
-    SpreadsheetFmtDesc_t Fmt = { static_cast<char>(pData[0]), static_cast<char>(pData[1]) };
-    bool const bUsual = pData[0] == pData[1];
-    if (bUsual)
-    {
-        Fmt = { '\n', ',' };
-    }
-    std::vector<char> const dText(pData + 2, pData + nSize);
-    FuzzFile_c::Get().sText.assign(dText.begin(), dText.end());
-
+    SpreadsheetFmtDesc_t const Given = { static_cast<char>(pData[0]), static_cast<char>(pData[1]) };
+    SpreadsheetFmtDesc_t const Fmt = pData[0] == pData[1] ? SpreadsheetFmtDesc_t{ '\n', ',' } : Given;
+    std::string & sText = FuzzFile_c::Get().sText;
+    sText.assign(pData + 2, pData + nSize);
     Spreadsheet_c Sheet;
-    bool const bOpen = Sheet.Open("fuzz.txt", bUsual ? nullptr : &Fmt);
-    PlainReader_c Plain(Fmt, dText);
+    bool const bOpen = Sheet.Open("fuzz.txt", pData[0] == pData[1] ? nullptr : &Fmt);
+
+    SimpleTextParser_c Parser;
+    Parser.SetCharacterRule(0x20, -1, PARSING_RULE_WORD_FIRST);
+    Parser.SetCharacterRule(0x20, -1, PARSING_RULE_WORD_REST);
+    Parser.SetCharacterRule('"', PARSING_RULE_STRING);
+    Parser.SetCharacterRule(Fmt.cCellSeparator, PARSING_RULE_SYMBOL);
+    Parser.SetCharacterRule(Fmt.cRowSeparator, PARSING_RULE_SYMBOL);
+    Parser.Open(sText.data(), static_cast<int>(sText.size()));
     Row_t dHead, dCells;
-    bool bError = false;
-    if (!Plain.Row(dHead, bError))
-    {
-        Require(!bOpen);
-        return 0;
-    }
+    bool bError;
+    bool const bHead = ReadRow(Parser, Fmt, dHead, bError);
     int nRows = 0;
-    for (bError = false; Plain.Row(dCells, bError) && !bError; ++nRows)
+    for (bError = !bHead; !bError && ReadRow(Parser, Fmt, dCells, bError) && !bError; ++nRows)
     {
         if (bOpen)
         {
-            Require(Sheet.GetColumnCount() == static_cast<int>(dHead.size()) && Sheet.MoveToRow(nRows));
-            CompareRow(Sheet, dCells);
+            Require(Sheet.GetColumnCount() == static_cast<int>(dHead.size()));
+            CompareRow(Sheet, nRows, dCells);
         }
     }
     Require(bOpen == !bError && Sheet.GetRowCount() == (bOpen ? nRows : 0));
-    if (nRows > 0 && bOpen)
-    {
-        CompareSearch(Sheet);
-    }
     return 0;
 }

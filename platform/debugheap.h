@@ -14,8 +14,8 @@
 
 namespace plat
 {
-    constexpr std::size_t HEAP_FILL_LIMIT = 512;    // bytes up to which a block is filled whole
-    constexpr std::size_t HEAP_FILL_ENDS = 128;     // bytes filled at either end of a larger block
+    constexpr std::size_t HEAP_FILL_LIMIT = 512;   // bytes up to which a block is filled whole
+    constexpr std::size_t HEAP_FILL_ENDS = 128;    // bytes filled at either end of a larger block
 
     enum class HeapEvent_e
     {

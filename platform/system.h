@@ -7,13 +7,13 @@ namespace plat
 {
     struct SystemFacts_t
     {
-        char szName[64];            // the system's name
-        int iMajor, iMinor;         // its version
+        char szName[64];      // the system's name
+        int iMajor, iMinor;   // its version
         std::uint32_t iBuild;
         char szComputer[1024];
         char szUser[1024];
         int nProcessors;
-        int iProcessorType;         // the digits in the system's name of the processor's family: 8664 of x86-64
+        int iProcessorType;   // the digits in the system's name of the processor's family: 8664 of x86-64
         std::uint64_t nPhysicalTotal, nPhysicalFree;   // bytes
         std::uint64_t nVirtualTotal, nVirtualFree;     // bytes of this process's address space
     };

@@ -11,7 +11,9 @@ namespace plat
     class Lock_c
     {
     public:
-        constexpr explicit Lock_c(int nSpin = 0) : m_nSpin(nSpin) {}
+        constexpr explicit Lock_c(int nSpin = 0)
+            : m_nSpin(nSpin)
+        {}
 
         void Enter()
         {
@@ -34,7 +36,11 @@ namespace plat
     class LockScope_c
     {
     public:
-        explicit LockScope_c(Lock_c & Lock) : m_Lock(Lock) { m_Lock.Enter(); }
+        explicit LockScope_c(Lock_c & Lock)
+            : m_Lock(Lock)
+        {
+            m_Lock.Enter();
+        }
         ~LockScope_c() { m_Lock.Leave(); }
         LockScope_c(LockScope_c const &) = delete;
         LockScope_c & operator=(LockScope_c const &) = delete;

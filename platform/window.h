@@ -13,8 +13,8 @@ namespace plat
     /// Each may be null, which is the same as doing nothing.
     struct WindowSystem_t
     {
-        Window_t (*fnGetFocus)() = nullptr;                          // the window with the keyboard, or null
-        Window_t (*fnGetParent)(Window_t hWindow) = nullptr;         // null for a window without parent
+        Window_t (*fnGetFocus)() = nullptr;                    // the window with the keyboard, or null
+        Window_t (*fnGetParent)(Window_t hWindow) = nullptr;   // null for a window without parent
         void (*fnMinimise)(Window_t hWindow) = nullptr;
         void (*fnShowCursor)() = nullptr;
         bool (*fnDispatchOne)(unsigned iFirst, unsigned iLast) = nullptr;   // takes one waiting message of the range

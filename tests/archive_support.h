@@ -7,6 +7,7 @@
 
 #include "platform/dialog.h"
 
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -81,13 +82,11 @@ inline std::string Hex(std::string_view sBytes)
     std::string sHex;
     for (char const c : sBytes)
     {
-        for (int const i : { static_cast<unsigned char>(c) >> 4, c & 15 })
-        {
-            sHex += "0123456789ABCDEF"[i];
-        }
-        sHex += ' ';
+        char szByte[4];
+        std::snprintf(szByte, sizeof szByte, "%02X ", static_cast<unsigned char>(c));
+        sHex += szByte;
     }
-    return sHex.substr(0, sHex.empty() ? 0 : sHex.size() - 1);
+    return sHex.substr(0, sHex.rfind(' '));
 }
 
 /// The bytes of a dump in docs/formats.md, which stands between "```<name>" and "```", in the form of Hex.

@@ -40,38 +40,26 @@ TEST(Adsr, TellsThePhaseAndStretchesOneOfThem)
         bool bExpected;
         double dDurations[4];
     };
-    Row_s const dRows[] = {
-        { &ADSR_c::SetRelease, 0.5, false, { 1, 0, 0, 0 } },
-        { &ADSR_c::SetRelease, 3.0, true, { 1, 0, 0, 2 } },
-        { &ADSR_c::SetDecay, 3.5, true, { 1, 0.5, 0, 2 } },
-        { &ADSR_c::SetSustain, 3.25, false, { 1, 0.5, 0, 2 } },
-        { &ADSR_c::SetSustain, 4.5, true, { 1, 0.5, 1, 2 } },
-        { &ADSR_c::SetAttack, 3.25, false, { 1, 0.5, 1, 2 } },
-        { &ADSR_c::SetDecay, 3.75, false, { 1, 0.5, 1, 2 } },
-        { &ADSR_c::SetAttack, 3.5, true, { 0, 0.5, 1, 2 } },
-        { &ADSR_c::SetAttack, 4.0, true, { 0.5, 0.5, 1, 2 } },
-    };
-    for (Row_s const & Row : dRows)
+    for (Row_s const & Row :
+        { Row_s{ &ADSR_c::SetRelease, 0.5, false, { 1, 0, 0, 0 } }, { &ADSR_c::SetRelease, 3.0, true, { 1, 0, 0, 2 } },
+            { &ADSR_c::SetDecay, 3.5, true, { 1, 0.5, 0, 2 } }, { &ADSR_c::SetSustain, 3.25, false, { 1, 0.5, 0, 2 } },
+            { &ADSR_c::SetSustain, 4.5, true, { 1, 0.5, 1, 2 } }, { &ADSR_c::SetAttack, 3.5, true, { 0, 0.5, 1, 2 } },
+            { &ADSR_c::SetAttack, 4.0, true, { 0.5, 0.5, 1, 2 } } })
     {
         EXPECT_EQ((Envelope.*Row.fnSet)(Row.tLength), Row.bExpected);
         double const dHave[] = { Envelope.GetAttack(), Envelope.GetDecay(), Envelope.GetSustain(),
             Envelope.GetRelease() };
         EXPECT_TRUE(std::equal(dHave, dHave + 4, Row.dDurations)) << Row.tLength;
     }
-    struct Phase_s
-    {
-        double t;
-        ADSR_Phase_e ePhase;
-    };
-    for (Phase_s const & Row : { Phase_s{ -0.1, ADSR_PHASE_NONE }, { 0, ADSR_PHASE_ATTACK }, { 0.5, ADSR_PHASE_DECAY },
-             { 1, ADSR_PHASE_SUSTAIN }, { 2, ADSR_PHASE_RELEASE }, { 3.99, ADSR_PHASE_RELEASE },
-             { 4, ADSR_PHASE_NONE } })
+    for (auto const & [t, ePhase] : { std::pair(-0.1, ADSR_PHASE_NONE), { 0.0, ADSR_PHASE_ATTACK },
+             { 0.5, ADSR_PHASE_DECAY }, { 1.0, ADSR_PHASE_SUSTAIN }, { 2.0, ADSR_PHASE_RELEASE },
+             { 3.99, ADSR_PHASE_RELEASE }, { 4.0, ADSR_PHASE_NONE } })
     {
         ADSR_c Copy(0.0f, 0.0f);
         Envelope.Restart();
-        Envelope.TimePass(Row.t);
+        Envelope.TimePass(t);
         Copy = Envelope;
-        EXPECT_EQ(Copy.GetPhase(), Row.ePhase) << Row.t;
+        EXPECT_EQ(Copy.GetPhase(), ePhase) << t;
         EXPECT_EQ(Copy.Get(), Envelope.Get());
     }
 }

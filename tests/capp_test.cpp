@@ -1,21 +1,14 @@
+#include "tests/test_support.h"
 #include "zqcore/capp.h"
-
 #include "zqcore/ccallback.h"
 #include "zqcore/clog.h"
 #include "zqcore/ctimer.h"
 
-#include "tests/test_support.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <csignal>
 #include <filesystem>
-#include <tuple>
 
-// Outside of the unnamed namespace, and called through a variable: the compiler may not know all derived classes, nor
-// that the call is of a pure function.
+// Seen from outside and called through a variable: no compiler may know all its heirs, nor that the call is pure.
 struct AppTestAbstract_s
 {
     AppTestAbstract_s() { m_fnCall(*this); }
@@ -41,17 +34,11 @@ namespace
     {
         auto const Found =
             std::find_if(g_dWaiting.begin(), g_dWaiting.end(), [=](unsigned i) { return i >= iFirst && i <= iLast; });
-        bool const bFound = Found != g_dWaiting.end();
-        if (bFound)
-        {
-            g_dWaiting.erase(Found);
-        }
-        return bFound;
+        return Found != g_dWaiting.end() && (g_dWaiting.erase(Found), true);
     }
 
-    class App : public testing::Test
+    struct App : testing::Test
     {
-    protected:
         App()
         {
             plat::WindowSystem_t System;
@@ -72,22 +59,8 @@ namespace
             Game_longTimeGet = longTimeGet;
         }
 
-    private:
         plat::WindowSystem_t m_Former;
     };
-
-    [[noreturn]] void CallPureVirtual()
-    {
-        struct Concrete_s : AppTestAbstract_s
-        {
-            void Act() override {}
-        };
-        AppMiscStartup();
-        std::filesystem::path const Executable = std::filesystem::read_symlink("/proc/self/exe");
-        std::fprintf(stderr, "in folder: %i\n", std::filesystem::current_path() == Executable.parent_path());
-        Concrete_s();
-        std::exit(9);
-    }
 }
 
 TEST_F(App, DeltaTimeGathersUntilItIsEnough)
@@ -96,7 +69,7 @@ TEST_F(App, DeltaTimeGathersUntilItIsEnough)
     auto const FirstIsAThirtieth = [] { std::exit(std::abs(AppGetDeltaTime(0.0) - 1.0 / 30.0) < 1e-9 ? 0 : 1); };
     EXPECT_EXIT(FirstIsAThirtieth(), testing::ExitedWithCode(0), "");
     AppGetDeltaTime(0.0);
-    for (auto const & [tStep, dMinDelta, dExpected] : std::initializer_list<std::tuple<double, double, double>>{
+    for (auto const & [tStep, dMinDelta, dExpected] : Rows_t<double, double, double>{
              { 0.05, 0.1, 0.0 }, { 0.0625, 0.1, 0.1125 }, { 0.25, 0.25, 0.25 }, { 1000.0, 0.0, 1000.0 } })
     {
         g_tFake += tStep;
@@ -121,7 +94,7 @@ TEST_F(App, PurgesAllMessagesOrThoseOfTheKeyboard)
 {
     g_dWaiting = { 0xFF, 0x100, 0x109, 0x10A, 0xFFFFFFFF };
     AppPurgeKeyboardQueue();
-    EXPECT_EQ(g_dWaiting, (std::vector<unsigned>{ 0xFF, 0x10A, 0xFFFFFFFF }));
+    EXPECT_THAT(g_dWaiting, testing::ElementsAre(0xFF, 0x10A, 0xFFFFFFFF));
     AppPurgeMessageQueue();
     EXPECT_TRUE(g_dWaiting.empty());
 }
@@ -132,8 +105,7 @@ TEST_F(App, ResourceReportsAreBlockedByOneFlagAndTheVersionIsTold)
     s_sReports.clear();
     g_ResourceLoadCallbacker.Add([](char const * szText) { s_sReports += szText; }, false);
     ResourceLoadReportCall("a");
-    ResourceLoadReportBlock();
-    ResourceLoadReportBlock();
+    ResourceLoadReportBlock(), ResourceLoadReportBlock();
     ResourceLoadReportCall("b");
     ResourceLoadReportDeploy();
     ResourceLoadReportCall("c");
@@ -145,6 +117,17 @@ TEST_F(App, ResourceReportsAreBlockedByOneFlagAndTheVersionIsTold)
 
 TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
 {
+    struct Concrete_s : AppTestAbstract_s
+    {
+        void Act() override {}
+    };
+    auto const CallPureVirtual = []
+    {
+        AppMiscStartup();
+        auto const Executable = std::filesystem::read_symlink("/proc/self/exe");
+        std::fprintf(stderr, "in folder: %i\n", std::filesystem::current_path() == Executable.parent_path());
+        Concrete_s();
+    };
     EXPECT_EXIT(CallPureVirtual(), testing::KilledBySignal(SIGTRAP), "in folder: 1\n.*\npure virtual function call");
 }
 

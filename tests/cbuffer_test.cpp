@@ -11,8 +11,7 @@ namespace
     }
 }
 
-class Buffers : public MediaTest
-{};
+using Buffers = MediaTest;
 
 TEST_F(Buffers, AnArrayGrowsByWhatIsAppended)
 {
@@ -27,16 +26,16 @@ TEST_F(Buffers, AnArrayGrowsByWhatIsAppended)
     EXPECT_EQ(BytesOf(Buffer), sFirst + sSecond);
     EXPECT_EQ(Buffer.GetCapacity(), 2048);
     EXPECT_TRUE(Buffer.ExpandBuffer(Buffer.begin() + 599, 601)) << "its own bytes";
-    EXPECT_TRUE(Buffer.ExpandBuffer(Buffer.begin() + 599, 601));
-    std::string const sMore = "a" + sSecond;
-    EXPECT_EQ(BytesOf(Buffer), sFirst + sSecond + sMore + sMore);
+    EXPECT_EQ(BytesOf(Buffer), sFirst + sSecond + "a" + sSecond);
+    EXPECT_TRUE(Buffer.ExpandBuffer(Buffer.begin() + 1199, 602)) << "its own bytes again, past the capacity";
+    EXPECT_EQ(BytesOf(Buffer), sFirst + sSecond + "a" + sSecond + "ba" + sSecond);
     EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Buffer.ExpandBuffer(nullptr, 1)); }), "pBytes != nullptr");
     EXPECT_EQ(
         FailedConditions([&] { EXPECT_FALSE(Buffer.ExpandBuffer("x", 0xFFFFFFFF)); }), "nBytes <= MAX_BYTES - nOld");
-    EXPECT_EQ(Buffer.GetBufferDataLength(), 2402u);
+    EXPECT_EQ(Buffer.GetBufferDataLength(), 2403u);
 }
 
-TEST_F(Buffers, AFileLendsItsContents)
+TEST_F(Buffers, AFileLendsItsContentsAndATextItself)
 {
     Make({ { "a.txt", "contents" } });
     Scan();
@@ -57,10 +56,7 @@ TEST_F(Buffers, AFileLendsItsContents)
     };
     EXPECT_EQ(FailedConditions(fnGone), "FileOpen ( m_pFile ) & FileOpen ( m_pFile )");
     EXPECT_EQ(pFile->GetOpensCount(), 0);
-}
 
-TEST_F(Buffers, ATextIsSeenWithoutItsTerminator)
-{
     char const szText[] = "text";
     EXPECT_EQ(BytesOf(StringBuffer_c(szText)), "text");
     EXPECT_EQ(StringBuffer_c(szText).GetBufferData(), szText);

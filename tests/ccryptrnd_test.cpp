@@ -1,14 +1,10 @@
-#include "zqcore/ccryptrnd.h"
-
 #include "tests/test_support.h"
 #include "zqcore/ccallback.h"
+#include "zqcore/ccryptrnd.h"
 #include "zqcore/ccryptrnd_internal.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
+#include <array>
 #include <set>
-#include <thread>
 
 namespace
 {
@@ -39,24 +35,14 @@ namespace
     }
 
     int s_nHeard = 0;
-    void Hear(MessageData_s)
-    {
-        ++s_nHeard;
-    }
 }
 
-TEST(CryptRandom, GivesBlocksFromTheirEndAndKeepsTheRest)
+TEST(CryptRandom, GivesBlocksFromTheirEndAndKeepsTheNewestBytes)
 {
     CryptoRandomGenerator_c Generator;
     EXPECT_EQ(Block(0, "")[0], 0x73) << "the SHA-1 of four zero bytes ends so";
     EXPECT_EQ(Take(Generator, 21), Block(0, "") + Block(1, "")[0]);
     EXPECT_EQ(Take(Generator, 19), Block(1, "").substr(1));
-    EXPECT_EQ(Take(Generator, 20), Block(2, ""));
-}
-
-TEST(CryptRandom, ThePoolKeepsTheNewestBytes)
-{
-    CryptoRandomGenerator_c Generator;
     std::string sPool;
     for (unsigned char i = 0; i < 128; ++i)
     {
@@ -64,25 +50,26 @@ TEST(CryptRandom, ThePoolKeepsTheNewestBytes)
         sPool += static_cast<char>(i);
         Generator.Put(i);
     }
-    EXPECT_EQ(Take(Generator, 20), Block(0, sPool));
+    EXPECT_EQ(Take(Generator, 20), Block(2, sPool));
     Generator.Put('x');
     sPool[0] = 'x';
     EXPECT_EQ(Generator.GetPoolSize(), 128u);
-    EXPECT_EQ(Take(Generator, 20), Block(1, sPool));
+    EXPECT_EQ(Take(Generator, 20), Block(3, sPool));
 }
 
-TEST(CryptRandom, TwoThreadsAddAndTake)
+TEST(CryptRandom, ThreadsAddAndTake)
 {
     CryptoRandomGenerator_c Generator;
     std::array<std::string, 400> dTaken;
-    auto const fnTake = [&](std::string & sTaken)
+    auto const TakeHalf = [&](int iHalf)
     {
-        Generator.PutNextRandom();
-        sTaken = Take(Generator, 20);
+        for (std::size_t i = 0; i < 200; ++i)
+        {
+            Generator.PutNextRandom();
+            dTaken[static_cast<std::size_t>(iHalf) * 200 + i] = Take(Generator, 20);
+        }
     };
-    std::thread Other([&] { std::for_each(dTaken.begin() + 200, dTaken.end(), fnTake); });
-    std::for_each(dTaken.begin(), dTaken.begin() + 200, fnTake);
-    Other.join();
+    InThreads(2, TakeHalf);
     EXPECT_EQ(Generator.GetPoolSize(), 128u);
     EXPECT_EQ(std::set<std::string>(dTaken.begin(), dTaken.end()).size(), 400u) << "no block is given twice";
 }
@@ -90,6 +77,7 @@ TEST(CryptRandom, TwoThreadsAddAndTake)
 TEST(CryptRandom, TheModuleListensToApplicationMessages)
 {
     s_nHeard = 0;
+    auto const Hear = [](MessageData_s) { ++s_nHeard; };
     g_ApplicationMessages.Add(Hear, false);
     Module_c::Register(ModuleCryptRandom_c::Get());
     ASSERT_TRUE(Module_c::InitializeAllModules());
@@ -100,8 +88,9 @@ TEST(CryptRandom, TheModuleListensToApplicationMessages)
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(g_ApplicationMessages.IsEmpty());
 
-    std::string sBytes(40, '\0');
-    GetRandomBytes(reinterpret_cast<unsigned char *>(sBytes.data()), 40);
+    unsigned char dBytes[40];
+    GetRandomBytes(dBytes, 40);
+    std::string const sBytes(dBytes, dBytes + 40);
     for (char iCounter = 0; iCounter < 100; ++iCounter)
     {
         EXPECT_EQ(sBytes.find(Block(iCounter, "")), std::string::npos) << "a block of an empty pool";
@@ -128,13 +117,12 @@ TEST(Password, HoldsADigestThatComparesAndCombines)
     EXPECT_EQ(Password("abc").dHash[19], 0x77);
     EXPECT_EQ(Password(std::string(255, 'x')).dHash[19], 0x67);
 
-    Password_s Unset, One = Password("one"), Sum = One;
-    EXPECT_TRUE(Unset == Password_s());
-    EXPECT_TRUE(Unset != Password_s(Password_s::Hash_t{})) << "set to zeros is set";
-    EXPECT_TRUE(One == Password_s(One.dHash) && One != Password("two"));
-    Sum.Xor(Password("two"));
-    EXPECT_EQ(Sum.dHash[7], One.dHash[7] ^ Password("two").dHash[7]);
-    Sum.Xor(Password("two"));
+    Password_s Unset, One = Password("one"), Two = Password("two"), Sum = One;
+    EXPECT_TRUE(Unset == Password_s() && Unset != Password_s(Password_s::Hash_t{})) << "set to zeros is set";
+    EXPECT_TRUE(One == Password_s(One.dHash) && One != Two);
+    Sum.Xor(Two);
+    EXPECT_EQ(Sum.dHash[7], One.dHash[7] ^ Two.dHash[7]);
+    Sum.Xor(Two);
     EXPECT_TRUE(Sum == One);
     One.Clear();
     EXPECT_TRUE(One == Unset && One.dHash == Password_s::Hash_t{});

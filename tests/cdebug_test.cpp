@@ -1,15 +1,9 @@
-#include "zqcore/cdebug.h"
-
+#include "platform/debugger.h"
+#include "tests/test_support.h"
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
-
-#include "platform/debugger.h"
-
-#include "tests/test_support.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <csignal>
 
@@ -54,24 +48,20 @@ namespace
     Answer_e OnDialog(plat::Dialog_t const & Dialog)
     {
         Trace('D');
-        g_sText = Dialog.szText;
-        g_sCaption = Dialog.szCaption;
-        g_Dialog = Dialog;
-        Dialog.eButtons == Buttons_e::AbortRetryIgnore ? AssertFailed("inside another assertion")
-                                                       : static_cast<void>(0);
+        g_sText = Dialog.szText, g_sCaption = Dialog.szCaption, g_Dialog = Dialog;
+        Dialog.eButtons == Buttons_e::AbortRetryIgnore ? AssertFailed("inside another assertion") : void();
         return g_eAnswer;
     }
 
     void ExpectDialog(char const * szCaption, Buttons_e eButtons, Icon_e eIcon, Modality_e eModality, int iDefault = 1)
     {
         EXPECT_EQ(g_sCaption, szCaption);
-        EXPECT_TRUE(g_Dialog.eButtons == eButtons && g_Dialog.iDefaultButton == iDefault);
-        EXPECT_TRUE(g_Dialog.eIcon == eIcon && g_Dialog.eModality == eModality);
+        EXPECT_TRUE(g_Dialog.eButtons == eButtons && g_Dialog.iDefaultButton == iDefault && g_Dialog.eIcon == eIcon
+                    && g_Dialog.eModality == eModality);
     }
 
-    class Complaints : public testing::Test
+    struct Complaints : testing::Test
     {
-    protected:
         Complaints()
         {
             g_sTrace = g_sLog = g_sDebugger = g_sText = g_sCaption = "";
@@ -96,13 +86,10 @@ namespace
             g_WarningsCallbacker.Reset();
             g_ExecutionCallbacker.Reset();
             LogDone();
-            SetWarnings(false);
-            SetAchtungs(true);
-            g_silentMode = false;
-            g_pAppWindow = nullptr;
+            SetWarnings(false), SetAchtungs(true);
+            g_silentMode = false, g_pAppWindow = nullptr;
         }
 
-    private:
         plat::WindowSystem_t m_System;
         plat::DialogHandler_t m_fnDialog;
         plat::DebugOutput_t m_fnOutput;
@@ -129,7 +116,7 @@ TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
     std::string const sNext = std::to_string(ComplaintTest_c::FailWithText(7));
     EXPECT_EQ(g_sText, "AssertEx failed, 1 == 2, text 7, " __FILE__ ", ComplaintTest_c::FailWithText, " + sNext);
     EXPECT_EQ(g_sDebugger, __FILE__ "(" + sNext + ") : AssertEx() failed\n");
-    for (auto const & [szFunction, szExpected] : std::initializer_list<std::pair<char const *, char const *>>{
+    for (auto const & [szFunction, szExpected] : Rows_t<char const *, char const *>{
              { "static void Module_c::Register(Module_c*)", "Module_c::Register" }, { "int main()", "main" },
              { "T& StaticArray_T<T, LENGTH>::operator[](int) [with T = int]", "StaticArray_T<T, LENGTH>::operator[]" },
              { "char const *(anonymous namespace)::Name(int)", "(anonymous namespace)::Name" },
@@ -223,8 +210,8 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
     };
     // What complains, whether silently, the answer, the exit status or below 0 the signal, and the trace.
     for (auto const & [fnComplain, bSilent, eAnswer, iStatus, szTrace] :
-        std::initializer_list<std::tuple<void (*)(), bool, Answer_e, int, char const *>>{
-            { Assertion, true, Answer_e::Ignore, 1, "^CLx" }, { Assertion, false, Answer_e::Abort, -SIGTRAP, "^CLxDX" },
+        Rows_t<void (*)(), bool, Answer_e, int, char const *>{ { Assertion, true, Answer_e::Ignore, 1, "^CLx" },
+            { Assertion, false, Answer_e::Abort, -SIGTRAP, "^CLxDX" },
             { Assertion, false, Answer_e::Retry, -SIGTRAP, "^CLxDX" }, { Attention, true, Answer_e::No, 1, "^LW" },
             { Attention, false, Answer_e::Cancel, 0, "^LWD" }, { Attention, false, Answer_e::Yes, -SIGTRAP, "^LWD" },
             { End, true, Answer_e::Ok, -SIGTRAP, "^LxMX" }, { End, false, Answer_e::Ok, -SIGTRAP, "^LxMDX" },
@@ -232,12 +219,11 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
             { Located, false, Answer_e::Cancel, 255, "^D, then 7" }, { Located, false, Answer_e::Yes, -SIGTRAP, "^D" },
             { Error, false, Answer_e::Ok, -SIGTRAP, "^D" }, { Break, false, Answer_e::Yes, -SIGTRAP, "^D" } })
     {
-        auto const Complain = [fn = fnComplain, bIsSilent = bSilent, eGiven = eAnswer]
+        g_silentMode = bSilent, g_eAnswer = eAnswer;
+        auto const Complain = [fn = fnComplain]
         {
             g_bPrint = true;
             g_pAppWindow = &g_bPrint;
-            g_silentMode = bIsSilent;
-            g_eAnswer = eGiven;
             fn();
         };
         auto const HasEnded = [i = iStatus](int iRaw)

@@ -1,12 +1,9 @@
-#include "zqcore/cfilemedia.h"
-
-#include "tests/media_fixture.h"
-
-#include "zqcore/capp.h"
-
 #include "platform/process.h"
 #include "platform/registry.h"
 #include "platform/text.h"
+#include "tests/media_fixture.h"
+#include "zqcore/capp.h"
+#include "zqcore/cfilemedia.h"
 
 #include <cstdlib>
 

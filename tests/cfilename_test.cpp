@@ -1,6 +1,5 @@
+#include "tests/test_support.h"
 #include "zqcore/cfilename.h"
-
-#include <gtest/gtest.h>
 
 #include <array>
 

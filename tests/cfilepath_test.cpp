@@ -56,12 +56,10 @@ TEST_F(FilePathTest, KeepsTheFirstOfTwoLikeNamedFilesAndMarksIt)
 
 TEST_F(FilePathTest, PassesOverWhatIsExcludedInAnyCase)
 {
-    for (char const * szFolder : { "cvs", "CVS", "CVS" })
-    {
-        FileAlwaysExcludeFolder(szFolder);
-    }
-    FileAlwaysExcludeFile("Message.log");
     Make({ { "Cvs/a.txt", "" }, { "sub/CVS/b.txt", "" }, { "cvs2/c.txt", "" }, { "sub/MESSAGE.LOG", "" } });
+    FileAlwaysExcludeFolder("cvs");
+    FileAlwaysExcludeFolder("CVS");
+    FileAlwaysExcludeFile("Message.log");
     ASSERT_TRUE(Scan());
     EXPECT_EQ(Keys(), "c.txt");
     g_sExcludedFolders.Reset();
@@ -149,11 +147,18 @@ TEST_F(FilePathTest, RelativeNamesHoldTheFolderBelowTheMediaRoot)
     EXPECT_EQ(Log.CountHolding("is not below the media root, its files go by their bare names"), 1);
 }
 
-TEST_F(FilePathTest, ForgetsFilesBelowAPrefixButNotFromUnderTheirHolders)
+TEST_F(FilePathTest, ListsAndForgetsFilesBelowAPrefixButNotFromUnderTheirHolders)
 {
     std::ptrdiff_t const nBlocks = FileBlocks();
     Make({ { "a/x.txt", "held" }, { "a/in/y.txt", "" }, { "ab/z.txt", "" } });
     ASSERT_TRUE(Scan());
+    for (auto const & [sPath, iMax, nFiles] : Rows_t<std::string, int, int>{ { Folder.Join("A/"), 1, 1 },
+             { Folder.Join("a/"), 4, 2 }, { Folder.Join("a/in"), 4, 1 }, { "nowhere", 4, 0 }, { "", 4, 3 } })
+    {
+        File_c * dFiles[4] = {};
+        EXPECT_EQ(FileGetDirectoryFiles(sPath.c_str(), dFiles, iMax), nFiles) << sPath;
+        EXPECT_EQ(std::find(dFiles, dFiles + 4, nullptr) - dFiles, nFiles) << "nothing written behind the result";
+    }
     File_c * const pHeld = FileOpen("x.txt");
     ASSERT_TRUE(FileOpen(pHeld));
     EXPECT_TRUE(FileResetFiles(Folder.Join("A").c_str()));
@@ -172,29 +177,11 @@ TEST_F(FilePathTest, ForgetsFilesBelowAPrefixButNotFromUnderTheirHolders)
     EXPECT_EQ(FileBlocks(), nBlocks);
 }
 
-TEST_F(FilePathTest, ListsFilesBelowAPrefixUpToALimit)
-{
-    for (int i = 0; i < 12; ++i)
-    {
-        Folder.Write("list/" + std::string(i % 2 ? "in/" : "") + std::to_string(i) + ".txt", "");
-    }
-    Make({ { "other/x.txt", "" } });
-    ASSERT_TRUE(Scan());
-    for (auto const & [sPath, iMax, nFiles] :
-        Rows_t<std::string, int, int>{ { Folder.Join("LIST/"), 10, 10 }, { Folder.Join("list/"), 20, 12 },
-            { Folder.Join("list/in"), 20, 6 }, { "nowhere", 20, 0 }, { "", 20, 13 } })
-    {
-        File_c * dFiles[20] = {};
-        EXPECT_EQ(FileGetDirectoryFiles(sPath.c_str(), dFiles, iMax), nFiles) << sPath;
-        EXPECT_EQ(std::find(dFiles, dFiles + 20, nullptr) - dFiles, nFiles) << "nothing written behind the result";
-    }
-}
-
 TEST_F(FilePathTest, AddsOneFileIfItCanBeRead)
 {
-    Make({ { "a/known.txt", "x" } });
+    Folder.Write("a/known.txt", "x");
     ASSERT_TRUE(Scan());
-    Make({ { "b/New.txt", "fresh" } });
+    Folder.Write("b/New.txt", "fresh");
     std::ptrdiff_t const nBlocks = FileBlocks();
     EXPECT_TRUE(FileAddOneFile("elsewhere/KNOWN.txt"));
     EXPECT_FALSE(FileAddOneFile(Folder.Join("b/missing.bin").c_str()));

@@ -1,6 +1,5 @@
+#include "tests/test_support.h"
 #include "zqcore/chash.h"
-
-#include <gtest/gtest.h>
 
 #include <map>
 #include <random>
@@ -15,15 +14,8 @@ namespace
     // Eight names of one slot: in a table of 8 the fifth character counts only through bits beyond the index.
     struct CollidingItems_s
     {
-        CollidingItems_s()
-        {
-            for (int i = 0; i < 8; ++i)
-            {
-                d[i].sName = NewString("abcd%c", static_cast<char>('a' + i));
-            }
-        }
-
-        Item_s d[8];
+        Item_s d[8] = { { "abcda" }, { "abcdb" }, { "abcdc" }, { "abcdd" }, { "abcde" }, { "abcdf" }, { "abcdg" },
+            { "abcdh" } };
     };
 
     template <typename TABLE>

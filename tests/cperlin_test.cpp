@@ -95,10 +95,10 @@ TEST(Perlin, IsZeroOnTheLatticeRepeatsAndComplainsOfWhatIsNoPlace)
     PerlinNoiseSetSeed(1);
     EXPECT_EQ(PerlinNoise(Vec3fpu_t{ 0.25f, 9.5f, -3.75f }), fFirst);
 
+    LogCapture_c const Log;
+    DialogScript_c const Ignore;
     for (int nDimensions = 1; nDimensions <= 3; ++nDimensions)
     {
-        LogCapture_c const Log;
-        DialogScript_c const Ignore;
         for (float x : { NAN, INFINITY, -1e30f })
         {
             float const fNoise = Noise(nDimensions, x, 0.5f, 0.5f);

@@ -1,14 +1,8 @@
+#include "tests/test_support.h"
 #include "zqcore/csha1.h"
-
 #include "zqcore/csha1_internal.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <array>
-#include <cstdio>
-#include <iterator>
-#include <string>
 
 namespace
 {
@@ -45,20 +39,18 @@ namespace
     // The first bytes of an arbitrary text.
     std::string Pattern(std::size_t nBytes)
     {
-        std::string sText;
-        std::generate_n(std::back_inserter(sText), nBytes, [i = 0]() mutable { return static_cast<char>(7 * i++); });
+        std::string sText(nBytes, '\0');
+        std::generate(sText.begin(), sText.end(), [i = 0]() mutable { return static_cast<char>(7 * i++); });
         return sText;
     }
 }
 
 TEST(Sha1, GivesThePublishedDigests)
 {
-    using Row_t = std::pair<std::string, char const *>;
-    for (auto const & [sText, szExpected] : { Row_t{ "", "da39a3ee5e6b4b0d3255bfef95601890afd80709" },
-             Row_t{ "abc", "a9993e364706816aba3e25717850c26c9cd0d89d" },
-             Row_t{ "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
-                 "84983e441c3bd26ebaae4aa1f95129e5e54670f1" },
-             Row_t{ std::string(1000000, 'a'), "34aa973cd4c4daa4f61eeb2bdbad27316534016f" } })
+    for (auto const & [sText, szExpected] : Rows_t<std::string, char const *>{
+             { "", "da39a3ee5e6b4b0d3255bfef95601890afd80709" }, { "abc", "a9993e364706816aba3e25717850c26c9cd0d89d" },
+             { "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq", "84983e441c3bd26ebaae4aa1f95129e5e54670f1" },
+             { std::string(1000000, 'a'), "34aa973cd4c4daa4f61eeb2bdbad27316534016f" } })
     {
         EXPECT_EQ(Result(Fed(sText, sText.size())), szExpected) << sText.substr(0, 20);
     }
@@ -98,25 +90,19 @@ TEST(Sha1, CarriesTheLengthIntoTheHighWord)
     SHA1Context Context = Fed("", 1);
     Context.dwLengthLow = 0xFFFFFE00u;
     ASSERT_EQ(SHA1Input(&Context, Bytes(Pattern(SHA1_BLOCK_SIZE)), SHA1_BLOCK_SIZE), shaSuccess);
-    EXPECT_EQ(Context.dwLengthLow, 0u);
-    EXPECT_EQ(Context.dwLengthHigh, 1u);
-
-    std::array<std::uint32_t, 5> dHash = std::to_array(Context.dHash);
-    std::array<unsigned char, SHA1_BLOCK_SIZE> dPadding{ 0x80 };
+    EXPECT_TRUE(Context.dwLengthLow == 0 && Context.dwLengthHigh == 1);
+    SHA1Context Padded = Context;
+    unsigned char dHash[SHA1_HASH_SIZE], dPadding[SHA1_BLOCK_SIZE] = { 0x80 };
     dPadding[59] = 1;   // the length 2^32, big-endian in the last 8 bytes
-    Sha1Plain(dHash.data(), dPadding.data(), 1);
-    char szExpected[2 * SHA1_HASH_SIZE + 1];
-    std::snprintf(
-        szExpected, sizeof(szExpected), "%08x%08x%08x%08x%08x", dHash[0], dHash[1], dHash[2], dHash[3], dHash[4]);
-    EXPECT_EQ(Result(Context), szExpected);
+    Sha1Plain(Padded.dHash, dPadding, 1);
+    EXPECT_EQ(SHA1Result(&Context, dHash), shaSuccess);
+    EXPECT_EQ(std::to_array(Context.dHash), std::to_array(Padded.dHash));
 }
 
 TEST(Sha1, RefusesNullTooLongAndWrongOrder)
 {
-    unsigned char const Byte = 'x';
-    unsigned char dHash[SHA1_HASH_SIZE];
-    EXPECT_EQ(SHA1Reset(nullptr), shaNull);
-    EXPECT_EQ(SHA1Input(nullptr, &Byte, 1), shaNull);
+    unsigned char Byte = 'x', dHash[SHA1_HASH_SIZE];
+    EXPECT_TRUE(SHA1Reset(nullptr) == shaNull && SHA1Input(nullptr, &Byte, 1) == shaNull);
     EXPECT_EQ(SHA1Result(nullptr, dHash), shaNull);
 
     SHA1Context Done = Fed("abc", 1), Long = Fed("", 1), NoBytes = Done, NoOutput = Done;
@@ -132,9 +118,7 @@ TEST(Sha1, RefusesNullTooLongAndWrongOrder)
     EXPECT_EQ(SHA1Result(&NoOutput, nullptr), shaNull);
     for (SHA1Context * pFailed : { &Done, &Long, &NoBytes, &NoOutput })
     {
-        EXPECT_EQ(SHA1Input(pFailed, &Byte, 1), shaStateError);
-        EXPECT_EQ(SHA1Result(pFailed, dHash), shaStateError);
-        EXPECT_EQ(SHA1Reset(pFailed), shaSuccess);
-        EXPECT_EQ(SHA1Input(pFailed, &Byte, 1), shaSuccess);
+        EXPECT_TRUE(SHA1Input(pFailed, &Byte, 1) == shaStateError && SHA1Result(pFailed, dHash) == shaStateError);
+        EXPECT_TRUE(SHA1Reset(pFailed) == shaSuccess && SHA1Input(pFailed, &Byte, 1) == shaSuccess);
     }
 }

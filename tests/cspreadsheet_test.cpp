@@ -56,42 +56,30 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrTellsWhatIsWrong)
         std::string sText, sOutcome;
         std::vector<SpreadsheetFmtDesc_t> dFmt = {};
     };
-    std::string const sLong(511, 'w'), sLongQuoted(24575, ',');
     Row_s const dRows[] = {
-        { "a,b\n1,2\n3,4\n", "a|b|\n1|2|\n3|4|" },
+        { "\r\n\n\t\na,b\r\n\n1,2\r\n \r\n x , y z \n", "a|b|\n1|2|\n ||\n x | y z |" },
         { "only,a,head\n", "only|a|head|" },
-        { "\r\n\n\t\na,b\r\n\n1,2\r\n\r\n", "a|b|\n1|2|" },
-        { "a\n \n", "a|\n |" },
-        { "a,b\n x , y z \n", "a|b|\n x | y z |" },
-        { "a,b,c\nx,\n,\n,,\n\"\"\n", "a|b|c|\nx|||\n|||\n|||\n|||" },
-        { "a,b,c\nx,", "a|b|c|\nx|||" },
-        { "a\n1,2,3\n", "a|\n1|" },
-        { "a,\n1,2\n", "a||\n1|2|" },
-        { ",b\n1,2\n", "|b|\n1|2|" },
-        { "a,b\n\"x,\n\"\"y\"\"\",it's 12\" long\n", "a|b|\nx,\n\"y\"|it's 12\" long|" },
-        { "a\n\"\"\"\"\n", "a|\n\"|" },
-        { "a,b\n\xE4\xFF,-1.5e3\x7F\n", "a|b|\n\xE4\xFF|-1.5e3\x7F|" },
-        { "a,b\n\"x\0y\",z\n"s, "a|b|\nx|z|" },
+        { "a,b,c\nx,\n,\n,,\n\"\"\n1,2,3,4,5\ny,", "a|b|c|\nx|||\n|||\n|||\n|||\n1|2|3|\ny|||" },
+        { ",a,\n1,2\n", "|a||\n1|2||" },
+        { "a,b\n\"x,\n\"\"y\"\"\",it's 12\" long\n\"\"\"\"\n", "a|b|\nx,\n\"y\"|it's 12\" long|\n\"||" },
+        { "a,b\n\xE4\xFF,-1.5e3\x7F\n\"x\0y\",z\n"s, "a|b|\n\xE4\xFF|-1.5e3\x7F|\nx|z|" },
         { "a;b\n1,5;2\n", "a|b|\n1,5|2|", { { '\n', ';' } } },
         { "a\tb|1\t\n2|", "a|b|\n1|2|", { { '|', '\t' } } },
         { "a b,1 2,", "a|b|\n1|2|", { { ',', ' ' } } },
+        { "a,1,,2,", "a|\n1|\n2|", { { ',', ',' } } },
         { "a\"b\n\"1\"\"2\n", "a|b|\n|1|", { { '\n', '"' } } },
         { "a\na\n1\n", "||\n||\n1||", { { '\n', 'a' } } },
         // An error in the head leaves what was read, and the row goes on behind the token that stopped it.
         { "a b\tc,d\n1\n", "a b|\n|\n1|" },
-        { "a\"b\n1\n", "a\"b|\n1|" },
         { "\"a\"b,c\n1\n", "a|\n|\n1|" },
-        { "a,b", "a|b|" },
+        { "a,b\"", "a|b\"|" },
         { "a\n1", ROW_FAILED },
         { "a\n1\n\"open", ROW_FAILED },
         { "a,b\n\"x\" ,y\n", ROW_FAILED },
         { "a,b\nx\ty,z\n", ROW_FAILED },
         { "a\nx\0y\n"s, ROW_FAILED },
-        { "a\n\"x\"\"y\"z\n", ROW_FAILED },
         { "\n\r\n\t\n", HEAD_FAILED },
-        { "\n", HEAD_FAILED },
         { "\x01\0"s, HEAD_FAILED },
-        { "a\n" + sLong + "\n\"" + sLongQuoted + "\"\n", "a|\n" + sLong + "|\n" + sLongQuoted + "|" },
     };
     for (Row_s const & row : dRows)
     {
@@ -100,13 +88,10 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrTellsWhatIsWrong)
         bool const bOpen = Open(row.sText, pFmt);
         EXPECT_EQ(bOpen, m_Sheet.IsOpen());
         EXPECT_EQ(Dump(), row.sOutcome);
-        if (bOpen)
-        {
-            m_Sheet.Close();
-        }
+        bOpen ? m_Sheet.Close() : void();
         EXPECT_EQ(m_Sheet.GetRowCount() + m_Sheet.GetColumnCount(), 0);
         EXPECT_TRUE(Open("a,b\n")) << "the usual separators are back";
-        EXPECT_EQ(m_Sheet.GetColumnCount(), 2);
+        EXPECT_EQ(Dump(), "a|b|");
         m_Sheet.Close();
     }
 }
@@ -118,12 +103,13 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
                              "Spreadsheet_c::Open ( \"missing.csv\" ) : can't open file.\n");
     EXPECT_FALSE(Open(""));
     EXPECT_EQ(Log.CountHolding("head parsing failed."), 1);
-    ASSERT_TRUE(Open("a,b\n" + std::string(512, 'w') + ",\"" + std::string(24576, 'q') + "\"\nnext,row\n"));
+    std::string const sWord(511, 'w'), sQuoted(24575, ','), sRow = sWord + "|" + sQuoted + "|\n";
+    ASSERT_TRUE(Open("a,b\n" + sWord + ",\"" + sQuoted + "\"\n" + sWord + "x,\"" + sQuoted + "x\"\nnext,row\n"));
     EXPECT_FALSE(m_Sheet.Open("other.csv"));
     EXPECT_EQ(Log.GetText(), "SimpleTextParser_c::ParseWord : word buffer overflow.\n"
                              "SimpleTextParser_c::ParseString : string buffer overflow.\n"
                              "Spreadsheet_c::Open ( \"other.csv\" ) : reentry. Was opened yet.\n");
-    EXPECT_EQ(Dump(), "a|b|\n" + std::string(511, 'w') + "|" + std::string(24575, 'q') + "|\nnext|row|");
+    EXPECT_EQ(Dump(), "a|b|\n" + sRow + sRow + "next|row|");
 }
 
 TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
@@ -145,7 +131,6 @@ TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
 #define CELL(call, text)                                                                                               \
     #call, [](S & Sheet) -> bool { char const * p = Sheet.call; return p && !std::strcmp(p, text); }
     Walk({
-        { MOVE(MoveToRow(0)), false, -1, nullptr, "MoveToRow : spreadsheet wasn't opened." },
         { MOVE(MoveToNextRow()), false, -1, nullptr, "MoveToRow : spreadsheet wasn't opened." },
         { MOVE(MoveToFirstColumn()), false, -1, nullptr, "MoveToFirstCol() : wasn't opened." },
         { MOVE(MoveToNextColumn()), false, -1, nullptr, "MoveToNextCol : current column unspecified" },
@@ -153,7 +138,6 @@ TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
         { MOVE(MoveToColumnForward(nullptr)), false, -1, nullptr, "MoveToColumn : column name isn't specified." },
         { MOVE(FindFirstCell("x", "1")), false, -1, nullptr, "FindNextCell : closed spreadseet." },
         { MOVE(FindNextCell("x", "1")), false, -1, nullptr, "FindNextCell : current row unspecified." },
-        { MOVE(GetCell("x")), false, -1, nullptr, "MoveToColumn( \"x\" ) : wasn't opened." },
     });
     ASSERT_TRUE(Open("x,Y,x\n1,One,a\n2,two,b\n1,ONE,c\n"));
     Walk({
@@ -164,13 +148,11 @@ TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
         { MOVE(GetCellForward("x")), false, 0, nullptr, "" },
         { CELL(GetCellForward("y"), "One"), true, 0, "Y", "" },
         { MOVE(MoveToNextColumn()), true, 0, "x", "" },
-        { CELL(GetCell(), "a"), true, 0, "x", "" },
         { MOVE(MoveToNextColumn()), false, 0, nullptr, "" },
         { MOVE(MoveToColumn("none")), false, 0, nullptr, "" },
         { MOVE(MoveToFirstColumn()), true, 0, "x", "" },
         { MOVE(MoveToColumn(nullptr)), false, 0, nullptr, "MoveToColumn : column name isn't specified." },
         { MOVE(MoveToFirstColumn()), true, 0, "x", "" },
-        { MOVE(MoveToRow(2)), true, 2, "x", "" },
         { MOVE(MoveToRow(3)), false, -1, "x", "MoveToRow : out of range." },
         { MOVE(GetCell("x")), false, -1, "x", "" },
         { MOVE(MoveToRow(-1)), false, -1, "x", "MoveToRow : out of range." },
@@ -181,7 +163,6 @@ TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
         { MOVE(FindNextCell("Y", "oNe")), true, 2, "Y", "" },
         { MOVE(FindNextCell("Y", "one")), false, -1, nullptr, "" },
         { MOVE(FindNextCell("Y", "one")), false, -1, nullptr, "FindNextCell : current row unspecified." },
-        { MOVE(FindFirstCell("x", "2")), true, 1, "x", "" },
         { MOVE(FindFirstCell("none", "2")), false, -1, nullptr, "" },
         { MOVE(FindFirstCell("x", "2")), true, 1, "x", "" },
         { MOVE(FindNextCell(nullptr, nullptr)), false, -1, nullptr, "FindCell : unspecified column name." },
@@ -199,9 +180,8 @@ TEST_F(SpreadsheetTest, CopiesAndConvertsCells)
     EXPECT_STREQ(szBuffer, "abc?????") << "no terminator";
     EXPECT_TRUE(m_Sheet.Get("TEXT", szBuffer, 8));
     EXPECT_EQ(std::string(szBuffer, 9), "abcdef\0\0\0"s);
-    EXPECT_FALSE(m_Sheet.Get("none", szBuffer, 8));
-    EXPECT_FALSE(m_Sheet.Get("text", nullptr, 8));
-    EXPECT_FALSE(m_Sheet.Get("text", szBuffer, 0));
+    EXPECT_FALSE(
+        m_Sheet.Get("none", szBuffer, 8) || m_Sheet.Get("text", nullptr, 8) || m_Sheet.Get("text", szBuffer, 0));
     std::string sNumbers;
     for (char const * szName : { "n", "empty", "neg", "bad", "none" })
     {
@@ -215,24 +195,21 @@ TEST_F(SpreadsheetTest, CopiesAndConvertsCells)
 TEST_F(SpreadsheetTest, HoldsNotMoreThanFourTimesTheFile)
 {
     std::string sPlain, sTiny, sWide = "a";
-    for (int i = 0; sPlain.size() < 500'000; ++i)
+    for (int i = 0; i < 10'000; ++i)
     {
-        std::string const sNumber = std::to_string(i);
-        sPlain += "id" + sNumber + ",name,\"a, b\",1,2.5," + sNumber + ",north,12,13,14,15,last\n";
+        sPlain += "id" + std::to_string(i) + ",name,\"a, b\",1,2.5,north,12,13,14,15,last,12\n";
         sTiny += "1,2,3,4,5,6,7,8,9,0,1,2\n";
     }
     for (int i = 0; i < 1'000'000; ++i)
     {
         sWide += ",a";   // a million columns, and rows that are padded to them
     }
-    sWide += "\n1\n2\n3\n4\n";
-    for (std::string const & sText : { sPlain, sTiny, sWide })
+    for (std::string const & sText : { sPlain, sTiny, sWide + "\n1\n2\n3\n4\n" })
     {
         std::ptrdiff_t const nBefore = MemoryTotalBytesAllocated();
         ASSERT_TRUE(Open(sText));
         EXPECT_LE(MemoryTotalBytesAllocated() - nBefore, static_cast<std::ptrdiff_t>(sText.size()) * 4);
-        EXPECT_TRUE(m_Sheet.MoveToRow(3) && m_Sheet.MoveToFirstColumn());
-        EXPECT_GE(m_Sheet.GetColumnCount(), 12);
+        EXPECT_TRUE(m_Sheet.MoveToRow(3) && m_Sheet.GetColumnCount() >= 12);
         m_Sheet.Close();
         EXPECT_LE(MemoryTotalBytesAllocated() - nBefore, 4096) << "Close gives everything back";
     }
@@ -241,17 +218,16 @@ TEST_F(SpreadsheetTest, HoldsNotMoreThanFourTimesTheFile)
 TEST(SpreadsheetRow, KeepsItsCellsWhileItGrows)
 {
     SpreadsheetRow_c Row;
-    Row.AddCell(nullptr);
-    for (int i = 1; i < 30'000; ++i)
+    for (int i = 0; i < 30'000; ++i)
     {
-        Row.AddCell(i % 2 ? std::to_string(i).c_str() : Row.GetCell(i - 1));   // its own text too
+        Row.AddCell(!i ? nullptr : i % 2 ? std::to_string(i).c_str() : Row.GetCell(i - 1));   // its own text too
     }
     ASSERT_EQ(Row.GetCellCount(), 30'000);
+    EXPECT_STREQ(Row.GetCell(0), "");
     for (int i = 1; i < 30'000; ++i)
     {
         ASSERT_EQ(Row.GetCell(i), std::to_string(i - (i % 2 == 0)));
     }
-    EXPECT_STREQ(Row.GetCell(0), "");
     EXPECT_EQ(FailedConditions([&] { EXPECT_STREQ(Row.GetCell(-1), ""); }), "iCell >= 0 && iCell < GetCellCount()");
     EXPECT_EQ(FailedConditions([&] { Row.GetCell(30'000); }), "iCell >= 0 && iCell < GetCellCount()");
 }

@@ -1,8 +1,6 @@
-#include "zqcore/ctimer.h"
-
 #include "platform/clock.h"
-
-#include <gtest/gtest.h>
+#include "tests/test_support.h"
+#include "zqcore/ctimer.h"
 
 TEST(Timer, PassedTimeGoesOnWithoutAJumpWhenTheClockChanges)
 {

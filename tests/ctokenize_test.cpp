@@ -1,6 +1,5 @@
+#include "tests/test_support.h"
 #include "zqcore/ctokenize.h"
-
-#include <gtest/gtest.h>
 
 #include <array>
 

@@ -1,6 +1,8 @@
 // graph_support.h: a graph of nodes that a serializer stores and loads, for tests and fuzz targets.
 #pragma once
 
+#include "tests/archive_support.h"
+
 #include "zqcore/cserializer.h"
 
 #include <algorithm>
@@ -19,6 +21,7 @@ struct Node_s
 
 inline bool g_bRegisterItself = true;                    // nodes can be reached from inside their own body
 inline std::vector<std::unique_ptr<Node_s>> g_dLoaded;   // all that loads made
+inline Node_s g_StaticNode;                              // a static object with contents
 
 class NodeSerializer_c : public Serializer_c
 {
@@ -36,11 +39,9 @@ public:
 
     void SerializeObject(Serializeable_c & Archive, void *& pObject) override
     {
-        bool const bStatic = pObject == &s_StaticNode;
-        if (Archive.IsReading() && !bStatic)
+        if (Archive.IsReading() && pObject != &g_StaticNode)
         {
-            g_dLoaded.push_back(std::make_unique<Node_s>());
-            pObject = g_dLoaded.back().get();
+            pObject = g_dLoaded.emplace_back(std::make_unique<Node_s>()).get();
         }
         Node_s & Node = *static_cast<Node_s *>(pObject);
         if (g_bRegisterItself)
@@ -54,27 +55,59 @@ public:
         FixupVoidPointer(Archive, Node.pPart);
     }
 
-    static inline Node_s s_StaticNode;   // of a static object with contents
-
-    using Serializer_c::AddVoidToCache;
-    using Serializer_c::dRegisteredStaticPointers;
-    using Serializer_c::FindSerializer;
-    using Serializer_c::FixupVoidPointer;
-    using Serializer_c::IsInCache;
-    using Serializer_c::ReadPointer;
-    using Serializer_c::Reconstruct;
-    using Serializer_c::RegisterSerializedStaticPointer;
-    using Serializer_c::WritePointer;
+    using Serializer_c::AddVoidToCache, Serializer_c::dRegisteredStaticPointers, Serializer_c::FindSerializer,
+        Serializer_c::FixupVoidPointer, Serializer_c::IsInCache, Serializer_c::ReadPointer, Serializer_c::Reconstruct,
+        Serializer_c::RegisterSerializedStaticPointer, Serializer_c::WritePointer;
 };
 
-// Whether every pointer of every loaded node leads to a node or nowhere.
-inline bool LoadedPointersAreSound()
+// Two classes of nodes and two static objects.
+struct World_s
 {
-    auto const IsSound = [](Node_s const * p)
+    NodeSerializer_c Nodes{ "Node" };
+    NodeSerializer_c Others{ "Other" };
+    int iStatic = 0;
+    bool bWhole = false;   // the latest load did not fail
+
+    void RegisterStatics()
     {
-        return !p || p == &NodeSerializer_c::s_StaticNode
-               || std::any_of(g_dLoaded.begin(), g_dLoaded.end(), [p](auto const & pNode) { return pNode.get() == p; });
-    };
-    return std::all_of(g_dLoaded.begin(), g_dLoaded.end(),
-        [&](auto const & pNode) { return IsSound(pNode->pNext) && IsSound(pNode->pOther); });
-}
+        NodeSerializer_c::dRegisteredStaticPointers.Reset();
+        Serializer_c::ResetCache();
+        Serializer_c::RegisterStaticPointer(&iStatic);
+        NodeSerializer_c::RegisterSerializedStaticPointer(&(g_StaticNode = Node_s()), "Node");
+    }
+
+    void Serialize(Serializeable_c & Archive, Node_s *& pRoot)
+    {
+        Node_s * pOther = nullptr;
+        Serializer_c::StartSerialize(Archive, true);
+        Nodes.Serialize(Archive, pRoot);
+        Others.Serialize(Archive, pOther);
+        void * pAny = pRoot;
+        Archive.IsReading() ? NodeSerializer_c::ReadPointer(Archive, pAny) : Nodes.WritePointer(Archive, pAny);
+    }
+
+    // The root.
+    Node_s * Load(std::string_view sBytes)
+    {
+        Node_s * pRoot = nullptr;
+        bWhole = false;
+        bWhole = Loaded(sBytes, 1, [&](Serializeable_c & Archive) { Serialize(Archive, pRoot); });
+        return pRoot;
+    }
+
+    // Loads any bytes; whether every pointer of every node that this made leads to a node or nowhere.
+    bool LoadsSoundly(std::string_view sBytes)
+    {
+        RegisterStatics();
+        SurvivesWithoutAbort([&] { Load(sBytes); });
+        auto const Leads = [](Node_s const * p)
+        {
+            return !p || p == &g_StaticNode
+                   || std::any_of(g_dLoaded.begin(), g_dLoaded.end(), [p](auto const & pMade) { return &*pMade == p; });
+        };
+        auto const IsSound = [&](auto const & pMade) { return Leads(pMade->pNext) && Leads(pMade->pOther); };
+        bool const bSound = IsSound(&g_StaticNode) && std::all_of(g_dLoaded.begin(), g_dLoaded.end(), IsSound);
+        g_dLoaded.clear();
+        return bSound;
+    }
+};

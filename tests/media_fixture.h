@@ -10,15 +10,9 @@
 
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <set>
-#include <thread>
-#include <tuple>
 
 namespace fs = std::filesystem;
-
-template <typename... T>
-using Rows_t = std::initializer_list<std::tuple<T...>>;
 
 class MediaTest : public testing::Test
 {
@@ -82,20 +76,6 @@ protected:
         std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
         MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
         return dInfo[mem::file].iCount;
-    }
-
-    template <typename CALL>
-    static void InFourThreads(CALL Call)
-    {
-        std::vector<std::thread> dThreads;
-        for (int i = 0; i < 4; ++i)
-        {
-            dThreads.emplace_back(Call, i);
-        }
-        for (std::thread & Thread : dThreads)
-        {
-            Thread.join();
-        }
     }
 
     /// A receiver for any event with a text; listens to g_FileReadErrorCallbacker from the start.

@@ -1,8 +1,5 @@
 #include "tests/test_support.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 

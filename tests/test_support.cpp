@@ -40,17 +40,15 @@ std::string TempFolder_c::Join(std::string_view sName) const
 
 std::string TempFolder_c::Write(std::string_view sName, std::string_view sContents) const
 {
-    std::string const sPath = Join(sName);
-    fs::create_directories(fs::path(sPath).parent_path());
-    std::ofstream(sPath, std::ios::binary) << sContents;
-    return sPath;
+    fs::create_directories(fs::path(Join(sName)).parent_path());
+    std::ofstream(Join(sName), std::ios::binary) << sContents;
+    return Join(sName);
 }
 
 std::string TempFolder_c::MakeFolder(std::string_view sName) const
 {
-    std::string const sPath = Join(sName);
-    fs::create_directories(sPath);
-    return sPath;
+    fs::create_directories(Join(sName));
+    return Join(sName);
 }
 
 std::string TempFolder_c::Read(std::string_view sName) const
@@ -80,6 +78,18 @@ namespace
     std::mutex g_Lock;
     LogCapture_c * g_pCapture = nullptr;
     DialogScript_c * g_pScript = nullptr;
+    std::string g_sHeapReports;
+
+    int CountIf(std::vector<std::string> const & dTexts, auto fn)
+    {
+        std::lock_guard const Scope(g_Lock);
+        return static_cast<int>(std::count_if(dTexts.begin(), dTexts.end(), fn));
+    }
+
+    auto Holds(std::string_view sPart)
+    {
+        return [sPart](std::string const & sText) { return sText.find(sPart) != std::string::npos; };
+    }
 }
 
 // What the collecting takes must not count under the category of the code under test.
@@ -132,26 +142,18 @@ std::string LogCapture_c::GetText() const
 
 int LogCapture_c::Count(std::string_view sLine) const
 {
-    std::vector<std::string> const dLines = GetLines();
-    return static_cast<int>(std::count(dLines.begin(), dLines.end(), sLine));
+    return CountIf(m_dLines, [sLine](std::string const & sText) { return sText == sLine; });
 }
 
 int LogCapture_c::CountHolding(std::string_view sPart) const
 {
-    std::vector<std::string> const dLines = GetLines();
-    return static_cast<int>(std::count_if(dLines.begin(), dLines.end(),
-        [sPart](std::string const & sLine) { return sLine.find(sPart) != std::string::npos; }));
+    return CountIf(m_dLines, Holds(sPart));
 }
 
 void LogCapture_c::Clear()
 {
     std::lock_guard const Scope(g_Lock);
     m_dLines.clear();
-}
-
-namespace
-{
-    std::string g_sHeapReports;
 }
 
 HeapReports_c::HeapReports_c()
@@ -197,8 +199,7 @@ plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog)
     MemCategoryScope_c const Category(mem::Tools);
     std::lock_guard const Scope(g_Lock);
     DialogScript_c & Script = *g_pScript;
-    Script.m_dShown.push_back(
-        { Dialog.szText, Dialog.szCaption, Dialog.eButtons, Dialog.iDefaultButton, Dialog.eIcon, Dialog.eModality });
+    Script.m_dShown.push_back(Dialog.szText);
     if (Script.m_dShown.size() <= Script.m_dAnswers.size())
     {
         return Script.m_dAnswers[Script.m_dShown.size() - 1];
@@ -228,15 +229,12 @@ DialogScript_c::~DialogScript_c()
     g_pScript = m_pOuter;
 }
 
-std::vector<DialogScript_c::Shown_s> DialogScript_c::GetShown() const
+int DialogScript_c::GetCount() const
 {
-    std::lock_guard const Scope(g_Lock);
-    return m_dShown;
+    return CountHolding("");
 }
 
 int DialogScript_c::CountHolding(std::string_view sPart) const
 {
-    std::vector<Shown_s> const dShown = GetShown();
-    return static_cast<int>(std::count_if(dShown.begin(), dShown.end(),
-        [sPart](Shown_s const & Shown) { return Shown.sText.find(sPart) != std::string::npos; }));
+    return CountIf(m_dShown, Holds(sPart));
 }

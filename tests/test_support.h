@@ -1,15 +1,36 @@
-// test_support.h: what the tests of several services need: a folder that goes away, the lines that were logged, the
-// dialogs that were shown.
+// test_support.h: GoogleTest, and what the tests of several services need: a folder that goes away, the lines that were
+// logged, the dialogs that were shown.
 #pragma once
 
 #include "platform/debugheap.h"
 #include "platform/dialog.h"
 
+#include <algorithm>
 #include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <tuple>
 #include <vector>
+
+/// The rows of a table of cases.
+template <typename... T>
+using Rows_t = std::initializer_list<std::tuple<T...>>;
+
+/// Calls with the numbers from 0, each on a thread of its own, and waits for all.
+template <typename CALL>
+void InThreads(int nThreads, CALL const & Call)
+{
+    std::vector<std::thread> dThreads;
+    for (int i = 0; i < nThreads; ++i)
+    {
+        dThreads.emplace_back(Call, i);
+    }
+    std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
+}
 
 /// A fresh folder below the system's temporary one, deleted with all it holds at the end of the scope.
 class TempFolder_c
@@ -17,8 +38,7 @@ class TempFolder_c
 public:
     TempFolder_c();
     ~TempFolder_c();
-    TempFolder_c(TempFolder_c const &) = delete;
-    TempFolder_c & operator=(TempFolder_c const &) = delete;
+    TempFolder_c & operator=(TempFolder_c &&) = delete;
 
     /// The folder, absolute, in the host's form, without a trailing separator.
     std::string const & GetPath() const { return m_sPath; }
@@ -45,8 +65,7 @@ class CurrentFolderScope_c
 public:
     explicit CurrentFolderScope_c(std::string const & sFolder);
     ~CurrentFolderScope_c();
-    CurrentFolderScope_c(CurrentFolderScope_c const &) = delete;
-    CurrentFolderScope_c & operator=(CurrentFolderScope_c const &) = delete;
+    CurrentFolderScope_c & operator=(CurrentFolderScope_c &&) = delete;
 
 private:
     std::string m_sFormer;
@@ -62,8 +81,7 @@ class LogCapture_c
 public:
     LogCapture_c();
     ~LogCapture_c();
-    LogCapture_c(LogCapture_c const &) = delete;
-    LogCapture_c & operator=(LogCapture_c const &) = delete;
+    LogCapture_c & operator=(LogCapture_c &&) = delete;
 
     std::vector<std::string> GetLines() const;
 
@@ -89,8 +107,7 @@ class HeapReports_c
 public:
     HeapReports_c();
     ~HeapReports_c();
-    HeapReports_c(HeapReports_c const &) = delete;
-    HeapReports_c & operator=(HeapReports_c const &) = delete;
+    HeapReports_c & operator=(HeapReports_c &&) = delete;
 
     /// What was reported since the last call.
     std::string Take();
@@ -109,29 +126,17 @@ class DialogScript_c
 public:
     explicit DialogScript_c(std::initializer_list<plat::DialogAnswer_e> dAnswers = {});
     ~DialogScript_c();
-    DialogScript_c(DialogScript_c const &) = delete;
-    DialogScript_c & operator=(DialogScript_c const &) = delete;
+    DialogScript_c & operator=(DialogScript_c &&) = delete;
 
-    struct Shown_s
-    {
-        std::string sText, sCaption;
-        plat::DialogButtons_e eButtons;
-        int iDefaultButton;
-        plat::DialogIcon_e eIcon;
-        plat::DialogModality_e eModality;
-    };
-
-    std::vector<Shown_s> GetShown() const;
-    int GetCount() const { return static_cast<int>(GetShown().size()); }
-
-    /// How many dialogs hold this text.
+    /// How many dialogs were shown, and how many held this text.
+    int GetCount() const;
     int CountHolding(std::string_view sPart) const;
 
 private:
     friend plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog);
 
     std::vector<plat::DialogAnswer_e> m_dAnswers;
-    std::vector<Shown_s> m_dShown;
+    std::vector<std::string> m_dShown;
     DialogScript_c * m_pOuter;
     plat::DialogHandler_t m_fnFormer;
 };

@@ -42,47 +42,21 @@ void ADSR_c::SetTimeIntervals(double tAttack, double tDecay, double tSustain, do
     tReleaseEnd = tSustainEnd + tRelease;
 }
 
-bool ADSR_c::SetAttack(double tLength)
+bool ADSR_c::SetLength(ADSR_Phase_e ePhase, double tLength)
 {
-    double const tAttack = tLength - GetDecay() - GetSustain() - GetRelease();
-    if (!(tAttack >= 0.0))
+    double dDurations[] = { GetAttack(), GetDecay(), GetSustain(), GetRelease() };
+    double & tOwn = dDurations[ePhase - ADSR_PHASE_ATTACK];
+    tOwn = 0.0;
+    for (double const tOther : dDurations)
+    {
+        tLength -= tOther;
+    }
+    if (!(tLength >= 0.0))
     {
         return false;
     }
-    SetTimeIntervals(tAttack, GetDecay(), GetSustain(), GetRelease());
-    return true;
-}
-
-bool ADSR_c::SetDecay(double tLength)
-{
-    double const tDecay = tLength - GetAttack() - GetSustain() - GetRelease();
-    if (!(tDecay >= 0.0))
-    {
-        return false;
-    }
-    SetTimeIntervals(GetAttack(), tDecay, GetSustain(), GetRelease());
-    return true;
-}
-
-bool ADSR_c::SetSustain(double tLength)
-{
-    double const tSustain = tLength - GetAttack() - GetDecay() - GetRelease();
-    if (!(tSustain >= 0.0))
-    {
-        return false;
-    }
-    SetTimeIntervals(GetAttack(), GetDecay(), tSustain, GetRelease());
-    return true;
-}
-
-bool ADSR_c::SetRelease(double tLength)
-{
-    double const tRelease = tLength - GetAttack() - GetDecay() - GetSustain();
-    if (!(tRelease >= 0.0))
-    {
-        return false;
-    }
-    SetTimeIntervals(GetAttack(), GetDecay(), GetSustain(), tRelease);
+    tOwn = tLength;
+    SetTimeIntervals(dDurations[0], dDurations[1], dDurations[2], dDurations[3]);
     return true;
 }
 

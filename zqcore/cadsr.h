@@ -41,10 +41,10 @@ public:
 
     /// Make the whole envelope tLength long by giving one phase what the other three leave. False, with no change, if
     /// they leave less than nothing.
-    bool SetAttack(double tLength);
-    bool SetDecay(double tLength);
-    bool SetSustain(double tLength);
-    bool SetRelease(double tLength);
+    bool SetAttack(double tLength) { return SetLength(ADSR_PHASE_ATTACK, tLength); }
+    bool SetDecay(double tLength) { return SetLength(ADSR_PHASE_DECAY, tLength); }
+    bool SetSustain(double tLength) { return SetLength(ADSR_PHASE_SUSTAIN, tLength); }
+    bool SetRelease(double tLength) { return SetLength(ADSR_PHASE_RELEASE, tLength); }
 
     /// Durations.
     double GetAttack() const { return tAttackEnd; }
@@ -76,4 +76,7 @@ public:
 
 protected:
     void Copy(ADSR_c const & Other);
+
+private:
+    bool SetLength(ADSR_Phase_e ePhase, double tLength);
 };

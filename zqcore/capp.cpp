@@ -54,8 +54,7 @@ namespace
     void DispatchAll(unsigned iFirst, unsigned iLast)
     {
         while (plat::WindowSystemGet().fnDispatchOne(iFirst, iLast))
-        {
-        }
+        {}
     }
 }
 
@@ -153,6 +152,6 @@ void ResourceLoadReportDeploy()
 
 char const * GetBuildVersionString()
 {
-    return Va("%s v%d.%d  (build: %d - %s, %s %s)", g_szApplicationName, g_nProjectVersionMajor,
-        g_nProjectVersionMinor, ZQ_BUILD_NUMBER, ZQ_BUILD_CONFIGURATION, __DATE__, __TIME__);
+    return Va("%s v%d.%d  (build: %d - %s, %s %s)", g_szApplicationName, g_nProjectVersionMajor, g_nProjectVersionMinor,
+        ZQ_BUILD_NUMBER, ZQ_BUILD_CONFIGURATION, __DATE__, __TIME__);
 }

@@ -14,7 +14,8 @@ namespace
     // The word that stands in front of a type's name, told by the name's ending.
     char const * KeywordOf(char const * pName, std::size_t nName)
     {
-        auto const Ends = [=](char const * szTail) { return nName > 2 && std::strncmp(pName + nName - 2, szTail, 2) == 0; };
+        auto const Ends = [=](char const * szTail)
+        { return nName > 2 && std::strncmp(pName + nName - 2, szTail, 2) == 0; };
         return Ends("_c") ? "class " : Ends("_t") || Ends("_s") ? "struct " : Ends("_e") ? "enum " : "";
     }
 

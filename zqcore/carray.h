@@ -95,8 +95,7 @@ private:
 /// The growing array.
 template <typename T, int GROW, int UNUSED>
 class Array_T : public SortedArray_T<T, ArrayTraits_T<T, GROW, UNUSED>>
-{
-};
+{};
 
 /// A bare array whose access is checked.
 template <typename T, int LENGTH>

@@ -97,17 +97,14 @@ private:
     static void FillFromDigits(unsigned char * pBytes, std::size_t nBytes, char const * szText);
 };
 
-/// A growable plane of bits.
-class ZQ_API BitMap_c
+/// What BitMap_c and BitMap3D_c, its FIELD, have in common. INDEX is an int for each coordinate that picks a row: iY in
+/// a plane, iY and iZ in a space.
+template <typename FIELD, typename... INDEX>
+class ZQ_API BitField_T
 {
 public:
-    /// Zero bits; empty if a size is below 1.
-    explicit BitMap_c(int iSizeX = 0, int iSizeY = 0);
-    BitMap_c(BitMap_c const & Other);
-    ~BitMap_c() { Reset(); }
-
     /// Grows to at least these sizes, each by itself; nothing if one is below 1.
-    BitMap_c & Grow(int iSizeX, int iSizeY);
+    FIELD & Grow(int iSizeX, INDEX... iSizes);
 
     /// Frees the storage; empty afterwards.
     void Reset();
@@ -116,39 +113,71 @@ public:
     void Clear();
 
     /// The bit; false outside.
-    bool Bit(int iX, int iY) const;
+    bool Bit(int iX, INDEX... iRow) const;
 
     /// Set or clear the bit, growing to it in either case.
-    void Bis(int iX, int iY);
-    void Bic(int iX, int iY);
-    void Set(int iX, int iY, bool bSet) { bSet ? Bis(iX, iY) : Bic(iX, iY); }
+    void Bis(int iX, INDEX... iRow);
+    void Bic(int iX, INDEX... iRow);
+    void Set(int iX, INDEX... iRow, bool bSet) { bSet ? Bis(iX, iRow...) : Bic(iX, iRow...); }
 
-    /// Operations on the row iY. Set copies the vector and clears the rest of the row; Bis and Xor combine over the
-    /// vector's length: all three grow to the vector and the row, and do nothing at a negative row.
-    void Set(int iY, BitVec_c const & Vec);
-    void Bis(int iY, BitVec_c const & Vec);
-    void Xor(int iY, BitVec_c const & Vec);
+    /// Operations on a row. Set copies the vector and clears the rest of the row; Bis and Xor combine over the vector's
+    /// length: all three grow to the vector and the row, and do nothing at a negative coordinate.
+    void Set(INDEX... iRow, BitVec_c const & Vec);
+    void Bis(INDEX... iRow, BitVec_c const & Vec);
+    void Xor(INDEX... iRow, BitVec_c const & Vec);
 
     /// And keeps what is set in both; Bic clears what is set in the vector. Nothing grows.
-    void And(int iY, BitVec_c const & Vec);
-    void Bic(int iY, BitVec_c const & Vec);
+    void And(INDEX... iRow, BitVec_c const & Vec);
+    void Bic(INDEX... iRow, BitVec_c const & Vec);
 
     /// Whether the same bits are set in the row as in the vector; a row outside has none.
-    bool Equ(int iY, BitVec_c const & Vec) const;
+    bool Equ(INDEX... iRow, BitVec_c const & Vec) const;
 
     /// Copies the row into the vector, which grows to it, with zeros behind. A row outside clears the vector.
-    BitVec_c & Get(int iY, BitVec_c & Vec) const;
+    BitVec_c & Get(INDEX... iRow, BitVec_c & Vec) const;
 
     /// As those of BitVec_c, over the coordinates.
-    bool operator==(BitMap_c const & Other) const;
-    BitMap_c & operator|=(BitMap_c const & Other);
-    BitMap_c & operator^=(BitMap_c const & Other);
-    BitMap_c & operator&=(BitMap_c const & Other);
-    BitMap_c & operator-=(BitMap_c const & Other);
-    BitMap_c & operator~();
+    FIELD & operator|=(FIELD const & Other);
+    FIELD & operator^=(FIELD const & Other);
+    FIELD & operator&=(FIELD const & Other);
+    FIELD & operator-=(FIELD const & Other);
+    FIELD & operator~();
+    friend bool operator==(FIELD const & A, FIELD const & B) { return A.IsEqual(B); }
 
-    /// A copy of the other, its size too.
-    BitMap_c & operator=(BitMap_c const & Other);
+protected:
+    BitField_T() = default;
+
+    /// Copies the other, its size too.
+    FIELD & Assign(FIELD const & Other);
+
+private:
+    FIELD & Self() { return static_cast<FIELD &>(*this); }
+    FIELD const & Self() const { return static_cast<FIELD const &>(*this); }
+    bool IsEqual(FIELD const & Other) const;
+    FIELD & GrowToField(FIELD const & Other);
+    unsigned char * GrowToRow(int iBits, INDEX... iRow);
+    unsigned char * GrowToByte(int iX, INDEX... iRow);
+};
+
+class ZQ_API BitMap_c;
+class ZQ_API BitMap3D_c;
+using BitPlane_t = BitField_T<BitMap_c, int>;
+using BitSpace_t = BitField_T<BitMap3D_c, int, int>;
+
+/// A growable plane of bits.
+class ZQ_API BitMap_c : public BitPlane_t
+{
+public:
+    /// Zero bits; empty if a size is below 1.
+    explicit BitMap_c(int iSizeX = 0, int iSizeY = 0) { Grow(iSizeX, iSizeY); }
+    BitMap_c(BitMap_c const & Other)
+        : BitMap_c()
+    {
+        Assign(Other);
+    }
+    ~BitMap_c() { Reset(); }
+
+    BitMap_c & operator=(BitMap_c const & Other) { return Assign(Other); }
 
     /// Fills the rows from an array of texts that ends in null, each as BitVec_c does; the rows behind are cleared.
     /// sData must not be null; the size stays.
@@ -159,43 +188,24 @@ public:
     unsigned char * pMap = nullptr;   // the bytes, null while empty
 
 private:
+    friend BitPlane_t;
     unsigned char * Row(int iY) const;
-    unsigned char * GrowToRow(int iY, int iBits);
-    unsigned char * GrowToByte(int iX, int iY);
 };
 
-/// A growable space of bits. All operations are those of BitMap_c with a third coordinate.
-class ZQ_API BitMap3D_c
+/// A growable space of bits.
+class ZQ_API BitMap3D_c : public BitSpace_t
 {
 public:
-    explicit BitMap3D_c(int iSizeX = 0, int iSizeY = 0, int iSizeZ = 0);
-    BitMap3D_c(BitMap3D_c const & Other);
+    /// Zero bits; empty if a size is below 1.
+    explicit BitMap3D_c(int iSizeX = 0, int iSizeY = 0, int iSizeZ = 0) { Grow(iSizeX, iSizeY, iSizeZ); }
+    BitMap3D_c(BitMap3D_c const & Other)
+        : BitMap3D_c()
+    {
+        Assign(Other);
+    }
     ~BitMap3D_c() { Reset(); }
 
-    BitMap3D_c & Grow(int iSizeX, int iSizeY, int iSizeZ);
-    void Reset();
-    void Clear();
-
-    bool Bit(int iX, int iY, int iZ) const;
-    void Bis(int iX, int iY, int iZ);
-    void Bic(int iX, int iY, int iZ);
-    void Set(int iX, int iY, int iZ, bool bSet) { bSet ? Bis(iX, iY, iZ) : Bic(iX, iY, iZ); }
-
-    void Set(int iY, int iZ, BitVec_c const & Vec);
-    void Bis(int iY, int iZ, BitVec_c const & Vec);
-    void Xor(int iY, int iZ, BitVec_c const & Vec);
-    void And(int iY, int iZ, BitVec_c const & Vec);
-    void Bic(int iY, int iZ, BitVec_c const & Vec);
-    bool Equ(int iY, int iZ, BitVec_c const & Vec) const;
-    BitVec_c & Get(int iY, int iZ, BitVec_c & Vec) const;
-
-    bool operator==(BitMap3D_c const & Other) const;
-    BitMap3D_c & operator|=(BitMap3D_c const & Other);
-    BitMap3D_c & operator^=(BitMap3D_c const & Other);
-    BitMap3D_c & operator&=(BitMap3D_c const & Other);
-    BitMap3D_c & operator-=(BitMap3D_c const & Other);
-    BitMap3D_c & operator~();
-    BitMap3D_c & operator=(BitMap3D_c const & Other);
+    BitMap3D_c & operator=(BitMap3D_c const & Other) { return Assign(Other); }
 
     /// Whether some bit is set in both.
     bool Intersects(BitMap3D_c const & Other) const;
@@ -206,10 +216,12 @@ public:
     unsigned char * pMap = nullptr;   // the bytes, null while empty
 
 private:
+    friend BitSpace_t;
     unsigned char * Row(int iY, int iZ) const;
-    unsigned char * GrowToRow(int iY, int iZ, int iBits);
-    unsigned char * GrowToByte(int iX, int iY, int iZ);
 };
+
+extern template class BitField_T<BitMap_c, int>;
+extern template class BitField_T<BitMap3D_c, int, int>;
 
 /// A plane of at most 28 bits in one word: the width in bits 0 to 3, the field from bit 4 on. Cell (iX, iY) is bit
 /// width * iY + iX of the field, from its lowest; width 0 folds every row onto column iX. Cells beyond bit 27 are
@@ -270,22 +282,18 @@ inline void BitVec_c::Bic(int iX)
     }
 }
 
-inline bool BitMap_c::Bit(int iX, int iY) const
+template <typename FIELD, typename... INDEX>
+bool BitField_T<FIELD, INDEX...>::Bit(int iX, INDEX... iRow) const
 {
-    unsigned char const * const pRow = Row(iY);
-    return pRow && static_cast<unsigned>(iX) < static_cast<unsigned>(iDimX) && (pRow[iX >> 3] & 0x80 >> (iX & 7)) != 0;
+    unsigned char const * const pRow = Self().Row(iRow...);
+    return pRow && static_cast<unsigned>(iX) < static_cast<unsigned>(Self().iDimX)
+           && (pRow[iX >> 3] & 0x80 >> (iX & 7)) != 0;
 }
 
 inline unsigned char * BitMap_c::Row(int iY) const
 {
     bool const bInside = static_cast<unsigned>(iY) < static_cast<unsigned>(iDimY);
     return bInside ? pMap + static_cast<std::size_t>(iDimX >> 3) * static_cast<std::size_t>(iY) : nullptr;
-}
-
-inline bool BitMap3D_c::Bit(int iX, int iY, int iZ) const
-{
-    unsigned char const * const pRow = Row(iY, iZ);
-    return pRow && static_cast<unsigned>(iX) < static_cast<unsigned>(iDimX) && (pRow[iX >> 3] & 0x80 >> (iX & 7)) != 0;
 }
 
 inline unsigned char * BitMap3D_c::Row(int iY, int iZ) const

@@ -1,4 +1,4 @@
-// The plane and the space. Both are a space to the code here; a plane is one deep.
+// The plane and the space. Both are a space to the code here.
 #include "zqcore/cbitmap.h"
 #include "zqcore/cbitrows_internal.h"
 #include "zqcore/cmemory.h"
@@ -11,7 +11,7 @@ namespace
 {
     struct Extent_s
     {
-        int iX, iY, iZ;
+        int iX = 0, iY = 0, iZ = 1;   // a plane is one deep
     };
 
     // Bytes of a field; 0 if they are more than an object can have.
@@ -28,7 +28,7 @@ namespace
     struct Field_s
     {
         Extent_s Extent;
-        unsigned char * pBytes;
+        unsigned char * pBytes = nullptr;
 
         std::size_t GetRowBytes() const { return static_cast<std::size_t>(Extent.iX >> 3); }
         std::size_t GetBytes() const { return BytesOf(Extent); }
@@ -41,6 +41,7 @@ namespace
         }
     };
 
+    // What the two kinds of field differ in: their sizes, and where their storage comes from.
     Field_s FieldOf(BitMap_c const & Map)
     {
         return { { Map.iDimX, Map.iDimY, 1 }, Map.pMap };
@@ -49,6 +50,51 @@ namespace
     Field_s FieldOf(BitMap3D_c const & Map)
     {
         return { { Map.iDimX, Map.iDimY, Map.iDimZ }, Map.pMap };
+    }
+
+    void GrowTo(BitMap_c & Map, Extent_s const & Size)
+    {
+        Map.Grow(Size.iX, Size.iY);
+    }
+
+    void GrowTo(BitMap3D_c & Map, Extent_s const & Size)
+    {
+        Map.Grow(Size.iX, Size.iY, Size.iZ);
+    }
+
+    void SetField(BitMap_c & Map, Field_s const & Field)
+    {
+        Map.iDimX = Field.Extent.iX;
+        Map.iDimY = Field.Extent.iY;
+        Map.pMap = Field.pBytes;
+    }
+
+    void SetField(BitMap3D_c & Map, Field_s const & Field)
+    {
+        Map.iDimX = Field.Extent.iX;
+        Map.iDimY = Field.Extent.iY;
+        Map.iDimZ = Field.Extent.iZ;
+        Map.pMap = Field.pBytes;
+    }
+
+    void * TakeStorage(BitMap_c const &, std::size_t nBytes)
+    {
+        return plat::HeapAlloc(nBytes, MEMORY_NORMAL_BLOCK, __FILE__, __LINE__);
+    }
+
+    void * TakeStorage(BitMap3D_c const &, std::size_t nBytes)
+    {
+        return CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
+    }
+
+    void FreeStorage(BitMap_c const & Map)
+    {
+        plat::HeapFree(Map.pMap);
+    }
+
+    void FreeStorage(BitMap3D_c const & Map)
+    {
+        CoreMemory::operator_delete_array(Map.pMap);
     }
 
     // The size that a field needs to hold the wanted one; false if nothing is to grow.
@@ -252,157 +298,179 @@ namespace
     }
 }
 
-BitMap_c::BitMap_c(int iSizeX, int iSizeY)
+template <typename FIELD, typename... INDEX>
+FIELD & BitField_T<FIELD, INDEX...>::Grow(int iSizeX, INDEX... iSizes)
 {
-    Grow(iSizeX, iSizeY);
-}
-
-BitMap_c::BitMap_c(BitMap_c const & Other)
-{
-    *this = Other;
-}
-
-BitMap_c & BitMap_c::Grow(int iSizeX, int iSizeY)
-{
+    Field_s const Old = FieldOf(Self());
     Extent_s New;
-    if (GrownExtent({ iDimX, iDimY, 1 }, { iSizeX, iSizeY, 1 }, New))
+    if (!GrownExtent(Old.Extent, Extent_s{ iSizeX, iSizes... }, New))
     {
-        std::size_t const nBytes = BytesOf(New);
-        void * const pNew = plat::HeapAlloc(nBytes, MEMORY_NORMAL_BLOCK, __FILE__, __LINE__);
-        ZQ_ASSERT(pNew != nullptr);
-        if (pNew)
-        {
-            Field_s const Grown = { New, static_cast<unsigned char *>(std::memset(pNew, 0, nBytes)) };
-            CopyRows(FieldOf(*this), Grown);
-            plat::HeapFree(pMap);
-            pMap = Grown.pBytes;
-            iDimX = New.iX;
-            iDimY = New.iY;
-        }
+        return Self();
     }
-    return *this;
+    void * const pNew = TakeStorage(Self(), BytesOf(New));
+    ZQ_ASSERT(pNew != nullptr);
+    if (pNew)
+    {
+        Field_s const Grown = { New, static_cast<unsigned char *>(std::memset(pNew, 0, BytesOf(New))) };
+        CopyRows(Old, Grown);
+        FreeStorage(Self());
+        SetField(Self(), Grown);
+    }
+    return Self();
 }
 
-void BitMap_c::Reset()
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::Reset()
 {
-    plat::HeapFree(pMap);
-    pMap = nullptr;
-    iDimX = iDimY = 0;
+    FreeStorage(Self());
+    SetField(Self(), { { 0, 0, 0 }, nullptr });
 }
 
-void BitMap_c::Clear()
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::Clear()
 {
-    ClearField(FieldOf(*this));
+    ClearField(FieldOf(Self()));
 }
 
-unsigned char * BitMap_c::GrowToRow(int iY, int iBits)
+template <typename FIELD, typename... INDEX>
+unsigned char * BitField_T<FIELD, INDEX...>::GrowToRow(int iBits, INDEX... iRow)
 {
-    bool const bNegative = iY < 0;
-    return bNegative ? nullptr : Grow(iBits, SizeFor(iY)).Row(iY);
+    bool const bNegative = ((iRow < 0) || ...);
+    return bNegative ? nullptr : Grow(iBits, SizeFor(iRow)...).Row(iRow...);
 }
 
-unsigned char * BitMap_c::GrowToByte(int iX, int iY)
+template <typename FIELD, typename... INDEX>
+unsigned char * BitField_T<FIELD, INDEX...>::GrowToByte(int iX, INDEX... iRow)
 {
-    bool const bInside = static_cast<unsigned>(iX) < static_cast<unsigned>(iDimX) && Row(iY) != nullptr;
-    unsigned char * const pRow = bInside ? Row(iY) : Grow(BitsFor(iX), SizeFor(iY)).Row(iY);
-    return ByteIn(pRow, iX, iDimX);
+    unsigned char * pRow = Self().Row(iRow...);
+    if (!pRow || static_cast<unsigned>(iX) >= static_cast<unsigned>(Self().iDimX))
+    {
+        pRow = Grow(BitsFor(iX), SizeFor(iRow)...).Row(iRow...);
+    }
+    return ByteIn(pRow, iX, Self().iDimX);
 }
 
-void BitMap_c::Bis(int iX, int iY)
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::Bis(int iX, INDEX... iRow)
 {
-    SetBit(GrowToByte(iX, iY), iX);
+    SetBit(GrowToByte(iX, iRow...), iX);
 }
 
-void BitMap_c::Bic(int iX, int iY)
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::Bic(int iX, INDEX... iRow)
 {
-    ClearBit(GrowToByte(iX, iY), iX);
+    ClearBit(GrowToByte(iX, iRow...), iX);
 }
 
-void BitMap_c::Set(int iY, BitVec_c const & Vec)
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::Set(INDEX... iRow, BitVec_c const & Vec)
 {
-    unsigned char * const pRow = GrowToRow(iY, Vec.iDim);
-    SetRow(pRow, iDimX, Vec);
+    unsigned char * const pRow = GrowToRow(Vec.iDim, iRow...);
+    SetRow(pRow, Self().iDimX, Vec);
 }
 
-void BitMap_c::Bis(int iY, BitVec_c const & Vec)
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::Bis(INDEX... iRow, BitVec_c const & Vec)
 {
-    unsigned char * const pRow = GrowToRow(iY, Vec.iDim);
-    CombineRow(pRow, iDimX, Vec, bits::Or);
+    unsigned char * const pRow = GrowToRow(Vec.iDim, iRow...);
+    CombineRow(pRow, Self().iDimX, Vec, bits::Or);
 }
 
-void BitMap_c::Xor(int iY, BitVec_c const & Vec)
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::Xor(INDEX... iRow, BitVec_c const & Vec)
 {
-    unsigned char * const pRow = GrowToRow(iY, Vec.iDim);
-    CombineRow(pRow, iDimX, Vec, bits::Xor);
+    unsigned char * const pRow = GrowToRow(Vec.iDim, iRow...);
+    CombineRow(pRow, Self().iDimX, Vec, bits::Xor);
 }
 
-void BitMap_c::And(int iY, BitVec_c const & Vec)
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::And(INDEX... iRow, BitVec_c const & Vec)
 {
-    AndRow(Row(iY), iDimX, Vec);
+    AndRow(Self().Row(iRow...), Self().iDimX, Vec);
 }
 
-void BitMap_c::Bic(int iY, BitVec_c const & Vec)
+template <typename FIELD, typename... INDEX>
+void BitField_T<FIELD, INDEX...>::Bic(INDEX... iRow, BitVec_c const & Vec)
 {
-    CombineRow(Row(iY), iDimX, Vec, bits::AndNot);
+    CombineRow(Self().Row(iRow...), Self().iDimX, Vec, bits::AndNot);
 }
 
-bool BitMap_c::Equ(int iY, BitVec_c const & Vec) const
+template <typename FIELD, typename... INDEX>
+bool BitField_T<FIELD, INDEX...>::Equ(INDEX... iRow, BitVec_c const & Vec) const
 {
-    return RowEquals(Row(iY), iDimX, Vec);
+    return RowEquals(Self().Row(iRow...), Self().iDimX, Vec);
 }
 
-BitVec_c & BitMap_c::Get(int iY, BitVec_c & Vec) const
+template <typename FIELD, typename... INDEX>
+BitVec_c & BitField_T<FIELD, INDEX...>::Get(INDEX... iRow, BitVec_c & Vec) const
 {
-    return GetRow(Row(iY), iDimX, Vec);
+    return GetRow(Self().Row(iRow...), Self().iDimX, Vec);
 }
 
-bool BitMap_c::operator==(BitMap_c const & Other) const
+template <typename FIELD, typename... INDEX>
+bool BitField_T<FIELD, INDEX...>::IsEqual(FIELD const & Other) const
 {
-    return RowsEqual(FieldOf(*this), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(*this));
+    return RowsEqual(FieldOf(Self()), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(Self()));
 }
 
-BitMap_c & BitMap_c::operator|=(BitMap_c const & Other)
+// Makes room for all that the other holds.
+template <typename FIELD, typename... INDEX>
+FIELD & BitField_T<FIELD, INDEX...>::GrowToField(FIELD const & Other)
 {
-    Grow(Other.iDimX, Other.iDimY);
-    CombineFields(FieldOf(*this), FieldOf(Other), bits::Or);
-    return *this;
+    Extent_s const Wanted = FieldOf(Other).Extent;
+    GrowTo(Self(), Wanted);
+    ZQ_ASSERT_TEXT(Self().iDimX >= Other.iDimX, "iDimX >= m2.iDimX");
+    return Self();
 }
 
-BitMap_c & BitMap_c::operator^=(BitMap_c const & Other)
+template <typename FIELD, typename... INDEX>
+FIELD & BitField_T<FIELD, INDEX...>::operator|=(FIELD const & Other)
 {
-    Grow(Other.iDimX, Other.iDimY);
-    CombineFields(FieldOf(*this), FieldOf(Other), bits::Xor);
-    return *this;
+    CombineFields(FieldOf(GrowToField(Other)), FieldOf(Other), bits::Or);
+    return Self();
 }
 
-BitMap_c & BitMap_c::operator&=(BitMap_c const & Other)
+template <typename FIELD, typename... INDEX>
+FIELD & BitField_T<FIELD, INDEX...>::operator^=(FIELD const & Other)
 {
-    AndFields(FieldOf(*this), FieldOf(Other));
-    return *this;
+    CombineFields(FieldOf(GrowToField(Other)), FieldOf(Other), bits::Xor);
+    return Self();
 }
 
-BitMap_c & BitMap_c::operator-=(BitMap_c const & Other)
+template <typename FIELD, typename... INDEX>
+FIELD & BitField_T<FIELD, INDEX...>::operator&=(FIELD const & Other)
 {
-    CombineFields(FieldOf(*this), FieldOf(Other), bits::AndNot);
-    return *this;
+    AndFields(FieldOf(Self()), FieldOf(Other));
+    return Self();
 }
 
-BitMap_c & BitMap_c::operator~()
+template <typename FIELD, typename... INDEX>
+FIELD & BitField_T<FIELD, INDEX...>::operator-=(FIELD const & Other)
 {
-    bits::Not(pMap, pMap ? FieldOf(*this).GetBytes() : 0);
-    return *this;
+    CombineFields(FieldOf(Self()), FieldOf(Other), bits::AndNot);
+    return Self();
 }
 
-BitMap_c & BitMap_c::operator=(BitMap_c const & Other)
+template <typename FIELD, typename... INDEX>
+FIELD & BitField_T<FIELD, INDEX...>::operator~()
 {
-    if (this != &Other)
+    bits::Not(Self().pMap, Self().pMap ? FieldOf(Self()).GetBytes() : 0);
+    return Self();
+}
+
+template <typename FIELD, typename... INDEX>
+FIELD & BitField_T<FIELD, INDEX...>::Assign(FIELD const & Other)
+{
+    if (&Self() != &Other)
     {
         Reset();
-        Grow(Other.iDimX, Other.iDimY);
-        CopyRows(FieldOf(Other), FieldOf(*this));
+        CopyRows(FieldOf(Other), FieldOf(GrowToField(Other)));
     }
-    return *this;
+    return Self();
 }
+
+template class BitField_T<BitMap_c, int>;
+template class BitField_T<BitMap3D_c, int, int>;
 
 BitMap_c & BitMap_c::operator=(char const * const * sData)
 {
@@ -415,159 +483,6 @@ BitMap_c & BitMap_c::operator=(char const * const * sData)
     {
         char const * const szRow = *sData ? *sData++ : "";
         BitVec_c::FillFromDigits(Row(iY), static_cast<std::size_t>(iDimX >> 3), szRow);
-    }
-    return *this;
-}
-
-BitMap3D_c::BitMap3D_c(int iSizeX, int iSizeY, int iSizeZ)
-{
-    Grow(iSizeX, iSizeY, iSizeZ);
-}
-
-BitMap3D_c::BitMap3D_c(BitMap3D_c const & Other)
-{
-    *this = Other;
-}
-
-BitMap3D_c & BitMap3D_c::Grow(int iSizeX, int iSizeY, int iSizeZ)
-{
-    Extent_s New;
-    if (GrownExtent({ iDimX, iDimY, iDimZ }, { iSizeX, iSizeY, iSizeZ }, New))
-    {
-        std::size_t const nBytes = BytesOf(New);
-        void * const pNew = CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
-        ZQ_ASSERT(pNew != nullptr);
-        if (pNew)
-        {
-            Field_s const Grown = { New, static_cast<unsigned char *>(std::memset(pNew, 0, nBytes)) };
-            CopyRows(FieldOf(*this), Grown);
-            CoreMemory::operator_delete_array(pMap);
-            pMap = Grown.pBytes;
-            iDimX = New.iX;
-            iDimY = New.iY;
-            iDimZ = New.iZ;
-        }
-    }
-    return *this;
-}
-
-void BitMap3D_c::Reset()
-{
-    CoreMemory::operator_delete_array(pMap);
-    pMap = nullptr;
-    iDimX = iDimY = iDimZ = 0;
-}
-
-void BitMap3D_c::Clear()
-{
-    ClearField(FieldOf(*this));
-}
-
-unsigned char * BitMap3D_c::GrowToRow(int iY, int iZ, int iBits)
-{
-    bool const bNegative = iY < 0 || iZ < 0;
-    return bNegative ? nullptr : Grow(iBits, SizeFor(iY), SizeFor(iZ)).Row(iY, iZ);
-}
-
-unsigned char * BitMap3D_c::GrowToByte(int iX, int iY, int iZ)
-{
-    bool const bInside = static_cast<unsigned>(iX) < static_cast<unsigned>(iDimX) && Row(iY, iZ) != nullptr;
-    unsigned char * const pRow = bInside ? Row(iY, iZ) : Grow(BitsFor(iX), SizeFor(iY), SizeFor(iZ)).Row(iY, iZ);
-    return ByteIn(pRow, iX, iDimX);
-}
-
-void BitMap3D_c::Bis(int iX, int iY, int iZ)
-{
-    SetBit(GrowToByte(iX, iY, iZ), iX);
-}
-
-void BitMap3D_c::Bic(int iX, int iY, int iZ)
-{
-    ClearBit(GrowToByte(iX, iY, iZ), iX);
-}
-
-void BitMap3D_c::Set(int iY, int iZ, BitVec_c const & Vec)
-{
-    unsigned char * const pRow = GrowToRow(iY, iZ, Vec.iDim);
-    SetRow(pRow, iDimX, Vec);
-}
-
-void BitMap3D_c::Bis(int iY, int iZ, BitVec_c const & Vec)
-{
-    unsigned char * const pRow = GrowToRow(iY, iZ, Vec.iDim);
-    CombineRow(pRow, iDimX, Vec, bits::Or);
-}
-
-void BitMap3D_c::Xor(int iY, int iZ, BitVec_c const & Vec)
-{
-    unsigned char * const pRow = GrowToRow(iY, iZ, Vec.iDim);
-    CombineRow(pRow, iDimX, Vec, bits::Xor);
-}
-
-void BitMap3D_c::And(int iY, int iZ, BitVec_c const & Vec)
-{
-    AndRow(Row(iY, iZ), iDimX, Vec);
-}
-
-void BitMap3D_c::Bic(int iY, int iZ, BitVec_c const & Vec)
-{
-    CombineRow(Row(iY, iZ), iDimX, Vec, bits::AndNot);
-}
-
-bool BitMap3D_c::Equ(int iY, int iZ, BitVec_c const & Vec) const
-{
-    return RowEquals(Row(iY, iZ), iDimX, Vec);
-}
-
-BitVec_c & BitMap3D_c::Get(int iY, int iZ, BitVec_c & Vec) const
-{
-    return GetRow(Row(iY, iZ), iDimX, Vec);
-}
-
-bool BitMap3D_c::operator==(BitMap3D_c const & Other) const
-{
-    return RowsEqual(FieldOf(*this), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(*this));
-}
-
-BitMap3D_c & BitMap3D_c::operator|=(BitMap3D_c const & Other)
-{
-    Grow(Other.iDimX, Other.iDimY, Other.iDimZ);
-    CombineFields(FieldOf(*this), FieldOf(Other), bits::Or);
-    return *this;
-}
-
-BitMap3D_c & BitMap3D_c::operator^=(BitMap3D_c const & Other)
-{
-    Grow(Other.iDimX, Other.iDimY, Other.iDimZ);
-    CombineFields(FieldOf(*this), FieldOf(Other), bits::Xor);
-    return *this;
-}
-
-BitMap3D_c & BitMap3D_c::operator&=(BitMap3D_c const & Other)
-{
-    AndFields(FieldOf(*this), FieldOf(Other));
-    return *this;
-}
-
-BitMap3D_c & BitMap3D_c::operator-=(BitMap3D_c const & Other)
-{
-    CombineFields(FieldOf(*this), FieldOf(Other), bits::AndNot);
-    return *this;
-}
-
-BitMap3D_c & BitMap3D_c::operator~()
-{
-    bits::Not(pMap, pMap ? FieldOf(*this).GetBytes() : 0);
-    return *this;
-}
-
-BitMap3D_c & BitMap3D_c::operator=(BitMap3D_c const & Other)
-{
-    if (this != &Other)
-    {
-        Reset();
-        Grow(Other.iDimX, Other.iDimY, Other.iDimZ);
-        CopyRows(FieldOf(Other), FieldOf(*this));
     }
     return *this;
 }

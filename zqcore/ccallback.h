@@ -59,16 +59,14 @@ public:
 
     /// Calls the functions with the payload. Inside a firing of this list it does nothing unless forced.
     template <typename U = T>
-    void Fire(std::type_identity_t<U> tData, bool bForce)
-        requires(!std::is_void_v<U>)
+    void Fire(std::type_identity_t<U> tData, bool bForce) requires(!std::is_void_v<U>)
     {
         Walk(bForce, tData);
     }
 
     /// The same for an event without payload.
     template <typename U = T>
-    void Fire(bool bForce)
-        requires std::is_void_v<U>
+    void Fire(bool bForce) requires std::is_void_v<U>
     {
         Walk(bForce);
     }
@@ -90,11 +88,10 @@ private:
 
 template <typename T>
 class Callbacker_T : public CallbackerBase_T<T>
-{
-};
+{};
 
-extern ZQ_API Callbacker_T<bool> g_ExecutionCallbacker;             // false: stopped for a dialog; true: goes on
-extern ZQ_API Callbacker_T<int> g_CommandCallbacker;                // fired by the application, as all without a remark
+extern ZQ_API Callbacker_T<bool> g_ExecutionCallbacker;   // false: stopped for a dialog; true: goes on
+extern ZQ_API Callbacker_T<int> g_CommandCallbacker;      // fired by the application, as all without a remark
 extern ZQ_API Callbacker_T<void> g_LoadingCallbacker;
 extern ZQ_API Callbacker_T<void> g_RenderCallbacker;
 extern ZQ_API Callbacker_T<bool> g_ActiveCallbacker;
@@ -106,15 +103,15 @@ extern ZQ_API Callbacker_T<MessageData_s> g_MouseCallbacker;
 extern ZQ_API Callbacker_T<MessageData_s> g_KeyboardCallbacker;
 extern ZQ_API Callbacker_T<MessageData_s> g_JoystickCallbacker;
 extern ZQ_API Callbacker_T<char> g_CharCallbacker;
-extern ZQ_API Callbacker_T<MessageData_s> g_ApplicationMessages;    // the entropy collector listens
-extern ZQ_API Callbacker_T<char const *> g_FileReadErrorCallbacker; // a file's read failed; its key
+extern ZQ_API Callbacker_T<MessageData_s> g_ApplicationMessages;      // the entropy collector listens
+extern ZQ_API Callbacker_T<char const *> g_FileReadErrorCallbacker;   // a file's read failed; its key
 extern ZQ_API Callbacker_T<MessageData_s> g_NetworkCallbacker;
 extern ZQ_API Callbacker_T<bool> g_FullscreenSwitchCallbacker;
 extern ZQ_API Callbacker_T<char const *> g_FileTrackChangesCallbacker;
-extern ZQ_API Callbacker_T<char const *> g_AddSubfolderCallbacker;  // a folder is about to be scanned; forced
-extern ZQ_API Callbacker_T<char const *> g_ResourceLoadCallbacker;  // ResourceLoadReportCall
-extern ZQ_API Callbacker_T<char const *> g_WarningsCallbacker;      // the text of a Warning or Achtung
-extern ZQ_API Callbacker_T<char const *> g_FileOpenCallbacker;      // a file opened, with g_bCollectResource; location
+extern ZQ_API Callbacker_T<char const *> g_AddSubfolderCallbacker;   // a folder is about to be scanned; forced
+extern ZQ_API Callbacker_T<char const *> g_ResourceLoadCallbacker;   // ResourceLoadReportCall
+extern ZQ_API Callbacker_T<char const *> g_WarningsCallbacker;       // the text of a Warning or Achtung
+extern ZQ_API Callbacker_T<char const *> g_FileOpenCallbacker;       // a file opened, with g_bCollectResource; location
 
 template <typename T>
 void CallbackerBase_T<T>::Add(Function_t fn, bool bExclusive)

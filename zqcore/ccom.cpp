@@ -120,7 +120,7 @@ std::uint32_t ComObject_c::AddRef(void const * pOwner, char const * sFile, int i
 
 bool ComObject_c::Release(void const * pOwner, char const *, int, void const * pObject) const
 {
-    if (!CanRelease(pObject))
+    if (!CanRelease(this, pObject))
     {
         return false;
     }
@@ -145,18 +145,21 @@ bool ComObject_c::Release(void const * pOwner, char const *, int, void const * p
     return true;
 }
 
-ZQ_UNCHECKED bool ComObject_c::CanRelease(void const * pObject) const
+// Nothing is known of pThis at first. No member function is called on it, and no checker sees what is read.
+ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const * pObject)
 {
-    bool const bReadable = IsReadable(this, sizeof(ComObject_c));
+    bool const bReadable = IsReadable(pThis, sizeof(ComObject_c));
     ZQ_ASSERT_TEXT(bReadable, "_CrtIsValidPointer( this, sizeof ( ComObject_c ), false )");
-    ZQ_ASSERT(pObject == this);
-    if (!bReadable || pObject != this)
+    ZQ_ASSERT_TEXT(pObject == pThis, "pObject == this");
+    if (!bReadable || pObject != pThis)
     {
         return false;
     }
-    ZQ_ASSERT(m_dwComSignature == COM_SIGNATURE);
-    ZQ_ASSERT(iRefCount > 0);
-    return m_dwComSignature == COM_SIGNATURE && iRefCount > 0;
+    bool const bSigned = pThis->m_dwComSignature == COM_SIGNATURE;
+    bool const bReferenced = pThis->iRefCount > 0;
+    ZQ_ASSERT_TEXT(bSigned, "m_dwComSignature == COM_SIGNATURE");
+    ZQ_ASSERT_TEXT(bReferenced, "iRefCount > 0");
+    return bSigned && bReferenced;
 }
 
 void ComObject_c::TakeNote(void const * pOwner, char const * sFile, int iLine) const

@@ -65,7 +65,7 @@ protected:
     virtual void Dispose() const;
 
 private:
-    bool CanRelease(void const * pObject) const;
+    static bool CanRelease(ComObject_c const * pThis, void const * pObject);
     void TakeNote(void const * pOwner, char const * sFile, int iLine) const;
     void ReturnNote(ComDebug_t * pNote) const;
 

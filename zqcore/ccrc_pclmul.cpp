@@ -192,7 +192,7 @@ namespace
 
 Crc32Kernels_t Crc32FindKernels()
 {
-    __builtin_cpu_init(); // constructors may not have run yet
+    __builtin_cpu_init();   // constructors may not have run yet
     bool const bPclmul = __builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("sse4.1") != 0;
     bool const bVpclmul = bPclmul && __builtin_cpu_supports("vpclmulqdq") != 0 && __builtin_cpu_supports("avx512f") != 0
                           && __builtin_cpu_supports("avx512vl") != 0;

@@ -44,7 +44,7 @@ struct Password_s
 {
     using Hash_t = std::array<unsigned char, SHA1_HASH_SIZE>;
 
-    Hash_t dHash{}; // all zero while unset
+    Hash_t dHash{};   // all zero while unset
     bool bIsSet = false;
 
     Password_s() = default;

@@ -9,7 +9,7 @@
 class CryptoRandomGenerator_c
 {
 public:
-    static constexpr std::size_t POOL_SIZE = 128; // bytes; new ones then replace the oldest
+    static constexpr std::size_t POOL_SIZE = 128;   // bytes; new ones then replace the oldest
 
     /// Adds the low byte of the cycle counter.
     void PutNextRandom();
@@ -27,12 +27,12 @@ private:
     void PutLocked(unsigned char Byte);
     void MakeBlock();
 
-    plat::Lock_c m_PoolLock;                                   // guards the writing of the pool
-    plat::Lock_c m_OutputLock;                                 // guards Get
-    std::atomic<unsigned char> m_dEntropyPool[POOL_SIZE] = {}; // read without the lock: a late byte is as good
-    unsigned char m_dRandomBytes[SHA1_HASH_SIZE] = {};         // the latest block of output
-    std::uint32_t m_dwCounter = 0;                             // blocks made
-    std::uint32_t m_iWrite = 0;                                // where the pool's next byte goes
-    std::atomic<std::uint32_t> m_nPoolSize{ 0 };               // bytes of the pool in use
-    std::uint32_t m_nBytesLeft = 0;                            // of m_dRandomBytes, not yet given
+    plat::Lock_c m_PoolLock;                                     // guards the writing of the pool
+    plat::Lock_c m_OutputLock;                                   // guards Get
+    std::atomic<unsigned char> m_dEntropyPool[POOL_SIZE] = {};   // read without the lock: a late byte is as good
+    unsigned char m_dRandomBytes[SHA1_HASH_SIZE] = {};           // the latest block of output
+    std::uint32_t m_dwCounter = 0;                               // blocks made
+    std::uint32_t m_iWrite = 0;                                  // where the pool's next byte goes
+    std::atomic<std::uint32_t> m_nPoolSize{ 0 };                 // bytes of the pool in use
+    std::uint32_t m_nBytesLeft = 0;                              // of m_dRandomBytes, not yet given
 };

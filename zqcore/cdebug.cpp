@@ -93,8 +93,9 @@ namespace
 
     void AskAfterAssertion(char const * szText)
     {
-        int const iAnswer = MessageBoxPlain(nullptr, szText, "Assertion failed! Press ignore to continue or retry to debug.",
-            MESSAGE_ABORT_RETRY_IGNORE | MESSAGE_DEFAULT_2 | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
+        int const iAnswer =
+            MessageBoxPlain(nullptr, szText, "Assertion failed! Press ignore to continue or retry to debug.",
+                MESSAGE_ABORT_RETRY_IGNORE | MESSAGE_DEFAULT_2 | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
         g_ExecutionCallbacker.Fire(true, false);
         if (Is(iAnswer, plat::DialogAnswer_e::Retry))
         {
@@ -262,7 +263,7 @@ bool DebugMessages_c::DebugAssert(char const * sFile, int iLine, char const * sT
         m_sDialog, DIALOG_SIZE, "Warning: \t%s\t%s\r\nFile: \t%s\r\nLine:\t%d", m_sText, m_sText, sFile, iLine);
     int const iAnswer = m_bQuiet ? 1
                                  : DropMessageBox("Assertion failed", m_sDialog,
-                                       MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
+                                     MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
     return Is(iAnswer, plat::DialogAnswer_e::Yes);
 }
 
@@ -279,8 +280,7 @@ int DebugMessages_c::DebugErrorInternal(char const * fmt, ...)
     va_start(args, fmt);
     Compose("Error: \t%s\r\nFile: \t%s\r\nLine:\t%d", OK_TAIL, fmt, args);
     va_end(args);
-    int const iAnswer =
-        DropMessageBox("Error", m_sDialog, MESSAGE_OK_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TASK_MODAL);
+    int const iAnswer = DropMessageBox("Error", m_sDialog, MESSAGE_OK_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TASK_MODAL);
     return BreakIfWanted(iAnswer);
 }
 

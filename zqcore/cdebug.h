@@ -15,23 +15,24 @@
 #define ZQ_ASSERT(condition) ZQ_ASSERT_TEXT(condition, #condition)
 
 /// The same with the condition worded for the reader.
-#define ZQ_ASSERT_TEXT(condition, szCondition) \
+#define ZQ_ASSERT_TEXT(condition, szCondition)                                                                         \
     ((condition) ? static_cast<void>(0) : AssertReport(szCondition, __FILE__, ZQ_FUNCTION, __LINE__))
 
 /// A precondition with an explanation, which is a printf format with its arguments.
 #define ZQ_ASSERT_EX(condition, ...) ZQ_ASSERT_EX_TEXT(condition, #condition, __VA_ARGS__)
-#define ZQ_ASSERT_EX_TEXT(condition, szCondition, ...) \
+#define ZQ_ASSERT_EX_TEXT(condition, szCondition, ...)                                                                 \
     ((condition) ? static_cast<void>(0) : AssertReportEx(szCondition, __FILE__, ZQ_FUNCTION, __LINE__, __VA_ARGS__))
 
 /// A precondition whose failure offers to break into the debugger right here.
-#define ZQ_ASSERT_BREAK(condition, szText) \
-    do \
-    { \
-        if (!(condition) && DebugMessages_c::Get().DebugAssert(__FILE__, __LINE__, szText)) \
-        { \
-            DebuggerBreakHere(); \
-        } \
-    } while (false)
+#define ZQ_ASSERT_BREAK(condition, szText)                                                                             \
+    do                                                                                                                 \
+    {                                                                                                                  \
+        if (!(condition) && DebugMessages_c::Get().DebugAssert(__FILE__, __LINE__, szText))                            \
+        {                                                                                                              \
+            DebuggerBreakHere();                                                                                       \
+        }                                                                                                              \
+    }                                                                                                                  \
+    while (false)
 
 /// Shows no dialog of any level; an assertion or a first Achtung then ends the process with status 1. Starts false.
 extern ZQ_API bool g_silentMode;
@@ -94,8 +95,8 @@ public:
     /// cexceptioninfo.h. The answer's number; Cancel (2) ends the process with status -1.
     ZQ_API int DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle);
 
-    bool m_bQuiet = false;         // DebugAssert shows nothing
-    void * m_hOwner = nullptr;     // window that owns the dialogs
+    bool m_bQuiet = false;       // DebugAssert shows nothing
+    void * m_hOwner = nullptr;   // window that owns the dialogs
 
 private:
     void Compose(char const * szFormat, char const * szTail, char const * fmt, std::va_list args);

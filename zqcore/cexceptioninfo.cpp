@@ -16,10 +16,14 @@ namespace
     {
         switch (nStyle & 0xF)
         {
-        case MESSAGE_OK_CANCEL: return plat::DialogButtons_e::OkCancel;
-        case MESSAGE_ABORT_RETRY_IGNORE: return plat::DialogButtons_e::AbortRetryIgnore;
-        case MESSAGE_YES_NO_CANCEL: return plat::DialogButtons_e::YesNoCancel;
-        default: return plat::DialogButtons_e::Ok;
+        case MESSAGE_OK_CANCEL:
+            return plat::DialogButtons_e::OkCancel;
+        case MESSAGE_ABORT_RETRY_IGNORE:
+            return plat::DialogButtons_e::AbortRetryIgnore;
+        case MESSAGE_YES_NO_CANCEL:
+            return plat::DialogButtons_e::YesNoCancel;
+        default:
+            return plat::DialogButtons_e::Ok;
         }
     }
 

@@ -31,8 +31,8 @@ public:
 
     /// The same with the calling thread's stack behind the text: up to nFrames frames, without the first nSkip. One
     /// dialog at a time. Today the trace is empty.
-    ZQ_API int MessageBoxWithTrace(void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle,
-        int nFrames, int nSkip);
+    ZQ_API int MessageBoxWithTrace(
+        void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip);
 
 private:
     ExceptionInfo_c() = default;

@@ -3,6 +3,8 @@
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cfile_internal.h"
+#include "zqcore/cfilecache.h"
+#include "zqcore/cfilehash.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
@@ -23,6 +25,7 @@ String_T<256> g_sSplitGame("\\gamedata\\");
 namespace
 {
     constexpr char const * DEFAULT_GAME = "pqx";
+    constexpr char const * CACHE_NAME = "filesystemcache.bin";
 
     enum class MediaSource_e
     {
@@ -133,6 +136,31 @@ namespace
             FileAlwaysExcludeFile(szFile);
         }
     }
+
+    // Whether the media lie in the current folder and are registered by paths that say so.
+    bool IsBelowCurrentFolder(char const * szRoot)
+    {
+        FoldedPath_c const sRoot(szRoot);
+        return sRoot[0] == '.' && (sRoot[1] == '\0' || sRoot[1] == '\\');
+    }
+
+    // Drops what must not go into the cache, and writes it.
+    void SaveCache()
+    {
+        String_T<256> const sRoot = GetPQXMediaPath(false);
+        if (!IsBelowCurrentFolder(sRoot))
+        {
+            FileResetFiles(".");
+        }
+        for (char const * szFolder : { "\\profiles", "\\mapscache", "\\$$$pqxautosave", "\\$$$pqxbackup" })
+        {
+            FileResetFiles(sRoot + szFolder);
+        }
+        String_T<512> sCache(sRoot);
+        sCache += "\\";
+        sCache += CACHE_NAME;
+        FilesystemCacheSave(sCache);
+    }
 }
 
 void FileSetMediaTemplate(char const * sTemplate)
@@ -242,12 +270,23 @@ bool ModuleFile_c::Initialize()
     LogMediaSource();
     ExcludeToolFiles();
     FillTables();
+    FileBuildMediaHash(false);
     return Module_c::Initialize();
 }
 
 void ModuleFile_c::FillTables()
 {
-    if (m_bReadMedia)
+    bool bScan = m_bReadMedia;
+    if (!g_sFilesystemCacheName.IsEmpty())
+    {
+        bScan = !FilesystemCacheLoad();
+        if (!bScan)
+        {
+            FileAddSearchPath(GetPQXMediaPath(false) + "\\profiles", true, false);
+            FileAddSearchPath(GetPQXMediaPath(false) + "\\mapscache", true, false);
+        }
+    }
+    if (bScan)
     {
         FileAddSearchPath(GetPQXMediaPath(false), true, false);
     }
@@ -256,6 +295,10 @@ void ModuleFile_c::FillTables()
 void ModuleFile_c::Shutdown()
 {
     MemCategoryScope_c const Category(mem::file);
+    if (FileExists(CACHE_NAME))
+    {
+        SaveCache();
+    }
     FileReset();
     g_sExcludedFolders.Reset();
     g_sExcludedFiles.Reset();

@@ -31,8 +31,12 @@ ZQ_API void SetPQXCurrentConfig(char const * sConfig);
 ZQ_API bool FileIsAddon();
 extern ZQ_API bool g_bAddon;
 
-/// Brings the file system up and down. Initialize takes the game from the command line and scans the media root;
-/// Shutdown empties the tables, the exclude lists and g_FileOpenCallbacker. The settings above stay. Needs ModuleLog_c.
+/// Brings the file system up and down. Initialize takes the game from the command line, fills the tables from the cache
+/// (cfilecache.h), and by scan the folders profiles and mapscache of the media root, which change while a game runs;
+/// without a cache it scans the media root. Then it computes the media hash (cfilehash.h). Shutdown writes the cache,
+/// `filesystemcache.bin` in the media root, if a file of that name is known, without those folders and without what was
+/// registered by a path in the current folder, unless the media root is such a path itself. It empties the tables, the
+/// exclude lists and g_FileOpenCallbacker. The settings above stay. Needs ModuleLog_c.
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:
@@ -43,7 +47,7 @@ public:
     /// The instance.
     static ModuleFile_c * Get();
 
-    /// Whether Initialize scans the media root; it does if nothing is said.
+    /// Whether Initialize scans the media root; it does if nothing is said. A cache that can't be read makes it scan.
     void ReadMedia(bool bRead) { m_bReadMedia = bRead; }
 
 protected:

@@ -10,7 +10,9 @@ class FileName_c : public String_T<256>
 {
 public:
     FileName_c() = default;
-    FileName_c(char const * szPath) : String_T<256>(szPath) {}
+    FileName_c(char const * szPath)
+        : String_T<256>(szPath)
+    {}
 
     /// The drive with its colon, or empty.
     ZQ_API String_T<256> GetDrive() const;

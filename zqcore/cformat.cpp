@@ -24,7 +24,11 @@ namespace
     class Output_c
     {
     public:
-        Output_c(char * szOut, std::size_t nSize) : m_pBegin(szOut), m_pOut(szOut), m_pEnd(szOut + nSize - 1) {}
+        Output_c(char * szOut, std::size_t nSize)
+            : m_pBegin(szOut)
+            , m_pOut(szOut)
+            , m_pEnd(szOut + nSize - 1)
+        {}
 
         void Put(char const * pText, std::size_t nText)
         {
@@ -78,10 +82,18 @@ namespace
             return c != '\0';
         }
         case 'i':
-        case 'd': Output.PutNumber(va_arg(Arguments.args, int)); return true;
-        case 'u': Output.PutNumber(va_arg(Arguments.args, unsigned)); return true;
-        case 'x': Output.PutNumber(va_arg(Arguments.args, unsigned), 16); return true;
-        case '%': Output.Put("%", 1); return true;
+        case 'd':
+            Output.PutNumber(va_arg(Arguments.args, int));
+            return true;
+        case 'u':
+            Output.PutNumber(va_arg(Arguments.args, unsigned));
+            return true;
+        case 'x':
+            Output.PutNumber(va_arg(Arguments.args, unsigned), 16);
+            return true;
+        case '%':
+            Output.Put("%", 1);
+            return true;
         case 'z':
             if (*pFormat++ == 'u')
             {
@@ -89,7 +101,8 @@ namespace
                 return true;
             }
             return false;
-        default: return false;
+        default:
+            return false;
         }
     }
 

@@ -71,7 +71,7 @@ namespace Tessel
         GcObj * m_pNext = nullptr;   // in the list of all objects, the newest first
         GcObj * m_pPrev = nullptr;
         [[maybe_unused]] std::uint32_t m_dwReserved = 0;   // always 0
-        int m_iEpoch;                     // of the last marking
+        int m_iEpoch;                                      // of the last marking
         GcRef_c * m_pOutgoing = nullptr;
         GcRef_c * m_pIncoming = nullptr;
         GcObj * m_pMarkNext = nullptr;   // while marking: the next object whose references are to be followed

@@ -207,6 +207,8 @@ void GigaPoolStatic_c::Unchain(int & list, int link)
     }
 }
 
+constinit GigaChunkMap_c::Slot_s GigaChunkMap_c::s_dNoSlots[NO_SLOTS] = {};
+
 void GigaChunkMap_c::Add(GigaChunk_s * pChunk)
 {
     ForEachPage(pChunk->Pool.m_pData, pChunk->Pool.m_nDataBytes, [=, this](std::uintptr_t i) { AddPage(i, pChunk); });
@@ -235,14 +237,18 @@ void GigaChunkMap_c::ForEachPage(void const * pFirst, std::size_t nBytes, CALL C
 
 void GigaChunkMap_c::Reset()
 {
-    delete[] m_pSlots;
-    m_pSlots = nullptr;
-    m_nSlots = m_nUsed = 0;
+    if (m_pSlots != s_dNoSlots)
+    {
+        delete[] m_pSlots;
+        m_pSlots = s_dNoSlots;
+        m_nSlots = NO_SLOTS;
+        m_iHashShift = 31;
+    }
 }
 
 void GigaChunkMap_c::AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk)
 {
-    if (m_nUsed * 4 >= m_nSlots)
+    if ((m_nUsed + 1) * 4 > m_nSlots)
     {
         Grow();
     }
@@ -281,7 +287,7 @@ void GigaChunkMap_c::Grow()
     constexpr std::uint32_t FIRST_SLOTS = 16;
     Slot_s * const pOld = m_pSlots;
     std::uint32_t const nOld = m_nSlots;
-    m_nSlots = nOld ? nOld * 2 : FIRST_SLOTS;
+    m_nSlots = std::max(nOld * 2, FIRST_SLOTS);
     m_nUsed = 0;
     m_iHashShift = 33 - static_cast<int>(std::bit_width(m_nSlots));
     m_pSlots = ZQ_NEW Slot_s[m_nSlots]();
@@ -292,7 +298,10 @@ void GigaChunkMap_c::Grow()
             AddPage(pOld[i].iPage, pOld[i].pChunk);
         }
     }
-    delete[] pOld;
+    if (pOld != s_dNoSlots)
+    {
+        delete[] pOld;
+    }
 }
 
 void GigaPoolResizeable_c::Init(int iElements, int iElementSize)

@@ -144,10 +144,13 @@ private:
     void Grow();
     void Reset();
 
-    Slot_s * m_pSlots = nullptr;
-    std::uint32_t m_nSlots = 0;   // a power of 2
-    std::uint32_t m_nUsed = 0;    // at most a quarter of them
-    int m_iHashShift = 0;
+    static constexpr std::uint32_t NO_SLOTS = 2;
+    static Slot_s s_dNoSlots[NO_SLOTS];   // of a map without chunks; they stay empty
+
+    Slot_s * m_pSlots = s_dNoSlots;
+    std::uint32_t m_nSlots = NO_SLOTS;   // a power of 2
+    std::uint32_t m_nUsed = 0;           // at most a quarter of them
+    int m_iHashShift = 31;
 };
 
 /// A chain of slabs that grows.

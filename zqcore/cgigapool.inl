@@ -123,10 +123,6 @@ inline std::uint32_t GigaChunkMap_c::Home(std::uintptr_t iPage) const
 
 inline GigaChunk_s * GigaChunkMap_c::Find(void const * pPtr) const
 {
-    if (!m_pSlots)
-    {
-        return nullptr;
-    }
     std::uintptr_t const iPage = reinterpret_cast<std::uintptr_t>(pPtr) >> PAGE_BITS;
     for (std::uint32_t i = Home(iPage);; i = (i + 1) & (m_nSlots - 1))
     {

@@ -35,8 +35,8 @@ std::uint32_t NameIndexHash(char const * szName, std::size_t nLength)
     }
     else if (nLength > 0)
     {
-        iHash = Mix(iHash, Load<std::uint8_t>(szName) | Load<std::uint8_t>(szName + nLength / 2) << 8 |
-                Load<std::uint8_t>(szName + nLength - 1) << 16);
+        iHash = Mix(iHash, Load<std::uint8_t>(szName) | Load<std::uint8_t>(szName + nLength / 2) << 8
+                               | Load<std::uint8_t>(szName + nLength - 1) << 16);
     }
     return static_cast<std::uint32_t>(Mix(iHash, 0));
 }

@@ -28,7 +28,8 @@ inline std::uint32_t StringHashOf(char const * szName)
     std::uint32_t iHash = 0;
     for (int i = 0; szName[i]; ++i)
     {
-        iHash ^= std::rotl(static_cast<std::uint32_t>(static_cast<std::int32_t>(static_cast<signed char>(szName[i]))), i);
+        iHash ^=
+            std::rotl(static_cast<std::uint32_t>(static_cast<std::int32_t>(static_cast<signed char>(szName[i]))), i);
     }
     return iHash;
 }
@@ -78,12 +79,12 @@ public:
     {
         static constexpr int KEY_ROOM = 64 - 2 * static_cast<int>(sizeof(void *)) - 9;
 
-        T * pObject = nullptr;            // null in a free or deleted slot
-        Key_t const * pName = nullptr;    // lives, unchanged, as long as the entry; usually a part of the object
+        T * pObject = nullptr;           // null in a free or deleted slot
+        Key_t const * pName = nullptr;   // lives, unchanged, as long as the entry; usually a part of the object
         std::uint32_t iHash = 0;
         std::uint32_t iIndexHash = 0;
         bool bDeleted = false;
-        char szKey[KEY_ROOM] = {};        // the key, if it is shorter
+        char szKey[KEY_ROOM] = {};   // the key, if it is shorter
     };
 
     static constexpr int iMask = SIZE - 1;

@@ -68,7 +68,7 @@ private:
 
 inline void * StaticMemoryPool_c::Alloc(unsigned int nBytes, bool bArray)
 {
-    unsigned int const nSteps = nBytes / STEP + (nBytes % STEP != 0 ? 1 : 0);
+    unsigned int const nSteps = (nBytes + STEP - 1) / STEP;   // of a huge block anything, and no class is large enough
     GigaPoolResizeable_c * const pPool = nSteps <= STEPS ? m_dPools[nSteps] : nullptr;
     if (!pPool || nBytes > static_cast<unsigned int>(pPool->ElementSize()))
     {

@@ -10,7 +10,9 @@ struct Link_T
     Link_T * pNext = nullptr;
     Link_T * pPrev = nullptr;
 
-    explicit Link_T(T const & Data) : tData(Data) {}
+    explicit Link_T(T const & Data)
+        : tData(Data)
+    {}
 
     T & Get() { return tData; }
     T const & Get() const { return tData; }

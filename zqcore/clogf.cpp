@@ -1,7 +1,7 @@
 #include "zqcore/clogf.h"
 
-#include "zqcore/chash.h"
 #include "zqcore/cformat_internal.h"
+#include "zqcore/chash.h"
 #include "zqcore/clog.h"
 
 #include "platform/files.h"

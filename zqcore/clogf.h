@@ -26,7 +26,9 @@ ZQ_API void Logf_raw(char const * sFile, char const * sText);
 class ModuleLog_c : public Module_c
 {
 public:
-    constexpr ModuleLog_c() : Module_c("ModuleLog_c") {}
+    constexpr ModuleLog_c()
+        : Module_c("ModuleLog_c")
+    {}
 
     /// The instance.
     ZQ_API static ModuleLog_c * Get();

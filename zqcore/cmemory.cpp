@@ -18,9 +18,9 @@ namespace
 {
     constexpr std::size_t ALIGNMENT = 16;   // of every block of operator_new
 
-    constexpr char const * CATEGORY_NAMES[] = { "UNDEFINED", "CRT", "NORMAL_BLOCK", "file", "logger", "GamePipes", "Rpg",
-        "RpgText", "Net", "NetQueue", "Server", "ServerReplicatePool", "Client", "render", "rvb", "rtex", "Logic",
-        "FMSound", "Particle", "rib", "kiln", "Frames", "Game", "rmesh", "rmeshinst", "rmesh_col", "animdata",
+    constexpr char const * CATEGORY_NAMES[] = { "UNDEFINED", "CRT", "NORMAL_BLOCK", "file", "logger", "GamePipes",
+        "Rpg", "RpgText", "Net", "NetQueue", "Server", "ServerReplicatePool", "Client", "render", "rvb", "rtex",
+        "Logic", "FMSound", "Particle", "rib", "kiln", "Frames", "Game", "rmesh", "rmeshinst", "rmesh_col", "animdata",
         "animinstance", "Building", "scene", "kilndebug", "Collision", "Noise", "GameData", "DataBase", "Sound", "calc",
         "rbMemObject", "ScaleForm", "FjordStudioRuntime", "WinMisc", "Core", "Input", "RenderFont", "DebugDraw",
         "SpotlitScene", "GameUI", "AI", "Lua", "Decals", "Application", "Localization", "DB", "GameServer", "GameLogic",
@@ -69,9 +69,12 @@ namespace
     {
         switch (dwWord & 0xFFFF)
         {
-        case MEMORY_NORMAL_BLOCK: return mem::NORMAL_BLOCK;
-        case MEMORY_CLIENT_BLOCK: return MemoryCategoryInWord(dwWord);
-        default: return mem::CRT;
+        case MEMORY_NORMAL_BLOCK:
+            return mem::NORMAL_BLOCK;
+        case MEMORY_CLIENT_BLOCK:
+            return MemoryCategoryInWord(dwWord);
+        default:
+            return mem::CRT;
         }
     }
 
@@ -159,7 +162,8 @@ namespace
     MemoryLife_s g_MemoryLife ZQ_FIRST_GLOBAL;
 }
 
-CategoryLockScope_c::CategoryLockScope_c() : m_bLocked(g_MemoryInit)
+CategoryLockScope_c::CategoryLockScope_c()
+    : m_bLocked(g_MemoryInit)
 {
     if (m_bLocked)
     {
@@ -301,8 +305,8 @@ std::uint32_t MemoryBlockWord(int iBlockType)
         MemCategoryStack_c const * const pStack = OwnStack();
         eCategory = pStack ? pStack->Top() : mem::UNDEFINED;
     }
-    return (static_cast<std::uint32_t>(eCategory) << MEMORY_CATEGORY_SHIFT) | (dwWord & MEMORY_OBJECT_FLAG) |
-        static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK);
+    return (static_cast<std::uint32_t>(eCategory) << MEMORY_CATEGORY_SHIFT) | (dwWord & MEMORY_OBJECT_FLAG)
+           | static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK);
 }
 
 namespace CoreMemory

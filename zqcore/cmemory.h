@@ -19,6 +19,7 @@
 namespace mem
 {
     /// The categories. 0 holds what has no known owner, 1 the runtime's own blocks, which are never counted.
+    // clang-format off
     enum Categories_e : int
     {
         UNDEFINED, CRT, NORMAL_BLOCK, file, logger, GamePipes, Rpg, RpgText, Net, NetQueue, Server,
@@ -29,6 +30,7 @@ namespace mem
         GameWorld, GameView, Landscape, GameRender, Tools, GameLogs, Interface, GFX, Generator, GameNetwork,
         TOTAL   // how many there are
     };
+    // clang-format on
 
     /// The figures of one category; as wide as a pointer.
     struct CategoryInfo
@@ -124,7 +126,11 @@ ZQ_API void MemoryCategoryPop(mem::Categories_e eCategory);
 class MemCategoryScope_c
 {
 public:
-    explicit MemCategoryScope_c(mem::Categories_e eCategory) : m_eCategory(eCategory) { MemoryCategoryPush(eCategory); }
+    explicit MemCategoryScope_c(mem::Categories_e eCategory)
+        : m_eCategory(eCategory)
+    {
+        MemoryCategoryPush(eCategory);
+    }
     ~MemCategoryScope_c() { MemoryCategoryPop(m_eCategory); }
     MemCategoryScope_c(MemCategoryScope_c const &) = delete;
     MemCategoryScope_c & operator=(MemCategoryScope_c const &) = delete;
@@ -137,8 +143,8 @@ private:
 ZQ_API char const * MemoryCategoryName(mem::Categories_e eCategory);
 
 /// Copies the records of all categories, mem::TOTAL of them, and the totals, as of one moment.
-ZQ_API void MemoryCategoriesGet(mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes,
-    std::ptrdiff_t & iMaxBytes);
+ZQ_API void MemoryCategoriesGet(
+    mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes);
 
 /// Blocks alive, bytes alive, and the peak of the latter; read without the lock.
 ZQ_API std::ptrdiff_t MemoryTotalAllocations();
@@ -158,13 +164,14 @@ extern ZQ_API bool g_MemoryInit;
 
 /// An aligned block: the alignment is a power of 2, and (pointer + offset) is aligned. A bad alignment or offset is
 /// reported and gives null. The word is kept as it stands, whatever the thread's stack says (see MemoryBlockWord).
-ZQ_API void * aligned_malloc_dbg(std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
-ZQ_API void * aligned_offset_malloc_dbg(std::size_t nSize, std::size_t nAlignment, std::size_t nOffset, int iBlockType,
-    char const * sFile, int iLine);
+ZQ_API void * aligned_malloc_dbg(
+    std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
+ZQ_API void * aligned_offset_malloc_dbg(
+    std::size_t nSize, std::size_t nAlignment, std::size_t nOffset, int iBlockType, char const * sFile, int iLine);
 
 /// A null p allocates, a size of 0 frees and gives null; else the contents move to a new block.
-ZQ_API void * aligned_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile,
-    int iLine);
+ZQ_API void * aligned_realloc_dbg(
+    void * p, std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
 ZQ_API void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlignment, std::size_t nOffset,
     int iBlockType, char const * sFile, int iLine);
 

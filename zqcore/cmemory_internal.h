@@ -45,7 +45,8 @@ using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>
 struct MemoryCounters_s
 {
     // Padded with zeros to whole vectors.
-    static constexpr std::size_t COUNT = (mem::TOTAL + plat::VECTOR_NUMBERS - 1) / plat::VECTOR_NUMBERS * plat::VECTOR_NUMBERS;
+    static constexpr std::size_t COUNT =
+        (mem::TOTAL + plat::VECTOR_NUMBERS - 1) / plat::VECTOR_NUMBERS * plat::VECTOR_NUMBERS;
 
     alignas(64) std::ptrdiff_t dCount[COUNT];
     alignas(64) std::ptrdiff_t dBytes[COUNT];

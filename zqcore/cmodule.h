@@ -14,7 +14,9 @@ class ZQ_API Module_c
 {
 public:
     /// szName is kept as a pointer and must outlive the module.
-    constexpr explicit Module_c(char const * szName) : m_szName(szName) {}
+    constexpr explicit Module_c(char const * szName)
+        : m_szName(szName)
+    {}
 
     /// Logs a complaint if the module is still initialised.
     virtual ~Module_c();

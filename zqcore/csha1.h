@@ -14,21 +14,21 @@ inline constexpr std::size_t SHA1_HASH_SIZE = 20;
 enum Sha1Status_e : int
 {
     shaSuccess = 0,
-    shaNull = 1,         // a null argument
-    shaInputTooLong = 2, // the message reached 2^64 bits
-    shaStateError = 3    // Input after Result, or anything but Reset after a failure
+    shaNull = 1,           // a null argument
+    shaInputTooLong = 2,   // the message reached 2^64 bits
+    shaStateError = 3      // Input after Result, or anything but Reset after a failure
 };
 
 /// A message on its way to its digest.
 struct SHA1Context
 {
-    std::uint32_t dHash[5];     // the hash words
-    std::uint32_t dwLengthLow;  // message length in bits, its low word
-    std::uint32_t dwLengthHigh; // and its high word
-    std::int16_t iBlockIndex;   // bytes waiting in dBlock, 0 to 63
-    unsigned char dBlock[64];   // the block under way
-    int Computed;               // 1 once the digest is made
-    int Corrupted;              // the status of the first failure, else shaSuccess
+    std::uint32_t dHash[5];       // the hash words
+    std::uint32_t dwLengthLow;    // message length in bits, its low word
+    std::uint32_t dwLengthHigh;   // and its high word
+    std::int16_t iBlockIndex;     // bytes waiting in dBlock, 0 to 63
+    unsigned char dBlock[64];     // the block under way
+    int Computed;                 // 1 once the digest is made
+    int Corrupted;                // the status of the first failure, else shaSuccess
 };
 
 /// Starts a message; whatever the context held is gone. shaNull for a null context.

@@ -85,8 +85,8 @@ namespace
 
 Sha1Kernel_t Sha1FindKernel()
 {
-    constexpr unsigned SSE41 = 1u << 19; // leaf 1, ecx
-    constexpr unsigned SHA = 1u << 29;   // leaf 7, ebx
+    constexpr unsigned SSE41 = 1u << 19;   // leaf 1, ecx
+    constexpr unsigned SHA = 1u << 29;     // leaf 7, ebx
     unsigned iA = 0, iB = 0, iC = 0, iD = 0;
     if (__get_cpuid(1, &iA, &iB, &iC, &iD) == 0 || (iC & SSE41) == 0)
     {

@@ -4,14 +4,14 @@
 
 namespace
 {
-    constexpr unsigned COARSE_PERIOD = 1;              // milliseconds asked of the coarse clock
+    constexpr unsigned COARSE_PERIOD = 1;   // milliseconds asked of the coarse clock
     constexpr std::uint32_t MEASURE_MILLISECONDS = 1000;
 
     // Written while ModuleTimer_c comes up, on the main thread.
     bool g_bHighResolution = false;
     std::int64_t g_nFrequency = 0;   // ticks of the good clock in a second
     bool g_bStarted = false;
-    double g_tStart = 0.0;           // the long time that longTimeGetPassed counts from
+    double g_tStart = 0.0;   // the long time that longTimeGetPassed counts from
     std::int64_t g_nCyclesPerSecond = 0;
 
     constinit ModuleTimer_c g_ModuleTimer;
@@ -42,8 +42,7 @@ double longTimeWait(double dSeconds)
 {
     double const tEnd = longTimeGet() + dSeconds;
     while (longTimeGet() < tEnd)
-    {
-    }
+    {}
     return dSeconds;
 }
 
@@ -64,8 +63,7 @@ std::int64_t shortTimeGetSec()
         }
         std::int64_t const nStart = shortTimeGet();
         while (plat::CoarseClockMilliseconds() - tStart < MEASURE_MILLISECONDS)
-        {
-        }
+        {}
         g_nCyclesPerSecond = shortTimeGet() - nStart;
     }
     return g_nCyclesPerSecond;
@@ -75,8 +73,7 @@ std::int64_t shortTimeWait(std::int64_t nCycles)
 {
     std::int64_t const nStart = shortTimeGet();
     while (shortTimeGet() - nStart < nCycles)
-    {
-    }
+    {}
     return nCycles;
 }
 

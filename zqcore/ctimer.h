@@ -35,7 +35,9 @@ extern ZQ_API double (*Game_longTimeGet)();
 class ModuleTimer_c : public Module_c
 {
 public:
-    constexpr ModuleTimer_c() : Module_c("ModuleTimer_c") {}
+    constexpr ModuleTimer_c()
+        : Module_c("ModuleTimer_c")
+    {}
 
     /// The instance.
     ZQ_API static ModuleTimer_c * Get();

@@ -16,6 +16,8 @@
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/cfile.h"
+#include "zqcore/cfilecache.h"
+#include "zqcore/cfilehash.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilename.h"

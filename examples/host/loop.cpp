@@ -1,5 +1,6 @@
 #include "loop.h"
 
+#include "settings.h"
 #include "survey.h"
 
 #include "zqcore/capp.h"
@@ -14,8 +15,6 @@
 
 namespace
 {
-    constexpr double FRAME_SECONDS = 1.0 / 240.0;
-    constexpr int FILES_A_FRAME = 4;
     constexpr auto IDLE_NAP = std::chrono::microseconds(500);
 
     void Idle(FrameStats_s & Stats)
@@ -30,7 +29,7 @@ namespace
         // A windowed host passes each message of the system on; the entropy pool lives on their moments.
         g_ApplicationMessages.Fire(MessageData_s{}, false);
         Module_c::HeartbeatAllModulesFrame(dt);
-        Survey.StreamFiles(FILES_A_FRAME);
+        Survey.StreamFiles(ModuleSettings_c::Get()->m_nStream);
         MemoryResetFrameAllocCount();
         ++g_iLogFrameCounter;
     }
@@ -53,11 +52,12 @@ namespace
 
 FrameStats_s LoopRun(int nFrames, Survey_c & Survey)
 {
+    double const tFrame = 1.0 / ModuleSettings_c::Get()->m_nRate;
     FrameStats_s Stats;
     MemoryResetFrameAllocCount();   // what came before is no frame's
     while (Stats.nFrames < nFrames)
     {
-        double const dt = AppGetDeltaTime(FRAME_SECONDS);
+        double const dt = AppGetDeltaTime(tFrame);
         if (dt == 0.0)
         {
             Idle(Stats);

@@ -14,5 +14,6 @@ struct FrameStats_s
     unsigned nMostAllocs = 0;   // in one frame
 };
 
-/// Runs frames at their rate, and the idle heartbeat between them. Each frame streams a few files of the survey.
+/// Runs frames at the rate of the settings, and the idle heartbeat between them. Each frame streams as many files of the
+/// survey as the settings say.
 FrameStats_s LoopRun(int nFrames, Survey_c & Survey);

@@ -1,5 +1,8 @@
 #include "options.h"
 
+#include "zqcore/cstring.h"
+
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <filesystem>
@@ -12,7 +15,7 @@ namespace
     // The options that take a value, as they come.
     struct Texts_s
     {
-        std::string sMedia, sConfig, sGame, sFrames, sLog;
+        std::string sMedia, sConfig, sGame, sFrames, sLog, sSave;
     };
 
     struct ValueOption_s
@@ -28,11 +31,29 @@ namespace
         { "--game", &Texts_s::sGame, "NAME      the folder of gamedata to use, in lower case (pqx)" },
         { "--frames", &Texts_s::sFrames, "N       frames to run, one hour of the world each (480)" },
         { "--log", &Texts_s::sLog, "FOLDER     where the logs go (logs)" },
+        { "--save", &Texts_s::sSave,
+            "FILE      where the world goes on from and is saved to (GAME.sav beside the logs)" },
     };
 
-    ValueOption_s const * FindValueOption(char const * szArgument)
+    struct FlagOption_s
     {
-        for (ValueOption_s const & Option : VALUE_OPTIONS)
+        char const * szName;
+        bool Options_s::*pFlag;
+        char const * szHelp;
+    };
+
+    constexpr FlagOption_s FLAG_OPTIONS[] = {
+        { "--new", &Options_s::bNew, "            begin a new world, and save it over the old one" },
+        { "--cache", &Options_s::bCache,
+            "          start from filesystemcache.bin in the media root, which the first such run writes" },
+        { "--silent", &Options_s::bSilent, "         show no dialogs; a broken precondition then ends the run" },
+        { "--help", &Options_s::bHelp, "           this text" },
+    };
+
+    template <typename OPTION, int N>
+    OPTION const * FindOption(OPTION const (&dOptions)[N], char const * szArgument)
+    {
+        for (OPTION const & Option : dOptions)
         {
             if (std::strcmp(szArgument, Option.szName) == 0)
             {
@@ -53,12 +74,12 @@ namespace
         for (int i = 1; i < nArguments; ++i)
         {
             std::string const sArgument = dArguments[i];
-            if (sArgument == "--help" || sArgument == "--silent")
+            if (FlagOption_s const * const pFlag = FindOption(FLAG_OPTIONS, dArguments[i]))
             {
-                (sArgument == "--help" ? Options.bHelp : Options.bSilent) = true;
+                Options.*pFlag->pFlag = true;
                 continue;
             }
-            ValueOption_s const * const pOption = FindValueOption(dArguments[i]);
+            ValueOption_s const * const pOption = FindOption(VALUE_OPTIONS, dArguments[i]);
             if (!pOption)
             {
                 return "unknown option " + Quoted(sArgument);
@@ -112,9 +133,19 @@ namespace
         return "";
     }
 
+    // The library keeps a location in 255 characters; a new save is written beside the old one.
+    std::string CheckSave(std::string const & sSave)
+    {
+        bool const bGood = sSave.size() < 240 && std::filesystem::path(sSave).filename().string().size() < 120;
+        return bGood ? "" : "the path of the save is too long: " + Quoted(sSave);
+    }
+
     // Turns the values into options; the message says what is wrong, if anything is.
     std::string Settle(Texts_s const & Texts, Options_s & Options)
     {
+        Options.sConfig = Texts.sConfig;
+        Options.bGameGiven = !Texts.sGame.empty();
+        Options.sGame = Options.bGameGiven ? Texts.sGame : Options.sGame;
         std::string sMessage = CheckGame(Texts.sGame);
         if (sMessage.empty() && !Texts.sFrames.empty())
         {
@@ -128,9 +159,12 @@ namespace
         {
             sMessage = MakeAbsolute(Texts.sLog.empty() ? "logs" : Texts.sLog, Options.sLogFolder);
         }
-        Options.sConfig = Texts.sConfig;
-        Options.sGame = Texts.sGame;
-        return sMessage;
+        if (sMessage.empty())
+        {
+            std::string const sDefault = Options.sLogFolder + "/" + Options.sGame + ".sav";
+            sMessage = MakeAbsolute(Texts.sSave.empty() ? sDefault : Texts.sSave, Options.sSave);
+        }
+        return sMessage.empty() ? CheckSave(Options.sSave) : sMessage;
     }
 }
 
@@ -148,12 +182,9 @@ bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::s
 std::string OptionsHelp()
 {
     std::string sHelp = "zqhost: a small game loop over a media tree.\n\n";
-    for (ValueOption_s const & Option : VALUE_OPTIONS)
-    {
-        sHelp += std::string("  ") + Option.szName + " " + Option.szHelp + "\n";
-    }
-    sHelp += "  --silent          show no dialogs; a broken precondition then ends the run\n"
-             "  --help            this text\n\n"
-             "Exit status: 0 done, 1 a service did not start, 2 bad command line, 3 no such media.\n";
+    auto const Add = [&](auto const & Option) { sHelp += Va("  %s %s\n", Option.szName, Option.szHelp); };
+    std::for_each(std::begin(VALUE_OPTIONS), std::end(VALUE_OPTIONS), Add);
+    std::for_each(std::begin(FLAG_OPTIONS), std::end(FLAG_OPTIONS), Add);
+    sHelp += "\nExit status: 0 done, 1 a service did not start, 2 bad command line, 3 no such media, 4 not saved.\n";
     return sHelp;
 }

@@ -9,17 +9,22 @@ enum Status_e : int
     STATUS_OK = 0,
     STATUS_FAILED = 1,   // a service did not start
     STATUS_USAGE = 2,    // the command line makes no sense
-    STATUS_MEDIA = 3     // no media, or not those that were asked for
+    STATUS_MEDIA = 3,    // no media, or not those that were asked for
+    STATUS_SAVE = 4      // the world could not be saved
 };
 
 /// What the command line says. Paths are absolute, without a separator at the end.
 struct Options_s
 {
-    std::string sMedia;       // empty: the library discovers the media
-    std::string sConfig;      // empty: no configuration
-    std::string sGame;        // empty: the library's default
+    std::string sMedia;    // empty: the library discovers the media
+    std::string sConfig;   // empty: no configuration
+    std::string sGame = "pqx";
+    bool bGameGiven = false;
     std::string sLogFolder;   // "logs" in the caller's current folder if none is given
+    std::string sSave;        // a file; beside the logs if none is given
     int nFrames = 480;
+    bool bNew = false;     // a new world, whatever is saved
+    bool bCache = false;   // start from the file system cache
     bool bSilent = false;
     bool bHelp = false;
 };

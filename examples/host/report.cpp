@@ -1,16 +1,12 @@
 #include "report.h"
 
 #include "listeners.h"
-#include "loop.h"
 #include "services.h"
+#include "settings.h"
 #include "survey.h"
 #include "texts.h"
-#include "world.h"
 
-#include "zqcore/ccryptrnd.h"
-#include "zqcore/cfile.h"
 #include "zqcore/cmemory.h"
-#include "zqcore/cwarehouse.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -20,11 +16,6 @@ namespace
     constexpr int TOP_EXTENSIONS = 10;
     constexpr int TOP_FILES = 5;
     constexpr int TOP_TABLES = 30;
-
-    void Title(char const * szTitle)
-    {
-        std::printf("\n%s\n", szTitle);
-    }
 
     void PrintMore(int nAll, int nShown)
     {
@@ -83,60 +74,39 @@ namespace
         PrintMore(Heard.nHeard, Heard.GetKept());
     }
 
-    // The table of the configuration that was chosen, if one was.
-    void PrintView()
-    {
-        Warehouse_c View;
-        int iWidth = 0, iHeight = 0;
-        bool const bSized = View.Open("view.txt") && View.FindIdent("width") && View.Get("value", iWidth)
-                            && View.FindIdent("height") && View.Get("value", iHeight);
-        if (bSized)
-        {
-            std::printf("  Shown at %i x %i, says view.txt of the configuration\n", iWidth, iHeight);
-        }
-    }
+}
 
-    void PrintShips(ModuleWorld_c const & World)
+bool ReportBegin(char const * szPart, char const * szTitle)
+{
+    bool const bTells = ModuleSettings_c::Get()->Tells(szPart);
+    if (bTells)
     {
-        std::printf("    %-12s %-16s %8s %8s %10s  %s\n", "ship", "type", "voyages", "crates", "profit", "where");
-        for (Ship_s const & Ship : World.GetShips())
-        {
-            std::printf("    %-12s %-16s %8i %8i %10s  %s %s\n", static_cast<char const *>(Ship.sIdent),
-                World.GetTypeName(Ship), Ship.nVoyages, Ship.nLanded, Sz(Grouped(Ship.iProfit)),
-                Ship.fMilesLeft > 0.0f ? "out of" : "in", World.GetHarbourName(Ship));
-        }
+        std::printf("\n%s\n", szTitle);
     }
-
-    void PrintGoods(ModuleWorld_c const & World)
-    {
-        std::printf("  Landed:");
-        char const * szSeparator = " ";
-        for (Good_s const & Good : World.GetGoods())
-        {
-            if (Good.nTraded > 0)
-            {
-                std::printf("%s%i %s", szSeparator, Good.nTraded, static_cast<char const *>(Good.sIdent));
-                szSeparator = ", ";
-            }
-        }
-        std::printf("\n");
-    }
+    return bTells;
 }
 
 void ReportServices(Services_c const & Services)
 {
-    Title("Services, in the order of their start");
+    if (!ReportBegin("services", "Services, in the order of their start"))
+    {
+        return;
+    }
     for (int i = 0; i < Services.GetCount(); ++i)
     {
         std::printf("    %i  %-22s %12s\n", i + 1, Services.GetName(i), Sz(Duration(Services.GetStartTime(i))));
     }
 }
 
-void ReportFiles(Survey_c const & Survey, Notes_s const & Notes)
+void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables, Notes_s const & Notes)
 {
-    Title("Files");
+    if (!ReportBegin("files", "Files"))
+    {
+        return;
+    }
     std::printf("  %s files in %s folders, %s\n", Sz(Grouped(Survey.GetFiles().GetLength())),
         Sz(Grouped(Survey.m_nFolders)), Sz(Size(static_cast<double>(Survey.m_nBytes))));
+    std::printf("  Known in %s from %s\n", Sz(Duration(tTables)), szSource);
     PrintExtensions(Survey.GetExtensions());
     PrintBiggest(Survey.GetFiles());
     PrintDuplicates(Survey.CountDuplicates(), Notes);
@@ -157,7 +127,10 @@ void ReportFiles(Survey_c const & Survey, Notes_s const & Notes)
 
 void ReportTables(Survey_c const & Survey)
 {
-    Title("Warehouse tables");
+    if (!ReportBegin("tables", "Warehouse tables"))
+    {
+        return;
+    }
     Survey_c::Tables_t const & dTables = Survey.GetTables();
     std::printf("  %s tables with %s rows, walked in %s\n", Sz(Grouped(dTables.GetLength())),
         Sz(Grouped(Survey.m_nRows)), Sz(Duration(Survey.m_tTables)));
@@ -169,40 +142,12 @@ void ReportTables(Survey_c const & Survey)
     PrintMore(dTables.GetLength(), nShown);
 }
 
-void ReportWorld(ModuleWorld_c const & World)
-{
-    Title("World");
-    if (World.IsEmpty())
-    {
-        std::printf("  Nothing sailed: %s.\n", World.GetWhyEmpty());
-        return;
-    }
-    unsigned char dNumber[4];
-    GetRandomBytes(dNumber, sizeof dNumber);
-    std::printf("  Game %02x%02x%02x%02x: %i days and %i hours over %i harbours\n", dNumber[0], dNumber[1], dNumber[2],
-        dNumber[3], World.GetHours() / 24, World.GetHours() % 24, World.GetHarbourCount());
-    PrintView();
-    PrintShips(World);
-    PrintGoods(World);
-    std::printf(
-        "  The purse: %s marks at first, %s now\n", Sz(Grouped(World.GetFirstPurse())), Sz(Grouped(World.GetPurse())));
-}
-
-void ReportFrames(FrameStats_s const & Stats)
-{
-    Title("Frames");
-    std::printf("  %s frames and %s idle beats; %u allocations in the busiest frame\n", Sz(Grouped(Stats.nFrames)),
-        Sz(Grouped(Stats.nIdle)), Stats.nMostAllocs);
-    if (Stats.nFrames > 0)
-    {
-        std::printf("  Work a frame: mean %s, worst %s (frame %i)\n", Sz(Duration(Stats.tTotal / Stats.nFrames)),
-            Sz(Duration(Stats.tWorst)), Stats.iWorstFrame);
-    }
-}
-
 void ReportMemory()
 {
-    Title("Memory");
+    if (!ReportBegin("memory", "Memory"))
+    {
+        return;
+    }
     mem::CategoryInfo dInfo[mem::TOTAL];
     std::ptrdiff_t iAllocs = 0, iBytes = 0, iMaxBytes = 0;
     MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
@@ -222,6 +167,9 @@ void ReportMemory()
 
 void ReportComplaints(Notes_s const & Notes)
 {
-    Title("Complaints");
+    if (!ReportBegin("complaints", "Complaints"))
+    {
+        return;
+    }
     PrintHeard("Warnings", Notes.Complaints);
 }

@@ -1,17 +1,28 @@
-// report.h: what the host tells the person who ran it, on standard output.
+// report.h: what the host tells the person who ran it, on standard output, in parts that the settings choose.
 #pragma once
 
 struct FrameStats_s;
 struct Notes_s;
+struct SaveResult_s;
 class ModuleWorld_c;
 class Services_c;
 class Survey_c;
 
+/// Begins a part with its title; false if the settings leave the part out.
+bool ReportBegin(char const * szPart, char const * szTitle);
+
 void ReportServices(Services_c const & Services);
-void ReportFiles(Survey_c const & Survey, Notes_s const & Notes);
+
+/// szSource: where the tables of files came from, in tTables seconds.
+void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables, Notes_s const & Notes);
+
 void ReportTables(Survey_c const & Survey);
+
+void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World);
+void ReportNotLoaded(char const * szWhy);
 void ReportWorld(ModuleWorld_c const & World);
 void ReportFrames(FrameStats_s const & Stats);
+void ReportSave(SaveResult_s const & Result, ModuleWorld_c const & World);
 
 /// Live blocks and bytes, and the peak, of each category that was ever used.
 void ReportMemory();

@@ -29,3 +29,15 @@ double Services_c::GetStartTime(int iService) const
     double const tBefore = iService > 0 ? m_dMarks[iService - 1].GetTime() : m_tStart;
     return m_dMarks[iService].GetTime() - tBefore;
 }
+
+double Services_c::GetStartTime(Module_c const & Module) const
+{
+    for (int i = 0; i < m_nServices; ++i)
+    {
+        if (m_dMarks[i].GetWatched() == &Module)
+        {
+            return GetStartTime(i);
+        }
+    }
+    return 0.0;
+}

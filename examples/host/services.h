@@ -43,6 +43,7 @@ public:
     /// The name of a module, in the order of adding, and the seconds that its start took.
     char const * GetName(int iService) const { return m_dMarks[iService].GetWatched()->GetName(); }
     double GetStartTime(int iService) const;
+    double GetStartTime(Module_c const & Module) const;
 
 private:
     StartMark_c m_dMarks[MAX_SERVICES];

@@ -9,7 +9,7 @@ namespace plat
 {
     namespace
     {
-        constexpr std::int64_t NANOSECONDS = 1000000000; // in a second
+        constexpr std::int64_t NANOSECONDS = 1000000000;   // in a second
 
         std::int64_t MonotonicNanoseconds()
         {

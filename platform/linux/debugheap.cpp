@@ -66,7 +66,11 @@ namespace plat
 
         bool IsGap(std::uint8_t const * pBytes)
         {
-            return std::all_of(pBytes, pBytes + GAP, [](std::uint8_t i) { return i == FILL_GAP; });
+            constexpr std::uint32_t GAP_WORD = FILL_GAP * 0x01010101u;
+            std::uint32_t iWord;
+            static_assert(sizeof iWord == GAP);
+            std::memcpy(&iWord, pBytes, sizeof iWord);
+            return iWord == GAP_WORD;
         }
 
         HeapBlock_t Describe(Header_s * pHeader)

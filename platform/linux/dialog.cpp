@@ -12,7 +12,7 @@ namespace plat
     {
         struct Choice_t
         {
-            char cKey; // what the user types
+            char cKey;   // what the user types
             char const * szLabel;
             DialogAnswer_e eAnswer;
         };
@@ -21,7 +21,7 @@ namespace plat
         {
             int nChoices;
             Choice_t dChoices[3];
-            DialogAnswer_e eUnattended; // lets the program go on
+            DialogAnswer_e eUnattended;   // lets the program go on
         };
 
         // In the order of DialogButtons_e.

@@ -4,8 +4,10 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/openfile.h"
+#include "platform/linux/spelling.h"
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -73,6 +75,28 @@ namespace plat
     bool FileFinish(File_t hFile)
     {
         return close(DescriptorOf(hFile)) == 0 || errno == EINTR;
+    }
+
+    bool FileReplace(char const * szFrom, char const * szTo)
+    {
+        DiskPath_c From(szFrom);
+        Descriptor_c const File(From.Try([](char const * szTry) { return open(szTry, O_RDONLY | O_CLOEXEC); }));
+        if (!File.IsOpen() || !IsRegular(File.Get()) || !Claim(File.Get()) || fsync(File.Get()) != 0)
+        {
+            return false;
+        }
+        DiskPath_c To(szTo);
+        struct stat Stat;
+        if (To.Try([&Stat](char const * szTry) { return stat(szTry, &Stat); }) != 0)
+        {
+            To.SpellFolder();
+        }
+        else if (!S_ISREG(Stat.st_mode))
+        {
+            errno = EINVAL;
+            return false;
+        }
+        return rename(From.Get(), To.Get()) == 0;
     }
 
     void FoldersCreate(char const * szFilePath)

@@ -26,13 +26,13 @@ namespace plat
 
         FolderIdentity_t Identity;
         std::vector<FolderEntry_t> dEntries;
-        std::vector<char> dNames; // terminated, one behind the other; the entries point into it
-        bool bFolded = true;      // whether all names are
+        std::vector<char> dNames;   // terminated, one behind the other; the entries point into it
+        bool bFolded = true;        // whether all names are
     };
 
     namespace
     {
-        constexpr std::size_t ENTRIES_AT_FIRST = 64; // room that most folders never outgrow
+        constexpr std::size_t ENTRIES_AT_FIRST = 64;   // room that most folders never outgrow
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
 
         enum class Entry_e
@@ -186,7 +186,7 @@ namespace plat
     std::vector<char const *> FolderListing_c::Contents_s::UnfoldedNames() const
     {
         std::vector<char const *> dUnfolded;
-        std::size_t nAlike = 0; // names at the end of dUnfolded that are like the last one
+        std::size_t nAlike = 0;   // names at the end of dUnfolded that are like the last one
         for (std::size_t iEntry = 0; !bFolded && iEntry < dEntries.size(); ++iEntry)
         {
             char const * const szName = dEntries[iEntry].szName;

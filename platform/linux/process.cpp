@@ -66,7 +66,7 @@ namespace plat
 
     bool ProcessSetCurrentFolder(wchar_t const * szFolder)
     {
-        char szPath[PATH_MAX * 4]; // the longest path that DiskPath_c still has to judge
+        char szPath[PATH_MAX * 4];   // the longest path that DiskPath_c still has to judge
         Utf8FromWide(szPath, sizeof(szPath), szFolder);
         return DiskPath_c(szPath).Try([](char const * szTry) { return chdir(szTry); }) == 0;
     }

@@ -65,8 +65,8 @@ namespace plat
 
             char const * At(std::uint32_t iOffset) const { return m_sText.c_str() + iOffset; }
 
-            std::string m_sText;                   // terminated names, one behind the other
-            std::vector<std::uint32_t> m_dOffsets; // into m_sText, in the order of listings
+            std::string m_sText;                     // terminated names, one behind the other
+            std::vector<std::uint32_t> m_dOffsets;   // into m_sText, in the order of listings
         };
 
         struct KeyHash_s
@@ -315,7 +315,7 @@ namespace plat
         m_szPath[iBegin] = 0;
         int const nFound = FindInFolder(iBegin > 0 ? m_szPath : ".", szName);
         std::memcpy(m_szPath + iBegin, szName, nName);
-        if (nFound == 1) // with several, another exact name may be asked for next
+        if (nFound == 1)   // with several, another exact name may be asked for next
         {
             RecordName(Folder, szName);
         }

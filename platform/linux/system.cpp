@@ -77,7 +77,7 @@ namespace plat
                 Facts.nPhysicalFree = PhysicalFree(std::uint64_t(Info.freeram) * Info.mem_unit);
             }
             constexpr bool WIDE = sizeof(void *) == 8;
-            Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32); // what the processor lets a process address
+            Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32);   // what the processor lets a process address
             rlimit Limit;
             if (getrlimit(RLIMIT_AS, &Limit) == 0 && Limit.rlim_cur < Facts.nVirtualTotal)
             {

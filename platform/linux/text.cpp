@@ -15,9 +15,9 @@ namespace plat
         // The forms of UTF-8 (RFC 3629), by the number of bytes that follow the first.
         struct Form_t
         {
-            unsigned char bMask, bLead; // the first byte's fixed bits
+            unsigned char bMask, bLead;   // the first byte's fixed bits
             int nFollowing;
-            char32_t cFirst; // a smaller value must be written shorter
+            char32_t cFirst;   // a smaller value must be written shorter
         };
         constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
             { 0xF8, 0xF0, 3, 0x10000 } };

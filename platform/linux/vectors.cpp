@@ -85,7 +85,7 @@ namespace plat
         {
             __builtin_cpu_init();
             Sum_t const fnSum = __builtin_cpu_supports("avx512f") ? SumAvx512
-                : __builtin_cpu_supports("avx2")                  ? SumAvx2
+                                : __builtin_cpu_supports("avx2")  ? SumAvx2
                                                                   : SumBaseline;
             g_fnSum.store(fnSum, std::memory_order_relaxed);
             return fnSum(pFirst, pSecond, nNumbers);

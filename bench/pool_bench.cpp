@@ -1,0 +1,223 @@
+// The element pools, the multi-size pool and the reference counts beside the allocators that a user would pick instead.
+#include "zqcore/ccom.h"
+#include "zqcore/cgigapool.h"
+#include "zqcore/chwm.h"
+
+#include <benchmark/benchmark.h>
+#include <boost/pool/pool.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <memory_resource>
+#include <numeric>
+#include <random>
+#include <vector>
+
+namespace
+{
+    constexpr int ELEMENTS = 100000;
+    constexpr std::size_t SIZE = 64;
+
+    enum class Order_e
+    {
+        Lifo,
+        Fifo,
+        Random
+    };
+
+    // The order in which blocks are freed, by index.
+    std::vector<std::size_t> FreeOrder(Order_e eOrder)
+    {
+        std::vector<std::size_t> dOrder(ELEMENTS);
+        std::iota(dOrder.begin(), dOrder.end(), std::size_t{ 0 });
+        if (eOrder == Order_e::Lifo)
+        {
+            std::reverse(dOrder.begin(), dOrder.end());
+        }
+        else if (eOrder == Order_e::Random)
+        {
+            std::shuffle(dOrder.begin(), dOrder.end(), std::mt19937(5));
+        }
+        return dOrder;
+    }
+
+    // Sizes of blocks: all the same, or mixed as small objects are, more of the small ones.
+    std::vector<std::size_t> Sizes(bool bMixed)
+    {
+        std::vector<std::size_t> dSizes(ELEMENTS, SIZE);
+        std::mt19937 Random(9);
+        for (std::size_t i = 0; bMixed && i < dSizes.size(); ++i)
+        {
+            dSizes[i] = 1 + Random() % (16u << Random() % 5);
+        }
+        return dSizes;
+    }
+
+    // Takes all blocks and gives them back; the time is that of one pair.
+    template <typename ALLOCATOR>
+    void Pairs(benchmark::State & State, Order_e eOrder, bool bMixed, ALLOCATOR && Allocator)
+    {
+        std::vector<std::size_t> const dOrder = FreeOrder(eOrder);
+        std::vector<std::size_t> const dSizes = Sizes(bMixed);
+        std::vector<void *> dBlocks(ELEMENTS);
+        while (State.KeepRunningBatch(ELEMENTS))
+        {
+            for (std::size_t i = 0; i < dBlocks.size(); ++i)
+            {
+                dBlocks[i] = Allocator.Take(dSizes[i]);
+            }
+            for (std::size_t const i : dOrder)
+            {
+                Allocator.Give(dBlocks[i], dSizes[i]);
+            }
+        }
+    }
+
+    struct StaticPool_s
+    {
+        void * Take(std::size_t) { return Pool.Alloc(false); }
+        void Give(void * p, std::size_t) { Pool.Free(p, false); }
+        GigaPoolStatic_c Pool{ ELEMENTS, SIZE };
+    };
+
+    struct ResizeablePool_s
+    {
+        void * Take(std::size_t) { return Pool.Alloc(false); }
+        void Give(void * p, std::size_t) { Pool.Free(p, false); }
+        GigaPoolResizeable_c Pool{ ELEMENTS, SIZE };
+    };
+
+    struct MultiPool_s
+    {
+        MultiPool_s()
+        {
+            for (unsigned nBytes : { 16u, 32u, 64u, 128u, 256u })
+            {
+                Pool.AddGroup(nBytes, ELEMENTS / 5);
+            }
+        }
+        void * Take(std::size_t nBytes) { return Pool.Alloc(static_cast<unsigned>(nBytes), false); }
+        void Give(void * p, std::size_t) { Pool.Free(p, false); }
+        StaticMemoryPool_c Pool{ "bench" };
+    };
+
+    struct BoostPool_s
+    {
+        void * Take(std::size_t) { return Pool.malloc(); }
+        void Give(void * p, std::size_t) { Pool.free(p); }
+        boost::pool<> Pool{ SIZE };
+    };
+
+    struct Glibc_s
+    {
+        void * Take(std::size_t nBytes) { return std::malloc(nBytes); }
+        void Give(void * p, std::size_t) { std::free(p); }
+    };
+
+    struct StdPool_s
+    {
+        void * Take(std::size_t nBytes) { return Pool.allocate(nBytes); }
+        void Give(void * p, std::size_t nBytes) { Pool.deallocate(p, nBytes); }
+
+        // The pool's own blocks come from malloc, so that the tracked heap is no part of the figure.
+        struct Malloc_s : std::pmr::memory_resource
+        {
+            void * do_allocate(std::size_t nBytes, std::size_t nAlign) override
+            {
+                return std::aligned_alloc(nAlign, (nBytes + nAlign - 1) / nAlign * nAlign);
+            }
+            void do_deallocate(void * p, std::size_t, std::size_t) override { std::free(p); }
+            bool do_is_equal(std::pmr::memory_resource const & Other) const noexcept override { return this == &Other; }
+        };
+        Malloc_s Upstream;
+        std::pmr::unsynchronized_pool_resource Pool{ &Upstream };
+    };
+
+    // Linked in the ordinary way it would replace malloc for the whole process, and every row with it.
+    struct Mimalloc_s
+    {
+        void * Take(std::size_t nBytes) { return fnMalloc(nBytes); }
+        void Give(void * p, std::size_t) { fnFree(p); }
+
+        void * hLibrary = ::dlopen("libmimalloc.so.2", RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
+        void * (*fnMalloc)(std::size_t) = hLibrary ? reinterpret_cast<void * (*)(std::size_t)>(
+                                              ::dlsym(hLibrary, "mi_malloc"))
+                                                   : nullptr;
+        void (*fnFree)(void *) = hLibrary ? reinterpret_cast<void (*)(void *)>(::dlsym(hLibrary, "mi_free")) : nullptr;
+    };
+
+    template <typename ALLOCATOR>
+    void Run(benchmark::State & State, Order_e eOrder, bool bMixed)
+    {
+        Pairs(State, eOrder, bMixed, ALLOCATOR());
+    }
+
+    template <>
+    void Run<Mimalloc_s>(benchmark::State & State, Order_e eOrder, bool bMixed)
+    {
+        Mimalloc_s Allocator;
+        if (!Allocator.fnMalloc || !Allocator.fnFree)
+        {
+            State.SkipWithError("libmimalloc is not installed");
+            return;
+        }
+        Pairs(State, eOrder, bMixed, Allocator);
+    }
+
+    template <typename ALLOCATOR>
+    void Register(std::string const & sWork, char const * szAllocator, bool bMixed)
+    {
+        for (auto const & [szOrder, eOrder] :
+            { std::pair{ "lifo", Order_e::Lifo }, { "fifo", Order_e::Fifo }, { "random", Order_e::Random } })
+        {
+            benchmark::RegisterBenchmark(
+                (sWork + "/" + szOrder + "/" + szAllocator).c_str(), Run<ALLOCATOR>, eOrder, bMixed);
+        }
+    }
+
+    [[maybe_unused]] bool const g_bRegistered = []
+    {
+        for (std::string const sWork : { "Pool64/static", "Pool64/resizeable" })
+        {
+            sWork.ends_with("static") ? Register<StaticPool_s>(sWork, "ours", false)
+                                      : Register<ResizeablePool_s>(sWork, "ours", false);
+            Register<BoostPool_s>(sWork, "boost_pool", false);
+            Register<Glibc_s>(sWork, "glibc", false);
+            Register<Mimalloc_s>(sWork, "mimalloc", false);
+            Register<StdPool_s>(sWork, "std_pmr_pool", false);
+        }
+        for (bool const bMixed : { false, true })
+        {
+            std::string const sWork = bMixed ? "MultiPool/1to256" : "MultiPool/64";
+            Register<MultiPool_s>(sWork, "ours", bMixed);
+            Register<Glibc_s>(sWork, "glibc", bMixed);
+            Register<Mimalloc_s>(sWork, "mimalloc", bMixed);
+            Register<StdPool_s>(sWork, "std_pmr_pool", bMixed);
+        }
+        return true;
+    }();
+
+    class Object_c : public ComObject_c
+    {
+        void Dispose() const override {}
+    };
+
+    // AddRef on all objects, then Release on all: the time of one call each, with the ledger.
+    void References(benchmark::State & State)
+    {
+        std::vector<Object_c> dObjects(static_cast<std::size_t>(State.range(0)));
+        while (State.KeepRunningBatch(State.range(0)))
+        {
+            for (Object_c const & Object : dObjects)
+            {
+                COM_ADDREF(&Object, &dObjects);
+            }
+            for (Object_c const & Object : dObjects)
+            {
+                COM_RELEASE(&Object, &dObjects);
+            }
+        }
+    }
+    BENCHMARK(References)->Name("Com/addref_release/ours")->Arg(1)->Arg(1000)->Arg(100000);
+}

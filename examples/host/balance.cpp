@@ -1,0 +1,70 @@
+#include "balance.h"
+
+#include "bay.h"
+
+#include "zqcore/cfile.h"
+#include "zqcore/clog.h"
+#include "zqcore/cspreadsheet.h"
+
+#include <cmath>
+
+namespace
+{
+    constexpr float MAX_FACTOR = 10.0f;
+
+    void ReadFactor(Spreadsheet_c & Sheet, BalanceColumn_s const & Column, Balance_s & Balance)
+    {
+        float fFactor = 0.0f;
+        if (Sheet.Get(Column.szName, fFactor) && fFactor >= 0.0f && fFactor <= MAX_FACTOR)
+        {
+            Balance.*Column.pFactor = fFactor;
+        }
+        else
+        {
+            Log("balance: level \"%s\" has no factor from 0 to %.0f for %s", static_cast<char const *>(Balance.sLevel),
+                static_cast<double>(MAX_FACTOR), Column.szName);
+        }
+    }
+
+    void Scale(int & iNumber, float fFactor)
+    {
+        iNumber = static_cast<int>(std::lround(static_cast<double>(iNumber) * static_cast<double>(fFactor)));
+    }
+}
+
+Balance_s BalanceRead(char const * szFile, char const * szLevel)
+{
+    Balance_s Balance;
+    Balance.sLevel = szLevel;
+    Spreadsheet_c Sheet;
+    if (!FileExists(szFile) || !Sheet.Open(szFile))
+    {
+        return Balance;
+    }
+    if (!Sheet.FindFirstCell("level", szLevel))
+    {
+        Log("balance: %s has no level \"%s\"", szFile, szLevel);
+        return Balance;
+    }
+    for (BalanceColumn_s const & Column : BALANCE_COLUMNS)
+    {
+        ReadFactor(Sheet, Column, Balance);
+    }
+    return Balance;
+}
+
+void BalanceApply(Balance_s const & Balance, Bay_s & Bay)
+{
+    for (Good_s & Good : Bay.dGoods)
+    {
+        Scale(Good.iLowest, Balance.fPrices);
+        Scale(Good.iHighest, Balance.fPrices);
+        Scale(Good.nSpoils, Balance.fSpoils);
+        Good.nSpoils = Good.nSpoils > 1000 ? 1000 : Good.nSpoils;
+    }
+    for (ShipType_s & Type : Bay.dTypes)
+    {
+        Scale(Type.iUpkeep, Balance.fUpkeep);
+    }
+    Scale(Bay.nDues, Balance.fDues);
+}

@@ -1,0 +1,190 @@
+// What happens in the bay, hour by hour.
+#include "bay.h"
+
+#include "zqcore/clogf.h"
+
+#include <algorithm>
+
+namespace
+{
+    constexpr int GALE = 30;                 // knots of wind from which a ship goes no faster
+    constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor wants
+    constexpr char const * LOG = "harbour.log";
+
+    void MakeAndEat(Bay_s const & Bay, Harbour_s & Harbour)
+    {
+        for (Good_s const & Good : Bay.dGoods)
+        {
+            float const fDay = &Good == Harbour.pMakes   ? static_cast<float>(Harbour.nOutput)
+                               : &Good == Harbour.pWants ? static_cast<float>(-Harbour.nAppetite)
+                                                         : -OTHER_APPETITE;
+            float & fStock = Harbour.dStock[Good.iNumber];
+            fStock = std::clamp(fStock + fDay / HOURS, 0.0f, static_cast<float>(Harbour.nQuay));
+        }
+    }
+
+    // The winds follow each other, round and round, and each rises to noon and falls to midnight.
+    int Knots(Bay_s const & Bay)
+    {
+        int nRound = 0;
+        for (Wind_s const & Wind : Bay.dWinds)
+        {
+            nRound += Wind.nDays;
+        }
+        int iDay = Bay.nHours / HOURS % nRound;
+        Wind_s const * pWind = Bay.dWinds.begin();
+        for (; iDay >= pWind->nDays; ++pWind)
+        {
+            iDay -= pWind->nDays;
+        }
+        int const iFromMidnight = HOURS / 2 - std::abs(Bay.nHours % HOURS - HOURS / 2);
+        return pWind->iLowest + (pWind->iHighest - pWind->iLowest) * iFromMidnight / (HOURS / 2);
+    }
+
+    // The fuller the quay, the lower the price.
+    int Price(Harbour_s const & Harbour, Good_s const & Good)
+    {
+        float const fFill = Harbour.dStock[Good.iNumber] / static_cast<float>(Harbour.nQuay);
+        return Good.iHighest - static_cast<int>(fFill * static_cast<float>(Good.iHighest - Good.iLowest));
+    }
+
+    void Earn(Ship_s & Ship, long long iMarks)
+    {
+        Ship.iProfit += iMarks;
+        Ship.pHouse->iPurse += iMarks;
+    }
+
+    void Land(Bay_s & Bay, Ship_s & Ship, Harbour_s & Harbour)
+    {
+        Earn(Ship, -Bay.nDues);
+        int const nCrates = static_cast<int>(Ship.fCrates);
+        if (nCrates == 0)
+        {
+            return;
+        }
+        int const iPrice = Price(Harbour, *Ship.pCargo);
+        float & fStock = Harbour.dStock[Ship.pCargo->iNumber];
+        fStock = std::min(fStock + static_cast<float>(nCrates), static_cast<float>(Harbour.nQuay));
+        Ship.pCargo->nTraded += nCrates;
+        Ship.nLanded += nCrates;
+        Ship.fCrates = 0.0f;
+        Earn(Ship, static_cast<long long>(nCrates) * iPrice);
+        Logf(LOG, "day %3i, %02i:00  %s lands %i crates of %s at %s for %i marks each", Bay.nHours / HOURS,
+            Bay.nHours % HOURS, static_cast<char const *>(Ship.sIdent), nCrates,
+            static_cast<char const *>(Ship.pCargo->sName), static_cast<char const *>(Harbour.sName), iPrice);
+    }
+
+    // Buys what the harbour makes, if it is worth more where the ship goes.
+    void Load(Ship_s & Ship, Harbour_s & Harbour)
+    {
+        Ship.pCargo = Harbour.pMakes;
+        int const iPrice = Price(Harbour, *Ship.pCargo);
+        if (Price(Ship.To(), *Ship.pCargo) <= iPrice || Ship.pHouse->iPurse < iPrice)
+        {
+            return;
+        }
+        float & fStock = Harbour.dStock[Ship.pCargo->iNumber];
+        long long const nAffordable = Ship.pHouse->iPurse / std::max(iPrice, 1);
+        auto const nCrates =
+            static_cast<int>(std::min<long long>(nAffordable, std::min(Ship.pType->nHold, static_cast<int>(fStock))));
+        fStock -= static_cast<float>(nCrates);
+        Ship.fCrates = static_cast<float>(nCrates);
+        Earn(Ship, -static_cast<long long>(nCrates) * iPrice);
+    }
+
+    // The crew and that of the ship which called here before tell each other the news.
+    void Meet(Ship_s & Ship, Harbour_s & Harbour)
+    {
+        if (Harbour.pLastCaller && Harbour.pLastCaller != &Ship)
+        {
+            Ship.pMet = Harbour.pLastCaller;
+            Ship.pMet->pMet = &Ship;
+        }
+        Harbour.pLastCaller = &Ship;
+    }
+
+    void Sail(Bay_s & Bay, Ship_s & Ship)
+    {
+        ShipType_s const & Type = *Ship.pType;
+        int const iSpeed = Type.iSlowest + (Type.iFastest - Type.iSlowest) * std::min(Knots(Bay), GALE) / GALE;
+        Ship.fMilesLeft -= static_cast<float>(iSpeed);
+        Ship.fCrates -= Ship.fCrates * static_cast<float>(Ship.pCargo->nSpoils) / (1000.0f * HOURS);
+        if (Ship.fMilesLeft <= 0.0f)
+        {
+            Ship.pDuty = &g_InPort;
+            Ship.nPortHours = Bay.nPortHours;
+            Ship.bOutward = !Ship.bOutward;
+            ++Ship.nVoyages;
+            Land(Bay, Ship, Ship.From());
+            Meet(Ship, Ship.From());
+        }
+    }
+
+    void WaitInPort(Bay_s &, Ship_s & Ship)
+    {
+        if (--Ship.nPortHours <= 0)
+        {
+            Load(Ship, Ship.From());
+            Ship.fMilesLeft = static_cast<float>(Ship.pRoute->nMiles);
+            Ship.pDuty = &g_AtSea;
+        }
+    }
+
+    // A mark a hand.
+    void PayCrew(Ship_s & Ship)
+    {
+        Earn(Ship, -static_cast<long long>(Ship.pType->iUpkeep + Ship.pType->nCrew));
+    }
+}
+
+House_s g_House;
+Duty_s g_AtSea = { "out of", Sail };
+Duty_s g_InPort = { "in", WaitInPort };
+
+void BayHour(Bay_s & Bay)
+{
+    for (Harbour_s & Harbour : Bay.dHarbours)
+    {
+        MakeAndEat(Bay, Harbour);
+    }
+    for (Ship_s * const pShip : Bay.dShips)
+    {
+        pShip->pDuty->fnHour(Bay, *pShip);
+        if (Bay.nHours % HOURS == 0)
+        {
+            PayCrew(*pShip);
+        }
+    }
+    ++Bay.nHours;
+    MissionCheck(Bay);
+}
+
+void BayFreeShips(Bay_s & Bay)
+{
+    for (Ship_s * const pShip : Bay.dShips)
+    {
+        delete pShip;
+    }
+    Bay.dShips.Reset();
+    for (Harbour_s & Harbour : Bay.dHarbours)
+    {
+        Harbour.pLastCaller = nullptr;
+    }
+}
+
+void BayReset(Bay_s & Bay)
+{
+    BayFreeShips(Bay);
+    Bay.dGoods.Reset();
+    Bay.dHarbours.Reset();
+    Bay.dRoutes.Reset();
+    Bay.dWinds.Reset();
+    Bay.dTypes.Reset();
+    Bay.Mission.dGoals.Reset();
+    Bay.Mission.sTitle = "";
+    Bay.nDues = 0;
+    Bay.nPortHours = 1;
+    Bay.dwGame = 0;
+    Bay.nHours = 0;
+    g_House = House_s();
+}

@@ -1,0 +1,154 @@
+// bay.h: the host's game, a bay where ships carry goods between harbours.
+//
+// What the bay is made of comes from the media: goods, harbours, routes, winds and types of ships are definitions that
+// stay where they are while the game lasts, so everybody points at them. Ships belong to the bay. The same media and
+// the same number of hours give the same voyages. One game at a time: the house that owns the ships is static.
+#pragma once
+
+#include "mission.h"
+
+#include "zqcore/carray.h"
+#include "zqcore/cstring.h"
+
+#include <cstdint>
+
+class Serializeable_c;
+struct Bay_s;
+struct Ship_s;
+
+using Name_t = String_T<64>;
+
+template <typename T>
+using Items_T = Array_T<T, 16, 0>;
+
+inline constexpr int MAX_GOODS = 32;
+inline constexpr int HOURS = 24;   // in a day
+
+struct Good_s
+{
+    Name_t sIdent, sName;
+    int iNumber = 0;                 // in the table
+    int iLowest = 0, iHighest = 0;   // marks a crate
+    int nSpoils = 0;                 // crates of a thousand that a day at sea costs
+    int nTraded = 0;                 // crates landed so far
+};
+
+struct Harbour_s
+{
+    Name_t sIdent, sName;
+    Good_s * pMakes = nullptr;
+    Good_s * pWants = nullptr;
+    int nOutput = 0, nAppetite = 0;   // crates a day
+    int nQuay = 0;                    // crates of one good that find room
+    float dStock[MAX_GOODS] = {};     // crates on the quay, by the good's number
+    Ship_s * pLastCaller = nullptr;
+};
+
+struct Route_s
+{
+    Name_t sIdent;
+    Harbour_s * pFrom = nullptr;
+    Harbour_s * pTo = nullptr;
+    int nMiles = 0;
+};
+
+struct Wind_s
+{
+    Name_t sIdent, sName;
+    int iLowest = 0, iHighest = 0;   // knots
+    int nDays = 0;
+};
+
+struct ShipType_s
+{
+    Name_t sIdent, sName;
+    int nHold = 0;                    // crates
+    int iSlowest = 0, iFastest = 0;   // knots in a calm and in a gale
+    int nCrew = 0;
+    int iUpkeep = 0;   // marks a day
+};
+
+/// Owns ships.
+struct House_s
+{
+    long long iFirstPurse = 0, iPurse = 0;   // marks
+};
+
+/// What a ship is about, and what an hour of it brings.
+struct Duty_s
+{
+    char const * szWhere;
+    void (*fnHour)(Bay_s & Bay, Ship_s & Ship);
+};
+
+/// Static objects: ships point at them, in every run.
+extern House_s g_House;
+extern Duty_s g_AtSea, g_InPort;
+
+struct Ship_s
+{
+    Name_t sIdent, sCaptain;
+    int iNumber = 0;   // in the fleet; hours pass in this order
+    ShipType_s * pType = nullptr;
+    Route_s * pRoute = nullptr;
+    House_s * pHouse = &g_House;
+    Duty_s const * pDuty = &g_InPort;
+    Ship_s * pMet = nullptr;   // the last ship whose news it heard
+    Good_s * pCargo = nullptr;
+    bool bOutward = true;      // on the way from the route's first harbour
+    float fMilesLeft = 0.0f;   // at sea
+    int nPortHours = 0;        // in port: until it sails
+    float fCrates = 0.0f;
+    int nVoyages = 0, nLanded = 0;
+    long long iProfit = 0;   // marks
+
+    /// The harbours that the ship lies in or last left, and goes to next.
+    Harbour_s & From() const { return bOutward ? *pRoute->pFrom : *pRoute->pTo; }
+    Harbour_s & To() const { return bOutward ? *pRoute->pTo : *pRoute->pFrom; }
+};
+
+/// All there is.
+struct Bay_s
+{
+    Items_T<Good_s> dGoods;
+    Items_T<Harbour_s> dHarbours;
+    Items_T<Route_s> dRoutes;
+    Items_T<Wind_s> dWinds;
+    Items_T<ShipType_s> dTypes;
+    Items_T<Ship_s *> dShips;   // owned
+    Mission_s Mission;
+    int nDues = 0, nPortHours = 1;   // rules: marks for each call, hours in port
+    std::uint32_t dwGame = 0;        // tells games apart, from the end of the first day on
+    int nHours = 0;                  // that have passed
+};
+
+/// The item of that ident; null if there is none.
+template <typename T>
+T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
+{
+    for (T & Item : dItems)
+    {
+        if (StrCompareNoCase(Item.sIdent, szIdent) == 0)
+        {
+            return &Item;
+        }
+    }
+    return nullptr;
+}
+
+/// Fills an empty bay from the media's tables. Why there is no game in them; empty if all is well.
+String_T<64> BayReadTables(Bay_s & Bay);
+
+/// An hour.
+void BayHour(Bay_s & Bay);
+
+/// Frees the ships; and everything.
+void BayFreeShips(Bay_s & Bay);
+void BayReset(Bay_s & Bay);
+
+/// Tells the graph's pass about the static objects. Once, before the first pass.
+void BayRegisterStatics();
+
+/// Stores the game, or loads it over one that was just begun from the media. What is wrong with the loaded data, which
+/// fails the archive; the bay is then good for a BayReset only.
+String_T<256> BaySerialize(Serializeable_c & Archive, Bay_s & Bay);

@@ -1,0 +1,184 @@
+// The bay's tables: which files, which columns, and what makes a row acceptable.
+#include "bay.h"
+
+#include "zqcore/clog.h"
+#include "zqcore/cwarehouse.h"
+
+namespace
+{
+    constexpr int MAX_NUMBER = 1000000;   // of any cell, so that sums stay far from their limits
+
+    bool ReadName(Warehouse_c const & Table, char const * szColumn, Name_t & sName)
+    {
+        return Table.Get(szColumn, sName.GetBuffer(), Name_t::Capacity()) && !sName.IsEmpty();
+    }
+
+    bool ReadIdent(Warehouse_c const & Table, Name_t & sIdent)
+    {
+        return Table.GetWorkIdent(sIdent.GetBuffer(), Name_t::Capacity());
+    }
+
+    bool ReadNumber(Warehouse_c const & Table, char const * szColumn, int iLeast, int & iNumber)
+    {
+        return Table.Get(szColumn, iNumber) && iNumber >= iLeast && iNumber <= MAX_NUMBER;
+    }
+
+    // A cell like 12-34.
+    bool ReadRange(Warehouse_c const & Table, char const * szColumn, int & iLowest, int & iHighest)
+    {
+        return Table.Get(szColumn, iLowest, iHighest) && iLowest >= 0 && iLowest <= iHighest && iHighest <= MAX_NUMBER;
+    }
+
+    // A cell that names an item of another table.
+    template <typename T>
+    bool ReadReference(Warehouse_c const & Table, char const * szColumn, Items_T<T> & dItems, T *& pItem)
+    {
+        Name_t sIdent;
+        pItem = ReadName(Table, szColumn, sIdent) ? FindByIdent(dItems, sIdent) : nullptr;
+        return pItem != nullptr;
+    }
+
+    bool ReadGood(Bay_s & Bay, Warehouse_c const & Table)
+    {
+        Good_s Good;
+        Good.iNumber = Bay.dGoods.GetLength();
+        bool const bGood = Good.iNumber < MAX_GOODS && ReadIdent(Table, Good.sIdent)
+                           && ReadName(Table, "name", Good.sName)
+                           && ReadRange(Table, "price", Good.iLowest, Good.iHighest)
+                           && ReadNumber(Table, "spoils", 0, Good.nSpoils) && Good.nSpoils <= 1000;
+        return bGood && Bay.dGoods.Add(Good) >= 0;
+    }
+
+    bool ReadHarbour(Bay_s & Bay, Warehouse_c const & Table)
+    {
+        Harbour_s Harbour;
+        bool const bGood = ReadIdent(Table, Harbour.sIdent) && ReadName(Table, "name", Harbour.sName)
+                           && ReadReference(Table, "makes", Bay.dGoods, Harbour.pMakes)
+                           && ReadReference(Table, "wants", Bay.dGoods, Harbour.pWants)
+                           && ReadNumber(Table, "output", 0, Harbour.nOutput)
+                           && ReadNumber(Table, "appetite", 0, Harbour.nAppetite)
+                           && ReadNumber(Table, "quay", 1, Harbour.nQuay);
+        return bGood && Bay.dHarbours.Add(Harbour) >= 0;
+    }
+
+    bool ReadRoute(Bay_s & Bay, Warehouse_c const & Table)
+    {
+        Route_s Route;
+        bool const bGood = ReadIdent(Table, Route.sIdent) && ReadReference(Table, "from", Bay.dHarbours, Route.pFrom)
+                           && ReadReference(Table, "to", Bay.dHarbours, Route.pTo)
+                           && ReadNumber(Table, "miles", 1, Route.nMiles);
+        return bGood && Bay.dRoutes.Add(Route) >= 0;
+    }
+
+    bool ReadWind(Bay_s & Bay, Warehouse_c const & Table)
+    {
+        Wind_s Wind;
+        bool const bGood = Bay.dWinds.GetLength() < 365 && ReadIdent(Table, Wind.sIdent)
+                           && ReadName(Table, "name", Wind.sName)
+                           && ReadRange(Table, "knots", Wind.iLowest, Wind.iHighest)
+                           && ReadNumber(Table, "days", 1, Wind.nDays) && Wind.nDays <= 365;
+        return bGood && Bay.dWinds.Add(Wind) >= 0;
+    }
+
+    bool ReadShipType(Bay_s & Bay, Warehouse_c const & Table)
+    {
+        ShipType_s Type;
+        int nMostHands = 0;
+        bool const bGood = ReadIdent(Table, Type.sIdent) && ReadName(Table, "name", Type.sName)
+                           && ReadNumber(Table, "hold", 1, Type.nHold)
+                           && ReadRange(Table, "speed", Type.iSlowest, Type.iFastest) && Type.iSlowest > 0
+                           && ReadRange(Table, "crew", Type.nCrew, nMostHands)
+                           && ReadNumber(Table, "upkeep", 0, Type.iUpkeep);
+        return bGood && Bay.dTypes.Add(Type) >= 0;
+    }
+
+    bool ReadShip(Bay_s & Bay, Warehouse_c const & Table)
+    {
+        Ship_s Ship;
+        bool const bGood = ReadIdent(Table, Ship.sIdent) && ReadName(Table, "captain", Ship.sCaptain)
+                           && ReadReference(Table, "type", Bay.dTypes, Ship.pType)
+                           && ReadReference(Table, "route", Bay.dRoutes, Ship.pRoute);
+        if (!bGood)
+        {
+            return false;
+        }
+        Ship.iNumber = Bay.dShips.GetLength();
+        Ship.pCargo = Ship.pRoute->pFrom->pMakes;
+        Ship.nPortHours = Bay.nPortHours;
+        Bay.dShips.Add(ZQ_NEW Ship_s(Ship));
+        return true;
+    }
+
+    bool ReadRule(Bay_s & Bay, Warehouse_c const & Table)
+    {
+        Name_t sIdent;
+        int iValue = 0;
+        if (!ReadIdent(Table, sIdent) || !ReadNumber(Table, "value", 0, iValue))
+        {
+            return false;
+        }
+        if (sIdent == "purse")
+        {
+            g_House.iFirstPurse = g_House.iPurse = iValue;
+        }
+        else if (sIdent == "dues")
+        {
+            Bay.nDues = iValue;
+        }
+        else if (sIdent == "port_hours")
+        {
+            Bay.nPortHours = iValue;
+        }
+        return sIdent == "purse" || sIdent == "dues" || sIdent == "port_hours";
+    }
+
+    // For each table there is an operation that reads its work line; false if it makes no sense.
+    struct TableOfBay_s
+    {
+        char const * szFile;
+        bool (*fnReadRow)(Bay_s & Bay, Warehouse_c const & Table);
+    };
+
+    // Each table refers to those above it.
+    constexpr TableOfBay_s TABLES[] = {
+        { "goods.csv", ReadGood },
+        { "harbours.txt", ReadHarbour },
+        { "routes.txt", ReadRoute },
+        { "winds.csv", ReadWind },
+        { "ships.csv", ReadShipType },
+        { "rules.txt", ReadRule },
+        { "fleet.csv", ReadShip },
+    };
+
+    bool ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
+    {
+        Warehouse_c Table;
+        if (!Table.Open(TableOfBay.szFile))
+        {
+            return false;
+        }
+        Table.LogColName(true);
+        String_T<256> sIdent;
+        for (Table.StartIdent(); Table.NextIdent(sIdent);)
+        {
+            if (!TableOfBay.fnReadRow(Bay, Table))
+            {
+                Log("%s: row \"%s\" makes no sense and is left out", TableOfBay.szFile,
+                    static_cast<char const *>(sIdent));
+            }
+        }
+        return true;
+    }
+}
+
+String_T<64> BayReadTables(Bay_s & Bay)
+{
+    for (TableOfBay_s const & TableOfBay : TABLES)
+    {
+        if (!ReadTable(Bay, TableOfBay))
+        {
+            return String_T<64>(Va("these media have no %s", TableOfBay.szFile));
+        }
+    }
+    return Bay.dWinds.IsEmpty() ? "no wind blows" : Bay.dShips.IsEmpty() ? "there is no ship" : "";
+}

@@ -1,0 +1,49 @@
+// graph.h: objects with an ident in the archive of a graph.
+#pragma once
+
+#include "zqcore/cserializer.h"
+#include "zqcore/cstring.h"
+
+/// Stores and loads pointers to the objects of a class. T has a text sIdent, which is stored first.
+template <typename T>
+class Graph_T : public Serializer_c
+{
+public:
+    explicit Graph_T(char const * szClass)
+        : Serializer_c(szClass)
+    {}
+
+    /// One pointer; the object too, where it is met first.
+    void Serialize(Serializeable_c & Archive, T *& p)
+    {
+        void * pObject = p;
+        Archive.IsReading() ? ReadOwnPointer(Archive, pObject) : WritePointer(Archive, pObject);
+        p = static_cast<T *>(pObject);
+    }
+
+protected:
+    /// Finds or makes the object of that ident in a load; null after failing the archive.
+    virtual T * Obtain(Serializeable_c & Archive, char const * szIdent) = 0;
+
+    /// What is stored of an object beside its ident.
+    virtual void SerializeFields(Serializeable_c & Archive, T & Object) = 0;
+
+    void SerializeObject(Serializeable_c & Archive, void *& pObject) final
+    {
+        String_T<64> sIdent;
+        if (!Archive.IsReading())
+        {
+            sIdent = static_cast<T *>(pObject)->sIdent;
+        }
+        Archive.SerializeString(sIdent);
+        if (Archive.IsReading())
+        {
+            pObject = Archive.IsFailed() ? nullptr : Obtain(Archive, sIdent);
+        }
+        if (pObject)
+        {
+            RegisterPointer(Archive, pObject);   // its own fields may lead back to it
+            SerializeFields(Archive, *static_cast<T *>(pObject));
+        }
+    }
+};

@@ -1,0 +1,113 @@
+#include "media.h"
+
+#include "options.h"
+
+#include "zqcore/cfilecache.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/cfilename.h"
+#include "zqcore/cfilepath.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace
+{
+    std::string CacheOf(std::string const & sMedia)
+    {
+        return sMedia + "/filesystemcache.bin";
+    }
+
+    bool IsFromCache()
+    {
+        return !g_sFilesystemCacheName.IsEmpty();   // a load that finds nothing empties it
+    }
+
+    // A tree without a folder for the game is no tree of several games, and is taken whole.
+    bool IsSplit(Options_s const & Options, std::string const & sMedia)
+    {
+        return DirectoryExists((sMedia + "/gamedata/" + Options.sGame).c_str());
+    }
+
+    bool IsKnown(std::string const & sFolder)
+    {
+        for (auto * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
+        {
+            if (pSlot->pObject->Ends(sFolder.c_str()))
+            {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::string TellMissing(std::string const & sFolder, std::string const & sMedia)
+    {
+        return IsFromCache() ? "the cache was written without the folder " + sFolder + "; delete " + CacheOf(sMedia)
+                             : "the media have no folder " + sFolder;
+    }
+}
+
+std::string MediaCheck(std::string const & sMedia)
+{
+    if (sMedia.empty())
+    {
+        return "no media: give --media FOLDER, or put media.zq beside the executable";
+    }
+    std::error_code Error;
+    if (!DirectoryExists(sMedia.c_str()))
+    {
+        bool const bFile = std::filesystem::exists(sMedia, Error);
+        return bFile ? "\"" + sMedia + "\" is a file; the media root is a folder" : "no folder \"" + sMedia + "\"";
+    }
+    if (sMedia.size() >= static_cast<std::size_t>(String_T<256>::Capacity()) - 1)
+    {
+        return "the path of the media root takes more than 254 characters: \"" + sMedia + "\"";
+    }
+    std::filesystem::directory_iterator const First(sMedia, Error);
+    return Error ? "can't read \"" + sMedia + "\": " + Error.message() : "";
+}
+
+void MediaSet(Options_s const & Options, std::string const & sMedia)
+{
+    SetPQXMediaPath(Options.sMedia.c_str());   // empty: discovered, which is where sMedia comes from then
+    SetPQXCurrentConfig(Options.sConfig.c_str());
+    FileSetMediaTemplate("media*.zq");
+    FileSetSplit(IsSplit(Options, sMedia) ? "\\gamedata\\" : nullptr);
+    ModuleFile_c::Get()->ReadMedia(true);
+    FilesystemCacheInit(Options.bCache ? CacheOf(sMedia).c_str() : nullptr);
+}
+
+std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia)
+{
+    if (Options.bGameGiven && !FileIsAddon())
+    {
+        return "the library reads the first 255 characters of the command line only: put --game first";
+    }
+    bool const bGame = Options.bGameGiven || IsSplit(Options, sMedia);
+    if (bGame && !IsKnown("\\gamedata\\" + Options.sGame + "\\"))
+    {
+        return TellMissing("gamedata/" + Options.sGame, sMedia);
+    }
+    if (!Options.sConfig.empty() && !IsKnown("media\\_configdependeddata\\" + Options.sConfig + "\\"))
+    {
+        return TellMissing("media/_configdependeddata/" + Options.sConfig, sMedia);
+    }
+    char const * const szSave = PathFileName(Options.sSave.c_str());
+    return FileExists(szSave) ? "the media have a file " + std::string(szSave) + ": give another one with --save" : "";
+}
+
+std::string MediaTellSource(Options_s const & Options, std::string const & sMedia)
+{
+    if (IsFromCache())
+    {
+        return "the cache";
+    }
+    if (!Options.bCache)
+    {
+        return "a scan";
+    }
+    FilesystemCacheSave(CacheOf(sMedia).c_str());
+    std::error_code Error;
+    return std::filesystem::exists(CacheOf(sMedia), Error) ? "a scan, and a cache for the next run"
+                                                           : "a scan; no cache could be written";
+}

@@ -1,0 +1,88 @@
+#include "mission.h"
+
+#include "bay.h"
+
+#include "zqcore/clog.h"
+#include "zqcore/clogf.h"
+#include "zqcore/cscript.h"
+
+namespace
+{
+    constexpr int MAX_NUMBER = 1000000;
+
+    bool IsSound(Goal_s const & Goal)
+    {
+        for (int iNumber : { Goal.nCrates, Goal.nDays, Goal.iPay })
+        {
+            if (iNumber <= 0 || iNumber > MAX_NUMBER)
+            {
+                return false;
+            }
+        }
+        return Goal.pGood != nullptr;
+    }
+
+    // What stands behind "deliver".
+    void ReadGoal(Script_c & Script, Bay_s & Bay)
+    {
+        char sGood[Script_c::TOKEN_SIZE];
+        Script.GetToken(sGood, false);
+        Goal_s Goal;
+        Goal.pGood = FindByIdent(Bay.dGoods, sGood);
+        Goal.nCrates = Script.GetInt("crates");
+        Goal.nDays = Script.GetInt("days");
+        Goal.iPay = Script.GetInt("pays");
+        if (IsSound(Goal))
+        {
+            Bay.Mission.dGoals.Add(Goal);
+        }
+        else
+        {
+            Log("%s: the goal of \"%s\" makes no sense and is left out", Script.m_sName, sGood);
+        }
+    }
+}
+
+void MissionRead(char const * szFile, Bay_s & Bay)
+{
+    Script_c Script;
+    if (!Script.OpenFile(szFile))
+    {
+        return;
+    }
+    char sToken[Script_c::TOKEN_SIZE];
+    for (Script.GetToken(sToken, false); sToken[0]; Script.GetToken(sToken, false))
+    {
+        if (StrCompareNoCase(sToken, "mission") == 0)
+        {
+            Script.GetString(Bay.Mission.sTitle.GetBuffer(), Bay.Mission.sTitle.Capacity() - 1, '"');
+        }
+        else if (StrCompareNoCase(sToken, "deliver") == 0)
+        {
+            ReadGoal(Script, Bay);
+        }
+    }
+    Script.CloseFile();
+}
+
+void MissionCheck(Bay_s & Bay)
+{
+    for (Goal_s & Goal : Bay.Mission.dGoals)
+    {
+        if (Goal.eState != GOAL_OPEN)
+        {
+            continue;
+        }
+        if (Goal.pGood->nTraded >= Goal.nCrates)
+        {
+            Goal.eState = GOAL_MET;
+            g_House.iPurse += Goal.iPay;
+            Logf("harbour.log", "day %3i  the house pays %i marks for %i crates of %s", Bay.nHours / HOURS, Goal.iPay,
+                Goal.nCrates, static_cast<char const *>(Goal.pGood->sName));
+        }
+        else if (Bay.nHours >= Goal.nDays * HOURS)
+        {
+            Goal.eState = GOAL_MISSED;
+        }
+    }
+}

@@ -1,0 +1,40 @@
+// mission.h: what the house wants done, read from a script.
+//
+// A script has a title and goals, each on the crates of a good that are landed by the end of a day:
+//
+//     mission "Bread before the ice"
+//     deliver flour crates 800 days 14 pays 300
+#pragma once
+
+#include "zqcore/carray.h"
+#include "zqcore/cstring.h"
+
+struct Bay_s;
+struct Good_s;
+
+enum GoalState_e : int
+{
+    GOAL_OPEN,
+    GOAL_MET,
+    GOAL_MISSED
+};
+
+struct Goal_s
+{
+    Good_s * pGood = nullptr;
+    int nCrates = 0, nDays = 0;
+    int iPay = 0;   // marks
+    GoalState_e eState = GOAL_OPEN;
+};
+
+struct Mission_s
+{
+    String_T<128> sTitle;
+    Array_T<Goal_s, 16, 0> dGoals;
+};
+
+/// Reads the bay's mission; without the script there is none. Goals that make no sense are left out with a log line.
+void MissionRead(char const * szFile, Bay_s & Bay);
+
+/// Settles the goals that the hour decides, and pays for those that are met.
+void MissionCheck(Bay_s & Bay);

@@ -1,0 +1,42 @@
+// cache_fuzz.cpp: file system caches of any bytes, loaded over a file that was registered before. Every file must have
+// a folder of the table afterwards, or none.
+#include "fuzz/fuzz_support.h"
+#include "tests/archive_support.h"
+
+#include "zqcore/cfilecache.h"
+#include "zqcore/cfilemedia.h"
+
+namespace
+{
+    void RegisterEarlierFile()
+    {
+        auto * const pFolder = ZQ_NEW String_T<256>("c:\\media\\earlier\\");
+        g_sPaths.Add(pFolder, pFolder);
+        File_c * const pFile = ZQ_NEW FileOnDisk_c;
+        pFile->sName = "earlier.txt";
+        pFile->pPath = pFolder;
+        g_sFileObjects.Add(pFile, &pFile->sName);
+    }
+
+    void RequireSoundTables()
+    {
+        for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+        {
+            String_T<256> const * const pPath = pSlot->pObject->pPath;
+            Require(!pPath || g_sPaths.FindByName(*pPath) == pPath);
+        }
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    File_c * const pCache = ZQ_NEW MemoryFile_c({ reinterpret_cast<char const *>(pData), nSize });
+    g_sFileObjects.Add(pCache, &pCache->sName);
+    RegisterEarlierFile();
+    SetPQXMediaPath("c:\\media");
+    FilesystemCacheInit("memory.arc");
+    SurvivesWithoutAbort([] { FilesystemCacheLoad(); });
+    RequireSoundTables();
+    FileReset();
+    return 0;
+}

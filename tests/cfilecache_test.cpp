@@ -1,0 +1,227 @@
+#include "zqcore/cfilecache.h"
+
+#include "tests/archive_support.h"
+#include "tests/media_fixture.h"
+
+#include "zqcore/ccrc.h"
+#include "zqcore/cfilehash.h"
+
+#include <csignal>
+#include <sys/resource.h>
+
+using Folders_t = std::vector<std::string>;
+using Files_t = std::vector<std::pair<std::string, std::string>>;   // folder and name
+
+class FileCacheTest : public MediaTest
+{
+protected:
+    FileCacheTest() { SetPQXMediaPath(Folder.MakeFolder("media").c_str()); }
+    ~FileCacheTest() override { FilesystemCacheInit(nullptr); }
+
+    static std::string Word(std::size_t n) { return std::string(reinterpret_cast<char const *>(&n), 4); }
+    static std::string Text(std::string const & s) { return Word(s.size()) + s + '\0'; }
+    static std::string Index(std::string const & s) { return Word(GetCrc32Polynomial(s.data(), int(s.size()))); }
+
+    static std::string Cache(Folders_t const & dFolders, Files_t const & dFiles, std::size_t nVersion = 0x10002)
+    {
+        std::string sBytes = Word(nVersion) + Word(dFolders.size());
+        std::for_each(dFolders.begin(), dFolders.end(), [&](auto const & s) { sBytes += Index(s) + Text(s); });
+        sBytes += Word(dFiles.size());
+        std::for_each(dFiles.begin(), dFiles.end(),
+            [&](auto const & File) { sBytes += Index(File.first) + std::string(12, '\1') + Text(File.second); });
+        return sBytes;
+    }
+
+    // Loads; whether that came to its end. The tables must be sound in any case.
+    bool Survives(std::string const & sBytes)
+    {
+        FilesystemCacheInit(Folder.Write("outside/cache.bin", sBytes).c_str());
+        bool const bSurvived = SurvivesWithoutAbort([&] { EXPECT_TRUE(FilesystemCacheLoad()); });
+        for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+        {
+            String_T<256> const * const pPath = pSlot->pObject->pPath;
+            EXPECT_TRUE(!pPath || g_sPaths.FindByName(*pPath) == pPath);
+        }
+        return bSurvived;
+    }
+
+    bool SurvivesAlone(std::string const & sBytes) { return FileReset(), Survives(sBytes); }
+    void Save(std::string const & sName) const { FilesystemCacheSave(Folder.Join(sName).c_str()); }
+
+    // Brings the module up and down, without a scan of its own if there is a cache; the keys between.
+    static std::string KeysOfOneRun(std::string const & sCache)
+    {
+        FilesystemCacheInit(sCache.c_str());
+        ModuleFile_c::Get()->ReadMedia(sCache.empty());
+        Module_c::Register(ModuleFile_c::Get());
+        EXPECT_TRUE(Module_c::InitializeAllModules());
+        std::string const sKeys = Keys();
+        Module_c::ShutdownAllModules();
+        ModuleFile_c::Get()->ReadMedia(true);
+        return sKeys;
+    }
+};
+
+TEST_F(FileCacheTest, WritesTheExampleOfTheFormatsPageAndReadsItInAnotherPlace)
+{
+    CurrentFolderScope_c const Scope(Folder.GetPath());
+    Make({ { "media/ogre.msh", "mesh!" }, { "media/units/Ogre.CSV", "a,b" }, { "media/units/lone.csv", "" },
+        { "media/maps/", "" }, { "media/filesystemcache.bin", "x" }, { "media2/outside.csv", "" } });
+    SetPQXMediaPath("Media");
+    EXPECT_TRUE(FileAddSearchPath("media", true, false) && FileAddSearchPath("media2", true, false));
+    FileStream("ogre.msh")->ftCreationTime = 0x01DA3C89A0B3C000;
+    FileStream("ogre.csv")->ftCreationTime = 0x01DA3C89A0B3C0FF;
+    FileStream("lone.csv")->pPath = nullptr;
+    FilesystemCacheSave("media\\FilesystemCache.bin");
+    EXPECT_EQ(Hex(Folder.Read("media/filesystemcache.bin")),
+        DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "filesystemcache"));
+    FileReset();
+    fs::rename("media", "Moved");
+    SetPQXMediaPath((Folder.Join("Moved") + "\\/").c_str());
+    FilesystemCacheInit("moved/filesystemcache.bin");
+    ASSERT_TRUE(FilesystemCacheLoad());
+    EXPECT_EQ(Keys(), "filesystemcache.bin ogre.csv ogre.msh");
+    EXPECT_TRUE(g_sPaths.FindByName(Folded("moved/maps\\").c_str()));
+    File_c & File = *FileStream("ogre.csv");
+    EXPECT_TRUE(File.iLength == 3 && File.ftCreationTime == 0x01DA3C89A0B3C0FF && File.ftLastWriteTime == 0);
+    EXPECT_TRUE(FileOpen(&File) && Contents(&File) == "a,b");
+    EXPECT_EQ(FileStream("filesystemcache.bin")->GetOpensCount(), 0);
+}
+
+TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
+{
+    std::string const sCache = Folder.Join("media/filesystemcache.bin");
+    Make({ { "media/declarations/a.csv", "a" }, { "media/profiles/p", "p" }, { "media/mapscache/deep/m", "m" } });
+    EXPECT_EQ(KeysOfOneRun(sCache), "a.csv m p") << "scanned, as there is no cache";
+    EXPECT_TRUE(g_sFilesystemCacheName.IsEmpty() && !fs::exists(sCache));
+    Folder.Write("media/filesystemcache.bin", "x");
+    EXPECT_EQ(KeysOfOneRun(""), "a.csv filesystemcache.bin m p");
+    std::string const sBytes = Folder.Read("media/filesystemcache.bin");
+    EXPECT_TRUE(sBytes.find("a.csv") != sBytes.npos && sBytes.find("profiles") == sBytes.npos) << Hex(sBytes);
+    std::string const sHash(FileGetMediaHash(), FileGetMediaHash() + 20);
+
+    Make({ { "media/declarations/new.csv", "" }, { "media/profiles/q", "" } });
+    g_AddSubfolderCallbacker.Add(Tell, false);
+    EXPECT_EQ(KeysOfOneRun(sCache), "a.csv filesystemcache.bin m p q");
+    g_AddSubfolderCallbacker.Reset();
+    std::string const sDeep = Folded("media/mapscache/deep\\");
+    EXPECT_EQ(s_dTold, (Folders_t{ Folded("media/profiles\\"), Folded("media/mapscache\\"), sDeep }));
+    EXPECT_EQ(Folder.Read("media/filesystemcache.bin"), sBytes);
+    EXPECT_EQ(std::string(FileGetMediaHash(), FileGetMediaHash() + 20), sHash);
+
+    CurrentFolderScope_c const Scope(Folder.Join("media"));
+    SetPQXMediaPath(".");
+    KeysOfOneRun("");
+    EXPECT_EQ(KeysOfOneRun(sCache), "a.csv filesystemcache.bin m new.csv p q");
+}
+
+TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
+{
+    std::string const sWhole = Cache({ "\\", "\\s\\" }, { { "\\", "a.txt" }, { "\\s\\", "b" } }), sHead = Word(0x10002);
+    EXPECT_TRUE(SurvivesAlone(sWhole));
+    EXPECT_TRUE(SurvivesAlone(Cache({ "\\" }, {}, 0x10003) + "more")) << "of a newer minor version";
+    for (std::size_t i = 0; i < sWhole.size(); ++i)
+    {
+        EXPECT_FALSE(SurvivesAlone(sWhole.substr(0, i))) << i;
+        SurvivesAlone(std::string(sWhole).replace(i, 1, 1, static_cast<char>(~sWhole[i])));
+    }
+    Folders_t dFolders(4097);
+    Files_t dFiles(16385);
+    for (std::size_t i = 0; i < dFiles.size(); ++i)
+    {
+        dFolders[i % 4097] = '\\' + std::to_string(i % 4097) + '\\';
+        dFiles[i] = { "\\", std::to_string(i) };
+    }
+    for (auto const & [sBytes, sComplaint] : Rows_t<std::string, std::string>{
+             { Cache({}, {}, 0x20000), "archive 'cache.bin' is v.2.0, and this binary only supports v.1.2" },
+             { Cache({ "\\s\\", "\\s\\" }, {}), "Path duplicated  '" + Folded("media\\s\\") + "'\n" },
+             { Cache({ "\\" }, { { "\\", "a" }, { "\\", "a" } }), "File duplicated: a" },
+             { Cache({}, { { "abc", "lost" } }), "Can't assotiate index 0x352441C2 of lost with any path\n" },
+             { Cache(dFolders, {}), "Path hash is small" }, { Cache({ "\\" }, dFiles), "File hash is small" },
+             { sHead + Word(1) + Word(7) + Text("\\x\\"),
+                 "nIndex == GetCrc32Polynomial ( pPath->GetDataPtr (), pPath->Length () )" },
+             { Cache({ "x\\" }, {}), "at byte 19: not the text" }, { Cache({ "\\x" }, {}), "not the text" },
+             { Cache({ std::string(256, 'x') }, {}), "no whole folder" }, { Cache({}, {}) + '\0', "more bytes" },
+             { Cache({ "\\" }, { { "\\", "" } }), "no whole file" }, { sHead + Word(~0u), "no count" } })
+    {
+        Log.Clear();
+        EXPECT_FALSE(SurvivesAlone(sBytes)) << sComplaint;
+        EXPECT_NE(Log.GetText().find(sComplaint), std::string::npos) << sComplaint << "\n" << Log.GetText();
+    }
+}
+
+TEST_F(FileCacheTest, AFolderThatCantBeEnteredLeavesNoDanglingFile)
+{
+    Folders_t dFolders;   // 2731 of one hash: a letter may change places with the one 32 further on
+    for (unsigned i = 0; i < 2731; ++i)
+    {
+        dFolders.push_back('\\' + std::string(44, 'x') + '\\');
+        for (unsigned iBit = 0; iBit < 12; ++iBit)
+        {
+            dFolders[i][1 + iBit + (i >> iBit & 1) * 32] = 'a';
+        }
+    }
+    EXPECT_TRUE(SurvivesAlone(Cache(dFolders, { { dFolders[0], "first.txt" }, { dFolders[2730], "last.txt" } })));
+    EXPECT_EQ(Log.CountHolding("Global path hash addition error..."), 1) << Log.GetText();
+    EXPECT_TRUE(FileGetPath("first.txt") && FileExists("last.txt") && !FileGetPath("last.txt"));
+
+    std::string const sLong = '\\' + std::string(255 - 2 - Folder.Join("media").size(), 'x') + '\\';
+    EXPECT_TRUE(SurvivesAlone(Cache({ sLong, "\\x" + sLong }, { { sLong, "in" }, { "\\x" + sLong, "out" } })));
+    EXPECT_EQ(Keys(), "cache.bin in");
+    EXPECT_EQ(Log.CountHolding("its path is too long"), 1);
+}
+
+TEST_F(FileCacheTest, FilesOfBeforeStayAndKeepTheirFolders)
+{
+    for (char const * szFile : { "media/sub/same", "media/new/n", "outside/o" })
+    {
+        ASSERT_TRUE(FileAddOneFile(Folder.Write(szFile, szFile).c_str()));
+    }
+    File_c const * const pSame = FileStream("same");
+    EXPECT_TRUE(Survives(Cache({ "\\sub\\" }, { { "\\sub\\", "same" } })));
+    EXPECT_EQ(FileOpen("same"), pSame);
+    Save("again.bin");
+    EXPECT_TRUE(FileResetFiles(Folder.Join("outside").c_str()));
+    EXPECT_EQ(Keys(), "n same");
+    EXPECT_FALSE(Survives(Cache({ "\\" }, { { "\\", "same" } }))) << "another of this name";
+    EXPECT_TRUE(SurvivesAlone(Folder.Read("again.bin"))) << "each file has its folder there";
+    EXPECT_EQ(Keys(), "cache.bin n same");
+}
+
+TEST_F(FileCacheTest, AFileThatATwinHidesIsNotSaved)
+{
+    std::string const sOne = 'a' + std::string(31, 'x') + 'b', sTwo = 'b' + std::string(31, 'x') + 'a';   // of one hash
+    Make({ { "media/" + sOne, "1" }, { "media/" + sTwo, "2" }, { "media/in/" + sTwo, "3" } });
+    FileAddSearchPath(Folder.Join("media").c_str(), false, false);
+    FileKill(FileStream(sOne.c_str()));   // the next of this hash takes its slot unseen
+    FileAddSearchPath(Folder.Join("media/in").c_str(), false, false);
+    Save("twins.bin");
+    EXPECT_TRUE(SurvivesAlone(Folder.Read("twins.bin")));
+    EXPECT_EQ(Contents(FileOpen(sTwo.c_str())), "3");
+}
+
+TEST_F(FileCacheTest, ASaveThatFailsLeavesTheOldCache)
+{
+    Make({ { "media/c.bin", "old" }, { "media/folder.bin/", "" }, { "media/~held.bin/x", "" } });
+    Scan();
+    auto const fnFormer = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit Former;
+    getrlimit(RLIMIT_FSIZE, &Former);
+    rlimit const Limit{ 50, Former.rlim_max };
+    setrlimit(RLIMIT_FSIZE, &Limit);   // a full disk
+    Save("media/c.bin");
+    setrlimit(RLIMIT_FSIZE, &Former);
+    std::signal(SIGXFSZ, fnFormer);
+    for (std::string const & sName : { std::string("folder.bin"), std::string("held.bin"), std::string(256, 'x') })
+    {
+        Save("media/" + sName);
+    }
+    SetPQXMediaPath("\\");   // none
+    Save("media/c.bin");
+    FilesystemCacheInit(Folder.Join("media/c.bin").c_str());
+    EXPECT_FALSE(FilesystemCacheLoad());
+    EXPECT_EQ(Log.CountHolding("can't write the cache"), 5);
+    EXPECT_EQ(Dialogs.GetCount(), 0);
+    EXPECT_EQ(Folder.Read("media/c.bin"), "old");
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(Folder.Join("media")), {}), 4) << "nothing is left";
+}

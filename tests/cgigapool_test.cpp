@@ -1,0 +1,272 @@
+#include "zqcore/cgigapool.h"
+
+#include "zqcore/cmemory.h"
+
+#include "tests/test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <deque>
+#include <map>
+#include <random>
+#include <set>
+#include <vector>
+
+namespace
+{
+    constexpr char ARRAY_CONDITION[] = "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )";
+
+    // A plain model of one slab: which element the next Alloc gives.
+    struct Model_s
+    {
+        std::deque<int> dFree = { 0, 1, 2, 3 };   // groups with room
+        std::uint32_t dBits[4] = {};
+
+        // The element's index, or -1.
+        int Alloc()
+        {
+            if (dFree.empty())
+            {
+                return -1;
+            }
+            int const iGroup = dFree.front();
+            int const iBit = std::countr_one(dBits[iGroup]);
+            if ((dBits[iGroup] |= 1u << iBit) == 0xFFFFFFFF)
+            {
+                dFree.pop_front();
+            }
+            return iGroup * 32 + iBit;
+        }
+
+        void Free(int iElement)
+        {
+            if (dBits[iElement / 32] == 0xFFFFFFFF)
+            {
+                dFree.push_front(iElement / 32);
+            }
+            dBits[iElement / 32] &= ~(1u << iElement % 32);
+        }
+    };
+
+    // Address of an element of a pool whose first one is pFirst.
+    char * At(void * pFirst, int iElement, int nSize)
+    {
+        return static_cast<char *>(pFirst) + static_cast<std::ptrdiff_t>(iElement) * nSize;
+    }
+
+    std::vector<void *> Take(GigaPoolResizeable_c & Pool, int nElements)
+    {
+        std::vector<void *> dTaken(static_cast<std::size_t>(nElements));
+        std::generate(dTaken.begin(), dTaken.end(), [&] { return Pool.Alloc(false); });
+        return dTaken;
+    }
+}
+
+TEST(GigaPoolStatic, GivesTheElementsThatAPlainModelGives)
+{
+    // The sizes take the ways of finding an element by product and by division, and those at their limits.
+    for (int const nSize : { 1, 3, 8, 24, 64, 1000, 1447, 1448, 1449, 5000 })
+    {
+        GigaPoolStatic_c Pool(3 * 32 + 1, nSize);
+        void * const pFirst = Pool.Alloc(false);
+        Pool.Free(pFirst, false);
+        Model_s Model;
+        std::map<int, bool> dOut;   // element, and whether it is an array
+        std::mt19937 Random(static_cast<unsigned>(nSize));
+        for (int iStep = 0, nPeak = 1; iStep < 20000; ++iStep)
+        {
+            bool const bGrow = iStep / 1000 % 2 == 0;
+            if (Random() % 4 != 0 ? bGrow : !bGrow)
+            {
+                bool const bArray = Random() % 3 == 0;
+                void * const p = Pool.Alloc(bArray);
+                int const iElement = Model.Alloc();
+                ASSERT_EQ(p, iElement < 0 ? nullptr : At(pFirst, iElement, nSize)) << nSize << " bytes, step " << iStep;
+                ASSERT_TRUE(!p || Pool.IsArray(p) == bArray);
+                iElement >= 0 ? void(dOut[iElement] = bArray) : void();
+            }
+            else if (!dOut.empty())
+            {
+                auto const it = std::next(dOut.begin(), static_cast<int>(Random() % dOut.size()));
+                int const iInside = static_cast<int>(Random() % static_cast<unsigned>(nSize));
+                ASSERT_TRUE(Pool.Free(At(pFirst, it->first, nSize) + iInside, it->second));
+                Model.Free(it->first);
+                dOut.erase(it);
+            }
+            nPeak = std::max(nPeak, static_cast<int>(dOut.size()));
+            ASSERT_EQ(Pool.WaterMark(), static_cast<int>(dOut.size()));
+            ASSERT_EQ(Pool.HighWaterMark(), nPeak);
+        }
+    }
+}
+
+TEST(GigaPoolStatic, FindsTheElementAtEveryEdgeOfTheLargestPool)
+{
+    int const nSize = sizeof(void *) == 8 && !plat::ADDRESS_CHECKER ? 1448 : 24;   // 3 GB, hardly any of it touched
+    GigaPoolStatic_c Pool(GigaPoolStatic_c::MAX_ELEMENTS, nSize);
+    void * const pFirst = Pool.Alloc(false);
+    ASSERT_TRUE(pFirst);
+    for (int i = 1; i < GigaPoolStatic_c::MAX_ELEMENTS; ++i)
+    {
+        ASSERT_EQ(Pool.Alloc(i % 2 != 0), At(pFirst, i, nSize));
+    }
+    EXPECT_EQ(Pool.Alloc(false), nullptr);
+    for (int i = 0; i < GigaPoolStatic_c::MAX_ELEMENTS; ++i)
+    {
+        bool const bLastByte = i % 3 == 0;   // a neighbour's element would fail its array condition
+        ASSERT_TRUE(Pool.Free(At(pFirst, i, nSize) + (bLastByte ? nSize - 1 : 0), i % 2 != 0));
+    }
+    EXPECT_EQ(Pool.WaterMark(), 0);
+}
+
+TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
+{
+    GigaPoolStatic_c Pool(64, 16);
+    void * const pSingle = Pool.Alloc(false);
+    void * const pArray = Pool.Alloc(true);
+    void * const pOut = Pool.Alloc(false);
+    int iForeign = 0;
+    EXPECT_FALSE(Pool.Free(&iForeign, false));
+    EXPECT_FALSE(Pool.Free(nullptr, false));
+    EXPECT_EQ(Pool.WaterMark(), 3);
+    EXPECT_EQ(FailedConditions([&] { Pool.Free(pSingle, true); }), ARRAY_CONDITION);
+    EXPECT_EQ(FailedConditions([&] { Pool.Free(pArray, false); }), ARRAY_CONDITION);
+    EXPECT_EQ(FailedConditions([&] { Pool.Free(pArray, false); }), "pGroup->m_iBits & iBit") << "freed already";
+    EXPECT_EQ(Pool.WaterMark(), 1);
+    EXPECT_EQ(FailedConditions([&] { Pool.IsArray(&iForeign); }), "IsValid(pPtr)");
+    EXPECT_EQ(FailedConditions([&] { Pool.Init(32, 8); }), "m_pData == nullptr & m_pGroups == nullptr");
+    EXPECT_EQ(Pool.ElementSize(), 16);
+    Pool.ResetHighWaterMark();
+    EXPECT_EQ(Pool.HighWaterMark(), 0);
+    EXPECT_EQ(Pool.Alloc(false), pSingle);
+    EXPECT_EQ(Pool.HighWaterMark(), 2);
+    EXPECT_TRUE(Pool.Free(pOut, false));
+
+    Pool.Reset();
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Pool.Alloc(false), nullptr); }),
+        "m_pData, Trying to allocate 16 bytes, watermark 1 & m_pGroups");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Pool.Free(pOut, false)); }), "m_pData & m_pGroups");
+    Pool.Init(0, 8);
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Pool.Alloc(false), nullptr); }),
+        "m_pData, Trying to allocate 8 bytes, watermark 0 & m_pGroups");
+    EXPECT_EQ(
+        FailedConditions([&] { Pool.Init(GigaPoolStatic_c::MAX_ELEMENTS + 1, 1); }), "m_iNumGroups<GIGA_GROUP_NULL");
+    EXPECT_TRUE(Pool.Alloc(false));
+}
+
+TEST(GigaPool, UseOfAFreedElementIsCaughtByTheAddressChecker)
+{
+    if (!plat::ADDRESS_CHECKER)
+    {
+        GTEST_SKIP() << "this build has no address checker";
+    }
+    GigaPoolResizeable_c Pool(1, 24);
+    char * const p = static_cast<char *>(Pool.Alloc(false));
+    p[23] = 1;
+    Pool.Free(p, false);
+    EXPECT_DEATH(static_cast<char volatile *>(p)[8] = 1, "use-after-poison");
+    EXPECT_EQ(Pool.Alloc(false), p);
+}
+
+TEST(GigaPoolResizeable, WorksOutTheElementsOfAChunk)
+{
+    for (auto const & [nElements, nSize, nPerChunk] : { std::array{ 1, 16, 16384 }, { 1, 24, 10944 },
+             { 100000, 64, 6272 }, { 1, 300000, 32 }, { 200000, 100, 12512 } })
+    {
+        GigaPoolResizeable_c Pool(nElements, nSize);
+        std::vector<void *> const dTaken = Take(Pool, nPerChunk);
+        std::ptrdiff_t const nAllocations = MemoryTotalAllocations();
+        void * const pNext = Pool.Alloc(false);
+        EXPECT_GT(MemoryTotalAllocations(), nAllocations) << nPerChunk << " elements fill the chunk";
+        EXPECT_TRUE(Pool.Free(pNext, false));
+    }
+    GigaPoolResizeable_c Unready(0, 16);
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Unready.Alloc(false), nullptr); }),
+        "m_pData, Trying to allocate 0 bytes, watermark 0 & m_pGroups");
+    EXPECT_EQ(Unready.WaterMark(), 0);
+    EXPECT_FALSE(Unready.IsValid(&Unready));
+}
+
+TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
+{
+    constexpr int CHUNK = 32;
+    GigaPoolResizeable_c Pool(1, 8192);
+    std::vector<void *> dTaken = Take(Pool, 3 * CHUNK);
+    std::ptrdiff_t const nFull = MemoryTotalAllocations();
+    auto const FreeChunk = [&]
+    {
+        for (int i = 0; i < CHUNK; ++i)
+        {
+            EXPECT_TRUE(Pool.Free(dTaken.back(), false));
+            dTaken.pop_back();
+        }
+    };
+    void * const pSpare = dTaken.back();
+    FreeChunk();
+    EXPECT_EQ(MemoryTotalAllocations(), nFull) << "the first empty chunk stays";
+    EXPECT_FALSE(Pool.IsValid(pSpare));
+    EXPECT_FALSE(Pool.Free(pSpare, false));
+    EXPECT_EQ(Pool.WaterMark(), 2 * CHUNK) << "a pointer of no element leaves the water mark";
+    void * const pAgain = Pool.Alloc(false);
+    EXPECT_EQ(MemoryTotalAllocations(), nFull) << "and is used again";
+    EXPECT_TRUE(Pool.IsValid(pAgain));
+    EXPECT_TRUE(Pool.Free(pAgain, false));
+    FreeChunk();
+    EXPECT_LT(MemoryTotalAllocations(), nFull) << "a second empty chunk goes";
+
+    EXPECT_EQ(FailedConditions([&] { Pool.IsArray(dTaken[0]); }), "0 && \"why would you care?\"");
+    EXPECT_EQ(FailedConditions([&] { Pool.Init(1, 8); }), "!m_pFullList & !m_pEmpty");
+    EXPECT_EQ(Pool.ElementSize(), 8192);
+    Pool.Reset();
+    EXPECT_EQ(Pool.WaterMark(), 0);
+    EXPECT_EQ(Pool.HighWaterMark(), 3 * CHUNK);
+    EXPECT_TRUE(Pool.Alloc(false)) << "without a new Init";
+}
+
+TEST(GigaPoolResizeable, FindsTheChunkAmongThousands)
+{
+    GigaPoolResizeable_c Pool(1, 8192);
+    std::vector<void *> dTaken = Take(Pool, 2000 * 32);
+    std::shuffle(dTaken.begin(), dTaken.end(), std::mt19937(3));
+    std::set<void *> const dOut(dTaken.begin(), dTaken.end());
+    ASSERT_EQ(dOut.size(), dTaken.size());
+    EXPECT_FALSE(Pool.IsValid(At(*dOut.begin(), -1, 1)));
+    EXPECT_FALSE(Pool.IsValid(&Pool));
+    for (void * const p : dTaken)
+    {
+        ASSERT_TRUE(Pool.IsValid(At(p, 8191, 1)));
+        ASSERT_TRUE(Pool.Free(p, false));
+    }
+    EXPECT_EQ(Pool.WaterMark(), 0);
+}
+
+TEST(GigaPoolResizeable, ElementsStayApartOverAMillionRandomSteps)
+{
+    constexpr unsigned WORDS = 128;   // of an element; the first and the last hold its number
+    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
+    {
+        GigaPoolResizeable_c Pool(1, WORDS * sizeof(unsigned));
+        std::vector<unsigned *> dOut;
+        std::mt19937 Random(11);
+        for (unsigned iStep = 0; iStep < 1000000; ++iStep)
+        {
+            unsigned const nWanted = iStep / 50000 % 2 == 0 ? 8000 : 100;
+            if (dOut.empty() || Random() % 16000 >= 8000 + dOut.size() - nWanted)
+            {
+                dOut.push_back(static_cast<unsigned *>(Pool.Alloc(iStep % 5 == 0)));
+                dOut.back()[0] = dOut.back()[WORDS - 1] = iStep;
+                continue;
+            }
+            std::swap(dOut[Random() % dOut.size()], dOut.back());
+            unsigned * const p = dOut.back();
+            dOut.pop_back();
+            ASSERT_EQ(p[0], p[WORDS - 1]);
+            ASSERT_TRUE(Pool.Free(p, p[0] % 5 == 0));
+            ASSERT_EQ(Pool.WaterMark(), static_cast<int>(dOut.size()));
+        }
+    }
+    EXPECT_EQ(MemoryTotalAllocations(), nBefore);
+}

@@ -1,0 +1,122 @@
+#include "zqcore/chwm.h"
+
+#include "platform/debugger.h"
+
+#include "tests/test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <random>
+#include <vector>
+
+namespace
+{
+    std::string g_sOutput;
+
+    void AddGroups(StaticMemoryPool_c & Pool, std::initializer_list<unsigned> dSizes)
+    {
+        for (unsigned const nBytes : dSizes)
+        {
+            Pool.AddGroup(nBytes, 100);
+        }
+    }
+}
+
+TEST(StaticMemoryPool, TakesTheSmallestClassThatFits)
+{
+    StaticMemoryPool_c Pool("classes");
+    AddGroups(Pool, { 16, 64, 65, 100, 1000, 1024, 1025, 5000 });
+    for (auto const & [nBytes, iClass] :
+        { std::pair{ 0u, 16 }, { 16, 16 }, { 17, 64 }, { 64, 64 }, { 65, 65 }, { 66, 100 }, { 101, 1000 },
+            { 1000, 1000 }, { 1001, 1024 }, { 1024, 1024 }, { 1025, 1025 }, { 1026, 5000 }, { 5000, 5000 } })
+    {
+        void * const p = Pool.Alloc(nBytes, false);
+        EXPECT_EQ(Pool.IsValid(p), iClass) << nBytes;
+        EXPECT_EQ(FailedConditions([&] { Pool.IsArray(p); }), "0 && \"why would you care?\"");
+        EXPECT_TRUE(Pool.Free(p, false));
+        EXPECT_EQ(Pool.IsValid(p), 0) << "in a spare chunk";
+    }
+    int iForeign = 0;
+    EXPECT_EQ(Pool.IsValid(&iForeign), 0);
+    EXPECT_FALSE(Pool.Free(&iForeign, false));
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Pool.IsArray(&iForeign)); }), "0");
+}
+
+TEST(StaticMemoryPool, KeepsManyBlocksOfAllClassesApart)
+{
+    StaticMemoryPool_c Pool("many");
+    AddGroups(Pool, { 16, 40, 64, 2000 });
+    std::vector<std::pair<unsigned *, bool>> dOut;
+    std::mt19937 Random(4);
+    for (unsigned i = 0; i < 200000; ++i)
+    {
+        if (dOut.size() < 20000 && Random() % 2 == 0)
+        {
+            unsigned const nBytes = 8 + static_cast<unsigned>(Random()) % (8u << Random() % 8);
+            dOut.emplace_back(static_cast<unsigned *>(Pool.Alloc(nBytes, i % 2 != 0)), i % 2 != 0);
+            dOut.back().first[0] = dOut.back().first[1] = i;
+        }
+        else if (!dOut.empty())
+        {
+            std::swap(dOut[Random() % dOut.size()], dOut.back());
+            auto const [p, bArray] = dOut.back();
+            ASSERT_EQ(p[0], p[1]);
+            ASSERT_TRUE(Pool.Free(p, bArray));
+            dOut.pop_back();
+        }
+    }
+}
+
+TEST(StaticMemoryPool, ReportsPeaksAndLeaksOfEachClass)
+{
+    auto const fnFormer = plat::DebugOutputSet([](char const * szText) { g_sOutput += szText; });
+    {
+        StaticMemoryPool_c Pool("demo");
+        AddGroups(Pool, { 16, 64 });
+        Pool.Free(Pool.Alloc(64, false), false);
+        Pool.Alloc(64, false);
+        Pool.Alloc(50, true);
+        EXPECT_EQ(Pool.GetHighWaterMark(0), 0);
+        EXPECT_EQ(Pool.GetHighWaterMark(1), 2);
+        Pool.ResetHighWaterMarks();
+        EXPECT_EQ(Pool.GetHighWaterMark(1), 0);
+        Pool.Free(Pool.Alloc(1, false), false);
+        Pool.Free(Pool.Alloc(64, false), false);
+        EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Pool.GetHighWaterMark(2), -1); }), "index>=0 && index<iLength");
+        g_sOutput.clear();
+    }
+    plat::DebugOutputSet(fnFormer);
+    EXPECT_EQ(g_sOutput, "pool demo group 16: high-water-mark 1\n"
+                         "pool demo group 64: leaked 128 bytes in 2 allocations, high-water-mark 3\n");
+}
+
+TEST(StaticMemoryPool, WrongUseEndsTheProcessOrFailsItsCondition)
+{
+    struct Row_s
+    {
+        void (*fnUse)(StaticMemoryPool_c &);
+        char const * szText;
+    };
+    for (Row_s const & Row :
+        { Row_s{ [](StaticMemoryPool_c & Pool) { Pool.Alloc(65, false); }, "pool wrong: allocation size 65 too big" },
+            { [](StaticMemoryPool_c & Pool) { Pool.AddGroup(64, 1); }, "Invalid element size!" },
+            { [](StaticMemoryPool_c & Pool) { Pool.AddGroup(32, 1); }, "Invalid element size!" } })
+    {
+        auto const Use = [&]
+        {
+            StaticMemoryPool_c Pool("wrong");
+            AddGroups(Pool, { 16, 64 });
+            LogToStandardError();
+            Row.fnUse(Pool);
+        };
+        EXPECT_EXIT(Use(), testing::KilledBySignal(SIGTRAP), Row.szText);
+    }
+
+    StaticMemoryPool_c Pool("full");
+    EXPECT_EQ(FailedConditions([&] { Pool.AddGroup(8, 0); }), "elements_total > 0");
+    AddGroups(Pool, { 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176 });
+    EXPECT_EQ(FailedConditions([&] { Pool.AddGroup(192, 1); }), "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
+    EXPECT_EQ(Pool.IsValid(Pool.Alloc(176, false)), 176) << "the twelve classes stay";
+    EXPECT_EQ(FailedConditions([] { StaticMemoryPool_c const Nameless(nullptr); }), "sName");
+}
