@@ -7,7 +7,7 @@ import pathlib
 import subprocess
 import sys
 
-REPETITIONS = 5
+REPETITIONS = 3
 OURS = "ours"
 
 

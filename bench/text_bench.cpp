@@ -294,10 +294,10 @@ namespace
 
     bool const s_bRegistered = []
     {
-        Register("Spreadsheet/ours, open and close", SheetOurs);
+        Register("Spreadsheet/ours", SheetOurs);
         Register("Spreadsheet/libcsv into strings", SheetLibcsv);
         Register("Spreadsheet/split by hand, malloc", SheetByHand);
-        Register("SpreadsheetFind/ours, missing", FindOurs);
+        Register("SpreadsheetFind/ours", FindOurs);
         Register("Script/ours", Pairs<ScriptOurs>);
         Register("Script/strtok_r and strtod", Pairs<ScriptStrtok>);
         Register("Script/istringstream", Pairs<ScriptStream>);
