@@ -87,6 +87,46 @@ TEST(StringHash, AddTakesTheFirstDeletedSlotUnseenOfTheKeyBehindIt)
     EXPECT_EQ(s_Table.FindByName(Second.sName), &Second);
 }
 
+TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
+{
+    static StringHash_T<Item_s, 8, 256, 117> s_Table;
+    std::mt19937 Random(3);
+    Item_s dItems[200];
+    for (int iRound = 0; iRound < 20; ++iRound)
+    {
+        s_Table.Reset();
+        std::map<int, Item_s *> Model;   // by slot
+        for (Item_s & Item : dItems)
+        {
+            Item.sName = NewString("n%u", static_cast<unsigned>(Random() % 1000));
+            int iSlot = static_cast<int>(StringHashOf(Item.sName)) & 255;
+            int nProbes = 0;
+            while (nProbes < 170 && Model.contains(iSlot) && Model[iSlot]->sName != Item.sName)
+            {
+                iSlot = (iSlot + 117) & 255;
+                ++nProbes;
+            }
+            int const iExpected = nProbes == 170 ? HASH_FULL : Model.contains(iSlot) ? HASH_PRESENT : HASH_ADDED;
+            ASSERT_EQ(s_Table.Add(&Item, &Item.sName), iExpected);
+            if (iExpected == HASH_ADDED)
+            {
+                Model[iSlot] = &Item;
+            }
+            else
+            {
+                Item.sName = "";
+            }
+        }
+        auto * pSlot = s_Table.First();
+        for (auto const & [iSlot, pItem] : Model)
+        {
+            ASSERT_EQ(pSlot->pObject, pItem) << "slot " << iSlot;
+            pSlot = s_Table.Next(pSlot);
+        }
+        ASSERT_EQ(pSlot, nullptr);
+    }
+}
+
 TEST(StringHash, IsFullBehindTwoThirdsOfTheSlots)
 {
     static StringHash_T<Item_s, 8, 8, 1> s_Table;

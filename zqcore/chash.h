@@ -125,8 +125,10 @@ private:
     Slot_s m_dSlots[SIZE] = {};
     std::uint32_t m_dTaken[SIZE / 32 + 1] = {};   // a bit for each slot that has an object
     NameIndex_T<SIZE * 2> m_Index;
-    bool m_bUsed = false;    // since the last Reset
-    bool m_bTwins = false;   // a key may stand twice, the earlier in its chain hiding the later
+    std::uint16_t m_dSkip[SIZE] = {};   // steps from here over slots that all have one; 0 not known
+    bool m_bHoles = false;              // something was deleted, so m_dSkip may be wrong
+    bool m_bUsed = false;               // since the last Reset
+    bool m_bTwins = false;              // a key may stand twice, the earlier in its chain hiding the later
 };
 
 /// The hash of an IndexHash_T whose index is the key's low bits.

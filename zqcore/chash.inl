@@ -54,22 +54,32 @@ template <typename T, int KEYLEN, int SIZE, int STEP>
 int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(T * pObject, Key_t const * pName)
 {
     Slot_s const * const pPresent = Find(*pName);
-    std::uint32_t const iHash = StringHashOf(*pName);
-    int i = static_cast<int>(iHash) & iMask;
-    for (int iProbe = 0; iProbe < iMaxProbes; ++iProbe, i = (i + STEP) & iMask)
+    if (pPresent && !m_bHoles)
     {
-        if (!IsTaken(i))
-        {
-            m_bTwins = m_bTwins || pPresent;
-            Store(m_dSlots[i], pObject, pName, iHash);
-            return HASH_ADDED;
-        }
+        return HASH_PRESENT;   // all slots ahead of it are taken
+    }
+    std::uint32_t const iHash = StringHashOf(*pName);
+    int const iStart = static_cast<int>(iHash) & iMask;
+    int i = iStart;
+    int iProbe = 0;
+    while (iProbe < iMaxProbes && IsTaken(i))
+    {
         if (pPresent == &m_dSlots[i])
         {
             return HASH_PRESENT;
         }
+        int const nSteps = m_bHoles || m_dSkip[i] == 0 ? 1 : m_dSkip[i];
+        i = (i + nSteps * STEP) & iMask;
+        iProbe += nSteps;
     }
-    return HASH_FULL;
+    if (iProbe >= iMaxProbes)
+    {
+        return HASH_FULL;
+    }
+    m_bTwins = m_bTwins || pPresent;
+    m_dSkip[iStart] = static_cast<std::uint16_t>(iProbe + 1);
+    Store(m_dSlots[i], pObject, pName, iHash);
+    return HASH_ADDED;
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
@@ -178,6 +188,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Delete(Slot_s * pSlot)
         auto const iSlot = static_cast<int>(pSlot - m_dSlots);
         m_Index.Remove(pSlot->iIndexHash, iSlot);
         m_dTaken[iSlot / 32] &= ~(1u << (iSlot % 32));
+        m_bHoles = true;
         pSlot->bDeleted = true;
         pSlot->pObject = nullptr;
     }
@@ -207,6 +218,8 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Reset()
     }
     m_bUsed = false;
     std::memset(m_dTaken, 0, sizeof m_dTaken);
+    std::memset(m_dSkip, 0, sizeof m_dSkip);
+    m_bHoles = false;
     m_Index.Reset();
     m_bTwins = false;
 }
