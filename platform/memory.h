@@ -1,4 +1,4 @@
-// memory.h: questions about addresses.
+// memory.h: questions about addresses, and pages straight from the system.
 #pragma once
 
 #include <cstddef>
@@ -11,4 +11,14 @@ namespace plat
 
     /// Whether these bytes can be read now. Safe for any address, null included; one call to the system a page.
     bool MemoryIsReadable(void const * pMemory, std::size_t nBytes);
+
+    /// Copies what can be read of nBytes at an address and returns the number of bytes up to the first that can't.
+    /// Safe for any address; one call to the system as a rule. May run in a signal handler.
+    std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes);
+
+    /// Zeroed pages that owe nothing to the heap, null if there are none. May run in a signal handler.
+    void * PagesTake(std::size_t nBytes);
+
+    /// Gives back what PagesTake gave for the same nBytes; null does nothing.
+    void PagesGive(void * pPages, std::size_t nBytes);
 }

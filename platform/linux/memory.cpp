@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <sys/mman.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace plat
@@ -21,6 +24,24 @@ namespace plat
             bool const bReadable = errno != EFAULT;
             errno = iErrorBefore;
             return bReadable;
+        }
+
+        // Where the system refuses the guarded copy: asks page by page, then copies.
+        std::size_t ReadByPages(std::uintptr_t Address, char * pBuffer, std::size_t nBytes)
+        {
+            std::size_t nRead = 0;
+            while (nRead != nBytes)
+            {
+                std::uintptr_t const From = Address + nRead;
+                std::size_t const nHere = std::min<std::size_t>(nBytes - nRead, MEMORY_PAGE - From % MEMORY_PAGE);
+                if (!MemoryIsReadable(reinterpret_cast<void const *>(From), nHere))
+                {
+                    break;
+                }
+                std::memcpy(pBuffer + nRead, reinterpret_cast<void const *>(From), nHere);
+                nRead += nHere;
+            }
+            return nRead;
         }
     }
 
@@ -41,5 +62,31 @@ namespace plat
             }
         }
         return IsReadable(iLast);
+    }
+
+    std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes)
+    {
+        int const iErrorBefore = errno;
+        iovec const Here = { pBuffer, nBytes };
+        iovec const There = { reinterpret_cast<void *>(Address), nBytes };
+        ssize_t const nRead = ::process_vm_readv(::getpid(), &Here, 1, &There, 1, 0);
+        bool const bRefused = nRead < 0 && errno != EFAULT;
+        errno = iErrorBefore;
+        return bRefused ? ReadByPages(Address, static_cast<char *>(pBuffer), nBytes)
+                        : static_cast<std::size_t>(std::max<ssize_t>(nRead, 0));
+    }
+
+    void * PagesTake(std::size_t nBytes)
+    {
+        void * const pPages = ::mmap(nullptr, nBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        return pPages == MAP_FAILED ? nullptr : pPages;
+    }
+
+    void PagesGive(void * pPages, std::size_t nBytes)
+    {
+        if (pPages != nullptr)
+        {
+            ::munmap(pPages, nBytes);
+        }
     }
 }

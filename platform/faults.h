@@ -1,0 +1,78 @@
+// faults.h: the faults of this process: what they were, where, with which registers, and who hears of them first.
+//
+// A filter gets each fault that nothing else handles, on the thread that faulted and on that thread's alternate stack:
+// it may use neither the heap nor a lock. One filter is set at a time; whoever sets one keeps the former and calls it.
+#pragma once
+
+#include "platform/compiler.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace plat
+{
+    inline constexpr std::uint32_t FAULT_GUARD_PAGE = 0x80000001;
+    inline constexpr std::uint32_t FAULT_MISALIGNED = 0x80000002;
+    inline constexpr std::uint32_t FAULT_BREAKPOINT = 0x80000003;
+    inline constexpr std::uint32_t FAULT_SINGLE_STEP = 0x80000004;
+    inline constexpr std::uint32_t FAULT_ACCESS = 0xC0000005;
+    inline constexpr std::uint32_t FAULT_IN_PAGE = 0xC0000006;
+    inline constexpr std::uint32_t FAULT_ILLEGAL_INSTRUCTION = 0xC000001D;
+    inline constexpr std::uint32_t FAULT_ARRAY_BOUNDS = 0xC000008C;
+    inline constexpr std::uint32_t FAULT_FLOAT_DENORMAL = 0xC000008D;
+    inline constexpr std::uint32_t FAULT_FLOAT_DIVIDE = 0xC000008E;
+    inline constexpr std::uint32_t FAULT_FLOAT_INEXACT = 0xC000008F;
+    inline constexpr std::uint32_t FAULT_FLOAT_INVALID = 0xC0000090;
+    inline constexpr std::uint32_t FAULT_FLOAT_OVERFLOW = 0xC0000091;
+    inline constexpr std::uint32_t FAULT_FLOAT_STACK = 0xC0000092;
+    inline constexpr std::uint32_t FAULT_FLOAT_UNDERFLOW = 0xC0000093;
+    inline constexpr std::uint32_t FAULT_INTEGER_DIVIDE = 0xC0000094;
+    inline constexpr std::uint32_t FAULT_INTEGER_OVERFLOW = 0xC0000095;
+    inline constexpr std::uint32_t FAULT_PRIVILEGED = 0xC0000096;
+    inline constexpr std::uint32_t FAULT_STACK_OVERFLOW = 0xC00000FD;
+    inline constexpr std::uint32_t FAULT_ABORT = 0x40000015;                // abort()
+    inline constexpr std::uint32_t FAULT_UNCAUGHT_EXCEPTION = 0xE06D7363;   // a C++ exception that nobody catches
+
+    /// A thread's registers, each as wide as the process's addresses.
+    struct FaultContext_t
+    {
+        std::uintptr_t nIp, nSp, nBp;
+        std::uintptr_t nAx, nBx, nCx, nDx, nSi, nDi;
+        std::uintptr_t dExtended[8];   // R8 to R15; unused in a 32-bit process
+        std::uint32_t nCs, nSs, nDs, nEs, nFs, nGs;
+        std::uintptr_t nFlags;
+        std::uint8_t dX87[8][10];   // the x87 stack in stack order
+        std::uint16_t nX87Status;   // bits 11 to 13: top of the stack
+        std::uint32_t nThread;      // the system's number of the thread
+    };
+
+    struct FaultRecord_t
+    {
+        std::uint32_t nCode;             // FAULT_*
+        std::uintptr_t Address;          // of the instruction
+        std::uintptr_t dParameters[2];   // of FAULT_ACCESS and FAULT_IN_PAGE: not 0 for a write; the address accessed
+    };
+
+    struct FaultPointers_t
+    {
+        FaultRecord_t const * pRecord;
+        FaultContext_t const * pContext;
+    };
+
+    /// Returns 0 to pass the fault on to whoever hooked it before the library, else it has been dealt with and the
+    /// instruction runs again.
+    using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
+
+    /// Sets the filter, null for none, and returns the former one. The first one hooks the faults, null unhooks them.
+    ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
+
+    /// Gives the calling thread an alternate stack, so that a fault of a full stack can be told; false if refused.
+    /// The main thread and the library's threads have one. It goes with the thread.
+    ZQ_API bool FaultThreadJoin();
+
+    /// The caller's registers, with the caller as the place of the fault.
+    void FaultContextCapture(FaultContext_t * pContext);
+
+    /// The system's text for a code that has no name, cut to nSize - 1 bytes; never null, always terminated.
+    void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
+}
