@@ -22,15 +22,18 @@ fi
 # A folder of its own, so that the tests' build keeps its settings.
 echo "Building in $build"
 (cd "$here" && cmake --preset release -B "$build" -DZQCORE_TESTS=OFF >/dev/null)
-cmake --build "$build" --target zqhost --parallel "$(nproc)"
+cmake --build "$build" --target zqhost zqtool --parallel "$(nproc)"
 
 host="$build/examples/host/zqhost"
 echo
 if [ $# -gt 0 ]; then
     exec "$host" "$@"
 fi
-# Two runs: the second one goes on from the world that the first one saved.
-run=("$host" --media "$here/examples/media" --config desktop --frames 240 --log "$build/logs")
+# Two runs: the second one goes on from the world that the first one saved, and is measured.
+run=("$host" --media "$here/examples/media" --config desktop --frames 300 --log "$build/logs")
 "${run[@]}" --new </dev/null
 printf '\n--- The same once more, from the save on\n\n'
-exec "${run[@]}" </dev/null
+"${run[@]}" --stats "$build/zqhost.stats" </dev/null
+printf '\n--- What the profiler measured in it\n\n'
+"$build/tools/zqtool" stats "$build/zqhost.stats" --html "$build/zqhost.html"
+printf '\nThe page with its pictures: %s\n' "$build/zqhost.html"

@@ -28,4 +28,11 @@ namespace plat
         int iHour, iMinute, iSecond, iMillisecond;
     };
     LocalTime_t LocalTime();
+
+    /// Keeps the present difference of the local time from the world's.
+    void LocalTimeKeep();
+
+    /// Local time of day by the difference that was kept last, so that a change to or from summer time since then is
+    /// not seen. May run in a signal handler, unlike LocalTime.
+    LocalTime_t LocalTimeByKept();
 }

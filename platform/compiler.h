@@ -16,5 +16,8 @@
 /// A thread's variable that is reached without a call; the library must be loaded at start, not by hand.
 #define ZQ_THREAD_LOCAL thread_local __attribute__((tls_model("initial-exec")))
 
+/// Asks for the processor's cache line at an address, which will be written soon. Safe for any address.
+#define ZQ_PREFETCH(pAddress) __builtin_prefetch(pAddress, 1)
+
 /// The present function with its class and arguments, as the compiler spells it.
 #define ZQ_FUNCTION __PRETTY_FUNCTION__

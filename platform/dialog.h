@@ -58,6 +58,9 @@ namespace plat
     /// Shows the dialog and waits for the answer. Any thread.
     DialogAnswer_e DialogShow(Dialog_t const & Dialog);
 
+    /// Whether there is someone to answer: a host's dialog, or a terminal.
+    bool DialogIsAttended();
+
     /// Installs a host's dialog, or null for the default; returns the former one.
     ZQ_API DialogHandler_t DialogSetHandler(DialogHandler_t fnHandler);
 }

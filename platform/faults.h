@@ -2,6 +2,11 @@
 //
 // A filter gets each fault that nothing else handles, on the thread that faulted and on that thread's alternate stack:
 // it may use neither the heap nor a lock. One filter is set at a time; whoever sets one keeps the former and calls it.
+// After the filter the fault goes to whatever handled it before the first filter was set, with the thread as it was;
+// without that the process ends as by the fault. An uncaught C++ exception is told on the stack that threw it.
+//
+// One thread is told at a time. Another one that faults meanwhile waits until the first has been told, then its fault
+// passes the filter by. A fault of a filter outside a guarded call passes on as well.
 #pragma once
 
 #include "platform/compiler.h"
@@ -49,8 +54,9 @@ namespace plat
     struct FaultRecord_t
     {
         std::uint32_t nCode;             // FAULT_*
-        std::uintptr_t Address;          // of the instruction
-        std::uintptr_t dParameters[2];   // of FAULT_ACCESS and FAULT_IN_PAGE: not 0 for a write; the address accessed
+        std::uintptr_t Address;          // of the instruction; a breakpoint's own, though it has been executed
+        std::uintptr_t dParameters[2];   // of FAULT_ACCESS and FAULT_IN_PAGE: not 0 for a write; the address accessed,
+                                         // all ones where the processor does not tell it
     };
 
     struct FaultPointers_t
@@ -63,7 +69,8 @@ namespace plat
     /// instruction runs again.
     using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
 
-    /// Sets the filter, null for none, and returns the former one. The first one hooks the faults, null unhooks them.
+    /// Sets the filter, null for none, and returns the former one. The first one hooks the faults and joins the calling
+    /// thread, null unhooks them.
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
     /// Gives the calling thread an alternate stack, so that a fault of a full stack can be told; false if refused.
@@ -73,6 +80,15 @@ namespace plat
     /// The caller's registers, with the caller as the place of the fault.
     void FaultContextCapture(FaultContext_t * pContext);
 
-    /// The system's text for a code that has no name, cut to nSize - 1 bytes; never null, always terminated.
+    /// The system's text for a code that has no name, cut to nSize - 1 bytes; never null, always terminated. Of an
+    /// uncaught exception, while the filter runs: its type and what it says.
     void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
+
+    /// Calls fnCall(pArgument), within a filter. False if a fault of this thread ended the call, or the time was up:
+    /// what the call held then is held for ever. 0 milliseconds are no limit. Guarded calls may nest; the limit of an
+    /// outer one holds inside as well.
+    bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
+
+    /// Ends the process with a status, at once: no handler of exit runs.
+    [[noreturn]] void FaultExit(int iStatus);
 }

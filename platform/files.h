@@ -43,6 +43,25 @@ namespace plat
     /// where FileGetFacts would ask the system a second time.
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
 
+    /// Asks again and again whether a file can be had, with writers excluded.
+    class FileLockTest_c
+    {
+    public:
+        /// The path must outlive the test.
+        explicit FileLockTest_c(char const * szPath)
+            : m_szPath(szPath)
+        {}
+
+        /// Opens the file for reading and closes it again; false if that fails, or if anyone has it open for writing.
+        /// Where the system does not tell of writers: true if size and write time stood still since the former call.
+        bool Try();
+
+    private:
+        char const * m_szPath;
+        FileFacts_t m_Seen;   // at the former call
+        bool m_bSeen = false;
+    };
+
     /// Size and times of an open file; false on failure.
     bool FileGetFacts(File_t hFile, FileFacts_t & Facts);
 
@@ -90,6 +109,7 @@ namespace plat
     {
         char const * szName = nullptr;   // the disk's spelling; lives as long as the listing
         bool bLink = false;              // reached through a link; the facts are those of its target
+        bool bAscii = false;             // all bytes of the name are
         bool bReachable = true;   // false: the name holds a `\`, so that no path leads here; nothing else is told
         FileFacts_t Facts;        // of a folder or what is no file only the kind, unless reached through a link
     };
@@ -101,6 +121,9 @@ namespace plat
         std::uint64_t iFolder = 0;
         bool operator==(FolderIdentity_t const &) const = default;
     };
+
+    /// False if there is no such folder.
+    bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity);
 
     /// A folder read whole. Entries come in one order on every machine: by name folded to lower case (ASCII), then by
     /// the raw bytes. Entries that vanish while the folder is read, and links to nothing, are left out.
@@ -120,8 +143,6 @@ namespace plat
 
         /// Requires iEntry < GetCount().
         FolderEntry_t const & GetEntry(std::size_t iEntry) const;
-
-        FolderIdentity_t const & GetIdentity() const;
 
     private:
         struct Contents_s;

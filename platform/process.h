@@ -20,6 +20,11 @@ namespace plat
     /// Installs what a call of a pure virtual function does; it must not return.
     void ProcessSetPureCallHandler(void (*fnHandler)());
 
+    /// Starts a program, or a script that can be executed, in the current folder with this process's files and
+    /// environment and no arguments. False if it can't be started; LastErrorText then tells why. Nobody waits for its
+    /// end.
+    bool ProcessStart(char const * szProgram);
+
     /// The calling thread's last system error as text, with a line end; cut to nSize - 1 bytes.
     void LastErrorText(char * szBuffer, std::size_t nSize);
 }

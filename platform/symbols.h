@@ -1,9 +1,10 @@
 // symbols.h: the frames, names, lines and variables of a thread of this process.
 //
 // The debug information is read by a program of its own, zqsymbols, which stands beside the library and asks this
-// process for the bytes of its memory that it needs. Nothing here takes memory from the heap or waits for a lock, and
-// every answer has a time limit: without the helper, or once it has failed, frames come from the chain of frame
-// pointers and everything else is unknown. One object serves one thread's registers; it is not shared.
+// process for the bytes of its memory that it needs. Nothing here takes memory from the heap or waits for a lock, so
+// all of it may run in a signal handler, on less than 12 KB of stack. An answer may take 5 seconds and all answers of
+// one object together 20: without the helper, or once it has failed or let a limit pass, frames come from the chain of
+// frame pointers and everything else is unknown. One object serves one thread's registers; it is not shared.
 #pragma once
 
 #include <cstddef>
@@ -12,11 +13,16 @@
 namespace plat
 {
     struct FaultContext_t;
+    struct SymbolRequest_t;
+    struct SymbolAnswer_t;
+
+    /// Frames that a walk gives at most: a runaway recursion has more than anyone reads.
+    inline constexpr unsigned SYMBOL_FRAMES = 4096;
 
     struct SymbolFrame_t
     {
         std::uintptr_t Address;   // of the instruction: the fault's, then return addresses
-        std::uintptr_t Frame;     // the frame pointer's value in that frame; 0 ends the walk
+        std::uintptr_t Frame;     // where the function keeps its caller's frame pointer, or would; 0 for a lost stack
     };
 
     enum SymbolKind_e : std::uint8_t
@@ -28,12 +34,12 @@ namespace plat
 
     enum SymbolPlace_e : std::uint8_t
     {
-        PLACE_NONE,   // optimised out
+        PLACE_NONE,   // optimised out, a constant, or spread over several places
         PLACE_REGISTER,
         PLACE_MEMORY
     };
 
-    /// A type of the helper's, valid while the Symbols_c lives. 0 is no type.
+    /// A type of the helper's, valid until Stop; a member counts as a type of its own. 0 is no type.
     using SymbolType_t = std::uint32_t;
 
     struct SymbolVariable_t
@@ -57,12 +63,21 @@ namespace plat
         BASE_BOOL = 10
     };
 
+    /// Its nType has the member's name as TypeName, a base class that of its type, and the members and the base type of
+    /// the member's type.
     struct SymbolMember_t
     {
         SymbolType_t nType;
-        std::uint64_t nOffset;
-        std::uint64_t nSize;
+        std::uint64_t nOffset;    // from the start of the variable: that of the outer members is added already
+        std::uint64_t nSize;      // bytes of its type, 0 if unknown
+        std::uint8_t nFirstBit;   // of a bit field: its lowest bit in the nSize bytes at nOffset
+        std::uint8_t nBits;       // and how many; 0 for other members
     };
+
+    /// The helper's path, cut at 1023 bytes, empty for none. Before the first call: the environment variable
+    /// ZQCORE_SYMBOLS at load time, else zqsymbols in the folder of the program or library that holds this code, else
+    /// where the installation has it. Not while another thread starts a walk.
+    void SymbolsSetHelper(char const * szPath);
 
     class Symbols_c
     {
@@ -75,36 +90,57 @@ namespace plat
         /// Starts the helper for the calling process and the thread with these registers, which must stay alive. False
         /// without a helper; the walk then goes by frame pointers.
         bool Start(FaultContext_t const * pContext);
+
+        /// Ends the helper. Costs nothing without one.
         void Stop();
-        bool IsRunning() const { return m_hProcess > 0; }
+        bool IsRunning() const { return m_hHelper >= 0; }
 
         /// The next frame, from the innermost out; false at the end.
         bool NextFrame(SymbolFrame_t * pFrame);
+
         /// Starts the walk over.
         void Rewind();
 
-        /// The function at an address, as the source spells it, cut to nSize - 1 bytes, and the distance from its start.
+        /// The function at an address, as the source spells it but without argument and return types, cut to nSize - 1
+        /// bytes, and the distance from its start. False if it is unknown; the name is then empty.
         bool FunctionAt(std::uintptr_t Address, char * szName, std::size_t nSize, std::uint64_t * pDisplacement);
 
-        /// The source line at an address. For a return address ask for the byte before.
+        /// The source line at an address. For a return address ask for the byte before. False as above.
         bool LineAt(std::uintptr_t Address, char * szFile, std::size_t nSize, unsigned * pLine);
 
-        /// The variables in scope in the frame that NextFrame gave last: parameters, locals of the open blocks.
+        /// The next variable in scope in the frame that NextFrame gave last: parameters and locals of the function,
+        /// then of the open blocks and inlined calls, from the outermost in. False at the end.
         bool NextVariable(SymbolVariable_t * pVariable);
 
-        /// A type's name; false if it has none.
+        /// The name of a structure, an enumeration or a member; false for other types. Aliases and const are seen
+        /// through.
         bool TypeName(SymbolType_t nType, char * szName, std::size_t nSize);
-        /// Members of a structure, its bases included as members: 0 for every other type.
+
+        /// Members of a structure, its bases first, static ones left out; at most 1024. 0 for every other type, and for
+        /// structures nested deeper than 16.
         unsigned TypeMembers(SymbolType_t nType);
+
+        /// False past the last member.
         bool TypeMember(SymbolType_t nType, unsigned iMember, SymbolMember_t * pMember);
+
+        /// What a value of the type is; an enumeration is its integer, arrays and other pointers are BASE_NONE.
         SymbolBase_e TypeBase(SymbolType_t nType);
 
     private:
+        bool Launch();
+        bool Greet();
+        bool NextByChain();
+        bool Ask(SymbolRequest_t const & Request, SymbolAnswer_t * pAnswer);
+        bool AskText(SymbolRequest_t const & Request, char * szText, std::size_t nSize, std::uint64_t * pValue);
+
         FaultContext_t const * m_pContext = nullptr;
-        int m_hProcess = 0;      // the helper, 0 without
-        int m_hRequests = -1;    // to the helper
-        int m_hAnswers = -1;     // from it
-        unsigned m_iFrame = 0;   // frames given
-        SymbolFrame_t m_Frame{};
+        int m_hHelper = -1;         // the line to the helper
+        int m_hProcess = -1;        // its process
+        unsigned m_nWaited = 0;     // milliseconds, for answers
+        unsigned m_iFrame = 0;      // frames given
+        unsigned m_iVariable = 0;   // variables given of the last frame
+        bool m_bAsking = false;     // an answer is due
+        bool m_bLast = false;       // the chain of frame pointers ends here
+        SymbolFrame_t m_Frame{};    // the last one given
     };
 }

@@ -75,6 +75,24 @@ namespace plat
         std::atomic<int> m_bSignalled{ 0 };
     };
 
+    /// A wake-up that stays until it is taken back: every wait passes while it is set. Any thread, and a signal handler.
+    class Event_c
+    {
+    public:
+        void Set();
+        void Reset() { m_nSet.store(0, std::memory_order_relaxed); }
+        bool IsSet() const { return m_nSet.load(std::memory_order_acquire) != 0; }
+
+        /// Sleeps until set. A waiter that wakes after a Reset sleeps on.
+        void Wait();
+
+        /// The same for at most nMilliseconds; false if they passed.
+        bool WaitFor(std::uint32_t nMilliseconds);
+
+    private:
+        std::atomic<std::uint32_t> m_nSet{ 0 };
+    };
+
     /// One thread that runs a plain function. Start and Join belong to one thread.
     class Thread_c
     {

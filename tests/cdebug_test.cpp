@@ -214,7 +214,7 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
             { Assertion, false, Answer_e::Abort, -SIGTRAP, "^CLxDX" },
             { Assertion, false, Answer_e::Retry, -SIGTRAP, "^CLxDX" }, { Attention, true, Answer_e::No, 1, "^LW" },
             { Attention, false, Answer_e::Cancel, 0, "^LWD" }, { Attention, false, Answer_e::Yes, -SIGTRAP, "^LWD" },
-            { End, true, Answer_e::Ok, -SIGTRAP, "^LxMX" }, { End, false, Answer_e::Ok, -SIGTRAP, "^LxMDX" },
+            { End, true, Answer_e::Ok, 1, "^LxMX" }, { End, false, Answer_e::Ok, -SIGTRAP, "^LxMDX" },
             { End, false, Answer_e::Cancel, -SIGTRAP, "^LxMDX" },
             { Located, false, Answer_e::Cancel, 255, "^D, then 7" }, { Located, false, Answer_e::Yes, -SIGTRAP, "^D" },
             { Error, false, Answer_e::Ok, -SIGTRAP, "^D" }, { Break, false, Answer_e::Yes, -SIGTRAP, "^D" } })

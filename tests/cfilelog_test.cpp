@@ -1,5 +1,6 @@
 #include "tests/media_fixture.h"
 #include "zqcore/cfilelog.h"
+#include "zqcore/clogf.h"
 
 class FileTrackerTest : public MediaTest
 {
@@ -112,4 +113,118 @@ TEST_F(FileTrackerTest, OpensAreToldOnlyWhileResourcesAreCollected)
     g_bCollectResource = false;
     g_FileOpenCallbacker.Reset();
     EXPECT_EQ(s_dTold, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt") }));
+}
+
+class FileLogTest : public MediaTest
+{
+protected:
+    FileLogTest()
+    {
+        Make({ { "a.txt", "x" }, { "b.txt", "yy" }, { "Logs/", "" }, { "rel/r.txt", "deep" } });
+        SetPQXMediaPath(Folder.GetPath().c_str());
+        FileAddSearchPath(Folder.GetPath().c_str(), false, true);
+        FileAddSearchPath(Folder.Join("rel").c_str(), false, true);
+        g_FileOpenCallbacker.Add(ResourceLoadCallback, false);
+    }
+
+    ~FileLogTest() override
+    {
+        FileOpenLogDisable();
+        FileOpenLogMode(3);
+        g_FileOpenCallbacker.Reset();
+    }
+
+    // Reads a, a and b from the disk.
+    static void Run()
+    {
+        std::for_each_n(std::begin({ "a.txt", "a.txt", "b.txt" }), 3, [](char const * sz) { FileClose(FileOpen(sz)); });
+    }
+
+    // The three response logs, each file by its letter.
+    std::string Read(std::string const & sName) const
+    {
+        std::string sAll;
+        for (char const * szEnding : { ".rsp", "_clean.rsp", "_prefetch.rsp" })
+        {
+            std::istringstream Lines(Folder.Read("Logs/" + sName + szEnding));
+            for (std::string sLine; std::getline(Lines, sLine);)
+            {
+                sAll += sLine == Folded("a.txt") ? "a" : (sLine == Folded("b.txt") ? "b" : "?");
+            }
+            sAll += " ";
+        }
+        return sAll;
+    }
+};
+
+TEST_F(FileLogTest, EachResponseLogHasItsOpens)
+{
+    auto const CountHandles = []
+    { return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()); };
+    auto const nHandles = CountHandles();
+    for (auto const & [szName, dwMask, dwMode, bAppend, szLogs] :
+        Rows_t<char const *, std::uint32_t, std::uint32_t, bool, char const *>{ { nullptr, 7, 3, false, "aab ab  " },
+            { "", 7, 4, true, "aab ab aab " }, { "thegame", 2, 7, true, "aab abab aab " },
+            { "thegame", 7, 7, false, "aab ab aab " }, { "nowhere/x", 7, 7, false, "aab ab aab " } })
+    {
+        FileOpenLogMode(dwMode);
+        FileOpenLogEnable(szName, dwMask, bAppend);
+        Run();
+        FileOpenLogDisable();
+        EXPECT_FALSE(g_bCollectResource);
+        EXPECT_EQ(Read("thegame"), szLogs);
+    }
+    FileOpenLogEnable("one", 7, false);
+    Run();
+    FileOpenLogEnable("two", 2, false);   // again, which closes the former and starts afresh
+    Run();
+    EXPECT_EQ(CountHandles(), nHandles + 3);
+    EXPECT_EQ(Read("one") + Read("two"), "aabaab ab aabaab  ab  ");
+}
+
+TEST_F(FileLogTest, ThreadsWriteWholeLinesInTheirMode)
+{
+    FileOpenLogEnable("t", 7, false);
+    InThreads(4,
+        [this](int iThread)
+        {
+            for (int n = 0; n < 200; ++n)
+            {
+                FileOpenToResponseLog(Folded(iThread % 2 ? "a.txt" : "b.txt").c_str(), iThread % 2 ? 1 : 6);
+            }
+        });
+    EXPECT_EQ(g_dwFileOpenLogMode, 3u);
+    EXPECT_EQ(Read("t"), std::string(400, 'a') + " b " + std::string(400, 'b') + " ");
+}
+
+TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
+{
+    Make({ { "current/LoadedMedia/old.txt", "" }, { "outside/kept.txt", "" } });
+    CurrentFolderScope_c const Scope(Folder.Join("current"));
+    fs::create_directory_symlink(Folder.Join("outside"), "LoadedMedia/link");
+    std::string const & sFolder = Folder.GetPath();
+    ModuleLog_c::SetLogPath(std::wstring(sFolder.begin(), sFolder.end()).c_str());
+    Module_c::Register(ModuleLog_c::Get());
+    Module_c::InitializeAllModules();
+    Run();
+    FileOpenStored("rel/r.txt")->CloseStored();
+    Run();
+    FileOpen("b.txt");
+    FileDumpInfo();
+    Module_c::ShutdownAllModules();
+    ModuleLog_c::SetLogPath(L"");
+    EXPECT_EQ(Folder.Read("fileopen_calls.log"), "a.txt                           4\n"
+                                                 "b.txt                           3\n"
+                                                 "rel\\r.txt                       2\n");
+    Log.Clear();
+    FileLogLoadedMedia();
+    std::string const sCut = "------------ CUT ------------\n";
+    EXPECT_EQ(Log.GetText(), "Media in memory...\n" + sCut + "2, b.txt\n" + sCut);
+    FileClose(FileStream("b.txt"));
+    FileCloneLoadedMedia();
+    EXPECT_EQ(Folder.Read("current/LoadedMedia/a.txt") + Folder.Read("current/LoadedMedia/b.txt")
+                  + Folder.Read("current/LoadedMedia/rel/r.txt"),
+        "xyydeep");
+    EXPECT_EQ(std::distance(fs::directory_iterator("LoadedMedia"), fs::directory_iterator()), 3);
+    EXPECT_TRUE(fs::exists(Folder.Join("outside/kept.txt")));
 }

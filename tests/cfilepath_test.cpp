@@ -197,6 +197,7 @@ TEST_F(FilePathTest, AddsOneFileIfItCanBeRead)
 TEST_F(FilePathTest, AFullTableIsToldOnceAndLosesNoMemory)
 {
     Make({ { "a.txt", "" }, { "b.txt", "" } });
+    std::ptrdiff_t const nBlocks = FileBlocks();
     FileOnDisk_c Dummy;
     std::vector<File_c::Key_t> dKeys(40000);
     for (std::size_t i = 0; i < dKeys.size(); ++i)
@@ -204,11 +205,11 @@ TEST_F(FilePathTest, AFullTableIsToldOnceAndLosesNoMemory)
         dKeys[i] = NewString("%zu-%zx", i, i * 40503);
         g_sFileObjects.Add(&Dummy, &dKeys[i]);
     }
-    std::ptrdiff_t const nBlocks = FileBlocks();
     ASSERT_TRUE(Scan());
-    EXPECT_EQ(FileBlocks(), nBlocks + 1) << "only the folder was entered";
     EXPECT_FALSE(FileExists("a.txt") || FileAddOneFile(Folder.Join("a.txt").c_str()));
     EXPECT_EQ(Log.Count("file hash overflow"), 1);
     EXPECT_EQ(Log.Count("FileAddOneFile - unknown file hash error [Ivo Renning]"), 1);
     g_sFileObjects.Reset();
+    FileReset();
+    EXPECT_EQ(FileBlocks(), nBlocks) << "objects that went nowhere are gone, or their pool would stay";
 }

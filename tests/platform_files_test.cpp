@@ -194,13 +194,16 @@ TEST_F(PlatformFiles, ListsAFolderInOneOrder)
     EXPECT_FALSE(plat::FileCopy(sPipe.c_str(), m_Folder.Join("copy").c_str()));
     EXPECT_FALSE(plat::FileCopy(m_Folder.Join("_x").c_str(), sPipe.c_str()));
 
-    plat::FolderListing_c First, Second;
-    ASSERT_TRUE(First.Read(m_Folder.Join("Sub").c_str()) && Second.Read(m_Folder.Join("linked sub").c_str()));
-    EXPECT_EQ(First.GetIdentity(), Second.GetIdentity());
-    ASSERT_TRUE(Second.Read(m_Folder.GetPath().c_str()));
-    EXPECT_FALSE(First.GetIdentity() == Second.GetIdentity());
+    plat::FolderIdentity_t First, Second;
+    ASSERT_TRUE(plat::FolderGetIdentity(m_Folder.Join("sub").c_str(), First)
+                && plat::FolderGetIdentity(m_Folder.Join("linked sub").c_str(), Second));
+    EXPECT_EQ(First, Second);
+    ASSERT_TRUE(plat::FolderGetIdentity(m_Folder.GetPath().c_str(), Second));
+    EXPECT_FALSE(First == Second || plat::FolderGetIdentity(m_Folder.Join("b.txt").c_str(), First));
+    plat::FolderListing_c Listing;
+    ASSERT_TRUE(Listing.Read(m_Folder.GetPath().c_str()));
     plat::FileFacts_t Facts;
-    plat::FileFacts_t const & Listed = Second.GetEntry(0).Facts;
+    plat::FileFacts_t const & Listed = Listing.GetEntry(0).Facts;
     ASSERT_TRUE(plat::PathGetFacts(m_Folder.Join("_x").c_str(), Facts));
     EXPECT_TRUE(Listed.tLastWrite == Facts.tLastWrite && Listed.tCreation == Facts.tCreation);
 }

@@ -1,3 +1,4 @@
+#include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 
 #include <gtest/gtest.h>
@@ -6,6 +7,7 @@ int main(int argc, char ** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    g_ExceptionReport.SetLogFileName(L"/dev/null", L"");   // no folder: processes that are to end leave no report
     int const iResult = RUN_ALL_TESTS();
     LogDone();   // frees the listeners, so that a block that lives on is a leak
     return iResult;

@@ -2,37 +2,16 @@
 #include "zqcore/cmemoryreport.h"
 
 #include "tests/test_support.h"
+#include "tests/zqtool_support.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdio>
-#include <sys/wait.h>
 
 namespace
 {
     using testing::HasSubstr;
-
-    struct Result_s
-    {
-        int iStatus;
-        std::string sOutput;   // of both streams
-    };
-
-    Result_s RunTool(std::string const & sArguments)
-    {
-        Result_s Result;
-        std::FILE * const pPipe = ::popen((std::string(ZQTOOL_PATH) + " " + sArguments + " 2>&1").c_str(), "r");
-        char szPart[4096];
-        while (std::size_t const n = std::fread(szPart, 1, sizeof szPart, pPipe))
-        {
-            Result.sOutput.append(szPart, n);
-        }
-        int const iStatus = ::pclose(pPipe);
-        Result.iStatus = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-        return Result;
-    }
 
     constexpr char TAIL[] = "; total\n1; 64 bytes; 25%\n0; 128 bytes; 0%\n0; 256 bytes; 0%\n0; 512 bytes; 0%\n\n";
     std::string const REPORT = "Memory allocations\n60; GFX; a (1); x.cpp(12)\n600; AI; src/<b>.cpp(7)\n"

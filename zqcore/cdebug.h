@@ -93,7 +93,7 @@ public:
 
     /// Shows a dialog with a stack trace, above all other windows; nStyle is made of the MESSAGE_ words of
     /// cexceptioninfo.h. The answer's number; Cancel (2) ends the process with status -1.
-    ZQ_API int DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle);
+    ZQ_API ZQ_COLD int DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle);
 
     bool m_bQuiet = false;       // DebugAssert shows nothing
     void * m_hOwner = nullptr;   // window that owns the dialogs

@@ -1,65 +1,296 @@
-#include "zqcore/cexceptioninfo.h"
+#include "zqcore/cexceptioninfo_internal.h"
 
+#include "zqcore/cdebug.h"
+
+#include "platform/debugger.h"
 #include "platform/dialog.h"
-#include "platform/threads.h"
+#include "platform/process.h"
 
+#include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+using namespace exceptioninfo;
 
 namespace
 {
-    constexpr std::size_t DIALOG_SIZE = 4 * 16384;   // a text and a trace
+    constexpr std::uint32_t LOOK_INTERVAL = 500;   // milliseconds between looks at the stop flag
+    constexpr int EXCEPTION_FRAMES = 32;
+    constexpr std::uintptr_t DUMP_BELOW = 512;   // bytes
+    constexpr int DUMP_WORDS = 256;
+    constexpr char REMOTE_DEBUGGER[] = "RemoteDebug\\rdebug.cmd";
 
-    plat::Lock_c g_Lock;
-    char g_szDialog[DIALOG_SIZE];
+    constinit plat::Lock_c g_HandOver;   // held by the thread whose fault is shown; taken ahead of g_Lock
+    constinit plat::Event_c g_ExceptionEvent;
+    constinit plat::Event_c g_ExceptionHandled;
+    constinit plat::FaultPointers_t const * g_pPending = nullptr;
+    constinit plat::Thread_c g_Thread;
+    constinit std::atomic<std::uint32_t> g_nThread = 0;
+    constinit std::atomic<bool> g_bRunning = false;
+    constinit std::atomic<bool> g_bStop = false;
+    char g_szExceptionTrace[EXCEPTION_TRACE_SIZE];
 
-    plat::DialogButtons_e ButtonsOf(unsigned long nStyle)
+    struct ExceptionName_s
     {
-        switch (nStyle & 0xF)
+        std::uint32_t nCode;
+        char const * szName;
+    };
+
+    constexpr ExceptionName_s EXCEPTION_NAMES[] = {
+        { 0xC0000005, "EXCEPTION_ACCESS_VIOLATION" },
+        { 0x80000002, "EXCEPTION_DATATYPE_MISALIGNMENT" },
+        { 0x80000003, "EXCEPTION_BREAKPOINT" },
+        { 0x80000004, "EXCEPTION_SINGLE_STEP" },
+        { 0xC000008C, "EXCEPTION_ARRAY_BOUNDS_EXCEEDED" },
+        { 0xC000008D, "EXCEPTION_FLT_DENORMAL_OPERAND" },
+        { 0xC000008E, "EXCEPTION_FLT_DIVIDE_BY_ZERO" },
+        { 0xC000008F, "EXCEPTION_FLT_INEXACT_RESULT" },
+        { 0xC0000090, "EXCEPTION_FLT_INVALID_OPERATION" },
+        { 0xC0000091, "EXCEPTION_FLT_OVERFLOW" },
+        { 0xC0000092, "EXCEPTION_FLT_STACK_CHECK" },
+        { 0xC0000093, "EXCEPTION_FLT_UNDERFLOW" },
+        { 0xC0000094, "EXCEPTION_INT_DIVIDE_BY_ZERO" },
+        { 0xC0000095, "EXCEPTION_INT_OVERFLOW" },
+        { 0xC0000096, "EXCEPTION_PRIV_INSTRUCTION" },
+        { 0xC0000006, "EXCEPTION_IN_PAGE_ERROR" },
+        { 0xC000001D, "EXCEPTION_ILLEGAL_INSTRUCTION" },
+        { 0xC0000025, "EXCEPTION_NONCONTINUABLE_EXCEPTION" },
+        { 0xC00000FD, "EXCEPTION_STACK_OVERFLOW" },
+        { 0xC0000026, "EXCEPTION_INVALID_DISPOSITION" },
+        { 0x80000001, "EXCEPTION_GUARD_PAGE" },
+        { 0xC0000008, "EXCEPTION_INVALID_HANDLE" },
+        { 0xC000013A, "CONTROL_C_EXIT" },
+        { 0, "unknown" },
+    };
+
+    char const * ExceptionName(std::uint32_t nCode)
+    {
+        ExceptionName_s const * pRow = EXCEPTION_NAMES;
+        while (pRow->nCode != 0 && pRow->nCode != nCode)
         {
-        case MESSAGE_OK_CANCEL:
-            return plat::DialogButtons_e::OkCancel;
-        case MESSAGE_ABORT_RETRY_IGNORE:
-            return plat::DialogButtons_e::AbortRetryIgnore;
-        case MESSAGE_YES_NO_CANCEL:
-            return plat::DialogButtons_e::YesNoCancel;
+            ++pRow;
+        }
+        return pRow->szName;
+    }
+
+    // Empty for all but an access violation.
+    class AccessLine_c
+    {
+    public:
+        explicit AccessLine_c(plat::FaultRecord_t const & Record)
+        {
+            if (Record.nCode == plat::FAULT_ACCESS)
+            {
+                std::snprintf(m_szLine, sizeof m_szLine, "attempt to %s ptr 0x%08" PRIXPTR "\r\n",
+                    Record.dParameters[0] != 0 ? "write" : "read", Record.dParameters[1]);
+            }
+        }
+        char const * Get() const { return m_szLine; }
+
+    private:
+        char m_szLine[64] = "";
+    };
+
+    void TraceRegisters(plat::FaultContext_t const & Context)
+    {
+        constexpr auto TraceRow = ExceptionInfo_c::TraceLine;
+        TraceText("Registers:");
+        TraceRow("EAX = 0x%08" PRIXPTR "  CS = 0x%04X  EIP = 0x%08" PRIXPTR "  EFLGS = 0x%08" PRIXPTR, Context.nAx,
+            Context.nCs, Context.nIp, Context.nFlags);
+        TraceRow("EBX = 0x%08" PRIXPTR "  SS = 0x%04X  ESP = 0x%08" PRIXPTR "  EBP = 0x%08" PRIXPTR, Context.nBx,
+            Context.nSs, Context.nSp, Context.nBp);
+        TraceRow("ECX = 0x%08" PRIXPTR "  DS = 0x%04X  ESI = 0x%08" PRIXPTR "  FS = 0x%04X", Context.nCx, Context.nDs,
+            Context.nSi, Context.nFs);
+        TraceRow("EDX = 0x%08" PRIXPTR "  ES = 0x%04X  EDI = 0x%08" PRIXPTR "  GS = 0x%04X", Context.nDx, Context.nEs,
+            Context.nDi, Context.nGs);
+    }
+
+    void TraceModule(std::uintptr_t Address)
+    {
+        ModuleInfo_s const * const pModule = ModuleOf(Address);
+        if (pModule == nullptr)
+        {
+            TraceText("Exception in unknown address space");
+            return;
+        }
+        ExceptionInfo_c::TraceLine("Exception in address space of module : %s", pModule->szName);
+        ExceptionInfo_c::TraceLine("Module loaded from : %s", pModule->szPath);
+    }
+
+    void TraceException(plat::FaultRecord_t const & Record, plat::FaultContext_t const & Context)
+    {
+        TraceText("//////////////////////  Exeption information //////////////////////");
+        ExceptionInfo_c::TraceLine("Exception 0x%08" PRIX32 " at Addres: 0x%08" PRIXPTR, Record.nCode, Record.Address);
+        AccessLine_c const Access(Record);
+        if (Access.Get()[0] != 0)
+        {
+            TraceText(Access.Get());
+        }
+        TraceRegisters(Context);
+        ExceptionInfo_c::TraceLine("Exception name : %s", ExceptionName(Record.nCode));
+        TraceModule(Record.Address);
+    }
+
+    void LaunchRemoteDebugger()
+    {
+        if (plat::ProcessStart(REMOTE_DEBUGGER))
+        {
+            MessageBoxPlain(nullptr, "Please attach by remote debugger and press ok", "Wait For ...", MESSAGE_TOPMOST);
+            return;
+        }
+        DebugMessages_c & dm = DebugMessages_c::Get();
+        (dm.*dm.SetLocation(__FILE__, __LINE__))("%s", LastError());
+    }
+
+    plat::DialogAnswer_e Ask(plat::FaultRecord_t const & Record)
+    {
+        if (g_silentMode)
+        {
+            return plat::DialogAnswer_e::No;
+        }
+        std::snprintf(g_szDialog, DIALOG_SIZE,
+            "Unhandled Exception %s (0x%08" PRIX32 ") at 0x%08" PRIXPTR "\r\n%sStack Trace\r\n\r\n%s\r\n\r\nPress:\r\n"
+            "Yes - to launch remote debug\r\nNo - to ignore exception\r\nCancel - to terminate application",
+            ExceptionName(Record.nCode), Record.nCode, Record.Address, AccessLine_c(Record).Get(), g_szExceptionTrace);
+        return static_cast<plat::DialogAnswer_e>(MessageBoxPlain(
+            nullptr, g_szDialog, "Exception", MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TOPMOST));
+    }
+
+    void HandlePending(plat::FaultPointers_t const & Pending)
+    {
+        ExceptionInfo_c & Info = ExceptionInfo_c::Get();
+        plat::FaultContext_t const & Context = *Pending.pContext;
+        SetUpSymbols(Context);
+        LoadModules();
+        TraceException(*Pending.pRecord, Context);
+        Info.DumpMemory("ESP", Context.nSp, Context.nSp - DUMP_BELOW, DUMP_WORDS);
+        Info.DumpMemory("EBP", Context.nBp, Context.nBp - DUMP_BELOW, DUMP_WORDS);
+        Info.StackTrace(g_szExceptionTrace, EXCEPTION_TRACE_SIZE, EXCEPTION_FRAMES, 0, &Pending);
+        TraceText("StackTrace");
+        TraceText(g_szExceptionTrace);
+        switch (Ask(*Pending.pRecord))
+        {
+        case plat::DialogAnswer_e::Cancel:
+            std::exit(static_cast<int>(Pending.pRecord->nCode));
+        case plat::DialogAnswer_e::Yes:
+            LaunchRemoteDebugger();
+            break;
         default:
-            return plat::DialogButtons_e::Ok;
+            break;
         }
     }
 
-    plat::DialogModality_e ModalityOf(unsigned long nStyle)
+    void Handle()
     {
-        if (nStyle & (MESSAGE_SYSTEM_MODAL | MESSAGE_TOPMOST))
+        g_ExceptionEvent.Reset();
+        TraceText("Handling Exception...");
+        if (g_pPending != nullptr)
         {
-            return plat::DialogModality_e::AlwaysOnTop;
+            HandlePending(*g_pPending);
         }
-        return nStyle & MESSAGE_TASK_MODAL ? plat::DialogModality_e::Task : plat::DialogModality_e::Plain;
+        TraceText("Handling Exception...done");
+        g_pPending = nullptr;
+        g_ExceptionHandled.Set();
     }
-}
 
-int MessageBoxPlain(void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle)
-{
-    plat::Dialog_t Dialog;
-    Dialog.szText = sText;
-    Dialog.szCaption = sCaption;
-    Dialog.eButtons = ButtonsOf(nStyle);
-    Dialog.iDefaultButton = nStyle & MESSAGE_DEFAULT_2 ? 2 : 1;
-    Dialog.eIcon = (nStyle & 0xF0) == MESSAGE_ICON_WARNING ? plat::DialogIcon_e::Warning : plat::DialogIcon_e::Error;
-    Dialog.eModality = ModalityOf(nStyle);
-    Dialog.pOwner = hOwner;
-    return static_cast<int>(plat::DialogShow(Dialog));
+    void Run(void *)
+    {
+        g_nThread = plat::ThreadId();
+        {
+            Scope_c const Started;   // Start has made the events
+        }
+        while (!g_bStop)
+        {
+            if (g_ExceptionEvent.WaitFor(LOOK_INTERVAL))
+            {
+                Scope_c const Scope;
+                Handle();
+            }
+            std::this_thread::yield();
+        }
+    }
+
+    // Whether waiting for the support thread would wait for the caller itself.
+    bool IsMine()
+    {
+        return g_Lock.IsMine() || g_nThread == plat::ThreadId();
+    }
+
+    bool Post(plat::FaultPointers_t const * pPointers)
+    {
+        Scope_c const Scope;
+        if (!g_bRunning || g_bStop)
+        {
+            return false;
+        }
+        g_pPending = pPointers;
+        g_ExceptionEvent.Set();
+        return true;
+    }
+
+    void HandOver(plat::FaultPointers_t const * pPointers)
+    {
+        plat::LockScope_c const Turn(g_HandOver);
+        if (Post(pPointers))
+        {
+            g_ExceptionHandled.Wait();
+            g_ExceptionHandled.Reset();
+        }
+    }
 }
 
 ExceptionInfo_c & ExceptionInfo_c::Get()
 {
-    static ExceptionInfo_c s_Instance;
+    static constinit ExceptionInfo_c s_Instance;
     return s_Instance;
 }
 
-int ExceptionInfo_c::MessageBoxWithTrace(
-    void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int, int)
+bool ExceptionInfo_c::Start()
 {
-    plat::LockScope_c const Scope(g_Lock);
-    std::snprintf(g_szDialog, DIALOG_SIZE, "%s\r\nStackTrace\r\n%s", sText, "");
-    return MessageBoxPlain(hOwner, g_szDialog, sCaption, nStyle);
+    if (g_bRunning)
+    {
+        return true;
+    }
+    plat::LockScope_c const Turn(g_HandOver);   // a thread that Stop released has seen its event
+    Scope_c const Scope;
+    TraceText("Initializing debug SP");
+    g_bStop = false;
+    g_bRunning = g_Thread.Start(Run, nullptr);
+    g_ExceptionEvent.Reset();
+    g_ExceptionHandled.Reset();
+    TraceText("Initializing debug SP, done");
+    return g_bRunning;
+}
+
+void ExceptionInfo_c::Stop()
+{
+    if (!g_bRunning || IsMine())
+    {
+        return;
+    }
+    TraceText("Releasing debug SP");
+    {
+        Scope_c const Scope;
+        g_bStop = true;
+    }
+    g_Thread.Join();
+    Scope_c const Scope;
+    g_bRunning = false;
+    g_nThread = 0;
+    if (g_pPending != nullptr)
+    {
+        g_pPending = nullptr;
+        g_ExceptionHandled.Set();
+    }
+    TraceText("Releasing debug SP, done");
+}
+
+long ExceptionInfo_c::OnUnhandledException(plat::FaultPointers_t const * pPointers)
+{
+    if (!plat::DebuggerIsPresent() && g_bRunning && !IsMine())
+    {
+        HandOver(pPointers);
+    }
+    return 0;
 }

@@ -1,27 +1,274 @@
 #include "zqcore/cexceptionreport.h"
 
+#include "zqcore/ccallback.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cexceptioninfo.h"
+#include "zqcore/cexceptionreport_internal.h"
+#include "zqcore/clog.h"
+#include "zqcore/clog_internal.h"
+
+#include "platform/clock.h"
+#include "platform/dialog.h"
+#include "platform/faults.h"
+#include "platform/modules.h"
+#include "platform/process.h"
+#include "platform/rawfiles.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
 #include <cwchar>
 
 namespace
 {
+    using namespace exceptionreport;
+
     constexpr std::size_t PATH_SIZE = 1024;
+    constexpr std::size_t CRASH_LINE_SIZE = 1024;
+    constexpr std::size_t EXCEPTION_TEXT_SIZE = 512;
 
     wchar_t g_wszFolder[PATH_SIZE];
     wchar_t g_wszLogFile[PATH_SIZE];
+    plat::FaultFilter_t g_fnFormer = nullptr;
+
+    // Of the report that is being written.
+    plat::RawFile_t g_hReport = 0;
+    bool g_bWriting = false;
+    constinit plat::Symbols_c g_Symbols;
+    char g_szDialog[LINE_SIZE];
+
+    struct FaultName_t
+    {
+        std::uint32_t nCode;
+        char const * szName;
+    };
+    constexpr FaultName_t FAULT_NAMES[] = {
+        { 0xC0000005, "ACCESS_VIOLATION" },
+        { 0x80000001, "GUARD_PAGE" },
+        { 0x80000002, "DATATYPE_MISALIGNMENT" },
+        { 0x80000003, "BREAKPOINT" },
+        { 0x80000004, "SINGLE_STEP" },
+        { 0xC0000006, "IN_PAGE_ERROR" },
+        { 0xC0000008, "INVALID_HANDLE" },
+        { 0xC000001D, "ILLEGAL_INSTRUCTION" },
+        { 0xC0000025, "NONCONTINUABLE_EXCEPTION" },
+        { 0xC0000026, "INVALID_DISPOSITION" },
+        { 0xC000008C, "ARRAY_BOUNDS_EXCEEDED" },
+        { 0xC000008D, "FLT_DENORMAL_OPERAND" },
+        { 0xC000008E, "FLT_DIVIDE_BY_ZERO" },
+        { 0xC000008F, "FLT_INEXACT_RESULT" },
+        { 0xC0000090, "FLT_INVALID_OPERATION" },
+        { 0xC0000091, "FLT_OVERFLOW" },
+        { 0xC0000092, "FLT_STACK_CHECK" },
+        { 0xC0000093, "FLT_UNDERFLOW" },
+        { 0xC0000094, "INT_DIVIDE_BY_ZERO" },
+        { 0xC0000095, "INT_OVERFLOW" },
+        { 0xC0000096, "PRIV_INSTRUCTION" },
+        { 0xC00000FD, "STACK_OVERFLOW" },
+    };
 
     void Keep(wchar_t * wszTo, wchar_t const * wszFrom)
     {
         std::wcsncpy(wszTo, wszFrom, PATH_SIZE - 1);
         wszTo[PATH_SIZE - 1] = L'\0';
     }
+
+    char const * FaultName(std::uint32_t nCode)
+    {
+        for (FaultName_t const & Name : FAULT_NAMES)
+        {
+            if (Name.nCode == nCode)
+            {
+                return Name.szName;
+            }
+        }
+        static char s_szText[EXCEPTION_TEXT_SIZE];
+        plat::FaultText(nCode, s_szText, sizeof s_szText);
+        return s_szText;
+    }
+
+    // Runs a part of the report; false if it has to end here.
+    template <typename CALL>
+    bool Guarded(unsigned nLimit, CALL Call)
+    {
+        return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
+    }
+
+    // Folder and local time. A path that does not fit is none.
+    void ReportPath(char * szPath)
+    {
+        plat::Utf8FromWide(szPath, PATH_SIZE, g_wszFolder);
+        std::size_t const nFolder = std::strlen(szPath);
+        plat::LocalTime_t const Time = plat::LocalTimeByKept();
+        int const nName = std::snprintf(szPath + nFolder, PATH_SIZE - nFolder, "/CrashReport_%d.%d.%d__%d_%d_%d.rpt",
+            Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond);
+        if (nFolder + static_cast<std::size_t>(nName) >= PATH_SIZE)
+        {
+            szPath[0] = '\0';
+        }
+    }
+
+    void WriteFault(plat::FaultRecord_t const & Record)
+    {
+        plat::ModulePlace_t Place;
+        plat::ModuleFind(Record.Address, &Place);
+        ExceptionReport_c::CrashLog("\nPROGRAM IS CRASHED!!!\r\n");
+        ExceptionReport_c::CrashLog("Exception code: %08X %s\r\n", Record.nCode, FaultName(Record.nCode));
+        ExceptionReport_c::CrashLog("Fault address:  %08" PRIXPTR " %02X:%08" PRIXPTR " %s\r\n", Record.Address,
+            Place.iSection, Place.nOffset, Place.szPath);
+    }
+
+    void WriteRegisters(plat::FaultContext_t const & Context)
+    {
+        ExceptionReport_c::CrashLog("\r\nRegisters:\r\n");
+        ExceptionReport_c::CrashLog("EAX:%08" PRIXPTR "\r\nEBX:%08" PRIXPTR "\r\nECX:%08" PRIXPTR "\r\nEDX:%08" PRIXPTR
+                                    "\r\nESI:%08" PRIXPTR "\r\nEDI:%08" PRIXPTR "\r\n\n",
+            Context.nAx, Context.nBx, Context.nCx, Context.nDx, Context.nSi, Context.nDi);
+        ExceptionReport_c::CrashLog("CS:EIP:%04X:%08" PRIXPTR "\r\n\n", Context.nCs, Context.nIp);
+        ExceptionReport_c::CrashLog(
+            "SS:ESP:%04X:%08" PRIXPTR "  EBP:%08" PRIXPTR "\r\n\n", Context.nSs, Context.nSp, Context.nBp);
+        ExceptionReport_c::CrashLog(
+            "DS:%04X  ES:%04X  FS:%04X  GS:%04X\r\n\n", Context.nDs, Context.nEs, Context.nFs, Context.nGs);
+        ExceptionReport_c::CrashLog("Flags:%08" PRIXPTR "\r\n\n", Context.nFlags);
+    }
+
+    // The registers that a 64-bit process has more.
+    void WriteExtendedRegisters(plat::FaultContext_t const & Context)
+    {
+        if constexpr (sizeof(void *) == 8)
+        {
+            char szLines[CRASH_LINE_SIZE];
+            Text_c Lines(szLines, sizeof szLines);
+            for (int i = 0; i < 8; ++i)
+            {
+                Lines.Add("R%d:%08" PRIXPTR "\r\n", i + 8, Context.dExtended[i]);
+            }
+            Lines.AddEnd("\n");
+            WriteText(Lines);
+        }
+    }
+
+    // The MMX registers are the low 64 bits of the x87's, which stand in the order of its stack.
+    void WriteMmx(plat::FaultContext_t const & Context)
+    {
+        int const iTop = (Context.nX87Status >> 11) & 7;
+        for (int i = 0; i < 8; ++i)
+        {
+            std::uint32_t dValue[2];
+            std::memcpy(dValue, Context.dX87[(i - iTop) & 7], sizeof dValue);
+            ExceptionReport_c::CrashLog("MM%c = %08" PRIx32 "%08" PRIx32 "\r\n", '0' + i, dValue[1], dValue[0]);
+        }
+    }
+
+    void WriteHead(plat::FaultPointers_t const & Fault)
+    {
+        WriteFault(*Fault.pRecord);
+        WriteRegisters(*Fault.pContext);
+        WriteExtendedRegisters(*Fault.pContext);
+        WriteMmx(*Fault.pContext);
+        g_Symbols.Start(Fault.pContext);
+        Text_c DialogText(g_szDialog, sizeof g_szDialog);
+        WriteCallStack(g_Symbols, false, &DialogText);
+    }
+
+    // Sends each line of the dialog's text to the log, with its line end.
+    void LogDialogText()
+    {
+        char szLine[CRASH_LINE_SIZE];
+        for (char const * pLine = g_szDialog; *pLine != '\0';)
+        {
+            char const * const pEnd = std::strchr(pLine, '\n');
+            std::size_t const nLine = pEnd ? static_cast<std::size_t>(pEnd - pLine) + 1 : std::strlen(pLine);
+            std::size_t const nCopied = std::min(nLine, sizeof szLine - 1);
+            std::memcpy(szLine, pLine, nCopied);
+            szLine[nCopied] = '\0';
+            LogText(szLine);
+            pLine += nLine;
+        }
+    }
+
+    // The host's code: where a step of it faults or hangs, that step alone is lost.
+    void TellStack()
+    {
+        constexpr unsigned LIMIT = ExceptionReport_c::HOST_LIMIT;
+        Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(false, false); });
+        if (!g_silentMode)
+        {
+            Guarded(plat::DialogIsAttended() ? 0 : LIMIT,
+                []
+                {
+                    MessageBoxPlain(nullptr, g_szDialog, "TARNWELL SADLY REPORTS: Program has crashed!",
+                        MESSAGE_OK | MESSAGE_ICON_ERROR | MESSAGE_FOREGROUND);
+                });
+        }
+        Guarded(LIMIT, LogDialogText);
+        Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(true, false); });
+        if (g_silentMode)
+        {
+            plat::FaultExit(1);
+        }
+    }
+
+    void WriteRest(plat::FaultPointers_t const & Fault)
+    {
+        ExceptionReport_c::CrashLog("\nCrash code disassembly:\n\n");
+        WriteCode(Fault.pRecord->Address);
+        ExceptionReport_c::CrashLog("\n\n");
+        ExceptionReport_c::CrashLog("========================\r\n");
+        ExceptionReport_c::CrashLog("Local Variables And Parameters\r\n");
+        WriteCallStack(g_Symbols, true, nullptr);
+        g_Symbols.Stop();
+        ExceptionReport_c::CrashLog("\r\n");
+    }
+
+    void WriteReport(plat::FaultPointers_t const & Fault)
+    {
+        constexpr unsigned LIMIT = ExceptionReport_c::REPORT_LIMIT;
+        g_szDialog[0] = '\0';
+        if (Guarded(LIMIT, [&Fault] { WriteHead(Fault); }))
+        {
+            TellStack();
+            Guarded(LIMIT, [&Fault] { WriteRest(Fault); });
+        }
+        Guarded(LIMIT, [] { g_Symbols.Stop(); });
+    }
 }
 
-ExceptionReport_c g_ExceptionReport;
+ZQ_FIRST_GLOBAL ExceptionReport_c g_ExceptionReport;
+
+ExceptionReport_c::ExceptionReport_c()
+{
+    plat::LocalTimeKeep();
+    g_fnFormer = plat::FaultFilterSet(UnhandledExceptionFilter);
+}
+
+ExceptionReport_c::~ExceptionReport_c()
+{
+    plat::FaultFilterSet(g_fnFormer);
+}
 
 void ExceptionReport_c::SetLogFileName(wchar_t const * sFolder, wchar_t const * sName)
 {
     Keep(g_wszFolder, sFolder);
     Keep(g_wszLogFile, sName);
+    plat::LocalTimeKeep();
+}
+
+void ExceptionReport_c::SetReportFileAutoName()
+{
+    constexpr std::size_t ENDING = 3;
+    if (!plat::ProcessExecutablePath(g_wszLogFile, PATH_SIZE))
+    {
+        g_wszLogFile[0] = L'\0';
+    }
+    wchar_t * const pDot = std::wcschr(g_wszLogFile, L'.');
+    if (pDot && std::wcslen(pDot + 1) >= ENDING)
+    {
+        std::wmemcpy(pDot + 1, L"RPT", ENDING);
+    }
 }
 
 wchar_t const * ExceptionReport_c::GetFolder() const
@@ -32,6 +279,76 @@ wchar_t const * ExceptionReport_c::GetFolder() const
 wchar_t const * ExceptionReport_c::GetLogFileName() const
 {
     return g_wszLogFile;
+}
+
+long ExceptionReport_c::UnhandledExceptionFilter(plat::FaultPointers_t const * pFault)
+{
+    char szPath[PATH_SIZE];
+    ReportPath(szPath);
+    g_hReport = plat::RawOpenAppend(szPath);
+    Guarded(HOST_LIMIT, [&szPath] { Log("Crash log saved at %s", szPath); });
+    g_bWriting = true;
+    WriteReport(*pFault);
+    g_bWriting = false;
+    plat::RawClose(g_hReport);
+    g_hReport = 0;
+    LogCloseInCrash();
+    return g_fnFormer ? g_fnFormer(pFault) : 0;
+}
+
+int ExceptionReport_c::CrashLog(char const * fmt, ...)
+{
+    char szLine[CRASH_LINE_SIZE];
+    std::va_list args;
+    va_start(args, fmt);
+    int const nLine = std::min<int>(std::vsnprintf(szLine, sizeof szLine, fmt, args), CRASH_LINE_SIZE - 1);
+    va_end(args);
+    if (!g_bWriting || nLine <= 0)
+    {
+        return 0;
+    }
+    plat::RawWrite(g_hReport, szLine, static_cast<std::size_t>(nLine));
+    return nLine;
+}
+
+std::uint64_t ExceptionReport_c::GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const
+{
+    std::uint64_t nDisplacement;
+    return g_bWriting && g_Symbols.FunctionAt(Address, szName, nSize, &nDisplacement) ? nDisplacement
+                                                                                      : ~std::uint64_t{ 0 };
+}
+
+unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLastLine) const
+{
+    constexpr unsigned LONGEST_RUN = 100;
+    char szFile[NAME_SIZE];
+    unsigned iLine;
+    if (!g_bWriting || !g_Symbols.LineAt(Address, szFile, sizeof szFile, &iLine))
+    {
+        return iLastLine;
+    }
+    if (iLine == iLastLine)
+    {
+        return iLine;
+    }
+    unsigned iFirst = iLastLine == ~0u ? iLine : iLastLine + 1;
+    if (iFirst > iLine)
+    {
+        return iLine;
+    }
+    iFirst = iLine - iFirst < LONGEST_RUN ? iFirst : iLine - LONGEST_RUN + 1;
+    SourceFile_c const Source(szFile);
+    for (unsigned i = iFirst; i <= iLine; ++i)
+    {
+        char szText[LINE_SIZE];
+        Source.GetLine(i, szText, sizeof szText) ? CrashLog("; %s\n", szText) : CrashLog("; %u, %s\n", i, szFile);
+    }
+    return iLine;
+}
+
+void exceptionreport::WriteText(Text_c const & Text)
+{
+    plat::RawWrite(g_hReport, Text.Get(), Text.GetLength());
 }
 
 void ExceptionInit() {}

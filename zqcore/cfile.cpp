@@ -13,15 +13,29 @@ bool g_bFileReadDisabled = false;
 
 namespace
 {
+    constinit plat::Lock_c g_EventLock;   // the lists of receivers have none
+
+    void Tell(Callbacker_T<char const *> & Event, char const * szText)
+    {
+        plat::LockScope_c const Scope(g_EventLock);
+        Event.Fire(szText, false);
+    }
+
     plat::File_t OpenTracked(char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts)
     {
         plat::File_t const hFile = plat::FileOpenRead(szLocation, eShare, &Facts);
         FileOpenTracker(hFile, szLocation);
-        if (g_bCollectResource)
+        if (std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed))
         {
-            g_FileOpenCallbacker.Fire(szLocation, false);
+            Tell(g_FileOpenCallbacker, szLocation);
         }
         return hFile;
+    }
+
+    // Streams of one file may come and go on several threads.
+    void CountRead(File_c & File)
+    {
+        std::atomic_ref(File.iReads).fetch_add(1, std::memory_order_relaxed);
     }
 
     // Untracks first: a handle's number may come again on another thread as soon as it is closed.
@@ -70,6 +84,10 @@ FileLocation_c::FileLocation_c(File_c const & File)
 File_c::~File_c()
 {
     FileForget(*this);
+    if (m_bStayer)
+    {
+        FileStayerForget(*this);
+    }
 }
 
 String_T<256> File_c::GetFullPath() const
@@ -109,6 +127,18 @@ int File_c::RefOpen()
         m_bLost = false;
     }
     return ++m_iOpensCount;
+}
+
+bool File_c::RefOpenAsync(void * pBuffer)
+{
+    plat::LockScope_c const Scope(m_Lock);
+    if (!Open(pBuffer))
+    {
+        return false;
+    }
+    m_bLost = false;
+    ++m_iOpensCount;
+    return true;
 }
 
 int File_c::RefClose()
@@ -186,7 +216,11 @@ bool FileOnDisk_c::Open(void * pBuffer)
         return ComplainOfRead(sLocation);
     }
     pData = pBlock;
-    ++iReads;
+    CountRead(*this);
+    if (pData)
+    {
+        StayerDoWork();
+    }
     return pData != nullptr;
 }
 
@@ -212,7 +246,7 @@ bool FileOnDisk_c::TakeFacts(plat::FileFacts_t const & Facts, char const * szLoc
 bool FileOnDisk_c::ComplainOfRead(char const * szLocation)
 {
     Log("FileOnDisk_c::Open: Error reading file: '%s'", szLocation);
-    g_FileReadErrorCallbacker.Fire(sName, false);
+    Tell(g_FileReadErrorCallbacker, sName);
     return false;
 }
 
@@ -236,7 +270,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     if (plat::FileSeek(hFile, dwPosition, 0) < 0)
     {
         CloseTracked(hFile);
-        g_FileReadErrorCallbacker.Fire(sName, false);
+        Tell(g_FileReadErrorCallbacker, sName);
         Log("FileOnDisk_c::Load: Error reading file: '%s' - SetFilePointer", static_cast<char const *>(sLocation));
         return false;
     }
@@ -248,7 +282,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
         return true;
     }
     Log("FileOnDisk_c::Load: Error reading file: '%s'", static_cast<char const *>(sLocation));
-    g_FileReadErrorCallbacker.Fire(sName, false);
+    Tell(g_FileReadErrorCallbacker, sName);
     dwLength = static_cast<std::uint32_t>(nRead);
     return false;
 }
@@ -301,11 +335,11 @@ bool FileStored_c::OpenStored()
     }
     if (!m_hFile)
     {
-        g_FileReadErrorCallbacker.Fire(m_pFile->sName, false);
+        Tell(g_FileReadErrorCallbacker, m_pFile->sName);
         return false;
     }
     plat::FileHintSequential(m_hFile, Facts.nSize);
-    ++m_pFile->iReads;
+    CountRead(*m_pFile);
     return true;
 }
 
@@ -336,7 +370,7 @@ void FileStored_c::CloseStored()
         CloseHandle();
         if (m_pFile)
         {
-            ++m_pFile->iReads;
+            CountRead(*m_pFile);
         }
     }
     delete this;

@@ -7,7 +7,9 @@
 //
 // Names: case does not matter, `/` and `\` both separate, and a folder in front of a known bare name is ignored.
 // Threads: the table of files belongs to the main thread; the block and the count of a file are guarded by its lock, so
-// a file that is found may be opened and closed on any thread.
+// a file that is found may be opened and closed on any thread. g_FileOpenCallbacker and g_FileReadErrorCallbacker fire
+// on the thread that reads, the worker of cfileasync.h included, one receiver at a time and with the file's lock held:
+// a receiver may log and take notes, but not open a file that another thread may be opening.
 // Sizes: a file of 2 GiB or more is known by the low 32 bits of its size, and opening it is refused with a log line.
 #pragma once
 
@@ -62,6 +64,10 @@ public:
     /// References to the block.
     int GetOpensCount() const { return m_iOpensCount; }
 
+    /// Makes the file stay resident, by a reference of the list of stayers (cfileasync.h), if its type is registered.
+    /// For an Open that has just read the own block; any thread.
+    void StayerDoWork();
+
     unsigned char * pData = nullptr;         // the contents while resident; not terminated
     int iLength = 0;                         // bytes: the low 32 bits of the file's size when it was last seen
     Key_t sName;                             // key in g_sFileObjects, lower case
@@ -76,7 +82,7 @@ public:
 protected:
     File_c() = default;
 
-    /// Guards pData and the count; re-entrant. Lock of the asynchronous queue first, then this one.
+    /// Guards pData and the count; re-entrant. The locks of lists and logs are taken inside it, never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
     /// Says that a refresh took the block away from its holders.
@@ -87,22 +93,34 @@ private:
     friend ZQ_API bool FileOpen(File_c * pFile);
     friend ZQ_API void FileClose(File_c * pFile);
     friend ZQ_API bool FileAddOneFile(char const * sFile);
+    friend ZQ_API void FileLogLoadedMedia();
+    friend class FileRequests_c;
 
     /// Take and give back a reference; the count that results, 0 if the file can't be read.
     int RefOpen();
     int RefClose();
 
+    /// Reads for an asynchronous request, which takes a reference if Open says that the own block is resident.
+    bool RefOpenAsync(void * pBuffer);
+
     int m_iOpensCount = 0;
     plat::Lock_c m_Lock;
-    bool m_bLost = false;   // pData is null though the count is not 0
+    bool m_bLost = false;     // pData is null though the count is not 0
+    bool m_bStayer = false;   // was entered into the list of stayers
 };
 
-/// A file of a folder.
+/// A file of a folder. Objects are made and destroyed on the main thread; they stand side by side in a pool, which
+/// counts as a whole under the category in which it grew.
 class ZQ_API FileOnDisk_c : public File_c
 {
 public:
     FileOnDisk_c() = default;
     ~FileOnDisk_c() override;
+
+    static void * operator new(std::size_t nBytes);
+    static void * operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept;
+    static void operator delete(void * pObject, std::size_t nBytes);
+    static void operator delete(void * pObject, int iBlockType, char const * sFile, int iLine) noexcept;
 
     void Refresh() override;
     bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) override;

@@ -86,6 +86,29 @@ private:
 /// Takes a file that is about to go out of all tables.
 void FileForget(File_c & File);
 
+/// Takes a file out of the list of stayers, without closing it.
+void FileStayerForget(File_c const & File);
+
+inline constexpr int STAYER_EXT_LENGTH = 8;                         // an extension is cut at 7 characters
+extern Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;   // with their dots
+extern Array_T<File_c *, 128, 0> g_dStayerFiles;   // one entry for each reference, in order of first read
+
+/// A request for an asynchronous read.
+struct AsyncFile_t
+{
+    File_c * pFile = nullptr;
+    void * pBuffer = nullptr;   // where the contents go; null for the file's own block
+    bool bLoaded = false;       // read by the poll without the lock
+};
+
+extern Array_T<AsyncFile_t, 32, 0> g_pAsyncFiles;   // oldest first; only the main thread adds and deletes
+extern plat::Lock_c g_csAsync;                      // guards g_pAsyncFiles
+extern plat::Thread_c g_hAsyncThread;               // the worker
+
+/// Start and stop the worker. The stop lets a read in progress finish and drops the requests that are left.
+void FileAsyncStart();
+void FileAsyncStop();
+
 /// Bare names that a scan passes over, without regard to case. Few, so that walking them is the fastest test.
 class FileExcludes_c
 {
@@ -115,6 +138,9 @@ extern String_T<256> g_sSplitGame;       // location and game folder
 /// Whether the split keeps a scan out of a folder, given in lower case and with `\` at its end.
 bool FileSplitExcludes(String_T<256> const & sSub);
 
+/// Gives the room of file objects back to the heap if there is none left.
+void FilePoolTrim();
+
 /// The template behind its `*`: how names of packs end.
 char const * FileMediaTemplateTail();
 
@@ -128,3 +154,19 @@ struct FileOpenTrack_t
 inline constexpr int FILE_OPEN_TRACKS = 256;   // handles beyond are not listed
 extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
 extern int g_iMaxOpenFiles;   // open handles that raise no warning
+
+extern std::uint32_t g_dwFileOpenLogMode;               // bits of the response logs that write
+extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations that the clean response log has
+
+/// Lets the clean response log write every location anew.
+void FileCleanNamesReset();
+
+/// The receiver of g_FileOpenCallbacker that writes the response logs. Any thread.
+void ResourceLoadCallback(char const * sFileName);
+
+/// A file's count of disk reads.
+struct FileOpenCalls_t
+{
+    String_T<128> sName;
+    int iCalls = 0;
+};

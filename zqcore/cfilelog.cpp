@@ -1,11 +1,21 @@
 #include "zqcore/cfilelog.h"
 
 #include "zqcore/cfile_internal.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
+#include "zqcore/clogf.h"
+
+#include "platform/filewrite.h"
+
+#include <atomic>
+#include <utility>
 
 bool g_bCollectResource = false;
 int g_iMaxOpenFiles = 50;
 SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
+std::uint32_t g_dwFileOpenLogMode = FILE_LOG_PLAIN | FILE_LOG_CLEAN;
+Array_T<String_T<256>, 1024, 0> g_dCleanNames;
 
 namespace
 {
@@ -139,4 +149,237 @@ void FileCloseTracker(void * hFile)
     {
         AssertFailed("CloseHandle(): closing more files than we've opened");
     }
+}
+
+namespace
+{
+    struct ResponseLog_s
+    {
+        std::uint32_t dwBit;
+        char const * szEnding;
+        std::FILE * pStream;
+    };
+
+    constinit plat::Lock_c g_ResponseLock;   // guards the streams, the mode and the clean names
+    constinit ResponseLog_s g_dResponseLogs[] = {
+        { FILE_LOG_PLAIN, ".rsp", nullptr },
+        { FILE_LOG_PREFETCH, "_prefetch.rsp", nullptr },
+        { FILE_LOG_CLEAN, "_clean.rsp", nullptr },
+    };
+
+    void SetCollecting(bool bCollect)
+    {
+        std::atomic_ref(g_bCollectResource).store(bCollect, std::memory_order_relaxed);
+    }
+
+    bool IsCollecting()
+    {
+        return std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed);
+    }
+
+    void CloseResponseLog(ResponseLog_s & Response)
+    {
+        if (Response.pStream)
+        {
+            std::fclose(std::exchange(Response.pStream, nullptr));
+        }
+        if (Response.dwBit == FILE_LOG_CLEAN)
+        {
+            g_dCleanNames.Reset();
+        }
+    }
+
+    std::FILE * CreateResponseLog(char const * szName, char const * szEnding, bool bAppend)
+    {
+        char szPath[1024];
+        int const nPath = std::snprintf(szPath, sizeof szPath, "%s\\Logs\\%s%s",
+            static_cast<char const *>(GetPQXMediaPath(false)), szName, szEnding);
+        bool const bWhole = nPath > 0 && nPath < static_cast<int>(sizeof szPath);
+        return bWhole ? plat::StreamOpen(szPath, bAppend ? "a" : "w+") : nullptr;
+    }
+
+    // Whether the clean log lacks the name, which then counts as written. One that is too long to be kept always does.
+    bool AddCleanName(char const * szName)
+    {
+        String_T<256> const sName(szName);
+        if (!(sName == szName))
+        {
+            return true;
+        }
+        bool const bNew = !g_dCleanNames.Find(sName);
+        if (bNew)
+        {
+            g_dCleanNames.Add(sName);
+        }
+        return bNew;
+    }
+
+    void WriteResponse(char const * szName)
+    {
+        for (ResponseLog_s const & Response : g_dResponseLogs)
+        {
+            bool const bWrites = Response.pStream && (g_dwFileOpenLogMode & Response.dwBit) != 0;
+            if (bWrites && (Response.dwBit != FILE_LOG_CLEAN || AddCleanName(szName)))
+            {
+                std::fprintf(Response.pStream, "%s\n", szName);
+                std::fflush(Response.pStream);   // the list holds what a run had opened when it crashed
+            }
+        }
+    }
+
+    bool WasOpened(File_c & File)
+    {
+        return std::atomic_ref(File.bOpened).load(std::memory_order_relaxed);
+    }
+
+    // Calls with each file, in table order.
+    template <typename CALL>
+    void ForEachFile(CALL Call)
+    {
+        for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+        {
+            Call(*pSlot->pObject);
+        }
+    }
+
+    // Whether a key has a component that leads upwards.
+    bool LeadsUp(char const * szKey)
+    {
+        char const * sz = szKey;
+        while ((sz = std::strstr(sz, "..")) != nullptr)
+        {
+            bool const bFirst = sz == szKey || sz[-1] == '\\' || sz[-1] == '/';
+            if (bFirst && (sz[2] == '\0' || sz[2] == '\\' || sz[2] == '/'))
+            {
+                return true;
+            }
+            ++sz;
+        }
+        return false;
+    }
+
+    // A key with a folder in front, which relative names have, gets that folder in the clone too.
+    void Clone(File_c const & File)
+    {
+        constexpr char const * CLONE_FOLDER = ".\\LoadedMedia\\";
+        String_T<256> const sTarget = String_T<256>(CLONE_FOLDER) + File.sName;
+        if (!LeadsUp(File.sName))
+        {
+            if (PathFileName(File.sName) != static_cast<char const *>(File.sName))
+            {
+                plat::FoldersCreate(sTarget);
+            }
+            plat::FileCopy(FileLocation_c(File), sTarget);
+        }
+    }
+}
+
+void FileOpenLogEnable(char const * sName, std::uint32_t dwMask, bool bAppend)
+{
+    plat::LockScope_c const Scope(g_ResponseLock);
+    for (ResponseLog_s & Response : g_dResponseLogs)
+    {
+        if (dwMask & Response.dwBit)
+        {
+            CloseResponseLog(Response);
+            Response.pStream = CreateResponseLog(sName && sName[0] ? sName : "thegame", Response.szEnding, bAppend);
+        }
+    }
+    SetCollecting(true);
+}
+
+void FileOpenLogDisable()
+{
+    plat::LockScope_c const Scope(g_ResponseLock);
+    for (ResponseLog_s & Response : g_dResponseLogs)
+    {
+        CloseResponseLog(Response);
+    }
+    SetCollecting(false);
+}
+
+void FileOpenLogMode(std::uint32_t dwMode)
+{
+    plat::LockScope_c const Scope(g_ResponseLock);
+    g_dwFileOpenLogMode = dwMode;
+}
+
+void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
+{
+    plat::LockScope_c const Scope(g_ResponseLock);
+    std::uint32_t const dwFormer = std::exchange(g_dwFileOpenLogMode, dwMode);
+    ResourceLoadCallback(sName);
+    g_dwFileOpenLogMode = dwFormer;
+}
+
+void ResourceLoadCallback(char const * sFileName)
+{
+    ZQ_ASSERT(sFileName);
+    if (sFileName && IsCollecting())
+    {
+        MemCategoryScope_c const Category(mem::file);
+        plat::LockScope_c const Scope(g_ResponseLock);
+        WriteResponse(sFileName);
+    }
+}
+
+void FileCleanNamesReset()
+{
+    plat::LockScope_c const Scope(g_ResponseLock);
+    g_dCleanNames.Reset();
+}
+
+void FileDumpInfo()
+{
+    MemCategoryScope_c const Category(mem::file);
+    Array_T<FileOpenCalls_t, 16384, 0> dCalls;
+    ForEachFile(
+        [&dCalls](File_c & File) {
+            dCalls.Add({ File.sName, std::atomic_ref(File.iReads).load(std::memory_order_relaxed) });
+        });
+    dCalls.Sort([](FileOpenCalls_t const & A, FileOpenCalls_t const & B)
+        { return A.iCalls > B.iCalls ? 1 : (A.iCalls < B.iCalls ? -1 : 0); },
+        0, -1);
+    for (FileOpenCalls_t const & Calls : dCalls)
+    {
+        if (Calls.iCalls > 1)
+        {
+            Logf("fileopen_calls.log", "%-32s%d", static_cast<char const *>(Calls.sName), Calls.iCalls);
+        }
+    }
+}
+
+void FileLogLoadedMedia()
+{
+    constexpr char const * CUT = "------------ CUT ------------";
+    Log("Media in memory...");
+    LogText(CUT);
+    for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+    {
+        File_c & File = *pSlot->pObject;
+        plat::LockScope_c const Scope(File.m_Lock);
+        if (WasOpened(File) && File.pData)
+        {
+            Log("%i, %s", File.iLength, static_cast<char const *>(File.sName));
+        }
+    }
+    LogText(CUT);
+}
+
+void FileCloneLoadedMedia()
+{
+    Log("Clone media...");
+    plat::TreeDelete(".\\LoadedMedia");
+    if (!plat::FolderCreate("LoadedMedia"))
+    {
+        return;
+    }
+    ForEachFile(
+        [](File_c & File)
+        {
+            if (WasOpened(File))
+            {
+                Clone(File);
+            }
+        });
 }

@@ -3,9 +3,11 @@
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cfile_internal.h"
+#include "zqcore/cfileasync.h"
 #include "zqcore/cfilecache.h"
 #include "zqcore/cfilehash.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cfiletrack.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/ctokenize.h"
@@ -270,6 +272,9 @@ bool ModuleFile_c::Initialize()
     LogMediaSource();
     ExcludeToolFiles();
     FillTables();
+    FileCleanNamesReset();
+    g_FileOpenCallbacker.Add(ResourceLoadCallback, false);
+    FileAsyncStart();
     FileBuildMediaHash(false);
     return Module_c::Initialize();
 }
@@ -295,6 +300,7 @@ void ModuleFile_c::FillTables()
 void ModuleFile_c::Shutdown()
 {
     MemCategoryScope_c const Category(mem::file);
+    FileAsyncStop();
     if (FileExists(CACHE_NAME))
     {
         SaveCache();
@@ -302,6 +308,13 @@ void ModuleFile_c::Shutdown()
     FileReset();
     g_sExcludedFolders.Reset();
     g_sExcludedFiles.Reset();
+    FileTrackShutdown();
+    FileStayerResetMask();
     g_FileOpenCallbacker.Reset();
     Module_c::Shutdown();
+}
+
+void ModuleFile_c::HeartbeatIdle()
+{
+    FileTrackDoWork();
 }

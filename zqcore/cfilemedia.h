@@ -33,10 +33,11 @@ extern ZQ_API bool g_bAddon;
 
 /// Brings the file system up and down. Initialize takes the game from the command line, fills the tables from the cache
 /// (cfilecache.h), and by scan the folders profiles and mapscache of the media root, which change while a game runs;
-/// without a cache it scans the media root. Then it computes the media hash (cfilehash.h). Shutdown writes the cache,
+/// without a cache it scans the media root. Then it starts the worker of cfileasync.h and computes the media hash
+/// (cfilehash.h). The idle heartbeat looks for changed files (cfiletrack.h). Shutdown stops the worker, writes the cache,
 /// `filesystemcache.bin` in the media root, if a file of that name is known, without those folders and without what was
 /// registered by a path in the current folder, unless the media root is such a path itself. It empties the tables, the
-/// exclude lists and g_FileOpenCallbacker. The settings above stay. Needs ModuleLog_c.
+/// exclude lists, the types of stayers and g_FileOpenCallbacker. The settings above stay. Needs ModuleLog_c.
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:
@@ -53,6 +54,7 @@ public:
 protected:
     bool Initialize() override;
     void Shutdown() override;
+    void HeartbeatIdle() override;
     Module_c ** GetPrerequisites() const override;
 
 private:

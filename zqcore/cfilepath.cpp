@@ -8,6 +8,7 @@
 #include "platform/text.h"
 
 #include <climits>
+#include <deque>
 
 constinit FileTable_t g_sFileObjects;
 constinit PathTable_t g_sPaths;
@@ -87,11 +88,22 @@ namespace
         void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
         bool MakeKey(Folder_s const & Folder, char const * szName, File_c::Key_t & sKey) const;
         char const * KeyFolder(String_T<256> const & sPath) const;
-        bool WasEntered(char const * szPath) const;
+        void AddEntries(String_T<256> const & sPath, plat::FolderListing_c const & Listing);
+        bool WasEntered(char const * szPath);
+
+        // The identity is asked for when the first link to a folder is met: most trees hold none.
+        struct Entered_s
+        {
+            String_T<256> const * pPath;
+            bool bIdentified;
+            plat::FolderIdentity_t Identity;
+        };
 
         bool m_bRecursive, m_bRelativeNames;
-        String_T<256> m_sRoot;   // media root in the form of g_sPaths, for relative names
-        Array_T<plat::FolderIdentity_t, 64, 0> m_dEntered;
+        String_T<256> m_sRoot;                           // media root in the form of g_sPaths, for relative names
+        std::deque<plat::FolderListing_c> m_dListings;   // one a level, for its folders in turn
+        std::size_t m_iLevel = 0;
+        Array_T<Entered_s, 64, 0> m_dEntered;
     };
 
     FolderScan_c::FolderScan_c(bool bRecursive, bool bRelativeNames)
@@ -112,15 +124,30 @@ namespace
     {
         AddPath(sPath);
         g_AddSubfolderCallbacker.Fire(sPath, true);
-        plat::FolderListing_c Listing;
+        if (m_iLevel == m_dListings.size())
+        {
+            m_dListings.emplace_back();
+        }
+        plat::FolderListing_c & Listing = m_dListings[m_iLevel];
         if (!Listing.Read(sPath))
         {
             Log("filesystem: can't read folder \"%s\"", static_cast<char const *>(sPath));
             return;
         }
-        m_dEntered.Add(Listing.GetIdentity());
+        ++m_iLevel;
+        AddEntries(sPath, Listing);
+        --m_iLevel;
+    }
 
+    void FolderScan_c::AddEntries(String_T<256> const & sPath, plat::FolderListing_c const & Listing)
+    {
         Folder_s const Folder{ sPath, g_sPaths.FindByName(sPath), KeyFolder(sPath) };
+        Entered_s Entered{ Folder.pPath, false, {} };
+        if (!Entered.pPath)
+        {
+            Entered.bIdentified = plat::FolderGetIdentity(sPath, Entered.Identity);
+        }
+        m_dEntered.Add(Entered);
         String_T<256> sSibling;
         for (std::size_t i = 0; i < Listing.GetCount(); ++i)
         {
@@ -136,22 +163,11 @@ namespace
         }
     }
 
-    // Most names are ASCII, which needs no closer look.
-    bool IsUtf8(char const * szName)
-    {
-        signed char iAll = 0;
-        for (char const * p = szName; *p; ++p)
-        {
-            iAll = static_cast<signed char>(iAll | *p);
-        }
-        return iAll >= 0 || plat::IsUtf8(szName);
-    }
-
     // Says no, with a log line, to what can't be entered.
     bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
     {
         char const * const szWhy = !Entry.bReachable                               ? "its name holds a '\\'"
-                                   : !IsUtf8(Entry.szName)                         ? "its name is not UTF-8"
+                                   : !Entry.bAscii && !plat::IsUtf8(Entry.szName)  ? "its name is not UTF-8"
                                    : !Entry.Facts.bFolder && !Entry.Facts.bRegular ? "it is no regular file"
                                                                                    : nullptr;
         if (szWhy)
@@ -208,17 +224,22 @@ namespace
         Scan(sSub);
     }
 
-    bool FolderScan_c::WasEntered(char const * szPath) const
+    bool FolderScan_c::WasEntered(char const * szPath)
     {
-        plat::FolderListing_c Listing;
-        if (Listing.Read(szPath))
+        plat::FolderIdentity_t Identity;
+        if (!plat::FolderGetIdentity(szPath, Identity))
         {
-            for (plat::FolderIdentity_t const & Entered : m_dEntered)
+            return false;
+        }
+        for (Entered_s & Entered : m_dEntered)
+        {
+            if (!Entered.bIdentified && Entered.pPath)
             {
-                if (Entered == Listing.GetIdentity())
-                {
-                    return true;
-                }
+                Entered.bIdentified = plat::FolderGetIdentity(*Entered.pPath, Entered.Identity);
+            }
+            if (Entered.bIdentified && Entered.Identity == Identity)
+            {
+                return true;
             }
         }
         return false;
@@ -288,20 +309,21 @@ namespace
 
     void FolderScan_c::AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry)
     {
-        File_c::Key_t sKey;
-        if (g_sExcludedFiles.Has(Entry.szName) || !CanEnter(Folder.sPath, Entry)
-            || !MakeKey(Folder, Entry.szName, sKey))
+        if (g_sExcludedFiles.Has(Entry.szName) || !CanEnter(Folder.sPath, Entry))
         {
             return;
+        }
+        File_c * const pFile = ZQ_NEW FileOnDisk_c;
+        if (!MakeKey(Folder, Entry.szName, pFile->sName))
+        {
+            return Discard(pFile);
         }
         if (Entry.Facts.nSize > INT_MAX)
         {
             Log("filesystem: \"%s%s\" is larger than 2 GiB and can't be opened",
                 static_cast<char const *>(Folder.sPath), Entry.szName);
         }
-        File_c * const pFile = ZQ_NEW FileOnDisk_c;
         pFile->pPath = Folder.pPath;
-        pFile->sName = sKey;
         pFile->iLength = static_cast<int>(static_cast<std::uint32_t>(Entry.Facts.nSize));
         pFile->ftCreationTime = Entry.Facts.tCreation;
         pFile->ftLastWriteTime = Entry.Facts.tLastWrite;
@@ -364,6 +386,7 @@ namespace
             }
             bRemoved = true;
             FileClose(pFile);
+            FileStayerForget(*pFile);   // whose reference that was
             if (pFile->GetOpensCount() == 0)
             {
                 delete pFile;
@@ -546,7 +569,7 @@ bool FileAddOneFile(char const * sFile)
     MakeBareKey(szBare, pFile->sName);
     int const iCount = pFile->RefOpen();
     pFile->RefClose();
-    if (iCount != 1 || !AddToTable(*pFile))
+    if (iCount == 0 || !AddToTable(*pFile))   // 2 for a file that stays resident
     {
         Discard(pFile);
         return false;
@@ -591,6 +614,7 @@ void FileReset()
     g_dOrphanPaths.Reset();
     g_sFileObjects.Reset();
     g_sPaths.Reset();
+    FilePoolTrim();
     plat::SpellingsForget();
 }
 

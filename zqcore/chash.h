@@ -22,16 +22,24 @@ enum HashAdd_e : int
     HASH_FULL = 2       // no usable slot was found
 };
 
-/// The hash of a name: each character, widened with its sign, rotated left by its position and XORed.
-inline std::uint32_t StringHashOf(char const * szName)
+/// The hash of a name, and its length: each character, widened with its sign, rotated left by its position and XORed.
+inline std::uint32_t StringHashOf(char const * szName, std::size_t & nLength)
 {
     std::uint32_t iHash = 0;
-    for (int i = 0; szName[i]; ++i)
+    int i = 0;
+    for (; szName[i]; ++i)
     {
         iHash ^=
             std::rotl(static_cast<std::uint32_t>(static_cast<std::int32_t>(static_cast<signed char>(szName[i]))), i);
     }
+    nLength = static_cast<std::size_t>(i);
     return iHash;
+}
+
+inline std::uint32_t StringHashOf(char const * szName)
+{
+    std::size_t nLength;
+    return StringHashOf(szName, nLength);
 }
 
 /// A second hash of a name of nLength characters, well spread over its 32 bits, for the index.
@@ -116,7 +124,8 @@ private:
     Slot_s * Find(char const * szName) const;
     Slot_s * FindAlongChain(char const * szName) const;
     Slot_s * FirstFrom(Slot_s * pSlot);
-    void Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::uint32_t iHash);
+    Slot_s * FindByHash(char const * szName, std::size_t nLength, std::uint32_t iIndexHash) const;
+    void Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::size_t nLength);
     void RebuildIndex();
 
     bool IsTaken(int i) const { return (m_dTaken[i / 32] >> (i % 32)) & 1; }

@@ -53,13 +53,17 @@ void NameIndex_T<ENTRIES>::Reset()
 template <typename T, int KEYLEN, int SIZE, int STEP>
 int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(T * pObject, Key_t const * pName)
 {
-    Slot_s const * const pPresent = Find(*pName);
+    std::size_t nLength;
+    std::uint32_t const iHash = StringHashOf(*pName, nLength);
+    int const iStart = static_cast<int>(iHash) & iMask;
+    ZQ_PREFETCH(&m_dSlots[iStart]);
+    ZQ_PREFETCH(&m_dSkip[iStart]);
+    std::uint32_t const iIndexHash = NameIndexHash(*pName, nLength);
+    Slot_s const * const pPresent = m_bTwins ? FindAlongChain(*pName) : FindByHash(*pName, nLength, iIndexHash);
     if (pPresent && !m_bHoles)
     {
         return HASH_PRESENT;   // all slots ahead of it are taken
     }
-    std::uint32_t const iHash = StringHashOf(*pName);
-    int const iStart = static_cast<int>(iHash) & iMask;
     int i = iStart;
     int iProbe = 0;
     while (iProbe < iMaxProbes && IsTaken(i))
@@ -78,29 +82,32 @@ int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(T * pObject, Key_t const * pName)
     }
     m_bTwins = m_bTwins || pPresent;
     m_dSkip[iStart] = static_cast<std::uint16_t>(iProbe + 1);
-    Store(m_dSlots[i], pObject, pName, iHash);
+    Slot_s & Slot = m_dSlots[i];
+    Slot.iHash = iHash;
+    Slot.iIndexHash = iIndexHash;
+    Store(Slot, pObject, pName, nLength);
     return HASH_ADDED;
 }
 
+// Both hashes stand in the slot already.
 template <typename T, int KEYLEN, int SIZE, int STEP>
-void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::uint32_t iHash)
+void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::size_t nLength)
 {
-    std::size_t const nLength = std::strlen(*pName);
-    std::uint32_t const iIndexHash = NameIndexHash(*pName, nLength);
     if (m_Index.IsCrowded())
     {
         RebuildIndex();
     }
     auto const iSlot = static_cast<int>(&Slot - m_dSlots);
-    m_Index.Insert(iIndexHash, iSlot);
+    m_Index.Insert(Slot.iIndexHash, iSlot);
     m_dTaken[iSlot / 32] |= 1u << (iSlot % 32);
     m_bUsed = true;
     Slot.pObject = pObject;
     Slot.pName = pName;
-    Slot.iHash = iHash;
-    Slot.iIndexHash = iIndexHash;
     Slot.bDeleted = false;
-    StrCopy(Slot.szKey, *pName, Slot_s::KEY_ROOM);
+    if (nLength < Slot_s::KEY_ROOM)
+    {
+        std::memcpy(Slot.szKey, *pName, nLength + 1);
+    }
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
@@ -125,7 +132,13 @@ auto StringHash_T<T, KEYLEN, SIZE, STEP>::Find(char const * szName) const -> Slo
     {
         return nullptr;
     }
-    std::uint32_t const iIndexHash = NameIndexHash(szName, nLength);
+    return FindByHash(szName, nLength, NameIndexHash(szName, nLength));
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+auto StringHash_T<T, KEYLEN, SIZE, STEP>::FindByHash(
+    char const * szName, std::size_t nLength, std::uint32_t iIndexHash) const -> Slot_s *
+{
     int const iSlot = m_Index.Find(iIndexHash,
         [&](int i) { return m_dSlots[i].iIndexHash == iIndexHash && HasKey(m_dSlots[i], szName, nLength); });
     return iSlot < 0 ? nullptr : const_cast<Slot_s *>(&m_dSlots[iSlot]);

@@ -3,6 +3,7 @@
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/cformat_internal.h"
 #include "zqcore/clink.h"
+#include "zqcore/clog_internal.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctimer.h"
@@ -11,6 +12,7 @@
 #include "platform/debugger.h"
 #include "platform/files.h"
 #include "platform/process.h"
+#include "platform/rawfiles.h"
 #include "platform/system.h"
 #include "platform/text.h"
 
@@ -134,6 +136,15 @@ void LogDone()
     {
         std::fclose(g_pMessageLogFile);
         g_pMessageLogFile = nullptr;
+    }
+}
+
+void LogCloseInCrash()
+{
+    if (std::FILE * const pFile = g_pMessageLogFile)
+    {
+        g_pMessageLogFile = nullptr;
+        plat::RawCloseStream(pFile);
     }
 }
 

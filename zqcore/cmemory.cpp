@@ -35,13 +35,19 @@ namespace
     {
         MemCategoryStack_c * pStack = nullptr;
         bool bLookedUp = false;
+        std::uint32_t nNumber = 0;   // in place of the system's, which is 0 for no thread
     };
     ZQ_THREAD_LOCAL constinit OwnStack_s t_OwnStack;
+
+    std::uint32_t OwnNumber()
+    {
+        return t_OwnStack.nNumber != 0 ? t_OwnStack.nNumber : plat::ThreadId();
+    }
 
     ZQ_COLD MemCategoryStack_c * LookUpOwnStack()
     {
         CategoryLockScope_c const Scope;
-        t_OwnStack.pStack = g_Stacks.Find(plat::ThreadId());
+        t_OwnStack.pStack = g_Stacks.Find(OwnNumber());
         t_OwnStack.bLookedUp = true;
         return t_OwnStack.pStack;
     }
@@ -55,7 +61,7 @@ namespace
     ZQ_COLD MemCategoryStack_c * AddOwnStack()
     {
         CategoryLockScope_c const Scope;
-        int const iResult = g_Stacks.Add(MemCategoryStack_c(), plat::ThreadId());
+        int const iResult = g_Stacks.Add(MemCategoryStack_c(), OwnNumber());
         if (iResult != HASH_ADDED)
         {
             Log("Could not push memory category. Result=%i\n", iResult);
@@ -230,6 +236,11 @@ void MemoryDone()
     plat::HeapSetHook(nullptr);
     plat::HeapSetFailureHandler(nullptr);
     g_MemoryInit = false;
+}
+
+void MemoryThreadNumber(std::uint32_t nNumber)
+{
+    t_OwnStack = { nullptr, false, nNumber };
 }
 
 void MemoryCategoryPush(mem::Categories_e eCategory)

@@ -39,6 +39,11 @@ struct ThreadIdHash_s
     static std::uint32_t Of(std::uint32_t iThread) { return GetCrc32Polynomial4(iThread); }
 };
 
+/// Gives this thread, before its first push, the stack of a number of the library's own. Stacks stay when threads end,
+/// so a thread that comes and goes with a module would else use them up. One thread at a time may have a number.
+void MemoryThreadNumber(std::uint32_t nNumber);
+inline constexpr std::uint32_t ASYNC_THREAD_NUMBER = 0xFFFFFFFF;   // no system gives this one
+
 using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>;
 
 /// The figures of all categories, each kind side by side so that a check reads two short runs of memory.

@@ -1,5 +1,412 @@
 #include "zqcore/cprofile.h"
 
-void ProfilerPush(char const *, bool) {}
+#include "zqcore/ccrc.h"
+#include "zqcore/cprofile_internal.h"
+#include "zqcore/ctimer.h"
 
-void ProfilerPop() {}
+#include <algorithm>
+
+bool g_bProfilerInit = false;
+int g_iTimerStackTop = 0;
+int g_iTimerTotalCount = 0;
+std::int64_t g_tSwapLastTime = 0;
+std::int64_t g_tSwapMaxTime = 0;
+
+namespace
+{
+    using profiler::timer_t;
+
+    constexpr std::uint32_t ID_UNDER_ROOT = 0x80000000u;   // the bit; alone, the root's id
+    constexpr std::uint32_t ID_OF_NAME = 0x40000000u;
+    constexpr std::uint32_t ID_HASH_MASK = 0x3FFFFFFFu;
+    constexpr int FRAMES_LOOKED_AT = PROFILER_FRAMES - 1;
+    constexpr std::int64_t CLOCK_WRAP = 0x80000000;
+    constexpr int LOOKUP_BITS = 10;
+    constexpr unsigned LOOKUP_SLOTS = 1u << LOOKUP_BITS;
+    static_assert(LOOKUP_SLOTS >= 2 * MAX_TIMERS_TOTAL);
+
+    // Zero at load and without a constructor, so that a process that profiles nothing never touches these pages.
+    union Records_u
+    {
+        char cNone;
+        timer_t dTimers[MAX_TIMERS_TOTAL];
+
+        constexpr Records_u()
+            : cNone(0)
+        {}
+        ~Records_u() {}
+    };
+    constinit Records_u g_Records;
+
+    // What the profiler keeps beside a record.
+    struct State_s
+    {
+        std::uint64_t tSum = 0;   // of the frames looked at
+        timer_t * pParent = nullptr;
+        timer_t * pLastChild = nullptr;
+    };
+    constinit State_s g_dStates[MAX_TIMERS_TOTAL];
+
+    // Indices of records by parent and id; 0 is free, the root being nobody's child.
+    constinit std::uint16_t g_dLookup[LOOKUP_SLOTS] = {};
+
+    timer_t * g_dStack[MAX_TIMERS_INHERITED];
+    int g_nDropped = 0;          // pushes under way that found no room, with those inside them
+    std::int64_t g_nFrame = 0;   // frames since the reset
+    int g_iRing = 0;             // current slot: g_nFrame modulo PROFILER_FRAMES
+    bool g_bReload = false;
+
+    constinit ModuleProfiler_c g_ModuleProfiler;
+
+    State_s & StateOf(timer_t const * pTimer)
+    {
+        return g_dStates[pTimer - g_Records.dTimers];
+    }
+
+    std::uint32_t IdOfName(char const * szName, std::uint32_t dwUnderRoot)
+    {
+        auto const dwHash = GetCrc32Polynomial(szName, static_cast<int>(std::strlen(szName)));
+        return dwUnderRoot | ID_OF_NAME | (dwHash & ID_HASH_MASK);
+    }
+
+    unsigned LookupSlot(timer_t const * pParent, std::uint32_t iTimer)
+    {
+        constexpr std::uint32_t GOLDEN = 0x9E3779B1u;   // 2^32 over the golden ratio: spreads multiples of anything
+        auto const dwParent = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pParent) >> 3);
+        return ((dwParent * GOLDEN ^ iTimer) * GOLDEN) >> (32 - LOOKUP_BITS);
+    }
+
+    // The parent's child of this id, or null; iSlot is where the lookup has it, or would have it.
+    timer_t * FindChild(timer_t const * pParent, std::uint32_t iTimer, unsigned & iSlot)
+    {
+        for (iSlot = LookupSlot(pParent, iTimer); g_dLookup[iSlot] != 0; iSlot = (iSlot + 1) % LOOKUP_SLOTS)
+        {
+            timer_t & Timer = g_Records.dTimers[g_dLookup[iSlot]];
+            if (Timer.iTimer == iTimer && g_dStates[g_dLookup[iSlot]].pParent == pParent)
+            {
+                return &Timer;
+            }
+        }
+        return nullptr;
+    }
+
+    timer_t * TakeRecord(std::uint32_t iTimer, char const * szName)
+    {
+        timer_t & Timer = g_Records.dTimers[g_iTimerTotalCount++];
+        Timer.szName = szName;
+        Timer.iTimer = iTimer;
+        Timer.iMaxSlot = -1;
+        return &Timer;
+    }
+
+    // Makes the last child of the parent; null with all records in use.
+    ZQ_COLD timer_t * MakeChild(timer_t * pParent, std::uint32_t iTimer, char const * szName, unsigned iSlot)
+    {
+        bool const bRoom = g_iTimerTotalCount < MAX_TIMERS_TOTAL;
+        ZQ_ASSERT_TEXT(bRoom, "g_iTimerTotalCount < MAX_TIMERS_TOTAL");
+        if (!bRoom)
+        {
+            return nullptr;
+        }
+        g_dLookup[iSlot] = static_cast<std::uint16_t>(g_iTimerTotalCount);
+        timer_t * const pTimer = TakeRecord(iTimer, szName);
+        State_s & Parent = StateOf(pParent);
+        (Parent.pLastChild ? Parent.pLastChild->pNext : pParent->pChild) = pTimer;
+        Parent.pLastChild = pTimer;
+        StateOf(pTimer).pParent = pParent;
+        return pTimer;
+    }
+
+    ZQ_COLD void Drop()
+    {
+        ZQ_ASSERT_TEXT(
+            g_nDropped > 0 || g_iTimerStackTop < MAX_TIMERS_INHERITED, "g_iTimerStackTop < MAX_TIMERS_INHERITED");
+        ++g_nDropped;
+    }
+
+    void Push(std::uint32_t iTimer, char const * szName)
+    {
+        if (g_nDropped > 0) [[unlikely]]
+        {
+            return Drop();
+        }
+        timer_t * const pParent = iTimer & ID_UNDER_ROOT ? g_Records.dTimers : g_dStack[g_iTimerStackTop - 1];
+        unsigned iSlot;
+        timer_t * pTimer = FindChild(pParent, iTimer, iSlot);
+        if (!pTimer) [[unlikely]]
+        {
+            pTimer = MakeChild(pParent, iTimer, szName, iSlot);
+        }
+        if (!pTimer || g_iTimerStackTop >= MAX_TIMERS_INHERITED) [[unlikely]]
+        {
+            return Drop();
+        }
+        g_dStack[g_iTimerStackTop++] = pTimer;
+        pTimer->tStart = shortTimeGet();
+    }
+
+    // The timer to be popped; null for a push that was left out, or with the root alone on the stack.
+    timer_t * Top()
+    {
+        if (g_nDropped > 0) [[unlikely]]
+        {
+            --g_nDropped;
+            return nullptr;
+        }
+        ZQ_ASSERT(g_iTimerStackTop > 1);
+        return g_iTimerStackTop > 1 ? g_dStack[g_iTimerStackTop - 1] : nullptr;
+    }
+
+    void Pop(timer_t & Timer)
+    {
+        std::int64_t tNow = shortTimeGet();
+        if (tNow < Timer.tStart) [[unlikely]]
+        {
+            tNow += CLOCK_WRAP;
+        }
+        --g_iTimerStackTop;
+        timerFrame_t & Frame = Timer.dFrames[g_iRing];
+        Frame.tTime += tNow - Timer.tStart;
+        ++Frame.nCalls;
+    }
+
+    // Looks at all frames but the oldest one, which is about to go: from the older to the newer, so that the most recent
+    // of equals stays.
+    void FindPeak(timer_t & Timer, int iOldest)
+    {
+        std::int64_t tBest = 1;
+        int iBest = -1;
+        auto const Look = [&](int iFrom, int iTo)
+        {
+            for (int i = iFrom; i < iTo; ++i)
+            {
+                bool const bBetter = Timer.dFrames[i].tTime >= tBest;
+                tBest = bBetter ? Timer.dFrames[i].tTime : tBest;
+                iBest = bBetter ? i : iBest;
+            }
+        };
+        Look(iOldest + 1, PROFILER_FRAMES);
+        Look(0, iOldest);
+        Timer.iMaxSlot = iBest;
+        Timer.tMax = iBest >= 0 ? tBest : 0;
+        Timer.nAtMax = iBest >= 0 ? Timer.dFrames[iBest].nCalls : 0;
+    }
+
+    // The sum follows the frames that come and go, and the peak is sought anew only when its frame goes. Slots that no
+    // frame has used yet are zero and change neither.
+    void Derive(timer_t & Timer, State_s & State, int iOldest, std::int64_t nLookedAt)
+    {
+        timerFrame_t const & Frame = Timer.dFrames[g_iRing];
+        State.tSum += static_cast<std::uint64_t>(Frame.tTime);
+        State.tSum -= static_cast<std::uint64_t>(Timer.dFrames[iOldest].tTime);
+        Timer.tAverage = State.tSum == 0 ? 0 : static_cast<std::int64_t>(State.tSum) / nLookedAt;
+        if (Frame.tTime > 0 && Frame.tTime >= Timer.tMax)
+        {
+            Timer.tMax = Frame.tTime;
+            Timer.nAtMax = Frame.nCalls;
+            Timer.iMaxSlot = g_iRing;
+        }
+        else if (Timer.iMaxSlot == iOldest)
+        {
+            FindPeak(Timer, iOldest);
+        }
+        Timer.tMaxEver = std::max(Timer.tMaxEver, Timer.tMax);
+        Timer.tLast = Frame.tTime;
+        Timer.nLast = Frame.nCalls;
+    }
+
+    void DeriveAll()
+    {
+        int const iOldest = (g_iRing + 1) % PROFILER_FRAMES;
+        auto const nLookedAt = std::min<std::int64_t>(g_nFrame + 1, FRAMES_LOOKED_AT);
+        for (int i = 0; i < g_iTimerTotalCount; ++i)
+        {
+            Derive(g_Records.dTimers[i], g_dStates[i], iOldest, nLookedAt);
+        }
+    }
+
+    void SwapTimed()
+    {
+        std::int64_t const tStart = shortTimeGet();
+        ProfilerSwapStats();
+        g_tSwapLastTime = shortTimeGet() - tStart;
+        g_tSwapMaxTime = std::max(g_tSwapMaxTime, g_tSwapLastTime);
+    }
+
+    void NextSlot()
+    {
+        ++g_nFrame;
+        if (++g_iRing == PROFILER_FRAMES)
+        {
+            if (ProfilerHasStats())
+            {
+                SwapTimed();
+            }
+            g_iRing = 0;
+        }
+        for (int i = 0; i < g_iTimerTotalCount; ++i)
+        {
+            g_Records.dTimers[i].dFrames[g_iRing] = {};
+        }
+    }
+
+    // Records that were never in use are zero.
+    void ForgetTimers()
+    {
+        std::memset(
+            static_cast<void *>(g_Records.dTimers), 0, static_cast<std::size_t>(g_iTimerTotalCount) * sizeof(timer_t));
+        std::fill_n(g_dStates, g_iTimerTotalCount, State_s());
+        std::fill(std::begin(g_dLookup), std::end(g_dLookup), std::uint16_t{ 0 });
+        g_iTimerStackTop = 0;
+        g_iTimerTotalCount = 0;
+        g_nDropped = 0;
+    }
+}
+
+profiler::timer_t * ProfilerTimers()
+{
+    return g_Records.dTimers;
+}
+
+void ProfilerPush(std::uint32_t iTimer, char const * szName)
+{
+    if (g_bProfilerInit)
+    {
+        Push(iTimer, szName);
+    }
+}
+
+void ProfilerPush(char const * szName, bool bRoot)
+{
+    if (g_bProfilerInit)
+    {
+        ZQ_ASSERT(szName);
+        Push(IdOfName(szName ? szName : "", bRoot ? ID_UNDER_ROOT : 0), szName);
+    }
+}
+
+void ProfilerPop(std::uint32_t iTimer)
+{
+    profiler::timer_t * const pTop = g_bProfilerInit ? Top() : nullptr;
+    if (pTop)
+    {
+        ZQ_ASSERT_TEXT(pTop->iTimer == iTimer, "pTop->iTimer==_iTimer");
+        Pop(*pTop);
+    }
+}
+
+void ProfilerPop()
+{
+    profiler::timer_t * const pTop = g_bProfilerInit ? Top() : nullptr;
+    if (pTop)
+    {
+        Pop(*pTop);
+    }
+}
+
+void ProfilerBeginFrame()
+{
+    ProfilerPush(ZQ_TIMER_APPLICATION, "Application");
+}
+
+void ProfilerEndFrame()
+{
+    ProfilerPop(ZQ_TIMER_APPLICATION);
+}
+
+void ProfilerUpdateFrame(bool bTimeItself)
+{
+    if (!g_bProfilerInit)
+    {
+        return;
+    }
+    if (bTimeItself)
+    {
+        ProfilerPush(ZQ_TIMER_PROFILER_UPDATE_FRAME, "ProfilerUpdateFrame");
+    }
+    DeriveAll();
+    NextSlot();
+    if (bTimeItself)
+    {
+        ProfilerPop(ZQ_TIMER_PROFILER_UPDATE_FRAME);
+    }
+    if (g_bReload)
+    {
+        g_bReload = false;
+        ProfilerReset();
+    }
+}
+
+void ProfilerReset()
+{
+    if (g_bProfilerInit)
+    {
+        ForgetTimers();
+        g_dStack[g_iTimerStackTop++] = TakeRecord(ID_UNDER_ROOT, "root");
+        g_nFrame = 0;
+        g_iRing = 0;
+    }
+}
+
+void ProfilerReload()
+{
+    g_bReload = g_bProfilerInit;
+}
+
+profiler::timer_t * ProfilerGetRoot()
+{
+    return g_bProfilerInit ? g_Records.dTimers : nullptr;
+}
+
+profiler::timer_t * ProfilerGetTimer(std::uint32_t iTimer)
+{
+    for (int i = 0; i < g_iTimerTotalCount; ++i)
+    {
+        if (g_Records.dTimers[i].iTimer == iTimer)
+        {
+            return &g_Records.dTimers[i];
+        }
+    }
+    return nullptr;
+}
+
+profiler::timer_t * ProfilerGetTimer(char const * szName)
+{
+    ZQ_ASSERT(szName);
+    if (!g_bProfilerInit || !szName)
+    {
+        return nullptr;
+    }
+    profiler::timer_t * const pTimer = ProfilerGetTimer(IdOfName(szName, 0));
+    return pTimer ? pTimer : ProfilerGetTimer(IdOfName(szName, ID_UNDER_ROOT));
+}
+
+ModuleProfiler_c::~ModuleProfiler_c() = default;
+
+ModuleProfiler_c * ModuleProfiler_c::Get()
+{
+    return &g_ModuleProfiler;
+}
+
+bool ModuleProfiler_c::Initialize()
+{
+    ZQ_ASSERT(!g_bProfilerInit);
+    g_bProfilerInit = true;
+    ProfilerReset();
+    return Module_c::Initialize();
+}
+
+void ModuleProfiler_c::Shutdown()
+{
+    Module_c::Shutdown();
+    g_bProfilerInit = false;
+    g_bReload = false;
+    ForgetTimers();
+    ProfilerCloseStats();
+}
+
+Module_c ** ModuleProfiler_c::GetPrerequisites() const
+{
+    static Module_c * s_dPrerequisites[] = { ModuleTimer_c::Get(), nullptr };
+    return s_dPrerequisites;
+}

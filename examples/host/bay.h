@@ -139,6 +139,9 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 /// Fills an empty bay from the media's tables. Why there is no game in them; empty if all is well.
 String_T<64> BayReadTables(Bay_s & Bay);
 
+/// Gives the definitions of a bay the names and numbers that another one has for the same idents.
+void BayTakeNumbers(Bay_s const & From, Bay_s & To);
+
 /// An hour.
 void BayHour(Bay_s & Bay);
 

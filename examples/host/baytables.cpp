@@ -150,6 +150,19 @@ namespace
         { "fleet.csv", ReadShip },
     };
 
+    // Calls for each pair of items with the same ident.
+    template <typename T, typename TAKE>
+    void ForPairs(Items_T<T> const & dFrom, Items_T<T> & dTo, TAKE Take)
+    {
+        for (T const & From : dFrom)
+        {
+            if (T * const pTo = FindByIdent(dTo, From.sIdent))
+            {
+                Take(From, *pTo);
+            }
+        }
+    }
+
     bool ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
     {
         Warehouse_c Table;
@@ -181,4 +194,29 @@ String_T<64> BayReadTables(Bay_s & Bay)
         }
     }
     return Bay.dWinds.IsEmpty() ? "no wind blows" : Bay.dShips.IsEmpty() ? "there is no ship" : "";
+}
+
+void BayTakeNumbers(Bay_s const & From, Bay_s & To)
+{
+    ForPairs(From.dGoods, To.dGoods,
+        [](Good_s const & New, Good_s & Good)
+        {
+            Good.sName = New.sName;
+            Good.iLowest = New.iLowest;
+            Good.iHighest = New.iHighest;
+            Good.nSpoils = New.nSpoils;
+        });
+    ForPairs(From.dHarbours, To.dHarbours,
+        [](Harbour_s const & New, Harbour_s & Harbour)
+        {
+            Harbour.sName = New.sName;
+            Harbour.nOutput = New.nOutput;
+            Harbour.nAppetite = New.nAppetite;
+            Harbour.nQuay = New.nQuay;
+        });
+    ForPairs(From.dRoutes, To.dRoutes, [](Route_s const & New, Route_s & Route) { Route.nMiles = New.nMiles; });
+    ForPairs(From.dWinds, To.dWinds, [](Wind_s const & New, Wind_s & Wind) { Wind = New; });
+    ForPairs(From.dTypes, To.dTypes, [](ShipType_s const & New, ShipType_s & Type) { Type = New; });
+    To.nDues = From.nDues;
+    To.nPortHours = From.nPortHours;
 }

@@ -2,12 +2,15 @@
 
 #include "settings.h"
 #include "survey.h"
+#include "watch.h"
 
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemoryreport.h"
 #include "zqcore/cmodule.h"
+#include "zqcore/cprofile.h"
+#include "zqcore/csimpleprofile.h"
 #include "zqcore/ctimer.h"
 
 #include <chrono>
@@ -24,14 +27,56 @@ namespace
         std::this_thread::sleep_for(IDLE_NAP);
     }
 
+    // A kind of work under way, for both profilers.
+    class Work_c
+    {
+    public:
+        Work_c(char const * szName, SimpleProfileType_e eType)
+            : m_eType(eType)
+        {
+            ProfilerPush(szName, false);
+            SimpleProfilePush(SIMPLE_PROFILE_CONTEXT_CURRENT, m_eType);
+        }
+        ~Work_c()
+        {
+            SimpleProfilePop(SIMPLE_PROFILE_CONTEXT_CURRENT, m_eType);
+            ProfilerPop();
+        }
+        Work_c(Work_c const &) = delete;
+        Work_c & operator=(Work_c const &) = delete;
+
+    private:
+        SimpleProfileType_e const m_eType;
+    };
+
     void Frame(double dt, Survey_c & Survey)
     {
-        // A windowed host passes each message of the system on; the entropy pool lives on their moments.
-        g_ApplicationMessages.Fire(MessageData_s{}, false);
-        Module_c::HeartbeatAllModulesFrame(dt);
-        Survey.StreamFiles(ModuleSettings_c::Get()->m_nStream);
+        ProfilerBeginFrame();
+        {
+            // A windowed host passes each message of the system on; the entropy pool lives on their moments.
+            Work_c const Work("Messages", SIMPLE_TIMER_CLIENT_DISPATCHMSG);
+            g_ApplicationMessages.Fire(MessageData_s{}, false);
+        }
+        {
+            Work_c const Work("Modules", SIMPLE_TIMER_SERVER_WORLDUPDATE);
+            Module_c::HeartbeatAllModulesFrame(dt);
+        }
+        {
+            Work_c const Work("Streaming", SIMPLE_TIMER_CLIENT_WORLDUPDATE);
+            Survey.StreamFiles(ModuleSettings_c::Get()->m_nStream);
+        }
         MemoryResetFrameAllocCount();
         ++g_iLogFrameCounter;
+        ProfilerEndFrame();
+    }
+
+    void CloseFrame()
+    {
+        ProfilerUpdateFrame(true);
+        for (int i = 0; i < SIMPLE_PROFILE_CONTEXT_TOTAL; ++i)
+        {
+            SimpleProfileReset(static_cast<SimpleProfileContext_e>(i));
+        }
     }
 
     void Count(FrameStats_s & Stats, double tTaken)
@@ -55,7 +100,7 @@ FrameStats_s LoopRun(int nFrames, Survey_c & Survey)
     double const tFrame = 1.0 / ModuleSettings_c::Get()->m_nRate;
     FrameStats_s Stats;
     MemoryResetFrameAllocCount();   // what came before is no frame's
-    while (Stats.nFrames < nFrames)
+    while (nFrames == FRAMES_UNTIL_OVER ? !Watch_c::IsOver() : Stats.nFrames < nFrames)
     {
         double const dt = AppGetDeltaTime(tFrame);
         if (dt == 0.0)
@@ -66,6 +111,7 @@ FrameStats_s LoopRun(int nFrames, Survey_c & Survey)
         double const tStart = longTimeGet();
         Frame(dt, Survey);
         Count(Stats, longTimeGet() - tStart);
+        CloseFrame();
     }
     return Stats;
 }

@@ -10,14 +10,17 @@
 #include "services.h"
 #include "settings.h"
 #include "survey.h"
+#include "watch.h"
 #include "world.h"
 
 #include "zqcore/capp.h"
 #include "zqcore/ccryptrnd.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/cfilename.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
+#include "zqcore/cprofile.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/ctimer.h"
 
@@ -61,6 +64,7 @@ namespace
         std::printf("    config  %s\n", Options.sConfig.empty() ? "none" : Options.sConfig.c_str());
         std::printf("    logs    %s\n", Options.sLogFolder.c_str());
         std::printf("    save    %s\n", Options.sSave.c_str());
+        std::printf("    stats   %s\n", Options.sStats.empty() ? "none" : Options.sStats.c_str());
     }
 
     // The files and tables of the media, and all that reading them showed.
@@ -74,6 +78,17 @@ namespace
         ReportTables(Survey);
     }
 
+    FrameStats_s RunLoop(Options_s const & Options, Survey_c & Survey)
+    {
+        ProfilerInitSwapStats(Options.sStats.c_str());
+        if (!Options.bWatch)
+        {
+            return LoopRun(Options.nFrames, Survey);
+        }
+        Watch_c const Watch(static_cast<char const *>(GetPQXMediaPath(false)), Survey);
+        return LoopRun(FRAMES_UNTIL_OVER, Survey);
+    }
+
     // Goes on from the last save, moves the world on and saves it.
     int Play(Options_s const & Options, ModuleWorld_c & World, Survey_c & Survey)
     {
@@ -85,7 +100,7 @@ namespace
         {
             ReportLoad(SaveLoad(Options.sSave, Options.sGame, World), World);
         }
-        FrameStats_s const Stats = LoopRun(Options.nFrames, Survey);
+        FrameStats_s const Stats = RunLoop(Options, Survey);
         ReportWorld(World);
         ReportFrames(Stats);
         if (World.IsEmpty())
@@ -121,6 +136,7 @@ namespace
         Services_c Services;
         Services.Add(ModuleTimer_c::Get());   // first, so that the others are timed by the good clock
         Services.Add(ModuleLog_c::Get());
+        Services.Add(ModuleProfiler_c::Get());
         Services.Add(ModuleCryptRandom_c::Get());
         Services.Add(ModuleFile_c::Get());
         Services.Add(ModuleSerialize_c::Get());

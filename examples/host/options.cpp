@@ -15,7 +15,7 @@ namespace
     // The options that take a value, as they come.
     struct Texts_s
     {
-        std::string sMedia, sConfig, sGame, sFrames, sLog, sSave;
+        std::string sMedia, sConfig, sGame, sFrames, sLog, sSave, sStats;
     };
 
     struct ValueOption_s
@@ -33,6 +33,7 @@ namespace
         { "--log", &Texts_s::sLog, "FOLDER     where the logs go (logs)" },
         { "--save", &Texts_s::sSave,
             "FILE      where the world goes on from and is saved to (GAME.sav beside the logs)" },
+        { "--stats", &Texts_s::sStats, "FILE     have the profiler write the times of every frame" },
     };
 
     struct FlagOption_s
@@ -46,6 +47,8 @@ namespace
         { "--new", &Options_s::bNew, "            begin a new world, and save it over the old one" },
         { "--cache", &Options_s::bCache,
             "          start from filesystemcache.bin in the media root, which the first such run writes" },
+        { "--watch", &Options_s::bWatch,
+            "          run until interrupted, whatever --frames says, and take changed tables while running" },
         { "--silent", &Options_s::bSilent, "         show no dialogs; a broken precondition then ends the run" },
         { "--help", &Options_s::bHelp, "           this text" },
     };
@@ -134,10 +137,10 @@ namespace
     }
 
     // The library keeps a location in 255 characters; a new save is written beside the old one.
-    std::string CheckSave(std::string const & sSave)
+    std::string CheckLength(char const * szWhat, std::string const & sPath)
     {
-        bool const bGood = sSave.size() < 240 && std::filesystem::path(sSave).filename().string().size() < 120;
-        return bGood ? "" : "the path of the save is too long: " + Quoted(sSave);
+        bool const bGood = sPath.size() < 240 && std::filesystem::path(sPath).filename().string().size() < 120;
+        return bGood ? "" : std::string("the path of the ") + szWhat + " is too long: " + Quoted(sPath);
     }
 
     // Turns the values into options; the message says what is wrong, if anything is.
@@ -164,7 +167,12 @@ namespace
             std::string const sDefault = Options.sLogFolder + "/" + Options.sGame + ".sav";
             sMessage = MakeAbsolute(Texts.sSave.empty() ? sDefault : Texts.sSave, Options.sSave);
         }
-        return sMessage.empty() ? CheckSave(Options.sSave) : sMessage;
+        if (sMessage.empty() && !Texts.sStats.empty())
+        {
+            sMessage = MakeAbsolute(Texts.sStats, Options.sStats);
+        }
+        sMessage = sMessage.empty() ? CheckLength("save", Options.sSave) : sMessage;
+        return sMessage.empty() ? CheckLength("stats", Options.sStats) : sMessage;
     }
 }
 

@@ -22,9 +22,11 @@ struct Options_s
     bool bGameGiven = false;
     std::string sLogFolder;   // "logs" in the caller's current folder if none is given
     std::string sSave;        // a file; beside the logs if none is given
+    std::string sStats;       // where the profiler writes; empty: nowhere
     int nFrames = 480;
     bool bNew = false;     // a new world, whatever is saved
     bool bCache = false;   // start from the file system cache
+    bool bWatch = false;   // run until told to end, and follow changes of the media
     bool bSilent = false;
     bool bHelp = false;
 };

@@ -5,12 +5,36 @@
 #include "texts.h"
 #include "world.h"
 
+#include "zqcore/csimpleprofile.h"
 #include "zqcore/cwarehouse.h"
 
 #include <cstdio>
 
 namespace
 {
+    // What each kind of work took of the last 32 frames that the simple profiler has whole.
+    void PrintShares()
+    {
+        auto const Ticks = [](int iType)
+        {
+            auto const eType = static_cast<SimpleProfileType_e>(iType);
+            return static_cast<double>(SimpleProfileGet(SIMPLE_PROFILE_CONTEXT_1, eType).tAverage);
+        };
+        double tAll = 0.0;
+        for (int i = 0; i <= SIMPLE_TIMER_DEBUG; ++i)
+        {
+            tAll += Ticks(i);
+        }
+        for (int i = 0; i <= SIMPLE_TIMER_DEBUG; ++i)
+        {
+            if (Ticks(i) > 0.0)
+            {
+                std::printf("    %-24s %5.1f %%\n", SimpleProfileName(static_cast<SimpleProfileType_e>(i)),
+                    100.0 * Ticks(i) / tAll);
+            }
+        }
+    }
+
     // The table of the configuration that was chosen, if one was.
     void PrintView()
     {
@@ -155,5 +179,6 @@ void ReportFrames(FrameStats_s const & Stats)
     {
         std::printf("  Work a frame: mean %s, worst %s (frame %i)\n", Sz(Duration(Stats.tTotal / Stats.nFrames)),
             Sz(Duration(Stats.tWorst)), Stats.iWorstFrame);
+        PrintShares();
     }
 }

@@ -172,6 +172,9 @@ void Survey_c::StreamFiles(int nFiles)
     {
         File_c & File = *m_dStreamed[m_iNext];
         m_iNext = (m_iNext + 1) % m_dStreamed.GetLength();
-        FileBytes(File) <= WHOLE ? FileClose(FileOpen(File.sName)) : StreamPiece(File);
+        if (FileBytes(File) != 0)   // emptied while the host runs
+        {
+            FileBytes(File) <= WHOLE ? FileClose(FileOpen(File.sName)) : StreamPiece(File);
+        }
     }
 }

@@ -57,6 +57,25 @@ void ModuleWorld_c::Begin()
     StockQuays(m_Bay);
 }
 
+void ModuleWorld_c::TakeTables()
+{
+    if (IsEmpty())
+    {
+        return;
+    }
+    MemCategoryScope_c const Scope(mem::GameWorld);
+    House_s const House = g_House;   // the rules set its purse
+    Bay_s Fresh;
+    bool const bGood = BayReadTables(Fresh).IsEmpty();
+    if (bGood)
+    {
+        BalanceApply(m_Balance, Fresh);
+        BayTakeNumbers(Fresh, m_Bay);
+    }
+    BayReset(Fresh);
+    g_House = House;
+}
+
 void ModuleWorld_c::Shutdown()
 {
     BayReset(m_Bay);

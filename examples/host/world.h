@@ -21,6 +21,10 @@ public:
     /// Begins anew from the media; whatever was there goes.
     void Begin();
 
+    /// Takes the numbers of the media's tables anew while the game goes on. Rows that are new or gone, and what rows
+    /// point at, wait for the next beginning. Tables that make no sense, or a world that is empty, change nothing.
+    void TakeTables();
+
     /// Whether the media have no world, and why.
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
     char const * GetWhyEmpty() const { return m_sWhyEmpty; }

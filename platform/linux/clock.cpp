@@ -3,6 +3,8 @@
 
 #include "platform/clock.h"
 
+#include <atomic>
+#include <chrono>
 #include <ctime>
 
 namespace plat
@@ -10,6 +12,10 @@ namespace plat
     namespace
     {
         constexpr std::int64_t NANOSECONDS = 1000000000;   // in a second
+
+        constexpr std::int64_t DAY = 86400;   // seconds
+
+        std::atomic<long> g_nKeptOffset{ 0 };   // seconds east of the world's time
 
         std::int64_t MonotonicNanoseconds()
         {
@@ -58,6 +64,30 @@ namespace plat
         std::tm Local{};
         localtime_r(&Now.tv_sec, &Local);
         return { Local.tm_year + 1900, Local.tm_mon + 1, Local.tm_mday, Local.tm_hour, Local.tm_min, Local.tm_sec,
+            static_cast<int>(Now.tv_nsec / 1000000) };
+    }
+
+    void LocalTimeKeep()
+    {
+        std::time_t const tNow = std::time(nullptr);
+        std::tm Local{};
+        if (localtime_r(&tNow, &Local) != nullptr)
+        {
+            g_nKeptOffset = Local.tm_gmtoff;
+        }
+    }
+
+    // The C library's conversions take a lock.
+    LocalTime_t LocalTimeByKept()
+    {
+        timespec Now;
+        clock_gettime(CLOCK_REALTIME, &Now);
+        std::int64_t const tLocal = std::int64_t{ Now.tv_sec } + g_nKeptOffset;
+        auto const nDays = static_cast<int>((tLocal - (tLocal % DAY + DAY) % DAY) / DAY);
+        auto const nSecond = static_cast<int>(tLocal - nDays * DAY);
+        std::chrono::year_month_day const Date{ std::chrono::sys_days{ std::chrono::days{ nDays } } };
+        return { static_cast<int>(Date.year()), static_cast<int>(static_cast<unsigned>(Date.month())),
+            static_cast<int>(static_cast<unsigned>(Date.day())), nSecond / 3600, nSecond / 60 % 60, nSecond % 60,
             static_cast<int>(Now.tv_nsec / 1000000) };
     }
 }

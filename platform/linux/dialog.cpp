@@ -112,6 +112,11 @@ namespace plat
         return fnHandler != nullptr ? fnHandler(Dialog) : ShowOnTerminal(Dialog);
     }
 
+    bool DialogIsAttended()
+    {
+        return g_fnHandler.load() != nullptr || HasTerminal();
+    }
+
     DialogHandler_t DialogSetHandler(DialogHandler_t fnHandler)
     {
         return g_fnHandler.exchange(fnHandler);

@@ -23,20 +23,6 @@ namespace plat
         constexpr mode_t NEW_FOLDER_MODE = 0777;
         constexpr std::uint64_t HINT_FROM_BYTES = 128 * 1024;   // what the system reads ahead unasked
 
-        // Whether anyone has the file open for writing, asked by taking a read lease and giving it back at once, so
-        // that a writer who comes meanwhile waits for no longer than that. No where leases are not to be had.
-        bool HasWriter(int iDescriptor)
-        {
-            fcntl(
-                iDescriptor, F_SETSIG, SIGURG);   // a lease broken before it is back tells by a signal that is ignored
-            if (fcntl(iDescriptor, F_SETLEASE, F_RDLCK) != 0)
-            {
-                return errno == EAGAIN;
-            }
-            fcntl(iDescriptor, F_SETLEASE, F_UNLCK);
-            return false;
-        }
-
         bool DeleteEntry(int iFolder, char const * szName);
 
         // All names of a folder; false if it breaks off.
@@ -148,6 +134,17 @@ namespace plat
         }
     }
 
+    Writers_e WritersOf(int iDescriptor)
+    {
+        fcntl(iDescriptor, F_SETSIG, SIGURG);   // a lease broken before it is back tells by a signal that is ignored
+        if (fcntl(iDescriptor, F_SETLEASE, F_RDLCK) != 0)
+        {
+            return errno == EAGAIN ? Writers_e::Some : Writers_e::Unknown;
+        }
+        fcntl(iDescriptor, F_SETLEASE, F_UNLCK);
+        return Writers_e::None;
+    }
+
     int OpenOrCreate(char const * szPath, int iFlags, mode_t iMode)
     {
         DiskPath_c Path(szPath);
@@ -183,7 +180,7 @@ namespace plat
             errno = Facts.bFolder ? EISDIR : EINVAL;
             return nullptr;
         }
-        if (eShare == Share_e::Read && HasWriter(File.Get()))
+        if (eShare == Share_e::Read && WritersOf(File.Get()) == Writers_e::Some)
         {
             errno = EBUSY;
             return nullptr;
@@ -193,6 +190,22 @@ namespace plat
             *pFacts = Facts;
         }
         return HandleOf(File.Release());
+    }
+
+    bool FileLockTest_c::Try()
+    {
+        FileFacts_t Facts;
+        File_t const hFile = FileOpenRead(m_szPath, Share_e::ReadWrite, &Facts);
+        if (hFile == nullptr)
+        {
+            return false;
+        }
+        Descriptor_c const File(DescriptorOf(hFile));
+        bool const bStill = m_bSeen && Facts.nSize == m_Seen.nSize && Facts.tLastWrite == m_Seen.tLastWrite;
+        m_Seen = Facts;
+        m_bSeen = true;
+        Writers_e const eWriters = WritersOf(File.Get());
+        return eWriters == Writers_e::None || (eWriters == Writers_e::Unknown && bStill);
     }
 
     bool FileGetFacts(File_t hFile, FileFacts_t & Facts)

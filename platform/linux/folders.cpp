@@ -24,7 +24,6 @@ namespace plat
         std::vector<char const *> UnfoldedNames() const;
         void Clear();
 
-        FolderIdentity_t Identity;
         std::vector<FolderEntry_t> dEntries;
         std::vector<char> dNames;   // terminated, one behind the other; the entries point into it
         bool bFolded = true;        // whether all names are
@@ -83,6 +82,7 @@ namespace plat
         // What a listing wants to know of the bytes of a name.
         constexpr unsigned char CAPITAL = 1;
         constexpr unsigned char BACKSLASH = 2;
+        constexpr unsigned char NOT_ASCII = 4;
 
         constexpr auto BYTE_KINDS = []()
         {
@@ -92,6 +92,7 @@ namespace plat
                 dKinds[cByte] = CAPITAL;
             }
             dKinds['\\'] = BACKSLASH;
+            std::fill(dKinds.begin() + 0x80, dKinds.end(), NOT_ASCII);
             return dKinds;
         }();
 
@@ -124,6 +125,7 @@ namespace plat
             std::size_t nName;
             unsigned const bKinds = ScanName(pRaw->d_name, nName);
             FolderEntry_t Entry;
+            Entry.bAscii = (bKinds & NOT_ASCII) == 0;
             Entry.bReachable = (bKinds & BACKSLASH) == 0;
             Entry_e const eEntry = Entry.bReachable ? FactsOfEntry(iFolder, *pRaw, Entry) : Entry_e::Taken;
             if (eEntry == Entry_e::Broken)
@@ -223,12 +225,10 @@ namespace plat
         DiskPath_c Path(szPath);
         Descriptor_c const Folder(
             Path.Try([](char const * szTry) { return open(szTry, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-        struct stat Stat;
-        if (!Folder.IsOpen() || fstat(Folder.Get(), &Stat) != 0)
+        if (!Folder.IsOpen())
         {
             return false;
         }
-        m_pContents->Identity = { Stat.st_dev, Stat.st_ino };
         if (!m_pContents->ReadEntries(Folder.Get()))
         {
             m_pContents->Clear();
@@ -249,9 +249,15 @@ namespace plat
         return m_pContents->dEntries[iEntry];
     }
 
-    FolderIdentity_t const & FolderListing_c::GetIdentity() const
+    bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity)
     {
-        static constexpr FolderIdentity_t NONE;
-        return m_pContents != nullptr ? m_pContents->Identity : NONE;
+        struct stat Stat;
+        DiskPath_c Path(szPath);
+        if (Path.Try([&Stat](char const * szTry) { return stat(szTry, &Stat); }) != 0 || !S_ISDIR(Stat.st_mode))
+        {
+            return false;
+        }
+        Identity = { Stat.st_dev, Stat.st_ino };
+        return true;
     }
 }

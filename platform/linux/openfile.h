@@ -20,6 +20,17 @@ namespace plat
         return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);
     }
 
+    enum class Writers_e
+    {
+        None,
+        Some,
+        Unknown   // the system grants no lease on this file
+    };
+
+    // Whether anyone has an open file open for writing, asked by taking a read lease and giving it back at once, so
+    // that a writer who comes meanwhile waits for no longer than that.
+    Writers_e WritersOf(int iDescriptor);
+
     // Opens what is there in any spelling; else, with O_CREAT, makes it in the path's own. -1 on failure.
     int OpenOrCreate(char const * szPath, int iFlags, mode_t iMode);
 }

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <cwchar>
 #include <fcntl.h>
+#include <spawn.h>
 
 namespace plat
 {
@@ -74,6 +75,19 @@ namespace plat
     void ProcessSetPureCallHandler(void (*fnHandler)())
     {
         g_fnPureCall = fnHandler;
+    }
+
+    // Its entry in the list of processes stays, for want of a wait, until this process ends.
+    bool ProcessStart(char const * szProgram)
+    {
+        auto const Spawn = [](char const * szPath)
+        {
+            pid_t iChild;
+            char * dArguments[] = { const_cast<char *>(szPath), nullptr };
+            errno = posix_spawn(&iChild, szPath, nullptr, nullptr, dArguments, environ);
+            return errno == 0 ? 0 : -1;
+        };
+        return DiskPath_c(szProgram).Try(Spawn) == 0;
     }
 
     void LastErrorText(char * szBuffer, std::size_t nSize)

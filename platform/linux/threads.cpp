@@ -1,5 +1,7 @@
 #include "platform/threads.h"
 
+#include "platform/faults.h"
+
 #include <pthread.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -19,6 +21,7 @@ namespace plat
         {
             Start_s const Start = *static_cast<Start_s *>(pStart);
             delete static_cast<Start_s *>(pStart);
+            FaultThreadJoin();
             Start.fnRun(Start.pContext);
             return nullptr;
         }

@@ -18,4 +18,6 @@ struct Command_t
 /// The status of a call with the wrong arguments; the usage is printed for it.
 constexpr int EXIT_USAGE = 2;
 
+int RunDisasm(Arguments_t const & dArguments);
 int RunMemory(Arguments_t const & dArguments);
+int RunStats(Arguments_t const & dArguments);

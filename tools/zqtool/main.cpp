@@ -7,7 +7,11 @@
 namespace
 {
     constexpr Command_t COMMANDS[] = {
+        { "disasm", "[--bits 32|64] [--base ADDRESS] FILE", "raw bytes of x86 code as a crash report lists them",
+            RunDisasm },
         { "memory", "ALLOCATIONS.CSV [--html OUT]", "live memory by category and by source line", RunMemory },
+        { "stats", "FILE [--json OUT] [--html OUT] [--ticks-per-second N]",
+            "what the profiler measured: a tree of timers, trace events, a page with pictures", RunStats },
     };
 
     int Usage()

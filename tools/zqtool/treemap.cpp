@@ -1,6 +1,8 @@
 // Squarified treemaps after Bruls, Huizing and van Wijk, "Squarified Treemaps" (2000).
 #include "tools/zqtool/treemap.h"
 
+#include "tools/zqtool/text.h"
+
 #include <algorithm>
 #include <cstdio>
 
@@ -74,32 +76,6 @@ namespace
         return dAreas;
     }
 
-    std::string Escaped(std::string const & sText)
-    {
-        std::string sOut;
-        for (char const c : sText)
-        {
-            switch (c)
-            {
-            case '&':
-                sOut += "&amp;";
-                break;
-            case '<':
-                sOut += "&lt;";
-                break;
-            case '>':
-                sOut += "&gt;";
-                break;
-            case '"':
-                sOut += "&quot;";
-                break;
-            default:
-                sOut += c;
-            }
-        }
-        return sOut;
-    }
-
     // The end of a text that fits the width: the end of a source line tells most.
     std::string Fitting(std::string const & sText, double fWidth)
     {
@@ -122,7 +98,7 @@ namespace
         {
             char szPlace[64];
             std::snprintf(szPlace, sizeof szPlace, "<text x='%.1f' y='%.1f'>", Area.x + 3, Area.y + 12);
-            sPage += szPlace + Escaped(Fitting(sText, Area.fWidth - 6)) + "</text>";
+            sPage += szPlace + HtmlEscaped(Fitting(sText, Area.fWidth - 6)) + "</text>";
         }
     }
 
@@ -131,7 +107,7 @@ namespace
         char szPlace[160];
         std::snprintf(szPlace, sizeof szPlace, "<g><rect x='%.1f' y='%.1f' width='%.1f' height='%.1f' fill='", Area.x,
             Area.y, Area.fWidth, Area.fHeight);
-        sPage += szPlace + sFill + "'/><title>" + Escaped(Part.sName + "\n" + Part.sNote) + "</title>";
+        sPage += szPlace + sFill + "'/><title>" + HtmlEscaped(Part.sName + "\n" + Part.sNote) + "</title>";
         AppendText(sPage, Area, Part.sName);
         sPage += "</g>\n";
     }
@@ -165,11 +141,11 @@ std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> 
 {
     constexpr int HUE_STEP = 137;   // neighbours get distant colours
     std::string sPage =
-        "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>" + Escaped(sTitle)
+        "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>" + HtmlEscaped(sTitle)
         + "</title>\n<style>body{font:14px sans-serif;margin:12px}svg{width:100%;height:auto}"
           "text{font-size:11px;pointer-events:none}rect{stroke:#fff;stroke-width:1}g:hover>rect{stroke:#000}</style>"
           "</head>\n<body><h1>"
-        + Escaped(sTitle) + "</h1>\n<svg viewBox='0 0 1200 760'>\n";
+        + HtmlEscaped(sTitle) + "</h1>\n<svg viewBox='0 0 1200 760'>\n";
     std::vector<TreemapPart_t> dWholes;
     for (TreemapGroup_t const & Group : dGroups)
     {

@@ -1,0 +1,166 @@
+// Both profilers beside the bare readings of the clock, copies and locks that they can't do without.
+#include "zqcore/cfilename.h"
+#include "zqcore/cprofile.h"
+#include "zqcore/csimpleprofile.h"
+#include "zqcore/ctimer.h"
+
+#include "bench/bench_support.h"
+
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+namespace
+{
+    constexpr std::size_t BATCH_SIZE = 4 + std::size_t{ MAX_TIMERS_TOTAL } * 2504;   // bytes of 512 records in a file
+    constexpr std::chrono::milliseconds PAUSE(10);   // for the write; there are 150 frames up to the next one
+
+    // The profiler, up for a benchmark, with timers under the root beside the root itself.
+    struct Profiler_s
+    {
+        explicit Profiler_s(int nTimers)
+        {
+            Module_c::Register(ModuleProfiler_c::Get());
+            Module_c::InitializeAllModules();
+            for (int i = 1; i < nTimers; ++i)
+            {
+                ProfilerPush(static_cast<std::uint32_t>(i), "bench");
+                ProfilerPop();
+            }
+        }
+        ~Profiler_s() { Module_c::ShutdownAllModules(); }
+    };
+
+    void Clock(benchmark::State & State)
+    {
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(__builtin_ia32_rdtsc());
+            benchmark::DoNotOptimize(__builtin_ia32_rdtsc());
+        }
+    }
+    BENCHMARK(Clock)->Name("PushPop/by_id/two_cycle_counters");
+    BENCHMARK(Clock)->Name("PushPop/by_id_of_512/two_cycle_counters");
+    BENCHMARK(Clock)->Name("PushPop/by_name/two_cycle_counters");
+
+    void ById(benchmark::State & State, int nTimers)
+    {
+        Profiler_s const Profiler(nTimers);
+        std::uint32_t iTimer = 0;
+        for (auto _ : State)
+        {
+            iTimer = iTimer + 1 < static_cast<std::uint32_t>(nTimers) ? iTimer + 1 : 1;
+            ProfilerPush(iTimer, "bench");
+            ProfilerPop(iTimer);
+        }
+    }
+    BENCHMARK_CAPTURE(ById, few, 8)->Name("PushPop/by_id/ours");
+    BENCHMARK_CAPTURE(ById, all, MAX_TIMERS_TOTAL)->Name("PushPop/by_id_of_512/ours");
+
+    void ByName(benchmark::State & State)
+    {
+        Profiler_s const Profiler(8);
+        for (auto _ : State)
+        {
+            ProfilerPush("Frame ModuleWorld_c", false);
+            ProfilerPop();
+        }
+    }
+    BENCHMARK(ByName)->Name("PushPop/by_name/ours");
+
+    // Each frame adds a step to the frame before it, so a fall makes every peak go in every frame.
+    void Update(benchmark::State & State, std::int64_t tFirst, std::int64_t tStep)
+    {
+        Profiler_s const Profiler(MAX_TIMERS_TOTAL);
+        profiler::timer_t * const pFirst = ProfilerGetRoot();
+        std::int64_t tFrame = tFirst;
+        int iRing = 0;
+        for (auto _ : State)
+        {
+            State.PauseTiming();
+            tFrame += tStep;
+            for (int i = 0; i < MAX_TIMERS_TOTAL; ++i)
+            {
+                pFirst[i].dFrames[iRing].tTime = tFrame + (tFrame * (i + 3)) % 64;
+            }
+            iRing = (iRing + 1) % PROFILER_FRAMES;
+            State.ResumeTiming();
+            ProfilerUpdateFrame(false);
+        }
+        Require(State, pFirst[MAX_TIMERS_TOTAL - 1].iMaxSlot >= 0);
+    }
+    BENCHMARK_CAPTURE(Update, steady, 1000, 0)->Name("UpdateFrame/512/ours");
+    BENCHMARK_CAPTURE(Update, falling, std::int64_t{ 1 } << 60, -1000)->Name("UpdateFrame/512_falling/ours");
+
+    void Swap(benchmark::State & State)
+    {
+        Profiler_s const Profiler(MAX_TIMERS_TOTAL);
+        std::string const sFile = (std::filesystem::temp_directory_path() / "zqcore_profile_bench").string();
+        ProfilerInitSwapStats(FileName_c(sFile.c_str()));
+        for (auto _ : State)
+        {
+            ProfilerSwapStats();
+            State.PauseTiming();
+            std::this_thread::sleep_for(PAUSE);
+            State.ResumeTiming();
+        }
+        std::filesystem::remove(sFile);
+    }
+    BENCHMARK(Swap)->Name("SwapStats/512/ours")->Iterations(50);
+
+    // The copy alone; another thread writes it to a file in the pauses, as the system does ours.
+    void Copy(benchmark::State & State)
+    {
+        PlainVector_T<char> const dFrom(BATCH_SIZE, 1);
+        PlainVector_T<char> dTo(BATCH_SIZE);
+        std::filesystem::path const Path = std::filesystem::temp_directory_path() / "zqcore_profile_bench";
+        std::ofstream File(Path, std::ios::binary);
+        for (auto _ : State)
+        {
+            std::memcpy(dTo.data(), dFrom.data(), BATCH_SIZE);
+            benchmark::ClobberMemory();
+            State.PauseTiming();
+            std::thread([&] { File.write(dTo.data(), BATCH_SIZE); }).join();
+            std::this_thread::sleep_for(PAUSE);
+            State.ResumeTiming();
+        }
+        std::filesystem::remove(Path);
+    }
+    BENCHMARK(Copy)->Name("SwapStats/512/memcpy")->Iterations(50);
+
+    // The locks of the C library are cheaper in a process that never had a second thread, which has no use for them.
+    void StartAThread()
+    {
+        std::thread([] {}).join();
+    }
+
+    void Simple(benchmark::State & State)
+    {
+        StartAThread();
+        for (auto _ : State)
+        {
+            SimpleProfilePush(SIMPLE_PROFILE_CONTEXT_0, SIMPLE_TIMER_AI);
+            SimpleProfilePop(SIMPLE_PROFILE_CONTEXT_0, SIMPLE_TIMER_AI);
+        }
+    }
+    BENCHMARK(Simple)->Name("SimplePushPop/ours");
+
+    void Locks(benchmark::State & State)
+    {
+        StartAThread();
+        std::recursive_mutex Use, Stats;
+        for (auto _ : State)
+        {
+            Use.lock();
+            Stats.lock();
+            benchmark::DoNotOptimize(__builtin_ia32_rdtsc());
+            Stats.unlock();
+            Stats.lock();
+            benchmark::DoNotOptimize(__builtin_ia32_rdtsc());
+            Stats.unlock();
+            Use.unlock();
+        }
+    }
+    BENCHMARK(Locks)->Name("SimplePushPop/three_lock_pairs_two_counters");
+}

@@ -1,0 +1,170 @@
+// residency_bench.cpp: reading beside the frame and reading ahead, beside the bare calls of the system. All reads come
+// from the page cache. The times are the main thread's own.
+#include "bench/bench_support.h"
+#include "zqcore/cfileasync.h"
+#include "zqcore/cfilemedia.h"
+
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    constexpr int FILES = 10'000;
+    constexpr int FILES_A_FOLDER = 20;
+    constexpr int FILE_SIZE = 1000;
+
+    // A media tree with the module over it, up to the end of the process.
+    class Media_c
+    {
+    public:
+        Media_c()
+        {
+            m_Root = fs::temp_directory_path() / ("zqcore_residency_" + std::to_string(getpid()));
+            for (int i = 0; i < FILES; ++i)
+            {
+                fs::path const Folder = m_Root / ("folder" + std::to_string(i / FILES_A_FOLDER));
+                fs::create_directories(Folder);
+                std::ofstream(Folder / ("piece" + std::to_string(i) + ".dat")) << std::string(FILE_SIZE, 'x');
+            }
+            for (int nBytes : { 16 << 10, 1 << 20 })
+            {
+                std::ofstream(m_Root / BlobName(nBytes)) << std::string(static_cast<std::size_t>(nBytes), 'x');
+            }
+            SetPQXMediaPath(m_Root.c_str());
+            Module_c::Register(ModuleFile_c::Get());
+            Module_c::InitializeAllModules();
+        }
+
+        ~Media_c()
+        {
+            Module_c::ShutdownAllModules();
+            fs::remove_all(m_Root);
+        }
+
+        static std::string BlobName(std::int64_t nBytes) { return "blob" + std::to_string(nBytes) + ".bin"; }
+        std::string Blob(std::int64_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
+
+        // The small files, in the order in which a prefetch comes to them.
+        static std::vector<std::string> Pieces()
+        {
+            std::vector<std::string> dPaths;
+            for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+            {
+                if (std::string_view(pSlot->pObject->GetExt()) == "dat")
+                {
+                    dPaths.emplace_back(pSlot->pObject->GetFullPath());
+                    std::replace(dPaths.back().begin(), dPaths.back().end(), '\\', '/');
+                }
+            }
+            return dPaths;
+        }
+
+    private:
+        fs::path m_Root;
+    };
+
+    Media_c const & Media()
+    {
+        static Media_c const s_Media;
+        return s_Media;
+    }
+
+    void * ReadBare(char const * szPath)
+    {
+        int const iFile = open(szPath, O_RDONLY | O_CLOEXEC);
+        struct stat Stat;
+        if (iFile < 0 || fstat(iFile, &Stat) != 0)
+        {
+            std::abort();
+        }
+        auto const nBytes = static_cast<std::size_t>(Stat.st_size);
+        void * const pData = std::malloc(nBytes);
+        if (read(iFile, pData, nBytes) != Stat.st_size)
+        {
+            std::abort();
+        }
+        close(iFile);
+        return pData;
+    }
+
+    // Waits as a frame does that has other things to do; the same for all, so that the waiting can be seen for itself.
+    void SleepFrame()
+    {
+        timespec const Time = { 0, 500'000 };
+        nanosleep(&Time, nullptr);
+    }
+
+    void AsyncReadOurs(benchmark::State & State)
+    {
+        Media();
+        File_c * const pFile = FileStream(Media_c::BlobName(State.range(0)).c_str());
+        for (auto _ : State)
+        {
+            void * const hRequest = FileAsyncOpen(pFile, nullptr);
+            do
+            {
+                SleepFrame();
+            }
+            while (!FileAsyncIsLoaded(hRequest));
+            benchmark::DoNotOptimize(pFile->pData);
+            FileClose(pFile);
+        }
+    }
+    void AsyncReadBare(benchmark::State & State)
+    {
+        std::string const sPath = Media().Blob(State.range(0));
+        for (auto _ : State)
+        {
+            SleepFrame();
+            std::free(ReadBare(sPath.c_str()));
+        }
+    }
+    void AsyncReadNothing(benchmark::State & State)
+    {
+        for (auto _ : State)
+        {
+            SleepFrame();
+        }
+    }
+
+    void PrefetchOurs(benchmark::State & State)
+    {
+        Media();
+        for (auto _ : State)
+        {
+            FilePrefetch(".dat");
+            State.PauseTiming();
+            FileUnfetch(".dat");
+            State.ResumeTiming();
+        }
+        State.SetItemsProcessed(State.iterations() * FILES);
+    }
+    void PrefetchBare(benchmark::State & State)
+    {
+        Media();
+        std::vector<std::string> const dPaths = Media_c::Pieces();
+        Require(State, dPaths.size() == FILES);
+        std::vector<void *> dBlocks(dPaths.size());
+        for (auto _ : State)
+        {
+            for (std::size_t i = 0; i < dPaths.size(); ++i)
+            {
+                dBlocks[i] = ReadBare(dPaths[i].c_str());
+            }
+            State.PauseTiming();
+            std::for_each(dBlocks.begin(), dBlocks.end(), std::free);
+            State.ResumeTiming();
+        }
+        State.SetItemsProcessed(State.iterations() * FILES);
+    }
+
+    BENCHMARK(AsyncReadOurs)->Name("AsyncRead/ours")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(AsyncReadBare)->Name("AsyncRead/bare_read")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(AsyncReadNothing)->Name("AsyncRead/sleep_only")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(PrefetchOurs)->Name("Prefetch/ours")->Unit(benchmark::kMillisecond);
+    BENCHMARK(PrefetchBare)->Name("Prefetch/bare_malloc")->Unit(benchmark::kMillisecond);
+}

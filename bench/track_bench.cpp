@@ -1,0 +1,134 @@
+// What change tracking costs while nothing changes, and what it takes to begin.
+#include "zqcore/cfiletrack.h"
+
+#include <benchmark/benchmark.h>
+
+#include <filesystem>
+#include <fstream>
+#include <ftw.h>
+#include <poll.h>
+#include <string>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    constexpr int FOLDERS = 1000;
+    constexpr int FILES_EACH = 10;
+
+    // A tree in the system's temporary folder, for the life of the process.
+    class Tree_c
+    {
+    public:
+        Tree_c()
+        {
+            for (int i = 0; i < FOLDERS; ++i)
+            {
+                fs::path const Folder = fs::path(m_sRoot) / std::to_string(i % 30) / std::to_string(i);
+                fs::create_directories(Folder);
+                for (int iFile = 0; iFile < FILES_EACH; ++iFile)
+                {
+                    std::ofstream(Folder / ("file" + std::to_string(iFile) + ".txt")) << iFile;
+                }
+            }
+        }
+        ~Tree_c() { fs::remove_all(m_sRoot); }
+
+        char const * GetRoot() const { return m_sRoot.c_str(); }
+
+    private:
+        std::string m_sRoot = fs::temp_directory_path() / ("zqcore_track_" + std::to_string(getpid()));
+    };
+
+    char const * Root()
+    {
+        static Tree_c s_Tree;
+        return s_Tree.GetRoot();
+    }
+
+    // A watch of the kernel's on each folder of the tree.
+    int g_iBareWatch = -1;
+
+    int WatchBare(char const * szPath, struct stat const *, int iKind, FTW *)
+    {
+        constexpr std::uint32_t EVENTS = IN_CREATE | IN_CLOSE_WRITE | IN_MOVE | IN_DELETE;
+        return iKind == FTW_D && inotify_add_watch(g_iBareWatch, szPath, EVENTS) < 0 ? -1 : 0;
+    }
+
+    bool OpenBare()
+    {
+        g_iBareWatch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        return nftw(Root(), WatchBare, 64, FTW_PHYS) == 0;
+    }
+
+    void IdleOurs(benchmark::State & State)
+    {
+        FileTrackChanges(Root());
+        for (auto _ : State)
+        {
+            FileTrackDoWork();
+        }
+        FileTrackShutdown();
+    }
+
+    template <typename CALL>
+    void IdleBare(benchmark::State & State, CALL const & Call)
+    {
+        if (!OpenBare())
+        {
+            State.SkipWithError("no watch");
+        }
+        for (auto _ : State)
+        {
+            benchmark::DoNotOptimize(Call());
+        }
+        close(g_iBareWatch);
+    }
+
+    void IdleRead(benchmark::State & State)
+    {
+        alignas(inotify_event) static char s_aEvents[16384];
+        IdleBare(State, [] { return read(g_iBareWatch, s_aEvents, sizeof s_aEvents); });
+    }
+
+    void IdlePoll(benchmark::State & State)
+    {
+        IdleBare(State,
+            []
+            {
+                pollfd Poll{ g_iBareWatch, POLLIN, 0 };
+                return poll(&Poll, 1, 0);
+            });
+    }
+
+    void StartOurs(benchmark::State & State)
+    {
+        Root();
+        for (auto _ : State)
+        {
+            FileTrackChanges(Root());
+            FileTrackShutdown();
+        }
+    }
+
+    void StartBare(benchmark::State & State)
+    {
+        Root();
+        for (auto _ : State)
+        {
+            if (!OpenBare())
+            {
+                State.SkipWithError("no watch");
+            }
+            close(g_iBareWatch);
+        }
+    }
+
+    BENCHMARK(IdleOurs)->Name("TrackIdle/ours");
+    BENCHMARK(IdleRead)->Name("TrackIdle/bare_read");
+    BENCHMARK(IdlePoll)->Name("TrackIdle/bare_poll");
+    BENCHMARK(StartOurs)->Name("TrackStart/ours")->Unit(benchmark::kMillisecond);
+    BENCHMARK(StartBare)->Name("TrackStart/nftw_inotify")->Unit(benchmark::kMillisecond);
+}

@@ -1,0 +1,161 @@
+#include "watch.h"
+
+#include "survey.h"
+#include "world.h"
+
+#include "zqcore/ccallback.h"
+#include "zqcore/cfile.h"
+#include "zqcore/cfiletrack.h"
+#include "zqcore/cwarehousescan.h"
+
+#include <csignal>
+#include <cstdio>
+#include <map>
+#include <utility>
+
+namespace
+{
+    constexpr int SHOWN = 20;   // rows of a table that are named
+
+    // The cells of each row, joined, by the row's ident; an ident that comes again gets a number.
+    using Rows_t = std::map<std::string, std::string>;
+
+    std::map<std::string, Rows_t> g_dTables;   // by the key of the file
+    volatile std::sig_atomic_t g_bOver = 0;
+
+    void OnSignal(int iSignal)
+    {
+        std::signal(iSignal, SIG_DFL);
+        g_bOver = 1;
+    }
+
+    Rows_t RowsOf(File_c const & File)
+    {
+        Rows_t dRows;
+        WarehouseScan_t Scan(reinterpret_cast<char const *>(File.pData), File.iLength, 0,
+            WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, File.sName));
+        WarehouseLine_c Line;
+        for (int nLines = 0; Scan.NextItem(&Line, nLines);)
+        {
+            std::string sIdent = Line[0];
+            for (int n = 2; dRows.count(sIdent) != 0; ++n)
+            {
+                sIdent = Line[0] + (" #" + std::to_string(n));
+            }
+            std::string & sCells = dRows[sIdent];
+            for (char const * const szCell : Line)
+            {
+                sCells += (szCell ? szCell : "") + std::string(1, '\n');
+            }
+        }
+        return dRows;
+    }
+
+    bool IsEmptyOnDisk(File_c & File)
+    {
+        FileStored_c * const pStream = File.OpenStored();
+        bool const bEmpty = pStream && pStream->SeekStored(0, 2) && pStream->TellStored() == 0;
+        if (pStream)
+        {
+            pStream->CloseStored();
+        }
+        return bEmpty;
+    }
+
+    // Reads the file as it is on disk now; empty if it can't be read.
+    Rows_t ReadRows(File_c & File)
+    {
+        Rows_t dRows;
+        File.Refresh();   // whoever holds it sees the new contents too
+        if (FileOpen(&File))
+        {
+            dRows = RowsOf(File);
+            FileClose(&File);
+        }
+        return dRows;
+    }
+
+    // The rows of A that B has not, or has with other cells, as bOther says.
+    int PrintRows(char const * szWhat, Rows_t const & dA, Rows_t const & dB, bool bOther)
+    {
+        int nRows = 0;
+        for (auto const & [sIdent, sCells] : dA)
+        {
+            auto const itOther = dB.find(sIdent);
+            bool const bThere = itOther != dB.end();
+            if (bThere == bOther && (!bThere || itOther->second != sCells) && ++nRows <= SHOWN)
+            {
+                std::printf("    %-8s %s\n", szWhat, sIdent.c_str());
+            }
+        }
+        if (nRows > SHOWN)
+        {
+            std::printf("    %-8s %i more\n", szWhat, nRows - SHOWN);
+        }
+        return nRows;
+    }
+
+    void ReloadTable(File_c & File, Rows_t & dRows)
+    {
+        std::printf("%s reloaded\n", static_cast<char const *>(File.sName));
+        Rows_t const dBefore = std::exchange(dRows, ReadRows(File));
+        int const nChanged = PrintRows("changed", dRows, dBefore, true);
+        int const nNew = PrintRows("new", dRows, dBefore, false);
+        int const nGone = PrintRows("gone", dBefore, dRows, false);
+        if (nChanged + nNew + nGone == 0)
+        {
+            std::printf("    no row changed\n");
+        }
+        ModuleWorld_c::Get()->TakeTables();
+    }
+
+    void OnChanged(char const * szFile)
+    {
+        File_c * const pFile = FileStream(szFile);
+        auto const itTable = pFile ? g_dTables.find(static_cast<char const *>(pFile->sName)) : g_dTables.end();
+        if (itTable == g_dTables.end())
+        {
+            std::printf("%s changed\n", szFile);
+        }
+        else if (IsEmptyOnDisk(*pFile))
+        {
+            std::printf("%s is empty: the rows stay as they were\n", szFile);
+            pFile->iLength = 0;   // as the host's streaming looks at it
+        }
+        else
+        {
+            ReloadTable(*pFile, itTable->second);
+        }
+        std::fflush(stdout);
+    }
+}
+
+Watch_c::Watch_c(std::string const & sMedia, Survey_c const & Survey)
+{
+    for (Table_s const & Table : Survey.GetTables())
+    {
+        File_c & File = *FileStream(Table.pFile->sName);
+        g_dTables[static_cast<char const *>(File.sName)] = ReadRows(File);
+    }
+    g_bOver = 0;
+    std::signal(SIGINT, OnSignal);
+    std::signal(SIGTERM, OnSignal);
+    g_FileTrackChangesCallbacker.Add(OnChanged, false);
+    FileTrackChanges(sMedia.c_str());
+    std::printf("\nWatching %s; interrupt to end.\n", sMedia.c_str());
+    std::fflush(stdout);
+}
+
+Watch_c::~Watch_c()
+{
+    FileTrackShutdown();
+    g_FileTrackChangesCallbacker.Remove(OnChanged);
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+    g_dTables.clear();
+}
+
+bool Watch_c::IsOver()
+{
+    return g_bOver != 0;
+}

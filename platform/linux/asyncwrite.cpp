@@ -1,0 +1,238 @@
+#define _FILE_OFFSET_BITS 64
+
+#include "platform/asyncwrite.h"
+
+#include "platform/linux/openfile.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <linux/io_uring.h>
+#include <new>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <type_traits>
+#include <unistd.h>
+#include <utility>
+
+namespace plat
+{
+    namespace
+    {
+        // Many containers refuse the system's queue of requests, old kernels know none: then every write is a plain one.
+        // And whatever the queue does not write is written plainly, so that a refused, short or failed request
+        // ends as the plain write does.
+        constexpr std::size_t MAX_REQUEST = 1u << 30;   // bytes; the kernel counts them in 31 bits
+
+        bool s_bAllowed = true;
+
+        // A queue with room for one request: its only entry has the index 0, and so has the request.
+        struct Queue_s
+        {
+            bool bOpen;
+            bool bUnderWay;
+            int iDescriptor;
+            std::size_t nRings;
+            std::size_t nRequests;
+            unsigned char * pRings;   // shared with the kernel
+            io_uring_sqe * pRequest;
+            std::uint32_t * pSubmitTail;
+            std::uint32_t * pDoneHead;
+            std::uint32_t * pDoneTail;
+            std::uint32_t nDoneMask;
+            io_uring_cqe * pDone;
+        };
+        static_assert(std::is_trivial_v<Queue_s>);
+
+        template <std::size_t N>
+        Queue_s & QueueIn(unsigned char (&dBytes)[N])
+        {
+            static_assert(sizeof(Queue_s) <= N);
+            return *std::launder(reinterpret_cast<Queue_s *>(dBytes));
+        }
+
+        template <std::size_t N>
+        Queue_s const & QueueIn(unsigned char const (&dBytes)[N])
+        {
+            static_assert(sizeof(Queue_s) <= N);
+            return *std::launder(reinterpret_cast<Queue_s const *>(dBytes));
+        }
+
+        template <typename T>
+        T * Map(int iDescriptor, std::size_t nBytes, off_t nOffset)
+        {
+            void * const p =
+                mmap(nullptr, nBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, iDescriptor, nOffset);
+            return p == MAP_FAILED ? nullptr : static_cast<T *>(p);
+        }
+
+        std::uint32_t * WordAt(Queue_s const & Queue, std::uint32_t nOffset)
+        {
+            return reinterpret_cast<std::uint32_t *>(Queue.pRings + nOffset);
+        }
+
+        void CloseQueue(Queue_s & Queue)
+        {
+            if (Queue.pRings)
+            {
+                munmap(Queue.pRings, Queue.nRings);
+            }
+            if (Queue.pRequest)
+            {
+                munmap(Queue.pRequest, Queue.nRequests);
+            }
+            close(Queue.iDescriptor);
+            Queue = {};
+        }
+
+        bool MapQueue(Queue_s & Queue, io_uring_params const & Params)
+        {
+            std::size_t const nSubmit = Params.sq_off.array + Params.sq_entries * sizeof(std::uint32_t);
+            std::size_t const nDone = Params.cq_off.cqes + Params.cq_entries * sizeof(io_uring_cqe);
+            Queue.nRings = std::max(nSubmit, nDone);
+            Queue.nRequests = Params.sq_entries * sizeof(io_uring_sqe);
+            Queue.pRings = Map<unsigned char>(Queue.iDescriptor, Queue.nRings, IORING_OFF_SQ_RING);
+            Queue.pRequest = Map<io_uring_sqe>(Queue.iDescriptor, Queue.nRequests, IORING_OFF_SQES);
+            return Queue.pRings && Queue.pRequest && (Params.features & IORING_FEAT_SINGLE_MMAP) != 0;
+        }
+
+        void OpenQueue(Queue_s & Queue)
+        {
+            io_uring_params Params{};
+            Queue.iDescriptor = static_cast<int>(syscall(__NR_io_uring_setup, 1, &Params));
+            if (Queue.iDescriptor < 0)
+            {
+                return;
+            }
+            Queue.bOpen = MapQueue(Queue, Params);
+            if (!Queue.bOpen)
+            {
+                CloseQueue(Queue);
+                return;
+            }
+            Queue.pSubmitTail = WordAt(Queue, Params.sq_off.tail);
+            Queue.pDoneHead = WordAt(Queue, Params.cq_off.head);
+            Queue.pDoneTail = WordAt(Queue, Params.cq_off.tail);
+            Queue.nDoneMask = *WordAt(Queue, Params.cq_off.ring_mask);
+            Queue.pDone = reinterpret_cast<io_uring_cqe *>(Queue.pRings + Params.cq_off.cqes);
+            *WordAt(Queue, Params.sq_off.array) = 0;
+        }
+
+        long Enter(Queue_s const & Queue, unsigned nSubmit, unsigned nWaitFor)
+        {
+            unsigned const nFlags = nWaitFor > 0 ? IORING_ENTER_GETEVENTS : 0u;
+            return syscall(
+                __NR_io_uring_enter, Queue.iDescriptor, nSubmit, nWaitFor, nFlags, nullptr, std::size_t{ 0 });
+        }
+
+        // Hands a write to the kernel's own thread; false if it takes none.
+        bool Submit(Queue_s & Queue, int iFile, std::uint64_t nOffset, void const * pData, std::size_t nBytes)
+        {
+            io_uring_sqe Request{};
+            Request.opcode = IORING_OP_WRITE;
+            Request.flags = IOSQE_ASYNC;   // else a write into the page cache is done right here
+            Request.fd = iFile;
+            Request.off = nOffset;
+            Request.addr = reinterpret_cast<std::uintptr_t>(pData);
+            Request.len = static_cast<std::uint32_t>(std::min(nBytes, MAX_REQUEST));
+            *Queue.pRequest = Request;
+            std::atomic_ref<std::uint32_t> Tail(*Queue.pSubmitTail);
+            std::uint32_t const nTail = Tail.load(std::memory_order_relaxed);
+            Tail.store(nTail + 1, std::memory_order_release);
+            Queue.bUnderWay = Enter(Queue, 1, 0) == 1;
+            if (!Queue.bUnderWay)
+            {
+                Tail.store(nTail, std::memory_order_release);
+            }
+            return Queue.bUnderWay;
+        }
+
+        bool IsDone(Queue_s const & Queue)
+        {
+            return std::atomic_ref(*Queue.pDoneTail).load(std::memory_order_acquire) != *Queue.pDoneHead;
+        }
+
+        // Waits for the request; the bytes that it wrote.
+        std::size_t Await(Queue_s & Queue)
+        {
+            while (!IsDone(Queue))
+            {
+                Enter(Queue, 0, 1);   // a signal may end it early
+            }
+            std::uint32_t const nHead = *Queue.pDoneHead;
+            int const iResult = Queue.pDone[nHead & Queue.nDoneMask].res;
+            std::atomic_ref(*Queue.pDoneHead).store(nHead + 1, std::memory_order_release);
+            Queue.bUnderWay = false;
+            return iResult > 0 ? static_cast<std::size_t>(iResult) : 0;
+        }
+    }
+
+    void AsyncFile_c::AllowBeside(bool bAllow)
+    {
+        s_bAllowed = bAllow;
+    }
+
+    bool AsyncFile_c::Create(char const * szPath)
+    {
+        Close();
+        m_hFile = FileCreate(szPath);
+        if (m_hFile && s_bAllowed)
+        {
+            OpenQueue(QueueIn(m_dQueue));
+        }
+        return m_hFile != nullptr;
+    }
+
+    void AsyncFile_c::Write(std::uint64_t nOffset, void const * pData, std::size_t nBytes)
+    {
+        m_nOffset = nOffset;
+        m_pData = static_cast<char const *>(pData);
+        m_nLeft = nBytes;
+        Queue_s & Queue = QueueIn(m_dQueue);
+        if (!Queue.bOpen || !Submit(Queue, DescriptorOf(m_hFile), nOffset, pData, nBytes))
+        {
+            m_iError = WriteRest() ? 0 : errno;
+        }
+    }
+
+    bool AsyncFile_c::IsBusy() const
+    {
+        Queue_s const & Queue = QueueIn(m_dQueue);
+        return Queue.bUnderWay && !IsDone(Queue);
+    }
+
+    bool AsyncFile_c::Finish()
+    {
+        Queue_s & Queue = QueueIn(m_dQueue);
+        if (Queue.bUnderWay)
+        {
+            std::size_t const nWritten = Await(Queue);
+            m_nOffset += nWritten;
+            m_pData += nWritten;
+            m_nLeft -= nWritten;
+            m_iError = m_nLeft == 0 || WriteRest() ? 0 : errno;
+        }
+        errno = m_iError;
+        return std::exchange(m_iError, 0) == 0;
+    }
+
+    bool AsyncFile_c::WriteRest()
+    {
+        return FileWriteAt(m_hFile, m_nOffset, m_pData, m_nLeft);
+    }
+
+    bool AsyncFile_c::Close()
+    {
+        if (!m_hFile)
+        {
+            return true;
+        }
+        bool const bWhole = Finish();
+        if (QueueIn(m_dQueue).bOpen)
+        {
+            CloseQueue(QueueIn(m_dQueue));
+        }
+        return FileFinish(std::exchange(m_hFile, nullptr)) && bWhole;
+    }
+}

@@ -1,0 +1,86 @@
+#include "platform/faults.h"
+
+#include <cstring>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+// What the assembly below leaves to do, as its last step: a call that looks like its caller's own.
+extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(plat::FaultContext_t * pContext)
+{
+    struct alignas(16) FloatState_t   // as FXSAVE writes it
+    {
+        std::uint16_t nControl, nStatus;
+        std::uint8_t dUnused[28];
+        std::uint8_t dStack[8][16];
+        std::uint8_t dRest[512 - 32 - 128];
+    } Floats;
+    static_assert(sizeof Floats == 512);
+    __asm__ volatile("fxsave %0" : "=m"(Floats));
+    pContext->nX87Status = Floats.nStatus;
+    for (int iEntry = 0; iEntry < 8; ++iEntry)
+    {
+        std::memcpy(pContext->dX87[iEntry], Floats.dStack[iEntry], sizeof pContext->dX87[iEntry]);
+    }
+    __asm__ volatile("mov %%cs, %0" : "=r"(pContext->nCs));
+    __asm__ volatile("mov %%ss, %0" : "=r"(pContext->nSs));
+    __asm__ volatile("mov %%ds, %0" : "=r"(pContext->nDs));
+    __asm__ volatile("mov %%es, %0" : "=r"(pContext->nEs));
+    __asm__ volatile("mov %%fs, %0" : "=r"(pContext->nFs));
+    __asm__ volatile("mov %%gs, %0" : "=r"(pContext->nGs));
+    pContext->nThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+}
+
+#define AT(member) "i"(offsetof(plat::FaultContext_t, member))
+
+// No frame of its own: the registers are the caller's, but for what a call may change.
+#if defined(__x86_64__)
+__attribute__((naked)) void plat::FaultContextCapture(FaultContext_t *)
+{
+    __asm__ volatile(
+        "movq (%%rsp), %%rax\n\t"
+        "movq %%rax, %c0(%%rdi)\n\t"
+        "leaq 8(%%rsp), %%rax\n\t"
+        "movq %%rax, %c1(%%rdi)\n\t"
+        "movq %%rbp, %c2(%%rdi)\n\t"
+        "movq $0, %c3(%%rdi)\n\t"
+        "movq %%rbx, %c4(%%rdi)\n\t"
+        "movq %%rcx, %c5(%%rdi)\n\t"
+        "movq %%rdx, %c6(%%rdi)\n\t"
+        "movq %%rsi, %c7(%%rdi)\n\t"
+        "movq %%rdi, %c8(%%rdi)\n\t"
+        "movq %%r8, %c9(%%rdi)\n\t"
+        "movq %%r9, 8+%c9(%%rdi)\n\t"
+        "movq %%r10, 16+%c9(%%rdi)\n\t"
+        "movq %%r11, 24+%c9(%%rdi)\n\t"
+        "movq %%r12, 32+%c9(%%rdi)\n\t"
+        "movq %%r13, 40+%c9(%%rdi)\n\t"
+        "movq %%r14, 48+%c9(%%rdi)\n\t"
+        "movq %%r15, 56+%c9(%%rdi)\n\t"
+        "pushfq\n\t"
+        "popq %c10(%%rdi)\n\t"
+        "jmp ZqFaultContextRest"
+        :
+        : AT(nIp), AT(nSp), AT(nBp), AT(nAx), AT(nBx), AT(nCx), AT(nDx), AT(nSi), AT(nDi), AT(dExtended), AT(nFlags));
+}
+#else
+__attribute__((naked)) void plat::FaultContextCapture(FaultContext_t *)
+{
+    __asm__ volatile("movl 4(%%esp), %%eax\n\t"
+                     "movl %%ecx, %c5(%%eax)\n\t"
+                     "movl (%%esp), %%ecx\n\t"
+                     "movl %%ecx, %c0(%%eax)\n\t"
+                     "leal 4(%%esp), %%ecx\n\t"
+                     "movl %%ecx, %c1(%%eax)\n\t"
+                     "movl %%ebp, %c2(%%eax)\n\t"
+                     "movl $0, %c3(%%eax)\n\t"
+                     "movl %%ebx, %c4(%%eax)\n\t"
+                     "movl %%edx, %c6(%%eax)\n\t"
+                     "movl %%esi, %c7(%%eax)\n\t"
+                     "movl %%edi, %c8(%%eax)\n\t"
+                     "pushfl\n\t"
+                     "popl %c9(%%eax)\n\t"
+                     "jmp ZqFaultContextRest"
+                     :
+                     : AT(nIp), AT(nSp), AT(nBp), AT(nAx), AT(nBx), AT(nCx), AT(nDx), AT(nSi), AT(nDi), AT(nFlags));
+}
+#endif

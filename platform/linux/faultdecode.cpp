@@ -1,0 +1,445 @@
+// The exceptions of the processor: Intel's manual, volume 3, chapter 6; opcodes: volume 2, appendix A.
+#include "platform/linux/faultdecode.h"
+
+#include "platform/linux/maps.h"
+#include "platform/memory.h"
+
+#include <cstring>
+#include <initializer_list>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace plat
+{
+    namespace
+    {
+        // The processor's exceptions, as the kernel numbers them in a thread's state.
+        enum Trap_e : long
+        {
+            TRAP_DIVIDE = 0,
+            TRAP_OVERFLOW = 4,
+            TRAP_BOUND = 5,
+            TRAP_PROTECTION = 13,
+            TRAP_PAGE = 14,
+            TRAP_X87 = 16,
+            TRAP_ALIGNMENT = 17,
+            TRAP_SIMD = 19
+        };
+
+        constexpr std::uintptr_t UNKNOWN_ADDRESS = ~std::uintptr_t{ 0 };
+        constexpr std::size_t LONGEST_INSTRUCTION = 15;
+        constexpr unsigned char INT3 = 0xCC;
+        constexpr unsigned char INTO = 0xCE;
+
+        // x87 status and control word, MXCSR: the exception flags, and where a set bit in the mask silences them.
+        constexpr unsigned FLOAT_INVALID_FLAG = 0x01;
+        constexpr unsigned FLOAT_DENORMAL_FLAG = 0x02;
+        constexpr unsigned FLOAT_DIVIDE_FLAG = 0x04;
+        constexpr unsigned FLOAT_OVERFLOW_FLAG = 0x08;
+        constexpr unsigned FLOAT_UNDERFLOW_FLAG = 0x10;
+        constexpr unsigned FLOAT_INEXACT_FLAG = 0x20;
+        constexpr unsigned FLOAT_STACK_FLAG = 0x40;   // of the x87 alone
+        constexpr unsigned MXCSR_MASK_SHIFT = 7;
+
+        // An instruction's bytes from its opcode on, the prefixes read.
+        struct Instruction_t
+        {
+            unsigned char dBytes[LONGEST_INSTRUCTION + 1];   // zeroed behind what could be read
+            unsigned char const * pOpcode;
+            unsigned nRex;
+            bool bOperandSize;
+        };
+
+        void ReadInstruction(std::uintptr_t Address, Instruction_t & Instruction)
+        {
+            Instruction = {};
+            MemoryRead(Address, Instruction.dBytes, LONGEST_INSTRUCTION);
+            unsigned char const * p = Instruction.dBytes;
+            while (*p != 0 && std::strchr("\x26\x2E\x36\x3E\x64\x65\x66\x67\xF0\xF2\xF3", *p) != nullptr)
+            {
+                Instruction.bOperandSize = Instruction.bOperandSize || *p == 0x66;
+                ++p;
+            }
+            if (sizeof(void *) == 8 && (*p & 0xF0) == 0x40)
+            {
+                Instruction.nRex = *p++;
+            }
+            Instruction.pOpcode = p;
+        }
+
+        bool IsPrivileged(std::uintptr_t Address)
+        {
+            Instruction_t Instruction;
+            ReadInstruction(Address, Instruction);
+            unsigned char const bFirst = Instruction.pOpcode[0];
+            unsigned char const bSecond = Instruction.pOpcode[1];
+            unsigned const iGroup = (Instruction.pOpcode[2] >> 3) & 7;
+            if (bFirst != 0x0F)
+            {
+                // ins, outs; in, out by number; in, out by register; hlt; cli, sti
+                return (bFirst >= 0x6C && bFirst <= 0x6F) || (bFirst >= 0xE4 && bFirst <= 0xE7)
+                       || (bFirst >= 0xEC && bFirst <= 0xEF) || bFirst == 0xF4 || bFirst == 0xFA || bFirst == 0xFB;
+            }
+            switch (bSecond)
+            {
+            case 0x00:   // lldt, ltr
+                return iGroup == 2 || iGroup == 3;
+            case 0x01:   // lgdt, lidt, lmsw, invlpg
+                return iGroup == 2 || iGroup == 3 || iGroup == 6 || iGroup == 7;
+            case 0x06:   // clts
+            case 0x08:   // invd
+            case 0x09:   // wbinvd
+            case 0x30:   // wrmsr
+            case 0x32:   // rdmsr
+            case 0x33:   // rdpmc
+                return true;
+            default:   // mov with control and debug registers
+                return bSecond >= 0x20 && bSecond <= 0x23;
+            }
+        }
+
+        std::uintptr_t RegisterOf(FaultContext_t const & Context, unsigned iRegister)
+        {
+            std::uintptr_t const dRegisters[] = { Context.nAx, Context.nCx, Context.nDx, Context.nBx, Context.nSp,
+                Context.nBp, Context.nSi, Context.nDi };
+            return iRegister < 8 ? dRegisters[iRegister] : Context.dExtended[iRegister - 8];
+        }
+
+        // The address of a ModR/M byte's memory operand. Addresses relative to the instruction count from its end.
+        std::uintptr_t OperandAddress(Instruction_t const & Instruction, FaultContext_t const & Context)
+        {
+            unsigned char const * p = Instruction.pOpcode + 1;
+            unsigned const iMode = *p >> 6;
+            unsigned const iBase = *p++ & 7;
+            unsigned iRegister = iBase;
+            std::uintptr_t Address = 0;
+            if (iBase == 4)   // a SIB byte follows
+            {
+                unsigned const iIndex = ((*p >> 3) & 7) | (Instruction.nRex & 2) << 2;
+                Address += iIndex == 4 ? 0 : RegisterOf(Context, iIndex) << (*p >> 6);
+                iRegister = *p++ & 7;
+            }
+            std::int32_t nWide = 0;
+            std::memcpy(&nWide, p, sizeof nWide);
+            if (iMode == 0 && iRegister == 5)
+            {
+                bool const bRelative = sizeof(void *) == 8 && iBase == 5;
+                std::uintptr_t const End = Context.nIp + static_cast<std::uintptr_t>(p + 4 - Instruction.dBytes);
+                return Address + static_cast<std::uintptr_t>(nWide) + (bRelative ? End : 0);
+            }
+            Address += RegisterOf(Context, iRegister | (Instruction.nRex & 1) << 3);
+            std::intptr_t const nOffset = iMode == 1 ? static_cast<signed char>(*p) : iMode == 2 ? nWide : 0;
+            return Address + static_cast<std::uintptr_t>(nOffset);
+        }
+
+        // The processor raises one exception for a zero divisor and for a quotient that does not fit.
+        bool DividesByZero(FaultContext_t const & Context)
+        {
+            Instruction_t Instruction;
+            ReadInstruction(Context.nIp, Instruction);
+            unsigned char const bOpcode = Instruction.pOpcode[0];
+            unsigned char const bForm = Instruction.pOpcode[1];
+            if (bOpcode != 0xF6 && bOpcode != 0xF7)
+            {
+                return true;
+            }
+            std::size_t const nBytes = bOpcode == 0xF6               ? 1
+                                       : (Instruction.nRex & 8) != 0 ? 8
+                                       : Instruction.bOperandSize    ? 2
+                                                                     : 4;
+            std::uint64_t nDivisor = 0;
+            if (bForm < 0xC0)
+            {
+                MemoryRead(OperandAddress(Instruction, Context), &nDivisor, nBytes);
+                return nDivisor == 0;
+            }
+            unsigned const iRegister = (bForm & 7) | (Instruction.nRex & 1) << 3;
+            bool const bHighByte = nBytes == 1 && Instruction.nRex == 0 && iRegister >= 4;   // ah, ch, dh, bh
+            nDivisor = bHighByte ? RegisterOf(Context, iRegister - 4) >> 8 : RegisterOf(Context, iRegister);
+            return nBytes < 8 ? (nDivisor & ((std::uint64_t{ 1 } << (8 * nBytes)) - 1)) == 0 : nDivisor == 0;
+        }
+
+        std::uint32_t FloatCode(unsigned nRaised, bool bX87Stack)
+        {
+            if (nRaised & FLOAT_INVALID_FLAG)
+            {
+                return bX87Stack ? FAULT_FLOAT_STACK : FAULT_FLOAT_INVALID;
+            }
+            struct Row_t
+            {
+                unsigned nFlag;
+                std::uint32_t nCode;
+            };
+            for (Row_t const & Row :
+                { Row_t{ FLOAT_DIVIDE_FLAG, FAULT_FLOAT_DIVIDE }, Row_t{ FLOAT_OVERFLOW_FLAG, FAULT_FLOAT_OVERFLOW },
+                    Row_t{ FLOAT_UNDERFLOW_FLAG, FAULT_FLOAT_UNDERFLOW },
+                    Row_t{ FLOAT_DENORMAL_FLAG, FAULT_FLOAT_DENORMAL },
+                    Row_t{ FLOAT_INEXACT_FLAG, FAULT_FLOAT_INEXACT } })
+            {
+                if (nRaised & Row.nFlag)
+                {
+                    return Row.nCode;
+                }
+            }
+            return FAULT_FLOAT_INVALID;
+        }
+
+#if defined(__x86_64__)
+        unsigned MxcsrOf(fpregset_t pFloats)
+        {
+            return pFloats->mxcsr;
+        }
+
+        std::uint16_t X87Status(fpregset_t pFloats)
+        {
+            return pFloats->swd;
+        }
+
+        unsigned X87Raised(fpregset_t pFloats)
+        {
+            return pFloats->swd & ~unsigned{ pFloats->cwd };
+        }
+#else
+        // The kernel's frame goes on behind the C library's: status and magic word, 6 words, MXCSR.
+        unsigned MxcsrOf(fpregset_t pFloats)
+        {
+            constexpr std::size_t MXCSR_OFFSET = 136;
+            unsigned nMxcsr;
+            std::memcpy(&nMxcsr, reinterpret_cast<char const *>(pFloats) + MXCSR_OFFSET, sizeof nMxcsr);
+            return nMxcsr;
+        }
+
+        std::uint16_t X87Status(fpregset_t pFloats)
+        {
+            return static_cast<std::uint16_t>(pFloats->sw);
+        }
+
+        unsigned X87Raised(fpregset_t pFloats)
+        {
+            return static_cast<unsigned>(pFloats->sw & ~pFloats->cw);
+        }
+#endif
+
+        std::uint32_t FloatCode(long iTrap, ucontext_t const & Thread)
+        {
+            fpregset_t const pFloats = Thread.uc_mcontext.fpregs;
+            if (pFloats == nullptr)
+            {
+                return FAULT_FLOAT_INVALID;
+            }
+            if (iTrap == TRAP_X87)
+            {
+                return FloatCode(X87Raised(pFloats), (X87Status(pFloats) & FLOAT_STACK_FLAG) != 0);
+            }
+            unsigned const nMxcsr = MxcsrOf(pFloats);
+            return FloatCode(nMxcsr & ~(nMxcsr >> MXCSR_MASK_SHIFT), false);
+        }
+
+        // Whether an inaccessible address lies where the thread's stack would have grown to: below the memory that the
+        // stack pointer is at the low end of, or has just left.
+        bool IsStackOverflow(std::uintptr_t Address, std::uintptr_t nSp)
+        {
+            constexpr std::uintptr_t ABOVE_END = 1024;          // a stack pointer this far inside still is at the end
+            constexpr std::uintptr_t FARTHEST_PUSH = 0x10000;   // pushes and probes stay this close below
+            constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;
+            bool const bNear = nSp > Address ? nSp - Address <= FARTHEST_PUSH : Address - nSp <= LARGEST_FRAME;
+            Maps_c Maps;
+            Mapping_t Mapping;
+            while (Maps.Next(Mapping))
+            {
+                if (Mapping.bWritable && Mapping.End > Address)
+                {
+                    return bNear && Mapping.Start > Address && Mapping.Start - Address <= LARGEST_FRAME
+                           && nSp < Mapping.Start + ABOVE_END;
+                }
+            }
+            return false;
+        }
+
+        void DecodeAccess(
+            long iTrap, long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+        {
+            constexpr long ERROR_WRITE = 2;
+            Record.nCode = FAULT_ACCESS;
+            if (iTrap == TRAP_PAGE)
+            {
+                Record.dParameters[0] = (nError & ERROR_WRITE) != 0 ? 1 : 0;
+                Record.dParameters[1] = reinterpret_cast<std::uintptr_t>(Info.si_addr);
+                if (IsStackOverflow(Record.dParameters[1], Context.nSp))
+                {
+                    Record.nCode = FAULT_STACK_OVERFLOW;
+                }
+                return;
+            }
+            Record.dParameters[1] = UNKNOWN_ADDRESS;   // an address of no form, or no access at all
+            if (iTrap == TRAP_PROTECTION && IsPrivileged(Context.nIp))
+            {
+                Record.nCode = FAULT_PRIVILEGED;
+            }
+        }
+
+        // A trap is told when its instruction of one byte has been executed: the fault is at that instruction.
+        void StepBackOver(unsigned char bInstruction, FaultContext_t & Context, FaultRecord_t & Record)
+        {
+            unsigned char bBefore = 0;
+            if (MemoryRead(Context.nIp - 1, &bBefore, 1) == 1 && bBefore == bInstruction)
+            {
+                --Context.nIp;
+                Record.Address = Context.nIp;
+            }
+        }
+
+        // A signal that a process sent says nothing but its number.
+        std::uint32_t CodeOfSent(int iSignal)
+        {
+            switch (iSignal)
+            {
+            case SIGBUS:
+                return FAULT_IN_PAGE;
+            case SIGILL:
+                return FAULT_ILLEGAL_INSTRUCTION;
+            case SIGFPE:
+                return FAULT_FLOAT_INVALID;
+            case SIGTRAP:
+                return FAULT_BREAKPOINT;
+            case SIGABRT:
+                return FAULT_ABORT;
+            default:
+                return FAULT_ACCESS;
+            }
+        }
+
+        void DecodeSegmentation(
+            long iTrap, long nError, siginfo_t const & Info, FaultContext_t & Context, FaultRecord_t & Record)
+        {
+            switch (iTrap)
+            {
+            case TRAP_OVERFLOW:
+                Record.nCode = FAULT_INTEGER_OVERFLOW;
+                StepBackOver(INTO, Context, Record);
+                break;
+            case TRAP_BOUND:
+                Record.nCode = FAULT_ARRAY_BOUNDS;
+                break;
+            default:
+                DecodeAccess(iTrap, nError, Info, Context, Record);
+                break;
+            }
+        }
+
+        void DecodeRecord(int iSignal, siginfo_t const & Info, ucontext_t const & Thread, FaultContext_t & Context,
+            FaultRecord_t & Record)
+        {
+            long const iTrap = static_cast<long>(Thread.uc_mcontext.gregs[REG_TRAPNO]);
+            long const nError = static_cast<long>(Thread.uc_mcontext.gregs[REG_ERR]);
+            if (Info.si_code <= 0 || iSignal == SIGABRT)
+            {
+                Record.nCode = CodeOfSent(iSignal);
+                return;
+            }
+            switch (iSignal)
+            {
+            case SIGSEGV:
+                DecodeSegmentation(iTrap, nError, Info, Context, Record);
+                break;
+            case SIGBUS:
+                Record.nCode = Info.si_code == BUS_ADRALN ? FAULT_MISALIGNED
+                               : iTrap == TRAP_PAGE       ? FAULT_IN_PAGE
+                                                          : FAULT_ACCESS;
+                Record.dParameters[0] = (nError & 2) != 0 ? 1 : 0;
+                Record.dParameters[1] =
+                    iTrap == TRAP_PAGE ? reinterpret_cast<std::uintptr_t>(Info.si_addr) : UNKNOWN_ADDRESS;
+                break;
+            case SIGFPE:
+                Record.nCode = iTrap != TRAP_DIVIDE     ? FloatCode(iTrap, Thread)
+                               : DividesByZero(Context) ? FAULT_INTEGER_DIVIDE
+                                                        : FAULT_INTEGER_OVERFLOW;
+                break;
+            case SIGTRAP:
+                // Of a breakpoint the kernel says that it was the sender; steps and watched data have codes.
+                Record.nCode =
+                    Info.si_code == SI_KERNEL || Info.si_code == TRAP_BRKPT ? FAULT_BREAKPOINT : FAULT_SINGLE_STEP;
+                if (Record.nCode == FAULT_BREAKPOINT)
+                {
+                    StepBackOver(INT3, Context, Record);
+                }
+                break;
+            default:
+                Record.nCode = FAULT_ILLEGAL_INSTRUCTION;
+                break;
+            }
+        }
+
+        void CopyX87(fpregset_t pFloats, FaultContext_t & Context)
+        {
+            if (pFloats == nullptr)
+            {
+                return;
+            }
+            for (int iEntry = 0; iEntry < 8; ++iEntry)
+            {
+                std::memcpy(Context.dX87[iEntry], &pFloats->_st[iEntry], sizeof Context.dX87[iEntry]);
+            }
+            Context.nX87Status = X87Status(pFloats);
+        }
+
+        void CopyRegisters(ucontext_t const & Thread, FaultContext_t & Context)
+        {
+            auto const Register = [&Thread](int iRegister)
+            { return static_cast<std::uintptr_t>(Thread.uc_mcontext.gregs[iRegister]); };
+#if defined(__x86_64__)
+            constexpr int EXTENDED[] = { REG_R8, REG_R9, REG_R10, REG_R11, REG_R12, REG_R13, REG_R14, REG_R15 };
+            Context.nIp = Register(REG_RIP);
+            Context.nSp = Register(REG_RSP);
+            Context.nBp = Register(REG_RBP);
+            Context.nAx = Register(REG_RAX);
+            Context.nBx = Register(REG_RBX);
+            Context.nCx = Register(REG_RCX);
+            Context.nDx = Register(REG_RDX);
+            Context.nSi = Register(REG_RSI);
+            Context.nDi = Register(REG_RDI);
+            for (int i = 0; i < 8; ++i)
+            {
+                Context.dExtended[i] = Register(EXTENDED[i]);
+            }
+            std::uint16_t dSegments[4];   // CS, GS, FS, SS
+            std::memcpy(dSegments, &Thread.uc_mcontext.gregs[REG_CSGSFS], sizeof dSegments);
+            Context.nCs = dSegments[0];
+            Context.nGs = dSegments[1];
+            Context.nFs = dSegments[2];
+            Context.nSs = dSegments[3];
+            __asm__ volatile("mov %%ds, %0" : "=r"(Context.nDs));   // the kernel leaves these two as they are
+            __asm__ volatile("mov %%es, %0" : "=r"(Context.nEs));
+#else
+            Context.nIp = Register(REG_EIP);
+            Context.nSp = Register(REG_ESP);
+            Context.nBp = Register(REG_EBP);
+            Context.nAx = Register(REG_EAX);
+            Context.nBx = Register(REG_EBX);
+            Context.nCx = Register(REG_ECX);
+            Context.nDx = Register(REG_EDX);
+            Context.nSi = Register(REG_ESI);
+            Context.nDi = Register(REG_EDI);
+            Context.nCs = Register(REG_CS) & 0xFFFF;
+            Context.nSs = Register(REG_SS) & 0xFFFF;
+            Context.nDs = Register(REG_DS) & 0xFFFF;
+            Context.nEs = Register(REG_ES) & 0xFFFF;
+            Context.nFs = Register(REG_FS) & 0xFFFF;
+            Context.nGs = Register(REG_GS) & 0xFFFF;
+#endif
+            Context.nFlags = Register(REG_EFL);
+        }
+    }
+
+    void FaultFromSignal(int iSignal, siginfo_t const & Info, ucontext_t const & Thread, FaultContext_t & Context,
+        FaultRecord_t & Record)
+    {
+        Context = {};
+        CopyRegisters(Thread, Context);
+        CopyX87(Thread.uc_mcontext.fpregs, Context);
+        Context.nThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+        Record = {};
+        Record.Address = Context.nIp;
+        DecodeRecord(iSignal, Info, Thread, Context, Record);
+    }
+}

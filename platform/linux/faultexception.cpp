@@ -1,0 +1,144 @@
+// Names of types: the Itanium C++ ABI, section 5.1. The runtime's own decoder takes memory from the heap, so the usual
+// forms (classes, in namespaces or not, builtin types, pointers) are decoded here; the rest prints as it is encoded.
+#include "platform/linux/faultdecode.h"
+
+#include <cstring>
+#include <cxxabi.h>
+#include <exception>
+#include <typeinfo>
+
+namespace plat
+{
+    namespace
+    {
+        // Appends to a text of a fixed size, cutting.
+        struct Text_t
+        {
+            char * szText;
+            std::size_t nSize;
+            std::size_t nLength;
+
+            void Add(char const * pText, std::size_t nText)
+            {
+                for (std::size_t i = 0; i < nText && nLength + 1 < nSize; ++i)
+                {
+                    // One line whatever it says.
+                    szText[nLength++] = static_cast<unsigned char>(pText[i]) < ' ' ? ' ' : pText[i];
+                }
+                szText[nLength] = '\0';
+            }
+            void Add(char const * szMore) { Add(szMore, std::strlen(szMore)); }
+        };
+
+        struct Builtin_t
+        {
+            char cCode;
+            char const * szName;
+        };
+        constexpr Builtin_t BUILTINS[] = { { 'b', "bool" }, { 'c', "char" }, { 'a', "signed char" },
+            { 'h', "unsigned char" }, { 's', "short" }, { 't', "unsigned short" }, { 'i', "int" },
+            { 'j', "unsigned int" }, { 'l', "long" }, { 'm', "unsigned long" }, { 'x', "long long" },
+            { 'y', "unsigned long long" }, { 'f', "float" }, { 'd', "double" }, { 'e', "long double" },
+            { 'w', "wchar_t" }, { 'v', "void" } };
+
+        // A name with its length in front.
+        bool AddPart(char const *& p, Text_t & Text)
+        {
+            std::size_t nPart = 0;
+            for (; *p >= '0' && *p <= '9'; ++p)
+            {
+                nPart = nPart * 10 + static_cast<std::size_t>(*p - '0');
+            }
+            if (nPart == 0 || strnlen(p, nPart) != nPart)
+            {
+                return false;
+            }
+            Text.Add(std::strncmp(p, "_GLOBAL__N", 10) == 0 ? "(anonymous namespace)" : p,
+                std::strncmp(p, "_GLOBAL__N", 10) == 0 ? std::strlen("(anonymous namespace)") : nPart);
+            p += nPart;
+            return true;
+        }
+
+        bool AddNested(char const *& p, Text_t & Text)
+        {
+            bool bFirst = true;
+            for (; *p != 'E'; bFirst = false)
+            {
+                if (!bFirst)
+                {
+                    Text.Add("::");
+                }
+                if (bFirst && std::strncmp(p, "St", 2) == 0)
+                {
+                    Text.Add("std");
+                    p += 2;
+                }
+                else if (!AddPart(p, Text))
+                {
+                    return false;
+                }
+            }
+            ++p;
+            return !bFirst;
+        }
+
+        bool AddType(char const * p, Text_t & Text)
+        {
+            if (*p == 'P' || (*p == 'K' && p[1] != 'P'))
+            {
+                char const * const szBehind = *p == 'P' ? "*" : " const";
+                bool const bKnown = AddType(p + 1, Text);
+                Text.Add(szBehind);
+                return bKnown;
+            }
+            for (Builtin_t const & Builtin : BUILTINS)
+            {
+                if (Builtin.cCode == p[0] && p[1] == '\0')
+                {
+                    Text.Add(Builtin.szName);
+                    return true;
+                }
+            }
+            if (std::strncmp(p, "St", 2) == 0)
+            {
+                Text.Add("std::");
+                p += 2;
+            }
+            bool const bKnown = *p == 'N' ? AddNested(++p, Text) : AddPart(p, Text);
+            return bKnown && *p == '\0';
+        }
+
+        void AddTypeName(std::type_info const & Type, Text_t & Text)
+        {
+            std::size_t const nBefore = Text.nLength;
+            if (!AddType(Type.name(), Text))
+            {
+                Text.nLength = nBefore;
+                Text.Add(Type.name());
+            }
+        }
+    }
+
+    void DescribeException(char * szText, std::size_t nSize)
+    {
+        Text_t Text = { szText, nSize, 0 };
+        Text.Add("Uncaught C++ exception ");
+        AddTypeName(*abi::__cxa_current_exception_type(), Text);
+        try
+        {
+            throw;
+        }
+        catch (std::exception const & Thrown)
+        {
+            Text.Add(": ");
+            Text.Add(Thrown.what());
+        }
+        catch (char const * szThrown)
+        {
+            Text.Add(": ");
+            Text.Add(szThrown);
+        }
+        catch (...)
+        {}
+    }
+}

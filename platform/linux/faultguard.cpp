@@ -1,0 +1,172 @@
+#include "platform/linux/faultguard.h"
+
+#include "platform/faults.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csetjmp>
+#include <cstdint>
+#include <ctime>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr std::int64_t NEVER = INT64_MAX;
+        constexpr std::int64_t NANOSECONDS = 1000000000;
+
+        struct Guard_s
+        {
+            sigjmp_buf Jump;
+            Guard_s * pOuter;
+            std::int64_t tEnd;
+        };
+
+        // All of the thread that the filter is told on, and of what interrupts it.
+        std::atomic<Guard_s *> g_pInnermost{ nullptr };
+        std::atomic<int> g_iThread{ 0 };   // 0 without a guarded call
+        std::atomic<int> g_hClock{ -1 };   // the kernel's timer
+        struct sigaction g_Former;
+
+        int CallingThread()
+        {
+            return static_cast<int>(::syscall(SYS_gettid));
+        }
+
+        std::int64_t Now()
+        {
+            timespec Time;
+            clock_gettime(CLOCK_MONOTONIC, &Time);
+            return Time.tv_sec * NANOSECONDS + Time.tv_nsec;
+        }
+
+        std::int64_t FirstEnd()
+        {
+            std::int64_t tEnd = NEVER;
+            for (Guard_s const * pGuard = g_pInnermost; pGuard != nullptr; pGuard = pGuard->pOuter)
+            {
+                tEnd = pGuard->tEnd < tEnd ? pGuard->tEnd : tEnd;
+            }
+            return tEnd;
+        }
+
+        // Makes the clock strike at the first end of a call, soon if that has passed; the kernel's call, since the C
+        // library takes memory for a timer.
+        void SetClock()
+        {
+            std::int64_t const tEnd = FirstEnd();
+            if (g_hClock < 0)
+            {
+                return;
+            }
+            std::int64_t const nLeft = tEnd == NEVER ? 0 : tEnd - Now();
+            std::int64_t const nWait = tEnd != NEVER && nLeft < 1 ? 1 : nLeft;
+            long const dTimes[4] = { 0, 0, static_cast<long>(nWait / NANOSECONDS),
+                static_cast<long>(nWait % NANOSECONDS) };   // no interval; 0 stops it
+            ::syscall(SYS_timer_settime, g_hClock.load(), 0, dTimes, nullptr);
+        }
+
+        [[noreturn]] void EndCall(Guard_s * pGuard)
+        {
+            g_pInnermost = pGuard->pOuter;
+            siglongjmp(pGuard->Jump, 1);
+        }
+
+        // Ends the outermost call whose time is up.
+        void OnClock(int, siginfo_t *, void *)
+        {
+            int const iError = errno;
+            Guard_s * pLate = nullptr;
+            std::int64_t const tNow = Now();
+            if (CallingThread() == g_iThread)
+            {
+                for (Guard_s * pGuard = g_pInnermost; pGuard != nullptr; pGuard = pGuard->pOuter)
+                {
+                    pLate = pGuard->tEnd <= tNow ? pGuard : pLate;
+                }
+            }
+            if (pLate != nullptr)
+            {
+                EndCall(pLate);
+            }
+            errno = iError;
+        }
+
+        void StartClock()
+        {
+            struct sigaction Action = {};
+            Action.sa_sigaction = OnClock;
+            Action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+            sigaction(FaultGuardSignal(), &Action, &g_Former);
+            sigevent Event = {};
+            Event.sigev_notify = SIGEV_THREAD_ID;
+            Event.sigev_signo = FaultGuardSignal();
+            Event._sigev_un._tid = g_iThread;
+            int hClock = -1;
+            if (::syscall(SYS_timer_create, CLOCK_MONOTONIC, &Event, &hClock) == 0)
+            {
+                g_hClock = hClock;
+            }
+        }
+
+        void StopClock()
+        {
+            if (g_hClock >= 0)
+            {
+                ::syscall(SYS_timer_delete, g_hClock.load());
+                g_hClock = -1;
+            }
+            sigaction(FaultGuardSignal(), &g_Former, nullptr);
+            g_iThread = 0;
+        }
+    }
+
+    int FaultGuardSignal()
+    {
+        return SIGRTMAX;
+    }
+
+    void FaultGuardEscape()
+    {
+        if (CallingThread() == g_iThread && g_pInnermost != nullptr)
+        {
+            EndCall(g_pInnermost);
+        }
+    }
+
+    bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds)
+    {
+        Guard_s Guard;
+        Guard.pOuter = g_pInnermost;
+        Guard.tEnd = nMilliseconds == 0 ? NEVER : Now() + std::int64_t{ nMilliseconds } * 1000000;
+        Guard_s * const pOuter = Guard.pOuter;
+        bool volatile bEnded = false;
+        if (pOuter == nullptr)
+        {
+            g_iThread = CallingThread();
+            StartClock();
+        }
+        if (sigsetjmp(Guard.Jump, 1) == 0)
+        {
+            g_pInnermost = &Guard;
+            if (nMilliseconds != 0)
+            {
+                SetClock();
+            }
+            fnCall(pArgument);
+            bEnded = true;
+        }
+        g_pInnermost = pOuter;
+        if (pOuter == nullptr)
+        {
+            StopClock();
+        }
+        else if (nMilliseconds != 0)
+        {
+            SetClock();
+        }
+        return bEnded;
+    }
+}

@@ -1,0 +1,296 @@
+#include "platform/faults.h"
+
+#include "platform/checker.h"
+#include "platform/linux/faultdecode.h"
+#include "platform/linux/faultguard.h"
+#include "platform/memory.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <cxxabi.h>
+#include <exception>
+#include <iterator>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr int SIGNALS[] = { SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT };
+        constexpr unsigned DYING_LIMIT = 10000;          // milliseconds that another thread's fault waits for the end
+        constexpr unsigned SLEEP = 2;                    // milliseconds from look to look
+        constexpr unsigned DESCRIPTION_LIMIT = 1000;     // milliseconds that an exception may take to say what it is
+        constexpr std::size_t STACK_SIZE = 256 * 1024;   // of the filter, a host's dialog included; touched as used
+        constexpr std::size_t DESCRIPTION_SIZE = 512;
+
+        std::atomic<FaultFilter_t> g_fnFilter{ nullptr };
+        bool g_bHooked = false;
+        struct sigaction g_dFormer[std::size(SIGNALS)];
+        std::terminate_handler g_fnFormerTerminate = nullptr;
+
+        std::atomic<int> g_iTeller{ 0 };        // the thread that the filter is, or was, told on
+        std::atomic<bool> g_bTold{ false };     // and has been
+        std::atomic<bool> g_bDying{ false };    // nothing but the end of the process is to follow
+        char g_szException[DESCRIPTION_SIZE];   // what an uncaught exception says
+
+        int CallingThread()
+        {
+            return static_cast<int>(::syscall(SYS_gettid));
+        }
+
+        void Sleep()
+        {
+            timespec const Moment = { 0, SLEEP * 1000000 };
+            nanosleep(&Moment, nullptr);
+        }
+
+        // A filter is interrupted by its own faults and by the guard's clock, by nothing else.
+        void SetOfFilter(sigset_t & Set)
+        {
+            sigfillset(&Set);
+            sigdelset(&Set, FaultGuardSignal());
+            for (int const iSignal : SIGNALS)
+            {
+                sigdelset(&Set, iSignal);
+            }
+        }
+
+        // Takes the signals that a filter's writing may have raised and that would end the process in the fault's place.
+        void DropSignalsOfWriting()
+        {
+            sigset_t Set;
+            sigemptyset(&Set);
+            sigaddset(&Set, SIGXFSZ);
+            sigaddset(&Set, SIGPIPE);
+            timespec const Now = {};
+            while (sigtimedwait(&Set, nullptr, &Now) > 0)
+            {}
+        }
+
+        // A breakpoint's handler and the like may find alignment checked, as the faulting code left it.
+        void StopAlignmentChecks()
+        {
+#if defined(__x86_64__)
+            __builtin_ia32_writeeflags_u64(__builtin_ia32_readeflags_u64() & ~0x40000ull);
+#else
+            __builtin_ia32_writeeflags_u32(__builtin_ia32_readeflags_u32() & ~0x40000u);
+#endif
+        }
+
+        // Takes the filter for the calling thread; else the thread that has it.
+        int TakeFilter(int iThread)
+        {
+            int iTeller = 0;
+            return g_iTeller.compare_exchange_strong(iTeller, iThread) ? iThread : iTeller;
+        }
+
+        // Whether the calling thread is to be told. A fault of the filter itself ends the guarded call that it is in. A
+        // fault beside a filter waits until the filter is done and then for the end of the process.
+        bool Begin()
+        {
+            FaultGuardEscape();
+            int const iThread = CallingThread();
+            if (g_iTeller == iThread)
+            {
+                g_bTold = true;
+                return false;
+            }
+            while (TakeFilter(iThread) != iThread && !g_bTold)
+            {
+                Sleep();
+            }
+            for (unsigned nWaited = 0; g_bDying && nWaited < DYING_LIMIT; nWaited += SLEEP)
+            {
+                Sleep();
+            }
+            if (g_bTold)
+            {
+                return false;
+            }
+            sigset_t Set;
+            SetOfFilter(Set);
+            pthread_sigmask(SIG_SETMASK, &Set, nullptr);
+            return true;
+        }
+
+        // True if the fault has been dealt with.
+        bool CallFilter(FaultRecord_t const & Record, FaultContext_t const & Context)
+        {
+            FaultPointers_t const Fault = { &Record, &Context };
+            FaultFilter_t const fnFilter = g_fnFilter;
+            bool const bDone = fnFilter != nullptr && fnFilter(&Fault) != 0;
+            DropSignalsOfWriting();
+            return bDone;
+        }
+
+        std::size_t IndexOf(int iSignal)
+        {
+            std::size_t i = 0;
+            while (SIGNALS[i] != iSignal)
+            {
+                ++i;
+            }
+            return i;
+        }
+
+        // The former action gets the same signal when the handler returns, at the same place and with the same registers.
+        void PassOn(int iSignal, siginfo_t * pInfo)
+        {
+            sigset_t Set;
+            sigemptyset(&Set);
+            sigaddset(&Set, iSignal);
+            pthread_sigmask(SIG_BLOCK, &Set, nullptr);
+            sigaction(iSignal, &g_dFormer[IndexOf(iSignal)], nullptr);
+            if (::syscall(SYS_rt_tgsigqueueinfo, ::getpid(), CallingThread(), iSignal, pInfo) != 0)
+            {
+                ::syscall(SYS_tgkill, ::getpid(), CallingThread(), iSignal);
+            }
+        }
+
+        bool EndsProcess(struct sigaction const & Action)
+        {
+            return (Action.sa_flags & SA_SIGINFO) == 0
+                   && (Action.sa_handler == SIG_DFL || Action.sa_handler == SIG_IGN);
+        }
+
+        void OnSignal(int iSignal, siginfo_t * pInfo, void * pThread)
+        {
+            StopAlignmentChecks();
+            int const iError = errno;
+            if (Begin())
+            {
+                FaultContext_t Context;
+                FaultRecord_t Record;
+                FaultFromSignal(iSignal, *pInfo, *static_cast<ucontext_t const *>(pThread), Context, Record);
+                if (CallFilter(Record, Context))
+                {
+                    g_iTeller = 0;
+                    errno = iError;
+                    return;
+                }
+                g_bDying = EndsProcess(g_dFormer[IndexOf(iSignal)]);
+                g_bTold = true;
+            }
+            PassOn(iSignal, pInfo);
+            errno = iError;
+        }
+
+        void Describe(void *)
+        {
+            DescribeException(g_szException, sizeof g_szException);
+        }
+
+        [[noreturn]] void OnTerminate()
+        {
+            if (abi::__cxa_current_exception_type() != nullptr && Begin())
+            {
+                FaultContext_t Context;
+                FaultContextCapture(&Context);
+                FaultGuardedCall(Describe, nullptr, DESCRIPTION_LIMIT);
+                FaultRecord_t const Record = { FAULT_UNCAUGHT_EXCEPTION, Context.nIp, {} };
+                CallFilter(Record, Context);
+                g_bDying = true;
+                g_bTold = true;
+            }
+            if (g_fnFormerTerminate != nullptr)
+            {
+                g_fnFormerTerminate();
+            }
+            std::abort();
+        }
+
+        void Hook()
+        {
+            struct sigaction Action = {};
+            Action.sa_sigaction = OnSignal;
+            Action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+            SetOfFilter(Action.sa_mask);
+            for (std::size_t i = 0; i < std::size(SIGNALS); ++i)
+            {
+                sigaction(SIGNALS[i], &Action, &g_dFormer[i]);
+            }
+            g_fnFormerTerminate = std::set_terminate(OnTerminate);
+            FaultThreadJoin();
+        }
+
+        // What hooked the faults later stays; it may call the handler, which then passes on.
+        void Unhook()
+        {
+            for (std::size_t i = 0; i < std::size(SIGNALS); ++i)
+            {
+                struct sigaction Present;
+                sigaction(SIGNALS[i], nullptr, &Present);
+                if ((Present.sa_flags & SA_SIGINFO) != 0 && Present.sa_sigaction == OnSignal)
+                {
+                    sigaction(SIGNALS[i], &g_dFormer[i], nullptr);
+                }
+            }
+            if (std::get_terminate() == OnTerminate)
+            {
+                std::set_terminate(g_fnFormerTerminate);
+            }
+        }
+
+        class AlternateStack_c
+        {
+        public:
+            bool Take()
+            {
+                m_pMemory = m_pMemory != nullptr ? m_pMemory : PagesTake(STACK_SIZE);
+                stack_t const Stack = { m_pMemory, 0, STACK_SIZE };
+                return m_pMemory != nullptr && sigaltstack(&Stack, nullptr) == 0;
+            }
+
+            // Stays where the thread ends on it: the process is to follow.
+            ~AlternateStack_c()
+            {
+                stack_t const None = { nullptr, SS_DISABLE, 0 };
+                if (m_pMemory != nullptr && sigaltstack(&None, nullptr) == 0)
+                {
+                    PagesGive(m_pMemory, STACK_SIZE);
+                }
+            }
+
+        private:
+            void * m_pMemory = nullptr;
+        };
+    }
+
+    FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter)
+    {
+        FaultFilter_t const fnFormer = g_fnFilter.exchange(fnFilter);
+        if ((fnFilter != nullptr) != g_bHooked)
+        {
+            g_bHooked = fnFilter != nullptr;
+            g_bHooked ? Hook() : Unhook();
+        }
+        return fnFormer;
+    }
+
+    // The address checker gives each thread a stack of its own, and takes back whatever it finds in its place.
+    bool FaultThreadJoin()
+    {
+        static thread_local AlternateStack_c t_Stack;
+        return ADDRESS_CHECKER || t_Stack.Take();
+    }
+
+    void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize)
+    {
+        char const * const szKnown = nCode == FAULT_ABORT                ? "abort() was called"
+                                     : nCode != FAULT_UNCAUGHT_EXCEPTION ? "Unknown fault"
+                                     : g_szException[0] != '\0'          ? g_szException
+                                                                         : "Uncaught C++ exception";
+        std::size_t const nText = strnlen(szKnown, nSize - 1);
+        std::memcpy(szText, szKnown, nText);
+        szText[nText] = '\0';
+    }
+
+    void FaultExit(int iStatus)
+    {
+        ::_exit(iStatus);
+    }
+}

@@ -1,0 +1,586 @@
+// The watch over inotify: one watch of the kernel's a folder, and in memory the tree of folders with the names of
+// their files, since only who knows which names exist can tell a rename onto a file from a rename to a free name.
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/folderwatch.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/facts.h"
+#include "platform/linux/folderreader.h"
+#include "platform/linux/openfile.h"
+#include "platform/linux/spelling.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <string>
+#include <sys/inotify.h>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr int NO_FOLDER = -1;
+        constexpr int MAX_READS = 256;   // of the kernel's queue in one batch, so that a flood of changes ends
+        constexpr std::uint32_t FOLDER_EVENTS = IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE
+                                                | IN_ONLYDIR | IN_EXCL_UNLINK | IN_MASK_CREATE;
+
+        struct File_s
+        {
+            bool bFresh = false;     // made since the watch began, and not closed after writing yet
+            bool bChanged = false;   // goes into the present batch
+        };
+
+        struct Folder_s
+        {
+            int iParent = NO_FOLDER;
+            std::string sName;   // in the parent; of the watched folder the path
+            std::unordered_map<std::string, File_s> dFiles;
+            std::unordered_map<std::string, int> dFolders;
+        };
+
+        // How the contents of a folder came there.
+        enum class Appeared_e
+        {
+            Before,   // not by writing them now
+            Now
+        };
+
+        struct Change_s
+        {
+            int iFolder;
+            std::string sName;
+        };
+
+        // A folder renamed away, until the other half of the rename comes.
+        struct Detached_s
+        {
+            std::uint32_t iCookie;
+            int iFolder;
+        };
+
+        // What a file in a folder that has just appeared is: one with contents that nobody writes counts as changed,
+        // of any other the close will tell.
+        File_s LookAtNewFile(int iFolder, char const * szName)
+        {
+            Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+            FileFacts_t Facts;
+            bool const bWritten = File.IsOpen() && FactsAt(File.Get(), "", AT_EMPTY_PATH, Facts) && Facts.bRegular
+                                  && Facts.nSize > 0 && WritersOf(File.Get()) != Writers_e::Some;
+            return bWritten ? File_s{ false, true } : File_s{ true, false };
+        }
+
+        bool IsFolder(int iFolder, char const * szName)
+        {
+            FileFacts_t Facts;
+            return FactsAt(iFolder, szName, 0, Facts) && Facts.bFolder;
+        }
+
+        // Appends UTF-16 units.
+        void AppendUnits(std::u16string & sUnits, std::string const & sName)
+        {
+            wchar_t szWide[NAME_MAX + 1];
+            std::size_t const nWide = WideFromUtf8(szWide, std::size(szWide), sName.c_str());
+            for (std::size_t i = 0; i < nWide; ++i)
+            {
+                auto const cText = static_cast<char32_t>(szWide[i]);
+                if (cText >= 0x10000)
+                {
+                    sUnits += static_cast<char16_t>(0xD7C0 + (cText >> 10));
+                }
+                sUnits += static_cast<char16_t>(cText >= 0x10000 ? 0xDC00 + (cText & 0x3FF) : cText);
+            }
+        }
+
+        // Of a record, without the filling that leads up to the next one.
+        std::size_t RecordBytes(std::u16string const & sName)
+        {
+            return sizeof(FolderChange_t) + sName.size() * sizeof(char16_t);
+        }
+
+        std::size_t RoundedUp(std::size_t nBytes)
+        {
+            return (nBytes + 3) & ~std::size_t(3);
+        }
+
+        // Writes the records, or nothing at all if they do not fit.
+        void WriteRecords(std::vector<std::u16string> const & dNames, char * pBuffer, std::size_t nBytes)
+        {
+            std::size_t nAll = 0;
+            for (std::u16string const & sName : dNames)
+            {
+                nAll = RoundedUp(nAll) + RecordBytes(sName);
+            }
+            if (nAll > nBytes)
+            {
+                return;
+            }
+            for (std::u16string const & sName : dNames)
+            {
+                std::size_t const nRecord = RecordBytes(sName);
+                std::size_t const nNext = &sName == &dNames.back() ? 0 : RoundedUp(nRecord);
+                FolderChange_t const Head{ static_cast<std::uint32_t>(nNext), FOLDER_CHANGE_MODIFIED,
+                    static_cast<std::uint32_t>(nRecord - sizeof(FolderChange_t)) };
+                std::memcpy(pBuffer, &Head, sizeof Head);
+                std::memcpy(pBuffer + sizeof Head, sName.data(), nRecord - sizeof Head);
+                pBuffer += nNext;
+            }
+        }
+    }
+
+    class FolderWatch_c::Tree_c
+    {
+    public:
+        bool Open(char const * szFolder);
+        int GetDescriptor() const { return m_Queue.Get(); }
+        void Read(void * pBuffer, std::size_t nBytes);
+        bool IsComplete();
+
+        std::size_t m_nUnwatched = 0;
+
+    private:
+        struct ToAdd_s
+        {
+            int iParent;
+            std::string sName;
+        };
+
+        ZQ_COLD bool Collect(std::size_t nFilled);
+        bool Deliver();
+        std::vector<std::u16string> TakeNames();
+        void Rebuild();
+
+        bool AddTree(int iParent, std::string sName, Appeared_e eAppeared);
+        int AddFolder(ToAdd_s & ToAdd);
+        void List(int iFolder, Appeared_e eAppeared, std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks);
+        void RemoveTree(int iTop);
+        void Unlink(int iFolder);
+        std::string PathOf(int iFolder) const;
+        std::u16string UnitsOf(Change_s const & Changed) const;
+
+        void Handle(inotify_event const & Event);
+        void OnAppeared(int iFolder, Folder_s & Folder, inotify_event const & Event);
+        void OnGone(Folder_s & Folder, inotify_event const & Event);
+        void OnClosed(int iFolder, Folder_s & Folder, std::string const & sName);
+        bool Attach(int iFolder, Folder_s & Folder, inotify_event const & Event);
+        void Change(int iFolder, std::string const & sName, File_s & File);
+
+        Descriptor_c m_Queue;
+        std::string m_sRoot;
+        std::unordered_map<int, Folder_s> m_dFolders;   // by the kernel's number of the watch
+        std::vector<Change_s> m_dChanges;               // of the present batch, in their order
+        std::vector<Detached_s> m_dDetached;
+        bool m_bLost = false;       // the kernel's queue ran over
+        char * m_pRead = nullptr;   // the caller's buffer, while a read is on
+        std::size_t m_nRead = 0;
+        alignas(inotify_event) char m_aEvents[16384];
+    };
+
+    bool FolderWatch_c::Tree_c::Open(char const * szFolder)
+    {
+        DiskPath_c Path(szFolder);
+        Path.TrimSeparators();
+        m_Queue.Reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        if (!m_Queue.IsOpen() || Path.Try([](char const * szTry) { return access(szTry, R_OK | X_OK); }) != 0)
+        {
+            return false;
+        }
+        m_sRoot = Path.Get();
+        return AddTree(NO_FOLDER, m_sRoot, Appeared_e::Before) && !m_dFolders.empty();
+    }
+
+    void FolderWatch_c::Tree_c::Read(void * pBuffer, std::size_t nBytes)
+    {
+        m_pRead = static_cast<char *>(pBuffer);
+        m_nRead = nBytes;
+    }
+
+    bool FolderWatch_c::Tree_c::IsComplete()
+    {
+        if (m_pRead == nullptr)
+        {
+            return false;
+        }
+        ssize_t const nFilled = read(m_Queue.Get(), m_aEvents, sizeof m_aEvents);
+        return nFilled > 0 && Collect(static_cast<std::size_t>(nFilled));
+    }
+
+    // Handles what is in the buffer of events and what else is in the queue; whether that makes a batch.
+    bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
+    {
+        for (int nReads = 1; nFilled > 0; ++nReads)
+        {
+            for (std::size_t iByte = 0; iByte < nFilled;)
+            {
+                auto const & Event = *reinterpret_cast<inotify_event const *>(m_aEvents + iByte);
+                Handle(Event);
+                iByte += sizeof(inotify_event) + Event.len;
+            }
+            ssize_t const nMore = nReads < MAX_READS ? read(m_Queue.Get(), m_aEvents, sizeof m_aEvents) : 0;
+            nFilled = nMore > 0 ? static_cast<std::size_t>(nMore) : 0;
+        }
+        for (Detached_s const & Detached : m_dDetached)   // renamed to a place outside
+        {
+            RemoveTree(Detached.iFolder);
+        }
+        m_dDetached.clear();
+        return Deliver();
+    }
+
+    // Hands the changes over, or their loss; false if there is nothing to tell.
+    bool FolderWatch_c::Tree_c::Deliver()
+    {
+        std::vector<std::u16string> const dNames = TakeNames();
+        if (std::exchange(m_bLost, false))
+        {
+            Rebuild();
+        }
+        else if (dNames.empty())
+        {
+            return false;
+        }
+        else
+        {
+            WriteRecords(dNames, m_pRead, m_nRead);
+        }
+        m_pRead = nullptr;
+        return true;
+    }
+
+    // The changed files that are still there.
+    std::vector<std::u16string> FolderWatch_c::Tree_c::TakeNames()
+    {
+        std::vector<std::u16string> dNames;
+        for (Change_s const & Changed : std::exchange(m_dChanges, {}))
+        {
+            auto const itFolder = m_dFolders.find(Changed.iFolder);
+            if (itFolder == m_dFolders.end())
+            {
+                continue;
+            }
+            auto const itFile = itFolder->second.dFiles.find(Changed.sName);
+            if (itFile != itFolder->second.dFiles.end() && std::exchange(itFile->second.bChanged, false))
+            {
+                dNames.push_back(UnitsOf(Changed));
+            }
+        }
+        return dNames;
+    }
+
+    // Looks at the whole tree anew after events were lost. The descriptor keeps its number.
+    void FolderWatch_c::Tree_c::Rebuild()
+    {
+        Descriptor_c const Queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        if (Queue.IsOpen() && dup3(Queue.Get(), m_Queue.Get(), O_CLOEXEC) >= 0)
+        {
+            m_dFolders.clear();
+            AddTree(NO_FOLDER, m_sRoot, Appeared_e::Before);
+        }
+    }
+
+    // Watches a folder with all below it: folders first, then what links lead to, so that a folder goes by its own path.
+    // False if the kernel has no watch left.
+    bool FolderWatch_c::Tree_c::AddTree(int iParent, std::string sName, Appeared_e eAppeared)
+    {
+        std::vector<ToAdd_s> dFolders;
+        std::vector<ToAdd_s> dLinks;
+        dFolders.push_back({ iParent, std::move(sName) });
+        while (!dFolders.empty() || !dLinks.empty())
+        {
+            std::vector<ToAdd_s> & dNext = dFolders.empty() ? dLinks : dFolders;
+            ToAdd_s ToAdd = std::move(dNext.back());
+            dNext.pop_back();
+            int const iFolder = AddFolder(ToAdd);
+            if (iFolder >= 0)
+            {
+                List(iFolder, eAppeared, dFolders, dLinks);
+            }
+            else if (errno == ENOSPC || errno == ENOMEM)
+            {
+                m_nUnwatched += 1 + dFolders.size() + dLinks.size();
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // The number of the new watch; -1 if there is none, or if the folder is watched already.
+    int FolderWatch_c::Tree_c::AddFolder(ToAdd_s & ToAdd)
+    {
+        bool const bRoot = ToAdd.iParent == NO_FOLDER;
+        std::string const sPath = bRoot ? ToAdd.sName : PathOf(ToAdd.iParent) + '/' + ToAdd.sName;
+        int const iFolder =
+            inotify_add_watch(m_Queue.Get(), sPath.c_str(), FOLDER_EVENTS | (bRoot ? std::uint32_t(IN_MOVE_SELF) : 0u));
+        if (iFolder < 0)
+        {
+            return -1;
+        }
+        if (!bRoot)
+        {
+            auto const [itKnown, bAdded] = m_dFolders[ToAdd.iParent].dFolders.try_emplace(ToAdd.sName, iFolder);
+            if (!bAdded)   // another folder had that name
+            {
+                RemoveTree(std::exchange(itKnown->second, iFolder));
+            }
+        }
+        Folder_s & Folder = m_dFolders[iFolder];
+        Folder.iParent = ToAdd.iParent;
+        Folder.sName = std::move(ToAdd.sName);
+        return iFolder;
+    }
+
+    // Takes down the names in a folder that is watched by now, so that nothing falls between the two.
+    void FolderWatch_c::Tree_c::List(
+        int iFolder, Appeared_e eAppeared, std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
+    {
+        Descriptor_c const Open(open(PathOf(iFolder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!Open.IsOpen())
+        {
+            return;
+        }
+        Folder_s & Folder = m_dFolders[iFolder];
+        FolderReader_c Reader(Open.Get());
+        while (dirent64 const * const pEntry = Reader.Next())
+        {
+            bool const bLink = pEntry->d_type == DT_LNK || pEntry->d_type == DT_UNKNOWN;
+            if (std::strchr(pEntry->d_name, '\\') != nullptr)
+            {
+                continue;   // no path leads there
+            }
+            if (pEntry->d_type == DT_DIR || (bLink && IsFolder(Open.Get(), pEntry->d_name)))
+            {
+                (bLink ? dLinks : dFolders).push_back({ iFolder, pEntry->d_name });
+                continue;
+            }
+            File_s & File = Folder.dFiles[pEntry->d_name];
+            File = eAppeared == Appeared_e::Now ? LookAtNewFile(Open.Get(), pEntry->d_name) : File_s{};
+            if (File.bChanged)
+            {
+                m_dChanges.push_back({ iFolder, pEntry->d_name });
+            }
+        }
+    }
+
+    // Ends the watches of a folder and of all below it.
+    void FolderWatch_c::Tree_c::RemoveTree(int iTop)
+    {
+        std::vector<int> dTodo{ iTop };
+        while (!dTodo.empty())
+        {
+            auto const itFolder = m_dFolders.find(dTodo.back());
+            dTodo.pop_back();
+            if (itFolder != m_dFolders.end())
+            {
+                for (auto const & [sName, iFolder] : itFolder->second.dFolders)
+                {
+                    dTodo.push_back(iFolder);
+                }
+                inotify_rm_watch(m_Queue.Get(), itFolder->first);
+                m_dFolders.erase(itFolder);
+            }
+        }
+    }
+
+    // Takes a folder out of its parent.
+    void FolderWatch_c::Tree_c::Unlink(int iFolder)
+    {
+        Folder_s & Folder = m_dFolders[iFolder];
+        auto const itParent = m_dFolders.find(Folder.iParent);
+        if (itParent != m_dFolders.end())
+        {
+            itParent->second.dFolders.erase(Folder.sName);
+        }
+        Folder.iParent = NO_FOLDER;
+    }
+
+    std::string FolderWatch_c::Tree_c::PathOf(int iFolder) const
+    {
+        Folder_s const & Folder = m_dFolders.at(iFolder);
+        std::string sPath = Folder.sName;
+        for (int iParent = Folder.iParent; iParent != NO_FOLDER;)
+        {
+            Folder_s const & Parent = m_dFolders.at(iParent);
+            sPath.insert(0, Parent.sName + '/');
+            iParent = Parent.iParent;
+        }
+        return sPath;
+    }
+
+    // The path of a changed file from the watched folder down.
+    std::u16string FolderWatch_c::Tree_c::UnitsOf(Change_s const & Changed) const
+    {
+        std::vector<std::string const *> dNames;
+        Folder_s const * pFolder = &m_dFolders.at(Changed.iFolder);
+        for (; pFolder->iParent != NO_FOLDER; pFolder = &m_dFolders.at(pFolder->iParent))
+        {
+            dNames.push_back(&pFolder->sName);
+        }
+        std::u16string sUnits;
+        for (auto itName = dNames.rbegin(); itName != dNames.rend(); ++itName)
+        {
+            AppendUnits(sUnits, **itName);
+            sUnits += u'\\';
+        }
+        AppendUnits(sUnits, Changed.sName);
+        return sUnits;
+    }
+
+    void FolderWatch_c::Tree_c::Handle(inotify_event const & Event)
+    {
+        m_bLost = m_bLost || (Event.mask & IN_Q_OVERFLOW) != 0;
+        auto const itFolder = m_dFolders.find(Event.wd);
+        if (itFolder == m_dFolders.end())
+        {
+            return;   // a watch that ended meanwhile
+        }
+        if ((Event.mask & (IN_IGNORED | IN_MOVE_SELF)) != 0)
+        {
+            Unlink(Event.wd);
+            RemoveTree(Event.wd);
+        }
+        else if (Event.len == 0 || std::strchr(Event.name, '\\') != nullptr)
+        {
+            return;
+        }
+        else if ((Event.mask & (IN_CREATE | IN_MOVED_TO)) != 0)
+        {
+            OnAppeared(Event.wd, itFolder->second, Event);
+        }
+        else if ((Event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0)
+        {
+            OnGone(itFolder->second, Event);
+        }
+        else if ((Event.mask & IN_CLOSE_WRITE) != 0)
+        {
+            OnClosed(Event.wd, itFolder->second, Event.name);
+        }
+    }
+
+    void FolderWatch_c::Tree_c::OnAppeared(int iFolder, Folder_s & Folder, inotify_event const & Event)
+    {
+        if (Attach(iFolder, Folder, Event))
+        {
+            return;
+        }
+        bool const bMade = (Event.mask & IN_CREATE) != 0;
+        if ((Event.mask & IN_ISDIR) != 0)
+        {
+            AddTree(iFolder, Event.name, bMade ? Appeared_e::Now : Appeared_e::Before);
+            return;
+        }
+        auto const [itFile, bNew] = Folder.dFiles.try_emplace(Event.name);
+        itFile->second.bFresh = bMade;
+        if (!bMade && !bNew)   // a rename onto a name that exists
+        {
+            Change(iFolder, itFile->first, itFile->second);
+        }
+    }
+
+    // The second half of the rename of a folder, or of a link to one; false if it is none.
+    bool FolderWatch_c::Tree_c::Attach(int iFolder, Folder_s & Folder, inotify_event const & Event)
+    {
+        auto const itDetached = std::find_if(m_dDetached.begin(), m_dDetached.end(),
+            [&Event](Detached_s const & Detached) { return Detached.iCookie == Event.cookie; });
+        if (itDetached == m_dDetached.end())
+        {
+            return false;
+        }
+        int const iMoved = itDetached->iFolder;
+        m_dDetached.erase(itDetached);
+        auto const [itPlace, bFree] = Folder.dFolders.try_emplace(Event.name, iMoved);
+        if (!bFree)
+        {
+            RemoveTree(std::exchange(itPlace->second, iMoved));
+        }
+        m_dFolders[iMoved].iParent = iFolder;
+        m_dFolders[iMoved].sName = Event.name;
+        return true;
+    }
+
+    void FolderWatch_c::Tree_c::OnGone(Folder_s & Folder, inotify_event const & Event)
+    {
+        auto const itFolder = Folder.dFolders.find(Event.name);
+        if (itFolder == Folder.dFolders.end())
+        {
+            Folder.dFiles.erase(Event.name);
+            return;
+        }
+        int const iGone = itFolder->second;
+        Unlink(iGone);
+        if ((Event.mask & IN_MOVED_FROM) != 0)
+        {
+            m_dDetached.push_back({ Event.cookie, iGone });
+        }
+        else
+        {
+            RemoveTree(iGone);
+        }
+    }
+
+    void FolderWatch_c::Tree_c::OnClosed(int iFolder, Folder_s & Folder, std::string const & sName)
+    {
+        File_s & File = Folder.dFiles[sName];
+        FileFacts_t Facts;
+        if (!std::exchange(File.bFresh, false)
+            || (FactsAt(AT_FDCWD, (PathOf(iFolder) + '/' + sName).c_str(), AT_SYMLINK_NOFOLLOW, Facts)
+                && Facts.nSize > 0))
+        {
+            Change(iFolder, sName, File);
+        }
+    }
+
+    void FolderWatch_c::Tree_c::Change(int iFolder, std::string const & sName, File_s & File)
+    {
+        if (!std::exchange(File.bChanged, true))
+        {
+            m_dChanges.push_back({ iFolder, sName });
+        }
+    }
+
+    bool FolderWatch_c::Open(char const * szFolder)
+    {
+        Close();
+        m_pTree = new Tree_c;
+        if (!m_pTree->Open(szFolder))
+        {
+            int const iError = errno;
+            Close();
+            errno = iError;
+        }
+        return IsOpen();
+    }
+
+    void FolderWatch_c::Close()
+    {
+        delete m_pTree;
+        m_pTree = nullptr;
+    }
+
+    void * FolderWatch_c::GetHandle() const
+    {
+        return IsOpen() ? HandleOf(m_pTree->GetDescriptor()) : nullptr;
+    }
+
+    void FolderWatch_c::Read(void * pBuffer, std::size_t nBytes)
+    {
+        if (IsOpen())
+        {
+            m_pTree->Read(pBuffer, nBytes);
+        }
+    }
+
+    bool FolderWatch_c::IsComplete()
+    {
+        return IsOpen() && m_pTree->IsComplete();
+    }
+
+    std::size_t FolderWatch_c::TakeUnwatched()
+    {
+        return IsOpen() ? std::exchange(m_pTree->m_nUnwatched, 0) : 0;
+    }
+}

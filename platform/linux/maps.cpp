@@ -1,0 +1,87 @@
+#define _FILE_OFFSET_BITS 64
+
+#include "platform/linux/maps.h"
+
+#include <fcntl.h>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr int NOTHING = -1;   // behind the last byte
+
+        int DigitOf(int cByte)
+        {
+            return cByte >= '0' && cByte <= '9'   ? cByte - '0'
+                   : cByte >= 'a' && cByte <= 'f' ? cByte - 'a' + 10
+                                                  : NOTHING;
+        }
+    }
+
+    Maps_c::Maps_c()
+        : m_File(open("/proc/self/maps", O_RDONLY | O_CLOEXEC))
+    {}
+
+    int Maps_c::Byte()
+    {
+        if (m_iByte == m_nBytes)
+        {
+            ssize_t const nRead = m_File.IsOpen() ? read(m_File.Get(), m_dBytes, sizeof m_dBytes) : 0;
+            if (nRead <= 0)
+            {
+                return NOTHING;
+            }
+            m_nBytes = static_cast<std::size_t>(nRead);
+            m_iByte = 0;
+        }
+        return static_cast<unsigned char>(m_dBytes[m_iByte++]);
+    }
+
+    // A number and the byte behind it.
+    std::uint64_t Maps_c::Number(int iBase, int * pBehind)
+    {
+        std::uint64_t nNumber = 0;
+        int cByte = Byte();
+        for (int iDigit = DigitOf(cByte); iDigit >= 0 && iDigit < iBase; iDigit = DigitOf(cByte))
+        {
+            nNumber = nNumber * static_cast<unsigned>(iBase) + static_cast<unsigned>(iDigit);
+            cByte = Byte();
+        }
+        *pBehind = cByte;
+        return nNumber;
+    }
+
+    // "start-end rwxp offset major:minor inode   path"
+    bool Maps_c::Next(Mapping_t & Mapping)
+    {
+        int cByte;
+        Mapping.Start = static_cast<std::uintptr_t>(Number(16, &cByte));
+        if (cByte != '-')
+        {
+            return false;
+        }
+        Mapping.End = static_cast<std::uintptr_t>(Number(16, &cByte));
+        Byte();
+        Mapping.bWritable = Byte() == 'w';
+        for (int iRest = 0; iRest < 3; ++iRest)
+        {
+            cByte = Byte();
+        }
+        Mapping.nOffset = Number(16, &cByte);
+        Number(16, &cByte);
+        Number(16, &cByte);
+        Number(10, &cByte);
+        while (cByte == ' ')
+        {
+            cByte = Byte();
+        }
+        std::size_t nPath = 0;
+        for (; cByte != '\n' && cByte != NOTHING; cByte = Byte())
+        {
+            Mapping.szPath[nPath] = static_cast<char>(cByte);
+            nPath += nPath + 1 < sizeof Mapping.szPath ? 1 : 0;
+        }
+        Mapping.szPath[nPath] = '\0';
+        return true;
+    }
+}

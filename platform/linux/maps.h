@@ -1,0 +1,36 @@
+// maps.h: the memory of this process, mapping by mapping, from the lowest address up. No heap, no lock.
+#pragma once
+
+#include "platform/linux/descriptor.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace plat
+{
+    struct Mapping_t
+    {
+        std::uintptr_t Start, End;
+        std::uint64_t nOffset;   // of Start in the file
+        bool bWritable;
+        char szPath[1024];   // the file's; "[stack]" and its like; empty; cut
+    };
+
+    class Maps_c
+    {
+    public:
+        Maps_c();
+
+        /// The next mapping; false behind the last one, and where the system does not tell them.
+        bool Next(Mapping_t & Mapping);
+
+    private:
+        int Byte();
+        std::uint64_t Number(int iBase, int * pBehind);
+
+        Descriptor_c m_File;
+        std::size_t m_nBytes = 0;
+        std::size_t m_iByte = 0;
+        char m_dBytes[2048];
+    };
+}

@@ -1,0 +1,122 @@
+#define _FILE_OFFSET_BITS 64
+
+#include "platform/modules.h"
+
+#include "platform/linux/maps.h"
+#include "platform/memory.h"
+
+#include <cstring>
+#include <fcntl.h>
+#include <link.h>
+
+namespace plat
+{
+    namespace
+    {
+        using Header_t = ElfW(Ehdr);
+        using Segment_t = ElfW(Phdr);
+        using Section_t = ElfW(Shdr);
+
+        constexpr std::uint64_t PAGE_MASK = MEMORY_PAGE - 1;
+
+        // Reads the whole of a record of the file.
+        template <typename T>
+        bool ReadAt(int iFile, std::uint64_t nOffset, T & Record)
+        {
+            return pread(iFile, &Record, sizeof Record, static_cast<off_t>(nOffset)) == sizeof Record;
+        }
+
+        // The file's mapping that holds an address; a mapping without a file right behind one is its zeroed data.
+        bool FindMapping(std::uintptr_t Address, Mapping_t & Found)
+        {
+            Maps_c Maps;
+            Mapping_t Mapping;
+            std::uintptr_t FileEnd = 0;
+            while (Maps.Next(Mapping) && Mapping.Start <= Address)
+            {
+                bool const bBehindFile = Mapping.szPath[0] == '\0' && Mapping.Start == FileEnd;
+                FileEnd = Mapping.szPath[0] == '/' || bBehindFile ? Mapping.End : 0;
+                if (!bBehindFile)
+                {
+                    Found = Mapping;
+                }
+                if (Address < Mapping.End)
+                {
+                    return true;
+                }
+            }
+            return false;
+        }
+
+        // What is added to the addresses in a file where it is mapped.
+        bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t & nBias)
+        {
+            Segment_t Segment;
+            for (unsigned i = 0; i < Header.e_phnum; ++i)
+            {
+                if (!ReadAt(iFile, Header.e_phoff + std::uint64_t{ i } * Header.e_phentsize, Segment))
+                {
+                    return false;
+                }
+                std::uint64_t const nFirst = Segment.p_offset & ~PAGE_MASK;
+                if (Segment.p_type == PT_LOAD && Mapping.nOffset >= nFirst
+                    && Mapping.nOffset < Segment.p_offset + Segment.p_filesz)
+                {
+                    nBias = static_cast<std::uintptr_t>(
+                        Mapping.Start - (Segment.p_vaddr + (Mapping.nOffset - Segment.p_offset)));
+                    return true;
+                }
+            }
+            return false;
+        }
+
+        bool FindSection(int iFile, Header_t const & Header, std::uintptr_t Address, ModulePlace_t & Place)
+        {
+            Section_t Section;
+            for (unsigned i = 1; i < Header.e_shnum; ++i)
+            {
+                if (!ReadAt(iFile, Header.e_shoff + std::uint64_t{ i } * Header.e_shentsize, Section))
+                {
+                    return false;
+                }
+                // Data of threads has addresses in the file, and none in memory.
+                bool const bInMemory = (Section.sh_flags & SHF_ALLOC) != 0 && (Section.sh_flags & SHF_TLS) == 0;
+                if (bInMemory && Address >= Section.sh_addr && Address - Section.sh_addr <= Section.sh_size)
+                {
+                    Place.iSection = i;
+                    Place.nOffset = Address - static_cast<std::uintptr_t>(Section.sh_addr);
+                    return true;
+                }
+            }
+            return false;
+        }
+
+        bool IsOurs(Header_t const & Header)
+        {
+            constexpr unsigned char CLASS = sizeof(void *) == 8 ? ELFCLASS64 : ELFCLASS32;
+            return std::memcmp(Header.e_ident, ELFMAG, SELFMAG) == 0 && Header.e_ident[EI_CLASS] == CLASS;
+        }
+    }
+
+    bool ModuleFind(std::uintptr_t Address, ModulePlace_t * pPlace)
+    {
+        *pPlace = {};
+        Mapping_t Mapping;
+        if (!FindMapping(Address, Mapping))
+        {
+            return false;
+        }
+        std::memcpy(pPlace->szPath, Mapping.szPath, sizeof pPlace->szPath);
+        pPlace->nOffset = Address - Mapping.Start + static_cast<std::uintptr_t>(Mapping.nOffset);
+        if (Mapping.szPath[0] != '/')
+        {
+            return false;
+        }
+        Descriptor_c const File(open(Mapping.szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        Header_t Header;
+        std::uintptr_t nBias = 0;
+        return File.IsOpen() && ReadAt(File.Get(), 0, Header) && IsOurs(Header)
+               && FindBias(File.Get(), Header, Mapping, nBias)
+               && FindSection(File.Get(), Header, Address - nBias, *pPlace);
+    }
+}

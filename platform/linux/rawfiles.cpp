@@ -1,0 +1,143 @@
+#define _FILE_OFFSET_BITS 64
+
+#include "platform/rawfiles.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/folding.h"
+#include "platform/memory.h"
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr std::size_t LARGEST_READ = 256u << 20;
+
+        struct FolderEntry_t   // as the kernel writes it
+        {
+            std::uint64_t iNode;
+            std::int64_t iNext;
+            std::uint16_t nBytes;
+            std::uint8_t eType;
+            char szName[1];
+        };
+
+        // Takes the spelling on the disk of a name in a folder, if there is one but for case.
+        void TakeSpelling(char const * szFolder, char * pName)
+        {
+            Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            alignas(FolderEntry_t) char dEntries[4096];
+            long nRead;
+            while (Folder.IsOpen() && (nRead = syscall(SYS_getdents64, Folder.Get(), dEntries, sizeof dEntries)) > 0)
+            {
+                for (long iEntry = 0; iEntry < nRead;)
+                {
+                    auto const * const pEntry = reinterpret_cast<FolderEntry_t const *>(dEntries + iEntry);
+                    char const * const szName = dEntries + iEntry + offsetof(FolderEntry_t, szName);
+                    if (CompareFolded(szName, pName) == 0)
+                    {
+                        std::memcpy(pName, szName, std::strlen(pName));   // as long as the other
+                        return;
+                    }
+                    iEntry += pEntry->nBytes;
+                }
+            }
+        }
+
+        // Takes the disk's spelling of each folder on the way.
+        void TakeSpellings(char * szPath)
+        {
+            char szFolder[PATH_MAX];
+            for (char * pName = szPath; char * const pEnd = std::strchr(pName, '/'); pName = pEnd + 1)
+            {
+                if (pEnd == pName)
+                {
+                    continue;
+                }
+                auto const nBefore = static_cast<std::size_t>(pName - szPath);
+                std::memcpy(szFolder, nBefore == 0 ? "." : szPath, nBefore == 0 ? 1 : nBefore);
+                szFolder[nBefore == 0 ? 1 : nBefore] = '\0';
+                *pEnd = '\0';
+                if (access(szPath, F_OK) != 0)
+                {
+                    TakeSpelling(szFolder, pName);
+                }
+                *pEnd = '/';
+            }
+        }
+    }
+
+    RawFile_t RawOpenAppend(char const * szPath)
+    {
+        constexpr int FLAGS = O_WRONLY | O_CREAT | O_APPEND | O_DSYNC | O_CLOEXEC | O_NOCTTY;
+        constexpr mode_t MODE = 0666;
+        char szHost[PATH_MAX];
+        std::size_t const nPath = strnlen(szPath, PATH_MAX - 1);
+        for (std::size_t i = 0; i < nPath; ++i)
+        {
+            szHost[i] = szPath[i] == '\\' ? '/' : szPath[i];
+        }
+        szHost[nPath] = '\0';
+        int hFile = open(szHost, FLAGS, MODE);
+        if (hFile < 0 && errno == ENOENT)
+        {
+            TakeSpellings(szHost);
+            hFile = open(szHost, FLAGS, MODE);
+        }
+        if (hFile == 0)   // standard input was closed; 0 is no file here
+        {
+            hFile = fcntl(0, F_DUPFD_CLOEXEC, 1);
+            close(0);
+        }
+        return hFile > 0 ? hFile : 0;
+    }
+
+    bool RawWrite(RawFile_t hFile, char const * pText, std::size_t nBytes)
+    {
+        return hFile != 0 && WriteFully(hFile, pText, nBytes);
+    }
+
+    void RawClose(RawFile_t hFile)
+    {
+        if (hFile != 0)
+        {
+            close(hFile);
+        }
+    }
+
+    char const * RawReadAll(char const * szPath, std::size_t * pBytes)
+    {
+        struct stat Stat;
+        Descriptor_c const File(open(szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode) || Stat.st_size <= 0
+            || static_cast<std::uint64_t>(Stat.st_size) > LARGEST_READ)
+        {
+            return nullptr;
+        }
+        *pBytes = static_cast<std::size_t>(Stat.st_size);
+        void * const pPages = PagesTake(*pBytes);
+        if (pPages != nullptr && ReadFully(File.Get(), pPages, *pBytes) != *pBytes)
+        {
+            PagesGive(pPages, *pBytes);
+            return nullptr;
+        }
+        return static_cast<char const *>(pPages);
+    }
+
+    // Another file takes the place at once, so that no later file of this process gets what others still write.
+    void RawCloseStream(std::FILE * pStream)
+    {
+        int const hFile = fileno(pStream);
+        Descriptor_c const Nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
+        if (!Nothing.IsOpen() || dup3(Nothing.Get(), hFile, O_CLOEXEC) < 0)
+        {
+            close(hFile);
+        }
+    }
+}

@@ -1,0 +1,80 @@
+// symbolprotocol.h: what the library and its helper zqsymbols say to each other.
+//
+// They talk over one socket that keeps records whole. The library sends SymbolStart_t, then requests; the helper
+// answers each with one SymbolAnswer_t, and before it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY,
+// which the library answers with a SymbolMemory_t. All widths are fixed: a 64-bit helper serves processes of both word
+// sizes. Both sides come from one build, and the first record's mark says so.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace plat
+{
+    /// Descriptors that the helper finds open: the socket and the process's /proc/self/maps.
+    inline constexpr int SYMBOL_SOCKET = 3;
+    inline constexpr int SYMBOL_MAPS = 4;
+
+    /// Changes with every change of these records.
+    inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515331;
+
+    /// Memory is asked for by whole pages of this size, readable or not as a whole.
+    inline constexpr std::uint32_t SYMBOL_PAGE = 4096;
+
+    /// Bytes of an answer's text, the terminator included; longer names and paths are cut.
+    inline constexpr std::uint32_t SYMBOL_TEXT = 4096;
+
+    inline constexpr std::uint32_t SYMBOL_REGISTERS = 17;
+
+    struct SymbolStart_t
+    {
+        std::uint32_t nMark;
+        std::uint32_t nWord;                          // bytes of an address
+        std::uint64_t dRegisters[SYMBOL_REGISTERS];   // IP SP BP AX BX CX DX SI DI R8 to R15
+    };
+
+    enum SymbolAsk_e : std::uint32_t
+    {
+        ASK_FRAME,          // nIndex: frame -> dValues: address, frame
+        ASK_FUNCTION,       // nValue: address -> szText, dValues: displacement
+        ASK_LINE,           // nValue: address -> szText, dValues: line
+        ASK_VARIABLE,       // nIndex: variable, nValue: frame -> szText, dValues: kind, place, address, size, type
+        ASK_TYPE_NAME,      // nValue: type -> szText
+        ASK_TYPE_MEMBERS,   // nValue: type -> dValues: members
+        ASK_TYPE_MEMBER,    // nIndex: member, nValue: type -> dValues: type, offset, size, first bit, bits
+        ASK_TYPE_BASE       // nValue: type -> dValues: SymbolBase_e
+    };
+
+    struct SymbolRequest_t
+    {
+        std::uint32_t nAsk;
+        std::uint32_t nIndex;
+        std::uint64_t nValue;
+    };
+
+    enum SymbolAnswer_e : std::uint32_t
+    {
+        ANSWER_NO,
+        ANSWER_YES,
+        ANSWER_NEEDS_MEMORY   // dValues: address of a page
+    };
+
+    /// Sent up to the end of its text.
+    struct SymbolAnswer_t
+    {
+        std::uint32_t nAnswer;
+        std::uint32_t nText;   // bytes of szText that were sent, the terminator included
+        std::uint64_t dValues[5];
+        char szText[SYMBOL_TEXT];
+    };
+    inline constexpr std::size_t SYMBOL_ANSWER_HEAD = offsetof(SymbolAnswer_t, szText);
+
+    struct SymbolMemory_t
+    {
+        std::uint64_t nReadable;   // 0 or 1
+        std::uint8_t dBytes[SYMBOL_PAGE];
+    };
+
+    static_assert(sizeof(SymbolStart_t) == 144 && sizeof(SymbolRequest_t) == 16 && SYMBOL_ANSWER_HEAD == 48);
+    static_assert(sizeof(SymbolMemory_t) == 8 + SYMBOL_PAGE);
+}

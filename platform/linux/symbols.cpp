@@ -1,0 +1,418 @@
+#include "platform/symbols.h"
+
+#include "platform/compiler.h"
+#include "platform/faults.h"
+#include "platform/linux/symbolprotocol.h"
+#include "platform/memory.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <iterator>
+#include <link.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr unsigned ANSWER_LIMIT = 5000;   // milliseconds for one answer
+        constexpr unsigned TOTAL_LIMIT = 20000;   // milliseconds for all of them
+        constexpr int END_LIMIT = 1000;           // milliseconds for the helper's end
+        constexpr unsigned MEMBERS_MAX = 1024;
+
+        char g_szHelper[1024];
+
+        // Runs ahead of all other construction: the crash path finds the path ready.
+        __attribute__((constructor(101))) void FindHelper()
+        {
+            char const * const szFromEnvironment = secure_getenv("ZQCORE_SYMBOLS");
+            if (szFromEnvironment != nullptr)
+            {
+                return SymbolsSetHelper(szFromEnvironment);
+            }
+            Dl_info Info;
+            link_map * pMap = nullptr;
+            char szPath[PATH_MAX + 64];
+            bool const bFound = dladdr1(g_szHelper, &Info, reinterpret_cast<void **>(&pMap), RTLD_DL_LINKMAP) != 0;
+            char const * const szObject = bFound && pMap->l_name[0] != '\0' ? pMap->l_name : "/proc/self/exe";
+            if (::realpath(szObject, szPath) == nullptr)
+            {
+                return;
+            }
+            char * const szName = std::strrchr(szPath, '/') + 1;
+            for (char const * szPlace : { "zqsymbols", ZQCORE_SYMBOLS_INSTALLED })
+            {
+                std::strcpy(szName, szPlace);
+                if (::access(szPath, X_OK) == 0)
+                {
+                    return SymbolsSetHelper(szPath);
+                }
+            }
+        }
+
+        // Keeps errno over a scope: the interrupted code may be about to read it.
+        struct ErrnoScope_s
+        {
+            int const iFormer = errno;
+            ErrnoScope_s() = default;
+            ~ErrnoScope_s() { errno = iFormer; }
+            ErrnoScope_s(ErrnoScope_s const &) = delete;
+            ErrnoScope_s & operator=(ErrnoScope_s const &) = delete;
+        };
+
+        std::int64_t Milliseconds()
+        {
+            timespec Now{};
+            ::clock_gettime(CLOCK_MONOTONIC, &Now);
+            return std::int64_t{ Now.tv_sec } * 1000 + Now.tv_nsec / 1000000;
+        }
+
+        struct Launch_s
+        {
+            int hSocket;
+            int hMaps;
+        };
+
+        // The new process, which still runs in the memory of this one: system calls alone, all signals blocked.
+        __attribute__((no_sanitize_address, no_sanitize_thread)) int BecomeHelper(void * pArgument)
+        {
+            constexpr int ABOVE_ALL = 10;
+            auto const & Launch = *static_cast<Launch_s const *>(pArgument);
+            long const hSocket = ::syscall(SYS_fcntl, Launch.hSocket, F_DUPFD, ABOVE_ALL);
+            long const hMaps = ::syscall(SYS_fcntl, Launch.hMaps, F_DUPFD, ABOVE_ALL);
+            ::syscall(SYS_dup3, hSocket, SYMBOL_SOCKET, 0);
+            ::syscall(SYS_dup3, hMaps, SYMBOL_MAPS, 0);
+            ::syscall(SYS_close_range, SYMBOL_MAPS + 1, ~0u, 0);
+            char const * const dArguments[] = { g_szHelper, nullptr };
+            ::syscall(SYS_execve, g_szHelper, dArguments, dArguments + 1);
+            ::syscall(SYS_exit_group, 127);
+            return 0;
+        }
+
+        // Waits until the socket has something or the time is over.
+        bool WaitReadable(int hSocket, std::int64_t tEnd)
+        {
+            pollfd Poll = { hSocket, POLLIN, 0 };
+            for (;;)
+            {
+                std::int64_t const nLeft = tEnd - Milliseconds();
+                int const nReady = nLeft <= 0 ? 0 : ::poll(&Poll, 1, static_cast<int>(nLeft));
+                if (nReady >= 0 || errno != EINTR)
+                {
+                    return nReady > 0;
+                }
+            }
+        }
+
+        template <typename RECORD>
+        bool Send(int hSocket, RECORD const & Record)
+        {
+            return ::send(hSocket, &Record, sizeof(Record), MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof(Record);
+        }
+
+        // One record of the helper's, its text terminated whatever came.
+        bool Receive(int hSocket, SymbolAnswer_t * pAnswer)
+        {
+            ssize_t const nRead = ::recv(hSocket, pAnswer, sizeof(*pAnswer), MSG_DONTWAIT);
+            if (nRead < static_cast<ssize_t>(SYMBOL_ANSWER_HEAD))
+            {
+                return false;
+            }
+            std::size_t const nText = static_cast<std::size_t>(nRead) - SYMBOL_ANSWER_HEAD;
+            pAnswer->szText[std::min<std::size_t>(nText, SYMBOL_TEXT - 1)] = '\0';
+            return true;
+        }
+
+        ZQ_COLD bool ServeMemory(int hSocket, std::uint64_t nAddress)
+        {
+            SymbolMemory_t Memory;
+            auto const Address = static_cast<std::uintptr_t>(nAddress);
+            Memory.nReadable = Address == nAddress && MemoryRead(Address, Memory.dBytes, SYMBOL_PAGE) == SYMBOL_PAGE;
+            if (Memory.nReadable == 0)
+            {
+                std::memset(Memory.dBytes, 0, sizeof(Memory.dBytes));
+            }
+            return Send(hSocket, Memory);
+        }
+
+        // The helper's answer, its needs of memory served on the way; false if it has failed.
+        bool Converse(int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer)
+        {
+            bool bGoesOn = Send(hSocket, Request);
+            while (bGoesOn && WaitReadable(hSocket, tEnd) && Receive(hSocket, pAnswer))
+            {
+                if (pAnswer->nAnswer != ANSWER_NEEDS_MEMORY)
+                {
+                    return true;
+                }
+                bGoesOn = ServeMemory(hSocket, pAnswer->dValues[0]);
+            }
+            return false;
+        }
+
+        SymbolStart_t StartRecord(FaultContext_t const & Context)
+        {
+            SymbolStart_t Start{};
+            Start.nMark = SYMBOL_MARK;
+            Start.nWord = sizeof(void *);
+            std::uintptr_t const dNamed[] = { Context.nIp, Context.nSp, Context.nBp, Context.nAx, Context.nBx,
+                Context.nCx, Context.nDx, Context.nSi, Context.nDi };
+            std::copy(std::begin(dNamed), std::end(dNamed), Start.dRegisters);
+            std::copy(std::begin(Context.dExtended), std::end(Context.dExtended), Start.dRegisters + std::size(dNamed));
+            return Start;
+        }
+
+        bool IsReadable(std::uintptr_t Address)
+        {
+            std::uint8_t nByte;
+            return MemoryRead(Address, &nByte, 1) == 1;
+        }
+
+        void CopyText(char const * szFrom, char * szText, std::size_t nSize)
+        {
+            std::size_t const nLength = std::min(std::strlen(szFrom), nSize - 1);
+            std::memcpy(szText, szFrom, nLength);
+            szText[nLength] = '\0';
+        }
+    }
+
+    void SymbolsSetHelper(char const * szPath)
+    {
+        CopyText(szPath, g_szHelper, sizeof(g_szHelper));
+    }
+
+    bool Symbols_c::Start(FaultContext_t const * pContext)
+    {
+        Stop();
+        m_pContext = pContext;
+        m_nWaited = 0;
+        Rewind();
+        ErrnoScope_s const Scope;
+        return g_szHelper[0] != '\0' && Launch() && Greet();
+    }
+
+    // Not a fork: a child with its own copy of a large process's page tables would cost more than the whole walk.
+    bool Symbols_c::Launch()
+    {
+        int dSockets[2];
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, dSockets) != 0)
+        {
+            return false;
+        }
+        alignas(16) char dStack[4096];
+        Launch_s Arguments = { dSockets[1], ::open("/proc/self/maps", O_RDONLY | O_CLOEXEC) };
+        sigset_t All;
+        sigset_t Former;
+        sigfillset(&All);
+        ::pthread_sigmask(SIG_SETMASK, &All, &Former);
+        constexpr int FLAGS = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
+        int const nProcess =
+            Arguments.hMaps < 0 ? -1 : ::clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &m_hProcess);
+        ::pthread_sigmask(SIG_SETMASK, &Former, nullptr);
+        ::close(dSockets[1]);
+        ::close(Arguments.hMaps);
+        m_hHelper = dSockets[0];
+        if (nProcess < 0)
+        {
+            Stop();
+        }
+        return nProcess >= 0;
+    }
+
+    bool Symbols_c::Greet()
+    {
+        SymbolFrame_t Frame;
+        bool const bStarted = Send(m_hHelper, StartRecord(*m_pContext)) && NextFrame(&Frame) && IsRunning();
+        Rewind();
+        if (!bStarted)
+        {
+            Stop();
+        }
+        return bStarted;
+    }
+
+    void Symbols_c::Stop()
+    {
+        if (m_hHelper < 0)
+        {
+            return;
+        }
+        ErrnoScope_s const Scope;
+        ::close(m_hHelper);
+        m_hHelper = -1;
+        m_bAsking = false;
+        if (m_hProcess >= 0)
+        {
+            siginfo_t Info{};
+            pollfd Poll = { m_hProcess, POLLIN, 0 };
+            ::syscall(SYS_pidfd_send_signal, m_hProcess, SIGKILL, nullptr, 0);
+            ::poll(&Poll, 1, END_LIMIT);
+            ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(m_hProcess), &Info, WEXITED | WNOHANG);
+            ::close(m_hProcess);
+            m_hProcess = -1;
+        }
+    }
+
+    bool Symbols_c::Ask(SymbolRequest_t const & Request, SymbolAnswer_t * pAnswer)
+    {
+        pAnswer->szText[0] = '\0';
+        if (m_bAsking)
+        {
+            Stop();   // a fault ended the last call: its answer would be taken for that of this one
+        }
+        if (!IsRunning())
+        {
+            return false;
+        }
+        m_bAsking = true;
+        ErrnoScope_s const Scope;
+        std::int64_t const tStart = Milliseconds();
+        unsigned const nLimit = std::min(ANSWER_LIMIT, TOTAL_LIMIT - std::min(TOTAL_LIMIT, m_nWaited));
+        bool const bAnswered = Converse(m_hHelper, Request, tStart + nLimit, pAnswer);
+        m_bAsking = false;
+        m_nWaited += static_cast<unsigned>(Milliseconds() - tStart);
+        if (!bAnswered)
+        {
+            Stop();
+            pAnswer->szText[0] = '\0';
+        }
+        return bAnswered && pAnswer->nAnswer == ANSWER_YES;
+    }
+
+    bool Symbols_c::AskText(SymbolRequest_t const & Request, char * szText, std::size_t nSize, std::uint64_t * pValue)
+    {
+        SymbolAnswer_t Answer;
+        bool const bKnown = Ask(Request, &Answer);
+        CopyText(bKnown ? Answer.szText : "", szText, nSize);
+        *pValue = bKnown ? Answer.dValues[0] : 0;
+        return bKnown;
+    }
+
+    void Symbols_c::Rewind()
+    {
+        m_iFrame = 0;
+        m_iVariable = 0;
+        m_bLast = false;
+    }
+
+    bool Symbols_c::NextFrame(SymbolFrame_t * pFrame)
+    {
+        if (m_pContext == nullptr || m_iFrame >= SYMBOL_FRAMES)
+        {
+            return false;
+        }
+        SymbolAnswer_t Answer;
+        if (Ask({ ASK_FRAME, m_iFrame, 0 }, &Answer))
+        {
+            m_Frame = { static_cast<std::uintptr_t>(Answer.dValues[0]),
+                static_cast<std::uintptr_t>(Answer.dValues[1]) };
+        }
+        else if (IsRunning() || !NextByChain())
+        {
+            return false;
+        }
+        ++m_iFrame;
+        m_iVariable = 0;
+        *pFrame = m_Frame;
+        return true;
+    }
+
+    // A call of an address without code has pushed its return address and nothing else.
+    bool Symbols_c::NextByChain()
+    {
+        constexpr std::uintptr_t WORD = sizeof(std::uintptr_t);
+        FaultContext_t const & Context = *m_pContext;
+        if (m_iFrame == 0)
+        {
+            m_Frame = { Context.nIp, Context.nBp != 0 ? Context.nBp : Context.nSp };
+            return true;
+        }
+        std::uintptr_t dSaved[2];   // frame pointer, return address
+        if (m_iFrame == 1 && !IsReadable(Context.nIp))
+        {
+            bool const bRead = MemoryRead(Context.nSp, &m_Frame.Address, WORD) == WORD;
+            return bRead && IsReadable(m_Frame.Address);
+        }
+        if (m_bLast || MemoryRead(m_Frame.Frame, dSaved, sizeof(dSaved)) != sizeof(dSaved) || !IsReadable(dSaved[1]))
+        {
+            return false;
+        }
+        m_bLast = dSaved[0] <= m_Frame.Frame || dSaved[0] % WORD != 0;
+        m_Frame = { dSaved[1], m_bLast ? m_Frame.Frame + sizeof(dSaved) : dSaved[0] };
+        return true;
+    }
+
+    bool Symbols_c::FunctionAt(std::uintptr_t Address, char * szName, std::size_t nSize, std::uint64_t * pDisplacement)
+    {
+        return AskText({ ASK_FUNCTION, 0, Address }, szName, nSize, pDisplacement);
+    }
+
+    bool Symbols_c::LineAt(std::uintptr_t Address, char * szFile, std::size_t nSize, unsigned * pLine)
+    {
+        std::uint64_t nLine;
+        bool const bKnown = AskText({ ASK_LINE, 0, Address }, szFile, nSize, &nLine);
+        *pLine = static_cast<unsigned>(nLine);
+        return bKnown;
+    }
+
+    bool Symbols_c::NextVariable(SymbolVariable_t * pVariable)
+    {
+        SymbolAnswer_t Answer;
+        if (m_iFrame == 0 || !Ask({ ASK_VARIABLE, m_iVariable, m_iFrame - 1 }, &Answer))
+        {
+            return false;
+        }
+        ++m_iVariable;
+        CopyText(Answer.szText, pVariable->szName, sizeof(pVariable->szName));
+        pVariable->eKind = static_cast<SymbolKind_e>(Answer.dValues[0]);
+        pVariable->ePlace = static_cast<SymbolPlace_e>(Answer.dValues[1]);
+        pVariable->bFunction = false;
+        pVariable->Address = static_cast<std::uintptr_t>(Answer.dValues[2]);
+        pVariable->nSize = Answer.dValues[3];
+        pVariable->nType = static_cast<SymbolType_t>(Answer.dValues[4]);
+        return true;
+    }
+
+    bool Symbols_c::TypeName(SymbolType_t nType, char * szName, std::size_t nSize)
+    {
+        std::uint64_t nUnused;
+        return AskText({ ASK_TYPE_NAME, 0, nType }, szName, nSize, &nUnused);
+    }
+
+    unsigned Symbols_c::TypeMembers(SymbolType_t nType)
+    {
+        SymbolAnswer_t Answer;
+        bool const bKnown = Ask({ ASK_TYPE_MEMBERS, 0, nType }, &Answer);
+        return bKnown ? static_cast<unsigned>(std::min<std::uint64_t>(Answer.dValues[0], MEMBERS_MAX)) : 0;
+    }
+
+    bool Symbols_c::TypeMember(SymbolType_t nType, unsigned iMember, SymbolMember_t * pMember)
+    {
+        SymbolAnswer_t Answer;
+        if (!Ask({ ASK_TYPE_MEMBER, iMember, nType }, &Answer))
+        {
+            return false;
+        }
+        *pMember = { static_cast<SymbolType_t>(Answer.dValues[0]), Answer.dValues[1], Answer.dValues[2],
+            static_cast<std::uint8_t>(Answer.dValues[3]), static_cast<std::uint8_t>(Answer.dValues[4]) };
+        return true;
+    }
+
+    SymbolBase_e Symbols_c::TypeBase(SymbolType_t nType)
+    {
+        SymbolAnswer_t Answer;
+        return Ask({ ASK_TYPE_BASE, 0, nType }, &Answer) ? static_cast<SymbolBase_e>(Answer.dValues[0]) : BASE_NONE;
+    }
+}

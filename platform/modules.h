@@ -1,0 +1,20 @@
+// modules.h: which program or library an address belongs to, and which section of it. No heap, no lock: may run in a
+// signal handler.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace plat
+{
+    struct ModulePlace_t
+    {
+        char szPath[1024];        // of the module's file; what the system calls the memory otherwise; may be empty
+        unsigned iSection;        // from 1, as the file counts its sections; 0 if unknown
+        std::uintptr_t nOffset;   // from the section's start; from the module's start if the section is unknown
+    };
+
+    /// Finds the module and the section of an address; both ends of a section count as its own. False if no section
+    /// holds it; szPath and nOffset then tell what is known, else they are empty and 0.
+    bool ModuleFind(std::uintptr_t Address, ModulePlace_t * pPlace);
+}

@@ -1,0 +1,28 @@
+// rawfiles.h: files for a process that has crashed: no heap, no lock, callable in a signal handler. A `\` in a path
+// separates like `/`; folders are found whatever their case, as elsewhere.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+
+namespace plat
+{
+    /// A file to write, 0 for none.
+    using RawFile_t = int;
+
+    /// Opens a file, which is created if it isn't there, for writing behind its end. Each write has reached the disk
+    /// when it returns. 0 on failure.
+    RawFile_t RawOpenAppend(char const * szPath);
+
+    /// False if not all was taken, and for no file.
+    bool RawWrite(RawFile_t hFile, char const * pText, std::size_t nBytes);
+    void RawClose(RawFile_t hFile);
+
+    /// All of a regular file of at most 256 MiB, in pages to be given back by PagesGive with the file's size; null for
+    /// a file that is empty or can't be read.
+    char const * RawReadAll(char const * szPath, std::size_t * pBytes);
+
+    /// Closes the file below a C stream that has no buffer, whoever holds the stream's lock. The stream stays; what is
+    /// written to it from now on is dropped.
+    void RawCloseStream(std::FILE * pStream);
+}

@@ -1,0 +1,232 @@
+#include "platform/faults.h"
+#include "platform/symbols.h"
+#include "platform/threads.h"
+#include "tests/test_support.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cexceptioninfo.h"
+
+#include <cerrno>
+#include <exception>
+#include <mutex>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+
+namespace
+{
+    using testing::HasSubstr;
+    using testing::MatchesRegex;
+    using Answer_e = plat::DialogAnswer_e;
+    using Word_t = std::uintptr_t;
+
+    ExceptionInfo_c & Info = ExceptionInfo_c::Get();
+    std::mutex g_TraceLock;
+    std::string g_sTrace;   // each line in angles
+    plat::FaultContext_t g_Context;
+
+    // A fault at no address, with a stack that no walk leaves and a frame pointer into nothing.
+    struct Fault_s
+    {
+        explicit Fault_s(std::uint32_t nCode, Word_t bWrite = 0)
+            : Record{ nCode, 0x1234ABCD, { bWrite, 0x5678 } }
+            , Context{ 0, reinterpret_cast<Word_t>(dStack) + 512, 0x300, 0xA, 0xB, 0xC, 0xD, 0x51, 0xD1, {}, 0xC5, 0x55,
+                0xD5, 0xE5, 0xF5, 0x65, 0xF1, {}, 0, 0 }
+        {}
+        std::uint32_t dStack[256] = { 0x57AC0000 };
+        plat::FaultRecord_t Record;
+        plat::FaultContext_t Context;
+        plat::FaultPointers_t Pointers = { &Record, &Context };
+    };
+
+    std::string Hex(Word_t n)
+    {
+        char szHex[32];
+        std::snprintf(szHex, sizeof szHex, "0x%08llX", static_cast<unsigned long long>(n));
+        return szHex;
+    }
+
+    bool HasHelper()
+    {
+        plat::FaultContextCapture(&g_Context);
+        return plat::Symbols_c().Start(&g_Context);
+    }
+
+    std::string StackOf(plat::FaultPointers_t const * pPointers, int nFrames, int nSkip, std::size_t nSize = 16384)
+    {
+        std::string sText(nSize, '?');
+        Info.StackTrace(sText.data(), nSize, nFrames, nSkip, pPointers);
+        return sText.c_str();
+    }
+
+    __attribute__((noinline)) std::string Deep(int nLevels, std::size_t nSize)
+    {
+        if (nLevels > 0)
+        {
+            return Deep(nLevels - 1, nSize) + "";
+        }
+        plat::FaultContextCapture(&g_Context);
+        plat::FaultPointers_t const Here = { nullptr, &g_Context };
+        return StackOf(&Here, 10, 4, nSize);
+    }
+
+    __attribute__((noinline)) int Complain()
+    {
+        return DebugMessages_c::Get().DebugAssert("file.cpp", 1, "broken") ? 1 : 2;
+    }
+
+    struct ExceptionInfo : testing::Test
+    {
+        ExceptionInfo()
+        {
+            g_sTrace = "";
+            auto const Receive = [](char const * szLine)
+            {
+                std::lock_guard const Scope(g_TraceLock);
+                g_sTrace += '<' + std::string(szLine) + '>';
+            };
+            ExceptionInfo_c::TraceReceiverSet(Receive);
+        }
+        ~ExceptionInfo() override
+        {
+            Info.Stop();
+            ExceptionInfo_c::TraceReceiverSet(nullptr);
+        }
+    };
+}
+
+TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
+{
+    constexpr char TAIL[] =
+        "Stack Trace\r\n\r\nStack Trace Failed:: zero eip\r\n\r\nPress:\r\n"
+        "Yes - to launch remote debug\r\nNo - to ignore exception\r\nCancel - to terminate application";
+    // Expressions for the trace, each line in angles.
+    constexpr char START[] =
+        "<Handling Exception...>(<Symbols Init (Ok|Failed)>)?<Enumirating loaded modules...>"
+        "<loading debug info for modules>(<Symbols loaded: \"/[^>]*\"\n>)+<Enumirating loaded modules...done>"
+        "<//////////////////////  Exeption information //////////////////////><Exception ";
+    constexpr char REGISTERS[] = "<Registers:><EAX = 0x0000000A  CS = 0x00C5  EIP = 0x00000000  EFLGS = 0x000000F1>"
+                                 "<EBX = 0x0000000B  SS = 0x0055  ESP = 0x[0-9A-F]+  EBP = 0x00000300>"
+                                 "<ECX = 0x0000000C  DS = 0x00D5  ESI = 0x00000051  FS = 0x00F5>"
+                                 "<EDX = 0x0000000D  ES = 0x00E5  EDI = 0x000000D1  GS = 0x0065><Exception name : ";
+    constexpr char DUMPS[] = "><Exception in unknown address space><><Starting dump of memory at 0x[0-9A-F]+, size 256 "
+                             "dword's><Address contained in ESP value ";
+    constexpr char WORDS[] =
+        "><0x57AC0000\t(0x00000000\t){11}>(<(0x00000000\t){12}>){20}<DoneDump\r\n>"
+        "<><Starting dump of memory at 0x00000100, size 256 dword's><Address contained in EBP value 0x00000300>"
+        "(<([?]{8}\t){12}>){21}<DoneDump\r\n><StackTrace><Stack Trace Failed:: zero eip><Handling Exception...done>";
+    EXPECT_TRUE(Info.Start() && Info.Start());
+    EXPECT_EQ(g_sTrace, "<Initializing debug SP><Initializing debug SP, done>");
+    for (auto const & [nCode, bWrite, szName, sAccess] : Rows_t<std::uint32_t, unsigned, char const *, std::string>{
+             { 0xC0000005, 0, "EXCEPTION_ACCESS_VIOLATION", "attempt to read ptr 0x00005678\r\n" },
+             { 0xC0000005, 1, "EXCEPTION_ACCESS_VIOLATION", "attempt to write ptr 0x00005678\r\n" },
+             { 0xC000013A, 0, "CONTROL_C_EXIT", "" }, { 0x12345678, 0, "unknown", "" } })
+    {
+        Fault_s const Fault(nCode, bWrite);
+        DialogScript_c const Dialogs;
+        g_sTrace = "";
+        EXPECT_EQ(Info.OnUnhandledException(&Fault.Pointers), 0);
+        std::string const sCode = Hex(nCode), sSp = Hex(Fault.Context.nSp), sName = szName;
+        EXPECT_EQ(Dialogs.CountHolding(
+                      "Unhandled Exception " + sName + " (" + sCode + ") at 0x1234ABCD\r\n" + sAccess + TAIL),
+            1);
+        std::string const sLine = sAccess.empty() ? "" : '<' + sAccess + '>';
+        EXPECT_THAT(g_sTrace,
+            MatchesRegex(START + sCode + " at Addres: 0x1234ABCD>" + sLine + REGISTERS + sName + DUMPS + sSp + WORDS));
+    }
+}
+
+TEST_F(ExceptionInfo, ThreadHandlesOneFaultAtATimeAndOnlyWhileItRuns)
+{
+    DialogScript_c const Dialogs;
+    static Fault_s s_Fault(plat::FAULT_ACCESS);
+    s_Fault.Record.Address = reinterpret_cast<Word_t>(&Complain);
+    Info.OnUnhandledException(&s_Fault.Pointers);
+    EXPECT_EQ(Dialogs.GetCount(), 0) << "not started";
+    for (int iRound = 1; iRound <= 2; ++iRound)
+    {
+        Info.Start();
+        InThreads(4, [](int) { Info.OnUnhandledException(&s_Fault.Pointers); });
+        EXPECT_EQ(Dialogs.GetCount(), 4 * iRound);
+        Info.Stop();
+        EXPECT_THAT(g_sTrace, testing::EndsWith("<Releasing debug SP><Releasing debug SP, done>"));
+    }
+    std::string const sModule = program_invocation_short_name;
+    EXPECT_THAT(g_sTrace, HasSubstr("<Exception in address space of module : " + sModule + "><Module loaded from : /"));
+    Info.Start();
+    auto const fnFormer = plat::DialogSetHandler(
+        [](plat::Dialog_t const &) { return static_cast<Answer_e>(5 + Info.OnUnhandledException(&s_Fault.Pointers)); });
+    EXPECT_EQ(Info.MessageBoxWithTrace(nullptr, "faults while it is shown", "", 0, 1, 0), 5);
+    plat::DialogSetHandler(fnFormer);
+    g_silentMode = true;
+    Info.OnUnhandledException(&s_Fault.Pointers);
+    g_silentMode = false;
+    EXPECT_EQ(Dialogs.GetCount(), 8);
+}
+
+TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
+{
+    auto const Fault = [](bool bTraced)
+    {
+        DialogScript_c const Dialogs({ Answer_e::Cancel });
+        bTraced ? ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) : 0;
+        Info.Start();
+        Fault_s const Divide(plat::FAULT_INTEGER_DIVIDE);
+        Info.OnUnhandledException(&Divide.Pointers);
+        std::_Exit(7 + Dialogs.GetCount());
+    };
+    EXPECT_EXIT(Fault(false), testing::ExitedWithCode(0x94), "");
+    EXPECT_EXIT(Fault(true), testing::ExitedWithCode(7), "");
+}
+
+TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
+{
+    TempFolder_c const Folder;
+    CurrentFolderScope_c const Current(Folder.GetPath());
+    Fault_s const Fault(plat::FAULT_INTEGER_DIVIDE);
+    Info.Start();
+    DialogScript_c const Dialogs({ Answer_e::Yes, Answer_e::No, Answer_e::Yes });
+    Info.OnUnhandledException(&Fault.Pointers);
+    EXPECT_EQ(Dialogs.CountHolding("Warning: \tNo such file or directory\n"), 1);
+    chmod(Folder.Write("RemoteDebug/rdebug.cmd", "#!/bin/sh\npwd > started\n").c_str(), 0700);
+    Info.OnUnhandledException(&Fault.Pointers);
+    EXPECT_EQ(Dialogs.CountHolding("Please attach by remote debugger and press ok"), 1);
+    plat::Event_c Never;
+    for (int i = 0; i < 1000 && Folder.Read("started").empty(); ++i)
+    {
+        EXPECT_FALSE(Never.WaitFor(10));
+    }
+    EXPECT_EQ(Folder.Read("started"), Folder.GetPath() + '\n');
+}
+
+TEST_F(ExceptionInfo, TraceNumbersNamesAndCuts)
+{
+    bool const bHelper = HasHelper();
+    std::string sExpected;
+    for (int i = 4; i < 14; ++i)
+    {
+        sExpected += (i < 10 ? "[[]0" : "[[]") + std::to_string(i) + "[]]\t"
+                     + (bHelper ? ".*Deep\t.*cexceptioninfo_test.cpp [(][0-9]+[)]\t\n" : "[?]\teip\t0x[0-9A-F]+\n");
+    }
+    EXPECT_THAT(Deep(20, 16384), MatchesRegex(sExpected));
+    EXPECT_EQ(Deep(20, 6), "[04]\t");
+    Fault_s Fault(plat::FAULT_ACCESS);
+    EXPECT_EQ(StackOf(&Fault.Pointers, 5, 0), "Stack Trace Failed:: zero eip");
+    DialogScript_c const Dialogs;
+    EXPECT_EQ(StackOf(nullptr, 5, 0), "");
+    Info.StackTrace(nullptr, 5, 5, 0, &Fault.Pointers);
+    EXPECT_EQ(Dialogs.CountHolding("Developer break"), 2);
+    Fault.Context.nIp = reinterpret_cast<Word_t>(static_cast<void (*)()>(std::terminate));
+    std::string const sName = bHelper ? "std::terminate" : "?";   // its library comes without lines
+    EXPECT_EQ(StackOf(&Fault.Pointers, 1, 0), "[00]\t" + sName + "\teip\t" + Hex(Fault.Context.nIp) + '\n');
+}
+
+TEST_F(ExceptionInfo, MessageBoxCarriesTheStackOfItsCaller)
+{
+    bool const bHelper = HasHelper();
+    DialogScript_c const Dialogs;
+    EXPECT_EQ(Complain(), 2);
+    std::string const sText = "Warning: \tbroken\tbroken\r\nFile: \tfile.cpp\r\nLine:\t1";
+    std::string const sStack = std::string("[04]\t") + (bHelper ? "(anonymous namespace)::Complain\t" : "?\teip\t0x");
+    EXPECT_EQ(Dialogs.CountHolding(sText + "\r\nStackTrace\r\n" + sStack), 1) << g_sTrace;
+    EXPECT_THAT(g_sTrace, HasSubstr("<MsgBox( Assertion failed )><" + sText + "><StackTrace><" + sStack));
+    EXPECT_EQ(g_sTrace.find("<Symbols Init Failed>") == std::string::npos, bHelper);
+}

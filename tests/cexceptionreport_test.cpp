@@ -1,0 +1,336 @@
+#include "zqcore/cexceptionreport.h"
+
+#include "tests/test_support.h"
+#include "zqcore/cexceptionreport_internal.h"
+
+#include "platform/checker.h"
+#include "platform/faults.h"
+#include "platform/modules.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+    using testing::ContainsRegex;
+    using testing::EndsWith;
+    using testing::HasSubstr;
+    using testing::Not;
+
+    constexpr bool IS_64_BIT = sizeof(void *) == 8;
+
+    struct Crash_t
+    {
+        int iSignal = 0;   // 0 for an exit
+        int iStatus = 0;   // of an exit
+        int nReports = 0;
+        std::string sReport, sLog, sOutput;
+        double tSeconds = 0.0;
+    };
+
+    // Runs the crasher in a folder, with a symbol helper.
+    Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments, std::string const & sHelper,
+        std::string const & sProgram = CRASHER_PATH)
+    {
+        auto const tStart = std::chrono::steady_clock::now();
+        std::string const sCommand = "cd '" + Folder.GetPath() + "' && ZQCORE_SYMBOLS='" + sHelper + "' exec '"
+                                     + sProgram + "' " + sArguments + " > out 2>&1 < /dev/null";
+        int const iStatus = std::system(sCommand.c_str());
+        Crash_t Crash;
+        Crash.tSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
+        Crash.iSignal = WIFSIGNALED(iStatus) ? WTERMSIG(iStatus) : 0;
+        Crash.iStatus = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 0;
+        Crash.sOutput = Folder.Read("out");
+        for (auto const & Entry : std::filesystem::recursive_directory_iterator(Folder.GetPath()))
+        {
+            if (Entry.path().extension() == ".rpt")
+            {
+                ++Crash.nReports;
+                Crash.sReport += Folder.Read(Entry.path().lexically_relative(Folder.GetPath()).string());
+            }
+        }
+        Crash.sLog = Folder.Read("message.log") + Folder.Read("mixed/message.log");
+        return Crash;
+    }
+
+    Crash_t RunAlone(std::string const & sArguments, std::string const & sHelper = "")
+    {
+        return RunIn(TempFolder_c(), sArguments, sHelper);
+    }
+
+    // The texts of a complete report with their line ends, in order, whatever stands between.
+    bool IsComplete(std::string const & sReport, std::string const & sException)
+    {
+        std::vector<std::string> dTexts = { "\nPROGRAM IS CRASHED!!!\r\nException code: " + sException
+                                                + "\r\nFault address:  ",
+            "\r\n\r\nRegisters:\r\nEAX:", "\r\nEBX:", "\r\nECX:", "\r\nEDX:", "\r\nESI:", "\r\nEDI:", "\r\n\nCS:EIP:",
+            "\r\n\nSS:ESP:", "  EBP:", "\r\n\nDS:", "  ES:", "  FS:", "  GS:", "\r\n\nFlags:" };
+        if (IS_64_BIT)
+        {
+            dTexts.insert(dTexts.end(), { "\r\n\nR8:", "\r\nR15:" });
+        }
+        char const STACK[] = "\r\nCall stack:\r\nAddress   Frame     Function            SourceFile\r\n";
+        dTexts.insert(dTexts.end(), { "\r\n\nMM0 = ", "\r\nMM7 = ", "\r\n", STACK, "\r\n\nCrash code disassembly:\n\n",
+                                        "      <--------- FAULT!!!\n",
+                                        "\n\n========================\r\n"
+                                        "Local Variables And Parameters\r\n",
+                                        STACK });
+        std::size_t nFrom = 0;
+        for (std::string const & sText : dTexts)
+        {
+            std::size_t const nAt = sReport.find(sText, nFrom);
+            EXPECT_NE(nAt, std::string::npos) << "no " << sText << " behind " << nFrom << " of\n" << sReport;
+            if (nAt == std::string::npos)
+            {
+                return false;
+            }
+            nFrom = nAt + sText.size() - (sText == "\r\n" ? 2 : 0);
+        }
+        return sReport.ends_with("\r\n\r\n\r\n");   // of the last line, of its frame, of the report
+    }
+}
+
+TEST(CrashReport, TellsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
+{
+    struct Row_t
+    {
+        std::string sArguments, sException;
+        int iSignal;
+    };
+    std::vector<Row_t> dRows = {
+        { "divide", "C0000094 INT_DIVIDE_BY_ZERO", SIGFPE },
+        { "quotient", "C0000095 INT_OVERFLOW", SIGFPE },
+        { "floatdivide", "C000008E FLT_DIVIDE_BY_ZERO", SIGFPE },
+        { "floatinvalid", "C0000090 FLT_INVALID_OPERATION", SIGFPE },
+        { "floatoverflow", "C0000091 FLT_OVERFLOW", SIGFPE },
+        { "floatunderflow", "C0000093 FLT_UNDERFLOW", SIGFPE },
+        { "floatinexact", "C000008F FLT_INEXACT_RESULT", SIGFPE },
+        { "floatdenormal", "C000008D FLT_DENORMAL_OPERAND", SIGFPE },
+        { "floatstack", "C0000092 FLT_STACK_CHECK", SIGFPE },
+        { "illegal", "C000001D ILLEGAL_INSTRUCTION", SIGILL },
+        { "privileged", "C0000096 PRIV_INSTRUCTION", SIGSEGV },
+        { "step", "80000004 SINGLE_STEP", SIGTRAP },
+        { "abort!", "80000003 BREAKPOINT", SIGTRAP },
+        { "pure", "80000003 BREAKPOINT", SIGTRAP },
+        { "stack", "C00000FD STACK_OVERFLOW", SIGSEGV },
+        { "stack thread", "C00000FD STACK_OVERFLOW", SIGSEGV },
+        { "stack worker", "C00000FD STACK_OVERFLOW", SIGSEGV },
+        { "bus", "C0000006 IN_PAGE_ERROR", SIGBUS },
+        { "throw", "E06D7363 Uncaught C++ exception std::runtime_error: what it says", SIGABRT },
+        { "throwint thread", "E06D7363 Uncaught C++ exception int", SIGABRT },
+        { "abort", "40000015 abort() was called", SIGABRT },
+    };
+#ifndef __SANITIZE_THREAD__   // whose own handler, ahead of ours, misaligns
+    dRows.push_back({ "misaligned", "80000002 DATATYPE_MISALIGNMENT", SIGBUS });
+#endif
+    if (!IS_64_BIT)
+    {
+        dRows.push_back({ "into", "C0000095 INT_OVERFLOW", SIGSEGV });
+        dRows.push_back({ "bound", "C000008C ARRAY_BOUNDS_EXCEEDED", SIGSEGV });
+    }
+    for (char const * szArguments : { "read", "write thread", "read worker", "wild", "read locked", "read lockedbeside",
+             "read two", "read callbackfaults", "read callbackhangs", "read otherscase" })
+    {
+        dRows.push_back({ szArguments, "C0000005 ACCESS_VIOLATION", SIGSEGV });
+    }
+    for (Row_t const & Row : dRows)
+    {
+        SCOPED_TRACE(Row.sArguments);
+        Crash_t const Crash = RunAlone(Row.sArguments);
+        EXPECT_TRUE(IsComplete(Crash.sReport, Row.sException));
+        EXPECT_EQ(Crash.iSignal, Row.iSignal) << "status " << Crash.iStatus << ": " << Crash.sOutput;
+        EXPECT_EQ(Crash.nReports, 1);
+        EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!\nCall stack functions:\n"));
+        EXPECT_THAT(Crash.sOutput, ContainsRegex("log closed\n(.*\n)*former handler\n"));
+        EXPECT_THAT(Crash.sLog, HasSubstr("\tCrash log saved at ."));
+        EXPECT_THAT(Crash.sLog, HasSubstr("\tCall stack functions:\n\n"));
+        EXPECT_LT(Crash.tSeconds, 15.0);
+    }
+}
+
+TEST(CrashReport, OutlivesACorruptedHeapAndEndsTheProcessByTheFault)
+{
+    if (plat::ADDRESS_CHECKER)
+    {
+        GTEST_SKIP() << "the address checker ends the process where the heap is overwritten";
+    }
+    Crash_t const Crash = RunAlone("read corrupt alone");
+    EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION"));
+    EXPECT_EQ(Crash.iSignal, SIGSEGV);
+    EXPECT_THAT(Crash.sOutput, EndsWith("log closed\n"));
+}
+
+// A call of no code has no code to list.
+TEST(CrashReport, ListsZerosWhereThereIsNoCode)
+{
+    Crash_t const Crash = RunAlone("call");
+    EXPECT_THAT(Crash.sReport, HasSubstr("\r\nFault address:  00000000 00:00000000 \r\n"));
+    EXPECT_THAT(Crash.sReport, HasSubstr("Crash code disassembly:\n\n00000000: add "));
+    EXPECT_EQ(Crash.iSignal, SIGSEGV);
+}
+
+TEST(CrashReport, EndsASilentProcessBehindTheFirstCallStack)
+{
+    for (char const * szFault : { "read silent", "abort! silent" })
+    {
+        Crash_t const Crash = RunAlone(szFault);
+        EXPECT_EQ(Crash.iStatus, 1);
+        EXPECT_EQ(Crash.sOutput, "");
+        EXPECT_THAT(Crash.sReport, ContainsRegex("\r\nCall stack:\r\n.*SourceFile\r\n(.*\r\n)+$"));
+        EXPECT_THAT(Crash.sReport, Not(HasSubstr("disassembly")));
+        EXPECT_THAT(Crash.sLog, HasSubstr("Call stack functions:"));
+    }
+}
+
+TEST(CrashReport, GoesOnWithoutAFileAndWithAFullDisk)
+{
+    Crash_t const NoFolder = RunAlone("read nofolder");
+    EXPECT_EQ(NoFolder.nReports, 0);
+    EXPECT_EQ(NoFolder.iSignal, SIGSEGV);
+    EXPECT_THAT(NoFolder.sOutput, ContainsRegex("Call stack functions:\n(.*\n)*log closed\nformer handler\n"));
+    Crash_t const Full = RunAlone("read full");
+    EXPECT_EQ(Full.sReport.size(), 300u);
+    EXPECT_EQ(Full.iSignal, SIGSEGV);
+    EXPECT_THAT(Full.sLog, HasSubstr("Call stack functions:"));
+}
+
+TEST(CrashReport, OutlivesItsHelperAndItsOwnFaults)
+{
+    TempFolder_c const Folder;
+    auto const Helper = [&Folder](char const * szScript)
+    {
+        std::string const sPath = Folder.Write("helper", std::string("#!/bin/sh\n") + szScript);
+        std::filesystem::permissions(sPath, std::filesystem::perms::owner_all);
+        return sPath;
+    };
+    for (char const * szScript : { "exit 1", "kill -SEGV $$", "echo nonsense >&0", "exec >/dev/null; sleep 100" })
+    {
+        Crash_t const Crash = RunAlone("read", Helper(szScript));
+        EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION")) << szScript;
+        EXPECT_EQ(Crash.iSignal, SIGSEGV) << szScript;
+        EXPECT_LT(Crash.tSeconds, 10.0) << szScript;
+    }
+    Crash_t const Faulting = RunAlone("read reportfaults", Helper("sleep 100"));
+    EXPECT_THAT(Faulting.sReport, EndsWith("MM7 = 0000000000000000\r\n"));
+    EXPECT_THAT(Faulting.sOutput, HasSubstr("log closed\nformer handler\n"));
+    EXPECT_EQ(Faulting.iSignal, SIGSEGV);
+    EXPECT_LT(Faulting.tSeconds, 4.0);
+}
+
+TEST(CrashReport, NamesFunctionsLinesAndVariables)
+{
+    if (access(ZQSYMBOLS_PATH, X_OK) != 0)
+    {
+        GTEST_SKIP() << "zqsymbols is not built here: libdw was not found";
+    }
+    Crash_t const Crash = RunAlone("read dialog", ZQSYMBOLS_PATH);
+    char const FRAME[] = "ReadNowhere\\+[0-9A-F]+   [^ ]*/tests/crasher/nowhere.h\\([0-9]+\\): return "
+                         "\\*static_cast<int volatile \\*>\\(g_pNowhere\\)";
+    EXPECT_THAT(Crash.sReport, ContainsRegex(FRAME));
+    EXPECT_THAT(Crash.sLog, ContainsRegex(FRAME));
+    EXPECT_THAT(
+        Crash.sReport, ContainsRegex("; *return \\*static_cast<int volatile [^\n]*\n[^\n]*\n?[^\n]*FAULT!!!\n"));
+    EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!"));
+    for (char const * szVariable : {
+             "\tParameter 'iFirst' = 5\r\n",
+             "\tParameter 'szSecond' = \"second\"\r\n",
+             "\tLocal 'iLocal' = 1234\r\n",
+             "\tLocal 'fLocal' = 1.500000\r\n",
+             "\tLocal 'szLocal' = \"a text of more than thirty-one \"\r\n",
+             "\tLocal 'szWild' = 40\r\n",
+             "Outer_t\r\n\t\t (anonymous namespace)::Inner_t\r\n\t\t\t iNumber = 7\r\n\t\t\t szText = \"seven\"\r\n\r\n"
+             "\t\t fValue = 2.250000\r\n\t\t Inner\r\n\t\t\t iNumber = 8\r\n\t\t\t szText = \"eight\"\r\n\r\n\r\n",
+         })
+    {
+        EXPECT_THAT(Crash.sReport, HasSubstr(szVariable));
+    }
+}
+
+TEST(CrashReport, AppendsToTheReportOfTheSameSecond)
+{
+    for (int iTry = 0; iTry < 20; ++iTry)
+    {
+        TempFolder_c const Folder;
+        RunIn(Folder, "read", "");
+        Crash_t const Crash = RunIn(Folder, "write", "");
+        if (Crash.nReports == 1)
+        {
+            std::size_t const nSecond = Crash.sReport.rfind("\nPROGRAM IS CRASHED!!!");
+            EXPECT_TRUE(IsComplete(Crash.sReport.substr(0, nSecond), "C0000005 ACCESS_VIOLATION"));
+            EXPECT_TRUE(IsComplete(Crash.sReport.substr(nSecond), "C0000005 ACCESS_VIOLATION"));
+            return;
+        }
+    }
+    FAIL() << "no two crashes in a second";
+}
+
+TEST(CrashReport, NamesAStrippedProgramByItsSections)
+{
+    TempFolder_c const Folder;
+    std::string const sProgram = Folder.MakeFolder("a.folder") + "/crasher";
+    if (std::system(("strip -o '" + sProgram + "' '" CRASHER_PATH "'").c_str()) != 0)
+    {
+        GTEST_SKIP() << "no strip here";
+    }
+    Crash_t const Crash = RunIn(Folder, "read autoname", ZQSYMBOLS_PATH, sProgram);
+    EXPECT_THAT(Crash.sReport, ContainsRegex("Fault address:  [0-9A-F]+ [0-9A-F]{2}:[0-9A-F]{8} " + sProgram));
+    EXPECT_THAT(
+        Crash.sReport, ContainsRegex("SourceFile\r\n[0-9A-F]+  [0-9A-F]+  [0-9A-F]{4}:[0-9A-F]{8} " + sProgram));
+    EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION"));
+    EXPECT_THAT(Crash.sOutput, HasSubstr(Folder.GetPath() + "/a.RPTder/crasher\n"));
+}
+
+TEST(CrashReportSource, GivesLinesThatEndInCarriageReturnAndLineFeed)
+{
+    TempFolder_c const Folder;
+    exceptionreport::SourceFile_c const Source(Folder.Write("a.cpp", "first\r\n\r\n  third \r\nno end").c_str());
+    exceptionreport::SourceFile_c const Other(Folder.Write("b.cpp", "first\nsecond\n").c_str());
+    exceptionreport::SourceFile_c const Missing(Folder.Join("c.cpp").c_str());
+    char szText[8];
+    for (auto const & [iLine, szExpected] : { std::pair(1u, "first"), { 2u, "" }, { 3u, "  third" } })
+    {
+        EXPECT_TRUE(Source.GetLine(iLine, szText, sizeof szText));
+        EXPECT_STREQ(szText, szExpected);
+    }
+    EXPECT_FALSE(Source.GetLine(0, szText, sizeof szText) || Source.GetLine(4, szText, sizeof szText));
+    EXPECT_FALSE(Other.GetLine(1, szText, sizeof szText) || Missing.GetLine(1, szText, sizeof szText));
+}
+
+TEST(CrashReportModules, FindTheSectionOfAnAddress)
+{
+    static int s_iData = 1;
+    auto const Find = [](void const * pAddress)
+    {
+        plat::ModulePlace_t Place;
+        bool const bFound = plat::ModuleFind(reinterpret_cast<std::uintptr_t>(pAddress), &Place);
+        return std::tuple(bFound, std::string(Place.szPath), Place.iSection, Place.nOffset);
+    };
+    std::string const sProgram = std::filesystem::read_symlink("/proc/self/exe").string();
+    auto const [bData, sData, iData, nData] = Find(&s_iData);
+    auto const [bNext, sNext, iNext, nNext] = Find(reinterpret_cast<char const *>(&s_iData) + 1);
+    auto const [bText, sText, iText, nText] = Find(reinterpret_cast<void const *>(&RunIn));
+    EXPECT_TRUE(bData && bNext && bText);
+    EXPECT_EQ(std::tie(sData, sText), std::tie(sProgram, sProgram));
+    EXPECT_EQ(std::tuple(iData, nData + 1), std::tuple(iNext, nNext));
+    EXPECT_LT(iText, iData);
+    EXPECT_EQ(std::get<0>(Find(nullptr)), false);
+    EXPECT_EQ(Find(&bText), std::tuple(false, "[stack]", 0u, std::get<3>(Find(&bText))));
+}
+
+TEST(CrashReportOutside, KnowsNothingAndCapturesTheCallersRegisters)
+{
+    char szName[16];
+    plat::FaultContext_t Context;
+    plat::FaultContextCapture(&Context);
+    EXPECT_EQ(ExceptionReport_c::CrashLog("%s", "text"), 0);
+    EXPECT_EQ(g_ExceptionReport.GetSymbol(Context.nIp, szName, sizeof szName), ~0ull);
+    EXPECT_EQ(g_ExceptionReport.LogSourceString(Context.nIp, 7), 7u);
+    EXPECT_EQ(Context.nBp, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)));
+    EXPECT_LT(Context.nSp, Context.nBp);
+    EXPECT_EQ(Context.nThread, static_cast<std::uint32_t>(gettid()));
+    EXPECT_EQ(Context.nCs, IS_64_BIT ? 0x33u : 0x23u);
+}

@@ -1,0 +1,252 @@
+#include "zqcore/cfiletrack.h"
+
+#include "tests/media_fixture.h"
+
+#include "zqcore/cfiletrack_internal.h"
+
+#include <cstdlib>
+#include <sched.h>
+#include <sys/wait.h>
+
+namespace
+{
+    // What happens at the nth sleep of the lock test, which takes no time here.
+    int g_nSleeps = 0;
+    std::function<void(int nSleeps)> g_fnAtSleep;
+
+    // A tree of known files, and a log of callbacks.
+    class FileTrack : public MediaTest
+    {
+    protected:
+        FileTrack()
+        {
+            g_nSleeps = 0;
+            g_fnAtSleep = [](int) {};
+            g_fnTrackSleep = [](int) { g_fnAtSleep(++g_nSleeps); };
+            g_FileTrackChangesCallbacker.Add(Tell, false);
+            Make({ { "a.txt", "a" }, { "b.txt", "b" }, { "sub/c.txt", "c" }, { "loop/d.csv", "d" },
+                { "\u00E9.txt", "e" } });
+            fs::create_directory_symlink("..", Folder.Join("loop/up"));
+        }
+
+        ~FileTrack() override
+        {
+            FileTrackShutdown();
+            g_FileTrackChangesCallbacker.Reset();
+            g_fnTrackSleep = m_fnSleep;
+        }
+
+        void Track()
+        {
+            ASSERT_TRUE(Scan());
+            FileTrackChanges(Folder.GetPath().c_str());
+        }
+
+        // Runs a command in the tree; whether it succeeded.
+        bool Run(std::string const & sCommand) const
+        {
+            return std::system(("cd " + Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").c_str()) == 0;
+        }
+
+        // The names told since the last call, joined by blanks.
+        static std::string Told()
+        {
+            s_dTold.clear();
+            FileTrackDoWork();
+            std::string sTold;
+            for (std::string const & sName : s_dTold)
+            {
+                sTold += (sTold.empty() ? "" : " ") + sName;
+            }
+            return sTold;
+        }
+
+        void (*const m_fnSleep)(int) = g_fnTrackSleep;
+    };
+
+    struct Program_s
+    {
+        char const * szProgram;
+        char const * szCommand;
+        char const * szTold;
+    };
+
+    void PrintTo(Program_s const & Program, std::ostream * pOut)
+    {
+        *pOut << Program.szCommand;
+    }
+
+    class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_s>
+    {};
+}
+
+TEST_P(FileTrackProgram, IsToldOnceOfEachChange)
+{
+    auto const [szProgram, szCommand, szTold] = GetParam();
+    if (!Run(std::string("command -v ") + szProgram))
+    {
+        GTEST_SKIP() << "no " << szProgram << " on this machine";
+    }
+    Track();
+    ASSERT_TRUE(Run(szCommand)) << szCommand;
+    EXPECT_EQ(Told(), szTold) << szCommand;
+    EXPECT_EQ(Told(), "") << "said again";
+}
+
+INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
+    testing::Values(Program_s{ "sh", "echo new > a.txt", "a.txt" }, Program_s{ "sh", "echo more >> a.txt", "a.txt" },
+        Program_s{ "sh", "echo 1 > a.txt; echo 2 > b.txt; echo 3 > a.txt", "a.txt b.txt" },
+        Program_s{ "cp", "cp b.txt a.txt", "a.txt" },
+        Program_s{ "cp", "cp -f --remove-destination b.txt a.txt", "a.txt" },
+        Program_s{ "cp", "cp -r sub new/ && mkdir deep && cp -r sub deep", "c.txt c.txt" },
+        Program_s{ "mv", "mv b.txt a.txt", "a.txt" }, Program_s{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
+        Program_s{ "mkdir", "mkdir -p n/e/w && echo x > n/e/w/a.txt", "a.txt" },
+        Program_s{ "touch", "touch a.txt", "a.txt" }, Program_s{ "install", "install b.txt a.txt", "a.txt" },
+        Program_s{ "sed", "sed -i s/a/b/ a.txt", "a.txt" },
+        Program_s{ "perl", "perl -i.bak -pe s/a/b/ a.txt", "a.txt" },
+        Program_s{ "vim", "vim -es -u NONE -c s/a/b/ -c wq a.txt", "a.txt" },
+        Program_s{ "vim", "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
+        Program_s{ "ed", "printf '1d\\nwq\\n' | ed -s a.txt", "a.txt" },
+        Program_s{ "rsync", "rsync -I b.txt sub/c.txt", "c.txt" },
+        Program_s{ "sh", "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
+        // No callback: a name is made, is deleted, or goes to a free place.
+        Program_s{ "touch", "rm a.txt && touch a.txt", "" },
+        Program_s{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
+        Program_s{ "mv", "rm a.txt && mv b.txt a.txt", "" }, Program_s{ "mv", "mv sub dir; mv loop/d.csv d", "" },
+        Program_s{ "chmod", "chmod 600 a.txt", "" }));
+
+TEST_F(FileTrack, TellsOfEachFileOfACheckout)
+{
+    if (!Run("command -v git"))
+    {
+        GTEST_SKIP() << "no git on this machine";
+    }
+    std::string sAll;
+    for (int i = 100; i < 200; ++i)
+    {
+        Folder.Write(std::to_string(i), "1");
+        sAll += (i > 100 ? " " : "") + std::to_string(i);
+    }
+    Track();
+    ASSERT_TRUE(Run("export EMAIL=a@b.c && git init -q && git add . && git commit -qm1 && "
+                    "for i in $(seq 100 199); do echo 22 > $i; done && git commit -qam2"));
+    Told();
+    ASSERT_TRUE(Run("git checkout -q HEAD~1"));
+    EXPECT_EQ(Told(), sAll);
+}
+
+TEST_F(FileTrack, WaitsForWritersWithinLimits)
+{
+    Track();
+    // Tries that find the file held, what is told, and the number in the line, 0 for no line.
+    for (auto const & [nHeld, szTold, nSaid] : Rows_t<int, char const *, int>{ { 0, "a.txt b.txt", 0 },
+             { 9, "a.txt b.txt", 0 }, { 10, "a.txt b.txt", 11 }, { 499, "a.txt b.txt", 500 }, { 500, "b.txt", 501 } })
+    {
+        Log.Clear();
+        g_nSleeps = 0;
+        Make({ { "a.txt", "x" }, { "b.txt", "x" } });
+        std::FILE * pWriter = nHeld ? std::fopen(Folder.Join("a.txt").c_str(), "a") : nullptr;
+        g_fnAtSleep = [pWriter, n = nHeld](int nSleeps)
+        { nSleeps == n ? static_cast<void>(std::fclose(pWriter)) : void(); };
+        EXPECT_EQ(Told(), szTold) << nHeld;
+        std::string const sLine = "\n>>>FileTracker: Trying to refresh [" + Folder.GetPath() + "\\a.txt]( "
+                                  + std::to_string(nSaid) + " lock-test failed ).\n ";
+        EXPECT_EQ(Log.CountHolding(sLine), nSaid ? 1 : 0) << Log.GetText();
+        EXPECT_EQ(Log.CountHolding("FileTracker"), nSaid ? 1 : 0);
+        Told();   // what the writer's own close was
+    }
+    Make({ { "a.txt", "y" }, { "b.txt", "y" } });
+    g_nSleeps = 0;
+    g_fnAtSleep = [&](int nSleeps) { nSleeps == 1 ? static_cast<void>(fs::remove(Folder.Join("b.txt"))) : void(); };
+    EXPECT_EQ(Told(), "a.txt") << "the other one went away before its test";
+    EXPECT_EQ(g_nSleeps, 501);
+}
+
+TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
+{
+    Track();
+    FileTrackSetIgnoreExtList("csv .txt .CSV");
+    Make({ { "a.txt", "x" }, { "loop/d.csv", "x" } });
+    EXPECT_EQ(Told(), "d.csv");
+    FileTrackSetIgnoreExtList("csv txt");
+    for (auto const & [nLast, bFits] : Rows_t<std::size_t, bool>{ { 15, true }, { 16, false } })
+    {
+        Make({ { "a.txt", "x" } });     // of 24 bytes
+        for (int i = 10; i < 29; ++i)   // of 12 and 2 * 99 each, rounded up to 212
+        {
+            Folder.Write(std::string(97, 'n') + std::to_string(i), "x");
+        }
+        Folder.Write(std::string(nLast, 'z'), "x");   // up to 4094, or over it
+        EXPECT_EQ(Told(), bFits ? "a.txt" : "") << nLast;
+    }
+    Make({ { "a.txt", "x" } });
+    EXPECT_EQ(Told(), "a.txt") << "the next batch";
+}
+
+TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
+{
+    Track();
+    Make({ { "a.txt", "x" }, { "b.txt", "x" } });
+    g_FileTrackChangesCallbacker.Add([](char const *) { FileTrackDoWork(); }, false);
+    EXPECT_EQ(Told(), "a.txt b.txt");
+    g_FileTrackChangesCallbacker.Add([](char const *) { FileTrackShutdown(); }, false);
+    Make({ { "a.txt", "x" }, { "b.txt", "x" } });
+    EXPECT_EQ(Told(), "a.txt");
+    EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
+    Track();   // and in place of a watch that is on
+    FileTrackChanges((Folder.GetPath() + "\\SUB").c_str());
+    EXPECT_EQ(g_dOpenTracks.GetLength(), 1);
+    ASSERT_TRUE(Run("echo x > a.txt; echo x > sub/c.txt"));
+    EXPECT_EQ(Told(), "c.txt");
+    ASSERT_TRUE(Run("rm -r sub; mkdir sub; echo x > sub/c.txt"));
+    EXPECT_EQ(Told(), "") << "the watched folder is gone";
+}
+
+TEST_F(FileTrack, RefusesWhatItCantWatch)
+{
+    FileTrackChanges(Folder.Join("a.txt").c_str());
+    EXPECT_EQ(Log.Count("FileTrackChanges - Can't open directory \"" + Folder.Join("a.txt") + "\" handle... \n"), 1)
+        << Log.GetText();
+    EXPECT_EQ(Dialogs.CountHolding("opening of file '" + Folder.Join("a.txt") + "' failed!"), 1);
+    auto const TrackWithThreeWatches = [this]   // the root, sub and loop
+    {
+        if (unshare(CLONE_NEWUSER) != 0 || !(std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush))
+        {
+            std::_Exit(2);
+        }
+        SetAchtungs(false);
+        LogToStandardError();
+        FileTrackChanges(Folder.GetPath().c_str());
+        int const nTracked = g_dOpenTracks.GetLength();
+        FileTrackShutdown();
+        std::_Exit(nTracked);
+    };
+    static int s_iStatus;
+    for (int nTracked : { 1, 0 })
+    {
+        EXPECT_EXIT(
+            TrackWithThreeWatches(), [](int iStatus) { return WIFEXITED(s_iStatus = iStatus); },
+            nTracked == 1 ? "^$" : "Can't open directory|^$");
+        if (WEXITSTATUS(s_iStatus) == 2)
+        {
+            GTEST_SKIP() << "the system gives no namespace with few watches";
+        }
+        EXPECT_EQ(WEXITSTATUS(s_iStatus), nTracked);
+        Folder.MakeFolder("one/too/many");
+    }
+}
+
+TEST_F(FileTrack, RefreshFindsNewFilesOfKnownFolders)
+{
+    ASSERT_TRUE(Scan());
+    Make({ { "NEW.txt", "12" }, { "sub/a.txt", "twin" }, { "unseen/z.txt", "z" } });
+    FileRefresh();
+    std::ptrdiff_t const nBlocks = FileBlocks();
+    FileRefresh();
+    EXPECT_EQ(FileBlocks(), nBlocks) << "the second time";
+    EXPECT_EQ(Keys(), "a.txt b.txt c.txt d.csv new.txt \u00E9.txt");
+    EXPECT_EQ(FileStream("new.txt")->iLength, 0);
+    EXPECT_EQ(Contents(FileOpen("new.txt")), "12");
+    FileClose(FileStream("new.txt"));
+    EXPECT_FALSE(FileStream("a.txt")->bDuplicate);
+}

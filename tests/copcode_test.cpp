@@ -1,0 +1,166 @@
+#include "zqcore/copcode.h"
+#include "zqcore/copcode_internal.h"
+
+#include "tests/test_support.h"
+#include "tests/zqtool_support.h"
+
+namespace
+{
+    std::vector<unsigned char> Bytes(std::string const & sHex)
+    {
+        std::vector<unsigned char> dBytes;
+        for (std::size_t i = 0; i < sHex.size(); i += 3)
+        {
+            dBytes.push_back(static_cast<unsigned char>(std::stoi(sHex.substr(i, 2), nullptr, 16)));
+        }
+        return dBytes;
+    }
+
+    /// Keeps the lines; knows the function Blit at 0x401000 and a source line for each address.
+    class Lines_c final : public CodeListingSink_c
+    {
+    public:
+        void WriteLine(char const * szLine) override { dLines.push_back(szLine); }
+        unsigned WriteSource(std::uint64_t Address, unsigned nLastLine) override
+        {
+            dLines.push_back(Hex(nLastLine));
+            return static_cast<unsigned>(Address & 0xFF);
+        }
+        std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override
+        {
+            EXPECT_EQ(nSize, 1008u);
+            EXPECT_NE(Address, 0u);
+            std::snprintf(szName, nSize, "Blit");
+            return Address >= 0x401000 && Address < 0x401100 ? static_cast<std::int64_t>(Address - 0x401000) : -1;
+        }
+        static std::string Hex(unsigned n) { return testing::PrintToString(n); }
+
+        std::vector<std::string> dLines;
+    };
+
+    std::vector<std::string> Listing(
+        int nBits, std::string const & sHex, std::uint64_t Address, std::uint64_t Fault = 1)
+    {
+        std::vector<unsigned char> const dCode = Bytes(sHex);
+        CodeListing_c Listing(dCode.data(), dCode.size(), Address, nBits == 64 ? OPCODE_64_BIT : OPCODE_32_BIT);
+        Listing.SetFaultAddress(Fault);
+        Listing.Decode();
+        Lines_c Lines;
+        Listing.Write(Lines);
+        return Lines.dLines;
+    }
+
+    struct Table_s
+    {
+        std::size_t nGroups, nRows, nBytes;
+        bool operator==(Table_s const &) const = default;
+    };
+
+    Table_s Expanded(bool b64Bit)
+    {
+        auto const [pBytes, nBytes] = OpcodeTable(b64Bit);
+        std::vector<unsigned char> dTable(OPCODE_PAGES_SIZE);
+        Table_s Table{ pBytes[OPCODE_HEADER_SIZE], 0, OpcodeExpand(pBytes, nBytes, dTable.data(), dTable.size()) };
+        for (std::size_t iGroup = 1; iGroup <= Table.nGroups; ++iGroup)
+        {
+            unsigned char const * p = dTable.data() + OpcodeWord(dTable.data() + 4 * iGroup);
+            for (; *p != 0; ++Table.nRows)
+            {
+                p += 1 + *p;   // the pattern
+                p += 1 + *p;
+            }
+        }
+        return Table;
+    }
+}
+
+TEST(Opcode, WritesInstructions)
+{
+    for (auto const & [nBits, szBytes, szText] :
+        Rows_t<int, char const *, char const *>{ { 32, "66 05 34 12", "add    ax,1234" },
+            { 32, "05 34 12 00 80", "add    eax,80001234" }, { 32, "00 03", "add    [ebx],al" },
+            { 32, "8b 45 f8", "mov    eax,dword ptr [ebp-08]" }, { 32, "f3 90", "pause  " }, { 32, "90", "nop    " },
+            { 32, "f3 a4", "rep    movsb" }, { 32, "f3 64 a5", "rep    movs dword ptr es:[edi],dword ptr fs:[esi]" },
+            { 32, "64 89 03", "mov    fs:[ebx],eax" }, { 32, "64 33 c0", "xor    eax,eax" },
+            { 32, "a1 00 10 40 00", "mov    eax,dword ptr [Blit (00401000)]" },
+            { 32, "8b 80 10 10 40 00", "mov    eax,dword ptr [eaxBlit+10 (+401010)]" },
+            { 32, "a1 00 00 00 00", "mov    eax,dword ptr [00000000]" }, { 32, "eb fe", "jmp    Blit+20 (00401020)" },
+            { 32, "e8 db 0f c0 ff", "call   00002000" }, { 32, "67 8b 46 10", "mov    eax,dword ptr [bp+10]" },
+            { 32, "83 ec 18", "sub    esp,+18" }, { 32, "9a 00 00 50 00 08 00", "call   0008:00500000" },
+            { 32, "0f 0f c1 9e", "pfadd  mm0,mm1" }, { 32, "66 0f 6e c0", "movd   xmm0,eax" },
+            { 32, "8e f8", "mov    ?7s,ax" }, { 32, "0f 05", "db     0f" }, { 32, "0f", "db     0f" },
+            { 64, "48 8b 05 d9 ff ff ff", "mov    rax,qword ptr [rel Blit (00401000)]" },
+            { 64, "c7 05 d6 ff ff ff 01 00 00 00", "mov    dword ptr [rel Blit (00401000)],00000001" },
+            { 64, "67 8b 05 d9 1f 00 00", "mov    eax,dword ptr [rel 00403000]" },
+            { 64, "48 b8 88 77 66 55 44 33 22 11", "mov    rax,1122334455667788" },
+            { 64, "48 05 ff ff ff ff", "add    rax,ffffffffffffffff" },
+            { 64, "42 8b 44 a5 00", "mov    eax,dword ptr [rbp+r12*4+00]" }, { 64, "40 8a f7", "mov    sil,dil" },
+            { 64, "8a f7", "mov    dh,bh" }, { 64, "48 66 8b c3", "mov    ax,bx" }, { 64, "41 ff d3", "call   r11" },
+            { 64, "49 90", "xchg   r8,rax" }, { 64, "06", "db     06" }, { 64, "f3 0f 1e fa", "endbr64 " },
+            { 64, "2e 8b 01", "mov    eax,dword ptr [rcx]" } })
+    {
+        std::vector<std::string> const dLines = Listing(nBits, szBytes, 0x401020);
+        EXPECT_EQ(dLines.at(1), std::string("00401020: ") + szText) << nBits << " bits: " << szBytes;
+    }
+}
+
+TEST(Opcode, ListsASpan)
+{
+    EXPECT_THAT(Listing(32, "90 66 90 c3 66 f3", 0x10, 0x13),
+        testing::ElementsAre("4294967295", "00000010: nop    ", "16", "00000011: nop    ", "17",
+            "00000013: ret          <--------- FAULT!!!"));   // of the prefixes at the end, nothing
+    EXPECT_THAT(Listing(64, "90 c3", 0x7F0012345678, 0x7F0012345677),
+        testing::ElementsAre("4294967295", "7f0012345678: nop    ", "120", "7f0012345679: ret    "));
+    std::vector<unsigned char> const dCode(2000, 0x90);
+    CodeListing_c Listing(dCode.data(), dCode.size(), 0);
+    EXPECT_EQ(Listing.Decode(), 1024u);
+    EXPECT_EQ(Listing.GetDecodedBytes(), 1024u);
+}
+
+TEST(Opcode, ExpandsTheTableExactlyAndRefusesADamagedOne)
+{
+    EXPECT_EQ(Expanded(false), (Table_s{ 28, 990, 15180 }));
+    EXPECT_EQ(Expanded(true), (Table_s{ 30, 975, 15385 }));
+
+    auto const [pBytes, nBytes] = OpcodeTable(false);
+    std::vector<unsigned char> dTable(15180);
+    EXPECT_EQ(OpcodeExpand(pBytes, nBytes, dTable.data(), dTable.size()), dTable.size());
+    EXPECT_EQ(OpcodeExpand(pBytes, nBytes, dTable.data(), dTable.size() - 1), 0u);
+    EXPECT_EQ(OpcodeExpand(pBytes, nBytes - 1, dTable.data(), dTable.size()), 0u);
+    std::vector<unsigned char> dDamaged(pBytes, pBytes + nBytes);
+    dDamaged[OPCODE_HEADER_SIZE + 1] = 0x07;   // the first string takes units of a string that there is not
+    EXPECT_EQ(OpcodeExpand(dDamaged.data(), nBytes, dTable.data(), dTable.size()), 0u);
+}
+
+TEST(Opcode, TheGeneratorNamesTheLineOfAnError)
+{
+    TempFolder_c const Folder;
+    for (auto const & [szLine, szError] :
+        Rows_t<char const *, char const *>{ { "8B @sz | mov {1:b}", "no group 'sz' in this mode" },
+            { "8B | mov {2:b}", "no such field or kind: '2:b'" },
+            { "8B +1 | mov {2:d}", "no such field or kind: '2:d'" },
+            { "8B/70 | mov", "bits outside of the mask: '8B/70'" }, { "+16 | mov", "1 to 15 bytes are taken at once" },
+            { "8G | mov", "no number: '8G'" }, { "8B | mov {1", "a '{' without '}'" },
+            { "8B mov", "neither a row nor a group" },
+            { "8B |", "a row needs a pattern and a format of at most 255 bytes" } })
+    {
+        std::string const sFile = Folder.Write("rows.txt", std::string("group root\n90 | nop # fine\n") + szLine);
+        Result_s const Result = RunShell(OPCODETABLE_PATH " " + Folder.Join("table.inc") + " " + sFile + " 2>&1");
+        EXPECT_EQ(Result.iStatus, 1);
+        EXPECT_EQ(Result.sOutput, "opcodetable: " + sFile + "(3): " + szError + "\n");
+    }
+}
+
+TEST(ZqtoolDisasm, ListsAFileOfAnyLength)
+{
+    TempFolder_c const Folder;
+    std::string const sFile = Folder.Write("code.bin", std::string(1500, '\x90') + "\xE9\xFB\xFF\xFF\xFF\x66");
+    Result_s const Result = RunTool("disasm --bits 32 --base 0x1000 " + sFile);
+    EXPECT_EQ(Result.iStatus, 0);
+    EXPECT_EQ(std::count(Result.sOutput.begin(), Result.sOutput.end(), '\n'), 1501);
+    EXPECT_THAT(Result.sOutput, testing::StartsWith("00001000: nop    \n"));
+    EXPECT_THAT(Result.sOutput, testing::EndsWith("000015db: nop    \n000015dc: jmp    000015dc\n"));
+    EXPECT_EQ(RunTool("disasm --bits 16 " + sFile).iStatus, 2);
+    EXPECT_EQ(RunTool("disasm --base 12x " + sFile).iStatus, 2);
+    EXPECT_EQ(RunTool("disasm " + Folder.Join("none")).iStatus, 1);
+}

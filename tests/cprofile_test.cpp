@@ -1,0 +1,293 @@
+#include "platform/asyncwrite.h"
+#include "tests/test_support.h"
+#include "zqcore/ccrc.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilename.h"
+#include "zqcore/cprofile_internal.h"
+#include "zqcore/ctimer.h"
+
+#include <array>
+#include <csignal>
+#include <random>
+#include <sys/resource.h>
+
+namespace
+{
+    constexpr char LOST[] = "ProfilerSwapStats: failed to write file - Ivo Renning";
+
+    // Makes every disk full behind so many bytes of a file.
+    void LimitFiles(rlim_t nBytes)
+    {
+        rlimit Limit;
+        ::getrlimit(RLIMIT_FSIZE, &Limit);
+        Limit.rlim_cur = std::min(nBytes, Limit.rlim_max);
+        ::setrlimit(RLIMIT_FSIZE, &Limit);
+        std::signal(SIGXFSZ, nBytes < Limit.rlim_max ? SIG_IGN : SIG_DFL);
+    }
+
+    // Pushes names and pops at ")"; a name with "/" goes under the root.
+    void Brackets(std::initializer_list<char const *> dNames)
+    {
+        for (char const * szName : dNames)
+        {
+            *szName == ')' ? ProfilerPop() : ProfilerPush(szName, *szName == '/');
+        }
+    }
+
+    // The tree below a timer with the calls in a frame: "a*1(b*2 c*1)".
+    std::string Tree(profiler::timer_t const * pParent, int iFrame = 0)
+    {
+        std::string sTree;
+        for (profiler::timer_t const * p = pParent->pChild; p; p = p->pNext)
+        {
+            sTree += std::string(sTree.empty() ? "" : " ") + static_cast<char const *>(p->szName) + "*"
+                     + std::to_string(p->dFrames[iFrame].nCalls) + (p->pChild ? "(" + Tree(p, iFrame) + ")" : "");
+        }
+        return sTree;
+    }
+
+    using Frames_t = std::vector<std::pair<std::int64_t, std::uint32_t>>;   // time and calls
+
+    using Figures_t = std::array<std::int64_t, 4>;   // mean, peak, its calls, its slot
+
+    // The figures after the last of these frames, worked out by looking back.
+    Figures_t LookBack(Frames_t const & dFrames)
+    {
+        Figures_t dFigures{ 0, 0, 0, -1 };
+        std::int64_t nCount = 0;
+        for (std::size_t i = dFrames.size(); i-- > 0 && nCount < 149; ++nCount)
+        {
+            dFigures[0] += dFrames[i].first;
+            if (dFrames[i].first > dFigures[1])
+            {
+                dFigures = { dFigures[0], dFrames[i].first, dFrames[i].second, static_cast<std::int64_t>(i % 150) };
+            }
+        }
+        dFigures[0] /= nCount;
+        return dFigures;
+    }
+
+    class Profiler : public testing::TestWithParam<bool>
+    {
+    protected:
+        Profiler()
+        {
+            Module_c::Register(ModuleProfiler_c::Get());
+            Module_c::InitializeAllModules();
+        }
+        ~Profiler() override
+        {
+            LimitFiles(RLIM_INFINITY);
+            plat::AsyncFile_c::AllowBeside(true);
+            Module_c::ShutdownAllModules();
+        }
+
+        LogCapture_c m_Log;
+        DialogScript_c m_Dialogs;
+        TempFolder_c m_Folder;
+    };
+}
+
+TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
+{
+    constexpr char LONG_NAME[] = "a name of forty characters, of which 31.";
+    Brackets({ "a", "b", ")", "b", ")", "/r", ")", "c", "b", ")", ")", ")", "b", ")", LONG_NAME, ")", "/r", ")" });
+    EXPECT_EQ(Tree(ProfilerGetRoot()), "a*1(b*2 c*1(b*1)) /r*2 b*1 a name of forty characters, of *1");
+    EXPECT_EQ(ProfilerGetTimer(0x40000000u | (GetCrc32Polynomial("b", 1) & 0x3FFFFFFFu)), ProfilerGetTimer("b"));
+    EXPECT_EQ(ProfilerGetTimer(0xC0000000u | (GetCrc32Polynomial("/r", 2) & 0x3FFFFFFFu)), ProfilerGetTimer("/r"));
+    EXPECT_EQ(ProfilerGetTimer("b"), ProfilerGetRoot()->pChild->pChild);   // the one that was made first
+    EXPECT_STREQ(ProfilerGetTimer(LONG_NAME)->szName, "a name of forty characters, of ");
+    EXPECT_EQ(ProfilerGetTimer("a name of forty characters, of "), nullptr);
+    EXPECT_STREQ(ProfilerGetTimer(0x80000000u)->szName, "root");
+    Module_c::HeartbeatAllModulesFrame(0.0);
+    Module_c::HeartbeatAllModulesIdle();
+    EXPECT_EQ(ProfilerGetTimer("Frame ModuleTimer_c       ")->dFrames[0].nCalls, 1u);
+    EXPECT_EQ(ProfilerGetTimer("Idle ModuleProfiler_c    ")->dFrames[0].nCalls, 1u);
+
+    ProfilerPush("a", false);
+    ProfilerBeginFrame();
+    ProfilerReload();
+    ProfilerEndFrame();
+    ProfilerPop();
+    EXPECT_EQ(Tree(ProfilerGetTimer("a")), "b*2 c*1(b*1)");   // the application's timer hangs under the root
+    EXPECT_EQ(ProfilerGetTimer(0x801003E6u)->dFrames[0].nCalls, 1u);
+    ProfilerUpdateFrame(true);
+    EXPECT_EQ(Tree(ProfilerGetRoot()), "");
+    ProfilerUpdateFrame(true);   // the reload came once; the update's time counts for the frame that it begins
+    EXPECT_EQ(Tree(ProfilerGetRoot(), 1), "ProfilerUpdateFrame*1");
+    Module_c::ShutdownAllModules();
+    Brackets({ "a", ")", ")" });
+    ProfilerUpdateFrame(true);
+    EXPECT_EQ(ProfilerGetRoot(), nullptr);
+    EXPECT_EQ(g_iTimerTotalCount + m_Dialogs.GetCount(), 0);
+}
+
+TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)
+{
+    std::mt19937 Random(7);
+    for (std::size_t iKind = 0; iKind < 5; ++iKind)
+    {
+        ProfilerReset();
+        Brackets({ "t", ")" });
+        profiler::timer_t & Timer = *ProfilerGetTimer("t");
+        Frames_t dFrames;
+        std::int64_t tMaxEver = 0;
+        for (std::int64_t i = 0; i < 460; ++i)
+        {
+            auto const tTie = static_cast<std::int64_t>(Random() % 5);
+            std::int64_t const tTime =
+                std::array<std::int64_t, 5>{ 700, tTie, 999 - i - tTie, i % 200 ? 0 : 9, tTie << 50 }[iKind];
+            dFrames.emplace_back(tTime, Random() % 9);
+            Timer.dFrames[i % 150] = { tTime, dFrames.back().second };
+            ProfilerUpdateFrame(false);
+            tMaxEver = std::max(tMaxEver, Timer.tMax);
+            Figures_t const dFigures{ Timer.tAverage, Timer.tMax, Timer.nAtMax, Timer.iMaxSlot };
+            ASSERT_EQ(dFigures, LookBack(dFrames)) << "kind " << iKind << " frame " << i;
+            ASSERT_EQ((Frames_t{ { Timer.tLast, Timer.nLast }, { tMaxEver, 0 } }),
+                (Frames_t{ dFrames.back(), { Timer.tMaxEver, Timer.dFrames[(i + 1) % 150].tTime } }));
+        }
+    }
+}
+
+TEST_F(Profiler, MeasuresAcrossAClockThatRunsBackwards)
+{
+    for (std::int64_t const tAhead : { std::int64_t{ 0 }, std::int64_t{ 0x7000000000 } })
+    {
+        ProfilerReset();
+        std::int64_t const tBefore = shortTimeGet() + tAhead;
+        ProfilerPush("a", false);
+        ProfilerGetTimer("a")->tStart += tAhead;
+        shortTimeWait(20000);
+        ProfilerPop();
+        std::int64_t const tTime = ProfilerGetTimer("a")->dFrames[0].tTime + tAhead - (tAhead ? 0x80000000 : 0);
+        EXPECT_GE(tTime, 20000);
+        EXPECT_LE(tTime, shortTimeGet() + tAhead - tBefore);
+    }
+}
+
+TEST_F(Profiler, LeavesOutWhatFindsNoRoom)
+{
+    for (std::uint32_t i = 1; i < 512; ++i, ProfilerPop())   // the root is the first
+    {
+        ProfilerPush(i, "t");
+    }
+    EXPECT_EQ(FailedConditions([] { ProfilerPush(512, "t"); }), "g_iTimerTotalCount < MAX_TIMERS_TOTAL");
+    Brackets({ "t", ")" });
+    EXPECT_EQ(FailedConditions([] { ProfilerPop(512), ProfilerPop(); }), "g_iTimerStackTop > 1");
+    ProfilerReset();
+    while (g_iTimerStackTop < 64)
+    {
+        ProfilerPush("deep", false);
+    }
+    EXPECT_EQ(FailedConditions([] { ProfilerPush("deep", true); }), "g_iTimerStackTop < MAX_TIMERS_INHERITED");
+    ProfilerPop();
+    EXPECT_EQ(FailedConditions([] { ProfilerPop(7); }), "pTop->iTimer==_iTimer");
+    EXPECT_EQ(g_iTimerStackTop, 63);
+    EXPECT_EQ(m_Dialogs.GetCount(), 0);
+}
+
+class ProfilerStats : public Profiler
+{
+protected:
+    ProfilerStats() { plat::AsyncFile_c::AllowBeside(GetParam()); }
+
+    template <typename T>
+    static void Put(std::string & sTo, std::initializer_list<T> dValues)
+    {
+        sTo.append(reinterpret_cast<char const *>(dValues.begin()), dValues.size() * sizeof(T));
+    }
+
+    // A record by its layout. Frame i of 150 took tFirst + i in i calls.
+    static void PutRecord(std::string & sTo, char cName, std::uint32_t dwChild, std::uint32_t dwNext, int tFirst)
+    {
+        sTo += cName + std::string(31, '\0');
+        Put<std::uint32_t>(sTo, { static_cast<std::uint32_t>(cName), dwChild, dwNext, 0 });
+        Put<std::int64_t>(sTo, { 0x1122334455667700 });
+        for (std::int64_t i = 0; i < 150; ++i)
+        {
+            Put<std::int64_t>(sTo, { tFirst + i, i });
+        }
+        Put<std::int64_t>(sTo, { tFirst + 75, tFirst + 149, tFirst + 149, tFirst + 149 });
+        Put<std::uint32_t>(sTo, { 149, 149, 149, 0 });
+    }
+
+    // Runs 150 frames with the tree root(a(c) b) and gives the batch that they make behind this header.
+    static std::string Batch(std::string const & sHeader)
+    {
+        ProfilerReset();
+        for (char const c : std::string("ac  b "))
+        {
+            c == ' ' ? ProfilerPop() : ProfilerPush(static_cast<std::uint32_t>(c), std::string(1, c).c_str());
+        }
+        for (std::uint32_t i = 0; i < 150; ++i)
+        {
+            for (std::int64_t j = 0; j < 4; ++j)
+            {
+                ProfilerGetRoot()[j].dFrames[i] = { j * 1000 + i, i };
+                ProfilerGetRoot()[j].tStart = 0x1122334455667700;
+            }
+            ProfilerUpdateFrame(false);
+        }
+        std::string sBatch("\4\0\0\0", 4);
+        std::uint32_t const dw = *reinterpret_cast<std::uint32_t const *>(sHeader.data() + 4);
+        PutRecord(sBatch, 'r', dw + 2504, 0, 0);
+        PutRecord(sBatch, 'a', dw + 2 * 2504, dw + 3 * 2504, 1000);
+        PutRecord(sBatch, 'c', 0, 0, 2000);
+        PutRecord(sBatch, 'b', 0, 0, 3000);
+        return sBatch.replace(4, 36, std::string("root").append(31, '\0') + '\x80');
+    }
+
+    FileName_c const m_sName{ m_Folder.Join("stats").c_str() };
+};
+
+INSTANTIATE_TEST_SUITE_P(BesideAndPlain, ProfilerStats, testing::Bool());
+
+TEST_P(ProfilerStats, FileHasTheLayout)
+{
+    m_Folder.Write("stats", std::string(20000, 'x'));
+    ProfilerInitSwapStats("");
+    std::ptrdiff_t const nBlocks = MemoryTotalAllocations();
+    ProfilerInitSwapStats(m_sName);
+    EXPECT_EQ(MemoryTotalAllocations() - nBlocks, g_dOpenTracks.GetLength());   // one each
+    std::string const sHeader = m_Folder.Read("stats");
+    auto const iAddress = reinterpret_cast<std::uintptr_t>(ProfilerGetRoot());
+    std::string sExpected("\xC8\x09\0\0", 4);
+    Put<std::uint32_t>(sExpected, { static_cast<std::uint32_t>(iAddress) });
+    ASSERT_EQ(sHeader, sExpected);
+    sExpected += Batch(sHeader);
+    sExpected += Batch(sHeader);
+    EXPECT_TRUE(g_tSwapLastTime > 0 && g_tSwapLastTime <= g_tSwapMaxTime);
+    for (int i = 0; i < 149; ++i, ProfilerUpdateFrame(false))
+    {}
+    std::ptrdiff_t const nLater = MemoryTotalAllocations();
+    ProfilerCloseStats();
+    EXPECT_EQ(MemoryTotalAllocations(), nLater - 1);
+    EXPECT_TRUE(m_Folder.Read("stats") == sExpected);
+    EXPECT_EQ(g_dOpenTracks.GetLength() + static_cast<int>(g_nBytesToWrite), 0);
+}
+
+TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)
+{
+    ProfilerInitSwapStats(m_Folder.Join("gone/stats.bin").c_str());
+    EXPECT_EQ(m_Log.GetText(), "ProfilerInit: failed to create file - Ivo Renning\n");
+    LimitFiles(5);
+    ProfilerInitSwapStats(m_sName);
+    Batch(std::string(8, ' '));   // no file: nothing more
+    EXPECT_EQ(m_Log.Count(LOST), 1);
+    EXPECT_EQ(m_Folder.Read("stats"), "");
+    LimitFiles(5000);
+    ProfilerInitSwapStats(m_sName);
+    std::string const sHeader = m_Folder.Read("stats");
+    Batch(sHeader);
+    ProfilerSwapStats();   // at the latest this one finds that the first has failed
+    EXPECT_GE(m_Log.Count(LOST), 2);
+    ProfilerFinishWrite();
+    EXPECT_EQ(m_Log.Count(LOST), 3);
+    EXPECT_EQ(m_Log.CountHolding("System message: File too large"), 3);
+    EXPECT_EQ(m_Folder.Read("stats"), sHeader);
+    LimitFiles(RLIM_INFINITY);
+    std::string const sBatch = Batch(sHeader);
+    Module_c::ShutdownAllModules();
+    EXPECT_TRUE(m_Folder.Read("stats") == sHeader + sBatch);
+    EXPECT_EQ(static_cast<int>(g_nBytesToWrite) + g_dOpenTracks.GetLength(), 0);
+}

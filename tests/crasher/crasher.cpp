@@ -1,0 +1,369 @@
+// crasher.cpp: a program that crashes as it is told, for the tests of the crash report.
+//
+//   crasher FAULT [CIRCUMSTANCE...]
+//
+// Logs to message.log in the current folder, where the report lands too. From the fault on, the thread that faults may
+// not touch the heap: that ends the process with status 99.
+#include "zqcore/capp.h"
+#include "zqcore/ccallback.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cexceptionreport.h"
+#include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+
+#include "platform/dialog.h"
+#include "platform/faults.h"
+#include "platform/process.h"
+#include "platform/threads.h"
+
+#include <atomic>
+#include <cfenv>
+#include <climits>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+#include <xmmintrin.h>
+
+namespace
+{
+    long volatile g_iNoHeap = 0;   // the thread
+    std::atomic_flag g_HeapLock = ATOMIC_FLAG_INIT;
+
+    void Say(char const * szText)
+    {
+        [[maybe_unused]] auto const n = write(STDERR_FILENO, szText, std::strlen(szText));
+    }
+
+    void SetFlags(unsigned nFlags)
+    {
+#if defined(__x86_64__)
+        __builtin_ia32_writeeflags_u64(nFlags);
+#else
+        __builtin_ia32_writeeflags_u32(nFlags);
+#endif
+    }
+
+    void NoHeap()
+    {
+        g_iNoHeap = syscall(SYS_gettid);
+    }
+}
+
+// The heap's guard: it stands before the C library's functions, with a lock of its own that a circumstance may hold.
+#ifndef CRASHER_CHECKED
+extern "C"
+{
+    void * __libc_malloc(std::size_t);
+    void * __libc_calloc(std::size_t, std::size_t);
+    void * __libc_realloc(void *, std::size_t);
+    void __libc_free(void *);
+}
+
+namespace
+{
+    template <typename CALL>
+    auto InHeap(CALL Call)
+    {
+        if (g_iNoHeap != 0 && g_iNoHeap == syscall(SYS_gettid))
+        {
+            Say("heap used\n");
+            _exit(99);
+        }
+        while (g_HeapLock.test_and_set())
+        {}
+        struct Leave_s
+        {
+            ~Leave_s() { g_HeapLock.clear(); }
+        } const Leave;
+        return Call();
+    }
+}
+
+extern "C"
+{
+    void * malloc(std::size_t n) noexcept
+    {
+        return InHeap([n] { return __libc_malloc(n); });
+    }
+    void * calloc(std::size_t n, std::size_t nSize) noexcept
+    {
+        return InHeap([n, nSize] { return __libc_calloc(n, nSize); });
+    }
+    void * realloc(void * p, std::size_t n) noexcept
+    {
+        return InHeap([p, n] { return __libc_realloc(p, n); });
+    }
+    void free(void * p) noexcept
+    {
+        InHeap([p] { __libc_free(p); });
+    }
+}
+#endif
+
+namespace
+{
+    int volatile g_nZero = 0;
+    [[maybe_unused]] int const BOUNDS[] = { 0, 1 };
+    double volatile g_fZero = 0.0;
+    double volatile g_fHuge = 1e308;
+    void * volatile g_pNowhere = reinterpret_cast<void *>(16);
+
+#include "tests/crasher/nowhere.h"
+
+    struct Pure_i
+    {
+        Pure_i() { Call(*this); }
+        static void Call(Pure_i & Object) { Object.Pure(); }
+        virtual void Pure() = 0;
+    };
+    struct Pure_s : Pure_i
+    {
+        void Pure() override {}
+    };
+
+    __attribute__((noinline)) int Recurse(int n)
+    {
+        char volatile dFrame[2000];
+        dFrame[0] = static_cast<char>(n);
+        return n < 0 ? 0 : Recurse(n + 1) + dFrame[0];
+    }
+
+    void ReadBehindEnd()
+    {
+        int const hFile = open("short", O_RDWR | O_CREAT, 0600);
+        [[maybe_unused]] int const iCut = ftruncate(hFile, 1);
+        auto * const p = static_cast<char volatile *>(mmap(nullptr, 8192, PROT_READ, MAP_SHARED, hFile, 0));
+        static_cast<void>(p[4096]);
+    }
+
+    // Sets flags of the processor, then reads a misaligned word.
+    void MisalignWithFlags(unsigned nFlags)
+    {
+        alignas(int) char const dBytes[8] = {};
+        SetFlags(nFlags);
+        static_cast<void>(*reinterpret_cast<int const volatile *>(dBytes + 1));
+    }
+
+    void WriteTo(std::uintptr_t Address)
+    {
+        *reinterpret_cast<int volatile *>(Address) = 1;
+    }
+
+    void AddDenormals()
+    {
+        _mm_setcsr(_mm_getcsr() & ~0x100u);
+        g_fHuge = (g_fZero + 5e-324) + g_fHuge;
+    }
+
+    constexpr int HEAP = -1;   // the road to the filter needs the heap
+    constexpr int PLAIN = 0;   // else: floating-point exceptions to unmask
+    struct Fault_t
+    {
+        char const * szName;
+        int iKind;
+        void (*fnFault)();
+    };
+    constexpr Fault_t FAULTS[] = {
+        { "read", PLAIN, [] { ReadNowhere(5, "second"); } },
+        { "write", PLAIN, [] { WriteTo(16); } },
+        { "wild", PLAIN, [] { WriteTo(UINTPTR_MAX / 3 * 2); } },
+        { "call", PLAIN, [] { reinterpret_cast<void (*)()>(static_cast<std::intptr_t>(g_nZero))(); } },
+        { "divide", PLAIN, [] { g_nZero = 10 / g_nZero; } },
+        { "quotient", PLAIN, [] { g_nZero = (g_nZero + INT_MIN) / (g_nZero - 1); } },
+        { "floatdivide", FE_DIVBYZERO, [] { g_fZero = 1.0 / g_fZero; } },
+        { "floatinvalid", FE_INVALID, [] { g_fZero = g_fZero / g_fZero; } },
+        { "floatoverflow", FE_OVERFLOW, [] { g_fHuge = g_fHuge * g_fHuge; } },
+        { "floatunderflow", FE_UNDERFLOW, [] { g_fHuge = 1 / g_fHuge / g_fHuge; } },
+        { "floatinexact", FE_INEXACT, [] { g_fHuge = 1.0 / (g_fZero + 3); } },
+        { "floatdenormal", PLAIN, AddDenormals },
+        { "floatstack", FE_INVALID, [] { __asm__ volatile("fstp %st(0)\n\tfstp %st(0)\n\tfwait"); } },
+        { "illegal", PLAIN, [] { __builtin_trap(); } },
+        { "privileged", PLAIN, [] { __asm__ volatile("hlt"); } },
+        { "step", PLAIN, [] { MisalignWithFlags(0x100); } },
+#if defined(__i386__)
+        { "into", PLAIN, [] { __asm__ volatile("movb $127, %%al\n\taddb $1, %%al\n\tinto"
+                                               :
+                                               :
+                                               : "eax"); } },
+        { "bound", PLAIN, [] { __asm__ volatile("bound %0, %1"
+                                                :
+                                                : "r"(5), "m"(BOUNDS)); } },
+#endif
+        { "abort!", HEAP, [] { Abort("the end of %s", "it"); } },
+        { "stack", PLAIN, [] { Recurse(0); } },
+        { "bus", PLAIN, ReadBehindEnd },
+        { "misaligned", PLAIN, [] { MisalignWithFlags(0x40000); } },
+        { "throw", HEAP, [] { throw std::runtime_error("what it says"); } },
+        { "throwint", HEAP, [] { throw 5; } },
+        { "abort", PLAIN, [] { std::abort(); } },
+        { "pure", HEAP, [] { Pure_s const Object; } },
+    };
+
+    Fault_t const * g_pFault = nullptr;
+    plat::FaultFilter_t g_fnFilter = nullptr;
+    std::atomic<bool> g_bReady = false;
+
+    // What the library does, without the heap, whatever the road there.
+    long Filter(plat::FaultPointers_t const * pFault)
+    {
+        NoHeap();
+        long const nResult = g_fnFilter(pFault);
+        Say(g_pMessageLogFile == nullptr ? "log closed\n" : "log open\n");
+        g_iNoHeap = 0;
+        return nResult;
+    }
+
+    // Alignment may still be checked: the flags are the fault's.
+    void FormerHandler(int iSignal, siginfo_t *, void *)
+    {
+        SetFlags(2);
+        Say("former handler\n");
+        std::signal(iSignal, SIG_DFL);   // the same again, to the end
+        std::raise(iSignal);
+    }
+
+    // Sets who gets the faults behind the library; null is nobody.
+    void SetFormer(void (*fnHandler)(int, siginfo_t *, void *))
+    {
+        plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(nullptr);
+        struct sigaction Action = {};
+        Action.sa_sigaction = fnHandler;
+        Action.sa_flags = fnHandler ? SA_SIGINFO | SA_ONSTACK | SA_NODEFER : 0;
+        for (int const iSignal : { SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT })
+        {
+            sigaction(iSignal, &Action, nullptr);
+        }
+        plat::FaultFilterSet(fnFilter);
+    }
+
+    void HoldLocks()
+    {
+        g_CategoryLock.Enter();
+        flockfile(g_pMessageLogFile);
+        while (g_HeapLock.test_and_set())
+        {}
+        g_bReady = true;
+        g_bReady.notify_all();
+    }
+
+    void LimitFiles()
+    {
+        std::signal(SIGXFSZ, SIG_DFL);
+        dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);   // what is said here is a file too
+        rlimit const Limit = { 300, 300 };
+        setrlimit(RLIMIT_FSIZE, &Limit);
+    }
+
+    void PrintAutoName()
+    {
+        g_ExceptionReport.SetReportFileAutoName();
+        std::printf("%ls\n", g_ExceptionReport.GetLogFileName());
+        std::fflush(stdout);
+    }
+
+    void CorruptHeap()
+    {
+        void * const volatile p = std::malloc(24);
+        std::memset(static_cast<std::size_t *>(p) - 2, 0x41, 4096);   // sizes and links of all behind it
+    }
+
+    plat::DialogAnswer_e SayCaption(plat::Dialog_t const & Dialog)
+    {
+        Say(Dialog.szCaption);
+        return plat::DialogAnswer_e::Ok;
+    }
+
+    // Faults the main thread from beside, while its report waits for a helper that says nothing.
+    void FaultTheReport()
+    {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        syscall(SYS_tgkill, getpid(), getpid(), SIGSEGV);
+        pause();
+    }
+
+    void Fault()
+    {
+        if (g_pFault->iKind != HEAP)
+        {
+            NoHeap();
+        }
+        if (g_pFault->iKind > 0)
+        {
+            feenableexcept(g_pFault->iKind);
+        }
+        g_pFault->fnFault();
+    }
+
+    void FaultOnHostThread()
+    {
+        plat::FaultThreadJoin();
+        Fault();
+    }
+
+    void FaultOnLibraryThread()
+    {
+        plat::Thread_c Thread;
+        Thread.Start([](void *) { Fault(); }, nullptr);
+        Thread.Join();
+    }
+
+    struct Circumstance_t
+    {
+        char const * szName;
+        void (*fnArrange)();
+    };
+    constexpr Circumstance_t CIRCUMSTANCES[] = {
+        { "silent", [] { g_silentMode = true; } },
+        { "alone", [] { SetFormer(nullptr); } },
+        { "autoname", PrintAutoName },
+        { "full", LimitFiles },
+        { "nofolder", [] { LogSetFile(L"./gone/", L"message.log"), rmdir("gone"); } },
+        { "otherscase", [] { LogSetFile(L".\\MiXed\\", L"message.log"), rename("MiXed", "mixed"); } },
+        { "locked", HoldLocks },
+        { "lockedbeside", [] { std::thread([] { HoldLocks(), pause(); }).detach(), g_bReady.wait(false); } },
+        { "corrupt", CorruptHeap },
+        { "callbackfaults", [] { g_ExecutionCallbacker.Add([](bool) { WriteTo(16); }, false); } },
+        { "callbackhangs", [] { g_ExecutionCallbacker.Add([](bool) { pause(), pause(); }, false); } },
+        { "dialog", [] { plat::DialogSetHandler(SayCaption); } },
+        { "reportfaults", [] { std::thread(FaultTheReport).detach(); } },
+        { "two", [] { std::thread(FaultOnHostThread).detach(); } },
+        { "thread", [] { std::thread(FaultOnHostThread).join(); } },
+        { "worker", FaultOnLibraryThread },
+    };
+}
+
+int main(int nArguments, char ** dArguments)
+{
+    rlimit const NoCore = {};
+    setrlimit(RLIMIT_CORE, &NoCore);
+    LogSetFile(L"./", L"message.log");
+    LogInit();
+    plat::ProcessSetPureCallHandler([] { Abort("pure virtual function call"); });
+    SetFormer(FormerHandler);
+    g_fnFilter = plat::FaultFilterSet(Filter);
+    for (Fault_t const & Known : FAULTS)
+    {
+        g_pFault = std::strcmp(Known.szName, dArguments[1]) == 0 ? &Known : g_pFault;
+    }
+    for (int i = 2; i < nArguments; ++i)
+    {
+        for (Circumstance_t const & Circumstance : CIRCUMSTANCES)
+        {
+            if (std::strcmp(Circumstance.szName, dArguments[i]) == 0)
+            {
+                Circumstance.fnArrange();
+            }
+        }
+    }
+    Fault();
+    return 0;
+}

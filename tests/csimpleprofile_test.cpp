@@ -1,0 +1,127 @@
+#include "zqcore/csimpleprofile.h"
+
+#include "tests/test_support.h"
+#include "zqcore/ctimer.h"
+
+#include <atomic>
+#include <chrono>
+
+namespace
+{
+    constexpr auto C0 = SIMPLE_PROFILE_CONTEXT_0, C2 = SIMPLE_PROFILE_CONTEXT_2;
+    constexpr std::int64_t SPAN = 50000;   // cycles
+
+    // Runs kinds by a text: a capital pushes the kind of that place, a small letter pops it, '.' takes SPAN.
+    void Steps(SimpleProfileContext_e eContext, std::string_view sSteps)
+    {
+        for (char const c : sSteps)
+        {
+            auto const eType = static_cast<SimpleProfileType_e>((c | 0x20) - 'a');
+            c == '.'   ? static_cast<void>(shortTimeWait(SPAN))
+            : c >= 'a' ? SimpleProfilePop(eContext, eType)
+                       : SimpleProfilePush(eContext, eType);
+        }
+    }
+
+    SimpleProfileInfo_t Get(SimpleProfileContext_e eContext, int iKind = 0)
+    {
+        return SimpleProfileGet(eContext, static_cast<SimpleProfileType_e>(iKind));
+    }
+}
+
+TEST(SimpleProfile, TimesKindsWithoutTheKindsInThem)
+{
+    for (auto const & [szSteps, dSpans] : Rows_t<char const *, std::vector<int>>{ { "A.B..b.a", { 2, 2, 0 } },
+             { "A.A.a.a", { 3, 0, 0 } }, { "A.B.C.cB.bba", { 1, 2, 1 } }, { "A.aA.a", { 2, 0, 0 } } })
+    {
+        std::int64_t const tStart = shortTimeGet();
+        Steps(C0, szSteps);
+        std::int64_t tLeft = shortTimeGet() - tStart;
+        SimpleProfileReset(C0);
+        for (int i = 0; i < 3; ++i)
+        {
+            int const nSpans = dSpans[static_cast<std::size_t>(i)];
+            EXPECT_GE(Get(C0, i).tLast, nSpans * SPAN) << szSteps;
+            EXPECT_EQ(Get(C0, i).tLast > 0, nSpans > 0) << szSteps;
+            tLeft -= Get(C0, i).tLast;
+        }
+        EXPECT_GE(tLeft, 0) << szSteps << ": nothing counts twice";
+    }
+}
+
+TEST(SimpleProfile, AveragesOverSpansOf32Frames)
+{
+    Steps(C2, "A.a");
+    do
+    {
+        SimpleProfileReset(C2);
+    }
+    while (Get(C2).tSum != 0);   // until a span begins
+    std::int64_t tSum = 0, tPeak = 0, tAverage = Get(C2).tAverage;
+    for (int i = 1; i <= 70; ++i)
+    {
+        Steps(C2, i % 5 == 0 ? "" : i == 20 ? "A....a" : "A.a");
+        SimpleProfileReset(C2);
+        if (i % 32 == 0)
+        {
+            tAverage = tSum / 32;
+            tSum = tPeak = 0;
+        }
+        SimpleProfileInfo_t const Info = Get(C2);
+        EXPECT_EQ(Info.tLast > 0, i % 5 != 0);
+        tSum += Info.tLast;
+        tPeak = std::max(tPeak, Info.tLast);
+        ASSERT_EQ((std::vector{ Info.tSum, Info.tPeak, Info.tAverage }), (std::vector{ tSum, tPeak, tAverage })) << i;
+    }
+}
+
+TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
+{
+    std::atomic<bool> bInside = false;
+    Steps(C0, "AB");
+    std::thread Other(
+        [&]
+        {
+            Steps(C2, "A.a");   // contexts do not meet
+            Steps(C0, "A");
+            bInside = true;
+            Steps(C0, ".a");
+        });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    Steps(C0, "b");
+    InThreads(1, [](int) { Get(C0); });   // figures are read all the while
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(bInside);
+    Steps(C0, "a");
+    Other.join();
+    EXPECT_TRUE(bInside);
+}
+
+TEST(SimpleProfile, KeepsItsLimits)
+{
+    std::string const sFull = "ABABABABABABABABABABABABABABABAB", sEmpty = "babababababababababababababababa";
+    Steps(C0, std::string(40, 'C') + std::string(40, 'c') + sFull);   // the first 40 are one entry
+    EXPECT_EQ(FailedConditions([] { Steps(C0, "A"); }), "iStackPtr < SIMPLE_PROFILE_STACKSIZE");
+    Steps(C0, "a" + sEmpty);
+    EXPECT_EQ(FailedConditions([] { Steps(C0, "a"); }), "iStackPtr >= 0");
+    EXPECT_EQ(FailedConditions([] { Steps(C0, "ABab"); }), "Top.eType == eType & Top.eType == eType");
+    EXPECT_EQ(FailedConditions([] { Steps(C0, "A"), SimpleProfileReset(C0), Steps(C0, "a"); }), "iStackPtr == -1");
+    EXPECT_STREQ(SimpleProfileName(SIMPLE_TIMER_AI), "TIMER_AI");
+    EXPECT_STREQ(SimpleProfileName(static_cast<SimpleProfileType_e>(17)), "unknown");
+
+    SimpleProfileContextPop();   // nothing to pop
+    for (int i = 0; i < 32; ++i)
+    {
+        SimpleProfileContextPush(i < 31 ? C0 : C2);
+    }
+    EXPECT_EQ(FailedConditions([] { SimpleProfileContextPush(C2); }),
+        "g_iSProfileContextStackPtr < SIMPLE_PROFILE_STACKSIZE");
+    for (int i = 0; i < 33; ++i, SimpleProfileContextPop())
+    {
+        auto const eContext = i == 0 ? C2 : i < 32 ? C0 : SIMPLE_PROFILE_CONTEXT_1;
+        SimpleProfileReset(eContext);
+        Steps(SIMPLE_PROFILE_CONTEXT_CURRENT, "Q.q");
+        SimpleProfileReset(eContext);
+        ASSERT_GT(Get(eContext, 16).tLast, 0) << i;
+    }
+}

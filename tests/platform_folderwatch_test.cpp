@@ -1,0 +1,126 @@
+#include "platform/folderwatch.h"
+
+#include "tests/test_support.h"
+
+#include "platform/files.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    // A folder in memory where there is such a place: ten thousand folders keep a busy disk for a minute.
+    TempFolder_c FolderInMemory()
+    {
+        if (std::getenv("TMPDIR") || !fs::exists("/dev/shm"))
+        {
+            return TempFolder_c();
+        }
+        struct Scope_s
+        {
+            Scope_s() { setenv("TMPDIR", "/dev/shm", 1); }
+            ~Scope_s() { unsetenv("TMPDIR"); }
+        } const Scope;
+        return TempFolder_c();
+    }
+
+    // A watch on a fresh folder, with a buffer of its own.
+    class FolderWatch : public testing::Test
+    {
+    protected:
+        // The names of the next batch, each with its end; "-" if none has come, "empty" if one was lost.
+        std::u16string Batch()
+        {
+            m_dBuffer.assign(m_dBuffer.size(), 0);
+            m_Watch.Read(m_dBuffer.data(), m_dBuffer.size() * sizeof(std::uint32_t));
+            if (!m_Watch.IsComplete())
+            {
+                return u"-";
+            }
+            std::u16string sNames;
+            auto const * pRecord = reinterpret_cast<char const *>(m_dBuffer.data());
+            for (plat::FolderChange_t Record{ 1, 0, 0 }; Record.nNext; pRecord += Record.nNext)
+            {
+                std::memcpy(&Record, pRecord, sizeof Record);
+                std::u16string sName(Record.nNameBytes / 2, u' ');
+                std::memcpy(sName.data(), pRecord + sizeof Record, Record.nNameBytes);
+                sNames += Record.iAction == plat::FOLDER_CHANGE_MODIFIED ? sName + u';' : u"empty";
+            }
+            return sNames;
+        }
+
+        TempFolder_c m_Folder = FolderInMemory();
+        plat::FolderWatch_c m_Watch;
+        std::vector<std::uint32_t> m_dBuffer = std::vector<std::uint32_t>(1024);
+    };
+}
+
+TEST_F(FolderWatch, TellsPathsInUtf16AndFollowsFolders)
+{
+    TempFolder_c const Outside = FolderInMemory();
+    fs::create_directory_symlink(Outside.GetPath(), m_Folder.Join("out"));
+    fs::create_directory_symlink(".", m_Folder.Join("self"));
+    ASSERT_TRUE(m_Watch.Open(m_Folder.GetPath().c_str()));
+    m_Folder.Write("New/\u0436\U0001D11E.txt", "1");
+    Outside.Write("deep/b", "2");
+    EXPECT_EQ(Batch(), u"New\\\u0436\U0001D11E.txt;out\\deep\\b;");
+    fs::rename(Outside.Join("deep"), m_Folder.Join("in"));
+    fs::rename(m_Folder.Join("New"), m_Folder.Join("in/old"));
+    m_Folder.Write("in/b", "3");
+    m_Folder.Write("in/old/c", "4");
+    EXPECT_EQ(Batch(), u"in\\b;in\\old\\c;");
+    fs::rename(m_Folder.Join("in/old"), Outside.Join("x"));
+    fs::remove(m_Folder.Join("out"));
+    Outside.Write("x/c", "5");
+    EXPECT_EQ(Batch(), u"-") << "what left the tree is watched no more";
+}
+
+TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)
+{
+    for (int i = 0; i < 10000; ++i)
+    {
+        m_Folder.MakeFolder(std::to_string(i % 100) + '/' + std::to_string(i));
+    }
+    if (!m_Watch.Open(m_Folder.GetPath().c_str()))
+    {
+        GTEST_SKIP() << "the system gives no 10,000 watches";
+    }
+    m_Folder.Write("99/9999/a", "x");
+    EXPECT_EQ(Batch(), u"99\\9999\\a;");
+    std::size_t nEvents = 0;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> nEvents;
+    for (std::size_t i = 0; i <= nEvents / 2; ++i)   // two events each, which the queue does not merge
+    {
+        fs::rename(m_Folder.Join(i % 2 ? "0/0/b" : "99/9999/a"), m_Folder.Join(i % 2 ? "99/9999/a" : "0/0/b"));
+    }
+    m_Folder.Write("lost/a", "x");
+    EXPECT_EQ(Batch(), u"empty");
+    m_Folder.Write("lost/a", "y");
+    m_Folder.Write("1/1/a", "y");
+    EXPECT_EQ(Batch(), u"lost\\a;1\\1\\a;");
+}
+
+TEST_F(FolderWatch, LockTestWithoutLeasesWaitsForTwoEqualLooks)
+{
+    std::string const sOther = geteuid() == 0 ? m_Folder.Write("file", "1") : "/etc/passwd";
+    bool const bRoot = geteuid() == 0;
+    fs::permissions(m_Folder.GetPath(), fs::perms(0755));
+    ASSERT_EQ(bRoot ? seteuid(65534) : 0, 0);   // no owner of the file, and without the right to leases
+    plat::FileLockTest_c LockTest(sOther.c_str());
+    EXPECT_FALSE(LockTest.Try()) << "one look tells nothing";
+    EXPECT_TRUE(LockTest.Try());
+    ASSERT_EQ(bRoot ? seteuid(0) : 0, 0);
+    if (bRoot)
+    {
+        m_Folder.Write("file", "22");
+        ASSERT_EQ(seteuid(65534), 0);
+        EXPECT_FALSE(LockTest.Try()) << "written meanwhile";
+        EXPECT_TRUE(LockTest.Try());
+        ASSERT_EQ(seteuid(0), 0);
+    }
+}

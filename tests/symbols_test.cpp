@@ -1,0 +1,506 @@
+#include "platform/symbols.h"
+
+#include "platform/checker.h"
+#include "platform/faults.h"
+#include "platform/memory.h"
+#include "tests/test_support.h"
+
+#include <array>
+#include <bit>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <execinfo.h>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#ifdef __clang__
+    #define NOT_OPTIMISED __attribute__((optnone, noinline))
+    #define NOT_INLINED __attribute__((noinline))
+#else
+    #define NOT_OPTIMISED __attribute__((optimize("O0"), noipa))
+    #define NOT_INLINED __attribute__((noipa))
+#endif
+
+using Look_t = std::function<void(plat::FaultContext_t const &)>;
+
+// A stack of functions of many kinds. Each notes the line of its call.
+namespace symbols_test
+{
+    std::vector<unsigned> g_dLines;   // of the calls, outermost first
+
+    NOT_INLINED unsigned Note(unsigned iLine)
+    {
+        g_dLines.push_back(iLine);
+        return iLine;
+    }
+
+    // What the calls return is used behind them, so that none is a jump.
+    NOT_INLINED unsigned Innermost(Look_t const & fnLook)
+    {
+        plat::FaultContext_t Context;
+        plat::FaultContextCapture(&Context);
+        fnLook(Context);
+        return Context.nThread & 1;
+    }
+
+    struct Shape_s
+    {
+        explicit Shape_s(Look_t const & fn)
+            : fnLook(fn)
+        {}
+        virtual ~Shape_s() = default;
+        NOT_INLINED unsigned operator()(unsigned n) const { return Note(__LINE__) + Innermost(fnLook) + n; }
+        NOT_INLINED operator unsigned() const { return Note(__LINE__) + (*this)(1); }
+        NOT_INLINED virtual unsigned Turn() { return Note(__LINE__) + unsigned(*this); }
+
+        Look_t const & fnLook;
+    };
+
+    template <typename T, int N>
+    NOT_INLINED unsigned Twice(T & Shape)
+    {
+        return Note(__LINE__) + Shape.Turn() + N;
+    }
+
+    namespace
+    {
+        NOT_INLINED unsigned Hidden(Look_t const & fnLook)
+        {
+            Shape_s Shape(fnLook);
+            auto const fnCall = [&](int) NOT_INLINED { return Note(__LINE__) + Twice<Shape_s, 2>(Shape); };
+            return Note(__LINE__) + fnCall(1);
+        }
+    }
+
+    std::vector<std::string> const NAMES = { "symbols_test::Innermost", "symbols_test::Shape_s::operator()",
+        "symbols_test::Shape_s::operator unsigned int", "symbols_test::Shape_s::Turn",
+        "symbols_test::Twice<symbols_test::Shape_s, 2>", "", "symbols_test::(anonymous namespace)::Hidden" };
+    constexpr std::size_t LAMBDA = 5;   // each compiler has a name of its own for it
+
+    enum Colour_e : short
+    {
+        COLOUR_RED = 3
+    };
+    struct Base_s
+    {
+        int nBase = 17;
+    };
+    struct Inner_s
+    {
+        short nShort = -2;
+        float fValue = 0.5f;
+    };
+    struct Whole_s : Base_s
+    {
+        char const * szText = "in the whole";
+        Inner_s Inner;
+        static int s_nShared;
+        unsigned nLow : 3 = 5;
+    };
+    using Alias_t = Whole_s const;
+
+    std::vector<std::string> const LOCALS = { "Local bBool=1", "Local fFloat=1.500000", "Local fDouble=-0.250000",
+        "Local szText=\"some text\"", "Local pNone=0", "Local dArray:12", "Local eColour symbols_test::Colour_e=3",
+        "Local Whole symbols_test::Whole_s{symbols_test::Base_s{nBase=11}, szText=\"in the whole\", "
+        "Inner{nShort=FFFE, fValue=0.500000}, nLow=5}",
+        "Local nStatic=5A", "Local nInBlock=FFFFFFFF" };
+
+    // The compiler must keep what has these addresses in memory.
+    template <typename... T>
+    void Keep(T const &... Variables)
+    {
+        void const volatile * const dAddresses[] = { &Variables... };
+        asm volatile("" ::"r"(dAddresses) : "memory");
+    }
+
+#define FUNCTION_WITH_LOCALS(NAME, ATTRIBUTES)                                                                         \
+    ATTRIBUTES unsigned NAME(Look_t const & fnLook, int nParameter)                                                    \
+    {                                                                                                                  \
+        bool bBool = true;                                                                                             \
+        float fFloat = 1.5f;                                                                                           \
+        double fDouble = -0.25;                                                                                        \
+        char const * szText = "some text";                                                                             \
+        int * pNone = nullptr;                                                                                         \
+        int dArray[3] = { 1, 2, 3 };                                                                                   \
+        Colour_e eColour = COLOUR_RED;                                                                                 \
+        Alias_t Whole{};                                                                                               \
+        Alias_t & Reference = Whole;                                                                                   \
+        static int volatile nStatic = 90;                                                                              \
+        Keep(nParameter, bBool, fFloat, fDouble, szText, pNone, dArray, eColour, Whole);                               \
+        if (nParameter > 0)                                                                                            \
+        {                                                                                                              \
+            int nInBlock = -1;                                                                                         \
+            Keep(nInBlock);                                                                                            \
+            g_pWhole = &Reference;                                                                                     \
+            return Innermost(fnLook) + static_cast<unsigned>(nInBlock + nStatic);                                      \
+        }                                                                                                              \
+        else                                                                                                           \
+        {                                                                                                              \
+            int nElsewhere = 1;                                                                                        \
+            Keep(nElsewhere);                                                                                          \
+            return static_cast<unsigned>(nElsewhere + nStatic);                                                        \
+        }                                                                                                              \
+    }
+    Whole_s const * g_pWhole;
+    FUNCTION_WITH_LOCALS(LocalsPlain, NOT_OPTIMISED)
+    FUNCTION_WITH_LOCALS(LocalsOptimised, NOT_INLINED)
+}
+
+namespace
+{
+    using namespace symbols_test;
+    using namespace std::chrono_literals;
+
+    struct Frame_s
+    {
+        plat::SymbolFrame_t Frame;
+        std::string sName;
+        std::string sPlace;   // "file:line", empty if unknown
+        std::uint64_t nDisplacement;
+    };
+
+    std::vector<Frame_s> Walk(plat::Symbols_c & Symbols)
+    {
+        std::vector<Frame_s> dFrames;
+        std::array<char, 4096> szText{};
+        unsigned iLine;
+        for (Frame_s At{}; Symbols.NextFrame(&At.Frame); dFrames.push_back(At))
+        {
+            std::uintptr_t const nInside = At.Frame.Address - (dFrames.empty() ? 0 : 1);
+            Symbols.FunctionAt(nInside, szText.data(), szText.size(), &At.nDisplacement);
+            At.sName = szText.data();
+            bool const bLine = Symbols.LineAt(nInside, szText.data(), szText.size(), &iLine);
+            At.sPlace = bLine ? std::string(szText.data()) + ":" + std::to_string(iLine) : "";
+        }
+        return dFrames;
+    }
+
+    std::vector<Frame_s> WalkFrom(plat::FaultContext_t const & Context)
+    {
+        plat::Symbols_c Symbols;
+        EXPECT_TRUE(Symbols.Start(&Context));
+        return Walk(Symbols);
+    }
+
+    std::vector<std::uintptr_t> Addresses(std::vector<Frame_s> const & dFrames)
+    {
+        std::vector<std::uintptr_t> dAddresses;
+        for (Frame_s const & Frame : dFrames)
+        {
+            dAddresses.push_back(Frame.Frame.Address);
+        }
+        return dAddresses;
+    }
+
+    // What a command prints.
+    std::string OutputOf(std::string const & sCommand)
+    {
+        std::FILE * const pPipe = popen(sCommand.c_str(), "r");
+        std::string sOutput;
+        for (int c = std::getc(pPipe); c != EOF; c = std::getc(pPipe))
+        {
+            sOutput += static_cast<char>(c);
+        }
+        pclose(pPipe);
+        return sOutput;
+    }
+
+    // Sets the helper for a scope.
+    struct HelperScope_s
+    {
+        explicit HelperScope_s(std::string const & sPath) { plat::SymbolsSetHelper(sPath.c_str()); }
+        ~HelperScope_s() { plat::SymbolsSetHelper(ZQSYMBOLS_PATH); }
+        HelperScope_s & operator=(HelperScope_s &&) = delete;
+    };
+
+    std::string Number(std::uint64_t nValue, std::uint64_t nSize, plat::SymbolBase_e eBase)
+    {
+        if (eBase == plat::BASE_FLOAT)
+        {
+            auto const nLow = static_cast<std::uint32_t>(nValue);
+            return std::to_string(nSize == 4 ? std::bit_cast<float>(nLow) : std::bit_cast<double>(nValue));
+        }
+        if (eBase == plat::BASE_CHAR && nSize == sizeof(char *))
+        {
+            return '"' + std::string(reinterpret_cast<char const *>(static_cast<std::uintptr_t>(nValue))) + '"';
+        }
+        std::ostringstream Text;
+        Text << std::hex << std::uppercase << nValue;
+        return Text.str();
+    }
+
+    // A value by the rules of the report, the members of a structure in braces.
+    std::string Value(plat::Symbols_c & Symbols, plat::SymbolMember_t const & Of, std::uintptr_t Address)
+    {
+        std::string sText;
+        std::array<char, 1024> szName{};
+        plat::SymbolMember_t Member;
+        for (unsigned i = 0; Symbols.TypeMember(Of.nType, i, &Member); ++i)
+        {
+            Symbols.TypeName(Member.nType, szName.data(), szName.size());
+            sText += (i == 0 ? "{" : ", ") + std::string(szName.data()) + Value(Symbols, Member, Address);
+        }
+        std::uint64_t nValue = 0;
+        std::uintptr_t const nFrom = Address + static_cast<std::uintptr_t>(Of.nOffset);
+        bool const bSimple = Of.nSize <= sizeof(nValue)
+                             && plat::MemoryRead(nFrom, &nValue, static_cast<std::size_t>(Of.nSize)) == Of.nSize;
+        nValue = Of.nBits != 0 ? nValue >> Of.nFirstBit & ((1u << Of.nBits) - 1) : nValue;
+        return !sText.empty() ? sText + "}"
+               : bSimple      ? "=" + Number(nValue, Of.nSize, Symbols.TypeBase(Of.nType))
+                              : ":" + std::to_string(Of.nSize);
+    }
+
+    // The variables in memory of the frame around the innermost one.
+    std::vector<std::string> VariablesAround(plat::FaultContext_t const & Context)
+    {
+        plat::Symbols_c Symbols;
+        plat::SymbolFrame_t Frame;
+        std::vector<std::string> dVariables;
+        std::array<char, 1024> szType{};
+        EXPECT_TRUE(Symbols.Start(&Context) && Symbols.NextFrame(&Frame) && Symbols.NextFrame(&Frame));
+        for (plat::SymbolVariable_t Variable; Symbols.NextVariable(&Variable);)
+        {
+            bool const bNamed = Symbols.TypeName(Variable.nType, szType.data(), szType.size());
+            if (Variable.ePlace == plat::PLACE_MEMORY)
+            {
+                dVariables.push_back((Variable.eKind == plat::SYMBOL_PARAMETER ? "Parameter " : "Local ")
+                                     + std::string(Variable.szName) + (bNamed ? " " : "") + szType.data()
+                                     + Value(Symbols, { Variable.nType, 0, Variable.nSize, 0, 0 }, Variable.Address));
+            }
+        }
+        return dVariables;
+    }
+
+    // Ends the helper among our children; false if it isn't listed.
+    bool KillHelper()
+    {
+        std::string const sOwn = std::to_string(getpid());
+        std::ifstream Children("/proc/self/task/" + sOwn + "/children");
+        for (int nChild = 0; Children >> nChild;)
+        {
+            std::string sName;
+            std::ifstream("/proc/" + std::to_string(nChild) + "/comm") >> sName;
+            if (sName == "zqsymbols")
+            {
+                return kill(nChild, SIGKILL) == 0;
+            }
+        }
+        return false;
+    }
+}
+
+class SymbolWalk : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (access(ZQSYMBOLS_PATH, X_OK) != 0)
+        {
+            GTEST_SKIP() << "zqsymbols is not built here: libdw was not found";
+        }
+        g_dLines.clear();
+    }
+};
+
+TEST_F(SymbolWalk, TellTheNamesAndLinesOfAStack)
+{
+    std::vector<Frame_s> dFrames;
+    Hidden([&](plat::FaultContext_t const & Context) { dFrames = WalkFrom(Context); });
+    ASSERT_GT(dFrames.size(), NAMES.size());
+    for (std::size_t i = 0; i < NAMES.size(); ++i)
+    {
+        bool const bLambda = i == LAMBDA;
+        EXPECT_EQ(bLambda ? "" : dFrames[i].sName, NAMES[i]);
+        EXPECT_TRUE(!bLambda || dFrames[i].sName.ends_with("::operator()")) << dFrames[i].sName;
+        std::string const sLine = i == 0 ? "" : std::to_string(g_dLines[NAMES.size() - 1 - i]);
+        EXPECT_TRUE(i == 0 || dFrames[i].sPlace == __FILE__ ":" + sLine) << dFrames[i].sPlace << " is not " << sLine;
+    }
+    EXPECT_EQ(std::count_if(dFrames.begin(), dFrames.end(), [](Frame_s const & At) { return At.sName == "main"; }), 1);
+}
+
+TEST_F(SymbolWalk, AgreeWithTheDebugger)
+{
+    if (std::system("gdb --version >/dev/null 2>&1") != 0)
+    {
+        GTEST_SKIP() << "gdb is not installed";
+    }
+    std::string sDebugger;
+    std::vector<Frame_s> dFrames;
+    Hidden(
+        [&](plat::FaultContext_t const & Context)
+        {
+            dFrames = WalkFrom(Context);
+            sDebugger = OutputOf("gdb -nx -batch -ex 'set filename-display absolute' -ex bt -p "
+                                 + std::to_string(getpid()) + " 2>/dev/null </dev/null");
+        });
+    // "#3  0x0123 in Name (arguments) at File:Line"
+    std::size_t nSame = 0;
+    std::istringstream Lines(sDebugger);
+    for (std::string sLine; std::getline(Lines, sLine);)
+    {
+        std::size_t const iAddress = sLine.find("0x");
+        std::size_t const iName = sLine.find(" in ") + 4;
+        std::size_t const iPlace = sLine.rfind(" at ") + 4;
+        for (std::size_t i = 1; sLine.starts_with('#') && iAddress < iName && i < NAMES.size(); ++i)
+        {
+            if (std::strtoull(sLine.c_str() + iAddress, nullptr, 16) == dFrames[i].Frame.Address)
+            {
+                EXPECT_EQ(dFrames[i].sPlace, sLine.substr(iPlace));
+                EXPECT_TRUE(i == LAMBDA || sLine.substr(iName).starts_with(dFrames[i].sName)) << sLine;
+                ++nSame;
+            }
+        }
+    }
+    EXPECT_EQ(nSame, NAMES.size() - 1) << sDebugger;
+}
+
+TEST_F(SymbolWalk, WalkTheFramesThatTheRuntimeWalks)
+{
+    std::vector<std::uintptr_t> dOurs;
+    std::array<void *, 200> dTheirs{};
+    std::size_t nTheirs = 0;
+    Hidden(
+        [&](plat::FaultContext_t const & Context)
+        {
+            dOurs = Addresses(WalkFrom(Context));
+            nTheirs = static_cast<std::size_t>(backtrace(dTheirs.data(), static_cast<int>(dTheirs.size())));
+        });
+    // Both end at the same frame; theirs begins further in.
+    ASSERT_GT(nTheirs, dOurs.size());
+    for (std::size_t i = 1; i < dOurs.size(); ++i)
+    {
+        EXPECT_EQ(dOurs[dOurs.size() - i], reinterpret_cast<std::uintptr_t>(dTheirs[nTheirs - i])) << i;
+    }
+}
+
+TEST_F(SymbolWalk, TellTheVariables)
+{
+    for (auto const fnLocals : { LocalsPlain, LocalsOptimised })
+    {
+        if (plat::ADDRESS_CHECKER && fnLocals == LocalsOptimised)
+        {
+            continue;   // the checker moves locals to where the compiler does not tell
+        }
+        std::vector<std::string> dVariables;
+        fnLocals([&](plat::FaultContext_t const & Context) { dVariables = VariablesAround(Context); }, 7);
+        std::string const sReference =
+            "Local Reference=" + Number(reinterpret_cast<std::uintptr_t>(g_pWhole), 0, plat::BASE_NONE);
+        std::erase_if(dVariables, [](std::string const & sLine) { return sLine.starts_with("Parameter fnLook"); });
+        // A register may hold these two, or nothing any more.
+        std::size_t const nHeld = std::erase(dVariables, sReference) + std::erase(dVariables, "Parameter nParameter=7");
+        EXPECT_TRUE(nHeld == 2 || fnLocals == LocalsOptimised);
+        EXPECT_THAT(dVariables, testing::UnorderedElementsAreArray(LOCALS));
+    }
+}
+
+TEST_F(SymbolWalk, AStrippedProgramKeepsItsFrames)
+{
+    if (std::getenv("ZQCORE_TEST_STRIPPED") != nullptr)
+    {
+        std::vector<Frame_s> dFrames;
+        Hidden([&](plat::FaultContext_t const & Context) { dFrames = WalkFrom(Context); });
+        EXPECT_GT(dFrames.size(), NAMES.size() + 2);
+        EXPECT_EQ(dFrames[1].sName + dFrames[1].sPlace, "");
+        return;
+    }
+    TempFolder_c const Folder;
+    std::string const sCopy = Folder.Join("stripped");
+    if (std::system(("strip -o " + sCopy + " /proc/" + std::to_string(getpid()) + "/exe").c_str()) != 0)
+    {
+        GTEST_SKIP() << "strip is not installed";
+    }
+    std::string const sEnvironment = "ZQCORE_TEST_STRIPPED=1 ZQCORE_SYMBOLS=" ZQSYMBOLS_PATH " ";
+    EXPECT_EQ(
+        std::system((sEnvironment + sCopy + " --gtest_filter=SymbolWalk.AStripped* >" + sCopy + ".log").c_str()), 0)
+        << Folder.Read("stripped.log");
+}
+
+// Without a helper the chain of frame pointers leads through our own functions.
+TEST_F(SymbolWalk, AHelperThatFailsCostsTheNamesAlone)
+{
+    TempFolder_c const Folder;
+    Rows_t<char const *, char const *> const dRows = { { "missing", nullptr }, { "dies", "exit 1" },
+        { "talks", "printf xxx >&3; sleep 60" }, { "hangs", "exec sleep 60" } };
+    for (auto const & [szName, szScript] : dRows)
+    {
+        SCOPED_TRACE(szName);
+        std::string const sPath = Folder.Join(szName);
+        if (szScript != nullptr)
+        {
+            Folder.Write(szName, "#!/bin/sh\n" + std::string(szScript) + "\n");
+            chmod(sPath.c_str(), 0700);
+        }
+        HelperScope_s const Scope(sPath);
+        auto const tStart = std::chrono::steady_clock::now();
+        Hidden(
+            [&](plat::FaultContext_t const & Context)
+            {
+                plat::Symbols_c Symbols;
+                EXPECT_FALSE(Symbols.Start(&Context));
+                std::vector<Frame_s> const dFrames = Walk(Symbols);
+                plat::SymbolsSetHelper(ZQSYMBOLS_PATH);
+                std::vector<std::uintptr_t> dReal = Addresses(WalkFrom(Context));
+                ASSERT_GE(dFrames.size(), NAMES.size());
+                dReal.resize(NAMES.size());
+                std::vector<std::uintptr_t> dChain = Addresses(dFrames);
+                dChain.resize(NAMES.size());
+                EXPECT_EQ(dChain, dReal);
+                EXPECT_EQ(dFrames[1].sName + dFrames[1].sPlace, "");
+            });
+        EXPECT_LT(std::chrono::steady_clock::now() - tStart, 15s);
+    }
+}
+
+TEST_F(SymbolWalk, AWalkGoesOnWhenTheHelperDies)
+{
+    Hidden(
+        [&](plat::FaultContext_t const & Context)
+        {
+            std::vector<std::uintptr_t> dReal = Addresses(WalkFrom(Context));
+            plat::Symbols_c Symbols;
+            plat::SymbolFrame_t Frame;
+            ASSERT_TRUE(Symbols.Start(&Context) && Symbols.NextFrame(&Frame));
+            if (!KillHelper())
+            {
+                GTEST_SKIP() << "the kernel does not list a thread's children";
+            }
+            for (std::size_t i = 1; i < NAMES.size(); ++i)
+            {
+                ASSERT_TRUE(Symbols.NextFrame(&Frame));
+                EXPECT_EQ(Frame.Address, dReal[i]);
+                EXPECT_FALSE(Symbols.IsRunning());
+            }
+        });
+}
+
+TEST_F(SymbolWalk, MemoryThatCannotBeReadEndsTheWalk)
+{
+    Hidden(
+        [&](plat::FaultContext_t const & Real)
+        {
+            std::uintptr_t nReturn = Addresses(WalkFrom(Real))[1];
+            auto const nSlot = reinterpret_cast<std::uintptr_t>(&nReturn);
+            // Instruction, stack pointer, frame pointer; the addresses that are told.
+            Rows_t<std::uintptr_t, std::uintptr_t, std::uintptr_t, std::vector<std::uintptr_t>> const dRows = {
+                { Real.nIp, 8, 8, { Real.nIp } }, { 0, 8, 8, { 0 } }, { 0, nSlot, 8, { 0, nReturn } }
+            };
+            for (bool const bHelper : { true, false })
+            {
+                HelperScope_s const Scope(bHelper ? ZQSYMBOLS_PATH : "");
+                for (auto const & [nIp, nSp, nBp, dExpected] : dRows)
+                {
+                    plat::FaultContext_t Context = Real;
+                    Context.nIp = nIp;
+                    Context.nSp = nSp;
+                    Context.nBp = nBp;
+                    plat::Symbols_c Symbols;
+                    EXPECT_EQ(Symbols.Start(&Context), bHelper);
+                    EXPECT_EQ(Addresses(Walk(Symbols)), dExpected) << bHelper << ' ' << nIp << ' ' << nSp;
+                }
+            }
+        });
+}

@@ -1,0 +1,356 @@
+#include "tests/test_support.h"
+#include "tests/zqtool_support.h"
+#include "zqcore/cfilename.h"
+#include "zqcore/cprofile.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace
+{
+    using testing::HasSubstr;
+
+    constexpr std::size_t FRAMES = 150, RECORD = 2504, TIMERS = 6, WORST = 77;
+    constexpr std::size_t BATCH_0 = 8, BATCH_1 = BATCH_0 + 4 + (TIMERS - 1) * RECORD;   // offsets in the sample
+    constexpr std::uint32_t ADDRESS = 0xFFFFF000;   // the addresses of the records behind it wrap around
+
+    struct Timer_s
+    {
+        char const * szName;
+        std::uint32_t iTimer, iChild, iNext;   // indices, 0 for none
+    };
+    constexpr char UGLY[] = "</script><b id=evil>&\"'\\\x1B[1m\xFF_x";
+    constexpr Timer_s TREE[TIMERS] = { { "root", 0x80000000, 1, 0 }, { "Application", 0x801003E6, 2, 4 },
+        { "world", 0x40000002, 3, 0 }, { UGLY, 0x40000003, 0, 5 }, { "update", 0x00100384, 0, 0 },
+        { "late", 0x40000005, 0, 0 } };
+    static_assert(sizeof UGLY == 32, "the longest name that there is");
+
+    struct Slot_s
+    {
+        std::int64_t tTime;   // in microseconds
+        std::uint32_t nCalls;
+    };
+
+    Slot_s Measured(std::size_t iTimer, std::size_t iFrame)
+    {
+        std::int64_t const tExtra = iFrame == WORST ? 18000 : 0;
+        Slot_s const dSlots[TIMERS] = { { 0, 0 }, { 2000 + tExtra, 1 }, { 1500 + tExtra, 3 },
+            iFrame % 2 ? Slot_s{ 500, 2 } : Slot_s{ 0, 0 }, { 10, 1 },
+            iFrame < FRAMES ? Slot_s{ 0, 0 } : Slot_s{ 100, 1 } };
+        return dSlots[iTimer];
+    }
+
+    void Append(std::string & sBytes, int nBytes, std::initializer_list<std::uint64_t> dNumbers)
+    {
+        for (std::uint64_t const nNumber : dNumbers)
+        {
+            for (int i = 0; i < nBytes; ++i)
+            {
+                sBytes += static_cast<char>(nNumber >> 8 * i);
+            }
+        }
+    }
+
+    void AppendRecord(std::string & sBytes, std::size_t iTimer, std::size_t iBatch, std::uint32_t nTimers)
+    {
+        auto const Address = [&](std::uint32_t i)
+        { return i && i < nTimers ? (ADDRESS + i * RECORD) & 0xFFFFFFFF : 0; };
+        Timer_s const & Timer = TREE[iTimer];
+        sBytes += std::string(Timer.szName).append(32 - std::strlen(Timer.szName), '\0');
+        Append(sBytes, 4, { Timer.iTimer, Address(Timer.iChild), Address(Timer.iNext), 0xCDCDCDCD, 0, 0 });
+        std::uint64_t tSum = 0, tMax = 0, nAtMax = 0, iMaxSlot = 0xFFFFFFFF;
+        Slot_s Slot = {};
+        for (std::size_t i = 0; i < FRAMES; ++i)
+        {
+            Slot = Measured(iTimer, iBatch * FRAMES + i);
+            auto const tTime = static_cast<std::uint64_t>(Slot.tTime);
+            Append(sBytes, 8, { tTime, 0xCDCDCDCD00000000 | Slot.nCalls });
+            tSum += i > 0 ? tTime : 0;
+            if (i > 0 && tTime > 0 && tTime >= tMax)
+            {
+                tMax = tTime;
+                nAtMax = Slot.nCalls;
+                iMaxSlot = i;
+            }
+        }
+        std::uint64_t const tMaxEver = std::max(tMax, static_cast<std::uint64_t>(Measured(iTimer, WORST).tTime));
+        Append(sBytes, 8, { tSum / 149, tMax, static_cast<std::uint64_t>(Slot.tTime), tMaxEver });
+        Append(sBytes, 4, { Slot.nCalls, nAtMax, iMaxSlot, 0 });
+    }
+
+    // Two batches; the last timer comes with the second one.
+    std::string Sample()
+    {
+        std::string sBytes;
+        Append(sBytes, 4, { RECORD, ADDRESS });
+        for (std::uint32_t iBatch = 0; iBatch < 2; ++iBatch)
+        {
+            std::uint32_t const nTimers = TIMERS - 1 + iBatch;
+            Append(sBytes, 4, { nTimers });
+            for (std::size_t i = 0; i < nTimers; ++i)
+            {
+                AppendRecord(sBytes, i, iBatch, nTimers);
+            }
+        }
+        return sBytes;
+    }
+
+    std::string Patched(std::string sBytes, std::size_t nOffset, std::uint32_t nWord)
+    {
+        std::string sWord;
+        Append(sWord, 4, { nWord });
+        return sBytes.replace(nOffset, 4, sWord);
+    }
+
+    constexpr char RATE[] = " --ticks-per-second 1e6";
+}
+
+class ZqtoolStats : public testing::Test
+{
+protected:
+    Result_s Run(std::string const & sBytes, std::string const & sArguments = "")
+    {
+        return RunTool("stats " + m_Folder.Write("zq.stats", sBytes) + RATE + sArguments);
+    }
+
+    TempFolder_c const m_Folder;
+};
+
+TEST_F(ZqtoolStats, PrintsTheTree)
+{
+    Result_s const Result = Run(Sample());
+    EXPECT_EQ(Result.iStatus, 0);
+    EXPECT_EQ(Result.sOutput,
+        "300 frames in 2 batches; 1000000 ticks a second\n"
+        "frame time in ms: mean 2.0600, median 2.0000, 95 % 2.0000, 99 % 2.0000, worst 20.0000 (frame 77)\n"
+        "\n"
+        "  average ms       own ms      peak ms  at frame        calls  calls/frame  timer\n"
+        "      2.0600       0.5000      20.0000        77          300         1.00  Application\n"
+        "      1.5600       1.2600      19.5000        77          900         3.00    world\n"
+        "      0.2500       0.2500       0.5000         1          300         1.00      </script><b id=evil>&\"'\\"
+        "\xEF\xBF\xBD[1m\xEF\xBF\xBD_x\n"
+        "      0.0500       0.0500       0.1000       150          150         0.50      late\n"
+        "      0.0100       0.0100       0.0100         0          300         1.00  update\n");
+    Result_s const Broken = Run(Sample().substr(0, BATCH_1 + 4 + 2 * RECORD));
+    EXPECT_THAT(
+        Broken.sOutput, HasSubstr("      2.0600       0.5000      20.0000        77          300         1.00  App"))
+        << "the time of its own comes from the batch that is whole";
+    EXPECT_THAT(
+        Broken.sOutput, HasSubstr("      1.6200       1.3700      19.5000        77          450         3.00    wor"))
+        << "frames in which a timer isn't known don't count";
+    Result_s const Young = Run(Sample().substr(0, BATCH_0));
+    EXPECT_EQ(Young.iStatus, 0) << "a file of less than 150 frames is no damaged one";
+    EXPECT_THAT(Young.sOutput, HasSubstr("The profiler writes its first batch after 150 frames."));
+}
+
+TEST_F(ZqtoolStats, ReadsWhatTheProfilerWrites)
+{
+    Module_c::Register(ModuleProfiler_c::Get());
+    ASSERT_TRUE(Module_c::InitializeAllModules());
+    ProfilerInitSwapStats(FileName_c(m_Folder.Join("real.stats").c_str()));
+    for (std::size_t iFrame = 0; iFrame < FRAMES; ++iFrame)
+    {
+        ProfilerBeginFrame();
+        for (int i = 0; i < 2; ++i)
+        {
+            ProfilerPush("work", false);
+            ProfilerPop();
+        }
+        ProfilerEndFrame();
+        ProfilerUpdateFrame(true);
+    }
+    char szPeak[32];
+    std::snprintf(szPeak, sizeof szPeak, "%.4f", static_cast<double>(ProfilerGetTimer("work")->tMaxEver) / 1000);
+    Module_c::ShutdownAllModules();
+    Result_s const Result = RunTool("stats " + m_Folder.Join("real.stats") + RATE);
+    EXPECT_EQ(Result.iStatus, 0);
+    EXPECT_THAT(Result.sOutput, HasSubstr("150 frames in 1 batch; "));
+    EXPECT_THAT(Result.sOutput, testing::ContainsRegex(std::string(" ") + szPeak + " +[0-9]+ +300 +2.00    work\n"));
+}
+
+TEST_F(ZqtoolStats, TheTraceNestsAndHoldsEveryCall)
+{
+    if (RunShell("python3 -c ''").iStatus != 0)
+    {
+        GTEST_SKIP() << "needs python3";
+    }
+    EXPECT_EQ(Run(Sample(), " --json " + m_Folder.Join("trace.json")).iStatus, 0);
+    std::string const sScript = m_Folder.Write("check.py", R"(
+import collections, json, sys
+open_ends, sums, last = [], collections.defaultdict(lambda: [0, 0, 0]), 0
+for event in json.load(open(sys.argv[1]))["traceEvents"]:
+    if event["ph"] != "X":
+        continue
+    start = round(event["ts"] * 1000)
+    end = start + round(event["dur"] * 1000)
+    while open_ends and open_ends[-1] <= start and end > open_ends[-1]:
+        open_ends.pop()
+    assert start >= last and (not open_ends or end <= open_ends[-1]), event
+    open_ends.append(end)
+    last = start
+    args = event["args"]
+    for i, n in enumerate((end - start, args.get("ticks", 0), args.get("calls", 0))):
+        sums["Frame" if "frame" in args else event["name"]][i] += n
+print(*(f"{ascii(name)} {sum}" for name, sum in sums.items()), sep="\n")
+)");
+    Result_s const Result = RunShell("python3 " + sScript + " " + m_Folder.Join("trace.json") + " 2>&1");
+    EXPECT_EQ(Result.iStatus, 0);
+    EXPECT_EQ(Result.sOutput, "'Frame' [621000000, 0, 0]\n'Application' [618000000, 618000, 300]\n"
+                              "'world' [468000000, 468000, 900]\n'update' [3000000, 3000, 300]\n"
+                              "'</script><b id=evil>&\"\\'\\\\\\ufffd[1m\\ufffd_x' [75000000, 75000, 300]\n"
+                              "'late' [15000000, 15000, 150]\n");
+}
+
+TEST_F(ZqtoolStats, TellsWhereTheFileIsDamagedAndShowsTheRest)
+{
+    std::string const sGood = Sample(), sTwo = "300 frames in 2 batches", sOne = "150 frames in 1 batch;";
+    std::size_t const nRecord = BATCH_1 + 4 + 3 * RECORD;   // record 3 of the second batch
+    auto const At = [](std::uint32_t i) { return ADDRESS + i * static_cast<std::uint32_t>(RECORD); };
+    for (auto const & [sBytes, sExpected, sShown] :
+        Rows_t<std::string, std::string, std::string>{
+            { "", "byte 0: the file ends within its header of 8 bytes", "0 frames in 0 batches" },
+            { Patched(sGood, 0, 2500), "byte 0: not a stats file: records of 2500 bytes in place of 2504", "0 frames" },
+            { sGood.substr(0, BATCH_0 + 2), "byte 10: the file ends within the count of batch 0", "0 frames" },
+            { sGood.substr(0, BATCH_0 + 9), "byte 17: the file ends within record 0 of batch 0", "0 frames" },
+            { sGood.substr(0, nRecord + 40), "byte 20088: the file ends within record 3 of batch 1, which has 6",
+                sTwo },
+            { sGood.substr(0, BATCH_1 + 3), "byte 12535: the file ends within the count of batch 1", sOne },
+            { Patched(sGood, BATCH_1, 0), "byte 12532: batch 1 has 0 records in place of 1 to 512", sOne },
+            { Patched(sGood, BATCH_1, 513), "byte 12532: batch 1 has 513 records", sOne },
+            { Patched(sGood, nRecord + 40, At(1)),
+                "byte 20088: the sibling of record 3 of batch 1 is at address FFFFF9C8, which leads back", sTwo },
+            { Patched(sGood, nRecord + 36, At(3)), "byte 20084: the child of record 3 of batch 1 is at address", sTwo },
+            { Patched(sGood, nRecord + 40, At(6)), ", which is outside of the batch", sTwo },
+            { Patched(sGood, nRecord + 40, At(5) + 1), ", which is within a record", sTwo },
+            { Patched(sGood, nRecord + 40, 0), "byte 25056: nothing links to record 5 of batch 1; it is shown", sTwo },
+            { Patched(sGood, nRecord + 40, At(4)),
+                "byte 20088: record 3 of batch 1 links to record 4, which hangs elsewhere", sTwo },
+            { Patched(sGood, BATCH_1 + 4 + 40, At(5)), "links to record 5 as a sibling of the root", sTwo },
+            { Patched(sGood, BATCH_1 + 4 + 32, 7), "record 0 of batch 1 is not the root: its id is 00000007", sTwo },
+            { Patched(sGood, nRecord + 28, 0x41414141), "byte 20048: the name of record 3 of batch 1 has no end",
+                sTwo },
+            { Patched(sGood, nRecord + 2496, 150), "byte 22544: the peak of record 3 of batch 1 is in slot 150", sTwo },
+            { Patched(sGood, BATCH_1 + 4 + RECORD + 60, 0x7FFFFFFF) + "x", "the count of batch 2", sTwo } })
+    {
+        Result_s const Result =
+            Run(sBytes, " --html " + m_Folder.Join("p.html") + " --json " + m_Folder.Join("t.json"));
+        EXPECT_EQ(Result.iStatus, 1) << sExpected;
+        EXPECT_THAT(Result.sOutput, HasSubstr("zq.stats: byte "));
+        EXPECT_THAT(Result.sOutput, HasSubstr(sExpected));
+        EXPECT_THAT(Result.sOutput, HasSubstr(sShown)) << sExpected;
+        EXPECT_THAT(m_Folder.Read("p.html"), HasSubstr(sExpected));
+        EXPECT_THAT(m_Folder.Read("t.json"), testing::EndsWith("]}\n"));
+    }
+}
+
+TEST_F(ZqtoolStats, RefusesWhatItCantDo)
+{
+    std::string const sFile = m_Folder.Write("zq.stats", Sample());
+    for (auto const & [sArguments, iStatus] :
+        Rows_t<std::string, int>{ { "", 2 }, { sFile + " more", 2 }, { sFile + " --json", 2 },
+            { sFile + " --ticks-per-second 0", 2 }, { sFile + " --ticks-per-second 9x", 2 }, { sFile + " --svg x", 2 },
+            { sFile + " --json x --html x", 2 }, { sFile, 0 }, { m_Folder.Join("absent"), 1 },
+            { sFile + " --html " + m_Folder.Join("no/such.html"), 1 }, { sFile + " --json " + sFile, 1 } })
+    {
+        EXPECT_EQ(RunTool("stats " + sArguments).iStatus, iStatus) << sArguments;
+    }
+    EXPECT_EQ(m_Folder.Read("zq.stats"), Sample());
+}
+
+// The page in a browser without a window.
+class ZqtoolStatsBrowser : public ZqtoolStats
+{
+protected:
+    void SetUp() override
+    {
+        m_sBrowser = RunShell("command -v chromium-headless-shell chromium google-chrome | head -n 1").sOutput;
+        if (m_sBrowser.empty())
+        {
+            GTEST_SKIP() << "needs a browser, for instance Debian's package chromium-headless-shell";
+        }
+        m_sBrowser.pop_back();
+        ASSERT_EQ(Run(Sample(), " --html " + m_Folder.Join("page.html")).iStatus, 0);
+        m_sPage = m_Folder.Read("page.html");
+    }
+
+    // The document as the browser has it after the page's script, and after the lines that are put behind it.
+    std::string Load(std::string const & sAddress, std::string const & sScript = "", std::string const & sOptions = "")
+    {
+        std::string const sFile = m_Folder.Write("test.html", m_sPage + "<script>" + sScript + "</script>");
+        Result_s const Result =
+            RunShell("timeout 60 " + m_sBrowser + " --headless --no-sandbox --disable-gpu " + sOptions
+                     + " --window-size=1200,900 --user-data-dir=" + m_Folder.Join("profile")
+                     + " --virtual-time-budget=3000 --dump-dom 'file://" + sFile + sAddress + "' 2>&1");
+        EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
+        EXPECT_THAT(Result.sOutput, HasSubstr("<html lang=\"en\" data-ready=\"1\""));
+        return Result.sOutput;
+    }
+
+    std::string m_sBrowser, m_sPage;
+};
+
+TEST_F(ZqtoolStatsBrowser, ThePageShowsTheFilesFigures)
+{
+    EXPECT_EQ(m_sPage.find("://"), std::string::npos) << "the page needs nothing else";
+    std::string const sFrame = Load("#frame=77"), sAverage = Load("#average");
+    for (char const * szPart : { "data-timer=\"1\" data-ticks=\"20000\" data-calls=\"1\"",
+             "data-timer=\"2\" data-ticks=\"19500\" data-calls=\"3\"",
+             "data-timer=\"3\" data-ticks=\"500\" data-calls=\"2\"", "aria-valuetext=\"frame 77: 20.00 ms\"",
+             "data-figure=\"worst\" data-ticks=\"20000\">20.00 ms", "<tr data-frame=\"77\">",
+             "data-ticks=\"1560\">1.5600</td><td data-ticks=\"19500\">19.5000</td>",
+             // The profiler's own figures of the hottest timer, "world": 1500 + 18000 / 149 on average.
+             "data-average=\"1620\" data-max=\"19500\" data-last=\"1500\" data-max-ever=\"19500\" data-n-last=\"3\" "
+             "data-n-at-max=\"3\" data-max-slot=\"77\"",
+             "&lt;/script&gt;&lt;b id=evil&gt;&amp;\"'\\\xEF\xBF\xBD[1m\xEF\xBF\xBD_x</button>" })
+    {
+        EXPECT_THAT(sFrame, HasSubstr(szPart));
+    }
+    EXPECT_THAT(sAverage, HasSubstr("data-timer=\"5\" data-ticks=\"50\" data-calls=\"0.5\""));
+    EXPECT_THAT(sAverage, HasSubstr("data-max=\"1500\" data-last=\"1500\" data-max-ever=\"19500\""));
+    EXPECT_EQ(sFrame.find("<b id"), std::string::npos) << "a name became an element";
+}
+
+TEST_F(ZqtoolStatsBrowser, KeysAndThePointerWork)
+{
+    std::string const sDocument = Load("#average", R"(
+const seen = [], press = (key) => document.activeElement.dispatchEvent(new KeyboardEvent("keydown", { key, bubbles: true }));
+const look = () => seen.push(["frame", "from", "to"].map((name) => $("graph").dataset[name]).join(" "));
+$("graph").focus();
+for (const key of ["End", "ArrowLeft", "PageUp", "+", "-", "Home", "0"]) { press(key); look(); }
+const point = (type, x) => $("graph").dispatchEvent(
+    new PointerEvent(type, { clientX: $("graph").getBoundingClientRect().left + x, clientY: 200, pointerId: 1 }));
+$("graph").setPointerCapture = () => {};
+const at = (frame) => xOf(frame + 0.5);
+point("pointermove", at(77)); seen.push($("tip").textContent);
+point("pointerdown", at(60)); point("pointermove", at(80)); point("pointerup", at(80)); look();
+point("pointerdown", at(77)); point("pointerup", at(77)); look();
+boxOf(1).focus(); press("ArrowDown"); press("ArrowDown"); press("ArrowUp"); seen.push(document.activeElement.dataset.timer);
+document.activeElement.click(); seen.push(flame.querySelectorAll(".above").length, $("range").textContent);
+press("Escape"); press("Escape"); seen.push(flame.querySelectorAll(".above").length);
+$("filter").value = "LAT"; $("filter").oninput(); seen.push($("hot").tBodies[0].rows.length);
+press("Home"); selectFrame(0, false); hovered = -1;
+let drawn = 0;   // widths of the graph at which the one long frame shows half way up
+for (let width = 150; width < 750; width += 6)
+{
+    graph.style.width = width + "px";
+    showRange(0, nFrames);
+    const row = context.getImageData(MARGIN.left + 20, graph.height / 2, width, 1).data;
+    drawn += row.some((value, i) => i % 4 === 3 && value > 0);
+}
+document.documentElement.dataset.seen = seen.join("; ") + "; " + drawn;
+)");
+    EXPECT_THAT(sDocument,
+        HasSubstr("data-seen=\"299 0 300; 298 0 300; 148 0 300; 148 74 224; 148 0 300; 0 0 300; 0 0 300; frame 77: "
+                  "20.00 ms, most in world; 0 60 81; 77 60 81; 2; 2; frames 60 to 80, the time in world marked; 0; 1; "
+                  "100\""));
+}
+
+TEST_F(ZqtoolStatsBrowser, ThePageFollowsTheColourScheme)
+{
+    std::string const sScript =
+        "document.documentElement.dataset.seen = getComputedStyle(document.body).backgroundColor";
+    EXPECT_THAT(
+        Load("", sScript, "--blink-settings=preferredColorScheme=1"), HasSubstr("data-seen=\"rgb(251, 251, 250)\""));
+    EXPECT_THAT(
+        Load("", sScript, "--blink-settings=preferredColorScheme=0"), HasSubstr("data-seen=\"rgb(21, 23, 26)\""));
+}

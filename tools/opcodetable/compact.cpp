@@ -1,0 +1,112 @@
+#include "tools/opcodetable/compact.h"
+
+#include "zqcore/copcode_internal.h"
+
+#include <algorithm>
+#include <deque>
+
+namespace
+{
+    constexpr std::size_t MAX_SHARED = 7;   // units at either end
+    constexpr std::size_t HISTORY = 4;
+
+    std::string Word(std::size_t n)
+    {
+        std::string sWord;
+        for (int i = 0; i != 4; ++i)
+        {
+            sWord += static_cast<char>(n >> 8 * i);
+        }
+        return sWord;
+    }
+
+    /// Codes the strings of one kind.
+    class Coder_c
+    {
+    public:
+        explicit Coder_c(std::size_t nUnit)
+            : m_nUnit(nUnit)
+            , m_dHistory(HISTORY)
+        {}
+
+        std::string Code(std::string const & sText)
+        {
+            std::string sBest;
+            for (std::size_t i = 0; i != HISTORY; ++i)
+            {
+                std::string const sCode = CodeWith(sText, i);
+                if (i == 0 || sCode.size() < sBest.size())
+                {
+                    sBest = sCode;
+                }
+            }
+            m_dHistory.pop_back();
+            m_dHistory.push_front(sText);
+            return sBest;
+        }
+
+    private:
+        std::string CodeWith(std::string const & sText, std::size_t iOld) const
+        {
+            std::string const & sOld = m_dHistory[iOld];
+            std::size_t const nUnits = sText.size() / m_nUnit;
+            std::size_t const nMost = std::min({ nUnits, sOld.size() / m_nUnit, MAX_SHARED });
+            std::size_t nHead = 0;
+            while (nHead != nMost && sText.compare(nHead * m_nUnit, m_nUnit, sOld, nHead * m_nUnit, m_nUnit) == 0)
+            {
+                ++nHead;
+            }
+            std::size_t const nMostTail = std::min(nMost, nUnits - nHead);
+            std::size_t nTail = 0;
+            while (nTail != nMostTail
+                   && sText.compare(sText.size() - (nTail + 1) * m_nUnit, m_nUnit, sOld,
+                          sOld.size() - (nTail + 1) * m_nUnit, m_nUnit)
+                          == 0)
+            {
+                ++nTail;
+            }
+            std::size_t const nLiteral = nUnits - nHead - nTail;
+            std::string sCode{ static_cast<char>(iOld << 6 | nTail << 3 | nHead), static_cast<char>(nLiteral + 1) };
+            return sCode + sText.substr(nHead * m_nUnit, nLiteral * m_nUnit);
+        }
+
+        std::size_t m_nUnit;
+        std::deque<std::string> m_dHistory;   // the latest first
+    };
+}
+
+std::string CompactForm(std::vector<Group_t> const & dGroups)
+{
+    Coder_c Patterns(2);
+    Coder_c Formats(1);
+    std::string sForm(1, static_cast<char>(dGroups.size()));
+    for (Group_t const & Group : dGroups)
+    {
+        for (Row_t const & Row : Group.dRows)
+        {
+            sForm += Patterns.Code(Row.sPattern);
+            sForm += Formats.Code(Row.sFormat);
+        }
+        sForm.append(2, '\0');
+    }
+    return Word(sForm.size()) + Word(ExpandedForm(dGroups).size()) + sForm;
+}
+
+std::string ExpandedForm(std::vector<Group_t> const & dGroups)
+{
+    std::size_t const nSlots = (dGroups.size() + 1) * sizeof(std::uint32_t);
+    std::string sSlots, sRows;
+    std::size_t nLast = 0;
+    for (Group_t const & Group : dGroups)
+    {
+        nLast = nSlots + sRows.size();
+        sSlots += Word(nLast);
+        for (Row_t const & Row : Group.dRows)
+        {
+            sRows += static_cast<char>(Row.sPattern.size()) + Row.sPattern;
+            sRows += static_cast<char>(Row.sFormat.size()) + Row.sFormat;
+        }
+        sRows.append(2, '\0');
+    }
+    return Word(nLast) + sSlots + sRows;
+}

@@ -1,0 +1,342 @@
+#include "tools/opcodetable/rows.h"
+
+#include "zqcore/copcode_internal.h"
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+namespace
+{
+    struct Line_t
+    {
+        std::string sPlace;   // file and number, for errors
+        std::string sPattern;
+        std::string sFormat;
+    };
+
+    struct Source_t
+    {
+        std::string sName;
+        std::vector<Line_t> dLines;
+    };
+
+    struct Kind_t
+    {
+        unsigned char nCode;
+        int nFields;   // that it reads
+    };
+
+    std::map<std::string, Kind_t> const KINDS = {
+        { "r32", { OPCODE_KIND_R32, 1 } },
+        { "r16", { OPCODE_KIND_R16, 1 } },
+        { "r8", { OPCODE_KIND_R8, 1 } },
+        { "mm", { OPCODE_KIND_MM, 1 } },
+        { "xmm", { OPCODE_KIND_XMM, 1 } },
+        { "cr", { OPCODE_KIND_CR, 1 } },
+        { "dr", { OPCODE_KIND_DR, 1 } },
+        { "sr", { OPCODE_KIND_SEGMENT, 1 } },
+        { "st", { OPCODE_KIND_ST, 1 } },
+        { "ra", { OPCODE_KIND_ADDRESS, 1 } },
+        { "rx", { OPCODE_KIND_INDEX, 1 } },
+        { "y", { OPCODE_KIND_R32_OR_64, 1 } },
+        { "rs", { OPCODE_KIND_STACK, 1 } },
+        { "rq", { OPCODE_KIND_R64, 1 } },
+        { "v", { OPCODE_KIND_BY_SIZE, 1 } },
+        { "p", { OPCODE_KIND_MM_OR_XMM, 1 } },
+        { "b", { OPCODE_KIND_BYTE, 1 } },
+        { "w", { OPCODE_KIND_NUMBER16, 2 } },
+        { "d", { OPCODE_KIND_NUMBER32, 4 } },
+        { "dq", { OPCODE_KIND_EXTENDED, 4 } },
+        { "q", { OPCODE_KIND_NUMBER64, 8 } },
+        { "", { OPCODE_KIND_TEXT, 1 } },
+        { "sb", { OPCODE_KIND_SIGNED8, 1 } },
+        { "sw", { OPCODE_KIND_SIGNED16, 2 } },
+        { "sd", { OPCODE_KIND_SIGNED32, 4 } },
+        { "jb", { OPCODE_KIND_JUMP8, 1 } },
+        { "jw", { OPCODE_KIND_JUMP16, 2 } },
+        { "jd", { OPCODE_KIND_JUMP32, 4 } },
+        { "rip", { OPCODE_KIND_RELATIVE, 4 } },
+    };
+
+    std::map<std::string, unsigned char> const CONDITIONS = {
+        { "66?", OPCODE_IF_OPERAND_SIZE },
+        { "67?", OPCODE_IF_ADDRESS_SIZE },
+        { "F2?", OPCODE_IF_F2 },
+        { "F3?", OPCODE_IF_F3 },
+        { "noseg?", OPCODE_IF_NO_SEGMENT },
+        { "W?", OPCODE_IF_REX_W },
+        { "B?", OPCODE_IF_REX_B },
+        { "noX?", OPCODE_IF_NO_REX_X },
+    };
+
+    std::map<std::string, unsigned char> const CODES = {
+        { "seg", OPCODE_PRINT_SEGMENT },
+        { "=cs", OPCODE_SET_SEGMENT },
+        { "=ss", OPCODE_SET_SEGMENT + 1 },
+        { "=ds", OPCODE_SET_SEGMENT + 2 },
+        { "=es", OPCODE_SET_SEGMENT + 3 },
+        { "=fs", OPCODE_SET_SEGMENT + 4 },
+        { "=gs", OPCODE_SET_SEGMENT + 5 },
+        { "=66", OPCODE_SET_OPERAND_SIZE },
+        { "=67", OPCODE_SET_ADDRESS_SIZE },
+        { "=F2", OPCODE_SET_F2 },
+        { "=F3", OPCODE_SET_F3 },
+        { "=rex", OPCODE_SET_REX },
+        { "=none", OPCODE_SET_NONE },
+    };
+
+    std::string Trimmed(std::string const & s)
+    {
+        std::size_t const iFirst = s.find_first_not_of(' ');
+        return iFirst == std::string::npos ? "" : s.substr(iFirst, s.find_last_not_of(' ') - iFirst + 1);
+    }
+
+    /// Translates the rows of one mode; the groups' names are known.
+    class Translator_c
+    {
+    public:
+        explicit Translator_c(std::vector<Source_t> const & dSources)
+            : m_dSources(dSources)
+        {}
+
+        Row_t Translate(Line_t const & Line)
+        {
+            m_pLine = &Line;
+            m_nFields = 0;
+            Row_t Row;
+            std::istringstream Words(Line.sPattern);
+            for (std::string sWord; Words >> sWord;)
+            {
+                AddItem(Row.sPattern, sWord);
+            }
+            AddFormat(Row.sFormat, Line.sFormat);
+            if (Row.sPattern.empty() || Row.sFormat.empty() || Row.sPattern.size() > 255 || Row.sFormat.size() > 255)
+            {
+                Fail("a row needs a pattern and a format of at most 255 bytes");
+            }
+            return Row;
+        }
+
+    private:
+        [[noreturn]] void Fail(std::string const & sWhat) const { throw RowError_c(m_pLine->sPlace + ": " + sWhat); }
+
+        unsigned char Number(std::string const & sText, int nBase) const
+        {
+            char const * const szDigits = nBase == 16 ? "0123456789ABCDEF" : "0123456789";
+            if (sText.empty() || sText.size() > 2 || sText.find_first_not_of(szDigits) != std::string::npos)
+            {
+                Fail("no number: '" + sText + "'");
+            }
+            return static_cast<unsigned char>(std::stoi(sText, nullptr, nBase));
+        }
+
+        unsigned char GroupIndex(std::string const & sName) const
+        {
+            auto const i = std::find_if(
+                m_dSources.begin(), m_dSources.end(), [&](Source_t const & Source) { return Source.sName == sName; });
+            if (i == m_dSources.end())
+            {
+                Fail("no group '" + sName + "' in this mode");
+            }
+            return static_cast<unsigned char>(i - m_dSources.begin());
+        }
+
+        void AddPair(std::string & sPattern, int nFirst, int nMask, int nFields)
+        {
+            sPattern += static_cast<char>(nFirst);
+            sPattern += static_cast<char>(nMask);
+            m_nFields += nFields;
+            if (m_nFields > static_cast<int>(OPCODE_MAX_FIELDS) - 1)
+            {
+                Fail("too many fields");
+            }
+        }
+
+        void AddItem(std::string & sPattern, std::string const & sWord)
+        {
+            auto const iCondition = CONDITIONS.find(sWord);
+            if (iCondition != CONDITIONS.end())
+            {
+                AddPair(sPattern, iCondition->second, 0, 0);
+            }
+            else if (sWord == "..")
+            {
+                AddPair(sPattern, OPCODE_ANY_BYTE, 0, 1);
+            }
+            else if (sWord[0] == '@' || sWord[0] == '^')
+            {
+                int const nBack = sWord[0] == '^' ? OPCODE_STEP_BACK : 0;
+                AddPair(sPattern, OPCODE_SUBTABLE | nBack | GroupIndex(sWord.substr(1)), 0, 2);
+            }
+            else if (sWord[0] == '+')
+            {
+                int const nBytes = Number(sWord.substr(1), 10);
+                if (nBytes < 1 || nBytes > OPCODE_RAW_LAST)
+                {
+                    Fail("1 to 15 bytes are taken at once");
+                }
+                AddPair(sPattern, nBytes, 0, nBytes);
+            }
+            else if (sWord[0] == '/')
+            {
+                AddPair(sPattern, (Number(sWord.substr(1), 10) & 7) << 3, 7 << 3, 1);
+            }
+            else
+            {
+                AddByte(sPattern, sWord);
+            }
+        }
+
+        // 8B or 50/F8.
+        void AddByte(std::string & sPattern, std::string const & sWord)
+        {
+            std::size_t const iBar = sWord.find('/');
+            int const nByte = Number(sWord.substr(0, iBar), 16);
+            int const nMask = iBar == std::string::npos ? 0xFF : Number(sWord.substr(iBar + 1), 16);
+            if (nMask == 0 || (nByte & ~nMask) != 0)
+            {
+                Fail("bits outside of the mask: '" + sWord + "'");
+            }
+            AddPair(sPattern, nByte, nMask, 1);
+        }
+
+        void AddFormat(std::string & sFormat, std::string const & sText) const
+        {
+            for (std::size_t i = 0; i != sText.size(); ++i)
+            {
+                if (sText[i] != '{')
+                {
+                    sFormat += sText[i];
+                    continue;
+                }
+                std::size_t const iEnd = sText.find('}', i);
+                if (iEnd == std::string::npos)
+                {
+                    Fail("a '{' without '}'");
+                }
+                AddReference(sFormat, sText.substr(i + 1, iEnd - i - 1));
+                i = iEnd;
+            }
+        }
+
+        // 3, 3:b, 2.reg:v, 1.w4s2:b, or one of CODES. A blank in front of a field joins it.
+        void AddReference(std::string & sFormat, std::string const & sText) const
+        {
+            auto const iCode = CODES.find(sText);
+            if (iCode != CODES.end())
+            {
+                sFormat += static_cast<char>(iCode->second);
+                return;
+            }
+            std::size_t const iColon = std::min(sText.find(':'), sText.size());
+            std::size_t const iDot = std::min(sText.find('.'), iColon);
+            int nField = Number(sText.substr(0, iDot), 10);
+            auto const iKind = KINDS.find(iColon == sText.size() ? "" : sText.substr(iColon + 1));
+            if (iKind == KINDS.end() || nField < 1 || nField + iKind->second.nFields - 1 > m_nFields)
+            {
+                Fail("no such field or kind: '" + sText + "'");
+            }
+            if (!sFormat.empty() && sFormat.back() == ' ')
+            {
+                sFormat.pop_back();
+                nField |= OPCODE_BLANK;
+            }
+            sFormat += static_cast<char>(nField);
+            AddSelector(sFormat, iDot == iColon ? "" : sText.substr(iDot + 1, iColon - iDot - 1), iKind->second.nCode);
+        }
+
+        void AddSelector(std::string & sFormat, std::string const & sSlice, int nKind) const
+        {
+            if (sSlice.empty() || sSlice == "lo" || sSlice == "reg")
+            {
+                int const eSlice = sSlice.empty()   ? OPCODE_SLICE_BYTE
+                                   : sSlice == "lo" ? OPCODE_SLICE_LOW
+                                                    : OPCODE_SLICE_REGISTER;
+                sFormat += static_cast<char>(eSlice << 5 | nKind);
+                return;
+            }
+            if (sSlice.size() != 4 || sSlice[0] != 'w' || sSlice[2] != 's')
+            {
+                Fail("no such slice: '" + sSlice + "'");
+            }
+            sFormat += static_cast<char>(OPCODE_SLICE_TOLD << 5 | nKind);
+            sFormat += static_cast<char>(Number(sSlice.substr(1, 1), 10) << 4 | Number(sSlice.substr(3, 1), 10));
+        }
+
+        std::vector<Source_t> const & m_dSources;
+        Line_t const * m_pLine = nullptr;
+        int m_nFields = 0;   // of the row's pattern
+    };
+
+    // The mode that a line starts with is taken off; false for a line of the other mode.
+    bool TakeMode(std::string & sLine, std::string const & sMode)
+    {
+        bool const bMarked = sLine.compare(0, 3, "32:") == 0 || sLine.compare(0, 3, "64:") == 0;
+        bool const bOurs = !bMarked || sLine.compare(0, 2, sMode) == 0;
+        sLine.erase(0, bMarked ? 3 : 0);
+        return bOurs;
+    }
+
+    void ReadFile(std::string const & sFile, std::string const & sMode, std::vector<Source_t> & dSources)
+    {
+        std::ifstream Stream(sFile);
+        if (!Stream)
+        {
+            throw RowError_c(sFile + ": can't be opened");
+        }
+        std::string sText;
+        for (int iLine = 1; std::getline(Stream, sText); ++iLine)
+        {
+            std::string const sPlace = sFile + "(" + std::to_string(iLine) + ")";
+            sText = sText.substr(0, sText.find('#'));
+            if (Trimmed(sText).empty() || !TakeMode(sText, sMode))
+            {
+                continue;
+            }
+            std::size_t const iBar = sText.find('|');
+            if (iBar == std::string::npos)
+            {
+                std::istringstream Words(sText);
+                std::string sWord, sName;
+                if (!(Words >> sWord >> sName) || sWord != "group")
+                {
+                    throw RowError_c(sPlace + ": neither a row nor a group");
+                }
+                dSources.push_back({ sName, {} });
+                continue;
+            }
+            if (dSources.empty())
+            {
+                throw RowError_c(sPlace + ": a row before the first group");
+            }
+            std::string const sFormat = iBar + 2 <= sText.size() ? sText.substr(iBar + 2) : "";
+            dSources.back().dLines.push_back({ sPlace, sText.substr(0, iBar), sFormat });
+        }
+    }
+}
+
+std::vector<Group_t> ReadGroups(std::vector<std::string> const & dFiles, std::string const & sMode)
+{
+    std::vector<Source_t> dSources;
+    for (std::string const & sFile : dFiles)
+    {
+        ReadFile(sFile, sMode, dSources);
+    }
+    if (dSources.empty() || dSources.size() > OPCODE_MAX_GROUPS)
+    {
+        throw RowError_c("1 to " + std::to_string(OPCODE_MAX_GROUPS) + " groups make a table");
+    }
+    Translator_c Translator(dSources);
+    std::vector<Group_t> dGroups;
+    for (Source_t const & Source : dSources)
+    {
+        Group_t & Group = dGroups.emplace_back(Group_t{ Source.sName, {} });
+        for (Line_t const & Line : Source.dLines)
+        {
+            Group.dRows.push_back(Translator.Translate(Line));
+        }
+    }
+    return dGroups;
+}

@@ -1,0 +1,28 @@
+// rows.h: the readable rows of the opcode table, and their translation into the strings of the engine.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// A pattern and a format as the engine reads them.
+struct Row_t
+{
+    std::string sPattern;
+    std::string sFormat;
+};
+
+struct Group_t
+{
+    std::string sName;
+    std::vector<Row_t> dRows;
+};
+
+/// An error in a line; what() starts with the file's name and the line's number.
+class RowError_c : public std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+};
+
+/// The table of one mode ("32" or "64"): the groups of the files in their order. Throws RowError_c.
+std::vector<Group_t> ReadGroups(std::vector<std::string> const & dFiles, std::string const & sMode);

@@ -1,0 +1,325 @@
+#include "tools/zqsymbols/expression.h"
+
+#include <dwarf.h>
+#include <vector>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr int STEPS_MAX = 10000;   // an expression may jump back
+
+        class Evaluator_c
+        {
+        public:
+            Evaluator_c(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations)
+                : m_Process(Process)
+                , m_Surroundings(Surroundings)
+                , m_dOperations(dOperations)
+            {}
+
+            Place_t Run()
+            {
+                Place_e eResult = PLACE_ADDRESS;
+                for (int nSteps = 0; m_iOperation < m_dOperations.size() && eResult == PLACE_ADDRESS; ++nSteps)
+                {
+                    Dwarf_Op const & Operation = m_dOperations[m_iOperation++];
+                    bool const bDone = Push(Operation) || Compute(Operation) || Rearrange(Operation);
+                    if (!bDone && !Place(Operation, eResult))
+                    {
+                        return {};
+                    }
+                    if (m_bFailed || nSteps > STEPS_MAX)
+                    {
+                        return {};
+                    }
+                }
+                // Whatever follows a place says that it is a piece.
+                bool const bWhole = m_iOperation == m_dOperations.size() && !m_dStack.empty();
+                return bWhole ? Place_t{ eResult, m_dStack.back() } : Place_t{};
+            }
+
+        private:
+            void Put(std::uint64_t nValue) { m_dStack.push_back(m_Process.Cut(nValue)); }
+
+            void PutIfKnown(std::optional<std::uint64_t> nValue, std::uint64_t nMore = 0)
+            {
+                m_bFailed |= !nValue;
+                Put(nValue.value_or(0) + nMore);
+            }
+
+            std::uint64_t Take()
+            {
+                if (m_dStack.empty())
+                {
+                    m_bFailed = true;
+                    return 0;
+                }
+                std::uint64_t const nValue = m_dStack.back();
+                m_dStack.pop_back();
+                return nValue;
+            }
+
+            std::int64_t Signed(std::uint64_t nValue) const
+            {
+                return m_Process.GetWord() == 8 ? static_cast<std::int64_t>(nValue)
+                                                : static_cast<std::int32_t>(static_cast<std::uint32_t>(nValue));
+            }
+
+            std::optional<std::uint64_t> Register(std::uint64_t iRegister) const
+            {
+                auto const i = static_cast<unsigned>(std::min<std::uint64_t>(iRegister, plat::SYMBOL_REGISTERS));
+                return m_Surroundings.Registers.IsKnown(i) ? std::optional(m_Surroundings.Registers.dValues[i])
+                                                           : std::nullopt;
+            }
+
+            // Constants, registers and what the frame gives.
+            bool Push(Dwarf_Op const & Operation)
+            {
+                unsigned const nCode = Operation.atom;
+                if (nCode >= DW_OP_lit0 && nCode <= DW_OP_lit31)
+                {
+                    Put(nCode - DW_OP_lit0);
+                    return true;
+                }
+                if (nCode >= DW_OP_breg0 && nCode <= DW_OP_breg31)
+                {
+                    PutIfKnown(Register(nCode - DW_OP_breg0), Operation.number);
+                    return true;
+                }
+                switch (nCode)
+                {
+                case DW_OP_addr:
+                    Put(Operation.number + m_Surroundings.nBias);
+                    return true;
+                case DW_OP_const1u:
+                case DW_OP_const1s:
+                case DW_OP_const2u:
+                case DW_OP_const2s:
+                case DW_OP_const4u:
+                case DW_OP_const4s:
+                case DW_OP_const8u:
+                case DW_OP_const8s:
+                case DW_OP_constu:
+                case DW_OP_consts:
+                    Put(Operation.number);
+                    return true;
+                case DW_OP_bregx:
+                    PutIfKnown(Register(Operation.number), Operation.number2);
+                    return true;
+                case DW_OP_fbreg:
+                    PutIfKnown(m_Surroundings.nFrameBase, Operation.number);
+                    return true;
+                case DW_OP_call_frame_cfa:
+                    PutIfKnown(m_Surroundings.nCfa);
+                    return true;
+                default:
+                    return false;
+                }
+            }
+
+            bool Compute(Dwarf_Op const & Operation)
+            {
+                switch (Operation.atom)
+                {
+                case DW_OP_deref:
+                    PutIfKnown(m_Process.ReadNumber(Take(), m_Process.GetWord()));
+                    return true;
+                case DW_OP_deref_size:
+                    PutIfKnown(m_Process.ReadNumber(Take(), Operation.number));
+                    return true;
+                case DW_OP_plus_uconst:
+                    Put(Take() + Operation.number);
+                    return true;
+                case DW_OP_neg:
+                    Put(0 - Take());
+                    return true;
+                case DW_OP_not:
+                    Put(~Take());
+                    return true;
+                case DW_OP_abs:
+                {
+                    std::uint64_t const nValue = Take();
+                    Put(Signed(nValue) < 0 ? 0 - nValue : nValue);
+                    return true;
+                }
+                default:
+                    return Combine(Operation.atom);
+                }
+            }
+
+            // Two values make one.
+            bool Combine(unsigned nCode)
+            {
+                bool const bKnown = nCode == DW_OP_and || (nCode >= DW_OP_div && nCode <= DW_OP_mul)
+                                    || nCode == DW_OP_or || nCode == DW_OP_plus
+                                    || (nCode >= DW_OP_shl && nCode <= DW_OP_xor)
+                                    || (nCode >= DW_OP_eq && nCode <= DW_OP_ne);
+                if (!bKnown)
+                {
+                    return false;
+                }
+                std::uint64_t const nSecond = Take();
+                std::uint64_t const nFirst = Take();
+                std::uint64_t const nBits = m_Process.GetWord() * 8;
+                std::int64_t const nSignedSecond = Signed(nSecond);
+                std::int64_t const nSignedFirst = Signed(nFirst);
+                bool const bShifts = nSecond < nBits;
+                m_bFailed |= (nCode == DW_OP_div || nCode == DW_OP_mod) && (nSecond == 0 || nSignedSecond == -1);
+                if (m_bFailed)
+                {
+                    return true;
+                }
+                switch (nCode)
+                {
+                case DW_OP_and:
+                    Put(nFirst & nSecond);
+                    break;
+                case DW_OP_div:
+                    Put(static_cast<std::uint64_t>(nSignedFirst / nSignedSecond));
+                    break;
+                case DW_OP_minus:
+                    Put(nFirst - nSecond);
+                    break;
+                case DW_OP_mod:
+                    Put(nFirst % nSecond);
+                    break;
+                case DW_OP_mul:
+                    Put(nFirst * nSecond);
+                    break;
+                case DW_OP_or:
+                    Put(nFirst | nSecond);
+                    break;
+                case DW_OP_plus:
+                    Put(nFirst + nSecond);
+                    break;
+                case DW_OP_shl:
+                    Put(bShifts ? nFirst << nSecond : 0);
+                    break;
+                case DW_OP_shr:
+                    Put(bShifts ? nFirst >> nSecond : 0);
+                    break;
+                case DW_OP_shra:
+                    Put(static_cast<std::uint64_t>(nSignedFirst >> (bShifts ? nSecond : nBits - 1)));
+                    break;
+                case DW_OP_xor:
+                    Put(nFirst ^ nSecond);
+                    break;
+                case DW_OP_eq:
+                    Put(nSignedFirst == nSignedSecond);
+                    break;
+                case DW_OP_ge:
+                    Put(nSignedFirst >= nSignedSecond);
+                    break;
+                case DW_OP_gt:
+                    Put(nSignedFirst > nSignedSecond);
+                    break;
+                case DW_OP_le:
+                    Put(nSignedFirst <= nSignedSecond);
+                    break;
+                case DW_OP_lt:
+                    Put(nSignedFirst < nSignedSecond);
+                    break;
+                default:
+                    Put(nSignedFirst != nSignedSecond);
+                    break;
+                }
+                return true;
+            }
+
+            void PutCopy(std::uint64_t iFromTop)
+            {
+                m_bFailed |= iFromTop >= m_dStack.size();
+                Put(m_bFailed ? 0 : m_dStack[m_dStack.size() - 1 - iFromTop]);
+            }
+
+            void Jump(Dwarf_Op const & Operation)
+            {
+                constexpr Dwarf_Word JUMP_BYTES = 3;
+                Dwarf_Word const nTarget = Operation.offset + JUMP_BYTES + Operation.number;
+                m_iOperation = 0;
+                while (m_iOperation < m_dOperations.size() && m_dOperations[m_iOperation].offset != nTarget)
+                {
+                    ++m_iOperation;
+                }
+            }
+
+            bool Rearrange(Dwarf_Op const & Operation)
+            {
+                switch (Operation.atom)
+                {
+                case DW_OP_nop:
+                    return true;
+                case DW_OP_dup:
+                    PutCopy(0);
+                    return true;
+                case DW_OP_over:
+                    PutCopy(1);
+                    return true;
+                case DW_OP_pick:
+                    PutCopy(Operation.number);
+                    return true;
+                case DW_OP_drop:
+                    Take();
+                    return true;
+                case DW_OP_skip:
+                    Jump(Operation);
+                    return true;
+                case DW_OP_bra:
+                    if (Take() != 0)
+                    {
+                        Jump(Operation);
+                    }
+                    return true;
+                case DW_OP_swap:
+                case DW_OP_rot:
+                {
+                    std::uint64_t const nTop = Take();
+                    std::uint64_t const nNext = Take();
+                    std::uint64_t const nThird = Operation.atom == DW_OP_rot ? Take() : 0;
+                    Put(nTop);
+                    if (Operation.atom == DW_OP_rot)
+                    {
+                        Put(nThird);
+                    }
+                    Put(nNext);
+                    return true;
+                }
+                default:
+                    return false;
+                }
+            }
+
+            // What ends an expression: a register by its number, or the value that has been computed.
+            bool Place(Dwarf_Op const & Operation, Place_e & eResult)
+            {
+                unsigned const nCode = Operation.atom;
+                if (nCode == DW_OP_stack_value)
+                {
+                    eResult = PLACE_VALUE;
+                    return true;
+                }
+                bool const bShort = nCode >= DW_OP_reg0 && nCode <= DW_OP_reg31;
+                if (bShort || nCode == DW_OP_regx)
+                {
+                    eResult = PLACE_REGISTER;
+                    Put(bShort ? nCode - DW_OP_reg0 : Operation.number);
+                    return true;
+                }
+                return false;
+            }
+
+            Process_c & m_Process;
+            Surroundings_t const & m_Surroundings;
+            std::span<Dwarf_Op const> m_dOperations;
+            std::size_t m_iOperation = 0;
+            std::vector<std::uint64_t> m_dStack;
+            bool m_bFailed = false;
+        };
+    }
+
+    Place_t Evaluate(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations)
+    {
+        return Evaluator_c(Process, Surroundings, dOperations).Run();
+    }
+}

@@ -1,0 +1,35 @@
+// expression.h: evaluates the expressions by which debug information says where a value is.
+#pragma once
+
+#include "tools/zqsymbols/process.h"
+
+#include <elfutils/libdw.h>
+#include <span>
+
+namespace zqsymbols
+{
+    enum Place_e
+    {
+        PLACE_UNKNOWN,    // optimised out, in pieces, or by an operation that needs more than a frame's registers
+        PLACE_REGISTER,   // nValue: DWARF's number of the register
+        PLACE_ADDRESS,
+        PLACE_VALUE   // the value itself, which stands nowhere
+    };
+
+    struct Place_t
+    {
+        Place_e ePlace = PLACE_UNKNOWN;
+        std::uint64_t nValue = 0;
+    };
+
+    /// What an expression may refer to.
+    struct Surroundings_t
+    {
+        Registers_t const & Registers;
+        std::uint64_t nBias = 0;   // of the module
+        std::optional<std::uint64_t> nCfa{};
+        std::optional<std::uint64_t> nFrameBase{};
+    };
+
+    Place_t Evaluate(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations);
+}

@@ -1,0 +1,42 @@
+// frames.h: the walk over a thread's stack, by the modules' call frame information.
+#pragma once
+
+#include "tools/zqsymbols/process.h"
+
+#include <vector>
+
+namespace zqsymbols
+{
+    struct Frame_t
+    {
+        Registers_t Registers;
+        std::uint64_t nAddress = 0;
+        std::uint64_t nCfa = 0;   // the stack pointer's value before the call
+        bool bCall = false;       // the address is one that a call returns to
+
+        /// An address within the instruction that the frame is at.
+        std::uint64_t GetInside() const { return nAddress - (bCall ? 1 : 0); }
+    };
+
+    class Frames_c
+    {
+    public:
+        explicit Frames_c(Process_c & Process)
+            : m_Process(Process)
+        {}
+
+        /// The frame of a number, 0 being the innermost; null past the end.
+        Frame_t const * Get(std::size_t iFrame);
+
+    private:
+        bool Unwind(Frame_t & Frame, Frame_t & Caller);
+        bool ByInformation(Frame_t & Frame, Frame_t & Caller);
+        bool ByFramePointer(Frame_t & Frame, Frame_t & Caller);
+        bool Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller);
+
+        Process_c & m_Process;
+        std::vector<Frame_t> m_dFrames;
+        Frame_t m_Caller;   // of the last one
+        bool m_bMore = true;
+    };
+}

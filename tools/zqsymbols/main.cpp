@@ -1,0 +1,181 @@
+// zqsymbols: tells a process of the library the frames, names, lines and variables of one of its threads. The library
+// starts it; there is nothing to see when it is started by hand.
+#include "tools/zqsymbols/frames.h"
+#include "tools/zqsymbols/names.h"
+#include "tools/zqsymbols/variables.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr rlim_t CPU_LIMIT = 60;            // seconds: whoever started us has long given up
+        constexpr timeval IDLE_LIMIT = { 60, 0 };   // of silence, likewise
+
+        class Server_c
+        {
+        public:
+            explicit Server_c(Process_c & Process)
+                : m_Process(Process)
+                , m_Frames(Process)
+                , m_Types(Process.GetWord())
+                , m_Variables(Process)
+            {}
+
+            bool Answer(plat::SymbolRequest_t const & Request, plat::SymbolAnswer_t & To)
+            {
+                auto const nType = static_cast<plat::SymbolType_t>(Request.nValue);
+                switch (Request.nAsk)
+                {
+                case plat::ASK_FRAME:
+                    return AnswerFrame(Request.nIndex, To);
+                case plat::ASK_FUNCTION:
+                    return AnswerFunction(Request.nValue, To);
+                case plat::ASK_LINE:
+                    return AnswerLine(Request.nValue, To);
+                case plat::ASK_VARIABLE:
+                    return AnswerVariable(Request.nValue, Request.nIndex, To);
+                case plat::ASK_TYPE_NAME:
+                    return PutText(m_Types.GetName(nType), To);
+                case plat::ASK_TYPE_MEMBERS:
+                    To.dValues[0] = m_Types.GetMembers(nType).size();
+                    return true;
+                case plat::ASK_TYPE_MEMBER:
+                    return AnswerMember(nType, Request.nIndex, To);
+                case plat::ASK_TYPE_BASE:
+                    To.dValues[0] = m_Types.GetBase(nType);
+                    return true;
+                default:
+                    return false;
+                }
+            }
+
+        private:
+            static bool PutText(std::string_view sText, plat::SymbolAnswer_t & To)
+            {
+                std::size_t const nLength = std::min<std::size_t>(sText.size(), plat::SYMBOL_TEXT - 1);
+                std::memcpy(To.szText, sText.data(), nLength);
+                To.szText[nLength] = '\0';
+                To.nText = static_cast<std::uint32_t>(nLength + 1);
+                return nLength > 0;
+            }
+
+            bool AnswerFrame(std::size_t iFrame, plat::SymbolAnswer_t & To)
+            {
+                Frame_t const * const pFrame = m_Frames.Get(iFrame);
+                To.dValues[0] = pFrame != nullptr ? pFrame->nAddress : 0;
+                To.dValues[1] = pFrame != nullptr ? pFrame->nCfa - 2 * m_Process.GetWord() : 0;
+                return pFrame != nullptr;
+            }
+
+            bool AnswerFunction(std::uint64_t nAddress, plat::SymbolAnswer_t & To)
+            {
+                auto const [iFound, bNew] = m_dFunctions.try_emplace(nAddress);
+                if (bNew)
+                {
+                    iFound->second = FunctionAt(m_Process, nAddress);
+                }
+                std::optional<Function_t> const & Function = iFound->second;
+                To.dValues[0] = Function ? Function->nDisplacement : 0;
+                return Function && PutText(Function->sName, To);
+            }
+
+            bool AnswerLine(std::uint64_t nAddress, plat::SymbolAnswer_t & To)
+            {
+                auto const [iFound, bNew] = m_dLines.try_emplace(nAddress);
+                if (bNew)
+                {
+                    iFound->second = LineAt(m_Process, nAddress);
+                }
+                std::optional<Line_t> const & Line = iFound->second;
+                To.dValues[0] = Line ? Line->nLine : 0;
+                return Line && PutText(Line->sFile, To);
+            }
+
+            bool AnswerVariable(std::size_t iFrame, std::size_t iVariable, plat::SymbolAnswer_t & To)
+            {
+                Frame_t const * const pFrame = m_Frames.Get(iFrame);
+                if (pFrame != nullptr && m_iVariablesOf != iFrame)
+                {
+                    m_dVariables = m_Variables.Of(*pFrame, m_Types);
+                    m_iVariablesOf = iFrame;
+                }
+                if (pFrame == nullptr || iVariable >= m_dVariables.size())
+                {
+                    return false;
+                }
+                Variable_t const & Variable = m_dVariables[iVariable];
+                To.dValues[0] = Variable.eKind;
+                To.dValues[1] = Variable.ePlace;
+                To.dValues[2] = Variable.nAddress;
+                To.dValues[3] = m_Types.GetSize(Variable.nType);
+                To.dValues[4] = Variable.nType;
+                return PutText(Variable.sName, To);
+            }
+
+            bool AnswerMember(plat::SymbolType_t nType, std::size_t iMember, plat::SymbolAnswer_t & To)
+            {
+                std::vector<plat::SymbolType_t> const & dMembers = m_Types.GetMembers(nType);
+                if (iMember >= dMembers.size())
+                {
+                    return false;
+                }
+                To.dValues[0] = dMembers[iMember];
+                To.dValues[1] = m_Types.GetPlace(dMembers[iMember]).nOffset;
+                To.dValues[2] = m_Types.GetSize(dMembers[iMember]);
+                To.dValues[3] = m_Types.GetPlace(dMembers[iMember]).nFirstBit;
+                To.dValues[4] = m_Types.GetPlace(dMembers[iMember]).nBits;
+                return true;
+            }
+
+            Process_c & m_Process;
+            Frames_c m_Frames;
+            Types_c m_Types;
+            Variables_c m_Variables;
+            std::map<std::uint64_t, std::optional<Function_t>> m_dFunctions;
+            std::map<std::uint64_t, std::optional<Line_t>> m_dLines;
+            std::vector<Variable_t> m_dVariables;
+            std::size_t m_iVariablesOf = SIZE_MAX;
+        };
+
+        void SetLimits()
+        {
+            rlimit const NoDump = { 0, 0 };
+            rlimit const Seconds = { CPU_LIMIT, CPU_LIMIT };
+            setrlimit(RLIMIT_CORE, &NoDump);
+            setrlimit(RLIMIT_CPU, &Seconds);
+            setsockopt(plat::SYMBOL_SOCKET, SOL_SOCKET, SO_RCVTIMEO, &IDLE_LIMIT, sizeof(IDLE_LIMIT));
+        }
+
+        bool Serve(Process_c & Process)
+        {
+            Server_c Server(Process);
+            plat::SymbolRequest_t Request;
+            while (recv(plat::SYMBOL_SOCKET, &Request, sizeof(Request), 0) == sizeof(Request))
+            {
+                plat::SymbolAnswer_t Answer;
+                Answer.nText = 0;
+                Answer.nAnswer = Server.Answer(Request, Answer) ? plat::ANSWER_YES : plat::ANSWER_NO;
+                if (send(plat::SYMBOL_SOCKET, &Answer, plat::SYMBOL_ANSWER_HEAD + Answer.nText, MSG_NOSIGNAL) < 0)
+                {
+                    return false;
+                }
+            }
+            return true;
+        }
+    }
+}
+
+int main()
+{
+    zqsymbols::SetLimits();
+    zqsymbols::Process_c Process;
+    bool const bServed = Process.Start() && zqsymbols::Serve(Process);
+    _exit(bServed ? 0 : 1);   // the caches go with the process
+}

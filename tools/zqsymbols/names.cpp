@@ -1,0 +1,128 @@
+#include "tools/zqsymbols/names.h"
+
+#include <cstdlib>
+#include <cxxabi.h>
+#include <dwarf.h>
+#include <memory>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        int Depth(char cText)
+        {
+            switch (cText)
+            {
+            case '(':
+            case '<':
+            case '{':
+                return 1;
+            case ')':
+            case '>':
+            case '}':
+                return -1;
+            default:
+                return 0;
+            }
+        }
+
+        // "f(int) [clone .cold]" and "f(int) const &" are "f(int)".
+        std::string_view WithoutQualifiers(std::string_view sName)
+        {
+            std::size_t const iClone = sName.find(" [clone ");
+            sName = sName.substr(0, iClone);
+            for (bool bGoesOn = true; bGoesOn;)
+            {
+                bGoesOn = false;
+                for (std::string_view const sEnd : { " const", " volatile", " &", " &&" })
+                {
+                    if (sName.ends_with(sEnd))
+                    {
+                        sName.remove_suffix(sEnd.size());
+                        bGoesOn = true;
+                    }
+                }
+            }
+            return sName;
+        }
+
+        // "f(int)::{lambda()#1}::operator()(int)" is "f(int)::{lambda()#1}::operator()".
+        std::string_view WithoutArguments(std::string_view sName)
+        {
+            int nOpen = 0;
+            for (std::size_t i = sName.size(); sName.ends_with(')') && i-- > 0;)
+            {
+                nOpen += sName[i] == ')' ? 1 : sName[i] == '(' ? -1 : 0;
+                if (nOpen == 0)
+                {
+                    return sName.substr(0, i);
+                }
+            }
+            return sName;
+        }
+
+        // "int ns::f<int>" is "ns::f<int>": a blank outside of all brackets ends a return type. Not so in an operator's
+        // name.
+        std::string_view WithoutReturnType(std::string_view sName)
+        {
+            if (!sName.ends_with('>'))
+            {
+                return sName;
+            }
+            int nDepth = 0;
+            std::size_t iStart = 0;
+            for (std::size_t i = 0; i < sName.size() && !(nDepth == 0 && sName.substr(i).starts_with("operator")); ++i)
+            {
+                nDepth += Depth(sName[i]);
+                iStart = nDepth == 0 && sName[i] == ' ' ? i + 1 : iStart;
+            }
+            return sName.substr(iStart);
+        }
+    }
+
+    std::string PlainName(char const * szLinkerName)
+    {
+        int iStatus = 0;
+        std::string_view const sLinkerName = szLinkerName;
+        std::unique_ptr<char, void (*)(void *)> const pName(
+            sLinkerName.starts_with("_Z") ? abi::__cxa_demangle(szLinkerName, nullptr, nullptr, &iStatus) : nullptr,
+            std::free);
+        if (pName == nullptr)
+        {
+            return std::string(
+                sLinkerName.substr(0, sLinkerName.find_first_of(".@", 1)));   // "main.cold", "main@@VERSION"
+        }
+        std::string_view const sUnqualified = WithoutQualifiers(pName.get());
+        std::string_view const sName = WithoutArguments(sUnqualified);
+        return std::string(sName.size() != sUnqualified.size() ? WithoutReturnType(sName) : sName);
+    }
+
+    std::optional<Function_t> FunctionAt(Process_c const & Process, std::uint64_t nAddress)
+    {
+        Dwfl_Module * const pModule = Process.ModuleAt(nAddress);
+        GElf_Off nOffset = 0;
+        GElf_Sym Symbol;
+        char const * const szName =
+            pModule == nullptr ? nullptr
+                               : dwfl_module_addrinfo(pModule, nAddress, &nOffset, &Symbol, nullptr, nullptr, nullptr);
+        return szName == nullptr ? std::nullopt : std::optional(Function_t{ PlainName(szName), nOffset });
+    }
+
+    // A path may be told from the folder that the compiler ran in.
+    std::optional<Line_t> LineAt(Process_c const & Process, std::uint64_t nAddress)
+    {
+        std::optional<Unit_t> Unit = Process.UnitAt(nAddress);
+        Dwarf_Line * const pLine = Unit ? dwarf_getsrc_die(&Unit->Die, nAddress - Unit->nBias) : nullptr;
+        int nLine = 0;
+        char const * const szFile = pLine != nullptr ? dwarf_linesrc(pLine, nullptr, nullptr) : nullptr;
+        if (szFile == nullptr || dwarf_lineno(pLine, &nLine) != 0 || nLine <= 0)
+        {
+            return std::nullopt;
+        }
+        Dwarf_Attribute Attribute;
+        char const * const szFolder = dwarf_formstring(dwarf_attr(&Unit->Die, DW_AT_comp_dir, &Attribute));
+        std::string const sFolder =
+            szFile[0] != '/' && szFolder != nullptr && szFolder[0] == '/' ? std::string(szFolder) + '/' : "";
+        return Line_t{ sFolder + szFile, static_cast<unsigned>(nLine) };
+    }
+}

@@ -1,0 +1,27 @@
+// names.h: functions and source lines by address.
+#pragma once
+
+#include "tools/zqsymbols/process.h"
+
+#include <string>
+#include <string_view>
+
+namespace zqsymbols
+{
+    /// A linker's name as the source spells it, without argument and return types; other names stay as they are.
+    std::string PlainName(char const * szLinkerName);
+
+    struct Function_t
+    {
+        std::string sName;
+        std::uint64_t nDisplacement;
+    };
+    std::optional<Function_t> FunctionAt(Process_c const & Process, std::uint64_t nAddress);
+
+    struct Line_t
+    {
+        std::string sFile;
+        unsigned nLine;
+    };
+    std::optional<Line_t> LineAt(Process_c const & Process, std::uint64_t nAddress);
+}

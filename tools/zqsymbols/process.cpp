@@ -1,0 +1,190 @@
+#include "tools/zqsymbols/process.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr char VDSO[] = "[vdso]";   // the system's own module, in memory alone
+
+        Process_c * g_pProcess = nullptr;   // for the callbacks, which are given no place for it
+
+        Elf * OpenVdso(Dwfl_Module * pModule)
+        {
+            Dwarf_Addr nStart = 0;
+            Dwarf_Addr nEnd = 0;
+            dwfl_module_info(pModule, nullptr, &nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
+            static std::vector<char> dBytes;   // the Elf stays in them
+            dBytes.resize(nEnd - nStart);
+            return g_pProcess->Read(nStart, dBytes.data(), dBytes.size()) ? elf_memory(dBytes.data(), dBytes.size())
+                                                                          : nullptr;
+        }
+
+        int FindElf(Dwfl_Module * pModule, void **, char const * szModule, Dwarf_Addr, char ** pszFile, Elf ** ppElf)
+        {
+            if (std::strcmp(szModule, VDSO) == 0)
+            {
+                *ppElf = OpenVdso(pModule);
+                return -1;
+            }
+            *pszFile = strdup(szModule);
+            return open(szModule, O_RDONLY | O_CLOEXEC);
+        }
+
+        // Separate debug files are looked for beside the module and where the system has them.
+        char g_szDebugPath[] = ":.debug:/usr/lib/debug";
+        char * g_pszDebugPath = g_szDebugPath;
+
+        constexpr Dwfl_Callbacks CALLBACKS = { FindElf, dwfl_standard_find_debuginfo, dwfl_offline_section_address,
+            &g_pszDebugPath };
+    }
+
+    bool Process_c::Start()
+    {
+        // The numbers of IP SP BP AX BX CX DX SI DI R8 to R15.
+        static constexpr unsigned NUMBERS_64[] = { 16, 7, 6, 0, 3, 2, 1, 4, 5, 8, 9, 10, 11, 12, 13, 14, 15 };
+        static constexpr unsigned NUMBERS_32[] = { 8, 4, 5, 0, 3, 1, 2, 6, 7 };
+        plat::SymbolStart_t Start;
+        if (recv(plat::SYMBOL_SOCKET, &Start, sizeof(Start), 0) != sizeof(Start) || Start.nMark != plat::SYMBOL_MARK)
+        {
+            return false;
+        }
+        m_nWord = Start.nWord;
+        for (unsigned i = 0; i < (m_nWord == 8 ? std::size(NUMBERS_64) : std::size(NUMBERS_32)); ++i)
+        {
+            m_Registers.Set(m_nWord == 8 ? NUMBERS_64[i] : NUMBERS_32[i], Start.dRegisters[i]);
+        }
+        g_pProcess = this;
+        m_pDwfl = dwfl_begin(&CALLBACKS);
+        ReportModules();
+        return true;
+    }
+
+    // A module's mappings stand one after the other.
+    void Process_c::ReportModules()
+    {
+        std::string sModule;
+        unsigned long nStart = 0;
+        unsigned long nEnd = 0;
+        auto const Report = [&]
+        {
+            if (!sModule.empty())
+            {
+                dwfl_report_module(m_pDwfl, sModule.c_str(), nStart, nEnd);
+            }
+        };
+        dwfl_report_begin(m_pDwfl);
+        std::FILE * const pMaps = fdopen(plat::SYMBOL_MAPS, "r");
+        char szLine[4200];
+        while (pMaps != nullptr && std::fgets(szLine, sizeof(szLine), pMaps) != nullptr)
+        {
+            unsigned long nFrom = 0;
+            unsigned long nTo = 0;
+            int nPath = 0;
+            if (std::sscanf(szLine, "%lx-%lx %*s %*x %*s %*u %n", &nFrom, &nTo, &nPath) != 2 || nPath == 0)
+            {
+                continue;
+            }
+            szLine[std::strcspn(szLine, "\n")] = '\0';
+            char const * const szPath = szLine + nPath;
+            if (szPath[0] != '/' && std::strcmp(szPath, VDSO) != 0)
+            {
+                continue;
+            }
+            if (sModule != szPath)
+            {
+                Report();
+                sModule = szPath;
+                nStart = nFrom;
+            }
+            nEnd = nTo;
+        }
+        Report();
+        dwfl_report_end(m_pDwfl, nullptr, nullptr);
+    }
+
+    std::optional<Process_c::Page_t> const & Process_c::PageAt(std::uint64_t nPage)
+    {
+        auto const [iPage, bNew] = m_dPages.try_emplace(nPage);
+        if (bNew)
+        {
+            plat::SymbolAnswer_t Need;
+            Need.nAnswer = plat::ANSWER_NEEDS_MEMORY;
+            Need.dValues[0] = nPage;
+            plat::SymbolMemory_t Memory;
+            if (send(plat::SYMBOL_SOCKET, &Need, plat::SYMBOL_ANSWER_HEAD, MSG_NOSIGNAL) < 0
+                || recv(plat::SYMBOL_SOCKET, &Memory, sizeof(Memory), 0) != sizeof(Memory))
+            {
+                _exit(1);
+            }
+            if (Memory.nReadable != 0)
+            {
+                std::memcpy(iPage->second.emplace().data(), Memory.dBytes, plat::SYMBOL_PAGE);
+            }
+        }
+        return iPage->second;
+    }
+
+    bool Process_c::Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes)
+    {
+        auto * pTo = static_cast<std::uint8_t *>(pBuffer);
+        while (nBytes > 0)
+        {
+            std::uint64_t const nInPage = nAddress % plat::SYMBOL_PAGE;
+            std::size_t const nHere = std::min<std::size_t>(nBytes, plat::SYMBOL_PAGE - nInPage);
+            std::optional<Page_t> const & Page = PageAt(nAddress - nInPage);
+            if (!Page)
+            {
+                return false;
+            }
+            std::memcpy(pTo, Page->data() + nInPage, nHere);
+            pTo += nHere;
+            nAddress += nHere;
+            nBytes -= nHere;
+        }
+        return true;
+    }
+
+    std::optional<std::uint64_t> Process_c::ReadNumber(std::uint64_t nAddress, std::size_t nBytes)
+    {
+        std::uint64_t nValue = 0;
+        if (nBytes > sizeof(nValue) || !Read(Cut(nAddress), &nValue, nBytes))
+        {
+            return std::nullopt;
+        }
+        return nValue;
+    }
+
+    // Some compilers write no table of the units' addresses; what another unit's table says is then too much, and each
+    // unit is asked.
+    std::optional<Unit_t> Process_c::UnitAt(std::uint64_t nAddress) const
+    {
+        Dwfl_Module * const pModule = ModuleAt(nAddress);
+        if (pModule == nullptr)
+        {
+            return std::nullopt;
+        }
+        Dwarf_Addr nBias = 0;
+        auto const Holds = [&](Dwarf_Die * pUnit) { return dwarf_haspc(pUnit, nAddress - nBias) > 0; };
+        Dwarf_Die * pUnit = dwfl_module_addrdie(pModule, nAddress, &nBias);
+        if (pUnit == nullptr || !Holds(pUnit))
+        {
+            pUnit = nullptr;
+            do
+            {
+                pUnit = dwfl_module_nextcu(pModule, pUnit, &nBias);
+            }
+            while (pUnit != nullptr && !Holds(pUnit));
+        }
+        return pUnit == nullptr ? std::nullopt : std::optional(Unit_t{ *pUnit, nBias });
+    }
+}

@@ -1,0 +1,77 @@
+// process.h: the process that is looked at: its registers, its memory and its modules.
+//
+// Memory comes page by page over the socket and is kept. A module's file is opened when an address of it is met.
+#pragma once
+
+#include "platform/linux/symbolprotocol.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <elfutils/libdwfl.h>
+#include <optional>
+#include <unordered_map>
+
+namespace zqsymbols
+{
+    /// A thread's registers in DWARF's numbers; the one behind the last general register is the instruction's address.
+    struct Registers_t
+    {
+        std::array<std::uint64_t, plat::SYMBOL_REGISTERS> dValues{};
+        std::uint32_t nKnown = 0;   // a bit for each register whose value is known
+
+        bool IsKnown(unsigned iRegister) const
+        {
+            return iRegister < plat::SYMBOL_REGISTERS && (nKnown >> iRegister & 1) != 0;
+        }
+        void Set(unsigned iRegister, std::uint64_t nValue)
+        {
+            dValues[iRegister] = nValue;
+            nKnown |= 1u << iRegister;
+        }
+    };
+
+    /// A compilation unit, and by how much addresses in memory are above those that it tells.
+    struct Unit_t
+    {
+        Dwarf_Die Die;
+        Dwarf_Addr nBias;
+    };
+
+    class Process_c
+    {
+    public:
+        /// False if the other side is of another build.
+        bool Start();
+
+        std::uint64_t GetWord() const { return m_nWord; }   // bytes of an address
+        unsigned GetInstruction() const { return m_nWord == 8 ? 16 : 8; }
+        unsigned GetStackPointer() const { return m_nWord == 8 ? 7 : 4; }
+        unsigned GetFramePointer() const { return m_nWord == 8 ? 6 : 5; }
+        std::uint64_t Cut(std::uint64_t nValue) const { return m_nWord == 8 ? nValue : nValue & 0xFFFFFFFF; }
+        Registers_t const & GetRegisters() const { return m_Registers; }
+
+        /// False if not all of it is readable.
+        bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
+
+        /// An unsigned number of 1 to 8 bytes.
+        std::optional<std::uint64_t> ReadNumber(std::uint64_t nAddress, std::size_t nBytes);
+
+        /// The module that holds an address, null for none.
+        Dwfl_Module * ModuleAt(std::uint64_t nAddress) const { return dwfl_addrmodule(m_pDwfl, nAddress); }
+
+        /// The compilation unit that holds an address.
+        std::optional<Unit_t> UnitAt(std::uint64_t nAddress) const;
+
+    private:
+        using Page_t = std::array<std::uint8_t, plat::SYMBOL_PAGE>;
+
+        std::optional<Page_t> const & PageAt(std::uint64_t nPage);
+        void ReportModules();
+
+        std::uint64_t m_nWord = 8;
+        Registers_t m_Registers;
+        Dwfl * m_pDwfl = nullptr;
+        std::unordered_map<std::uint64_t, std::optional<Page_t>> m_dPages;
+    };
+}

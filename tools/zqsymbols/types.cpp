@@ -1,0 +1,261 @@
+#include "tools/zqsymbols/types.h"
+
+#include <dwarf.h>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr unsigned DEPTH_MAX = 16;
+        constexpr std::size_t MEMBERS_MAX = 1024;
+        constexpr std::size_t TYPES_MAX = 1000000;   // damaged information may have no end
+
+        std::string NameOf(Dwarf_Die * pDie)
+        {
+            char const * const szName = pDie->addr == nullptr ? nullptr : dwarf_diename(pDie);
+            return szName == nullptr ? "" : szName;
+        }
+
+        std::uint64_t Number(Dwarf_Die * pDie, unsigned nAttribute, std::uint64_t nElse)
+        {
+            Dwarf_Attribute Attribute;
+            Dwarf_Word nValue = 0;
+            bool const bKnown = dwarf_formudata(dwarf_attr(pDie, nAttribute, &Attribute), &nValue) == 0;
+            return bKnown ? nValue : nElse;
+        }
+
+        // What stands behind a DIE's type attribute, and whether there is one.
+        bool Follow(Dwarf_Die * pDie, Dwarf_Die * pType)
+        {
+            Dwarf_Attribute Attribute;
+            return dwarf_formref_die(dwarf_attr_integrate(pDie, DW_AT_type, &Attribute), pType) != nullptr;
+        }
+
+        bool IsStructure(int nTag)
+        {
+            return nTag == DW_TAG_structure_type || nTag == DW_TAG_class_type || nTag == DW_TAG_union_type;
+        }
+
+        bool IsPointer(int nTag)
+        {
+            return nTag == DW_TAG_pointer_type || nTag == DW_TAG_reference_type || nTag == DW_TAG_rvalue_reference_type;
+        }
+
+        // Sees through aliases, const and volatile; keeps the last alias.
+        void Peel(Dwarf_Die & Die, std::string & sAlias)
+        {
+            constexpr int STEPS_MAX = 64;
+            for (int i = 0; i < STEPS_MAX && Die.addr != nullptr; ++i)
+            {
+                int const nTag = dwarf_tag(&Die);
+                Dwarf_Attribute Signature;
+                Dwarf_Die Next;
+                if (nTag == DW_TAG_typedef)
+                {
+                    sAlias = NameOf(&Die);
+                }
+                bool const bPeels = nTag == DW_TAG_typedef || nTag == DW_TAG_const_type || nTag == DW_TAG_volatile_type
+                                    || nTag == DW_TAG_restrict_type || nTag == DW_TAG_atomic_type;
+                if (!bPeels && dwarf_formref_die(dwarf_attr(&Die, DW_AT_signature, &Signature), &Next) == nullptr)
+                {
+                    return;
+                }
+                if (bPeels && !Follow(&Die, &Next))
+                {
+                    Next = {};   // void
+                }
+                Die = Next;
+            }
+        }
+
+        bool IsNamed(int nTag)
+        {
+            return IsStructure(nTag) || nTag == DW_TAG_enumeration_type;
+        }
+
+        // Notes where the named types below a DIE stand.
+        void CollectScopes(Dwarf_Die * pParent, std::unordered_map<void *, Dwarf_Die> & dScopes)
+        {
+            Dwarf_Die Child;
+            bool bGoesOn = dwarf_child(pParent, &Child) == 0;
+            while (bGoesOn)
+            {
+                int const nTag = dwarf_tag(&Child);
+                bool const bSpace = nTag == DW_TAG_namespace;
+                if (bSpace || IsNamed(nTag))
+                {
+                    dScopes.emplace(Child.addr, *pParent);
+                }
+                if (bSpace || IsStructure(nTag) || nTag == DW_TAG_subprogram || nTag == DW_TAG_lexical_block)
+                {
+                    CollectScopes(&Child, dScopes);
+                }
+                bGoesOn = dwarf_siblingof(&Child, &Child) == 0;
+            }
+        }
+
+        // A bit field may be told by its distance from the structure's start, or in its unit from the upper end.
+        MemberPlace_t PlaceOf(Dwarf_Die * pMember, std::uint64_t nSize, std::uint64_t nOuter)
+        {
+            MemberPlace_t Place;
+            std::uint64_t const nUnitBits = nSize * 8;
+            std::uint64_t const nBit = Number(pMember, DW_AT_data_bit_offset, 0);
+            std::uint64_t const nUnits = nSize == 0 ? 0 : nBit / nUnitBits;
+            Place.nOffset = nOuter + Number(pMember, DW_AT_data_member_location, nUnits * nSize);
+            Place.nBits = Number(pMember, DW_AT_bit_size, 0);
+            Place.nFirstBit = nBit - nUnits * nUnitBits;
+            if (dwarf_hasattr(pMember, DW_AT_bit_offset) != 0)
+            {
+                Place.nFirstBit = nUnitBits - Place.nBits - Number(pMember, DW_AT_bit_offset, 0);
+            }
+            return Place;
+        }
+    }
+
+    Types_c::Type_t const & Types_c::Get(plat::SymbolType_t nType) const
+    {
+        return m_dTypes[nType < m_dTypes.size() ? nType : 0];
+    }
+
+    plat::SymbolType_t Types_c::Add(Dwarf_Die * pOwner)
+    {
+        Type_t Type;
+        if (m_dTypes.size() >= TYPES_MAX || !Follow(pOwner, &Type.Die))
+        {
+            return 0;
+        }
+        Peel(Type.Die, Type.sAlias);
+        m_dTypes.push_back(Type);
+        return static_cast<plat::SymbolType_t>(m_dTypes.size() - 1);
+    }
+
+    std::uint64_t Types_c::GetSize(plat::SymbolType_t nType) const
+    {
+        Dwarf_Die Die = Get(nType).Die;
+        Dwarf_Word nSize = 0;
+        if (Die.addr == nullptr || dwarf_aggregate_size(&Die, &nSize) != 0)
+        {
+            return Die.addr != nullptr && IsPointer(dwarf_tag(&Die)) ? m_nWord : 0;
+        }
+        return nSize;
+    }
+
+    // The name with those of the namespaces and structures around it.
+    std::string Types_c::QualifiedName(Dwarf_Die Die)
+    {
+        std::string sName = NameOf(&Die);
+        Dwarf_Die Unit;
+        if (sName.empty() || dwarf_diecu(&Die, &Unit, nullptr, nullptr) == nullptr)
+        {
+            return sName;
+        }
+        auto const [iScopes, bNew] = m_dScopes.try_emplace(Unit.addr);
+        if (bNew)
+        {
+            CollectScopes(&Unit, iScopes->second);
+        }
+        for (auto iOuter = iScopes->second.find(Die.addr); iOuter != iScopes->second.end();
+             iOuter = iScopes->second.find(Die.addr))
+        {
+            Die = iOuter->second;
+            bool const bNamespace = dwarf_tag(&Die) == DW_TAG_namespace;
+            if (bNamespace || IsStructure(dwarf_tag(&Die)))
+            {
+                std::string const sScope = NameOf(&Die);
+                sName.insert(0, (sScope.empty() && bNamespace ? "(anonymous namespace)" : sScope) + "::");
+            }
+        }
+        return sName;
+    }
+
+    std::string Types_c::GetName(plat::SymbolType_t nType)
+    {
+        Type_t const & Type = Get(nType);
+        Dwarf_Die Die = Type.Die;
+        if (Type.bMember || Die.addr == nullptr || !IsNamed(dwarf_tag(&Die)))
+        {
+            return Type.sMember;
+        }
+        std::string const sName = QualifiedName(Die);
+        return sName.empty() ? Type.sAlias : sName;
+    }
+
+    plat::SymbolBase_e Types_c::GetBase(plat::SymbolType_t nType) const
+    {
+        Dwarf_Die Die = Get(nType).Die;
+        std::string sAlias;
+        bool const bPointer = Die.addr != nullptr && dwarf_tag(&Die) == DW_TAG_pointer_type;
+        bool const bEnumeration = Die.addr != nullptr && dwarf_tag(&Die) == DW_TAG_enumeration_type;
+        if (bPointer || bEnumeration)
+        {
+            Dwarf_Die Target;
+            if (!Follow(&Die, &Target))
+            {
+                return bEnumeration ? plat::BASE_UNSIGNED : plat::BASE_NONE;
+            }
+            Peel(Target, sAlias);
+            Die = Target;
+        }
+        bool const bBase = Die.addr != nullptr && dwarf_tag(&Die) == DW_TAG_base_type;
+        bool const bChar = bBase && NameOf(&Die) == "char";
+        if (!bBase || bChar || bPointer)
+        {
+            return bChar ? plat::BASE_CHAR : plat::BASE_NONE;
+        }
+        switch (Number(&Die, DW_AT_encoding, 0))
+        {
+        case DW_ATE_boolean:
+            return plat::BASE_BOOL;
+        case DW_ATE_float:
+            return plat::BASE_FLOAT;
+        case DW_ATE_signed:
+        case DW_ATE_signed_char:
+            return plat::BASE_INTEGER;
+        default:
+            return plat::BASE_UNSIGNED;
+        }
+    }
+
+    std::vector<plat::SymbolType_t> const & Types_c::GetMembers(plat::SymbolType_t nType)
+    {
+        Type_t const & Type = Get(nType);
+        Dwarf_Die Die = Type.Die;
+        Dwarf_Die Child;
+        if (Type.bExpanded || Die.addr == nullptr || Type.nDepth >= DEPTH_MAX || !IsStructure(dwarf_tag(&Die))
+            || dwarf_child(&Die, &Child) != 0)
+        {
+            return Type.dMembers;
+        }
+        std::vector<plat::SymbolType_t> dMembers;
+        do
+        {
+            AddMember(nType, &Child, dMembers);
+        }
+        while (dMembers.size() < MEMBERS_MAX && dwarf_siblingof(&Child, &Child) == 0);
+        m_dTypes[nType].bExpanded = true;
+        m_dTypes[nType].dMembers = dMembers;
+        return m_dTypes[nType].dMembers;
+    }
+
+    // Left out are static members, and virtual bases, whose place only the object's table tells.
+    void Types_c::AddMember(plat::SymbolType_t nType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers)
+    {
+        int const nTag = dwarf_tag(pMember);
+        bool const bBase = nTag == DW_TAG_inheritance;
+        bool const bStatic =
+            dwarf_hasattr(pMember, DW_AT_external) != 0 || dwarf_hasattr(pMember, DW_AT_declaration) != 0;
+        bool const bVirtual = bBase && dwarf_hasattr(pMember, DW_AT_virtuality) != 0;
+        plat::SymbolType_t const nMember =
+            (nTag == DW_TAG_member && !bStatic) || (bBase && !bVirtual) ? Add(pMember) : 0;
+        if (nMember == 0)
+        {
+            return;
+        }
+        Type_t & Member = m_dTypes[nMember];
+        Member.bMember = true;
+        Member.sMember = bBase ? QualifiedName(Member.Die) : NameOf(pMember);
+        Member.Place = PlaceOf(pMember, GetSize(nMember), m_dTypes[nType].Place.nOffset);
+        Member.nDepth = m_dTypes[nType].nDepth + 1;
+        dMembers.push_back(nMember);
+    }
+}

@@ -1,0 +1,57 @@
+// types.h: the types of variables, by number. A member of a structure is a type with a name and a place of its own.
+#pragma once
+
+#include "platform/symbols.h"
+#include "tools/zqsymbols/process.h"
+
+#include <string>
+#include <vector>
+
+namespace zqsymbols
+{
+    struct MemberPlace_t
+    {
+        std::uint64_t nOffset = 0;     // from the outermost structure's start
+        std::uint64_t nFirstBit = 0;   // of a bit field, in the unit of its type's size
+        std::uint64_t nBits = 0;
+    };
+
+    class Types_c
+    {
+    public:
+        explicit Types_c(std::uint64_t nWord)
+            : m_nWord(nWord)
+        {}
+
+        /// The type of a variable or a member; 0 if it has none.
+        plat::SymbolType_t Add(Dwarf_Die * pOwner);
+
+        /// Bytes; 0 if unknown.
+        std::uint64_t GetSize(plat::SymbolType_t nType) const;
+        std::string GetName(plat::SymbolType_t nType);
+        plat::SymbolBase_e GetBase(plat::SymbolType_t nType) const;
+        std::vector<plat::SymbolType_t> const & GetMembers(plat::SymbolType_t nType);
+        MemberPlace_t const & GetPlace(plat::SymbolType_t nType) const { return Get(nType).Place; }
+
+    private:
+        struct Type_t
+        {
+            Dwarf_Die Die{};        // without aliases and const; no address for none
+            std::string sAlias;     // the last one
+            std::string sMember;    // of a member
+            bool bMember = false;   // has a name of its own
+            MemberPlace_t Place;
+            unsigned nDepth = 0;
+            bool bExpanded = false;
+            std::vector<plat::SymbolType_t> dMembers;
+        };
+
+        Type_t const & Get(plat::SymbolType_t nType) const;
+        std::string QualifiedName(Dwarf_Die Die);
+        void AddMember(plat::SymbolType_t nType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers);
+
+        std::uint64_t m_nWord;
+        std::vector<Type_t> m_dTypes = { {} };
+        std::unordered_map<void *, std::unordered_map<void *, Dwarf_Die>> m_dScopes;   // around types, by their unit
+    };
+}

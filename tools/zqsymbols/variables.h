@@ -1,0 +1,34 @@
+// variables.h: the variables in scope in a frame.
+#pragma once
+
+#include "tools/zqsymbols/frames.h"
+#include "tools/zqsymbols/types.h"
+
+namespace zqsymbols
+{
+    struct Variable_t
+    {
+        std::string sName;
+        plat::SymbolKind_e eKind;
+        plat::SymbolPlace_e ePlace;
+        std::uint64_t nAddress;
+        plat::SymbolType_t nType;
+    };
+
+    class Variables_c
+    {
+    public:
+        explicit Variables_c(Process_c & Process)
+            : m_Process(Process)
+        {}
+
+        /// Those of a frame, from the function's parameters to the locals of the innermost open block.
+        std::vector<Variable_t> Of(Frame_t const & Frame, Types_c & Types);
+
+    private:
+        std::vector<Dwarf_Die> ScopesAt(Unit_t & Unit, std::uint64_t nAddress);
+
+        Process_c & m_Process;
+        std::unordered_map<void *, std::vector<Dwarf_Die>> m_dFunctions;   // with code, by their unit
+    };
+}

@@ -1,0 +1,290 @@
+#include "tools/zqtool/statsfile.h"
+
+#include "tools/zqtool/text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <istream>
+
+namespace
+{
+    constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = 2504;
+    constexpr std::uint32_t ROOT = 0x80000000;
+
+    // Offsets in a record.
+    constexpr std::size_t NAME = 0, NAME_SIZE = 32, TIMER = 32, CHILD = 36, NEXT = 40, SLOTS = 56, SLOT_SIZE = 16;
+    constexpr std::size_t AVERAGE = 2456, MAX = 2464, LAST = 2472, MAX_EVER = 2480;
+    constexpr std::size_t N_LAST = 2488, N_AT_MAX = 2492, MAX_SLOT = 2496;
+    static_assert(SLOTS + STATS_FRAMES * SLOT_SIZE == AVERAGE);
+
+    std::uint64_t Number(char const * pBytes, int nBytes)
+    {
+        std::uint64_t nNumber = 0;
+        for (int i = nBytes; i-- > 0;)
+        {
+            nNumber = nNumber << 8 | static_cast<unsigned char>(pBytes[i]);
+        }
+        return nNumber;
+    }
+
+    std::uint32_t Word(char const * pBytes)
+    {
+        return static_cast<std::uint32_t>(Number(pBytes, 4));
+    }
+
+    std::int64_t Ticks(char const * pBytes)
+    {
+        return static_cast<std::int64_t>(Number(pBytes, 8));
+    }
+
+    std::string Hex(std::uint32_t nNumber)
+    {
+        char szNumber[16];
+        std::snprintf(szNumber, sizeof szNumber, "%08X", static_cast<unsigned>(nNumber));
+        return szNumber;
+    }
+
+    StatsFigures_t ReadFigures(char const * pRecord)
+    {
+        return { Ticks(pRecord + AVERAGE), Ticks(pRecord + MAX), Ticks(pRecord + LAST), Ticks(pRecord + MAX_EVER),
+            Word(pRecord + N_LAST), Word(pRecord + N_AT_MAX), static_cast<std::int32_t>(Word(pRecord + MAX_SLOT)) };
+    }
+
+    class StatsReader_c
+    {
+    public:
+        StatsReader_c(std::istream & Stream, std::function<void(std::uint64_t, std::string const &)> const & fnComplain)
+            : m_Stream(Stream)
+            , m_fnComplain(fnComplain)
+        {}
+
+        bool ReadHeader();
+
+        // False at the end of the file, or where there is no going on.
+        bool ReadBatch(StatsBatch_t & Batch, bool & bWhole);
+
+        bool IsSound() const { return m_bSound; }
+
+    private:
+        std::size_t Read(std::size_t nBytes);
+        void Complain(std::uint64_t nOffset, std::string const & sText);
+        void ReadTimer(StatsTimer_t & Timer, std::size_t iRecord);
+        int ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords);
+        void Hang(StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent);
+        std::string NameOf(std::size_t iRecord) const;
+        std::uint64_t OffsetOf(std::size_t iRecord, std::size_t iField) const;
+        char const * BytesOf(std::size_t iRecord, std::size_t iField) const;
+
+        std::istream & m_Stream;
+        std::function<void(std::uint64_t, std::string const &)> const & m_fnComplain;
+        std::vector<char> m_dBytes;     // what Read read last
+        std::uint64_t m_nOffset = 0;    // of what comes next
+        std::uint64_t m_nRecords = 0;   // offset of the batch's first record
+        std::uint32_t m_nAddress = 0;   // of the timers in the process that wrote the file
+        int m_iBatch = -1;
+        bool m_bSound = true;
+    };
+
+    // The bytes that were to be had, at most so many.
+    std::size_t StatsReader_c::Read(std::size_t nBytes)
+    {
+        m_dBytes.resize(nBytes);
+        m_Stream.read(m_dBytes.data(), static_cast<std::streamsize>(nBytes));
+        auto const nRead = static_cast<std::size_t>(m_Stream.gcount());
+        m_nOffset += nRead;
+        return nRead;
+    }
+
+    void StatsReader_c::Complain(std::uint64_t nOffset, std::string const & sText)
+    {
+        m_fnComplain(nOffset, sText);
+        m_bSound = false;
+    }
+
+    std::uint64_t StatsReader_c::OffsetOf(std::size_t iRecord, std::size_t iField) const
+    {
+        return m_nRecords + iRecord * RECORD_SIZE + iField;
+    }
+
+    char const * StatsReader_c::BytesOf(std::size_t iRecord, std::size_t iField) const
+    {
+        return m_dBytes.data() + iRecord * RECORD_SIZE + iField;
+    }
+
+    std::string StatsReader_c::NameOf(std::size_t iRecord) const
+    {
+        return "record " + std::to_string(iRecord) + " of batch " + std::to_string(m_iBatch);
+    }
+
+    bool StatsReader_c::ReadHeader()
+    {
+        if (std::size_t const nRead = Read(HEADER_SIZE); nRead != HEADER_SIZE)
+        {
+            Complain(nRead, "the file ends within its header of 8 bytes");
+            return false;
+        }
+        if (std::uint32_t const nSize = Word(m_dBytes.data()); nSize != RECORD_SIZE)
+        {
+            Complain(0, "not a stats file: records of " + std::to_string(nSize) + " bytes in place of 2504");
+            return false;
+        }
+        m_nAddress = Word(m_dBytes.data() + 4);
+        return true;
+    }
+
+    void StatsReader_c::ReadTimer(StatsTimer_t & Timer, std::size_t iRecord)
+    {
+        char const * const pName = BytesOf(iRecord, NAME);
+        char const * const pEnd = std::find(pName, pName + NAME_SIZE, '\0');
+        if (pEnd == pName + NAME_SIZE)
+        {
+            Complain(OffsetOf(iRecord, NAME), "the name of " + NameOf(iRecord) + " has no end");
+        }
+        Timer.sName = Printable({ pName, static_cast<std::size_t>(pEnd - pName) });
+        Timer.iTimer = Word(BytesOf(iRecord, TIMER));
+        for (std::size_t i = 0; i < STATS_FRAMES; ++i)
+        {
+            char const * const pSlot = BytesOf(iRecord, SLOTS + i * SLOT_SIZE);
+            Timer.dSlots[i] = { Ticks(pSlot), Word(pSlot + 8) };
+        }
+        Timer.Figures = ReadFigures(BytesOf(iRecord, 0));
+        if (std::int32_t const iSlot = Timer.Figures.iMaxSlot; iSlot < -1 || iSlot >= static_cast<int>(STATS_FRAMES))
+        {
+            Complain(OffsetOf(iRecord, MAX_SLOT),
+                "the peak of " + NameOf(iRecord) + " is in slot " + std::to_string(iSlot) + " of 150");
+            Timer.Figures.iMaxSlot = -1;
+        }
+    }
+
+    // The index that an address stands for, -1 for none. Timers are made one after the other, each at the end of its
+    // parent's children, so that a link always leads onwards.
+    int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
+    {
+        std::uint32_t const nLink = Word(BytesOf(iRecord, iField));
+        if (nLink == 0)
+        {
+            return -1;
+        }
+        std::uint32_t const nDistance = nLink - m_nAddress, iLinked = nDistance / RECORD_SIZE;
+        char const * szFault = nullptr;
+        if (nDistance % RECORD_SIZE != 0)
+        {
+            szFault = ", which is within a record";
+        }
+        else if (iLinked >= nRecords)
+        {
+            szFault = ", which is outside of the batch";
+        }
+        else if (iLinked <= iRecord)
+        {
+            szFault = ", which leads back";
+        }
+        if (szFault != nullptr)
+        {
+            Complain(OffsetOf(iRecord, iField), (iField == CHILD ? "the child of " : "the sibling of ")
+                                                    + NameOf(iRecord) + " is at address " + Hex(nLink) + szFault);
+            return -1;
+        }
+        return static_cast<int>(iLinked);
+    }
+
+    // Hangs the timer that a link leads to under its parent. A timer behind a break in the file isn't there.
+    void StatsReader_c::Hang(
+        StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent)
+    {
+        int const iLinked = ReadLink(iRecord, iField, nRecords);
+        if (iLinked < 0 || static_cast<std::size_t>(iLinked) >= Batch.size())
+        {
+            return;
+        }
+        int & iHeld = Batch[static_cast<std::size_t>(iLinked)].iParent;
+        if (iHeld >= 0 || iParent < 0)
+        {
+            Complain(OffsetOf(iRecord, iField),
+                NameOf(iRecord) + " links to record " + std::to_string(iLinked)
+                    + (iParent < 0 ? " as a sibling of the root" : ", which hangs elsewhere"));
+            return;
+        }
+        iHeld = iParent;
+    }
+
+    bool StatsReader_c::ReadBatch(StatsBatch_t & Batch, bool & bWhole)
+    {
+        ++m_iBatch;
+        std::uint64_t const nStart = m_nOffset;
+        std::size_t const nRead = Read(COUNT_SIZE);
+        if (nRead != COUNT_SIZE)
+        {
+            if (nRead > 0)
+            {
+                Complain(m_nOffset, "the file ends within the count of batch " + std::to_string(m_iBatch));
+            }
+            return false;
+        }
+        std::uint32_t const nRecords = Word(m_dBytes.data());
+        if (nRecords == 0 || nRecords > STATS_MAX_TIMERS)
+        {
+            Complain(nStart, "batch " + std::to_string(m_iBatch) + " has " + std::to_string(nRecords)
+                                 + " records in place of 1 to 512; what follows can't be read");
+            return false;
+        }
+        m_nRecords = m_nOffset;
+        std::size_t const nWhole = Read(nRecords * RECORD_SIZE) / RECORD_SIZE;
+        Batch.assign(nWhole, {});
+        for (std::size_t i = 0; i < nWhole; ++i)
+        {
+            ReadTimer(Batch[i], i);
+            if (i == 0 && Batch[i].iTimer != ROOT)
+            {
+                Complain(OffsetOf(i, TIMER), NameOf(i) + " is not the root: its id is " + Hex(Batch[i].iTimer));
+            }
+            else if (i > 0 && Batch[i].iParent < 0)
+            {
+                Complain(OffsetOf(i, 0), "nothing links to " + NameOf(i) + "; it is shown under the root");
+                Batch[i].iParent = 0;
+            }
+            Hang(Batch, i, CHILD, nRecords, static_cast<int>(i));
+            Hang(Batch, i, NEXT, nRecords, Batch[i].iParent);
+        }
+        bWhole = nWhole == nRecords;
+        if (!bWhole)
+        {
+            Complain(m_nOffset, "the file ends within " + NameOf(nWhole) + ", which has " + std::to_string(nRecords));
+        }
+        return bWhole || nWhole > 1;
+    }
+}
+
+bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
+    std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain)
+{
+    StatsReader_c Reader(Stream, fnComplain);
+    if (Reader.ReadHeader())
+    {
+        StatsBatch_t Batch;
+        bool bWhole = true;
+        while (Reader.ReadBatch(Batch, bWhole))
+        {
+            fnTake(Batch, bWhole);
+        }
+    }
+    return Reader.IsSound();
+}
+
+double StatsFrameTime(StatsBatch_t const & Batch, std::size_t iSlot)
+{
+    double tSum = 0;
+    for (StatsTimer_t const & Timer : Batch)
+    {
+        if (Timer.iParent == 0)
+        {
+            double const tTime = static_cast<double>(Timer.dSlots[iSlot].tTime);
+            if (Timer.iTimer == STATS_APPLICATION)
+            {
+                return tTime;
+            }
+            tSum += tTime;
+        }
+    }
+    return tSum;
+}

@@ -1,0 +1,133 @@
+#include "tools/zqtool/statspage.h"
+
+#include "tools/zqtool/text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ostream>
+
+// The page's parts, which the build makes from stats_page.html, stats_page.css and stats_page.js.
+extern char const STATS_PAGE_HTML[], STATS_PAGE_CSS[], STATS_PAGE_JS[];
+
+namespace
+{
+    constexpr std::size_t MAX_TIMER_BYTES = 48 << 20;   // of the batches' timers in a page
+
+    // Joins the texts of members to a JSON array.
+    template <typename RANGE, typename CALL>
+    std::string ArrayOf(RANGE const & Range, CALL const & TextOf)
+    {
+        std::string sArray = "[";
+        for (auto const & Member : Range)
+        {
+            sArray += sArray.size() > 1 ? "," : "";
+            sArray += TextOf(Member);
+        }
+        return sArray + "]";
+    }
+
+    // A number that may be any double.
+    std::string Text(double fNumber)
+    {
+        char szNumber[32];
+        std::snprintf(szNumber, sizeof szNumber, "%.17g", fNumber);
+        return szNumber;
+    }
+
+    template <typename T>
+    std::string TextOfInteger(T nNumber)
+    {
+        return std::to_string(nNumber);
+    }
+
+    // [node, average, max, last, max ever, calls of the last, calls at max, slot of max, [times], [calls]]
+    std::string TimerText(StatsTimer_t const & Timer, int iNode)
+    {
+        StatsFigures_t const & Figures = Timer.Figures;
+        std::string sText = "[" + std::to_string(iNode);
+        for (std::int64_t const n : { Figures.tAverage, Figures.tMax, Figures.tLast, Figures.tMaxEver,
+                 std::int64_t{ Figures.nLast }, std::int64_t{ Figures.nAtMax }, std::int64_t{ Figures.iMaxSlot } })
+        {
+            sText += "," + std::to_string(n);
+        }
+        bool const bIdle = std::all_of(Timer.dSlots.begin(), Timer.dSlots.end(),
+            [](StatsSlot_t const & Slot) { return Slot.tTime == 0 && Slot.nCalls == 0; });
+        if (bIdle)
+        {
+            return sText + ",[],[]]";
+        }
+        return sText + "," + ArrayOf(Timer.dSlots, [](StatsSlot_t const & Slot) { return TextOfInteger(Slot.tTime); })
+               + "," + ArrayOf(Timer.dSlots, [](StatsSlot_t const & Slot) { return TextOfInteger(Slot.nCalls); }) + "]";
+    }
+
+    // [name, id, parent, average time, own time and calls, calls in all, peak, frame of the peak, calls at the peak]
+    std::string NodeText(StatsNode_t const & Node, StatsAverage_t const & Average)
+    {
+        return "[" + JsonQuoted(Node.sName) + "," + std::to_string(Node.iTimer) + "," + std::to_string(Node.iParent)
+               + "," + Text(Average.tTime) + "," + Text(Average.tOwn) + "," + Text(Average.nCalls) + ","
+               + std::to_string(Node.nCalls) + "," + std::to_string(Node.tPeak) + "," + std::to_string(Node.iPeakFrame)
+               + "," + std::to_string(Node.nPeakCalls) + "]";
+    }
+
+    std::string SummaryText(StatsSummary_t const & Summary)
+    {
+        return "{\"mean\":" + Text(Summary.tMean) + ",\"median\":" + Text(Summary.tMedian)
+               + ",\"p95\":" + Text(Summary.t95) + ",\"p99\":" + Text(Summary.t99)
+               + ",\"worst\":" + Text(Summary.tWorst) + ",\"worstFrame\":" + std::to_string(Summary.iWorst) + "}";
+    }
+
+    // The page up to a place that is marked like <!--style-->; the rest stays in sRest.
+    std::string_view UpTo(std::string_view sMark, std::string_view & sRest)
+    {
+        std::size_t const iMark = sRest.find(sMark);
+        std::string_view const sPart = sRest.substr(0, iMark);
+        sRest.remove_prefix(iMark + sMark.size());
+        return sPart;
+    }
+}
+
+void StatsPage_c::Add(StatsBatch_t const & Batch, std::vector<int> const & dNodes)
+{
+    Batch_s & New = m_dBatches.emplace_back();
+    auto itNode = dNodes.begin();
+    New.sTimers = ArrayOf(Batch, [&](StatsTimer_t const & Timer) { return TimerText(Timer, *itNode++); });
+    New.tWorst = StatsFrameTime(Batch, 0);
+    for (std::size_t i = 1; i < STATS_FRAMES; ++i)
+    {
+        New.tWorst = std::max(New.tWorst, StatsFrameTime(Batch, i));
+    }
+    m_nBytes += New.sTimers.size();
+    while (m_nBytes > MAX_TIMER_BYTES)
+    {
+        auto const Key = [](Batch_s const & Held) { return std::make_pair(Held.sTimers.empty(), Held.tWorst); };
+        auto const itLeast = std::min_element(m_dBatches.rbegin(), m_dBatches.rend(),
+            [&](Batch_s const & A, Batch_s const & B) { return Key(A) < Key(B); });
+        m_nBytes -= itLeast->sTimers.size();
+        std::string().swap(itLeast->sTimers);
+    }
+}
+
+void StatsPage_c::Write(std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree) const
+{
+    std::string_view sRest = STATS_PAGE_HTML;
+    Stream << UpTo("<!--title-->", sRest) << HtmlEscaped(Facts.sFile);
+    Stream << UpTo("<!--style-->", sRest) << "<style>\n" << STATS_PAGE_CSS << "</style>";
+    Stream << UpTo("<!--data-->", sRest)
+           << "<script id=\"data\" type=\"application/json\">{\"file\":" << JsonQuoted(Facts.sFile)
+           << ",\"rate\":" << Text(Facts.fTicksPerSecond) << ",\"measured\":" << (Facts.bMeasured ? "true" : "false")
+           << ",\"problems\":" << ArrayOf(Facts.dProblems, JsonQuoted)
+           << ",\n\"summary\":" << SummaryText(Tree.GetSummary());
+    std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
+    auto itAverage = dAverages.begin();
+    Stream << ",\n\"timers\":"
+           << ArrayOf(Tree.GetNodes(), [&](StatsNode_t const & Node) { return NodeText(Node, *itAverage++); });
+    Stream << ",\n\"frames\":" << ArrayOf(Tree.GetFrames(), Text) << ",\n\"batches\":[\n";
+    char const * szSeparator = "";
+    for (Batch_s const & Batch : m_dBatches)
+    {
+        Stream << szSeparator << (Batch.sTimers.empty() ? "null" : Batch.sTimers.c_str());
+        szSeparator = ",\n";
+    }
+    Stream << "]}</script>";
+    Stream << UpTo("<!--script-->", sRest) << "<script>\n" << STATS_PAGE_JS << "</script>" << sRest;
+}

@@ -1,0 +1,32 @@
+// statstrace.h: a stats file as trace events in JSON, the format that trace viewers load.
+//
+// The file holds times by frame, not the moments of pushes. So each frame begins where the one before ends, and the
+// timers of a frame lie in it in the order of their creation, each as one event with its time and the number of its calls.
+#pragma once
+
+#include "tools/zqtool/statsfile.h"
+
+#include <iosfwd>
+
+class StatsTrace_c
+{
+public:
+    /// Begins the trace. The stream is the caller's and outlives the object.
+    StatsTrace_c(std::ostream & Stream, double fTicksPerSecond);
+
+    /// Writes the frames of a batch behind those that are there.
+    void Add(StatsBatch_t const & Batch);
+
+    /// Writes the end; the stream then holds one JSON value.
+    void Finish();
+
+private:
+    void AddFrame(StatsBatch_t const & Batch, std::vector<std::size_t> const & dOrder,
+        std::vector<int> const & dParents, std::size_t iSlot);
+    void AddEvent(std::string const & sName, double tStart, double tSize, std::string const & sArguments);
+
+    std::ostream & m_Stream;
+    double m_fNanosecondsPerTick;
+    double m_tFrame = 0;   // start of the next frame
+    int m_iFrame = 0;
+};

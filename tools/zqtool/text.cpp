@@ -1,0 +1,95 @@
+#include "tools/zqtool/text.h"
+
+#include <cstdint>
+#include <cstdio>
+
+namespace
+{
+    // Bytes of the letter at the start of a text that is not empty; 0 if there is none or if it is a control character.
+    std::size_t LetterLength(std::string_view sText)
+    {
+        auto const Byte = [&](std::size_t i)
+        { return static_cast<std::uint32_t>(static_cast<unsigned char>(sText[i])); };
+        std::uint32_t const nLead = Byte(0);
+        if (nLead < 0x80)
+        {
+            return nLead >= 0x20 && nLead != 0x7F;
+        }
+        std::size_t const nBytes = nLead >= 0xF0 ? 4 : nLead >= 0xE0 ? 3 : 2;
+        if (nLead < 0xC2 || nLead > 0xF4 || sText.size() < nBytes)
+        {
+            return 0;
+        }
+        std::uint32_t nLetter = nLead & (0x7Fu >> nBytes);
+        for (std::size_t i = 1; i < nBytes; ++i)
+        {
+            if ((Byte(i) & 0xC0) != 0x80)
+            {
+                return 0;
+            }
+            nLetter = nLetter << 6 | (Byte(i) & 0x3F);
+        }
+        constexpr std::uint32_t LOWEST[] = { 0, 0, 0xA0, 0x800, 0x10000 };   // below 0xA0 are controls
+        bool const bSurrogate = nLetter >= 0xD800 && nLetter <= 0xDFFF;
+        // Line ends and changes of direction.
+        bool const bTurnsText = (nLetter >= 0x2028 && nLetter <= 0x202E) || (nLetter >= 0x2066 && nLetter <= 0x2069);
+        return nLetter < LOWEST[nBytes] || nLetter > 0x10FFFF || bSurrogate || bTurnsText ? 0 : nBytes;
+    }
+}
+
+std::string Printable(std::string_view sText)
+{
+    std::string sOut;
+    while (!sText.empty())
+    {
+        std::size_t const nBytes = LetterLength(sText);
+        sOut += nBytes ? sText.substr(0, nBytes) : "\xEF\xBF\xBD";
+        sText.remove_prefix(nBytes ? nBytes : 1);
+    }
+    return sOut;
+}
+
+std::string HtmlEscaped(std::string_view sText)
+{
+    std::string sOut;
+    for (char const c : sText)
+    {
+        switch (c)
+        {
+        case '&':
+            sOut += "&amp;";
+            break;
+        case '<':
+            sOut += "&lt;";
+            break;
+        case '>':
+            sOut += "&gt;";
+            break;
+        case '"':
+            sOut += "&quot;";
+            break;
+        default:
+            sOut += c;
+        }
+    }
+    return sOut;
+}
+
+std::string JsonQuoted(std::string_view sText)
+{
+    std::string sOut = "\"";
+    for (char const c : sText)
+    {
+        if (static_cast<unsigned char>(c) < 0x20 || c == '<' || c == '"' || c == '\\')
+        {
+            char szCode[8];
+            std::snprintf(szCode, sizeof szCode, "\\u%04X", static_cast<unsigned>(c));
+            sOut += szCode;
+        }
+        else
+        {
+            sOut += c;
+        }
+    }
+    return sOut + '"';
+}

@@ -1,0 +1,87 @@
+#include "zqcore/cexceptioninfo_internal.h"
+
+#include "platform/dialog.h"
+
+#include <cstdio>
+
+using namespace exceptioninfo;
+
+constinit char exceptioninfo::g_szDialog[DIALOG_SIZE] = "";
+
+namespace
+{
+    char g_szMessageTrace[MESSAGE_TRACE_SIZE];
+
+    struct Message_s
+    {
+        void * hOwner;
+        char const * szText;
+        char const * szCaption;
+        unsigned long nStyle;
+        int nFrames, nSkip;
+    };
+
+    plat::DialogButtons_e ButtonsOf(unsigned long nStyle)
+    {
+        switch (nStyle & 0xF)
+        {
+        case MESSAGE_OK_CANCEL:
+            return plat::DialogButtons_e::OkCancel;
+        case MESSAGE_ABORT_RETRY_IGNORE:
+            return plat::DialogButtons_e::AbortRetryIgnore;
+        case MESSAGE_YES_NO_CANCEL:
+            return plat::DialogButtons_e::YesNoCancel;
+        default:
+            return plat::DialogButtons_e::Ok;
+        }
+    }
+
+    plat::DialogModality_e ModalityOf(unsigned long nStyle)
+    {
+        if (nStyle & (MESSAGE_SYSTEM_MODAL | MESSAGE_TOPMOST))
+        {
+            return plat::DialogModality_e::AlwaysOnTop;
+        }
+        return nStyle & MESSAGE_TASK_MODAL ? plat::DialogModality_e::Task : plat::DialogModality_e::Plain;
+    }
+
+    // Its frame stands while the stack is walked, and is the first of the trace.
+    ZQ_COLD int ShowFromHere(Message_s const & Message)
+    {
+        plat::FaultContext_t Context;
+        plat::FaultContextCapture(&Context);
+        plat::FaultRecord_t const Record = { plat::FAULT_BREAKPOINT, Context.nIp, {} };
+        plat::FaultPointers_t const Here = { &Record, &Context };
+
+        SetUpSymbols(Context);
+        LoadModules();
+        ExceptionInfo_c::Get().StackTrace(g_szMessageTrace, MESSAGE_TRACE_SIZE, Message.nFrames, Message.nSkip, &Here);
+
+        ExceptionInfo_c::TraceLine("MsgBox( %s )", Message.szCaption);
+        TraceText(Message.szText);
+        TraceText("StackTrace");
+        TraceText(g_szMessageTrace);
+        std::snprintf(g_szDialog, DIALOG_SIZE, "%s\r\nStackTrace\r\n%s", Message.szText, g_szMessageTrace);
+        return MessageBoxPlain(Message.hOwner, g_szDialog, Message.szCaption, Message.nStyle);
+    }
+}
+
+int MessageBoxPlain(void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle)
+{
+    plat::Dialog_t Dialog;
+    Dialog.szText = sText;
+    Dialog.szCaption = sCaption;
+    Dialog.eButtons = ButtonsOf(nStyle);
+    Dialog.iDefaultButton = nStyle & MESSAGE_DEFAULT_2 ? 2 : 1;
+    Dialog.eIcon = (nStyle & 0xF0) == MESSAGE_ICON_WARNING ? plat::DialogIcon_e::Warning : plat::DialogIcon_e::Error;
+    Dialog.eModality = ModalityOf(nStyle);
+    Dialog.pOwner = hOwner;
+    return static_cast<int>(plat::DialogShow(Dialog));
+}
+
+int ExceptionInfo_c::MessageBoxWithTrace(
+    void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip)
+{
+    Scope_c const Scope;   // whose end keeps this frame below the next
+    return ShowFromHere({ hOwner, sText, sCaption, nStyle, nFrames, nSkip });
+}

@@ -1,0 +1,75 @@
+// cexceptioninfo_internal.h: what the sources of ExceptionInfo_c share. All but the lock is used under the lock.
+#pragma once
+
+#include "zqcore/cexceptioninfo.h"
+
+#include "platform/faults.h"
+#include "platform/threads.h"
+
+#include <atomic>
+
+namespace exceptioninfo
+{
+    /// A re-entrant lock that knows its owner.
+    class OwnedLock_c
+    {
+    public:
+        void Enter()
+        {
+            m_Lock.Enter();
+            m_nOwner = plat::ThreadId();
+            ++m_nEntered;
+        }
+        void Leave()
+        {
+            m_nOwner = --m_nEntered == 0 ? 0 : m_nOwner.load();
+            m_Lock.Leave();
+        }
+        bool IsMine() const { return m_nOwner == plat::ThreadId(); }
+
+    private:
+        plat::Lock_c m_Lock;
+        std::atomic<std::uint32_t> m_nOwner{ 0 };   // a thread, 0 for none
+        int m_nEntered = 0;
+    };
+
+    extern OwnedLock_c g_Lock;
+
+    class Scope_c
+    {
+    public:
+        Scope_c() { g_Lock.Enter(); }
+        ~Scope_c() { g_Lock.Leave(); }
+        Scope_c(Scope_c const &) = delete;
+        Scope_c & operator=(Scope_c const &) = delete;
+    };
+
+    inline constexpr std::size_t EXCEPTION_TRACE_SIZE = 65536;
+    inline constexpr std::size_t MESSAGE_TRACE_SIZE = 16384;
+    inline constexpr std::size_t DIALOG_SIZE = EXCEPTION_TRACE_SIZE + 4096;   // also a message with its trace
+
+    extern char g_szDialog[DIALOG_SIZE];
+
+    struct ModuleInfo_s
+    {
+        char szPath[260];
+        char const * szName;   // the path's end
+        std::uintptr_t Base;
+        std::size_t nSize;
+    };
+
+    /// Tries the symbol helper and traces the outcome, until it was there once.
+    void SetUpSymbols(plat::FaultContext_t const & Context);
+
+    /// Lists the modules and traces whose files are there to be read for symbols.
+    void LoadModules();
+
+    /// The listed module that holds the address; null if none does.
+    ModuleInfo_s const * ModuleOf(std::uintptr_t Address);
+
+    /// TraceLine of a text of any length.
+    void TraceText(char const * szText);
+
+    /// The calling thread's last system error, until the next call.
+    char const * LastError();
+}

@@ -1,0 +1,258 @@
+#include "zqcore/cexceptioninfo_internal.h"
+
+#include "zqcore/cdebug.h"
+
+#include "platform/memory.h"
+#include "platform/modulelist.h"
+#include "platform/process.h"
+#include "platform/symbols.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
+using namespace exceptioninfo;
+
+constinit OwnedLock_c exceptioninfo::g_Lock;
+
+namespace
+{
+    constexpr std::size_t LINE_SIZE = 2048;
+    constexpr std::size_t ERROR_SIZE = 16384;
+    constexpr int MODULES = 512;   // further ones are not listed
+    constexpr int ROW_WORDS = 12;
+
+    std::atomic<ExceptionInfo_c::TraceReceiver_t> g_fnReceiver{ nullptr };
+    std::atomic<bool> g_bTraceInUse{ false };
+
+    bool g_bSymbolsReady = false;
+    ModuleInfo_s g_dModules[MODULES];
+    int g_nModules = 0;
+    char g_szError[ERROR_SIZE];
+
+    char const * EndOfPath(char const * szPath)
+    {
+        char const * const szLast = std::strrchr(szPath, '/');
+        return szLast != nullptr ? szLast + 1 : szPath;
+    }
+
+    void AddModule(plat::Module_t const & Module, void *)
+    {
+        if (g_nModules < MODULES)
+        {
+            ModuleInfo_s & Info = g_dModules[g_nModules++];
+            std::snprintf(Info.szPath, sizeof Info.szPath, "%s", Module.szPath);
+            Info.szName = EndOfPath(Info.szPath);
+            Info.Base = Module.Base;
+            Info.nSize = Module.nBytes;
+        }
+    }
+
+    // The text of one trace, static for the sake of whoever has little stack.
+    class TraceText_c
+    {
+    public:
+        void Clear()
+        {
+            m_nLength = 0;
+            m_szText[0] = 0;
+        }
+
+        // What does not fit is cut.
+        void Append(char const * fmt, ...) ZQ_PRINTF(2, 3)
+        {
+            std::va_list args;
+            va_start(args, fmt);
+            std::size_t const nRoom = sizeof m_szText - m_nLength;
+            int const nText = std::vsnprintf(m_szText + m_nLength, nRoom, fmt, args);
+            va_end(args);
+            m_nLength += std::min(static_cast<std::size_t>(std::max(nText, 0)), nRoom - 1);
+        }
+
+        char const * Get() const { return m_szText; }
+
+    private:
+        std::size_t m_nLength;
+        char m_szText[EXCEPTION_TRACE_SIZE];
+    };
+
+    TraceText_c g_TraceText;
+    plat::FaultContext_t g_Context;   // of the trace
+    char g_szName[1024];
+
+    void AppendFrame(plat::Symbols_c & Symbols, int i, std::uintptr_t Address)
+    {
+        // A return address may stand behind the last byte of its function, or on the next line.
+        std::uintptr_t const Inside = i == 0 ? Address : Address - 1;
+        std::uint64_t nDisplacement = 0;
+        unsigned iLine = 0;
+        bool const bName = Symbols.FunctionAt(Inside, g_szName, sizeof g_szName, &nDisplacement);
+        g_TraceText.Append("[%.2d]\t%s\t", i, bName ? g_szName : "?");
+        if (Symbols.LineAt(Inside, g_szName, sizeof g_szName, &iLine))
+        {
+            g_TraceText.Append("%s (%u)\t\n", g_szName, iLine);
+        }
+        else
+        {
+            g_TraceText.Append("eip\t0x%08" PRIXPTR "\n", Address);
+        }
+    }
+
+    void Walk(int nFrames, int nSkip)
+    {
+        plat::Symbols_c Symbols;
+        Symbols.Start(&g_Context);   // without it the walk has addresses alone
+        plat::SymbolFrame_t Frame;
+        for (int i = 0; i < nFrames + nSkip; ++i)
+        {
+            if (!Symbols.NextFrame(&Frame))
+            {
+                g_TraceText.Append("Stack Trace Failed");
+                return;
+            }
+            if (Frame.Address == 0)
+            {
+                g_TraceText.Append("Stack Trace Failed:: zero eip");
+                return;
+            }
+            if (i >= nSkip)
+            {
+                AppendFrame(Symbols, i, Frame.Address);
+            }
+        }
+    }
+
+    void DumpRow(std::uintptr_t nStart)
+    {
+        char szRow[ROW_WORDS * sizeof "0x????????" + 1];
+        char * pEnd = szRow;
+        for (int i = 0; i < ROW_WORDS; ++i)
+        {
+            std::uint32_t dwWord = 0;
+            std::uintptr_t const nWord = nStart + static_cast<std::uintptr_t>(i) * sizeof dwWord;
+            bool const bRead = plat::MemoryRead(nWord, &dwWord, sizeof dwWord) == sizeof dwWord;
+            std::size_t const nRoom = sizeof szRow - static_cast<std::size_t>(pEnd - szRow);
+            pEnd += bRead ? std::snprintf(pEnd, nRoom, "0x%08" PRIX32 "\t", dwWord)
+                          : std::snprintf(pEnd, nRoom, "????????\t");
+        }
+        TraceText(szRow);
+    }
+}
+
+void exceptioninfo::SetUpSymbols(plat::FaultContext_t const & Context)
+{
+    if (!g_bSymbolsReady)
+    {
+        g_bSymbolsReady = plat::Symbols_c().Start(&Context);
+        TraceText(g_bSymbolsReady ? "Symbols Init Ok" : "Symbols Init Failed");
+    }
+}
+
+void exceptioninfo::LoadModules()
+{
+    TraceText("Enumirating loaded modules...");
+    g_nModules = 0;
+    plat::ModulesVisit(AddModule, nullptr);
+    TraceText("loading debug info for modules");
+    for (ModuleInfo_s const * pModule = g_dModules; pModule != g_dModules + g_nModules; ++pModule)
+    {
+        if (plat::ModuleFileIsReadable(pModule->szPath))
+        {
+            ExceptionInfo_c::TraceLine("Symbols loaded: \"%s\"\n", pModule->szPath);
+        }
+        else
+        {
+            ExceptionInfo_c::TraceLine("Error loading symbols for \"%s\"\n%s", pModule->szPath, LastError());
+        }
+    }
+    TraceText("Enumirating loaded modules...done");
+}
+
+ModuleInfo_s const * exceptioninfo::ModuleOf(std::uintptr_t Address)
+{
+    auto const Holds = [Address](ModuleInfo_s const & Module)
+    { return Address >= Module.Base && Address - Module.Base < Module.nSize; };
+    ModuleInfo_s * const pEnd = g_dModules + g_nModules;
+    ModuleInfo_s const * const pFound = std::find_if(g_dModules, pEnd, Holds);
+    return pFound != pEnd ? pFound : nullptr;
+}
+
+char const * exceptioninfo::LastError()
+{
+    plat::LastErrorText(g_szError, sizeof g_szError);
+    return g_szError;
+}
+
+void exceptioninfo::TraceText(char const * szText)
+{
+    if (ExceptionInfo_c::TraceReceiver_t const fnReceiver = g_fnReceiver.load())
+    {
+        fnReceiver(szText);
+    }
+}
+
+void ExceptionInfo_c::TraceLine(char const * fmt, ...)
+{
+    if (g_fnReceiver.load() == nullptr)
+    {
+        return;
+    }
+    char szLine[LINE_SIZE];
+    std::va_list args;
+    va_start(args, fmt);
+    std::vsnprintf(szLine, sizeof szLine, fmt, args);
+    va_end(args);
+    TraceText(szLine);
+}
+
+ExceptionInfo_c::TraceReceiver_t ExceptionInfo_c::TraceReceiverSet(TraceReceiver_t fnReceiver)
+{
+    return g_fnReceiver.exchange(fnReceiver);
+}
+
+void ExceptionInfo_c::StackTrace(
+    char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers)
+{
+    bool const bRoom = szBuffer != nullptr && nSize > 0;
+    ZQ_ASSERT_BREAK(bRoom, "Developer break");
+    if (!bRoom)
+    {
+        return;
+    }
+    szBuffer[0] = 0;
+    if (g_bTraceInUse)
+    {
+        return;
+    }
+    bool const bContext = pPointers != nullptr && pPointers->pContext != nullptr;
+    ZQ_ASSERT_BREAK(bContext, "Developer break");
+    if (!bContext)
+    {
+        return;
+    }
+    Scope_c const Scope;
+    g_TraceText.Clear();
+    g_bTraceInUse = true;
+    errno = 0;
+    g_Context = *pPointers->pContext;
+    Walk(nFrames, nSkip);
+    std::snprintf(szBuffer, nSize, "%s", g_TraceText.Get());
+    g_bTraceInUse = false;
+}
+
+void ExceptionInfo_c::DumpMemory(char const * szRegister, std::uintptr_t nValue, std::uintptr_t nStart, int nWords)
+{
+    TraceText("");
+    TraceLine("Starting dump of memory at 0x%08" PRIXPTR ", size %d dword's", nStart, nWords);
+    if (szRegister != nullptr)
+    {
+        TraceLine("Address contained in %s value 0x%08" PRIXPTR, szRegister, nValue);
+    }
+    for (int i = 0; i < nWords / ROW_WORDS; ++i)
+    {
+        DumpRow(nStart + static_cast<std::uintptr_t>(i) * ROW_WORDS * sizeof(std::uint32_t));
+    }
+    TraceText("DoneDump\r\n");
+}

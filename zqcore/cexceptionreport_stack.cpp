@@ -1,0 +1,199 @@
+#include "zqcore/cexceptionreport.h"
+#include "zqcore/cexceptionreport_internal.h"
+#include "zqcore/copcode.h"
+
+#include "platform/memory.h"
+#include "platform/modules.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+    using namespace exceptionreport;
+
+    constexpr std::size_t SPAN_SIZE = 272;   // of the code; zeros end it, which are not listed
+    constexpr std::size_t SPAN_READ = 256;
+    constexpr std::size_t SPAN_PIECE = 32;
+    constexpr std::uintptr_t SPAN_BEFORE = 128;
+
+    class ReportSink_c final : public CodeListingSink_c
+    {
+    public:
+        void WriteLine(char const * szLine) override
+        {
+            char szCopy[LINE_SIZE];
+            Text_c Line(szCopy, sizeof szCopy);
+            Line.Add("%s", szLine);
+            Line.AddEnd("\n");
+            WriteText(Line);
+        }
+
+        unsigned WriteSource(std::uint64_t Address, unsigned nLastLine) override
+        {
+            return g_ExceptionReport.LogSourceString(static_cast<std::uintptr_t>(Address), nLastLine);
+        }
+
+        std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override
+        {
+            return static_cast<std::int64_t>(
+                g_ExceptionReport.GetSymbol(static_cast<std::uintptr_t>(Address), szName, nSize));
+        }
+    };
+
+    void Trim(char const *& pText, std::size_t & nText)
+    {
+        auto const IsSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
+        for (; nText != 0 && IsSpace(*pText); --nText)
+        {
+            ++pText;
+        }
+        while (nText != 0 && IsSpace(pText[nText - 1]))
+        {
+            --nText;
+        }
+    }
+
+    // Where a frame is: the code that runs in it, which for all but the innermost lies before the return address.
+    struct Place_t
+    {
+        std::uintptr_t Address;
+        unsigned nBack;   // bytes to what is looked up
+    };
+
+    void AddFunction(plat::Symbols_c & Symbols, Place_t const & Place, Text_c & Line)
+    {
+        char szName[NAME_SIZE];
+        std::uint64_t nDisplacement;
+        if (Symbols.FunctionAt(Place.Address - Place.nBack, szName, sizeof szName, &nDisplacement))
+        {
+            Line.Add("%s+%" PRIX64 "  ", szName, nDisplacement + Place.nBack);
+            return;
+        }
+        plat::ModulePlace_t Module;
+        if (plat::ModuleFind(Place.Address, &Module))
+        {
+            Line.Add("%04X:%08" PRIXPTR " %s  ", Module.iSection, Module.nOffset, Module.szPath);
+            return;
+        }
+        Line.Add("  ");
+    }
+
+    void AddSource(plat::Symbols_c & Symbols, Place_t const & Place, Text_c & Line)
+    {
+        char szFile[NAME_SIZE];
+        unsigned iLine;
+        if (!Symbols.LineAt(Place.Address - Place.nBack, szFile, sizeof szFile, &iLine))
+        {
+            return;
+        }
+        Line.Add(" %s(%u): ", szFile, iLine);
+        char szText[LINE_SIZE];
+        if (SourceFile_c(szFile).GetLine(iLine, szText, sizeof szText))
+        {
+            char const * pText = szText;
+            std::size_t nText = std::strlen(szText);
+            Trim(pText, nText);
+            Line.Add("%.*s", static_cast<int>(nText), pText);
+        }
+    }
+
+    // Lines that do not fit whole are left out, and all behind them.
+    void AddToDialog(char const * szLine, Text_c & DialogText)
+    {
+        std::size_t const nBefore = DialogText.GetLength();
+        DialogText.Add("%s\n", szLine);
+        if (DialogText.IsFull())
+        {
+            DialogText.CutAt(nBefore);
+        }
+    }
+}
+
+void exceptionreport::WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText)
+{
+    ExceptionReport_c::CrashLog("\r\nCall stack:\r\n");
+    ExceptionReport_c::CrashLog("Address   Frame     Function            SourceFile\r\n");
+    if (pDialogText)
+    {
+        pDialogText->Add("Call stack functions:\n\n");
+    }
+    Symbols.Rewind();
+    plat::SymbolFrame_t Frame;
+    for (std::size_t iFrame = 0; iFrame < STACK_FRAMES && Symbols.NextFrame(&Frame) && Frame.Frame != 0; ++iFrame)
+    {
+        char szLine[LINE_SIZE];
+        Text_c Line(szLine, sizeof szLine);
+        Line.Add("%08" PRIXPTR "  %08" PRIXPTR "  ", Frame.Address, Frame.Frame);
+        char const * const szFunction = szLine + Line.GetLength();
+        Place_t const Place = { Frame.Address, iFrame == 0 ? 0u : 1u };
+        AddFunction(Symbols, Place, Line);
+        AddSource(Symbols, Place, Line);
+        if (pDialogText)
+        {
+            AddToDialog(szFunction, *pDialogText);
+        }
+        Line.AddEnd("\r\n");
+        WriteText(Line);
+        if (bVariables)
+        {
+            WriteVariables(Symbols);
+            ExceptionReport_c::CrashLog("\r\n");
+        }
+    }
+}
+
+void exceptionreport::WriteCode(std::uintptr_t Address)
+{
+    static unsigned char s_dSpan[SPAN_SIZE];
+    std::uintptr_t Start = Address - Address % SPAN_PIECE;
+    Start = Start > SPAN_BEFORE ? Start - SPAN_BEFORE : 0;
+    std::memset(s_dSpan, 0, sizeof s_dSpan);
+    if (plat::MemoryRead(Start, s_dSpan, SPAN_READ) != SPAN_READ)
+    {
+        for (std::size_t nPiece = 0; nPiece < SPAN_READ; nPiece += SPAN_PIECE)
+        {
+            if (plat::MemoryRead(Start + nPiece, s_dSpan + nPiece, SPAN_PIECE) != SPAN_PIECE)
+            {
+                std::memset(s_dSpan + nPiece, 0, SPAN_PIECE);
+            }
+        }
+    }
+    CodeListing_c Listing(s_dSpan, SPAN_READ, Start);
+    Listing.SetFaultAddress(Address);
+    Listing.Decode();
+    ReportSink_c Sink;
+    Listing.Write(Sink);
+}
+
+exceptionreport::Text_c::Text_c(char * szText, std::size_t nSize)
+    : m_szText(szText)
+    , m_nSize(nSize)
+{
+    m_szText[0] = '\0';
+}
+
+void exceptionreport::Text_c::Add(char const * fmt, ...)
+{
+    std::va_list args;
+    va_start(args, fmt);
+    int const nAdded = std::vsnprintf(m_szText + m_nLength, m_nSize - m_nLength, fmt, args);
+    va_end(args);
+    m_nLength = std::min(m_nLength + static_cast<std::size_t>(std::max(nAdded, 0)), m_nSize - 1);
+}
+
+void exceptionreport::Text_c::AddEnd(char const * szEnd)
+{
+    CutAt(std::min(m_nLength, m_nSize - 1 - std::strlen(szEnd)));
+    Add("%s", szEnd);
+}
+
+void exceptionreport::Text_c::CutAt(std::size_t nLength)
+{
+    m_nLength = nLength;
+    m_szText[nLength] = '\0';
+}

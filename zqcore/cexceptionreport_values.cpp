@@ -1,0 +1,181 @@
+// The variables of a frame, with their members and values. The memory that they lie in is the crashed program's: all of
+// it is read guarded, and a variable that can't be read costs that variable only.
+#include "zqcore/cexceptionreport.h"
+#include "zqcore/cexceptionreport_internal.h"
+
+#include "platform/faults.h"
+#include "platform/memory.h"
+
+#include <cinttypes>
+#include <cstring>
+
+namespace
+{
+    using namespace exceptionreport;
+
+    constexpr std::size_t STRING_SIZE = 32;   // of a text that is shown, with the terminator
+
+    // Where the value of a variable or member is, and what it is.
+    struct Value_t
+    {
+        std::uintptr_t Address;
+        std::uint64_t nSize;
+        plat::SymbolType_t nType;
+    };
+
+    enum Printed_e
+    {
+        PRINTED_NAME,
+        PRINTED_MEMBERS,
+        PRINTED_UNREADABLE
+    };
+
+    template <typename T>
+    bool Read(std::uintptr_t Address, T & Object)
+    {
+        return plat::MemoryRead(Address, &Object, sizeof Object) == sizeof Object;
+    }
+
+    // A pointer to text, as text if there is any.
+    void AddString(std::uintptr_t Address, Text_c & Text)
+    {
+        char szString[STRING_SIZE];
+        std::size_t const nRead = plat::MemoryRead(Address, szString, sizeof szString);
+        if (nRead == sizeof szString || std::memchr(szString, '\0', nRead) != nullptr)
+        {
+            Text.Add(" = \"%.31s\"", szString);
+        }
+        else
+        {
+            Text.Add(" = %" PRIXPTR, Address);
+        }
+    }
+
+    template <typename T, typename PRINT>
+    bool AddRead(std::uintptr_t Address, PRINT const & Print)
+    {
+        T Object;
+        bool const bRead = Read(Address, Object);
+        if (bRead)
+        {
+            Print(Object);
+        }
+        return bRead;
+    }
+
+    // False if the value can't be read. Sizes other than those of the basic types have no text.
+    bool AddValue(plat::Symbols_c & Symbols, Value_t const & Value, Text_c & Text)
+    {
+        plat::SymbolBase_e const eBase = Symbols.TypeBase(Value.nType);
+        if (eBase == plat::BASE_CHAR && Value.nSize == sizeof(void *))
+        {
+            return AddRead<std::uintptr_t>(
+                Value.Address, [&Text](std::uintptr_t nPointer) { AddString(nPointer, Text); });
+        }
+        bool const bFloat = eBase == plat::BASE_FLOAT;
+        switch (Value.nSize)
+        {
+        case 1:
+            return AddRead<std::uint8_t>(Value.Address, [&Text](unsigned n) { Text.Add(" = %X", n); });
+        case 2:
+            return AddRead<std::uint16_t>(Value.Address, [&Text](unsigned n) { Text.Add(" = %X", n); });
+        case 4:
+            return bFloat
+                       ? AddRead<float>(Value.Address, [&Text](float f) { Text.Add(" = %f", static_cast<double>(f)); })
+                       : AddRead<std::uint32_t>(Value.Address, [&Text](std::uint32_t n) { Text.Add(" = %X", n); });
+        case 8:
+            return bFloat ? AddRead<double>(Value.Address, [&Text](double f) { Text.Add(" = %lf", f); })
+                          : AddRead<std::uint64_t>(
+                              Value.Address, [&Text](std::uint64_t n) { Text.Add(" = %" PRIX64, n); });
+        default:
+            return true;
+        }
+    }
+
+    // The type's name, then its members, each on a line of its own that stands deeper than the type.
+    Printed_e AddType(
+        plat::Symbols_c & Symbols, plat::SymbolType_t nType, unsigned nLevel, std::uintptr_t Address, Text_c & Text)
+    {
+        char szName[NAME_SIZE];
+        if (Symbols.TypeName(nType, szName, sizeof szName))
+        {
+            Text.Add(" %s", szName);
+        }
+        unsigned const nMembers = Symbols.TypeMembers(nType);
+        if (nMembers == 0)
+        {
+            return PRINTED_NAME;
+        }
+        Text.Add("\r\n");
+        plat::SymbolMember_t Member;
+        for (unsigned i = 0; i < nMembers && !Text.IsFull() && Symbols.TypeMember(nType, i, &Member); ++i)
+        {
+            for (unsigned iTab = 0; iTab < nLevel + 2; ++iTab)
+            {
+                Text.Add("\t");
+            }
+            Printed_e const ePrinted = AddType(Symbols, Member.nType, nLevel + 1, Address, Text);
+            std::uintptr_t const Place = Address + static_cast<std::uintptr_t>(Member.nOffset);
+            if (ePrinted == PRINTED_UNREADABLE
+                || (ePrinted == PRINTED_NAME && !AddValue(Symbols, { Place, Member.nSize, Member.nType }, Text)))
+            {
+                return PRINTED_UNREADABLE;
+            }
+            Text.Add("\r\n");
+        }
+        return PRINTED_MEMBERS;
+    }
+
+    // False if what it holds can't be read.
+    bool WriteVariable(plat::Symbols_c & Symbols, plat::SymbolVariable_t const & Variable)
+    {
+        if (Variable.bFunction || Variable.ePlace != plat::PLACE_MEMORY)
+        {
+            return true;
+        }
+        char szText[SYMBOL_SIZE];
+        Text_c Text(szText, sizeof szText);
+        Text.Add("\t%s'%s'",
+            Variable.eKind == plat::SYMBOL_PARAMETER ? "Parameter "
+            : Variable.eKind == plat::SYMBOL_LOCAL   ? "Local "
+                                                     : "",
+            Variable.szName);
+        Printed_e const ePrinted = AddType(Symbols, Variable.nType, 0, Variable.Address, Text);
+        if (ePrinted == PRINTED_UNREADABLE
+            || (ePrinted == PRINTED_NAME
+                && !AddValue(Symbols, { Variable.Address, Variable.nSize, Variable.nType }, Text)))
+        {
+            return false;
+        }
+        Text.AddEnd("\r\n");
+        WriteText(Text);
+        return true;
+    }
+
+    struct Call_t
+    {
+        plat::Symbols_c & Symbols;
+        plat::SymbolVariable_t Variable;
+        bool bWritten;
+    };
+
+    void CallWriteVariable(void * pCall)
+    {
+        auto & Call = *static_cast<Call_t *>(pCall);
+        Call.bWritten = WriteVariable(Call.Symbols, Call.Variable);
+    }
+}
+
+void exceptionreport::WriteVariables(plat::Symbols_c & Symbols)
+{
+    Call_t Call = { Symbols, {}, false };
+    while (Symbols.NextVariable(&Call.Variable))
+    {
+        Call.bWritten = false;
+        plat::FaultGuardedCall(CallWriteVariable, &Call, 0);
+        if (!Call.bWritten)
+        {
+            ExceptionReport_c::CrashLog("punting on symbol %s\r\n", Call.Variable.szName);
+        }
+    }
+}

@@ -1,0 +1,314 @@
+#include "zqcore/cfileasync.h"
+
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/clog.h"
+#include "zqcore/cmemory_internal.h"
+
+#include <atomic>
+#include <cstdarg>
+
+Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;
+Array_T<File_c *, 128, 0> g_dStayerFiles;
+Array_T<AsyncFile_t, 32, 0> g_pAsyncFiles;
+constinit plat::Lock_c g_csAsync;
+constinit plat::Thread_c g_hAsyncThread;
+
+namespace
+{
+    constinit plat::Lock_c g_StayerLock;   // guards both lists of stayers
+    constinit plat::WakeUp_c g_WakeUp;     // a request was added, or the worker is to stop
+    constinit std::atomic<bool> g_bStop = false;
+    constinit bool g_bNoWorker = false;   // the system gave no thread
+
+    // From the last dot of the last component on; empty without one.
+    char const * ExtensionOf(File_c const & File)
+    {
+        char const * const szDot = std::strrchr(PathFileName(File.sName), '.');
+        return szDot ? szDot : "";
+    }
+
+    bool IsStayerType(File_c const & File)
+    {
+        plat::LockScope_c const Scope(g_StayerLock);
+        return !g_dStayerExts.IsEmpty() && g_dStayerExts.Find(String_T<STAYER_EXT_LENGTH>(ExtensionOf(File)));
+    }
+
+    int CountStayers()
+    {
+        plat::LockScope_c const Scope(g_StayerLock);
+        return g_dStayerFiles.GetLength();
+    }
+
+    File_c * StayerAt(int iStayer)
+    {
+        plat::LockScope_c const Scope(g_StayerLock);
+        return g_dStayerFiles[iStayer];
+    }
+
+    // Deletes the entries that the predicate picks by index, and frees the storage of an empty list.
+    template <typename PICK>
+    void DeleteStayers(PICK Pick)
+    {
+        plat::LockScope_c const Scope(g_StayerLock);
+        for (int i = g_dStayerFiles.GetLength() - 1; i >= 0; --i)
+        {
+            if (Pick(i))
+            {
+                g_dStayerFiles.Delete(i);
+            }
+        }
+        if (g_dStayerFiles.IsEmpty())
+        {
+            g_dStayerFiles.Reset();
+        }
+    }
+
+    // Objects lie in the order of the scan, not of the table: each would be met cold.
+    void PrefetchObject(FileTable_t::Slot_s const * pSlot)
+    {
+        constexpr std::size_t CACHE_LINE = 64;
+        auto const * const pBytes = reinterpret_cast<unsigned char const *>(pSlot ? pSlot->pObject : nullptr);
+        for (std::size_t i = 0; pBytes && i < sizeof(File_c); i += CACHE_LINE)
+        {
+            ZQ_PREFETCH(pBytes + i);
+        }
+    }
+
+    // Calls with each file of the extension, in table order; how many there are.
+    template <typename CALL>
+    int ForEachOfType(char const * szExt, CALL Call)
+    {
+        ZQ_ASSERT(szExt);
+        int nFiles = 0;
+        FileTable_t::Slot_s * pNext;
+        for (FileTable_t::Slot_s * pSlot = szExt ? g_sFileObjects.First() : nullptr; pSlot; pSlot = pNext)
+        {
+            pNext = g_sFileObjects.Next(pSlot);
+            PrefetchObject(pNext);
+            if (std::strcmp(ExtensionOf(*pSlot->pObject), szExt) == 0)
+            {
+                Call(*pSlot->pObject);
+                ++nFiles;
+            }
+        }
+        return nFiles;
+    }
+
+    void * HandleOf(int iRequest)
+    {
+        return reinterpret_cast<void *>(std::intptr_t{ iRequest });
+    }
+
+    // Asks without the lock: only this thread moves requests.
+    bool TakeIfLoaded(int iRequest)
+    {
+        if (!std::atomic_ref(g_pAsyncFiles[iRequest].bLoaded).load(std::memory_order_acquire))
+        {
+            return false;
+        }
+        plat::LockScope_c const Scope(g_csAsync);
+        g_pAsyncFiles.Delete(iRequest);
+        return true;
+    }
+}
+
+void File_c::StayerDoWork()
+{
+    if (!IsStayerType(*this))
+    {
+        return;
+    }
+    {
+        MemCategoryScope_c const Category(mem::file);
+        plat::LockScope_c const Scope(g_StayerLock);
+        g_dStayerFiles.Add(this);
+        m_bStayer = true;
+    }
+    RefOpen();
+}
+
+void FileStayerForget(File_c const & File)
+{
+    DeleteStayers([&File](int i) { return g_dStayerFiles[i] == &File; });
+}
+
+void FileStayerRegister(char const * szExtList, ...)
+{
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT_TEXT(g_dStayerExts.GetLength() < g_iMaxStayerTypes, "g_dStayerExts.GetLength() < g_iMaxStayerTypes");
+    ZQ_ASSERT(szExtList);
+    plat::LockScope_c const Scope(g_StayerLock);
+    std::va_list Exts;
+    va_start(Exts, szExtList);
+    for (char const * szExt = szExtList; szExt; szExt = va_arg(Exts, char const *))
+    {
+        g_dStayerExts.Add(String_T<STAYER_EXT_LENGTH>(szExt));
+    }
+    va_end(Exts);
+}
+
+void FileStayerResetMask()
+{
+    plat::LockScope_c const Scope(g_StayerLock);
+    g_dStayerExts.Reset();
+}
+
+void FileStayerResetAll()
+{
+    int const nStayers = CountStayers();
+    for (int i = 0; i < nStayers; ++i)
+    {
+        FileClose(StayerAt(i));
+    }
+    DeleteStayers([nStayers](int i) { return i < nStayers; });   // the worker may have added more
+}
+
+void FilePrefetch(char const * szExt)
+{
+    long long nBytes = 0;
+    int const nFiles = ForEachOfType(szExt,
+        [&nBytes](File_c & File)
+        {
+            FileOpen(&File);
+            nBytes += File.iLength;
+        });
+    Log("FilePrefetch: processed (%s) : %lli bytes in %i files", szExt ? szExt : "", nBytes, nFiles);
+}
+
+void FileUnfetch(char const * szExt)
+{
+    int const nFiles = ForEachOfType(szExt, [](File_c & File) { FileClose(&File); });
+    Log("FileUnfetch: processed (%s) : %i files", szExt ? szExt : "", nFiles);
+}
+
+/// The worker's side of the queue.
+class FileRequests_c
+{
+public:
+    /// The thread.
+    static void Work(void *);
+
+    /// Serves all requests here. A receiver of an open's event may add some; the outer call serves those.
+    static void ServeAll()
+    {
+        static bool s_bServing = false;
+        if (!std::exchange(s_bServing, true))
+        {
+            while (ServeOldest())
+            {}
+            s_bServing = false;
+        }
+    }
+
+private:
+    static bool ServeOldest();
+    static AsyncFile_t * Oldest();
+};
+
+void FileRequests_c::Work(void *)
+{
+    MemoryThreadNumber(ASYNC_THREAD_NUMBER);
+    plat::ThreadSetIdleClass();
+    while (!g_bStop.load(std::memory_order_acquire))
+    {
+        if (!ServeOldest())
+        {
+            g_WakeUp.Wait();
+        }
+    }
+}
+
+// The lock is not held while the disk is read: a thread of idle class may take long to give it back. The request keeps
+// its place among those that wait, as the others go only when they are done.
+bool FileRequests_c::ServeOldest()
+{
+    AsyncFile_t Request;
+    {
+        plat::LockScope_c const Scope(g_csAsync);
+        AsyncFile_t const * const pOldest = Oldest();
+        if (!pOldest)
+        {
+            return false;
+        }
+        Request = *pOldest;
+    }
+    Request.pFile->RefOpenAsync(Request.pBuffer);
+    plat::LockScope_c const Scope(g_csAsync);
+    std::atomic_ref(Oldest()->bLoaded).store(true, std::memory_order_release);
+    return true;
+}
+
+AsyncFile_t * FileRequests_c::Oldest()
+{
+    for (AsyncFile_t & Request : g_pAsyncFiles)
+    {
+        if (!Request.bLoaded)
+        {
+            return &Request;
+        }
+    }
+    return nullptr;
+}
+
+void FileAsyncStart()
+{
+    g_bStop = false;
+    g_bNoWorker = !g_hAsyncThread.Start(FileRequests_c::Work, nullptr);
+    if (g_bNoWorker)
+    {
+        Log("FileAsyncStart: the system gives no thread, asynchronous files are read at once");
+        FileRequests_c::ServeAll();
+    }
+}
+
+void FileAsyncStop()
+{
+    g_bStop = true;
+    g_WakeUp.Signal();
+    g_hAsyncThread.Join();
+    g_bNoWorker = false;
+    plat::LockScope_c const Scope(g_csAsync);
+    g_pAsyncFiles.Reset();
+}
+
+void * FileAsyncOpen(File_c * pFile, void * pBuffer)
+{
+    ZQ_ASSERT(pFile);
+    if (!pFile)
+    {
+        return HandleOf(-1);
+    }
+    int iRequest;
+    {
+        MemCategoryScope_c const Category(mem::file);
+        plat::LockScope_c const Scope(g_csAsync);
+        iRequest = g_pAsyncFiles.Add({ pFile, pBuffer, false });
+    }
+    if (g_bNoWorker)
+    {
+        FileRequests_c::ServeAll();
+    }
+    g_WakeUp.Signal();
+    return HandleOf(iRequest);
+}
+
+bool FileAsyncIsLoaded(void * file)
+{
+    auto const iRequest = reinterpret_cast<std::intptr_t>(file);
+    bool const bKnown = iRequest >= 0 && iRequest < g_pAsyncFiles.GetLength();
+    ZQ_ASSERT_TEXT(bKnown, "int(file) < g_pAsyncFiles.GetLength ()");
+    return bKnown && TakeIfLoaded(static_cast<int>(iRequest));
+}
+
+bool FileAsyncIsLoadedSlow(File_c * pFile)
+{
+    for (int i = 0; i < g_pAsyncFiles.GetLength(); ++i)
+    {
+        if (g_pAsyncFiles[i].pFile == pFile)
+        {
+            return TakeIfLoaded(i);
+        }
+    }
+    return false;
+}

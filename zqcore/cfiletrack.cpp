@@ -1,0 +1,257 @@
+#include "zqcore/cfiletrack.h"
+
+#include "zqcore/ccallback.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilelog.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/cfiletrack_internal.h"
+#include "zqcore/clog.h"
+#include "zqcore/cprofile.h"
+#include "zqcore/ctokenize.h"
+
+#include "platform/folderwatch.h"
+#include "platform/text.h"
+
+#include <chrono>
+#include <thread>
+
+void (*g_fnTrackSleep)(int nMilliseconds) = [](int nMilliseconds)
+{ std::this_thread::sleep_for(std::chrono::milliseconds(nMilliseconds)); };
+
+namespace
+{
+    constexpr std::size_t BUFFER_BYTES = 4096;
+    constexpr std::size_t READ_BYTES = 4094;   // of the buffer, which a batch must fit
+
+    constexpr int LOCK_TRIES = 500;
+    constexpr int LOCK_TRIES_UNSAID = 10;   // tries that are no matter for the log
+    constexpr int LOCK_WAIT = 10;           // milliseconds behind each try
+
+    String_T<256> g_sTrackPath;           // the watched folder as the caller wrote it
+    plat::FolderWatch_c g_hTrackFolder;   // closed while tracking is off
+    alignas(4) unsigned char g_dTrackBuffer[BUFFER_BYTES];
+    Array_T<String_T<256>, 1024, 0> g_dTrackIgnoreExts;
+    unsigned g_iTrackRun = 0;   // counts starts and stops: a callback may do either
+    bool g_bTrackWalking = false;
+
+    // The changed file of a record: the watched folder and the record's name, of which the characters up to U+00FF are
+    // taken, in UTF-8 like all names. Holds any name that a batch can.
+    class ChangedFile_c
+    {
+    public:
+        explicit ChangedFile_c(unsigned char const * pUnits, std::uint32_t nBytes)
+        {
+            m_nLength = StrCopy(m_szPath, g_sTrackPath, sizeof m_szPath);
+            m_szPath[m_nLength++] = '\\';
+            for (std::uint32_t i = 0; i + 1 < nBytes; i += 2)
+            {
+                char16_t cUnit;
+                std::memcpy(&cUnit, pUnits + i, sizeof cUnit);
+                Append(cUnit);
+            }
+            m_szPath[m_nLength] = '\0';
+        }
+
+        char const * GetPath() const { return m_szPath; }
+        char const * GetBare() const { return PathFileName(m_szPath); }
+
+    private:
+        void Append(char16_t cUnit)
+        {
+            if (cUnit >= 0x100)
+            {
+                return;
+            }
+            if (cUnit >= 0x80)
+            {
+                m_szPath[m_nLength++] = static_cast<char>(0xC0 | (cUnit >> 6));
+                cUnit = static_cast<char16_t>(0x80 | (cUnit & 0x3F));
+            }
+            m_szPath[m_nLength++] = static_cast<char>(cUnit);
+        }
+
+        std::size_t m_nLength;
+        char m_szPath[256 + BUFFER_BYTES];   // a unit of two bytes gives two bytes at most
+    };
+
+    // Whether nobody listens for such a file: one that is not known, or of an ignored type.
+    bool IsIgnored(char const * szBare)
+    {
+        if (!FileExists(szBare))
+        {
+            return true;
+        }
+        String_T<256> const sExt = FileName_c(szBare).GetExt();
+        return g_dTrackIgnoreExts.Find(sExt) != nullptr;
+    }
+
+    // Waits until a file can be had while nobody writes it; false if that never comes.
+    bool WaitForWriters(char const * szPath)
+    {
+        plat::FileLockTest_c LockTest(szPath);
+        int nTries = 0;
+        bool bOpened = false;
+        while (!bOpened && nTries < LOCK_TRIES)
+        {
+            ++nTries;
+            bOpened = LockTest.Try();
+            g_fnTrackSleep(LOCK_WAIT);
+        }
+        if (nTries > LOCK_TRIES_UNSAID)
+        {
+            Log("\n>>>FileTracker: Trying to refresh [%s]( %d lock-test failed ).\n ", szPath,
+                bOpened ? nTries : LOCK_TRIES + 1);
+        }
+        return bOpened;
+    }
+
+    void TellChange(ChangedFile_c const & File)
+    {
+        if (!IsIgnored(File.GetBare()) && WaitForWriters(File.GetPath()))
+        {
+            g_FileTrackChangesCallbacker.Fire(File.GetBare(), true);
+        }
+    }
+
+    void IssueRead()
+    {
+        std::memset(g_dTrackBuffer, 0, sizeof g_dTrackBuffer);
+        g_hTrackFolder.Read(g_dTrackBuffer, READ_BYTES);
+    }
+
+    // Walks the records of the batch and asks for the next one, unless a callback ends the watch.
+    ZQ_COLD void WalkBatch()
+    {
+        unsigned const iRun = g_iTrackRun;
+        unsigned char const * pRecord = g_dTrackBuffer;
+        plat::FolderChange_t Record;
+        do
+        {
+            std::memcpy(&Record, pRecord, sizeof Record);
+            if (Record.iAction == plat::FOLDER_CHANGE_MODIFIED)
+            {
+                TellChange(ChangedFile_c(pRecord + sizeof Record, Record.nNameBytes));
+            }
+            pRecord += Record.nNext;
+        }
+        while (Record.nNext != 0 && iRun == g_iTrackRun);
+        if (iRun == g_iTrackRun)
+        {
+            IssueRead();
+        }
+    }
+
+    bool IsComplete()
+    {
+        MemCategoryScope_c const Scope(mem::file);
+        return g_hTrackFolder.IsComplete();
+    }
+
+    ZQ_COLD void SayUnwatched(std::size_t nFolders)
+    {
+        Log("FileTrackChanges - %u new folders below \"%s\" can't be watched", static_cast<unsigned>(nFolders),
+            static_cast<char const *>(g_sTrackPath));
+    }
+
+    void StopTracking()
+    {
+        ++g_iTrackRun;
+        if (g_hTrackFolder.IsOpen())
+        {
+            FileCloseTracker(g_hTrackFolder.GetHandle());
+            g_hTrackFolder.Close();
+        }
+    }
+
+    // A new entry of a known folder, if it is a file by a name that is free.
+    void RefreshFile(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
+    {
+        bool const bDrive = Entry.szName[0] && Entry.szName[1] == ':';   // a lookup would take it for a drive
+        if (!Entry.bReachable || !Entry.Facts.bRegular || bDrive || !plat::IsUtf8(Entry.szName))
+        {
+            return;
+        }
+        File_c::Key_t sKey;
+        FoldText(sKey.GetBuffer(), Entry.szName, File_c::Key_t::Capacity() - 1);
+        if (g_sFileObjects.FindByName(sKey))
+        {
+            return;
+        }
+        File_c * const pFile = ZQ_NEW FileOnDisk_c;
+        pFile->pPath = &sFolder;
+        pFile->sName = sKey;
+        if (g_sFileObjects.Add(pFile, &pFile->sName) != HASH_ADDED)
+        {
+            pFile->sName = "";
+            delete pFile;
+        }
+    }
+}
+
+void FileTrackChanges(char const * sPath)
+{
+    ZQ_ASSERT(sPath);
+    MemCategoryScope_c const Scope(mem::file);
+    StopTracking();
+    g_sTrackPath = sPath;
+    bool const bOpened = sPath && g_sTrackPath == sPath && g_hTrackFolder.Open(sPath);
+    FileOpenTracker(g_hTrackFolder.GetHandle(), sPath);
+    if (!bOpened)
+    {
+        Log("FileTrackChanges - Can't open directory \"%s\" handle... \n", sPath ? sPath : "");
+        return;
+    }
+    IssueRead();
+}
+
+void FileTrackSetIgnoreExtList(char const * sList)
+{
+    MemCategoryScope_c const Scope(mem::file);
+    String_T<256> sText;
+    sText = sList;
+    g_dTrackIgnoreExts.Reset();
+    Tokenize(sText, g_dTrackIgnoreExts, ' ');
+}
+
+void FileTrackDoWork()
+{
+    if (!g_hTrackFolder.IsOpen() || g_bTrackWalking)
+    {
+        return;
+    }
+    ProfilerPush(ZQ_TIMER_FILETRACKER, "ZQ_TIMER_FILETRACKER");
+    if (IsComplete())
+    {
+        g_bTrackWalking = true;
+        WalkBatch();
+        g_bTrackWalking = false;
+    }
+    if (std::size_t const nUnwatched = g_hTrackFolder.TakeUnwatched())
+    {
+        SayUnwatched(nUnwatched);
+    }
+    ProfilerPop(ZQ_TIMER_FILETRACKER);
+}
+
+void FileTrackShutdown()
+{
+    StopTracking();
+    g_dTrackIgnoreExts.Reset();
+}
+
+void FileRefresh()
+{
+    MemCategoryScope_c const Scope(mem::file);
+    for (PathTable_t::Slot_s * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
+    {
+        plat::FolderListing_c Listing;
+        if (!Listing.Read(*pSlot->pObject))
+        {
+            continue;
+        }
+        for (std::size_t i = 0; i < Listing.GetCount(); ++i)
+        {
+            RefreshFile(*pSlot->pObject, Listing.GetEntry(i));
+        }
+    }
+}

@@ -1,0 +1,295 @@
+#include "zqcore/copcode.h"
+
+#include "platform/memory.h"
+#include "zqcore/copcode_internal.h"
+
+#include <cstring>
+
+/// A row that is being matched: where the next code byte comes from, and the fields so far.
+struct OpcodeDecoder_c::Row_s
+{
+    unsigned char const * pStart;
+    unsigned char const * pPosition;
+    std::uint32_t * pFields;
+    std::size_t nFields = 0;
+
+    void AddField(std::uint32_t nField) { pFields[nFields++] = nField; }
+};
+
+/// What a group took and made: the code behind it, and where its text starts.
+struct OpcodeDecoder_c::Match_s
+{
+    unsigned char const * pPosition = nullptr;
+    std::uint32_t iText = 0;
+};
+
+OpcodeDecoder_c::OpcodeDecoder_c(OpcodeMode_e eMode)
+    : m_b64Bit(eMode == OPCODE_64_BIT)
+    , m_pPages(plat::PagesTake(OPCODE_PAGES_SIZE))
+{
+    if (m_pPages == nullptr)
+    {
+        return;
+    }
+    auto const [pBytes, nBytes] = OpcodeTable(m_b64Bit);
+    auto * const pPages = static_cast<unsigned char *>(m_pPages);
+    unsigned char * const pCompact = pPages + OPCODE_COMPACT_OFFSET;
+    std::memcpy(pCompact, pBytes, nBytes);
+    std::size_t const nTable = OPCODE_COMPACT_OFFSET + nBytes;
+    std::size_t const nExpanded = OpcodeExpand(pCompact, nBytes, pPages + nTable, OPCODE_PAGES_SIZE - nTable);
+    std::size_t const nFields =
+        (nTable + nExpanded + alignof(std::uint32_t) - 1) / alignof(std::uint32_t) * alignof(std::uint32_t);
+    m_pFields = reinterpret_cast<std::uint32_t *>(pPages + nFields);
+    m_pText = reinterpret_cast<char *>(pPages + nFields + OPCODE_FIELDS_SIZE);
+    m_nTextSize = static_cast<std::uint32_t>(OPCODE_PAGES_SIZE - nFields - OPCODE_FIELDS_SIZE);
+    m_pTable = pPages + nTable;
+}
+
+OpcodeDecoder_c::~OpcodeDecoder_c()
+{
+    plat::PagesGive(m_pPages, OPCODE_PAGES_SIZE);
+}
+
+namespace
+{
+    // "%-6s %s" of the text up to its first blank and what is behind that.
+    void SplitText(char const * szText, char * szOut, std::size_t nOut)
+    {
+        constexpr std::size_t MNEMONIC_WIDTH = 6;
+        std::size_t n = 0;
+        auto const Put = [&](char c)
+        {
+            if (n + 1 < nOut)
+            {
+                szOut[n++] = c;
+            }
+        };
+        std::size_t iText = 0;
+        for (; szText[iText] != '\0' && szText[iText] != ' '; ++iText)
+        {
+            Put(szText[iText]);
+        }
+        for (std::size_t i = iText; i < MNEMONIC_WIDTH; ++i)
+        {
+            Put(' ');
+        }
+        Put(' ');
+        iText += szText[iText] == ' ';
+        for (; szText[iText] != '\0'; ++iText)
+        {
+            Put(szText[iText]);
+        }
+        szOut[n] = '\0';
+    }
+}
+
+std::size_t OpcodeDecoder_c::Decode(unsigned char const * pCode, std::size_t nBytes, char * szText, std::size_t nText)
+{
+    szText[0] = '\0';
+    if (m_pTable == nullptr)
+    {
+        return 0;
+    }
+    m_pEnd = pCode + nBytes;
+    m_pInstructionEnd = nullptr;
+    m_bRelative = false;
+    Match_s Match;
+    if (!RunInstruction(pCode, Match))
+    {
+        return 0;
+    }
+    if (m_bRelative)
+    {
+        m_pInstructionEnd = Match.pPosition;
+        RunInstruction(pCode, Match);
+    }
+    SplitText(m_pText + Match.iText, szText, nText);
+    return static_cast<std::size_t>(Match.pPosition - pCode);
+}
+
+// False if the bytes end before a row makes a text.
+bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_s & Match)
+{
+    m_bOperandSize = m_bAddressSize = m_bF2 = m_bF3 = m_nRex = 0;
+    m_szSegment = nullptr;
+    m_nText = 0;
+    for (Match.pPosition = pCode; Match.pPosition != m_pEnd;)
+    {
+        if (!RunGroup(0, Match.pPosition, m_pFields, Match))
+        {
+            return false;
+        }
+        if (m_pText[Match.iText] != '\0')
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_s & Match)
+{
+    unsigned char const * p = m_pTable + OpcodeWord(m_pTable + iSlot * sizeof(std::uint32_t));
+    unsigned const cCode = pCode != m_pEnd ? *pCode : 0;
+    while (*p != 0)
+    {
+        unsigned char const * const pPattern = p + 1;
+        unsigned char const * const pFormat = pPattern + *p;
+        p = pFormat + 1 + *pFormat;
+        if ((cCode & pPattern[1]) != pPattern[0] && pPattern[1] != 0)
+        {
+            continue;
+        }
+        Row_s Row{ pCode, pCode, pFields };
+        std::uint32_t const nTextBefore = m_nText;
+        if (MatchPattern(Row, pPattern, static_cast<std::size_t>(pFormat - pPattern)))
+        {
+            Match.pPosition = Row.pPosition;
+            Match.iText = m_nText;
+            WriteFormat(Row, pFormat + 1, *pFormat);
+            m_pText[m_nText] = '\0';
+            m_nText += m_nText + 1 < m_nTextSize;
+            return true;
+        }
+        m_nText = nTextBefore;
+    }
+    return false;
+}
+
+bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, std::size_t nPattern)
+{
+    for (unsigned char const * p = pPattern; p != pPattern + nPattern; p += 2)
+    {
+        unsigned const nCode = p[0];
+        unsigned const nMask = p[1];
+        if (nMask == 0 && nCode > OPCODE_RAW_LAST)
+        {
+            if (nCode >= OPCODE_SUBTABLE ? !RunSubtable(Row, nCode) : !IsFlagSet(nCode))
+            {
+                return false;
+            }
+            continue;
+        }
+        std::size_t const nBytes = nMask == 0 && nCode != OPCODE_ANY_BYTE ? nCode : 1;
+        auto const nFree = static_cast<std::size_t>(m_pFields + OPCODE_MAX_FIELDS - (Row.pFields + Row.nFields));
+        if (nBytes > static_cast<std::size_t>(m_pEnd - Row.pPosition) || nBytes > nFree
+            || (nMask != 0 && (*Row.pPosition & nMask) != nCode))
+        {
+            return false;
+        }
+        for (std::size_t i = 0; i != nBytes; ++i)
+        {
+            Row.AddField(*Row.pPosition++);
+        }
+    }
+    return true;
+}
+
+// Unknown conditions hold.
+bool OpcodeDecoder_c::IsFlagSet(unsigned nCondition) const
+{
+    switch (nCondition)
+    {
+    case OPCODE_IF_OPERAND_SIZE:
+        return m_bOperandSize;
+    case OPCODE_IF_ADDRESS_SIZE:
+        return m_bAddressSize;
+    case OPCODE_IF_F2:
+        return m_bF2;
+    case OPCODE_IF_F3:
+        return m_bF3;
+    case OPCODE_IF_NO_SEGMENT:
+        return m_szSegment == nullptr;
+    case OPCODE_IF_REX_W:
+        return m_nRex & OPCODE_REX_W;
+    case OPCODE_IF_REX_B:
+        return m_nRex & OPCODE_REX_B;
+    case OPCODE_IF_NO_REX_X:
+        return !(m_nRex & OPCODE_REX_X);
+    default:
+        return true;
+    }
+}
+
+bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned nCode)
+{
+    bool const bBack = nCode & OPCODE_STEP_BACK;
+    if (bBack && Row.pPosition == Row.pStart)
+    {
+        return false;
+    }
+    unsigned char const * const pCode = Row.pPosition - bBack;
+    std::uint32_t * const pFields = Row.pFields + Row.nFields;
+    if (pFields + 2 > m_pFields + OPCODE_MAX_FIELDS)
+    {
+        return false;
+    }
+    Match_s Match;
+    if (!RunGroup((nCode & OPCODE_GROUP_MASK) + 1, pCode, pFields, Match))
+    {
+        return false;
+    }
+    Row.AddField(pCode != m_pEnd ? *pCode : 0);
+    Row.AddField(Match.iText);
+    Row.pPosition = Match.pPosition;
+    return true;
+}
+
+void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pFormat, std::size_t nFormat)
+{
+    unsigned char const * const pEnd = pFormat + nFormat;
+    for (unsigned char const * p = pFormat; p != pEnd;)
+    {
+        unsigned const nCode = *p++;
+        unsigned const iField = nCode & ~static_cast<unsigned>(OPCODE_BLANK);
+        if (iField == 0 || iField > OPCODE_FIELD_LAST)
+        {
+            nCode < OPCODE_PRINT_SEGMENT ? WriteChar(static_cast<char>(nCode)) : RunCode(nCode, Row.pFields[0]);
+            continue;
+        }
+        if (nCode & OPCODE_BLANK)
+        {
+            WriteChar(' ');
+        }
+        unsigned const nSelector = *p++;
+        unsigned const nShape = nSelector >> 5 >= OPCODE_SLICE_TOLD ? *p++ : 0u;
+        WriteField(Row.pPosition, Row.pFields + (iField - 1), nSelector, nShape);
+    }
+}
+
+// A prefix that follows a REX prefix takes its effect away.
+void OpcodeDecoder_c::RunCode(unsigned nCode, std::uint32_t nFirstField)
+{
+    static constexpr char const * SEGMENTS[] = { "cs", "ss", "ds", "es", "fs", "gs" };
+    switch (nCode)
+    {
+    case OPCODE_PRINT_SEGMENT:
+        if (m_szSegment != nullptr)
+        {
+            WriteText(m_szSegment);
+            WriteChar(':');
+        }
+        return;
+    case OPCODE_SET_OPERAND_SIZE:
+        m_bOperandSize = 1;
+        break;
+    case OPCODE_SET_ADDRESS_SIZE:
+        m_bAddressSize = 1;
+        break;
+    case OPCODE_SET_F2:
+        m_bF2 = 1;
+        break;
+    case OPCODE_SET_F3:
+        m_bF3 = 1;
+        break;
+    case OPCODE_SET_REX:
+        m_nRex = static_cast<unsigned char>(nFirstField);
+        return;
+    default:
+        if (nCode < OPCODE_SET_OPERAND_SIZE)
+        {
+            m_szSegment = SEGMENTS[nCode - OPCODE_SET_SEGMENT];
+        }
+    }
+    m_nRex = 0;
+}

@@ -1,0 +1,139 @@
+#include "zqcore/copcode_internal.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace
+{
+    struct String_s
+    {
+        unsigned char const * pBytes = nullptr;
+        std::size_t nBytes = 0;
+    };
+
+    /// Writes the expanded form; every step fails at the end of either side.
+    class Expander_c
+    {
+    public:
+        Expander_c(unsigned char const * pIn, std::size_t nIn, unsigned char * pOut, std::size_t nOut)
+            : m_pIn(pIn)
+            , m_pInEnd(pIn + nIn)
+            , m_pTable(pOut)
+            , m_pOut(pOut)
+            , m_pOutEnd(pOut + nOut)
+        {}
+
+        std::size_t Run()
+        {
+            std::size_t const nGroups = m_pIn != m_pInEnd ? *m_pIn++ : 0;
+            std::size_t const nSlots = (nGroups + 1) * sizeof(std::uint32_t);
+            if (nGroups == 0 || nGroups > OPCODE_MAX_GROUPS || nSlots > Room())
+            {
+                return 0;
+            }
+            m_pOut += nSlots;
+            for (std::size_t i = 0; i != nGroups; ++i)
+            {
+                SetSlot(i + 1);
+                if (i + 1 == nGroups)
+                {
+                    SetSlot(0);
+                }
+                if (!Group())
+                {
+                    return 0;
+                }
+            }
+            return m_pIn == m_pInEnd ? static_cast<std::size_t>(m_pOut - m_pTable) : 0;
+        }
+
+    private:
+        std::size_t Room() const { return static_cast<std::size_t>(m_pOutEnd - m_pOut); }
+
+        void SetSlot(std::size_t iSlot)
+        {
+            auto const nOffset = static_cast<std::uint32_t>(m_pOut - m_pTable);
+            for (unsigned i = 0; i != sizeof nOffset; ++i)
+            {
+                m_pTable[iSlot * sizeof nOffset + i] = static_cast<unsigned char>(nOffset >> 8 * i);
+            }
+        }
+
+        bool Group()
+        {
+            while (m_pInEnd - m_pIn >= 2 && (m_pIn[0] != 0 || m_pIn[1] != 0))
+            {
+                if (!String(m_dPatterns, 2) || !String(m_dFormats, 1))
+                {
+                    return false;
+                }
+            }
+            if (m_pInEnd - m_pIn < 2 || Room() < 2)
+            {
+                return false;
+            }
+            m_pIn += 2;
+            *m_pOut++ = 0;
+            *m_pOut++ = 0;
+            return true;
+        }
+
+        bool String(String_s (&dHistory)[4], std::size_t nUnit)
+        {
+            if (m_pInEnd - m_pIn < 2 || m_pIn[1] == 0)
+            {
+                return false;
+            }
+            unsigned const nSelector = m_pIn[0];
+            std::size_t const nLiteral = (m_pIn[1] - 1u) * nUnit;
+            std::size_t const nHead = (nSelector & 7) * nUnit;
+            std::size_t const nTail = (nSelector >> 3 & 7) * nUnit;
+            m_pIn += 2;
+            String_s const & Old = dHistory[nSelector >> 6];
+            std::size_t const nBytes = nHead + nLiteral + nTail;
+            if (nLiteral > static_cast<std::size_t>(m_pInEnd - m_pIn) || nHead > Old.nBytes || nTail > Old.nBytes
+                || nBytes > 255 || nBytes >= Room())
+            {
+                return false;
+            }
+            *m_pOut++ = static_cast<unsigned char>(nBytes);
+            String_s const New{ m_pOut, nBytes };
+            Append(Old.pBytes, nHead);
+            Append(m_pIn, nLiteral);
+            Append(Old.pBytes + (Old.nBytes - nTail), nTail);
+            m_pIn += nLiteral;
+            std::copy_backward(dHistory, dHistory + 3, dHistory + 4);
+            dHistory[0] = New;
+            return true;
+        }
+
+        void Append(unsigned char const * pBytes, std::size_t nBytes)
+        {
+            if (nBytes != 0)
+            {
+                std::memcpy(m_pOut, pBytes, nBytes);
+                m_pOut += nBytes;
+            }
+        }
+
+        unsigned char const * m_pIn;
+        unsigned char const * m_pInEnd;
+        unsigned char * m_pTable;
+        unsigned char * m_pOut;
+        unsigned char * m_pOutEnd;
+        String_s m_dPatterns[4];
+        String_s m_dFormats[4];
+    };
+}
+
+std::size_t OpcodeExpand(
+    unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable)
+{
+    if (nCompact < OPCODE_HEADER_SIZE || OpcodeWord(pCompact) != nCompact - OPCODE_HEADER_SIZE)
+    {
+        return 0;
+    }
+    std::size_t const nExpanded = OpcodeWord(pCompact + 4);
+    Expander_c Expander(pCompact + OPCODE_HEADER_SIZE, nCompact - OPCODE_HEADER_SIZE, pTable, nTable);
+    return Expander.Run() == nExpanded ? nExpanded : 0;
+}

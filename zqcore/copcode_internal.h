@@ -1,0 +1,132 @@
+// copcode_internal.h: the codes of the opcode table and its two forms, shared by the engine and by the generator that
+// makes the table from tools/opcodetable/*.txt.
+//
+// Compact form: two 32-bit little-endian words (bytes that follow, bytes of the expanded form), the number of groups,
+// and the groups. A row is two strings, pattern and format, each coded as a selector, a length L and literal bytes:
+// bits 6 and 7 of the selector pick one of the last four strings of its kind (0: the latest), and the string is the
+// first P units of it (bits 0 to 2), the literal, its last S units (bits 3 to 5). A pattern's unit is two bytes, and 2
+// * L - 2 literal bytes follow; a format's is one, and L - 1 follow. Two zero bytes end a group.
+//
+// Expanded form: a table of 32-bit offsets into itself, slot 0 for the last group, which is the root, and slot i + 1
+// for group i; then the groups, each string as a length byte and its bytes, a group's end as two zero bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// The second word of a pattern's pair is a mask; with mask 0 the first is one of these, 1 to 15 (that many raw bytes),
+/// or OPCODE_SUBTABLE with the index of a group.
+enum OpcodePattern_e : unsigned char
+{
+    OPCODE_ANY_BYTE = 0,
+    OPCODE_RAW_LAST = 15,
+    OPCODE_IF_OPERAND_SIZE = 16,
+    OPCODE_IF_ADDRESS_SIZE = 17,
+    OPCODE_IF_F2 = 18,
+    OPCODE_IF_F3 = 19,
+    OPCODE_IF_NO_SEGMENT = 20,
+    OPCODE_IF_REX_W = 21,   // from here on for 64-bit mode
+    OPCODE_IF_REX_B = 22,
+    OPCODE_IF_NO_REX_X = 23,
+    OPCODE_STEP_BACK = 0x40,
+    OPCODE_SUBTABLE = 0x80,
+    OPCODE_GROUP_MASK = 0x3F,
+};
+
+/// Bytes of a format that are not printed as they are. 1 to 31 refer to a field, with OPCODE_BLANK one behind a blank;
+/// the selector that follows has a slice in its high three bits and a kind in its low five.
+enum OpcodeFormat_e : unsigned char
+{
+    OPCODE_FIELD_LAST = 0x1F,
+    OPCODE_BLANK = 0x80,
+    OPCODE_PRINT_SEGMENT = 0xE0,
+    OPCODE_SET_SEGMENT = 0xE1,   // and the five behind it: cs, ss, ds, es, fs, gs
+    OPCODE_SET_OPERAND_SIZE = 0xE7,
+    OPCODE_SET_ADDRESS_SIZE = 0xE8,
+    OPCODE_SET_F2 = 0xE9,
+    OPCODE_SET_F3 = 0xEA,
+    OPCODE_SET_REX = 0xEB,    // to the row's first field
+    OPCODE_SET_NONE = 0xEC,   // a prefix without effect
+};
+
+/// Slices: the low byte, bits 0 to 2 (of a register: with REX.B on top), bits 3 to 5 (with REX.R), or as the next byte
+/// of the format says: width in its high half, shift in its low one.
+enum OpcodeSlice_e : unsigned char
+{
+    OPCODE_SLICE_BYTE = 0,
+    OPCODE_SLICE_LOW = 1,
+    OPCODE_SLICE_REGISTER = 2,
+    OPCODE_SLICE_TOLD = 3,
+};
+
+/// How a field is written. 10 to 15, 28 and 29 serve 64-bit mode.
+enum OpcodeKind_e : unsigned char
+{
+    OPCODE_KIND_R32 = 1,
+    OPCODE_KIND_R16 = 2,
+    OPCODE_KIND_R8 = 3,
+    OPCODE_KIND_MM = 4,
+    OPCODE_KIND_XMM = 5,
+    OPCODE_KIND_CR = 6,
+    OPCODE_KIND_DR = 7,
+    OPCODE_KIND_SEGMENT = 8,
+    OPCODE_KIND_ST = 9,
+    OPCODE_KIND_ADDRESS = 10,   // register of the address size
+    OPCODE_KIND_INDEX = 11,     // the same, with REX.X
+    OPCODE_KIND_R32_OR_64 = 12,
+    OPCODE_KIND_STACK = 13,      // 64-bit, 16-bit by the operand size
+    OPCODE_KIND_EXTENDED = 14,   // four fields, extended to 64 bits with the sign
+    OPCODE_KIND_NUMBER64 = 15,   // eight fields
+    OPCODE_KIND_BY_SIZE = 16,    // r32, r16 by the operand size, r64 with REX.W
+    OPCODE_KIND_MM_OR_XMM = 17,
+    OPCODE_KIND_BYTE = 18,
+    OPCODE_KIND_NUMBER16 = 19,
+    OPCODE_KIND_NUMBER32 = 20,
+    OPCODE_KIND_TEXT = 21,
+    OPCODE_KIND_SIGNED8 = 22,
+    OPCODE_KIND_SIGNED16 = 23,
+    OPCODE_KIND_SIGNED32 = 24,
+    OPCODE_KIND_JUMP8 = 25,
+    OPCODE_KIND_JUMP16 = 26,
+    OPCODE_KIND_JUMP32 = 27,
+    OPCODE_KIND_RELATIVE = 28,   // four fields, as an address from the instruction's end
+    OPCODE_KIND_R64 = 29,
+};
+
+inline constexpr std::size_t OPCODE_MAX_FIELDS = 32;
+inline constexpr unsigned OPCODE_SYMBOL_SIZE = 1008;   // bytes of the buffer for a symbol's name
+inline constexpr std::size_t OPCODE_MAX_GROUPS = OPCODE_GROUP_MASK + 1;
+inline constexpr std::size_t OPCODE_HEADER_SIZE = 8;   // the two words of the compact form
+
+/// The bits of a REX prefix.
+inline constexpr unsigned OPCODE_REX_B = 1;
+inline constexpr unsigned OPCODE_REX_X = 2;
+inline constexpr unsigned OPCODE_REX_R = 4;
+inline constexpr unsigned OPCODE_REX_W = 8;
+
+/// The decoder's pages: the compact form, the expanded one, the fields, and the rest for texts.
+inline constexpr std::size_t OPCODE_PAGES_SIZE = 74925;
+inline constexpr std::size_t OPCODE_COMPACT_OFFSET = 64;
+inline constexpr std::size_t OPCODE_FIELDS_SIZE = OPCODE_MAX_FIELDS * sizeof(std::uint32_t);
+
+/// A 32-bit little-endian word, at any address.
+inline std::uint32_t OpcodeWord(unsigned char const * p)
+{
+    return p[0] | static_cast<std::uint32_t>(p[1]) << 8 | static_cast<std::uint32_t>(p[2]) << 16
+           | static_cast<std::uint32_t>(p[3]) << 24;
+}
+
+/// Expands a compact form of nCompact bytes to pTable, of nTable bytes; the bytes written. 0 if the compact form does
+/// not fit, does not end where its first word says, or does not have the size of its second word.
+std::size_t OpcodeExpand(
+    unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable);
+
+/// A compact form in the library's read-only data.
+struct OpcodeCompact_s
+{
+    unsigned char const * pBytes;
+    std::size_t nBytes;
+};
+
+/// The table of 32-bit code, and that of 64-bit code.
+OpcodeCompact_s OpcodeTable(bool b64Bit);
