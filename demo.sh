@@ -10,6 +10,7 @@ missing=()
 command -v cmake >/dev/null || missing+=(cmake)
 command -v ninja >/dev/null || missing+=(ninja-build)
 command -v g++ >/dev/null || missing+=(g++)
+[ -e /usr/include/elfutils/libdwfl.h ] || missing+=(libdw-dev)   # names and lines in crash reports
 if [ ${#missing[@]} -gt 0 ]; then
     command -v apt-get >/dev/null || { echo "demo.sh: please install: ${missing[*]}" >&2; exit 1; }
     echo "Installing: ${missing[*]}"

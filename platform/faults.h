@@ -16,7 +16,6 @@
 
 namespace plat
 {
-    inline constexpr std::uint32_t FAULT_GUARD_PAGE = 0x80000001;
     inline constexpr std::uint32_t FAULT_MISALIGNED = 0x80000002;
     inline constexpr std::uint32_t FAULT_BREAKPOINT = 0x80000003;
     inline constexpr std::uint32_t FAULT_SINGLE_STEP = 0x80000004;
@@ -84,9 +83,9 @@ namespace plat
     /// uncaught exception, while the filter runs: its type and what it says.
     void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
-    /// Calls fnCall(pArgument), within a filter. False if a fault of this thread ended the call, or the time was up:
-    /// what the call held then is held for ever. 0 milliseconds are no limit. Guarded calls may nest; the limit of an
-    /// outer one holds inside as well.
+    /// Calls fnCall(pArgument), within a filter or on the one thread that it waits for. False if a fault of this thread
+    /// ended the call, or the time was up: what the call held then is held for ever. 0 milliseconds are no limit.
+    /// Guarded calls may nest; the limit of an outer one holds inside as well.
     bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
 
     /// Ends the process with a status, at once: no handler of exit runs.

@@ -56,10 +56,14 @@ namespace plat
         /// Where the system does not tell of writers: true if size and write time stood still since the former call.
         bool Try();
 
+        /// Whether the last Try found nothing by that path.
+        bool IsAbsent() const { return m_bAbsent; }
+
     private:
         char const * m_szPath;
         FileFacts_t m_Seen;   // at the former call
         bool m_bSeen = false;
+        bool m_bAbsent = false;
     };
 
     /// Size and times of an open file; false on failure.

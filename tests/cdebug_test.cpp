@@ -194,6 +194,9 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATail)
     ZQ_ASSERT_BREAK(1 == 2, "Developer break");
     Messages.m_bQuiet = false;
     EXPECT_EQ(TakeTrace(), "");
+    g_silentMode = true, g_eAnswer = Answer_e::Ok;
+    EXPECT_EQ(Messages.DebugErrorInternal("unattended"), 7);
+    EXPECT_EQ(TakeTrace(), "L");
 }
 
 TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)

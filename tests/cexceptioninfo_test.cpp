@@ -6,6 +6,7 @@
 #include "zqcore/cexceptioninfo.h"
 
 #include <cerrno>
+#include <csignal>
 #include <exception>
 #include <mutex>
 #include <sys/ptrace.h>
@@ -175,6 +176,23 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
     };
     EXPECT_EXIT(Fault(false), testing::ExitedWithCode(0x94), "");
     EXPECT_EXIT(Fault(true), testing::ExitedWithCode(7), "");
+}
+
+TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
+{
+    auto const Fault = []
+    {
+        plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return Info.OnUnhandledException(pFault); });
+        plat::DialogSetHandler(
+            [](plat::Dialog_t const &) -> Answer_e
+            {
+                std::fputs("asked", stderr);
+                __builtin_trap();
+            });
+        Info.Start();
+        std::raise(SIGFPE);
+    };
+    EXPECT_EXIT(Fault(), testing::KilledBySignal(SIGFPE), "asked");
 }
 
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)

@@ -243,7 +243,8 @@ TEST(CrashReport, NamesFunctionsLinesAndVariables)
              "\tLocal 'szLocal' = \"a text of more than thirty-one \"\r\n",
              "\tLocal 'szWild' = 40\r\n",
              "Outer_t\r\n\t\t (anonymous namespace)::Inner_t\r\n\t\t\t iNumber = 7\r\n\t\t\t szText = \"seven\"\r\n\r\n"
-             "\t\t fValue = 2.250000\r\n\t\t Inner\r\n\t\t\t iNumber = 8\r\n\t\t\t szText = \"eight\"\r\n\r\n\r\n",
+             "\t\t fValue = 2.250000\r\n\t\t nLow = 5\r\n\t\t nHigh = 41\r\n\t\t Inner\r\n\t\t\t iNumber = 8\r\n\t\t\t "
+             "szText = \"eight\"\r\n\r\n\r\n",
          })
     {
         EXPECT_THAT(Crash.sReport, HasSubstr(szVariable));

@@ -10,6 +10,7 @@
 
 #include "platform/debugger.h"
 #include "platform/dialog.h"
+#include "platform/threads.h"
 #include "platform/window.h"
 
 #include <atomic>
@@ -34,6 +35,7 @@ namespace
 
     constinit bool g_bAchtungs = true;
     constinit std::atomic<bool> g_bInAssert = false;
+    constinit plat::Lock_c g_AchtungLock;   // guards the texts that were seen
 
     using SeenAchtungs_t = SortedArray_T<String_T<2048>, StaticArrayLenTraits_T<String_T<2048>, ACHTUNGS_REMEMBERED>>;
 
@@ -55,6 +57,7 @@ namespace
     {
         static SeenAchtungs_t s_dSeen;
         String_T<2048> const sText(szText);
+        plat::LockScope_c const Scope(g_AchtungLock);
         if (s_dSeen.Find(sText))
         {
             return false;
@@ -315,6 +318,11 @@ int DebugMessages_c::DropMessageBox(char const * sCaption, char const * sText, u
 {
     if (s_bExitRequested)
     {
+        return static_cast<int>(plat::DialogAnswer_e::No);
+    }
+    if (g_silentMode)
+    {
+        LogText(sText);
         return static_cast<int>(plat::DialogAnswer_e::No);
     }
     int const iAnswer = ExceptionInfo_c::Get().MessageBoxWithTrace(

@@ -2,8 +2,9 @@
 //
 // Four levels of complaint: an assertion names a broken precondition, Warning reports something odd, Achtung something
 // that a developer must see once, Abort ends the process. Each logs its text first, so that the log holds every
-// complaint even when no dialog appears. Texts are cut at 2048 characters. Any thread may complain; nothing here locks,
-// and a dialog blocks the thread that complains.
+// complaint even when no dialog appears. Texts are cut at 2048 characters. Any thread may complain: the texts that
+// Achtung has seen have a lock, held for one look at them, and nothing else here locks. A dialog blocks the thread that
+// complains.
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -92,7 +93,8 @@ public:
     ZQ_API int DebugWarningInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
     /// Shows a dialog with a stack trace, above all other windows; nStyle is made of the MESSAGE_ words of
-    /// cexceptioninfo.h. The answer's number; Cancel (2) ends the process with status -1.
+    /// cexceptioninfo.h. The answer's number; Cancel (2) ends the process with status -1. In silent mode logs the text
+    /// and returns No (7).
     ZQ_API ZQ_COLD int DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle);
 
     bool m_bQuiet = false;       // DebugAssert shows nothing

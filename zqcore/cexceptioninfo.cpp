@@ -187,7 +187,8 @@ namespace
         TraceText("Handling Exception...");
         if (g_pPending != nullptr)
         {
-            HandlePending(*g_pPending);
+            // A fault in here, say of the host's dialog, would wait for the thread that waits for this one.
+            plat::FaultGuardedCall([](void *) { HandlePending(*g_pPending); }, nullptr, 0);
         }
         TraceText("Handling Exception...done");
         g_pPending = nullptr;

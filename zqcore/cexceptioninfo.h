@@ -59,9 +59,10 @@ public:
     /// For a fault filter: hands the fault to the support thread, which traces and shows it, and waits without limit.
     /// Yes starts RemoteDebug\rdebug.cmd of the current folder, a program or script that can be executed, and holds the
     /// process still with a second dialog; No, and silent mode without a dialog, go on; Cancel ends the process by
-    /// exit with the exception's code, of which Linux keeps 8 bits. Returns 0, so that the filters behind get the
-    /// fault. Returns at once with a debugger attached, while the support thread does not run or is the one that
-    /// faulted, and on a thread that is inside one of this object's dialogs. One fault at a time.
+    /// exit with the exception's code, of which Linux keeps 8 bits. A fault of the support thread on the way, say in
+    /// the host's dialog, counts as No. Returns 0, so that the filters behind get the fault. Returns at once with a
+    /// debugger attached, while the support thread does not run or is the one that faulted, and on a thread that is
+    /// inside one of this object's dialogs. One fault at a time.
     ZQ_API long OnUnhandledException(plat::FaultPointers_t const * pPointers);
 
     /// Writes the stack of a fault as text, cut to nSize - 1 bytes: up to nFrames frames behind the first nSkip, a line

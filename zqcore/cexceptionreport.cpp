@@ -338,10 +338,17 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
     }
     iFirst = iLine - iFirst < LONGEST_RUN ? iFirst : iLine - LONGEST_RUN + 1;
     SourceFile_c const Source(szFile);
+    char szLines[4 * LINE_SIZE];
+    Text_c Lines(szLines, sizeof szLines);
     for (unsigned i = iFirst; i <= iLine; ++i)
     {
         char szText[LINE_SIZE];
-        Source.GetLine(i, szText, sizeof szText) ? CrashLog("; %s\n", szText) : CrashLog("; %u, %s\n", i, szFile);
+        Source.GetLine(i, szText, sizeof szText) ? Lines.Add("; %s\n", szText) : Lines.Add("; %u, %s\n", i, szFile);
+        if (i == iLine || Lines.GetLength() > sizeof szLines / 2)
+        {
+            WriteText(Lines);
+            Lines.CutAt(0);
+        }
     }
     return iLine;
 }

@@ -102,15 +102,17 @@ namespace
         }
     }
 
-    // Lines that do not fit whole are left out, and all behind them.
-    void AddToDialog(char const * szLine, Text_c & DialogText)
+    // False for a line that does not fit whole, which is left out.
+    bool AddToDialog(char const * szLine, Text_c & DialogText)
     {
         std::size_t const nBefore = DialogText.GetLength();
         DialogText.Add("%s\n", szLine);
         if (DialogText.IsFull())
         {
             DialogText.CutAt(nBefore);
+            return false;
         }
+        return true;
     }
 }
 
@@ -133,9 +135,9 @@ void exceptionreport::WriteCallStack(plat::Symbols_c & Symbols, bool bVariables,
         Place_t const Place = { Frame.Address, iFrame == 0 ? 0u : 1u };
         AddFunction(Symbols, Place, Line);
         AddSource(Symbols, Place, Line);
-        if (pDialogText)
+        if (pDialogText && !AddToDialog(szFunction, *pDialogText))
         {
-            AddToDialog(szFunction, *pDialogText);
+            pDialogText = nullptr;   // nor the frames farther out: a stack without gaps
         }
         Line.AddEnd("\r\n");
         WriteText(Line);

@@ -92,6 +92,28 @@ namespace
         }
     }
 
+    // A bit field's own bits of the unit that holds it. False if that can't be read.
+    bool AddBits(plat::SymbolMember_t const & Member, std::uintptr_t Address, Text_c & Text)
+    {
+        std::uint64_t nUnit = 0;
+        auto const nBytes = static_cast<std::size_t>(Member.nSize);
+        if (nBytes > sizeof nUnit || plat::MemoryRead(Address, &nUnit, nBytes) != nBytes)
+        {
+            return false;
+        }
+        std::uint64_t const nMask = ~std::uint64_t{ 0 } >> (64 - Member.nBits);
+        Text.Add(" = %" PRIX64, nUnit >> Member.nFirstBit & nMask);
+        return true;
+    }
+
+    bool AddMember(
+        plat::Symbols_c & Symbols, plat::SymbolMember_t const & Member, std::uintptr_t Address, Text_c & Text)
+    {
+        bool const bBits = Member.nBits > 0 && Member.nBits <= 64 && Member.nFirstBit < 64;
+        return bBits ? AddBits(Member, Address, Text)
+                     : AddValue(Symbols, { Address, Member.nSize, Member.nType }, Text);
+    }
+
     // The type's name, then its members, each on a line of its own that stands deeper than the type.
     Printed_e AddType(
         plat::Symbols_c & Symbols, plat::SymbolType_t nType, unsigned nLevel, std::uintptr_t Address, Text_c & Text)
@@ -117,7 +139,7 @@ namespace
             Printed_e const ePrinted = AddType(Symbols, Member.nType, nLevel + 1, Address, Text);
             std::uintptr_t const Place = Address + static_cast<std::uintptr_t>(Member.nOffset);
             if (ePrinted == PRINTED_UNREADABLE
-                || (ePrinted == PRINTED_NAME && !AddValue(Symbols, { Place, Member.nSize, Member.nType }, Text)))
+                || (ePrinted == PRINTED_NAME && !AddMember(Symbols, Member, Place, Text)))
             {
                 return PRINTED_UNREADABLE;
             }

@@ -64,28 +64,24 @@ namespace
         }
     }
 
-    // Objects lie in the order of the scan, not of the table: each would be met cold.
-    void PrefetchObject(FileTable_t::Slot_s const * pSlot)
-    {
-        constexpr std::size_t CACHE_LINE = 64;
-        auto const * const pBytes = reinterpret_cast<unsigned char const *>(pSlot ? pSlot->pObject : nullptr);
-        for (std::size_t i = 0; pBytes && i < sizeof(File_c); i += CACHE_LINE)
-        {
-            ZQ_PREFETCH(pBytes + i);
-        }
-    }
-
-    // Calls with each file of the extension, in table order; how many there are.
+    // Calls with each file of the extension, in table order; how many there are. Objects lie in the order of the scan,
+    // so each would be met cold: the next one's lines are asked for here, as g++ takes a function that does nothing
+    // else for one without effect and drops its calls.
     template <typename CALL>
     int ForEachOfType(char const * szExt, CALL Call)
     {
+        constexpr std::size_t CACHE_LINE = 64;
         ZQ_ASSERT(szExt);
         int nFiles = 0;
         FileTable_t::Slot_s * pNext;
         for (FileTable_t::Slot_s * pSlot = szExt ? g_sFileObjects.First() : nullptr; pSlot; pSlot = pNext)
         {
             pNext = g_sFileObjects.Next(pSlot);
-            PrefetchObject(pNext);
+            auto const * const pBytes = reinterpret_cast<unsigned char const *>(pNext ? pNext->pObject : nullptr);
+            for (std::size_t i = 0; pBytes && i < sizeof(File_c); i += CACHE_LINE)
+            {
+                ZQ_PREFETCH(pBytes + i);
+            }
             if (std::strcmp(ExtensionOf(*pSlot->pObject), szExt) == 0)
             {
                 Call(*pSlot->pObject);

@@ -85,7 +85,8 @@ namespace
         return g_dTrackIgnoreExts.Find(sExt) != nullptr;
     }
 
-    // Waits until a file can be had while nobody writes it; false if that never comes.
+    // Waits until a file can be had while nobody writes it; false if that never comes. One that is not there has nobody
+    // to wait for and fails all tries at once: whoever writes it anew causes a change of its own.
     bool WaitForWriters(char const * szPath)
     {
         plat::FileLockTest_c LockTest(szPath);
@@ -95,6 +96,11 @@ namespace
         {
             ++nTries;
             bOpened = LockTest.Try();
+            if (LockTest.IsAbsent())
+            {
+                nTries = LOCK_TRIES;
+                break;
+            }
             g_fnTrackSleep(LOCK_WAIT);
         }
         if (nTries > LOCK_TRIES_UNSAID)

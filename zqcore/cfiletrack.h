@@ -14,21 +14,23 @@
 // Folders that appear, are moved or go are followed, and so are links to folders that are there from the start. A link
 // to a file is not: the change happens in another folder. Once the watched folder is deleted or renamed nothing more
 // comes. What happens between two calls must fit 4,094 bytes, at 12 and twice the path below the watched folder each:
-// if it does not, all of it is lost. Of paths the characters up to U+00FF count and the others are dropped, so files
-// below such names are not found.
+// if it does not, all of it is lost; a hundred paths of 14 characters fit. Of paths the characters up to U+00FF count
+// and the others are dropped, so changes of files below such names are lost, those of known ones with a log line.
 #pragma once
 
 #include "zqcore/cconfig.h"
 
 /// Starts to watch a folder with its subfolders; sPath has no separator at its end. A watch that is on ends first. If
-/// the folder can't be opened, or has more subfolders than the system watches, a log line says so and nothing is watched.
+/// the folder can't be opened, or has more subfolders than the system watches, a log line says so and none is watched.
 ZQ_API void FileTrackChanges(char const * sPath);
 
 /// Replaces the extensions that are not told of: with their dots, in the case of the disk, separated by blanks.
+/// 255 characters count.
 ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
 /// Tells what changed since the last call. At a changed file it waits, up to 5 seconds, until nobody writes it; a file
-/// that is not let go of is logged and lost. A call from within the callback does nothing.
+/// that is not let go of is logged and lost, and so is, without a wait, one that is not at its path any more. A call
+/// from within the callback does nothing.
 ZQ_API void FileTrackDoWork();
 
 /// Ends the watch, if there is one, and empties the ignore list.

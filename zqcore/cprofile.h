@@ -33,27 +33,29 @@ struct timerFrame_t
 {
     std::int64_t tTime = 0;     // spent between push and pop
     std::uint32_t nCalls = 0;   // pops
+    std::uint32_t nGap = 0;     // in the stats file too
 };
 
 /// A namespace, because POSIX has a timer_t of its own.
 namespace profiler
 {
-    /// A timer. Its address is stable while the profiler is up; a reset makes it another timer. Hosts read.
+    /// A timer. Its address is stable while the profiler is up; a reset makes it another timer. Hosts read. Order and
+    /// alignment are those of a record of the stats file, as far as pointers of both sizes allow.
     struct timer_t
     {
         String_T<32> szName;   // the first 31 characters
         std::uint32_t iTimer = 0;
-        timer_t * pChild = nullptr;   // first child
-        timer_t * pNext = nullptr;    // next sibling, in the order of their first pushes
-        std::int64_t tStart = 0;      // of the latest push
+        std::uint32_t nAtMax = 0;                // calls in the frame of tMax, the most recent one if several had it
+        alignas(8) timer_t * pChild = nullptr;   // first child
+        alignas(8) std::int64_t tStart = 0;      // of the latest push
         timerFrame_t dFrames[PROFILER_FRAMES];
-        std::int64_t tAverage = 0;    // per frame, frames without a call included
-        std::int64_t tMax = 0;        // largest time of a frame
-        std::int64_t tLast = 0;       // of the frame just ended
-        std::int64_t tMaxEver = 0;    // largest tMax since the reset
-        std::uint32_t nLast = 0;      // calls in the frame just ended
-        std::uint32_t nAtMax = 0;     // calls in the frame of tMax, the most recent one if several had it
-        std::int32_t iMaxSlot = -1;   // that frame's slot, -1 if no frame had a time above 0
+        std::int64_t tAverage = 0;            // per frame, frames without a call included
+        std::int64_t tMax = 0;                // largest time of a frame
+        std::int64_t tLast = 0;               // of the frame just ended
+        std::int64_t tMaxEver = 0;            // largest tMax since the reset
+        timer_t * pNext = nullptr;            // next sibling, in the order of their first pushes
+        alignas(8) std::uint32_t nLast = 0;   // calls in the frame just ended
+        std::int32_t iMaxSlot = -1;           // slot of the frame of tMax, -1 if no frame had a time above 0
     };
 }
 

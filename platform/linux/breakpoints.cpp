@@ -84,6 +84,11 @@ namespace plat
             constexpr std::uint64_t EXECUTE_LENGTH = 8;   // the kernel's word, whatever the program's
 
             std::uint32_t const nAccess = Registers.GetAccess(i);
+            if (nAccess == DEBUG_PORT || (nAccess == DEBUG_EXECUTE && Registers.GetLength(i) != DEBUG_LENGTH_1))
+            {
+                errno = EINVAL;
+                return CLOSED;
+            }
             perf_event_attr Event{};
             Event.size = sizeof Event;
             Event.type = PERF_TYPE_BREAKPOINT;
@@ -95,11 +100,6 @@ namespace plat
             Event.exclude_hv = 1;
             Event.sigtrap = 1;
             Event.remove_on_exec = 1;
-            if (nAccess == DEBUG_PORT || (nAccess == DEBUG_EXECUTE && Registers.GetLength(i) != DEBUG_LENGTH_1))
-            {
-                errno = EINVAL;
-                return CLOSED;
-            }
             return OpenOnThisThread(Event);
         }
 
@@ -118,7 +118,10 @@ namespace plat
             t_File.Registers = Registers;
             for (int i = 0; i < DEBUG_REGISTERS; ++i)
             {
-                IsSame(Former, Registers, i) ? void() : CloseEvent(i);
+                if (!IsSame(Former, Registers, i))
+                {
+                    CloseEvent(i);
+                }
             }
             bool bAll = true;
             for (int i = 0; i < DEBUG_REGISTERS; ++i)

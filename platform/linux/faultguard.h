@@ -1,4 +1,5 @@
-// faultguard.h: the guarded calls that are under way. They belong to the one thread that the filter is told on.
+// faultguard.h: the guarded calls that are under way. They belong to the one thread that the filter is told on, or that
+// it waits for.
 #pragma once
 
 #include <csignal>

@@ -196,6 +196,7 @@ namespace plat
     {
         FileFacts_t Facts;
         File_t const hFile = FileOpenRead(m_szPath, Share_e::ReadWrite, &Facts);
+        m_bAbsent = hFile == nullptr && (errno == ENOENT || errno == ENOTDIR);
         if (hFile == nullptr)
         {
             return false;

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <elf.h>
+#include <unistd.h>
 
 namespace plat
 {
@@ -45,6 +46,6 @@ namespace plat
 
     bool ModuleFileIsReadable(char const * szPath)
     {
-        return access(szPath, R_OK) == 0;
+        return ::access(szPath, R_OK) == 0;
     }
 }

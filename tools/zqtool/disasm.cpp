@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 
 namespace
 {
@@ -53,6 +52,17 @@ namespace
         Options.sFile = dArguments[i];
         return true;
     }
+
+    bool ReadCode(std::string const & sFile, std::string & sCode)
+    {
+        std::ifstream Stream(sFile, std::ios::binary);
+        char dChunk[65536];
+        while (Stream.read(dChunk, sizeof dChunk) || Stream.gcount() != 0)
+        {
+            sCode.append(dChunk, static_cast<std::size_t>(Stream.gcount()));
+        }
+        return Stream.eof();
+    }
 }
 
 int RunDisasm(Arguments_t const & dArguments)
@@ -62,9 +72,8 @@ int RunDisasm(Arguments_t const & dArguments)
     {
         return EXIT_USAGE;
     }
-    std::ifstream Stream(Options.sFile, std::ios::binary);
-    std::string const sCode{ std::istreambuf_iterator<char>(Stream), {} };
-    if (!Stream)
+    std::string sCode;
+    if (!ReadCode(Options.sFile, sCode))
     {
         std::fprintf(stderr, "zqtool: can't read %s\n", Options.sFile.c_str());
         return 1;

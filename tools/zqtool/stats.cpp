@@ -142,7 +142,11 @@ namespace
                 std::fprintf(stderr, "zqtool: %s is the stats file itself\n", sOut.c_str());
                 return false;
             }
-            return sOut.empty() || (Stream.open(sOut, std::ios::binary), Check());
+            if (!sOut.empty())
+            {
+                Stream.open(sOut, std::ios::binary);
+            }
+            return Check();
         }
 
         bool Close()

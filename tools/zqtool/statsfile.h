@@ -46,8 +46,7 @@ using StatsBatch_t = std::vector<StatsTimer_t>;
 /// Takes a batch. bWhole is false for one that breaks off with the file: the timers behind the break are missing.
 using StatsTake_t = std::function<void(StatsBatch_t const & Batch, bool bWhole)>;
 
-/// Reads a stats file and hands on one batch after the other. A broken one comes last, if it
-/// has a timer beside the root.
+/// Reads a stats file and hands on one batch after the other. A broken one comes last, if it has a timer beside the root.
 /// What is wrong is told to fnComplain with the byte's offset in the file, and all that can be read in front of it and
 /// behind it is handed on; false if anything was wrong.
 bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
