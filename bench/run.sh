@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build g++ pkg-config python3 libbenchmark-dev libabsl-dev libspdlog-dev libmimalloc-dev
     libdmalloc-dev libdeflate-dev zlib1g-dev libssl-dev libphysfs-dev libcereal-dev libcsv-dev
-    libboost-dev libstb-dev libnoise-dev uuid-dev)
+    libboost-dev libstb-dev libnoise-dev libzydis-dev uuid-dev)
 missing=()
 for package in "${packages[@]}"; do
     dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")

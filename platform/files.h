@@ -39,8 +39,8 @@ namespace plat
     };
 
     /// Opens an existing regular file for reading; null on failure. Folders are refused, and so are pipes, sockets and
-    /// devices, which are never waited for. Sizes and times are learnt on the way: pFacts, unless null, gets them for nothing,
-    /// where FileGetFacts would ask the system a second time.
+    /// devices, which are never waited for. Sizes and times are learnt on the way: pFacts, unless null, gets them for
+    /// nothing, where FileGetFacts would ask the system a second time.
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
 
     /// Asks again and again whether a file can be had, with writers excluded.

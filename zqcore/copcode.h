@@ -105,7 +105,7 @@ private:
 };
 
 /// Where a listing goes. The listing of a crash report has one that writes into the report.
-class CodeListingSink_c
+class ZQ_API CodeListingSink_c
 {
 public:
     virtual void WriteLine(char const * szLine) = 0;
