@@ -190,9 +190,9 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
                 __builtin_trap();
             });
         Info.Start();
-        std::raise(SIGFPE);
+        std::raise(SIGTRAP);
     };
-    EXPECT_EXIT(Fault(), testing::KilledBySignal(SIGFPE), "asked");
+    EXPECT_EXIT(Fault(), testing::KilledBySignal(SIGTRAP), "asked");
 }
 
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)

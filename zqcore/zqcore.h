@@ -25,7 +25,6 @@
 #include "zqcore/cfilename.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cfiletrack.h"
-#include "zqcore/cgcobject.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/cguid.h"
 #include "zqcore/chash.h"
