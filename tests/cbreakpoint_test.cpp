@@ -14,7 +14,7 @@ namespace
 
     // clang-format off
     void Read() { static_cast<void>(g_nWatched); }
-    void Write() { g_nWatched = 1; }
+    void Write() { __atomic_store_n(&g_nWatched, 1, __ATOMIC_RELAXED); }   // by several threads
     void WriteEnd() { reinterpret_cast<char volatile *>(&g_nWatched)[3] = 1; }
     __attribute__((noinline)) void Call() { g_nCalls = g_nCalls + 1; }
     // clang-format on
