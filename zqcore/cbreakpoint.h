@@ -1,9 +1,10 @@
 // cbreakpoint.h: catch whoever touches a variable.
 //
 // A Breakpoint_c arms one of the four debug registers of the calling thread: the thread's next access to the address
-// traps, into the debugger or, without one, into the crash report. Other threads aren't watched. Each object belongs to
-// the thread that set it; it holds its register until Clear or its end. A developer's tool: nothing in the library uses
-// it, and a system that lends no debug registers fails every Set. Set and Clear cost three calls to the system each.
+// traps, into the debugger or, without one, into the crash report, which then has the code 80000004 and marks the
+// instruction behind the access. Other threads aren't watched. Each object belongs to the thread that set it; it holds
+// its register until Clear or its end. A developer's tool: nothing in the library uses it, and a system that lends no
+// debug registers fails every Set. Set and Clear cost three calls to the system each.
 #pragma once
 
 #include "zqcore/cconfig.h"

@@ -21,7 +21,8 @@
 #include "zqcore/cconfig.h"
 
 /// Starts to watch a folder with its subfolders; sPath has no separator at its end. A watch that is on ends first. If
-/// the folder can't be opened, or has more subfolders than the system watches, a log line says so and none is watched.
+/// the folder can't be opened, or has more subfolders than the system watches, a log line says so, FileOpenTracker
+/// complains, and none is watched.
 ZQ_API void FileTrackChanges(char const * sPath);
 
 /// Replaces the extensions that are not told of: with their dots, in the case of the disk, separated by blanks.

@@ -99,8 +99,8 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(std::uint32_t iTimer);
 ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 
 /// Makes the stats file, in place of an old one, and writes its header. Any time, on the profiler's thread; a second
-/// call ends the first file. A file that can't be made is logged, and it is as if none had been named. An empty name
-/// does nothing.
+/// call ends the first file. A file that can't be made is logged, after FileOpenTracker's complaint, and it is as if
+/// none had been named. An empty name does nothing.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 
 /// Appends all timers to the stats file, which ProfilerUpdateFrame does when the ring is full. Waits only for the

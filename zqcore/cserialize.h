@@ -21,6 +21,11 @@
 //     BufferedWriteable_c Archive("saves\\one.sav", ARCHIVE_SAVED_GAME_VERSION);
 //     if (Archive.Open()) { Unit.Serialize(Archive); }
 //     bool const bSaved = Archive.Close() && !Archive.IsFailed();
+//
+//     Readable_c Archive(FileOpen("one.sav"), ARCHIVE_SAVED_GAME_VERSION);
+//     bool const bKnown = Archive.Open();   // false for a newer version, which is no failure of the archive
+//     if (bKnown) { Unit.Serialize(Archive); }
+//     bool const bLoaded = Archive.Close() && bKnown && !Archive.IsFailed();
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -159,7 +164,7 @@ class ZQ_API Writeable_c : public Serializeable_c
 {
 public:
     /// Makes the folders on the way and the file, which others may read but not write meanwhile; an existing one is
-    /// replaced. If that fails Open is false.
+    /// replaced. If that fails, FileOpenTracker complains, and Open is false.
     Writeable_c(char const * sFileName, std::uint32_t dwVersion);
     ~Writeable_c() override;
 
