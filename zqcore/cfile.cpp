@@ -456,7 +456,8 @@ void FileKill(File_c * pFile)
 
 File_c * FileStream(char const * name)
 {
-    return g_sFileObjects.FindByName(FoldedName_c(name));
+    FoldedName_c const sName(name);
+    return g_sFileObjects.FindByName(sName.GetText(), sName.GetLength());
 }
 
 bool FileExists(char const * name)

@@ -55,20 +55,18 @@ public:
     explicit FoldedName_c(char const * szPath)
     {
         szPath = szPath ? szPath : "";
-        char const * const szBare = PathFileName(szPath);
-        std::size_t const nBare = std::strlen(szBare);
-        if (szBare + nBare - szPath > FOLDED_LENGTH)
-        {
-            StrCopy(m_szText, FoldedPath_c(szPath).GetBare(), sizeof m_szText);   // a path that is cut
-            return;
-        }
-        CopyToLower(m_szText, szBare, nBare);
-        m_szText[nBare] = '\0';
+        std::size_t const nPath = StrLengthMax(szPath, FOLDED_LENGTH);   // more is cut
+        char const * const pBare = PathFileName(szPath, nPath);
+        m_nLength = static_cast<std::size_t>(szPath + nPath - pBare);
+        CopyToLower(m_szText, pBare, m_nLength);
+        m_szText[m_nLength] = '\0';
     }
 
-    operator char const *() const { return m_szText; }
+    char const * GetText() const { return m_szText; }
+    std::size_t GetLength() const { return m_nLength; }
 
 private:
+    std::size_t m_nLength;
     char m_szText[FOLDED_LENGTH + 1];
 };
 

@@ -1,14 +1,51 @@
 #include "zqcore/cfilename.h"
 
-#include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
+
+namespace
+{
+    // The top bit of each byte that is this character.
+    std::uint64_t EightMatches(std::uint64_t iText, char c)
+    {
+        constexpr std::uint64_t EACH = 0x0101010101010101u;
+        std::uint64_t const iDifferent = iText ^ (EACH * static_cast<unsigned char>(c));
+        return ~(((iDifferent & (EACH * 0x7F)) + EACH * 0x7F) | iDifferent) & (EACH * 0x80);
+    }
+
+    bool IsSeparator(char c)
+    {
+        return c == '/' || c == '\\';
+    }
+}
+
+char const * PathFileName(char const * szPath, std::size_t nLength)
+{
+    static_assert(std::endian::native == std::endian::little, "the last character is the highest byte");
+    char const * const pFirst = szPath + (nLength >= 2 && szPath[1] == ':' ? 2 : 0);
+    char const * pName = szPath + nLength;
+    while (pName - pFirst >= 8)
+    {
+        std::uint64_t iText;
+        std::memcpy(&iText, pName - 8, sizeof iText);
+        std::uint64_t const iSeparators = EightMatches(iText, '/') | EightMatches(iText, '\\');
+        if (iSeparators != 0)
+        {
+            return pName - std::countl_zero(iSeparators) / 8;
+        }
+        pName -= 8;
+    }
+    while (pName > pFirst && !IsSeparator(pName[-1]))
+    {
+        --pName;
+    }
+    return pName;
+}
 
 char const * PathFileName(char const * szPath)
 {
-    char const * const pSlash = std::strrchr(szPath, '/');
-    char const * const pBackslash = std::strrchr(szPath, '\\');
-    char const * const pBehindDrive = szPath[0] && szPath[1] == ':' ? szPath + 2 : szPath;
-    return std::max({ pSlash ? pSlash + 1 : szPath, pBackslash ? pBackslash + 1 : szPath, pBehindDrive });
+    return PathFileName(szPath, std::strlen(szPath));
 }
 
 String_T<256> FileName_c::Piece(char const * pFrom, char const * pTo) const

@@ -6,6 +6,9 @@
 /// The last component of a path, as a pointer into it; the whole text if nothing separates.
 ZQ_API char const * PathFileName(char const * szPath);
 
+/// The same for a path of nLength characters, which need not be terminated.
+ZQ_API char const * PathFileName(char const * szPath, std::size_t nLength);
+
 class FileName_c : public String_T<256>
 {
 public:

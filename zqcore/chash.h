@@ -105,7 +105,10 @@ public:
     int Add(T * pObject, Key_t const * pName);
 
     /// The object of that name, exact case, or null.
-    T * FindByName(char const * szName) const;
+    T * FindByName(char const * szName) const { return FindByName(szName, std::strlen(szName)); }
+
+    /// The same for a terminated name of known length.
+    T * FindByName(char const * szName, std::size_t nLength) const;
 
     /// Takes the entry out; false if there is none. The object is not freed.
     bool DeleteByName(char const * szName);
@@ -121,7 +124,7 @@ public:
     void Reset();
 
 private:
-    Slot_s * Find(char const * szName) const;
+    Slot_s * Find(char const * szName, std::size_t nLength) const;
     Slot_s * FindAlongChain(char const * szName) const;
     Slot_s * FirstFrom(Slot_s * pSlot);
     Slot_s * FindByHash(char const * szName, std::size_t nLength, std::uint32_t iIndexHash) const;

@@ -1,6 +1,32 @@
 // chash.inl: bodies of the tables.
 #pragma once
 
+/// Compares by words of eight: names are often copied so just before, and what was stored as one word is read as one
+/// without delay.
+inline bool SameText(char const * pA, char const * pB, std::size_t nLength)
+{
+    constexpr std::size_t WORD = sizeof(std::uint64_t);
+    if (nLength < WORD)
+    {
+        return std::memcmp(pA, pB, nLength) == 0;
+    }
+    std::uint64_t iDifferent = 0;
+    auto const CompareAt = [&](std::size_t i)
+    {
+        std::uint64_t iA;
+        std::uint64_t iB;
+        std::memcpy(&iA, pA + i, WORD);
+        std::memcpy(&iB, pB + i, WORD);
+        iDifferent |= iA ^ iB;
+    };
+    for (std::size_t i = 0; i + WORD < nLength; i += WORD)
+    {
+        CompareAt(i);
+    }
+    CompareAt(nLength - WORD);
+    return iDifferent == 0;
+}
+
 template <int ENTRIES>
 void NameIndex_T<ENTRIES>::Insert(std::uint32_t iHash, int iSlot)
 {
@@ -121,13 +147,12 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::RebuildIndex()
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
-auto StringHash_T<T, KEYLEN, SIZE, STEP>::Find(char const * szName) const -> Slot_s *
+auto StringHash_T<T, KEYLEN, SIZE, STEP>::Find(char const * szName, std::size_t nLength) const -> Slot_s *
 {
     if (m_bTwins)
     {
         return FindAlongChain(szName);
     }
-    std::size_t const nLength = std::strlen(szName);
     if (nLength >= KEYLEN)
     {
         return nullptr;
@@ -148,7 +173,7 @@ template <typename T, int KEYLEN, int SIZE, int STEP>
 bool StringHash_T<T, KEYLEN, SIZE, STEP>::HasKey(Slot_s const & Slot, char const * szName, std::size_t nLength)
 {
     char const * const szKey = nLength < Slot_s::KEY_ROOM ? Slot.szKey : static_cast<char const *>(*Slot.pName);
-    return std::memcmp(szKey, szName, nLength + 1) == 0;
+    return SameText(szKey, szName, nLength) && szKey[nLength] == '\0';
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
@@ -176,16 +201,16 @@ auto StringHash_T<T, KEYLEN, SIZE, STEP>::FindAlongChain(char const * szName) co
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
-T * StringHash_T<T, KEYLEN, SIZE, STEP>::FindByName(char const * szName) const
+T * StringHash_T<T, KEYLEN, SIZE, STEP>::FindByName(char const * szName, std::size_t nLength) const
 {
-    Slot_s const * const pSlot = Find(szName);
+    Slot_s const * const pSlot = Find(szName, nLength);
     return pSlot ? pSlot->pObject : nullptr;
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
 bool StringHash_T<T, KEYLEN, SIZE, STEP>::DeleteByName(char const * szName)
 {
-    Slot_s * const pSlot = Find(szName);
+    Slot_s * const pSlot = Find(szName, std::strlen(szName));
     if (pSlot)
     {
         Delete(pSlot);
