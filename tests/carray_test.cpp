@@ -91,11 +91,10 @@ TEST(Array, StatesItsPreconditions)
     dArray.Add(1);
     EXPECT_EQ(FailedConditions([&] { dArray[1] = 2; }), "index>=0 && index<iLength");
     EXPECT_EQ(FailedConditions([&] { dArray.Delete(1); }), "index >= 0 && index < iLength");
-    struct Grower_s : StaticArrayLenTraits_T<int, 2>
-    {
-        using StaticArrayLenTraits_T::Grow;
-    } Grower;
-    EXPECT_EQ(FailedConditions([&] { Grower.Grow(3); }), "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
+    SortedArray_T<int, StaticArrayLenTraits_T<int, 2>> dFull;
+    auto const AddThree = [&] { dFull.Add(1), dFull.Add(2), dFull.Add(3); };
+    EXPECT_EQ(FailedConditions(AddThree), "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
+    EXPECT_TRUE(dFull.GetLength() == 2 && dFull[0] == 1 && dFull[1] == 3);
 
     auto const Overrun = []
     {

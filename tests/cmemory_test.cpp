@@ -263,6 +263,7 @@ TEST(Memory, AThreadWithoutASlotIsComplainedOf)
     {
         LogDone();
         LogToStandardError();
+        LogAddCallback([](char const *) { MemCategoryScope_c const Scope(mem::AI); });   // finds no slot either
         for (int i = 0; i < 200; ++i)   // one behind the other; slots stay
         {
             InThreads(1, [](int) { MemCategoryScope_c const Scope(mem::AI); });

@@ -58,7 +58,8 @@ template <typename T, typename TRAITS>
 class SortedArray_T : public TRAITS
 {
 public:
-    /// Appends a copy; its index. An array in place must not be full.
+    /// Appends a copy; its index. An array in place must not be full; if the developer goes on, the copy replaces the
+    /// last element.
     int Add(T const & Element);
 
     /// Requires 0 <= index < GetLength().

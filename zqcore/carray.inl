@@ -74,7 +74,8 @@ template <typename T, int LENGTH>
 void StaticArrayLenTraits_T<T, LENGTH>::Grow(int iAccessIndex)
 {
     ZQ_ASSERT_TEXT(iAccessIndex >= 0 && iAccessIndex <= LENGTH, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
-    iLength = iAccessIndex;
+    iLength =
+        iAccessIndex <= LENGTH ? iAccessIndex : LENGTH;   // what is added to a full array replaces its last element
 }
 
 template <typename T, typename TRAITS>

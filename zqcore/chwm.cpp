@@ -57,7 +57,7 @@ void StaticMemoryPool_c::AddGroup(unsigned int element_size, unsigned int elemen
     }
     if (nGroups == MAX_GROUPS)
     {
-        // The array's own complaint, made here: the array itself would go on and write behind its end.
+        // The array's own complaint, made here: the array itself would replace its last class.
         ZQ_ASSERT_TEXT(nGroups < MAX_GROUPS, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
         return;
     }

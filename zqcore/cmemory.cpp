@@ -35,6 +35,7 @@ namespace
     {
         MemCategoryStack_c * pStack = nullptr;
         bool bLookedUp = false;
+        bool bComplaining = false;
         std::uint32_t nNumber = 0;   // in place of the system's, which is 0 for no thread
     };
     ZQ_THREAD_LOCAL constinit OwnStack_s t_OwnStack;
@@ -58,14 +59,33 @@ namespace
         return t_OwnStack.bLookedUp ? t_OwnStack.pStack : LookUpOwnStack();
     }
 
+    // What a complaint calls, a listener of the log say, may push and pop in turn.
+    template <typename COMPLAIN>
+    ZQ_COLD void ComplainOnce(COMPLAIN Complain)
+    {
+        if (!t_OwnStack.bComplaining)
+        {
+            t_OwnStack.bComplaining = true;
+            Complain();
+            t_OwnStack.bComplaining = false;
+        }
+    }
+
     ZQ_COLD MemCategoryStack_c * AddOwnStack()
     {
-        CategoryLockScope_c const Scope;
-        int const iResult = g_Stacks.Add(MemCategoryStack_c(), OwnNumber());
+        int iResult;
+        {
+            CategoryLockScope_c const Scope;
+            iResult = g_Stacks.Add(MemCategoryStack_c(), OwnNumber());
+        }
         if (iResult != HASH_ADDED)
         {
-            Log("Could not push memory category. Result=%i\n", iResult);
-            ZQ_ASSERT_EX_TEXT(false, "iResult == 0", "Could not push memory category. See log for details");
+            ComplainOnce(
+                [iResult]
+                {
+                    Log("Could not push memory category. Result=%i\n", iResult);
+                    ZQ_ASSERT_EX_TEXT(false, "iResult == 0", "Could not push memory category. See log for details");
+                });
         }
         return LookUpOwnStack();
     }
@@ -240,7 +260,7 @@ void MemoryDone()
 
 void MemoryThreadNumber(std::uint32_t nNumber)
 {
-    t_OwnStack = { nullptr, false, nNumber };
+    t_OwnStack = { nullptr, false, false, nNumber };
 }
 
 void MemoryCategoryPush(mem::Categories_e eCategory)
@@ -260,10 +280,13 @@ void MemoryCategoryPush(mem::Categories_e eCategory)
 void MemoryCategoryPop(mem::Categories_e eCategory)
 {
     MemCategoryStack_c * const pStack = OwnStack();
-    ZQ_ASSERT(pStack);
     if (pStack)
     {
         pStack->Remove(eCategory);
+    }
+    else
+    {
+        ComplainOnce([pStack] { ZQ_ASSERT(pStack); });
     }
 }
 
