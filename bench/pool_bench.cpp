@@ -7,6 +7,7 @@
 #include <boost/pool/pool.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <memory_resource>
@@ -42,24 +43,35 @@ namespace
         return dOrder;
     }
 
-    // Sizes of blocks: all the same, or mixed as small objects are, more of the small ones.
-    std::vector<std::size_t> Sizes(bool bMixed)
+    // Sizes of blocks: all the same, those that the multi-size pool has classes for, or any as small objects have them,
+    // more of the small ones.
+    enum class Sizes_e
+    {
+        Same,
+        OfClasses,
+        Any
+    };
+
+    constexpr std::array CLASSES = { 16u, 32u, 64u, 128u, 256u };
+
+    std::vector<std::size_t> Sizes(Sizes_e eSizes)
     {
         std::vector<std::size_t> dSizes(ELEMENTS, SIZE);
         std::mt19937 Random(9);
-        for (std::size_t i = 0; bMixed && i < dSizes.size(); ++i)
+        for (std::size_t i = 0; eSizes != Sizes_e::Same && i < dSizes.size(); ++i)
         {
-            dSizes[i] = 1 + Random() % (16u << Random() % 5);
+            unsigned const nClass = CLASSES[Random() % CLASSES.size()];
+            dSizes[i] = eSizes == Sizes_e::OfClasses ? nClass : 1 + Random() % nClass;
         }
         return dSizes;
     }
 
     // Takes all blocks and gives them back; the time is that of one pair.
     template <typename ALLOCATOR>
-    void Pairs(benchmark::State & State, Order_e eOrder, bool bMixed, ALLOCATOR && Allocator)
+    void Pairs(benchmark::State & State, Order_e eOrder, Sizes_e eSizes, ALLOCATOR && Allocator)
     {
         std::vector<std::size_t> const dOrder = FreeOrder(eOrder);
-        std::vector<std::size_t> const dSizes = Sizes(bMixed);
+        std::vector<std::size_t> const dSizes = Sizes(eSizes);
         std::vector<void *> dBlocks(ELEMENTS);
         while (State.KeepRunningBatch(ELEMENTS))
         {
@@ -92,9 +104,9 @@ namespace
     {
         MultiPool_s()
         {
-            for (unsigned nBytes : { 16u, 32u, 64u, 128u, 256u })
+            for (unsigned const nBytes : CLASSES)
             {
-                Pool.AddGroup(nBytes, ELEMENTS / 5);
+                Pool.AddGroup(nBytes, ELEMENTS / CLASSES.size());
             }
         }
         void * Take(std::size_t nBytes) { return Pool.Alloc(static_cast<unsigned>(nBytes), false); }
@@ -148,13 +160,13 @@ namespace
     };
 
     template <typename ALLOCATOR>
-    void Run(benchmark::State & State, Order_e eOrder, bool bMixed)
+    void Run(benchmark::State & State, Order_e eOrder, Sizes_e eSizes)
     {
-        Pairs(State, eOrder, bMixed, ALLOCATOR());
+        Pairs(State, eOrder, eSizes, ALLOCATOR());
     }
 
     template <>
-    void Run<Mimalloc_s>(benchmark::State & State, Order_e eOrder, bool bMixed)
+    void Run<Mimalloc_s>(benchmark::State & State, Order_e eOrder, Sizes_e eSizes)
     {
         Mimalloc_s Allocator;
         if (!Allocator.fnMalloc || !Allocator.fnFree)
@@ -162,17 +174,17 @@ namespace
             State.SkipWithError("libmimalloc is not installed");
             return;
         }
-        Pairs(State, eOrder, bMixed, Allocator);
+        Pairs(State, eOrder, eSizes, Allocator);
     }
 
     template <typename ALLOCATOR>
-    void Register(std::string const & sWork, char const * szAllocator, bool bMixed)
+    void Register(std::string const & sWork, char const * szAllocator, Sizes_e eSizes)
     {
         for (auto const & [szOrder, eOrder] :
             { std::pair{ "lifo", Order_e::Lifo }, { "fifo", Order_e::Fifo }, { "random", Order_e::Random } })
         {
             benchmark::RegisterBenchmark(
-                (sWork + "/" + szOrder + "/" + szAllocator).c_str(), Run<ALLOCATOR>, eOrder, bMixed);
+                (sWork + "/" + szOrder + "/" + szAllocator).c_str(), Run<ALLOCATOR>, eOrder, eSizes);
         }
     }
 
@@ -180,20 +192,21 @@ namespace
     {
         for (std::string const sWork : { "Pool64/static", "Pool64/resizeable" })
         {
-            sWork.ends_with("static") ? Register<StaticPool_s>(sWork, "ours", false)
-                                      : Register<ResizeablePool_s>(sWork, "ours", false);
-            Register<BoostPool_s>(sWork, "boost_pool", false);
-            Register<Glibc_s>(sWork, "glibc", false);
-            Register<Mimalloc_s>(sWork, "mimalloc", false);
-            Register<StdPool_s>(sWork, "std_pmr_pool", false);
+            sWork.ends_with("static") ? Register<StaticPool_s>(sWork, "ours", Sizes_e::Same)
+                                      : Register<ResizeablePool_s>(sWork, "ours", Sizes_e::Same);
+            Register<BoostPool_s>(sWork, "boost_pool", Sizes_e::Same);
+            Register<Glibc_s>(sWork, "glibc", Sizes_e::Same);
+            Register<Mimalloc_s>(sWork, "mimalloc", Sizes_e::Same);
+            Register<StdPool_s>(sWork, "std_pmr_pool", Sizes_e::Same);
         }
-        for (bool const bMixed : { false, true })
+        for (auto const & [szWork, eSizes] : { std::pair{ "MultiPool/64", Sizes_e::Same },
+                 { "MultiPool/of_classes", Sizes_e::OfClasses }, { "MultiPool/1to256", Sizes_e::Any } })
         {
-            std::string const sWork = bMixed ? "MultiPool/1to256" : "MultiPool/64";
-            Register<MultiPool_s>(sWork, "ours", bMixed);
-            Register<Glibc_s>(sWork, "glibc", bMixed);
-            Register<Mimalloc_s>(sWork, "mimalloc", bMixed);
-            Register<StdPool_s>(sWork, "std_pmr_pool", bMixed);
+            std::string const sWork = szWork;
+            Register<MultiPool_s>(sWork, "ours", eSizes);
+            Register<Glibc_s>(sWork, "glibc", eSizes);
+            Register<Mimalloc_s>(sWork, "mimalloc", eSizes);
+            Register<StdPool_s>(sWork, "std_pmr_pool", eSizes);
         }
         return true;
     }();
