@@ -19,5 +19,12 @@
 /// Asks for the processor's cache line at an address, which will be written soon. Safe for any address.
 #define ZQ_PREFETCH(pAddress) __builtin_prefetch(pAddress, 1)
 
+/// A breakpoint trap right here. Without a debugger it is a crash with the breakpoint's code.
+#if defined(__x86_64__) || defined(__i386__)
+    #define ZQ_BREAK() __asm__ volatile("int3")
+#else
+    #define ZQ_BREAK() __builtin_trap()
+#endif
+
 /// The present function with its class and arguments, as the compiler spells it.
 #define ZQ_FUNCTION __PRETTY_FUNCTION__

@@ -145,6 +145,9 @@ namespace plat
         /// Entries read.
         std::size_t GetCount() const;
 
+        /// Whether a name holds an ASCII capital: only then may two differ in case alone.
+        bool HasCapitals() const;
+
         /// Requires iEntry < GetCount().
         FolderEntry_t const & GetEntry(std::size_t iEntry) const;
 

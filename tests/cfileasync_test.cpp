@@ -62,6 +62,12 @@ TEST_F(FileAsyncTest, AStayerHoldsOneReferenceForEachRead)
         FileStayerResetAll();
         EXPECT_EQ(FileStream(szName)->pData, nullptr);
         FileClose(FileOpen(szName));
+        File_c * const pFile = FileStream(szName);
+        pFile->Refresh();
+        FileResetFiles(Folder.GetPath().c_str());
+        EXPECT_EQ(g_dStayerFiles.GetLength(), nCount) << "one reference of two was given back";
+        FileStayerResetAll();
+        EXPECT_TRUE(nCount == 0 || !pFile->pData);
         FileReset();
         EXPECT_EQ(g_dStayerFiles.GetLength(), 0) << "objects that are gone";
         EXPECT_TRUE(FileAddOneFile(Folder.Join(szName).c_str()) && FileOpen(szName));

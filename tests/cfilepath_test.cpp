@@ -48,6 +48,14 @@ TEST_F(FilePathTest, KeepsTheFirstOfTwoLikeNamedFilesAndMarksIt)
     ASSERT_TRUE(FileAddSearchPath(Folder.Join(" x").c_str(), true, false));
     EXPECT_NE(g_sPaths.FindByName(Folded(" x").c_str()), nullptr) << "no separator behind a leading blank";
 
+    FileReset();
+    Make({ { "twins/A.TXT", "capitals" }, { "twins/a.txt", "small" }, { "twins/A", "" }, { "Twins/b.txt", "" } });
+    ASSERT_TRUE(FileAddSearchPath(Folder.Join("twins").c_str(), true, false));
+    EXPECT_EQ(FileStream("a.txt")->iLength, 5) << "of twins the one that opens";
+    EXPECT_EQ(Contents(FileOpen("a.txt")), "small");
+    EXPECT_FALSE(FileAddSearchPath(Folder.Join("Twins").c_str(), true, false));
+    EXPECT_EQ(Log.CountHolding("Twins\", it is hidden by a folder that differs in case only"), 1);
+
     Log.Clear();
     EXPECT_FALSE(FileAddSearchPath(Folder.Join("a/same.txt").c_str(), true, false));
     EXPECT_FALSE(FileAddSearchPath("", true, false));

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <latch>
 #include <map>
 #include <random>
 
@@ -264,14 +265,23 @@ TEST(Memory, AThreadWithoutASlotIsComplainedOf)
         LogDone();
         LogToStandardError();
         LogAddCallback([](char const *) { MemCategoryScope_c const Scope(mem::AI); });   // finds no slot either
-        for (int i = 0; i < 200; ++i)   // one behind the other; slots stay
+        for (int i = 0; i < 300; ++i)
         {
-            InThreads(1, [](int) { MemCategoryScope_c const Scope(mem::AI); });
+            InThreads(1, [](int) { MemoryCategoryPush(mem::AI); });   // the next has this one's slot, emptied
         }
+        std::fputs("300 in turn\n", stderr);
+        std::latch AllThere(129);
+        InThreads(129,
+            [&](int)
+            {
+                MemCategoryScope_c const Scope(mem::AI);
+                AllThere.arrive_and_wait();
+            });
         std::exit(0);
     };
     EXPECT_EXIT(FillSlots(), testing::ExitedWithCode(0),
-        "^Could not push memory category. Result=2\n\nAssertEx failed, iResult == 0, Could not push memory category. "
+        "^300 in turn\nCould not push memory category. Result=2\n\nAssertEx failed, iResult == 0, Could not push "
+        "memory category. "
         "See log for details, ");
 }
 

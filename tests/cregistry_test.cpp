@@ -432,15 +432,21 @@ TEST_F(RegistryTest, OpensForWritingOnlyWhatCanBeWritten)
 {
     Registry_c Registry(MACHINE);
     EXPECT_TRUE(Registry.CreateKey("k") && Registry.WriteValue("i", 5));
+    EXPECT_TRUE(Registry.CreateKey("own") && Registry.WriteValue("i", 6));   // of which the tree can't be written
+    std::filesystem::permissions(m_Folder.Join("not/yet/machine/own"), std::filesystem::perms(0777));
+    std::filesystem::permissions(m_Folder.Join("not/yet/machine"), std::filesystem::perms(0555));
     std::filesystem::permissions(m_Folder.Join("not/yet/machine/k"), std::filesystem::perms(0555));
     auto const fnOpen = []
     {
         // The superuser may write everywhere, and becomes somebody else.
         bool const bOrdinary = geteuid() != 0 || setresuid(65534, 65534, 65534) == 0;
         bool const bOpen = Registry_c(MACHINE).OpenKey("k", 0) != 0;
-        return !bOrdinary ? 2 : !bOpen && plat::RegistryKeyExists(MACHINE, "k") ? 0 : 1;
+        Registry_c Own(MACHINE);
+        bool const bKept = Own.OpenKey("own", 0) && !Own.DeleteKey("", 0) && Own.ReadInt("i", 0) == 6;
+        return !bOrdinary ? 2 : !bOpen && bKept && plat::RegistryKeyExists(MACHINE, "k") ? 0 : 1;
     };
     int const iResult = ResultOf(Child(fnOpen));
+    std::filesystem::permissions(m_Folder.Join("not/yet/machine"), std::filesystem::perms(0755));
     std::filesystem::permissions(m_Folder.Join("not/yet/machine/k"), std::filesystem::perms(0755));
     if (iResult == 2)
     {

@@ -4,6 +4,7 @@
 #include "zqcore/cstring.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -137,7 +138,8 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
         int const nText = static_cast<int>(dText.size());
         Script_c Memory;
         FailedConditions([&] { Memory.OpenMemoryLocation(pText, nText); });
-        EXPECT_STREQ(Memory.m_sName, Va("Memory mapped: %p, size: %d", static_cast<void *>(pText), nText));
+        EXPECT_STREQ(Memory.m_sName,
+            Va("Memory mapped: %08" PRIXPTR ", size: %d", reinterpret_cast<std::uintptr_t>(pText), nText));
         std::string sOutcome;
         std::string sFailed = FailedConditions([&] { sOutcome = Drive(Memory, row.sSteps); });
         EXPECT_EQ(sOutcome, row.sOutcome);

@@ -29,4 +29,9 @@ TEST(Tokenize, GivesThePiecesBetweenSeparators)
         EXPECT_EQ(Pieces<1024>(szText, szSeparators), szExpected);
     }
     EXPECT_EQ(Pieces<10>(";a;;bc;", ';') + Pieces<1024>("d;e", ';'), "a|bc|d|e|");
+
+    Array_T<String_T<256>, 10, 0> dPieces;
+    dPieces.Add(String_T<256>("1,2,3,4,5,6,7,8,9,10,11,12"));
+    Tokenize(dPieces[0], dPieces, ",");   // the array grows while its own element is split
+    EXPECT_TRUE(dPieces.GetLength() == 13 && dPieces[12] == "12");
 }

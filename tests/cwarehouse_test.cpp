@@ -330,9 +330,12 @@ TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
 
 TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)
 {
-    ASSERT_TRUE(Open("live.txt", "@head n\nsword 1\n"));
+    ASSERT_TRUE(Open("live.txt", "@head n\nsword 1\naxe 2\n"));
+    String_T<256> sIdent;
+    EXPECT_TRUE(m_pTable->StartIdent() && m_pTable->NextIdent(sIdent));
     Folder.Write("live.txt", "@head n\n" + std::string(5000, '\n') + "shield 2\n");
     FileStream("live.txt")->Refresh();
+    EXPECT_FALSE(m_pTable->NextIdent(sIdent));   // the walk was of another text
     EXPECT_EQ(Idents(), "shield ");
 }
 

@@ -159,7 +159,8 @@ bool BitVec_c::Serialize(Serializeable_c & Archive)
     std::int64_t const nBytes = (std::int64_t{ iBits } + 7) / 8;
     if (Archive.IsReading())
     {
-        if (iBits < 0 || nBytes > std::int64_t{ Archive.GetLength() } - Archive.GetPosition())
+        bool const bSound = iBits >= 0 && iBits <= MAX_BITS;
+        if (!bSound || nBytes > std::int64_t{ Archive.GetLength() } - Archive.GetPosition())
         {
             Archive.Fail();
             return false;

@@ -111,11 +111,6 @@ namespace
     }
 }
 
-void DebuggerBreakHere()
-{
-    plat::DebuggerBreak();
-}
-
 void SetWarnings(bool bEnable)
 {
     g_bEnableWarnings = bEnable;

@@ -30,7 +30,7 @@
     {                                                                                                                  \
         if (!(condition) && DebugMessages_c::Get().DebugAssert(__FILE__, __LINE__, szText))                            \
         {                                                                                                              \
-            DebuggerBreakHere();                                                                                       \
+            ZQ_BREAK();                                                                                                \
         }                                                                                                              \
     }                                                                                                                  \
     while (false)
@@ -62,9 +62,6 @@ ZQ_API void Achtung(char const * fmt, ...) ZQ_PRINTF(1, 2);
 /// Whether Warning, and whether Achtung, goes past logging and firing.
 ZQ_API void SetWarnings(bool bEnable);
 ZQ_API void SetAchtungs(bool bEnable);
-
-/// Breaks into the debugger; without one the process crashes here.
-ZQ_API void DebuggerBreakHere();
 
 /// Complaints with a location, shown with a stack trace. One instance; a dialog's Cancel ends the process, and no
 /// further dialog of this class appears while it does.

@@ -86,7 +86,7 @@ File_c::~File_c()
     FileForget(*this);
     if (m_bStayer)
     {
-        FileStayerForget(*this);
+        FileStayerForget(*this, true);
     }
 }
 

@@ -81,11 +81,14 @@ private:
     char m_szText[256 + 128];
 };
 
+/// Keeps the text of a folder that is in no table, but still a file's, until FileReset. It becomes owned.
+void FileKeepFolder(String_T<256> * pFolder);
+
 /// Takes a file that is about to go out of all tables.
 void FileForget(File_c & File);
 
-/// Takes a file out of the list of stayers, without closing it.
-void FileStayerForget(File_c const & File);
+/// Takes a file's entries, all or one, out of the list of stayers, without closing it.
+void FileStayerForget(File_c const & File, bool bAll);
 
 inline constexpr int STAYER_EXT_LENGTH = 8;                         // an extension is cut at 7 characters
 extern Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;   // with their dots

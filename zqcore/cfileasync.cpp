@@ -6,6 +6,7 @@
 #include "zqcore/cmemory_internal.h"
 
 #include <atomic>
+#include <climits>
 #include <cstdarg>
 
 Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;
@@ -124,9 +125,10 @@ void File_c::StayerDoWork()
     RefOpen();
 }
 
-void FileStayerForget(File_c const & File)
+void FileStayerForget(File_c const & File, bool bAll)
 {
-    DeleteStayers([&File](int i) { return g_dStayerFiles[i] == &File; });
+    int nToForget = bAll ? INT_MAX : 1;
+    DeleteStayers([&](int i) { return g_dStayerFiles[i] == &File && nToForget-- > 0; });
 }
 
 void FileStayerRegister(char const * szExtList, ...)
@@ -204,7 +206,6 @@ private:
 
 void FileRequests_c::Work(void *)
 {
-    MemoryThreadNumber(ASYNC_THREAD_NUMBER);
     plat::ThreadSetIdleClass();
     while (!g_bStop.load(std::memory_order_acquire))
     {

@@ -179,16 +179,18 @@ namespace
     }
 
     /// The files of before a load. Empties g_sPaths, but keeps the folders' texts as long as it lives; at its end the
-    /// files get entries of the new table with the same texts.
+    /// files get entries of the new table with the same texts. The folder of the cache itself is no folder of media: it
+    /// comes back into the table only with other files.
     class EarlierFiles_c
     {
     public:
-        EarlierFiles_c()
+        explicit EarlierFiles_c(File_c * pCache)
+            : m_pCache(pCache)
         {
             ForEach(g_sFileObjects,
                 [this](File_c * pFile)
                 {
-                    if (pFile->pPath)
+                    if (pFile->pPath && pFile != m_pCache)
                     {
                         m_dFiles.Add(pFile);
                     }
@@ -204,9 +206,13 @@ namespace
                 Folder_t const * const pFolder = g_sPaths.FindByName(*pFile->pPath);
                 pFile->pPath = pFolder ? pFolder : AddFolder(*pFile->pPath);
             }
-            for (Folder_t const * pFolder : m_dFolders)
+            if (Folder_t const * const pFolder = g_sPaths.FindByName(*m_pCache->pPath))
             {
-                delete pFolder;
+                m_pCache->pPath = pFolder;
+            }
+            for (Folder_t * pFolder : m_dFolders)
+            {
+                pFolder == m_pCache->pPath ? FileKeepFolder(pFolder) : delete pFolder;
             }
         }
 
@@ -221,6 +227,7 @@ namespace
         }
 
     private:
+        File_c * m_pCache;
         Array_T<File_c *, 64, 0> m_dFiles;
         Array_T<Folder_t *, 64, 0> m_dFolders;
     };
@@ -230,7 +237,8 @@ namespace
     {
     public:
         CacheLoader_c(File_c * pCache, MediaRoot_c const & Root)
-            : m_Archive(pCache, FILESYSTEMCACHE_VERSION)
+            : m_Earlier(pCache)
+            , m_Archive(pCache, FILESYSTEMCACHE_VERSION)
             , m_Root(Root)
         {}
 

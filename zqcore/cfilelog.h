@@ -42,6 +42,7 @@ ZQ_API void FileOpenLogDisable();
 ZQ_API void FileOpenLogMode(std::uint32_t dwMode);
 
 /// Writes a location as if it had been opened, in the mode dwMode for this once; only while resources are collected.
+/// Other receivers of g_FileOpenCallbacker are not told.
 ZQ_API void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode);
 
 /// Writes the files that were read from disk more than once and how often, most-read first, to fileopen_calls.log.

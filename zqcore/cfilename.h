@@ -16,6 +16,7 @@ public:
     FileName_c(char const * szPath)
         : String_T<256>(szPath)
     {}
+    using String_T<256>::operator=;
 
     /// The drive with its colon, or empty.
     ZQ_API String_T<256> GetDrive() const;

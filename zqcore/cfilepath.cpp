@@ -85,6 +85,7 @@ namespace
         };
 
         void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, String_T<256> & sSibling);
+        std::size_t AddFiles(Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst);
         void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
         bool MakeKey(Folder_s const & Folder, char const * szName, File_c::Key_t & sKey) const;
         char const * KeyFolder(String_T<256> const & sPath) const;
@@ -149,18 +150,41 @@ namespace
         }
         m_dEntered.Add(Entered);
         String_T<256> sSibling;
-        for (std::size_t i = 0; i < Listing.GetCount(); ++i)
+        for (std::size_t i = 0; i < Listing.GetCount();)
         {
-            plat::FolderEntry_t const & Entry = Listing.GetEntry(i);
-            if (Entry.Facts.bFolder)
+            if (Listing.GetEntry(i).Facts.bFolder)
             {
-                AddFolder(Folder, Entry, sSibling);
+                AddFolder(Folder, Listing.GetEntry(i), sSibling);
+                ++i;
             }
             else
             {
-                AddFile(Folder, Entry);
+                i += AddFiles(Folder, Listing, i);
             }
         }
+    }
+
+    // Adds the file and those behind it whose names differ in case only; how many they are. A path in lower case opens
+    // the one that has no capitals, which stands last: it comes first.
+    std::size_t FolderScan_c::AddFiles(
+        Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst)
+    {
+        std::size_t nAlike = 1;
+        if (Listing.HasCapitals())
+        {
+            auto const IsAlike = [&](plat::FolderEntry_t const & Entry)
+            { return !Entry.Facts.bFolder && StrCompareNoCase(Entry.szName, Listing.GetEntry(iFirst).szName) == 0; };
+            while (iFirst + nAlike < Listing.GetCount() && IsAlike(Listing.GetEntry(iFirst + nAlike)))
+            {
+                ++nAlike;
+            }
+        }
+        AddFile(Folder, Listing.GetEntry(iFirst + nAlike - 1));
+        for (std::size_t i = 0; i + 1 < nAlike; ++i)
+        {
+            AddFile(Folder, Listing.GetEntry(iFirst + i));
+        }
+        return nAlike;
     }
 
     // Says no, with a log line, to what can't be entered.
@@ -338,6 +362,14 @@ namespace
         }
     }
 
+    // Whether a folder's path in lower case leads to another one.
+    bool IsHidden(char const * szPath, char const * szFolded)
+    {
+        plat::FolderIdentity_t Named;
+        plat::FolderIdentity_t Found;
+        return plat::FolderGetIdentity(szPath, Named) && plat::FolderGetIdentity(szFolded, Found) && Named != Found;
+    }
+
     // The folder of FileAddOneFile, entered if need be; null, with a log line, if it can't be.
     String_T<256> const * FindOrAddPath(char const * szPath)
     {
@@ -386,7 +418,7 @@ namespace
             }
             bRemoved = true;
             FileClose(pFile);
-            FileStayerForget(*pFile);   // whose reference that was
+            FileStayerForget(*pFile, false);   // whose reference that was
             if (pFile->GetOpensCount() == 0)
             {
                 delete pFile;
@@ -440,6 +472,11 @@ bool FoldedPath_c::AppendSeparator()
     m_szText[m_nLength++] = '\\';
     m_szText[m_nLength] = '\0';
     return true;
+}
+
+void FileKeepFolder(String_T<256> * pFolder)
+{
+    g_dOrphanPaths.Add(pFolder);
 }
 
 void FileForget(File_c & File)
@@ -534,6 +571,11 @@ bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames)
         return false;
     }
     String_T<256> const sFolder(sFolded);
+    if (IsHidden(sPath, sFolder))
+    {
+        Log("filesystem: skipping \"%s\", it is hidden by a folder that differs in case only", sPath);
+        return false;
+    }
     FolderScan_c(bRecursive, bRelativeNames).Scan(sFolder);
     return true;
 }

@@ -48,7 +48,8 @@ namespace
     void Write(std::FILE * pFile, char const * fmt, std::va_list args)
     {
         char szLine[LINE_SIZE + 1];
-        std::size_t nLength = FormatText(szLine, LINE_SIZE, fmt, args);
+        FormatText(szLine, LINE_SIZE, fmt, args);
+        std::size_t nLength = std::strlen(szLine);   // a NUL that %c made ends the line
         szLine[nLength++] = '\n';
         std::fwrite(szLine, 1, nLength, pFile);
         std::fflush(pFile);

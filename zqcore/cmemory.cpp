@@ -6,9 +6,12 @@
 
 #include "platform/debugger.h"
 #include "platform/debugheap.h"
+#include "platform/threads.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
+#include <iterator>
 
 constinit MemoryCounters_s g_MemoryCounters = {};
 constinit bool g_MemoryInit = false;
@@ -28,35 +31,68 @@ namespace
         "Generator", "GameNetwork", "TOTAL" };
     static_assert(std::size(CATEGORY_NAMES) == mem::TOTAL + 1);
 
-    constinit CategoryStacks_t g_Stacks;   // one for each thread that ever pushed; under g_CategoryLock
+    constinit CategoryStacks_t g_Stacks;   // by the threads' numbers; under g_CategoryLock
 
-    // A thread finds its own stack once: entries never move and never go.
+    // A thread that pushes has the lowest number that is free, until it ends. The system's numbers hardly ever come
+    // again, and stacks stay: short threads would use them up.
+    class ThreadNumbers_c
+    {
+    public:
+        /// 0 if all are taken.
+        std::uint32_t Take()
+        {
+            for (std::uint32_t i = 0; i < std::size(m_dFree); ++i)
+            {
+                if (m_dFree[i] != 0)
+                {
+                    auto const iBit = static_cast<std::uint32_t>(std::countr_zero(m_dFree[i]));
+                    m_dFree[i] &= m_dFree[i] - 1;
+                    return i * 64 + iBit + 1;
+                }
+            }
+            return 0;
+        }
+
+        void Give(std::uint32_t nNumber) { m_dFree[(nNumber - 1) / 64] |= std::uint64_t{ 1 } << (nNumber - 1) % 64; }
+
+    private:
+        std::uint64_t m_dFree[2] = { ~std::uint64_t{ 0 }, ~std::uint64_t{ 0 } };
+    };
+    constinit ThreadNumbers_c g_ThreadNumbers;   // under g_CategoryLock
+
     struct OwnStack_s
     {
-        MemCategoryStack_c * pStack = nullptr;
-        bool bLookedUp = false;
+        MemCategoryStack_c * pStack = nullptr;   // null if the thread never pushed
+        std::uint32_t nNumber = 0;
         bool bComplaining = false;
-        std::uint32_t nNumber = 0;   // in place of the system's, which is 0 for no thread
     };
     ZQ_THREAD_LOCAL constinit OwnStack_s t_OwnStack;
 
-    std::uint32_t OwnNumber()
-    {
-        return t_OwnStack.nNumber != 0 ? t_OwnStack.nNumber : plat::ThreadId();
-    }
-
-    ZQ_COLD MemCategoryStack_c * LookUpOwnStack()
+    // At the end of a thread: the next one to push finds an empty stack.
+    void LeaveOwnStack()
     {
         CategoryLockScope_c const Scope;
-        t_OwnStack.pStack = g_Stacks.Find(OwnNumber());
-        t_OwnStack.bLookedUp = true;
-        return t_OwnStack.pStack;
+        *t_OwnStack.pStack = MemCategoryStack_c();
+        g_ThreadNumbers.Give(t_OwnStack.nNumber);
+        t_OwnStack = {};
     }
 
-    // This thread's stack, or null if it never pushed.
-    MemCategoryStack_c * OwnStack()
+    // The stack of the lowest number that is free; a HashAdd_e.
+    int TakeStack(OwnStack_s & Own)
     {
-        return t_OwnStack.bLookedUp ? t_OwnStack.pStack : LookUpOwnStack();
+        CategoryLockScope_c const Scope;
+        std::uint32_t const nNumber = g_ThreadNumbers.Take();
+        int const iResult = nNumber != 0 ? g_Stacks.Add(MemCategoryStack_c(), nNumber) : HASH_FULL;
+        if (iResult != HASH_FULL)
+        {
+            Own.pStack = g_Stacks.Find(nNumber);
+            Own.nNumber = nNumber;
+        }
+        else if (nNumber != 0)
+        {
+            g_ThreadNumbers.Give(nNumber);
+        }
+        return iResult;
     }
 
     // What a complaint calls, a listener of the log say, may push and pop in turn.
@@ -73,12 +109,12 @@ namespace
 
     ZQ_COLD MemCategoryStack_c * AddOwnStack()
     {
-        int iResult;
+        int const iResult = TakeStack(t_OwnStack);
+        if (t_OwnStack.pStack)
         {
-            CategoryLockScope_c const Scope;
-            iResult = g_Stacks.Add(MemCategoryStack_c(), OwnNumber());
+            plat::ThreadAtEnd(LeaveOwnStack);
         }
-        if (iResult != HASH_ADDED)
+        else
         {
             ComplainOnce(
                 [iResult]
@@ -87,7 +123,7 @@ namespace
                     ZQ_ASSERT_EX_TEXT(false, "iResult == 0", "Could not push memory category. See log for details");
                 });
         }
-        return LookUpOwnStack();
+        return t_OwnStack.pStack;
     }
 
     // The category under which the hook counts a block.
@@ -258,15 +294,10 @@ void MemoryDone()
     g_MemoryInit = false;
 }
 
-void MemoryThreadNumber(std::uint32_t nNumber)
-{
-    t_OwnStack = { nullptr, false, false, nNumber };
-}
-
 void MemoryCategoryPush(mem::Categories_e eCategory)
 {
     ZQ_ASSERT(g_MemoryInit);
-    MemCategoryStack_c * pStack = OwnStack();
+    MemCategoryStack_c * pStack = t_OwnStack.pStack;
     if (!pStack)
     {
         pStack = AddOwnStack();
@@ -279,7 +310,7 @@ void MemoryCategoryPush(mem::Categories_e eCategory)
 
 void MemoryCategoryPop(mem::Categories_e eCategory)
 {
-    MemCategoryStack_c * const pStack = OwnStack();
+    MemCategoryStack_c * const pStack = t_OwnStack.pStack;
     if (pStack)
     {
         pStack->Remove(eCategory);
@@ -336,7 +367,7 @@ std::uint32_t MemoryBlockWord(int iBlockType)
     mem::Categories_e eCategory = iKind == MEMORY_NORMAL_BLOCK ? mem::UNDEFINED : MemoryCategoryInWord(dwWord);
     if (g_MemoryInit && eCategory == mem::UNDEFINED)
     {
-        MemCategoryStack_c const * const pStack = OwnStack();
+        MemCategoryStack_c const * const pStack = t_OwnStack.pStack;
         eCategory = pStack ? pStack->Top() : mem::UNDEFINED;
     }
     return (static_cast<std::uint32_t>(eCategory) << MEMORY_CATEGORY_SHIFT) | (dwWord & MEMORY_OBJECT_FLAG)

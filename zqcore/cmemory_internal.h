@@ -33,16 +33,11 @@ public:
     int top = -1;   // -1 when empty
 };
 
-/// Hash of a thread's number: the CRC-32 of its four bytes, lowest first.
+/// Hash of a thread's number, which is the library's own: the CRC-32 of its four bytes, lowest first.
 struct ThreadIdHash_s
 {
     static std::uint32_t Of(std::uint32_t iThread) { return GetCrc32Polynomial4(iThread); }
 };
-
-/// Gives this thread, before its first push, the stack of a number of the library's own. Stacks stay when threads end,
-/// so a thread that comes and goes with a module would else use them up. One thread at a time may have a number.
-void MemoryThreadNumber(std::uint32_t nNumber);
-inline constexpr std::uint32_t ASYNC_THREAD_NUMBER = 0xFFFFFFFF;   // no system gives this one
 
 using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>;
 

@@ -92,10 +92,13 @@ namespace
         {
             std::swap(s_Tables.dPermutation[i], s_Tables.dPermutation[Draw() % LATTICE]);
         }
-        std::copy_n(s_Tables.dPermutation, REPEATED, s_Tables.dPermutation + LATTICE);
-        std::copy_n(s_Tables.dGradients1, REPEATED, s_Tables.dGradients1 + LATTICE);
-        std::copy_n(s_Tables.dGradients2, REPEATED, s_Tables.dGradients2 + LATTICE);
-        std::copy_n(s_Tables.dGradients3, REPEATED, s_Tables.dGradients3 + LATTICE);
+        for (int i = 0; i < REPEATED; ++i)   // the last two repeat the first two
+        {
+            s_Tables.dPermutation[LATTICE + i] = s_Tables.dPermutation[i];
+            s_Tables.dGradients1[LATTICE + i] = s_Tables.dGradients1[i];
+            s_Tables.dGradients2[LATTICE + i] = s_Tables.dGradients2[i];
+            s_Tables.dGradients3[LATTICE + i] = s_Tables.dGradients3[i];
+        }
     }
 
     // Where a point lies on the lattice, one lane an axis.

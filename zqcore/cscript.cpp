@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -176,8 +177,8 @@ void Script_c::OpenMemoryLocation(char const * pText, int iLength)
     m_iBytesRead = 0;
     if (!m_pFileData)
     {
-        std::snprintf(
-            m_sName, sizeof m_sName, "Memory mapped: %p, size: %d", static_cast<void const *>(pText), iLength);
+        std::snprintf(m_sName, sizeof m_sName, "Memory mapped: %08" PRIXPTR ", size: %d",
+            reinterpret_cast<std::uintptr_t>(pText), iLength);
     }
 }
 

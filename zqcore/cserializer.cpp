@@ -266,16 +266,18 @@ bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
     return bValid;
 }
 
-void Serializer_c::RunBody(Serializeable_c & archive, void *& pObject)
+/// False, and the archive fails, if there is no stack for the body.
+bool Serializer_c::RunBody(Serializeable_c & archive, void *& pObject)
 {
     if (plat::StackLeft() < BODY_STACK) [[unlikely]]
     {
         return RunBodyOnFreshStack(archive, pObject);
     }
     SerializeObject(archive, pObject);
+    return true;
 }
 
-void Serializer_c::RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject)
+bool Serializer_c::RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject)
 {
     struct Call_s
     {
@@ -288,11 +290,13 @@ void Serializer_c::RunBodyOnFreshStack(Serializeable_c & archive, void *& pObjec
         Call_s & c = *static_cast<Call_s *>(pArgument);
         c.Serializer.SerializeObject(c.archive, c.pObject);
     };
-    if (!plat::StackCallOnFresh(FRESH_STACK, fnRun, &Call))
+    bool const bRun = plat::StackCallOnFresh(FRESH_STACK, fnRun, &Call);
+    if (!bRun)
     {
         LogWinLastError("Serializer_c: no stack for a deeper object");
         archive.Fail();
     }
+    return bRun;
 }
 
 void Serializer_c::WritePointer(Serializeable_c & archive, void *& pObject)
@@ -367,7 +371,10 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     }
     {
         OpenRecord_s const Open(iPointer, *pSerializer, pObject);
-        pSerializer->RunBody(archive, pObject);
+        if (!pSerializer->RunBody(archive, pObject))
+        {
+            return false;
+        }
     }
     Store(iPointer, pObject, pSerializer->m_iClass);
     Put(archive, MARK_END);
@@ -489,7 +496,8 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
     {
         return archive.Fail();
     }
-    for (int i = 0; i < dRegisteredStaticPointers.GetLength() && !archive.IsFailed(); ++i)
+    int const nEntries = dRegisteredStaticPointers.GetLength();   // a body may register more
+    for (int i = 0; i < nEntries && !archive.IsFailed(); ++i)
     {
         RegisteredStaticPointer_t Entry = dRegisteredStaticPointers[i];
         int iPointer = -1;

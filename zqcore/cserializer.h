@@ -114,7 +114,8 @@ protected:
     static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of this serializer's class: in a damaged file it can lead to no other object, which
-    /// fails an assertion, then the archive. Static objects count with the class that they were registered with.
+    /// fails an assertion, then the archive. Static objects count with the class that they were registered with; a part
+    /// that a body registered has none, and only ReadPointer leads to it.
     void ReadOwnPointer(Serializeable_c & archive, void *& pObject);
 
     /// Stores or loads a pointer to what the pass has seen already; Abort if it has not.
@@ -171,8 +172,8 @@ private:
     static void WriteStaticPointers(Serializeable_c & archive);
     static void ReadStaticPointers(Serializeable_c & archive);
     static bool ReadStaticCount(Serializeable_c & archive);
-    void RunBody(Serializeable_c & archive, void *& pObject);
-    ZQ_COLD void RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject);
+    bool RunBody(Serializeable_c & archive, void *& pObject);
+    ZQ_COLD bool RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject);
 
     std::uint16_t m_iClass;   // the same for all serializers of a name
 

@@ -5,9 +5,9 @@
 namespace
 {
     template <typename ARRAY>
-    void Split(char const * szText, ARRAY & dOut, char const * szSeparators)
+    void Split(String_T<256> const sText, ARRAY & dOut, char const * szSeparators)   // a copy: it may stand in dOut
     {
-        for (char const * p = szText; *p;)
+        for (char const * p = sText; *p;)
         {
             std::size_t const nPiece = std::strcspn(p, szSeparators);
             if (nPiece > 0)

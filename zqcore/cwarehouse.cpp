@@ -107,13 +107,17 @@ bool Warehouse_c::ReadHeader(char const * sClientHeader)
     return m_Head.IsHeader();
 }
 
-/// A scan of the text as it is now: a refresh of the open file may have put another block, or none, in place of
-/// m_pData.
-WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
+/// The text as it is now: a refresh of the open file may have put another block, or none, in place of m_pData.
+Warehouse_c::Text_s Warehouse_c::GetText() const
 {
     char const * const pText = m_pFile ? TextOf(*m_pFile) : m_pData;
-    int const nLength = m_pFile ? m_pFile->iLength : m_nLength;
-    WarehouseScan_t Scan(pText, pText ? nLength : 0, nPos, m_eFormat);
+    return { pText, !pText ? 0 : m_pFile ? m_pFile->iLength : m_nLength };
+}
+
+WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
+{
+    Text_s const Text = GetText();
+    WarehouseScan_t Scan(Text.pText, Text.nLength, nPos, m_eFormat);
     Scan.SetSeparators(m_sSeparators);
     return Scan;
 }
@@ -143,6 +147,14 @@ bool Warehouse_c::NextIdent(char * sIdent, int nMaxLength)
     if (!bUsable || !m_pData)
     {
         return false;
+    }
+    if (m_nPos == 0)
+    {
+        m_Walked = GetText();
+    }
+    else if (m_Walked != GetText())
+    {
+        return false;   // the place of one text means nothing in another
     }
     WarehouseScan_t Scan = ScanFrom(m_nPos);
     bool const bFound = Scan.NextItem(&m_Work, m_nLine);

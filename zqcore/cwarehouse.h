@@ -5,7 +5,8 @@
 // and the work line, and scans the text again for every lookup; passing over lines allocates nothing, and neither do
 // the Get functions. Idents and column names compare without regard to ASCII case. One thread.
 //
-// While the file is open in place, a refresh of it shows in the next search; the header stays as it was.
+// While the file is open in place, a refresh of it shows in the next search; the header stays as it was, and a walk of
+// NextIdent ends there.
 //
 // Closed until Open succeeds; then open until the next Open or the destructor. On a closed warehouse every search
 // fails and every column is missing.
@@ -85,8 +86,16 @@ public:
     ZQ_API bool Get(char const * sColumn, int & iFirst, int & iSecond) const;
 
 private:
+    struct Text_s
+    {
+        char const * pText = nullptr;
+        int nLength = 0;
+        bool operator==(Text_s const &) const = default;
+    };
+
     void Close();
     bool ReadHeader(char const * sClientHeader);
+    Text_s GetText() const;
     WarehouseScan_t ScanFrom(int nPos) const;
     bool FindCell(char const * sColumn, char const *& szCell) const;
     char const * NumberCell(char const * sColumn) const;
@@ -102,6 +111,7 @@ private:
     WarehouseFormat_e m_eFormat = WAREHOUSE_FORMAT_TEXT;
     int m_nPos = 0;                   // where NextIdent goes on
     int m_nLine = 0;                  // lines that NextIdent has scanned
+    Text_s m_Walked;                  // the text that m_nPos belongs to, unless it is 0
     char const * m_pData = nullptr;   // the text; set while the warehouse is open
     int m_nLength = 0;
     bool m_bCopy;

@@ -3,7 +3,6 @@
 #include "platform/linux/descriptor.h"
 
 #include <atomic>
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 
@@ -44,10 +43,6 @@ namespace plat
 
     void DebuggerBreak()
     {
-#if defined(__x86_64__) || defined(__i386__)
-        __asm__ volatile("int3");
-#else
-        std::raise(SIGTRAP);
-#endif
+        ZQ_BREAK();
     }
 }

@@ -150,6 +150,7 @@ namespace plat
         // Runs behind the last destructor of the process. Blocks of a plain `new` have no place to name and are counted.
         __attribute__((destructor(101))) void ReportLeaks()
         {
+            LockScope_c const Scope(g_HeapLock);   // threads that the exit does not stop still allocate
             if (!g_bLeakCheck || g_Live.pNext == &g_Live)
             {
                 return;

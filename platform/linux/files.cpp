@@ -25,17 +25,6 @@ namespace plat
 
         bool DeleteEntry(int iFolder, char const * szName);
 
-        // All names of a folder; false if it breaks off.
-        ZQ_COLD bool ReadNames(int iFolder, std::vector<std::string> & dNames)
-        {
-            FolderReader_c Reader(iFolder);
-            while (dirent64 const * pEntry = Reader.Next())
-            {
-                dNames.emplace_back(pEntry->d_name);
-            }
-            return !Reader.IsBroken();
-        }
-
         bool EmptyFolder(int iFolder)
         {
             std::vector<std::string> dNames;

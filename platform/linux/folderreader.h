@@ -1,9 +1,13 @@
 // folderreader.h: the raw entries of an open folder, in the disk's order, without a heap.
 #pragma once
 
+#include "platform/compiler.h"
+
 #include <cerrno>
 #include <cstddef>
 #include <dirent.h>
+#include <string>
+#include <vector>
 
 namespace plat
 {
@@ -55,4 +59,15 @@ namespace plat
         std::size_t m_nFilled = 0;
         alignas(dirent64) char m_aBlock[32768];
     };
+
+    /// All names of an open folder; false if it breaks off.
+    ZQ_COLD inline bool ReadNames(int iFolder, std::vector<std::string> & dNames)
+    {
+        FolderReader_c Reader(iFolder);
+        while (dirent64 const * pEntry = Reader.Next())
+        {
+            dNames.emplace_back(pEntry->d_name);
+        }
+        return !Reader.IsBroken();
+    }
 }

@@ -21,7 +21,7 @@ namespace plat
         void AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes);
         void GrowNames(std::size_t nBytes);
         void Sort();
-        std::vector<char const *> UnfoldedNames() const;
+        std::vector<char const *> NamesToRecord() const;
         void Clear();
 
         std::vector<FolderEntry_t> dEntries;
@@ -184,28 +184,15 @@ namespace plat
         }
     }
 
-    // The names that their folded form does not reach. A folded name is the last of those that are alike.
-    std::vector<char const *> FolderListing_c::Contents_s::UnfoldedNames() const
+    // The names that the record of spellings takes down some of: none if all are folded.
+    std::vector<char const *> FolderListing_c::Contents_s::NamesToRecord() const
     {
-        std::vector<char const *> dUnfolded;
-        std::size_t nAlike = 0;   // names at the end of dUnfolded that are like the last one
+        std::vector<char const *> dToRecord;
         for (std::size_t iEntry = 0; !bFolded && iEntry < dEntries.size(); ++iEntry)
         {
-            char const * const szName = dEntries[iEntry].szName;
-            bool const bAlike = nAlike > 0 && CompareFolded(dUnfolded.back(), szName) == 0;
-            nAlike = bAlike ? nAlike : 0;
-            if (!IsFolded(szName))
-            {
-                dUnfolded.push_back(szName);
-                ++nAlike;
-            }
-            else
-            {
-                dUnfolded.resize(dUnfolded.size() - nAlike);
-                nAlike = 0;
-            }
+            dToRecord.push_back(dEntries[iEntry].szName);
         }
-        return dUnfolded;
+        return dToRecord;
     }
 
     FolderListing_c::~FolderListing_c()
@@ -235,13 +222,18 @@ namespace plat
             return false;
         }
         m_pContents->Sort();
-        SpellingsReplace(Path.Get(), m_pContents->UnfoldedNames());
+        SpellingsReplace(Path.Get(), m_pContents->NamesToRecord());
         return true;
     }
 
     std::size_t FolderListing_c::GetCount() const
     {
         return m_pContents != nullptr ? m_pContents->dEntries.size() : 0;
+    }
+
+    bool FolderListing_c::HasCapitals() const
+    {
+        return m_pContents != nullptr && !m_pContents->bFolded;
     }
 
     FolderEntry_t const & FolderListing_c::GetEntry(std::size_t iEntry) const

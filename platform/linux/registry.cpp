@@ -304,6 +304,11 @@ namespace plat
             return bEmpty;
         }
 
+        bool MayDeleteFrom(int iFolder)
+        {
+            return faccessat(iFolder, ".", W_OK | X_OK, AT_EACCESS) == 0;
+        }
+
         bool IsSameFolder(int iFirst, int iSecond)
         {
             struct stat First, Second;
@@ -498,7 +503,8 @@ namespace plat
             return false;
         }
         KeyLock_c const Lock(Key.Get(), LOCK_EX);
-        return Lock.IsHeld() && EmptyKey(Key.Get()) && unlinkat(Parent.Get(), sFile.c_str(), AT_REMOVEDIR) == 0;
+        return Lock.IsHeld() && MayDeleteFrom(Parent.Get()) && EmptyKey(Key.Get())
+               && unlinkat(Parent.Get(), sFile.c_str(), AT_REMOVEDIR) == 0;
     }
 
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info)

@@ -152,6 +152,7 @@ namespace plat
 
     void SweepBusyFiles(int iFolder)
     {
+        lseek(iFolder, 0, SEEK_SET);   // a descriptor that lives long has been read before
         FolderReader_c Reader(iFolder);
         while (dirent64 const * pEntry = Reader.Next())
         {

@@ -26,20 +26,32 @@ namespace plat
         class FolderNames_c
         {
         public:
-            void Add(char const * szName)
+            // Takes, of all names in the order of listings, those that their folded form does not reach. A folded name
+            // is the last of those that are alike.
+            explicit FolderNames_c(std::vector<char const *> const & dNames)
             {
-                auto itPlace = m_dOffsets.end();
-                if (!m_dOffsets.empty() && !ComesBefore(At(m_dOffsets.back()), szName))
+                std::size_t nAlike = 0;   // names at the end that are like the last one
+                for (char const * szName : dNames)
                 {
-                    itPlace = FirstNotBefore(szName, ComesBefore);
-                    if (std::strcmp(At(*itPlace), szName) == 0)
+                    bool const bAlike = nAlike > 0 && CompareFolded(At(m_dOffsets.back()), szName) == 0;
+                    nAlike = bAlike ? nAlike : 0;
+                    if (!IsFolded(szName))
                     {
-                        return;
+                        m_dOffsets.push_back(static_cast<std::uint32_t>(m_sText.size()));
+                        m_sText.append(szName, std::strlen(szName) + 1);
+                        ++nAlike;
+                    }
+                    else
+                    {
+                        m_dOffsets.resize(m_dOffsets.size() - nAlike);
+                        nAlike = 0;
                     }
                 }
-                m_dOffsets.insert(itPlace, static_cast<std::uint32_t>(m_sText.size()));
-                m_sText.append(szName, std::strlen(szName) + 1);
             }
+
+            FolderNames_c() = default;
+
+            bool IsEmpty() const { return m_dOffsets.empty(); }
 
             // The name itself if it is recorded, else the first recorded spelling of it, or null.
             char const * Find(char const * szName)
@@ -98,12 +110,26 @@ namespace plat
             return itFolder != g_pRecord->end() ? itFolder->second : (*g_pRecord)[std::string(Folder.Get())];
         }
 
-        void RecordName(FolderKey_c const & Folder, char const * szName)
+        // Records a folder that had to be read: the next name that is asked for is then known.
+        void RecordFolder(char const * szFolder, FolderKey_c const & Key)
         {
+            Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            std::vector<std::string> dRead;
+            if (!Folder.IsOpen() || !ReadNames(Folder.Get(), dRead))
+            {
+                return;
+            }
+            std::vector<char const *> dNames;
+            for (std::string const & sName : dRead)
+            {
+                dNames.push_back(sName.c_str());
+            }
+            std::sort(dNames.begin(), dNames.end(), ComesBefore);
+            FolderNames_c Names(dNames);
             std::unique_lock const Guard(g_RecordLock, std::try_to_lock);
             if (Guard.owns_lock())
             {
-                RecordOf(Folder).Add(szName);
+                RecordOf(Key) = std::move(Names);
             }
         }
 
@@ -112,26 +138,26 @@ namespace plat
             return sName == "." || sName == "..";
         }
 
-        // Writes the first entry, in the order of listings, whose folded name is that of szName over it; how many
-        // entries are like it.
-        int FindInFolder(char const * szFolder, char * szName)
+        // Writes the first entry, in the order of listings, whose folded name is that of szName over it; false if there
+        // is none.
+        bool FindInFolder(char const * szFolder, char * szName)
         {
             Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
             if (!Folder.IsOpen())
             {
-                return 0;
+                return false;
             }
-            int nFound = 0;
+            bool bFound = false;
             FolderReader_c Reader(Folder.Get());
             while (dirent64 const * pEntry = Reader.Next())
             {
-                if (CompareFolded(pEntry->d_name, szName) == 0
-                    && (++nFound == 1 || std::strcmp(pEntry->d_name, szName) < 0))
+                if (CompareFolded(pEntry->d_name, szName) == 0 && (!bFound || std::strcmp(pEntry->d_name, szName) < 0))
                 {
                     std::memcpy(szName, pEntry->d_name, std::strlen(szName));
+                    bFound = true;
                 }
             }
-            return nFound;
+            return bFound;
         }
     }
 
@@ -144,18 +170,14 @@ namespace plat
 
     void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames)
     {
+        FolderNames_c Names(dNames);
         std::lock_guard const Guard(g_RecordLock);
-        if (g_pRecord == nullptr && dNames.empty())
+        if (g_pRecord == nullptr && Names.IsEmpty())
         {
             return;
         }
         FolderKey_c const Folder(szFolder);
-        FolderNames_c Names;
-        for (char const * szName : dNames)
-        {
-            Names.Add(szName);
-        }
-        if (!dNames.empty())
+        if (!Names.IsEmpty())
         {
             RecordOf(Folder) = std::move(Names);
         }
@@ -313,13 +335,14 @@ namespace plat
         char szName[NAME_MAX + 1];
         std::memcpy(szName, m_szPath + iBegin, nName + 1);
         m_szPath[iBegin] = 0;
-        int const nFound = FindInFolder(iBegin > 0 ? m_szPath : ".", szName);
-        std::memcpy(m_szPath + iBegin, szName, nName);
-        if (nFound == 1)   // with several, another exact name may be asked for next
+        char const * const szFolder = iBegin > 0 ? m_szPath : ".";
+        bool const bFound = FindInFolder(szFolder, szName);
+        if (bFound)
         {
-            RecordName(Folder, szName);
+            RecordFolder(szFolder, Folder);
         }
-        return nFound > 0;
+        std::memcpy(m_szPath + iBegin, szName, nName);
+        return bFound;
     }
 
     bool DiskPath_c::SpellFromFolders()

@@ -93,7 +93,7 @@ namespace plat
         char m_szKey[PATH_MAX + 2];
     };
 
-    /// Takes down the names of a folder that differ from their folded form, in the order of listings, in place of what
-    /// was recorded for it.
+    /// Records how a folder's names are spelled, in place of what was recorded for it: given all of them in the order of
+    /// listings, or none if all are folded.
     void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames);
 }

@@ -50,6 +50,17 @@ namespace plat
         return t_iThread;
     }
 
+    void ThreadAtEnd(void (*fnEnd)())
+    {
+        static pthread_key_t const s_Key = []
+        {
+            pthread_key_t Key = {};
+            ::pthread_key_create(&Key, [](void * pEnd) { reinterpret_cast<void (*)()>(pEnd)(); });
+            return Key;
+        }();
+        ::pthread_setspecific(s_Key, reinterpret_cast<void *>(fnEnd));
+    }
+
     bool Thread_c::Start(void (*fnRun)(void *), void * pContext)
     {
         auto * const pStart = new Start_s{ fnRun, pContext };
