@@ -119,6 +119,9 @@ TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
     for (auto const & [szFunction, szExpected] : Rows_t<char const *, char const *>{
              { "static void Module_c::Register(Module_c*)", "Module_c::Register" }, { "int main()", "main" },
              { "T& StaticArray_T<T, LENGTH>::operator[](int) [with T = int]", "StaticArray_T<T, LENGTH>::operator[]" },
+             { "bool X_c::operator<(int) const", "X_c::operator<" }, { "void X_c::operator()(int)", "X_c::operator()" },
+             { "X_c::operator char const*() const", "X_c::operator char const*" },
+             { "X_c* X_c::operator->()", "X_c::operator->" }, { "int my_operator(int)", "my_operator" },
              { "char const *(anonymous namespace)::Name(int)", "(anonymous namespace)::Name" },
              { "const char* {anonymous}::Name(int)", "{anonymous}::Name" },
              { "std::map<int, void (*)(int)>& A<void (*)(int)>::Get() const", "A<void (*)(int)>::Get" } })

@@ -30,12 +30,12 @@ namespace
 
     bool g_bResourceLoadBlocked = false;
 
-    void GoToFolderOfExecutable()
+    bool GoToFolderOfExecutable()
     {
         wchar_t wszPath[PATH_SIZE];
         if (!plat::ProcessExecutablePath(wszPath, PATH_SIZE))
         {
-            return;
+            return false;
         }
         wchar_t * const pSlash = std::wcsrchr(wszPath, L'/');
         wchar_t * const pBackslash = std::wcsrchr(wszPath, L'\\');
@@ -43,7 +43,7 @@ namespace
         {
             pCut[pCut == wszPath ? 1 : 0] = L'\0';   // the root keeps its separator
         }
-        plat::ProcessSetCurrentFolder(wszPath);
+        return plat::ProcessSetCurrentFolder(wszPath);
     }
 
     void OnPureCall()
@@ -62,8 +62,9 @@ void CounterSync_Default(FunctionCounters_e, char const *) {}
 
 void AppMiscStartup()
 {
-    GoToFolderOfExecutable();
+    bool const bThere = GoToFolderOfExecutable();
     LogInit();
+    Logc(!bThere, "Can't go to the folder of the executable, the current folder stays");
     ExceptionInit();
     plat::ProcessSetPureCallHandler(OnPureCall);
 }

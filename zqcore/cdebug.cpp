@@ -14,6 +14,7 @@
 #include "platform/window.h"
 
 #include <atomic>
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -70,6 +71,16 @@ namespace
         return true;
     }
 
+    constexpr char OPERATOR[] = "operator";
+
+    // Whether the word at p is the one that begins an operator's name.
+    bool IsOperator(char const * szText, char const * p)
+    {
+        auto const IsNameChar = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
+        std::size_t const nWord = std::strlen(OPERATOR);
+        return std::strncmp(p, OPERATOR, nWord) == 0 && !IsNameChar(p[nWord]) && (p == szText || !IsNameChar(p[-1]));
+    }
+
     // "class::function" out of the compiler's "type class::function(arguments) const [with ...]".
     void ShortFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize)
     {
@@ -79,6 +90,13 @@ namespace
         {
             if (*p == '(' && std::strncmp(p, "(anonymous", 10) != 0 && iDepth == 0)
             {
+                break;
+            }
+            if (iDepth == 0 && IsOperator(szFunction, p))   // what follows may hold blanks and all kinds of brackets
+            {
+                p += std::strlen(OPERATOR);
+                p += std::strncmp(p, "()", 2) == 0 ? 2 : 0;
+                p += std::strcspn(p, "(");
                 break;
             }
             iDepth += (*p == '<' || *p == '(') - (*p == '>' || *p == ')');

@@ -126,8 +126,13 @@ void exceptionreport::WriteCallStack(plat::Symbols_c & Symbols, bool bVariables,
     }
     Symbols.Rewind();
     plat::SymbolFrame_t Frame;
-    for (std::size_t iFrame = 0; iFrame < STACK_FRAMES && Symbols.NextFrame(&Frame) && Frame.Frame != 0; ++iFrame)
+    for (std::size_t iFrame = 0; Symbols.NextFrame(&Frame) && Frame.Frame != 0; ++iFrame)
     {
+        if (iFrame == STACK_FRAMES)
+        {
+            ExceptionReport_c::CrashLog(bVariables ? "%s\r\n\r\n" : "%s\r\n", "(farther frames are left out)");
+            break;
+        }
         char szLine[LINE_SIZE];
         Text_c Line(szLine, sizeof szLine);
         Line.Add("%08" PRIXPTR "  %08" PRIXPTR "  ", Frame.Address, Frame.Frame);

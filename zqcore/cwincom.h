@@ -14,8 +14,8 @@ public:
     {}
     ZQ_API ~ModuleWinCom_c() override;
 
-    /// The instance.
-    ZQ_API static ModuleWinCom_c * Get();
+    /// The instance; not exported.
+    static ModuleWinCom_c * Get();
 
 protected:
     /// False if COM can't be started. That the thread has it already, even in the other concurrency model, is logged and

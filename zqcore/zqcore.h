@@ -8,7 +8,6 @@
 #include "zqcore/cbreakpoint.h"
 #include "zqcore/cbuffer.h"
 #include "zqcore/ccallback.h"
-#include "zqcore/cclipboard.h"
 #include "zqcore/ccom.h"
 #include "zqcore/cconfig.h"
 #include "zqcore/ccrc.h"
