@@ -6,9 +6,10 @@
 
 namespace
 {
+    // Of a name with its scopes.
     bool IsNameChar(char c)
     {
-        return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == ':';
     }
 
     // The word that stands in front of a type's name, told by the name's ending.
@@ -49,8 +50,11 @@ void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize)
                 ++p;
             }
             auto const nName = static_cast<std::size_t>(p + 1 - pName);
+            bool const bInScope = *pName == ':';   // of a template's instance
+            bool const bSecondWord = nOut > 0 && IsNameChar(szBuffer[nOut - 1]);
             bool const bTemplate = iDepth > 0 && p[1] == '<';
-            char const * const szKeyword = bTemplate ? "class " : KeywordOf(pName, nName);
+            char const * const szKeyword = bInScope ? "" : bTemplate ? "class " : KeywordOf(pName, nName);
+            Put(" ", bSecondWord ? 1 : 0);
             Put(szKeyword, std::strlen(szKeyword));
             Put(pName, nName);
         }
