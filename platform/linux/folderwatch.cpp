@@ -27,8 +27,8 @@ namespace plat
     {
         constexpr int NO_FOLDER = -1;
         constexpr int MAX_READS = 256;   // of the kernel's queue in one batch, so that a flood of changes ends
-        constexpr std::uint32_t FOLDER_EVENTS = IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE
-                                                | IN_ONLYDIR | IN_EXCL_UNLINK | IN_MASK_CREATE;
+        constexpr std::uint32_t FOLDER_EVENTS =
+            IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_EXCL_UNLINK;
 
         struct File_s
         {
@@ -64,15 +64,25 @@ namespace plat
             int iFolder;
         };
 
-        // What a file in a folder that has just appeared is: one with contents that nobody writes counts as changed,
-        // of any other the close will tell.
-        File_s LookAtNewFile(int iFolder, char const * szName)
+        // What a file in a folder that was made at tMade is: one that is no older, with contents that nobody writes,
+        // counts as changed, of any other the close will tell. An older one was renamed.
+        File_s LookAtNewFile(int iFolder, char const * szName, FileTime_t tMade)
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
             FileFacts_t Facts;
-            bool const bWritten = File.IsOpen() && FactsAt(File.Get(), "", AT_EMPTY_PATH, Facts) && Facts.bRegular
-                                  && Facts.nSize > 0 && WritersOf(File.Get()) != Writers_e::Some;
+            bool const bFile = File.IsOpen() && FactsAt(File.Get(), "", AT_EMPTY_PATH, Facts) && Facts.bRegular;
+            if (bFile && Facts.tCreation < tMade)
+            {
+                return {};
+            }
+            bool const bWritten = bFile && Facts.nSize > 0 && WritersOf(File.Get()) != Writers_e::Some;
             return bWritten ? File_s{ false, true } : File_s{ true, false };
+        }
+
+        FileTime_t CreationOf(std::string const & sPath)
+        {
+            FileFacts_t Facts;
+            return FactsAt(AT_FDCWD, sPath.c_str(), 0, Facts) ? Facts.tCreation : 0;
         }
 
         bool IsFolder(int iFolder, char const * szName)
@@ -155,9 +165,16 @@ namespace plat
         std::vector<std::u16string> TakeNames();
         void Rebuild();
 
+        bool AddRoot();
         bool AddTree(int iParent, std::string sName, Appeared_e eAppeared);
         int AddFolder(ToAdd_s & ToAdd);
-        void List(int iFolder, Appeared_e eAppeared, std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks);
+        void Relocate(std::string const & sPath, ToAdd_s const & ToAdd);
+        bool Place(int iFolder, int iParent, std::string const & sName);
+        bool IsBelow(int iFolder, int iTop) const;
+        int NumberOf(std::string const & sPath);
+        bool IsSound();
+        void List(int iFolder, Appeared_e eAppeared, FileTime_t tMade, std::vector<ToAdd_s> & dFolders,
+            std::vector<ToAdd_s> & dLinks);
         void RemoveTree(int iTop);
         void Unlink(int iFolder);
         std::string PathOf(int iFolder) const;
@@ -167,7 +184,7 @@ namespace plat
         void OnAppeared(int iFolder, Folder_s & Folder, inotify_event const & Event);
         void OnGone(Folder_s & Folder, inotify_event const & Event);
         void OnClosed(int iFolder, Folder_s & Folder, std::string const & sName);
-        bool Attach(int iFolder, Folder_s & Folder, inotify_event const & Event);
+        bool Attach(int iFolder, inotify_event const & Event);
         void Change(int iFolder, std::string const & sName, File_s & File);
 
         Descriptor_c m_Queue;
@@ -175,7 +192,9 @@ namespace plat
         std::unordered_map<int, Folder_s> m_dFolders;   // by the kernel's number of the watch
         std::vector<Change_s> m_dChanges;               // of the present batch, in their order
         std::vector<Detached_s> m_dDetached;
-        bool m_bLost = false;       // the kernel's queue ran over
+        bool m_bLost = false;    // the kernel's queue ran over
+        bool m_bMoved = false;   // folders came or went in the present batch
+        int m_iRoot = NO_FOLDER;
         char * m_pRead = nullptr;   // the caller's buffer, while a read is on
         std::size_t m_nRead = 0;
         alignas(inotify_event) char m_aEvents[16384];
@@ -191,7 +210,7 @@ namespace plat
             return false;
         }
         m_sRoot = Path.Get();
-        return AddTree(NO_FOLDER, m_sRoot, Appeared_e::Before) && !m_dFolders.empty();
+        return AddRoot() && !m_dFolders.empty();
     }
 
     void FolderWatch_c::Tree_c::Read(void * pBuffer, std::size_t nBytes)
@@ -229,7 +248,13 @@ namespace plat
             RemoveTree(Detached.iFolder);
         }
         m_dDetached.clear();
-        return Deliver();
+        bool const bSound = !std::exchange(m_bMoved, false) || IsSound();
+        bool const bBatch = Deliver();
+        if (!bSound)
+        {
+            Rebuild();
+        }
+        return bBatch;
     }
 
     // Hands the changes over, or their loss; false if there is nothing to tell.
@@ -279,8 +304,15 @@ namespace plat
         if (Queue.IsOpen() && dup3(Queue.Get(), m_Queue.Get(), O_CLOEXEC) >= 0)
         {
             m_dFolders.clear();
-            AddTree(NO_FOLDER, m_sRoot, Appeared_e::Before);
+            AddRoot();
         }
+    }
+
+    bool FolderWatch_c::Tree_c::AddRoot()
+    {
+        bool const bAll = AddTree(NO_FOLDER, m_sRoot, Appeared_e::Before);
+        m_bMoved = false;
+        return bAll;
     }
 
     // Watches a folder with all below it: folders first, then what links lead to, so that a folder goes by its own path.
@@ -289,6 +321,7 @@ namespace plat
     {
         std::vector<ToAdd_s> dFolders;
         std::vector<ToAdd_s> dLinks;
+        FileTime_t const tMade = eAppeared == Appeared_e::Now ? CreationOf(PathOf(iParent) + '/' + sName) : 0;
         dFolders.push_back({ iParent, std::move(sName) });
         while (!dFolders.empty() || !dLinks.empty())
         {
@@ -298,7 +331,7 @@ namespace plat
             int const iFolder = AddFolder(ToAdd);
             if (iFolder >= 0)
             {
-                List(iFolder, eAppeared, dFolders, dLinks);
+                List(iFolder, eAppeared, tMade, dFolders, dLinks);
             }
             else if (errno == ENOSPC || errno == ENOMEM)
             {
@@ -313,30 +346,92 @@ namespace plat
     int FolderWatch_c::Tree_c::AddFolder(ToAdd_s & ToAdd)
     {
         bool const bRoot = ToAdd.iParent == NO_FOLDER;
-        std::string const sPath = bRoot ? ToAdd.sName : PathOf(ToAdd.iParent) + '/' + ToAdd.sName;
-        int const iFolder =
-            inotify_add_watch(m_Queue.Get(), sPath.c_str(), FOLDER_EVENTS | (bRoot ? std::uint32_t(IN_MOVE_SELF) : 0u));
-        if (iFolder < 0)
+        if (!bRoot && !m_dFolders.contains(ToAdd.iParent))   // moved away meanwhile
         {
+            errno = ENOENT;
             return -1;
         }
-        if (!bRoot)
+        std::string const sPath = bRoot ? ToAdd.sName : PathOf(ToAdd.iParent) + '/' + ToAdd.sName;
+        int const iFolder = inotify_add_watch(
+            m_Queue.Get(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_CREATE | (bRoot ? std::uint32_t(IN_MOVE_SELF) : 0u));
+        if (iFolder < 0)
         {
-            auto const [itKnown, bAdded] = m_dFolders[ToAdd.iParent].dFolders.try_emplace(ToAdd.sName, iFolder);
-            if (!bAdded)   // another folder had that name
+            if (errno == EEXIST)
             {
-                RemoveTree(std::exchange(itKnown->second, iFolder));
+                Relocate(sPath, ToAdd);
+                errno = EEXIST;
             }
+            return -1;
         }
-        Folder_s & Folder = m_dFolders[iFolder];
-        Folder.iParent = ToAdd.iParent;
-        Folder.sName = std::move(ToAdd.sName);
+        m_dFolders[iFolder].sName = ToAdd.sName;
+        bRoot ? void(m_iRoot = iFolder) : void(Place(iFolder, ToAdd.iParent, ToAdd.sName));
         return iFolder;
     }
 
+    // A folder that is watched already was met by this path. If that is not by another link, then it was moved here, of
+    // which the event is still to come, or never comes as nobody watched here.
+    void FolderWatch_c::Tree_c::Relocate(std::string const & sPath, ToAdd_s const & ToAdd)
+    {
+        int const iKnown = NumberOf(sPath);
+        if (iKnown >= 0 && NumberOf(PathOf(iKnown)) != iKnown)
+        {
+            Unlink(iKnown);
+            Place(iKnown, ToAdd.iParent, ToAdd.sName);
+        }
+    }
+
+    // The number of the folder that the path leads to now; -1 if it leads to none that is watched.
+    int FolderWatch_c::Tree_c::NumberOf(std::string const & sPath)
+    {
+        int const iFolder = inotify_add_watch(m_Queue.Get(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_ADD);
+        if (iFolder < 0 || m_dFolders.contains(iFolder))
+        {
+            return iFolder;
+        }
+        inotify_rm_watch(m_Queue.Get(), iFolder);
+        return -1;
+    }
+
+    // Whether each folder is where it is taken to be. Events tell of the past, so while folders are moved about a path
+    // may lead astray.
+    bool FolderWatch_c::Tree_c::IsSound()
+    {
+        return std::all_of(m_dFolders.begin(), m_dFolders.end(),
+            [this](auto const & Entry) { return NumberOf(PathOf(Entry.first)) == Entry.first; });
+    }
+
+    bool FolderWatch_c::Tree_c::IsBelow(int iFolder, int iTop) const
+    {
+        while (iFolder != iTop && iFolder != NO_FOLDER)
+        {
+            iFolder = m_dFolders.at(iFolder).iParent;
+        }
+        return iFolder == iTop;
+    }
+
+    // Puts a folder without a parent into one, in the place of what had the name there. False if the parent lies below
+    // it: events came in another order than the paths led to, and IsSound will tell.
+    bool FolderWatch_c::Tree_c::Place(int iFolder, int iParent, std::string const & sName)
+    {
+        m_bMoved = true;
+        if (IsBelow(iParent, iFolder))
+        {
+            return false;
+        }
+        auto const [itPlace, bFree] = m_dFolders.at(iParent).dFolders.try_emplace(sName, iFolder);
+        if (!bFree && itPlace->second != iFolder)
+        {
+            RemoveTree(std::exchange(itPlace->second, iFolder));
+        }
+        Folder_s & Folder = m_dFolders.at(iFolder);
+        Folder.iParent = iParent;
+        Folder.sName = sName;
+        return true;
+    }
+
     // Takes down the names in a folder that is watched by now, so that nothing falls between the two.
-    void FolderWatch_c::Tree_c::List(
-        int iFolder, Appeared_e eAppeared, std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
+    void FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
+        std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {
         Descriptor_c const Open(open(PathOf(iFolder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!Open.IsOpen())
@@ -358,7 +453,7 @@ namespace plat
                 continue;
             }
             File_s & File = Folder.dFiles[pEntry->d_name];
-            File = eAppeared == Appeared_e::Now ? LookAtNewFile(Open.Get(), pEntry->d_name) : File_s{};
+            File = eAppeared == Appeared_e::Now ? LookAtNewFile(Open.Get(), pEntry->d_name, tMade) : File_s{};
             if (File.bChanged)
             {
                 m_dChanges.push_back({ iFolder, pEntry->d_name });
@@ -443,9 +538,9 @@ namespace plat
             Unlink(Event.wd);
             RemoveTree(Event.wd);
         }
-        else if (Event.len == 0 || std::strchr(Event.name, '\\') != nullptr)
+        else if (Event.len == 0 || std::strchr(Event.name, '\\') != nullptr || !IsBelow(Event.wd, m_iRoot))
         {
-            return;
+            return;   // the last one is of a folder that was moved out of the tree
         }
         else if ((Event.mask & (IN_CREATE | IN_MOVED_TO)) != 0)
         {
@@ -463,7 +558,7 @@ namespace plat
 
     void FolderWatch_c::Tree_c::OnAppeared(int iFolder, Folder_s & Folder, inotify_event const & Event)
     {
-        if (Attach(iFolder, Folder, Event))
+        if (Attach(iFolder, Event))
         {
             return;
         }
@@ -482,7 +577,7 @@ namespace plat
     }
 
     // The second half of the rename of a folder, or of a link to one; false if it is none.
-    bool FolderWatch_c::Tree_c::Attach(int iFolder, Folder_s & Folder, inotify_event const & Event)
+    bool FolderWatch_c::Tree_c::Attach(int iFolder, inotify_event const & Event)
     {
         auto const itDetached = std::find_if(m_dDetached.begin(), m_dDetached.end(),
             [&Event](Detached_s const & Detached) { return Detached.iCookie == Event.cookie; });
@@ -492,13 +587,10 @@ namespace plat
         }
         int const iMoved = itDetached->iFolder;
         m_dDetached.erase(itDetached);
-        auto const [itPlace, bFree] = Folder.dFolders.try_emplace(Event.name, iMoved);
-        if (!bFree)
+        if (!Place(iMoved, iFolder, Event.name))
         {
-            RemoveTree(std::exchange(itPlace->second, iMoved));
+            RemoveTree(iMoved);
         }
-        m_dFolders[iMoved].iParent = iFolder;
-        m_dFolders[iMoved].sName = Event.name;
         return true;
     }
 
@@ -511,6 +603,7 @@ namespace plat
             return;
         }
         int const iGone = itFolder->second;
+        m_bMoved = true;
         Unlink(iGone);
         if ((Event.mask & IN_MOVED_FROM) != 0)
         {
