@@ -111,7 +111,22 @@ INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
         Program_s{ "touch", "rm a.txt && touch a.txt", "" },
         Program_s{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
         Program_s{ "mv", "rm a.txt && mv b.txt a.txt", "" }, Program_s{ "mv", "mv sub dir; mv loop/d.csv d", "" },
-        Program_s{ "chmod", "chmod 600 a.txt", "" }));
+        Program_s{ "mv", "sleep 0.02; mkdir n && mv a.txt n", "" }, Program_s{ "chmod", "chmod 600 a.txt", "" }));
+
+TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
+{
+    TempFolder_c const Outside;
+    ASSERT_TRUE(Run("mkdir b && ln -s " + Outside.GetPath() + " b/link"));
+    Track();
+    ASSERT_TRUE(Run("mkdir n && mv sub n"));   // nobody watched n when sub came
+    EXPECT_EQ(Told(), "");
+    ASSERT_TRUE(Run("echo x > n/sub/c.txt"));
+    EXPECT_EQ(Told(), "c.txt");
+    ASSERT_TRUE(Run("mv b " + Outside.GetPath()));   // below the folder that its own link leads to
+    EXPECT_EQ(Told(), "");
+    ASSERT_TRUE(Run("echo x > " + Outside.GetPath() + "/x.txt; echo x > a.txt"));
+    EXPECT_EQ(Told(), "a.txt");
+}
 
 TEST_F(FileTrack, TellsOfEachFileOfACheckout)
 {
