@@ -8,7 +8,7 @@
 // or any other lock of the library, so that a complaint may come from under those locks; what the host's dialog and the
 // receiver of the trace lines take is theirs. A trace starts the symbol helper and costs about a fifth of a second;
 // names and lines come from where that helper finds them, and there is no search path of our own. Without the helper a
-// trace has the addresses.
+// trace has the addresses. It knows the modules of the process, up to 512 of them.
 #pragma once
 
 #include "zqcore/cconfig.h"
