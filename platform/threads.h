@@ -93,8 +93,8 @@ namespace plat
         std::atomic<std::uint32_t> m_nSet{ 0 };
     };
 
-    /// Calls fnEnd on the calling thread when it ends, behind the destructors of its own variables. One function a thread:
-    /// a later call replaces it, and one out of fnEnd counts again. Not at the end of the process.
+    /// Calls fnEnd on the calling thread when it ends, behind the destructors of its own variables. One function a
+    /// thread: a later call replaces it, and one out of fnEnd counts again. Not at the end of the process.
     void ThreadAtEnd(void (*fnEnd)());
 
     /// One thread that runs a plain function. Start and Join belong to one thread.

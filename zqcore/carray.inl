@@ -74,8 +74,7 @@ template <typename T, int LENGTH>
 void StaticArrayLenTraits_T<T, LENGTH>::Grow(int iAccessIndex)
 {
     ZQ_ASSERT_TEXT(iAccessIndex >= 0 && iAccessIndex <= LENGTH, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
-    iLength =
-        iAccessIndex <= LENGTH ? iAccessIndex : LENGTH;   // what is added to a full array replaces its last element
+    iLength = iAccessIndex <= LENGTH ? iAccessIndex : LENGTH;   // of a full array the last element is replaced
 }
 
 template <typename T, typename TRAITS>

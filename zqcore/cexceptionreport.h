@@ -10,8 +10,9 @@
 // the heap and waits for no lock. A second thread that faults meanwhile waits for the end and passes its fault on
 // without a report. Each of the two parts of the report, before and behind the dialog, ends after REPORT_LIMIT at the
 // latest, and each step into the host's code (listeners, a dialog that nobody can answer) after HOST_LIMIT, wherever it
-// hangs; a dialog that someone can answer waits. A call stack shows the innermost 256 frames and says so of the rest. A fault inside a part ends the report, a fault of the host's code that
-// step alone. Without the symbol helper, names, lines and variables are missing.
+// hangs; a dialog that someone can answer waits. A call stack shows the innermost 256 frames and says so of the rest. A
+// fault inside a part ends the report, a fault of the host's code that step alone. Without the symbol helper, names,
+// lines and variables are missing.
 #pragma once
 
 #include "zqcore/cconfig.h"

@@ -39,10 +39,10 @@ public:
 
     ZQ_API wchar_t const * GetLogPath() const;
 
-    /// The open log of that name, opened if need be; names are exact and cut at 63 characters, but on
-    /// disk two that differ in case only are one file, which the second one starts anew. Null for a null name or
-    /// if the file can't be opened. The stream belongs to the module. With the table of 64 logs full the stream is
-    /// opened all the same, but stays out of the table and is not closed.
+    /// The open log of that name, opened if need be; names are exact and cut at 63 characters, but on disk two that
+    /// differ in case only are one file, which the second one starts anew. Null for a null name or if the file can't be
+    /// opened. The stream belongs to the module. With the table of 64 logs full the stream is opened all the same, but
+    /// stays out of the table and is not closed.
     ZQ_API std::FILE * GetLogFile(char const * sName);
 
 protected:

@@ -118,8 +118,8 @@ namespace CoreMemory
 }
 
 /// Select a category for this thread, and take it back; pushes of the same category in a row share one entry. At most
-/// 64 changes of category may be open in a thread, and about 100 threads that have pushed may run at a time; one more is
-/// complained of, and goes without a category. Cost no lock but at a thread's first push.
+/// 64 changes of category may be open in a thread, and about 100 threads that have pushed may run at a time; one more
+/// is complained of, and goes without a category. Cost no lock but at a thread's first push.
 ZQ_API void MemoryCategoryPush(mem::Categories_e eCategory);
 ZQ_API void MemoryCategoryPop(mem::Categories_e eCategory);
 

@@ -93,7 +93,7 @@ namespace plat
         char m_szKey[PATH_MAX + 2];
     };
 
-    /// Records how a folder's names are spelled, in place of what was recorded for it: given all of them in the order of
-    /// listings, or none if all are folded.
+    /// Records how a folder's names are spelled, in place of what was recorded for it: given all of them in the order
+    /// of listings, or none if all are folded.
     void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames);
 }
