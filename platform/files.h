@@ -126,8 +126,8 @@ namespace plat
         bool operator==(FolderIdentity_t const &) const = default;
     };
 
-    /// False if there is no such folder.
-    bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity);
+    /// False if there is no such folder; with bAsWritten none of another spelling counts.
+    bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity, bool bAsWritten = false);
 
     /// A folder read whole. Entries come in one order on every machine: by name folded to lower case (ASCII), then by
     /// the raw bytes. Entries that vanish while the folder is read, and links to nothing, are left out.

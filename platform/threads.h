@@ -94,7 +94,8 @@ namespace plat
     };
 
     /// Calls fnEnd on the calling thread when it ends, behind the destructors of its own variables. One function a
-    /// thread: a later call replaces it, and one out of fnEnd counts again. Not at the end of the process.
+    /// thread: a later call replaces it, and one out of fnEnd counts again. Not at the end of the
+    /// process, nor where the system has no room for it.
     void ThreadAtEnd(void (*fnEnd)());
 
     /// One thread that runs a plain function. Start and Join belong to one thread.

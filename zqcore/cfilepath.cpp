@@ -367,7 +367,8 @@ namespace
     {
         plat::FolderIdentity_t Named;
         plat::FolderIdentity_t Found;
-        return plat::FolderGetIdentity(szPath, Named) && plat::FolderGetIdentity(szFolded, Found) && Named != Found;
+        return plat::FolderGetIdentity(szPath, Named, true) && plat::FolderGetIdentity(szFolded, Found)
+               && Named != Found;
     }
 
     // The folder of FileAddOneFile, entered if need be; null, with a log line, if it can't be.

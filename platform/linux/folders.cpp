@@ -241,11 +241,12 @@ namespace plat
         return m_pContents->dEntries[iEntry];
     }
 
-    bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity)
+    bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity, bool bAsWritten)
     {
         struct stat Stat;
         DiskPath_c Path(szPath);
-        if (Path.Try([&Stat](char const * szTry) { return stat(szTry, &Stat); }) != 0 || !S_ISDIR(Stat.st_mode))
+        auto const fnAsk = [&Stat](char const * szTry) { return stat(szTry, &Stat); };
+        if ((bAsWritten ? fnAsk(Path.Get()) : Path.Try(fnAsk)) != 0 || !S_ISDIR(Stat.st_mode))
         {
             return false;
         }

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <sys/inotify.h>
@@ -158,6 +159,7 @@ namespace plat
         {
             int iParent;
             std::string sName;
+            Appeared_e eAppeared;
         };
 
         ZQ_COLD bool Collect(std::size_t nFilled);
@@ -166,14 +168,14 @@ namespace plat
         void Rebuild();
 
         bool AddRoot();
-        bool AddTree(int iParent, std::string sName, Appeared_e eAppeared);
+        bool AddTree(ToAdd_s Top);
         int AddFolder(ToAdd_s & ToAdd);
         void Relocate(std::string const & sPath, ToAdd_s const & ToAdd);
         bool Place(int iFolder, int iParent, std::string const & sName);
         bool IsBelow(int iFolder, int iTop) const;
         int NumberOf(std::string const & sPath);
-        bool IsSound();
-        void List(int iFolder, Appeared_e eAppeared, FileTime_t tMade, std::vector<ToAdd_s> & dFolders,
+        bool IsWhereItWas(int iFolder);
+        bool List(int iFolder, Appeared_e eAppeared, FileTime_t tMade, std::vector<ToAdd_s> & dFolders,
             std::vector<ToAdd_s> & dLinks);
         void RemoveTree(int iTop);
         void Unlink(int iFolder);
@@ -192,10 +194,10 @@ namespace plat
         std::unordered_map<int, Folder_s> m_dFolders;   // by the kernel's number of the watch
         std::vector<Change_s> m_dChanges;               // of the present batch, in their order
         std::vector<Detached_s> m_dDetached;
-        bool m_bLost = false;    // the kernel's queue ran over
-        bool m_bMoved = false;   // folders came or went in the present batch
-        int m_iRoot = NO_FOLDER;
-        char * m_pRead = nullptr;   // the caller's buffer, while a read is on
+        std::vector<ToAdd_s> m_dLater;   // could not be reached by the paths known then
+        bool m_bLost = false;            // the kernel's queue ran over
+        bool m_bStarting = false;        // the whole tree is being added: no event has been missed
+        char * m_pRead = nullptr;        // the caller's buffer, while a read is on
         std::size_t m_nRead = 0;
         alignas(inotify_event) char m_aEvents[16384];
     };
@@ -209,7 +211,8 @@ namespace plat
         {
             return false;
         }
-        m_sRoot = Path.Get();
+        char szRoot[PATH_MAX];   // absolute: the current folder may change
+        m_sRoot = realpath(Path.Get(), szRoot) != nullptr ? szRoot : Path.Get();
         return AddRoot() && !m_dFolders.empty();
     }
 
@@ -248,13 +251,11 @@ namespace plat
             RemoveTree(Detached.iFolder);
         }
         m_dDetached.clear();
-        bool const bSound = !std::exchange(m_bMoved, false) || IsSound();
-        bool const bBatch = Deliver();
-        if (!bSound)
+        for (ToAdd_s & ToAdd : std::exchange(m_dLater, {}))
         {
-            Rebuild();
+            AddTree(std::move(ToAdd));
         }
-        return bBatch;
+        return Deliver();
     }
 
     // Hands the changes over, or their loss; false if there is nothing to tell.
@@ -310,19 +311,23 @@ namespace plat
 
     bool FolderWatch_c::Tree_c::AddRoot()
     {
-        bool const bAll = AddTree(NO_FOLDER, m_sRoot, Appeared_e::Before);
-        m_bMoved = false;
+        m_bStarting = true;
+        m_dLater.clear();
+        bool const bAll = AddTree({ NO_FOLDER, m_sRoot, Appeared_e::Before });
+        m_bStarting = false;
         return bAll;
     }
 
     // Watches a folder with all below it: folders first, then what links lead to, so that a folder goes by its own path.
     // False if the kernel has no watch left.
-    bool FolderWatch_c::Tree_c::AddTree(int iParent, std::string sName, Appeared_e eAppeared)
+    bool FolderWatch_c::Tree_c::AddTree(ToAdd_s Top)
     {
         std::vector<ToAdd_s> dFolders;
         std::vector<ToAdd_s> dLinks;
-        FileTime_t const tMade = eAppeared == Appeared_e::Now ? CreationOf(PathOf(iParent) + '/' + sName) : 0;
-        dFolders.push_back({ iParent, std::move(sName) });
+        Appeared_e const eAppeared = Top.eAppeared;
+        bool const bNow = eAppeared == Appeared_e::Now && m_dFolders.contains(Top.iParent);
+        FileTime_t const tMade = bNow ? CreationOf(PathOf(Top.iParent) + '/' + Top.sName) : 0;
+        dFolders.push_back(std::move(Top));
         while (!dFolders.empty() || !dLinks.empty())
         {
             std::vector<ToAdd_s> & dNext = dFolders.empty() ? dLinks : dFolders;
@@ -331,7 +336,12 @@ namespace plat
             int const iFolder = AddFolder(ToAdd);
             if (iFolder >= 0)
             {
-                List(iFolder, eAppeared, tMade, dFolders, dLinks);
+                if (!List(iFolder, eAppeared, tMade, dFolders, dLinks))
+                {
+                    Unlink(iFolder);
+                    RemoveTree(iFolder);
+                    m_dLater.push_back(std::move(ToAdd));
+                }
             }
             else if (errno == ENOSPC || errno == ENOMEM)
             {
@@ -354,18 +364,35 @@ namespace plat
         std::string const sPath = bRoot ? ToAdd.sName : PathOf(ToAdd.iParent) + '/' + ToAdd.sName;
         int const iFolder = inotify_add_watch(
             m_Queue.Get(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_CREATE | (bRoot ? std::uint32_t(IN_MOVE_SELF) : 0u));
+        int const iError = iFolder < 0 ? errno : 0;
+        if (!bRoot && !IsWhereItWas(ToAdd.iParent))
+        {
+            inotify_rm_watch(m_Queue.Get(), iFolder);
+            m_dLater.push_back(ToAdd);
+            errno = ENOENT;
+            return -1;
+        }
+        if (iError == EEXIST)
+        {
+            Relocate(sPath, ToAdd);
+        }
         if (iFolder < 0)
         {
-            if (errno == EEXIST)
-            {
-                Relocate(sPath, ToAdd);
-                errno = EEXIST;
-            }
+            errno = iError;
             return -1;
         }
         m_dFolders[iFolder].sName = ToAdd.sName;
-        bRoot ? void(m_iRoot = iFolder) : void(Place(iFolder, ToAdd.iParent, ToAdd.sName));
+        if (!bRoot)
+        {
+            Place(iFolder, ToAdd.iParent, ToAdd.sName);
+        }
         return iFolder;
+    }
+
+    // Whether a folder's path, which events of the past have made, still leads to it.
+    bool FolderWatch_c::Tree_c::IsWhereItWas(int iFolder)
+    {
+        return m_bStarting || NumberOf(PathOf(iFolder)) == iFolder;
     }
 
     // A folder that is watched already was met by this path. If that is not by another link, then it was moved here, of
@@ -373,10 +400,16 @@ namespace plat
     void FolderWatch_c::Tree_c::Relocate(std::string const & sPath, ToAdd_s const & ToAdd)
     {
         int const iKnown = NumberOf(sPath);
-        if (iKnown >= 0 && NumberOf(PathOf(iKnown)) != iKnown)
+        if (iKnown < 0)
+        {
+            return;
+        }
+        auto const nDetached =
+            std::erase_if(m_dDetached, [iKnown](Detached_s const & Detached) { return Detached.iFolder == iKnown; });
+        if (nDetached > 0 || NumberOf(PathOf(iKnown)) != iKnown)
         {
             Unlink(iKnown);
-            Place(iKnown, ToAdd.iParent, ToAdd.sName);
+            m_bLost = !Place(iKnown, ToAdd.iParent, ToAdd.sName) || m_bLost;
         }
     }
 
@@ -392,14 +425,6 @@ namespace plat
         return -1;
     }
 
-    // Whether each folder is where it is taken to be. Events tell of the past, so while folders are moved about a path
-    // may lead astray.
-    bool FolderWatch_c::Tree_c::IsSound()
-    {
-        return std::all_of(m_dFolders.begin(), m_dFolders.end(),
-            [this](auto const & Entry) { return NumberOf(PathOf(Entry.first)) == Entry.first; });
-    }
-
     bool FolderWatch_c::Tree_c::IsBelow(int iFolder, int iTop) const
     {
         while (iFolder != iTop && iFolder != NO_FOLDER)
@@ -410,10 +435,9 @@ namespace plat
     }
 
     // Puts a folder without a parent into one, in the place of what had the name there. False if the parent lies below
-    // it: events came in another order than the paths led to, and IsSound will tell.
+    // it, by a link that moved along: nothing leads to either any more.
     bool FolderWatch_c::Tree_c::Place(int iFolder, int iParent, std::string const & sName)
     {
-        m_bMoved = true;
         if (IsBelow(iParent, iFolder))
         {
             return false;
@@ -430,13 +454,18 @@ namespace plat
     }
 
     // Takes down the names in a folder that is watched by now, so that nothing falls between the two.
-    void FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
+    // False if another folder has its path by now.
+    bool FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
         std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {
         Descriptor_c const Open(open(PathOf(iFolder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!IsWhereItWas(iFolder))
+        {
+            return false;
+        }
         if (!Open.IsOpen())
         {
-            return;
+            return true;
         }
         Folder_s & Folder = m_dFolders[iFolder];
         FolderReader_c Reader(Open.Get());
@@ -449,7 +478,7 @@ namespace plat
             }
             if (pEntry->d_type == DT_DIR || (bLink && IsFolder(Open.Get(), pEntry->d_name)))
             {
-                (bLink ? dLinks : dFolders).push_back({ iFolder, pEntry->d_name });
+                (bLink ? dLinks : dFolders).push_back({ iFolder, pEntry->d_name, eAppeared });
                 continue;
             }
             File_s & File = Folder.dFiles[pEntry->d_name];
@@ -459,6 +488,7 @@ namespace plat
                 m_dChanges.push_back({ iFolder, pEntry->d_name });
             }
         }
+        return true;
     }
 
     // Ends the watches of a folder and of all below it.
@@ -538,9 +568,9 @@ namespace plat
             Unlink(Event.wd);
             RemoveTree(Event.wd);
         }
-        else if (Event.len == 0 || std::strchr(Event.name, '\\') != nullptr || !IsBelow(Event.wd, m_iRoot))
+        else if (Event.len == 0 || std::strchr(Event.name, '\\') != nullptr)
         {
-            return;   // the last one is of a folder that was moved out of the tree
+            return;
         }
         else if ((Event.mask & (IN_CREATE | IN_MOVED_TO)) != 0)
         {
@@ -565,7 +595,7 @@ namespace plat
         bool const bMade = (Event.mask & IN_CREATE) != 0;
         if ((Event.mask & IN_ISDIR) != 0)
         {
-            AddTree(iFolder, Event.name, bMade ? Appeared_e::Now : Appeared_e::Before);
+            AddTree({ iFolder, Event.name, bMade ? Appeared_e::Now : Appeared_e::Before });
             return;
         }
         auto const [itFile, bNew] = Folder.dFiles.try_emplace(Event.name);
@@ -603,7 +633,6 @@ namespace plat
             return;
         }
         int const iGone = itFolder->second;
-        m_bMoved = true;
         Unlink(iGone);
         if ((Event.mask & IN_MOVED_FROM) != 0)
         {

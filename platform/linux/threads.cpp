@@ -52,13 +52,13 @@ namespace plat
 
     void ThreadAtEnd(void (*fnEnd)())
     {
-        static pthread_key_t const s_Key = []
+        static pthread_key_t s_Key;
+        static bool const s_bKey =
+            ::pthread_key_create(&s_Key, [](void * pEnd) { reinterpret_cast<void (*)()>(pEnd)(); }) == 0;
+        if (s_bKey)
         {
-            pthread_key_t Key = {};
-            ::pthread_key_create(&Key, [](void * pEnd) { reinterpret_cast<void (*)()>(pEnd)(); });
-            return Key;
-        }();
-        ::pthread_setspecific(s_Key, reinterpret_cast<void *>(fnEnd));
+            ::pthread_setspecific(s_Key, reinterpret_cast<void *>(fnEnd));
+        }
     }
 
     bool Thread_c::Start(void (*fnRun)(void *), void * pContext)
