@@ -16,7 +16,4 @@ namespace plat
     ZQ_API DebugOutput_t DebugOutputSet(DebugOutput_t fnReceiver);
 
     bool DebuggerIsPresent();
-
-    /// A breakpoint trap here. Without a debugger it is a crash with the breakpoint's code, which ends the process.
-    void DebuggerBreak();
 }

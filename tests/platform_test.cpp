@@ -129,7 +129,7 @@ TEST(PlatformDebugger, SeesATracerAndBreaksIntoIt)
         bool const bAllowed = ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0;
         bool const bTraced = plat::DebuggerIsPresent();
         signal(SIGTRAP, SIG_DFL);
-        plat::DebuggerBreak();   // untraced, the end
+        ZQ_BREAK();   // untraced, the end
         _exit(bAllowed && !bBefore && bTraced ? 3 : 4);
     }
     int iStatus = 0;

@@ -49,7 +49,7 @@ namespace
     [[noreturn]] void Crash()
     {
         MemoryAbort();
-        plat::DebuggerBreak();
+        ZQ_BREAK();
         std::exit(1);
     }
 
@@ -120,7 +120,7 @@ namespace
         g_ExecutionCallbacker.Fire(true, false);
         if (Is(iAnswer, plat::DialogAnswer_e::Retry))
         {
-            plat::DebuggerBreak();
+            ZQ_BREAK();
         }
         else if (Is(iAnswer, plat::DialogAnswer_e::Abort))
         {
@@ -206,7 +206,7 @@ void Achtung(char const * fmt, ...)
         g_pAppWindow, szText, "ACHTUNG!", MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
     if (Is(iAnswer, plat::DialogAnswer_e::Yes))
     {
-        plat::DebuggerBreak();
+        ZQ_BREAK();
     }
     else if (Is(iAnswer, plat::DialogAnswer_e::Cancel))
     {
@@ -238,7 +238,7 @@ void Abort(char const * fmt, ...)
     g_ExecutionCallbacker.Fire(true, false);
     if (Is(iAnswer, plat::DialogAnswer_e::Cancel))
     {
-        plat::DebuggerBreak();
+        ZQ_BREAK();
     }
     Crash();
 }
@@ -322,7 +322,7 @@ int DebugMessages_c::BreakIfWanted(int iAnswer)
 {
     if (Is(iAnswer, plat::DialogAnswer_e::Ok) || Is(iAnswer, plat::DialogAnswer_e::Yes))
     {
-        plat::DebuggerBreak();
+        ZQ_BREAK();
     }
     return iAnswer;
 }

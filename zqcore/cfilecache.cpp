@@ -206,9 +206,10 @@ namespace
                 Folder_t const * const pFolder = g_sPaths.FindByName(*pFile->pPath);
                 pFile->pPath = pFolder ? pFolder : AddFolder(*pFile->pPath);
             }
-            if (Folder_t const * const pFolder = g_sPaths.FindByName(*m_pCache->pPath))
+            if (Folder_t const * const pOld = m_pCache->pPath)
             {
-                m_pCache->pPath = pFolder;
+                Folder_t const * const pFolder = g_sPaths.FindByName(*pOld);
+                m_pCache->pPath = pFolder ? pFolder : pOld;
             }
             for (Folder_t * pFolder : m_dFolders)
             {

@@ -23,10 +23,10 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// version, too few or too many bytes, a text that does not fit its check sum, two entries of one name, a file without
 /// its folder.
 ///
-/// Files that were registered before stay, with their folders. One that the cache lists too keeps its object; if the
-/// cache has its name in another folder, that is a duplicate, which ends in Abort. A folder that g_sPaths does not take
-/// is logged and its files have no folder, as in a scan; one whose path has become too long is logged and left out with
-/// its files.
+/// Files that were registered before stay, with their folders, but for the cache's own folder. One that the cache lists
+/// too keeps its object; if the cache has its name in another folder, that is a duplicate, which ends in Abort. A
+/// folder that g_sPaths does not take is logged and its files have no folder, as in a scan; one whose path has become
+/// too long is logged and left out with its files.
 ZQ_API bool FilesystemCacheLoad();
 
 /// Writes the folders and files below the media root, all but a file of the bare name of sFile. The new cache is made

@@ -40,9 +40,4 @@ namespace plat
         char const * const szTracer = std::strstr(szStatus, TRACER);
         return szTracer != nullptr && szTracer[sizeof(TRACER) - 1] != '0';
     }
-
-    void DebuggerBreak()
-    {
-        ZQ_BREAK();
-    }
 }

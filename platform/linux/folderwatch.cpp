@@ -367,7 +367,10 @@ namespace plat
         int const iError = iFolder < 0 ? errno : 0;
         if (!bRoot && !IsWhereItWas(ToAdd.iParent))
         {
-            inotify_rm_watch(m_Queue.Get(), iFolder);
+            if (iFolder >= 0)
+            {
+                inotify_rm_watch(m_Queue.Get(), iFolder);
+            }
             m_dLater.push_back(ToAdd);
             errno = ENOENT;
             return -1;

@@ -110,12 +110,12 @@ namespace plat
             return itFolder != g_pRecord->end() ? itFolder->second : (*g_pRecord)[std::string(Folder.Get())];
         }
 
-        // Records a folder that had to be read: the next name that is asked for is then known.
-        void RecordFolder(char const * szFolder, FolderKey_c const & Key)
+        // Records a folder that had to be read: the next name that is asked for is then known. It is read again, as
+        // most folders that are searched hold no such name, and then the heap is left alone.
+        void RecordFolder(int iFolder, FolderKey_c const & Key)
         {
-            Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
             std::vector<std::string> dRead;
-            if (!Folder.IsOpen() || !ReadNames(Folder.Get(), dRead))
+            if (lseek(iFolder, 0, SEEK_SET) != 0 || !ReadNames(iFolder, dRead))
             {
                 return;
             }
@@ -140,15 +140,10 @@ namespace plat
 
         // Writes the first entry, in the order of listings, whose folded name is that of szName over it; false if there
         // is none.
-        bool FindInFolder(char const * szFolder, char * szName)
+        bool FindInFolder(int iFolder, char * szName)
         {
-            Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-            if (!Folder.IsOpen())
-            {
-                return false;
-            }
             bool bFound = false;
-            FolderReader_c Reader(Folder.Get());
+            FolderReader_c Reader(iFolder);
             while (dirent64 const * pEntry = Reader.Next())
             {
                 if (CompareFolded(pEntry->d_name, szName) == 0 && (!bFound || std::strcmp(pEntry->d_name, szName) < 0))
@@ -335,11 +330,11 @@ namespace plat
         char szName[NAME_MAX + 1];
         std::memcpy(szName, m_szPath + iBegin, nName + 1);
         m_szPath[iBegin] = 0;
-        char const * const szFolder = iBegin > 0 ? m_szPath : ".";
-        bool const bFound = FindInFolder(szFolder, szName);
+        Descriptor_c const Open(open(iBegin > 0 ? m_szPath : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        bool const bFound = Open.IsOpen() && FindInFolder(Open.Get(), szName);
         if (bFound)
         {
-            RecordFolder(szFolder, Folder);
+            RecordFolder(Open.Get(), Folder);
         }
         std::memcpy(m_szPath + iBegin, szName, nName);
         return bFound;
