@@ -26,25 +26,30 @@ namespace
     class HeldPages_c
     {
     public:
-        static std::uintptr_t PageOf(void const * pObject)
+        // The slot of the object's page, or the empty one where it would go.
+        std::uint32_t SlotOf(void const * pObject) const
         {
-            return reinterpret_cast<std::uintptr_t>(pObject) / plat::MEMORY_PAGE;
+            std::uintptr_t const iPage = PageOf(pObject);
+            std::uint32_t i = Home(iPage);
+            while (m_dSlots[i].nReferences != 0 && m_dSlots[i].iPage != iPage)
+            {
+                i = (i + 1) % SLOTS;
+            }
+            return i;
         }
 
-        bool IsHeld(void const * pObject) const { return m_dSlots[SlotOf(PageOf(pObject))].nReferences != 0; }
+        bool IsHeld(std::uint32_t iSlot) const { return m_dSlots[iSlot].nReferences != 0; }
 
         void Add(void const * pObject)
         {
-            std::uintptr_t const iPage = PageOf(pObject);
-            Slot_s & Slot = m_dSlots[SlotOf(iPage)];
-            Slot.iPage = iPage;
+            Slot_s & Slot = m_dSlots[SlotOf(pObject)];
+            Slot.iPage = PageOf(pObject);
             ++Slot.nReferences;
         }
 
-        void Remove(void const * pObject)
+        void Remove(std::uint32_t iSlot)
         {
-            std::uint32_t const iSlot = SlotOf(PageOf(pObject));
-            if (--m_dSlots[iSlot].nReferences == 0)
+            if (--m_dSlots[iSlot].nReferences == 0 && m_dSlots[(iSlot + 1) % SLOTS].nReferences != 0)
             {
                 Close(iSlot);
             }
@@ -61,21 +66,15 @@ namespace
             std::uint32_t nReferences;   // 0: the slot is empty
         };
 
+        static std::uintptr_t PageOf(void const * pObject)
+        {
+            return reinterpret_cast<std::uintptr_t>(pObject) / plat::MEMORY_PAGE;
+        }
+
         static std::uint32_t Home(std::uintptr_t iPage)
         {
             constexpr std::uint32_t GOLDEN = 2654435769u;   // 2 to the power of 32 by the golden ratio
             return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> (32 - SLOT_BITS);
-        }
-
-        // The page's slot, or the empty one where it would go.
-        std::uint32_t SlotOf(std::uintptr_t iPage) const
-        {
-            std::uint32_t i = Home(iPage);
-            while (m_dSlots[i].nReferences != 0 && m_dSlots[i].iPage != iPage)
-            {
-                i = (i + 1) % SLOTS;
-            }
-            return i;
         }
 
         // Entries behind an emptied slot move up into it, as long as that brings them no further ahead than their home.
@@ -96,17 +95,78 @@ namespace
     };
     constinit HeldPages_c g_HeldPages = {};
 
-    bool IsReadable(void const * pObject, std::size_t nBytes)
+    // Whether an object lies on one page, which is held.
+    bool IsHeld(std::uint32_t iSlot, void const * pObject, std::size_t nBytes)
     {
         std::uintptr_t const iInPage = reinterpret_cast<std::uintptr_t>(pObject) % plat::MEMORY_PAGE;
-        bool const bWithinPage = iInPage <= plat::MEMORY_PAGE - nBytes;
-        return (bWithinPage && g_HeldPages.IsHeld(pObject)) || plat::MemoryIsReadable(pObject, nBytes);
+        return g_HeldPages.IsHeld(iSlot) && iInPage <= plat::MEMORY_PAGE - nBytes;
     }
 }
 
 constinit ComDebug_t * ComObject_c::m_pEmptyList = g_dNotes;
 
+inline void ComObject_c::TakeNote(void const * pOwner, char const * sFile, int iLine) const
+{
+    ComDebug_t * const pNote = m_pEmptyList;
+    m_pEmptyList = NextFree(pNote);
+    *pNote = { m_pDebugHead, nullptr, pOwner, sFile, iLine };
+    if (m_pDebugHead)
+    {
+        m_pDebugHead->pPrev = pNote;
+    }
+    m_pDebugHead = pNote;
+    g_HeldPages.Add(this);
+}
+
+inline ComDebug_t * ComObject_c::FindNote(void const * pOwner) const
+{
+    ComDebug_t * pNote = m_pDebugHead;
+    while (pNote && pNote->pOwner != pOwner)
+    {
+        pNote = pNote->pNext;
+    }
+    return pNote;
+}
+
+inline void ComObject_c::Unchain(ComDebug_t * pNote) const
+{
+    (pNote->pPrev ? pNote->pPrev->pNext : m_pDebugHead) = pNote->pNext;
+    if (pNote->pNext)
+    {
+        pNote->pNext->pPrev = pNote->pPrev;
+    }
+    pNote->pNext = m_pEmptyList;
+    m_pEmptyList = pNote;
+}
+
+inline bool ComObject_c::LowerCount() const
+{
+    if (--iRefCount != 0)
+    {
+        return false;
+    }
+    Dispose();
+    return true;
+}
+
+// What is read may be no object at all. No member function is called on it, and no checker sees it.
+ZQ_UNCHECKED inline bool ComObject_c::IsSound(ComObject_c const * pThis, void const * pObject)
+{
+    return pObject == pThis && pThis->m_dwComSignature == COM_SIGNATURE && pThis->iRefCount > 0;
+}
+
 std::uint32_t ComObject_c::AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const
+{
+    if (pObject != this || !pOwner || m_pEmptyList == NOTES_END)
+    {
+        return AddRefRarely(pOwner, sFile, iLine, pObject);
+    }
+    TakeNote(pOwner, sFile, iLine);
+    return iRefCount++;
+}
+
+// All cases, misuse among them.
+std::uint32_t ComObject_c::AddRefRarely(void const * pOwner, char const * sFile, int iLine, void const * pObject) const
 {
     ZQ_ASSERT_TEXT(pObject == this, "pObject==this");
     ZQ_ASSERT(pOwner);
@@ -120,35 +180,46 @@ std::uint32_t ComObject_c::AddRef(void const * pOwner, char const * sFile, int i
 
 bool ComObject_c::Release(void const * pOwner, char const *, int, void const * pObject) const
 {
+    std::uint32_t const iSlot = g_HeldPages.SlotOf(this);
+    if (!IsHeld(iSlot, this, sizeof(ComObject_c)) || !IsSound(this, pObject))
+    {
+        return ReleaseRarely(pOwner, pObject);
+    }
+    ComDebug_t * const pNote = FindNote(pOwner);
+    if (!pNote)
+    {
+        return ReleaseRarely(pOwner, pObject);
+    }
+    Unchain(pNote);
+    g_HeldPages.Remove(iSlot);
+    return LowerCount();
+}
+
+// All cases, misuse among them.
+bool ComObject_c::ReleaseRarely(void const * pOwner, void const * pObject) const
+{
     if (!CanRelease(this, pObject))
     {
         return false;
     }
     if (pOwner)
     {
-        ComDebug_t * pList = m_pDebugHead;
-        while (pList && pList->pOwner != pOwner)
-        {
-            pList = pList->pNext;
-        }
+        ComDebug_t * const pList = FindNote(pOwner);
         ZQ_ASSERT(pList && "ComDebug: release failed");
         if (pList)
         {
             ReturnNote(pList);
         }
     }
-    if (--iRefCount != 0)
-    {
-        return false;
-    }
-    Dispose();
-    return true;
+    return LowerCount();
 }
 
-// Nothing is known of pThis at first. No member function is called on it, and no checker sees what is read.
+// As IsSound, of what may be no memory at all.
 ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const * pObject)
 {
-    bool const bReadable = IsReadable(pThis, sizeof(ComObject_c));
+    constexpr std::size_t BYTES = sizeof(ComObject_c);
+    bool const bReadable =
+        IsHeld(g_HeldPages.SlotOf(pThis), pThis, BYTES) || plat::MemoryIsReadable(pThis, BYTES);
     ZQ_ASSERT_TEXT(bReadable, "_CrtIsValidPointer( this, sizeof ( ComObject_c ), false )");
     ZQ_ASSERT_TEXT(pObject == pThis, "pObject == this");
     if (!bReadable || pObject != pThis)
@@ -162,29 +233,10 @@ ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const 
     return bSigned && bReferenced;
 }
 
-void ComObject_c::TakeNote(void const * pOwner, char const * sFile, int iLine) const
-{
-    ComDebug_t * const pNote = m_pEmptyList;
-    m_pEmptyList = NextFree(pNote);
-    *pNote = { m_pDebugHead, nullptr, pOwner, sFile, iLine };
-    if (m_pDebugHead)
-    {
-        m_pDebugHead->pPrev = pNote;
-    }
-    m_pDebugHead = pNote;
-    g_HeldPages.Add(this);
-}
-
 void ComObject_c::ReturnNote(ComDebug_t * pNote) const
 {
-    (pNote->pPrev ? pNote->pPrev->pNext : m_pDebugHead) = pNote->pNext;
-    if (pNote->pNext)
-    {
-        pNote->pNext->pPrev = pNote->pPrev;
-    }
-    pNote->pNext = m_pEmptyList;
-    m_pEmptyList = pNote;
-    g_HeldPages.Remove(this);
+    Unchain(pNote);
+    g_HeldPages.Remove(g_HeldPages.SlotOf(this));
 }
 
 void ComObject_c::ComDebug()

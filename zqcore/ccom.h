@@ -65,9 +65,15 @@ protected:
     virtual void Dispose() const;
 
 private:
+    ZQ_COLD std::uint32_t AddRefRarely(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
+    ZQ_COLD bool ReleaseRarely(void const * pOwner, void const * pObject) const;
+    static bool IsSound(ComObject_c const * pThis, void const * pObject);
     static bool CanRelease(ComObject_c const * pThis, void const * pObject);
+    ComDebug_t * FindNote(void const * pOwner) const;
+    bool LowerCount() const;
     void TakeNote(void const * pOwner, char const * sFile, int iLine) const;
     void ReturnNote(ComDebug_t * pNote) const;
+    void Unchain(ComDebug_t * pNote) const;
 
     std::uint32_t m_dwComSignature = COM_SIGNATURE;
     mutable ComDebug_t * m_pDebugHead = nullptr;   // references held, the newest first

@@ -95,9 +95,9 @@ inline void * GigaPoolStatic_c::Alloc(bool bArray)
 
 inline bool GigaPoolStatic_c::Free(void const * pPtr, bool bArray)
 {
-    if (!IsValid(pPtr))
+    if (!Holds(pPtr))
     {
-        return false;
+        return IsValid(pPtr);   // false, with the complaints about a pool without storage
     }
     unsigned const iElement = ElementOf(pPtr);
     if (!GiveQuickly(iElement, bArray))
