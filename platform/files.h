@@ -112,6 +112,7 @@ namespace plat
     struct FolderEntry_t
     {
         char const * szName = nullptr;   // the disk's spelling; lives as long as the listing
+        std::uint32_t nName = 0;         // characters of it
         bool bLink = false;              // reached through a link; the facts are those of its target
         bool bAscii = false;             // all bytes of the name are
         bool bReachable = true;   // false: the name holds a `\`, so that no path leads here; nothing else is told

@@ -218,8 +218,7 @@ bool ComObject_c::ReleaseRarely(void const * pOwner, void const * pObject) const
 ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const * pObject)
 {
     constexpr std::size_t BYTES = sizeof(ComObject_c);
-    bool const bReadable =
-        IsHeld(g_HeldPages.SlotOf(pThis), pThis, BYTES) || plat::MemoryIsReadable(pThis, BYTES);
+    bool const bReadable = IsHeld(g_HeldPages.SlotOf(pThis), pThis, BYTES) || plat::MemoryIsReadable(pThis, BYTES);
     ZQ_ASSERT_TEXT(bReadable, "_CrtIsValidPointer( this, sizeof ( ComObject_c ), false )");
     ZQ_ASSERT_TEXT(pObject == pThis, "pObject == this");
     if (!bReadable || pObject != pThis)

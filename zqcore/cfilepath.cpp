@@ -7,8 +7,10 @@
 
 #include "platform/text.h"
 
+#include <algorithm>
 #include <climits>
 #include <deque>
+#include <utility>
 
 constinit FileTable_t g_sFileObjects;
 constinit PathTable_t g_sPaths;
@@ -55,15 +57,17 @@ namespace
         return File.sName;
     }
 
-    constexpr int KEY_LENGTH = File_c::Key_t::Capacity() - 1;
+    constexpr std::size_t KEY_LENGTH = File_c::Key_t::Capacity() - 1;
 
     // Makes a key of a bare name. One that does not fit is cut, with a log line.
-    void MakeBareKey(char const * szName, File_c::Key_t & sKey)
+    void MakeBareKey(char const * szName, std::size_t nName, char * szKey)
     {
-        if (szName[FoldText(sKey.GetBuffer(), szName, KEY_LENGTH)])
+        std::size_t const nKey = std::min(nName, KEY_LENGTH);
+        CopyToLower(szKey, szName, nKey);
+        szKey[nKey] = '\0';
+        if (nKey < nName)
         {
-            Log("filesystem: name of %i characters is cut to %i: \"%s\"", static_cast<int>(std::strlen(szName)),
-                KEY_LENGTH, szName);
+            Log("filesystem: name of %zu characters is cut to %zu: \"%s\"", nName, KEY_LENGTH, szName);
         }
     }
 
@@ -86,8 +90,9 @@ namespace
 
         void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, String_T<256> & sSibling);
         std::size_t AddFiles(Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst);
+        void EnterWaiting();
         void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
-        bool MakeKey(Folder_s const & Folder, char const * szName, File_c::Key_t & sKey) const;
+        bool MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const;
         char const * KeyFolder(String_T<256> const & sPath) const;
         void AddEntries(String_T<256> const & sPath, plat::FolderListing_c const & Listing);
         bool WasEntered(char const * szPath);
@@ -105,6 +110,7 @@ namespace
         std::deque<plat::FolderListing_c> m_dListings;   // one a level, for its folders in turn
         std::size_t m_iLevel = 0;
         Array_T<Entered_s, 64, 0> m_dEntered;
+        FileTable_t::Entry_s m_Waiting = {};   // the file met last, on its way into the table; no object: there is none
     };
 
     FolderScan_c::FolderScan_c(bool bRecursive, bool bRelativeNames)
@@ -154,6 +160,7 @@ namespace
         {
             if (Listing.GetEntry(i).Facts.bFolder)
             {
+                EnterWaiting();
                 AddFolder(Folder, Listing.GetEntry(i), sSibling);
                 ++i;
             }
@@ -162,6 +169,7 @@ namespace
                 i += AddFiles(Folder, Listing, i);
             }
         }
+        EnterWaiting();
     }
 
     // Adds the file and those behind it whose names differ in case only; how many they are. A path in lower case opens
@@ -286,27 +294,28 @@ namespace
     }
 
     /// False, with a log line, for a name that no lookup finds and for a relative key that does not fit.
-    bool FolderScan_c::MakeKey(Folder_s const & Folder, char const * szName, File_c::Key_t & sKey) const
+    bool FolderScan_c::MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const
     {
         if (!Folder.szKeyFolder[0])
         {
-            if (szName[0] && szName[1] == ':')   // a lookup would take it for a drive
+            if (Entry.nName > 1 && Entry.szName[1] == ':')   // a lookup would take it for a drive
             {
                 Log("filesystem: skipping \"%s%s\", its name begins like a drive",
-                    static_cast<char const *>(Folder.sPath), szName);
+                    static_cast<char const *>(Folder.sPath), Entry.szName);
                 return false;
             }
-            MakeBareKey(szName, sKey);
+            MakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer());
             return true;
         }
-        sKey = Folder.szKeyFolder;
-        int const nFolder = sKey.Length();
-        if (Folder.szKeyFolder[nFolder] || szName[FoldText(sKey.GetBuffer() + nFolder, szName, KEY_LENGTH - nFolder)])
+        std::size_t const nFolder = std::strlen(Folder.szKeyFolder);
+        if (nFolder + Entry.nName > KEY_LENGTH)
         {
-            Log("filesystem: skipping \"%s%s\", its relative name takes more than %i characters",
-                static_cast<char const *>(Folder.sPath), szName, KEY_LENGTH);
+            Log("filesystem: skipping \"%s%s\", its relative name takes more than %zu characters",
+                static_cast<char const *>(Folder.sPath), Entry.szName, KEY_LENGTH);
             return false;
         }
+        std::memcpy(sKey.GetBuffer(), Folder.szKeyFolder, nFolder);
+        MakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer() + nFolder);
         return true;
     }
 
@@ -338,7 +347,7 @@ namespace
             return;
         }
         File_c * const pFile = ZQ_NEW FileOnDisk_c;
-        if (!MakeKey(Folder, Entry.szName, pFile->sName))
+        if (!MakeKey(Folder, Entry, pFile->sName))
         {
             return Discard(pFile);
         }
@@ -351,14 +360,21 @@ namespace
         pFile->iLength = static_cast<int>(static_cast<std::uint32_t>(Entry.Facts.nSize));
         pFile->ftCreationTime = Entry.Facts.tCreation;
         pFile->ftLastWriteTime = Entry.Facts.tLastWrite;
-        switch (g_sFileObjects.Add(pFile, &pFile->sName))
+        EnterWaiting();
+        m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName);
+    }
+
+    void FolderScan_c::EnterWaiting()
+    {
+        FileTable_t::Entry_s const Entry = std::exchange(m_Waiting, {});
+        switch (Entry.pObject ? g_sFileObjects.Add(Entry) : HASH_ADDED)
         {
         case HASH_ADDED:
             return;
         case HASH_PRESENT:
-            return DropDuplicate(pFile);
+            return DropDuplicate(Entry.pObject);
         default:
-            return DropOverflow(pFile);
+            return DropOverflow(Entry.pObject);
         }
     }
 
@@ -609,7 +625,7 @@ bool FileAddOneFile(char const * sFile)
     }
     File_c * const pFile = ZQ_NEW FileOnDisk_c;
     pFile->pPath = pPath;
-    MakeBareKey(szBare, pFile->sName);
+    MakeBareKey(szBare, std::strlen(szBare), pFile->sName.GetBuffer());
     int const iCount = pFile->RefOpen();
     pFile->RefClose();
     if (iCount == 0 || !AddToTable(*pFile))   // 2 for a file that stays resident

@@ -55,7 +55,10 @@ public:
 
     /// The first slot of that hash which Matches accepts, or -1.
     template <typename MATCHES>
-    int Find(std::uint32_t iHash, MATCHES Matches) const;
+    int Find(std::uint32_t iHash, MATCHES const & Matches) const;
+
+    /// Asks for what Find reads first.
+    void Prefetch(std::uint32_t iHash) const { ZQ_PREFETCH(&m_dEntries[iHash & MASK]); }
 
     /// Whether removed words fill so much that the index had better be built anew.
     bool IsCrowded() const { return m_nUsed > ENTRIES / 4 * 3; }
@@ -102,7 +105,19 @@ public:
 
     /// Adds an object under a name, which is kept as a pointer; a HashAdd_e. A deleted slot on the way is taken at
     /// once, so a key that stands further along the chain is not seen.
-    int Add(T * pObject, Key_t const * pName);
+    int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName)); }
+
+    /// Adding in two steps, for many names in turn: what Prepare asks of memory comes near while the caller works on.
+    struct Entry_s
+    {
+        T * pObject;
+        Key_t const * pName;
+        std::size_t nLength;
+        std::uint32_t iHash;
+        std::uint32_t iIndexHash;
+    };
+    Entry_s Prepare(T * pObject, Key_t const * pName) const;
+    int Add(Entry_s const & Entry);
 
     /// The object of that name, exact case, or null.
     T * FindByName(char const * szName) const { return FindByName(szName, std::strlen(szName)); }
@@ -128,7 +143,7 @@ private:
     Slot_s * FindAlongChain(char const * szName) const;
     Slot_s * FirstFrom(Slot_s * pSlot);
     Slot_s * FindByHash(char const * szName, std::size_t nLength, std::uint32_t iIndexHash) const;
-    void Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::size_t nLength);
+    void Store(Slot_s & Slot, Entry_s const & Entry);
     void RebuildIndex();
 
     bool IsTaken(int i) const { return (m_dTaken[i / 32] >> (i % 32)) & 1; }

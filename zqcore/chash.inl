@@ -55,7 +55,7 @@ void NameIndex_T<ENTRIES>::Remove(std::uint32_t iHash, int iSlot)
 
 template <int ENTRIES>
 template <typename MATCHES>
-int NameIndex_T<ENTRIES>::Find(std::uint32_t iHash, MATCHES Matches) const
+__attribute__((always_inline)) inline int NameIndex_T<ENTRIES>::Find(std::uint32_t iHash, MATCHES const & Matches) const
 {
     std::uint32_t const iTag = Tag(iHash);
     for (std::uint32_t i = iHash & MASK; m_dEntries[i] != FREE; i = (i + 1) & MASK)
@@ -77,19 +77,28 @@ void NameIndex_T<ENTRIES>::Reset()
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
-int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(T * pObject, Key_t const * pName)
+auto StringHash_T<T, KEYLEN, SIZE, STEP>::Prepare(T * pObject, Key_t const * pName) const -> Entry_s
 {
-    std::size_t nLength;
-    std::uint32_t const iHash = StringHashOf(*pName, nLength);
-    int const iStart = static_cast<int>(iHash) & iMask;
-    ZQ_PREFETCH(&m_dSlots[iStart]);
-    ZQ_PREFETCH(&m_dSkip[iStart]);
-    std::uint32_t const iIndexHash = NameIndexHash(*pName, nLength);
-    Slot_s const * const pPresent = m_bTwins ? FindAlongChain(*pName) : FindByHash(*pName, nLength, iIndexHash);
+    Entry_s Entry{ pObject, pName, 0, 0, 0 };
+    Entry.iHash = StringHashOf(*pName, Entry.nLength);
+    Entry.iIndexHash = NameIndexHash(*pName, Entry.nLength);
+    m_Index.Prefetch(Entry.iIndexHash);
+    int const iStart = static_cast<int>(Entry.iHash) & iMask;
+    ZQ_PREFETCH(&m_dSlots[(iStart + m_dSkip[iStart] * STEP) & iMask]);
+    return Entry;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(Entry_s const & Entry)
+{
+    char const * const szName = *Entry.pName;
+    Slot_s const * const pPresent =
+        m_bTwins ? FindAlongChain(szName) : FindByHash(szName, Entry.nLength, Entry.iIndexHash);
     if (pPresent && !m_bHoles)
     {
         return HASH_PRESENT;   // all slots ahead of it are taken
     }
+    int const iStart = static_cast<int>(Entry.iHash) & iMask;
     int i = iStart;
     int iProbe = 0;
     while (iProbe < iMaxProbes && IsTaken(i))
@@ -108,31 +117,29 @@ int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(T * pObject, Key_t const * pName)
     }
     m_bTwins = m_bTwins || pPresent;
     m_dSkip[iStart] = static_cast<std::uint16_t>(iProbe + 1);
-    Slot_s & Slot = m_dSlots[i];
-    Slot.iHash = iHash;
-    Slot.iIndexHash = iIndexHash;
-    Store(Slot, pObject, pName, nLength);
+    Store(m_dSlots[i], Entry);
     return HASH_ADDED;
 }
 
-// Both hashes stand in the slot already.
 template <typename T, int KEYLEN, int SIZE, int STEP>
-void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, T * pObject, Key_t const * pName, std::size_t nLength)
+void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, Entry_s const & Entry)
 {
     if (m_Index.IsCrowded())
     {
         RebuildIndex();
     }
     auto const iSlot = static_cast<int>(&Slot - m_dSlots);
-    m_Index.Insert(Slot.iIndexHash, iSlot);
+    m_Index.Insert(Entry.iIndexHash, iSlot);
     m_dTaken[iSlot / 32] |= 1u << (iSlot % 32);
     m_bUsed = true;
-    Slot.pObject = pObject;
-    Slot.pName = pName;
+    Slot.pObject = Entry.pObject;
+    Slot.pName = Entry.pName;
+    Slot.iHash = Entry.iHash;
+    Slot.iIndexHash = Entry.iIndexHash;
     Slot.bDeleted = false;
-    if (nLength < Slot_s::KEY_ROOM)
+    if (Entry.nLength < Slot_s::KEY_ROOM)
     {
-        std::memcpy(Slot.szKey, *pName, nLength + 1);
+        std::memcpy(Slot.szKey, *Entry.pName, Entry.nLength + 1);
     }
 }
 

@@ -125,6 +125,7 @@ namespace plat
             std::size_t nName;
             unsigned const bKinds = ScanName(pRaw->d_name, nName);
             FolderEntry_t Entry;
+            Entry.nName = static_cast<std::uint32_t>(nName);
             Entry.bAscii = (bKinds & NOT_ASCII) == 0;
             Entry.bReachable = (bKinds & BACKSLASH) == 0;
             Entry_e const eEntry = Entry.bReachable ? FactsOfEntry(iFolder, *pRaw, Entry) : Entry_e::Taken;
