@@ -1,6 +1,7 @@
 #include "zqcore/cformat_internal.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -10,14 +11,13 @@ namespace
 {
     constexpr float FIXED_LIMIT = 1e9f;   // seconds up to which a time is printed by hand
 
-    // Digits of a number that is not negative, written towards the front; where they begin.
-    char * DigitsBefore(char * pEnd, std::uint64_t n, int nAtLeast)
+    // How many of eight characters stand ahead of the first '%'.
+    std::ptrdiff_t AheadOfPercent(std::uint64_t iText)
     {
-        for (; n != 0 || nAtLeast > 0; n /= 10, --nAtLeast)
-        {
-            *--pEnd = static_cast<char>('0' + n % 10);
-        }
-        return pEnd;
+        static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
+        constexpr std::uint64_t EACH = 0x0101010101010101u;
+        std::uint64_t const iOther = iText ^ (EACH * '%');
+        return std::countr_zero((iOther - EACH) & ~iOther & (EACH * 0x80)) / 8;
     }
 
     // A buffer that takes what fits, and keeps room for the terminator.
@@ -37,10 +37,47 @@ namespace
             m_pOut += nCopy;
         }
 
+        // Puts what stands ahead of the next '%', eight characters at a time; where that is, or pEnd.
+        char const * PutLiteral(char const * pText, char const * pEnd)
+        {
+            constexpr std::ptrdiff_t WORD = sizeof(std::uint64_t);
+            while (pEnd - pText >= WORD && m_pEnd - m_pOut >= WORD)
+            {
+                std::uint64_t iText;
+                std::memcpy(&iText, pText, WORD);
+                std::memcpy(m_pOut, &iText, WORD);
+                std::ptrdiff_t const nAhead = AheadOfPercent(iText);
+                pText += nAhead;
+                m_pOut += nAhead;
+                if (nAhead < WORD)
+                {
+                    return pText;
+                }
+            }
+            for (; pText != pEnd && *pText != '%'; ++pText)
+            {
+                PutCharacter(*pText);
+            }
+            return pText;
+        }
+
+        void PutCharacter(char c)
+        {
+            if (m_pOut != m_pEnd)
+            {
+                *m_pOut++ = c;
+            }
+        }
+
         template <typename NUMBER>
         void PutNumber(NUMBER iNumber, int iBase = 10)
         {
             char szDigits[32];
+            if (auto const [pPut, eError] = std::to_chars(m_pOut, m_pEnd, iNumber, iBase); eError == std::errc())
+            {
+                m_pOut = pPut;
+                return;
+            }
             char const * const pEnd = std::to_chars(szDigits, szDigits + sizeof szDigits, iNumber, iBase).ptr;
             Put(szDigits, static_cast<std::size_t>(pEnd - szDigits));
         }
@@ -78,7 +115,7 @@ namespace
         case 'c':
         {
             auto const c = static_cast<char>(va_arg(Arguments.args, int));
-            Output.Put(&c, 1);
+            Output.PutCharacter(c);
             return c != '\0';
         }
         case 'i':
@@ -92,7 +129,7 @@ namespace
             Output.PutNumber(va_arg(Arguments.args, unsigned), 16);
             return true;
         case '%':
-            Output.Put("%", 1);
+            Output.PutCharacter('%');
             return true;
         case 'z':
             if (*pFormat++ == 'u')
@@ -108,16 +145,15 @@ namespace
 
     bool FormatPlain(Output_c & Output, char const * fmt, Arguments_s & Arguments)
     {
+        char const * const pEnd = fmt + std::strlen(fmt);
         for (char const * pFormat = fmt;;)
         {
-            char const * const pPercent = std::strchr(pFormat, '%');
-            std::size_t const nText = pPercent ? static_cast<std::size_t>(pPercent - pFormat) : std::strlen(pFormat);
-            Output.Put(pFormat, nText);
-            if (!pPercent)
+            pFormat = Output.PutLiteral(pFormat, pEnd);
+            if (pFormat == pEnd)
             {
                 return true;
             }
-            pFormat = pPercent + 1;
+            ++pFormat;
             if (!PutConversion(Output, pFormat, Arguments))
             {
                 return false;
@@ -153,21 +189,17 @@ std::size_t FormatLinePrefix(char * szOut, float tPassed, int iFrame)
     // to even as printf does.
     constexpr double SHIFT = 6755399441055744.0;
     auto const nMilliseconds = static_cast<std::uint64_t>(static_cast<double>(tPassed) * 1000.0 + SHIFT - SHIFT);
-    char szDigits[LINE_PREFIX_SIZE];
-    char * const pEnd = szDigits + LINE_PREFIX_SIZE;
-    char * p = pEnd;
-    *--p = '\t';
-    p = DigitsBefore(p, static_cast<std::uint64_t>(iFrame), 1);
-    *--p = '\t';
-    char const * const pTimeEnd = p;
-    p = DigitsBefore(p, nMilliseconds % 1000, 3);
-    *--p = '.';
-    p = DigitsBefore(p, nMilliseconds / 1000, 1);
-    while (pTimeEnd - p < 8)
-    {
-        *--p = ' ';
-    }
-    auto const nLength = static_cast<std::size_t>(pEnd - p);
-    std::memcpy(szOut, p, nLength);
-    return nLength;
+    auto const nSeconds = static_cast<std::uint32_t>(nMilliseconds / 1000);
+    auto const nRest = static_cast<std::uint32_t>(nMilliseconds % 1000);
+    std::memcpy(szOut, "   ", 3);   // the seconds take four characters or more
+    char * const pEnd = szOut + LINE_PREFIX_SIZE;
+    char * p = std::to_chars(szOut + (nSeconds < 10) + (nSeconds < 100) + (nSeconds < 1000), pEnd, nSeconds).ptr;
+    *p++ = '.';
+    *p++ = static_cast<char>('0' + nRest / 100);
+    *p++ = static_cast<char>('0' + nRest / 10 % 10);
+    *p++ = static_cast<char>('0' + nRest % 10);
+    *p++ = '\t';
+    p = std::to_chars(p, pEnd, iFrame).ptr;
+    *p++ = '\t';
+    return static_cast<std::size_t>(p - szOut);
 }
