@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 namespace
 {
@@ -207,17 +208,21 @@ void GigaPoolStatic_c::Unchain(int & list, int link)
     }
 }
 
-constinit GigaChunkMap_c::Slot_s GigaChunkMap_c::s_dNoSlots[NO_SLOTS] = {};
+constinit GigaChunk_s GigaChunkMap_c::s_NoChunk;
+constinit GigaChunkMap_c::Slot_s GigaChunkMap_c::s_dNoSlots[NO_SLOTS] = {
+    { 0, NO_BOUNDARY, &s_NoChunk, &s_NoChunk },
+    { 0, NO_BOUNDARY, &s_NoChunk, &s_NoChunk },
+};
 
 void GigaChunkMap_c::Add(GigaChunk_s * pChunk)
 {
-    ForEachPage(pChunk->Pool.m_pData, pChunk->Pool.m_nDataBytes, [=, this](std::uintptr_t i) { AddPage(i, pChunk); });
+    ForEachPage(*pChunk, [=, this](std::uintptr_t iPage) { AddPage(iPage, pChunk); });
 }
 
 void GigaChunkMap_c::Remove(GigaChunk_s * pChunk)
 {
-    ForEachPage(
-        pChunk->Pool.m_pData, pChunk->Pool.m_nDataBytes, [=, this](std::uintptr_t i) { RemovePage(i, pChunk); });
+    m_pLast = m_pLast == pChunk ? &s_NoChunk : m_pLast;
+    ForEachPage(*pChunk, [=, this](std::uintptr_t iPage) { RemovePage(iPage, pChunk); });
     if (m_nUsed == 0)
     {
         Reset();
@@ -225,10 +230,10 @@ void GigaChunkMap_c::Remove(GigaChunk_s * pChunk)
 }
 
 template <typename CALL>
-void GigaChunkMap_c::ForEachPage(void const * pFirst, std::size_t nBytes, CALL Call)
+void GigaChunkMap_c::ForEachPage(GigaChunk_s const & Chunk, CALL Call)
 {
-    auto const iFirst = reinterpret_cast<std::uintptr_t>(pFirst);
-    std::uintptr_t const iLastPage = (iFirst + nBytes - 1) >> PAGE_BITS;
+    auto const iFirst = reinterpret_cast<std::uintptr_t>(Chunk.Pool.m_pData);
+    std::uintptr_t const iLastPage = (iFirst + Chunk.Pool.m_nDataBytes - 1) >> PAGE_BITS;
     for (std::uintptr_t iPage = iFirst >> PAGE_BITS; iPage <= iLastPage; ++iPage)
     {
         Call(iPage);
@@ -246,40 +251,77 @@ void GigaChunkMap_c::Reset()
     }
 }
 
+// The page's slot, or the free one where it would go.
+std::uint32_t GigaChunkMap_c::SlotOf(std::uintptr_t iPage) const
+{
+    std::uint32_t i = Home(iPage);
+    while (!m_pSlots[i].IsFree() && m_pSlots[i].iPage != iPage)
+    {
+        i = (i + 1) & (m_nSlots - 1);
+    }
+    return i;
+}
+
+GigaChunk_s * GigaChunkMap_c::FindInSlots(void const * pPtr) const
+{
+    auto const iAddress = reinterpret_cast<std::uintptr_t>(pPtr);
+    GigaChunk_s * const pChunk = m_pSlots[SlotOf(iAddress >> PAGE_BITS)].At(iAddress);
+    return pChunk->Pool.Holds(pPtr) ? pChunk : nullptr;
+}
+
 void GigaChunkMap_c::AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk)
 {
     if ((m_nUsed + 1) * 4 > m_nSlots)
     {
         Grow();
     }
-    std::uint32_t i = Home(iPage);
-    while (m_pSlots[i].pChunk)
+    Slot_s & Slot = m_pSlots[SlotOf(iPage)];
+    m_nUsed += Slot.IsFree();
+    Slot.iPage = iPage;
+    auto const iFirst = reinterpret_cast<std::uintptr_t>(pChunk->Pool.m_pData);
+    if (iFirst >> PAGE_BITS == iPage)
     {
-        i = (i + 1) & (m_nSlots - 1);
+        Slot.iBoundary = iFirst;
+        Slot.pAbove = pChunk;
     }
-    m_pSlots[i] = { iPage, pChunk };
-    ++m_nUsed;
+    else
+    {
+        Slot.pBelow = pChunk;
+    }
 }
 
-// Entries behind the gap move up into it, as long as that brings them no further ahead than their home.
 void GigaChunkMap_c::RemovePage(std::uintptr_t iPage, GigaChunk_s * pChunk)
 {
-    std::uint32_t const nMask = m_nSlots - 1;
-    std::uint32_t iGap = Home(iPage);
-    while (m_pSlots[iGap].pChunk != pChunk || m_pSlots[iGap].iPage != iPage)
+    std::uint32_t const iSlot = SlotOf(iPage);
+    Slot_s & Slot = m_pSlots[iSlot];
+    if (Slot.pAbove == pChunk)
     {
-        iGap = (iGap + 1) & nMask;
+        Slot.iBoundary = NO_BOUNDARY;
+        Slot.pAbove = &s_NoChunk;
     }
-    for (std::uint32_t i = (iGap + 1) & nMask; m_pSlots[i].pChunk; i = (i + 1) & nMask)
+    else
+    {
+        Slot.pBelow = &s_NoChunk;
+    }
+    if (Slot.IsFree())
+    {
+        --m_nUsed;
+        Close(iSlot);
+    }
+}
+
+// Entries behind a slot that was freed move up into it, as long as that brings them no further ahead than their home.
+void GigaChunkMap_c::Close(std::uint32_t iGap)
+{
+    std::uint32_t const nMask = m_nSlots - 1;
+    for (std::uint32_t i = (iGap + 1) & nMask; !m_pSlots[i].IsFree(); i = (i + 1) & nMask)
     {
         if (((i - Home(m_pSlots[i].iPage)) & nMask) >= ((i - iGap) & nMask))
         {
-            m_pSlots[iGap] = m_pSlots[i];
+            std::swap(m_pSlots[iGap], m_pSlots[i]);
             iGap = i;
         }
     }
-    m_pSlots[iGap].pChunk = nullptr;
-    --m_nUsed;
 }
 
 void GigaChunkMap_c::Grow()
@@ -288,14 +330,14 @@ void GigaChunkMap_c::Grow()
     Slot_s * const pOld = m_pSlots;
     std::uint32_t const nOld = m_nSlots;
     m_nSlots = std::max(nOld * 2, FIRST_SLOTS);
-    m_nUsed = 0;
     m_iHashShift = 33 - static_cast<int>(std::bit_width(m_nSlots));
-    m_pSlots = ZQ_NEW Slot_s[m_nSlots]();
+    m_pSlots = ZQ_NEW Slot_s[m_nSlots];
+    std::fill_n(m_pSlots, m_nSlots, s_dNoSlots[0]);
     for (std::uint32_t i = 0; i < nOld; ++i)
     {
-        if (pOld[i].pChunk)
+        if (!pOld[i].IsFree())
         {
-            AddPage(pOld[i].iPage, pOld[i].pChunk);
+            m_pSlots[SlotOf(pOld[i].iPage)] = pOld[i];
         }
     }
     if (pOld != s_dNoSlots)

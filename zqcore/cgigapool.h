@@ -109,7 +109,8 @@ private:
 struct GigaChunk_s;
 class GigaPoolResizeable_c;
 
-/// Finds the chunk of an address in constant time: a hash of the pages on which chunks lie.
+/// Finds the chunk of an address in constant time: the one that was found last, or a hash of the pages on which chunks
+/// lie.
 class ZQ_API GigaChunkMap_c
 {
 public:
@@ -128,25 +129,38 @@ public:
     GigaChunk_s * Find(void const * pPtr) const;
 
 private:
-    static constexpr int PAGE_BITS = 17;   // 128 KB; no chunk is smaller, so few share a page
+    // 128 KB. No chunk is smaller, so a page holds parts of two at most.
+    static constexpr int PAGE_BITS = 17;
 
+    // What lies on a page: a chunk ahead of a boundary and one from there on; s_NoChunk for none.
     struct Slot_s
     {
         std::uintptr_t iPage;
-        GigaChunk_s * pChunk;   // null: the slot is empty
+        std::uintptr_t iBoundary;
+        GigaChunk_s * pBelow;
+        GigaChunk_s * pAbove;
+
+        bool IsFree() const { return pBelow == &s_NoChunk && pAbove == &s_NoChunk; }
+        GigaChunk_s * At(std::uintptr_t iAddress) const;
     };
 
     std::uint32_t Home(std::uintptr_t iPage) const;
+    std::uint32_t SlotOf(std::uintptr_t iPage) const;
+    GigaChunk_s * FindInSlots(void const * pPtr) const;
     template <typename CALL>
-    static void ForEachPage(void const * pFirst, std::size_t nBytes, CALL Call);
+    static void ForEachPage(GigaChunk_s const & Chunk, CALL Call);
     void AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk);
     void RemovePage(std::uintptr_t iPage, GigaChunk_s * pChunk);
+    void Close(std::uint32_t iGap);
     void Grow();
     void Reset();
 
     static constexpr std::uint32_t NO_SLOTS = 2;
-    static Slot_s s_dNoSlots[NO_SLOTS];   // of a map without chunks; they stay empty
+    static constexpr std::uintptr_t NO_BOUNDARY = UINTPTR_MAX;
+    static GigaChunk_s s_NoChunk;         // holds no address
+    static Slot_s s_dNoSlots[NO_SLOTS];   // of a map without chunks; they stay free
 
+    mutable GigaChunk_s * m_pLast = &s_NoChunk;   // was found last
     Slot_s * m_pSlots = s_dNoSlots;
     std::uint32_t m_nSlots = NO_SLOTS;   // a power of 2
     std::uint32_t m_nUsed = 0;           // at most a quarter of them

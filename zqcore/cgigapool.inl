@@ -121,21 +121,28 @@ inline std::uint32_t GigaChunkMap_c::Home(std::uintptr_t iPage) const
     return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> m_iHashShift;
 }
 
+// Both are read, so that no branch is left to be guessed.
+inline GigaChunk_s * GigaChunkMap_c::Slot_s::At(std::uintptr_t iAddress) const
+{
+    GigaChunk_s * const pFirst = pBelow;
+    GigaChunk_s * const pSecond = pAbove;
+    return iAddress < iBoundary ? pFirst : pSecond;
+}
+
 inline GigaChunk_s * GigaChunkMap_c::Find(void const * pPtr) const
 {
-    std::uintptr_t const iPage = reinterpret_cast<std::uintptr_t>(pPtr) >> PAGE_BITS;
-    for (std::uint32_t i = Home(iPage);; i = (i + 1) & (m_nSlots - 1))
+    if (m_pLast->Pool.Holds(pPtr))
     {
-        Slot_s const & Slot = m_pSlots[i];
-        if (!Slot.pChunk)
-        {
-            return nullptr;
-        }
-        if (Slot.pChunk->Pool.Holds(pPtr))
-        {
-            return Slot.pChunk;
-        }
+        return m_pLast;
     }
+    auto const iAddress = reinterpret_cast<std::uintptr_t>(pPtr);
+    GigaChunk_s * const pChunk = m_pSlots[Home(iAddress >> PAGE_BITS)].At(iAddress);
+    if (!pChunk->Pool.Holds(pPtr))
+    {
+        return FindInSlots(pPtr);
+    }
+    m_pLast = pChunk;
+    return pChunk;
 }
 
 inline void * GigaPoolResizeable_c::Alloc(bool bArray)
