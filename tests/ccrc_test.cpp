@@ -80,6 +80,7 @@ TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
     for (auto const & [szKernel, fnCrc, nMin] :
         Rows_t<char const *, Crc32Kernel_t, std::size_t>{ { "public", Public, 0 }, { "tables", Crc32Tables, 0 },
             { "pclmul", Crc32FindKernels().fnPclmul, CRC32_KERNEL_MIN },
+            { "pairs", Crc32FindKernels().fnPairs, CRC32_KERNEL_MIN },
             { "vpclmul", Crc32FindKernels().fnVpclmul, CRC32_KERNEL_MIN } })
     {
         for (std::size_t n = fnCrc ? nMin : SIZE_MAX; n <= 605; ++n)

@@ -85,8 +85,11 @@ namespace
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)
     {
         Crc32Kernels_t const Kernels = Crc32FindKernels();
-        Crc32Kernel_t const fnPlain = Kernels.fnPclmul != nullptr ? Kernels.fnPclmul : Crc32Tables;
-        Crc32Kernel_t const fnKernel = Kernels.fnVpclmul != nullptr ? Kernels.fnVpclmul : fnPlain;
+        Crc32Kernel_t fnKernel = Crc32Tables;
+        for (Crc32Kernel_t const fnBetter : { Kernels.fnPclmul, Kernels.fnPairs, Kernels.fnVpclmul })
+        {
+            fnKernel = fnBetter != nullptr ? fnBetter : fnKernel;
+        }
         s_fnKernel.store(fnKernel, std::memory_order_relaxed);
         return fnKernel(pData, nBytes);
     }

@@ -19,6 +19,7 @@ std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes);
 struct Crc32Kernels_t
 {
     Crc32Kernel_t fnPclmul;    // PCLMULQDQ, 16 bytes a step
+    Crc32Kernel_t fnPairs;     // VPCLMULQDQ with AVX2, 32 bytes a step
     Crc32Kernel_t fnVpclmul;   // VPCLMULQDQ with AVX-512, 64 bytes a step
 };
 Crc32Kernels_t Crc32FindKernels();

@@ -10,6 +10,7 @@
     #include <immintrin.h>
 
     #define ZQ_TARGET_PCLMUL __attribute__((target("pclmul,sse4.1")))
+    #define ZQ_TARGET_PAIRS __attribute__((target("pclmul,sse4.1,avx2,vpclmulqdq")))
     #define ZQ_TARGET_VPCLMUL __attribute__((target("pclmul,sse4.1,avx512f,avx512vl,vpclmulqdq")))
 
 namespace
@@ -127,6 +128,57 @@ namespace
         return Finish(Fold(Fold(Block, By1, Block1), By2, Fold(Block2, By1, Block3)), pData, nBytes);
     }
 
+    ZQ_TARGET_PAIRS inline __m256i LoadPair(unsigned char const * pData)
+    {
+        return _mm256_loadu_si256(reinterpret_cast<__m256i const *>(pData));
+    }
+
+    // Fold for two blocks side by side.
+    ZQ_TARGET_PAIRS inline __m256i FoldPair(__m256i Blocks, __m256i Factors, __m256i Next)
+    {
+        __m256i const First = _mm256_clmulepi64_epi128(Blocks, Factors, 0x00);
+        __m256i const Second = _mm256_clmulepi64_epi128(Blocks, Factors, 0x11);
+        return _mm256_xor_si256(_mm256_xor_si256(First, Next), Second);
+    }
+
+    // The same distance for both blocks.
+    ZQ_TARGET_PAIRS inline __m256i FactorsPair(std::int64_t nFar, std::int64_t nNear)
+    {
+        return _mm256_set_epi64x(nNear, nFar, nNear, nFar);
+    }
+
+    constexpr std::size_t PAIRS_MIN = 256;   // from here on pairs of blocks pay
+
+    ZQ_TARGET_PAIRS std::uint32_t Crc32Pairs(unsigned char const * pData, std::size_t nBytes)
+    {
+        if (nBytes < PAIRS_MIN)
+        {
+            return Crc32Pclmul(pData, nBytes);
+        }
+        __m256i const By4 = FactorsPair(FAR_FACTOR<4 * 256>, NEAR_FACTOR<4 * 256>);
+        __m256i const By1 = FactorsPair(FAR_FACTOR<256>, NEAR_FACTOR<256>);
+        __m256i Blocks0 = _mm256_xor_si256(LoadPair(pData), _mm256_zextsi128_si256(_mm_cvtsi32_si128(-1)));
+        __m256i Blocks1 = LoadPair(pData + 32);
+        __m256i Blocks2 = LoadPair(pData + 64);
+        __m256i Blocks3 = LoadPair(pData + 96);
+        for (pData += 128, nBytes -= 128; nBytes >= 128; pData += 128, nBytes -= 128)
+        {
+            Blocks0 = FoldPair(Blocks0, By4, LoadPair(pData));
+            Blocks1 = FoldPair(Blocks1, By4, LoadPair(pData + 32));
+            Blocks2 = FoldPair(Blocks2, By4, LoadPair(pData + 64));
+            Blocks3 = FoldPair(Blocks3, By4, LoadPair(pData + 96));
+        }
+        __m256i const By2 = FactorsPair(FAR_FACTOR<2 * 256>, NEAR_FACTOR<2 * 256>);
+        Blocks0 = FoldPair(FoldPair(Blocks0, By1, Blocks1), By2, FoldPair(Blocks2, By1, Blocks3));
+        for (; nBytes >= 32; pData += 32, nBytes -= 32)
+        {
+            Blocks0 = FoldPair(Blocks0, By1, LoadPair(pData));
+        }
+        __m128i const ToNext = _mm_set_epi64x(NEAR_FACTOR<128>, FAR_FACTOR<128>);
+        __m128i const Block = Fold(_mm256_castsi256_si128(Blocks0), ToNext, _mm256_extracti128_si256(Blocks0, 1));
+        return Finish(Block, pData, nBytes);
+    }
+
     ZQ_TARGET_VPCLMUL inline __m512i LoadWide(unsigned char const * pData)
     {
         return _mm512_loadu_si512(pData);
@@ -194,16 +246,16 @@ Crc32Kernels_t Crc32FindKernels()
 {
     __builtin_cpu_init();   // constructors may not have run yet
     bool const bPclmul = __builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("sse4.1") != 0;
-    bool const bVpclmul = bPclmul && __builtin_cpu_supports("vpclmulqdq") != 0 && __builtin_cpu_supports("avx512f") != 0
-                          && __builtin_cpu_supports("avx512vl") != 0;
-    return { bPclmul ? Crc32Pclmul : nullptr, bVpclmul ? Crc32Vpclmul : nullptr };
+    bool const bPairs = bPclmul && __builtin_cpu_supports("vpclmulqdq") != 0 && __builtin_cpu_supports("avx2") != 0;
+    bool const bVpclmul = bPairs && __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512vl") != 0;
+    return { bPclmul ? Crc32Pclmul : nullptr, bPairs ? Crc32Pairs : nullptr, bVpclmul ? Crc32Vpclmul : nullptr };
 }
 
 #else
 
 Crc32Kernels_t Crc32FindKernels()
 {
-    return { nullptr, nullptr };
+    return {};
 }
 
 #endif
