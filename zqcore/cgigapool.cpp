@@ -221,12 +221,18 @@ void GigaChunkMap_c::Add(GigaChunk_s * pChunk)
 
 void GigaChunkMap_c::Remove(GigaChunk_s * pChunk)
 {
-    m_pLast = m_pLast == pChunk ? &s_NoChunk : m_pLast;
+    m_pExpected = m_pSample = &s_NoChunk;
     ForEachPage(*pChunk, [=, this](std::uintptr_t iPage) { RemovePage(iPage, pChunk); });
     if (m_nUsed == 0)
     {
         Reset();
     }
+}
+
+void GigaChunkMap_c::Sample(GigaChunk_s * pChunk)
+{
+    m_pExpected = pChunk == m_pSample ? pChunk : &s_NoChunk;
+    m_pSample = pChunk;
 }
 
 template <typename CALL>
@@ -408,6 +414,7 @@ bool GigaPoolResizeable_c::FreeRarely(GigaChunk_s * pChunk, unsigned iElement, b
     {
         return false;   // the spare
     }
+    m_pMap->Sample(pChunk);
     bool const bResult = pChunk->Pool.FreeRarely(iElement, bArray);
     int const nAfter = pChunk->Pool.WaterMark();
     m_iWaterMark -= nBefore - nAfter;

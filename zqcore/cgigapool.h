@@ -109,8 +109,8 @@ private:
 struct GigaChunk_s;
 class GigaPoolResizeable_c;
 
-/// Finds the chunk of an address in constant time: the one that was found last, or a hash of the pages on which chunks
-/// lie.
+/// Finds the chunk of an address in constant time: looks at the one that is expected, then at a hash of the pages on
+/// which chunks lie.
 class ZQ_API GigaChunkMap_c
 {
 public:
@@ -124,6 +124,9 @@ public:
 
     /// Takes a chunk out.
     void Remove(GigaChunk_s * pChunk);
+
+    /// A sample of the chunks that are looked for: one that comes twice in a row is expected from there on.
+    void Sample(GigaChunk_s * pChunk);
 
     /// The chunk whose storage holds the address, a spare one included; or null.
     GigaChunk_s * Find(void const * pPtr) const;
@@ -160,7 +163,8 @@ private:
     static GigaChunk_s s_NoChunk;         // holds no address
     static Slot_s s_dNoSlots[NO_SLOTS];   // of a map without chunks; they stay free
 
-    mutable GigaChunk_s * m_pLast = &s_NoChunk;   // was found last
+    GigaChunk_s * m_pExpected = &s_NoChunk;
+    GigaChunk_s * m_pSample = &s_NoChunk;   // the last one
     Slot_s * m_pSlots = s_dNoSlots;
     std::uint32_t m_nSlots = NO_SLOTS;   // a power of 2
     std::uint32_t m_nUsed = 0;           // at most a quarter of them

@@ -131,18 +131,13 @@ inline GigaChunk_s * GigaChunkMap_c::Slot_s::At(std::uintptr_t iAddress) const
 
 inline GigaChunk_s * GigaChunkMap_c::Find(void const * pPtr) const
 {
-    if (m_pLast->Pool.Holds(pPtr))
+    if (m_pExpected->Pool.Holds(pPtr))
     {
-        return m_pLast;
+        return m_pExpected;
     }
     auto const iAddress = reinterpret_cast<std::uintptr_t>(pPtr);
     GigaChunk_s * const pChunk = m_pSlots[Home(iAddress >> PAGE_BITS)].At(iAddress);
-    if (!pChunk->Pool.Holds(pPtr))
-    {
-        return FindInSlots(pPtr);
-    }
-    m_pLast = pChunk;
-    return pChunk;
+    return pChunk->Pool.Holds(pPtr) ? pChunk : FindInSlots(pPtr);
 }
 
 inline void * GigaPoolResizeable_c::Alloc(bool bArray)
