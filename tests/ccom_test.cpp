@@ -147,6 +147,9 @@ TEST(ComObject, ReleaseOfWhatIsNoObjectFailsItsConditionAndTouchesNothing)
     ::munmap(pPages + PAGE, PAGE);
     auto * const pInPage = new (pPages) Pooled_c;
     COM_ADDREF(pInPage, OWNERS);
+    auto * const pEnded = new (pPages + 512) Pooled_c;
+    COM_ADDREF(pEnded, OWNERS);
+    FailedConditions([&] { pEnded->~Pooled_c(); });   // which complains of the reference
     auto * const pDead = new Object_c;
     COM_ADDREF(pDead, OWNERS);
     COM_RELEASE(pDead, OWNERS);
@@ -156,7 +159,7 @@ TEST(ComObject, ReleaseOfWhatIsNoObjectFailsItsConditionAndTouchesNothing)
             { "small", reinterpret_cast<void *>(16), UNREADABLE }, { "unmapped", pPages + PAGE, UNREADABLE },
             { "runs out of its page", pPages + PAGE - 8, UNREADABLE },
             { "beside a held object", pPages + 256, NO_SIGNATURE }, { "text", OWNERS, NO_SIGNATURE },
-            { "deleted", pDead, NO_SIGNATURE } })
+            { "deleted", pDead, NO_SIGNATURE }, { "ended while referenced", pEnded, "iRefCount > 0" } })
     {
         EXPECT_THAT(FailedConditions([p = p] { EXPECT_FALSE(ReleaseAnything(p)); }), testing::StartsWith(szCondition))
             << szWhat;

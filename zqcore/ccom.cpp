@@ -181,14 +181,14 @@ std::uint32_t ComObject_c::AddRefRarely(void const * pOwner, char const * sFile,
 bool ComObject_c::Release(void const * pOwner, char const *, int, void const * pObject) const
 {
     std::uint32_t const iSlot = g_HeldPages.SlotOf(this);
-    if (!IsHeld(iSlot, this, sizeof(ComObject_c)) || !IsSound(this, pObject))
+    if (!pOwner || !IsHeld(iSlot, this, sizeof(ComObject_c)) || !IsSound(this, pObject))
     {
-        return ReleaseRarely(pOwner, pObject);
+        return ReleaseRarely(this, pOwner, pObject);
     }
     ComDebug_t * const pNote = FindNote(pOwner);
     if (!pNote)
     {
-        return ReleaseRarely(pOwner, pObject);
+        return ReleaseRarely(this, pOwner, pObject);
     }
     Unchain(pNote);
     g_HeldPages.Remove(iSlot);
@@ -196,22 +196,22 @@ bool ComObject_c::Release(void const * pOwner, char const *, int, void const * p
 }
 
 // All cases, misuse among them.
-bool ComObject_c::ReleaseRarely(void const * pOwner, void const * pObject) const
+bool ComObject_c::ReleaseRarely(ComObject_c const * pThis, void const * pOwner, void const * pObject)
 {
-    if (!CanRelease(this, pObject))
+    if (!CanRelease(pThis, pObject))
     {
         return false;
     }
     if (pOwner)
     {
-        ComDebug_t * const pList = FindNote(pOwner);
+        ComDebug_t * const pList = pThis->FindNote(pOwner);
         ZQ_ASSERT(pList && "ComDebug: release failed");
         if (pList)
         {
-            ReturnNote(pList);
+            pThis->ReturnNote(pList);
         }
     }
-    return LowerCount();
+    return pThis->LowerCount();
 }
 
 // As IsSound, of what may be no memory at all.
@@ -290,6 +290,7 @@ ComObject_c::~ComObject_c()
     {
         ReturnNote(m_pDebugHead);
     }
+    const_cast<std::uint32_t volatile &>(iRefCount) = 0;   // for a Release of the dead object
 }
 
 void ComObject_c::Dispose() const

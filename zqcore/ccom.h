@@ -66,7 +66,7 @@ protected:
 
 private:
     ZQ_COLD std::uint32_t AddRefRarely(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
-    ZQ_COLD bool ReleaseRarely(void const * pOwner, void const * pObject) const;
+    ZQ_COLD static bool ReleaseRarely(ComObject_c const * pThis, void const * pOwner, void const * pObject);
     static bool IsSound(ComObject_c const * pThis, void const * pObject);
     static bool CanRelease(ComObject_c const * pThis, void const * pObject);
     ComDebug_t * FindNote(void const * pOwner) const;

@@ -110,7 +110,9 @@ namespace
         std::deque<plat::FolderListing_c> m_dListings;   // one a level, for its folders in turn
         std::size_t m_iLevel = 0;
         Array_T<Entered_s, 64, 0> m_dEntered;
-        FileTable_t::Entry_s m_Waiting = {};   // the file met last, on its way into the table; no object: there is none
+        FileTable_t::Entry_s
+            m_Waiting = {};   // the file met last, on its way into the table: what is said of its key comes
+                              // behind what is said of the next file itself; no object: there is none
     };
 
     FolderScan_c::FolderScan_c(bool bRecursive, bool bRelativeNames)
@@ -228,7 +230,7 @@ namespace
         {
             return;
         }
-        if (static_cast<std::size_t>(Folder.sPath.Length()) + std::strlen(Entry.szName) + 1
+        if (static_cast<std::size_t>(Folder.sPath.Length()) + Entry.nName + 1
             >= static_cast<std::size_t>(Folder.sPath.Capacity()))
         {
             Log("filesystem: skipping \"%s%s\", its path is too long", static_cast<char const *>(Folder.sPath),

@@ -27,7 +27,7 @@ namespace
     {
         constexpr std::size_t LINE = 64;
         constexpr std::size_t BEHIND = sizeof(plat::Lock_c) + LINE;
-        constexpr std::size_t AHEAD = sizeof(File_c) - BEHIND - sizeof(File_c::sRequestedName);
+        constexpr std::size_t AHEAD = sizeof(File_c) - sizeof(plat::Lock_c) - sizeof(File_c::sRequestedName);
         auto * const pRoom = static_cast<char *>(Pool().Alloc(false));
         char const * const pLater = pRoom + 2 * sizeof(FileOnDisk_c);
         for (std::size_t i = 0; i <= AHEAD; i += LINE)

@@ -18,6 +18,18 @@ namespace
         return iElements / GROUP + (iElements % GROUP != 0 ? 1 : 0);
     }
 
+    // Never destroyed: pools of objects that outlive every destructor may look at it.
+    union NoChunk_u
+    {
+        constexpr NoChunk_u()
+            : Chunk()
+        {}
+        ~NoChunk_u() {}
+
+        GigaChunk_s Chunk;
+    };
+    constinit NoChunk_u g_NoChunk;
+
     void LinkChunk(GigaChunk_s *& pList, GigaChunk_s * pChunk)
     {
         pChunk->pPrev = nullptr;
@@ -208,7 +220,7 @@ void GigaPoolStatic_c::Unchain(int & list, int link)
     }
 }
 
-constinit GigaChunk_s GigaChunkMap_c::s_NoChunk;
+constinit GigaChunk_s & GigaChunkMap_c::s_NoChunk = g_NoChunk.Chunk;
 constinit GigaChunkMap_c::Slot_s GigaChunkMap_c::s_dNoSlots[NO_SLOTS] = {
     { 0, NO_BOUNDARY, &s_NoChunk, &s_NoChunk },
     { 0, NO_BOUNDARY, &s_NoChunk, &s_NoChunk },

@@ -160,7 +160,7 @@ private:
 
     static constexpr std::uint32_t NO_SLOTS = 2;
     static constexpr std::uintptr_t NO_BOUNDARY = UINTPTR_MAX;
-    static GigaChunk_s s_NoChunk;         // holds no address
+    static GigaChunk_s & s_NoChunk;       // holds no address
     static Slot_s s_dNoSlots[NO_SLOTS];   // of a map without chunks; they stay free
 
     GigaChunk_s * m_pExpected = &s_NoChunk;

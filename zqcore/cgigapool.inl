@@ -24,8 +24,11 @@ inline bool GigaPoolStatic_c::Holds(void const * pPtr) const
 inline unsigned GigaPoolStatic_c::ElementOf(void const * pPtr) const
 {
     std::size_t const iOffset = reinterpret_cast<std::uintptr_t>(pPtr) - reinterpret_cast<std::uintptr_t>(m_pData);
-    return m_iReciprocal ? static_cast<unsigned>((iOffset * m_iReciprocal) >> RECIPROCAL_BITS)
-                         : static_cast<unsigned>(iOffset / static_cast<std::size_t>(m_iElementSize));
+    if (m_iReciprocal == 0) [[unlikely]]
+    {
+        return static_cast<unsigned>(iOffset / static_cast<std::size_t>(m_iElementSize));
+    }
+    return static_cast<unsigned>((iOffset * m_iReciprocal) >> RECIPROCAL_BITS);
 }
 
 inline std::uint8_t * GigaPoolStatic_c::ElementAt(unsigned iElement) const

@@ -55,7 +55,7 @@ void NameIndex_T<ENTRIES>::Remove(std::uint32_t iHash, int iSlot)
 
 template <int ENTRIES>
 template <typename MATCHES>
-__attribute__((always_inline)) inline int NameIndex_T<ENTRIES>::Find(std::uint32_t iHash, MATCHES const & Matches) const
+int NameIndex_T<ENTRIES>::Find(std::uint32_t iHash, MATCHES const & Matches) const
 {
     std::uint32_t const iTag = Tag(iHash);
     for (std::uint32_t i = iHash & MASK; m_dEntries[i] != FREE; i = (i + 1) & MASK)
