@@ -30,7 +30,8 @@ def peers_of(name, times):
     at = parts.index(OURS)
     for other in times:
         others = other.split("/")
-        if len(others) == len(parts) and others[at] != OURS and others[:at] + others[at + 1:] == parts[:at] + parts[at + 1:]:
+        same_work = others[:at] + others[at + 1:] == parts[:at] + parts[at + 1:]
+        if len(others) == len(parts) and others[at] != OURS and same_work:
             yield others[at], times[other]
 
 

@@ -21,8 +21,8 @@ namespace
         return s_Pool;
     }
 
-    // Objects are mostly taken one behind the other: asks for the lines of a later one that its construction will write,
-    // those ahead of the text sRequestedName and those behind it.
+    // Objects are mostly taken one behind the other: asks for the lines of a later one that its construction will
+    // write, those ahead of the text sRequestedName and those behind it.
     void * TakeRoom()
     {
         constexpr std::size_t LINE = 64;
