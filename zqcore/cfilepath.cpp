@@ -110,9 +110,10 @@ namespace
         std::deque<plat::FolderListing_c> m_dListings;   // one a level, for its folders in turn
         std::size_t m_iLevel = 0;
         Array_T<Entered_s, 64, 0> m_dEntered;
-        FileTable_t::Entry_s
-            m_Waiting = {};   // the file met last, on its way into the table: what is said of its key comes
-                              // behind what is said of the next file itself; no object: there is none
+
+        // The file met last, on its way into the table; without an object there is none. So what is said of its key
+        // comes behind what is said of the next file itself.
+        FileTable_t::Entry_s m_Waiting = {};
     };
 
     FolderScan_c::FolderScan_c(bool bRecursive, bool bRelativeNames)
