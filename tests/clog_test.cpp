@@ -82,9 +82,8 @@ TEST(LogFormat, LinePrefixIsThatOfPrintf)
                                  : static_cast<float>(iBits % 100000000) / 1024.0f;
         int const iFrame = static_cast<int>(Random()) >> (i % 32);
         char szOurs[LINE_PREFIX_SIZE] = "", szTheirs[128];
-        szOurs[FormatLinePrefix(szOurs, t, iFrame)] = '\0';
         std::snprintf(szTheirs, sizeof szTheirs, "%8.3f\t%i\t", static_cast<double>(t), iFrame);
-        ASSERT_STREQ(szOurs, szTheirs);
+        ASSERT_STREQ(FormatLinePrefix(szOurs + LINE_PREFIX_SIZE - 1, t, iFrame), szTheirs);
     }
 }
 
@@ -140,7 +139,14 @@ TEST_F(Logs, ListenersAreCalledFromTheLastAddedToTheFirst)
     EXPECT_EQ(g_pMessageLogFile, nullptr);
     LogAddCallback([](char const * szText) { g_sTrace += szText; });
     Log("still heard");
-    EXPECT_EQ(g_sTrace, "still heard");
+    EXPECT_EQ(std::exchange(g_sTrace, ""), "still heard");
+
+    LogDone();
+    LogAddCallback([](char const * szText) { g_sTrace += std::string("behind ") + szText; });
+    OpenMainLog();
+    Log("the %s%c, cut", "file", '\0');
+    EXPECT_EQ(g_sTrace, "behind the file");
+    EXPECT_THAT(m_Folder.Read("message.log"), testing::EndsWith("\tthe file\n"));
 }
 
 TEST_F(Logs, ASecondRunTruncatesAndThreadsDoNotMixTheirLines)

@@ -143,6 +143,17 @@ namespace
         }
     }
 
+    char * PutDigitsAhead(char * pEnd, std::uint32_t i)
+    {
+        do
+        {
+            *--pEnd = static_cast<char>('0' + i % 10);
+            i /= 10;
+        }
+        while (i != 0);
+        return pEnd;
+    }
+
     bool FormatPlain(Output_c & Output, char const * fmt, Arguments_s & Arguments)
     {
         char const * const pEnd = fmt + std::strlen(fmt);
@@ -173,33 +184,39 @@ std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::v
     {
         return Output.Terminate();
     }
-    int const n = std::vsnprintf(szOut, nSize, fmt, args);
+    std::vsnprintf(szOut, nSize, fmt, args);
     szOut[nSize - 1] = '\0';
-    return n < 0 ? std::strlen(szOut) : std::min(static_cast<std::size_t>(n), nSize - 1);
+    return std::strlen(szOut);
 }
 
-std::size_t FormatLinePrefix(char * szOut, float tPassed, int iFrame)
+char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)
 {
     if (std::signbit(tPassed) || !(tPassed < FIXED_LIMIT) || iFrame < 0)
     {
-        int const n = std::snprintf(szOut, LINE_PREFIX_SIZE, "%8.3f\t%i\t", static_cast<double>(tPassed), iFrame);
-        return static_cast<std::size_t>(n);
+        char szPrefix[LINE_PREFIX_SIZE];
+        int const n = std::snprintf(szPrefix, sizeof szPrefix, "%8.3f\t%i\t", static_cast<double>(tPassed), iFrame);
+        return static_cast<char *>(std::memcpy(pEnd - n, szPrefix, static_cast<std::size_t>(n)));
     }
     // A float times 1000 is exact in a double. Adding 1.5 times 2 to the 52nd leaves no room for a fraction, and rounds
     // to even as printf does.
     constexpr double SHIFT = 6755399441055744.0;
+    constexpr std::ptrdiff_t SECONDS_WIDTH = 4;
     auto const nMilliseconds = static_cast<std::uint64_t>(static_cast<double>(tPassed) * 1000.0 + SHIFT - SHIFT);
     auto const nSeconds = static_cast<std::uint32_t>(nMilliseconds / 1000);
     auto const nRest = static_cast<std::uint32_t>(nMilliseconds % 1000);
-    std::memcpy(szOut, "   ", 3);   // the seconds take four characters or more
-    char * const pEnd = szOut + LINE_PREFIX_SIZE;
-    char * p = std::to_chars(szOut + (nSeconds < 10) + (nSeconds < 100) + (nSeconds < 1000), pEnd, nSeconds).ptr;
-    *p++ = '.';
-    *p++ = static_cast<char>('0' + nRest / 100);
-    *p++ = static_cast<char>('0' + nRest / 10 % 10);
-    *p++ = static_cast<char>('0' + nRest % 10);
-    *p++ = '\t';
-    p = std::to_chars(p, pEnd, iFrame).ptr;
-    *p++ = '\t';
-    return static_cast<std::size_t>(p - szOut);
+    char * p = pEnd;
+    *--p = '\t';
+    p = PutDigitsAhead(p, static_cast<std::uint32_t>(iFrame));
+    *--p = '\t';
+    *--p = static_cast<char>('0' + nRest % 10);
+    *--p = static_cast<char>('0' + nRest / 10 % 10);
+    *--p = static_cast<char>('0' + nRest / 100);
+    *--p = '.';
+    char const * const pPoint = p;
+    p = PutDigitsAhead(p, nSeconds);
+    while (pPoint - p < SECONDS_WIDTH)
+    {
+        *--p = ' ';
+    }
+    return p;
 }

@@ -42,17 +42,36 @@ namespace
         wszTo[PATH_SIZE - 1] = L'\0';
     }
 
-    void WriteToMessageLog(char const * szText)
+    // Room for a line, and ahead of it for what the message log puts there.
+    class Line_c
+    {
+    public:
+        char * Text() { return m_aRoom + LINE_PREFIX_SIZE; }
+
+    private:
+        char m_aRoom[LINE_PREFIX_SIZE + LINE_SIZE];
+    };
+
+    // Writes the line where it stands, and leaves the text as it was.
+    void WriteLine(Line_c & Line, std::size_t nText)
     {
         if (!g_pMessageLogFile)
         {
             return;
         }
-        char szLine[LINE_PREFIX_SIZE + LINE_SIZE];
-        std::size_t nLength = FormatLinePrefix(szLine, static_cast<float>(longTimeGetPassed()), g_iLogFrameCounter);
-        nLength += StrCopy(szLine + nLength, szText, LINE_SIZE);
-        szLine[nLength++] = '\n';
-        plat::StreamWriteThrough(g_pMessageLogFile, szLine, nLength);   // the stream has no buffer
+        auto const tPassed = static_cast<float>(longTimeGetPassed());
+        char const * const pBegin = FormatLinePrefix(Line.Text(), tPassed, g_iLogFrameCounter);
+        char * const pEnd = Line.Text() + nText;
+        *pEnd = '\n';
+        auto const nBytes = static_cast<std::size_t>(pEnd + 1 - pBegin);
+        plat::StreamWriteThrough(g_pMessageLogFile, pBegin, nBytes);   // the stream has no buffer
+        *pEnd = '\0';
+    }
+
+    void WriteToMessageLog(char const * szText)
+    {
+        Line_c Line;
+        WriteLine(Line, StrCopy(Line.Text(), szText, LINE_SIZE));
     }
 
     // Folder and name as one path, with the folder's levels created.
@@ -164,9 +183,12 @@ void LogText(char const * szText)
 
 void LogArg(char const * fmt, std::va_list args)
 {
-    char szLine[LINE_SIZE];
-    FormatText(szLine, LINE_SIZE, fmt, args);
-    LogText(szLine);
+    Line_c Line;
+    std::size_t const nText = FormatText(Line.Text(), LINE_SIZE, fmt, args);
+    for (Link_T<Listener_t> const * pNode = g_pListeners; pNode; pNode = pNode->pNext)
+    {
+        pNode->Get() == WriteToMessageLog ? WriteLine(Line, nText) : pNode->Get()(Line.Text());
+    }
 }
 
 void Log(char const * fmt, ...)
