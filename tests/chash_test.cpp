@@ -1,6 +1,7 @@
 #include "tests/test_support.h"
 #include "zqcore/chash.h"
 
+#include <bit>
 #include <map>
 #include <random>
 
@@ -35,6 +36,19 @@ TEST(StringHash, HashRotatesEachCharacterByItsPosition)
     EXPECT_EQ(StringHashOf("ab"), 0x61u ^ 0x62u << 1);
     EXPECT_EQ(StringHashOf("\xFE"), 0xFFFFFFFEu);
     EXPECT_EQ(StringHashOf(std::string(33, '\1').c_str()), 0xFFFFFFFEu);   // position 32 is position 0 again
+    std::mt19937 Random(8);
+    for (std::size_t nLength = 0; nLength < 200; ++nLength)
+    {
+        std::string sName;
+        std::uint32_t iHash = 0;
+        for (std::size_t i = 0; i < nLength; ++i)
+        {
+            sName += static_cast<char>(1 + Random() % (nLength % 3 == 0 ? 255 : 127));
+            auto const iWide = static_cast<std::int32_t>(static_cast<signed char>(sName[i]));
+            iHash ^= std::rotl(static_cast<std::uint32_t>(iWide), static_cast<int>(i));
+        }
+        ASSERT_EQ(StringHashOf(sName.c_str()), iHash) << sName;
+    }
 }
 
 TEST(StringHash, BehavesLikeAMapOverRandomOperations)

@@ -60,7 +60,7 @@ namespace
     constexpr std::size_t KEY_LENGTH = File_c::Key_t::Capacity() - 1;
 
     // Makes a key of a bare name. One that does not fit is cut, with a log line.
-    void MakeBareKey(char const * szName, std::size_t nName, char * szKey)
+    std::size_t MakeBareKey(char const * szName, std::size_t nName, char * szKey)
     {
         std::size_t const nKey = std::min(nName, KEY_LENGTH);
         CopyToLower(szKey, szName, nKey);
@@ -69,6 +69,7 @@ namespace
         {
             Log("filesystem: name of %zu characters is cut to %zu: \"%s\"", nName, KEY_LENGTH, szName);
         }
+        return nKey;
     }
 
     /// One call of FileAddSearchPath.
@@ -92,7 +93,7 @@ namespace
         std::size_t AddFiles(Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst);
         void EnterWaiting();
         void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
-        bool MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const;
+        std::size_t MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const;
         char const * KeyFolder(String_T<256> const & sPath) const;
         void AddEntries(String_T<256> const & sPath, plat::FolderListing_c const & Listing);
         bool WasEntered(char const * szPath);
@@ -296,8 +297,9 @@ namespace
         return szPath + m_sRoot.Length();
     }
 
-    /// False, with a log line, for a name that no lookup finds and for a relative key that does not fit.
-    bool FolderScan_c::MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const
+    /// The key's length; 0, with a log line, for a name that no lookup finds and for a relative key that does not fit.
+    std::size_t FolderScan_c::MakeKey(
+        Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const
     {
         if (!Folder.szKeyFolder[0])
         {
@@ -305,21 +307,19 @@ namespace
             {
                 Log("filesystem: skipping \"%s%s\", its name begins like a drive",
                     static_cast<char const *>(Folder.sPath), Entry.szName);
-                return false;
+                return 0;
             }
-            MakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer());
-            return true;
+            return MakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer());
         }
         std::size_t const nFolder = std::strlen(Folder.szKeyFolder);
         if (nFolder + Entry.nName > KEY_LENGTH)
         {
             Log("filesystem: skipping \"%s%s\", its relative name takes more than %zu characters",
                 static_cast<char const *>(Folder.sPath), Entry.szName, KEY_LENGTH);
-            return false;
+            return 0;
         }
         std::memcpy(sKey.GetBuffer(), Folder.szKeyFolder, nFolder);
-        MakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer() + nFolder);
-        return true;
+        return nFolder + MakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer() + nFolder);
     }
 
     ZQ_COLD void DropDuplicate(File_c * pFile)
@@ -350,7 +350,8 @@ namespace
             return;
         }
         File_c * const pFile = ZQ_NEW FileOnDisk_c;
-        if (!MakeKey(Folder, Entry, pFile->sName))
+        std::size_t const nKey = MakeKey(Folder, Entry, pFile->sName);
+        if (nKey == 0)
         {
             return Discard(pFile);
         }
@@ -364,7 +365,7 @@ namespace
         pFile->ftCreationTime = Entry.Facts.tCreation;
         pFile->ftLastWriteTime = Entry.Facts.tLastWrite;
         EnterWaiting();
-        m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName);
+        m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName, nKey);
     }
 
     void FolderScan_c::EnterWaiting()

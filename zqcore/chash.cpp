@@ -16,6 +16,42 @@ namespace
         iHash = (iHash ^ iWord) * 0x9E3779B97F4A7C15u;
         return iHash ^ (iHash >> 32);
     }
+
+    std::uint32_t RotatedCharacter(char c, std::size_t iPosition)
+    {
+        auto const iWide = static_cast<std::int32_t>(static_cast<signed char>(c));
+        return std::rotl(static_cast<std::uint32_t>(iWide), static_cast<int>(iPosition % 32));
+    }
+
+    // Eight ASCII characters, each moved left by its place among them, XORed: neighbours, then pairs, then fours.
+    std::uint32_t FoldEight(std::uint64_t iText)
+    {
+        iText = (iText & 0x00FF00FF00FF00FFu) ^ ((iText >> 8 & 0x00FF00FF00FF00FFu) << 1);
+        iText = (iText & 0x0000FFFF0000FFFFu) ^ ((iText >> 16 & 0x0000FFFF0000FFFFu) << 2);
+        return static_cast<std::uint32_t>(iText ^ iText >> 32 << 4);
+    }
+}
+
+std::uint32_t StringHashOf(char const * szName, std::size_t nLength)
+{
+    constexpr std::uint64_t NOT_ASCII = 0x8080808080808080u;
+    static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
+    std::uint32_t iHash = 0;
+    std::size_t i = 0;
+    for (; i + 8 <= nLength; i += 8)
+    {
+        std::uint64_t const iText = Load<std::uint64_t>(szName + i);
+        if (iText & NOT_ASCII) [[unlikely]]
+        {
+            break;
+        }
+        iHash ^= std::rotl(FoldEight(iText), static_cast<int>(i % 32));
+    }
+    for (; i < nLength; ++i)
+    {
+        iHash ^= RotatedCharacter(szName[i], i);
+    }
+    return iHash;
 }
 
 std::uint32_t NameIndexHash(char const * szName, std::size_t nLength)

@@ -22,24 +22,12 @@ enum HashAdd_e : int
     HASH_FULL = 2       // no usable slot was found
 };
 
-/// The hash of a name, and its length: each character, widened with its sign, rotated left by its position and XORed.
-inline std::uint32_t StringHashOf(char const * szName, std::size_t & nLength)
-{
-    std::uint32_t iHash = 0;
-    int i = 0;
-    for (; szName[i]; ++i)
-    {
-        iHash ^=
-            std::rotl(static_cast<std::uint32_t>(static_cast<std::int32_t>(static_cast<signed char>(szName[i]))), i);
-    }
-    nLength = static_cast<std::size_t>(i);
-    return iHash;
-}
+/// The hash of a name of nLength characters: each, widened with its sign, rotated left by its position and XORed.
+ZQ_API std::uint32_t StringHashOf(char const * szName, std::size_t nLength);
 
 inline std::uint32_t StringHashOf(char const * szName)
 {
-    std::size_t nLength;
-    return StringHashOf(szName, nLength);
+    return StringHashOf(szName, std::strlen(szName));
 }
 
 /// A second hash of a name of nLength characters, well spread over its 32 bits, for the index.
@@ -105,9 +93,10 @@ public:
 
     /// Adds an object under a name, which is kept as a pointer; a HashAdd_e. A deleted slot on the way is taken at
     /// once, so a key that stands further along the chain is not seen.
-    int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName)); }
+    int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
 
     /// Adding in two steps, for many names in turn: what Prepare asks of memory comes near while the caller works on.
+    /// nLength is the name's.
     struct Entry_s
     {
         T * pObject;
@@ -116,7 +105,7 @@ public:
         std::uint32_t iHash;
         std::uint32_t iIndexHash;
     };
-    Entry_s Prepare(T * pObject, Key_t const * pName) const;
+    Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;
     int Add(Entry_s const & Entry);
 
     /// The object of that name, exact case, or null.

@@ -77,11 +77,10 @@ void NameIndex_T<ENTRIES>::Reset()
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
-auto StringHash_T<T, KEYLEN, SIZE, STEP>::Prepare(T * pObject, Key_t const * pName) const -> Entry_s
+auto StringHash_T<T, KEYLEN, SIZE, STEP>::Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const
+    -> Entry_s
 {
-    Entry_s Entry{ pObject, pName, 0, 0, 0 };
-    Entry.iHash = StringHashOf(*pName, Entry.nLength);
-    Entry.iIndexHash = NameIndexHash(*pName, Entry.nLength);
+    Entry_s const Entry{ pObject, pName, nLength, StringHashOf(*pName, nLength), NameIndexHash(*pName, nLength) };
     m_Index.Prefetch(Entry.iIndexHash);
     int const iStart = static_cast<int>(Entry.iHash) & iMask;
     ZQ_PREFETCH(&m_dSlots[(iStart + m_dSkip[iStart] * STEP) & iMask]);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <vector>
 
@@ -20,11 +21,20 @@ namespace plat
         bool ReadEntries(int iFolder);
         void AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes);
         void GrowNames(std::size_t nBytes);
+        std::size_t CommonStart() const;
         void Sort();
         std::vector<char const *> NamesToRecord() const;
         void Clear();
 
-        std::vector<FolderEntry_t> dEntries;
+        // An entry in the order of listings, and the number that it is mostly told by.
+        struct Place_s
+        {
+            std::uint64_t iKey;
+            FolderEntry_t const * pEntry;
+        };
+
+        std::vector<FolderEntry_t> dEntries;   // as the disk has them
+        std::vector<Place_s> dOrder;
         std::vector<char> dNames;   // terminated, one behind the other; the entries point into it
         bool bFolded = true;        // whether all names are
     };
@@ -33,6 +43,7 @@ namespace plat
     {
         constexpr std::size_t ENTRIES_AT_FIRST = 64;   // room that most folders never outgrow
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
+        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // readable from any character of a name on
 
         enum class Entry_e
         {
@@ -112,6 +123,7 @@ namespace plat
     void FolderListing_c::Contents_s::Clear()
     {
         dEntries.clear();
+        dOrder.clear();
         dNames.clear();
         bFolded = true;
     }
@@ -139,12 +151,13 @@ namespace plat
                 bFolded = bFolded && (bKinds & CAPITAL) == 0;
             }
         }
+        dNames.resize(dNames.size() + KEY_BYTES);   // behind the last name
         return !Reader.IsBroken();
     }
 
     void FolderListing_c::Contents_s::AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes)
     {
-        if (dNames.capacity() - dNames.size() < nBytes)
+        if (dNames.capacity() - dNames.size() < nBytes + KEY_BYTES)
         {
             GrowNames(nBytes);
         }
@@ -157,7 +170,7 @@ namespace plat
     ZQ_COLD void FolderListing_c::Contents_s::GrowNames(std::size_t nBytes)
     {
         std::vector<char> dGrown;
-        dGrown.reserve(std::max(NAME_BYTES_AT_FIRST, dNames.size() * 2 + nBytes));
+        dGrown.reserve(std::max(NAME_BYTES_AT_FIRST, dNames.size() * 2 + nBytes + KEY_BYTES));
         dGrown.assign(dNames.begin(), dNames.end());
         for (FolderEntry_t & Entry : dEntries)
         {
@@ -166,22 +179,65 @@ namespace plat
         dNames.swap(dGrown);
     }
 
+    namespace
+    {
+        std::uint64_t LoadKey(char const * pText)
+        {
+            std::uint64_t iKey;
+            std::memcpy(&iKey, pText, KEY_BYTES);
+            return iKey;
+        }
+
+        // Eight characters as a number with their order. What stands behind a terminator decides nothing: no two names
+        // of a folder are the same up to there.
+        std::uint64_t OrderKey(char const * pText)
+        {
+            static_assert(std::endian::native == std::endian::little);
+            return __builtin_bswap64(LoadKey(pText));
+        }
+    }
+
+    // How many characters all names begin with. None of them ends ahead of that.
+    std::size_t FolderListing_c::Contents_s::CommonStart() const
+    {
+        std::size_t nCommon = dEntries.empty() ? 0 : dEntries[0].nName;
+        for (FolderEntry_t const & Entry : dEntries)
+        {
+            std::size_t nSame = 0;
+            std::uint64_t iDifferent = 0;
+            while (nSame < nCommon && iDifferent == 0)
+            {
+                iDifferent = LoadKey(Entry.szName + nSame) ^ LoadKey(dEntries[0].szName + nSame);
+                nSame += static_cast<std::size_t>(std::countr_zero(iDifferent)) / 8;
+            }
+            nCommon = std::min(nCommon, nSame);
+        }
+        return nCommon;
+    }
+
     // Puts the entries in the order of listings. Names that are all folded already need their bytes compared only.
     void FolderListing_c::Contents_s::Sort()
     {
-        using Entry_t = FolderEntry_t;
-        auto const fnPlain = [](Entry_t const & First, Entry_t const & Second)
-        { return std::strcmp(First.szName, Second.szName) < 0; };
-        auto const fnFolded = [](Entry_t const & First, Entry_t const & Second)
-        { return ComesBefore(First.szName, Second.szName); };
+        std::size_t const nStart = bFolded ? CommonStart() : 0;
+        for (FolderEntry_t const & Entry : dEntries)
+        {
+            dOrder.push_back({ bFolded ? OrderKey(Entry.szName + nStart) : 0, &Entry });
+        }
+        auto const fnPlain = [](Place_s const & First, Place_s const & Second)
+        {
+            return First.iKey != Second.iKey ? First.iKey < Second.iKey
+                                             : std::strcmp(First.pEntry->szName, Second.pEntry->szName) < 0;
+        };
+        auto const fnFolded = [](Place_s const & First, Place_s const & Second)
+        { return ComesBefore(First.pEntry->szName, Second.pEntry->szName); };
 
         if (bFolded)
         {
-            std::sort(dEntries.begin(), dEntries.end(), fnPlain);
+            std::sort(dOrder.begin(), dOrder.end(), fnPlain);
         }
         else
         {
-            std::sort(dEntries.begin(), dEntries.end(), fnFolded);
+            std::sort(dOrder.begin(), dOrder.end(), fnFolded);
         }
     }
 
@@ -189,9 +245,9 @@ namespace plat
     std::vector<char const *> FolderListing_c::Contents_s::NamesToRecord() const
     {
         std::vector<char const *> dToRecord;
-        for (std::size_t iEntry = 0; !bFolded && iEntry < dEntries.size(); ++iEntry)
+        for (std::size_t i = 0; !bFolded && i < dOrder.size(); ++i)
         {
-            dToRecord.push_back(dEntries[iEntry].szName);
+            dToRecord.push_back(dOrder[i].pEntry->szName);
         }
         return dToRecord;
     }
@@ -229,7 +285,7 @@ namespace plat
 
     std::size_t FolderListing_c::GetCount() const
     {
-        return m_pContents != nullptr ? m_pContents->dEntries.size() : 0;
+        return m_pContents != nullptr ? m_pContents->dOrder.size() : 0;
     }
 
     bool FolderListing_c::HasCapitals() const
@@ -239,7 +295,7 @@ namespace plat
 
     FolderEntry_t const & FolderListing_c::GetEntry(std::size_t iEntry) const
     {
-        return m_pContents->dEntries[iEntry];
+        return *m_pContents->dOrder[iEntry].pEntry;
     }
 
     bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity, bool bAsWritten)
