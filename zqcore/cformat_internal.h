@@ -5,8 +5,8 @@
 
 #include <cstdarg>
 
-/// The outcome of vsnprintf, and its length, at most nSize - 1. Plain %s, %c, %i, %d,
-/// %u, %x, %zu and %% are written here; a format with anything else goes to the C library whole.
+/// The outcome of vsnprintf, and its length up to the first NUL, at most nSize - 1. Plain %s, %c, %i, %d, %u, %x, %zu
+/// and %% are written here; a format with anything else goes to the C library whole.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;

@@ -96,7 +96,6 @@ public:
     int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
 
     /// Adding in two steps, for many names in turn: what Prepare asks of memory comes near while the caller works on.
-    /// nLength is the name's.
     struct Entry_s
     {
         T * pObject;
@@ -105,7 +104,7 @@ public:
         std::uint32_t iHash;
         std::uint32_t iIndexHash;
     };
-    Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;
+    Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;   // nLength is the name's
     int Add(Entry_s const & Entry);
 
     /// The object of that name, exact case, or null.
