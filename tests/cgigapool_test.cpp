@@ -178,6 +178,7 @@ TEST(GigaPoolResizeable, WorksOutTheElementsOfAChunk)
     {
         GigaPoolResizeable_c Pool(nElements, nSize);
         std::vector<void *> const dTaken = Take(Pool, nPerChunk);
+        EXPECT_FALSE(Pool.Free(At(dTaken.back(), 1, nSize), false)) << "behind the last element";
         std::ptrdiff_t const nAllocations = MemoryTotalAllocations();
         void * const pNext = Pool.Alloc(false);
         EXPECT_GT(MemoryTotalAllocations(), nAllocations) << nPerChunk << " elements fill the chunk";

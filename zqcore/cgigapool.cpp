@@ -11,24 +11,13 @@ namespace
     constexpr int MAX_GROUP_INDEX = USHRT_MAX;
     constexpr std::int64_t MIN_CHUNK_BYTES = 0x40000;
     constexpr std::int64_t CHUNKS_EXPECTED = 16;   // chunks that hold the expected total
+    constexpr std::size_t BLOCK_ALIGNMENT = 16;    // of the heap's blocks
 
     int GroupsFor(int iElements)
     {
         constexpr int GROUP = GigaPoolStatic_c::GROUP_ELEMENTS;
         return iElements / GROUP + (iElements % GROUP != 0 ? 1 : 0);
     }
-
-    // Never destroyed: pools of objects that outlive every destructor may look at it.
-    union NoChunk_u
-    {
-        constexpr NoChunk_u()
-            : Chunk()
-        {}
-        ~NoChunk_u() {}
-
-        GigaChunk_s Chunk;
-    };
-    constinit NoChunk_u g_NoChunk;
 
     void LinkChunk(GigaChunk_s *& pList, GigaChunk_s * pChunk)
     {
@@ -51,145 +40,7 @@ namespace
     }
 }
 
-constinit GigaPoolStatic_c::Group_s GigaPoolStatic_c::s_NoGroup = { GROUP_FULL, 0, GIGA_GROUP_NULL, GIGA_GROUP_NULL };
-
-void GigaPoolStatic_c::Init(int iElements, int iElementSize)
-{
-    ZQ_ASSERT(m_pData == nullptr);
-    ZQ_ASSERT(m_pGroups == nullptr);
-    if (m_pData || m_pGroups)
-    {
-        return;   // the elements that are out stay good
-    }
-    m_iNumGroups = GroupsFor(std::max(iElements, 0));
-    ZQ_ASSERT_TEXT(m_iNumGroups < GIGA_GROUP_NULL, "m_iNumGroups<GIGA_GROUP_NULL");
-    m_iNumGroups = std::min(m_iNumGroups, GIGA_GROUP_NULL - 1);
-    m_iNumElements = m_iNumGroups * GROUP_ELEMENTS;
-    SetElementSize(std::max(iElementSize, 0));
-    std::uint64_t const nBytes =
-        static_cast<std::uint64_t>(m_iNumElements) * static_cast<std::uint64_t>(m_iElementSize);
-    if (nBytes > 0)
-    {
-        m_pData = nBytes <= PTRDIFF_MAX ? ZQ_NEW std::uint8_t[static_cast<std::size_t>(nBytes)] : nullptr;
-        ZQ_ASSERT_EX(m_pData, "Cannot allocate more elements %i, element size - %i", m_iNumElements, m_iElementSize);
-        m_nDataBytes = m_pData ? static_cast<std::size_t>(nBytes) : 0;
-        plat::CheckerForbid(m_pData, m_nDataBytes);
-    }
-    m_pGroups = m_iNumGroups > 0 ? ZQ_NEW Group_s[static_cast<std::size_t>(m_iNumGroups)] : nullptr;
-    m_iFullList = GIGA_GROUP_NULL;
-    m_iFreeList = 0;
-    for (int i = 0; i < m_iNumGroups; ++i)
-    {
-        bool const bLast = i + 1 == m_iNumGroups;
-        m_pGroups[i] = { 0, 0, static_cast<std::uint16_t>(bLast ? GIGA_GROUP_NULL : i + 1),
-            static_cast<std::uint16_t>(i == 0 ? GIGA_GROUP_NULL : i - 1) };
-    }
-    m_iWaterMark = m_iHighWaterMark = 0;
-    SetHead();
-}
-
-void GigaPoolStatic_c::SetHead()
-{
-    bool const bHasHead = m_pData && m_pGroups && m_iFreeList != GIGA_GROUP_NULL;
-    m_pHead = bHasHead ? m_pGroups + m_iFreeList : &s_NoGroup;
-    m_pHeadData = bHasHead ? ElementAt(static_cast<unsigned>(m_iFreeList * GROUP_ELEMENTS)) : nullptr;
-}
-
-void GigaPoolStatic_c::SetElementSize(int iElementSize)
-{
-    static_assert(std::uint64_t{ RECIPROCAL_MAX_SIZE } * RECIPROCAL_MAX_SIZE * MAX_ELEMENTS < 1ull << RECIPROCAL_BITS);
-    constexpr std::uint64_t ONE = 1ull << RECIPROCAL_BITS;
-    auto const nSize = static_cast<std::uint64_t>(iElementSize);
-    m_iElementSize = iElementSize;
-    m_iReciprocal = nSize > 0 && nSize <= RECIPROCAL_MAX_SIZE ? (ONE + nSize - 1) / nSize : 0;
-}
-
-void GigaPoolStatic_c::Reset()
-{
-    plat::CheckerAllow(m_pData, m_nDataBytes);
-    delete[] m_pData;
-    delete[] m_pGroups;
-    m_pData = nullptr;
-    m_pGroups = nullptr;
-    m_nDataBytes = 0;
-    SetHead();
-}
-
-bool GigaPoolStatic_c::IsArray(void const * pPtr) const
-{
-    bool const bValid = IsValid(pPtr);
-    ZQ_ASSERT_TEXT(bValid, "IsValid(pPtr)");
-    if (!bValid)
-    {
-        return false;
-    }
-    unsigned const iElement = ElementOf(pPtr);
-    return ((m_pGroups[iElement / GROUP_ELEMENTS].m_iArray >> (iElement % GROUP_ELEMENTS)) & 1) != 0;
-}
-
-// All cases, those that leave the group without room among them.
-void * GigaPoolStatic_c::AllocRarely(bool bArray)
-{
-    int const iGroup = m_iFreeList;
-    if (iGroup == GIGA_GROUP_NULL)
-    {
-        return nullptr;
-    }
-    ZQ_ASSERT_EX(m_pData, "Trying to allocate %i bytes, watermark %i", m_iElementSize, m_iWaterMark);
-    ZQ_ASSERT(m_pGroups);
-    if (!m_pData || !m_pGroups)
-    {
-        return nullptr;
-    }
-    m_iWaterMark += 1;
-    m_iHighWaterMark = std::max(m_iHighWaterMark, m_iWaterMark);
-    Group_s * const pGroup = m_pGroups + iGroup;
-    int const iBitIndex = std::countr_zero(~pGroup->m_iBits | 0x80000000u);
-    ZQ_ASSERT_TEXT(iBitIndex >= 0 && iBitIndex < 32, "iBitIndex>=0 && iBitIndex<32");
-    std::uint32_t const iBit = 1u << iBitIndex;
-    ZQ_ASSERT(!(pGroup->m_iBits & iBit));
-    ZQ_ASSERT(!(pGroup->m_iArray & iBit));
-    pGroup->m_iBits |= iBit;
-    pGroup->m_iArray |= bArray ? iBit : 0;
-    if (pGroup->m_iBits == GROUP_FULL)
-    {
-        Unchain(m_iFreeList, iGroup);
-        Chain(m_iFullList, iGroup);
-        SetHead();
-    }
-    std::uint8_t * const pElement = ElementAt(static_cast<unsigned>(iGroup * GROUP_ELEMENTS + iBitIndex));
-    plat::CheckerAllow(pElement, static_cast<std::size_t>(m_iElementSize));
-    return pElement;
-}
-
-// All cases, those of a group without room and of misuse among them.
-bool GigaPoolStatic_c::FreeRarely(unsigned iElement, bool bArray)
-{
-    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
-    Group_s * const pGroup = m_pGroups + iGroup;
-    std::uint32_t const iBit = 1u << (iElement % GROUP_ELEMENTS);
-    bool const bOut = (pGroup->m_iBits & iBit) != 0;
-    ZQ_ASSERT(pGroup->m_iBits & iBit);
-    ZQ_ASSERT_TEXT(!(((pGroup->m_iArray & iBit) ? true : false) ^ bArray),
-        "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )");
-    if (!bOut)
-    {
-        return true;
-    }
-    m_iWaterMark -= 1;
-    if (pGroup->m_iBits == GROUP_FULL)
-    {
-        Unchain(m_iFullList, iGroup);
-        Chain(m_iFreeList, iGroup);
-        SetHead();
-    }
-    pGroup->m_iBits &= ~iBit;
-    pGroup->m_iArray &= ~iBit;
-    plat::CheckerForbid(ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
-    return true;
-}
-
-void GigaPoolStatic_c::Chain(int & list, int link)
+inline void GigaPoolStatic_c::Chain(int & list, int link)
 {
     ZQ_ASSERT_TEXT(link >= 0 && link <= MAX_GROUP_INDEX, "link>=0 && link<=USHRT_MAX");
     ZQ_ASSERT_TEXT(list >= 0 && list <= MAX_GROUP_INDEX, "list>=0 && list<=USHRT_MAX");
@@ -202,7 +53,7 @@ void GigaPoolStatic_c::Chain(int & list, int link)
     list = link;
 }
 
-void GigaPoolStatic_c::Unchain(int & list, int link)
+inline void GigaPoolStatic_c::Unchain(int & list, int link)
 {
     Group_s const & Group = m_pGroups[link];
     if (Group.iPrev == GIGA_GROUP_NULL)
@@ -220,11 +71,170 @@ void GigaPoolStatic_c::Unchain(int & list, int link)
     }
 }
 
-constinit GigaChunk_s & GigaChunkMap_c::s_NoChunk = g_NoChunk.Chunk;
-constinit GigaChunkMap_c::Slot_s GigaChunkMap_c::s_dNoSlots[NO_SLOTS] = {
-    { 0, NO_BOUNDARY, &s_NoChunk, &s_NoChunk },
-    { 0, NO_BOUNDARY, &s_NoChunk, &s_NoChunk },
-};
+// Puts the head's masks back into its group, ahead of a change of m_iFreeList.
+inline void GigaPoolStatic_c::CloseHead()
+{
+    if (m_iFreeList != GIGA_GROUP_NULL)
+    {
+        static_cast<Masks_s &>(m_pGroups[m_iFreeList]) = m_Head;
+    }
+}
+
+inline void GigaPoolStatic_c::OpenHead()
+{
+    bool const bHasHead = m_pData && m_pGroups && m_iFreeList != GIGA_GROUP_NULL;
+    m_Head = bHasHead ? m_pGroups[m_iFreeList] : Masks_s{ GROUP_FULL, 0 };
+    m_pHeadData = bHasHead ? ElementAt(static_cast<unsigned>(m_iFreeList * GROUP_ELEMENTS)) : nullptr;
+}
+
+void GigaPoolStatic_c::Init(int iElements, int iElementSize)
+{
+    InitAligned(iElements, iElementSize, BLOCK_ALIGNMENT);
+}
+
+void GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t nAlignment)
+{
+    ZQ_ASSERT(m_pData == nullptr);
+    ZQ_ASSERT(m_pGroups == nullptr);
+    if (m_pData || m_pGroups)
+    {
+        return;   // the elements that are out stay good
+    }
+    m_iNumGroups = GroupsFor(std::max(iElements, 0));
+    ZQ_ASSERT_TEXT(m_iNumGroups < GIGA_GROUP_NULL, "m_iNumGroups<GIGA_GROUP_NULL");
+    m_iNumGroups = std::min(m_iNumGroups, GIGA_GROUP_NULL - 1);
+    m_iNumElements = m_iNumGroups * GROUP_ELEMENTS;
+    SetElementSize(std::max(iElementSize, 0));
+    TakeStorage(nAlignment);
+    m_pGroups = m_iNumGroups > 0 ? ZQ_NEW Group_s[static_cast<std::size_t>(m_iNumGroups)] : nullptr;
+    m_iFullList = GIGA_GROUP_NULL;
+    m_iFreeList = 0;
+    for (int i = 0; i < m_iNumGroups; ++i)
+    {
+        bool const bLast = i + 1 == m_iNumGroups;
+        m_pGroups[i] = { { 0, 0 }, static_cast<std::uint16_t>(bLast ? GIGA_GROUP_NULL : i + 1),
+            static_cast<std::uint16_t>(i == 0 ? GIGA_GROUP_NULL : i - 1) };
+    }
+    m_iWaterMark = m_iHighWaterMark = 0;
+    OpenHead();
+}
+
+void GigaPoolStatic_c::TakeStorage(std::size_t nAlignment)
+{
+    std::uint64_t const nBytes =
+        static_cast<std::uint64_t>(m_iNumElements) * static_cast<std::uint64_t>(m_iElementSize);
+    if (nBytes == 0)
+    {
+        return;
+    }
+    std::size_t const nSlack = nAlignment - BLOCK_ALIGNMENT;
+    if (nBytes <= PTRDIFF_MAX - nSlack)
+    {
+        m_nDataBytes = static_cast<std::size_t>(nBytes);
+        m_pBlock = ZQ_NEW std::uint8_t[m_nDataBytes + nSlack];
+        auto const iBlock = reinterpret_cast<std::uintptr_t>(m_pBlock);
+        m_pData = m_pBlock + (((iBlock + nAlignment - 1) & ~(nAlignment - 1)) - iBlock);
+    }
+    ZQ_ASSERT_EX(m_pData, "Cannot allocate more elements %i, element size - %i", m_iNumElements, m_iElementSize);
+    plat::CheckerForbid(m_pData, m_nDataBytes);
+}
+
+void GigaPoolStatic_c::SetElementSize(int iElementSize)
+{
+    static_assert(std::uint64_t{ RECIPROCAL_MAX_SIZE } * RECIPROCAL_MAX_SIZE * MAX_ELEMENTS < 1ull << RECIPROCAL_BITS);
+    constexpr std::uint64_t ONE = 1ull << RECIPROCAL_BITS;
+    auto const nSize = static_cast<std::uint64_t>(iElementSize);
+    m_iElementSize = iElementSize;
+    m_iReciprocal = nSize > 0 && nSize <= RECIPROCAL_MAX_SIZE ? (ONE + nSize - 1) / nSize : 0;
+}
+
+void GigaPoolStatic_c::Reset()
+{
+    plat::CheckerAllow(m_pData, m_nDataBytes);
+    delete[] m_pBlock;
+    delete[] m_pGroups;
+    m_pBlock = m_pData = nullptr;
+    m_pGroups = nullptr;
+    m_nDataBytes = 0;
+    OpenHead();
+}
+
+bool GigaPoolStatic_c::IsArray(void const * pPtr) const
+{
+    bool const bValid = IsValid(pPtr);
+    ZQ_ASSERT_TEXT(bValid, "IsValid(pPtr)");
+    if (!bValid)
+    {
+        return false;
+    }
+    unsigned const iElement = ElementOf(pPtr);
+    std::uint32_t const iArray = MasksOf(static_cast<int>(iElement / GROUP_ELEMENTS)).m_iArray;
+    return ((iArray >> (iElement % GROUP_ELEMENTS)) & 1) != 0;
+}
+
+// All cases, those that leave the group without room among them. The water marks are the caller's.
+void * GigaPoolStatic_c::TakeRarely(bool bArray)
+{
+    int const iGroup = m_iFreeList;
+    if (iGroup == GIGA_GROUP_NULL)
+    {
+        return nullptr;
+    }
+    ZQ_ASSERT_EX(m_pData, "Trying to allocate %i bytes, watermark %i", m_iElementSize, m_iWaterMark);
+    ZQ_ASSERT(m_pGroups);
+    if (!m_pData || !m_pGroups)
+    {
+        return nullptr;
+    }
+    int const iBitIndex = std::countr_zero(~m_Head.m_iBits | 0x80000000u);
+    ZQ_ASSERT_TEXT(iBitIndex >= 0 && iBitIndex < 32, "iBitIndex>=0 && iBitIndex<32");
+    std::uint32_t const iBit = 1u << iBitIndex;
+    ZQ_ASSERT_TEXT(!(m_Head.m_iBits & iBit), "!(Group.m_iBits & iBit)");
+    ZQ_ASSERT_TEXT(!(m_Head.m_iArray & iBit), "!(Group.m_iArray & iBit)");
+    auto const nSize = static_cast<std::size_t>(m_iElementSize);
+    std::uint8_t * const pElement = m_pHeadData + static_cast<std::size_t>(iBitIndex) * nSize;
+    m_Head.m_iBits |= iBit;
+    m_Head.m_iArray |= bArray ? iBit : 0;
+    if (m_Head.m_iBits == GROUP_FULL)
+    {
+        CloseHead();
+        Unchain(m_iFreeList, iGroup);
+        Chain(m_iFullList, iGroup);
+        OpenHead();
+    }
+    plat::CheckerAllow(pElement, nSize);
+    return pElement;
+}
+
+// All cases, those of a group without room and of misuse among them; false for an element that is not out. The water
+// mark, and what the address checker sees, are the caller's.
+bool GigaPoolStatic_c::GiveRarely(unsigned iElement, bool bArray)
+{
+    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
+    Masks_s * const pGroup = iGroup == m_iFreeList ? &m_Head : m_pGroups + iGroup;
+    std::uint32_t const iBit = 1u << (iElement % GROUP_ELEMENTS);
+    bool const bOut = (pGroup->m_iBits & iBit) != 0;
+    ZQ_ASSERT(pGroup->m_iBits & iBit);
+    ZQ_ASSERT_TEXT(!(((pGroup->m_iArray & iBit) ? true : false) ^ bArray),
+        "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )");
+    if (!bOut)
+    {
+        return false;
+    }
+    bool const bWasFull = pGroup->m_iBits == GROUP_FULL;
+    pGroup->m_iBits &= ~iBit;
+    pGroup->m_iArray &= ~iBit;
+    if (bWasFull)
+    {
+        CloseHead();
+        Unchain(m_iFullList, iGroup);
+        Chain(m_iFreeList, iGroup);
+        OpenHead();
+    }
+    return true;
+}
+
+constinit GigaChunkMap_c::Slot_s GigaChunkMap_c::s_dNoSlots[NO_SLOTS];
 
 void GigaChunkMap_c::Add(GigaChunk_s * pChunk)
 {
@@ -233,18 +243,11 @@ void GigaChunkMap_c::Add(GigaChunk_s * pChunk)
 
 void GigaChunkMap_c::Remove(GigaChunk_s * pChunk)
 {
-    m_pExpected = m_pSample = &s_NoChunk;
-    ForEachPage(*pChunk, [=, this](std::uintptr_t iPage) { RemovePage(iPage, pChunk); });
+    ForEachPage(*pChunk, [this](std::uintptr_t iPage) { RemovePage(iPage); });
     if (m_nUsed == 0)
     {
         Reset();
     }
-}
-
-void GigaChunkMap_c::Sample(GigaChunk_s * pChunk)
-{
-    m_pExpected = pChunk == m_pSample ? pChunk : &s_NoChunk;
-    m_pSample = pChunk;
 }
 
 template <typename CALL>
@@ -273,18 +276,24 @@ void GigaChunkMap_c::Reset()
 std::uint32_t GigaChunkMap_c::SlotOf(std::uintptr_t iPage) const
 {
     std::uint32_t i = Home(iPage);
-    while (!m_pSlots[i].IsFree() && m_pSlots[i].iPage != iPage)
+    while (m_pSlots[i].pChunk && m_pSlots[i].iPage != iPage)
     {
         i = (i + 1) & (m_nSlots - 1);
     }
     return i;
 }
 
-GigaChunk_s * GigaChunkMap_c::FindInSlots(void const * pPtr) const
+GigaChunk_s * GigaChunkMap_c::Find(void const * pPtr) const
 {
-    auto const iAddress = reinterpret_cast<std::uintptr_t>(pPtr);
-    GigaChunk_s * const pChunk = m_pSlots[SlotOf(iAddress >> PAGE_BITS)].At(iAddress);
-    return pChunk->Pool.Holds(pPtr) ? pChunk : nullptr;
+    GigaChunk_s * const pChunk = m_pSlots[SlotOf(reinterpret_cast<std::uintptr_t>(pPtr) >> PAGE_BITS)].pChunk;
+    return pChunk && pChunk->Pool.Holds(pPtr) && pChunk != pChunk->pOwner->m_pEmpty ? pChunk : nullptr;
+}
+
+// All cases, foreign addresses and pages that are not at home among them.
+bool GigaChunkMap_c::FreeRarely(void const * pPtr, bool bArray) const
+{
+    GigaChunk_s * const pChunk = Find(pPtr);
+    return pChunk && pChunk->pOwner->FreeRarely(*pChunk, pChunk->Pool.ElementOf(pPtr), bArray);
 }
 
 void GigaChunkMap_c::AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk)
@@ -293,46 +302,21 @@ void GigaChunkMap_c::AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk)
     {
         Grow();
     }
-    Slot_s & Slot = m_pSlots[SlotOf(iPage)];
-    m_nUsed += Slot.IsFree();
-    Slot.iPage = iPage;
-    auto const iFirst = reinterpret_cast<std::uintptr_t>(pChunk->Pool.m_pData);
-    if (iFirst >> PAGE_BITS == iPage)
-    {
-        Slot.iBoundary = iFirst;
-        Slot.pAbove = pChunk;
-    }
-    else
-    {
-        Slot.pBelow = pChunk;
-    }
+    GigaPoolStatic_c const & Pool = pChunk->Pool;
+    std::size_t const nQuickBytes = Pool.m_iReciprocal != 0 ? Pool.m_nDataBytes : 0;
+    m_pSlots[SlotOf(iPage)] = { Pool.m_pData, nQuickBytes, Pool.m_iReciprocal, Pool.m_pGroups, pChunk->pOwner, pChunk,
+        iPage };
+    ++m_nUsed;
 }
 
-void GigaChunkMap_c::RemovePage(std::uintptr_t iPage, GigaChunk_s * pChunk)
-{
-    std::uint32_t const iSlot = SlotOf(iPage);
-    Slot_s & Slot = m_pSlots[iSlot];
-    if (Slot.pAbove == pChunk)
-    {
-        Slot.iBoundary = NO_BOUNDARY;
-        Slot.pAbove = &s_NoChunk;
-    }
-    else
-    {
-        Slot.pBelow = &s_NoChunk;
-    }
-    if (Slot.IsFree())
-    {
-        --m_nUsed;
-        Close(iSlot);
-    }
-}
-
-// Entries behind a slot that was freed move up into it, as long as that brings them no further ahead than their home.
-void GigaChunkMap_c::Close(std::uint32_t iGap)
+// Entries behind the slot move up into it, as long as that brings them no further ahead than their home.
+void GigaChunkMap_c::RemovePage(std::uintptr_t iPage)
 {
     std::uint32_t const nMask = m_nSlots - 1;
-    for (std::uint32_t i = (iGap + 1) & nMask; !m_pSlots[i].IsFree(); i = (i + 1) & nMask)
+    std::uint32_t iGap = SlotOf(iPage);
+    m_pSlots[iGap] = {};
+    --m_nUsed;
+    for (std::uint32_t i = (iGap + 1) & nMask; m_pSlots[i].pChunk; i = (i + 1) & nMask)
     {
         if (((i - Home(m_pSlots[i].iPage)) & nMask) >= ((i - iGap) & nMask))
         {
@@ -350,10 +334,9 @@ void GigaChunkMap_c::Grow()
     m_nSlots = std::max(nOld * 2, FIRST_SLOTS);
     m_iHashShift = 33 - static_cast<int>(std::bit_width(m_nSlots));
     m_pSlots = ZQ_NEW Slot_s[m_nSlots];
-    std::fill_n(m_pSlots, m_nSlots, s_dNoSlots[0]);
     for (std::uint32_t i = 0; i < nOld; ++i)
     {
-        if (!pOld[i].IsFree())
+        if (pOld[i].pChunk)
         {
             m_pSlots[SlotOf(pOld[i].iPage)] = pOld[i];
         }
@@ -400,18 +383,20 @@ bool GigaPoolResizeable_c::IsArray(void const *) const
     return false;
 }
 
+// All cases, those that need another group or chunk among them.
 void * GigaPoolResizeable_c::AllocRarely(bool bArray)
 {
     GigaChunk_s * const pChunk = m_pHalfList ? m_pHalfList : TakeChunk();
-    void * const pElement = pChunk->Pool.Alloc(bArray);
+    void * const pElement = pChunk->Pool.TakeRarely(bArray);
     if (!pElement)
     {
         Retire(pChunk);   // a chunk without storage, which has complained
         return nullptr;
     }
+    pChunk->Pool.m_iWaterMark += 1;
     m_iWaterMark += 1;
     m_iHighWaterMark = std::max(m_iHighWaterMark, m_iWaterMark);
-    if (pChunk->Pool.WaterMark() == m_iElementsPerChunk)
+    if (pChunk->Pool.m_iWaterMark == m_iElementsPerChunk)
     {
         UnlinkChunk(m_pHalfList, pChunk);
         LinkChunk(m_pFullList, pChunk);
@@ -419,27 +404,31 @@ void * GigaPoolResizeable_c::AllocRarely(bool bArray)
     return pElement;
 }
 
-bool GigaPoolResizeable_c::FreeRarely(GigaChunk_s * pChunk, unsigned iElement, bool bArray)
+// All cases, those of a full group or chunk, the spare and misuse among them.
+bool GigaPoolResizeable_c::FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bool bArray)
 {
-    int const nBefore = pChunk->Pool.WaterMark();
-    if (nBefore == 0)
+    if (&Chunk == m_pEmpty)
     {
-        return false;   // the spare
+        return false;
     }
-    m_pMap->Sample(pChunk);
-    bool const bResult = pChunk->Pool.FreeRarely(iElement, bArray);
-    int const nAfter = pChunk->Pool.WaterMark();
-    m_iWaterMark -= nBefore - nAfter;
-    if (nBefore == m_iElementsPerChunk)
+    GigaPoolStatic_c & Pool = Chunk.Pool;
+    if (!Pool.GiveRarely(iElement, bArray))
     {
-        UnlinkChunk(m_pFullList, pChunk);
-        LinkChunk(m_pHalfList, pChunk);
+        return true;   // it was not out
     }
-    else if (nAfter == 0)
+    plat::CheckerForbid(Pool.ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
+    m_iWaterMark -= 1;
+    Pool.m_iWaterMark -= 1;
+    if (Pool.m_iWaterMark == m_iElementsPerChunk - 1)
     {
-        Retire(pChunk);
+        UnlinkChunk(m_pFullList, &Chunk);
+        LinkChunk(m_pHalfList, &Chunk);
     }
-    return bResult;
+    else if (Pool.m_iWaterMark == 0)
+    {
+        Retire(&Chunk);
+    }
+    return true;
 }
 
 GigaChunk_s * GigaPoolResizeable_c::TakeChunk()
@@ -449,7 +438,7 @@ GigaChunk_s * GigaPoolResizeable_c::TakeChunk()
     {
         pChunk = ZQ_NEW GigaChunk_s;
         pChunk->pOwner = this;
-        pChunk->Pool.Init(m_iElementsPerChunk, m_iElementSize);
+        pChunk->Pool.InitAligned(m_iElementsPerChunk, m_iElementSize, std::size_t{ 1 } << GigaChunkMap_c::PAGE_BITS);
         if (pChunk->Pool.m_pData)
         {
             m_pMap->Add(pChunk);

@@ -7,7 +7,7 @@
 // freed; under the address checker it is out of bounds until it is taken again.
 //
 // The storage is owned and counts under the category of the moment. No lock: one thread at a time. A pool costs 12 bytes
-// for every 32 elements.
+// for every 32 elements, and a slab of the growing one up to 64 KB more of address space, which nothing ever touches.
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -62,22 +62,33 @@ private:
     friend class GigaPoolResizeable_c;
     friend class GigaChunkMap_c;
 
-    struct Group_s
+    struct Masks_s
     {
         std::uint32_t m_iBits;    // elements that are out
         std::uint32_t m_iArray;   // those of them that were taken as arrays
+
+        std::uint32_t TakeQuickly(bool bArray);
+        bool GiveQuickly(std::uint32_t iBit, bool bArray);
+    };
+
+    struct Group_s : Masks_s
+    {
         std::uint16_t iNext;
         std::uint16_t iPrev;
     };
 
+    void InitAligned(int iElements, int iElementSize, std::size_t nAlignment);
+    void TakeStorage(std::size_t nAlignment);
     bool Holds(void const * pPtr) const;
     unsigned ElementOf(void const * pPtr) const;
     std::uint8_t * ElementAt(unsigned iElement) const;
     void * TakeQuickly(bool bArray);
-    bool GiveQuickly(unsigned iElement, bool bArray);
-    void SetHead();
-    ZQ_COLD void * AllocRarely(bool bArray);
-    ZQ_COLD bool FreeRarely(unsigned iElement, bool bArray);
+    void * TakeRarely(bool bArray);
+    bool GiveRarely(unsigned iElement, bool bArray);
+    bool GiveQuickly(Group_s * pGroups, unsigned iElement, bool bArray);
+    Masks_s const & MasksOf(int iGroup) const { return iGroup == m_iFreeList ? m_Head : m_pGroups[iGroup]; }
+    void CloseHead();
+    void OpenHead();
     void SetElementSize(int iElementSize);
     void Chain(int & list, int link);
     void Unchain(int & list, int link);
@@ -93,27 +104,29 @@ private:
     int m_iFullList = GIGA_GROUP_NULL;   // head of the groups without
     int m_iWaterMark = 0;
     int m_iHighWaterMark = 0;
-    // For the quick paths: the head of m_iFreeList, or a group without room where there is none; its first element.
-    Group_s * m_pHead = &s_NoGroup;
-    std::uint8_t * m_pHeadData = nullptr;
-    std::size_t m_nDataBytes = 0;      // of m_pData
-    std::uint64_t m_iReciprocal = 0;   // 2 to the power of RECIPROCAL_BITS by the element size, rounded up; 0 divides
+    // The masks of the head of m_iFreeList, kept here and not in its group; those of a group without room where there is
+    // none. They are read as soon as they were written, which processors do best at one and the same place.
+    Masks_s m_Head = { GROUP_FULL, 0 };
+    std::uint8_t * m_pHeadData = nullptr;   // the first element of the head
+    std::size_t m_nDataBytes = 0;           // of m_pData
+    std::uint64_t m_iReciprocal = 0;     // 2 to the power of RECIPROCAL_BITS by the element size, rounded up; 0 divides
+    std::uint8_t * m_pBlock = nullptr;   // of the heap, with m_pData in it
 
     // With these limits the rounding never reaches the next element, and no product leaves 64 bits.
     static constexpr int RECIPROCAL_BITS = 42;
     static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to that power
-
-    static Group_s s_NoGroup;   // never changes: no element of it is free
 };
 
 struct GigaChunk_s;
 class GigaPoolResizeable_c;
 
-/// Finds the chunk of an address in constant time: looks at the one that is expected, then at a hash of the pages on
-/// which chunks lie.
+/// Finds the chunk of an address in constant time, by a hash of the pages on which chunks lie.
 class ZQ_API GigaChunkMap_c
 {
 public:
+    // 64 KB, and where chunks begin: so a page holds parts of one chunk at most.
+    static constexpr int PAGE_BITS = 16;
+
     GigaChunkMap_c() = default;
     ~GigaChunkMap_c() { Reset(); }
     GigaChunkMap_c(GigaChunkMap_c const &) = delete;
@@ -125,46 +138,38 @@ public:
     /// Takes a chunk out.
     void Remove(GigaChunk_s * pChunk);
 
-    /// A sample of the chunks that are looked for: one that comes twice in a row is expected from there on.
-    void Sample(GigaChunk_s * pChunk);
-
-    /// The chunk whose storage holds the address, a spare one included; or null.
+    /// The chunk whose storage holds the address, unless it is its pool's spare; or null.
     GigaChunk_s * Find(void const * pPtr) const;
 
-private:
-    // 128 KB. No chunk is smaller, so a page holds parts of two at most.
-    static constexpr int PAGE_BITS = 17;
+    /// Gives the element back that holds the address; false if there is none.
+    bool Free(void const * pPtr, bool bArray) const;
 
-    // What lies on a page: a chunk ahead of a boundary and one from there on; s_NoChunk for none.
+private:
+    // A chunk as Free wants it; there is one for each of its pages.
     struct Slot_s
     {
-        std::uintptr_t iPage;
-        std::uintptr_t iBoundary;
-        GigaChunk_s * pBelow;
-        GigaChunk_s * pAbove;
-
-        bool IsFree() const { return pBelow == &s_NoChunk && pAbove == &s_NoChunk; }
-        GigaChunk_s * At(std::uintptr_t iAddress) const;
+        std::uint8_t * pData = nullptr;
+        std::size_t nQuickBytes = 0;     // of the data; 0 if elements are found by division
+        std::uint64_t iReciprocal = 0;   // as the pool's
+        GigaPoolStatic_c::Group_s * pGroups = nullptr;
+        GigaPoolResizeable_c * pOwner = nullptr;
+        GigaChunk_s * pChunk = nullptr;   // null: the slot is free
+        std::uintptr_t iPage = 0;
     };
 
     std::uint32_t Home(std::uintptr_t iPage) const;
     std::uint32_t SlotOf(std::uintptr_t iPage) const;
-    GigaChunk_s * FindInSlots(void const * pPtr) const;
+    bool FreeRarely(void const * pPtr, bool bArray) const;
     template <typename CALL>
     static void ForEachPage(GigaChunk_s const & Chunk, CALL Call);
     void AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk);
-    void RemovePage(std::uintptr_t iPage, GigaChunk_s * pChunk);
-    void Close(std::uint32_t iGap);
+    void RemovePage(std::uintptr_t iPage);
     void Grow();
     void Reset();
 
     static constexpr std::uint32_t NO_SLOTS = 2;
-    static constexpr std::uintptr_t NO_BOUNDARY = UINTPTR_MAX;
-    static GigaChunk_s & s_NoChunk;       // holds no address
     static Slot_s s_dNoSlots[NO_SLOTS];   // of a map without chunks; they stay free
 
-    GigaChunk_s * m_pExpected = &s_NoChunk;
-    GigaChunk_s * m_pSample = &s_NoChunk;   // the last one
     Slot_s * m_pSlots = s_dNoSlots;
     std::uint32_t m_nSlots = NO_SLOTS;   // a power of 2
     std::uint32_t m_nUsed = 0;           // at most a quarter of them
@@ -215,9 +220,8 @@ private:
     friend class GigaChunkMap_c;
     friend class StaticMemoryPool_c;
 
-    bool FreeIn(GigaChunk_s * pChunk, void const * pPtr, bool bArray);
-    ZQ_COLD void * AllocRarely(bool bArray);
-    ZQ_COLD bool FreeRarely(GigaChunk_s * pChunk, unsigned iElement, bool bArray);
+    void * AllocRarely(bool bArray);
+    bool FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bool bArray);
     GigaChunk_s * TakeChunk();
     void Retire(GigaChunk_s * pChunk);
     void Destroy(GigaChunk_s * pChunk);

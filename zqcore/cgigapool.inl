@@ -36,22 +36,48 @@ inline std::uint8_t * GigaPoolStatic_c::ElementAt(unsigned iElement) const
     return m_pData + iElement * static_cast<std::size_t>(m_iElementSize);
 }
 
-/// Takes an element of the group at the head, if that is all there is to do; else null, and nothing has happened. The
-/// water mark is the caller's.
-inline void * GigaPoolStatic_c::TakeQuickly(bool bArray)
+/// Takes the lowest free element, if that is all there is to do: its bit; else 0, and nothing has happened.
+inline std::uint32_t GigaPoolStatic_c::Masks_s::TakeQuickly(bool bArray)
 {
-    Group_s & Group = *m_pHead;
-    std::uint32_t const iBits = Group.m_iBits;
+    std::uint32_t const iBits = m_iBits;
     std::uint32_t const iNewBits = iBits | (iBits + 1);   // with the lowest clear bit set
     std::uint32_t const iBit = iNewBits ^ iBits;
-    if (iNewBits == GROUP_FULL || (Group.m_iArray & iBit))
+    if (iNewBits == GROUP_FULL || (m_iArray & iBit))
     {
-        return nullptr;
+        return 0;
     }
-    Group.m_iBits = iNewBits;
+    m_iBits = iNewBits;
     if (bArray)
     {
-        Group.m_iArray |= iBit;
+        m_iArray |= iBit;
+    }
+    return iBit;
+}
+
+/// Gives an element back, if that is all there is to do; else false, and nothing has happened.
+inline bool GigaPoolStatic_c::Masks_s::GiveQuickly(std::uint32_t iBit, bool bArray)
+{
+    std::uint32_t const iBits = m_iBits;
+    std::uint32_t const iArrayWanted = bArray ? GROUP_FULL : 0;
+    if (iBits == GROUP_FULL || !(iBits & iBit) || ((m_iArray ^ iArrayWanted) & iBit))
+    {
+        return false;
+    }
+    m_iBits = iBits & ~iBit;
+    if (bArray)
+    {
+        m_iArray &= ~iBit;
+    }
+    return true;
+}
+
+/// An element of the group at the head, if that leaves room there; else null. The water marks are the caller's.
+inline void * GigaPoolStatic_c::TakeQuickly(bool bArray)
+{
+    std::uint32_t const iBit = m_Head.TakeQuickly(bArray);
+    if (iBit == 0)
+    {
+        return nullptr;
     }
     auto const nSize = static_cast<std::size_t>(m_iElementSize);
     auto const iBitIndex = static_cast<unsigned>(std::countr_zero(iBit | 0x80000000u));   // iBit is not 0
@@ -60,33 +86,25 @@ inline void * GigaPoolStatic_c::TakeQuickly(bool bArray)
     return pElement;
 }
 
-/// Gives an element back, if that is all there is to do; else false, and nothing has happened. The water mark is the
-/// caller's.
-inline bool GigaPoolStatic_c::GiveQuickly(unsigned iElement, bool bArray)
+/// Gives an element back, if that is all there is to do; else false, and nothing has happened. The water mark, and what
+/// the address checker sees, are the caller's.
+inline bool GigaPoolStatic_c::GiveQuickly(Group_s * pGroups, unsigned iElement, bool bArray)
 {
-    Group_s & Group = m_pGroups[iElement / GROUP_ELEMENTS];
-    std::uint32_t const iBits = Group.m_iBits;
+    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
     std::uint32_t const iBit = 1u << (iElement % GROUP_ELEMENTS);
-    std::uint32_t const iArrayWanted = bArray ? GROUP_FULL : 0;
-    if (iBits == GROUP_FULL || !(iBits & iBit) || ((Group.m_iArray ^ iArrayWanted) & iBit))
-    {
-        return false;
-    }
-    Group.m_iBits = iBits & ~iBit;
-    if (bArray)
-    {
-        Group.m_iArray &= ~iBit;
-    }
-    plat::CheckerForbid(ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
-    return true;
+    return iGroup == m_iFreeList ? m_Head.GiveQuickly(iBit, bArray) : pGroups[iGroup].GiveQuickly(iBit, bArray);
 }
 
 inline void * GigaPoolStatic_c::Alloc(bool bArray)
 {
-    void * const pElement = TakeQuickly(bArray);
-    if (!pElement)
+    void * pElement = TakeQuickly(bArray);
+    if (!pElement) [[unlikely]]
     {
-        return AllocRarely(bArray);
+        pElement = TakeRarely(bArray);
+        if (!pElement)
+        {
+            return nullptr;
+        }
     }
     m_iWaterMark += 1;
     if (m_iHighWaterMark < m_iWaterMark)
@@ -103,10 +121,11 @@ inline bool GigaPoolStatic_c::Free(void const * pPtr, bool bArray)
         return IsValid(pPtr);   // false, with the complaints about a pool without storage
     }
     unsigned const iElement = ElementOf(pPtr);
-    if (!GiveQuickly(iElement, bArray))
+    if (!GiveQuickly(m_pGroups, iElement, bArray) && !GiveRarely(iElement, bArray))
     {
-        return FreeRarely(iElement, bArray);
+        return true;   // it was not out
     }
+    plat::CheckerForbid(ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
     m_iWaterMark -= 1;
     return true;
 }
@@ -124,30 +143,35 @@ inline std::uint32_t GigaChunkMap_c::Home(std::uintptr_t iPage) const
     return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> m_iHashShift;
 }
 
-// Both are read, so that no branch is left to be guessed.
-inline GigaChunk_s * GigaChunkMap_c::Slot_s::At(std::uintptr_t iAddress) const
+inline bool GigaChunkMap_c::Free(void const * pPtr, bool bArray) const
 {
-    GigaChunk_s * const pFirst = pBelow;
-    GigaChunk_s * const pSecond = pAbove;
-    return iAddress < iBoundary ? pFirst : pSecond;
-}
-
-inline GigaChunk_s * GigaChunkMap_c::Find(void const * pPtr) const
-{
-    if (m_pExpected->Pool.Holds(pPtr))
-    {
-        return m_pExpected;
-    }
     auto const iAddress = reinterpret_cast<std::uintptr_t>(pPtr);
-    GigaChunk_s * const pChunk = m_pSlots[Home(iAddress >> PAGE_BITS)].At(iAddress);
-    return pChunk->Pool.Holds(pPtr) ? pChunk : FindInSlots(pPtr);
+    Slot_s const & Slot = m_pSlots[Home(iAddress >> PAGE_BITS)];
+    std::size_t const iOffset = iAddress - reinterpret_cast<std::uintptr_t>(Slot.pData);
+    if (iOffset >= Slot.nQuickBytes) [[unlikely]]
+    {
+        return FreeRarely(pPtr, bArray);
+    }
+    auto const iElement = static_cast<unsigned>((iOffset * Slot.iReciprocal) >> GigaPoolStatic_c::RECIPROCAL_BITS);
+    if (!Slot.pChunk->Pool.GiveQuickly(Slot.pGroups, iElement, bArray)) [[unlikely]]
+    {
+        return Slot.pOwner->FreeRarely(*Slot.pChunk, iElement, bArray);
+    }
+    plat::CheckerForbid(
+        Slot.pChunk->Pool.ElementAt(iElement), static_cast<std::size_t>(Slot.pChunk->Pool.ElementSize()));
+    Slot.pOwner->m_iWaterMark -= 1;
+    if (--Slot.pChunk->Pool.m_iWaterMark == 0) [[unlikely]]
+    {
+        Slot.pOwner->Retire(Slot.pChunk);
+    }
+    return true;
 }
 
 inline void * GigaPoolResizeable_c::Alloc(bool bArray)
 {
     GigaChunk_s * const pChunk = m_pHalfList;
     void * const pElement = pChunk ? pChunk->Pool.TakeQuickly(bArray) : nullptr;
-    if (!pElement)
+    if (!pElement) [[unlikely]]
     {
         return AllocRarely(bArray);
     }
@@ -162,26 +186,10 @@ inline void * GigaPoolResizeable_c::Alloc(bool bArray)
 
 inline bool GigaPoolResizeable_c::Free(void const * pPtr, bool bArray)
 {
-    GigaChunk_s * const pChunk = m_pMap->Find(pPtr);
-    return pChunk && FreeIn(pChunk, pPtr, bArray);
-}
-
-/// Gives an element of a chunk back; false if the chunk is the spare.
-inline bool GigaPoolResizeable_c::FreeIn(GigaChunk_s * pChunk, void const * pPtr, bool bArray)
-{
-    GigaPoolStatic_c & Pool = pChunk->Pool;
-    unsigned const iElement = Pool.ElementOf(pPtr);
-    if (Pool.m_iWaterMark <= 1 || !Pool.GiveQuickly(iElement, bArray))
-    {
-        return FreeRarely(pChunk, iElement, bArray);
-    }
-    Pool.m_iWaterMark -= 1;
-    m_iWaterMark -= 1;
-    return true;
+    return m_pMap->Free(pPtr, bArray);
 }
 
 inline bool GigaPoolResizeable_c::IsValid(void const * pPtr) const
 {
-    GigaChunk_s const * const pChunk = m_pMap->Find(pPtr);
-    return pChunk && pChunk->Pool.m_iWaterMark > 0;
+    return m_pMap->Find(pPtr) != nullptr;
 }

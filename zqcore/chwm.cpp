@@ -74,7 +74,7 @@ void StaticMemoryPool_c::SetPools()
         unsigned int const nSmallest = i == 0 ? 0 : (i - 1) * STEP + 1;   // of the sizes that take this many steps
         auto const * const pGroup = std::find_if(m_dGroups.begin(), m_dGroups.end(),
             [nSmallest](AllocGroup_s const & Group) { return Group.element_size >= nSmallest; });
-        m_dPools[i] = pGroup == m_dGroups.end() ? nullptr : pGroup->pPool;
+        m_dPools[i] = pGroup != m_dGroups.end() && pGroup->element_size >= i * STEP ? pGroup->pPool : nullptr;
     }
 }
 
@@ -102,14 +102,15 @@ void * StaticMemoryPool_c::AllocRarely(unsigned int nBytes, bool bArray)
 int StaticMemoryPool_c::IsValid(void const * pPtr)
 {
     GigaChunk_s const * const pChunk = m_Map.Find(pPtr);
-    return pChunk && pChunk->pOwner->IsValid(pPtr) ? pChunk->pOwner->ElementSize() : 0;
+    return pChunk ? pChunk->pOwner->ElementSize() : 0;
 }
 
 bool StaticMemoryPool_c::IsArray(void const * pPtr)
 {
-    if (IsValid(pPtr) != 0)
+    GigaChunk_s const * const pChunk = m_Map.Find(pPtr);
+    if (pChunk)
     {
-        return m_Map.Find(pPtr)->pOwner->IsArray(pPtr);
+        return pChunk->pOwner->IsArray(pPtr);
     }
     ZQ_ASSERT(0);
     return false;

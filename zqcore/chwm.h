@@ -57,20 +57,19 @@ private:
     ZQ_COLD void * AllocRarely(unsigned int nBytes, bool bArray);
     void SetPools();
 
-    static constexpr unsigned int STEP = 16;    // bytes
-    static constexpr unsigned int STEPS = 64;   // blocks of up to STEP * STEPS bytes find their class in one look
+    static constexpr unsigned int STEP = 4;      // bytes
+    static constexpr unsigned int STEPS = 256;   // blocks of up to STEP * STEPS bytes find their class in one look
 
     SortedArray_T<AllocGroup_s, StaticArrayLenTraits_T<AllocGroup_s, MAX_GROUPS>> m_dGroups;   // smallest first
     String_T<256> m_sName;
-    GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // by size in steps: of the first class that may fit; or null
+    GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // by size in steps; null where two sizes take two classes
     GigaChunkMap_c m_Map;                              // the chunks of all classes
 };
 
 inline void * StaticMemoryPool_c::Alloc(unsigned int nBytes, bool bArray)
 {
-    unsigned int const nSteps = (nBytes + STEP - 1) / STEP;   // of a huge block anything, and no class is large enough
-    GigaPoolResizeable_c * const pPool = nSteps <= STEPS ? m_dPools[nSteps] : nullptr;
-    if (!pPool || nBytes > static_cast<unsigned int>(pPool->ElementSize()))
+    GigaPoolResizeable_c * const pPool = nBytes <= STEP * STEPS ? m_dPools[(nBytes + STEP - 1) / STEP] : nullptr;
+    if (!pPool)
     {
         return AllocRarely(nBytes, bArray);
     }
@@ -80,7 +79,5 @@ inline void * StaticMemoryPool_c::Alloc(unsigned int nBytes, bool bArray)
 
 inline bool StaticMemoryPool_c::Free(void const * pPtr, bool bArray)
 {
-    // An address lies in one chunk at most, so the map gives the class that a walk would find.
-    GigaChunk_s * const pChunk = m_Map.Find(pPtr);
-    return pChunk && pChunk->pOwner->FreeIn(pChunk, pPtr, bArray);
+    return m_Map.Free(pPtr, bArray);   // an address lies in one chunk at most: no class comes ahead of another
 }
