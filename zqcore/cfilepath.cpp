@@ -95,7 +95,7 @@ namespace
         void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
         std::size_t MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const;
         char const * KeyFolder(String_T<256> const & sPath) const;
-        void AddEntries(String_T<256> const & sPath, plat::FolderListing_c const & Listing);
+        void AddEntries(Folder_s const & Folder, plat::FolderListing_c const & Listing);
         bool WasEntered(char const * szPath);
 
         // The identity is asked for when the first link to a folder is met: most trees hold none.
@@ -133,7 +133,7 @@ namespace
 
     void FolderScan_c::Scan(String_T<256> const & sPath)
     {
-        AddPath(sPath);
+        String_T<256> const * const pNewPath = AddPath(sPath);
         g_AddSubfolderCallbacker.Fire(sPath, true);
         if (m_iLevel == m_dListings.size())
         {
@@ -146,17 +146,16 @@ namespace
             return;
         }
         ++m_iLevel;
-        AddEntries(sPath, Listing);
+        AddEntries({ sPath, pNewPath ? pNewPath : g_sPaths.FindByName(sPath), KeyFolder(sPath) }, Listing);
         --m_iLevel;
     }
 
-    void FolderScan_c::AddEntries(String_T<256> const & sPath, plat::FolderListing_c const & Listing)
+    void FolderScan_c::AddEntries(Folder_s const & Folder, plat::FolderListing_c const & Listing)
     {
-        Folder_s const Folder{ sPath, g_sPaths.FindByName(sPath), KeyFolder(sPath) };
         Entered_s Entered{ Folder.pPath, false, {} };
         if (!Entered.pPath)
         {
-            Entered.bIdentified = plat::FolderGetIdentity(sPath, Entered.Identity);
+            Entered.bIdentified = plat::FolderGetIdentity(Folder.sPath, Entered.Identity);
         }
         m_dEntered.Add(Entered);
         String_T<256> sSibling;

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <dirent.h>
 #include <string>
 #include <vector>
@@ -27,6 +28,7 @@ namespace plat
             {
                 dirent64 const * const pEntry = reinterpret_cast<dirent64 const *>(m_aBlock + m_iNext);
                 m_iNext += pEntry->d_reclen;
+                m_iPosition = pEntry->d_off;
                 if (!IsDots(pEntry->d_name))
                 {
                     return pEntry;
@@ -46,6 +48,10 @@ namespace plat
 
         bool Fill()
         {
+            if (m_iPosition == LAST_POSITION)
+            {
+                return false;
+            }
             auto const nRead = getdents64(m_iFolder, m_aBlock, sizeof(m_aBlock));
             m_bBroken = nRead < 0 && errno != ENOENT;
             m_iNext = 0;
@@ -53,8 +59,12 @@ namespace plat
             return nRead > 0;
         }
 
+        // Nothing can stand behind it. Where a disk gives it to the last entry, that saves asking once more.
+        static constexpr std::int64_t LAST_POSITION = INT64_MAX;
+
         int m_iFolder;
         bool m_bBroken = false;
+        std::int64_t m_iPosition = 0;   // behind the entry given last
         std::size_t m_iNext = 0;
         std::size_t m_nFilled = 0;
         alignas(dirent64) char m_aBlock[32768];
