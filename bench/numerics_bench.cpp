@@ -88,7 +88,7 @@ namespace
         for (auto _ : State)
         {
             A |= B;
-            benchmark::DoNotOptimize(A.pVec);
+            benchmark::DoNotOptimize(A);
             benchmark::ClobberMemory();
         }
     }
@@ -111,7 +111,7 @@ namespace
         A.Bis(nBits - 1);
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(A.pVec);
+            benchmark::DoNotOptimize(A);
             benchmark::DoNotOptimize(A.Scan1());
         }
     }

@@ -80,11 +80,18 @@ inline void GigaPoolStatic_c::CloseHead()
     }
 }
 
+// Requires storage.
 inline void GigaPoolStatic_c::OpenHead()
 {
-    bool const bHasHead = m_pData && m_pGroups && m_iFreeList != GIGA_GROUP_NULL;
-    m_Head = bHasHead ? m_pGroups[m_iFreeList] : Masks_s{ GROUP_FULL, 0 };
-    m_pHeadData = bHasHead ? ElementAt(static_cast<unsigned>(m_iFreeList * GROUP_ELEMENTS)) : nullptr;
+    if (m_iFreeList != GIGA_GROUP_NULL)
+    {
+        m_Head = m_pGroups[m_iFreeList];
+        m_pHeadData = ElementAt(static_cast<unsigned>(m_iFreeList * GROUP_ELEMENTS));
+    }
+    else
+    {
+        m_Head = NO_HEAD;
+    }
 }
 
 void GigaPoolStatic_c::Init(int iElements, int iElementSize)
@@ -116,7 +123,10 @@ void GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t 
             static_cast<std::uint16_t>(i == 0 ? GIGA_GROUP_NULL : i - 1) };
     }
     m_iWaterMark = m_iHighWaterMark = 0;
-    OpenHead();
+    if (m_pData && m_pGroups)
+    {
+        OpenHead();
+    }
 }
 
 void GigaPoolStatic_c::TakeStorage(std::size_t nAlignment)
@@ -156,7 +166,7 @@ void GigaPoolStatic_c::Reset()
     m_pBlock = m_pData = nullptr;
     m_pGroups = nullptr;
     m_nDataBytes = 0;
-    OpenHead();
+    m_Head = NO_HEAD;
 }
 
 bool GigaPoolStatic_c::IsArray(void const * pPtr) const

@@ -7,7 +7,7 @@
 // freed; under the address checker it is out of bounds until it is taken again.
 //
 // The storage is owned and counts under the category of the moment. No lock: one thread at a time. A pool costs 12 bytes
-// for every 32 elements, and a slab of the growing one up to 64 KB more of address space, which nothing ever touches.
+// for every 32 elements, and a slab of the growing one up to 64 KB more of address space: it counts, and stays untouched.
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -94,6 +94,7 @@ private:
     void Unchain(int & list, int link);
 
     static constexpr std::uint32_t GROUP_FULL = 0xFFFFFFFF;
+    static constexpr Masks_s NO_HEAD = { GROUP_FULL, 0 };
 
     Group_s * m_pGroups = nullptr;
     std::uint8_t * m_pData = nullptr;
@@ -106,7 +107,7 @@ private:
     int m_iHighWaterMark = 0;
     // The masks of the head of m_iFreeList, kept here and not in its group; those of a group without room where there is
     // none. They are read as soon as they were written, which processors do best at one and the same place.
-    Masks_s m_Head = { GROUP_FULL, 0 };
+    Masks_s m_Head = NO_HEAD;
     std::uint8_t * m_pHeadData = nullptr;   // the first element of the head
     std::size_t m_nDataBytes = 0;           // of m_pData
     std::uint64_t m_iReciprocal = 0;     // 2 to the power of RECIPROCAL_BITS by the element size, rounded up; 0 divides
@@ -145,8 +146,8 @@ public:
     bool Free(void const * pPtr, bool bArray) const;
 
 private:
-    // A chunk as Free wants it; there is one for each of its pages.
-    struct Slot_s
+    // A chunk as Free wants it; there is one for each of its pages. The alignment makes the size a power of 2.
+    struct alignas(16) Slot_s
     {
         std::uint8_t * pData = nullptr;
         std::size_t nQuickBytes = 0;     // of the data; 0 if elements are found by division
