@@ -199,8 +199,8 @@ void * GigaPoolStatic_c::TakeRarely(bool bArray)
     int const iBitIndex = std::countr_zero(~m_Head.m_iBits | 0x80000000u);
     ZQ_ASSERT_TEXT(iBitIndex >= 0 && iBitIndex < 32, "iBitIndex>=0 && iBitIndex<32");
     std::uint32_t const iBit = 1u << iBitIndex;
-    ZQ_ASSERT_TEXT(!(m_Head.m_iBits & iBit), "!(Group.m_iBits & iBit)");
-    ZQ_ASSERT_TEXT(!(m_Head.m_iArray & iBit), "!(Group.m_iArray & iBit)");
+    ZQ_ASSERT_TEXT(!(m_Head.m_iBits & iBit), "!(pGroup->m_iBits & iBit)");
+    ZQ_ASSERT_TEXT(!(m_Head.m_iArray & iBit), "!(pGroup->m_iArray & iBit)");
     auto const nSize = static_cast<std::size_t>(m_iElementSize);
     std::uint8_t * const pElement = m_pHeadData + static_cast<std::size_t>(iBitIndex) * nSize;
     m_Head.m_iBits |= iBit;
