@@ -178,8 +178,9 @@ bool GigaPoolStatic_c::IsArray(void const * pPtr) const
         return false;
     }
     unsigned const iElement = ElementOf(pPtr);
-    std::uint32_t const iArray = MasksOf(static_cast<int>(iElement / GROUP_ELEMENTS)).m_iArray;
-    return ((iArray >> (iElement % GROUP_ELEMENTS)) & 1) != 0;
+    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
+    Masks_s const & Masks = iGroup == m_iFreeList ? m_Head : m_pGroups[iGroup];
+    return ((Masks.m_iArray >> (iElement % GROUP_ELEMENTS)) & 1) != 0;
 }
 
 // All cases, those that leave the group without room among them. The water marks are the caller's.

@@ -86,7 +86,6 @@ private:
     void * TakeRarely(bool bArray);
     bool GiveRarely(unsigned iElement, bool bArray);
     bool GiveQuickly(Group_s * pGroups, unsigned iElement, bool bArray);
-    Masks_s const & MasksOf(int iGroup) const { return iGroup == m_iFreeList ? m_Head : m_pGroups[iGroup]; }
     void CloseHead();
     void OpenHead();
     void SetElementSize(int iElementSize);
