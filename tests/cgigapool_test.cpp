@@ -10,7 +10,9 @@
 #include <array>
 #include <bit>
 #include <deque>
+#include <iterator>
 #include <map>
+#include <memory>
 #include <random>
 #include <set>
 #include <vector>
@@ -193,45 +195,62 @@ TEST(GigaPoolResizeable, WorksOutTheElementsOfAChunk)
 
 TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
 {
-    constexpr int CHUNK = 32;
-    GigaPoolResizeable_c Pool(1, 8192);
-    std::vector<void *> dTaken = Take(Pool, 3 * CHUNK);
-    std::ptrdiff_t const nFull = MemoryTotalAllocations();
-    auto const FreeChunk = [&]
+    std::mt19937 Random(8);
+    for (int const nSize : { 8192, 1024 })   // one group in each chunk, and eight
     {
-        for (int i = 0; i < CHUNK; ++i)
+        int const nPerChunk = 0x40000 / nSize;
+        GigaPoolResizeable_c Pool(1, nSize);
+        std::vector<void *> dTaken = Take(Pool, 3 * nPerChunk);
+        std::ptrdiff_t const nFull = MemoryTotalAllocations();
+        void * pSpare = nullptr;
+        auto const FreeChunk = [&]
         {
-            EXPECT_TRUE(Pool.Free(dTaken.back(), false));
-            dTaken.pop_back();
-        }
-    };
-    void * const pSpare = dTaken.back();
-    FreeChunk();
-    EXPECT_EQ(MemoryTotalAllocations(), nFull) << "the first empty chunk stays";
-    EXPECT_FALSE(Pool.IsValid(pSpare));
-    EXPECT_FALSE(Pool.Free(pSpare, false));
-    EXPECT_EQ(Pool.WaterMark(), 2 * CHUNK) << "a pointer of no element leaves the water mark";
-    void * const pAgain = Pool.Alloc(false);
-    EXPECT_EQ(MemoryTotalAllocations(), nFull) << "and is used again";
-    EXPECT_TRUE(Pool.IsValid(pAgain));
-    EXPECT_TRUE(Pool.Free(pAgain, false));
-    FreeChunk();
-    EXPECT_LT(MemoryTotalAllocations(), nFull) << "a second empty chunk goes";
+            std::shuffle(dTaken.end() - nPerChunk, dTaken.end(), Random);
+            pSpare = dTaken[dTaken.size() - static_cast<std::size_t>(nPerChunk)];
+            for (int i = 0; i < nPerChunk; ++i)
+            {
+                EXPECT_TRUE(Pool.IsValid(pSpare)) << nSize << " bytes, " << nPerChunk - i << " elements out";
+                EXPECT_TRUE(Pool.Free(dTaken.back(), false));
+                dTaken.pop_back();
+            }
+            EXPECT_FALSE(Pool.IsValid(pSpare));
+        };
+        FreeChunk();
+        EXPECT_EQ(MemoryTotalAllocations(), nFull) << "the first empty chunk stays";
+        EXPECT_FALSE(Pool.Free(pSpare, false));
+        EXPECT_EQ(Pool.WaterMark(), 2 * nPerChunk) << "a pointer of no element leaves the water mark";
+        void * const pAgain = Pool.Alloc(false);
+        EXPECT_EQ(MemoryTotalAllocations(), nFull) << "and is used again";
+        EXPECT_TRUE(Pool.IsValid(pAgain));
+        EXPECT_TRUE(Pool.Free(pAgain, false));
+        FreeChunk();
+        EXPECT_LT(MemoryTotalAllocations(), nFull) << "a second empty chunk goes";
+        Pool.Reset();
+        EXPECT_EQ(Pool.WaterMark(), 0);
+        EXPECT_EQ(Pool.HighWaterMark(), 3 * nPerChunk);
+        EXPECT_TRUE(Pool.Alloc(false)) << "without a new Init";
+    }
 
+    GigaPoolResizeable_c Pool(1, 8192);
+    std::vector<void *> const dTaken = Take(Pool, 32);
+    EXPECT_TRUE(Pool.Alloc(false));
     EXPECT_EQ(FailedConditions([&] { Pool.IsArray(dTaken[0]); }), "0 && \"why would you care?\"");
-    EXPECT_EQ(FailedConditions([&] { Pool.Init(1, 8); }), "!m_pFullList & !m_pEmpty");
+    EXPECT_EQ(FailedConditions([&] { Pool.Init(1, 8); }), "!m_pFullList & !m_pHalfList");
     EXPECT_EQ(Pool.ElementSize(), 8192);
-    Pool.Reset();
-    EXPECT_EQ(Pool.WaterMark(), 0);
-    EXPECT_EQ(Pool.HighWaterMark(), 3 * CHUNK);
-    EXPECT_TRUE(Pool.Alloc(false)) << "without a new Init";
 }
 
 TEST(GigaPoolResizeable, FindsTheChunkAmongThousands)
 {
+    std::mt19937 Random(3);
+    std::vector<std::unique_ptr<char[]>> dBetween;   // so that the chunks are no neighbours
+    std::vector<void *> dTaken;
     GigaPoolResizeable_c Pool(1, 8192);
-    std::vector<void *> dTaken = Take(Pool, 2000 * 32);
-    std::shuffle(dTaken.begin(), dTaken.end(), std::mt19937(3));
+    for (int i = 0; i < 2000; ++i)
+    {
+        dBetween.push_back(std::make_unique_for_overwrite<char[]>((1 + Random() % 8) << 16));
+        std::ranges::copy(Take(Pool, 32), std::back_inserter(dTaken));
+    }
+    std::shuffle(dTaken.begin(), dTaken.end(), Random);
     std::set<void *> const dOut(dTaken.begin(), dTaken.end());
     ASSERT_EQ(dOut.size(), dTaken.size());
     EXPECT_FALSE(Pool.IsValid(At(*dOut.begin(), -1, 1)));

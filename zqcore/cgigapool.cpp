@@ -71,41 +71,52 @@ inline void GigaPoolStatic_c::Unchain(int & list, int link)
     }
 }
 
-// Puts the head's masks back into its group, ahead of a change of m_iFreeList.
-inline void GigaPoolStatic_c::CloseHead()
+// Opens the head of the free chain, if there is one.
+inline void GigaPoolStatic_c::Open(Head_s & Head) const
 {
-    if (m_iFreeList != GIGA_GROUP_NULL)
+    if (m_iFreeList != GIGA_GROUP_NULL && m_pData && m_pGroups)
     {
-        static_cast<Masks_s &>(m_pGroups[m_iFreeList]) = m_Head;
+        Group_s & Group = m_pGroups[m_iFreeList];
+        ZQ_ASSERT_TEXT(!(Group.m_iArray & ~Group.m_iBits), "!(pGroup->m_iArray & iBit)");
+        Head = { Group.Masks() ^ GROUP_FULL, &Group, ElementAt(static_cast<unsigned>(m_iFreeList * GROUP_ELEMENTS)),
+            static_cast<std::size_t>(m_iElementSize) };
     }
 }
 
-// Requires storage.
-inline void GigaPoolStatic_c::OpenHead()
+// Ahead of all work on the groups and chains.
+inline void GigaPoolStatic_c::Close(Head_s & Head) const
 {
-    if (m_iFreeList != GIGA_GROUP_NULL)
+    if (Head.pGroup)
     {
-        m_Head = m_pGroups[m_iFreeList];
-        m_pHeadData = ElementAt(static_cast<unsigned>(m_iFreeList * GROUP_ELEMENTS));
+        Head.pGroup->SetMasks(Head.iMasks ^ GROUP_FULL);
+        Head = {};
     }
-    else
-    {
-        m_Head = NO_HEAD;
-    }
+}
+
+// Moves the head of the free chain to the full one.
+inline void GigaPoolStatic_c::MoveFull()
+{
+    int const iGroup = m_iFreeList;
+    Unchain(m_iFreeList, iGroup);
+    Chain(m_iFullList, iGroup);
 }
 
 void GigaPoolStatic_c::Init(int iElements, int iElementSize)
 {
-    InitAligned(iElements, iElementSize, BLOCK_ALIGNMENT);
+    if (InitAligned(iElements, iElementSize, BLOCK_ALIGNMENT))
+    {
+        Open(m_Head);
+    }
 }
 
-void GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t nAlignment)
+// Leaves the head closed; false if nothing happened.
+bool GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t nAlignment)
 {
     ZQ_ASSERT(m_pData == nullptr);
     ZQ_ASSERT(m_pGroups == nullptr);
     if (m_pData || m_pGroups)
     {
-        return;   // the elements that are out stay good
+        return false;   // the elements that are out stay good
     }
     m_iNumGroups = GroupsFor(std::max(iElements, 0));
     ZQ_ASSERT_TEXT(m_iNumGroups < GIGA_GROUP_NULL, "m_iNumGroups<GIGA_GROUP_NULL");
@@ -119,14 +130,11 @@ void GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t 
     for (int i = 0; i < m_iNumGroups; ++i)
     {
         bool const bLast = i + 1 == m_iNumGroups;
-        m_pGroups[i] = { { 0, 0 }, static_cast<std::uint16_t>(bLast ? GIGA_GROUP_NULL : i + 1),
+        m_pGroups[i] = { 0, 0, static_cast<std::uint16_t>(bLast ? GIGA_GROUP_NULL : i + 1),
             static_cast<std::uint16_t>(i == 0 ? GIGA_GROUP_NULL : i - 1) };
     }
     m_iWaterMark = m_iHighWaterMark = 0;
-    if (m_pData && m_pGroups)
-    {
-        OpenHead();
-    }
+    return true;
 }
 
 void GigaPoolStatic_c::TakeStorage(std::size_t nAlignment)
@@ -166,7 +174,7 @@ void GigaPoolStatic_c::Reset()
     m_pBlock = m_pData = nullptr;
     m_pGroups = nullptr;
     m_nDataBytes = 0;
-    m_Head = NO_HEAD;
+    m_Head = {};
 }
 
 bool GigaPoolStatic_c::IsArray(void const * pPtr) const
@@ -178,52 +186,49 @@ bool GigaPoolStatic_c::IsArray(void const * pPtr) const
         return false;
     }
     unsigned const iElement = ElementOf(pPtr);
-    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
-    Masks_s const & Masks = iGroup == m_iFreeList ? m_Head : m_pGroups[iGroup];
-    return ((Masks.m_iArray >> (iElement % GROUP_ELEMENTS)) & 1) != 0;
+    Group_s const & Group = m_pGroups[iElement / GROUP_ELEMENTS];
+    std::uint64_t const iMasks = &Group == m_Head.pGroup ? m_Head.iMasks : Group.Masks();
+    return ((iMasks >> GROUP_ELEMENTS) & BothBits(iElement)) != 0;
 }
 
-// All cases, those that leave the group without room among them. The water marks are the caller's.
-void * GigaPoolStatic_c::TakeRarely(bool bArray)
+// Complains if there is none.
+bool GigaPoolStatic_c::RequireStorage() const
 {
-    int const iGroup = m_iFreeList;
-    if (iGroup == GIGA_GROUP_NULL)
-    {
-        return nullptr;
-    }
     ZQ_ASSERT_EX(m_pData, "Trying to allocate %i bytes, watermark %i", m_iElementSize, m_iWaterMark);
     ZQ_ASSERT(m_pGroups);
-    if (!m_pData || !m_pGroups)
+    return m_pData && m_pGroups;
+}
+
+// The last element of the head. The water marks are the caller's.
+void * GigaPoolStatic_c::TakeRarely(bool bArray)
+{
+    if (m_iFreeList == GIGA_GROUP_NULL || !RequireStorage())
     {
         return nullptr;
     }
-    int const iBitIndex = std::countr_zero(~m_Head.m_iBits | 0x80000000u);
-    ZQ_ASSERT_TEXT(iBitIndex >= 0 && iBitIndex < 32, "iBitIndex>=0 && iBitIndex<32");
-    std::uint32_t const iBit = 1u << iBitIndex;
-    ZQ_ASSERT_TEXT(!(m_Head.m_iBits & iBit), "!(pGroup->m_iBits & iBit)");
-    ZQ_ASSERT_TEXT(!(m_Head.m_iArray & iBit), "!(pGroup->m_iArray & iBit)");
-    auto const nSize = static_cast<std::size_t>(m_iElementSize);
-    std::uint8_t * const pElement = m_pHeadData + static_cast<std::size_t>(iBitIndex) * nSize;
-    m_Head.m_iBits |= iBit;
-    m_Head.m_iArray |= bArray ? iBit : 0;
-    if (m_Head.m_iBits == GROUP_FULL)
-    {
-        CloseHead();
-        Unchain(m_iFreeList, iGroup);
-        Chain(m_iFullList, iGroup);
-        OpenHead();
-    }
-    plat::CheckerAllow(pElement, nSize);
+    void * const pElement = m_Head.Take(bArray);
+    Close(m_Head);
+    MoveFull();
+    Open(m_Head);
     return pElement;
+}
+
+bool GigaPoolStatic_c::GiveRarely(unsigned iElement, bool bArray)
+{
+    Close(m_Head);
+    bool const bGiven = GiveClosed(iElement, bArray);
+    Open(m_Head);
+    return bGiven;
 }
 
 // All cases, those of a group without room and of misuse among them; false for an element that is not out. The water
 // mark, and what the address checker sees, are the caller's.
-bool GigaPoolStatic_c::GiveRarely(unsigned iElement, bool bArray)
+bool GigaPoolStatic_c::GiveClosed(unsigned iElement, bool bArray)
 {
     auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
-    Masks_s * const pGroup = iGroup == m_iFreeList ? &m_Head : m_pGroups + iGroup;
-    std::uint32_t const iBit = 1u << (iElement % GROUP_ELEMENTS);
+    Group_s * const pGroup = m_pGroups + iGroup;
+    std::uint64_t const iBoth = BothBits(iElement);
+    std::uint32_t const iBit = Lower(iBoth);
     bool const bOut = (pGroup->m_iBits & iBit) != 0;
     ZQ_ASSERT(pGroup->m_iBits & iBit);
     ZQ_ASSERT_TEXT(!(((pGroup->m_iArray & iBit) ? true : false) ^ bArray),
@@ -232,71 +237,42 @@ bool GigaPoolStatic_c::GiveRarely(unsigned iElement, bool bArray)
     {
         return false;
     }
-    bool const bWasFull = pGroup->m_iBits == GROUP_FULL;
-    pGroup->m_iBits &= ~iBit;
-    pGroup->m_iArray &= ~iBit;
-    if (bWasFull)
+    if (pGroup->m_iBits == GROUP_FULL)
     {
-        CloseHead();
         Unchain(m_iFullList, iGroup);
         Chain(m_iFreeList, iGroup);
-        OpenHead();
     }
+    pGroup->SetMasks(pGroup->Masks() & ~iBoth);
     return true;
-}
-
-constinit GigaChunkMap_c::Slot_s GigaChunkMap_c::s_dNoSlots[NO_SLOTS];
-
-void GigaChunkMap_c::Add(GigaChunk_s * pChunk)
-{
-    ForEachPage(*pChunk, [=, this](std::uintptr_t iPage) { AddPage(iPage, pChunk); });
-}
-
-void GigaChunkMap_c::Remove(GigaChunk_s * pChunk)
-{
-    ForEachPage(*pChunk, [this](std::uintptr_t iPage) { RemovePage(iPage); });
-    if (m_nUsed == 0)
-    {
-        Reset();
-    }
 }
 
 template <typename CALL>
 void GigaChunkMap_c::ForEachPage(GigaChunk_s const & Chunk, CALL Call)
 {
-    auto const iFirst = reinterpret_cast<std::uintptr_t>(Chunk.Pool.m_pData);
-    std::uintptr_t const iLastPage = (iFirst + Chunk.Pool.m_nDataBytes - 1) >> PAGE_BITS;
-    for (std::uintptr_t iPage = iFirst >> PAGE_BITS; iPage <= iLastPage; ++iPage)
+    GigaPoolStatic_c const & Pool = Chunk.Pool;
+    std::uintptr_t const iLast = PageMap_T<Entry_s>::PageOf(Pool.m_pData + Pool.m_nDataBytes - 1);
+    for (std::uintptr_t iPage = PageMap_T<Entry_s>::PageOf(Pool.m_pData); iPage <= iLast; ++iPage)
     {
         Call(iPage);
     }
 }
 
-void GigaChunkMap_c::Reset()
+void GigaChunkMap_c::Add(GigaChunk_s * pChunk)
 {
-    if (m_pSlots != s_dNoSlots)
-    {
-        delete[] m_pSlots;
-        m_pSlots = s_dNoSlots;
-        m_nSlots = NO_SLOTS;
-        m_iHashShift = 31;
-    }
+    GigaPoolStatic_c const & Pool = pChunk->Pool;
+    Entry_s const Entry = { Pool.m_pData, Pool.m_iReciprocal != 0 ? Pool.m_nDataBytes : 0, Pool.m_iReciprocal,
+        Pool.m_pGroups, pChunk->pOwner, pChunk };
+    ForEachPage(*pChunk, [&, this](std::uintptr_t iPage) { m_Pages.Add(iPage, Entry); });
 }
 
-// The page's slot, or the free one where it would go.
-std::uint32_t GigaChunkMap_c::SlotOf(std::uintptr_t iPage) const
+void GigaChunkMap_c::Remove(GigaChunk_s * pChunk)
 {
-    std::uint32_t i = Home(iPage);
-    while (m_pSlots[i].pChunk && m_pSlots[i].iPage != iPage)
-    {
-        i = (i + 1) & (m_nSlots - 1);
-    }
-    return i;
+    ForEachPage(*pChunk, [this](std::uintptr_t iPage) { m_Pages.Remove(iPage); });
 }
 
 GigaChunk_s * GigaChunkMap_c::Find(void const * pPtr) const
 {
-    GigaChunk_s * const pChunk = m_pSlots[SlotOf(reinterpret_cast<std::uintptr_t>(pPtr) >> PAGE_BITS)].pChunk;
+    GigaChunk_s * const pChunk = m_Pages.Find(PageMap_T<Entry_s>::PageOf(pPtr)).pChunk;
     return pChunk && pChunk->Pool.Holds(pPtr) && pChunk != pChunk->pOwner->m_pEmpty ? pChunk : nullptr;
 }
 
@@ -304,58 +280,14 @@ GigaChunk_s * GigaChunkMap_c::Find(void const * pPtr) const
 bool GigaChunkMap_c::FreeRarely(void const * pPtr, bool bArray) const
 {
     GigaChunk_s * const pChunk = Find(pPtr);
-    return pChunk && pChunk->pOwner->FreeRarely(*pChunk, pChunk->Pool.ElementOf(pPtr), bArray);
-}
-
-void GigaChunkMap_c::AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk)
-{
-    if ((m_nUsed + 1) * 4 > m_nSlots)
+    if (!pChunk)
     {
-        Grow();
+        return false;
     }
-    GigaPoolStatic_c const & Pool = pChunk->Pool;
-    std::size_t const nQuickBytes = Pool.m_iReciprocal != 0 ? Pool.m_nDataBytes : 0;
-    m_pSlots[SlotOf(iPage)] = { Pool.m_pData, nQuickBytes, Pool.m_iReciprocal, Pool.m_pGroups, pChunk->pOwner, pChunk,
-        iPage };
-    ++m_nUsed;
-}
-
-// Entries behind the slot move up into it, as long as that brings them no further ahead than their home.
-void GigaChunkMap_c::RemovePage(std::uintptr_t iPage)
-{
-    std::uint32_t const nMask = m_nSlots - 1;
-    std::uint32_t iGap = SlotOf(iPage);
-    m_pSlots[iGap] = {};
-    --m_nUsed;
-    for (std::uint32_t i = (iGap + 1) & nMask; m_pSlots[i].pChunk; i = (i + 1) & nMask)
-    {
-        if (((i - Home(m_pSlots[i].iPage)) & nMask) >= ((i - iGap) & nMask))
-        {
-            std::swap(m_pSlots[iGap], m_pSlots[i]);
-            iGap = i;
-        }
-    }
-}
-
-void GigaChunkMap_c::Grow()
-{
-    constexpr std::uint32_t FIRST_SLOTS = 16;
-    Slot_s * const pOld = m_pSlots;
-    std::uint32_t const nOld = m_nSlots;
-    m_nSlots = std::max(nOld * 2, FIRST_SLOTS);
-    m_iHashShift = 33 - static_cast<int>(std::bit_width(m_nSlots));
-    m_pSlots = ZQ_NEW Slot_s[m_nSlots];
-    for (std::uint32_t i = 0; i < nOld; ++i)
-    {
-        if (pOld[i].pChunk)
-        {
-            m_pSlots[SlotOf(pOld[i].iPage)] = pOld[i];
-        }
-    }
-    if (pOld != s_dNoSlots)
-    {
-        delete[] pOld;
-    }
+    unsigned const iElement = pChunk->Pool.ElementOf(pPtr);
+    GigaPoolResizeable_c & Owner = *pChunk->pOwner;
+    return Owner.FreeQuickly(*pChunk, pChunk->Pool.m_pGroups, iElement, bArray)
+           || Owner.FreeRarely(*pChunk, iElement, bArray);
 }
 
 void GigaPoolResizeable_c::Init(int iElements, int iElementSize)
@@ -385,6 +317,7 @@ void GigaPoolResizeable_c::Reset()
     DestroyAll(m_pHalfList);
     DestroyAll(m_pFullList);
     DestroyAll(m_pEmpty);
+    m_Head = {};
     m_iWaterMark = 0;
 }
 
@@ -394,62 +327,93 @@ bool GigaPoolResizeable_c::IsArray(void const *) const
     return false;
 }
 
+// Opens the head of the chunk that serves Alloc, if there is one.
+inline void GigaPoolResizeable_c::OpenHead()
+{
+    if (m_pHalfList)
+    {
+        m_pHalfList->Pool.Open(m_Head);
+        m_pHalfList->nGroupsInUse -= m_Head.IsEmpty() ? 0 : 1;
+        m_Head.iEmptied = m_pHalfList->nGroupsInUse == 0 ? GigaPoolStatic_c::GROUP_FULL : 0;
+    }
+}
+
+// Ahead of all work on the chunks.
+inline void GigaPoolResizeable_c::CloseHead()
+{
+    if (m_Head.pGroup)
+    {
+        m_pHalfList->nGroupsInUse += m_Head.IsEmpty() ? 0 : 1;
+        m_pHalfList->Pool.Close(m_Head);
+    }
+}
+
 // All cases, those that need another group or chunk among them.
 void * GigaPoolResizeable_c::AllocRarely(bool bArray)
 {
-    GigaChunk_s * const pChunk = m_pHalfList ? m_pHalfList : TakeChunk();
-    void * const pElement = pChunk->Pool.TakeRarely(bArray);
-    if (!pElement)
+    if (!m_pHalfList)
     {
-        Retire(pChunk);   // a chunk without storage, which has complained
+        TakeChunk();
+        OpenHead();
+    }
+    GigaChunk_s * const pChunk = m_pHalfList;
+    if (!pChunk->Pool.RequireStorage())
+    {
+        Retire(pChunk);
         return nullptr;
     }
-    pChunk->Pool.m_iWaterMark += 1;
+    bool const bLast = !m_Head.LeavesRoom();
+    void * const pElement = m_Head.Take(bArray);
     m_iWaterMark += 1;
     m_iHighWaterMark = std::max(m_iHighWaterMark, m_iWaterMark);
-    if (pChunk->Pool.m_iWaterMark == m_iElementsPerChunk)
+    if (bLast)
     {
-        UnlinkChunk(m_pHalfList, pChunk);
-        LinkChunk(m_pFullList, pChunk);
+        CloseHead();
+        pChunk->Pool.MoveFull();
+        if (pChunk->Pool.m_iFreeList == GIGA_GROUP_NULL)
+        {
+            UnlinkChunk(m_pHalfList, pChunk);
+            LinkChunk(m_pFullList, pChunk);
+        }
+        OpenHead();
     }
     return pElement;
 }
 
-// All cases, those of a full group or chunk, the spare and misuse among them.
+// All cases, those of a full group or chunk, of the last element of a chunk and of misuse among them.
 bool GigaPoolResizeable_c::FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bool bArray)
 {
-    if (&Chunk == m_pEmpty)
-    {
-        return false;
-    }
     GigaPoolStatic_c & Pool = Chunk.Pool;
-    if (!Pool.GiveRarely(iElement, bArray))
+    bool const bWasFull = Pool.m_iFreeList == GIGA_GROUP_NULL;
+    CloseHead();
+    if (Pool.GiveClosed(iElement, bArray))
     {
-        return true;   // it was not out
+        plat::CheckerForbid(Pool.ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
+        m_iWaterMark -= 1;
+        Chunk.nGroupsInUse -= Pool.m_pGroups[iElement / GigaPoolStatic_c::GROUP_ELEMENTS].m_iBits == 0 ? 1 : 0;
+        if (bWasFull)
+        {
+            UnlinkChunk(m_pFullList, &Chunk);
+            LinkChunk(m_pHalfList, &Chunk);
+        }
+        else if (Chunk.nGroupsInUse == 0)
+        {
+            Retire(&Chunk);
+        }
     }
-    plat::CheckerForbid(Pool.ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
-    m_iWaterMark -= 1;
-    Pool.m_iWaterMark -= 1;
-    if (Pool.m_iWaterMark == m_iElementsPerChunk - 1)
-    {
-        UnlinkChunk(m_pFullList, &Chunk);
-        LinkChunk(m_pHalfList, &Chunk);
-    }
-    else if (Pool.m_iWaterMark == 0)
-    {
-        Retire(&Chunk);
-    }
+    OpenHead();
     return true;
 }
 
-GigaChunk_s * GigaPoolResizeable_c::TakeChunk()
+// The spare or a new one, at the head of the half list.
+void GigaPoolResizeable_c::TakeChunk()
 {
     GigaChunk_s * pChunk = m_pEmpty;
     if (!pChunk)
     {
         pChunk = ZQ_NEW GigaChunk_s;
         pChunk->pOwner = this;
-        pChunk->Pool.InitAligned(m_iElementsPerChunk, m_iElementSize, std::size_t{ 1 } << GigaChunkMap_c::PAGE_BITS);
+        pChunk->Pool.InitAligned(m_iElementsPerChunk, m_iElementSize, GigaChunkMap_c::PAGE);
         if (pChunk->Pool.m_pData)
         {
             m_pMap->Add(pChunk);
@@ -457,7 +421,6 @@ GigaChunk_s * GigaPoolResizeable_c::TakeChunk()
     }
     m_pEmpty = nullptr;
     LinkChunk(m_pHalfList, pChunk);
-    return pChunk;
 }
 
 // Takes a chunk of the half list out of use.

@@ -10,7 +10,7 @@
 // for every 32 elements, and a slab of the growing one up to 64 KB more of address space: it counts, and stays untouched.
 #pragma once
 
-#include "zqcore/cconfig.h"
+#include "zqcore/cpagemap.h"
 
 /// The null value of a group's index.
 inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
@@ -62,38 +62,54 @@ private:
     friend class GigaPoolResizeable_c;
     friend class GigaChunkMap_c;
 
-    struct Masks_s
+    struct Group_s
     {
         std::uint32_t m_iBits;    // elements that are out
         std::uint32_t m_iArray;   // those of them that were taken as arrays
-
-        std::uint32_t TakeQuickly(bool bArray);
-        bool GiveQuickly(std::uint32_t iBit, bool bArray);
-    };
-
-    struct Group_s : Masks_s
-    {
         std::uint16_t iNext;
         std::uint16_t iPrev;
+
+        std::uint64_t Masks() const;
+        void SetMasks(std::uint64_t iMasks);
+        bool GiveQuickly(std::uint64_t iBoth, bool bArray, bool bMayEmpty);
     };
 
-    void InitAligned(int iElements, int iElementSize, std::size_t nAlignment);
+    // The head of the free chain is open between calls: its masks are here, and those of its record are out of date.
+    // They are read as soon as they were written, which processors do best at one and the same place.
+    struct Head_s
+    {
+        std::uint64_t iMasks = 0;     // as of a group, but the lower half has the elements that are not out
+        Group_s * pGroup = nullptr;   // null: none is open
+        std::uint8_t * pElements = nullptr;
+        std::size_t nElementSize = 0;
+        std::uint32_t iEmptied = 0;   // the lower half that would leave a chunk empty, which is no quick matter; or 0
+
+        bool IsEmpty() const { return Lower(iMasks) == GROUP_FULL; }
+        bool LeavesRoom() const;
+        void * Take(bool bArray);
+        bool GiveQuickly(std::uint64_t iBoth, bool bArray);
+    };
+
+    bool InitAligned(int iElements, int iElementSize, std::size_t nAlignment);
     void TakeStorage(std::size_t nAlignment);
     bool Holds(void const * pPtr) const;
     unsigned ElementOf(void const * pPtr) const;
     std::uint8_t * ElementAt(unsigned iElement) const;
-    void * TakeQuickly(bool bArray);
+    bool RequireStorage() const;
     void * TakeRarely(bool bArray);
     bool GiveRarely(unsigned iElement, bool bArray);
-    bool GiveQuickly(Group_s * pGroups, unsigned iElement, bool bArray);
-    void CloseHead();
-    void OpenHead();
+    bool GiveClosed(unsigned iElement, bool bArray);
+    void Open(Head_s & Head) const;
+    void Close(Head_s & Head) const;
+    void MoveFull();
     void SetElementSize(int iElementSize);
     void Chain(int & list, int link);
     void Unchain(int & list, int link);
 
+    static std::uint32_t Lower(std::uint64_t iMasks) { return static_cast<std::uint32_t>(iMasks); }
+    static std::uint64_t BothBits(unsigned iElement);
+
     static constexpr std::uint32_t GROUP_FULL = 0xFFFFFFFF;
-    static constexpr Masks_s NO_HEAD = { GROUP_FULL, 0 };
 
     Group_s * m_pGroups = nullptr;
     std::uint8_t * m_pData = nullptr;
@@ -104,11 +120,8 @@ private:
     int m_iFullList = GIGA_GROUP_NULL;   // head of the groups without
     int m_iWaterMark = 0;
     int m_iHighWaterMark = 0;
-    // The masks of the head of m_iFreeList, kept here and not in its group; those of a group without room where there is
-    // none. They are read as soon as they were written, which processors do best at one and the same place.
-    Masks_s m_Head = NO_HEAD;
-    std::uint8_t * m_pHeadData = nullptr;   // the first element of the head
-    std::size_t m_nDataBytes = 0;           // of m_pData
+    Head_s m_Head;
+    std::size_t m_nDataBytes = 0;        // of m_pData
     std::uint64_t m_iReciprocal = 0;     // 2 to the power of RECIPROCAL_BITS by the element size, rounded up; 0 divides
     std::uint8_t * m_pBlock = nullptr;   // of the heap, with m_pData in it
 
@@ -120,19 +133,17 @@ private:
 struct GigaChunk_s;
 class GigaPoolResizeable_c;
 
-/// Finds the chunk of an address in constant time, by a hash of the pages on which chunks lie.
+/// Finds the chunk of an address in constant time.
 class ZQ_API GigaChunkMap_c
 {
 public:
-    // 64 KB, and where chunks begin: so a page holds parts of one chunk at most.
-    static constexpr int PAGE_BITS = 16;
+    static constexpr std::size_t PAGE = std::size_t{ 1 } << PageMap_T<int>::PAGE_BITS;   // bytes
 
     GigaChunkMap_c() = default;
-    ~GigaChunkMap_c() { Reset(); }
     GigaChunkMap_c(GigaChunkMap_c const &) = delete;
     GigaChunkMap_c & operator=(GigaChunkMap_c const &) = delete;
 
-    /// Enters a chunk, which is not owned.
+    /// Enters a chunk, which is not owned. Its storage must begin at a multiple of PAGE.
     void Add(GigaChunk_s * pChunk);
 
     /// Takes a chunk out.
@@ -145,35 +156,22 @@ public:
     bool Free(void const * pPtr, bool bArray) const;
 
 private:
-    // A chunk as Free wants it; there is one for each of its pages. The alignment makes the size a power of 2.
-    struct alignas(16) Slot_s
+    // A chunk as Free wants it.
+    struct Entry_s
     {
         std::uint8_t * pData = nullptr;
         std::size_t nQuickBytes = 0;     // of the data; 0 if elements are found by division
         std::uint64_t iReciprocal = 0;   // as the pool's
         GigaPoolStatic_c::Group_s * pGroups = nullptr;
         GigaPoolResizeable_c * pOwner = nullptr;
-        GigaChunk_s * pChunk = nullptr;   // null: the slot is free
-        std::uintptr_t iPage = 0;
+        GigaChunk_s * pChunk = nullptr;
     };
 
-    std::uint32_t Home(std::uintptr_t iPage) const;
-    std::uint32_t SlotOf(std::uintptr_t iPage) const;
     bool FreeRarely(void const * pPtr, bool bArray) const;
     template <typename CALL>
     static void ForEachPage(GigaChunk_s const & Chunk, CALL Call);
-    void AddPage(std::uintptr_t iPage, GigaChunk_s * pChunk);
-    void RemovePage(std::uintptr_t iPage);
-    void Grow();
-    void Reset();
 
-    static constexpr std::uint32_t NO_SLOTS = 2;
-    static Slot_s s_dNoSlots[NO_SLOTS];   // of a map without chunks; they stay free
-
-    Slot_s * m_pSlots = s_dNoSlots;
-    std::uint32_t m_nSlots = NO_SLOTS;   // a power of 2
-    std::uint32_t m_nUsed = 0;           // at most a quarter of them
-    int m_iHashShift = 31;
+    PageMap_T<Entry_s> m_Pages;
 };
 
 /// A chain of slabs that grows.
@@ -220,9 +218,14 @@ private:
     friend class GigaChunkMap_c;
     friend class StaticMemoryPool_c;
 
+    bool LeavesRoom() const { return m_Head.LeavesRoom(); }
+    void * TakeQuickly(bool bArray);
     void * AllocRarely(bool bArray);
+    bool FreeQuickly(GigaChunk_s & Chunk, GigaPoolStatic_c::Group_s * pGroups, unsigned iElement, bool bArray);
     bool FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bool bArray);
-    GigaChunk_s * TakeChunk();
+    void OpenHead();
+    void CloseHead();
+    void TakeChunk();
     void Retire(GigaChunk_s * pChunk);
     void Destroy(GigaChunk_s * pChunk);
     void DestroyAll(GigaChunk_s *& pList);
@@ -234,6 +237,7 @@ private:
     GigaChunk_s * m_pEmpty = nullptr;      // the spare
     int m_iElementsPerChunk = 0;
     int m_iElementSize = 0;
+    GigaPoolStatic_c::Head_s m_Head;   // of the first chunk of m_pHalfList
     GigaChunkMap_c m_OwnMap;
     GigaChunkMap_c * m_pMap = &m_OwnMap;   // all chunks, the spare included; pools may share a map
 };

@@ -6,6 +6,7 @@
 #include "platform/checker.h"
 
 #include <bit>
+#include <cstring>
 
 struct GigaChunk_s
 {
@@ -13,6 +14,7 @@ struct GigaChunk_s
     GigaChunk_s * pPrev = nullptr;
     GigaPoolStatic_c Pool;
     GigaPoolResizeable_c * pOwner = nullptr;
+    int nGroupsInUse = 0;   // with elements out, an open one apart
 };
 
 inline bool GigaPoolStatic_c::Holds(void const * pPtr) const
@@ -36,75 +38,80 @@ inline std::uint8_t * GigaPoolStatic_c::ElementAt(unsigned iElement) const
     return m_pData + iElement * static_cast<std::size_t>(m_iElementSize);
 }
 
-/// Takes the lowest free element, if that is all there is to do: its bit; else 0, and nothing has happened.
-inline std::uint32_t GigaPoolStatic_c::Masks_s::TakeQuickly(bool bArray)
+/// The element's bit in both masks of its group.
+inline std::uint64_t GigaPoolStatic_c::BothBits(unsigned iElement)
 {
-    std::uint32_t const iBits = m_iBits;
-    std::uint32_t const iNewBits = iBits | (iBits + 1);   // with the lowest clear bit set
-    std::uint32_t const iBit = iNewBits ^ iBits;
-    if (iNewBits == GROUP_FULL || (m_iArray & iBit))
-    {
-        return 0;
-    }
-    m_iBits = iNewBits;
-    if (bArray)
-    {
-        m_iArray |= iBit;
-    }
-    return iBit;
+    return std::rotl(0x100000001ull, static_cast<int>(iElement));   // the same each GROUP_ELEMENTS
 }
 
-/// Gives an element back, if that is all there is to do; else false, and nothing has happened.
-inline bool GigaPoolStatic_c::Masks_s::GiveQuickly(std::uint32_t iBit, bool bArray)
+/// Both masks in one word, m_iBits in the lower half.
+inline std::uint64_t GigaPoolStatic_c::Group_s::Masks() const
 {
-    std::uint32_t const iBits = m_iBits;
-    std::uint32_t const iArrayWanted = bArray ? GROUP_FULL : 0;
-    if (iBits == GROUP_FULL || !(iBits & iBit) || ((m_iArray ^ iArrayWanted) & iBit))
+    std::uint64_t iMasks;
+    std::memcpy(&iMasks, this, sizeof iMasks);
+    return iMasks;
+}
+
+inline void GigaPoolStatic_c::Group_s::SetMasks(std::uint64_t iMasks)
+{
+    std::memcpy(this, &iMasks, sizeof iMasks);
+}
+
+/// Gives an element back, if that is all there is to do; else false, and nothing has happened. Without bMayEmpty there is
+/// more to do for the last element of a group.
+inline bool GigaPoolStatic_c::Group_s::GiveQuickly(std::uint64_t iBoth, bool bArray, bool bMayEmpty)
+{
+    std::uint64_t const iWas = Masks();
+    std::uint64_t const iLeft = iWas ^ (bArray ? iBoth : Lower(iBoth));
+    if (Lower(iWas) == GROUP_FULL || (iLeft & iBoth) || (!bMayEmpty && Lower(iLeft) == 0))
     {
         return false;
     }
-    m_iBits = iBits & ~iBit;
-    if (bArray)
-    {
-        m_iArray &= ~iBit;
-    }
+    SetMasks(iLeft);
     return true;
 }
 
-/// An element of the group at the head, if that leaves room there; else null. The water marks are the caller's.
-inline void * GigaPoolStatic_c::TakeQuickly(bool bArray)
+/// Whether there is room for an element and another one.
+inline bool GigaPoolStatic_c::Head_s::LeavesRoom() const
 {
-    std::uint32_t const iBit = m_Head.TakeQuickly(bArray);
-    if (iBit == 0)
-    {
-        return nullptr;
-    }
-    auto const nSize = static_cast<std::size_t>(m_iElementSize);
-    auto const iBitIndex = static_cast<unsigned>(std::countr_zero(iBit | 0x80000000u));   // iBit is not 0
-    void * const pElement = m_pHeadData + iBitIndex * nSize;
-    plat::CheckerAllow(pElement, nSize);
+    return Lower(iMasks & (iMasks - 1)) != 0;
+}
+
+/// Takes the lowest free element. Requires one.
+inline void * GigaPoolStatic_c::Head_s::Take(bool bArray)
+{
+    std::uint64_t const iWas = iMasks;
+    std::uint64_t const iLeft = iWas & (iWas - 1);
+    iMasks = bArray ? iLeft | (iWas ^ iLeft) << GROUP_ELEMENTS : iLeft;
+    auto const iElement = static_cast<unsigned>(__builtin_ctzll(iWas));   // std::countr_zero tests for 0 first
+    void * const pElement = pElements + iElement * nElementSize;
+    plat::CheckerAllow(pElement, nElementSize);
     return pElement;
 }
 
-/// Gives an element back, if that is all there is to do; else false, and nothing has happened. The water mark, and what
-/// the address checker sees, are the caller's.
-inline bool GigaPoolStatic_c::GiveQuickly(Group_s * pGroups, unsigned iElement, bool bArray)
+/// As of a group; one that is open is never full.
+inline bool GigaPoolStatic_c::Head_s::GiveQuickly(std::uint64_t iBoth, bool bArray)
 {
-    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
-    std::uint32_t const iBit = 1u << (iElement % GROUP_ELEMENTS);
-    return iGroup == m_iFreeList ? m_Head.GiveQuickly(iBit, bArray) : pGroups[iGroup].GiveQuickly(iBit, bArray);
+    std::uint64_t const iLeft = bArray ? iMasks ^ (iBoth ^ Lower(iBoth)) : iMasks;
+    std::uint64_t const iNew = iLeft | Lower(iBoth);
+    if ((iLeft & iBoth) || Lower(iNew) == iEmptied)
+    {
+        return false;
+    }
+    iMasks = iNew;
+    return true;
 }
 
 inline void * GigaPoolStatic_c::Alloc(bool bArray)
 {
-    void * pElement = TakeQuickly(bArray);
-    if (!pElement) [[unlikely]]
+    void * pElement;
+    if (m_Head.LeavesRoom()) [[likely]]
     {
-        pElement = TakeRarely(bArray);
-        if (!pElement)
-        {
-            return nullptr;
-        }
+        pElement = m_Head.Take(bArray);
+    }
+    else if (pElement = TakeRarely(bArray); !pElement)
+    {
+        return nullptr;
     }
     m_iWaterMark += 1;
     if (m_iHighWaterMark < m_iWaterMark)
@@ -121,7 +128,11 @@ inline bool GigaPoolStatic_c::Free(void const * pPtr, bool bArray)
         return IsValid(pPtr);   // false, with the complaints about a pool without storage
     }
     unsigned const iElement = ElementOf(pPtr);
-    if (!GiveQuickly(m_pGroups, iElement, bArray) && !GiveRarely(iElement, bArray))
+    Group_s * const pGroup = m_pGroups + iElement / GROUP_ELEMENTS;
+    std::uint64_t const iBoth = BothBits(iElement);
+    bool const bGiven =
+        pGroup == m_Head.pGroup ? m_Head.GiveQuickly(iBoth, bArray) : pGroup->GiveQuickly(iBoth, bArray, true);
+    if (!bGiven && !GiveRarely(iElement, bArray)) [[unlikely]]
     {
         return true;   // it was not out
     }
@@ -137,45 +148,52 @@ inline bool GigaPoolStatic_c::IsValid(void const * pPtr) const
     return Holds(pPtr);
 }
 
-inline std::uint32_t GigaChunkMap_c::Home(std::uintptr_t iPage) const
-{
-    constexpr std::uint32_t GOLDEN = 2654435769u;   // 2 to the power of 32 by the golden ratio
-    return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> m_iHashShift;
-}
-
 inline bool GigaChunkMap_c::Free(void const * pPtr, bool bArray) const
 {
-    auto const iAddress = reinterpret_cast<std::uintptr_t>(pPtr);
-    Slot_s const & Slot = m_pSlots[Home(iAddress >> PAGE_BITS)];
-    std::size_t const iOffset = iAddress - reinterpret_cast<std::uintptr_t>(Slot.pData);
-    if (iOffset >= Slot.nQuickBytes) [[unlikely]]
+    Entry_s const & Entry = m_Pages.AtHome(pPtr);
+    std::size_t const iOffset = reinterpret_cast<std::uintptr_t>(pPtr) - reinterpret_cast<std::uintptr_t>(Entry.pData);
+    if (iOffset >= Entry.nQuickBytes) [[unlikely]]
     {
         return FreeRarely(pPtr, bArray);
     }
-    auto const iElement = static_cast<unsigned>((iOffset * Slot.iReciprocal) >> GigaPoolStatic_c::RECIPROCAL_BITS);
-    if (!Slot.pChunk->Pool.GiveQuickly(Slot.pGroups, iElement, bArray)) [[unlikely]]
+    auto const iElement = static_cast<unsigned>((iOffset * Entry.iReciprocal) >> GigaPoolStatic_c::RECIPROCAL_BITS);
+    return Entry.pOwner->FreeQuickly(*Entry.pChunk, Entry.pGroups, iElement, bArray) || FreeRarely(pPtr, bArray);
+}
+
+/// Gives an element back, if that is all there is to do; else false, and nothing has happened. The groups are the
+/// chunk's, and spare a look at it.
+inline bool GigaPoolResizeable_c::FreeQuickly(
+    GigaChunk_s & Chunk, GigaPoolStatic_c::Group_s * pGroups, unsigned iElement, bool bArray)
+{
+    auto * const pGroup = pGroups + iElement / GigaPoolStatic_c::GROUP_ELEMENTS;
+    std::uint64_t const iBoth = GigaPoolStatic_c::BothBits(iElement);
+    bool bGiven;
+    if (pGroup == m_Head.pGroup) [[likely]]
     {
-        return Slot.pOwner->FreeRarely(*Slot.pChunk, iElement, bArray);
+        bGiven = m_Head.GiveQuickly(iBoth, bArray);
     }
-    plat::CheckerForbid(
-        Slot.pChunk->Pool.ElementAt(iElement), static_cast<std::size_t>(Slot.pChunk->Pool.ElementSize()));
-    Slot.pOwner->m_iWaterMark -= 1;
-    if (--Slot.pChunk->Pool.m_iWaterMark == 0) [[unlikely]]
+    else
     {
-        Slot.pOwner->Retire(Slot.pChunk);
+        bGiven = pGroup->GiveQuickly(iBoth, bArray, false);
     }
+    if (!bGiven) [[unlikely]]
+    {
+        return false;
+    }
+    plat::CheckerForbid(Chunk.Pool.ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
+    m_iWaterMark -= 1;
     return true;
 }
 
 inline void * GigaPoolResizeable_c::Alloc(bool bArray)
 {
-    GigaChunk_s * const pChunk = m_pHalfList;
-    void * const pElement = pChunk ? pChunk->Pool.TakeQuickly(bArray) : nullptr;
-    if (!pElement) [[unlikely]]
-    {
-        return AllocRarely(bArray);
-    }
-    pChunk->Pool.m_iWaterMark += 1;
+    return LeavesRoom() ? TakeQuickly(bArray) : AllocRarely(bArray);
+}
+
+/// An element of the open group, which stays open. Requires LeavesRoom().
+inline void * GigaPoolResizeable_c::TakeQuickly(bool bArray)
+{
+    void * const pElement = m_Head.Take(bArray);
     m_iWaterMark += 1;
     if (m_iHighWaterMark < m_iWaterMark)
     {

@@ -54,6 +54,7 @@ private:
         bool bReserved;                 // always false
     };
 
+    GigaPoolResizeable_c * PoolFor(unsigned int nBytes) const;
     ZQ_COLD void * AllocRarely(unsigned int nBytes, bool bArray);
     void SetPools();
 
@@ -66,14 +67,20 @@ private:
     GigaChunkMap_c m_Map;                              // the chunks of all classes
 };
 
+/// The pool of the smallest class that fits; null if that takes a walk.
+inline GigaPoolResizeable_c * StaticMemoryPool_c::PoolFor(unsigned int nBytes) const
+{
+    return nBytes <= STEP * STEPS ? m_dPools[(nBytes + STEP - 1) / STEP] : nullptr;
+}
+
 inline void * StaticMemoryPool_c::Alloc(unsigned int nBytes, bool bArray)
 {
-    GigaPoolResizeable_c * const pPool = nBytes <= STEP * STEPS ? m_dPools[(nBytes + STEP - 1) / STEP] : nullptr;
-    if (!pPool)
+    GigaPoolResizeable_c * const pPool = PoolFor(nBytes);
+    if (pPool && pPool->LeavesRoom()) [[likely]]
     {
-        return AllocRarely(nBytes, bArray);
+        return pPool->TakeQuickly(bArray);
     }
-    void * const p = pPool->Alloc(bArray);
+    void * const p = pPool ? pPool->AllocRarely(bArray) : nullptr;
     return p ? p : AllocRarely(nBytes, bArray);
 }
 

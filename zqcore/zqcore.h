@@ -35,6 +35,7 @@
 #include "zqcore/cmemoryreport.h"
 #include "zqcore/cmodule.h"
 #include "zqcore/copcode.h"
+#include "zqcore/cpagemap.h"
 #include "zqcore/cperlin.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/cpropertylist.h"

@@ -1,0 +1,52 @@
+#include "zqcore/cpagemap.h"
+
+#include "zqcore/cmemory.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+
+TEST(PageMap, HoldsPagesThatMeetAsAPlainModelDoes)
+{
+    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
+    PageMap_T<int> Map;
+    std::map<std::uintptr_t, int> Model;
+    std::mt19937 Random(12);
+    // Runs of 8 pages at distances at which all of them lead to the same 8 slots.
+    auto const AnyPage = [&] { return (Random() % 40) << 11 | Random() % 8; };
+    auto const Address = [](std::uintptr_t iPage) { return reinterpret_cast<void const *>((iPage << 16) + 0xFFFF); };
+    for (int iStep = 1; iStep < 20000; ++iStep)
+    {
+        std::uintptr_t const iPage = AnyPage();
+        bool const bGrow = iStep / 1000 % 2 == 0;
+        if (auto const it = Model.find(iPage); it == Model.end() && (bGrow || Random() % 4 == 0))
+        {
+            Map.Add(iPage, iStep);
+            Model[iPage] = iStep;
+        }
+        else if (it != Model.end() && (!bGrow || Random() % 4 == 0))
+        {
+            Map.Remove(iPage);
+            Model.erase(it);
+        }
+        std::uintptr_t const iOther = AnyPage();
+        ASSERT_EQ(Map.Find(iOther), Model.contains(iOther) ? Model[iOther] : 0) << "step " << iStep;
+        ASSERT_EQ(Map.PageOf(Address(iOther)), iOther);
+    }
+    while (!Model.empty())
+    {
+        Map.Remove(Model.begin()->first);
+        Model.erase(Model.begin());
+    }
+    EXPECT_EQ(Map.AtHome(Address(5)), 0);
+    Map.Add(5, 1);
+    EXPECT_EQ(Map.AtHome(Address(5)), 1);
+    Map.Add(5 + (1 << 11), 2);
+    EXPECT_EQ(Map.AtHome(Address(5 + (1 << 11))), 1) << "another page's";
+    EXPECT_EQ(Map.Find(5 + (1 << 11)), 2);
+    Map.Remove(5);
+    EXPECT_EQ(Map.AtHome(Address(5 + (1 << 11))), 2) << "at home again";
+    Map.Remove(5 + (1 << 11));
+    EXPECT_EQ(MemoryTotalAllocations(), nBefore) << "without pages there is no storage";
+}

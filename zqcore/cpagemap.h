@@ -1,0 +1,145 @@
+// cpagemap.h: a value for each page of the address space, in a hash table that answers in one look.
+//
+// A page is at home in the slot that the lower bits of its number lead to: memory that is taken together has pages side
+// by side, which never meet there. Where two pages do meet, the second one goes elsewhere, and the table grows sooner.
+// No lock: one thread at a time.
+#pragma once
+
+#include "zqcore/cconfig.h"
+
+#include <bit>
+#include <cstddef>
+#include <utility>
+
+/// VALUE must be copyable; a value that is made without arguments stands for no page.
+template <typename VALUE>
+class PageMap_T
+{
+public:
+    static constexpr int PAGE_BITS = 16;   // a page has 64 KB
+
+    PageMap_T() = default;
+    ~PageMap_T() { Reset(); }
+    PageMap_T(PageMap_T const &) = delete;
+    PageMap_T & operator=(PageMap_T const &) = delete;
+
+    /// The number of the page on which an address lies.
+    static std::uintptr_t PageOf(void const * pAddress)
+    {
+        return reinterpret_cast<std::uintptr_t>(pAddress) >> PAGE_BITS;
+    }
+
+    /// The value of the address's page; or of another page, or of none, unless the page is at home. The quick way for a
+    /// caller that sees from the value whose it is.
+    VALUE const & AtHome(void const * pAddress) const
+    {
+        constexpr int SLOT_BITS = std::bit_width(sizeof(Slot_s)) - 1;
+        auto const iSlot = (reinterpret_cast<std::uintptr_t>(pAddress) >> (PAGE_BITS - SLOT_BITS)) & m_iHomeMask;
+        return reinterpret_cast<Slot_s const *>(reinterpret_cast<std::byte const *>(m_pSlots) + iSlot)->Value;
+    }
+
+    /// The value of the page; that of none if there is no such page.
+    VALUE const & Find(std::uintptr_t iPage) const { return m_pSlots[SlotOf(iPage)].Value; }
+
+    /// Enters a page, which must not be there yet.
+    void Add(std::uintptr_t iPage, VALUE const & Value)
+    {
+        bool const bAtHome = SlotOf(iPage) == (iPage & (m_nSlots - 1));
+        if ((m_nUsed + 1) * (bAtHome ? 4 : 16) > m_nSlots)
+        {
+            Grow();
+        }
+        m_pSlots[SlotOf(iPage)] = { Value, iPage };
+        ++m_nUsed;
+    }
+
+    /// Takes a page out, which must be there. Without pages the map has no storage.
+    void Remove(std::uintptr_t iPage)
+    {
+        std::size_t i = SlotOf(iPage);
+        m_pSlots[i] = {};
+        for (i = NextSlot(i); m_pSlots[i].iPage != NO_PAGE; i = NextSlot(i))
+        {
+            Slot_s const Slot = std::exchange(m_pSlots[i], {});   // it may have gone past the page
+            m_pSlots[SlotOf(Slot.iPage)] = Slot;
+        }
+        if (--m_nUsed == 0)
+        {
+            Reset();
+        }
+    }
+
+private:
+    static constexpr std::uintptr_t NO_PAGE = ~std::uintptr_t{ 0 };
+
+    struct alignas(16) Slot_s
+    {
+        VALUE Value = {};
+        std::uintptr_t iPage = NO_PAGE;
+    };
+    static_assert(std::has_single_bit(sizeof(Slot_s)), "AtHome shifts by the size");
+
+    // The page's slot, or the free one where it would go.
+    std::size_t SlotOf(std::uintptr_t iPage) const
+    {
+        std::size_t i = iPage & (m_nSlots - 1);
+        while (m_pSlots[i].iPage != NO_PAGE && m_pSlots[i].iPage != iPage)
+        {
+            i = NextSlot(i);
+        }
+        return i;
+    }
+
+    // Far away, by the golden ratio, so that a run of pages that meets another one is past it in a step or two.
+    std::size_t NextSlot(std::size_t iSlot) const
+    {
+        auto const nStep =
+            static_cast<std::size_t>((m_nSlots * 2654435769ull) >> 32) | 1;   // odd: it reaches all slots
+        return (iSlot + nStep) & (m_nSlots - 1);
+    }
+
+    void Grow()
+    {
+        constexpr std::size_t FIRST_SLOTS = 16;
+        Slot_s * const pOld = m_pSlots;
+        std::size_t const nOld = m_nSlots;
+        std::size_t const nSlots = nOld < FIRST_SLOTS ? FIRST_SLOTS : nOld * 2;
+        SetSlots(new Slot_s[nSlots], nSlots);
+        for (std::size_t i = 0; i < nOld; ++i)
+        {
+            if (pOld[i].iPage != NO_PAGE)
+            {
+                m_pSlots[SlotOf(pOld[i].iPage)] = pOld[i];
+            }
+        }
+        Delete(pOld, nOld);
+    }
+
+    void Reset()
+    {
+        Delete(m_pSlots, m_nSlots);
+        SetSlots(&s_NoSlot, 1);
+    }
+
+    void SetSlots(Slot_s * pSlots, std::size_t nSlots)
+    {
+        m_pSlots = pSlots;
+        m_nSlots = nSlots;
+        m_iHomeMask = (nSlots - 1) * sizeof(Slot_s);
+    }
+
+    static void Delete(Slot_s * pSlots, std::size_t nSlots)
+    {
+        if (nSlots > 1)
+        {
+            delete[] pSlots;
+        }
+    }
+
+    static constinit inline Slot_s s_NoSlot;   // the only one of a map without pages; it stays free
+
+    Slot_s * m_pSlots = &s_NoSlot;
+    std::size_t m_nSlots = 1;      // a power of 2
+    std::size_t m_iHomeMask = 0;   // of the bytes by which a slot can stand behind the first
+    std::size_t m_nUsed = 0;       // at most a quarter of the slots
+};
