@@ -413,7 +413,7 @@ void GigaPoolResizeable_c::TakeChunk()
     {
         pChunk = ZQ_NEW GigaChunk_s;
         pChunk->pOwner = this;
-        pChunk->Pool.InitAligned(m_iElementsPerChunk, m_iElementSize, GigaChunkMap_c::PAGE);
+        pChunk->Pool.InitAligned(m_iElementsPerChunk, m_iElementSize, GigaChunkMap_c::ALIGNMENT);
         if (pChunk->Pool.m_pData)
         {
             m_pMap->Add(pChunk);

@@ -137,13 +137,14 @@ class GigaPoolResizeable_c;
 class ZQ_API GigaChunkMap_c
 {
 public:
-    static constexpr std::size_t PAGE = std::size_t{ 1 } << PageMap_T<int>::PAGE_BITS;   // bytes
+    /// Of the storage of chunks, in bytes: so that no two of them share a page.
+    static constexpr std::size_t ALIGNMENT = std::size_t{ 1 } << PageMap_T<int>::PAGE_BITS;
 
     GigaChunkMap_c() = default;
     GigaChunkMap_c(GigaChunkMap_c const &) = delete;
     GigaChunkMap_c & operator=(GigaChunkMap_c const &) = delete;
 
-    /// Enters a chunk, which is not owned. Its storage must begin at a multiple of PAGE.
+    /// Enters a chunk, which is not owned. Its storage must have the ALIGNMENT.
     void Add(GigaChunk_s * pChunk);
 
     /// Takes a chunk out.
