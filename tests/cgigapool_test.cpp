@@ -1,5 +1,6 @@
 #include "zqcore/cgigapool.h"
 
+#include "zqcore/ccallback.h"
 #include "zqcore/cmemory.h"
 
 #include "tests/test_support.h"
@@ -237,6 +238,52 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
     EXPECT_EQ(FailedConditions([&] { Pool.IsArray(dTaken[0]); }), "0 && \"why would you care?\"");
     EXPECT_EQ(FailedConditions([&] { Pool.Init(1, 8); }), "!m_pFullList & !m_pHalfList");
     EXPECT_EQ(Pool.ElementSize(), 8192);
+}
+
+TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
+{
+    GigaPoolResizeable_c Pool(1, 1024);
+    std::vector<void *> dTaken = Take(Pool, 40);   // all elements of a group, and 8 of the next one
+    for (std::size_t const i : { 35u, 3u })
+    {
+        EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(Pool.Free(dTaken[i], true)); }), ARRAY_CONDITION);
+        EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(Pool.Free(dTaken[i], false)); }), "pGroup->m_iBits & iBit");
+        EXPECT_EQ(Pool.Alloc(true), dTaken[i]) << "the one that was freed last";
+        EXPECT_EQ(FailedConditions([&] { Pool.Free(dTaken[i], false); }), ARRAY_CONDITION);
+        EXPECT_EQ(Pool.Alloc(false), dTaken[i]);
+    }
+    EXPECT_TRUE(Pool.Free(At(dTaken[39], 1023, 1), false)) << "inside the element";
+    EXPECT_EQ(Pool.Alloc(false), dTaken[39]);
+    EXPECT_EQ(Pool.WaterMark(), 40);
+
+    std::vector<void *> const dMore = Take(Pool, 300);   // past the end of the chunk
+    EXPECT_TRUE(Pool.Free(dTaken[0], false));
+    EXPECT_EQ(Pool.Alloc(false), dTaken[0]) << "its chunk was full";
+}
+
+template <typename POOL>
+void ExpectThatAListenerMayUse(POOL Pool)
+{
+    static POOL * s_pPool;
+    static std::set<void *> s_dOut;
+    s_pPool = &Pool;
+    void * const p = Pool.Alloc(false);
+    g_ExecutionCallbacker.Add([](bool) { s_dOut.insert(s_pPool->Alloc(false)); }, false);
+    EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(Pool.Free(p, true)); }), ARRAY_CONDITION);
+    g_ExecutionCallbacker.Reset();
+    EXPECT_EQ(Pool.WaterMark(), 2) << "one when the program stops, one when it goes on";
+    EXPECT_EQ(Pool.Alloc(false), p);
+    s_dOut.insert(p);
+    for (int i = 0; i < 40; ++i)
+    {
+        EXPECT_TRUE(s_dOut.insert(Pool.Alloc(false)).second) << "an element that is out already";
+    }
+}
+
+TEST(GigaPool, AListenerOfAComplaintMayUseThePool)
+{
+    ExpectThatAListenerMayUse(GigaPoolStatic_c(64, 16));
+    ExpectThatAListenerMayUse(GigaPoolResizeable_c(1, 1024));
 }
 
 TEST(GigaPoolResizeable, FindsTheChunkAmongThousands)

@@ -102,7 +102,8 @@ TEST(StaticMemoryPool, WrongUseEndsTheProcessOrFailsItsCondition)
         { Row_s{ [](StaticMemoryPool_c & Pool) { Pool.Alloc(65, false); }, "pool wrong: allocation size 65 too big" },
             { [](StaticMemoryPool_c & Pool) { Pool.Alloc(0xFFFFFFFF, false); }, "allocation size 4294967295 too big" },
             { [](StaticMemoryPool_c & Pool) { Pool.AddGroup(64, 1); }, "Invalid element size!" },
-            { [](StaticMemoryPool_c & Pool) { Pool.AddGroup(32, 1); }, "Invalid element size!" } })
+            { [](StaticMemoryPool_c & Pool) { Pool.AddGroup(32, 1); }, "Invalid element size!" },
+            { [](StaticMemoryPool_c & Pool) { Pool.AddGroup(0x80000000, 1); }, "Invalid element size!" } })
     {
         auto const Use = [&]
         {

@@ -72,11 +72,12 @@ inline void GigaPoolStatic_c::Unchain(int & list, int link)
 }
 
 // Opens the head of the free chain, if there is one.
-inline void GigaPoolStatic_c::Open(Head_s & Head) const
+inline void GigaPoolStatic_c::OpenGroup(Head_s & Head) const
 {
     if (m_iFreeList != GIGA_GROUP_NULL && m_pData && m_pGroups)
     {
         Group_s & Group = m_pGroups[m_iFreeList];
+        ZQ_ASSERT_TEXT(Group.m_iBits != GROUP_FULL, "iBitIndex>=0 && iBitIndex<32");
         ZQ_ASSERT_TEXT(!(Group.m_iArray & ~Group.m_iBits), "!(pGroup->m_iArray & iBit)");
         Head = { Group.Masks() ^ GROUP_FULL, &Group, ElementAt(static_cast<unsigned>(m_iFreeList * GROUP_ELEMENTS)),
             static_cast<std::size_t>(m_iElementSize) };
@@ -84,7 +85,7 @@ inline void GigaPoolStatic_c::Open(Head_s & Head) const
 }
 
 // Ahead of all work on the groups and chains.
-inline void GigaPoolStatic_c::Close(Head_s & Head) const
+inline void GigaPoolStatic_c::CloseGroup(Head_s & Head) const
 {
     if (Head.pGroup)
     {
@@ -105,7 +106,7 @@ void GigaPoolStatic_c::Init(int iElements, int iElementSize)
 {
     if (InitAligned(iElements, iElementSize, BLOCK_ALIGNMENT))
     {
-        Open(m_Head);
+        OpenGroup(m_Head);
     }
 }
 
@@ -148,10 +149,13 @@ void GigaPoolStatic_c::TakeStorage(std::size_t nAlignment)
     std::size_t const nSlack = nAlignment - BLOCK_ALIGNMENT;
     if (nBytes <= PTRDIFF_MAX - nSlack)
     {
-        m_nDataBytes = static_cast<std::size_t>(nBytes);
-        m_pBlock = ZQ_NEW std::uint8_t[m_nDataBytes + nSlack];
+        m_pBlock = ZQ_NEW std::uint8_t[static_cast<std::size_t>(nBytes) + nSlack];
+    }
+    if (m_pBlock)
+    {
         auto const iBlock = reinterpret_cast<std::uintptr_t>(m_pBlock);
         m_pData = m_pBlock + (((iBlock + nAlignment - 1) & ~(nAlignment - 1)) - iBlock);
+        m_nDataBytes = static_cast<std::size_t>(nBytes);
     }
     ZQ_ASSERT_EX(m_pData, "Cannot allocate more elements %i, element size - %i", m_iNumElements, m_iElementSize);
     plat::CheckerForbid(m_pData, m_nDataBytes);
@@ -186,9 +190,23 @@ bool GigaPoolStatic_c::IsArray(void const * pPtr) const
         return false;
     }
     unsigned const iElement = ElementOf(pPtr);
+    return ((MasksOf(m_Head, iElement) >> GROUP_ELEMENTS) & BothBits(iElement)) != 0;
+}
+
+// Those of the element's group, as in its record, wherever they are now.
+std::uint64_t GigaPoolStatic_c::MasksOf(Head_s const & Head, unsigned iElement) const
+{
     Group_s const & Group = m_pGroups[iElement / GROUP_ELEMENTS];
-    std::uint64_t const iMasks = &Group == m_Head.pGroup ? m_Head.iMasks : Group.Masks();
-    return ((iMasks >> GROUP_ELEMENTS) & BothBits(iElement)) != 0;
+    return &Group == Head.pGroup ? Head.iMasks ^ GROUP_FULL : Group.Masks();
+}
+
+// Whether the element is out; complains if not, and if it was taken otherwise.
+bool GigaPoolStatic_c::RequireOut(Head_s const & Head, unsigned iElement, bool bArray) const
+{
+    std::uint64_t const iMasks = MasksOf(Head, iElement) & BothBits(iElement);
+    ZQ_ASSERT_TEXT(Lower(iMasks) != 0, "pGroup->m_iBits & iBit");
+    ZQ_ASSERT_TEXT((iMasks > GROUP_FULL) == bArray, "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )");
+    return (Lower(MasksOf(Head, iElement)) & BothBits(iElement)) != 0;   // whatever a listener did
 }
 
 // Complains if there is none.
@@ -207,43 +225,37 @@ void * GigaPoolStatic_c::TakeRarely(bool bArray)
         return nullptr;
     }
     void * const pElement = m_Head.Take(bArray);
-    Close(m_Head);
+    CloseGroup(m_Head);
     MoveFull();
-    Open(m_Head);
+    OpenGroup(m_Head);
     return pElement;
-}
-
-bool GigaPoolStatic_c::GiveRarely(unsigned iElement, bool bArray)
-{
-    Close(m_Head);
-    bool const bGiven = GiveClosed(iElement, bArray);
-    Open(m_Head);
-    return bGiven;
 }
 
 // All cases, those of a group without room and of misuse among them; false for an element that is not out. The water
 // mark, and what the address checker sees, are the caller's.
-bool GigaPoolStatic_c::GiveClosed(unsigned iElement, bool bArray)
+bool GigaPoolStatic_c::GiveRarely(unsigned iElement, bool bArray)
 {
-    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
-    Group_s * const pGroup = m_pGroups + iGroup;
-    std::uint64_t const iBoth = BothBits(iElement);
-    std::uint32_t const iBit = Lower(iBoth);
-    bool const bOut = (pGroup->m_iBits & iBit) != 0;
-    ZQ_ASSERT(pGroup->m_iBits & iBit);
-    ZQ_ASSERT_TEXT(!(((pGroup->m_iArray & iBit) ? true : false) ^ bArray),
-        "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )");
-    if (!bOut)
+    if (!RequireOut(m_Head, iElement, bArray))
     {
         return false;
     }
+    CloseGroup(m_Head);
+    GiveClosed(iElement);
+    OpenGroup(m_Head);
+    return true;
+}
+
+// Requires an element that is out, and that no group is open.
+void GigaPoolStatic_c::GiveClosed(unsigned iElement)
+{
+    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
+    Group_s * const pGroup = m_pGroups + iGroup;
     if (pGroup->m_iBits == GROUP_FULL)
     {
         Unchain(m_iFullList, iGroup);
         Chain(m_iFreeList, iGroup);
     }
-    pGroup->SetMasks(pGroup->Masks() & ~iBoth);
-    return true;
+    pGroup->SetMasks(pGroup->Masks() & ~BothBits(iElement));
 }
 
 template <typename CALL>
@@ -332,7 +344,7 @@ inline void GigaPoolResizeable_c::OpenHead()
 {
     if (m_pHalfList)
     {
-        m_pHalfList->Pool.Open(m_Head);
+        m_pHalfList->Pool.OpenGroup(m_Head);
         m_pHalfList->nGroupsInUse -= m_Head.IsEmpty() ? 0 : 1;
         m_Head.iEmptied = m_pHalfList->nGroupsInUse == 0 ? GigaPoolStatic_c::GROUP_FULL : 0;
     }
@@ -344,22 +356,15 @@ inline void GigaPoolResizeable_c::CloseHead()
     if (m_Head.pGroup)
     {
         m_pHalfList->nGroupsInUse += m_Head.IsEmpty() ? 0 : 1;
-        m_pHalfList->Pool.Close(m_Head);
+        m_pHalfList->Pool.CloseGroup(m_Head);
     }
 }
 
 // All cases, those that need another group or chunk among them.
 void * GigaPoolResizeable_c::AllocRarely(bool bArray)
 {
-    if (!m_pHalfList)
+    if (!m_pHalfList && !TakeChunk())
     {
-        TakeChunk();
-        OpenHead();
-    }
-    GigaChunk_s * const pChunk = m_pHalfList;
-    if (!pChunk->Pool.RequireStorage())
-    {
-        Retire(pChunk);
         return nullptr;
     }
     bool const bLast = !m_Head.LeavesRoom();
@@ -368,6 +373,7 @@ void * GigaPoolResizeable_c::AllocRarely(bool bArray)
     m_iHighWaterMark = std::max(m_iHighWaterMark, m_iWaterMark);
     if (bLast)
     {
+        GigaChunk_s * const pChunk = m_pHalfList;
         CloseHead();
         pChunk->Pool.MoveFull();
         if (pChunk->Pool.m_iFreeList == GIGA_GROUP_NULL)
@@ -384,29 +390,31 @@ void * GigaPoolResizeable_c::AllocRarely(bool bArray)
 bool GigaPoolResizeable_c::FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bool bArray)
 {
     GigaPoolStatic_c & Pool = Chunk.Pool;
+    if (!Pool.RequireOut(m_Head, iElement, bArray))
+    {
+        return true;
+    }
     bool const bWasFull = Pool.m_iFreeList == GIGA_GROUP_NULL;
     CloseHead();
-    if (Pool.GiveClosed(iElement, bArray))
+    Pool.GiveClosed(iElement);
+    plat::CheckerForbid(Pool.ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
+    m_iWaterMark -= 1;
+    Chunk.nGroupsInUse -= Pool.m_pGroups[iElement / GigaPoolStatic_c::GROUP_ELEMENTS].m_iBits == 0 ? 1 : 0;
+    if (bWasFull)
     {
-        plat::CheckerForbid(Pool.ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
-        m_iWaterMark -= 1;
-        Chunk.nGroupsInUse -= Pool.m_pGroups[iElement / GigaPoolStatic_c::GROUP_ELEMENTS].m_iBits == 0 ? 1 : 0;
-        if (bWasFull)
-        {
-            UnlinkChunk(m_pFullList, &Chunk);
-            LinkChunk(m_pHalfList, &Chunk);
-        }
-        else if (Chunk.nGroupsInUse == 0)
-        {
-            Retire(&Chunk);
-        }
+        UnlinkChunk(m_pFullList, &Chunk);
+        LinkChunk(m_pHalfList, &Chunk);
+    }
+    else if (Chunk.nGroupsInUse == 0)
+    {
+        Retire(&Chunk);
     }
     OpenHead();
     return true;
 }
 
-// The spare or a new one, at the head of the half list.
-void GigaPoolResizeable_c::TakeChunk()
+// Takes the spare or a new chunk into use; false, with a complaint, if there is no storage for it.
+bool GigaPoolResizeable_c::TakeChunk()
 {
     GigaChunk_s * pChunk = m_pEmpty;
     if (!pChunk)
@@ -414,20 +422,24 @@ void GigaPoolResizeable_c::TakeChunk()
         pChunk = ZQ_NEW GigaChunk_s;
         pChunk->pOwner = this;
         pChunk->Pool.InitAligned(m_iElementsPerChunk, m_iElementSize, GigaChunkMap_c::ALIGNMENT);
-        if (pChunk->Pool.m_pData)
+        if (!pChunk->Pool.RequireStorage())
         {
-            m_pMap->Add(pChunk);
+            delete pChunk;
+            return false;
         }
+        m_pMap->Add(pChunk);
     }
     m_pEmpty = nullptr;
     LinkChunk(m_pHalfList, pChunk);
+    OpenHead();
+    return true;
 }
 
 // Takes a chunk of the half list out of use.
 void GigaPoolResizeable_c::Retire(GigaChunk_s * pChunk)
 {
     UnlinkChunk(m_pHalfList, pChunk);
-    if (m_pEmpty || !pChunk->Pool.m_pData)
+    if (m_pEmpty)
     {
         Destroy(pChunk);
         return;
@@ -438,10 +450,7 @@ void GigaPoolResizeable_c::Retire(GigaChunk_s * pChunk)
 
 void GigaPoolResizeable_c::Destroy(GigaChunk_s * pChunk)
 {
-    if (pChunk->Pool.m_pData)
-    {
-        m_pMap->Remove(pChunk);
-    }
+    m_pMap->Remove(pChunk);
     delete pChunk;
 }
 

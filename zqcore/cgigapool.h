@@ -7,7 +7,8 @@
 // freed; under the address checker it is out of bounds until it is taken again.
 //
 // The storage is owned and counts under the category of the moment. No lock: one thread at a time. A pool costs 12 bytes
-// for every 32 elements, and a slab of the growing one up to 64 KB more of address space: it counts, and stays untouched.
+// for every 32 elements. A slab of the growing one costs up to 64 KB more of address space, which counts and stays
+// untouched, and 256 bytes for every 64 KB, or up to 2 KB where addresses are unlucky.
 #pragma once
 
 #include "zqcore/cpagemap.h"
@@ -33,7 +34,7 @@ public:
     /// storage and at most MAX_ELEMENTS; more, if the developer goes on, are cut to that. Below 0 counts as 0.
     void Init(int iElements, int iElementSize);
 
-    /// Frees the storage, with the elements that are out. Init may follow.
+    /// Frees the storage, with the elements that are out; the water marks stay. Init may follow.
     void Reset();
 
     /// An element, the one that was freed last if its group was full; null if the pool is full. An element taken as an
@@ -82,7 +83,7 @@ private:
         Group_s * pGroup = nullptr;   // null: none is open
         std::uint8_t * pElements = nullptr;
         std::size_t nElementSize = 0;
-        std::uint32_t iEmptied = 0;   // the lower half that would leave a chunk empty, which is no quick matter; or 0
+        std::uint32_t iEmptied = 0;   // in a chunk: the lower half that leaves it empty, which is no quick matter; or 0
 
         bool IsEmpty() const { return Lower(iMasks) == GROUP_FULL; }
         bool LeavesRoom() const;
@@ -97,10 +98,12 @@ private:
     std::uint8_t * ElementAt(unsigned iElement) const;
     bool RequireStorage() const;
     void * TakeRarely(bool bArray);
+    std::uint64_t MasksOf(Head_s const & Head, unsigned iElement) const;
+    bool RequireOut(Head_s const & Head, unsigned iElement, bool bArray) const;
     bool GiveRarely(unsigned iElement, bool bArray);
-    bool GiveClosed(unsigned iElement, bool bArray);
-    void Open(Head_s & Head) const;
-    void Close(Head_s & Head) const;
+    void GiveClosed(unsigned iElement);
+    void OpenGroup(Head_s & Head) const;
+    void CloseGroup(Head_s & Head) const;
     void MoveFull();
     void SetElementSize(int iElementSize);
     void Chain(int & list, int link);
@@ -194,7 +197,8 @@ public:
     /// Frees the chunks, with the elements that are out; sizes and peak stay, and Alloc may follow.
     void Reset();
 
-    /// An element; takes a chunk if need be. Null only if there was no Init.
+    /// An element; takes a chunk if need be. Null only without an Init for elements of 1 byte or more, or if no chunk fits
+    /// into the address space.
     void * Alloc(bool bArray);
 
     /// As GigaPoolStatic_c::Free. False for a pointer of no chunk, which leaves the water mark as it is. A chunk without
@@ -226,7 +230,7 @@ private:
     bool FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bool bArray);
     void OpenHead();
     void CloseHead();
-    void TakeChunk();
+    bool TakeChunk();
     void Retire(GigaChunk_s * pChunk);
     void Destroy(GigaChunk_s * pChunk);
     void DestroyAll(GigaChunk_s *& pList);
@@ -240,7 +244,7 @@ private:
     int m_iElementSize = 0;
     GigaPoolStatic_c::Head_s m_Head;   // of the first chunk of m_pHalfList
     GigaChunkMap_c m_OwnMap;
-    GigaChunkMap_c * m_pMap = &m_OwnMap;   // all chunks, the spare included; pools may share a map
+    GigaChunkMap_c * m_pMap = &m_OwnMap;   // all chunks, the spare included; pools that share a map free for each other
 };
 
 #include "zqcore/cgigapool.inl"

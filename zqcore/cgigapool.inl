@@ -12,7 +12,7 @@ struct GigaChunk_s
 {
     GigaChunk_s * pNext = nullptr;
     GigaChunk_s * pPrev = nullptr;
-    GigaPoolStatic_c Pool;
+    GigaPoolStatic_c Pool;   // whose open group and marks are the owner's
     GigaPoolResizeable_c * pOwner = nullptr;
     int nGroupsInUse = 0;   // with elements out, an open one apart
 };

@@ -51,7 +51,7 @@ void StaticMemoryPool_c::AddGroup(unsigned int element_size, unsigned int elemen
 {
     ZQ_ASSERT(elements_total > 0);
     int const nGroups = m_dGroups.GetLength();
-    if (nGroups > 0 && m_dGroups[nGroups - 1].element_size >= element_size)
+    if (element_size > INT_MAX || (nGroups > 0 && m_dGroups[nGroups - 1].element_size >= element_size))
     {
         Abort("Invalid element size!");
     }
@@ -90,7 +90,8 @@ void * StaticMemoryPool_c::AllocRarely(unsigned int nBytes, bool bArray)
         }
         GigaPoolResizeable_c * const pPool = Group.pPool;
         ZQ_ASSERT(pPool);
-        if (void * const p = pPool ? pPool->Alloc(bArray) : nullptr)
+        bool const bFailed = pPool == PoolFor(nBytes);   // and has complained
+        if (void * const p = pPool && !bFailed ? pPool->Alloc(bArray) : nullptr)
         {
             return p;
         }

@@ -22,12 +22,12 @@ public:
     StaticMemoryPool_c(StaticMemoryPool_c const &) = delete;
     StaticMemoryPool_c & operator=(StaticMemoryPool_c const &) = delete;
 
-    /// Declares the next class: its bytes, which must be more than the former class's (else Abort), and the number of
-    /// elements to expect, which only tunes the storage. Requires elements_total > 0.
+    /// Declares the next class: its bytes, which must be more than the former class's and at most INT_MAX (else Abort),
+    /// and the number of elements to expect, which only tunes the storage. Requires elements_total > 0.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
-    /// A block of the smallest class with nBytes or more; ends in Abort if there is none. Never null. Multiples of 16
-    /// bytes are aligned to 16.
+    /// A block of the smallest class with nBytes or more; ends in Abort if there is none. Never null. Blocks of
+    /// classes that are multiples of 16 bytes are aligned to 16.
     void * Alloc(unsigned int nBytes, bool bArray);
 
     /// Gives a block back as it was taken (see GigaPoolStatic_c::Free); false if no class holds the pointer.

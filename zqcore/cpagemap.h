@@ -1,4 +1,4 @@
-// cpagemap.h: a value for each page of the address space, in a hash table that answers in one look.
+// cpagemap.h: a value for each page of the address space, in a hash table that answers in one look as a rule.
 //
 // A page is at home in the slot that the lower bits of its number lead to: memory that is taken together has pages side
 // by side, which never meet there. Where two pages do meet, the second one goes elsewhere, and the table grows sooner.
