@@ -6,6 +6,7 @@
 #include "zqcore/cmemory.h"
 #include "zqcore/cserialize.h"
 
+#include <algorithm>
 #include <climits>
 #include <functional>
 #include <gtest/gtest.h>
@@ -192,6 +193,25 @@ TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
     EXPECT_EQ(sFailed.find(sRange + " & " + sRange), 0u) << sFailed;
     EXPECT_NE(sFailed.find("MAX_BITS & " + sRange), std::string::npos) << sFailed;
     EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0));
+}
+
+TEST(BitVec, CombinesVectorsOfOneLength)
+{
+    std::mt19937 Random(6);
+    for (int nBits = 0; nBits <= 640; nBits += 8)
+    {
+        BitVec_c A(nBits), B(nBits);
+        std::generate_n(A.pVec, nBits / 8, Random);
+        std::generate_n(B.pVec, nBits / 8, Random);
+        BitVec_c Or = A, Xor = A;
+        Or |= B;
+        Xor ^= B;
+        for (int i = 0; i < nBits; ++i)
+        {
+            ASSERT_EQ(Or.Bit(i), A.Bit(i) || B.Bit(i)) << i << " of " << nBits;
+            ASSERT_EQ(Xor.Bit(i), A.Bit(i) != B.Bit(i)) << i << " of " << nBits;
+        }
+    }
 }
 
 TEST(BitVec, RoundsUpGrowsByNeedAndScans)

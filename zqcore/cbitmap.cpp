@@ -15,15 +15,6 @@ namespace
         void * const pBytes = CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
         return pBytes ? static_cast<unsigned char *>(std::memset(pBytes, 0, nBytes)) : nullptr;
     }
-
-    using Operator_t = BitVec_c & (BitVec_c::*)(BitVec_c const &);
-
-    // Apart, so that the operators of vectors of one size need no call.
-    ZQ_COLD BitVec_c & Grown(BitVec_c & To, BitVec_c const & From, Operator_t fnOperator)
-    {
-        To.Grow(From.iDim);
-        return From.iDim <= To.iDim ? (To.*fnOperator)(From) : To;
-    }
 }
 
 BitVec_c::BitVec_c(int iBits)
@@ -86,21 +77,23 @@ bool BitVec_c::operator==(BitVec_c const & Other) const
     return bits::Equal(pVec, GetBytes(), Other.pVec, Other.GetBytes());
 }
 
-BitVec_c & BitVec_c::operator|=(BitVec_c const & Other)
+BitVec_c & BitVec_c::OrAny(BitVec_c const & Other)
 {
+    Grow(Other.iDim);
     if (Other.iDim > iDim)
     {
-        return Grown(*this, Other, &BitVec_c::operator|=);
+        return *this;   // no memory; nothing has happened
     }
     bits::Or(pVec, Other.pVec, Other.GetBytes());
     return *this;
 }
 
-BitVec_c & BitVec_c::operator^=(BitVec_c const & Other)
+BitVec_c & BitVec_c::XorAny(BitVec_c const & Other)
 {
+    Grow(Other.iDim);
     if (Other.iDim > iDim)
     {
-        return Grown(*this, Other, &BitVec_c::operator^=);
+        return *this;   // no memory; nothing has happened
     }
     bits::Xor(pVec, Other.pVec, Other.GetBytes());
     return *this;

@@ -12,6 +12,8 @@
 
 #include "zqcore/cdebug.h"
 
+#include "platform/words.h"
+
 class Serializeable_c;
 
 /// A growable row of bits.
@@ -95,7 +97,51 @@ private:
     bool IsInside(int iX) const { return static_cast<unsigned>(iX) < static_cast<unsigned>(iDim); }
     std::size_t GetBytes() const { return static_cast<std::size_t>(iDim >> 3); }
     static void FillFromDigits(unsigned char * pBytes, std::size_t nBytes, char const * szText);
+    template <typename COMBINE>
+    bool CombineShort(BitVec_c const & Other, COMBINE fnCombine);
+    BitVec_c & OrAny(BitVec_c const & Other);
+    BitVec_c & XorAny(BitVec_c const & Other);
 };
+
+/// Combines the bits if both are short, whole words and as many; false, and nothing has happened, if not. A call would
+/// take longer than the work.
+template <typename COMBINE>
+bool BitVec_c::CombineShort(BitVec_c const & Other, COMBINE fnCombine)
+{
+    constexpr int SHORT_BITS = 512;
+    if (Other.iDim != iDim || iDim > SHORT_BITS || iDim % 64 != 0)
+    {
+        return false;
+    }
+    // Copies: the compiler takes the bits for bytes of this object too.
+    unsigned char * const pTo = pVec;
+    unsigned char const * const pFrom = Other.pVec;
+    std::size_t const nBytes = GetBytes();
+    std::size_t i = 0;
+    for (; i + sizeof(plat::Words_t) <= nBytes; i += sizeof(plat::Words_t))
+    {
+        plat::WordsStore(pTo + i, fnCombine(plat::WordsLoad(pTo + i), plat::WordsLoad(pFrom + i)));
+    }
+    if (i < nBytes)
+    {
+        std::uint64_t Word, From;
+        std::memcpy(&Word, pTo + i, sizeof(Word));
+        std::memcpy(&From, pFrom + i, sizeof(From));
+        Word = fnCombine(Word, From);
+        std::memcpy(pTo + i, &Word, sizeof(Word));
+    }
+    return true;
+}
+
+inline BitVec_c & BitVec_c::operator|=(BitVec_c const & Other)
+{
+    return CombineShort(Other, [](auto A, auto B) { return A | B; }) ? *this : OrAny(Other);
+}
+
+inline BitVec_c & BitVec_c::operator^=(BitVec_c const & Other)
+{
+    return CombineShort(Other, [](auto A, auto B) { return A ^ B; }) ? *this : XorAny(Other);
+}
 
 /// What BitMap_c and BitMap3D_c, its FIELD, have in common. INDEX is an int for each coordinate that picks a row: iY in
 /// a plane, iY and iZ in a space.
