@@ -8,7 +8,7 @@
 //
 // The storage is owned and counts under the category of the moment. No lock: one thread at a time. A pool costs 12 bytes
 // for every 32 elements. A slab of the growing one costs up to 64 KB more of address space, which counts and stays
-// untouched, and 256 bytes for every 64 KB, or up to 2 KB where addresses are unlucky.
+// untouched, and 256 to 512 bytes for every 64 KB, or up to 2 KB where addresses are unlucky.
 #pragma once
 
 #include "zqcore/cpagemap.h"
