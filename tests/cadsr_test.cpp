@@ -1,8 +1,7 @@
+#include "tests/test_support.h"
 #include "zqcore/cadsr.h"
 
-#include <algorithm>
 #include <bit>
-#include <gtest/gtest.h>
 
 namespace
 {
@@ -33,23 +32,18 @@ TEST(Adsr, TellsThePhaseAndStretchesOneOfThem)
     ADSR_c Envelope;
     EXPECT_EQ(Envelope.Get(), 0.0f);
     EXPECT_TRUE(Envelope.GetMin() == 1.0f && Envelope.GetMax() == 0.5f) << "in the order of the fields";
-    struct Row_s
-    {
-        bool (ADSR_c::*fnSet)(double);
-        double tLength;
-        bool bExpected;
-        double dDurations[4];
-    };
-    for (Row_s const & Row :
-        { Row_s{ &ADSR_c::SetRelease, 0.5, false, { 1, 0, 0, 0 } }, { &ADSR_c::SetRelease, 3.0, true, { 1, 0, 0, 2 } },
+    using Durations_t = std::vector<double>;
+    for (auto const & [fnSet, tLength, bExpected, dDurations] :
+        Rows_t<bool (ADSR_c::*)(double), double, bool, Durations_t>{
+            { &ADSR_c::SetRelease, 0.5, false, { 1, 0, 0, 0 } }, { &ADSR_c::SetRelease, 3.0, true, { 1, 0, 0, 2 } },
             { &ADSR_c::SetDecay, 3.5, true, { 1, 0.5, 0, 2 } }, { &ADSR_c::SetSustain, 3.25, false, { 1, 0.5, 0, 2 } },
             { &ADSR_c::SetSustain, 4.5, true, { 1, 0.5, 1, 2 } }, { &ADSR_c::SetAttack, 3.5, true, { 0, 0.5, 1, 2 } },
             { &ADSR_c::SetAttack, 4.0, true, { 0.5, 0.5, 1, 2 } } })
     {
-        EXPECT_EQ((Envelope.*Row.fnSet)(Row.tLength), Row.bExpected);
-        double const dHave[] = { Envelope.GetAttack(), Envelope.GetDecay(), Envelope.GetSustain(),
-            Envelope.GetRelease() };
-        EXPECT_TRUE(std::equal(dHave, dHave + 4, Row.dDurations)) << Row.tLength;
+        EXPECT_EQ((Envelope.*fnSet)(tLength), bExpected);
+        EXPECT_EQ(
+            (Durations_t{ Envelope.GetAttack(), Envelope.GetDecay(), Envelope.GetSustain(), Envelope.GetRelease() }),
+            dDurations);
     }
     for (auto const & [t, ePhase] : { std::pair(-0.1, ADSR_PHASE_NONE), { 0.0, ADSR_PHASE_ATTACK },
              { 0.5, ADSR_PHASE_DECAY }, { 1.0, ADSR_PHASE_SUSTAIN }, { 2.0, ADSR_PHASE_RELEASE },

@@ -1,18 +1,14 @@
 #include "zqcore/cbitmap.h"
 
-#include "tests/media_fixture.h"
+#include "tests/archive_support.h"
 #include "tests/test_support.h"
-#include "zqcore/cfilepath.h"
-#include "zqcore/cmemory.h"
+#include "zqcore/cmemory_internal.h"
 #include "zqcore/cserialize.h"
 
 #include <algorithm>
 #include <climits>
-#include <functional>
-#include <gtest/gtest.h>
 #include <random>
 #include <set>
-#include <tuple>
 
 namespace
 {
@@ -325,16 +321,14 @@ TEST(BitMap, RowsTakeAndGiveVectors)
 
 TEST(BitMap, StorageCountsWhereItsOwnerSays)
 {
-    mem::CategoryInfo dBefore[mem::TOTAL], dAfter[mem::TOTAL];
-    std::ptrdiff_t n;
     MemCategoryScope_c const Scope(mem::Collision);
-    MemoryCategoriesGet(dBefore, n, n, n);
+    std::ptrdiff_t const nOwners = g_MemoryCounters.dCount[mem::Collision];
+    std::ptrdiff_t const nNormal = g_MemoryCounters.dCount[mem::NORMAL_BLOCK];
     BitVec_c const Vec(80);
     BitMap_c const Map(80, 2);
     BitMap3D_c const Space(80, 2, 2);
-    MemoryCategoriesGet(dAfter, n, n, n);
-    EXPECT_EQ(dAfter[mem::Collision].iCount - dBefore[mem::Collision].iCount, 2);
-    EXPECT_EQ(dAfter[mem::NORMAL_BLOCK].iCount - dBefore[mem::NORMAL_BLOCK].iCount, 1);
+    EXPECT_EQ(g_MemoryCounters.dCount[mem::Collision], nOwners + 2);
+    EXPECT_EQ(g_MemoryCounters.dCount[mem::NORMAL_BLOCK], nNormal + 1);
 }
 
 TEST(TinyBitmap, PacksCellsIntoAWord)
@@ -363,49 +357,29 @@ TEST(TinyBitmap, PacksCellsIntoAWord)
     EXPECT_EQ(fnWord(Tiny), 3u);
 }
 
-class BitVecArchive : public MediaTest
+TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
 {
-protected:
-    // Hands a reader of the file to the test.
-    void Read(std::function<void(Serializeable_c &)> const & fnRead)
-    {
-        FileReset();
-        ASSERT_TRUE(Scan());
-        Readable_c Reader(FileOpen("bits.bin"), 0x10000);
-        ASSERT_TRUE(Reader.Open());
-        fnRead(Reader);
-    }
-};
-
-TEST_F(BitVecArchive, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
-{
+    constexpr std::uint32_t VERSION = 0x10000;
+    TempFolder_c const Folder;
     BitVec_c Saved(24), Empty;
     Saved = "80FF01";
-    BufferedWriteable_c Writer(Folder.Join("bits.bin").c_str(), 0x10000);
+    BufferedWriteable_c Writer(Folder.Join("bits.bin").c_str(), VERSION);
     EXPECT_TRUE(Writer.Open() && Saved.Serialize(Writer) && Empty.Serialize(Writer) && Writer.Close());
     std::string const sFile = Folder.Read("bits.bin");
     EXPECT_EQ(sFile.substr(4), std::string("\x18\0\0\0\x80\xFF\x01\0\0\0\0", 11));
-    Read(
-        [&](Serializeable_c & Archive)
-        {
-            BitVec_c Short, Long(64);
-            Long.Bis(63);
-            EXPECT_TRUE(Short.Serialize(Archive) && Long.Serialize(Archive));
-            EXPECT_TRUE(Short.iDim == 24 && Short == Saved);
-            EXPECT_TRUE(Long.iDim == 64 && Long == Empty) << "a longer vector keeps its size and is cleared";
-        });
+    BitVec_c Short, Long(64);
+    Long.Bis(63);
+    EXPECT_TRUE(
+        Loaded(sFile, VERSION, [&](Serializeable_c & a) { EXPECT_TRUE(Short.Serialize(a) && Long.Serialize(a)); }));
+    EXPECT_TRUE(Short.iDim == 24 && Short == Saved);
+    EXPECT_TRUE(Long.iDim == 64 && Long == Empty) << "a longer vector keeps its size and is cleared";
     for (int const iBits : { 17, 0x7FFFFFF8, INT_MAX, -1, INT_MIN })
     {
-        char szBits[4];
-        std::memcpy(szBits, &iBits, 4);
-        Folder.Write("bits.bin", sFile.substr(0, 4) + std::string(szBits, 4) + "\1\2");
-        Read(
-            [](Serializeable_c & Archive)
-            {
-                BitVec_c Vec(8);
-                Vec.Bis(1);
-                EXPECT_FALSE(Vec.Serialize(Archive));
-                EXPECT_TRUE(Archive.IsFailed() && Vec.iDim == 8 && Vec.Bit(1));
-            });
+        std::string sBad = sFile.substr(0, 4) + "????\1\2";
+        std::memcpy(&sBad[4], &iBits, 4);
+        BitVec_c Vec(8);
+        Vec.Bis(1);
+        EXPECT_FALSE(Loaded(sBad, VERSION, [&](Serializeable_c & a) { EXPECT_FALSE(Vec.Serialize(a)); }));
+        EXPECT_TRUE(Vec.iDim == 8 && Vec.Bit(1)) << iBits;
     }
 }

@@ -2,8 +2,6 @@
 #include "zqcore/cbreakpoint.h"
 
 #include <csignal>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
@@ -102,17 +100,14 @@ TEST_F(Breakpoint, BindsItsThreadAndItsProcess)
             EXPECT_TRUE(Arm(*::new (dLost[i]) Watch_t)) << "ended threads have given theirs back";
         });
     EXPECT_EQ(g_nTraps, 0);
-    pid_t const iChild = ::fork();
-    if (iChild == 0)
+    auto const CountOwnTraps = []
     {
         Write();
         Watch_t Own;
         bool const bOwn = Arm(Own) && Own.m_nIndex == 0;
         Write();
-        ::_exit(bOwn ? static_cast<int>(g_nTraps) : 99);
-    }
-    int iStatus = 0;
-    ::waitpid(iChild, &iStatus, 0);
-    EXPECT_EQ(WEXITSTATUS(iStatus), 1) << "traps of the child's own";
+        return bOwn ? static_cast<int>(g_nTraps) : 99;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(CountOwnTraps)), 1);
     EXPECT_EQ(TrapsIn(Write), 1);
 }

@@ -3,19 +3,12 @@
 #include "tests/test_support.h"
 
 #include <chrono>
-#include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace
 {
     int s_nWaits = 0;
-    void CountWait(unsigned nMilliseconds)
-    {
-        s_nWaits += nMilliseconds == 100;
-    }
 
     class ClipboardTest : public testing::Test
     {
@@ -23,8 +16,7 @@ namespace
         ClipboardTest()
         {
             plat::ClipboardSetFolder(m_Folder.Join("clip/board").c_str());
-            Module_c::Register(ModuleClipboard_c::Get());
-            EXPECT_TRUE(Module_c::InitializeAllModules());
+            EXPECT_TRUE(StartModule(ModuleClipboard_c::Get()));
             s_nWaits = 0;
         }
         ~ClipboardTest() override
@@ -52,20 +44,18 @@ namespace
         }
 
         // Runs a function in a child, which says through a pipe that it has the clipboard open; the child.
-        template <typename HOLD>
-        static pid_t Child(HOLD fnHold)
+        static pid_t Child(void (*fnHold)())
         {
             int dPipe[2];
             EXPECT_EQ(pipe(dPipe), 0);
-            pid_t const iChild = fork();
-            if (iChild == 0)
+            auto const Hold = [&]
             {
-                alarm(60);   // ends it should the test not come to it
                 ClipboardOpen();
                 EXPECT_EQ(write(dPipe[1], "x", 1), 1);
                 fnHold();
-                _exit(0);
-            }
+                return 0;
+            };
+            pid_t const iChild = StartChild(Hold);
             char cByte;
             EXPECT_EQ(read(dPipe[0], &cByte, 1), 1);
             close(dPipe[0]);
@@ -165,7 +155,7 @@ TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
     auto const tStart = std::chrono::steady_clock::now();
     EXPECT_EQ(TextOfClosed(), "from the child");
     EXPECT_GE(std::chrono::steady_clock::now() - tStart, std::chrono::milliseconds(200));
-    waitpid(iChild, nullptr, 0);
+    StatusOfChild(iChild);
 }
 
 TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothing)
@@ -176,12 +166,12 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
             ClipboardPrintf("kept");
             pause();
         });
-    plat::ClipboardSetWait(CountWait);
+    plat::ClipboardSetWait([](unsigned nMilliseconds) { s_nWaits += nMilliseconds == 100; });
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == true");
     EXPECT_EQ(s_nWaits, 100);
     EXPECT_FALSE(g_isOpen);
     kill(iChild, SIGKILL);
-    waitpid(iChild, nullptr, 0);
+    StatusOfChild(iChild);
     ClipboardOpen();
     EXPECT_TRUE(g_isOpen);
     std::string const sText = Text();
@@ -189,15 +179,10 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == false") << "no nesting";
 
     // A child that lives on with this process's descriptors holds nothing either.
-    pid_t const iHeir = fork();
-    if (iHeir == 0)
-    {
-        alarm(60);
-        pause();
-    }
+    pid_t const iHeir = StartChild(pause);
     ClipboardClose();
     EXPECT_EQ(TextOfClosed(), sText);
     EXPECT_EQ(s_nWaits, 100);
     kill(iHeir, SIGKILL);
-    waitpid(iHeir, nullptr, 0);
+    StatusOfChild(iHeir);
 }

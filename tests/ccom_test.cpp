@@ -5,10 +5,6 @@
 
 #include "tests/test_support.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fstream>
 #include <sys/mman.h>
 
 namespace
@@ -38,13 +34,6 @@ namespace
     ZQ_UNCHECKED bool ReleaseAnything(void const * p)
     {
         return static_cast<ComObject_c const *>(p)->Release(OWNERS, "", 0, p);
-    }
-
-    std::size_t ResidentPages()
-    {
-        std::size_t nVirtual = 0, nResident = 0;
-        std::ifstream("/proc/self/statm") >> nVirtual >> nResident;
-        return nResident;
     }
 }
 
@@ -174,15 +163,15 @@ TEST(ComObject, LedgerTouchesItsMemoryAsItIsUsedAndEndsAtItsLimit)
     auto const UseAll = []
     {
         std::vector<Pooled_c> dObjects(1000);
-        std::size_t const nRecordPages = COM_REFERENCES * sizeof(ComDebug_t) / 4096;
-        std::size_t const nStart = ResidentPages();
+        long const nRecordPages = COM_REFERENCES * long{ sizeof(ComDebug_t) } / 4096;
+        long const nStart = ResidentPages();
         int const nFree = ComObject_c::GetFreeReferences();
-        std::size_t const nCounted = ResidentPages() - nStart;
+        long const nCounted = ResidentPages() - nStart;
         for (std::size_t i = 0; i < COM_REFERENCES; ++i)
         {
             COM_ADDREF(&dObjects[i % dObjects.size()], OWNERS);
         }
-        std::size_t const nUsed = ResidentPages() - nStart;
+        long const nUsed = ResidentPages() - nStart;
         std::string const sFailed = FailedConditions([&] { COM_ADDREF(&dObjects[0], OWNERS + 1); });
         int const nLeft = ComObject_c::GetFreeReferences();
         COM_RELEASE(&dObjects[0], nullptr);   // the one without a note
@@ -190,7 +179,7 @@ TEST(ComObject, LedgerTouchesItsMemoryAsItIsUsedAndEndsAtItsLimit)
         {
             COM_RELEASE(&dObjects[i % dObjects.size()], OWNERS);
         }
-        std::fprintf(stderr, "%i free, %zu pages; %zu of %zu pages, %i left, %s; %i free", nFree, nCounted, nUsed,
+        std::fprintf(stderr, "%i free, %li pages; %li of %li pages, %i left, %s; %i free", nFree, nCounted, nUsed,
             nRecordPages, nLeft, sFailed.c_str(), ComObject_c::GetFreeReferences());
         std::_Exit(nCounted < nRecordPages / 8 && nUsed > nRecordPages * 3 / 4 ? 0 : 1);
     };

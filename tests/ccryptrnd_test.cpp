@@ -79,8 +79,7 @@ TEST(CryptRandom, TheModuleListensToApplicationMessages)
     s_nHeard = 0;
     auto const Hear = [](MessageData_s) { ++s_nHeard; };
     g_ApplicationMessages.Add(Hear, false);
-    Module_c::Register(ModuleCryptRandom_c::Get());
-    ASSERT_TRUE(Module_c::InitializeAllModules());
+    ASSERT_TRUE(StartModule(ModuleCryptRandom_c::Get()));
     g_ApplicationMessages.Fire({}, false);
     EXPECT_EQ(s_nHeard, 1) << "the module is not exclusive";
     g_ApplicationMessages.Remove(Hear);

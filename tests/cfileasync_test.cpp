@@ -28,11 +28,7 @@ protected:
 
     ~FileAsyncTest() override { Module_c::ShutdownAllModules(); }
 
-    static void Start()
-    {
-        Module_c::Register(ModuleFile_c::Get());
-        ASSERT_TRUE(Module_c::InitializeAllModules());
-    }
+    static void Start() { ASSERT_TRUE(StartModule(ModuleFile_c::Get())); }
 
     static void Await(File_c * pFile, void * pBuffer)
     {

@@ -6,9 +6,6 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilehash.h"
 
-#include <csignal>
-#include <sys/resource.h>
-
 using Folders_t = std::vector<std::string>;
 using Files_t = std::vector<std::pair<std::string, std::string>>;   // folder and name
 
@@ -49,15 +46,12 @@ protected:
     bool SurvivesAlone(std::string const & sBytes) { return FileReset(), Survives(sBytes); }
     void Save(std::string const & sName) const { FilesystemCacheSave(Folder.Join(sName).c_str()); }
 
-    // Brings the module up and down, without a scan of its own if there is a cache; the keys between.
+    // As the fixture's, without a scan of its own if there is a cache.
     static std::string KeysOfOneRun(std::string const & sCache)
     {
         FilesystemCacheInit(sCache.c_str());
         ModuleFile_c::Get()->ReadMedia(sCache.empty());
-        Module_c::Register(ModuleFile_c::Get());
-        EXPECT_TRUE(Module_c::InitializeAllModules());
-        std::string const sKeys = Keys();
-        Module_c::ShutdownAllModules();
+        std::string const sKeys = MediaTest::KeysOfOneRun();
         ModuleFile_c::Get()->ReadMedia(true);
         return sKeys;
     }
@@ -206,14 +200,10 @@ TEST_F(FileCacheTest, ASaveThatFailsLeavesTheOldCache)
 {
     Make({ { "media/c.bin", "old" }, { "media/folder.bin/", "" }, { "media/~held.bin/x", "" } });
     Scan();
-    auto const fnFormer = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit Former;
-    getrlimit(RLIMIT_FSIZE, &Former);
-    rlimit const Limit{ 50, Former.rlim_max };
-    setrlimit(RLIMIT_FSIZE, &Limit);   // a full disk
-    Save("media/c.bin");
-    setrlimit(RLIMIT_FSIZE, &Former);
-    std::signal(SIGXFSZ, fnFormer);
+    {
+        FullDisk_c const Full(50);
+        Save("media/c.bin");
+    }
     for (std::string const & sName : { std::string("folder.bin"), std::string("held.bin"), std::string(256, 'x') })
     {
         Save("media/" + sName);

@@ -204,8 +204,7 @@ TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
     fs::create_directory_symlink(Folder.Join("outside"), "LoadedMedia/link");
     std::string const & sFolder = Folder.GetPath();
     ModuleLog_c::SetLogPath(std::wstring(sFolder.begin(), sFolder.end()).c_str());
-    Module_c::Register(ModuleLog_c::Get());
-    Module_c::InitializeAllModules();
+    StartModule(ModuleLog_c::Get());
     Run();
     FileOpenStored("rel/r.txt")->CloseStored();
     Run();

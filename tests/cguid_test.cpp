@@ -3,16 +3,12 @@
 #include "platform/netaddress.h"
 #include "tests/test_support.h"
 
-#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
+#include <iterator>
 #include <set>
 #include <sstream>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 namespace
 {
@@ -30,11 +26,6 @@ namespace
 
     std::uint32_t s_dwStatus;
     plat::Guid_t s_Source;
-    std::uint32_t TestSource(plat::Guid_t & Guid)
-    {
-        Guid = s_Source;
-        return s_dwStatus;
-    }
 
     class GuidTest : public testing::Test
     {
@@ -111,17 +102,11 @@ TEST_F(GuidTest, TextFormsAreReadAndWritten)
 
 TEST_F(GuidTest, CreateJudgesTheStatus)
 {
-    struct Row_s
-    {
-        std::uint32_t dwStatus;
-        bool bNull, bGlobalOnly, bExpected;
-        std::string sWarnings;
-    };
     std::string const sFailed = "Unable to get a GUID.\n", sNull = "Unable to create new GUID.\n";
     std::string const sNone = "Cannot get the hardware address for this computer.\n";
     std::string const sLocal = "Warning: Unable to determine your network address.\r\n  The UUID generated is unique on"
                                " this computer only.\r\n  It should not be used on another computer.\n";
-    Row_s const dRows[] = {
+    Rows_t<std::uint32_t, bool, bool, bool, std::string> const dRows = {
         { 0, false, true, true, "" },
         { 0x80070000, false, true, true, "" },
         { 0, true, true, false, sNull },
@@ -133,17 +118,17 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
         { 5, false, false, false, sFailed },
         { 0x10001, true, true, false, sFailed },
     };
-    plat::GuidSetSource(TestSource);
-    for (Row_s const & Row : dRows)
+    plat::GuidSetSource([](plat::Guid_t & Guid) { return Guid = s_Source, s_dwStatus; });
+    for (auto const & [dwStatus, bNull, bGlobalOnly, bExpected, sWarnings] : dRows)
     {
         m_Log.Clear();
-        s_dwStatus = Row.dwStatus;
-        s_Source = Row.bNull ? plat::Guid_t{} : SAMPLE.m_guid;
-        Guid_c::SetGlobalOnly(Row.bGlobalOnly);
+        s_dwStatus = dwStatus;
+        s_Source = bNull ? plat::Guid_t{} : SAMPLE.m_guid;
+        Guid_c::SetGlobalOnly(bGlobalOnly);
         Guid_c Guid(1, 2, 3, 4);
-        EXPECT_EQ(Guid_c::Create(Guid), Row.bExpected) << Row.dwStatus;
-        EXPECT_TRUE(Guid == (Row.bExpected ? SAMPLE : Guid_c(1, 2, 3, 4))) << Row.dwStatus;
-        EXPECT_EQ(m_Log.GetText(), Row.sWarnings);
+        EXPECT_EQ(Guid_c::Create(Guid), bExpected) << dwStatus;
+        EXPECT_TRUE(Guid == (bExpected ? SAMPLE : Guid_c(1, 2, 3, 4))) << dwStatus;
+        EXPECT_EQ(m_Log.GetText(), sWarnings);
     }
     GuidObject_c Object;
     EXPECT_EQ(FailedConditions([&] { Object.CreateNewId(); }), "bCreated");
@@ -210,34 +195,20 @@ TEST_F(GuidTest, ThreadsAndProcessesOfOneInstantGetDifferentOnes)
     MakeMany({}, 1);   // the children inherit a generator at work
     TempFolder_c const Folder;
     auto const tStart = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    std::vector<pid_t> dChildren;
     for (int iProcess = 0; iProcess < PROCESSES; ++iProcess)
     {
-        if (fork() == 0)
-        {
-            std::vector<std::thread> dThreads;
-            for (int iThread = 0; iThread < THREADS; ++iThread)
-            {
-                std::string const sFile = std::to_string(iProcess * THREADS + iThread);
-                dThreads.emplace_back([&, sFile] { Folder.Write(sFile, MakeMany(tStart, GUIDS)); });
-            }
-            std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
-            _exit(0);
-        }
+        auto const WriteMany = [&](int iThread)
+        { Folder.Write(std::to_string(iProcess * THREADS + iThread), MakeMany(tStart, GUIDS)); };
+        dChildren.push_back(StartChild([&] { return InThreads(THREADS, WriteMany), 0; }));
     }
-    std::string sAll = MakeMany(tStart, GUIDS);
-    for (int iProcess = 0; iProcess < PROCESSES; ++iProcess)
-    {
-        wait(nullptr);
-    }
+    std::istringstream Texts(MakeMany(tStart, GUIDS));
+    std::set<std::string> dAll(std::istream_iterator<std::string>(Texts), {});
+    std::for_each(dChildren.begin(), dChildren.end(), StatusOfChild);
     for (int iFile = 0; iFile < PROCESSES * THREADS; ++iFile)
     {
-        sAll += Folder.Read(std::to_string(iFile));
-    }
-    std::set<std::string> dAll;
-    std::istringstream Lines(sAll);
-    for (std::string sLine; std::getline(Lines, sLine);)
-    {
-        dAll.insert(sLine);
+        Texts = std::istringstream(Folder.Read(std::to_string(iFile)));
+        dAll.insert(std::istream_iterator<std::string>(Texts), {});
     }
     EXPECT_EQ(dAll.size(), static_cast<std::size_t>((PROCESSES * THREADS + 1) * GUIDS));
 }

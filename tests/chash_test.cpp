@@ -12,13 +12,6 @@ namespace
         String_T<8> sName;
     };
 
-    // Eight names of one slot: in a table of 8 the fifth character counts only through bits beyond the index.
-    struct CollidingItems_s
-    {
-        Item_s d[8] = { { "abcda" }, { "abcdb" }, { "abcdc" }, { "abcdd" }, { "abcde" }, { "abcdf" }, { "abcdg" },
-            { "abcdh" } };
-    };
-
     template <typename TABLE>
     std::map<std::string, Item_s *> Entries(TABLE & Table)
     {
@@ -84,9 +77,8 @@ TEST(StringHash, AddTakesTheFirstDeletedSlotUnseenOfTheKeyBehindIt)
 {
     static StringHash_T<Item_s, 8, 8, 1> s_Table;
     s_Table.Reset();
-    CollidingItems_s Items;
-    Item_s &First = Items.d[0], &Second = Items.d[1];
-    Item_s Twin = Second;
+    // Of one slot: the fifth character counts only through bits beyond the index.
+    Item_s First{ "abcda" }, Second{ "abcdb" }, Twin = Second;
     EXPECT_EQ(s_Table.Add(&First, &First.sName), HASH_ADDED);
     EXPECT_EQ(s_Table.Add(&Second, &Second.sName), HASH_ADDED);
     EXPECT_EQ(s_Table.Add(&Twin, &Twin.sName), HASH_PRESENT);
@@ -99,6 +91,19 @@ TEST(StringHash, AddTakesTheFirstDeletedSlotUnseenOfTheKeyBehindIt)
     EXPECT_EQ(s_Table.FindByName(Second.sName), &Twin);
     EXPECT_TRUE(s_Table.DeleteByName(Second.sName));
     EXPECT_EQ(s_Table.FindByName(Second.sName), &Second);
+}
+
+TEST(StringHash, IsFullBehindTwoThirdsOfTheSlots)
+{
+    static StringHash_T<Item_s, 8, 8, 1> s_Table;
+    s_Table.Reset();
+    Item_s dItems[] = { { "abcda" }, { "abcdb" }, { "abcdc" }, { "abcdd" }, { "abcde" }, { "abcdf" } };
+    for (Item_s & Item : dItems)   // of one slot
+    {
+        bool const bFits = &Item < dItems + 5;
+        EXPECT_EQ(s_Table.Add(&Item, &Item.sName), bFits ? HASH_ADDED : HASH_FULL);
+        EXPECT_EQ(s_Table.FindByName(Item.sName), bFits ? &Item : nullptr);
+    }
 }
 
 TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
@@ -122,42 +127,17 @@ TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
             }
             int const iExpected = nProbes == 170 ? HASH_FULL : Model.contains(iSlot) ? HASH_PRESENT : HASH_ADDED;
             ASSERT_EQ(s_Table.Add(&Item, &Item.sName), iExpected);
-            if (iExpected == HASH_ADDED)
-            {
-                Model[iSlot] = &Item;
-            }
-            else
-            {
-                Item.sName = "";
-            }
+            iExpected == HASH_ADDED ? void(Model[iSlot] = &Item) : void();
         }
         auto * pSlot = s_Table.First();
         for (auto const & [iSlot, pItem] : Model)
         {
             ASSERT_EQ(pSlot->pObject, pItem) << "slot " << iSlot;
+            s_Table.Delete(pSlot);   // while iterating
             pSlot = s_Table.Next(pSlot);
         }
-        ASSERT_EQ(pSlot, nullptr);
+        ASSERT_TRUE(pSlot == nullptr && s_Table.First() == nullptr);
     }
-}
-
-TEST(StringHash, IsFullBehindTwoThirdsOfTheSlots)
-{
-    static StringHash_T<Item_s, 8, 8, 1> s_Table;
-    s_Table.Reset();
-    CollidingItems_s Items;
-    for (int i = 0; i < 8; ++i)
-    {
-        EXPECT_EQ(s_Table.Add(&Items.d[i], &Items.d[i].sName), i < 5 ? HASH_ADDED : HASH_FULL);
-        EXPECT_EQ(s_Table.FindByName(Items.d[i].sName), i < 5 ? &Items.d[i] : nullptr);
-    }
-    int nVisited = 0;
-    for (auto * pSlot = s_Table.First(); pSlot; pSlot = s_Table.Next(pSlot), ++nVisited)
-    {
-        s_Table.Delete(pSlot);   // while iterating
-    }
-    EXPECT_EQ(nVisited, 5);
-    EXPECT_EQ(s_Table.First(), nullptr);
 }
 
 TEST(IndexHash, BehavesLikeAMapUntilNoSlotIsFound)

@@ -61,11 +61,7 @@ namespace
             LogInit();
         }
 
-        static void StartNamedLogs()
-        {
-            Module_c::Register(ModuleLog_c::Get());
-            ASSERT_TRUE(Module_c::InitializeAllModules());
-        }
+        static void StartNamedLogs() { ASSERT_TRUE(StartModule(ModuleLog_c::Get())); }
 
         TempFolder_c m_Folder;
     };

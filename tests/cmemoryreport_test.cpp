@@ -5,10 +5,6 @@
 
 #include "tests/test_support.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <array>
 #include <sstream>
 #include <unistd.h>
@@ -38,17 +34,14 @@ namespace
     // Runs in a child process, where the call log's header is still to come, with a folder for the log.
     void InChild(TempFolder_c const & Folder, void (*fnRun)())
     {
-        GTEST_FLAG_SET(death_test_style, "fast");   // the child must know the folder
         auto const Run = [&]
         {
             ModuleLog_c::SetLogPath(std::wstring(Folder.GetPath().begin(), Folder.GetPath().end()).c_str());
-            Module_c::Register(ModuleLog_c::Get());
-            Module_c::InitializeAllModules();
+            StartModule(ModuleLog_c::Get());
             fnRun();
-            std::_Exit(testing::Test::HasFailure());
+            return static_cast<int>(testing::Test::HasFailure());
         };
-        EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
     }
 
     // Takes blocks of the kinds that are logged and of those that are not.

@@ -2,20 +2,12 @@
 #include "zqcore/copcode_internal.h"
 
 #include "tests/test_support.h"
-#include "tests/zqtool_support.h"
+
+#include <iterator>
+#include <sstream>
 
 namespace
 {
-    std::vector<unsigned char> Bytes(std::string const & sHex)
-    {
-        std::vector<unsigned char> dBytes;
-        for (std::size_t i = 0; i < sHex.size(); i += 3)
-        {
-            dBytes.push_back(static_cast<unsigned char>(std::stoi(sHex.substr(i, 2), nullptr, 16)));
-        }
-        return dBytes;
-    }
-
     /// Keeps the lines; knows the function Blit at 0x401000 and a source line for each address.
     class Lines_c final : public CodeListingSink_c
     {
@@ -41,7 +33,10 @@ namespace
     std::vector<std::string> Listing(
         int nBits, std::string const & sHex, std::uint64_t Address, std::uint64_t Fault = 1)
     {
-        std::vector<unsigned char> const dCode = Bytes(sHex);
+        std::istringstream Bytes(sHex);
+        Bytes >> std::hex;
+        std::vector<unsigned> const dBytes(std::istream_iterator<unsigned>(Bytes), {});
+        std::vector<unsigned char> const dCode(dBytes.begin(), dBytes.end());
         CodeListing_c Listing(dCode.data(), dCode.size(), Address, nBits == 64 ? OPCODE_64_BIT : OPCODE_32_BIT);
         Listing.SetFaultAddress(Fault);
         Listing.Decode();

@@ -7,23 +7,12 @@
 #include "zqcore/ctimer.h"
 
 #include <array>
-#include <csignal>
+#include <optional>
 #include <random>
-#include <sys/resource.h>
 
 namespace
 {
     constexpr char LOST[] = "ProfilerSwapStats: failed to write file - Ivo Renning";
-
-    // Makes every disk full behind so many bytes of a file.
-    void LimitFiles(rlim_t nBytes)
-    {
-        rlimit Limit;
-        ::getrlimit(RLIMIT_FSIZE, &Limit);
-        Limit.rlim_cur = std::min(nBytes, Limit.rlim_max);
-        ::setrlimit(RLIMIT_FSIZE, &Limit);
-        std::signal(SIGXFSZ, nBytes < Limit.rlim_max ? SIG_IGN : SIG_DFL);
-    }
 
     // Pushes names and pops at ")"; a name with "/" goes under the root.
     void Brackets(std::initializer_list<char const *> dNames)
@@ -70,14 +59,9 @@ namespace
     class Profiler : public testing::TestWithParam<bool>
     {
     protected:
-        Profiler()
-        {
-            Module_c::Register(ModuleProfiler_c::Get());
-            Module_c::InitializeAllModules();
-        }
+        Profiler() { StartModule(ModuleProfiler_c::Get()); }
         ~Profiler() override
         {
-            LimitFiles(RLIM_INFINITY);
             plat::AsyncFile_c::AllowBeside(true);
             Module_c::ShutdownAllModules();
         }
@@ -270,12 +254,12 @@ TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)
 {
     ProfilerInitSwapStats(m_Folder.Join("gone/stats.bin").c_str());
     EXPECT_EQ(m_Log.GetText(), "ProfilerInit: failed to create file - Ivo Renning\n");
-    LimitFiles(5);
+    std::optional<FullDisk_c> Full(std::in_place, 5);
     ProfilerInitSwapStats(m_sName);
     Batch(std::string(8, ' '));   // no file: nothing more
     EXPECT_EQ(m_Log.Count(LOST), 1);
     EXPECT_EQ(m_Folder.Read("stats"), "");
-    LimitFiles(5000);
+    Full.emplace(5000);
     ProfilerInitSwapStats(m_sName);
     std::string const sHeader = m_Folder.Read("stats");
     Batch(sHeader);
@@ -285,7 +269,7 @@ TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)
     EXPECT_EQ(m_Log.Count(LOST), 3);
     EXPECT_EQ(m_Log.CountHolding("System message: File too large"), 3);
     EXPECT_EQ(m_Folder.Read("stats"), sHeader);
-    LimitFiles(RLIM_INFINITY);
+    Full.reset();
     std::string const sBatch = Batch(sHeader);
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(m_Folder.Read("stats") == sHeader + sBatch);

@@ -1,15 +1,14 @@
-#include "tests/text_fixture.h"
+#include "tests/media_fixture.h"
 #include "zqcore/cpropertylist.h"
 
 #include <cstring>
 #include <memory>
-#include <tuple>
 
 using namespace std::string_literals;
 
 namespace
 {
-    class PropertyListTest : public TextFileTest
+    class PropertyListTest : public MediaTest
     {
     protected:
         ~PropertyListTest() override { m_pList.reset(); }

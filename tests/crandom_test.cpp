@@ -4,11 +4,9 @@
 #include "zqcore/capp.h"
 #include "zqcore/ccrc.h"
 
-#include <algorithm>
 #include <bit>
 #include <climits>
 #include <ctime>
-#include <gmock/gmock.h>
 
 namespace
 {
@@ -50,8 +48,7 @@ TEST(Random, ListsNamedGeneratorsFromTheNewestOn)
 TEST(Random, TheModuleAndTheApplicationEmptyTheList)
 {
     RandomNumber_c const First(0, "first");
-    Module_c::Register(ModuleRandom_c::Get());
-    ASSERT_TRUE(Module_c::InitializeAllModules());
+    ASSERT_TRUE(StartModule(ModuleRandom_c::Get()));
     EXPECT_NE(Names(), "");
     Module_c::ShutdownAllModules();
     EXPECT_EQ(Names(), "");
@@ -64,19 +61,16 @@ TEST(Random, TheModuleAndTheApplicationEmptyTheList)
 TEST(Random, StepsAreThePublishedOnes)
 {
     // Numbers that another program of RXS-M-XS computed.
-    struct Row_s
+    for (auto const & [nSeed, dNumbers, nSeedBehind] :
+        Rows_t<unsigned, std::vector<unsigned>, unsigned>{ { 0, { 0, 0x07BB2FE2, 0x22B6B6BC, 0x3BF6E0B1 }, 0x3463E0AC },
+            { 0xDEADBEEF, { 0xF635A409, 0x67299972, 0x3779382A, 0x50E322B3 }, 0x1823806B } })
     {
-        unsigned nSeed, dNumbers[4], nSeedBehind;
-    };
-    for (Row_s const & Row : { Row_s{ 0, { 0, 0x07BB2FE2, 0x22B6B6BC, 0x3BF6E0B1 }, 0x3463E0AC },
-             { 0xDEADBEEF, { 0xF635A409, 0x67299972, 0x3779382A, 0x50E322B3 }, 0x1823806B } })
-    {
-        RandomNumber_c Random(Row.nSeed);
-        for (unsigned const nNumber : Row.dNumbers)
+        RandomNumber_c Random(nSeed);
+        for (unsigned const nNumber : dNumbers)
         {
             EXPECT_EQ(Random.Next(), nNumber);
         }
-        EXPECT_EQ(Random.GetSeed(), Row.nSeedBehind);
+        EXPECT_EQ(Random.GetSeed(), nSeedBehind);
     }
 }
 

@@ -2,20 +2,15 @@
 
 #include "tests/test_support.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <tuple>
 #include <unistd.h>
 
 namespace
@@ -88,25 +83,6 @@ namespace
             return sBusy;
         }
 
-        // What a function returns in a child process, which ends then.
-        template <typename CALL>
-        static pid_t Child(CALL fnCall)
-        {
-            pid_t const iChild = fork();
-            if (iChild == 0)
-            {
-                alarm(60);   // ends it should the test not come to it
-                _exit(fnCall());
-            }
-            return iChild;
-        }
-        static int ResultOf(pid_t iChild)
-        {
-            int iStatus = -1;
-            waitpid(iChild, &iStatus, 0);
-            return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-        }
-
         TempFolder_c const m_Folder;
     };
 }
@@ -123,28 +99,23 @@ TEST_F(RegistryTest, ReadsWhatWasWrittenByTypeAndSize)
     EXPECT_TRUE(Registry.WriteString("t", "some text") && Registry.WriteData("b", "\0\1\2", 3));
     EXPECT_TRUE(Registry.WriteData("four bytes", "\x0D\0\0\0", 4));
 
-    struct Row_s
+    // The bits of ReadInt and ReadFloat, 77 by default; what ReadValue gives by type, and the float, 99 before.
+    for (auto const & [szName, iBits, bInt, bDouble, bFloat, fFloat] :
+        Rows_t<char const *, int, bool, bool, bool, float>{ { "i", -5, true, false, false, 0.0f },
+            { "f", std::bit_cast<int>(0.1f), false, false, true, 0.1f }, { "d", 77, false, true, true, -1.0f / 3.0f },
+            { "four", 77, false, false, false, 0.0f }, { "t", 77, false, false, false, 99.0f },
+            { "b", 77, false, false, false, 0.0f }, { "four bytes", 13, false, false, false, 0.0f },
+            { "none", 77, false, false, false, 99.0f } })
     {
-        char const * szName;
-        int iBits;                    // of ReadInt and ReadFloat, 77 by default
-        bool bInt, bDouble, bFloat;   // what ReadValue gives
-        float fFloat;                 // 99 before
-    };
-    for (Row_s const & Row :
-        { Row_s{ "i", -5, true, false, false, 0.0f }, { "f", std::bit_cast<int>(0.1f), false, false, true, 0.1f },
-            { "d", 77, false, true, true, -1.0f / 3.0f }, { "four", 77, false, false, false, 0.0f },
-            { "t", 77, false, false, false, 99.0f }, { "b", 77, false, false, false, 0.0f },
-            { "four bytes", 13, false, false, false, 0.0f }, { "none", 77, false, false, false, 99.0f } })
-    {
-        SCOPED_TRACE(Row.szName);
+        SCOPED_TRACE(szName);
         int i = 99;
         double d = 99.0;
         float f = 99.0f;
-        EXPECT_EQ(Registry.ReadInt(Row.szName, 77), Row.iBits);
-        EXPECT_EQ(std::bit_cast<int>(Registry.ReadFloat(Row.szName, std::bit_cast<float>(77))), Row.iBits);
-        EXPECT_TRUE((Registry.ReadValue(Row.szName, &i) != 0) == Row.bInt && i == (Row.bInt ? Row.iBits : 99));
-        EXPECT_TRUE((Registry.ReadValue(Row.szName, &d) != 0) == Row.bDouble && d == (Row.bDouble ? dDouble : 99.0));
-        EXPECT_TRUE((Registry.ReadValue(Row.szName, &f) != 0) == Row.bFloat && f == Row.fFloat);
+        EXPECT_EQ(Registry.ReadInt(szName, 77), iBits);
+        EXPECT_EQ(std::bit_cast<int>(Registry.ReadFloat(szName, std::bit_cast<float>(77))), iBits);
+        EXPECT_TRUE((Registry.ReadValue(szName, &i) != 0) == bInt && i == (bInt ? iBits : 99));
+        EXPECT_TRUE((Registry.ReadValue(szName, &d) != 0) == bDouble && d == (bDouble ? dDouble : 99.0));
+        EXPECT_TRUE((Registry.ReadValue(szName, &f) != 0) == bFloat && f == fFloat);
     }
 
     char sBuffer[16] = "untouched";
@@ -356,14 +327,15 @@ TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
             }
             return 0;
         };
-        pid_t const dChildren[] = { Child([=] { return fnWrite(true); }), Child([=] { return fnWrite(false); }) };
+        pid_t const dChildren[] = { StartChild([=] { return fnWrite(true); }),
+            StartChild([=] { return fnWrite(false); }) };
         usleep(static_cast<useconds_t>(500 + Random() % 2000));
         for (int iRead = 0; iRead < 6; ++iRead)
         {
             if (iRead == 3)
             {
                 std::for_each(dChildren, dChildren + 2, [](pid_t iChild) { kill(iChild, SIGKILL); });
-                std::for_each(dChildren, dChildren + 2, [](pid_t iChild) { ResultOf(iChild); });
+                std::for_each(dChildren, dChildren + 2, StatusOfChild);
             }
             std::string const sText = Read("k", "w");
             EXPECT_TRUE(sText == dTexts[0] || sText == dTexts[1]) << sText.size() << " bytes in round " << iRound;
@@ -397,9 +369,9 @@ TEST_F(RegistryTest, TwoProcessesThatWriteAtOnceLoseNothing)
             }
             return bGood ? 0 : 1;
         };
-        dChildren[iWriter] = Child(fnWrite);
+        dChildren[iWriter] = StartChild(fnWrite);
     }
-    std::for_each(dChildren, dChildren + WRITERS, [](pid_t iChild) { EXPECT_EQ(ResultOf(iChild), 0); });
+    std::for_each(dChildren, dChildren + WRITERS, [](pid_t iChild) { EXPECT_EQ(StatusOfChild(iChild), 0); });
     for (int i = 0; i < WRITERS * VALUES; ++i)
     {
         std::string const sKey = "shared\\" + std::to_string(i / WRITERS / 10);
@@ -412,13 +384,10 @@ TEST_F(RegistryTest, TwoProcessesThatWriteAtOnceLoseNothing)
 TEST_F(RegistryTest, AFailedWriteKeepsTheOldValueAndLivingWritersTheirFiles)
 {
     ASSERT_TRUE(Write("Key", "name", "old"));
-    auto const fnFail = []
     {
-        signal(SIGXFSZ, SIG_IGN);
-        rlimit const Limit = { 1000, 1000 };
-        return setrlimit(RLIMIT_FSIZE, &Limit) == 0 && !Write("Key", "name", std::string(5000, 'n')) ? 0 : 1;
-    };
-    EXPECT_EQ(ResultOf(Child(fnFail)), 0);
+        FullDisk_c const Full(1000);
+        EXPECT_FALSE(Write("Key", "name", std::string(5000, 'n')));
+    }
     EXPECT_EQ(Read("Key", "name") + BusyFiles("user/key"), "old");
     m_Folder.Write("user/key/~dead", "half");
     int const iLiving = open(m_Folder.Write("user/key/~living", "half").c_str(), O_RDONLY);
@@ -433,9 +402,8 @@ TEST_F(RegistryTest, OpensForWritingOnlyWhatCanBeWritten)
     Registry_c Registry(MACHINE);
     EXPECT_TRUE(Registry.CreateKey("k") && Registry.WriteValue("i", 5));
     EXPECT_TRUE(Registry.CreateKey("own") && Registry.WriteValue("i", 6));   // of which the tree can't be written
-    std::filesystem::permissions(m_Folder.Join("not/yet/machine/own"), std::filesystem::perms(0777));
-    std::filesystem::permissions(m_Folder.Join("not/yet/machine"), std::filesystem::perms(0555));
-    std::filesystem::permissions(m_Folder.Join("not/yet/machine/k"), std::filesystem::perms(0555));
+    std::string const sTree = m_Folder.Join("not/yet/machine"), sKey = sTree + "/k", sOwn = sTree + "/own";
+    ASSERT_EQ(chmod(sOwn.c_str(), 0777) + chmod(sKey.c_str(), 0555) + chmod(sTree.c_str(), 0555), 0);
     auto const fnOpen = []
     {
         // The superuser may write everywhere, and becomes somebody else.
@@ -445,9 +413,8 @@ TEST_F(RegistryTest, OpensForWritingOnlyWhatCanBeWritten)
         bool const bKept = Own.OpenKey("own", 0) && !Own.DeleteKey("", 0) && Own.ReadInt("i", 0) == 6;
         return !bOrdinary ? 2 : !bOpen && bKept && plat::RegistryKeyExists(MACHINE, "k") ? 0 : 1;
     };
-    int const iResult = ResultOf(Child(fnOpen));
-    std::filesystem::permissions(m_Folder.Join("not/yet/machine"), std::filesystem::perms(0755));
-    std::filesystem::permissions(m_Folder.Join("not/yet/machine/k"), std::filesystem::perms(0755));
+    int const iResult = StatusOfChild(StartChild(fnOpen));
+    ASSERT_EQ(chmod(sTree.c_str(), 0755) + chmod(sKey.c_str(), 0755), 0);
     if (iResult == 2)
     {
         GTEST_SKIP() << "this superuser can't become an ordinary user";

@@ -1,9 +1,8 @@
-#include "tests/text_fixture.h"
+#include "tests/media_fixture.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cscript.h"
 #include "zqcore/cstring.h"
 
-#include <algorithm>
 #include <cinttypes>
 #include <map>
 #include <memory>
@@ -19,10 +18,6 @@ namespace
     {
         return bFound ? "found" : "none";
     }
-    std::string Number(float fValue)
-    {
-        return NewString("%g", static_cast<double>(fValue)).GetBuffer();
-    }
 
     // What each letter does, and how its outcome shows. Where it stands (.) is position, lines, and ! at the end.
 #define OPERATION(...)                                                                                                 \
@@ -34,7 +29,8 @@ namespace
         { 'L', OPERATION(return S.GetLine(b, std::stoi(a)), "{"s + b + "}") },
         { 'S', OPERATION(return S.GetString(b, 5, a[0]), "'"s + b + "'") },
         { 'I', OPERATION(return std::to_string(a.empty() ? S.GetInt() : S.GetInt(a.c_str()))) },
-        { 'F', OPERATION(return Number(a.empty() ? S.GetFloat() : S.GetFloat(a.c_str()))) },
+        { 'F', OPERATION(float const f = a.empty() ? S.GetFloat() : S.GetFloat(a.c_str());
+                         return ""s + Va("%g", static_cast<double>(f))) },
         { 'K', OPERATION(return S.SkipToken(a.c_str()), ""s) },
         { '@', OPERATION(return S.SetPosition(std::stoi(a)), ""s) },
         { 'w', OPERATION(return Found(S.RewindAfterToken(a.c_str(), false, true))) },
@@ -67,7 +63,7 @@ namespace
         int nMismatches = 0;   // assertions that fail in a block of memory
     };
 
-    using ScriptTest = TextFileTest;
+    using ScriptTest = MediaTest;
 }
 
 TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)

@@ -3,8 +3,6 @@
 #include "tests/graph_support.h"
 #include "tests/test_support.h"
 
-#include <gtest/gtest.h>
-
 namespace
 {
     using Access = NodeSerializer_c;
@@ -119,23 +117,16 @@ TEST_F(Serializer, TheTableProbesWrapsAndForgets)
 
 TEST(SerializerDeathTest, TheTableTakesMemoryWhereItIsUsedUntilItIsFull)
 {
-    auto const CountPages = []   // of this process that no file backs
-    {
-        std::ifstream Pages("/proc/self/statm");
-        long nAll = 0, nResident = 0, nShared = 0;
-        Pages >> nAll >> nResident >> nShared;
-        return nResident - nShared;
-    };
-    auto const Fill = [&]
+    auto const Fill = []
     {
         LogToStandardError();
-        long const nBefore = CountPages();
+        long const nBefore = ResidentPages();
         int iSlot, nNew = 0;
         for (std::uintptr_t n = 1; n <= Serializer_c::HASH_SIZE; ++n)
         {
             nNew += Access::AddVoidToCache(At(n * 8), &iSlot);
         }
-        bool const bGrew = CountPages() - nBefore >= Serializer_c::HASH_SIZE / 4096 * long{ sizeof(void *) };
+        bool const bGrew = ResidentPages() - nBefore >= Serializer_c::HASH_SIZE / 4096 * long{ sizeof(void *) };
         bool const bFull = !SurvivesWithoutAbort([&] { Access::AddVoidToCache(At(4), &iSlot); });
         _exit(bGrew && bFull && nNew == Serializer_c::HASH_SIZE ? 0 : 1);
     };

@@ -1,9 +1,8 @@
-#include "tests/text_fixture.h"
+#include "tests/media_fixture.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cspreadsheet.h"
 
 #include <cstring>
-#include <tuple>
 
 using namespace std::string_literals;
 
@@ -12,7 +11,7 @@ namespace
     constexpr char const * HEAD_FAILED = "Spreadsheet_c::Parse : head parsing failed.\n";
     constexpr char const * ROW_FAILED = "Spreadsheet_c::Parse : row parsing failed.\n";
 
-    class SpreadsheetTest : public TextFileTest
+    class SpreadsheetTest : public MediaTest
     {
     protected:
         /// Writes a file and opens it; the sheet must be closed.

@@ -1,7 +1,6 @@
 #include "tests/test_support.h"
 #include "zqcore/ctextparser.h"
 
-#include <gtest/gtest.h>
 #include <sstream>
 
 using namespace std::string_literals;

@@ -5,8 +5,7 @@
 TEST(Timer, PassedTimeGoesOnWithoutAJumpWhenTheClockChanges)
 {
     double const tBefore = longTimeGetPassed();
-    Module_c::Register(ModuleTimer_c::Get());
-    ASSERT_TRUE(Module_c::InitializeAllModules());
+    ASSERT_TRUE(StartModule(ModuleTimer_c::Get()));
     double const tAfter = longTimeGetPassed();
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(tBefore >= 0.0 && tAfter >= tBefore - 0.001 && tAfter < tBefore + 10.0);   // the coarse clock's period

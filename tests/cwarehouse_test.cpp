@@ -1,4 +1,4 @@
-#include "tests/text_fixture.h"
+#include "tests/media_fixture.h"
 #include "zqcore/cmemoryreport.h"
 #include "zqcore/cwarehouse.h"
 
@@ -50,7 +50,7 @@ namespace
         return sAll;
     }
 
-    class Warehouse : public TextFileTest
+    class Warehouse : public MediaTest
     {
     protected:
         ~Warehouse() override { m_pTable.reset(); }
@@ -209,12 +209,9 @@ TEST(WarehouseLine, ColumnsMoveAndGoFromBothEnds)
 TEST_F(Warehouse, ConvertsACellToEachType)
 {
     bool const bWide = sizeof(long) > 4;
-    struct Row_s
-    {
-        char const *szCell, *szResults;   // long, double, float, int, short, unsigned char, bool, unsigned long
-    };
-    for (Row_s const & Row : {
-             Row_s{ "10", "10 10 10 10 10 10 1 10" },
+    // Long, double, float, int, short, unsigned char, bool, unsigned long.
+    for (auto const & [szCell, szResults] : Rows_t<char const *, char const *>{
+             { "10", "10 10 10 10 10 10 1 10" },
              { "0", "0 0 0 0 0 0 0 0" },
              { "\" +5\"", "5 5 5 5 5 5 1 5" },
              { "-1", "-1 -1 -1 -1 -1 - 1 -" },
@@ -232,7 +229,7 @@ TEST_F(Warehouse, ConvertsACellToEachType)
              { "-1.7976931348623157e308", "- -1.79769313e+308 - - - - - -" },
          })
     {
-        EXPECT_EQ(Numbers(Row.szCell), Row.szResults + " "s) << Row.szCell;
+        EXPECT_EQ(Numbers(szCell), szResults + " "s) << szCell;
     }
     for (char const * szCell : { "12abc", "+-1", "\"1 \"", "\"\"", "0x1p+-3", "1e309", "1e-310", "inf", "nan" })
     {

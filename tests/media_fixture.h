@@ -1,4 +1,4 @@
-// media_fixture.h: a fresh media tree and fresh tables for each test of the file services.
+// media_fixture.h: a fresh media tree and fresh tables for each test of the file services and of what reads files.
 #pragma once
 
 #include "tests/test_support.h"
@@ -7,6 +7,7 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cmemory_internal.h"
 
 #include <filesystem>
 #include <fstream>
@@ -41,6 +42,18 @@ protected:
         }
     }
 
+    /// Writes and registers a file, in the place of a former one of that name, which must be closed.
+    void Serve(std::string const & sName, std::string const & sText)
+    {
+        if (File_c * const pFormer = FileStream(sName.c_str()))
+        {
+            EXPECT_EQ(pFormer->GetOpensCount(), 0) << sName << " was left open";
+            FileKill(pFormer);
+        }
+        ASSERT_TRUE(FileAddOneFile(Folder.Write(sName, sText).c_str()));
+        Log.Clear();
+    }
+
     bool Scan() { return FileAddSearchPath(Folder.GetPath().c_str(), true, false); }
 
     /// A path below the tree as the tables have it.
@@ -65,18 +78,21 @@ protected:
         return sKeys;
     }
 
+    /// Brings the module of the files and what it needs up and down; the keys between.
+    static std::string KeysOfOneRun()
+    {
+        EXPECT_TRUE(StartModule(ModuleFile_c::Get()));
+        std::string const sKeys = Keys();
+        Module_c::ShutdownAllModules();
+        return sKeys;
+    }
+
     static std::string Contents(File_c const * pFile)
     {
         return pFile && pFile->pData ? std::string(pFile->pData, pFile->pData + pFile->iLength) : "(none)";
     }
 
-    static std::ptrdiff_t FileBlocks()
-    {
-        mem::CategoryInfo dInfo[mem::TOTAL];
-        std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
-        MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
-        return dInfo[mem::file].iCount;
-    }
+    static std::ptrdiff_t FileBlocks() { return g_MemoryCounters.dCount[mem::file]; }
 
     /// A receiver for any event with a text; listens to g_FileReadErrorCallbacker from the start.
     static void Tell(char const * szText)

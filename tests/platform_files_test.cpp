@@ -2,7 +2,6 @@
 #include "platform/process.h"
 #include "tests/test_support.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -11,7 +10,6 @@
 #include <random>
 #include <set>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
@@ -69,18 +67,10 @@ namespace
     };
 
     // Runs in a child process as a user without rights; whether it ended well.
-    template <typename FN>
-    bool AsNobody(FN fnRun)
+    bool AsNobody(std::function<bool()> const & fnRun)
     {
-        pid_t const iChild = fork();
-        if (iChild == 0)
-        {
-            bool const bDropped = geteuid() != 0 || seteuid(65534) == 0;
-            _exit(bDropped && fnRun() ? 0 : 1);
-        }
-        int iStatus = -1;
-        waitpid(iChild, &iStatus, 0);
-        return iStatus == 0;
+        return StatusOfChild(StartChild([&] { return (geteuid() != 0 || seteuid(65534) == 0) && fnRun() ? 0 : 1; }))
+               == 0;
     }
 }
 

@@ -14,20 +14,8 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    // A folder in memory where there is such a place: ten thousand folders keep a busy disk for a minute.
-    TempFolder_c FolderInMemory()
-    {
-        if (std::getenv("TMPDIR") || !fs::exists("/dev/shm"))
-        {
-            return TempFolder_c();
-        }
-        struct Scope_s
-        {
-            Scope_s() { setenv("TMPDIR", "/dev/shm", 1); }
-            ~Scope_s() { unsetenv("TMPDIR"); }
-        } const Scope;
-        return TempFolder_c();
-    }
+    // In memory where there is such a place: ten thousand folders keep a busy disk for a minute.
+    std::string const ROOT = std::getenv("TMPDIR") || !fs::exists("/dev/shm") ? fs::temp_directory_path() : "/dev/shm";
 
     // A watch on a fresh folder, with a buffer of its own.
     class FolderWatch : public testing::Test
@@ -54,7 +42,7 @@ namespace
             return sNames;
         }
 
-        TempFolder_c m_Folder = FolderInMemory();
+        TempFolder_c m_Folder{ ROOT };
         plat::FolderWatch_c m_Watch;
         std::vector<std::uint32_t> m_dBuffer = std::vector<std::uint32_t>(1024);
     };
@@ -62,7 +50,7 @@ namespace
 
 TEST_F(FolderWatch, TellsPathsInUtf16AndFollowsFolders)
 {
-    TempFolder_c const Outside = FolderInMemory();
+    TempFolder_c const Outside(ROOT);
     fs::create_directory_symlink(Outside.GetPath(), m_Folder.Join("out"));
     fs::create_directory_symlink(".", m_Folder.Join("self"));
     ASSERT_TRUE(m_Watch.Open(m_Folder.GetPath().c_str()));

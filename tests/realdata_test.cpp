@@ -1,14 +1,13 @@
 // Tables that others wrote, as Debian packages install them. What is expected is counted in the files line by line.
-#include "tests/text_fixture.h"
+#include "tests/media_fixture.h"
 #include "zqcore/cpropertylist.h"
 #include "zqcore/cscript.h"
 #include "zqcore/cspreadsheet.h"
 
-#include <fstream>
 #include <map>
 #include <sstream>
 
-using RealData = TextFileTest;
+using RealData = MediaTest;
 
 TEST_F(RealData, TheUnicodeCharacterTableIsASpreadsheet)
 {

@@ -1,18 +1,15 @@
 #include "tests/test_support.h"
 
-#include <cstdio>
-#include <cstdlib>
-
 namespace
 {
     // What the program prints on both streams, run in a folder of its own.
     std::string RunStartupOrder(std::string const & sArgument)
     {
         TempFolder_c const Folder;
-        std::string const sCommand =
-            "cd '" + Folder.GetPath() + "' && '" STARTUP_ORDER_PATH "' " + sArgument + " > out 2>&1";
-        EXPECT_EQ(std::system(sCommand.c_str()), 0);
-        return Folder.Read("out");
+        Result_s const Result =
+            RunShell("cd " + Folder.GetPath() + " && '" STARTUP_ORDER_PATH "' " + sArgument + " 2>&1");
+        EXPECT_EQ(Result.iStatus, 0);
+        return Result.sOutput;
     }
 }
 

@@ -2,25 +2,25 @@
 
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
+#include "zqcore/cmodule.h"
 
-#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <mutex>
 #include <random>
-#include <utility>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
-TempFolder_c::TempFolder_c()
+TempFolder_c::TempFolder_c(fs::path const & Root)
 {
     std::random_device Random;
     do
     {
-        m_sPath = (fs::temp_directory_path() / ("zqcore_test_" + std::to_string(Random()))).string();
+        m_sPath = (Root / ("zqcore_test_" + std::to_string(Random()))).string();
     }
     while (!fs::create_directory(m_sPath));
 }
@@ -57,15 +57,67 @@ std::string TempFolder_c::Read(std::string_view sName) const
     return std::string(std::istreambuf_iterator<char>(File), {});
 }
 
-CurrentFolderScope_c::CurrentFolderScope_c(std::string const & sFolder)
-    : m_sFormer(fs::current_path().string())
+bool StartModule(Module_c * pModule)
 {
-    fs::current_path(sFolder);
+    Module_c::Register(pModule);
+    return Module_c::InitializeAllModules();
 }
 
-CurrentFolderScope_c::~CurrentFolderScope_c()
+long ResidentPages()
 {
-    fs::current_path(m_sFormer);
+    long nAll = 0, nResident = 0, nShared = 0;
+    std::ifstream("/proc/self/statm") >> nAll >> nResident >> nShared;
+    return nResident - nShared;
+}
+
+pid_t StartChild(std::function<int()> const & fnRun)
+{
+    pid_t const iChild = fork();
+    if (iChild == 0)
+    {
+        alarm(60);   // ends it should the test not come to it
+        _exit(fnRun());
+    }
+    return iChild;
+}
+
+int StatusOfChild(pid_t iChild)
+{
+    int iStatus = -1;
+    waitpid(iChild, &iStatus, 0);
+    return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+}
+
+Result_s RunShell(std::string const & sCommand)
+{
+    std::string sOutput;
+    std::FILE * const pPipe = popen(sCommand.c_str(), "r");
+    char szPart[4096];
+    while (std::size_t const n = std::fread(szPart, 1, sizeof szPart, pPipe))
+    {
+        sOutput.append(szPart, n);
+    }
+    int const iStatus = pclose(pPipe);
+    return { WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1, sOutput };
+}
+
+Result_s RunTool(std::string const & sArguments)
+{
+    return RunShell(ZQTOOL_PATH " " + sArguments + " 2>&1");
+}
+
+FullDisk_c::FullDisk_c(rlim_t nBytes)
+    : m_fnFormer(std::signal(SIGXFSZ, SIG_IGN))
+{
+    getrlimit(RLIMIT_FSIZE, &m_Former);
+    rlimit const Limit = { nBytes, m_Former.rlim_max };
+    setrlimit(RLIMIT_FSIZE, &Limit);
+}
+
+FullDisk_c::~FullDisk_c()
+{
+    setrlimit(RLIMIT_FSIZE, &m_Former);
+    std::signal(SIGXFSZ, m_fnFormer);
 }
 
 void LogToStandardError()
@@ -78,17 +130,12 @@ namespace
     std::mutex g_Lock;
     LogCapture_c * g_pCapture = nullptr;
     DialogScript_c * g_pScript = nullptr;
-    std::string g_sHeapReports;
 
-    int CountIf(std::vector<std::string> const & dTexts, auto fn)
+    int CountThoseHolding(std::string_view sPart, std::vector<std::string> const & dTexts)
     {
         std::lock_guard const Scope(g_Lock);
-        return static_cast<int>(std::count_if(dTexts.begin(), dTexts.end(), fn));
-    }
-
-    auto Holds(std::string_view sPart)
-    {
-        return [sPart](std::string const & sText) { return sText.find(sPart) != std::string::npos; };
+        auto const Holds = [sPart](std::string const & sText) { return sText.find(sPart) != std::string::npos; };
+        return static_cast<int>(std::count_if(dTexts.begin(), dTexts.end(), Holds));
     }
 }
 
@@ -140,34 +187,15 @@ std::string LogCapture_c::GetText() const
     return sText;
 }
 
-int LogCapture_c::Count(std::string_view sLine) const
-{
-    return CountIf(m_dLines, [sLine](std::string const & sText) { return sText == sLine; });
-}
-
 int LogCapture_c::CountHolding(std::string_view sPart) const
 {
-    return CountIf(m_dLines, Holds(sPart));
+    return CountThoseHolding(sPart, m_dLines);
 }
 
 void LogCapture_c::Clear()
 {
     std::lock_guard const Scope(g_Lock);
     m_dLines.clear();
-}
-
-HeapReports_c::HeapReports_c()
-    : m_fnFormer(plat::HeapReportSet([](char const * szText) { g_sHeapReports += szText; }))
-{}
-
-HeapReports_c::~HeapReports_c()
-{
-    plat::HeapReportSet(m_fnFormer);
-}
-
-std::string HeapReports_c::Take()
-{
-    return std::exchange(g_sHeapReports, "");
 }
 
 std::string FailedConditions(std::function<void()> const & fnCall)
@@ -204,15 +232,9 @@ plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog)
     {
         return Script.m_dAnswers[Script.m_dShown.size() - 1];
     }
-    switch (Dialog.eButtons)
-    {
-    case plat::DialogButtons_e::AbortRetryIgnore:
-        return plat::DialogAnswer_e::Ignore;
-    case plat::DialogButtons_e::YesNoCancel:
-        return plat::DialogAnswer_e::No;
-    default:
-        return plat::DialogAnswer_e::Ok;
-    }
+    return Dialog.eButtons == plat::DialogButtons_e::AbortRetryIgnore ? plat::DialogAnswer_e::Ignore
+           : Dialog.eButtons == plat::DialogButtons_e::YesNoCancel    ? plat::DialogAnswer_e::No
+                                                                      : plat::DialogAnswer_e::Ok;
 }
 
 DialogScript_c::DialogScript_c(std::initializer_list<plat::DialogAnswer_e> dAnswers)
@@ -229,12 +251,7 @@ DialogScript_c::~DialogScript_c()
     g_pScript = m_pOuter;
 }
 
-int DialogScript_c::GetCount() const
-{
-    return CountHolding("");
-}
-
 int DialogScript_c::CountHolding(std::string_view sPart) const
 {
-    return CountIf(m_dShown, Holds(sPart));
+    return CountThoseHolding(sPart, m_dShown);
 }

@@ -1,20 +1,26 @@
-// test_support.h: GoogleTest, and what the tests of several services need: a folder that goes away, the lines that were
-// logged, the dialogs that were shown.
+// test_support.h: GoogleTest, and what the tests of several services need: a folder that goes away, other processes, the
+// lines that were logged, the dialogs that were shown.
 #pragma once
 
 #include "platform/debugheap.h"
 #include "platform/dialog.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
+
+class Module_c;
 
 /// The rows of a table of cases.
 template <typename... T>
@@ -32,11 +38,48 @@ void InThreads(int nThreads, CALL const & Call)
     std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
 }
 
-/// A fresh folder below the system's temporary one, deleted with all it holds at the end of the scope.
+/// Brings a module and what it needs up; Module_c::ShutdownAllModules brings all down.
+bool StartModule(Module_c * pModule);
+
+/// Pages of this process in memory, without those of files.
+long ResidentPages();
+
+/// Starts a child process that ends with the status that the call returns.
+pid_t StartChild(std::function<int()> const & fnRun);
+
+/// Waits for the end of a child; its status, or -1 if a signal ended it.
+int StatusOfChild(pid_t iChild);
+
+struct Result_s
+{
+    int iStatus;
+    std::string sOutput;
+};
+
+/// Runs a command line of the shell and waits; its standard output.
+Result_s RunShell(std::string const & sCommand);
+
+/// Runs zqtool; what it says on both streams.
+Result_s RunTool(std::string const & sArguments);
+
+/// Makes every disk full, for this process, behind so many bytes of a file.
+class FullDisk_c
+{
+public:
+    explicit FullDisk_c(rlim_t nBytes);
+    ~FullDisk_c();
+    FullDisk_c & operator=(FullDisk_c &&) = delete;
+
+private:
+    rlimit m_Former;
+    void (*m_fnFormer)(int);
+};
+
+/// A fresh folder below the system's temporary one or another, deleted with all it holds at the end of the scope.
 class TempFolder_c
 {
 public:
-    TempFolder_c();
+    explicit TempFolder_c(std::filesystem::path const & Root = std::filesystem::temp_directory_path());
     ~TempFolder_c();
     TempFolder_c & operator=(TempFolder_c &&) = delete;
 
@@ -63,12 +106,12 @@ private:
 class CurrentFolderScope_c
 {
 public:
-    explicit CurrentFolderScope_c(std::string const & sFolder);
-    ~CurrentFolderScope_c();
+    explicit CurrentFolderScope_c(std::string const & sFolder) { std::filesystem::current_path(sFolder); }
+    ~CurrentFolderScope_c() { std::filesystem::current_path(m_Former); }
     CurrentFolderScope_c & operator=(CurrentFolderScope_c &&) = delete;
 
 private:
-    std::string m_sFormer;
+    std::filesystem::path const m_Former = std::filesystem::current_path();
 };
 
 /// Prints all that is logged from now on; for processes that are to end.
@@ -89,7 +132,7 @@ public:
     std::string GetText() const;
 
     /// How many lines are this text, and how many hold it.
-    int Count(std::string_view sLine) const;
+    int Count(std::string_view sLine) const { return static_cast<int>(std::ranges::count(GetLines(), sLine)); }
     int CountHolding(std::string_view sPart) const;
 
     void Clear();
@@ -105,15 +148,15 @@ private:
 class HeapReports_c
 {
 public:
-    HeapReports_c();
-    ~HeapReports_c();
+    ~HeapReports_c() { plat::HeapReportSet(m_fnFormer); }
     HeapReports_c & operator=(HeapReports_c &&) = delete;
 
     /// What was reported since the last call.
-    std::string Take();
+    std::string Take() { return std::exchange(s_sReports, ""); }
 
 private:
-    plat::HeapReport_t m_fnFormer;
+    static inline std::string s_sReports;
+    plat::HeapReport_t m_fnFormer = plat::HeapReportSet([](char const * szText) { s_sReports += szText; });
 };
 
 /// The conditions of the assertions that fail in a call, joined by " & "; each is ignored.
@@ -129,7 +172,7 @@ public:
     DialogScript_c & operator=(DialogScript_c &&) = delete;
 
     /// How many dialogs were shown, and how many held this text.
-    int GetCount() const;
+    int GetCount() const { return CountHolding(""); }
     int CountHolding(std::string_view sPart) const;
 
 private:

@@ -2,10 +2,6 @@
 #include "zqcore/cmemoryreport.h"
 
 #include "tests/test_support.h"
-#include "tests/zqtool_support.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <array>
 

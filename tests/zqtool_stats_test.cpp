@@ -1,5 +1,4 @@
 #include "tests/test_support.h"
-#include "tests/zqtool_support.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cprofile.h"
 
@@ -145,8 +144,7 @@ TEST_F(ZqtoolStats, PrintsTheTree)
 
 TEST_F(ZqtoolStats, ReadsWhatTheProfilerWrites)
 {
-    Module_c::Register(ModuleProfiler_c::Get());
-    ASSERT_TRUE(Module_c::InitializeAllModules());
+    ASSERT_TRUE(StartModule(ModuleProfiler_c::Get()));
     ProfilerInitSwapStats(FileName_c(m_Folder.Join("real.stats").c_str()));
     for (std::size_t iFrame = 0; iFrame < FRAMES; ++iFrame)
     {

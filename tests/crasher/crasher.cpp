@@ -31,6 +31,7 @@
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <xmmintrin.h>
 
 namespace
@@ -316,12 +317,7 @@ namespace
         Thread.Join();
     }
 
-    struct Circumstance_t
-    {
-        char const * szName;
-        void (*fnArrange)();
-    };
-    constexpr Circumstance_t CIRCUMSTANCES[] = {
+    constexpr std::pair<char const *, void (*)()> CIRCUMSTANCES[] = {
         { "silent", [] { g_silentMode = true; } },
         { "alone", [] { SetFormer(nullptr); } },
         { "autoname", PrintAutoName },
@@ -356,12 +352,9 @@ int main(int nArguments, char ** dArguments)
     }
     for (int i = 2; i < nArguments; ++i)
     {
-        for (Circumstance_t const & Circumstance : CIRCUMSTANCES)
+        for (auto const & [szName, fnArrange] : CIRCUMSTANCES)
         {
-            if (std::strcmp(Circumstance.szName, dArguments[i]) == 0)
-            {
-                Circumstance.fnArrange();
-            }
+            std::strcmp(szName, dArguments[i]) == 0 ? fnArrange() : void();
         }
     }
     Fault();
