@@ -2,8 +2,7 @@
 //
 // Both texts are brought to one spelling before they are compared: size words dropped once they agree, numbers without
 // leading zeros and cut to the operand's width, condition codes and some mnemonics by the table below, operands that a
-// mnemonic implies dropped. What the peer refuses, and what came after SSE2, is left out. DIFFERENCES lists what
-// remains.
+// mnemonic implies dropped. What the peer refuses, and what came after SSE2, is left out. MayDiffer tells what remains.
 #include "zqcore/copcode.h"
 
 #include "platform/checker.h"
@@ -44,12 +43,6 @@ namespace
     /// Mnemonics that the peer cannot show: bytes of no row, and encodings that processors reserve.
     constexpr char const * NOT_OF_PEER[] = { "db", "psraq", "rcppd", "rcpsd", "rsqrtpd", "rsqrtsd" };
 
-    constexpr char const * REMNANT = "remnant of the 8087 or 80287, which does nothing: no row";
-    constexpr char const * TRAP = "meant to be undefined, or undocumented: no row";
-    constexpr std::pair<ZydisMnemonic, char const *> DIFFERENCES[] = { { ZYDIS_MNEMONIC_FENI8087_NOP, REMNANT },
-        { ZYDIS_MNEMONIC_FDISI8087_NOP, REMNANT }, { ZYDIS_MNEMONIC_FSETPM287_NOP, REMNANT },
-        { ZYDIS_MNEMONIC_UD0, TRAP }, { ZYDIS_MNEMONIC_UD1, TRAP }, { ZYDIS_MNEMONIC_INT1, TRAP } };
-
     std::set<ZydisISASet> const OUR_SETS = { ZYDIS_ISA_SET_I86, ZYDIS_ISA_SET_I186, ZYDIS_ISA_SET_I286PROTECTED,
         ZYDIS_ISA_SET_I286REAL, ZYDIS_ISA_SET_I386, ZYDIS_ISA_SET_I486, ZYDIS_ISA_SET_I486REAL,
         ZYDIS_ISA_SET_PENTIUMREAL, ZYDIS_ISA_SET_PENTIUMMMX, ZYDIS_ISA_SET_PPRO, ZYDIS_ISA_SET_CMOV,
@@ -57,6 +50,12 @@ namespace
         ZYDIS_ISA_SET_FXSAVE64, ZYDIS_ISA_SET_LAHF, ZYDIS_ISA_SET_LONGMODE, ZYDIS_ISA_SET_CMPXCHG16B,
         ZYDIS_ISA_SET_PAUSE, ZYDIS_ISA_SET_PREFETCH_NOP, ZYDIS_ISA_SET_RDPMC, ZYDIS_ISA_SET_SSE, ZYDIS_ISA_SET_SSE2,
         ZYDIS_ISA_SET_SSE2MMX, ZYDIS_ISA_SET_SSEMXCSR, ZYDIS_ISA_SET_SSE_PREFETCH, ZYDIS_ISA_SET_CLFSH };
+
+    std::string Renamed(Names_t const & Names, std::string const & sName)
+    {
+        auto const i = Names.find(sName);
+        return i == Names.end() ? sName : i->second;
+    }
 
     std::string Hex(std::uint64_t n, unsigned nBits)
     {
@@ -112,16 +111,12 @@ namespace
             }
             for (char const * const szStem : { "cmov", "set", "j" })
             {
-                std::size_t const nStem = std::strlen(szStem);
-                auto const i =
-                    sName.compare(0, nStem, szStem) == 0 ? CONDITIONS.find(sName.substr(nStem)) : CONDITIONS.end();
-                if (i != CONDITIONS.end())
+                if (sName.starts_with(szStem))
                 {
-                    return szStem + i->second;
+                    return szStem + Renamed(CONDITIONS, sName.substr(std::strlen(szStem)));
                 }
             }
-            auto const i = MNEMONICS.find(sName);
-            return i == MNEMONICS.end() ? sName : i->second;
+            return Renamed(MNEMONICS, sName);
         }
 
         bool IsString() const
@@ -142,8 +137,7 @@ namespace
         {
             std::string sText = HasOverride(Memory) ? std::string(ZydisRegisterGetString(Memory.segment)) + ":[" : "[";
             auto const Add = [&](std::string const & sTerm) { sText += (sText.back() == '[' ? "" : "+") + sTerm; };
-            bool const bRelative = Memory.base == ZYDIS_REGISTER_RIP || Memory.base == ZYDIS_REGISTER_EIP;
-            if (bRelative)
+            if (Memory.base == ZYDIS_REGISTER_RIP || Memory.base == ZYDIS_REGISTER_EIP)
             {
                 return sText + "rel " + Hex(ADDRESS + Is.length + static_cast<std::uint64_t>(Memory.disp.value), 64)
                        + "]";
@@ -180,56 +174,39 @@ namespace
             }
         }
 
-        /// Why the texts differ, null if they should not.
-        char const * Difference(unsigned char const * pCode) const
+        /// Whether the texts may differ.
+        bool MayDiffer(unsigned char const * pCode) const
         {
-            unsigned nPrefixes = Is.raw.prefix_count;
-            auto const Find = [&](unsigned char c)
-            { return static_cast<unsigned>(std::find(pCode, pCode + nPrefixes, c) - pCode); };
-            auto const nLocks = std::count(pCode, pCode + nPrefixes, 0xF0);
-            if (nLocks > 1 || (nLocks == 1 && Find(0xF0) != 0))
-            {
-                return "lock is an instruction of its own here: it loses the prefixes before it";
-            }
-            if (Is.address_width == 32 && Is.raw.rex.B != 0 && Is.raw.modrm.mod == 0 && Is.raw.modrm.rm == 4
-                && Is.raw.sib.base == 5)
-            {
-                return "67 with base 5 and no displacement: the peer adds r13d, which processors do not";
-            }
-            if (Is.mnemonic == ZYDIS_MNEMONIC_MOVSXD && Is.operand_width == 16)
-            {
-                return "66 before movsxd: the manuals differ in the source's size, and so does the peer by its form";
-            }
-            if (Has(ZYDIS_ATTRIB_HAS_NOTRACK))
-            {
-                return "3E before an indirect branch: a segment override here, notrack with CET";
-            }
-            if ((Is.raw.rex.W != 0) && Find(0x66) != nPrefixes
-                && (Is.meta.category == ZYDIS_CATEGORY_IO || Is.meta.category == ZYDIS_CATEGORY_IOSTRINGOP))
-            {
-                return "66 beside REX.W, which means nothing to a port";
-            }
-            if (Find(0xF2) != nPrefixes && Find(0xF3) != nPrefixes)
-            {
-                return "F2 and F3: the processor obeys the last, the table the first row";
-            }
-            if (Is.mnemonic == ZYDIS_MNEMONIC_OUTSB || Is.mnemonic == ZYDIS_MNEMONIC_OUTSW
-                || Is.mnemonic == ZYDIS_MNEMONIC_OUTSD)
-            {
-                return Has(ZYDIS_ATTRIB_HAS_SEGMENT) ? "outs has the short form alone" : nullptr;
-            }
-            if (Is.mnemonic == ZYDIS_MNEMONIC_NOP && Is.meta.isa_set == ZYDIS_ISA_SET_PPRO)
-            {
-                return "reserved hints, whose operands mean nothing yet";
-            }
-            for (auto const & [eMnemonic, szReason] : DIFFERENCES)
-            {
-                if (Is.mnemonic == eMnemonic)
-                {
-                    return szReason;
-                }
-            }
-            return nullptr;
+            unsigned char const * const pEnd = pCode + Is.raw.prefix_count;
+            auto const HasPrefix = [&](unsigned char c) { return std::find(pCode, pEnd, c) != pEnd; };
+            auto const IsOneOf = [&](std::initializer_list<ZydisMnemonic> dMnemonics)
+            { return std::find(dMnemonics.begin(), dMnemonics.end(), Is.mnemonic) != dMnemonics.end(); };
+            bool const bPort = Is.meta.category == ZYDIS_CATEGORY_IO || Is.meta.category == ZYDIS_CATEGORY_IOSTRINGOP;
+            bool const dReasons[] = {
+                // Lock is an instruction of its own here: it loses the prefixes before it.
+                std::count(pCode, pEnd, 0xF0) > (pCode[0] == 0xF0),
+                // 67 with base 5 and no displacement: the peer adds r13d, which processors do not.
+                Is.address_width == 32 && Is.raw.rex.B != 0 && Is.raw.modrm.mod == 0 && Is.raw.modrm.rm == 4
+                    && Is.raw.sib.base == 5,
+                // 66 before movsxd: the manuals differ in the source's size, and so does the peer by its form.
+                Is.mnemonic == ZYDIS_MNEMONIC_MOVSXD && Is.operand_width == 16,
+                // 3E before an indirect branch: a segment override here, notrack with CET.
+                Has(ZYDIS_ATTRIB_HAS_NOTRACK),
+                // 66 beside REX.W, which means nothing to a port.
+                bPort && Is.raw.rex.W != 0 && HasPrefix(0x66),
+                // F2 and F3: the processor obeys the last, the table the first row.
+                HasPrefix(0xF2) && HasPrefix(0xF3),
+                // The short form alone.
+                IsOneOf({ ZYDIS_MNEMONIC_OUTSB, ZYDIS_MNEMONIC_OUTSW, ZYDIS_MNEMONIC_OUTSD })
+                    && Has(ZYDIS_ATTRIB_HAS_SEGMENT),
+                // Reserved hints, whose operands mean nothing yet.
+                Is.mnemonic == ZYDIS_MNEMONIC_NOP && Is.meta.isa_set == ZYDIS_ISA_SET_PPRO,
+                // Remnants of the 8087 and 80287, which do nothing: no row.
+                IsOneOf({ ZYDIS_MNEMONIC_FENI8087_NOP, ZYDIS_MNEMONIC_FDISI8087_NOP, ZYDIS_MNEMONIC_FSETPM287_NOP }),
+                // Meant to be undefined, or undocumented: no row.
+                IsOneOf({ ZYDIS_MNEMONIC_UD0, ZYDIS_MNEMONIC_UD1, ZYDIS_MNEMONIC_INT1 }),
+            };
+            return std::count(std::begin(dReasons), std::end(dReasons), true) != 0;
         }
 
         unsigned MemorySize() const
@@ -297,8 +274,7 @@ namespace
             std::size_t const iEnd = sText.find_first_of("+-]", i);
             std::string sTerm = sText.substr(i, iEnd - i);
             i = iEnd;
-            bool const bRelative = sTerm.compare(0, 4, "rel ") == 0;
-            if (bRelative)
+            if (sTerm.starts_with("rel "))
             {
                 sTerm = "rel " + PlainNumber(sTerm.substr(4), false, 64);
             }
@@ -336,11 +312,7 @@ namespace
         {
             return PlainNumber(sText.substr(bSigned), sText[0] == '-', Peer.Is.operand_width);
         }
-        if (sText.compare(0, 2, "st") == 0)
-        {
-            return sText == "st" ? "st0" : "st" + sText.substr(3, 1);
-        }
-        return sText;
+        return !sText.starts_with("st") ? sText : sText == "st" ? "st0" : "st" + sText.substr(3, 1);
     }
 
     Plain_s PlainOurs(std::string const & sText, Peer_s const & Peer)
@@ -357,14 +329,12 @@ namespace
         {
             Plain.dOperands.push_back(PlainOperand(sOperand, Peer));
         }
-        for (auto const & [szWord, nBits] :
-            Rows_t<char const *, unsigned>{ { " byte ptr", 8 }, { " word ptr", 16 }, { " dword ptr", 32 },
-                { " fword ptr", 48 }, { " qword ptr", 64 }, { " real80 ptr", 80 }, { " tbyte ptr", 80 } })
+        for (auto const & [szWord, nBits] : Rows_t<char const *, unsigned>{ { "byte", 8 }, { "word", 16 },
+                 { "dword", 32 }, { "fword", 48 }, { "qword", 64 }, { "real80", 80 }, { "tbyte", 80 } })
         {
-            Plain.nBits = sText.find(szWord) != std::string::npos
-                                  || sText.find(std::string(",") + (szWord + 1)) != std::string::npos
-                              ? nBits
-                              : Plain.nBits;
+            std::size_t const iWord = sText.find(std::string(szWord) + " ptr");
+            bool const bWhole = iWord != std::string::npos && (sText[iWord - 1] == ' ' || sText[iWord - 1] == ',');
+            Plain.nBits = bWhole ? nBits : Plain.nBits;
         }
         bool const bLongForm = Peer.IsString() && !Plain.dOperands.empty();
         if (bLongForm)   // movs byte ptr: movsb
@@ -378,7 +348,7 @@ namespace
         return Plain;
     }
 
-    /// Walks code as the peer does and compares each instruction.
+    /// Compares instructions, and steps over them as the peer does.
     class Comparison_c
     {
     public:
@@ -387,14 +357,6 @@ namespace
             , m_Decoder(nBits == 64 ? OPCODE_64_BIT : OPCODE_32_BIT)
         {}
 
-        void Walk(std::vector<unsigned char> const & dCode)
-        {
-            for (std::size_t i = 0; i < dCode.size();)
-            {
-                i += Step(dCode.data() + i, std::min<std::size_t>(dCode.size() - i, 24));
-            }
-        }
-
         /// Compares one instruction; the bytes to go on by.
         std::size_t Step(unsigned char const * pCode, std::size_t nBytes)
         {
@@ -402,7 +364,7 @@ namespace
             {
                 return 1;
             }
-            if (OUR_SETS.count(m_Peer.Is.meta.isa_set) == 0 || m_Peer.Difference(pCode) != nullptr)
+            if (OUR_SETS.count(m_Peer.Is.meta.isa_set) == 0 || m_Peer.MayDiffer(pCode))
             {
                 return m_Peer.Is.length;
             }
@@ -534,7 +496,10 @@ TEST(OpcodePeer, AgreesOnEveryInstructionOfRealLibraries)
             nBits == 64 ? CodeOf<Elf64_Ehdr, Elf64_Shdr>(sFile) : CodeOf<Elf32_Ehdr, Elf32_Shdr>(sFile);
         sMissing += dCode.empty() ? " " + sFile : "";
         Comparison_c Comparison(nBits);
-        Comparison.Walk(dCode);
+        for (std::size_t i = 0; i < dCode.size();)
+        {
+            i += Comparison.Step(dCode.data() + i, std::min<std::size_t>(dCode.size() - i, 24));
+        }
         EXPECT_GE(Comparison.GetCompared(), dCode.size() / 6) << sFile;
         if (plat::ADDRESS_CHECKER && sFile == sWide + "libm.so.6")
         {
