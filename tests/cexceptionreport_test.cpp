@@ -96,12 +96,7 @@ namespace
 
 TEST(CrashReport, TellsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
 {
-    struct Row_t
-    {
-        std::string sArguments, sException;
-        int iSignal;
-    };
-    std::vector<Row_t> dRows = {
+    std::vector<std::tuple<std::string, std::string, int>> dRows = {
         { "divide", "C0000094 INT_DIVIDE_BY_ZERO", SIGFPE },
         { "quotient", "C0000095 INT_OVERFLOW", SIGFPE },
         { "floatdivide", "C000008E FLT_DIVIDE_BY_ZERO", SIGFPE },
@@ -125,26 +120,26 @@ TEST(CrashReport, TellsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
         { "abort", "40000015 abort() was called", SIGABRT },
     };
 #ifndef __SANITIZE_THREAD__   // whose own handler, ahead of ours, misaligns
-    dRows.push_back({ "misaligned", "80000002 DATATYPE_MISALIGNMENT", SIGBUS });
+    dRows.emplace_back("misaligned", "80000002 DATATYPE_MISALIGNMENT", SIGBUS);
 #endif
     if (!IS_64_BIT)
     {
-        dRows.push_back({ "into", "C0000095 INT_OVERFLOW", SIGSEGV });
-        dRows.push_back({ "bound", "C000008C ARRAY_BOUNDS_EXCEEDED", SIGSEGV });
+        dRows.emplace_back("into", "C0000095 INT_OVERFLOW", SIGSEGV);
+        dRows.emplace_back("bound", "C000008C ARRAY_BOUNDS_EXCEEDED", SIGSEGV);
     }
     for (char const * szArguments : { "read", "write thread", "read worker", "wild", "read locked", "read lockedbeside",
              "read two", "read callbackfaults", "read callbackhangs", "read otherscase" })
     {
-        dRows.push_back({ szArguments, "C0000005 ACCESS_VIOLATION", SIGSEGV });
+        dRows.emplace_back(szArguments, "C0000005 ACCESS_VIOLATION", SIGSEGV);
     }
-    for (Row_t const & Row : dRows)
+    for (auto const & [sArguments, sException, iSignal] : dRows)
     {
-        SCOPED_TRACE(Row.sArguments);
-        Crash_t const Crash = RunAlone(Row.sArguments);
+        SCOPED_TRACE(sArguments);
+        Crash_t const Crash = RunAlone(sArguments);
         // A 32-bit abort ends in the kernel's own code, where some processors have an instruction that the table lacks.
-        bool const bMarked = IS_64_BIT || Row.sArguments != "abort";
-        EXPECT_TRUE(IsComplete(Crash.sReport, Row.sException, bMarked));
-        EXPECT_EQ(Crash.iSignal, Row.iSignal) << "status " << Crash.iStatus << ": " << Crash.sOutput;
+        bool const bMarked = IS_64_BIT || sArguments != "abort";
+        EXPECT_TRUE(IsComplete(Crash.sReport, sException, bMarked));
+        EXPECT_EQ(Crash.iSignal, iSignal) << "status " << Crash.iStatus << ": " << Crash.sOutput;
         EXPECT_EQ(Crash.nReports, 1);
         EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!\nCall stack functions:\n"));
         EXPECT_THAT(Crash.sOutput, ContainsRegex("log closed\n(.*\n)*former handler\n"));
@@ -281,8 +276,8 @@ TEST(CrashReport, NamesAStrippedProgramByItsSections)
     }
     Crash_t const Crash = RunIn(Folder, "read autoname", ZQSYMBOLS_PATH, sProgram);
     EXPECT_THAT(Crash.sReport, ContainsRegex("Fault address:  [0-9A-F]+ [0-9A-F]{2}:[0-9A-F]{8} " + sProgram));
-    EXPECT_THAT(
-        Crash.sReport, ContainsRegex("SourceFile\r\n[0-9A-F]+  [0-9A-F]+  [0-9A-F]{4}:[0-9A-F]{8} " + sProgram));
+    EXPECT_THAT(Crash.sReport,
+        ContainsRegex("SourceFile\r\n([0-9A-F]+  [0-9A-F]+  [0-9A-F]{4}:[0-9A-F]{8} " + sProgram + "  \r\n){5}"));
     EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION"));
     EXPECT_THAT(Crash.sOutput, HasSubstr(Folder.GetPath() + "/a.RPTder/crasher\n"));
 }

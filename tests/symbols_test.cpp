@@ -9,8 +9,6 @@
 #include <bit>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <execinfo.h>
 #include <fstream>
 #include <sstream>
@@ -196,19 +194,6 @@ namespace
         return dAddresses;
     }
 
-    // What a command prints.
-    std::string OutputOf(std::string const & sCommand)
-    {
-        std::FILE * const pPipe = popen(sCommand.c_str(), "r");
-        std::string sOutput;
-        for (int c = std::getc(pPipe); c != EOF; c = std::getc(pPipe))
-        {
-            sOutput += static_cast<char>(c);
-        }
-        pclose(pPipe);
-        return sOutput;
-    }
-
     // Sets the helper for a scope.
     struct HelperScope_s
     {
@@ -306,10 +291,17 @@ protected:
     }
 };
 
-TEST_F(SymbolWalk, TellTheNamesAndLinesOfAStack)
+TEST_F(SymbolWalk, TellTheNamesAndLinesOfTheFramesThatTheRuntimeWalks)
 {
     std::vector<Frame_s> dFrames;
-    Hidden([&](plat::FaultContext_t const & Context) { dFrames = WalkFrom(Context); });
+    std::array<void *, 200> dTheirs{};
+    std::size_t nTheirs = 0;
+    Hidden(
+        [&](plat::FaultContext_t const & Context)
+        {
+            dFrames = WalkFrom(Context);
+            nTheirs = static_cast<std::size_t>(backtrace(dTheirs.data(), static_cast<int>(dTheirs.size())));
+        });
     ASSERT_GT(dFrames.size(), NAMES.size());
     for (std::size_t i = 0; i < NAMES.size(); ++i)
     {
@@ -320,11 +312,18 @@ TEST_F(SymbolWalk, TellTheNamesAndLinesOfAStack)
         EXPECT_TRUE(i == 0 || dFrames[i].sPlace == __FILE__ ":" + sLine) << dFrames[i].sPlace << " is not " << sLine;
     }
     EXPECT_EQ(std::count_if(dFrames.begin(), dFrames.end(), [](Frame_s const & At) { return At.sName == "main"; }), 1);
+    // Both end at the same frame; theirs begins further in.
+    ASSERT_GT(nTheirs, dFrames.size());
+    for (std::size_t i = 1; i < dFrames.size(); ++i)
+    {
+        std::uintptr_t const nOurs = dFrames[dFrames.size() - i].Frame.Address;
+        EXPECT_EQ(nOurs, reinterpret_cast<std::uintptr_t>(dTheirs[nTheirs - i])) << i;
+    }
 }
 
 TEST_F(SymbolWalk, AgreeWithTheDebugger)
 {
-    if (std::system("gdb --version >/dev/null 2>&1") != 0)
+    if (RunShell("gdb --version 2>&1").iStatus != 0)
     {
         GTEST_SKIP() << "gdb is not installed";
     }
@@ -334,8 +333,9 @@ TEST_F(SymbolWalk, AgreeWithTheDebugger)
         [&](plat::FaultContext_t const & Context)
         {
             dFrames = WalkFrom(Context);
-            sDebugger = OutputOf("gdb -nx -batch -ex 'set filename-display absolute' -ex bt -p "
-                                 + std::to_string(getpid()) + " 2>/dev/null </dev/null");
+            sDebugger = RunShell("gdb -nx -batch -ex 'set filename-display absolute' -ex bt -p "
+                                 + std::to_string(getpid()) + " 2>/dev/null </dev/null")
+                            .sOutput;
         });
     // "#3  0x0123 in Name (arguments) at File:Line"
     std::size_t nSame = 0;
@@ -358,25 +358,6 @@ TEST_F(SymbolWalk, AgreeWithTheDebugger)
     EXPECT_EQ(nSame, NAMES.size() - 1) << sDebugger;
 }
 
-TEST_F(SymbolWalk, WalkTheFramesThatTheRuntimeWalks)
-{
-    std::vector<std::uintptr_t> dOurs;
-    std::array<void *, 200> dTheirs{};
-    std::size_t nTheirs = 0;
-    Hidden(
-        [&](plat::FaultContext_t const & Context)
-        {
-            dOurs = Addresses(WalkFrom(Context));
-            nTheirs = static_cast<std::size_t>(backtrace(dTheirs.data(), static_cast<int>(dTheirs.size())));
-        });
-    // Both end at the same frame; theirs begins further in.
-    ASSERT_GT(nTheirs, dOurs.size());
-    for (std::size_t i = 1; i < dOurs.size(); ++i)
-    {
-        EXPECT_EQ(dOurs[dOurs.size() - i], reinterpret_cast<std::uintptr_t>(dTheirs[nTheirs - i])) << i;
-    }
-}
-
 TEST_F(SymbolWalk, TellTheVariables)
 {
     for (auto const fnLocals : { LocalsPlain, LocalsOptimised })
@@ -395,28 +376,6 @@ TEST_F(SymbolWalk, TellTheVariables)
         EXPECT_TRUE(nHeld == 2 || fnLocals == LocalsOptimised);
         EXPECT_THAT(dVariables, testing::UnorderedElementsAreArray(LOCALS));
     }
-}
-
-TEST_F(SymbolWalk, AStrippedProgramKeepsItsFrames)
-{
-    if (std::getenv("ZQCORE_TEST_STRIPPED") != nullptr)
-    {
-        std::vector<Frame_s> dFrames;
-        Hidden([&](plat::FaultContext_t const & Context) { dFrames = WalkFrom(Context); });
-        EXPECT_GT(dFrames.size(), NAMES.size() + 2);
-        EXPECT_EQ(dFrames[1].sName + dFrames[1].sPlace, "");
-        return;
-    }
-    TempFolder_c const Folder;
-    std::string const sCopy = Folder.Join("stripped");
-    if (std::system(("strip -o " + sCopy + " /proc/" + std::to_string(getpid()) + "/exe").c_str()) != 0)
-    {
-        GTEST_SKIP() << "strip is not installed";
-    }
-    std::string const sEnvironment = "ZQCORE_TEST_STRIPPED=1 ZQCORE_SYMBOLS=" ZQSYMBOLS_PATH " ";
-    EXPECT_EQ(
-        std::system((sEnvironment + sCopy + " --gtest_filter=SymbolWalk.AStripped* >" + sCopy + ".log").c_str()), 0)
-        << Folder.Read("stripped.log");
 }
 
 // Without a helper the chain of frame pointers leads through our own functions.
