@@ -61,11 +61,8 @@ namespace
 
 TEST_F(GarbageCollection, DeletesWhatTheRootDoesNotReachTheOldestFirst)
 {
-    auto * const pA = new Node_c('a');
-    auto * const pB = new Node_c('b');
-    auto * const pC = new Node_c('c');
-    auto * const pD = new Node_c('d');
-    auto * const pE = new Node_c('e');
+    auto *const pA = new Node_c('a'), *const pB = new Node_c('b'), *const pC = new Node_c('c');
+    auto *const pD = new Node_c('d'), *const pE = new Node_c('e');
     m_Root.Set(pA);
     pA->m_First.Set(pB);
     pB->m_First.Set(pA);

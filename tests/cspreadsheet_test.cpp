@@ -1,5 +1,4 @@
 #include "tests/media_fixture.h"
-#include "zqcore/cmemory.h"
 #include "zqcore/cspreadsheet.h"
 
 #include <cstring>

@@ -14,7 +14,6 @@
 #include <cwchar>
 #include <pty.h>
 #include <sys/ptrace.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
@@ -35,9 +34,7 @@ namespace
             sShown.append(dBlock, static_cast<std::size_t>(nRead));
         }
         close(iTerminal);
-        int iStatus = 0;
-        waitpid(iChild, &iStatus, 0);
-        return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+        return StatusOfChild(iChild);
     }
 }
 
@@ -140,8 +137,7 @@ TEST(PlatformDebugger, SeesATracerAndBreaksIntoIt)
         GTEST_SKIP() << "no process may be traced here";
     }
     ptrace(PTRACE_CONT, iChild, nullptr, nullptr);
-    waitpid(iChild, &iStatus, 0);
-    EXPECT_EQ(WEXITSTATUS(iStatus), 3);
+    EXPECT_EQ(StatusOfChild(iChild), 3);
 }
 
 TEST(PlatformProcess, TellsItsCommandLineAndPaths)
