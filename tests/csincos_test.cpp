@@ -1,18 +1,24 @@
 #include "zqcore/csincos.h"
 
-#include "tests/test_support.h"
 #include "zqcore/ccrc.h"
 
 #include <bit>
+#include <gtest/gtest.h>
 
 namespace
 {
+    struct SineRow_s
+    {
+        int iEntry;
+        std::uint32_t dwSine;   // the bits of a float
+    };
 #include "tests/golden/sincos.inc"
 }
 
 TEST(SinCos, TheModuleFillsTheTableWithTheNearestFloats)
 {
-    ASSERT_TRUE(StartModule(ModuleSinCos_c::Get()));
+    Module_c::Register(ModuleSinCos_c::Get());
+    ASSERT_TRUE(Module_c::InitializeAllModules());
     Module_c::ShutdownAllModules();
     std::uint32_t dwCrc = 0xFFFFFFFFu;
     for (float const fSine : g_dSinTable)
@@ -20,6 +26,11 @@ TEST(SinCos, TheModuleFillsTheTableWithTheNearestFloats)
         dwCrc = Crc32Feed4(dwCrc, std::bit_cast<std::uint32_t>(fSine));
     }
     EXPECT_EQ(~dwCrc, SINE_CRC);
+    for (SineRow_s const & Row : SINE_ROWS)
+    {
+        EXPECT_EQ(std::bit_cast<std::uint32_t>(g_dSinTable[static_cast<std::size_t>(Row.iEntry)]), Row.dwSine)
+            << Row.iEntry;
+    }
     EXPECT_NE(g_dSinTable[2048], 0.0f);
     EXPECT_EQ(SinOfAngle(16384 + 15), 1.0f);
     EXPECT_EQ(SinOfAngle(-16384), -1.0f);

@@ -3,11 +3,10 @@
 
 A second computation of the noise, the sine table and the envelopes, independent of the library. Single precision is
 emulated: each operation is done in double precision, which has more than twice the bits, and rounded once to a float.
+Sines come from a Taylor series in integers of 200 bits.
 """
-import functools
 import itertools
 import math
-import operator
 import pathlib
 import struct
 import zlib
@@ -21,15 +20,24 @@ def bits(value):
     return struct.unpack("<I", struct.pack("<f", value))[0]
 
 
-def single(operation):
-    return lambda a, b: f32(operation(a, b))
+def from_bits(word):
+    return struct.unpack("<f", struct.pack("<I", word))[0]
 
 
-add, sub, mul, div = map(single, (operator.add, operator.sub, operator.mul, operator.truediv))
+def add(a, b):
+    return f32(a + b)
 
 
-def dot(a, b):
-    return functools.reduce(add, map(mul, a, b))
+def sub(a, b):
+    return f32(a - b)
+
+
+def mul(a, b):
+    return f32(a * b)
+
+
+def div(a, b):
+    return f32(a / b)
 
 
 class Noise:
@@ -50,8 +58,17 @@ class Noise:
 
     @staticmethod
     def normalized(vector):
-        length = f32(math.sqrt(dot(vector, vector))) or 1.1754943508222875e-38
+        square = mul(vector[0], vector[0])
+        for component in vector[1:]:
+            square = add(square, mul(component, component))
+        length = f32(math.sqrt(square)) or 1.1754943508222875e-38
         return [div(component, length) for component in vector]
+
+    def corner(self, gradient, way):
+        value = mul(gradient[0], way[0])
+        for g, r in zip(gradient[1:], way[1:]):
+            value = add(value, mul(g, r))
+        return value
 
     def at(self, point):
         axes = []
@@ -68,7 +85,7 @@ class Noise:
                 index = self.p[(index + chosen[1][0]) % 256]
             if len(chosen) > 2:
                 index = (index + chosen[2][0]) % 256
-            return dot(self.g[len(chosen)][index], [way for _, way in chosen])
+            return self.corner(self.g[len(chosen)][index], [way for _, way in chosen])
 
         def blend(remaining):
             if len(remaining) == len(point):
@@ -78,6 +95,23 @@ class Noise:
             return add(mul(sub(b, a), s), a)
 
         return min(max(blend([]), -0.5), 0.5)
+
+
+def sine(angle):
+    """The sine of a float, rounded to a float."""
+    one = 1 << 200
+    numerator, denominator = angle.as_integer_ratio()
+    x = numerator * one // denominator
+    term, total, k = x, 0, 1
+    while term:
+        total += term
+        term = -term * x // one * x // one // ((k + 1) * (k + 2))
+        k += 2
+    # The top 53 bits with a last bit that says whether more follow: rounding to a float is then exact.
+    shift = max(abs(total).bit_length() - 53, 0)
+    head = abs(total) >> shift
+    sticky = head | (1 if head << shift != abs(total) else 0)
+    return f32(math.copysign(math.ldexp(sticky, shift - 200), total))
 
 
 def ramp(a, b, s, e, t):
@@ -106,26 +140,34 @@ def coordinates():
         yield sub(mul(f32(state >> 8), f32(600 / 2**24)), 300.0)
 
 
-def crc(values):
-    return zlib.crc32(b"".join(struct.pack("<f", value) for value in values))
-
-
 def perlin_lines():
-    yield "// Of the words of 5000 samples in one, two and three dimensions."
-    yield "constexpr NoiseCrcs_s NOISE_CRCS[] = {"
-    for seed in (1, 7, 2026, 0xFFFFFFFF):
-        noise, crcs = Noise(seed), []
-        for dimensions in (1, 2, 3):
-            source = coordinates()
-            crcs.append(crc(noise.at([next(source) for _ in range(dimensions)]) for _ in range(5000)))
-        yield f"    {{ {seed}u, {{ {', '.join(f'0x{word:08X}' for word in crcs)} }} }},"
+    yield "constexpr NoiseRow_s NOISE_ROWS[] = {"
+    for seed in (1, 2026, 0xFFFFFFFF):
+        noise, source = Noise(seed), coordinates()
+        for dimensions in (1, 2, 3) * 5:
+            point = [next(source) for _ in range(dimensions)]
+            words = ", ".join(f"0x{word:08X}" for word in [bits(c) for c in point] + [0] * (3 - dimensions))
+            yield f"    {{ {seed}u, {dimensions}, {{ {words} }}, 0x{bits(noise.at(point)):08X} }},"
     yield "};"
+    yield "// CRC-32 of the words of 5000 samples in one, two and three dimensions, seed 7."
+    noise = Noise(7)
+    crcs = []
+    for dimensions in (1, 2, 3):
+        source, crc = coordinates(), 0
+        for _ in range(5000):
+            crc = zlib.crc32(struct.pack("<f", noise.at([next(source) for _ in range(dimensions)])), crc)
+        crcs.append(f"0x{crc:08X}")
+    yield f"constexpr std::uint32_t NOISE_CRCS[] = {{ {', '.join(crcs)} }};"
 
 
 def sincos_lines():
-    # No sine of the table lies so near to the middle of two floats that the last bits of a double would matter.
-    word = crc(f32(math.sin(f32(i * 16 * 3.1415927410125732 / 32768))) for i in range(4096))
-    yield f"constexpr std::uint32_t SINE_CRC = 0x{word:08X}; // of all words of the table"
+    table = [sine(f32(i * 16 * 3.1415927410125732 / 32768)) for i in range(4096)]
+    yield "constexpr SineRow_s SINE_ROWS[] = {"
+    for i in list(range(0, 4096, 341)) + [1, 1024, 2048, 3072, 4095]:
+        yield f"    {{ {i}, 0x{bits(table[i]):08X} }},"
+    yield "};"
+    crc = zlib.crc32(b"".join(struct.pack("<f", value) for value in table))
+    yield f"constexpr std::uint32_t SINE_CRC = 0x{crc:08X}; // of all words of the table"
 
 
 def adsr_lines():
