@@ -104,20 +104,21 @@ inline void GigaPoolStatic_c::MoveFull()
 
 void GigaPoolStatic_c::Init(int iElements, int iElementSize)
 {
-    if (InitAligned(iElements, iElementSize, BLOCK_ALIGNMENT))
+    InitAligned(iElements, iElementSize, BLOCK_ALIGNMENT);
+    if (!m_Head.pGroup)
     {
         OpenGroup(m_Head);
     }
 }
 
-// Leaves the head closed; false if nothing happened.
-bool GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t nAlignment)
+// Leaves the head as it is.
+void GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t nAlignment)
 {
     ZQ_ASSERT(m_pData == nullptr);
     ZQ_ASSERT(m_pGroups == nullptr);
     if (m_pData || m_pGroups)
     {
-        return false;   // the elements that are out stay good
+        return;   // the elements that are out stay good
     }
     m_iNumGroups = GroupsFor(std::max(iElements, 0));
     ZQ_ASSERT_TEXT(m_iNumGroups < GIGA_GROUP_NULL, "m_iNumGroups<GIGA_GROUP_NULL");
@@ -135,7 +136,6 @@ bool GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t 
             static_cast<std::uint16_t>(i == 0 ? GIGA_GROUP_NULL : i - 1) };
     }
     m_iWaterMark = m_iHighWaterMark = 0;
-    return true;
 }
 
 void GigaPoolStatic_c::TakeStorage(std::size_t nAlignment)
@@ -368,9 +368,7 @@ void * GigaPoolResizeable_c::AllocRarely(bool bArray)
         return nullptr;
     }
     bool const bLast = !m_Head.LeavesRoom();
-    void * const pElement = m_Head.Take(bArray);
-    m_iWaterMark += 1;
-    m_iHighWaterMark = std::max(m_iHighWaterMark, m_iWaterMark);
+    void * const pElement = TakeQuickly(bArray);
     if (bLast)
     {
         GigaChunk_s * const pChunk = m_pHalfList;

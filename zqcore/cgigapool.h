@@ -91,7 +91,7 @@ private:
         bool GiveQuickly(std::uint64_t iBoth, bool bArray);
     };
 
-    bool InitAligned(int iElements, int iElementSize, std::size_t nAlignment);
+    void InitAligned(int iElements, int iElementSize, std::size_t nAlignment);
     void TakeStorage(std::size_t nAlignment);
     bool Holds(void const * pPtr) const;
     unsigned ElementOf(void const * pPtr) const;
@@ -111,6 +111,7 @@ private:
 
     static std::uint32_t Lower(std::uint64_t iMasks) { return static_cast<std::uint32_t>(iMasks); }
     static std::uint64_t BothBits(unsigned iElement);
+    static bool GiveQuickly(Head_s & Head, Group_s * pGroups, unsigned iElement, bool bArray, bool bMayEmpty);
 
     static constexpr std::uint32_t GROUP_FULL = 0xFFFFFFFF;
 

@@ -102,6 +102,19 @@ inline bool GigaPoolStatic_c::Head_s::GiveQuickly(std::uint64_t iBoth, bool bArr
     return true;
 }
 
+/// As of a group, to which the element's index leads.
+inline bool GigaPoolStatic_c::GiveQuickly(
+    Head_s & Head, Group_s * pGroups, unsigned iElement, bool bArray, bool bMayEmpty)
+{
+    Group_s * const pGroup = pGroups + iElement / GROUP_ELEMENTS;
+    std::uint64_t const iBoth = BothBits(iElement);
+    if (pGroup == Head.pGroup) [[likely]]
+    {
+        return Head.GiveQuickly(iBoth, bArray);
+    }
+    return pGroup->GiveQuickly(iBoth, bArray, bMayEmpty);
+}
+
 inline void * GigaPoolStatic_c::Alloc(bool bArray)
 {
     void * pElement;
@@ -128,11 +141,7 @@ inline bool GigaPoolStatic_c::Free(void const * pPtr, bool bArray)
         return IsValid(pPtr);   // false, with the complaints about a pool without storage
     }
     unsigned const iElement = ElementOf(pPtr);
-    Group_s * const pGroup = m_pGroups + iElement / GROUP_ELEMENTS;
-    std::uint64_t const iBoth = BothBits(iElement);
-    bool const bGiven =
-        pGroup == m_Head.pGroup ? m_Head.GiveQuickly(iBoth, bArray) : pGroup->GiveQuickly(iBoth, bArray, true);
-    if (!bGiven && !GiveRarely(iElement, bArray)) [[unlikely]]
+    if (!GiveQuickly(m_Head, m_pGroups, iElement, bArray, true) && !GiveRarely(iElement, bArray)) [[unlikely]]
     {
         return true;   // it was not out
     }
@@ -165,18 +174,7 @@ inline bool GigaChunkMap_c::Free(void const * pPtr, bool bArray) const
 inline bool GigaPoolResizeable_c::FreeQuickly(
     GigaChunk_s & Chunk, GigaPoolStatic_c::Group_s * pGroups, unsigned iElement, bool bArray)
 {
-    auto * const pGroup = pGroups + iElement / GigaPoolStatic_c::GROUP_ELEMENTS;
-    std::uint64_t const iBoth = GigaPoolStatic_c::BothBits(iElement);
-    bool bGiven;
-    if (pGroup == m_Head.pGroup) [[likely]]
-    {
-        bGiven = m_Head.GiveQuickly(iBoth, bArray);
-    }
-    else
-    {
-        bGiven = pGroup->GiveQuickly(iBoth, bArray, false);
-    }
-    if (!bGiven) [[unlikely]]
+    if (!GigaPoolStatic_c::GiveQuickly(m_Head, pGroups, iElement, bArray, false)) [[unlikely]]
     {
         return false;
     }
@@ -190,7 +188,7 @@ inline void * GigaPoolResizeable_c::Alloc(bool bArray)
     return LeavesRoom() ? TakeQuickly(bArray) : AllocRarely(bArray);
 }
 
-/// An element of the open group, which stays open. Requires LeavesRoom().
+/// An element of the open group, which must have one, and stays open.
 inline void * GigaPoolResizeable_c::TakeQuickly(bool bArray)
 {
     void * const pElement = m_Head.Take(bArray);
