@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <new>
 
 namespace plat
 {
@@ -23,7 +24,13 @@ namespace plat
             }
         }
 
+        /// Enters a lock that is free or the caller's own; false if another thread holds it.
+        bool TryEnter() { return m_Mutex.try_lock(); }
+
         void Leave() { m_Mutex.unlock(); }
+
+        /// Frees the lock in the child of a fork, where the thread that held it is gone (see fork.h).
+        void Renew() { new (&m_Mutex) std::recursive_mutex; }
 
     private:
         void EnterSlowly();

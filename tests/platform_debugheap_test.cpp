@@ -1,10 +1,14 @@
 #include "platform/debugheap.h"
+#include "platform/fork.h"
 #include "tests/test_support.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cmemory.h"
 
 #include <cstddef>
 #include <cstring>
+#include <latch>
 #include <sstream>
+#include <unistd.h>
 
 namespace
 {
@@ -128,4 +132,85 @@ TEST(Threads, RunLockAndWakeEachOther)
     s_Go.Signal();   // kept; two are one
     s_Go.Signal();
     s_Go.Wait();
+}
+
+TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
+{
+    std::atomic<bool> bStop = false;
+    std::latch AllThere(101);
+    auto const Allocate = [&](int)
+    {
+        MemCategoryScope_c const Scope(mem::AI);
+        AllThere.arrive_and_wait();
+        while (!bStop)
+        {
+            delete ZQ_NEW int;
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    };
+    auto const InChild = []
+    {
+        std::latch Here(100);
+        InThreads(100,
+            [&Here](int)
+            {
+                MemCategoryScope_c const Scope(
+                    mem::AI);   // finds no slot while those of the parent's threads are taken
+                Here.arrive_and_wait();
+            });
+        return plat::ThreadId() == static_cast<std::uint32_t>(getpid()) ? 0 : 2;
+    };
+    std::thread Others([&] { InThreads(100, Allocate); });
+    AllThere.arrive_and_wait();
+    EXPECT_NE(plat::ThreadId(), 0u);   // kept from now on, but not by a child
+    g_silentMode = true;               // a complaint ends the child
+    for (int i = 0; i < 50; ++i)
+    {
+        ASSERT_EQ(StatusOfChild(StartChild(InChild)), 0) << i;
+    }
+    g_silentMode = false;
+    bStop = true;
+    Others.join();
+}
+
+TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
+{
+    static plat::Lock_c s_First, s_Second;
+    static plat::WakeUp_c s_Forking;
+    static std::string s_sCalls;
+    static int s_dGuarded[2];
+    plat::ForkLock_c const First(s_First), Second(s_Second);
+    auto const Before = []
+    {
+        s_sCalls += 'b';
+        s_Forking.Signal();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    };
+    plat::ForkHandler_c const Older({ Before, [] { s_sCalls += 'p'; }, [] { s_sCalls += 'c'; } });
+    plat::ForkHandler_c const Newer({ [] { s_sCalls += 'B'; }, [] { s_sCalls += 'P'; }, [] { s_sCalls += 'C'; } });
+    for (auto [pHeld, pWanted] : { std::pair(&s_First, &s_Second), std::pair(&s_Second, &s_First) })
+    {
+        std::latch Held(2);
+        std::thread Other(
+            [&]
+            {
+                plat::LockScope_c const Scope(*pHeld);
+                ++s_dGuarded[0];
+                Held.arrive_and_wait();
+                s_Forking.Wait();
+                std::this_thread::sleep_for(std::chrono::milliseconds(60));   // the fork has the other one by now
+                plat::LockScope_c const Again(*pWanted);
+                ++s_dGuarded[1];
+            });
+        Held.arrive_and_wait();
+        auto const InChild = []
+        {
+            bool bFree = false;
+            std::thread([&bFree] { bFree = s_First.TryEnter() && s_Second.TryEnter(); }).join();
+            return bFree && s_sCalls == "BbcC" && s_dGuarded[0] == s_dGuarded[1] ? 0 : 1;
+        };
+        EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0);
+        EXPECT_EQ(std::exchange(s_sCalls, ""), "BbpP");
+        Other.join();
+    }
 }

@@ -6,6 +6,7 @@
 
 #include "platform/debugger.h"
 #include "platform/debugheap.h"
+#include "platform/fork.h"
 #include "platform/threads.h"
 
 #include <algorithm>
@@ -55,6 +56,13 @@ namespace
 
         void Give(std::uint32_t nNumber) { m_dFree[(nNumber - 1) / 64] |= std::uint64_t{ 1 } << (nNumber - 1) % 64; }
 
+        bool IsTaken(std::uint32_t nNumber) const
+        {
+            return (m_dFree[(nNumber - 1) / 64] >> (nNumber - 1) % 64 & 1) == 0;
+        }
+
+        static constexpr std::uint32_t COUNT = 128;
+
     private:
         std::uint64_t m_dFree[2] = { ~std::uint64_t{ 0 }, ~std::uint64_t{ 0 } };
     };
@@ -76,6 +84,20 @@ namespace
         g_ThreadNumbers.Give(t_OwnStack.nNumber);
         t_OwnStack = {};
     }
+
+    // The threads that a forked child lacks leave their stacks to it.
+    void LeaveOtherStacks()
+    {
+        for (std::uint32_t nNumber = 1; nNumber <= ThreadNumbers_c::COUNT; ++nNumber)
+        {
+            if (nNumber != t_OwnStack.nNumber && g_ThreadNumbers.IsTaken(nNumber))
+            {
+                *g_Stacks.Find(nNumber) = MemCategoryStack_c();
+                g_ThreadNumbers.Give(nNumber);
+            }
+        }
+    }
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveOtherStacks });
 
     // The stack of the lowest number that is free; a HashAdd_e.
     int TakeStack(OwnStack_s & Own)

@@ -1,5 +1,7 @@
 #include "platform/debugheap.h"
 
+#include "platform/fork.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -12,6 +14,8 @@ namespace plat
 
     namespace
     {
+        ForkLock_c const g_HeapForkLock(g_HeapLock);
+
         constexpr std::uint8_t FILL_NEW = 0xCD;
         constexpr std::uint8_t FILL_FREED = 0xDD;
         constexpr std::uint8_t FILL_GAP = 0xFD;

@@ -1,6 +1,7 @@
 #include "platform/threads.h"
 
 #include "platform/faults.h"
+#include "platform/fork.h"
 
 #include <pthread.h>
 #include <sched.h>
@@ -25,6 +26,10 @@ namespace plat
             Start.fnRun(Start.pContext);
             return nullptr;
         }
+
+        thread_local std::uint32_t t_iThread = 0;   // 0 until it is asked for
+        ForkHandler_c const g_ForkHandler(
+            { nullptr, nullptr, [] { t_iThread = 0; } });   // the child has its own number
     }
 
     void Lock_c::EnterSlowly()
@@ -42,7 +47,6 @@ namespace plat
 
     std::uint32_t ThreadId()
     {
-        static thread_local std::uint32_t t_iThread = 0;
         if (t_iThread == 0)
         {
             t_iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));

@@ -1,0 +1,59 @@
+// fork.h: locks and shared work across a fork of the process.
+//
+// In the child only the thread that forked goes on. A lock that another thread held would stay held there for ever, and
+// work that is under way would be waited for by both processes. So each global lock has a ForkLock_c beside it, and each
+// service with a thread, a descriptor or work under way has a ForkHandler_c. Both are global objects as a rule. They are
+// created and destroyed with no registered lock held. A thread that forks must not hold a registered lock itself.
+//
+//     constinit plat::Lock_c g_TableLock;
+//     plat::ForkLock_c const g_TableForkLock(g_TableLock);
+//     plat::ForkHandler_c const g_WorkForkHandler({ WaitForWork, nullptr, ForgetWork });
+#pragma once
+
+#include "platform/threads.h"
+
+namespace plat
+{
+    /// Registers a lock, which must outlive this object. A fork enters all registered locks, so that what they guard is
+    /// whole in the child, and frees them in the parent and in the child. Their order does not matter: when one is held
+    /// elsewhere, the fork leaves the others and waits for that one first.
+    class ForkLock_c
+    {
+    public:
+        explicit ForkLock_c(Lock_c & Lock);
+        ~ForkLock_c();
+        ForkLock_c(ForkLock_c const &) = delete;
+        ForkLock_c & operator=(ForkLock_c const &) = delete;
+
+    private:
+        friend class Fork_c;
+
+        Lock_c & m_Lock;
+        ForkLock_c * m_pNext;
+    };
+
+    /// What a fork calls on the thread that forks; each may be null.
+    struct ForkCalls_t
+    {
+        void (*fnBefore)();     // before the registered locks are entered; may wait for other threads
+        void (*fnInParent)();   // after the registered locks are free again
+        void (*fnInChild)();    // the same in the child, where no other thread exists: must not wait for one
+    };
+
+    /// Registers calls. fnBefore runs in the reverse order of registration, the other two in that order.
+    class ForkHandler_c
+    {
+    public:
+        explicit ForkHandler_c(ForkCalls_t const & Calls);
+        ~ForkHandler_c();
+        ForkHandler_c(ForkHandler_c const &) = delete;
+        ForkHandler_c & operator=(ForkHandler_c const &) = delete;
+
+    private:
+        friend class Fork_c;
+
+        ForkCalls_t const m_Calls;
+        ForkHandler_c * m_pNext = nullptr;
+        ForkHandler_c * m_pPrev;
+    };
+}

@@ -1,0 +1,162 @@
+#include "platform/fork.h"
+
+#include <pthread.h>
+
+namespace plat
+{
+    /// The registered locks and calls.
+    class Fork_c
+    {
+    public:
+        void Add(ForkLock_c & Lock)
+        {
+            LockScope_c const Scope(m_ListLock);
+            Hook();
+            Lock.m_pNext = m_pLocks;
+            m_pLocks = &Lock;
+        }
+
+        void Remove(ForkLock_c const & Lock)
+        {
+            LockScope_c const Scope(m_ListLock);
+            ForkLock_c ** ppLock = &m_pLocks;
+            while (*ppLock != &Lock)
+            {
+                ppLock = &(*ppLock)->m_pNext;
+            }
+            *ppLock = Lock.m_pNext;
+        }
+
+        void Add(ForkHandler_c & Handler)
+        {
+            LockScope_c const Scope(m_ListLock);
+            Hook();
+            Handler.m_pPrev = m_pNewest;
+            (m_pNewest ? m_pNewest->m_pNext : m_pOldest) = &Handler;
+            m_pNewest = &Handler;
+        }
+
+        void Remove(ForkHandler_c const & Handler)
+        {
+            LockScope_c const Scope(m_ListLock);
+            (Handler.m_pPrev ? Handler.m_pPrev->m_pNext : m_pOldest) = Handler.m_pNext;
+            (Handler.m_pNext ? Handler.m_pNext->m_pPrev : m_pNewest) = Handler.m_pPrev;
+        }
+
+        void Before()
+        {
+            m_ListLock.Enter();
+            for (ForkHandler_c const * p = m_pNewest; p; p = p->m_pPrev)
+            {
+                Call(p->m_Calls.fnBefore);
+            }
+            ForkLock_c const * pFirst = m_pLocks;
+            while (pFirst)
+            {
+                pFirst = EnterAll(pFirst);
+            }
+        }
+
+        void InParent()
+        {
+            for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
+            {
+                p->m_Lock.Leave();
+            }
+            for (ForkHandler_c const * p = m_pOldest; p; p = p->m_pNext)
+            {
+                Call(p->m_Calls.fnInParent);
+            }
+            m_ListLock.Leave();
+        }
+
+        void InChild()
+        {
+            for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
+            {
+                p->m_Lock.Renew();
+            }
+            m_ListLock.Renew();
+            for (ForkHandler_c const * p = m_pOldest; p; p = p->m_pNext)
+            {
+                Call(p->m_Calls.fnInChild);
+            }
+        }
+
+    private:
+        static void Call(void (*fnCall)())
+        {
+            if (fnCall)
+            {
+                fnCall();
+            }
+        }
+
+        // Enters all locks, the given one first. Where one is held by another thread, leaves them again and returns it.
+        ForkLock_c const * EnterAll(ForkLock_c const * pFirst) const
+        {
+            pFirst->m_Lock.Enter();
+            for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
+            {
+                if (p == pFirst || p->m_Lock.TryEnter())
+                {
+                    continue;
+                }
+                for (ForkLock_c const * pEntered = m_pLocks; pEntered != p; pEntered = pEntered->m_pNext)
+                {
+                    if (pEntered != pFirst)
+                    {
+                        pEntered->m_Lock.Leave();
+                    }
+                }
+                pFirst->m_Lock.Leave();
+                return p;
+            }
+            return nullptr;
+        }
+
+        void Hook();
+
+        Lock_c m_ListLock;   // held during a fork
+        ForkLock_c * m_pLocks = nullptr;
+        ForkHandler_c * m_pOldest = nullptr;
+        ForkHandler_c * m_pNewest = nullptr;
+        bool m_bHooked = false;
+    };
+
+    namespace
+    {
+        constinit Fork_c g_Fork;
+    }
+
+    void Fork_c::Hook()
+    {
+        if (!m_bHooked)
+        {
+            m_bHooked =
+                ::pthread_atfork([] { g_Fork.Before(); }, [] { g_Fork.InParent(); }, [] { g_Fork.InChild(); }) == 0;
+        }
+    }
+
+    ForkLock_c::ForkLock_c(Lock_c & Lock)
+        : m_Lock(Lock)
+    {
+        g_Fork.Add(*this);
+    }
+
+    ForkLock_c::~ForkLock_c()
+    {
+        g_Fork.Remove(*this);
+    }
+
+    ForkHandler_c::ForkHandler_c(ForkCalls_t const & Calls)
+        : m_Calls(Calls)
+    {
+        g_Fork.Add(*this);
+    }
+
+    ForkHandler_c::~ForkHandler_c()
+    {
+        g_Fork.Remove(*this);
+    }
+}
