@@ -46,6 +46,7 @@ namespace plat
     bool DebugRegistersRead(DebugRegisters_t & Registers);
 
     /// Writes the calling thread's registers. False if the system refuses one (none left because a debugger holds them,
-    /// a bad address, length or kind, no right to): the registers are then what they were.
+    /// a bad address, length or kind, no right to) or grants it without effect, as some hypervisors do, which is tried out
+    /// once: the registers are then what they were.
     bool DebugRegistersWrite(DebugRegisters_t const & Registers);
 }

@@ -88,6 +88,23 @@ int StatusOfChild(pid_t iChild)
     return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
 }
 
+WaitingChild_c::WaitingChild_c()
+{
+    int dRuns[2] = {};
+    EXPECT_EQ(pipe(dRuns), 0);
+    m_iChild = StartChild([&dRuns] { return write(dRuns[1], "r", 1) == 1 ? pause() : 1; });
+    char cRuns;
+    EXPECT_EQ(read(dRuns[0], &cRuns, 1), 1);
+    close(dRuns[0]);
+    close(dRuns[1]);
+}
+
+WaitingChild_c::~WaitingChild_c()
+{
+    kill(m_iChild, SIGKILL);
+    StatusOfChild(m_iChild);
+}
+
 Result_s RunShell(std::string const & sCommand)
 {
     std::string sOutput;

@@ -50,6 +50,18 @@ pid_t StartChild(std::function<int()> const & fnRun);
 /// Waits for the end of a child; its status, or -1 if a signal ended it.
 int StatusOfChild(pid_t iChild);
 
+/// A child process that runs when it is constructed, and waits until the end of the scope.
+class WaitingChild_c
+{
+public:
+    WaitingChild_c();
+    ~WaitingChild_c();
+    WaitingChild_c & operator=(WaitingChild_c &&) = delete;
+
+private:
+    pid_t m_iChild;
+};
+
 struct Result_s
 {
     int iStatus;

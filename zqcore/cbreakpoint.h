@@ -4,7 +4,7 @@
 // traps, into the debugger or, without one, into the crash report, which then has the code 80000004 and marks the
 // instruction behind the access. Other threads aren't watched. Each object belongs to the thread that set it; it holds
 // its register until Clear or its end. A developer's tool: nothing in the library uses it, and a system that lends no
-// debug registers fails every Set. Set and Clear cost three calls to the system each.
+// debug registers, or a hypervisor that swallows them, fails every Set. Set and Clear cost a few calls to the system each.
 #pragma once
 
 #include "zqcore/cconfig.h"

@@ -1,15 +1,20 @@
 #include "platform/breakpoints.h"
 
 #include "platform/compiler.h"
+#include "platform/linux/descriptor.h"
+#include "platform/linux/forkdrop.h"
 
+#include <atomic>
 #include <cerrno>
 #include <linux/hw_breakpoint.h>
 #include <linux/perf_event.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 // The kernel lends debug registers as events that send SIGTRAP. An event ends when its last descriptor is closed, so
-// the register file of a thread is four descriptors, closed when the thread ends.
+// the register file of a thread is four descriptors, closed when the thread ends. A forked child has copies of all
+// threads' descriptors, whose events watch the parent: it closes them at once.
 
 namespace plat
 {
@@ -21,50 +26,57 @@ namespace plat
         {
             DebugRegisters_t Registers;
             int dEvents[DEBUG_REGISTERS];
-            int iProcess;   // whose events these are; 0 while nothing was written
+            ForkDrop_s Drop;
         };
 
-        constinit ZQ_THREAD_LOCAL File_s t_File = { {}, { CLOSED, CLOSED, CLOSED, CLOSED }, 0 };
+        constinit ZQ_THREAD_LOCAL File_s t_File = { {}, { CLOSED, CLOSED, CLOSED, CLOSED }, {} };
 
-        void CloseEvent(int i)
+        void CloseEvent(File_s & File, int i)
         {
-            if (t_File.dEvents[i] != CLOSED)
+            if (File.dEvents[i] != CLOSED)
             {
                 int const iError = errno;
-                ::close(t_File.dEvents[i]);
+                ::ioctl(File.dEvents[i], PERF_EVENT_IOC_DISABLE, 0);   // a child may not have closed its copy yet
+                ::close(File.dEvents[i]);
                 errno = iError;
-                t_File.dEvents[i] = CLOSED;
+                File.dEvents[i] = CLOSED;
             }
         }
 
-        void CloseEvents()
+        // Its copies alone: to disable an event would disable the parent's.
+        void CloseEventsInChild(void * pFile)
+        {
+            File_s & File = *static_cast<File_s *>(pFile);
+            for (int & iEvent : File.dEvents)
+            {
+                ::close(iEvent);
+                iEvent = CLOSED;
+            }
+            File.Registers = {};
+        }
+
+        void CloseEvents(File_s & File)
         {
             for (int i = 0; i < DEBUG_REGISTERS; ++i)
             {
-                CloseEvent(i);
+                CloseEvent(File, i);
             }
-            t_File.Registers = {};
+            File.Registers = {};
         }
 
-        // The first call on a thread makes its end close what is open then.
-        void CloseAtThreadEnd()
+        // The first call on a thread, and in a forked child, makes a fork and the thread's end close what is open then.
+        void CloseAtForkAndThreadEnd()
         {
             struct Closer_s
             {
-                ~Closer_s() { CloseEvents(); }
+                ~Closer_s()
+                {
+                    ForkDropRemove(t_File.Drop);
+                    CloseEvents(t_File);
+                }
             };
             [[maybe_unused]] static thread_local Closer_s const s_Closer;
-        }
-
-        // A forked process has copies of descriptors whose events watch its parent.
-        void DropEventsOfParent()
-        {
-            int const iProcess = ::getpid();
-            if (t_File.iProcess != iProcess)
-            {
-                CloseEvents();
-                t_File.iProcess = iProcess;
-            }
+            ForkDropAdd(t_File.Drop, CloseEventsInChild, &t_File);
         }
 
         int OpenOnThisThread(perf_event_attr & Event)
@@ -74,6 +86,43 @@ namespace plat
             constexpr int NO_GROUP = -1;
             return static_cast<int>(
                 ::syscall(SYS_perf_event_open, &Event, THIS_THREAD, ANY_PROCESSOR, NO_GROUP, PERF_FLAG_FD_CLOEXEC));
+        }
+
+        perf_event_attr NewEvent(std::uint32_t nKind, std::uintptr_t nAddress, std::uint64_t nLength)
+        {
+            perf_event_attr Event{};
+            Event.size = sizeof Event;
+            Event.type = PERF_TYPE_BREAKPOINT;
+            Event.bp_type = nKind;
+            Event.bp_addr = nAddress;
+            Event.bp_len = nLength;
+            Event.exclude_kernel = 1;
+            Event.exclude_hv = 1;
+            return Event;
+        }
+
+        // Some hypervisors swallow the debug registers: the kernel grants events that never fire. Whether it counts a touch
+        // shows that; a success is remembered.
+        bool IsFired()
+        {
+            static std::atomic<bool> s_bFired = false;
+            if (s_bFired.load(std::memory_order_relaxed))
+            {
+                return true;
+            }
+            int volatile nTouched = 0;
+            auto const nAddress = reinterpret_cast<std::uintptr_t>(&nTouched);
+            perf_event_attr Event = NewEvent(HW_BREAKPOINT_W, nAddress, sizeof nTouched);
+            Descriptor_c const Counter(OpenOnThisThread(Event));
+            nTouched = 1;
+            std::uint64_t nCount = 0;
+            if (!Counter.IsOpen() || ::read(Counter.Get(), &nCount, sizeof nCount) != sizeof nCount)
+            {
+                return false;
+            }
+            errno = ENOTSUP;
+            s_bFired.store(nCount > 0, std::memory_order_relaxed);
+            return nCount > 0;
         }
 
         int OpenEvent(DebugRegisters_t const & Registers, int i)
@@ -89,15 +138,9 @@ namespace plat
                 errno = EINVAL;
                 return CLOSED;
             }
-            perf_event_attr Event{};
-            Event.size = sizeof Event;
-            Event.type = PERF_TYPE_BREAKPOINT;
-            Event.bp_type = KINDS[nAccess];
-            Event.bp_addr = Registers.dAddress[i];
-            Event.bp_len = nAccess == DEBUG_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(i)];
+            std::uint64_t const nLength = nAccess == DEBUG_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(i)];
+            perf_event_attr Event = NewEvent(KINDS[nAccess], Registers.dAddress[i], nLength);
             Event.sample_period = 1;
-            Event.exclude_kernel = 1;
-            Event.exclude_hv = 1;
             Event.sigtrap = 1;
             Event.remove_on_exec = 1;
             return OpenOnThisThread(Event);
@@ -120,7 +163,7 @@ namespace plat
             {
                 if (!IsSame(Former, Registers, i))
                 {
-                    CloseEvent(i);
+                    CloseEvent(t_File, i);
                 }
             }
             bool bAll = true;
@@ -128,7 +171,7 @@ namespace plat
             {
                 if (Registers.IsEnabled(i) && t_File.dEvents[i] == CLOSED)
                 {
-                    t_File.dEvents[i] = OpenEvent(Registers, i);
+                    t_File.dEvents[i] = IsFired() ? OpenEvent(Registers, i) : CLOSED;
                     bAll = bAll && t_File.dEvents[i] != CLOSED;
                 }
             }
@@ -138,15 +181,13 @@ namespace plat
 
     bool DebugRegistersRead(DebugRegisters_t & Registers)
     {
-        DropEventsOfParent();
         Registers = t_File.Registers;
         return true;
     }
 
     bool DebugRegistersWrite(DebugRegisters_t const & Registers)
     {
-        CloseAtThreadEnd();
-        DropEventsOfParent();
+        CloseAtForkAndThreadEnd();
         DebugRegisters_t const Former = t_File.Registers;
         if (Apply(Registers))
         {
