@@ -25,8 +25,8 @@ namespace plat
     /// Closes a file that was written; false if the system says only now that some of it is lost.
     bool FileFinish(File_t hFile);
 
-    /// Gives a finished file the name szTo, in the same folder, in place of the file that has it in any spelling. In one
-    /// step: at any moment, even after a power failure, that name has all of the old contents or all of the new. False,
+    /// Gives a finished file the name szTo, in the same folder, in place of the file that has it in any spelling, whose
+    /// access rights it gets. In one step: at any moment, even after a power failure, that name has all of the old contents or all of the new. False,
     /// and nothing is changed, on failure, while anyone writes the new file, and if szTo is no regular file.
     bool FileReplace(char const * szFrom, char const * szTo);
 

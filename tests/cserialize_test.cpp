@@ -3,9 +3,11 @@
 #include "tests/archive_support.h"
 #include "tests/test_support.h"
 
+#include "zqcore/cfilereplace.h"
 #include "zqcore/cmemory.h"
 
 #include <numeric>
+#include <set>
 
 namespace
 {
@@ -243,6 +245,57 @@ TEST(Serialize, AWriterHoldsItsFileAndTakesNoMemory)
     }
     EXPECT_EQ(Folder.Read("taken.bin").size(), 8192u);
     EXPECT_EQ(Dialogs.CountHolding("f.arc' failed!"), 1) << "the open tracker was told";
+}
+
+TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
+{
+    TempFolder_c const Folder;
+    std::string const sPath = Folder.Write("one.sav", "old");
+    std::filesystem::permissions(sPath, std::filesystem::perms(0640));
+    auto const Names = [&]
+    {
+        std::set<std::string> dNames;
+        for (auto const & Entry : std::filesystem::directory_iterator(Folder.GetPath()))
+        {
+            std::string const sName = Entry.path().filename().string();
+            dNames.insert(FileReplacement_c::IsBeside(sName.c_str()) ? "beside " + sName.substr(12) : sName);
+        }
+        return dNames;
+    };
+    enum Way_e
+    {
+        WHOLE,
+        FULL_DISK,
+        LEFT,
+        STILL_OPEN
+    };
+    for (auto const & [eWay, sName, bReplaced] : Rows_t<Way_e, std::string, bool>{ { LEFT, "one.sav", false },
+             { FULL_DISK, "one.sav", false }, { STILL_OPEN, "one.sav", false }, { WHOLE, "", false },
+             { WHOLE, "deep\\new.sav", true }, { WHOLE, std::string(256, 'x'), false }, { WHOLE, "ONE.SAV", true } })
+    {
+        FullDisk_c const Full(eWay == FULL_DISK ? 10 : RLIM_INFINITY);
+        DialogScript_c const Dialogs;
+        {
+            FileReplacement_c Replacement((Folder.GetPath() + "\\" + sName).c_str());
+            FileReplacement_c Second((Folder.GetPath() + "\\" + sName).c_str());   // one more, which is never written
+            BufferedWriteable_c Archive(Replacement.GetBeside(), VERSION);
+            Archive.Open();
+            std::uint64_t nValue = 7;
+            Archive.Serialize(nValue);
+            EXPECT_EQ(Folder.Read("one.sav"), "old");
+            EXPECT_TRUE(sName != "one.sav" || Names() == (std::set<std::string>{ "beside one.sav", "one.sav" }));
+            bool const bWhole = eWay == STILL_OPEN || (Archive.Close() && !Archive.IsFailed());
+            EXPECT_EQ(eWay != LEFT && bWhole && Replacement.Commit(), bReplaced) << sName;
+            EXPECT_FALSE(bReplaced && Replacement.Commit()) << "once";
+        }
+        EXPECT_THAT(Names(), testing::Not(testing::Contains(testing::StartsWith("beside")))) << "nothing is left";
+    }
+    EXPECT_EQ(Hex(Folder.Read("one.sav")), "03 00 01 00 07 00 00 00 00 00 00 00");
+    EXPECT_EQ(Folder.Read("deep/new.sav"), Folder.Read("one.sav"));
+    EXPECT_EQ(std::filesystem::status(sPath).permissions(), std::filesystem::perms(0640)) << "as the old file's";
+    EXPECT_FALSE(FileReplacement_c(nullptr).Commit());
+    EXPECT_FALSE(FileReplacement_c::IsBeside("~zq1234567-a") || FileReplacement_c::IsBeside("~zq")
+                 || FileReplacement_c::IsBeside("a"));
 }
 
 // What comes too much: a value, the zeros at the end, the flush at the end, a flush.

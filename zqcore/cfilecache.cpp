@@ -4,10 +4,9 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
 #include "zqcore/cserialize.h"
-
-#include "platform/filewrite.h"
 
 String_T<256> g_sFilesystemCacheName;
 
@@ -136,33 +135,15 @@ namespace
         }
     }
 
-    using BesideName_t = String_T<260>;
-
-    // Where a new cache is written before it takes the place of the old one: a name that ends as the old one does.
-    BesideName_t BesideName(char const * szFile)
-    {
-        char const * const szBare = PathFileName(szFile);
-        BesideName_t sBeside(szFile);
-        sBeside.GetBuffer()[szBare - szFile] = '\0';
-        sBeside += "~";
-        sBeside += szBare;
-        return sBeside;
-    }
-
     /// Writes a whole cache or nothing; false on failure.
     bool WriteCache(char const * szFile, MediaRoot_c const & Root)
     {
-        BesideName_t const sBeside = BesideName(szFile);
-        BufferedWriteable_c Archive(sBeside, FILESYSTEMCACHE_VERSION);
-        bool const bCreated = Archive.Open();
+        FileReplacement_c Replacement(szFile);
+        BufferedWriteable_c Archive(Replacement.GetBeside(), FILESYSTEMCACHE_VERSION);
+        Archive.Open();
         SaveFolders(Archive, Root);
         SaveFiles(Archive, Root, File_c::Key_t(FoldedPath_c(szFile).GetBare()));
-        bool const bWhole = Archive.Close() && !Archive.IsFailed() && plat::FileReplace(sBeside, szFile);
-        if (bCreated && !bWhole)
-        {
-            plat::TreeDelete(sBeside);
-        }
-        return bWhole;
+        return Archive.Close() && !Archive.IsFailed() && Replacement.Commit();
     }
 
     /// Enters a copy in g_sPaths; its entry there. Null, with a log line, if the table is full.

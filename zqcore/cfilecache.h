@@ -30,7 +30,7 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 ZQ_API bool FilesystemCacheLoad();
 
 /// Writes the folders and files below the media root, all but a file of the bare name of sFile. The new cache is made
-/// beside the old one, as "~" and its name, and then takes its place in one step: if anything fails the old one stays,
-/// with a log line. No cache is written without a media root or to a path of more than 255 characters. Left out is what
+/// beside the old one (FileReplacement_c) and then takes its place in one step: if anything fails the old one stays, with
+/// a log line. No cache is written without a media root or to a path of more than 255 characters. Left out is what
 /// no load could place: a file whose folder is not in g_sPaths, or that another of its name hides.
 ZQ_API void FilesystemCacheSave(char const * sFile);

@@ -23,6 +23,7 @@
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cfilereplace.h"
 #include "zqcore/cfiletrack.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/cguid.h"

@@ -17,6 +17,8 @@ namespace plat
 {
     namespace
     {
+        constexpr mode_t ALL_RIGHTS = 07777;
+
         bool IsRegular(int iDescriptor)
         {
             struct stat Stat;
@@ -71,9 +73,10 @@ namespace plat
         return ftruncate(DescriptorOf(hFile), static_cast<off_t>(nBytes)) == 0;
     }
 
-    // An interrupted close has closed all the same.
+    // The claim goes even if a forked child still has a copy. An interrupted close has closed all the same.
     bool FileFinish(File_t hFile)
     {
+        flock(DescriptorOf(hFile), LOCK_UN);
         return close(DescriptorOf(hFile)) == 0 || errno == EINTR;
     }
 
@@ -96,7 +99,15 @@ namespace plat
             errno = EINVAL;
             return false;
         }
-        return rename(From.Get(), To.Get()) == 0;
+        else
+        {
+            fchmod(File.Get(), Stat.st_mode & ALL_RIGHTS);   // where it may not be, those of a new file stay
+        }
+        bool const bRenamed = rename(From.Get(), To.Get()) == 0;
+        int const iError = errno;
+        flock(File.Get(), LOCK_UN);
+        errno = iError;
+        return bRenamed;
     }
 
     void FoldersCreate(char const * szFilePath)
