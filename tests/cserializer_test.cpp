@@ -181,7 +181,8 @@ TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
     std::string const sWhole = SaveGraph(&Node);   // identifier at 12, class name at 20
     Access::RegisterSerializedStaticPointer(&g_StaticNode, "Other");
     Node.pNext = &g_StaticNode;
-    std::string const sOther = SaveGraph(&Node);
+    std::string sOther;
+    EXPECT_EQ(FailedConditions([&] { sOther = SaveGraph(&Node); }).find("dPointers[iPointer] is of class"), 0u);
     auto const With = [&](std::size_t i, std::string_view sNew)
     { return std::string(sWhole).replace(i, sNew.size(), sNew); };
     using namespace std::string_view_literals;
@@ -213,6 +214,31 @@ TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
     EXPECT_EQ(FailedConditions([&] { Access::Reconstruct(3, p), Access::IsInCache(Serializer_c::HASH_SIZE); }),
         "dPointers[iPointer] != HASH_NO_ELEMENT & IsIdentifier(iPointer)");
     EXPECT_FALSE(p);
+}
+
+// A typed pointer to a part of another object: what the save does not complain of loads.
+TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
+{
+    using Register_t = std::function<void(A &, Node_s &)>;
+    for (auto const & [fnRegister, szComplaint] :
+        Rows_t<Register_t, char const *>{ { [](A &a, Node_s &Part) { Serializer_c::RegisterPointer(a, &Part); }, "" },
+            { [&](A &a, Node_s &Part) { Nodes.RegisterOwnPointer(a, &Part); }, "" },
+            { [&](A &a, Node_s &Part) { Others.RegisterOwnPointer(a, &Part); },
+                "dPointers[iPointer] is of class m_sClassName, 'Node' expected for '" } })
+    {
+        Node_s dParts[2], *dLeads[2] = { &dParts[0], nullptr };
+        ArchiveBody_t const fnBody = [&, &fnRun = fnRegister](A & a)
+        {
+            Serializer_c::StartSerialize(a, false);
+            fnRun(a, dParts[a.IsReading()]);
+            Nodes.Serialize(a, dLeads[a.IsReading()]);
+        };
+        std::string sBytes;
+        EXPECT_THAT(FailedConditions([&] { sBytes = Save(fnBody); }), testing::StartsWith(szComplaint));
+        bool bLoads = false;
+        EXPECT_EQ(FailedConditions([&] { bLoads = Loaded(sBytes, 1, fnBody); }).empty(), !*szComplaint);
+        EXPECT_TRUE(bLoads == !*szComplaint && dLeads[1] == (bLoads ? &dParts[1] : nullptr));
+    }
 }
 
 TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)

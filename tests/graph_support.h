@@ -49,7 +49,7 @@ public:
             RegisterPointer(Archive, &Node);
         }
         Archive.Serialize(Node.iValue);
-        RegisterPointer(Archive, &Node.iPart);
+        static_cast<NodeSerializer_c *>(FindSerializer("Part"))->RegisterOwnPointer(Archive, &Node.iPart);
         Serialize(Archive, Node.pNext);
         Serialize(Archive, Node.pOther);
         FixupVoidPointer(Archive, Node.pPart);
@@ -57,12 +57,13 @@ public:
 
     using Serializer_c::AddVoidToCache, Serializer_c::dRegisteredStaticPointers, Serializer_c::FindSerializer,
         Serializer_c::FixupVoidPointer, Serializer_c::IsInCache, Serializer_c::ReadPointer, Serializer_c::Reconstruct,
-        Serializer_c::RegisterSerializedStaticPointer, Serializer_c::WritePointer;
+        Serializer_c::RegisterOwnPointer, Serializer_c::RegisterSerializedStaticPointer, Serializer_c::WritePointer;
 };
 
-// Two classes of nodes and two static objects.
+// Two classes of nodes, that of their parts and two static objects.
 struct World_s
 {
+    NodeSerializer_c Parts{ "Part" };
     NodeSerializer_c Nodes{ "Node" };
     NodeSerializer_c Others{ "Other" };
     int iStatic = 0;
@@ -95,14 +96,15 @@ struct World_s
         return pRoot;
     }
 
-    // Loads any bytes; whether every pointer of every node that this made leads to a node or nowhere.
+    // Loads any bytes; whether every pointer of every node that this made leads to a node, to what was registered without
+    // a class, or nowhere.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();
         SurvivesWithoutAbort([&] { Load(sBytes); });
-        auto const Leads = [](Node_s const * p)
+        auto const Leads = [this](Node_s const * p)
         {
-            return !p || p == &g_StaticNode
+            return !p || p == &g_StaticNode || static_cast<void const *>(p) == &iStatic
                    || std::any_of(g_dLoaded.begin(), g_dLoaded.end(), [p](auto const & pMade) { return &*pMade == p; });
         };
         auto const IsSound = [&](auto const & pMade) { return Leads(pMade->pNext) && Leads(pMade->pOther); };

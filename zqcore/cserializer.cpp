@@ -100,6 +100,15 @@ namespace
         archive.Label(Mark.szName, Mark.dwLabel);
     }
 
+    constexpr char IS_OWN[] = "dPointers[iPointer] is of class m_sClassName";
+
+    /// Whether a slot in use may hold an object of the class: what was registered without a class may be of any.
+    bool IsOfClass(int iPointer, std::uint16_t iClass)
+    {
+        std::uint16_t const iOfSlot = g_Table.dClasses[iPointer];
+        return iOfSlot == iClass || iOfSlot == CLASS_NONE;
+    }
+
     bool IsIdentifier(int iPointer)
     {
         return iPointer >= -1 && iPointer < Serializer_c::HASH_SIZE;
@@ -310,8 +319,12 @@ void Serializer_c::WritePointer(Serializeable_c & archive, void *& pObject)
     archive.Serialize(iPointer);
     if (!bNew)
     {
+        bool const bOwn = iPointer == -1 || IsOfClass(iPointer, m_iClass);
+        ZQ_ASSERT_EX_TEXT(bOwn, IS_OWN, "'%s' expected for '%s' file", static_cast<char const *>(m_sClassName),
+            archive.GetFileName());
         return Put(archive, MARK_PLAIN);
     }
+    g_Table.dClasses[iPointer] = m_iClass;
     Put(archive, MARK_BEGIN);
     archive.SerializeString(m_sClassName);
     RunBody(archive, pObject);
@@ -330,9 +343,9 @@ void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
     {
         return;
     }
-    bool const bOwn = g_Table.Class(iPointer) == m_iClass;
-    ZQ_ASSERT_EX_TEXT(bOwn, "dPointers[iPointer] is of class m_sClassName", "'%s' expected in '%s' file",
-        static_cast<char const *>(m_sClassName), archive.GetFileName());
+    bool const bOwn = IsOfClass(iPointer, m_iClass);
+    ZQ_ASSERT_EX_TEXT(
+        bOwn, IS_OWN, "'%s' expected in '%s' file", static_cast<char const *>(m_sClassName), archive.GetFileName());
     if (!bOwn)
     {
         archive.Fail();
@@ -403,6 +416,17 @@ Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, 
 
 void Serializer_c::RegisterPointer(Serializeable_c & archive, void const * pPointer)
 {
+    Register(archive, pPointer, CLASS_NONE);
+}
+
+void Serializer_c::RegisterOwnPointer(Serializeable_c & archive, void const * pPointer)
+{
+    Register(archive, pPointer, m_iClass);
+}
+
+/// An object that registers itself has its own class, whatever the call says.
+void Serializer_c::Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass)
+{
     Put(archive, MARK_REGISTERED);
     if (archive.IsFailed())
     {
@@ -411,13 +435,16 @@ void Serializer_c::RegisterPointer(Serializeable_c & archive, void const * pPoin
     int iPointer = -1;
     if (!archive.IsReading())
     {
-        AddVoidToCache(pPointer, &iPointer);
+        if (AddVoidToCache(pPointer, &iPointer))
+        {
+            g_Table.dClasses[iPointer] = iClass;
+        }
         archive.Serialize(iPointer);
     }
     else if (ReadIdentifier(archive, iPointer) && !IsInCache(iPointer))
     {
         bool const bItself = s_pOpen && s_pOpen->iPointer == iPointer && s_pOpen->pObject == pPointer;
-        Store(iPointer, pPointer, bItself ? s_pOpen->iClass : CLASS_NONE);
+        Store(iPointer, pPointer, bItself ? s_pOpen->iClass : iClass);
     }
 }
 
@@ -483,7 +510,9 @@ void Serializer_c::WriteStaticPointers(Serializeable_c & archive)
         int iPointer;
         AddVoidToCache(Entry.pPointer, &iPointer);
         archive.Serialize(iPointer);
-        if (Serializer_c * const pSerializer = FindSerializer(Entry.sClassName))
+        Serializer_c * const pSerializer = FindSerializer(Entry.sClassName);
+        Store(iPointer, Entry.pPointer, pSerializer ? pSerializer->m_iClass : CLASS_NONE);
+        if (pSerializer)
         {
             pSerializer->RunBody(archive, Entry.pPointer);
         }

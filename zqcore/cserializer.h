@@ -106,16 +106,22 @@ protected:
     /// The body: stores the object at pObject, or makes or finds one, sets pObject and loads it.
     virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
-    /// Stores a pointer to an object of this serializer's class, or null.
+    /// Gives an address inside a body an identifier and this serializer's class. Otherwise as RegisterPointer, whose
+    /// record it writes: for a part that pointers of the part's class lead to.
+    void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
+
+    /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has seen the object under
+    /// no other class: such a pointer is stored, but ReadOwnPointer refuses it.
     void WritePointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of whatever class the file says. A class without serializer, and an identifier out
     /// of range, fail an assertion, then the archive.
     static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
-    /// Loads a pointer to an object of this serializer's class: in a damaged file it can lead to no other object, which
-    /// fails an assertion, then the archive. Static objects count with the class that they were registered with; a part
-    /// that a body registered has none, and only ReadPointer leads to it.
+    /// Loads a pointer to an object of this serializer's class. An object of another class, to which a damaged file can
+    /// lead, fails an assertion, then the archive. The class of a static object is the one that it was registered with,
+    /// that of a part is RegisterOwnPointer's. Static objects and parts that were registered without a class pass
+    /// unchecked.
     void ReadOwnPointer(Serializeable_c & archive, void *& pObject);
 
     /// Stores or loads a pointer to what the pass has seen already; Abort if it has not.
@@ -169,6 +175,7 @@ private:
     static bool ReadIdentifier(Serializeable_c & archive, int & iPointer);
     static Serializer_c * ReadClass(Serializeable_c & archive, int iPointer, Serializer_c const * pExpected);
     static void Store(int iPointer, void const * pPointer, std::uint16_t iClass);
+    static void Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass);
     static void WriteStaticPointers(Serializeable_c & archive);
     static void ReadStaticPointers(Serializeable_c & archive);
     static bool ReadStaticCount(Serializeable_c & archive);
