@@ -357,6 +357,53 @@ TEST(TinyBitmap, PacksCellsIntoAWord)
     EXPECT_EQ(fnWord(Tiny), 3u);
 }
 
+// An archive as a host may write one over a stream, which tells neither length nor position.
+struct StreamArchive_c : Serializeable_c
+{
+    explicit StreamArchive_c(std::string sBytes)
+        : Serializeable_c(true, 0, false)
+        , m_sBytes(std::move(sBytes))
+    {}
+    using Serializeable_c::Serialize;
+    bool ChunkBegin(char const *) override { return false; }
+    void ChunkEnd(char const *) override {}
+    char const * GetFileName() const override { return ""; }
+    int GetLength() const override { return 0; }
+    bool Serialize(void * pData, int iLength) override
+    {
+        m_bFailed = m_bFailed || m_sBytes.size() < static_cast<std::size_t>(iLength);
+        m_sBytes.erase(0, m_bFailed ? 0 : m_sBytes.copy(static_cast<char *>(pData), static_cast<std::size_t>(iLength)));
+        return !m_bFailed;
+    }
+    std::string m_sBytes;
+};
+
+TEST(BitVec, LoadsFromAnArchiveThatKnowsNoLength)
+{
+    for (int const nBytes : { 0, 1, 4095, 4096, 4097, 30000 })
+    {
+        int const iBits = 8 * nBytes;
+        std::string sBytes(reinterpret_cast<char const *>(&iBits), 4);
+        for (int i = 0; i < nBytes; ++i)
+        {
+            sBytes += static_cast<char>(i % 251 + 1);
+        }
+        BitVec_c Vec(16), Kept(16);
+        Vec.Bis(3);
+        Kept.Bis(3);
+        StreamArchive_c Short(sBytes.substr(0, sBytes.size() - 1)), Whole(sBytes);
+        EXPECT_TRUE(!Vec.Serialize(Short) && Short.IsFailed() && Vec.iDim == 16 && Vec == Kept) << nBytes;
+        EXPECT_TRUE(Vec.Serialize(Whole) && Whole.m_sBytes.empty());
+        EXPECT_EQ(
+            sBytes.substr(4).compare(0, std::string::npos, reinterpret_cast<char *>(Vec.pVec), sBytes.size() - 4), 0);
+    }
+    StreamArchive_c Huge("\xF8\xFF\xFF\x7F few");
+    std::ptrdiff_t const nPeak = MemoryMaxTotalBytesAllocated();
+    BitVec_c Vec;
+    EXPECT_TRUE(!Vec.Serialize(Huge) && Vec.iDim == 0);
+    EXPECT_LT(MemoryMaxTotalBytesAllocated() - nPeak, 100000) << "a damaged size takes no memory";
+}
+
 TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
 {
     constexpr std::uint32_t VERSION = 0x10000;

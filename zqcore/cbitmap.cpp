@@ -15,6 +15,29 @@ namespace
         void * const pBytes = CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
         return pBytes ? static_cast<unsigned char *>(std::memset(pBytes, 0, nBytes)) : nullptr;
     }
+
+    bool KnowsItsLength(Serializeable_c const & Archive)
+    {
+        return Archive.GetPosition() >= 0 && Archive.GetLength() > 0;
+    }
+
+    // Reads nBytes of an archive of whatever length into an empty vector. The vector grows with what has arrived, so that
+    // a damaged size takes no memory.
+    bool ReadGrowing(Serializeable_c & Archive, BitVec_c & Vec, int nBytes)
+    {
+        constexpr int FIRST_STEP = 4096;
+        int nStep;
+        for (int nRead = 0; nRead < nBytes; nRead += nStep)
+        {
+            nStep = std::min(nBytes - nRead, std::max(nRead, FIRST_STEP));
+            int const iNeeded = 8 * (nRead + nStep);
+            if (Vec.Grow(iNeeded).iDim < iNeeded || !Archive.Serialize(Vec.pVec + nRead, nStep))
+            {
+                return false;
+            }
+        }
+        return true;
+    }
 }
 
 BitVec_c::BitVec_c(int iBits)
@@ -160,27 +183,34 @@ bool BitVec_c::Serialize(Serializeable_c & Archive)
 {
     int iBits = iDim;
     Archive.Serialize(iBits);
-    if (Archive.IsFailed())
+    if (Archive.IsReading() && !Archive.IsFailed())
+    {
+        bool const bSound = iBits >= 0 && iBits <= MAX_BITS;
+        if (!bSound || !Load(Archive, iBits))
+        {
+            Archive.Fail();
+        }
+    }
+    else if (iBits > 0 && !Archive.IsFailed())
+    {
+        Archive.Serialize(pVec, iBits / 8);
+    }
+    return !Archive.IsFailed();
+}
+
+bool BitVec_c::Load(Serializeable_c & Archive, int iBits)
+{
+    int const nBytes = static_cast<int>((std::int64_t{ iBits } + 7) / 8);
+    BitVec_c Read;
+    bool const bKnown = KnowsItsLength(Archive);
+    bool const bThere =
+        bKnown ? nBytes <= Archive.GetLength() - Archive.GetPosition() : ReadGrowing(Archive, Read, nBytes);
+    if (!bThere || Grow(iBits).iDim < iBits)
     {
         return false;
     }
-    std::int64_t const nBytes = (std::int64_t{ iBits } + 7) / 8;
-    if (Archive.IsReading())
-    {
-        bool const bSound = iBits >= 0 && iBits <= MAX_BITS;
-        if (!bSound || nBytes > std::int64_t{ Archive.GetLength() } - Archive.GetPosition())
-        {
-            Archive.Fail();
-            return false;
-        }
-        Grow(iBits);
-        Clear();
-    }
-    if (nBytes > 0)
-    {
-        Archive.Serialize(pVec, static_cast<int>(nBytes));
-    }
-    return !Archive.IsFailed();
+    bits::CopyAndClear(pVec, GetBytes(), Read.pVec, Read.GetBytes());
+    return !bKnown || nBytes == 0 || Archive.Serialize(pVec, nBytes);
 }
 
 char BitVec_c::IntoDigit(int iValue)

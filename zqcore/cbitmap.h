@@ -76,8 +76,9 @@ public:
     /// exactly two characters a byte gets none. szData.
     char * Hex(char * szData, int nLen) const;
 
-    /// Saves or loads: the size in bits, then the bytes. Loading grows to the size and clears the rest; a size that the
-    /// file can't hold fails the archive and changes nothing. False if the archive has failed.
+    /// Saves or loads: the size in bits, then the bytes. Loading grows to the size and clears the rest. A size that the
+    /// file can't hold fails the archive and changes nothing; an archive of the host's need not know its length
+    /// (GetPosition -1 or GetLength 0), and is read in steps then. False if the archive has failed.
     bool Serialize(Serializeable_c & Archive);
 
     int iDim = 0;                     // bits, a multiple of 8
@@ -96,6 +97,7 @@ private:
     static unsigned char MaskOf(int iX) { return static_cast<unsigned char>(0x80 >> (iX & 7)); }
     bool IsInside(int iX) const { return static_cast<unsigned>(iX) < static_cast<unsigned>(iDim); }
     std::size_t GetBytes() const { return static_cast<std::size_t>(iDim >> 3); }
+    bool Load(Serializeable_c & Archive, int iBits);
     static void FillFromDigits(unsigned char * pBytes, std::size_t nBytes, char const * szText);
     template <typename COMBINE>
     bool CombineShort(BitVec_c const & Other, COMBINE fnCombine);
