@@ -2,7 +2,8 @@
 //
 // The caller's bytes go to the disk while the caller goes on; they must stay as they are until the write is done. Where
 // the system offers nothing of the kind, a write is done when it returns; nothing else differs. All calls on a file
-// belong to one thread. No memory is taken. A call that fails leaves the reason for LastErrorText (process.h).
+// belong to one thread. A forked process has none of the files of its parent: the parent writes on alone. No memory is
+// taken. A call that fails leaves the reason for LastErrorText (process.h).
 #pragma once
 
 #include "platform/filewrite.h"
@@ -41,14 +42,15 @@ namespace plat
 
     private:
         bool WriteRest();
+        void Abandon();
 
-        static constexpr std::size_t QUEUE_SIZE = 96;
+        static constexpr std::size_t SYSTEM_SIZE = 128;
 
         File_t m_hFile = nullptr;
         std::uint64_t m_nOffset = 0;   // of the write under way, or of what is left of it
         char const * m_pData = nullptr;
         std::size_t m_nLeft = 0;
-        int m_iError = 0;                                                 // of a write that was done when it returned
-        alignas(std::uint64_t) unsigned char m_dQueue[QUEUE_SIZE] = {};   // what the system needs; zero without
+        int m_iError = 0;                                                   // of a write that was done when it returned
+        alignas(std::uint64_t) unsigned char m_dSystem[SYSTEM_SIZE] = {};   // what the system needs; zero without
     };
 }

@@ -7,8 +7,11 @@
 #include "zqcore/ctimer.h"
 
 #include <array>
+#include <linux/io_uring.h>
 #include <optional>
 #include <random>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace
 {
@@ -80,6 +83,12 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     EXPECT_EQ(ProfilerGetTimer(0x40000000u | (GetCrc32Polynomial("b", 1) & 0x3FFFFFFFu)), ProfilerGetTimer("b"));
     EXPECT_EQ(ProfilerGetTimer(0xC0000000u | (GetCrc32Polynomial("/r", 2) & 0x3FFFFFFFu)), ProfilerGetTimer("/r"));
     EXPECT_EQ(ProfilerGetTimer("b"), ProfilerGetRoot()->pChild->pChild);   // the one that was made first
+    for (bool const bRoot : { true, false })
+    {
+        ProfilerPush("both", bRoot), ProfilerPop();
+    }
+    EXPECT_EQ(ProfilerGetTimer("both"), &ProfilerGetRoot()[g_iTimerTotalCount - 1])
+        << "the one that hangs under another";
     EXPECT_STREQ(ProfilerGetTimer(LONG_NAME)->szName, "a name of forty characters, of ");
     EXPECT_EQ(ProfilerGetTimer("a name of forty characters, of "), nullptr);
     EXPECT_STREQ(ProfilerGetTimer(0x80000000u)->szName, "root");
@@ -99,11 +108,16 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     EXPECT_EQ(Tree(ProfilerGetRoot()), "");
     ProfilerUpdateFrame(true);   // the reload came once; the update's time counts for the frame that it begins
     EXPECT_EQ(Tree(ProfilerGetRoot(), 1), "ProfilerUpdateFrame*1");
+    ProfilerReload();
     Module_c::ShutdownAllModules();
     Brackets({ "a", ")", ")" });
     ProfilerUpdateFrame(true);
     EXPECT_EQ(ProfilerGetRoot(), nullptr);
     EXPECT_EQ(g_iTimerTotalCount + m_Dialogs.GetCount(), 0);
+    StartModule(ModuleProfiler_c::Get());
+    Brackets({ "a", ")" });
+    ProfilerUpdateFrame(false);
+    EXPECT_EQ(Tree(ProfilerGetRoot()), "a*1") << "a reload ends with its profiler";
 }
 
 TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)
@@ -175,6 +189,24 @@ class ProfilerStats : public Profiler
 protected:
     ProfilerStats() { plat::AsyncFile_c::AllowBeside(GetParam()); }
 
+    void SetUp() override
+    {
+        io_uring_params Params{};
+        auto const iQueue = static_cast<int>(GetParam() ? syscall(__NR_io_uring_setup, 1, &Params) : 0);
+        if (iQueue < 0)
+        {
+            GTEST_SKIP() << "the kernel gives no queue of requests";
+        }
+        close(GetParam() ? iQueue : -1);
+    }
+
+    static bool IsQueueOpen()
+    {
+        std::error_code Gone;
+        return std::any_of(std::filesystem::directory_iterator("/proc/self/fd"), {},
+            [&](auto const & Entry) { return read_symlink(Entry.path(), Gone) == "anon_inode:[io_uring]"; });
+    }
+
     template <typename T>
     static void Put(std::string & sTo, std::initializer_list<T> dValues)
     {
@@ -233,27 +265,60 @@ TEST_P(ProfilerStats, FileHasTheLayout)
     std::ptrdiff_t const nBlocks = MemoryTotalAllocations();
     ProfilerInitSwapStats(m_sName);
     EXPECT_EQ(MemoryTotalAllocations() - nBlocks, g_dOpenTracks.GetLength());   // one each
+    EXPECT_EQ(IsQueueOpen(), GetParam());
     std::string const sHeader = m_Folder.Read("stats");
     auto const iAddress = reinterpret_cast<std::uintptr_t>(ProfilerGetRoot());
     std::string sExpected("\xC8\x09\0\0", 4);
     Put<std::uint32_t>(sExpected, { static_cast<std::uint32_t>(iAddress) });
     ASSERT_EQ(sHeader, sExpected);
-    sExpected += Batch(sHeader);
-    sExpected += Batch(sHeader);
-    EXPECT_TRUE(g_tSwapLastTime > 0 && g_tSwapLastTime <= g_tSwapMaxTime);
+    for (std::int64_t const tLongest : { std::int64_t{ 1 }, INT64_MAX })
+    {
+        g_tSwapMaxTime = tLongest;
+        sExpected += Batch(sHeader);
+        EXPECT_TRUE(g_tSwapLastTime > 1 && g_tSwapMaxTime == std::max(tLongest, g_tSwapLastTime));
+    }
     for (int i = 0; i < 149; ++i, ProfilerUpdateFrame(false))
     {}
     std::ptrdiff_t const nLater = MemoryTotalAllocations();
-    ProfilerCloseStats();
-    EXPECT_EQ(MemoryTotalAllocations(), nLater - 1);
+    ProfilerInitSwapStats(m_Folder.Join("second").c_str());
+    EXPECT_EQ(MemoryTotalAllocations() - nLater + g_dOpenTracks.GetLength(), 1) << "the first one is closed";
     EXPECT_TRUE(m_Folder.Read("stats") == sExpected);
+    std::string const sSecond = Batch(sHeader);
+    std::ptrdiff_t const nOpen = MemoryTotalAllocations();
+    ProfilerCloseStats();
+    EXPECT_EQ(MemoryTotalAllocations(), nOpen - 1);
+    EXPECT_TRUE(m_Folder.Read("stats") == sExpected && m_Folder.Read("second") == sHeader + sSecond);
+    EXPECT_FALSE(ProfilerSwapStatsFailed() || IsQueueOpen());
     EXPECT_EQ(g_dOpenTracks.GetLength() + static_cast<int>(g_nBytesToWrite), 0);
+}
+
+TEST_P(ProfilerStats, AForkedChildLeavesTheFileToItsParent)
+{
+    ProfilerInitSwapStats(m_sName);
+    std::string sExpected = m_Folder.Read("stats"), sHeader = sExpected;
+    sExpected += Batch(sHeader);   // under way
+    auto const UseAnother = [&]
+    {
+        Batch(sHeader);   // no file: nothing is written
+        ProfilerInitSwapStats(m_Folder.Join("second").c_str());
+        std::string const sOwn = Batch(sHeader);
+        Module_c::ShutdownAllModules();
+        return m_Folder.Read("second") == sHeader + sOwn && g_dOpenTracks.GetLength() == 0 ? 0 : 1;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(UseAnother)), 0);
+    sExpected += Batch(sHeader);
+    WaitingChild_c const Child;
+    ProfilerCloseStats();
+    EXPECT_TRUE(m_Folder.Read("stats") == sExpected);
+    ProfilerInitSwapStats(m_sName);
+    EXPECT_FALSE(ProfilerSwapStatsFailed()) << "a child that lives does not hold the file";
 }
 
 TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)
 {
     ProfilerInitSwapStats(m_Folder.Join("gone/stats.bin").c_str());
     EXPECT_EQ(m_Log.GetText(), "ProfilerInit: failed to create file - Ivo Renning\n");
+    EXPECT_TRUE(ProfilerSwapStatsFailed());
     std::optional<FullDisk_c> Full(std::in_place, 5);
     ProfilerInitSwapStats(m_sName);
     Batch(std::string(8, ' '));   // no file: nothing more
@@ -268,6 +333,7 @@ TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)
     ProfilerFinishWrite();
     EXPECT_EQ(m_Log.Count(LOST), 3);
     EXPECT_EQ(m_Log.CountHolding("System message: File too large"), 3);
+    EXPECT_TRUE(ProfilerSwapStatsFailed());
     EXPECT_EQ(m_Folder.Read("stats"), sHeader);
     Full.reset();
     std::string const sBatch = Batch(sHeader);

@@ -100,8 +100,13 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 
 /// Makes the stats file, in place of an old one, and writes its header. Any time, on the profiler's thread; a second
 /// call ends the first file. A file that can't be made is logged, after FileOpenTracker's complaint, and it is as if
-/// none had been named. An empty name does nothing.
+/// none had been named. An empty name does nothing. A forked process has no
+/// stats file until it names one of its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
+
+/// Whether the stats file of the latest ProfilerInitSwapStats could not be made, or lost a batch that could not be
+/// written. Known for certain after ModuleProfiler_c's Shutdown, which waits for the last batch.
+ZQ_API bool ProfilerSwapStatsFailed();
 
 /// Appends all timers to the stats file, which ProfilerUpdateFrame does when the ring is full. Waits only for the
 /// batch before, if the disk still has it. A batch that can't be written whole is logged and cut off the file: only it

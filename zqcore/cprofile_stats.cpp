@@ -30,8 +30,10 @@ namespace
     static_assert(offsetof(timer_t, tMaxEver) == 2480 && sizeof(timerFrame_t) == 16);
 
     constinit plat::AsyncFile_c g_StatsFile;
-    char * g_pBuffer = nullptr;
-    std::uint64_t g_nPosition = 0;   // behind the last batch that is known to be there
+    plat::File_t g_hTracked = nullptr;   // the handle that FileOpenTracker was told
+    char * g_pBuffer = nullptr;          // there while a file is open; in a forked process until it is closed
+    std::uint64_t g_nPosition = 0;       // after the last batch that is known to be there
+    bool g_bFailed = false;              // the latest file, or a batch of it, is lost
 
     // The array's address in 32 bits. Moved down where the array would cross their end, so that no record has the
     // address 0, which means none.
@@ -124,6 +126,7 @@ bool ProfilerFinishWrite()
     }
     else
     {
+        g_bFailed = true;
         ComplainOfWrite();
     }
     g_nBytesToWrite = 0;
@@ -137,16 +140,22 @@ bool ProfilerHasStats()
 
 void ProfilerCloseStats()
 {
+    if (!g_pBuffer)
+    {
+        return;
+    }
     if (ProfilerHasStats())
     {
         ProfilerFinishWrite();
-        FileCloseTracker(g_StatsFile.GetHandle());
-        if (!g_StatsFile.Close())
-        {
-            LogWinLastError("ProfilerSwapStats");
-        }
-        FreeBuffer();
     }
+    g_nBytesToWrite = 0;
+    FileCloseTracker(g_hTracked);
+    if (!g_StatsFile.Close())
+    {
+        g_bFailed = true;
+        LogWinLastError("ProfilerSwapStats");
+    }
+    FreeBuffer();
 }
 
 void ProfilerInitSwapStats(FileName_c const & sName)
@@ -158,7 +167,9 @@ void ProfilerInitSwapStats(FileName_c const & sName)
     ProfilerCloseStats();
     TakeBuffer();
     bool const bCreated = g_StatsFile.Create(sName);
-    FileOpenTracker(g_StatsFile.GetHandle(), sName);
+    g_bFailed = !bCreated;
+    g_hTracked = g_StatsFile.GetHandle();
+    FileOpenTracker(g_hTracked, sName);
     if (!bCreated)
     {
         Log("ProfilerInit: failed to create file - Ivo Renning");
@@ -168,6 +179,11 @@ void ProfilerInitSwapStats(FileName_c const & sName)
     {
         ProfilerCloseStats();
     }
+}
+
+bool ProfilerSwapStatsFailed()
+{
+    return g_bFailed;
 }
 
 void ProfilerSwapStats()

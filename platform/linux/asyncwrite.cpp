@@ -2,6 +2,7 @@
 
 #include "platform/asyncwrite.h"
 
+#include "platform/linux/forkdrop.h"
 #include "platform/linux/openfile.h"
 
 #include <algorithm>
@@ -43,20 +44,26 @@ namespace plat
             std::uint32_t nDoneMask;
             io_uring_cqe * pDone;
         };
-        static_assert(std::is_trivial_v<Queue_s>);
+
+        struct System_s
+        {
+            Queue_s Queue;
+            ForkDrop_s Drop;
+        };
+        static_assert(std::is_trivial_v<System_s>);
 
         template <std::size_t N>
-        Queue_s & QueueIn(unsigned char (&dBytes)[N])
+        System_s & SystemIn(unsigned char (&dBytes)[N])
         {
-            static_assert(sizeof(Queue_s) <= N);
-            return *std::launder(reinterpret_cast<Queue_s *>(dBytes));
+            static_assert(sizeof(System_s) <= N);
+            return *std::launder(reinterpret_cast<System_s *>(dBytes));
         }
 
         template <std::size_t N>
-        Queue_s const & QueueIn(unsigned char const (&dBytes)[N])
+        System_s const & SystemIn(unsigned char const (&dBytes)[N])
         {
-            static_assert(sizeof(Queue_s) <= N);
-            return *std::launder(reinterpret_cast<Queue_s const *>(dBytes));
+            static_assert(sizeof(System_s) <= N);
+            return *std::launder(reinterpret_cast<System_s const *>(dBytes));
         }
 
         template <typename T>
@@ -153,12 +160,17 @@ namespace plat
             return std::atomic_ref(*Queue.pDoneTail).load(std::memory_order_acquire) != *Queue.pDoneHead;
         }
 
-        // Waits for the request; the bytes that it wrote.
+        // Waits for the request; the bytes that it wrote. None if the queue is gone (its descriptor was closed by others).
         std::size_t Await(Queue_s & Queue)
         {
             while (!IsDone(Queue))
             {
-                Enter(Queue, 0, 1);   // a signal may end it early
+                bool const bWaited = Enter(Queue, 0, 1) >= 0;
+                if (!bWaited && errno != EINTR && errno != EAGAIN && errno != EBUSY)
+                {
+                    CloseQueue(Queue);
+                    return 0;
+                }
             }
             std::uint32_t const nHead = *Queue.pDoneHead;
             int const iResult = Queue.pDone[nHead & Queue.nDoneMask].res;
@@ -177,9 +189,14 @@ namespace plat
     {
         Close();
         m_hFile = FileCreate(szPath);
+        if (m_hFile)
+        {
+            ForkDropAdd(
+                SystemIn(m_dSystem).Drop, [](void * p) { static_cast<AsyncFile_c *>(p)->Abandon(); }, this);
+        }
         if (m_hFile && s_bAllowed)
         {
-            OpenQueue(QueueIn(m_dQueue));
+            OpenQueue(SystemIn(m_dSystem).Queue);
         }
         return m_hFile != nullptr;
     }
@@ -189,7 +206,7 @@ namespace plat
         m_nOffset = nOffset;
         m_pData = static_cast<char const *>(pData);
         m_nLeft = nBytes;
-        Queue_s & Queue = QueueIn(m_dQueue);
+        Queue_s & Queue = SystemIn(m_dSystem).Queue;
         if (!Queue.bOpen || !Submit(Queue, DescriptorOf(m_hFile), nOffset, pData, nBytes))
         {
             m_iError = WriteRest() ? 0 : errno;
@@ -198,13 +215,13 @@ namespace plat
 
     bool AsyncFile_c::IsBusy() const
     {
-        Queue_s const & Queue = QueueIn(m_dQueue);
+        Queue_s const & Queue = SystemIn(m_dSystem).Queue;
         return Queue.bUnderWay && !IsDone(Queue);
     }
 
     bool AsyncFile_c::Finish()
     {
-        Queue_s & Queue = QueueIn(m_dQueue);
+        Queue_s & Queue = SystemIn(m_dSystem).Queue;
         if (Queue.bUnderWay)
         {
             std::size_t const nWritten = Await(Queue);
@@ -222,6 +239,18 @@ namespace plat
         return FileWriteAt(m_hFile, m_nOffset, m_pData, m_nLeft);
     }
 
+    // A child of the process that opened the file: the queue and what it writes are the parent's.
+    void AsyncFile_c::Abandon()
+    {
+        Queue_s & Queue = SystemIn(m_dSystem).Queue;
+        if (Queue.bOpen)
+        {
+            CloseQueue(Queue);
+        }
+        FileClose(std::exchange(m_hFile, nullptr));
+        m_iError = 0;
+    }
+
     bool AsyncFile_c::Close()
     {
         if (!m_hFile)
@@ -229,9 +258,10 @@ namespace plat
             return true;
         }
         bool const bWhole = Finish();
-        if (QueueIn(m_dQueue).bOpen)
+        ForkDropRemove(SystemIn(m_dSystem).Drop);
+        if (SystemIn(m_dSystem).Queue.bOpen)
         {
-            CloseQueue(QueueIn(m_dQueue));
+            CloseQueue(SystemIn(m_dSystem).Queue);
         }
         return FileFinish(std::exchange(m_hFile, nullptr)) && bWhole;
     }
