@@ -80,7 +80,6 @@ namespace
 
     FrameStats_s RunLoop(Options_s const & Options, Survey_c & Survey)
     {
-        ProfilerInitSwapStats(Options.sStats.c_str());
         if (!Options.bWatch)
         {
             return LoopRun(Options.nFrames, Survey);
@@ -113,6 +112,11 @@ namespace
                                      : Fail(STATUS_SAVE, "can't save to \"" + Options.sSave + "\": " + Saved.sWhyNot);
     }
 
+    int FailStats(Options_s const & Options)
+    {
+        return Fail(STATUS_STATS, "can't write the stats to \"" + Options.sStats + "\"; the log says why");
+    }
+
     // All that happens while the modules are up.
     int RunGame(Options_s const & Options, Services_c const & Services, std::string const & sMedia)
     {
@@ -120,6 +124,11 @@ namespace
         if (!sMessage.empty())
         {
             return Fail(STATUS_MEDIA, sMessage);
+        }
+        ProfilerInitSwapStats(Options.sStats.c_str());
+        if (ProfilerSwapStatsFailed())
+        {
+            return FailStats(Options);
         }
         PrintHead(Options, sMedia);
         Survey_c Survey;
@@ -145,7 +154,7 @@ namespace
         int const iStatus = Services.Start() ? RunGame(Options, Services, sMedia)
                                              : Fail(STATUS_FAILED, "a service did not start; the log says which");
         Module_c::ShutdownAllModules();
-        return iStatus;
+        return iStatus == STATUS_OK && ProfilerSwapStatsFailed() ? FailStats(Options) : iStatus;
     }
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 namespace
 {
@@ -143,6 +144,14 @@ namespace
         return bGood ? "" : std::string("the path of the ") + szWhat + " is too long: " + Quoted(sPath);
     }
 
+    // What is written replaces a file; a folder, pipe or device of the name is none.
+    std::string CheckKind(char const * szWhat, std::string const & sPath)
+    {
+        std::error_code Error;
+        bool const bGood = !std::filesystem::exists(sPath, Error) || std::filesystem::is_regular_file(sPath, Error);
+        return bGood ? "" : std::string("the ") + szWhat + " is no regular file: " + Quoted(sPath);
+    }
+
     // Turns the values into options; the message says what is wrong, if anything is.
     std::string Settle(Texts_s const & Texts, Options_s & Options)
     {
@@ -171,8 +180,12 @@ namespace
         {
             sMessage = MakeAbsolute(Texts.sStats, Options.sStats);
         }
-        sMessage = sMessage.empty() ? CheckLength("save", Options.sSave) : sMessage;
-        return sMessage.empty() ? CheckLength("stats", Options.sStats) : sMessage;
+        for (auto const & [szWhat, sPath] : { std::pair("save", Options.sSave), std::pair("stats", Options.sStats) })
+        {
+            sMessage = sMessage.empty() ? CheckLength(szWhat, sPath) : sMessage;
+            sMessage = sMessage.empty() ? CheckKind(szWhat, sPath) : sMessage;
+        }
+        return sMessage;
     }
 }
 
@@ -193,6 +206,7 @@ std::string OptionsHelp()
     auto const Add = [&](auto const & Option) { sHelp += Va("  %s %s\n", Option.szName, Option.szHelp); };
     std::for_each(std::begin(VALUE_OPTIONS), std::end(VALUE_OPTIONS), Add);
     std::for_each(std::begin(FLAG_OPTIONS), std::end(FLAG_OPTIONS), Add);
-    sHelp += "\nExit status: 0 done, 1 a service did not start, 2 bad command line, 3 no such media, 4 not saved.\n";
+    sHelp += "\nExit status: 0 done, 1 a service did not start, 2 bad command line, 3 no such media, 4 not saved,\n"
+             "5 stats not written.\n";
     return sHelp;
 }

@@ -10,7 +10,8 @@ enum Status_e : int
     STATUS_FAILED = 1,   // a service did not start
     STATUS_USAGE = 2,    // the command line makes no sense
     STATUS_MEDIA = 3,    // no media, or not those that were asked for
-    STATUS_SAVE = 4      // the world could not be saved
+    STATUS_SAVE = 4,     // the world could not be saved
+    STATUS_STATS = 5     // the profiler's file could not be written
 };
 
 /// What the command line says. Paths are absolute, without a separator at the end.

@@ -6,6 +6,7 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cfilereplace.h"
 #include "zqcore/cserialize.h"
 #include "zqcore/ctimer.h"
 
@@ -107,17 +108,11 @@ namespace
 
     std::string Store(std::string const & sFile, std::string const & sGame, ModuleWorld_c & World)
     {
-        std::string const sNew = sFile + ".new";
-        BufferedWriteable_c Archive(sNew.c_str(), SAVE_VERSION);
+        FileReplacement_c Replacement(sFile.c_str());
+        BufferedWriteable_c Archive(Replacement.GetBeside(), SAVE_VERSION);
         std::string const sWhyNot = Archive.Open() ? Serialize(Archive, sGame, World) : "";
-        std::error_code Error;
-        if (!Archive.Close() || Archive.IsFailed() || !Seal(sNew))
-        {
-            std::filesystem::remove(sNew, Error);
-            return sWhyNot.empty() ? "the file can't be written" : sWhyNot;
-        }
-        std::filesystem::rename(sNew, sFile, Error);
-        return Error ? Error.message() : "";
+        bool const bWhole = Archive.Close() && !Archive.IsFailed() && Seal(Replacement.GetBeside());
+        return bWhole && Replacement.Commit() ? "" : sWhyNot.empty() ? "the file can't be written" : sWhyNot;
     }
 
     long long FileSize(std::string const & sFile)
@@ -142,6 +137,11 @@ SaveResult_s SaveLoad(std::string const & sFile, std::string const & sGame, Modu
     if (!std::filesystem::exists(sFile, Error))
     {
         Result.sWhyNot = "there is no save yet";
+        return Result;
+    }
+    if (!std::filesystem::is_regular_file(sFile, Error))
+    {
+        Result.sWhyNot = "it is no regular file";
         return Result;
     }
     double const tStart = longTimeGet();

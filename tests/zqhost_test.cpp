@@ -1,0 +1,39 @@
+// The example host's command line, from outside.
+#include "tests/test_support.h"
+
+#ifdef ZQHOST_PATH
+namespace
+{
+    // What the host says on standard error, and its status: 2 bad command line, 4 not saved, 5 stats not written.
+    Result_s RunHost(std::string const & sArguments)
+    {
+        return RunShell(
+            ZQHOST_PATH " --silent --frames 155 --media " TEST_MEDIA_FOLDER " " + sArguments + " 2>&1 >/dev/null");
+    }
+}
+
+TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
+{
+    TempFolder_c const Folder;
+    std::string const sAll = "--log " + Folder.Join("log") + " --save " + Folder.Join("save") + " --stats ";
+    std::string const sStats = Folder.Join("stats");
+    Folder.Write("folder/mine", "x");
+    Folder.Write("game/log/pqx.sav/mine", "x");
+    for (auto const & [sArguments, iStatus, szSaid] : Rows_t<std::string, int, char const *>{ { sAll + sStats, 0, "" },
+             { "--log " + Folder.Join("log") + " --save " + Folder.Join("folder"), 2, "the save is no regular file" },
+             { "--log " + Folder.Join("game/log"), 2, "the save is no regular file" },
+             { sAll + "/dev/null", 2, "the stats is no regular file" },
+             { sAll + Folder.Join("gone/stats"), 5, "can't write the stats" },
+             { "--log " + Folder.Join("log") + " --save " + Folder.Join("save/deeper"), 4, "can't save" } })
+    {
+        Result_s const Result = RunHost(sArguments);
+        EXPECT_EQ(Result.iStatus, iStatus) << sArguments << Result.sOutput;
+        EXPECT_THAT(Result.sOutput, testing::HasSubstr(szSaid));
+    }
+    EXPECT_EQ(Folder.Read("folder/mine") + Folder.Read("game/log/pqx.sav/mine"), "xx");
+    std::string const sSaved = Folder.Read("save");
+    EXPECT_TRUE(!sSaved.empty() && !Folder.Read("stats").empty());
+    FullDisk_c const Full(sSaved.size() + 4000);   // room for the save and its log, but not for a batch
+    EXPECT_EQ(RunHost(sAll + sStats).iStatus, 5);
+}
+#endif
