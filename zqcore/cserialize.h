@@ -18,10 +18,16 @@
 //         Archive.Serialize(m_iHealth).Serialize(m_fSpeed);
 //         Archive.SerializeString(m_sName);
 //     }
+//
+// A writer empties an old file at once; FileReplacement_c (cfilereplace.h) keeps it until the new one is whole.
+//
 //     BufferedWriteable_c Archive("saves\\one.sav", ARCHIVE_SAVED_GAME_VERSION);
 //     if (Archive.Open()) { Unit.Serialize(Archive); }
 //     bool const bSaved = Archive.Close() && !Archive.IsFailed();
 //
+// A reader asks the table of files, which knows a new file only after it was added (cfilepath.h).
+//
+//     FileAddOneFile("saves\\one.sav");
 //     Readable_c Archive(FileOpen("one.sav"), ARCHIVE_SAVED_GAME_VERSION);
 //     bool const bKnown = Archive.Open();   // false for a newer version, which is no failure of the archive
 //     if (bKnown) { Unit.Serialize(Archive); }
@@ -71,8 +77,11 @@ public:
     Serializeable_c(Serializeable_c const &) = delete;
     Serializeable_c & operator=(Serializeable_c const &) = delete;
 
-    /// Begins a chunk, one at a time. Reading, a chunk of another name ends in Abort; false means an empty chunk, which
-    /// is to be ended all the same, or a failure. An order that is broken fails an assertion, then the archive.
+    /// Begins a chunk, one at a time. Asserts that none is open, and fails the archive otherwise.
+    /// - Writing: false means that the archive has failed, and true that the chunk is open.
+    /// - Reading: a chunk of another name ends in Abort. False means that the chunk is empty, and then ChunkEnd must
+    ///   still be called, or that the archive has failed; IsFailed tells which. True does not mean success: a stored length
+    ///   that is too small fails the archive and returns true.
     virtual bool ChunkBegin(char const * sName) = 0;
 
     /// Ends the chunk of that name. A reader goes on behind it, however much of it was read.

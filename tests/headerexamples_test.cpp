@@ -1,0 +1,75 @@
+// The examples in the heads of public headers, cut out by the build (CMakeLists.txt), compiled and run.
+#include "tests/media_fixture.h"
+#include "zqcore/cfilereplace.h"
+#include "zqcore/cserializer.h"
+
+namespace
+{
+    struct Unit_c
+    {
+        void Serialize(Serializeable_c & Archive);
+
+        int m_iHealth = 0;
+        float m_fSpeed = 0.0f;
+        String_T<32> m_sName;
+        Unit_c * m_pEnemy = nullptr;
+    };
+
+// clang-format off
+#include "examples/cserialize_1.inl"
+#include "examples/cserializer_1.inl"
+    // clang-format on
+
+    class HeaderExamples : public MediaTest
+    {
+    protected:
+        static bool Save(Unit_c & Unit)
+        {
+#include "examples/cserialize_2.inl"
+            return bSaved;
+        }
+        static bool Replace(Unit_c & Unit)
+        {
+#include "examples/cfilereplace_1.inl"
+            return bSaved;
+        }
+        static bool Load(Unit_c & Unit)
+        {
+#include "examples/cserialize_3.inl"
+            return bLoaded;
+        }
+
+        CurrentFolderScope_c const Current{ Folder.GetPath() };
+    };
+}
+
+TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
+{
+    Unit_c Ogre{ 7, 1.5f, "Ogre" }, Loaded;
+    EXPECT_TRUE(Save(Ogre) && Load(Loaded));
+    EXPECT_TRUE(Loaded.m_iHealth == 7 && Loaded.m_fSpeed == 1.5f && Loaded.m_sName == "Ogre");
+    EXPECT_TRUE(Replace(Ogre));
+    EXPECT_EQ(Folder.Read("saves/two.sav"), Folder.Read("saves/one.sav"));
+}
+
+TEST_F(HeaderExamples, EnemiesLoadAsEachOthers)
+{
+    UnitSerializer_c Units;
+    Unit_c dUnits[2], *pUnit = dUnits;
+    dUnits[0] = { 7, 0.0f, "", &dUnits[1] };
+    dUnits[1] = { 8, 0.0f, "", &dUnits[0] };
+    auto const Pass = [&](Serializeable_c & Archive)
+    {
+        EXPECT_TRUE(Archive.Open());
+        Serializer_c::StartSerialize(Archive, false);
+        Units.Serialize(Archive, pUnit);
+        return Archive.Close() && !Archive.IsFailed();
+    };
+    BufferedWriteable_c Writer("units.sav", 1);
+    EXPECT_TRUE(Pass(Writer) && FileAddOneFile("units.sav"));
+    Readable_c Reader(FileOpen("units.sav"), 1);
+    EXPECT_TRUE(Pass(Reader) && pUnit != dUnits && pUnit->m_iHealth == 7);
+    EXPECT_TRUE(pUnit->m_pEnemy->m_iHealth == 8 && pUnit->m_pEnemy->m_pEnemy == pUnit);
+    delete pUnit->m_pEnemy;
+    delete pUnit;
+}
