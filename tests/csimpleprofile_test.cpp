@@ -77,7 +77,7 @@ TEST(SimpleProfile, AveragesOverSpansOf32Frames)
 
 TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
 {
-    std::atomic<bool> bInside = false;
+    std::atomic<bool> bInside = false, bLeft = false;
     Steps(C0, "AB");
     std::thread Other(
         [&]
@@ -87,13 +87,21 @@ TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
             bInside = true;
             Steps(C0, ".a");
         });
+    std::thread Resetter(
+        [&]
+        {
+            SimpleProfileReset(C0);
+            EXPECT_TRUE(bLeft) << "a reset waits for the thread inside";
+        });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     Steps(C0, "b");
     InThreads(1, [](int) { Get(C0); });   // figures are read all the while
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(bInside);
+    bLeft = true;
     Steps(C0, "a");
     Other.join();
+    Resetter.join();
     EXPECT_TRUE(bInside);
 }
 
