@@ -1,10 +1,14 @@
 #include "tests/media_fixture.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using FileTest = MediaTest;
 using Told_t = std::vector<std::string>;
 
 TEST_F(FileTest, FindsAFileByAnySpelling)
 {
+    ExpectComplaints(1);
     Make({ { "sub/Tree.Txt", "oak" }, { "rel/deep/leaf.txt", "green" } });
     SetPQXMediaPath(Folder.GetPath().c_str());
     ASSERT_TRUE(FileAddSearchPath(Folder.Join("sub").c_str(), true, false));
@@ -56,7 +60,11 @@ TEST_F(FileTest, ThreadsShareOneReadUntilTheLastClose)
     FileClose(nullptr);
 
     Folder.Write("a.txt", "changed since the scan");
+    plat::FileFacts_t Facts;
+    ASSERT_TRUE(plat::PathGetFacts(Folder.Join("a.txt").c_str(), Facts));
+    pFile->ftCreationTime = pFile->ftLastWriteTime = 1;
     EXPECT_EQ(Contents(FileOpen("a.txt")), "changed since the scan");
+    EXPECT_TRUE(pFile->ftCreationTime == Facts.tCreation && pFile->ftLastWriteTime == Facts.tLastWrite);
     EXPECT_EQ(pFile->iReads, 2);
     FileClose(pFile);
 
@@ -71,11 +79,11 @@ TEST_F(FileTest, ThreadsShareOneReadUntilTheLastClose)
             }
         });
     EXPECT_TRUE(pFile->pData == nullptr && pFile->GetOpensCount() == 0);
-    EXPECT_EQ(Dialogs.GetCount(), 0);
 }
 
 TEST_F(FileTest, SaysWhyAFileCantBeRead)
 {
+    ExpectComplaints(1);
     Make({ { "gone.bin", "x" }, { "folder.bin", "x" }, { "huge.bin", "x" }, { "empty.bin", "" } });
     fs::create_symlink("/sys/devices/system/cpu/online", Folder.Join("short.bin"));   // a page, whatever it holds
     ASSERT_TRUE(Scan());
@@ -180,7 +188,47 @@ TEST_F(FileTest, StreamsWithSeekTellAndRead)
     }
     pStored->CloseStored();
     EXPECT_EQ(pFile->iReads, 2);
-    EXPECT_EQ(Dialogs.GetCount(), 0);
+}
+
+TEST_F(FileTest, AStreamEndsWhereTheFileOnDiskEnds)
+{
+    Make({ { "a.bin", "0123456789" } });
+    ASSERT_TRUE(Scan());
+    File_c * const pFile = FileStream("a.bin");
+    for (auto const & [sNow, bResident] :
+        Rows_t<std::string, bool>{ { "longer than known", false }, { "less", false }, { "more again", true } })
+    {
+        int const iKnown = pFile->iLength;
+        ASSERT_TRUE(!bResident || FileOpen(pFile));
+        Folder.Write("a.bin", sNow);
+        FileStored_c * const pStored = FileOpenStored("a.bin");
+        EXPECT_EQ(pStored->FileSize(), sNow.size());
+        for (std::size_t i = 0; i < sNow.size(); ++i)
+        {
+            char cRead = '-';
+            EXPECT_TRUE(!pStored->IsEof() && pStored->ReadStored(&cRead, 1, 1) == 1 && cRead == sNow[i]);
+        }
+        EXPECT_TRUE(pStored->IsEof());
+        pStored->CloseStored();
+        EXPECT_EQ(pFile->iLength, bResident ? iKnown : static_cast<int>(sNow.size())) << "a block keeps its length";
+        EXPECT_TRUE(bResident || pFile->ftLastWriteTime > 0);
+        FileClose(bResident ? pFile : nullptr);
+    }
+}
+
+TEST_F(FileTest, EveryWayOfOpeningWarnsOfADuplicate)
+{
+    ExpectComplaints(3);
+    for (std::string const sName : { "/1.txt", "/2.txt", "/3.txt" })
+    {
+        Make({ { "a" + sName, "x" }, { "b" + sName, "x" } });
+    }
+    ASSERT_TRUE(Scan() && FileOpen("1.txt") && FileOpen(FileStream("2.txt")));
+    FileOpenStored("3.txt")->CloseStored();
+    for (char const * szName : { "1.txt", "2.txt", "3.txt" })
+    {
+        EXPECT_EQ(Dialogs.CountHolding("Opened file '" + Folded("a") + "\\" + szName + "' is DUPLICATE"), 1);
+    }
 }
 
 TEST_F(FileTest, StreamsOnlyWhatNobodyWritesAndWhenReadingIsAllowed)
@@ -195,6 +243,11 @@ TEST_F(FileTest, StreamsOnlyWhatNobodyWritesAndWhenReadingIsAllowed)
         FileClose(FileStream("a.bin"));
     }
     EXPECT_EQ(FileOpenStored("unknown.bin"), nullptr);
+    FileStored_c * const pStored = FileOpenStored("a.bin");
+    int const iWriter = open(Folder.Join("a.bin").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_GE(iWriter, 0) << "who writes later is not held up";
+    close(iWriter);
+    pStored->CloseStored();
     EXPECT_EQ(s_dTold, Told_t{ "a.bin" });
     EXPECT_EQ(FileBlocks(), nBlocks);
     EXPECT_EQ(Log.GetText(), "");
@@ -231,7 +284,6 @@ TEST_F(FileTest, RefreshReadsResidentFilesAgainAndSurvivesAFailure)
     EXPECT_EQ(Keys(), "a.bin");
     FileKill(pFile);
     EXPECT_EQ(Keys(), "");
-    EXPECT_EQ(Dialogs.GetCount(), 0);
 }
 
 TEST_F(FileTest, OpensALocationThatIsLongerThanAPath)

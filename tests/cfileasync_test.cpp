@@ -13,10 +13,30 @@ protected:
     {
         bool Open(void *) override
         {
+            if (s_nEntered < 2)
+            {
+                s_pEntered[s_nEntered] = this;
+            }
             ++s_nEntered;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
             s_bDone = true;
             return false;
+        }
+    };
+
+    // A file of a type that stays.
+    struct StayingFile_s : FileOnDisk_c
+    {
+        bool Open(void *) override
+        {
+            pData = pData ? pData : ZQ_NEW unsigned char[1];
+            StayerDoWork();
+            return true;
+        }
+        void Close() override
+        {
+            Tell(sName);
+            FileOnDisk_c::Close();
         }
     };
 
@@ -41,6 +61,7 @@ protected:
 
     static inline std::atomic<bool> s_bDone;
     static inline std::atomic<int> s_nEntered;
+    static inline File_c * s_pEntered[2];
     CurrentFolderScope_c const Current{ Folder.MakeFolder("current") };
 };
 
@@ -74,8 +95,28 @@ TEST_F(FileAsyncTest, AStayerHoldsOneReferenceForEachRead)
     }
 }
 
+TEST_F(FileAsyncTest, StayersLeaveInTheOrderOfTheirReads)
+{
+    for (int i = 0; i < g_iMaxStayerTypes; ++i)
+    {
+        EXPECT_EQ(FailedConditions([] { FileStayerRegister(".x", nullptr); }), "") << i;
+    }
+    EXPECT_EQ(
+        FailedConditions([] { FileStayerRegister(".y", nullptr); }), "g_dStayerExts.GetLength() < g_iMaxStayerTypes");
+    StayingFile_s dFiles[3];
+    for (int i = 0; i < 3; ++i)
+    {
+        dFiles[i].sName = NewString("%i.x", i);
+        FileClose(FileOpen(&dFiles[i]) ? &dFiles[i] : nullptr);
+    }
+    FileStayerResetMask();
+    FileStayerResetAll();
+    EXPECT_EQ(s_dTold, (std::vector<std::string>{ "0.x", "1.x", "2.x" }));
+}
+
 TEST_F(FileAsyncTest, PrefetchHoldsAllFilesOfATypeAndCountsTheUnreadable)
 {
+    ExpectComplaints(1);
     Scan();
     fs::remove(Folder.Join("b.txt"));
     FilePrefetch(".txt");
@@ -112,6 +153,7 @@ TEST_F(FileAsyncTest, ThreadLeavesWhatTheTableSays)
 
 TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
 {
+    ExpectComplaints(1);
     Start();
     SlowFile_s dSlow[100];
     File_c * const pFile = FileStream("a.txt");
@@ -119,6 +161,7 @@ TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
     std::clock_t const tStart = std::clock();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_LT(std::clock() - tStart, CLOCKS_PER_SEC / 10) << "nothing waits";
+    s_nEntered = 0;
     std::for_each(dSlow, dSlow + 100, [](SlowFile_s & Slow) { FileAsyncOpen(&Slow, nullptr); });
     EXPECT_EQ(FileAsyncOpen(pFile, nullptr), reinterpret_cast<void *>(100));
     EXPECT_FALSE(FileAsyncIsLoadedSlow(pFile) || FileAsyncIsLoadedSlow(nullptr));
@@ -126,10 +169,11 @@ TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
     {
         EXPECT_EQ(FailedConditions([=] { FileAsyncIsLoaded(hBad); }), "int(file) < g_pAsyncFiles.GetLength ()");
     }
-    while (s_nEntered == 0)
+    while (s_nEntered < 2)
     {
         std::this_thread::yield();
     }
+    EXPECT_TRUE(s_pEntered[0] == &dSlow[0] && s_pEntered[1] == &dSlow[1]) << "oldest first";
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(s_bDone) << "the read in progress was let finish";
     EXPECT_LT(s_nEntered, 100);

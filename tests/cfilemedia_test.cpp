@@ -1,7 +1,9 @@
 #include "platform/registry.h"
 #include "tests/media_fixture.h"
 #include "zqcore/capp.h"
+#include "zqcore/cfileasync.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/cfiletrack.h"
 
 class FileMediaTest : public MediaTest
 {
@@ -79,8 +81,12 @@ TEST_F(FileMediaTest, FindsTheMediaRootByThreeSourcesInOrder)
     EXPECT_EQ(GetPQXMediaPath(true), ".");
     WriteInstallDir(Folder.GetPath() + "\\");
     EXPECT_EQ(GetPQXMediaPath(true), Folder.GetPath().c_str());
-    SetPQXMediaPath("/nowhere/at\\all\\");
-    EXPECT_EQ(GetPQXMediaPath(true), "/nowhere/at\\all");
+    for (auto const & [szPath, szRoot] : Rows_t<char const *, char const *>{
+             { "/nowhere/at\\all\\", "/nowhere/at\\all" }, { "/a/", "/a" }, { "a\\\\", "a\\" } })
+    {
+        SetPQXMediaPath(szPath);
+        EXPECT_EQ(GetPQXMediaPath(true), szRoot) << "one separator less";
+    }
 }
 
 TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
@@ -105,7 +111,10 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
         FileSetSplit(szSplit);
         ModuleFile_c::Get()->ReadMedia(bRead);
         g_FileOpenCallbacker.Add(Tell, false);
+        FileStayerRegister(".txt", nullptr);
+        g_dCleanNames.Add("of an earlier run");
         EXPECT_EQ(KeysOfOneRun(), szKeys);
+        EXPECT_TRUE(g_dStayerExts.IsEmpty() && g_dCleanNames.IsEmpty());
         EXPECT_EQ(Log.Count("FS game mode: normal"), 1);
         EXPECT_EQ(Log.Count("Media path in " + sSource + "\""), 1) << Log.GetText();
         EXPECT_EQ(Keys(), "");
@@ -113,6 +122,32 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
         EXPECT_EQ(FileBlocks(), nBlocks);
     }
     ModuleFile_c::Get()->ReadMedia(true);
+}
+
+TEST_F(FileMediaTest, TheIdleHeartbeatTellsOfChangesUntilTheShutdown)
+{
+    Make({ { "a.txt", "x" }, { "b.skip", "x" } });
+    SetPQXMediaPath(Folder.GetPath().c_str());
+    g_FileTrackChangesCallbacker.Add(Tell, false);
+    for (char const * szSkipped : { ".skip", "" })   // the second run's list is empty by the first one's end
+    {
+        s_dTold.clear();
+        ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
+        FileTrackChanges(Folder.GetPath().c_str());
+        if (szSkipped[0])
+        {
+            FileTrackSetIgnoreExtList(szSkipped);
+        }
+        Make({ { "a.txt", "y" }, { "b.skip", "y" } });
+        Module_c::HeartbeatAllModulesIdle();
+        EXPECT_EQ(s_dTold.size(), szSkipped[0] ? 1u : 2u) << testing::PrintToString(s_dTold);
+        Module_c::ShutdownAllModules();
+        Scan();
+        Make({ { "a.txt", "z" } });
+        FileTrackDoWork();
+        EXPECT_EQ(s_dTold.size(), szSkipped[0] ? 1u : 2u) << "the watch goes with the module";
+    }
+    g_FileTrackChangesCallbacker.Reset();
 }
 
 // Runs in a process of its own, started by the next test with a command line of its own.

@@ -31,6 +31,7 @@ TEST_F(FilePathTest, EntersEveryFileUnderItsFoldedNameDepthFirstInOneOrder)
 
 TEST_F(FilePathTest, KeepsTheFirstOfTwoLikeNamedFilesAndMarksIt)
 {
+    ExpectComplaints(3);
     Make({ { "a/same.txt", "first" }, { "b/SAME.txt", "second" }, { " x/c.txt", "" } });
     ASSERT_TRUE(Scan());
     std::string const sFirst = Folded("a") + "\\same.txt";
@@ -49,10 +50,19 @@ TEST_F(FilePathTest, KeepsTheFirstOfTwoLikeNamedFilesAndMarksIt)
     EXPECT_NE(g_sPaths.FindByName(Folded(" x").c_str()), nullptr) << "no separator behind a leading blank";
 
     FileReset();
-    Make({ { "twins/A.TXT", "capitals" }, { "twins/a.txt", "small" }, { "twins/A", "" }, { "Twins/b.txt", "" } });
+    Make({ { "twins/A.TXT", "capitals" }, { "twins/a.txt", "small" }, { "twins/A", "" }, { "Twins/b.txt", "" },
+        { "twins/OGRE.csv", "one" }, { "twins/Ogre.CSV", "second" }, { "twins/ogre.Csv", "the third" },
+        { "twins/Elf/in.txt", "" }, { "twins/elF", "hidden" }, { "twins/ORC/in2.txt", "" }, { "twins/orc", "file" } });
     ASSERT_TRUE(FileAddSearchPath(Folder.Join("twins").c_str(), true, false));
-    EXPECT_EQ(FileStream("a.txt")->iLength, 5) << "of twins the one that opens";
-    EXPECT_EQ(Contents(FileOpen("a.txt")), "small");
+    EXPECT_EQ(Keys(), "a a.txt in.txt ogre.csv orc");
+    for (auto const & [szName, szContents] :
+        Rows_t<char const *, char const *>{ { "a.txt", "small" }, { "ogre.csv", "one" }, { "orc", "file" } })
+    {
+        EXPECT_EQ(FileStream(szName)->iLength, static_cast<int>(std::strlen(szContents))) << szName;
+        EXPECT_EQ(Contents(FileOpen(szName)), szContents) << "of twins the one that was entered";
+    }
+    EXPECT_EQ(Log.CountHolding("\\elF\" differs from another entry in case only, it is not entered"), 1);
+    EXPECT_EQ(Log.CountHolding("\\ORC\" differs from another entry in case only, it is not entered"), 1);
     EXPECT_FALSE(FileAddSearchPath(Folder.Join("Twins").c_str(), true, false));
     EXPECT_EQ(Log.CountHolding("Twins\", it is hidden by a folder that differs in case only"), 1);
 
@@ -79,12 +89,17 @@ TEST_F(FilePathTest, PassesOverWhatIsExcludedInAnyCase)
 TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
 {
     std::string const sConfigs = "media/_configdependeddata/";
-    Make({ { sConfigs + "low/in/l.txt", "" }, { sConfigs + "high/h.txt", "" }, { sConfigs + "flat.txt", "" } });
+    Make({ { sConfigs + "low/in/l.txt", "" }, { sConfigs + "high/h.txt", "" }, { sConfigs + "flat.txt", "" },
+        { sConfigs + "CVS/c.txt", "" } });
+    FileAlwaysExcludeFolder("CVS");   // which is asked only after the configuration
     auto const Skipped = [&](char const * szName)
     { return "filesystem: skipping \"" + Folded(sConfigs) + szName + "\\\"\n"; };
     for (auto const & [szConfig, szKeys, sLog] : Rows_t<char const *, char const *, std::string>{
-             { "", "flat.txt", Skipped("high") + Skipped("low") }, { "low", "flat.txt l.txt", Skipped("high") },
-             { "high", "flat.txt h.txt", Skipped("low") }, { "LOW", "flat.txt", Skipped("high") + Skipped("low") } })
+             { "", "flat.txt", Skipped("cvs") + Skipped("high") + Skipped("low") },
+             { "low", "flat.txt l.txt", Skipped("cvs") + Skipped("high") },
+             { "high", "flat.txt h.txt", Skipped("cvs") + Skipped("low") },
+             { "LOW", "flat.txt", Skipped("cvs") + Skipped("high") + Skipped("low") },
+             { "CVS", "flat.txt", Skipped("high") + Skipped("low") } })
     {
         FileReset();
         Log.Clear();
@@ -93,6 +108,7 @@ TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
         EXPECT_EQ(Keys(), szKeys) << szConfig;
         EXPECT_EQ(Log.GetText(), sLog);
     }
+    g_sExcludedFolders.Reset();
 }
 
 TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
@@ -124,15 +140,17 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
 
     EXPECT_EQ(Keys(), "a.txt b.txt gr\xC3\xBC\xC3\x9F.txt huge.bin linked.txt " + std::string(127, 'n') + " y.txt");
     for (std::string const sPart :
-        { "a\\zlink\\loop\", it is a link to a folder of this scan", "\\b\\loop\", it is a link",
-            "b\\b2\" differs from another folder in case only", "\\q:drive.txt\", its name begins like a drive",
-            "\\bad\xFF\", its name is not UTF-8", "\\bad\xC3(.txt\", its name is not UTF-8",
-            "\\pipe\", it is no regular file", "\\back\\slash.txt\", its name holds a '\\'",
-            "pp\", its path is too long", "can't read folder \"", "huge.bin\" is larger than 2 GiB and can't be opened",
+        { "a\\zlink\\loop\", it is a link to a folder of this scan", "\\b\", the scan was in it by a link already",
+            "a\\zlink\\B2\" differs from another folder in case only, it is not entered",
+            "\\q:drive.txt\", its name begins like a drive", "\\bad\xFF\", its name is not UTF-8",
+            "\\bad\xC3(.txt\", its name is not UTF-8", "\\pipe\", it is no regular file",
+            "\\back\\slash.txt\", its name holds a '\\'", "pp\", its path is too long", "can't read folder \"",
+            "huge.bin\" is larger than 2 GiB and can't be opened",
             "filesystem: name of 134 characters is cut to 127: \"nnn" })
     {
         EXPECT_EQ(Log.CountHolding(sPart), 1) << sPart << "\n" << Log.GetText();
     }
+    EXPECT_EQ(Log.CountHolding("File duplication"), 0);
     EXPECT_EQ(FileStream("huge.bin")->iLength, static_cast<int>(0x80000001u));
     EXPECT_EQ(FileOpen((std::string(130, 'n') + ".txt").c_str()), nullptr);
     EXPECT_FALSE(FileAddSearchPath(Folder.Join(sLong + "/" + sLong).c_str(), true, false));
@@ -142,12 +160,16 @@ TEST_F(FilePathTest, RelativeNamesHoldTheFolderBelowTheMediaRoot)
 {
     std::string const sDeep(100, 'd'), sFits = std::string(22, 'n') + ".txt";
     Make({ { "root/sub/A.txt", "x" }, { "root/top.txt", "" }, { "root/" + sDeep + "/" + sFits, "" },
-        { "root/" + sDeep + "/n" + sFits, "" }, { "rootless/b.txt", "" } });
+        { "root/" + sDeep + "/n" + sFits, "" }, { "root/" + std::string(128, 't'), "" }, { "rootless/b.txt", "" } });
     SetPQXMediaPath((Folder.Join("Root") + "/").c_str());
     ASSERT_TRUE(FileAddSearchPath(Folder.Join("root").c_str(), true, true));
     EXPECT_EQ(Keys(), sDeep + "\\" + sFits + " sub\\a.txt top.txt");
-    EXPECT_EQ(Log.GetText(), "filesystem: skipping \"" + Folded("root/" + sDeep + "/n" + sFits)
-                                 + "\", its relative name takes more than 127 characters\n");
+    for (std::string const & sLeftOut : { sDeep + "/n" + sFits, std::string(128, 't') })
+    {
+        EXPECT_EQ(Log.Count("filesystem: skipping \"" + Folded("root/" + sLeftOut)
+                            + "\", its relative name takes more than 127 characters"),
+            1);
+    }
     EXPECT_EQ(Contents(FileOpen("SUB/a.txt")), "x");
 
     ASSERT_TRUE(FileAddSearchPath(Folder.Join("rootless").c_str(), true, true));
@@ -204,6 +226,7 @@ TEST_F(FilePathTest, AddsOneFileIfItCanBeRead)
 
 TEST_F(FilePathTest, AFullTableIsToldOnceAndLosesNoMemory)
 {
+    ExpectComplaints(1);
     Make({ { "a.txt", "" }, { "b.txt", "" } });
     std::ptrdiff_t const nBlocks = FileBlocks();
     FileOnDisk_c Dummy;

@@ -218,6 +218,7 @@ TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
 
 TEST_F(FileTrack, RefusesWhatItCantWatch)
 {
+    ExpectComplaints(1);
     FileTrackChanges(Folder.Join("a.txt").c_str());
     EXPECT_EQ(Log.Count("FileTrackChanges - Can't open directory \"" + Folder.Join("a.txt") + "\" handle... \n"), 1)
         << Log.GetText();

@@ -67,6 +67,7 @@ namespace
 
 TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
 {
+    ExpectComplaints(2);
     Row_s const dRows[] = {
         // Tokens, what they leave unread, and the end.
         { "one  two\nthree", "T|.|T|.|T|.|T|.|T|.", "[one] 3:0 [two] 8:1 [three] 13:2! [] 14:2! [] 14:2!" },

@@ -96,6 +96,7 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrTellsWhatIsWrong)
 
 TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
 {
+    ExpectComplaints(2);
     EXPECT_FALSE(m_Sheet.Open(nullptr) || m_Sheet.Open("missing.csv"));
     EXPECT_EQ(Log.GetText(), "Spreadsheet_c::Open : file name isn't specified.\n"
                              "Spreadsheet_c::Open ( \"missing.csv\" ) : can't open file.\n");

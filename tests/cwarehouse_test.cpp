@@ -360,11 +360,11 @@ TEST_F(Warehouse, PassingLinesAndGettingNumbersAllocatesNothing)
 
 TEST_F(Warehouse, ABrokenPreconditionIsReportedAndFails)
 {
+    ExpectComplaints(6);
     ASSERT_TRUE(Open("a.txt", "@head v\na 1\n") && m_pTable->FindIdent("a"));
     char sText[2] = "x";
     int iValue = 5;
     EXPECT_FALSE(m_pTable->Get(nullptr, iValue) || m_pTable->Get("v", nullptr, 9) || m_pTable->GetFileName(sText, 1)
                  || m_pTable->FindIdent(nullptr) || m_pTable->NextIdent(nullptr, 9) || m_pTable->Open(nullptr));
-    EXPECT_EQ(Dialogs.GetCount(), 6);
     EXPECT_EQ(Log.Count("a.txt: Not found column 'nullptr'"), 1);
 }

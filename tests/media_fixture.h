@@ -29,6 +29,7 @@ protected:
         g_FileReadErrorCallbacker.Reset();
         FileReset();
         EXPECT_EQ(g_dOpenTracks.GetLength(), 0) << "handles left open";
+        EXPECT_EQ(Dialogs.GetCount(), m_nComplaints) << Dialogs.GetText();
         SetPQXMediaPath("");
         SetPQXCurrentConfig("");
     }
@@ -53,6 +54,9 @@ protected:
         ASSERT_TRUE(FileAddOneFile(Folder.Write(sName, sText).c_str()));
         Log.Clear();
     }
+
+    /// States how many complaints a test answers with Ignore, No or OK in all; none without it.
+    void ExpectComplaints(int nComplaints) { m_nComplaints = nComplaints; }
 
     bool Scan() { return FileAddSearchPath(Folder.GetPath().c_str(), true, false); }
 
@@ -105,4 +109,7 @@ protected:
     TempFolder_c Folder;
     LogCapture_c Log;
     DialogScript_c Dialogs;
+
+private:
+    int m_nComplaints = 0;
 };

@@ -268,6 +268,12 @@ DialogScript_c::~DialogScript_c()
     g_pScript = m_pOuter;
 }
 
+std::string DialogScript_c::GetText() const
+{
+    std::lock_guard const Scope(g_Lock);
+    return testing::PrintToString(m_dShown);
+}
+
 int DialogScript_c::CountHolding(std::string_view sPart) const
 {
     return CountThoseHolding(sPart, m_dShown);

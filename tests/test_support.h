@@ -187,6 +187,9 @@ public:
     int GetCount() const { return CountHolding(""); }
     int CountHolding(std::string_view sPart) const;
 
+    /// What all of them said.
+    std::string GetText() const;
+
 private:
     friend plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog);
 

@@ -6,8 +6,8 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
 
-#include <atomic>
 #include <climits>
+#include <utility>
 
 bool g_bFileReadDisabled = false;
 
@@ -43,6 +43,15 @@ namespace
     {
         FileCloseTracker(hFile);
         plat::FileClose(hFile);
+    }
+
+    // Other threads look at the length without the file's lock.
+    void TakeFactsOf(File_c & File, plat::FileFacts_t const & Facts)
+    {
+        int const iLength = static_cast<int>(static_cast<std::uint32_t>(Facts.nSize));
+        std::atomic_ref(File.iLength).store(iLength, std::memory_order_relaxed);
+        File.ftCreationTime = Facts.tCreation;
+        File.ftLastWriteTime = Facts.tLastWrite;
     }
 
     bool IsTooLarge(plat::FileFacts_t const & Facts, char const * szWho, char const * szLocation)
@@ -156,6 +165,18 @@ int File_c::RefClose()
     return m_iOpensCount;
 }
 
+void File_c::TakeStreamFacts(plat::FileFacts_t const & Facts)
+{
+    if (m_Lock.TryEnter())   // who holds it opens the file and learns them as well
+    {
+        if (!pData)
+        {
+            TakeFactsOf(*this, Facts);
+        }
+        m_Lock.Leave();
+    }
+}
+
 FileOnDisk_c::~FileOnDisk_c()
 {
     if (pData)
@@ -228,9 +249,7 @@ bool FileOnDisk_c::Open(void * pBuffer)
 bool FileOnDisk_c::TakeFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock)
 {
     int const iRoom = iLength;
-    iLength = static_cast<int>(static_cast<std::uint32_t>(Facts.nSize));
-    ftCreationTime = Facts.tCreation;
-    ftLastWriteTime = Facts.tLastWrite;
+    TakeFactsOf(*this, Facts);
     if (IsTooLarge(Facts, "FileOnDisk_c::Open", szLocation))
     {
         return false;
@@ -257,7 +276,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     {
         return true;
     }
-    ZQ_ASSERT_TEXT(dwPosition < static_cast<std::uint32_t>(iLength), "dwPosition<(DWORD)iLength");
+    ZQ_ASSERT_TEXT(dwPosition < static_cast<std::uint32_t>(FileLength(*this)), "dwPosition<(DWORD)iLength");
 
     FileLocation_c const sLocation(*this);
     plat::FileFacts_t Facts;
@@ -290,8 +309,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
 void FileOnDisk_c::Close()
 {
     MemCategoryScope_c const Category(mem::file);
-    delete[] pData;
-    pData = nullptr;
+    delete[] std::exchange(pData, nullptr);
 }
 
 FileStored_c * FileOnDisk_c::OpenStored()
@@ -308,6 +326,7 @@ FileStored_c * FileOnDisk_c::OpenStored()
 
 FileStored_c::FileStored_c(File_c * pFile)
     : m_pFile(pFile)
+    , m_iLength(pFile ? FileLength(*pFile) : 0)
 {
     ZQ_ASSERT(pFile);
 }
@@ -339,6 +358,8 @@ bool FileStored_c::OpenStored()
         return false;
     }
     plat::FileHintSequential(m_hFile, Facts.nSize);
+    m_iLength = static_cast<int>(Facts.nSize);
+    m_pFile->TakeStreamFacts(Facts);
     CountRead(*m_pFile);
     return true;
 }
@@ -388,13 +409,13 @@ void FileStored_c::CloseHandle()
 bool FileStored_c::IsEof()
 {
     ZQ_ASSERT(m_pFile);
-    return !m_pFile || TellStored() >= m_pFile->iLength;
+    return !m_pFile || TellStored() >= m_iLength;
 }
 
 unsigned int FileStored_c::FileSize() const
 {
     ZQ_ASSERT(m_pFile);
-    return m_pFile ? static_cast<unsigned int>(m_pFile->iLength) : 0;
+    return static_cast<unsigned int>(m_iLength);
 }
 
 File_c * FileOpen(char const * name)

@@ -38,7 +38,7 @@ public:
     virtual String_T<256> GetFullPath() const;
 
     /// Reads dwLength bytes from dwPosition, which must lie inside the file, from the disk. False if not all could be
-    /// read; dwLength is then the bytes that were. A dwLength of 0 is true at once. Takes no lock.
+    /// read; dwLength is then the bytes that were. A dwLength of 0 is true at once. Takes no lock. Any thread.
     virtual bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) = 0;
 
     /// The name as the caller of FileOpen last spelled it; empty until then.
@@ -95,6 +95,10 @@ private:
     friend ZQ_API bool FileAddOneFile(char const * sFile);
     friend ZQ_API void FileLogLoadedMedia();
     friend class FileRequests_c;
+    friend class FileStored_c;
+
+    /// Takes over size and times that a stream learnt, unless the file is resident: then they are the block's.
+    void TakeStreamFacts(plat::FileFacts_t const & Facts);
 
     /// Take and give back a reference; the count that results, 0 if the file can't be read.
     int RefOpen();
@@ -155,7 +159,8 @@ public:
     /// Reads iSize times iCount bytes; the bytes read.
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
-    /// Opens the file while nobody writes it. False, after g_FileReadErrorCallbacker, if it can't be opened.
+    /// Opens the file while nobody writes it. False, after g_FileReadErrorCallbacker, if it can't be opened. The file
+    /// object learns the present size and times if it is not resident.
     virtual bool OpenStored();
 
     /// Closes the stream and destroys this object.
@@ -164,7 +169,7 @@ public:
     /// Whether the position is at the file's end or beyond.
     bool IsEof();
 
-    /// Bytes of the file as File_c::iLength has them.
+    /// Bytes of the file when the stream was opened; before that as File_c::iLength had them.
     unsigned int FileSize() const;
 
 private:
@@ -172,6 +177,7 @@ private:
 
     plat::File_t m_hFile = nullptr;
     File_c * m_pFile;
+    int m_iLength;   // bytes, see FileSize
 };
 
 /// For the application to set: streaming opens then fail an assertion.

@@ -5,6 +5,8 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cfilename.h"
 
+#include <atomic>
+
 inline constexpr int FOLDED_LENGTH = 255;   // characters of a caller's path that count
 
 /// Copies up to nMax characters in lower case and with `\` for `/`, and terminates; the characters copied.
@@ -69,6 +71,12 @@ private:
     std::size_t m_nLength;
     char m_szText[FOLDED_LENGTH + 1];
 };
+
+/// The length of a file that another thread may be opening.
+inline int FileLength(File_c & File)
+{
+    return std::atomic_ref(File.iLength).load(std::memory_order_relaxed);
+}
 
 /// Where a file lies on disk. Holds folder and name at full length, unlike GetFullPath.
 class FileLocation_c

@@ -169,7 +169,7 @@ void FilePrefetch(char const * szExt)
         [&nBytes](File_c & File)
         {
             FileOpen(&File);
-            nBytes += File.iLength;
+            nBytes += FileLength(File);
         });
     Log("FilePrefetch: processed (%s) : %lli bytes in %i files", szExt ? szExt : "", nBytes, nFiles);
 }

@@ -226,7 +226,7 @@ String_T<256> GetPQXMediaPath(bool bAbortIfMissing)
         Abort("Error: no MEDIA.ZQ file, no PQXMEDIA environment variable, no registry key.\nPlease check your "
               "installation.");
     }
-    while (sPath.Ends("\\") || sPath.Ends("/"))
+    if (sPath.Ends("\\") || sPath.Ends("/"))
     {
         sPath.Chop(1);
     }

@@ -16,8 +16,7 @@ ZQ_API String_T<256> FileGetMediaTemplate();
 /// location that does not begin and end with `\` is reported and not taken over. Null ends the split.
 ZQ_API void FileSetSplit(char const * sLocation);
 
-/// The media root without separators at its end, however many there were: the one that was set, whether it exists or
-/// not; else the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if it exists;
+/// The media root, of which one separator at the end is cut: the one that was set, whether it exists or not; else the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if it exists;
 /// else ".", if the main pack lies in the current folder. Without any of them Abort, or an empty text (or the
 /// registry's). Asks anew at each call.
 ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);

@@ -86,11 +86,12 @@ namespace
         {
             String_T<256> const & sPath;
             String_T<256> const * pPath;   // its entry in g_sPaths; null if that is full
-            char const * szKeyFolder;      // what stands in front of the names in keys
+            char const * szKeyFolder;      // what stands in front of the names in keys; null for bare names
         };
 
-        void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, String_T<256> & sSibling);
-        std::size_t AddFiles(Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst);
+        void AddEntry(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
+        std::size_t AddAlike(Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst);
+        void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
         void EnterWaiting();
         void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
         std::size_t MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const;
@@ -107,6 +108,7 @@ namespace
         };
 
         bool m_bRecursive, m_bRelativeNames;
+        bool m_bLinkEntered = false;
         String_T<256> m_sRoot;                           // media root in the form of g_sPaths, for relative names
         std::deque<plat::FolderListing_c> m_dListings;   // one a level, for its folders in turn
         std::size_t m_iLevel = 0;
@@ -129,6 +131,26 @@ namespace
                 m_sRoot = sRoot;
             }
         }
+    }
+
+    // Says no, with a log line, to what can't be entered.
+    bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
+    {
+        char const * const szWhy = !Entry.bReachable                               ? "its name holds a '\\'"
+                                   : !Entry.bAscii && !plat::IsUtf8(Entry.szName)  ? "its name is not UTF-8"
+                                   : !Entry.Facts.bFolder && !Entry.Facts.bRegular ? "it is no regular file"
+                                                                                   : nullptr;
+        if (szWhy)
+        {
+            Log("filesystem: skipping \"%s%s\", %s", szFolder, Entry.szName, szWhy);
+        }
+        return !szWhy;
+    }
+
+    void LogHidden(char const * szFolder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
+    {
+        Log("filesystem: \"%s%s\" differs from another %s in case only, it is not entered", szFolder, Entry.szName,
+            Entry.Facts.bFolder && Reached.Facts.bFolder ? "folder" : "entry");
     }
 
     void FolderScan_c::Scan(String_T<256> const & sPath)
@@ -158,58 +180,71 @@ namespace
             Entered.bIdentified = plat::FolderGetIdentity(Folder.sPath, Entered.Identity);
         }
         m_dEntered.Add(Entered);
-        String_T<256> sSibling;
         for (std::size_t i = 0; i < Listing.GetCount();)
         {
-            if (Listing.GetEntry(i).Facts.bFolder)
+            if (Listing.HasCapitals())
             {
-                EnterWaiting();
-                AddFolder(Folder, Listing.GetEntry(i), sSibling);
-                ++i;
+                i += AddAlike(Folder, Listing, i);
             }
             else
             {
-                i += AddFiles(Folder, Listing, i);
+                AddEntry(Folder, Listing.GetEntry(i), Listing.GetEntry(i));
+                ++i;
             }
         }
         EnterWaiting();
     }
 
-    // Adds the file and those behind it whose names differ in case only; how many they are. A path in lower case opens
-    // the one that has no capitals, which stands last: it comes first.
-    std::size_t FolderScan_c::AddFiles(
-        Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst)
+    // Reached is the entry that the name in lower case leads to.
+    void FolderScan_c::AddEntry(
+        Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
     {
-        std::size_t nAlike = 1;
-        if (Listing.HasCapitals())
+        if (Entry.Facts.bFolder)
         {
-            auto const IsAlike = [&](plat::FolderEntry_t const & Entry)
-            { return !Entry.Facts.bFolder && StrCompareNoCase(Entry.szName, Listing.GetEntry(iFirst).szName) == 0; };
-            while (iFirst + nAlike < Listing.GetCount() && IsAlike(Listing.GetEntry(iFirst + nAlike)))
-            {
-                ++nAlike;
-            }
+            EnterWaiting();
+            AddFolder(Folder, Entry, Reached);
         }
-        AddFile(Folder, Listing.GetEntry(iFirst + nAlike - 1));
-        for (std::size_t i = 0; i + 1 < nAlike; ++i)
+        else if (Reached.Facts.bRegular)
         {
-            AddFile(Folder, Listing.GetEntry(iFirst + i));
+            AddFile(Folder, Entry);   // with Reached in the table already it is a duplicate
         }
-        return nAlike;
+        else if (!g_sExcludedFiles.Has(Entry.szName) && CanEnter(Folder.sPath, Entry))
+        {
+            LogHidden(Folder.sPath, Entry, Reached);
+        }
     }
 
-    // Says no, with a log line, to what can't be entered.
-    bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
+    bool HasCapital(char const * szName)
     {
-        char const * const szWhy = !Entry.bReachable                               ? "its name holds a '\\'"
-                                   : !Entry.bAscii && !plat::IsUtf8(Entry.szName)  ? "its name is not UTF-8"
-                                   : !Entry.Facts.bFolder && !Entry.Facts.bRegular ? "it is no regular file"
-                                                                                   : nullptr;
-        if (szWhy)
+        while (*szName && *szName == CharToLower(*szName))
         {
-            Log("filesystem: skipping \"%s%s\", %s", szFolder, Entry.szName, szWhy);
+            ++szName;
         }
-        return !szWhy;
+        return *szName != '\0';
+    }
+
+    // Adds the entry and those after it whose names differ in case only. Returns how many they are. A path in lower
+    // case leads to the one without capitals, which stands last, else to the first: that one is added first.
+    std::size_t FolderScan_c::AddAlike(
+        Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst)
+    {
+        std::size_t iEnd = iFirst + 1;
+        while (iEnd < Listing.GetCount()
+               && StrCompareNoCase(Listing.GetEntry(iEnd).szName, Listing.GetEntry(iFirst).szName) == 0)
+        {
+            ++iEnd;
+        }
+        std::size_t const iReached = HasCapital(Listing.GetEntry(iEnd - 1).szName) ? iFirst : iEnd - 1;
+        plat::FolderEntry_t const & Reached = Listing.GetEntry(iReached);
+        AddEntry(Folder, Reached, Reached);
+        for (std::size_t i = iFirst; i < iEnd; ++i)
+        {
+            if (i != iReached)
+            {
+                AddEntry(Folder, Listing.GetEntry(i), Reached);
+            }
+        }
+        return iEnd - iFirst;
     }
 
     // Says no, with a log line, to the folders of other configurations.
@@ -224,8 +259,8 @@ namespace
         return false;
     }
 
-    // sSibling is the folder met last in this one.
-    void FolderScan_c::AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, String_T<256> & sSibling)
+    void FolderScan_c::AddFolder(
+        Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
     {
         if (!m_bRecursive)
         {
@@ -247,15 +282,18 @@ namespace
         {
             return;
         }
-        bool const bTwin = sSub == sSibling;
-        if (bTwin || (Entry.bLink && WasEntered(sSub)))
+        if (&Entry != &Reached)
         {
-            Log(bTwin ? "filesystem: \"%s%s\" differs from another folder in case only, one of them is not entered"
-                      : "filesystem: skipping \"%s%s\", it is a link to a folder of this scan",
+            return LogHidden(Folder.sPath, Entry, Reached);
+        }
+        if ((Entry.bLink || m_bLinkEntered) && WasEntered(sSub))
+        {
+            Log(Entry.bLink ? "filesystem: skipping \"%s%s\", it is a link to a folder of this scan"
+                            : "filesystem: skipping \"%s%s\", the scan was in it by a link already",
                 static_cast<char const *>(Folder.sPath), Entry.szName);
             return;
         }
-        sSibling = sSub;
+        m_bLinkEntered = m_bLinkEntered || Entry.bLink;
         Scan(sSub);
     }
 
@@ -280,18 +318,18 @@ namespace
         return false;
     }
 
-    /// The part of a folder's text that its keys begin with.
+    /// The part of a folder's text that its keys begin with; null for bare names.
     char const * FolderScan_c::KeyFolder(String_T<256> const & sPath) const
     {
         char const * const szPath = sPath;
         if (!m_bRelativeNames)
         {
-            return "";
+            return nullptr;
         }
         if (m_sRoot.IsEmpty() || !sPath.Begins(m_sRoot))
         {
             Log("filesystem: \"%s\" is not below the media root, its files go by their bare names", szPath);
-            return "";
+            return nullptr;
         }
         return szPath + m_sRoot.Length();
     }
@@ -300,14 +338,15 @@ namespace
     std::size_t FolderScan_c::MakeKey(
         Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const
     {
-        if (!Folder.szKeyFolder[0])
+        bool const bBare = !Folder.szKeyFolder || !Folder.szKeyFolder[0];
+        if (bBare && Entry.nName > 1 && Entry.szName[1] == ':')   // a lookup would take it for a drive
         {
-            if (Entry.nName > 1 && Entry.szName[1] == ':')   // a lookup would take it for a drive
-            {
-                Log("filesystem: skipping \"%s%s\", its name begins like a drive",
-                    static_cast<char const *>(Folder.sPath), Entry.szName);
-                return 0;
-            }
+            Log("filesystem: skipping \"%s%s\", its name begins like a drive", static_cast<char const *>(Folder.sPath),
+                Entry.szName);
+            return 0;
+        }
+        if (!Folder.szKeyFolder)
+        {
             return MakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer());
         }
         std::size_t const nFolder = std::strlen(Folder.szKeyFolder);

@@ -4,13 +4,16 @@
 // one probe and asks no disk. Of two files with one name the first that was met stays, in the order of the scan, which
 // is depth first and by name, the same on every machine; the other is dropped with a log line. Nothing overlays.
 //
-// Folders are kept in lower case with `\`, also at the end, and a path in lower case opens the file that has no
-// capitals, if there is one: it counts as met before those of its folder that differ from it in case only. A scan never
-// opens a file and never runs in circles. It passes over, with a log line: names that are not UTF-8 or hold a `\`, and
-// bare names that begin like a drive, as `a:b` does; pipes, sockets and devices; folders that can't be read, or whose
-// path takes more than 255 characters; one of two folders that differ in case only; and a folder that a link leads to,
-// if the scan has been there. Links to nothing are not seen. A bare name of more than 127 characters is cut, so that it
-// can't be opened, and a file of 2 GiB or more can't be opened either; both are logged.
+// Folders are kept in lower case with `\`, also at the end. Of names in one folder that differ in case only, a path in
+// lower case leads to the one without capitals, else to the first by bytes. That one is entered; a file beside it is a
+// duplicate, and what is not of its kind, or another folder, is skipped. A scan never opens a file and never runs in
+// circles. It skips, with a log line:
+// - names that are not UTF-8 or hold a `\`, and keys that begin like a drive, as `a:b` does;
+// - pipes, sockets and devices;
+// - folders that can't be read, or whose path takes more than 255 characters;
+// - a folder in which the scan has been already, by a link or as the target of one.
+// Links to nothing are not seen. A bare name of more than 127 characters is cut, so that it can't be opened, and a file
+// of 2 GiB or more can't be opened either; both are logged.
 //
 // All of this belongs to the main thread.
 #pragma once
@@ -27,8 +30,8 @@ extern ZQ_API FileTable_t g_sFileObjects;
 extern ZQ_API PathTable_t g_sPaths;
 
 /// Scans a folder, with its subfolders if bRecursive. With bRelativeNames the key of a file is its path below the media
-/// root; a key of more than 127 characters is then left out, and a folder outside of the media root gives bare names,
-/// each with a log line. False if there is no such folder, its path is too long, or one in lower case hides it. Fires
+/// root, so a file directly in the root has its bare name as the key. A file whose key takes more than 127 characters
+/// is then left out, and a folder outside of the media root gives bare names, each with a log line. False if there is no such folder, its path is too long, or one in lower case hides it. Fires
 /// g_AddSubfolderCallbacker.
 ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
 
