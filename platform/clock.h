@@ -21,6 +21,9 @@ namespace plat
     /// The processor's free-running cycle counter.
     std::int64_t CycleCounter();
 
+    /// The world's time in whole seconds since 1970, of 64 bits in every word size.
+    std::int64_t SecondsSince1970();
+
     /// Local time of day.
     struct LocalTime_t
     {

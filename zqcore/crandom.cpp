@@ -3,7 +3,7 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/crandom_internal.h"
 
-#include <ctime>
+#include "platform/clock.h"
 
 namespace
 {
@@ -50,7 +50,7 @@ RandomNumber_c::~RandomNumber_c()
 
 unsigned int RandomNumber_c::SeedFromTime()
 {
-    return GetCrc32Polynomial8(static_cast<std::uint64_t>(std::time(nullptr)));
+    return GetCrc32Polynomial8(static_cast<std::uint64_t>(plat::SecondsSince1970()));
 }
 
 // D. Lemire, "Fast Random Integer Generation in an Interval", 2019: the high half of the product, where the low half

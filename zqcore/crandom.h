@@ -1,10 +1,11 @@
 // crandom.h: seeded generators of pseudo-random numbers, and the list of those that have a name.
 //
-// A generator is its 32-bit seed: each step is seed * 747796405 + 2891336453 modulo 2^32, which runs through all 2^32
-// seeds before one comes again, and its number is the permutation RXS-M-XS of the former seed, so that each 32-bit
-// number comes exactly once in a period (M. O'Neill, "PCG: A Family of Simple Fast Space-Efficient Statistically Good
-// Algorithms for Random Number Generation", 2014). A seed gives the same numbers on every machine; GetSeed in the midst
-// of a sequence and SetSeed later go on with it. No source of secrets.
+// A generator is its 32-bit seed. A step is seed * 747796405 + 2891336453 modulo 2^32, which runs through all 2^32 seeds
+// before one comes again (M. O'Neill, "PCG: A Family of Simple Fast Space-Efficient Statistically Good Algorithms for
+// Random Number Generation", 2014). Its number is the hash lowbias32 of the new seed (C. Wellons, "Prospecting for Hash
+// Functions", 2018), so that each 32-bit number comes exactly once in a period, and the numbers of neighbouring seeds
+// have nothing in common: a host may seed one generator an object by the object's number. A seed gives the same numbers
+// on every machine; GetSeed in the midst of a sequence and SetSeed later go on with it. No source of secrets.
 //
 // A named generator is in a list of the process, from the newest to the oldest, so that a host can read and set all
 // seeds. A generator belongs to one thread; named ones are made and destroyed on the main thread. A number costs about a
@@ -36,9 +37,11 @@ public:
     /// The next number: 0 to 2^32 - 1, each equally likely.
     std::uint32_t Next()
     {
-        std::uint32_t const dwWord = ((nSeed >> ((nSeed >> 28) + 4)) ^ nSeed) * 277803737u;
         nSeed = nSeed * 747796405u + 2891336453u;
-        return dwWord >> 22 ^ dwWord;
+        std::uint32_t dwHash = nSeed;
+        dwHash = (dwHash ^ dwHash >> 16) * 0x7FEB352Du;
+        dwHash = (dwHash ^ dwHash >> 15) * 0x846CA68Bu;
+        return dwHash ^ dwHash >> 16;
     }
 
     /// A number from 0 to nCount - 1, each equally likely; 0 if nCount is 0. May take more than one step.

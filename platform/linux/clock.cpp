@@ -57,6 +57,11 @@ namespace plat
 #endif
     }
 
+    std::int64_t SecondsSince1970()
+    {
+        return std::time(nullptr);
+    }
+
     LocalTime_t LocalTime()
     {
         timespec Now;
