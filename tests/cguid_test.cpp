@@ -4,11 +4,15 @@
 #include "tests/test_support.h"
 
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <set>
 #include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace
 {
@@ -48,6 +52,20 @@ namespace
     {
         plat::Guid_t const & g = Guid.m_guid;
         return std::uint64_t{ g.Data3 & 0xFFFu } << 48 | std::uint64_t{ g.Data2 } << 32 | g.Data1;
+    }
+
+    // The descriptors of this process that hold a clock sequence.
+    std::vector<int> SequenceSockets()
+    {
+        std::vector<int> dSockets;
+        for (int i = 0; i < 256; ++i)
+        {
+            sockaddr_un Name = {};
+            socklen_t nName = sizeof(Name) - 1;
+            bool const bNamed = getsockname(i, reinterpret_cast<sockaddr *>(&Name), &nName) == 0;
+            bNamed && std::strstr(Name.sun_path + 1, "clock-sequence") ? dSockets.push_back(i) : void();
+        }
+        return dSockets;
     }
 
     // Waits for the moment, then makes so many; a line each.
@@ -211,4 +229,24 @@ TEST_F(GuidTest, ThreadsAndProcessesOfOneInstantGetDifferentOnes)
         dAll.insert(std::istream_iterator<std::string>(Texts), {});
     }
     EXPECT_EQ(dAll.size(), static_cast<std::size_t>((PROCESSES * THREADS + 1) * GUIDS));
+}
+
+TEST_F(GuidTest, DescriptorsThatAHostGotForClosedOnesAreLeftAlone)
+{
+    s_eAddress = plat::NetAddress_e::Global;
+    plat::NetAddressSetSource(TestAddress);
+    auto const fnHost = []
+    {
+        MakeMany({}, 1);
+        std::vector<int> const dFormer = SequenceSockets();
+        int const iFile = open("/dev/null", O_RDONLY);
+        std::ranges::for_each(dFormer, [&](int i) { dup2(iFile, i); });   // as a daemon does that closes all first
+        auto const fnGood = [&] { return std::ranges::all_of(dFormer, [](int i) { return fcntl(i, F_GETFD) >= 0; }); };
+        auto const fnChild = [&] { return fnGood() && MakeMany({}, 1) != "" && SequenceSockets().size() == 1 ? 0 : 1; };
+        int const iChild = StatusOfChild(StartChild(fnChild));
+        usleep(1100000);
+        MakeMany({}, 1);
+        return dFormer.empty() || iChild != 0 || !fnGood() || SequenceSockets().size() != 1;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(fnHost)), 0);
 }

@@ -1,11 +1,14 @@
-// descriptor.h: a file descriptor that is closed at the end of its scope, the last error kept.
+// descriptor.h: file descriptors that are closed at the end of a scope, and those that an object holds for long.
 #pragma once
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <unistd.h>
 
 namespace plat
 {
+    /// Closed at the end of its scope. Keeps errno.
     class Descriptor_c
     {
     public:
@@ -41,6 +44,31 @@ namespace plat
 
     private:
         int m_iDescriptor;
+    };
+
+    /// Which open file a descriptor is; all zero for none.
+    struct DescriptorIdentity_t
+    {
+        std::uint64_t iDevice = 0;
+        std::uint64_t iNode = 0;
+        bool operator==(DescriptorIdentity_t const &) const = default;
+    };
+    DescriptorIdentity_t IdentityOf(int iDescriptor);
+
+    /// A descriptor held for long. A host may close all descriptors, as a daemon does at its start; the number may then
+    /// belong to another file, which is neither used nor closed. Nothing is closed at the end of its scope.
+    class KeptDescriptor_c
+    {
+    public:
+        /// The descriptor; -1 if none is held or the number is another file's by now. One system call.
+        int Get() const { return m_iDescriptor >= 0 && IdentityOf(m_iDescriptor) == m_Identity ? m_iDescriptor : -1; }
+
+        /// Closes what is held and takes another. Keeps errno.
+        void Reset(int iDescriptor);
+
+    private:
+        int m_iDescriptor = -1;
+        DescriptorIdentity_t m_Identity;
     };
 
     /// Reads until nBytes are there, the file ends or an error comes; the bytes read.

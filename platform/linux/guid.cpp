@@ -8,6 +8,8 @@
 
 #include "platform/guid.h"
 
+#include "platform/fork.h"
+#include "platform/linux/descriptor.h"
 #include "platform/netaddress.h"
 
 #include <algorithm>
@@ -16,8 +18,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
-#include <mutex>
-#include <pthread.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -82,11 +82,11 @@ namespace plat
         public:
             std::uint32_t Create(Guid_t & Guid)
             {
-                std::lock_guard<std::mutex> const Scope(m_Lock);
+                LockScope_c const Scope(m_Lock);
                 std::uint64_t const tTick = NextTick();
-                if (!IsFresh(tTick))
+                if (tTick - m_tChecked >= TICKS_IN_SECOND || m_nSource != NetAddressSourceNumber())
                 {
-                    LearnAddress(tTick);
+                    Check(tTick);
                 }
                 Guid.Data1 = static_cast<std::uint32_t>(tTick);
                 Guid.Data2 = static_cast<std::uint16_t>(tTick >> 32);
@@ -97,10 +97,18 @@ namespace plat
                 return m_dwStatus;
             }
 
-            // Around a fork: the child is another process and needs a sequence of its own.
-            static void BeforeFork();
-            static void InParent();
-            static void InChild();
+            // The child of a fork is another process and needs a sequence of its own.
+            void StartAnew()
+            {
+                for (KeptDescriptor_c & Socket : m_dSockets)
+                {
+                    Socket.Reset(-1);
+                }
+                m_iSequence = -1;
+                m_tChecked = 0;
+            }
+
+            Lock_c m_Lock;
 
         private:
             // A tick that was not given yet under this sequence.
@@ -127,10 +135,6 @@ namespace plat
 
             void Start()
             {
-                if (!m_bForkHandled)
-                {
-                    m_bForkHandled = pthread_atfork(BeforeFork, InParent, InChild) == 0;
-                }
                 RandomBytes(m_dRandomAddress, NET_ADDRESS_SIZE);
                 m_dRandomAddress[0] |= 1;   // as RFC 4122 marks what is no hardware's address
                 TakeSequence();
@@ -149,25 +153,27 @@ namespace plat
                     m_iSequence = (iFirst + i) % SEQUENCES;
                     iSocket = BindSequence(m_iSequence);
                 }
-                int & iPlace = m_dSockets[m_nSequences++ % SOCKETS];
-                if (iPlace >= 0)
-                {
-                    close(iPlace);
-                }
-                iPlace = iSocket;
+                m_dSockets[m_nSequences++ % SOCKETS].Reset(iSocket);
             }
 
-            // An address that is global stays; anything less is looked at again every second, and a new source at once.
-            bool IsFresh(std::uint64_t tNow) const
+            // Every second, and at once with a new source: a sequence is let go of where the host closed its socket, an
+            // address that is less than global may have got better.
+            void Check(std::uint64_t tNow)
             {
-                bool const bGood = m_dwStatus == GUID_OK || tNow - m_tLearnt < TICKS_IN_SECOND;
-                return bGood && m_nSource == NetAddressSourceNumber();
+                if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)
+                {
+                    TakeSequence();
+                }
+                if (m_dwStatus != GUID_OK || m_nSource != NetAddressSourceNumber())
+                {
+                    LearnAddress();
+                }
+                m_tChecked = tNow;
             }
 
-            void LearnAddress(std::uint64_t tNow)
+            void LearnAddress()
             {
                 m_nSource = NetAddressSourceNumber();
-                m_tLearnt = tNow;
                 std::copy_n(m_dRandomAddress, NET_ADDRESS_SIZE, m_dAddress);
                 switch (NetAddressGet(m_dAddress))
                 {
@@ -184,45 +190,20 @@ namespace plat
 
             static constexpr unsigned SOCKETS = 8;
 
-            std::mutex m_Lock;
             std::uint64_t m_tLast = 0;
-            std::uint64_t m_tLearnt = 0;
+            std::uint64_t m_tChecked = 0;
             std::uint32_t m_dwStatus = GUID_NO_ADDRESS;
             unsigned m_nSource = 0;
             int m_iSequence = -1;   // none yet
             unsigned m_nSequences = 0;
-            int m_dSockets[SOCKETS] = { -1, -1, -1, -1, -1, -1, -1, -1 };
+            KeptDescriptor_c m_dSockets[SOCKETS];
             unsigned char m_dAddress[NET_ADDRESS_SIZE] = {};
             unsigned char m_dRandomAddress[NET_ADDRESS_SIZE] = {};
-            bool m_bForkHandled = false;
         };
 
         constinit Generator_c g_Generator;
-
-        void Generator_c::BeforeFork()
-        {
-            g_Generator.m_Lock.lock();
-        }
-
-        void Generator_c::InParent()
-        {
-            g_Generator.m_Lock.unlock();
-        }
-
-        void Generator_c::InChild()
-        {
-            for (int & iSocket : g_Generator.m_dSockets)
-            {
-                if (iSocket >= 0)
-                {
-                    close(iSocket);
-                    iSocket = -1;
-                }
-            }
-            g_Generator.m_iSequence = -1;
-            g_Generator.m_tLearnt = 0;
-            g_Generator.m_Lock.unlock();
-        }
+        ForkLock_c const g_ForkLock(g_Generator.m_Lock);
+        ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_Generator.StartAnew(); } });
     }
 
     std::uint32_t GuidCreateSequential(Guid_t & Guid)

@@ -1,0 +1,23 @@
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/linux/descriptor.h"
+
+#include <sys/stat.h>
+
+namespace plat
+{
+    DescriptorIdentity_t IdentityOf(int iDescriptor)
+    {
+        struct stat Stat;
+        return fstat(iDescriptor, &Stat) == 0 ? DescriptorIdentity_t{ Stat.st_dev, Stat.st_ino }
+                                              : DescriptorIdentity_t{};
+    }
+
+    void KeptDescriptor_c::Reset(int iDescriptor)
+    {
+        Descriptor_c const Former(Get());
+        m_iDescriptor = iDescriptor;
+        m_Identity = iDescriptor >= 0 ? IdentityOf(iDescriptor) : DescriptorIdentity_t{};
+    }
+}
