@@ -43,14 +43,16 @@ namespace
             return sText;
         }
 
-        // Runs a function in a child, which says through a pipe that it has the clipboard open; the child.
-        static pid_t Child(void (*fnHold)())
+        // Runs two functions in a child that has the clipboard open and says between them, through a pipe, how far it
+        // is; the child.
+        static pid_t Child(void (*fnFirst)(), void (*fnHold)())
         {
             int dPipe[2];
             EXPECT_EQ(pipe(dPipe), 0);
             auto const Hold = [&]
             {
                 ClipboardOpen();
+                fnFirst();
                 EXPECT_EQ(write(dPipe[1], "x", 1), 1);
                 fnHold();
                 return 0;
@@ -87,11 +89,16 @@ TEST_F(ClipboardTest, TextIsAppendedAndOutlivesTheClosing)
     EXPECT_EQ(ClipboardGetSize(), 65536u + 1) << "longer text is cut";
     ClipboardPrintf("!");
     EXPECT_EQ(Text(), sLong.substr(0, 65536) + "!");
-    m_Folder.MakeFolder("clip/board/busy");   // stands where the new text is written
-    EXPECT_EQ(FailedConditions([] { ClipboardPrintf("more"); }), "g_hClipboard != nullptr");
+    {
+        FullDisk_c const Full(1000);
+        EXPECT_EQ(FailedConditions([] { ClipboardPrintf("more"); }), "g_hClipboard != nullptr");
+    }
     EXPECT_EQ(Text(), sLong.substr(0, 65536) + "!") << "the former text stays";
+    EXPECT_FALSE(std::filesystem::exists(m_Folder.Join("clip/board/busy"))) << "nothing keeps the disk full";
     ClipboardClose();
+    m_Folder.Write("clip/board/busy", "of a killed process");
     EXPECT_EQ(TextOfClosed().size(), 65537u);
+    EXPECT_FALSE(std::filesystem::exists(m_Folder.Join("clip/board/busy")));
 
     void (*const dCalls[])() = { [] { ClipboardPrintf("x"); }, ClipboardReset, ClipboardClose,
         [] { EXPECT_FALSE(ClipboardGetData(nullptr)); }, [] { EXPECT_FALSE(ClipboardIsEmpty()); } };
@@ -145,7 +152,7 @@ TEST_F(ClipboardTest, WhatIsNoTextCountsAsNone)
 
 TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
 {
-    pid_t const iChild = Child(
+    pid_t const iChild = Child([] {},
         []
         {
             std::this_thread::sleep_for(std::chrono::milliseconds(250));
@@ -160,12 +167,7 @@ TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
 
 TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothing)
 {
-    pid_t const iChild = Child(
-        []
-        {
-            ClipboardPrintf("kept");
-            pause();
-        });
+    pid_t const iChild = Child([] { ClipboardPrintf("kept"); }, [] { pause(); });
     plat::ClipboardSetWait([](unsigned nMilliseconds) { s_nWaits += nMilliseconds == 100; });
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == true");
     EXPECT_EQ(s_nWaits, 100);
@@ -174,15 +176,22 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
     StatusOfChild(iChild);
     ClipboardOpen();
     EXPECT_TRUE(g_isOpen);
-    std::string const sText = Text();
-    EXPECT_TRUE(sText == "kept" || sText.empty()) << sText;
+    EXPECT_EQ(Text(), "kept");
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == false") << "no nesting";
 
-    // A child that lives on with this process's descriptors holds nothing either.
-    pid_t const iHeir = StartChild(pause);
+    // A child that lives on with this process's descriptors holds nothing either, and can open the clipboard later.
+    int dPipe[2];
+    ASSERT_EQ(pipe(dPipe), 0);
+    auto const fnHeir = [&]
+    {
+        char cByte;
+        bool const bClosed = !g_isOpen && read(dPipe[0], &cByte, 1) == 1;
+        return bClosed && TextOfClosed() == "kept" ? 0 : 1;
+    };
+    pid_t const iHeir = StartChild(fnHeir);
     ClipboardClose();
-    EXPECT_EQ(TextOfClosed(), sText);
+    EXPECT_EQ(TextOfClosed(), "kept");
     EXPECT_EQ(s_nWaits, 100);
-    kill(iHeir, SIGKILL);
-    StatusOfChild(iHeir);
+    EXPECT_EQ(write(dPipe[1], "x", 1), 1);
+    EXPECT_EQ(StatusOfChild(iHeir), 0);
 }

@@ -1,5 +1,7 @@
 #include "zqcore/cclipboard.h"
 
+#include "platform/fork.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -16,6 +18,13 @@ namespace
     constexpr std::size_t TEXT_SIZE = 65536;
 
     constinit ModuleClipboard_c s_Module;
+
+    void Forget()
+    {
+        g_isOpen = false;
+        g_hClipboard = nullptr;
+    }
+    plat::ForkHandler_c const s_ForkHandler({ nullptr, nullptr, Forget });   // a child has the clipboard closed
 
     bool IsOpen()
     {
@@ -110,8 +119,7 @@ void ClipboardClose()
     {
         bool const bClosed = plat::ClipboardClose();
         ZQ_ASSERT(bClosed);
-        g_isOpen = false;
-        g_hClipboard = nullptr;
+        Forget();
     }
 }
 

@@ -1,12 +1,13 @@
 // The clipboard: a folder with a file for each format, behind "=" and escaped as in the registry, the file "lock" that
 // the opener locks, and "busy", what it writes before it renames it. The lock is one of the process, which a child does
-// not inherit: so it ends with the opener itself.
+// not inherit: so it ends with the opener itself. docs/formats.md describes the files.
 
 #define _FILE_OFFSET_BITS 64
 #define _TIME_BITS 64
 
 #include "platform/clipboard.h"
 
+#include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folderreader.h"
 #include "platform/linux/registryrecord.h"
@@ -46,20 +47,15 @@ namespace plat
         {
             char szFolder[PATH_MAX] = "";   // empty for the default
             std::vector<Format_s> dFormats;
-            Descriptor_c Folder;
-            Descriptor_c Lock;
-            pid_t iOwner = 0;        // a child finds its parent's clipboard here, which it has not opened
+            KeptDescriptor_c Folder;
+            KeptDescriptor_c Lock;
             bool bEmptied = false;   // what is on disk is not there any more
             ClipboardWait_t fnWait = nullptr;
 
-            bool IsOpen() const { return Lock.IsOpen() && iOwner == getpid(); }
+            bool IsOpen() const { return Lock.Get() >= 0; }
         };
 
-        Clipboard_s & TheClipboard()
-        {
-            static Clipboard_s s_Clipboard;
-            return s_Clipboard;
-        }
+        constinit Clipboard_s g_Clipboard;
 
         int OpenClipboardFolder(char const * szSet)
         {
@@ -89,18 +85,28 @@ namespace plat
         // The format of a number, in an open clipboard; null if there is none.
         Format_s * FormatOf(unsigned int iFormat)
         {
-            Clipboard_s & Clipboard = TheClipboard();
             std::size_t const iIndex = iFormat - FIRST_FORMAT;
-            return Clipboard.IsOpen() && iIndex < Clipboard.dFormats.size() ? &Clipboard.dFormats[iIndex] : nullptr;
+            return g_Clipboard.IsOpen() && iIndex < g_Clipboard.dFormats.size() ? &g_Clipboard.dFormats[iIndex]
+                                                                                : nullptr;
         }
 
         void DropBlocks()
         {
-            for (Format_s & Format : TheClipboard().dFormats)
+            for (Format_s & Format : g_Clipboard.dFormats)
             {
                 Format.pBlock.reset();
             }
         }
+
+        void Forget()
+        {
+            DropBlocks();
+            g_Clipboard.Lock.Reset(-1);
+            g_Clipboard.Folder.Reset(-1);
+        }
+
+        // A child has not opened what its parent has open.
+        ForkHandler_c const g_ForkHandler({ nullptr, nullptr, Forget });
 
         // Deletes the files of all formats but one.
         void DeleteFiles(int iFolder, std::string const & sKeep)
@@ -140,20 +146,27 @@ namespace plat
         {
             Descriptor_c const File(
                 openat(iFolder, BUSY_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-            return File.IsOpen() && WriteFully(File.Get(), Block.dBytes.data(), Block.dBytes.size())
-                   && renameat(iFolder, BUSY_FILE, iFolder, szFile) == 0;
+            bool const bStored = File.IsOpen() && WriteFully(File.Get(), Block.dBytes.data(), Block.dBytes.size())
+                                 && renameat(iFolder, BUSY_FILE, iFolder, szFile) == 0;
+            if (!bStored)
+            {
+                int const iError = errno;
+                unlinkat(iFolder, BUSY_FILE, 0);   // it would keep a full disk full
+                errno = iError;
+            }
+            return bStored;
         }
     }
 
     void ClipboardSetFolder(char const * szFolder)
     {
-        char(&szSet)[PATH_MAX] = TheClipboard().szFolder;
+        char(&szSet)[PATH_MAX] = g_Clipboard.szFolder;
         std::snprintf(szSet, sizeof(szSet), "%s", szFolder != nullptr ? szFolder : "");
     }
 
     unsigned int ClipboardRegisterFormat(char const * szName)
     {
-        std::vector<Format_s> & dFormats = TheClipboard().dFormats;
+        std::vector<Format_s> & dFormats = g_Clipboard.dFormats;
         Format_s Format;
         if (!szName || !ValueNameOnDisk(szName, Format.sFile))
         {
@@ -175,45 +188,45 @@ namespace plat
 
     bool ClipboardTryOpen()
     {
-        Clipboard_s & Clipboard = TheClipboard();
-        if (Clipboard.IsOpen())
+        if (g_Clipboard.IsOpen())
         {
             return false;
         }
         DropBlocks();
-        Clipboard.Folder.Reset(OpenClipboardFolder(Clipboard.szFolder));
-        Clipboard.Lock.Reset(Clipboard.Folder.IsOpen() ? OpenLock(Clipboard.Folder.Get()) : -1);
-        Clipboard.iOwner = getpid();
-        Clipboard.bEmptied = false;
-        return Clipboard.Lock.IsOpen();
+        g_Clipboard.Folder.Reset(OpenClipboardFolder(g_Clipboard.szFolder));
+        int const iFolder = g_Clipboard.Folder.Get();
+        g_Clipboard.Lock.Reset(iFolder >= 0 ? OpenLock(iFolder) : -1);
+        g_Clipboard.bEmptied = false;
+        if (!g_Clipboard.IsOpen())
+        {
+            return false;
+        }
+        unlinkat(iFolder, BUSY_FILE, 0);   // of an owner that was killed
+        return true;
     }
 
     bool ClipboardClose()
     {
-        Clipboard_s & Clipboard = TheClipboard();
-        if (!Clipboard.IsOpen())
+        if (!g_Clipboard.IsOpen())
         {
             return false;
         }
-        if (Clipboard.bEmptied)
+        if (g_Clipboard.bEmptied)
         {
-            DeleteFiles(Clipboard.Folder.Get(), "");
+            DeleteFiles(g_Clipboard.Folder.Get(), "");
         }
-        DropBlocks();
-        Clipboard.Lock.Reset(-1);
-        Clipboard.Folder.Reset(-1);
+        Forget();
         return true;
     }
 
     bool ClipboardEmpty()
     {
-        Clipboard_s & Clipboard = TheClipboard();
-        if (!Clipboard.IsOpen())
+        if (!g_Clipboard.IsOpen())
         {
             return false;
         }
         DropBlocks();
-        Clipboard.bEmptied = true;
+        g_Clipboard.bEmptied = true;
         return true;
     }
 
@@ -242,9 +255,9 @@ namespace plat
     ClipboardBlock_t ClipboardGet(unsigned int iFormat)
     {
         Format_s * const pFormat = FormatOf(iFormat);
-        if (pFormat && !pFormat->pBlock && !TheClipboard().bEmptied)
+        if (pFormat && !pFormat->pBlock && !g_Clipboard.bEmptied)
         {
-            pFormat->pBlock.reset(LoadBlock(TheClipboard().Folder.Get(), pFormat->sFile.c_str()));
+            pFormat->pBlock.reset(LoadBlock(g_Clipboard.Folder.Get(), pFormat->sFile.c_str()));
         }
         return pFormat ? pFormat->pBlock.get() : nullptr;
     }
@@ -256,15 +269,14 @@ namespace plat
         {
             return nullptr;
         }
-        Clipboard_s & Clipboard = TheClipboard();
-        bool const bEmptied = std::exchange(Clipboard.bEmptied, false);
-        if (!StoreBlock(Clipboard.Folder.Get(), pFormat->sFile.c_str(), *hBlock))
+        bool const bEmptied = std::exchange(g_Clipboard.bEmptied, false);
+        if (!StoreBlock(g_Clipboard.Folder.Get(), pFormat->sFile.c_str(), *hBlock))
         {
             return nullptr;
         }
         if (bEmptied)
         {
-            DeleteFiles(Clipboard.Folder.Get(), pFormat->sFile);
+            DeleteFiles(g_Clipboard.Folder.Get(), pFormat->sFile);
         }
         if (pFormat->pBlock.get() != hBlock)
         {
@@ -275,7 +287,7 @@ namespace plat
 
     void ClipboardWait(unsigned int nMilliseconds)
     {
-        if (ClipboardWait_t const fnWait = TheClipboard().fnWait)
+        if (ClipboardWait_t const fnWait = g_Clipboard.fnWait)
         {
             fnWait(nMilliseconds);
             return;
@@ -288,6 +300,6 @@ namespace plat
 
     ClipboardWait_t ClipboardSetWait(ClipboardWait_t fnWait)
     {
-        return std::exchange(TheClipboard().fnWait, fnWait);
+        return std::exchange(g_Clipboard.fnWait, fnWait);
     }
 }
