@@ -2,12 +2,13 @@
 //
 // Key paths separate with `\`; keys and names are told apart without regard to ASCII case. The store is a folder on
 // disk: a value is replaced as a whole, so that a reader, or a process that was killed, sees the old value or the new
-// one. A value that was damaged on disk is no value. Names may hold any byte but 0, and a key's name no `\`; each name
-// is limited to 255 bytes, or about 80 of letters beyond ASCII, and a value to 16 MiB. An empty key path is the tree
-// itself, an empty or null name the key's unnamed value. Any thread, any process.
+// one. A value that was damaged on disk is no value. Names may hold any byte but 0, and a key's name no `\`. A name is
+// limited to 255 bytes, whatever they are, a value to 16 MiB; a path has no limit. An empty key path is the tree
+// itself, an empty or null name the key's unnamed value. Any thread, any process; a child process can go on with the
+// keys that its parent had open.
 //
-// What changes a key waits for whoever renames values in it or deletes it, and they for all others; a process that
-// died holds nobody up, and one that stands still makes the others fail after 5 seconds.
+// Changes of one key wait for each other. A process that died holds nobody up; one that stands still makes the others
+// fail after 5 seconds.
 #pragma once
 
 #include "platform/compiler.h"
@@ -55,18 +56,12 @@ namespace plat
     struct RegistryKey_s;
     using RegistryKey_t = RegistryKey_s *;
 
-    /// The rights that change a key: to set values, and to make subkeys.
-    constexpr std::uint32_t REGISTRY_WRITE_ACCESS = 0x2 | 0x4;
-
     /// All rights, standard ones included.
     constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
 
     /// Opens a key by its path from the tree, or makes it and those on the way to it. Null if it is not there or can't
-    /// be made, or if dwAccess asks for a right to write that the user does not have.
+    /// be made. Rights that the user does not have are left out: what needs them fails later.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate);
-
-    /// Opens an existing key by its path from an open one.
-    RegistryKey_t RegistryOpenSubKey(RegistryKey_t hKey, char const * szKey, std::uint32_t dwAccess);
 
     /// Closes a key. Null does nothing.
     void RegistryCloseKey(RegistryKey_t hKey);
@@ -88,12 +83,18 @@ namespace plat
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName);
 
     /// The name of a subkey, as it was spelled when it was made. Subkeys come in the order of their folded bytes. False
-    /// if there is no such subkey, or if the name with its terminator does not fit.
+    /// if there is no such subkey, or if the name with its terminator does not fit. The names are read from the disk
+    /// once and again after a change; where the disk does not count subfolders, what another process changes in the
+    /// same tick of the disk's clock as the reading is seen 20 ms later.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
     /// Deletes a key with its values by its path from an open one; an empty path deletes the open key itself, which is
     /// still to be closed. False if it is not there, if it has subkeys or is a tree itself; nothing is deleted then.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
+
+    /// The same with all subkeys, however deep; those of a key are deleted ahead of it, from the last to the first. A
+    /// failure may leave a part deleted.
+    bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 
     /// Counts, and lengths in bytes without terminators.
     struct RegistryKeyInfo_t

@@ -6,8 +6,7 @@ namespace
 {
     using plat::RegistryType_e;
 
-    constexpr std::uint32_t PLATFORM_NT = 2;          // counts names in 16-bit units
-    constexpr std::size_t NAME_BUFFER_SIZE = 0x104;   // of a subkey's name, with its terminator
+    constexpr std::uint32_t PLATFORM_NT = 2;   // counts names in 16-bit units
 
     std::uint32_t Narrow(std::size_t n)
     {
@@ -49,25 +48,7 @@ int Registry_c::DeleteKey(char const * sName, int bRecursive)
     {
         return 0;
     }
-    return bRecursive ? DeleteTree(sName) : plat::RegistryDeleteKey(m_hKey, sName);
-}
-
-// The subkey is the current key while its own subkeys are deleted, from the last to the first.
-int Registry_c::DeleteTree(char const * sName)
-{
-    plat::RegistryKey_t const hRemembered = m_hKey;
-    m_hKey = plat::RegistryOpenSubKey(hRemembered, sName, m_samDesired);
-    _tag_KEY_INFO Info;
-    bool bDeleted = GetKeyInfo(&Info) != 0;
-    for (std::uint32_t iKey = Info.dwSubKeys; bDeleted && iKey-- > 0;)
-    {
-        char szSubKey[NAME_BUFFER_SIZE];
-        bDeleted = plat::RegistryEnumKey(m_hKey, iKey, szSubKey, sizeof(szSubKey)) && DeleteTree(szSubKey) != 0;
-    }
-    bDeleted = bDeleted && plat::RegistryDeleteKey(m_hKey, "");
-    plat::RegistryCloseKey(m_hKey);
-    m_hKey = hRemembered;
-    return bDeleted;
+    return bRecursive ? plat::RegistryDeleteTree(m_hKey, sName) : plat::RegistryDeleteKey(m_hKey, sName);
 }
 
 bool Registry_c::EnumKey(int iIndex, char * sName, int iSize)

@@ -1,9 +1,10 @@
 // cregistry.h: typed values under hierarchical keys, in the machine's store or the user's.
 //
 // A Registry_c has a root tree and at most one open key, on which all value operations work. Key paths separate with
-// `\`; keys and names are told apart without regard to ASCII case and may hold any byte that text allows. Results are 1
-// and 0; nothing is logged, and what fails leaves the caller's variables alone unless told otherwise. Values are
-// replaced as a whole: other processes, and a process that was killed, see the old one or the new one.
+// `\`; keys and names are told apart without regard to ASCII case, may hold any byte that text allows and are limited to
+// 255 bytes each. Results are 1 and 0; nothing is logged, and what fails leaves the caller's variables alone unless told
+// otherwise. Values are replaced as a whole: other processes, and a process that was killed, see the old one or the new
+// one.
 //
 // An object belongs to one thread; any number of objects and processes may share the store. Each operation goes to the
 // disk and costs from 10 us up.
@@ -42,7 +43,8 @@ public:
     Registry_c & operator=(Registry_c const &) = delete;
 
     /// Closes the open key and opens another by its path from the root; CreateKey, and OpenKey with bCreate, make it at
-    /// need. The key must be open to writing. After a failure no key is open.
+    /// need. A key that the user may only read is opened too; what would change it fails. After a failure no key is
+    /// open.
     int CreateKey(char const * sName);
     int OpenKey(char const * sName, int bCreate);
 
@@ -98,11 +100,10 @@ private:
     bool ReadNumber(char const * sName, void * pData);
     int Write(char const * sName, plat::RegistryType_e eType, void const * pData, std::size_t nSize);
     void Open(char const * sName, bool bCreate);
-    int DeleteTree(char const * sName);
 
     plat::RegistryTree_e m_hRoot;
     plat::RegistryKey_t m_hKey = nullptr;
-    std::uint32_t m_samDesired = plat::REGISTRY_ALL_ACCESS;       // rights that every key is opened with
+    std::uint32_t m_samDesired = plat::REGISTRY_ALL_ACCESS;       // rights that are asked for with every key
     plat::RegistryType_e m_dwType = plat::RegistryType_e::None;   // found by the last typed read
     std::uint32_t m_dwPlatform;
 };

@@ -1,30 +1,35 @@
 // The store: a key is a folder, a value a file in it.
 //
 // Names on disk are folded to ASCII lower case; a byte outside [a-z0-9_ .-], and a "." in front, is written as %XX. In
-// the folder of a key stand the folders of its subkeys under their names, each value behind "=", the record "@key" with
-// the key's own spelling, and behind "~" what a writer is busy with. None of the three marks is left unescaped in a
-// name. A record is written under "~" and renamed, so a name never shows half of one. A writer keeps its file locked;
-// an unlocked one was left by a writer that died, and the next writer to that key deletes it. The folder itself is
-// locked, shared by whoever writes and makes subkeys, alone by whoever renames a value or deletes the key.
+// the folder of a key stand the folders of its subkeys under their names, each value after "=", the record "@key" with
+// the key's own spelling, and "~", what a writer is busy with. None of the three marks is left unescaped in front of a
+// name. A record is written as "~" and renamed, so a name never shows half of one.
+//
+// Whoever changes a key locks its folder; whoever makes or deletes a key locks its parent first. A lock belongs to a
+// descriptor opened for it, since children share the descriptor of an open key. All changes of a process go one at a
+// time, so that a fork finds no lock held. docs/formats.md describes the files.
 
 #define _FILE_OFFSET_BITS 64
 #define _TIME_BITS 64
 
 #include "platform/registry.h"
 
+#include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/facts.h"
-#include "platform/linux/folderreader.h"
 #include "platform/linux/folding.h"
+#include "platform/linux/registryfolder.h"
 #include "platform/linux/registryrecord.h"
 #include "platform/linux/userfolder.h"
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
 
 namespace plat
 {
@@ -32,13 +37,15 @@ namespace plat
     {
         RegistryTree_e eTree;
         std::string sPath;   // from the tree
-        Descriptor_c Folder;
+        KeptDescriptor_c Folder;
+        KeyListing_c Listing;
     };
 
     namespace
     {
-        constexpr int LOCK_TRIES = 5000;       // of a millisecond
-        constexpr int DELETED_KEY_TRIES = 8;   // for a key that others delete while it is being written to
+        constexpr std::chrono::seconds LOCK_LIMIT{ 5 };
+        constexpr std::chrono::microseconds FIRST_PAUSE{ 20 }, LONGEST_PAUSE{ 250 };   // between tries to lock
+        constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete while it is being written to
 
         // The folders of the two trees; empty for the default.
         char g_szFolders[2][PATH_MAX];
@@ -78,54 +85,108 @@ namespace plat
             return OpenFolder(AT_FDCWD, szFolder);
         }
 
-        // Holds the lock of a key's folder for a scope. A file system without such locks is used without.
+        constinit Lock_c g_Changes;   // held by the thread that changes the store
+        ForkLock_c const g_ChangesForkLock(g_Changes);
+
+        // A change of the store, for a scope.
+        class Change_c
+        {
+        public:
+            // Waits for the lock of a descriptor; false when the time is up. Other threads, and a fork, are let through
+            // meanwhile. bAlone: false on a file system without such locks, which is used without.
+            bool Lock(int iDescriptor, bool & bAlone)
+            {
+                for (std::chrono::microseconds tPause = FIRST_PAUSE;; tPause = std::min(tPause * 2, LONGEST_PAUSE))
+                {
+                    bAlone = flock(iDescriptor, LOCK_EX | LOCK_NB) == 0;
+                    if (bAlone || (errno != EWOULDBLOCK && errno != EINTR))
+                    {
+                        return true;
+                    }
+                    if (std::chrono::steady_clock::now() >= m_tLimit)
+                    {
+                        return false;
+                    }
+                    g_Changes.Leave();
+                    std::this_thread::sleep_for(tPause);
+                    g_Changes.Enter();
+                }
+            }
+
+        private:
+            LockScope_c const m_Scope{ g_Changes };
+            std::chrono::steady_clock::time_point m_tLimit = std::chrono::steady_clock::now() + LOCK_LIMIT;
+        };
+
+        // Holds the lock of a key's folder for a scope, with a descriptor of its own. A deleted folder can't be locked.
         class KeyLock_c
         {
         public:
-            KeyLock_c(int iFolder, int iKind)
-                : m_iFolder(iFolder)
+            KeyLock_c(Change_c & Change, int iFolder)
+                : m_Folder(iFolder >= 0 ? OpenFolder(iFolder, ".") : -1)
             {
-                for (int iTry = 0; !m_bHeld && iTry < LOCK_TRIES; ++iTry)
+                if (m_Folder.IsOpen() && !Change.Lock(m_Folder.Get(), m_bAlone))
                 {
-                    m_bHeld = flock(iFolder, iKind | LOCK_NB) == 0 || (errno != EWOULDBLOCK && errno != EINTR);
-                    if (!m_bHeld)
-                    {
-                        timespec const Millisecond = { 0, 1000000 };
-                        nanosleep(&Millisecond, nullptr);
-                    }
+                    m_Folder.Reset(-1);
                 }
             }
             ~KeyLock_c()
             {
                 int const iError = errno;
-                flock(m_iFolder, LOCK_UN);
+                flock(m_Folder.Get(), LOCK_UN);   // a child may have the descriptor too
                 errno = iError;
             }
             KeyLock_c(KeyLock_c const &) = delete;
             KeyLock_c & operator=(KeyLock_c const &) = delete;
 
-            bool IsHeld() const { return m_bHeld; }
+            bool IsHeld() const { return m_Folder.IsOpen(); }
+            int Get() const { return m_Folder.Get(); }
+
+            bool Store(char const * szFile, Record_t const & Record) const
+            {
+                return IsHeld() && StoreRecord(Get(), szFile, Record, m_bAlone);
+            }
 
         private:
-            int m_iFolder;
-            bool m_bHeld = false;
+            Descriptor_c m_Folder;
+            bool m_bAlone = false;
         };
+
+        bool StoreSpelling(Change_c & Change, int iKey, std::string_view sName)
+        {
+            return KeyLock_c(Change, iKey).Store(KEY_RECORD, { RegistryType_e::None, sName, {} });
+        }
 
         // Makes the subkey's folder, which keeps the spelling that made it; -1 on failure.
         int MakeSubKey(int iParent, std::string_view sName, char const * szFile, mode_t iMode)
         {
-            KeyLock_c const Lock(iParent, LOCK_SH);
-            if (!Lock.IsHeld())
+            Change_c Change;
+            KeyLock_c const Parent(Change, iParent);
+            if (!Parent.IsHeld())
             {
                 return -1;
             }
-            bool const bMade = mkdirat(iParent, szFile, iMode) == 0;
-            int const iKey = bMade || errno == EEXIST ? OpenFolder(iParent, szFile) : -1;
-            if (bMade && iKey >= 0)
+            bool const bMade = mkdirat(Parent.Get(), szFile, iMode) == 0;
+            Descriptor_c Key(bMade || errno == EEXIST ? OpenFolder(Parent.Get(), szFile) : -1);
+            if (bMade && !(Key.IsOpen() && StoreSpelling(Change, Key.Get(), sName)))
             {
-                StoreRecord(iKey, KEY_RECORD, { RegistryType_e::None, sName, {} });
+                int const iError = errno;
+                Key.Reset(-1);
+                unlinkat(Parent.Get(), szFile, AT_REMOVEDIR);
+                errno = iError;
             }
-            return iKey;
+            CountKeyChange();
+            return Key.Release();
+        }
+
+        // Gives a key a spelling that lost it: its maker was killed.
+        void RenewSpelling(int iKey, std::string_view sName)
+        {
+            if (faccessat(iKey, KEY_RECORD, F_OK, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT)
+            {
+                Change_c Change;
+                StoreSpelling(Change, iKey, sName);
+            }
         }
 
         int OpenSubKey(int iParent, std::string_view sName, bool bCreate, mode_t iMode)
@@ -136,6 +197,10 @@ namespace plat
                 return -1;
             }
             int const iKey = OpenFolder(iParent, sFile.c_str());
+            if (iKey >= 0 && bCreate)
+            {
+                RenewSpelling(iKey, sName);
+            }
             return iKey < 0 && errno == ENOENT && bCreate ? MakeSubKey(iParent, sName, sFile.c_str(), iMode) : iKey;
         }
 
@@ -172,26 +237,37 @@ namespace plat
             return szText != nullptr ? szText : "";
         }
 
-        RegistryKey_t NewKey(RegistryTree_e eTree, std::string sPath, int iFolder, std::uint32_t dwAccess)
+        RegistryKey_t NewKey(RegistryTree_e eTree, std::string sPath, int iFolder)
         {
-            Descriptor_c Folder(iFolder);
-            bool const bWrite = (dwAccess & REGISTRY_WRITE_ACCESS) != 0;
-            if (!Folder.IsOpen() || (bWrite && faccessat(iFolder, ".", W_OK, AT_EACCESS) != 0))
+            if (iFolder < 0)
             {
                 return nullptr;
             }
-            return new RegistryKey_s{ eTree, std::move(sPath), Descriptor_c(Folder.Release()) };
+            RegistryKey_t const hKey = new RegistryKey_s{ eTree, std::move(sPath), {}, {} };
+            hKey->Folder.Reset(iFolder);
+            return hKey;
+        }
+
+        // -1 for a key that is not open.
+        int FolderOf(RegistryKey_t hKey)
+        {
+            return hKey ? hKey->Folder.Get() : -1;
+        }
+
+        bool Load(int iFolder, char const * szName, RecordBytes_t & aBytes, Record_t & Record)
+        {
+            std::string sFile;
+            return iFolder >= 0 && ValueNameOnDisk(TextOf(szName), sFile)
+                   && LoadRecord(iFolder, sFile.c_str(), aBytes, Record);
         }
 
         bool ReadFrom(int iFolder, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize)
         {
             std::size_t const nRoom = nSize;
             nSize = 0;
-            std::string sFile;
             RecordBytes_t aBytes;
             Record_t Record;
-            if (iFolder < 0 || !ValueNameOnDisk(TextOf(szName), sFile)
-                || !LoadRecord(iFolder, sFile.c_str(), aBytes, Record))
+            if (!Load(iFolder, szName, aBytes, Record))
             {
                 return false;
             }
@@ -215,105 +291,13 @@ namespace plat
 
         bool WriteTo(int iFolder, char const * szFile, Record_t const & Record)
         {
-            KeyLock_c const Lock(iFolder, LOCK_SH);
-            if (!Lock.IsHeld())
-            {
-                return false;
-            }
-            SweepBusyFiles(iFolder);
-            return StoreRecord(iFolder, szFile, Record);
-        }
-
-        // What stands in the folder of a key.
-        struct Contents_s
-        {
-            std::vector<std::string> dSubKeys;   // folded names
-            std::vector<std::string> dValues;    // files
-            std::vector<std::string> dOthers;    // files that go with the key: its record, and those of writers
-            bool bForeign = false;               // something that is none of the store's
-            bool bRead = false;
-        };
-
-        bool IsFolderEntry(int iFolder, dirent64 const & Entry)
-        {
-            struct stat Stat;
-            return Entry.d_type == DT_DIR
-                   || (Entry.d_type == DT_UNKNOWN && fstatat(iFolder, Entry.d_name, &Stat, AT_SYMLINK_NOFOLLOW) == 0
-                       && S_ISDIR(Stat.st_mode));
-        }
-
-        Contents_s ReadContents(int iFolder)
-        {
-            Contents_s Contents;
-            // A descriptor of its own has a reading position of its own.
-            Descriptor_c const Folder(OpenFolder(iFolder, "."));
-            FolderReader_c Reader(Folder.Get());
-            std::string sName;
-            while (dirent64 const * pEntry = Folder.IsOpen() ? Reader.Next() : nullptr)
-            {
-                if (IsFolderEntry(Folder.Get(), *pEntry))
-                {
-                    bool const bKey = KeyNameFromDisk(pEntry->d_name, sName);
-                    bKey ? Contents.dSubKeys.push_back(sName) : void(Contents.bForeign = true);
-                    continue;
-                }
-                switch (pEntry->d_name[0])
-                {
-                case VALUE_MARK:
-                    Contents.dValues.push_back(pEntry->d_name);
-                    break;
-                case KEY_MARK:
-                case BUSY_MARK:
-                    Contents.dOthers.push_back(pEntry->d_name);
-                    break;
-                default:
-                    Contents.bForeign = true;
-                }
-            }
-            Contents.bRead = Folder.IsOpen() && !Reader.IsBroken();
-            return Contents;
-        }
-
-        // The name of a subkey as it was spelled when it was made, if that is still known.
-        std::string SpellingOf(int iFolder, std::string const & sFolded)
-        {
-            std::string sFile;
-            KeyNameOnDisk(sFolded, sFile);
-            Descriptor_c const SubKey(OpenFolder(iFolder, sFile.c_str()));
-            RecordBytes_t aBytes;
-            Record_t Record;
-            bool const bKnown = SubKey.IsOpen() && LoadRecord(SubKey.Get(), KEY_RECORD, aBytes, Record)
-                                && std::equal(Record.sName.begin(), Record.sName.end(), sFolded.begin(), sFolded.end(),
-                                    [](char cSpelled, char cFolded) { return Folded(cSpelled) == cFolded; });
-            return bKnown ? std::string(Record.sName) : sFolded;
-        }
-
-        // Empties the folder of a key that holds nothing but what is the store's, without subkeys.
-        bool EmptyKey(int iFolder)
-        {
-            Contents_s const Contents = ReadContents(iFolder);
-            errno = ENOTEMPTY;
-            bool bEmpty = Contents.bRead && !Contents.bForeign && Contents.dSubKeys.empty();
-            for (std::vector<std::string> const * pFiles : { &Contents.dValues, &Contents.dOthers })
-            {
-                for (std::size_t i = 0; bEmpty && i < pFiles->size(); ++i)
-                {
-                    bEmpty = unlinkat(iFolder, (*pFiles)[i].c_str(), 0) == 0;
-                }
-            }
-            return bEmpty;
+            Change_c Change;
+            return KeyLock_c(Change, iFolder).Store(szFile, Record);
         }
 
         bool MayDeleteFrom(int iFolder)
         {
             return faccessat(iFolder, ".", W_OK | X_OK, AT_EACCESS) == 0;
-        }
-
-        bool IsSameFolder(int iFirst, int iSecond)
-        {
-            struct stat First, Second;
-            return fstat(iFirst, &First) == 0 && fstat(iSecond, &Second) == 0 && First.st_ino == Second.st_ino
-                   && First.st_dev == Second.st_dev;
         }
 
         // Splits a path before its last name, which is empty if the path has none.
@@ -326,6 +310,101 @@ namespace plat
             std::size_t const iCut = sPath.rfind('\\');
             sParent = iCut == std::string_view::npos ? std::string_view() : sPath.substr(0, iCut);
             sLast = iCut == std::string_view::npos ? sPath : sPath.substr(iCut + 1);
+        }
+
+        // A key to delete, with its parent.
+        struct Victim_s
+        {
+            Descriptor_c Parent, Key;
+            std::string sFile;     // of the key, in its parent's folder
+            std::string sListed;   // the key's name if the parent is the open key, else empty
+        };
+
+        // Finds a key by its path from an open one, which an empty path names. A tree itself is not found.
+        bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
+        {
+            int const iFolder = FolderOf(hKey);
+            std::string_view sRest = TextOf(szKey);
+            bool const bItself = TakeName(sRest).empty();
+            std::string_view sParent, sLast;
+            if (iFolder < 0)
+            {
+                return false;
+            }
+            SplitLast(bItself ? std::string_view(hKey->sPath) : TextOf(szKey), sParent, sLast);
+            if (sLast.empty() || !KeyNameOnDisk(sLast, Victim.sFile))
+            {
+                return false;
+            }
+            Victim.Parent.Reset(
+                bItself ? OpenKey(hKey->eTree, sParent, false) : OpenFrom(OpenFolder(iFolder, "."), sParent, false, 0));
+            Victim.Key.Reset(Victim.Parent.IsOpen() ? OpenFolder(Victim.Parent.Get(), Victim.sFile.c_str()) : -1);
+            Victim.sListed = bItself || !TakeName(sParent).empty() ? std::string_view() : sLast;
+            return Victim.Key.IsOpen() && (!bItself || IdentityOf(Victim.Key.Get()) == IdentityOf(iFolder));
+        }
+
+        // Deletes a key without subkeys on behalf of an open key, whose listing learns of it.
+        bool DeleteFound(RegistryKey_t hKey, Victim_s const & Victim)
+        {
+            Change_c Change;
+            KeyLock_c const Parent(Change, Victim.Parent.Get()), Key(Change, Victim.Key.Get());
+            bool const bListed = !Victim.sListed.empty() && hKey->Listing.IsCurrent(Parent.Get());
+            if (!Parent.IsHeld() || !Key.IsHeld() || !MayDeleteFrom(Parent.Get()) || !EmptyKey(Key.Get())
+                || unlinkat(Parent.Get(), Victim.sFile.c_str(), AT_REMOVEDIR) != 0)
+            {
+                return false;
+            }
+            CountKeyChange();
+            hKey->Listing.CountChange();
+            if (bListed)
+            {
+                hKey->Listing.Drop(Parent.Get(), Victim.sListed);
+            }
+            return true;
+        }
+
+        // A key of a tree that is being deleted, and what is left to delete in it.
+        struct Level_s
+        {
+            std::string sFile;
+            DescriptorIdentity_t Identity;
+            std::vector<std::string> dLeft;
+        };
+
+        bool PushLevel(std::vector<Level_s> & dLevels, std::string sFile, int iKey)
+        {
+            KeyContents_s Contents = ReadKeyContents(iKey);
+            std::sort(Contents.dSubKeys.begin(), Contents.dSubKeys.end());
+            dLevels.push_back({ std::move(sFile), IdentityOf(iKey), std::move(Contents.dSubKeys) });
+            return Contents.bRead && MayDeleteFrom(iKey);
+        }
+
+        // Deletes the subkeys of a found key, each level from the last to the first, however deep.
+        bool DeleteBelow(RegistryKey_t hKey, Victim_s const & Top)
+        {
+            std::vector<Level_s> dLevels;
+            Victim_s Now;   // the key at hand; its parent is open only while it is deleted
+            Now.Key.Reset(OpenFolder(Top.Key.Get(), "."));
+            bool bGood = Now.Key.IsOpen() && PushLevel(dLevels, Top.sFile, Now.Key.Get());
+            while (bGood && (dLevels.size() > 1 || !dLevels.back().dLeft.empty()))
+            {
+                Level_s & Level = dLevels.back();
+                if (!Level.dLeft.empty())
+                {
+                    std::string sFile;
+                    KeyNameOnDisk(Level.dLeft.back(), sFile);
+                    Level.dLeft.pop_back();
+                    Now.Key.Reset(OpenFolder(Now.Key.Get(), sFile.c_str()));
+                    bGood = Now.Key.IsOpen() && PushLevel(dLevels, std::move(sFile), Now.Key.Get());
+                    continue;
+                }
+                Now.sFile = std::move(Level.sFile);
+                dLevels.pop_back();
+                Now.Parent.Reset(OpenFolder(Now.Key.Get(), ".."));
+                bGood = IdentityOf(Now.Parent.Get()) == dLevels.back().Identity && DeleteFound(hKey, Now);
+                Now.Key.Reset(Now.Parent.Release());
+            }
+            return bGood;
         }
     }
 
@@ -366,7 +445,8 @@ namespace plat
         return Descriptor_c(OpenKey(eTree, TextOf(szKey), false)).IsOpen();
     }
 
-    RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate)
+    // The system checks the rights of each operation, so an opening needs none.
+    RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t, bool bCreate)
     {
         int iFolder = -1;
         errno = ENOENT;
@@ -374,46 +454,38 @@ namespace plat
         {
             iFolder = OpenKey(eTree, TextOf(szKey), bCreate);
         }
-        return NewKey(eTree, std::string(TextOf(szKey)), iFolder, dwAccess);
-    }
-
-    RegistryKey_t RegistryOpenSubKey(RegistryKey_t hKey, char const * szKey, std::uint32_t dwAccess)
-    {
-        if (!hKey)
-        {
-            return nullptr;
-        }
-        int const iFolder = OpenFrom(OpenFolder(hKey->Folder.Get(), "."), TextOf(szKey), false, 0);
-        return NewKey(hKey->eTree, hKey->sPath + '\\' + std::string(TextOf(szKey)), iFolder, dwAccess);
+        return NewKey(eTree, std::string(TextOf(szKey)), iFolder);
     }
 
     void RegistryCloseKey(RegistryKey_t hKey)
     {
-        delete hKey;
+        if (hKey)
+        {
+            hKey->Folder.Reset(-1);
+            delete hKey;
+        }
     }
 
     bool RegistryRead(
         RegistryKey_t hKey, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize)
     {
-        return ReadFrom(hKey ? hKey->Folder.Get() : -1, szName, eType, pBuffer, nSize);
+        return ReadFrom(FolderOf(hKey), szName, eType, pBuffer, nSize);
     }
 
     bool RegistryWrite(
         RegistryKey_t hKey, char const * szName, RegistryType_e eType, void const * pData, std::size_t nSize)
     {
         std::string sFile;
-        return hKey && IsStorable(szName, nSize, sFile)
-               && WriteTo(hKey->Folder.Get(), sFile.c_str(),
+        return IsStorable(szName, nSize, sFile)
+               && WriteTo(FolderOf(hKey), sFile.c_str(),
                    { eType, TextOf(szName), { static_cast<char const *>(pData), nSize } });
     }
 
     bool RegistryQuery(RegistryKey_t hKey, char const * szName, RegistryType_e & eType, std::size_t & nSize)
     {
-        std::string sFile;
         RecordBytes_t aBytes;
         Record_t Record;
-        if (!hKey || !ValueNameOnDisk(TextOf(szName), sFile)
-            || !LoadRecord(hKey->Folder.Get(), sFile.c_str(), aBytes, Record))
+        if (!Load(FolderOf(hKey), szName, aBytes, Record))
         {
             return false;
         }
@@ -425,97 +497,79 @@ namespace plat
     bool RegistryDeleteValue(RegistryKey_t hKey, char const * szName)
     {
         std::string sFile;
-        if (!hKey || !ValueNameOnDisk(TextOf(szName), sFile))
+        if (!ValueNameOnDisk(TextOf(szName), sFile))
         {
             return false;
         }
-        KeyLock_c const Lock(hKey->Folder.Get(), LOCK_SH);
-        return Lock.IsHeld() && unlinkat(hKey->Folder.Get(), sFile.c_str(), 0) == 0;
+        Change_c Change;
+        KeyLock_c const Key(Change, FolderOf(hKey));
+        return Key.IsHeld() && unlinkat(Key.Get(), sFile.c_str(), 0) == 0;
     }
 
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName)
     {
         std::string sOld, sNew;
-        if (!hKey || !ValueNameOnDisk(TextOf(szOldName), sOld) || !ValueNameOnDisk(TextOf(szNewName), sNew))
+        if (!ValueNameOnDisk(TextOf(szOldName), sOld) || !ValueNameOnDisk(TextOf(szNewName), sNew))
         {
             return false;
         }
-        int const iFolder = hKey->Folder.Get();
-        KeyLock_c const Lock(iFolder, LOCK_EX);
+        Change_c Change;
+        KeyLock_c const Key(Change, FolderOf(hKey));
         RecordBytes_t aBytes, aOther;
         Record_t Record, Other;
-        if (!Lock.IsHeld() || LoadRecord(iFolder, sNew.c_str(), aOther, Other)
-            || !LoadRecord(iFolder, sOld.c_str(), aBytes, Record)
-            || !StoreRecord(iFolder, sNew.c_str(), { Record.eType, TextOf(szNewName), Record.sData }))
+        if (!Key.IsHeld() || LoadRecord(Key.Get(), sNew.c_str(), aOther, Other)
+            || !LoadRecord(Key.Get(), sOld.c_str(), aBytes, Record)
+            || !Key.Store(sNew.c_str(), { Record.eType, TextOf(szNewName), Record.sData }))
         {
             return false;
         }
-        bool const bGone = unlinkat(iFolder, sOld.c_str(), 0) == 0;
+        bool const bGone = unlinkat(Key.Get(), sOld.c_str(), 0) == 0;
         if (!bGone)
         {
-            unlinkat(iFolder, sNew.c_str(), 0);
+            unlinkat(Key.Get(), sNew.c_str(), 0);
         }
         return bGone;
     }
 
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize)
     {
-        if (!hKey)
+        int const iFolder = FolderOf(hKey);
+        if (iFolder < 0)
         {
             return false;
         }
-        std::vector<std::string> dNames = ReadContents(hKey->Folder.Get()).dSubKeys;
-        if (iIndex >= dNames.size())
+        std::vector<std::string> const & dNames = hKey->Listing.Read(iFolder);
+        if (iIndex >= dNames.size() || dNames[iIndex].size() >= nSize)
         {
             return false;
         }
-        auto const iName = dNames.begin() + static_cast<std::ptrdiff_t>(iIndex);
-        std::nth_element(dNames.begin(), iName, dNames.end());
-        if (iName->size() >= nSize)
-        {
-            return false;
-        }
-        std::string const sSpelling = SpellingOf(hKey->Folder.Get(), *iName);
+        std::string const sSpelling = SpellingOf(iFolder, dNames[iIndex]);
         std::memcpy(szName, sSpelling.c_str(), sSpelling.size() + 1);
         return true;
     }
 
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey)
     {
-        if (!hKey)
-        {
-            return false;
-        }
-        std::string_view sRest = TextOf(szKey);
-        bool const bItself = TakeName(sRest).empty();
-        std::string_view sParent, sLast;
-        SplitLast(bItself ? std::string_view(hKey->sPath) : TextOf(szKey), sParent, sLast);
-        std::string sFile;
-        if (sLast.empty() || !KeyNameOnDisk(sLast, sFile))
-        {
-            return false;
-        }
-        Descriptor_c const Parent(bItself ? OpenKey(hKey->eTree, sParent, false)
-                                          : OpenFrom(OpenFolder(hKey->Folder.Get(), "."), sParent, false, 0));
-        Descriptor_c const Key(Parent.IsOpen() ? OpenFolder(Parent.Get(), sFile.c_str()) : -1);
-        if (!Key.IsOpen() || (bItself && !IsSameFolder(Key.Get(), hKey->Folder.Get())))
-        {
-            return false;
-        }
-        KeyLock_c const Lock(Key.Get(), LOCK_EX);
-        return Lock.IsHeld() && MayDeleteFrom(Parent.Get()) && EmptyKey(Key.Get())
-               && unlinkat(Parent.Get(), sFile.c_str(), AT_REMOVEDIR) == 0;
+        Victim_s Victim;
+        return Find(hKey, szKey, Victim) && DeleteFound(hKey, Victim);
+    }
+
+    bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey)
+    {
+        Victim_s Victim;
+        return Find(hKey, szKey, Victim) && DeleteBelow(hKey, Victim) && DeleteFound(hKey, Victim);
     }
 
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info)
     {
         Info = {};
         FileFacts_t Facts;
-        if (!hKey || !FactsAt(hKey->Folder.Get(), "", AT_EMPTY_PATH, Facts))
+        int const iFolder = FolderOf(hKey);
+        if (iFolder < 0 || !FactsAt(iFolder, "", AT_EMPTY_PATH, Facts))
         {
             return false;
         }
-        Contents_s const Contents = ReadContents(hKey->Folder.Get());
+        KeyContents_s const Contents = ReadKeyContents(iFolder);
         Info.tLastWrite = Facts.tLastWrite;
         Info.nSubKeys = Contents.dSubKeys.size();
         for (std::string const & sName : Contents.dSubKeys)
@@ -526,7 +580,7 @@ namespace plat
         {
             RecordBytes_t aBytes;
             Record_t Record;
-            if (LoadRecord(hKey->Folder.Get(), sFile.c_str(), aBytes, Record))
+            if (LoadRecord(iFolder, sFile.c_str(), aBytes, Record))
             {
                 ++Info.nValues;
                 Info.nMaxValueNameLength = std::max(Info.nMaxValueNameLength, Record.sName.size());

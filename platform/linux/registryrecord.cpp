@@ -4,7 +4,6 @@
 #include "platform/linux/registryrecord.h"
 
 #include "platform/linux/descriptor.h"
-#include "platform/linux/folderreader.h"
 #include "platform/linux/folding.h"
 
 #include <atomic>
@@ -13,7 +12,6 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 namespace plat
@@ -28,6 +26,8 @@ namespace plat
         constexpr std::size_t DATA_SIZE_AT = 12;
         constexpr std::size_t CHECK_AT = 16;
         constexpr std::size_t HEADER_SIZE = 20;
+
+        constexpr char SHORTENED_MARK = '~';   // ahead of the hash in a shortened name
 
         std::uint32_t GetWord(char const * pBytes)
         {
@@ -94,21 +94,48 @@ namespace plat
             return true;
         }
 
-        // A name that no other writer, living or dead, has used.
-        void MakeBusyName(char (&szName)[64])
+        // What is written until it is renamed. A writer alone has one name, so that it overwrites what a dead one left;
+        // others have each a name that none has used before.
+        void MakeBusyName(char (&szName)[64], bool bAlone)
         {
             static std::atomic<unsigned> s_nNames{ 0 };
+            if (bAlone)
+            {
+                std::snprintf(szName, sizeof(szName), "%c", BUSY_MARK);
+                return;
+            }
             timespec Now;
             clock_gettime(CLOCK_REALTIME, &Now);
             std::snprintf(szName, sizeof(szName), "%c%d.%u.%llx", BUSY_MARK, static_cast<int>(getpid()), ++s_nNames,
                 static_cast<unsigned long long>(Now.tv_sec) * 1000000000u + static_cast<unsigned long>(Now.tv_nsec));
         }
 
-        // The name on disk behind a mark: folded, with %XX for bytes that are not plain.
+        int MakeBusyFile(int iFolder, char const * szBusy)
+        {
+            constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+            int const iFile = openat(iFolder, szBusy, FLAGS, 0644);
+            bool const bLeft = iFile < 0 && errno == EEXIST && unlinkat(iFolder, szBusy, 0) == 0;
+            return bLeft ? openat(iFolder, szBusy, FLAGS, 0644) : iFile;
+        }
+
+        // FNV-1a of 64 bits.
+        std::uint64_t HashOf(std::string_view sText)
+        {
+            std::uint64_t nHash = 0xCBF29CE484222325u;
+            for (char const c : sText)
+            {
+                nHash = (nHash ^ static_cast<unsigned char>(c)) * 0x100000001B3u;
+            }
+            return nHash;
+        }
+
+        // The name on disk after a mark: folded, with %XX for bytes that are not plain. What gets longer than a file's
+        // name may be ends in the hash of all that follows the mark.
         bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
             constexpr char DIGITS[] = "0123456789ABCDEF";
+            constexpr std::size_t HASH_SIZE = 17;   // with its mark
             sFile = sMark;
             for (std::size_t iByte = 0; iByte < sName.size(); ++iByte)
             {
@@ -122,8 +149,15 @@ namespace plat
                     sFile += { '%', DIGITS[static_cast<unsigned char>(cByte) >> 4], DIGITS[cByte & 15] };
                 }
             }
+            if (sFile.size() > NAME_MAX)
+            {
+                char szHash[HASH_SIZE + 1];
+                std::snprintf(szHash, sizeof(szHash), "%c%016llX", SHORTENED_MARK,
+                    static_cast<unsigned long long>(HashOf(std::string_view(sFile).substr(sMark.size()))));
+                sFile.replace(NAME_MAX - HASH_SIZE, std::string::npos, szHash);
+            }
             errno = ENAMETOOLONG;
-            return sFile.size() <= NAME_MAX;
+            return sName.size() <= NAME_LIMIT;
         }
 
         // The value of a digit that NameOnDisk writes; -1 for any other character.
@@ -142,7 +176,7 @@ namespace plat
             return false;
         }
         errno = EBADMSG;
-        if (!S_ISREG(Stat.st_mode) || Stat.st_size > static_cast<off_t>(HEADER_SIZE + NAME_MAX + VALUE_LIMIT))
+        if (!S_ISREG(Stat.st_mode) || Stat.st_size > static_cast<off_t>(HEADER_SIZE + NAME_LIMIT + VALUE_LIMIT))
         {
             return false;
         }
@@ -150,53 +184,25 @@ namespace plat
         return ReadFully(File.Get(), aBytes.data(), aBytes.size()) == aBytes.size() && UnpackRecord(aBytes, Record);
     }
 
-    void SweepBusyFiles(int iFolder)
+    bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record, bool bAlone)
     {
-        lseek(iFolder, 0, SEEK_SET);   // a descriptor that lives long has been read before
-        FolderReader_c Reader(iFolder);
-        while (dirent64 const * pEntry = Reader.Next())
-        {
-            if (pEntry->d_name[0] == BUSY_MARK)
-            {
-                Descriptor_c const File(
-                    openat(iFolder, pEntry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-                if (File.IsOpen() && flock(File.Get(), LOCK_EX | LOCK_NB) == 0)
-                {
-                    unlinkat(iFolder, pEntry->d_name, 0);
-                }
-            }
-        }
-    }
-
-    // Between making and locking the file another process may take it for
-    // a dead writer's and delete it; it is then made anew.
-    bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record)
-    {
-        constexpr int TRIES = 8;
         RecordBytes_t const aBytes = PackRecord(Record);
-        for (int iTry = 0; iTry < TRIES; ++iTry)
+        char szBusy[64];
+        MakeBusyName(szBusy, bAlone);
+        Descriptor_c const File(MakeBusyFile(iFolder, szBusy));
+        if (!File.IsOpen())
         {
-            char szBusy[64];
-            MakeBusyName(szBusy);
-            Descriptor_c const File(openat(iFolder, szBusy, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-            if (!File.IsOpen())
-            {
-                return false;
-            }
-            flock(File.Get(), LOCK_EX | LOCK_NB);
-            if (WriteFully(File.Get(), aBytes.data(), aBytes.size()) && renameat(iFolder, szBusy, iFolder, szFile) == 0)
-            {
-                return true;
-            }
+            return false;
+        }
+        bool const bStored =
+            WriteFully(File.Get(), aBytes.data(), aBytes.size()) && renameat(iFolder, szBusy, iFolder, szFile) == 0;
+        if (!bStored)
+        {
             int const iError = errno;
             unlinkat(iFolder, szBusy, 0);
             errno = iError;
-            if (iError != ENOENT)
-            {
-                return false;
-            }
         }
-        return false;
+        return bStored;
     }
 
     bool KeyNameOnDisk(std::string_view sName, std::string & sFile)
@@ -207,6 +213,11 @@ namespace plat
     bool ValueNameOnDisk(std::string_view sName, std::string & sFile)
     {
         return NameOnDisk({ &VALUE_MARK, 1 }, sName, sFile);
+    }
+
+    bool IsShortenedName(std::string_view sFile)
+    {
+        return sFile.find(SHORTENED_MARK, 1) != std::string_view::npos;
     }
 
     bool KeyNameFromDisk(char const * szFile, std::string & sName)

@@ -10,6 +10,7 @@
 namespace plat
 {
     constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024;   // bytes of a value; more is refused
+    constexpr std::size_t NAME_LIMIT = 255;                 // bytes of a name; more are refused
     constexpr char KEY_RECORD[] = "@key";
     constexpr char KEY_MARK = '@';
     constexpr char VALUE_MARK = '=';
@@ -27,16 +28,18 @@ namespace plat
     /// Reads a file of records; false if it is none, or damaged. The record points into the bytes.
     bool LoadRecord(int iFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record);
 
-    /// Puts a record in the place of szFile; false on failure, with the former one in place.
-    bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record);
+    /// Puts a record in the place of szFile; false on failure, with the former one in place. With bAlone the caller is
+    /// the only writer to the folder.
+    bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
-    /// Deletes what dead writers left in the folder of a key.
-    void SweepBusyFiles(int iFolder);
-
-    /// The file's name for the name of a key, or behind VALUE_MARK of a value. False if it is too long.
+    /// The file's name for the name of a key, or after VALUE_MARK of a value: escaped, and shortened if that gets too
+    /// long. False if the name itself is too long.
     bool KeyNameOnDisk(std::string_view sName, std::string & sFile);
     bool ValueNameOnDisk(std::string_view sName, std::string & sFile);
 
-    /// The folded name of a key of which szFile is the folder; false if it is the folder of none.
+    /// Whether a file's name is a shortened one, from which the name can't be told.
+    bool IsShortenedName(std::string_view sFile);
+
+    /// The folded name of the key that has szFile for its folder; false if it is the folder of none, or a shortened name.
     bool KeyNameFromDisk(char const * szFile, std::string & sName);
 }

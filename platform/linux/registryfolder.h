@@ -1,0 +1,64 @@
+// registryfolder.h: what stands in the folder of a key of the registry's store. See registry.cpp for the names there.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace plat
+{
+    /// The entries of a key's folder, in the disk's order.
+    struct KeyContents_s
+    {
+        std::vector<std::string> dSubKeys;   // folded names
+        std::vector<std::string> dValues;    // files
+        std::vector<std::string> dOthers;    // files that go with the key: its record, and what writers left
+        bool bForeign = false;               // something that is none of the store's
+        bool bRead = false;                  // whole
+    };
+    KeyContents_s ReadKeyContents(int iFolder);
+
+    /// The name of a subkey as it was spelled when it was made, if that is still known; else the folded name.
+    std::string SpellingOf(int iFolder, std::string const & sFolded);
+
+    /// Empties the folder of a key. False, with nothing deleted, if it has subkeys or holds what is not the store's.
+    bool EmptyKey(int iFolder);
+
+    /// The sorted names of a key's subkeys, read again only after the folder changed. Changes by this process and, where
+    /// folders count their subfolders, by others are seen at once; else a change of the same tick of the disk's clock
+    /// as the reading is seen 20 ms later.
+    class KeyListing_c
+    {
+    public:
+        /// The folded names.
+        std::vector<std::string> const & Read(int iFolder);
+
+        /// Whether the names are those of the folder.
+        bool IsCurrent(int iFolder) const;
+
+        /// Counts a change of another folder that the listing's owner made.
+        void CountChange() { ++m_nChanges; }
+
+        /// Drops a name from a listing that was current until its owner deleted the subkey.
+        void Drop(int iFolder, std::string const & sName);
+
+    private:
+        // What changes with a folder's entries.
+        struct Stamp_s
+        {
+            std::int64_t tChange = 0;   // nanoseconds
+            std::uint64_t nLinks = 0;
+            bool operator==(Stamp_s const &) const = default;
+        };
+        static Stamp_s StampOf(int iFolder);
+
+        std::vector<std::string> m_dNames;
+        Stamp_s m_Stamp;
+        unsigned m_nChanges = 0;
+        std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 before the first reading
+        bool m_bSettled = false;    // the last change was long before the reading
+    };
+
+    /// Counts a subkey made or deleted by this process, which outdates listings.
+    void CountKeyChange();
+}
