@@ -16,6 +16,9 @@
 /// A thread's variable that is reached without a call; the library must be loaded at start, not by hand.
 #define ZQ_THREAD_LOCAL thread_local __attribute__((tls_model("initial-exec")))
 
+/// Keeps what was written to the memory at p, though nothing in the program reads it before the memory is released.
+#define ZQ_KEEP_WRITES(p) __asm__ volatile("" : : "r"(p) : "memory")
+
 /// Asks for the processor's cache line at an address, which will be written soon. Safe for any address.
 #define ZQ_PREFETCH(pAddress) __builtin_prefetch(pAddress, 1)
 

@@ -1,9 +1,10 @@
 // debugheap.h: a heap that knows of each block its word, size, source file and line.
 //
 // Sits on the C library's malloc and on nothing else. Every event passes a hook before it takes effect, under the
-// heap's lock. New memory is filled with 0xCD, freed memory with 0xDD, and 4 bytes of 0xFD stand before and behind
-// each block; damage to them is reported when the block is freed. A block of more than HEAP_FILL_LIMIT bytes is filled
-// at its ends only. Any thread; usable before the first constructor runs and after the last destructor has.
+// heap's lock. New memory is filled with 0xCD, freed memory with 0xDD, and a fence of at least 4 bytes of 0xFD stands
+// before and after each block; damage to a fence is reported when the block is freed. A block of more than
+// HEAP_FILL_LIMIT bytes is filled at its ends only. Any thread; usable before the first constructor runs and after the
+// last destructor has.
 #pragma once
 
 #include "platform/compiler.h"
@@ -20,7 +21,6 @@ namespace plat
     enum class HeapEvent_e
     {
         Alloc = 1,
-        Realloc = 2,
         Free = 3
     };
 
@@ -32,14 +32,18 @@ namespace plat
         std::uint32_t dwType = 0;        // the word given at allocation
         char const * szFile = nullptr;   // may be null
         int iLine = 0;
+        void * pOwn = nullptr;   // the bytes that the caller sees: all of the block until HeapSetOwn narrows them
+        std::size_t nOwn = 0;
     };
 
-    /// Called with the heap's lock held: for Alloc with the new block, for Realloc and Free with the block as it is.
-    /// For Realloc nNewBytes is the size asked for; else it equals Block.nBytes.
-    using HeapHook_t = void (*)(HeapEvent_e eEvent, HeapBlock_t const & Block, std::size_t nNewBytes);
+    /// Called with the heap's lock held, before a block is listed or taken off the list: the block, its size and word.
+    using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType);
 
     /// Called when no memory is to be had; the heap tries again if it returns true.
     using HeapFailure_t = bool (*)(std::size_t nBytes);
+
+    /// The text that stands for a block's word in reports.
+    using HeapWordName_t = char const * (*)(std::uint32_t dwType);
 
     /// Called for each block that still lives when the process ends.
     using HeapDump_t = void (*)(HeapBlock_t const & Block);
@@ -50,35 +54,48 @@ namespace plat
     /// Takes a block; null if there is no memory and the failure handler gives up. The start is aligned for any type.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine);
 
-    /// Moves a block's contents to a block of another size, with a Realloc event; null leaves the old block as it is.
-    void * HeapRealloc(void * pUser, std::size_t nBytes);
+    /// Narrows a live block to the bytes that its caller sees. What stands after them becomes part of the fence, and
+    /// reports state this address and size.
+    void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
-    /// Gives a block back. Null does nothing. A block that is damaged in front, or none of this heap's, is reported and
-    /// left alone.
+    /// Releases a block. Null does nothing. A block that was freed already, is damaged in front or is none of this
+    /// heap's is reported and left alone.
     void HeapFree(void * pUser);
 
-    /// Size and word of a live block. The pointer must be one that HeapAlloc gave.
+    /// Size and word of a live block, and all that is known of it. The pointer must be one that HeapAlloc returned.
     std::size_t HeapBlockSize(void const * pUser);
     std::uint32_t HeapBlockType(void const * pUser);
+    HeapBlock_t HeapDescribe(void const * pUser);
 
-    /// Looks a pointer up among the live blocks; false if it is none. Costs a walk; safe for any pointer.
+    /// Looks up a pointer to a live block, or to the bytes that its caller sees; false if it is neither. Costs a walk;
+    /// safe for any pointer.
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
+
+    /// Copies the name of a block's source file, cut to nSize - 1 bytes: "unknown" where none was given, "unloaded
+    /// module" where the memory of the name is gone. Costs a system call.
+    void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize);
 
     /// Calls fnVisit for each live block, newest first. The heap must stand still meanwhile.
     void HeapWalk(void (*fnVisit)(HeapBlock_t const & Block, void * pContext), void * pContext);
 
-    /// Install a hook, a failure handler, a dump function, or null for none.
+    /// Install a hook, a failure handler, names of words, a dump function, or null for none.
     void HeapSetHook(HeapHook_t fnHook);
     void HeapSetFailureHandler(HeapFailure_t fnFailure);
+    void HeapSetWordName(HeapWordName_t fnName);
     void HeapSetDump(HeapDump_t fnDump);
 
-    /// Whether the blocks that still live when the process ends are reported, after the last destructor.
+    /// Whether the blocks that still live when the process ends are reported, after the last destructor. Those that the
+    /// C++ runtime's own globals reach are none of them: it keeps them for as long as the process runs. While other
+    /// threads run, what they hold can't be told from what is lost: one line then says that nothing is listed.
     void HeapSetLeakCheck(bool bCheck);
+
+    /// The name of a word.
+    char const * HeapWordName(std::uint32_t dwType);
 
     /// Formats a report of up to 1023 characters and hands it to the receiver, else to standard error.
     void HeapReport(char const * szFormat, ...) ZQ_PRINTF(1, 2);
 
-    /// Installs a receiver of reports, or null for the default; returns the former one.
+    /// Installs a receiver of reports, or null for the default; returns the previous one.
     HeapReport_t HeapReportSet(HeapReport_t fnReceiver);
 
     /// The heap's lock, spin count 4000. Held during each hook.

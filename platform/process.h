@@ -17,6 +17,10 @@ namespace plat
     /// Makes a folder the current one; false on failure.
     bool ProcessSetCurrentFolder(wchar_t const * szFolder);
 
+    /// How many threads run beside the calling one; 0 if that can't be told. A thread that has just been joined counts
+    /// for some microseconds still, so the call waits up to 10 ms for none to be left.
+    int ProcessOtherThreads();
+
     /// Installs what a call of a pure virtual function does; it must not return.
     void ProcessSetPureCallHandler(void (*fnHandler)());
 

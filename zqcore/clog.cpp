@@ -18,6 +18,7 @@
 
 #include <cstring>
 #include <cwchar>
+#include <utility>
 
 constinit std::FILE * g_pMessageLogFile = nullptr;
 constinit int g_iLogFrameCounter = 0;
@@ -35,6 +36,7 @@ namespace
     wchar_t g_wszFolder[PATH_SIZE];
     wchar_t g_wszFile[PATH_SIZE];
     constinit Link_T<Listener_t> * g_pListeners = nullptr;
+    constinit bool g_bOpened = false;   // LogInit has made the log's file
 
     void CopyPath(wchar_t * wszTo, wchar_t const * wszFrom)
     {
@@ -89,6 +91,15 @@ namespace
         return g_wszFile[0] ? g_wszFile : L"message.log";
     }
 
+    std::FILE * OpenMessageLog(char const * szMode)
+    {
+        wchar_t wszPath[PATH_SIZE];
+        FullPath(wszPath, FileNameOrDefault());
+        char szPath[PATH_SIZE * 4];
+        plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
+        return plat::StreamOpen(szPath, szMode);
+    }
+
     double Megabytes(std::uint64_t nBytes)
     {
         return static_cast<double>(static_cast<float>(nBytes) / 1048576.0f);
@@ -135,22 +146,18 @@ void LogInit()
     {
         return;
     }
-    wchar_t wszPath[PATH_SIZE];
-    FullPath(wszPath, FileNameOrDefault());
-    char szPath[PATH_SIZE * 4];
-    plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
-    g_pMessageLogFile = plat::StreamOpen(szPath, "wb");
+    g_pMessageLogFile = OpenMessageLog("wb");
     if (g_pMessageLogFile)
     {
         std::setvbuf(g_pMessageLogFile, nullptr, _IONBF, 0);
+        g_bOpened = true;
     }
     LogAddCallback(WriteToMessageLog);
 }
 
 void LogDone()
 {
-    LinkFreeAll(g_pListeners);
-    g_pListeners = nullptr;
+    LinkFreeAll(std::exchange(g_pListeners, nullptr));   // a report of the heap may come in between
     if (g_pMessageLogFile)
     {
         std::fclose(g_pMessageLogFile);
@@ -164,6 +171,28 @@ void LogCloseInCrash()
     {
         g_pMessageLogFile = nullptr;
         plat::RawCloseStream(pFile);
+    }
+}
+
+void LogWriteLate(char const * szText)
+{
+    bool const bClosed = !g_pMessageLogFile;
+    if (bClosed && g_bOpened)
+    {
+        g_pMessageLogFile = OpenMessageLog("ab");
+    }
+    std::size_t nLine;
+    for (; *szText; szText += nLine + (szText[nLine] == '\n'))
+    {
+        char szLine[LINE_SIZE];
+        nLine = std::strcspn(szText, "\n");
+        std::snprintf(szLine, sizeof szLine, "%.*s", static_cast<int>(nLine), szText);
+        WriteToMessageLog(szLine);
+    }
+    if (bClosed && g_pMessageLogFile)
+    {
+        std::fclose(g_pMessageLogFile);
+        g_pMessageLogFile = nullptr;
     }
 }
 

@@ -2,20 +2,24 @@
 
 #include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
+#include "zqcore/clog_internal.h"
 #include "zqcore/cmemoryreport.h"
 
 #include "platform/debugger.h"
 #include "platform/debugheap.h"
 #include "platform/fork.h"
+#include "platform/memory.h"
+#include "platform/process.h"
 #include "platform/threads.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 
 constinit MemoryCounters_s g_MemoryCounters = {};
-constinit bool g_MemoryInit = false;
+constinit std::atomic<bool> g_MemoryInit = false;
 constinit plat::Lock_c & g_CategoryLock = plat::g_HeapLock;
 
 namespace
@@ -162,6 +166,13 @@ namespace
         }
     }
 
+    // For numbers that are written under the lock and read without it.
+    template <typename NUMBER>
+    void AddUnderLock(std::atomic<NUMBER> & Number, NUMBER iChange)
+    {
+        Number.store(Number.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
+    }
+
     void CountIn(mem::Categories_e eCategory, std::size_t nBytes)
     {
         MemoryCounters_s & Counters = g_MemoryCounters;
@@ -170,9 +181,11 @@ namespace
         Counters.dMaxCount[eCategory] = std::max(Counters.dMaxCount[eCategory], Counters.dCount[eCategory]);
         Counters.dBytes[eCategory] += iBytes;
         Counters.dMaxBytes[eCategory] = std::max(Counters.dMaxBytes[eCategory], Counters.dBytes[eCategory]);
-        Counters.iTotalCount += 1;
-        Counters.iTotalBytes += iBytes;
-        Counters.iMaxTotalBytes = std::max(Counters.iMaxTotalBytes, Counters.iTotalBytes);
+        AddUnderLock<std::ptrdiff_t>(Counters.iTotalCount, 1);
+        AddUnderLock(Counters.iTotalBytes, iBytes);
+        Counters.iMaxTotalBytes.store(std::max(Counters.iMaxTotalBytes.load(std::memory_order_relaxed),
+                                          Counters.iTotalBytes.load(std::memory_order_relaxed)),
+            std::memory_order_relaxed);
         Counters.nFrameAllocs += 1;
         Counters.dFrameAllocs[eCategory] += 1;
     }
@@ -183,34 +196,45 @@ namespace
         auto const iBytes = static_cast<std::ptrdiff_t>(nBytes);
         Counters.dCount[eCategory] -= 1;
         Counters.dBytes[eCategory] -= iBytes;
-        Counters.iTotalCount -= 1;
-        Counters.iTotalBytes -= iBytes;
+        AddUnderLock<std::ptrdiff_t>(Counters.iTotalCount, -1);
+        AddUnderLock(Counters.iTotalBytes, -iBytes);
     }
 
     // The hook on the debug heap, which holds g_CategoryLock meanwhile.
-    void CoreAllocHook(plat::HeapEvent_e eEvent, plat::HeapBlock_t const & Block, std::size_t nNewBytes)
+    void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType)
     {
         // Checked against memory that nobody wrote just now, which the processor reads at full speed. Both sides move
         // by the same amounts below, so only the counter that moves can break what held before.
         bool const bSoundBefore = MemoryCountersAddUp();
-        mem::Categories_e const eCategory = CountedCategory(Block.dwType);
+        mem::Categories_e const eCategory = CountedCategory(dwType);
         if (eCategory != mem::CRT)
         {
-            if (eEvent != plat::HeapEvent_e::Alloc)
+            if (eEvent == plat::HeapEvent_e::Free)
             {
-                CountOut(eCategory, Block.nBytes);
+                CountOut(eCategory, nBytes);
             }
-            if (eEvent != plat::HeapEvent_e::Free)
+            else
             {
-                CountIn(eCategory, nNewBytes);
+                CountIn(eCategory, nBytes);
                 if (g_MemoryCounters.bNewLogEnabled)
                 {
-                    MemoryNewLogRecord(Block, eCategory, nNewBytes);
+                    MemoryNewLogRecord(plat::HeapDescribe(pUser), eCategory);
                 }
             }
         }
         bool const bNegative = g_MemoryCounters.dCount[eCategory] < 0 || g_MemoryCounters.dBytes[eCategory] < 0;
         ZQ_ASSERT_TEXT((bSoundBefore && !bNegative) || MemoryCheckConsistency(), "MemoryCheckConsistency()");
+    }
+
+    // Whether the module of an object's class is still there: the table of its virtual operations can be read, and so can
+    // the first of these.
+    bool IsClassLoaded(mem::Object_i const * pObject)
+    {
+        std::uintptr_t iTable;
+        std::memcpy(&iTable, static_cast<void const *>(pObject), sizeof iTable);
+        void const * pOperation = nullptr;
+        return plat::MemoryRead(iTable, &pOperation, sizeof pOperation) == sizeof pOperation
+               && plat::MemoryIsReadable(pOperation, 1);
     }
 
     // The line of the leak report for a block that describes itself.
@@ -226,9 +250,44 @@ namespace
         if (auto const * const pObject =
                 static_cast<mem::Object_i const *>(get_aligned_from_block(Block.pUser, ALIGNMENT, 0)))
         {
-            char szDescription[256] = "";
-            pObject->Describe(szDescription, sizeof szDescription);
+            char szDescription[256] = "object of an unloaded module";
+            if (IsClassLoaded(pObject))
+            {
+                szDescription[0] = '\0';
+                pObject->Describe(szDescription, sizeof szDescription);
+            }
             plat::HeapReport("Memory object dump:\n%s\n", szDescription);
+        }
+    }
+
+    char const * NameOfWord(std::uint32_t dwWord)
+    {
+        return MemoryCategoryName(MemoryCategoryInWord(dwWord));
+    }
+
+    constinit std::atomic<MemoryReport_t> g_fnReport = nullptr;
+    constinit std::atomic<bool> g_bLeaving = false;   // the library's objects are gone
+
+    // The receiver of the heap's reports.
+    void CoreReport(char const * szText)
+    {
+        if (MemoryReport_t const fnReport = g_fnReport)
+        {
+            fnReport(szText);
+        }
+        else
+        {
+            std::fputs(szText, stderr);
+        }
+        char szLine[1024];
+        std::snprintf(szLine, sizeof szLine, "%.*s", static_cast<int>(std::strcspn(szText, "\n")), szText);
+        if (g_bLeaving)
+        {
+            LogWriteLate(szText);
+        }
+        else
+        {
+            ComplainOnce([&szLine] { LogText(szLine); });
         }
     }
 
@@ -240,8 +299,20 @@ namespace
     // Tracks the heap from the library's first constructor to its last destructor.
     struct MemoryLife_s
     {
-        MemoryLife_s() { MemoryInit(); }
-        ~MemoryLife_s() { MemoryDone(); }
+        MemoryLife_s()
+        {
+            MemoryBindOperators();
+            MemoryInit();
+        }
+
+        ~MemoryLife_s()
+        {
+            if (plat::ProcessOtherThreads() == 0)   // else their blocks and categories are still counted
+            {
+                MemoryDone();
+            }
+            g_bLeaving = true;
+        }
     };
     MemoryLife_s g_MemoryLife ZQ_FIRST_GLOBAL;
 }
@@ -303,7 +374,9 @@ void MemoryInit()
     ZQ_ASSERT_TEXT(g_MemoryInit == false, "g_MemoryInit == false && \"ModuleDone expected\"");
     plat::HeapSetLeakCheck(true);
     plat::HeapSetFailureHandler(OnHeapExhausted);
+    plat::HeapSetWordName(NameOfWord);
     plat::HeapSetDump(CoreDumpHook);
+    plat::HeapReportSet(CoreReport);
     plat::HeapSetHook(CoreAllocHook);
     g_MemoryInit = true;
 }
@@ -365,17 +438,17 @@ void MemoryCategoriesGet(
 
 std::ptrdiff_t MemoryTotalAllocations()
 {
-    return g_MemoryCounters.iTotalCount;
+    return g_MemoryCounters.iTotalCount.load(std::memory_order_relaxed);
 }
 
 std::ptrdiff_t MemoryTotalBytesAllocated()
 {
-    return g_MemoryCounters.iTotalBytes;
+    return g_MemoryCounters.iTotalBytes.load(std::memory_order_relaxed);
 }
 
 std::ptrdiff_t MemoryMaxTotalBytesAllocated()
 {
-    return g_MemoryCounters.iMaxTotalBytes;
+    return g_MemoryCounters.iMaxTotalBytes.load(std::memory_order_relaxed);
 }
 
 std::uint32_t MemoryBlockWord(int iBlockType)
@@ -396,34 +469,98 @@ std::uint32_t MemoryBlockWord(int iBlockType)
            | static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK);
 }
 
+MemoryReport_t MemoryReportSet(MemoryReport_t fnReceiver)
+{
+    return g_fnReport.exchange(fnReceiver);
+}
+
 namespace CoreMemory
 {
+    namespace
+    {
+        void * Take(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+        {
+            auto const iWord = static_cast<int>(MemoryBlockWord(iBlockType));
+            void * const p = aligned_malloc_dbg(nBytes, nAlignment, iWord, sFile, iLine);
+            if (!p)
+            {
+                char szText[512];
+                std::snprintf(szText, sizeof szText, "Cannot allocate additional %zu bytes: file(%s)line(%d)\n", nBytes,
+                    sFile ? sFile : "unknown", iLine);
+                plat::DebugOutput(szText);
+            }
+            return p;
+        }
+
+        // From the process's own operator.
+        template <typename... ALIGNMENT>
+        ZQ_COLD void * TakeForeign(
+            plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... iAlignment)
+        {
+            try
+            {
+                return Pair.fnNew(nBytes, iAlignment...);
+            }
+            catch (std::bad_alloc const &)
+            {
+                if (g_MemoryInit)
+                {
+                    OnHeapExhausted(nBytes);
+                }
+                return nullptr;
+            }
+        }
+    }
+
     void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine)
     {
-        auto const iWord = static_cast<int>(MemoryBlockWord(iBlockType));
-        void * const p = aligned_malloc_dbg(nBytes, ALIGNMENT, iWord, sFile, iLine);
-        if (!p)
-        {
-            char szText[512];
-            std::snprintf(szText, sizeof szText, "Cannot allocate additional %zu bytes: file(%s)line(%d)\n", nBytes,
-                sFile ? sFile : "unknown", iLine);
-            plat::DebugOutput(szText);
-        }
-        return p;
+        plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Plain;
+        return Foreign.fnNew ? TakeForeign(Foreign, nBytes) : Take(nBytes, ALIGNMENT, iBlockType, sFile, iLine);
     }
 
     void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine)
     {
-        return operator_new(nBytes, iBlockType, sFile, iLine);
+        plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Array;
+        return Foreign.fnNew ? TakeForeign(Foreign, nBytes) : Take(nBytes, ALIGNMENT, iBlockType, sFile, iLine);
     }
 
     void operator_delete(void * p)
     {
-        aligned_free_dbg(p);
+        plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Plain;
+        Foreign.fnNew ? Foreign.fnDelete(p) : aligned_free_dbg(p);
     }
 
     void operator_delete_array(void * p)
     {
-        aligned_free_dbg(p);
+        plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Array;
+        Foreign.fnNew ? Foreign.fnDelete(p) : aligned_free_dbg(p);
+    }
+
+    void * operator_new_aligned(
+        std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+    {
+        auto const & Foreign = g_ForeignOperators.Aligned;
+        return Foreign.fnNew ? TakeForeign(Foreign, nBytes, std::align_val_t{ nAlignment })
+                             : Take(nBytes, std::max(nAlignment, ALIGNMENT), iBlockType, sFile, iLine);
+    }
+
+    void * operator_new_array_aligned(
+        std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+    {
+        auto const & Foreign = g_ForeignOperators.AlignedArray;
+        return Foreign.fnNew ? TakeForeign(Foreign, nBytes, std::align_val_t{ nAlignment })
+                             : Take(nBytes, std::max(nAlignment, ALIGNMENT), iBlockType, sFile, iLine);
+    }
+
+    void operator_delete_aligned(void * p, std::size_t nAlignment)
+    {
+        auto const & Foreign = g_ForeignOperators.Aligned;
+        Foreign.fnNew ? Foreign.fnDelete(p, std::align_val_t{ nAlignment }) : aligned_free_dbg(p);
+    }
+
+    void operator_delete_array_aligned(void * p, std::size_t nAlignment)
+    {
+        auto const & Foreign = g_ForeignOperators.AlignedArray;
+        Foreign.fnNew ? Foreign.fnDelete(p, std::align_val_t{ nAlignment }) : aligned_free_dbg(p);
     }
 }

@@ -7,12 +7,18 @@
 //
 // The heap is tracked from load time on (MemoryInit runs in the first global constructor). One lock, g_CategoryLock,
 // guards the counters; a block costs one lock cycle and a consistency check on each way.
+//
+// The library must be linked to the executable itself, ahead of the C++ runtime. Where `delete` of the process is not
+// the library's all the same (the library arrives through another library or a plugin; a checker has its own), `new`,
+// ZQ_NEW and CoreMemory use the process's operators: every block still reaches the heap that it came from, but these
+// blocks are not tracked. One line on standard error says so at load.
 #pragma once
 
 #include "zqcore/cconfig.h"
 
 #include "platform/threads.h"
 
+#include <atomic>
 #include <cstddef>
 #include <new>
 
@@ -115,6 +121,14 @@ namespace CoreMemory
     ZQ_API void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
     ZQ_API void operator_delete(void * p);
     ZQ_API void operator_delete_array(void * p);
+
+    /// The same for types whose alignment is above 16, a power of 2.
+    ZQ_API void * operator_new_aligned(
+        std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
+    ZQ_API void * operator_new_array_aligned(
+        std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
+    ZQ_API void operator_delete_aligned(void * p, std::size_t nAlignment);
+    ZQ_API void operator_delete_array_aligned(void * p, std::size_t nAlignment);
 }
 
 /// Select a category for this thread, and take it back; pushes of the same category in a row share one entry. At most
@@ -152,7 +166,8 @@ ZQ_API std::ptrdiff_t MemoryTotalAllocations();
 ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
 
-/// Start and end the tracking. The library's first global object calls them; nobody else needs to.
+/// Start and end the tracking. The library's first global object calls them; nobody else needs to. At the end of a
+/// process in which other threads still run, the tracking goes on.
 ZQ_API void MemoryInit();
 ZQ_API void MemoryDone();
 
@@ -161,7 +176,7 @@ ZQ_API void MemoryDone();
 extern ZQ_API plat::Lock_c & g_CategoryLock;
 
 /// Whether the heap is tracked.
-extern ZQ_API bool g_MemoryInit;
+extern ZQ_API std::atomic<bool> g_MemoryInit;
 
 /// An aligned block: the alignment is a power of 2, and (pointer + offset) is aligned. A bad alignment or offset is
 /// reported and gives null. The word is kept as it stands, whatever the thread's stack says (see MemoryBlockWord).
@@ -176,7 +191,9 @@ ZQ_API void * aligned_realloc_dbg(
 ZQ_API void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlignment, std::size_t nOffset,
     int iBlockType, char const * sFile, int iLine);
 
-/// Frees an aligned block. Null does nothing; damage before the block and foreign blocks are reported.
+/// Frees an aligned block. Null does nothing. Damage before and after the block is reported; a block that was freed
+/// already, and one of another heap, is reported and left alone. A second free is noticed as long as the memory has not
+/// been used again; one of a large block whose pages the system has back is an access violation.
 ZQ_API void aligned_free_dbg(void * p);
 
 /// The heap's block behind an aligned pointer, or null.
@@ -195,7 +212,20 @@ inline void * operator new[](std::size_t nBytes, int iBlockType, char const * sF
     return CoreMemory::operator_new_array(nBytes, iBlockType, sFile, iLine);
 }
 
-/// Called only if a constructor behind ZQ_NEW throws.
+inline void * operator new(
+    std::size_t nBytes, std::align_val_t iAlignment, int iBlockType, char const * sFile, int iLine) noexcept
+{
+    return CoreMemory::operator_new_aligned(nBytes, static_cast<std::size_t>(iAlignment), iBlockType, sFile, iLine);
+}
+
+inline void * operator new[](
+    std::size_t nBytes, std::align_val_t iAlignment, int iBlockType, char const * sFile, int iLine) noexcept
+{
+    return CoreMemory::operator_new_array_aligned(
+        nBytes, static_cast<std::size_t>(iAlignment), iBlockType, sFile, iLine);
+}
+
+/// These are called only if a constructor after ZQ_NEW throws.
 inline void operator delete(void * p, int, char const *, int)
 {
     CoreMemory::operator_delete(p);
@@ -204,4 +234,14 @@ inline void operator delete(void * p, int, char const *, int)
 inline void operator delete[](void * p, int, char const *, int)
 {
     CoreMemory::operator_delete_array(p);
+}
+
+inline void operator delete(void * p, std::align_val_t iAlignment, int, char const *, int)
+{
+    CoreMemory::operator_delete_aligned(p, static_cast<std::size_t>(iAlignment));
+}
+
+inline void operator delete[](void * p, std::align_val_t iAlignment, int, char const *, int)
+{
+    CoreMemory::operator_delete_array_aligned(p, static_cast<std::size_t>(iAlignment));
 }

@@ -14,6 +14,7 @@ namespace
 {
     constexpr std::size_t WORD = sizeof(void *);
     constexpr std::uintptr_t GAP_FILL = static_cast<std::uintptr_t>(0xBDBDBDBDBDBDBDBD);
+    constexpr auto FREED_FILL = static_cast<std::uintptr_t>(0xDDDDDDDDDDDDDDDD);
     constexpr std::uint32_t PLAIN_FILL = 0xFDFDFDFD;   // what the heap puts in front of a plain block
 
     struct Header_s
@@ -58,6 +59,39 @@ namespace
     {
         return std::max(nAlignment, WORD);
     }
+
+    // The live block of an aligned pointer whose header is not as it was written; null for none.
+    ZQ_COLD void * FindDamagedBlock(void * p, char const * szPlainFunction)
+    {
+        if (IsPlainBlock(p))
+        {
+            plat::HeapReport(
+                "The block at 0x%08zX was not allocated by _aligned routines, use %s()", AddressOf(p), szPlainFunction);
+            return nullptr;
+        }
+        if (HeaderOf(p).dwGap == FREED_FILL)
+        {
+            plat::HeapReport("The block at 0x%08zX was freed already. It is left alone.\n", AddressOf(p));
+            return nullptr;
+        }
+        plat::HeapReport("Damage before 0x%08zX which was allocated by aligned routine\n", AddressOf(p));
+        plat::HeapBlock_t Block;
+        if (!plat::HeapFindBlock(p, Block))
+        {
+            plat::HeapReport(
+                "No live block of this heap starts at 0x%08zX: freed already, or another heap's. It is left alone.\n",
+                AddressOf(p));
+            return nullptr;
+        }
+        return Block.pUser;
+    }
+
+    // The live block of an aligned pointer; null, with a report, if it is none.
+    void * BlockOf(void * p, char const * szPlainFunction)
+    {
+        Header_s const Header = HeaderOf(p);
+        return Header.dwGap == GAP_FILL ? Header.pBlock : FindDamagedBlock(p, szPlainFunction);
+    }
 }
 
 void * aligned_malloc_dbg(std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
@@ -94,6 +128,7 @@ void * aligned_offset_malloc_dbg(
     {
         std::memset(&HeaderOf(pUser) + 1, 0xBD, GapOf(nOffset));   // never what stands in front of a plain block
     }
+    plat::HeapSetOwn(pBlock, pUser, nSize);
     return pUser;
 }
 
@@ -115,18 +150,15 @@ void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlig
         aligned_free_dbg(p);
         return nullptr;
     }
-    if (IsPlainBlock(p))
+    void * const pBlock = BlockOf(p, "realloc");
+    if (!pBlock)
     {
-        plat::HeapReport("The block at 0x%08zX was not allocated by _aligned routines, use realloc()", AddressOf(p));
         return nullptr;
     }
-    void * const pBlock = HeaderOf(p).pBlock;
-    auto const nBefore = static_cast<std::size_t>(static_cast<std::uint8_t *>(p) - static_cast<std::uint8_t *>(pBlock));
-    std::size_t const nOldSize = plat::HeapBlockSize(pBlock) - nBefore;
     void * const pNew = aligned_offset_malloc_dbg(nSize, nAlignment, nOffset, iBlockType, sFile, iLine);
     if (pNew)
     {
-        std::memcpy(pNew, p, std::min(nOldSize, nSize));
+        std::memcpy(pNew, p, std::min(plat::HeapDescribe(pBlock).nOwn, nSize));
         aligned_free_dbg(p);
     }
     return pNew;
@@ -138,17 +170,11 @@ void aligned_free_dbg(void * p)
     {
         return;
     }
-    if (IsPlainBlock(p))
+    if (void * const pBlock = BlockOf(p, "free"))
     {
-        plat::HeapReport("The block at 0x%08zX was not allocated by _aligned routines, use free()", AddressOf(p));
-        return;
+        HeaderOf(p).dwGap = FREED_FILL;   // noticed by a second free
+        plat::HeapFree(pBlock);
     }
-    Header_s const Header = HeaderOf(p);
-    if (Header.dwGap != GAP_FILL)
-    {
-        plat::HeapReport("Damage before 0x%08zX which was allocated by aligned routine\n", AddressOf(p));
-    }
-    plat::HeapFree(Header.pBlock);
 }
 
 void * get_block_from_aligned(void * p)

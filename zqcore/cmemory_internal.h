@@ -6,8 +6,10 @@
 #include "zqcore/cmemory.h"
 
 #include "platform/debugheap.h"
+#include "platform/operators.h"
 #include "platform/vectors.h"
 
+#include <atomic>
 #include <cstdio>
 
 /// The categories that one thread has selected. Only that thread changes it. Pushes of the same category in a row share
@@ -55,11 +57,13 @@ struct MemoryCounters_s
     std::ptrdiff_t dFrameAllocs[COUNT];
     std::ptrdiff_t dLastFrameAllocs[COUNT];
 
-    std::ptrdiff_t iTotalCount;
-    std::ptrdiff_t iTotalBytes;
-    std::ptrdiff_t iMaxTotalBytes;
+    // Also read without the lock.
+    std::atomic<std::ptrdiff_t> iTotalCount;
+    std::atomic<std::ptrdiff_t> iTotalBytes;
+    std::atomic<std::ptrdiff_t> iMaxTotalBytes;
+    std::atomic<unsigned> nLastFrameAllocs;
+
     unsigned nFrameAllocs;
-    unsigned nLastFrameAllocs;
     int iFrame;
     bool bNewLogEnabled;   // each allocation is written to the call log
 };
@@ -67,12 +71,19 @@ struct MemoryCounters_s
 /// Guarded by g_CategoryLock.
 extern MemoryCounters_s g_MemoryCounters;
 
+/// The operators that serve in place of the heap where the process binds its own: null pairs where the library's are
+/// bound. Set once, while the library is loaded.
+extern plat::Operators_t g_ForeignOperators;
+
+/// Sets g_ForeignOperators, and says in one line that there are any. Before the heap is tracked.
+void MemoryBindOperators();
+
 /// Whether no counter is negative and the categories add up to the totals. Where this is false, only
 /// MemoryCheckConsistency tells what is wrong.
 bool MemoryCountersAddUp();
 
 /// Writes an allocation to the call log, unless the log's own writing made it. Under g_CategoryLock.
-ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory, std::size_t nBytes);
+ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory);
 
 /// Blocks by size.
 struct MemoryTally_s

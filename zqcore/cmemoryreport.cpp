@@ -25,11 +25,6 @@ namespace
         MemoryTally_s Tally;
     };
 
-    char const * FileOf(plat::HeapBlock_t const & Block)
-    {
-        return Block.szFile ? Block.szFile : "unknown";
-    }
-
     void TallyBlock(MemoryTally_s & Tally, std::size_t nBytes)
     {
         ++Tally.nTotal;
@@ -48,14 +43,16 @@ namespace
         }
         auto & Report = *static_cast<Report_s *>(pContext);
         mem::Categories_e const eCategory = MemoryCategoryInWord(Block.dwType);
+        char szFile[1024];
+        plat::HeapFileName(Block, szFile, sizeof szFile);
         if (eCategory == mem::UNDEFINED && Report.fu)
         {
-            std::fprintf(Report.fu, "%zu; %s(%i)\n", Block.nBytes, FileOf(Block), Block.iLine);
+            std::fprintf(Report.fu, "%zu; %s(%i)\n", Block.nBytes, szFile, Block.iLine);
         }
         if (Report.f)
         {
             std::fprintf(
-                Report.f, "%zu; %s; %s(%i)\n", Block.nBytes, MemoryCategoryName(eCategory), FileOf(Block), Block.iLine);
+                Report.f, "%zu; %s; %s(%i)\n", Block.nBytes, MemoryCategoryName(eCategory), szFile, Block.iLine);
         }
         TallyBlock(Report.Tally, Block.nBytes);
     }
@@ -92,14 +89,14 @@ void MemoryNewLogToggle()
     MemoryNewLogEnable(!g_MemoryCounters.bNewLogEnabled);
 }
 
-void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory, std::size_t nBytes)
+void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory)
 {
     if (std::exchange(g_bInNewLog, true))
     {
         return;
     }
-    Logf(CALL_LOG, "%i;\"%s\";%i;%i;%zu", g_MemoryCounters.iFrame, FileOf(Block), Block.iLine,
-        static_cast<int>(eCategory), nBytes);
+    Logf(CALL_LOG, "%i;\"%s\";%i;%i;%zu", g_MemoryCounters.iFrame, Block.szFile ? Block.szFile : "unknown", Block.iLine,
+        static_cast<int>(eCategory), Block.nBytes);
     g_bInNewLog = false;
 }
 
@@ -150,14 +147,14 @@ bool MemoryCheckConsistency()
 
 unsigned MemoryGetFrameAllocCount()
 {
-    return g_MemoryCounters.nLastFrameAllocs;
+    return g_MemoryCounters.nLastFrameAllocs.load(std::memory_order_relaxed);
 }
 
 void MemoryResetFrameAllocCount()
 {
     plat::LockScope_c const Scope(g_CategoryLock);
     MemoryCounters_s & Counters = g_MemoryCounters;
-    Counters.nLastFrameAllocs = Counters.nFrameAllocs;
+    Counters.nLastFrameAllocs.store(Counters.nFrameAllocs, std::memory_order_relaxed);
     Counters.nFrameAllocs = 0;
     ++Counters.iFrame;
     for (int i = 0; i < mem::TOTAL; ++i)

@@ -1,8 +1,9 @@
 #include "platform/debugheap.h"
 
 #include "platform/fork.h"
+#include "platform/memory.h"
 
-#include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +21,7 @@ namespace plat
         constexpr std::uint8_t FILL_FREED = 0xDD;
         constexpr std::uint8_t FILL_GAP = 0xFD;
         constexpr std::size_t GAP = 4;
-        constexpr int MAX_LEAKS_LISTED = 64;
+        constexpr std::size_t FENCE = 16;   // bytes right after the caller's that are written and checked
 
         struct Link_s
         {
@@ -33,19 +34,20 @@ namespace plat
         {
             char const * szFile;
             std::size_t nBytes;
+            std::size_t nBefore;   // from the start of the block to the caller's bytes
+            std::size_t nOwn;      // the caller's bytes
             std::uint32_t dwType;
             std::int32_t iLine;
-            std::uint8_t dPadding[sizeof(void *) == 8 ? 20 : 4];
+            std::uint8_t dPadding[sizeof(void *) == 8 ? 4 : 12];
             std::uint8_t dGap[GAP];
         };
-        static_assert(sizeof(Header_s) == (sizeof(void *) == 8 ? 64 : 32));
+        static_assert(sizeof(Header_s) == (sizeof(void *) == 8 ? 64 : 48));
 
         constinit Link_s g_Live = { &g_Live, &g_Live };   // newest first
-        constinit HeapHook_t g_fnHook = nullptr;
-        constinit HeapFailure_t g_fnFailure = nullptr;
-        constinit HeapDump_t g_fnDump = nullptr;
-        constinit HeapReport_t g_fnReport = nullptr;
-        constinit bool g_bLeakCheck = false;
+        constinit std::atomic<HeapHook_t> g_fnHook = nullptr;
+        constinit std::atomic<HeapFailure_t> g_fnFailure = nullptr;
+        constinit std::atomic<HeapWordName_t> g_fnWordName = nullptr;
+        constinit std::atomic<HeapReport_t> g_fnReport = nullptr;
 
         Header_s * HeaderOf(void const * pUser)
         {
@@ -55,6 +57,22 @@ namespace plat
         std::uint8_t * UserOf(Header_s * pHeader)
         {
             return reinterpret_cast<std::uint8_t *>(pHeader + 1);
+        }
+
+        std::uint8_t * OwnOf(Header_s * pHeader)
+        {
+            return UserOf(pHeader) + pHeader->nBefore;
+        }
+
+        // Bytes from the end of the caller's to the end of the block's memory.
+        std::size_t FenceSize(Header_s const * pHeader)
+        {
+            return pHeader->nBytes - pHeader->nBefore - pHeader->nOwn + GAP;
+        }
+
+        std::size_t AddressOf(void const * p)
+        {
+            return reinterpret_cast<std::size_t>(p);
         }
 
         void Fill(std::uint8_t * pBytes, std::uint8_t iValue, std::size_t nBytes)
@@ -68,18 +86,41 @@ namespace plat
             std::memset(pBytes + nBytes - HEAP_FILL_ENDS, iValue, HEAP_FILL_ENDS);
         }
 
+        // Whether a whole word of bytes has this value.
+        template <typename WORD>
+        bool IsFilled(std::uint8_t const * pBytes, std::uint8_t iValue)
+        {
+            WORD iWord;
+            std::memcpy(&iWord, pBytes, sizeof iWord);
+            return iWord == static_cast<WORD>(0x0101010101010101u * iValue);
+        }
+
         bool IsGap(std::uint8_t const * pBytes)
         {
-            constexpr std::uint32_t GAP_WORD = FILL_GAP * 0x01010101u;
-            std::uint32_t iWord;
-            static_assert(sizeof iWord == GAP);
-            std::memcpy(&iWord, pBytes, sizeof iWord);
-            return iWord == GAP_WORD;
+            static_assert(sizeof(std::uint32_t) == GAP);
+            return IsFilled<std::uint32_t>(pBytes, FILL_GAP);
+        }
+
+        // A long fence is checked at its ends: the bytes right after the caller's, and the block's last ones.
+        bool IsFenceWhole(Header_s * pHeader)
+        {
+            std::uint8_t const * p = OwnOf(pHeader) + pHeader->nOwn;
+            std::uint8_t const * const pEnd = UserOf(pHeader) + pHeader->nBytes;
+            if (FenceSize(pHeader) >= FENCE)
+            {
+                return IsFilled<std::uint64_t>(p, FILL_GAP) && IsFilled<std::uint64_t>(p + 8, FILL_GAP) && IsGap(pEnd);
+            }
+            while (p != pEnd && *p == FILL_GAP)
+            {
+                ++p;
+            }
+            return p == pEnd && IsGap(pEnd);
         }
 
         HeapBlock_t Describe(Header_s * pHeader)
         {
-            return { UserOf(pHeader), pHeader->nBytes, pHeader->dwType, pHeader->szFile, pHeader->iLine };
+            return { UserOf(pHeader), pHeader->nBytes, pHeader->dwType, pHeader->szFile, pHeader->iLine, OwnOf(pHeader),
+                pHeader->nOwn };
         }
 
         void LinkBlock(Header_s * pHeader)
@@ -102,9 +143,14 @@ namespace plat
             for (;;)
             {
                 void * const pMemory = nBytes <= SIZE_MAX - OVERHEAD ? std::malloc(nBytes + OVERHEAD) : nullptr;
-                if (pMemory || !g_fnFailure || !g_fnFailure(nBytes))
+                if (pMemory)
                 {
                     return static_cast<Header_s *>(pMemory);
+                }
+                HeapFailure_t const fnFailure = g_fnFailure;
+                if (!fnFailure || !fnFailure(nBytes))
+                {
+                    return nullptr;
                 }
             }
         }
@@ -117,6 +163,8 @@ namespace plat
             {
                 pHeader->szFile = szFile;
                 pHeader->nBytes = nBytes;
+                pHeader->nBefore = 0;
+                pHeader->nOwn = nBytes;
                 pHeader->dwType = dwType;
                 pHeader->iLine = iLine;
                 std::memset(pHeader->dGap, FILL_GAP, GAP);
@@ -130,55 +178,47 @@ namespace plat
         {
             Fill(UserOf(pHeader), FILL_FREED, pHeader->nBytes);
             std::memset(pHeader->dGap, FILL_FREED, GAP);
+            ZQ_KEEP_WRITES(pHeader);
             std::free(pHeader);
         }
 
         // False if the block must not be touched.
+        ZQ_COLD bool ReportFront(Header_s * pHeader)
+        {
+            HeapReport(IsFilled<std::uint32_t>(pHeader->dGap, FILL_FREED)
+                           ? "The block at 0x%08zX was freed already. It is left alone.\n"
+                           : "The block at 0x%08zX is damaged in front, or none of this heap's. It is not freed.\n",
+                AddressOf(UserOf(pHeader)));
+            return false;
+        }
+
+        ZQ_COLD void ReportFence(HeapBlock_t const & Block)
+        {
+            char szFile[256];
+            HeapFileName(Block, szFile, sizeof szFile);
+            HeapReport("Damage after the block at 0x%08zX of %zu bytes, category %s, allocated at %s(%i).\n",
+                AddressOf(Block.pOwn), Block.nOwn, HeapWordName(Block.dwType), szFile, Block.iLine);
+        }
+
         bool CheckBlock(Header_s * pHeader)
         {
             if (!IsGap(pHeader->dGap))
             {
-                HeapReport("The block at %p is damaged in front, or none of this heap's. It is not freed.\n",
-                    static_cast<void *>(UserOf(pHeader)));
-                return false;
+                return ReportFront(pHeader);
             }
-            if (!IsGap(UserOf(pHeader) + pHeader->nBytes))
+            if (!IsFenceWhole(pHeader))
             {
-                HeapReport("Damage behind the block at %p of %zu bytes, taken at %s(%i).\n",
-                    static_cast<void *>(UserOf(pHeader)), pHeader->nBytes,
-                    pHeader->szFile ? pHeader->szFile : "unknown", pHeader->iLine);
+                ReportFence(Describe(pHeader));
             }
             return true;
         }
 
-        // Runs behind the last destructor of the process. Blocks of a plain `new` have no place to name and are counted.
-        __attribute__((destructor(101))) void ReportLeaks()
+        void CallHook(HeapEvent_e eEvent, Header_s * pHeader)
         {
-            LockScope_c const Scope(g_HeapLock);   // threads that the exit does not stop still allocate
-            if (!g_bLeakCheck || g_Live.pNext == &g_Live)
+            if (HeapHook_t const fnHook = g_fnHook.load(std::memory_order_acquire))
             {
-                return;
+                fnHook(eEvent, UserOf(pHeader), pHeader->nBytes, pHeader->dwType);
             }
-            int nBlocks = 0;
-            int nKnown = 0;
-            std::size_t nBytes = 0;
-            for (Link_s * pLink = g_Live.pNext; pLink != &g_Live; pLink = pLink->pNext)
-            {
-                HeapBlock_t const Block = Describe(static_cast<Header_s *>(pLink));
-                if (Block.szFile && nKnown++ < MAX_LEAKS_LISTED)
-                {
-                    HeapReport("Memory leak: %zu bytes at %p, word %08X, %s(%i)\n", Block.nBytes, Block.pUser,
-                        Block.dwType, Block.szFile, Block.iLine);
-                }
-                if (g_fnDump)
-                {
-                    g_fnDump(Block);
-                }
-                ++nBlocks;
-                nBytes += Block.nBytes;
-            }
-            HeapReport("Memory leaks: %i blocks, %zu bytes; %i of them of unknown source\n", nBlocks, nBytes,
-                nBlocks - nKnown);
         }
     }
 
@@ -190,38 +230,25 @@ namespace plat
             return nullptr;
         }
         LockScope_c const Scope(g_HeapLock);
-        if (g_fnHook)
-        {
-            g_fnHook(HeapEvent_e::Alloc, Describe(pHeader), nBytes);
-        }
+        CallHook(HeapEvent_e::Alloc, pHeader);
         LinkBlock(pHeader);
         return UserOf(pHeader);
     }
 
-    void * HeapRealloc(void * pUser, std::size_t nBytes)
+    void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn)
     {
-        Header_s * const pOld = HeaderOf(pUser);
-        if (!CheckBlock(pOld))
+        Header_s * const pHeader = HeaderOf(pUser);
+        pHeader->nBefore = static_cast<std::size_t>(static_cast<std::uint8_t *>(pOwn) - UserOf(pHeader));
+        pHeader->nOwn = nOwn;
+        std::uint8_t * const pFence = OwnOf(pHeader) + nOwn;
+        if (FenceSize(pHeader) >= FENCE)
         {
-            return nullptr;
+            std::memset(pFence, FILL_GAP, FENCE);
         }
-        Header_s * const pNew = MakeBlock(nBytes, pOld->dwType, pOld->szFile, pOld->iLine);
-        if (!pNew)
+        else
         {
-            return nullptr;
+            std::memset(pFence, FILL_GAP, FenceSize(pHeader));
         }
-        std::memcpy(UserOf(pNew), pUser, std::min(nBytes, pOld->nBytes));
-        {
-            LockScope_c const Scope(g_HeapLock);
-            if (g_fnHook)
-            {
-                g_fnHook(HeapEvent_e::Realloc, Describe(pOld), nBytes);
-            }
-            UnlinkBlock(pOld);
-            LinkBlock(pNew);
-        }
-        GiveBack(pOld);
-        return UserOf(pNew);
     }
 
     void HeapFree(void * pUser)
@@ -237,10 +264,7 @@ namespace plat
         }
         {
             LockScope_c const Scope(g_HeapLock);
-            if (g_fnHook)
-            {
-                g_fnHook(HeapEvent_e::Free, Describe(pHeader), pHeader->nBytes);
-            }
+            CallHook(HeapEvent_e::Free, pHeader);
             UnlinkBlock(pHeader);
         }
         GiveBack(pHeader);
@@ -256,19 +280,44 @@ namespace plat
         return HeaderOf(pUser)->dwType;
     }
 
+    HeapBlock_t HeapDescribe(void const * pUser)
+    {
+        return Describe(HeaderOf(pUser));
+    }
+
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block)
     {
         LockScope_c const Scope(g_HeapLock);
         for (Link_s * pLink = g_Live.pNext; pLink != &g_Live; pLink = pLink->pNext)
         {
             auto * const pHeader = static_cast<Header_s *>(pLink);
-            if (UserOf(pHeader) == pUser)
+            if (UserOf(pHeader) == pUser || OwnOf(pHeader) == pUser)
             {
                 Block = Describe(pHeader);
                 return true;
             }
         }
         return false;
+    }
+
+    void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize)
+    {
+        if (!Block.szFile)
+        {
+            std::snprintf(szBuffer, nSize, "unknown");
+            return;
+        }
+        std::size_t const nRead = MemoryRead(AddressOf(Block.szFile), szBuffer, nSize - 1);
+        szBuffer[nRead] = '\0';
+        char const * p = szBuffer;
+        while (static_cast<unsigned char>(*p) >= ' ')
+        {
+            ++p;
+        }
+        if (p == szBuffer || *p != '\0')   // nothing to read there, or something else by now
+        {
+            std::snprintf(szBuffer, nSize, "unloaded module");
+        }
     }
 
     void HeapWalk(void (*fnVisit)(HeapBlock_t const & Block, void * pContext), void * pContext)
@@ -291,14 +340,15 @@ namespace plat
         g_fnFailure = fnFailure;
     }
 
-    void HeapSetDump(HeapDump_t fnDump)
+    void HeapSetWordName(HeapWordName_t fnName)
     {
-        g_fnDump = fnDump;
+        g_fnWordName = fnName;
     }
 
-    void HeapSetLeakCheck(bool bCheck)
+    char const * HeapWordName(std::uint32_t dwType)
     {
-        g_bLeakCheck = bCheck;
+        HeapWordName_t const fnName = g_fnWordName;
+        return fnName ? fnName(dwType) : "unknown";
     }
 
     void HeapReport(char const * szFormat, ...)
@@ -308,9 +358,9 @@ namespace plat
         va_start(args, szFormat);
         std::vsnprintf(szText, sizeof szText, szFormat, args);
         va_end(args);
-        if (g_fnReport)
+        if (HeapReport_t const fnReport = g_fnReport)
         {
-            g_fnReport(szText);
+            fnReport(szText);
         }
         else
         {
@@ -320,8 +370,6 @@ namespace plat
 
     HeapReport_t HeapReportSet(HeapReport_t fnReceiver)
     {
-        HeapReport_t const fnFormer = g_fnReport;
-        g_fnReport = fnReceiver;
-        return fnFormer;
+        return g_fnReport.exchange(fnReceiver);
     }
 }

@@ -13,9 +13,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <cwchar>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/single_threaded.h>
 
 namespace plat
 {
@@ -36,6 +38,37 @@ namespace plat
             std::wmemcpy(szBuffer, szWide, nWide + 1);
             return true;
         }
+
+        // The 18th field behind the name, which stands in brackets and may hold anything.
+        int ThreadsOfProcess()
+        {
+            constexpr int FIELD = 18;
+            char szStat[512];
+            Descriptor_c const Stat(open("/proc/self/stat", O_RDONLY | O_CLOEXEC));
+            szStat[Stat.IsOpen() ? ReadFully(Stat.Get(), szStat, sizeof szStat - 1) : 0] = 0;
+            char const * p = std::strrchr(szStat, ')');
+            for (int i = 0; p && i < FIELD; ++i)
+            {
+                p = std::strchr(p + 1, ' ');
+            }
+            return p ? std::atoi(p) : 0;
+        }
+    }
+
+    int ProcessOtherThreads()
+    {
+        if (__libc_single_threaded)   // a process that never had a second thread asks no more
+        {
+            return 0;
+        }
+        constexpr timespec MILLISECOND = { 0, 1000000 };
+        int nThreads = ThreadsOfProcess();
+        for (int i = 0; i < 10 && nThreads > 1; ++i)
+        {
+            nanosleep(&MILLISECOND, nullptr);
+            nThreads = ThreadsOfProcess();
+        }
+        return std::max(nThreads - 1, 0);
     }
 
     void ProcessCommandLine(char * szBuffer, std::size_t nSize)

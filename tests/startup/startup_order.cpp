@@ -1,15 +1,27 @@
 // startup_order.cpp: works with the shared library before main, in global constructors of its own, and behind main, in
-// their destructors. Prints what failed, then "done"; with the argument "leak" it loses two blocks on purpose.
+// their destructors. Prints what failed, then "done". The arguments name what it does besides:
+//     leak     loses two blocks
+//     unload   loses two blocks of a plugin, whose file is the next argument, and lists the live ones
+//     streams  has the C++ runtime keep blocks for good
+//     threads  ends while another thread allocates
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cmemory.h"
+#include "zqcore/cmemoryreport.h"
 #include "zqcore/ctimer.h"
 
 #include <cstdio>
 #include <cstring>
+#include <dlfcn.h>
+#include <iostream>
+#include <latch>
+#include <locale>
+#include <memory>
 #include <string>
+#include <thread>
 
 namespace
 {
@@ -85,6 +97,51 @@ namespace
             std::snprintf(szBuffer, nSize, "a lost object");
         }
     };
+
+    void Leak()
+    {
+        LogSetFile(L"./", L"message.log");   // closed before the leaks are found
+        LogInit();
+        auto const iWord =
+            static_cast<int>(MEMORY_OBJECT_FLAG | mem::AI << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK);
+        new (iWord, "described.cpp", 12) Described_c();
+        CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, "lost.cpp", 34);
+    }
+
+    void LoseFromPlugin(char const * szPlugin)
+    {
+        void * const hPlugin = dlopen(szPlugin, RTLD_NOW);
+        Check(hPlugin, "the plugin is there");
+        reinterpret_cast<void (*)()>(dlsym(hPlugin, "Lose"))();
+        dlclose(hPlugin);
+        Check(!dlopen(szPlugin, RTLD_NOW | RTLD_NOLOAD), "the plugin is gone");
+        MemoryLogAllocations();
+    }
+
+    void KeepInRuntime()
+    {
+        std::ios::sync_with_stdio(false);   // new buffers for the streams, which nobody ever releases
+        std::cout.imbue(std::locale(std::locale(), new std::numpunct<char>));
+        std::cout << std::flush;
+    }
+
+    void StartThread()
+    {
+        static std::latch s_Started(2);
+        g_silentMode = true;   // an assertion ends the process with status 1
+        std::thread(
+            []
+            {
+                s_Started.arrive_and_wait();
+                for (;;)
+                {
+                    MemCategoryScope_c const Scope(mem::AI);
+                    std::unique_ptr<int[]> const pBlock(ZQ_NEW int[100]);
+                }
+            })
+            .detach();
+        s_Started.arrive_and_wait();
+    }
 }
 
 int main(int nArguments, char ** dArguments)
@@ -93,12 +150,22 @@ int main(int nArguments, char ** dArguments)
     Check(g_Probe.GetInitOrder() == 2, "the prerequisites came first");
     g_CommandCallbacker.Fire(1, false);
     Check(g_nLines == 1 && g_nCommands == 1, "listener and callback were called");
-    if (nArguments > 1 && std::strcmp(dArguments[1], "leak") == 0)
+    std::string const sWish = nArguments > 1 ? dArguments[1] : "";
+    if (sWish == "leak")
     {
-        auto const iWord =
-            static_cast<int>(MEMORY_OBJECT_FLAG | mem::AI << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK);
-        new (iWord, "described.cpp", 12) Described_c();
-        CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, "lost.cpp", 34);
+        Leak();
+    }
+    else if (sWish == "unload")
+    {
+        LoseFromPlugin(dArguments[2]);
+    }
+    else if (sWish == "streams")
+    {
+        KeepInRuntime();
+    }
+    else if (sWish == "threads")
+    {
+        StartThread();
     }
     Module_c::ShutdownAllModules();
     AppMiscShutdown();

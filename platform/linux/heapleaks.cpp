@@ -1,0 +1,203 @@
+// The report of blocks that still live at the end of the process.
+#include "platform/debugheap.h"
+#include "platform/process.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <link.h>
+#include <locale>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr int MAX_LEAKS_LISTED = 64;
+
+        constinit std::atomic<HeapDump_t> g_fnDump = nullptr;
+        constinit std::atomic<bool> g_bLeakCheck = false;
+
+        // The live blocks by address, with those that the C++ runtime keeps: its globals reach them, through blocks that
+        // it keeps too.
+        class LiveBlocks_c
+        {
+        public:
+            LiveBlocks_c()
+            {
+                HeapWalk([](HeapBlock_t const &, void * pCount) { ++*static_cast<std::size_t *>(pCount); }, &m_nBlocks);
+                m_dBlocks = static_cast<Block_s *>(std::calloc(m_nBlocks + 1, sizeof(Block_s)));
+                m_dToScan = static_cast<Block_s **>(std::calloc(m_nBlocks + 1, sizeof(Block_s *)));
+                if (!m_dBlocks || !m_dToScan)
+                {
+                    m_nBlocks = 0;   // nothing is known to be kept
+                    return;
+                }
+                Block_s * pNext = m_dBlocks;
+                HeapWalk(
+                    [](HeapBlock_t const & Block, void * ppNext)
+                    {
+                        auto const iBegin = reinterpret_cast<std::uintptr_t>(Block.pOwn);
+                        *(*static_cast<Block_s **>(ppNext))++ = { iBegin, iBegin + Block.nOwn, false };
+                    },
+                    &pNext);
+                std::sort(m_dBlocks, m_dBlocks + m_nBlocks,
+                    [](Block_s const & A, Block_s const & B) { return A.iBegin < B.iBegin; });
+                ::dl_iterate_phdr(
+                    [](dl_phdr_info * pModule, std::size_t, void * pThis)
+                    {
+                        static_cast<LiveBlocks_c *>(pThis)->ScanIfRuntime(*pModule);
+                        return 0;
+                    },
+                    this);
+                while (m_nToScan != 0)
+                {
+                    Block_s const & Block = *m_dToScan[--m_nToScan];
+                    Scan(Block.iBegin, Block.iEnd);
+                }
+            }
+
+            ~LiveBlocks_c()
+            {
+                std::free(m_dBlocks);
+                std::free(m_dToScan);
+            }
+            LiveBlocks_c(LiveBlocks_c const &) = delete;
+            LiveBlocks_c & operator=(LiveBlocks_c const &) = delete;
+
+            bool IsKept(HeapBlock_t const & Block) const
+            {
+                Block_s const * const pBlock = Find(reinterpret_cast<std::uintptr_t>(Block.pOwn));
+                return pBlock && pBlock->bKept;
+            }
+
+        private:
+            struct Block_s
+            {
+                std::uintptr_t iBegin, iEnd;
+                bool bKept;
+            };
+
+            // The block that holds an address, null for none.
+            Block_s * Find(std::uintptr_t iAddress) const
+            {
+                Block_s * const pAbove = std::upper_bound(m_dBlocks, m_dBlocks + m_nBlocks, iAddress,
+                    [](std::uintptr_t i, Block_s const & Block) { return i < Block.iBegin; });
+                return pAbove != m_dBlocks && iAddress < pAbove[-1].iEnd ? pAbove - 1 : nullptr;
+            }
+
+            void Scan(std::uintptr_t iBegin, std::uintptr_t iEnd)
+            {
+                std::uintptr_t iWord;
+                for (iBegin = (iBegin + sizeof iWord - 1) & ~(sizeof iWord - 1); iBegin + sizeof iWord <= iEnd;
+                     iBegin += sizeof iWord)
+                {
+                    std::memcpy(&iWord, reinterpret_cast<void const *>(iBegin), sizeof iWord);
+                    Block_s * const pBlock = Find(iWord);
+                    if (pBlock && !pBlock->bKept)
+                    {
+                        pBlock->bKept = true;
+                        m_dToScan[m_nToScan++] = pBlock;
+                    }
+                }
+            }
+
+            // The runtime is a module of its own, or its globals can't be told from the program's.
+            void ScanIfRuntime(dl_phdr_info const & Module)
+            {
+                auto const iRuntime = reinterpret_cast<std::uintptr_t>(&std::locale::classic());
+                auto const iOwn = reinterpret_cast<std::uintptr_t>(&g_bLeakCheck);
+                ElfW(Phdr) const * const pEnd = Module.dlpi_phdr + Module.dlpi_phnum;
+                auto const Holds = [&](std::uintptr_t iAddress)
+                {
+                    return std::any_of(Module.dlpi_phdr, pEnd,
+                        [&](ElfW(Phdr) const & Part) {
+                            return Part.p_type == PT_LOAD && iAddress - Module.dlpi_addr - Part.p_vaddr < Part.p_memsz;
+                        });
+                };
+                if (!Holds(iRuntime) || Holds(iOwn))
+                {
+                    return;
+                }
+                for (ElfW(Phdr) const * pPart = Module.dlpi_phdr; pPart != pEnd; ++pPart)
+                {
+                    if (pPart->p_type == PT_LOAD && (pPart->p_flags & PF_W) != 0)
+                    {
+                        std::uintptr_t const iBegin = Module.dlpi_addr + pPart->p_vaddr;
+                        Scan(iBegin, iBegin + pPart->p_memsz);
+                    }
+                }
+            }
+
+            Block_s * m_dBlocks = nullptr;
+            Block_s ** m_dToScan = nullptr;
+            std::size_t m_nBlocks = 0;
+            std::size_t m_nToScan = 0;
+        };
+
+        // What a report has met so far. Blocks of a plain `new` have no place to name and are counted.
+        struct Leaks_s
+        {
+            LiveBlocks_c const * pLive;
+            int nBlocks = 0;
+            int nKnown = 0;
+            std::size_t nBytes = 0;
+        };
+
+        void ReportLeak(HeapBlock_t const & Block, void * pContext)
+        {
+            auto & Leaks = *static_cast<Leaks_s *>(pContext);
+            if (Leaks.pLive->IsKept(Block))
+            {
+                return;
+            }
+            if (Block.szFile && Leaks.nKnown++ < MAX_LEAKS_LISTED)
+            {
+                char szFile[256];
+                HeapFileName(Block, szFile, sizeof szFile);
+                HeapReport("Memory leak: %zu bytes at 0x%08zX, category %s, %s(%i)\n", Block.nOwn,
+                    reinterpret_cast<std::size_t>(Block.pOwn), HeapWordName(Block.dwType), szFile, Block.iLine);
+            }
+            if (HeapDump_t const fnDump = g_fnDump)
+            {
+                fnDump(Block);
+            }
+            ++Leaks.nBlocks;
+            Leaks.nBytes += Block.nOwn;
+        }
+
+        // Runs after the last destructor of the process.
+        __attribute__((destructor(101))) void ReportLeaks()
+        {
+            if (!g_bLeakCheck)
+            {
+                return;
+            }
+            int const nOthers = ProcessOtherThreads();
+            LockScope_c const Scope(g_HeapLock);
+            if (nOthers != 0)
+            {
+                HeapReport("Blocks that still live are not listed: %i other threads are running.\n", nOthers);
+                return;
+            }
+            LiveBlocks_c const Live;
+            Leaks_s Leaks = { .pLive = &Live };
+            HeapWalk(ReportLeak, &Leaks);
+            if (Leaks.nBlocks != 0)
+            {
+                HeapReport("Memory leaks: %i blocks, %zu bytes; %i of them of unknown source\n", Leaks.nBlocks,
+                    Leaks.nBytes, Leaks.nBlocks - Leaks.nKnown);
+            }
+        }
+    }
+
+    void HeapSetDump(HeapDump_t fnDump)
+    {
+        g_fnDump = fnDump;
+    }
+
+    void HeapSetLeakCheck(bool bCheck)
+    {
+        g_bLeakCheck = bCheck;
+    }
+}

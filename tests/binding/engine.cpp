@@ -1,0 +1,38 @@
+// What an engine's library or a plugin does with the heap: works inside, and passes a block across its border.
+#include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace
+{
+    struct alignas(64) Wide_s
+    {
+        char d[64];
+    };
+}
+
+extern "C" ZQ_API int * EngineTake()
+{
+    delete ZQ_NEW int(5);
+    delete[] ZQ_NEW std::string[5];
+    delete new Wide_s;
+    delete ZQ_NEW Wide_s;
+    delete[] ZQ_NEW Wide_s[2];
+    delete[] new (std::nothrow) char[5];
+    aligned_free_dbg(aligned_malloc_dbg(9, 128, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__));
+    LogAddCallback([](char const *) {});   // a block inside the library
+    Log("engine");
+    LogDone();
+    std::ostringstream Text;   // blocks inside the C++ runtime
+    std::vector<std::string> dTexts;
+    for (int i = 0; i < 100; ++i)
+    {
+        Text << i << ' ';
+        dTexts.push_back(Text.str() + "text");
+        dTexts[0] += dTexts.back();
+    }
+    return ZQ_NEW int[16];
+}

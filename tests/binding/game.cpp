@@ -1,0 +1,32 @@
+// A program that reaches the library in one of several ways, as it is linked: by itself, through another library, or
+// through a plugin, whose file is the argument. Frees a block that the engine took, and prints "done".
+#include <cstdio>
+#include <cstring>
+#include <dlfcn.h>
+#include <string>
+
+#ifndef GAME_LOADS_PLUGIN
+extern "C" int * EngineTake();
+#endif
+
+int main([[maybe_unused]] int nArguments, [[maybe_unused]] char ** dArguments)
+{
+#ifdef GAME_LOADS_PLUGIN
+    int const iScope = nArguments > 2 && std::strcmp(dArguments[2], "deep") == 0 ? RTLD_DEEPBIND : 0;
+    void * const hPlugin = dlopen(dArguments[1], RTLD_NOW | RTLD_LOCAL | iScope);
+    if (!hPlugin)
+    {
+        std::puts(dlerror());
+        return 1;
+    }
+    auto const EngineTake = reinterpret_cast<int * (*)()>(dlsym(hPlugin, "EngineTake"));
+#endif
+    std::string sText = "done";
+    for (int i = 0; i < 100; ++i)
+    {
+        sText += '\n';
+    }
+    delete[] EngineTake();
+    std::printf("%.5s", sText.c_str());
+    return 0;
+}
