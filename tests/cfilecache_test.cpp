@@ -5,6 +5,9 @@
 
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilehash.h"
+#include "zqcore/cfiletrack.h"
+
+#include <csignal>
 
 using Folders_t = std::vector<std::string>;
 using Files_t = std::vector<std::pair<std::string, std::string>>;   // folder and name
@@ -93,7 +96,10 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
     EXPECT_EQ(KeysOfOneRun(""), "a.csv filesystemcache.bin m p");
     std::string const sBytes = Folder.Read("media/filesystemcache.bin");
     EXPECT_TRUE(sBytes.find("a.csv") != sBytes.npos && sBytes.find("profiles") == sBytes.npos) << Hex(sBytes);
-    std::string const sHash(FileGetMediaHash(), FileGetMediaHash() + 20);
+    auto const Hash = [] { return Hex({ reinterpret_cast<char const *>(FileGetMediaHash()), 20 }); };
+    std::string const sHash = "DC 95 3C 59 0F F2 B0 EA D2 22 6F D3 08 4C 3F 6A 86 3C 64 85";
+    EXPECT_EQ(Hash(), sHash);
+    FileBuildMediaHash(true);   // of no file
 
     Make({ { "media/declarations/new.csv", "" }, { "media/profiles/q", "" } });
     g_AddSubfolderCallbacker.Add(Tell, false);
@@ -102,7 +108,7 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
     std::string const sDeep = Folded("media/mapscache/deep\\");
     EXPECT_EQ(s_dTold, (Folders_t{ Folded("media/profiles\\"), Folded("media/mapscache\\"), sDeep }));
     EXPECT_EQ(Folder.Read("media/filesystemcache.bin"), sBytes);
-    EXPECT_EQ(std::string(FileGetMediaHash(), FileGetMediaHash() + 20), sHash);
+    EXPECT_EQ(Hash(), sHash);
 
     CurrentFolderScope_c const Scope(Folder.Join("media"));
     SetPQXMediaPath(".");
@@ -110,11 +116,42 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
     EXPECT_EQ(KeysOfOneRun(sCache), "a.csv filesystemcache.bin m new.csv p q");
 }
 
+TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunAheadOfTheSave)
+{
+    static std::string s_sAtTheEnd;   // the cache when the loose file goes
+    struct LooseFile_c : MemoryFile_c
+    {
+        explicit LooseFile_c(TempFolder_c const & Place)
+            : MemoryFile_c("")
+            , m_Folder(Place)
+        {}
+        ~LooseFile_c() override { s_sAtTheEnd = m_Folder.Read("media/filesystemcache.bin"); }
+        TempFolder_c const & m_Folder;
+    };
+    Folder.Write("media/filesystemcache.bin", "old");
+    ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
+    for (char const * szName : { "$$$pqxautosave/s", "$$$pqxbackup/t", "mapscache/u", "profiles/v", "kept/w" })
+    {
+        EXPECT_TRUE(FileAddOneFile(Folder.Write(std::string("media/") + szName, "x").c_str()));
+    }
+    static String_T<256> const s_sLoose(".\\");
+    File_c * const pLoose = ZQ_NEW LooseFile_c(Folder);
+    pLoose->pPath = &s_sLoose;
+    EXPECT_TRUE(FileOpen(pLoose));
+    g_sFileObjects.Add(pLoose, &pLoose->sName);
+    Module_c::ShutdownAllModules();
+    EXPECT_EQ(s_sAtTheEnd, "old");
+    EXPECT_TRUE(SurvivesAlone(Folder.Read("media/filesystemcache.bin")));
+    EXPECT_EQ(Keys(), "cache.bin w");
+    EXPECT_EQ(g_sPaths.FindByName(Folded("media/$$$pqxbackup\\").c_str()), nullptr);
+}
+
 TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
 {
     std::string const sWhole = Cache({ "\\", "\\s\\" }, { { "\\", "a.txt" }, { "\\s\\", "b" } }), sHead = Word(0x10002);
     EXPECT_TRUE(SurvivesAlone(sWhole));
     EXPECT_EQ(g_sPaths.FindByName(Folded("outside\\").c_str()), nullptr) << "no folder of media";
+    EXPECT_TRUE(SurvivesAlone(sWhole + '\0')) << "what follows is not read";
     EXPECT_TRUE(SurvivesAlone(Cache({ "\\" }, {}, 0x10003) + "more")) << "of a newer minor version";
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
@@ -137,7 +174,7 @@ TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
              { sHead + Word(1) + Word(7) + Text("\\x\\"),
                  "nIndex == GetCrc32Polynomial ( pPath->GetDataPtr (), pPath->Length () )" },
              { Cache({ "x\\" }, {}), "at byte 19: not the text" }, { Cache({ "\\x" }, {}), "not the text" },
-             { Cache({ std::string(256, 'x') }, {}), "no whole folder" }, { Cache({}, {}) + '\0', "more bytes" },
+             { Cache({ std::string(256, 'x') }, {}), "no whole folder" },
              { Cache({ "\\" }, { { "\\", "" } }), "no whole file" }, { sHead + Word(~0u), "no count" } })
     {
         Log.Clear();
@@ -194,6 +231,33 @@ TEST_F(FileCacheTest, AFileThatATwinHidesIsNotSaved)
     Save("twins.bin");
     EXPECT_TRUE(SurvivesAlone(Folder.Read("twins.bin")));
     EXPECT_EQ(Contents(FileOpen(sTwo.c_str())), "3");
+}
+
+TEST_F(FileCacheTest, WhatAKilledSaveLeavesIsNeverRegistered)
+{
+    Folder.Write("media/a.txt", "");
+    Scan();
+    auto const SaveToTheDeath = [this]
+    {
+        FullDisk_c const Full(30);
+        std::signal(SIGXFSZ, SIG_DFL);
+        Save("media/C.bin");
+        return 0;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(SaveToTheDeath)), -1);
+    fs::path Left;
+    for (auto const & Entry : fs::directory_iterator(Folder.Join("media")))
+    {
+        Left = Entry.file_size() == 30 ? Entry.path() : Left;
+    }
+    FileReset();
+    Scan();
+    FileRefresh();
+    EXPECT_FALSE(FileAddOneFile(Left.c_str()));
+    EXPECT_EQ(Keys(), "a.txt");
+    EXPECT_TRUE(SurvivesAlone(
+        Cache({ "\\" }, { { "\\", std::string(FoldedName_c(Left.c_str()).GetText()) }, { "\\", "a.txt" } })));
+    EXPECT_EQ(Keys(), "a.txt cache.bin");
 }
 
 TEST_F(FileCacheTest, ASaveThatFailsLeavesTheOldCache)

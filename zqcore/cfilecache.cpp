@@ -256,7 +256,7 @@ namespace
 
     void CacheLoader_c::Load()
     {
-        bool const bKnownVersion = m_Archive.Open();
+        m_Archive.Open();   // a newer minor version may have more to say behind the records
         for (int nPaths = LoadCount(); nPaths > 0; --nPaths)
         {
             LoadFolder();
@@ -265,8 +265,6 @@ namespace
         {
             LoadFile();
         }
-        // A newer version may have more to say.
-        RequireIntact(!bKnownVersion || m_Archive.GetPosition() == m_Archive.GetLength(), "more bytes than records");
         m_Archive.Close();
     }
 
@@ -318,7 +316,7 @@ namespace
             Abort("Can't assotiate index 0x%X of %s with any path\n", Record.nIndex,
                 static_cast<char const *>(Record.sName));
         }
-        if (pFolder->bTooLong)
+        if (pFolder->bTooLong || FileReplacement_c::IsBeside(Record.sName))
         {
             return;
         }

@@ -20,8 +20,8 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 
 /// Fills the tables from the cache. False, with the name emptied, if it can't be read or there is no media root; the
 /// tables then hold what they held, and perhaps the cache's own folder. A damaged cache ends in Abort: another major
-/// version, too few or too many bytes, a text that does not fit its check sum, two entries of one name, a file without
-/// its folder.
+/// version, too few bytes, a text that does not fit its check sum, two entries of one name, a file without its folder.
+/// Bytes after the last record are not read.
 ///
 /// Files that were registered before stay, with their folders, but for the cache's own folder. One that the cache lists
 /// too keeps its object; if the cache has its name in another folder, that is a duplicate, which ends in Abort. A
@@ -31,6 +31,7 @@ ZQ_API bool FilesystemCacheLoad();
 
 /// Writes the folders and files below the media root, all but a file of the bare name of sFile. The new cache is made
 /// beside the old one (FileReplacement_c) and then takes its place in one step: if anything fails the old one stays, with
-/// a log line. No cache is written without a media root or to a path of more than 255 characters. Left out is what
-/// no load could place: a file whose folder is not in g_sPaths, or that another of its name hides.
+/// a log line. No scan registers what a process that is killed meanwhile leaves beside it. No cache is written without a
+/// media root or to a path of more than 255 characters. Left out is what no load could place: a file whose folder is not
+/// in g_sPaths, or that another of its name hides.
 ZQ_API void FilesystemCacheSave(char const * sFile);

@@ -3,6 +3,7 @@
 #include "zqcore/ccallback.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
 
 #include "platform/text.h"
@@ -383,7 +384,8 @@ namespace
 
     void FolderScan_c::AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry)
     {
-        if (g_sExcludedFiles.Has(Entry.szName) || !CanEnter(Folder.sPath, Entry))
+        if (g_sExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName)
+            || !CanEnter(Folder.sPath, Entry))
         {
             return;
         }
@@ -657,6 +659,11 @@ bool FileAddOneFile(char const * sFile)
     if (sFolded.IsCut())
     {
         Log("filesystem: skipping \"%s\", its path is too long", sFile);
+        return false;
+    }
+    if (FileReplacement_c::IsBeside(szBare))
+    {
+        Log("filesystem: skipping \"%s\", by its name it was never finished", sFile);
         return false;
     }
     FileName_c const sName{ static_cast<char const *>(sFolded) };

@@ -12,8 +12,9 @@
 // - pipes, sockets and devices;
 // - folders that can't be read, or whose path takes more than 255 characters;
 // - a folder in which the scan has been already, by a link or as the target of one.
-// Links to nothing are not seen. A bare name of more than 127 characters is cut, so that it can't be opened, and a file
-// of 2 GiB or more can't be opened either; both are logged.
+// Links to nothing are not seen. A file that a save did not finish (FileReplacement_c::IsBeside) is never registered. A
+// bare name of more than 127 characters is cut, so that it can't be opened, and a file of 2 GiB or more can't be opened
+// either; both are logged.
 //
 // All of this belongs to the main thread.
 #pragma once

@@ -4,6 +4,7 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cfilereplace.h"
 #include "zqcore/cfiletrack_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/cprofile.h"
@@ -173,7 +174,8 @@ namespace
     void RefreshFile(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
         bool const bDrive = Entry.szName[0] && Entry.szName[1] == ':';   // a lookup would take it for a drive
-        if (!Entry.bReachable || !Entry.Facts.bRegular || bDrive || !plat::IsUtf8(Entry.szName))
+        bool const bReadable = Entry.bReachable && Entry.Facts.bRegular && plat::IsUtf8(Entry.szName);
+        if (!bReadable || bDrive || FileReplacement_c::IsBeside(Entry.szName))
         {
             return;
         }
