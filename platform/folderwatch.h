@@ -2,8 +2,9 @@
 //
 // The watch collects changes between two reads and hands them over in the caller's buffer, as records one behind the
 // other. A change is: a file that was opened for writing is closed, unless it is new and empty; a file is renamed onto
-// one that exists; a file stands written in a folder that was made just now, and is no older than that. One file is in
-// a batch once, in the order of the first changes. One thread at a time.
+// one that exists, or that existed and whose name is kept; a file stands written in a folder that was made just now, and
+// is no older than that. One file is in a batch once, in the order of the first changes. One thread at a time. In the
+// child of a fork a watch begins anew at the first IsComplete.
 #pragma once
 
 #include <cstddef>
@@ -34,8 +35,9 @@ namespace plat
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
         /// Watches a folder in place of the former one; false if it can't be opened, or if the system has too few
-        /// watches for its subfolders. Subfolders that can't be read are passed over.
-        bool Open(char const * szFolder);
+        /// watches for its subfolders. Subfolders that can't be read are passed over. When a file goes, fnKeep says by
+        /// its bare name, in the spelling of the disk, whether its name is kept; IsComplete calls it.
+        bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
         void Close();
 

@@ -4,7 +4,9 @@
 
 #include "zqcore/cfiletrack_internal.h"
 
+#include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/wait.h>
 
@@ -99,7 +101,10 @@ INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
         Program_s{ "cp", "cp b.txt a.txt", "a.txt" },
         Program_s{ "cp", "cp -f --remove-destination b.txt a.txt", "a.txt" },
         Program_s{ "cp", "cp -r sub new/ && mkdir deep && cp -r sub deep", "c.txt c.txt" },
-        Program_s{ "mv", "mv b.txt a.txt", "a.txt" }, Program_s{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
+        Program_s{ "mv", "mv b.txt a.txt", "a.txt" }, Program_s{ "mv", "rm a.txt && mv b.txt a.txt", "a.txt" },
+        Program_s{ "mv", "mv a.txt a.bak && echo x > n && mv n a.txt && rm a.bak", "a.txt" },
+        Program_s{ "mv", "rm -r sub && mkdir sub && mv b.txt sub/c.txt", "c.txt" },
+        Program_s{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
         Program_s{ "mkdir", "mkdir -p n/e/w && echo x > n/e/w/a.txt", "a.txt" },
         Program_s{ "touch", "touch a.txt", "a.txt" }, Program_s{ "sed", "sed -i s/a/b/ a.txt", "a.txt" },
         Program_s{ "perl", "perl -i.bak -pe s/a/b/ a.txt", "a.txt" },
@@ -110,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
         // No callback: a name is made, is deleted, or goes to a free place.
         Program_s{ "touch", "rm a.txt && touch a.txt", "" },
         Program_s{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
-        Program_s{ "mv", "rm a.txt && mv b.txt a.txt", "" }, Program_s{ "mv", "mv sub dir; mv loop/d.csv d", "" },
+        Program_s{ "mv", "mv sub dir; mv loop/d.csv d", "" },
         Program_s{ "mv", "sleep 0.02; mkdir n && mv a.txt n", "" }, Program_s{ "chmod", "chmod 600 a.txt", "" }));
 
 TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
@@ -126,6 +131,40 @@ TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
     EXPECT_EQ(Told(), "");
     ASSERT_TRUE(Run("echo x > " + Outside.GetPath() + "/x.txt; echo x > a.txt"));
     EXPECT_EQ(Told(), "a.txt");
+}
+
+TEST_F(FileTrack, KnowsNamesWhoseFilesWentOrWereExchanged)
+{
+    auto const Exchange = [this](char const * szA, char const * szB)
+    { return renameat2(AT_FDCWD, Folder.Join(szA).c_str(), AT_FDCWD, Folder.Join(szB).c_str(), RENAME_EXCHANGE) == 0; };
+    Track();
+    ASSERT_TRUE(Run("mv a.txt a.bak; rm -r sub; touch temp; mv temp gone"));
+    EXPECT_EQ(Told(), "");
+    ASSERT_TRUE(Run("mv a.bak a.txt; mkdir sub; cp b.txt n; mv n sub/c.txt"));
+    EXPECT_EQ(Told(), "a.txt c.txt");
+    for (auto const & [szA, szB, szTold] : Rows_t<char const *, char const *, char const *>{
+             { "a.txt", "loop/d.csv", "d.csv a.txt" }, { "a.txt", "gone", "a.txt" }, { "gone", "a.txt", "a.txt" } })
+    {
+        ASSERT_TRUE(Exchange(szA, szB));
+        EXPECT_EQ(Told(), szTold) << szA;
+        ASSERT_TRUE(Run("echo x > n; mv n a.txt; echo x > n; mv n loop/d.csv"));
+        EXPECT_EQ(Told(), "a.txt d.csv") << szA;
+    }
+    ASSERT_TRUE(Exchange("sub", "loop") && Exchange("sub", "b.txt"));   // a folder with a folder, then with a file
+    EXPECT_EQ(Told(), "");
+    ASSERT_TRUE(Run("echo x > b.txt/d.csv; echo x > loop/c.txt"));
+    EXPECT_EQ(Told(), "d.csv c.txt");
+}
+
+TEST_F(FileTrack, AChildOfAForkWatchesForItself)
+{
+    Track();
+    ASSERT_TRUE(Run("echo x > a.txt"));
+    auto const TrackInChild = [this] { return Told() == "" && Run("echo x > b.txt") && Told() == "b.txt" ? 0 : 1; };
+    EXPECT_EQ(StatusOfChild(StartChild(TrackInChild)), 0);
+    EXPECT_EQ(Told(), "a.txt b.txt") << "the child did not eat it";
+    ASSERT_TRUE(Run("echo x > sub/c.txt"));
+    EXPECT_EQ(Told(), "c.txt");
 }
 
 TEST_F(FileTrack, TellsOfEachFileOfACheckout)

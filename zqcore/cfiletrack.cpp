@@ -202,7 +202,7 @@ void FileTrackChanges(char const * sPath)
     MemCategoryScope_c const Scope(mem::file);
     StopTracking();
     g_sTrackPath = sPath;
-    bool const bOpened = sPath && g_sTrackPath == sPath && g_hTrackFolder.Open(sPath);
+    bool const bOpened = sPath && g_sTrackPath == sPath && g_hTrackFolder.Open(sPath, FileExists);
     FileOpenTracker(g_hTrackFolder.GetHandle(), sPath);
     if (!bOpened)
     {

@@ -7,8 +7,10 @@
 //
 // A change is what a user would call one: a file that was opened for writing and closed, or one that another file was
 // renamed onto. So a rewrite, an append, a copy over it, an editor's save through a second file, a checkout are one
-// each; a file made anew is one once something was written into it, since a checkout deletes and makes anew. Making an
-// empty file, deleting, and renaming to a name that is free are none. A file that was written several times between
+// each; a file made anew is one once something was written into it, since a checkout deletes and makes anew. A known
+// file that was renamed away or deleted keeps its name here: a file that is renamed to that name, then or later, is a
+// change of it. An exchange of two names is a change of each. Making an empty file, deleting, and renaming to a name
+// that no known file had are none, nor is renaming a folder. A file that was written several times between
 // two calls is told once; one that was written and is gone by the time of the call is not told.
 //
 // Folders that appear, are moved or go are followed, and so are links to folders that are there from the start. A link
@@ -16,6 +18,8 @@
 // comes. What happens between two calls must fit 4,094 bytes, at 12 and twice the path below the watched folder each:
 // if it does not, all of it is lost; a hundred paths of 14 characters fit. Of paths the characters up to U+00FF count
 // and the others are dropped, so changes of files below such names are lost, those of known ones with a log line.
+//
+// The child of a fork tracks on its own from its first call on; what changed before that is told in the parent alone.
 #pragma once
 
 #include "zqcore/cconfig.h"

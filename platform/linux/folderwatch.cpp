@@ -5,12 +5,13 @@
 
 #include "platform/folderwatch.h"
 
+#include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
+#include "platform/linux/folderrecords.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
-#include "platform/text.h"
 
 #include <algorithm>
 #include <climits>
@@ -19,6 +20,7 @@
 #include <string>
 #include <sys/inotify.h>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -27,7 +29,14 @@ namespace plat
     namespace
     {
         constexpr int NO_FOLDER = -1;
-        constexpr int MAX_READS = 256;   // of the kernel's queue in one batch, so that a flood of changes ends
+        constexpr int MAX_READS = 256;            // of the kernel's queue in one batch, so that a flood of changes ends
+        constexpr std::size_t MAX_KEPT = 65536;   // names without a file: no more are kept
+        unsigned g_nForks = 0;                    // from the first process down to this one
+        ForkHandler_c const g_CountFork({ nullptr, nullptr, [] { ++g_nForks; } });
+
+        constinit Lock_c g_TreeLock;   // held while a tree changes, so that a fork finds it whole
+        ForkLock_c const g_TreeForkLock(g_TreeLock);
+
         constexpr std::uint32_t FOLDER_EVENTS =
             IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_EXCL_UNLINK;
 
@@ -65,6 +74,15 @@ namespace plat
             int iFolder;
         };
 
+        // A folder whose name another one took: two names were exchanged, of which the other half is to come, or the folder
+        // was empty and is gone.
+        struct Displaced_s
+        {
+            int iParent;
+            std::string sName;
+            int iFolder;
+        };
+
         // What a file in a folder that was made at tMade is: one that is no older, with contents that nobody writes,
         // counts as changed, of any other the close will tell. An older one was renamed.
         File_s LookAtNewFile(int iFolder, char const * szName, FileTime_t tMade)
@@ -86,67 +104,26 @@ namespace plat
             return FactsAt(AT_FDCWD, sPath.c_str(), 0, Facts) ? Facts.tCreation : 0;
         }
 
+        bool IsFile(std::string const & sPath)
+        {
+            FileFacts_t Facts;
+            return FactsAt(AT_FDCWD, sPath.c_str(), 0, Facts) && Facts.bRegular;
+        }
+
         bool IsFolder(int iFolder, char const * szName)
         {
             FileFacts_t Facts;
             return FactsAt(iFolder, szName, 0, Facts) && Facts.bFolder;
-        }
-
-        // Appends UTF-16 units.
-        void AppendUnits(std::u16string & sUnits, std::string const & sName)
-        {
-            wchar_t szWide[NAME_MAX + 1];
-            std::size_t const nWide = WideFromUtf8(szWide, std::size(szWide), sName.c_str());
-            for (std::size_t i = 0; i < nWide; ++i)
-            {
-                auto const cText = static_cast<char32_t>(szWide[i]);
-                if (cText >= 0x10000)
-                {
-                    sUnits += static_cast<char16_t>(0xD7C0 + (cText >> 10));
-                }
-                sUnits += static_cast<char16_t>(cText >= 0x10000 ? 0xDC00 + (cText & 0x3FF) : cText);
-            }
-        }
-
-        // Of a record, without the filling that leads up to the next one.
-        std::size_t RecordBytes(std::u16string const & sName)
-        {
-            return sizeof(FolderChange_t) + sName.size() * sizeof(char16_t);
-        }
-
-        std::size_t RoundedUp(std::size_t nBytes)
-        {
-            return (nBytes + 3) & ~std::size_t(3);
-        }
-
-        // Writes the records, or nothing at all if they do not fit.
-        void WriteRecords(std::vector<std::u16string> const & dNames, char * pBuffer, std::size_t nBytes)
-        {
-            std::size_t nAll = 0;
-            for (std::u16string const & sName : dNames)
-            {
-                nAll = RoundedUp(nAll) + RecordBytes(sName);
-            }
-            if (nAll > nBytes)
-            {
-                return;
-            }
-            for (std::u16string const & sName : dNames)
-            {
-                std::size_t const nRecord = RecordBytes(sName);
-                std::size_t const nNext = &sName == &dNames.back() ? 0 : RoundedUp(nRecord);
-                FolderChange_t const Head{ static_cast<std::uint32_t>(nNext), FOLDER_CHANGE_MODIFIED,
-                    static_cast<std::uint32_t>(nRecord - sizeof(FolderChange_t)) };
-                std::memcpy(pBuffer, &Head, sizeof Head);
-                std::memcpy(pBuffer + sizeof Head, sName.data(), nRecord - sizeof Head);
-                pBuffer += nNext;
-            }
         }
     }
 
     class FolderWatch_c::Tree_c
     {
     public:
+        explicit Tree_c(bool (*fnKeep)(char const *))
+            : m_fnKeep(fnKeep)
+        {}
+
         bool Open(char const * szFolder);
         int GetDescriptor() const { return m_Queue.Get(); }
         void Read(void * pBuffer, std::size_t nBytes);
@@ -165,7 +142,8 @@ namespace plat
         ZQ_COLD bool Collect(std::size_t nFilled);
         bool Deliver();
         std::vector<std::u16string> TakeNames();
-        void Rebuild();
+        bool Rebuild();
+        ZQ_COLD bool StartInChild();
 
         bool AddRoot();
         bool AddTree(ToAdd_s Top);
@@ -184,16 +162,23 @@ namespace plat
 
         void Handle(inotify_event const & Event);
         void OnAppeared(int iFolder, Folder_s & Folder, inotify_event const & Event);
-        void OnGone(Folder_s & Folder, inotify_event const & Event);
+        void OnGone(int iFolder, Folder_s & Folder, inotify_event const & Event);
         void OnClosed(int iFolder, Folder_s & Folder, std::string const & sName);
         bool Attach(int iFolder, inotify_event const & Event);
+        int TakeDisplaced(int iParent, char const * szName);
+        void Keep(int iFolder, std::string const & sName);
+        bool IsKept(int iFolder, std::string const & sName) const;
         void Change(int iFolder, std::string const & sName, File_s & File);
 
+        bool (*m_fnKeep)(char const * szName);
+        unsigned m_nForks = g_nForks;   // when the queue was opened
         Descriptor_c m_Queue;
         std::string m_sRoot;
         std::unordered_map<int, Folder_s> m_dFolders;   // by the kernel's number of the watch
         std::vector<Change_s> m_dChanges;               // of the present batch, in their order
+        std::unordered_set<std::string> m_dKept;        // paths of files that are gone, and whose names stay known
         std::vector<Detached_s> m_dDetached;
+        std::vector<Displaced_s> m_dDisplaced;
         std::vector<ToAdd_s> m_dLater;   // could not be reached by the paths known then
         bool m_bLost = false;            // the kernel's queue ran over
         bool m_bStarting = false;        // the whole tree is being added: no event has been missed
@@ -224,7 +209,8 @@ namespace plat
 
     bool FolderWatch_c::Tree_c::IsComplete()
     {
-        if (m_pRead == nullptr)
+        bool const bOfParent = m_nForks != g_nForks;
+        if (m_pRead == nullptr || (bOfParent && !StartInChild()))
         {
             return false;
         }
@@ -235,6 +221,7 @@ namespace plat
     // Handles what is in the buffer of events and what else is in the queue; whether that makes a batch.
     bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
     {
+        LockScope_c const Scope(g_TreeLock);
         for (int nReads = 1; nFilled > 0; ++nReads)
         {
             for (std::size_t iByte = 0; iByte < nFilled;)
@@ -251,6 +238,13 @@ namespace plat
             RemoveTree(Detached.iFolder);
         }
         m_dDetached.clear();
+        std::erase_if(m_dDisplaced,
+            [this](Displaced_s const & Displaced)
+            {
+                bool const bWaits = m_dFolders.contains(Displaced.iParent) && m_dFolders.contains(Displaced.iFolder);
+                bWaits ? void() : RemoveTree(Displaced.iFolder);
+                return !bWaits;
+            });
         for (ToAdd_s & ToAdd : std::exchange(m_dLater, {}))
         {
             AddTree(std::move(ToAdd));
@@ -278,7 +272,8 @@ namespace plat
         return true;
     }
 
-    // The changed files that are still there.
+    // The changed files that are still there. One whose name went behind the change may have come back by the exchange of
+    // two names, which the events do not tell from a rename.
     std::vector<std::u16string> FolderWatch_c::Tree_c::TakeNames()
     {
         std::vector<std::u16string> dNames;
@@ -289,8 +284,14 @@ namespace plat
             {
                 continue;
             }
-            auto const itFile = itFolder->second.dFiles.find(Changed.sName);
-            if (itFile != itFolder->second.dFiles.end() && std::exchange(itFile->second.bChanged, false))
+            auto & dFiles = itFolder->second.dFiles;
+            auto const itFile = dFiles.find(Changed.sName);
+            bool const bCameBack = itFile == dFiles.end() && IsFile(PathOf(Changed.iFolder) + '/' + Changed.sName);
+            if (bCameBack)
+            {
+                dFiles.try_emplace(Changed.sName);
+            }
+            if (bCameBack || (itFile != dFiles.end() && std::exchange(itFile->second.bChanged, false)))
             {
                 dNames.push_back(UnitsOf(Changed));
             }
@@ -298,15 +299,34 @@ namespace plat
         return dNames;
     }
 
-    // Looks at the whole tree anew after events were lost. The descriptor keeps its number.
-    void FolderWatch_c::Tree_c::Rebuild()
+    // The child of a fork shares the queue with its parent, whose events it must not read and whose watches it must not
+    // end. It takes a queue of its own at its first question. False if there is none: the next question tries again.
+    ZQ_COLD bool FolderWatch_c::Tree_c::StartInChild()
+    {
+        LockScope_c const Scope(g_TreeLock);
+        return Rebuild();
+    }
+
+    // Looks at the whole tree anew with a new queue, of which the descriptor keeps its number: false without one.
+    bool FolderWatch_c::Tree_c::Rebuild()
     {
         Descriptor_c const Queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
         if (Queue.IsOpen() && dup3(Queue.Get(), m_Queue.Get(), O_CLOEXEC) >= 0)
         {
+            for (auto const & [iFolder, Folder] : m_dFolders)
+            {
+                for (auto const & [sName, File] : Folder.dFiles)
+                {
+                    Keep(iFolder, sName);
+                }
+            }
+            m_dDisplaced.clear();
             m_dFolders.clear();
+            m_nForks = g_nForks;
             AddRoot();
+            return true;
         }
+        return false;
     }
 
     bool FolderWatch_c::Tree_c::AddRoot()
@@ -407,9 +427,9 @@ namespace plat
         {
             return;
         }
-        auto const nDetached =
-            std::erase_if(m_dDetached, [iKnown](Detached_s const & Detached) { return Detached.iFolder == iKnown; });
-        if (nDetached > 0 || NumberOf(PathOf(iKnown)) != iKnown)
+        auto const IsKnown = [iKnown](auto const & Away) { return Away.iFolder == iKnown; };
+        auto const nAway = std::erase_if(m_dDetached, IsKnown) + std::erase_if(m_dDisplaced, IsKnown);
+        if (nAway > 0 || NumberOf(PathOf(iKnown)) != iKnown)
         {
             Unlink(iKnown);
             m_bLost = !Place(iKnown, ToAdd.iParent, ToAdd.sName) || m_bLost;
@@ -486,6 +506,7 @@ namespace plat
             }
             File_s & File = Folder.dFiles[pEntry->d_name];
             File = eAppeared == Appeared_e::Now ? LookAtNewFile(Open.Get(), pEntry->d_name, tMade) : File_s{};
+            File.bChanged = File.bChanged || (!m_bStarting && !File.bFresh && IsKept(iFolder, pEntry->d_name));
             if (File.bChanged)
             {
                 m_dChanges.push_back({ iFolder, pEntry->d_name });
@@ -581,7 +602,7 @@ namespace plat
         }
         else if ((Event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0)
         {
-            OnGone(itFolder->second, Event);
+            OnGone(Event.wd, itFolder->second, Event);
         }
         else if ((Event.mask & IN_CLOSE_WRITE) != 0)
         {
@@ -603,7 +624,7 @@ namespace plat
         }
         auto const [itFile, bNew] = Folder.dFiles.try_emplace(Event.name);
         itFile->second.bFresh = bMade;
-        if (!bMade && !bNew)   // a rename onto a name that exists
+        if (!bMade && (!bNew || IsKept(iFolder, itFile->first)))   // a rename onto a known name
         {
             Change(iFolder, itFile->first, itFile->second);
         }
@@ -620,6 +641,13 @@ namespace plat
         }
         int const iMoved = itDetached->iFolder;
         m_dDetached.erase(itDetached);
+        auto const & dFolders = m_dFolders.at(iFolder).dFolders;
+        auto const itThere = dFolders.find(Event.name);
+        if (itThere != dFolders.end() && itThere->second != iMoved)
+        {
+            m_dDisplaced.push_back({ iFolder, Event.name, itThere->second });
+            Unlink(itThere->second);
+        }
         if (!Place(iMoved, iFolder, Event.name))
         {
             RemoveTree(iMoved);
@@ -627,17 +655,22 @@ namespace plat
         return true;
     }
 
-    void FolderWatch_c::Tree_c::OnGone(Folder_s & Folder, inotify_event const & Event)
+    void FolderWatch_c::Tree_c::OnGone(int iFolder, Folder_s & Folder, inotify_event const & Event)
     {
+        bool const bMoved = (Event.mask & IN_MOVED_FROM) != 0;
+        int const iDisplaced = bMoved ? TakeDisplaced(iFolder, Event.name) : NO_FOLDER;
         auto const itFolder = Folder.dFolders.find(Event.name);
-        if (itFolder == Folder.dFolders.end())
+        // In the midst of an exchange a folder and a file may have one name. Links to folders are no folders in events.
+        bool const bFile =
+            itFolder == Folder.dFolders.end() || ((Event.mask & IN_ISDIR) == 0 && Folder.dFiles.contains(Event.name));
+        if (iDisplaced == NO_FOLDER && bFile)
         {
             Folder.dFiles.erase(Event.name);
-            return;
+            return Keep(iFolder, Event.name);
         }
-        int const iGone = itFolder->second;
+        int const iGone = iDisplaced == NO_FOLDER ? itFolder->second : iDisplaced;
         Unlink(iGone);
-        if ((Event.mask & IN_MOVED_FROM) != 0)
+        if (bMoved)
         {
             m_dDetached.push_back({ Event.cookie, iGone });
         }
@@ -645,6 +678,34 @@ namespace plat
         {
             RemoveTree(iGone);
         }
+    }
+
+    // The folder that had the name before another one took it; NO_FOLDER if there is none, or if it is gone.
+    int FolderWatch_c::Tree_c::TakeDisplaced(int iParent, char const * szName)
+    {
+        auto const itDisplaced = std::find_if(m_dDisplaced.begin(), m_dDisplaced.end(),
+            [&](Displaced_s const & Displaced) { return Displaced.iParent == iParent && Displaced.sName == szName; });
+        if (itDisplaced == m_dDisplaced.end())
+        {
+            return NO_FOLDER;
+        }
+        int const iFolder = itDisplaced->iFolder;
+        m_dDisplaced.erase(itDisplaced);
+        return m_dFolders.contains(iFolder) ? iFolder : NO_FOLDER;
+    }
+
+    // Keeps the name of a file that may be gone, by its path: its folder may go too and come again.
+    void FolderWatch_c::Tree_c::Keep(int iFolder, std::string const & sName)
+    {
+        if (m_fnKeep(sName.c_str()) && m_dKept.size() < MAX_KEPT)
+        {
+            m_dKept.insert(PathOf(iFolder) + '/' + sName);
+        }
+    }
+
+    bool FolderWatch_c::Tree_c::IsKept(int iFolder, std::string const & sName) const
+    {
+        return !m_dKept.empty() && m_dKept.contains(PathOf(iFolder) + '/' + sName);
     }
 
     void FolderWatch_c::Tree_c::OnClosed(int iFolder, Folder_s & Folder, std::string const & sName)
@@ -667,10 +728,11 @@ namespace plat
         }
     }
 
-    bool FolderWatch_c::Open(char const * szFolder)
+    bool FolderWatch_c::Open(char const * szFolder, bool (*fnKeep)(char const * szName))
     {
         Close();
-        m_pTree = new Tree_c;
+        LockScope_c const Scope(g_TreeLock);
+        m_pTree = new Tree_c(fnKeep);
         if (!m_pTree->Open(szFolder))
         {
             int const iError = errno;
@@ -682,6 +744,7 @@ namespace plat
 
     void FolderWatch_c::Close()
     {
+        LockScope_c const Scope(g_TreeLock);
         delete m_pTree;
         m_pTree = nullptr;
     }

@@ -1,0 +1,63 @@
+#include "platform/linux/folderrecords.h"
+
+#include "platform/folderwatch.h"
+#include "platform/text.h"
+
+#include <climits>
+#include <cstring>
+#include <iterator>
+
+namespace plat
+{
+    namespace
+    {
+        // Of a record, without the filling that leads up to the next one.
+        std::size_t RecordBytes(std::u16string const & sName)
+        {
+            return sizeof(FolderChange_t) + sName.size() * sizeof(char16_t);
+        }
+
+        std::size_t RoundedUp(std::size_t nBytes)
+        {
+            return (nBytes + 3) & ~std::size_t(3);
+        }
+    }
+
+    void AppendUnits(std::u16string & sUnits, std::string const & sName)
+    {
+        wchar_t szWide[NAME_MAX + 1];
+        std::size_t const nWide = WideFromUtf8(szWide, std::size(szWide), sName.c_str());
+        for (std::size_t i = 0; i < nWide; ++i)
+        {
+            auto const cText = static_cast<char32_t>(szWide[i]);
+            if (cText >= 0x10000)
+            {
+                sUnits += static_cast<char16_t>(0xD7C0 + (cText >> 10));
+            }
+            sUnits += static_cast<char16_t>(cText >= 0x10000 ? 0xDC00 + (cText & 0x3FF) : cText);
+        }
+    }
+
+    void WriteRecords(std::vector<std::u16string> const & dNames, char * pBuffer, std::size_t nBytes)
+    {
+        std::size_t nAll = 0;
+        for (std::u16string const & sName : dNames)
+        {
+            nAll = RoundedUp(nAll) + RecordBytes(sName);
+        }
+        if (nAll > nBytes)
+        {
+            return;
+        }
+        for (std::u16string const & sName : dNames)
+        {
+            std::size_t const nRecord = RecordBytes(sName);
+            std::size_t const nNext = &sName == &dNames.back() ? 0 : RoundedUp(nRecord);
+            FolderChange_t const Head{ static_cast<std::uint32_t>(nNext), FOLDER_CHANGE_MODIFIED,
+                static_cast<std::uint32_t>(nRecord - sizeof(FolderChange_t)) };
+            std::memcpy(pBuffer, &Head, sizeof Head);
+            std::memcpy(pBuffer + sizeof Head, sName.data(), nRecord - sizeof Head);
+            pBuffer += nNext;
+        }
+    }
+}

@@ -1,0 +1,15 @@
+// folderrecords.h: the records of a batch of folderwatch.h.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace plat
+{
+    /// Appends a name in UTF-8 as UTF-16 units.
+    void AppendUnits(std::u16string & sUnits, std::string const & sName);
+
+    /// Writes a record for each name, or nothing at all if they do not fit.
+    void WriteRecords(std::vector<std::u16string> const & dNames, char * pBuffer, std::size_t nBytes);
+}
