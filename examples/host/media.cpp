@@ -73,6 +73,7 @@ void MediaSet(Options_s const & Options, std::string const & sMedia)
     SetPQXCurrentConfig(Options.sConfig.c_str());
     FileSetMediaTemplate("media*.zq");
     FileSetSplit(IsSplit(Options, sMedia) ? "\\gamedata\\" : nullptr);
+    FileAlwaysExcludeFolder(".git");   // of a tree under version control
     ModuleFile_c::Get()->ReadMedia(true);
     FilesystemCacheInit(Options.bCache ? CacheOf(sMedia).c_str() : nullptr);
 }
