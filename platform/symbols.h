@@ -74,9 +74,9 @@ namespace plat
         std::uint8_t nBits;       // and how many; 0 for other members
     };
 
-    /// The helper's path, cut at 1023 bytes, empty for none. Before the first call: the environment variable
-    /// ZQCORE_SYMBOLS at load time, else zqsymbols in the folder of the program or library that holds this code, else
-    /// where the installation has it. Not while another thread starts a walk.
+    /// Sets the helper's path, cut at 1023 bytes, empty for none. Before the first call it is zqsymbols in the folder of
+    /// the program or library that holds this code, else where the installation has it. Not while another thread starts
+    /// a walk.
     void SymbolsSetHelper(char const * szPath);
 
     class Symbols_c

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,8 +38,8 @@ namespace
         std::string const & sProgram = CRASHER_PATH)
     {
         auto const tStart = std::chrono::steady_clock::now();
-        std::string const sCommand = "cd '" + Folder.GetPath() + "' && ZQCORE_SYMBOLS='" + sHelper + "' exec '"
-                                     + sProgram + "' " + sArguments + " > out 2>&1 < /dev/null";
+        std::string const sCommand = "cd '" + Folder.GetPath() + "' && exec '" + sProgram + "' " + sArguments + " '"
+                                     + sHelper + "' > out 2>&1 < /dev/null";
         int const iStatus = std::system(sCommand.c_str());
         Crash_t Crash;
         Crash.tSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
@@ -204,14 +205,14 @@ TEST(CrashReport, OutlivesItsHelperAndItsOwnFaults)
         std::filesystem::permissions(sPath, std::filesystem::perms::owner_all);
         return sPath;
     };
-    for (char const * szScript : { "exit 1", "kill -SEGV $$", "echo nonsense >&0", "exec >/dev/null; sleep 100" })
+    for (char const * szScript : { "exit 1", "kill -SEGV $$", "echo nonsense >&0", "exec >/dev/null; exec sleep 100" })
     {
         Crash_t const Crash = RunAlone("read", Helper(szScript));
         EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION")) << szScript;
         EXPECT_EQ(Crash.iSignal, SIGSEGV) << szScript;
         EXPECT_LT(Crash.tSeconds, 10.0) << szScript;
     }
-    Crash_t const Faulting = RunAlone("read reportfaults", Helper("sleep 100"));
+    Crash_t const Faulting = RunAlone("read reportfaults", Helper("exec sleep 100"));
     EXPECT_THAT(Faulting.sReport, EndsWith("MM7 = 0000000000000000\r\n"));
     EXPECT_THAT(Faulting.sOutput, HasSubstr("log closed\nformer handler\n"));
     EXPECT_EQ(Faulting.iSignal, SIGSEGV);
@@ -316,7 +317,13 @@ TEST(CrashReportModules, FindTheSectionOfAnAddress)
     EXPECT_EQ(std::tuple(iData, nData + 1), std::tuple(iNext, nNext));
     EXPECT_LT(iText, iData);
     EXPECT_EQ(std::get<0>(Find(nullptr)), false);
-    EXPECT_EQ(Find(&bText), std::tuple(false, "[stack]", 0u, std::get<3>(Find(&bText))));
+    auto const [bStack, sStack, iStack, nStack] = Find(&bText);
+    std::ifstream Maps("/proc/self/maps");
+    std::string sMapping;
+    while (std::getline(Maps, sMapping) && !sMapping.ends_with("[stack]"))
+    {}
+    EXPECT_EQ(std::tuple(bStack, sStack, iStack), std::tuple(false, "[stack]", 0u));
+    EXPECT_EQ(nStack, reinterpret_cast<std::uintptr_t>(&bText) - std::stoull(sMapping, nullptr, 16));
 }
 
 TEST(CrashReportOutside, KnowsNothingAndCapturesTheCallersRegisters)

@@ -383,7 +383,7 @@ TEST_F(SymbolWalk, AHelperThatFailsCostsTheNamesAlone)
 {
     TempFolder_c const Folder;
     Rows_t<char const *, char const *> const dRows = { { "missing", nullptr }, { "dies", "exit 1" },
-        { "talks", "printf xxx >&3; sleep 60" }, { "hangs", "exec sleep 60" } };
+        { "talks", "printf xxx >&3; exec sleep 60" }, { "hangs", "exec sleep 60" } };
     for (auto const & [szName, szScript] : dRows)
     {
         SCOPED_TRACE(szName);

@@ -13,6 +13,7 @@
 #include "platform/modules.h"
 #include "platform/process.h"
 #include "platform/rawfiles.h"
+#include "platform/symbols.h"
 #include "platform/text.h"
 
 #include <algorithm>
@@ -255,6 +256,11 @@ void ExceptionReport_c::SetLogFileName(wchar_t const * sFolder, wchar_t const * 
     Keep(g_wszFolder, sFolder);
     Keep(g_wszLogFile, sName);
     plat::LocalTimeKeep();
+}
+
+void ExceptionReport_c::SetSymbolHelper(char const * szPath)
+{
+    plat::SymbolsSetHelper(szPath ? szPath : "");
 }
 
 void ExceptionReport_c::SetReportFileAutoName()

@@ -43,6 +43,11 @@ public:
     /// in a folder's name included. Without a dot, or with fewer characters behind it, the path as it stands.
     ZQ_API void SetReportFileAutoName();
 
+    /// Sets the program that reads names, lines and variables for reports and for the traces in dialogs; null or empty
+    /// for none. Cut at 1023 bytes. Without a call it is zqsymbols in the folder of the library, else where the
+    /// installation has it. Not while another thread crashes or shows a trace.
+    ZQ_API static void SetSymbolHelper(char const * szPath);
+
     ZQ_API wchar_t const * GetFolder() const;
     ZQ_API wchar_t const * GetLogFileName() const;
 

@@ -37,11 +37,6 @@ namespace plat
         // Runs ahead of all other construction: the crash path finds the path ready.
         __attribute__((constructor(101))) void FindHelper()
         {
-            char const * const szFromEnvironment = secure_getenv("ZQCORE_SYMBOLS");
-            if (szFromEnvironment != nullptr)
-            {
-                return SymbolsSetHelper(szFromEnvironment);
-            }
             Dl_info Info;
             link_map * pMap = nullptr;
             char szPath[PATH_MAX + 64];

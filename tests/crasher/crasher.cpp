@@ -1,7 +1,8 @@
 // crasher.cpp: a program that crashes as it is told, for the tests of the crash report.
 //
-//   crasher FAULT [CIRCUMSTANCE...]
+//   crasher FAULT [CIRCUMSTANCE...] HELPER
 //
+// HELPER is the path of the symbol helper, empty for none.
 // Logs to message.log in the current folder, where the report lands too. From the fault on, the thread that faults may
 // not touch the heap: that ends the process with status 99.
 #include "zqcore/capp.h"
@@ -350,7 +351,8 @@ int main(int nArguments, char ** dArguments)
     {
         g_pFault = std::strcmp(Known.szName, dArguments[1]) == 0 ? &Known : g_pFault;
     }
-    for (int i = 2; i < nArguments; ++i)
+    ExceptionReport_c::SetSymbolHelper(dArguments[nArguments - 1]);
+    for (int i = 2; i < nArguments - 1; ++i)
     {
         for (auto const & [szName, fnArrange] : CIRCUMSTANCES)
         {
