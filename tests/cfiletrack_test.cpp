@@ -1,5 +1,6 @@
 #include "zqcore/cfiletrack.h"
 
+#include "tests/machine_support.h"
 #include "tests/media_fixture.h"
 
 #include "zqcore/cfiletrack_internal.h"
@@ -36,6 +37,14 @@ namespace
             FileTrackShutdown();
             g_FileTrackChangesCallbacker.Reset();
             g_fnTrackSleep = m_fnSleep;
+        }
+
+        void SetUp() override
+        {
+            if (!WatchesTellOfWrites())
+            {
+                GTEST_SKIP() << "watches tell nothing here";
+            }
         }
 
         void Track()
@@ -189,6 +198,10 @@ TEST_F(FileTrack, TellsOfEachFileOfACheckout)
 
 TEST_F(FileTrack, WaitsForWritersWithinLimits)
 {
+    if (!LeasesSeeWriters())
+    {
+        GTEST_SKIP() << "leases do not show a writer here";
+    }
     Track();
     // Tries that find the file held, what is told, and the number in the line, 0 for no line.
     for (auto const & [nHeld, szTold, nSaid] : Rows_t<int, char const *, int>{ { 0, "a.txt b.txt", 0 },

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <latch>
+#include <sched.h>
 #include <unistd.h>
 
 namespace
@@ -135,7 +136,8 @@ TEST(Threads, RunLockAndWakeEachOther)
     auto const Run = [](void *)
     {
         s_Go.Wait();
-        EXPECT_TRUE(plat::ThreadSetIdleClass());
+        bool const bIdle = plat::ThreadSetIdleClass();
+        EXPECT_EQ(bIdle, sched_getscheduler(0) == SCHED_IDLE);
         s_iThread = plat::ThreadId();
         s_Count();
         s_Done.Signal();

@@ -91,6 +91,7 @@ namespace plat
     bool ThreadSetIdleClass()
     {
         sched_param Parameters = {};
-        return ::pthread_setschedparam(::pthread_self(), SCHED_IDLE, &Parameters) == 0;
+        bool const bGranted = ::pthread_setschedparam(::pthread_self(), SCHED_IDLE, &Parameters) == 0;
+        return bGranted && ::sched_getscheduler(0) == SCHED_IDLE;   // some systems grant it and change nothing
     }
 }
