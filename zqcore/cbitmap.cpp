@@ -15,29 +15,6 @@ namespace
         void * const pBytes = CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
         return pBytes ? static_cast<unsigned char *>(std::memset(pBytes, 0, nBytes)) : nullptr;
     }
-
-    bool KnowsItsLength(Serializeable_c const & Archive)
-    {
-        return Archive.GetPosition() >= 0 && Archive.GetLength() > 0;
-    }
-
-    // Reads nBytes of an archive of whatever length into an empty vector. The vector grows with what has arrived, so that
-    // a damaged size takes no memory.
-    bool ReadGrowing(Serializeable_c & Archive, BitVec_c & Vec, int nBytes)
-    {
-        constexpr int FIRST_STEP = 4096;
-        int nStep;
-        for (int nRead = 0; nRead < nBytes; nRead += nStep)
-        {
-            nStep = std::min(nBytes - nRead, std::max(nRead, FIRST_STEP));
-            int const iNeeded = 8 * (nRead + nStep);
-            if (Vec.Grow(iNeeded).iDim < iNeeded || !Archive.Serialize(Vec.pVec + nRead, nStep))
-            {
-                return false;
-            }
-        }
-        return true;
-    }
 }
 
 BitVec_c::BitVec_c(int iBits)
@@ -196,6 +173,32 @@ bool BitVec_c::Serialize(Serializeable_c & Archive)
         Archive.Serialize(pVec, iBits / 8);
     }
     return !Archive.IsFailed();
+}
+
+namespace
+{
+    bool KnowsItsLength(Serializeable_c const & Archive)
+    {
+        return Archive.GetPosition() >= 0 && Archive.GetLength() > 0;
+    }
+
+    // Reads nBytes of an archive of whatever length into an empty vector. The vector grows with what has arrived, so that
+    // a damaged size takes no memory.
+    bool ReadGrowing(Serializeable_c & Archive, BitVec_c & Vec, int nBytes)
+    {
+        constexpr int FIRST_STEP = 4096;
+        int nStep;
+        for (int nRead = 0; nRead < nBytes; nRead += nStep)
+        {
+            nStep = std::min(nBytes - nRead, std::max(nRead, FIRST_STEP));
+            int const iNeeded = 8 * (nRead + nStep);
+            if (Vec.Grow(iNeeded).iDim < iNeeded || !Archive.Serialize(Vec.pVec + nRead, nStep))
+            {
+                return false;
+            }
+        }
+        return true;
+    }
 }
 
 bool BitVec_c::Load(Serializeable_c & Archive, int iBits)
