@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <latch>
 
 namespace
 {
@@ -103,6 +104,36 @@ TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
     Other.join();
     Resetter.join();
     EXPECT_TRUE(bInside);
+}
+
+TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
+{
+    std::latch Inside(2), Forked(2);
+    std::thread Other(
+        [&]
+        {
+            Steps(C2, "A");
+            Inside.arrive_and_wait();
+            Forked.arrive_and_wait();
+            Steps(C2, "a");
+        });
+    Steps(C0, "AAB");
+    Inside.arrive_and_wait();
+    auto const InChild = []
+    {
+        auto const Use = []
+        {
+            Steps(C2, "A.a");
+            Steps(C0, ".baa");
+            InThreads(1, [](int) { Steps(C0, "A.a"); });
+            SimpleProfileReset(C2);
+        };
+        return FailedConditions(Use).empty() && Get(C2).tLast >= SPAN ? 0 : 1;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0);
+    Forked.arrive_and_wait();
+    Steps(C0, "baa");
+    Other.join();
 }
 
 TEST(SimpleProfile, KeepsItsLimits)

@@ -33,6 +33,13 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
     EXPECT_EQ(Folder.Read("folder/mine") + Folder.Read("game/log/pqx.sav/mine"), "xx");
     std::string const sSaved = Folder.Read("save");
     EXPECT_TRUE(!sSaved.empty() && !Folder.Read("stats").empty());
+    for (auto const & [szKept, szDamaged] :
+        Rows_t<char const *, char const *>{ { "save.old", "1" }, { "save.old1", "2" } })
+    {
+        Folder.Write("save", szDamaged);
+        EXPECT_EQ(RunHost(sAll + sStats).iStatus, 0);
+        EXPECT_EQ(Folder.Read(szKept), szDamaged) << "no kept save replaces another";
+    }
     FullDisk_c const Full(sSaved.size() + 4000);   // room for the save and its log, but not for a batch
     EXPECT_EQ(RunHost(sAll + sStats).iStatus, 5);
 }

@@ -3,6 +3,7 @@
 #include "zqcore/carray.h"
 #include "zqcore/ctimer.h"
 
+#include "platform/fork.h"
 #include "platform/threads.h"
 
 #include <algorithm>
@@ -109,6 +110,45 @@ namespace
             Profile.dStack[Profile.iStackPtr].tChildren += tTaken;
         }
     }
+
+    // The contexts that the forking thread is in.
+    bool g_dOwn[SIMPLE_PROFILE_CONTEXT_TOTAL];
+
+    void NoteOwnContexts()
+    {
+        for (int i = 0; i < SIMPLE_PROFILE_CONTEXT_TOTAL; ++i)
+        {
+            bool const bEntered = g_dProfiles[i].UseLock.TryEnter();
+            g_dOwn[i] = bEntered && g_dProfiles[i].iStackPtr >= 0;
+            if (bEntered)
+            {
+                g_dProfiles[i].UseLock.Leave();
+            }
+        }
+    }
+
+    // A forked child has none of the other threads: it leaves their contexts for them and stays in its own ones.
+    void KeepOwnContexts()
+    {
+        for (int i = 0; i < SIMPLE_PROFILE_CONTEXT_TOTAL; ++i)
+        {
+            SimpleProfile_t & Profile = g_dProfiles[i];
+            Profile.StatsLock.Renew();
+            Profile.UseLock.Renew();
+            Profile.iStackPtr = g_dOwn[i] ? Profile.iStackPtr : -1;
+            Profile.nBeyond = g_dOwn[i] ? Profile.nBeyond : 0;
+            int nPushes = Profile.nBeyond;
+            for (int iEntry = 0; iEntry <= Profile.iStackPtr; ++iEntry)
+            {
+                nPushes += Profile.dStack[iEntry].nCount;
+            }
+            for (; nPushes > 0; --nPushes)
+            {
+                Profile.UseLock.Enter();
+            }
+        }
+    }
+    plat::ForkHandler_c const g_ForkHandler({ NoteOwnContexts, nullptr, KeepOwnContexts });
 
     void CloseSpan(SimpleProfile_t & Profile)
     {

@@ -2,9 +2,10 @@
 //
 // There are three contexts and 17 kinds. Per context and kind it tells the time of the last frame without the time of
 // kinds nested in it, the mean over 32 frames and the peak. A thread is in a context from a push to the matching pop;
-// another one that pushes there waits until it has left. Figures may be read meanwhile. Contexts are numbers of
-// meaning only to the host; nothing is started or freed, and nothing is allocated. A push and a pop cost three lock
-// pairs and two readings of the clock. A span that the clock makes negative counts as 0.
+// another one that pushes there waits until it has left. Figures may be read meanwhile. A forked child is in the
+// contexts of the thread that forked, and in no others. Contexts are numbers of meaning only to the host; nothing is
+// started or freed, and nothing is allocated. A push and a pop cost three lock pairs and two readings of the clock. A
+// span that the clock makes negative counts as 0.
 #pragma once
 
 #include "zqcore/cconfig.h"

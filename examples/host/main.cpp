@@ -97,7 +97,12 @@ namespace
         }
         else
         {
-            ReportLoad(SaveLoad(Options.sSave, Options.sGame, World), World);
+            SaveResult_s const Loaded = SaveLoad(Options.sSave, Options.sGame, World);
+            ReportLoad(Loaded, World);
+            if (Loaded.bInTheWay)
+            {
+                return Fail(STATUS_SAVE, "can't put \"" + Options.sSave + "\" aside: " + Loaded.sWhyNot);
+            }
         }
         FrameStats_s const Stats = RunLoop(Options, Survey);
         ReportWorld(World);

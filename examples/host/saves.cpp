@@ -122,11 +122,21 @@ namespace
         return Error ? 0 : static_cast<long long>(nBytes);
     }
 
+    // Where the file went, under a name that nothing has; empty if it can't be moved.
     std::string PutAside(std::string const & sFile)
     {
+        constexpr int MAX_KEPT = 100;
         std::error_code Error;
-        std::filesystem::rename(sFile, sFile + ".old", Error);
-        return Error ? "" : sFile + ".old";
+        for (int i = 0; i < MAX_KEPT; ++i)
+        {
+            std::string const sTo = sFile + ".old" + (i > 0 ? std::to_string(i) : "");
+            if (!std::filesystem::exists(std::filesystem::symlink_status(sTo, Error)))
+            {
+                std::filesystem::rename(sFile, sTo, Error);
+                return Error ? "" : sTo;
+            }
+        }
+        return "";
     }
 }
 
@@ -142,6 +152,7 @@ SaveResult_s SaveLoad(std::string const & sFile, std::string const & sGame, Modu
     if (!std::filesystem::is_regular_file(sFile, Error))
     {
         Result.sWhyNot = "it is no regular file";
+        Result.bInTheWay = true;
         return Result;
     }
     double const tStart = longTimeGet();
@@ -152,6 +163,7 @@ SaveResult_s SaveLoad(std::string const & sFile, std::string const & sGame, Modu
     {
         World.Begin();
         Result.sKept = PutAside(sFile);
+        Result.bInTheWay = Result.sKept.empty();
     }
     return Result;
 }

@@ -11,8 +11,9 @@ class ModuleWorld_c;
 /// What became of a load or a save.
 struct SaveResult_s
 {
-    std::string sWhyNot;   // empty: it worked
-    std::string sKept;     // where a save went that could not be loaded
+    std::string sWhyNot;      // empty: it worked
+    std::string sKept;        // where a save went that could not be loaded
+    bool bInTheWay = false;   // one that could not be loaded is still there: a new one would replace it
     long long nBytes = 0;
     double tTaken = 0.0;   // seconds
 };

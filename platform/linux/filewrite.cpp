@@ -17,7 +17,7 @@ namespace plat
 {
     namespace
     {
-        constexpr mode_t ALL_RIGHTS = 07777;
+        constexpr mode_t RIGHTS = 0777;
 
         bool IsRegular(int iDescriptor)
         {
@@ -101,7 +101,7 @@ namespace plat
         }
         else
         {
-            fchmod(File.Get(), Stat.st_mode & ALL_RIGHTS);   // where it may not be, those of a new file stay
+            fchmod(File.Get(), Stat.st_mode & RIGHTS);   // where it may not be, those of a new file stay
         }
         bool const bRenamed = rename(From.Get(), To.Get()) == 0;
         int const iError = errno;
