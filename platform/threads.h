@@ -1,10 +1,10 @@
 // threads.h: locks, wake-ups and threads.
 #pragma once
 
+#include "platform/compiler.h"
+
 #include <atomic>
 #include <cstdint>
-#include <mutex>
-#include <new>
 
 namespace plat
 {
@@ -15,28 +15,27 @@ namespace plat
         constexpr explicit Lock_c(int nSpin = 0)
             : m_nSpin(nSpin)
         {}
+        Lock_c(Lock_c const &) = delete;
+        Lock_c & operator=(Lock_c const &) = delete;
 
-        void Enter()
-        {
-            if (!m_Mutex.try_lock())
-            {
-                EnterSlowly();
-            }
-        }
+        ZQ_API void Enter();
 
         /// Enters a lock that is free or the caller's own; false if another thread holds it.
-        bool TryEnter() { return m_Mutex.try_lock(); }
+        bool TryEnter();
 
-        void Leave() { m_Mutex.unlock(); }
+        /// Ends one Enter of the calling thread. The last one frees the lock.
+        ZQ_API void Leave();
 
         /// Frees the lock in the child of a fork, where the thread that held it is gone (see fork.h).
-        void Renew() { new (&m_Mutex) std::recursive_mutex; }
+        void Renew();
 
     private:
         void EnterSlowly();
 
-        std::recursive_mutex m_Mutex;
-        int m_nSpin;   // tries before the thread sleeps
+        std::atomic<std::uint32_t> m_nState{ 0 };        // free, held, or held while threads may sleep
+        int m_nSpin;                                     // tries before the thread sleeps
+        std::atomic<void const *> m_pOwner{ nullptr };   // an address of the owning thread's own
+        std::uint32_t m_nDepth = 0;                      // further Enters of the owner
     };
 
     /// Holds a lock for a scope.
@@ -59,27 +58,18 @@ namespace plat
     /// The system's number of the calling thread. Numbers of ended threads come again.
     std::uint32_t ThreadId();
 
-    /// A wake-up that can't be lost: a Signal with nobody waiting is kept for the next Wait; several kept are one.
+    /// A wake-up that can't be lost: a Signal with nobody waiting is kept for the next Wait; several kept are one. Any
+    /// thread signals, one at a time waits.
     class WakeUp_c
     {
     public:
-        void Signal()
-        {
-            m_bSignalled.store(1, std::memory_order_release);
-            m_bSignalled.notify_one();
-        }
+        void Signal();
 
         /// Sleeps until signalled, then takes the signal.
-        void Wait()
-        {
-            while (m_bSignalled.exchange(0, std::memory_order_acquire) == 0)
-            {
-                m_bSignalled.wait(0, std::memory_order_relaxed);
-            }
-        }
+        void Wait();
 
     private:
-        std::atomic<int> m_bSignalled{ 0 };
+        std::atomic<std::uint32_t> m_nState{ 0 };   // clear, signalled, or clear with a thread that sleeps
     };
 
     /// A wake-up that stays until it is taken back: every wait passes while it is set. Any thread, and a signal handler.

@@ -32,19 +32,6 @@ namespace plat
             { nullptr, nullptr, [] { t_iThread = 0; } });   // the child has its own number
     }
 
-    void Lock_c::EnterSlowly()
-    {
-        for (int i = 0; i < m_nSpin; ++i)
-        {
-            __builtin_ia32_pause();
-            if (m_Mutex.try_lock())
-            {
-                return;
-            }
-        }
-        m_Mutex.lock();
-    }
-
     std::uint32_t ThreadId()
     {
         if (t_iThread == 0)
