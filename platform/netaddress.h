@@ -10,15 +10,15 @@ namespace plat
     /// What an address is good for.
     enum class NetAddress_e
     {
-        None,    // there is no address
-        Local,   // given by whoever runs the machine or by software: other machines may have the same
-        Global   // given by the maker of the hardware: no other machine has it
+        Missing,   // there is no address
+        Local,     // given by whoever runs the machine or by software: other machines may have the same
+        Global     // given by the maker of the hardware: no other machine has it
     };
 
     using NetAddressSource_t = NetAddress_e (*)(unsigned char (&dAddress)[NET_ADDRESS_SIZE]);
 
     /// The address of an Ethernet-like interface: one with a global address if there is one, then one that is up, then
-    /// the system's first. With None dAddress is unchanged. Asks the system each time.
+    /// the system's first. With Missing dAddress is unchanged. Asks the system each time.
     NetAddress_e NetAddressGet(unsigned char (&dAddress)[NET_ADDRESS_SIZE]);
 
     /// Puts a function of the host in the place of the system's interfaces, or null to end that; the former one.

@@ -28,7 +28,7 @@ namespace plat
     /// The kinds of values, with the numbers that the store keeps.
     enum class RegistryType_e : std::uint32_t
     {
-        None = 0,
+        Untyped = 0,
         Text = 1,
         Binary = 3,
         Dword = 4

@@ -21,7 +21,7 @@ namespace
     plat::NetAddress_e s_eAddress;
     plat::NetAddress_e TestAddress(Address_t dAddress)
     {
-        if (s_eAddress != plat::NetAddress_e::None)
+        if (s_eAddress != plat::NetAddress_e::Missing)
         {
             std::copy_n("\x10\x22\x33\x44\x55\x66", 6, dAddress);
         }
@@ -160,7 +160,7 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
 TEST_F(GuidTest, TheGeneratorReportsWhatTheAddressIsWorth)
 {
     plat::NetAddressSetSource(TestAddress);
-    for (auto const & [eAddress, dwStatus] : { std::pair(plat::NetAddress_e::None, plat::GUID_NO_ADDRESS),
+    for (auto const & [eAddress, dwStatus] : { std::pair(plat::NetAddress_e::Missing, plat::GUID_NO_ADDRESS),
              std::pair(plat::NetAddress_e::Local, plat::GUID_LOCAL_ONLY),
              std::pair(plat::NetAddress_e::Global, plat::GUID_OK) })
     {
@@ -173,7 +173,7 @@ TEST_F(GuidTest, TheGeneratorReportsWhatTheAddressIsWorth)
         EXPECT_EQ(First.m_guid.Data3 >> 12, 1) << "the version";
         EXPECT_EQ(First.m_guid.Data4[0] >> 6, 2) << "the variant";
         EXPECT_TRUE(std::equal(First.m_guid.Data4, First.m_guid.Data4 + 8, Second.m_guid.Data4));
-        bool const bRandom = eAddress == plat::NetAddress_e::None;
+        bool const bRandom = eAddress == plat::NetAddress_e::Missing;
         EXPECT_EQ(std::memcmp(First.m_guid.Data4 + 2, "\x10\x22\x33\x44\x55\x66", 6) != 0, bRandom);
         EXPECT_EQ(First.m_guid.Data4[2] & 1, bRandom) << "no card has the address";
         auto const nSeconds = static_cast<std::int64_t>(TickOf(First) / 10000000) - 12219292800;

@@ -57,7 +57,7 @@ namespace
         {
             std::string sData(60000, '?');
             std::size_t nSize = sData.size();
-            RegistryType_e eType = RegistryType_e::None;
+            RegistryType_e eType = RegistryType_e::Untyped;
             bool const bRead = plat::RegistryRead(eTree, szKey, szName, eType, sData.data(), nSize);
             sData.resize(nSize);
             return bRead && eType == RegistryType_e::Text ? sData : "none";
@@ -98,7 +98,7 @@ TEST_F(RegistryTest, ReadsWhatWasWrittenByTypeAndSize)
         << "no key open";
     ASSERT_TRUE(Registry.CreateKey("Software\\Test"));
     double const dDouble = -1.0 / 3.0;
-    plat::RegistryWrite(USER, "software\\TEST", "d", RegistryType_e::None, &dDouble, 8);
+    plat::RegistryWrite(USER, "software\\TEST", "d", RegistryType_e::Untyped, &dDouble, 8);
     EXPECT_TRUE(Registry.WriteValue("i", -5) && Registry.WriteValue("f", 0.1f) && Registry.WriteString("four", "1234"));
     EXPECT_TRUE(Registry.WriteString("t", "some text") && Registry.WriteData("b", "\0\1\2", 3));
     EXPECT_TRUE(Registry.WriteData("four bytes", "\x0D\0\0\0", 4));
@@ -142,7 +142,7 @@ TEST_F(RegistryTest, ReadsWhatWasWrittenByTypeAndSize)
              std::tuple("none", 4, false, 0u), std::tuple("t", 0, false, 9u) })
     {
         std::size_t nHave = static_cast<std::size_t>(nRoom);
-        RegistryType_e eType = RegistryType_e::None;
+        RegistryType_e eType = RegistryType_e::Untyped;
         std::memcpy(sBuffer, "????", 4);
         EXPECT_EQ(plat::RegistryRead(USER, "Software\\Test", szName, eType, sBuffer, nHave), bRead) << szName;
         EXPECT_EQ(nHave, nSize) << szName;
@@ -503,7 +503,7 @@ TEST_F(RegistryTest, ManyValuesAndKeysAndDeepTreesCostNoMoreEach)
             EXPECT_TRUE(Registry.WriteValue(sName.c_str(), i) && Other.CreateKey(("top\\K" + sName).c_str()));
             sDeep += i < DEEP ? "\\deep" : "";
         }
-        EXPECT_TRUE(plat::RegistryWrite(USER, sDeep.c_str(), "v", RegistryType_e::None, nullptr, 0));
+        EXPECT_TRUE(plat::RegistryWrite(USER, sDeep.c_str(), "v", RegistryType_e::Untyped, nullptr, 0));
         int nKeys = 0;
         for (; Registry.EnumKey(nKeys, szName, sizeof(szName)); ++nKeys)
         {}

@@ -326,9 +326,9 @@ void GigaPoolResizeable_c::Init(int iElements, int iElementSize)
 
 void GigaPoolResizeable_c::Reset()
 {
-    DestroyAll(m_pHalfList);
-    DestroyAll(m_pFullList);
-    DestroyAll(m_pEmpty);
+    DestroyList(m_pHalfList);
+    DestroyList(m_pFullList);
+    DestroyList(m_pEmpty);
     m_Head = {};
     m_iWaterMark = 0;
 }
@@ -452,7 +452,7 @@ void GigaPoolResizeable_c::Destroy(GigaChunk_s * pChunk)
     delete pChunk;
 }
 
-void GigaPoolResizeable_c::DestroyAll(GigaChunk_s *& pList)
+void GigaPoolResizeable_c::DestroyList(GigaChunk_s *& pList)
 {
     while (GigaChunk_s * const pChunk = pList)
     {

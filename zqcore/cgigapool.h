@@ -234,7 +234,7 @@ private:
     bool TakeChunk();
     void Retire(GigaChunk_s * pChunk);
     void Destroy(GigaChunk_s * pChunk);
-    void DestroyAll(GigaChunk_s *& pList);
+    void DestroyList(GigaChunk_s *& pList);
 
     int m_iWaterMark = 0;
     int m_iHighWaterMark = 0;

@@ -153,7 +153,7 @@ int Registry_c::ReadValue(char const * sName, double * pValue)
 {
     double dValue;
     std::size_t nSize = sizeof(dValue);
-    bool const bRead = Query(sName, &dValue, nSize) && nSize == sizeof(dValue) && m_dwType == RegistryType_e::None;
+    bool const bRead = Query(sName, &dValue, nSize) && nSize == sizeof(dValue) && m_dwType == RegistryType_e::Untyped;
     *pValue = bRead ? dValue : *pValue;
     return bRead;
 }
@@ -167,12 +167,12 @@ int Registry_c::ReadValue(char const * sName, float * pValue)
         return 0;
     }
     *pValue = 0.0f;
-    if (m_dwType == RegistryType_e::None && nSize == sizeof(float))
+    if (m_dwType == RegistryType_e::Untyped && nSize == sizeof(float))
     {
         std::memcpy(pValue, dBytes, sizeof(float));
         return 1;
     }
-    if (m_dwType == RegistryType_e::None && nSize == sizeof(double))
+    if (m_dwType == RegistryType_e::Untyped && nSize == sizeof(double))
     {
         double dValue;
         std::memcpy(&dValue, dBytes, sizeof(dValue));
@@ -211,7 +211,7 @@ int Registry_c::WriteValue(char const * sName, int iValue)
 
 int Registry_c::WriteValue(char const * sName, float fValue)
 {
-    return Write(sName, RegistryType_e::None, &fValue, sizeof(fValue));
+    return Write(sName, RegistryType_e::Untyped, &fValue, sizeof(fValue));
 }
 
 int Registry_c::WriteString(char const * sName, char const * sText)

@@ -104,6 +104,6 @@ private:
     plat::RegistryTree_e m_hRoot;
     plat::RegistryKey_t m_hKey = nullptr;
     std::uint32_t m_samDesired = plat::REGISTRY_ALL_ACCESS;       // rights that are asked for with every key
-    plat::RegistryType_e m_dwType = plat::RegistryType_e::None;   // found by the last typed read
+    plat::RegistryType_e m_dwType = plat::RegistryType_e::Untyped;   // found by the last typed read
     std::uint32_t m_dwPlatform;
 };

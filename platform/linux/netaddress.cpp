@@ -42,7 +42,7 @@ namespace plat
             ifaddrs * pEntries = nullptr;
             if (getifaddrs(&pEntries) != 0)
             {
-                return NetAddress_e::None;
+                return NetAddress_e::Missing;
             }
             sockaddr_ll const * pBest = nullptr;
             int iBestRank = -1;
@@ -61,7 +61,7 @@ namespace plat
                 std::copy_n(pBest->sll_addr, NET_ADDRESS_SIZE, dAddress);
             }
             freeifaddrs(pEntries);
-            return iBestRank < 0 ? NetAddress_e::None : iBestRank < 2 ? NetAddress_e::Local : NetAddress_e::Global;
+            return iBestRank < 0 ? NetAddress_e::Missing : iBestRank < 2 ? NetAddress_e::Local : NetAddress_e::Global;
         }
     }
 

@@ -154,7 +154,7 @@ namespace plat
 
         bool StoreSpelling(Change_c & Change, int iKey, std::string_view sName)
         {
-            return KeyLock_c(Change, iKey).Store(KEY_RECORD, { RegistryType_e::None, sName, {} });
+            return KeyLock_c(Change, iKey).Store(KEY_RECORD, { RegistryType_e::Untyped, sName, {} });
         }
 
         // Makes the subkey's folder, which keeps the spelling that made it; -1 on failure.

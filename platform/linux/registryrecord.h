@@ -20,7 +20,7 @@ namespace plat
 
     struct Record_t
     {
-        RegistryType_e eType = RegistryType_e::None;
+        RegistryType_e eType = RegistryType_e::Untyped;
         std::string_view sName;
         std::string_view sData;
     };
