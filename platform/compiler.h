@@ -4,6 +4,9 @@
 /// Marks a name of the library's interface; everything else stays inside the shared library.
 #define ZQ_API __attribute__((visibility("default")))
 
+/// Keeps one member of an exported class inside the shared library.
+#define ZQ_INTERNAL __attribute__((visibility("hidden")))
+
 /// Checks the arguments of a function that formats like printf; both positions count from 1 (and include `this`).
 #define ZQ_PRINTF(iFormat, iFirstArgument) __attribute__((format(printf, iFormat, iFirstArgument)))
 

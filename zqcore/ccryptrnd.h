@@ -22,16 +22,16 @@ ZQ_API void GetRandomBytes(unsigned char * dOutput, int nBytes);
 ZQ_API void PutNextRandom();
 
 /// Adds a byte to the pool for each application message while initialised.
-class ModuleCryptRandom_c : public Module_c
+class ZQ_API ModuleCryptRandom_c : public Module_c
 {
 public:
     constexpr ModuleCryptRandom_c()
         : Module_c("ModuleCryptRandom_c")
     {}
-    ZQ_API ~ModuleCryptRandom_c() override;
+    ~ModuleCryptRandom_c() override;
 
     /// The instance.
-    ZQ_API static ModuleCryptRandom_c * Get();
+    static ModuleCryptRandom_c * Get();
 
 protected:
     bool Initialize() override;

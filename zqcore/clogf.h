@@ -23,7 +23,7 @@ ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_
 ZQ_API void Logf_raw(char const * sFile, char const * sText);
 
 /// Works out the folder of the named logs and closes them at the end. Needs no other module.
-class ModuleLog_c : public Module_c
+class ZQ_API ModuleLog_c : public Module_c
 {
 public:
     constexpr ModuleLog_c()
@@ -31,19 +31,19 @@ public:
     {}
 
     /// The instance.
-    ZQ_API static ModuleLog_c * Get();
+    static ModuleLog_c * Get();
 
     /// Sets the folder of the named logs, cut at 1023 characters; before the module initialises. The main log's folder
     /// takes precedence, and without either it is "GameLogs" below the current folder.
-    ZQ_API static void SetLogPath(wchar_t const * sPath);
+    static void SetLogPath(wchar_t const * sPath);
 
-    ZQ_API wchar_t const * GetLogPath() const;
+    wchar_t const * GetLogPath() const;
 
     /// The open log of that name, opened if need be; names are exact and cut at 63 characters, but on disk two that
     /// differ in case only are one file, which the second one starts anew. Null for a null name or if the file can't be
     /// opened. The stream belongs to the module. With the table of 64 logs full the stream is opened all the same, but
     /// stays out of the table and is not closed.
-    ZQ_API std::FILE * GetLogFile(char const * sName);
+    std::FILE * GetLogFile(char const * sName);
 
 protected:
     bool Initialize() override;

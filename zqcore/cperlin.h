@@ -32,16 +32,16 @@ ZQ_API float PerlinNoise(Vec3fpu_t const & Point);
 ZQ_API void PerlinNoiseSetSeed(unsigned int nSeed);
 
 /// Builds the tables from the present seed.
-class ModulePerlin_c : public Module_c
+class ZQ_API ModulePerlin_c : public Module_c
 {
 public:
     constexpr ModulePerlin_c()
         : Module_c("ModulePerlin_c")
     {}
-    ZQ_API ~ModulePerlin_c() override;
+    ~ModulePerlin_c() override;
 
     /// The instance.
-    ZQ_API static ModulePerlin_c * Get();
+    static ModulePerlin_c * Get();
 
 protected:
     bool Initialize() override;

@@ -119,16 +119,16 @@ ZQ_API void ProfilerWriteComplete(std::uint32_t dwError, std::uint32_t nBytes, v
 
 /// Brings the profiler up and down. Shutdown waits for the stats file and closes it; frames behind the last full ring
 /// are not in it.
-class ModuleProfiler_c : public Module_c
+class ZQ_API ModuleProfiler_c : public Module_c
 {
 public:
     constexpr ModuleProfiler_c()
         : Module_c("ModuleProfiler_c")
     {}
-    ZQ_API ~ModuleProfiler_c() override;
+    ~ModuleProfiler_c() override;
 
     /// The instance.
-    ZQ_API static ModuleProfiler_c * Get();
+    static ModuleProfiler_c * Get();
 
 protected:
     bool Initialize() override;

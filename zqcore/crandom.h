@@ -83,16 +83,16 @@ extern ZQ_API RandomMask_t const MM_EXPONENT_MASK;
 extern ZQ_API RandomMask_t const MM_MANTISSA_MASK;
 
 /// Empties the list when it shuts down; a generator that is destroyed later does nothing more.
-class ModuleRandom_c : public Module_c
+class ZQ_API ModuleRandom_c : public Module_c
 {
 public:
     constexpr ModuleRandom_c()
         : Module_c("ModuleRandom_c")
     {}
-    ZQ_API ~ModuleRandom_c() override;
+    ~ModuleRandom_c() override;
 
     /// The instance.
-    ZQ_API static ModuleRandom_c * Get();
+    static ModuleRandom_c * Get();
 
 protected:
     void Shutdown() override;

@@ -26,16 +26,16 @@ inline float CosOfAngle(int iAngle)
 }
 
 /// Fills the table.
-class ModuleSinCos_c : public Module_c
+class ZQ_API ModuleSinCos_c : public Module_c
 {
 public:
     constexpr ModuleSinCos_c()
         : Module_c("ModuleSinCos_c")
     {}
-    ZQ_API ~ModuleSinCos_c() override;
+    ~ModuleSinCos_c() override;
 
     /// The instance.
-    ZQ_API static ModuleSinCos_c * Get();
+    static ModuleSinCos_c * Get();
 
 protected:
     bool Initialize() override;

@@ -57,7 +57,7 @@ private:
     void CopyTo(Block_t & Block) const;
     SpreadsheetRow_c * PackInto(void * pMemory, std::size_t nBlock, int nCells) const;
     std::size_t GetPackedSize() const;
-    std::size_t GetTextSize() const { return m_nStored > 0 ? m_Block.GetEnd(m_nStored - 1) : 0; }
+    std::size_t GetTextSize() const;
 
     /// A packed row has its block right behind itself, in memory that is not its own.
     bool IsPacked() const { return m_Block.pBytes == reinterpret_cast<char const *>(this + 1); }

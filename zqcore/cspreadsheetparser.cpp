@@ -44,6 +44,11 @@ inline void SpreadsheetRow_c::Block_t::SetEnd(int iCell, std::size_t nEnd)
                            : StoreEnd<std::uint32_t>(pBytes + nBytes, iCell, nEnd);
 }
 
+inline std::size_t SpreadsheetRow_c::GetTextSize() const
+{
+    return m_nStored > 0 ? m_Block.GetEnd(m_nStored - 1) : 0;
+}
+
 SpreadsheetRow_c::~SpreadsheetRow_c()
 {
     if (!IsPacked())

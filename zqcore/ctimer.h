@@ -32,7 +32,7 @@ ZQ_API std::int64_t shortTimeWait(std::int64_t nCycles);
 extern ZQ_API double (*Game_longTimeGet)();
 
 /// Chooses the clock. Needs no other module.
-class ModuleTimer_c : public Module_c
+class ZQ_API ModuleTimer_c : public Module_c
 {
 public:
     constexpr ModuleTimer_c()
@@ -40,7 +40,7 @@ public:
     {}
 
     /// The instance.
-    ZQ_API static ModuleTimer_c * Get();
+    static ModuleTimer_c * Get();
 
 protected:
     bool Initialize() override;

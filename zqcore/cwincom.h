@@ -6,16 +6,16 @@
 
 #include "zqcore/cmodule.h"
 
-class ModuleWinCom_c : public Module_c
+class ZQ_API ModuleWinCom_c : public Module_c
 {
 public:
     constexpr ModuleWinCom_c()
         : Module_c("ModuleWinCom_c")
     {}
-    ZQ_API ~ModuleWinCom_c() override;
+    ~ModuleWinCom_c() override;
 
     /// The instance; not exported.
-    static ModuleWinCom_c * Get();
+    ZQ_INTERNAL static ModuleWinCom_c * Get();
 
 protected:
     /// False if COM can't be started. That the thread has it already, even in the other concurrency model, is logged and
