@@ -538,7 +538,7 @@ namespace plat
         {
             return false;
         }
-        std::vector<std::string> const & dNames = hKey->Listing.Read(iFolder);
+        auto const & dNames = hKey->Listing.Read(iFolder);
         if (iIndex >= dNames.size() || dNames[iIndex].size() >= nSize)
         {
             return false;

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <ctime>
 #include <fcntl.h>
+#include <iterator>
 #include <sys/stat.h>
 
 namespace plat
@@ -140,7 +141,7 @@ namespace plat
                && (m_bSettled || ClockNanoseconds(CLOCK_MONOTONIC) - m_tRead < FRESH);
     }
 
-    std::vector<std::string> const & KeyListing_c::Read(int iFolder)
+    std::deque<std::string> const & KeyListing_c::Read(int iFolder)
     {
         if (!IsCurrent(iFolder))
         {
@@ -149,8 +150,9 @@ namespace plat
             m_bSettled = ClockNanoseconds(CLOCK_REALTIME) - m_Stamp.tChange > SETTLED;
             KeyContents_s Contents = ReadKeyContents(iFolder);
             m_tRead = Contents.bRead ? ClockNanoseconds(CLOCK_MONOTONIC) : 0;
-            m_dNames.swap(Contents.dSubKeys);
-            std::sort(m_dNames.begin(), m_dNames.end());
+            std::sort(Contents.dSubKeys.begin(), Contents.dSubKeys.end());
+            m_dNames.assign(
+                std::make_move_iterator(Contents.dSubKeys.begin()), std::make_move_iterator(Contents.dSubKeys.end()));
         }
         return m_dNames;
     }

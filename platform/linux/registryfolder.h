@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,7 @@ namespace plat
     {
     public:
         /// The folded names.
-        std::vector<std::string> const & Read(int iFolder);
+        std::deque<std::string> const & Read(int iFolder);
 
         /// Whether the names are those of the folder.
         bool IsCurrent(int iFolder) const;
@@ -52,7 +53,7 @@ namespace plat
         };
         static Stamp_s StampOf(int iFolder);
 
-        std::vector<std::string> m_dNames;
+        std::deque<std::string> m_dNames;   // both ends are deleted from
         Stamp_s m_Stamp;
         unsigned m_nChanges = 0;
         std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 before the first reading
