@@ -2,6 +2,8 @@
 #include "zqcore/cstring.h"
 
 #include <random>
+#include <set>
+#include <unordered_set>
 
 static_assert(sizeof(String_T<8>) == 8);
 
@@ -33,6 +35,20 @@ TEST(String, ComparesWithAndWithoutRegardToCase)
     EXPECT_STREQ(s, "mixed \xC4");
     EXPECT_LT(StrCompareNoCase("ABc", "abD"), 0);
     EXPECT_EQ(StrCompareNoCase("ABc", "abD", 2), 0);
+}
+
+TEST(String, IsComparedOrderedAndHashedByItsText)
+{
+    using Text_t = String_T<8>;
+    std::vector<Text_t> dTexts{ "b", "aa", "\xC4", "a" };   // a byte above ASCII is the greater
+    std::sort(dTexts.begin(), dTexts.end());
+    EXPECT_EQ(dTexts, (std::vector<Text_t>{ "a", "aa", "b", "\xC4" }));
+    EXPECT_EQ((std::set<Text_t>{ "a", "b", "a" }.size()), 2u);
+    EXPECT_EQ((std::unordered_set<Text_t>{ "a", "b", "a" }.size()), 2u);
+    Text_t const s("b");
+    String_T<16> const sLonger("b");
+    EXPECT_TRUE(s == sLonger && !(s != sLonger) && s <= sLonger && s < String_T<16>("c") && String_T<16>("a") < s);
+    EXPECT_TRUE("b" == s && "c" != s && s > "a" && "a" < s && s <= "b");
 }
 
 TEST(String, BehavesLikeAStandardStringThatIsCut)

@@ -1,11 +1,15 @@
 // cstring.h: text that lives inside its owner.
 //
 // A String_T<N> is a plain char[N] and nothing else: always terminated, at most N - 1 characters, a longer text is cut
-// silently. It never allocates and is copied like any value. Case folding is ASCII and the same in every locale.
+// silently. It never allocates and is copied like any value. Comparison, order and hash go by the text, so it serves as
+// a key of standard containers. Case folding is ASCII and the same in every locale.
 #pragma once
 
 #include "zqcore/cconfig.h"
 #include "zqcore/cdebug.h"
+
+#include <compare>
+#include <string_view>
 
 template <int N>
 class String_T
@@ -32,11 +36,21 @@ public:
     bool IsEmpty() const { return m_sText[0] == '\0'; }
     static constexpr int Capacity() { return N; }
 
-    /// Exact comparison. sTxt must not be null; a null that the developer ignores equals nothing.
+    /// Exact comparison, with any capacity. sTxt must not be null; a null that the developer ignores equals nothing.
     bool operator==(char const * sTxt) const;
-    bool operator!=(char const * sTxt) const { return !(*this == sTxt); }
-    bool operator==(String_T const & Other) const { return *this == Other.m_sText; }
-    bool operator!=(String_T const & Other) const { return !(*this == Other.m_sText); }
+    template <int M>
+    bool operator==(String_T<M> const & Other) const
+    {
+        return *this == static_cast<char const *>(Other);
+    }
+
+    /// Exact order, as strcmp has it. sTxt must not be null; a null that the developer ignores comes first.
+    std::strong_ordering operator<=>(char const * sTxt) const;
+    template <int M>
+    std::strong_ordering operator<=>(String_T<M> const & Other) const
+    {
+        return *this <=> static_cast<char const *>(Other);
+    }
 
     /// Appends what fits.
     String_T & operator+=(char const * sTxt);
@@ -66,6 +80,16 @@ public:
 
 private:
     char m_sText[N];
+};
+
+/// Equal texts have equal hashes, whatever the capacity.
+template <int N>
+struct std::hash<String_T<N>>
+{
+    std::size_t operator()(String_T<N> const & sText) const noexcept
+    {
+        return std::hash<std::string_view>()(static_cast<char const *>(sText));
+    }
 };
 
 /// Formats like printf; a longer result is cut at 255 characters.

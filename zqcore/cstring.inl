@@ -51,6 +51,13 @@ bool String_T<N>::operator==(char const * sTxt) const
 }
 
 template <int N>
+std::strong_ordering String_T<N>::operator<=>(char const * sTxt) const
+{
+    ZQ_ASSERT(sTxt != nullptr);
+    return sTxt ? std::strcmp(m_sText, sTxt) <=> 0 : std::strong_ordering::greater;
+}
+
+template <int N>
 String_T<N> & String_T<N>::operator+=(char const * sTxt)
 {
     ZQ_ASSERT(sTxt != nullptr);
