@@ -90,7 +90,14 @@ TEST(Array, StatesItsPreconditions)
     Array_T<int, 4, 0> dArray;
     dArray.Add(1);
     EXPECT_EQ(FailedConditions([&] { dArray[1] = 2; }), "index>=0 && index<iLength");
-    EXPECT_EQ(FailedConditions([&] { dArray.Delete(1); }), "index >= 0 && index < iLength");
+    for (int const iAbsent : { 1, -1 })
+    {
+        EXPECT_EQ(FailedConditions([&] { dArray.Delete(iAbsent); }), "index >= 0 && index < iLength");
+        EXPECT_TRUE(dArray.GetLength() == 1 && dArray[0] == 1);
+    }
+    dArray.Delete(0);
+    EXPECT_EQ(FailedConditions([&] { dArray.Delete(0); }), "index >= 0 && index < iLength");
+    EXPECT_EQ(dArray.Add(7), 0);   // not in front of the block
     SortedArray_T<int, StaticArrayLenTraits_T<int, 2>> dFull;
     auto const AddThree = [&] { dFull.Add(1), dFull.Add(2), dFull.Add(3); };
     EXPECT_EQ(FailedConditions(AddThree), "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
@@ -120,6 +127,19 @@ TEST(Sort, PutsTheGreatestFirstBetweenItsBounds)
         Array_T<int, 8, 0> dArray;
         Fill(dArray, dInput);
         EXPECT_EQ(FailedConditions([&, iFrom = iStart, iTo = iEnd] { dArray.Sort(Difference, iFrom, iTo); }), "");
+        EXPECT_EQ(Numbers_t(dArray.begin(), dArray.end()), dExpected);
+    }
+}
+
+TEST(Sort, LeavesEqualElementsWhereItsSplitsPutThem)
+{
+    using Numbers_t = std::vector<int>;
+    for (auto const & [dInput, dExpected] : Rows_t<Numbers_t, Numbers_t>{ { { 10, 11, 12, 13 }, { 12, 13, 10, 11 } },
+             { { 10, 20, 11, 21 }, { 21, 20, 10, 11 } }, { { 10, 20, 11, 21, 12, 22 }, { 21, 20, 22, 12, 10, 11 } } })
+    {
+        Array_T<int, 8, 0> dArray;
+        Fill(dArray, dInput);
+        dArray.Sort([](int a, int b) { return a / 10 - b / 10; }, 0, -1);
         EXPECT_EQ(Numbers_t(dArray.begin(), dArray.end()), dExpected);
     }
 }

@@ -66,7 +66,8 @@ public:
     T & operator[](int index);
     T const & operator[](int index) const;
 
-    /// Removes an element and moves the later ones down, in their order. Capacity stays.
+    /// Removes an element and moves the later ones down, in their order. Capacity stays. Requires
+    /// 0 <= index < GetLength(); if the developer goes on, nothing is removed.
     void Delete(int index);
 
     /// The first element equal to this one, or null.

@@ -103,7 +103,12 @@ T const & SortedArray_T<T, TRAITS>::operator[](int index) const
 template <typename T, typename TRAITS>
 void SortedArray_T<T, TRAITS>::Delete(int index)
 {
-    ZQ_ASSERT_TEXT(index >= 0 && index < this->iLength, "index >= 0 && index < iLength");
+    bool const bInside = index >= 0 && index < this->iLength;
+    ZQ_ASSERT_TEXT(bInside, "index >= 0 && index < iLength");
+    if (!bInside)
+    {
+        return;
+    }
     for (int i = index; i + 1 < this->iLength; ++i)
     {
         this->pData[i] = this->pData[i + 1];
