@@ -31,6 +31,20 @@ namespace
         g_Event.Fire(i + 1, true);
     }
 
+    void Throw(int)
+    {
+        g_sTrace += '!';
+        throw 1;
+    }
+
+    void RemoveForcedAndCatch(int i)   // what it catches is an inner firing that changed the list
+    {
+        g_Event.Remove(RemoveForcedAndCatch);
+        g_Event.Add(Throw, false);
+        EXPECT_THROW(g_Event.Fire(i + 1, true), int);
+        g_Event.Remove(Throw);
+    }
+
     // What the functions, added in this order, leave behind when the list is fired.
     std::string Fire(int i, std::initializer_list<void (*)(int)> dAdded = {})
     {
@@ -71,6 +85,14 @@ TEST_F(Callbacks, NestedFiringIsDroppedUnlessForced)
 {
     EXPECT_EQ(Fire(1, { Callback<'A'>, FireAgain }), "<>A1");
     EXPECT_EQ(Fire(-1), "<<>A0>A-1");   // the forced one nests once more, unforced
+}
+
+TEST_F(Callbacks, OneThatThrowsEndsItsFiringAlone)
+{
+    EXPECT_THROW(Fire(1, { Callback<'A'>, Throw }), int);
+    g_Event.Remove(Throw);
+    EXPECT_EQ(Fire(2), "A2");
+    EXPECT_EQ(Fire(3, { RemoveForcedAndCatch }), "!") << "no freed node was touched";
 }
 
 TEST_F(Callbacks, AnExclusiveOneHidesAllOthersAndStaysAtTheHead)

@@ -2,8 +2,9 @@
 //
 // A Callbacker_T<T> is an event: any layer adds plain functions, and the owner of the event fires it with a payload.
 // The function added last is called first. An exclusive entry hides all others. A callback that adds or removes
-// anything ends the firing at once, and firing the same list inside a firing does nothing unless it is forced. Lists
-// have no lock: adding and removing belong to start-up, shutdown and the thread that fires.
+// anything ends the firing at once, and firing the same list inside a firing does nothing unless it is forced. An
+// exception of a callback ends the firing and passes through to whoever fired. Lists have no lock: adding and removing
+// belong to start-up, shutdown and the thread that fires.
 #pragma once
 
 #include "zqcore/cdebug.h"
@@ -76,6 +77,27 @@ private:
     {
         Function_t fn;
         bool m_bExclusive;
+    };
+
+    // Marks the list as firing for a scope.
+    struct Firing_s
+    {
+        CallbackerBase_T & List;
+        bool const bChangedBefore;   // inside a forced firing: known to the outer one, which must end too
+
+        explicit Firing_s(CallbackerBase_T & l)
+            : List(l)
+            , bChangedBefore(l.m_bChanged)
+        {
+            List.m_bChanged = false;
+            List.m_bFiring = true;
+        }
+        ~Firing_s()
+        {
+            List.m_bChanged = List.m_bChanged || bChangedBefore;
+            List.m_bFiring = false;
+        }
+        Firing_s & operator=(Firing_s &&) = delete;
     };
 
     template <typename... ARGS>
@@ -156,9 +178,7 @@ void CallbackerBase_T<T>::Walk(bool bForce, ARGS... Args)
     {
         return;
     }
-    bool const bChangedBefore = m_bChanged;   // inside a forced firing: known to the outer one, which must end too
-    m_bChanged = false;
-    m_bFiring = true;
+    Firing_s const Firing(*this);
     for (Link_T<Entry_s> * pNode = pHead; pNode; pNode = pNode->pNext)
     {
         bool const bExclusive = pNode->Get().m_bExclusive;
@@ -168,6 +188,4 @@ void CallbackerBase_T<T>::Walk(bool bForce, ARGS... Args)
             break;
         }
     }
-    m_bChanged = m_bChanged || bChangedBefore;
-    m_bFiring = false;
 }

@@ -4,6 +4,7 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory_internal.h"
+#include "zqcore/cscope_internal.h"
 
 #include <atomic>
 #include <climits>
@@ -191,11 +192,11 @@ public:
     static void ServeAll()
     {
         static bool s_bServing = false;
-        if (!std::exchange(s_bServing, true))
+        if (!s_bServing)
         {
+            ValueScope_T const Serving(s_bServing, true);
             while (ServeOldest())
             {}
-            s_bServing = false;
         }
     }
 

@@ -5,6 +5,7 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
+#include "zqcore/cscope_internal.h"
 
 #include "platform/filewrite.h"
 
@@ -44,13 +45,12 @@ namespace
 
     ZQ_COLD void Dump()
     {
-        g_bTrackerDumping = true;
+        ValueScope_T const Dumping(g_bTrackerDumping, true);
         String_T<260> sName;
         for (int i = 0; CopyName(i, sName); ++i)
         {
             Log("Opened file: '%s'", static_cast<char const *>(sName));
         }
-        g_bTrackerDumping = false;
     }
 
     bool EndsNoCase(char const * szText, char const * szEnd)
@@ -307,9 +307,8 @@ void FileOpenLogMode(std::uint32_t dwMode)
 void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
 {
     plat::LockScope_c const Scope(g_ResponseLock);
-    std::uint32_t const dwFormer = std::exchange(g_dwFileOpenLogMode, dwMode);
+    ValueScope_T const Mode(g_dwFileOpenLogMode, dwMode);
     ResourceLoadCallback(sName);
-    g_dwFileOpenLogMode = dwFormer;
 }
 
 void ResourceLoadCallback(char const * sFileName)

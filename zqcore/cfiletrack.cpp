@@ -7,7 +7,8 @@
 #include "zqcore/cfilereplace.h"
 #include "zqcore/cfiletrack_internal.h"
 #include "zqcore/clog.h"
-#include "zqcore/cprofile.h"
+#include "zqcore/cprofile_internal.h"
+#include "zqcore/cscope_internal.h"
 #include "zqcore/ctokenize.h"
 
 #include "platform/folderwatch.h"
@@ -126,10 +127,17 @@ namespace
         g_hTrackFolder.Read(g_dTrackBuffer, READ_BYTES);
     }
 
-    // Walks the records of the batch and asks for the next one, unless a callback ends the watch.
-    ZQ_COLD void WalkBatch()
+    // Asks for the next batch when the walk of this one ends, by an exception too, unless a callback ended the watch.
+    struct NextRead_s
     {
         unsigned const iRun = g_iTrackRun;
+        ~NextRead_s() { iRun == g_iTrackRun ? IssueRead() : void(); }
+    };
+
+    // Walks the records of the batch.
+    ZQ_COLD void WalkBatch()
+    {
+        NextRead_s const NextRead;
         unsigned char const * pRecord = g_dTrackBuffer;
         plat::FolderChange_t Record;
         do
@@ -141,11 +149,7 @@ namespace
             }
             pRecord += Record.nNext;
         }
-        while (Record.nNext != 0 && iRun == g_iTrackRun);
-        if (iRun == g_iTrackRun)
-        {
-            IssueRead();
-        }
+        while (Record.nNext != 0 && NextRead.iRun == g_iTrackRun);
     }
 
     bool IsComplete()
@@ -227,18 +231,16 @@ void FileTrackDoWork()
     {
         return;
     }
-    ProfilerPush(ZQ_TIMER_FILETRACKER, "ZQ_TIMER_FILETRACKER");
+    ProfilerScope_c const Timer(ZQ_TIMER_FILETRACKER, "ZQ_TIMER_FILETRACKER");
     if (IsComplete())
     {
-        g_bTrackWalking = true;
+        ValueScope_T const Walking(g_bTrackWalking, true);
         WalkBatch();
-        g_bTrackWalking = false;
     }
     if (std::size_t const nUnwatched = g_hTrackFolder.TakeUnwatched())
     {
         SayUnwatched(nUnwatched);
     }
-    ProfilerPop(ZQ_TIMER_FILETRACKER);
 }
 
 void FileTrackShutdown()

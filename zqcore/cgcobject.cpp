@@ -1,5 +1,7 @@
 #include "zqcore/cgcobject.h"
 
+#include "zqcore/cscope_internal.h"
+
 namespace Tessel
 {
     constinit int GcObj::s_iEpoch = 0;
@@ -107,7 +109,7 @@ namespace Tessel
         {
             return;
         }
-        s_bCollecting = true;
+        ValueScope_T const Collecting(s_bCollecting, true);
         s_iEpoch = static_cast<int>(static_cast<unsigned>(s_iEpoch) + 1);   // only told apart, so it may wrap
         g_Root.MarkReachable();
         for (GcObj *pObject = s_pObjects, *pNext; pObject; pObject = pNext)
@@ -130,7 +132,6 @@ namespace Tessel
             pObject->PutOn(s_pObjects);   // where its destructor finds it
             delete pObject;
         }
-        s_bCollecting = false;
     }
 
     void GcObj::Delete(GcObj * pObject)

@@ -4,6 +4,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/clog_internal.h"
 #include "zqcore/cmemoryreport.h"
+#include "zqcore/cscope_internal.h"
 
 #include "platform/debugger.h"
 #include "platform/debugheap.h"
@@ -127,9 +128,8 @@ namespace
     {
         if (!t_OwnStack.bComplaining)
         {
-            t_OwnStack.bComplaining = true;
+            ValueScope_T const Complaining(t_OwnStack.bComplaining, true);
             Complain();
-            t_OwnStack.bComplaining = false;
         }
     }
 

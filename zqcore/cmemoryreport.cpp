@@ -3,12 +3,12 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cmemory_internal.h"
+#include "zqcore/cscope_internal.h"
 
 #include "platform/debugheap.h"
 #include "platform/files.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace
 {
@@ -74,10 +74,10 @@ void MemoryNewLogEnable(bool bEnable)
 {
     if (bEnable && !g_bNewLogHeaderDone)
     {
-        if (!std::exchange(g_bInNewLog, true))
+        if (!g_bInNewLog)
         {
+            ValueScope_T const InNewLog(g_bInNewLog, true);
             Logf(CALL_LOG, "frame;file;line;category;size;");
-            g_bInNewLog = false;
         }
         g_bNewLogHeaderDone = true;
     }
@@ -91,13 +91,13 @@ void MemoryNewLogToggle()
 
 void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory)
 {
-    if (std::exchange(g_bInNewLog, true))
+    if (g_bInNewLog)
     {
         return;
     }
+    ValueScope_T const InNewLog(g_bInNewLog, true);
     Logf(CALL_LOG, "%i;\"%s\";%i;%i;%zu", g_MemoryCounters.iFrame, Block.szFile ? Block.szFile : "unknown", Block.iLine,
         static_cast<int>(eCategory), Block.nBytes);
-    g_bInNewLog = false;
 }
 
 void MemoryLogAllocations()

@@ -1,7 +1,7 @@
 #include "zqcore/cmodule.h"
 
 #include "zqcore/clog.h"
-#include "zqcore/cprofile.h"
+#include "zqcore/cprofile_internal.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctimer.h"
 
@@ -160,9 +160,8 @@ void Module_c::Heartbeat(char const * szKind, bool bFrame, double dt)
 {
     String_T<256> sLabel(szKind);
     sLabel += NewString("%-20s", m_szName);
-    ProfilerPush(sLabel, false);
+    ProfilerScope_c const Timer(sLabel);
     bFrame ? HeartbeatFrame(dt) : HeartbeatIdle();
-    ProfilerPop();
 }
 
 void Module_c::HeartbeatAllModulesFrame(double dt)

@@ -16,6 +16,17 @@ extern std::uint32_t g_nBytesToWrite;
 /// The records, in the order in which they were taken; the root first.
 profiler::timer_t * ProfilerTimers();
 
+/// A timer that runs for a scope, which a host's exception may end.
+class ProfilerScope_c
+{
+public:
+    explicit ProfilerScope_c(char const * szName) { ProfilerPush(szName, false); }
+    ProfilerScope_c(std::uint32_t iTimer, char const * szName) { ProfilerPush(iTimer, szName); }
+    ~ProfilerScope_c() { ProfilerPop(); }
+    ProfilerScope_c(ProfilerScope_c const &) = delete;
+    ProfilerScope_c & operator=(ProfilerScope_c const &) = delete;
+};
+
 /// Whether a stats file is open.
 bool ProfilerHasStats();
 

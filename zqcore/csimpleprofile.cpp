@@ -208,18 +208,17 @@ void SimpleProfilePop(SimpleProfileContext_e eContext, SimpleProfileType_e eType
     {
         return;
     }
-    pProfile->StatsLock.Enter();
-    bool const bInside = pProfile->iStackPtr >= 0;
-    ZQ_ASSERT_TEXT(bInside, "iStackPtr >= 0");
-    if (bInside)
     {
+        plat::LockScope_c const Scope(pProfile->StatsLock);
+        bool const bInside = pProfile->iStackPtr >= 0;
+        ZQ_ASSERT_TEXT(bInside, "iStackPtr >= 0");
+        if (!bInside)
+        {
+            return;
+        }
         End(*pProfile, eType);
     }
-    pProfile->StatsLock.Leave();
-    if (bInside)
-    {
-        pProfile->UseLock.Leave();
-    }
+    pProfile->UseLock.Leave();
 }
 
 void SimpleProfileReset(SimpleProfileContext_e eContext)
