@@ -1,14 +1,19 @@
-// text.h: conversions between UTF-8 and wide text. The result is always terminated, and cut at a whole character.
+// text.h: conversions between UTF-8 and wide text. The result is always terminated, and cut at a whole character. Paths
+// need not be UTF-8: a byte that starts no valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no character
+// has, and turns back into the byte.
 #pragma once
 
 #include <cstddef>
 
 namespace plat
 {
-    /// A byte that starts no valid sequence becomes U+FFFD. Characters written, without the terminator.
+    inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // of bytes from 0x80 on
+
+    /// Returns the wide characters written, without the terminator.
     std::size_t WideFromUtf8(wchar_t * szOut, std::size_t nSize, char const * szText);
 
-    /// A value that is no character becomes U+FFFD. Bytes written, without the terminator.
+    /// A value that is neither a character nor a byte's becomes U+FFFD. Reads no more of the text than fits. Returns the
+    /// bytes written, without the terminator.
     std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * szText);
 
     /// Whether all of the text is well-formed UTF-8.

@@ -24,6 +24,7 @@ namespace
     using Icon_e = plat::DialogIcon_e;
     using Modality_e = plat::DialogModality_e;
 
+    constexpr Answer_e THROW{};
     constexpr char YES_NO_TAIL[] = "\r\n\r\nUse Yes to break into Debugger, No to continue.\r\nand Cancel to Quit\r\n";
 
     // What happened, in order: C cursor shown, L line logged, x and X execution stopped and going on, W warning event,
@@ -50,7 +51,7 @@ namespace
         Trace('D');
         g_sText = Dialog.szText, g_sCaption = Dialog.szCaption, g_Dialog = Dialog;
         Dialog.eButtons == Buttons_e::AbortRetryIgnore ? AssertFailed("inside another assertion") : void();
-        return g_eAnswer;
+        return g_eAnswer == THROW ? throw 1 : g_eAnswer;
     }
 
     void ExpectDialog(char const * szCaption, Buttons_e eButtons, Icon_e eIcon, Modality_e eModality, int iDefault = 1)
@@ -124,7 +125,14 @@ TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
              { "X_c* X_c::operator->()", "X_c::operator->" }, { "int my_operator(int)", "my_operator" },
              { "char const *(anonymous namespace)::Name(int)", "(anonymous namespace)::Name" },
              { "const char* {anonymous}::Name(int)", "{anonymous}::Name" },
-             { "std::map<int, void (*)(int)>& A<void (*)(int)>::Get() const", "A<void (*)(int)>::Get" } })
+             { "std::map<int, void (*)(int)>& A<void (*)(int)>::Get() const", "A<void (*)(int)>::Get" },
+             { "void (* X_c::Pick(int) const)(char)", "X_c::Pick" }, { "static int (&X_c::Table())[3]", "X_c::Table" },
+             { "int (X_c::* ns::Member(char))(long)", "ns::Member" }, { "int (X_c::*Member(char))(long)", "Member" },
+             { "void (*(*ns::(anonymous namespace)::Twice(int))(char))(long)", "ns::(anonymous namespace)::Twice" },
+             { "void (* (* ns::{anonymous}::Twice(int))(char))(long int)", "ns::{anonymous}::Twice" },
+             { "decltype(auto) ns::Any(int)", "ns::Any" }, { "decltype ((t + 1)) Any(T) [with T = int]", "Any" },
+             { "void main(int)::Local_c::Run()", "main(int)::Local_c::Run" },
+             { "void (* main()::Local_c::Pick())(int)", "main()::Local_c::Pick" }, { "broken(", "broken" } })
     {
         AssertReport("c", "f.cpp", szFunction, 3);
         EXPECT_EQ(g_sText, std::string("Assert failed, c, f.cpp, ") + szExpected + ", 3");
@@ -202,6 +210,19 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATail)
     EXPECT_EQ(TakeTrace(), "L");
 }
 
+TEST_F(Complaints, ADialogThatThrowsSilencesNoLaterOne)
+{
+    g_eAnswer = THROW;
+    for (int i = 0; i < 2; ++i)
+    {
+        EXPECT_THROW(AssertFailed("assertion"), int);
+        EXPECT_EQ(TakeTrace(), "CLxDX");
+    }
+    EXPECT_THROW(Abort("abort"), int);
+    EXPECT_EQ(TakeTrace(), "LxDX");
+    g_isAborting = false;
+}
+
 TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
 {
     auto const Assertion = [] { AssertFailed("assertion"); };
@@ -214,21 +235,24 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
         std::atexit([] { std::fprintf(stderr, ", then %i", DebugMessages_c::Get().DropMessageBox("", "", 0)); });
         DebugMessages_c::Get().DebugWarningInternal("located");
     };
-    // What complains, whether silently, the answer, the exit status or below 0 the signal, and the trace.
+    // What complains, whether silently, the answer, the exit status or below 0 the signal, and the trace; an exit puts a
+    // dot behind it.
     for (auto const & [fnComplain, bSilent, eAnswer, iStatus, szTrace] :
-        Rows_t<void (*)(), bool, Answer_e, int, char const *>{ { Assertion, true, Answer_e::Ignore, 1, "^CLx" },
+        Rows_t<void (*)(), bool, Answer_e, int, char const *>{ { Assertion, true, Answer_e::Ignore, 1, "^CLx\\." },
             { Assertion, false, Answer_e::Abort, -SIGTRAP, "^CLxDX" },
-            { Assertion, false, Answer_e::Retry, -SIGTRAP, "^CLxDX" }, { Attention, true, Answer_e::No, 1, "^LW" },
-            { Attention, false, Answer_e::Cancel, 0, "^LWD" }, { Attention, false, Answer_e::Yes, -SIGTRAP, "^LWD" },
+            { Assertion, false, Answer_e::Retry, -SIGTRAP, "^CLxDX" }, { Attention, true, Answer_e::No, 1, "^LW\\." },
+            { Attention, false, Answer_e::Cancel, 0, "^LWD\\." }, { Attention, false, Answer_e::Yes, -SIGTRAP, "^LWD" },
             { End, true, Answer_e::Ok, 1, "^LxMX" }, { End, false, Answer_e::Ok, -SIGTRAP, "^LxMDX" },
             { End, false, Answer_e::Cancel, -SIGTRAP, "^LxMDX" },
-            { Located, false, Answer_e::Cancel, 255, "^D, then 7" }, { Located, false, Answer_e::Yes, -SIGTRAP, "^D" },
-            { Error, false, Answer_e::Ok, -SIGTRAP, "^D" }, { Break, false, Answer_e::Yes, -SIGTRAP, "^D" } })
+            { Located, false, Answer_e::Cancel, 255, "^D, then 7\\." },
+            { Located, false, Answer_e::Yes, -SIGTRAP, "^D" }, { Error, false, Answer_e::Ok, -SIGTRAP, "^D" },
+            { Break, false, Answer_e::Yes, -SIGTRAP, "^D" } })
     {
         g_silentMode = bSilent, g_eAnswer = eAnswer;
         auto const Complain = [fn = fnComplain]
         {
             g_bPrint = true;
+            std::atexit([] { std::fputc('.', stderr); });
             g_pAppWindow = &g_bPrint;
             fn();
         };

@@ -1,10 +1,10 @@
 #include "zqcore/cclipboard.h"
 
+#include "zqcore/cformat_internal.h"
+
 #include "platform/fork.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 constinit unsigned int g_iTextFormat = 0;
@@ -132,9 +132,9 @@ void ClipboardPrintf(char const * sFormat, ...)
     char szText[TEXT_SIZE + 1];
     std::va_list args;
     va_start(args, sFormat);
-    int const nText = std::vsnprintf(szText, sizeof(szText), sFormat, args);
+    std::size_t const nText = FormatText(szText, sizeof(szText), sFormat, args);
     va_end(args);
-    Append(szText, std::min(static_cast<std::size_t>(std::max(nText, 0)), TEXT_SIZE));
+    Append(szText, nText);
 }
 
 bool ClipboardGetData(char * pData)

@@ -4,12 +4,15 @@
 #include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cexceptioninfo.h"
+#include "zqcore/cformat_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemoryreport.h"
+#include "zqcore/cscope_internal.h"
 #include "zqcore/cstring.h"
 
 #include "platform/debugger.h"
 #include "platform/dialog.h"
+#include "platform/fork.h"
 #include "platform/threads.h"
 #include "platform/window.h"
 
@@ -19,6 +22,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 constinit bool g_silentMode = false;
 constinit bool g_bEnableWarnings = false;
@@ -37,6 +41,7 @@ namespace
     constinit bool g_bAchtungs = true;
     constinit std::atomic<bool> g_bInAssert = false;
     constinit plat::Lock_c g_AchtungLock;   // guards the texts that were seen
+    plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
     using SeenAchtungs_t = SortedArray_T<String_T<2048>, StaticArrayLenTraits_T<String_T<2048>, ACHTUNGS_REMEMBERED>>;
 
@@ -81,6 +86,36 @@ namespace
         return std::strncmp(p, OPERATOR, nWord) == 0 && !IsNameChar(p[nWord]) && (p == szText || !IsNameChar(p[-1]));
     }
 
+    // Where the bracket at p closes; p where it does not.
+    char const * ClosingBracket(char const * p)
+    {
+        int iDepth = 0;
+        for (char const * pClose = p; *pClose; ++pClose)
+        {
+            iDepth += (*pClose == '(') - (*pClose == ')');
+            if (iDepth == 0)
+            {
+                return pClose;
+            }
+        }
+        return p;
+    }
+
+    // Whether the bracket at p is part of a type or a name: "decltype(...)", or "function()::" ahead of a local class.
+    bool IsBracketInside(char const * szFunction, char const * p)
+    {
+        constexpr std::string_view DECLTYPE = "decltype";
+        std::string_view sAhead(szFunction, static_cast<std::size_t>(p - szFunction));
+        sAhead.remove_suffix(sAhead.ends_with(' ') ? 1 : 0);
+        return sAhead.ends_with(DECLTYPE) || std::strncmp(ClosingBracket(p), ")::", 3) == 0;
+    }
+
+    // Whether the bracket at p holds the name: "type (*function(arguments))(arguments of the type)".
+    bool IsBracketOfName(char const * szFunction, char const * p)
+    {
+        return p > szFunction && std::strchr(" *&(", p[-1]) != nullptr;
+    }
+
     // "class::function" out of the compiler's "type class::function(arguments) const [with ...]".
     void ShortFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize)
     {
@@ -88,9 +123,21 @@ namespace
         char const * p = szFunction;
         for (int iDepth = 0; *p; ++p)
         {
-            if (*p == '(' && std::strncmp(p, "(anonymous", 10) != 0 && iDepth == 0)
+            if (iDepth == 0 && *p == '(' && std::strncmp(p, "(anonymous", 10) != 0)
             {
-                break;
+                if (IsBracketInside(szFunction, p))
+                {
+                    p = ClosingBracket(p);
+                }
+                else if (IsBracketOfName(szFunction, p))
+                {
+                    pStart = p + 1;
+                }
+                else
+                {
+                    break;
+                }
+                continue;
             }
             if (iDepth == 0 && IsOperator(szFunction, p))   // what follows may hold blanks and all kinds of brackets
             {
@@ -100,32 +147,53 @@ namespace
                 break;
             }
             iDepth += (*p == '<' || *p == '(') - (*p == '>' || *p == ')');
-            if (*p == ' ' && iDepth == 0)
+            if (iDepth == 0 && (*p == ' ' || *p == '*' || *p == '&'))
             {
                 pStart = p + 1;
             }
         }
-        while (*pStart == '*' || *pStart == '&')
-        {
-            ++pStart;
-        }
         std::snprintf(szBuffer, nSize, "%.*s", static_cast<int>(p - pStart), pStart);
     }
 
-    void AskAfterAssertion(char const * szText)
+    // Asks while the listeners know that the program is stopped, also if one of them or the dialog throws. The answer.
+    template <typename ASK>
+    int WhileStopped(ASK Ask)
     {
-        int const iAnswer =
-            MessageBoxPlain(nullptr, szText, "Assertion failed! Press ignore to continue or retry to debug.",
-                MESSAGE_ABORT_RETRY_IGNORE | MESSAGE_DEFAULT_2 | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
+        int iAnswer;
+        try
+        {
+            g_ExecutionCallbacker.Fire(false, false);
+            iAnswer = Ask();
+        }
+        catch (...)
+        {
+            g_ExecutionCallbacker.Fire(true, false);
+            throw;
+        }
         g_ExecutionCallbacker.Fire(true, false);
-        if (Is(iAnswer, plat::DialogAnswer_e::Retry))
+        return iAnswer;
+    }
+
+    int AskAfterAssertion(char const * szText)
+    {
+        if (g_silentMode)
         {
-            ZQ_BREAK();
+            std::exit(1);
         }
-        else if (Is(iAnswer, plat::DialogAnswer_e::Abort))
+        return MessageBoxPlain(nullptr, szText, "Assertion failed! Press ignore to continue or retry to debug.",
+            MESSAGE_ABORT_RETRY_IGNORE | MESSAGE_DEFAULT_2 | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
+    }
+
+    int AskBeforeAbort(char const * szText)
+    {
+        g_isAborting = true;
+        if (g_pAppWindow)
         {
-            Crash();
+            plat::WindowSystemGet().fnMinimise(g_pAppWindow);
         }
+        return g_silentMode ? 0
+                            : MessageBoxPlain(nullptr, szText, "Application aborted! Cancel to debug.",
+                                MESSAGE_OK_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
     }
 }
 
@@ -145,23 +213,25 @@ void AssertFailed(char const * fmt, ...)
     {
         return;
     }
-    g_bInAssert = true;
+    ValueScope_T const InAssert(g_bInAssert, true);
     plat::WindowSystemGet().fnShowCursor();
 
     char szText[TEXT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    std::vsnprintf(szText, TEXT_SIZE, fmt, args);
+    FormatText(szText, TEXT_SIZE, fmt, args);
     va_end(args);
     LogText(szText);
 
-    g_ExecutionCallbacker.Fire(false, false);
-    if (g_silentMode)
+    int const iAnswer = WhileStopped([&szText] { return AskAfterAssertion(szText); });
+    if (Is(iAnswer, plat::DialogAnswer_e::Retry))
     {
-        std::exit(1);
+        ZQ_BREAK();
     }
-    AskAfterAssertion(szText);
-    g_bInAssert = false;
+    else if (Is(iAnswer, plat::DialogAnswer_e::Abort))
+    {
+        Crash();
+    }
 }
 
 void Warning(char const * fmt, ...)
@@ -169,7 +239,7 @@ void Warning(char const * fmt, ...)
     char szText[TEXT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    std::vsnprintf(szText, TEXT_SIZE, fmt, args);
+    FormatText(szText, TEXT_SIZE, fmt, args);
     va_end(args);
     LogText(szText);
 
@@ -185,7 +255,7 @@ void Achtung(char const * fmt, ...)
     char szText[TEXT_SIZE + sizeof YES_NO_TAIL];
     std::va_list args;
     va_start(args, fmt);
-    std::vsnprintf(szText, TEXT_SIZE, fmt, args);
+    FormatText(szText, TEXT_SIZE, fmt, args);
     va_end(args);
     if (!RememberAchtung(szText))
     {
@@ -219,24 +289,11 @@ void Abort(char const * fmt, ...)
     char szText[TEXT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    std::vsnprintf(szText, TEXT_SIZE, fmt, args);
+    FormatText(szText, TEXT_SIZE, fmt, args);
     va_end(args);
     LogText(szText);
 
-    g_ExecutionCallbacker.Fire(false, false);
-    g_isAborting = true;
-    if (g_pAppWindow)
-    {
-        plat::WindowSystemGet().fnMinimise(g_pAppWindow);
-    }
-    int iAnswer = 0;
-    if (!g_silentMode)
-    {
-        iAnswer = MessageBoxPlain(nullptr, szText, "Application aborted! Cancel to debug.",
-            MESSAGE_OK_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
-    }
-    g_ExecutionCallbacker.Fire(true, false);
-    if (Is(iAnswer, plat::DialogAnswer_e::Cancel))
+    if (Is(WhileStopped([&szText] { return AskBeforeAbort(szText); }), plat::DialogAnswer_e::Cancel))
     {
         ZQ_BREAK();
     }
@@ -257,7 +314,7 @@ void AssertReportEx(
     char szText[TEXT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    std::vsnprintf(szText, TEXT_SIZE, fmt, args);
+    FormatText(szText, TEXT_SIZE, fmt, args);
     va_end(args);
 
     char szName[256];
@@ -313,7 +370,7 @@ int DebugMessages_c::DebugWarningInternal(char const * fmt, ...)
 
 void DebugMessages_c::Compose(char const * szFormat, char const * szTail, char const * fmt, std::va_list args)
 {
-    std::vsnprintf(m_sText, TEXT_SIZE, fmt, args);
+    FormatText(m_sText, TEXT_SIZE, fmt, args);
     std::strcat(m_sText, szTail);
     std::snprintf(m_sDialog, DIALOG_SIZE, szFormat, m_sText, m_sFile, m_iLine);
 }

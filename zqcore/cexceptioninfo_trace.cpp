@@ -1,6 +1,7 @@
 #include "zqcore/cexceptioninfo_internal.h"
 
 #include "zqcore/cdebug.h"
+#include "zqcore/cformat_internal.h"
 
 #include "platform/memory.h"
 #include "platform/modulelist.h"
@@ -202,7 +203,7 @@ void ExceptionInfo_c::TraceLine(char const * fmt, ...)
     char szLine[LINE_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    std::vsnprintf(szLine, sizeof szLine, fmt, args);
+    FormatText(szLine, sizeof szLine, fmt, args);
     va_end(args);
     TraceText(szLine);
 }

@@ -4,6 +4,7 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cexceptionreport_internal.h"
+#include "zqcore/cformat_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/clog_internal.h"
 
@@ -307,14 +308,14 @@ int ExceptionReport_c::CrashLog(char const * fmt, ...)
     char szLine[CRASH_LINE_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    int const nLine = std::min<int>(std::vsnprintf(szLine, sizeof szLine, fmt, args), CRASH_LINE_SIZE - 1);
+    std::size_t const nLine = FormatText(szLine, sizeof szLine, fmt, args);
     va_end(args);
-    if (!g_bWriting || nLine <= 0)
+    if (!g_bWriting || nLine == 0)
     {
         return 0;
     }
-    plat::RawWrite(g_hReport, szLine, static_cast<std::size_t>(nLine));
-    return nLine;
+    plat::RawWrite(g_hReport, szLine, nLine);
+    return static_cast<int>(nLine);
 }
 
 std::uint64_t ExceptionReport_c::GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const

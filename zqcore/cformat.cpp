@@ -1,11 +1,15 @@
 #include "zqcore/cformat_internal.h"
 
+#include "platform/text.h"
+
 #include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <cwchar>
 
 namespace
 {
@@ -82,6 +86,31 @@ namespace
             Put(szDigits, static_cast<std::size_t>(pEnd - szDigits));
         }
 
+        // Puts one argument by a conversion of the C library.
+        template <typename ARGUMENT>
+        void PutConverted(char const * szConversion, ARGUMENT Argument)
+        {
+            std::size_t const nRoom = static_cast<std::size_t>(m_pEnd - m_pOut);
+            int const nText = std::snprintf(m_pOut, nRoom + 1, szConversion, Argument);
+            m_pOut += std::min(static_cast<std::size_t>(std::max(nText, 0)), nRoom);
+        }
+
+        // Puts wide text as at most nMost bytes of whole characters, padded with blanks to the width; below 0: behind.
+        void PutWide(wchar_t const * szText, std::size_t nMost, int nWidth)
+        {
+            std::size_t const nRoom = static_cast<std::size_t>(m_pEnd - m_pOut);
+            std::size_t const nText = plat::Utf8FromWide(m_pOut, std::min(nMost, nRoom) + 1, szText);
+            auto const nPadded = static_cast<std::size_t>(std::abs(nWidth));
+            std::size_t const nBlanks = nPadded > nText ? std::min(nPadded - nText, nRoom) : 0;
+            if (nWidth > 0)
+            {
+                std::memmove(m_pOut + nBlanks, m_pOut, std::min(nText, nRoom - nBlanks));
+            }
+            std::size_t const nPut = std::min(nText + nBlanks, nRoom);
+            std::fill_n(m_pOut + (nWidth > 0 ? 0 : nText), nWidth > 0 ? nBlanks : nPut - nText, ' ');
+            m_pOut += nPut;
+        }
+
         std::size_t Terminate()
         {
             *m_pOut = '\0';
@@ -154,6 +183,184 @@ namespace
         return pEnd;
     }
 
+    // One conversion of a format, taken apart.
+    struct Conversion_s
+    {
+        static constexpr int NONE = -1;
+
+        char const * pFlags;
+        std::size_t nFlags = 0;
+        int nWidth = 0;   // below 0: to the left
+        int nPrecision = NONE;
+        char const * pLength;   // hh, h, l, ll, q, j, z, t, L or nothing
+        std::size_t nLength = 0;
+        char cKind;   // NUL at the end of the format
+
+        // Takes apart what follows a '%', with the arguments that a '*' asks for, and moves behind it.
+        Conversion_s(char const *& pFormat, Arguments_s & Arguments)
+            : pFlags(pFormat)
+        {
+            nFlags = std::strspn(pFormat, "-+ #0'I");
+            pFormat += nFlags;
+            nWidth = TakeNumber(pFormat, Arguments);
+            if (std::memchr(pFlags, '-', nFlags) && nWidth > 0)
+            {
+                nWidth = -nWidth;
+            }
+            if (*pFormat == '.')
+            {
+                ++pFormat;
+                nPrecision = std::max(TakeNumber(pFormat, Arguments), NONE);
+            }
+            pLength = pFormat;
+            nLength = std::strspn(pFormat, "hlqjztL");
+            pFormat += nLength;
+            cKind = *pFormat;
+            pFormat += cKind != '\0';
+        }
+
+        bool IsWide() const
+        {
+            return cKind == 'S' || cKind == 'C' || ((cKind == 's' || cKind == 'c') && nLength == 1 && *pLength == 'l');
+        }
+
+        // Of an integer argument.
+        std::size_t Bytes() const
+        {
+            switch (nLength == 2 && *pLength == 'l' ? 'q' : nLength == 1 ? *pLength : ' ')
+            {
+            case 'l':
+                return sizeof(long);
+            case 'z':
+            case 't':
+                return sizeof(std::size_t);
+            case 'j':
+            case 'q':
+                return sizeof(long long);
+            default:
+                return sizeof(int);
+            }
+        }
+
+        // Writes the conversion anew, with numbers for '*'.
+        void Spell(char * szOut, std::size_t nSize) const
+        {
+            Output_c Output(szOut, nSize);
+            Output.PutCharacter('%');
+            Output.Put(pFlags, nFlags);
+            nWidth != 0 ? Output.PutNumber(nWidth) : void();
+            if (nPrecision != NONE)
+            {
+                Output.PutCharacter('.');
+                Output.PutNumber(nPrecision);
+            }
+            Output.Put(pLength, nLength);
+            Output.PutCharacter(cKind);
+            Output.Terminate();
+        }
+
+    private:
+        static int TakeNumber(char const *& pFormat, Arguments_s & Arguments)
+        {
+            if (*pFormat == '*')
+            {
+                ++pFormat;
+                return va_arg(Arguments.args, int);
+            }
+            int iNumber = 0;
+            for (; *pFormat >= '0' && *pFormat <= '9'; ++pFormat)
+            {
+                iNumber = std::min(iNumber, 100000000) * 10 + (*pFormat - '0');
+            }
+            return iNumber;
+        }
+    };
+
+    void PutWideConversion(Output_c & Output, Conversion_s const & Conversion, Arguments_s & Arguments)
+    {
+        if (Conversion.cKind == 'c' || Conversion.cKind == 'C')
+        {
+            wchar_t const szCharacter[] = { static_cast<wchar_t>(va_arg(Arguments.args, std::wint_t)), L'\0' };
+            Output.PutWide(szCharacter, SIZE_MAX - 1, Conversion.nWidth);
+            return;
+        }
+        wchar_t const * const szText = va_arg(Arguments.args, wchar_t const *);
+        std::size_t const nMost =
+            Conversion.nPrecision < 0 ? SIZE_MAX - 1 : static_cast<std::size_t>(Conversion.nPrecision);
+        Output.PutWide(szText ? szText : L"(null)", nMost, Conversion.nWidth);
+    }
+
+    void PutAnyConversion(Output_c & Output, Conversion_s const & Conversion, Arguments_s & Arguments)
+    {
+        char szConversion[64];
+        Conversion.Spell(szConversion, sizeof szConversion);
+        switch (Conversion.IsWide() ? 'S' : Conversion.cKind)
+        {
+        case 'S':
+            return PutWideConversion(Output, Conversion, Arguments);
+        case 'd':
+        case 'i':
+        case 'o':
+        case 'u':
+        case 'x':
+        case 'X':
+            return Conversion.Bytes() == sizeof(long long)
+                       ? Output.PutConverted(szConversion, va_arg(Arguments.args, long long))
+                       : Output.PutConverted(szConversion, va_arg(Arguments.args, int));
+        case 'c':
+            return Output.PutConverted(szConversion, va_arg(Arguments.args, int));
+        case 's':
+        case 'p':
+            return Output.PutConverted(szConversion, va_arg(Arguments.args, void const *));
+        case '%':
+            return Output.PutCharacter('%');
+        default:   // floating point
+            return *Conversion.pLength == 'L' ? Output.PutConverted(szConversion, va_arg(Arguments.args, long double))
+                                              : Output.PutConverted(szConversion, va_arg(Arguments.args, double));
+        }
+    }
+
+    // Whether the format has wide text and nothing but conversions that are known here.
+    bool HasWide(char const * fmt)
+    {
+        bool bWide = false;
+        while ((fmt = std::strchr(fmt, '%')) != nullptr)
+        {
+            ++fmt;
+            std::size_t const nAhead = std::strspn(fmt, "-+ #0'I*.123456789hlqjztL");
+            char const cKind = fmt[nAhead];
+            bool const bText = cKind == 's' || cKind == 'c';
+            bWide = bWide || cKind == 'S' || cKind == 'C' || (bText && nAhead > 0 && fmt[nAhead - 1] == 'l');
+            if (cKind == '\0' || !std::strchr("diouxXceEfFgGaAspSC%", cKind))
+            {
+                return false;
+            }
+            fmt += nAhead + 1;
+        }
+        return bWide;
+    }
+
+    // All formats. The C library stops at wide text that the locale does not know, so such a format is written here.
+    ZQ_COLD void FormatAny(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
+    {
+        if (!HasWide(fmt))
+        {
+            std::vsnprintf(szOut, nSize, fmt, args);
+            return;
+        }
+        Output_c Output(szOut, nSize);
+        Arguments_s Arguments;
+        va_copy(Arguments.args, args);
+        char const * const pEnd = fmt + std::strlen(fmt);
+        for (char const * pFormat = fmt; (pFormat = Output.PutLiteral(pFormat, pEnd)) != pEnd;)
+        {
+            ++pFormat;
+            PutAnyConversion(Output, Conversion_s(pFormat, Arguments), Arguments);
+        }
+        va_end(Arguments.args);
+        Output.Terminate();
+    }
+
     bool FormatPlain(Output_c & Output, char const * fmt, Arguments_s & Arguments)
     {
         char const * const pEnd = fmt + std::strlen(fmt);
@@ -184,7 +391,7 @@ std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::v
     {
         return Output.Terminate();
     }
-    std::vsnprintf(szOut, nSize, fmt, args);
+    FormatAny(szOut, nSize, fmt, args);
     szOut[nSize - 1] = '\0';
     return std::strlen(szOut);
 }

@@ -1,12 +1,13 @@
-// cformat_internal.h: printf's formatting, with a short road for what log lines are made of.
+// cformat_internal.h: printf's formatting, with a fast path for what log lines are made of.
 #pragma once
 
 #include "zqcore/cconfig.h"
 
 #include <cstdarg>
 
-/// The outcome of vsnprintf, and its length up to the first NUL, at most nSize - 1. Plain %s, %c, %i, %d, %u, %x, %zu
-/// and %% are written here; a format with anything else goes to the C library whole.
+/// Formats like vsnprintf. Returns the length up to the first NUL, at most nSize - 1. Wide text becomes UTF-8 in every
+/// locale, and a value in it that is no character becomes U+FFFD. Allocates nothing. Plain %s, %c, %i, %d, %u, %x, %zu
+/// and %% are the fast path.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;

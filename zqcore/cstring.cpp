@@ -1,8 +1,9 @@
 #include "zqcore/cstring.h"
 
+#include "zqcore/cformat_internal.h"
+
 #include <atomic>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 namespace
@@ -101,7 +102,7 @@ String_T<256> NewString(char const * sFmt, ...)
     String_T<256> sResult;
     std::va_list args;
     va_start(args, sFmt);
-    std::vsnprintf(sResult.GetBuffer(), 256, sFmt, args);
+    FormatText(sResult.GetBuffer(), 256, sFmt, args);
     va_end(args);
     return sResult;
 }
@@ -114,7 +115,7 @@ char const * Va(char const * sFmt, ...)
 
     std::va_list args;
     va_start(args, sFmt);
-    std::vsnprintf(sBuffer, VA_SIZE, sFmt, args);
+    FormatText(sBuffer, VA_SIZE, sFmt, args);
     va_end(args);
     return sBuffer;
 }

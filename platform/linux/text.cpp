@@ -7,6 +7,11 @@ namespace plat
         constexpr char32_t REPLACEMENT = 0xFFFD;
         constexpr bool WIDE_IS_UTF16 = sizeof(wchar_t) == 2;
 
+        bool IsByte(char32_t cText)
+        {
+            return cText >= WIDE_OF_BYTE + 0x80 && cText <= WIDE_OF_BYTE + 0xFF;
+        }
+
         bool IsSurrogate(char32_t cText)
         {
             return cText >= 0xD800 && cText <= 0xDFFF;
@@ -22,11 +27,11 @@ namespace plat
         constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
             { 0xF8, 0xF0, 3, 0x10000 } };
 
-        // Takes the character at pText and goes behind it; false at a byte that starts none, which is taken alone.
+        // Takes the character at pText and moves behind it; false at a byte that starts none, which is taken alone.
         bool TakeUtf8(unsigned char const *& pText, char32_t & cText)
         {
             unsigned char const * pByte = pText++;
-            cText = REPLACEMENT;
+            cText = WIDE_OF_BYTE + *pByte;
             for (Form_t const & Form : FORMS)
             {
                 if ((*pByte & Form.bMask) != Form.bLead)
@@ -53,7 +58,7 @@ namespace plat
             return false;
         }
 
-        // Takes the character at szText and goes behind it; U+FFFD for a value that is none.
+        // Takes the character at szText, or a byte's value, and moves behind it; U+FFFD for any other value.
         char32_t TakeWide(wchar_t const *& szText)
         {
             char32_t const cValue = static_cast<char32_t>(*szText++);
@@ -63,12 +68,18 @@ namespace plat
                 ++szText;
                 return 0x10000 + ((cValue - 0xD800) << 10) + (cNext - 0xDC00);
             }
-            return cValue > 0x10FFFF || IsSurrogate(cValue) ? REPLACEMENT : cValue;
+            bool const bValid = cValue <= 0x10FFFF && (!IsSurrogate(cValue) || IsByte(cValue));
+            return bValid ? cValue : REPLACEMENT;
         }
 
-        // Writes a character in at most 4 bytes; the bytes written.
+        // Writes a character, or a byte by its value, in at most 4 bytes; the bytes written.
         std::size_t PutUtf8(char * pOut, char32_t cText)
         {
+            if (IsByte(cText))
+            {
+                pOut[0] = static_cast<char>(cText - WIDE_OF_BYTE);
+                return 1;
+            }
             int nFollowing = 3;
             while (cText < FORMS[nFollowing].cFirst)
             {
@@ -141,7 +152,7 @@ namespace plat
     std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * szText)
     {
         std::size_t nUsed = 0;
-        while (*szText != 0)
+        while (nUsed + 1 < nSize && *szText != 0)
         {
             char dBytes[4];
             std::size_t const nBytes = PutUtf8(dBytes, TakeWide(szText));
