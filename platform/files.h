@@ -90,6 +90,14 @@ namespace plat
     /// is opened; one that is created gets the path's own. Child processes do not inherit it.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
+    /// Opens a stream without a buffer; null on failure. All that is written goes to the end of the file, whoever else
+    /// writes or cuts it. The file is emptied unless a stream that this function opened, in this process or another, is
+    /// open on it; where the system can't say so, it is emptied.
+    std::FILE * StreamOpenLog(char const * szPath);
+
+    /// Whether a stream is as StreamOpenLog opens it, and not another one at the same address.
+    bool StreamIsUnbuffered(std::FILE * pStream);
+
     /// Writes past the stream's buffer, which must be empty or absent, in as few calls to the system as it takes (one,
     /// unless a disk is full); the bytes written.
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);

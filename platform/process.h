@@ -14,6 +14,10 @@ namespace plat
     /// The current folder without a trailing separator, but for the root; false if it can't be told or does not fit.
     bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize);
 
+    /// Puts the current folder in front of a relative path of nSize units at most; an empty one stays empty. False, with
+    /// the path as it was, if the folder can't be told or the result does not fit.
+    bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize);
+
     /// Makes a folder the current one; false on failure.
     bool ProcessSetCurrentFolder(wchar_t const * szFolder);
 

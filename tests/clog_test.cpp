@@ -4,13 +4,18 @@
 #include "zqcore/cformat_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
+#include "zqcore/cstring.h"
 #include "zqcore/ctimer.h"
 
+#include <barrier>
 #include <bit>
 #include <cerrno>
+#include <clocale>
 #include <cstring>
 #include <filesystem>
 #include <random>
+#include <set>
+#include <unistd.h>
 
 namespace
 {
@@ -30,6 +35,25 @@ namespace
         va_copy(again, args);
         std::size_t const nOurs = FormatText(szOurs, nSize, fmt, args);
         std::vsnprintf(szTheirs, nSize, fmt, again);
+        EXPECT_STREQ(szOurs, szTheirs) << fmt;
+        EXPECT_EQ(nOurs, std::strlen(szTheirs)) << fmt;
+        va_end(again);
+        va_end(args);
+    }
+
+    // Beside what printf makes of it where wide text is UTF-8, whatever the locale.
+    void ExpectLikeWidePrintf(std::size_t nSize, char const * fmt, ...)
+    {
+        char szOurs[4096], szTheirs[4096];
+        std::va_list args, again;
+        va_start(args, fmt);
+        va_copy(again, args);
+        std::size_t const nOurs = FormatText(szOurs, nSize, fmt, args);
+        locale_t const Utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        locale_t const Former = uselocale(Utf8);
+        EXPECT_GE(std::vsnprintf(szTheirs, nSize, fmt, again), 0) << fmt;
+        uselocale(Former);
+        freelocale(Utf8);
         EXPECT_STREQ(szOurs, szTheirs) << fmt;
         EXPECT_EQ(nOurs, std::strlen(szTheirs)) << fmt;
         va_end(again);
@@ -95,6 +119,39 @@ TEST(LogFormat, TextIsThatOfPrintf)
     }
 }
 
+TEST(LogFormat, WideTextIsUtf8InEveryLocaleAndEndsNoLine)
+{
+    for (std::size_t const nSize : { 1u, 6u, 17u, 2049u })
+    {
+        ExpectLikeWidePrintf(nSize, "abcdef%ls", L"gh");
+        ExpectLikeWidePrintf(nSize, "%ls|%5ls|%-5ls|%.2ls|%*.*ls|%lc|%S|%C|%s", L"a", L"b", L"c", L"def", -4, 9, L"g",
+            L'h', L"i", L'j', "k");
+    }
+    ExpectLikeWidePrintf(2049, "%ls|%6ls|%-6ls|%.3ls|%.4ls|%lc|%ls|end", L"\u00e4\u20ac\U0001F600", L"\u00e4",
+        L"\u00e4", L"\u00e4\u00e4", L"\u00e4\u00e4", L'\u20ac', static_cast<wchar_t *>(nullptr));
+    ExpectLikeWidePrintf(2049, "%ls %5d %-5i|%+ld %lli %hhd %jd %zd %td %08X %#lx %llu %zu %c %p%%", L"\u00e4", 1, -2,
+        3L, 4LL, 5, std::intmax_t{ 6 }, std::ptrdiff_t{ 7 }, std::ptrdiff_t{ 8 }, 0xABCu, 0xDEFul, 9ull,
+        std::size_t{ 10 }, 'x', static_cast<void *>(nullptr));
+    ExpectLikeWidePrintf(
+        2049, "%5.2f %e %Lg %.3s %*d %-*d| %.*s %ls", 1.5, 2.5, 3.5L, "abcdef", 6, 7, 8, 9, 2, "xyz", L"\u00e4");
+    EXPECT_STREQ(NewString("%ls|%i", L"\xD800\u00e4", 1), "\uFFFD\u00e4|1");   // half a pair is no character
+}
+
+TEST_F(Logs, EveryCallThatFormatsKnowsWideText)
+{
+    LogCapture_c const Capture;
+    DialogScript_c const Dialogs;
+    Log("%ls|", L"\u00e4");
+    Warning("%ls|", L"\u00e4");
+    Achtung("wide %ls|", L"\u00e4");
+    AssertFailed("%ls|", L"\u00e4");
+    LogText(Va("%ls|", L"\u00e4"));
+    DebugMessages_c::Get().DebugWarningInternal("%ls|", L"\u00e4");
+    EXPECT_EQ(Capture.GetText(), "\u00e4|\n\u00e4|\nwide \u00e4|\n\u00e4|\n\u00e4|\n");
+    EXPECT_EQ(Dialogs.CountHolding("\u00e4|"), 3);
+    EXPECT_EQ(FailedConditions([] { ZQ_ASSERT_EX(1 == 2, "%ls|", L"\u00e4"); }), "1 == 2, \u00e4|");
+}
+
 TEST_F(Logs, LinesCarryTimeAndFrameAndAreCut)
 {
     OpenMainLog();
@@ -136,13 +193,10 @@ TEST_F(Logs, ListenersAreCalledFromTheLastAddedToTheFirst)
     LogAddCallback([](char const * szText) { g_sTrace += szText; });
     Log("still heard");
     EXPECT_EQ(std::exchange(g_sTrace, ""), "still heard");
-
-    LogDone();
-    LogAddCallback([](char const * szText) { g_sTrace += std::string("behind ") + szText; });
-    OpenMainLog();
+    OpenMainLog();   // the writer is there already
     Log("the %s%c, cut", "file", '\0');
-    EXPECT_EQ(g_sTrace, "behind the file");
-    EXPECT_THAT(m_Folder.Read("message.log"), testing::EndsWith("\tthe file\n"));
+    EXPECT_EQ(g_sTrace, "the file");
+    EXPECT_THAT(m_Folder.Read("message.log"), MatchesRegex("[^\n]+\tthe file\n"));
 }
 
 TEST_F(Logs, ASecondRunTruncatesAndThreadsDoNotMixTheirLines)
@@ -170,9 +224,152 @@ TEST_F(Logs, ASecondRunTruncatesAndThreadsDoNotMixTheirLines)
     EXPECT_EQ(nLines, 300);
 }
 
+TEST_F(Logs, OthersThatWriteOrCutTheFileCostNoLine)
+{
+    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    OpenMainLog();
+    Log("cut");
+    fs::resize_file(m_Folder.Join("message.log"), 0);
+    Log("one");
+    Logf("message.log", "two");
+    auto const LogInChild = []
+    {
+        LogDone();
+        LogInit();
+        Log("three");
+        return 0;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(LogInChild)), 0);
+    Log("four");
+    EXPECT_THAT(m_Folder.Read("message.log"), MatchesRegex("[^\n]+one\ntwo\n[^\n]+three\n[^\n]+four\n"));
+}
+
+TEST_F(Logs, AFullDiskTearsNoLaterLineAndTheLostOnesAreCounted)
+{
+    LogCapture_c const Capture;
+    OpenMainLog();
+    Log("first");
+    StartNamedLogs();
+    Logf("a.txt", "first");
+    for (bool const bMain : { true, false })
+    {
+        std::string const sName = bMain ? "message.log" : "a.txt";
+        auto const Say = [bMain](char const * szText) { bMain ? LogText(szText) : Logf("a.txt", "%s", szText); };
+        {
+            FullDisk_c const Full(fs::file_size(m_Folder.Join(sName)) + 4);
+            Say("      torn");
+            Say("lost");
+        }
+        Say("after");
+        Say("last");
+        std::string const sLost = bMain ? "[^\n]+\tLog lines lost here: 2\n" : "";
+        EXPECT_THAT(
+            m_Folder.Read(sName), MatchesRegex("[^\n]*first\n[^\n]{4}\n" + sLost + "[^\n]*after\n[^\n]*last\n"));
+    }
+    EXPECT_EQ(Capture.CountHolding("Log lines lost in \"a.txt\": 2"), 1);
+    {
+        FullDisk_c const Full(1);
+        Logf("a.txt", "lost at the end");
+        Log("lost too");
+    }
+    Module_c::ShutdownAllModules();
+    EXPECT_EQ(Capture.Count("Log lines lost in \"a.txt\": 1"), 1);
+    EXPECT_THAT(m_Folder.Read("message.log"), testing::HasSubstr("\tLog lines lost here: 1\n"));
+}
+
+TEST_F(Logs, AHostsOwnStreamGetsItsLinesInOrder)
+{
+    OpenMainLog();
+    std::fclose(g_pMessageLogFile);
+    char * pText = nullptr;
+    std::size_t nText = 0;
+    for (bool const bMemory : { true, false })
+    {
+        g_pMessageLogFile = bMemory ? open_memstream(&pText, &nText) : std::fopen(m_Folder.Join("own").c_str(), "w");
+        std::fputs("one\n", g_pMessageLogFile);
+        Log("two");
+        std::fputs("three\n", g_pMessageLogFile);
+        std::fclose(std::exchange(g_pMessageLogFile, nullptr));
+        EXPECT_THAT(
+            bMemory ? std::string(pText, nText) : m_Folder.Read("own"), MatchesRegex("one\n[^\n]+two\nthree\n"));
+    }
+    std::free(pText);
+}
+
+TEST_F(Logs, AChildOfAForkLogsAndDoublesNoLineOfItsParent)
+{
+    constexpr int CHILDREN = 50;
+    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    StartNamedLogs();
+    OpenMainLog();
+    std::fclose(g_pMessageLogFile);
+    g_pMessageLogFile = std::fopen(m_Folder.Join("own").c_str(), "a");
+    Logf("a.txt", "opened");
+    SetAchtungs(false);
+    std::atomic<bool> bStop = false;
+    auto const Work = [&bStop]
+    {
+        for (int i = 0; !bStop; ++i)
+        {
+            Log("%i", i);
+            Achtung("same");
+            Logf("a.txt", "%i", i);
+        }
+    };
+    auto const InChild = []
+    {
+        Log("child %i", static_cast<int>(getpid()));
+        Achtung("same");
+        Logf("a.txt", "child %i", static_cast<int>(getpid()));
+        std::fflush(g_pMessageLogFile);
+        return 0;
+    };
+    std::thread Other(Work);
+    for (int i = 0; i < CHILDREN; ++i)
+    {
+        ASSERT_EQ(StatusOfChild(StartChild(InChild)), 0) << i;
+    }
+    bStop = true;
+    Other.join();
+    SetAchtungs(true);
+    for (char const * const szFile : { "own", "a.txt" })
+    {
+        std::istringstream Lines(m_Folder.Read(szFile));
+        std::set<std::string> dSeen;
+        int nFromChildren = 0;
+        for (std::string sLine; std::getline(Lines, sLine);)
+        {
+            sLine = sLine.substr(sLine.rfind('\t') + 1);
+            nFromChildren += sLine.starts_with("child");
+            EXPECT_TRUE(sLine == "same" || dSeen.insert(sLine).second) << sLine;
+        }
+        EXPECT_EQ(nFromChildren, CHILDREN) << szFile;
+    }
+}
+
+TEST_F(Logs, NamedOnesMayBeOpenedFirstByAllThreadsAtOnce)
+{
+    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    StartNamedLogs();
+    std::barrier Start(4);
+    auto const Work = [&Start](int)
+    {
+        for (int i = 0; i < 30; ++i)
+        {
+            Start.arrive_and_wait();
+            Logf(std::to_string(i).c_str(), "line");
+        }
+    };
+    InThreads(4, Work);
+    for (int i = 0; i < 30; ++i)
+    {
+        EXPECT_EQ(m_Folder.Read(std::to_string(i)), "line\nline\nline\nline\n") << i;
+    }
+}
+
 TEST_F(Logs, NamedOnesOpenAtFirstUseAndAppend)
 {
-    ModuleLog_c::SetLogPath(Wide(m_Folder.Join("named")).c_str());
+    ModuleLog_c::SetLogPath(Wide(m_Folder.Join("missing\\named")).c_str());
     StartNamedLogs();
     Logf("a.csv", "%i;%s", 1, "x");
     Logf("a.csv", "%s", std::string(3000, 'x').c_str());
@@ -182,10 +379,10 @@ TEST_F(Logs, NamedOnesOpenAtFirstUseAndAppend)
     Logcf(false, "c.txt", "no");
     Logf(nullptr, "no");
     Logf("c.txt", nullptr);
-    Logf("missing/x.txt", "lost");
-    EXPECT_EQ(m_Folder.Read("named/a.csv"), "1;x\n" + std::string(2048, 'x') + '\n');
-    EXPECT_EQ(m_Folder.Read("named/b.txt"), "2\n%i raw");
-    EXPECT_FALSE(fs::exists(m_Folder.Join("named/c.txt")));
+    Logf("absent/x.txt", "lost");
+    EXPECT_EQ(m_Folder.Read("missing/named/a.csv"), "1;x\n" + std::string(2048, 'x') + '\n');
+    EXPECT_EQ(m_Folder.Read("missing/named/b.txt"), "2\n%i raw");
+    EXPECT_FALSE(fs::exists(m_Folder.Join("missing/named/c.txt")));
 
     auto const Stream = [](std::string const & sName) { return ModuleLog_c::Get()->GetLogFile(sName.c_str()); };
     EXPECT_TRUE(Stream(std::string(63, 'n')) == Stream(std::string(100, 'n')) && Stream("A.csv") != Stream("a.csv"));
@@ -194,15 +391,15 @@ TEST_F(Logs, NamedOnesOpenAtFirstUseAndAppend)
     Module_c::ShutdownAllModules();
     StartNamedLogs();
     Logf("a.csv", "again");
-    EXPECT_EQ(m_Folder.Read("named/a.csv"), "again\n");
+    EXPECT_EQ(m_Folder.Read("missing/named/a.csv"), "again\n");
 }
 
 TEST_F(Logs, NamedOnesGoBelowTheCurrentFolderOrBesideTheMainLog)
 {
-    CurrentFolderScope_c const Current(m_Folder.GetPath());
+    CurrentFolderScope_c const Current(m_Folder.MakeFolder("\xE4 not UTF-8"));
     StartNamedLogs();
     Logf("a.txt", "1");
-    EXPECT_EQ(m_Folder.Read("GameLogs/a.txt"), "1\n");
+    EXPECT_EQ(m_Folder.Read("\xE4 not UTF-8/GameLogs/a.txt"), "1\n");
     Module_c::ShutdownAllModules();
     LogSetFile(Wide(m_Folder.GetPath() + "/x\\y\\").c_str(), L"main.log");
     StartNamedLogs();
@@ -212,6 +409,25 @@ TEST_F(Logs, NamedOnesGoBelowTheCurrentFolderOrBesideTheMainLog)
     LogCreateFolders(sFolder.data());
     EXPECT_EQ(sFolder, Wide(m_Folder.Join("b/no_folder")));
     EXPECT_TRUE(fs::exists(m_Folder.Join("b")) && !fs::exists(m_Folder.Join("b/no_folder")));
+}
+
+TEST_F(Logs, ARelativeFolderIsThatOfTheCallAndNullIsNone)
+{
+    CurrentFolderScope_c const Current(m_Folder.GetPath());
+    LogSetFile(L"logs/", nullptr);
+    fs::current_path(m_Folder.MakeFolder("elsewhere"));
+    LogInit();
+    Log("line");
+    EXPECT_THAT(m_Folder.Read("logs/message.log"), testing::EndsWith("\tline\n"));
+    EXPECT_EQ(g_ExceptionReport.GetFolder(), Wide(m_Folder.Join("logs/")));
+    EXPECT_EQ(g_ExceptionReport.GetLogFileName(), Wide(m_Folder.Join("logs/message.log")));
+    LogDone();
+    LogSetFile(nullptr, L"x");
+    LogInit();
+    EXPECT_EQ(g_pMessageLogFile, nullptr);
+    ModuleLog_c::SetLogPath(nullptr);
+    StartNamedLogs();
+    EXPECT_EQ(ModuleLog_c::Get()->GetLogPath(), Wide(m_Folder.Join("elsewhere") + "\\GameLogs"));
 }
 
 TEST_F(Logs, ANamedOneBeyondTheTableIsOpenedAllTheSame)

@@ -11,6 +11,7 @@
 #include "platform/clock.h"
 #include "platform/debugger.h"
 #include "platform/files.h"
+#include "platform/fork.h"
 #include "platform/process.h"
 #include "platform/rawfiles.h"
 #include "platform/system.h"
@@ -37,10 +38,14 @@ namespace
     wchar_t g_wszFile[PATH_SIZE];
     constinit Link_T<Listener_t> * g_pListeners = nullptr;
     constinit bool g_bOpened = false;   // LogInit has made the log's file
+    constinit LogStream_c g_MessageLog;
+
+    constinit plat::Lock_c g_HostStreamLock;   // held until a host's stream holds nothing that a fork would double
+    plat::ForkLock_c const g_HostStreamForkLock(g_HostStreamLock);
 
     void CopyPath(wchar_t * wszTo, wchar_t const * wszFrom)
     {
-        std::wcsncpy(wszTo, wszFrom, PATH_SIZE - 1);
+        std::wcsncpy(wszTo, wszFrom ? wszFrom : L"", PATH_SIZE - 1);
         wszTo[PATH_SIZE - 1] = L'\0';
     }
 
@@ -54,20 +59,47 @@ namespace
         char m_aRoom[LINE_PREFIX_SIZE + LINE_SIZE];
     };
 
-    // Writes the line where it stands, and leaves the text as it was.
-    void WriteLine(Line_c & Line, std::size_t nText)
+    // Writes the line in place, and leaves the text as it was. False if it is lost.
+    bool WriteStamped(std::FILE * pFile, Line_c & Line, std::size_t nText)
     {
-        if (!g_pMessageLogFile)
-        {
-            return;
-        }
         auto const tPassed = static_cast<float>(longTimeGetPassed());
         char const * const pBegin = FormatLinePrefix(Line.Text(), tPassed, g_iLogFrameCounter);
         char * const pEnd = Line.Text() + nText;
         *pEnd = '\n';
-        auto const nBytes = static_cast<std::size_t>(pEnd + 1 - pBegin);
-        plat::StreamWriteThrough(g_pMessageLogFile, pBegin, nBytes);   // the stream has no buffer
+        bool const bWritten = g_MessageLog.Write(pFile, pBegin, static_cast<std::size_t>(pEnd + 1 - pBegin));
         *pEnd = '\0';
+        return bWritten;
+    }
+
+    // Says how many lines are missing, once the disk takes lines again.
+    ZQ_COLD void ReportLost(std::FILE * pFile)
+    {
+        std::uint32_t const nLost = g_MessageLog.TakeLost();
+        if (nLost == 0)
+        {
+            return;
+        }
+        Line_c Line;
+        int const nText =
+            std::snprintf(Line.Text(), LINE_SIZE, "Log lines lost here: %u", static_cast<unsigned>(nLost));
+        if (!WriteStamped(pFile, Line, static_cast<std::size_t>(nText)))
+        {
+            g_MessageLog.AddLost(nLost - 1);   // the report counts as one
+        }
+    }
+
+    void WriteLine(Line_c & Line, std::size_t nText)
+    {
+        std::FILE * const pFile = g_pMessageLogFile;
+        if (!pFile)
+        {
+            return;
+        }
+        if (g_MessageLog.HasLost()) [[unlikely]]
+        {
+            ReportLost(pFile);
+        }
+        WriteStamped(pFile, Line, nText);
     }
 
     void WriteToMessageLog(char const * szText)
@@ -91,19 +123,66 @@ namespace
         return g_wszFile[0] ? g_wszFile : L"message.log";
     }
 
-    std::FILE * OpenMessageLog(char const * szMode)
+    // Creates the folder on the way.
+    template <typename OPEN>
+    std::FILE * OpenMessageLog(OPEN Open)
     {
         wchar_t wszPath[PATH_SIZE];
         FullPath(wszPath, FileNameOrDefault());
         char szPath[PATH_SIZE * 4];
         plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
-        return plat::StreamOpen(szPath, szMode);
+        return Open(szPath);
+    }
+
+    bool HasListener(Listener_t fnListener)
+    {
+        Link_T<Listener_t> const * pNode = g_pListeners;
+        while (pNode && pNode->Get() != fnListener)
+        {
+            pNode = pNode->pNext;
+        }
+        return pNode != nullptr;
     }
 
     double Megabytes(std::uint64_t nBytes)
     {
         return static_cast<double>(static_cast<float>(nBytes) / 1048576.0f);
     }
+}
+
+std::size_t LogStream_c::WriteSome(std::FILE * pStream, char const * pText, std::size_t nText) const
+{
+    if (pStream == m_pOwn && plat::StreamIsUnbuffered(pStream))
+    {
+        return plat::StreamWriteThrough(pStream, pText, nText);
+    }
+    plat::LockScope_c const Scope(g_HostStreamLock);
+    bool const bWritten = std::fwrite(pText, 1, nText, pStream) == nText;
+    return std::fflush(pStream) == 0 && bWritten ? nText : nText / 2;   // how much of it was written is not known
+}
+
+bool LogStream_c::Write(std::FILE * pStream, char const * pLine, std::size_t nLine)
+{
+    if (m_nLost.load(std::memory_order_relaxed) & TORN && !EndTornLine(pStream)) [[unlikely]]
+    {
+        ++m_nLost;
+        return false;
+    }
+    std::size_t const nWritten = WriteSome(pStream, pLine, nLine);
+    if (nWritten != nLine) [[unlikely]]
+    {
+        ++m_nLost;
+        m_nLost |= nWritten > 0 ? TORN : 0;
+        return false;
+    }
+    return true;
+}
+
+ZQ_COLD bool LogStream_c::EndTornLine(std::FILE * pStream)
+{
+    bool const bEnded = (m_nLost.fetch_and(~TORN) & TORN) == 0 || WriteSome(pStream, "\n", 1) == 1;
+    m_nLost |= bEnded ? 0 : TORN;
+    return bEnded;
 }
 
 void LogCreateFolders(wchar_t * sFolder)
@@ -129,6 +208,7 @@ void LogSetFile(wchar_t const * sFolder, wchar_t const * sName)
 {
     CopyPath(g_wszFolder, sFolder);
     CopyPath(g_wszFile, sName);
+    plat::ProcessMakeAbsolute(g_wszFolder, PATH_SIZE);
 
     wchar_t wszPath[PATH_SIZE];
     FullPath(wszPath, FileNameOrDefault());
@@ -146,13 +226,13 @@ void LogInit()
     {
         return;
     }
-    g_pMessageLogFile = OpenMessageLog("wb");
-    if (g_pMessageLogFile)
+    g_pMessageLogFile = OpenMessageLog(plat::StreamOpenLog);
+    g_MessageLog.SetOwn(g_pMessageLogFile);
+    g_bOpened = g_bOpened || g_pMessageLogFile;
+    if (!HasListener(WriteToMessageLog))   // which an earlier call added that could not open the file
     {
-        std::setvbuf(g_pMessageLogFile, nullptr, _IONBF, 0);
-        g_bOpened = true;
+        LogAddCallback(WriteToMessageLog);
     }
-    LogAddCallback(WriteToMessageLog);
 }
 
 void LogDone()
@@ -160,8 +240,18 @@ void LogDone()
     LinkFreeAll(std::exchange(g_pListeners, nullptr));   // a report of the heap may come in between
     if (g_pMessageLogFile)
     {
+        ReportLost(g_pMessageLogFile);
         std::fclose(g_pMessageLogFile);
         g_pMessageLogFile = nullptr;
+    }
+}
+
+void LogWriteBare(char const * pLine, std::size_t nLine)
+{
+    if (std::FILE * const pFile = g_pMessageLogFile)
+    {
+        ReportLost(pFile);
+        g_MessageLog.Write(pFile, pLine, nLine);
     }
 }
 
@@ -179,7 +269,7 @@ void LogWriteLate(char const * szText)
     bool const bClosed = !g_pMessageLogFile;
     if (bClosed && g_bOpened)
     {
-        g_pMessageLogFile = OpenMessageLog("ab");
+        g_pMessageLogFile = OpenMessageLog([](char const * szPath) { return plat::StreamOpen(szPath, "ab"); });
     }
     std::size_t nLine;
     for (; *szText; szText += nLine + (szText[nLine] == '\n'))

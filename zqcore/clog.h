@@ -1,9 +1,11 @@
 // clog.h: the main log.
 //
 // A line passes through a list of listeners; one of them, added by LogInit, writes message.log with the time and the
-// frame in front: "%8.3f\t%i\t%s\n". Each line is flushed at once, with one write. Lines are cut at 2048 characters and
-// cost no memory. Any thread may log at any time: a line that nobody listens to goes nowhere. The list of listeners has
-// no lock; listeners are added at start-up.
+// frame in front: "%8.3f\t%i\t%s\n". Each line is flushed at once, with one write to the end of the file, whoever else
+// writes to it. Lines are cut at 2048 characters and cost no memory. Any thread may log at any time, and the child of a
+// fork; a line that nobody listens to goes nowhere. Lines that a full disk does not take are lost; the next one that is
+// written comes after a line "Log lines lost here: N". The list of listeners has no lock; listeners are added at
+// start-up.
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -14,18 +16,20 @@
 /// Characters of one line, without the terminator.
 inline constexpr int LOG_LINE_LENGTH = 2048;
 
-/// The open main log, or null.
+/// The open main log, or null. A host may set a stream of its own, which LogDone closes; lines go through its buffer.
 extern ZQ_API std::FILE * g_pMessageLogFile;
 
 /// The frame number printed in each line. The application advances it.
 extern ZQ_API int g_iLogFrameCounter;
 
-/// Names the folder and the file of the main log, and tells the crash report of them. Must come before LogInit. The
-/// folder is put in front of the name as it stands, so it ends in a separator; both are cut at 1023 characters.
+/// Names the folder and the file of the main log and passes them to the crash report. Must come before LogInit. The
+/// folder is put in front of the name with nothing in between, so it ends in a separator. A relative one is made
+/// absolute by the current folder. Both are cut at 1023 characters; null is empty.
 ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
 
-/// Opens the main log, "message.log" if no name was given, and adds its writer to the listeners. Creates the folder,
-/// level by level; `/` and `\` both separate. Does nothing without a folder or with the log open already.
+/// Opens the main log, "message.log" if no name was given, and adds its writer to the listeners unless it is there. The
+/// log of an earlier run is emptied, unless a process still has it open as its log. Creates the folder, level by level;
+/// `/` and `\` both separate. Does nothing without a folder or with the log open already.
 ZQ_API void LogInit();
 
 /// Frees the list of listeners and closes the main log.
@@ -53,7 +57,7 @@ ZQ_API void LogWinLastError(char const * sPrefix);
 /// Logs what the system says of itself, in 14 lines, ending with the time of the log's start.
 ZQ_API void DumpSystemInfo();
 
-/// The folder of the main log as LogSetFile was told; empty without.
+/// The folder of the main log, absolute; empty without LogSetFile.
 ZQ_API wchar_t const * LogGetFolder();
 
 /// Creates each level of a folder that ends at a separator, from the outermost inward; the separators become `/`.

@@ -3,12 +3,15 @@
 #include "zqcore/cformat_internal.h"
 #include "zqcore/chash.h"
 #include "zqcore/clog.h"
+#include "zqcore/clog_internal.h"
 
 #include "platform/files.h"
+#include "platform/fork.h"
 #include "platform/process.h"
 #include "platform/text.h"
 
 #include <cwchar>
+#include <span>
 
 namespace
 {
@@ -19,17 +22,41 @@ namespace
     struct LogFile_t
     {
         String_T<64> sName;
+        std::FILE * pFile = nullptr;
+        LogStream_c Stream;
+    };
+
+    // What a name leads to.
+    struct Found_s
+    {
         std::FILE * pFile;
+        LogStream_c * pStream;
     };
 
     wchar_t g_wszLogPath[PATH_SIZE];
     constinit StringHash_T<LogFile_t, 64, 64, 1> g_sLogFiles;
+    constinit LogStream_c g_Unlisted;   // of all that found no room in the table
     constinit ModuleLog_c g_ModuleLog;
+
+    // Guards the table. Nothing is allocated or freed under it: the heap's hook logs under the heap's lock.
+    constinit plat::Lock_c g_TableLock;
+    plat::ForkLock_c const g_TableForkLock(g_TableLock);
 
     void CopyPath(wchar_t * wszTo, wchar_t const * wszFrom)
     {
-        std::wcsncpy(wszTo, wszFrom, PATH_SIZE - 1);
+        std::wcsncpy(wszTo, wszFrom ? wszFrom : L"", PATH_SIZE - 1);
         wszTo[PATH_SIZE - 1] = L'\0';
+    }
+
+    // Creates the folder with those on the way to it.
+    ZQ_COLD void CreateLogFolder()
+    {
+        wchar_t wszFolder[PATH_SIZE];
+        CopyPath(wszFolder, g_wszLogPath);
+        LogCreateFolders(wszFolder);
+        char szFolder[PATH_SIZE * 4];
+        plat::Utf8FromWide(szFolder, sizeof szFolder, wszFolder);
+        plat::FolderCreate(szFolder);
     }
 
     std::FILE * OpenInLogPath(char const * szName)
@@ -42,17 +69,80 @@ namespace
             szPath[nFolder] = '\\';
         }
         StrCopy(pName, szName, 64 + 1);
-        return plat::StreamOpen(szPath, "wb");
+        std::FILE * pFile = plat::StreamOpenLog(szPath);
+        if (!pFile && nFolder)
+        {
+            CreateLogFolder();
+            pFile = plat::StreamOpenLog(szPath);
+        }
+        return pFile;
     }
 
-    void Write(std::FILE * pFile, char const * fmt, std::va_list args)
+    LogFile_t * FindListed(char const * szName)
     {
-        char szLine[LINE_SIZE + 1];
-        FormatText(szLine, LINE_SIZE, fmt, args);
-        std::size_t nLength = std::strlen(szLine);   // a NUL that %c made ends the line
-        szLine[nLength++] = '\n';
-        std::fwrite(szLine, 1, nLength, pFile);
-        std::fflush(pFile);
+        plat::LockScope_c const Scope(g_TableLock);
+        return g_sLogFiles.FindByName(szName);
+    }
+
+    // Enters a log; a HashAdd_e. One that another thread entered meanwhile takes its place.
+    int AddToTable(LogFile_t *& pFile)
+    {
+        plat::LockScope_c const Scope(g_TableLock);
+        int const iResult = g_sLogFiles.Add(pFile, &pFile->sName);
+        pFile = iResult == HASH_PRESENT ? g_sLogFiles.FindByName(pFile->sName) : pFile;
+        return iResult;
+    }
+
+    // Opens a log that is not in the table.
+    ZQ_COLD Found_s OpenLog(String_T<64> const & sName)
+    {
+        std::FILE * const pFile = OpenInLogPath(sName);
+        if (!pFile)
+        {
+            return { nullptr, nullptr };
+        }
+        auto * const pNew = ZQ_NEW LogFile_t{ sName, pFile, {} };
+        pNew->Stream.SetOwn(pFile);
+        LogFile_t * pEntry = pNew;
+        switch (AddToTable(pEntry))
+        {
+        case HASH_ADDED:
+            return { pFile, &pNew->Stream };
+        case HASH_PRESENT:
+            std::fclose(pFile);
+            delete pNew;
+            return { pEntry->pFile, &pEntry->Stream };
+        default:
+            delete pNew;
+            return { pFile, &g_Unlisted };
+        }
+    }
+
+    // The log of a name, opened if need be; without a file for a null name or if it can't be opened.
+    Found_s FindLog(char const * szName)
+    {
+        if (!szName)
+        {
+            return { nullptr, nullptr };
+        }
+        MemCategoryScope_c const Scope(mem::logger);
+        String_T<64> const sKey(szName);
+        LogFile_t * const pOpen = FindListed(sKey);
+        return pOpen ? Found_s{ pOpen->pFile, &pOpen->Stream } : OpenLog(sKey);
+    }
+
+    ZQ_COLD void ReportLost(char const * szName, std::uint32_t nLost)
+    {
+        Logc(nLost > 0, "Log lines lost in \"%s\": %u", szName, static_cast<unsigned>(nLost));
+    }
+
+    void WriteNamed(char const * szName, char const * pText, std::size_t nText)
+    {
+        Found_s const Found = FindLog(szName);
+        if (Found.pFile && Found.pStream->Write(Found.pFile, pText, nText) && Found.pStream->HasLost()) [[unlikely]]
+        {
+            ReportLost(szName, Found.pStream->TakeLost());
+        }
     }
 }
 
@@ -73,23 +163,7 @@ wchar_t const * ModuleLog_c::GetLogPath() const
 
 std::FILE * ModuleLog_c::GetLogFile(char const * sName)
 {
-    MemCategoryScope_c const Scope(mem::logger);
-    if (!sName)
-    {
-        return nullptr;
-    }
-    String_T<64> const sKey(sName);
-    if (LogFile_t const * const pOpen = g_sLogFiles.FindByName(sKey))
-    {
-        return pOpen->pFile;
-    }
-    auto * const pEntry = ZQ_NEW LogFile_t{ sKey, nullptr };
-    std::FILE * const pFile = pEntry->pFile = OpenInLogPath(pEntry->sName);
-    if (!pFile || g_sLogFiles.Add(pEntry, &pEntry->sName) != HASH_ADDED)
-    {
-        delete pEntry;
-    }
-    return pFile;
+    return FindLog(sName).pFile;
 }
 
 bool ModuleLog_c::Initialize()
@@ -100,26 +174,35 @@ bool ModuleLog_c::Initialize()
         plat::ProcessCurrentFolder(g_wszLogPath, CURRENT_FOLDER_SIZE);
         std::wcscat(g_wszLogPath, L"\\GameLogs");
     }
+    plat::ProcessMakeAbsolute(g_wszLogPath, PATH_SIZE);
     if (LogGetFolder()[0])
     {
         CopyPath(g_wszLogPath, LogGetFolder());
         LogCreateFolders(g_wszLogPath);
     }
-    char szFolder[PATH_SIZE * 4];
-    plat::Utf8FromWide(szFolder, sizeof szFolder, g_wszLogPath);
-    plat::FolderCreate(szFolder);
+    CreateLogFolder();
     return Module_c::Initialize();
 }
 
 void ModuleLog_c::Shutdown()
 {
     MemCategoryScope_c const Scope(mem::logger);
-    for (auto * pSlot = g_sLogFiles.First(); pSlot; pSlot = g_sLogFiles.Next(pSlot))
+    LogFile_t * dFiles[64];
+    int nFiles = 0;
     {
-        std::fclose(pSlot->pObject->pFile);
-        delete pSlot->pObject;
+        plat::LockScope_c const Lock(g_TableLock);
+        for (auto * pSlot = g_sLogFiles.First(); pSlot; pSlot = g_sLogFiles.Next(pSlot))
+        {
+            dFiles[nFiles++] = pSlot->pObject;
+        }
+        g_sLogFiles.Reset();
     }
-    g_sLogFiles.Reset();
+    for (LogFile_t * const pFile : std::span(dFiles, static_cast<std::size_t>(nFiles)))
+    {
+        ReportLost(pFile->sName, pFile->Stream.TakeLost());
+        std::fclose(pFile->pFile);
+        delete pFile;
+    }
     Module_c::Shutdown();
 }
 
@@ -148,19 +231,16 @@ void Logcf(bool bCondition, char const * sFile, char const * fmt, ...)
 void LogfArg(char const * sFile, char const * fmt, std::va_list args)
 {
     MemCategoryScope_c const Scope(mem::logger);
-    std::FILE * const pFile = sFile ? ModuleLog_c::Get()->GetLogFile(sFile) : g_pMessageLogFile;
-    if (pFile)
-    {
-        Write(pFile, fmt, args);
-    }
+    char szLine[LINE_SIZE + 1];
+    std::size_t nLine = FormatText(szLine, LINE_SIZE, fmt, args);
+    szLine[nLine++] = '\n';
+    sFile ? WriteNamed(sFile, szLine, nLine) : LogWriteBare(szLine, nLine);
 }
 
 void Logf_raw(char const * sFile, char const * sText)
 {
-    std::FILE * const pFile = ModuleLog_c::Get()->GetLogFile(sFile);
-    if (pFile && sText)
+    if (sText)
     {
-        std::fputs(sText, pFile);
-        std::fflush(pFile);
+        WriteNamed(sFile, sText, std::strlen(sText));
     }
 }

@@ -1,8 +1,9 @@
 // clogf.h: named logs, plain text files in the log folder, opened at their first use.
 //
-// For reports that are not meant for the main log. Each text is flushed at once. A second run truncates each named log
-// at its first use. Any thread may write to a log that is open; first uses belong to one thread at a time. A log that
-// can't be opened loses its lines without a message.
+// For reports that are not meant for the main log. Each text is flushed at once, to the end of the file. A second run
+// empties each named log at its first use, unless a process still has it open as its log. Any thread may use any log at
+// any time. A log that can't be opened loses its lines without a message. Lines that a full disk does not take are
+// counted, and the count goes to the main log when the disk takes lines again, or at the end.
 #pragma once
 
 #include "zqcore/cmodule.h"
@@ -33,16 +34,17 @@ public:
     /// The instance.
     static ModuleLog_c * Get();
 
-    /// Sets the folder of the named logs, cut at 1023 characters; before the module initialises. The main log's folder
-    /// takes precedence, and without either it is "GameLogs" below the current folder.
+    /// Sets the folder of the named logs, cut at 1023 characters, null for none; before the module initialises. The main
+    /// log's folder takes precedence, and without either it is "GameLogs" below the current folder. The folder is
+    /// created, with those on the way to it, and made absolute by the current folder when the module initialises.
     static void SetLogPath(wchar_t const * sPath);
 
     wchar_t const * GetLogPath() const;
 
     /// The open log of that name, opened if need be; names are exact and cut at 63 characters, but on disk two that
-    /// differ in case only are one file, which the second one starts anew. Null for a null name or if the file can't be
-    /// opened. The stream belongs to the module. With the table of 64 logs full the stream is opened all the same, but
-    /// stays out of the table and is not closed.
+    /// differ in case only are one file. Null for a null name or if the file can't be opened. The stream has no buffer
+    /// and belongs to the module. With the table of 64 logs full the stream is opened all the same, but stays out of the
+    /// table and is not closed.
     std::FILE * GetLogFile(char const * sName);
 
 protected:

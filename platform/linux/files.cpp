@@ -13,7 +13,9 @@
 #include <csignal>
 #include <cstring>
 #include <memory>
+#include <stdio_ext.h>
 #include <string>
+#include <sys/file.h>
 #include <vector>
 
 namespace plat
@@ -73,6 +75,23 @@ namespace plat
                 return iAccess | O_CREAT | O_APPEND | iExclusive;
             default:
                 return -1;
+            }
+        }
+
+        // Empties a file on which nobody holds a shared lock, and takes one. Nobody writes before he has it, so what is
+        // emptied are never another's lines. The lock is exclusive for a moment only, unless a foreign program holds
+        // it: then the file is used without.
+        void EmptyUnlessShared(int iFile)
+        {
+            constexpr int TRIES = 1000;
+            constexpr timespec PAUSE = { 0, 100'000 };
+            if (flock(iFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
+            {
+                [[maybe_unused]] int const iEmptied = ftruncate(iFile, 0);   // a pipe, say, has no contents
+            }
+            for (int i = 0; i < TRIES && flock(iFile, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++i)
+            {
+                nanosleep(&PAUSE, nullptr);
             }
         }
 
@@ -248,6 +267,22 @@ namespace plat
             File.Release();
         }
         return pStream;
+    }
+
+    std::FILE * StreamOpenLog(char const * szPath)
+    {
+        std::FILE * const pStream = StreamOpen(szPath, "ab");
+        if (pStream != nullptr)
+        {
+            std::setvbuf(pStream, nullptr, _IONBF, 0);
+            EmptyUnlessShared(fileno(pStream));
+        }
+        return pStream;
+    }
+
+    bool StreamIsUnbuffered(std::FILE * pStream)
+    {
+        return __fbufsize(pStream) == 1;   // the C library's own byte
     }
 
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes)

@@ -98,6 +98,34 @@ namespace plat
         return getcwd(szPath, sizeof(szPath)) != nullptr && WidePath(szBuffer, nSize, szPath);
     }
 
+    bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize)
+    {
+        if (szPath[0] == L'\0' || szPath[0] == L'/' || szPath[0] == L'\\')
+        {
+            return true;
+        }
+        std::size_t const nPath = std::wcslen(szPath);
+        wchar_t szFolder[PATH_MAX];
+        if (!ProcessCurrentFolder(szFolder, PATH_MAX))
+        {
+            return false;
+        }
+        std::size_t const nFolder = std::wcslen(szFolder);
+        std::size_t const nSeparator = szFolder[nFolder - 1] == L'/' ? 0 : 1;
+        if (nFolder + nSeparator + nPath >= nSize)
+        {
+            errno = ERANGE;
+            return false;
+        }
+        std::wmemmove(szPath + nFolder + nSeparator, szPath, nPath + 1);
+        std::wmemcpy(szPath, szFolder, nFolder);
+        if (nSeparator != 0)
+        {
+            szPath[nFolder] = L'/';
+        }
+        return true;
+    }
+
     bool ProcessSetCurrentFolder(wchar_t const * szFolder)
     {
         char szPath[PATH_MAX * 4];   // the longest path that DiskPath_c still has to judge
