@@ -97,6 +97,8 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
     Folder.Write("List.txt", "bb 22\na 3\n");
     FileStream("list.txt")->Refresh();
     EXPECT_EQ(Dump(), "bb=22 a=3");
+    EXPECT_TRUE(m_pList->StartProp() && m_pList->StartVal("a") && m_pList->Open("list.txt"));
+    EXPECT_FALSE(m_pList->NextProp(sName) || m_pList->NextVal(sName)) << "the former walks end";
     EXPECT_FALSE(m_pList->Open("missing.txt"));
     EXPECT_FALSE(m_pList->StartProp()) << "the former file is closed";
     EXPECT_EQ(FileStream("list.txt")->GetOpensCount(), 0);

@@ -115,6 +115,14 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
         { "0\n23\n5", "D1|.|D0|.", "\n23 4:1 0\n2 3:2" },
         { std::string(300, 't') + " x " + std::string(300, '7'), "T|T|I|.",
             "[" + std::string(259, 't') + "] [x] 2147483647 603:0!" },
+        { std::string(259, 't') + " " + std::string(260, 'u') + " " + std::string(259, 'v') + " "
+                + std::string(260, 'w') + " x",
+            "T|T|W|W|T",
+            "[" + std::string(259, 't') + "] [" + std::string(259, 'u') + "] <" + std::string(259, 'v') + "> <"
+                + std::string(259, 'w') + "> [x]" },
+        { std::string(257, '0') + "12 " + std::string(258, '0') + "12", "I|I", "12 1" },
+        { std::string(60, 'x') + " needle " + std::string(99, 'y') + "\0b c"s, "pneedle|T|qc|qy|.",
+            "found [" + std::string(99, 'y') + "] none found 167:0" },
     };
     for (Row_s const & row : dRows)
     {
@@ -145,13 +153,15 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
 
 TEST_F(ScriptTest, HoldsAFilesCopyUntilItIsClosed)
 {
-    Serve("a.txt", "first");
+    Serve("a.txt", "\nfirst");
     Serve("b.txt", "second");
     std::ptrdiff_t const nBefore = MemoryTotalAllocations();
     {
         Script_c Script;
         EXPECT_FALSE(Script.OpenFile("missing.txt"));
-        EXPECT_TRUE(Script.OpenFile("a.txt") && Script.OpenFile("b.txt"));
+        EXPECT_TRUE(Script.OpenFile("a.txt"));
+        EXPECT_EQ(Drive(Script, "T|."), "[first] 5:1!");
+        EXPECT_TRUE(Script.OpenFile("b.txt"));
         EXPECT_FALSE(Script.OpenFile((std::string(300, 'n') + ".txt").c_str()));
         EXPECT_EQ(MemoryTotalAllocations(), nBefore + 1);
         EXPECT_EQ(Drive(Script, "T|."), "[second] 5:0!") << "the text that was open stays";
@@ -195,6 +205,17 @@ TEST_F(ScriptTest, StatesWhatItRequires)
     char c = 'c';
     EXPECT_EQ(FailedConditions([&] { Script.GetDump(&c, 2, 2); }), "iEnd > iStart");
     EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Script.OpenFile(nullptr)); }), "sFileName");
+    Script.SetPosition(4);
+    EXPECT_EQ(FailedConditions(
+                  [&]
+                  {
+                      Script.SkipToken(nullptr);
+                      EXPECT_FALSE(Script.RewindAfterToken(nullptr, true, true));
+                      EXPECT_FALSE(Script.RewindAfterToken(nullptr, true, false));
+                      EXPECT_EQ(static_cast<float>(Script.GetInt(nullptr)) + Script.GetFloat(nullptr), 0.0f);
+                  }),
+        "sToken & sToken & sToken & sLabel & sLabel");
+    EXPECT_EQ(Drive(Script, "."), "4:0!");
     EXPECT_EQ(FailedConditions([&] { Script.OpenMemoryLocation(nullptr, -1); }), "pText & iLength >= 0");
     EXPECT_EQ(Drive(Script, "T|I|F|W|pa|."), "[] 0 0 <> none 0:0!");
     EXPECT_EQ(c, 'c');

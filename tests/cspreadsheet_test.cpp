@@ -9,6 +9,7 @@ namespace
 {
     constexpr char const * HEAD_FAILED = "Spreadsheet_c::Parse : head parsing failed.\n";
     constexpr char const * ROW_FAILED = "Spreadsheet_c::Parse : row parsing failed.\n";
+    std::string const WORD_CUT = "SimpleTextParser_c::ParseWord : word buffer overflow.\n";
 
     class SpreadsheetTest : public MediaTest
     {
@@ -76,6 +77,7 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrTellsWhatIsWrong)
         { "a,b\n\"x\" ,y\n", ROW_FAILED },
         { "a,b\nx\ty,z\n", ROW_FAILED },
         { "a\nx\0y\n"s, ROW_FAILED },
+        { "a\n\"x\"" + std::string(600, 'y'), WORD_CUT + ROW_FAILED },
         { "\n\r\n\t\n", HEAD_FAILED },
         { "\x01\0"s, HEAD_FAILED },
     };
@@ -102,13 +104,19 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
                              "Spreadsheet_c::Open ( \"missing.csv\" ) : can't open file.\n");
     EXPECT_FALSE(Open(""));
     EXPECT_EQ(Log.CountHolding("head parsing failed."), 1);
-    std::string const sWord(511, 'w'), sQuoted(24575, ','), sRow = sWord + "|" + sQuoted + "|\n";
-    ASSERT_TRUE(Open("a,b\n" + sWord + ",\"" + sQuoted + "\"\n" + sWord + "x,\"" + sQuoted + "x\"\nnext,row\n"));
+    std::string const sWord(511, 'w'), sQuoted(24575, ',');
+    auto const Row = [&](std::string const & sMore)   // of more than 64 KB
+    {
+        std::string const sCell = ",\"" + sQuoted + sMore + "\"";
+        return sWord + sMore + sCell + sCell + sCell + ",1\n";
+    };
+    ASSERT_TRUE(Open("a,b,c,d,e\n" + Row("") + Row("x") + "next,row\n"));
     EXPECT_FALSE(m_Sheet.Open("other.csv"));
-    EXPECT_EQ(Log.GetText(), "SimpleTextParser_c::ParseWord : word buffer overflow.\n"
-                             "SimpleTextParser_c::ParseString : string buffer overflow.\n"
-                             "Spreadsheet_c::Open ( \"other.csv\" ) : reentry. Was opened yet.\n");
-    EXPECT_EQ(Dump(), "a|b|\n" + sRow + sRow + "next|row|");
+    std::string const sCut = "SimpleTextParser_c::ParseString : string buffer overflow.\n";
+    EXPECT_EQ(Log.GetText(),
+        WORD_CUT + sCut + sCut + sCut + "Spreadsheet_c::Open ( \"other.csv\" ) : reentry. Was opened yet.\n");
+    std::string const sRow = sWord + "|" + sQuoted + "|" + sQuoted + "|" + sQuoted + "|1|\n";
+    EXPECT_EQ(Dump(), "a|b|c|d|e|\n" + sRow + sRow + "next|row||||");
 }
 
 TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)

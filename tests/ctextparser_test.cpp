@@ -136,6 +136,10 @@ TEST(TextParser, RefusesWhatItCannotReadAndKeepsTheLastTokenOfEachKind)
     EXPECT_EQ(Kept(Parser), "word text 2.5 59");
     Parser.Close();
     EXPECT_EQ(Kept(Parser), "  0 0");
+    EXPECT_TRUE(Parser.Open(szText, 17) && Parser.ParseNext());
+    Parser.Close();
+    EXPECT_EQ(Token(Parser), ".");
+    EXPECT_FALSE(Parser.ParseNext());
     EXPECT_EQ(Log.GetText(), "SimpleTextParser_c::ParseNext : text wasn't opened.\n"
                              "SimpleTextParser_c::Open( const char *, const char *) : bad ptr\n"
                              "SimpleTextParser_c::Open( const char *, const char *) : bad ptr\n"
@@ -143,5 +147,6 @@ TEST(TextParser, RefusesWhatItCannotReadAndKeepsTheLastTokenOfEachKind)
                              "SimpleTextParser_c::Open( const char *, int ) : bad length.\n"
                              "SimpleTextParser_c::Open( const char *, int ) : bad ptr.\n"
                              "SimpleTextParser_c::Open : reentry. Was opened yet.\n"
-                             "SimpleTextParser_c::Open( const char *, int ) : reentry. Was opened yet.\n");
+                             "SimpleTextParser_c::Open( const char *, int ) : reentry. Was opened yet.\n"
+                             "SimpleTextParser_c::ParseNext : text wasn't opened.\n");
 }

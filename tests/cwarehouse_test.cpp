@@ -147,6 +147,17 @@ TEST(WarehouseScan, SplitsLinesOfBothFormats)
     EXPECT_EQ(Lines(sMany, CSV).size(), 2 * sMany.size() + 1);
 }
 
+TEST(WarehouseScan, AFilesNameSettlesTheFormat)
+{
+    std::string sCsv;
+    for (char const * szName : { "a.csv", ".csv", "A.CsV", "csv", "a.csv.txt", "acsv", "" })
+    {
+        sCsv += WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, szName) == WAREHOUSE_FORMAT_CSV ? "1" : "0";
+    }
+    EXPECT_EQ(sCsv, "1110000");
+    EXPECT_EQ(WarehouseSettleFormat(WAREHOUSE_FORMAT_TEXT, "a.csv"), WAREHOUSE_FORMAT_TEXT);
+}
+
 TEST(WarehouseScan, SearchesFindWhatAWalkOverAllLinesFinds)
 {
     static std::string const s_dPieces[] = { "a", "B", "@Head", "\"", "\"\"", "\n", "\n", ";", ",", " ", "\r", "#",
@@ -219,6 +230,9 @@ TEST_F(Warehouse, ConvertsACellToEachType)
              { "-0.5", "- -0.5 -0.5 - - - - -" },
              { "0x1.8p3", "- 12 12 - - - - 12" },
              { "255", "255 255 255 255 255 255 1 255" },
+             { "256", "256 256 256 256 256 - 1 256" },
+             { "32767", "32767 32767 32767 32767 32767 - 1 32767" },
+             { "-32769", "-32769 -32769 -32769 -32769 - - 1 -" },
              { "32768", "32768 32768 32768 32768 - - 1 32768" },
              { "-32768", "-32768 -32768 -32768 -32768 -32768 - 1 -" },
              { "2147483647", "2147483647 2.14748365e+09 2.14748365e+09 2147483647 - - 1 2147483647" },
@@ -240,12 +254,14 @@ TEST_F(Warehouse, ConvertsACellToEachType)
 TEST_F(Warehouse, ReadsTextsAndPairs)
 {
     ASSERT_TRUE(Open("pairs.csv", "@HEAD;Name;;p\nx;a long name;7;12-34\ny;;;--5-3-9\nz;;;-99999999999--8\nw;;;12-\n"));
-    char sShort[5];
+    char sShort[12];
     Log.Clear();
     ASSERT_TRUE(m_pTable->FindIdent("X"));
     EXPECT_EQ(Text("NAME") + "," + Text("@Head") + "," + Text("none"), "a long name,x,missing");
-    EXPECT_TRUE(m_pTable->Get("name", sShort, 5));
-    EXPECT_STREQ(sShort, "a lo");
+    EXPECT_TRUE(m_pTable->Get("name", sShort, 12));
+    EXPECT_STREQ(sShort, "a long name");
+    EXPECT_TRUE(m_pTable->Get("name", sShort, 11));
+    EXPECT_STREQ(sShort, "a long nam");
     EXPECT_EQ(m_pTable->GetLength("name"), 11);
     EXPECT_EQ(Log.GetText(), "pairs.csv: Not found column 'none'\npairs.csv: Invalid data in column 'name' line 0\n");
 
@@ -321,8 +337,12 @@ TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
     }
     ASSERT_TRUE(Open("bare.csv", szBare, "name", " "));
     EXPECT_EQ(Idents(), "a,b ");
+    EXPECT_TRUE(m_pTable->StartIdent() && m_pTable->NextIdent(sText) && m_pTable->GetWorkIdent(sText));
     EXPECT_TRUE(m_pTable->Open("bare.csv", WAREHOUSE_FORMAT_TEXT, "name"));
+    EXPECT_FALSE(m_pTable->GetWorkIdent(sText)) << "a second opening begins anew";
+    EXPECT_TRUE(m_pTable->NextIdent(sText));
     EXPECT_EQ(Idents(), "a,b ");
+    EXPECT_EQ(FileStream("bare.csv")->GetOpensCount(), 1);
 }
 
 TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)

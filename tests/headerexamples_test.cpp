@@ -2,6 +2,7 @@
 #include "tests/media_fixture.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/cserializer.h"
+#include "zqcore/cspreadsheet.h"
 
 namespace
 {
@@ -18,6 +19,10 @@ namespace
 // clang-format off
 #include "examples/cserialize_1.inl"
 #include "examples/cserializer_1.inl"
+void TellOfLevels()
+{
+#include "examples/ctexterror_1.inl"
+}
     // clang-format on
 
     class HeaderExamples : public MediaTest
@@ -50,6 +55,13 @@ TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
     EXPECT_TRUE(Loaded.m_iHealth == 7 && Loaded.m_fSpeed == 1.5f && Loaded.m_sName == "Ogre");
     EXPECT_TRUE(Replace(Ogre));
     EXPECT_EQ(Folder.Read("saves/two.sav"), Folder.Read("saves/one.sav"));
+}
+
+TEST_F(HeaderExamples, ARefusedSheetSaysWhere)
+{
+    Serve("levels.csv", "level,price\n1");
+    TellOfLevels();
+    EXPECT_EQ(Log.CountHolding("levels.csv(2,2): the last row has no end"), 1);
 }
 
 TEST_F(HeaderExamples, EnemiesLoadAsEachOthers)

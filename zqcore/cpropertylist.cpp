@@ -2,6 +2,7 @@
 
 #include "zqcore/cfile.h"
 #include "zqcore/chash.h"
+#include "zqcore/ctexterror_internal.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -101,11 +102,18 @@ bool PropertyList_c::Open(char const * sFileName, WarehouseFormat_e eFormat)
     m_Names.Reset();
     m_List.Reset();
     FileClose(m_pFile);
+    m_Errors.Begin(sFileName);
     ZQ_ASSERT(sFileName);
     m_pFile = sFileName ? FileOpen(sFileName) : nullptr;
     if (!m_pFile)
     {
-        return false;
+        return m_Errors.Fail(TEXT_NO_FILE);
+    }
+    if (char const * const szRefused = TextOfFile(*m_pFile).szRefused)
+    {
+        FileClose(m_pFile);
+        m_pFile = nullptr;
+        return m_Errors.Fail(szRefused);
     }
     m_eFormat = WarehouseSettleFormat(eFormat, m_pFile->sName);
     return true;
@@ -135,9 +143,8 @@ bool PropertyList_c::GetFileFullPath(char * sPath, int nMaxLength) const
 /// A scan from the top; over nothing when no file is open, or when a refresh has lost its contents.
 WarehouseScan_t PropertyList_c::Scan() const
 {
-    bool const bText = m_pFile && m_pFile->pData;
-    return WarehouseScan_t(
-        bText ? reinterpret_cast<char const *>(m_pFile->pData) : nullptr, bText ? m_pFile->iLength : 0, 0, m_eFormat);
+    FileText_t const Text = m_pFile ? TextOfFile(*m_pFile) : FileText_t{};
+    return WarehouseScan_t(Text.pText, Text.nText, 0, m_eFormat);
 }
 
 bool PropertyList_c::FindProp(char const * sPropName) const

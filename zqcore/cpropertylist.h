@@ -4,9 +4,10 @@
 // tables (cwarehousescan.h) with the usual separators of the format; there is no header, and what follows the value is
 // ignored. Names compare without regard to ASCII case; names and values come out in lower case. The file stays open and
 // is scanned anew by each FindProp, StartProp and StartVal, which see the contents of the moment if it is refreshed.
-// One thread.
+// UTF-8's byte order mark is skipped; a file in UTF-16 is refused. One thread.
 #pragma once
 
+#include "zqcore/ctexterror.h"
 #include "zqcore/cwarehousescan.h"
 
 class File_c;
@@ -20,8 +21,12 @@ public:
     PropertyList_c(PropertyList_c const &) = delete;
     PropertyList_c & operator=(PropertyList_c const &) = delete;
 
-    /// Closes what was open and opens a file by name; false, without a message, if there is no such file.
+    /// Closes what was open and opens a file by name; false, without a message, if there is no such file or it can't be
+    /// read.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO);
+
+    /// Why the last Open failed. Searches and walks set no error.
+    TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
     /// The key of the open file, and its place on disk. False, with the buffer emptied, when none is open. A buffer has
     /// nMaxLength > 1 bytes, and the text is cut to fit.
@@ -55,4 +60,5 @@ private:
     WarehouseLine_c m_List;
     File_c * m_pFile = nullptr;
     WarehouseFormat_e m_eFormat = WAREHOUSE_FORMAT_TEXT;
+    TextErrors_c m_Errors;
 };

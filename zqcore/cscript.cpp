@@ -5,6 +5,7 @@
 #include "zqcore/cmemory.h"
 #include "zqcore/cnumbertext_internal.h"
 #include "zqcore/cstring.h"
+#include "zqcore/ctexterror_internal.h"
 
 #include <algorithm>
 #include <bit>
@@ -131,7 +132,8 @@ Script_c::~Script_c()
 {
     if (m_pFileData)
     {
-        Log("WARNING: current script \"%s\" need called Script_c::CloseFile()", m_sName);
+        Log("WARNING: current script \"%s\" need called Script_c::CloseFile()",
+            static_cast<char const *>(TextForLog(m_sName)));
     }
 }
 
@@ -140,18 +142,20 @@ bool Script_c::OpenFile(char const * sFileName)
     ZQ_ASSERT(sFileName);
     StrCopy(m_sName, sFileName ? sFileName : "", sizeof m_sName);
     File_c * const pFile = sFileName ? FileOpen(sFileName) : nullptr;
-    if (!pFile)
+    FileText_t const Text = pFile ? TextOfFile(*pFile) : FileText_t{ nullptr, 0, TEXT_NO_FILE };
+    if (Text.szRefused)
     {
-        return false;
+        FileClose(pFile);
+        m_Errors.Begin(m_sName);
+        return m_Errors.Fail(Text.szRefused);
     }
-    int const iLength = pFile->iLength;
-    auto const nBytes = static_cast<std::size_t>(iLength);
+    auto const nBytes = static_cast<std::size_t>(Text.nText);
     delete[] m_pFileData;
     m_pFileData = ZQ_NEW char[nBytes + 1];
-    std::memcpy(m_pFileData, pFile->pData, nBytes);
+    std::memcpy(m_pFileData, Text.pText, nBytes);
     m_pFileData[nBytes] = '\0';
     FileClose(pFile);
-    OpenMemoryLocation(m_pFileData, iLength);
+    Take(m_pFileData, Text.nText);
     return true;
 }
 
@@ -170,16 +174,30 @@ void Script_c::OpenMemoryLocation(char const * pText, int iLength)
 {
     ZQ_ASSERT(pText);
     ZQ_ASSERT(iLength >= 0);
-    m_pData = pText ? pText : "";
-    m_iBytesTotal = pText ? std::max(iLength, 0) : 0;
-    m_bEndOfFile = false;
-    m_iLines = 0;
-    m_iBytesRead = 0;
     if (!m_pFileData)
     {
         std::snprintf(m_sName, sizeof m_sName, "Memory mapped: %08" PRIXPTR ", size: %d",
             reinterpret_cast<std::uintptr_t>(pText), iLength);
     }
+    char const * pBegin = pText;
+    char const * const pEnd = pText + (pText ? std::max(iLength, 0) : 0);
+    char const * const szRefused = TextSkipMark(pBegin, pEnd);
+    Take(pText && !szRefused ? pBegin : "", szRefused ? 0 : static_cast<int>(pEnd - pBegin));
+    if (szRefused)
+    {
+        m_Errors.Fail(szRefused);
+    }
+}
+
+/// Starts on a text.
+void Script_c::Take(char const * pText, int iLength)
+{
+    m_pData = pText;
+    m_iBytesTotal = iLength;
+    m_bEndOfFile = false;
+    m_iLines = 0;
+    m_iBytesRead = 0;
+    m_Errors.Begin(m_sName);
 }
 
 bool Script_c::Read(char * pBuffer, int iCount)
@@ -276,16 +294,26 @@ void Script_c::GetToken(char * sToken, bool bPunctuation)
 
 void Script_c::SkipToken(char const * sToken)
 {
+    ZQ_ASSERT(sToken);
+    if (!sToken)
+    {
+        return;
+    }
     char szToken[TOKEN_SIZE];
     GetToken(szToken, false);
     if (std::strcmp(szToken, sToken) != 0)
     {
-        ErrorAt("Expecting token", sToken);
+        ErrorAt("this is not the expected token", sToken, GetTokenStart(szToken));
     }
 }
 
 bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken)
 {
+    ZQ_ASSERT(sToken);
+    if (!sToken)
+    {
+        return false;
+    }
     int const iFormerRead = m_iBytesRead;
     bool const bFormerEnd = m_bEndOfFile;
     if (bFromStart)
@@ -316,18 +344,27 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
     return bFound;
 }
 
-/// Moves to where a text next stands, ahead of any NUL; false if it does not.
+/// Moves to where a text next stands, ahead of any NUL; false if it does not. Looks at stretches that double, so that the
+/// cost is that of the way to the nearer of the two.
 bool Script_c::Find(char const * sToken)
 {
-    auto const nLeft = static_cast<std::size_t>(m_iBytesTotal - m_iBytesRead);
-    std::string_view const sRest(m_pData + m_iBytesRead, nLeft);
-    std::size_t const nFound = sRest.substr(0, sRest.find('\0')).find(sToken);
-    if (nFound >= nLeft)
+    constexpr std::size_t FIRST_STRETCH = 64;
+    std::string_view const sRest(m_pData + m_iBytesRead, static_cast<std::size_t>(m_iBytesTotal - m_iBytesRead));
+    for (std::size_t nSeen = FIRST_STRETCH;; nSeen *= 2)
     {
-        return false;
+        std::string_view const sSeen = sRest.substr(0, nSeen);
+        std::size_t const nEnd = sSeen.find('\0');
+        std::size_t const nFound = sSeen.substr(0, nEnd).find(sToken);
+        if (nFound < sRest.size())
+        {
+            m_iBytesRead += static_cast<int>(nFound);
+            return true;
+        }
+        if (nEnd < sSeen.size() || nSeen >= sRest.size())
+        {
+            return false;
+        }
     }
-    m_iBytesRead += static_cast<int>(nFound);
-    return true;
 }
 
 void Script_c::GetLine(char * sLine, int iMaxLength)
@@ -393,16 +430,22 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
         bSlash = bSlash || c == '/';
     }
     sString[0] = '\0';
+    int const iOpening = m_iBytesRead - !m_bEndOfFile;
     if (c != cQuote)
     {
-        ErrorAt("Expecting token", sString);
+        ErrorAt("this is no quote", nullptr, iOpening);
         return;
     }
     int nString = 0;
     while (!m_bEndOfFile)
     {
         c = ReadByte();
-        if (c == cQuote || m_bEndOfFile)
+        if (m_bEndOfFile)
+        {
+            m_Errors.SetAt("no quote ends this text", nullptr, m_pData, static_cast<std::size_t>(iOpening));
+            break;
+        }
+        if (c == cQuote)
         {
             break;
         }
@@ -419,8 +462,14 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
 /// Reads tokens up to the label and then the word behind it, or, without the label, the last token.
 void Script_c::ReadLabelled(char const * sLabel, char * sValue)
 {
+    constexpr char const * NO_LABEL = "this is not the expected label";
+    ZQ_ASSERT(sLabel);
     sValue[0] = '\0';
-    while (!m_bEndOfFile)
+    if (sLabel && m_bEndOfFile)
+    {
+        m_Errors.SetAt(NO_LABEL, sLabel, m_pData, static_cast<std::size_t>(m_iBytesRead));
+    }
+    for (bool bFirst = true; sLabel && !m_bEndOfFile; bFirst = false)
     {
         GetToken(sValue, false);
         if (std::strcmp(sValue, sLabel) == 0)
@@ -428,7 +477,7 @@ void Script_c::ReadLabelled(char const * sLabel, char * sValue)
             GetSpecific(sValue);
             return;
         }
-        ErrorAt("Expecting token", sLabel);
+        bFirst ? ErrorAt(NO_LABEL, sLabel, GetTokenStart(sValue)) : Complain();
     }
 }
 
@@ -474,7 +523,7 @@ float Script_c::GetFloat()
     float const fValue = TextToFloat(szToken);
     if (fValue == 0 && !IsNumber(szToken))
     {
-        ErrorAt("Expecting token", szToken);
+        ErrorAt("this is no number", szToken, GetTokenStart(szToken));
     }
     return fValue;
 }
@@ -498,8 +547,26 @@ void Script_c::GetDump(char * pBuffer, int iStart, int iEnd)
     }
 }
 
-/// What was expected does not stand in the text: a mistake of the program in a block of memory, and none in a file.
-void Script_c::ErrorAt(char const *, char const *) const
+/// Keeps that something else than was expected stands in the text, and complains.
+void Script_c::ErrorAt(char const * szReason, char const * szAbout, int iPosition)
+{
+    m_Errors.SetAt(szReason, szAbout, m_pData, static_cast<std::size_t>(iPosition));
+    Complain();
+}
+
+/// A mismatch is a mistake of the program in a block of memory, and none in a file.
+void Script_c::Complain() const
 {
     ZQ_ASSERT(m_pFileData);
+}
+
+/// Where the token begins that was read last; if it is empty, where the script is.
+int Script_c::GetTokenStart(char const * szToken) const
+{
+    int iStart = m_iBytesRead;
+    while (*szToken && iStart > 0 && !Is(m_pData[iStart - 1], DELIMITER))
+    {
+        --iStart;
+    }
+    return iStart;
 }

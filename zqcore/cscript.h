@@ -7,10 +7,14 @@
 //
 // The end of the text shows in m_bEndOfFile, which is set by the first read that wants more than there is, and stays
 // until a new opening or a rewind. From then on tokens are empty and numbers 0. A text that does not match what the
-// caller wants (a label, a quote) is passed over silently in a file; in a block of memory it fails an assertion.
+// caller wants (a label, a quote) is passed over silently in a file; in a block of memory it fails an assertion. Either
+// way GetLastError has the place.
+//
+// UTF-8's byte order mark at the start of a text is skipped: it is no part of the text below. A text that begins with
+// UTF-16's mark is refused.
 #pragma once
 
-#include "zqcore/cconfig.h"
+#include "zqcore/ctexterror.h"
 
 class ZQ_API Script_c
 {
@@ -25,21 +29,26 @@ public:
     Script_c(Script_c const &) = delete;
     Script_c & operator=(Script_c const &) = delete;
 
-    /// Copies a file's text and closes the file. False, without a message, if there is no such file; the text that was
-    /// open then stays. CloseFile must follow; a second OpenFile frees the first copy.
+    /// Copies a file's text and closes the file. False, without a message, if there is no such file or it is refused; the
+    /// text that was open then stays. CloseFile must follow; a second OpenFile frees the first copy.
     bool OpenFile(char const * sFileName);
 
     /// Frees the copy. A script that was reading it is empty from then on.
     void CloseFile();
 
-    /// Reads a block of iLength bytes, which must stay. It needs no terminator.
+    /// Reads a block of iLength bytes, which must stay. It needs no terminator. A refused text counts as empty.
     void OpenMemoryLocation(char const * pText, int iLength);
+
+    /// Why the last opening failed, or the first place at which the last failed read did not find what it wanted; also
+    /// the beginning of a quoted string that no quote ends. A call sets one error at most.
+    TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
     /// The next token that is no comment; empty at the end. With bPunctuation the characters ' " ; and , separate
     /// tokens too. sToken has TOKEN_SIZE bytes.
     void GetToken(char * sToken, bool bPunctuation);
 
-    /// Reads a token that must be this one.
+    /// Reads a token that must be this one. Here and below a null text fails an assertion: nothing is read, and the
+    /// result is false or 0.
     void SkipToken(char const * sToken);
 
     /// Moves behind the next token that equals sToken, or, without bWholeToken, behind the token in which sToken next
@@ -93,7 +102,11 @@ private:
     void SkipLine();
     bool Find(char const * sToken);
     void ReadLabelled(char const * sLabel, char * sValue);
-    void ErrorAt(char const * sMessage, char const * sToken) const;
+    void Take(char const * pText, int iLength);
+    void ErrorAt(char const * szReason, char const * szAbout, int iPosition);
+    void Complain() const;
+    int GetTokenStart(char const * szToken) const;
 
     char * m_pFileData = nullptr;   // the copy of a file, owned
+    TextErrors_c m_Errors;
 };

@@ -4,6 +4,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/cnumbertext_internal.h"
 #include "zqcore/cstring.h"
+#include "zqcore/ctexterror_internal.h"
 
 #include <cstring>
 
@@ -14,21 +15,23 @@ Spreadsheet_c::~Spreadsheet_c()
 
 bool Spreadsheet_c::Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt)
 {
+    if (IsOpen() && sFileName)
+    {
+        Log("Spreadsheet_c::Open ( \"%s\" ) : reentry. Was opened yet.",
+            static_cast<char const *>(TextForLog(sFileName)));
+        return m_Errors.Fail("a file is open already");
+    }
+    m_Errors.Begin(sFileName);
     if (!sFileName)
     {
         Log("Spreadsheet_c::Open : file name isn't specified.");
-        return false;
-    }
-    if (IsOpen())
-    {
-        Log("Spreadsheet_c::Open ( \"%s\" ) : reentry. Was opened yet.", sFileName);
-        return false;
+        return m_Errors.Fail("no file name was given");
     }
     File_c * const pFile = FileOpen(sFileName);
     if (!pFile)
     {
-        Log("Spreadsheet_c::Open ( \"%s\" ) : can't open file.", sFileName);
-        return false;
+        Log("Spreadsheet_c::Open ( \"%s\" ) : can't open file.", static_cast<char const *>(TextForLog(sFileName)));
+        return m_Errors.Fail(TEXT_NO_FILE);
     }
     if (pFmt)
     {
@@ -137,7 +140,7 @@ bool Spreadsheet_c::MoveToColumnForward(char const * sName)
     }
     if (!IsOpen())
     {
-        Log("Spreadsheet_c::MoveToColumn( \"%s\" ) : wasn't opened.", sName);
+        Log("Spreadsheet_c::MoveToColumn( \"%s\" ) : wasn't opened.", static_cast<char const *>(TextForLog(sName)));
         return false;
     }
     for (int i = iFirst; i < GetColumnCount(); ++i)

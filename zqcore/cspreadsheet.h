@@ -9,10 +9,12 @@
 // quote stands for one and separators are text. Control characters that are no separators end a cell, so a carriage
 // return at the end of a row does no harm. Rows that hold nothing are skipped. Each row ends with the row separator;
 // only a cell separator may be the file's last character instead. A cell holds 511 characters, one in quotes 24,575; a
-// longer one is cut with a line in the log. A cell in quotes ends at a NUL that it holds.
+// longer one is cut with a line in the log. A cell in quotes ends at a NUL that it holds. UTF-8's byte order mark is
+// skipped; a file in UTF-16 is refused.
 #pragma once
 
 #include "zqcore/carray.h"
+#include "zqcore/ctexterror.h"
 
 struct SpreadsheetFmtDesc_t
 {
@@ -81,6 +83,9 @@ public:
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
 
+    /// Why the last Open failed. After one that did not: what was lost, a cut cell or the rest of a damaged head.
+    TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
+
     /// Frees everything; the separators are the usual ones again.
     void Close();
     bool IsOpen() const { return m_pHead != nullptr; }
@@ -147,4 +152,5 @@ private:
     int m_iRow = -1;
     int m_iColumn = -1;
     Chunk_t * m_pChunks = nullptr;   // where the rows are packed, the newest first
+    TextErrors_c m_Errors;
 };

@@ -8,15 +8,21 @@
 class SpreadsheetParser_c
 {
 public:
-    SpreadsheetParser_c(SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength);
+    SpreadsheetParser_c(char const * szFile, SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength);
 
     /// Reads the next row that holds anything into an empty Row; false behind the last one. After an error the next row
     /// begins behind the token that stopped this one.
     bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
 
+    /// What the text showed so far.
+    TextErrors_c & GetErrors() { return m_Parser.m_Errors; }
+
 private:
     bool ParseCell(SpreadsheetRow_c & Row, bool & bError);
-    void AddToken(SpreadsheetRow_c & Row) const;
+    void AddToken(SpreadsheetRow_c & Row);
+    void ReportToken(bool bQuoted);
+    void ReportOverflow();
+    std::size_t GetRoom() const;
     bool Next() { return m_Parser.NextToken(m_Token); }
     bool IsSymbol(char c) const { return m_Token.eKind == LAST_PARSED_SYMBOL && *m_Token.pText == c; }
 

@@ -2,12 +2,18 @@
 
 #include "zqcore/clog.h"
 #include "zqcore/cstring.h"
+#include "zqcore/ctexterror_internal.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace
 {
+    void LogHeadFailed()
+    {
+        Log("Spreadsheet_c::Parse : head parsing failed.");
+    }
+
     // A block holds its ends in 16 bits if it is small enough for that, else in 32.
     constexpr std::size_t NARROW_LIMIT = 0xFFFF;
 
@@ -149,9 +155,11 @@ SpreadsheetRow_c * SpreadsheetRow_c::PackInto(void * pMemory, std::size_t nBlock
     return pRow;
 }
 
-SpreadsheetParser_c::SpreadsheetParser_c(SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength)
+SpreadsheetParser_c::SpreadsheetParser_c(
+    char const * szFile, SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength)
     : m_Fmt(Fmt)
 {
+    GetErrors().Begin(szFile);
     m_Parser.SetCharacterRule(0x20, static_cast<char>(0xFF), PARSING_RULE_WORD_FIRST);
     m_Parser.SetCharacterRule(0x20, static_cast<char>(0xFF), PARSING_RULE_WORD_REST);
     m_Parser.SetCharacterRule('"', PARSING_RULE_STRING);
@@ -179,7 +187,8 @@ bool SpreadsheetParser_c::ParseRow(SpreadsheetRow_c & Row, bool & bError)
 /// Reads a cell whose first token is the current one, and moves to the next cell; false if there is none in this row.
 inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError)
 {
-    bool const bText = m_Token.eKind == LAST_PARSED_WORD || m_Token.eKind == LAST_PARSED_STRING;
+    bool const bQuoted = m_Token.eKind == LAST_PARSED_STRING;
+    bool const bText = m_Token.eKind == LAST_PARSED_WORD || bQuoted;
     if (bText)
     {
         AddToken(Row);
@@ -187,8 +196,13 @@ inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError
     }
     bool const bRowEnds = IsSymbol(m_Fmt.cRowSeparator);
     bool const bCellEnds = IsSymbol(m_Fmt.cCellSeparator);
-    bError = !bRowEnds && !bCellEnds;
-    if (!bText && !bError)
+    if (!bRowEnds && !bCellEnds)
+    {
+        bError = true;
+        ReportToken(bQuoted);
+        return false;
+    }
+    if (!bText)
     {
         Row.Reserve(0);
         Row.Commit(0);
@@ -196,18 +210,51 @@ inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError
     return bCellEnds && !bRowEnds && Next();
 }
 
-inline void SpreadsheetParser_c::AddToken(SpreadsheetRow_c & Row) const
+/// Bytes of the parser's buffer for the current token.
+inline std::size_t SpreadsheetParser_c::GetRoom() const
+{
+    return m_Token.eKind == LAST_PARSED_STRING ? SimpleTextParser_c::STRING_SIZE : SimpleTextParser_c::WORD_SIZE;
+}
+
+inline void SpreadsheetParser_c::AddToken(SpreadsheetRow_c & Row)
 {
     bool const bString = m_Token.eKind == LAST_PARSED_STRING;
-    std::size_t const nSize = bString ? SimpleTextParser_c::STRING_SIZE : SimpleTextParser_c::WORD_SIZE;
-    std::size_t const nCopy = std::min(m_Token.GetLength(), nSize - 1);
+    std::size_t const nCopy = std::min(m_Token.GetLength(), GetRoom() - 1);
     char * const pTo = Row.Reserve(nCopy);
     m_Parser.CopyDoubled(m_Token, pTo, nCopy);
     Row.Commit(bString ? StrLengthMax(pTo, nCopy) : nCopy);   // a word holds no NUL
-    if (m_Token.GetLength() >= nSize)
+    ReportOverflow();
+}
+
+/// Says that the current token is longer than the parser's buffer.
+inline void SpreadsheetParser_c::ReportOverflow()
+{
+    if (m_Token.GetLength() >= GetRoom())
     {
-        m_Parser.LogOverflow(m_Token.eKind);
+        m_Parser.LogOverflow(m_Token);
     }
+}
+
+/// Keeps why the current token, or the end of the text, can't follow a cell.
+void SpreadsheetParser_c::ReportToken(bool bQuoted)
+{
+    char const * const pEnd = m_Token.pText + m_Token.nText;   // at the end of the text that of the cell
+    char const * szReason = "the last row has no end; a row ends with the row separator";
+    auto nAt = static_cast<std::size_t>(m_Parser.m_pEnd - m_Parser.m_pBegin);
+    if (m_Token.eKind != LAST_PARSED_NOTHING)
+    {
+        ReportOverflow();
+        szReason = bQuoted ? "only a separator may follow the closing quote of a cell"
+                           : "a control character splits this cell";
+        nAt = m_Parser.GetOffset(m_Token);
+    }
+    else if (bQuoted && pEnd == m_Parser.m_pEnd)
+    {
+        szReason = "the quote of this cell is never closed";
+        nAt = static_cast<std::size_t>(m_Token.pText - m_Parser.m_pBegin) - 1;
+    }
+    GetErrors().Set(szReason);
+    GetErrors().Place(m_Parser.m_pBegin, nAt);
 }
 
 /// Memory for packed rows, which lie one behind the other.
@@ -253,25 +300,35 @@ bool Spreadsheet_c::Parse(char const * pText, int iLength)
 {
     if (!pText)
     {
-        return false;
+        return m_Errors.Fail("the file has no contents");
     }
-    SpreadsheetParser_c Parser(m_fmt, pText, iLength);
+    char const * pBegin = pText;
+    if (char const * const szReason = TextSkipMark(pBegin, pText + iLength))
+    {
+        LogHeadFailed();
+        return m_Errors.Fail(szReason);
+    }
+    SpreadsheetParser_c Parser(m_Errors.GetLast().sFile, m_fmt, pText, iLength);
     SpreadsheetRow_c Row;
-    bool bError;   // one in the head is passed over
+    bool bError;
     if (!Parser.ParseRow(Row, bError) || Row.GetCellCount() == 0)
     {
-        Log("Spreadsheet_c::Parse : head parsing failed.");
-        return false;
+        LogHeadFailed();
+        return m_Errors.Fail("the file holds no row");
+    }
+    if (bError)   // in the head, which keeps the cells ahead of it
+    {
+        Parser.GetErrors().LogIfWanted();
     }
     constexpr std::size_t SMALLEST_CHUNK = 1024, LARGEST_CHUNK = 1 << 20;
     std::size_t const nChunk = std::clamp(static_cast<std::size_t>(iLength) / 16, SMALLEST_CHUNK, LARGEST_CHUNK);
-    for (m_pHead = Keep(Row, nChunk); Parser.ParseRow(Row, bError); m_dRows.Add(Keep(Row, nChunk)))
+    for (m_pHead = Keep(Row, nChunk); Parser.ParseRow(Row, bError) && !bError; m_dRows.Add(Keep(Row, nChunk)))
+    {}
+    m_Errors = Parser.GetErrors();
+    if (bError)
     {
-        if (bError)
-        {
-            Log("Spreadsheet_c::Parse : row parsing failed.");
-            return false;
-        }
+        Log("Spreadsheet_c::Parse : row parsing failed.");
+        m_Errors.LogIfWanted();
     }
-    return true;
+    return !bError;
 }

@@ -3,10 +3,17 @@
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cnumbertext_internal.h"
+#include "zqcore/ctexterror_internal.h"
 #include "zqcore/ctextparser_internal.h"
 
 #include <algorithm>
 #include <cstring>
+
+namespace
+{
+    constexpr char const * NO_TEXT = "there is no text";
+    constexpr char const * TWICE = "a text is open already";
+}
 
 void CharacterSet_c::Clear()
 {
@@ -71,14 +78,17 @@ bool SimpleTextParser_c::Open(char const * pBegin, char const * pEnd)
 {
     if (!pBegin || !pEnd || pEnd <= pBegin)
     {
-        Log("SimpleTextParser_c::Open( const char *, const char *) : bad ptr");
-        return false;
+        return Refuse("SimpleTextParser_c::Open( const char *, const char *) : bad ptr", NO_TEXT);
     }
     if (m_pBegin)
     {
-        Log("SimpleTextParser_c::Open : reentry. Was opened yet.");
-        return false;
+        return Refuse("SimpleTextParser_c::Open : reentry. Was opened yet.", TWICE);
     }
+    if (char const * const szReason = TextSkipMark(pBegin, pEnd))
+    {
+        return Refuse(nullptr, szReason);
+    }
+    m_Errors.Clear();
     m_pBegin = pBegin;
     m_pEnd = pEnd;
     m_pPos = pBegin;
@@ -92,20 +102,27 @@ bool SimpleTextParser_c::Open(char const * pText, int iLength)
 {
     if (iLength <= 0)
     {
-        Log("SimpleTextParser_c::Open( const char *, int ) : bad length.");
-        return false;
+        return Refuse("SimpleTextParser_c::Open( const char *, int ) : bad length.", NO_TEXT);
     }
     if (!pText)
     {
-        Log("SimpleTextParser_c::Open( const char *, int ) : bad ptr.");
-        return false;
+        return Refuse("SimpleTextParser_c::Open( const char *, int ) : bad ptr.", NO_TEXT);
     }
     if (m_pBegin)
     {
-        Log("SimpleTextParser_c::Open( const char *, int ) : reentry. Was opened yet.");
-        return false;
+        return Refuse("SimpleTextParser_c::Open( const char *, int ) : reentry. Was opened yet.", TWICE);
     }
     return Open(pText, pText + iLength);
+}
+
+/// Logs a line, if there is one, and keeps the reason; false.
+bool SimpleTextParser_c::Refuse(char const * szLine, char const * szReason)
+{
+    if (szLine)
+    {
+        LogText(szLine);
+    }
+    return m_Errors.Fail(szReason);
 }
 
 void SimpleTextParser_c::Close()
@@ -147,14 +164,14 @@ bool SimpleTextParser_c::ParseNext()
 }
 
 /// Copies a token, cut with a complaint to nSize - 1 characters, and terminates.
-void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize) const
+void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize)
 {
     std::size_t const nCopy = std::min(Token.GetLength(), nSize - 1);
     CopyDoubled(Token, szTo, nCopy);
     szTo[nCopy] = '\0';
     if (Token.GetLength() >= nSize)
     {
-        LogOverflow(Token.eKind);
+        LogOverflow(Token);
     }
 }
 
@@ -174,17 +191,27 @@ void SimpleTextParser_c::CopyDoubled(TextToken_t const & Token, char * pTo, std:
     }
 }
 
-void SimpleTextParser_c::LogOverflow(LAST_PARSED eKind) const
+void SimpleTextParser_c::LogOverflow(TextToken_t const & Token)
 {
-    Log(eKind == LAST_PARSED_WORD     ? "SimpleTextParser_c::ParseWord : word buffer overflow."
-        : eKind == LAST_PARSED_STRING ? "SimpleTextParser_c::ParseString : string buffer overflow."
-                                      : "SimpleTextParser_c::ParseNumber : number buffer overflow.");
+    bool const bWord = Token.eKind == LAST_PARSED_WORD, bString = Token.eKind == LAST_PARSED_STRING;
+    Log(bWord     ? "SimpleTextParser_c::ParseWord : word buffer overflow."
+        : bString ? "SimpleTextParser_c::ParseString : string buffer overflow."
+                  : "SimpleTextParser_c::ParseNumber : number buffer overflow.");
+    m_Errors.SetAt(bWord     ? "a word of more than 511 characters is cut"
+                   : bString ? "a text in quotes of more than 24575 characters is cut"
+                             : "a number of more than 127 characters is cut",
+        nullptr, m_pBegin, GetOffset(Token));
 }
 
-bool SimpleTextParser_c::LogNotOpened() const
+bool SimpleTextParser_c::LogNotOpened()
 {
-    Log("SimpleTextParser_c::ParseNext : text wasn't opened.");
-    return false;
+    return Refuse("SimpleTextParser_c::ParseNext : text wasn't opened.", NO_TEXT);
+}
+
+/// Where a token begins, with the delimiter of a string.
+std::size_t SimpleTextParser_c::GetOffset(TextToken_t const & Token) const
+{
+    return static_cast<std::size_t>(Token.pText - m_pBegin) - (Token.eKind == LAST_PARSED_STRING);
 }
 
 void SimpleTextParser_c::SetCharacterRule(char cFirst, char cLast, CharacterParsingRule_e eRule)

@@ -6,7 +6,7 @@
 // end, and may hold any bytes. Open takes two buffers; reading a token allocates nothing. One thread.
 #pragma once
 
-#include "zqcore/cconfig.h"
+#include "zqcore/ctexterror.h"
 
 /// A set of byte values, empty at first.
 class CharacterSet_c
@@ -69,8 +69,9 @@ public:
     SimpleTextParser_c(SimpleTextParser_c const &) = delete;
     SimpleTextParser_c & operator=(SimpleTextParser_c const &) = delete;
 
-    /// Start on a text, which must stay until Close. False, with a line in the log, for an empty text or a null pointer,
-    /// and on an open parser, which keeps its text.
+    /// Start on a text, which must stay until Close. UTF-8's byte order mark at its start is skipped. False, with a line
+    /// in the log, for an empty text or a null pointer, and on an open parser, which keeps its text. False, without one,
+    /// for a text that begins with UTF-16's mark.
     bool Open(char const * pBegin, char const * pEnd);
     bool Open(char const * pText, int iLength);
 
@@ -79,6 +80,9 @@ public:
 
     /// Reads the next token; false at the end of the text, and, with a line in the log, on a closed parser.
     bool ParseNext();
+
+    /// Why the last Open failed, or which token was cut last. It outlives Close.
+    TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
     /// The kind of the last token; all false behind the end.
     bool IsWord() const { return m_lastParsed == LAST_PARSED_WORD; }
@@ -102,13 +106,15 @@ private:
     friend class SpreadsheetParser_c;   // takes tokens where they stand, without the buffers
 
     bool NextToken(TextToken_t & Token);
-    bool LogNotOpened() const;
-    void CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize) const;
+    bool Refuse(char const * szLine, char const * szReason);
+    bool LogNotOpened();
+    void CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize);
     void CopyDoubled(TextToken_t const & Token, char * pTo, std::size_t nCopy) const;
-    void LogOverflow(LAST_PARSED eKind) const;
+    void LogOverflow(TextToken_t const & Token);
+    std::size_t GetOffset(TextToken_t const & Token) const;
     void ClassifyCharacters();
 
-    char const * m_pBegin = nullptr;   // null while closed
+    char const * m_pBegin = nullptr;   // the text behind a byte order mark; null while closed
     char const * m_pEnd = nullptr;
     LAST_PARSED m_lastParsed = LAST_PARSED_NOTHING;
     char * m_szWord = nullptr;
@@ -124,4 +130,5 @@ private:
     CharacterSet_c m_setWordRest;
     CharacterSet_c m_setNumberRest;
     unsigned char m_dClasses[256];   // the sets in one look-up, see ctextparser_internal.h
+    TextErrors_c m_Errors;
 };

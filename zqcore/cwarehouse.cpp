@@ -3,19 +3,24 @@
 #include "zqcore/cfile.h"
 #include "zqcore/clog.h"
 #include "zqcore/cnumbertext_internal.h"
+#include "zqcore/ctexterror_internal.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 namespace
 {
+    constexpr char const * OUT_OF_RANGE = "the number is out of range in column";
+
     constexpr double ULONG_LIMIT = 4294967295.0;   // of the unsigned long form, on every machine
 
-    char const * TextOf(File_c const & File)
+    char const * Sz(String_T<LOG_LINE_LENGTH + 1> const & sText)
     {
-        return reinterpret_cast<char const *>(File.pData);
+        return sText;
     }
 
     /// Whether a number took the whole text. An empty text leaves nothing over, and counts as 0.
@@ -44,50 +49,62 @@ void Warehouse_c::Close()
     }
     m_pData = nullptr;
     m_nLength = 0;
+    m_Worked = m_ErrorText = {};
 }
 
 bool Warehouse_c::Open(
     char const * sFileName, WarehouseFormat_e eFormat, char const * sClientHeader, char const * sSeparators)
 {
     Close();
+    m_Errors.Begin(sFileName);
     ZQ_ASSERT(sFileName);
-    File_c * const pFile = sFileName ? FileOpen(sFileName) : nullptr;
-    if (!pFile)
+    m_pFile = sFileName ? FileOpen(sFileName) : nullptr;
+    if (!m_pFile)
     {
-        return false;
+        return m_Errors.Fail(TEXT_NO_FILE);
     }
-    m_eFormat = WarehouseSettleFormat(eFormat, pFile->sName);
+    m_eFormat = WarehouseSettleFormat(eFormat, m_pFile->sName);
     m_sSeparators = WarehouseScan_t(nullptr, 0, 0, m_eFormat).sSeparators;
     if (sSeparators)
     {
         m_sSeparators = sSeparators;
     }
 
-    m_nLength = pFile->iLength;
+    File_c const & File = *m_pFile;
+    FileText_t const Text = TextOfFile(File);
+    if (!Text.szRefused)
+    {
+        TakeText(Text.pText, Text.nText);
+        if (ReadHeader(sClientHeader))
+        {
+            return true;
+        }
+    }
+    if (!Text.szRefused || !sClientHeader)   // the client's header was not looked at
+    {
+        Log(sClientHeader ? "Warehouse_c::Open: File \"%s\": invalid client header line"
+                          : "Warehouse_c::Open: File \"%s\": no client header line specified",
+            Sz(TextForLog(File.sName)));
+    }
+    Log("Warehouse_c::Open: File \"%s\": no header line found", Sz(TextForLog(File.sName)));
+    Close();
+    return m_Errors.Fail(Text.szRefused ? Text.szRefused : "no line begins with @head");
+}
+
+/// Opens the warehouse on the text of m_pFile or on a copy.
+void Warehouse_c::TakeText(char const * pText, int nText)
+{
+    m_pData = pText;
+    m_nLength = nText;
     if (m_bCopy)
     {
-        auto const nBytes = static_cast<std::size_t>(m_nLength);
+        auto const nBytes = static_cast<std::size_t>(nText);
         char * const pCopy = ZQ_NEW char[nBytes];
-        std::memcpy(pCopy, TextOf(*pFile), nBytes);
+        std::memcpy(pCopy, pText, nBytes);
         m_pData = pCopy;
-        FileClose(pFile);
+        FileClose(m_pFile);
+        m_pFile = nullptr;
     }
-    else
-    {
-        m_pData = TextOf(*pFile);
-        m_pFile = pFile;
-    }
-
-    if (ReadHeader(sClientHeader))
-    {
-        return true;
-    }
-    Log(sClientHeader ? "Warehouse_c::Open: File \"%s\": invalid client header line"
-                      : "Warehouse_c::Open: File \"%s\": no client header line specified",
-        static_cast<char const *>(pFile->sName));
-    Log("Warehouse_c::Open: File \"%s\": no header line found", static_cast<char const *>(pFile->sName));
-    Close();
-    return false;
 }
 
 /// Takes the file's first header line, or else the client's.
@@ -110,8 +127,12 @@ bool Warehouse_c::ReadHeader(char const * sClientHeader)
 /// The text as it is now: a refresh of the open file may have put another block, or none, in place of m_pData.
 Warehouse_c::Text_s Warehouse_c::GetText() const
 {
-    char const * const pText = m_pFile ? TextOf(*m_pFile) : m_pData;
-    return { pText, !pText ? 0 : m_pFile ? m_pFile->iLength : m_nLength };
+    if (!m_pFile)
+    {
+        return { m_pData, m_nLength };
+    }
+    FileText_t const Text = TextOfFile(*m_pFile);
+    return { Text.pText, Text.nText };
 }
 
 WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
@@ -120,6 +141,18 @@ WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
     WarehouseScan_t Scan(Text.pText, Text.nLength, nPos, m_eFormat);
     Scan.SetSeparators(m_sSeparators);
     return Scan;
+}
+
+/// Keeps where the work line stands.
+void Warehouse_c::NoteWork(WarehouseScan_t const & Scan)
+{
+    m_nWork = Scan.GetLineStart();
+    Text_s const Text = GetText();
+    if (m_Worked != Text)
+    {
+        m_Worked = Text;
+        m_Errors.Recount();
+    }
 }
 
 bool Warehouse_c::GetFileName(char * sName, int nMaxLength) const
@@ -159,6 +192,7 @@ bool Warehouse_c::NextIdent(char * sIdent, int nMaxLength)
     WarehouseScan_t Scan = ScanFrom(m_nPos);
     bool const bFound = Scan.NextItem(&m_Work, m_nLine);
     m_nPos = Scan.GetPos();
+    NoteWork(Scan);
     return bFound && GetWorkIdent(sIdent, nMaxLength);
 }
 
@@ -167,7 +201,14 @@ bool Warehouse_c::FindIdent(char const * sIdent)
     ZQ_ASSERT(sIdent);
     m_Work.Reset();
     bool const bHeader = sIdent && StrCompareNoCase(sIdent, WAREHOUSE_HEADER) == 0;   // header lines are no items
-    return sIdent && !bHeader && m_pData && ScanFrom(0).FindLine(sIdent, &m_Work);
+    if (!sIdent || bHeader || !m_pData)
+    {
+        return false;
+    }
+    WarehouseScan_t Scan = ScanFrom(0);
+    bool const bFound = Scan.FindLine(sIdent, &m_Work);
+    NoteWork(Scan);
+    return bFound;
 }
 
 bool Warehouse_c::GetWorkIdent(char * sIdent, int nMaxLength) const
@@ -180,6 +221,19 @@ bool Warehouse_c::GetWorkIdent(char * sIdent, int nMaxLength) const
     return true;
 }
 
+/// Index of a named column, -1 if there is none.
+inline int Warehouse_c::FindColumn(char const * sColumn) const
+{
+    for (int i = 0; i < m_Head.GetLength(); ++i)
+    {
+        if (!m_Head.IsNull(i) && StrCompareNoCase(m_Head[i], sColumn) == 0)
+        {
+            return i;
+        }
+    }
+    return -1;
+}
+
 /// The work line's cell in a named column, null for a null cell; false if there is no such column or no work line.
 bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) const
 {
@@ -188,15 +242,13 @@ bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) const
     {
         return false;
     }
-    for (int i = 0; i < m_Head.GetLength(); ++i)
+    int const iColumn = FindColumn(sColumn);
+    if (iColumn < 0)
     {
-        if (!m_Head.IsNull(i) && StrCompareNoCase(m_Head[i], sColumn) == 0)
-        {
-            szCell = m_Work.IsNull(i) ? nullptr : m_Work[i];
-            return true;
-        }
+        return false;
     }
-    return false;
+    szCell = m_Work.IsNull(iColumn) ? nullptr : m_Work[iColumn];
+    return true;
 }
 
 /// The cell of a form that needs one; null after a complaint.
@@ -209,7 +261,7 @@ char const * Warehouse_c::NumberCell(char const * sColumn) const
     }
     else if (!szCell)
     {
-        LogInvalid(sColumn);
+        LogInvalid(sColumn, "there is no value in column");
     }
     return szCell;
 }
@@ -227,14 +279,15 @@ int Warehouse_c::GetLength(char const * sColumn) const
 bool Warehouse_c::Get(char const * sColumn, long & value) const
 {
     char const * const szCell = NumberCell(sColumn);
-    long iValue;
+    long iValue = 0;
     if (!szCell)
     {
         return false;
     }
-    if (!IsWhole(TextToInteger(szCell, iValue)))
+    NumberEnd_t const End = TextToInteger(szCell, iValue);
+    if (!IsWhole(End))
     {
-        return LogInvalid(sColumn);
+        return LogInvalid(sColumn, End.bInRange ? "there is no whole number in column" : OUT_OF_RANGE);
     }
     value = iValue;
     return true;
@@ -243,14 +296,15 @@ bool Warehouse_c::Get(char const * sColumn, long & value) const
 bool Warehouse_c::Get(char const * sColumn, double & value) const
 {
     char const * const szCell = NumberCell(sColumn);
-    double fValue;
+    double fValue = 0;
     if (!szCell)
     {
         return false;
     }
-    if (!IsWhole(TextToDouble(szCell, fValue)) || !std::isfinite(fValue))
+    NumberEnd_t const End = TextToDouble(szCell, fValue);
+    if (!IsWhole(End) || !std::isfinite(fValue))
     {
-        return LogInvalid(sColumn);
+        return LogInvalid(sColumn, End.bInRange ? "there is no number in column" : OUT_OF_RANGE);
     }
     value = fValue;
     return true;
@@ -258,14 +312,14 @@ bool Warehouse_c::Get(char const * sColumn, double & value) const
 
 bool Warehouse_c::Get(char const * sColumn, float & value) const
 {
-    double fValue;
+    double fValue = 0;
     if (!Get(sColumn, fValue))
     {
         return false;
     }
     if (std::fabs(fValue) > FLT_MAX)
     {
-        return LogInvalid(sColumn);
+        return LogInvalid(sColumn, OUT_OF_RANGE);
     }
     value = static_cast<float>(fValue);
     return true;
@@ -273,14 +327,14 @@ bool Warehouse_c::Get(char const * sColumn, float & value) const
 
 bool Warehouse_c::Get(char const * sColumn, unsigned long & value) const
 {
-    double fValue;
+    double fValue = 0;
     if (!Get(sColumn, fValue))
     {
         return false;
     }
     if (fValue < 0 || fValue > ULONG_LIMIT)
     {
-        return LogInvalid(sColumn);
+        return LogInvalid(sColumn, OUT_OF_RANGE);
     }
     value = static_cast<unsigned long>(fValue);
     return true;
@@ -289,14 +343,14 @@ bool Warehouse_c::Get(char const * sColumn, unsigned long & value) const
 template <typename T>
 bool Warehouse_c::GetInteger(char const * sColumn, T & value, long iMin, long iMax) const
 {
-    long iValue;
+    long iValue = 0;
     if (!Get(sColumn, iValue))
     {
         return false;
     }
     if (iValue < iMin || iValue > iMax)
     {
-        return LogInvalid(sColumn);
+        return LogInvalid(sColumn, OUT_OF_RANGE);
     }
     value = static_cast<T>(iValue);
     return true;
@@ -335,7 +389,7 @@ bool Warehouse_c::Get(char const * sColumn, char * sResult, int nMaxLength) cons
         WarehouseCopyText(sResult, szCell, nMaxLength);
         if (std::strlen(szCell) >= static_cast<std::size_t>(nMaxLength))
         {
-            LogInvalid(sColumn);
+            LogInvalid(sColumn, "the text is cut in column");
         }
     }
     return bUsable;
@@ -352,7 +406,7 @@ bool Warehouse_c::Get(char const * sColumn, int & iFirst, int & iSecond) const
     char * const szMinus = szFirst + std::strcspn(szFirst, "-");
     if (*szFirst == '\0' || szMinus[0] == '\0' || szMinus[1] == '\0')
     {
-        return LogInvalid(sColumn);
+        return LogInvalid(sColumn, "there is no pair of numbers in column");
     }
     *szMinus = '\0';
     iFirst = TextToInt(szFirst);
@@ -366,19 +420,52 @@ bool Warehouse_c::LogNotFound(char const * sColumn) const
     {
         String_T<256> sName;
         GetFileName(sName);
-        Log("%s: Not found column '%s'", static_cast<char const *>(sName), sColumn ? sColumn : "nullptr");
+        Log("%s: Not found column '%s'", Sz(TextForLog(sName)), sColumn ? Sz(TextForLog(sColumn)) : "nullptr");
     }
+    KeepError(m_Work.IsEmpty() ? "without a work line there is no column" : "there is no column", sColumn);
     return false;
 }
 
-bool Warehouse_c::LogInvalid(char const * sColumn) const
+bool Warehouse_c::LogInvalid(char const * sColumn, char const * szReason) const
 {
     if (m_bLogColName)
     {
         String_T<256> sName;
         GetFileName(sName);
-        Log("%s: Invalid data in column '%s' line %d", static_cast<char const *>(sName), sColumn ? sColumn : "nullptr",
-            m_nLine);
+        Log("%s: Invalid data in column '%s' line %d", Sz(TextForLog(sName)),
+            sColumn ? Sz(TextForLog(sColumn)) : "nullptr", m_nLine);
     }
+    KeepError(szReason, sColumn);
     return false;
+}
+
+void Warehouse_c::KeepError(char const * szReason, char const * sColumn) const
+{
+    m_Errors.Set(szReason, sColumn ? sColumn : "nullptr");
+    m_ErrorText = m_Work.IsEmpty() ? Text_s{} : m_Worked;
+    m_nErrorLine = m_nWork;
+    m_iErrorColumn = sColumn ? std::max(FindColumn(sColumn), 0) : 0;
+    if (TextErrors_c::IsWanted())
+    {
+        PlaceError();
+        m_Errors.LogIfWanted();
+    }
+}
+
+/// Counts where the last error stands, if the text is still the one that it was found in.
+void Warehouse_c::PlaceError() const
+{
+    Text_s const Text = std::exchange(m_ErrorText, Text_s{});
+    if (Text.pText && Text == GetText())
+    {
+        WarehouseScan_t Scan = ScanFrom(m_nErrorLine);
+        Scan.SeekColumn(m_iErrorColumn);
+        m_Errors.Place(Text.pText, static_cast<std::size_t>(Scan.GetPos()));
+    }
+}
+
+TextError_t const & Warehouse_c::GetLastError() const
+{
+    PlaceError();
+    return m_Errors.GetLast();
 }

@@ -8,10 +8,13 @@
 // While the file is open in place, a refresh of it shows in the next search; the header stays as it was, and a walk of
 // NextIdent ends there.
 //
+// UTF-8's byte order mark at the start of a file is skipped; a file in UTF-16 is refused.
+//
 // Closed until Open succeeds; then open until the next Open or the destructor. On a closed warehouse every search
 // fails and every column is missing.
 #pragma once
 
+#include "zqcore/ctexterror.h"
 #include "zqcore/cwarehousescan.h"
 
 class File_c;
@@ -32,6 +35,10 @@ public:
     /// log, if no header is found.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO,
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
+
+    /// Why the last Open or Get failed, with the place of the cell in the file; also when a Get has cut a text. Searches
+    /// set no error. The place is unknown if a refresh has changed the text since the line was read.
+    ZQ_API TextError_t const & GetLastError() const;
 
     /// The key of the open file; false when there is none, which is always so with bCopy. Every text goes to a buffer
     /// of nMaxLength > 1 bytes, which is emptied first, and is cut to fit.
@@ -58,7 +65,8 @@ public:
     /// Length of the work line's cell, 0 for a null cell, -1 without a work line or such a column.
     ZQ_API int GetLength(char const * sColumn) const;
 
-    /// Whether a Get that fails logs the file, the column and the line.
+    /// Whether a Get that fails logs the file, the column and the line, which is the count of lines that NextIdent has
+    /// read and not always the line of the work line; GetLastError has that one.
     void LogColName(bool bLog) { m_bLogColName = bLog; }
 
     /// The work line's cell as a number, true if it is one and in the type's range; else the value stays. Numbers have
@@ -94,15 +102,20 @@ private:
     };
 
     void Close();
+    void TakeText(char const * pText, int nText);
     bool ReadHeader(char const * sClientHeader);
     Text_s GetText() const;
     WarehouseScan_t ScanFrom(int nPos) const;
+    void NoteWork(WarehouseScan_t const & Scan);
+    int FindColumn(char const * sColumn) const;
     bool FindCell(char const * sColumn, char const *& szCell) const;
     char const * NumberCell(char const * sColumn) const;
     template <typename T>
     bool GetInteger(char const * sColumn, T & value, long iMin, long iMax) const;
-    bool LogNotFound(char const * sColumn) const;
-    bool LogInvalid(char const * sColumn) const;
+    ZQ_COLD bool LogNotFound(char const * sColumn) const;
+    ZQ_COLD bool LogInvalid(char const * sColumn, char const * szReason) const;
+    void KeepError(char const * szReason, char const * sColumn) const;
+    void PlaceError() const;
 
     WarehouseLine_c m_Head;   // names the columns
     WarehouseLine_c m_Work;   // the work line
@@ -112,8 +125,16 @@ private:
     int m_nPos = 0;                   // where NextIdent goes on
     int m_nLine = 0;                  // lines that NextIdent has scanned
     Text_s m_Walked;                  // the text that m_nPos belongs to, unless it is 0
+    Text_s m_Worked;                  // the text that the work line was read from
+    int m_nWork = 0;                  // where it begins there
     char const * m_pData = nullptr;   // the text; set while the warehouse is open
     int m_nLength = 0;
     bool m_bCopy;
     bool m_bLogColName = false;
+
+    // The last error. Its place is counted when somebody asks for it, since a Get may fail as a matter of course.
+    mutable TextErrors_c m_Errors;
+    mutable Text_s m_ErrorText;     // the text of an error whose place is not counted yet
+    mutable int m_nErrorLine = 0;   // where its line begins
+    mutable int m_iErrorColumn = 0;
 };

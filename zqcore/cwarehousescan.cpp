@@ -40,6 +40,16 @@ namespace
         }
     };
 
+    /// Counts columns.
+    struct CountSink_t
+    {
+        static constexpr bool WANTS_TEXT = true;   // else it would miss some
+
+        int nColumns = 0;
+
+        void Add(char const *, int) { ++nColumns; }
+    };
+
     /// Compares a column of iLength bytes, which ends at its first NUL, with a text without regard to case.
     bool EqualsNoCase(char const * pColumn, int iLength, char const * szText)
     {
@@ -268,7 +278,7 @@ bool WarehouseScan_t::PassLines(TEST Test, WarehouseLine_c * pResult, int & nLin
         }
         if (First.bPassed)
         {
-            nPos = nStart;
+            nPos = m_nLineStart = nStart;
             Read(Classes, pResult);
             return true;
         }
@@ -285,6 +295,22 @@ void WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult)
     LineSink_t Sink{ *pResult };
     while (Step(Classes, Sink))
     {}
+}
+
+void WarehouseScan_t::SeekColumn(int iColumn)
+{
+    Classes_c const Classes(sSeparators);
+    CountSink_t Sink;
+    int nStart = nPos;
+    while (Step(Classes, Sink) && Sink.nColumns <= iColumn)
+    {
+        nStart = nPos;
+    }
+    nPos = nStart;
+    while (!bCsv && nPos < nLength && pLine[nPos] != '\n' && pLine[nPos] != '\0' && IsSeparator())
+    {
+        ++nPos;
+    }
 }
 
 /// Moves to the next line. The next line feed ends this one if no quote stands before it.

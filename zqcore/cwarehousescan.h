@@ -83,6 +83,12 @@ struct WarehouseScan_t
     /// Adds the lines passed and read to nLines.
     ZQ_API bool NextItem(WarehouseLine_c * pLine, int & nLines);
 
+    /// Where the line begins that FindLine or NextItem has read.
+    int GetLineStart() const { return m_nLineStart; }
+
+    /// Moves from the start of a line to its column of this index, or to the line's end if it has fewer.
+    ZQ_API void SeekColumn(int iColumn);
+
     int GetPos() const { return nPos; }
 
     /// The next byte; at the end of the data a line feed, which moves nothing.
@@ -118,6 +124,8 @@ private:
     int FindClass(Classes_c const & Classes, unsigned iClasses, int nFrom) const;
     int Behind(int nAt) const { return nAt < nLength ? nAt + 1 : nLength; }
     bool IsDoubled(int nQuote) const { return nQuote < nLength - 1 && pLine[nQuote + 1] == '"'; }
+
+    int m_nLineStart = 0;
 };
 
 /// The format that a file is read in: WAREHOUSE_FORMAT_AUTO goes by the end of the name, other values stand.

@@ -50,6 +50,7 @@
 #include "zqcore/csincos.h"
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/cstring.h"
+#include "zqcore/ctexterror.h"
 #include "zqcore/ctextparser.h"
 #include "zqcore/ctimer.h"
 #include "zqcore/ctokenize.h"

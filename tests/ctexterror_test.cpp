@@ -1,0 +1,422 @@
+#include "tests/media_fixture.h"
+#include "zqcore/cpropertylist.h"
+#include "zqcore/cscript.h"
+#include "zqcore/cspreadsheet.h"
+#include "zqcore/ctexterror.h"
+#include "zqcore/ctextparser.h"
+#include "zqcore/cwarehouse.h"
+
+#include <map>
+#include <regex>
+
+using namespace std::string_literals;
+
+namespace
+{
+    /// "file(line,column): reason".
+    std::string Told(TextError_t const & Error)
+    {
+        std::string const sPlace =
+            Error.iLine ? "(" + std::to_string(Error.iLine) + "," + std::to_string(Error.iColumn) + ")" : "";
+        return std::string(Error.sFile) + sPlace + (Error.IsSet() ? ": " : "") + std::string(Error.sReason);
+    }
+
+    /// The texts, joined; an empty one shows as (none).
+    class Joined_c
+    {
+    public:
+        void Add(std::string const & sText, char const * szBetween)
+        {
+            m_sAll += (m_sAll.empty() || m_sAll.back() == '\n' ? "" : szBetween) + (sText.empty() ? "(none)" : sText);
+        }
+        void EndLine() { m_sAll += '\n'; }
+        std::string const & Get() const { return m_sAll; }
+
+    private:
+        std::string m_sAll;
+    };
+
+    // Each reads all of "table.txt", or the text, and gives what it read, or the reason why it can't be opened.
+    std::string ReadSheet(std::string const &)
+    {
+        Spreadsheet_c Sheet;
+        Joined_c Cells;
+        bool bRow = Sheet.Open("table.txt");
+        for (; bRow && Sheet.GetRowCount() > 0; bRow = Sheet.MoveToNextRow(), Cells.EndLine())
+        {
+            for (bool bMore = Sheet.MoveToFirstColumn(); bMore; bMore = Sheet.MoveToNextColumn())
+            {
+                Cells.Add(Sheet.GetCell(), " | ");
+            }
+        }
+        return Sheet.IsOpen() ? Cells.Get() : Told(Sheet.GetLastError());
+    }
+
+    std::string ReadTable(WarehouseFormat_e eFormat)
+    {
+        Warehouse_c Table;
+        Joined_c Cells;
+        if (!Table.Open("table.txt", eFormat))
+        {
+            return Told(Table.GetLastError());
+        }
+        String_T<256> sIdent, sCell;
+        for (Table.StartIdent(); Table.NextIdent(sIdent); Cells.EndLine())
+        {
+            Cells.Add(std::string(sIdent), "");
+            for (char const * szColumn : { "name", "price", "unit" })
+            {
+                Table.Get(szColumn, sCell);
+                Cells.Add(std::string(sCell), " | ");
+            }
+        }
+        return Cells.Get();
+    }
+
+    std::string ReadTextTable(std::string const &)
+    {
+        return ReadTable(WAREHOUSE_FORMAT_TEXT);
+    }
+
+    std::string ReadCsvTable(std::string const &)
+    {
+        return ReadTable(WAREHOUSE_FORMAT_CSV);
+    }
+
+    std::string ReadProperties(std::string const &)
+    {
+        PropertyList_c List;
+        Joined_c Values;
+        if (!List.Open("table.txt"))
+        {
+            return Told(List.GetLastError());
+        }
+        String_T<256> sName, sValue;
+        for (List.StartProp(); List.NextProp(sName); Values.EndLine())
+        {
+            char const * szBetween = ": ";
+            Values.Add(std::string(sName), "");
+            for (List.StartVal(sName); List.NextVal(sValue); szBetween = ", ")
+            {
+                Values.Add(std::string(sValue), szBetween);
+            }
+        }
+        return Values.Get();
+    }
+
+    template <bool PUNCTUATION>
+    std::string ReadTokens(Script_c & Script)
+    {
+        Joined_c Tokens;
+        char szToken[Script_c::TOKEN_SIZE];
+        for (Script.GetToken(szToken, PUNCTUATION); *szToken; Script.GetToken(szToken, PUNCTUATION))
+        {
+            Tokens.Add("["s + szToken + "]", " ");
+        }
+        Tokens.EndLine();
+        return Tokens.Get();
+    }
+
+    template <bool PUNCTUATION>
+    std::string ReadScript(std::string const &)
+    {
+        Script_c Script;
+        bool const bOpen = Script.OpenFile("table.txt");
+        std::string const sTokens = ReadTokens<PUNCTUATION>(Script);
+        Script.CloseFile();
+        return bOpen ? sTokens : Told(Script.GetLastError());
+    }
+
+    std::string ReadMemory(std::string const & sText)
+    {
+        Script_c Script;
+        Script.OpenMemoryLocation(sText.data(), static_cast<int>(sText.size()));
+        std::string const sTokens = ReadTokens<false>(Script);
+        std::string const sReason(Script.GetLastError().sReason);
+        return sReason.empty() ? sTokens : "table.txt: " + sReason;
+    }
+
+    std::string ReadParser(std::string const & sText)
+    {
+        SimpleTextParser_c Parser;
+        Joined_c Words;
+        bool const bOpen = Parser.Open(sText.data(), static_cast<int>(sText.size()));
+        while (bOpen && Parser.ParseNext())
+        {
+            Words.Add(Parser.IsWord() ? Parser.GetWord() : "("s + Parser.GetSymbol() + ")", " ");
+        }
+        return bOpen ? Words.Get() : "table.txt" + Told(Parser.GetLastError());
+    }
+
+    class TextError : public MediaTest
+    {
+    protected:
+        ~TextError() override { SetTextErrorLog(false); }
+    };
+
+    /// The blocks of docs/formats.md by their names, with tabs for arrows.
+    std::map<std::string, std::string> BlocksOfPage()
+    {
+        std::ifstream Page(TEST_MEDIA_FOLDER "/../../docs/formats.md");
+        std::map<std::string, std::string> dBlocks;
+        std::string sName;
+        for (std::string sLine; std::getline(Page, sLine);)
+        {
+            if (sLine.starts_with("```"))
+            {
+                sName = sLine.substr(3);
+                continue;
+            }
+            for (std::size_t i; (i = sLine.find("→")) != std::string::npos;)
+            {
+                sLine.replace(i, std::strlen("→"), "\t");
+            }
+            dBlocks[sName] += sName.empty() ? "" : sLine + "\n";
+        }
+        return dBlocks;
+    }
+}
+
+TEST_F(TextError, TheExamplesOfTheDocsAreReadAsShown)
+{
+    std::map<std::string, std::string> dBlocks = BlocksOfPage();
+    for (auto const & [szExample, szResult, fnRead] :
+        Rows_t<char const *, char const *, std::string (*)(std::string const &)>{
+            { "spreadsheet", "spreadsheet-read", ReadSheet },
+            { "warehouse", "warehouse-read", ReadTextTable },
+            { "warehouse-csv", "warehouse-csv-read", ReadCsvTable },
+            { "propertylist", "propertylist-read", ReadProperties },
+            { "script", "script-words", ReadScript<false> },
+            { "script", "script-pieces", ReadScript<true> },
+        })
+    {
+        Serve("table.txt", dBlocks[szExample]);
+        EXPECT_EQ(fnRead(dBlocks[szExample]), dBlocks[szResult]) << szExample;
+        EXPECT_NE(dBlocks[szResult], "");
+    }
+}
+
+TEST_F(TextError, TheRefusedSheetsOfTheDocsHaveTheirPlaceAndReason)
+{
+    std::ifstream Page(TEST_MEDIA_FOLDER "/../../docs/formats.md");
+    std::regex const Row(R"(\| `(.*¶.*)` \| (?:none|(\d+), (\d+)) \| (.*) \|)");
+    int nRows = 0;
+    for (std::string sLine; std::getline(Page, sLine);)
+    {
+        if (std::smatch Parts; std::regex_match(sLine, Parts, Row))
+        {
+            std::string const sPlace = Parts[2].matched ? "(" + Parts[2].str() + "," + Parts[3].str() + ")" : "";
+            std::string sText = std::regex_replace(Parts[1].str(), std::regex("¶"), "\n");
+            Serve("table.txt", std::regex_replace(sText, std::regex("→"), "\t"));
+            EXPECT_EQ(ReadSheet(""), "table.txt" + sPlace + ": " + Parts[4].str());
+            ++nRows;
+        }
+    }
+    EXPECT_EQ(nRows, 5);
+}
+
+TEST_F(TextError, AByteOrderMarkIsSkippedOrRefused)
+{
+    std::string const sRefused = "table.txt: the text is UTF-16; only UTF-8 is read";
+    for (auto const & [sText, sRead, fnRead] : Rows_t<std::string, std::string, std::string (*)(std::string const &)>{
+             { "a,b\nc,d\n", "c | d\n", ReadSheet },
+             { "@head name\na b\n", "a | b | (none) | (none)\n", ReadTextTable },
+             { "@head,name\na,b\n", "a | b | (none) | (none)\n", ReadCsvTable },
+             { "a b\n", "a: b\n", ReadProperties },
+             { "a b\n", "[a] [b]\n", ReadScript<false> },
+             { "a b\n", "[a] [b]\n", ReadMemory },
+             { "a b\n", "a b", ReadParser },
+         })
+    {
+        SCOPED_TRACE(sRead);
+        for (auto const & [sMark, sExpected] : Rows_t<std::string, std::string>{
+                 { "", sRead }, { "\xEF\xBB\xBF", sRead }, { "\xFF\xFE", sRefused }, { "\xFE\xFF", sRefused } })
+        {
+            Serve("table.txt", sMark + sText);
+            EXPECT_EQ(fnRead(sMark + sText), sExpected);
+            EXPECT_EQ(FileStream("table.txt")->GetOpensCount(), 0);
+        }
+        for (std::string const & sMark : { "\xEF\xBB\xBF"s, "\xFF\xFE"s, "\xEF\xBB"s, "\xFF"s })
+        {
+            Serve("table.txt", sMark);   // and nothing else
+            fnRead(sMark);
+        }
+    }
+    Log.Clear();
+    Serve("table.txt", "\xFF\xFE@");
+    Warehouse_c Table(true);
+    EXPECT_FALSE(Table.Open("table.txt", WAREHOUSE_FORMAT_TEXT, "name"));
+    EXPECT_EQ(Log.GetText(), "Warehouse_c::Open: File \"table.txt\": no header line found\n");
+    SimpleTextParser_c Parser;
+    EXPECT_TRUE(Parser.Open("\xEF\xBB\xBFword", 7) && Parser.ParseNext() && Parser.IsWord());
+}
+
+TEST_F(TextError, ARefusedSheetAndALostCellHaveTheirPlaceAndReason)
+{
+    std::string const sWord(600, 'x'), sQuoted(30'000, 'x');
+    std::string const sLast = "the last row has no end; a row ends with the row separator";
+    std::string const sOpen = "the quote of this cell is never closed";
+    std::string const sBehind = "only a separator may follow the closing quote of a cell";
+    for (auto const & [bOpens, sText, sTold] : Rows_t<bool, std::string, std::string>{
+             { true, "a,b\n1,2\n", "" },
+             { false, "a,b\n1,2", "(2,4): " + sLast },
+             { false, "\xEF\xBB\xBF\xC3\xA4,b\r\n\xE2\x82\xAC,2", "(2,4): " + sLast },
+             { false, "a,b\n1,\"x\"", "(2,6): " + sLast },
+             { false, "a,b\n\"x", "(2,1): " + sOpen },
+             { false, "a,b\n1,\"x\n\n", "(2,3): " + sOpen },
+             { false, "a,b\n1,\"x\"\"", "(2,3): " + sOpen },
+             { false, "a,b\n\"x\ny\" ,2\n", "(3,3): " + sBehind },
+             { false, "a,b\n\"x\"\"y\"\t\"z\",2\n", "(2,8): " + sBehind },
+             { false, "a,b\n\n1,2\t3\n", "(3,5): a control character splits this cell" },
+             { false, "\n\n", ": the file holds no row" },
+             { true, "a,\"b\" ,c\n1,2\n", "(1,6): " + sBehind },
+             { true, "a,b\n1," + sWord + "\n2,3\n", "(2,3): a word of more than 511 characters is cut" },
+             { true, "a,b\n\"" + sQuoted + "\",1\n", "(2,1): a text in quotes of more than 24575 characters is cut" },
+         })
+    {
+        Spreadsheet_c Sheet;
+        Serve("table.txt", sText);
+        EXPECT_EQ(Sheet.Open("table.txt"), bOpens) << sText;
+        EXPECT_EQ(Told(Sheet.GetLastError()), "table.txt" + sTold) << sText;
+    }
+}
+
+TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
+{
+    std::string const sCsv =
+        "\xEF\xBB\xBF# n\n@head;n;t;u\r\n\na;\"1\n2\";x;7\nb; \xC3\xA4\xC3\xA4 ; \"\"\"y\n\" ;zz\nc\n";
+    std::string const sText = "@head n t u\n\na  1 x\t7\nb \"q\" \"y\n z zz\nc\n";
+    using Get_t = bool (*)(Warehouse_c const &);
+    constexpr Get_t N = [](Warehouse_c const & Table)
+    {
+        int i;
+        return Table.Get("n", i);
+    };
+    constexpr Get_t U = [](Warehouse_c const & Table)
+    {
+        double f;
+        return Table.Get("u", f);
+    };
+    constexpr Get_t UNSIGNED = [](Warehouse_c const & Table)
+    {
+        unsigned char i;
+        return Table.Get("@head", i);
+    };
+    constexpr Get_t PAIR = [](Warehouse_c const & Table)
+    {
+        int i;
+        return Table.Get("T", i, i);
+    };
+    constexpr Get_t CUT = [](Warehouse_c const & Table)
+    {
+        char sz[2];
+        return !Table.Get("u", sz, 2);
+    };
+    constexpr Get_t NONE = [](Warehouse_c const & Table)
+    {
+        int i;
+        return Table.Get("none\n1", i);
+    };
+    for (auto const & [bCsv, szIdent, fnGet, sTold] : Rows_t<bool, char const *, Get_t, std::string>{
+             { true, "a", N, "(4,3): there is no whole number in column \"n\"" },
+             { true, "a", PAIR, "(5,4): there is no pair of numbers in column \"T\"" },
+             { true, "b", N, "(6,4): there is no whole number in column \"n\"" },
+             { true, "b", CUT, "(7,4): the text is cut in column \"u\"" },
+             { true, "b", NONE, "(6,1): there is no column \"none?1\"" },
+             { true, "c", N, "(8,2): there is no value in column \"n\"" },
+             { false, "a", U, "" },
+             { false, "b", N, "(4,3): there is no whole number in column \"n\"" },
+             { false, "b", PAIR, "(4,7): there is no pair of numbers in column \"T\"" },
+             { false, "b", U, "(5,2): there is no number in column \"u\"" },
+             { false, "c", UNSIGNED, "(6,1): there is no whole number in column \"@head\"" },
+             { false, "x", N, ": without a work line there is no column \"n\"" },
+         })
+    {
+        SCOPED_TRACE(sTold);
+        Warehouse_c Table(!bCsv);
+        Serve("table.txt", bCsv ? sCsv : sText);
+        ASSERT_TRUE(Table.Open("table.txt", bCsv ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT));
+        Table.FindIdent(szIdent);
+        EXPECT_EQ(fnGet(Table), sTold.empty());
+        Table.StartIdent();   // the error keeps its place
+        EXPECT_EQ(Told(Table.GetLastError()), "table.txt" + sTold);
+    }
+}
+
+TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
+{
+    for (auto const & [fnRead, sTold] :
+        Rows_t<std::function<void(Script_c &)>, std::string>{
+            { [](Script_c & S) { S.SkipToken("size"), S.GetInt("weight"); }, "" },
+            { [](Script_c & S) { S.SkipToken("weight"); }, "(2,3): this is not the expected token \"weight\"" },
+            { [](Script_c & S) { S.GetFloat("none"); }, "(2,3): this is not the expected label \"none\"" },
+            { [](Script_c & S) { S.SkipToken("size"), S.GetInt("Weight"); },
+                "(4,1): this is not the expected label \"Weight\"" },
+            { [](Script_c & S) { S.GetFloat(); }, "(2,3): this is no number \"size\"" },
+            { [](Script_c & S)
+                {
+                    char sz[9];
+                    S.GetString(sz, 8, '\'');
+                },
+                "(2,3): this is no quote" },
+            { [](Script_c & S)
+                {
+                    char sz[9];
+                    S.SetPosition(23), S.GetString(sz, 8, '"');
+                },
+                "(4,10): no quote ends this text" },
+            { [](Script_c & S)
+                {
+                    S.RewindAfterToken("12", true, false), S.SkipToken("x");
+                    S.GetInt("y"), S.GetInt("z");
+                },
+                "(5,1): this is not the expected label \"z\"" },
+        })
+    {
+        Script_c Script;
+        Serve("table.txt", "\n  size // s\n\nweight 12\"b\n");
+        ASSERT_TRUE(Script.OpenFile("Table.txt"));
+        fnRead(Script);
+        EXPECT_EQ(Told(Script.GetLastError()), "Table.txt" + sTold);
+        Script.CloseFile();
+    }
+    Script_c Script;
+    EXPECT_FALSE(Script.OpenFile("none.txt"));
+    EXPECT_EQ(Told(Script.GetLastError()), "none.txt: there is no such file, or it can't be read");
+}
+
+TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
+{
+    char const * const szName = "x\n9.9\t0\tforged.txt";
+    auto const Fail = [&]
+    {
+        Log.Clear();
+        Warehouse_c Table;
+        Table.LogColName(true);
+        int iValue;
+        EXPECT_TRUE(Table.Open(szName));
+        EXPECT_FALSE(Table.FindIdent("b") && Table.Get("n\n", iValue));
+        EXPECT_FALSE(Table.Open("none.txt"));
+        Spreadsheet_c Sheet;
+        EXPECT_FALSE(Sheet.Open(szName) || Sheet.Open("none\n.txt") || Sheet.MoveToColumn("\x1B[7m\x7F"));
+        return Log.GetText();
+    };
+    Serve(szName, "@head\na 1\nb 2");
+    std::string const sStated =
+        "x?9.9?0?forged.txt: Not found column 'n?'\n%sSpreadsheet_c::Parse : row parsing failed.\n%s"
+        "Spreadsheet_c::Open ( \"none?.txt\" ) : can't open file.\n%s"
+        "Spreadsheet_c::MoveToColumn( \"?[7m?\" ) : wasn't opened.\n";
+    EXPECT_EQ(Fail(), Va(sStated.c_str(), "", "", ""));
+    SetTextErrorLog(true);
+    EXPECT_EQ(Fail(), Va(sStated.c_str(),
+                          "x?9.9?0?forged.txt(3,1): there is no column \"n?\"\n"
+                          "none.txt: there is no such file, or it can't be read\n",
+                          "x?9.9?0?forged.txt(3,4): the last row has no end; a row ends with the row separator\n",
+                          "none?.txt: there is no such file, or it can't be read\n"));
+    Log.Clear();
+    SimpleTextParser_c Parser;
+    std::string const sText = "a\n " + std::string(130, '1');
+    EXPECT_TRUE(Parser.Open(sText.data(), 133) && Parser.ParseNext() && Parser.ParseNext());
+    EXPECT_EQ(Log.GetText(), "SimpleTextParser_c::ParseNumber : number buffer overflow.\n"
+                             "text(2,2): a number of more than 127 characters is cut\n");
+}

@@ -1,0 +1,133 @@
+#include "zqcore/ctexterror.h"
+
+#include "zqcore/ctexterror_internal.h"
+
+#include <atomic>
+#include <cstring>
+#include <string_view>
+
+namespace
+{
+    constinit std::atomic<bool> g_bTextErrorLog = false;
+
+    void ReplaceControls(char * szText)
+    {
+        constexpr char DEL = 0x7F;
+        for (; *szText; ++szText)
+        {
+            *szText = static_cast<unsigned char>(*szText) < ' ' || *szText == DEL ? '?' : *szText;
+        }
+    }
+}
+
+void SetTextErrorLog(bool bEnable)
+{
+    g_bTextErrorLog.store(bEnable, std::memory_order_relaxed);
+}
+
+bool TextErrors_c::IsWanted()
+{
+    return g_bTextErrorLog.load(std::memory_order_relaxed);
+}
+
+String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText)
+{
+    String_T<LOG_LINE_LENGTH + 1> sLine;
+    sLine = szText;
+    ReplaceControls(sLine.GetBuffer());
+    return sLine;
+}
+
+void TextErrors_c::Begin(char const * szFile)
+{
+    m_Last.sFile = szFile;
+    ReplaceControls(m_Last.sFile.GetBuffer());
+    Clear();
+}
+
+void TextErrors_c::Clear()
+{
+    Set("");
+    Recount();
+}
+
+void TextErrors_c::Set(char const * szReason, char const * szAbout)
+{
+    m_Last.iLine = m_Last.iColumn = 0;
+    m_Last.sReason = szReason;
+    if (szAbout)
+    {
+        m_Last.sReason += " \"";
+        m_Last.sReason += szAbout;
+        m_Last.sReason += "\"";
+        ReplaceControls(m_Last.sReason.GetBuffer());
+    }
+}
+
+bool TextErrors_c::Fail(char const * szReason, char const * szAbout)
+{
+    Set(szReason, szAbout);
+    LogIfWanted();
+    return false;
+}
+
+void TextErrors_c::Place(char const * pText, std::size_t nAt)
+{
+    if (pText != m_pCounted || nAt < m_nCounted)
+    {
+        m_pCounted = pText;
+        m_nCounted = 0;
+        m_iLine = m_iColumn = 1;
+    }
+    char const * p = pText + m_nCounted;
+    char const * const pEnd = pText + nAt;
+    while (p < pEnd)
+    {
+        void const * const pFeed = std::memchr(p, '\n', static_cast<std::size_t>(pEnd - p));
+        if (!pFeed)
+        {
+            break;
+        }
+        p = static_cast<char const *>(pFeed) + 1;
+        ++m_iLine;
+        m_iColumn = 1;
+    }
+    for (; p < pEnd; ++p)
+    {
+        constexpr unsigned REST_MASK = 0xC0, REST = 0x80;   // the bytes of a character of UTF-8 behind its first one
+        m_iColumn += (static_cast<unsigned char>(*p) & REST_MASK) != REST;
+    }
+    m_nCounted = nAt;
+    m_Last.iLine = m_iLine;
+    m_Last.iColumn = m_iColumn;
+}
+
+void TextErrors_c::LogIfWanted() const
+{
+    if (!IsWanted())
+    {
+        return;
+    }
+    char const * const szFile = m_Last.sFile.IsEmpty() ? "text" : static_cast<char const *>(m_Last.sFile);
+    char const * const szReason = m_Last.sReason;
+    m_Last.iLine > 0 ? Log("%s(%d,%d): %s", szFile, m_Last.iLine, m_Last.iColumn, szReason)
+                     : Log("%s: %s", szFile, szReason);
+}
+
+void TextErrors_c::SetAt(char const * szReason, char const * szAbout, char const * pText, std::size_t nAt)
+{
+    Set(szReason, szAbout);
+    Place(pText, nAt);
+    LogIfWanted();
+}
+
+char const * TextSkipLongMark(char const *& pBegin, char const * pEnd)
+{
+    std::string_view const sText(pBegin, static_cast<std::size_t>(pEnd - pBegin));
+    if (sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF"))
+    {
+        return "the text is UTF-16; only UTF-8 is read";
+    }
+    pBegin += sText.starts_with("\xEF\xBB\xBF") ? 3 : 0;
+    return nullptr;
+}
