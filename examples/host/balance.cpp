@@ -21,8 +21,8 @@ namespace
         }
         else
         {
-            Log("balance: level \"%s\" has no factor from 0 to %.0f for %s", static_cast<char const *>(Balance.sLevel),
-                static_cast<double>(MAX_FACTOR), Column.szName);
+            Log("balance: level \"%s\" has no factor from 0 to %.0f for %s",
+                static_cast<char const *>(TextForLog(Balance.sLevel)), static_cast<double>(MAX_FACTOR), Column.szName);
         }
     }
 
@@ -43,7 +43,7 @@ Balance_s BalanceRead(char const * szFile, char const * szLevel)
     }
     if (!Sheet.FindFirstCell("level", szLevel))
     {
-        Log("balance: %s has no level \"%s\"", szFile, szLevel);
+        Log("balance: %s has no level \"%s\"", szFile, static_cast<char const *>(TextForLog(szLevel)));
         return Balance;
     }
     for (BalanceColumn_s const & Column : BALANCE_COLUMNS)

@@ -177,7 +177,7 @@ namespace
             if (!TableOfBay.fnReadRow(Bay, Table))
             {
                 Log("%s: row \"%s\" makes no sense and is left out", TableOfBay.szFile,
-                    static_cast<char const *>(sIdent));
+                    static_cast<char const *>(TextForLog(sIdent)));
             }
         }
         return true;

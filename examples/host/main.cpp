@@ -22,6 +22,7 @@
 #include "zqcore/clogf.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/cserializer.h"
+#include "zqcore/ctexterror.h"
 #include "zqcore/ctimer.h"
 
 #include <cstdio>
@@ -53,7 +54,8 @@ namespace
         DumpSystemInfo();
         Log("%s", GetBuildVersionString());
         ListenersAdd();
-        SetAchtungs(false);   // media of all kinds come along: complaints are counted and reported at the end
+        SetTextErrorLog(true);   // who writes tables is told the line
+        SetAchtungs(false);      // media of all kinds come along: complaints are counted and reported at the end
     }
 
     void PrintHead(Options_s const & Options, std::string const & sMedia)

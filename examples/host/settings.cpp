@@ -64,7 +64,7 @@ namespace
         else if (!ReadNumber(sValue, Setting.iLeast, Setting.iMost, Settings.*Setting.pNumber))
         {
             Log("%s: %s takes a number from %i to %i, not \"%s\"", LIST, Setting.szName, Setting.iLeast, Setting.iMost,
-                static_cast<char const *>(sValue));
+                static_cast<char const *>(TextForLog(sValue)));
         }
     }
 }
@@ -109,7 +109,7 @@ void ModuleSettings_c::Take(char const * szName, Text_t const & sValue)
     }
     else
     {
-        Log("%s: there is no setting \"%s\"", LIST, szName);
+        Log("%s: there is no setting \"%s\"", LIST, static_cast<char const *>(TextForLog(szName)));
     }
 }
 
