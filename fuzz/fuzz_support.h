@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 /// The file "fuzz.txt", which serves bytes in a block of exactly their size. Lives until the end of the process.
 class FuzzFile_c : public File_c
@@ -43,6 +44,17 @@ private:
         g_sFileObjects.Add(this, &sName);
     }
 };
+
+/// Whether the readers refuse a text as UTF-16; skips the byte order mark of UTF-8.
+inline bool IsRefused(std::string_view & sText)
+{
+    if (sText.starts_with("\xEF\xBB\xBF"))
+    {
+        sText.remove_prefix(3);
+        return false;
+    }
+    return sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF");
+}
 
 inline void Require(bool bAgreed)
 {

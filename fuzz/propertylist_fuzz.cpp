@@ -35,9 +35,18 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::string & sText = FuzzFile_c::Get().sText;
     sText.assign(pData + 1, pData + nSize);
 
+    PropertyList_c List;
+    std::string_view sRead(sText);
+    bool const bOpens = !IsRefused(sRead);
+    Require(List.Open("fuzz.txt", eFormat) == bOpens);
+    if (!bOpens)
+    {
+        return 0;
+    }
+
     Texts_t dNames;
     std::map<std::string, Texts_t> Values;   // of each name, be it without any
-    WarehouseScan_t Scan(sText.data(), static_cast<int>(sText.size()), 0, eFormat);
+    WarehouseScan_t Scan(sRead.data(), static_cast<int>(sRead.size()), 0, eFormat);
     WarehouseLine_c Line;
     while (Scan.GetLine(&Line))
     {
@@ -56,8 +65,6 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         }
     }
 
-    PropertyList_c List;
-    Require(List.Open("fuzz.txt", eFormat));
     auto const NextProp = [&](char * p, int n) { return List.NextProp(p, n); };
     auto const NextVal = [&](char * p, int n) { return List.NextVal(p, n); };
     Require(Collect(List.StartProp(), NextProp) == dNames && Collect(List.StartProp(), NextProp) == dNames);

@@ -107,7 +107,13 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     dText.reserve(1);   // a block of exactly its size, if it has any
 
     Reader_s File, Memory;
-    Require(File.Script.OpenFile("fuzz.txt"));
+    std::string_view sRead(FuzzFile_c::Get().sText);
+    bool const bOpens = !IsRefused(sRead);
+    Require(File.Script.OpenFile("fuzz.txt") == bOpens);
+    if (!bOpens)
+    {
+        return 0;
+    }
     Memory.Script.OpenMemoryLocation(dText.data(), static_cast<int>(dText.size()));
     for (unsigned char const * p = pData + 1; p < pData + 1 + 2 * nSteps; p += 2)
     {

@@ -75,6 +75,15 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     sText.assign(pData + 2, pData + nSize);
     Spreadsheet_c Sheet;
     bool const bOpen = Sheet.Open("fuzz.txt", pData[0] == pData[1] ? nullptr : &Fmt);
+    TextError_t const & Error = Sheet.GetLastError();
+    Require(
+        (bOpen || Error.IsSet()) && Error.iLine <= static_cast<int>(nSize) && Error.iColumn <= static_cast<int>(nSize));
+    std::string_view sRead(sText);
+    if (IsRefused(sRead))
+    {
+        Require(!bOpen);
+        return 0;
+    }
 
     SimpleTextParser_c Parser;
     Parser.SetCharacterRule(0x20, -1, PARSING_RULE_WORD_FIRST);

@@ -91,7 +91,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         return 0;
     }
     std::vector<char> const dText(pData + 1 + 3 * nRules, pData + nSize);   // a block of exactly its size
-    std::string const sText(dText.begin(), dText.end());
+    std::string_view sRead(dText.data(), dText.size());
+    bool const bOpens = !IsRefused(sRead);
+    std::string const sText(sRead);
     SimpleTextParser_c Parser;
     PlainParser_s Plain{ sText };
     for (auto const & [szRange, iRule] :
@@ -108,7 +110,11 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
             static_cast<char>(p[0]), static_cast<char>(p[1]), static_cast<CharacterParsingRule_e>(iRule));
         Plain.SetRule(p[0], p[1], iRule);
     }
-    Require(Parser.Open(dText.data(), static_cast<int>(dText.size())));
+    Require(Parser.Open(dText.data(), static_cast<int>(dText.size())) == bOpens);
+    if (!bOpens)
+    {
+        return 0;
+    }
     Compare(Parser, Plain);
     Parser.Close();
     Require(Parser.Open(dText.data(), dText.data() + dText.size()));
