@@ -13,6 +13,8 @@ namespace plat
     {
         void * (*fnNew)(std::size_t nBytes, ALIGNMENT... iAlignment) = nullptr;   // throws std::bad_alloc
         void (*fnDelete)(void * p, ALIGNMENT... iAlignment) = nullptr;
+        bool bOneModule = true;    // both belong to one module
+        bool bOwnDelete = false;   // fnDelete is the library's
     };
 
     struct Operators_t

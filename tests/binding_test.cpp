@@ -25,9 +25,10 @@ namespace
 
 TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
 {
-    for (Way_s const & Way : { Way_s{ "binding_direct", plat::ADDRESS_CHECKER },
-             Way_s{ "binding_through_engine", true }, Way_s{ "binding_plugin " BINDING_ENGINE, true },
-             Way_s{ "binding_checked", true }, Way_s{ "binding_plugin " BINDING_ENGINE " deep", true } })
+    for (Way_s const & Way :
+        { Way_s{ "binding_direct", plat::ADDRESS_CHECKER }, Way_s{ "binding_through_engine", true },
+            Way_s{ "binding_static_runtime", true }, Way_s{ "binding_plugin " BINDING_ENGINE, true },
+            Way_s{ "binding_checked", true }, Way_s{ "binding_plugin " BINDING_ENGINE " deep", true } })
     {
         if (plat::ADDRESS_CHECKER && std::string(Way.szCommand).ends_with("deep"))
         {

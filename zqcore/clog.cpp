@@ -17,6 +17,7 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <utility>
@@ -266,23 +267,20 @@ void LogCloseInCrash()
 
 void LogWriteLate(char const * szText)
 {
-    bool const bClosed = !g_pMessageLogFile;
-    if (bClosed && g_bOpened)
-    {
-        g_pMessageLogFile = OpenMessageLog([](char const * szPath) { return plat::StreamOpen(szPath, "ab"); });
-    }
+    std::FILE * const pOwn = g_bOpened && !g_pMessageLogFile
+                                 ? OpenMessageLog([](char const * szPath) { return plat::StreamOpen(szPath, "ab"); })
+                                 : nullptr;
+    std::FILE * const pFile = pOwn ? pOwn : g_pMessageLogFile;
     std::size_t nLine;
-    for (; *szText; szText += nLine + (szText[nLine] == '\n'))
+    for (; pFile && *szText; szText += nLine + (szText[nLine] == '\n'))
     {
-        char szLine[LINE_SIZE];
         nLine = std::strcspn(szText, "\n");
-        std::snprintf(szLine, sizeof szLine, "%.*s", static_cast<int>(nLine), szText);
-        WriteToMessageLog(szLine);
+        Line_c Line;
+        WriteStamped(pFile, Line, StrCopy(Line.Text(), szText, std::min(nLine + 1, LINE_SIZE)));
     }
-    if (bClosed && g_pMessageLogFile)
+    if (pOwn)
     {
-        std::fclose(g_pMessageLogFile);
-        g_pMessageLogFile = nullptr;
+        std::fclose(pOwn);
     }
 }
 

@@ -21,24 +21,38 @@ namespace
         return plat::HeapFindBlock(p, Block);
     }
 
-    // Keeps the pair if it is a foreign one.
-    template <typename PAIR, typename... ALIGNMENT>
-    bool TryPair(PAIR const & Bound, PAIR & Foreign, ALIGNMENT... iAlignment)
+    // Keeps the pair if a part of it is foreign. The part that is not is replaced by the next module's: a program may
+    // hold some operators of a runtime of its own, but not their counterparts.
+    template <typename... ALIGNMENT>
+    bool TryPair(plat::OperatorPair_T<ALIGNMENT...> plat::Operators_t::*pPair, plat::Operators_t & Foreign,
+        plat::Operators_t const & Bound, ALIGNMENT... iAlignment)
     {
-        if (!Bound.fnNew || !Bound.fnDelete)
+        plat::OperatorPair_T<ALIGNMENT...> Pair = Bound.*pPair;
+        if (!Pair.fnNew || !Pair.fnDelete)
         {
             return false;
         }
-        void * const p = Bound.fnNew(PROBE_BYTES, iAlignment...);
-        bool const bForeign = !IsOwnBlock(p);
+        void * const p = Pair.fnNew(PROBE_BYTES, iAlignment...);
+        bool const bOwnNew = IsOwnBlock(p);
+        bool const bOwnDelete = Pair.bOneModule ? bOwnNew : Pair.bOwnDelete;
+        if (bOwnNew != bOwnDelete)
+        {
+            plat::OperatorPair_T<ALIGNMENT...> const Next = plat::OperatorsAfterOwn().*pPair;
+            Pair.fnNew = bOwnNew ? Next.fnNew : Pair.fnNew;
+            Pair.fnDelete = bOwnDelete ? Next.fnDelete : Pair.fnDelete;
+        }
+        bool const bForeign = (!bOwnNew || !bOwnDelete) && Pair.fnNew && Pair.fnDelete;
         if (bForeign)
         {
-            Bound.fnDelete(p, iAlignment...);
-            Foreign = Bound;
+            Foreign.*pPair = Pair;
         }
-        else
+        if (bOwnNew)
         {
             aligned_free_dbg(p);
+        }
+        else if (Pair.fnDelete)
+        {
+            Pair.fnDelete(p, iAlignment...);
         }
         return bForeign;
     }
@@ -68,10 +82,10 @@ void MemoryBindOperators()
     constexpr std::align_val_t ALIGNMENT{ 64 };
     plat::Operators_t const Bound = plat::OperatorsBound();
     plat::Operators_t Found;
-    bool bForeign = TryPair(Bound.Plain, Found.Plain);
-    bForeign |= TryPair(Bound.Array, Found.Array);
-    bForeign |= TryPair(Bound.Aligned, Found.Aligned, ALIGNMENT);
-    bForeign |= TryPair(Bound.AlignedArray, Found.AlignedArray, ALIGNMENT);
+    bool bForeign = TryPair(&plat::Operators_t::Plain, Found, Bound);
+    bForeign |= TryPair(&plat::Operators_t::Array, Found, Bound);
+    bForeign |= TryPair(&plat::Operators_t::Aligned, Found, Bound, ALIGNMENT);
+    bForeign |= TryPair(&plat::Operators_t::AlignedArray, Found, Bound, ALIGNMENT);
     if (!bForeign && IsRuntimeForeign())
     {
         bForeign = true;

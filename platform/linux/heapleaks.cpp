@@ -23,9 +23,9 @@ namespace plat
         class LiveBlocks_c
         {
         public:
-            LiveBlocks_c()
+            explicit LiveBlocks_c(std::size_t nBlocks)
+                : m_nBlocks(nBlocks)
             {
-                HeapWalk([](HeapBlock_t const &, void * pCount) { ++*static_cast<std::size_t *>(pCount); }, &m_nBlocks);
                 m_dBlocks = static_cast<Block_s *>(std::calloc(m_nBlocks + 1, sizeof(Block_s)));
                 m_dToScan = static_cast<Block_s **>(std::calloc(m_nBlocks + 1, sizeof(Block_s *)));
                 if (!m_dBlocks || !m_dToScan)
@@ -131,7 +131,7 @@ namespace plat
 
             Block_s * m_dBlocks = nullptr;
             Block_s ** m_dToScan = nullptr;
-            std::size_t m_nBlocks = 0;
+            std::size_t m_nBlocks;
             std::size_t m_nToScan = 0;
         };
 
@@ -175,12 +175,18 @@ namespace plat
             }
             int const nOthers = ProcessOtherThreads();
             LockScope_c const Scope(g_HeapLock);
+            std::size_t nLive = 0;
+            HeapWalk([](HeapBlock_t const &, void * pCount) { ++*static_cast<std::size_t *>(pCount); }, &nLive);
+            if (nLive == 0)
+            {
+                return;
+            }
             if (nOthers != 0)
             {
                 HeapReport("Blocks that still live are not listed: %i other threads are running.\n", nOthers);
                 return;
             }
-            LiveBlocks_c const Live;
+            LiveBlocks_c const Live(nLive);
             Leaks_s Leaks = { .pLive = &Live };
             HeapWalk(ReportLeak, &Leaks);
             if (Leaks.nBlocks != 0)

@@ -13,11 +13,24 @@ namespace plat
     #define SIZE_LETTER "j"
 #endif
 
-        template <typename PAIR>
-        void Find(PAIR & Pair, void * hScope, char const * szNew, char const * szDelete)
+        // Where the module of a function is mapped; reads no table of symbols.
+        void const * ModuleOf(void * pFunction)
         {
-            Pair.fnNew = reinterpret_cast<decltype(Pair.fnNew)>(::dlsym(hScope, szNew));
-            Pair.fnDelete = reinterpret_cast<decltype(Pair.fnDelete)>(::dlsym(hScope, szDelete));
+            dl_find_object Module = {};
+            ::_dl_find_object(pFunction, &Module);
+            return Module.dlfo_map_start;
+        }
+
+        template <typename... ALIGNMENT>
+        void Find(OperatorPair_T<ALIGNMENT...> & Pair, void * hScope, char const * szNew, char const * szDelete)
+        {
+            constexpr void (*OWN_DELETE)(void *) noexcept = &::operator delete;
+            void * const pNew = ::dlsym(hScope, szNew);
+            void * const pDelete = ::dlsym(hScope, szDelete);
+            Pair.fnNew = reinterpret_cast<decltype(Pair.fnNew)>(pNew);
+            Pair.fnDelete = reinterpret_cast<decltype(Pair.fnDelete)>(pDelete);
+            Pair.bOneModule = ModuleOf(pNew) == ModuleOf(pDelete);
+            Pair.bOwnDelete = ModuleOf(pDelete) == ModuleOf(reinterpret_cast<void *>(OWN_DELETE));
         }
 
         Operators_t OperatorsOf(void * hScope)

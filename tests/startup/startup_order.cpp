@@ -132,11 +132,12 @@ namespace
         std::thread(
             []
             {
+                std::unique_ptr<int> const pHeld(ZQ_NEW int);
                 s_Started.arrive_and_wait();
                 for (;;)
                 {
                     MemCategoryScope_c const Scope(mem::AI);
-                    std::unique_ptr<int[]> const pBlock(ZQ_NEW int[100]);
+                    std::unique_ptr<int> const pBlock(ZQ_NEW int);
                 }
             })
             .detach();
