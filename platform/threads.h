@@ -23,6 +23,9 @@ namespace plat
         /// Enters a lock that is free or the caller's own; false if another thread holds it.
         bool TryEnter();
 
+        /// Whether nobody holds the lock at the moment.
+        bool IsFree() const { return m_nState.load(std::memory_order_relaxed) == 0; }
+
         /// Ends one Enter of the calling thread. The last one frees the lock.
         ZQ_API void Leave();
 
@@ -105,6 +108,9 @@ namespace plat
         /// Waits for the end. Does nothing if no thread was started.
         void Join();
 
+        /// Forgets the thread. For the child of a fork, where it does not exist.
+        void Forget() { m_hThread = 0; }
+
         bool IsStarted() const { return m_hThread != 0; }
 
     private:
@@ -112,5 +118,11 @@ namespace plat
     };
 
     /// Puts the calling thread into the class that runs only when nothing else wants the processor; false if refused.
+    /// One thread of the process at a time. A thread that sleeps for a Lock_c that this one holds, or joins it, lifts it
+    /// to the normal class. It stays there until it calls this again.
     bool ThreadSetIdleClass();
+
+    /// Whether the system lets the thread that called ThreadSetIdleClass be lifted. Many grant that to privileged users
+    /// only. True without such a thread.
+    bool ThreadCanBeLifted();
 }

@@ -4,6 +4,8 @@
 
 #include <ctime>
 #include <pthread.h>
+#include <sched.h>
+#include <unistd.h>
 
 class FileAsyncTest : public MediaTest
 {
@@ -22,6 +24,23 @@ protected:
             s_bDone = true;
             return false;
         }
+    };
+
+    // A file whose read lasts until somebody waits for it: the classes of the reading thread before and after.
+    struct AwaitedFile_s : FileOnDisk_c
+    {
+        bool Open(void *) override
+        {
+            int const iBefore = sched_getscheduler(0);
+            ++s_nEntered;
+            for (int i = 0; i < 300 && sched_getscheduler(0) == SCHED_IDLE; ++i)
+            {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+            dClasses.emplace_back(iBefore, sched_getscheduler(0));
+            return false;
+        }
+        std::vector<std::pair<int, int>> dClasses;
     };
 
     // A file of a type that stays.
@@ -53,7 +72,13 @@ protected:
     static void Await(File_c * pFile, void * pBuffer)
     {
         void * const hRequest = FileAsyncOpen(pFile, pBuffer);
-        while (!FileAsyncIsLoaded(hRequest))
+        Until([hRequest] { return FileAsyncIsLoaded(hRequest); });
+    }
+
+    template <typename CALL>
+    static void Until(CALL const & Call)
+    {
+        while (!Call())
         {
             std::this_thread::yield();
         }
@@ -144,10 +169,23 @@ TEST_F(FileAsyncTest, ThreadLeavesWhatTheTableSays)
         FileClose(bResident ? pFile : nullptr);
         FileClose(bTakes ? pFile : nullptr);
     }
-    char szSmall[6];
+    char szSmall[6] = "-----";
     Folder.Write("b.txt", "larger");
     Await(pFile, szSmall);
     EXPECT_EQ(s_dTold, std::vector<std::string>{ "b.txt" }) << "a read error in the worker";
+    SlowFile_s Slow;
+    for (bool const bResident : { false, true })   // learns of a larger file once the buffer has its size
+    {
+        pFile->iLength = 5;
+        FileAsyncOpen(&Slow, nullptr);
+        FileAsyncOpen(pFile, szSmall);
+        FileClose(FileOpen(pFile) && !bResident ? pFile : nullptr);
+        Until([&] { return FileAsyncIsLoadedSlow(pFile); });
+        EXPECT_STREQ(szSmall, "-----");
+        EXPECT_EQ(pFile->GetOpensCount(), bResident);
+        Until([&] { return FileAsyncIsLoadedSlow(&Slow); });
+    }
+    FileClose(pFile);
     EXPECT_EQ(pFile->GetOpensCount(), 0);
 }
 
@@ -169,15 +207,123 @@ TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
     {
         EXPECT_EQ(FailedConditions([=] { FileAsyncIsLoaded(hBad); }), "int(file) < g_pAsyncFiles.GetLength ()");
     }
-    while (s_nEntered < 2)
-    {
-        std::this_thread::yield();
-    }
+    Until([&] { return s_nEntered >= 2; });
     EXPECT_TRUE(s_pEntered[0] == &dSlow[0] && s_pEntered[1] == &dSlow[1]) << "oldest first";
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(s_bDone) << "the read in progress was let finish";
     EXPECT_LT(s_nEntered, 100);
     EXPECT_EQ(g_pAsyncFiles.GetLength(), 0);
+}
+
+TEST_F(FileAsyncTest, WhoeverWaitsForTheIdleThreadLiftsIt)
+{
+    Start();
+    AwaitedFile_s File;
+    s_nEntered = 0;
+    for (int nReads : { 1, 3 })   // the wait of an open, which then reads on its own, and that of the shutdown
+    {
+        FileAsyncOpen(&File, nullptr);
+        Until([&] { return s_nEntered >= nReads; });
+        if (nReads == 1)
+        {
+            File.sName = "awaited";
+            EXPECT_FALSE(FileOpen(&File));
+        }
+    }
+    Module_c::ShutdownAllModules();
+    ASSERT_EQ(File.dClasses.size(), 3u);
+    bool bIdle = false, bLeaves = false;   // what the system grants
+    InThreads(1,
+        [&](int)
+        {
+            sched_param const Parameters = {};
+            bIdle = sched_setscheduler(0, SCHED_IDLE, &Parameters) == 0 && sched_getscheduler(0) == SCHED_IDLE;
+            bLeaves = sched_setscheduler(0, SCHED_OTHER, &Parameters) == 0;
+        });
+    EXPECT_EQ(File.dClasses[0].first, bIdle ? SCHED_IDLE : SCHED_OTHER);
+    if (!bIdle || !bLeaves)
+    {
+        GTEST_SKIP() << "the system has no idle class, or lets no thread leave it";
+    }
+    std::pair const Lifted(SCHED_IDLE, SCHED_OTHER);
+    EXPECT_EQ(File.dClasses, (std::vector{ Lifted, { SCHED_OTHER, SCHED_OTHER }, Lifted }));
+}
+
+TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
+{
+    fs::resize_file(Folder.Write("big.bin", ""), 64 << 20);
+    int const iStatus = StatusOfChild(StartChild(
+        [this]
+        {
+            if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            {
+                return 2;
+            }
+            Start();
+            s_nEntered = 0;
+            g_FileOpenCallbacker.Add([](char const *) { ++s_nEntered; }, false);
+            g_bCollectResource = true;
+            std::vector<std::thread> dBusy;
+            for (unsigned i = 0; i < 2 * std::thread::hardware_concurrency(); ++i)
+            {
+                dBusy.emplace_back(
+                    []
+                    {
+                        while (true)
+                        {}
+                    });   // to the end of the process
+                dBusy.back().detach();
+            }
+            File_c * const pFile = FileStream("big.bin");
+            FileAsyncOpen(pFile, nullptr);
+            Until([&] { return s_nEntered > 0; });
+            bool const bOpened = FileOpen(pFile);
+            bool const bWaited = FileAsyncIsLoadedSlow(pFile);
+            bool const bLiftable = plat::ThreadCanBeLifted();
+            Module_c::ShutdownAllModules();
+            return bLiftable ? 77 : !bOpened || bWaited;
+        }));
+    if (iStatus == 77)
+    {
+        GTEST_SKIP() << "the system lets every thread leave the idle class";
+    }
+    EXPECT_EQ(iStatus, 0);
+}
+
+TEST_F(FileAsyncTest, AForkLeavesTheChildItsFilesAndAWorkerOfItsOwn)
+{
+    Start();
+    File_c * const pFile = FileStream("b.txt");
+    SlowFile_s Slow;
+    Slow.sName = "slow";
+    std::atomic<bool> bStop = false;
+    std::thread Opener(
+        [&]
+        {
+            while (!bStop)
+            {
+                FileClose(FileOpen(pFile) ? pFile : nullptr);
+            }
+        });
+    for (int i = 0; i < 10; ++i)
+    {
+        s_nEntered = 0;
+        FileAsyncOpen(&Slow, nullptr);
+        Until([&] { return s_nEntered > 0; });
+        EXPECT_EQ(StatusOfChild(StartChild(
+                      [&]
+                      {
+                          bool bRead = FileOpen(pFile) && !FileOpen(&Slow);
+                          Await(FileStream("a.txt"), nullptr);
+                          bRead = bRead && FileAsyncIsLoadedSlow(&Slow) && Contents(FileStream("a.txt")) == "one";
+                          Module_c::ShutdownAllModules();
+                          return bRead ? 0 : 1;
+                      })),
+            0);
+        Until([&] { return FileAsyncIsLoadedSlow(&Slow); });
+    }
+    bStop = true;
+    Opener.join();
 }
 
 TEST_F(FileAsyncTest, ThreadStartsAndStopsAThousandTimesBesideOpens)

@@ -6,14 +6,18 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
 
+#include "platform/fork.h"
+
+#include <algorithm>
 #include <climits>
-#include <utility>
+#include <memory>
 
 bool g_bFileReadDisabled = false;
 
 namespace
 {
     constinit plat::Lock_c g_EventLock;   // the lists of receivers have none
+    plat::ForkLock_c const g_EventForkLock(g_EventLock);
 
     void Tell(Callbacker_T<char const *> & Event, char const * szText)
     {
@@ -62,6 +66,11 @@ namespace
             return true;
         }
         return false;
+    }
+
+    void LogGrown(int iRoom, int iLength, char const * szLocation)
+    {
+        Log("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
     }
 
     // By the bare name, then by the whole one, which is how keys with a folder are found. The name is required.
@@ -138,16 +147,42 @@ int File_c::RefOpen()
     return ++m_iOpensCount;
 }
 
-bool File_c::RefOpenAsync(void * pBuffer)
+bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
 {
     plat::LockScope_c const Scope(m_Lock);
-    if (!Open(pBuffer))
+    if (pBuffer && pData && iLength > iRoom)
+    {
+        LogGrown(iRoom, iLength, FileLocation_c(*this));
+        return false;
+    }
+    if (pBuffer && !pData)
+    {
+        std::atomic_ref(iLength).store(iRoom, std::memory_order_relaxed);   // which Open compares with the disk's
+    }
+    m_bUnlocked = !plat::ThreadCanBeLifted();
+    bool const bResident = Open(pBuffer);
+    m_bUnlocked = false;
+    if (!bResident)
     {
         return false;
     }
     m_bLost = false;
     ++m_iOpensCount;
     return true;
+}
+
+bool File_c::TakeUnlocked()
+{
+    return std::exchange(m_bUnlocked, false);
+}
+
+void File_c::RenewLock()
+{
+    if (m_Lock.IsFree())
+    {
+        return;
+    }
+    m_Lock.TryEnter() ? m_Lock.Leave() : m_Lock.Renew();
 }
 
 int File_c::RefClose()
@@ -226,6 +261,11 @@ bool FileOnDisk_c::Open(void * pBuffer)
     }
     ZQ_ASSERT_EX_TEXT(iLength > 0, "iLength>0", "File '%s' is empty!", static_cast<char const *>(sLocation));
 
+    return TakeUnlocked() ? ReadUnlocked(hFile, Facts, pBuffer, sLocation) : Read(hFile, pBuffer, sLocation);
+}
+
+bool FileOnDisk_c::Read(plat::File_t hFile, void * pBuffer, char const * szLocation)
+{
     auto const nBytes = static_cast<std::size_t>(iLength);
     plat::FileHintSequential(hFile, nBytes);
     unsigned char * const pBlock = pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes];
@@ -234,7 +274,7 @@ bool FileOnDisk_c::Open(void * pBuffer)
     if (nRead != nBytes)
     {
         delete[] pBlock;
-        return ComplainOfRead(sLocation);
+        return ComplainOfRead(szLocation);
     }
     pData = pBlock;
     CountRead(*this);
@@ -243,6 +283,38 @@ bool FileOnDisk_c::Open(void * pBuffer)
         StayerDoWork();
     }
     return pData != nullptr;
+}
+
+/// The same without the file's lock, so that nobody waits for a thread that can't leave the idle class. Another thread
+/// may read the file meanwhile; then that block stays. Reads nothing more once the worker is to stop.
+ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
+    plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation)
+{
+    constexpr std::size_t SLICE = 256 * 1024;   // bytes from one look at the stop to the next
+    GetLock().Leave();
+    auto const nBytes = static_cast<std::size_t>(Facts.nSize);
+    std::unique_ptr<unsigned char[]> pBlock(pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes]);
+    char * const pTo = static_cast<char *>(pBuffer ? pBuffer : pBlock.get());
+    std::size_t nRead = 0;
+    for (std::size_t nSlice = SLICE; nSlice == SLICE && nRead < nBytes && !FileAsyncIsStopping(); nRead += nSlice)
+    {
+        nSlice = plat::FileRead(hFile, pTo + nRead, std::min(SLICE, nBytes - nRead));
+    }
+    CloseTracked(hFile);
+    GetLock().Enter();
+    if (nRead != nBytes)
+    {
+        return FileAsyncIsStopping() ? false : ComplainOfRead(szLocation);
+    }
+    CountRead(*this);
+    if (!pBlock || pData)
+    {
+        return pBlock != nullptr;
+    }
+    TakeFactsOf(*this, Facts);   // others may have seen another size meanwhile
+    pData = pBlock.release();
+    StayerDoWork();
+    return true;
 }
 
 /// Takes over size and times of the open file. False, with a log line, if it can't be read whole.
@@ -256,7 +328,7 @@ bool FileOnDisk_c::TakeFacts(plat::FileFacts_t const & Facts, char const * szLoc
     }
     if (!bOwnBlock && iLength > iRoom)
     {
-        Log("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
+        LogGrown(iRoom, iLength, szLocation);
         return ComplainOfRead(szLocation);
     }
     return true;

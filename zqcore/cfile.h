@@ -88,12 +88,16 @@ protected:
     /// Says that a refresh took the block away from its holders.
     void SetLost() { m_bLost = true; }
 
+    /// Whether this Open, of which this is asked once, is to leave the lock while it reads.
+    bool TakeUnlocked();
+
 private:
     friend ZQ_API File_c * FileOpen(char const * name);
     friend ZQ_API bool FileOpen(File_c * pFile);
     friend ZQ_API void FileClose(File_c * pFile);
     friend ZQ_API bool FileAddOneFile(char const * sFile);
     friend ZQ_API void FileLogLoadedMedia();
+    friend void FileRenewLocks();
     friend class FileRequests_c;
     friend class FileStored_c;
 
@@ -104,13 +108,18 @@ private:
     int RefOpen();
     int RefClose();
 
-    /// Reads for an asynchronous request, which takes a reference if Open says that the own block is resident.
-    bool RefOpenAsync(void * pBuffer);
+    /// Reads for an asynchronous request, which takes a reference if Open says that the own block is resident. A buffer
+    /// holds iRoom bytes.
+    bool RefOpenAsync(void * pBuffer, int iRoom);
+
+    /// Frees the lock if another thread holds it. For the child of a fork, where no other thread exists.
+    void RenewLock();
 
     int m_iOpensCount = 0;
     plat::Lock_c m_Lock;
-    bool m_bLost = false;     // pData is null though the count is not 0
-    bool m_bStayer = false;   // was entered into the list of stayers
+    bool m_bLost = false;       // pData is null though the count is not 0
+    bool m_bStayer = false;     // was entered into the list of stayers
+    bool m_bUnlocked = false;   // see TakeUnlocked
 };
 
 /// A file of a folder. Objects are made and destroyed on the main thread; they stand side by side in a pool, which
@@ -135,6 +144,8 @@ public:
 private:
     bool TakeFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock);
     bool ComplainOfRead(char const * szLocation);
+    bool Read(plat::File_t hFile, void * pBuffer, char const * szLocation);
+    bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);
 };
 
 /// A stream on one file. One thread at a time. FileOpenStored makes it, CloseStored ends it.

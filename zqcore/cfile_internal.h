@@ -108,15 +108,23 @@ struct AsyncFile_t
     File_c * pFile = nullptr;
     void * pBuffer = nullptr;   // where the contents go; null for the file's own block
     bool bLoaded = false;       // read by the poll without the lock
+    int iRoom = 0;              // bytes that pBuffer holds
 };
 
 extern Array_T<AsyncFile_t, 32, 0> g_pAsyncFiles;   // oldest first; only the main thread adds and deletes
 extern plat::Lock_c g_csAsync;                      // guards g_pAsyncFiles
 extern plat::Thread_c g_hAsyncThread;               // the worker
 
-/// Start and stop the worker. The stop lets a read in progress finish and drops the requests that are left.
+/// Start and stop the worker. The stop drops the requests that are left. It lets a read in progress finish, lifted to
+/// the normal class; where the system does not let it be lifted, a read of FileOnDisk_c is broken off.
 void FileAsyncStart();
 void FileAsyncStop();
+
+/// Whether a read of the worker is to be broken off.
+bool FileAsyncIsStopping();
+
+/// Frees the locks of all known files in the child of a fork, where the threads that held them are gone.
+void FileRenewLocks();
 
 /// Bare names that a scan passes over, without regard to case. Few, so that walking them is the fastest test.
 class FileExcludes_c

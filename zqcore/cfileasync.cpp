@@ -6,9 +6,38 @@
 #include "zqcore/cmemory_internal.h"
 #include "zqcore/cscope_internal.h"
 
+#include "platform/fork.h"
+
 #include <atomic>
 #include <climits>
 #include <cstdarg>
+
+/// The worker's side of the queue.
+class FileRequests_c
+{
+public:
+    /// The thread.
+    static void Work(void *);
+
+    /// Leaves the worker, and what it held, to the parent of a fork.
+    static void LeaveWorker();
+
+    /// Serves all requests here. A receiver of an open's event may add some; the outer call serves those.
+    static void ServeAll()
+    {
+        static bool s_bServing = false;
+        if (!s_bServing)
+        {
+            ValueScope_T const Serving(s_bServing, true);
+            while (ServeOldest())
+            {}
+        }
+    }
+
+private:
+    static bool ServeOldest();
+    static AsyncFile_t * Oldest();
+};
 
 Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;
 Array_T<File_c *, 128, 0> g_dStayerFiles;
@@ -21,7 +50,12 @@ namespace
     constinit plat::Lock_c g_StayerLock;   // guards both lists of stayers
     constinit plat::WakeUp_c g_WakeUp;     // a request was added, or the worker is to stop
     constinit std::atomic<bool> g_bStop = false;
-    constinit bool g_bNoWorker = false;   // the system gave no thread
+    constinit bool g_bNoWorker = false;     // the system gave no thread
+    constinit bool g_bWorkerLost = false;   // this is the child of a fork, which has no worker yet
+
+    plat::ForkLock_c const g_AsyncForkLock(g_csAsync);
+    plat::ForkLock_c const g_StayerForkLock(g_StayerLock);
+    plat::ForkHandler_c const g_WorkerForkHandler({ nullptr, nullptr, FileRequests_c::LeaveWorker });
 
     // From the last dot of the last component on; empty without one.
     char const * ExtensionOf(File_c const & File)
@@ -96,6 +130,15 @@ namespace
     void * HandleOf(int iRequest)
     {
         return reinterpret_cast<void *>(std::intptr_t{ iRequest });
+    }
+
+    // In the child of a fork the first use starts a worker, which begins with the request that the parent's was at.
+    void RestoreWorker()
+    {
+        if (std::exchange(g_bWorkerLost, false))
+        {
+            FileAsyncStart();
+        }
     }
 
     // Asks without the lock: only this thread moves requests.
@@ -181,39 +224,26 @@ void FileUnfetch(char const * szExt)
     Log("FileUnfetch: processed (%s) : %i files", szExt ? szExt : "", nFiles);
 }
 
-/// The worker's side of the queue.
-class FileRequests_c
-{
-public:
-    /// The thread.
-    static void Work(void *);
-
-    /// Serves all requests here. A receiver of an open's event may add some; the outer call serves those.
-    static void ServeAll()
-    {
-        static bool s_bServing = false;
-        if (!s_bServing)
-        {
-            ValueScope_T const Serving(s_bServing, true);
-            while (ServeOldest())
-            {}
-        }
-    }
-
-private:
-    static bool ServeOldest();
-    static AsyncFile_t * Oldest();
-};
-
 void FileRequests_c::Work(void *)
 {
-    plat::ThreadSetIdleClass();
     while (!g_bStop.load(std::memory_order_acquire))
     {
-        if (!ServeOldest())
+        plat::ThreadSetIdleClass();   // again after each request: who waited has lifted the thread
+        if (!FileAsyncIsStopping() && !ServeOldest())
         {
             g_WakeUp.Wait();
         }
+    }
+}
+
+void FileRequests_c::LeaveWorker()
+{
+    g_bWorkerLost = g_hAsyncThread.IsStarted();
+    g_hAsyncThread.Forget();
+    FileRenewLocks();
+    for (AsyncFile_t const & Request : g_pAsyncFiles)
+    {
+        Request.pFile->RenewLock();   // it may be in no table
     }
 }
 
@@ -231,7 +261,7 @@ bool FileRequests_c::ServeOldest()
         }
         Request = *pOldest;
     }
-    Request.pFile->RefOpenAsync(Request.pBuffer);
+    Request.pFile->RefOpenAsync(Request.pBuffer, Request.iRoom);
     plat::LockScope_c const Scope(g_csAsync);
     std::atomic_ref(Oldest()->bLoaded).store(true, std::memory_order_release);
     return true;
@@ -266,8 +296,14 @@ void FileAsyncStop()
     g_WakeUp.Signal();
     g_hAsyncThread.Join();
     g_bNoWorker = false;
+    g_bWorkerLost = false;
     plat::LockScope_c const Scope(g_csAsync);
     g_pAsyncFiles.Reset();
+}
+
+bool FileAsyncIsStopping()
+{
+    return g_bStop.load(std::memory_order_acquire);
 }
 
 void * FileAsyncOpen(File_c * pFile, void * pBuffer)
@@ -281,8 +317,9 @@ void * FileAsyncOpen(File_c * pFile, void * pBuffer)
     {
         MemCategoryScope_c const Category(mem::file);
         plat::LockScope_c const Scope(g_csAsync);
-        iRequest = g_pAsyncFiles.Add({ pFile, pBuffer, false });
+        iRequest = g_pAsyncFiles.Add({ pFile, pBuffer, false, FileLength(*pFile) });
     }
+    RestoreWorker();
     if (g_bNoWorker)
     {
         FileRequests_c::ServeAll();
@@ -293,6 +330,7 @@ void * FileAsyncOpen(File_c * pFile, void * pBuffer)
 
 bool FileAsyncIsLoaded(void * file)
 {
+    RestoreWorker();
     auto const iRequest = reinterpret_cast<std::intptr_t>(file);
     bool const bKnown = iRequest >= 0 && iRequest < g_pAsyncFiles.GetLength();
     ZQ_ASSERT_TEXT(bKnown, "int(file) < g_pAsyncFiles.GetLength ()");
@@ -301,6 +339,7 @@ bool FileAsyncIsLoaded(void * file)
 
 bool FileAsyncIsLoadedSlow(File_c * pFile)
 {
+    RestoreWorker();
     for (int i = 0; i < g_pAsyncFiles.GetLength(); ++i)
     {
         if (g_pAsyncFiles[i].pFile == pFile)

@@ -18,8 +18,13 @@
 // that can't know does not close: then the file may stay in memory, but nobody's reference is taken away.
 //
 // All of this is called from the main thread. The worker holds the lock of the file that it reads, so a FileOpen of
-// that file waits for it; nothing else here waits for a read in progress. Up to the poll that saw a request done, its
-// file must not be closed, refreshed, killed or reset.
+// that file waits for it and lifts it to the normal class meanwhile, as the module's shutdown does. Where the system lets
+// no thread be lifted (ThreadCanBeLifted in threads.h), the worker reads a FileOnDisk_c without its lock: a FileOpen then
+// reads the file itself, and the shutdown breaks the worker's read off. Nothing else here waits for a read in progress.
+// Up to the poll that saw a request done, its file must not be closed, refreshed, killed or reset.
+//
+// The child of a fork has the requests and files of the parent and starts a worker at the first call that needs one. A
+// file that is in no table and has no request must not be in use by another thread at the fork.
 #pragma once
 
 #include "zqcore/cfile.h"
@@ -44,8 +49,8 @@ ZQ_API void FilePrefetch(char const * szExt);
 /// Closes all files of an extension once. Without a prefetch that takes the reference of somebody else.
 ZQ_API void FileUnfetch(char const * szExt);
 
-/// Queues a read of the file, into its own block or into a buffer of iLength bytes, which must stay until the request
-/// is done; the handle. Requests are served in order, one at a time; those made while the module is not up wait for its
+/// Queues a read of the file, into its own block or into a buffer of iLength bytes as of this call, which must stay
+/// until the request is done; the handle. A file that is larger by then is not read. Requests are served in order, one at a time; those made while the module is not up wait for its
 /// start, those left at its Shutdown are dropped. If the system gives no thread they are served here, at once.
 ///
 /// A handle is a position: the poll that sees a request done removes it, and those behind it move down by one. With

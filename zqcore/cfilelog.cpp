@@ -8,6 +8,7 @@
 #include "zqcore/cscope_internal.h"
 
 #include "platform/filewrite.h"
+#include "platform/fork.h"
 
 #include <atomic>
 #include <utility>
@@ -22,7 +23,8 @@ namespace
 {
     constexpr int LIMIT_STEP = 10;   // open handles from one warning to the next
 
-    constinit plat::Lock_c g_TrackerLock;             // guards the list, its limit and the count below
+    constinit plat::Lock_c g_TrackerLock;   // guards the list, its limit and the count below
+    plat::ForkLock_c const g_TrackerForkLock(g_TrackerLock);
     int g_nUnlisted = 0;                              // open handles that found no room in the list
     ZQ_THREAD_LOCAL bool g_bTrackerDumping = false;   // logging may open files: this thread's calls are ignored
 
@@ -161,6 +163,7 @@ namespace
     };
 
     constinit plat::Lock_c g_ResponseLock;   // guards the streams, the mode and the clean names
+    plat::ForkLock_c const g_ResponseForkLock(g_ResponseLock);
     constinit ResponseLog_s g_dResponseLogs[] = {
         { FILE_LOG_PLAIN, ".rsp", nullptr },
         { FILE_LOG_PREFETCH, "_prefetch.rsp", nullptr },

@@ -568,6 +568,18 @@ void FileForget(File_c & File)
     }
 }
 
+void FileRenewLocks()
+{
+    for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+    {
+        pSlot->pObject->RenewLock();
+    }
+    for (File_c * pOrphan : g_dOrphans)
+    {
+        pOrphan->RenewLock();
+    }
+}
+
 void FileExcludes_c::Add(char const * szName)
 {
     MemCategoryScope_c const Category(mem::file);

@@ -1,9 +1,12 @@
+#include "platform/fork.h"
+#include "platform/linux/idlethread.h"
 #include "platform/threads.h"
 
 #include <cerrno>
 #include <climits>
 #include <ctime>
 #include <linux/futex.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -18,6 +21,7 @@ namespace plat
 
         // Of a lock's word, and of a wake-up's.
         constexpr std::uint32_t FREE = 0, HELD = 1, CONTENDED = 2;
+        constexpr std::uint32_t LIFT_AGAIN_MILLISECONDS = 10;   // an owner may not have left its mark yet
         constexpr std::uint32_t CLEAR = 0, SIGNALLED = 1, AWAITED = 2;
 
         // Sleeps while the word has the value, at most until the time of the monotonic clock, null for ever. False at
@@ -42,6 +46,101 @@ namespace plat
 
         // Its address names the thread. It stays the same in a child of fork, where the thread's number does not.
         ZQ_THREAD_LOCAL char t_cSelf;
+
+        // The time of the monotonic clock after so many milliseconds.
+        timespec TimeAfter(std::uint32_t nMilliseconds)
+        {
+            timespec Time;
+            ::clock_gettime(CLOCK_MONOTONIC, &Time);
+            Time.tv_sec += static_cast<std::time_t>(nMilliseconds / 1000);
+            Time.tv_nsec += static_cast<long>(nMilliseconds % 1000) * (SECOND / 1000);
+            Time.tv_sec += Time.tv_nsec / SECOND;
+            Time.tv_nsec %= SECOND;
+            return Time;
+        }
+
+        /// The thread in the idle class.
+        class IdleThread_c
+        {
+        public:
+            bool Is(void const * pOwner) const { return m_pMark.load(std::memory_order_relaxed) == pOwner; }
+            bool Is(pthread_t hThread) const
+            {
+                return Exists() && m_hThread.load(std::memory_order_relaxed) == hThread;
+            }
+            bool Exists() const { return m_pMark.load(std::memory_order_acquire) != nullptr; }
+            bool CanBeLifted() const { return m_bCanBeLifted.load(std::memory_order_relaxed); }
+            void Lift() const { SetClass(m_iThread.load(std::memory_order_relaxed), SCHED_OTHER); }
+
+            // Lets the calling thread be the one.
+            bool Enter()
+            {
+                if (!Is(&t_cSelf))
+                {
+                    if (!SetClass(0, SCHED_IDLE))
+                    {
+                        return false;
+                    }
+                    m_bCanBeLifted = SetClass(0, SCHED_OTHER);
+                    m_hThread = ::pthread_self();
+                    m_iThread = static_cast<pid_t>(::syscall(SYS_gettid));
+                    m_pMark.store(&t_cSelf, std::memory_order_release);
+                }
+                return ::sched_getscheduler(0) == SCHED_IDLE || SetClass(0, SCHED_IDLE);
+            }
+
+            void Forget()
+            {
+                m_pMark = nullptr;
+                m_bCanBeLifted = true;
+            }
+
+        private:
+            // By the system's number, which names no other thread once this one has ended.
+            static bool SetClass(pid_t iThread, int iClass)
+            {
+                int const iErrorBefore = errno;
+                sched_param const Parameters = {};
+                bool const bSet = ::sched_setscheduler(iThread, iClass, &Parameters) == 0
+                                  && ::sched_getscheduler(iThread) == iClass;   // some grant it and change nothing
+                errno = iErrorBefore;
+                return bSet;
+            }
+
+            std::atomic<void const *> m_pMark{ nullptr };   // the address of its t_cSelf; null without one
+            std::atomic<pthread_t> m_hThread{ 0 };
+            std::atomic<pid_t> m_iThread{ 0 };
+            std::atomic<bool> m_bCanBeLifted{ true };
+        };
+
+        constinit IdleThread_c g_IdleThread;
+        ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_IdleThread.Forget(); } });
+    }
+
+    void IdleThreadLift(pthread_t hThread)
+    {
+        if (g_IdleThread.Is(hThread))
+        {
+            g_IdleThread.Lift();
+        }
+    }
+
+    void IdleThreadForget(pthread_t hThread)
+    {
+        if (g_IdleThread.Is(hThread))
+        {
+            g_IdleThread.Forget();
+        }
+    }
+
+    bool ThreadSetIdleClass()
+    {
+        return g_IdleThread.Enter();
+    }
+
+    bool ThreadCanBeLifted()
+    {
+        return g_IdleThread.CanBeLifted();
     }
 
     bool Lock_c::TryEnter()
@@ -89,7 +188,17 @@ namespace plat
         // Others may sleep too, so whoever has slept leaves the word contended.
         while (m_nState.exchange(CONTENDED, std::memory_order_acquire) != FREE)
         {
-            SleepWhile(m_nState, CONTENDED);
+            if (!g_IdleThread.Exists())
+            {
+                SleepWhile(m_nState, CONTENDED);
+                continue;
+            }
+            if (g_IdleThread.Is(m_pOwner.load(std::memory_order_relaxed)))
+            {
+                g_IdleThread.Lift();
+            }
+            timespec const Until = TimeAfter(LIFT_AGAIN_MILLISECONDS);
+            SleepWhile(m_nState, CONTENDED, &Until);
         }
         m_pOwner.store(&t_cSelf, std::memory_order_relaxed);
     }
@@ -144,12 +253,7 @@ namespace plat
 
     bool Event_c::WaitFor(std::uint32_t nMilliseconds)
     {
-        timespec Until;
-        ::clock_gettime(CLOCK_MONOTONIC, &Until);
-        Until.tv_sec += static_cast<std::time_t>(nMilliseconds / 1000);
-        Until.tv_nsec += static_cast<long>(nMilliseconds % 1000) * (SECOND / 1000);
-        Until.tv_sec += Until.tv_nsec / SECOND;
-        Until.tv_nsec %= SECOND;
+        timespec const Until = TimeAfter(nMilliseconds);
         while (!IsSet())
         {
             if (!SleepWhile(m_nSet, 0, &Until))

@@ -4,6 +4,7 @@
 #include "platform/linux/spelling.h"
 
 #include "platform/files.h"
+#include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folderreader.h"
 #include "platform/linux/folding.h"
@@ -92,6 +93,8 @@ namespace plat
         // Made by the first name recorded, so that use before and after the life of static objects is sound. A path
         // never waits for the lock: the folders tell what the record would, and a thread on its way down may hold it.
         std::mutex g_RecordLock;
+        ForkHandler_c const g_RecordForkHandler(
+            { [] { g_RecordLock.lock(); }, [] { g_RecordLock.unlock(); }, [] { g_RecordLock.unlock(); } });
         Record_t * g_pRecord = nullptr;
 
         struct RecordEnd_s

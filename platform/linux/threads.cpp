@@ -2,9 +2,9 @@
 
 #include "platform/faults.h"
 #include "platform/fork.h"
+#include "platform/linux/idlethread.h"
 
 #include <pthread.h>
-#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -24,6 +24,7 @@ namespace plat
             delete static_cast<Start_s *>(pStart);
             FaultThreadJoin();
             Start.fnRun(Start.pContext);
+            IdleThreadForget(::pthread_self());
             return nullptr;
         }
 
@@ -70,15 +71,9 @@ namespace plat
     {
         if (m_hThread != 0)
         {
+            IdleThreadLift(static_cast<pthread_t>(m_hThread));
             ::pthread_join(static_cast<pthread_t>(m_hThread), nullptr);
             m_hThread = 0;
         }
-    }
-
-    bool ThreadSetIdleClass()
-    {
-        sched_param Parameters = {};
-        bool const bGranted = ::pthread_setschedparam(::pthread_self(), SCHED_IDLE, &Parameters) == 0;
-        return bGranted && ::sched_getscheduler(0) == SCHED_IDLE;   // some systems grant it and change nothing
     }
 }

@@ -1,0 +1,13 @@
+// idlethread.h: the thread in the idle class, as those that end or join threads see it.
+#pragma once
+
+#include <pthread.h>
+
+namespace plat
+{
+    /// Lifts the thread to the normal class if it is the one in the idle class.
+    void IdleThreadLift(pthread_t hThread);
+
+    /// Forgets the thread in the idle class if it is this one, which is about to end.
+    void IdleThreadForget(pthread_t hThread);
+}
