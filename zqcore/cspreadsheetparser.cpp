@@ -231,7 +231,7 @@ inline void SpreadsheetParser_c::ReportOverflow()
 {
     if (m_Token.GetLength() >= GetRoom())
     {
-        m_Parser.LogOverflow(m_Token);
+        m_Parser.LogOverflow(m_Token.eKind, m_Token.pText);
     }
 }
 
@@ -246,7 +246,7 @@ void SpreadsheetParser_c::ReportToken(bool bQuoted)
         ReportOverflow();
         szReason = bQuoted ? "only a separator may follow the closing quote of a cell"
                            : "a control character splits this cell";
-        nAt = m_Parser.GetOffset(m_Token);
+        nAt = m_Parser.GetOffset(m_Token.eKind, m_Token.pText);
     }
     else if (bQuoted && pEnd == m_Parser.m_pEnd)
     {

@@ -13,7 +13,7 @@
 //             static_cast<char const *>(Error.sReason));
 //     }
 //
-// An error costs no memory from the heap. It belongs to the thread of its reader.
+// Keeping an error costs no memory from the heap. It belongs to the thread of its reader.
 #pragma once
 
 #include "zqcore/clog.h"

@@ -171,7 +171,7 @@ void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::
     szTo[nCopy] = '\0';
     if (Token.GetLength() >= nSize)
     {
-        LogOverflow(Token);
+        LogOverflow(Token.eKind, Token.pText);
     }
 }
 
@@ -191,16 +191,16 @@ void SimpleTextParser_c::CopyDoubled(TextToken_t const & Token, char * pTo, std:
     }
 }
 
-void SimpleTextParser_c::LogOverflow(TextToken_t const & Token)
+void SimpleTextParser_c::LogOverflow(LAST_PARSED eKind, char const * pText)
 {
-    bool const bWord = Token.eKind == LAST_PARSED_WORD, bString = Token.eKind == LAST_PARSED_STRING;
+    bool const bWord = eKind == LAST_PARSED_WORD, bString = eKind == LAST_PARSED_STRING;
     Log(bWord     ? "SimpleTextParser_c::ParseWord : word buffer overflow."
         : bString ? "SimpleTextParser_c::ParseString : string buffer overflow."
                   : "SimpleTextParser_c::ParseNumber : number buffer overflow.");
     m_Errors.SetAt(bWord     ? "a word of more than 511 characters is cut"
                    : bString ? "a text in quotes of more than 24575 characters is cut"
                              : "a number of more than 127 characters is cut",
-        nullptr, m_pBegin, GetOffset(Token));
+        nullptr, m_pBegin, GetOffset(eKind, pText));
 }
 
 bool SimpleTextParser_c::LogNotOpened()
@@ -209,9 +209,9 @@ bool SimpleTextParser_c::LogNotOpened()
 }
 
 /// Where a token begins, with the delimiter of a string.
-std::size_t SimpleTextParser_c::GetOffset(TextToken_t const & Token) const
+std::size_t SimpleTextParser_c::GetOffset(LAST_PARSED eKind, char const * pText) const
 {
-    return static_cast<std::size_t>(Token.pText - m_pBegin) - (Token.eKind == LAST_PARSED_STRING);
+    return static_cast<std::size_t>(pText - m_pBegin) - (eKind == LAST_PARSED_STRING);
 }
 
 void SimpleTextParser_c::SetCharacterRule(char cFirst, char cLast, CharacterParsingRule_e eRule)

@@ -110,8 +110,8 @@ private:
     bool LogNotOpened();
     void CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize);
     void CopyDoubled(TextToken_t const & Token, char * pTo, std::size_t nCopy) const;
-    void LogOverflow(TextToken_t const & Token);
-    std::size_t GetOffset(TextToken_t const & Token) const;
+    ZQ_COLD void LogOverflow(LAST_PARSED eKind, char const * pText);
+    std::size_t GetOffset(LAST_PARSED eKind, char const * pText) const;
     void ClassifyCharacters();
 
     char const * m_pBegin = nullptr;   // the text behind a byte order mark; null while closed

@@ -284,10 +284,9 @@ bool Warehouse_c::Get(char const * sColumn, long & value) const
     {
         return false;
     }
-    NumberEnd_t const End = TextToInteger(szCell, iValue);
-    if (!IsWhole(End))
+    if (!IsWhole(TextToInteger(szCell, iValue)))
     {
-        return LogInvalid(sColumn, End.bInRange ? "there is no whole number in column" : OUT_OF_RANGE);
+        return LogInvalid(sColumn, "there is no whole number in column");
     }
     value = iValue;
     return true;
@@ -301,10 +300,9 @@ bool Warehouse_c::Get(char const * sColumn, double & value) const
     {
         return false;
     }
-    NumberEnd_t const End = TextToDouble(szCell, fValue);
-    if (!IsWhole(End) || !std::isfinite(fValue))
+    if (!IsWhole(TextToDouble(szCell, fValue)) || !std::isfinite(fValue))
     {
-        return LogInvalid(sColumn, End.bInRange ? "there is no number in column" : OUT_OF_RANGE);
+        return LogInvalid(sColumn, "there is no number in column");
     }
     value = fValue;
     return true;

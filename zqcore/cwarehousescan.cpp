@@ -40,16 +40,6 @@ namespace
         }
     };
 
-    /// Counts columns.
-    struct CountSink_t
-    {
-        static constexpr bool WANTS_TEXT = true;   // else it would miss some
-
-        int nColumns = 0;
-
-        void Add(char const *, int) { ++nColumns; }
-    };
-
     /// Compares a column of iLength bytes, which ends at its first NUL, with a text without regard to case.
     bool EqualsNoCase(char const * pColumn, int iLength, char const * szText)
     {
@@ -290,24 +280,28 @@ bool WarehouseScan_t::PassLines(TEST Test, WarehouseLine_c * pResult, int & nLin
     return false;
 }
 
-void WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult)
+/// Reads a line, or its first nMost columns.
+void WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost)
 {
     LineSink_t Sink{ *pResult };
-    while (Step(Classes, Sink))
+    while (Step(Classes, Sink) && pResult->GetLength() < nMost)
     {}
 }
 
 void WarehouseScan_t::SeekColumn(int iColumn)
 {
-    Classes_c const Classes(sSeparators);
-    CountSink_t Sink;
-    int nStart = nPos;
-    while (Step(Classes, Sink) && Sink.nColumns <= iColumn)
+    WarehouseLine_c Line;
+    if (iColumn > 0)
     {
-        nStart = nPos;
+        Read(Classes_c(sSeparators), &Line, iColumn);
     }
-    nPos = nStart;
-    while (!bCsv && nPos < nLength && pLine[nPos] != '\n' && pLine[nPos] != '\0' && IsSeparator())
+    if (Line.GetLength() < iColumn)
+    {
+        nPos -= nPos > 0 && pLine[nPos - 1] == '\n';
+        return;
+    }
+    while (
+        nPos < nLength && pLine[nPos] != '\n' && pLine[nPos] != '\0' && (bCsv ? IsBlank(pLine[nPos]) : IsSeparator()))
     {
         ++nPos;
     }

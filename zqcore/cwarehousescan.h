@@ -9,6 +9,8 @@
 #include "zqcore/carray.h"
 #include "zqcore/cstring.h"
 
+#include <climits>
+
 /// How a line is split.
 enum WarehouseFormat_e
 {
@@ -116,7 +118,7 @@ private:
     template <typename TEST>
     bool PassLines(TEST Test, WarehouseLine_c * pResult, int & nLines);
 
-    void Read(Classes_c const & Classes, WarehouseLine_c * pResult);
+    void Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost = INT_MAX);
     void PassRest(Classes_c const & Classes, QuoteWatch_c & Watch);
     void PassComment();
     void PassSeparator(Classes_c const & Classes);
