@@ -5,14 +5,15 @@
 
 namespace plat
 {
-    /// Receives debugger output.
+    /// Receives debugger output, on the thread that sends it. A line arrives in two calls: the text, then "\n".
     using DebugOutput_t = void (*)(char const * szText);
 
     /// Sends text to the debugger's output: to the installed receiver, else to standard error while a debugger is
     /// attached, else nowhere.
     void DebugOutput(char const * szText);
 
-    /// Installs a receiver, or null for the default; returns the former one.
+    /// Installs a receiver; null restores the default. Returns the previous one. Any thread; calls of the previous
+    /// receiver may still be running on others.
     ZQ_API DebugOutput_t DebugOutputSet(DebugOutput_t fnReceiver);
 
     bool DebuggerIsPresent();

@@ -333,9 +333,8 @@ TEST_F(SymbolWalk, AgreeWithTheDebugger)
         [&](plat::FaultContext_t const & Context)
         {
             dFrames = WalkFrom(Context);
-            sDebugger = RunShell("gdb -nx -batch -ex 'set filename-display absolute' -ex bt -p "
-                                 + std::to_string(getpid()) + " 2>/dev/null </dev/null")
-                            .sOutput;
+            sDebugger =
+                RunShell("gdb -nx -batch -ex bt -p " + std::to_string(getpid()) + " 2>/dev/null </dev/null").sOutput;
         });
     // "#3  0x0123 in Name (arguments) at File:Line"
     std::size_t nSame = 0;

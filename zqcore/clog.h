@@ -48,7 +48,8 @@ ZQ_API void Logc(bool bCondition, char const * fmt, ...) ZQ_PRINTF(2, 3);
 /// Passes a ready text to each listener.
 ZQ_API void LogText(char const * szText);
 
-/// Sends a line to the debugger's output, and to no log.
+/// Sends a line to the debugger's output, and to no log. A host receives it through plat::DebugOutputSet
+/// (platform/debugger.h); without a receiver it goes to standard error while a debugger is attached.
 ZQ_API void Debugf(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the calling thread's last system error as "%s: %s" with the prefix, or "GetLastError() returned: %s" without.

@@ -54,6 +54,7 @@
 #include "zqcore/ctextparser.h"
 #include "zqcore/ctimer.h"
 #include "zqcore/ctokenize.h"
+#include "zqcore/cversion.h"
 #include "zqcore/cwarehouse.h"
 #include "zqcore/cwarehousescan.h"
 #include "zqcore/cwincom.h"

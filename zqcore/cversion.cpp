@@ -1,0 +1,6 @@
+#include "zqcore/cversion.h"
+
+int GetLibraryVersion()
+{
+    return ZQCORE_VERSION;
+}
