@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds ZQCore and runs the example host over the example media: ./demo.sh [HOST OPTION...]. With options of your own
 # the host gets those instead, for instance ./demo.sh --media /usr/share/games/freeorion/default
-# Installs what is missing on a Debian machine.
+# Installs what is missing on a Debian machine, or says what to install.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 build="$here/build/demo"
@@ -11,14 +11,7 @@ command -v cmake >/dev/null || missing+=(cmake)
 command -v ninja >/dev/null || missing+=(ninja-build)
 command -v g++ >/dev/null || missing+=(g++)
 [ -e /usr/include/elfutils/libdwfl.h ] || missing+=(libdw-dev)   # names and lines in crash reports
-if [ ${#missing[@]} -gt 0 ]; then
-    command -v apt-get >/dev/null || { echo "demo.sh: please install: ${missing[*]}" >&2; exit 1; }
-    echo "Installing: ${missing[*]}"
-    as_root=(env DEBIAN_FRONTEND=noninteractive)
-    [ "$(id -u)" = 0 ] || as_root=(sudo "${as_root[@]}")
-    "${as_root[@]}" apt-get update -qq
-    "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+[ ${#missing[@]} -eq 0 ] || "$here/.ci/need" "${missing[@]}"
 
 # A folder of its own, so that the tests' build keeps its settings.
 echo "Building in $build"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds and runs the tests: ./test.sh [PRESET...]. Without a preset: optimised, then with address and undefined
-# behaviour checks. Installs what is missing on a Debian machine.
+# behaviour checks. Installs what is missing on a Debian machine, or says what to install.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -9,19 +9,20 @@ presets=("$@")
 
 packages=(cmake ninja-build g++ libdw-dev googletest)
 packages+=(binutils chromium-headless-shell gdb git lib32stdc++6 libzydis-dev python3 tzdata unicode-data valgrind)   # of single tests
-case " ${presets[*]} " in *" i386 "*) packages+=(g++-multilib) ;; esac
+case " ${presets[*]} " in *" i386"*) packages+=(g++-multilib) ;; esac
+case " ${presets[*]} " in *" i386-emulated "*) packages+=(qemu-user) ;; esac
+.ci/need "${packages[@]}"
 
-missing=()
-for package in "${packages[@]}"; do
-    dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-    echo "Installing: ${missing[*]}"
-    as_root=()
-    [ "$(id -u)" = 0 ] || as_root=(sudo)
-    "${as_root[@]}" apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+# Some kernels run no i386 program. What they have built in doesn't tell, so one is tried.
+runs_i386() {
+    local folder
+    folder=$(mktemp -d)
+    echo 'int main() {}' | g++ -m32 -x c++ - -o "$folder/program" && "$folder/program" 2>/dev/null
+    local status=$?
+    rm -r "$folder"
+    return $status
+}
+case " ${presets[*]} " in *" i386 "*) runs_i386 || .ci/need qemu-user ;; esac
 
 for preset in "${presets[@]}"; do
     echo "== $preset"
@@ -29,3 +30,4 @@ for preset in "${presets[@]}"; do
     cmake --build --preset "$preset" --parallel
     ctest --preset "$preset" --parallel "$(nproc)" --output-junit junit.xml
 done
+.ci/counts "${presets[@]}"
