@@ -34,7 +34,7 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
         {
             continue;   // the checker refuses such a plugin
         }
-        Result_s const Result = RunShell(std::string(BINDING_FOLDER "/") + Way.szCommand + " 2>&1");
+        Result_s const Result = RunShell(std::string(TEST_EMULATOR BINDING_FOLDER "/") + Way.szCommand + " 2>&1");
         EXPECT_EQ(Result.iStatus, 0) << Way.szCommand << '\n' << Result.sOutput;
         EXPECT_EQ(CountOf(Result.sOutput, NOTICE), Way.bForeign ? 1 : 0) << Way.szCommand << '\n' << Result.sOutput;
         EXPECT_TRUE(Result.sOutput.ends_with("done\n")) << Way.szCommand << '\n' << Result.sOutput;

@@ -197,6 +197,7 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
 
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
 {
+    SKIP_IF_EMULATED("starting a program that shares memory until it runs");
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     Fault_s const Fault(plat::FAULT_INTEGER_DIVIDE);

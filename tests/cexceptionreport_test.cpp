@@ -38,8 +38,8 @@ namespace
         std::string const & sProgram = CRASHER_PATH)
     {
         auto const tStart = std::chrono::steady_clock::now();
-        std::string const sCommand = "cd '" + Folder.GetPath() + "' && exec '" + sProgram + "' " + sArguments + " '"
-                                     + sHelper + "' > out 2>&1 < /dev/null";
+        std::string const sCommand = "cd '" + Folder.GetPath() + "' && exec " TEST_EMULATOR "'" + sProgram + "' "
+                                     + sArguments + " '" + sHelper + "' > out 2>&1 < /dev/null";
         int const iStatus = std::system(sCommand.c_str());
         Crash_t Crash;
         Crash.tSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
@@ -95,7 +95,13 @@ namespace
     }
 }
 
-TEST(CrashReport, TellsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
+class CrashReport : public testing::Test
+{
+protected:
+    void SetUp() override { SKIP_IF_EMULATED("faults with the stack and the registers that the kernel gives"); }
+};
+
+TEST_F(CrashReport, TellsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
 {
     std::vector<std::tuple<std::string, std::string, int>> dRows = {
         { "divide", "C0000094 INT_DIVIDE_BY_ZERO", SIGFPE },
@@ -150,7 +156,7 @@ TEST(CrashReport, TellsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
     }
 }
 
-TEST(CrashReport, OutlivesACorruptedHeapAndEndsTheProcessByTheFault)
+TEST_F(CrashReport, OutlivesACorruptedHeapAndEndsTheProcessByTheFault)
 {
     if (plat::ADDRESS_CHECKER)
     {
@@ -163,7 +169,7 @@ TEST(CrashReport, OutlivesACorruptedHeapAndEndsTheProcessByTheFault)
 }
 
 // A call of no code has no code to list.
-TEST(CrashReport, ListsZerosWhereThereIsNoCode)
+TEST_F(CrashReport, ListsZerosWhereThereIsNoCode)
 {
     Crash_t const Crash = RunAlone("call");
     EXPECT_THAT(Crash.sReport, HasSubstr("\r\nFault address:  00000000 00:00000000 \r\n"));
@@ -171,7 +177,7 @@ TEST(CrashReport, ListsZerosWhereThereIsNoCode)
     EXPECT_EQ(Crash.iSignal, SIGSEGV);
 }
 
-TEST(CrashReport, EndsASilentProcessBehindTheFirstCallStack)
+TEST_F(CrashReport, EndsASilentProcessBehindTheFirstCallStack)
 {
     for (char const * szFault : { "read silent", "abort! silent" })
     {
@@ -184,7 +190,7 @@ TEST(CrashReport, EndsASilentProcessBehindTheFirstCallStack)
     }
 }
 
-TEST(CrashReport, GoesOnWithoutAFileAndWithAFullDisk)
+TEST_F(CrashReport, GoesOnWithoutAFileAndWithAFullDisk)
 {
     Crash_t const NoFolder = RunAlone("read nofolder");
     EXPECT_EQ(NoFolder.nReports, 0);
@@ -196,7 +202,7 @@ TEST(CrashReport, GoesOnWithoutAFileAndWithAFullDisk)
     EXPECT_THAT(Full.sLog, HasSubstr("Call stack functions:"));
 }
 
-TEST(CrashReport, OutlivesItsHelperAndItsOwnFaults)
+TEST_F(CrashReport, OutlivesItsHelperAndItsOwnFaults)
 {
     TempFolder_c const Folder;
     auto const Helper = [&Folder](char const * szScript)
@@ -219,7 +225,7 @@ TEST(CrashReport, OutlivesItsHelperAndItsOwnFaults)
     EXPECT_LT(Faulting.tSeconds, 4.0);
 }
 
-TEST(CrashReport, NamesFunctionsLinesAndVariables)
+TEST_F(CrashReport, NamesFunctionsLinesAndVariables)
 {
     if (access(ZQSYMBOLS_PATH, X_OK) != 0)
     {
@@ -249,7 +255,7 @@ TEST(CrashReport, NamesFunctionsLinesAndVariables)
     }
 }
 
-TEST(CrashReport, AppendsToTheReportOfTheSameSecond)
+TEST_F(CrashReport, AppendsToTheReportOfTheSameSecond)
 {
     for (int iTry = 0; iTry < 20; ++iTry)
     {
@@ -267,7 +273,7 @@ TEST(CrashReport, AppendsToTheReportOfTheSameSecond)
     FAIL() << "no two crashes in a second";
 }
 
-TEST(CrashReport, NamesAStrippedProgramByItsSections)
+TEST_F(CrashReport, NamesAStrippedProgramByItsSections)
 {
     TempFolder_c const Folder;
     std::string const sProgram = Folder.MakeFolder("a.folder") + "/crasher";

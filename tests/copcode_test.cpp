@@ -110,7 +110,8 @@ TEST(Opcode, TheGeneratorNamesTheLineOfAnError)
             { "8B/70 | mov", "bits outside of the mask: '8B/70'" }, { "8B mov", "neither a row nor a group" } })
     {
         std::string const sFile = Folder.Write("rows.txt", std::string("group root\n90 | nop # fine\n") + szLine);
-        Result_s const Result = RunShell(OPCODETABLE_PATH " " + Folder.Join("table.inc") + " " + sFile + " 2>&1");
+        Result_s const Result =
+            RunShell(TEST_EMULATOR OPCODETABLE_PATH " " + Folder.Join("table.inc") + " " + sFile + " 2>&1");
         EXPECT_EQ(Result.iStatus, 1);
         EXPECT_EQ(Result.sOutput, "opcodetable: " + sFile + "(3): " + szError + "\n");
     }

@@ -159,6 +159,7 @@ TEST(Threads, RunLockAndWakeEachOther)
 
 TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
 {
+    SKIP_IF_EMULATED("forking beside other threads");
     std::atomic<bool> bStop = false;
     std::latch AllThere(101);
     auto const Allocate = [&](int)

@@ -7,7 +7,7 @@ namespace
     std::string RunStartupOrder(std::string const & sArgument, TempFolder_c const & Folder = TempFolder_c())
     {
         Result_s const Result =
-            RunShell("cd " + Folder.GetPath() + " && '" STARTUP_ORDER_PATH "' " + sArgument + " 2>&1");
+            RunShell("cd " + Folder.GetPath() + " && " TEST_EMULATOR "'" STARTUP_ORDER_PATH "' " + sArgument + " 2>&1");
         EXPECT_EQ(Result.iStatus, 0);
         return Result.sOutput;
     }

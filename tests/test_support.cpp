@@ -120,7 +120,7 @@ Result_s RunShell(std::string const & sCommand)
 
 Result_s RunTool(std::string const & sArguments)
 {
-    return RunShell(ZQTOOL_PATH " " + sArguments + " 2>&1");
+    return RunShell(TEST_EMULATOR ZQTOOL_PATH " " + sArguments + " 2>&1");
 }
 
 FullDisk_c::FullDisk_c(rlim_t nBytes)

@@ -38,6 +38,11 @@ void InThreads(int nThreads, CALL const & Call)
     std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
 }
 
+/// Skips a test of what the kernel does and the emulator that runs the programs, if one does, can't. Says what that is.
+#define SKIP_IF_EMULATED(szAbility)                                                                                    \
+    if (TEST_EMULATOR[0] != '\0')                                                                                      \
+    GTEST_SKIP() << "not under an emulator: " szAbility
+
 /// Brings a module and what it needs up; Module_c::ShutdownAllModules brings all down.
 bool StartModule(Module_c * pModule);
 

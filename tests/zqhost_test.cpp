@@ -7,8 +7,8 @@ namespace
     // What the host says on standard error, and its status: 2 bad command line, 4 not saved, 5 stats not written.
     Result_s RunHost(std::string const & sArguments)
     {
-        return RunShell(
-            ZQHOST_PATH " --silent --frames 155 --media " TEST_MEDIA_FOLDER " " + sArguments + " 2>&1 >/dev/null");
+        return RunShell(TEST_EMULATOR ZQHOST_PATH " --silent --frames 155 --media " TEST_MEDIA_FOLDER " " + sArguments
+                        + " 2>&1 >/dev/null");
     }
 }
 

@@ -1,0 +1,12 @@
+# Some kernels run no i386 program. There the tests and the build's own tools run under qemu's user mode.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT DEFINED CMAKE_CROSSCOMPILING_EMULATOR)
+    file(WRITE ${PROJECT_BINARY_DIR}/trial.cpp "int main() {}\n")
+    try_run(ZQCORE_TRIAL_RUN ZQCORE_TRIAL_BUILT ${PROJECT_BINARY_DIR}/trial ${PROJECT_BINARY_DIR}/trial.cpp)
+    if(NOT ZQCORE_TRIAL_RUN EQUAL 0)
+        find_program(ZQCORE_QEMU qemu-i386)
+        if(NOT ZQCORE_QEMU)
+            message(FATAL_ERROR "This kernel runs no i386 program. Please install qemu-i386 (Debian: qemu-user)")
+        endif()
+        set(CMAKE_CROSSCOMPILING_EMULATOR "${ZQCORE_QEMU};-L;/" CACHE STRING "Runs the programs that are built")
+    endif()
+endif()
