@@ -68,6 +68,22 @@ namespace
         return false;
     }
 
+    // Leaves a lock for a scope.
+    class UnlockScope_c
+    {
+    public:
+        explicit UnlockScope_c(plat::Lock_c & Lock)
+            : m_Lock(Lock)
+        {
+            m_Lock.Leave();
+        }
+        ~UnlockScope_c() { m_Lock.Enter(); }
+        UnlockScope_c & operator=(UnlockScope_c &&) = delete;
+
+    private:
+        plat::Lock_c & m_Lock;
+    };
+
     void LogGrown(int iRoom, int iLength, char const * szLocation)
     {
         Log("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
@@ -291,17 +307,19 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation)
 {
     constexpr std::size_t SLICE = 256 * 1024;   // bytes from one look at the stop to the next
-    GetLock().Leave();
     auto const nBytes = static_cast<std::size_t>(Facts.nSize);
-    std::unique_ptr<unsigned char[]> pBlock(pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes]);
-    char * const pTo = static_cast<char *>(pBuffer ? pBuffer : pBlock.get());
+    std::unique_ptr<unsigned char[]> pBlock;
     std::size_t nRead = 0;
-    for (std::size_t nSlice = SLICE; nSlice == SLICE && nRead < nBytes && !FileAsyncIsStopping(); nRead += nSlice)
     {
-        nSlice = plat::FileRead(hFile, pTo + nRead, std::min(SLICE, nBytes - nRead));
+        UnlockScope_c const Scope(GetLock());
+        pBlock.reset(pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes]);
+        char * const pTo = static_cast<char *>(pBuffer ? pBuffer : pBlock.get());
+        for (std::size_t nSlice = SLICE; nSlice == SLICE && nRead < nBytes && !FileAsyncIsStopping(); nRead += nSlice)
+        {
+            nSlice = plat::FileRead(hFile, pTo + nRead, std::min(SLICE, nBytes - nRead));
+        }
+        CloseTracked(hFile);
     }
-    CloseTracked(hFile);
-    GetLock().Enter();
     if (nRead != nBytes)
     {
         return FileAsyncIsStopping() ? false : ComplainOfRead(szLocation);
