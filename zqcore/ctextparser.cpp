@@ -116,7 +116,7 @@ bool SimpleTextParser_c::Open(char const * pText, int iLength)
 }
 
 /// Logs a line, if there is one, and keeps the reason; false.
-bool SimpleTextParser_c::Refuse(char const * szLine, char const * szReason)
+bool SimpleTextParser_c::Refuse(char const * szLine, char const * szReason) const
 {
     if (szLine)
     {
@@ -164,7 +164,7 @@ bool SimpleTextParser_c::ParseNext()
 }
 
 /// Copies a token, cut with a complaint to nSize - 1 characters, and terminates.
-void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize)
+void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize) const
 {
     std::size_t const nCopy = std::min(Token.GetLength(), nSize - 1);
     CopyDoubled(Token, szTo, nCopy);
@@ -191,7 +191,7 @@ void SimpleTextParser_c::CopyDoubled(TextToken_t const & Token, char * pTo, std:
     }
 }
 
-void SimpleTextParser_c::LogOverflow(LAST_PARSED eKind, char const * pText)
+void SimpleTextParser_c::LogOverflow(LAST_PARSED eKind, char const * pText) const
 {
     bool const bWord = eKind == LAST_PARSED_WORD, bString = eKind == LAST_PARSED_STRING;
     Log(bWord     ? "SimpleTextParser_c::ParseWord : word buffer overflow."
@@ -203,7 +203,7 @@ void SimpleTextParser_c::LogOverflow(LAST_PARSED eKind, char const * pText)
         nullptr, m_pBegin, GetOffset(eKind, pText));
 }
 
-bool SimpleTextParser_c::LogNotOpened()
+bool SimpleTextParser_c::LogNotOpened() const
 {
     return Refuse("SimpleTextParser_c::ParseNext : text wasn't opened.", NO_TEXT);
 }

@@ -106,11 +106,11 @@ private:
     friend class SpreadsheetParser_c;   // takes tokens where they stand, without the buffers
 
     bool NextToken(TextToken_t & Token);
-    bool Refuse(char const * szLine, char const * szReason);
-    bool LogNotOpened();
-    void CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize);
+    ZQ_COLD bool Refuse(char const * szLine, char const * szReason) const;
+    ZQ_COLD bool LogNotOpened() const;
+    void CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize) const;
     void CopyDoubled(TextToken_t const & Token, char * pTo, std::size_t nCopy) const;
-    ZQ_COLD void LogOverflow(LAST_PARSED eKind, char const * pText);
+    ZQ_COLD void LogOverflow(LAST_PARSED eKind, char const * pText) const;
     std::size_t GetOffset(LAST_PARSED eKind, char const * pText) const;
     void ClassifyCharacters();
 
@@ -130,5 +130,5 @@ private:
     CharacterSet_c m_setWordRest;
     CharacterSet_c m_setNumberRest;
     unsigned char m_dClasses[256];   // the sets in one look-up, see ctextparser_internal.h
-    TextErrors_c m_Errors;
+    mutable TextErrors_c m_Errors;
 };

@@ -235,7 +235,7 @@ inline int Warehouse_c::FindColumn(char const * sColumn) const
 }
 
 /// The work line's cell in a named column, null for a null cell; false if there is no such column or no work line.
-bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) const
+inline bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) const
 {
     ZQ_ASSERT(sColumn);
     if (!sColumn || !m_pData || m_Work.IsEmpty())
