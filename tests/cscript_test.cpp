@@ -121,8 +121,8 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
             "[" + std::string(259, 't') + "] [" + std::string(259, 'u') + "] <" + std::string(259, 'v') + "> <"
                 + std::string(259, 'w') + "> [x]" },
         { std::string(257, '0') + "12 " + std::string(258, '0') + "12", "I|I", "12 1" },
-        { std::string(60, 'x') + " needle " + std::string(99, 'y') + "\0b c"s, "pneedle|T|qc|qy|.",
-            "found [" + std::string(99, 'y') + "] none found 167:0" },
+        { std::string(250, 'x') + " needle " + std::string(99, 'y') + "\0b c"s, "pneedle|T|qc|qy|.",
+            "found [" + std::string(99, 'y') + "] none found 357:0" },
     };
     for (Row_s const & row : dRows)
     {

@@ -324,6 +324,7 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
              { true, "b", CUT, "(7,4): the text is cut in column \"u\"" },
              { true, "b", NONE, "(6,1): there is no column \"none?1\"" },
              { true, "c", N, "(8,2): there is no value in column \"n\"" },
+             { true, "c", PAIR, "(8,2): there is no pair of numbers in column \"T\"" },
              { false, "a", U, "" },
              { false, "b", N, "(4,3): there is no whole number in column \"n\"" },
              { false, "b", PAIR, "(4,7): there is no pair of numbers in column \"T\"" },
@@ -349,6 +350,7 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
         Rows_t<std::function<void(Script_c &)>, std::string>{
             { [](Script_c & S) { S.SkipToken("size"), S.GetInt("weight"); }, "" },
             { [](Script_c & S) { S.SkipToken("weight"); }, "(2,3): this is not the expected token \"weight\"" },
+            { [](Script_c & S) { S.SkipToken("x"), S.SkipToken("y"); }, "(4,1): this is not the expected token \"y\"" },
             { [](Script_c & S) { S.GetFloat("none"); }, "(2,3): this is not the expected label \"none\"" },
             { [](Script_c & S) { S.SkipToken("size"), S.GetInt("Weight"); },
                 "(4,1): this is not the expected label \"Weight\"" },
