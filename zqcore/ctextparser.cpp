@@ -203,9 +203,9 @@ void SimpleTextParser_c::LogOverflow(LAST_PARSED eKind, char const * pText) cons
         nullptr, m_pBegin, GetOffset(eKind, pText));
 }
 
-bool SimpleTextParser_c::LogNotOpened() const
+void SimpleTextParser_c::LogNotOpened() const
 {
-    return Refuse("SimpleTextParser_c::ParseNext : text wasn't opened.", NO_TEXT);
+    Refuse("SimpleTextParser_c::ParseNext : text wasn't opened.", NO_TEXT);
 }
 
 /// Where a token begins, with the delimiter of a string.

@@ -107,7 +107,7 @@ private:
 
     bool NextToken(TextToken_t & Token);
     ZQ_COLD bool Refuse(char const * szLine, char const * szReason) const;
-    ZQ_COLD bool LogNotOpened() const;
+    ZQ_COLD void LogNotOpened() const;
     void CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize) const;
     void CopyDoubled(TextToken_t const & Token, char * pTo, std::size_t nCopy) const;
     ZQ_COLD void LogOverflow(LAST_PARSED eKind, char const * pText) const;

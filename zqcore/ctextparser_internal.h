@@ -50,7 +50,11 @@ inline bool SimpleTextParser_c::NextToken(TextToken_t & Token)
     Token.eKind = LAST_PARSED_NOTHING;
     if (p == m_pEnd)
     {
-        return m_pBegin ? false : LogNotOpened();
+        if (!m_pBegin)
+        {
+            LogNotOpened();
+        }
+        return false;
     }
     m_cFirstChar = *p;
     Token.eKind = KindOf(*p++);
