@@ -1,8 +1,8 @@
 // clipboard.h: a place for data that all processes of the user share, one process at a time.
 //
-// Data stand under formats, each a name of at most 255 bytes. Whoever has the clipboard open has it alone; a process that
+// Data are kept under formats, each a name of at most 255 bytes. Whoever has the clipboard open has it alone; a process that
 // ends, however it ends, closes it, and a child process finds it closed. Data reach the others when they are set, as a
-// whole: a process killed on the way leaves the former data. The clipboard is a folder on disk and survives the
+// whole: a process killed on the way leaves the previous data. The clipboard is a folder on disk and survives the
 // processes; a block is limited to 64 MiB. One thread of a process at a time.
 #pragma once
 

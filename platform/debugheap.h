@@ -1,7 +1,7 @@
 // debugheap.h: a heap that knows of each block its word, size, source file and line.
 //
 // Sits on the C library's malloc and on nothing else. Every event passes a hook before it takes effect, under the
-// heap's lock. New memory is filled with 0xCD, freed memory with 0xDD, and a fence of at least 4 bytes of 0xFD stands
+// heap's lock. New memory is filled with 0xCD, freed memory with 0xDD, and a fence of at least 4 bytes of 0xFD lies
 // before and after each block; damage to a fence is reported when the block is freed. A block of more than
 // HEAP_FILL_LIMIT bytes is filled at its ends only. Any thread; usable before the first constructor runs and after the
 // last destructor has.
@@ -42,7 +42,7 @@ namespace plat
     /// Called when no memory is to be had; the heap tries again if it returns true.
     using HeapFailure_t = bool (*)(std::size_t nBytes);
 
-    /// The text that stands for a block's word in reports.
+    /// The text that reports show for a block's word.
     using HeapWordName_t = char const * (*)(std::uint32_t dwType);
 
     /// Called for each block that still lives when the process ends.
@@ -54,7 +54,7 @@ namespace plat
     /// Takes a block; null if there is no memory and the failure handler gives up. The start is aligned for any type.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine);
 
-    /// Narrows a live block to the bytes that its caller sees. What stands after them becomes part of the fence, and
+    /// Narrows a live block to the bytes that its caller sees. What follows them becomes part of the fence, and
     /// reports state this address and size.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
@@ -86,7 +86,7 @@ namespace plat
 
     /// Whether the blocks that still live when the process ends are reported, after the last destructor. Those that the
     /// C++ runtime's own globals reach are none of them: it keeps them for as long as the process runs. While other
-    /// threads run, what they hold can't be told from what is lost: one line then says that nothing is listed.
+    /// threads run, what they hold can't be distinguished from what is lost: one line then says that nothing is listed.
     void HeapSetLeakCheck(bool bCheck);
 
     /// The name of a word.

@@ -2,7 +2,7 @@
 //
 // The watch collects changes between two reads and hands them over in the caller's buffer, as records one behind the
 // other. A change is: a file that was opened for writing is closed, unless it is new and empty; a file is renamed onto
-// one that exists, or that existed and whose name is kept; a file stands written in a folder that was made just now, and
+// one that exists, or that existed and whose name is kept; a file is found written in a folder that was made just now, and
 // is no older than that. One file is in a batch once, in the order of the first changes. One thread at a time. In the
 // child of a fork a watch begins anew at the first IsComplete.
 #pragma once

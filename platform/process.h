@@ -15,13 +15,13 @@ namespace plat
     bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize);
 
     /// Puts the current folder in front of a relative path of nSize units at most; an empty one stays empty. False, with
-    /// the path as it was, if the folder can't be told or the result does not fit.
+    /// the path as it was, if the folder is unknown or the result does not fit.
     bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize);
 
     /// Makes a folder the current one; false on failure.
     bool ProcessSetCurrentFolder(wchar_t const * szFolder);
 
-    /// How many threads run beside the calling one; 0 if that can't be told. A thread that has just been joined counts
+    /// How many threads run beside the calling one; 0 if that is unknown. A thread that has just been joined counts
     /// for some microseconds still, so the call waits up to 10 ms for none to be left.
     int ProcessOtherThreads();
 

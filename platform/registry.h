@@ -7,7 +7,7 @@
 // itself, an empty or null name the key's unnamed value. Any thread, any process; a child process can go on with the
 // keys that its parent had open.
 //
-// Changes of one key wait for each other. A process that died holds nobody up; one that stands still makes the others
+// Changes of one key wait for each other. A process that died delays nobody; one that is stopped makes the others
 // fail after 5 seconds.
 #pragma once
 
@@ -92,7 +92,7 @@ namespace plat
     /// still to be closed. False if it is not there, if it has subkeys or is a tree itself; nothing is deleted then.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
-    /// The same with all subkeys, however deep; those of a key are deleted ahead of it, from the last to the first. A
+    /// The same with all subkeys, however deep; those of a key are deleted before it, from the last to the first. A
     /// failure may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 

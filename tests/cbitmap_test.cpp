@@ -357,7 +357,7 @@ TEST(TinyBitmap, PacksCellsIntoAWord)
     EXPECT_EQ(fnWord(Tiny), 3u);
 }
 
-// An archive as a host may write one over a stream, which tells neither length nor position.
+// An archive as a host may write one over a stream, which knows neither length nor position.
 struct StreamArchive_c : Serializeable_c
 {
     explicit StreamArchive_c(std::string sBytes)

@@ -236,7 +236,7 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
         DebugMessages_c::Get().DebugWarningInternal("located");
     };
     // What complains, whether silently, the answer, the exit status or below 0 the signal, and the trace; an exit puts a
-    // dot behind it.
+    // dot after it.
     for (auto const & [fnComplain, bSilent, eAnswer, iStatus, szTrace] :
         Rows_t<void (*)(), bool, Answer_e, int, char const *>{ { Assertion, true, Answer_e::Ignore, 1, "^CLx\\." },
             { Assertion, false, Answer_e::Abort, -SIGTRAP, "^CLxDX" },

@@ -126,7 +126,7 @@ TEST(Memory, AnEndedThreadLeavesNoCategoryToTheNext)
         });
 }
 
-// A fence stands right after the caller's bytes, whatever the alignment leaves there.
+// A fence follows the caller's bytes directly, whatever the alignment leaves there.
 TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
 {
     static std::string s_sReports;

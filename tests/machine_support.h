@@ -22,7 +22,7 @@ inline bool LeasesSeeWriters()
     return bRefused && bGranted;
 }
 
-/// Whether a watch on a folder tells of a file that is written there.
+/// Whether a watch on a folder reports a file that is written there.
 inline bool WatchesTellOfWrites()
 {
     TempFolder_c const Folder;

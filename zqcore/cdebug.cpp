@@ -101,7 +101,7 @@ namespace
         return p;
     }
 
-    // Whether the bracket at p is part of a type or a name: "decltype(...)", or "function()::" ahead of a local class.
+    // Whether the bracket at p is part of a type or a name: "decltype(...)", or "function()::" before a local class.
     bool IsBracketInside(char const * szFunction, char const * p)
     {
         constexpr std::string_view DECLTYPE = "decltype";

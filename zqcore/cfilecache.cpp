@@ -256,7 +256,7 @@ namespace
 
     void CacheLoader_c::Load()
     {
-        m_Archive.Open();   // a newer minor version may have more to say behind the records
+        m_Archive.Open();   // a newer minor version may have more to say after the records
         for (int nPaths = LoadCount(); nPaths > 0; --nPaths)
         {
             LoadFolder();

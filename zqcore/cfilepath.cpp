@@ -87,7 +87,7 @@ namespace
         {
             String_T<256> const & sPath;
             String_T<256> const * pPath;   // its entry in g_sPaths; null if that is full
-            char const * szKeyFolder;      // what stands in front of the names in keys; null for bare names
+            char const * szKeyFolder;      // the prefix of the names in keys; null for bare names
         };
 
         void AddEntry(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
@@ -225,7 +225,7 @@ namespace
     }
 
     // Adds the entry and those after it whose names differ in case only. Returns how many they are. A path in lower
-    // case leads to the one without capitals, which stands last, else to the first: that one is added first.
+    // case leads to the one without capitals, which is last, else to the first: that one is added first.
     std::size_t FolderScan_c::AddAlike(
         Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst)
     {

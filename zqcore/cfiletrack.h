@@ -19,7 +19,7 @@
 // if it does not, all of it is lost; a hundred paths of 14 characters fit. Of paths the characters up to U+00FF count
 // and the others are dropped, so changes of files below such names are lost, those of known ones with a log line.
 //
-// The child of a fork tracks on its own from its first call on; what changed before that is told in the parent alone.
+// The child of a fork tracks on its own from its first call on; what changed before that is reported in the parent alone.
 #pragma once
 
 #include "zqcore/cconfig.h"

@@ -95,7 +95,7 @@ namespace
             m_pOut += std::min(static_cast<std::size_t>(std::max(nText, 0)), nRoom);
         }
 
-        // Puts wide text as at most nMost bytes of whole characters, padded with blanks to the width; below 0: behind.
+        // Puts wide text as at most nMost bytes of whole characters, padded with blanks to the width: on the right if it is below 0.
         void PutWide(wchar_t const * szText, std::size_t nMost, int nWidth)
         {
             std::size_t const nRoom = static_cast<std::size_t>(m_pEnd - m_pOut);
@@ -196,7 +196,7 @@ namespace
         std::size_t nLength = 0;
         char cKind;   // NUL at the end of the format
 
-        // Takes apart what follows a '%', with the arguments that a '*' asks for, and moves behind it.
+        // Parses what follows a '%', with the arguments that a '*' asks for, and moves past it.
         Conversion_s(char const *& pFormat, Arguments_s & Arguments)
             : pFlags(pFormat)
         {

@@ -8,7 +8,7 @@
 // The heap is tracked from load time on (MemoryInit runs in the first global constructor). One lock, g_CategoryLock,
 // guards the counters; a block costs one lock cycle and a consistency check on each way.
 //
-// The library must be linked to the executable itself, ahead of the C++ runtime. Where `delete` of the process is not
+// The library must be linked to the executable itself, before the C++ runtime. Where `delete` of the process is not
 // the library's all the same (the library arrives through another library or a plugin; a checker has its own), `new`,
 // ZQ_NEW and CoreMemory use the process's operators: every block still reaches the heap that it came from, but these
 // blocks are not tracked. One line on standard error says so at load.

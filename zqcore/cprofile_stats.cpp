@@ -30,7 +30,7 @@ namespace
     static_assert(offsetof(timer_t, tMaxEver) == 2480 && sizeof(timerFrame_t) == 16);
 
     constinit plat::AsyncFile_c g_StatsFile;
-    plat::File_t g_hTracked = nullptr;   // the handle that FileOpenTracker was told
+    plat::File_t g_hTracked = nullptr;   // the handle that FileOpenTracker was called with
     char * g_pBuffer = nullptr;          // there while a file is open; in a forked process until it is closed
     std::uint64_t g_nPosition = 0;       // after the last batch that is known to be there
     bool g_bFailed = false;              // the latest file, or a batch of it, is lost

@@ -1,7 +1,7 @@
 // cregistry.h: typed values under hierarchical keys, in the machine's store or the user's.
 //
 // A Registry_c has a root tree and at most one open key, on which all value operations work. Key paths separate with
-// `\`; keys and names are told apart without regard to ASCII case, may hold any byte that text allows and are limited to
+// `\`; keys and names compare without regard to ASCII case, may hold any byte that text allows and are limited to
 // 255 bytes each. Results are 1 and 0; nothing is logged, and what fails leaves the caller's variables alone unless told
 // otherwise. Values are replaced as a whole: other processes, and a process that was killed, see the old one or the new
 // one.
@@ -103,7 +103,7 @@ private:
 
     plat::RegistryTree_e m_hRoot;
     plat::RegistryKey_t m_hKey = nullptr;
-    std::uint32_t m_samDesired = plat::REGISTRY_ALL_ACCESS;       // rights that are asked for with every key
+    std::uint32_t m_samDesired = plat::REGISTRY_ALL_ACCESS;          // rights that are asked for with every key
     plat::RegistryType_e m_dwType = plat::RegistryType_e::Untyped;   // found by the last typed read
     std::uint32_t m_dwPlatform;
 };

@@ -1,7 +1,7 @@
 // cscope_internal.h: a value that a variable has for a scope.
 #pragma once
 
-/// Sets a variable for a scope; the former value returns however the scope ends. For state round a call of a host's code,
+/// Sets a variable for a scope; the previous value returns however the scope ends. For state round a call of a host's code,
 /// which may throw: a flag against re-entrance above all.
 template <typename VARIABLE, typename VALUE>
 class ValueScope_T

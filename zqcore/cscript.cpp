@@ -344,7 +344,7 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
     return bFound;
 }
 
-/// Moves to where a text next stands, ahead of any NUL; false if it does not. Looks at stretches that double, so that the
+/// Moves to the next occurrence of a text before any NUL. Returns false if there is none. Looks at stretches that double, so that the
 /// cost is that of the way to the nearer of the two.
 bool Script_c::Find(char const * sToken)
 {
@@ -547,7 +547,7 @@ void Script_c::GetDump(char * pBuffer, int iStart, int iEnd)
     }
 }
 
-/// Keeps that something else than was expected stands in the text, and complains.
+/// Records that the text holds something else than was expected, and complains.
 void Script_c::ErrorAt(char const * szReason, char const * szAbout, int iPosition)
 {
     m_Errors.SetAt(szReason, szAbout, m_pData, static_cast<std::size_t>(iPosition));

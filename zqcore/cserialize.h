@@ -80,7 +80,7 @@ public:
     /// Begins a chunk, one at a time. Asserts that none is open, and fails the archive otherwise.
     /// - Writing: false means that the archive has failed, and true that the chunk is open.
     /// - Reading: a chunk of another name ends in Abort. False means that the chunk is empty, and then ChunkEnd must
-    ///   still be called, or that the archive has failed; IsFailed tells which. True does not mean success: a stored length
+    ///   still be called, or that the archive has failed; IsFailed says which. True does not mean success: a stored length
     ///   that is too small fails the archive and returns true.
     virtual bool ChunkBegin(char const * sName) = 0;
 

@@ -316,7 +316,7 @@ bool Spreadsheet_c::Parse(char const * pText, int iLength)
         LogHeadFailed();
         return m_Errors.Fail("the file holds no row");
     }
-    if (bError)   // in the head, which keeps the cells ahead of it
+    if (bError)   // in the head, which keeps the cells before it
     {
         Parser.GetErrors().LogIfWanted();
     }

@@ -94,7 +94,7 @@ void TextErrors_c::Place(char const * pText, std::size_t nAt)
     }
     for (; p < pEnd; ++p)
     {
-        constexpr unsigned REST_MASK = 0xC0, REST = 0x80;   // the bytes of a character of UTF-8 behind its first one
+        constexpr unsigned REST_MASK = 0xC0, REST = 0x80;   // the bytes of a UTF-8 character after its first one
         m_iColumn += (static_cast<unsigned char>(*p) & REST_MASK) != REST;
     }
     m_nCounted = nAt;

@@ -30,7 +30,7 @@ struct TextError_t
     bool IsSet() const { return !sReason.IsEmpty(); }
 };
 
-/// Whether each error of a reader is also logged, as one line behind those of the reader: "%s(%d,%d): %s" with file,
+/// Whether each error of a reader is also logged, as one line after those of the reader: "%s(%d,%d): %s" with file,
 /// line, column and reason, or "%s: %s" for an error without a place. Starts false. Any thread.
 ZQ_API void SetTextErrorLog(bool bEnable);
 
@@ -56,8 +56,8 @@ public:
     /// Sets an error without a place and logs it if that is switched on; false.
     bool Fail(char const * szReason, char const * szAbout = nullptr);
 
-    /// Gives the error set last its place, nAt bytes behind the start of a text. Linear in the distance from the
-    /// previous place in that text, or in nAt if it lies ahead of that one.
+    /// Sets the place of the last error, nAt bytes after the start of a text. Linear in the distance from the
+    /// previous place in that text, or in nAt if it lies before that one.
     void Place(char const * pText, std::size_t nAt);
 
     /// Forgets the previous place: the text has changed.

@@ -19,7 +19,7 @@ inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
 /// The text of a file as a reader takes it.
 struct FileText_t
 {
-    char const * pText = nullptr;   // behind a byte order mark; null if the contents are not resident
+    char const * pText = nullptr;   // after a byte order mark; null if the contents are not resident
     int nText = 0;
     char const * szRefused = nullptr;   // why the text can't be read; there is none then
 };

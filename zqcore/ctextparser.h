@@ -114,7 +114,7 @@ private:
     std::size_t GetOffset(LAST_PARSED eKind, char const * pText) const;
     void ClassifyCharacters();
 
-    char const * m_pBegin = nullptr;   // the text behind a byte order mark; null while closed
+    char const * m_pBegin = nullptr;   // the text after a byte order mark; null while closed
     char const * m_pEnd = nullptr;
     LAST_PARSED m_lastParsed = LAST_PARSED_NOTHING;
     char * m_szWord = nullptr;

@@ -143,7 +143,7 @@ WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
     return Scan;
 }
 
-/// Keeps where the work line stands.
+/// Records the place of the work line.
 void Warehouse_c::NoteWork(WarehouseScan_t const & Scan)
 {
     m_nWork = Scan.GetLineStart();
@@ -450,7 +450,7 @@ void Warehouse_c::KeepError(char const * szReason, char const * sColumn) const
     }
 }
 
-/// Counts where the last error stands, if the text is still the one that it was found in.
+/// Counts the place of the last error, if the text is still the one that it was found in.
 void Warehouse_c::PlaceError() const
 {
     Text_s const Text = std::exchange(m_ErrorText, Text_s{});

@@ -54,7 +54,7 @@ namespace
         DumpSystemInfo();
         Log("%s", GetBuildVersionString());
         ListenersAdd();
-        SetTextErrorLog(true);   // who writes tables is told the line
+        SetTextErrorLog(true);   // names the line to who writes tables
         SetAchtungs(false);      // media of all kinds come along: complaints are counted and reported at the end
     }
 

@@ -272,8 +272,8 @@ namespace plat
         return true;
     }
 
-    // The changed files that are still there. One whose name went behind the change may have come back by the exchange of
-    // two names, which the events do not tell from a rename.
+    // The changed files that are still there. One whose name went after the change may have come back by the exchange of
+    // two names, which the events do not distinguish from a rename.
     std::vector<std::u16string> FolderWatch_c::Tree_c::TakeNames()
     {
         std::vector<std::u16string> dNames;

@@ -102,7 +102,7 @@ namespace plat
                 }
             }
 
-            // The runtime is a module of its own, or its globals can't be told from the program's.
+            // The runtime is a module of its own, or its globals can't be distinguished from the program's.
             void ScanIfRuntime(dl_phdr_info const & Module)
             {
                 auto const iRuntime = reinterpret_cast<std::uintptr_t>(&std::locale::classic());

@@ -39,7 +39,7 @@ namespace plat
             return true;
         }
 
-        // The 18th field behind the name, which stands in brackets and may hold anything.
+        // The 18th field after the name, which is in brackets and may hold anything.
         int ThreadsOfProcess()
         {
             constexpr int FIELD = 18;

@@ -1,7 +1,7 @@
 // The store: a key is a folder, a value a file in it.
 //
 // Names on disk are folded to ASCII lower case; a byte outside [a-z0-9_ .-], and a "." in front, is written as %XX. In
-// the folder of a key stand the folders of its subkeys under their names, each value after "=", the record "@key" with
+// the folder of a key are the folders of its subkeys under their names, each value after "=", the record "@key" with
 // the key's own spelling, and "~", what a writer is busy with. None of the three marks is left unescaped in front of a
 // name. A record is written as "~" and renamed, so a name never shows half of one.
 //

@@ -1,4 +1,4 @@
-// registryfolder.h: what stands in the folder of a key of the registry's store. See registry.cpp for the names there.
+// registryfolder.h: the contents of a key's folder in the registry's store. See registry.cpp for the names there.
 #pragma once
 
 #include <cstdint>

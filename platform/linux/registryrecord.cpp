@@ -27,7 +27,7 @@ namespace plat
         constexpr std::size_t CHECK_AT = 16;
         constexpr std::size_t HEADER_SIZE = 20;
 
-        constexpr char SHORTENED_MARK = '~';   // ahead of the hash in a shortened name
+        constexpr char SHORTENED_MARK = '~';   // before the hash in a shortened name
 
         std::uint32_t GetWord(char const * pBytes)
         {

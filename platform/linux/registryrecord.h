@@ -28,7 +28,7 @@ namespace plat
     /// Reads a file of records; false if it is none, or damaged. The record points into the bytes.
     bool LoadRecord(int iFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record);
 
-    /// Puts a record in the place of szFile; false on failure, with the former one in place. With bAlone the caller is
+    /// Replaces szFile by a record. Returns false on failure, with the previous one in place. With bAlone the caller is
     /// the only writer to the folder.
     bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
@@ -37,7 +37,7 @@ namespace plat
     bool KeyNameOnDisk(std::string_view sName, std::string & sFile);
     bool ValueNameOnDisk(std::string_view sName, std::string & sFile);
 
-    /// Whether a file's name is a shortened one, from which the name can't be told.
+    /// Whether a file's name is a shortened one, from which the name can't be read.
     bool IsShortenedName(std::string_view sFile);
 
     /// The folded name of the key that has szFile for its folder; false if it is the folder of none, or a shortened name.

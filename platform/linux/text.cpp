@@ -27,7 +27,7 @@ namespace plat
         constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
             { 0xF8, 0xF0, 3, 0x10000 } };
 
-        // Takes the character at pText and moves behind it; false at a byte that starts none, which is taken alone.
+        // Reads the character at pText and moves past it. Returns false at a byte that starts none, which is read alone.
         bool TakeUtf8(unsigned char const *& pText, char32_t & cText)
         {
             unsigned char const * pByte = pText++;
@@ -58,7 +58,7 @@ namespace plat
             return false;
         }
 
-        // Takes the character at szText, or a byte's value, and moves behind it; U+FFFD for any other value.
+        // Reads the character at szText, or a byte's value, and moves past it. Returns U+FFFD for any other value.
         char32_t TakeWide(wchar_t const *& szText)
         {
             char32_t const cValue = static_cast<char32_t>(*szText++);
