@@ -256,7 +256,7 @@ TEST_F(Logs, AFullDiskTearsNoLaterLineAndTheLostOnesAreCounted)
         std::string const sName = bMain ? "message.log" : "a.txt";
         auto const Say = [bMain](char const * szText) { bMain ? LogText(szText) : Logf("a.txt", "%s", szText); };
         {
-            FullDisk_c const Full(fs::file_size(m_Folder.Join(sName)) + 4);
+            FullDisk_c const Full(static_cast<rlim_t>(fs::file_size(m_Folder.Join(sName)) + 4));
             Say("      torn");
             Say("lost");
         }
