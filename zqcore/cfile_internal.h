@@ -73,9 +73,9 @@ private:
 };
 
 /// The length of a file that another thread may be opening.
-inline int FileLength(File_c & File)
+inline int FileLength(File_c const & File)
 {
-    return std::atomic_ref(File.iLength).load(std::memory_order_relaxed);
+    return std::atomic_ref(const_cast<int &>(File.iLength)).load(std::memory_order_relaxed);
 }
 
 /// Where a file lies on disk. Holds folder and name at full length, unlike GetFullPath.

@@ -131,7 +131,7 @@ namespace
         for (File_c const * pFile : dFiles)
         {
             std::uint32_t const nIndex = IndexOf(Root.Relative(*pFile->pPath));
-            FileRecord_s{ nIndex, pFile->ftCreationTime, pFile->iLength, pFile->sName }.Serialize(Archive);
+            FileRecord_s{ nIndex, pFile->ftCreationTime, FileLength(*pFile), pFile->sName }.Serialize(Archive);
         }
     }
 

@@ -1,6 +1,7 @@
 #include "zqcore/cfilehash.h"
 
 #include "zqcore/carray.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/csha1.h"
 
@@ -42,7 +43,8 @@ void FileBuildMediaHash(bool bAllCsv)
     for (File_c const * pFile : dHashFiles)
     {
         AddToMessage(Message, pFile->sName, static_cast<std::size_t>(pFile->sName.Length()));
-        AddToMessage(Message, &pFile->iLength, sizeof pFile->iLength);
+        int const iLength = FileLength(*pFile);
+        AddToMessage(Message, &iLength, sizeof iLength);
     }
     ZQ_ASSERT(SHA1Result(&Message, g_dMediaHash) == shaSuccess);
 }
