@@ -13,7 +13,6 @@
 #include <deque>
 #include <iterator>
 #include <map>
-#include <memory>
 #include <random>
 #include <set>
 #include <vector>
@@ -284,30 +283,6 @@ TEST(GigaPool, AListenerOfAComplaintMayUseThePool)
 {
     ExpectThatAListenerMayUse(GigaPoolStatic_c(64, 16));
     ExpectThatAListenerMayUse(GigaPoolResizeable_c(1, 1024));
-}
-
-TEST(GigaPoolResizeable, FindsTheChunkAmongThousands)
-{
-    std::mt19937 Random(3);
-    std::vector<std::unique_ptr<char[]>> dBetween;   // so that the chunks are no neighbours
-    std::vector<void *> dTaken;
-    GigaPoolResizeable_c Pool(1, 8192);
-    for (int i = 0; i < 2000; ++i)
-    {
-        dBetween.push_back(std::make_unique_for_overwrite<char[]>((1 + Random() % 8) << 16));
-        std::ranges::copy(Take(Pool, 32), std::back_inserter(dTaken));
-    }
-    std::shuffle(dTaken.begin(), dTaken.end(), Random);
-    std::set<void *> const dOut(dTaken.begin(), dTaken.end());
-    ASSERT_EQ(dOut.size(), dTaken.size());
-    EXPECT_FALSE(Pool.IsValid(At(*dOut.begin(), -1, 1)));
-    EXPECT_FALSE(Pool.IsValid(&Pool));
-    for (void * const p : dTaken)
-    {
-        ASSERT_TRUE(Pool.IsValid(At(p, 8191, 1)));
-        ASSERT_TRUE(Pool.Free(p, false));
-    }
-    EXPECT_EQ(Pool.WaterMark(), 0);
 }
 
 TEST(GigaPoolResizeable, ElementsStayApartOverAMillionRandomSteps)

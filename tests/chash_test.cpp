@@ -93,19 +93,6 @@ TEST(StringHash, AddTakesTheFirstDeletedSlotUnseenOfTheKeyBehindIt)
     EXPECT_EQ(s_Table.FindByName(Second.sName), &Second);
 }
 
-TEST(StringHash, IsFullBehindTwoThirdsOfTheSlots)
-{
-    static StringHash_T<Item_s, 8, 8, 1> s_Table;
-    s_Table.Reset();
-    Item_s dItems[] = { { "abcda" }, { "abcdb" }, { "abcdc" }, { "abcdd" }, { "abcde" }, { "abcdf" } };
-    for (Item_s & Item : dItems)   // of one slot
-    {
-        bool const bFits = &Item < dItems + 5;
-        EXPECT_EQ(s_Table.Add(&Item, &Item.sName), bFits ? HASH_ADDED : HASH_FULL);
-        EXPECT_EQ(s_Table.FindByName(Item.sName), bFits ? &Item : nullptr);
-    }
-}
-
 TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
 {
     static StringHash_T<Item_s, 8, 256, 117> s_Table;

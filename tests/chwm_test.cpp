@@ -7,8 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <random>
-#include <vector>
 
 namespace
 {
@@ -41,31 +39,6 @@ TEST(StaticMemoryPool, TakesTheSmallestClassThatFits)
     EXPECT_EQ(Pool.IsValid(&iForeign), 0);
     EXPECT_FALSE(Pool.Free(&iForeign, false));
     EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Pool.IsArray(&iForeign)); }), "0");
-}
-
-TEST(StaticMemoryPool, KeepsManyBlocksOfAllClassesApart)
-{
-    StaticMemoryPool_c Pool("many");
-    AddGroups(Pool, { 16, 40, 64, 2000 });
-    std::vector<std::pair<unsigned *, bool>> dOut;
-    std::mt19937 Random(4);
-    for (unsigned i = 0; i < 200000; ++i)
-    {
-        if (dOut.size() < 20000 && Random() % 2 == 0)
-        {
-            unsigned const nBytes = 8 + static_cast<unsigned>(Random()) % (8u << Random() % 8);
-            dOut.emplace_back(static_cast<unsigned *>(Pool.Alloc(nBytes, i % 2 != 0)), i % 2 != 0);
-            dOut.back().first[0] = dOut.back().first[1] = i;
-        }
-        else if (!dOut.empty())
-        {
-            std::swap(dOut[Random() % dOut.size()], dOut.back());
-            auto const [p, bArray] = dOut.back();
-            ASSERT_EQ(p[0], p[1]);
-            ASSERT_TRUE(Pool.Free(p, bArray));
-            dOut.pop_back();
-        }
-    }
 }
 
 TEST(StaticMemoryPool, ReportsPeaksAndLeaksOfEachClass)

@@ -322,42 +322,6 @@ TEST_F(SymbolWalk, TellTheNamesAndLinesOfTheFramesThatTheRuntimeWalks)
     }
 }
 
-TEST_F(SymbolWalk, AgreeWithTheDebugger)
-{
-    if (RunShell("gdb --version 2>&1").iStatus != 0)
-    {
-        GTEST_SKIP() << "gdb is not installed";
-    }
-    std::string sDebugger;
-    std::vector<Frame_s> dFrames;
-    Hidden(
-        [&](plat::FaultContext_t const & Context)
-        {
-            dFrames = WalkFrom(Context);
-            sDebugger =
-                RunShell("gdb -nx -batch -ex bt -p " + std::to_string(getpid()) + " 2>/dev/null </dev/null").sOutput;
-        });
-    // "#3  0x0123 in Name (arguments) at File:Line"
-    std::size_t nSame = 0;
-    std::istringstream Lines(sDebugger);
-    for (std::string sLine; std::getline(Lines, sLine);)
-    {
-        std::size_t const iAddress = sLine.find("0x");
-        std::size_t const iName = sLine.find(" in ") + 4;
-        std::size_t const iPlace = sLine.rfind(" at ") + 4;
-        for (std::size_t i = 1; sLine.starts_with('#') && iAddress < iName && i < NAMES.size(); ++i)
-        {
-            if (std::strtoull(sLine.c_str() + iAddress, nullptr, 16) == dFrames[i].Frame.Address)
-            {
-                EXPECT_EQ(dFrames[i].sPlace, sLine.substr(iPlace));
-                EXPECT_TRUE(i == LAMBDA || sLine.substr(iName).starts_with(dFrames[i].sName)) << sLine;
-                ++nSame;
-            }
-        }
-    }
-    EXPECT_EQ(nSame, NAMES.size() - 1) << sDebugger;
-}
-
 TEST_F(SymbolWalk, TellTheVariables)
 {
     for (auto const fnLocals : { LocalsPlain, LocalsOptimised })

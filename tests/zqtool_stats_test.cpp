@@ -269,13 +269,14 @@ protected:
     }
 
     // The document as the browser has it after the page's script, and after the lines that are put behind it.
-    std::string Load(std::string const & sAddress, std::string const & sScript = "", std::string const & sOptions = "")
+    std::string Load(std::string const & sAddress, std::string const & sScript = "")
     {
         std::string const sFile = m_Folder.Write("test.html", m_sPage + "<script>" + sScript + "</script>");
         Result_s const Result =
-            RunShell("timeout 60 " + m_sBrowser + " --headless --no-sandbox --disable-gpu " + sOptions
-                     + " --window-size=1200,900 --user-data-dir=" + m_Folder.Join("profile")
-                     + " --virtual-time-budget=3000 --dump-dom 'file://" + sFile + sAddress + "' 2>&1");
+            RunShell("timeout 60 " + m_sBrowser
+                     + " --headless --no-sandbox --disable-gpu --window-size=1200,900 --user-data-dir="
+                     + m_Folder.Join("profile") + " --virtual-time-budget=3000 --dump-dom 'file://" + sFile + sAddress
+                     + "' 2>&1");
         EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
         EXPECT_THAT(Result.sOutput, HasSubstr("<html lang=\"en\" data-ready=\"1\""));
         return Result.sOutput;
@@ -338,14 +339,4 @@ document.documentElement.dataset.seen = seen.join("; ") + "; " + drawn;
         HasSubstr("data-seen=\"299 0 300; 298 0 300; 148 0 300; 148 74 224; 148 0 300; 0 0 300; 0 0 300; frame 77: "
                   "20.00 ms, most in world; 0 60 81; 77 60 81; 2; 2; frames 60 to 80, the time in world marked; 0; 1; "
                   "100\""));
-}
-
-TEST_F(ZqtoolStatsBrowser, ThePageFollowsTheColourScheme)
-{
-    std::string const sScript =
-        "document.documentElement.dataset.seen = getComputedStyle(document.body).backgroundColor";
-    EXPECT_THAT(
-        Load("", sScript, "--blink-settings=preferredColorScheme=1"), HasSubstr("data-seen=\"rgb(251, 251, 250)\""));
-    EXPECT_THAT(
-        Load("", sScript, "--blink-settings=preferredColorScheme=0"), HasSubstr("data-seen=\"rgb(21, 23, 26)\""));
 }

@@ -149,15 +149,6 @@ def perlin_lines():
             words = ", ".join(f"0x{word:08X}" for word in [bits(c) for c in point] + [0] * (3 - dimensions))
             yield f"    {{ {seed}u, {dimensions}, {{ {words} }}, 0x{bits(noise.at(point)):08X} }},"
     yield "};"
-    yield "// CRC-32 of the words of 5000 samples in one, two and three dimensions, seed 7."
-    noise = Noise(7)
-    crcs = []
-    for dimensions in (1, 2, 3):
-        source, crc = coordinates(), 0
-        for _ in range(5000):
-            crc = zlib.crc32(struct.pack("<f", noise.at([next(source) for _ in range(dimensions)])), crc)
-        crcs.append(f"0x{crc:08X}")
-    yield f"constexpr std::uint32_t NOISE_CRCS[] = {{ {', '.join(crcs)} }};"
 
 
 def sincos_lines():
