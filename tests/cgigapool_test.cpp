@@ -5,9 +5,6 @@
 
 #include "tests/test_support.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <deque>
@@ -15,7 +12,6 @@
 #include <map>
 #include <random>
 #include <set>
-#include <vector>
 
 namespace
 {

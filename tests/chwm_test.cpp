@@ -4,8 +4,6 @@
 
 #include "tests/test_support.h"
 
-#include <gtest/gtest.h>
-
 #include <csignal>
 
 namespace

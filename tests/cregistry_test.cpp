@@ -9,7 +9,6 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <filesystem>
 #include <map>
 #include <random>
 #include <signal.h>
@@ -361,41 +360,6 @@ TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
     EXPECT_GT(nY, 0) << "no rename succeeded";
     EXPECT_TRUE(Write("k", "w", "last"));
     EXPECT_EQ(BusyFiles("user/k"), "") << "what killed writers left is swept away";
-}
-
-TEST_F(RegistryTest, TwoProcessesThatWriteAtOnceLoseNothing)
-{
-    constexpr int WRITERS = 2, VALUES = 150;
-    pid_t dChildren[WRITERS];
-    for (int iWriter = 0; iWriter < WRITERS; ++iWriter)
-    {
-        auto const fnWrite = [=]
-        {
-            // Each makes the same keys, writes and renames values of its own, and deletes the keys of a third name.
-            bool bGood = true;
-            for (int i = 0; i < VALUES; ++i)
-            {
-                Registry_c Writer;
-                std::string const sName = std::to_string(iWriter) + "." + std::to_string(i);
-                bGood = bGood && Writer.CreateKey(("shared\\" + std::to_string(i / 10)).c_str())
-                        && Writer.WriteString(("new " + sName).c_str(), sName.c_str())
-                        && Writer.RenameValue(("new " + sName).c_str(), sName.c_str());
-                Write("shared\\passing", "v", "");
-                Writer.OpenKey("shared", 0);
-                Writer.DeleteKey("passing", 1);
-            }
-            return bGood ? 0 : 1;
-        };
-        dChildren[iWriter] = StartChild(fnWrite);
-    }
-    std::for_each(dChildren, dChildren + WRITERS, [](pid_t iChild) { EXPECT_EQ(StatusOfChild(iChild), 0); });
-    for (int i = 0; i < WRITERS * VALUES; ++i)
-    {
-        std::string const sKey = "shared\\" + std::to_string(i / WRITERS / 10);
-        std::string const sName = std::to_string(i % WRITERS) + "." + std::to_string(i / WRITERS);
-        EXPECT_EQ(Read(sKey.c_str(), sName.c_str()), sName);
-        EXPECT_EQ(Read(sKey.c_str(), ("new " + sName).c_str()), "none");
-    }
 }
 
 TEST_F(RegistryTest, RenamersAndDeletersGetTheirTurnAndAStalledProcessIsGivenUpOn)

@@ -11,7 +11,6 @@
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 
 namespace
 {
