@@ -7,7 +7,6 @@
 #include "zqcore/cformat_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemoryreport.h"
-#include "zqcore/cscope_internal.h"
 #include "zqcore/cstring.h"
 
 #include "platform/debugger.h"
@@ -40,6 +39,7 @@ namespace
 
     constinit bool g_bAchtungs = true;
     constinit std::atomic<bool> g_bInAssert = false;
+    plat::ForkHandler_c const g_AssertForkHandler({ nullptr, nullptr, [] { g_bInAssert = false; } });
     constinit plat::Lock_c g_AchtungLock;   // guards the texts that were seen
     plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
@@ -209,11 +209,14 @@ void SetAchtungs(bool bEnable)
 
 void AssertFailed(char const * fmt, ...)
 {
-    if (g_bInAssert)
+    if (g_bInAssert.exchange(true))   // in one step: of two threads one goes on
     {
         return;
     }
-    ValueScope_T const InAssert(g_bInAssert, true);
+    struct Leave_s
+    {
+        ~Leave_s() { g_bInAssert = false; }   // a dialog may throw
+    } const Leave;
     plat::WindowSystemGet().fnShowCursor();
 
     char szText[TEXT_SIZE];

@@ -6,8 +6,8 @@
 #include <cstdarg>
 
 /// Formats like vsnprintf. Returns the length up to the first NUL, at most nSize - 1. Wide text becomes UTF-8 in every
-/// locale, and a value in it that is no character becomes U+FFFD. Allocates nothing. Plain %s, %c, %i, %d, %u, %x, %zu
-/// and %% are the fast path.
+/// locale, and a value in it that is no character becomes U+FFFD, unless it is a byte of a path (text.h). Allocates
+/// nothing. Plain %s, %c, %i, %d, %u, %x, %zu and %% are the fast path.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;

@@ -2,8 +2,9 @@
 //
 // For reports that are not meant for the main log. Each text is flushed at once, to the end of the file. A second run
 // empties each named log at its first use, unless a process still has it open as its log. Any thread may use any log at
-// any time. A log that can't be opened loses its lines without a message. Lines that a full disk does not take are
-// counted, and the count goes to the main log when the disk takes lines again, or at the end.
+// any time but while ModuleLog_c shuts down. A log that can't be opened loses its lines without a message. Lines that a
+// full disk does not take are counted, and the count goes to the main log when the disk takes lines again, or at the
+// end.
 #pragma once
 
 #include "zqcore/cmodule.h"

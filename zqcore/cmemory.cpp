@@ -278,6 +278,10 @@ namespace
         else
         {
             std::fputs(szText, stderr);
+            if (!std::strchr(szText, '\n'))
+            {
+                std::fputc('\n', stderr);
+            }
         }
         char szLine[1024];
         std::snprintf(szLine, sizeof szLine, "%.*s", static_cast<int>(std::strcspn(szText, "\n")), szText);

@@ -33,7 +33,7 @@ ZQ_API void MemoryResetFrameAllocCount();
 /// Turns the leak check at exit off: on the way out of a fatal error.
 ZQ_API void MemoryAbort();
 
-/// Receives a report of the heap, a text with a line end: damage, a second free, a block that is lost at exit. Called on
+/// Receives a report of the heap, a text, mostly with a line end: damage, a second free, a block that is lost at exit. Called on
 /// the thread that found it; for lost blocks after the last destructor, so it may use constant data only.
 using MemoryReport_t = void (*)(char const * szText);
 

@@ -2,7 +2,7 @@
 #pragma once
 
 /// Sets a variable for a scope; the previous value returns however the scope ends. For state round a call of a host's code,
-/// which may throw: a flag against re-entrance above all.
+/// which may throw: a flag against re-entrance above all. The variable belongs to one thread, or to who holds its lock.
 template <typename VARIABLE, typename VALUE>
 class ValueScope_T
 {
