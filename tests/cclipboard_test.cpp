@@ -1,10 +1,8 @@
-#include "zqcore/cclipboard.h"
-
 #include "tests/test_support.h"
+#include "zqcore/cclipboard.h"
 
 #include <chrono>
 #include <signal.h>
-#include <unistd.h>
 
 namespace
 {
@@ -43,25 +41,20 @@ namespace
             return sText;
         }
 
-        // Runs two functions in a child that has the clipboard open and says between them, through a pipe, how far it
-        // is; the child.
-        static pid_t Child(void (*fnFirst)(), void (*fnHold)())
+        // Runs a function in a child that has the clipboard open with a text, once that is so; the child.
+        static pid_t Child(void (*fnHold)())
         {
-            int dPipe[2];
-            EXPECT_EQ(pipe(dPipe), 0);
+            Gate_c const Holds;
             auto const Hold = [&]
             {
                 ClipboardOpen();
-                fnFirst();
-                EXPECT_EQ(write(dPipe[1], "x", 1), 1);
+                ClipboardPrintf("kept");
+                Holds.Open();
                 fnHold();
                 return 0;
             };
             pid_t const iChild = StartChild(Hold);
-            char cByte;
-            EXPECT_EQ(read(dPipe[0], &cByte, 1), 1);
-            close(dPipe[0]);
-            close(dPipe[1]);
+            EXPECT_TRUE(Holds.Wait());
             return iChild;
         }
 
@@ -113,24 +106,18 @@ TEST_F(ClipboardTest, OtherFormatsGoWhenTheTextComes)
     unsigned const iOther = plat::ClipboardRegisterFormat("Other/format");
     EXPECT_EQ(plat::ClipboardRegisterFormat("zq_text"), g_iTextFormat);
     EXPECT_EQ(plat::ClipboardRegisterFormat(std::string(300, 'n').c_str()), 0u);
-    auto const fnSetOther = [&]
+    for (bool const bText : { false, true })   // the first opening makes an empty text
     {
         EXPECT_TRUE(plat::ClipboardTryOpen() && plat::ClipboardSet(iOther, plat::ClipboardBlockNew(3))
                     && plat::ClipboardClose());
-    };
-    fnSetOther();
-    ClipboardOpen();
-    EXPECT_EQ(plat::ClipboardGet(iOther), nullptr) << "the first opening makes an empty text";
-    ClipboardPrintf("text");
-    ClipboardClose();
-    fnSetOther();
-    ClipboardOpen();
-    EXPECT_EQ(plat::ClipboardBlockSize(plat::ClipboardGet(iOther)), 3u);
-    EXPECT_EQ(Text(), "text");
-    ClipboardPrintf("!");
-    EXPECT_EQ(plat::ClipboardGet(iOther), nullptr);
-    ClipboardClose();
-    EXPECT_EQ(TextOfClosed(), "text!");
+        ClipboardOpen();
+        EXPECT_EQ(plat::ClipboardBlockSize(plat::ClipboardGet(iOther)), bText ? 3u : 0u);
+        EXPECT_EQ(Text(), bText ? "text" : "");
+        ClipboardPrintf("text");
+        EXPECT_EQ(plat::ClipboardGet(iOther), nullptr);
+        ClipboardClose();
+    }
+    EXPECT_EQ(TextOfClosed(), "texttext");
     ASSERT_TRUE(plat::ClipboardTryOpen() && plat::ClipboardEmpty() && plat::ClipboardClose());
     EXPECT_EQ(TextOfClosed(), "");
 }
@@ -152,22 +139,20 @@ TEST_F(ClipboardTest, WhatIsNoTextCountsAsNone)
 
 TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
 {
-    pid_t const iChild = Child([] {},
-        []
-        {
-            std::this_thread::sleep_for(std::chrono::milliseconds(250));
-            ClipboardPrintf("from the child");
-            ClipboardClose();
-        });
-    auto const tStart = std::chrono::steady_clock::now();
-    EXPECT_EQ(TextOfClosed(), "from the child");
-    EXPECT_GE(std::chrono::steady_clock::now() - tStart, std::chrono::milliseconds(200));
+    auto const Release = []
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        ClipboardPrintf(" for long");
+        ClipboardClose();
+    };
+    pid_t const iChild = Child(Release);
+    EXPECT_EQ(TextOfClosed(), "kept for long");
     StatusOfChild(iChild);
 }
 
 TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothing)
 {
-    pid_t const iChild = Child([] { ClipboardPrintf("kept"); }, [] { pause(); });
+    pid_t const iChild = Child([] { pause(); });
     plat::ClipboardSetWait([](unsigned nMilliseconds) { s_nWaits += nMilliseconds == 100; });
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == true");
     EXPECT_EQ(s_nWaits, 100);
@@ -175,23 +160,15 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
     kill(iChild, SIGKILL);
     StatusOfChild(iChild);
     ClipboardOpen();
-    EXPECT_TRUE(g_isOpen);
     EXPECT_EQ(Text(), "kept");
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == false") << "no nesting";
 
     // A child that lives on with this process's descriptors holds nothing either, and can open the clipboard later.
-    int dPipe[2];
-    ASSERT_EQ(pipe(dPipe), 0);
-    auto const fnHeir = [&]
-    {
-        char cByte;
-        bool const bClosed = !g_isOpen && read(dPipe[0], &cByte, 1) == 1;
-        return bClosed && TextOfClosed() == "kept" ? 0 : 1;
-    };
-    pid_t const iHeir = StartChild(fnHeir);
+    Gate_c const Closed;
+    pid_t const iHeir = StartChild([&] { return !g_isOpen && Closed.Wait() && TextOfClosed() == "kept" ? 0 : 1; });
     ClipboardClose();
     EXPECT_EQ(TextOfClosed(), "kept");
     EXPECT_EQ(s_nWaits, 100);
-    EXPECT_EQ(write(dPipe[1], "x", 1), 1);
+    EXPECT_TRUE(Closed.Open());
     EXPECT_EQ(StatusOfChild(iHeir), 0);
 }

@@ -11,7 +11,6 @@
 #include <iterator>
 #include <mutex>
 #include <random>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -90,13 +89,9 @@ int StatusOfChild(pid_t iChild)
 
 WaitingChild_c::WaitingChild_c()
 {
-    int dRuns[2] = {};
-    EXPECT_EQ(pipe(dRuns), 0);
-    m_iChild = StartChild([&dRuns] { return write(dRuns[1], "r", 1) == 1 ? pause() : 1; });
-    char cRuns;
-    EXPECT_EQ(read(dRuns[0], &cRuns, 1), 1);
-    close(dRuns[0]);
-    close(dRuns[1]);
+    Gate_c const Runs;
+    m_iChild = StartChild([&Runs] { return Runs.Open() ? pause() : 1; });
+    EXPECT_TRUE(Runs.Wait());
 }
 
 WaitingChild_c::~WaitingChild_c()

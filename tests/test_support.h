@@ -17,6 +17,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <tuple>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -38,10 +39,13 @@ void InThreads(int nThreads, CALL const & Call)
     std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
 }
 
+/// Skips a test, which must be the caller, and says why: any texts, joined by `<<`.
+#define SKIP_IF(bCondition, szWhy)                                                                                     \
+    if (bCondition)                                                                                                    \
+    GTEST_SKIP() << szWhy
+
 /// Skips a test of what the kernel does and the emulator that runs the programs, if one does, can't. Says what that is.
-#define SKIP_IF_EMULATED(szAbility)                                                                                    \
-    if (TEST_EMULATOR[0] != '\0')                                                                                      \
-    GTEST_SKIP() << "not under an emulator: " szAbility
+#define SKIP_IF_EMULATED(szAbility) SKIP_IF(TEST_EMULATOR[0] != '\0', "not under an emulator: " szAbility)
 
 /// Brings a module and what it needs up; Module_c::ShutdownAllModules brings all down.
 bool StartModule(Module_c * pModule);
@@ -54,6 +58,21 @@ pid_t StartChild(std::function<int()> const & fnRun);
 
 /// Waits for the end of a child; its status, or -1 if a signal ended it.
 int StatusOfChild(pid_t iChild);
+
+/// What a process waits for until another one, or a thread, opens it.
+class Gate_c
+{
+public:
+    Gate_c() { EXPECT_EQ(pipe(m_dEnds), 0); }
+    ~Gate_c() { close(m_dEnds[0]), close(m_dEnds[1]); }
+    Gate_c & operator=(Gate_c &&) = delete;
+
+    bool Open() const { return write(m_dEnds[1], "x", 1) == 1; }
+    bool Wait(char c = 0) const { return read(m_dEnds[0], &c, 1) == 1; }
+
+private:
+    int m_dEnds[2] = {};
+};
 
 /// A child process that runs when it is constructed, and waits until the end of the scope.
 class WaitingChild_c
