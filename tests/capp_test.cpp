@@ -6,7 +6,6 @@
 
 #include <cmath>
 #include <csignal>
-#include <filesystem>
 
 // Seen from outside and called through a variable: no compiler may know all its heirs, nor that the call is pure.
 struct AppTestAbstract_s
@@ -30,13 +29,6 @@ namespace
     plat::Window_t g_hFocus;
     std::vector<unsigned> g_dWaiting;   // messages
 
-    bool DispatchOne(unsigned iFirst, unsigned iLast)
-    {
-        auto const Found =
-            std::find_if(g_dWaiting.begin(), g_dWaiting.end(), [=](unsigned i) { return i >= iFirst && i <= iLast; });
-        return Found != g_dWaiting.end() && (g_dWaiting.erase(Found), true);
-    }
-
     struct App : testing::Test
     {
         App()
@@ -48,7 +40,8 @@ namespace
                 auto const i = reinterpret_cast<std::uintptr_t>(hWindow);
                 return Window(i <= 3 ? i - 1 : 0);
             };
-            System.fnDispatchOne = DispatchOne;
+            System.fnDispatchOne = [](unsigned iFirst, unsigned iLast)
+            { return std::erase_if(g_dWaiting, [=](unsigned i) { return i >= iFirst && i <= iLast; }) != 0; };
             m_Former = plat::WindowSystemSet(System);
         }
 
@@ -133,21 +126,18 @@ TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
 
 TEST_F(App, ShutdownEmptiesTheListsOfAppearancesAndInput)
 {
-    auto const Listen = [](auto &... Events) { (Events.Add(nullptr, false), ...); };   // never fired
-    auto const EmptyOnes = [](auto &... Events) { return (static_cast<int>(Events.IsEmpty()) + ...); };
-    auto const Each = [](auto fn)
+    auto const CountKept = [](auto &... Events)
     {
-        return fn(g_CommandCallbacker, g_RenderCallbacker, g_ActiveCallbacker, g_SizeCallbacker, g_IdleCallbacker,
-            g_InitMenuCallbacker, g_FullscreenCallbacker, g_MouseCallbacker, g_KeyboardCallbacker, g_JoystickCallbacker,
-            g_CharCallbacker, g_ApplicationMessages, g_FileReadErrorCallbacker, g_NetworkCallbacker,
-            g_FullscreenSwitchCallbacker, g_FileTrackChangesCallbacker, g_AddSubfolderCallbacker,
-            g_ResourceLoadCallbacker, g_WarningsCallbacker);
+        (Events.Add(nullptr, false), ...);   // never fired
+        AppMiscShutdown();
+        return (static_cast<int>(!Events.IsEmpty()) + ...);
     };
-    auto const EachKept = [](auto fn) { return fn(g_ExecutionCallbacker, g_LoadingCallbacker, g_FileOpenCallbacker); };
-    Each(Listen);
-    EachKept(Listen);
-    AppMiscShutdown();
-    EXPECT_EQ(Each(EmptyOnes), 19);
-    EXPECT_EQ(EachKept(EmptyOnes), 0);
-    EachKept([](auto &... Events) { (Events.Reset(), ...); });
+    EXPECT_EQ(CountKept(g_CommandCallbacker, g_RenderCallbacker, g_ActiveCallbacker, g_SizeCallbacker, g_IdleCallbacker,
+                  g_InitMenuCallbacker, g_FullscreenCallbacker, g_MouseCallbacker, g_KeyboardCallbacker,
+                  g_JoystickCallbacker, g_CharCallbacker, g_ApplicationMessages, g_FileReadErrorCallbacker,
+                  g_NetworkCallbacker, g_FullscreenSwitchCallbacker, g_FileTrackChangesCallbacker,
+                  g_AddSubfolderCallbacker, g_ResourceLoadCallbacker, g_WarningsCallbacker),
+        0);
+    EXPECT_EQ(CountKept(g_ExecutionCallbacker, g_LoadingCallbacker, g_FileOpenCallbacker), 3);
+    g_ExecutionCallbacker.Reset(), g_LoadingCallbacker.Reset(), g_FileOpenCallbacker.Reset();
 }

@@ -1,12 +1,12 @@
-#include "zqcore/cbitmap.h"
-
 #include "tests/archive_support.h"
 #include "tests/test_support.h"
+#include "zqcore/cbitmap.h"
 #include "zqcore/cmemory_internal.h"
 #include "zqcore/cserialize.h"
 
-#include <algorithm>
+#include <bit>
 #include <climits>
+#include <numeric>
 #include <random>
 #include <set>
 
@@ -37,9 +37,7 @@ namespace
     {
         BitVec_c Field;
         static constexpr int MAX_Y = 1, MAX_Z = 1;
-        VecFace_s(int iX, int, int)
-            : Field(iX)
-        {}
+        static BitVec_c New(int iX, int, int) { return BitVec_c(iX); }
         bool Bit(int iX, int iY, int iZ) const { return iY == 0 && iZ == 0 && Field.Bit(iX); }
         void Bis(int iX, int, int) { Field.Bis(iX); }
         Cell_t Size() const { return { Field.iDim > 0, Field.iDim > 0, Field.iDim }; }
@@ -49,9 +47,7 @@ namespace
     {
         BitMap_c Field;
         static constexpr int MAX_Y = 6, MAX_Z = 1;
-        MapFace_s(int iX, int iY, int)
-            : Field(iX, iY)
-        {}
+        static BitMap_c New(int iX, int iY, int) { return BitMap_c(iX, iY); }
         bool Bit(int iX, int iY, int iZ) const { return iZ == 0 && Field.Bit(iX, iY); }
         void Bis(int iX, int iY, int) { Field.Bis(iX, iY); }
         Cell_t Size() const { return { Field.iDimY > 0, Field.iDimY, Field.iDimX }; }
@@ -61,9 +57,7 @@ namespace
     {
         BitMap3D_c Field;
         static constexpr int MAX_Y = 5, MAX_Z = 4;
-        SpaceFace_s(int iX, int iY, int iZ)
-            : Field(iX, iY, iZ)
-        {}
+        static BitMap3D_c New(int iX, int iY, int iZ) { return BitMap3D_c(iX, iY, iZ); }
         bool Bit(int iX, int iY, int iZ) const { return Field.Bit(iX, iY, iZ); }
         void Bis(int iX, int iY, int iZ) { Field.Bis(iX, iY, iZ); }
         Cell_t Size() const { return { Field.iDimZ, Field.iDimY, Field.iDimX }; }
@@ -78,9 +72,9 @@ namespace
         // A field of random size and density, and its model.
         std::pair<FACE, Model_s> Make()
         {
-            int const iX = Random(4) == 0 ? Random(1100) : Random(40);
+            int const iX = Random(4) == 0 ? 570 + Random(4) * 64 : Random(2) == 0 ? Random(1100) : Random(40);
             int const iY = Random(FACE::MAX_Y) + 1, iZ = Random(FACE::MAX_Z) + 1;
-            FACE Face(iX, iY, iZ);
+            FACE Face{ FACE::New(iX, iY, iZ) };
             Model_s Model;
             Model.Grow(iX, iY, iZ);
             for (int nSet = Random(3) == 0 ? 0 : Random(60); iX > 0 && nSet > 0; --nSet)
@@ -95,15 +89,10 @@ namespace
         // Calls fnCell for each cell of the model, and of a margin around it.
         static void ForCells(Model_s const & Model, int iMargin, std::function<void(Cell_t const &)> const & fnCell)
         {
-            for (int iZ = -iMargin; iZ < Model.iZ + iMargin; ++iZ)
+            int const iX = Model.iX + 2 * iMargin, iY = Model.iY + 2 * iMargin, iZ = Model.iZ + 2 * iMargin;
+            for (int i = 0; i < iX * iY * iZ; ++i)
             {
-                for (int iY = -iMargin; iY < Model.iY + iMargin; ++iY)
-                {
-                    for (int iX = -iMargin; iX < Model.iX + iMargin; ++iX)
-                    {
-                        fnCell({ iZ, iY, iX });
-                    }
-                }
+                fnCell({ i / iX / iY - iMargin, i / iX % iY - iMargin, i % iX - iMargin });
             }
         }
 
@@ -138,10 +127,7 @@ TYPED_TEST(BitField, OperatorsMatchAPlainModelOverAllExtents)
         {
             TypeParam Face = A;
             Model_s Model = ModelA;
-            if (iOperator <= 1)
-            {
-                Model.Grow(ModelB.iX, ModelB.iY, ModelB.iZ);
-            }
+            iOperator <= 1 ? Model.Grow(ModelB.iX, ModelB.iY, ModelB.iZ) : void();
             Model.dSet.clear();
             auto const fnCombine = [&](Cell_t const & Cell)
             {
@@ -159,7 +145,7 @@ TYPED_TEST(BitField, OperatorsMatchAPlainModelOverAllExtents)
         }
         EXPECT_EQ(A.Field == B.Field, ModelA.dSet == ModelB.dSet);
         TypeParam Larger = A;
-        Larger.Field |= TypeParam(900, 7, 7).Field;
+        Larger.Field |= TypeParam::New(900, 7, 7);
         EXPECT_TRUE(Larger.Field == A.Field && A.Field == Larger.Field) << "zeros outside make no difference";
         Larger.Bis(899, TypeParam::MAX_Y - 1, TypeParam::MAX_Z - 1);
         EXPECT_EQ(Larger.Field == A.Field, ModelA.Has({ TypeParam::MAX_Z - 1, TypeParam::MAX_Y - 1, 899 }));
@@ -169,7 +155,7 @@ TYPED_TEST(BitField, OperatorsMatchAPlainModelOverAllExtents)
 TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
 {
     auto const [A, ModelA] = this->Make();
-    TypeParam Copy = A, Empty(-3, 2, 2);
+    TypeParam Copy = A, Empty{ TypeParam::New(-3, 2, 2) };
     Copy.Field = A.Field;
     Copy.Field.operator=(Copy.Field);
     EXPECT_EQ(this->Differences(Copy, ModelA), "");
@@ -179,35 +165,11 @@ TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
     EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0)) << "a size below 1 makes an empty field";
     (Copy.Field &= A.Field) -= ~Copy.Field;
     EXPECT_TRUE(Copy.Field == Empty.Field);
-    auto const fnBadIndices = [&]
-    {
-        Copy.Bis(-1, 0, 0);
-        Copy.Bis(INT_MIN, 0, 0);
-        Copy.Bis(INT_MAX, 0, 0);
-    };
+    auto const fnBadIndices = [&] { Copy.Bis(-1, 0, 0), Copy.Bis(INT_MIN, 0, 0), Copy.Bis(INT_MAX, 0, 0); };
     std::string const sRange = "0 <= iX && iX < iDim", sFailed = FailedConditions(fnBadIndices);
     EXPECT_EQ(sFailed.find(sRange + " & " + sRange), 0u) << sFailed;
     EXPECT_NE(sFailed.find("MAX_BITS & " + sRange), std::string::npos) << sFailed;
     EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0));
-}
-
-TEST(BitVec, CombinesVectorsOfOneLength)
-{
-    std::mt19937 Random(6);
-    for (int nBits = 0; nBits <= 640; nBits += 8)
-    {
-        BitVec_c A(nBits), B(nBits);
-        std::generate_n(A.pVec, nBits / 8, Random);
-        std::generate_n(B.pVec, nBits / 8, Random);
-        BitVec_c Or = A, Xor = A;
-        Or |= B;
-        Xor ^= B;
-        for (int i = 0; i < nBits; ++i)
-        {
-            ASSERT_EQ(Or.Bit(i), A.Bit(i) || B.Bit(i)) << i << " of " << nBits;
-            ASSERT_EQ(Xor.Bit(i), A.Bit(i) != B.Bit(i)) << i << " of " << nBits;
-        }
-    }
 }
 
 TEST(BitVec, RoundsUpGrowsByNeedAndScans)
@@ -322,39 +284,33 @@ TEST(BitMap, RowsTakeAndGiveVectors)
 TEST(BitMap, StorageCountsWhereItsOwnerSays)
 {
     MemCategoryScope_c const Scope(mem::Collision);
-    std::ptrdiff_t const nOwners = g_MemoryCounters.dCount[mem::Collision];
-    std::ptrdiff_t const nNormal = g_MemoryCounters.dCount[mem::NORMAL_BLOCK];
+    auto const & dCount = g_MemoryCounters.dCount;
+    std::ptrdiff_t const nOwners = dCount[mem::Collision], nNormal = dCount[mem::NORMAL_BLOCK];
     BitVec_c const Vec(80);
     BitMap_c const Map(80, 2);
     BitMap3D_c const Space(80, 2, 2);
-    EXPECT_EQ(g_MemoryCounters.dCount[mem::Collision], nOwners + 2);
-    EXPECT_EQ(g_MemoryCounters.dCount[mem::NORMAL_BLOCK], nNormal + 1);
+    EXPECT_TRUE(dCount[mem::Collision] == nOwners + 2 && dCount[mem::NORMAL_BLOCK] == nNormal + 1);
 }
 
 TEST(TinyBitmap, PacksCellsIntoAWord)
 {
     static_assert(sizeof(TinyBitmap_c) == 4);
-    auto const fnWord = [](TinyBitmap_c const & Tiny)
-    {
-        std::uint32_t dwWord;
-        std::memcpy(&dwWord, &Tiny, 4);
-        return dwWord;
-    };
     TinyBitmap_c Tiny;
+    auto const fnWord = [&] { return std::bit_cast<std::uint32_t>(Tiny); };
     Tiny.SetWidth(4);
     Tiny.Set(1, 2);
-    EXPECT_EQ(fnWord(Tiny), 4u | 1u << 13);
+    EXPECT_EQ(fnWord(), 4u | 1u << 13);
     EXPECT_TRUE(Tiny.Get(1, 2) && !Tiny.Get(2, 2) && Tiny.GetWidth() == 4);
     Tiny.Set(0, 7);
     Tiny.Set(-1, 0);
-    EXPECT_EQ(fnWord(Tiny), 4u | 1u << 13) << "cells beyond the field change nothing";
+    EXPECT_EQ(fnWord(), 4u | 1u << 13) << "cells beyond the field change nothing";
     EXPECT_FALSE(Tiny.Get(3, 1000000000));
     Tiny.SetWidth(16);
     EXPECT_TRUE(Tiny.GetWidth() == 0 && Tiny.Get(9, 3)) << "width 0 folds the rows";
     Tiny.SetValues(3 + 16, 5);
-    EXPECT_EQ(fnWord(Tiny), 0x53u);
+    EXPECT_EQ(fnWord(), 0x53u);
     Tiny.Clear();
-    EXPECT_EQ(fnWord(Tiny), 3u);
+    EXPECT_EQ(fnWord(), 3u);
 }
 
 // An archive as a host may write one over a stream, which knows neither length nor position.
@@ -383,19 +339,15 @@ TEST(BitVec, LoadsFromAnArchiveThatKnowsNoLength)
     for (int const nBytes : { 0, 1, 4095, 4096, 4097, 30000 })
     {
         int const iBits = 8 * nBytes;
-        std::string sBytes(reinterpret_cast<char const *>(&iBits), 4);
-        for (int i = 0; i < nBytes; ++i)
-        {
-            sBytes += static_cast<char>(i % 251 + 1);
-        }
-        BitVec_c Vec(16), Kept(16);
+        std::string sBits(static_cast<std::size_t>(nBytes), '?');
+        std::iota(sBits.begin(), sBits.end(), '\1');
+        std::string const sBytes = std::string(reinterpret_cast<char const *>(&iBits), 4) + sBits;
+        BitVec_c Vec(16);
         Vec.Bis(3);
-        Kept.Bis(3);
         StreamArchive_c Short(sBytes.substr(0, sBytes.size() - 1)), Whole(sBytes);
-        EXPECT_TRUE(!Vec.Serialize(Short) && Short.IsFailed() && Vec.iDim == 16 && Vec == Kept) << nBytes;
+        EXPECT_TRUE(!Vec.Serialize(Short) && Short.IsFailed() && Vec.iDim == 16 && Vec.Bit(3)) << nBytes;
         EXPECT_TRUE(Vec.Serialize(Whole) && Whole.m_sBytes.empty());
-        EXPECT_EQ(
-            sBytes.substr(4).compare(0, std::string::npos, reinterpret_cast<char *>(Vec.pVec), sBytes.size() - 4), 0);
+        EXPECT_EQ(std::string_view(reinterpret_cast<char *>(Vec.pVec), sBits.size()), sBits);
     }
     StreamArchive_c Huge("\xF8\xFF\xFF\x7F few");
     std::ptrdiff_t const nPeak = MemoryMaxTotalBytesAllocated();

@@ -1,6 +1,5 @@
-#include "zqcore/cbuffer.h"
-
 #include "tests/media_fixture.h"
+#include "zqcore/cbuffer.h"
 #include "zqcore/cfile.h"
 
 namespace

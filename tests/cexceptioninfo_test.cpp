@@ -1,9 +1,9 @@
 #include "platform/faults.h"
 #include "platform/symbols.h"
-#include "platform/threads.h"
 #include "tests/test_support.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cexceptioninfo.h"
+#include "zqcore/cstring.h"
 
 #include <cerrno>
 #include <csignal>
@@ -40,9 +40,7 @@ namespace
 
     std::string Hex(Word_t n)
     {
-        char szHex[32];
-        std::snprintf(szHex, sizeof szHex, "0x%08llX", static_cast<unsigned long long>(n));
-        return szHex;
+        return Va("0x%08llX", static_cast<unsigned long long>(n));
     }
 
     bool HasHelper()
@@ -184,11 +182,7 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
     {
         plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return Info.OnUnhandledException(pFault); });
         plat::DialogSetHandler(
-            [](plat::Dialog_t const &) -> Answer_e
-            {
-                std::fputs("asked", stderr);
-                __builtin_trap();
-            });
+            [](plat::Dialog_t const &) -> Answer_e { std::fputs("asked", stderr), __builtin_trap(); });
         Info.Start();
         std::raise(SIGTRAP);
     };
@@ -208,10 +202,9 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
     chmod(Folder.Write("RemoteDebug/rdebug.cmd", "#!/bin/sh\npwd > started\n").c_str(), 0700);
     Info.OnUnhandledException(&Fault.Pointers);
     EXPECT_EQ(Dialogs.CountHolding("Please attach by remote debugger and press ok"), 1);
-    plat::Event_c Never;
     for (int i = 0; i < 1000 && Folder.Read("started").empty(); ++i)
     {
-        EXPECT_FALSE(Never.WaitFor(10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_EQ(Folder.Read("started"), Folder.GetPath() + '\n');
 }
@@ -228,7 +221,6 @@ TEST_F(ExceptionInfo, TraceNumbersNamesAndCuts)
     EXPECT_THAT(Deep(20, 16384), MatchesRegex(sExpected));
     EXPECT_EQ(Deep(20, 6), "[04]\t");
     Fault_s Fault(plat::FAULT_ACCESS);
-    EXPECT_EQ(StackOf(&Fault.Pointers, 5, 0), "Stack Trace Failed:: zero eip");
     DialogScript_c const Dialogs;
     EXPECT_EQ(StackOf(nullptr, 5, 0), "");
     Info.StackTrace(nullptr, 5, 5, 0, &Fault.Pointers);
