@@ -1,9 +1,7 @@
-#include "zqcore/cfilecache.h"
-
 #include "tests/archive_support.h"
 #include "tests/media_fixture.h"
-
 #include "zqcore/ccrc.h"
+#include "zqcore/cfilecache.h"
 #include "zqcore/cfilehash.h"
 #include "zqcore/cfiletrack.h"
 
@@ -118,16 +116,14 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
 
 TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunAheadOfTheSave)
 {
-    static std::string s_sAtTheEnd;   // the cache when the loose file goes
+    static std::function<void()> s_fnAtTheEnd;   // when the loose file goes
     struct LooseFile_c : MemoryFile_c
     {
-        explicit LooseFile_c(TempFolder_c const & Place)
-            : MemoryFile_c("")
-            , m_Folder(Place)
-        {}
-        ~LooseFile_c() override { s_sAtTheEnd = m_Folder.Read("media/filesystemcache.bin"); }
-        TempFolder_c const & m_Folder;
+        using MemoryFile_c::MemoryFile_c;
+        ~LooseFile_c() override { s_fnAtTheEnd(); }
     };
+    std::string sAtTheEnd;
+    s_fnAtTheEnd = [&] { sAtTheEnd = Folder.Read("media/filesystemcache.bin"); };
     Folder.Write("media/filesystemcache.bin", "old");
     ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
     for (char const * szName : { "$$$pqxautosave/s", "$$$pqxbackup/t", "mapscache/u", "profiles/v", "kept/w" })
@@ -135,12 +131,12 @@ TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunAheadOfTheSave)
         EXPECT_TRUE(FileAddOneFile(Folder.Write(std::string("media/") + szName, "x").c_str()));
     }
     static String_T<256> const s_sLoose(".\\");
-    File_c * const pLoose = ZQ_NEW LooseFile_c(Folder);
+    File_c * const pLoose = ZQ_NEW LooseFile_c("");
     pLoose->pPath = &s_sLoose;
     EXPECT_TRUE(FileOpen(pLoose));
     g_sFileObjects.Add(pLoose, &pLoose->sName);
     Module_c::ShutdownAllModules();
-    EXPECT_EQ(s_sAtTheEnd, "old");
+    EXPECT_EQ(sAtTheEnd, "old");
     EXPECT_TRUE(SurvivesAlone(Folder.Read("media/filesystemcache.bin")));
     EXPECT_EQ(Keys(), "cache.bin w");
     EXPECT_EQ(g_sPaths.FindByName(Folded("media/$$$pqxbackup\\").c_str()), nullptr);
@@ -245,11 +241,8 @@ TEST_F(FileCacheTest, WhatAKilledSaveLeavesIsNeverRegistered)
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(SaveToTheDeath)), -1);
-    fs::path Left;
-    for (auto const & Entry : fs::directory_iterator(Folder.Join("media")))
-    {
-        Left = Entry.file_size() == 30 ? Entry.path() : Left;
-    }
+    auto const IsCut = [](auto const & Entry) { return Entry.file_size() == 30; };
+    fs::path const Left = std::find_if(fs::directory_iterator(Folder.Join("media")), {}, IsCut)->path();
     FileReset();
     Scan();
     FileRefresh();
@@ -268,10 +261,8 @@ TEST_F(FileCacheTest, ASaveThatFailsLeavesTheOldCache)
         FullDisk_c const Full(20);
         Save("media/c.bin");
     }
-    for (std::string const & sName : { std::string("folder.bin"), std::string(256, 'x') })
-    {
-        Save("media/" + sName);
-    }
+    Save("media/folder.bin");
+    Save("media/" + std::string(256, 'x'));
     SetPQXMediaPath("\\");   // none
     Save("media/c.bin");
     FilesystemCacheInit(Folder.Join("media/c.bin").c_str());

@@ -1,13 +1,10 @@
-#include "zqcore/cfilehash.h"
-
 #include "tests/media_fixture.h"
-
+#include "zqcore/cfilehash.h"
 #include "zqcore/csha1.h"
 
 using namespace std::string_literals;
 
-class FileHashTest : public MediaTest
-{};
+using FileHashTest = MediaTest;
 
 TEST_F(FileHashTest, CoversNamesAndSizesOfTheTables)
 {

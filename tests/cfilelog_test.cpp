@@ -9,13 +9,16 @@ protected:
 
     static void * Handle(std::intptr_t i) { return reinterpret_cast<void *>(i); }
 
-    // Opens the handles from iFirst to iLast, each named after the test and its number.
-    static void Open(int iFirst, int iLast, std::string const & sTest)
+    // Opens the handles from iFirst to iLast, each named after the test and its number; a line for each.
+    static std::string Open(int iFirst, int iLast, std::string const & sTest)
     {
+        std::string sLines;
         for (int i = iFirst; i <= iLast; ++i)
         {
             FileOpenTracker(Handle(i), (sTest + std::to_string(i)).c_str());
+            sLines += "Opened file: '" + sTest + std::to_string(i) + "'\n";
         }
+        return sLines;
     }
 
     static void Close(int iFirst, int iLast)
@@ -30,15 +33,10 @@ protected:
 TEST_F(FileTrackerTest, WarnsAboveEachLimitOnceAndDumps)
 {
     ExpectComplaints(2);
-    Open(1, 50, "lim");
+    std::string sOpened = Open(1, 50, "lim");
     EXPECT_EQ(Log.GetText(), "");
-    Open(51, 51, "lim");
-    std::string sExpected = "CreateFile(): limit of 50 opened files exceeded on opening file 'lim51'!\n";
-    for (int i = 1; i <= 51; ++i)
-    {
-        sExpected += "Opened file: 'lim" + std::to_string(i) + "'\n";
-    }
-    EXPECT_EQ(Log.GetText(), sExpected);
+    sOpened += Open(51, 51, "lim");
+    EXPECT_EQ(Log.GetText(), "CreateFile(): limit of 50 opened files exceeded on opening file 'lim51'!\n" + sOpened);
     Close(51, 51);
     Open(51, 61, "lim");
     EXPECT_EQ(Log.CountHolding("opened files exceeded"), 2);
@@ -87,15 +85,15 @@ TEST_F(FileTrackerTest, CountsHandlesForWhichItHasNoRoom)
 
 TEST_F(FileTrackerTest, ThreadsKeepTheListWhole)
 {
-    InThreads(4,
-        [](int iThread)
+    auto const OpenAndClose = [](int iThread)
+    {
+        for (int n = 0; n < 300; ++n)
         {
-            for (int n = 0; n < 300; ++n)
-            {
-                Open(iThread * 100 + 1, iThread * 100 + 9, "t");
-                Close(iThread * 100 + 1, iThread * 100 + 9);
-            }
-        });
+            Open(iThread * 100 + 1, iThread * 100 + 9, "t");
+            Close(iThread * 100 + 1, iThread * 100 + 9);
+        }
+    };
+    InThreads(4, OpenAndClose);
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
 }
 
@@ -186,14 +184,14 @@ TEST_F(FileLogTest, EachResponseLogHasItsOpens)
 TEST_F(FileLogTest, ThreadsWriteWholeLinesInTheirMode)
 {
     FileOpenLogEnable("t", 7, false);
-    InThreads(4,
-        [this](int iThread)
+    auto const Write = [this](int iThread)
+    {
+        for (int n = 0; n < 200; ++n)
         {
-            for (int n = 0; n < 200; ++n)
-            {
-                FileOpenToResponseLog(Folded(iThread % 2 ? "a.txt" : "b.txt").c_str(), iThread % 2 ? 1 : 6);
-            }
-        });
+            FileOpenToResponseLog(Folded(iThread % 2 ? "a.txt" : "b.txt").c_str(), iThread % 2 ? 1 : 6);
+        }
+    };
+    InThreads(4, Write);
     EXPECT_EQ(g_dwFileOpenLogMode, 3u);
     EXPECT_EQ(Read("t"), std::string(400, 'a') + " b " + std::string(400, 'b') + " ");
 }

@@ -42,8 +42,10 @@ TEST_F(FilePathTest, KeepsTheFirstOfTwoLikeNamedFilesAndMarksIt)
 
     FileReset();
     Log.Clear();
-    ASSERT_TRUE(FileAddSearchPath(Folder.Join("a").c_str(), true, false));
-    ASSERT_TRUE(FileAddSearchPath((Folder.Join("a") + "\\").c_str(), true, false));
+    for (char const * szEnd : { "", "\\" })
+    {
+        ASSERT_TRUE(FileAddSearchPath((Folder.Join("a") + szEnd).c_str(), true, false));
+    }
     EXPECT_TRUE(FileStream("same.txt")->bDuplicate) << "a second scan finds each file again";
     EXPECT_EQ(g_sPaths.Next(g_sPaths.First()), nullptr) << "both spellings are one entry";
     ASSERT_TRUE(FileAddSearchPath(Folder.Join(" x").c_str(), true, false));
@@ -124,17 +126,11 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
     fs::create_symlink(Folder.Join("b/b.txt"), Folder.Join("linked.txt"));
     std::ofstream(Folder.GetPath() + "/back\\slash.txt").put('x');
     ASSERT_EQ(std::system(("mkfifo '" + Folder.Join("pipe") + "'").c_str()), 0);
-    g_AddSubfolderCallbacker.Add(
-        [](char const * szFolder)
-        {
-            if (std::string_view(szFolder).ends_with("\\gone\\"))
-            {
-                std::string sGone(szFolder);
-                std::replace(sGone.begin(), sGone.end(), '\\', '/');
-                fs::remove_all(sGone);
-            }
-        },
-        false);
+    static std::string s_sGone;
+    s_sGone = Folder.Join("gone");
+    auto const RemoveGone = [](char const * sz)
+    { std::string_view(sz).ends_with("\\gone\\") && fs::remove_all(s_sGone); };
+    g_AddSubfolderCallbacker.Add(RemoveGone, false);
     ASSERT_TRUE(Scan());
     g_AddSubfolderCallbacker.Reset();
 

@@ -1,15 +1,13 @@
-#include "zqcore/cfiletrack.h"
-
 #include "tests/machine_support.h"
 #include "tests/media_fixture.h"
-
+#include "zqcore/cfiletrack.h"
 #include "zqcore/cfiletrack_internal.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <numeric>
 #include <sched.h>
-#include <sys/wait.h>
 
 namespace
 {
@@ -39,13 +37,7 @@ namespace
             g_fnTrackSleep = m_fnSleep;
         }
 
-        void SetUp() override
-        {
-            if (!WatchesTellOfWrites())
-            {
-                GTEST_SKIP() << "watches tell nothing here";
-            }
-        }
+        void SetUp() override { SKIP_IF(!WatchesTellOfWrites(), "watches tell nothing here"); }
 
         void Track()
         {
@@ -64,40 +56,24 @@ namespace
         {
             s_dTold.clear();
             FileTrackDoWork();
-            std::string sTold;
-            for (std::string const & sName : s_dTold)
-            {
-                sTold += (sTold.empty() ? "" : " ") + sName;
-            }
-            return sTold;
+            auto const Append = [](std::string const & sAll, auto const & sName) { return sAll + " " + sName; };
+            return s_dTold.empty() ? "" : std::accumulate(s_dTold.begin() + 1, s_dTold.end(), s_dTold[0], Append);
         }
 
         void (*const m_fnSleep)(int) = g_fnTrackSleep;
     };
 
-    struct Program_s
-    {
-        char const * szProgram;
-        char const * szCommand;
-        char const * szTold;
-    };
+    // The program, the command and the names told.
+    using Program_t = std::tuple<char const *, char const *, char const *>;
 
-    void PrintTo(Program_s const & Program, std::ostream * pOut)
-    {
-        *pOut << Program.szCommand;
-    }
-
-    class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_s>
+    class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_t>
     {};
 }
 
 TEST_P(FileTrackProgram, IsToldOnceOfEachChange)
 {
     auto const [szProgram, szCommand, szTold] = GetParam();
-    if (!Run(std::string("command -v ") + szProgram))
-    {
-        GTEST_SKIP() << "no " << szProgram << " on this machine";
-    }
+    SKIP_IF(!Run(std::string("command -v ") + szProgram), "no " << szProgram << " on this machine");
     Track();
     ASSERT_TRUE(Run(szCommand)) << szCommand;
     EXPECT_EQ(Told(), szTold) << szCommand;
@@ -105,27 +81,27 @@ TEST_P(FileTrackProgram, IsToldOnceOfEachChange)
 }
 
 INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
-    testing::Values(Program_s{ "sh", "echo new > a.txt", "a.txt" }, Program_s{ "sh", "echo more >> a.txt", "a.txt" },
-        Program_s{ "sh", "echo 1 > a.txt; echo 2 > b.txt; echo 3 > a.txt", "a.txt b.txt" },
-        Program_s{ "cp", "cp b.txt a.txt", "a.txt" },
-        Program_s{ "cp", "cp -f --remove-destination b.txt a.txt", "a.txt" },
-        Program_s{ "cp", "cp -r sub new/ && mkdir deep && cp -r sub deep", "c.txt c.txt" },
-        Program_s{ "mv", "mv b.txt a.txt", "a.txt" }, Program_s{ "mv", "rm a.txt && mv b.txt a.txt", "a.txt" },
-        Program_s{ "mv", "mv a.txt a.bak && echo x > n && mv n a.txt && rm a.bak", "a.txt" },
-        Program_s{ "mv", "rm -r sub && mkdir sub && mv b.txt sub/c.txt", "c.txt" },
-        Program_s{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
-        Program_s{ "mkdir", "mkdir -p n/e/w && echo x > n/e/w/a.txt", "a.txt" },
-        Program_s{ "touch", "touch a.txt", "a.txt" }, Program_s{ "sed", "sed -i s/a/b/ a.txt", "a.txt" },
-        Program_s{ "perl", "perl -i.bak -pe s/a/b/ a.txt", "a.txt" },
-        Program_s{ "vim", "vim -es -u NONE -c s/a/b/ -c wq a.txt", "a.txt" },
-        Program_s{ "vim", "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
-        Program_s{ "rsync", "rsync -I b.txt sub/c.txt", "c.txt" },
-        Program_s{ "sh", "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
+    testing::Values(Program_t{ "sh", "echo new > a.txt", "a.txt" }, Program_t{ "sh", "echo more >> a.txt", "a.txt" },
+        Program_t{ "sh", "echo 1 > a.txt; echo 2 > b.txt; echo 3 > a.txt", "a.txt b.txt" },
+        Program_t{ "cp", "cp b.txt a.txt", "a.txt" },
+        Program_t{ "cp", "cp -f --remove-destination b.txt a.txt", "a.txt" },
+        Program_t{ "cp", "cp -r sub new/ && mkdir deep && cp -r sub deep", "c.txt c.txt" },
+        Program_t{ "mv", "mv b.txt a.txt", "a.txt" }, Program_t{ "mv", "rm a.txt && mv b.txt a.txt", "a.txt" },
+        Program_t{ "mv", "mv a.txt a.bak && echo x > n && mv n a.txt && rm a.bak", "a.txt" },
+        Program_t{ "mv", "rm -r sub && mkdir sub && mv b.txt sub/c.txt", "c.txt" },
+        Program_t{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
+        Program_t{ "mkdir", "mkdir -p n/e/w && echo x > n/e/w/a.txt", "a.txt" },
+        Program_t{ "touch", "touch a.txt", "a.txt" }, Program_t{ "sed", "sed -i s/a/b/ a.txt", "a.txt" },
+        Program_t{ "perl", "perl -i.bak -pe s/a/b/ a.txt", "a.txt" },
+        Program_t{ "vim", "vim -es -u NONE -c s/a/b/ -c wq a.txt", "a.txt" },
+        Program_t{ "vim", "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
+        Program_t{ "rsync", "rsync -I b.txt sub/c.txt", "c.txt" },
+        Program_t{ "sh", "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
         // No callback: a name is made, is deleted, or goes to a free place.
-        Program_s{ "touch", "rm a.txt && touch a.txt", "" },
-        Program_s{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
-        Program_s{ "mv", "mv sub dir; mv loop/d.csv d", "" },
-        Program_s{ "mv", "sleep 0.02; mkdir n && mv a.txt n", "" }, Program_s{ "chmod", "chmod 600 a.txt", "" }));
+        Program_t{ "touch", "rm a.txt && touch a.txt", "" },
+        Program_t{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
+        Program_t{ "mv", "mv sub dir; mv loop/d.csv d", "" },
+        Program_t{ "mv", "sleep 0.02; mkdir n && mv a.txt n", "" }, Program_t{ "chmod", "chmod 600 a.txt", "" }));
 
 TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
 {
@@ -176,32 +152,9 @@ TEST_F(FileTrack, AChildOfAForkWatchesForItself)
     EXPECT_EQ(Told(), "c.txt");
 }
 
-TEST_F(FileTrack, TellsOfEachFileOfACheckout)
-{
-    if (!Run("command -v git"))
-    {
-        GTEST_SKIP() << "no git on this machine";
-    }
-    std::string sAll;
-    for (int i = 100; i < 200; ++i)
-    {
-        Folder.Write("textures/" + std::to_string(i), "1");   // 36 bytes of the batch, where git's own files are too
-        sAll += (i > 100 ? " " : "") + std::to_string(i);
-    }
-    Track();
-    ASSERT_TRUE(Run("export EMAIL=a@b.c && git init -q && git add . && git commit -qm1 && "
-                    "for i in textures/*; do echo 22 > $i; done && git commit -qam2"));
-    Told();
-    ASSERT_TRUE(Run("git checkout -q HEAD~1"));
-    EXPECT_EQ(Told(), sAll);
-}
-
 TEST_F(FileTrack, WaitsForWritersWithinLimits)
 {
-    if (!LeasesSeeWriters())
-    {
-        GTEST_SKIP() << "leases do not show a writer here";
-    }
+    SKIP_IF(!LeasesSeeWriters(), "leases do not show a writer here");
     Track();
     // Tries that find the file held, what is told, and the number in the line, 0 for no line.
     for (auto const & [nHeld, szTold, nSaid] : Rows_t<int, char const *, int>{ { 0, "a.txt b.txt", 0 },
@@ -277,28 +230,16 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
     EXPECT_EQ(Dialogs.CountHolding("opening of file '" + Folder.Join("a.txt") + "' failed!"), 1);
     auto const TrackWithThreeWatches = [this]   // the root, sub and loop
     {
-        if (unshare(CLONE_NEWUSER) != 0 || !(std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush))
-        {
-            std::_Exit(2);
-        }
-        SetAchtungs(false);
-        LogToStandardError();
+        bool const bFew =
+            unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush;
         FileTrackChanges(Folder.GetPath().c_str());
-        int const nTracked = g_dOpenTracks.GetLength();
-        FileTrackShutdown();
-        std::_Exit(nTracked);
+        return bFew ? g_dOpenTracks.GetLength() : 2;
     };
-    static int s_iStatus;
     for (int nTracked : { 1, 0 })
     {
-        EXPECT_EXIT(
-            TrackWithThreeWatches(), [](int iStatus) { return WIFEXITED(s_iStatus = iStatus); },
-            nTracked == 1 ? "^$" : "Can't open directory|^$");
-        if (WEXITSTATUS(s_iStatus) == 2)
-        {
-            GTEST_SKIP() << "the system gives no namespace with few watches";
-        }
-        EXPECT_EQ(WEXITSTATUS(s_iStatus), nTracked);
+        int const iStatus = StatusOfChild(StartChild(TrackWithThreeWatches));
+        SKIP_IF(iStatus == 2, "the system gives no namespace with few watches");
+        EXPECT_EQ(iStatus, nTracked);
         Folder.MakeFolder("one/too/many");
     }
 }
