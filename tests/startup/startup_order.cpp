@@ -22,6 +22,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace
 {
@@ -98,7 +99,7 @@ namespace
         }
     };
 
-    void Leak()
+    void Leak(char const *)
     {
         LogSetFile(L"./", L"message.log");   // closed before the leaks are found
         LogInit();
@@ -118,14 +119,14 @@ namespace
         MemoryLogAllocations();
     }
 
-    void KeepInRuntime()
+    void KeepInRuntime(char const *)
     {
         std::ios::sync_with_stdio(false);   // new buffers for the streams, which nobody ever releases
         std::cout.imbue(std::locale(std::locale(), new std::numpunct<char>));
         std::cout << std::flush;
     }
 
-    void StartThread()
+    void StartThread(char const *)
     {
         static std::latch s_Started(2);
         g_silentMode = true;   // an assertion ends the process with status 1
@@ -143,6 +144,9 @@ namespace
             .detach();
         s_Started.arrive_and_wait();
     }
+
+    constexpr std::pair<char const *, void (*)(char const *)> WISHES[] = { { "leak", Leak },
+        { "unload", LoseFromPlugin }, { "streams", KeepInRuntime }, { "threads", StartThread } };
 }
 
 int main(int nArguments, char ** dArguments)
@@ -151,22 +155,9 @@ int main(int nArguments, char ** dArguments)
     Check(g_Probe.GetInitOrder() == 2, "the prerequisites came first");
     g_CommandCallbacker.Fire(1, false);
     Check(g_nLines == 1 && g_nCommands == 1, "listener and callback were called");
-    std::string const sWish = nArguments > 1 ? dArguments[1] : "";
-    if (sWish == "leak")
+    for (auto const & [szWish, fnRun] : WISHES)
     {
-        Leak();
-    }
-    else if (sWish == "unload")
-    {
-        LoseFromPlugin(dArguments[2]);
-    }
-    else if (sWish == "streams")
-    {
-        KeepInRuntime();
-    }
-    else if (sWish == "threads")
-    {
-        StartThread();
+        nArguments > 1 && std::strcmp(szWish, dArguments[1]) == 0 ? fnRun(dArguments[2]) : void();
     }
     Module_c::ShutdownAllModules();
     AppMiscShutdown();
