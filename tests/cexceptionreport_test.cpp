@@ -71,21 +71,14 @@ namespace
             dTexts.insert(dTexts.end(), { "\r\n\nR8:", "\r\nR15:" });
         }
         char const STACK[] = "\r\nCall stack:\r\nAddress   Frame     Function            SourceFile\r\n";
-        dTexts.insert(dTexts.end(), { "\r\n\nMM0 = ", "\r\nMM7 = ", "\r\n", STACK, "\r\n\nCrash code disassembly:\n\n",
+        dTexts.insert(dTexts.end(), { "\r\n\nMM0 = ", "\r\nMM7 = ", STACK, "\r\n\nCrash code disassembly:\n\n",
                                         bMarked ? "      <--------- FAULT!!!\n" : "\n",
-                                        "\n\n========================\r\n"
-                                        "Local Variables And Parameters\r\n",
-                                        STACK });
-        std::size_t nFrom = 0;
-        for (std::string const & sText : dTexts)
+                                        "\n\n========================\r\nLocal Variables And Parameters\r\n", STACK });
+        std::size_t nAt = 0;
+        for (std::size_t i = 0; i < dTexts.size() && nAt != std::string::npos; ++i)
         {
-            std::size_t const nAt = sReport.find(sText, nFrom);
-            if (nAt == std::string::npos)
-            {
-                ADD_FAILURE() << "no " << sText << " behind " << nFrom << " of\n" << sReport;
-                return false;
-            }
-            nFrom = nAt + sText.size() - (sText == "\r\n" ? 2 : 0);
+            nAt = sReport.find(dTexts[i], nAt);
+            EXPECT_NE(nAt, std::string::npos) << "no " << dTexts[i] << " in its place in\n" << sReport;
         }
         return sReport.ends_with("\r\n\r\n\r\n");   // of the last line, of its frame, of the report
     }
