@@ -157,10 +157,7 @@ TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
 
 TEST(GigaPool, UseOfAFreedElementIsCaughtByTheAddressChecker)
 {
-    if (!plat::ADDRESS_CHECKER)
-    {
-        GTEST_SKIP() << "this build has no address checker";
-    }
+    SKIP_IF(!plat::ADDRESS_CHECKER, "this build has no address checker");
     GigaPoolResizeable_c Pool(1, 24);
     char * const p = static_cast<char *>(Pool.Alloc(false));
     p[23] = 1;

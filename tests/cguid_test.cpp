@@ -195,10 +195,7 @@ TEST_F(GuidTest, TheAddressIsOneOfTheInterfaces)
         std::ifstream(Entry.path() / "type") >> sType;
         sType == "1" && sAddress != "00:00:00:00:00:00" ? void(dAddresses.insert(sAddress)) : void();
     }
-    if (dAddresses.empty())
-    {
-        GTEST_SKIP() << "this machine shows no Ethernet interface below /sys/class/net";
-    }
+    SKIP_IF(dAddresses.empty(), "this machine shows no Ethernet interface below /sys/class/net");
     EXPECT_TRUE(dAddresses.count(szAddress)) << szAddress;
     auto const fnIsGlobal = [](std::string const & s) { return std::string("048c").find(s[1]) != std::string::npos; };
     EXPECT_EQ(bGlobal, std::any_of(dAddresses.begin(), dAddresses.end(), fnIsGlobal));

@@ -193,10 +193,7 @@ protected:
     {
         io_uring_params Params{};
         auto const iQueue = static_cast<int>(GetParam() ? syscall(__NR_io_uring_setup, 1, &Params) : 0);
-        if (iQueue < 0)
-        {
-            GTEST_SKIP() << "the kernel gives no queue of requests";
-        }
+        SKIP_IF(iQueue < 0, "the kernel gives no queue of requests");
         close(GetParam() ? iQueue : -1);
     }
 

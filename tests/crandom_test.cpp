@@ -26,10 +26,7 @@ namespace
 
 TEST(Random, ListsNamedGeneratorsFromTheNewestOn)
 {
-    if (!RandomGetSeedList())
-    {
-        GTEST_SKIP() << "an earlier test of this process has shut the list down";
-    }
+    SKIP_IF(!RandomGetSeedList(), "an earlier test of this process has shut the list down");
     std::string const sFormer = Names();
     EXPECT_NE(sFormer.find("Common random "), std::string::npos);
     {

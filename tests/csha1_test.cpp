@@ -71,10 +71,7 @@ TEST(Sha1, PadsEveryLengthAndTakesAnyPieces)
 TEST(Sha1, KernelsAgree)
 {
     Sha1Kernel_t const fnKernel = Sha1FindKernel();
-    if (fnKernel == nullptr)
-    {
-        GTEST_SKIP() << "this processor lacks the SHA instructions";
-    }
+    SKIP_IF(fnKernel == nullptr, "this processor lacks the SHA instructions");
     std::string const sBytes = Pattern(20 * SHA1_BLOCK_SIZE);
     std::array<std::uint32_t, 5> dPlain{ 1, 2, 3, 4, 0xFFFFFFFFu }, dFast = dPlain;
     for (std::size_t i = 0; i < 16 * 16; ++i)

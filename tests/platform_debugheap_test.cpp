@@ -70,10 +70,7 @@ TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
 // In a release build the compiler drops writes to memory that is released next, unless it is kept from that.
 TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
 {
-    if (plat::ADDRESS_CHECKER)
-    {
-        GTEST_SKIP() << "the checker reports what this test does";
-    }
+    SKIP_IF(plat::ADDRESS_CHECKER, "the checker reports what this test does");
     HeapReports_c Reports;
     auto * const p = static_cast<unsigned char volatile *>(plat::HeapAlloc(100, 4, nullptr, 0));
     auto * const pBlock = const_cast<unsigned char *>(p);

@@ -20,13 +20,7 @@ namespace
     class FolderWatch : public testing::Test
     {
     protected:
-        void SetUp() override
-        {
-            if (!WatchesTellOfWrites())
-            {
-                GTEST_SKIP() << "watches tell nothing here";
-            }
-        }
+        void SetUp() override { SKIP_IF(!WatchesTellOfWrites(), "watches tell nothing here"); }
 
         // The names of the next batch, each with its end; "-" if none has come, "empty" if one was lost.
         std::u16string Batch()
@@ -84,10 +78,7 @@ TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)
     {
         m_Folder.MakeFolder(std::to_string(i % 100) + '/' + std::to_string(i));
     }
-    if (!m_Watch.Open(m_Folder.GetPath().c_str(), IsKept))
-    {
-        GTEST_SKIP() << "the system gives no 10,000 watches";
-    }
+    SKIP_IF(!m_Watch.Open(m_Folder.GetPath().c_str(), IsKept), "the system gives no 10,000 watches");
     m_Folder.Write("99/9999/a", "x");
     EXPECT_EQ(Batch(), u"99\\9999\\a;");
     std::size_t nEvents = 0;

@@ -129,10 +129,7 @@ TEST(PlatformDebugger, SeesATracerAndBreaksIntoIt)
     int iStatus = 0;
     waitpid(iChild, &iStatus, 0);
     EXPECT_EQ(WIFSTOPPED(iStatus) ? WSTOPSIG(iStatus) : WTERMSIG(iStatus), SIGTRAP);
-    if (WIFSIGNALED(iStatus))
-    {
-        GTEST_SKIP() << "no process may be traced here";
-    }
+    SKIP_IF(WIFSIGNALED(iStatus), "no process may be traced here");
     ptrace(PTRACE_CONT, iChild, nullptr, nullptr);
     EXPECT_EQ(StatusOfChild(iChild), 3);
 }

@@ -35,10 +35,7 @@ TEST(Startup, LeakReportAtExitNamesWhatTheCallerHadAndIsLogged)
 
 TEST(Startup, BlocksOfAnUnloadedPluginAreListedWithoutIt)
 {
-    if (plat::ADDRESS_CHECKER)
-    {
-        GTEST_SKIP() << "the plugin brings another heap than the program's";
-    }
+    SKIP_IF(plat::ADDRESS_CHECKER, "the plugin brings another heap than the program's");
     TempFolder_c const Folder;
     std::string const sOutput = RunStartupOrder("unload " STARTUP_LOST, Folder);
     EXPECT_THAT(sOutput, testing::ContainsRegex("Memory leak: 40 bytes at .*, category AI, unloaded module\\(1\\)\n"));

@@ -283,10 +283,7 @@ class SymbolWalk : public testing::Test
 protected:
     void SetUp() override
     {
-        if (access(ZQSYMBOLS_PATH, X_OK) != 0)
-        {
-            GTEST_SKIP() << "zqsymbols is not built here: libdw was not found";
-        }
+        SKIP_IF(access(ZQSYMBOLS_PATH, X_OK) != 0, "zqsymbols is not built here: libdw was not found");
         SKIP_IF_EMULATED("starting a program that shares memory until it runs");
         g_dLines.clear();
     }
@@ -387,10 +384,7 @@ TEST_F(SymbolWalk, AWalkGoesOnWhenTheHelperDies)
             plat::Symbols_c Symbols;
             plat::SymbolFrame_t Frame;
             ASSERT_TRUE(Symbols.Start(&Context) && Symbols.NextFrame(&Frame));
-            if (!KillHelper())
-            {
-                GTEST_SKIP() << "the kernel does not list a thread's children";
-            }
+            SKIP_IF(!KillHelper(), "the kernel does not list a thread's children");
             for (std::size_t i = 1; i < NAMES.size(); ++i)
             {
                 ASSERT_TRUE(Symbols.NextFrame(&Frame));

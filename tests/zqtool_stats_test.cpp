@@ -165,10 +165,7 @@ TEST_F(ZqtoolStats, ReadsWhatTheProfilerWrites)
 
 TEST_F(ZqtoolStats, TheTraceNestsAndHoldsEveryCall)
 {
-    if (RunShell("python3 -c ''").iStatus != 0)
-    {
-        GTEST_SKIP() << "needs python3";
-    }
+    SKIP_IF(RunShell("python3 -c ''").iStatus != 0, "needs python3");
     EXPECT_EQ(Run(Sample(), " --json " + m_Folder.Join("trace.json")).iStatus, 0);
     std::string const sScript = m_Folder.Write("check.py", R"(
 import collections, json, sys
@@ -259,10 +256,7 @@ protected:
     void SetUp() override
     {
         m_sBrowser = RunShell("command -v chromium-headless-shell chromium google-chrome | head -n 1").sOutput;
-        if (m_sBrowser.empty())
-        {
-            GTEST_SKIP() << "needs a browser, for instance Debian's package chromium-headless-shell";
-        }
+        SKIP_IF(m_sBrowser.empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
         m_sBrowser.pop_back();
         ASSERT_EQ(Run(Sample(), " --html " + m_Folder.Join("page.html")).iStatus, 0);
         m_sPage = m_Folder.Read("page.html");
