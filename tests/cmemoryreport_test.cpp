@@ -85,6 +85,23 @@ TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
     EXPECT_EQ(Folder.Read("newcalls.csv"), "frame;file;line;category;size;\n" + TakenBlocks(0) + TakenBlocks(2));
 }
 
+TEST(MemoryReport, CallLogLeavesOutWhatItAllocatesItself)
+{
+    TempFolder_c const Folder;
+    InChild(Folder,
+        []
+        {
+            MemoryNewLogEnable(true);
+            Module_c::ShutdownAllModules();   // so that the next record opens the file, which takes a block
+            Module_c::InitializeAllModules();
+            std::ptrdiff_t const nLoggers = g_MemoryCounters.dCount[mem::logger];
+            TakeBlocks();
+            EXPECT_EQ(g_MemoryCounters.dCount[mem::logger], nLoggers + 1);
+            MemoryNewLogEnable(false);
+        });
+    EXPECT_EQ(Folder.Read("newcalls.csv"), TakenBlocks(0));
+}
+
 namespace
 {
     // Counts of a report's tally: all blocks, and those of the four classes. Holds no memory, which would count.
