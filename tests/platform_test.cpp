@@ -4,7 +4,6 @@
 #include "platform/process.h"
 #include "platform/system.h"
 #include "platform/text.h"
-#include "platform/window.h"
 #include "tests/test_support.h"
 
 #include <cerrno>
@@ -159,7 +158,7 @@ TEST(PlatformProcess, TellsItsCommandLineAndPaths)
     EXPECT_FALSE(plat::ProcessCurrentFolder(szPath, std::wcslen(szPath)));
 }
 
-TEST(PlatformSystem, GathersTheFactsAndRunsItsClocksForward)
+TEST(PlatformSystem, GathersTheFacts)
 {
     SKIP_IF_EMULATED("the sizes of the memory");
     plat::SystemFacts_t Facts;
@@ -169,12 +168,6 @@ TEST(PlatformSystem, GathersTheFactsAndRunsItsClocksForward)
     EXPECT_TRUE(Facts.nPhysicalFree > 0 && Facts.nPhysicalTotal > Facts.nPhysicalFree);
     EXPECT_GT(Facts.nVirtualTotal, Facts.nVirtualFree);
 
-    std::int64_t const iTicks = plat::GoodClockTicks(), iCycles = plat::CycleCounter();
-    std::uint32_t const nMilliseconds = plat::CoarseClockMilliseconds();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_GE(plat::GoodClockTicks() - iTicks, plat::GoodClockFrequency() / 50);
-    EXPECT_GE(plat::CoarseClockMilliseconds() - nMilliseconds, 19u);
-    EXPECT_GT(plat::CycleCounter(), iCycles);
     EXPECT_TRUE(plat::CoarseClockRaise(1));
     plat::CoarseClockLower(1);
     EXPECT_FALSE(plat::CoarseClockRaise(0));
@@ -182,19 +175,4 @@ TEST(PlatformSystem, GathersTheFactsAndRunsItsClocksForward)
     std::tm Expected = { Local.iSecond, Local.iMinute, Local.iHour, Local.iDay, Local.iMonth - 1, Local.iYear - 1900, 0,
         0, -1, 0, nullptr };
     EXPECT_LE(std::abs(std::difftime(std::time(nullptr), std::mktime(&Expected))), 3601.0) << "up to an hour set back";
-}
-
-TEST(PlatformWindow, DoesNothingForWhatAHostLeavesOut)
-{
-    static char s_cWindow;
-    plat::WindowSystem_t System;
-    System.fnGetFocus = []() -> plat::Window_t { return &s_cWindow; };
-    plat::WindowSystem_t const Former = plat::WindowSystemSet(System);
-    plat::WindowSystem_t const & Installed = plat::WindowSystemGet();
-    EXPECT_TRUE(Installed.fnGetFocus() == &s_cWindow && Installed.fnGetParent(&s_cWindow) == nullptr);
-    Installed.fnMinimise(&s_cWindow);
-    Installed.fnShowCursor();
-    EXPECT_FALSE(Installed.fnDispatchOne(0, 1));
-    plat::WindowSystemSet(Former);
-    EXPECT_EQ(Installed.fnGetFocus(), nullptr);
 }

@@ -153,10 +153,6 @@ def perlin_lines():
 
 def sincos_lines():
     table = [sine(f32(i * 16 * 3.1415927410125732 / 32768)) for i in range(4096)]
-    yield "constexpr SineRow_s SINE_ROWS[] = {"
-    for i in list(range(0, 4096, 341)) + [1, 1024, 2048, 3072, 4095]:
-        yield f"    {{ {i}, 0x{bits(table[i]):08X} }},"
-    yield "};"
     crc = zlib.crc32(b"".join(struct.pack("<f", value) for value in table))
     yield f"constexpr std::uint32_t SINE_CRC = 0x{crc:08X}; // of all words of the table"
 
