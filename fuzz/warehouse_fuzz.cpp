@@ -1,8 +1,7 @@
-// warehouse_fuzz.cpp: tables of any bytes, read on roads that must agree, and the same bytes as a property list.
+// warehouse_fuzz.cpp: tables of any bytes, read on roads that must agree.
 //
 // Bit 0 of the first byte chooses CSV, the bits above it the separators; the rest is the table.
 #include "fuzz/fuzz_support.h"
-#include "zqcore/cpropertylist.h"
 #include "zqcore/cwarehouse.h"
 
 #include <map>
@@ -62,22 +61,6 @@ namespace
         }
         Require(!Table.FindIdent("@HEAD"));
     }
-
-    /// Each name has a value at least, and is found.
-    void CheckList(WarehouseFormat_e eFormat)
-    {
-        constexpr int SEARCHES = 20;   // each is a scan from the top
-        PropertyList_c List;
-        std::string sName(FuzzFile_c::Get().sText.size() + 2, '?'), sValue = sName;
-        auto const nMost = static_cast<int>(sName.size());
-        Require(List.Open("fuzz.txt", eFormat) && List.StartProp() == List.StartProp());
-        for (int i = 0; i < SEARCHES && List.NextProp(sName.data(), nMost); ++i)
-        {
-            Require(List.FindProp(sName.c_str()) && List.StartVal(sName.c_str()));
-            while (List.NextVal(sValue.data(), nMost))
-            {}
-        }
-    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
@@ -103,6 +86,5 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Items_t const dItems = Walk(InPlace);
     Require(Walk(InPlace) == dItems && Walk(Copy) == dItems);
     CheckSearches(InPlace, dItems);
-    CheckList(eFormat);
     return 0;
 }

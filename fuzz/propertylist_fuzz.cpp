@@ -1,0 +1,82 @@
+// propertylist_fuzz.cpp: lists of any bytes, beside a walk over all their lines.
+//
+// Bit 0 of the first byte chooses CSV; the rest is the file.
+#include "fuzz/fuzz_support.h"
+#include "zqcore/cpropertylist.h"
+
+#include <map>
+#include <vector>
+
+namespace
+{
+    using Texts_t = std::vector<std::string>;
+
+    template <typename NEXT>
+    Texts_t Collect(bool bAny, NEXT Next)
+    {
+        Texts_t dTexts;
+        std::string sBuffer(FuzzFile_c::Get().sText.size() + 2, '?');
+        while (Next(sBuffer.data(), static_cast<int>(sBuffer.size())))
+        {
+            dTexts.emplace_back(sBuffer.c_str());
+        }
+        Require(bAny == !dTexts.empty() && sBuffer[0] == '\0');
+        return dTexts;
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    if (nSize < 2)
+    {
+        return 0;
+    }
+    WarehouseFormat_e const eFormat = pData[0] & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
+    std::string & sText = FuzzFile_c::Get().sText;
+    sText.assign(pData + 1, pData + nSize);
+
+    PropertyList_c List;
+    std::string_view sRead(sText);
+    bool const bOpens = !IsRefused(sRead);
+    Require(List.Open("fuzz.txt", eFormat) == bOpens);
+    if (!bOpens)
+    {
+        return 0;
+    }
+
+    Texts_t dNames;
+    std::map<std::string, Texts_t> Values;   // of each name, be it without any
+    WarehouseScan_t Scan(sRead.data(), static_cast<int>(sRead.size()), 0, eFormat);
+    WarehouseLine_c Line;
+    while (Scan.GetLine(&Line))
+    {
+        if (!Line.IsNull(0))
+        {
+            Texts_t & dValues = Values[Line[0]];
+            if (!Line.IsNull(1))
+            {
+                if (dValues.empty())
+                {
+                    dNames.emplace_back(Line[0]);
+                }
+                StrToLower(Line[1]);
+                dValues.emplace_back(Line[1]);
+            }
+        }
+    }
+
+    auto const NextProp = [&](char * p, int n) { return List.NextProp(p, n); };
+    auto const NextVal = [&](char * p, int n) { return List.NextVal(p, n); };
+    Require(Collect(List.StartProp(), NextProp) == dNames && Collect(List.StartProp(), NextProp) == dNames);
+    int nSearches = 0;   // each is a scan from the top
+    for (auto const & [sName, dValues] : Values)
+    {
+        if (++nSearches <= 20)
+        {
+            Require(List.FindProp(sName.c_str()));
+            Require(List.FindProp((sName + "x").c_str()) == Values.contains(sName + "x"));
+            Require(Collect(List.StartVal(sName.c_str()), NextVal) == dValues);
+        }
+    }
+    return 0;
+}
