@@ -2,9 +2,9 @@
 //
 // The watch collects changes between two reads and hands them over in the caller's buffer, as records one behind the
 // other. A change is: a file that was opened for writing is closed, unless it is new and empty; a file is renamed onto
-// one that exists, or that existed and whose name is kept; a file is found written in a folder that was made just now, and
-// is no older than that. One file is in a batch once, in the order of the first changes. One thread at a time. In the
-// child of a fork a watch begins anew at the first IsComplete.
+// one that exists, or that existed and whose name is kept; a file is found written in a folder that was made just now,
+// and is no older than that. At most 65,536 names are kept; files that go after that are forgotten. One file is in a batch once, in the order of the first changes. One thread at a time. In the
+// child of a fork a watch begins anew at the first IsComplete; until then it holds none of the system's watches.
 #pragma once
 
 #include <cstddef>
@@ -50,8 +50,9 @@ namespace plat
         /// says yes.
         void Read(void * pBuffer, std::size_t nBytes);
 
-        /// Whether a batch has arrived since Read. Without changes it costs one call to the system that does not wait.
-        /// A batch that does not fit the buffer, or that the system lost, leaves the buffer as it was.
+        /// Whether a batch has arrived since Read. Without changes it costs two calls to the system that do not wait.
+        /// A batch that does not fit the buffer, or that the system lost, leaves the buffer as it was. No batch arrives
+        /// any more once others have closed the watch's descriptor.
         bool IsComplete();
 
         /// Subfolders that appeared and could not be watched since the last call, for want of the system's watches.

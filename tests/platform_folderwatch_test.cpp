@@ -3,9 +3,12 @@
 #include "tests/machine_support.h"
 
 #include "platform/files.h"
+#include "platform/linux/openfile.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <unistd.h>
 
@@ -15,6 +18,8 @@ namespace
 {
     // In memory where there is such a place: ten thousand folders keep a busy disk for a minute.
     std::string const ROOT = std::getenv("TMPDIR") || !fs::exists("/dev/shm") ? fs::temp_directory_path() : "/dev/shm";
+
+    constexpr char INOTIFY[] = "anon_inode:inotify";
 
     // A watch on a fresh folder, with a buffer of its own.
     class FolderWatch : public testing::Test
@@ -92,6 +97,28 @@ TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)
     m_Folder.Write("lost/a", "y");
     m_Folder.Write("1/1/a", "y");
     EXPECT_EQ(Batch(), u"lost\\a;1\\1\\a;");
+}
+
+// A host may close all descriptors. The bytes are an event that claims to be 4 GiB long.
+TEST_F(FolderWatch, LeavesADescriptorThatIsAnothersByNow)
+{
+    ASSERT_TRUE(m_Watch.Open(m_Folder.GetPath().c_str(), IsKept));
+    int const iQueue = plat::DescriptorOf(m_Watch.GetHandle());
+    auto const HasQueue = [&] { return fs::read_symlink("/proc/self/fd/" + std::to_string(iQueue)) == INOTIFY; };
+    auto const GiveAway = [&](bool bQueue)
+    {
+        std::uint32_t const dBytes[4] = { 1, 0, 0, 0xFFFFFFF0 };
+        int dEnds[2];
+        bool bLeft = HasQueue() == bQueue && pipe2(dEnds, O_NONBLOCK) == 0 && dup2(dEnds[0], iQueue) == iQueue
+                     && write(dEnds[1], dBytes, sizeof dBytes) == sizeof dBytes && Batch() == u"-";
+        m_Watch.Close();
+        char dRead[sizeof dBytes];
+        bLeft = bLeft && read(iQueue, dRead, sizeof dRead) == sizeof dRead;
+        std::for_each_n(std::begin({ iQueue, dEnds[0], dEnds[1] }), 3, close);
+        return bLeft ? 0 : 1;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild([&] { return GiveAway(false); })), 0) << "it keeps no queue of the parent";
+    EXPECT_EQ(GiveAway(true), 0);
 }
 
 TEST_F(FolderWatch, LockTestWithoutLeasesWaitsForTwoEqualLooks)

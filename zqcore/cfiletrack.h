@@ -3,15 +3,16 @@
 // One folder tree is watched while the game runs. Each known file of it that a writer changed and let go of is told to
 // g_FileTrackChangesCallbacker by its bare name, in the spelling of the disk. There is no thread: all of it happens in
 // FileTrackDoWork, which ModuleFile_c calls in its idle heartbeat, on the main thread. While nothing changes a call
-// costs one question to the system that does not wait.
+// costs two questions to the system that do not wait.
 //
 // A change is what a user would call one: a file that was opened for writing and closed, or one that another file was
 // renamed onto. So a rewrite, an append, a copy over it, an editor's save through a second file, a checkout are one
 // each; a file made anew is one once something was written into it, since a checkout deletes and makes anew. A known
 // file that was renamed away or deleted keeps its name here: a file that is renamed to that name, then or later, is a
-// change of it. An exchange of two names is a change of each. Making an empty file, deleting, and renaming to a name
-// that no known file had are none, nor is renaming a folder. A file that was written several times between
-// two calls is told once; one that was written and is gone by the time of the call is not told.
+// change of it. At most 65,536 such names are kept; files that go after that are forgotten. An exchange of two names is
+// a change of each. Making an empty file, deleting, and renaming to a name that no known file had are none, nor is
+// renaming a folder. A file that was written several times between two calls is told once; one that was written and is
+// gone by the time of the call is not told.
 //
 // Folders that appear, are moved or go are followed, and so are links to folders that are there from the start. A link
 // to a file is not: the change happens in another folder. Once the watched folder is deleted or renamed nothing more

@@ -3,6 +3,7 @@
 
 #include "platform/linux/descriptor.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace plat
@@ -19,5 +20,16 @@ namespace plat
         Descriptor_c const Former(Get());
         m_iDescriptor = iDescriptor;
         m_Identity = iDescriptor >= 0 ? IdentityOf(iDescriptor) : DescriptorIdentity_t{};
+    }
+
+    bool KeptDescriptor_c::Replace(int iDescriptor)
+    {
+        int const iHeld = Get();
+        if (iHeld < 0 || dup3(iDescriptor, iHeld, O_CLOEXEC) < 0)
+        {
+            return false;
+        }
+        m_Identity = IdentityOf(iHeld);
+        return true;
     }
 }

@@ -63,8 +63,15 @@ namespace plat
         /// The descriptor; -1 if none is held or the number is another file's by now. One system call.
         int Get() const { return m_iDescriptor >= 0 && IdentityOf(m_iDescriptor) == m_Identity ? m_iDescriptor : -1; }
 
+        /// The number, also when it is another file's by now; -1 if none was taken.
+        int GetNumber() const { return m_iDescriptor; }
+
         /// Closes what is held and takes another. Keeps errno.
         void Reset(int iDescriptor);
+
+        /// Gives the number to a copy of another descriptor and holds that, closed at exec. False, with nothing changed,
+        /// if none is held or the system refuses.
+        bool Replace(int iDescriptor);
 
     private:
         int m_iDescriptor = -1;

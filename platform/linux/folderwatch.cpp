@@ -10,6 +10,7 @@
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
 #include "platform/linux/folderrecords.h"
+#include "platform/linux/forkdrop.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
 
@@ -123,9 +124,16 @@ namespace plat
         explicit Tree_c(bool (*fnKeep)(char const *))
             : m_fnKeep(fnKeep)
         {}
+        ~Tree_c()
+        {
+            ForkDropRemove(m_Drop);
+            m_Queue.Reset(-1);
+        }
+        Tree_c(Tree_c const &) = delete;
+        Tree_c & operator=(Tree_c const &) = delete;
 
         bool Open(char const * szFolder);
-        int GetDescriptor() const { return m_Queue.Get(); }
+        int GetNumber() const { return m_Queue.GetNumber(); }
         void Read(void * pBuffer, std::size_t nBytes);
         bool IsComplete();
 
@@ -144,6 +152,8 @@ namespace plat
         std::vector<std::u16string> TakeNames();
         bool Rebuild();
         ZQ_COLD bool StartInChild();
+        void DropAtFork();
+        void Abandon();
 
         bool AddRoot();
         bool AddTree(ToAdd_s Top);
@@ -172,7 +182,8 @@ namespace plat
 
         bool (*m_fnKeep)(char const * szName);
         unsigned m_nForks = g_nForks;   // when the queue was opened
-        Descriptor_c m_Queue;
+        KeptDescriptor_c m_Queue;
+        ForkDrop_s m_Drop{};
         std::string m_sRoot;
         std::unordered_map<int, Folder_s> m_dFolders;   // by the kernel's number of the watch
         std::vector<Change_s> m_dChanges;               // of the present batch, in their order
@@ -192,7 +203,8 @@ namespace plat
         DiskPath_c Path(szFolder);
         Path.TrimSeparators();
         m_Queue.Reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-        if (!m_Queue.IsOpen() || Path.Try([](char const * szTry) { return access(szTry, R_OK | X_OK); }) != 0)
+        DropAtFork();
+        if (m_Queue.GetNumber() < 0 || Path.Try([](char const * szTry) { return access(szTry, R_OK | X_OK); }) != 0)
         {
             return false;
         }
@@ -210,27 +222,33 @@ namespace plat
     bool FolderWatch_c::Tree_c::IsComplete()
     {
         bool const bOfParent = m_nForks != g_nForks;
-        if (m_pRead == nullptr || (bOfParent && !StartInChild()))
+        if (m_pRead == nullptr || m_Queue.Get() < 0 || (bOfParent && !StartInChild()))
         {
             return false;
         }
-        ssize_t const nFilled = read(m_Queue.Get(), m_aEvents, sizeof m_aEvents);
+        ssize_t const nFilled = read(m_Queue.GetNumber(), m_aEvents, sizeof m_aEvents);
         return nFilled > 0 && Collect(static_cast<std::size_t>(nFilled));
     }
 
-    // Handles what is in the buffer of events and what else is in the queue; whether that makes a batch.
+    // Handles what is in the buffer of events and what else is in the queue; whether that makes a batch. The bytes may be
+    // those of another file, which the identity of the queue does not always distinguish.
     bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
     {
         LockScope_c const Scope(g_TreeLock);
         for (int nReads = 1; nFilled > 0; ++nReads)
         {
-            for (std::size_t iByte = 0; iByte < nFilled;)
+            for (std::size_t iByte = 0; nFilled - iByte >= sizeof(inotify_event);)
             {
                 auto const & Event = *reinterpret_cast<inotify_event const *>(m_aEvents + iByte);
+                if (Event.len > nFilled - iByte - sizeof(inotify_event)
+                    || (Event.len > 0 && Event.name[Event.len - 1] != '\0'))
+                {
+                    break;
+                }
                 Handle(Event);
                 iByte += sizeof(inotify_event) + Event.len;
             }
-            ssize_t const nMore = nReads < MAX_READS ? read(m_Queue.Get(), m_aEvents, sizeof m_aEvents) : 0;
+            ssize_t const nMore = nReads < MAX_READS ? read(m_Queue.GetNumber(), m_aEvents, sizeof m_aEvents) : 0;
             nFilled = nMore > 0 ? static_cast<std::size_t>(nMore) : 0;
         }
         for (Detached_s const & Detached : m_dDetached)   // renamed to a place outside
@@ -258,7 +276,7 @@ namespace plat
         std::vector<std::u16string> const dNames = TakeNames();
         if (std::exchange(m_bLost, false))
         {
-            Rebuild();
+            m_bLost = !Rebuild() || m_bLost;
         }
         else if (dNames.empty())
         {
@@ -299,8 +317,27 @@ namespace plat
         return dNames;
     }
 
-    // The child of a fork shares the queue with its parent, whose events it must not read and whose watches it must not
-    // end. It takes a queue of its own at its first question. False if there is none: the next question tries again.
+    void FolderWatch_c::Tree_c::DropAtFork()
+    {
+        ForkDropAdd(
+            m_Drop, [](void * pTree) { static_cast<Tree_c *>(pTree)->Abandon(); }, this);
+    }
+
+    // The child of a fork has the parent's queue, whose events it must not read and which it must not keep alive. The
+    // number goes to a pipe, which no other file is taken for, so that it stays the watch's.
+    void FolderWatch_c::Tree_c::Abandon()
+    {
+        int dEnds[2];
+        if (pipe2(dEnds, O_CLOEXEC) == 0)
+        {
+            m_Queue.Replace(dEnds[0]);
+            close(dEnds[0]);
+            close(dEnds[1]);
+        }
+    }
+
+    // The child of a fork takes a queue of its own at its first question. False if there is none: the next question
+    // tries again.
     ZQ_COLD bool FolderWatch_c::Tree_c::StartInChild()
     {
         LockScope_c const Scope(g_TreeLock);
@@ -311,8 +348,9 @@ namespace plat
     bool FolderWatch_c::Tree_c::Rebuild()
     {
         Descriptor_c const Queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-        if (Queue.IsOpen() && dup3(Queue.Get(), m_Queue.Get(), O_CLOEXEC) >= 0)
+        if (Queue.IsOpen() && m_Queue.Replace(Queue.Get()))
         {
+            DropAtFork();
             for (auto const & [iFolder, Folder] : m_dFolders)
             {
                 for (auto const & [sName, File] : Folder.dFiles)
@@ -382,14 +420,14 @@ namespace plat
             return -1;
         }
         std::string const sPath = bRoot ? ToAdd.sName : PathOf(ToAdd.iParent) + '/' + ToAdd.sName;
-        int const iFolder = inotify_add_watch(
-            m_Queue.Get(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_CREATE | (bRoot ? std::uint32_t(IN_MOVE_SELF) : 0u));
+        int const iFolder = inotify_add_watch(m_Queue.GetNumber(), sPath.c_str(),
+            FOLDER_EVENTS | IN_MASK_CREATE | (bRoot ? std::uint32_t(IN_MOVE_SELF) : 0u));
         int const iError = iFolder < 0 ? errno : 0;
         if (!bRoot && !IsWhereItWas(ToAdd.iParent))
         {
             if (iFolder >= 0)
             {
-                inotify_rm_watch(m_Queue.Get(), iFolder);
+                inotify_rm_watch(m_Queue.GetNumber(), iFolder);
             }
             m_dLater.push_back(ToAdd);
             errno = ENOENT;
@@ -439,12 +477,12 @@ namespace plat
     // The number of the folder that the path leads to now; -1 if it leads to none that is watched.
     int FolderWatch_c::Tree_c::NumberOf(std::string const & sPath)
     {
-        int const iFolder = inotify_add_watch(m_Queue.Get(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_ADD);
+        int const iFolder = inotify_add_watch(m_Queue.GetNumber(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_ADD);
         if (iFolder < 0 || m_dFolders.contains(iFolder))
         {
             return iFolder;
         }
-        inotify_rm_watch(m_Queue.Get(), iFolder);
+        inotify_rm_watch(m_Queue.GetNumber(), iFolder);
         return -1;
     }
 
@@ -529,7 +567,7 @@ namespace plat
                 {
                     dTodo.push_back(iFolder);
                 }
-                inotify_rm_watch(m_Queue.Get(), itFolder->first);
+                inotify_rm_watch(m_Queue.GetNumber(), itFolder->first);
                 m_dFolders.erase(itFolder);
             }
         }
@@ -751,7 +789,7 @@ namespace plat
 
     void * FolderWatch_c::GetHandle() const
     {
-        return IsOpen() ? HandleOf(m_pTree->GetDescriptor()) : nullptr;
+        return IsOpen() ? HandleOf(m_pTree->GetNumber()) : nullptr;
     }
 
     void FolderWatch_c::Read(void * pBuffer, std::size_t nBytes)
