@@ -120,6 +120,21 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     EXPECT_EQ(Tree(ProfilerGetRoot()), "a*1") << "a reload ends with its profiler";
 }
 
+TEST_F(Profiler, AScopePopsWhatAnExceptionLeft)
+{
+    auto const Run = [](bool bThrow)
+    {
+        ProfilerScope_c const Timer(7, "t");
+        ProfilerPush("left", false);
+        bThrow ? throw 1 : void();
+    };
+    EXPECT_THROW(Run(true), int);
+    EXPECT_EQ(g_iTimerStackTop, 1);
+    EXPECT_EQ(m_Dialogs.GetCount(), 0);
+    Run(false);
+    EXPECT_EQ(m_Dialogs.GetCount(), 1) << "the timer on top has another id";
+}
+
 TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)
 {
     std::mt19937 Random(7);

@@ -304,6 +304,19 @@ void ProfilerPop()
     }
 }
 
+int ProfilerDepth()
+{
+    return g_iTimerStackTop + g_nDropped;
+}
+
+void ProfilerPopTo(int iDepth)
+{
+    for (int nLeft = ProfilerDepth() - std::max(iDepth, 1); nLeft > 0; --nLeft)
+    {
+        ProfilerPop();
+    }
+}
+
 void ProfilerBeginFrame()
 {
     ProfilerPush(ZQ_TIMER_APPLICATION, "Application");
