@@ -109,6 +109,10 @@ TEST_F(FileTrackerTest, OpensAreToldOnlyWhileResourcesAreCollected)
     unsigned char cByte;
     std::uint32_t dwLength = 1;
     FileStream("b.txt")->Load(0, &cByte, dwLength);
+    g_FileOpenCallbacker.Add([](char const *) { throw 1; }, false);
+    EXPECT_THROW(FileOpen("b.txt"), int);
+    EXPECT_THROW(FileOpenStored("b.txt"), int);
+    EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     g_bCollectResource = false;
     g_FileOpenCallbacker.Reset();
     EXPECT_EQ(s_dTold, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt") }));

@@ -25,28 +25,53 @@ namespace
         Event.Fire(szText, false);
     }
 
+    // Untracks first: a handle's number may come again on another thread as soon as it is closed.
+    void CloseTracked(plat::File_t hFile)
+    {
+        FileCloseTracker(hFile);
+        plat::FileClose(hFile);
+    }
+
+    // An open file, closed at the end of its scope: a host's exception may end it.
+    class Tracked_c
+    {
+    public:
+        explicit Tracked_c(plat::File_t hFile)
+            : m_hFile(hFile)
+        {}
+        ~Tracked_c() { Close(); }
+        Tracked_c(Tracked_c const &) = delete;
+        Tracked_c & operator=(Tracked_c const &) = delete;
+
+        plat::File_t Get() const { return m_hFile; }
+        plat::File_t Release() { return std::exchange(m_hFile, nullptr); }
+        void Close()
+        {
+            if (m_hFile)
+            {
+                CloseTracked(Release());
+            }
+        }
+
+    private:
+        plat::File_t m_hFile;
+    };
+
     plat::File_t OpenTracked(char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts)
     {
-        plat::File_t const hFile = plat::FileOpenRead(szLocation, eShare, &Facts);
-        FileOpenTracker(hFile, szLocation);
+        Tracked_c File(plat::FileOpenRead(szLocation, eShare, &Facts));
+        FileOpenTracker(File.Get(), szLocation);
         if (std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed))
         {
             Tell(g_FileOpenCallbacker, szLocation);
         }
-        return hFile;
+        return File.Release();
     }
 
     // Streams of one file may come and go on several threads.
     void CountRead(File_c & File)
     {
         std::atomic_ref(File.iReads).fetch_add(1, std::memory_order_relaxed);
-    }
-
-    // Untracks first: a handle's number may come again on another thread as soon as it is closed.
-    void CloseTracked(plat::File_t hFile)
-    {
-        FileCloseTracker(hFile);
-        plat::FileClose(hFile);
     }
 
     // Other threads look at the length without the file's lock.
@@ -264,29 +289,30 @@ bool FileOnDisk_c::Open(void * pBuffer)
 
     FileLocation_c const sLocation(*this);
     plat::FileFacts_t Facts;
-    plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts);
-    if (!hFile)
+    Tracked_c File(OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts));
+    if (!File.Get())
     {
         Log("FileOnDisk_c::Open: Cannot open file: '%s'", static_cast<char const *>(sLocation));
         return false;
     }
     if (!TakeFacts(Facts, sLocation, !pBuffer))
     {
-        CloseTracked(hFile);
         return false;
     }
     ZQ_ASSERT_EX_TEXT(iLength > 0, "iLength>0", "File '%s' is empty!", static_cast<char const *>(sLocation));
 
-    return TakeUnlocked() ? ReadUnlocked(hFile, Facts, pBuffer, sLocation) : Read(hFile, pBuffer, sLocation);
+    return TakeUnlocked() ? ReadUnlocked(File.Release(), Facts, pBuffer, sLocation)
+                          : Read(File.Release(), pBuffer, sLocation);
 }
 
 bool FileOnDisk_c::Read(plat::File_t hFile, void * pBuffer, char const * szLocation)
 {
+    Tracked_c File(hFile);
     auto const nBytes = static_cast<std::size_t>(iLength);
     plat::FileHintSequential(hFile, nBytes);
     unsigned char * const pBlock = pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes];
     std::size_t const nRead = plat::FileRead(hFile, pBuffer ? pBuffer : pBlock, nBytes);
-    CloseTracked(hFile);
+    File.Close();
     if (nRead != nBytes)
     {
         delete[] pBlock;
@@ -307,6 +333,7 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation)
 {
     constexpr std::size_t SLICE = 256 * 1024;   // bytes from one look at the stop to the next
+    Tracked_c File(hFile);
     auto const nBytes = static_cast<std::size_t>(Facts.nSize);
     std::unique_ptr<unsigned char[]> pBlock;
     std::size_t nRead = 0;
@@ -318,7 +345,7 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
         {
             nSlice = plat::FileRead(hFile, pTo + nRead, std::min(SLICE, nBytes - nRead));
         }
-        CloseTracked(hFile);
+        File.Close();
     }
     if (nRead != nBytes)
     {
@@ -405,13 +432,8 @@ void FileOnDisk_c::Close()
 FileStored_c * FileOnDisk_c::OpenStored()
 {
     MemCategoryScope_c const Category(mem::file);
-    FileStored_c * const pStored = ZQ_NEW FileStored_c(this);
-    if (!pStored->OpenStored())
-    {
-        delete pStored;
-        return nullptr;
-    }
-    return pStored;
+    std::unique_ptr<FileStored_c> pStored(ZQ_NEW FileStored_c(this));
+    return pStored->OpenStored() ? pStored.release() : nullptr;
 }
 
 FileStored_c::FileStored_c(File_c * pFile)
