@@ -89,7 +89,10 @@ namespace plat
             {
                 munmap(Queue.pRequest, Queue.nRequests);
             }
-            close(Queue.iDescriptor);
+            if (Queue.iDescriptor >= 0)
+            {
+                close(Queue.iDescriptor);
+            }
             Queue = {};
         }
 
@@ -168,6 +171,7 @@ namespace plat
                 bool const bWaited = Enter(Queue, 0, 1) >= 0;
                 if (!bWaited && errno != EINTR && errno != EAGAIN && errno != EBUSY)
                 {
+                    Queue.iDescriptor = -1;   // by now it may be another file's
                     CloseQueue(Queue);
                     return 0;
                 }

@@ -20,37 +20,34 @@ namespace plat
 {
     namespace
     {
-        constexpr int CLOSED = -1;
-
         struct File_s
         {
             DebugRegisters_t Registers;
-            int dEvents[DEBUG_REGISTERS];
+            KeptDescriptor_c dEvents[DEBUG_REGISTERS];
             ForkDrop_s Drop;
         };
 
-        constinit ZQ_THREAD_LOCAL File_s t_File = { {}, { CLOSED, CLOSED, CLOSED, CLOSED }, {} };
+        constinit ZQ_THREAD_LOCAL File_s t_File = {};
 
         void CloseEvent(File_s & File, int i)
         {
-            if (File.dEvents[i] != CLOSED)
+            int const iError = errno;
+            int const iEvent = File.dEvents[i].Get();
+            if (iEvent >= 0)
             {
-                int const iError = errno;
-                ::ioctl(File.dEvents[i], PERF_EVENT_IOC_DISABLE, 0);   // a child may not have closed its copy yet
-                ::close(File.dEvents[i]);
-                errno = iError;
-                File.dEvents[i] = CLOSED;
+                ::ioctl(iEvent, PERF_EVENT_IOC_DISABLE, 0);   // a child may not have closed its copy yet
             }
+            File.dEvents[i].Reset(-1);
+            errno = iError;
         }
 
         // Its copies alone: to disable an event would disable the parent's.
         void CloseEventsInChild(void * pFile)
         {
             File_s & File = *static_cast<File_s *>(pFile);
-            for (int & iEvent : File.dEvents)
+            for (KeptDescriptor_c & Event : File.dEvents)
             {
-                ::close(iEvent);
-                iEvent = CLOSED;
+                Event.Reset(-1);
             }
             File.Registers = {};
         }
@@ -136,7 +133,7 @@ namespace plat
             if (nAccess == DEBUG_PORT || (nAccess == DEBUG_EXECUTE && Registers.GetLength(i) != DEBUG_LENGTH_1))
             {
                 errno = EINVAL;
-                return CLOSED;
+                return -1;
             }
             std::uint64_t const nLength = nAccess == DEBUG_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(i)];
             perf_event_attr Event = NewEvent(KINDS[nAccess], Registers.dAddress[i], nLength);
@@ -169,10 +166,10 @@ namespace plat
             bool bAll = true;
             for (int i = 0; i < DEBUG_REGISTERS; ++i)
             {
-                if (Registers.IsEnabled(i) && t_File.dEvents[i] == CLOSED)
+                if (Registers.IsEnabled(i) && t_File.dEvents[i].Get() < 0)
                 {
-                    t_File.dEvents[i] = IsFired() ? OpenEvent(Registers, i) : CLOSED;
-                    bAll = bAll && t_File.dEvents[i] != CLOSED;
+                    t_File.dEvents[i].Reset(IsFired() ? OpenEvent(Registers, i) : -1);
+                    bAll = bAll && t_File.dEvents[i].GetNumber() >= 0;
                 }
             }
             return bAll;
