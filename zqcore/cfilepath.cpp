@@ -572,7 +572,10 @@ void FileRenewLocks()
 {
     for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
     {
-        pSlot->pObject->RenewLock();
+        if (pSlot->pObject)   // null in a child if another thread of the parent was just adding it
+        {
+            pSlot->pObject->RenewLock();
+        }
     }
     for (File_c * pOrphan : g_dOrphans)
     {
