@@ -293,6 +293,8 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
     EXPECT_EQ(Hex(Folder.Read("one.sav")), "03 00 01 00 07 00 00 00 00 00 00 00");
     EXPECT_EQ(Folder.Read("deep/new.sav"), Folder.Read("one.sav"));
     EXPECT_EQ(std::filesystem::status(sPath).permissions(), std::filesystem::perms(0640)) << "as the old file's";
+    std::string const sLongest = "/tmp/" + std::string(250, 'x');
+    EXPECT_TRUE(FileReplacement_c(sLongest.c_str()).Commit() && std::filesystem::remove(sLongest));
     EXPECT_FALSE(FileReplacement_c(nullptr).Commit());
     EXPECT_FALSE(FileReplacement_c::IsBeside("~zq1234567-a") || FileReplacement_c::IsBeside("~zq")
                  || FileReplacement_c::IsBeside("a"));

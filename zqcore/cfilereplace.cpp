@@ -11,6 +11,7 @@ namespace
     constexpr char PREFIX[] = "~zq";
     constexpr int PREFIX_LENGTH = 3;
     constexpr int DIGITS = 8;
+    constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes, in the longest name of a file
 
     bool MakeExclusively(char const * szPath)
     {
@@ -31,7 +32,7 @@ FileReplacement_c::FileReplacement_c(char const * szFile)
     {
         m_sBeside = m_sFile;
         m_sBeside.GetBuffer()[szBare - static_cast<char const *>(m_sFile)] = '\0';
-        m_sBeside += Va("%s%08x-%s", PREFIX, nNumber, szBare);
+        m_sBeside += Va("%s%08x-%.*s", PREFIX, nNumber, BARE_ROOM, szBare);
         m_bMade = MakeExclusively(m_sBeside);
     }
 }

@@ -37,7 +37,7 @@ public:
     /// a folder, a pipe or a device. The reason is the system's last error. Can be called once.
     bool Commit();
 
-    /// Whether a bare name is one that GetBeside gives: `~zq`, eight hexadecimal digits, `-`, the name to be.
+    /// Whether a bare name is one that GetBeside gives: `~zq`, eight hexadecimal digits, `-`, the name to be, cut to fit.
     static bool IsBeside(char const * szBare);
 
 private:
