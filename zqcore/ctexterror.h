@@ -22,7 +22,7 @@
 /// Control characters in either text are replaced by `?`, so each fits on one line of a log.
 struct TextError_t
 {
-    String_T<256> sFile;     // the name that the reader opened, cut to fit; empty for a text in memory
+    String_T<256> sFile;     // the name as opened, cut to fit; in memory none, or Script_c's address and size
     int iLine = 0;           // line of the file, from 1, counted by its line feeds; 0 if the error has no place
     int iColumn = 0;         // character of that line, from 1; a character of UTF-8 counts once, a tab too
     String_T<256> sReason;   // one statement in English; empty if there was no error
