@@ -50,7 +50,7 @@ namespace plat
         /// says yes.
         void Read(void * pBuffer, std::size_t nBytes);
 
-        /// Whether a batch has arrived since Read. Without changes it costs two calls to the system that do not wait.
+        /// Whether a batch has arrived since Read. Without changes it costs one call to the system that does not wait.
         /// A batch that does not fit the buffer, or that the system lost, leaves the buffer as it was. No batch arrives
         /// any more once others have closed the watch's descriptor.
         bool IsComplete();

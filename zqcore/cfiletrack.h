@@ -3,7 +3,7 @@
 // One folder tree is watched while the game runs. Each known file of it that a writer changed and let go of is told to
 // g_FileTrackChangesCallbacker by its bare name, in the spelling of the disk. There is no thread: all of it happens in
 // FileTrackDoWork, which ModuleFile_c calls in its idle heartbeat, on the main thread. While nothing changes a call
-// costs two questions to the system that do not wait.
+// costs one question to the system that does not wait.
 //
 // A change is what a user would call one: a file that was opened for writing and closed, or one that another file was
 // renamed onto. So a rewrite, an append, a copy over it, an editor's save through a second file, a checkout are one

@@ -20,6 +20,7 @@
 #include <cstring>
 #include <string>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -222,7 +223,13 @@ namespace plat
     bool FolderWatch_c::Tree_c::IsComplete()
     {
         bool const bOfParent = m_nForks != g_nForks;
-        if (m_pRead == nullptr || m_Queue.Get() < 0 || (bOfParent && !StartInChild()))
+        if (m_pRead == nullptr || (bOfParent && !StartInChild()))
+        {
+            return false;
+        }
+        // Takes nothing from another file that has the number, so that the identity is needed only with bytes to read.
+        int nWaiting = 0;
+        if (ioctl(m_Queue.GetNumber(), FIONREAD, &nWaiting) != 0 || nWaiting <= 0 || m_Queue.Get() < 0)
         {
             return false;
         }
@@ -341,7 +348,7 @@ namespace plat
     ZQ_COLD bool FolderWatch_c::Tree_c::StartInChild()
     {
         LockScope_c const Scope(g_TreeLock);
-        return Rebuild();
+        return m_Queue.Get() >= 0 && Rebuild();
     }
 
     // Looks at the whole tree anew with a new queue, of which the descriptor keeps its number: false without one.
