@@ -1,5 +1,6 @@
 #include "platform/checker.h"
 #include "platform/debugheap.h"
+#include "platform/files.h"
 #include "platform/fork.h"
 #include "tests/test_support.h"
 #include "zqcore/cdebug.h"
@@ -220,6 +221,7 @@ TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
                 Held.arrive_and_wait();
                 s_Forking.Wait();
                 std::this_thread::sleep_for(std::chrono::milliseconds(60));   // the fork has the other one by now
+                plat::SpellingsForget();                                      // takes a lock of the library
                 plat::LockScope_c const Again(*pWanted);
                 ++s_dGuarded[1];
             });

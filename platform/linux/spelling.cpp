@@ -13,10 +13,10 @@
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
-#include <mutex>
 #include <string>
 #include <sys/stat.h>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace plat
@@ -92,10 +92,44 @@ namespace plat
 
         // Made by the first name recorded, so that use before and after the life of static objects is sound. A path
         // never waits for the lock: the folders tell what the record would, and a thread on its way down may hold it.
-        std::mutex g_RecordLock;
-        ForkHandler_c const g_RecordForkHandler(
-            { [] { g_RecordLock.lock(); }, [] { g_RecordLock.unlock(); }, [] { g_RecordLock.unlock(); } });
-        Record_t * g_pRecord = nullptr;
+        constinit Lock_c g_RecordLock;
+        ForkLock_c const g_RecordForkLock(g_RecordLock);
+        constinit bool g_bInRecord = false;
+        constinit Record_t * g_pRecord = nullptr;
+
+        // One use of the record. A thread that is inside the record already gets no second use.
+        class RecordUse_c
+        {
+        public:
+            static RecordUse_c Wait()
+            {
+                g_RecordLock.Enter();
+                return RecordUse_c(true);
+            }
+            static RecordUse_c Try() { return RecordUse_c(g_RecordLock.TryEnter()); }
+
+            ~RecordUse_c()
+            {
+                if (m_bEntered)
+                {
+                    g_bInRecord = !m_bGranted;
+                    g_RecordLock.Leave();
+                }
+            }
+            RecordUse_c(RecordUse_c const &) = delete;
+            RecordUse_c & operator=(RecordUse_c const &) = delete;
+
+            bool IsGranted() const { return m_bGranted; }
+
+        private:
+            explicit RecordUse_c(bool bEntered)
+                : m_bEntered(bEntered)
+                , m_bGranted(bEntered && !std::exchange(g_bInRecord, true))
+            {}
+
+            bool const m_bEntered;
+            bool const m_bGranted;
+        };
 
         struct RecordEnd_s
         {
@@ -129,8 +163,8 @@ namespace plat
             }
             std::sort(dNames.begin(), dNames.end(), ComesBefore);
             FolderNames_c Names(dNames);
-            std::unique_lock const Guard(g_RecordLock, std::try_to_lock);
-            if (Guard.owns_lock())
+            RecordUse_c const Use = RecordUse_c::Try();
+            if (Use.IsGranted())
             {
                 RecordOf(Key) = std::move(Names);
             }
@@ -161,16 +195,18 @@ namespace plat
 
     void SpellingsForget()
     {
-        std::lock_guard const Guard(g_RecordLock);
-        delete g_pRecord;
-        g_pRecord = nullptr;
+        RecordUse_c const Use = RecordUse_c::Wait();
+        if (Use.IsGranted())
+        {
+            delete std::exchange(g_pRecord, nullptr);
+        }
     }
 
     void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames)
     {
         FolderNames_c Names(dNames);
-        std::lock_guard const Guard(g_RecordLock);
-        if (g_pRecord == nullptr && Names.IsEmpty())
+        RecordUse_c const Use = RecordUse_c::Wait();
+        if (!Use.IsGranted() || (g_pRecord == nullptr && Names.IsEmpty()))
         {
             return;
         }
@@ -296,8 +332,8 @@ namespace plat
 
     bool DiskPath_c::SpellFromRecord()
     {
-        std::unique_lock const Guard(g_RecordLock, std::try_to_lock);
-        if (!Guard.owns_lock() || g_pRecord == nullptr)
+        RecordUse_c const Use = RecordUse_c::Try();
+        if (!Use.IsGranted() || g_pRecord == nullptr)
         {
             return false;
         }
