@@ -1,6 +1,7 @@
 #include "platform/linux/faultguard.h"
 
 #include "platform/faults.h"
+#include "platform/fork.h"
 
 #include <atomic>
 #include <cerrno>
@@ -121,6 +122,25 @@ namespace plat
             sigaction(FaultGuardSignal(), &g_Former, nullptr);
             g_iThread = 0;
         }
+
+        bool g_bForkByGuarded = false;   // written under the fork's lock
+
+        void NoteGuarded()
+        {
+            g_bForkByGuarded = g_iThread == CallingThread();
+        }
+
+        // A forked child has no timers and no guarded calls of other threads. Its own ones stay, without a limit.
+        void KeepOwnGuards()
+        {
+            if (g_hClock.exchange(-1) >= 0 && !g_bForkByGuarded)
+            {
+                sigaction(FaultGuardSignal(), &g_Former, nullptr);
+            }
+            g_iThread = g_bForkByGuarded ? CallingThread() : 0;
+            g_pInnermost = g_bForkByGuarded ? g_pInnermost.load() : nullptr;
+        }
+        ForkHandler_c const g_ForkHandler({ NoteGuarded, nullptr, KeepOwnGuards });
     }
 
     int FaultGuardSignal()

@@ -1,6 +1,7 @@
 #include "platform/faults.h"
 
 #include "platform/checker.h"
+#include "platform/fork.h"
 #include "platform/linux/faultdecode.h"
 #include "platform/linux/faultguard.h"
 #include "platform/memory.h"
@@ -41,6 +42,23 @@ namespace plat
         {
             return static_cast<int>(::syscall(SYS_gettid));
         }
+
+        bool g_bForkByTeller = false;   // written under the fork's lock
+
+        void NoteTeller()
+        {
+            g_bForkByTeller = g_iTeller == CallingThread();
+        }
+
+        // A forked child has no other thread that could finish its filter or end the process. Its own thread has a new
+        // number.
+        void KeepOwnTeller()
+        {
+            g_iTeller = g_bForkByTeller ? CallingThread() : 0;
+            g_bTold = false;
+            g_bDying = false;
+        }
+        ForkHandler_c const g_ForkHandler({ NoteTeller, nullptr, KeepOwnTeller });
 
         void Sleep()
         {
