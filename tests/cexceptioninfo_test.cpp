@@ -161,6 +161,46 @@ TEST_F(ExceptionInfo, ThreadHandlesOneFaultAtATimeAndOnlyWhileItRuns)
     EXPECT_EQ(Dialogs.GetCount(), 8);
 }
 
+TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
+{
+    SKIP_IF_EMULATED("forking beside other threads");
+    static plat::Event_c s_Shown, s_Answer;
+    static int s_nShown;
+    auto const Answer = [](plat::Dialog_t const &)
+    {
+        ++s_nShown;
+        s_Shown.Set();
+        s_Answer.Wait();
+        return Answer_e::Ignore;
+    };
+    auto const InChild = []
+    {
+        s_nShown = 0;
+        s_Answer.Set();
+        std::raise(SIGTRAP);   // without a support thread
+        AssertFailed("%s", "in the child");
+        Info.Start();
+        std::raise(SIGTRAP);
+        Info.Stop();
+        return s_nShown;
+    };
+    auto const fnFormer = plat::DialogSetHandler(Answer);
+    plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return 1 + Info.OnUnhandledException(pFault); });
+    for (void (*fnShow)() : { +[] { std::raise(SIGTRAP); }, +[] { AssertFailed("%s", "in the parent"); } })
+    {
+        Info.Start();
+        s_Shown.Reset();
+        s_Answer.Reset();
+        std::thread Other(fnShow);
+        s_Shown.Wait();
+        EXPECT_EQ(StatusOfChild(StartChild(InChild)), 2);
+        s_Answer.Set();
+        Other.join();
+    }
+    plat::FaultFilterSet(nullptr);
+    plat::DialogSetHandler(fnFormer);
+}
+
 TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
 {
     auto const Fault = [](bool bTraced)

@@ -4,8 +4,10 @@
 
 #include "platform/debugger.h"
 #include "platform/dialog.h"
+#include "platform/fork.h"
 #include "platform/process.h"
 
+#include <atomic>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +32,20 @@ namespace
     constinit std::atomic<bool> g_bRunning = false;
     constinit std::atomic<bool> g_bStop = false;
     char g_szExceptionTrace[EXCEPTION_TRACE_SIZE];
+
+    // A forked child has no support thread and nobody who waits for one.
+    void LeaveSupportThread()
+    {
+        g_HandOver.TryEnter() ? g_HandOver.Leave() : g_HandOver.Renew();
+        g_Thread.Forget();
+        g_nThread = 0;
+        g_bRunning = false;
+        g_bStop = false;
+        g_pPending = nullptr;
+        g_ExceptionEvent.Reset();
+        g_ExceptionHandled.Reset();
+    }
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveSupportThread });
 
     struct ExceptionName_s
     {

@@ -48,7 +48,7 @@ public:
     ZQ_API static ExceptionInfo_c & Get();
 
     /// Starts the debug support thread; false if the system gives none. Does nothing if it runs. Start and Stop belong
-    /// to one thread; a forked process has no support thread and must not fault into it.
+    /// to one thread. A forked process has no support thread until it calls Start.
     ZQ_API bool Start();
 
     /// Ends the thread and waits for it, half a second at most when it is idle; an open dialog is waited for. A thread

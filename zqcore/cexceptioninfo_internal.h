@@ -6,7 +6,8 @@
 #include "platform/faults.h"
 #include "platform/threads.h"
 
-#include <atomic>
+#include <cstddef>
+#include <cstdint>
 
 namespace exceptioninfo
 {
@@ -17,19 +18,36 @@ namespace exceptioninfo
         void Enter()
         {
             m_Lock.Enter();
-            m_nOwner = plat::ThreadId();
             ++m_nEntered;
         }
         void Leave()
         {
-            m_nOwner = --m_nEntered == 0 ? 0 : m_nOwner.load();
+            --m_nEntered;
             m_Lock.Leave();
         }
-        bool IsMine() const { return m_nOwner == plat::ThreadId(); }
+        bool IsMine()
+        {
+            bool const bEntered = m_Lock.TryEnter();
+            bool const bMine = bEntered && m_nEntered > 0;
+            if (bEntered)
+            {
+                m_Lock.Leave();
+            }
+            return bMine;
+        }
+
+        /// In the child of a fork: frees the lock unless the calling thread holds it.
+        void Renew()
+        {
+            if (!IsMine())
+            {
+                m_Lock.Renew();
+                m_nEntered = 0;
+            }
+        }
 
     private:
         plat::Lock_c m_Lock;
-        std::atomic<std::uint32_t> m_nOwner{ 0 };   // a thread, 0 for none
         int m_nEntered = 0;
     };
 

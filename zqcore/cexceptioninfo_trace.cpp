@@ -2,13 +2,16 @@
 
 #include "zqcore/cdebug.h"
 #include "zqcore/cformat_internal.h"
+#include "zqcore/cscope_internal.h"
 
+#include "platform/fork.h"
 #include "platform/memory.h"
 #include "platform/modulelist.h"
 #include "platform/process.h"
 #include "platform/symbols.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -27,6 +30,14 @@ namespace
 
     std::atomic<ExceptionInfo_c::TraceReceiver_t> g_fnReceiver{ nullptr };
     std::atomic<bool> g_bTraceInUse{ false };
+
+    // A forked child has none of the other threads: their dialog and their trace are not its own.
+    void LeaveOthersDialog()
+    {
+        g_Lock.Renew();
+        g_bTraceInUse = false;
+    }
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveOthersDialog });
 
     bool g_bSymbolsReady = false;
     ModuleInfo_s g_dModules[MODULES];
@@ -235,12 +246,11 @@ void ExceptionInfo_c::StackTrace(
     }
     Scope_c const Scope;
     g_TraceText.Clear();
-    g_bTraceInUse = true;
+    ValueScope_T const InUse(g_bTraceInUse, true);
     errno = 0;
     g_Context = *pPointers->pContext;
     Walk(nFrames, nSkip);
     std::snprintf(szBuffer, nSize, "%s", g_TraceText.Get());
-    g_bTraceInUse = false;
 }
 
 void ExceptionInfo_c::DumpMemory(char const * szRegister, std::uintptr_t nValue, std::uintptr_t nStart, int nWords)
