@@ -74,6 +74,22 @@ TEST(CryptRandom, ThreadsAddAndTake)
     EXPECT_EQ(dTaken[0].size(), 400u) << "no block is given twice";
 }
 
+TEST(CryptRandom, ForkedChildrenGiveBytesOfTheirOwn)
+{
+    auto const FirstByte = []
+    {
+        unsigned char Byte;
+        GetRandomBytes(&Byte, 1);
+        return int{ Byte };
+    };
+    std::set<int> dFirst;
+    for (int i = 0; i < 8; ++i)
+    {
+        dFirst.insert(StatusOfChild(StartChild(FirstByte)));
+    }
+    EXPECT_GT(dFirst.size(), 1u);
+}
+
 TEST(CryptRandom, TheModuleListensToApplicationMessages)
 {
     s_nHeard = 0;

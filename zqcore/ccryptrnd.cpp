@@ -9,7 +9,9 @@
 
 namespace
 {
-    CryptoRandomGenerator_c s_Generator;
+    constinit CryptoRandomGenerator_c s_Generator;
+    CryptoRandomGenerator_c::ForkLocks_c const s_ForkLocks(s_Generator);
+    plat::ForkHandler_c const s_ForkHandler({ nullptr, nullptr, [] { s_Generator.Part(); } });
     constinit ModuleCryptRandom_c s_Module;
 
     void CollectEntropy(MessageData_s)
@@ -28,6 +30,16 @@ void CryptoRandomGenerator_c::Put(unsigned char Byte)
 {
     plat::LockScope_c const Scope(m_PoolLock);
     PutLocked(Byte);
+}
+
+void CryptoRandomGenerator_c::Part()
+{
+    m_nBytesLeft = 0;
+    std::uint64_t const nMoment = plat::CycleCounter();
+    for (int iByte = 0; iByte < 4; ++iByte)
+    {
+        Put(static_cast<unsigned char>(nMoment >> 8 * iByte));
+    }
 }
 
 void CryptoRandomGenerator_c::PutLocked(unsigned char Byte)

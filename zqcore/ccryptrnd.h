@@ -6,7 +6,8 @@
 // outside, nobody counts what has been gathered, an empty pool gives the same output in every run, and whoever learns
 // the pool can work out the blocks before and after. It serves shuffles, seeds and games.
 //
-// One generator, built when the library is loaded. Any thread may add and take bytes; 20 bytes cost about 0.2 us.
+// One generator, built when the library is loaded. Any thread may add and take bytes; 20 bytes cost about 0.2 us. A
+// forked process adds the moment of the fork and goes on with bytes of its own.
 #pragma once
 
 #include "zqcore/cmodule.h"

@@ -1,6 +1,7 @@
 // ccryptrnd_internal.h: the generator behind ccryptrnd.h.
 #pragma once
 
+#include "platform/fork.h"
 #include "platform/threads.h"
 #include "zqcore/csha1.h"
 
@@ -22,6 +23,23 @@ public:
 
     /// Bytes of the pool in use.
     std::size_t GetPoolSize() const { return m_nPoolSize.load(std::memory_order_acquire); }
+
+    /// In the child of a fork: drops what is left of the block and adds the moment to the pool, so that the child gives
+    /// other bytes than its parent and the parent's other children.
+    void Part();
+
+    /// Registers a generator's locks for forks.
+    class ForkLocks_c
+    {
+    public:
+        explicit ForkLocks_c(CryptoRandomGenerator_c & Generator)
+            : m_PoolLock(Generator.m_PoolLock)
+            , m_OutputLock(Generator.m_OutputLock)
+        {}
+
+    private:
+        plat::ForkLock_c const m_PoolLock, m_OutputLock;
+    };
 
 private:
     void PutLocked(unsigned char Byte);
