@@ -2,6 +2,9 @@
 //
 // A child has a copy of every descriptor. Where a copy keeps the parent's resource alive or shares the parent's work in
 // flight, the child closes it at once. Any thread.
+//
+// An entry has an owner and counts once, since the child forgets it. A ForkHandler_c has neither: it runs at each fork,
+// and one in a thread-local object would be left dangling in a child, where that thread does not end.
 #pragma once
 
 namespace plat
