@@ -35,7 +35,7 @@ void CryptoRandomGenerator_c::Put(unsigned char Byte)
 void CryptoRandomGenerator_c::Part()
 {
     m_nBytesLeft = 0;
-    std::uint64_t const nMoment = plat::CycleCounter();
+    auto const nMoment = static_cast<std::uint64_t>(plat::CycleCounter());
     for (int iByte = 0; iByte < 4; ++iByte)
     {
         Put(static_cast<unsigned char>(nMoment >> 8 * iByte));
