@@ -46,6 +46,11 @@ TEST(Startup, BlocksOfAnUnloadedPluginAreListedWithoutIt)
 TEST(Startup, WhatTheRuntimeKeepsAndOtherThreadsHoldIsNotLost)
 {
     EXPECT_EQ(RunStartupOrder("streams"), "done\n");
-    EXPECT_EQ(
-        RunStartupOrder("threads"), "done\nBlocks that still live are not listed: 1 other threads are running.\n");
+#ifdef __SANITIZE_THREAD__   // which has a thread of its own
+    constexpr char OTHERS[] = "2";
+#else
+    constexpr char OTHERS[] = "1";
+#endif
+    EXPECT_EQ(RunStartupOrder("threads"),
+        std::string("done\nBlocks that still live are not listed: ") + OTHERS + " other threads are running.\n");
 }
