@@ -13,7 +13,7 @@ case " ${presets[*]} " in *" i386"*) packages+=(g++-multilib) ;; esac
 case " ${presets[*]} " in *" i386-emulated "*) packages+=(qemu-user) ;; esac
 .ci/need "${packages[@]}"
 
-# Some kernels run no i386 program. What they have built in doesn't tell, so one is tried.
+# Some kernels run no i386 program. Their configuration does not say so reliably, so one is tried.
 runs_i386() {
     local folder
     folder=$(mktemp -d)

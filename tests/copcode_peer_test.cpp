@@ -2,7 +2,7 @@
 // the texts' operands were compared with the independent one's before the checksums were written down.
 //
 // Condition codes and some mnemonics are brought to our spelling by tables. What the peer refuses, and what came after
-// SSE2, is left out. MayDiffer tells what remains.
+// SSE2, is left out. MayDiffer lists what remains.
 #include "zqcore/copcode.h"
 
 #include "platform/checker.h"

@@ -11,8 +11,8 @@
 // file that was renamed away or deleted keeps its name here: a file that is renamed to that name, then or later, is a
 // change of it. At most 65,536 such names are kept; files that go after that are forgotten. An exchange of two names is
 // a change of each. Making an empty file, deleting, and renaming to a name that no known file had are none, nor is
-// renaming a folder. A file that was written several times between two calls is told once; one that was written and is
-// gone by the time of the call is not told.
+// renaming a folder. A file that was written several times between two calls is reported once; one that was written
+// and is gone by the time of the call is not reported.
 //
 // Folders that appear, are moved or go are followed, and so are links to folders that are there from the start. A link
 // to a file is not: the change happens in another folder. Once the watched folder is deleted or renamed nothing more

@@ -2,7 +2,7 @@
 //
 // A Registry_c has a root tree and at most one open key, on which all value operations work. Key paths separate with
 // `\`; keys and names compare without regard to ASCII case, may hold any byte that text allows and are limited to
-// 255 bytes each. Results are 1 and 0; nothing is logged, and what fails leaves the caller's variables alone unless told
+// 255 bytes each. Results are 1 and 0; nothing is logged, and what fails leaves the caller's variables alone unless stated
 // otherwise. Values are replaced as a whole: other processes, and a process that was killed, see the old one or the new
 // one.
 //

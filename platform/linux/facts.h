@@ -1,10 +1,11 @@
-// facts.h: what the system tells of a file, in the library's terms.
+// facts.h: what the system reports of a file, in the library's terms.
 #pragma once
 
 #include "platform/files.h"
 
 #include <cstdint>
 #include <fcntl.h>
+#include <string>
 #include <sys/stat.h>
 
 namespace plat
@@ -40,5 +41,13 @@ namespace plat
         }
         FactsFromStatx(Stat, Facts);
         return true;
+    }
+
+    /// The same by value; all zero where there is nothing of that name.
+    inline FileFacts_t FactsOf(std::string const & sPath, int iFolder = AT_FDCWD)
+    {
+        FileFacts_t Facts = {};
+        FactsAt(iFolder, sPath.c_str(), 0, Facts);
+        return Facts;
     }
 }

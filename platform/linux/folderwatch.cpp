@@ -76,8 +76,7 @@ namespace plat
             int iFolder;
         };
 
-        // A folder whose name another one took: two names were exchanged, of which the other half is to come, or the folder
-        // was empty and is gone.
+        // A folder whose name another one took, by an exchange to come whole, or because it was empty and is deleted.
         struct Displaced_s
         {
             int iParent;
@@ -86,7 +85,7 @@ namespace plat
         };
 
         // What a file in a folder that was made at tMade is: one that is no older, with contents that nobody writes,
-        // counts as changed, of any other the close will tell. An older one was renamed.
+        // counts as changed, of any other the close will decide. An older one was renamed.
         File_s LookAtNewFile(int iFolder, char const * szName, FileTime_t tMade)
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -98,24 +97,6 @@ namespace plat
             }
             bool const bWritten = bFile && Facts.nSize > 0 && WritersOf(File.Get()) != Writers_e::Some;
             return bWritten ? File_s{ false, true } : File_s{ true, false };
-        }
-
-        FileTime_t CreationOf(std::string const & sPath)
-        {
-            FileFacts_t Facts;
-            return FactsAt(AT_FDCWD, sPath.c_str(), 0, Facts) ? Facts.tCreation : 0;
-        }
-
-        bool IsFile(std::string const & sPath)
-        {
-            FileFacts_t Facts;
-            return FactsAt(AT_FDCWD, sPath.c_str(), 0, Facts) && Facts.bRegular;
-        }
-
-        bool IsFolder(int iFolder, char const * szName)
-        {
-            FileFacts_t Facts;
-            return FactsAt(iFolder, szName, 0, Facts) && Facts.bFolder;
         }
     }
 
@@ -311,7 +292,8 @@ namespace plat
             }
             auto & dFiles = itFolder->second.dFiles;
             auto const itFile = dFiles.find(Changed.sName);
-            bool const bCameBack = itFile == dFiles.end() && IsFile(PathOf(Changed.iFolder) + '/' + Changed.sName);
+            bool const bCameBack =
+                itFile == dFiles.end() && FactsOf(PathOf(Changed.iFolder) + '/' + Changed.sName).bRegular;
             if (bCameBack)
             {
                 dFiles.try_emplace(Changed.sName);
@@ -343,8 +325,7 @@ namespace plat
         }
     }
 
-    // The child of a fork takes a queue of its own at its first question. False if there is none: the next question
-    // tries again.
+    // The child of a fork opens a queue of its own at its first call. On failure false, and the next call tries again.
     ZQ_COLD bool FolderWatch_c::Tree_c::StartInChild()
     {
         LockScope_c const Scope(g_TreeLock);
@@ -391,7 +372,7 @@ namespace plat
         std::vector<ToAdd_s> dLinks;
         Appeared_e const eAppeared = Top.eAppeared;
         bool const bNow = eAppeared == Appeared_e::Now && m_dFolders.contains(Top.iParent);
-        FileTime_t const tMade = bNow ? CreationOf(PathOf(Top.iParent) + '/' + Top.sName) : 0;
+        FileTime_t const tMade = bNow ? FactsOf(PathOf(Top.iParent) + '/' + Top.sName).tCreation : 0;
         dFolders.push_back(std::move(Top));
         while (!dFolders.empty() || !dLinks.empty())
         {
@@ -544,7 +525,7 @@ namespace plat
             {
                 continue;   // no path leads there
             }
-            if (pEntry->d_type == DT_DIR || (bLink && IsFolder(Open.Get(), pEntry->d_name)))
+            if (pEntry->d_type == DT_DIR || (bLink && FactsOf(pEntry->d_name, Open.Get()).bFolder))
             {
                 (bLink ? dLinks : dFolders).push_back({ iFolder, pEntry->d_name, eAppeared });
                 continue;
