@@ -341,15 +341,14 @@ CategoryLockScope_c::~CategoryLockScope_c()
 void MemCategoryStack_c::Add(mem::Categories_e category)
 {
     ZQ_ASSERT_TEXT(top >= -1 && top < CATEGORY_STACK_DEPTH - 1, "top >= -1 && top < CATEGORY_STACK_DEPTH-1");
-    if (top == -1 || m_dStack[top].m_eCategory != category)
+    if (top >= 0 && m_dStack[top].m_eCategory == category)
     {
-        if (top >= CATEGORY_STACK_DEPTH - 1)
-        {
-            return;   // the developer went on; the deepest entry stays
-        }
-        m_dStack[++top] = Entry_s{ category, 0 };
+        ++m_dStack[top].m_iCallCount;
     }
-    ++m_dStack[top].m_iCallCount;
+    else if (top < CATEGORY_STACK_DEPTH - 1)   // else the developer went on; the deepest entry stays
+    {
+        m_dStack[++top] = Entry_s{ category, 1 };
+    }
 }
 
 void MemCategoryStack_c::Remove(mem::Categories_e category)
