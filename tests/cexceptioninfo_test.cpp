@@ -1,6 +1,6 @@
 #include "platform/faults.h"
 #include "platform/symbols.h"
-#include "tests/test_support.h"
+#include "tests/machine_support.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cstring.h"
@@ -163,10 +163,7 @@ TEST_F(ExceptionInfo, ThreadHandlesOneFaultAtATimeAndOnlyWhileItRuns)
 
 TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
 {
-    SKIP_IF_EMULATED("forking beside other threads");
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the thread checker ends a forked child that starts a thread";
-#endif
+    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
     static plat::Event_c s_Shown, s_Answer;
     static int s_nShown;
     auto const Answer = [](plat::Dialog_t const &)
@@ -234,7 +231,7 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
 
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
 {
-    SKIP_IF_EMULATED("starting a program that shares memory until it runs");
+    SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     Fault_s const Fault(plat::FAULT_INTEGER_DIVIDE);

@@ -1,3 +1,4 @@
+#include "tests/machine_support.h"
 #include "tests/media_fixture.h"
 #include "zqcore/cfileasync.h"
 #include "zqcore/cfilelog.h"
@@ -271,6 +272,7 @@ TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
 
 TEST_F(FileAsyncTest, AForkLeavesTheChildItsFilesAndAWorkerOfItsOwn)
 {
+    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
     Start();
     File_c * const pFile = FileStream("b.txt");
     SlowFile_s Slow;

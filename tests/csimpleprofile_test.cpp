@@ -1,6 +1,6 @@
 #include "zqcore/csimpleprofile.h"
 
-#include "tests/test_support.h"
+#include "tests/machine_support.h"
 #include "zqcore/ctimer.h"
 
 #include <atomic>
@@ -108,6 +108,7 @@ TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
 
 TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
 {
+    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
     std::latch Inside(2), Forked(2);
     std::thread Other(
         [&]

@@ -4,6 +4,7 @@
 #include "tests/test_support.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
@@ -32,4 +33,54 @@ inline bool WatchesTellOfWrites()
     bool const bTold = Watch.fd >= 0 && poll(&Watch, 1, 1000) == 1;
     close(Watch.fd);
     return bTold;
+}
+
+/// Whether a child that is forked beside other threads can start a thread. An emulator or a thread checker may end it.
+inline bool ForksBesideThreads()
+{
+    Gate_c const Done;
+    std::thread Other([&Done] { Done.Wait(); });
+    pid_t const iChild = StartChild(
+        []
+        {
+            std::fclose(stderr);   // for what an emulator says when it fails
+            std::thread([] {}).join();
+            return 0;
+        });
+    bool const bForks = StatusOfChild(iChild) == 0;
+    Done.Open();
+    Other.join();
+    return bForks;
+}
+
+/// Whether a child that vfork starts shares this process's memory, as starting a program needs it. An emulator copies.
+inline bool SharesMemoryUntilExec()
+{
+    static bool volatile s_bShared;
+    s_bShared = false;
+    pid_t const iChild = vfork();
+    if (iChild == 0)
+    {
+        s_bShared = true;
+        _exit(0);
+    }
+    StatusOfChild(iChild);
+    return s_bShared;
+}
+
+/// How many threads the kernel counts while a second one runs: 2, or another number under an emulator or a checker.
+inline int ThreadsBesideOne()
+{
+    Gate_c const Done;
+    std::thread Other([&Done] { Done.Wait(); });
+    int nThreads = 0;
+    std::FILE * const pStat = std::fopen("/proc/self/stat", "r");
+    std::fscanf(pStat,
+        "%*[^)])"
+        " %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %d",
+        &nThreads);
+    std::fclose(pStat);
+    Done.Open();
+    Other.join();
+    return nThreads;
 }

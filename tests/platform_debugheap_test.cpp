@@ -2,7 +2,7 @@
 #include "platform/debugheap.h"
 #include "platform/files.h"
 #include "platform/fork.h"
-#include "tests/test_support.h"
+#include "tests/machine_support.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"
@@ -157,7 +157,7 @@ TEST(Threads, RunLockAndWakeEachOther)
 
 TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
 {
-    SKIP_IF_EMULATED("forking beside other threads");
+    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
     std::atomic<bool> bStop = false;
     std::latch AllThere(101);
     auto const Allocate = [&](int)
@@ -197,6 +197,7 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
 
 TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
 {
+    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
     static plat::Lock_c s_First, s_Second;
     static plat::WakeUp_c s_Forking;
     static std::string s_sCalls;

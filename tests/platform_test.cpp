@@ -160,7 +160,6 @@ TEST(PlatformProcess, TellsItsCommandLineAndPaths)
 
 TEST(PlatformSystem, GathersTheFacts)
 {
-    SKIP_IF_EMULATED("the sizes of the memory");
     plat::SystemFacts_t Facts;
     plat::SystemGetFacts(Facts);
     EXPECT_STREQ(Facts.szName, "Linux");

@@ -3,7 +3,7 @@
 #include "platform/checker.h"
 #include "platform/faults.h"
 #include "platform/memory.h"
-#include "tests/test_support.h"
+#include "tests/machine_support.h"
 
 #include <array>
 #include <bit>
@@ -284,7 +284,7 @@ protected:
     void SetUp() override
     {
         SKIP_IF(access(ZQSYMBOLS_PATH, X_OK) != 0, "zqsymbols is not built here: libdw was not found");
-        SKIP_IF_EMULATED("starting a program that shares memory until it runs");
+        SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
         g_dLines.clear();
     }
 };

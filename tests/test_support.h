@@ -44,9 +44,6 @@ void InThreads(int nThreads, CALL const & Call)
     if (bCondition)                                                                                                    \
     GTEST_SKIP() << szWhy
 
-/// Skips a test of what the kernel does and the emulator that runs the programs, if one does, can't. Says what that is.
-#define SKIP_IF_EMULATED(szAbility) SKIP_IF(TEST_EMULATOR[0] != '\0', "not under an emulator: " szAbility)
-
 /// Brings a module and what it needs up; Module_c::ShutdownAllModules brings all down.
 bool StartModule(Module_c * pModule);
 

@@ -10,7 +10,6 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/resource.h>
-#include <sys/sysinfo.h>
 #include <sys/utsname.h>
 
 namespace plat
@@ -58,24 +57,19 @@ namespace plat
             return iType;
         }
 
-        // Memory that could be had without swapping; the kernel's caches count as free.
-        std::uint64_t PhysicalFree(std::uint64_t nUnused)
+        // The bytes that /proc/meminfo gives for a name; 0 without it.
+        std::uint64_t MemoryNamed(char const * szText, char const * szName)
         {
-            char szText[4096];
-            ReadText("/proc/meminfo", szText, sizeof(szText));
-            constexpr char AVAILABLE[] = "\nMemAvailable:";
-            char const * const szFound = std::strstr(szText, AVAILABLE);
-            return szFound != nullptr ? std::strtoull(szFound + sizeof(AVAILABLE) - 1, nullptr, 10) * 1024 : nUnused;
+            char const * const szFound = std::strstr(szText, szName);
+            return szFound != nullptr ? std::strtoull(szFound + std::strlen(szName), nullptr, 10) * 1024 : 0;
         }
 
         void ReadMemory(SystemFacts_t & Facts)
         {
-            struct sysinfo Info;
-            if (sysinfo(&Info) == 0)
-            {
-                Facts.nPhysicalTotal = std::uint64_t(Info.totalram) * Info.mem_unit;
-                Facts.nPhysicalFree = PhysicalFree(std::uint64_t(Info.freeram) * Info.mem_unit);
-            }
+            char szText[4096];
+            ReadText("/proc/meminfo", szText, sizeof(szText));
+            Facts.nPhysicalTotal = MemoryNamed(szText, "MemTotal:");
+            Facts.nPhysicalFree = MemoryNamed(szText, "\nMemAvailable:");   // the kernel's caches count as free
             constexpr bool WIDE = sizeof(void *) == 8;
             Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32);   // what the processor lets a process address
             rlimit Limit;
@@ -83,7 +77,6 @@ namespace plat
             {
                 Facts.nVirtualTotal = Limit.rlim_cur;
             }
-            char szText[256];
             ReadText("/proc/self/statm", szText, sizeof(szText));
             std::uint64_t const nPage = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
             std::uint64_t const nUsed = std::strtoull(szText, nullptr, 10) * nPage;
