@@ -86,11 +86,12 @@ namespace plat
     /// Facts of what the path names, links followed; false if it names nothing.
     bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
 
-    /// Opens a C stream with fopen's modes; null on failure. A file that is there in another spelling is the one that
-    /// is opened; one that is created gets the path's own. Child processes do not inherit it.
+    /// Opens a C stream of a regular file with fopen's modes; null on failure. A file that is there in another spelling
+    /// is the one that is opened; one that is created gets the path's own. A stream that writes is opened by the rule of
+    /// filewrite.h. Child processes do not inherit it.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
-    /// Opens a stream without a buffer; null on failure. All that is written goes to the end of the file, whoever else
+    /// Opens a stream without a buffer, by the rule of filewrite.h; null on failure. All that is written goes to the end of the file, whoever else
     /// writes or cuts it. The file is emptied unless a stream that this function opened, in this process or another, is
     /// open on it; where the system can't say so, it is emptied.
     std::FILE * StreamOpenLog(char const * szPath);
@@ -105,8 +106,8 @@ namespace plat
     /// Creates one folder; false if it is there already or can't be made.
     bool FolderCreate(char const * szPath);
 
-    /// Copies a regular file's contents and write time over szTo; false on failure, which may leave a part of them
-    /// there. A file is not copied onto itself.
+    /// Copies a regular file's contents and write time over szTo, opened by the rule of filewrite.h; false on failure,
+    /// which may leave a part of them there. A file is not copied onto itself.
     bool FileCopy(char const * szFrom, char const * szTo);
 
     /// Deletes a file, or a folder with all it holds; links are removed, not followed. False if there was nothing, or

@@ -2,16 +2,32 @@
 //
 // The handles are those of files.h, which also seeks and tells facts. Paths are found as there. Any thread; nothing
 // here logs; a function that fails leaves the reason for LastErrorText (process.h).
+//
+// Whatever the library writes, here and through streams, follows one rule: a file that is not there is made exclusively;
+// one that is there must be a regular file. A symbolic link as the last name is refused, not followed, wherever it
+// leads; so are pipes, sockets, devices and folders, which are never waited for. So is, in a sticky folder that others
+// may write to, a file that another user owns or that has a second name.
 #pragma once
 
 #include "platform/files.h"
 
 namespace plat
 {
+    /// Who may use a file that is made.
+    enum class Rights_e
+    {
+        Shared,   // whom the process's mask lets
+        Private   // its owner alone
+    };
+
     /// Makes a regular file, or empties the one that is there in any spelling, and opens it for writing. Others may
     /// read it meanwhile; a second FileCreate of it, in any process, fails until this one's handle is closed. Null on
-    /// failure, and for pipes, sockets, devices and folders.
+    /// failure.
     File_t FileCreate(char const * szPath);
+
+    /// Makes a file and opens it for writing, as FileCreate does, but fails if anything is there by that name, in any
+    /// spelling. Null on failure.
+    File_t FileMake(char const * szPath, Rights_e eRights);
 
     /// Writes at the present position; false if not all of it went out.
     bool FileWrite(File_t hFile, void const * pData, std::size_t nBytes);
@@ -25,10 +41,12 @@ namespace plat
     /// Closes a file that was written; false if the system says only now that some of it is lost.
     bool FileFinish(File_t hFile);
 
-    /// Gives a finished file the name szTo, in the same folder, in place of the file that has it in any spelling, whose
-    /// access rights it gets. In one step: at any moment, even after a power failure, that name has all of the old contents or all of the new. False,
-    /// and nothing is changed, on failure, while anyone writes the new file, and if szTo is no regular file.
-    bool FileReplace(char const * szFrom, char const * szTo);
+    /// Gives a finished file the name szTo, in the same folder, in place of the file that has it in any spelling, or of
+    /// a symbolic link. A shared file gets the access rights of the file that it replaces; if that is another user's, it
+    /// gets none that it does not have. In one step: at any moment, even after a power failure, that name has all of the
+    /// old contents or all of the new. False, and nothing is changed, on failure, while anyone writes the new file, and
+    /// if szTo is a folder, a pipe or a device.
+    bool FileReplace(char const * szFrom, char const * szTo, Rights_e eRights = Rights_e::Shared);
 
     /// Makes the folders on the way to a file, the outermost first. Those that are there, and those that can't be made,
     /// are passed over.

@@ -1,4 +1,6 @@
+#include "platform/asyncwrite.h"
 #include "platform/files.h"
+#include "platform/filewrite.h"
 #include "platform/process.h"
 #include "tests/test_support.h"
 
@@ -11,6 +13,8 @@
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace fs = std::filesystem;
 
 namespace
 {
@@ -329,4 +333,69 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
     EXPECT_TRUE(
         AsNobody([this]() { return geteuid() == getuid() || !plat::TreeDelete(m_Folder.Join("Keep").c_str()); }));
     EXPECT_EQ(m_Folder.Read("Keep/file"), "kept");
+}
+
+// What another user may have planted under the name of a file that is written: nothing is written through it, and
+// nothing waits for it.
+TEST_F(PlatformFiles, WritesThroughNothingThatWasPlanted)
+{
+    std::string const sVictim = m_Folder.Write("victim", "kept"), sFrom = m_Folder.Write("from", "new"),
+                      sAt = m_Folder.Join("at");
+    auto const Stream = [&](char const * szMode)
+    {
+        std::FILE * const pStream = *szMode ? plat::StreamOpen(sAt.c_str(), szMode) : plat::StreamOpenLog(sAt.c_str());
+        return pStream && std::fclose(pStream) == 0;
+    };
+    auto const Made = [](plat::File_t hFile) { return hFile && plat::FileFinish(hFile); };
+    std::pair<char const *, std::function<bool()>> const WRITERS[] = { { "w", [&] { return Stream("w"); } },
+        { "a", [&] { return Stream("a"); } }, { "r+", [&] { return Stream("r+"); } },
+        { "wx", [&] { return Stream("wx"); } }, { "log", [&] { return Stream(""); } },
+        { "create", [&] { return Made(plat::FileCreate(sAt.c_str())); } },
+        { "make", [&] { return Made(plat::FileMake(sAt.c_str(), plat::Rights_e::Private)); } },
+        { "copy", [&] { return plat::FileCopy(sFrom.c_str(), sAt.c_str()); } },
+        { "beside", [&] { return plat::AsyncFile_c().Create(sAt.c_str()); } } };
+    std::pair<char const *, std::function<int()>> const PLANTS[] = {
+        { "link", [&] { return symlink(sVictim.c_str(), sAt.c_str()); } },
+        { "link to nothing", [&] { return symlink(m_Folder.Join("no").c_str(), sAt.c_str()); } },
+        { "pipe", [&] { return mkfifo(sAt.c_str(), 0666); } }, { "folder", [&] { return mkdir(sAt.c_str(), 0777); } },
+        { "second name", [&] { return link(sVictim.c_str(), sAt.c_str()); } },
+        { "another user's",
+            [&]
+            {
+                m_Folder.Write("at", "kept");
+                return chown(sAt.c_str(), geteuid() + 1, getegid());
+            } }
+    };
+    ASSERT_EQ(chmod(m_Folder.GetPath().c_str(), 01777), 0);
+    umask(022);
+    for (auto const & [szPlant, fnPlant] : PLANTS)
+    {
+        for (auto const & [szWriter, fnWrite] : WRITERS)
+        {
+            if (fnPlant() == 0)
+            {
+                EXPECT_FALSE(fnWrite()) << szWriter << " onto " << szPlant;
+                EXPECT_TRUE(std::string(szPlant) != "another user's" || m_Folder.Read("at") == "kept") << szWriter;
+            }
+            EXPECT_EQ(m_Folder.Read("victim"), "kept") << szWriter << " onto " << szPlant;
+            fs::remove(sAt);
+        }
+    }
+    EXPECT_FALSE(fs::exists(m_Folder.Join("no")));
+    for (auto const & [eRights, iRights] :
+        Rows_t<plat::Rights_e, unsigned>{ { plat::Rights_e::Private, 0600 }, { plat::Rights_e::Shared, 0644 } })
+    {
+        m_Folder.Write("old", "o");
+        ASSERT_EQ(chmod(m_Folder.Join("old").c_str(), 0644), 0);
+        ASSERT_TRUE(Made(plat::FileMake(sAt.c_str(), eRights)));
+        EXPECT_EQ(static_cast<unsigned>(fs::status(sAt).permissions()), iRights);
+        EXPECT_TRUE(plat::FileReplace(sAt.c_str(), m_Folder.Join("old").c_str(), eRights));
+        EXPECT_EQ(static_cast<unsigned>(fs::status(m_Folder.Join("old")).permissions()), iRights);
+    }
+    ASSERT_EQ(symlink(sVictim.c_str(), sAt.c_str()), 0);
+    ASSERT_EQ(chmod(sVictim.c_str(), 0666), 0);
+    EXPECT_TRUE(plat::FileReplace(sFrom.c_str(), sAt.c_str()));
+    EXPECT_EQ(fs::symlink_status(sAt).type(), fs::file_type::regular);
+    EXPECT_EQ(static_cast<unsigned>(fs::status(sAt).permissions()), 0644u) << "no rights by way of a link";
+    SKIP_IF(geteuid() != 0, "only the superuser makes another user's file; all else was tried");
 }

@@ -87,18 +87,12 @@ namespace plat
             constexpr timespec PAUSE = { 0, 100'000 };
             if (flock(iFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
             {
-                [[maybe_unused]] int const iEmptied = ftruncate(iFile, 0);   // a pipe, say, has no contents
+                [[maybe_unused]] int const iEmptied = ftruncate(iFile, 0);   // a full log is used as it is
             }
             for (int i = 0; i < TRIES && flock(iFile, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++i)
             {
                 nanosleep(&PAUSE, nullptr);
             }
-        }
-
-        bool IsThere(DiskPath_c & Path)
-        {
-            struct stat Stat;
-            return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) == 0;
         }
 
         // Copies what is left of one file to the other: inside the kernel as far as it can, then through a buffer.
@@ -132,7 +126,7 @@ namespace plat
             {
                 return false;
             }
-            if (!S_ISREG(To.st_mode) || (From.st_dev == To.st_dev && From.st_ino == To.st_ino))
+            if (From.st_dev == To.st_dev && From.st_ino == To.st_ino)
             {
                 errno = EINVAL;
                 return false;
@@ -151,26 +145,6 @@ namespace plat
         }
         fcntl(iDescriptor, F_SETLEASE, F_UNLCK);
         return Writers_e::None;
-    }
-
-    int OpenOrCreate(char const * szPath, int iFlags, mode_t iMode)
-    {
-        DiskPath_c Path(szPath);
-        if ((iFlags & O_EXCL) == 0)
-        {
-            int const iExisting = Path.Try([iFlags](char const * szTry) { return open(szTry, iFlags & ~O_CREAT); });
-            if (iExisting >= 0 || errno != ENOENT || (iFlags & O_CREAT) == 0)
-            {
-                return iExisting;
-            }
-        }
-        else if (IsThere(Path))
-        {
-            errno = EEXIST;
-            return -1;
-        }
-        Path.SpellFolder();
-        return open(Path.Get(), iFlags, iMode);
     }
 
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts)
@@ -260,7 +234,8 @@ namespace plat
             errno = EINVAL;
             return nullptr;
         }
-        Descriptor_c File(OpenOrCreate(szPath, iFlags, NEW_FILE_MODE));
+        Descriptor_c File((iFlags & O_ACCMODE) == O_RDONLY ? DescriptorOf(FileOpenRead(szPath, Share_e::ReadWrite))
+                                                           : OpenToWrite(szPath, iFlags, NEW_FILE_MODE));
         std::FILE * const pStream = File.IsOpen() ? fdopen(File.Get(), szMode) : nullptr;
         if (pStream != nullptr)
         {
@@ -332,7 +307,7 @@ namespace plat
         {
             return false;
         }
-        Descriptor_c To(OpenOrCreate(szTo, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, Stat.st_mode & NEW_FILE_MODE));
+        Descriptor_c To(OpenToWrite(szTo, O_WRONLY | O_CREAT, Stat.st_mode & NEW_FILE_MODE));
         return To.IsOpen() && CopyOver(From.Get(), To.Get()) && close(To.Release()) == 0;
     }
 

@@ -19,30 +19,36 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;
 
-        bool IsRegular(int iDescriptor)
-        {
-            struct stat Stat;
-            if (fstat(iDescriptor, &Stat) != 0)
-            {
-                return false;
-            }
-            errno = EINVAL;
-            return S_ISREG(Stat.st_mode);
-        }
-
         // Excludes other writers that ask. A file system that knows no such locks excludes nobody.
         bool Claim(int iDescriptor)
         {
             return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
         }
+
+        // Gives a new file the rights of the one that it replaces. From another user's file it takes no right that it
+        // does not have itself. Where it may not be, those of the new file stay.
+        void TakeRights(int iDescriptor, struct stat const & Old)
+        {
+            struct stat New;
+            if (fstat(iDescriptor, &New) == 0)
+            {
+                fchmod(iDescriptor, Old.st_mode & (Old.st_uid == New.st_uid ? RIGHTS : New.st_mode & RIGHTS));
+            }
+        }
     }
 
     File_t FileCreate(char const * szPath)
     {
-        constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-        Descriptor_c File(OpenOrCreate(szPath, FLAGS, NEW_FILE_MODE));
-        bool const bMine = File.IsOpen() && IsRegular(File.Get()) && Claim(File.Get());
+        Descriptor_c File(OpenToWrite(szPath, O_WRONLY | O_CREAT, NEW_FILE_MODE));
+        bool const bMine = File.IsOpen() && Claim(File.Get());
         return bMine && ftruncate(File.Get(), 0) == 0 ? HandleOf(File.Release()) : nullptr;
+    }
+
+    File_t FileMake(char const * szPath, Rights_e eRights)
+    {
+        mode_t const iMode = eRights == Rights_e::Private ? PRIVATE_FILE_MODE : NEW_FILE_MODE;
+        Descriptor_c File(OpenToWrite(szPath, O_WRONLY | O_CREAT | O_EXCL, iMode));
+        return File.IsOpen() && Claim(File.Get()) ? HandleOf(File.Release()) : nullptr;
     }
 
     bool FileWrite(File_t hFile, void const * pData, std::size_t nBytes)
@@ -80,28 +86,28 @@ namespace plat
         return close(DescriptorOf(hFile)) == 0 || errno == EINTR;
     }
 
-    bool FileReplace(char const * szFrom, char const * szTo)
+    bool FileReplace(char const * szFrom, char const * szTo, Rights_e eRights)
     {
         DiskPath_c From(szFrom);
-        Descriptor_c const File(From.Try([](char const * szTry) { return open(szTry, O_RDONLY | O_CLOEXEC); }));
+        Descriptor_c const File(From.Try([](char const * szTry) { return open(szTry, O_RDONLY | UNTRUSTED); }));
         if (!File.IsOpen() || !IsRegular(File.Get()) || !Claim(File.Get()) || fsync(File.Get()) != 0)
         {
             return false;
         }
         DiskPath_c To(szTo);
         struct stat Stat;
-        if (To.Try([&Stat](char const * szTry) { return stat(szTry, &Stat); }) != 0)
+        if (To.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) != 0)
         {
             To.SpellFolder();
         }
-        else if (!S_ISREG(Stat.st_mode))
+        else if (!S_ISREG(Stat.st_mode) && !S_ISLNK(Stat.st_mode))
         {
             errno = EINVAL;
             return false;
         }
-        else
+        else if (S_ISREG(Stat.st_mode) && eRights == Rights_e::Shared)
         {
-            fchmod(File.Get(), Stat.st_mode & RIGHTS);   // where it may not be, those of a new file stay
+            TakeRights(File.Get(), Stat);
         }
         bool const bRenamed = rename(From.Get(), To.Get()) == 0;
         int const iError = errno;

@@ -1,13 +1,27 @@
-// openfile.h: what the sources of files share: descriptors as handles, and the way to a file that may have to be made.
+// openfile.h: what the sources of files share: descriptors as handles, and how a file is opened that is to be written.
+//
+// Every file that the library writes is opened here, but for those below a folder of the library's own, which keep the
+// same rules by the flags below: a name that is there is opened only if it is a regular file, never through a symbolic
+// link as the last name, and never waited for; a name that is not there is made exclusively.
 #pragma once
 
 #include "platform/files.h"
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 namespace plat
 {
+    class DiskPath_c;
+
     inline constexpr mode_t NEW_FILE_MODE = 0666;   // less what the process masks
+    inline constexpr mode_t PRIVATE_FILE_MODE = 0600;
+
+    /// Flags of every open of a name that others may have put there. What is opened must still pass IsRegular.
+    inline constexpr int UNTRUSTED = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+    /// Flags that make a file for writing: a name that is there in any form is refused.
+    inline constexpr int MAKE_NEW = O_WRONLY | O_CREAT | O_EXCL | UNTRUSTED;
 
     inline int DescriptorOf(File_t hFile)
     {
@@ -31,6 +45,16 @@ namespace plat
     // that a writer who comes meanwhile waits for no longer than that.
     Writers_e WritersOf(int iDescriptor);
 
-    // Opens what is there in any spelling; else, with O_CREAT, makes it in the path's own. -1 on failure.
-    int OpenOrCreate(char const * szPath, int iFlags, mode_t iMode);
+    /// Whether an open file is a regular one; sets errno to EINVAL if it is not.
+    bool IsRegular(int iDescriptor);
+
+    /// Whether a path names anything, a link that leads nowhere included.
+    bool IsThere(DiskPath_c & Path);
+
+    /// Opens the regular file that is there in any spelling, for writing. With O_CREAT a file that is not there is made
+    /// in the path's own spelling, exclusively and in the folder that was found; with O_EXCL too, one that is there in
+    /// any spelling is refused. O_TRUNC empties a file that passed. Returns -1 on failure: ELOOP for a link as the last
+    /// name, EINVAL for what is no regular file, EACCES for a file in a sticky folder that others may write to, if
+    /// another user owns it or it has a second name.
+    int OpenToWrite(char const * szPath, int iFlags, mode_t iMode);
 }

@@ -1,0 +1,127 @@
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
+
+#include "platform/linux/openfile.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/spelling.h"
+
+#include <cstring>
+#include <sys/stat.h>
+
+namespace plat
+{
+    namespace
+    {
+        // Opens the folder of a path and returns the name in it. The folder is not open if there is none.
+        char const * OpenFolderOf(char const * szPath, Descriptor_c & Folder)
+        {
+            constexpr int FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
+            char const * const szSlash = std::strrchr(szPath, '/');
+            if (szSlash == nullptr)
+            {
+                Folder.Reset(open(".", FLAGS));
+                return szPath;
+            }
+            char szFolder[PATH_MAX];
+            auto const nFolder = static_cast<std::size_t>(szSlash + 1 - szPath);
+            std::memcpy(szFolder, szPath, nFolder);
+            szFolder[nFolder] = '\0';
+            Folder.Reset(open(szFolder, FLAGS));
+            return szSlash + 1;
+        }
+
+        // Whether another user may have put the file there for this one to write to. The kernel's own check of this
+        // (fs.protected_regular) sees only opens that may create.
+        bool IsPlanted(char const * szPath, struct stat const & File)
+        {
+            if (File.st_uid == geteuid() && File.st_nlink == 1)
+            {
+                return false;
+            }
+            Descriptor_c Folder;
+            struct stat Stat;
+            OpenFolderOf(szPath, Folder);
+            if (!Folder.IsOpen() || fstat(Folder.Get(), &Stat) != 0)
+            {
+                return true;
+            }
+            bool const bShared = (Stat.st_mode & S_ISVTX) != 0 && (Stat.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+            errno = EACCES;
+            return bShared && (File.st_nlink > 1 || File.st_uid != Stat.st_uid);
+        }
+
+        // Opens a file that is there. ENOENT if there is none.
+        int OpenPresent(DiskPath_c & Path, int iFlags)
+        {
+            int const iOpenFlags = (iFlags & ~(O_CREAT | O_EXCL | O_TRUNC)) | UNTRUSTED;
+            Descriptor_c File(Path.Try([iOpenFlags](char const * szTry) { return open(szTry, iOpenFlags); }));
+            struct stat Stat;
+            if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0)
+            {
+                errno = errno == ENXIO ? EINVAL : errno;   // a pipe without a reader, or a socket
+                return -1;
+            }
+            if (!S_ISREG(Stat.st_mode))
+            {
+                errno = EINVAL;
+                return -1;
+            }
+            bool const bGood =
+                !IsPlanted(Path.Get(), Stat) && ((iFlags & O_TRUNC) == 0 || ftruncate(File.Get(), 0) == 0);
+            return bGood ? File.Release() : -1;
+        }
+
+        // Makes a file by a path that names nothing.
+        int MakeFile(DiskPath_c & Path, int iFlags, mode_t iMode)
+        {
+            Path.SpellFolder();
+            Descriptor_c Folder;
+            char const * const szName = OpenFolderOf(Path.Get(), Folder);
+            return Folder.IsOpen() ? openat(Folder.Get(), szName, iFlags | O_EXCL | UNTRUSTED, iMode) : -1;
+        }
+    }
+
+    bool IsRegular(int iDescriptor)
+    {
+        struct stat Stat;
+        if (fstat(iDescriptor, &Stat) != 0)
+        {
+            return false;
+        }
+        errno = EINVAL;
+        return S_ISREG(Stat.st_mode);
+    }
+
+    bool IsThere(DiskPath_c & Path)
+    {
+        struct stat Stat;
+        return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) == 0;
+    }
+
+    int OpenToWrite(char const * szPath, int iFlags, mode_t iMode)
+    {
+        constexpr int TRIES = 100;   // for a file that others make and delete meanwhile
+        for (int i = 0; i < TRIES; ++i)
+        {
+            DiskPath_c Path(szPath);
+            if ((iFlags & O_EXCL) != 0)
+            {
+                bool const bThere = IsThere(Path);
+                errno = bThere ? EEXIST : errno;
+                return bThere || errno != ENOENT ? -1 : MakeFile(Path, iFlags, iMode);
+            }
+            int const iPresent = OpenPresent(Path, iFlags);
+            if (iPresent >= 0 || errno != ENOENT || (iFlags & O_CREAT) == 0)
+            {
+                return iPresent;
+            }
+            int const iMade = MakeFile(Path, iFlags, iMode);
+            if (iMade >= 0 || errno != EEXIST)
+            {
+                return iMade;
+            }
+        }
+        return -1;
+    }
+}
