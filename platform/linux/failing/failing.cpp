@@ -1,0 +1,263 @@
+// failing.cpp: lets calls of the library to the system fail on demand, for tests.
+//
+// Only a build with ZQCORE_FAILING has this file. Its linker option --wrap leads the library's calls of the functions
+// below through here; no other build has a trace of it. A test driver sets the environment variable ZQ_FAILING to a file
+// of TABLE_SIZE bytes, which this process and its driver share:
+//
+// | Offset | Bytes | Meaning                                                                                         |
+// |-------:|------:|-------------------------------------------------------------------------------------------------|
+// |      0 |     4 | in: the kind of call that is to fail, an index of NAMES                                         |
+// |      4 |     4 | in: the reason, a value of errno; 0 for a read or write that handles half of its bytes          |
+// |      8 |     8 | in: which call of its kind fails, 1 for the first; 0 for none                                   |
+// |     16 |     8 | in: how many calls from then on fail                                                            |
+// |     24 |     8 | out: how many calls have failed                                                                 |
+// |     32 |     8 | out: where the first failed call was made, as an offset in the library                          |
+// |     40 |   8*K | out: calls of each kind                                                                         |
+// | 40+8*K |  16*K | out: the names of the kinds, with zeros at the end                                              |
+//
+// Without the variable all calls go through.
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <sys/inotify.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+    enum Kind_e : std::uint32_t
+    {
+        Open,
+        Read,
+        Write,
+        Seek,
+        Stat,
+        List,
+        Rename,
+        Sync,
+        Make,
+        Remove,
+        Truncate,
+        Map,
+        Thread,
+        Wait,
+        Watch,
+        Lease,
+        Lock,
+        Start,
+        Random,
+        Queue,
+        Allocate,
+        KINDS
+    };
+
+    constexpr char NAMES[KINDS][16] = { "open", "read", "write", "seek", "stat", "list", "rename", "sync", "make",
+        "remove", "truncate", "map", "thread", "wait", "watch", "lease", "lock", "start", "random", "queue",
+        "allocate" };
+
+    struct Table_s
+    {
+        std::uint32_t eKind;
+        std::int32_t iReason;
+        std::uint64_t nCall;
+        std::uint64_t nTimes;
+        std::atomic<std::uint64_t> nFailed;
+        std::uint64_t iSite;
+        std::atomic<std::uint64_t> dCalls[KINDS];
+        char dNames[KINDS][16];
+    };
+    constexpr std::size_t TABLE_SIZE = 4096;
+    static_assert(sizeof(Table_s) <= TABLE_SIZE && offsetof(Table_s, dCalls) == 40);
+
+    Table_s g_NoTable{};
+
+    Table_s * MapTable()
+    {
+        char const * const szFile = std::getenv("ZQ_FAILING");
+        auto const iFile = szFile ? static_cast<int>(syscall(SYS_openat, AT_FDCWD, szFile, O_RDWR | O_CLOEXEC, 0)) : -1;
+        if (iFile < 0)
+        {
+            return &g_NoTable;
+        }
+#ifdef SYS_mmap2
+        auto const iMap = syscall(SYS_mmap2, nullptr, TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, iFile, 0);
+#else
+        auto const iMap = syscall(SYS_mmap, nullptr, TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, iFile, 0);
+#endif
+        syscall(SYS_close, iFile);
+        if (iMap == -1)
+        {
+            std::abort();
+        }
+        auto * const pTable = reinterpret_cast<Table_s *>(iMap);
+        std::memcpy(pTable->dNames, NAMES, sizeof NAMES);
+        return pTable;
+    }
+
+    // The first call of all is made by the loader's thread alone.
+    Table_s & Table()
+    {
+        static constinit Table_s * s_pTable = nullptr;
+        if (!s_pTable)
+        {
+            s_pTable = MapTable();
+        }
+        return *s_pTable;
+    }
+
+    // Counts a call. Whether it fails.
+    bool IsFailing(Kind_e eKind, void const * pCaller)
+    {
+        Table_s & Now = Table();
+        std::uint64_t const nCall = ++Now.dCalls[eKind];
+        if (Now.nCall == 0 || Now.eKind != eKind || nCall < Now.nCall || nCall - Now.nCall >= Now.nTimes)
+        {
+            return false;
+        }
+        Dl_info Info;
+        if (Now.nFailed++ == 0 && dladdr(pCaller, &Info))
+        {
+            Now.iSite = reinterpret_cast<std::uintptr_t>(pCaller) - reinterpret_cast<std::uintptr_t>(Info.dli_fbase);
+        }
+        errno = Now.iReason;
+        return true;
+    }
+
+    // How many of nBytes a call may handle; -1 if it fails.
+    ssize_t Allowed(Kind_e eKind, std::size_t nBytes, void const * pCaller)
+    {
+        bool const bFails = IsFailing(eKind, pCaller);
+        return bFails && errno != 0 ? -1 : static_cast<ssize_t>(bFails ? (nBytes + 1) / 2 : nBytes);
+    }
+}
+
+// A function that fails with a value, and errno set.
+#define FAILING(eKind, Name, Return_t, Parameters, Arguments, Failure)                                                 \
+    extern "C" Return_t __real_##Name Parameters;                                                                      \
+    extern "C" Return_t __wrap_##Name Parameters;                                                                      \
+    extern "C" Return_t __wrap_##Name Parameters                                                                       \
+    {                                                                                                                  \
+        return IsFailing(eKind, __builtin_return_address(0)) ? (Failure) : __real_##Name Arguments;                    \
+    }
+
+// A function that handles nBytes and returns how many it did.
+#define FAILING_BYTES(eKind, Name, Parameters, Arguments)                                                              \
+    extern "C" ssize_t __real_##Name Parameters;                                                                       \
+    extern "C" ssize_t __wrap_##Name Parameters;                                                                       \
+    extern "C" ssize_t __wrap_##Name Parameters                                                                        \
+    {                                                                                                                  \
+        ssize_t const nAllowed = Allowed(eKind, nBytes, __builtin_return_address(0));                                  \
+        nBytes = static_cast<std::size_t>(nAllowed);                                                                   \
+        return nAllowed < 0 ? -1 : __real_##Name Arguments;                                                            \
+    }
+
+// The build reads the names from the first lines.
+// clang-format off
+FAILING(Open, open, int, (char const * szPath, int iFlags, mode_t iMode), (szPath, iFlags, iMode), -1)
+FAILING(Open, open64, int, (char const * szPath, int iFlags, mode_t iMode), (szPath, iFlags, iMode), -1)
+FAILING(Open, openat, int, (int iFolder, char const * szPath, int iFlags, mode_t iMode),
+    (iFolder, szPath, iFlags, iMode), -1)
+FAILING(Open, openat64, int, (int iFolder, char const * szPath, int iFlags, mode_t iMode),
+    (iFolder, szPath, iFlags, iMode), -1)
+FAILING(Open, fdopen, std::FILE *, (int iFile, char const * szMode), (iFile, szMode), nullptr)
+FAILING_BYTES(Read, read, (int iFile, void * pBuffer, std::size_t nBytes), (iFile, pBuffer, nBytes))
+FAILING_BYTES(Read, pread64, (int iFile, void * pBuffer, std::size_t nBytes, off64_t iAt),
+    (iFile, pBuffer, nBytes, iAt))
+FAILING_BYTES(Read, recv, (int iFile, void * pBuffer, std::size_t nBytes, int iFlags), (iFile, pBuffer, nBytes, iFlags))
+FAILING_BYTES(Write, write, (int iFile, void const * pBuffer, std::size_t nBytes), (iFile, pBuffer, nBytes))
+FAILING_BYTES(Write, pwrite64, (int iFile, void const * pBuffer, std::size_t nBytes, off64_t iAt),
+    (iFile, pBuffer, nBytes, iAt))
+FAILING_BYTES(Write, send, (int iFile, void const * pBuffer, std::size_t nBytes, int iFlags),
+    (iFile, pBuffer, nBytes, iFlags))
+FAILING_BYTES(Write, copy_file_range,
+    (int iFrom, off64_t * pFrom, int iTo, off64_t * pTo, std::size_t nBytes, unsigned iFlags),
+    (iFrom, pFrom, iTo, pTo, nBytes, iFlags))
+FAILING(Write, fputs, int, (char const * szText, std::FILE * pFile), (szText, pFile), EOF)
+FAILING(Write, fputc, int, (int c, std::FILE * pFile), (c, pFile), EOF)
+FAILING(Write, fflush, int, (std::FILE * pFile), (pFile), EOF)
+FAILING(Write, fclose, int, (std::FILE * pFile), (pFile), (__real_fclose(pFile), errno = Table().iReason, EOF))
+FAILING(Write, fwrite, std::size_t, (void const * p, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
+    (p, nSize, nCount, pFile), 0)
+FAILING(Seek, lseek64, off64_t, (int iFile, off64_t iAt, int iFrom), (iFile, iAt, iFrom), -1)
+FAILING(Stat, fstat64, int, (int iFile, struct stat64 * pStat), (iFile, pStat), -1)
+FAILING(Stat, stat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
+FAILING(Stat, lstat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
+FAILING(Stat, fstatat64, int, (int iFolder, char const * szPath, struct stat64 * pStat, int iFlags),
+    (iFolder, szPath, pStat, iFlags), -1)
+FAILING(Stat, statx, int, (int iFolder, char const * szPath, int iFlags, unsigned iMask, struct statx * pStat),
+    (iFolder, szPath, iFlags, iMask, pStat), -1)
+FAILING(Stat, access, int, (char const * szPath, int iMode), (szPath, iMode), -1)
+FAILING(Stat, faccessat, int, (int iFolder, char const * szPath, int iMode, int iFlags),
+    (iFolder, szPath, iMode, iFlags), -1)
+FAILING(Stat, realpath, char *, (char const * szPath, char * pBuffer), (szPath, pBuffer), nullptr)
+FAILING(Stat, readlink, ssize_t, (char const * szPath, char * pBuffer, std::size_t nBytes),
+    (szPath, pBuffer, nBytes), -1)
+FAILING(Stat, getcwd, char *, (char * pBuffer, std::size_t nBytes), (pBuffer, nBytes), nullptr)
+FAILING(List, getdents64, ssize_t, (int iFolder, void * pBuffer, std::size_t nBytes), (iFolder, pBuffer, nBytes), -1)
+FAILING(Rename, rename, int, (char const * szFrom, char const * szTo), (szFrom, szTo), -1)
+FAILING(Rename, renameat, int, (int iFrom, char const * szFrom, int iTo, char const * szTo),
+    (iFrom, szFrom, iTo, szTo), -1)
+FAILING(Sync, fsync, int, (int iFile), (iFile), -1)
+FAILING(Make, mkdir, int, (char const * szPath, mode_t iMode), (szPath, iMode), -1)
+FAILING(Make, mkdirat, int, (int iFolder, char const * szPath, mode_t iMode), (iFolder, szPath, iMode), -1)
+FAILING(Make, fchmod, int, (int iFile, mode_t iMode), (iFile, iMode), -1)
+FAILING(Remove, unlinkat, int, (int iFolder, char const * szPath, int iFlags), (iFolder, szPath, iFlags), -1)
+FAILING(Truncate, ftruncate64, int, (int iFile, off64_t nBytes), (iFile, nBytes), -1)
+FAILING(Map, mmap, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off_t iAt),
+    (p, nBytes, iRights, iFlags, iFile, iAt), MAP_FAILED)
+FAILING(Map, mmap64, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off64_t iAt),
+    (p, nBytes, iRights, iFlags, iFile, iAt), MAP_FAILED)
+FAILING(Map, mprotect, int, (void * p, std::size_t nBytes, int iRights), (p, nBytes, iRights), -1)
+FAILING(Thread, pthread_create, int,
+    (pthread_t * pThread, pthread_attr_t const * pHow, void * (*fnRun)(void *), void * pWith),
+    (pThread, pHow, fnRun, pWith), errno)
+FAILING(Wait, poll, int, (pollfd * pFiles, nfds_t nFiles, int iTime), (pFiles, nFiles, iTime), -1)
+FAILING(Wait, nanosleep, int, (timespec const * pTime, timespec * pRest),
+    (pTime, pRest), (pRest ? void(*pRest = *pTime) : void(), -1))
+FAILING(Wait, waitid, int, (idtype_t eType, id_t iChild, siginfo_t * pInfo, int iFlags),
+    (eType, iChild, pInfo, iFlags), -1)
+FAILING(Watch, inotify_init1, int, (int iFlags), (iFlags), -1)
+FAILING(Watch, inotify_add_watch, int, (int iWatch, char const * szPath, std::uint32_t iMask),
+    (iWatch, szPath, iMask), -1)
+FAILING(Lease, fcntl64, int, (int iFile, int iCommand, void * pWith), (iFile, iCommand, pWith), -1)
+FAILING(Lock, flock, int, (int iFile, int iWish), (iFile, iWish), -1)
+FAILING(Start, posix_spawn, int,
+    (pid_t * pChild, char const * szPath, posix_spawn_file_actions_t const * pActions,
+        posix_spawnattr_t const * pHow, char * const * dArguments, char * const * dVariables),
+    (pChild, szPath, pActions, pHow, dArguments, dVariables), errno)
+FAILING(Start, pipe2, int, (int * dEnds, int iFlags), (dEnds, iFlags), -1)
+FAILING(Start, socketpair, int, (int iFamily, int iType, int iProtocol, int * dEnds),
+    (iFamily, iType, iProtocol, dEnds), -1)
+FAILING(Random, getrandom, ssize_t, (void * pBuffer, std::size_t nBytes, unsigned iFlags),
+    (pBuffer, nBytes, iFlags), -1)
+FAILING(Allocate, malloc, void *, (std::size_t nBytes), (nBytes), nullptr)
+FAILING(Allocate, calloc, void *, (std::size_t nCount, std::size_t nBytes), (nCount, nBytes), nullptr)
+// clang-format on
+
+// Calls without a function of their own. What a thread asks for its own sake always goes through.
+extern "C" long __real_syscall(long iCall, ...);
+extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f);
+extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f)
+{
+    Kind_e const eKind = iCall == SYS_getdents64     ? List
+                         : iCall == SYS_timer_create ? Wait
+                         : iCall == SYS_io_uring_setup || iCall == SYS_io_uring_enter || iCall == SYS_perf_event_open
+                             ? Queue
+                             : KINDS;
+    bool const bFails = eKind != KINDS && IsFailing(eKind, __builtin_return_address(0));
+    return bFails ? -1 : __real_syscall(iCall, a, b, c, d, e, f);
+}

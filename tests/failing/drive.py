@@ -1,0 +1,273 @@
+"""Runs programs of the library once for each call to the system that can fail, and looks at what is left.
+
+drive.py BUILD [--sample N] [--only SCENARIO[/KIND]] [--jobs N]: BUILD is the folder of the preset "failing". Prints a
+table of scenarios and kinds of calls, then each run that broke a promise. Status 1 if one did. With --sample only N
+runs, spread evenly over all, are made.
+"""
+import argparse
+import collections
+import concurrent.futures
+import os
+import pathlib
+import re
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+TABLE_SIZE = 4096   # see platform/linux/failing/failing.cpp
+HEAD = struct.Struct("<IiQQQQ")
+SHORT = 0   # the call handles half of its bytes
+
+# The reasons, as values of errno, that each kind of call can have.
+REASONS = {
+    "open": ("ENOENT", "EACCES", "EMFILE", "ENOSPC", "EIO", "EINTR"),
+    "read": ("EIO", "EINTR", SHORT),
+    "write": ("ENOSPC", "EIO", "EINTR", SHORT),
+    "seek": ("EINVAL",),
+    "stat": ("ENOENT", "EACCES", "EIO"),
+    "list": ("EIO", "ENOENT"),
+    "rename": ("EACCES", "ENOSPC", "EIO"),
+    "sync": ("EIO", "ENOSPC", "EINTR"),
+    "make": ("EACCES", "ENOSPC", "EEXIST"),
+    "remove": ("EACCES", "EBUSY"),
+    "truncate": ("EIO",),
+    "map": ("ENOMEM",),
+    "thread": ("EAGAIN",),
+    "wait": ("EINTR",),
+    "watch": ("EMFILE", "ENOSPC"),
+    "lease": ("EAGAIN", "EINVAL"),
+    "lock": ("ENOLCK", "EINTR"),
+    "start": ("ENOMEM", "EMFILE"),
+    "random": ("ENOSYS", "EINTR"),
+    "queue": ("ENOSYS", "EAGAIN"),
+    "allocate": ("ENOMEM",),
+}
+FOREVER = 1 << 62
+TIME_LIMIT = 20
+
+Outcome = collections.namedtuple("Outcome", "status text")
+
+
+def errno_of(reason):
+    return reason if isinstance(reason, int) else getattr(__import__("errno"), reason)
+
+
+class Table:
+    """The file that a program and its driver share."""
+
+    def __init__(self, path):
+        self.path = path
+
+    def plan(self, kind=0, reason=0, call=0, times=1):
+        self.path.write_bytes(HEAD.pack(kind, errno_of(reason), call, times, 0, 0).ljust(TABLE_SIZE, b"\0"))
+
+    def failed(self):
+        """How many calls failed, and the offset in the library of the first."""
+        return HEAD.unpack_from(self.path.read_bytes())[4:6]
+
+    def counts(self):
+        """The calls of each kind, by its index and name."""
+        data = self.path.read_bytes()
+        kinds = len(REASONS)
+        names = [data[HEAD.size + 8 * kinds + 16 * i:][:16].rstrip(b"\0").decode() for i in range(kinds)]
+        assert set(names) == set(REASONS), names
+        return [(i, name, struct.unpack_from("<Q", data, HEAD.size + 8 * i)[0]) for i, name in enumerate(names)]
+
+
+def run(command, folder, environment=None, drive=None):
+    """A program's status and all that it says; a status of None if it hangs. `drive` is called while it runs."""
+    process = subprocess.Popen([str(part) for part in command], cwd=folder, stdin=subprocess.DEVNULL,
+                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="backslashreplace",
+                               env=dict(os.environ, **(environment or {})))
+    try:
+        if drive:
+            drive(process)
+        text = process.communicate(timeout=TIME_LIMIT)[0]
+    except subprocess.TimeoutExpired:
+        process.kill()
+        return Outcome(None, process.communicate()[0])
+    return Outcome(process.returncode, text)
+
+
+class Host:
+    """The example host's life over a media tree of its own. Its save is what it was or what it should be."""
+    LOADED = re.compile(r"Loaded\n  .* after (\d+) hours")
+    SAVED = re.compile(r"Saved\n  .* after (\d+) hours")
+
+    def __init__(self, build, runs_before, *options):
+        self.program = build / "examples/host/zqhost"
+        self.runs_before = runs_before
+        self.options = options
+        self.prepared = None
+
+    def command(self, folder):
+        return [self.program, "--silent", "--frames", 10, "--media", folder / "media", "--log", folder / "log",
+                "--save", folder / "game.sav", "--stats", folder / "game.stats", *self.options]
+
+    def plain_run(self, folder):
+        return run([part for part in self.command(folder) if part != "--watch"], folder)
+
+    def prepare(self, folder):
+        if self.prepared is None:
+            shutil.copytree(ROOT / "examples/media", folder / "media")
+            for _ in range(self.runs_before):
+                assert self.plain_run(folder).status == 0
+            self.prepared = folder.with_name(f"prepared-{id(self)}")
+            shutil.copytree(folder, self.prepared)
+        else:
+            shutil.copytree(self.prepared, folder, dirs_exist_ok=True)
+
+    def drive(self):
+        return None
+
+    def judge(self, folder, outcome, kind):
+        """What is wrong after a run, or None. A run without failures must go on from the last save."""
+        if outcome.status == 0 and "Saved\n" not in outcome.text:
+            return "ended well and saved nothing"
+        if outcome.status not in (0, 1, 3, 4, 5) and not (kind == "allocate" and outcome.status == -signal.SIGABRT):
+            return "hangs" if outcome.status is None else f"status {outcome.status}"
+        if outcome.status != 0 and not re.search("^zqhost: |^Abort", outcome.text, re.M):
+            return f"status {outcome.status} without a word"
+        if outcome.status != -signal.SIGABRT and "Memory leak" in outcome.text:
+            return "a leak"
+        before = self.runs_before * 10
+        after = self.plain_run(folder)
+        loaded = self.LOADED.search(after.text)
+        hours = int(loaded.group(1)) if loaded else 0
+        saved = self.SAVED.search(outcome.text)
+        if after.status != 0:
+            return f"the next run ends with {after.status}: {after.text[-200:]}"
+        if saved and hours != int(saved.group(1)):
+            return f"saved after {saved.group(1)} hours, the next run loads {hours}"
+        if not saved and hours not in (before, before + 10):
+            return f"the save of {before} hours is lost"
+        if before and saved and int(saved.group(1)) == 10:
+            return f"the save of {before} hours was not loaded and is overwritten"
+        return None
+
+
+class Watch(Host):
+    """The host beside somebody who writes a table, until it is asked to end."""
+
+    def drive(self):
+        def act(process):
+            media = pathlib.Path(process.args[process.args.index("--media") + 1])
+            time.sleep(0.15)
+            table = media / "tables/goods.csv"
+            if table.exists():
+                table.write_bytes(table.read_bytes() + b"\r\n")
+            time.sleep(0.15)
+            process.send_signal(signal.SIGTERM)
+        return act
+
+
+class Parts:
+    """One service by itself. The program's own second run judges what is left: old or new, and never half."""
+
+    def __init__(self, build, service):
+        self.program = build / "tests/failing/parts"
+        self.service = service
+
+    def command(self, folder):
+        return [self.program, self.service, folder, "new"]
+
+    def prepare(self, folder):
+        outcome = run([self.program, self.service, folder, "old"], folder)
+        assert outcome.status == 0, outcome
+
+    def drive(self):
+        return None
+
+    def judge(self, folder, outcome, kind):
+        if self.service == "crash":
+            return None if outcome.status == -signal.SIGSEGV else f"status {outcome.status}: {outcome.text[-200:]}"
+        if outcome.status not in (0, 1) and not (kind == "allocate" and outcome.status == -signal.SIGABRT):
+            return "hangs" if outcome.status is None else f"status {outcome.status}: {outcome.text[-200:]}"
+        if outcome.status == 1 and not outcome.text.strip():
+            return "failed without a word"
+        if outcome.status in (0, 1) and "Memory leak" in outcome.text:
+            return "a leak"
+        after = run([self.program, self.service, folder, "check-new" if outcome.status == 0 else "check"], folder)
+        return None if after.status == 0 else f"left: {after.text[-300:]}"
+
+
+def one_run(scenario, work, number, kind=0, name="", reason=0, call=0, times=1):
+    folder = work / f"run{number}"
+    folder.mkdir()
+    table = Table(folder.with_suffix(".failing"))
+    try:
+        scenario.prepare(folder)
+        table.plan(kind, reason, call, times)
+        outcome = run(scenario.command(folder), folder, {"ZQ_FAILING": str(table.path)}, scenario.drive())
+        failed, site = table.failed()
+        return outcome, failed, site, table.counts(), scenario.judge(folder, outcome, name)
+    finally:
+        shutil.rmtree(folder, ignore_errors=True)
+        table.path.unlink(missing_ok=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("--sample", type=int)
+    parser.add_argument("--only", default="")
+    parser.add_argument("--jobs", type=int, default=3 * os.cpu_count())   # mostly they wait
+    options = parser.parse_args()
+    build = options.build.resolve()
+    scenarios = {"first start": Host(build, 0, "--cache"), "second start": Host(build, 1, "--cache"),
+                 "scan": Host(build, 1), "watch": Watch(build, 1, "--watch")}
+    services = ("registry", "clipboard", "archive", "report", "logs", "crash")
+    scenarios.update({service: Parts(build, service) for service in services})
+    only, _, only_kind = options.only.partition("/")
+
+    with tempfile.TemporaryDirectory(prefix="failing") as temporary:
+        work = pathlib.Path(temporary)
+        plans = []
+        for name, scenario in scenarios.items():
+            if only in ("", name):
+                outcome, _, _, counts, wrong = one_run(scenario, work, f"-{name}".replace(" ", "-"))
+                if wrong:
+                    sys.exit(f"{name}: without a failure: {wrong}\n{outcome.text}")
+                plans += [(name, kind, kind_name, reason, call + 1, times)
+                          for kind, kind_name, count in counts if only_kind in ("", kind_name)
+                          for reason in REASONS[kind_name] for times in (1, FOREVER)
+                          if times == 1 or reason not in ("EINTR", SHORT)
+                          for call in range(count)]
+        possible = len(plans)
+        if options.sample and options.sample < len(plans):
+            plans = [plans[i * len(plans) // options.sample] for i in range(options.sample)]
+        rows = collections.defaultdict(collections.Counter)
+        broken = []
+
+        def follow(numbered):
+            number, (name, kind, kind_name, reason, call, times) = numbered
+            outcome, failed, site, _, wrong = one_run(scenarios[name], work, number, kind, kind_name, reason, call, times)
+            return name, kind_name, reason, call, times, outcome, failed, site, wrong
+
+        with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+            for name, kind_name, reason, call, times, outcome, failed, site, wrong in pool.map(follow, enumerate(plans)):
+                row = rows[name, kind_name]
+                row["runs"] += 1
+                row["went on"] += outcome.status == 0
+                row["not reached"] += failed == 0
+                row["broken"] += wrong is not None
+                if wrong:
+                    forever = " and all after" if times > 1 else ""
+                    broken.append(f"{name}: {kind_name} {call}{forever}, {reason or 'short'}, at {site:#x}: {wrong}")
+    print("| Scenario | Call | Runs | Went on | Ended with its reason | Broken |\n|---|---|--:|--:|--:|--:|")
+    for (name, kind_name), row in rows.items():
+        ended = row["runs"] - row["went on"]
+        print(f"| {name} | {kind_name} | {row['runs']} | {row['went on']} | {ended - row['broken']} | {row['broken']} |")
+    print(f"{len(plans)} of {possible} runs, {len(broken)} broken; "
+          f"{sum(row['not reached'] for row in rows.values())} did not reach their call")
+    print("\n".join(broken))
+    return 1 if broken or not plans else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,215 @@
+// parts.cpp: one service of the library by itself, for runs in which calls to the system fail.
+//
+//   parts SERVICE FOLDER old|new       writes what the service keeps
+//   parts SERVICE FOLDER check         is that the old or the new, whole?
+//   parts SERVICE FOLDER check-new     is it the new, whole?
+//
+// Status 0 for yes. 1 for no, with what went wrong.
+#include "platform/clipboard.h"
+#include "platform/process.h"
+#include "zqcore/capp.h"
+#include "zqcore/cclipboard.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cfilereplace.h"
+#include "zqcore/clog.h"
+#include "zqcore/clogf.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cmemoryreport.h"
+#include "zqcore/cregistry.h"
+#include "zqcore/cserialize.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+namespace
+{
+    constexpr int VALUES = 2000;   // more than a buffer holds
+
+    bool Fail(std::string const & sWhat)
+    {
+        std::printf("%s\n", sWhat.c_str());
+        return false;
+    }
+
+    std::string Contents(std::string const & sFile)
+    {
+        std::ifstream Stream(sFile, std::ios::binary);
+        return { std::istreambuf_iterator<char>(Stream), {} };
+    }
+
+    bool WriteRegistry(std::string const &, std::string const & sText)
+    {
+        Registry_c Key;
+        bool const bWritten = Key.OpenKey("game\\options", true) && Key.WriteString("name", sText.c_str())
+                              && Key.WriteValue("size", static_cast<int>(sText.size()))
+                              && Key.DeleteValue("spare") + Key.WriteString("spare", sText.c_str());
+        return bWritten || Fail("registry: not written");
+    }
+
+    // Each value by itself is old or new.
+    std::string ReadRegistry(std::string const &)
+    {
+        Registry_c Key;
+        char szName[64] = "", szSpare[64] = "";
+        Key.OpenKey("game\\options", false);
+        Key.ReadString("name", szName, sizeof szName);
+        bool const bSpare = Key.ReadString("spare", szSpare, sizeof szSpare);
+        int const iSize = Key.ReadInt("size", -1);
+        bool const bWhole = iSize == 3 && (!bSpare || szSpare == std::string("old") || szSpare == std::string("new"));
+        return bWhole ? szName : "damaged";
+    }
+
+    bool WriteClipboard(std::string const &, std::string const & sText)
+    {
+        ClipboardOpen();
+        if (!g_isOpen)
+        {
+            return Fail("clipboard: not open");
+        }
+        ClipboardReset();
+        ClipboardPrintf("%s", sText.c_str());
+        std::string sStored(ClipboardGetSize() + 1, 0);
+        bool const bStored = ClipboardGetData(sStored.data()) && sStored.c_str() == sText;
+        ClipboardClose();
+        return bStored || Fail("clipboard: not stored");
+    }
+
+    std::string ReadClipboard(std::string const &)
+    {
+        ClipboardOpen();
+        std::string sStored(ClipboardGetSize() + 1, 0);
+        ClipboardGetData(sStored.data());
+        ClipboardClose();
+        return *sStored.c_str() ? sStored.c_str()
+                                : "old";   // the reset before the new text may be the last that is seen
+    }
+
+    bool WriteArchive(std::string const & sFolder, std::string const & sText)
+    {
+        FileReplacement_c Replacement((sFolder + "\\deep\\kept.sav").c_str());
+        BufferedWriteable_c Archive(Replacement.GetBeside(), ARCHIVE_SAVED_GAME_VERSION);
+        if (Archive.Open())
+        {
+            for (int i = 0; i < VALUES; ++i)
+            {
+                int iValue = sText[0];
+                Archive.Serialize(iValue);
+            }
+        }
+        bool const bSaved = Archive.Close() && !Archive.IsFailed() && Replacement.Commit();
+        return bSaved || Fail("archive: not saved: " + std::to_string(errno));
+    }
+
+    std::string ReadArchive(std::string const & sFolder)
+    {
+        std::string const sBytes = Contents(sFolder + "/deep/kept.sav");
+        std::string const sFirst = sBytes.substr(0, 8).substr(4, 1);
+        bool bWhole = sBytes.size() == 4 + 4 * VALUES;
+        for (std::size_t i = 4; bWhole && i < sBytes.size(); i += 4)
+        {
+            bWhole = sBytes.substr(i, 1) == sFirst;
+        }
+        return !bWhole ? "damaged" : sFirst == "o" ? "old" : "new";
+    }
+
+    bool WriteReport(std::string const & sFolder, std::string const & sText)
+    {
+        MemCategoryScope_c const Scope(mem::AI);
+        char * const pBlock = ZQ_NEW char[sText == "old" ? 1111 : 2222];
+        MemoryLogAllocations();
+        delete[] pBlock;
+        std::string const sReport = Contents(sFolder + "/allocations.csv");
+        return sReport.find("; total\n") != std::string::npos || Fail("report: not whole");
+    }
+
+    std::string ReadReport(std::string const & sFolder)
+    {
+        return Contents(sFolder + "/allocations.csv").find("1111; ") != std::string::npos ? "old" : "new";
+    }
+
+    bool WriteLogs(std::string const &, std::string const & sText)
+    {
+        for (int i = 0; i < 20; ++i)
+        {
+            Log("%s %i", sText.c_str(), i);
+            Logf("named.log", "%s %i", sText.c_str(), i);
+        }
+        return true;
+    }
+
+    // Each of our lines is whole.
+    std::string ReadLogs(std::string const & sFolder)
+    {
+        std::string sKind = "old";
+        for (char const * szFile : { "/message.log", "/named.log" })
+        {
+            std::istringstream Lines(Contents(sFolder + szFile));
+            for (std::string sLine; std::getline(Lines, sLine);)
+            {
+                std::size_t const nAt = std::min(sLine.find("new "), sLine.find("old "));
+                bool const bWhole =
+                    nAt == std::string::npos || sLine.find_first_not_of("0123456789", nAt + 4) == std::string::npos;
+                sKind = bWhole ? nAt == std::string::npos ? sKind : sLine.substr(nAt, 3) : "damaged: " + sLine;
+            }
+        }
+        return sKind;
+    }
+
+    bool Crash(std::string const &, std::string const & sText)
+    {
+        int const iVolatile = static_cast<int>(sText.size());
+        return sText == "old" || *reinterpret_cast<int volatile *>(static_cast<std::intptr_t>(iVolatile)) == 1;
+    }
+
+    struct Service_s
+    {
+        char const * szName;
+        bool (*fnWrite)(std::string const & sFolder, std::string const & sText);
+        std::string (*fnRead)(std::string const & sFolder);
+    };
+    constexpr Service_s SERVICES[] = { { "registry", WriteRegistry, ReadRegistry },
+        { "clipboard", WriteClipboard, ReadClipboard }, { "archive", WriteArchive, ReadArchive },
+        { "report", WriteReport, ReadReport }, { "logs", WriteLogs, ReadLogs }, { "crash", Crash, nullptr } };
+
+    bool RunService(Service_s const & Service, std::string const & sFolder, std::string const & sWish)
+    {
+        if (sWish.starts_with("check"))
+        {
+            std::string const sFound = Service.fnRead(sFolder);
+            return sFound == "new" || (sWish == "check" && sFound == "old")
+                   || Fail(Service.szName + (": found " + sFound));
+        }
+        return Service.fnWrite(sFolder, sWish);
+    }
+}
+
+int main(int nArguments, char ** dArguments)
+{
+    auto const pService = std::find_if(std::begin(SERVICES), std::end(SERVICES),
+        [&](Service_s const & Service) { return nArguments == 4 && Service.szName == std::string(dArguments[1]); });
+    if (pService == std::end(SERVICES))
+    {
+        std::fprintf(stderr, "parts: see the head of its source\n");
+        return 2;
+    }
+    std::string const sFolder = dArguments[2];
+    g_silentMode = false;
+    plat::RegistrySetFolder(plat::RegistryTree_e::User, (sFolder + "/registry").c_str());
+    plat::ClipboardSetFolder((sFolder + "/clipboard").c_str());
+    LogSetFile(std::filesystem::path(sFolder + "/").wstring().c_str(), L"message.log");
+    AppMiscStartup();
+    std::filesystem::current_path(sFolder);
+    Module_c::Register(ModuleLog_c::Get());
+    Module_c::Register(ModuleClipboard_c::Get());
+    bool const bDone = Module_c::InitializeAllModules() ? RunService(*pService, sFolder, dArguments[3])
+                                                        : Fail("a service did not start");
+    Module_c::ShutdownAllModules();
+    AppMiscShutdown();
+    return bDone ? 0 : 1;
+}
