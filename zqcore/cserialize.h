@@ -25,7 +25,8 @@
 //     if (Archive.Open()) { Unit.Serialize(Archive); }
 //     bool const bSaved = Archive.Close() && !Archive.IsFailed();
 //
-// A reader asks the table of files, which knows a new file only after it was added (cfilepath.h).
+// A reader asks the table of files, which knows a new file only after it was added (cfilepath.h). Of a bare name
+// it has one file, the first that was added: each save needs a name of its own.
 //
 //     FileAddOneFile("saves\\one.sav");
 //     Readable_c Archive(FileOpen("one.sav"), ARCHIVE_SAVED_GAME_VERSION);
@@ -88,7 +89,7 @@ public:
     virtual void ChunkEnd(char const * sName) = 0;
 
     /// Stores the version word, or checks the file's: another major version ends in Abort, a newer minor one is logged
-    /// and gives false, and so does a file without a whole word. Afterwards GetVersion is the file's.
+    /// and gives false, and so does a file without a whole word. Where a reader returns true, GetVersion is the file's.
     virtual bool Open();
 
     /// Ends the archive. Closing again does nothing more.
