@@ -1,14 +1,14 @@
 """Runs programs of the library once for each call to the system that can fail, and looks at what is left.
 
-drive.py BUILD [--sample N] [--only SCENARIO[/KIND]] [--jobs N]: BUILD is the folder of the preset "failing". Prints a
-table of scenarios and kinds of calls, then each run that broke a promise. Status 1 if one did. With --sample only N
-runs, spread evenly over all, are made.
+BUILD is the folder of the preset "failing". Prints a table of scenarios and kinds of calls, then each run that broke a
+promise. Status 1 if one did. With --kill the programs are killed at random moments instead.
 """
 import argparse
 import collections
 import concurrent.futures
 import os
 import pathlib
+import random
 import re
 import shutil
 import signal
@@ -48,6 +48,7 @@ REASONS = {
     "allocate": ("ENOMEM",),
 }
 FOREVER = 1 << 62
+KILLED = -signal.SIGKILL
 TIME_LIMIT = 20
 
 Outcome = collections.namedtuple("Outcome", "status text")
@@ -75,7 +76,6 @@ class Table:
         data = self.path.read_bytes()
         kinds = len(REASONS)
         names = [data[HEAD.size + 8 * kinds + 16 * i:][:16].rstrip(b"\0").decode() for i in range(kinds)]
-        assert set(names) == set(REASONS), names
         return [(i, name, struct.unpack_from("<Q", data, HEAD.size + 8 * i)[0]) for i, name in enumerate(names)]
 
 
@@ -129,9 +129,9 @@ class Host:
         """What is wrong after a run, or None. A run without failures must go on from the last save."""
         if outcome.status == 0 and "Saved\n" not in outcome.text:
             return "ended well and saved nothing"
-        if outcome.status not in (0, 1, 3, 4, 5) and not (kind == "allocate" and outcome.status == -signal.SIGABRT):
+        if outcome.status not in (0, 1, 3, 4, 5, KILLED) and not (kind == "allocate" and outcome.status == -signal.SIGABRT):
             return "hangs" if outcome.status is None else f"status {outcome.status}"
-        if outcome.status != 0 and not re.search("^zqhost: |^Abort", outcome.text, re.M):
+        if outcome.status not in (0, KILLED) and not re.search("^zqhost: |^Abort", outcome.text, re.M):
             return f"status {outcome.status} without a word"
         if outcome.status != -signal.SIGABRT and "Memory leak" in outcome.text:
             return "a leak"
@@ -185,8 +185,8 @@ class Parts:
 
     def judge(self, folder, outcome, kind):
         if self.service == "crash":
-            return None if outcome.status == -signal.SIGSEGV else f"status {outcome.status}: {outcome.text[-200:]}"
-        if outcome.status not in (0, 1) and not (kind == "allocate" and outcome.status == -signal.SIGABRT):
+            return None if outcome.status in (-signal.SIGSEGV, KILLED) else f"status {outcome.status}: {outcome.text[-200:]}"
+        if outcome.status not in (0, 1, KILLED) and not (kind == "allocate" and outcome.status == -signal.SIGABRT):
             return "hangs" if outcome.status is None else f"status {outcome.status}: {outcome.text[-200:]}"
         if outcome.status == 1 and not outcome.text.strip():
             return "failed without a word"
@@ -196,14 +196,21 @@ class Parts:
         return None if after.status == 0 else f"left: {after.text[-300:]}"
 
 
-def one_run(scenario, work, number, kind=0, name="", reason=0, call=0, times=1):
+def kill_after(seconds):
+    def act(process):
+        time.sleep(seconds)
+        process.kill()
+    return act
+
+
+def one_run(scenario, work, number, kind=0, name="", reason=0, call=0, times=1, drive=None):
     folder = work / f"run{number}"
     folder.mkdir()
     table = Table(folder.with_suffix(".failing"))
     try:
         scenario.prepare(folder)
         table.plan(kind, reason, call, times)
-        outcome = run(scenario.command(folder), folder, {"ZQ_FAILING": str(table.path)}, scenario.drive())
+        outcome = run(scenario.command(folder), folder, {"ZQ_FAILING": str(table.path)}, drive or scenario.drive())
         failed, site = table.failed()
         return outcome, failed, site, table.counts(), scenario.judge(folder, outcome, name)
     finally:
@@ -211,11 +218,30 @@ def one_run(scenario, work, number, kind=0, name="", reason=0, call=0, times=1):
         table.path.unlink(missing_ok=True)
 
 
+def kill(scenarios, work, jobs, times):
+    """Kills each scenario at random moments of its life. What was wrong afterwards."""
+    broken = []
+    print("| Scenario | Killed | Ended before | Broken |\n|---|--:|--:|--:|")
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        for name, scenario in scenarios.items():
+            begin = time.monotonic()
+            one_run(scenario, work, "-whole")
+            seconds = (time.monotonic() - begin) / (1 if isinstance(scenario, Parts) else 2)
+            runs = list(pool.map(lambda number: one_run(scenario, work, number, drive=kill_after(
+                random.uniform(0, seconds))), range(times)))
+            wrongs = [wrong for *_, wrong in runs if wrong]
+            killed = sum(outcome.status == KILLED for outcome, *_ in runs)
+            print(f"| {name} | {killed} | {times - killed} | {len(wrongs)} |", flush=True)
+            broken += [f"{name}: {wrong}" for wrong in wrongs]
+    return broken
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", type=pathlib.Path)
-    parser.add_argument("--sample", type=int)
-    parser.add_argument("--only", default="")
+    parser.add_argument("--sample", type=int, help="runs to make, spread evenly over all")
+    parser.add_argument("--only", default="", metavar="SCENARIO[/KIND]")
+    parser.add_argument("--kill", type=int, metavar="N", help="kills each scenario N times")
     parser.add_argument("--jobs", type=int, default=3 * os.cpu_count())   # mostly they wait
     options = parser.parse_args()
     build = options.build.resolve()
@@ -224,20 +250,25 @@ def main():
     services = ("registry", "clipboard", "archive", "report", "logs", "crash")
     scenarios.update({service: Parts(build, service) for service in services})
     only, _, only_kind = options.only.partition("/")
+    scenarios = {name: scenario for name, scenario in scenarios.items() if only in ("", name)}
 
     with tempfile.TemporaryDirectory(prefix="failing") as temporary:
         work = pathlib.Path(temporary)
+        if options.kill:
+            broken = kill(scenarios, work, options.jobs, options.kill)
+            print("\n".join(broken))
+            return 1 if broken else 0
         plans = []
         for name, scenario in scenarios.items():
-            if only in ("", name):
-                outcome, _, _, counts, wrong = one_run(scenario, work, f"-{name}".replace(" ", "-"))
-                if wrong:
-                    sys.exit(f"{name}: without a failure: {wrong}\n{outcome.text}")
-                plans += [(name, kind, kind_name, reason, call + 1, times)
-                          for kind, kind_name, count in counts if only_kind in ("", kind_name)
-                          for reason in REASONS[kind_name] for times in (1, FOREVER)
-                          if times == 1 or reason not in ("EINTR", SHORT)
-                          for call in range(count)]
+            outcome, _, _, counts, wrong = one_run(scenario, work, f"-{name}".replace(" ", "-"))
+            assert {kind_name for _, kind_name, _ in counts} == set(REASONS), counts
+            if wrong:
+                sys.exit(f"{name}: without a failure: {wrong}\n{outcome.text}")
+            plans += [(name, kind, kind_name, reason, call + 1, times)
+                      for kind, kind_name, count in counts if only_kind in ("", kind_name)
+                      for reason in REASONS[kind_name] for times in (1, FOREVER)
+                      if times == 1 or reason not in ("EINTR", SHORT)
+                      for call in range(count)]
         possible = len(plans)
         if options.sample and options.sample < len(plans):
             plans = [plans[i * len(plans) // options.sample] for i in range(options.sample)]
