@@ -1,0 +1,238 @@
+// soak.cpp: a long life in a short time.
+//
+//   soak FRAMES FOLDER
+//
+// The main thread runs frames without pause: the heartbeats, both profilers, opens and asynchronous reads, and now and
+// then a rewritten table, a save, registry values and a complaint. Seven more threads allocate under categories, log,
+// and complain. After each tenth of the frames a line shows what the process holds. Status 1 if something grew from the
+// second line to the last: live blocks or bytes of a category, descriptors, threads, or pages of the process.
+#include "zqcore/capp.h"
+#include "zqcore/ccallback.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cfile.h"
+#include "zqcore/cfileasync.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/cfilereplace.h"
+#include "zqcore/cfiletrack.h"
+#include "zqcore/clog.h"
+#include "zqcore/clogf.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cmemoryreport.h"
+#include "zqcore/cprofile.h"
+#include "zqcore/cregistry.h"
+#include "zqcore/cserialize.h"
+#include "zqcore/csimpleprofile.h"
+#include "zqcore/cwarehouse.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+    constexpr int THREADS = 7, FILES = 40, SELDOM = 1000;
+
+    std::atomic<bool> g_bOver = false;
+    std::atomic<int> g_nComplaints = 0;
+
+    // What the process holds.
+    struct Held_s
+    {
+        std::array<mem::CategoryInfo, mem::TOTAL> dCategories{};
+        std::ptrdiff_t iBlocks = 0, iBytes = 0, iPeak = 0;
+        std::ptrdiff_t nDescriptors = 0, nThreads = 0;
+        long nPages = 0;
+    };
+
+    std::ptrdiff_t CountEntries(char const * szFolder)
+    {
+        using Iterator_t = std::filesystem::directory_iterator;
+        return std::distance(Iterator_t(szFolder), Iterator_t());
+    }
+
+    Held_s Hold()
+    {
+        Held_s Held;
+        MemoryCategoriesGet(Held.dCategories.data(), Held.iBlocks, Held.iBytes, Held.iPeak);
+        Held.nDescriptors = CountEntries("/proc/self/fd");
+        Held.nThreads = CountEntries("/proc/self/task");
+        long nAll = 0;
+        std::ifstream("/proc/self/statm") >> nAll >> Held.nPages;
+        return Held;
+    }
+
+    // Threads hold a few blocks at any moment.
+    bool Grew(char const * szWhat, std::ptrdiff_t iFirst, std::ptrdiff_t iLast, std::ptrdiff_t iPlay)
+    {
+        bool const bGrew = iLast > iFirst + iPlay;
+        if (bGrew)
+        {
+            std::printf("%s grew from %td to %td\n", szWhat, iFirst, iLast);
+        }
+        return bGrew;
+    }
+
+    bool Grew(Held_s const & First, Held_s const & Last)
+    {
+        bool bGrew = Grew("Descriptors", First.nDescriptors, Last.nDescriptors, 1)
+                     | Grew("Threads", First.nThreads, Last.nThreads, 0)
+                     | Grew("Pages", First.nPages, Last.nPages, First.nPages / 20);
+        for (int i = 0; i < mem::TOTAL; ++i)
+        {
+            char const * const szName = MemoryCategoryName(static_cast<mem::Categories_e>(i));
+            bGrew |= Grew(szName, First.dCategories[i].iCount, Last.dCategories[i].iCount, 2 * THREADS);
+        }
+        return bGrew;
+    }
+
+    void Write(std::string const & sFile, std::string const & sText)
+    {
+        std::ofstream(sFile) << sText;
+    }
+
+    void RunThread(int iThread)
+    {
+        auto const eCategory = static_cast<mem::Categories_e>(2 + iThread);
+        std::string const sLog = "thread" + std::to_string(iThread) + ".log";
+        for (int i = 0; !g_bOver; ++i)
+        {
+            MemCategoryScope_c const Scope(eCategory);
+            auto const pBlock = std::make_unique<char[]>(static_cast<std::size_t>(1 + i % 5000));
+            SimpleProfilePush(SIMPLE_PROFILE_CONTEXT_0, SIMPLE_TIMER_SERVER_WORLDUPDATE);
+            SimpleProfilePop(SIMPLE_PROFILE_CONTEXT_0, SIMPLE_TIMER_SERVER_WORLDUPDATE);
+            if (i % SELDOM == 0)
+            {
+                Log("thread %i: %i", iThread, i);
+                Logf(sLog.c_str(), "%i", i);
+                Warning("thread %i complains", iThread);
+            }
+            if (i % (SELDOM / 50) == 0)
+            {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        }
+    }
+
+    void Save(std::string const & sFolder, int iFrame)
+    {
+        FileReplacement_c Replacement((sFolder + "/soak.sav").c_str());
+        BufferedWriteable_c Archive(Replacement.GetBeside(), ARCHIVE_SAVED_GAME_VERSION);
+        if (Archive.Open())
+        {
+            Archive.Serialize(iFrame);
+        }
+        if (!Archive.Close() || !Replacement.Commit())
+        {
+            std::printf("frame %i is not saved\n", iFrame);
+        }
+    }
+
+    void RunFrame(int iFrame, std::string const & sFolder)
+    {
+        ProfilerBeginFrame();
+        ProfilerPush("Files", false);
+        std::string const sFile = "table" + std::to_string(iFrame % FILES) + ".csv";
+        Warehouse_c Table;
+        int iValue = 0;
+        if (!Table.Open(sFile.c_str()) || !Table.FindIdent("row") || !Table.Get("value", iValue))
+        {
+            std::printf("frame %i: %s can't be read: %s\n", iFrame, sFile.c_str(),
+                static_cast<char const *>(Table.GetLastError().sReason));
+        }
+        File_c * const pNext = FileStream(("table" + std::to_string((iFrame + 7) % FILES) + ".csv").c_str());
+        void * const hRead = FileAsyncOpen(pNext, nullptr);
+        while (!FileAsyncIsLoaded(hRead))
+        {
+            std::this_thread::yield();
+        }
+        FileClose(pNext);
+        ProfilerPop();
+        Module_c::HeartbeatAllModulesFrame(0.01);
+        Module_c::HeartbeatAllModulesIdle();
+        if (iFrame % SELDOM == 0)
+        {
+            Write(sFolder + "/media/" + sFile, "@head;value\nrow;" + std::to_string(iFrame) + "\n");
+            Save(sFolder, iFrame);
+            Registry_c Key;
+            Key.OpenKey("soak\\values", true);
+            Key.WriteValue(("value" + std::to_string(iFrame % 7)).c_str(), iFrame);
+            Warning("frame %i complains", iFrame);
+        }
+        MemoryResetFrameAllocCount();
+        ++g_iLogFrameCounter;
+        ProfilerEndFrame();
+        ProfilerUpdateFrame(true);
+        SimpleProfileReset(SIMPLE_PROFILE_CONTEXT_0);
+    }
+
+    bool Run(int nFrames, std::string const & sFolder)
+    {
+        std::vector<std::thread> dThreads;
+        for (int i = 0; i < THREADS; ++i)
+        {
+            dThreads.emplace_back(RunThread, i);
+        }
+        Held_s First, Last;
+        std::printf("%10s %8s %10s %11s %7s %7s %10s\n", "frames", "blocks", "bytes", "descriptors", "threads", "pages",
+            "complaints");
+        for (int iTenth = 1; iTenth <= 10; ++iTenth)
+        {
+            for (int i = nFrames / 10 * (iTenth - 1); i < nFrames / 10 * iTenth; ++i)
+            {
+                RunFrame(i, sFolder);
+            }
+            Last = Hold();
+            First = iTenth == 2 ? Last : First;
+            std::printf("%10i %8td %10td %11td %7td %7ld %10i\n", nFrames / 10 * iTenth, Last.iBlocks, Last.iBytes,
+                Last.nDescriptors, Last.nThreads, Last.nPages, g_nComplaints.load());
+            std::fflush(stdout);
+        }
+        g_bOver = true;
+        for (std::thread & Thread : dThreads)
+        {
+            Thread.join();
+        }
+        return !Grew(First, Last);
+    }
+}
+
+int main(int nArguments, char ** dArguments)
+{
+    if (nArguments != 3)
+    {
+        std::fprintf(stderr, "soak FRAMES FOLDER\n");
+        return 2;
+    }
+    std::string const sFolder = std::filesystem::absolute(dArguments[2]).string();
+    std::filesystem::create_directories(sFolder + "/media");
+    for (int i = 0; i < FILES; ++i)
+    {
+        Write(sFolder + "/media/table" + std::to_string(i) + ".csv", "@head;value\nrow;" + std::to_string(i) + "\n");
+    }
+    plat::RegistrySetFolder(plat::RegistryTree_e::User, (sFolder + "/registry").c_str());
+    LogSetFile(std::filesystem::path(sFolder + "/log/").wstring().c_str(), L"message.log");
+    AppMiscStartup();
+    SetPQXMediaPath((sFolder + "/media").c_str());
+    SetAchtungs(false);
+    SetWarnings(false);
+    g_WarningsCallbacker.Add([](char const *) { ++g_nComplaints; }, false);
+    Module_c::Register(ModuleFile_c::Get());
+    Module_c::Register(ModuleProfiler_c::Get());
+    bool bFlat = false;
+    if (Module_c::InitializeAllModules())
+    {
+        FileTrackChanges((sFolder + "/media").c_str());
+        bFlat = Run(std::atoi(dArguments[1]), sFolder);
+    }
+    Module_c::ShutdownAllModules();
+    AppMiscShutdown();
+    return bFlat ? 0 : 1;
+}
