@@ -18,6 +18,11 @@ namespace plat
     /// the path as it was, if the folder is unknown or the result does not fit.
     bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize);
 
+    /// Whether the process has rights that its caller lacks (on Linux a set-user-id program or one with file
+    /// capabilities: the loader's secure mode). What it may read must then not be shown to the caller. Callable in a
+    /// signal handler.
+    bool ProcessIsSecure();
+
     /// Makes a folder the current one; false on failure.
     bool ProcessSetCurrentFolder(wchar_t const * szFolder);
 

@@ -10,9 +10,10 @@ namespace plat
     /// A file to write, 0 for none.
     using RawFile_t = int;
 
-    /// Opens a file, which is created if it isn't there, for writing behind its end. Each write has reached the disk
-    /// when it returns. 0 on failure.
-    RawFile_t RawOpenAppend(char const * szPath);
+    /// Makes a file that its owner alone may read, for writing. Each write has reached the disk when it returns. A file
+    /// that this user's processes made so before, and that none of them writes any more, is written on behind its end.
+    /// Nothing else that has the name is opened: bTaken then says so. 0 on failure.
+    RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
     /// False if not all was taken, and for no file.
     bool RawWrite(RawFile_t hFile, char const * pText, std::size_t nBytes);

@@ -88,7 +88,7 @@ namespace plat
         Symbols_c & operator=(Symbols_c const &) = delete;
 
         /// Starts the helper for the calling process and the thread with these registers, which must stay alive. False
-        /// without a helper; the walk then goes by frame pointers.
+        /// without a helper and where ProcessIsSecure (process.h): names and lines come from files; the walk then goes by frame pointers.
         bool Start(FaultContext_t const * pContext);
 
         /// Ends the helper. Costs nothing without one.

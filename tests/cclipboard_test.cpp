@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <signal.h>
+#include <sys/stat.h>
 
 namespace
 {
@@ -92,6 +93,15 @@ TEST_F(ClipboardTest, TextIsAppendedAndOutlivesTheClosing)
     m_Folder.Write("clip/board/busy", "of a killed process");
     EXPECT_EQ(TextOfClosed().size(), 65537u);
     EXPECT_FALSE(std::filesystem::exists(m_Folder.Join("clip/board/busy")));
+    ClipboardOpen();
+    ASSERT_EQ(mkfifo(m_Folder.Join("clip/board/busy").c_str(), 0600), 0);
+    ClipboardReset();
+    ClipboardClose();
+    for (char const * szFile : { "clip/board/=zq_text", "clip/board/lock" })
+    {
+        auto const Status = std::filesystem::status(m_Folder.Join(szFile));
+        EXPECT_TRUE(Status.permissions() == std::filesystem::perms(0600) && is_regular_file(Status)) << szFile;
+    }
 
     void (*const dCalls[])() = { [] { ClipboardPrintf("x"); }, ClipboardReset, ClipboardClose,
         [] { EXPECT_FALSE(ClipboardGetData(nullptr)); }, [] { EXPECT_FALSE(ClipboardIsEmpty()); } };

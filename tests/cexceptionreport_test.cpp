@@ -9,10 +9,16 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <regex>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace
 {
+    namespace fs = std::filesystem;
+
     using testing::ContainsRegex;
     using testing::EndsWith;
     using testing::HasSubstr;
@@ -44,7 +50,7 @@ namespace
         Crash.sOutput = Folder.Read("out");
         for (auto const & Entry : std::filesystem::recursive_directory_iterator(Folder.GetPath()))
         {
-            if (Entry.path().extension() == ".rpt")
+            if (Entry.path().extension() == ".rpt" && Entry.symlink_status().type() == fs::file_type::regular)
             {
                 ++Crash.nReports;
                 Crash.sReport += Folder.Read(Entry.path().lexically_relative(Folder.GetPath()).string());
@@ -244,6 +250,46 @@ TEST_F(CrashReport, AppendsToTheReportOfTheSameSecond)
     std::size_t const nSecond = Crash.sReport.rfind("\nPROGRAM IS CRASHED!!!");
     EXPECT_TRUE(IsComplete(Crash.sReport.substr(0, nSecond), "C0000005 ACCESS_VIOLATION"));
     EXPECT_TRUE(IsComplete(Crash.sReport.substr(nSecond), "C0000005 ACCESS_VIOLATION"));
+}
+
+TEST_F(CrashReport, IsPrivateAndLeavesAloneWhatHasItsName)
+{
+    for (std::string const sPlant : { "ln -s victim", "ln victim", "mkfifo", "mkdir" })
+    {
+        SCOPED_TRACE(sPlant);
+        TempFolder_c const Folder;
+        Folder.Write("victim", "kept");
+        std::string const sCommand = "cd '" + Folder.GetPath() + "' && chmod 600 victim && for s in $(seq 0 9); do "
+                                     + sPlant
+                                     + " $(date -d \"$s seconds\" +CrashReport_%-d.%-m.%Y__%-H_%-M_%-S.rpt); done";
+        ASSERT_EQ(std::system(sCommand.c_str()), 0);
+        Crash_t const Crash = RunIn(Folder, "read", "");
+        std::smatch Match;
+        std::regex const Saved("Crash log saved at .*/(CrashReport_[0-9._]+_[0-9a-f]{8}\\.rpt)\n");
+        ASSERT_TRUE(std::regex_search(Crash.sLog, Match, Saved)) << Crash.sLog;
+        EXPECT_TRUE(IsComplete(Folder.Read(Match[1].str()), "C0000005 ACCESS_VIOLATION"));
+        EXPECT_EQ(fs::status(Folder.Join(Match[1].str())).permissions(), fs::perms(0600));
+        EXPECT_EQ(Folder.Read("victim"), "kept");
+        EXPECT_LT(Crash.tSeconds, 5);
+    }
+}
+
+TEST_F(CrashReport, IsNotWrittenWithRightsThatTheCallerLacks)
+{
+    TempFolder_c const Folder;
+    struct statvfs Disk;
+    SKIP_IF(geteuid() != 0 || std::system("setpriv --version > /dev/null") != 0
+                || prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0) != 0 || statvfs(Folder.GetPath().c_str(), &Disk) != 0
+                || (Disk.f_flag & ST_NOSUID) != 0 || *TEST_EMULATOR != 0,
+        "no set-user-id program can be made here");
+    fs::copy_file(CRASHER_PATH, Folder.Join("crasher"));
+    ASSERT_EQ(chmod(Folder.Join("crasher").c_str(), 04755) + chmod(Folder.GetPath().c_str(), 0777), 0);
+    std::string const sProgram = "setpriv' --reuid=65534 --regid=65534 --clear-groups '" + Folder.Join("crasher");
+    Crash_t const Crash = RunIn(Folder, "read", ZQSYMBOLS_PATH, sProgram);
+    EXPECT_EQ(Crash.nReports, 0) << Crash.sReport;
+    EXPECT_THAT(Crash.sLog, HasSubstr("\tNo crash log saved: this process has rights that its caller lacks\n"));
+    EXPECT_THAT(Crash.sLog + Crash.sOutput, Not(HasSubstr("crasher.cpp"))) << "the lines of a source are its owner's";
+    EXPECT_EQ(Crash.iSignal, SIGSEGV);
 }
 
 TEST_F(CrashReport, NamesAStrippedProgramByItsSections)

@@ -18,6 +18,8 @@
 
 namespace
 {
+    namespace fs = std::filesystem;
+
     using plat::RegistryTree_e;
     using plat::RegistryType_e;
 
@@ -309,6 +311,13 @@ TEST_F(RegistryTest, ReadsNoValueFromADamagedFile)
     EXPECT_EQ(Read("Key", "Name"), "none") << "a pipe is not waited for";
     ASSERT_TRUE(Write("Key", "Name", "again"));
     EXPECT_EQ(Read("Key", "Name"), "again");
+    EXPECT_EQ(fs::status(m_Folder.Join(sFile)).permissions(), fs::perms(0600));
+    umask(022);
+    ASSERT_TRUE(plat::RegistryWrite(MACHINE, "Key", "Name", RegistryType_e::Text, "x", 1));
+    EXPECT_EQ(fs::status(m_Folder.Join("not/yet/machine/key/=name")).permissions(), fs::perms(0644));
+    fs::create_directory_symlink(m_Folder.MakeFolder("victim"), m_Folder.Join("user/key/planted"));
+    EXPECT_FALSE(Write("Key\\Planted", "Name", "x"));
+    EXPECT_TRUE(fs::is_empty(m_Folder.Join("victim")));
 }
 
 TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)

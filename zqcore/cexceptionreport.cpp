@@ -99,17 +99,32 @@ namespace
         return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
     }
 
-    // Folder and local time. A path that does not fit is none.
-    void ReportPath(char * szPath)
+    // Folder and local time, with szMore to tell reports of a second apart. A path that does not fit is none.
+    void ReportPath(char * szPath, char const * szMore)
     {
         plat::Utf8FromWide(szPath, PATH_SIZE, g_wszFolder);
         std::size_t const nFolder = std::strlen(szPath);
         plat::LocalTime_t const Time = plat::LocalTimeByKept();
-        int const nName = std::snprintf(szPath + nFolder, PATH_SIZE - nFolder, "/CrashReport_%d.%d.%d__%d_%d_%d.rpt",
-            Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond);
+        int const nName = std::snprintf(szPath + nFolder, PATH_SIZE - nFolder, "/CrashReport_%d.%d.%d__%d_%d_%d%s.rpt",
+            Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond, szMore);
         if (nFolder + static_cast<std::size_t>(nName) >= PATH_SIZE)
         {
             szPath[0] = '\0';
+        }
+    }
+
+    // Opens the report's file. A name that is taken by anything but an earlier report of this user is left alone, and
+    // one that nobody foresees is used.
+    void OpenReport(char * szPath)
+    {
+        constexpr int TRIES = 16;
+        char szMore[16] = "";
+        bool bTaken = true;
+        for (int i = 0; i < TRIES && bTaken; ++i)
+        {
+            ReportPath(szPath, szMore);
+            g_hReport = plat::RawMakePrivate(szPath, bTaken);
+            std::snprintf(szMore, sizeof szMore, "_%08" PRIx32, static_cast<std::uint32_t>(plat::GoodClockTicks()));
         }
     }
 
@@ -291,9 +306,15 @@ wchar_t const * ExceptionReport_c::GetLogFileName() const
 long ExceptionReport_c::UnhandledExceptionFilter(plat::FaultPointers_t const * pFault)
 {
     char szPath[PATH_SIZE];
-    ReportPath(szPath);
-    g_hReport = plat::RawOpenAppend(szPath);
-    Guarded(HOST_LIMIT, [&szPath] { Log("Crash log saved at %s", szPath); });
+    if (plat::ProcessIsSecure())
+    {
+        Guarded(HOST_LIMIT, [] { Log("No crash log saved: this process has rights that its caller lacks"); });
+    }
+    else
+    {
+        OpenReport(szPath);
+        Guarded(HOST_LIMIT, [&szPath] { Log("Crash log saved at %s", szPath); });
+    }
     g_bWriting = true;
     WriteReport(*pFault);
     g_bWriting = false;

@@ -5,6 +5,11 @@
 // stack is shown in a dialog and copied to the main log, the log is closed, and the fault goes on to whoever handled it
 // before. docs/formats.md tells the file.
 //
+// The file is private to its user. Its name comes from the second; a report that another crash of the same user left
+// there is continued, and anything else of that name stays as it is: the report's name then goes on "_" and eight
+// hexadecimal digits. A process that has rights which its caller lacks (a set-user-id program) writes no file, looks up
+// no names and logs one line that says so: what it can read is not its caller's to see.
+//
 // The one instance arms itself while the library is loaded. The report is written by the thread that faulted, on its
 // alternate stack, with buffers that are static or on that stack and with pages of the system: it takes nothing from
 // the heap and waits for no lock. A second thread that faults meanwhile waits for the end and passes its fault on

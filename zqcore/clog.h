@@ -4,8 +4,8 @@
 // frame in front: "%8.3f\t%i\t%s\n". Each line is flushed at once, with one write to the end of the file, whoever else
 // writes to it. Lines are cut at 2048 characters and cost no memory. Any thread may log at any time, and the child of a
 // fork; a line that nobody listens to goes nowhere. Lines that a full disk does not take are lost; the next one that is
-// written comes after a line "Log lines lost here: N". The list of listeners has no lock; listeners are added at
-// start-up.
+// written comes after a line "Log lines lost here: N". The file is a regular one: a link, pipe or device of its name is
+// refused, and the log stays closed. The list of listeners has no lock; listeners are added at start-up.
 #pragma once
 
 #include "zqcore/cconfig.h"

@@ -10,6 +10,7 @@
 #include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folderreader.h"
+#include "platform/linux/openfile.h"
 #include "platform/linux/registryrecord.h"
 #include "platform/linux/userfolder.h"
 
@@ -75,11 +76,12 @@ namespace plat
         // A locked file; -1 if another process has the lock.
         int OpenLock(int iFolder)
         {
-            Descriptor_c Lock(openat(iFolder, LOCK_FILE, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+            Descriptor_c Lock(openat(iFolder, LOCK_FILE, O_RDWR | O_CREAT | UNTRUSTED, PRIVATE_FILE_MODE));
             struct flock Whole = {};
             Whole.l_type = F_WRLCK;
             Whole.l_whence = SEEK_SET;
-            return Lock.IsOpen() && fcntl(Lock.Get(), F_SETLK, &Whole) == 0 ? Lock.Release() : -1;
+            return Lock.IsOpen() && IsRegular(Lock.Get()) && fcntl(Lock.Get(), F_SETLK, &Whole) == 0 ? Lock.Release()
+                                                                                                     : -1;
         }
 
         // The format of a number, in an open clipboard; null if there is none.
@@ -130,7 +132,7 @@ namespace plat
         // The contents of a file; null if there is none, or it is no block.
         ClipboardBlock_t LoadBlock(int iFolder, char const * szFile)
         {
-            Descriptor_c const File(openat(iFolder, szFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+            Descriptor_c const File(openat(iFolder, szFile, O_RDONLY | UNTRUSTED));
             struct stat Stat;
             if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode)
                 || Stat.st_size > static_cast<off_t>(CLIPBOARD_LIMIT))
@@ -144,8 +146,7 @@ namespace plat
 
         bool StoreBlock(int iFolder, char const * szFile, ClipboardBlock_s const & Block)
         {
-            Descriptor_c const File(
-                openat(iFolder, BUSY_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+            Descriptor_c const File(MakeAnew(iFolder, BUSY_FILE, PRIVATE_FILE_MODE));
             bool const bStored = File.IsOpen() && WriteFully(File.Get(), Block.dBytes.data(), Block.dBytes.size())
                                  && renameat(iFolder, BUSY_FILE, iFolder, szFile) == 0;
             if (!bStored)

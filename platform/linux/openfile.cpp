@@ -99,6 +99,13 @@ namespace plat
         return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) == 0;
     }
 
+    int MakeAnew(int iFolder, char const * szName, mode_t iMode)
+    {
+        int const iFile = openat(iFolder, szName, MAKE_NEW, iMode);
+        bool const bLeft = iFile < 0 && errno == EEXIST && unlinkat(iFolder, szName, 0) == 0;
+        return bLeft ? openat(iFolder, szName, MAKE_NEW, iMode) : iFile;
+    }
+
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode)
     {
         constexpr int TRIES = 100;   // for a file that others make and delete meanwhile

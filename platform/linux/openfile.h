@@ -51,6 +51,10 @@ namespace plat
     /// Whether a path names anything, a link that leads nowhere included.
     bool IsThere(DiskPath_c & Path);
 
+    /// Makes a file for writing in an open folder, in place of one that a dead writer left there. Returns -1 on failure,
+    /// also if what is there can't be unlinked.
+    int MakeAnew(int iFolder, char const * szName, mode_t iMode);
+
     /// Opens the regular file that is there in any spelling, for writing. With O_CREAT a file that is not there is made
     /// in the path's own spelling, exclusively and in the folder that was found; with O_EXCL too, one that is there in
     /// any spelling is refused. O_TRUNC empties a file that passed. Returns -1 on failure: ELOOP for a link as the last

@@ -17,6 +17,7 @@
 #include <cwchar>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/auxv.h>
 #include <sys/single_threaded.h>
 
 namespace plat
@@ -53,6 +54,11 @@ namespace plat
             }
             return p ? std::atoi(p) : 0;
         }
+    }
+
+    bool ProcessIsSecure()
+    {
+        return getauxval(AT_SECURE) != 0;
     }
 
     int ProcessOtherThreads()

@@ -4,12 +4,14 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folding.h"
+#include "platform/linux/openfile.h"
 #include "platform/memory.h"
 
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -71,12 +73,38 @@ namespace plat
                 *pEnd = '/';
             }
         }
+
+        // Whether a file is one that MakeOrContinue made for this user, under this name alone.
+        bool IsOwn(struct stat const & File)
+        {
+            return S_ISREG(File.st_mode) && (File.st_mode & 07777) == PRIVATE_FILE_MODE && File.st_uid == geteuid()
+                   && File.st_nlink == 1;
+        }
+
+        // The lock says that the file is being written; where there are no locks, nothing does.
+        bool ClaimWriting(int hFile)
+        {
+            return flock(hFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+        }
+
+        int MakeOrContinue(char const * szPath, bool & bTaken)
+        {
+            constexpr int WRITE_ON = O_APPEND | O_DSYNC;
+            Descriptor_c File(open(szPath, MAKE_NEW | WRITE_ON, PRIVATE_FILE_MODE));
+            if (!File.IsOpen() && errno == EEXIST)
+            {
+                struct stat Stat;
+                bool const bOwn = lstat(szPath, &Stat) == 0 && IsOwn(Stat);
+                File.Reset(bOwn ? open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED) : -1);
+                bTaken = !File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !IsOwn(Stat);
+            }
+            bTaken = bTaken || (File.IsOpen() && !ClaimWriting(File.Get()));
+            return bTaken ? -1 : File.Release();
+        }
     }
 
-    RawFile_t RawOpenAppend(char const * szPath)
+    RawFile_t RawMakePrivate(char const * szPath, bool & bTaken)
     {
-        constexpr int FLAGS = O_WRONLY | O_CREAT | O_APPEND | O_DSYNC | O_CLOEXEC | O_NOCTTY;
-        constexpr mode_t MODE = 0666;
         char szHost[PATH_MAX];
         std::size_t const nPath = strnlen(szPath, PATH_MAX - 1);
         for (std::size_t i = 0; i < nPath; ++i)
@@ -84,11 +112,12 @@ namespace plat
             szHost[i] = szPath[i] == '\\' ? '/' : szPath[i];
         }
         szHost[nPath] = '\0';
-        int hFile = open(szHost, FLAGS, MODE);
+        bTaken = false;
+        int hFile = MakeOrContinue(szHost, bTaken);
         if (hFile < 0 && errno == ENOENT)
         {
             TakeSpellings(szHost);
-            hFile = open(szHost, FLAGS, MODE);
+            hFile = MakeOrContinue(szHost, bTaken);
         }
         if (hFile == 0)   // standard input was closed; 0 is no file here
         {

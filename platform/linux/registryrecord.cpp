@@ -5,6 +5,7 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folding.h"
+#include "platform/linux/openfile.h"
 
 #include <atomic>
 #include <climits>
@@ -110,12 +111,12 @@ namespace plat
                 static_cast<unsigned long long>(Now.tv_sec) * 1000000000u + static_cast<unsigned long>(Now.tv_nsec));
         }
 
-        int MakeBusyFile(int iFolder, char const * szBusy)
+        // A record is private, unless its key's folder may be read by others.
+        mode_t RecordMode(int iFolder)
         {
-            constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-            int const iFile = openat(iFolder, szBusy, FLAGS, 0644);
-            bool const bLeft = iFile < 0 && errno == EEXIST && unlinkat(iFolder, szBusy, 0) == 0;
-            return bLeft ? openat(iFolder, szBusy, FLAGS, 0644) : iFile;
+            struct stat Stat;
+            mode_t const iReaders = fstat(iFolder, &Stat) == 0 ? Stat.st_mode & (S_IRGRP | S_IROTH) : 0;
+            return PRIVATE_FILE_MODE | iReaders;
         }
 
         // FNV-1a of 64 bits.
@@ -169,7 +170,7 @@ namespace plat
 
     bool LoadRecord(int iFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record)
     {
-        Descriptor_c const File(openat(iFolder, szFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        Descriptor_c const File(openat(iFolder, szFile, O_RDONLY | UNTRUSTED));
         struct stat Stat;
         if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0)
         {
@@ -189,7 +190,7 @@ namespace plat
         RecordBytes_t const aBytes = PackRecord(Record);
         char szBusy[64];
         MakeBusyName(szBusy, bAlone);
-        Descriptor_c const File(MakeBusyFile(iFolder, szBusy));
+        Descriptor_c const File(MakeAnew(iFolder, szBusy, RecordMode(iFolder)));
         if (!File.IsOpen())
         {
             return false;

@@ -4,6 +4,7 @@
 #include "platform/faults.h"
 #include "platform/linux/symbolprotocol.h"
 #include "platform/memory.h"
+#include "platform/process.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -195,7 +196,7 @@ namespace plat
         m_nWaited = 0;
         Rewind();
         ErrnoScope_s const Scope;
-        return g_szHelper[0] != '\0' && Launch() && Greet();
+        return g_szHelper[0] != '\0' && !ProcessIsSecure() && Launch() && Greet();
     }
 
     // Not a fork: a child with its own copy of a large process's page tables would cost more than the whole walk.

@@ -45,6 +45,7 @@ namespace plat
 
     int OpenFolder(int iParent, char const * szName)
     {
-        return openat(iParent, szName, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        int const iLinks = iParent == AT_FDCWD ? 0 : O_NOFOLLOW;
+        return openat(iParent, szName, O_RDONLY | O_DIRECTORY | O_CLOEXEC | iLinks);
     }
 }

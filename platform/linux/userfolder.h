@@ -12,6 +12,6 @@ namespace plat
     /// Makes each folder of an absolute path that is not there yet.
     void MakeFolders(char * szPath, mode_t iMode);
 
-    /// Opens a folder; -1 on failure.
+    /// Opens a folder by a path, or with a parent by its name there, where a link is none. -1 on failure.
     int OpenFolder(int iParent, char const * szName);
 }
