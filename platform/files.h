@@ -96,6 +96,13 @@ namespace plat
     /// open on it; where the system can't say so, it is emptied.
     std::FILE * StreamOpenLog(char const * szPath);
 
+    /// Begins a log anew that holds more than nLimit bytes. Its file gets the name szPath with ".1" at its end, those of
+    /// earlier calls ".2" to ".nFormer", and the stream goes on with a new file szPath; with nFormer 0 the file is
+    /// emptied. A file that another process has begun anew already is left to its name. StreamOpenLog has opened
+    /// pStream with szPath; others may write to it meanwhile. Returns the bytes of the stream's file, which after a
+    /// failure is the old one.
+    std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nFormer);
+
     /// Whether a stream is as StreamOpenLog opens it, and not another one at the same address.
     bool StreamIsUnbuffered(std::FILE * pStream);
 

@@ -262,6 +262,45 @@ TEST_F(Logs, AFullDiskTearsNoLaterLineAndTheLostOnesAreCounted)
     EXPECT_THAT(m_Folder.Read("message.log"), testing::HasSubstr("\tLog lines lost here: 1\n"));
 }
 
+TEST_F(Logs, ALimitKeepsSomeFormerFilesAndCutsNoLine)
+{
+    constexpr int LIMIT = 3000, LINES = 1000;
+    OpenMainLog();
+    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    LogSetLimit(LIMIT, 2);
+    auto const Write = [](int)
+    {
+        for (int i = 0; i < LINES; ++i)
+        {
+            Log("line %i of all", i);
+            Logf("named.log", "line %i of all", i);
+        }
+    };
+    InThreads(4, Write);
+    Write(0);   // alone, so that no line comes while a file is begun anew
+    LogSetLimit(LIMIT, 0);
+    Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
+    Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
+    Logf("emptied.log", "last");
+    LogSetLimit(0, 0);
+    EXPECT_EQ(m_Folder.Read("emptied.log"), "last\n");
+    for (std::string const sName : { "message.log", "named.log" })
+    {
+        EXPECT_FALSE(fs::exists(m_Folder.Join(sName + ".3")));
+        for (std::string const & sFile : { sName, sName + ".1", sName + ".2" })
+        {
+            std::string const sText = m_Folder.Read(sFile);
+            EXPECT_LE(sText.size(), LIMIT + 40u) << sFile;
+            std::istringstream Lines(sText);
+            for (std::string sLine; std::getline(Lines, sLine);)
+            {
+                EXPECT_THAT(sLine, testing::ContainsRegex("(^|\t)line [0-9]+ of all$")) << sFile;
+            }
+        }
+        EXPECT_THAT(m_Folder.Read(sName) + m_Folder.Read(sName + ".1"), testing::HasSubstr("line 999 of all\n"));
+    }
+}
+
 TEST_F(Logs, AHostsOwnStreamGetsItsLinesInOrder)
 {
     OpenMainLog();

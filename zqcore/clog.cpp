@@ -44,6 +44,9 @@ namespace
     constinit plat::Lock_c g_HostStreamLock;   // held until a host's stream holds nothing that a fork would double
     plat::ForkLock_c const g_HostStreamForkLock(g_HostStreamLock);
 
+    constinit plat::Lock_c g_LimitLock;   // held by the thread that begins a file anew
+    plat::ForkLock_c const g_LimitForkLock(g_LimitLock);
+
     void CopyPath(wchar_t * wszTo, wchar_t const * wszFrom)
     {
         std::wcsncpy(wszTo, wszFrom ? wszFrom : L"", PATH_SIZE - 1);
@@ -60,6 +63,37 @@ namespace
         char m_aRoom[LINE_PREFIX_SIZE + LINE_SIZE];
     };
 
+    // Folder and name as one path, with the folder's levels created.
+    void FullPath(wchar_t * wszPath, wchar_t const * wszName)
+    {
+        wchar_t wszFolder[PATH_SIZE];
+        CopyPath(wszFolder, g_wszFolder);
+        LogCreateFolders(wszFolder);
+        CopyPath(wszPath, wszFolder);
+        std::wcsncat(wszPath, wszName, PATH_SIZE - 1 - std::wcslen(wszPath));
+    }
+
+    wchar_t const * FileNameOrDefault()
+    {
+        return g_wszFile[0] ? g_wszFile : L"message.log";
+    }
+
+    void MessageLogPath(char (&szPath)[LogStream_c::PATH_SIZE])
+    {
+        wchar_t wszPath[PATH_SIZE];
+        FullPath(wszPath, FileNameOrDefault());
+        plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
+    }
+
+    // Creates the folder on the way.
+    template <typename OPEN>
+    std::FILE * OpenMessageLog(OPEN Open)
+    {
+        char szPath[LogStream_c::PATH_SIZE];
+        MessageLogPath(szPath);
+        return Open(szPath);
+    }
+
     // Writes the line in place, and leaves the text as it was. False if it is lost.
     bool WriteStamped(std::FILE * pFile, Line_c & Line, std::size_t nText)
     {
@@ -69,6 +103,7 @@ namespace
         *pEnd = '\n';
         bool const bWritten = g_MessageLog.Write(pFile, pBegin, static_cast<std::size_t>(pEnd + 1 - pBegin));
         *pEnd = '\0';
+        g_MessageLog.Limit(pFile, static_cast<std::size_t>(pEnd + 1 - pBegin), MessageLogPath);
         return bWritten;
     }
 
@@ -107,32 +142,6 @@ namespace
     {
         Line_c Line;
         WriteLine(Line, StrCopy(Line.Text(), szText, LINE_SIZE));
-    }
-
-    // Folder and name as one path, with the folder's levels created.
-    void FullPath(wchar_t * wszPath, wchar_t const * wszName)
-    {
-        wchar_t wszFolder[PATH_SIZE];
-        CopyPath(wszFolder, g_wszFolder);
-        LogCreateFolders(wszFolder);
-        CopyPath(wszPath, wszFolder);
-        std::wcsncat(wszPath, wszName, PATH_SIZE - 1 - std::wcslen(wszPath));
-    }
-
-    wchar_t const * FileNameOrDefault()
-    {
-        return g_wszFile[0] ? g_wszFile : L"message.log";
-    }
-
-    // Creates the folder on the way.
-    template <typename OPEN>
-    std::FILE * OpenMessageLog(OPEN Open)
-    {
-        wchar_t wszPath[PATH_SIZE];
-        FullPath(wszPath, FileNameOrDefault());
-        char szPath[PATH_SIZE * 4];
-        plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
-        return Open(szPath);
     }
 
     bool HasListener(Listener_t fnListener)
@@ -184,6 +193,29 @@ ZQ_COLD bool LogStream_c::EndTornLine(std::FILE * pStream)
     bool const bEnded = (m_nLost.fetch_and(~TORN) & TORN) == 0 || WriteSome(pStream, "\n", 1) == 1;
     m_nLost |= bEnded ? 0 : TORN;
     return bEnded;
+}
+
+constinit std::atomic<std::uint64_t> LogStream_c::s_nLimit = 0;
+constinit std::atomic<int> LogStream_c::s_nFormer = 0;
+
+void LogStream_c::SetLimit(std::uint64_t nLimit, int nFormer)
+{
+    s_nFormer.store(std::max(nFormer, 0));
+    s_nLimit.store(nLimit);
+}
+
+ZQ_COLD void LogStream_c::BeginAnew(std::FILE * pStream, char const * szPath)
+{
+    if (g_LimitLock.TryEnter())   // else another thread is at it
+    {
+        m_nSize = plat::StreamLimitLog(pStream, szPath, s_nLimit, s_nFormer);
+        g_LimitLock.Leave();
+    }
+}
+
+void LogSetLimit(std::uint64_t nBytes, int nFormer)
+{
+    LogStream_c::SetLimit(nBytes, nFormer);
 }
 
 void LogCreateFolders(wchar_t * sFolder)

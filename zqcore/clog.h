@@ -11,6 +11,7 @@
 #include "zqcore/cconfig.h"
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 
 /// Characters of one line, without the terminator.
@@ -34,6 +35,12 @@ ZQ_API void LogInit();
 
 /// Frees the list of listeners and closes the main log.
 ZQ_API void LogDone();
+
+/// Limits the files of the main log and of each named log. After the line that takes a file beyond nBytes the file
+/// gets ".1" at the end of its name, earlier ones ".2" to ".nFormer", and a new file is begun. With nFormer 0 the file
+/// is emptied. Lines that other threads write meanwhile may still go to the old file. nBytes 0, as at first, is no
+/// limit. A host's own stream has none. Any thread, at any time.
+ZQ_API void LogSetLimit(std::uint64_t nBytes, int nFormer);
 
 /// Adds a listener, which is called ahead of those that are there. It stays until LogDone.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));

@@ -1,6 +1,8 @@
 // clog_internal.h: what the logs share, and what the crash report and the heap's report at exit need of them.
 #pragma once
 
+#include "platform/compiler.h"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -17,10 +19,28 @@ public:
     {
         m_pOwn = pStream;
         m_nLost = 0;
+        m_nSize = UNKNOWN_SIZE;
     }
 
     /// Writes a text that ends with its line end. False if it is lost, which is counted.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
+
+    /// After a line, begins the file anew if it has outgrown the limit of LogSetLimit. Path(szPath) writes the path that the
+    /// own stream was opened with.
+    template <typename PATH>
+    void Limit(std::FILE * pStream, std::size_t nLine, PATH const & Path)
+    {
+        std::uint64_t const nLimit = s_nLimit.load(std::memory_order_relaxed);
+        if (nLimit != 0 && pStream == m_pOwn && (m_nSize += nLine) > nLimit) [[unlikely]]
+        {
+            BeginAnewAt(pStream, Path);
+        }
+    }
+
+    /// Sets the limit of all logs.
+    static void SetLimit(std::uint64_t nLimit, int nFormer);
+
+    static constexpr std::size_t PATH_SIZE = 4 * 1024 + 64 + 1;   // of a path that Limit asks for
 
     bool HasLost() const { return m_nLost.load(std::memory_order_relaxed) != 0; }
 
@@ -36,7 +56,22 @@ private:
     std::size_t WriteSome(std::FILE * pStream, char const * pText, std::size_t nText) const;
     bool EndTornLine(std::FILE * pStream);
 
+    template <typename PATH>
+    ZQ_COLD void BeginAnewAt(std::FILE * pStream, PATH const & Path)
+    {
+        char szPath[PATH_SIZE];
+        Path(szPath);
+        BeginAnew(pStream, szPath);
+    }
+
+    void BeginAnew(std::FILE * pStream, char const * szPath);
+
+    static constexpr std::uint64_t UNKNOWN_SIZE = std::uint64_t{ 1 } << 62;
+    static std::atomic<std::uint64_t> s_nLimit;
+    static std::atomic<int> s_nFormer;
+
     std::FILE * m_pOwn = nullptr;
+    std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit
     std::atomic<std::uint32_t> m_nLost = 0;
 };
 

@@ -59,9 +59,8 @@ namespace
         plat::FolderCreate(szFolder);
     }
 
-    std::FILE * OpenInLogPath(char const * szName)
+    void PathInLogPath(char const * szName, char (&szPath)[LogStream_c::PATH_SIZE])
     {
-        char szPath[PATH_SIZE * 4 + 64 + 1];
         std::size_t const nFolder = plat::Utf8FromWide(szPath, PATH_SIZE * 4, g_wszLogPath);
         char * const pName = szPath + nFolder + (nFolder ? 1 : 0);
         if (nFolder)
@@ -69,8 +68,14 @@ namespace
             szPath[nFolder] = '\\';
         }
         StrCopy(pName, szName, 64 + 1);
+    }
+
+    std::FILE * OpenInLogPath(char const * szName)
+    {
+        char szPath[LogStream_c::PATH_SIZE];
+        PathInLogPath(szName, szPath);
         std::FILE * pFile = plat::StreamOpenLog(szPath);
-        if (!pFile && nFolder)
+        if (!pFile && g_wszLogPath[0])
         {
             CreateLogFolder();
             pFile = plat::StreamOpenLog(szPath);
@@ -142,6 +147,11 @@ namespace
         if (Found.pFile && Found.pStream->Write(Found.pFile, pText, nText) && Found.pStream->HasLost()) [[unlikely]]
         {
             ReportLost(szName, Found.pStream->TakeLost());
+        }
+        if (Found.pFile)
+        {
+            Found.pStream->Limit(
+                Found.pFile, nText, [szName](auto & szPath) { PathInLogPath(String_T<64>(szName), szPath); });
         }
     }
 }

@@ -95,6 +95,18 @@ namespace plat
             }
         }
 
+        // Gives a file the name with ".1" at its end, that one ".2", and so on; the last one goes.
+        void RenameFormer(char const * szPath, int nFormer)
+        {
+            char szFrom[PATH_MAX + 16], szTo[PATH_MAX + 16];
+            for (int i = nFormer; i > 0; --i)
+            {
+                std::snprintf(szFrom, sizeof szFrom, i > 1 ? "%s.%i" : "%s", szPath, i - 1);
+                std::snprintf(szTo, sizeof szTo, "%s.%i", szPath, i);
+                rename(szFrom, szTo);
+            }
+        }
+
         // Copies what is left of one file to the other: inside the kernel as far as it can, then through a buffer.
         bool CopyContents(int iFrom, int iTo)
         {
@@ -253,6 +265,36 @@ namespace plat
             EmptyUnlessShared(fileno(pStream));
         }
         return pStream;
+    }
+
+    std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nFormer)
+    {
+        int const iFile = fileno(pStream);
+        struct stat Own;
+        if (fstat(iFile, &Own) != 0 || static_cast<std::uint64_t>(Own.st_size) <= nLimit)
+        {
+            return static_cast<std::uint64_t>(Own.st_size);
+        }
+        DiskPath_c Path(szPath);
+        struct stat Named;
+        bool const bNamed = Path.Try([&Named](char const * szTry) { return lstat(szTry, &Named); }) == 0;
+        if (nFormer == 0)
+        {
+            return ftruncate(iFile, 0) == 0 ? 0 : static_cast<std::uint64_t>(Own.st_size);
+        }
+        if (bNamed && Named.st_dev == Own.st_dev && Named.st_ino == Own.st_ino)
+        {
+            RenameFormer(Path.Get(), nFormer);
+        }
+        Descriptor_c New(OpenToWrite(szPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, NEW_FILE_MODE));
+        struct stat Fresh;
+        if (!New.IsOpen() || fstat(New.Get(), &Fresh) != 0)
+        {
+            return static_cast<std::uint64_t>(Own.st_size);
+        }
+        flock(New.Get(), LOCK_SH | LOCK_NB);   // keeps the next run from emptying it
+        dup3(New.Get(), iFile, O_CLOEXEC);
+        return static_cast<std::uint64_t>(Fresh.st_size);
     }
 
     bool StreamIsUnbuffered(std::FILE * pStream)
