@@ -53,10 +53,15 @@ namespace plat
         void * pOwner = nullptr;   // a window of the host, or null
     };
 
+    /// Called on the thread that complains, on several at a time.
     using DialogHandler_t = DialogAnswer_e (*)(Dialog_t const & Dialog);
 
     /// Shows the dialog and waits for the answer. Any thread.
     DialogAnswer_e DialogShow(Dialog_t const & Dialog);
+
+    /// Prints a caption and a text on standard error, as a dialog does that nobody attends. Any thread and a crash path:
+    /// takes no heap and no lock.
+    void DialogPrint(char const * szCaption, char const * szText);
 
     /// Whether there is someone to answer: a host's dialog, or a terminal.
     bool DialogIsAttended();

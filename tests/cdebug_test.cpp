@@ -3,8 +3,10 @@
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
+#include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 
+#include <atomic>
 #include <csignal>
 
 // Its members fail, to be named by the complaint, and return the line.
@@ -210,6 +212,100 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATail)
     EXPECT_EQ(TakeTrace(), "L");
 }
 
+TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
+{
+    static std::atomic<int> s_nHeard, s_nInside, s_nNested;
+    s_nHeard = s_nInside = s_nNested = 0;
+    LogDone();
+    g_WarningsCallbacker.Reset();
+    g_WarningsCallbacker.Add([](char const *) { ++s_nNested; }, false);
+    g_WarningsCallbacker.Add(
+        [](char const * szText)
+        {
+            EXPECT_EQ(s_nInside++, 0) << "another thread is in a receiver";
+            Warning("inside a receiver, which is dropped");
+            --s_nInside;
+            ++s_nHeard % 7 == 0 ? throw szText : void();
+        },
+        false);
+    InThreads(8,
+        [](int iThread)
+        {
+            for (int i = 0; i < 500; ++i)
+            {
+                try
+                {
+                    iThread % 2 ? Warning("%i", i) : Achtung("thread %i: %i", iThread, i);
+                }
+                catch (char const *)
+                {}
+            }
+        });
+    EXPECT_EQ(s_nHeard, 8 * 500);
+    EXPECT_EQ(s_nNested, 8 * 500 - 8 * 500 / 7);
+}
+
+TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
+{
+    static int s_nHeard;
+    static Gate_c s_Inside;
+    LogDone();
+    g_WarningsCallbacker.Reset();
+    g_WarningsCallbacker.Add(
+        [](char const * szText)
+        {
+            ++s_nHeard;
+            s_Inside.Open();
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            if (szText[0] == 'f')
+            {
+                EXPECT_EQ(StatusOfChild(StartChild([] { return Warning("dropped"), s_nHeard; })), 1);
+            }
+            szText[0] == 'e' ? AssertFailed("the end") : void();
+        },
+        false);
+    Warning("fork");
+    std::thread Other([] { Warning("while another thread forks"); });
+    EXPECT_TRUE(s_Inside.Wait() && s_Inside.Wait());
+    EXPECT_EQ(StatusOfChild(StartChild([] { return Warning("heard in the child"), s_nHeard; })), 3);
+    Other.join();
+    auto const End = []
+    {
+        static std::thread s_Waits;
+        s_Waits = std::thread([] { s_Inside.Wait() ? Warning("waits, and goes on when the process ends") : void(); });
+        std::atexit([] { s_Waits.join(); });
+        g_silentMode = true;
+        Warning("end");
+    };
+    EXPECT_EXIT(End(), testing::ExitedWithCode(1), "the end");
+}
+
+TEST_F(Complaints, WithALocationKeepTextAndPlaceOfTheirThread)
+{
+    static std::vector<std::string> s_dTexts;
+    plat::DialogSetHandler(
+        [](plat::Dialog_t const & Dialog) { return s_dTexts.emplace_back(Dialog.szText), Answer_e::No; });
+    ExceptionReport_c::SetSymbolHelper("");
+    InThreads(8,
+        [](int i)
+        {
+            DebugMessages_c & Messages = DebugMessages_c::Get();
+            std::string const sText(16000, static_cast<char>('a' + i));
+            auto const fnWarn = Messages.SetLocation("file.cpp", i);
+            Messages.DebugAssert("file.cpp", i, sText.c_str());
+            (Messages.*fnWarn)("%s", sText.c_str());
+        });
+    ExceptionReport_c::SetSymbolHelper(ZQSYMBOLS_PATH);
+    EXPECT_EQ(s_dTexts.size(), 16u);
+    for (std::string const & sText : s_dTexts)
+    {
+        std::string const sOwn(16000, sText[10]);
+        std::string const sLine = "\r\nFile: \tfile.cpp\r\nLine:\t" + std::to_string(sText[10] - 'a') + "\r";
+        EXPECT_THAT(
+            sText, StartsWith("Warning: \t" + sOwn + (sText[16010] == '\t' ? '\t' + sOwn : YES_NO_TAIL) + sLine));
+    }
+}
+
 TEST_F(Complaints, ADialogThatThrowsSilencesNoLaterOne)
 {
     g_eAnswer = THROW;
@@ -235,12 +331,14 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
     // What complains, whether silently, the answer, the exit status or below 0 the signal, and the trace; an exit puts a
     // dot after it.
     for (auto const & [fnComplain, bSilent, eAnswer, iStatus, szTrace] :
-        Rows_t<void (*)(), bool, Answer_e, int, char const *>{ { Assertion, true, Answer_e::Ignore, 1, "^CLx\\." },
+        Rows_t<void (*)(), bool, Answer_e, int, char const *>{
+            { Assertion, true, Answer_e::Ignore, 1, "^CLxAssertion failed!\nassertion\n\\." },
             { Assertion, false, Answer_e::Abort, -SIGTRAP, "^CLxDX" },
-            { Assertion, false, Answer_e::Retry, -SIGTRAP, "^CLxDX" }, { Attention, true, Answer_e::No, 1, "^LW\\." },
+            { Assertion, false, Answer_e::Retry, -SIGTRAP, "^CLxDX" },
+            { Attention, true, Answer_e::No, 1, "^LWACHTUNG!\nattention\n\\." },
             { Attention, false, Answer_e::Cancel, 0, "^LWD\\." }, { Attention, false, Answer_e::Yes, -SIGTRAP, "^LWD" },
-            { End, true, Answer_e::Ok, 1, "^LxMX" }, { End, false, Answer_e::Ok, -SIGTRAP, "^LxMDX" },
-            { End, false, Answer_e::Cancel, -SIGTRAP, "^LxMDX" },
+            { End, true, Answer_e::Ok, 1, "^LxMApplication aborted!\nabort 1\nX" },
+            { End, false, Answer_e::Ok, -SIGTRAP, "^LxMDX" }, { End, false, Answer_e::Cancel, -SIGTRAP, "^LxMDX" },
             { Located, false, Answer_e::Cancel, 255, "^D, then 7\\." },
             { Located, false, Answer_e::Yes, -SIGTRAP, "^D" }, { Error, false, Answer_e::Ok, -SIGTRAP, "^D" },
             { Break, false, Answer_e::Yes, -SIGTRAP, "^D" } })

@@ -4,7 +4,8 @@
 // The function added last is called first. An exclusive entry hides all others. A callback that adds or removes
 // anything ends the firing at once, and firing the same list inside a firing does nothing unless it is forced. An
 // exception of a callback ends the firing and passes through to whoever fired. Lists have no lock: adding and removing
-// belong to start-up, shutdown and the thread that fires.
+// belong to start-up, shutdown and the thread that fires. The events that the library fires on any thread (those of
+// complaints and of files) have locks beside them, so that their receivers run one thread at a time (cdebug.h, cfile.h).
 #pragma once
 
 #include "zqcore/cdebug.h"

@@ -26,7 +26,6 @@
 constinit bool g_silentMode = false;
 constinit bool g_bEnableWarnings = false;
 constinit bool g_isAborting = false;
-constinit bool DebugMessages_c::s_bExitRequested = false;
 
 namespace
 {
@@ -37,13 +36,101 @@ namespace
     constexpr int STACK_FRAMES = 10;   // of a dialog's trace
     constexpr int STACK_SKIPPED = 4;   // the complaint's own frames
 
+    constexpr std::size_t LOCATED_SIZE = 2 * DebugMessages_c::TEXT_SIZE + 4096;   // of a located complaint's dialog
+
     constinit bool g_bAchtungs = true;
+    constinit std::atomic<bool> g_bExitRequested = false;
+
+    // Of the calling thread's next located complaint.
+    ZQ_THREAD_LOCAL char const * t_szFile = "";
+    ZQ_THREAD_LOCAL int t_iLine = 0;
+
+    // The lists of receivers have no lock: a thread that fires waits for those that fire.
+    constinit plat::Lock_c g_WarningsLock;
+    plat::ForkLock_c const g_WarningsForkLock(g_WarningsLock);
+    constinit plat::Lock_c g_ExecutionLock;
+    plat::ForkLock_c const g_ExecutionForkLock(g_ExecutionLock);
+
     constinit std::atomic<bool> g_bInAssert = false;
     plat::ForkHandler_c const g_AssertForkHandler({ nullptr, nullptr, [] { g_bInAssert = false; } });
     constinit plat::Lock_c g_AchtungLock;   // guards the texts that were seen
     plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
     using SeenAchtungs_t = SortedArray_T<String_T<2048>, StaticArrayLenTraits_T<String_T<2048>, ACHTUNGS_REMEMBERED>>;
+
+    // Holds the lock of a list for one firing. A firing inside it, by a receiver, enters again and meets the list's own
+    // rule.
+    class Firing_c
+    {
+    public:
+        explicit Firing_c(plat::Lock_c & Lock)
+            : m_Lock(Lock)
+            , m_pOuter(t_pInnermost)
+        {
+            m_Lock.Enter();
+            t_pInnermost = this;
+        }
+        ~Firing_c()
+        {
+            t_pInnermost = m_pOuter;
+            m_Lock.Leave();
+        }
+        Firing_c(Firing_c const &) = delete;
+        Firing_c & operator=(Firing_c const &) = delete;
+
+        // Ends all firings of the calling thread, which does not return to them.
+        static void EndAll()
+        {
+            for (; t_pInnermost; t_pInnermost = t_pInnermost->m_pOuter)
+            {
+                t_pInnermost->m_Lock.Leave();
+            }
+        }
+
+    private:
+        static ZQ_THREAD_LOCAL Firing_c const * t_pInnermost;
+
+        plat::Lock_c & m_Lock;
+        Firing_c const * m_pOuter;
+    };
+    ZQ_THREAD_LOCAL Firing_c const * Firing_c::t_pInnermost = nullptr;
+
+    void TellWarning(char const * szText)
+    {
+        Firing_c const Firing(g_WarningsLock);
+        g_WarningsCallbacker.Fire(szText, false);
+    }
+
+    void TellExecution(bool bGoesOn)
+    {
+        Firing_c const Firing(g_ExecutionLock);
+        g_ExecutionCallbacker.Fire(bGoesOn, false);
+    }
+
+    // A handler of exit may join a thread that waits to fire.
+    [[noreturn]] void Exit(int iStatus)
+    {
+        Firing_c::EndAll();
+        std::exit(iStatus);
+    }
+
+    // Ends a process that nobody watches.
+    [[noreturn]] void ExitSilently(char const * szWhat, char const * szText)
+    {
+        plat::DialogPrint(szWhat, szText);
+        Exit(1);
+    }
+
+    // The flags are plain, for hosts to set, and any thread reads them.
+    bool Load(bool & bFlag)
+    {
+        return std::atomic_ref(bFlag).load(std::memory_order_relaxed);
+    }
+
+    void Store(bool & bFlag, bool bValue)
+    {
+        std::atomic_ref(bFlag).store(bValue, std::memory_order_relaxed);
+    }
 
     bool Is(int iAnswer, plat::DialogAnswer_e eAnswer)
     {
@@ -55,7 +142,7 @@ namespace
     {
         MemoryAbort();
         ZQ_BREAK();
-        std::exit(1);
+        Exit(1);
     }
 
     // Whether the text is new; a new one is remembered, in place of the oldest if need be.
@@ -162,23 +249,41 @@ namespace
         int iAnswer;
         try
         {
-            g_ExecutionCallbacker.Fire(false, false);
+            TellExecution(false);
             iAnswer = Ask();
         }
         catch (...)
         {
-            g_ExecutionCallbacker.Fire(true, false);
+            TellExecution(true);
             throw;
         }
-        g_ExecutionCallbacker.Fire(true, false);
+        TellExecution(true);
+        return iAnswer;
+    }
+
+    // The text of a dialog of LOCATED_SIZE bytes, for the kept location.
+    void Compose(char * szDialog, char const * szWhat, char const * szTail, char const * fmt, std::va_list args)
+    {
+        char * p = szDialog + std::sprintf(szDialog, "%s: \t", szWhat);
+        p += FormatText(p, DebugMessages_c::TEXT_SIZE, fmt, args);
+        std::snprintf(p, LOCATED_SIZE - static_cast<std::size_t>(p - szDialog), "%s\r\nFile: \t%s\r\nLine:\t%d", szTail,
+            t_szFile, t_iLine);
+    }
+
+    int BreakIfWanted(int iAnswer)
+    {
+        if (Is(iAnswer, plat::DialogAnswer_e::Ok) || Is(iAnswer, plat::DialogAnswer_e::Yes))
+        {
+            ZQ_BREAK();
+        }
         return iAnswer;
     }
 
     int AskAfterAssertion(char const * szText)
     {
-        if (g_silentMode)
+        if (Load(g_silentMode))
         {
-            std::exit(1);
+            ExitSilently("Assertion failed!", szText);
         }
         return MessageBoxPlain(nullptr, szText, "Assertion failed! Press ignore to continue or retry to debug.",
             MESSAGE_ABORT_RETRY_IGNORE | MESSAGE_DEFAULT_2 | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
@@ -186,25 +291,29 @@ namespace
 
     int AskBeforeAbort(char const * szText)
     {
-        g_isAborting = true;
+        Store(g_isAborting, true);
         if (g_pAppWindow)
         {
             plat::WindowSystemGet().fnMinimise(g_pAppWindow);
         }
-        return g_silentMode ? 0
-                            : MessageBoxPlain(nullptr, szText, "Application aborted! Cancel to debug.",
-                                MESSAGE_OK_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
+        if (Load(g_silentMode))
+        {
+            plat::DialogPrint("Application aborted!", szText);
+            return 0;
+        }
+        return MessageBoxPlain(nullptr, szText, "Application aborted! Cancel to debug.",
+            MESSAGE_OK_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
     }
 }
 
 void SetWarnings(bool bEnable)
 {
-    g_bEnableWarnings = bEnable;
+    Store(g_bEnableWarnings, bEnable);
 }
 
 void SetAchtungs(bool bEnable)
 {
-    g_bAchtungs = bEnable;
+    Store(g_bAchtungs, bEnable);
 }
 
 void AssertFailed(char const * fmt, ...)
@@ -246,8 +355,8 @@ void Warning(char const * fmt, ...)
     va_end(args);
     LogText(szText);
 
-    g_WarningsCallbacker.Fire(szText, false);
-    if (g_bEnableWarnings && !g_silentMode)
+    TellWarning(szText);
+    if (Load(g_bEnableWarnings) && !Load(g_silentMode))
     {
         MessageBoxPlain(nullptr, szText, "Warning!", MESSAGE_OK | MESSAGE_ICON_ERROR | MESSAGE_ALWAYS_ON_TOP);
     }
@@ -265,14 +374,14 @@ void Achtung(char const * fmt, ...)
         return;
     }
     LogText(szText);
-    g_WarningsCallbacker.Fire(szText, false);
-    if (!g_bAchtungs)
+    TellWarning(szText);
+    if (!Load(g_bAchtungs))
     {
         return;
     }
-    if (g_silentMode)
+    if (Load(g_silentMode))
     {
-        std::exit(1);
+        ExitSilently("ACHTUNG!", szText);
     }
     std::strcat(szText, YES_NO_TAIL);
     int const iAnswer = MessageBoxPlain(
@@ -283,7 +392,7 @@ void Achtung(char const * fmt, ...)
     }
     else if (Is(iAnswer, plat::DialogAnswer_e::Cancel))
     {
-        std::exit(0);
+        Exit(0);
     }
 }
 
@@ -334,66 +443,53 @@ DebugMessages_c & DebugMessages_c::Get()
 
 bool DebugMessages_c::DebugAssert(char const * sFile, int iLine, char const * sText)
 {
-    StrCopy(m_sText, sText, TEXT_SIZE);
-    std::snprintf(
-        m_sDialog, DIALOG_SIZE, "Warning: \t%s\t%s\r\nFile: \t%s\r\nLine:\t%d", m_sText, m_sText, sFile, iLine);
+    constexpr int LIMIT = TEXT_SIZE - 1;
+    char szDialog[LOCATED_SIZE];
+    std::snprintf(szDialog, sizeof szDialog, "Warning: \t%.*s\t%.*s\r\nFile: \t%s\r\nLine:\t%d", LIMIT, sText, LIMIT,
+        sText, sFile, iLine);
     int const iAnswer = m_bQuiet ? 1
-                                 : DropMessageBox("Assertion failed", m_sDialog,
+                                 : DropMessageBox("Assertion failed", szDialog,
                                      MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
     return Is(iAnswer, plat::DialogAnswer_e::Yes);
 }
 
 DebugMessages_c::Internal_t DebugMessages_c::SetLocation(char const * sFile, int iLine)
 {
-    m_sFile = sFile;
-    m_iLine = iLine;
+    t_szFile = sFile;
+    t_iLine = iLine;
     return &DebugMessages_c::DebugWarningInternal;
 }
 
 int DebugMessages_c::DebugErrorInternal(char const * fmt, ...)
 {
+    char szDialog[LOCATED_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    Compose("Error: \t%s\r\nFile: \t%s\r\nLine:\t%d", OK_TAIL, fmt, args);
+    Compose(szDialog, "Error", OK_TAIL, fmt, args);
     va_end(args);
-    int const iAnswer = DropMessageBox("Error", m_sDialog, MESSAGE_OK_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TASK_MODAL);
+    int const iAnswer = DropMessageBox("Error", szDialog, MESSAGE_OK_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TASK_MODAL);
     return BreakIfWanted(iAnswer);
 }
 
 int DebugMessages_c::DebugWarningInternal(char const * fmt, ...)
 {
+    char szDialog[LOCATED_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    Compose("Warning: \t%s\r\nFile: \t%s\r\nLine:\t%d", YES_NO_TAIL, fmt, args);
+    Compose(szDialog, "Warning", YES_NO_TAIL, fmt, args);
     va_end(args);
     int const iAnswer =
-        DropMessageBox("Warning", m_sDialog, MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
+        DropMessageBox("Warning", szDialog, MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
     return BreakIfWanted(iAnswer);
-}
-
-void DebugMessages_c::Compose(char const * szFormat, char const * szTail, char const * fmt, std::va_list args)
-{
-    FormatText(m_sText, TEXT_SIZE, fmt, args);
-    std::strcat(m_sText, szTail);
-    std::snprintf(m_sDialog, DIALOG_SIZE, szFormat, m_sText, m_sFile, m_iLine);
-}
-
-int DebugMessages_c::BreakIfWanted(int iAnswer)
-{
-    if (Is(iAnswer, plat::DialogAnswer_e::Ok) || Is(iAnswer, plat::DialogAnswer_e::Yes))
-    {
-        ZQ_BREAK();
-    }
-    return iAnswer;
 }
 
 int DebugMessages_c::DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle)
 {
-    if (s_bExitRequested)
+    if (g_bExitRequested)
     {
         return static_cast<int>(plat::DialogAnswer_e::No);
     }
-    if (g_silentMode)
+    if (Load(g_silentMode))
     {
         LogText(sText);
         return static_cast<int>(plat::DialogAnswer_e::No);
@@ -402,8 +498,8 @@ int DebugMessages_c::DropMessageBox(char const * sCaption, char const * sText, u
         m_hOwner, sText, sCaption, nStyle | MESSAGE_TOPMOST, STACK_FRAMES, STACK_SKIPPED);
     if (Is(iAnswer, plat::DialogAnswer_e::Cancel))
     {
-        s_bExitRequested = true;
-        std::exit(-1);
+        g_bExitRequested = true;
+        Exit(-1);
     }
     return iAnswer;
 }

@@ -2,9 +2,14 @@
 //
 // Four levels of complaint: an assertion names a broken precondition, Warning reports something odd, Achtung something
 // that a developer must see once, Abort ends the process. Each logs its text first, so that the log holds every
-// complaint even when no dialog appears. Texts are cut at 2048 characters. Any thread may complain: the texts that
-// Achtung has seen have a lock, held for one look at them, and nothing else here locks. A dialog blocks the thread that
-// complains.
+// complaint even when no dialog appears. Texts are cut at 2048 characters. In silent mode no dialog appears; a complaint
+// that ends the process prints its text on standard error first.
+//
+// Threads: any thread may complain, and a dialog blocks the thread that complains. The receivers of g_WarningsCallbacker
+// and g_ExecutionCallbacker run on that thread, one thread at a time for each list: another thread that fires the list
+// waits for them, and so does a fork. A complaint inside a receiver of the same list is logged and not fired. A receiver
+// may log and take notes; it must not wait for another thread, nor open a file that another thread may be opening. The
+// crash path fires without waiting.
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -79,7 +84,7 @@ public:
     /// Shows a failed condition. True if the caller is to break; false without a dialog while m_bQuiet is set.
     ZQ_API bool DebugAssert(char const * sFile, int iLine, char const * sText);
 
-    /// Keeps the location of the next complaint and returns the operation that makes it:
+    /// Keeps the location of the calling thread's next complaints and returns the operation that makes it:
     /// `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`. The file name is kept as a pointer.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
@@ -96,19 +101,6 @@ public:
 
     bool m_bQuiet = false;       // DebugAssert shows nothing
     void * m_hOwner = nullptr;   // window that owns the dialogs
-
-private:
-    void Compose(char const * szFormat, char const * szTail, char const * fmt, std::va_list args);
-    static int BreakIfWanted(int iAnswer);
-
-    static constexpr std::size_t TAIL_SIZE = 128;
-    static constexpr std::size_t DIALOG_SIZE = 2 * TEXT_SIZE + 4096;
-
-    char m_sText[TEXT_SIZE + TAIL_SIZE] = "";   // the message, and what follows it in the dialog
-    char m_sDialog[DIALOG_SIZE] = "";           // the composed text
-    char const * m_sFile = "";
-    int m_iLine = 0;
-    static bool s_bExitRequested;
 };
 
 /// What the macros above call when a condition fails. szFunction is the compiler's spelling, cut to class and name.

@@ -225,6 +225,7 @@ namespace
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(true, false); });
         if (g_silentMode)
         {
+            plat::DialogPrint("TARNWELL SADLY REPORTS: Program has crashed!", g_szDialog);
             plat::FaultExit(1);
         }
     }

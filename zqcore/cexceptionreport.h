@@ -57,8 +57,8 @@ public:
     ZQ_API wchar_t const * GetLogFileName() const;
 
     /// Writes the report of a fault, as the platform's filter. Returns what the filter that was set before returns, or
-    /// 0 without one. In silent mode the process ends with status 1 behind the first call stack, at once: handlers of
-    /// exit do not run, for they could wait for what the crashed thread holds.
+    /// 0 without one. In silent mode the first call stack goes to standard error too, and then the process ends with
+    /// status 1 at once: handlers of exit do not run, for they could wait for what the crashed thread holds.
     ZQ_API static long UnhandledExceptionFilter(plat::FaultPointers_t const * pFault);
 
     /// Writes a text of up to 1023 bytes to the report, without a terminator; the rest is cut. The bytes written to

@@ -97,13 +97,18 @@ namespace plat
         // Takes nothing from the heap: dialogs are shown on the way down too.
         DialogAnswer_e ShowOnTerminal(Dialog_t const & Dialog)
         {
-            Print(Dialog.szCaption);
-            Print("\n");
-            Print(Dialog.szText);
-            Print("\n");
+            DialogPrint(Dialog.szCaption, Dialog.szText);
             Choices_t const & Choices = CHOICES[static_cast<int>(Dialog.eButtons)];
             return HasTerminal() ? AskTerminal(Choices, Dialog.iDefaultButton - 1) : Choices.eUnattended;
         }
+    }
+
+    void DialogPrint(char const * szCaption, char const * szText)
+    {
+        Print(szCaption);
+        Print("\n");
+        Print(szText);
+        Print("\n");
     }
 
     DialogAnswer_e DialogShow(Dialog_t const & Dialog)

@@ -74,9 +74,9 @@ namespace plat
         {
             for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
             {
-                p->m_Lock.Renew();
+                p->m_Lock.Leave();
             }
-            m_ListLock.Renew();
+            m_ListLock.Leave();
             for (ForkHandler_c const * p = m_pOldest; p; p = p->m_pNext)
             {
                 Call(p->m_Calls.fnInChild);
