@@ -132,6 +132,7 @@ namespace plat
         bool bLink = false;              // reached through a link; the facts are those of its target
         bool bAscii = false;             // all bytes of the name are
         bool bReachable = true;   // false: the name holds a `\`, so that no path leads here; nothing else is told
+        bool bFailed = false;     // true: the system could not say what it is; nothing else is told
         FileFacts_t Facts;        // of a folder or what is no file only the kind, unless reached through a link
     };
 

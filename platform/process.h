@@ -40,4 +40,7 @@ namespace plat
 
     /// The calling thread's last system error as text, with a line end; cut to nSize - 1 bytes.
     void LastErrorText(char * szBuffer, std::size_t nSize);
+
+    /// Whether that error says that there is nothing of the name, and no more than that.
+    bool LastErrorIsAbsence();
 }

@@ -3,6 +3,7 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilecache.h"
 #include "zqcore/cfilehash.h"
+#include "zqcore/cfilelog.h"
 #include "zqcore/cfiletrack.h"
 
 #include <csignal>
@@ -251,6 +252,82 @@ TEST_F(FileCacheTest, WhatAKilledSaveLeavesIsNeverRegistered)
     EXPECT_TRUE(SurvivesAlone(
         Cache({ "\\" }, { { "\\", std::string(FoldedName_c(Left.c_str()).GetText()) }, { "\\", "a.txt" } })));
     EXPECT_EQ(Keys(), "a.txt cache.bin");
+}
+
+TEST_F(FileCacheTest, IsWrittenOfWholeScansOnlyAndASecondFailingReadScans)
+{
+    Make({ { "media/good", "" }, { "media/sub/in", "" }, { "media/c.bin", "old" } });
+    // A link that the system can't follow, for want of the right, is one bad entry of its folder.
+    fs::create_symlink("sub/closed/x", Folder.Join("media/bad"));
+    fs::permissions(Folder.MakeFolder("media/sub/closed"), fs::perms::none);
+    auto const KeysAsUser = [this](std::string const & sExpected)
+    {
+        return [this, sExpected]
+        {
+            static_cast<void>(setuid(65534));   // root may read all
+            Scan();
+            Log.Clear();
+            Save("media/c.bin");
+            return Keys() == sExpected && Log.CountHolding("no cache is written") == 1 ? 0 : 1;
+        };
+    };
+    fs::permissions(Folder.GetPath(), fs::perms::all);
+    fs::permissions(Folder.Join("media"), fs::perms::all);
+    EXPECT_EQ(StatusOfChild(StartChild(KeysAsUser("c.bin good in"))), 0);
+    EXPECT_EQ(Folder.Read("media/c.bin"), "old");
+    fs::permissions(Folder.Join("media/sub/closed"), fs::perms::all);
+    EXPECT_TRUE(Scan() && FileScanIsWhole(Folder.Join("media").c_str()));
+    Save("media/c.bin");
+    EXPECT_TRUE(SurvivesAlone(Folder.Read("media/c.bin")));
+
+    static std::string s_sGone;
+    s_sGone = Folder.Write("media/filesystemcache.bin", Cache({ "\\" }, {}));
+    g_bCollectResource = true;
+    g_FileOpenCallbacker.Add([](char const *) { fs::remove(s_sGone); }, false);
+    FileReset();
+    EXPECT_EQ(KeysOfOneRun(s_sGone), "c.bin good in") << "and the module has written no cache of that scan";
+    g_bCollectResource = false;
+    EXPECT_EQ(Dialogs.GetCount(), 0);
+}
+
+TEST_F(FileCacheTest, TellsWhichFolderHasChangedAndGoesWhereTheHostSays)
+{
+    Make({ { "media/a", "1" }, { "media/sub/b", "1" }, { "media/sub/deep/c", "1" } });
+    ModuleFile_c & Module = *ModuleFile_c::Get();
+    for (std::string const & sCache : { Folder.Join("media/filesystemcache.bin"), Folder.Join("else/where/c.bin") })
+    {
+        Module.SetCacheFile(sCache.c_str());
+        Module.CheckCache(false);
+        KeysOfOneRun(sCache);
+        EXPECT_TRUE(fs::exists(sCache));
+        Module.CheckCache(true);
+        auto const Stale = [&]
+        {
+            Log.Clear();
+            KeysOfOneRun(sCache);
+            std::string const sLog = Log.GetText();
+            std::size_t const i = sLog.find("the cache is not current, ");
+            return i == sLog.npos ? "" : sLog.substr(i + 26, sLog.find('\n', i) - i - 26);
+        };
+        EXPECT_EQ(Stale(), "it has no whole list of times");
+        EXPECT_EQ(Stale() + Stale(), "");
+        Folder.Write("media/sub/b", "written into");
+        EXPECT_EQ(Stale(), "");
+        fs::rename(Folder.Join("media/sub/deep/c"), Folder.Join("media/sub/deep/d"));
+        EXPECT_EQ(Stale(), "\"\\sub\\deep\\\" has changed");
+        EXPECT_EQ(Stale(), "");
+        Folder.Write("media/new" + std::to_string(sCache.size()), "");
+        EXPECT_EQ(Stale(), "\"\\\" has changed");
+        EXPECT_EQ(Stale(), "");
+        Folder.Write("torn", Folder.Read(sCache.substr(Folder.GetPath().size() + 1)).substr(0, 100));
+        fs::rename(Folder.Join("torn"), sCache);
+        EXPECT_EQ(Stale(), "it has no whole list of times");
+        fs::rename(Folder.Join("media/sub/deep/d"), Folder.Join("media/sub/deep/c"));
+        EXPECT_EQ(Stale(), "\"\\sub\\deep\\\" has changed");
+    }
+    Module.SetCacheFile(nullptr);
+    Module.CheckCache(false);
+    FilesystemCacheCheck(false);
 }
 
 TEST_F(FileCacheTest, ASaveThatFailsLeavesTheOldCache)

@@ -53,10 +53,10 @@ namespace
             {
                 plat::FolderEntry_t const & Entry = Listing.GetEntry(iEntry);
                 sAll += (sAll.empty() ? "" : " ") + std::string(Entry.bLink ? "->" : "") + Entry.szName;
-                sAll += !Entry.bReachable      ? "?"
-                        : Entry.Facts.bFolder  ? "/"
-                        : Entry.Facts.bRegular ? std::to_string(Entry.Facts.nSize)
-                                               : "!";
+                sAll += !Entry.bReachable || Entry.bFailed ? "?"
+                        : Entry.Facts.bFolder              ? "/"
+                        : Entry.Facts.bRegular             ? std::to_string(Entry.Facts.nSize)
+                                                           : "!";
             }
             return sAll;
         }
@@ -130,7 +130,7 @@ TEST_F(PlatformFiles, FindsANameThatAListingMetUntilItIsRenamed)
     plat::SpellingsForget();
     EXPECT_TRUE(AsNobody([&]() { return Open(sAsked) == "No such file or directory"; }));
     ASSERT_EQ(chmod(sData.c_str(), 0444), 0);
-    EXPECT_TRUE(AsNobody([&]() { return List(sData) == "unreadable"; })) << "no file can be seen";
+    EXPECT_TRUE(AsNobody([&]() { return List(sData) == "MAP.DAT?"; })) << "its facts can't be seen";
     ASSERT_EQ(chmod(sData.c_str(), 0700) + chmod(m_Folder.GetPath().c_str(), 0700), 0);
     ASSERT_EQ(unlink(m_Folder.Join("Data/MAP.DAT").c_str()), 0);
     m_Folder.Write("Data/map.dat", "exact");

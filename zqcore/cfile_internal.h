@@ -92,6 +92,12 @@ private:
 /// Keeps the text of a folder that is in no table, but still a file's, until FileReset. It becomes owned.
 void FileKeepFolder(String_T<256> * pFolder);
 
+/// Notes size and time of a folder that a scan is about to read, while FilesystemCacheCheck is on.
+void FileCacheNoteFolder(String_T<256> const & sFolder);
+
+/// Forgets what was noted.
+void FileCacheForgetFolders();
+
 /// Takes a file that is about to go out of all tables.
 void FileForget(File_c & File);
 

@@ -30,6 +30,8 @@ namespace
 
         bool IsUnknown() const { return m_nLength == 0; }
 
+        char const * Get() const { return m_sRoot; }
+
         /// The folder of a relative text. False if it is too long; it is cut then.
         bool Absolute(Folder_t const & sRelative, Folder_t & sFolder) const
         {
@@ -49,9 +51,103 @@ namespace
         int m_nLength;
     };
 
+    /// What says whether a folder has changed: its size and time, or, of the cache's own folder, NAMES and the check sum
+    /// of its names.
+    struct Stamp_s
+    {
+        std::uint64_t nBytes = 0;
+        std::uint64_t tWrite = 0;
+        bool operator==(Stamp_s const &) const = default;
+
+        void Serialize(Serializeable_c & Archive) { Archive.Serialize(nBytes).Serialize(tWrite); }
+    };
+    constexpr std::uint64_t NAMES = ~std::uint64_t{ 0 };
+    constexpr Stamp_s UNKNOWN{};   // no folder's
+    constexpr std::uint32_t STAMPS_FOLLOW = 0x5346515A;
+
+    struct NotedFolder_s
+    {
+        std::uint32_t nPath;   // the check sum of its path
+        Stamp_s Stamp;
+    };
+    constinit bool g_bCheck = false;
+    Array_T<NotedFolder_s, 1024, 0> g_dNoted;
+
     std::uint32_t IndexOf(char const * szRelative)
     {
         return GetCrc32Polynomial(szRelative, static_cast<int>(std::strlen(szRelative)));
+    }
+
+    Stamp_s StampOf(Folder_t const & sFolder)
+    {
+        plat::FileFacts_t Facts;
+        return plat::PathGetFacts(sFolder, Facts) ? Stamp_s{ Facts.nSize, Facts.tLastWrite } : UNKNOWN;
+    }
+
+    Stamp_s & NotedOf(Folder_t const & sFolder)
+    {
+        std::uint32_t const nPath = IndexOf(sFolder);
+        for (NotedFolder_s & Noted : g_dNoted)
+        {
+            if (Noted.nPath == nPath)
+            {
+                return Noted.Stamp;
+            }
+        }
+        return g_dNoted[g_dNoted.Add({ nPath, UNKNOWN })].Stamp;
+    }
+
+    /// Where a cache lies.
+    struct CachePlace_s
+    {
+        explicit CachePlace_s(char const * szFile)
+        {
+            FoldedPath_c const sFile(szFile);
+            sBare = sFile.GetBare();
+            sFolder = Folder_t(sFile).SubStr(0, sFile.GetLength() - sBare.Length());
+        }
+
+        Folder_t sFolder;   // as in g_sPaths
+        Folder_t sBare;
+    };
+
+    /// The stamp by the names in a folder, the cache and what saves leave beside it left out.
+    Stamp_s StampOfNames(CachePlace_s const & Cache)
+    {
+        plat::FolderListing_c Listing;
+        if (!Listing.Read(Cache.sFolder))
+        {
+            return UNKNOWN;
+        }
+        std::uint64_t nNames = 0;
+        for (std::size_t i = 0; i < Listing.GetCount(); ++i)
+        {
+            char const * const szName = Listing.GetEntry(i).szName;
+            if (StrCompareNoCase(szName, Cache.sBare) != 0 && !FileReplacement_c::IsBeside(szName))
+            {
+                nNames = nNames * 31 + IndexOf(szName);
+            }
+        }
+        return { NAMES, nNames };
+    }
+
+    /// The stamp to save of the cache's own folder: its names of now are those of its scan as long as its time is.
+    Stamp_s OwnStamp(CachePlace_s const & Cache)
+    {
+        Stamp_s const Now = StampOf(Cache.sFolder);
+        return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
+    }
+
+    /// Whether a folder has the stamp that a cache says. Notes its size and time if so.
+    bool HasStamp(Folder_t const & sFolder, Stamp_s const & Stamp, CachePlace_s const & Cache)
+    {
+        Stamp_s const Now = StampOf(sFolder);
+        bool const bSame = Stamp != UNKNOWN && Stamp == (sFolder == Cache.sFolder ? StampOfNames(Cache) : Now);
+        if (bSame)
+        {
+            NotedOf(sFolder) = Now;
+        }
+        return bSame;
     }
 
     struct FolderRecord_s
@@ -135,15 +231,41 @@ namespace
         }
     }
 
+    void SaveStamps(Serializeable_c & Archive, MediaRoot_c const & Root, Folder_t const & sOwn, Stamp_s const & Own)
+    {
+        std::uint32_t nFollow = STAMPS_FOLLOW;
+        Archive.Serialize(nFollow);
+        ForEach(g_sPaths,
+            [&](Folder_t const * pFolder)
+            {
+                if (Root.Relative(*pFolder))
+                {
+                    Stamp_s Stamp = *pFolder == sOwn ? Own : NotedOf(*pFolder);
+                    Stamp.Serialize(Archive);
+                }
+            });
+    }
+
     /// Writes a whole cache or nothing; false on failure.
     bool WriteCache(char const * szFile, MediaRoot_c const & Root)
     {
+        CachePlace_s const Cache(szFile);
+        Stamp_s const Own = g_bCheck ? OwnStamp(Cache) : UNKNOWN;   // before the save changes the folder
         FileReplacement_c Replacement(szFile);
         BufferedWriteable_c Archive(Replacement.GetBeside(), FILESYSTEMCACHE_VERSION);
         Archive.Open();
         SaveFolders(Archive, Root);
         SaveFiles(Archive, Root, File_c::Key_t(FoldedPath_c(szFile).GetBare()));
-        return Archive.Close() && !Archive.IsFailed() && Replacement.Commit();
+        if (g_bCheck)
+        {
+            SaveStamps(Archive, Root, Cache.sFolder, Own);
+        }
+        bool const bWritten = Archive.Close() && !Archive.IsFailed() && Replacement.Commit();
+        if (bWritten && Own != UNKNOWN)
+        {
+            NotedOf(Cache.sFolder) = StampOf(Cache.sFolder);
+        }
+        return bWritten;
     }
 
     /// Enters a copy in g_sPaths; its entry there. Null, with a log line, if the table is full.
@@ -353,15 +475,101 @@ namespace
         }
     }
 
+    bool IsEmptyFile(char const * szPath)
+    {
+        plat::FileFacts_t Facts;
+        return plat::PathGetFacts(szPath, Facts) && Facts.bRegular && Facts.nSize == 0;
+    }
+
+    /// A cache that is read beside the tables.
+    class CacheReader_c
+    {
+    public:
+        CacheReader_c()
+            : m_Place(g_sFilesystemCacheName)
+            , m_pFile(ZQ_NEW FileOnDisk_c)
+        {
+            m_pFile->pPath = &m_Place.sFolder;
+            m_pFile->sName = m_Place.sBare;
+        }
+        ~CacheReader_c()
+        {
+            m_pFile->sName = "";   // the table may have this key
+            delete m_pFile;
+        }
+        CacheReader_c(CacheReader_c const &) = delete;
+        CacheReader_c & operator=(CacheReader_c const &) = delete;
+
+        /// Why the cache can't be loaded as it is, in the words of a log line; empty if its folders have their stamps.
+        Folder_t WhyNot(MediaRoot_c const & Root) const;
+
+    private:
+        static bool ReadRecords(Readable_c & Archive, Array_T<Folder_t, 64, 0> & dRelatives);
+
+        CachePlace_s m_Place;
+        File_c * m_pFile;
+    };
+
+    bool CacheReader_c::ReadRecords(Readable_c & Archive, Array_T<Folder_t, 64, 0> & dRelatives)
+    {
+        int nRecords = 0;
+        Archive.Serialize(nRecords);
+        for (FolderRecord_s Record; nRecords > 0 && !Archive.IsFailed(); --nRecords)
+        {
+            Record.Serialize(Archive);
+            dRelatives.Add(Record.sRelative);
+        }
+        Archive.Serialize(nRecords);
+        for (FileRecord_s Record; nRecords > 0 && !Archive.IsFailed(); --nRecords)
+        {
+            Record.Serialize(Archive);
+        }
+        std::uint32_t nFollow = 0;
+        Archive.Serialize(nFollow);
+        return !Archive.IsFailed() && nFollow == STAMPS_FOLLOW;
+    }
+
+    Folder_t CacheReader_c::WhyNot(MediaRoot_c const & Root) const
+    {
+        if (IsEmptyFile(g_sFilesystemCacheName) || !FileOpen(m_pFile))
+        {
+            return "it can't be read";
+        }
+        Readable_c Archive(m_pFile, FILESYSTEMCACHE_VERSION);   // which closes the file
+        Archive.Open();
+        Array_T<Folder_t, 64, 0> dRelatives;
+        if (!ReadRecords(Archive, dRelatives))
+        {
+            return "it has no whole list of times";
+        }
+        for (Folder_t const & sRelative : dRelatives)
+        {
+            Folder_t sFolder;
+            Stamp_s Stamp;
+            Stamp.Serialize(Archive);
+            if (Archive.IsFailed() || !Root.Absolute(sRelative, sFolder) || !HasStamp(sFolder, Stamp, m_Place))
+            {
+                return NewString("\"%s\" has changed", static_cast<char const *>(sRelative));
+            }
+        }
+        return "";
+    }
+
     /// Registers and opens the cache; null if it can't be read.
     File_c * OpenCache()
     {
-        if (!FileAddOneFile(g_sFilesystemCacheName))
+        char const * const szCache = g_sFilesystemCacheName;
+        bool const bKnown = FileExists(szCache);
+        if (!FileAddOneFile(szCache))
         {
             return nullptr;
         }
-        File_c * const pFile = FileOpen(g_sFilesystemCacheName);
-        ZQ_ASSERT(pFile);
+        File_c * const pFile = FileOpen(szCache);
+        if (!pFile)
+        {
+            Log("filesystem: can't read the cache \"%s\" a second time", szCache);
+            bKnown ? void() : FileKill(FileStream(szCache));   // the scan registers it
+        }
         return pFile;
     }
 }
@@ -369,6 +577,38 @@ namespace
 void FilesystemCacheInit(char const * sName)
 {
     g_sFilesystemCacheName = sName;
+}
+
+void FilesystemCacheCheck(bool bCheck)
+{
+    g_bCheck = bCheck;
+}
+
+bool FilesystemCacheIsCurrent()
+{
+    MemCategoryScope_c const Category(mem::file);
+    MediaRoot_c const Root;
+    Folder_t const sWhyNot = Root.IsUnknown()                   ? "there is no media root"
+                             : g_sFilesystemCacheName.IsEmpty() ? "there is none"
+                                                                : CacheReader_c().WhyNot(Root);
+    if (!sWhyNot.IsEmpty())
+    {
+        Log("filesystem: the cache is not current, %s", static_cast<char const *>(sWhyNot));
+    }
+    return sWhyNot.IsEmpty();
+}
+
+void FileCacheNoteFolder(String_T<256> const & sFolder)
+{
+    if (g_bCheck)
+    {
+        NotedOf(sFolder) = StampOf(sFolder);
+    }
+}
+
+void FileCacheForgetFolders()
+{
+    g_dNoted.Reset();
 }
 
 bool FilesystemCacheLoad()
@@ -398,6 +638,11 @@ void FilesystemCacheSave(char const * sFile)
     MemCategoryScope_c const Category(mem::file);
     ZQ_ASSERT(sFile);
     MediaRoot_c const Root;
+    if (!Root.IsUnknown() && !FileScanIsWhole(Root.Get()))
+    {
+        Log("filesystem: no cache is written, since a scan could not see all of the media");
+        return;
+    }
     bool const bPlaced = sFile && !Root.IsUnknown() && !FoldedPath_c(sFile).IsCut();
     if (!bPlaced || !WriteCache(sFile, Root))
     {

@@ -146,8 +146,8 @@ namespace
         return sRoot[0] == '.' && (sRoot[1] == '\0' || sRoot[1] == '\\');
     }
 
-    // Drops what must not go into the cache, and writes it.
-    void SaveCache()
+    // Drops what must not go into the cache, and writes it to a file, or into the media root.
+    void SaveCache(char const * szFile)
     {
         String_T<256> const sRoot = GetPQXMediaPath(false);
         if (!IsBelowCurrentFolder(sRoot))
@@ -161,7 +161,7 @@ namespace
         String_T<512> sCache(sRoot);
         sCache += "\\";
         sCache += CACHE_NAME;
-        FilesystemCacheSave(sCache);
+        FilesystemCacheSave(szFile[0] ? szFile : static_cast<char const *>(sCache));
     }
 }
 
@@ -282,8 +282,13 @@ bool ModuleFile_c::Initialize()
 void ModuleFile_c::FillTables()
 {
     bool bScan = m_bReadMedia;
+    FilesystemCacheCheck(m_bCheckCache);
     if (!g_sFilesystemCacheName.IsEmpty())
     {
+        if (m_bCheckCache && !FilesystemCacheIsCurrent())
+        {
+            g_sFilesystemCacheName = "";   // the load finds nothing
+        }
         bScan = !FilesystemCacheLoad();
         if (!bScan)
         {
@@ -301,9 +306,9 @@ void ModuleFile_c::Shutdown()
 {
     MemCategoryScope_c const Category(mem::file);
     FileAsyncStop();
-    if (FileExists(CACHE_NAME))
+    if (!m_sCacheFile.IsEmpty() || FileExists(CACHE_NAME))
     {
-        SaveCache();
+        SaveCache(m_sCacheFile);
     }
     FileReset();
     g_sExcludedFolders.Reset();

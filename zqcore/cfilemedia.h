@@ -35,8 +35,9 @@ extern ZQ_API bool g_bAddon;
 /// (cfilecache.h), and by scan the folders profiles and mapscache of the media root, which change while a game runs;
 /// without a cache it scans the media root. Then it starts the worker of cfileasync.h and computes the media hash
 /// (cfilehash.h). The idle heartbeat looks for changed files (cfiletrack.h). Shutdown stops the worker, writes the cache,
-/// `filesystemcache.bin` in the media root, if a file of that name is known, without those folders and without what was
-/// registered by a path in the current folder, unless the media root is such a path itself. It empties the tables, the
+/// `filesystemcache.bin` in the media root if a file of that name is known, or the one of SetCacheFile in any case,
+/// without those folders and without what was registered by a path in the current folder, unless the media root is such a
+/// path itself. It empties the tables, the
 /// exclude lists, the types of stayers and g_FileOpenCallbacker. The settings above stay. Needs ModuleLog_c.
 class ZQ_API ModuleFile_c : public Module_c
 {
@@ -51,6 +52,14 @@ public:
     /// Whether Initialize scans the media root; it does if nothing is said. A cache that can't be read makes it scan.
     void ReadMedia(bool bRead) { m_bReadMedia = bRead; }
 
+    /// Whether Initialize compares a cache with the folders on the disk first (FilesystemCacheIsCurrent) and scans if one
+    /// has changed, and Shutdown writes a cache that can be compared; neither if nothing is said.
+    void CheckCache(bool bCheck) { m_bCheckCache = bCheck; }
+
+    /// Where Shutdown writes the cache, a location on disk, for a media root that may not be written. FilesystemCacheInit
+    /// with the same name reads it from there. Null or an empty text: in the media root, as at first.
+    void SetCacheFile(char const * sFile) { m_sCacheFile = sFile; }
+
 protected:
     bool Initialize() override;
     void Shutdown() override;
@@ -61,4 +70,6 @@ private:
     void FillTables();
 
     bool m_bReadMedia = true;
+    bool m_bCheckCache = false;
+    String_T<256> m_sCacheFile;
 };

@@ -6,6 +6,7 @@
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
 
+#include "platform/process.h"
 #include "platform/text.h"
 
 #include <algorithm>
@@ -15,14 +16,34 @@
 
 constinit FileTable_t g_sFileObjects;
 constinit PathTable_t g_sPaths;
-FileExcludes_c g_sExcludedFolders;
-FileExcludes_c g_sExcludedFiles;
 
 namespace
 {
     // Files that left the table while others held them open, and the folders' texts that these still point to.
     Array_T<File_c *, 64, 0> g_dOrphans;
     Array_T<String_T<256> *, 64, 0> g_dOrphanPaths;
+
+    // Folders that scans could not see all of, for a fault of the system.
+    Array_T<String_T<256>, 64, 0> g_dMissed;
+
+    void NoteMissed(String_T<256> const & sFolder)
+    {
+        if (!g_dMissed.Find(sFolder))
+        {
+            g_dMissed.Add(sFolder);
+        }
+    }
+
+    void ForgetMissed(char const * szPrefix)
+    {
+        for (int i = g_dMissed.GetLength() - 1; i >= 0; --i)
+        {
+            if (g_dMissed[i].Begins(szPrefix))
+            {
+                g_dMissed.Delete(i);
+            }
+        }
+    }
 
     // A folder of which only the current configuration's subfolder is entered.
     constexpr char const * CONFIG_MARKER = "media\\_configdependeddata\\";
@@ -163,8 +184,14 @@ namespace
             m_dListings.emplace_back();
         }
         plat::FolderListing_c & Listing = m_dListings[m_iLevel];
+        FileCacheNoteFolder(sPath);
+        if (String_T<256> const * const pMissed = g_dMissed.Find(sPath))
+        {
+            g_dMissed.Delete(static_cast<int>(pMissed - &g_dMissed[0]));
+        }
         if (!Listing.Read(sPath))
         {
+            NoteMissed(sPath);
             Log("filesystem: can't read folder \"%s\"", static_cast<char const *>(sPath));
             return;
         }
@@ -196,11 +223,27 @@ namespace
         EnterWaiting();
     }
 
+    // An entry that the system does not say anything of, unless it would be passed over in any case.
+    ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
+    {
+        if (!g_sExcludedFiles.Has(Entry.szName) && !g_sExcludedFolders.Has(Entry.szName)
+            && !FileReplacement_c::IsBeside(Entry.szName))
+        {
+            Log("filesystem: skipping \"%s%s\", the system can't tell what it is", static_cast<char const *>(sFolder),
+                Entry.szName);
+            NoteMissed(sFolder);
+        }
+    }
+
     // Reached is the entry that the name in lower case leads to.
     void FolderScan_c::AddEntry(
         Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
     {
-        if (Entry.Facts.bFolder)
+        if (Entry.bFailed) [[unlikely]]
+        {
+            MissEntry(Folder.sPath, Entry);
+        }
+        else if (Entry.Facts.bFolder)
         {
             EnterWaiting();
             AddFolder(Folder, Entry, Reached);
@@ -583,57 +626,20 @@ void FileRenewLocks()
     }
 }
 
-void FileExcludes_c::Add(char const * szName)
-{
-    MemCategoryScope_c const Category(mem::file);
-    ZQ_ASSERT(szName);
-    bool bTake = szName != nullptr;
-    for (String_T<256> const * pName : m_dNames)
-    {
-        bTake = bTake && *pName != szName;
-    }
-    if (bTake)
-    {
-        m_dNames.Add(ZQ_NEW String_T<256>(szName));
-    }
-}
-
-bool FileExcludes_c::Has(char const * szName) const
-{
-    for (String_T<256> const * pName : m_dNames)
-    {
-        if (StrCompareNoCase(*pName, szName) == 0)
-        {
-            return true;
-        }
-    }
-    return false;
-}
-
-void FileExcludes_c::Reset()
-{
-    for (String_T<256> const * pName : m_dNames)
-    {
-        delete pName;
-    }
-    m_dNames.Reset();
-}
-
-void FileAlwaysExcludeFolder(char const * sName)
-{
-    g_sExcludedFolders.Add(sName);
-}
-
-void FileAlwaysExcludeFile(char const * sName)
-{
-    g_sExcludedFiles.Add(sName);
-}
-
 bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames)
 {
     MemCategoryScope_c const Category(mem::file);
     ZQ_ASSERT(sPath);
-    if (!sPath || !DirectoryExists(sPath))
+    plat::FileFacts_t Facts;
+    bool const bFound = sPath && plat::PathGetFacts(sPath, Facts);
+    bool const bFault = sPath && !bFound && !plat::LastErrorIsAbsence();
+    if (bFault)
+    {
+        FoldedPath_c sMissed(sPath);
+        sMissed.AppendSeparator();
+        NoteMissed(String_T<256>(sMissed));
+    }
+    if (!bFound || !Facts.bFolder)
     {
         Log("Path not found %s", sPath ? sPath : "");
         return false;
@@ -653,6 +659,21 @@ bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames)
         return false;
     }
     FolderScan_c(bRecursive, bRelativeNames).Scan(sFolder);
+    return true;
+}
+
+bool FileScanIsWhole(char const * sPath)
+{
+    ZQ_ASSERT(sPath);
+    FoldedPath_c sPrefix(sPath ? sPath : "");
+    sPrefix.AppendSeparator();
+    for (String_T<256> & sMissed : g_dMissed)
+    {
+        if (sMissed.Begins(sPrefix))
+        {
+            return false;
+        }
+    }
     return true;
 }
 
@@ -709,6 +730,7 @@ bool FileResetFiles(char const * sPath)
     {
         return false;   // no folder is that long
     }
+    ForgetMissed(sPrefix);
     bool const bFiles = ResetFilesBelow(sPrefix);
     bool const bPaths = ResetPathsBelow(sPrefix);
     return bFiles || bPaths;
@@ -735,6 +757,8 @@ void FileReset()
     }
     g_dOrphans.Reset();
     g_dOrphanPaths.Reset();
+    g_dMissed.Reset();
+    FileCacheForgetFolders();
     g_sFileObjects.Reset();
     g_sPaths.Reset();
     FilePoolTrim();

@@ -11,10 +11,12 @@
 // - names that are not UTF-8 or hold a `\`, and keys that begin like a drive, as `a:b` does;
 // - pipes, sockets and devices;
 // - folders that can't be read, or whose path takes more than 255 characters;
+// - files of which the system gives no facts;
 // - a folder in which the scan has been already, by a link or as the target of one.
 // Links to nothing are not seen. A file that a save did not finish (FileReplacement_c::IsBeside) is never registered. A
 // bare name of more than 127 characters is cut, so that it can't be opened, and a file of 2 GiB or more can't be opened
-// either; both are logged.
+// either; both are logged. After a fault of the system the scan is not whole (FileScanIsWhole): what it missed is missing
+// in the table alone.
 //
 // All of this belongs to the main thread.
 #pragma once
@@ -35,6 +37,10 @@ extern ZQ_API PathTable_t g_sPaths;
 /// is then left out, and a folder outside of the media root gives bare names, each with a log line. False if there is no such folder, its path is too long, or one in lower case hides it. Fires
 /// g_AddSubfolderCallbacker.
 ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
+
+/// Whether scans saw all that lies below a path, which is any prefix that ends at a separator. False if a folder could
+/// not be read, or the system failed at an entry of one, until that folder is scanned again or forgotten.
+ZQ_API bool FileScanIsWhole(char const * sPath);
 
 /// FileResetFiles; the flag means nothing.
 ZQ_API void FileRemoveSearchPath(char const * sPath, bool bUnused);

@@ -45,48 +45,46 @@ namespace plat
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
         constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // readable from any character of a name on
 
-        enum class Entry_e
+        // Whether an entry that the system gives no facts of goes into the listing: not one that is gone, or a link to
+        // nothing or to itself.
+        ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
-            Taken,
-            LeftOut,
-            Broken
-        };
+            Entry.bFailed = errno != ENOENT && errno != ENOTDIR && errno != ELOOP;
+            return Entry.bFailed;
+        }
 
         // A link, or an entry whose kind the folder does not tell: asks the entry itself, then the link's target.
-        ZQ_COLD Entry_e FactsOfLink(int iFolder, char const * szName, FolderEntry_t & Entry)
+        ZQ_COLD bool FactsOfLink(int iFolder, char const * szName, FolderEntry_t & Entry)
         {
             struct statx Stat;
             if (statx(iFolder, szName, AT_SYMLINK_NOFOLLOW, FACTS_MASK, &Stat) != 0)
             {
-                return errno == ENOENT ? Entry_e::LeftOut : Entry_e::Broken;
+                return FailFacts(Entry);
             }
             Entry.bLink = S_ISLNK(Stat.stx_mode);
             FactsFromStatx(Stat, Entry.Facts);
-            return !Entry.bLink || FactsAt(iFolder, szName, 0, Entry.Facts) ? Entry_e::Taken : Entry_e::LeftOut;
+            return !Entry.bLink || FactsAt(iFolder, szName, 0, Entry.Facts) || FailFacts(Entry);
         }
 
-        // Of a folder, and of what is no file, the kind is all that is told: it costs no look at the entry.
-        Entry_e FactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
+        // Whether the entry is taken. Of a folder, and of what is no file, the kind is all that is told: it costs no look
+        // at the entry.
+        bool FactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
         {
             switch (Raw.d_type)
             {
             case DT_REG:
-                if (FactsAt(iFolder, Raw.d_name, AT_SYMLINK_NOFOLLOW, Entry.Facts))
-                {
-                    return Entry_e::Taken;
-                }
-                return errno == ENOENT ? Entry_e::LeftOut : Entry_e::Broken;
+                return FactsAt(iFolder, Raw.d_name, AT_SYMLINK_NOFOLLOW, Entry.Facts) || FailFacts(Entry);
 
             case DT_DIR:
                 Entry.Facts.bFolder = true;
-                return Entry_e::Taken;
+                return true;
 
             case DT_LNK:
             case DT_UNKNOWN:
                 return FactsOfLink(iFolder, Raw.d_name, Entry);
 
             default:
-                return Entry_e::Taken;
+                return true;
             }
         }
 
@@ -140,12 +138,7 @@ namespace plat
             Entry.nName = static_cast<std::uint32_t>(nName);
             Entry.bAscii = (bKinds & NOT_ASCII) == 0;
             Entry.bReachable = (bKinds & BACKSLASH) == 0;
-            Entry_e const eEntry = Entry.bReachable ? FactsOfEntry(iFolder, *pRaw, Entry) : Entry_e::Taken;
-            if (eEntry == Entry_e::Broken)
-            {
-                return false;
-            }
-            if (eEntry == Entry_e::Taken)
+            if (!Entry.bReachable || FactsOfEntry(iFolder, *pRaw, Entry))
             {
                 AddEntry(Entry, pRaw->d_name, nName + 1);
                 bFolded = bFolded && (bKinds & CAPITAL) == 0;

@@ -157,6 +157,11 @@ namespace plat
         return DiskPath_c(szProgram).Try(Spawn) == 0;
     }
 
+    bool LastErrorIsAbsence()
+    {
+        return errno == ENOENT || errno == ENOTDIR;
+    }
+
     void LastErrorText(char * szBuffer, std::size_t nSize)
     {
         char szError[256];
