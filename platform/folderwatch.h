@@ -24,6 +24,10 @@ namespace plat
 
     inline constexpr std::uint32_t FOLDER_CHANGE_MODIFIED = 3;
 
+    /// Why the calling thread's last FolderWatch_c::Open failed, or why a folder is not watched after TakeUnwatched, as
+    /// a text to follow a colon. Names the system's setting to raise where that is the reason.
+    void FolderWatchReason(char * szText, std::size_t nSize);
+
     /// A watch on a folder with all its subfolders, those that come later included. A folder that several links lead
     /// to is watched once, so links in a circle end.
     class FolderWatch_c
@@ -34,8 +38,8 @@ namespace plat
         FolderWatch_c(FolderWatch_c const &) = delete;
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
-        /// Watches a folder in place of the former one; false if it can't be opened, or if the system has too few
-        /// watches for its subfolders. Subfolders that can't be read are passed over. When a file goes, fnKeep says by
+        /// Watches a folder in place of the former one; false, with a FolderWatchReason, if it can't be opened, or if the
+        /// system has too few watches for its subfolders. Subfolders that can't be read are passed over. When a file goes, fnKeep says by
         /// its bare name, in the spelling of the disk, whether its name is kept; IsComplete calls it.
         bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
@@ -55,7 +59,8 @@ namespace plat
         /// any more once others have closed the watch's descriptor.
         bool IsComplete();
 
-        /// Subfolders that appeared and could not be watched since the last call, for want of the system's watches.
+        /// Subfolders that appeared and could not be watched since the last call, for want of the system's watches,
+        /// which FolderWatchReason then says.
         std::size_t TakeUnwatched();
 
     private:

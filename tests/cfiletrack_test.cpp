@@ -237,19 +237,27 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
     EXPECT_EQ(Log.Count("FileTrackChanges - Can't open directory \"" + Folder.Join("a.txt") + "\" handle... \n"), 1)
         << Log.GetText();
     EXPECT_EQ(Dialogs.CountHolding("opening of file '" + Folder.Join("a.txt") + "' failed!"), 1);
-    auto const TrackWithThreeWatches = [this]   // the root, sub and loop
+    EXPECT_FALSE(FileTrackIsOn());
+    EXPECT_THAT(std::string(FileTrackGetProblem()), testing::EndsWith("/a.txt\" can't be watched: Permission denied"));
+    // A limit, with its value, a folder that is made first, and the setting that the problem names, if there is one.
+    for (auto const & [szLimit, nLimit, szFolder, szSetting] : Rows_t<std::string, int, char const *, char const *>{
+             { "watches", 3, "sub", "" }, { "instances", 0, "sub", "fs.inotify.max_user_instances" },
+             { "watches", 3, "one/too/many", "fs.inotify.max_user_watches" } })
     {
-        bool const bFew =
-            unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush;
-        FileTrackChanges(Folder.GetPath().c_str());
-        return bFew ? g_dOpenTracks.GetLength() : 2;
-    };
-    for (int nTracked : { 1, 0 })
-    {
-        int const iStatus = StatusOfChild(StartChild(TrackWithThreeWatches));
+        Folder.MakeFolder(szFolder);
+        auto const Track = [&, this, szPath = "/proc/sys/user/max_inotify_" + szLimit, n = nLimit, sz = szSetting]
+        {
+            if (unshare(CLONE_NEWUSER) != 0 || !(std::ofstream(szPath) << n << std::flush))
+            {
+                return 2;
+            }
+            FileTrackChanges(Folder.GetPath().c_str());
+            bool const bSaid = FileTrackGetProblem().IsEmpty() == !sz[0] && FileTrackGetProblem().StrPos(sz) >= 0;
+            return bSaid && FileTrackIsOn() == !sz[0] && g_dOpenTracks.GetLength() == FileTrackIsOn() ? 0 : 1;
+        };
+        int const iStatus = StatusOfChild(StartChild(Track));
         SKIP_IF(iStatus == 2, "the system gives no namespace with few watches");
-        EXPECT_EQ(iStatus, nTracked);
-        Folder.MakeFolder("one/too/many");
+        EXPECT_EQ(iStatus, 0) << szLimit << szSetting;
     }
 }
 

@@ -4,7 +4,8 @@
 #ifdef ZQHOST_PATH
 namespace
 {
-    // What the host says on standard error, and its status: 2 bad command line, 4 not saved, 5 stats not written.
+    // What the host says on standard error, and its status: 2 bad command line, 4 not saved, 5 stats not written, 7 not
+    // watched.
     Result_s RunHost(std::string const & sArguments)
     {
         return RunShell(TEST_EMULATOR ZQHOST_PATH " --silent --frames 155 --media " TEST_MEDIA_FOLDER " " + sArguments
@@ -42,5 +43,24 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
     }
     FullDisk_c const Full(sSaved.size() + 4000);   // room for the save and its log, but not for a batch
     EXPECT_EQ(RunHost(sAll + sStats).iStatus, 5);
+}
+
+TEST(ZqHost, KeepsItsWorldWhenTheTerminalGoes)
+{
+    TempFolder_c const Folder;
+    std::string const sHost =
+        TEST_EMULATOR ZQHOST_PATH " --silent --watch --media " TEST_MEDIA_FOLDER " --log " + Folder.GetPath();
+    // The hang-up comes twice, and what the host prints to is gone.
+    RunShell("cd " + Folder.GetPath() + "; { " + sHost
+             + " & echo $! >pid; wait $!; echo $? >status; } 2>said | { grep -q Watching;"
+               " exec <&-; kill -HUP $(cat pid); kill -HUP $(cat pid) 2>kill; }; wait");
+    EXPECT_EQ(Folder.Read("status"), "0\n") << Folder.Read("said");
+    EXPECT_GT(Folder.Read("pqx.sav").size(), 1000u);
+
+    Result_s const Unwatched =
+        RunShell("unshare -Ur sh -c 'echo 0 >/proc/sys/user/max_inotify_instances && " + sHost + " 2>&1 >/dev/null'");
+    SKIP_IF(Unwatched.sOutput.find("unshare") != std::string::npos, Unwatched.sOutput);
+    EXPECT_EQ(Unwatched.iStatus, 7);
+    EXPECT_THAT(Unwatched.sOutput, testing::HasSubstr("raise fs.inotify.max_user_instances"));
 }
 #endif

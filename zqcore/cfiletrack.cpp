@@ -14,6 +14,7 @@
 #include "platform/folderwatch.h"
 #include "platform/text.h"
 
+#include <cerrno>
 #include <chrono>
 #include <thread>
 
@@ -33,7 +34,8 @@ namespace
     plat::FolderWatch_c g_hTrackFolder;   // closed while tracking is off
     alignas(4) unsigned char g_dTrackBuffer[BUFFER_BYTES];
     Array_T<String_T<256>, 1024, 0> g_dTrackIgnoreExts;
-    unsigned g_iTrackRun = 0;   // counts starts and stops: a callback may do either
+    String_T<1024> g_sTrackProblem;   // see FileTrackGetProblem
+    unsigned g_iTrackRun = 0;         // counts starts and stops: a callback may do either
     bool g_bTrackWalking = false;
 
     // The changed file of a record: the watched folder and the record's name, of which the characters up to U+00FF are
@@ -158,15 +160,26 @@ namespace
         return g_hTrackFolder.IsComplete();
     }
 
+    // Keeps and logs what is not watched, by a format that ends in the reason.
+    template <typename... ARGS>
+    void SetProblem(char const * szFormat, ARGS... Args)
+    {
+        char szReason[256];
+        plat::FolderWatchReason(szReason, sizeof szReason);
+        std::snprintf(g_sTrackProblem.GetBuffer(), g_sTrackProblem.Capacity(), szFormat, Args..., szReason);
+        Log("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
+    }
+
     ZQ_COLD void SayUnwatched(std::size_t nFolders)
     {
-        Log("FileTrackChanges - %u new folders below \"%s\" can't be watched", static_cast<unsigned>(nFolders),
+        SetProblem("%u new folders below \"%s\" can't be watched: %s", static_cast<unsigned>(nFolders),
             static_cast<char const *>(g_sTrackPath));
     }
 
     void StopTracking()
     {
         ++g_iTrackRun;
+        g_sTrackProblem = "";
         if (g_hTrackFolder.IsOpen())
         {
             FileCloseTracker(g_hTrackFolder.GetHandle());
@@ -206,7 +219,13 @@ void FileTrackChanges(char const * sPath)
     MemCategoryScope_c const Scope(mem::file);
     StopTracking();
     g_sTrackPath = sPath;
-    bool const bOpened = sPath && g_sTrackPath == sPath && g_hTrackFolder.Open(sPath, FileExists);
+    bool const bFits = sPath && g_sTrackPath == sPath;
+    errno = bFits ? 0 : ENAMETOOLONG;
+    bool const bOpened = bFits && g_hTrackFolder.Open(sPath, FileExists);
+    if (!bOpened)
+    {
+        SetProblem("\"%s\" can't be watched: %s", static_cast<char const *>(g_sTrackPath));
+    }
     FileOpenTracker(g_hTrackFolder.GetHandle(), sPath);
     if (!bOpened)
     {
@@ -214,6 +233,16 @@ void FileTrackChanges(char const * sPath)
         return;
     }
     IssueRead();
+}
+
+bool FileTrackIsOn()
+{
+    return g_hTrackFolder.IsOpen();
+}
+
+String_T<1024> FileTrackGetProblem()
+{
+    return g_sTrackProblem;
 }
 
 void FileTrackSetIgnoreExtList(char const * sList)

@@ -23,12 +23,21 @@
 // The child of a fork tracks on its own from its first call on; what changed before that is reported in the parent alone.
 #pragma once
 
-#include "zqcore/cconfig.h"
+#include "zqcore/cstring.h"
 
 /// Starts to watch a folder with its subfolders; sPath has no separator at its end. A watch that is on ends first. If
-/// the folder can't be opened, or has more subfolders than the system watches, a log line says so, FileOpenTracker
-/// complains, and none is watched.
+/// the folder can't be opened, or has more subfolders than the system watches, log lines say so, FileOpenTracker
+/// complains, and none is watched. The system limits watches: under Linux `fs.inotify.max_user_watches` is how many
+/// folders a user may watch, and `fs.inotify.max_user_instances` how many watches a user may start.
 ZQ_API void FileTrackChanges(char const * sPath);
+
+/// Whether a folder is watched.
+ZQ_API bool FileTrackIsOn();
+
+/// What is not watched though FileTrackChanges was asked to, and why, with the system's setting to raise where that
+/// helps: the folder, or subfolders that appeared since. Empty if there is nothing of the kind, and after
+/// FileTrackShutdown.
+ZQ_API String_T<1024> FileTrackGetProblem();
 
 /// Replaces the extensions that are not told of: with their dots, in the case of the disk, separated by blanks.
 /// 255 characters count.

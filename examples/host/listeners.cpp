@@ -4,10 +4,18 @@
 #include "zqcore/clog.h"
 
 #include <cstring>
+#include <mutex>
 
 namespace
 {
+    std::mutex g_NotesLock;   // any thread may log and complain
     Notes_s g_Notes;
+
+    void Note(Heard_s & Heard, char const * szText)
+    {
+        std::lock_guard const Scope(g_NotesLock);
+        Heard.Add(szText);
+    }
 
     // The log's lines that the report counts, by how they begin.
     struct LogLine_s
@@ -29,7 +37,7 @@ namespace
             std::size_t const nBegin = std::strlen(Line.szBegin);
             if (std::strncmp(szText, Line.szBegin, nBegin) == 0)
             {
-                (g_Notes.*Line.pHeard).Add(szText + nBegin);
+                Note(g_Notes.*Line.pHeard, szText + nBegin);
                 return;
             }
         }
@@ -37,7 +45,7 @@ namespace
 
     void OnComplaint(char const * szText)
     {
-        g_Notes.Complaints.Add(szText);
+        Note(g_Notes.Complaints, szText);
     }
 }
 
@@ -56,7 +64,8 @@ void ListenersAdd()
     g_WarningsCallbacker.Add(OnComplaint, false);
 }
 
-Notes_s const & ListenersGetNotes()
+Notes_s ListenersGetNotes()
 {
+    std::lock_guard const Scope(g_NotesLock);
     return g_Notes;
 }

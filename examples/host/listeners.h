@@ -26,5 +26,5 @@ struct Notes_s
 /// Starts to listen. The lists that the library keeps its listeners in are emptied by AppMiscShutdown.
 void ListenersAdd();
 
-/// What was heard so far.
-Notes_s const & ListenersGetNotes();
+/// What was heard so far, on all threads.
+Notes_s ListenersGetNotes();

@@ -80,14 +80,18 @@ namespace
         ReportTables(Survey);
     }
 
-    FrameStats_s RunLoop(Options_s const & Options, Survey_c & Survey)
+    // Runs the frames. Returns why it can't watch, if it can't.
+    std::string RunLoop(Options_s const & Options, Survey_c & Survey, FrameStats_s & Stats)
     {
         if (!Options.bWatch)
         {
-            return LoopRun(Options.nFrames, Survey);
+            Stats = LoopRun(Options.nFrames, Survey);
+            return "";
         }
         Watch_c const Watch(static_cast<char const *>(GetPQXMediaPath(false)), Survey);
-        return LoopRun(FRAMES_UNTIL_OVER, Survey);
+        std::string const sWhyNot = Watch_c::GetWhyNot();
+        Stats = sWhyNot.empty() ? LoopRun(FRAMES_UNTIL_OVER, Survey) : FrameStats_s{};
+        return sWhyNot;
     }
 
     // Goes on from the last save, moves the world on and saves it.
@@ -106,7 +110,12 @@ namespace
                 return Fail(STATUS_SAVE, "can't put \"" + Options.sSave + "\" aside: " + Loaded.sWhyNot);
             }
         }
-        FrameStats_s const Stats = RunLoop(Options, Survey);
+        FrameStats_s Stats;
+        std::string const sWhyNotWatched = RunLoop(Options, Survey, Stats);
+        if (!sWhyNotWatched.empty())
+        {
+            return Fail(STATUS_WATCH, sWhyNotWatched);
+        }
         ReportWorld(World);
         ReportFrames(Stats);
         if (World.IsEmpty())
@@ -159,7 +168,7 @@ namespace
         Services.Add(ModuleSettings_c::Get());
         Services.Add(ModuleWorld_c::Get());
         int const iStatus = Services.Start() ? RunGame(Options, Services, sMedia)
-                                             : Fail(STATUS_FAILED, "a service did not start; the log says which");
+                                             : Fail(STATUS_SERVICE, "a service did not start; the log says which");
         Module_c::ShutdownAllModules();
         return iStatus == STATUS_OK && ProfilerSwapStatsFailed() ? FailStats(Options) : iStatus;
     }

@@ -12,9 +12,9 @@
 
 namespace
 {
-    std::string CacheOf(std::string const & sMedia)
+    std::string CacheOf(Options_s const & Options, std::string const & sMedia)
     {
-        return sMedia + "/filesystemcache.bin";
+        return Options.sCacheFile.empty() ? sMedia + "/filesystemcache.bin" : Options.sCacheFile;
     }
 
     bool IsFromCache()
@@ -40,10 +40,11 @@ namespace
         return false;
     }
 
-    std::string TellMissing(std::string const & sFolder, std::string const & sMedia)
+    std::string TellMissing(std::string const & sFolder, Options_s const & Options, std::string const & sMedia)
     {
-        return IsFromCache() ? "the cache was written without the folder " + sFolder + "; delete " + CacheOf(sMedia)
-                             : "the media have no folder " + sFolder;
+        return IsFromCache()
+                   ? "the cache was written without the folder " + sFolder + "; delete " + CacheOf(Options, sMedia)
+                   : "the media have no folder " + sFolder;
     }
 }
 
@@ -75,7 +76,9 @@ void MediaSet(Options_s const & Options, std::string const & sMedia)
     FileSetSplit(IsSplit(Options, sMedia) ? "\\gamedata\\" : nullptr);
     FileAlwaysExcludeFolder(".git");   // of a tree under version control
     ModuleFile_c::Get()->ReadMedia(true);
-    FilesystemCacheInit(Options.bCache ? CacheOf(sMedia).c_str() : nullptr);
+    FilesystemCacheInit(Options.bCache ? CacheOf(Options, sMedia).c_str() : nullptr);
+    ModuleFile_c::Get()->SetCacheFile(Options.bCache ? Options.sCacheFile.c_str() : nullptr);
+    ModuleFile_c::Get()->CheckCache(Options.bCache);
 }
 
 std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia)
@@ -87,11 +90,11 @@ std::string MediaCheckChoice(Options_s const & Options, std::string const & sMed
     bool const bGame = Options.bGameGiven || IsSplit(Options, sMedia);
     if (bGame && !IsKnown("\\gamedata\\" + Options.sGame + "\\"))
     {
-        return TellMissing("gamedata/" + Options.sGame, sMedia);
+        return TellMissing("gamedata/" + Options.sGame, Options, sMedia);
     }
     if (!Options.sConfig.empty() && !IsKnown("media\\_configdependeddata\\" + Options.sConfig + "\\"))
     {
-        return TellMissing("media/_configdependeddata/" + Options.sConfig, sMedia);
+        return TellMissing("media/_configdependeddata/" + Options.sConfig, Options, sMedia);
     }
     char const * const szSave = PathFileName(Options.sSave.c_str());
     return FileExists(szSave) ? "the media have a file " + std::string(szSave) + ": give another one with --save" : "";
@@ -107,8 +110,12 @@ std::string MediaTellSource(Options_s const & Options, std::string const & sMedi
     {
         return "a scan";
     }
-    FilesystemCacheSave(CacheOf(sMedia).c_str());
+    if (!FileScanIsWhole(sMedia.c_str()))
+    {
+        return "a scan that could not see all, as the log says; no cache is written";
+    }
+    FilesystemCacheSave(CacheOf(Options, sMedia).c_str());
     std::error_code Error;
-    return std::filesystem::exists(CacheOf(sMedia), Error) ? "a scan, and a cache for the next run"
-                                                           : "a scan; no cache could be written";
+    return std::filesystem::exists(CacheOf(Options, sMedia), Error) ? "a scan, and a cache for the next run"
+                                                                    : "a scan; no cache could be written";
 }

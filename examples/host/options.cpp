@@ -16,7 +16,7 @@ namespace
     // The options that take a value, as they come.
     struct Texts_s
     {
-        std::string sMedia, sConfig, sGame, sFrames, sLog, sSave, sStats;
+        std::string sMedia, sConfig, sGame, sFrames, sLog, sSave, sStats, sCacheFile;
     };
 
     struct ValueOption_s
@@ -35,6 +35,8 @@ namespace
         { "--save", &Texts_s::sSave,
             "FILE      where the world goes on from and is saved to (GAME.sav beside the logs)" },
         { "--stats", &Texts_s::sStats, "FILE     have the profiler write the times of every frame" },
+        { "--cache-file", &Texts_s::sCacheFile,
+            "FILE where --cache keeps the cache, for media that may not be written" },
     };
 
     struct FlagOption_s
@@ -47,10 +49,13 @@ namespace
     constexpr FlagOption_s FLAG_OPTIONS[] = {
         { "--new", &Options_s::bNew, "            begin a new world, and save it over the old one" },
         { "--cache", &Options_s::bCache,
-            "          start from filesystemcache.bin in the media root, which the first such run writes" },
+            "          start from filesystemcache.bin in the media root, which the first such run writes, and scan "
+            "again "
+            "when a folder has changed" },
         { "--watch", &Options_s::bWatch,
             "          run until interrupted, whatever --frames says, and take changed tables while running" },
-        { "--silent", &Options_s::bSilent, "         show no dialogs; a broken precondition then ends the run" },
+        { "--silent", &Options_s::bSilent,
+            "         show no dialogs; a broken precondition then ends the run with its text and status 1" },
         { "--help", &Options_s::bHelp, "           this text" },
     };
 
@@ -180,7 +185,12 @@ namespace
         {
             sMessage = MakeAbsolute(Texts.sStats, Options.sStats);
         }
-        for (auto const & [szWhat, sPath] : { std::pair("save", Options.sSave), std::pair("stats", Options.sStats) })
+        if (sMessage.empty() && !Texts.sCacheFile.empty())
+        {
+            sMessage = MakeAbsolute(Texts.sCacheFile, Options.sCacheFile);
+        }
+        for (auto const & [szWhat, sPath] : { std::pair("save", Options.sSave), std::pair("stats", Options.sStats),
+                 std::pair("cache", Options.sCacheFile) })
         {
             sMessage = sMessage.empty() ? CheckLength(szWhat, sPath) : sMessage;
             sMessage = sMessage.empty() ? CheckKind(szWhat, sPath) : sMessage;
@@ -206,7 +216,9 @@ std::string OptionsHelp()
     auto const Add = [&](auto const & Option) { sHelp += Va("  %s %s\n", Option.szName, Option.szHelp); };
     std::for_each(std::begin(VALUE_OPTIONS), std::end(VALUE_OPTIONS), Add);
     std::for_each(std::begin(FLAG_OPTIONS), std::end(FLAG_OPTIONS), Add);
-    sHelp += "\nExit status: 0 done, 1 a service did not start, 2 bad command line, 3 no such media, 4 not saved,\n"
-             "5 stats not written.\n";
+    sHelp +=
+        "\nExit status: 0 done, 1 a complaint or crash ended a silent run, 2 bad command line, 3 no such media,\n"
+        "4 not saved, 5 stats not written, 6 a service did not start, 7 the media can't be watched. Standard error\n"
+        "has the reason.\n";
     return sHelp;
 }

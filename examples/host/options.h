@@ -7,11 +7,13 @@
 enum Status_e : int
 {
     STATUS_OK = 0,
-    STATUS_FAILED = 1,   // a service did not start
-    STATUS_USAGE = 2,    // the command line makes no sense
-    STATUS_MEDIA = 3,    // no media, or not those that were asked for
-    STATUS_SAVE = 4,     // the world could not be saved
-    STATUS_STATS = 5     // the profiler's file could not be written
+    STATUS_FAILED = 1,    // the library ended a silent run: a broken precondition or a crash
+    STATUS_USAGE = 2,     // the command line makes no sense
+    STATUS_MEDIA = 3,     // no media, or not those that were asked for
+    STATUS_SAVE = 4,      // the world could not be saved
+    STATUS_STATS = 5,     // the profiler's file could not be written
+    STATUS_SERVICE = 6,   // a service did not start
+    STATUS_WATCH = 7      // the media can't be watched
 };
 
 /// What the command line says. Paths are absolute, without a separator at the end.
@@ -24,6 +26,7 @@ struct Options_s
     std::string sLogFolder;   // "logs" in the caller's current folder if none is given
     std::string sSave;        // a file; beside the logs if none is given
     std::string sStats;       // where the profiler writes; empty: nowhere
+    std::string sCacheFile;   // of the file system cache; empty: in the media root
     int nFrames = 480;
     bool bNew = false;     // a new world, whatever is saved
     bool bCache = false;   // start from the file system cache

@@ -29,6 +29,40 @@ namespace
         g_bOver = 1;
     }
 
+#ifdef SIGHUP
+    // Of a terminal that is closed. It comes twice where the shell passes it on, so no second one ends the host.
+    void OnHangUp(int iSignal)
+    {
+        std::signal(iSignal, SIG_IGN);
+        g_bOver = 1;
+    }
+#endif
+
+    // An interrupt and a closed terminal end what the host prints to, too. That must not cost the world.
+    void ListenToSignals()
+    {
+        std::signal(SIGINT, OnSignal);
+        std::signal(SIGTERM, OnSignal);
+#ifdef SIGHUP
+        std::signal(SIGPIPE, SIG_IGN);
+        if (std::signal(SIGHUP, OnHangUp) == SIG_IGN)   // as nohup starts it
+        {
+            std::signal(SIGHUP, SIG_IGN);
+        }
+#endif
+    }
+
+    void PrintNewProblem()
+    {
+        static std::string s_sPrinted;
+        std::string const sProblem = static_cast<char const *>(FileTrackGetProblem());
+        if (sProblem != s_sPrinted)
+        {
+            s_sPrinted = sProblem;
+            std::fprintf(stderr, "zqhost: %s\n", sProblem.c_str());
+        }
+    }
+
     Rows_t RowsOf(File_c const & File)
     {
         Rows_t dRows;
@@ -138,12 +172,14 @@ Watch_c::Watch_c(std::string const & sMedia, Survey_c const & Survey)
         g_dTables[static_cast<char const *>(File.sName)] = ReadRows(File);
     }
     g_bOver = 0;
-    std::signal(SIGINT, OnSignal);
-    std::signal(SIGTERM, OnSignal);
+    ListenToSignals();
     g_FileTrackChangesCallbacker.Add(OnChanged, false);
     FileTrackChanges(sMedia.c_str());
-    std::printf("\nWatching %s; interrupt to end.\n", sMedia.c_str());
-    std::fflush(stdout);
+    if (FileTrackIsOn())
+    {
+        std::printf("\nWatching %s; interrupt to end.\n", sMedia.c_str());
+        std::fflush(stdout);
+    }
 }
 
 Watch_c::~Watch_c()
@@ -157,5 +193,14 @@ Watch_c::~Watch_c()
 
 bool Watch_c::IsOver()
 {
+    if (FileTrackIsOn())
+    {
+        PrintNewProblem();
+    }
     return g_bOver != 0;
+}
+
+std::string Watch_c::GetWhyNot()
+{
+    return FileTrackIsOn() ? "" : static_cast<char const *>(FileTrackGetProblem());
 }

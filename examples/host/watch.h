@@ -12,12 +12,17 @@ class Survey_c;
 class Watch_c
 {
 public:
-    /// Remembers the rows of the survey's tables, and listens for the signals that ask a program to end.
+    /// Remembers the rows of the survey's tables, and listens for the signals that ask a program to end: SIGINT, SIGTERM
+    /// and, unless it is ignored, SIGHUP.
     Watch_c(std::string const & sMedia, Survey_c const & Survey);
     ~Watch_c();
     Watch_c(Watch_c const &) = delete;
     Watch_c & operator=(Watch_c const &) = delete;
 
-    /// Whether the host was asked to end. A second such signal ends it at once.
+    /// Whether the host was asked to end. A second SIGINT or SIGTERM ends it at once. Prints once what can't be watched
+    /// of folders that appeared.
     static bool IsOver();
+
+    /// Why nothing is watched, with the remedy where there is one; empty if the media are watched.
+    static std::string GetWhyNot();
 };

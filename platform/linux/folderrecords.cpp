@@ -3,7 +3,9 @@
 #include "platform/folderwatch.h"
 #include "platform/text.h"
 
+#include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -59,5 +61,15 @@ namespace plat
             std::memcpy(pBuffer + sizeof Head, sName.data(), nRecord - sizeof Head);
             pBuffer += nNext;
         }
+    }
+
+    void FolderWatchReason(char * szText, std::size_t nSize)
+    {
+        char const * const szRemedy =
+            errno == ENOSPC   ? "; raise fs.inotify.max_user_watches (sysctl)"
+            : errno == EMFILE ? "; raise fs.inotify.max_user_instances (sysctl) or the limit of open files (ulimit -n)"
+                              : "";
+        std::snprintf(
+            szText, nSize, "%s%s", errno == ENOSPC ? "the system has no watches left" : std::strerror(errno), szRemedy);
     }
 }

@@ -761,7 +761,7 @@ namespace plat
         m_pTree = new Tree_c(fnKeep);
         if (!m_pTree->Open(szFolder))
         {
-            int const iError = errno;
+            int const iError = m_pTree->m_nUnwatched > 0 ? ENOSPC : errno;
             Close();
             errno = iError;
         }
@@ -795,6 +795,8 @@ namespace plat
 
     std::size_t FolderWatch_c::TakeUnwatched()
     {
-        return IsOpen() ? std::exchange(m_pTree->m_nUnwatched, 0) : 0;
+        std::size_t const nUnwatched = IsOpen() ? std::exchange(m_pTree->m_nUnwatched, 0) : 0;
+        errno = nUnwatched > 0 ? ENOSPC : errno;
+        return nUnwatched;
     }
 }
