@@ -178,14 +178,14 @@ int File_c::RefOpen()
     plat::LockScope_c const Scope(m_Lock);
     if (!pData)
     {
-        ZQ_ASSERT_TEXT(m_iOpensCount == 0 || m_bLost, "m_iOpensCount==0");
+        ZQ_ASSERT_TEXT(GetOpensCount() == 0 || m_bLost, "m_iOpensCount==0");
         if (!Open(nullptr))
         {
-            return m_bLost ? 0 : m_iOpensCount;
+            return m_bLost ? 0 : GetOpensCount();
         }
         m_bLost = false;
     }
-    return ++m_iOpensCount;
+    return Count(1);
 }
 
 bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
@@ -208,7 +208,7 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
         return false;
     }
     m_bLost = false;
-    ++m_iOpensCount;
+    Count(1);
     return true;
 }
 
@@ -231,14 +231,14 @@ int File_c::RefClose()
     plat::LockScope_c const Scope(m_Lock);
     if (pData || m_bLost)
     {
-        --m_iOpensCount;
+        Count(-1);
     }
-    if (m_iOpensCount == 0)
+    if (GetOpensCount() == 0)
     {
         m_bLost = false;
         Close();
     }
-    return m_iOpensCount;
+    return GetOpensCount();
 }
 
 void File_c::TakeStreamFacts(plat::FileFacts_t const & Facts)

@@ -18,6 +18,8 @@
 #include "platform/files.h"
 #include "platform/threads.h"
 
+#include <atomic>
+
 class FileStored_c;
 
 /// One file. A library above may derive file objects of its own kind and add them to g_sFileObjects.
@@ -61,8 +63,8 @@ public:
     /// The key behind its last dot, the first character not counted as one; empty without a dot.
     char const * GetExt() const;
 
-    /// References to the block.
-    int GetOpensCount() const { return m_iOpensCount; }
+    /// References to the block. Any thread.
+    int GetOpensCount() const { return m_iOpensCount.load(std::memory_order_relaxed); }
 
     /// Makes the file stay resident, by a reference of the list of stayers (cfileasync.h), if its type is registered.
     /// For an Open that has just read the own block; any thread.
@@ -112,10 +114,18 @@ private:
     /// holds iRoom bytes.
     bool RefOpenAsync(void * pBuffer, int iRoom);
 
+    /// Adds to the count, under the lock; the count that results.
+    int Count(int nReferences)
+    {
+        int const iCount = GetOpensCount() + nReferences;
+        m_iOpensCount.store(iCount, std::memory_order_relaxed);
+        return iCount;
+    }
+
     /// Frees the lock if another thread holds it. For the child of a fork, where no other thread exists.
     void RenewLock();
 
-    int m_iOpensCount = 0;
+    std::atomic<int> m_iOpensCount = 0;   // changed under the lock
     plat::Lock_c m_Lock;
     bool m_bLost = false;       // pData is null though the count is not 0
     bool m_bStayer = false;     // was entered into the list of stayers

@@ -32,7 +32,9 @@ FileReplacement_c::FileReplacement_c(char const * szFile)
     {
         m_sBeside = m_sFile;
         m_sBeside.GetBuffer()[szBare - static_cast<char const *>(m_sFile)] = '\0';
-        m_sBeside += Va("%s%08x-%.*s", PREFIX, nNumber, BARE_ROOM, szBare);
+        char szName[256];   // Va's buffers belong to all threads
+        std::snprintf(szName, sizeof szName, "%s%08x-%.*s", PREFIX, nNumber, BARE_ROOM, szBare);
+        m_sBeside += szName;
         m_bMade = MakeExclusively(m_sBeside);
     }
 }

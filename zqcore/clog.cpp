@@ -18,6 +18,7 @@
 #include "platform/text.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <cwchar>
 #include <utility>
@@ -98,7 +99,8 @@ namespace
     bool WriteStamped(std::FILE * pFile, Line_c & Line, std::size_t nText)
     {
         auto const tPassed = static_cast<float>(longTimeGetPassed());
-        char const * const pBegin = FormatLinePrefix(Line.Text(), tPassed, g_iLogFrameCounter);
+        char const * const pBegin =
+            FormatLinePrefix(Line.Text(), tPassed, std::atomic_ref(g_iLogFrameCounter).load(std::memory_order_relaxed));
         char * const pEnd = Line.Text() + nText;
         *pEnd = '\n';
         bool const bWritten = g_MessageLog.Write(pFile, pBegin, static_cast<std::size_t>(pEnd + 1 - pBegin));

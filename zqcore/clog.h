@@ -20,7 +20,7 @@ inline constexpr int LOG_LINE_LENGTH = 2048;
 /// The open main log, or null. A host may set a stream of its own, which LogDone closes; lines go through its buffer.
 extern ZQ_API std::FILE * g_pMessageLogFile;
 
-/// The frame number printed in each line. The application advances it.
+/// The frame number printed in each line. The application advances it, by std::atomic_ref if other threads log.
 extern ZQ_API int g_iLogFrameCounter;
 
 /// Names the folder and the file of the main log and passes them to the crash report. Must come before LogInit. The

@@ -13,6 +13,7 @@
 #include "zqcore/csimpleprofile.h"
 #include "zqcore/ctimer.h"
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -66,7 +67,7 @@ namespace
             Survey.StreamFiles(ModuleSettings_c::Get()->m_nStream);
         }
         MemoryResetFrameAllocCount();
-        ++g_iLogFrameCounter;
+        std::atomic_ref(g_iLogFrameCounter).fetch_add(1, std::memory_order_relaxed);   // the file worker logs
         ProfilerEndFrame();
     }
 

@@ -1,0 +1,200 @@
+// What the headers allow to several threads, done by eight of them at once. The thread checker sees the most of it.
+#include "tests/test_support.h"
+
+#include "zqcore/capp.h"
+#include "zqcore/ccallback.h"
+#include "zqcore/ccrc.h"
+#include "zqcore/ccryptrnd.h"
+#include "zqcore/cexceptioninfo.h"
+#include "zqcore/cexceptionreport.h"
+#include "zqcore/cfile.h"
+#include "zqcore/cfilelog.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/cfilereplace.h"
+#include "zqcore/cguid.h"
+#include "zqcore/clog.h"
+#include "zqcore/clogf.h"
+#include "zqcore/cmemoryreport.h"
+#include "zqcore/cperlin.h"
+#include "zqcore/cregistry.h"
+#include "zqcore/cserialize.h"
+#include "zqcore/csimpleprofile.h"
+#include "zqcore/csincos.h"
+#include "zqcore/ctexterror.h"
+#include "zqcore/ctimer.h"
+#include "zqcore/cversion.h"
+
+#include "platform/registry.h"
+
+#include <atomic>
+
+namespace
+{
+    constexpr int THREADS = 8;
+    constexpr int ROUNDS = 10;
+
+    std::atomic<int> g_nHeard, g_nFiles, g_nDialogs;
+    std::string g_sFolder;
+    File_c * g_pShared;
+
+    void LogAndTime(int i)
+    {
+        Log("thread %i", i);
+        Logc(true, "at %f of %f, %lld", longTimeGetPassed(), longTimeGet(), static_cast<long long>(shortTimeGet()));
+        LogText("text");
+        Debugf("thread %i", i);
+        LogWinLastError(nullptr);
+        Logf("threads.csv", "%i", i);
+        Logf_raw("threads.csv", "raw\n");
+        SetTextErrorLog(true);
+    }
+
+    void Complain(int i)
+    {
+        DebugMessages_c & Messages = DebugMessages_c::Get();
+        Warning("thread %i", i);
+        Achtung("thread %i", i);
+        SetWarnings(i % 2 == 0);
+        SetAchtungs(i % 2 == 0);
+        ZQ_ASSERT_EX(i < 0, "thread %i", i);
+        Messages.DebugAssert("file.cpp", i, "text");
+        (Messages.*Messages.SetLocation("file.cpp", i))("thread %i", i);
+        MessageBoxPlain(nullptr, "text", "caption", MESSAGE_OK);
+        ExceptionInfo_c::TraceLine("thread %i", i);
+    }
+
+    void UseFiles(int i)
+    {
+        EXPECT_TRUE(FileOpen(g_pShared) && g_pShared->GetOpensCount() > 0);
+        EXPECT_EQ(g_pShared->pData[0], 'i');
+        unsigned char szPart[2];
+        std::uint32_t nBytes = sizeof szPart;
+        EXPECT_TRUE(g_pShared->Load(0, szPart, nBytes));
+        FileStored_c * const pStream = g_pShared->OpenStored();
+        EXPECT_EQ(pStream->ReadStored(szPart, 1, 2), 2u);
+        pStream->CloseStored();
+        FileClose(g_pShared);
+        FileOpenTracker(&szPart, "own handle");
+        FileCloseTracker(&szPart);
+        FileOpenToResponseLog(std::to_string(i).c_str(), FILE_LOG_PLAIN | FILE_LOG_CLEAN);
+        EXPECT_TRUE(DirectoryExists(g_sFolder.c_str()));
+    }
+
+    void Save(int i)
+    {
+        FileReplacement_c Replacement((g_sFolder + "/save" + std::to_string(i)).c_str());
+        BufferedWriteable_c Archive(Replacement.GetBeside(), 0x10000);
+        Archive.Open();
+        Archive.Serialize(i);
+        EXPECT_TRUE(Archive.Close() && Replacement.Commit());
+        Registry_c Registry;
+        EXPECT_TRUE(Registry.CreateKey("threads") && Registry.WriteValue("value", i));
+        EXPECT_LT(Registry.ReadInt("value", THREADS), THREADS);
+    }
+
+    void UseMemory(int i)
+    {
+        static std::atomic<int *> s_pPassed{ nullptr };   // from one thread to the next
+        MemCategoryScope_c const Scope(i % 2 ? mem::Sound : mem::AI);
+        delete s_pPassed.exchange(ZQ_NEW int(i));
+        delete s_pPassed.exchange(nullptr);
+        aligned_free_dbg(aligned_malloc_dbg(100, 64, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__));
+        mem::CategoryInfo dInfo[mem::TOTAL];
+        std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
+        MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
+        EXPECT_GE(iMaxBytes, iBytes);
+        EXPECT_TRUE(MemoryTotalAllocations() > 0 && MemoryTotalBytesAllocated() <= MemoryMaxTotalBytesAllocated());
+        MemoryGetFrameAllocCount();
+        mem::UserAllocatorInfo_c Own;
+        EXPECT_TRUE(mem::RegisterUserAllocator(Own) && mem::GetUserAllocators(nullptr, 0) > 0);
+        EXPECT_TRUE(mem::UnRegisterUserAllocator(Own));
+    }
+
+    void UseNumbers(int i)
+    {
+        unsigned char dBytes[21];
+        PutNextRandom();
+        GetRandomBytes(dBytes, sizeof dBytes);
+        Guid_c One, Two;
+        EXPECT_TRUE(Guid_c::Create(One) && Guid_c::Create(Two) && !(One == Two));
+        EXPECT_EQ(GetCrc32Polynomial("123456789", 9), 0xCBF43926u);
+        EXPECT_EQ(PerlinNoise(0.5f + static_cast<float>(i)), PerlinNoise(0.5f + static_cast<float>(i)));
+        EXPECT_EQ(g_dSinTable[0], 0.0f);
+        EXPECT_EQ(GetLibraryVersion(), ZQCORE_VERSION);
+        auto const eContext = static_cast<SimpleProfileContext_e>(i % SIMPLE_PROFILE_CONTEXT_TOTAL);
+        SimpleProfilePush(eContext, SIMPLE_TIMER_AI);
+        SimpleProfilePop(eContext, SIMPLE_TIMER_AI);
+        EXPECT_STREQ(SimpleProfileName(SIMPLE_TIMER_AI), "TIMER_AI");
+        SimpleProfileGet(eContext, SIMPLE_TIMER_AI);
+    }
+}
+
+TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
+{
+    TempFolder_c const Folder;
+    g_sFolder = Folder.GetPath();
+    Folder.Write("media/shared.csv", "ident;n\n@head;\na;1\n");
+    Folder.MakeFolder("media/logs");
+    LogSetFile(std::filesystem::path(g_sFolder + "/").wstring().c_str(), L"message.log");
+    LogInit();
+    plat::RegistrySetFolder(plat::RegistryTree_e::User, Folder.MakeFolder("registry").c_str());
+    SetPQXMediaPath(Folder.Join("media").c_str());
+    ExceptionReport_c::SetSymbolHelper("");
+    auto const fnFormer = plat::DialogSetHandler(
+        [](plat::Dialog_t const & Dialog)
+        {
+            ++g_nDialogs;
+            return Dialog.eButtons == plat::DialogButtons_e::AbortRetryIgnore ? plat::DialogAnswer_e::Ignore
+                   : Dialog.eButtons == plat::DialogButtons_e::Ok             ? plat::DialogAnswer_e::Ok
+                                                                              : plat::DialogAnswer_e::No;
+        });
+    Guid_c::SetGlobalOnly(false);
+    g_nHeard = g_nFiles = g_nDialogs = 0;
+    g_WarningsCallbacker.Add([](char const *) { ++g_nHeard; }, false);
+    g_FileOpenCallbacker.Add([](char const *) { ++g_nFiles; }, false);
+    for (Module_c * pModule : { static_cast<Module_c *>(ModulePerlin_c::Get()),
+             static_cast<Module_c *>(ModuleSinCos_c::Get()), static_cast<Module_c *>(ModuleFile_c::Get()) })
+    {
+        Module_c::Register(pModule);
+    }
+    ASSERT_TRUE(Module_c::InitializeAllModules());
+    g_pShared = FileStream("shared.csv");
+    ASSERT_TRUE(g_pShared);
+    FileOpenLogEnable("threads", FILE_LOG_PLAIN | FILE_LOG_CLEAN, false);
+    std::atomic<int> nAtWork{ THREADS };
+    std::thread Frames(
+        [&nAtWork]
+        {
+            while (nAtWork > 0)
+            {
+                std::atomic_ref(g_iLogFrameCounter).fetch_add(1);
+                MemoryResetFrameAllocCount();
+                SimpleProfileReset(SIMPLE_PROFILE_CONTEXT_0);
+                std::this_thread::yield();
+            }
+        });
+    InThreads(THREADS,
+        [&nAtWork](int i)
+        {
+            constexpr void (*CALLS[])(int) = { LogAndTime, Complain, UseFiles, Save, UseMemory, UseNumbers };
+            for (int iRound = 0; iRound < ROUNDS * 6; ++iRound)
+            {
+                CALLS[(iRound + i) % 6](i);
+            }
+            --nAtWork;
+        });
+    Frames.join();
+    EXPECT_EQ(g_pShared->GetOpensCount(), 0);
+    EXPECT_GE(g_nHeard, THREADS * ROUNDS);
+    EXPECT_GE(g_nDialogs, THREADS * ROUNDS * 3);
+    EXPECT_GE(g_nFiles, THREADS * ROUNDS);
+    FileOpenLogDisable();
+    Module_c::ShutdownAllModules();
+    LogDone();
+    g_WarningsCallbacker.Reset();
+    plat::DialogSetHandler(fnFormer);
+    plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);
+    ExceptionReport_c::SetSymbolHelper(ZQSYMBOLS_PATH);
+    Guid_c::SetGlobalOnly(true), SetTextErrorLog(false), SetWarnings(false), SetAchtungs(true), SetPQXMediaPath("");
+}
