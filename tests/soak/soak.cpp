@@ -5,7 +5,7 @@
 // The main thread runs frames without pause: the heartbeats, both profilers, opens and asynchronous reads, and now and
 // then a rewritten table, a save, registry values and a complaint. Seven more threads allocate under categories, log,
 // and complain. After each tenth of the frames a line shows what the process holds. Status 1 if something grew from the
-// second line to the last: live blocks or bytes of a category, descriptors, threads, or pages of the process.
+// second line to the last: live blocks of a category, descriptors, threads, pages of the process, or bytes of logs.
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
@@ -38,7 +38,7 @@
 
 namespace
 {
-    constexpr int THREADS = 7, FILES = 40, SELDOM = 1000;
+    constexpr int THREADS = 7, FILES = 40, SELDOM = 1000, LOG_LIMIT = 10000;
 
     std::atomic<bool> g_bOver = false;
     std::atomic<int> g_nComplaints = 0;
@@ -50,6 +50,7 @@ namespace
         std::ptrdiff_t iBlocks = 0, iBytes = 0, iPeak = 0;
         std::ptrdiff_t nDescriptors = 0, nThreads = 0;
         long nPages = 0;
+        std::ptrdiff_t nLogBytes = 0;
     };
 
     std::ptrdiff_t CountEntries(char const * szFolder)
@@ -58,7 +59,7 @@ namespace
         return std::distance(Iterator_t(szFolder), Iterator_t());
     }
 
-    Held_s Hold()
+    Held_s Hold(std::string const & sFolder)
     {
         Held_s Held;
         MemoryCategoriesGet(Held.dCategories.data(), Held.iBlocks, Held.iBytes, Held.iPeak);
@@ -66,6 +67,12 @@ namespace
         Held.nThreads = CountEntries("/proc/self/task");
         long nAll = 0;
         std::ifstream("/proc/self/statm") >> nAll >> Held.nPages;
+        for (auto const & File : std::filesystem::directory_iterator(sFolder + "/log"))
+        {
+            std::error_code Gone;
+            std::uintmax_t const nBytes = File.file_size(Gone);   // a log may be renamed meanwhile
+            Held.nLogBytes += Gone ? 0 : static_cast<std::ptrdiff_t>(nBytes);
+        }
         return Held;
     }
 
@@ -84,7 +91,8 @@ namespace
     {
         bool bGrew = Grew("Descriptors", First.nDescriptors, Last.nDescriptors, 1)
                      | Grew("Threads", First.nThreads, Last.nThreads, 0)
-                     | Grew("Pages", First.nPages, Last.nPages, First.nPages / 20);
+                     | Grew("Pages", First.nPages, Last.nPages, First.nPages / 20)
+                     | Grew("Logs", First.nLogBytes, Last.nLogBytes, (THREADS + 1) * 3 * LOG_LIMIT - First.nLogBytes);
         for (int i = 0; i < mem::TOTAL; ++i)
         {
             char const * const szName = MemoryCategoryName(static_cast<mem::Categories_e>(i));
@@ -181,18 +189,18 @@ namespace
             dThreads.emplace_back(RunThread, i);
         }
         Held_s First, Last;
-        std::printf("%10s %8s %10s %11s %7s %7s %10s\n", "frames", "blocks", "bytes", "descriptors", "threads", "pages",
-            "complaints");
+        std::printf("%10s %8s %10s %11s %7s %7s %10s %10s\n", "frames", "blocks", "bytes", "descriptors", "threads",
+            "pages", "log bytes", "complaints");
         for (int iTenth = 1; iTenth <= 10; ++iTenth)
         {
             for (int i = nFrames / 10 * (iTenth - 1); i < nFrames / 10 * iTenth; ++i)
             {
                 RunFrame(i, sFolder);
             }
-            Last = Hold();
+            Last = Hold(sFolder);
             First = iTenth == 2 ? Last : First;
-            std::printf("%10i %8td %10td %11td %7td %7ld %10i\n", nFrames / 10 * iTenth, Last.iBlocks, Last.iBytes,
-                Last.nDescriptors, Last.nThreads, Last.nPages, g_nComplaints.load());
+            std::printf("%10i %8td %10td %11td %7td %7ld %10td %10i\n", nFrames / 10 * iTenth, Last.iBlocks,
+                Last.iBytes, Last.nDescriptors, Last.nThreads, Last.nPages, Last.nLogBytes, g_nComplaints.load());
             std::fflush(stdout);
         }
         g_bOver = true;
@@ -219,6 +227,7 @@ int main(int nArguments, char ** dArguments)
     }
     plat::RegistrySetFolder(plat::RegistryTree_e::User, (sFolder + "/registry").c_str());
     LogSetFile(std::filesystem::path(sFolder + "/log/").wstring().c_str(), L"message.log");
+    LogSetLimit(LOG_LIMIT, 2);
     AppMiscStartup();
     SetPQXMediaPath((sFolder + "/media").c_str());
     SetAchtungs(false);
