@@ -114,14 +114,18 @@ TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
     {
         void Act() override {}
     };
-    auto const CallPureVirtual = []
+    TempFolder_c const Folder;
+    auto const CallPureVirtual = [&Folder]
     {
+        LogSetFile(std::filesystem::path(Folder.GetPath() + "/").wstring().c_str(), L"");
         AppMiscStartup();
         auto const Executable = std::filesystem::read_symlink("/proc/self/exe");
-        std::fprintf(stderr, "in folder: %i\n", std::filesystem::current_path() == Executable.parent_path());
+        std::fprintf(stderr, "in folder: %i, log: %i\n", std::filesystem::current_path() == Executable.parent_path(),
+            g_pMessageLogFile != nullptr);
         Concrete_s();
     };
-    EXPECT_EXIT(CallPureVirtual(), testing::KilledBySignal(SIGTRAP), "in folder: 1\n.*\npure virtual function call");
+    EXPECT_EXIT(
+        CallPureVirtual(), testing::KilledBySignal(SIGTRAP), "in folder: 1, log: 1\n.*\npure virtual function call");
 }
 
 TEST_F(App, ShutdownEmptiesTheListsOfAppearancesAndInput)
