@@ -290,6 +290,7 @@ def main():
                 if wrong:
                     forever = " and all after" if times > 1 else ""
                     broken.append(f"{name}: {kind_name} {call}{forever}, {reason or 'short'}, at {site:#x}: {wrong}")
+                    print(broken[-1], file=sys.stderr, flush=True)
     print("| Scenario | Call | Runs | Went on | Ended with its reason | Broken |\n|---|---|--:|--:|--:|--:|")
     for (name, kind_name), row in rows.items():
         ended = row["runs"] - row["went on"]
