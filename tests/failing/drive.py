@@ -49,6 +49,8 @@ REASONS = {
 }
 FOREVER = 1 << 62
 KILLED = -signal.SIGKILL
+# How a program without memory may end, in words.
+OUT_OF_MEMORY = {-signal.SIGTRAP: "Can't allocate additional", -signal.SIGABRT: "bad_alloc"}
 TIME_LIMIT = 20
 
 Outcome = collections.namedtuple("Outcome", "status text")
@@ -96,6 +98,7 @@ def run(command, folder, environment=None, drive=None):
 
 class Host:
     """The example host's life over a media tree of its own. Its save is what it was or what it should be."""
+    STATUSES = (0, 1, 3, 4, 5, 6)   # those that the host's help names
     LOADED = re.compile(r"Loaded\n  .* after (\d+) hours")
     SAVED = re.compile(r"Saved\n  .* after (\d+) hours")
 
@@ -129,12 +132,16 @@ class Host:
         """What is wrong after a run, or None. A run without failures must go on from the last save."""
         if outcome.status == 0 and "Saved\n" not in outcome.text:
             return "ended well and saved nothing"
-        if outcome.status not in (0, 1, 3, 4, 5, KILLED) and not (kind == "allocate" and outcome.status == -signal.SIGABRT):
+        if kind == "allocate" and OUT_OF_MEMORY.get(outcome.status, "\0") in outcome.text:
+            return self.judge_files(folder, outcome)
+        if outcome.status not in (*self.STATUSES, KILLED):
             return "hangs" if outcome.status is None else f"status {outcome.status}"
-        if outcome.status not in (0, KILLED) and not re.search("^zqhost: |^Abort", outcome.text, re.M):
+        said = re.search("^zqhost: |^Assert|Can't allocate", outcome.text, re.M)
+        if outcome.status not in (0, KILLED, -signal.SIGTERM) and not said:
             return f"status {outcome.status} without a word"
-        if outcome.status != -signal.SIGABRT and "Memory leak" in outcome.text:
-            return "a leak"
+        return "a leak" if "Memory leak" in outcome.text else self.judge_files(folder, outcome)
+
+    def judge_files(self, folder, outcome):
         before = self.runs_before * 10
         after = self.plain_run(folder)
         loaded = self.LOADED.search(after.text)
@@ -152,7 +159,8 @@ class Host:
 
 
 class Watch(Host):
-    """The host beside somebody who writes a table, until it is asked to end."""
+    """The host beside somebody who writes a table, until it is asked to end, which it may be while it starts."""
+    STATUSES = (*Host.STATUSES, 7, -signal.SIGTERM)
 
     def drive(self):
         def act(process):
@@ -186,7 +194,8 @@ class Parts:
     def judge(self, folder, outcome, kind):
         if self.service == "crash":
             return None if outcome.status in (-signal.SIGSEGV, KILLED) else f"status {outcome.status}: {outcome.text[-200:]}"
-        if outcome.status not in (0, 1, KILLED) and not (kind == "allocate" and outcome.status == -signal.SIGABRT):
+        out_of_memory = kind == "allocate" and OUT_OF_MEMORY.get(outcome.status, "\0") in outcome.text
+        if outcome.status not in (0, 1, KILLED) and not out_of_memory:
             return "hangs" if outcome.status is None else f"status {outcome.status}: {outcome.text[-200:]}"
         if outcome.status == 1 and not outcome.text.strip():
             return "failed without a word"
