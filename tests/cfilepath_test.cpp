@@ -113,6 +113,22 @@ TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
     g_sExcludedFolders.Reset();
 }
 
+// A link that leads nowhere is not seen, so what it differs from in case only is found.
+TEST_F(FilePathTest, AFileBesideALinkToNothingOpens)
+{
+    Make({ { "One.txt", "one" }, { "Two.txt", "two" }, { "Three.txt", "three" } });
+    fs::create_symlink("one.txt", Folder.Join("one.txt"));
+    fs::create_symlink("nothing", Folder.Join("two.txt"));
+    fs::create_symlink("One.txt/x", Folder.Join("three.txt"));
+    ASSERT_TRUE(Scan());
+    for (std::string const sName : { "one", "two", "three" })
+    {
+        File_c * const pFile = FileOpen((sName + ".txt").c_str());
+        EXPECT_EQ(Contents(pFile), sName);
+        FileClose(pFile);
+    }
+}
+
 TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
 {
     std::string const sLong(200, 'p');

@@ -302,6 +302,7 @@ namespace plat
 
     bool DiskPath_c::NextSpelling()
     {
+        int const iError = errno;
         if (m_eTried == Tried_e::AsWritten)
         {
             m_eTried = Tried_e::Record;
@@ -318,7 +319,7 @@ namespace plat
                 return true;
             }
         }
-        errno = ENOENT;
+        errno = iError;
         return false;
     }
 

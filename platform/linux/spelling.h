@@ -25,7 +25,8 @@ namespace plat
         explicit DiskPath_c(char const * szPath);
 
         /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno says that
-        /// there is no such name. The last call's result; ENAMETOOLONG without a call if the path does not fit.
+        /// there is no such name, or that a link leads nowhere, as listings leave that out. The last call's result;
+        /// ENAMETOOLONG without a call if the path does not fit.
         template <typename TRY>
         int Try(TRY fnTry)
         {
@@ -35,7 +36,8 @@ namespace plat
                 return -1;
             }
             int iResult = fnTry(static_cast<char const *>(m_szPath));
-            while (iResult < 0 && errno == ENOENT && NextSpelling())
+            while (iResult < 0 && (errno == ENOENT || errno == ELOOP || errno == ENOTDIR || errno == EACCES)
+                   && NextSpelling())
             {
                 iResult = fnTry(static_cast<char const *>(m_szPath));
             }
