@@ -2,6 +2,7 @@
 
 #include "platform/checker.h"
 #include "platform/faults.h"
+#include "platform/linux/symbolprotocol.h"
 #include "platform/memory.h"
 #include "tests/machine_support.h"
 
@@ -12,6 +13,7 @@
 #include <execinfo.h>
 #include <fstream>
 #include <sstream>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -420,4 +422,22 @@ TEST_F(SymbolWalk, MemoryThatCannotBeReadEndsTheWalk)
                 }
             }
         });
+}
+
+TEST_F(SymbolWalk, TheHelperRefusesAnotherWordSize)
+{
+    int dEnds[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, dEnds), 0);
+    plat::SymbolStart_t const Start{ plat::SYMBOL_MARK, 0, {} };
+    plat::SymbolRequest_t const Request{ plat::ASK_FRAME, 0, 0 };
+    plat::SymbolMemory_t const Memory{ 1, {} };
+    send(dEnds[0], &Start, sizeof Start, 0);
+    send(dEnds[0], &Request, sizeof Request, 0);
+    send(dEnds[0], &Memory, sizeof Memory, 0);
+    shutdown(dEnds[0], SHUT_WR);
+    pid_t const iHelper = StartChild(
+        [&] { return dup2(dEnds[1], plat::SYMBOL_SOCKET) >= 0 ? execl(ZQSYMBOLS_PATH, ZQSYMBOLS_PATH, nullptr) : 0; });
+    EXPECT_EQ(StatusOfChild(iHelper), 1);
+    close(dEnds[0]);
+    close(dEnds[1]);
 }

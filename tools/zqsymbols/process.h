@@ -41,6 +41,11 @@ namespace zqsymbols
     class Process_c
     {
     public:
+        Process_c() = default;
+        ~Process_c() { dwfl_end(m_pDwfl); }
+        Process_c(Process_c const &) = delete;
+        Process_c & operator=(Process_c const &) = delete;
+
         /// False if the other side is of another build.
         bool Start();
 
