@@ -1,4 +1,5 @@
-// copcode_fuzz.cpp: code of any bytes in both modes, and compact tables of any bytes.
+// copcode_fuzz.cpp: code of any bytes in both modes, and compact tables of any bytes. What follows an instruction changes
+// nothing about it.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/copcode.h"
 #include "zqcore/copcode_internal.h"
@@ -24,6 +25,14 @@ namespace
 
         std::size_t nLines = 0;
     };
+
+    std::string Text(OpcodeDecoder_c & Decoder, unsigned char const * pCode, std::size_t & nBytes)
+    {
+        std::string sText(256, '\0');
+        Decoder.SetAddressBias(0x1000 - reinterpret_cast<std::uintptr_t>(pCode));
+        nBytes = Decoder.Decode(pCode, nBytes, sText.data(), sText.size());
+        return sText;
+    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
@@ -37,6 +46,12 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         CountingSink_c Sink;
         Listing.Write(Sink);
         Require(Sink.nLines == nInstructions);
+        OpcodeDecoder_c Decoder(eMode);
+        std::size_t nFirst = dCode.size();
+        std::string const sFirst = Text(Decoder, dCode.data(), nFirst);
+        std::size_t nAlone = nFirst;
+        std::vector<unsigned char> const dFirst(pData, pData + nFirst);
+        Require(Text(Decoder, dFirst.data(), nAlone) == sFirst && nAlone == nFirst);
     }
     std::vector<unsigned char> dTable(16384);
     Require(OpcodeExpand(dCode.data(), dCode.size(), dTable.data(), dTable.size()) <= dTable.size());

@@ -1,13 +1,26 @@
-// fuzz_support.h: what the targets share: a file without a disk, and a check that ends the process.
+// fuzz_support.h: what the targets share: a file without a disk, a folder, the input as a stream, and a check that ends the
+// process.
 #pragma once
 
+#include "platform/faults.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cmemory.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <unistd.h>
+
+/// Leaves faults to the fuzzer, which keeps the input.
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    plat::FaultFilterSet(nullptr);
+    return 0;
+}
 
 /// The file "fuzz.txt", which serves bytes in a block of exactly their size. Lives until the end of the process.
 class FuzzFile_c : public File_c
@@ -56,10 +69,55 @@ inline bool IsRefused(std::string_view & sText)
     return sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF");
 }
 
-inline void Require(bool bAgreed)
+inline void Require(bool bAgreed, int iLine = __builtin_LINE())
 {
     if (!bAgreed)
     {
+        std::fprintf(stderr, "line %d does not hold\n", iLine);
         std::abort();
     }
+}
+
+/// An input that is read from front to back; zeros follow its end.
+class Input_c
+{
+public:
+    Input_c(unsigned char const * pData, std::size_t nSize)
+        : m_sRest(reinterpret_cast<char const *>(pData), nSize)
+    {}
+    bool IsEmpty() const { return m_sRest.empty(); }
+    std::string Take(std::size_t nBytes = std::string::npos)
+    {
+        std::string const sTaken(m_sRest.substr(0, nBytes));
+        m_sRest.remove_prefix(sTaken.size());
+        return sTaken;
+    }
+    template <typename T = unsigned char>
+    T Get()
+    {
+        T Value{};
+        std::string const sBytes = Take(sizeof Value);
+        std::memcpy(&Value, sBytes.data(), sBytes.size());
+        return Value;
+    }
+
+private:
+    std::string_view m_sRest;
+};
+
+/// The text in lower case.
+inline std::string Lower(std::string sText)
+{
+    std::transform(sText.begin(), sText.end(), sText.begin(),
+        [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return sText;
+}
+
+/// A folder of this process, below the one for temporary files.
+inline std::string const & FuzzFolder()
+{
+    static std::string const & s_sFolder =
+        *new std::string(std::filesystem::temp_directory_path() / ("zqcore_fuzz_" + std::to_string(getpid())));
+    std::filesystem::create_directories(s_sFolder);
+    return s_sFolder;
 }

@@ -13,6 +13,7 @@ struct Holding_t
     std::uint64_t nBlocks = 0;
     std::uint64_t nBytes = 0;
 
+    bool operator==(Holding_t const &) const = default;
     void Add(Holding_t const & Other)
     {
         nBlocks += Other.nBlocks;

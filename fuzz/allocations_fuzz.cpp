@@ -1,0 +1,57 @@
+// allocations_fuzz.cpp: reports of allocations of any bytes, beside a reader by patterns.
+#include "fuzz/fuzz_support.h"
+#include "tools/zqtool/allocationreport.h"
+
+#include <cerrno>
+#include <regex>
+#include <sstream>
+#include <vector>
+
+namespace
+{
+    /// The fields of a line that is of a pattern, the first of them a number of 64 bits; none for any other line.
+    std::vector<std::string> Fields(std::string const & sLine, std::regex const & Pattern)
+    {
+        std::smatch Match;
+        errno = 0;
+        bool const bMatch =
+            std::regex_match(sLine, Match, Pattern) && (std::strtoull(Match[1].str().c_str(), nullptr, 10), errno == 0);
+        return bMatch ? std::vector<std::string>(Match.begin() + 1, Match.end()) : std::vector<std::string>();
+    }
+
+    /// What the report holds; how often the reader must complain.
+    int ReadByPatterns(std::istream & Stream, AllocationReport_t & Report)
+    {
+        static auto const & s_Block = *new std::regex("([0-9]+); ((?:(?!; )[\\s\\S])+); ([\\s\\S]*\\([\\s\\S]*\\))");
+        static auto const & s_Total = *new std::regex("([0-9]+); total");
+        std::string sLine;
+        auto const Next = [&]
+        { return std::getline(Stream, sLine) && (sLine.resize(sLine.size() - sLine.ends_with('\r')), true); };
+        if (!Next() || sLine != "Memory allocations")
+        {
+            return 1;
+        }
+        int nComplaints = 0;
+        while (Next() && !sLine.empty())
+        {
+            auto const dFields = Fields(sLine, s_Block);
+            dFields.empty() ? void(++nComplaints)
+                            : Report.dCategories[dFields[1]][dFields[2]].Add({ 1, std::stoull(dFields[0]) });
+        }
+        bool const bTitle = Next() && sLine == "Total allocations" && Next();
+        auto const dTotal = Fields(bTitle ? sLine : "", s_Total);
+        return nComplaints + (dTotal.empty() || std::stoull(dTotal[0]) != Report.Total().nBlocks);
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    std::istringstream Stream(std::string(pData, pData + nSize)), Same(Stream.str());
+    AllocationReport_t Report, Expected;
+    int nComplaints = 0;
+    bool const bSound =
+        ReadAllocationReport(Stream, Report, [&](int iLine, std::string const &) { nComplaints += iLine > 0; });
+    Require(bSound == (nComplaints == 0) && nComplaints == ReadByPatterns(Same, Expected));
+    Require(Report.dCategories == Expected.dCategories);
+    return 0;
+}

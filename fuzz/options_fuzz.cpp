@@ -1,0 +1,98 @@
+// options_fuzz.cpp: command lines of the host, split as its help says. One that is accepted says the same when it is written
+// out in full.
+//
+// Arguments end at zeros. One of a single byte is the option of that number in the help.
+#include "examples/host/options.h"
+#include "fuzz/fuzz_support.h"
+
+#include <map>
+#include <sstream>
+#include <vector>
+
+namespace
+{
+    using Arguments_t = std::vector<std::string>;
+
+    /// The options of the help, and whether they take a value.
+    std::map<std::string, bool> const & HelpOptions()
+    {
+        static auto & s_Options = *new std::map<std::string, bool>;
+        std::istringstream Help(s_Options.empty() ? OptionsHelp() : "");
+        for (std::string sLine; std::getline(Help, sLine);)
+        {
+            std::size_t const iEnd = sLine.find(' ', 2);
+            sLine.starts_with("  --") ? void(s_Options[sLine.substr(2, iEnd - 2)] = sLine[iEnd + 1] != ' ') : void();
+        }
+        return s_Options;
+    }
+
+    /// False if the arguments are no options with their values.
+    bool Split(Arguments_t const & dArguments, std::map<std::string, std::string> & Values)
+    {
+        bool bGood = true;
+        for (std::size_t i = 0; i < dArguments.size() && bGood; ++i)
+        {
+            std::string const & sName = dArguments[i];
+            bGood = HelpOptions().contains(sName);
+            if (bGood && HelpOptions().at(sName))
+            {
+                bGood = ++i < dArguments.size() && !dArguments[i].empty() && !dArguments[i].starts_with("--")
+                        && Values.emplace(sName, dArguments[i]).second;
+            }
+        }
+        return bGood;
+    }
+
+    bool Read(Arguments_t dArguments, Options_s & Options)
+    {
+        std::string sProgram, sMessage;
+        std::vector<char *> dPointers{ sProgram.data() };
+        std::ranges::transform(dArguments, std::back_inserter(dPointers), [](std::string & s) { return s.data(); });
+        bool const bRead = OptionsRead(static_cast<int>(dPointers.size()), dPointers.data(), Options, sMessage);
+        Require(bRead == sMessage.empty());
+        return bRead;
+    }
+
+    Arguments_t InFull(Options_s const & Options)
+    {
+        Arguments_t dFull{ "--frames", std::to_string(Options.nFrames) };
+        for (auto const & [szName, sValue] : { std::pair("--media", Options.sMedia), { "--config", Options.sConfig },
+                 { "--game", Options.bGameGiven ? Options.sGame : "" }, { "--log", Options.sLogFolder },
+                 { "--save", Options.sSave }, { "--stats", Options.sStats }, { "--cache-file", Options.sCacheFile },
+                 { "--new", Options.bNew ? "--new" : "" }, { "--cache", Options.bCache ? "--cache" : "" },
+                 { "--watch", Options.bWatch ? "--watch" : "" }, { "--silent", Options.bSilent ? "--silent" : "" } })
+        {
+            sValue.empty() ? void() : dFull.push_back(szName);
+            sValue.empty() || sValue == szName ? void() : dFull.push_back(sValue);
+        }
+        return dFull;
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    Arguments_t dArguments;
+    std::istringstream Stream(std::string(pData, pData + nSize));
+    for (std::string sArgument; std::getline(Stream, sArgument, '\0');)
+    {
+        bool const bOption = sArgument.size() == 1 && static_cast<unsigned char>(sArgument[0]) <= HelpOptions().size();
+        dArguments.push_back(bOption ? std::next(HelpOptions().begin(), sArgument[0] - 1)->first : sArgument);
+    }
+    std::map<std::string, std::string> Values;
+    Options_s Options, Again;
+    bool const bSplit = Split(dArguments, Values);
+    bool const bRead = Read(dArguments, Options);
+    Require(bSplit || !bRead);
+    if (!bRead || Options.bHelp)
+    {
+        return 0;
+    }
+    for (std::string const & sPath :
+        { Options.sMedia, Options.sLogFolder, Options.sSave, Options.sStats, Options.sCacheFile })
+    {
+        Require(sPath.empty() || (sPath[0] == '/' && (sPath.size() == 1 || sPath.back() != '/')));
+    }
+    Require(Options.sConfig == Values["--config"] && Options.bGameGiven == Values.contains("--game"));
+    Require(Read(InFull(Options), Again) && InFull(Again) == InFull(Options));
+    return 0;
+}

@@ -1,0 +1,96 @@
+// symbols_fuzz.cpp: what the library makes of any records from its helper. No process starts: they wait in the socket.
+//
+// The first byte is the number of calls that follow, one byte each. Of a record a byte tells the kind, one the length of the
+// text; then come the values, of one byte or of eight, and the text.
+#include "fuzz/fuzz_support.h"
+#include "platform/linux/symbolprotocol.h"
+#include "platform/symbols.h"
+#include "zqcore/cexceptionreport_internal.h"
+
+#include <sys/socket.h>
+#include <vector>
+
+namespace
+{
+    Input_c * g_pInput = nullptr;
+    int g_hHelper = -1;
+
+    void SendRecord()
+    {
+        plat::SymbolAnswer_t Answer{};
+        unsigned char const cKind = g_pInput->Get(), nText = g_pInput->Get();
+        Answer.nAnswer = cKind & 3;
+        for (std::uint64_t & nValue : Answer.dValues)
+        {
+            nValue = cKind & 4 ? g_pInput->Get<std::uint64_t>() : g_pInput->Get();
+        }
+        std::size_t const nTaken = g_pInput->Take(nText).copy(Answer.szText, nText);
+        std::memset(Answer.szText + nTaken, 'x', cKind & 8 ? plat::SYMBOL_TEXT - nTaken : 0);
+        std::size_t const nSent = plat::SYMBOL_ANSWER_HEAD + (cKind & 8 ? plat::SYMBOL_TEXT : nTaken);
+        send(g_hHelper, &Answer, cKind & 16 ? nText : nSent, MSG_DONTWAIT);
+    }
+
+    void Call(plat::Symbols_c & Symbols, unsigned char cCall)
+    {
+        unsigned n = cCall >> 3, iLine;
+        std::string sText(n + 1, 'x');   // of exactly the size, for the checker
+        std::uint64_t nDisplacement;
+        plat::SymbolFrame_t Frame;
+        plat::SymbolVariable_t Variable;
+        plat::SymbolMember_t Member;
+        switch (cCall & 7)
+        {
+        case 0:
+            return exceptionreport::WriteCallStack(Symbols, (n & 1) != 0, nullptr);
+        case 1:
+            return Require(!Symbols.NextVariable(&Variable) || std::memchr(Variable.szName, 0, sizeof Variable.szName));
+        case 2:
+            return Require(
+                Symbols.TypeMembers(n) <= 1024 && Symbols.TypeMember(n, n, &Member) + Symbols.TypeBase(n) >= 0);
+        case 3:
+            Require(Symbols.FunctionAt(n, sText.data(), n + 1, &nDisplacement) || sText[0] == '\0');
+            break;
+        case 4:
+            Require(Symbols.LineAt(n, sText.data(), n + 1, &iLine) || sText[0] == '\0');
+            break;
+        case 5:
+            Require(Symbols.TypeName(n, sText.data(), n + 1) || sText[0] == '\0');
+            break;
+        default:
+            return void(Symbols.NextFrame(&Frame));
+        }
+        Require(sText.find('\0') <= n);
+    }
+}
+
+/// In the place of the system's: what the library starts gets its end of the socket, which its argument begins with.
+extern "C" int __wrap_clone(int (*)(void *), void *, int, void * pLaunch, ...)
+{
+    g_hHelper = dup(*static_cast<int const *>(pLaunch));
+    while (!g_pInput->IsEmpty())
+    {
+        SendRecord();
+    }
+    shutdown(g_hHelper, SHUT_WR);
+    return 1;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    Input_c Input(pData, nSize);
+    std::size_t const nCalls = Input.Get();
+    std::string const sCalls = Input.Take(nCalls);
+    g_pInput = &Input;
+    plat::SymbolsSetHelper("helper");
+    plat::FaultContext_t Context;
+    plat::FaultContextCapture(&Context);
+    plat::Symbols_c Symbols;
+    Require(Symbols.Start(&Context) == Symbols.IsRunning());
+    for (char const cCall : sCalls)
+    {
+        Call(Symbols, static_cast<unsigned char>(cCall));
+    }
+    Symbols.Stop();
+    close(g_hHelper);
+    return 0;
+}

@@ -1,0 +1,84 @@
+// zqsymbols_fuzz.cpp: what the helper makes of any records from the library, about a small program that lies at 4 MB.
+//
+// The first byte says whether there is memory, then come 8 words that it consists of, then the records. A number below
+// 16 MB is an address of the program.
+#define main ZqsymbolsMain
+#include "tools/zqsymbols/main.cpp"
+#undef main
+
+#include "fuzz/fuzz_support.h"
+
+#include <cstdio>
+
+namespace
+{
+    Input_c * g_pInput = nullptr;
+    std::uint64_t g_dMemory[8];
+    bool g_bMemory = false;
+
+    std::uint64_t GetAddress()
+    {
+        constexpr std::uint64_t START = 0x400000, SIZE = 0x1000000;
+        std::uint64_t const nNumber = g_pInput->Get<std::uint64_t>();
+        return nNumber < SIZE ? START + nNumber : nNumber;
+    }
+}
+
+/// What the library would send, in the place of the socket.
+extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
+{
+    if (nRecord == sizeof(plat::SymbolMemory_t))
+    {
+        auto & Memory = *static_cast<plat::SymbolMemory_t *>(pRecord);
+        Memory.nReadable = g_bMemory;
+        for (std::size_t i = 0; i < sizeof Memory.dBytes; i += sizeof g_dMemory)
+        {
+            std::memcpy(Memory.dBytes + i, g_dMemory, sizeof g_dMemory);
+        }
+    }
+    else if (nRecord == sizeof(plat::SymbolStart_t))
+    {
+        auto & Start = *static_cast<plat::SymbolStart_t *>(pRecord);
+        Start.nMark = plat::SYMBOL_MARK;
+        Start.nWord = 8u ^ g_pInput->Get();
+        std::ranges::generate(Start.dRegisters, GetAddress);
+    }
+    else
+    {
+        bool const bEnd = g_pInput->IsEmpty();
+        auto & Request = *static_cast<plat::SymbolRequest_t *>(pRecord);
+        Request.nAsk = g_pInput->Get() & 15;
+        Request.nIndex = g_pInput->Get<std::uint32_t>();
+        Request.nValue = Request.nAsk == plat::ASK_FUNCTION || Request.nAsk == plat::ASK_LINE
+                             ? GetAddress()
+                             : g_pInput->Get<std::uint64_t>();
+        return bEnd ? 0 : sizeof Request;
+    }
+    return static_cast<ssize_t>(nRecord);
+}
+
+extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, int)
+{
+    auto const & Answer = *static_cast<plat::SymbolAnswer_t const *>(pRecord);
+    std::size_t const nText = nRecord - plat::SYMBOL_ANSWER_HEAD;
+    Require(Answer.nAnswer <= plat::ANSWER_NEEDS_MEMORY && nText <= plat::SYMBOL_TEXT);
+    Require(nText == 0 || (Answer.nText == nText && std::strlen(Answer.szText) == nText - 1));
+    return static_cast<ssize_t>(nRecord);
+}
+
+extern "C" std::FILE * __wrap_fdopen(int, char const *)
+{
+    static char s_szMaps[] = "00400000-01400000 r-xp 00000000 00:00 1 " ZQCORE_FUZZ_PROGRAM "\n";
+    return fmemopen(s_szMaps, sizeof s_szMaps - 1, "r");
+}
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    Input_c Input(pData, nSize);
+    g_pInput = &Input;
+    g_bMemory = Input.Get() & 1;
+    std::ranges::generate(g_dMemory, GetAddress);
+    zqsymbols::Process_c Process;
+    Require(!Process.Start() || zqsymbols::Serve(Process));
+    return 0;
+}
