@@ -41,13 +41,6 @@ namespace plat
     /// Closes a file that was written; false if the system says only now that some of it is lost.
     bool FileFinish(File_t hFile);
 
-    /// Gives a finished file the name szTo, in the same folder, in place of the file that has it in any spelling, or of
-    /// a symbolic link. A shared file gets the access rights of the file that it replaces; if that is another user's, it
-    /// gets none that it does not have. In one step: at any moment, even after a power failure, that name has all of the
-    /// old contents or all of the new. False, and nothing is changed, on failure, while anyone writes the new file, and
-    /// if szTo is a folder, a pipe or a device.
-    bool FileReplace(char const * szFrom, char const * szTo, Rights_e eRights = Rights_e::Shared);
-
     /// Makes the folders on the way to a file, the outermost first. Those that are there, and those that can't be made,
     /// are passed over.
     void FoldersCreate(char const * szFilePath);

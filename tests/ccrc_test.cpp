@@ -73,6 +73,18 @@ TEST(Crc32, UnrolledFormsEqualTheGeneralOne)
     }
 }
 
+TEST(Crc32, TwoRunsAreJoined)
+{
+    Bytes_t const dBytes = RandomBytes(70000);
+    for (std::size_t nFirst : { 0, 1, 255, 4464, 69999, 70000 })
+    {
+        std::size_t const nSecond = dBytes.size() - nFirst;
+        EXPECT_EQ(Crc32Join(Public(dBytes.data(), nFirst), Public(dBytes.data() + nFirst, nSecond), nSecond),
+            Public(dBytes.data(), dBytes.size()))
+            << nFirst;
+    }
+}
+
 // Every length to 600 at every alignment to 15, in memory that ends with the run, then long runs.
 TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
 {

@@ -3,6 +3,7 @@
 #include "tests/archive_support.h"
 #include "tests/test_support.h"
 
+#include "zqcore/ccrc.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/cmemory.h"
 
@@ -27,8 +28,13 @@ namespace
         };
         Save(Writeable_c(Folder.Join("saves\\deep\\a.arc").c_str(), VERSION));
         Save(BufferedWriteable_c(Folder.Join("b.arc").c_str(), VERSION));
-        EXPECT_EQ(Folder.Read("saves/deep/a.arc"), Folder.Read("b.arc"));
-        return Folder.Read("b.arc");
+        FileReplacement_c Replacement(Folder.Join("c.arc").c_str());
+        Save(BufferedWriteable_c(Replacement, VERSION));
+        EXPECT_TRUE(Replacement.Commit());
+        std::string const sSaved = Folder.Read("b.arc");
+        EXPECT_TRUE(sSaved == Folder.Read("saves/deep/a.arc") && sSaved == Folder.Read("c.arc"));
+        EXPECT_EQ(Replacement.GetCrc(), GetCrc32Polynomial(sSaved.data(), static_cast<int>(sSaved.size())));
+        return sSaved;
     }
 
     // One of each element: what docs/formats.md dumps.
@@ -278,7 +284,7 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
         {
             FileReplacement_c Replacement((Folder.GetPath() + "\\" + sName).c_str());
             FileReplacement_c Second((Folder.GetPath() + "\\" + sName).c_str());   // one more, which is never written
-            BufferedWriteable_c Archive(Replacement.GetBeside(), VERSION);
+            BufferedWriteable_c Archive(Replacement, VERSION);
             Archive.Open();
             std::uint64_t nValue = 7;
             Archive.Serialize(nValue);
@@ -296,8 +302,8 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
     std::string const sLongest = "/tmp/" + std::string(250, 'x');
     EXPECT_TRUE(FileReplacement_c(sLongest.c_str()).Commit() && std::filesystem::remove(sLongest));
     EXPECT_FALSE(FileReplacement_c(nullptr).Commit());
-    EXPECT_FALSE(FileReplacement_c::IsBeside("~zq1234567-a") || FileReplacement_c::IsBeside("~zq")
-                 || FileReplacement_c::IsBeside("a"));
+    EXPECT_FALSE(!FileReplacement_c::IsBeside("~zqlock-a") || FileReplacement_c::IsBeside("~zq1234567-a")
+                 || FileReplacement_c::IsBeside("~zq") || FileReplacement_c::IsBeside("a"));
 }
 
 // What comes too much: a value, the zeros at the end, the flush at the end, a flush.

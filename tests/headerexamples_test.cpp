@@ -1,6 +1,7 @@
 // The examples in the heads of public headers, cut out by the build (CMakeLists.txt), compiled and run.
 #include "tests/media_fixture.h"
 #include "zqcore/cfilereplace.h"
+#include "zqcore/cfilesave.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/cspreadsheet.h"
 
@@ -38,6 +39,11 @@ void TellOfLevels()
 #include "examples/cfilereplace_1.inl"
             return bSaved;
         }
+        static std::pair<bool, bool> LoadAndSave(Unit_c & Unit)
+        {
+#include "examples/cfilesave_1.inl"
+            return { bLoaded, bSaved };
+        }
         static bool Load(Unit_c & Unit)
         {
 #include "examples/cserialize_3.inl"
@@ -55,6 +61,8 @@ TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
     EXPECT_TRUE(Loaded.m_iHealth == 7 && Loaded.m_fSpeed == 1.5f && Loaded.m_sName == "Ogre");
     EXPECT_TRUE(Replace(Ogre));
     EXPECT_EQ(Folder.Read("saves/two.sav"), Folder.Read("saves/one.sav"));
+    EXPECT_EQ(LoadAndSave(Ogre), std::pair(false, true));
+    EXPECT_TRUE(LoadAndSave(Loaded = {}) == std::pair(true, true) && Loaded.m_sName == "Ogre");
 }
 
 TEST_F(HeaderExamples, ARefusedSheetSaysWhere)

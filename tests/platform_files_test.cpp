@@ -1,6 +1,6 @@
 #include "platform/asyncwrite.h"
+#include "platform/filereplace.h"
 #include "platform/files.h"
-#include "platform/filewrite.h"
 #include "platform/process.h"
 #include "tests/test_support.h"
 
@@ -387,14 +387,16 @@ TEST_F(PlatformFiles, WritesThroughNothingThatWasPlanted)
     {
         m_Folder.Write("old", "o");
         ASSERT_EQ(chmod(m_Folder.Join("old").c_str(), 0644), 0);
-        ASSERT_TRUE(Made(plat::FileMake(sAt.c_str(), eRights)));
+        plat::File_t const hFile = plat::FileMake(sAt.c_str(), eRights);
         EXPECT_EQ(static_cast<unsigned>(fs::status(sAt).permissions()), iRights);
-        EXPECT_TRUE(plat::FileReplace(sAt.c_str(), m_Folder.Join("old").c_str(), eRights));
+        EXPECT_TRUE(plat::FileReplace(hFile, sAt.c_str(), m_Folder.Join("old").c_str(), eRights));
+        EXPECT_TRUE(Made(hFile));
         EXPECT_EQ(static_cast<unsigned>(fs::status(m_Folder.Join("old")).permissions()), iRights);
     }
     ASSERT_EQ(symlink(sVictim.c_str(), sAt.c_str()), 0);
     ASSERT_EQ(chmod(sVictim.c_str(), 0666), 0);
-    EXPECT_TRUE(plat::FileReplace(sFrom.c_str(), sAt.c_str()));
+    plat::File_t const hFrom = plat::FileCreate(sFrom.c_str());
+    EXPECT_TRUE(plat::FileReplace(hFrom, sFrom.c_str(), sAt.c_str()) && Made(hFrom));
     EXPECT_EQ(fs::symlink_status(sAt).type(), fs::file_type::regular);
     EXPECT_EQ(static_cast<unsigned>(fs::status(sAt).permissions()), 0644u) << "no rights by way of a link";
     SKIP_IF(geteuid() != 0, "only the superuser makes another user's file; all else was tried");

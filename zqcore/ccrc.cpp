@@ -53,6 +53,34 @@ namespace
         return dTab;
     }
 
+    // The product of two polynomials modulo CRC32_POLYNOMIAL, the lowest power in the highest bit.
+    constexpr std::uint32_t Multiply(std::uint32_t dwA, std::uint32_t dwB)
+    {
+        std::uint32_t dwProduct = 0;
+        for (; dwA != 0; dwA <<= 1)
+        {
+            dwProduct ^= (dwA >> 31) != 0 ? dwB : 0;
+            dwB = (dwB >> 1) ^ ((dwB & 1) != 0 ? CRC32_POLYNOMIAL : 0);
+        }
+        return dwProduct;
+    }
+
+    // Row i moves a CRC over 2 to the power of i bytes.
+    constexpr std::array<std::uint32_t, 64> MakeCrc32Moves()
+    {
+        constexpr std::uint32_t OVER_ONE_BYTE = 0x00800000;
+        std::array<std::uint32_t, 64> dMoves{};
+        std::uint32_t dw = OVER_ONE_BYTE;
+        for (std::uint32_t & dwMove : dMoves)
+        {
+            dwMove = dw;
+            dw = Multiply(dw, dw);
+        }
+        return dMoves;
+    }
+
+    constexpr std::array<std::uint32_t, 64> CRC32_MOVES = MakeCrc32Moves();
+
     // Compilers make one load of it.
     std::uint32_t Load4(unsigned char const * pData)
     {
@@ -122,4 +150,13 @@ std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)
         return FinishTables(Crc32Feed8(0xFFFFFFFFu, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
     }
     return FinishTables(0xFFFFFFFFu, pBytes, nBytes);
+}
+
+std::uint32_t Crc32Join(std::uint32_t dwFirst, std::uint32_t dwSecond, std::uint64_t nSecond)
+{
+    for (std::size_t i = 0; nSecond != 0; ++i, nSecond >>= 1)
+    {
+        dwFirst = (nSecond & 1) != 0 ? Multiply(CRC32_MOVES[i], dwFirst) : dwFirst;
+    }
+    return dwFirst ^ dwSecond;
 }

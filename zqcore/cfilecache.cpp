@@ -252,7 +252,7 @@ namespace
         CachePlace_s const Cache(szFile);
         Stamp_s const Own = g_bCheck ? OwnStamp(Cache) : UNKNOWN;   // before the save changes the folder
         FileReplacement_c Replacement(szFile);
-        BufferedWriteable_c Archive(Replacement.GetBeside(), FILESYSTEMCACHE_VERSION);
+        BufferedWriteable_c Archive(Replacement, FILESYSTEMCACHE_VERSION);
         Archive.Open();
         SaveFolders(Archive, Root);
         SaveFiles(Archive, Root, File_c::Key_t(FoldedPath_c(szFile).GetBare()));

@@ -1,10 +1,17 @@
 #include "zqcore/cfilereplace.h"
 
+#include "zqcore/ccrc.h"
+#include "zqcore/cfilelog.h"
 #include "zqcore/cfilename.h"
+#include "zqcore/cfilereplace_internal.h"
 #include "zqcore/chexdigit_internal.h"
 
 #include "platform/clock.h"
-#include "platform/filewrite.h"
+#include "platform/filereplace.h"
+#include "platform/process.h"
+
+#include <algorithm>
+#include <climits>
 
 namespace
 {
@@ -12,53 +19,166 @@ namespace
     constexpr int PREFIX_LENGTH = 3;
     constexpr int DIGITS = 8;
     constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes, in the longest name of a file
-
-    bool MakeExclusively(char const * szPath)
-    {
-        std::FILE * const pStream = plat::StreamOpen(szPath, "wbx");
-        return pStream && std::fclose(pStream) == 0;
-    }
 }
 
-FileReplacement_c::FileReplacement_c(char const * szFile)
+FileReplacement_c::Reason_t LastErrorReason()
+{
+    char szError[128];
+    plat::LastErrorText(szError, sizeof szError);
+    FileReplacement_c::Reason_t sReason(szError);
+    sReason.Chop(1);   // the line end
+    return sReason;
+}
+
+String_T<272> NameBeside(String_T<256> const & sFile, char const * szPrefix)
+{
+    char const * const szBare = PathFileName(sFile);
+    String_T<272> sBeside(sFile);
+    sBeside.GetBuffer()[szBare - static_cast<char const *>(sFile)] = '\0';
+    sBeside += szPrefix;
+    sBeside += String_T<BARE_ROOM + 1>(szBare);
+    return sBeside;
+}
+
+FileReplacement_c::FileReplacement_c(char const * szFile, plat::Rights_e eRights, char const * szRefused)
     : m_sFile(szFile ? szFile : "")
+    , m_eRights(eRights)
 {
     constexpr int TRIES = 16;
-    bool const bFits = szFile && m_sFile == szFile;
-    char const * const szBare = PathFileName(m_sFile);
+    if (szRefused || !szFile || m_sFile != szFile)
+    {
+        Fail(szRefused ? szRefused : szFile ? "the path is too long" : "there is no path");
+        return;
+    }
     plat::FoldersCreate(m_sFile);
     auto nNumber = static_cast<std::uint32_t>(plat::GoodClockTicks());
-    for (int i = 0; i < TRIES && bFits && !m_bMade; ++i, ++nNumber)
+    for (int i = 0; i < TRIES && !m_hFile; ++i, ++nNumber)
     {
-        m_sBeside = m_sFile;
-        m_sBeside.GetBuffer()[szBare - static_cast<char const *>(m_sFile)] = '\0';
-        char szName[256];   // Va's buffers belong to all threads
-        std::snprintf(szName, sizeof szName, "%s%08x-%.*s", PREFIX, nNumber, BARE_ROOM, szBare);
-        m_sBeside += szName;
-        m_bMade = MakeExclusively(m_sBeside);
+        char szPrefix[16];   // Va's buffers belong to all threads
+        std::snprintf(szPrefix, sizeof szPrefix, "%s%08x-", PREFIX, nNumber);
+        m_sBeside = NameBeside(m_sFile, szPrefix);
+        m_hFile = plat::FileMake(m_sBeside, eRights);
     }
+    m_hFile ? FileOpenTracker(m_hFile, m_sBeside) : static_cast<void>(FailAsSystem());
 }
 
 FileReplacement_c::~FileReplacement_c()
 {
-    if (m_bMade)
+    if (m_hFile)
     {
+        FileCloseTracker(m_hFile);
+        plat::FileFinish(m_hFile);
         plat::TreeDelete(m_sBeside);
     }
 }
 
-bool FileReplacement_c::Commit()
+bool FileReplacement_c::Fail(char const * szWhy)
 {
-    if (!m_bMade || !plat::FileReplace(m_sBeside, m_sFile))
+    m_sWhyNot = m_sWhyNot.IsEmpty() ? szWhy : static_cast<char const *>(m_sWhyNot);
+    return false;
+}
+
+bool FileReplacement_c::FailAsSystem()
+{
+    return Fail(LastErrorReason());
+}
+
+bool FileReplacement_c::Write(void const * pData, std::size_t nBytes)
+{
+    if (!m_sWhyNot.IsEmpty())
     {
         return false;
     }
-    m_bMade = false;
+    if (!plat::FileWrite(m_hFile, pData, nBytes))
+    {
+        return FailAsSystem();
+    }
+    auto const * pNext = static_cast<char const *>(pData);
+    for (std::size_t nLeft = nBytes; nLeft > 0;)
+    {
+        int const nPart = static_cast<int>(std::min<std::size_t>(nLeft, INT_MAX));
+        m_dwCrc = Crc32Join(m_dwCrc, GetCrc32Polynomial(pNext, nPart), static_cast<std::uint64_t>(nPart));
+        pNext += nPart;
+        nLeft -= static_cast<std::size_t>(nPart);
+    }
+    m_nBytes += nBytes;
     return true;
+}
+
+bool FileReplacement_c::Rewrite(std::uint64_t nOffset, std::uint32_t dwOld, std::uint32_t dwNew)
+{
+    if (!m_sWhyNot.IsEmpty())
+    {
+        return false;
+    }
+    if (m_nBytes < sizeof dwNew || nOffset > m_nBytes - sizeof dwNew)
+    {
+        return Fail("nothing was written there");
+    }
+    if (!plat::FileWriteAt(m_hFile, nOffset, &dwNew, sizeof dwNew))
+    {
+        return FailAsSystem();
+    }
+    m_dwCrc ^= Crc32Join(Crc32Feed4(0, dwOld ^ dwNew), 0, m_nBytes - sizeof dwNew - nOffset);
+    return true;
+}
+
+plat::File_t FileReplacement_c::BeginArchive()
+{
+    if (m_bArchive || m_nBytes > 0 || !m_sWhyNot.IsEmpty())
+    {
+        return nullptr;
+    }
+    m_bArchive = m_hFile != nullptr;
+    return m_hFile;
+}
+
+void FileReplacement_c::EndArchive(bool bWhole)
+{
+    m_bArchive = false;
+    if (!bWhole)
+    {
+        Fail("not all of it was stored");
+    }
+}
+
+bool FileReplacement_c::CheckWhole()
+{
+    if (m_sWhyNot.IsEmpty() && (m_bArchive || !m_hFile))
+    {
+        Fail(m_bArchive ? "it is still being written" : "it is committed already");
+    }
+    return m_sWhyNot.IsEmpty();
+}
+
+bool FileReplacement_c::Synchronize()
+{
+    return plat::FileSync(m_hFile) || FailAsSystem();
+}
+
+bool FileReplacement_c::Replace()
+{
+    if (!plat::FileReplace(m_hFile, m_sBeside, m_sFile, m_eRights))
+    {
+        return FailAsSystem();
+    }
+    FileCloseTracker(m_hFile);
+    plat::FileFinish(m_hFile);   // what was synchronized can't be lost now
+    m_hFile = nullptr;
+    return true;
+}
+
+bool FileReplacement_c::Commit()
+{
+    return CheckWhole() && Synchronize() && Replace();
 }
 
 bool FileReplacement_c::IsBeside(char const * szBare)
 {
+    if (std::strncmp(szBare, SAVE_LOCK_PREFIX, sizeof SAVE_LOCK_PREFIX - 1) == 0)
+    {
+        return true;
+    }
     if (std::strncmp(szBare, PREFIX, PREFIX_LENGTH) != 0)
     {
         return false;

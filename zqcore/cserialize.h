@@ -19,7 +19,8 @@
 //         Archive.SerializeString(m_sName);
 //     }
 //
-// A writer empties an old file at once; FileReplacement_c (cfilereplace.h) keeps it until the new one is whole.
+// A writer empties an old file at once; FileReplacement_c (cfilereplace.h) keeps it until the new one is whole, and
+// FileSave_c (cfilesave.h) adds what a save needs.
 //
 //     BufferedWriteable_c Archive("saves\\one.sav", ARCHIVE_SAVED_GAME_VERSION);
 //     if (Archive.Open()) { Unit.Serialize(Archive); }
@@ -45,6 +46,7 @@
 #include <type_traits>
 
 class File_c;
+class FileReplacement_c;
 
 /// Versions of the archives of this library and of the layers above: major in the high 16 bits, minor in the low ones.
 extern ZQ_API std::uint32_t const ARCHIVE_PARTICLE_SYSTEM_VERSION;
@@ -195,6 +197,9 @@ public:
 protected:
     static constexpr std::uint32_t NO_CHUNK = 0xFFFFFFFF;   // not a position: an archive is shorter
 
+    /// Writes through an empty file beside another one.
+    Writeable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
+
     /// Writes at the end of what was written; false if not all of it goes out, or is below 4 GiB.
     bool Put(void const * pData, std::size_t nBytes);
 
@@ -204,6 +209,11 @@ protected:
     String_T<256> m_sFileName;
     std::uint32_t m_nPosition = 0;   // in the file: bytes written and skipped
     bool m_bSkipped = false;         // the file may be shorter than the position
+
+private:
+    bool WriteLength(std::uint32_t nLength);
+
+    FileReplacement_c * m_pReplacement = nullptr;   // which owns the file
 };
 
 /// Writes through a buffer, the same bytes as Writeable_c. The disk is reached when the buffer is full, at ChunkEnd and
@@ -214,6 +224,10 @@ public:
     static constexpr int BUFSIZE = 4096;
 
     BufferedWriteable_c(char const * sFileName, std::uint32_t dwVersion);
+
+    /// Writes a file that replaces another one (cfilereplace.h), to which nothing was written yet and which must outlive
+    /// the archive. Commit comes after Close.
+    BufferedWriteable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
     ~BufferedWriteable_c() override;
 
     using Serializeable_c::Serialize;

@@ -1,11 +1,17 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilelog.h"
+#include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
 #include "zqcore/cserialize.h"
 
 #include "platform/filewrite.h"
 
 #include <algorithm>
+
+namespace
+{
+    constexpr std::uint32_t PLACEHOLDER = 0xFFFFFFFF;   // of a chunk's length while the chunk is open
+}
 
 Writeable_c::Writeable_c(char const * sFileName, std::uint32_t dwVersion)
     : Serializeable_c(false, dwVersion, false)
@@ -15,6 +21,13 @@ Writeable_c::Writeable_c(char const * sFileName, std::uint32_t dwVersion)
     m_hFile = plat::FileCreate(sFileName);
     FileOpenTracker(m_hFile, sFileName);
 }
+
+Writeable_c::Writeable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion)
+    : Serializeable_c(false, dwVersion, false)
+    , m_hFile(Replacement.BeginArchive())
+    , m_sFileName(Replacement.GetFile())
+    , m_pReplacement(m_hFile ? &Replacement : nullptr)
+{}
 
 Writeable_c::~Writeable_c()
 {
@@ -38,8 +51,15 @@ bool Writeable_c::Close()
     if (m_hFile)
     {
         bWhole = !m_bSkipped || plat::FileSetSize(m_hFile, m_nPosition);
-        FileCloseTracker(m_hFile);
-        bWhole = plat::FileFinish(m_hFile) && bWhole;
+        if (m_pReplacement)
+        {
+            m_pReplacement->EndArchive(!m_bFailed);
+        }
+        else
+        {
+            FileCloseTracker(m_hFile);
+            bWhole = plat::FileFinish(m_hFile) && bWhole;
+        }
         m_hFile = nullptr;
     }
     if (!bWhole)
@@ -51,7 +71,8 @@ bool Writeable_c::Close()
 
 bool Writeable_c::Put(void const * pData, std::size_t nBytes)
 {
-    if (!m_hFile || nBytes > NO_CHUNK - m_nPosition || !plat::FileWrite(m_hFile, pData, nBytes))
+    bool const bRoom = m_hFile && nBytes <= NO_CHUNK - m_nPosition;
+    if (!bRoom || !(m_pReplacement ? m_pReplacement->Write(pData, nBytes) : plat::FileWrite(m_hFile, pData, nBytes)))
     {
         return false;
     }
@@ -100,9 +121,15 @@ bool Writeable_c::ChunkBegin(char const * sName)
     m_dwChunkLabel = GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
     LabelCrc32(sName);
     m_dwCurrentChunk = m_nPosition;
-    std::uint32_t dwPlaceholder = 0xFFFFFFFF;
+    std::uint32_t dwPlaceholder = PLACEHOLDER;
     Serialize(dwPlaceholder);
     return !m_bFailed;
+}
+
+bool Writeable_c::WriteLength(std::uint32_t nLength)
+{
+    return m_pReplacement ? m_pReplacement->Rewrite(m_dwCurrentChunk, PLACEHOLDER, nLength)
+                          : m_hFile && plat::FileWriteAt(m_hFile, m_dwCurrentChunk, &nLength, sizeof nLength);
 }
 
 void Writeable_c::ChunkEnd(char const * sName)
@@ -120,7 +147,7 @@ void Writeable_c::ChunkEnd(char const * sName)
     }
     m_dwChunkLabel = 0;
     std::uint32_t const nLength = m_nPosition - m_dwCurrentChunk;
-    if (!m_hFile || !plat::FileWriteAt(m_hFile, m_dwCurrentChunk, &nLength, sizeof nLength))
+    if (!WriteLength(nLength))
     {
         Fail();
         return LogWinLastError(nullptr);
@@ -142,6 +169,13 @@ int Writeable_c::GetLength() const
 
 BufferedWriteable_c::BufferedWriteable_c(char const * sFileName, std::uint32_t dwVersion)
     : Writeable_c(sFileName, dwVersion)
+{
+    m_pPos = m_dBuffer;
+    m_pEnd = m_dBuffer + BUFSIZE - 1;
+}
+
+BufferedWriteable_c::BufferedWriteable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion)
+    : Writeable_c(Replacement, dwVersion)
 {
     m_pPos = m_dBuffer;
     m_pEnd = m_dBuffer + BUFSIZE - 1;
@@ -225,8 +259,7 @@ bool BufferedWriteable_c::ChunkBegin(char const * sName)
     bool const bBegun = Writeable_c::ChunkBegin(sName);
     if (bBegun)
     {
-        constexpr std::uint32_t PLACEHOLDER = 4;
-        m_dwCurrentChunk = m_nPosition + static_cast<std::uint32_t>(GetWaiting()) - PLACEHOLDER;
+        m_dwCurrentChunk = m_nPosition + static_cast<std::uint32_t>(GetWaiting() - sizeof PLACEHOLDER);
     }
     return bBegun;
 }

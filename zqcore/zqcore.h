@@ -24,6 +24,7 @@
 #include "zqcore/cfilename.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cfilereplace.h"
+#include "zqcore/cfilesave.h"
 #include "zqcore/cfiletrack.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/cguid.h"

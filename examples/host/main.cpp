@@ -18,6 +18,7 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilename.h"
+#include "zqcore/cfilesave.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cprofile.h"
@@ -94,22 +95,13 @@ namespace
         return sWhyNot;
     }
 
-    // Goes on from the last save, moves the world on and saves it.
-    int Play(Options_s const & Options, ModuleWorld_c & World, Survey_c & Survey)
+    int FailSave(Options_s const & Options, std::string const & sWhyNot)
     {
-        if (Options.bNew || World.IsEmpty())
-        {
-            ReportNotLoaded(World.IsEmpty() ? World.GetWhyEmpty() : "a new world was asked for");
-        }
-        else
-        {
-            SaveResult_s const Loaded = SaveLoad(Options.sSave, Options.sGame, World);
-            ReportLoad(Loaded, World);
-            if (Loaded.bInTheWay)
-            {
-                return Fail(STATUS_SAVE, "can't put \"" + Options.sSave + "\" aside: " + Loaded.sWhyNot);
-            }
-        }
+        return Fail(STATUS_SAVE, "can't save to \"" + Options.sSave + "\": " + sWhyNot);
+    }
+
+    int RunAndReport(Options_s const & Options, ModuleWorld_c const & World, Survey_c & Survey)
+    {
         FrameStats_s Stats;
         std::string const sWhyNotWatched = RunLoop(Options, Survey, Stats);
         if (!sWhyNotWatched.empty())
@@ -118,14 +110,46 @@ namespace
         }
         ReportWorld(World);
         ReportFrames(Stats);
-        if (World.IsEmpty())
+        return STATUS_OK;
+    }
+
+    // Goes on from the last save, moves the world on and saves it. The save is this host's all the while.
+    int Play(Options_s const & Options, ModuleWorld_c & World, Survey_c & Survey)
+    {
+        FileSave_c Save(Options.sSave.c_str());
+        Save.SetFormer(FORMER_SAVES);
+        if (!Save.IsLocked())
         {
-            return STATUS_OK;
+            return FailSave(Options, Save.GetWhyNot());
         }
-        SaveResult_s const Saved = SaveStore(Options.sSave, Options.sGame, World);
+        if (Options.bNew)
+        {
+            ReportNotLoaded("a new world was asked for");
+        }
+        else
+        {
+            SaveResult_s const Loaded = SaveLoad(Save, Options.sGame, World);
+            if (Loaded.bRefused)
+            {
+                return Fail(STATUS_SAVE, "can't load \"" + Options.sSave + "\": " + Loaded.sWhyNot
+                                             + "; give another file with --save, or begin anew with --new");
+            }
+            ReportLoad(Loaded, World);
+        }
+        if (int const iStatus = RunAndReport(Options, World, Survey); iStatus != STATUS_OK)
+        {
+            return iStatus;
+        }
+        SaveResult_s const Saved = SaveStore(Save, Options.sGame, World);
         ReportSave(Saved, World);
-        return Saved.sWhyNot.empty() ? STATUS_OK
-                                     : Fail(STATUS_SAVE, "can't save to \"" + Options.sSave + "\": " + Saved.sWhyNot);
+        return Saved.sWhyNot.empty() ? STATUS_OK : FailSave(Options, Saved.sWhyNot);
+    }
+
+    // Media without a world: nothing to load and to save.
+    int PlayEmpty(Options_s const & Options, ModuleWorld_c const & World, Survey_c & Survey)
+    {
+        ReportNotLoaded(World.GetWhyEmpty());
+        return RunAndReport(Options, World, Survey);
     }
 
     int FailStats(Options_s const & Options)
@@ -149,7 +173,8 @@ namespace
         PrintHead(Options, sMedia);
         Survey_c Survey;
         TakeStock(Survey, MediaTellSource(Options, sMedia).c_str(), Services);
-        int const iStatus = Play(Options, *ModuleWorld_c::Get(), Survey);
+        ModuleWorld_c & World = *ModuleWorld_c::Get();
+        int const iStatus = World.IsEmpty() ? PlayEmpty(Options, World, Survey) : Play(Options, World, Survey);
         ReportMemory();
         ReportComplaints(ListenersGetNotes());
         return iStatus;

@@ -47,7 +47,7 @@ namespace
     };
 
     constexpr FlagOption_s FLAG_OPTIONS[] = {
-        { "--new", &Options_s::bNew, "            begin a new world, and save it over the old one" },
+        { "--new", &Options_s::bNew, "            begin a new world; the save of the old one becomes a former one" },
         { "--cache", &Options_s::bCache,
             "          start from filesystemcache.bin in the media root, which the first such run writes, and scan "
             "again "

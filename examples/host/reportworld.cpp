@@ -123,8 +123,10 @@ void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World)
 {
     if (!Result.sKept.empty())
     {
-        std::printf("\nThe save can't be loaded: %s.\n  It is kept as %s, and the world begins anew.\n",
-            Result.sWhyNot.c_str(), Result.sKept.c_str());
+        bool const bAnew = Result.sFormer.empty();
+        std::printf("\nThe save can't be loaded: %s.\n  It is kept as %s, and the world %s%s.\n",
+            Result.sWhyNot.c_str(), Result.sKept.c_str(), bAnew ? "begins anew" : "goes on from ",
+            Result.sFormer.c_str());
     }
     else if (!Result.sWhyNot.empty())
     {

@@ -17,23 +17,10 @@ namespace plat
 {
     namespace
     {
-        constexpr mode_t RIGHTS = 0777;
-
         // Excludes other writers that ask. A file system that knows no such locks excludes nobody.
         bool Claim(int iDescriptor)
         {
             return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
-        }
-
-        // Gives a new file the rights of the one that it replaces. From another user's file it takes no right that it
-        // does not have itself. Where it may not be, those of the new file stay.
-        void TakeRights(int iDescriptor, struct stat const & Old)
-        {
-            struct stat New;
-            if (fstat(iDescriptor, &New) == 0)
-            {
-                fchmod(iDescriptor, Old.st_mode & (Old.st_uid == New.st_uid ? RIGHTS : New.st_mode & RIGHTS));
-            }
         }
     }
 
@@ -84,36 +71,6 @@ namespace plat
     {
         flock(DescriptorOf(hFile), LOCK_UN);
         return close(DescriptorOf(hFile)) == 0 || errno == EINTR;
-    }
-
-    bool FileReplace(char const * szFrom, char const * szTo, Rights_e eRights)
-    {
-        DiskPath_c From(szFrom);
-        Descriptor_c const File(From.Try([](char const * szTry) { return open(szTry, O_RDONLY | UNTRUSTED); }));
-        if (!File.IsOpen() || !IsRegular(File.Get()) || !Claim(File.Get()) || fsync(File.Get()) != 0)
-        {
-            return false;
-        }
-        DiskPath_c To(szTo);
-        struct stat Stat;
-        if (To.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) != 0)
-        {
-            To.SpellFolder();
-        }
-        else if (!S_ISREG(Stat.st_mode) && !S_ISLNK(Stat.st_mode))
-        {
-            errno = EINVAL;
-            return false;
-        }
-        else if (S_ISREG(Stat.st_mode) && eRights == Rights_e::Shared)
-        {
-            TakeRights(File.Get(), Stat);
-        }
-        bool const bRenamed = rename(From.Get(), To.Get()) == 0;
-        int const iError = errno;
-        flock(File.Get(), LOCK_UN);
-        errno = iError;
-        return bRenamed;
     }
 
     void FoldersCreate(char const * szFilePath)

@@ -93,7 +93,7 @@ namespace
     bool WriteArchive(std::string const & sFolder, std::string const & sText)
     {
         FileReplacement_c Replacement((sFolder + "\\deep\\kept.sav").c_str());
-        BufferedWriteable_c Archive(Replacement.GetBeside(), ARCHIVE_SAVED_GAME_VERSION);
+        BufferedWriteable_c Archive(Replacement, ARCHIVE_SAVED_GAME_VERSION);
         if (Archive.Open())
         {
             for (int i = 0; i < VALUES; ++i)

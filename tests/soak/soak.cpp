@@ -132,7 +132,7 @@ namespace
     void Save(std::string const & sFolder, int iFrame)
     {
         FileReplacement_c Replacement((sFolder + "/soak.sav").c_str());
-        BufferedWriteable_c Archive(Replacement.GetBeside(), ARCHIVE_SAVED_GAME_VERSION);
+        BufferedWriteable_c Archive(Replacement, ARCHIVE_SAVED_GAME_VERSION);
         if (Archive.Open())
         {
             Archive.Serialize(iFrame);

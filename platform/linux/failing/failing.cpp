@@ -211,6 +211,9 @@ FAILING(List, getdents64, ssize_t, (int iFolder, void * pBuffer, std::size_t nBy
 FAILING(Rename, rename, int, (char const * szFrom, char const * szTo), (szFrom, szTo), -1)
 FAILING(Rename, renameat, int, (int iFrom, char const * szFrom, int iTo, char const * szTo),
     (iFrom, szFrom, iTo, szTo), -1)
+FAILING(Rename, renameat2, int, (int iFrom, char const * szFrom, int iTo, char const * szTo, unsigned iFlags),
+    (iFrom, szFrom, iTo, szTo, iFlags), -1)
+FAILING(Rename, link, int, (char const * szFrom, char const * szTo), (szFrom, szTo), -1)
 FAILING(Sync, fsync, int, (int iFile), (iFile), -1)
 FAILING(Make, mkdir, int, (char const * szPath, mode_t iMode), (szPath, iMode), -1)
 FAILING(Make, mkdirat, int, (int iFolder, char const * szPath, mode_t iMode), (iFolder, szPath, iMode), -1)

@@ -1,0 +1,232 @@
+#define _FILE_OFFSET_BITS 64
+
+#include "platform/filereplace.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/linux/openfile.h"
+#include "platform/linux/spelling.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace plat
+{
+    namespace
+    {
+        constexpr mode_t RIGHTS = 0777;
+
+        // Whether the file system knows no such call.
+        bool IsUnknown(int iError)
+        {
+            return iError == EINVAL || iError == ENOSYS || iError == EOPNOTSUPP;
+        }
+
+        // Looks at a name itself, in any spelling.
+        int StatOf(DiskPath_c & Path, struct stat & Stat)
+        {
+            return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
+        }
+
+        bool IsOneFile(struct stat const & A, struct stat const & B)
+        {
+            return A.st_dev == B.st_dev && A.st_ino == B.st_ino;
+        }
+
+        // Whether a path still names an open file.
+        bool IsStill(DiskPath_c & Path, int iFile)
+        {
+            struct stat Named, Open;
+            if (StatOf(Path, Named) != 0 || fstat(iFile, &Open) != 0)
+            {
+                return false;
+            }
+            errno = ESTALE;
+            return IsOneFile(Named, Open);
+        }
+
+        // Spells a name that a file is to get. False for one that is there and not to be replaced.
+        bool SpellTaken(DiskPath_c & Path, bool bReplace)
+        {
+            struct stat Stat;
+            if (StatOf(Path, Stat) == 0)
+            {
+                errno = EEXIST;
+                return bReplace;
+            }
+            if (errno != ENOENT)
+            {
+                return false;
+            }
+            Path.SpellFolder();
+            return true;
+        }
+
+        // Gives a new file the rights of the one that it replaces. From another user's file it takes no right that it
+        // does not have itself. Where it may not be, those of the new file stay.
+        void TakeRights(int iDescriptor, struct stat const & Old)
+        {
+            struct stat New;
+            if (fstat(iDescriptor, &New) == 0)
+            {
+                fchmod(iDescriptor, Old.st_mode & (Old.st_uid == New.st_uid ? RIGHTS : New.st_mode & RIGHTS));
+            }
+        }
+
+        // Writes the names in a file's folder to the disk. A folder that may not be read is left to the file's own
+        // journal entry, and so is one on a file system that synchronizes no folders.
+        bool SyncFolderOf(char const * szPath, int iFile)
+        {
+            char szFolder[PATH_MAX] = ".";
+            if (char const * const szSlash = std::strrchr(szPath, '/'))
+            {
+                auto const nFolder = static_cast<std::size_t>(szSlash + 1 - szPath);
+                std::memcpy(szFolder, szPath, nFolder);
+                szFolder[nFolder] = '\0';
+            }
+            Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            return Folder.IsOpen() ? fsync(Folder.Get()) == 0 || IsUnknown(errno) : fsync(iFile) == 0;
+        }
+    }
+
+    bool FileSync(File_t hFile)
+    {
+        return fsync(DescriptorOf(hFile)) == 0;
+    }
+
+    bool FileReplace(File_t hFile, char const * szFrom, char const * szTo, Rights_e eRights)
+    {
+        int const iFile = DescriptorOf(hFile);
+        DiskPath_c From(szFrom);
+        if (!IsStill(From, iFile))
+        {
+            return false;
+        }
+        DiskPath_c To(szTo);
+        struct stat Stat;
+        if (StatOf(To, Stat) != 0)
+        {
+            if (errno != ENOENT)
+            {
+                return false;
+            }
+            To.SpellFolder();
+        }
+        else if (!S_ISREG(Stat.st_mode) && !S_ISLNK(Stat.st_mode))
+        {
+            errno = EINVAL;
+            return false;
+        }
+        else if (S_ISREG(Stat.st_mode) && eRights == Rights_e::Shared)
+        {
+            TakeRights(iFile, Stat);
+        }
+        return rename(From.Get(), To.Get()) == 0 && SyncFolderOf(To.Get(), iFile);
+    }
+
+    bool FileRename(char const * szFrom, char const * szTo, bool bReplace)
+    {
+        DiskPath_c From(szFrom), To(szTo);
+        struct stat Stat;
+        if (StatOf(From, Stat) != 0 || !SpellTaken(To, bReplace))
+        {
+            return false;
+        }
+        if (!bReplace && renameat2(AT_FDCWD, From.Get(), AT_FDCWD, To.Get(), RENAME_NOREPLACE) == 0)
+        {
+            return true;
+        }
+        // Without bReplace: a file system that can't exclude others who make the name at this moment.
+        return (bReplace || IsUnknown(errno)) && rename(From.Get(), To.Get()) == 0;
+    }
+
+    bool FileKeepAs(char const * szFrom, char const * szTo)
+    {
+        DiskPath_c From(szFrom), To(szTo);
+        struct stat Stat;
+        if (StatOf(From, Stat) != 0 || !SpellTaken(To, false))
+        {
+            return false;
+        }
+        bool const bRefused = link(From.Get(), To.Get()) != 0;
+        bool const bNoLinks = errno == EPERM || errno == EMLINK || IsUnknown(errno);
+        return !bRefused || (bNoLinks && FileCopy(szFrom, szTo));
+    }
+
+    bool PathIsTaken(char const * szPath)
+    {
+        DiskPath_c Path(szPath);
+        struct stat Stat;
+        return StatOf(Path, Stat) == 0 || errno != ENOENT;
+    }
+
+    bool FileIsSame(char const * szPath, char const * szOther)
+    {
+        DiskPath_c Path(szPath), Other(szOther);
+        struct stat A, B;
+        return StatOf(Path, A) == 0 && StatOf(Other, B) == 0 && IsOneFile(A, B);
+    }
+
+    // The file may go, with its holder, between the open and the lock: then another one is opened or made.
+    NameLock_c::Result_e NameLock_c::Take(char const * szPath)
+    {
+        constexpr int TRIES = 100;
+        for (int i = 0; i < TRIES; ++i)
+        {
+            Descriptor_c File(OpenToWrite(szPath, O_RDWR | O_CREAT | O_EXCL, PRIVATE_FILE_MODE));
+            bool const bNew = File.IsOpen();
+            if (!bNew && errno == EEXIST)
+            {
+                File.Reset(OpenToWrite(szPath, O_RDWR, 0));
+                if (!File.IsOpen() && errno == ENOENT)
+                {
+                    continue;
+                }
+            }
+            if (!File.IsOpen())
+            {
+                return FAILED;
+            }
+            if (flock(File.Get(), LOCK_EX | LOCK_NB) != 0 && !IsUnknown(errno))
+            {
+                return errno == EWOULDBLOCK ? HELD : FAILED;
+            }
+            DiskPath_c Path(szPath);
+            if (IsStill(Path, File.Get()))
+            {
+                m_hFile = HandleOf(File.Release());
+                m_iProcess = getpid();
+                m_bLeft = !bNew;
+                return TAKEN;
+            }
+        }
+        return HELD;
+    }
+
+    void NameLock_c::Drop(char const * szPath)
+    {
+        if (!m_hFile)
+        {
+            return;
+        }
+        int const iFile = DescriptorOf(m_hFile);
+        DiskPath_c Path(szPath);
+        if (IsTaken() && IsStill(Path, iFile))
+        {
+            unlinkat(AT_FDCWD, Path.Get(), 0);
+        }
+        if (IsTaken())
+        {
+            flock(iFile, LOCK_UN);   // though a forked child still has the file open
+        }
+        close(iFile);
+        m_hFile = nullptr;
+    }
+
+    bool NameLock_c::IsTaken() const
+    {
+        return m_hFile && m_iProcess == getpid();
+    }
+}

@@ -1,0 +1,238 @@
+#include "zqcore/cfilesave.h"
+
+#include "tests/archive_support.h"
+#include "tests/test_support.h"
+
+#include "zqcore/ccrc.h"
+#include "zqcore/cserialize.h"
+
+#include <csignal>
+#include <random>
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    constexpr std::uint32_t VERSION = 0x00010003;
+
+    class FileSave : public testing::Test
+    {
+    protected:
+        static bool Store(FileSave_c & Save, int iValue, std::uint32_t dwVersion = VERSION)
+        {
+            FileSaveWriter_c Writer(Save);
+            BufferedWriteable_c Archive(Writer, dwVersion);
+            if (Archive.Open() && Archive.ChunkBegin("Value"))
+            {
+                Archive.Serialize(iValue);
+                Archive.ChunkEnd("Value");
+            }
+            bool const bStored = Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+            s_sWhyNot = Writer.GetWhyNot();
+            return bStored;
+        }
+
+        // The stored value; the state, below 0, if there is none.
+        static int Load(FileSave_c & Save, int iFormer = 0)
+        {
+            FileSave_c::State_e const eState = Save.Load(VERSION, iFormer);
+            int iValue = -eState;
+            Readable_c Archive(Save.OpenFile(), VERSION);
+            if (Archive.Open() && Archive.ChunkBegin("Value"))
+            {
+                Archive.Serialize(iValue);
+                Archive.ChunkEnd("Value");
+            }
+            EXPECT_TRUE(Archive.IsFailed() == (eState != FileSave_c::WHOLE) && Archive.Close());
+            EXPECT_EQ(Save.GetWhyNot()[0] == '\0', eState == FileSave_c::WHOLE);
+            return iValue;
+        }
+
+        static void SealAnew(std::string & sSave)
+        {
+            int const nBefore = static_cast<int>(sSave.size()) - 4;
+            std::uint32_t const dwCrc = GetCrc32Polynomial(sSave.data(), nBefore);
+            std::memcpy(sSave.data() + nBefore, &dwCrc, sizeof dwCrc);
+        }
+
+        std::vector<std::string> Names() const
+        {
+            std::vector<std::string> dNames;
+            for (auto const & Entry : fs::directory_iterator(Folder.GetPath()))
+            {
+                dNames.push_back(Entry.path().filename().string());
+            }
+            return dNames;
+        }
+
+        static inline thread_local std::string s_sWhyNot;   // of the last Store
+        TempFolder_c const Folder;
+        std::string const sPath = Folder.Join("one.sav");
+    };
+}
+
+TEST_F(FileSave, AnythingButAWholeSaveIsSaidToBeDamaged)
+{
+    FileSave_c Save(sPath.c_str());
+    EXPECT_TRUE(Load(Save) == -FileSave_c::ABSENT && Store(Save, 7) && Load(Save) == 7);
+    std::string const sWhole = Folder.Read("one.sav");
+    EXPECT_EQ(Hex(sWhole), DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "save"));
+    EXPECT_EQ(fs::status(sPath).permissions(), fs::perms(0600));
+    for (std::size_t i = 0; i < sWhole.size(); ++i)
+    {
+        Folder.Write("one.sav", sWhole.substr(0, i));
+        EXPECT_EQ(Load(Save), -FileSave_c::DAMAGED) << i << " bytes";
+        for (int iBit = 0; iBit < 8; ++iBit)
+        {
+            std::string sFlipped = sWhole;
+            sFlipped[i] ^= static_cast<char>(1 << iBit);
+            Folder.Write("one.sav", sFlipped);
+            EXPECT_EQ(Load(Save), -FileSave_c::DAMAGED) << i << ", bit " << iBit;
+        }
+    }
+    std::size_t const iMark = sWhole.size() - 16;
+    for (auto const & [iByte, cByte, eState] : Rows_t<std::size_t, char, int>{ { 0, 4, FileSave_c::NEWER },
+             { 0, 2, FileSave_c::WHOLE }, { 2, 2, FileSave_c::NEWER }, { 2, 0, FileSave_c::OLDER },
+             { iMark + 3, '2', FileSave_c::NEWER }, { iMark + 4, 1, FileSave_c::DAMAGED } })
+    {
+        std::string sOther = sWhole;
+        sOther[iByte] = cByte;
+        SealAnew(sOther);
+        Folder.Write("one.sav", sOther);
+        EXPECT_EQ(Save.Load(VERSION), eState) << iByte << Save.GetWhyNot();
+        EXPECT_EQ(Folder.Read("one.sav"), sOther);
+    }
+    String_T<256> sAside;
+    for (char const * szTo : { ".old", ".old1" })
+    {
+        Folder.Write("one.sav", szTo);
+        EXPECT_TRUE(Save.PutAside(sAside) && sAside == (sPath + szTo).c_str());
+    }
+    EXPECT_EQ(Folder.Read("one.sav.old") + Folder.Read("one.sav.old1"), ".old.old1");
+    EXPECT_FALSE(Save.PutAside(sAside));
+}
+
+TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
+{
+    Folder.Write("whole", "x");
+    Folder.MakeFolder("a folder/full");
+    mkfifo(Folder.Join("a pipe").c_str(), 0600);
+    fs::create_symlink("a loop", Folder.Join("a loop"));
+    fs::create_symlink("nothing", Folder.Join("to nothing"));
+    for (auto const & [szName, bReplaced] : Rows_t<char const *, bool>{ { "a folder", false }, { "a pipe", false },
+             { "a loop", true }, { "to nothing", true }, { "whole/below", false }, { "a folder/", false } })
+    {
+        FileSave_c Save(Folder.Join(szName).c_str());
+        EXPECT_EQ(Load(Save), -FileSave_c::UNREADABLE) << szName << Save.GetWhyNot();
+        EXPECT_EQ(Store(Save, 1), bReplaced) << szName;
+        EXPECT_EQ(s_sWhyNot.empty(), bReplaced) << szName;
+    }
+    FileSave_c Save(sPath.c_str());
+    EXPECT_TRUE(Store(Save, 7));
+    rlimit Former;
+    getrlimit(RLIMIT_NOFILE, &Former);
+    rlimit const None = { 0, Former.rlim_max };
+    setrlimit(RLIMIT_NOFILE, &None);
+    EXPECT_TRUE(Load(Save) == -FileSave_c::UNREADABLE && !Store(Save, 8));
+    EXPECT_EQ(s_sWhyNot + Save.GetWhyNot(), "Too many open filesToo many open files");
+    setrlimit(RLIMIT_NOFILE, &Former);
+    for (rlim_t nBytes : { 0, 15, 20, 30 })   // the archive has 16 bytes
+    {
+        FullDisk_c const Full(nBytes);
+        EXPECT_FALSE(Store(Save, 9));
+        EXPECT_EQ(s_sWhyNot, "File too large");
+    }
+    EXPECT_EQ(Load(Save), 7);
+}
+
+TEST_F(FileSave, OneProgramAtATimeHasASave)
+{
+    FileSave_c Save(sPath.c_str());
+    EXPECT_EQ(StatusOfChild(StartChild(
+                  [this]
+                  {
+                      FileSave_c Other(Folder.Join("ONE.sav").c_str());
+                      bool const bStored = Other.IsLocked() || Store(Other, 2);
+                      return bStored || s_sWhyNot != "it is in use by another program";
+                  })),
+        0);
+    EXPECT_EQ(StatusOfChild(StartChild([&Save] { return Save.~FileSave_c(), 0; })), 0) << "a child's copy";
+    EXPECT_FALSE(FileSave_c(sPath.c_str()).IsLocked());
+    EXPECT_TRUE(Store(Save, 1) && Load(Save) == 1);
+
+    std::string const sShared = Folder.Join("shared.sav");
+    auto const Host = [&sShared](int)
+    {
+        for (int i = 1, nStored = 0; nStored < 20; ++i)
+        {
+            FileSave_c Mine(sShared.c_str());
+            Mine.SetFormer(1);
+            int const iHad = Load(Mine);
+            EXPECT_TRUE(iHad > 0 || iHad == -FileSave_c::ABSENT);
+            nStored += Mine.IsLocked() && Store(Mine, iHad < 0 ? 1 : iHad + 1);
+        }
+    };
+    InThreads(3, Host);
+    FileSave_c Shared(sShared.c_str());
+    EXPECT_TRUE(Load(Shared) == 60 && Load(Shared, 1) == 59) << "no save of another is lost";
+}
+
+TEST_F(FileSave, FormerSavesMoveOnAndAFailedSaveMovesNone)
+{
+    FileSave_c Save(sPath.c_str());
+    auto const All = [&Save] { return std::vector{ Load(Save), Load(Save, 1), Load(Save, 2), Load(Save, 3) }; };
+    constexpr int NONE = -FileSave_c::ABSENT;
+    for (auto const & [iValue, nFormer, dAll] : Rows_t<int, int, std::vector<int>>{ { 1, 2, { 1, NONE, NONE, NONE } },
+             { 2, 2, { 2, 1, NONE, NONE } }, { 3, 2, { 3, 2, 1, NONE } }, { 4, 2, { 4, 3, 2, NONE } },
+             { 5, 1, { 5, 4, 2, NONE } }, { 6, 0, { 6, 4, 2, NONE } }, { 7, 3, { 7, 6, 4, 2 } } })
+    {
+        Save.SetFormer(nFormer);
+        EXPECT_TRUE(Store(Save, iValue));
+        EXPECT_EQ(All(), dAll);
+    }
+    fs::remove(sPath + ".1");
+    EXPECT_TRUE(Store(Save, 8));
+    EXPECT_EQ(All(), (std::vector{ 8, 7, 4, 2 })) << "a gap is filled";
+    fs::remove(sPath + ".1");
+    fs::create_hard_link(sPath, sPath + ".1");   // as by a save that failed at the end
+    EXPECT_TRUE(Store(Save, 9));
+    EXPECT_EQ(All(), (std::vector{ 9, 8, 4, 2 }));
+    fs::remove(sPath + ".3");
+    Folder.MakeFolder("one.sav.3");
+    EXPECT_FALSE(Store(Save, 10));
+    EXPECT_EQ(s_sWhyNot, "Is a directory");
+    EXPECT_EQ(All(), (std::vector{ 9, 8, 4, -FileSave_c::UNREADABLE }));
+}
+
+TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
+{
+    std::mt19937 Random(1);
+    int iLast = 0;
+    for (int i = 0; i < 25; ++i)
+    {
+        pid_t const iChild = StartChild(
+            [this, iLast]
+            {
+                FileSave_c Save(sPath.c_str());
+                Save.SetFormer(2);
+                for (int iValue = iLast + 1; Store(Save, iValue); ++iValue)
+                {}
+                return 1;
+            });
+        usleep(static_cast<useconds_t>(Random() % 20000));
+        kill(iChild, SIGKILL);
+        EXPECT_EQ(StatusOfChild(iChild), -1) << s_sWhyNot;
+        {
+            FileSave_c Save(sPath.c_str());
+            int const iValue = Load(Save);
+            EXPECT_TRUE(Save.IsLocked() && (iValue >= iLast || (iLast == 0 && iValue == -FileSave_c::ABSENT)));
+            int const iFormer = Load(Save, 1), iBefore = Load(Save, 2);
+            EXPECT_TRUE(iValue < 2 || std::max(iFormer, iBefore) >= iValue - 1);
+            EXPECT_TRUE(iFormer != -FileSave_c::DAMAGED && iBefore != -FileSave_c::DAMAGED);
+            iLast = std::max(iLast, iValue);
+        }
+        EXPECT_THAT(Names(), testing::Each(testing::StartsWith("one.sav"))) << "nothing is left beside";
+    }
+    EXPECT_GT(iLast, 10);
+}

@@ -1,0 +1,321 @@
+#include "zqcore/cfilesave.h"
+
+#include "zqcore/ccrc.h"
+#include "zqcore/cfilelog.h"
+#include "zqcore/cfilename.h"
+#include "zqcore/cfilereplace_internal.h"
+#include "zqcore/cmemory.h"
+
+#include <climits>
+#include <memory>
+#include <utility>
+
+namespace
+{
+    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };         // the last one is the version of the seal
+    constexpr int MOST_PATH = 255 - 6;                      // ".old99" is added
+    constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";   // of a save that is about to become a former one
+    constexpr std::size_t MARK_FAMILY = 3;                  // bytes that every version has
+    constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
+    constexpr std::size_t SEAL_SIZE = HEAD_SIZE + sizeof(std::uint32_t);
+
+    template <typename T>
+    T Take(unsigned char const * pData)
+    {
+        T Value;
+        std::memcpy(&Value, pData, sizeof Value);
+        return Value;
+    }
+
+    // Whether a save ends in a seal, of this version or another, that fits all before it.
+    bool IsSealed(unsigned char const * pData, std::size_t nBytes)
+    {
+        if (nBytes < SEAL_SIZE || std::memcmp(pData + nBytes - SEAL_SIZE, MARK, MARK_FAMILY) != 0)
+        {
+            return false;
+        }
+        std::size_t const nBefore = nBytes - sizeof(std::uint32_t);
+        return Take<std::uint32_t>(pData + nBefore)
+               == GetCrc32Polynomial(reinterpret_cast<char const *>(pData), static_cast<int>(nBefore));
+    }
+
+    int Major(std::uint32_t dwVersion)
+    {
+        return static_cast<int>(dwVersion >> 16);
+    }
+
+    int Minor(std::uint32_t dwVersion)
+    {
+        return static_cast<int>(dwVersion & 0xFFFF);
+    }
+}
+
+/// A file of no folder and no table, resident from the load on.
+class FileSave_c::Contents_c : public File_c
+{
+public:
+    Contents_c(char const * szFile, unsigned char * pBytes, int nArchive)
+    {
+        sName = PathFileName(szFile);
+        pData = pBytes;
+        iLength = nArchive;
+    }
+    ~Contents_c() override
+    {
+        Contents_c::Close();
+        sName = "";   // nothing to look for in the table, which belongs to the main thread
+    }
+
+    void Refresh() override {}
+    bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) override
+    {
+        bool const bInside = pData && dwPosition <= GetBytes() && dwLength <= GetBytes() - dwPosition;
+        if (bInside)
+        {
+            std::memcpy(pBuffer, pData + dwPosition, dwLength);
+        }
+        dwLength = bInside ? dwLength : 0;
+        return bInside;
+    }
+    FileStored_c * OpenStored() override { return nullptr; }
+    bool Open(void *) override { return pData != nullptr; }
+    void Close() override
+    {
+        MemCategoryScope_c const Category(mem::file);
+        delete[] std::exchange(pData, nullptr);
+    }
+
+private:
+    std::uint32_t GetBytes() const { return static_cast<std::uint32_t>(iLength); }
+};
+
+FileSave_c::FileSave_c(char const * szFile)
+    : m_sFile(szFile ? szFile : "")
+{
+    if (m_sFile.Length() > MOST_PATH || !*PathFileName(m_sFile))
+    {
+        m_sWhyNot = m_sWhyNoLock = "the path is empty, too long or that of a folder";
+        return;
+    }
+    m_sLock = NameBeside(m_sFile, SAVE_LOCK_PREFIX);
+    for (char * p = m_sLock.GetBuffer() + (PathFileName(m_sLock) - m_sLock); *p; ++p)
+    {
+        *p = CharToLower(*p);
+    }
+    plat::FoldersCreate(m_sFile);
+    plat::NameLock_c::Result_e const eResult = m_Lock.Take(m_sLock);
+    if (eResult == plat::NameLock_c::FAILED)
+    {
+        m_sWhyNoLock = LastErrorReason();
+    }
+    else if (eResult == plat::NameLock_c::HELD)
+    {
+        m_sWhyNoLock = "it is in use by another program";
+    }
+    else if (m_Lock.WasLeft())
+    {
+        DeleteLeft();
+    }
+    m_sWhyNot = m_sWhyNoLock;
+}
+
+FileSave_c::~FileSave_c()
+{
+    delete m_pContents;
+    m_Lock.Drop(m_sLock);
+}
+
+bool FileSave_c::IsLocked() const
+{
+    return m_Lock.IsTaken();
+}
+
+void FileSave_c::SetFormer(int nFormer)
+{
+    ZQ_ASSERT(nFormer >= 0 && nFormer <= MOST_FORMER);
+    m_nFormer = nFormer < 0 ? 0 : nFormer < MOST_FORMER ? nFormer : MOST_FORMER;
+}
+
+String_T<256> FileSave_c::GetPath(int iFormer) const
+{
+    return iFormer > 0 ? m_sFile + Va(".%i", iFormer) : m_sFile;
+}
+
+/// Deletes what writers of this save, killed before their end, left beside it. Nobody else writes it now.
+void FileSave_c::DeleteLeft()
+{
+    String_T<512> sFolder(m_sFile);
+    sFolder.GetBuffer()[PathFileName(m_sFile) - m_sFile] = '\0';
+    plat::FolderListing_c Listing;
+    String_T<272> const sBare = NameBeside(m_sFile, "");
+    if (!Listing.Read(sFolder.IsEmpty() ? "." : static_cast<char const *>(sFolder)))
+    {
+        return;
+    }
+    for (std::size_t i = 0; i < Listing.GetCount(); ++i)
+    {
+        plat::FolderEntry_t const & Entry = Listing.GetEntry(i);
+        bool const bLeft = FileReplacement_c::IsBeside(Entry.szName) && Entry.Facts.bRegular && !Entry.bLink
+                           && StrCompareNoCase(std::strchr(Entry.szName, '-') + 1, PathFileName(sBare)) == 0;
+        if (bLeft && StrCompareNoCase(Entry.szName, PathFileName(m_sLock)) != 0)
+        {
+            plat::TreeDelete(sFolder + Entry.szName);
+        }
+    }
+}
+
+FileSave_c::State_e FileSave_c::Say(State_e eState, char const * szWhyNot)
+{
+    m_sWhyNot = szWhyNot;
+    return eState;
+}
+
+FileSave_c::State_e FileSave_c::Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion)
+{
+    if (nBytes == 0)
+    {
+        return Say(DAMAGED, "it is empty");
+    }
+    if (!IsSealed(pData, nBytes))
+    {
+        return Say(DAMAGED, "it has no seal that fits");
+    }
+    unsigned char const * const pSeal = pData + nBytes - SEAL_SIZE;
+    std::size_t const nArchive = nBytes - SEAL_SIZE;
+    if (pSeal[MARK_FAMILY] > MARK[MARK_FAMILY])
+    {
+        return Say(NEWER, "its seal is of a newer version");
+    }
+    if (Take<std::uint64_t>(pSeal + sizeof MARK) != nArchive || nArchive < sizeof dwVersion)
+    {
+        return Say(DAMAGED, "it is not of the length that its seal says");
+    }
+    auto const dwFile = Take<std::uint32_t>(pData);
+    if (Major(dwFile) == Major(dwVersion) && Minor(dwFile) <= Minor(dwVersion))
+    {
+        return Say(WHOLE, "");
+    }
+    return Say(
+        dwFile > dwVersion ? NEWER : OLDER, Va("it is of version %i.%i, and this program reads %i.%i", Major(dwFile),
+                                                Minor(dwFile), Major(dwVersion), Minor(dwVersion)));
+}
+
+FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
+{
+    MemCategoryScope_c const Category(mem::file);
+    delete std::exchange(m_pContents, nullptr);
+    if (m_sLock.IsEmpty())
+    {
+        return Say(UNREADABLE, m_sWhyNoLock);   // there is no such path
+    }
+    String_T<256> const sPath = GetPath(iFormer);
+    plat::FileFacts_t Facts;
+    plat::File_t hFile = plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);
+    if (!hFile && !plat::PathIsTaken(sPath))
+    {
+        return Say(ABSENT, "there is none");
+    }
+    hFile = hFile ? hFile : plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);   // it may be a moment old
+    if (!hFile)
+    {
+        return Say(UNREADABLE, LastErrorReason());
+    }
+    FileOpenTracker(hFile, sPath);
+    bool const bFits = Facts.nSize <= INT_MAX;
+    auto const nBytes = static_cast<std::size_t>(bFits ? Facts.nSize : 0);
+    std::unique_ptr<unsigned char[]> pBytes(ZQ_NEW unsigned char[nBytes + 1]);
+    std::size_t const nRead = plat::FileRead(hFile, pBytes.get(), nBytes);
+    FileReplacement_c::Reason_t const sReason = LastErrorReason();
+    bool const bShorter = nRead < nBytes && plat::FileGetFacts(hFile, Facts) && Facts.nSize < nBytes;
+    FileCloseTracker(hFile);
+    plat::FileClose(hFile);
+    if (!bFits || nRead < nBytes)
+    {
+        return Say(UNREADABLE, !bFits     ? "it is larger than 2 GiB"
+                               : bShorter ? "it was cut meanwhile"
+                                          : static_cast<char const *>(sReason));
+    }
+    State_e const eState = Check(pBytes.get(), nBytes, dwVersion);
+    if (eState == WHOLE)
+    {
+        m_pContents = ZQ_NEW Contents_c(sPath, pBytes.release(), static_cast<int>(nBytes - SEAL_SIZE));
+    }
+    return eState;
+}
+
+File_c * FileSave_c::OpenFile()
+{
+    return m_pContents && FileOpen(m_pContents) ? m_pContents : nullptr;
+}
+
+bool FileSave_c::PutAside(String_T<256> & sTo)
+{
+    constexpr int TRIES = 100;
+    m_sWhyNot = IsLocked() ? "" : "it is not locked";
+    for (int i = 0; i < TRIES && IsLocked(); ++i)
+    {
+        sTo = m_sFile + (i > 0 ? Va(".old%i", i) : ".old");
+        if (plat::FileRename(m_sFile, sTo, false))
+        {
+            m_sWhyNot = "";
+            return true;
+        }
+        m_sWhyNot = LastErrorReason();
+        if (!plat::PathIsTaken(sTo))
+        {
+            return false;
+        }
+    }
+    return false;
+}
+
+/// Gives the save its first former name too, and each former one the next, up to a name that is free. A save that has
+/// that name already, from a commit that failed, stays.
+bool FileSave_c::KeepFormer()
+{
+    if (m_nFormer == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))
+    {
+        return true;
+    }
+    String_T<272> const sSecond = NameBeside(m_sFile, SECOND_NAME_PREFIX);
+    plat::TreeDelete(sSecond);
+    if (!plat::FileKeepAs(m_sFile, sSecond))
+    {
+        return false;
+    }
+    int iFree = 1;
+    while (iFree < m_nFormer && plat::PathIsTaken(GetPath(iFree)))
+    {
+        ++iFree;
+    }
+    bool bMoved = true;
+    for (int i = iFree; i > 1 && bMoved; --i)
+    {
+        bMoved = plat::FileRename(GetPath(i - 1), GetPath(i), true);
+    }
+    return bMoved && plat::FileRename(sSecond, GetPath(1), true);
+}
+
+FileSaveWriter_c::FileSaveWriter_c(FileSave_c & Save)
+    : FileReplacement_c(
+        Save.m_sFile, plat::Rights_e::Private, Save.IsLocked() ? nullptr : static_cast<char const *>(Save.m_sWhyNoLock))
+    , m_Save(Save)
+{}
+
+bool FileSaveWriter_c::Commit()
+{
+    if (!CheckWhole())
+    {
+        return false;
+    }
+    unsigned char dHead[HEAD_SIZE];
+    std::uint64_t const nArchive = GetSize();
+    std::memcpy(dHead, MARK, sizeof MARK);
+    std::memcpy(dHead + sizeof MARK, &nArchive, sizeof nArchive);
+    if (!Write(dHead, sizeof dHead))
+    {
+        return false;
+    }
+    std::uint32_t const dwCrc = GetCrc();
+    return Write(&dwCrc, sizeof dwCrc) && Synchronize() && (m_Save.KeepFormer() || FailAsSystem()) && Replace();
+}
