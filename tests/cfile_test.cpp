@@ -95,17 +95,24 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
     EXPECT_EQ(Dialogs.CountHolding("AssertEx failed, iLength>0, File '" + Folded("empty.bin") + "' is empty!"), 1);
     EXPECT_TRUE(pEmpty && pEmpty->pData && pEmpty->iLength == 0 && pEmpty->GetOpensCount() == 1);
     FileClose(pEmpty);
-    for (auto const & [szName, szReport, iLength] : Rows_t<char const *, char const *, int>{
-             { "gone.bin", "Cannot open file", 1 }, { "folder.bin", "Cannot open file", 1 },
-             { "huge.bin", "File is larger than 2 GiB", 7 }, { "short.bin", "Error reading file", 4096 } })
+    FileSetEmptyAllowed(true);
+    EXPECT_TRUE(FileOpen("empty.bin") && Contents(pEmpty).empty());
+    EXPECT_EQ(Log.Count("File '" + Folded("empty.bin") + "' is empty!"), 1);
+    FileSetEmptyAllowed(false);
+    FileClose(pEmpty);
+    for (auto const & [szName, szReport, szReason, iLength] : Rows_t<char const *, char const *, std::string, int>{
+             { "gone.bin", "Cannot open file", "No such file or directory", 1 },
+             { "folder.bin", "Cannot open file", "Is a directory", 1 },
+             { "huge.bin", "File is larger than 2 GiB", "", 7 }, { "short.bin", "Error reading file", "", 4096 } })
     {
         Log.Clear();
         s_dTold.clear();
         SKIP_IF(iLength == 4096 && (!FileExists(szName) || FileStream(szName)->iLength != 4096),
             "no file is at hand that gives fewer bytes than its size");
         EXPECT_EQ(FileOpen(szName), nullptr);
-        EXPECT_EQ(Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName)
-                                     + "'\nCAN'T OPEN FILE " + szName + "\n");
+        EXPECT_EQ(Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName) + "'\n"
+                                     + (szReason.empty() ? "" : "FileOnDisk_c::Open: " + szReason + "\n")
+                                     + "CAN'T OPEN FILE " + szName + "\n");
         EXPECT_EQ(s_dTold, Told_t(szReport[0] == 'E', szName));
         File_c const * const pFile = FileStream(szName);
         EXPECT_TRUE(pFile->pData == nullptr && pFile->GetOpensCount() == 0 && !pFile->bOpened && pFile->iReads == 0);
@@ -161,7 +168,8 @@ TEST_F(FileTest, LoadsARange)
     fs::remove(Folder.Join("a.bin"));
     EXPECT_FALSE(pFile->Load(0, dBuffer, dwLength));
     EXPECT_EQ(Log.GetText(), "FileOnDisk_c::Load: Error reading file: '" + Folded("a.bin")
-                                 + "'\nFileOnDisk_c::Load: Cannot open file: '" + Folded("a.bin") + "'\n");
+                                 + "'\nFileOnDisk_c::Load: Cannot open file: '" + Folded("a.bin")
+                                 + "'\nFileOnDisk_c::Load: No such file or directory\n");
     EXPECT_TRUE(pFile->iReads == 0 && pFile->pData == nullptr);
 }
 

@@ -311,7 +311,12 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
     }
     Script_c Script;
     EXPECT_FALSE(Script.OpenFile("none.txt"));
-    EXPECT_EQ(Told(Script.GetLastError()), "none.txt: there is no such file, or it can't be read");
+    EXPECT_EQ(Told(Script.GetLastError()), "none.txt: there is no such file");
+    ExpectComplaints(1);   // of the open
+    Serve("gone.txt", "x");
+    std::filesystem::remove(Folder.Join("gone.txt"));
+    EXPECT_FALSE(Script.OpenFile("gone.txt"));
+    EXPECT_EQ(Told(Script.GetLastError()), "gone.txt: it can't be read");
 }
 
 TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
@@ -339,9 +344,9 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
     SetTextErrorLog(true);
     EXPECT_EQ(Fail(), Va(sStated.c_str(),
                           "x?9.9?0?forged.txt(3,1): there is no column \"n?\"\n"
-                          "none.txt: there is no such file, or it can't be read\n",
+                          "none.txt: there is no such file\n",
                           "x?9.9?0?forged.txt(3,4): the last row has no end; a row ends with the row separator\n",
-                          "none?.txt: there is no such file, or it can't be read\n"));
+                          "none?.txt: there is no such file\n"));
     Log.Clear();
     SimpleTextParser_c Parser;
     std::string const sText = "a\n " + std::string(130, '1');

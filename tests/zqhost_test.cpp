@@ -1,15 +1,75 @@
 // The example host's command line, from outside.
 #include "tests/test_support.h"
 
+#include "zqcore/cfilesave.h"
+#include "zqcore/cserialize.h"
+
 #ifdef ZQHOST_PATH
 namespace
 {
-    // What the host says on standard error, and its status: 2 bad command line, 4 not saved, 5 stats not written, 7 not
-    // watched.
-    Result_s RunHost(std::string const & sArguments)
+    // What the host says on standard error, and its status: 2 bad command line, 3 no media, 4 not saved, 5 stats not
+    // written, 6 a service did not start, 7 not watched, 8 standard output full.
+    Result_s RunHost(std::string const & sArguments, std::string const & sMedia = TEST_MEDIA_FOLDER,
+        std::string const & sOutput = "/dev/null")
     {
-        return RunShell(TEST_EMULATOR ZQHOST_PATH " --silent --frames 155 --media " TEST_MEDIA_FOLDER " " + sArguments
-                        + " 2>&1 >/dev/null");
+        return RunShell(TEST_EMULATOR ZQHOST_PATH " --silent --frames 155 --media " + sMedia + " " + sArguments
+                        + " 2>&1 >" + sOutput);
+    }
+}
+
+TEST(ZqHost, LeavesASaveAloneThatIsNoneOfItsOwn)
+{
+    TempFolder_c const Folder;
+    std::string const sSave = Folder.Join("save"), sAll = "--log " + Folder.Join("log") + " --save " + sSave;
+    auto const Ends = [&sAll](int iStatus, char const * szSaid)
+    {
+        Result_s const Result = RunHost(sAll);
+        EXPECT_EQ(Result.iStatus, iStatus) << Result.sOutput;
+        EXPECT_THAT(Result.sOutput, testing::HasSubstr(szSaid));
+    };
+    {
+        FileSave_c Save(sSave.c_str());
+        Ends(4, "in use by another program");
+        FileSaveWriter_c Writer(Save);
+        BufferedWriteable_c Archive(Writer, 0x00020000);
+        EXPECT_TRUE(Archive.Open() && Archive.Close() && Writer.Commit());
+    }
+    std::string const sNewer = Folder.Read("save");
+    Ends(4, "it is of version 2.0, and this program reads 1.0; give another file");
+    EXPECT_EQ(Folder.Read("save"), sNewer);
+    EXPECT_EQ(RunHost(sAll + " --new").iStatus, 0);
+    EXPECT_EQ(Folder.Read("save.1"), sNewer);
+    std::string const sFormer = Folder.Read("save");
+    Ends(0, "");
+    Folder.Write("save", sNewer.substr(1));
+    Ends(0, "");
+    EXPECT_TRUE(Folder.Read("save.1") == sFormer && Folder.Read("save").size() > sFormer.size() / 2)
+        << "the former one was loaded";
+    std::filesystem::remove(sSave);
+    std::filesystem::create_symlink("save", sSave);
+    Ends(4, "Too many levels of symbolic links");
+    EXPECT_TRUE(std::filesystem::is_symlink(sSave));
+}
+
+TEST(ZqHost, FailsWhenItsTablesCannotBeReadOrItsOutputIsFull)
+{
+    TempFolder_c const Folder;
+    std::string const sAll = "--log " + Folder.Join("log"), sStats = Folder.Join("stats");
+    EXPECT_EQ(RunHost(sAll + " --stats " + sStats, TEST_MEDIA_FOLDER, "/dev/full").iStatus, 8);
+    EXPECT_EQ(RunHost("--help", TEST_MEDIA_FOLDER, "/dev/full").iStatus, 8);
+    EXPECT_EQ(RunShell(TEST_EMULATOR ZQTOOL_PATH " stats " + sStats + " 2>&1 >/dev/full").iStatus, 1);
+    std::filesystem::copy(TEST_MEDIA_FOLDER, Folder.Join("media"), std::filesystem::copy_options::recursive);
+    for (auto const & [szFile, iStatus, szSaid] : Rows_t<char const *, int, char const *>{
+             { "gamedata/pqx/mission.scr", 3, "mission.scr is empty" }, { "tables/goods.csv", 3, "goods.csv is empty" },
+             { "sheets/balance.csv", 3, "balance.csv is empty" }, { "props/settings.prp", 6, "did not start" } })
+    {
+        std::string const sFile = std::string("media/") + szFile, sWhole = Folder.Read(sFile);
+        EXPECT_FALSE(sWhole.empty());
+        Folder.Write(sFile, "");
+        Result_s const Result = RunHost(sAll, Folder.Join("media"));
+        EXPECT_EQ(Result.iStatus, iStatus) << Result.sOutput;
+        EXPECT_THAT(Result.sOutput, testing::HasSubstr(szSaid));
+        Folder.Write(sFile, sWhole);
     }
 }
 

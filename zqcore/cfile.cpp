@@ -4,6 +4,7 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cfilereplace_internal.h"
 #include "zqcore/clog.h"
 
 #include "platform/fork.h"
@@ -16,6 +17,8 @@ bool g_bFileReadDisabled = false;
 
 namespace
 {
+    std::atomic<bool> g_bEmptyAllowed{ false };
+
     constinit plat::Lock_c g_EventLock;   // the lists of receivers have none
     plat::ForkLock_c const g_EventForkLock(g_EventLock);
 
@@ -57,9 +60,17 @@ namespace
         plat::File_t m_hFile;
     };
 
-    plat::File_t OpenTracked(char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts)
+    using Reason_t = FileReplacement_c::Reason_t;
+
+    // pReason, unless null, gets the system's reason for a failure.
+    plat::File_t OpenTracked(
+        char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts, Reason_t * pReason)
     {
         Tracked_c File(plat::FileOpenRead(szLocation, eShare, &Facts));
+        if (!File.Get() && pReason)
+        {
+            *pReason = LastErrorReason();
+        }
         FileOpenTracker(File.Get(), szLocation);
         if (std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed))
         {
@@ -289,17 +300,26 @@ bool FileOnDisk_c::Open(void * pBuffer)
 
     FileLocation_c const sLocation(*this);
     plat::FileFacts_t Facts;
-    Tracked_c File(OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts));
+    Reason_t sReason;
+    Tracked_c File(OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, &sReason));
     if (!File.Get())
     {
         Log("FileOnDisk_c::Open: Cannot open file: '%s'", static_cast<char const *>(sLocation));
+        Log("FileOnDisk_c::Open: %s", static_cast<char const *>(sReason));
         return false;
     }
     if (!TakeFacts(Facts, sLocation, !pBuffer))
     {
         return false;
     }
-    ZQ_ASSERT_EX_TEXT(iLength > 0, "iLength>0", "File '%s' is empty!", static_cast<char const *>(sLocation));
+    if (iLength == 0 && g_bEmptyAllowed.load(std::memory_order_relaxed))
+    {
+        Log("File '%s' is empty!", static_cast<char const *>(sLocation));
+    }
+    else
+    {
+        ZQ_ASSERT_EX_TEXT(iLength > 0, "iLength>0", "File '%s' is empty!", static_cast<char const *>(sLocation));
+    }
 
     return TakeUnlocked() ? ReadUnlocked(File.Release(), Facts, pBuffer, sLocation)
                           : Read(File.Release(), pBuffer, sLocation);
@@ -397,10 +417,12 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
 
     FileLocation_c const sLocation(*this);
     plat::FileFacts_t Facts;
-    plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts);
+    Reason_t sReason;
+    plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, &sReason);
     if (!hFile)
     {
         Log("FileOnDisk_c::Load: Cannot open file: '%s'", static_cast<char const *>(sLocation));
+        Log("FileOnDisk_c::Load: %s", static_cast<char const *>(sReason));
         return false;
     }
     if (plat::FileSeek(hFile, dwPosition, 0) < 0)
@@ -459,7 +481,7 @@ bool FileStored_c::OpenStored()
     }
     FileLocation_c const sLocation(*m_pFile);
     plat::FileFacts_t Facts;
-    m_hFile = OpenTracked(sLocation, plat::Share_e::Read, Facts);
+    m_hFile = OpenTracked(sLocation, plat::Share_e::Read, Facts, nullptr);
     if (m_hFile && IsTooLarge(Facts, "FileStored_c::OpenStored", sLocation))
     {
         CloseHandle();
@@ -614,6 +636,11 @@ FileStored_c * FileOpenStored(char const * name)
     }
     MarkOpened(*pFile);
     return pFile->OpenStored();
+}
+
+void FileSetEmptyAllowed(bool bAllowed)
+{
+    g_bEmptyAllowed.store(bAllowed, std::memory_order_relaxed);
 }
 
 bool DirectoryExists(char const * path)

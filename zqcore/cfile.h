@@ -227,6 +227,10 @@ ZQ_API FileStored_c * FileOpenStored(char const * name);
 /// Whether a file of that bare name is known.
 ZQ_API bool FileExists(char const * name);
 
+/// Whether an empty file is logged ("File '%s' is empty!") and opens with a length of 0, in place of the assertion: for a
+/// program that runs while files are rewritten, which editors empty first. Starts false. Any thread.
+ZQ_API void FileSetEmptyAllowed(bool bAllowed);
+
 /// Whether the disk has this folder.
 ZQ_API bool DirectoryExists(char const * path);
 

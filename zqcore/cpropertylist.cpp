@@ -107,7 +107,7 @@ bool PropertyList_c::Open(char const * sFileName, WarehouseFormat_e eFormat)
     m_pFile = sFileName ? FileOpen(sFileName) : nullptr;
     if (!m_pFile)
     {
-        return m_Errors.Fail(TEXT_NO_FILE);
+        return m_Errors.Fail(TextWhyNoFile(sFileName));
     }
     if (char const * const szRefused = TextOfFile(*m_pFile).szRefused)
     {

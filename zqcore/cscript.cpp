@@ -142,7 +142,7 @@ bool Script_c::OpenFile(char const * sFileName)
     ZQ_ASSERT(sFileName);
     StrCopy(m_sName, sFileName ? sFileName : "", sizeof m_sName);
     File_c * const pFile = sFileName ? FileOpen(sFileName) : nullptr;
-    FileText_t const Text = pFile ? TextOfFile(*pFile) : FileText_t{ nullptr, 0, TEXT_NO_FILE };
+    FileText_t const Text = pFile ? TextOfFile(*pFile) : FileText_t{ nullptr, 0, TextWhyNoFile(sFileName) };
     if (Text.szRefused)
     {
         FileClose(pFile);

@@ -31,7 +31,7 @@ bool Spreadsheet_c::Open(char const * sFileName, SpreadsheetFmtDesc_t const * pF
     if (!pFile)
     {
         Log("Spreadsheet_c::Open ( \"%s\" ) : can't open file.", static_cast<char const *>(TextForLog(sFileName)));
-        return m_Errors.Fail(TEXT_NO_FILE);
+        return m_Errors.Fail(TextWhyNoFile(sFileName));
     }
     if (pFmt)
     {

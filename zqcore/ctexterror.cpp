@@ -121,6 +121,12 @@ void TextErrors_c::SetAt(char const * szReason, char const * szAbout, char const
     LogIfWanted();
 }
 
+char const * TextWhyNoFile(char const * szFile)
+{
+    bool const bKnown = szFile && (FileExists(szFile) || FileGetPath(szFile));
+    return bKnown ? "it can't be read" : "there is no such file";
+}
+
 char const * TextSkipLongMark(char const *& pBegin, char const * pEnd)
 {
     std::string_view const sText(pBegin, static_cast<std::size_t>(pEnd - pBegin));

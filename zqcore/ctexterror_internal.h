@@ -3,7 +3,8 @@
 
 #include "zqcore/cfile.h"
 
-inline constexpr char const * TEXT_NO_FILE = "there is no such file, or it can't be read";
+/// Why a file that FileOpen refused has no text: there is none of that name, or it can't be read. Null names none.
+char const * TextWhyNoFile(char const * szFile);
 
 /// Skips the byte order mark of UTF-8. Returns null, or the reason if the text begins with the mark of UTF-16.
 char const * TextSkipLongMark(char const *& pBegin, char const * pEnd);

@@ -61,7 +61,7 @@ bool Warehouse_c::Open(
     m_pFile = sFileName ? FileOpen(sFileName) : nullptr;
     if (!m_pFile)
     {
-        return m_Errors.Fail(TEXT_NO_FILE);
+        return m_Errors.Fail(TextWhyNoFile(sFileName));
     }
     m_eFormat = WarehouseSettleFormat(eFormat, m_pFile->sName);
     m_sSeparators = WarehouseScan_t(nullptr, 0, 0, m_eFormat).sSeparators;
@@ -88,7 +88,9 @@ bool Warehouse_c::Open(
     }
     Log("Warehouse_c::Open: File \"%s\": no header line found", Sz(TextForLog(File.sName)));
     Close();
-    return m_Errors.Fail(Text.szRefused ? Text.szRefused : "no line begins with @head");
+    return m_Errors.Fail(Text.szRefused    ? Text.szRefused
+                         : Text.nText == 0 ? "the file is empty"
+                                           : "no line begins with @head");
 }
 
 /// Opens the warehouse on the text of m_pFile or on a copy.

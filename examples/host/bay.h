@@ -6,6 +6,7 @@
 #pragma once
 
 #include "mission.h"
+#include "texts.h"
 
 #include "zqcore/carray.h"
 #include "zqcore/cstring.h"
@@ -137,7 +138,7 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 }
 
 /// Fills an empty bay from the media's tables. Why there is no game in them; empty if all is well.
-String_T<64> BayReadTables(Bay_s & Bay);
+NoFile_s BayReadTables(Bay_s & Bay);
 
 /// Gives the definitions of a bay the names and numbers that another one has for the same idents.
 void BayTakeNumbers(Bay_s const & From, Bay_s & To);

@@ -184,16 +184,17 @@ namespace
     }
 }
 
-String_T<64> BayReadTables(Bay_s & Bay)
+NoFile_s BayReadTables(Bay_s & Bay)
 {
     for (TableOfBay_s const & TableOfBay : TABLES)
     {
         if (!ReadTable(Bay, TableOfBay))
         {
-            return String_T<64>(Va("these media have no %s", TableOfBay.szFile));
+            NoFile_s const Why = WhyNoFile(TableOfBay.szFile);
+            return Why.sWhy.IsEmpty() ? NoFile_s{ NewString("%s is no table", TableOfBay.szFile) } : Why;
         }
     }
-    return Bay.dWinds.IsEmpty() ? "no wind blows" : Bay.dShips.IsEmpty() ? "there is no ship" : "";
+    return { Bay.dWinds.IsEmpty() ? "no wind blows" : Bay.dShips.IsEmpty() ? "there is no ship" : "" };
 }
 
 void BayTakeNumbers(Bay_s const & From, Bay_s & To)

@@ -41,6 +41,14 @@ namespace
         return eStatus;
     }
 
+    // A report that standard output did not take whole is a failed run. The status otherwise.
+    int CheckOutput(int iStatus)
+    {
+        bool const bWhole = std::fflush(stdout) == 0 && !std::ferror(stdout);
+        return bWhole || iStatus != STATUS_OK ? iStatus
+                                              : Fail(STATUS_OUTPUT, "standard output took not all of the report");
+    }
+
     // Log, current folder, listeners: everything in front of the modules.
     void StartApplication(Options_s const & Options)
     {
@@ -174,6 +182,10 @@ namespace
         Survey_c Survey;
         TakeStock(Survey, MediaTellSource(Options, sMedia).c_str(), Services);
         ModuleWorld_c & World = *ModuleWorld_c::Get();
+        if (World.IsFaulty())
+        {
+            return Fail(STATUS_MEDIA, std::string("no world can begin: ") + World.GetWhyEmpty());
+        }
         int const iStatus = World.IsEmpty() ? PlayEmpty(Options, World, Survey) : Play(Options, World, Survey);
         ReportMemory();
         ReportComplaints(ListenersGetNotes());
@@ -210,7 +222,7 @@ int main(int nArguments, char ** dArguments)
     if (Options.bHelp)
     {
         std::fputs(OptionsHelp().c_str(), stdout);
-        return STATUS_OK;
+        return CheckOutput(STATUS_OK);
     }
 
     StartApplication(Options);
@@ -219,5 +231,5 @@ int main(int nArguments, char ** dArguments)
     sMessage = MediaCheck(sMedia);
     int const iStatus = sMessage.empty() ? RunModules(Options, sMedia) : Fail(STATUS_MEDIA, sMessage);
     AppMiscShutdown();
-    return iStatus;
+    return CheckOutput(iStatus);
 }

@@ -44,7 +44,14 @@ namespace
     {
         return IsFromCache()
                    ? "the cache was written without the folder " + sFolder + "; delete " + CacheOf(Options, sMedia)
+               : DirectoryExists((sMedia + "/" + sFolder).c_str())
+                   ? "the media have a folder " + sFolder + " that can't be read; the log says why"
                    : "the media have no folder " + sFolder;
+    }
+
+    std::string CantRead(std::string const & sFolder, std::error_code const & Error)
+    {
+        return "can't read \"" + sFolder + "\": " + Error.message();
     }
 }
 
@@ -57,15 +64,17 @@ std::string MediaCheck(std::string const & sMedia)
     std::error_code Error;
     if (!DirectoryExists(sMedia.c_str()))
     {
-        bool const bFile = std::filesystem::exists(sMedia, Error);
-        return bFile ? "\"" + sMedia + "\" is a file; the media root is a folder" : "no folder \"" + sMedia + "\"";
+        std::filesystem::file_status const Status = std::filesystem::status(sMedia, Error);
+        return std::filesystem::exists(Status) ? "\"" + sMedia + "\" is a file; the media root is a folder"
+               : Status.type() == std::filesystem::file_type::not_found ? "no folder \"" + sMedia + "\""
+                                                                        : CantRead(sMedia, Error);
     }
     if (sMedia.size() >= static_cast<std::size_t>(String_T<256>::Capacity()) - 1)
     {
         return "the path of the media root takes more than 254 characters: \"" + sMedia + "\"";
     }
     std::filesystem::directory_iterator const First(sMedia, Error);
-    return Error ? "can't read \"" + sMedia + "\": " + Error.message() : "";
+    return Error ? CantRead(sMedia, Error) : "";
 }
 
 void MediaSet(Options_s const & Options, std::string const & sMedia)
@@ -75,6 +84,7 @@ void MediaSet(Options_s const & Options, std::string const & sMedia)
     FileSetMediaTemplate("media*.zq");
     FileSetSplit(IsSplit(Options, sMedia) ? "\\gamedata\\" : nullptr);
     FileAlwaysExcludeFolder(".git");   // of a tree under version control
+    FileSetEmptyAllowed(true);         // editors empty what they rewrite
     ModuleFile_c::Get()->ReadMedia(true);
     FilesystemCacheInit(Options.bCache ? CacheOf(Options, sMedia).c_str() : nullptr);
     ModuleFile_c::Get()->SetCacheFile(Options.bCache ? Options.sCacheFile.c_str() : nullptr);

@@ -34,6 +34,7 @@ struct Mission_s
 };
 
 /// Reads the bay's mission; without the script there is none. Goals that make no sense are left out with a log line.
+/// Requires that the script can be read if it is there.
 void MissionRead(char const * szFile, Bay_s & Bay);
 
 /// Settles the goals that the hour decides, and pays for those that are met.

@@ -216,9 +216,9 @@ std::string OptionsHelp()
     auto const Add = [&](auto const & Option) { sHelp += Va("  %s %s\n", Option.szName, Option.szHelp); };
     std::for_each(std::begin(VALUE_OPTIONS), std::end(VALUE_OPTIONS), Add);
     std::for_each(std::begin(FLAG_OPTIONS), std::end(FLAG_OPTIONS), Add);
-    sHelp +=
-        "\nExit status: 0 done, 1 a complaint or crash ended a silent run, 2 bad command line, 3 no such media,\n"
-        "4 not saved, 5 stats not written, 6 a service did not start, 7 the media can't be watched. Standard error\n"
-        "has the reason.\n";
+    sHelp += "\nExit status: 0 done, 1 a complaint or crash ended a silent run, 2 bad command line, 3 no such media,\n"
+             "4 not saved, 5 stats not written, 6 a service did not start, 7 the media can't be watched, 8 standard "
+             "output took\n"
+             "not all. Standard error has the reason.\n";
     return sHelp;
 }

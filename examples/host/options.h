@@ -13,7 +13,8 @@ enum Status_e : int
     STATUS_SAVE = 4,      // the world could not be saved
     STATUS_STATS = 5,     // the profiler's file could not be written
     STATUS_SERVICE = 6,   // a service did not start
-    STATUS_WATCH = 7      // the media can't be watched
+    STATUS_WATCH = 7,     // the media can't be watched
+    STATUS_OUTPUT = 8     // standard output did not take all of the report
 };
 
 /// What the command line says. Paths are absolute, without a separator at the end.

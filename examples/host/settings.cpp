@@ -1,5 +1,7 @@
 #include "settings.h"
 
+#include "texts.h"
+
 #include "zqcore/cfilemedia.h"
 #include "zqcore/clog.h"
 #include "zqcore/cpropertylist.h"
@@ -82,6 +84,12 @@ Module_c ** ModuleSettings_c::GetPrerequisites() const
 
 bool ModuleSettings_c::Initialize()
 {
+    NoFile_s const Why = WhyNoFile(LIST);
+    if (Why.bFault)
+    {
+        Log("%s", Sz(Why.sWhy));
+        return false;
+    }
     PropertyList_c List;
     if (List.Open(LIST))
     {

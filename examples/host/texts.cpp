@@ -37,6 +37,21 @@ Text_t Duration(double tSeconds)
                             : NewString("%.2f s", tSeconds);
 }
 
+NoFile_s WhyNoFile(char const * szFile)
+{
+    if (!FileExists(szFile))
+    {
+        return { NewString("these media have no %s", szFile) };
+    }
+    File_c * const pFile = FileOpen(szFile);
+    bool const bEmpty = pFile && pFile->iLength == 0;
+    NoFile_s Why;
+    Why.bFault = !pFile || bEmpty;
+    Why.sWhy = bEmpty ? Va("%s is empty", szFile) : pFile ? "" : Va("%s can't be read; the log says why", szFile);
+    FileClose(pFile);
+    return Why;
+}
+
 Text_t BelowRoot(char const * szLocation)
 {
     auto const nRoot = static_cast<std::size_t>(GetPQXMediaPath(false).Length());

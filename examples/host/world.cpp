@@ -46,8 +46,14 @@ void ModuleWorld_c::Begin()
     MemCategoryScope_c const Scope(mem::GameWorld);
     ModuleSettings_c const & Settings = *ModuleSettings_c::Get();
     BayReset(m_Bay);
-    m_sWhyEmpty = BayReadTables(m_Bay);
-    if (!m_sWhyEmpty.IsEmpty())
+    m_Why = BayReadTables(m_Bay);
+    for (char const * const szFile :
+        { static_cast<char const *>(Settings.m_sBalance), static_cast<char const *>(Settings.m_sMission) })
+    {
+        NoFile_s const Why = m_Why.sWhy.IsEmpty() ? WhyNoFile(szFile) : NoFile_s{};
+        m_Why = Why.bFault ? Why : m_Why;
+    }
+    if (!m_Why.sWhy.IsEmpty())
     {
         return BayReset(m_Bay);
     }
@@ -66,7 +72,7 @@ void ModuleWorld_c::TakeTables()
     MemCategoryScope_c const Scope(mem::GameWorld);
     House_s const House = g_House;   // the rules set its purse
     Bay_s Fresh;
-    bool const bGood = BayReadTables(Fresh).IsEmpty();
+    bool const bGood = BayReadTables(Fresh).sWhy.IsEmpty();
     if (bGood)
     {
         BalanceApply(m_Balance, Fresh);

@@ -27,7 +27,10 @@ public:
 
     /// Whether the media have no world, and why.
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
-    char const * GetWhyEmpty() const { return m_sWhyEmpty; }
+    char const * GetWhyEmpty() const { return m_Why.sWhy; }
+
+    /// Whether a file of the world is there and can't be read.
+    bool IsFaulty() const { return m_Why.bFault; }
 
     Bay_s & GetBay() { return m_Bay; }
     Bay_s const & GetBay() const { return m_Bay; }
@@ -44,5 +47,5 @@ protected:
 private:
     Bay_s m_Bay;
     Balance_s m_Balance;
-    String_T<64> m_sWhyEmpty;
+    NoFile_s m_Why;   // there is no world
 };

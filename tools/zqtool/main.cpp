@@ -14,6 +14,17 @@ namespace
             "what the profiler measured: a tree of timers, trace events, a page with pictures", RunStats },
     };
 
+    // The status of a command whose output was not taken whole is a failure.
+    int CheckOutput(int iStatus)
+    {
+        if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        {
+            return iStatus;
+        }
+        std::fputs("zqtool: standard output took not all\n", stderr);
+        return 1;
+    }
+
     int Usage()
     {
         std::fputs("usage:\n", stderr);
@@ -32,7 +43,7 @@ int main(int argc, char ** argv)
         if (argc > 1 && std::strcmp(argv[1], Command.szName) == 0)
         {
             int const iStatus = Command.fnRun(Arguments_t(argv + 2, argv + argc));
-            return iStatus == EXIT_USAGE ? Usage() : iStatus;
+            return iStatus == EXIT_USAGE ? Usage() : CheckOutput(iStatus);
         }
     }
     return Usage();
