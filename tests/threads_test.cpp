@@ -84,7 +84,7 @@ namespace
     void Save(int i)
     {
         FileReplacement_c Replacement((g_sFolder + "/save" + std::to_string(i)).c_str());
-        BufferedWriteable_c Archive(Replacement.GetBeside(), 0x10000);
+        BufferedWriteable_c Archive(Replacement, 0x10000);
         Archive.Open();
         Archive.Serialize(i);
         EXPECT_TRUE(Archive.Close() && Replacement.Commit());

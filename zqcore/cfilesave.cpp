@@ -7,6 +7,7 @@
 #include "zqcore/cmemory.h"
 
 #include <climits>
+#include <cstdio>
 #include <memory>
 #include <utility>
 
@@ -37,6 +38,14 @@ namespace
         std::size_t const nBefore = nBytes - sizeof(std::uint32_t);
         return Take<std::uint32_t>(pData + nBefore)
                == GetCrc32Polynomial(reinterpret_cast<char const *>(pData), static_cast<int>(nBefore));
+    }
+
+    // Va's buffers belong to all threads.
+    String_T<16> Numbered(char const * szText, int iNumber)
+    {
+        char szNumbered[16];
+        std::snprintf(szNumbered, sizeof szNumbered, "%s%i", szText, iNumber);
+        return szNumbered;
     }
 
     int Major(std::uint32_t dwVersion)
@@ -138,7 +147,7 @@ void FileSave_c::SetFormer(int nFormer)
 
 String_T<256> FileSave_c::GetPath(int iFormer) const
 {
-    return iFormer > 0 ? m_sFile + Va(".%i", iFormer) : m_sFile;
+    return iFormer > 0 ? m_sFile + Numbered(".", iFormer) : m_sFile;
 }
 
 /// Deletes what writers of this save, killed before their end, left beside it. Nobody else writes it now.
@@ -195,9 +204,10 @@ FileSave_c::State_e FileSave_c::Check(unsigned char const * pData, std::size_t n
     {
         return Say(WHOLE, "");
     }
-    return Say(
-        dwFile > dwVersion ? NEWER : OLDER, Va("it is of version %i.%i, and this program reads %i.%i", Major(dwFile),
-                                                Minor(dwFile), Major(dwVersion), Minor(dwVersion)));
+    char szWhyNot[128];
+    std::snprintf(szWhyNot, sizeof szWhyNot, "it is of version %i.%i, and this program reads %i.%i", Major(dwFile),
+        Minor(dwFile), Major(dwVersion), Minor(dwVersion));
+    return Say(dwFile > dwVersion ? NEWER : OLDER, szWhyNot);
 }
 
 FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
@@ -254,7 +264,7 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
     m_sWhyNot = IsLocked() ? "" : "it is not locked";
     for (int i = 0; i < TRIES && IsLocked(); ++i)
     {
-        sTo = m_sFile + (i > 0 ? Va(".old%i", i) : ".old");
+        sTo = m_sFile + (i > 0 ? Numbered(".old", i) : ".old");
         if (plat::FileRename(m_sFile, sTo, false))
         {
             m_sWhyNot = "";
