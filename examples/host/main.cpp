@@ -41,10 +41,10 @@ namespace
         return eStatus;
     }
 
-    // A report that standard output did not take whole is a failed run. The status otherwise.
+    // A report that standard output did not take whole is a failed run, unless its reader is gone. The status otherwise.
     int CheckOutput(int iStatus)
     {
-        bool const bWhole = std::fflush(stdout) == 0 && !std::ferror(stdout);
+        bool const bWhole = (std::fflush(stdout) == 0 && !std::ferror(stdout)) || Watch_c::IsHungUp();
         return bWhole || iStatus != STATUS_OK ? iStatus
                                               : Fail(STATUS_OUTPUT, "standard output took not all of the report");
     }

@@ -22,6 +22,7 @@ namespace
 
     std::map<std::string, Rows_t> g_dTables;   // by the key of the file
     volatile std::sig_atomic_t g_bOver = 0;
+    volatile std::sig_atomic_t g_bHungUp = 0;
 
     void OnSignal(int iSignal)
     {
@@ -34,6 +35,7 @@ namespace
     void OnHangUp(int iSignal)
     {
         std::signal(iSignal, SIG_IGN);
+        g_bHungUp = 1;
         g_bOver = 1;
     }
 #endif
@@ -198,6 +200,11 @@ bool Watch_c::IsOver()
         PrintNewProblem();
     }
     return g_bOver != 0;
+}
+
+bool Watch_c::IsHungUp()
+{
+    return g_bHungUp != 0;
 }
 
 std::string Watch_c::GetWhyNot()

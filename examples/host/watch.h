@@ -23,6 +23,9 @@ public:
     /// of folders that appeared.
     static bool IsOver();
 
+    /// Whether the terminal of a watch was closed: nobody reads what is printed.
+    static bool IsHungUp();
+
     /// Why nothing is watched, with the remedy where there is one; empty if the media are watched.
     static std::string GetWhyNot();
 };
