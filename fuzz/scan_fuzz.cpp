@@ -6,6 +6,7 @@
 #include "platform/text.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilereplace.h"
+#include "zqcore/clog.h"
 
 #include <fstream>
 #include <map>
@@ -64,6 +65,7 @@ namespace
         std::map<std::string, std::string> Files;   // by key: the path on disk
         std::set<std::string> Duplicates, Folders;
         std::set<std::pair<dev_t, ino_t>> Entered;
+        int nDropped = 0;        // files that have a line in the log
         std::size_t nRoot = 0;   // of relative names: characters of the root with its separator
 
         void AddFile(std::string const & sFolder, std::string const & sName, std::string const & sDisk)
@@ -74,6 +76,7 @@ namespace
                 && (!nRoot || sBelow.size() + sName.size() <= 127) && !Files.emplace(sKey, sDisk).second)
             {
                 Duplicates.insert(sKey);
+                ++nDropped;
             }
         }
 
@@ -118,9 +121,14 @@ namespace
     };
 }
 
+int g_nSaid = 0;   // lines of dropped files
+
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
+    static bool const s_bHears =
+        (LogAddCallback([](char const * sz) { g_nSaid += std::strncmp(sz, "File dup", 8) == 0; }), true);
     Input_c Input(pData, nSize);
+    g_nSaid = s_bHears ? 0 : -1;
     fs::path const Root = FuzzFolder() + "/tree";
     std::string sFolder = Lower(Root.string()) + '\\';
     std::replace(sFolder.begin(), sFolder.end(), '/', '\\');
@@ -148,7 +156,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     {
         Require(Model.Folders.contains(std::string(*pSlot->pName)));
     }
-    Require(nFiles == Model.Files.size() && nFolders == Model.Folders.size());
+    Require(nFiles == Model.Files.size() && nFolders == Model.Folders.size() && g_nSaid == Model.nDropped);
     FileReset();
     fs::remove_all(Root);
     return 0;

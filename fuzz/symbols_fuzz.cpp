@@ -7,6 +7,7 @@
 #include "platform/symbols.h"
 #include "zqcore/cexceptionreport_internal.h"
 
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <vector>
 
@@ -24,6 +25,9 @@ namespace
         {
             nValue = cKind & 4 ? g_pInput->Get<std::uint64_t>() : g_pInput->Get();
         }
+        static void * const s_pPage =
+            mmap(reinterpret_cast<void *>(0x100000), 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        Answer.dValues[2] += cKind & 32 ? reinterpret_cast<std::uintptr_t>(s_pPage) : 0;   // of a variable, the address
         std::size_t const nTaken = g_pInput->Take(nText).copy(Answer.szText, nText);
         std::memset(Answer.szText + nTaken, 'x', cKind & 8 ? plat::SYMBOL_TEXT - nTaken : 0);
         std::size_t const nSent = plat::SYMBOL_ANSWER_HEAD + (cKind & 8 ? plat::SYMBOL_TEXT : nTaken);
@@ -84,6 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     plat::SymbolsSetHelper("helper");
     plat::FaultContext_t Context;
     plat::FaultContextCapture(&Context);
+    Context.nBp = 8;   // without the helper there is one frame
     plat::Symbols_c Symbols;
     Require(Symbols.Start(&Context) == Symbols.IsRunning());
     for (char const cCall : sCalls)
