@@ -136,7 +136,7 @@ class Host:
             return self.judge_files(folder, outcome)
         if outcome.status not in (*self.STATUSES, KILLED):
             return "hangs" if outcome.status is None else f"status {outcome.status}"
-        said = re.search("^zqhost: |^Assert|Can't allocate", outcome.text, re.M)
+        said = re.search("^zqhost: |^Assert|^Application aborted|Can't allocate", outcome.text, re.M)
         if outcome.status not in (0, KILLED, -signal.SIGTERM) and not said:
             return f"status {outcome.status} without a word"
         return "a leak" if "Memory leak" in outcome.text else self.judge_files(folder, outcome)
