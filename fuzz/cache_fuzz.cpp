@@ -1,5 +1,5 @@
-// cache_fuzz.cpp: file system caches of any bytes, loaded over a file that was registered before. Every file must have
-// a folder of the table afterwards, or none.
+// cache_fuzz.cpp: file system caches of any bytes, compared with the disk, and loaded over a file that was registered
+// before. Every file must have a folder of the table afterwards, or none.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
 
@@ -35,6 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     RegisterEarlierFile();
     SetPQXMediaPath("c:\\media");
     FilesystemCacheInit("memory.arc");
+    SurvivesWithoutAbort([] { FilesystemCacheIsCurrent(); });
     SurvivesWithoutAbort([] { FilesystemCacheLoad(); });
     RequireSoundTables();
     FileReset();

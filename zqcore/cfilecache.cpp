@@ -481,21 +481,29 @@ namespace
         return plat::PathGetFacts(szPath, Facts) && Facts.bRegular && Facts.nSize == 0;
     }
 
-    /// A cache that is read beside the tables.
+    /// A cache that is read beside the tables, by the object that a load would take.
     class CacheReader_c
     {
     public:
         CacheReader_c()
             : m_Place(g_sFilesystemCacheName)
-            , m_pFile(ZQ_NEW FileOnDisk_c)
+            , m_pFile(FileStream(g_sFilesystemCacheName))
+            , m_bOwn(!m_pFile)
         {
-            m_pFile->pPath = &m_Place.sFolder;
-            m_pFile->sName = m_Place.sBare;
+            if (m_bOwn)
+            {
+                m_pFile = ZQ_NEW FileOnDisk_c;
+                m_pFile->pPath = &m_Place.sFolder;
+                m_pFile->sName = m_Place.sBare;
+            }
         }
         ~CacheReader_c()
         {
-            m_pFile->sName = "";   // the table may have this key
-            delete m_pFile;
+            if (m_bOwn)
+            {
+                m_pFile->sName = "";   // it is in no table
+                delete m_pFile;
+            }
         }
         CacheReader_c(CacheReader_c const &) = delete;
         CacheReader_c & operator=(CacheReader_c const &) = delete;
@@ -508,6 +516,7 @@ namespace
 
         CachePlace_s m_Place;
         File_c * m_pFile;
+        bool m_bOwn;
     };
 
     bool CacheReader_c::ReadRecords(Readable_c & Archive, Array_T<Folder_t, 64, 0> & dRelatives)
