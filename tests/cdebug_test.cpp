@@ -217,7 +217,7 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
 {
     static std::atomic<int> s_nHeard, s_nInside, s_nNested;
     s_nHeard = s_nInside = s_nNested = 0;
-    LogDone();
+    LogDone(), SetAchtungs(false);
     g_WarningsCallbacker.Reset();
     g_WarningsCallbacker.Add([](char const *) { ++s_nNested; }, false);
     g_WarningsCallbacker.Add(

@@ -26,6 +26,7 @@
 #include "zqcore/ctexterror.h"
 #include "zqcore/ctimer.h"
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -52,6 +53,9 @@ namespace
     // Log, current folder, listeners: everything in front of the modules.
     void StartApplication(Options_s const & Options)
     {
+#ifdef SIGPIPE
+        std::signal(SIGPIPE, SIG_IGN);   // who reads the report may end first, and that must not cost the world
+#endif
         g_szApplicationName = "Harbour";
         g_silentMode = Options.bSilent;
         LogSetFile(std::filesystem::path(Options.sLogFolder + "/").wstring().c_str(), LOG_NAME);

@@ -40,13 +40,11 @@ namespace
     }
 #endif
 
-    // An interrupt and a closed terminal end what the host prints to, too. That must not cost the world.
     void ListenToSignals()
     {
         std::signal(SIGINT, OnSignal);
         std::signal(SIGTERM, OnSignal);
 #ifdef SIGHUP
-        std::signal(SIGPIPE, SIG_IGN);
         if (std::signal(SIGHUP, OnHangUp) == SIG_IGN)   // as nohup starts it
         {
             std::signal(SIGHUP, SIG_IGN);
