@@ -163,12 +163,16 @@ namespace
         }
     }
 
-    bool ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
+    // Why there is nothing to read, if so.
+    NoFile_s ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
     {
         Warehouse_c Table;
         if (!Table.Open(TableOfBay.szFile))
         {
-            return false;
+            NoFile_s const Why = WhyNoFile(TableOfBay.szFile);
+            char const * const szReason = Table.GetLastError().sReason;
+            return Why.sWhy.IsEmpty() ? NoFile_s{ NewString("%s is no table: %s", TableOfBay.szFile, szReason), true }
+                                      : Why;
         }
         Table.LogColName(true);
         String_T<256> sIdent;
@@ -180,7 +184,7 @@ namespace
                     static_cast<char const *>(TextForLog(sIdent)));
             }
         }
-        return true;
+        return {};
     }
 }
 
@@ -188,10 +192,10 @@ NoFile_s BayReadTables(Bay_s & Bay)
 {
     for (TableOfBay_s const & TableOfBay : TABLES)
     {
-        if (!ReadTable(Bay, TableOfBay))
+        NoFile_s const Why = ReadTable(Bay, TableOfBay);
+        if (!Why.sWhy.IsEmpty())
         {
-            NoFile_s const Why = WhyNoFile(TableOfBay.szFile);
-            return Why.sWhy.IsEmpty() ? NoFile_s{ NewString("%s is no table", TableOfBay.szFile) } : Why;
+            return Why;
         }
     }
     return { Bay.dWinds.IsEmpty() ? "no wind blows" : Bay.dShips.IsEmpty() ? "there is no ship" : "" };

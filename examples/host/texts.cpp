@@ -2,6 +2,7 @@
 
 #include "zqcore/cfile.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/cfilepath.h"
 
 #include <algorithm>
 #include <cstring>
@@ -41,7 +42,11 @@ NoFile_s WhyNoFile(char const * szFile)
 {
     if (!FileExists(szFile))
     {
-        return { NewString("these media have no %s", szFile) };
+        bool const bWhole = FileScanIsWhole(GetPQXMediaPath(false));
+        return { NewString(bWhole ? "these media have no %s"
+                                  : "%s was not found in media that can't be read whole; the log says what failed",
+                     szFile),
+            !bWhole };
     }
     File_c * const pFile = FileOpen(szFile);
     bool const bEmpty = pFile && pFile->iLength == 0;

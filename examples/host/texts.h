@@ -23,7 +23,7 @@ Text_t Size(double fBytes);
 Text_t Duration(double tSeconds);
 
 /// Why a file of the media has nothing to read: there is none of that name, or, as bFault says, one that can't be read
-/// or is empty. Empty if it can be read.
+/// or is empty, or the scan of the media has missed something. Empty if it can be read.
 struct NoFile_s
 {
     Text_t sWhy;

@@ -128,9 +128,10 @@ class Host:
     def drive(self):
         return None
 
-    def judge(self, folder, outcome, kind):
+    def judge(self, folder, outcome, kind, reason):
         """What is wrong after a run, or None. A run without failures must go on from the last save."""
-        if outcome.status == 0 and "Saved\n" not in outcome.text:
+        if outcome.status == 0 and "Saved\n" not in outcome.text and not (
+                reason == "ENOENT" and "these media have no" in outcome.text):   # a file that has just gone
             return "ended well and saved nothing"
         if kind == "allocate" and OUT_OF_MEMORY.get(outcome.status, "\0") in outcome.text:
             return self.judge_files(folder, outcome)
@@ -151,7 +152,7 @@ class Host:
             return f"the next run ends with {after.status}: {after.text[-200:]}"
         if saved and hours != int(saved.group(1)):
             return f"saved after {saved.group(1)} hours, the next run loads {hours}"
-        if not saved and hours not in (before, before + 10):
+        if not saved and (hours < before if "--watch" in self.options else hours not in (before, before + 10)):
             return f"the save of {before} hours is lost"
         if before and saved and int(saved.group(1)) == 10:
             return f"the save of {before} hours was not loaded and is overwritten"
@@ -191,7 +192,7 @@ class Parts:
     def drive(self):
         return None
 
-    def judge(self, folder, outcome, kind):
+    def judge(self, folder, outcome, kind, reason):
         if self.service == "crash":
             return None if outcome.status in (-signal.SIGSEGV, KILLED) else f"status {outcome.status}: {outcome.text[-200:]}"
         out_of_memory = kind == "allocate" and OUT_OF_MEMORY.get(outcome.status, "\0") in outcome.text
@@ -221,7 +222,7 @@ def one_run(scenario, work, number, kind=0, name="", reason=0, call=0, times=1, 
         table.plan(kind, reason, call, times)
         outcome = run(scenario.command(folder), folder, {"ZQ_FAILING": str(table.path)}, drive or scenario.drive())
         failed, site = table.failed()
-        return outcome, failed, site, table.counts(), scenario.judge(folder, outcome, name)
+        return outcome, failed, site, table.counts(), scenario.judge(folder, outcome, name, reason)
     finally:
         shutil.rmtree(folder, ignore_errors=True)
         table.path.unlink(missing_ok=True)

@@ -133,16 +133,6 @@ namespace
         return Contents(sFolder + "/allocations.csv").find("1111; ") != std::string::npos ? "old" : "new";
     }
 
-    bool WriteLogs(std::string const &, std::string const & sText)
-    {
-        for (int i = 0; i < 20; ++i)
-        {
-            Log("%s %i", sText.c_str(), i);
-            Logf("named.log", "%s %i", sText.c_str(), i);
-        }
-        return true;
-    }
-
     // Each of our lines is whole.
     std::string ReadLogs(std::string const & sFolder)
     {
@@ -159,6 +149,16 @@ namespace
             }
         }
         return sKind;
+    }
+
+    bool WriteLogs(std::string const & sFolder, std::string const & sText)
+    {
+        for (int i = 0; i < 20; ++i)
+        {
+            Log("%s %i", sText.c_str(), i);
+            Logf("named.log", "%s %i", sText.c_str(), i);
+        }
+        return ReadLogs(sFolder) == sText || Fail("logs: not written");
     }
 
     bool Crash(std::string const &, std::string const & sText)
@@ -202,7 +202,8 @@ int main(int nArguments, char ** dArguments)
     g_silentMode = false;
     plat::RegistrySetFolder(plat::RegistryTree_e::User, (sFolder + "/registry").c_str());
     plat::ClipboardSetFolder((sFolder + "/clipboard").c_str());
-    LogSetFile(std::filesystem::path(sFolder + "/").wstring().c_str(), L"message.log");
+    bool const bCheck = std::string(dArguments[3]).starts_with("check");
+    LogSetFile(bCheck ? L"" : std::filesystem::path(sFolder + "/").wstring().c_str(), L"message.log");
     AppMiscStartup();
     std::filesystem::current_path(sFolder);
     Module_c::Register(ModuleLog_c::Get());
