@@ -28,10 +28,15 @@ namespace
         return Value;
     }
 
-    // Whether a save ends in a seal, of this version or another, that fits all before it.
+    // Whether a save ends in a seal, of this version or a newer one, that fits all before it.
     bool IsSealed(unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes < SEAL_SIZE || std::memcmp(pData + nBytes - SEAL_SIZE, MARK, MARK_FAMILY) != 0)
+        {
+            return false;
+        }
+        unsigned char const cVersion = pData[nBytes - SEAL_SIZE + MARK_FAMILY];
+        if (cVersion < MARK[MARK_FAMILY] || cVersion > '9')
         {
             return false;
         }
