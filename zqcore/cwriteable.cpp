@@ -259,7 +259,7 @@ bool BufferedWriteable_c::ChunkBegin(char const * sName)
     bool const bBegun = Writeable_c::ChunkBegin(sName);
     if (bBegun)
     {
-        m_dwCurrentChunk = m_nPosition + static_cast<std::uint32_t>(GetWaiting() - sizeof PLACEHOLDER);
+        m_dwCurrentChunk = m_nPosition + static_cast<std::uint32_t>(GetWaiting()) - std::uint32_t{ sizeof PLACEHOLDER };
     }
     return bBegun;
 }
