@@ -85,6 +85,9 @@ public:
     Input_c(unsigned char const * pData, std::size_t nSize)
         : m_sRest(reinterpret_cast<char const *>(pData), nSize)
     {}
+    explicit Input_c(std::string_view sBytes)
+        : m_sRest(sBytes)
+    {}
     bool IsEmpty() const { return m_sRest.empty(); }
     std::string Take(std::size_t nBytes = std::string::npos)
     {

@@ -1,0 +1,67 @@
+// save_fuzz.cpp: saves of any bytes, beside a model of their seal. One that fits gives its archive, and no other anything.
+//
+// Bit 0 of the first byte has the length in the seal corrected, bit 1 the CRC-32; the rest is the save.
+#include "fuzz/fuzz_support.h"
+#include "zqcore/cfilesave.h"
+
+#include <fstream>
+
+namespace
+{
+    std::uint32_t Crc32(std::string_view sBytes)
+    {
+        std::uint32_t nCrc = ~0u;
+        for (char const c : sBytes)
+        {
+            nCrc ^= static_cast<unsigned char>(c);
+            for (int iBit = 0; iBit < 8; ++iBit)
+            {
+                nCrc = nCrc >> 1 ^ (nCrc & 1 ? 0xEDB88320u : 0);
+            }
+        }
+        return ~nCrc;
+    }
+
+    /// The state of a save of at least 16 bytes.
+    FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t nCrc)
+    {
+        std::string const sSeal = sSave.substr(nArchive);
+        if (!sSeal.starts_with("ZQS") || sSeal[3] < '1' || sSeal[3] > '9'
+            || Input_c(std::string_view(sSeal).substr(12)).Get<std::uint32_t>() != nCrc)
+        {
+            return FileSave_c::DAMAGED;
+        }
+        auto const nVersion = Input_c(sSave).Get<std::uint32_t>();
+        bool const bLength =
+            Input_c(std::string_view(sSeal).substr(4)).Get<std::uint64_t>() == nArchive && nArchive >= 4;
+        return sSeal[3] > '1'                               ? FileSave_c::NEWER
+               : !bLength                                   ? FileSave_c::DAMAGED
+               : nVersion >= 0x10000 && nVersion <= 0x10003 ? FileSave_c::WHOLE
+               : nVersion > 0x10003                         ? FileSave_c::NEWER
+                                                            : FileSave_c::OLDER;
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    static std::string const & s_sFile = *new std::string(FuzzFolder() + "/fuzz.sav");
+    static FileSave_c & s_Save = *new FileSave_c(s_sFile.c_str());
+    Input_c Input(pData, nSize);
+    unsigned char const cCorrect = Input.Get();
+    std::string sSave = Input.Take();
+    std::size_t const nArchive = std::max<std::size_t>(sSave.size(), 16) - 16;
+    cCorrect & 1 && sSave.size() >= 16 ? void(std::memcpy(&sSave[nArchive + 4], &nArchive, 8)) : void();
+    std::uint32_t const nCrc = Crc32(std::string_view(sSave).substr(0, nArchive + 12));
+    cCorrect & 2 && sSave.size() >= 16 ? void(std::memcpy(&sSave[nArchive + 12], &nCrc, 4)) : void();
+    std::ofstream(s_sFile, std::ios::binary) << sSave;
+
+    FileSave_c::State_e const eState = s_Save.Load(0x10003);
+    Require(eState == (sSave.size() < 16 ? FileSave_c::DAMAGED : StateOf(sSave, nArchive, nCrc)));
+    File_c * const pFile = s_Save.OpenFile();
+    Require(
+        (pFile != nullptr) == (eState == FileSave_c::WHOLE) && (s_Save.GetWhyNot()[0] == '\0') == (pFile != nullptr));
+    Require(!pFile
+            || sSave.substr(0, nArchive) == std::string_view(reinterpret_cast<char const *>(pFile->pData), nArchive));
+    FileClose(pFile);
+    return 0;
+}
