@@ -23,7 +23,7 @@ namespace plat
     /// bReplace, and is a failure without.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Gives a file a second name, which nothing may have. Where the file system has no second names, makes a copy.
+    /// Gives a file, or a symbolic link, a second name, which nothing may have. Where the file system has no second names, makes a copy.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Whether a file, or anything else, has the name, a link that leads nowhere included. True too where the system

@@ -204,6 +204,7 @@ TEST_F(FileSave, FormerSavesMoveOnAndAFailedSaveMovesNone)
     EXPECT_FALSE(Store(Save, 10));
     EXPECT_EQ(s_sWhyNot, "Is a directory");
     EXPECT_EQ(All(), (std::vector{ 9, 8, 4, -FileSave_c::UNREADABLE }));
+    EXPECT_EQ(Names().size(), 5u) << "with the lock";
 }
 
 TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)

@@ -286,7 +286,7 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
 
 /// Gives the save its first former name too, and each former one the next, up to a name that is free. A save that has
 /// that name already, from a commit that failed, stays.
-bool FileSave_c::KeepFormer()
+bool FileSave_c::KeepFormer(FileReplacement_c::Reason_t & sWhyNot)
 {
     if (m_nFormer == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))
     {
@@ -294,21 +294,23 @@ bool FileSave_c::KeepFormer()
     }
     String_T<272> const sSecond = NameBeside(m_sFile, SECOND_NAME_PREFIX);
     plat::TreeDelete(sSecond);
-    if (!plat::FileKeepAs(m_sFile, sSecond))
-    {
-        return false;
-    }
     int iFree = 1;
     while (iFree < m_nFormer && plat::PathIsTaken(GetPath(iFree)))
     {
         ++iFree;
     }
-    bool bMoved = true;
-    for (int i = iFree; i > 1 && bMoved; --i)
+    bool bKept = plat::FileKeepAs(m_sFile, sSecond);
+    for (int i = iFree; i > 1 && bKept; --i)
     {
-        bMoved = plat::FileRename(GetPath(i - 1), GetPath(i), true);
+        bKept = plat::FileRename(GetPath(i - 1), GetPath(i), true);
     }
-    return bMoved && plat::FileRename(sSecond, GetPath(1), true);
+    bKept = bKept && plat::FileRename(sSecond, GetPath(1), true);
+    if (!bKept)
+    {
+        sWhyNot = LastErrorReason();
+        plat::TreeDelete(sSecond);
+    }
+    return bKept;
 }
 
 FileSaveWriter_c::FileSaveWriter_c(FileSave_c & Save)
@@ -332,5 +334,6 @@ bool FileSaveWriter_c::Commit()
         return false;
     }
     std::uint32_t const dwCrc = GetCrc();
-    return Write(&dwCrc, sizeof dwCrc) && Synchronize() && (m_Save.KeepFormer() || FailAsSystem()) && Replace();
+    Reason_t sWhyNot;
+    return Write(&dwCrc, sizeof dwCrc) && Synchronize() && (m_Save.KeepFormer(sWhyNot) || Fail(sWhyNot)) && Replace();
 }

@@ -96,7 +96,7 @@ private:
     State_e Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);
     State_e Say(State_e eState, char const * szWhyNot);
     void DeleteLeft();
-    bool KeepFormer();
+    bool KeepFormer(FileReplacement_c::Reason_t & sWhyNot);
 
     String_T<256> m_sFile;
     String_T<272> m_sLock;

@@ -75,6 +75,17 @@ namespace plat
             }
         }
 
+        int SyncFully(int iFile)
+        {
+            int iResult;
+            do
+            {
+                iResult = fsync(iFile);
+            }
+            while (iResult != 0 && errno == EINTR);
+            return iResult;
+        }
+
         // Writes the names in a file's folder to the disk. A folder that may not be read is left to the file's own
         // journal entry, and so is one on a file system that synchronizes no folders.
         bool SyncFolderOf(char const * szPath, int iFile)
@@ -87,13 +98,13 @@ namespace plat
                 szFolder[nFolder] = '\0';
             }
             Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-            return Folder.IsOpen() ? fsync(Folder.Get()) == 0 || IsUnknown(errno) : fsync(iFile) == 0;
+            return Folder.IsOpen() ? SyncFully(Folder.Get()) == 0 || IsUnknown(errno) : SyncFully(iFile) == 0;
         }
     }
 
     bool FileSync(File_t hFile)
     {
-        return fsync(DescriptorOf(hFile)) == 0;
+        return SyncFully(DescriptorOf(hFile)) == 0;
     }
 
     bool FileReplace(File_t hFile, char const * szFrom, char const * szTo, Rights_e eRights)
@@ -150,6 +161,11 @@ namespace plat
         {
             return false;
         }
+        if (!S_ISREG(Stat.st_mode) && !S_ISLNK(Stat.st_mode))
+        {
+            errno = EINVAL;
+            return false;
+        }
         bool const bRefused = link(From.Get(), To.Get()) != 0;
         bool const bNoLinks = errno == EPERM || errno == EMLINK || IsUnknown(errno);
         return !bRefused || (bNoLinks && FileCopy(szFrom, szTo));
@@ -191,6 +207,10 @@ namespace plat
             }
             if (flock(File.Get(), LOCK_EX | LOCK_NB) != 0 && !IsUnknown(errno))
             {
+                if (errno == EINTR)
+                {
+                    continue;
+                }
                 return errno == EWOULDBLOCK ? HELD : FAILED;
             }
             DiskPath_c Path(szPath);
