@@ -5,8 +5,8 @@
 // the same number of hours give the same voyages. One game at a time: the house that owns the ships is static.
 #pragma once
 
+#include "heldfile.h"
 #include "mission.h"
-#include "texts.h"
 
 #include "zqcore/carray.h"
 #include "zqcore/cstring.h"

@@ -166,13 +166,16 @@ namespace
     // Why there is nothing to read, if so.
     NoFile_s ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
     {
+        HeldFile_c const File(TableOfBay.szFile);
+        if (!File.WhyNot().sWhy.IsEmpty())
+        {
+            return File.WhyNot();
+        }
         Warehouse_c Table;
         if (!Table.Open(TableOfBay.szFile))
         {
-            NoFile_s const Why = WhyNoFile(TableOfBay.szFile);
             char const * const szReason = Table.GetLastError().sReason;
-            return Why.sWhy.IsEmpty() ? NoFile_s{ NewString("%s is no table: %s", TableOfBay.szFile, szReason), true }
-                                      : Why;
+            return { NewString("%s is no table: %s", TableOfBay.szFile, szReason), true };
         }
         Table.LogColName(true);
         String_T<256> sIdent;

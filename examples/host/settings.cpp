@@ -1,6 +1,6 @@
 #include "settings.h"
 
-#include "texts.h"
+#include "heldfile.h"
 
 #include "zqcore/cfilemedia.h"
 #include "zqcore/clog.h"
@@ -84,10 +84,10 @@ Module_c ** ModuleSettings_c::GetPrerequisites() const
 
 bool ModuleSettings_c::Initialize()
 {
-    NoFile_s const Why = WhyNoFile(LIST);
-    if (Why.bFault)
+    HeldFile_c const File(LIST);
+    if (File.WhyNot().bFault)
     {
-        Log("%s", Sz(Why.sWhy));
+        Log("%s", static_cast<char const *>(File.WhyNot().sWhy));
         return false;
     }
     PropertyList_c List;

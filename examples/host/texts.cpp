@@ -2,7 +2,6 @@
 
 #include "zqcore/cfile.h"
 #include "zqcore/cfilemedia.h"
-#include "zqcore/cfilepath.h"
 
 #include <algorithm>
 #include <cstring>
@@ -36,25 +35,6 @@ Text_t Duration(double tSeconds)
     return tSeconds < 1e-3  ? NewString("%.1f us", tSeconds * 1e6)
            : tSeconds < 1.0 ? NewString("%.2f ms", tSeconds * 1e3)
                             : NewString("%.2f s", tSeconds);
-}
-
-NoFile_s WhyNoFile(char const * szFile)
-{
-    if (!FileExists(szFile))
-    {
-        bool const bWhole = FileScanIsWhole(GetPQXMediaPath(false));
-        return { NewString(bWhole ? "these media have no %s"
-                                  : "%s was not found in media that can't be read whole; the log says what failed",
-                     szFile),
-            !bWhole };
-    }
-    File_c * const pFile = FileOpen(szFile);
-    bool const bEmpty = pFile && pFile->iLength == 0;
-    NoFile_s Why;
-    Why.bFault = !pFile || bEmpty;
-    Why.sWhy = bEmpty ? Va("%s is empty", szFile) : pFile ? "" : Va("%s can't be read; the log says why", szFile);
-    FileClose(pFile);
-    return Why;
 }
 
 Text_t BelowRoot(char const * szLocation)

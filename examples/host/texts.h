@@ -22,15 +22,6 @@ Text_t Size(double fBytes);
 /// A time in a unit that fits: 1.23 ms.
 Text_t Duration(double tSeconds);
 
-/// Why a file of the media has nothing to read: there is none of that name, or, as bFault says, one that can't be read
-/// or is empty, or the scan of the media has missed something. Empty if it can be read.
-struct NoFile_s
-{
-    Text_t sWhy;
-    bool bFault = false;
-};
-NoFile_s WhyNoFile(char const * szFile);
-
 /// A location of the file system as a path below the media root, with `/`.
 Text_t BelowRoot(char const * szLocation);
 Text_t BelowRoot(File_c const & File);

@@ -46,12 +46,12 @@ void ModuleWorld_c::Begin()
     MemCategoryScope_c const Scope(mem::GameWorld);
     ModuleSettings_c const & Settings = *ModuleSettings_c::Get();
     BayReset(m_Bay);
+    HeldFile_c const Balance(Settings.m_sBalance), Mission(Settings.m_sMission);
     m_Why = BayReadTables(m_Bay);
-    for (char const * const szFile :
-        { static_cast<char const *>(Settings.m_sBalance), static_cast<char const *>(Settings.m_sMission) })
+    for (HeldFile_c const * const pFile : { &Balance, &Mission })
     {
-        NoFile_s const Why = m_Why.sWhy.IsEmpty() ? WhyNoFile(szFile) : NoFile_s{};
-        m_Why = Why.bFault ? Why : m_Why;
+        bool const bFault = m_Why.sWhy.IsEmpty() && pFile->WhyNot().bFault;
+        m_Why = bFault ? pFile->WhyNot() : m_Why;
     }
     if (!m_Why.sWhy.IsEmpty())
     {

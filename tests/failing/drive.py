@@ -98,7 +98,7 @@ def run(command, folder, environment=None, drive=None):
 
 class Host:
     """The example host's life over a media tree of its own. Its save is what it was or what it should be."""
-    STATUSES = (0, 1, 3, 4, 5, 6)   # those that the host's help names
+    STATUSES = (0, 1, 3, 4, 5, 6, 8)   # those that the host's help names
     LOADED = re.compile(r"Loaded\n  .* after (\d+) hours")
     SAVED = re.compile(r"Saved\n  .* after (\d+) hours")
 
