@@ -16,6 +16,20 @@ namespace plat
     /// bytes written, without the terminator.
     std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * szText);
 
+    /// The control characters that TextEscape leaves as they are.
+    enum class Controls_e
+    {
+        None,   // for a name, or what else is to stay on its line
+        Tabs,
+        Layout   // tabs and line ends, for a text of several lines
+    };
+
+    /// Copies a text so that whoever shows it obeys nothing in it. Control characters (C0, C1, DEL) and characters that
+    /// end lines or change the direction of writing are written as `\n`, `\r`, `\t`, `\x1B` or `\u009B`, a byte that is
+    /// not UTF-8 as `\xFF`; all else, a `\` too, stays. Takes what fits, whole characters and escapes, and moves szText
+    /// past it; from nSize 7 on that is something. Returns the bytes written, without the terminator.
+    std::size_t TextEscape(char * szOut, std::size_t nSize, char const *& szText, Controls_e eControls);
+
     /// Whether all of the text is well-formed UTF-8.
     bool IsUtf8(char const * szText);
 }

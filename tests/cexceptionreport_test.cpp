@@ -120,7 +120,7 @@ TEST_F(CrashReport, TellsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
         { "stack thread", "C00000FD STACK_OVERFLOW", SIGSEGV },
         { "stack worker", "C00000FD STACK_OVERFLOW", SIGSEGV },
         { "bus", "C0000006 IN_PAGE_ERROR", SIGBUS },
-        { "throw", "E06D7363 Uncaught C++ exception std::runtime_error: what it says", SIGABRT },
+        { "throw", "E06D7363 Uncaught C++ exception std::runtime_error: what\\x1B\\nit says", SIGABRT },
         { "throwint thread", "E06D7363 Uncaught C++ exception int", SIGABRT },
         { "abort", "40000015 abort() was called", SIGABRT },
     };

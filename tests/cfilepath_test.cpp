@@ -132,9 +132,10 @@ TEST_F(FilePathTest, AFileBesideALinkToNothingOpens)
 TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
 {
     std::string const sLong(200, 'p');
-    Make({ { "a/a.txt", "" }, { "b/b.txt", "" }, { "b/B2/x.txt", "" }, { "b/b2/y.txt", "" }, { "bad\xFF/in.txt", "" },
-        { "bad\xC3(.txt", "" }, { "gr\xC3\xBC\xC3\x9F.txt", "" }, { "gone/z.txt", "" }, { "huge.bin", "" },
-        { sLong + "/" + sLong + "/in.txt", "" }, { std::string(130, 'n') + ".txt", "" }, { "q:drive.txt", "" } });
+    Make({ { "a/a.txt", "" }, { "b/b.txt", "" }, { "b/B2/x.txt", "" }, { "b/b2/y.txt", "" },
+        { "bad\n\x1B\xFF/in.txt", "" }, { "bad\xC3(.txt", "" }, { "gr\xC3\xBC\xC3\x9F.txt", "" }, { "gone/z.txt", "" },
+        { "huge.bin", "" }, { sLong + "/" + sLong + "/in.txt", "" }, { std::string(130, 'n') + ".txt", "" },
+        { "q:drive.txt", "" } });
     fs::resize_file(Folder.Join("huge.bin"), (std::uintmax_t{ 1 } << 31) + 1);
     fs::create_directory_symlink(Folder.GetPath(), Folder.Join("b/loop"));
     fs::create_directory_symlink(Folder.Join("b"), Folder.Join("a/zlink"));
@@ -154,8 +155,8 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
     for (std::string const sPart :
         { "a\\zlink\\loop\", it is a link to a folder of this scan", "\\b\", the scan was in it by a link already",
             "a\\zlink\\B2\" differs from another folder in case only, it is not entered",
-            "\\q:drive.txt\", its name begins like a drive", "\\bad\xFF\", its name is not UTF-8",
-            "\\bad\xC3(.txt\", its name is not UTF-8", "\\pipe\", it is no regular file",
+            "\\q:drive.txt\", its name begins like a drive", "\\bad\\n\\x1B\\xFF\", its name is not UTF-8",
+            "\\bad\\xC3(.txt\", its name is not UTF-8", "\\pipe\", it is no regular file",
             "\\back\\slash.txt\", its name holds a '\\'", "pp\", its path is too long", "can't read folder \"",
             "huge.bin\" is larger than 2 GiB and can't be opened",
             "filesystem: name of 134 characters is cut to 127: \"nnn" })

@@ -5,6 +5,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cstring.h"
+#include "zqcore/ctexterror.h"
 #include "zqcore/ctimer.h"
 
 #include <barrier>
@@ -13,6 +14,7 @@
 #include <clocale>
 #include <cstring>
 #include <random>
+#include <regex>
 #include <set>
 #include <unistd.h>
 
@@ -122,19 +124,57 @@ TEST(LogFormat, WideTextIsUtf8InEveryLocaleAndEndsNoLine)
     EXPECT_STREQ(NewString("%ls|%i", L"\xD800\u00e4", 1), "\uFFFD\u00e4|1");   // half a pair is no character
 }
 
-TEST_F(Logs, EveryCallThatFormatsKnowsWideText)
+TEST_F(Logs, EveryCallThatFormatsKnowsWideTextAndEscapes)
 {
     LogCapture_c const Capture;
     DialogScript_c const Dialogs;
-    Log("%ls|", L"\u00e4");
-    Warning("%ls|", L"\u00e4");
-    Achtung("wide %ls|", L"\u00e4");
-    AssertFailed("%ls|", L"\u00e4");
-    LogText(Va("%ls|", L"\u00e4"));
-    DebugMessages_c::Get().DebugWarningInternal("%ls|", L"\u00e4");
-    EXPECT_EQ(Capture.GetText(), "\u00e4|\n\u00e4|\nwide \u00e4|\n\u00e4|\n\u00e4|\n");
-    EXPECT_EQ(Dialogs.CountHolding("\u00e4|"), 3);
-    EXPECT_EQ(FailedConditions([] { ZQ_ASSERT_EX(1 == 2, "%ls|", L"\u00e4"); }), "1 == 2, \u00e4|");
+    Log("%ls|", L"\u00e4\x1B");
+    Warning("%ls|", L"\u00e4\x1B");
+    Achtung("wide %ls|", L"\u00e4\x1B");
+    AssertFailed("%ls|", L"\u00e4\x1B");
+    LogText(Va("%ls|", L"\u00e4\x1B"));
+    DebugMessages_c::Get().DebugWarningInternal("%ls|", L"\u00e4\x1B");
+    EXPECT_EQ(Capture.GetText(), "\u00e4\\x1B|\n\u00e4\\x1B|\nwide \u00e4\\x1B|\n\u00e4\\x1B|\n\u00e4\\x1B|\n");
+    EXPECT_EQ(Dialogs.CountHolding("\u00e4\\x1B|"), 3);
+    EXPECT_EQ(FailedConditions([] { ZQ_ASSERT_EX(1 == 2, "%ls|", L"\u00e4\x1B"); }), "1 == 2, \u00e4\\x1B|");
+}
+
+TEST_F(Logs, ShowWhatALineOrATerminalWouldObey)
+{
+    OpenMainLog();
+    StartNamedLogs();
+    std::string sLines;
+    // What a text looks like in a line, and as a name in a line; empty: like the former.
+    for (auto const & [sText, sLine, sName] : Rows_t<std::string, std::string, std::string>{
+             { "C:\\a b", "C:\\a b", "" }, { "a\tb\r\nc", "a\tb\r\nc", "a\\tb\\r\\nc" },
+             { "\x1B[2J\x7F\x01", "\\x1B[2J\\x7F\\x01", "" }, { "\u009B1m\u0085", "\\u009B1m\\u0085", "" },
+             { "\xFF\xC3(\xED\xA0\x80\xC0\x8A", "\\xFF\\xC3(\\xED\\xA0\\x80\\xC0\\x8A", "" },
+             { "\u202Egnp.exe\u2066\u2028", "\\u202Egnp.exe\\u2066\\u2028", "" },
+             { "\u00e4\u20ac\U0001F600\u00a0", "\u00e4\u20ac\U0001F600\u00a0", "" },
+             { std::string(2046, 'x') + "\x1B", std::string(2046, 'x'), "" } })
+    {
+        Log("%s", sText.c_str());
+        LogText(sText.c_str());
+        LogEscaped("%s", sText.c_str());
+        Logf("named", "%s", sText.c_str());
+        std::string const & sInLine = sName.empty() ? sLine : sName;
+        EXPECT_EQ(TextForLog(sText.c_str()), sInLine.c_str());
+        std::string const sLog = m_Folder.Read("message.log");
+        sLines += sLine + "\n";
+        EXPECT_EQ(std::regex_replace(sLog, std::regex("(^|\n) +[0-9.]+\t0\t"), "|"),
+            "|" + sLine + "|" + sLine + "|" + sInLine + "\n");
+        fs::resize_file(m_Folder.Join("message.log"), 0);
+    }
+    EXPECT_EQ(m_Folder.Read("named"), sLines);
+    for (int iByte = 1; iByte < 256; ++iByte)
+    {
+        for (std::size_t nAt = 0; nAt < 19; ++nAt)
+        {
+            std::string sText(19, 'a');
+            sText[nAt] = static_cast<char>(iByte);
+            EXPECT_EQ(IsPlainText(sText.data(), sText.size()), iByte >= ' ' && iByte < 0x7F) << iByte << " at " << nAt;
+        }
+    }
 }
 
 TEST_F(Logs, LinesCarryTimeAndFrameAndAreCut)

@@ -263,7 +263,7 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
             { true, "a", GetPair, "T", "(5,4): there is no pair of numbers in column \"T\"" },
             { true, "b", GetInt, "n", "(6,4): there is no whole number in column \"n\"" },
             { true, "b", GetCut, "u", "(7,4): the text is cut in column \"u\"" },
-            { true, "b", GetInt, "none\n1", "(6,1): there is no column \"none?1\"" },
+            { true, "b", GetInt, "none\n1", "(6,1): there is no column \"none\\n1\"" },
             { true, "c", GetInt, "n", "(8,2): there is no value in column \"n\"" },
             { false, "a", GetOne<double>, "u", "" },
             { false, "b", GetPair, "T", "(4,7): there is no pair of numbers in column \"T\"" },
@@ -337,16 +337,16 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
     };
     Serve(szName, "@head\na 1\nb 2");
     std::string const sStated =
-        "x?9.9?0?forged.txt: Not found column 'n?'\n%sSpreadsheet_c::Parse : row parsing failed.\n%s"
-        "Spreadsheet_c::Open ( \"none?.txt\" ) : can't open file.\n%s"
-        "Spreadsheet_c::MoveToColumn( \"?[7m?\" ) : wasn't opened.\n";
+        "x\\n9.9\\t0\\tforged.txt: Not found column 'n\\n'\n%sSpreadsheet_c::Parse : row parsing failed.\n%s"
+        "Spreadsheet_c::Open ( \"none\\n.txt\" ) : can't open file.\n%s"
+        "Spreadsheet_c::MoveToColumn( \"\\x1B[7m\\x7F\" ) : wasn't opened.\n";
     EXPECT_EQ(Fail(), Va(sStated.c_str(), "", "", ""));
     SetTextErrorLog(true);
     EXPECT_EQ(Fail(), Va(sStated.c_str(),
-                          "x?9.9?0?forged.txt(3,1): there is no column \"n?\"\n"
+                          "x\\n9.9\\t0\\tforged.txt(3,1): there is no column \"n\\n\"\n"
                           "none.txt: there is no such file\n",
-                          "x?9.9?0?forged.txt(3,4): the last row has no end; a row ends with the row separator\n",
-                          "none?.txt: there is no such file\n"));
+                          "x\\n9.9\\t0\\tforged.txt(3,4): the last row has no end; a row ends with the row separator\n",
+                          "none\\n.txt: there is no such file\n"));
     Log.Clear();
     SimpleTextParser_c Parser;
     std::string const sText = "a\n " + std::string(130, '1');

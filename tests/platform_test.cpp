@@ -104,11 +104,11 @@ TEST(PlatformDialog, AsksTheTerminalUntilAnAnswerFits)
 TEST(PlatformDialog, LetsTheProgramGoOnWithoutATerminal)
 {
     plat::Dialog_t Dialog;
-    Dialog.szText = "unattended";
+    Dialog.szText = "unattended\x1B]0;t\x07";
     Dialog.eButtons = plat::DialogButtons_e::AbortRetryIgnore;
     testing::internal::CaptureStderr();
     EXPECT_EQ(plat::DialogShow(Dialog), plat::DialogAnswer_e::Ignore);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nunattended\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nunattended\\x1B]0;t\\x07\n");
     DialogScript_c const Script({ plat::DialogAnswer_e::Retry });
     EXPECT_EQ(plat::DialogShow(Dialog), plat::DialogAnswer_e::Retry) << "an installed handler answers";
 }

@@ -331,7 +331,7 @@ void AssertFailed(char const * fmt, ...)
     char szText[TEXT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    FormatText(szText, TEXT_SIZE, fmt, args);
+    FormatLine(szText, TEXT_SIZE, fmt, args);
     va_end(args);
     LogText(szText);
 
@@ -351,7 +351,7 @@ void Warning(char const * fmt, ...)
     char szText[TEXT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    FormatText(szText, TEXT_SIZE, fmt, args);
+    FormatLine(szText, TEXT_SIZE, fmt, args);
     va_end(args);
     LogText(szText);
 
@@ -367,7 +367,7 @@ void Achtung(char const * fmt, ...)
     char szText[TEXT_SIZE + sizeof YES_NO_TAIL];
     std::va_list args;
     va_start(args, fmt);
-    FormatText(szText, TEXT_SIZE, fmt, args);
+    FormatLine(szText, TEXT_SIZE, fmt, args);
     va_end(args);
     if (!RememberAchtung(szText))
     {
@@ -401,7 +401,7 @@ void Abort(char const * fmt, ...)
     char szText[TEXT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    FormatText(szText, TEXT_SIZE, fmt, args);
+    FormatLine(szText, TEXT_SIZE, fmt, args);
     va_end(args);
     LogText(szText);
 
@@ -426,7 +426,7 @@ void AssertReportEx(
     char szText[TEXT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    FormatText(szText, TEXT_SIZE, fmt, args);
+    FormatLine(szText, TEXT_SIZE, fmt, args);
     va_end(args);
 
     char szName[256];

@@ -133,9 +133,15 @@ namespace
         plat::ModulePlace_t Place;
         plat::ModuleFind(Record.Address, &Place);
         ExceptionReport_c::CrashLog("\nPROGRAM IS CRASHED!!!\r\n");
-        ExceptionReport_c::CrashLog("Exception code: %08X %s\r\n", Record.nCode, FaultName(Record.nCode));
-        ExceptionReport_c::CrashLog("Fault address:  %08" PRIXPTR " %02X:%08" PRIXPTR " %s\r\n", Record.Address,
-            Place.iSection, Place.nOffset, Place.szPath);
+        char szLine[LINE_SIZE];
+        Text_c Line(szLine, sizeof szLine);
+        Line.Add("Exception code: %08X ", Record.nCode);
+        Line.AddShown(FaultName(Record.nCode));
+        Line.Add(
+            "\r\nFault address:  %08" PRIXPTR " %02X:%08" PRIXPTR " ", Record.Address, Place.iSection, Place.nOffset);
+        Line.AddShown(Place.szPath);
+        Line.AddEnd("\r\n");
+        WriteText(Line);
     }
 
     void WriteRegisters(plat::FaultContext_t const & Context)
@@ -314,7 +320,7 @@ long ExceptionReport_c::UnhandledExceptionFilter(plat::FaultPointers_t const * p
     else
     {
         OpenReport(szPath);
-        Guarded(HOST_LIMIT, [&szPath] { Log("Crash log saved at %s", szPath); });
+        Guarded(HOST_LIMIT, [&szPath] { LogEscaped("Crash log saved at %s", szPath); });
     }
     g_bWriting = true;
     WriteReport(*pFault);
@@ -330,7 +336,7 @@ int ExceptionReport_c::CrashLog(char const * fmt, ...)
     char szLine[CRASH_LINE_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    std::size_t const nLine = FormatText(szLine, sizeof szLine, fmt, args);
+    std::size_t const nLine = FormatLine(szLine, sizeof szLine, fmt, args);
     va_end(args);
     if (!g_bWriting || nLine == 0)
     {
@@ -372,7 +378,10 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
     for (unsigned i = iFirst; i <= iLine; ++i)
     {
         char szText[LINE_SIZE];
-        Source.GetLine(i, szText, sizeof szText) ? Lines.Add("; %s\n", szText) : Lines.Add("; %u, %s\n", i, szFile);
+        bool const bText = Source.GetLine(i, szText, sizeof szText);
+        bText ? Lines.Add("; ") : Lines.Add("; %u, ", i);
+        Lines.AddShown(bText ? szText : szFile);
+        Lines.AddEnd("\n");
         if (i == iLine || Lines.GetLength() > sizeof szLines / 2)
         {
             WriteText(Lines);
@@ -384,7 +393,12 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
 
 void exceptionreport::WriteText(Text_c const & Text)
 {
-    plat::RawWrite(g_hReport, Text.Get(), Text.GetLength());
+    char const * szNext = Text.Get();
+    while (*szNext != '\0')
+    {
+        char szShown[2 * LINE_SIZE];   // almost always all of it
+        plat::RawWrite(g_hReport, szShown, plat::TextEscape(szShown, sizeof szShown, szNext, plat::Controls_e::Layout));
+    }
 }
 
 void ExceptionInit() {}

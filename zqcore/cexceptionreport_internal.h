@@ -23,6 +23,9 @@ namespace exceptionreport
 
         void Add(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
+        /// Appends a text from outside, such as a name, escaped but for its tabs; all of it, or its first nMost bytes.
+        void AddShown(char const * szShown, std::size_t nMost = SIZE_MAX);
+
         /// Appends an end, for which the text is cut if need be.
         void AddEnd(char const * szEnd);
         bool IsFull() const { return m_nLength + 1 >= m_nSize; }
@@ -55,7 +58,7 @@ namespace exceptionreport
         char const * m_pText;
     };
 
-    /// Writes a text of any length to the report. Each write waits for the disk, so it should be a whole line.
+    /// Writes a text of any length to the report, with what is still a control character in it escaped. Each write waits for the disk, so it should be a whole line.
     void WriteText(Text_c const & Text);
 
     /// Writes the call stack, with the variables of each frame or without, and adds its lines to the dialog's text.

@@ -4,6 +4,7 @@
 
 #include "platform/memory.h"
 #include "platform/modules.h"
+#include "platform/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -71,13 +72,16 @@ namespace
         std::uint64_t nDisplacement;
         if (Symbols.FunctionAt(Place.Address - Place.nBack, szName, sizeof szName, &nDisplacement))
         {
-            Line.Add("%s+%" PRIX64 "  ", szName, nDisplacement + Place.nBack);
+            Line.AddShown(szName);
+            Line.Add("+%" PRIX64 "  ", nDisplacement + Place.nBack);
             return;
         }
         plat::ModulePlace_t Module;
         if (plat::ModuleFind(Place.Address, &Module))
         {
-            Line.Add("%04X:%08" PRIXPTR " %s  ", Module.iSection, Module.nOffset, Module.szPath);
+            Line.Add("%04X:%08" PRIXPTR " ", Module.iSection, Module.nOffset);
+            Line.AddShown(Module.szPath);
+            Line.Add("  ");
             return;
         }
         Line.Add("  ");
@@ -91,14 +95,16 @@ namespace
         {
             return;
         }
-        Line.Add(" %s(%u): ", szFile, iLine);
+        Line.Add(" ");
+        Line.AddShown(szFile);
+        Line.Add("(%u): ", iLine);
         char szText[LINE_SIZE];
         if (SourceFile_c(szFile).GetLine(iLine, szText, sizeof szText))
         {
             char const * pText = szText;
             std::size_t nText = std::strlen(szText);
             Trim(pText, nText);
-            Line.Add("%.*s", static_cast<int>(nText), pText);
+            Line.AddShown(pText, nText);
         }
     }
 
@@ -191,6 +197,16 @@ void exceptionreport::Text_c::Add(char const * fmt, ...)
     int const nAdded = std::vsnprintf(m_szText + m_nLength, m_nSize - m_nLength, fmt, args);
     va_end(args);
     m_nLength = std::min(m_nLength + static_cast<std::size_t>(std::max(nAdded, 0)), m_nSize - 1);
+}
+
+void exceptionreport::Text_c::AddShown(char const * szShown, std::size_t nMost)
+{
+    char szCopy[LINE_SIZE];
+    std::size_t const nCopy = strnlen(szShown, std::min(nMost, sizeof szCopy - 1));
+    std::memcpy(szCopy, szShown, nCopy);
+    szCopy[nCopy] = '\0';
+    char const * szNext = szCopy;
+    m_nLength += plat::TextEscape(m_szText + m_nLength, m_nSize - m_nLength, szNext, plat::Controls_e::Tabs);
 }
 
 void exceptionreport::Text_c::AddEnd(char const * szEnd)

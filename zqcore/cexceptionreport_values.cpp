@@ -43,7 +43,9 @@ namespace
         std::size_t const nRead = plat::MemoryRead(Address, szString, sizeof szString);
         if (nRead == sizeof szString || std::memchr(szString, '\0', nRead) != nullptr)
         {
-            Text.Add(" = \"%.31s\"", szString);
+            Text.Add(" = \"");
+            Text.AddShown(szString, STRING_SIZE - 1);
+            Text.Add("\"");
         }
         else
         {
@@ -121,7 +123,8 @@ namespace
         char szName[NAME_SIZE];
         if (Symbols.TypeName(nType, szName, sizeof szName))
         {
-            Text.Add(" %s", szName);
+            Text.Add(" ");
+            Text.AddShown(szName);
         }
         unsigned const nMembers = Symbols.TypeMembers(nType);
         if (nMembers == 0)
@@ -157,11 +160,11 @@ namespace
         }
         char szText[SYMBOL_SIZE];
         Text_c Text(szText, sizeof szText);
-        Text.Add("\t%s'%s'",
-            Variable.eKind == plat::SYMBOL_PARAMETER ? "Parameter "
-            : Variable.eKind == plat::SYMBOL_LOCAL   ? "Local "
-                                                     : "",
-            Variable.szName);
+        Text.Add("\t%s'", Variable.eKind == plat::SYMBOL_PARAMETER ? "Parameter "
+                          : Variable.eKind == plat::SYMBOL_LOCAL   ? "Local "
+                                                                   : "");
+        Text.AddShown(Variable.szName);
+        Text.Add("'");
         Printed_e const ePrinted = AddType(Symbols, Variable.nType, 0, Variable.Address, Text);
         if (ePrinted == PRINTED_UNREADABLE
             || (ePrinted == PRINTED_NAME
@@ -197,7 +200,12 @@ void exceptionreport::WriteVariables(plat::Symbols_c & Symbols)
         plat::FaultGuardedCall(CallWriteVariable, &Call, 0);
         if (!Call.bWritten)
         {
-            ExceptionReport_c::CrashLog("punting on symbol %s\r\n", Call.Variable.szName);
+            char szLine[LINE_SIZE];
+            Text_c Line(szLine, sizeof szLine);
+            Line.Add("punting on symbol ");
+            Line.AddShown(Call.Variable.szName);
+            Line.AddEnd("\r\n");
+            WriteText(Line);
         }
     }
 }

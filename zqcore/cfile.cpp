@@ -6,6 +6,7 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/cfilereplace_internal.h"
 #include "zqcore/clog.h"
+#include "zqcore/ctexterror.h"
 
 #include "platform/fork.h"
 
@@ -98,7 +99,7 @@ namespace
     {
         if (Facts.nSize > INT_MAX)
         {
-            Log("%s: File is larger than 2 GiB: '%s'", szWho, szLocation);
+            LogEscaped("%s: File is larger than 2 GiB: '%s'", szWho, szLocation);
             return true;
         }
         return false;
@@ -122,7 +123,7 @@ namespace
 
     void LogGrown(int iRoom, int iLength, char const * szLocation)
     {
-        Log("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
+        LogEscaped("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
     }
 
     // By the bare name, then by the whole one, which is how keys with a folder are found. The name is required.
@@ -139,7 +140,7 @@ namespace
         if (File.bDuplicate)
         {
             Achtung("Opened file '%s' is DUPLICATE, random bugs may occur. Fix your media.",
-                static_cast<char const *>(File.GetFullPath()));
+                TextForLog(File.GetFullPath()).GetBuffer());
         }
     }
 }
@@ -304,8 +305,8 @@ bool FileOnDisk_c::Open(void * pBuffer)
     Tracked_c File(OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, &sReason));
     if (!File.Get())
     {
-        Log("FileOnDisk_c::Open: Cannot open file: '%s'", static_cast<char const *>(sLocation));
-        Log("FileOnDisk_c::Open: %s", static_cast<char const *>(sReason));
+        LogEscaped("FileOnDisk_c::Open: Cannot open file: '%s'", static_cast<char const *>(sLocation));
+        LogEscaped("FileOnDisk_c::Open: %s", static_cast<char const *>(sReason));
         return false;
     }
     if (!TakeFacts(Facts, sLocation, !pBuffer))
@@ -401,7 +402,7 @@ bool FileOnDisk_c::TakeFacts(plat::FileFacts_t const & Facts, char const * szLoc
 
 bool FileOnDisk_c::ComplainOfRead(char const * szLocation)
 {
-    Log("FileOnDisk_c::Open: Error reading file: '%s'", szLocation);
+    LogEscaped("FileOnDisk_c::Open: Error reading file: '%s'", szLocation);
     Tell(g_FileReadErrorCallbacker, sName);
     return false;
 }
@@ -421,15 +422,16 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, &sReason);
     if (!hFile)
     {
-        Log("FileOnDisk_c::Load: Cannot open file: '%s'", static_cast<char const *>(sLocation));
-        Log("FileOnDisk_c::Load: %s", static_cast<char const *>(sReason));
+        LogEscaped("FileOnDisk_c::Load: Cannot open file: '%s'", static_cast<char const *>(sLocation));
+        LogEscaped("FileOnDisk_c::Load: %s", static_cast<char const *>(sReason));
         return false;
     }
     if (plat::FileSeek(hFile, dwPosition, 0) < 0)
     {
         CloseTracked(hFile);
         Tell(g_FileReadErrorCallbacker, sName);
-        Log("FileOnDisk_c::Load: Error reading file: '%s' - SetFilePointer", static_cast<char const *>(sLocation));
+        LogEscaped(
+            "FileOnDisk_c::Load: Error reading file: '%s' - SetFilePointer", static_cast<char const *>(sLocation));
         return false;
     }
     plat::FileHintSequential(hFile, dwLength);
@@ -439,7 +441,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     {
         return true;
     }
-    Log("FileOnDisk_c::Load: Error reading file: '%s'", static_cast<char const *>(sLocation));
+    LogEscaped("FileOnDisk_c::Load: Error reading file: '%s'", static_cast<char const *>(sLocation));
     Tell(g_FileReadErrorCallbacker, sName);
     dwLength = static_cast<std::uint32_t>(nRead);
     return false;
@@ -563,7 +565,7 @@ File_c * FileOpen(char const * name)
     pFile->sRequestedName = name;
     if (pFile->RefOpen() == 0)
     {
-        Log("CAN'T OPEN FILE %s", name);
+        LogEscaped("CAN'T OPEN FILE %s", name);
         return nullptr;
     }
     MarkOpened(*pFile);

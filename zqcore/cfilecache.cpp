@@ -7,6 +7,7 @@
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
 #include "zqcore/cserialize.h"
+#include "zqcore/ctexterror.h"
 
 String_T<256> g_sFilesystemCacheName;
 
@@ -276,7 +277,7 @@ namespace
         {
             return pFolder;
         }
-        Log("Global path hash addition error...\n%s\n", static_cast<char const *>(sFolder));
+        LogEscaped("Global path hash addition error...\n%s\n", static_cast<char const *>(sFolder));
         delete pFolder;
         return g_sPaths.FindByName(sFolder);
     }
@@ -372,7 +373,7 @@ namespace
         if (m_Archive.IsFailed() || !bIntact) [[unlikely]]
         {
             Abort("File system cache '%s' is damaged at byte %i: %s\nDelete it to have the media scanned.",
-                static_cast<char const *>(g_sFilesystemCacheName), m_Archive.GetPosition(), szWhat);
+                TextForLog(g_sFilesystemCacheName).GetBuffer(), m_Archive.GetPosition(), szWhat);
         }
     }
 
@@ -414,7 +415,7 @@ namespace
         case HASH_ADDED:
             break;
         case HASH_PRESENT:
-            Abort("Path duplicated  '%s'\n", static_cast<char const *>(sFolder));
+            Abort("Path duplicated  '%s'\n", TextForLog(sFolder).GetBuffer());
         case HASH_FULL:
             Abort("Path hash is small");
         default:
@@ -422,7 +423,7 @@ namespace
         }
         if (bTooLong)
         {
-            Log("filesystem: skipping \"%s\", its path is too long", static_cast<char const *>(sFolder));
+            LogEscaped("filesystem: skipping \"%s\", its path is too long", static_cast<char const *>(sFolder));
         }
         *m_Folders.Find(Record.nIndex) = Folder_s{ bTooLong ? nullptr : AddFolder(sFolder), bTooLong };
     }
@@ -436,7 +437,7 @@ namespace
         if (!pFolder)
         {
             Abort("Can't assotiate index 0x%X of %s with any path\n", Record.nIndex,
-                static_cast<char const *>(Record.sName));
+                TextForLog(Record.sName).GetBuffer());
         }
         if (pFolder->bTooLong || FileReplacement_c::IsBeside(Record.sName))
         {
@@ -467,7 +468,7 @@ namespace
         switch (iResult)
         {
         case HASH_PRESENT:
-            Abort("File duplicated: %s", static_cast<char const *>(sName));
+            Abort("File duplicated: %s", TextForLog(sName).GetBuffer());
         case HASH_FULL:
             Abort("File hash is small");
         default:
@@ -576,7 +577,7 @@ namespace
         File_c * const pFile = FileOpen(szCache);
         if (!pFile)
         {
-            Log("filesystem: can't read the cache \"%s\" a second time", szCache);
+            LogEscaped("filesystem: can't read the cache \"%s\" a second time", szCache);
             bKnown ? void() : FileKill(FileStream(szCache));   // the scan registers it
         }
         return pFile;
@@ -602,7 +603,7 @@ bool FilesystemCacheIsCurrent()
                                                                 : CacheReader_c().WhyNot(Root);
     if (!sWhyNot.IsEmpty())
     {
-        Log("filesystem: the cache is not current, %s", static_cast<char const *>(sWhyNot));
+        LogEscaped("filesystem: the cache is not current, %s", static_cast<char const *>(sWhyNot));
     }
     return sWhyNot.IsEmpty();
 }
@@ -630,7 +631,7 @@ bool FilesystemCacheLoad()
     MediaRoot_c const Root;
     if (Root.IsUnknown())
     {
-        Log("filesystem: no media root for the cache \"%s\"", static_cast<char const *>(g_sFilesystemCacheName));
+        LogEscaped("filesystem: no media root for the cache \"%s\"", static_cast<char const *>(g_sFilesystemCacheName));
     }
     File_c * const pFile = Root.IsUnknown() ? nullptr : OpenCache();
     if (!pFile)
@@ -655,6 +656,6 @@ void FilesystemCacheSave(char const * sFile)
     bool const bPlaced = sFile && !Root.IsUnknown() && !FoldedPath_c(sFile).IsCut();
     if (!bPlaced || !WriteCache(sFile, Root))
     {
-        Log("filesystem: can't write the cache \"%s\"", sFile ? sFile : "");
+        LogEscaped("filesystem: can't write the cache \"%s\"", sFile ? sFile : "");
     }
 }

@@ -6,6 +6,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cscope_internal.h"
+#include "zqcore/ctexterror.h"
 
 #include "platform/filewrite.h"
 #include "platform/fork.h"
@@ -51,7 +52,7 @@ namespace
         String_T<260> sName;
         for (int i = 0; CopyName(i, sName); ++i)
         {
-            Log("Opened file: '%s'", static_cast<char const *>(sName));
+            LogEscaped("Opened file: '%s'", static_cast<char const *>(sName));
         }
     }
 
@@ -66,13 +67,14 @@ namespace
     {
         if (!EndsNoCase(sName, FileMediaTemplateTail()) && !EndsNoCase(sName, ".bin"))
         {
-            Achtung("CreateFile(): opening of file '%s' failed!", sName);
+            Achtung("CreateFile(): opening of file '%s' failed!", TextForLog(sName).GetBuffer());
         }
     }
 
     ZQ_COLD void ComplainOfLimit(int iLimit, char const * sName)
     {
-        Achtung("CreateFile(): limit of %i opened files exceeded on opening file '%s'!", iLimit, sName);
+        Achtung("CreateFile(): limit of %i opened files exceeded on opening file '%s'!", iLimit,
+            TextForLog(sName).GetBuffer());
         Dump();
     }
 
@@ -346,7 +348,7 @@ void FileDumpInfo()
     {
         if (Calls.iCalls > 1)
         {
-            Logf("fileopen_calls.log", "%-32s%d", static_cast<char const *>(Calls.sName), Calls.iCalls);
+            Logf("fileopen_calls.log", "%-32s%d", TextForLog(Calls.sName).GetBuffer(), Calls.iCalls);
         }
     }
 }
@@ -362,7 +364,7 @@ void FileLogLoadedMedia()
         plat::LockScope_c const Scope(File.m_Lock);
         if (WasOpened(File) && File.pData)
         {
-            Log("%i, %s", File.iLength, static_cast<char const *>(File.sName));
+            LogEscaped("%i, %s", File.iLength, static_cast<char const *>(File.sName));
         }
     }
     LogText(CUT);

@@ -90,7 +90,7 @@ namespace
     void LogMediaSource()
     {
         auto const LogSource = [](char const * szSource, char const * szText)
-        { Log("Media path in %s - \"%s\"", szSource, szText); };
+        { LogEscaped("Media path in %s - \"%s\"", szSource, szText); };
         String_T<256> sPath;
         switch (Discover(sPath))
         {

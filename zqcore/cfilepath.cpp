@@ -89,7 +89,7 @@ namespace
         szKey[nKey] = '\0';
         if (nKey < nName)
         {
-            Log("filesystem: name of %zu characters is cut to %zu: \"%s\"", nName, KEY_LENGTH, szName);
+            LogEscaped("filesystem: name of %zu characters is cut to %zu: \"%s\"", nName, KEY_LENGTH, szName);
         }
         return nKey;
     }
@@ -164,15 +164,15 @@ namespace
                                                                                    : nullptr;
         if (szWhy)
         {
-            Log("filesystem: skipping \"%s%s\", %s", szFolder, Entry.szName, szWhy);
+            LogEscaped("filesystem: skipping \"%s%s\", %s", szFolder, Entry.szName, szWhy);
         }
         return !szWhy;
     }
 
     void LogHidden(char const * szFolder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
     {
-        Log("filesystem: \"%s%s\" differs from another %s in case only, it is not entered", szFolder, Entry.szName,
-            Entry.Facts.bFolder && Reached.Facts.bFolder ? "folder" : "entry");
+        LogEscaped("filesystem: \"%s%s\" differs from another %s in case only, it is not entered", szFolder,
+            Entry.szName, Entry.Facts.bFolder && Reached.Facts.bFolder ? "folder" : "entry");
     }
 
     void FolderScan_c::Scan(String_T<256> const & sPath)
@@ -192,7 +192,7 @@ namespace
         if (!Listing.Read(sPath))
         {
             NoteMissed(sPath);
-            Log("filesystem: can't read folder \"%s\"", static_cast<char const *>(sPath));
+            LogEscaped("filesystem: can't read folder \"%s\"", static_cast<char const *>(sPath));
             return;
         }
         ++m_iLevel;
@@ -229,8 +229,8 @@ namespace
         if (!g_sExcludedFiles.Has(Entry.szName) && !g_sExcludedFolders.Has(Entry.szName)
             && !FileReplacement_c::IsBeside(Entry.szName))
         {
-            Log("filesystem: skipping \"%s%s\", the system can't tell what it is", static_cast<char const *>(sFolder),
-                Entry.szName);
+            LogEscaped("filesystem: skipping \"%s%s\", the system can't tell what it is",
+                static_cast<char const *>(sFolder), Entry.szName);
             NoteMissed(sFolder);
         }
     }
@@ -299,7 +299,7 @@ namespace
         {
             return true;
         }
-        Log("filesystem: skipping \"%s\"", szSub);
+        LogEscaped("filesystem: skipping \"%s\"", szSub);
         return false;
     }
 
@@ -313,7 +313,7 @@ namespace
         if (static_cast<std::size_t>(Folder.sPath.Length()) + Entry.nName + 1
             >= static_cast<std::size_t>(Folder.sPath.Capacity()))
         {
-            Log("filesystem: skipping \"%s%s\", its path is too long", static_cast<char const *>(Folder.sPath),
+            LogEscaped("filesystem: skipping \"%s%s\", its path is too long", static_cast<char const *>(Folder.sPath),
                 Entry.szName);
             return;
         }
@@ -332,8 +332,8 @@ namespace
         }
         if ((Entry.bLink || m_bLinkEntered) && WasEntered(sSub))
         {
-            Log(Entry.bLink ? "filesystem: skipping \"%s%s\", it is a link to a folder of this scan"
-                            : "filesystem: skipping \"%s%s\", the scan was in it by a link already",
+            LogEscaped(Entry.bLink ? "filesystem: skipping \"%s%s\", it is a link to a folder of this scan"
+                                   : "filesystem: skipping \"%s%s\", the scan was in it by a link already",
                 static_cast<char const *>(Folder.sPath), Entry.szName);
             return;
         }
@@ -372,7 +372,7 @@ namespace
         }
         if (m_sRoot.IsEmpty() || !sPath.Begins(m_sRoot))
         {
-            Log("filesystem: \"%s\" is not below the media root, its files go by their bare names", szPath);
+            LogEscaped("filesystem: \"%s\" is not below the media root, its files go by their bare names", szPath);
             return nullptr;
         }
         return szPath + m_sRoot.Length();
@@ -385,8 +385,8 @@ namespace
         bool const bBare = !Folder.szKeyFolder || !Folder.szKeyFolder[0];
         if (bBare && Entry.nName > 1 && Entry.szName[1] == ':')   // a lookup would take it for a drive
         {
-            Log("filesystem: skipping \"%s%s\", its name begins like a drive", static_cast<char const *>(Folder.sPath),
-                Entry.szName);
+            LogEscaped("filesystem: skipping \"%s%s\", its name begins like a drive",
+                static_cast<char const *>(Folder.sPath), Entry.szName);
             return 0;
         }
         if (!Folder.szKeyFolder)
@@ -396,7 +396,7 @@ namespace
         std::size_t const nFolder = std::strlen(Folder.szKeyFolder);
         if (nFolder + Entry.nName > KEY_LENGTH)
         {
-            Log("filesystem: skipping \"%s%s\", its relative name takes more than %zu characters",
+            LogEscaped("filesystem: skipping \"%s%s\", its relative name takes more than %zu characters",
                 static_cast<char const *>(Folder.sPath), Entry.szName, KEY_LENGTH);
             return 0;
         }
@@ -406,10 +406,10 @@ namespace
 
     ZQ_COLD void DropDuplicate(File_c * pFile)
     {
-        Log("File duplication : %s%s", FolderOf(*pFile), KeyOf(*pFile));
+        LogEscaped("File duplication : %s%s", FolderOf(*pFile), KeyOf(*pFile));
         if (File_c * const pFirst = g_sFileObjects.FindByName(pFile->sName))
         {
-            Log("                   %s%s", FolderOf(*pFirst), KeyOf(*pFirst));
+            LogEscaped("                   %s%s", FolderOf(*pFirst), KeyOf(*pFirst));
             pFirst->bDuplicate = true;
         }
         Discard(pFile);
@@ -440,7 +440,7 @@ namespace
         }
         if (Entry.Facts.nSize > INT_MAX)
         {
-            Log("filesystem: \"%s%s\" is larger than 2 GiB and can't be opened",
+            LogEscaped("filesystem: \"%s%s\" is larger than 2 GiB and can't be opened",
                 static_cast<char const *>(Folder.sPath), Entry.szName);
         }
         pFile->pPath = Folder.pPath;
@@ -641,7 +641,7 @@ bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames)
     }
     if (!bFound || !Facts.bFolder)
     {
-        Log("Path not found %s", sPath ? sPath : "");
+        LogEscaped("Path not found %s", sPath ? sPath : "");
         return false;
     }
     FoldedPath_c sFolded(sPath);
@@ -649,13 +649,13 @@ bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames)
     bool const bAppend = !pLast || (pLast[1] != '\0' && pLast[1] != ' ');
     if (sFolded.IsCut() || (bAppend && !sFolded.AppendSeparator()))
     {
-        Log("filesystem: skipping \"%s\", its path is too long", sPath);
+        LogEscaped("filesystem: skipping \"%s\", its path is too long", sPath);
         return false;
     }
     String_T<256> const sFolder(sFolded);
     if (IsHidden(sPath, sFolder))
     {
-        Log("filesystem: skipping \"%s\", it is hidden by a folder that differs in case only", sPath);
+        LogEscaped("filesystem: skipping \"%s\", it is hidden by a folder that differs in case only", sPath);
         return false;
     }
     FolderScan_c(bRecursive, bRelativeNames).Scan(sFolder);
@@ -694,12 +694,12 @@ bool FileAddOneFile(char const * sFile)
     }
     if (sFolded.IsCut())
     {
-        Log("filesystem: skipping \"%s\", its path is too long", sFile);
+        LogEscaped("filesystem: skipping \"%s\", its path is too long", sFile);
         return false;
     }
     if (FileReplacement_c::IsBeside(szBare))
     {
-        Log("filesystem: skipping \"%s\", by its name it was never finished", sFile);
+        LogEscaped("filesystem: skipping \"%s\", by its name it was never finished", sFile);
         return false;
     }
     FileName_c const sName{ static_cast<char const *>(sFolded) };

@@ -109,7 +109,7 @@ namespace
         }
         if (nTries > LOCK_TRIES_UNSAID)
         {
-            Log("\n>>>FileTracker: Trying to refresh [%s]( %d lock-test failed ).\n ", szPath,
+            LogEscaped("\n>>>FileTracker: Trying to refresh [%s]( %d lock-test failed ).\n ", szPath,
                 bOpened ? nTries : LOCK_TRIES + 1);
         }
         return bOpened;
@@ -167,7 +167,7 @@ namespace
         char szReason[256];
         plat::FolderWatchReason(szReason, sizeof szReason);
         std::snprintf(g_sTrackProblem.GetBuffer(), g_sTrackProblem.Capacity(), szFormat, Args..., szReason);
-        Log("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
+        LogEscaped("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
     }
 
     ZQ_COLD void SayUnwatched(std::size_t nFolders)
@@ -229,7 +229,7 @@ void FileTrackChanges(char const * sPath)
     FileOpenTracker(g_hTrackFolder.GetHandle(), sPath);
     if (!bOpened)
     {
-        Log("FileTrackChanges - Can't open directory \"%s\" handle... \n", sPath ? sPath : "");
+        LogEscaped("FileTrackChanges - Can't open directory \"%s\" handle... \n", sPath ? sPath : "");
         return;
     }
     IssueRead();

@@ -65,6 +65,13 @@ namespace
             return pText;
         }
 
+        // Puts a text from outside.
+        void PutEscaped(char const * szText)
+        {
+            m_pOut +=
+                plat::TextEscape(m_pOut, static_cast<std::size_t>(m_pEnd - m_pOut) + 1, szText, plat::Controls_e::None);
+        }
+
         void PutCharacter(char c)
         {
             if (m_pOut != m_pEnd)
@@ -130,6 +137,7 @@ namespace
     };
 
     // Writes one conversion and moves behind it; false if it is not of the plain kind.
+    template <bool ESCAPED>
     bool PutConversion(Output_c & Output, char const *& pFormat, Arguments_s & Arguments)
     {
         switch (*pFormat++)
@@ -138,7 +146,7 @@ namespace
         {
             char const * const szText = va_arg(Arguments.args, char const *);
             char const * const szShown = szText ? szText : "(null)";
-            Output.Put(szShown, std::strlen(szShown));
+            ESCAPED ? Output.PutEscaped(szShown) : Output.Put(szShown, std::strlen(szShown));
             return true;
         }
         case 'c':
@@ -361,6 +369,7 @@ namespace
         Output.Terminate();
     }
 
+    template <bool ESCAPED>
     bool FormatPlain(Output_c & Output, char const * fmt, Arguments_s & Arguments)
     {
         char const * const pEnd = fmt + std::strlen(fmt);
@@ -372,7 +381,7 @@ namespace
                 return true;
             }
             ++pFormat;
-            if (!PutConversion(Output, pFormat, Arguments))
+            if (!PutConversion<ESCAPED>(Output, pFormat, Arguments))
             {
                 return false;
             }
@@ -385,7 +394,7 @@ std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::v
     Output_c Output(szOut, nSize);
     Arguments_s Arguments;
     va_copy(Arguments.args, args);
-    bool const bPlain = FormatPlain(Output, fmt, Arguments);
+    bool const bPlain = FormatPlain<false>(Output, fmt, Arguments);
     va_end(Arguments.args);
     if (bPlain)
     {
@@ -394,6 +403,59 @@ std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::v
     FormatAny(szOut, nSize, fmt, args);
     szOut[nSize - 1] = '\0';
     return std::strlen(szOut);
+}
+
+std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
+{
+    Output_c Output(szOut, nSize);
+    Arguments_s Arguments;
+    va_copy(Arguments.args, args);
+    FormatPlain<true>(Output, fmt, Arguments);
+    va_end(Arguments.args);
+    return Output.Terminate();
+}
+
+bool IsPlainText(char const * pText, std::size_t nText)
+{
+    constexpr std::uint64_t EACH = 0x0101010101010101u;
+    std::uint64_t iOther = 0;   // its high bits are those of characters below a blank and from DEL on
+    char const * const pEnd = pText + nText;
+    for (; static_cast<std::size_t>(pEnd - pText) >= sizeof(std::uint64_t); pText += sizeof(std::uint64_t))
+    {
+        std::uint64_t iText;
+        std::memcpy(&iText, pText, sizeof iText);
+        iOther |= (iText - EACH * ' ') | iText | (iText + EACH);
+    }
+    for (; pText != pEnd; ++pText)
+    {
+        auto const nText8 = static_cast<std::uint64_t>(static_cast<unsigned char>(*pText));
+        iOther |= nText8 < ' ' || nText8 >= 0x7F ? EACH * 0x80 : 0;
+    }
+    return (iOther & (EACH * 0x80)) == 0;
+}
+
+namespace
+{
+    ZQ_COLD std::size_t EscapeSlowly(char * szText, std::size_t nText, std::size_t nSize)
+    {
+        constexpr std::size_t LONGEST = 4096;
+        char szCopy[LONGEST];
+        nText = std::min(nText, LONGEST - 1);
+        std::memcpy(szCopy, szText, nText);
+        szCopy[nText] = '\0';
+        char const * szNext = szCopy;
+        return plat::TextEscape(szText, nSize, szNext, plat::Controls_e::Layout);
+    }
+}
+
+std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize)
+{
+    return IsPlainText(szText, nText) ? nText : EscapeSlowly(szText, nText, nSize);
+}
+
+std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
+{
+    return EscapeLine(szOut, FormatText(szOut, nSize, fmt, args), nSize);
 }
 
 char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)

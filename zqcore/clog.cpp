@@ -146,6 +146,20 @@ namespace
         WriteLine(Line, StrCopy(Line.Text(), szText, LINE_SIZE));
     }
 
+    void PassOn(Line_c & Line, std::size_t nText)
+    {
+        for (Link_T<Listener_t> const * pNode = g_pListeners; pNode; pNode = pNode->pNext)
+        {
+            pNode->Get() == WriteToMessageLog ? WriteLine(Line, nText) : pNode->Get()(Line.Text());
+        }
+    }
+
+    ZQ_COLD void LogEscapedCopy(char const * szText)
+    {
+        Line_c Line;
+        PassOn(Line, plat::TextEscape(Line.Text(), LINE_SIZE, szText, plat::Controls_e::Layout));
+    }
+
     bool HasListener(Listener_t fnListener)
     {
         Link_T<Listener_t> const * pNode = g_pListeners;
@@ -326,6 +340,11 @@ void LogAddCallback(void (*fnListener)(char const *))
 
 void LogText(char const * szText)
 {
+    if (!IsPlainText(szText, std::strlen(szText))) [[unlikely]]
+    {
+        LogEscapedCopy(szText);
+        return;
+    }
     for (Link_T<Listener_t> const * pNode = g_pListeners; pNode; pNode = pNode->pNext)
     {
         pNode->Get()(szText);
@@ -335,11 +354,16 @@ void LogText(char const * szText)
 void LogArg(char const * fmt, std::va_list args)
 {
     Line_c Line;
-    std::size_t const nText = FormatText(Line.Text(), LINE_SIZE, fmt, args);
-    for (Link_T<Listener_t> const * pNode = g_pListeners; pNode; pNode = pNode->pNext)
-    {
-        pNode->Get() == WriteToMessageLog ? WriteLine(Line, nText) : pNode->Get()(Line.Text());
-    }
+    PassOn(Line, FormatLine(Line.Text(), LINE_SIZE, fmt, args));
+}
+
+void LogEscaped(char const * fmt, ...)
+{
+    Line_c Line;
+    std::va_list args;
+    va_start(args, fmt);
+    PassOn(Line, FormatEscaped(Line.Text(), LINE_SIZE, fmt, args));
+    va_end(args);
 }
 
 void Log(char const * fmt, ...)
@@ -366,7 +390,7 @@ void Debugf(char const * fmt, ...)
     char szLine[LINE_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    FormatText(szLine, LINE_SIZE, fmt, args);
+    FormatLine(szLine, LINE_SIZE, fmt, args);
     va_end(args);
     plat::DebugOutput(szLine);
     plat::DebugOutput("\n");
@@ -395,8 +419,8 @@ void DumpSystemInfo()
     Log("System information:");
     Log("   OS: \t\t\t\t%s", Facts.szName);
     Log("   OS version: \t\t\t%d.%d.%d", Facts.iMajor, Facts.iMinor, static_cast<int>(Facts.iBuild & 0xFFFF));
-    Log("   Computer name: \t\t\"%s\"", Facts.szComputer);
-    Log("   User name: \t\t\t\"%s\"", Facts.szUser);
+    LogEscaped("   Computer name: \t\t\"%s\"", Facts.szComputer);
+    LogEscaped("   User name: \t\t\t\"%s\"", Facts.szUser);
     Log("   Processors count: \t\t%d", Facts.nProcessors);
     Log("   Processor(s) type: \t\t%d", Facts.iProcessorType);
     Log("   Total physical memory: \t%.02f Mb", Megabytes(Facts.nPhysicalTotal));

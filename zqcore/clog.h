@@ -45,14 +45,20 @@ ZQ_API void LogSetLimit(std::uint64_t nBytes, int nFormer);
 /// Adds a listener, which is called ahead of those that are there. It stays until LogDone.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));
 
-/// Formats a line and passes it to each listener.
+/// Formats a line and passes it to each listener. Whatever the line holds, a listener and a terminal see no control
+/// characters but tabs and line ends: others, and bytes that are not UTF-8, are escaped as TextForLog (ctexterror.h) has
+/// it. All that logs or complains does so.
 ZQ_API void Log(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
+
+/// Log for texts from outside, such as the names of files: what %s inserts is escaped whole, so it can't begin a line of
+/// its own. fmt may hold %s, %c, %i, %d, %u, %x, %zu and %% without flags; any other conversion ends the line.
+ZQ_API void LogEscaped(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Log if the condition holds and fmt is not null.
 ZQ_API void Logc(bool bCondition, char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-/// Passes a ready text to each listener.
+/// Passes a ready text to each listener, cut only if something in it is escaped.
 ZQ_API void LogText(char const * szText);
 
 /// Sends a line to the debugger's output, and to no log. A host receives it through plat::DebugOutputSet

@@ -242,7 +242,7 @@ void LogfArg(char const * sFile, char const * fmt, std::va_list args)
 {
     MemCategoryScope_c const Scope(mem::logger);
     char szLine[LINE_SIZE + 1];
-    std::size_t nLine = FormatText(szLine, LINE_SIZE, fmt, args);
+    std::size_t nLine = FormatLine(szLine, LINE_SIZE, fmt, args);
     szLine[nLine++] = '\n';
     sFile ? WriteNamed(sFile, szLine, nLine) : LogWriteBare(szLine, nLine);
 }

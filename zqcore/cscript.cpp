@@ -132,8 +132,7 @@ Script_c::~Script_c()
 {
     if (m_pFileData)
     {
-        Log("WARNING: current script \"%s\" need called Script_c::CloseFile()",
-            static_cast<char const *>(TextForLog(m_sName)));
+        LogEscaped("WARNING: current script \"%s\" need called Script_c::CloseFile()", m_sName);
     }
 }
 

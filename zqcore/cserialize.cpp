@@ -2,6 +2,7 @@
 
 #include "zqcore/ccrc.h"
 #include "zqcore/clog.h"
+#include "zqcore/ctexterror.h"
 
 #include <limits>
 
@@ -56,8 +57,9 @@ bool Serializeable_c::AcceptVersion(std::uint32_t dwFile)
 {
     if (Major(dwFile) != Major(m_dwVersion))
     {
-        Abort("Serializeable_c: archive '%s' is v.%d.%d, and this binary only supports v.%d.%d", GetFileName(),
-            Major(dwFile), Minor(dwFile), Major(m_dwVersion), Minor(m_dwVersion));
+        Abort("Serializeable_c: archive '%s' is v.%d.%d, and this binary only supports v.%d.%d",
+            TextForLog(GetFileName()).GetBuffer(), Major(dwFile), Minor(dwFile), Major(m_dwVersion),
+            Minor(m_dwVersion));
     }
     if (Minor(dwFile) > Minor(m_dwVersion))
     {
@@ -88,7 +90,7 @@ void Serializeable_c::Label(char const * sName, std::uint32_t dwLabel)
 {
     if (!StepLabel(dwLabel))
     {
-        Abort("Label '%s' expected in '%s' file.", sName, GetFileName());
+        Abort("Label '%s' expected in '%s' file.", sName, TextForLog(GetFileName()).GetBuffer());
     }
 }
 
@@ -96,7 +98,7 @@ void Serializeable_c::LabelCrc32(char const * sName)
 {
     if (!StepLabel(GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)))))
     {
-        Abort("LabelCrc32 '%s' expected in '%s' fille.", sName, GetFileName());
+        Abort("LabelCrc32 '%s' expected in '%s' fille.", sName, TextForLog(GetFileName()).GetBuffer());
     }
 }
 

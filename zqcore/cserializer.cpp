@@ -2,6 +2,7 @@
 
 #include "zqcore/cfilemedia.h"
 #include "zqcore/clog.h"
+#include "zqcore/ctexterror.h"
 
 #include "platform/stack.h"
 
@@ -116,7 +117,7 @@ namespace
 
     [[noreturn]] ZQ_COLD void AbortOfFixup(Serializeable_c const & archive)
     {
-        Abort("Serializer_c: Can't fixup pointer in '%s' file", archive.GetFileName());
+        Abort("Serializer_c: Can't fixup pointer in '%s' file", TextForLog(archive.GetFileName()).GetBuffer());
     }
 }
 

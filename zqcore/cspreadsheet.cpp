@@ -17,8 +17,7 @@ bool Spreadsheet_c::Open(char const * sFileName, SpreadsheetFmtDesc_t const * pF
 {
     if (IsOpen() && sFileName)
     {
-        Log("Spreadsheet_c::Open ( \"%s\" ) : reentry. Was opened yet.",
-            static_cast<char const *>(TextForLog(sFileName)));
+        LogEscaped("Spreadsheet_c::Open ( \"%s\" ) : reentry. Was opened yet.", sFileName);
         return m_Errors.Fail("a file is open already");
     }
     m_Errors.Begin(sFileName);
@@ -30,7 +29,7 @@ bool Spreadsheet_c::Open(char const * sFileName, SpreadsheetFmtDesc_t const * pF
     File_c * const pFile = FileOpen(sFileName);
     if (!pFile)
     {
-        Log("Spreadsheet_c::Open ( \"%s\" ) : can't open file.", static_cast<char const *>(TextForLog(sFileName)));
+        LogEscaped("Spreadsheet_c::Open ( \"%s\" ) : can't open file.", sFileName);
         return m_Errors.Fail(TextWhyNoFile(sFileName));
     }
     if (pFmt)
@@ -140,7 +139,7 @@ bool Spreadsheet_c::MoveToColumnForward(char const * sName)
     }
     if (!IsOpen())
     {
-        Log("Spreadsheet_c::MoveToColumn( \"%s\" ) : wasn't opened.", static_cast<char const *>(TextForLog(sName)));
+        LogEscaped("Spreadsheet_c::MoveToColumn( \"%s\" ) : wasn't opened.", sName ? sName : "");
         return false;
     }
     for (int i = iFirst; i < GetColumnCount(); ++i)

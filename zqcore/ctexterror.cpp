@@ -2,6 +2,8 @@
 
 #include "zqcore/ctexterror_internal.h"
 
+#include "platform/text.h"
+
 #include <atomic>
 #include <cstring>
 #include <string_view>
@@ -10,13 +12,12 @@ namespace
 {
     constinit std::atomic<bool> g_bTextErrorLog = false;
 
-    void ReplaceControls(char * szText)
+    // Takes a text from outside. Null is an empty one.
+    template <int N>
+    void Escape(String_T<N> & sOut, char const * szText)
     {
-        constexpr char DEL = 0x7F;
-        for (; *szText; ++szText)
-        {
-            *szText = static_cast<unsigned char>(*szText) < ' ' || *szText == DEL ? '?' : *szText;
-        }
+        szText = szText ? szText : "";
+        plat::TextEscape(sOut.GetBuffer(), N, szText, plat::Controls_e::None);
     }
 }
 
@@ -33,15 +34,13 @@ bool TextErrors_c::IsWanted()
 String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText)
 {
     String_T<LOG_LINE_LENGTH + 1> sLine;
-    sLine = szText;
-    ReplaceControls(sLine.GetBuffer());
+    Escape(sLine, szText);
     return sLine;
 }
 
 void TextErrors_c::Begin(char const * szFile)
 {
-    m_Last.sFile = szFile;
-    ReplaceControls(m_Last.sFile.GetBuffer());
+    Escape(m_Last.sFile, szFile);
     Clear();
 }
 
@@ -57,10 +56,11 @@ void TextErrors_c::Set(char const * szReason, char const * szAbout)
     m_Last.sReason = szReason;
     if (szAbout)
     {
+        String_T<256> sAbout;
+        Escape(sAbout, szAbout);
         m_Last.sReason += " \"";
-        m_Last.sReason += szAbout;
+        m_Last.sReason += sAbout;
         m_Last.sReason += "\"";
-        ReplaceControls(m_Last.sReason.GetBuffer());
     }
 }
 

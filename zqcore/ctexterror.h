@@ -19,7 +19,8 @@
 #include "zqcore/clog.h"
 #include "zqcore/cstring.h"
 
-/// Control characters in either text are replaced by `?`, so each fits on one line of a log.
+/// Control characters in either text, and bytes that are not UTF-8, are escaped as by TextForLog, so each fits on one
+/// line of a log.
 struct TextError_t
 {
     String_T<256> sFile;     // the name as opened, cut to fit; in memory none, or Script_c's address and size
@@ -34,8 +35,9 @@ struct TextError_t
 /// line, column and reason, or "%s: %s" for an error without a place. Starts false. Any thread.
 ZQ_API void SetTextErrorLog(bool bEnable);
 
-/// A copy for a log line of a text that comes from outside, such as a name or a cell: control characters are replaced
-/// by `?`, so the text can't begin a line of its own. Null gives an empty text.
+/// A copy for a log line or a terminal of a text that comes from outside, such as a name or a cell. Control characters
+/// are shown as `\n`, `\r`, `\t`, `\x1B` or `\u009B`, a byte that is not UTF-8 as `\xFF`, so the text can't begin a line
+/// of its own and a terminal obeys nothing in it. Printable text stays as it is. Null gives an empty text.
 ZQ_API String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText);
 
 /// The last error of one reader, for the readers themselves.

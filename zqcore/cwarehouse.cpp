@@ -18,9 +18,9 @@ namespace
 
     constexpr double ULONG_LIMIT = 4294967295.0;   // of the unsigned long form, on every machine
 
-    char const * Sz(String_T<LOG_LINE_LENGTH + 1> const & sText)
+    char const * Sz(char const * szText)
     {
-        return sText;
+        return szText;
     }
 
     /// Whether a number took the whole text. An empty text leaves nothing over, and counts as 0.
@@ -82,11 +82,11 @@ bool Warehouse_c::Open(
     }
     if (!Text.szRefused || !sClientHeader)   // the client's header was not looked at
     {
-        Log(sClientHeader ? "Warehouse_c::Open: File \"%s\": invalid client header line"
-                          : "Warehouse_c::Open: File \"%s\": no client header line specified",
-            Sz(TextForLog(File.sName)));
+        LogEscaped(sClientHeader ? "Warehouse_c::Open: File \"%s\": invalid client header line"
+                                 : "Warehouse_c::Open: File \"%s\": no client header line specified",
+            Sz(File.sName));
     }
-    Log("Warehouse_c::Open: File \"%s\": no header line found", Sz(TextForLog(File.sName)));
+    LogEscaped("Warehouse_c::Open: File \"%s\": no header line found", Sz(File.sName));
     Close();
     return m_Errors.Fail(Text.szRefused    ? Text.szRefused
                          : Text.nText == 0 ? "the file is empty"
@@ -420,7 +420,7 @@ bool Warehouse_c::LogNotFound(char const * sColumn) const
     {
         String_T<256> sName;
         GetFileName(sName);
-        Log("%s: Not found column '%s'", Sz(TextForLog(sName)), sColumn ? Sz(TextForLog(sColumn)) : "nullptr");
+        LogEscaped("%s: Not found column '%s'", Sz(sName), sColumn ? sColumn : "nullptr");
     }
     KeepError(m_Work.IsEmpty() ? "without a work line there is no column" : "there is no column", sColumn);
     return false;
@@ -432,8 +432,7 @@ bool Warehouse_c::LogInvalid(char const * sColumn, char const * szReason) const
     {
         String_T<256> sName;
         GetFileName(sName);
-        Log("%s: Invalid data in column '%s' line %d", Sz(TextForLog(sName)),
-            sColumn ? Sz(TextForLog(sColumn)) : "nullptr", m_nLine);
+        LogEscaped("%s: Invalid data in column '%s' line %d", Sz(sName), sColumn ? sColumn : "nullptr", m_nLine);
     }
     KeepError(szReason, sColumn);
     return false;

@@ -43,7 +43,7 @@ Balance_s BalanceRead(char const * szFile, char const * szLevel)
     }
     if (!Sheet.FindFirstCell("level", szLevel))
     {
-        Log("balance: %s has no level \"%s\"", szFile, static_cast<char const *>(TextForLog(szLevel)));
+        LogEscaped("balance: %s has no level \"%s\"", szFile, szLevel);
         return Balance;
     }
     for (BalanceColumn_s const & Column : BALANCE_COLUMNS)

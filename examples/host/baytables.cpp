@@ -183,8 +183,8 @@ namespace
         {
             if (!TableOfBay.fnReadRow(Bay, Table))
             {
-                Log("%s: row \"%s\" makes no sense and is left out", TableOfBay.szFile,
-                    static_cast<char const *>(TextForLog(sIdent)));
+                LogEscaped("%s: row \"%s\" makes no sense and is left out", TableOfBay.szFile,
+                    static_cast<char const *>(sIdent));
             }
         }
         return {};

@@ -38,7 +38,7 @@ namespace
         }
         else
         {
-            Log("%s: the goal of \"%s\" makes no sense and is left out", Script.m_sName, sGood);
+            LogEscaped("%s: the goal of \"%s\" makes no sense and is left out", Script.m_sName, sGood);
         }
     }
 }

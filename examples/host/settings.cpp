@@ -65,8 +65,8 @@ namespace
         }
         else if (!ReadNumber(sValue, Setting.iLeast, Setting.iMost, Settings.*Setting.pNumber))
         {
-            Log("%s: %s takes a number from %i to %i, not \"%s\"", LIST, Setting.szName, Setting.iLeast, Setting.iMost,
-                static_cast<char const *>(TextForLog(sValue)));
+            LogEscaped("%s: %s takes a number from %i to %i, not \"%s\"", LIST, Setting.szName, Setting.iLeast,
+                Setting.iMost, static_cast<char const *>(sValue));
         }
     }
 }
@@ -117,7 +117,7 @@ void ModuleSettings_c::Take(char const * szName, Text_t const & sValue)
     }
     else
     {
-        Log("%s: there is no setting \"%s\"", LIST, static_cast<char const *>(TextForLog(szName)));
+        LogEscaped("%s: there is no setting \"%s\"", LIST, szName);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folding.h"
+#include "platform/text.h"
 
 #include <atomic>
 #include <cstring>
@@ -41,9 +42,14 @@ namespace plat
 
         std::atomic<DialogHandler_t> g_fnHandler{ nullptr };
 
+        // A terminal obeys nothing in the text.
         void Print(char const * szText)
         {
-            WriteFully(STDERR_FILENO, szText, std::strlen(szText));
+            char szShown[1024];
+            while (*szText != 0)
+            {
+                WriteFully(STDERR_FILENO, szShown, TextEscape(szShown, sizeof(szShown), szText, Controls_e::Layout));
+            }
         }
 
         // A terminal that this process may read: one in the background would be stopped for trying.

@@ -1,6 +1,7 @@
 // Names of types: the Itanium C++ ABI, section 5.1. The runtime's own decoder takes memory from the heap, so the usual
 // forms (classes, in namespaces or not, builtin types, pointers) are decoded here; the rest prints as it is encoded.
 #include "platform/linux/faultdecode.h"
+#include "platform/text.h"
 
 #include <cstring>
 #include <cxxabi.h>
@@ -22,12 +23,17 @@ namespace plat
             {
                 for (std::size_t i = 0; i < nText && nLength + 1 < nSize; ++i)
                 {
-                    // One line whatever it says.
-                    szText[nLength++] = static_cast<unsigned char>(pText[i]) < ' ' ? ' ' : pText[i];
+                    szText[nLength++] = pText[i];
                 }
                 szText[nLength] = '\0';
             }
             void Add(char const * szMore) { Add(szMore, std::strlen(szMore)); }
+
+            // One line whatever it says.
+            void AddEscaped(char const * szMore)
+            {
+                nLength += TextEscape(szText + nLength, nSize - nLength, szMore, Controls_e::None);
+            }
         };
 
         struct Builtin_t
@@ -131,12 +137,12 @@ namespace plat
         catch (std::exception const & Thrown)
         {
             Text.Add(": ");
-            Text.Add(Thrown.what());
+            Text.AddEscaped(Thrown.what());
         }
         catch (char const * szThrown)
         {
             Text.Add(": ");
-            Text.Add(szThrown);
+            Text.AddEscaped(szThrown);
         }
         catch (...)
         {}

@@ -121,6 +121,41 @@ namespace plat
             return true;
         }
 
+        // Whether TextEscape leaves a character, or the value of a byte, as it is.
+        bool IsShown(char32_t cText, Controls_e eControls)
+        {
+            if (cText < ' ')
+            {
+                bool const bLayout = cText == '\t' || cText == '\r' || cText == '\n';
+                return (cText == '\t' && eControls == Controls_e::Tabs) || (bLayout && eControls == Controls_e::Layout);
+            }
+            bool const bControl = cText >= 0x7F && cText <= 0x9F;
+            bool const bTurnsText = (cText >= 0x2028 && cText <= 0x202E) || (cText >= 0x2066 && cText <= 0x2069);
+            return !bControl && !bTurnsText && !IsByte(cText);
+        }
+
+        // Writes what stands for a character; the bytes written, at most 6.
+        std::size_t PutEscape(char * pOut, char32_t cText)
+        {
+            constexpr char DIGITS[] = "0123456789ABCDEF";
+            constexpr char LETTERS[] = "tnvfr";   // from 0x09 on
+            pOut[0] = '\\';
+            if (cText == '\t' || cText == '\n' || cText == '\r')
+            {
+                pOut[1] = LETTERS[cText - '\t'];
+                return 2;
+            }
+            bool const bOneByte = cText < 0x80 || IsByte(cText);
+            int const nDigits = bOneByte ? 2 : 4;
+            char32_t const nValue = IsByte(cText) ? cText - WIDE_OF_BYTE : cText;
+            pOut[1] = bOneByte ? 'x' : 'u';
+            for (int i = 0; i < nDigits; ++i)
+            {
+                pOut[2 + i] = DIGITS[nValue >> (4 * (nDigits - 1 - i)) & 0xF];
+            }
+            return static_cast<std::size_t>(2 + nDigits);
+        }
+
         template <typename CHAR>
         void Terminate(CHAR * szOut, std::size_t nSize, std::size_t nUsed)
         {
@@ -160,6 +195,28 @@ namespace plat
             {
                 break;
             }
+        }
+        Terminate(szOut, nSize, nUsed);
+        return nUsed;
+    }
+
+    std::size_t TextEscape(char * szOut, std::size_t nSize, char const *& szText, Controls_e eControls)
+    {
+        std::size_t nUsed = 0;
+        while (*szText != 0)
+        {
+            auto const * pNext = reinterpret_cast<unsigned char const *>(szText);
+            char32_t cText;
+            TakeUtf8(pNext, cText);
+            auto const * const pEnd = reinterpret_cast<char const *>(pNext);
+            char dEscape[6];
+            bool const bShown = IsShown(cText, eControls);
+            std::size_t const nUnits = bShown ? static_cast<std::size_t>(pEnd - szText) : PutEscape(dEscape, cText);
+            if (!Append(szOut, nSize, nUsed, bShown ? szText : static_cast<char const *>(dEscape), nUnits))
+            {
+                break;
+            }
+            szText = pEnd;
         }
         Terminate(szOut, nSize, nUsed);
         return nUsed;

@@ -204,7 +204,7 @@ namespace
         { "stack", PLAIN, [] { Recurse(0); } },
         { "bus", PLAIN, ReadBehindEnd },
         { "misaligned", PLAIN, [] { MisalignWithFlags(0x40000); } },
-        { "throw", HEAP, [] { throw std::runtime_error("what it says"); } },
+        { "throw", HEAP, [] { throw std::runtime_error("what\x1B\nit says"); } },
         { "throwint", HEAP, [] { throw 5; } },
         { "abort", PLAIN, [] { std::abort(); } },
         { "pure", HEAP, [] { Pure_s const Object; } },
