@@ -265,7 +265,7 @@ namespace
     void Compose(char * szDialog, char const * szWhat, char const * szTail, char const * fmt, std::va_list args)
     {
         char * p = szDialog + std::sprintf(szDialog, "%s: \t", szWhat);
-        p += FormatText(p, DebugMessages_c::TEXT_SIZE, fmt, args);
+        p += FormatLine(p, DebugMessages_c::TEXT_SIZE, fmt, args);
         std::snprintf(p, LOCATED_SIZE - static_cast<std::size_t>(p - szDialog), "%s\r\nFile: \t%s\r\nLine:\t%d", szTail,
             t_szFile, t_iLine);
     }

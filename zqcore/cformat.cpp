@@ -438,7 +438,7 @@ namespace
 {
     ZQ_COLD std::size_t EscapeSlowly(char * szText, std::size_t nText, std::size_t nSize)
     {
-        constexpr std::size_t LONGEST = 4096;
+        constexpr std::size_t LONGEST = 16384;
         char szCopy[LONGEST];
         nText = std::min(nText, LONGEST - 1);
         std::memcpy(szCopy, szText, nText);

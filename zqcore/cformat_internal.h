@@ -15,7 +15,7 @@ std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::v
 std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Escapes in place what a line must not hold, whoever wrote it: all that TextForLog escapes but tabs and line ends.
-/// The text is nText bytes in a buffer of nSize, at most 4096, and is cut at a whole character if it grows too long.
+/// The text is nText bytes in a buffer of nSize, at most 16384, and is cut at a whole character if it grows too long.
 /// Returns its length. A plain line costs one look at each 8 bytes.
 std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize);
 
