@@ -315,7 +315,7 @@ bool FileOnDisk_c::Open(void * pBuffer)
     }
     if (iLength == 0 && g_bEmptyAllowed.load(std::memory_order_relaxed))
     {
-        Log("File '%s' is empty!", static_cast<char const *>(sLocation));
+        LogEscaped("File '%s' is empty!", static_cast<char const *>(sLocation));
     }
     else
     {
