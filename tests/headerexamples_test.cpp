@@ -5,6 +5,9 @@
 #include "zqcore/cserializer.h"
 #include "zqcore/cspreadsheet.h"
 
+#include <fstream>
+#include <set>
+
 namespace
 {
     struct Unit_c
@@ -92,4 +95,34 @@ TEST_F(HeaderExamples, EnemiesLoadAsEachOthers)
     EXPECT_TRUE(pUnit->m_pEnemy->m_iHealth == 8 && pUnit->m_pEnemy->m_pEnemy == pUnit);
     delete pUnit->m_pEnemy;
     delete pUnit;
+}
+
+// A promise that names a test that is gone has lost its proof.
+TEST(Reliability, PageNamesTestsThatExist)
+{
+    std::set<std::string> dTests;
+    auto const & All = *testing::UnitTest::GetInstance();
+    for (int iSuite = 0; iSuite < All.total_test_suite_count(); ++iSuite)
+    {
+        testing::TestSuite const & Suite = *All.GetTestSuite(iSuite);
+        std::string const sSuite = Suite.name();
+        for (int i = 0; i < Suite.total_test_count(); ++i)
+        {
+            std::string const sTest = Suite.GetTestInfo(i)->name();
+            dTests.insert(sSuite.substr(sSuite.find('/') + 1) + '.' + sTest.substr(0, sTest.find('/')));
+        }
+    }
+    std::ifstream Page(TEST_MEDIA_FOLDER "/../../docs/reliability.md");
+    int nNamed = 0;
+    for (std::string sPart; std::getline(Page, sPart, '`');)
+    {
+        std::size_t const nPoint = sPart.find('.');
+        auto const IsCapital = [&sPart](std::size_t i)
+        { return i < sPart.size() && sPart[i] >= 'A' && sPart[i] <= 'Z'; };
+        bool const bTest = nPoint != std::string::npos && IsCapital(0) && IsCapital(nPoint + 1)
+                           && sPart.find_first_of(" |\n") == std::string::npos;
+        nNamed += bTest;
+        EXPECT_TRUE(!bTest || dTests.contains(sPart)) << sPart;
+    }
+    EXPECT_GT(nNamed, 20);
 }

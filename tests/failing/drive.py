@@ -193,9 +193,10 @@ class Parts:
         return None
 
     def judge(self, folder, outcome, kind, reason):
-        if self.service == "crash":
-            return None if outcome.status in (-signal.SIGSEGV, KILLED) else f"status {outcome.status}: {outcome.text[-200:]}"
         out_of_memory = kind == "allocate" and OUT_OF_MEMORY.get(outcome.status, "\0") in outcome.text
+        if self.service == "crash":
+            ended = out_of_memory or outcome.status in (-signal.SIGSEGV, KILLED)
+            return None if ended else f"status {outcome.status}: {outcome.text[-200:]}"
         if outcome.status not in (0, 1, KILLED) and not out_of_memory:
             return "hangs" if outcome.status is None else f"status {outcome.status}: {outcome.text[-200:]}"
         if outcome.status == 1 and not outcome.text.strip():
