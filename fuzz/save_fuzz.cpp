@@ -2,26 +2,13 @@
 //
 // Bit 0 of the first byte has the length in the seal corrected, bit 1 the CRC-32; the rest is the save.
 #include "fuzz/fuzz_support.h"
+#include "tests/archive_support.h"
 #include "zqcore/cfilesave.h"
 
 #include <fstream>
 
 namespace
 {
-    std::uint32_t Crc32(std::string_view sBytes)
-    {
-        std::uint32_t nCrc = ~0u;
-        for (char const c : sBytes)
-        {
-            nCrc ^= static_cast<unsigned char>(c);
-            for (int iBit = 0; iBit < 8; ++iBit)
-            {
-                nCrc = nCrc >> 1 ^ (nCrc & 1 ? 0xEDB88320u : 0);
-            }
-        }
-        return ~nCrc;
-    }
-
     /// The state of a save of at least 16 bytes.
     FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t nCrc)
     {
@@ -51,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::string sSave = Input.Take();
     std::size_t const nArchive = std::max<std::size_t>(sSave.size(), 16) - 16;
     cCorrect & 1 && sSave.size() >= 16 ? void(std::memcpy(&sSave[nArchive + 4], &nArchive, 8)) : void();
-    std::uint32_t const nCrc = Crc32(std::string_view(sSave).substr(0, nArchive + 12));
+    std::uint32_t const nCrc = PlainCrc32(std::string_view(sSave).substr(0, nArchive + 12));
     cCorrect & 2 && sSave.size() >= 16 ? void(std::memcpy(&sSave[nArchive + 12], &nCrc, 4)) : void();
     std::ofstream(s_sFile, std::ios::binary) << sSave;
 

@@ -76,6 +76,21 @@ inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody
     return bOpen && !Archive.IsFailed();
 }
 
+/// The CRC-32 bit by bit, straight from the definition.
+inline std::uint32_t PlainCrc32(std::string_view sBytes)
+{
+    std::uint32_t nCrc = ~0u;
+    for (char const c : sBytes)
+    {
+        nCrc ^= static_cast<unsigned char>(c);
+        for (int iBit = 0; iBit < 8; ++iBit)
+        {
+            nCrc = nCrc >> 1 ^ (nCrc & 1 ? 0xEDB88320u : 0);
+        }
+    }
+    return ~nCrc;
+}
+
 /// Bytes as "03 00 FF".
 inline std::string Hex(std::string_view sBytes)
 {

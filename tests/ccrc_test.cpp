@@ -1,3 +1,4 @@
+#include "tests/archive_support.h"
 #include "tests/test_support.h"
 #include "zqcore/ccrc.h"
 #include "zqcore/ccrc_internal.h"
@@ -8,16 +9,9 @@ namespace
 {
     using Bytes_t = std::vector<unsigned char>;
 
-    // Bit by bit, straight from the definition.
     std::uint32_t Reference(unsigned char const * pBytes, std::size_t nBytes)
     {
-        std::uint32_t dwRegister = 0xFFFFFFFFu;
-        for (std::size_t iBit = 0; iBit < 8 * nBytes; ++iBit)
-        {
-            dwRegister ^= iBit % 8 == 0 ? pBytes[iBit / 8] : 0u;
-            dwRegister = (dwRegister >> 1) ^ ((dwRegister & 1) != 0 ? 0xEDB88320u : 0u);
-        }
-        return ~dwRegister;
+        return PlainCrc32({ reinterpret_cast<char const *>(pBytes), nBytes });
     }
 
     std::uint32_t Public(unsigned char const * pBytes, std::size_t nBytes)

@@ -83,20 +83,6 @@ TEST_F(FileTrackerTest, CountsHandlesForWhichItHasNoRoom)
     EXPECT_EQ(Dialogs.CountHolding(sUnknown), 2);
 }
 
-TEST_F(FileTrackerTest, ThreadsKeepTheListWhole)
-{
-    auto const OpenAndClose = [](int iThread)
-    {
-        for (int n = 0; n < 300; ++n)
-        {
-            Open(iThread * 100 + 1, iThread * 100 + 9, "t");
-            Close(iThread * 100 + 1, iThread * 100 + 9);
-        }
-    };
-    InThreads(4, OpenAndClose);
-    EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
-}
-
 TEST_F(FileTrackerTest, OpensAreToldOnlyWhileResourcesAreCollected)
 {
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });

@@ -3,6 +3,7 @@
 #include "zqcore/cfiletrack.h"
 #include "zqcore/cfiletrack_internal.h"
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -63,54 +64,45 @@ namespace
         void (*const m_fnSleep)(int) = g_fnTrackSleep;
     };
 
-    struct Program_s
-    {
-        char const * szProgram;
-        char const * szCommand;
-        char const * szTold;
-    };
+    // A program, the command, and the names told.
+    using Program_t = std::array<std::string, 3>;
 
-    void PrintTo(Program_s const & Program, std::ostream * pOut)
-    {
-        *pOut << Program.szCommand;
-    }
-
-    class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_s>
+    class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_t>
     {};
 }
 
 TEST_P(FileTrackProgram, IsToldOnceOfEachChange)
 {
-    auto const [szProgram, szCommand, szTold] = GetParam();
-    SKIP_IF(!Run(std::string("command -v ") + szProgram), "no " << szProgram << " on this machine");
+    auto const & [sProgram, sCommand, sTold] = GetParam();
+    SKIP_IF(!Run("command -v " + sProgram), "no " << sProgram << " on this machine");
     Track();
-    ASSERT_TRUE(Run(szCommand)) << szCommand;
-    EXPECT_EQ(Told(), szTold) << szCommand;
+    ASSERT_TRUE(Run(sCommand)) << sCommand;
+    EXPECT_EQ(Told(), sTold) << sCommand;
     EXPECT_EQ(Told(), "") << "said again";
 }
 
 INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
-    testing::Values(Program_s{ "sh", "echo new > a.txt", "a.txt" }, Program_s{ "sh", "echo more >> a.txt", "a.txt" },
-        Program_s{ "sh", "echo 1 > a.txt; echo 2 > b.txt; echo 3 > a.txt", "a.txt b.txt" },
-        Program_s{ "cp", "cp b.txt a.txt", "a.txt" },
-        Program_s{ "cp", "cp -f --remove-destination b.txt a.txt", "a.txt" },
-        Program_s{ "cp", "cp -r sub new/ && mkdir deep && cp -r sub deep", "c.txt c.txt" },
-        Program_s{ "mv", "mv b.txt a.txt", "a.txt" }, Program_s{ "mv", "rm a.txt && mv b.txt a.txt", "a.txt" },
-        Program_s{ "mv", "mv a.txt a.bak && echo x > n && mv n a.txt && rm a.bak", "a.txt" },
-        Program_s{ "mv", "rm -r sub && mkdir sub && mv b.txt sub/c.txt", "c.txt" },
-        Program_s{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
-        Program_s{ "mkdir", "mkdir -p n/e/w && echo x > n/e/w/a.txt", "a.txt" },
-        Program_s{ "touch", "touch a.txt", "a.txt" }, Program_s{ "sed", "sed -i s/a/b/ a.txt", "a.txt" },
-        Program_s{ "perl", "perl -i.bak -pe s/a/b/ a.txt", "a.txt" },
-        Program_s{ "vim", "vim -es -u NONE -c s/a/b/ -c wq a.txt", "a.txt" },
-        Program_s{ "vim", "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
-        Program_s{ "rsync", "rsync -I b.txt sub/c.txt", "c.txt" },
-        Program_s{ "sh", "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
+    testing::Values(Program_t{ "sh", "echo new > a.txt", "a.txt" }, Program_t{ "sh", "echo more >> a.txt", "a.txt" },
+        Program_t{ "sh", "echo 1 > a.txt; echo 2 > b.txt; echo 3 > a.txt", "a.txt b.txt" },
+        Program_t{ "cp", "cp b.txt a.txt", "a.txt" },
+        Program_t{ "cp", "cp -f --remove-destination b.txt a.txt", "a.txt" },
+        Program_t{ "cp", "cp -r sub new/ && mkdir deep && cp -r sub deep", "c.txt c.txt" },
+        Program_t{ "mv", "mv b.txt a.txt", "a.txt" }, Program_t{ "mv", "rm a.txt && mv b.txt a.txt", "a.txt" },
+        Program_t{ "mv", "mv a.txt a.bak && echo x > n && mv n a.txt && rm a.bak", "a.txt" },
+        Program_t{ "mv", "rm -r sub && mkdir sub && mv b.txt sub/c.txt", "c.txt" },
+        Program_t{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
+        Program_t{ "mkdir", "mkdir -p n/e/w && echo x > n/e/w/a.txt", "a.txt" },
+        Program_t{ "touch", "touch a.txt", "a.txt" }, Program_t{ "sed", "sed -i s/a/b/ a.txt", "a.txt" },
+        Program_t{ "perl", "perl -i.bak -pe s/a/b/ a.txt", "a.txt" },
+        Program_t{ "vim", "vim -es -u NONE -c s/a/b/ -c wq a.txt", "a.txt" },
+        Program_t{ "vim", "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
+        Program_t{ "rsync", "rsync -I b.txt sub/c.txt", "c.txt" },
+        Program_t{ "sh", "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
         // No callback: a name is made, is deleted, or goes to a free place.
-        Program_s{ "touch", "rm a.txt && touch a.txt", "" },
-        Program_s{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
-        Program_s{ "mv", "mv sub dir; mv loop/d.csv d", "" },
-        Program_s{ "mv", "sleep 0.02; mkdir n && mv a.txt n", "" }, Program_s{ "chmod", "chmod 600 a.txt", "" }));
+        Program_t{ "touch", "rm a.txt && touch a.txt", "" },
+        Program_t{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
+        Program_t{ "mv", "mv sub dir; mv loop/d.csv d", "" },
+        Program_t{ "mv", "sleep 0.02; mkdir n && mv a.txt n", "" }, Program_t{ "chmod", "chmod 600 a.txt", "" }));
 
 TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
 {

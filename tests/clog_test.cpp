@@ -94,22 +94,15 @@ TEST(LogFormat, LinePrefixIsThatOfPrintf)
     }
 }
 
-TEST(LogFormat, TextIsThatOfPrintf)
+TEST(LogFormat, TextIsThatOfPrintfAndWideTextUtf8InEveryLocale)
 {
-    for (std::size_t const nSize : { 1u, 2u, 9u, 2049u })
+    for (std::size_t const nSize : { 1u, 2u, 6u, 9u, 17u, 2049u })
     {
         ExpectLikePrintf(nSize, "plain, 100%%");
         ExpectLikePrintf(nSize, "%s|%c|%i|%d|%u|%x|%zu|", "text", 'c', INT_MIN, 0, 0xFFFFFFFFu, 0xBEEFu, SIZE_MAX);
         ExpectLikePrintf(
             nSize, "%i %-5s|%08X|%.2f|%5d|%ld|%p", 7, "ab", 0xABCu, 2.345, -3, -4L, static_cast<void *>(nullptr));
         ExpectLikePrintf(nSize, "%s", std::string(3000, 'x').c_str());
-    }
-}
-
-TEST(LogFormat, WideTextIsUtf8InEveryLocaleAndEndsNoLine)
-{
-    for (std::size_t const nSize : { 1u, 6u, 17u, 2049u })
-    {
         ExpectLikePrintf(nSize, "abcdef%ls", L"gh");
         ExpectLikePrintf(nSize, "%ls|%5ls|%-5ls|%.2ls|%*.*ls|%lc|%S|%C|%s", L"a", L"b", L"c", L"def", -4, 9, L"g", L'h',
             L"i", L'j', "k");

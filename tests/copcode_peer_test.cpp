@@ -1,8 +1,7 @@
-// The decoder on random bytes: its texts by a checksum, its lengths and mnemonics beside an independent decoder. All of
-// the texts' operands were compared with the independent one's before the checksums were written down.
+// The decoder on random bytes: its texts by a checksum, its lengths beside an independent decoder. All mnemonics and
+// operands were compared with the independent one's before the checksums were written down.
 //
-// Condition codes and some mnemonics are brought to our spelling by tables. What the peer refuses, and what came after
-// SSE2, is left out. MayDiffer lists what remains.
+// What the peer refuses, and what came after SSE2, is left out. MayDiffer lists what remains.
 #include "zqcore/copcode.h"
 
 #include "platform/checker.h"
@@ -11,7 +10,6 @@
 
 #include <random>
 #include <set>
-#include <sstream>
 
 namespace
 {
@@ -63,12 +61,12 @@ namespace
 TEST(Opcode, WritesTheKnownTextsOfRandomBytes)
 {
     for (auto const & [eMode, dwCrc] :
-        Rows_t<OpcodeMode_e, std::uint32_t>{ { OPCODE_32_BIT, 3169553418 }, { OPCODE_64_BIT, 2792414381 } })
+        Rows_t<OpcodeMode_e, std::uint32_t>{ { OPCODE_32_BIT, 3312151823 }, { OPCODE_64_BIT, 4100232288 } })
     {
         OpcodeDecoder_c Decoder(eMode);
         std::mt19937 Random(7);
         std::string sAll;
-        for (int i = 0; i != 200'000; ++i)
+        for (int i = 0; i != 500'000; ++i)
         {
             std::size_t nLength;
             sAll += Decoded(Decoder, RandomInstruction(Random, eMode), nLength);
@@ -80,30 +78,10 @@ TEST(Opcode, WritesTheKnownTextsOfRandomBytes)
 
 #ifdef TEST_PEER_ZYDIS
     #include <Zydis/Zydis.h>
-    #include <cstring>
     #include <iterator>
-    #include <map>
 
 namespace
 {
-    using Names_t = std::map<std::string, std::string>;
-
-    /// The peer's names, in our spelling.
-    Names_t const CONDITIONS = { { "b", "c" }, { "nb", "nc" }, { "nbe", "a" }, { "p", "pe" }, { "np", "po" },
-        { "nl", "ge" }, { "nle", "g" } };
-    Names_t const MNEMONICS = { { "fnstcw", "fstcw" }, { "fnstsw", "fstsw" }, { "fnclex", "fclex" },
-        { "fninit", "finit" }, { "fnsave", "fsave" }, { "fnstenv", "fstenv" }, { "fwait", "wait" },
-        { "loopne", "loopnz" }, { "loope", "loopz" }, { "int3", "int" }, { "xlat", "xlatb" },
-        { "punpckldq", "punpcklqd" }, { "fstpnce", "fstp" }, { "pfsqrt", "pfrsqrt" }, { "pfcpit1", "pfrcpit1" },
-        { "fxsave64", "fxsave" }, { "fxrstor64", "fxrstor" } };
-
-    constexpr char LISTED[] =
-    #include "tests/golden/mnemonics.inc"
-        ;
-
-    /// Mnemonics that the peer cannot show: bytes of no row, and encodings that processors reserve.
-    constexpr char const * NOT_OF_PEER[] = { "db", "psraq", "rcppd", "rcpsd", "rsqrtpd", "rsqrtsd" };
-
     std::set<ZydisISASet> const OUR_SETS = { ZYDIS_ISA_SET_I86, ZYDIS_ISA_SET_I186, ZYDIS_ISA_SET_I286PROTECTED,
         ZYDIS_ISA_SET_I286REAL, ZYDIS_ISA_SET_I386, ZYDIS_ISA_SET_I486, ZYDIS_ISA_SET_I486REAL,
         ZYDIS_ISA_SET_PENTIUMREAL, ZYDIS_ISA_SET_PENTIUMMMX, ZYDIS_ISA_SET_PPRO, ZYDIS_ISA_SET_CMOV,
@@ -111,12 +89,6 @@ namespace
         ZYDIS_ISA_SET_FXSAVE64, ZYDIS_ISA_SET_LAHF, ZYDIS_ISA_SET_LONGMODE, ZYDIS_ISA_SET_CMPXCHG16B,
         ZYDIS_ISA_SET_PAUSE, ZYDIS_ISA_SET_PREFETCH_NOP, ZYDIS_ISA_SET_RDPMC, ZYDIS_ISA_SET_SSE, ZYDIS_ISA_SET_SSE2,
         ZYDIS_ISA_SET_SSE2MMX, ZYDIS_ISA_SET_SSEMXCSR, ZYDIS_ISA_SET_SSE_PREFETCH, ZYDIS_ISA_SET_CLFSH };
-
-    std::string Renamed(Names_t const & Names, std::string const & sName)
-    {
-        auto const i = Names.find(sName);
-        return i == Names.end() ? sName : i->second;
-    }
 
     /// The other decoder, with the instruction that it decoded last.
     struct Peer_s
@@ -137,57 +109,18 @@ namespace
             return ZYAN_SUCCESS(ZydisDecoderDecodeFull(&Decoder, pCode, nBytes, &Is, dOperands));
         }
 
-        bool Has(ZydisInstructionAttributes nAttribute) const { return (Is.attributes & nAttribute) != 0; }
-
-        std::string Mnemonic() const
-        {
-            std::string const sName = ZydisMnemonicGetString(Is.mnemonic);
-            if (Is.mnemonic == ZYDIS_MNEMONIC_RET && Is.meta.branch_type == ZYDIS_BRANCH_TYPE_FAR)
-            {
-                return "retf";
-            }
-            for (char const * const szStem : { "cmov", "set", "j" })
-            {
-                if (sName.starts_with(szStem))
-                {
-                    return szStem + Renamed(CONDITIONS, sName.substr(std::strlen(szStem)));
-                }
-            }
-            return Renamed(MNEMONICS, sName);
-        }
-
-        bool IsString() const
-        {
-            return Is.meta.category == ZYDIS_CATEGORY_STRINGOP || Is.meta.category == ZYDIS_CATEGORY_IOSTRINGOP;
-        }
-
-        /// Whether the texts may differ.
+        /// Whether the lengths may differ.
         bool MayDiffer(unsigned char const * pCode) const
         {
             unsigned char const * const pEnd = pCode + Is.raw.prefix_count;
             auto const HasPrefix = [&](unsigned char c) { return std::find(pCode, pEnd, c) != pEnd; };
             auto const IsOneOf = [&](std::initializer_list<ZydisMnemonic> dMnemonics)
             { return std::find(dMnemonics.begin(), dMnemonics.end(), Is.mnemonic) != dMnemonics.end(); };
-            bool const bPort = Is.meta.category == ZYDIS_CATEGORY_IO || Is.meta.category == ZYDIS_CATEGORY_IOSTRINGOP;
             bool const dReasons[] = {
                 // Lock is an instruction of its own here: it loses the prefixes before it.
                 std::count(pCode, pEnd, 0xF0) > (pCode[0] == 0xF0),
-                // 67 with base 5 and no displacement: the peer adds r13d, which processors do not.
-                Is.address_width == 32 && Is.raw.rex.B != 0 && Is.raw.modrm.mod == 0 && Is.raw.modrm.rm == 4
-                    && Is.raw.sib.base == 5,
-                // 66 before movsxd: the manuals differ in the source's size, and so does the peer by its form.
-                Is.mnemonic == ZYDIS_MNEMONIC_MOVSXD && Is.operand_width == 16,
-                // 3E before an indirect branch: a segment override here, notrack with CET.
-                Has(ZYDIS_ATTRIB_HAS_NOTRACK),
-                // 66 beside REX.W, which means nothing to a port.
-                bPort && Is.raw.rex.W != 0 && HasPrefix(0x66),
                 // F2 and F3: the processor obeys the last, the table the first row.
                 HasPrefix(0xF2) && HasPrefix(0xF3),
-                // The short form alone.
-                IsOneOf({ ZYDIS_MNEMONIC_OUTSB, ZYDIS_MNEMONIC_OUTSW, ZYDIS_MNEMONIC_OUTSD })
-                    && Has(ZYDIS_ATTRIB_HAS_SEGMENT),
-                // Reserved hints, whose operands mean nothing yet.
-                Is.mnemonic == ZYDIS_MNEMONIC_NOP && Is.meta.isa_set == ZYDIS_ISA_SET_PPRO,
                 // Remnants of the 8087 and 80287, which do nothing: no row.
                 IsOneOf({ ZYDIS_MNEMONIC_FENI8087_NOP, ZYDIS_MNEMONIC_FDISI8087_NOP, ZYDIS_MNEMONIC_FSETPM287_NOP }),
                 // Meant to be undefined, or undocumented: no row.
@@ -198,10 +131,9 @@ namespace
     };
 }
 
-TEST(OpcodePeer, AgreesOnRandomBytesAndKnowsEveryMnemonic)
+TEST(OpcodePeer, AgreesOnTheLengthsOfRandomBytes)
 {
-    constexpr int INSTRUCTIONS = plat::ADDRESS_CHECKER ? 50'000 : 500'000;   // the rare ones need many
-    std::set<std::string> dSeen(std::begin(NOT_OF_PEER), std::end(NOT_OF_PEER));
+    constexpr int INSTRUCTIONS = plat::ADDRESS_CHECKER ? 50'000 : 500'000;
     for (OpcodeMode_e const eMode : { OPCODE_32_BIT, OPCODE_64_BIT })
     {
         Peer_s Peer(eMode);
@@ -219,30 +151,13 @@ TEST(OpcodePeer, AgreesOnRandomBytesAndKnowsEveryMnemonic)
             ++nCompared;
             std::size_t nLength;
             std::string const sText = Decoded(Decoder, dBytes, nLength);
-            std::istringstream Words(sText);
-            std::string sMnemonic;
-            while (Words >> sMnemonic && (sMnemonic == "lock" || sMnemonic.starts_with("rep")))
-            {
-                dSeen.insert(sMnemonic);
-            }
-            dSeen.insert(sMnemonic);
-            if (std::size_t const iSize = sText.find(" ptr "); Peer.IsString() && iSize != std::string::npos)
-            {
-                sMnemonic += sText[sText.rfind(' ', iSize - 1) + 1];   // movs byte ptr: movsb
-            }
-            ASSERT_EQ(sMnemonic, Peer.Mnemonic()) << sText;
             ASSERT_EQ(nLength, Peer.Is.length) << sText;
         }
         EXPECT_GT(nCompared, INSTRUCTIONS * 3 / 5);
     }
-    std::istringstream Names(LISTED);
-    for (std::string sName; Names >> sName && !plat::ADDRESS_CHECKER;)
-    {
-        EXPECT_TRUE(dSeen.contains(sName) || dSeen.contains(sName + "b") || dSeen.contains(sName + "d")) << sName;
-    }
 }
 #else
-TEST(OpcodePeer, AgreesOnRandomBytesAndKnowsEveryMnemonic)
+TEST(OpcodePeer, AgreesOnTheLengthsOfRandomBytes)
 {
     GTEST_SKIP() << "the independent disassembler is missing (libzydis-dev, of this word size)";
 }

@@ -216,11 +216,6 @@ TEST_F(TextError, AByteOrderMarkIsSkippedOrRefused)
             EXPECT_EQ(fnRead(sMark + sText), sExpected);
             EXPECT_EQ(FileStream("table.txt")->GetOpensCount(), 0);
         }
-        for (std::string const & sMark : { "\xEF\xBB\xBF"s, "\xFF\xFE"s, "\xEF\xBB"s, "\xFF"s })
-        {
-            Serve("table.txt", sMark);   // and nothing else
-            fnRead(sMark);
-        }
     }
 }
 

@@ -8,9 +8,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <iterator>
-#include <random>
-#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -238,29 +235,6 @@ TEST_F(PlatformFiles, ListsALargeFolderThatAThreadChanges)
     }
     bStop = true;
     Changer.join();
-}
-
-TEST_F(PlatformFiles, ListsFoldedNamesInTheOrderOfTheirBytes)
-{
-    std::mt19937 Random(3);
-    for (std::string const sStart : { "", "start", "a long start of the same " })
-    {
-        std::string const sFolder = "order of " + std::to_string(sStart.size());
-        std::set<std::string> Names = { sStart + "x" };
-        for (int i = 0; i < 60; ++i)
-        {
-            std::string sName = sStart;
-            std::generate_n(std::back_inserter(sName), i / 4 + 1, [&] { return "ab \xC3\xFF"[Random() % 5]; });
-            Names.insert(sName);
-        }
-        std::string sExpected;
-        for (std::string const & sName : Names)
-        {
-            m_Folder.Write(sFolder + "/" + sName, "");
-            sExpected += (sExpected.empty() ? "" : " ") + sName + "0";
-        }
-        EXPECT_EQ(List(m_Folder.Join(sFolder)), sExpected);
-    }
 }
 
 TEST_F(PlatformFiles, OpensStreamsByAnySpellingAndCreatesByItsOwn)

@@ -57,24 +57,11 @@ namespace
     };
 }
 
-TEST_F(FolderWatch, TellsPathsInUtf16AndFollowsFolders)
+TEST_F(FolderWatch, TellsPathsInUtf16)
 {
-    TempFolder_c const Outside(ROOT);
-    fs::create_directory_symlink(Outside.GetPath(), m_Folder.Join("out"));
-    fs::create_directory_symlink(".", m_Folder.Join("self"));
     ASSERT_TRUE(m_Watch.Open(m_Folder.GetPath().c_str(), IsKept));
     m_Folder.Write("New/\u0436\U0001D11E.txt", "1");
-    Outside.Write("deep/b", "2");
-    EXPECT_EQ(Batch(), u"New\\\u0436\U0001D11E.txt;out\\deep\\b;");
-    fs::rename(Outside.Join("deep"), m_Folder.Join("in"));
-    fs::rename(m_Folder.Join("New"), m_Folder.Join("in/old"));
-    m_Folder.Write("in/b", "3");
-    m_Folder.Write("in/old/c", "4");
-    EXPECT_EQ(Batch(), u"in\\b;in\\old\\c;");
-    fs::rename(m_Folder.Join("in/old"), Outside.Join("x"));
-    fs::remove(m_Folder.Join("out"));
-    Outside.Write("x/c", "5");
-    EXPECT_EQ(Batch(), u"-") << "what left the tree is watched no more";
+    EXPECT_EQ(Batch(), u"New\\\u0436\U0001D11E.txt;");
 }
 
 TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)

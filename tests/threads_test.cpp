@@ -8,6 +8,7 @@
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/cfile.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath.h"
@@ -185,7 +186,8 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
             --nAtWork;
         });
     Frames.join();
-    EXPECT_EQ(g_pShared->GetOpensCount(), 0);
+    EXPECT_TRUE(g_pShared->GetOpensCount() == 0 && !g_pShared->pData);
+    EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     EXPECT_GE(g_nHeard, THREADS * ROUNDS);
     EXPECT_GE(g_nDialogs, THREADS * ROUNDS * 3);
     EXPECT_GE(g_nFiles, THREADS * ROUNDS);
