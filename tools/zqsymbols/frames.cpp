@@ -1,5 +1,6 @@
 #include "tools/zqsymbols/frames.h"
 
+#include "platform/symbols.h"
 #include "tools/zqsymbols/expression.h"
 
 #include <cstdlib>
@@ -33,7 +34,8 @@ namespace zqsymbols
 
     Frame_t const * Frames_c::Get(std::size_t iFrame)
     {
-        while (m_dFrames.size() <= iFrame && m_bMore)
+        bool const bAsked = iFrame < plat::SYMBOL_FRAMES;   // a stack full of one address has no end
+        while (bAsked && m_dFrames.size() <= iFrame && m_bMore)
         {
             Frame_t Frame = m_Caller;
             if (m_dFrames.empty())
