@@ -319,7 +319,7 @@ bool FileOnDisk_c::Open(void * pBuffer)
     }
     else
     {
-        ZQ_ASSERT_EX_TEXT(iLength > 0, "iLength>0", "File '%s' is empty!", static_cast<char const *>(sLocation));
+        ZQ_ASSERT_EX_TEXT(iLength > 0, "iLength>0", "File '%s' is empty!", TextForLog(sLocation).GetBuffer());
     }
 
     return TakeUnlocked() ? ReadUnlocked(File.Release(), Facts, pBuffer, sLocation)

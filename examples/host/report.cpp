@@ -32,7 +32,7 @@ namespace
         {
             Extension_s const & Extension = dExtensions[i];
             char const * const szDot = Extension.sExt.IsEmpty() ? "(no extension)" : ".";
-            std::printf("    %-20s %7s files %12s\n", Va("%s%s", szDot, static_cast<char const *>(Extension.sExt)),
+            std::printf("    %-20s %7s files %12s\n", Va("%s%s", szDot, Sz(Shown(Extension.sExt))),
                 Sz(Grouped(Extension.nFiles)), Sz(Size(static_cast<double>(Extension.nBytes))));
         }
         PrintMore(dExtensions.GetLength(), nShown);

@@ -50,7 +50,7 @@ namespace
 
     void PrintBalance(Balance_s const & Balance)
     {
-        std::printf("  Level %s:", static_cast<char const *>(Balance.sLevel));
+        std::printf("  Level %s:", Sz(Shown(Balance.sLevel)));
         char const * szSeparator = " ";
         for (BalanceColumn_s const & Column : BALANCE_COLUMNS)
         {
@@ -67,10 +67,10 @@ namespace
         for (Ship_s const * const pShip : Bay.dShips)
         {
             Ship_s const & Ship = *pShip;
-            std::printf("    %-12s %-16s %8i %8i %10s  %-16s %s %s\n", static_cast<char const *>(Ship.sIdent),
-                static_cast<char const *>(Ship.pType->sName), Ship.nVoyages, Ship.nLanded, Sz(Grouped(Ship.iProfit)),
-                Ship.pMet ? static_cast<char const *>(Ship.pMet->sIdent) : "nobody", Ship.pDuty->szWhere,
-                static_cast<char const *>(Ship.From().sName));
+            std::printf("    %-12s %-16s %8i %8i %10s  %-16s %s %s\n", Sz(Shown(Ship.sIdent)),
+                Sz(Shown(Ship.pType->sName)), Ship.nVoyages, Ship.nLanded, Sz(Grouped(Ship.iProfit)),
+                Sz(Shown(Ship.pMet ? static_cast<char const *>(Ship.pMet->sIdent) : "nobody")), Ship.pDuty->szWhere,
+                Sz(Shown(Ship.From().sName)));
         }
     }
 
@@ -82,7 +82,7 @@ namespace
         {
             if (Good.nTraded > 0)
             {
-                std::printf("%s%i %s", szSeparator, Good.nTraded, static_cast<char const *>(Good.sIdent));
+                std::printf("%s%i %s", szSeparator, Good.nTraded, Sz(Shown(Good.sIdent)));
                 szSeparator = ", ";
             }
         }
@@ -94,12 +94,12 @@ namespace
         static constexpr char const * STATES[] = { "open", "met", "missed" };
         if (!Mission.dGoals.IsEmpty())
         {
-            std::printf("  Mission: %s\n", static_cast<char const *>(Mission.sTitle));
+            std::printf("  Mission: %s\n", Sz(Shown(Mission.sTitle)));
         }
         for (Goal_s const & Goal : Mission.dGoals)
         {
-            std::printf("    %4i %-8s by day %3i for %4i marks: %s\n", Goal.nCrates,
-                static_cast<char const *>(Goal.pGood->sIdent), Goal.nDays, Goal.iPay, STATES[Goal.eState]);
+            std::printf("    %4i %-8s by day %3i for %4i marks: %s\n", Goal.nCrates, Sz(Shown(Goal.pGood->sIdent)),
+                Goal.nDays, Goal.iPay, STATES[Goal.eState]);
         }
     }
 

@@ -2,9 +2,15 @@
 
 #include "zqcore/cfile.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/ctexterror.h"
 
 #include <algorithm>
 #include <cstring>
+
+Text_t Shown(char const * szText)
+{
+    return Text_t(TextForLog(szText));
+}
 
 Text_t Grouped(long long iNumber)
 {
@@ -42,7 +48,7 @@ Text_t BelowRoot(char const * szLocation)
     auto const nRoot = static_cast<std::size_t>(GetPQXMediaPath(false).Length());
     Text_t sBelow = std::strlen(szLocation) > nRoot ? szLocation + nRoot + 1 : szLocation;
     std::replace(sBelow.GetBuffer(), sBelow.GetBuffer() + sBelow.Length(), '\\', '/');
-    return sBelow;
+    return Shown(sBelow);
 }
 
 Text_t BelowRoot(File_c const & File)

@@ -1,6 +1,7 @@
 #include "watch.h"
 
 #include "survey.h"
+#include "texts.h"
 #include "world.h"
 
 #include "zqcore/ccallback.h"
@@ -59,7 +60,7 @@ namespace
         if (sProblem != s_sPrinted)
         {
             s_sPrinted = sProblem;
-            std::fprintf(stderr, "zqhost: %s\n", sProblem.c_str());
+            std::fprintf(stderr, "zqhost: %s\n", Sz(Shown(sProblem.c_str())));
         }
     }
 
@@ -119,7 +120,7 @@ namespace
             bool const bThere = itOther != dB.end();
             if (bThere == bOther && (!bThere || itOther->second != sCells) && ++nRows <= SHOWN)
             {
-                std::printf("    %-8s %s\n", szWhat, sIdent.c_str());
+                std::printf("    %-8s %s\n", szWhat, Sz(Shown(sIdent.c_str())));
             }
         }
         if (nRows > SHOWN)
@@ -131,7 +132,7 @@ namespace
 
     void ReloadTable(File_c & File, Rows_t & dRows)
     {
-        std::printf("%s reloaded\n", static_cast<char const *>(File.sName));
+        std::printf("%s reloaded\n", Sz(Shown(File.sName)));
         Rows_t const dBefore = std::exchange(dRows, ReadRows(File));
         int const nChanged = PrintRows("changed", dRows, dBefore, true);
         int const nNew = PrintRows("new", dRows, dBefore, false);
@@ -149,11 +150,11 @@ namespace
         auto const itTable = pFile ? g_dTables.find(static_cast<char const *>(pFile->sName)) : g_dTables.end();
         if (itTable == g_dTables.end())
         {
-            std::printf("%s changed\n", szFile);
+            std::printf("%s changed\n", Sz(Shown(szFile)));
         }
         else if (IsEmptyOnDisk(*pFile))
         {
-            std::printf("%s is empty: the rows stay as they were\n", szFile);
+            std::printf("%s is empty: the rows stay as they were\n", Sz(Shown(szFile)));
             pFile->iLength = 0;   // as the host's streaming looks at it
         }
         else

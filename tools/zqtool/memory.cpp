@@ -1,6 +1,7 @@
 // zqtool memory: live memory by category and by source line, out of a report of MemoryLogAllocations.
 #include "tools/zqtool/allocationreport.h"
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/text.h"
 #include "tools/zqtool/treemap.h"
 
 #include <algorithm>
@@ -64,8 +65,8 @@ namespace
     {
         double const fPercent =
             nTotal ? 100.0 * static_cast<double>(Holding.nBytes) / static_cast<double>(nTotal) : 0.0;
-        std::printf(
-            "%14llu %5.1f%% %10llu  %s\n", Wide(Holding.nBytes), fPercent, Wide(Holding.nBlocks), sName.c_str());
+        std::printf("%14llu %5.1f%% %10llu  %s\n", Wide(Holding.nBytes), fPercent, Wide(Holding.nBlocks),
+            Printable(sName).c_str());
     }
 
     void PrintTable(char const * szColumn, std::vector<Row_t> const & dRows, Holding_t const & Total)
@@ -121,7 +122,7 @@ int RunMemory(Arguments_t const & dArguments)
     AllocationReport_t Report;
     bool bSound = ReadAllocationReport(Stream, Report,
         [&](int iLine, std::string const & sText)
-        { std::fprintf(stderr, "%s(%i): %s\n", sFile.c_str(), iLine, sText.c_str()); });
+        { std::fprintf(stderr, "%s(%i): %s\n", sFile.c_str(), iLine, Printable(sText).c_str()); });
     Holding_t const Total = Report.Total();
     PrintTable("category", ByCategory(Report), Total);
     std::puts("");
