@@ -9,7 +9,6 @@
 
 #include <cstddef>
 #include <latch>
-#include <sched.h>
 #include <unistd.h>
 
 namespace
@@ -134,8 +133,6 @@ TEST(Threads, RunLockAndWakeEachOther)
     auto const Run = [](void *)
     {
         s_Go.Wait();
-        bool const bIdle = plat::ThreadSetIdleClass();
-        EXPECT_EQ(bIdle, sched_getscheduler(0) == SCHED_IDLE);
         s_iThread = plat::ThreadId();
         s_Count();
         s_Done.Signal();
