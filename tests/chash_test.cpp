@@ -11,6 +11,17 @@ namespace
     {
         String_T<8> sName;
     };
+
+    template <typename TABLE>
+    std::map<std::string, Item_s *> Entries(TABLE & Table)
+    {
+        std::map<std::string, Item_s *> Found;
+        for (auto * pSlot = Table.First(); pSlot; pSlot = Table.Next(pSlot))
+        {
+            EXPECT_TRUE(Found.emplace(*pSlot->pName, pSlot->pObject).second);
+        }
+        return Found;
+    }
 }
 
 TEST(StringHash, HashRotatesEachCharacterByItsPosition)
@@ -33,6 +44,35 @@ TEST(StringHash, HashRotatesEachCharacterByItsPosition)
     }
 }
 
+TEST(StringHash, BehavesLikeAMapOverRandomOperations)
+{
+    static StringHash_T<Item_s, 8, 64, 117> s_Table;
+    std::map<std::string, Item_s *> Model;
+    std::mt19937 Random(2);
+    Item_s dItems[40];
+    for (int iStep = 0; iStep < 100000; ++iStep)
+    {
+        int const iItem = static_cast<int>(Random() % 40);
+        Item_s & Item = dItems[iItem];
+        Item.sName = NewString("%c%c", static_cast<char>('a' + iItem % 5), static_cast<char>('A' + iItem / 5));
+        auto const Known = Model.find(Item.sName.GetBuffer());
+        ASSERT_EQ(s_Table.FindByName(Item.sName), Known == Model.end() ? nullptr : &Item);
+        if (Random() % 2 && Known == Model.end())
+        {
+            ASSERT_EQ(s_Table.Add(&Item, &Item.sName), HASH_ADDED);
+            Model[Item.sName.GetBuffer()] = &Item;
+        }
+        else if (Random() % 2)
+        {
+            ASSERT_EQ(s_Table.DeleteByName(Item.sName), Model.erase(Item.sName.GetBuffer()) == 1);
+        }
+        ASSERT_TRUE(iStep % 1000 || Entries(s_Table) == Model);
+    }
+    s_Table.Reset();
+    EXPECT_EQ(s_Table.First(), nullptr);
+    EXPECT_EQ(s_Table.FindByName("aA"), nullptr);
+}
+
 TEST(StringHash, AddTakesTheFirstDeletedSlotUnseenOfTheKeyBehindIt)
 {
     static StringHash_T<Item_s, 8, 8, 1> s_Table;
@@ -53,7 +93,7 @@ TEST(StringHash, AddTakesTheFirstDeletedSlotUnseenOfTheKeyBehindIt)
     EXPECT_EQ(s_Table.FindByName(Second.sName), &Second);
 }
 
-TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChainAndFindsThemBesideDeletedOnes)
+TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
 {
     static StringHash_T<Item_s, 8, 256, 117> s_Table;
     std::mt19937 Random(3);
@@ -80,10 +120,8 @@ TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChainAndFindsThemBesideDelet
         for (auto const & [iSlot, pItem] : Model)
         {
             ASSERT_EQ(pSlot->pObject, pItem) << "slot " << iSlot;
-            ASSERT_EQ(s_Table.FindByName(pItem->sName), pItem) << "behind deleted slots";
-            Random() % 2 ? s_Table.Delete(pSlot) : void(s_Table.DeleteByName(pItem->sName));
-            ASSERT_EQ(s_Table.FindByName(pItem->sName), nullptr);
-            pSlot = s_Table.Next(pSlot);   // from a deleted one
+            s_Table.Delete(pSlot);   // while iterating
+            pSlot = s_Table.Next(pSlot);
         }
         ASSERT_TRUE(pSlot == nullptr && s_Table.First() == nullptr);
     }

@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <climits>
+#include <cmath>
 #include <ctime>
 
 namespace
@@ -68,6 +69,42 @@ TEST(Random, StepsAreThePublishedOnes)
             EXPECT_EQ(Random.Next(), nNumber);
         }
         EXPECT_EQ(Random.GetSeed(), nSeedBehind);
+    }
+}
+
+TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)
+{
+    constexpr int SEEDS = 4096, BINS = 16;
+    auto const fnDraw = [](unsigned nSeed, int iPosition)
+    {
+        RandomNumber_c Random(nSeed);
+        std::uint32_t dwDrawn = Random.Next();
+        for (; iPosition > 0; --iPosition)
+        {
+            dwDrawn = Random.Next();
+        }
+        return dwDrawn;
+    };
+    for (unsigned const nStride : { 0u, 1u, 2u, 10u, 256u, 65536u, 1u << 31 })
+    {
+        for (int iPosition = nStride == 0; iPosition < 4; ++iPosition)
+        {
+            // On a line the numbers would be correlated or, where it wraps, their differences would be alike.
+            double fProducts = 0, dBins[BINS] = {};
+            for (unsigned nSeed = 0; nSeed < SEEDS; ++nSeed)
+            {
+                std::uint32_t const dwFirst = fnDraw(nSeed, 0), dwOther = fnDraw(nSeed + nStride, iPosition);
+                fProducts += (dwFirst / 4294967296.0 - 0.5) * (dwOther / 4294967296.0 - 0.5) * 12;
+                ++dBins[(dwOther - dwFirst) / (1u << 28)];
+            }
+            double fSpread = 0;
+            for (double const n : dBins)
+            {
+                fSpread += (n - SEEDS / BINS) * (n - SEEDS / BINS) / (SEEDS / BINS);
+            }
+            EXPECT_LT(std::abs(fProducts), 4 * 64) << "correlated: stride " << nStride << ", position " << iPosition;
+            EXPECT_LT(fSpread, 45) << "alike: stride " << nStride << ", position " << iPosition;
+        }
     }
 }
 
