@@ -24,6 +24,25 @@ namespace
         return std::countr_zero((iOther - EACH) & ~iOther & (EACH * 0x80)) / 8;
     }
 
+    constexpr std::uint64_t EACH_BYTE = 0x0101010101010101u;
+    constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
+
+    // Some high bit is set if a byte is below a blank, or is DEL or above. It may be set in a plain word, too.
+    std::uint64_t OthersIn(std::uint64_t iText)
+    {
+        return (iText - EACH_BYTE * ' ') | iText | (iText + EACH_BYTE);
+    }
+
+    std::uint64_t OtherIn(char c)
+    {
+        return static_cast<unsigned char>(c - ' ') > '~' - ' ' ? HIGH_BITS : 0;
+    }
+
+    bool IsPlain(std::uint64_t iOther)
+    {
+        return (iOther & HIGH_BITS) == 0;
+    }
+
     // A buffer that takes what fits, and keeps room for the terminator.
     class Output_c
     {
@@ -41,27 +60,46 @@ namespace
             m_pOut += nCopy;
         }
 
+        // Puts a text that may hold more than plain characters. It is looked at here, in one piece, since a look at the
+        // line would wait for the stores of all its parts.
+        void PutText(char const * szText)
+        {
+            std::size_t const nText = std::strlen(szText);
+            m_iOther |= IsPlainText(szText, nText) ? 0 : HIGH_BITS;
+            Put(szText, nText);
+        }
+
+        // Whether all that was put is plain. May be false for a plain text.
+        bool IsPlain() const { return ::IsPlain(m_iOther); }
+
         // Puts what stands ahead of the next '%', eight characters at a time; where that is, or pEnd.
         char const * PutLiteral(char const * pText, char const * pEnd)
         {
             constexpr std::ptrdiff_t WORD = sizeof(std::uint64_t);
-            while (pEnd - pText >= WORD && m_pEnd - m_pOut >= WORD)
+            char * pOut = m_pOut;   // members would be read and written again at each character
+            std::uint64_t iOther = m_iOther;
+            std::ptrdiff_t nAhead = WORD;
+            while (nAhead == WORD && pEnd - pText >= WORD && m_pEnd - pOut >= WORD)
             {
                 std::uint64_t iText;
                 std::memcpy(&iText, pText, WORD);
-                std::memcpy(m_pOut, &iText, WORD);
-                std::ptrdiff_t const nAhead = AheadOfPercent(iText);
+                std::memcpy(pOut, &iText, WORD);
+                iOther |= OthersIn(iText);
+                nAhead = AheadOfPercent(iText);
                 pText += nAhead;
-                m_pOut += nAhead;
-                if (nAhead < WORD)
-                {
-                    return pText;
-                }
+                pOut += nAhead;
             }
+            char const * const pLimit = m_pEnd;
             for (; pText != pEnd && *pText != '%'; ++pText)
             {
-                PutCharacter(*pText);
+                iOther |= OtherIn(*pText);
+                if (pOut != pLimit)
+                {
+                    *pOut++ = *pText;
+                }
             }
+            m_pOut = pOut;
+            m_iOther = iOther;
             return pText;
         }
 
@@ -74,6 +112,7 @@ namespace
 
         void PutCharacter(char c)
         {
+            m_iOther |= OtherIn(c);
             if (m_pOut != m_pEnd)
             {
                 *m_pOut++ = c;
@@ -128,6 +167,7 @@ namespace
         char * m_pBegin;
         char * m_pOut;
         char * m_pEnd;
+        std::uint64_t m_iOther = 0;   // of what was put
     };
 
     // va_list as a member: a parameter of that type can't be passed on by reference everywhere.
@@ -146,7 +186,7 @@ namespace
         {
             char const * const szText = va_arg(Arguments.args, char const *);
             char const * const szShown = szText ? szText : "(null)";
-            ESCAPED ? Output.PutEscaped(szShown) : Output.Put(szShown, std::strlen(szShown));
+            ESCAPED ? Output.PutEscaped(szShown) : Output.PutText(szShown);
             return true;
         }
         case 'c':
@@ -387,22 +427,30 @@ namespace
             }
         }
     }
+
+    // FormatText, and whether all of the text is known to be plain.
+    std::size_t Format(char * szOut, std::size_t nSize, char const * fmt, std::va_list args, bool & bPlain)
+    {
+        Output_c Output(szOut, nSize);
+        Arguments_s Arguments;
+        va_copy(Arguments.args, args);
+        bool const bSimple = FormatPlain<false>(Output, fmt, Arguments);
+        va_end(Arguments.args);
+        bPlain = bSimple && Output.IsPlain();
+        if (bSimple)
+        {
+            return Output.Terminate();
+        }
+        FormatAny(szOut, nSize, fmt, args);
+        szOut[nSize - 1] = '\0';
+        return std::strlen(szOut);
+    }
 }
 
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
 {
-    Output_c Output(szOut, nSize);
-    Arguments_s Arguments;
-    va_copy(Arguments.args, args);
-    bool const bPlain = FormatPlain<false>(Output, fmt, Arguments);
-    va_end(Arguments.args);
-    if (bPlain)
-    {
-        return Output.Terminate();
-    }
-    FormatAny(szOut, nSize, fmt, args);
-    szOut[nSize - 1] = '\0';
-    return std::strlen(szOut);
+    bool bPlain;
+    return Format(szOut, nSize, fmt, args, bPlain);
 }
 
 std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
@@ -417,21 +465,19 @@ std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std
 
 bool IsPlainText(char const * pText, std::size_t nText)
 {
-    constexpr std::uint64_t EACH = 0x0101010101010101u;
-    std::uint64_t iOther = 0;   // its high bits are those of characters below a blank and from DEL on
+    std::uint64_t iOther = 0;
     char const * const pEnd = pText + nText;
     for (; static_cast<std::size_t>(pEnd - pText) >= sizeof(std::uint64_t); pText += sizeof(std::uint64_t))
     {
         std::uint64_t iText;
         std::memcpy(&iText, pText, sizeof iText);
-        iOther |= (iText - EACH * ' ') | iText | (iText + EACH);
+        iOther |= OthersIn(iText);
     }
     for (; pText != pEnd; ++pText)
     {
-        auto const nText8 = static_cast<std::uint64_t>(static_cast<unsigned char>(*pText));
-        iOther |= nText8 < ' ' || nText8 >= 0x7F ? EACH * 0x80 : 0;
+        iOther |= OtherIn(*pText);
     }
-    return (iOther & (EACH * 0x80)) == 0;
+    return IsPlain(iOther);
 }
 
 namespace
@@ -455,7 +501,9 @@ std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize)
 
 std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
 {
-    return EscapeLine(szOut, FormatText(szOut, nSize, fmt, args), nSize);
+    bool bPlain;
+    std::size_t const nText = Format(szOut, nSize, fmt, args, bPlain);
+    return bPlain ? nText : EscapeLine(szOut, nText, nSize);
 }
 
 char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)
