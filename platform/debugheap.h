@@ -78,6 +78,9 @@ namespace plat
     /// Calls fnVisit for each live block, newest first. The heap must stand still meanwhile.
     void HeapWalk(void (*fnVisit)(HeapBlock_t const & Block, void * pContext), void * pContext);
 
+    /// Whether no block lives.
+    bool HeapIsEmpty();
+
     /// Install a hook, a failure handler, names of words, a dump function, or null for none.
     void HeapSetHook(HeapHook_t fnHook);
     void HeapSetFailureHandler(HeapFailure_t fnFailure);

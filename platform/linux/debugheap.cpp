@@ -330,6 +330,12 @@ namespace plat
         }
     }
 
+    bool HeapIsEmpty()
+    {
+        LockScope_c const Scope(g_HeapLock);
+        return g_Live.pNext == &g_Live;
+    }
+
     void HeapSetHook(HeapHook_t fnHook)
     {
         g_fnHook = fnHook;

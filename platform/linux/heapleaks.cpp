@@ -175,17 +175,17 @@ namespace plat
             }
             int const nOthers = ProcessOtherThreads();
             LockScope_c const Scope(g_HeapLock);
-            std::size_t nLive = 0;
-            HeapWalk([](HeapBlock_t const &, void * pCount) { ++*static_cast<std::size_t *>(pCount); }, &nLive);
-            if (nLive == 0)
+            if (HeapIsEmpty())
             {
                 return;
             }
-            if (nOthers != 0)
+            if (nOthers != 0)   // which may be about to describe a block
             {
                 HeapReport("Blocks that still live are not listed: %i other threads are running.\n", nOthers);
                 return;
             }
+            std::size_t nLive = 0;
+            HeapWalk([](HeapBlock_t const &, void * pCount) { ++*static_cast<std::size_t *>(pCount); }, &nLive);
             LiveBlocks_c const Live(nLive);
             Leaks_s Leaks = { .pLive = &Live };
             HeapWalk(ReportLeak, &Leaks);
