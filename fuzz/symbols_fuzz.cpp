@@ -1,7 +1,7 @@
 // symbols_fuzz.cpp: what the library makes of any records from its helper. No process starts: they wait in the socket.
 //
-// The first byte is the number of calls that follow, one byte each. Of a record a byte tells the kind, one the length of the
-// text; then come the values, of one byte or of eight, and the text.
+// The first byte is the number of calls that follow, one byte each. A record has a byte for its kind, one for the
+// length of its text, its values of one byte or of eight, and the text.
 #include "fuzz/fuzz_support.h"
 #include "platform/linux/symbolprotocol.h"
 #include "platform/symbols.h"

@@ -131,9 +131,9 @@ namespace plat
         std::uint32_t nName = 0;         // characters of it
         bool bLink = false;              // reached through a link; the facts are those of its target
         bool bAscii = false;             // all bytes of the name are
-        bool bReachable = true;   // false: the name holds a `\`, so that no path leads here; nothing else is told
-        bool bFailed = false;     // true: the system could not say what it is; nothing else is told
-        FileFacts_t Facts;        // of a folder or what is no file only the kind, unless reached through a link
+        bool bReachable = true;          // false: the name holds a `\`, so that no path leads here; the rest is unset
+        bool bFailed = false;            // true: the system could not say what it is; the rest is unset
+        FileFacts_t Facts;               // of a folder or what is no file only the kind, unless reached through a link
     };
 
     /// Which folder this really is, whatever path led to it.

@@ -38,9 +38,9 @@ namespace plat
         FolderWatch_c(FolderWatch_c const &) = delete;
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
-        /// Watches a folder in place of the former one; false, with a FolderWatchReason, if it can't be opened, or if the
-        /// system has too few watches for its subfolders. Subfolders that can't be read are passed over. When a file goes, fnKeep says by
-        /// its bare name, in the spelling of the disk, whether its name is kept; IsComplete calls it.
+        /// Watches a folder instead of the previous one. Skips subfolders that can't be read. When a file goes, fnKeep
+        /// says by its bare name, as the disk spells it, whether its name is kept; IsComplete calls it. False, with a
+        /// FolderWatchReason, if the folder can't be opened or the system has too few watches for its subfolders.
         bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
         void Close();

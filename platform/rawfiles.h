@@ -10,9 +10,9 @@ namespace plat
     /// A file to write, 0 for none.
     using RawFile_t = int;
 
-    /// Makes a file that its owner alone may read, for writing. Each write has reached the disk when it returns. A file
-    /// that this user's processes made so before, and that none of them writes any more, is written on behind its end.
-    /// Nothing else that has the name is opened: bTaken then says so. 0 on failure.
+    /// Makes a file that its owner alone may read, for writing. Each write has reached the disk when it returns. Appends
+    /// to a file that this user's processes made this way before and that none of them still writes. Opens nothing else
+    /// that has the name: bTaken then says so. 0 on failure.
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
     /// False if not all was taken, and for no file.

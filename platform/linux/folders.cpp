@@ -66,8 +66,8 @@ namespace plat
             return !Entry.bLink || FactsAt(iFolder, szName, 0, Entry.Facts) || FailFacts(Entry);
         }
 
-        // Whether the entry is taken. Of a folder, and of what is no file, the kind is all that is told: it costs no look
-        // at the entry.
+        // Whether the entry is taken. A folder, and what is no file, gets its kind alone, which costs no look at
+        // the entry.
         bool FactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
         {
             switch (Raw.d_type)

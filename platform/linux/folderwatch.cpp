@@ -10,6 +10,7 @@
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
 #include "platform/linux/folderrecords.h"
+#include "platform/linux/foldertree.h"
 #include "platform/linux/forkdrop.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
@@ -30,7 +31,8 @@ namespace plat
 {
     namespace
     {
-        constexpr int NO_FOLDER = -1;
+        using namespace watch;
+
         constexpr int MAX_READS = 256;            // of the kernel's queue in one batch, so that a flood of changes ends
         constexpr std::size_t MAX_KEPT = 65536;   // names without a file: no more are kept
         unsigned g_nForks = 0;                    // from the first process down to this one
@@ -41,48 +43,6 @@ namespace plat
 
         constexpr std::uint32_t FOLDER_EVENTS =
             IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_EXCL_UNLINK;
-
-        struct File_s
-        {
-            bool bFresh = false;     // made since the watch began, and not closed after writing yet
-            bool bChanged = false;   // goes into the present batch
-        };
-
-        struct Folder_s
-        {
-            int iParent = NO_FOLDER;
-            std::string sName;   // in the parent; of the watched folder the path
-            std::unordered_map<std::string, File_s> dFiles;
-            std::unordered_map<std::string, int> dFolders;
-        };
-
-        // How the contents of a folder came there.
-        enum class Appeared_e
-        {
-            Before,   // not by writing them now
-            Now
-        };
-
-        struct Change_s
-        {
-            int iFolder;
-            std::string sName;
-        };
-
-        // A folder renamed away, until the other half of the rename comes.
-        struct Detached_s
-        {
-            std::uint32_t iCookie;
-            int iFolder;
-        };
-
-        // A folder whose name another one took, by an exchange to come whole, or because it was empty and is deleted.
-        struct Displaced_s
-        {
-            int iParent;
-            std::string sName;
-            int iFolder;
-        };
 
         // What a file in a folder that was made at tMade is: one that is no older, with contents that nobody writes,
         // counts as changed, of any other the close will decide. An older one was renamed.

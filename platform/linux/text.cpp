@@ -134,7 +134,7 @@ namespace plat
             return !bControl && !bTurnsText && !IsByte(cText);
         }
 
-        // Writes what stands for a character; the bytes written, at most 6.
+        // Writes a character's escape. Returns the bytes written, at most 6.
         std::size_t PutEscape(char * pOut, char32_t cText)
         {
             constexpr char DIGITS[] = "0123456789ABCDEF";
