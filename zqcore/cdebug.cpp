@@ -4,8 +4,8 @@
 #include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cexceptioninfo.h"
-#include "zqcore/cformat_internal.h"
 #include "zqcore/clog.h"
+#include "zqcore/clog_format_internal.h"
 #include "zqcore/cmemoryreport.h"
 #include "zqcore/cstring.h"
 

@@ -1,7 +1,7 @@
 #include "zqcore/cexceptioninfo_internal.h"
 
 #include "zqcore/cdebug.h"
-#include "zqcore/cformat_internal.h"
+#include "zqcore/clog_format_internal.h"
 #include "zqcore/cscope_internal.h"
 
 #include "platform/fork.h"

@@ -4,8 +4,8 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cexceptionreport_internal.h"
-#include "zqcore/cformat_internal.h"
 #include "zqcore/clog.h"
+#include "zqcore/clog_format_internal.h"
 #include "zqcore/clog_internal.h"
 
 #include "platform/clock.h"

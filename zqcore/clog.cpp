@@ -1,8 +1,8 @@
 #include "zqcore/clog.h"
 
 #include "zqcore/cexceptionreport.h"
-#include "zqcore/cformat_internal.h"
 #include "zqcore/clink.h"
+#include "zqcore/clog_format_internal.h"
 #include "zqcore/clog_internal.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"

@@ -1,8 +1,8 @@
 #include "zqcore/clogf.h"
 
-#include "zqcore/cformat_internal.h"
 #include "zqcore/chash.h"
 #include "zqcore/clog.h"
+#include "zqcore/clog_format_internal.h"
 #include "zqcore/clog_internal.h"
 
 #include "platform/files.h"

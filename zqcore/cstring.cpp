@@ -1,6 +1,6 @@
 #include "zqcore/cstring.h"
 
-#include "zqcore/cformat_internal.h"
+#include "zqcore/clog_format_internal.h"
 
 #include <atomic>
 #include <cstdarg>

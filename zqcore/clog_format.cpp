@@ -1,4 +1,4 @@
-#include "zqcore/cformat_internal.h"
+#include "zqcore/clog_format_internal.h"
 
 #include "platform/text.h"
 

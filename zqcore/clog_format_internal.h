@@ -1,4 +1,4 @@
-// cformat_internal.h: printf's formatting, with a fast path for what log lines are made of.
+// clog_format_internal.h: printf's formatting, with a fast path for what log lines are made of.
 #pragma once
 
 #include "zqcore/cconfig.h"
