@@ -1,7 +1,7 @@
 #include "platform/dialog.h"
 
+#include "platform/common/folding.h"
 #include "platform/linux/descriptor.h"
-#include "platform/linux/folding.h"
 #include "platform/text.h"
 
 #include <atomic>

@@ -1,11 +1,11 @@
 #define _FILE_OFFSET_BITS 64
 #define _TIME_BITS 64
 
+#include "platform/common/folding.h"
 #include "platform/files.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
-#include "platform/linux/folding.h"
 #include "platform/linux/spelling.h"
 
 #include <algorithm>

@@ -5,18 +5,20 @@
 
 #include "platform/folderwatch.h"
 
+#include "platform/common/folderrecords.h"
 #include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
-#include "platform/linux/folderrecords.h"
 #include "platform/linux/foldertree.h"
 #include "platform/linux/forkdrop.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -758,5 +760,15 @@ namespace plat
         std::size_t const nUnwatched = IsOpen() ? std::exchange(m_pTree->m_nUnwatched, 0) : 0;
         errno = nUnwatched > 0 ? ENOSPC : errno;
         return nUnwatched;
+    }
+
+    void FolderWatchReason(char * szText, std::size_t nSize)
+    {
+        char const * const szRemedy =
+            errno == ENOSPC   ? "; raise fs.inotify.max_user_watches (sysctl)"
+            : errno == EMFILE ? "; raise fs.inotify.max_user_instances (sysctl) or the limit of open files (ulimit -n)"
+                              : "";
+        std::snprintf(
+            szText, nSize, "%s%s", errno == ENOSPC ? "the system has no watches left" : std::strerror(errno), szRemedy);
     }
 }

@@ -2,8 +2,8 @@
 
 #include "platform/rawfiles.h"
 
+#include "platform/common/folding.h"
 #include "platform/linux/descriptor.h"
-#include "platform/linux/folding.h"
 #include "platform/linux/openfile.h"
 #include "platform/memory.h"
 

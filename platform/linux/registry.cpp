@@ -14,10 +14,10 @@
 
 #include "platform/registry.h"
 
+#include "platform/common/folding.h"
 #include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/facts.h"
-#include "platform/linux/folding.h"
 #include "platform/linux/registryfolder.h"
 #include "platform/linux/registryrecord.h"
 #include "platform/linux/userfolder.h"

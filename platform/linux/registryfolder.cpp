@@ -3,9 +3,9 @@
 
 #include "platform/linux/registryfolder.h"
 
+#include "platform/common/folding.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folderreader.h"
-#include "platform/linux/folding.h"
 #include "platform/linux/registryrecord.h"
 #include "platform/linux/userfolder.h"
 

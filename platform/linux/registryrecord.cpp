@@ -3,8 +3,8 @@
 
 #include "platform/linux/registryrecord.h"
 
+#include "platform/common/folding.h"
 #include "platform/linux/descriptor.h"
-#include "platform/linux/folding.h"
 #include "platform/linux/openfile.h"
 
 #include <atomic>

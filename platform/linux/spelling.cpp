@@ -3,11 +3,11 @@
 
 #include "platform/linux/spelling.h"
 
+#include "platform/common/folding.h"
 #include "platform/files.h"
 #include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folderreader.h"
-#include "platform/linux/folding.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -19,7 +19,7 @@ import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-TABLE_SIZE = 4096   # see platform/linux/failing/failing.cpp
+TABLE_SIZE = 4096   # see failing.cpp
 HEAD = struct.Struct("<IiQQQQ")
 SHORT = 0   # the call handles half of its bytes
 

@@ -1,11 +1,8 @@
-#include "platform/linux/folderrecords.h"
+#include "platform/common/folderrecords.h"
 
 #include "platform/folderwatch.h"
 #include "platform/text.h"
 
-#include <cerrno>
-#include <climits>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -13,6 +10,8 @@ namespace plat
 {
     namespace
     {
+        constexpr std::size_t NAME_BYTES = 255;   // of a file's name, at most
+
         // Of a record, without the filling that leads up to the next one.
         std::size_t RecordBytes(std::u16string const & sName)
         {
@@ -27,7 +26,7 @@ namespace plat
 
     void AppendUnits(std::u16string & sUnits, std::string const & sName)
     {
-        wchar_t szWide[NAME_MAX + 1];
+        wchar_t szWide[NAME_BYTES + 1];
         std::size_t const nWide = WideFromUtf8(szWide, std::size(szWide), sName.c_str());
         for (std::size_t i = 0; i < nWide; ++i)
         {
@@ -61,15 +60,5 @@ namespace plat
             std::memcpy(pBuffer + sizeof Head, sName.data(), nRecord - sizeof Head);
             pBuffer += nNext;
         }
-    }
-
-    void FolderWatchReason(char * szText, std::size_t nSize)
-    {
-        char const * const szRemedy =
-            errno == ENOSPC   ? "; raise fs.inotify.max_user_watches (sysctl)"
-            : errno == EMFILE ? "; raise fs.inotify.max_user_instances (sysctl) or the limit of open files (ulimit -n)"
-                              : "";
-        std::snprintf(
-            szText, nSize, "%s%s", errno == ENOSPC ? "the system has no watches left" : std::strerror(errno), szRemedy);
     }
 }
