@@ -1,9 +1,18 @@
 // cguid.h: 128-bit identifiers and their text forms.
 //
-// New identifiers come from the platform's sequential generator: made of the time, the machine's hardware address and a
-// number that no other process of the machine has, so that no two are equal. A machine without an address of its own
-// can make identifiers that are unique on it alone; they are refused unless SetGlobalOnly(false) allows them. A Guid_c is
-// a plain value; any thread may create one. Creating costs at least 100 ns, the clock's tick for identifiers.
+// The platform's sequential generator makes an identifier of the time, the machine's hardware address and a number that
+// no other process of the machine has, so no two are equal. A machine without an address of its own makes identifiers
+// that are unique on that machine only. They are refused unless SetGlobalOnly(false) allows them.
+//
+// Ownership: a Guid_c is a plain value.
+// Threads: any thread may create one.
+// Cost: creating takes 100 ns or more, the tick of the clock for identifiers. Nothing allocates.
+// Failure: a call that fails returns false and leaves its output as it was.
+//
+//     Guid_c Guid, Copy;
+//     bool const bCreated = Guid_c::Create(Guid);
+//     String_T<256> const sText = Guid.ToText();   // "f81d4fae-7dec-11d0-a765-00a0c91e6bf6"
+//     bool const bSame = Guid_c::FromText(sText, Copy) && Copy == Guid;
 #pragma once
 
 #include "zqcore/cstring.h"
@@ -19,39 +28,41 @@ public:
     Guid_c(std::uint32_t dwData1, std::uint16_t nData2, std::uint16_t nData3, std::uint8_t n0, std::uint8_t n1,
         std::uint8_t n2, std::uint8_t n3, std::uint8_t n4, std::uint8_t n5, std::uint8_t n6, std::uint8_t n7);
 
-    /// The 16 bytes as four little-endian words.
+    /// The 16 bytes are given as four little-endian words.
     Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uint32_t dw3);
 
-    /// Makes a new identifier. False, with a Warning that says why and Guid unchanged, if there is none to be had.
+    /// Sets Guid to a new identifier and returns true. On failure a Warning says why, and Guid is unchanged.
     static bool Create(Guid_c & Guid);
 
-    /// Whether Create refuses identifiers that are unique on this machine only. True at start.
+    /// Sets whether Create refuses identifiers that are unique on this machine only. True at start.
     static void SetGlobalOnly(bool bGlobalOnly);
 
-    /// Reads 8-4-4-4-12 hexadecimal digits of either case, and nothing else; false, with Guid unchanged, for any other
-    /// text.
+    /// Reads 8-4-4-4-12 hexadecimal digits of either case. Returns false for any other text, with Guid unchanged.
     static bool FromText(char const * szText, Guid_c & Guid);
 
-    /// 8-4-4-4-12 hexadecimal digits in lower case.
+    /// Returns 8-4-4-4-12 hexadecimal digits in lower case.
     String_T<256> ToText() const;
 
-    /// "( 0x..., ... )" over the 11 fields, to paste into source text.
+    /// Returns "( 0x..., ... )" with the 11 fields, to paste into source text.
     String_T<256> ToInitializerText() const;
 
-    /// A name that XML allows: `_` and the text form. Reading accepts it without the `_`, too; text must not be null.
-    static bool FromXmlName(char const * text, Guid_c & Guid);
+    /// Returns a name that XML allows: `_` and the text form.
     String_T<256> ToXmlName() const;
+
+    /// Reads such a name, with or without the `_`. Returns false for any other text, with Guid unchanged. Requires a
+    /// text that is not null.
+    static bool FromXmlName(char const * text, Guid_c & Guid);
 
     bool operator==(Guid_c const & Other) const = default;
 
     plat::Guid_t m_guid;
 };
 
-/// The base of things that carry an identifier: null until one is created.
+/// Base of objects that carry an identifier, which is null until one is created.
 class ZQ_API GuidObject_c
 {
 public:
-    /// Gives this object a fresh identifier. Creating one must succeed; if it does not the former one stays.
+    /// Gives this object a new identifier. Asserts that one could be created; if not, the previous one stays.
     void CreateNewId();
 
     Guid_c const & GetId() const { return m_Guid; }

@@ -1,37 +1,45 @@
 // ctimer.h: two clocks.
 //
-// The long time is seconds from the best clock that the machine has. It runs from the first instant of the process on
-// the coarse clock, and on the good one once ModuleTimer_c is up; longTimeGetPassed goes on across that change without
-// a jump, but raw values of longTimeGet from before and after must not be compared. The short time is the processor's
-// cycle counter. No locks; any thread. The first calls of longTimeGetPassed and shortTimeGetSec belong to the main
-// thread. The waits spin and never give up the processor.
+// The long time is in seconds, from the best clock that the machine has. Until ModuleTimer_c is initialised that is the
+// coarse clock, from then on the good one. longTimeGetPassed continues across that change without a jump. Values of
+// longTimeGet from before and after it must not be compared. The short time is the processor's cycle counter.
+//
+// Ownership: nothing is owned.
+// Threads: any thread, without locks. The first calls of longTimeGetPassed and shortTimeGetSec belong to the main
+// thread.
+// Cost: a read of a clock. The waits spin and never yield the processor.
+// Failure: no call fails.
+//
+//     double const tStart = longTimeGet();
+//     longTimeWait(0.001);
+//     Log("Waited %.1f ms.\n", 1000.0 * (longTimeGet() - tStart));
 #pragma once
 
 #include "zqcore/cmodule.h"
 
-/// Seconds since an arbitrary point.
+/// Returns the seconds since an arbitrary point in time.
 ZQ_API double longTimeGet();
 
-/// Seconds since the first call of this function in the process.
+/// Returns the seconds since the first call of this function in the process.
 ZQ_API double longTimeGetPassed();
 
 /// Spins for dSeconds, and returns them.
 ZQ_API double longTimeWait(double dSeconds);
 
-/// The cycle counter: rdtsc on x86.
+/// Returns the cycle counter: rdtsc on x86.
 ZQ_API std::int64_t shortTimeGet();
 
-/// Cycles in a second, measured at the first call, which takes a second.
+/// Returns the cycles in a second. The first call measures them and takes a second.
 ZQ_API std::int64_t shortTimeGetSec();
 
 /// Spins for nCycles of the cycle counter, and returns them.
 ZQ_API std::int64_t shortTimeWait(std::int64_t nCycles);
 
-/// The clock of the game's time, at first longTimeGet. A layer above may put its own here, one that pauses for
-/// instance. AppGetDeltaTime reads it; the log's time column does not.
+/// Clock of the game's time, longTimeGet at start. A layer above may set its own, for instance one that pauses.
+/// AppGetDeltaTime reads it; the log's time column does not.
 extern ZQ_API double (*Game_longTimeGet)();
 
-/// Chooses the clock. Needs no other module.
+/// Module that chooses the clock. Depends on no other module.
 class ZQ_API ModuleTimer_c : public Module_c
 {
 public:
@@ -39,7 +47,7 @@ public:
         : Module_c("ModuleTimer_c")
     {}
 
-    /// The instance.
+    /// Returns the only instance.
     static ModuleTimer_c * Get();
 
 protected:

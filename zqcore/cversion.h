@@ -1,7 +1,17 @@
 // cversion.h: the version of these headers and of the loaded library.
 //
 // Below 1.0 each minor version may change the interface, from 1.0 on each major one. The name by which a program finds
-// the shared library changes with it, so a program never loads a library that its headers don't fit.
+// the shared library changes with it, so a program never loads a library that its headers do not match.
+//
+// Ownership: nothing is owned.
+// Threads: any thread.
+// Cost: a call.
+// Failure: no call fails.
+//
+//     if (GetLibraryVersion() != ZQCORE_VERSION)
+//     {
+//         Log("Built with %i, runs with %i.\n", ZQCORE_VERSION, GetLibraryVersion());
+//     }
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -10,8 +20,8 @@
 #define ZQCORE_VERSION_MINOR 1
 #define ZQCORE_VERSION_PATCH 0
 
-/// The version of these headers as one number, 10203 for 1.2.3. Minor and patch are below 100.
+/// Version of these headers as one number: 10203 for 1.2.3. Minor and patch are below 100.
 #define ZQCORE_VERSION (ZQCORE_VERSION_MAJOR * 10000 + ZQCORE_VERSION_MINOR * 100 + ZQCORE_VERSION_PATCH)
 
-/// The version of the loaded library, in the form of ZQCORE_VERSION. Any thread.
+/// Returns the version of the loaded library, in the form of ZQCORE_VERSION.
 ZQ_API int GetLibraryVersion();
