@@ -4,13 +4,13 @@
 #include "zqcore/cmemory.h"
 #include "zqcore/cmodule.h"
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <mutex>
 #include <random>
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -87,6 +87,31 @@ int StatusOfChild(pid_t iChild)
     return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
 }
 
+bool KillChild(pid_t iChild)
+{
+    kill(iChild, SIGKILL);
+    return StatusOfChild(iChild) == -1;
+}
+
+int StatusAsNobody(std::function<int()> const & fnRun)
+{
+    constexpr int NOBODY = 65534, REFUSED = 99;
+    auto const Run = [&] { return IsSuperuser() && setresuid(NOBODY, NOBODY, NOBODY) != 0 ? REFUSED : fnRun(); };
+    int const iStatus = StatusOfChild(StartChild(Run));
+    return iStatus == REFUSED ? -2 : iStatus;
+}
+
+bool IsSuperuser()
+{
+    return geteuid() == 0;
+}
+
+std::string MakePipe(std::string const & sPath)
+{
+    EXPECT_EQ(mkfifo(sPath.c_str(), 0600), 0);
+    return sPath;
+}
+
 WaitingChild_c::WaitingChild_c()
 {
     Gate_c const Runs;
@@ -96,8 +121,7 @@ WaitingChild_c::WaitingChild_c()
 
 WaitingChild_c::~WaitingChild_c()
 {
-    kill(m_iChild, SIGKILL);
-    StatusOfChild(m_iChild);
+    KillChild(m_iChild);
 }
 
 Result_s RunShell(std::string const & sCommand)
@@ -116,20 +140,6 @@ Result_s RunShell(std::string const & sCommand)
 Result_s RunTool(std::string const & sArguments)
 {
     return RunShell(TEST_EMULATOR ZQTOOL_PATH " " + sArguments + " 2>&1");
-}
-
-FullDisk_c::FullDisk_c(rlim_t nBytes)
-    : m_fnFormer(std::signal(SIGXFSZ, SIG_IGN))
-{
-    getrlimit(RLIMIT_FSIZE, &m_Former);
-    rlimit const Limit = { nBytes, m_Former.rlim_max };
-    setrlimit(RLIMIT_FSIZE, &Limit);
-}
-
-FullDisk_c::~FullDisk_c()
-{
-    setrlimit(RLIMIT_FSIZE, &m_Former);
-    std::signal(SIGXFSZ, m_fnFormer);
 }
 
 void LogToStandardError()

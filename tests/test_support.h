@@ -6,6 +6,7 @@
 #include "platform/dialog.h"
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
@@ -44,6 +45,28 @@ void InThreads(int nThreads, CALL const & Call)
     if (bCondition)                                                                                                    \
     GTEST_SKIP() << szWhy
 
+/// Expects several conditions, all of which are evaluated, in order. On failure it lists them, and the numbers of those
+/// that are false, counted from 1.
+#define EXPECT_EACH(...) EXPECT_EQ(FalseAmong({ __VA_ARGS__ }), "")
+
+struct Condition_s
+{
+    template <typename T>
+    Condition_s(T const & Value)
+        : bHolds(static_cast<bool>(Value))
+    {}
+    bool bHolds;
+};
+inline std::string FalseAmong(std::initializer_list<Condition_s> dConditions)
+{
+    std::string sNumbers;
+    for (auto const & Condition : dConditions)
+    {
+        sNumbers += Condition.bHolds ? "" : std::to_string(&Condition - dConditions.begin() + 1) + " ";
+    }
+    return sNumbers;
+}
+
 /// Brings a module and what it needs up; Module_c::ShutdownAllModules brings all down.
 bool StartModule(Module_c * pModule);
 
@@ -53,8 +76,20 @@ long ResidentPages();
 /// Starts a child process that ends with the status that the call returns.
 pid_t StartChild(std::function<int()> const & fnRun);
 
-/// Waits for the end of a child; its status, or -1 if a signal ended it.
+/// Waits for the end of a child. Returns its status, or -1 if a signal ended it.
 int StatusOfChild(pid_t iChild);
+
+/// Kills a child and waits for its end. Returns whether it still ran.
+bool KillChild(pid_t iChild);
+
+/// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if it can't drop them.
+int StatusAsNobody(std::function<int()> const & fnRun);
+
+/// Whether this process may do what file permissions forbid.
+bool IsSuperuser();
+
+/// Makes a named pipe. Returns its path.
+std::string MakePipe(std::string const & sPath);
 
 /// What a process waits for until another one, or a thread, opens it.
 class Gate_c
@@ -95,18 +130,31 @@ Result_s RunShell(std::string const & sCommand);
 /// Runs zqtool; what it says on both streams.
 Result_s RunTool(std::string const & sArguments);
 
-/// Makes every disk full, for this process, behind so many bytes of a file.
-class FullDisk_c
+/// Lowers a limit of this process for a scope.
+template <int RESOURCE>
+class LimitScope_c
 {
 public:
-    explicit FullDisk_c(rlim_t nBytes);
-    ~FullDisk_c();
-    FullDisk_c & operator=(FullDisk_c &&) = delete;
+    explicit LimitScope_c(rlim_t nLimit)
+        : m_fnFormer(std::signal(SIGXFSZ, SIG_IGN))
+    {
+        getrlimit(RESOURCE, &m_Former);
+        rlimit const Limit = { nLimit, m_Former.rlim_max };
+        setrlimit(RESOURCE, &Limit);
+    }
+    ~LimitScope_c() { setrlimit(RESOURCE, &m_Former), std::signal(SIGXFSZ, m_fnFormer); }
+    LimitScope_c & operator=(LimitScope_c &&) = delete;
 
 private:
     rlimit m_Former;
     void (*m_fnFormer)(int);
 };
+
+/// Fails every write beyond so many bytes of a file, as a full disk does.
+using FullDisk_c = LimitScope_c<RLIMIT_FSIZE>;
+
+/// Opens no file whose descriptor would have this number or a higher one.
+using FewDescriptors_c = LimitScope_c<RLIMIT_NOFILE>;
 
 /// A fresh folder below the system's temporary one or another, deleted with all it holds at the end of the scope.
 class TempFolder_c
