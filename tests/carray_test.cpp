@@ -146,9 +146,6 @@ TEST(Sort, NamesTheArraysTypeWhenItsBoundsAreWrong)
         Log.GetText(), sModules + "start=3 end=1 len=4\n" + sModules + "start=-1 end=-4 len=4\n"
                            + "SortedArray_T<class String_T<256>,class ArrayTraits_T<class String_T<256>,10,0> >::Sort: "
                              "start=0 end=2 len=2\n");
-    char szType[256];
-    ArrayTypeName("void SortedArray_T<Pool_c::Group_s, A_T<unsigned int, const char*> >::f()", szType, sizeof szType);
-    EXPECT_STREQ(szType, "SortedArray_T<struct Pool_c::Group_s,class A_T<unsigned int,const char *> >");
 }
 
 TEST(Sort, StaysInBoundsUnderAComparatorThatContradictsItself)

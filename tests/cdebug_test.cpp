@@ -2,8 +2,10 @@
 #include "tests/machine_support.h"
 #include "tests/test_support.h"
 #include "zqcore/capp.h"
+#include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
+#include "zqcore/cdebug_spelling_internal.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 
@@ -120,7 +122,11 @@ TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
     std::string const sNext = std::to_string(ComplaintTest_c::FailWithText(7));
     EXPECT_EQ(g_sText, "AssertEx failed, 1 == 2, text 7, " __FILE__ ", ComplaintTest_c::FailWithText, " + sNext);
     EXPECT_EQ(g_sDebugger, __FILE__ "(" + sNext + ") : AssertEx() failed\n");
-    for (auto const & [szFunction, szExpected] : Rows_t<char const *, char const *>{
+}
+
+TEST(Spelling, OfFunctionsIsCutToClassAndName)
+{
+    for (auto const & [szFunction, szName] : Rows_t<char const *, char const *>{
              { "static void Module_c::Register(Module_c*)", "Module_c::Register" }, { "int main()", "main" },
              { "T& StaticArray_T<T, LENGTH>::operator[](int) [with T = int]", "StaticArray_T<T, LENGTH>::operator[]" },
              { "bool X_c::operator<(int) const", "X_c::operator<" }, { "void X_c::operator()(int)", "X_c::operator()" },
@@ -137,8 +143,29 @@ TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
              { "void main(int)::Local_c::Run()", "main(int)::Local_c::Run" },
              { "void (* main()::Local_c::Pick())(int)", "main()::Local_c::Pick" }, { "broken(", "broken" } })
     {
-        AssertReport("c", "f.cpp", szFunction, 3);
-        EXPECT_EQ(g_sText, std::string("Assert failed, c, f.cpp, ") + szExpected + ", 3");
+        char szShort[256];
+        SpelledFunctionName(szFunction, szShort, sizeof szShort);
+        EXPECT_STREQ(szShort, szName) << szFunction;
+    }
+}
+
+TEST(Spelling, OfArraysNamesEachTypeWithItsKeyword)
+{
+    for (auto const & [szSpelled, szType] : Rows_t<char const *, char const *>{
+             { "SortedArray_T<A_T<int>::Kind_e**>", "SortedArray_T<class A_T<int>::Kind_e * *>" },
+             { "SortedArray_T<{anonymous}::X_t>", "SortedArray_T<struct {anonymous}::X_t>" },
+             { "SortedArray_T<(anonymous namespace)::X_t>", "SortedArray_T<struct (anonymous namespace)::X_t>" },
+             { "SortedArray_T<main(int)::X_c>", "SortedArray_T<class main(int)::X_c>" },
+             { "f() [with ARRAY = SortedArray_T<int, ArrayTraits_T<int, 3, 0> >]",
+                 "SortedArray_T<int,class ArrayTraits_T<int,3,0> >" },
+             { "f() [ARRAY = SortedArray_T<int, ArrayTraits_T<int, 3, 0>>]",
+                 "SortedArray_T<int,class ArrayTraits_T<int,3,0> >" },
+             { "void SortedArray_T<Pool_c::Group_s, A_T<unsigned int, const char*> >::f()",
+                 "SortedArray_T<struct Pool_c::Group_s,class A_T<unsigned int,const char *> >" } })
+    {
+        char szResult[256];
+        ArrayTypeName(szSpelled, szResult, sizeof szResult);
+        EXPECT_STREQ(szResult, szType) << szSpelled;
     }
 }
 

@@ -1,26 +1,22 @@
 #include "zqcore/carray.h"
-#include "zqcore/cstring.h"
 
-#include <cctype>
+#include "zqcore/cdebug_spelling_internal.h"
+
 #include <cstring>
+#include <string_view>
 
 namespace
 {
-    // Of a name with its scopes.
-    bool IsNameChar(char c)
+    // The keyword before a type's name, which follows from the name's ending.
+    std::string_view KeywordOf(std::string_view sName)
     {
-        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == ':';
+        return sName.ends_with("_c")                            ? "class "
+               : sName.ends_with("_t") || sName.ends_with("_s") ? "struct "
+               : sName.ends_with("_e")                          ? "enum "
+                                                                : "";
     }
 
-    // The word that stands in front of a type's name, told by the name's ending.
-    char const * KeywordOf(char const * pName, std::size_t nName)
-    {
-        auto const Ends = [=](char const * szTail)
-        { return nName > 2 && std::strncmp(pName + nName - 2, szTail, 2) == 0; };
-        return Ends("_c") ? "class " : Ends("_t") || Ends("_s") ? "struct " : Ends("_e") ? "enum " : "";
-    }
-
-    // Where the array's own type stands in the compiler's spelling of a function.
+    // Returns where the array's own type begins in the spelling.
     char const * FindType(char const * szFunction)
     {
         char const * const pType = std::strstr(szFunction, "SortedArray_T<");
@@ -31,52 +27,49 @@ namespace
 void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize)
 {
     std::size_t nOut = 0;
-    auto const Put = [&](char const * pText, std::size_t nText)
-    {
-        for (std::size_t i = 0; i < nText && nOut + 1 < nSize; ++i)
-        {
-            szBuffer[nOut++] = pText[i];
-        }
-    };
+    auto const Put = [&](std::string_view sText) { nOut += sText.copy(szBuffer + nOut, nSize - 1 - nOut); };
 
+    char const * const szType = FindType(szFunction);
     int iDepth = 0;
-    for (char const * p = FindType(szFunction); *p; ++p)
+    bool bAfterName = false;
+    for (char const * p = szType; *p;)
     {
-        if (IsNameChar(*p))
+        char const * const pName = p;
+        p = SpelledNameEnd(szType, p);
+        if (p != pName)
         {
-            char const * const pName = p;
-            while (IsNameChar(p[1]))
-            {
-                ++p;
-            }
-            auto const nName = static_cast<std::size_t>(p + 1 - pName);
-            bool const bInScope = *pName == ':';   // of a template's instance
-            bool const bSecondWord = nOut > 0 && IsNameChar(szBuffer[nOut - 1]);
-            bool const bTemplate = iDepth > 0 && p[1] == '<';
-            char const * const szKeyword = bInScope ? "" : bTemplate ? "class " : KeywordOf(pName, nName);
-            Put(" ", bSecondWord ? 1 : 0);
-            Put(szKeyword, std::strlen(szKeyword));
-            Put(pName, nName);
+            std::string_view const sName(pName, static_cast<std::size_t>(p - pName));
+            bool const bInScope = sName.starts_with(':');   // of a template's instance
+            bool const bTemplate = iDepth > 0 && *p == '<';
+            Put(bAfterName ? " " : "");
+            Put(bInScope ? "" : bTemplate ? "class " : KeywordOf(sName));
+            Put(sName);
+            bAfterName = true;
+            continue;
         }
-        else if (*p == '*')
+        char const c = *p++;
+        if (c == '*')
         {
-            Put(" *", 2);
+            Put(" *");
         }
-        else if (*p == '<' || *p == ',')
+        else if (c == '<' || c == ',')
         {
-            iDepth += *p == '<';
-            Put(p, 1);
+            iDepth += c == '<';
+            Put({ &c, 1 });
         }
-        else if (*p == '>')
+        else if (c == '>')
         {
-            bool const bNested = nOut > 0 && szBuffer[nOut - 1] == '>';
-            Put(" >", bNested ? 2 : 0);
-            Put(">", bNested ? 0 : 1);
+            Put(nOut > 0 && szBuffer[nOut - 1] == '>' ? " >" : ">");
             if (--iDepth == 0)
             {
                 break;
             }
         }
+        else
+        {
+            continue;
+        }
+        bAfterName = false;
     }
     szBuffer[nOut] = '\0';
 }

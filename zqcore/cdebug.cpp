@@ -3,6 +3,7 @@
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
+#include "zqcore/cdebug_spelling_internal.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/clog.h"
 #include "zqcore/clog_format_internal.h"
@@ -16,12 +17,9 @@
 #include "platform/window.h"
 
 #include <atomic>
-#include <cctype>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 constinit bool g_silentMode = false;
 constinit bool g_bEnableWarnings = false;
@@ -163,85 +161,6 @@ namespace
         return true;
     }
 
-    constexpr char OPERATOR[] = "operator";
-
-    // Whether the word at p is the one that begins an operator's name.
-    bool IsOperator(char const * szText, char const * p)
-    {
-        auto const IsNameChar = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
-        std::size_t const nWord = std::strlen(OPERATOR);
-        return std::strncmp(p, OPERATOR, nWord) == 0 && !IsNameChar(p[nWord]) && (p == szText || !IsNameChar(p[-1]));
-    }
-
-    // Where the bracket at p closes; p where it does not.
-    char const * ClosingBracket(char const * p)
-    {
-        int iDepth = 0;
-        for (char const * pClose = p; *pClose; ++pClose)
-        {
-            iDepth += (*pClose == '(') - (*pClose == ')');
-            if (iDepth == 0)
-            {
-                return pClose;
-            }
-        }
-        return p;
-    }
-
-    // Whether the bracket at p is part of a type or a name: "decltype(...)", or "function()::" before a local class.
-    bool IsBracketInside(char const * szFunction, char const * p)
-    {
-        constexpr std::string_view DECLTYPE = "decltype";
-        std::string_view sAhead(szFunction, static_cast<std::size_t>(p - szFunction));
-        sAhead.remove_suffix(sAhead.ends_with(' ') ? 1 : 0);
-        return sAhead.ends_with(DECLTYPE) || std::strncmp(ClosingBracket(p), ")::", 3) == 0;
-    }
-
-    // Whether the bracket at p holds the name: "type (*function(arguments))(arguments of the type)".
-    bool IsBracketOfName(char const * szFunction, char const * p)
-    {
-        return p > szFunction && std::strchr(" *&(", p[-1]) != nullptr;
-    }
-
-    // "class::function" out of the compiler's "type class::function(arguments) const [with ...]".
-    void ShortFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize)
-    {
-        char const * pStart = szFunction;
-        char const * p = szFunction;
-        for (int iDepth = 0; *p; ++p)
-        {
-            if (iDepth == 0 && *p == '(' && std::strncmp(p, "(anonymous", 10) != 0)
-            {
-                if (IsBracketInside(szFunction, p))
-                {
-                    p = ClosingBracket(p);
-                }
-                else if (IsBracketOfName(szFunction, p))
-                {
-                    pStart = p + 1;
-                }
-                else
-                {
-                    break;
-                }
-                continue;
-            }
-            if (iDepth == 0 && IsOperator(szFunction, p))   // what follows may hold blanks and all kinds of brackets
-            {
-                p += std::strlen(OPERATOR);
-                p += std::strncmp(p, "()", 2) == 0 ? 2 : 0;
-                p += std::strcspn(p, "(");
-                break;
-            }
-            iDepth += (*p == '<' || *p == '(') - (*p == '>' || *p == ')');
-            if (iDepth == 0 && (*p == ' ' || *p == '*' || *p == '&'))
-            {
-                pStart = p + 1;
-            }
-        }
-        std::snprintf(szBuffer, nSize, "%.*s", static_cast<int>(p - pStart), pStart);
-    }
-
     // Asks while the listeners know that the program is stopped, also if one of them or the dialog throws. The answer.
     template <typename ASK>
     int WhileStopped(ASK Ask)
@@ -261,13 +180,18 @@ namespace
         return iAnswer;
     }
 
-    // The text of a dialog of LOCATED_SIZE bytes, for the kept location.
-    void Compose(char * szDialog, char const * szWhat, char const * szTail, char const * fmt, std::va_list args)
+    // Begins the text of a located complaint's dialog, of LOCATED_SIZE bytes. Returns where the message goes.
+    char * BeginLocated(char * szDialog, char const * szWhat)
     {
-        char * p = szDialog + std::sprintf(szDialog, "%s: \t", szWhat);
-        p += FormatLine(p, DebugMessages_c::TEXT_SIZE, fmt, args);
-        std::snprintf(p, LOCATED_SIZE - static_cast<std::size_t>(p - szDialog), "%s\r\nFile: \t%s\r\nLine:\t%d", szTail,
-            t_szFile, t_iLine);
+        return szDialog + std::sprintf(szDialog, "%s: \t", szWhat);
+    }
+
+    // Appends the tail and the kept location to the message.
+    void EndLocated(char * szDialog, char const * szTail)
+    {
+        std::size_t const nText = std::strlen(szDialog);
+        std::snprintf(
+            szDialog + nText, LOCATED_SIZE - nText, "%s\r\nFile: \t%s\r\nLine:\t%d", szTail, t_szFile, t_iLine);
     }
 
     int BreakIfWanted(int iAnswer)
@@ -329,10 +253,7 @@ void AssertFailed(char const * fmt, ...)
     plat::WindowSystemGet().fnShowCursor();
 
     char szText[TEXT_SIZE];
-    std::va_list args;
-    va_start(args, fmt);
-    FormatLine(szText, TEXT_SIZE, fmt, args);
-    va_end(args);
+    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
     LogText(szText);
 
     int const iAnswer = WhileStopped([&szText] { return AskAfterAssertion(szText); });
@@ -349,10 +270,7 @@ void AssertFailed(char const * fmt, ...)
 void Warning(char const * fmt, ...)
 {
     char szText[TEXT_SIZE];
-    std::va_list args;
-    va_start(args, fmt);
-    FormatLine(szText, TEXT_SIZE, fmt, args);
-    va_end(args);
+    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
     LogText(szText);
 
     TellWarning(szText);
@@ -365,10 +283,7 @@ void Warning(char const * fmt, ...)
 void Achtung(char const * fmt, ...)
 {
     char szText[TEXT_SIZE + sizeof YES_NO_TAIL];
-    std::va_list args;
-    va_start(args, fmt);
-    FormatLine(szText, TEXT_SIZE, fmt, args);
-    va_end(args);
+    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
     if (!RememberAchtung(szText))
     {
         return;
@@ -399,10 +314,7 @@ void Achtung(char const * fmt, ...)
 void Abort(char const * fmt, ...)
 {
     char szText[TEXT_SIZE];
-    std::va_list args;
-    va_start(args, fmt);
-    FormatLine(szText, TEXT_SIZE, fmt, args);
-    va_end(args);
+    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
     LogText(szText);
 
     if (Is(WhileStopped([&szText] { return AskBeforeAbort(szText); }), plat::DialogAnswer_e::Cancel))
@@ -415,7 +327,7 @@ void Abort(char const * fmt, ...)
 void AssertReport(char const * szCondition, char const * szFile, char const * szFunction, int iLine)
 {
     char szName[256];
-    ShortFunctionName(szFunction, szName, sizeof szName);
+    SpelledFunctionName(szFunction, szName, sizeof szName);
     Debugf("%s(%i) : Assert() failed", szFile, iLine);
     AssertFailed("Assert failed, %s, %s, %s, %i", szCondition, szFile, szName, iLine);
 }
@@ -424,13 +336,10 @@ void AssertReportEx(
     char const * szCondition, char const * szFile, char const * szFunction, int iLine, char const * fmt, ...)
 {
     char szText[TEXT_SIZE];
-    std::va_list args;
-    va_start(args, fmt);
-    FormatLine(szText, TEXT_SIZE, fmt, args);
-    va_end(args);
+    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
 
     char szName[256];
-    ShortFunctionName(szFunction, szName, sizeof szName);
+    SpelledFunctionName(szFunction, szName, sizeof szName);
     Debugf("%s(%i) : AssertEx() failed", szFile, iLine);
     AssertFailed("AssertEx failed, %s, %s, %s, %s, %i", szCondition, szText, szFile, szName, iLine);
 }
@@ -463,10 +372,8 @@ DebugMessages_c::Internal_t DebugMessages_c::SetLocation(char const * sFile, int
 int DebugMessages_c::DebugErrorInternal(char const * fmt, ...)
 {
     char szDialog[LOCATED_SIZE];
-    std::va_list args;
-    va_start(args, fmt);
-    Compose(szDialog, "Error", OK_TAIL, fmt, args);
-    va_end(args);
+    ZQ_FORMAT_LINE(BeginLocated(szDialog, "Error"), TEXT_SIZE, fmt);
+    EndLocated(szDialog, OK_TAIL);
     int const iAnswer = DropMessageBox("Error", szDialog, MESSAGE_OK_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TASK_MODAL);
     return BreakIfWanted(iAnswer);
 }
@@ -474,10 +381,8 @@ int DebugMessages_c::DebugErrorInternal(char const * fmt, ...)
 int DebugMessages_c::DebugWarningInternal(char const * fmt, ...)
 {
     char szDialog[LOCATED_SIZE];
-    std::va_list args;
-    va_start(args, fmt);
-    Compose(szDialog, "Warning", YES_NO_TAIL, fmt, args);
-    va_end(args);
+    ZQ_FORMAT_LINE(BeginLocated(szDialog, "Warning"), TEXT_SIZE, fmt);
+    EndLocated(szDialog, YES_NO_TAIL);
     int const iAnswer =
         DropMessageBox("Warning", szDialog, MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
     return BreakIfWanted(iAnswer);

@@ -1,0 +1,117 @@
+#include "zqcore/cdebug_spelling_internal.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace
+{
+    constexpr std::string_view OPERATOR = "operator";
+
+    // Of a name with its scopes.
+    bool IsNameChar(char c)
+    {
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == ':';
+    }
+
+    // Returns where the bracket at p closes; p if it does not.
+    char const * ClosingBracket(char const * p)
+    {
+        int iDepth = 0;
+        for (char const * pClose = p; *pClose; ++pClose)
+        {
+            iDepth += (*pClose == '(') - (*pClose == ')');
+            if (iDepth == 0)
+            {
+                return pClose;
+            }
+        }
+        return p;
+    }
+
+    // Whether the bracket at p is part of a name: "(anonymous namespace)", "decltype(...)" or "decltype (...)", or
+    // "function(...)::" before a local class.
+    bool IsBracketInName(char const * szText, char const * p)
+    {
+        std::string_view sBefore(szText, static_cast<std::size_t>(p - szText));
+        sBefore.remove_suffix(sBefore.ends_with(' ') ? 1 : 0);
+        return std::strncmp(p, "(anonymous", 10) == 0 || sBefore.ends_with("decltype")
+               || std::strncmp(ClosingBracket(p), ")::", 3) == 0;
+    }
+
+    // Whether the bracket at p holds the function's name: "type (*function(arguments))(arguments of the type)".
+    bool IsBracketAroundName(char const * szText, char const * p)
+    {
+        return p > szText && std::strchr(" *&(", p[-1]) != nullptr;
+    }
+
+    // Whether a name ends with the word that begins an operator's name.
+    bool EndsWithOperator(std::string_view sName)
+    {
+        return sName == OPERATOR || sName.ends_with("::operator");
+    }
+
+    // Returns the end of an operator's name from the end of that word on. It may hold blanks and all kinds of brackets.
+    char const * OperatorEnd(char const * p)
+    {
+        p += std::strncmp(p, "()", 2) == 0 ? 2 : 0;
+        return p + std::strcspn(p, "(");
+    }
+}
+
+char const * SpelledNameEnd(char const * szText, char const * p)
+{
+    constexpr std::string_view UNNAMED = "{anonymous}";
+    for (;;)
+    {
+        if (IsNameChar(*p))
+        {
+            ++p;
+        }
+        else if (*p == '(' && IsBracketInName(szText, p))
+        {
+            p = ClosingBracket(p) + 1;
+        }
+        else if (std::strncmp(p, UNNAMED.data(), UNNAMED.size()) == 0)
+        {
+            p += UNNAMED.size();
+        }
+        else
+        {
+            return p;
+        }
+    }
+}
+
+void SpelledFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize)
+{
+    char const * pStart = szFunction;
+    char const * p = szFunction;
+    for (int iDepth = 0; *p;)
+    {
+        char const * const pName = p;
+        p = SpelledNameEnd(szFunction, p);
+        if (iDepth == 0 && EndsWithOperator({ pName, static_cast<std::size_t>(p - pName) }))
+        {
+            p = OperatorEnd(p);
+            break;
+        }
+        if (iDepth == 0 && *p == '(')
+        {
+            if (!IsBracketAroundName(szFunction, p))
+            {
+                break;
+            }
+            pStart = ++p;
+            continue;
+        }
+        iDepth += (*p == '<' || *p == '(') - (*p == '>' || *p == ')');
+        if (iDepth == 0 && (*p == ' ' || *p == '*' || *p == '&'))
+        {
+            pStart = p + 1;
+        }
+        p += *p != '\0';
+    }
+    std::snprintf(szBuffer, nSize, "%.*s", static_cast<int>(p - pStart), pStart);
+}
