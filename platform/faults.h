@@ -16,12 +16,17 @@
 
 namespace plat
 {
+    // Codes of faults. A system raises those that it knows.
+    inline constexpr std::uint32_t FAULT_GUARD_PAGE = 0x80000001;
     inline constexpr std::uint32_t FAULT_MISALIGNED = 0x80000002;
     inline constexpr std::uint32_t FAULT_BREAKPOINT = 0x80000003;
     inline constexpr std::uint32_t FAULT_SINGLE_STEP = 0x80000004;
     inline constexpr std::uint32_t FAULT_ACCESS = 0xC0000005;
     inline constexpr std::uint32_t FAULT_IN_PAGE = 0xC0000006;
+    inline constexpr std::uint32_t FAULT_INVALID_HANDLE = 0xC0000008;
     inline constexpr std::uint32_t FAULT_ILLEGAL_INSTRUCTION = 0xC000001D;
+    inline constexpr std::uint32_t FAULT_NONCONTINUABLE = 0xC0000025;
+    inline constexpr std::uint32_t FAULT_INVALID_DISPOSITION = 0xC0000026;
     inline constexpr std::uint32_t FAULT_ARRAY_BOUNDS = 0xC000008C;
     inline constexpr std::uint32_t FAULT_FLOAT_DENORMAL = 0xC000008D;
     inline constexpr std::uint32_t FAULT_FLOAT_DIVIDE = 0xC000008E;

@@ -7,6 +7,7 @@
 #include "zqcore/cserializer.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctimer.h"
+#include "zqcore/cwidepath_internal.h"
 
 #include "platform/process.h"
 
@@ -22,7 +23,6 @@ void (*CounterSync)(FunctionCounters_e, char const *) = CounterSync_Default;
 
 namespace
 {
-    constexpr std::size_t PATH_SIZE = 1024;
     constexpr double FIRST_DELTA = 1.0 / 30.0;
     constexpr unsigned FIRST_KEYBOARD_MESSAGE = 0x100;
     constexpr unsigned LAST_KEYBOARD_MESSAGE = 0x109;
@@ -32,8 +32,8 @@ namespace
 
     bool GoToFolderOfExecutable()
     {
-        wchar_t wszPath[PATH_SIZE];
-        if (!plat::ProcessExecutablePath(wszPath, PATH_SIZE))
+        wchar_t wszPath[WIDE_PATH_SIZE];
+        if (!plat::ProcessExecutablePath(wszPath, WIDE_PATH_SIZE))
         {
             return false;
         }

@@ -7,6 +7,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/clog_format_internal.h"
 #include "zqcore/clog_internal.h"
+#include "zqcore/cwidepath_internal.h"
 
 #include "platform/clock.h"
 #include "platform/dialog.h"
@@ -28,12 +29,12 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t PATH_SIZE = 1024;
+    constexpr std::size_t REPORT_PATH_SIZE = 1024;   // bytes
     constexpr std::size_t CRASH_LINE_SIZE = 1024;
     constexpr std::size_t EXCEPTION_TEXT_SIZE = 512;
 
-    wchar_t g_wszFolder[PATH_SIZE];
-    wchar_t g_wszLogFile[PATH_SIZE];
+    wchar_t g_wszFolder[WIDE_PATH_SIZE];
+    wchar_t g_wszLogFile[WIDE_PATH_SIZE];
     plat::FaultFilter_t g_fnFormer = nullptr;
 
     // Of the report that is being written.
@@ -48,35 +49,29 @@ namespace
         char const * szName;
     };
     constexpr FaultName_t FAULT_NAMES[] = {
-        { 0xC0000005, "ACCESS_VIOLATION" },
-        { 0x80000001, "GUARD_PAGE" },
-        { 0x80000002, "DATATYPE_MISALIGNMENT" },
-        { 0x80000003, "BREAKPOINT" },
-        { 0x80000004, "SINGLE_STEP" },
-        { 0xC0000006, "IN_PAGE_ERROR" },
-        { 0xC0000008, "INVALID_HANDLE" },
-        { 0xC000001D, "ILLEGAL_INSTRUCTION" },
-        { 0xC0000025, "NONCONTINUABLE_EXCEPTION" },
-        { 0xC0000026, "INVALID_DISPOSITION" },
-        { 0xC000008C, "ARRAY_BOUNDS_EXCEEDED" },
-        { 0xC000008D, "FLT_DENORMAL_OPERAND" },
-        { 0xC000008E, "FLT_DIVIDE_BY_ZERO" },
-        { 0xC000008F, "FLT_INEXACT_RESULT" },
-        { 0xC0000090, "FLT_INVALID_OPERATION" },
-        { 0xC0000091, "FLT_OVERFLOW" },
-        { 0xC0000092, "FLT_STACK_CHECK" },
-        { 0xC0000093, "FLT_UNDERFLOW" },
-        { 0xC0000094, "INT_DIVIDE_BY_ZERO" },
-        { 0xC0000095, "INT_OVERFLOW" },
-        { 0xC0000096, "PRIV_INSTRUCTION" },
-        { 0xC00000FD, "STACK_OVERFLOW" },
+        { plat::FAULT_ACCESS, "ACCESS_VIOLATION" },
+        { plat::FAULT_GUARD_PAGE, "GUARD_PAGE" },
+        { plat::FAULT_MISALIGNED, "DATATYPE_MISALIGNMENT" },
+        { plat::FAULT_BREAKPOINT, "BREAKPOINT" },
+        { plat::FAULT_SINGLE_STEP, "SINGLE_STEP" },
+        { plat::FAULT_IN_PAGE, "IN_PAGE_ERROR" },
+        { plat::FAULT_INVALID_HANDLE, "INVALID_HANDLE" },
+        { plat::FAULT_ILLEGAL_INSTRUCTION, "ILLEGAL_INSTRUCTION" },
+        { plat::FAULT_NONCONTINUABLE, "NONCONTINUABLE_EXCEPTION" },
+        { plat::FAULT_INVALID_DISPOSITION, "INVALID_DISPOSITION" },
+        { plat::FAULT_ARRAY_BOUNDS, "ARRAY_BOUNDS_EXCEEDED" },
+        { plat::FAULT_FLOAT_DENORMAL, "FLT_DENORMAL_OPERAND" },
+        { plat::FAULT_FLOAT_DIVIDE, "FLT_DIVIDE_BY_ZERO" },
+        { plat::FAULT_FLOAT_INEXACT, "FLT_INEXACT_RESULT" },
+        { plat::FAULT_FLOAT_INVALID, "FLT_INVALID_OPERATION" },
+        { plat::FAULT_FLOAT_OVERFLOW, "FLT_OVERFLOW" },
+        { plat::FAULT_FLOAT_STACK, "FLT_STACK_CHECK" },
+        { plat::FAULT_FLOAT_UNDERFLOW, "FLT_UNDERFLOW" },
+        { plat::FAULT_INTEGER_DIVIDE, "INT_DIVIDE_BY_ZERO" },
+        { plat::FAULT_INTEGER_OVERFLOW, "INT_OVERFLOW" },
+        { plat::FAULT_PRIVILEGED, "PRIV_INSTRUCTION" },
+        { plat::FAULT_STACK_OVERFLOW, "STACK_OVERFLOW" },
     };
-
-    void Keep(wchar_t * wszTo, wchar_t const * wszFrom)
-    {
-        std::wcsncpy(wszTo, wszFrom, PATH_SIZE - 1);
-        wszTo[PATH_SIZE - 1] = L'\0';
-    }
 
     char const * FaultName(std::uint32_t nCode)
     {
@@ -102,12 +97,13 @@ namespace
     // Folder and local time, with szMore to tell reports of a second apart. A path that does not fit is none.
     void ReportPath(char * szPath, char const * szMore)
     {
-        plat::Utf8FromWide(szPath, PATH_SIZE, g_wszFolder);
+        plat::Utf8FromWide(szPath, REPORT_PATH_SIZE, g_wszFolder);
         std::size_t const nFolder = std::strlen(szPath);
         plat::LocalTime_t const Time = plat::LocalTimeByKept();
-        int const nName = std::snprintf(szPath + nFolder, PATH_SIZE - nFolder, "/CrashReport_%d.%d.%d__%d_%d_%d%s.rpt",
-            Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond, szMore);
-        if (nFolder + static_cast<std::size_t>(nName) >= PATH_SIZE)
+        int const nName =
+            std::snprintf(szPath + nFolder, REPORT_PATH_SIZE - nFolder, "/CrashReport_%d.%d.%d__%d_%d_%d%s.rpt",
+                Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond, szMore);
+        if (nFolder + static_cast<std::size_t>(nName) >= REPORT_PATH_SIZE)
         {
             szPath[0] = '\0';
         }
@@ -276,8 +272,8 @@ ExceptionReport_c::~ExceptionReport_c()
 
 void ExceptionReport_c::SetLogFileName(wchar_t const * sFolder, wchar_t const * sName)
 {
-    Keep(g_wszFolder, sFolder);
-    Keep(g_wszLogFile, sName);
+    CopyWidePath(g_wszFolder, sFolder);
+    CopyWidePath(g_wszLogFile, sName);
     plat::LocalTimeKeep();
 }
 
@@ -289,7 +285,7 @@ void ExceptionReport_c::SetSymbolHelper(char const * szPath)
 void ExceptionReport_c::SetReportFileAutoName()
 {
     constexpr std::size_t ENDING = 3;
-    if (!plat::ProcessExecutablePath(g_wszLogFile, PATH_SIZE))
+    if (!plat::ProcessExecutablePath(g_wszLogFile, WIDE_PATH_SIZE))
     {
         g_wszLogFile[0] = L'\0';
     }
@@ -312,7 +308,7 @@ wchar_t const * ExceptionReport_c::GetLogFileName() const
 
 long ExceptionReport_c::UnhandledExceptionFilter(plat::FaultPointers_t const * pFault)
 {
-    char szPath[PATH_SIZE];
+    char szPath[REPORT_PATH_SIZE];
     if (plat::ProcessIsSecure())
     {
         Guarded(HOST_LIMIT, [] { Log("No crash log saved: this process has rights that its caller lacks"); });

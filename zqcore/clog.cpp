@@ -7,6 +7,7 @@
 #include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctimer.h"
+#include "zqcore/cwidepath_internal.h"
 
 #include "platform/clock.h"
 #include "platform/debugger.h"
@@ -28,7 +29,6 @@ constinit int g_iLogFrameCounter = 0;
 
 namespace
 {
-    constexpr std::size_t PATH_SIZE = 1024;
     constexpr std::size_t LINE_SIZE = LOG_LINE_LENGTH + 1;
     constexpr char DUMP_RULE[] =
         "---------------------------------------------------------------------------------------------------";
@@ -36,8 +36,8 @@ namespace
 
     using Listener_t = void (*)(char const *);
 
-    wchar_t g_wszFolder[PATH_SIZE];
-    wchar_t g_wszFile[PATH_SIZE];
+    wchar_t g_wszFolder[WIDE_PATH_SIZE];
+    wchar_t g_wszFile[WIDE_PATH_SIZE];
     constinit Link_T<Listener_t> * g_pListeners = nullptr;
     constinit bool g_bOpened = false;   // LogInit has made the log's file
     constinit LogStream_c g_MessageLog;
@@ -47,12 +47,6 @@ namespace
 
     constinit plat::Lock_c g_LimitLock;   // held by the thread that begins a file anew
     plat::ForkLock_c const g_LimitForkLock(g_LimitLock);
-
-    void CopyPath(wchar_t * wszTo, wchar_t const * wszFrom)
-    {
-        std::wcsncpy(wszTo, wszFrom ? wszFrom : L"", PATH_SIZE - 1);
-        wszTo[PATH_SIZE - 1] = L'\0';
-    }
 
     // Room for a line, and ahead of it for what the message log puts there.
     class Line_c
@@ -65,13 +59,13 @@ namespace
     };
 
     // Folder and name as one path, with the folder's levels created.
-    void FullPath(wchar_t * wszPath, wchar_t const * wszName)
+    void FullPath(wchar_t (&wszPath)[WIDE_PATH_SIZE], wchar_t const * wszName)
     {
-        wchar_t wszFolder[PATH_SIZE];
-        CopyPath(wszFolder, g_wszFolder);
+        wchar_t wszFolder[WIDE_PATH_SIZE];
+        CopyWidePath(wszFolder, g_wszFolder);
         LogCreateFolders(wszFolder);
-        CopyPath(wszPath, wszFolder);
-        std::wcsncat(wszPath, wszName, PATH_SIZE - 1 - std::wcslen(wszPath));
+        CopyWidePath(wszPath, wszFolder);
+        std::wcsncat(wszPath, wszName, WIDE_PATH_SIZE - 1 - std::wcslen(wszPath));
     }
 
     wchar_t const * FileNameOrDefault()
@@ -81,7 +75,7 @@ namespace
 
     void MessageLogPath(char (&szPath)[LogStream_c::PATH_SIZE])
     {
-        wchar_t wszPath[PATH_SIZE];
+        wchar_t wszPath[WIDE_PATH_SIZE];
         FullPath(wszPath, FileNameOrDefault());
         plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
     }
@@ -245,7 +239,7 @@ void LogCreateFolders(wchar_t * sFolder)
         *p = L'\0';
         if (p != sFolder)
         {
-            char szLevel[PATH_SIZE * 4];
+            char szLevel[WIDE_PATH_UTF8_SIZE];
             plat::Utf8FromWide(szLevel, sizeof szLevel, sFolder);
             plat::FolderCreate(szLevel);
         }
@@ -255,11 +249,11 @@ void LogCreateFolders(wchar_t * sFolder)
 
 void LogSetFile(wchar_t const * sFolder, wchar_t const * sName)
 {
-    CopyPath(g_wszFolder, sFolder);
-    CopyPath(g_wszFile, sName);
-    plat::ProcessMakeAbsolute(g_wszFolder, PATH_SIZE);
+    CopyWidePath(g_wszFolder, sFolder);
+    CopyWidePath(g_wszFile, sName);
+    plat::ProcessMakeAbsolute(g_wszFolder, WIDE_PATH_SIZE);
 
-    wchar_t wszPath[PATH_SIZE];
+    wchar_t wszPath[WIDE_PATH_SIZE];
     FullPath(wszPath, FileNameOrDefault());
     g_ExceptionReport.SetLogFileName(g_wszFolder, wszPath);
 }
@@ -388,10 +382,7 @@ void Logc(bool bCondition, char const * fmt, ...)
 void Debugf(char const * fmt, ...)
 {
     char szLine[LINE_SIZE];
-    std::va_list args;
-    va_start(args, fmt);
-    FormatLine(szLine, LINE_SIZE, fmt, args);
-    va_end(args);
+    ZQ_FORMAT_LINE(szLine, LINE_SIZE, fmt);
     plat::DebugOutput(szLine);
     plat::DebugOutput("\n");
 }

@@ -1,6 +1,8 @@
 // clog_internal.h: what the logs share, and what the crash report and the heap's report at exit need of them.
 #pragma once
 
+#include "zqcore/cwidepath_internal.h"
+
 #include "platform/compiler.h"
 
 #include <atomic>
@@ -40,7 +42,7 @@ public:
     /// Sets the limit of all logs.
     static void SetLimit(std::uint64_t nLimit, int nFormer);
 
-    static constexpr std::size_t PATH_SIZE = 4 * 1024 + 64 + 1;   // of a path that Limit asks for
+    static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;   // bytes of a path that Limit asks for
 
     bool HasLost() const { return m_nLost.load(std::memory_order_relaxed) != 0; }
 

@@ -4,6 +4,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/clog_format_internal.h"
 #include "zqcore/clog_internal.h"
+#include "zqcore/cwidepath_internal.h"
 
 #include "platform/files.h"
 #include "platform/fork.h"
@@ -15,7 +16,6 @@
 
 namespace
 {
-    constexpr std::size_t PATH_SIZE = 1024;
     constexpr std::size_t CURRENT_FOLDER_SIZE = 1015;   // leaves room for the default folder's name
     constexpr std::size_t LINE_SIZE = LOG_LINE_LENGTH + 1;
 
@@ -33,7 +33,7 @@ namespace
         LogStream_c * pStream;
     };
 
-    wchar_t g_wszLogPath[PATH_SIZE];
+    wchar_t g_wszLogPath[WIDE_PATH_SIZE];
     constinit StringHash_T<LogFile_t, 64, 64, 1> g_sLogFiles;
     constinit LogStream_c g_Unlisted;   // of all that found no room in the table
     constinit ModuleLog_c g_ModuleLog;
@@ -42,26 +42,20 @@ namespace
     constinit plat::Lock_c g_TableLock;
     plat::ForkLock_c const g_TableForkLock(g_TableLock);
 
-    void CopyPath(wchar_t * wszTo, wchar_t const * wszFrom)
-    {
-        std::wcsncpy(wszTo, wszFrom ? wszFrom : L"", PATH_SIZE - 1);
-        wszTo[PATH_SIZE - 1] = L'\0';
-    }
-
     // Creates the folder with those on the way to it.
     ZQ_COLD void CreateLogFolder()
     {
-        wchar_t wszFolder[PATH_SIZE];
-        CopyPath(wszFolder, g_wszLogPath);
+        wchar_t wszFolder[WIDE_PATH_SIZE];
+        CopyWidePath(wszFolder, g_wszLogPath);
         LogCreateFolders(wszFolder);
-        char szFolder[PATH_SIZE * 4];
+        char szFolder[WIDE_PATH_UTF8_SIZE];
         plat::Utf8FromWide(szFolder, sizeof szFolder, wszFolder);
         plat::FolderCreate(szFolder);
     }
 
     void PathInLogPath(char const * szName, char (&szPath)[LogStream_c::PATH_SIZE])
     {
-        std::size_t const nFolder = plat::Utf8FromWide(szPath, PATH_SIZE * 4, g_wszLogPath);
+        std::size_t const nFolder = plat::Utf8FromWide(szPath, WIDE_PATH_UTF8_SIZE, g_wszLogPath);
         char * const pName = szPath + nFolder + (nFolder ? 1 : 0);
         if (nFolder)
         {
@@ -163,7 +157,7 @@ ModuleLog_c * ModuleLog_c::Get()
 
 void ModuleLog_c::SetLogPath(wchar_t const * sPath)
 {
-    CopyPath(g_wszLogPath, sPath);
+    CopyWidePath(g_wszLogPath, sPath);
 }
 
 wchar_t const * ModuleLog_c::GetLogPath() const
@@ -184,10 +178,10 @@ bool ModuleLog_c::Initialize()
         plat::ProcessCurrentFolder(g_wszLogPath, CURRENT_FOLDER_SIZE);
         std::wcscat(g_wszLogPath, L"\\GameLogs");
     }
-    plat::ProcessMakeAbsolute(g_wszLogPath, PATH_SIZE);
+    plat::ProcessMakeAbsolute(g_wszLogPath, WIDE_PATH_SIZE);
     if (LogGetFolder()[0])
     {
-        CopyPath(g_wszLogPath, LogGetFolder());
+        CopyWidePath(g_wszLogPath, LogGetFolder());
         LogCreateFolders(g_wszLogPath);
     }
     CreateLogFolder();

@@ -1,0 +1,16 @@
+// cwidepath_internal.h: paths in wide characters, as an application hands them over.
+#pragma once
+
+#include <cstddef>
+#include <cwchar>
+
+inline constexpr std::size_t WIDE_PATH_SIZE = 1024;   // characters, with the terminator
+
+inline constexpr std::size_t WIDE_PATH_UTF8_SIZE = 4 * WIDE_PATH_SIZE;   // bytes that such a path takes in UTF-8
+
+/// Copies a path, cut at 1023 characters. Null counts as empty.
+inline void CopyWidePath(wchar_t (&wszTo)[WIDE_PATH_SIZE], wchar_t const * wszFrom)
+{
+    std::wcsncpy(wszTo, wszFrom ? wszFrom : L"", WIDE_PATH_SIZE - 1);
+    wszTo[WIDE_PATH_SIZE - 1] = L'\0';
+}
