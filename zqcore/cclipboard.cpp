@@ -24,7 +24,7 @@ namespace
         g_isOpen = false;
         g_hClipboard = nullptr;
     }
-    plat::ForkHandler_c const s_ForkHandler({ nullptr, nullptr, Forget });   // a child has the clipboard closed
+    plat::ForkHandler_c const s_ForkHandler({ nullptr, nullptr, Forget });   // a forked child has the clipboard closed
 
     bool IsOpen()
     {
@@ -32,7 +32,7 @@ namespace
         return g_isOpen;
     }
 
-    // Whether the block holds a terminated text.
+    // Returns whether the block holds a terminated text.
     bool IsText(plat::ClipboardBlock_t hBlock)
     {
         char const * const pText = plat::ClipboardBlockLock(hBlock);
@@ -41,14 +41,14 @@ namespace
         return bText;
     }
 
-    // The clipboard's text; null if it holds none, or something else under its name.
+    // Returns the clipboard's text. Null if it holds none, or other data under the text's format name.
     plat::ClipboardBlock_t FetchText()
     {
         plat::ClipboardBlock_t const hBlock = plat::ClipboardGet(g_iTextFormat);
         return IsText(hBlock) ? hBlock : nullptr;
     }
 
-    // Makes the block the clipboard's whole contents.
+    // Replaces the clipboard's whole contents by the block.
     void Install(plat::ClipboardBlock_t hNewText)
     {
         ZQ_ASSERT(hNewText != nullptr);
@@ -67,7 +67,7 @@ namespace
         }
     }
 
-    // The old text, and nAppend characters behind it.
+    // Replaces the text by the old text and nAppend further characters.
     void Append(char const * szAppend, std::size_t nAppend)
     {
         plat::ClipboardBlock_t const hNewText =

@@ -11,8 +11,8 @@
 
 namespace
 {
-    // The notes. A free note that was never used is all zeros, and the next free one is its neighbour; so the chain over
-    // all of them is there at load without a page being touched. Its end is the address behind the last note.
+    // The notes. A free note that was never used is all zeros, and the next free one is its neighbour. So the list of
+    // free notes is complete at load, and no page is touched. Its end is the address after the last note.
     constinit ComDebug_t g_dNotes[COM_REFERENCES] = {};
     constexpr ComDebug_t * NOTES_END = g_dNotes + COM_REFERENCES;
 
@@ -21,12 +21,12 @@ namespace
         return pNote->pNext ? pNote->pNext : pNote + 1;
     }
 
-    // How many references with a note the objects that begin on a page hold. Such a page is there to be read, which
-    // Release wants to know of a pointer without asking the system.
+    // Counts, for each page, the references with a note to objects that begin there. Such a page is readable, so
+    // Release can test a pointer without a system call.
     class HeldPages_c
     {
     public:
-        // The slot of the object's page, or the empty one where it would go.
+        // Returns the slot of the object's page, or the empty slot where it belongs.
         std::uint32_t SlotOf(void const * pObject) const
         {
             std::uintptr_t const iPage = PageOf(pObject);
@@ -63,7 +63,7 @@ namespace
         struct Slot_s
         {
             std::uintptr_t iPage;
-            std::uint32_t nReferences;   // 0: the slot is empty
+            std::uint32_t nReferences;   // 0 if the slot is empty
         };
 
         static std::uintptr_t PageOf(void const * pObject)
@@ -73,11 +73,11 @@ namespace
 
         static std::uint32_t Home(std::uintptr_t iPage)
         {
-            constexpr std::uint32_t GOLDEN = 2654435769u;   // 2 to the power of 32 by the golden ratio
+            constexpr std::uint32_t GOLDEN = 2654435769u;   // 2^32 divided by the golden ratio
             return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> (32 - SLOT_BITS);
         }
 
-        // Entries behind an emptied slot move up into it, as long as that brings them no further ahead than their home.
+        // Moves entries after an emptied slot into it, as long as none moves before its home slot.
         ZQ_COLD void Close(std::uint32_t iGap)
         {
             for (std::uint32_t i = (iGap + 1) % SLOTS; m_dSlots[i].nReferences != 0; i = (i + 1) % SLOTS)
@@ -95,7 +95,7 @@ namespace
     };
     constinit HeldPages_c g_HeldPages = {};
 
-    // Whether an object lies on one page, which is held.
+    // Returns whether an object lies on one page that is held.
     bool IsHeld(std::uint32_t iSlot, void const * pObject, std::size_t nBytes)
     {
         std::uintptr_t const iInPage = reinterpret_cast<std::uintptr_t>(pObject) % plat::MEMORY_PAGE;
@@ -149,7 +149,7 @@ inline bool ComObject_c::LowerCount() const
     return true;
 }
 
-// What is read may be no object at all. No member function is called on it, and no checker sees it.
+// pThis may be no object at all. No member function is called on it, and no checker sees the reads.
 ZQ_UNCHECKED inline bool ComObject_c::IsSound(ComObject_c const * pThis, void const * pObject)
 {
     return pObject == pThis && pThis->m_dwComSignature == COM_SIGNATURE && pThis->iRefCount > 0;
@@ -165,7 +165,7 @@ std::uint32_t ComObject_c::AddRef(void const * pOwner, char const * sFile, int i
     return iRefCount++;
 }
 
-// All cases, misuse among them.
+// Handles all cases, including misuse.
 std::uint32_t ComObject_c::AddRefRarely(void const * pOwner, char const * sFile, int iLine, void const * pObject) const
 {
     ZQ_ASSERT_TEXT(pObject == this, "pObject==this");
@@ -195,7 +195,7 @@ bool ComObject_c::Release(void const * pOwner, char const *, int, void const * p
     return LowerCount();
 }
 
-// All cases, misuse among them.
+// Handles all cases, including misuse.
 bool ComObject_c::ReleaseRarely(ComObject_c const * pThis, void const * pOwner, void const * pObject)
 {
     if (!CanRelease(pThis, pObject))
@@ -214,7 +214,7 @@ bool ComObject_c::ReleaseRarely(ComObject_c const * pThis, void const * pOwner, 
     return pThis->LowerCount();
 }
 
-// As IsSound, of what may be no memory at all.
+// As IsSound, for an address that may not be readable.
 ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const * pObject)
 {
     constexpr std::size_t BYTES = sizeof(ComObject_c);
@@ -276,7 +276,7 @@ int ComObject_c::GetFreeReferences()
     {
         ++nFree;
     }
-    return nFree + static_cast<int>(NOTES_END - pNote);   // from the first note that was never used on, all are free
+    return nFree + static_cast<int>(NOTES_END - pNote);   // all notes from the first unused one on are free
 }
 
 ComObject_c::~ComObject_c()
@@ -290,7 +290,7 @@ ComObject_c::~ComObject_c()
     {
         ReturnNote(m_pDebugHead);
     }
-    const_cast<std::uint32_t volatile &>(iRefCount) = 0;   // for a Release of the dead object
+    const_cast<std::uint32_t volatile &>(iRefCount) = 0;   // a Release of the dead object sees it
 }
 
 void ComObject_c::Dispose() const

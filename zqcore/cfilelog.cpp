@@ -22,7 +22,7 @@ Array_T<String_T<256>, 1024, 0> g_dCleanNames;
 
 namespace
 {
-    constexpr int LIMIT_STEP = 10;   // open handles from one warning to the next
+    constexpr int LIMIT_STEP = 10;   // open handles between two warnings
 
     constinit plat::Lock_c g_TrackerLock;   // guards the list, its limit and the count below
     plat::ForkLock_c const g_TrackerForkLock(g_TrackerLock);
@@ -34,7 +34,7 @@ namespace
         return hFile != nullptr && hFile != reinterpret_cast<void const *>(std::intptr_t{ -1 });
     }
 
-    // Copies an entry's name; false past the last. The list may change from one call to the next.
+    // Copies an entry's name. Returns false after the last. The list may change between two calls.
     bool CopyName(int iTrack, String_T<260> & sName)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
@@ -78,7 +78,7 @@ namespace
         Dump();
     }
 
-    // Lists the handle. The limit that this exceeds, else 0; bListed says whether there was room.
+    // Adds the handle to the list. Returns the limit that this exceeds, or 0. bListed becomes whether there was room.
     int List(void * hFile, char const * sName, bool & bListed)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
@@ -102,7 +102,7 @@ namespace
         return iLimit;
     }
 
-    // Takes the handle out; false if it is not there.
+    // Removes the handle. Returns false if it is not in the list.
     bool Unlist(void const * hFile)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
@@ -203,7 +203,8 @@ namespace
         return bWhole ? plat::StreamOpen(szPath, bAppend ? "a" : "w+") : nullptr;
     }
 
-    // Whether the clean log lacks the name, which then counts as written. One that is too long to be kept always does.
+    // Returns whether the clean log lacks the name, and records the name. A name that is too long to be recorded always
+    // counts as new.
     bool AddCleanName(char const * szName)
     {
         String_T<256> const sName(szName);
@@ -227,7 +228,7 @@ namespace
             if (bWrites && (Response.dwBit != FILE_LOG_CLEAN || AddCleanName(szName)))
             {
                 std::fprintf(Response.pStream, "%s\n", szName);
-                std::fflush(Response.pStream);   // the list holds what a run had opened when it crashed
+                std::fflush(Response.pStream);   // after a crash the list holds all files that were opened
             }
         }
     }
@@ -237,7 +238,7 @@ namespace
         return std::atomic_ref(File.bOpened).load(std::memory_order_relaxed);
     }
 
-    // Calls with each file, in table order.
+    // Calls a function with each file, in table order.
     template <typename CALL>
     void ForEachFile(CALL Call)
     {
@@ -247,7 +248,7 @@ namespace
         }
     }
 
-    // Whether a key has a component that leads upwards.
+    // Returns whether a key has a component that leads upwards.
     bool LeadsUp(char const * szKey)
     {
         char const * sz = szKey;
@@ -263,7 +264,7 @@ namespace
         return false;
     }
 
-    // A key with a folder in front, which relative names have, gets that folder in the clone too.
+    // A key that begins with a folder, as relative names have, gets that folder in the clone too.
     void Clone(File_c const & File)
     {
         constexpr char const * CLONE_FOLDER = ".\\LoadedMedia\\";

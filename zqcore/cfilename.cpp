@@ -6,7 +6,7 @@
 
 namespace
 {
-    // The top bit of each byte that is this character.
+    // Returns a word with the top bit set in each byte that equals this character.
     std::uint64_t EightMatches(std::uint64_t iText, char c)
     {
         constexpr std::uint64_t EACH = 0x0101010101010101u;

@@ -19,7 +19,7 @@ namespace
     constexpr char PREFIX[] = "~zq";
     constexpr int PREFIX_LENGTH = 3;
     constexpr int DIGITS = 8;
-    constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes, in the longest name of a file
+    constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes left of the longest file name
 }
 
 FileReplacement_c::Reason_t LastErrorReason()
@@ -27,7 +27,7 @@ FileReplacement_c::Reason_t LastErrorReason()
     char szError[128];
     plat::LastErrorText(szError, sizeof szError);
     FileReplacement_c::Reason_t sReason(szError);
-    sReason.Chop(1);   // the line end
+    sReason.Chop(1);   // removes the line end
     return sReason;
 }
 
@@ -55,7 +55,7 @@ FileReplacement_c::FileReplacement_c(char const * szFile, plat::Rights_e eRights
     auto nNumber = static_cast<std::uint32_t>(plat::GoodClockTicks());
     for (int i = 0; i < TRIES && !m_hFile; ++i, ++nNumber)
     {
-        char szPrefix[16];   // Va's buffers belong to all threads
+        char szPrefix[16];   // not Va, whose buffers are shared by all threads
         std::snprintf(szPrefix, sizeof szPrefix, "%s%08x-", PREFIX, nNumber);
         m_sBeside = NameBeside(m_sFile, szPrefix);
         m_hFile = plat::FileMake(m_sBeside, eRights);
@@ -164,7 +164,7 @@ bool FileReplacement_c::Replace()
         return FailAsSystem();
     }
     FileCloseTracker(m_hFile);
-    plat::FileFinish(m_hFile);   // what was synchronized can't be lost now
+    plat::FileFinish(m_hFile);   // the data was synchronized, so a failure here loses nothing
     m_hFile = nullptr;
     return true;
 }

@@ -13,10 +13,10 @@
 
 namespace
 {
-    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };         // the last one is the version of the seal
-    constexpr int MOST_PATH = 255 - 6;                      // ".old99" is added
-    constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";   // of a save that is about to become a former one
-    constexpr std::size_t MARK_FAMILY = 3;                  // bytes that every version has
+    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };         // the last character is the version of the seal
+    constexpr int MOST_PATH = 255 - 6;                      // leaves room for ".old99"
+    constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";   // prefix of a save that becomes a previous one
+    constexpr std::size_t MARK_FAMILY = 3;                  // leading bytes that all versions share
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
     constexpr std::size_t SEAL_SIZE = HEAD_SIZE + sizeof(std::uint32_t);
 
@@ -28,7 +28,7 @@ namespace
         return Value;
     }
 
-    // Whether a save ends in a seal, of this version or a newer one, that fits all before it.
+    // Returns whether a save ends in a seal, of this version or a newer one, that matches all bytes before it.
     bool IsSealed(unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes < SEAL_SIZE || std::memcmp(pData + nBytes - SEAL_SIZE, MARK, MARK_FAMILY) != 0)
@@ -45,7 +45,7 @@ namespace
                == GetCrc32Polynomial(reinterpret_cast<char const *>(pData), static_cast<int>(nBefore));
     }
 
-    // Va's buffers belong to all threads.
+    // Does not use Va, whose buffers are shared by all threads.
     String_T<16> Numbered(char const * szText, int iNumber)
     {
         char szNumbered[16];
@@ -64,7 +64,7 @@ namespace
     }
 }
 
-/// A file of no folder and no table, resident from the load on.
+/// A file without a folder or a table, resident from the load on.
 class FileSave_c::Contents_c : public File_c
 {
 public:
@@ -77,7 +77,7 @@ public:
     ~Contents_c() override
     {
         Contents_c::Close();
-        sName = "";   // nothing to look for in the table, which belongs to the main thread
+        sName = "";   // keeps the base from the table, which belongs to the main thread
     }
 
     void Refresh() override {}
@@ -155,7 +155,7 @@ String_T<256> FileSave_c::GetPath(int iFormer) const
     return iFormer > 0 ? m_sFile + Numbered(".", iFormer) : m_sFile;
 }
 
-/// Deletes what writers of this save, killed before their end, left beside it. Nobody else writes it now.
+/// Deletes files left by writers of this save that were killed. No other program writes it at this point.
 void FileSave_c::DeleteLeft()
 {
     String_T<512> sFolder(m_sFile);
@@ -221,7 +221,7 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
     delete std::exchange(m_pContents, nullptr);
     if (m_sLock.IsEmpty())
     {
-        return Say(UNREADABLE, m_sWhyNoLock);   // there is no such path
+        return Say(UNREADABLE, m_sWhyNoLock);   // the path does not exist
     }
     String_T<256> const sPath = GetPath(iFormer);
     plat::FileFacts_t Facts;
@@ -230,7 +230,8 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
     {
         return Say(ABSENT, "there is none");
     }
-    hFile = hFile ? hFile : plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);   // it may be a moment old
+    hFile =
+        hFile ? hFile : plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);   // it may have just been created
     if (!hFile)
     {
         return Say(UNREADABLE, LastErrorReason());
@@ -284,8 +285,8 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
     return false;
 }
 
-/// Gives the save its first former name too, and each former one the next, up to a name that is free. A save that has
-/// that name already, from a commit that failed, stays.
+/// Links the save to its first previous name, and renames each previous save to the next name, up to a free one. Changes
+/// nothing if a failed commit has already linked the save.
 bool FileSave_c::KeepFormer(FileReplacement_c::Reason_t & sWhyNot)
 {
     if (m_nFormer == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))

@@ -24,22 +24,22 @@ void (*g_fnTrackSleep)(int nMilliseconds) = [](int nMilliseconds)
 namespace
 {
     constexpr std::size_t BUFFER_BYTES = 4096;
-    constexpr std::size_t READ_BYTES = 4094;   // of the buffer, which a batch must fit
+    constexpr std::size_t READ_BYTES = 4094;   // part of the buffer that a batch must fit into
 
     constexpr int LOCK_TRIES = 500;
-    constexpr int LOCK_TRIES_UNSAID = 10;   // tries that are no matter for the log
-    constexpr int LOCK_WAIT = 10;           // milliseconds behind each try
+    constexpr int LOCK_TRIES_UNSAID = 10;   // tries that are not logged
+    constexpr int LOCK_WAIT = 10;           // milliseconds after each try
 
-    String_T<256> g_sTrackPath;           // the watched folder as the caller wrote it
+    String_T<256> g_sTrackPath;           // watched folder as the caller wrote it
     plat::FolderWatch_c g_hTrackFolder;   // closed while tracking is off
     alignas(4) unsigned char g_dTrackBuffer[BUFFER_BYTES];
     Array_T<String_T<256>, 1024, 0> g_dTrackIgnoreExts;
-    String_T<1024> g_sTrackProblem;   // see FileTrackGetProblem
-    unsigned g_iTrackRun = 0;         // counts starts and stops: a callback may do either
+    String_T<1024> g_sTrackProblem;   // text of FileTrackGetProblem
+    unsigned g_iTrackRun = 0;         // counts starts and stops, because a callback may do either
     bool g_bTrackWalking = false;
 
-    // The changed file of a record: the watched folder and the record's name, of which the characters up to U+00FF are
-    // taken, in UTF-8 like all names. Holds any name that a batch can.
+    // The changed file of a record: the watched folder and the record's name. The name's characters up to U+00FF are
+    // converted to UTF-8. Holds any name that a batch can hold.
     class ChangedFile_c
     {
     public:
@@ -75,10 +75,10 @@ namespace
         }
 
         std::size_t m_nLength;
-        char m_szPath[256 + BUFFER_BYTES];   // a unit of two bytes gives two bytes at most
+        char m_szPath[256 + BUFFER_BYTES];   // a unit of two bytes becomes at most two bytes
     };
 
-    // Whether nobody listens for such a file: one that is not known, or of an ignored type.
+    // Returns whether changes of this file are ignored: it is not known, or its type is ignored.
     bool IsIgnored(char const * szBare)
     {
         if (!FileExists(szBare))
@@ -89,8 +89,8 @@ namespace
         return g_dTrackIgnoreExts.Find(sExt) != nullptr;
     }
 
-    // Waits until a file can be had while nobody writes it; false if that never comes. One that is not there has nobody
-    // to wait for and fails all tries at once: whoever writes it anew causes a change of its own.
+    // Waits until a file can be opened while nobody writes it. Returns false if that does not happen. A file that does
+    // not exist fails all tries without a wait: the program that writes it again causes another change.
     bool WaitForWriters(char const * szPath)
     {
         plat::FileLockTest_c LockTest(szPath);
@@ -129,14 +129,14 @@ namespace
         g_hTrackFolder.Read(g_dTrackBuffer, READ_BYTES);
     }
 
-    // Asks for the next batch when the walk of this one ends, by an exception too, unless a callback ended the watch.
+    // Requests the next batch when the walk of this one ends, also by an exception, unless a callback ended the watch.
     struct NextRead_s
     {
         unsigned const iRun = g_iTrackRun;
         ~NextRead_s() { iRun == g_iTrackRun ? IssueRead() : void(); }
     };
 
-    // Walks the records of the batch.
+    // Walks the records of a batch.
     ZQ_COLD void WalkBatch()
     {
         NextRead_s const NextRead;
@@ -160,7 +160,7 @@ namespace
         return g_hTrackFolder.IsComplete();
     }
 
-    // Keeps and logs what is not watched, by a format that ends in the reason.
+    // Stores and logs what is not watched. The format ends in the reason.
     template <typename... ARGS>
     void SetProblem(char const * szFormat, ARGS... Args)
     {
@@ -187,10 +187,10 @@ namespace
         }
     }
 
-    // A new entry of a known folder, if it is a file by a name that is free.
+    // Adds a new entry of a known folder to the table, if it is a file whose name is free.
     void RefreshFile(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
-        bool const bDrive = Entry.szName[0] && Entry.szName[1] == ':';   // a lookup would take it for a drive
+        bool const bDrive = Entry.szName[0] && Entry.szName[1] == ':';   // a lookup would treat it as a drive
         bool const bReadable = Entry.bReachable && Entry.Facts.bRegular && plat::IsUtf8(Entry.szName);
         if (!bReadable || bDrive || FileReplacement_c::IsBeside(Entry.szName))
         {

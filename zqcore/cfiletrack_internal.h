@@ -1,5 +1,5 @@
-// cfiletrack_internal.h: the clock of the lock test, for tests. Nothing public includes it.
+// cfiletrack_internal.h: the wait function of the lock test, for tests. No public header includes it.
 #pragma once
 
-/// Waits between two tries of the lock test.
+/// Called to wait between two tries of the lock test.
 extern void (*g_fnTrackSleep)(int nMilliseconds);

@@ -110,7 +110,8 @@ namespace Tessel
             return;
         }
         ValueScope_T const Collecting(s_bCollecting, true);
-        s_iEpoch = static_cast<int>(static_cast<unsigned>(s_iEpoch) + 1);   // only told apart, so it may wrap
+        s_iEpoch =
+            static_cast<int>(static_cast<unsigned>(s_iEpoch) + 1);   // only compared for equality, so it may wrap
         g_Root.MarkReachable();
         for (GcObj *pObject = s_pObjects, *pNext; pObject; pObject = pNext)
         {
@@ -129,7 +130,7 @@ namespace Tessel
         while (GcObj * const pObject = s_pCondemned)
         {
             pObject->TakeOff();
-            pObject->PutOn(s_pObjects);   // where its destructor finds it
+            pObject->PutOn(s_pObjects);   // its destructor looks for it there
             delete pObject;
         }
     }
@@ -140,7 +141,7 @@ namespace Tessel
         delete pObject;
     }
 
-    // Follows the references from object to object by a list through the objects themselves.
+    // Follows the references by a list through the objects themselves, without recursion.
     void GcObj::MarkReachable()
     {
         m_iEpoch = s_iEpoch;

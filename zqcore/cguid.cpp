@@ -14,7 +14,7 @@ namespace
 
     constexpr int TEXT_LENGTH = 36;
 
-    // Whether what a status says of the new identifier allows to use it; complains if it does not, or might not.
+    // Returns whether an identifier of this status may be used. Complains if it may not, or only perhaps.
     bool IsUsable(std::uint32_t dwStatus)
     {
         switch (dwStatus & 0xFFFF)
@@ -41,7 +41,7 @@ namespace
         return iChar == 8 || iChar == 13 || iChar == 18 || iChar == 23;
     }
 
-    // Reads the 16 bytes of a text in the order in which they stand there.
+    // Reads the 16 bytes in their order in the text.
     bool BytesFromText(char const * szText, unsigned char (&dBytes)[16])
     {
         if (!szText || StrLengthMax(szText, TEXT_LENGTH + 1) != TEXT_LENGTH)

@@ -3,7 +3,7 @@
 
 #include "zqcore/cstring.h"
 
-/// The value of a digit of either case; -1 for any other character.
+/// Returns the value of a digit of either case, or -1 for any other character.
 inline int HexDigitValue(char c)
 {
     char const cLower = CharToLower(c);

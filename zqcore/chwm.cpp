@@ -57,7 +57,7 @@ void StaticMemoryPool_c::AddGroup(unsigned int element_size, unsigned int elemen
     }
     if (nGroups == MAX_GROUPS)
     {
-        // The array's own complaint, made here: the array itself would replace its last class.
+        // Asserts in place of the array, which would replace its last class.
         ZQ_ASSERT_TEXT(nGroups < MAX_GROUPS, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
         return;
     }
@@ -71,14 +71,14 @@ void StaticMemoryPool_c::SetPools()
 {
     for (unsigned int i = 0; i <= STEPS; ++i)
     {
-        unsigned int const nSmallest = i == 0 ? 0 : (i - 1) * STEP + 1;   // of the sizes that take this many steps
+        unsigned int const nSmallest = i == 0 ? 0 : (i - 1) * STEP + 1;   // smallest size that takes this many steps
         auto const * const pGroup = std::find_if(m_dGroups.begin(), m_dGroups.end(),
             [nSmallest](AllocGroup_s const & Group) { return Group.element_size >= nSmallest; });
         m_dPools[i] = pGroup != m_dGroups.end() && pGroup->element_size >= i * STEP ? pGroup->pPool : nullptr;
     }
 }
 
-// All cases, large blocks and those that end in Abort among them.
+// Handles all cases, including large blocks and those that end in Abort.
 void * StaticMemoryPool_c::AllocRarely(unsigned int nBytes, bool bArray)
 {
     char const * const sName = m_sName;
@@ -90,7 +90,7 @@ void * StaticMemoryPool_c::AllocRarely(unsigned int nBytes, bool bArray)
         }
         GigaPoolResizeable_c * const pPool = Group.pPool;
         ZQ_ASSERT(pPool);
-        bool const bFailed = pPool == PoolFor(nBytes);   // and has complained
+        bool const bFailed = pPool == PoolFor(nBytes);   // it has complained already
         if (void * const p = pPool && !bFailed ? pPool->Alloc(bArray) : nullptr)
         {
             return p;

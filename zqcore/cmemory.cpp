@@ -39,12 +39,12 @@ namespace
 
     constinit CategoryStacks_t g_Stacks;   // by the threads' numbers; under g_CategoryLock
 
-    // A thread that pushes has the lowest number that is free, until it ends. The system's numbers hardly ever come
-    // again, and stacks stay: short threads would use them up.
+    // A thread that pushes gets the lowest free number until it ends. The system's own thread numbers hardly ever
+    // repeat, and stacks are never removed, so short threads would use them up.
     class ThreadNumbers_c
     {
     public:
-        /// 0 if all are taken.
+        /// Returns the lowest free number, or 0 if all are in use.
         std::uint32_t Take()
         {
             for (std::uint32_t i = 0; i < std::size(m_dFree); ++i)
@@ -81,7 +81,7 @@ namespace
     };
     ZQ_THREAD_LOCAL constinit OwnStack_s t_OwnStack;
 
-    // At the end of a thread: the next one to push finds an empty stack.
+    // At the end of a thread: empties its stack for the next thread that pushes.
     void LeaveOwnStack()
     {
         CategoryLockScope_c const Scope;
@@ -90,7 +90,7 @@ namespace
         t_OwnStack = {};
     }
 
-    // The threads that a forked child lacks leave their stacks to it.
+    // A forked child lacks the other threads: their stacks become free.
     void LeaveOtherStacks()
     {
         for (std::uint32_t nNumber = 1; nNumber <= ThreadNumbers_c::COUNT; ++nNumber)
@@ -104,7 +104,7 @@ namespace
     }
     plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveOtherStacks });
 
-    // The stack of the lowest number that is free; a HashAdd_e.
+    // Allocates the stack of the lowest free number. Returns a HashAdd_e.
     int TakeStack(OwnStack_s & Own)
     {
         CategoryLockScope_c const Scope;
@@ -122,7 +122,7 @@ namespace
         return iResult;
     }
 
-    // What a complaint calls, a listener of the log say, may push and pop in turn.
+    // A complaint may call code that pushes and pops in turn, such as a listener of the log.
     template <typename COMPLAIN>
     ZQ_COLD void ComplainOnce(COMPLAIN Complain)
     {
@@ -152,7 +152,7 @@ namespace
         return t_OwnStack.pStack;
     }
 
-    // The category under which the hook counts a block.
+    // Returns the category under which the hook counts a block.
     mem::Categories_e CountedCategory(std::uint32_t dwWord)
     {
         switch (dwWord & 0xFFFF)
@@ -203,8 +203,8 @@ namespace
     // The hook on the debug heap, which holds g_CategoryLock meanwhile.
     void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType)
     {
-        // Checked against memory that nobody wrote just now, which the processor reads at full speed. Both sides move
-        // by the same amounts below, so only the counter that moves can break what held before.
+        // Checks the state before this event: nobody has just written that memory, so the processor reads it at full
+        // speed. Both sides change by the same amounts below, so only the counter that changes can break the balance.
         bool const bSoundBefore = MemoryCountersAddUp();
         mem::Categories_e const eCategory = CountedCategory(dwType);
         if (eCategory != mem::CRT)
@@ -226,8 +226,8 @@ namespace
         ZQ_ASSERT_TEXT((bSoundBefore && !bNegative) || MemoryCheckConsistency(), "MemoryCheckConsistency()");
     }
 
-    // Whether the module of an object's class is still there: the table of its virtual operations can be read, and so can
-    // the first of these.
+    // Returns whether the module of an object's class is still loaded: the table of its virtual functions and the first
+    // of them can be read.
     bool IsClassLoaded(mem::Object_i const * pObject)
     {
         std::uintptr_t iTable;
@@ -266,7 +266,7 @@ namespace
     }
 
     constinit std::atomic<MemoryReport_t> g_fnReport = nullptr;
-    constinit std::atomic<bool> g_bLeaving = false;   // the library's objects are gone
+    constinit std::atomic<bool> g_bLeaving = false;   // the library's objects are destroyed
 
     // The receiver of the heap's reports.
     void CoreReport(char const * szText)
@@ -311,7 +311,7 @@ namespace
 
         ~MemoryLife_s()
         {
-            if (plat::ProcessOtherThreads() == 0)   // else their blocks and categories are still counted
+            if (plat::ProcessOtherThreads() == 0)   // otherwise their blocks and categories are still counted
             {
                 MemoryDone();
             }
@@ -345,7 +345,7 @@ void MemCategoryStack_c::Add(mem::Categories_e category)
     {
         ++m_dStack[top].m_iCallCount;
     }
-    else if (top < CATEGORY_STACK_DEPTH - 1)   // else the developer went on; the deepest entry stays
+    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer ignored it; the deepest entry stays
     {
         m_dStack[++top] = Entry_s{ category, 1 };
     }
@@ -495,7 +495,7 @@ namespace CoreMemory
             return p;
         }
 
-        // From the process's own operator.
+        // Allocates from the process's own operator.
         template <typename... ALIGNMENT>
         ZQ_COLD void * TakeForeign(
             plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... iAlignment)

@@ -1,7 +1,7 @@
 // Aligned blocks inside blocks of the debug heap.
 //
-// In front of the user pointer, with its low bits cleared to a pointer's size, stands a header: the block's address and
-// as many gap bytes as a pointer has.
+// A header precedes the user pointer, whose low bits are cleared to a multiple of a pointer's size. It holds the
+// block's address and as many gap bytes as a pointer has.
 #include "zqcore/cmemory.h"
 
 #include "platform/debugheap.h"
@@ -15,7 +15,7 @@ namespace
     constexpr std::size_t WORD = sizeof(void *);
     constexpr std::uintptr_t GAP_FILL = static_cast<std::uintptr_t>(0xBDBDBDBDBDBDBDBD);
     constexpr auto FREED_FILL = static_cast<std::uintptr_t>(0xDDDDDDDDDDDDDDDD);
-    constexpr std::uint32_t PLAIN_FILL = 0xFDFDFDFD;   // what the heap puts in front of a plain block
+    constexpr std::uint32_t PLAIN_FILL = 0xFDFDFDFD;   // what the heap writes before a plain block
 
     struct Header_s
     {
@@ -41,7 +41,7 @@ namespace
         return dwBefore == PLAIN_FILL;
     }
 
-    // Bytes that make the user pointer end in the right low bits.
+    // Returns the number of bytes that set the low bits of the user pointer.
     std::size_t GapOf(std::size_t nOffset)
     {
         return (0 - nOffset) & (WORD - 1);
@@ -60,7 +60,7 @@ namespace
         return std::max(nAlignment, WORD);
     }
 
-    // The live block of an aligned pointer whose header is not as it was written; null for none.
+    // Returns the live block of an aligned pointer whose header is damaged, or null.
     ZQ_COLD void * FindDamagedBlock(void * p, char const * szPlainFunction)
     {
         if (IsPlainBlock(p))
@@ -86,7 +86,7 @@ namespace
         return Block.pUser;
     }
 
-    // The live block of an aligned pointer; null, with a report, if it is none.
+    // Returns the live block of an aligned pointer. Without one reports that and returns null.
     void * BlockOf(void * p, char const * szPlainFunction)
     {
         Header_s const Header = HeaderOf(p);
@@ -116,7 +116,7 @@ void * aligned_offset_malloc_dbg(
     }
     nAlignment = RaiseAlignment(nAlignment);
     std::size_t const nExtra = nAlignment - 1 + GapOf(nOffset) + sizeof(Header_s);
-    std::size_t const nBlock = nSize <= SIZE_MAX - nExtra ? nSize + nExtra : SIZE_MAX;   // the heap refuses the latter
+    std::size_t const nBlock = nSize <= SIZE_MAX - nExtra ? nSize + nExtra : SIZE_MAX;   // the heap refuses SIZE_MAX
     void * const pBlock = plat::HeapAlloc(nBlock, static_cast<std::uint32_t>(iBlockType), sFile, iLine);
     if (!pBlock)
     {
@@ -126,7 +126,7 @@ void * aligned_offset_malloc_dbg(
     HeaderOf(pUser) = Header_s{ pBlock, GAP_FILL };
     if (nOffset != 0)
     {
-        std::memset(&HeaderOf(pUser) + 1, 0xBD, GapOf(nOffset));   // never what stands in front of a plain block
+        std::memset(&HeaderOf(pUser) + 1, 0xBD, GapOf(nOffset));   // never what precedes a plain block
     }
     plat::HeapSetOwn(pBlock, pUser, nSize);
     return pUser;
@@ -172,7 +172,7 @@ void aligned_free_dbg(void * p)
     }
     if (void * const pBlock = BlockOf(p, "free"))
     {
-        HeaderOf(p).dwGap = FREED_FILL;   // noticed by a second free
+        HeaderOf(p).dwGap = FREED_FILL;   // a second free notices it
         plat::HeapFree(pBlock);
     }
 }

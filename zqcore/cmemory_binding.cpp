@@ -1,8 +1,8 @@
 // Which heap the process's own `new` and `delete` reach.
 //
-// The library replaces both for the whole process. Where another module's come first (the library arrives through
-// another library or a plugin, or a checker has its own), a block of the library would reach a foreign `delete`. So each
-// form of them is tried while the library is loaded, and one that does not lead here serves the library's blocks, too.
+// The library replaces both for the whole process. If another module's come first (the library arrives through another
+// library or a plugin, or a checker has its own), a block of the library would reach a foreign `delete`. So each form
+// of them is tried while the library is loaded. A foreign form then serves the library's blocks too.
 #include "zqcore/cmemory_internal.h"
 
 #include <cerrno>
@@ -21,8 +21,8 @@ namespace
         return plat::HeapFindBlock(p, Block);
     }
 
-    // Keeps the pair if a part of it is foreign. The part that is not is replaced by the next module's: a program may
-    // hold some operators of a runtime of its own, but not their counterparts.
+    // Stores the pair in Foreign if a part of it is foreign. The other part is replaced by the next module's: a program
+    // may contain some operators of its own runtime without their counterparts.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> plat::Operators_t::*pPair, plat::Operators_t & Foreign,
         plat::Operators_t const & Bound, ALIGNMENT... iAlignment)
@@ -57,7 +57,7 @@ namespace
         return bForeign;
     }
 
-    // The C++ runtime's compiled code may be bound apart from the rest. A text that it returns shows where to.
+    // The C++ runtime's compiled code may be bound separately. A text that it returns shows to which operators.
     bool IsRuntimeForeign()
     {
         alignas(std::string) unsigned char Room[sizeof(std::string)];

@@ -28,14 +28,14 @@ public:
     void Add(mem::Categories_e category);
     void Remove(mem::Categories_e category);
 
-    /// The category on top; UNDEFINED on an empty stack.
+    /// Returns the category on top, or UNDEFINED if the stack is empty.
     mem::Categories_e Top() const;
 
     Entry_s m_dStack[CATEGORY_STACK_DEPTH];
     int top = -1;   // -1 when empty
 };
 
-/// Hash of a thread's number, which is the library's own: the CRC-32 of its four bytes, lowest first.
+/// Hash of a thread's number: the CRC-32 of its four bytes, lowest first. The library assigns the numbers.
 struct ThreadIdHash_s
 {
     static std::uint32_t Of(std::uint32_t iThread) { return GetCrc32Polynomial4(iThread); }
@@ -43,7 +43,7 @@ struct ThreadIdHash_s
 
 using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>;
 
-/// The figures of all categories, each kind side by side so that a check reads two short runs of memory.
+/// Figures of all categories. Each kind is one array, so a check reads two short runs of memory.
 struct MemoryCounters_s
 {
     // Padded with zeros to whole vectors.
@@ -71,40 +71,40 @@ struct MemoryCounters_s
 /// Guarded by g_CategoryLock.
 extern MemoryCounters_s g_MemoryCounters;
 
-/// The operators that serve in place of the heap where the process binds its own: null pairs where the library's are
-/// bound. Set once, while the library is loaded.
+/// The process's own operators, which serve instead of the heap. Null pairs if the library's operators are bound. Set
+/// once, while the library is loaded.
 extern plat::Operators_t g_ForeignOperators;
 
-/// Sets g_ForeignOperators, and says in one line that there are any. Before the heap is tracked.
+/// Sets g_ForeignOperators and reports foreign operators in one line. Called before the heap is tracked.
 void MemoryBindOperators();
 
-/// Whether no counter is negative and the categories add up to the totals. Where this is false, only
-/// MemoryCheckConsistency tells what is wrong.
+/// Returns whether no counter is negative and the categories add up to the totals. If this is false, only
+/// MemoryCheckConsistency decides what is wrong.
 bool MemoryCountersAddUp();
 
-/// Writes an allocation to the call log, unless the log's own writing made it. Under g_CategoryLock.
+/// Writes an allocation to the call log, except the log's own. Called under g_CategoryLock.
 ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory);
 
-/// Blocks by size.
+/// Number of blocks by size.
 struct MemoryTally_s
 {
-    static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // bytes up to which a block belongs to the class
+    static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // most bytes of a block of the class
 
     std::size_t dInClass[4];   // blocks above the last limit are in no class
     std::size_t nTotal;
 };
 
-/// Writes the end of a report of live blocks. Without blocks the shares are 0.
+/// Writes the end of a report of live blocks. Without blocks the percentages are 0.
 void MemoryWriteTally(std::FILE * f, MemoryTally_s const & Tally);
 
-/// The category in a block's word; UNDEFINED if it is none.
+/// Returns the category in a block's word, or UNDEFINED if it has no valid one.
 inline mem::Categories_e MemoryCategoryInWord(std::uint32_t dwWord)
 {
     std::uint32_t const iCategory = (dwWord >> MEMORY_CATEGORY_SHIFT) & MEMORY_CATEGORY_MASK;
     return iCategory < mem::TOTAL ? static_cast<mem::Categories_e>(iCategory) : mem::UNDEFINED;
 }
 
-/// Takes g_CategoryLock for a scope, if the heap is tracked.
+/// Holds g_CategoryLock for a scope, if the heap is tracked.
 class CategoryLockScope_c
 {
 public:

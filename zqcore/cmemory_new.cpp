@@ -40,7 +40,7 @@ namespace
     {
         if (!p)
         {
-            throw std::bad_alloc();   // the language's own contract, where the tracking has ended already
+            throw std::bad_alloc();   // the language's contract, after the tracking has ended
         }
         return p;
     }

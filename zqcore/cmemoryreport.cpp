@@ -17,7 +17,7 @@ namespace
     constinit bool g_bNewLogHeaderDone = false;
     constinit bool g_bInNewLog = false;   // the log's own allocations are not logged
 
-    // Where a report of live blocks stands.
+    // State of a report of live blocks.
     struct Report_s
     {
         std::FILE * f;    // all blocks
@@ -130,7 +130,7 @@ bool MemoryCountersAddUp()
 
 bool MemoryCheckConsistency()
 {
-    // A remainder below zero on the way is a fault even if the end is zero.
+    // A negative remainder before the end is a fault even if the final one is zero.
     std::ptrdiff_t iCount = g_MemoryCounters.iTotalCount;
     std::ptrdiff_t iBytes = g_MemoryCounters.iTotalBytes;
     for (int i = 0; i < mem::TOTAL; ++i)

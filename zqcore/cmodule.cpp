@@ -11,7 +11,7 @@ namespace
 {
     constexpr double SLOW_START = 0.1f;   // seconds; the single-precision value
 
-    // What longTimeGet has counted since tStart, in the precision of the log lines.
+    // Returns the seconds of longTimeGet since tStart, in the precision of the log lines.
     double SecondsSince(double tStart)
     {
         return static_cast<double>(static_cast<float>(longTimeGet() - tStart));
@@ -71,7 +71,7 @@ void Module_c::Register(Module_c * pModule)
     {
         return;
     }
-    m_dModules.Add(pModule);   // ahead of what it needs, which ends the recursion on cycles
+    m_dModules.Add(pModule);   // before its prerequisites, which ends the recursion on cycles
     for (Module_c ** ppModule = pModule->GetPrerequisites(); ppModule && *ppModule; ++ppModule)
     {
         Register(*ppModule);
@@ -115,7 +115,7 @@ bool Module_c::InitializeAllModules()
     for (bool bProgress = true; bProgress;)
     {
         bProgress = false;
-        for (int i = 0; i < m_dModules.GetLength(); ++i)   // a module may register others while it comes up
+        for (int i = 0; i < m_dModules.GetLength(); ++i)   // a module may register others in Initialize
         {
             Module_c & Module = *m_dModules[i];
             if (Module.IsInitialized() || !Module.CanInitialize())

@@ -13,7 +13,7 @@ namespace
     constexpr char const * DECIMAL_DIGITS = "0123456789";
     constexpr char const * HEX_DIGITS = "0123456789abcdefABCDEF";
 
-    /// A number's text behind leading blanks and sign.
+    /// A number's text after leading blanks and the sign.
     char const * SkipSign(char const * szText, bool & bNegative)
     {
         while (*szText == ' ' || (*szText >= '\t' && *szText <= '\r'))
@@ -29,7 +29,7 @@ namespace
         return c >= '0' && c <= '9';
     }
 
-    /// The end of a number whose digits follow 0x; null if none do.
+    /// Returns the end of a number whose digits follow 0x, or null if there are no digits.
     char const * HexEnd(char const * pDigits)
     {
         std::size_t const nWhole = std::strspn(pDigits, HEX_DIGITS);
@@ -47,8 +47,8 @@ namespace
         return IsDigit(*pExponent) ? pExponent + std::strspn(pExponent, DECIMAL_DIGITS) : pEnd;
     }
 
-    /// Whether a number that no double holds is too large, else it is too small: by the place of its first digit that is
-    /// not 0 and by its exponent.
+    /// Returns whether a number outside the range of a double is too large, not too small. Decided by the place of its
+    /// first nonzero digit and by its exponent.
     bool IsTooLarge(char const * pNumber, char const * pEnd, bool bHex)
     {
         char const * const szDigits = bHex ? HEX_DIGITS : DECIMAL_DIGITS;
@@ -97,9 +97,9 @@ NumberEnd_t TextToDouble(char const * szText, double & value)
     value = 0;
     if (*pNumber == '-')
     {
-        return { szText, true };   // a second sign, which from_chars would take
+        return { szText, true };   // a second sign, which from_chars would accept
     }
-    // The exact end of a hexadecimal number is given: libstdc++ takes signs that strtod does not.
+    // The exact end of a hexadecimal number is passed, because libstdc++ accepts signs that strtod does not.
     char const * const pHexEnd = pNumber[0] == '0' && CharToLower(pNumber[1]) == 'x' ? HexEnd(pNumber + 2) : nullptr;
     auto const Result = pHexEnd ? std::from_chars(pNumber + 2, pHexEnd, value, std::chars_format::hex)
                                 : std::from_chars(pNumber, pNumber + std::strlen(pNumber), value);

@@ -3,21 +3,22 @@
 
 #include "zqcore/cconfig.h"
 
-/// Where a number ended.
+/// End of a number.
 struct NumberEnd_t
 {
-    char const * pEnd;   // behind the number; the start of the text if there is none
-    bool bInRange;       // false where strtod and strtol set errno, and for a denormal value
+    char const * pEnd;   // after the number; the start of the text if there is none
+    bool bInRange;       // false if strtod or strtol would set errno, and for a denormal value
 };
 
-/// Reads what strtod reads. Without a number the value is 0; what is too large is HUGE_VAL with the number's sign.
+/// Reads a number as strtod does. Without a number the value is 0. One too large becomes HUGE_VAL with its sign.
 NumberEnd_t TextToDouble(char const * szText, double & value);
 
-/// Read what strtol in base 10 reads. Without a number the value is 0; out of range it is the nearest of its type.
+/// Read a number as strtol in base 10 does. Without a number the value is 0. One out of range becomes the nearest of
+/// the type.
 NumberEnd_t TextToInteger(char const * szText, long & value);
 NumberEnd_t TextToInteger(char const * szText, int & value);
 
-/// Like atof, narrowed; what is too large for a float is infinite.
+/// Like atof, narrowed to float. A number too large for a float becomes infinite.
 inline float TextToFloat(char const * szText)
 {
     double fValue;

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-/// A row that is being matched: where the next code byte comes from, and the fields so far.
+/// A row that is being matched: the next code byte and the fields so far.
 struct OpcodeDecoder_c::Row_s
 {
     unsigned char const * pStart;
@@ -16,7 +16,7 @@ struct OpcodeDecoder_c::Row_s
     void AddField(std::uint32_t nField) { pFields[nFields++] = nField; }
 };
 
-/// What a group took and made: the code behind it, and where its text starts.
+/// Result of a group: the code after its bytes, and the start of its text.
 struct OpcodeDecoder_c::Match_s
 {
     unsigned char const * pPosition = nullptr;
@@ -52,7 +52,7 @@ OpcodeDecoder_c::~OpcodeDecoder_c()
 
 namespace
 {
-    // "%-6s %s" of the text up to its first blank and what is behind that.
+    // "%-6s %s" with the text up to its first blank and the text after it.
     void SplitText(char const * szText, char * szOut, std::size_t nOut)
     {
         constexpr std::size_t MNEMONIC_WIDTH = 6;
@@ -107,7 +107,7 @@ std::size_t OpcodeDecoder_c::Decode(unsigned char const * pCode, std::size_t nBy
     return static_cast<std::size_t>(Match.pPosition - pCode);
 }
 
-// False if the bytes end before a row makes a text.
+// Returns false if the bytes end before a row makes a text.
 bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_s & Match)
 {
     m_bOperandSize = m_bAddressSize = m_bF2 = m_bF3 = m_nRex = 0;
@@ -257,7 +257,7 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
     }
 }
 
-// A prefix that follows a REX prefix takes its effect away.
+// A prefix after a REX prefix cancels it.
 void OpcodeDecoder_c::RunCode(unsigned nCode, std::uint32_t nFirstField)
 {
     static constexpr char const * SEGMENTS[] = { "cs", "ss", "ds", "es", "fs", "gs" };

@@ -1,4 +1,4 @@
-// How the fields of an instruction become text.
+// Conversion of an instruction's fields to text.
 #include "zqcore/copcode.h"
 
 #include "zqcore/copcode_internal.h"
@@ -27,7 +27,7 @@ namespace
         }
     }
 
-    // The bit 3 that a REX prefix adds to the number of a register.
+    // Returns the bit 3 that a REX prefix adds to a register's number.
     unsigned Extension(unsigned nRex, unsigned eSlice, unsigned eKind)
     {
         unsigned const nBit = eKind == OPCODE_KIND_INDEX        ? OPCODE_REX_X
@@ -37,7 +37,7 @@ namespace
         return nRex & nBit ? 8 : 0;
     }
 
-    // A little-endian number of fields of a byte each.
+    // Returns a little-endian number whose bytes are fields.
     std::uint64_t Number(std::uint32_t const * pField, int nFields)
     {
         std::uint64_t n = 0;
@@ -213,7 +213,7 @@ void OpcodeDecoder_c::WriteTarget(unsigned char const * pEnd, std::int64_t nDist
     WriteAddress(AsAddress(nEnd + static_cast<std::uint64_t>(nDistance)));
 }
 
-// Puts the symbol's name before the text written from iText on.
+// Inserts the symbol's name before the text written from iText on.
 void OpcodeDecoder_c::OfferSymbol(std::uint64_t nAddress, std::uint32_t iText)
 {
     if (nAddress == 0 || m_fnSymbol == nullptr)
@@ -259,7 +259,7 @@ void OpcodeDecoder_c::WriteText(char const * szText)
     }
 }
 
-// At least nDigits, as many as it needs.
+// Writes nDigits digits, or more if the number needs them.
 void OpcodeDecoder_c::WriteHex(std::uint64_t n, int nDigits)
 {
     int nShift = (nDigits - 1) * 4;

@@ -1,21 +1,24 @@
-// copcode_internal.h: the codes of the opcode table and its two forms, shared by the engine and by the generator that
+// copcode_internal.h: codes of the opcode table and its two forms, shared by the decoder and by the generator that
 // makes the table from tools/opcodetable/*.txt.
 //
 // Compact form: two 32-bit little-endian words (bytes that follow, bytes of the expanded form), the number of groups,
-// and the groups. A row is two strings, pattern and format, each coded as a selector, a length L and literal bytes:
-// bits 6 and 7 of the selector pick one of the last four strings of its kind (0: the latest), and the string is the
-// first P units of it (bits 0 to 2), the literal, its last S units (bits 3 to 5). A pattern's unit is two bytes, and 2
-// * L - 2 literal bytes follow; a format's is one, and L - 1 follow. Two zero bytes end a group.
+// and the groups. A row is two strings, pattern and format. A string is coded as a selector, a length L and literal
+// bytes.
+// - Bits 6 and 7 of the selector pick one of the last four strings of its kind, 0 being the latest.
+// - The string is that string's first P units (bits 0 to 2), the literal, and its last S units (bits 3 to 5).
+// - A unit of a pattern is two bytes, and 2 * L - 2 literal bytes follow. A unit of a format is one byte, and L - 1
+//   follow.
+// - Two zero bytes end a group.
 //
-// Expanded form: a table of 32-bit offsets into itself, slot 0 for the last group, which is the root, and slot i + 1
-// for group i; then the groups, each string as a length byte and its bytes, a group's end as two zero bytes.
+// Expanded form: a table of 32-bit offsets into itself, then the groups. Slot 0 is the last group, which is the root;
+// slot i + 1 is group i. Each string is a length byte and its bytes. Two zero bytes end a group.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-/// The second word of a pattern's pair is a mask; with mask 0 the first is one of these, 1 to 15 (that many raw bytes),
-/// or OPCODE_SUBTABLE with the index of a group.
+/// The second byte of a pattern's pair is a mask. With mask 0 the first byte is one of these, or 1 to 15 (that many raw
+/// bytes), or OPCODE_SUBTABLE with the index of a group.
 enum OpcodePattern_e : unsigned char
 {
     OPCODE_ANY_BYTE = 0,
@@ -25,7 +28,7 @@ enum OpcodePattern_e : unsigned char
     OPCODE_IF_F2 = 18,
     OPCODE_IF_F3 = 19,
     OPCODE_IF_NO_SEGMENT = 20,
-    OPCODE_IF_REX_W = 21,   // from here on for 64-bit mode
+    OPCODE_IF_REX_W = 21,   // this and the next ones: 64-bit mode
     OPCODE_IF_REX_B = 22,
     OPCODE_IF_NO_REX_X = 23,
     OPCODE_STEP_BACK = 0x40,
@@ -33,14 +36,14 @@ enum OpcodePattern_e : unsigned char
     OPCODE_GROUP_MASK = 0x3F,
 };
 
-/// Bytes of a format that are not printed as they are. 1 to 31 refer to a field, with OPCODE_BLANK one behind a blank;
-/// the selector that follows has a slice in its high three bits and a kind in its low five.
+/// Bytes of a format that are not printed as they are. 1 to 31 refer to a field; with OPCODE_BLANK a blank precedes it.
+/// The selector that follows has a slice in its high three bits and a kind in its low five.
 enum OpcodeFormat_e : unsigned char
 {
     OPCODE_FIELD_LAST = 0x1F,
     OPCODE_BLANK = 0x80,
     OPCODE_PRINT_SEGMENT = 0xE0,
-    OPCODE_SET_SEGMENT = 0xE1,   // and the five behind it: cs, ss, ds, es, fs, gs
+    OPCODE_SET_SEGMENT = 0xE1,   // and the next five: cs, ss, ds, es, fs, gs
     OPCODE_SET_OPERAND_SIZE = 0xE7,
     OPCODE_SET_ADDRESS_SIZE = 0xE8,
     OPCODE_SET_F2 = 0xE9,
@@ -49,8 +52,8 @@ enum OpcodeFormat_e : unsigned char
     OPCODE_SET_NONE = 0xEC,   // a prefix without effect
 };
 
-/// Slices: the low byte, bits 0 to 2 (of a register: with REX.B on top), bits 3 to 5 (with REX.R), or as the next byte
-/// of the format says: width in its high half, shift in its low one.
+/// Slices: the low byte; bits 0 to 2 (for a register with REX.B on top); bits 3 to 5 (with REX.R); or as the format's
+/// next byte says: width in its high half, shift in its low half.
 enum OpcodeSlice_e : unsigned char
 {
     OPCODE_SLICE_BYTE = 0,
@@ -98,26 +101,26 @@ inline constexpr unsigned OPCODE_SYMBOL_SIZE = 1008;   // bytes of the buffer fo
 inline constexpr std::size_t OPCODE_MAX_GROUPS = OPCODE_GROUP_MASK + 1;
 inline constexpr std::size_t OPCODE_HEADER_SIZE = 8;   // the two words of the compact form
 
-/// The bits of a REX prefix.
+/// Bits of a REX prefix.
 inline constexpr unsigned OPCODE_REX_B = 1;
 inline constexpr unsigned OPCODE_REX_X = 2;
 inline constexpr unsigned OPCODE_REX_R = 4;
 inline constexpr unsigned OPCODE_REX_W = 8;
 
-/// The decoder's pages: the compact form, the expanded one, the fields, and the rest for texts.
+/// The decoder's pages hold the compact form, the expanded one, the fields, and texts in the rest.
 inline constexpr std::size_t OPCODE_PAGES_SIZE = 74925;
 inline constexpr std::size_t OPCODE_COMPACT_OFFSET = 64;
 inline constexpr std::size_t OPCODE_FIELDS_SIZE = OPCODE_MAX_FIELDS * sizeof(std::uint32_t);
 
-/// A 32-bit little-endian word, at any address.
+/// Returns a 32-bit little-endian word at any address.
 inline std::uint32_t OpcodeWord(unsigned char const * p)
 {
     return p[0] | static_cast<std::uint32_t>(p[1]) << 8 | static_cast<std::uint32_t>(p[2]) << 16
            | static_cast<std::uint32_t>(p[3]) << 24;
 }
 
-/// Expands a compact form of nCompact bytes to pTable, of nTable bytes; the bytes written. 0 if the compact form does
-/// not fit, does not end where its first word says, or does not have the size of its second word.
+/// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the bytes written. Returns 0 if
+/// the compact form does not fit, or if it contradicts the sizes in its first two words.
 std::size_t OpcodeExpand(
     unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable);
 
@@ -128,5 +131,5 @@ struct OpcodeCompact_s
     std::size_t nBytes;
 };
 
-/// The table of 32-bit code, and that of 64-bit code.
+/// Tables of 32-bit code and of 64-bit code.
 OpcodeCompact_s OpcodeTable(bool b64Bit);

@@ -45,7 +45,7 @@ std::size_t CodeListing_c::Decode()
     {
         return 0;
     }
-    char szText[2];   // not wanted yet
+    char szText[2];   // the text is not needed yet
     for (std::size_t nOffset = 0; nOffset != m_nBytes && m_nInstructions != MAX_INSTRUCTIONS;)
     {
         std::size_t const nBytes = m_Decoder.Decode(m_pCode + nOffset, m_nBytes - nOffset, szText, sizeof szText);

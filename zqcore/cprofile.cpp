@@ -25,7 +25,7 @@ namespace
     constexpr unsigned LOOKUP_SLOTS = 1u << LOOKUP_BITS;
     static_assert(LOOKUP_SLOTS >= 2 * MAX_TIMERS_TOTAL);
 
-    // Zero at load and without a constructor, so that a process that profiles nothing never touches these pages.
+    // Zero at load and without a constructor, so a process that profiles nothing never touches these pages.
     union Records_u
     {
         char cNone;
@@ -38,20 +38,20 @@ namespace
     };
     constinit Records_u g_Records;
 
-    // What the profiler keeps beside a record.
+    // State of a timer that is not part of its record.
     struct State_s
     {
-        std::uint64_t tSum = 0;   // of the frames looked at
+        std::uint64_t tSum = 0;   // time of the frames that average and peak use
         timer_t * pParent = nullptr;
         timer_t * pLastChild = nullptr;
     };
     constinit State_s g_dStates[MAX_TIMERS_TOTAL];
 
-    // Indices of records by parent and id; 0 is free, the root being nobody's child.
+    // Indices of records by parent and identifier. 0 is free, because the root is no child.
     constinit std::uint16_t g_dLookup[LOOKUP_SLOTS] = {};
 
     timer_t * g_dStack[MAX_TIMERS_INHERITED];
-    int g_nDropped = 0;          // pushes under way that found no room, with those inside them
+    int g_nDropped = 0;          // open pushes that found no room, with those inside them
     std::int64_t g_nFrame = 0;   // frames since the reset
     int g_iRing = 0;             // current slot: g_nFrame modulo PROFILER_FRAMES
     bool g_bReload = false;
@@ -76,7 +76,8 @@ namespace
         return ((dwParent * GOLDEN ^ iTimer) * GOLDEN) >> (32 - LOOKUP_BITS);
     }
 
-    // The parent's child of this id, or null; iSlot is where the lookup has it, or would have it.
+    // Returns the parent's child of this identifier, or null. iSlot becomes its place in the lookup, or the free place
+    // where it belongs.
     timer_t * FindChild(timer_t const * pParent, std::uint32_t iTimer, unsigned & iSlot)
     {
         for (iSlot = LookupSlot(pParent, iTimer); g_dLookup[iSlot] != 0; iSlot = (iSlot + 1) % LOOKUP_SLOTS)
@@ -99,7 +100,7 @@ namespace
         return &Timer;
     }
 
-    // Makes the last child of the parent; null with all records in use.
+    // Makes the last child of the parent. Returns null if all records are in use.
     ZQ_COLD timer_t * MakeChild(timer_t * pParent, std::uint32_t iTimer, char const * szName, unsigned iSlot)
     {
         bool const bRoom = g_iTimerTotalCount < MAX_TIMERS_TOTAL;
@@ -145,7 +146,7 @@ namespace
         pTimer->tStart = shortTimeGet();
     }
 
-    // The timer to be popped; null for a push that was left out, or with the root alone on the stack.
+    // Returns the timer to pop. Null for a push that was skipped, or if only the root is on the stack.
     timer_t * Top()
     {
         if (g_nDropped > 0) [[unlikely]]
@@ -170,8 +171,8 @@ namespace
         ++Frame.nCalls;
     }
 
-    // Looks at all frames but the oldest one, which is about to go: from the older to the newer, so that the most recent
-    // of equals stays.
+    // Finds the peak of all frames but the oldest, which is about to be overwritten. Goes from older to newer frames,
+    // so of equals the most recent stays.
     void FindPeak(timer_t & Timer, int iOldest)
     {
         std::int64_t tBest = 1;
@@ -192,8 +193,8 @@ namespace
         Timer.nAtMax = iBest >= 0 ? Timer.dFrames[iBest].nCalls : 0;
     }
 
-    // The sum follows the frames that come and go, and the peak is sought anew only when its frame goes. Slots that no
-    // frame has used yet are zero and change neither.
+    // Adds the new frame to the sum and removes the oldest. Searches the peak again only when its frame is removed.
+    // Slots that no frame has used yet are zero and change neither.
     void Derive(timer_t & Timer, State_s & State, int iOldest, std::int64_t nLookedAt)
     {
         timerFrame_t const & Frame = Timer.dFrames[g_iRing];
@@ -250,7 +251,7 @@ namespace
         }
     }
 
-    // Records that were never in use are zero.
+    // Records that were never in use are zero already.
     void ForgetTimers()
     {
         std::memset(

@@ -1,30 +1,31 @@
-// cprofile_internal.h: what the timers and their stats file share.
+// cprofile_internal.h: what the sources of the profiler share.
 #pragma once
 
 #include "zqcore/cprofile.h"
 
 #include <exception>
 
-/// The profiler is up.
+/// True while the profiler is up.
 extern bool g_bProfilerInit;
 
-/// Entries on the stack of timers, the root included; and records in use.
+/// Entries on the stack of timers, the root included, and records in use.
 extern int g_iTimerStackTop;
 extern int g_iTimerTotalCount;
 
-/// Bytes handed to the stats file and not yet known to be written.
+/// Bytes passed to the stats file that are not yet known to be written.
 extern std::uint32_t g_nBytesToWrite;
 
-/// The records, in the order in which they were taken; the root first.
+/// Returns the records in the order of their creation, the root first.
 profiler::timer_t * ProfilerTimers();
 
-/// Pushes under way, the root and those that found no room included.
+/// Returns the number of open pushes, the root and those that found no room included.
 int ProfilerDepth();
 
-/// Pops down to such a depth, but never the root.
+/// Pops down to this depth, but never the root.
 void ProfilerPopTo(int iDepth);
 
-/// A timer that runs for a scope. If a host's exception ends it, the pushes inside that were not popped are popped too.
+/// A timer that runs for a scope. If a host's exception ends the scope, the pushes inside that were not popped are
+/// popped too.
 class ProfilerScope_c
 {
 public:
@@ -54,11 +55,11 @@ private:
     int const m_nExceptions = std::uncaught_exceptions();
 };
 
-/// Whether a stats file is open.
+/// Returns whether a stats file is open.
 bool ProfilerHasStats();
 
-/// Waits for the write under way; false, with the complaint logged, if it failed.
+/// Waits for the write in progress. Returns false, with the complaint logged, if it failed.
 bool ProfilerFinishWrite();
 
-/// Waits for what is being written and closes the stats file, if there is one.
+/// Waits for the write in progress and closes the stats file, if there is one.
 void ProfilerCloseStats();

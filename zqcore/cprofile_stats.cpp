@@ -17,26 +17,26 @@ namespace
 {
     using profiler::timer_t;
 
-    constexpr std::uint32_t RECORD_SIZE = 2504;        // bytes in the file, of every word size
-    constexpr std::size_t LINKS = 36, COUNTS = 2488;   // offsets in a record of what is put there on its own
+    constexpr std::uint32_t RECORD_SIZE = 2504;        // bytes in the file, for every word size
+    constexpr std::size_t LINKS = 36, COUNTS = 2488;   // offsets in a record of the fields that are written separately
     constexpr std::size_t BUFFER_SIZE = sizeof(std::uint32_t) + MAX_TIMERS_TOTAL * RECORD_SIZE;
     constexpr std::size_t ERROR_SIZE = 256;
     static_assert(BUFFER_SIZE == 1282052);
 
-    // What is copied stands where the file has it.
+    // The copied fields have the same offsets as in the file.
     static_assert(std::endian::native == std::endian::little && sizeof(timer_t) == RECORD_SIZE);
     static_assert(offsetof(timer_t, iTimer) == 32 && offsetof(timer_t, tStart) == 48);
     static_assert(offsetof(timer_t, dFrames) == 56 && offsetof(timer_t, tAverage) == 2456);
     static_assert(offsetof(timer_t, tMaxEver) == 2480 && sizeof(timerFrame_t) == 16);
 
     constinit plat::AsyncFile_c g_StatsFile;
-    plat::File_t g_hTracked = nullptr;   // the handle that FileOpenTracker was called with
-    char * g_pBuffer = nullptr;          // there while a file is open; in a forked process until it is closed
-    std::uint64_t g_nPosition = 0;       // after the last batch that is known to be there
+    plat::File_t g_hTracked = nullptr;   // handle that FileOpenTracker was called with
+    char * g_pBuffer = nullptr;          // not null while a file is open; in a forked process until it is closed
+    std::uint64_t g_nPosition = 0;       // end of the last batch that is known to be written
     bool g_bFailed = false;              // the latest file, or a batch of it, is lost
 
-    // The array's address in 32 bits. Moved down where the array would cross their end, so that no record has the
-    // address 0, which means none.
+    // Address of the array in 32 bits. Moved down if the array would cross their end, so that no record has the address
+    // 0, which means none.
     std::uint32_t FileAddress()
     {
         constexpr std::uint32_t HIGHEST = 0xFFFFFFFFu - MAX_TIMERS_TOTAL * RECORD_SIZE;
@@ -49,7 +49,7 @@ namespace
         return pTimer ? FileAddress() + static_cast<std::uint32_t>(pTimer - ProfilerTimers()) * RECORD_SIZE : 0;
     }
 
-    // Puts the fields that don't stand in the file as they do in memory.
+    // Writes the fields whose form in the file differs from memory.
     void PutMoved(char * pRecord, timer_t const & Timer)
     {
         std::uint32_t const dLinks[] = { FileAddress(Timer.pChild), FileAddress(Timer.pNext), 0 };
@@ -59,7 +59,8 @@ namespace
         std::memcpy(pRecord + COUNTS, dCounts, sizeof dCounts);
     }
 
-    // Copies the timers to the buffer, in one piece, which is faster than field by field; the bytes of the batch.
+    // Copies the timers to the buffer in one piece, which is faster than field by field. Returns the bytes of the
+    // batch.
     std::size_t CopyBatch()
     {
         auto const nRecords = static_cast<std::uint32_t>(g_iTimerTotalCount);
@@ -74,7 +75,7 @@ namespace
         return sizeof nRecords + nBytes;
     }
 
-    // The batch is lost; what is there of it goes too, so that a reader never meets it.
+    // The batch is lost. Its written part is cut off, so a reader never meets it.
     ZQ_COLD void ComplainOfWrite()
     {
         char szError[ERROR_SIZE];
@@ -100,7 +101,7 @@ namespace
         return ProfilerFinishWrite();
     }
 
-    // The records stand behind a count of four bytes, and begin on a cache line.
+    // The records follow a count of four bytes and begin on a cache line.
     void TakeBuffer()
     {
         constexpr std::size_t ALIGNMENT = 64;

@@ -1,8 +1,9 @@
-// cscope_internal.h: a value that a variable has for a scope.
+// cscope_internal.h: a variable's value for a scope.
 #pragma once
 
-/// Sets a variable for a scope; the previous value returns however the scope ends. For state round a call of a host's code,
-/// which may throw: a flag against re-entrance above all. The variable belongs to one thread, or to who holds its lock.
+/// Sets a variable for a scope and restores its previous value however the scope ends. For flags around calls of a
+/// host's code, which may throw, such as a guard against re-entrance. The variable belongs to one thread, or to the
+/// thread that holds its lock.
 template <typename VARIABLE, typename VALUE>
 class ValueScope_T
 {

@@ -20,10 +20,10 @@ namespace
     {
         DELIMITER = 1,
         PUNCTUATION = 2,
-        NUMBER = 4   // what GetInt takes
+        NUMBER = 4   // characters that GetInt reads
     };
 
-    /// What each byte means.
+    /// Classes of each byte.
     struct Classes_t
     {
         unsigned char dClasses[256] = {};
@@ -54,7 +54,7 @@ namespace
         return CLASSES.dClasses[static_cast<unsigned char>(c)] & iClasses;
     }
 
-    /// Where a delimiter next stands, pEnd if nowhere. Looks at a machine word at a time: with the top bit of each byte
+    /// Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte
     /// set, subtracting 0x21 clears it in those that are not above the blank, and borrows from no other byte.
     char const * FindDelimiter(char const * p, char const * pEnd)
     {
@@ -77,7 +77,7 @@ namespace
         return p;
     }
 
-    /// The same with the punctuation.
+    /// The same for delimiters and punctuation.
     char const * FindDelimiterOrPunctuation(char const * p, char const * pEnd)
     {
         while (p < pEnd && !Is(*p, DELIMITER | PUNCTUATION))
@@ -111,7 +111,7 @@ namespace
         return c == '\n' || c == '\r';
     }
 
-    /// Whether a token that reads as 0 is made of digits with a sign and a decimal mark at most.
+    /// Returns whether a token that reads as 0 has only digits and at most one sign and one decimal mark.
     bool IsNumber(std::string_view sToken)
     {
         int nSigns = 0, nMarks = 0;
@@ -250,7 +250,7 @@ void Script_c::GetToken(char * sToken, bool bPunctuation)
         m_bInToken = false;
         if (m_bEndOfFile)
         {
-            m_bInToken = !Is(ReadByte(), iDelimiters);   // a position moved back is no new beginning
+            m_bInToken = !Is(ReadByte(), iDelimiters);   // moving the position back does not clear the end
             return;
         }
         char const * const pEnd = m_pData + m_iBytesTotal;
@@ -264,7 +264,8 @@ void Script_c::GetToken(char * sToken, bool bPunctuation)
         m_bInToken = p > pBegin;
         m_bEndOfFile = p == pEnd;
         bool const bAtLineFeed = p < pEnd && *p == '\n';
-        // The byte that ends a token is read, and put back; so is the last one of the text where the text ends it.
+        // The byte that ends a token counts as read, but the position stays before it. At the end of the text that byte
+        // is the token's last one.
         m_iBytesRead = static_cast<int>(p - m_pData) - (m_bEndOfFile && m_bInToken);
         m_iLines += nLines + bAtLineFeed;
 
@@ -343,8 +344,8 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
     return bFound;
 }
 
-/// Moves to the next occurrence of a text before any NUL. Returns false if there is none. Looks at stretches that double, so that the
-/// cost is that of the way to the nearer of the two.
+/// Moves to the next occurrence of a text before any NUL. Returns false if there is none. Searches stretches that
+/// double in length, so the cost is linear in the distance to the nearer of the two.
 bool Script_c::Find(char const * sToken)
 {
     constexpr std::size_t FIRST_STRETCH = 64;
@@ -458,7 +459,7 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
     sString[nString] = '\0';
 }
 
-/// Reads tokens up to the label and then the word behind it, or, without the label, the last token.
+/// Reads tokens up to the label and then the word after it. Without the label, the last token.
 void Script_c::ReadLabelled(char const * sLabel, char * sValue)
 {
     constexpr char const * NO_LABEL = "this is not the expected label";
@@ -502,7 +503,7 @@ int Script_c::GetInt()
     {
         ReadByte();
     }
-    // What follows the text belongs to the number, so that its end is met.
+    // A read beyond the text belongs to the number, so that the end is noticed.
     while (!m_bEndOfFile && (m_iBytesRead == m_iBytesTotal || Is(m_pData[m_iBytesRead], NUMBER)))
     {
         char const c = ReadByte();
@@ -546,20 +547,20 @@ void Script_c::GetDump(char * pBuffer, int iStart, int iEnd)
     }
 }
 
-/// Records that the text holds something else than was expected, and complains.
+/// Stores a mismatch as the last error, and complains.
 void Script_c::ErrorAt(char const * szReason, char const * szAbout, int iPosition)
 {
     m_Errors.SetAt(szReason, szAbout, m_pData, static_cast<std::size_t>(iPosition));
     Complain();
 }
 
-/// A mismatch is a mistake of the program in a block of memory, and none in a file.
+/// A mismatch in a block of memory is a fault of the program; in a file it is not.
 void Script_c::Complain() const
 {
     ZQ_ASSERT(m_pFileData);
 }
 
-/// Where the token begins that was read last; if it is empty, where the script is.
+/// Returns the start of the token that was read last, or the position if the token is empty.
 int Script_c::GetTokenStart(char const * szToken) const
 {
     int iStart = m_iBytesRead;

@@ -102,7 +102,7 @@ void Serializeable_c::LabelCrc32(char const * sName)
     }
 }
 
-/// Stores a label, or tells whether the file has it here. A label that can't be read is no other one.
+/// Stores a label, or returns whether the file has it here. A label that cannot be read is not a different one.
 bool Serializeable_c::StepLabel(std::uint32_t dwLabel)
 {
     if (!m_bIsReading)

@@ -10,7 +10,7 @@
 
 namespace
 {
-    constexpr std::uint32_t PLACEHOLDER = 0xFFFFFFFF;   // of a chunk's length while the chunk is open
+    constexpr std::uint32_t PLACEHOLDER = 0xFFFFFFFF;   // length of a chunk that is open
 }
 
 Writeable_c::Writeable_c(char const * sFileName, std::uint32_t dwVersion)
@@ -44,7 +44,7 @@ bool Writeable_c::Open()
     return Serializeable_c::Open();
 }
 
-// A skip at the end has moved the position alone: here it becomes zeros, as it does in a buffered archive.
+// A skip at the end has moved only the position. Here it becomes zeros, as in a buffered archive.
 bool Writeable_c::Close()
 {
     bool bWhole = true;
@@ -224,7 +224,7 @@ bool BufferedWriteable_c::Serialize(void * pData, int iLength)
     return true;
 }
 
-/// Writes what waits. What is left of a failed archive is not tried again.
+/// Writes the buffer. A failed archive does not try again.
 bool BufferedWriteable_c::Flush()
 {
     if (GetWaiting() == 0)
@@ -239,7 +239,7 @@ bool BufferedWriteable_c::Flush()
     return true;
 }
 
-/// Puts, or fails the archive.
+/// Writes bytes, or fails the archive.
 bool BufferedWriteable_c::Send(void const * pData, std::size_t nBytes)
 {
     if (Put(pData, nBytes))

@@ -19,9 +19,9 @@ constinit std::uint16_t Serializer_c::s_nClasses = 0;
 
 namespace
 {
-    // Classes of slots; other numbers are those of serializers.
+    // Classes of slots. Other numbers belong to serializers.
     constexpr std::uint16_t CLASS_NONE = 0;
-    constexpr std::uint16_t CLASS_OPEN = 0xFFFF;   // the object's body runs
+    constexpr std::uint16_t CLASS_OPEN = 0xFFFF;   // the object's body is running
 
     constexpr std::size_t FRESH_STACK = 8 * 1024 * 1024;
     constexpr int PROBE_STEP = 0xCD;   // odd, so that every slot is visited
@@ -31,13 +31,13 @@ namespace
         return reinterpret_cast<void const *>(Serializer_c::HASH_NO_ELEMENT);
     }
 
-    // The table. It is made ready page by page, where it is used; memory of zeros is an empty one.
+    // The table. Its pages are prepared at their first use; zeroed memory is an empty table.
     struct Table_s
     {
         static constexpr int SIZE = Serializer_c::HASH_SIZE;
         static constexpr int PAGE_SLOTS = 512;
 
-        bool bUsed;                       // any page is ready
+        bool bUsed;                       // true if any page is ready
         bool dReady[SIZE / PAGE_SLOTS];   // pages that hold this pass's contents
         std::uint16_t dClasses[SIZE];     // of loaded objects: see Serializer_c::m_iClass
         void const * dSlots[SIZE];
@@ -103,7 +103,8 @@ namespace
 
     constexpr char IS_OWN[] = "dPointers[iPointer] is of class m_sClassName";
 
-    /// Whether a slot in use may hold an object of the class: what was registered without a class may be of any.
+    /// Returns whether a slot in use may hold an object of the class. A slot that was registered without a class may
+    /// hold any.
     bool IsOfClass(int iPointer, std::uint16_t iClass)
     {
         std::uint16_t const iOfSlot = g_Table.dClasses[iPointer];
@@ -121,7 +122,7 @@ namespace
     }
 }
 
-/// An object that is being loaded; lives as long as its body runs.
+/// An object that is being loaded. It lives as long as its body runs.
 struct Serializer_c::OpenRecord_s
 {
     int iPointer;
@@ -258,7 +259,7 @@ void Serializer_c::Store(int iPointer, void const * pPointer, std::uint16_t iCla
     }
 }
 
-/// Loads an identifier. False, with the archive failed, if there is none.
+/// Loads an identifier. Returns false, with the archive failed, if there is no valid one.
 bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
 {
     archive.Serialize(iPointer);
@@ -276,7 +277,7 @@ bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
     return bValid;
 }
 
-/// False, and the archive fails, if there is no stack for the body.
+/// Runs the body. Returns false, with the archive failed, if there is no stack for it.
 bool Serializer_c::RunBody(Serializeable_c & archive, void *& pObject)
 {
     if (plat::StackLeft() < BODY_STACK) [[unlikely]]
@@ -354,7 +355,7 @@ void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
     }
 }
 
-/// Loads a pointer record; its identifier, -1 on failure.
+/// Loads a pointer record and returns its identifier, -1 on failure.
 int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Serializer_c const * pExpected)
 {
     int iPointer = -1;
@@ -373,7 +374,7 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Seriali
     return bLoaded ? iPointer : -1;
 }
 
-/// Loads a first reference behind its identifier. False, with the archive failed, if its body could not be run.
+/// Loads a first reference after its identifier. Returns false, with the archive failed, if its body could not run.
 bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Serializer_c const * pExpected)
 {
     Put(archive, MARK_BEGIN);
@@ -395,7 +396,8 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-/// Loads a class name: its serializer; null, with an assertion, if there is none, or it may not stand here.
+/// Loads a class name and returns its serializer. Asserts that there is one and that this class is allowed here, and
+/// returns null otherwise.
 Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Serializer_c const * pExpected)
 {
     String_T<32> const sClassName = LoadName(archive);
@@ -544,7 +546,7 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
     }
 }
 
-/// Loads the number of static objects and gives the list that length; false if there is no valid number.
+/// Loads the number of static objects and changes the list to that length. Returns false if the number is not valid.
 bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
 {
     int nRegisteredStaticPointers = 0;

@@ -19,12 +19,12 @@ namespace
     constexpr int KINDS = static_cast<int>(std::size(KIND_NAMES));
     static_assert(KINDS == SIMPLE_TIMER_DEBUG + 1);
 
-    // A kind under way.
+    // A kind that was pushed and not yet popped.
     struct SimpleProfileData_t
     {
         std::int64_t tStart = 0;
-        std::int64_t tChildren = 0;   // of the kinds nested in it
-        std::int32_t nCount = 0;      // pushes folded into the entry
+        std::int64_t tChildren = 0;   // time of the kinds nested in it
+        std::int32_t nCount = 0;      // pushes that share the entry
         SimpleProfileType_e eType = SIMPLE_TIMER_SERVER;
     };
 
@@ -32,12 +32,12 @@ namespace
     {
         StaticArray_T<SimpleProfileInfo_t, KINDS> dInfo;
         StaticArray_T<SimpleProfileData_t, SIMPLE_PROFILE_STACKSIZE> dStack;
-        std::int64_t dFrameTime[KINDS] = {};   // of the frame under way
-        int iStackPtr = -1;                    // the top, -1 without
-        int nBeyond = 0;                       // pushes under way that found no room
-        int nFrames = 0;                       // of the present span
+        std::int64_t dFrameTime[KINDS] = {};   // times in the current frame
+        int iStackPtr = -1;                    // index of the top, -1 if empty
+        int nBeyond = 0;                       // open pushes that found no room
+        int nFrames = 0;                       // frames in the current span
         plat::Lock_c StatsLock;                // guards the figures, for short steps
-        plat::Lock_c UseLock;                  // held from push to pop; taken first
+        plat::Lock_c UseLock;                  // held from push to pop, locked first
     };
     constinit SimpleProfile_t g_dProfiles[SIMPLE_PROFILE_CONTEXT_TOTAL];
 
@@ -54,7 +54,7 @@ namespace
         return eType >= 0 && eType < KINDS;
     }
 
-    // The context, or null if there is none of this number, or no such kind.
+    // Returns the context, or null if this context or this kind does not exist.
     SimpleProfile_t * Find(SimpleProfileContext_e eContext, SimpleProfileType_e eType)
     {
         ZQ_ASSERT_TEXT(IsContext(eContext), "eContext < SIMPLE_PROFILE_CONTEXT_TOTAL");
@@ -111,7 +111,7 @@ namespace
         }
     }
 
-    // The contexts that the forking thread is in.
+    // Contexts that the forking thread is in.
     bool g_dOwn[SIMPLE_PROFILE_CONTEXT_TOTAL];
 
     void NoteOwnContexts()
@@ -127,7 +127,7 @@ namespace
         }
     }
 
-    // A forked child has none of the other threads: it leaves their contexts for them and stays in its own ones.
+    // A forked child lacks the other threads. It leaves their contexts in their place and stays in its own.
     void KeepOwnContexts()
     {
         for (int i = 0; i < SIMPLE_PROFILE_CONTEXT_TOTAL; ++i)

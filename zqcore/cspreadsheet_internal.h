@@ -4,17 +4,17 @@
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/ctextparser_internal.h"
 
-/// Reads rows of cells from a text that must stay as long as the parser.
+/// Reads rows of cells from a text, which must stay as long as the parser.
 class SpreadsheetParser_c
 {
 public:
     SpreadsheetParser_c(char const * szFile, SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength);
 
-    /// Reads the next row that holds anything into an empty Row; false behind the last one. After an error the next row
-    /// begins behind the token that stopped this one.
+    /// Reads the next row that is not empty into an empty Row. Returns false after the last one. After an error the
+    /// next row begins after the token that stopped this one.
     bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
 
-    /// What the text showed so far.
+    /// Returns the errors found so far.
     TextErrors_c & GetErrors() { return m_Parser.m_Errors; }
 
 private:

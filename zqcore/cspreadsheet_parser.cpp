@@ -14,7 +14,7 @@ namespace
         Log("Spreadsheet_c::Parse : head parsing failed.");
     }
 
-    // A block holds its ends in 16 bits if it is small enough for that, else in 32.
+    // A block stores its ends in 16 bits if it is small enough, otherwise in 32.
     constexpr std::size_t NARROW_LIMIT = 0xFFFF;
 
     constexpr std::size_t EndSize(std::size_t nBlock)
@@ -87,7 +87,7 @@ char const * SpreadsheetRow_c::GetCell(int iCell) const
     return m_Block.pBytes + (iCell > 0 ? m_Block.GetEnd(iCell - 1) : 0);
 }
 
-/// Makes room for a further cell; where its text goes.
+/// Makes room for another cell and returns the place of its text.
 inline char * SpreadsheetRow_c::Reserve(std::size_t nText)
 {
     std::size_t const nStart = GetTextSize();
@@ -99,7 +99,7 @@ inline char * SpreadsheetRow_c::Reserve(std::size_t nText)
     return m_Block.pBytes + nStart;
 }
 
-/// Makes a cell of the text that was written there.
+/// Makes a cell of the text that was written to that place.
 inline void SpreadsheetRow_c::Commit(std::size_t nText)
 {
     std::size_t const nEnd = GetTextSize() + nText + 1;
@@ -136,7 +136,7 @@ void SpreadsheetRow_c::CopyTo(Block_t & Block) const
     }
 }
 
-/// Bytes of a block that holds the cells and nothing more.
+/// Returns the bytes of a block that holds the cells and nothing more.
 std::size_t SpreadsheetRow_c::GetPackedSize() const
 {
     auto const nCells = static_cast<std::size_t>(m_nStored);
@@ -184,7 +184,7 @@ bool SpreadsheetParser_c::ParseRow(SpreadsheetRow_c & Row, bool & bError)
     return true;
 }
 
-/// Reads a cell whose first token is the current one, and moves to the next cell; false if there is none in this row.
+/// Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none.
 inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError)
 {
     bool const bQuoted = m_Token.eKind == LAST_PARSED_STRING;
@@ -210,7 +210,7 @@ inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError
     return bCellEnds && !bRowEnds && Next();
 }
 
-/// Bytes of the parser's buffer for the current token.
+/// Returns the bytes of the parser's buffer for the current token.
 inline std::size_t SpreadsheetParser_c::GetRoom() const
 {
     return m_Token.eKind == LAST_PARSED_STRING ? SimpleTextParser_c::STRING_SIZE : SimpleTextParser_c::WORD_SIZE;
@@ -226,7 +226,7 @@ inline void SpreadsheetParser_c::AddToken(SpreadsheetRow_c & Row)
     ReportOverflow();
 }
 
-/// Says that the current token is longer than the parser's buffer.
+/// Reports a current token that is longer than the parser's buffer.
 inline void SpreadsheetParser_c::ReportOverflow()
 {
     if (m_Token.GetLength() >= GetRoom())
@@ -235,10 +235,10 @@ inline void SpreadsheetParser_c::ReportOverflow()
     }
 }
 
-/// Keeps why the current token, or the end of the text, can't follow a cell.
+/// Stores why the current token, or the end of the text, cannot follow a cell.
 void SpreadsheetParser_c::ReportToken(bool bQuoted)
 {
-    char const * const pEnd = m_Token.pText + m_Token.nText;   // at the end of the text that of the cell
+    char const * const pEnd = m_Token.pText + m_Token.nText;   // at the end of the text, end of the cell
     char const * szReason = "the last row has no end; a row ends with the row separator";
     auto nAt = static_cast<std::size_t>(m_Parser.m_pEnd - m_Parser.m_pBegin);
     if (m_Token.eKind != LAST_PARSED_NOTHING)
@@ -257,15 +257,15 @@ void SpreadsheetParser_c::ReportToken(bool bQuoted)
     GetErrors().Place(m_Parser.m_pBegin, nAt);
 }
 
-/// Memory for packed rows, which lie one behind the other.
+/// Memory for packed rows, which follow one another.
 struct Spreadsheet_c::Chunk_t
 {
     Chunk_t * pNext;
-    char * pFree;   // up to pEnd
+    char * pFree;   // free up to pEnd
     char * pEnd;
 };
 
-/// Packs a row, padded to the head, into the newest chunk, or into a new one of nChunk bytes at least, and empties it.
+/// Packs a row, padded to the head, and empties it. Uses the newest chunk or a new one of at least nChunk bytes.
 inline SpreadsheetRow_c * Spreadsheet_c::Keep(SpreadsheetRow_c & Row, std::size_t nChunk)
 {
     constexpr std::size_t ALIGNMENT = alignof(SpreadsheetRow_c);
@@ -283,7 +283,7 @@ inline SpreadsheetRow_c * Spreadsheet_c::Keep(SpreadsheetRow_c & Row, std::size_
     return pRow;
 }
 
-/// Packed rows own nothing but their part of a chunk.
+/// Packed rows own nothing but their part of a chunk, so freeing the chunks frees them.
 void Spreadsheet_c::FreeRows()
 {
     m_pHead = nullptr;

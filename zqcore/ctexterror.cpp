@@ -12,7 +12,7 @@ namespace
 {
     constinit std::atomic<bool> g_bTextErrorLog = false;
 
-    // Takes a text from outside. Null is an empty one.
+    // Escapes a text from outside. Null counts as an empty one.
     template <int N>
     void Escape(String_T<N> & sOut, char const * szText)
     {

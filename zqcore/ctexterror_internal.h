@@ -1,15 +1,15 @@
-// ctexterror_internal.h: what a text begins with, for all readers.
+// ctexterror_internal.h: the beginning of a text, for all readers.
 #pragma once
 
 #include "zqcore/cfile.h"
 
-/// Why a file that FileOpen refused has no text: there is none of that name, or it can't be read. Null names none.
+/// Returns why FileOpen refused a file: there is no such file, or it cannot be read. Null means no name.
 char const * TextWhyNoFile(char const * szFile);
 
 /// Skips the byte order mark of UTF-8. Returns null, or the reason if the text begins with the mark of UTF-16.
 char const * TextSkipLongMark(char const *& pBegin, char const * pEnd);
 
-/// The same; texts without a mark cost one look.
+/// The same. A text without a mark costs one comparison.
 inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
 {
     constexpr unsigned char LOWEST_MARK = 0xEF;
@@ -17,12 +17,12 @@ inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
                                                                                : nullptr;
 }
 
-/// The text of a file as a reader takes it.
+/// Text of a file for a reader.
 struct FileText_t
 {
-    char const * pText = nullptr;   // after a byte order mark; null if the contents are not resident
+    char const * pText = nullptr;   // text after a byte order mark; null if the contents are not resident
     int nText = 0;
-    char const * szRefused = nullptr;   // why the text can't be read; there is none then
+    char const * szRefused = nullptr;   // reason if the text cannot be read; pText is then null
 };
 
 inline FileText_t TextOfFile(File_c const & File)

@@ -42,7 +42,7 @@ SimpleTextParser_c::SimpleTextParser_c()
     m_setSymbol.AddChar(0x2C);
     m_setSymbol.AddChar(0x2E, 0x2F);
     m_setSymbol.AddChar(0x3A, 0x40);
-    m_setSymbol.AddChar(0x5B, 0x60);   // with the underscore, which is a word's first of all
+    m_setSymbol.AddChar(0x5B, 0x60);   // includes the underscore, but starting a word takes precedence
     m_setSymbol.AddChar(0x7B, 0xFF);
     m_setWordRest.AddChar('A', 'Z');
     m_setWordRest.AddChar('a', 'z');
@@ -58,7 +58,7 @@ SimpleTextParser_c::~SimpleTextParser_c()
     Close();
 }
 
-/// Looks the kinds up in their order of precedence.
+/// Builds the table. The kinds are in their order of precedence.
 void SimpleTextParser_c::ClassifyCharacters()
 {
     for (int i = 0; i <= 0xFF; ++i)
@@ -115,7 +115,7 @@ bool SimpleTextParser_c::Open(char const * pText, int iLength)
     return Open(pText, pText + iLength);
 }
 
-/// Logs a line, if there is one, and keeps the reason; false.
+/// Logs a line, if there is one, stores the reason and returns false.
 bool SimpleTextParser_c::Refuse(char const * szLine, char const * szReason) const
 {
     if (szLine)
@@ -175,7 +175,7 @@ void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::
     }
 }
 
-/// Copies the first nCopy characters of a token, one for each pair of delimiters.
+/// Copies the first nCopy characters of a token, one for each doubled delimiter.
 void SimpleTextParser_c::CopyDoubled(TextToken_t const & Token, char * pTo, std::size_t nCopy) const
 {
     if (Token.nDoubled == 0)
@@ -208,7 +208,7 @@ void SimpleTextParser_c::LogNotOpened() const
     Refuse("SimpleTextParser_c::ParseNext : text wasn't opened.", NO_TEXT);
 }
 
-/// Where a token begins, with the delimiter of a string.
+/// Returns the start of a token, the delimiter of a string included.
 std::size_t SimpleTextParser_c::GetOffset(LAST_PARSED eKind, char const * pText) const
 {
     return static_cast<std::size_t>(pText - m_pBegin) - (eKind == LAST_PARSED_STRING);
@@ -216,7 +216,7 @@ std::size_t SimpleTextParser_c::GetOffset(LAST_PARSED eKind, char const * pText)
 
 void SimpleTextParser_c::SetCharacterRule(char cFirst, char cLast, CharacterParsingRule_e eRule)
 {
-    // What each rule adds to, by its value.
+    // Set to which each rule adds, by the rule's value.
     static constexpr CharacterSet_c SimpleTextParser_c::*ADD_TO[] = { nullptr, &SimpleTextParser_c::m_setWordFirst,
         &SimpleTextParser_c::m_setWordRest, &SimpleTextParser_c::m_setString, &SimpleTextParser_c::m_setNumberFirst,
         &SimpleTextParser_c::m_setNumberRest, &SimpleTextParser_c::m_setSymbol, nullptr };

@@ -1,23 +1,23 @@
-// ctextparser_internal.h: how the parser finds a token, inline for those who take it where it stands.
+// ctextparser_internal.h: the search for tokens, inline for callers that read them in place.
 #pragma once
 
 #include "zqcore/ctextparser.h"
 
-/// A token in the text. A string stands without its delimiters, but doubled ones are still doubled.
+/// A token in the text. A string excludes its delimiters; doubled ones inside it are still doubled.
 struct TextToken_t
 {
     LAST_PARSED eKind = LAST_PARSED_NOTHING;
-    char const * pText = nullptr;   // the first character
-    std::size_t nText = 0;          // bytes up to the end
+    char const * pText = nullptr;   // first character
+    std::size_t nText = 0;          // bytes in the text
     std::size_t nDoubled = 0;       // doubled delimiters in a string
 
-    /// Characters of the token.
+    /// Returns the number of characters of the token.
     std::size_t GetLength() const { return nText - nDoubled; }
 };
 
 namespace text
 {
-    /// What a character means: the kind of token that it starts in the low bits, 0 for a separator, and flags.
+    /// Role of a character: the kind of token that it starts in the low bits, 0 for a separator, and flags.
     enum Class_e : unsigned char
     {
         CLASS_KIND = 7,
@@ -35,7 +35,7 @@ namespace text
     }
 }
 
-/// Finds the next token and moves behind it; false at the end of the text, with a complaint if there is none.
+/// Finds the next token and moves after it. Returns false at the end of the text and, with a complaint, without a text.
 inline bool SimpleTextParser_c::NextToken(TextToken_t & Token)
 {
     auto const KindOf = [this](char c)

@@ -4,14 +4,14 @@
 
 namespace
 {
-    constexpr unsigned COARSE_PERIOD = 1;   // milliseconds asked of the coarse clock
+    constexpr unsigned COARSE_PERIOD = 1;   // milliseconds requested of the coarse clock
     constexpr std::uint32_t MEASURE_MILLISECONDS = 1000;
 
-    // Written while ModuleTimer_c comes up, on the main thread.
+    // Written in ModuleTimer_c::Initialize, on the main thread.
     bool g_bHighResolution = false;
     std::int64_t g_nFrequency = 0;   // ticks of the good clock in a second
     bool g_bStarted = false;
-    double g_tStart = 0.0;   // the long time that longTimeGetPassed counts from
+    double g_tStart = 0.0;   // long time from which longTimeGetPassed counts
     std::int64_t g_nCyclesPerSecond = 0;
 
     constinit ModuleTimer_c g_ModuleTimer;

@@ -5,7 +5,8 @@
 namespace
 {
     template <typename ARRAY>
-    void Split(String_T<256> const sText, ARRAY & dOut, char const * szSeparators)   // a copy: it may stand in dOut
+    void Split(String_T<256> const sText, ARRAY & dOut,
+        char const * szSeparators)   // a copy, because it may be an element of dOut
     {
         for (char const * p = sText; *p;)
         {

@@ -16,14 +16,14 @@ namespace
 {
     constexpr char const * OUT_OF_RANGE = "the number is out of range in column";
 
-    constexpr double ULONG_LIMIT = 4294967295.0;   // of the unsigned long form, on every machine
+    constexpr double ULONG_LIMIT = 4294967295.0;   // of unsigned long, on every machine
 
     char const * Sz(char const * szText)
     {
         return szText;
     }
 
-    /// Whether a number took the whole text. An empty text leaves nothing over, and counts as 0.
+    /// Returns whether a number filled the whole text. An empty text counts as 0.
     bool IsWhole(NumberEnd_t const & End)
     {
         return End.bInRange && *End.pEnd == '\0';
@@ -80,7 +80,7 @@ bool Warehouse_c::Open(
             return true;
         }
     }
-    if (!Text.szRefused || !sClientHeader)   // the client's header was not looked at
+    if (!Text.szRefused || !sClientHeader)   // otherwise the client's header was not read
     {
         LogEscaped(sClientHeader ? "Warehouse_c::Open: File \"%s\": invalid client header line"
                                  : "Warehouse_c::Open: File \"%s\": no client header line specified",
@@ -109,7 +109,7 @@ void Warehouse_c::TakeText(char const * pText, int nText)
     }
 }
 
-/// Takes the file's first header line, or else the client's.
+/// Reads the file's first header line, or else the client's.
 bool Warehouse_c::ReadHeader(char const * sClientHeader)
 {
     if (ScanFrom(0).FindLine(WAREHOUSE_HEADER, &m_Head))
@@ -126,7 +126,7 @@ bool Warehouse_c::ReadHeader(char const * sClientHeader)
     return m_Head.IsHeader();
 }
 
-/// The text as it is now: a refresh of the open file may have put another block, or none, in place of m_pData.
+/// Returns the current text: a refresh of the open file may have replaced the block in m_pData or removed it.
 Warehouse_c::Text_s Warehouse_c::GetText() const
 {
     if (!m_pFile)
@@ -145,7 +145,7 @@ WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
     return Scan;
 }
 
-/// Records the place of the work line.
+/// Stores the place of the work line.
 void Warehouse_c::NoteWork(WarehouseScan_t const & Scan)
 {
     m_nWork = Scan.GetLineStart();
@@ -189,7 +189,7 @@ bool Warehouse_c::NextIdent(char * sIdent, int nMaxLength)
     }
     else if (m_Walked != GetText())
     {
-        return false;   // the place of one text means nothing in another
+        return false;   // a position in one text means nothing in another
     }
     WarehouseScan_t Scan = ScanFrom(m_nPos);
     bool const bFound = Scan.NextItem(&m_Work, m_nLine);
@@ -202,7 +202,7 @@ bool Warehouse_c::FindIdent(char const * sIdent)
 {
     ZQ_ASSERT(sIdent);
     m_Work.Reset();
-    bool const bHeader = sIdent && StrCompareNoCase(sIdent, WAREHOUSE_HEADER) == 0;   // header lines are no items
+    bool const bHeader = sIdent && StrCompareNoCase(sIdent, WAREHOUSE_HEADER) == 0;   // header lines are not items
     if (!sIdent || bHeader || !m_pData)
     {
         return false;
@@ -223,7 +223,7 @@ bool Warehouse_c::GetWorkIdent(char * sIdent, int nMaxLength) const
     return true;
 }
 
-/// Index of a named column, -1 if there is none.
+/// Returns the index of a named column, or -1.
 inline int Warehouse_c::FindColumn(char const * sColumn) const
 {
     for (int i = 0; i < m_Head.GetLength(); ++i)
@@ -236,7 +236,8 @@ inline int Warehouse_c::FindColumn(char const * sColumn) const
     return -1;
 }
 
-/// The work line's cell in a named column, null for a null cell; false if there is no such column or no work line.
+/// Sets szCell to the work line's cell in a named column, null for an empty one. Returns false without such a column or
+/// a work line.
 inline bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) const
 {
     ZQ_ASSERT(sColumn);
@@ -253,7 +254,7 @@ inline bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) co
     return true;
 }
 
-/// The cell of a form that needs one; null after a complaint.
+/// Returns the cell for a Get that needs one. Without one complains and returns null.
 char const * Warehouse_c::NumberCell(char const * sColumn) const
 {
     char const * szCell = nullptr;
@@ -451,7 +452,7 @@ void Warehouse_c::KeepError(char const * szReason, char const * sColumn) const
     }
 }
 
-/// Counts the place of the last error, if the text is still the one that it was found in.
+/// Counts the place of the last error, if the text has not changed since.
 void Warehouse_c::PlaceError() const
 {
     Text_s const Text = std::exchange(m_ErrorText, Text_s{});

@@ -5,7 +5,7 @@
 
 namespace
 {
-    /// Takes columns and forgets them.
+    /// A sink that discards columns.
     struct NoSink_t
     {
         static constexpr bool WANTS_TEXT = false;
@@ -13,7 +13,7 @@ namespace
         void Add(char const *, int) {}
     };
 
-    /// Takes columns into a line.
+    /// A sink that appends columns to a line.
     struct LineSink_t
     {
         static constexpr bool WANTS_TEXT = true;
@@ -23,7 +23,8 @@ namespace
         void Add(char const * pText, int iLength) { Line.AddColumn(pText, iLength); }
     };
 
-    /// Tells whether a line has a first column, perhaps a null one, and whether that is not null and passes the test.
+    /// A sink that finds whether a line has a first column, which may be null, and whether that column is not null and
+    /// passes the test.
     template <typename TEST>
     struct TestSink_T
     {
@@ -40,7 +41,7 @@ namespace
         }
     };
 
-    /// Compares a column of iLength bytes, which ends at its first NUL, with a text without regard to case.
+    /// Returns whether a column of iLength bytes equals a text, in any case. The column ends at its first NUL.
     bool EqualsNoCase(char const * pColumn, int iLength, char const * szText)
     {
         for (int i = 0; i < iLength; ++i)
@@ -63,7 +64,7 @@ namespace
         return c == ' ' || c == '\t' || c == '\r';
     }
 
-    /// The length without the blanks at the end.
+    /// Returns the length without trailing blanks.
     int StripBlanks(char const * pText, int iLength)
     {
         while (iLength > 0 && IsBlank(pText[iLength - 1]))
@@ -143,7 +144,7 @@ bool WarehouseLine_c::IsNull(int iColumn) const
     return iColumn < 0 || iColumn >= iLength || !pData[iColumn];
 }
 
-/// What each byte means to a scan, as a table.
+/// Classes of each byte, as a table.
 class WarehouseScan_t::Classes_c
 {
 public:
@@ -173,7 +174,7 @@ private:
     unsigned char m_dClasses[256] = {};
 };
 
-/// Knows how far the data ahead holds no double quote, so that each byte is looked at once for that.
+/// Knows up to where the data holds no double quote, so that each byte is searched for that once.
 class WarehouseScan_t::QuoteWatch_c
 {
 public:
@@ -181,10 +182,10 @@ public:
         : m_Scan(Scan)
     {}
 
-    /// Whether no quote stands from nFrom to nTo. Calls must come with rising nFrom.
+    /// Returns whether there is no quote from nFrom to nTo. Requires calls with rising nFrom.
     bool IsFree(int nFrom, int nTo)
     {
-        constexpr int AHEAD = 4096;   // a short line would not be worth a search of its own
+        constexpr int AHEAD = 4096;   // a short line is not worth a search of its own
         m_nFree = std::max(m_nFree, nFrom);
         while (m_nFree < nTo)
         {
@@ -203,7 +204,7 @@ public:
 
 private:
     WarehouseScan_t const & m_Scan;
-    int m_nFree = 0;   // no quote stands from the last nFrom up to here
+    int m_nFree = 0;   // there is no quote from the last nFrom up to here
 };
 
 WarehouseScan_t::WarehouseScan_t(char const * pData, int nBytes, int nStart, WarehouseFormat_e eFormat)
@@ -221,7 +222,7 @@ void WarehouseScan_t::SetSeparators(char const * szSeparators)
 
 bool WarehouseScan_t::IsSeparator(char c) const
 {
-    return std::strchr(sSeparators, c) != nullptr;   // which finds the terminator too
+    return std::strchr(sSeparators, c) != nullptr;   // strchr finds the terminator too
 }
 
 bool WarehouseScan_t::GetLine(WarehouseLine_c * pResult)
@@ -307,7 +308,7 @@ void WarehouseScan_t::SeekColumn(int iColumn)
     }
 }
 
-/// Moves to the next line. The next line feed ends this one if no quote stands before it.
+/// Moves to the next line. The next line feed ends this one if no quote precedes it.
 void WarehouseScan_t::PassRest(Classes_c const & Classes, QuoteWatch_c & Watch)
 {
     if (!Classes.Is('\n', Classes_c::SEPARATOR))
@@ -402,7 +403,7 @@ bool WarehouseScan_t::StepCsv(Classes_c const & Classes, SINK & Sink)
     return true;
 }
 
-/// Reads a cell whose opening quote is behind us, with the blanks and the separator that follow it.
+/// Reads a quoted cell after its opening quote, with the blanks and the separator that follow it.
 template <typename SINK>
 void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
 {
@@ -429,7 +430,7 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
     PassSeparator(Classes);
 }
 
-/// Gives the sink a cell in which each double quote is doubled.
+/// Passes the sink a cell in which double quotes are doubled.
 template <typename SINK>
 void WarehouseScan_t::EscapedCell(int nStart, int nEnd, SINK & Sink) const
 {
@@ -456,14 +457,14 @@ void WarehouseScan_t::PassSeparator(Classes_c const & Classes)
     }
 }
 
-/// Where a byte next stands, nLength if nowhere.
+/// Returns the place of the next such byte, or nLength.
 int WarehouseScan_t::Find(char c, int nFrom) const
 {
     void const * const pFound = std::memchr(pLine + nFrom, c, static_cast<std::size_t>(nLength - nFrom));
     return pFound ? static_cast<int>(static_cast<char const *>(pFound) - pLine) : nLength;
 }
 
-/// Where a byte of one of the classes next stands, nLength if nowhere.
+/// Returns the place of the next byte of one of the classes, or nLength.
 int WarehouseScan_t::FindClass(Classes_c const & Classes, unsigned iClasses, int nFrom) const
 {
     char const * const pEnd = pLine + nLength;

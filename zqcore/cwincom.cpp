@@ -8,7 +8,7 @@ namespace
 {
     constinit ModuleWinCom_c s_Module;
 
-    // Starts COM; false if it can't be started.
+    // Starts COM. Returns false if that fails.
     bool Start()
     {
         switch (plat::ComInitialize())
