@@ -1,5 +1,5 @@
 # Installs the public headers; runs at installation. Public is zqcore/zqcore.h, each platform header that exports a name
-# for hosts, and whatever these include.
+# for hosts, and whatever these include. The system's part of a header, in its folder's include/, is installed beside it.
 cmake_policy(VERSION 3.25)
 file(GLOB waiting RELATIVE ${ZQCORE_SOURCE_FOLDER} ${ZQCORE_SOURCE_FOLDER}/platform/*.h)
 foreach(header ${waiting})
@@ -18,9 +18,13 @@ while(waiting)
         continue()
     endif()
     list(APPEND public ${header})
+    if(header MATCHES "^system/")
+        configure_file(${ZQCORE_PLATFORM_FOLDER}/include/${header} ${ZQCORE_STAGING_FOLDER}/platform/${header} COPYONLY)
+        continue()
+    endif()
     file(READ ${ZQCORE_SOURCE_FOLDER}/${header} text)
-    string(REGEX MATCHALL "\n#include \"[^\"]+\"" includes "${text}")
-    list(TRANSFORM includes REPLACE "\n#include \"([^\"]+)\"" "\\1")
+    string(REGEX MATCHALL "\n *#include \"[^\"]+\"" includes "${text}")
+    list(TRANSFORM includes REPLACE "\n *#include \"([^\"]+)\"" "\\1")
     list(APPEND waiting ${includes})
 
     # From the file's own place, so that a folder named platform among the host's include paths does no harm.

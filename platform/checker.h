@@ -18,9 +18,6 @@
     #include <sanitizer/asan_interface.h>
 #endif
 
-/// For a function that looks at memory which may be dead or no object at all, and says so.
-#define ZQ_UNCHECKED __attribute__((no_sanitize("address", "undefined")))
-
 namespace plat
 {
     /// Whether this build runs under the address checker.

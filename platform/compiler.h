@@ -1,36 +1,44 @@
-// compiler.h: the few words of the compiler that the library needs beyond the language.
+// compiler.h: what the library needs of the compiler beyond the language.
+//
+// The folder of a compiler defines these macros, `platform/gnu/` for GCC and Clang; the marks of exported names come from
+// the system's folder, since they follow its format of programs:
+//
+// - ZQ_API marks a name of the library's interface: exported while the library is built, which defines ZQCORE_BUILD, and
+//   imported elsewhere. Everything else stays inside the shared library.
+// - ZQ_INTERNAL keeps one member of an exported class inside the shared library.
+// - ZQ_PRINTF(iFormat, iFirstArgument) checks the arguments of a function that formats like printf. Both positions count
+//   from 1, and `this` counts too.
+// - ZQ_COLD keeps a rare path out of the straight line. ZQ_INLINE inlines a function whatever it costs, ZQ_FLATTEN
+//   whatever the function calls.
+// - ZQ_FIRST_GLOBAL constructs a global object before all others, the executable's included.
+// - ZQ_THREAD_LOCAL is a thread's variable that is reached without a call. The library must be loaded at start, not by
+//   hand.
+// - ZQ_KEEP_WRITES(p) keeps what was written to the memory at p, though nothing in the program reads it before the
+//   memory is released.
+// - ZQ_PREFETCH(pAddress) asks for the processor's cache line at an address, which will be written soon. Safe for any
+//   address.
+// - ZQ_BREAK() is a breakpoint trap right here. Without a debugger it is a crash with the breakpoint's code.
+// - ZQ_FUNCTION is the present function with its class and arguments, as the compiler spells it.
+// - ZQ_FIRST_BIT(nBits) is the index of the lowest bit set in a 32-bit word, which must not be 0.
+// - ZQ_UNCHECKED is for a function that looks at memory which may be dead or no object at all, and says so.
+//
+// For code of one kind of processor:
+//
+// - ZQ_TARGET(szFeatures) lets a function use instructions beyond those of the build, named as in "sha,sse4.1".
+// - ZQ_WRITTEN_ORDER, at the head of a source, keeps its instructions in the order in which they are written.
+// - ZQ_PROCESSOR_HAS(szFeature) is whether the processor has one of them. Callable before the first constructor.
 #pragma once
 
-/// Marks a name of the library's interface; everything else stays inside the shared library.
-#define ZQ_API __attribute__((visibility("default")))
+#include "system/exports.h"
 
-/// Keeps one member of an exported class inside the shared library.
-#define ZQ_INTERNAL __attribute__((visibility("hidden")))
-
-/// Checks the arguments of a function that formats like printf; both positions count from 1 (and include `this`).
-#define ZQ_PRINTF(iFormat, iFirstArgument) __attribute__((format(printf, iFormat, iFirstArgument)))
-
-/// Keeps a rare path out of the straight line.
-#define ZQ_COLD __attribute__((cold, noinline))
-
-/// Puts the construction of a global object ahead of all others, the executable's included.
-#define ZQ_FIRST_GLOBAL __attribute__((init_priority(101)))
-
-/// A thread's variable that is reached without a call; the library must be loaded at start, not by hand.
-#define ZQ_THREAD_LOCAL thread_local __attribute__((tls_model("initial-exec")))
-
-/// Keeps what was written to the memory at p, though nothing in the program reads it before the memory is released.
-#define ZQ_KEEP_WRITES(p) __asm__ volatile("" : : "r"(p) : "memory")
-
-/// Asks for the processor's cache line at an address, which will be written soon. Safe for any address.
-#define ZQ_PREFETCH(pAddress) __builtin_prefetch(pAddress, 1)
-
-/// A breakpoint trap right here. Without a debugger it is a crash with the breakpoint's code.
-#if defined(__x86_64__) || defined(__i386__)
-    #define ZQ_BREAK() __asm__ volatile("int3")
+#if defined(__GNUC__)
+    #include "platform/gnu/compiler.h"
 #else
-    #define ZQ_BREAK() __builtin_trap()
+    #error "No folder of platform/ is for this compiler: see docs/porting.md"
 #endif
 
-/// The present function with its class and arguments, as the compiler spells it.
-#define ZQ_FUNCTION __PRETTY_FUNCTION__
+#ifdef ZQCORE_BUILD
+    #define ZQ_API ZQ_EXPORT
+#else
+    #define ZQ_API ZQ_IMPORT
+#endif

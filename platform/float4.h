@@ -1,37 +1,18 @@
 // float4.h: four floats in a vector register. Each lane computes as a single float does: with the same bits everywhere.
+//
+// The folder of a compiler defines, in namespace plat:
+//
+// - Float4_t and Int4_t, four floats and four 32-bit integers, with the operators of their lanes and a lane by [].
+// - Int4_t Truncate(Float4_t): the integers of the lanes, truncated toward zero. A lane that fits no integer gives the
+//   smallest one.
+// - Float4_t FloatsOf(Int4_t): the same numbers as floats.
+// - Float4_t Pick<LANE0, LANE1, LANE2, LANE3>(Float4_t A, Float4_t B): four lanes picked from eight, 0 to 3 of A and
+//   4 to 7 of B.
+// - Float4_t Spread<LANE>(Float4_t): one lane in all four.
 #pragma once
 
-#include "platform/vector128.h"
-
-#include <emmintrin.h>
-
-namespace plat
-{
-    typedef float Float4_t __attribute__((vector_size(16)));
-    typedef int Int4_t __attribute__((vector_size(16)));
-
-    /// The integers of the lanes, truncated toward zero; a lane that fits no integer gives the smallest one.
-    inline Int4_t Truncate(Float4_t Value)
-    {
-        return reinterpret_cast<Int4_t>(_mm_cvttps_epi32(Value));
-    }
-
-    inline Float4_t FloatsOf(Int4_t Value)
-    {
-        return __builtin_convertvector(Value, Float4_t);
-    }
-
-    /// Four lanes picked from eight: 0 to 3 of A, 4 to 7 of B.
-    template <int LANE0, int LANE1, int LANE2, int LANE3>
-    Float4_t Pick(Float4_t A, Float4_t B)
-    {
-        return __builtin_shufflevector(A, B, LANE0, LANE1, LANE2, LANE3);
-    }
-
-    /// One lane in all four.
-    template <int LANE>
-    Float4_t Spread(Float4_t A)
-    {
-        return Pick<LANE, LANE, LANE, LANE>(A, A);
-    }
-}
+#if defined(__GNUC__)
+    #include "platform/gnu/float4.h"
+#else
+    #error "No folder of platform/ is for this compiler: see docs/porting.md"
+#endif

@@ -1,14 +1,18 @@
 // threads.h: locks, wake-ups and threads.
+//
+// What they keep is the system's: its folder has the types in system/threads.h. All of them are usable from constant
+// initialisation on.
 #pragma once
 
 #include "platform/compiler.h"
+#include "system/threads.h"
 
 #include <atomic>
 #include <cstdint>
 
 namespace plat
 {
-    /// A lock that its owner may take again, and that spins before it sleeps. Usable from constant initialisation on.
+    /// A lock that its owner may enter again, and that spins before it sleeps.
     class Lock_c
     {
     public:
@@ -35,10 +39,10 @@ namespace plat
     private:
         void EnterSlowly();
 
-        std::atomic<std::uint32_t> m_nState{ 0 };        // free, held, or held while threads may sleep
-        int m_nSpin;                                     // tries before the thread sleeps
-        std::atomic<void const *> m_pOwner{ nullptr };   // an address of the owning thread's own
-        std::uint32_t m_nDepth = 0;                      // further Enters of the owner
+        WaitWord_t m_nState{ 0 };   // free, held, or held while threads may sleep
+        int m_nSpin;                // tries before the thread sleeps
+        std::atomic<LockOwner_t> m_Owner{};
+        std::uint32_t m_nDepth = 0;   // further Enters of the owner
     };
 
     /// Holds a lock for a scope.
@@ -72,7 +76,7 @@ namespace plat
         void Wait();
 
     private:
-        std::atomic<std::uint32_t> m_nState{ 0 };   // clear, signalled, or clear with a thread that sleeps
+        WaitWord_t m_nState{ 0 };   // clear, signalled, or clear with a thread that sleeps
     };
 
     /// A wake-up that stays until it is taken back: every wait passes while it is set. Any thread, and a signal handler.
@@ -90,7 +94,7 @@ namespace plat
         bool WaitFor(std::uint32_t nMilliseconds);
 
     private:
-        std::atomic<std::uint32_t> m_nSet{ 0 };
+        WaitWord_t m_nSet{ 0 };
     };
 
     /// Calls fnEnd on the calling thread when it ends, behind the destructors of its own variables. One function a
@@ -109,12 +113,12 @@ namespace plat
         void Join();
 
         /// Forgets the thread. For the child of a fork, where it does not exist.
-        void Forget() { m_hThread = 0; }
+        void Forget() { m_hThread = {}; }
 
-        bool IsStarted() const { return m_hThread != 0; }
+        bool IsStarted() const { return m_hThread != ThreadHandle_t{}; }
 
     private:
-        std::uintptr_t m_hThread = 0;
+        ThreadHandle_t m_hThread{};
     };
 
     /// Puts the calling thread into the class that runs only when nothing else wants the processor; false if refused.

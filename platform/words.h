@@ -1,29 +1,14 @@
 // words.h: bits in a vector register.
+//
+// The folder of a compiler defines, in namespace plat:
+//
+// - Words_t, 128 bits, combined by the operators of words.
+// - Words_t WordsLoad(void const * pBytes) and void WordsStore(void * pBytes, Words_t), at any address.
+// - bool WordsAny(Words_t): whether any bit is set.
 #pragma once
 
-#include <cstdint>
-#include <cstring>
-
-namespace plat
-{
-    /// 128 bits, combined by the operators of words.
-    typedef std::uint64_t Words_t __attribute__((vector_size(16)));
-
-    inline Words_t WordsLoad(void const * pBytes)
-    {
-        Words_t Words;
-        std::memcpy(&Words, pBytes, sizeof(Words));
-        return Words;
-    }
-
-    inline void WordsStore(void * pBytes, Words_t Words)
-    {
-        std::memcpy(pBytes, &Words, sizeof(Words));
-    }
-
-    /// Whether any bit is set.
-    inline bool WordsAny(Words_t Words)
-    {
-        return (Words[0] | Words[1]) != 0;
-    }
-}
+#if defined(__GNUC__)
+    #include "platform/gnu/words.h"
+#else
+    #error "No folder of platform/ is for this compiler: see docs/porting.md"
+#endif

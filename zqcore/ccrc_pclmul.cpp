@@ -9,9 +9,9 @@
     #include <array>
     #include <immintrin.h>
 
-    #define ZQ_TARGET_PCLMUL __attribute__((target("pclmul,sse4.1")))
-    #define ZQ_TARGET_PAIRS __attribute__((target("pclmul,sse4.1,avx2,vpclmulqdq")))
-    #define ZQ_TARGET_VPCLMUL __attribute__((target("pclmul,sse4.1,avx512f,avx512vl,vpclmulqdq")))
+    #define ZQ_TARGET_PCLMUL ZQ_TARGET("pclmul,sse4.1")
+    #define ZQ_TARGET_PAIRS ZQ_TARGET("pclmul,sse4.1,avx2,vpclmulqdq")
+    #define ZQ_TARGET_VPCLMUL ZQ_TARGET("pclmul,sse4.1,avx512f,avx512vl,vpclmulqdq")
 
 namespace
 {
@@ -244,10 +244,9 @@ namespace
 
 Crc32Kernels_t Crc32FindKernels()
 {
-    __builtin_cpu_init();   // constructors may not have run yet
-    bool const bPclmul = __builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("sse4.1") != 0;
-    bool const bPairs = bPclmul && __builtin_cpu_supports("vpclmulqdq") != 0 && __builtin_cpu_supports("avx2") != 0;
-    bool const bVpclmul = bPairs && __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512vl") != 0;
+    bool const bPclmul = ZQ_PROCESSOR_HAS("pclmul") && ZQ_PROCESSOR_HAS("sse4.1");
+    bool const bPairs = bPclmul && ZQ_PROCESSOR_HAS("vpclmulqdq") && ZQ_PROCESSOR_HAS("avx2");
+    bool const bVpclmul = bPairs && ZQ_PROCESSOR_HAS("avx512f") && ZQ_PROCESSOR_HAS("avx512vl");
     return { bPclmul ? Crc32Pclmul : nullptr, bPairs ? Crc32Pairs : nullptr, bVpclmul ? Crc32Vpclmul : nullptr };
 }
 

@@ -324,11 +324,14 @@ namespace
         }
     };
 
+    // A wide character as it is passed among variable arguments: promoted.
+    using PassedWide_t = decltype(+std::wint_t{});
+
     void PutWideConversion(Output_c & Output, Conversion_s const & Conversion, Arguments_s & Arguments)
     {
         if (Conversion.cKind == 'c' || Conversion.cKind == 'C')
         {
-            wchar_t const szCharacter[] = { static_cast<wchar_t>(va_arg(Arguments.args, std::wint_t)), L'\0' };
+            wchar_t const szCharacter[] = { static_cast<wchar_t>(va_arg(Arguments.args, PassedWide_t)), L'\0' };
             Output.PutWide(szCharacter, SIZE_MAX - 1, Conversion.nWidth);
             return;
         }

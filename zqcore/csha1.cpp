@@ -50,8 +50,7 @@ namespace
     // One round. The variables keep their places and change their names instead: a is at (80 - ROUND) % 5. dWords holds
     // the last 16 words of the schedule.
     template <std::size_t ROUND>
-    __attribute__((always_inline)) inline void Round(
-        std::uint32_t * dVars, std::uint32_t * dWords, unsigned char const * pBlock)
+    ZQ_INLINE void Round(std::uint32_t * dVars, std::uint32_t * dWords, unsigned char const * pBlock)
     {
         constexpr std::size_t A = (80 - ROUND) % 5;
         std::uint32_t & dwWord = dWords[ROUND % 16];

@@ -1,5 +1,7 @@
 #include "platform/vectors.h"
 
+#include "platform/compiler.h"
+
 #include <atomic>
 #include <cstdint>
 #include <utility>
@@ -12,8 +14,7 @@ namespace plat
 
         // Swaps the lanes that are DISTANCE apart.
         template <std::size_t DISTANCE, typename VECTOR, std::size_t... LANE>
-        [[gnu::always_inline]] inline void AddDistant(
-            VECTOR & Sum, VECTOR & Signs, VECTOR & Sum2, std::index_sequence<LANE...>)
+        ZQ_INLINE void AddDistant(VECTOR & Sum, VECTOR & Signs, VECTOR & Sum2, std::index_sequence<LANE...>)
         {
             Sum += __builtin_shufflevector(Sum, Sum, static_cast<int>(LANE ^ DISTANCE)...);
             Sum2 += __builtin_shufflevector(Sum2, Sum2, static_cast<int>(LANE ^ DISTANCE)...);
@@ -22,7 +23,7 @@ namespace plat
 
         // The same body for each width of register; inlined into functions that may use it.
         template <typename VECTOR>
-        [[gnu::always_inline]] inline PairSums_t SumWith(
+        ZQ_INLINE PairSums_t SumWith(
             std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
         {
             constexpr std::size_t LANES = sizeof(VECTOR) / sizeof(std::ptrdiff_t);
@@ -65,14 +66,14 @@ namespace plat
             return SumWith<Vector16_t>(pFirst, pSecond, nNumbers);
         }
 
-        __attribute__((target("avx2"))) PairSums_t SumAvx2(
-            std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
+        ZQ_TARGET("avx2")
+        PairSums_t SumAvx2(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
         {
             return SumWith<Vector32_t>(pFirst, pSecond, nNumbers);
         }
 
-        __attribute__((target("avx512f"))) PairSums_t SumAvx512(
-            std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
+        ZQ_TARGET("avx512f")
+        PairSums_t SumAvx512(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
         {
             return SumWith<Vector64_t>(pFirst, pSecond, nNumbers);
         }
@@ -83,10 +84,9 @@ namespace plat
 
         PairSums_t SumFirstTime(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
         {
-            __builtin_cpu_init();
-            Sum_t const fnSum = __builtin_cpu_supports("avx512f") ? SumAvx512
-                                : __builtin_cpu_supports("avx2")  ? SumAvx2
-                                                                  : SumBaseline;
+            Sum_t const fnSum = ZQ_PROCESSOR_HAS("avx512f") ? SumAvx512
+                                : ZQ_PROCESSOR_HAS("avx2")  ? SumAvx2
+                                                            : SumBaseline;
             g_fnSum.store(fnSum, std::memory_order_relaxed);
             return fnSum(pFirst, pSecond, nNumbers);
         }

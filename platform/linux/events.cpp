@@ -15,8 +15,7 @@ namespace plat
 {
     namespace
     {
-        using Word_t = std::atomic<std::uint32_t>;
-        static_assert(sizeof(Word_t) == 4 && Word_t::is_always_lock_free);
+        static_assert(sizeof(WaitWord_t) == 4 && WaitWord_t::is_always_lock_free);
 
         constexpr long SECOND = 1'000'000'000;   // nanoseconds
 
@@ -27,7 +26,7 @@ namespace plat
 
         // Sleeps while the word has the value, at most until the time of the monotonic clock, null for ever. False at
         // that time.
-        bool SleepWhile(Word_t & Word, std::uint32_t nValue, timespec const * pUntil = nullptr)
+        bool SleepWhile(WaitWord_t & Word, std::uint32_t nValue, timespec const * pUntil = nullptr)
         {
             constexpr int OPERATION = FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG;
             int const iErrorBefore = errno;
@@ -38,7 +37,7 @@ namespace plat
             return !bTimeout;
         }
 
-        ZQ_COLD void Wake(Word_t & Word, int nThreads)
+        ZQ_COLD void Wake(WaitWord_t & Word, int nThreads)
         {
             int const iErrorBefore = errno;
             ::syscall(SYS_futex, &Word, FUTEX_WAKE | FUTEX_PRIVATE_FLAG, nThreads, nullptr, nullptr, 0);
@@ -47,7 +46,7 @@ namespace plat
 
         // Takes a lock's word from one value to another, if it has the first. Until the process has a second thread that
         // needs no locked cycle of the memory bus, which is most of the cost.
-        inline bool Change(Word_t & Word, std::uint32_t nFrom, std::uint32_t nTo)
+        inline bool Change(WaitWord_t & Word, std::uint32_t nFrom, std::uint32_t nTo)
         {
             if (__libc_single_threaded)
             {
@@ -163,7 +162,7 @@ namespace plat
     bool Lock_c::TryEnter()
     {
         // Only the thread itself stores its own mark, so what others store meanwhile makes no difference.
-        if (m_pOwner.load(std::memory_order_relaxed) == &t_cSelf)
+        if (m_Owner.load(std::memory_order_relaxed) == &t_cSelf)
         {
             ++m_nDepth;
             return true;
@@ -172,11 +171,11 @@ namespace plat
         {
             return false;
         }
-        m_pOwner.store(&t_cSelf, std::memory_order_relaxed);
+        m_Owner.store(&t_cSelf, std::memory_order_relaxed);
         return true;
     }
 
-    __attribute__((flatten)) void Lock_c::Enter()
+    ZQ_FLATTEN void Lock_c::Enter()
     {
         if (!TryEnter())
         {
@@ -187,7 +186,7 @@ namespace plat
     void Lock_c::Renew()
     {
         m_nState = FREE;
-        m_pOwner = nullptr;
+        m_Owner = nullptr;
         m_nDepth = 0;
     }
 
@@ -209,14 +208,14 @@ namespace plat
                 SleepWhile(m_nState, CONTENDED);
                 continue;
             }
-            if (g_IdleThread.Is(m_pOwner.load(std::memory_order_relaxed)))
+            if (g_IdleThread.Is(m_Owner.load(std::memory_order_relaxed)))
             {
                 g_IdleThread.Lift();
             }
             timespec const Until = TimeAfter(LIFT_AGAIN_MILLISECONDS);
             SleepWhile(m_nState, CONTENDED, &Until);
         }
-        m_pOwner.store(&t_cSelf, std::memory_order_relaxed);
+        m_Owner.store(&t_cSelf, std::memory_order_relaxed);
     }
 
     void Lock_c::Leave()
@@ -226,7 +225,7 @@ namespace plat
             --m_nDepth;
             return;
         }
-        m_pOwner.store(nullptr, std::memory_order_relaxed);
+        m_Owner.store(nullptr, std::memory_order_relaxed);
         if (!Change(m_nState, HELD, FREE) && m_nState.exchange(FREE, std::memory_order_release) == CONTENDED)
         {
             Wake(m_nState, 1);

@@ -1,0 +1,17 @@
+// threads.h: what locks, wake-ups and threads keep on Windows.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace plat
+{
+    /// A word that threads sleep on (WaitOnAddress).
+    using WaitWord_t = std::atomic<std::uint32_t>;
+
+    /// The owner of a lock: the thread's number; 0 for none.
+    using LockOwner_t = std::uint32_t;
+
+    /// A started thread, as HANDLE has it; null for none.
+    using ThreadHandle_t = void *;
+}
