@@ -6,9 +6,8 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cserialize.h"
 
-#include <csignal>
+#include <chrono>
 #include <random>
-#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -44,8 +43,9 @@ namespace
                 Archive.Serialize(iValue);
                 Archive.ChunkEnd("Value");
             }
-            EXPECT_TRUE(Archive.IsFailed() == (eState != FileSave_c::WHOLE) && Archive.Close());
-            EXPECT_EQ(Save.GetWhyNot()[0] == '\0', eState == FileSave_c::WHOLE);
+            bool const bWhole = eState == FileSave_c::WHOLE;
+            EXPECT_EACH(
+                Archive.IsFailed() != bWhole, Archive.Close(), String_T<8>(Save.GetWhyNot()).IsEmpty() == bWhole);
             return iValue;
         }
 
@@ -75,7 +75,7 @@ namespace
 TEST_F(FileSave, AnythingButAWholeSaveIsSaidToBeDamaged)
 {
     FileSave_c Save(sPath.c_str());
-    EXPECT_TRUE(Load(Save) == -FileSave_c::ABSENT && Store(Save, 7) && Load(Save) == 7);
+    EXPECT_EACH(Load(Save) == -FileSave_c::ABSENT, Store(Save, 7), Load(Save) == 7);
     std::string const sWhole = Folder.Read("one.sav");
     EXPECT_EQ(Hex(sWhole), DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "save"));
     EXPECT_EQ(fs::status(sPath).permissions(), fs::perms(0600));
@@ -108,7 +108,8 @@ TEST_F(FileSave, AnythingButAWholeSaveIsSaidToBeDamaged)
     for (char const * szTo : { ".old", ".old1" })
     {
         Folder.Write("one.sav", szTo);
-        EXPECT_TRUE(Save.PutAside(sAside) && sAside == (sPath + szTo).c_str());
+        EXPECT_TRUE(Save.PutAside(sAside));
+        EXPECT_EQ(std::string(sAside), sPath + szTo);
     }
     EXPECT_EQ(Folder.Read("one.sav.old") + Folder.Read("one.sav.old1"), ".old.old1");
     EXPECT_FALSE(Save.PutAside(sAside));
@@ -118,7 +119,7 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
 {
     Folder.Write("whole", "x");
     Folder.MakeFolder("a folder/full");
-    mkfifo(Folder.Join("a pipe").c_str(), 0600);
+    MakePipe(Folder.Join("a pipe"));
     fs::create_symlink("a loop", Folder.Join("a loop"));
     fs::create_symlink("nothing", Folder.Join("to nothing"));
     for (auto const & [szName, bReplaced] : Rows_t<char const *, bool>{ { "a folder", false }, { "a pipe", false },
@@ -131,13 +132,11 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
     }
     FileSave_c Save(sPath.c_str());
     EXPECT_TRUE(Store(Save, 7));
-    rlimit Former;
-    getrlimit(RLIMIT_NOFILE, &Former);
-    rlimit const None = { 0, Former.rlim_max };
-    setrlimit(RLIMIT_NOFILE, &None);
-    EXPECT_TRUE(Load(Save) == -FileSave_c::UNREADABLE && !Store(Save, 8));
-    EXPECT_EQ(s_sWhyNot + Save.GetWhyNot(), "Too many open filesToo many open files");
-    setrlimit(RLIMIT_NOFILE, &Former);
+    {
+        FewDescriptors_c const None(0);
+        EXPECT_EACH(Load(Save) == -FileSave_c::UNREADABLE, !Store(Save, 8));
+        EXPECT_EQ(s_sWhyNot + Save.GetWhyNot(), "Too many open filesToo many open files");
+    }
     for (rlim_t nBytes : { 0, 15, 20, 30 })   // the archive has 16 bytes
     {
         FullDisk_c const Full(nBytes);
@@ -160,7 +159,7 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
         0);
     EXPECT_EQ(StatusOfChild(StartChild([&Save] { return Save.~FileSave_c(), 0; })), 0) << "a child's copy";
     EXPECT_FALSE(FileSave_c(sPath.c_str()).IsLocked());
-    EXPECT_TRUE(Store(Save, 1) && Load(Save) == 1);
+    EXPECT_EACH(Store(Save, 1), Load(Save) == 1);
 
     std::string const sShared = Folder.Join("shared.sav");
     auto const Host = [&sShared](int)
@@ -170,13 +169,13 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
             FileSave_c Mine(sShared.c_str());
             Mine.SetFormer(1);
             int const iHad = Load(Mine);
-            EXPECT_TRUE(iHad > 0 || iHad == -FileSave_c::ABSENT);
+            EXPECT_THAT(iHad, testing::AnyOf(testing::Gt(0), -FileSave_c::ABSENT));
             nStored += Mine.IsLocked() && Store(Mine, iHad < 0 ? 1 : iHad + 1);
         }
     };
     InThreads(3, Host);
     FileSave_c Shared(sShared.c_str());
-    EXPECT_TRUE(Load(Shared) == 60 && Load(Shared, 1) == 59) << "no save of another is lost";
+    EXPECT_EQ(std::pair(Load(Shared), Load(Shared, 1)), std::pair(60, 59)) << "a save of another is lost";
 }
 
 TEST_F(FileSave, FormerSavesMoveOnAndAFailedSaveMovesNone)
@@ -210,7 +209,7 @@ TEST_F(FileSave, FormerSavesMoveOnAndAFailedSaveMovesNone)
 TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
 {
     std::mt19937 Random(1);
-    int iLast = 0;
+    int iLast = -FileSave_c::ABSENT;
     for (int i = 0; i < 25; ++i)
     {
         pid_t const iChild = StartChild(
@@ -218,23 +217,21 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
             {
                 FileSave_c Save(sPath.c_str());
                 Save.SetFormer(2);
-                for (int iValue = iLast + 1; Store(Save, iValue); ++iValue)
+                for (int iValue = std::max(iLast, 0) + 1; Store(Save, iValue); ++iValue)
                 {}
                 return 1;
             });
-        usleep(static_cast<useconds_t>(Random() % 20000));
-        kill(iChild, SIGKILL);
-        EXPECT_EQ(StatusOfChild(iChild), -1) << s_sWhyNot;
+        std::this_thread::sleep_for(std::chrono::microseconds(Random() % 20000));
+        EXPECT_TRUE(KillChild(iChild)) << s_sWhyNot;
         {
             FileSave_c Save(sPath.c_str());
-            int const iValue = Load(Save);
-            EXPECT_TRUE(Save.IsLocked() && (iValue >= iLast || (iLast == 0 && iValue == -FileSave_c::ABSENT)));
-            int const iFormer = Load(Save, 1), iBefore = Load(Save, 2);
-            EXPECT_TRUE(iValue < 2 || std::max(iFormer, iBefore) >= iValue - 1);
-            EXPECT_TRUE(iFormer != -FileSave_c::DAMAGED && iBefore != -FileSave_c::DAMAGED);
+            int const iValue = Load(Save), iFirst = Load(Save, 1), iSecond = Load(Save, 2);
+            EXPECT_EACH(Save.IsLocked(), iFirst != -FileSave_c::DAMAGED, iSecond != -FileSave_c::DAMAGED);
+            EXPECT_GE(iValue, iLast);
+            EXPECT_GE(std::max({ iFirst, iSecond, 0 }), iValue - 1);
             iLast = std::max(iLast, iValue);
         }
-        EXPECT_THAT(Names(), testing::Each(testing::StartsWith("one.sav"))) << "nothing is left beside";
+        EXPECT_THAT(Names(), testing::Each(testing::StartsWith("one.sav"))) << "another file is left";
     }
     EXPECT_GT(iLast, 10);
 }

@@ -72,10 +72,10 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
         EXPECT_EQ(After - Before, (Changes_t{ { iExpected, { 1, plat::HeapBlockSize(pBlock) } } }));
         EXPECT_EQ(After.iAllocs, Before.iAllocs + 1);
         EXPECT_EQ(After.d[iExpected].iFrameAllocs, Before.d[iExpected].iFrameAllocs + 1);
-        MemCategoryScope_c const Other(mem::Sound);   // has no say in what is freed
+        MemCategoryScope_c const Other(mem::Sound);   // does not count for what is freed
         CoreMemory::operator_delete(p);
         Figures_s const Freed;
-        EXPECT_TRUE(Freed - Before == Changes_t() && Freed.iBytes == Before.iBytes);
+        EXPECT_EQ(std::pair(Freed - Before, Freed.iBytes), std::pair(Changes_t(), Before.iBytes));
     }
     EXPECT_EQ(Reports.Take(), "");
     CoreMemory::operator_delete(New(1, 5));
@@ -85,7 +85,8 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
     MemoryResetFrameAllocCount();
     Figures_s const Reset;
     EXPECT_GE(MemoryGetFrameAllocCount(), 10u);
-    EXPECT_TRUE(Reset.d[mem::AI].iLastFrameAllocs == 1 && Reset.d[mem::AI].iFrameAllocs == 0);
+    EXPECT_EQ(Reset.d[mem::AI].iLastFrameAllocs, 1);
+    EXPECT_EQ(Reset.d[mem::AI].iFrameAllocs, 0);
 }
 
 TEST(Memory, PeaksStayWhenBlocksGoAndNewOnesStayBelow)
@@ -170,7 +171,7 @@ TEST(Memory, EveryFormOfNewIsTracked)
     auto * const pWide = new Wide_s[2];
     auto * const pQuiet = new (std::nothrow) char[3];
     g_pSeen = pPlain, g_pSeen = pWide, g_pSeen = pQuiet;
-    auto * const pTold = ZQ_NEW int(5);
+    auto * const pNamed = ZQ_NEW int(5);
     int const iLine = __LINE__ - 1;
     EXPECT_THROW(ZQ_NEW Thrower_s, int);
     Wide_s * dWide[8];   // one of them would be aligned by chance
@@ -184,9 +185,10 @@ TEST(Memory, EveryFormOfNewIsTracked)
         delete p;
     }
     plat::HeapBlock_t Block;
-    EXPECT_TRUE(plat::HeapFindBlock(get_block_from_aligned(pTold), Block) && Block.iLine == iLine);
+    EXPECT_TRUE(plat::HeapFindBlock(get_block_from_aligned(pNamed), Block));
+    EXPECT_EQ(Block.iLine, iLine);
     EXPECT_STREQ(Block.szFile, __FILE__);
-    delete pPlain, delete[] pWide, delete pTold, delete[] pQuiet;
+    delete pPlain, delete[] pWide, delete pNamed, delete[] pQuiet;
     EXPECT_EQ(Figures_s() - Before, Changes_t());
 }
 
@@ -196,7 +198,7 @@ TEST(Memory, StackMergesPushesAndCountsChanges)
     Stack.Add(mem::file), Stack.Add(mem::file), Stack.Add(mem::logger);
     EXPECT_EQ(Stack.top, 1);
     Stack.Remove(mem::logger);
-    EXPECT_TRUE(Stack.Top() == mem::file && Stack.m_dStack[0].m_iCallCount == 2);
+    EXPECT_EACH(Stack.Top() == mem::file, Stack.m_dStack[0].m_iCallCount == 2);
     EXPECT_EQ(FailedConditions([&] { Stack.Remove(mem::logger); }), "m_dStack[top].m_eCategory==category");
     Stack.Remove(mem::file);
     EXPECT_EQ(Stack.Top(), mem::UNDEFINED);
@@ -315,12 +317,12 @@ TEST(Memory, UserAllocatorsFillSixtyFourSlots)
     EXPECT_EQ(mem::GetUserAllocators(dFound, 0), 0u);
     EXPECT_EQ(mem::GetUserAllocators(dFound, 7), 7u);
     mem::UserAllocatorInfo_t Info;
-    EXPECT_TRUE(dFound[5] == &dAllocators[64] && dFound[5]->GetInfo(Info) && Info.dwInfo1 == 9);
+    EXPECT_EACH(dFound[5] == &dAllocators[64], dFound[5]->GetInfo(Info), Info.dwInfo1 == 9);
     std::for_each(dAllocators, dAllocators + 65, mem::UnRegisterUserAllocator);
     EXPECT_EQ(mem::GetUserAllocators(nullptr, 0), 0u);
 }
 
-TEST(Memory, FiguresReturnToTheirStartBehindThreadsThatShareBlocks)
+TEST(Memory, FiguresReturnToTheirStartAfterThreadsThatShareBlocks)
 {
     static std::atomic<int> s_nLines;
     s_nLines = 0;
@@ -346,12 +348,12 @@ TEST(Memory, FiguresReturnToTheirStartBehindThreadsThatShareBlocks)
     }
     Figures_s const After;
     EXPECT_EQ(After - Before, Changes_t());
-    EXPECT_TRUE(After.iAllocs == Before.iAllocs && After.iBytes == Before.iBytes && MemoryCheckConsistency());
+    EXPECT_EACH(After.iAllocs == Before.iAllocs, After.iBytes == Before.iBytes, MemoryCheckConsistency());
     EXPECT_EQ(s_nLines, 8 * 20);
     LogDone();
 }
 
-TEST(Memory, AThreadWithoutASlotIsComplainedOf)
+TEST(Memory, AThreadWithoutASlotIsReported)
 {
     EXPECT_EQ(FailedConditions([] { InThreads(1, [](int) { MemoryCategoryPop(mem::AI); }); }), "pStack");
     auto const FillSlots = []

@@ -9,7 +9,8 @@ namespace
 {
     std::string g_sTrace;   // what the modules were called for, in order
 
-    // A module that tells of its calls: I initialise, 2 second phase, F and B the heartbeats, S shutdown.
+    // A module that adds a letter and its name to the trace for each call: I is Initialize, 2 Initialize2, F the
+    // heartbeat of a frame, B that of an idle pass, S Shutdown.
     struct TestModule_c : Module_c
     {
         explicit TestModule_c(char const * szName, Module_c * pFirst = nullptr, Module_c * pSecond = nullptr)
@@ -69,7 +70,7 @@ TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
     Register({ &c, &a, &c });   // the first brings b and a in
     EXPECT_TRUE(Module_c::InitializeAllModules());
     EXPECT_EQ(TakeTrace(), "Ia Ib Ic 2a 2b 2c ");
-    EXPECT_TRUE(a.GetInitOrder() == 0 && c.GetInitOrder() == 2);
+    EXPECT_EQ(std::pair(a.GetInitOrder(), c.GetInitOrder()), std::pair(0, 2));
     Module_c::HeartbeatAllModulesFrame(0.5);
     Module_c::HeartbeatAllModulesIdle();
     EXPECT_EQ(TakeTrace(), "Fc Fb Fa Bc Bb Ba ");
@@ -79,7 +80,7 @@ TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
     EXPECT_EQ(m_Log.GetText(),
         "c shutdown\nc has been shutdown in 0.00 sec\nb shutdown\nb has been shutdown in 0.00 sec\n"
         "a shutdown\na has been shutdown in 0.00 sec\nAll modules have been shutdown in 0.00 sec\n");
-    EXPECT_TRUE(!a.IsInitialized() && c.GetInitOrder() == 2);
+    EXPECT_EACH(!a.IsInitialized(), c.GetInitOrder() == 2);
     m_Log.Clear();   // nobody is registered any more
     EXPECT_TRUE(Module_c::InitializeAllModules());
     Module_c::HeartbeatAllModulesIdle();
@@ -105,14 +106,14 @@ TEST_F(Modules, ThatNeedEachOtherStayDown)
     EXPECT_EQ(Dialogs.GetCount(), 2);
 }
 
-TEST_F(Modules, InitialisedAheadOfAFailedOneStayUpAndLaterOnesJoinThem)
+TEST_F(Modules, InitialisedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
 {
     TestModule_c &a = Make("a"), &b = Make("b"), &c = Make("c");
     b.bFails = true;
     Register({ &a, &b, &c });
     EXPECT_FALSE(Module_c::InitializeAllModules());
     EXPECT_EQ(m_Log.GetText(), "Module [b] failed to initialize\n");
-    EXPECT_TRUE(a.IsInitialized() && !b.IsInitialized() && !c.IsInitialized());
+    EXPECT_EACH(a.IsInitialized(), !b.IsInitialized(), !c.IsInitialized());
     Module_c::ShutdownAllModules();
     EXPECT_EQ(TakeTrace(), "Ia Ib Sa Sb Sc ");   // in the order of registration
 

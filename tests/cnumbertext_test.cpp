@@ -24,7 +24,8 @@ TEST(NumberText, ReadsNumbersAsTheCLocaleDoes)
             double const fExpected = std::strtod(sFilled.c_str(), &pEnd);
             NumberEnd_t const Double = TextToDouble(sFilled.c_str(), fValue);
             EXPECT_EQ(Double.bInRange, errno == 0 && std::fpclassify(fValue) != FP_SUBNORMAL) << sFilled;
-            EXPECT_TRUE(fValue == fExpected && std::signbit(fValue) == std::signbit(fExpected)) << sFilled << fValue;
+            EXPECT_EQ(std::pair(fValue, std::signbit(fValue)), std::pair(fExpected, std::signbit(fExpected)))
+                << sFilled;
             EXPECT_EQ(Double.pEnd, pEnd) << sFilled;
 
             errno = 0;

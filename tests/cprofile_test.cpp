@@ -287,7 +287,8 @@ TEST_P(ProfilerStats, FileHasTheLayout)
     {
         g_tSwapMaxTime = tLongest;
         sExpected += Batch(sHeader);
-        EXPECT_TRUE(g_tSwapLastTime > 1 && g_tSwapMaxTime == std::max(tLongest, g_tSwapLastTime));
+        EXPECT_GT(g_tSwapLastTime, 1);
+        EXPECT_EQ(g_tSwapMaxTime, std::max(tLongest, g_tSwapLastTime));
     }
     for (int i = 0; i < 149; ++i, ProfilerUpdateFrame(false))
     {}
@@ -299,8 +300,8 @@ TEST_P(ProfilerStats, FileHasTheLayout)
     std::ptrdiff_t const nOpen = MemoryTotalAllocations();
     ProfilerCloseStats();
     EXPECT_EQ(MemoryTotalAllocations(), nOpen - 1);
-    EXPECT_TRUE(m_Folder.Read("stats") == sExpected && m_Folder.Read("second") == sHeader + sSecond);
-    EXPECT_FALSE(ProfilerSwapStatsFailed() || IsQueueOpen());
+    EXPECT_EACH(m_Folder.Read("stats") == sExpected, m_Folder.Read("second") == sHeader + sSecond,
+        !ProfilerSwapStatsFailed(), !IsQueueOpen());
     EXPECT_EQ(g_dOpenTracks.GetLength() + static_cast<int>(g_nBytesToWrite), 0);
 }
 

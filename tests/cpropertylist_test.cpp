@@ -15,7 +15,7 @@ namespace
 
         bool Open(std::string const & sName, std::string const & sText)
         {
-            m_pList = std::make_unique<PropertyList_c>();   // closes the former
+            m_pList = std::make_unique<PropertyList_c>();   // closes the previous one
             Serve(sName, sText);
             return m_pList->Open(sName.c_str());
         }
@@ -82,13 +82,12 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
 {
     String_T<256> sName("stale");
     char szPath[1024] = "stale", szShort[6];
-    EXPECT_FALSE(m_pList->GetFileName(sName) || m_pList->GetFileFullPath(szPath, 1024) || m_pList->FindProp("a"));
+    EXPECT_EACH(!m_pList->GetFileName(sName), !m_pList->GetFileFullPath(szPath, 1024), !m_pList->FindProp("a"));
     EXPECT_STREQ(szPath, "");
     EXPECT_EQ(Dump(), "");
     ASSERT_TRUE(Open("List.txt", "alone\nColor RED\n"));
-    EXPECT_TRUE(m_pList->FindProp("ALONE") && m_pList->FindProp("color"));
-    EXPECT_FALSE(m_pList->FindProp("red") || m_pList->FindProp(""));
-    EXPECT_TRUE(m_pList->GetFileName(sName) && m_pList->GetFileFullPath(szPath, 1024));
+    EXPECT_EACH(m_pList->FindProp("ALONE"), m_pList->FindProp("color"), !m_pList->FindProp("red"),
+        !m_pList->FindProp(""), m_pList->GetFileName(sName), m_pList->GetFileFullPath(szPath, 1024));
     EXPECT_STREQ(sName, "list.txt");
     EXPECT_EQ(szPath, std::string(*FileStream("list.txt")->pPath) + "list.txt");
     EXPECT_TRUE(m_pList->GetFileFullPath(szShort, 6));
@@ -97,17 +96,17 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
     Folder.Write("List.txt", "bb 22\na 3\n");
     FileStream("list.txt")->Refresh();
     EXPECT_EQ(Dump(), "bb=22 a=3");
-    EXPECT_TRUE(m_pList->StartProp() && m_pList->StartVal("a") && m_pList->Open("list.txt"));
-    EXPECT_FALSE(m_pList->NextProp(sName) || m_pList->NextVal(sName)) << "the former walks end";
+    EXPECT_EACH(m_pList->StartProp(), m_pList->StartVal("a"), m_pList->Open("list.txt"));
+    EXPECT_EACH(!m_pList->NextProp(sName), !m_pList->NextVal(sName)) << "the previous walks end";
     EXPECT_FALSE(m_pList->Open("missing.txt"));
-    EXPECT_FALSE(m_pList->StartProp()) << "the former file is closed";
+    EXPECT_FALSE(m_pList->StartProp()) << "the previous file is closed";
     EXPECT_EQ(FileStream("list.txt")->GetOpensCount(), 0);
     EXPECT_EQ(Log.GetText(), "");
 }
 
 TEST_F(PropertyListTest, StatesWhatItRequires)
 {
-    ASSERT_TRUE(Open("list.txt", "longer value\nx y\n") && m_pList->StartProp() && m_pList->StartVal("longer"));
+    EXPECT_EACH(Open("list.txt", "longer value\nx y\n"), m_pList->StartProp(), m_pList->StartVal("longer"));
     char szSmall[4];
     std::tuple<bool, std::function<bool()>, char const *> const dRows[] = {
         { true, [&] { return m_pList->NextProp(szSmall, 4) && !std::strcmp(szSmall, "lon"); },
@@ -128,7 +127,7 @@ TEST_F(PropertyListTest, StatesWhatItRequires)
     }
 }
 
-TEST_F(PropertyListTest, TellsThousandsOfNamesApart)
+TEST_F(PropertyListTest, KeepsThousandsOfNamesApart)
 {
     std::string sText, sExpected;
     for (int i = 0; i < 30'000; ++i)
@@ -137,7 +136,7 @@ TEST_F(PropertyListTest, TellsThousandsOfNamesApart)
         sText += sName + " " + std::to_string(i) + "\n";
         sExpected += i < 10'000 ? "n" + sName.substr(1) + "\n" : "";
     }
-    ASSERT_TRUE(Open("list.txt", sText) && m_pList->StartProp());
+    EXPECT_EACH(Open("list.txt", sText), m_pList->StartProp());
     std::string sNames;
     for (String_T<256> sName; m_pList->NextProp(sName);)
     {

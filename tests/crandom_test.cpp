@@ -59,7 +59,7 @@ TEST(Random, TheModuleAndTheApplicationEmptyTheList)
 TEST(Random, StepsAreThePublishedOnes)
 {
     // Numbers that another program of the step and the hash computed.
-    for (auto const & [nSeed, dNumbers, nSeedBehind] : Rows_t<unsigned, std::vector<unsigned>, unsigned>{
+    for (auto const & [nSeed, dNumbers, nSeedAfter] : Rows_t<unsigned, std::vector<unsigned>, unsigned>{
              { 0, { 0x34FCE79C, 0x311EBDD0, 0x08513D0B, 0x418E608F }, 0x3463E0AC },
              { 0xDEADBEEF, { 0x841D0D80, 0x58646A06, 0x689D6E28, 0xDE85D486 }, 0x1823806B } })
     {
@@ -68,7 +68,7 @@ TEST(Random, StepsAreThePublishedOnes)
         {
             EXPECT_EQ(Random.Next(), nNumber);
         }
-        EXPECT_EQ(Random.GetSeed(), nSeedBehind);
+        EXPECT_EQ(Random.GetSeed(), nSeedAfter);
     }
 }
 
@@ -127,8 +127,8 @@ TEST(Random, RangesAreFullAndEven)
         fMost = std::max(fMost, f);
     }
     EXPECT_TRUE(std::all_of(dThirds, dThirds + 3, [](int n) { return n > 9600 && n < 10400; })) << dThirds[0];
-    EXPECT_TRUE(nAll == 0xFFFFFFFFu && nRange == 63) << nRange;
-    EXPECT_TRUE(fLeast >= 0.0f && fLeast < 0.01f && fMost > 0.99f && fMost < 1.0f);
+    EXPECT_EACH(nAll == 0xFFFFFFFFu, nRange == 63) << nRange;
+    EXPECT_EACH(fLeast >= 0.0f, fLeast<0.01f, fMost> 0.99f, fMost < 1.0f) << fLeast << " to " << fMost;
     EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Random.NextInRange(3, 2), 3); }), "iFirst <= iLast");
     std::uint32_t const dwMixed = (0xFFFFFFFFu & MM_MANTISSA_MASK.dLanes[3]) | MM_EXPONENT_MASK.dLanes[0];
     EXPECT_EQ(std::bit_cast<float>(dwMixed), 2.0f - 0x1p-23f);

@@ -59,7 +59,9 @@ TEST_F(Serializer, SharedAndCyclicObjectsComeBackOnce)
     }
     std::string sBytes = SaveGraph(dNodes.data());
     Node_s const * const pRoot = Load(sBytes);
-    ASSERT_TRUE(bWhole && g_dLoaded.size() == DEPTH && pRoot == g_dLoaded[0].get());
+    ASSERT_TRUE(bWhole);
+    ASSERT_EQ(g_dLoaded.size(), DEPTH);
+    EXPECT_EQ(pRoot, g_dLoaded[0].get());
     for (std::size_t i = 0; i < DEPTH; ++i)
     {
         Node_s Expected;
@@ -107,12 +109,13 @@ TEST_F(Serializer, TheTableProbesWrapsAndForgets)
         Rows_t<std::uintptr_t, bool, int>{ { 0x7FFFF8, true, 0xFFFFF }, { 0x7FFFF9, true, 204 },
             { 0x7FFFFF, true, 204 + 205 }, { 0x7FFFF9, false, 204 }, { 0x800000, true, 0 }, { 0, false, -1 } })
     {
-        EXPECT_TRUE(Access::AddVoidToCache(At(nAddress), &iSlot) == bNew && iSlot == iExpected) << iSlot;
-        EXPECT_TRUE(iSlot == -1 || Serializer_c::dPointers[iSlot] == At(nAddress));
+        EXPECT_EQ(Access::AddVoidToCache(At(nAddress), &iSlot), bNew);
+        EXPECT_EQ(iSlot, iExpected);
+        EXPECT_EQ(iSlot < 0 ? nullptr : Serializer_c::dPointers[iSlot], At(nAddress));
     }
     Serializer_c::ResetCache();
     EXPECT_EQ(reinterpret_cast<std::intptr_t>(Serializer_c::dPointers[204]), -2);
-    EXPECT_TRUE(Access::IsInCache(-1) && !Access::IsInCache(204));
+    EXPECT_EACH(Access::IsInCache(-1), !Access::IsInCache(204));
 }
 
 TEST(SerializerDeathTest, TheTableTakesMemoryWhereItIsUsedUntilItIsFull)
@@ -153,12 +156,14 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     g_StaticNode.iValue = 0;
     Node_s const * pRoot = Load(sBytes);
     ASSERT_TRUE(bWhole);
-    EXPECT_TRUE(pRoot->pNext == &g_StaticNode && g_StaticNode.iValue == 9 && pRoot->pPart == &dStatics[1]);
+    EXPECT_EACH(pRoot->pNext == &g_StaticNode, g_StaticNode.iValue == 9, pRoot->pPart == &dStatics[1]);
     Serializer_c::RegisterStaticPointer(&Root);
-    EXPECT_TRUE(Load(sBytes) && bWhole && dEntries.GetLength() == 3);
+    EXPECT_EACH(Load(sBytes), bWhole, dEntries.GetLength() == 3);
     dEntries.Delete(2);
     pRoot = Load(sBytes);
-    EXPECT_TRUE(pRoot && !pRoot->pPart && dEntries.GetLength() == 3);
+    ASSERT_TRUE(pRoot);
+    EXPECT_EQ(pRoot->pPart, nullptr);
+    EXPECT_EQ(dEntries.GetLength(), 3);
     EXPECT_EQ(Log.Count("Serializer_c: number of registered static pointers not match serialized"), 2);
 
     while (dEntries.GetLength() < 999)
@@ -166,12 +171,12 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
         dEntries.Add({});
     }
     std::string sMost = SaveGraph(nullptr);
-    EXPECT_TRUE(!Load(sMost) && bWhole) << "999, and a null root";
+    EXPECT_EACH(!Load(sMost), bWhole) << "999, and a null root";
     dEntries.Add({});
     EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(SaveGraph(nullptr), "failed"); }),
         "nRegisteredStaticPointers < MAX_STATIC_POINTERS");
     ++sMost[8];
-    EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(!Load(sMost) && !bWhole); }),
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EACH(!Load(sMost), !bWhole); }),
         "nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS");
 }
 
@@ -199,7 +204,7 @@ TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
     {
         g_dLoaded.clear();
         EXPECT_EQ(FailedConditions([&, &sRow = sBytes] { Load(sRow); }), szCondition);
-        EXPECT_TRUE(!bWhole && g_dLoaded.size() == nBodies);
+        EXPECT_EQ(std::pair(bWhole, g_dLoaded.size()), std::pair(false, nBodies));
     }
     LogCapture_c const Log;
     g_bRegisterItself = false;   // so that the way back to a node leads to none
@@ -237,7 +242,7 @@ TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
         EXPECT_THAT(FailedConditions([&] { sBytes = Save(fnBody); }), testing::StartsWith(szComplaint));
         bool bLoads = false;
         EXPECT_EQ(FailedConditions([&] { bLoads = Loaded(sBytes, 1, fnBody); }).empty(), !*szComplaint);
-        EXPECT_TRUE(bLoads == !*szComplaint && dLeads[1] == (bLoads ? &dParts[1] : nullptr));
+        EXPECT_EQ(std::pair(bLoads, dLeads[1]), std::pair(!*szComplaint, bLoads ? &dParts[1] : nullptr));
     }
 }
 
@@ -249,10 +254,10 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
     dNodes[1] = { 2, 0, &dNodes[0], &g_StaticNode, &dNodes[0].iPart };
     RegisterStatics();
     std::string const sWhole = SaveGraph(&dNodes[0]);
-    EXPECT_TRUE(LoadsSoundly(sWhole) && bWhole);
+    EXPECT_EACH(LoadsSoundly(sWhole), bWhole);
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
-        EXPECT_TRUE(LoadsSoundly(sWhole.substr(0, i)) && !bWhole) << "cut at " << i;
+        EXPECT_EACH(LoadsSoundly(sWhole.substr(0, i)), !bWhole) << "cut at " << i;
         for (int const iFlip : { 0x01, 0x80, 0xFF, 0x7F })
         {
             EXPECT_TRUE(LoadsSoundly(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip)))) << i;
@@ -261,7 +266,7 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
         {
             std::string sMoved = std::string(sWhole).replace(i, 4, sWhole, j, 4);
             EXPECT_TRUE(LoadsSoundly(sMoved)) << i << " from " << j;
-            EXPECT_TRUE(j > i || LoadsSoundly(sMoved.replace(j, 4, sWhole, i, 4))) << i << " and " << j << " changed";
+            EXPECT_TRUE(LoadsSoundly(sMoved.replace(j, 4, sWhole, i, 4))) << i << " and " << j << " exchanged";
         }
         Log.Clear();
     }
@@ -280,13 +285,13 @@ TEST_F(Serializer, TheLatestOfANameIsFoundUntilItsEndOrTheModules)
         EXPECT_EQ(Access::FindSerializer("Node"), &Later);
         EXPECT_TRUE(Load(SaveGraph(&Node))) << "a namesake's objects are of the same class";
     }
-    EXPECT_TRUE(Access::FindSerializer("Node") == &Nodes && !Access::FindSerializer("node"));
+    EXPECT_EACH(Access::FindSerializer("Node") == &Nodes, !Access::FindSerializer("node"));
 
     Serializer_c::RegisterStaticPointer(&iStatic);
     EXPECT_TRUE(Module.Initialize());
     int iSlot;
     EXPECT_TRUE(Access::AddVoidToCache(&iStatic, &iSlot)) << "the table is empty";
     Module.Shutdown();
-    EXPECT_FALSE(Serializer_c::pSerializerList || Access::FindSerializer("Node"));
+    EXPECT_EACH(!Serializer_c::pSerializerList, !Access::FindSerializer("Node"));
     EXPECT_EQ(Access::dRegisteredStaticPointers.GetLength(), 0);
 }

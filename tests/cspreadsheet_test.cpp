@@ -99,7 +99,7 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrTellsWhatIsWrong)
 TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
 {
     ExpectComplaints(2);
-    EXPECT_FALSE(m_Sheet.Open(nullptr) || m_Sheet.Open("missing.csv"));
+    EXPECT_EACH(!m_Sheet.Open(nullptr), !m_Sheet.Open("missing.csv"));
     EXPECT_EQ(Log.GetText(), "Spreadsheet_c::Open : file name isn't specified.\n"
                              "Spreadsheet_c::Open ( \"missing.csv\" ) : can't open file.\n");
     EXPECT_FALSE(Open(""));
@@ -187,8 +187,7 @@ TEST_F(SpreadsheetTest, CopiesAndConvertsCells)
     EXPECT_STREQ(szBuffer, "abc?????") << "no terminator";
     EXPECT_TRUE(m_Sheet.Get("TEXT", szBuffer, 8));
     EXPECT_EQ(std::string(szBuffer, 9), "abcdef\0\0\0"s);
-    EXPECT_FALSE(
-        m_Sheet.Get("none", szBuffer, 8) || m_Sheet.Get("text", nullptr, 8) || m_Sheet.Get("text", szBuffer, 0));
+    EXPECT_EACH(!m_Sheet.Get("none", szBuffer, 8), !m_Sheet.Get("text", nullptr, 8), !m_Sheet.Get("text", szBuffer, 0));
     std::string sNumbers;
     for (char const * szName : { "n", "empty", "neg", "bad", "none" })
     {
@@ -218,7 +217,7 @@ TEST_F(SpreadsheetTest, HoldsNotMoreThanFourTimesTheFile)
         std::ptrdiff_t const nBefore = MemoryTotalBytesAllocated();
         ASSERT_TRUE(Open(sText));
         EXPECT_LE(MemoryTotalBytesAllocated() - nBefore, static_cast<std::ptrdiff_t>(sText.size()) * 4);
-        EXPECT_TRUE(m_Sheet.MoveToRow(3) && m_Sheet.GetColumnCount() >= 12);
+        EXPECT_EACH(m_Sheet.MoveToRow(3), m_Sheet.GetColumnCount() >= 12);
         bool const bPlain = sText == sPlain;
         for (int i = 1; bPlain && i < 10'000; ++i)
         {
@@ -226,7 +225,7 @@ TEST_F(SpreadsheetTest, HoldsNotMoreThanFourTimesTheFile)
             ASSERT_EQ(m_Sheet.GetCell("id0"), "id" + std::to_string(i));
         }
         m_Sheet.Close();
-        EXPECT_LE(MemoryTotalBytesAllocated() - nBefore, 4096) << "Close gives everything back";
+        EXPECT_LE(MemoryTotalBytesAllocated() - nBefore, 4096) << "Close releases everything";
     }
 }
 

@@ -324,10 +324,9 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
         Table.LogColName(true);
         int iValue;
         EXPECT_TRUE(Table.Open(szName));
-        EXPECT_FALSE(Table.FindIdent("b") && Table.Get("n\n", iValue));
-        EXPECT_FALSE(Table.Open("none.txt"));
+        EXPECT_EACH(Table.FindIdent("b"), !Table.Get("n\n", iValue), !Table.Open("none.txt"));
         Spreadsheet_c Sheet;
-        EXPECT_FALSE(Sheet.Open(szName) || Sheet.Open("none\n.txt") || Sheet.MoveToColumn("\x1B[7m\x7F"));
+        EXPECT_EACH(!Sheet.Open(szName), !Sheet.Open("none\n.txt"), !Sheet.MoveToColumn("\x1B[7m\x7F"));
         return Log.GetText();
     };
     Serve(szName, "@head\na 1\nb 2");
@@ -345,7 +344,7 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
     Log.Clear();
     SimpleTextParser_c Parser;
     std::string const sText = "a\n " + std::string(130, '1');
-    EXPECT_TRUE(Parser.Open(sText.data(), 133) && Parser.ParseNext() && Parser.ParseNext());
+    EXPECT_EACH(Parser.Open(sText.data(), 133), Parser.ParseNext(), Parser.ParseNext());
     EXPECT_EQ(Log.GetText(), "SimpleTextParser_c::ParseNumber : number buffer overflow.\n"
                              "text(2,2): a number of more than 127 characters is cut\n");
 }

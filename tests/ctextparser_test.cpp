@@ -7,6 +7,7 @@ using namespace std::string_literals;
 
 namespace
 {
+    // The last token after a letter for its kind: w for word, s for string, n for number, y for symbol; "." for none.
     std::string Token(SimpleTextParser_c const & Parser)
     {
         std::ostringstream Out;
@@ -127,16 +128,15 @@ TEST(TextParser, RefusesWhatItCannotReadAndKeepsTheLastTokenOfEachKind)
     LogCapture_c Log;
     SimpleTextParser_c Parser;
     char const szText[] = "word \"text\" 2.5 ;";
-    EXPECT_FALSE(Parser.ParseNext() || Parser.Open(nullptr, szText) || Parser.Open(szText, szText));
-    EXPECT_FALSE(Parser.Open(szText, 0) || Parser.Open(nullptr, 0) || Parser.Open(nullptr, 1));
+    EXPECT_EACH(!Parser.ParseNext(), !Parser.Open(nullptr, szText), !Parser.Open(szText, szText),
+        !Parser.Open(szText, 0), !Parser.Open(nullptr, 0), !Parser.Open(nullptr, 1));
     EXPECT_EQ(Kept(Parser), "  0 0");
-    EXPECT_TRUE(Parser.Open(szText, 17) && Parser.ParseNext());
-    EXPECT_FALSE(Parser.Open(szText, szText + 1) || Parser.Open(szText, 1));
+    EXPECT_EACH(Parser.Open(szText, 17), Parser.ParseNext(), !Parser.Open(szText, szText + 1), !Parser.Open(szText, 1));
     EXPECT_EQ(Tokens(Parser), "s:text|n:2.5|y:;|") << "the first text stays";
     EXPECT_EQ(Kept(Parser), "word text 2.5 59");
     Parser.Close();
     EXPECT_EQ(Kept(Parser), "  0 0");
-    EXPECT_TRUE(Parser.Open(szText, 17) && Parser.ParseNext());
+    EXPECT_EACH(Parser.Open(szText, 17), Parser.ParseNext());
     Parser.Close();
     EXPECT_EQ(Token(Parser), ".");
     EXPECT_FALSE(Parser.ParseNext());

@@ -10,9 +10,11 @@ TEST(Timer, PassedTimeGoesOnWithoutAJumpWhenTheClockChanges)
     ASSERT_TRUE(StartModule(ModuleTimer_c::Get()));
     double const tAfter = longTimeGetPassed();
     Module_c::ShutdownAllModules();
-    EXPECT_TRUE(tBefore >= 0.04 && tAfter >= tBefore - 0.001 && tAfter < tBefore + 10.0);   // the coarse clock's period
+    EXPECT_GE(tBefore, 0.04);
+    EXPECT_GE(tAfter, tBefore - 0.001);   // the coarse clock's period
+    EXPECT_LT(tAfter, tBefore + 10.0);
     double const tGood = static_cast<double>(plat::GoodClockTicks()) / static_cast<double>(plat::GoodClockFrequency());
-    EXPECT_NEAR(longTimeGet(), tGood, 1.0);   // the good clock stays behind the shutdown
+    EXPECT_NEAR(longTimeGet(), tGood, 1.0);   // the good clock stays after the shutdown
     Game_longTimeGet = [] { return -5.0; };
     EXPECT_GE(longTimeGet(), 0.0);   // the game's clock is its own
     Game_longTimeGet = longTimeGet;
@@ -20,7 +22,7 @@ TEST(Timer, PassedTimeGoesOnWithoutAJumpWhenTheClockChanges)
 
 TEST(Timer, WaitsSpinForTheTimeThatTheyReturn)
 {
-    EXPECT_TRUE(longTimeWait(0.0) == 0.0 && shortTimeWait(0) == 0);
+    EXPECT_EACH(longTimeWait(0.0) == 0.0, shortTimeWait(0) == 0);
     double const tStart = longTimeGet();
     EXPECT_EQ(longTimeWait(0.01), 0.01);
     EXPECT_GE(longTimeGet(), tStart + 0.01);

@@ -33,5 +33,6 @@ TEST(Tokenize, GivesThePiecesBetweenSeparators)
     Array_T<String_T<256>, 10, 0> dPieces;
     dPieces.Add(String_T<256>("1,2,3,4,5,6,7,8,9,10,11,12"));
     Tokenize(dPieces[0], dPieces, ",");   // the array grows while its own element is split
-    EXPECT_TRUE(dPieces.GetLength() == 13 && dPieces[12] == "12");
+    ASSERT_EQ(dPieces.GetLength(), 13);
+    EXPECT_STREQ(dPieces[12], "12");
 }

@@ -88,7 +88,7 @@ namespace
         /// What the Get of each type does with a cell: the value, or a minus sign if it failed and left the output alone.
         std::string Numbers(std::string const & sCell)
         {
-            EXPECT_TRUE(Open("get.txt", "@head v\ni " + sCell + "\n") && m_pTable->FindIdent("I"));
+            EXPECT_EACH(Open("get.txt", "@head v\ni " + sCell + "\n"), m_pTable->FindIdent("I"));
             std::ostringstream Out;
             Out.precision(9);
             auto const Add = [&](auto Value)
@@ -214,7 +214,7 @@ TEST(WarehouseLine, ColumnsMoveAndGoFromBothEnds)
     Line.Reset();
     Line.DelFirst();
     Line.DelLast();
-    EXPECT_TRUE(Line.IsEmpty() && Line.IsNull(0) && Line.IsNull(-1) && !Line.IsHeader());
+    EXPECT_EACH(Line.IsEmpty(), Line.IsNull(0), Line.IsNull(-1), !Line.IsHeader());
 }
 
 TEST_F(Warehouse, ConvertsACellToEachType)
@@ -294,11 +294,11 @@ TEST_F(Warehouse, WalksItemsAndSearchesApart)
     ASSERT_TRUE(Open("walk.txt", "early 1\n@head n\n# note\nSword 2\r\n\n@HEAD x\nSHIELD 3\nsword 4"));
     EXPECT_EQ(Idents(), "early sword shield sword ");
     String_T<256> sIdent;
-    ASSERT_TRUE(m_pTable->StartIdent() && m_pTable->NextIdent(sIdent) && m_pTable->FindIdent("SWORD"));
+    EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sIdent), m_pTable->FindIdent("SWORD"));
     EXPECT_EQ(Text("n"), "2");
     ASSERT_TRUE(m_pTable->NextIdent(sIdent));
     EXPECT_STREQ(sIdent, "sword");
-    EXPECT_FALSE(m_pTable->FindIdent("@head") || m_pTable->FindIdent("swor") || m_pTable->GetWorkIdent(sIdent));
+    EXPECT_EACH(!m_pTable->FindIdent("@head"), !m_pTable->FindIdent("swor"), !m_pTable->GetWorkIdent(sIdent));
     char sShort[4];
     ASSERT_TRUE(m_pTable->NextIdent(sShort, 4));
     EXPECT_STREQ(sShort, "shi");
@@ -316,8 +316,8 @@ TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
     String_T<256> sText;
     EXPECT_FALSE(Closed.Open("absent.txt"));
     EXPECT_EQ(Log.GetText(), "");
-    EXPECT_FALSE(Closed.StartIdent() || Closed.NextIdent(sText) || Closed.FindIdent("a") || Closed.GetWorkIdent(sText)
-                 || Closed.GetFileName(sText) || Closed.Get("@head", sText));
+    EXPECT_EACH(!Closed.StartIdent(), !Closed.NextIdent(sText), !Closed.FindIdent("a"), !Closed.GetWorkIdent(sText),
+        !Closed.GetFileName(sText), !Closed.Get("@head", sText));
     EXPECT_EQ(Closed.GetLength("@head"), -1);
 
     char const * const szBare = "a,b c;d\n";
@@ -329,7 +329,7 @@ TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
 
     for (bool const bCopy : { false, true })
     {
-        ASSERT_TRUE(Open("bare.csv", szBare, "name size", nullptr, bCopy) && m_pTable->FindIdent("A"));
+        EXPECT_EACH(Open("bare.csv", szBare, "name size", nullptr, bCopy), m_pTable->FindIdent("A"));
         EXPECT_EQ(Text("name") + "," + Text("size"), "b c,d");
         EXPECT_EQ(FileStream("bare.csv")->GetOpensCount(), bCopy ? 0 : 1);
         EXPECT_EQ(m_pTable->GetFileName(sText), !bCopy);
@@ -337,8 +337,8 @@ TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
     }
     ASSERT_TRUE(Open("bare.csv", szBare, "name", " "));
     EXPECT_EQ(Idents(), "a,b ");
-    EXPECT_TRUE(m_pTable->StartIdent() && m_pTable->NextIdent(sText) && m_pTable->GetWorkIdent(sText));
-    EXPECT_TRUE(m_pTable->Open("bare.csv", WAREHOUSE_FORMAT_TEXT, "name"));
+    EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sText), m_pTable->GetWorkIdent(sText),
+        m_pTable->Open("bare.csv", WAREHOUSE_FORMAT_TEXT, "name"));
     EXPECT_FALSE(m_pTable->GetWorkIdent(sText)) << "a second opening begins anew";
     EXPECT_TRUE(m_pTable->NextIdent(sText));
     EXPECT_EQ(Idents(), "a,b ");
@@ -349,7 +349,7 @@ TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)
 {
     ASSERT_TRUE(Open("live.txt", "@head n\nsword 1\naxe 2\n"));
     String_T<256> sIdent;
-    EXPECT_TRUE(m_pTable->StartIdent() && m_pTable->NextIdent(sIdent));
+    EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sIdent));
     Folder.Write("live.txt", "@head n\n" + std::string(5000, '\n') + "shield 2\n");
     FileStream("live.txt")->Refresh();
     EXPECT_FALSE(m_pTable->NextIdent(sIdent));   // the walk was of another text
@@ -363,7 +363,7 @@ TEST_F(Warehouse, PassingLinesAndGettingNumbersAllocatesNothing)
     {
         sText += "item" + std::to_string(i) + ";1;\"a \"\"b\n\"\n;;\n";
     }
-    ASSERT_TRUE(Open("many.csv", sText) && m_pTable->FindIdent("item999"));
+    EXPECT_EACH(Open("many.csv", sText), m_pTable->FindIdent("item999"));
     m_pTable->LogColName(false);
     int iValue = 0;
     float fValue = 0;
@@ -372,19 +372,19 @@ TEST_F(Warehouse, PassingLinesAndGettingNumbersAllocatesNothing)
     EXPECT_TRUE(m_pTable->FindIdent("item999"));
     MemoryResetFrameAllocCount();
     EXPECT_EQ(MemoryGetFrameAllocCount(), 3u) << "the columns of the line found";
-    EXPECT_TRUE(m_pTable->Get("n", iValue) && m_pTable->Get("n", fValue) && m_pTable->Get("n", sValue));
-    EXPECT_FALSE(m_pTable->Get("n", iValue, iValue) || m_pTable->FindIdent("none"));
+    bool const bGot = m_pTable->Get("n", iValue) && m_pTable->Get("n", fValue) && m_pTable->Get("n", sValue);
+    bool const bFound = m_pTable->Get("n", iValue, iValue) || m_pTable->FindIdent("none");
     MemoryResetFrameAllocCount();
-    EXPECT_EQ(MemoryGetFrameAllocCount(), 0u);
+    EXPECT_EQ(std::tuple(bGot, bFound, MemoryGetFrameAllocCount()), std::tuple(true, false, 0u));
 }
 
 TEST_F(Warehouse, ABrokenPreconditionIsReportedAndFails)
 {
     ExpectComplaints(6);
-    ASSERT_TRUE(Open("a.txt", "@head v\na 1\n") && m_pTable->FindIdent("a"));
+    EXPECT_EACH(Open("a.txt", "@head v\na 1\n"), m_pTable->FindIdent("a"));
     char sText[2] = "x";
     int iValue = 5;
-    EXPECT_FALSE(m_pTable->Get(nullptr, iValue) || m_pTable->Get("v", nullptr, 9) || m_pTable->GetFileName(sText, 1)
-                 || m_pTable->FindIdent(nullptr) || m_pTable->NextIdent(nullptr, 9) || m_pTable->Open(nullptr));
+    EXPECT_EACH(!m_pTable->Get(nullptr, iValue), !m_pTable->Get("v", nullptr, 9), !m_pTable->GetFileName(sText, 1),
+        !m_pTable->FindIdent(nullptr), !m_pTable->NextIdent(nullptr, 9), !m_pTable->Open(nullptr));
     EXPECT_EQ(Log.Count("a.txt: Not found column 'nullptr'"), 1);
 }

@@ -31,8 +31,9 @@ TEST(WinCom, EachResultOfStartingDecidesWhatFollows)
         }
         EXPECT_EQ(s_nStarts, bCom ? 2 : 0) << "each start-up starts anew";
         EXPECT_EQ(s_nEnds, bCom && bInitialized ? 2 : 0);
-        EXPECT_TRUE(Log.Count(sAlready) == nAlready && Log.CountHolding("COM library") == nAlready);
-        EXPECT_TRUE(Log.Count(sChanged) == nChanged && Log.CountHolding("CoInitializeEx") == nChanged);
+        EXPECT_EACH(Log.Count(sAlready) == nAlready, Log.CountHolding("COM library") == nAlready,
+            Log.Count(sChanged) == nChanged, Log.CountHolding("CoInitializeEx") == nChanged)
+            << Log.GetText();
         plat::ComSystemSet(Former);
     }
 }

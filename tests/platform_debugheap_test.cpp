@@ -39,10 +39,10 @@ TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
         EXPECT_EQ(std::count(p - 4, p, 0xFD) + std::count(p + nBytes, p + nBytes + 4, 0xFD), 8);
         plat::HeapBlock_t Block;
         ASSERT_TRUE(plat::HeapFindBlock(p, Block));
-        EXPECT_TRUE(Block.pUser == p && Block.nBytes == nBytes && Block.dwType == 0x290004 && Block.iLine == 12);
+        EXPECT_EACH(Block.pUser == p, Block.nBytes == nBytes, Block.dwType == 0x290004, Block.iLine == 12,
+            Block.pOwn == p, Block.nOwn == nBytes);
         EXPECT_STREQ(Block.szFile, "file.cpp");
-        EXPECT_TRUE(Block.pOwn == p && Block.nOwn == nBytes);
-        EXPECT_TRUE(plat::HeapBlockSize(p) == nBytes && plat::HeapBlockType(p) == 0x290004);
+        EXPECT_EACH(plat::HeapBlockSize(p) == nBytes, plat::HeapBlockType(p) == 0x290004);
         plat::HeapFree(p);
         EXPECT_FALSE(plat::HeapFindBlock(p, Block));
     }
@@ -90,7 +90,7 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
 
 TEST(DebugHeap, EventsPassTheHookAndFailuresTheHandler)
 {
-    MemoryDone();   // the tracking gives way; until MemoryInit nothing else may use the heap
+    MemoryDone();   // the tracking ends; until MemoryInit nothing else may use the heap
     g_nEvents = 0, g_nLines = g_nFailures = 0;
     plat::HeapSetHook(
         [](plat::HeapEvent_e eEvent, void *, std::size_t nBytes, std::uint32_t) {
@@ -111,7 +111,7 @@ TEST(DebugHeap, EventsPassTheHookAndFailuresTheHandler)
     std::vector<Event_t> const dExpected = { { HeapEvent_e::Alloc, 10 }, { HeapEvent_e::Alloc, 20 },
         { HeapEvent_e::Free, 20 }, { HeapEvent_e::Free, 10 } };
     EXPECT_EQ(std::vector<Event_t>(g_dEvents, g_dEvents + g_nEvents), dExpected);
-    EXPECT_TRUE(g_dLines[0] == 2 && g_dLines[1] == 1);   // newest first
+    EXPECT_EQ(std::pair(g_dLines[0], g_dLines[1]), std::pair(2, 1)) << "newest first";
     EXPECT_TRUE(bRefused);
     EXPECT_EQ(g_nFailures, 3);
 }
@@ -139,7 +139,7 @@ TEST(Threads, RunLockAndWakeEachOther)
     };
     plat::Thread_c Thread;
     Thread.Join();
-    ASSERT_TRUE(Thread.Start(Run, nullptr) && Thread.IsStarted());
+    EXPECT_EACH(Thread.Start(Run, nullptr), Thread.IsStarted());
     s_Go.Signal();
     s_Count();
     s_Done.Wait();

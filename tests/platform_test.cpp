@@ -69,7 +69,7 @@ TEST(PlatformText, CutsAtAWholeCharacterAndTerminates)
         EXPECT_EQ(szUtf8, sExpected);
     }
     wchar_t szWide[3] = { L'?', L'?', L'?' };
-    EXPECT_TRUE(plat::WideFromUtf8(szWide, 0, "abc") == 0 && szWide[0] == L'?');
+    EXPECT_EACH(plat::WideFromUtf8(szWide, 0, "abc") == 0, szWide[0] == L'?');
     EXPECT_EQ(plat::WideFromUtf8(szWide, 3, "a\xC3\xA4z"), 2u);
     EXPECT_STREQ(szWide, L"a\xE4");
 }
@@ -133,7 +133,7 @@ TEST(PlatformDebugger, SeesATracerAndBreaksIntoIt)
     EXPECT_EQ(StatusOfChild(iChild), 3);
 }
 
-TEST(PlatformProcess, TellsItsCommandLineAndPaths)
+TEST(PlatformProcess, KnowsItsCommandLineAndPaths)
 {
     char szLine[4096], szCut[5], szExecutable[4096];
     plat::ProcessCommandLine(szLine, sizeof(szLine));
@@ -163,9 +163,8 @@ TEST(PlatformSystem, GathersTheFacts)
     plat::SystemFacts_t Facts;
     plat::SystemGetFacts(Facts);
     EXPECT_STREQ(Facts.szName, "Linux");
-    EXPECT_TRUE(Facts.iMajor >= 3 && Facts.nProcessors >= 1 && Facts.szComputer[0] && Facts.iProcessorType > 0);
-    EXPECT_TRUE(Facts.nPhysicalFree > 0 && Facts.nPhysicalTotal > Facts.nPhysicalFree);
-    EXPECT_GT(Facts.nVirtualTotal, Facts.nVirtualFree);
+    EXPECT_EACH(Facts.iMajor >= 3, Facts.nProcessors >= 1, Facts.szComputer[0], Facts.iProcessorType > 0,
+        Facts.nPhysicalFree > 0, Facts.nPhysicalTotal > Facts.nPhysicalFree, Facts.nVirtualTotal > Facts.nVirtualFree);
 
     EXPECT_TRUE(plat::CoarseClockRaise(1));
     plat::CoarseClockLower(1);

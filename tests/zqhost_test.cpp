@@ -32,19 +32,19 @@ TEST(ZqHost, LeavesASaveAloneThatIsNoneOfItsOwn)
         Ends(4, "in use by another program");
         FileSaveWriter_c Writer(Save);
         BufferedWriteable_c Archive(Writer, 0x00020000);
-        EXPECT_TRUE(Archive.Open() && Archive.Close() && Writer.Commit());
+        EXPECT_EACH(Archive.Open(), Archive.Close(), Writer.Commit());
     }
     std::string const sNewer = Folder.Read("save");
     Ends(4, "it is of version 2.0, and this program reads 1.0; give another file");
     EXPECT_EQ(Folder.Read("save"), sNewer);
     EXPECT_EQ(RunHost(sAll + " --new").iStatus, 0);
     EXPECT_EQ(Folder.Read("save.1"), sNewer);
-    std::string const sFormer = Folder.Read("save");
+    std::string const sPrevious = Folder.Read("save");
     Ends(0, "");
     Folder.Write("save", sNewer.substr(1));
     Ends(0, "");
-    EXPECT_TRUE(Folder.Read("save.1") == sFormer && Folder.Read("save").size() > sFormer.size() / 2)
-        << "the former one was loaded";
+    EXPECT_EACH(Folder.Read("save.1") == sPrevious, Folder.Read("save").size() > sPrevious.size() / 2)
+        << "the previous save was not loaded";
     std::filesystem::remove(sSave);
     std::filesystem::create_symlink("save", sSave);
     Ends(4, "Too many levels of symbolic links");
@@ -93,7 +93,7 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
     }
     EXPECT_EQ(Folder.Read("folder/mine") + Folder.Read("game/log/pqx.sav/mine"), "xx");
     std::string const sSaved = Folder.Read("save");
-    EXPECT_TRUE(!sSaved.empty() && !Folder.Read("stats").empty());
+    EXPECT_EACH(!sSaved.empty(), !Folder.Read("stats").empty());
     for (auto const & [szKept, szDamaged] :
         Rows_t<char const *, char const *>{ { "save.old", "1" }, { "save.old1", "2" } })
     {
