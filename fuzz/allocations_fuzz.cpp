@@ -1,4 +1,4 @@
-// allocations_fuzz.cpp: reports of allocations of any bytes, beside a reader by patterns.
+// allocations_fuzz.cpp: reports of allocations of any bytes, compared with a reader by patterns.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/allocationreport.h"
 

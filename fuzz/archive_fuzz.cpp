@@ -1,6 +1,6 @@
 // archive_fuzz.cpp: archives of any bytes, read by any calls.
 //
-// The first byte tells how many bytes of calls follow, one byte each; the rest is the archive.
+// The first byte is the number of bytes of calls that follow, one byte each; the rest is the archive.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
 
@@ -48,23 +48,21 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    std::size_t const nCalls = nSize > 0 ? pData[0] : 0;
-    if (nSize < 1 + nCalls)
-    {
-        return 0;
-    }
-    MemoryFile_c File({ reinterpret_cast<char const *>(pData) + 1 + nCalls, nSize - 1 - nCalls });
+    Input_c Input(pData, nSize);
+    std::size_t const nCalls = Input.Get();
+    std::string const sCalls = Input.Take(nCalls);
+    MemoryFile_c File(Input.Take());
     FileOpen(&File);
     Readable_c Archive(&File, 0x00010003);
     SurvivesWithoutAbort(
         [&]
         {
             Require(!Archive.Open() || (Archive.GetPosition() == 4 && Archive.GetVersion() <= 0x00010003));
-            for (std::size_t i = 0; i < nCalls; ++i)
+            for (char const cCall : sCalls)
             {
                 bool const bFailed = Archive.IsFailed();
                 int const iPosition = Archive.GetPosition();
-                Call(Archive, pData[1 + i]);
+                Call(Archive, static_cast<unsigned char>(cCall));
                 Require(Archive.GetPosition() >= 0 && Archive.GetPosition() <= Archive.GetLength());
                 Require(!bFailed || (Archive.IsFailed() && Archive.GetPosition() == iPosition));
             }

@@ -1,4 +1,4 @@
-// names_fuzz.cpp: texts of any bytes as paths, folded paths, wide text and names of the registry, beside models.
+// names_fuzz.cpp: texts of any bytes as paths, folded paths, wide text and names of the registry, compared with models.
 //
 // The first byte is the room for what is converted, modulo that of the whole; the rest, up to a zero, is the text.
 #include "fuzz/fuzz_support.h"

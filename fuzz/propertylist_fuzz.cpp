@@ -1,4 +1,4 @@
-// propertylist_fuzz.cpp: lists of any bytes, beside a walk over all their lines.
+// propertylist_fuzz.cpp: lists of any bytes, compared with a walk over all their lines.
 //
 // Bit 0 of the first byte chooses CSV; the rest is the file.
 #include "fuzz/fuzz_support.h"
@@ -27,16 +27,10 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    if (nSize < 2)
-    {
-        return 0;
-    }
-    WarehouseFormat_e const eFormat = pData[0] & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
-    std::string & sText = FuzzFile_c::Get().sText;
-    sText.assign(pData + 1, pData + nSize);
-
+    Input_c Input(pData, nSize);
+    WarehouseFormat_e const eFormat = Input.Get() & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
+    std::string_view sRead(FuzzFile_c::Get().sText = Input.Take());
     PropertyList_c List;
-    std::string_view sRead(sText);
     bool const bOpens = !IsRefused(sRead);
     Require(List.Open("fuzz.txt", eFormat) == bOpens);
     if (!bOpens)
@@ -45,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     }
 
     Texts_t dNames;
-    std::map<std::string, Texts_t> Values;   // of each name, be it without any
+    std::map<std::string, Texts_t> Values;   // of each name, even without any
     WarehouseScan_t Scan(sRead.data(), static_cast<int>(sRead.size()), 0, eFormat);
     WarehouseLine_c Line;
     while (Scan.GetLine(&Line))

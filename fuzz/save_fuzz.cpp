@@ -1,4 +1,4 @@
-// save_fuzz.cpp: saves of any bytes, beside a model of their seal. One that fits gives its archive, and no other anything.
+// save_fuzz.cpp: saves of any bytes, compared with a model of their seal. Only one that fits has an archive.
 //
 // Bit 0 of the first byte has the length in the seal corrected, bit 1 the CRC-32; the rest is the save.
 #include "fuzz/fuzz_support.h"

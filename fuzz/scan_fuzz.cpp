@@ -1,4 +1,4 @@
-// scan_fuzz.cpp: scans of generated trees, beside a model that walks the tree itself.
+// scan_fuzz.cpp: scans of generated trees, compared with a model that walks the tree itself.
 //
 // Bit 0 of the first byte chooses relative names. The rest makes the tree: a byte for what is made, one for the length of
 // its name, and the letters.

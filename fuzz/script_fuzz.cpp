@@ -1,10 +1,11 @@
-// script_fuzz.cpp: operations on texts of any bytes, from a file and from memory, tokens beside a reader that goes byte by
-// byte.
+// script_fuzz.cpp: operations on texts of any bytes, from a file and from memory. Tokens are compared with those of a
+// reader that goes byte by byte.
 //
 // The first byte is the number of operations, each of which takes two bytes; the rest is the text.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cscript.h"
 
+#include <tuple>
 #include <vector>
 
 namespace
@@ -15,12 +16,7 @@ namespace
         Script_c Script;
         std::string sLast = "a";   // the last token
 
-        bool operator==(Reader_s const & Other) const
-        {
-            return sLast == Other.sLast && Script.m_bInToken == Other.Script.m_bInToken
-                   && Script.m_iLines == Other.Script.m_iLines && Script.m_iBytesRead == Other.Script.m_iBytesRead
-                   && Script.m_bEndOfFile == Other.Script.m_bEndOfFile;
-        }
+        auto Place() { return std::tie(Script.m_bInToken, Script.m_iLines, Script.m_iBytesRead, Script.m_bEndOfFile); }
 
         char ReadByte()
         {
@@ -34,7 +30,7 @@ namespace
             return c;
         }
 
-        /// A token read one byte at a time, with the byte that ends it put back.
+        /// Reads a token one byte at a time, and leaves the byte that ends it unread.
         void PlainToken(bool bPunctuation)
         {
             std::string sToken;
@@ -67,7 +63,7 @@ namespace
             }
         }
 
-        /// Does one operation; what it gives.
+        /// Does one operation. Returns what it read.
         std::string Step(unsigned char iWhat, unsigned char iArgument)
         {
             std::string sBuffer(FuzzFile_c::Get().sText.size() + 300, '?');
@@ -97,43 +93,34 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    std::size_t const nSteps = nSize > 0 ? pData[0] % 64u : 0;
-    if (nSize < 1 + 2 * nSteps)
-    {
-        return 0;
-    }
-    std::vector<char> dText(pData + 1 + 2 * nSteps, pData + nSize);
-    FuzzFile_c::Get().sText.assign(dText.begin(), dText.end());
-    dText.reserve(1);   // a block of exactly its size, if it has any
+    Input_c Input(pData, nSize);
+    std::size_t const nSteps = Input.Get() % 64u;
+    std::string const sSteps = Input.Take(2 * nSteps);
+    std::string & sText = FuzzFile_c::Get().sText = Input.Take();
+    std::vector<char> const dText(sText.begin(), sText.end());   // a block of exactly its size
 
     Reader_s File, Memory;
-    std::string_view sRead(FuzzFile_c::Get().sText);
+    std::string_view sRead(sText);
     bool const bOpens = !IsRefused(sRead);
     Require(File.Script.OpenFile("fuzz.txt") == bOpens);
-    if (!bOpens)
+    Memory.Script.OpenMemoryLocation(bOpens ? dText.data() : nullptr, static_cast<int>(bOpens ? dText.size() : 0));
+    for (Input_c Steps(sSteps); bOpens && !Steps.IsEmpty();)
     {
-        return 0;
-    }
-    Memory.Script.OpenMemoryLocation(dText.data(), static_cast<int>(dText.size()));
-    for (unsigned char const * p = pData + 1; p < pData + 1 + 2 * nSteps; p += 2)
-    {
-        std::string const sOutcome = File.Step(p[0], p[1]);
-        if (p[0] % 8 == 0)
+        unsigned char const cWhat = Steps.Get(), cArgument = Steps.Get();
+        std::string const sOutcome = File.Step(cWhat, cArgument);
+        if (cWhat % 8 == 0)
         {
-            Memory.PlainToken(p[1] & 1);
+            Memory.PlainToken(cArgument & 1);
         }
-        else if (p[0] % 8 < 6)
+        else if (cWhat % 8 < 6)
         {
-            Require(Memory.Step(p[0], p[1]) == sOutcome);
+            Require(Memory.Step(cWhat, cArgument) == sOutcome);
         }
         else   // may fail an assertion in a block of memory
         {
-            Memory.Script.m_bInToken = File.Script.m_bInToken;
-            Memory.Script.m_iLines = File.Script.m_iLines;
-            Memory.Script.m_iBytesRead = File.Script.m_iBytesRead;
-            Memory.Script.m_bEndOfFile = File.Script.m_bEndOfFile;
+            Memory.Place() = File.Place();
         }
-        Require(File == Memory);
+        Require(File.sLast == Memory.sLast && File.Place() == Memory.Place());
     }
     File.Script.CloseFile();
     return 0;

@@ -1,6 +1,6 @@
-// spreadsheet_fuzz.cpp: sheets of any bytes, beside a reader that takes the tokens of a text parser one by one.
+// spreadsheet_fuzz.cpp: sheets of any bytes, compared with a reader of a text parser's tokens.
 //
-// The first two bytes are the separators, or, if they are the same, the usual ones stand; the rest is the file.
+// The first two bytes are the separators; the usual ones are used if both are the same. The rest is the file.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/cstring.h"
@@ -65,16 +65,13 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    if (nSize < 3)
-    {
-        return 0;
-    }
-    SpreadsheetFmtDesc_t const Given = { static_cast<char>(pData[0]), static_cast<char>(pData[1]) };
-    SpreadsheetFmtDesc_t const Fmt = pData[0] == pData[1] ? SpreadsheetFmtDesc_t{ '\n', ',' } : Given;
-    std::string & sText = FuzzFile_c::Get().sText;
-    sText.assign(pData + 2, pData + nSize);
+    Input_c Input(pData, nSize);
+    SpreadsheetFmtDesc_t Fmt = { Input.Get<char>(), Input.Get<char>() };
+    bool const bUsual = Fmt.cRowSeparator == Fmt.cCellSeparator;
+    Fmt = bUsual ? SpreadsheetFmtDesc_t{ '\n', ',' } : Fmt;
+    std::string & sText = FuzzFile_c::Get().sText = Input.Take();
     Spreadsheet_c Sheet;
-    bool const bOpen = Sheet.Open("fuzz.txt", pData[0] == pData[1] ? nullptr : &Fmt);
+    bool const bOpen = Sheet.Open("fuzz.txt", bUsual ? nullptr : &Fmt);
     TextError_t const & Error = Sheet.GetLastError();
     Require(
         (bOpen || Error.IsSet()) && Error.iLine <= static_cast<int>(nSize) && Error.iColumn <= static_cast<int>(nSize));

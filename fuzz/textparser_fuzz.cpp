@@ -1,4 +1,4 @@
-// textparser_fuzz.cpp: texts of any bytes under any rules, beside a tokenizer that goes byte by byte.
+// textparser_fuzz.cpp: texts of any bytes under any rules, compared with a tokenizer that goes byte by byte.
 //
 // The first byte is the number of rules, each of which takes three bytes; the rest is the text.
 #include "fuzz/fuzz_support.h"
@@ -85,14 +85,12 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    std::size_t const nRules = nSize > 0 ? pData[0] % 16u : 0;
-    if (nSize <= 1 + 3 * nRules)
-    {
-        return 0;
-    }
-    std::vector<char> const dText(pData + 1 + 3 * nRules, pData + nSize);   // a block of exactly its size
+    Input_c Input(pData, nSize);
+    std::size_t const nRules = Input.Get() % 16u;
+    std::string const sRules = Input.Take(3 * nRules), sAll = Input.Take();
+    std::vector<char> const dText(sAll.begin(), sAll.end());   // a block of exactly its size
     std::string_view sRead(dText.data(), dText.size());
-    bool const bOpens = !IsRefused(sRead);
+    bool const bOpens = !dText.empty() && !IsRefused(sRead);
     std::string const sText(sRead);
     SimpleTextParser_c Parser;
     PlainParser_s Plain{ sText };
@@ -103,12 +101,13 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         Plain.SetRule(static_cast<unsigned char>(szRange[0]), static_cast<unsigned char>(szRange[1]), iRule);
     }
     Plain.dSets[6]['_'] = true;
-    for (unsigned char const * p = pData + 1; p < pData + 1 + 3 * nRules; p += 3)
+    for (Input_c Rules(sRules); !Rules.IsEmpty();)
     {
-        int const iRule = p[2] % 9;
+        unsigned char const cFirst = Rules.Get(), cLast = Rules.Get();
+        int const iRule = Rules.Get() % 9;
         Parser.SetCharacterRule(
-            static_cast<char>(p[0]), static_cast<char>(p[1]), static_cast<CharacterParsingRule_e>(iRule));
-        Plain.SetRule(p[0], p[1], iRule);
+            static_cast<char>(cFirst), static_cast<char>(cLast), static_cast<CharacterParsingRule_e>(iRule));
+        Plain.SetRule(cFirst, cLast, iRule);
     }
     Require(Parser.Open(dText.data(), static_cast<int>(dText.size())) == bOpens);
     if (!bOpens)

@@ -1,4 +1,4 @@
-// warehouse_fuzz.cpp: tables of any bytes, read on roads that must agree.
+// warehouse_fuzz.cpp: tables of any bytes, read in several ways that must agree.
 //
 // Bit 0 of the first byte chooses CSV, the bits above it the separators; the rest is the table.
 #include "fuzz/fuzz_support.h"
@@ -10,7 +10,7 @@
 
 namespace
 {
-    // A walk over all items, each as the ident and all that a table tells of it.
+    // A walk over all items, each as the ident and all that a table reports of it.
     using Items_t = std::vector<std::pair<std::string, std::string>>;
 
     std::string Cells(Warehouse_c const & Table)
@@ -51,7 +51,7 @@ namespace
         return dItems;
     }
 
-    /// FindIdent gives the first item of each ident, and nothing for an ident that no item has.
+    /// Requires that FindIdent finds the first item of each ident, and none for an ident that no item has.
     void CheckSearches(Warehouse_c & Table, Items_t const & dItems)
     {
         constexpr std::size_t SEARCHES = 20;                                      // each is a scan from the top
@@ -68,16 +68,12 @@ namespace
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     static char const * const s_dSeparators[] = { nullptr, " ", ";\t", "\n", "#\"", "", "a-", "\r\n" };
-    if (nSize < 2)
-    {
-        return 0;
-    }
-    WarehouseFormat_e const eFormat = pData[0] & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
-    char const * const szSeparators = s_dSeparators[pData[0] >> 1 & 7];
-    FuzzFile_c::Get().sText.assign(reinterpret_cast<char const *>(pData) + 1, nSize - 1);
-
+    Input_c Input(pData, nSize);
+    unsigned char const cChoice = Input.Get();
+    WarehouseFormat_e const eFormat = cChoice & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
+    char const * const szSeparators = s_dSeparators[cChoice >> 1 & 7];
+    std::string_view sRead(FuzzFile_c::Get().sText = Input.Take());
     Warehouse_c InPlace, Copy(true);
-    std::string_view sRead(FuzzFile_c::Get().sText);
     bool const bOpens = !IsRefused(sRead);
     Require(InPlace.Open("fuzz.txt", eFormat, "a b c", szSeparators) == bOpens);
     Require(Copy.Open("fuzz.txt", eFormat, "a b c", szSeparators) == bOpens);

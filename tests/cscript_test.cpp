@@ -18,7 +18,17 @@ namespace
         return bFound ? "found" : "none";
     }
 
-    // What each letter does, and how its outcome shows. Where it stands (.) is position, lines, and ! at the end.
+    // Steps are letters with their arguments, separated by bars. Each adds its outcome, if it has one:
+    //   T, P         GetToken without and with punctuation: [token]
+    //   W            GetSpecific: <word>
+    //   L5           GetLine with a buffer of 5: {line}
+    //   S'           GetString of at most 5 characters with the quote ': 'text'
+    //   I, Iname     GetInt without and with a label: the number. F, Fname: GetFloat
+    //   Kname        SkipToken
+    //   @7           SetPosition
+    //   wname, X, p, q   RewindAfterToken: w and p from here, X and q from the start; w and X whole tokens only
+    //   D3           GetDump of three bytes from 3 on
+    //   .            position:lines, and ! once the end was met
 #define OPERATION(...)                                                                                                 \
     []([[maybe_unused]] Script_c & S, [[maybe_unused]] char * b, [[maybe_unused]] std::string a) { __VA_ARGS__; }
     std::map<char, Operation_t> const g_dOperations = {
@@ -42,7 +52,6 @@ namespace
     };
 #undef OPERATION
 
-    /// Runs operations, letters with their arguments, that stand between bars.
     std::string Drive(Script_c & Script, std::string const & sSteps)
     {
         std::istringstream Steps(sSteps);
@@ -59,7 +68,7 @@ namespace
     struct Row_s
     {
         std::string sText, sSteps, sOutcome;
-        int nMismatches = 0;   // assertions that fail in a block of memory
+        int nMismatches = 0;   // assertions that fail for a block of memory
     };
 
     using ScriptTest = MediaTest;
@@ -136,7 +145,7 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
         EXPECT_EQ(Dialogs.GetCount(), nEarlier) << "a file's mismatches are silent";
         File.CloseFile();
 
-        // A block of exactly the text's size, so that an address check sees a read behind it.
+        // A block of exactly the text's size, so that an address checker reports a read beyond it.
         std::vector<char> dText(row.sText.begin(), row.sText.end());
         char * const pText = dText.empty() ? nullptr : dText.data();
         int const nText = static_cast<int>(dText.size());

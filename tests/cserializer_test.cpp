@@ -246,6 +246,32 @@ TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
     }
 }
 
+TEST_F(Serializer, AnObjectThatRegistersItselfKeepsItsClass)
+{
+    struct SelfSerializer_c : NodeSerializer_c
+    {
+        using NodeSerializer_c::NodeSerializer_c;
+        void SerializeObject(A & a, void *& pObject) override
+        {
+            pObject = a.IsReading() ? &g_StaticNode : pObject;
+            RegisterPointer(a, pObject);
+            auto * pSelf = static_cast<Node_s *>(pObject);
+            static_cast<NodeSerializer_c *>(FindSerializer("Node"))->Serialize(a, pSelf);
+        }
+    } Selves("Self");
+    Node_s Node;
+    ArchiveBody_t const fnBody = [&](A & a)
+    {
+        Node_s * pRoot = &Node;
+        Serializer_c::StartSerialize(a, false);
+        Selves.Serialize(a, pRoot);
+    };
+    std::string sBytes;
+    auto const IsOfAnotherClass = testing::StartsWith("dPointers[iPointer] is of class m_sClassName, 'Node' expected");
+    EXPECT_THAT(FailedConditions([&] { sBytes = Save(fnBody); }), IsOfAnotherClass);
+    EXPECT_THAT(FailedConditions([&] { EXPECT_FALSE(Loaded(sBytes, 1, fnBody)); }), IsOfAnotherClass);
+}
+
 TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
 {
     LogCapture_c Log;
