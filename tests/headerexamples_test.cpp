@@ -1,7 +1,14 @@
 // The examples in the heads of public headers, cut out by the build (CMakeLists.txt), compiled and run.
 #include "tests/media_fixture.h"
+#include "zqcore/cbreakpoint.h"
+#include "zqcore/cclipboard.h"
+#include "zqcore/cfilecache.h"
+#include "zqcore/cfilelog.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/cfilesave.h"
+#include "zqcore/cfiletrack.h"
+#include "zqcore/cgcobject.h"
+#include "zqcore/clog.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/cspreadsheet.h"
 
@@ -27,6 +34,43 @@ void TellOfLevels()
 {
 #include "examples/ctexterror_1.inl"
 }
+void WatchHealth()
+{
+#include "examples/cbreakpoint_1.inl"
+}
+void ShareText()
+{
+#include "examples/cclipboard_1.inl"
+}
+void CollectNodes()
+{
+#include "examples/cgcobject_1.inl"
+}
+void ReadLevels()
+{
+#include "examples/cfile_1.inl"
+}
+void UseCache()
+{
+#include "examples/cfilecache_1.inl"
+}
+void ListOpens()
+{
+#include "examples/cfilelog_1.inl"
+}
+bool StartMedia()
+{
+#include "examples/cfilemedia_1.inl"
+    return bReady;
+}
+void ScanLevels()
+{
+#include "examples/cfilepath_1.inl"
+}
+void TrackChanges()
+{
+#include "examples/cfiletrack_1.inl"
+}
     // clang-format on
 
     class HeaderExamples : public MediaTest
@@ -45,6 +89,7 @@ void TellOfLevels()
         static std::pair<bool, bool> LoadAndSave(Unit_c & Unit)
         {
 #include "examples/cfilesave_1.inl"
+#include "examples/cfilesave_2.inl"
             return { bLoaded, bSaved };
         }
         static bool Load(Unit_c & Unit)
@@ -73,6 +118,84 @@ TEST_F(HeaderExamples, ARefusedSheetSaysWhere)
     Serve("levels.csv", "level,price\n1");
     TellOfLevels();
     EXPECT_EQ(Log.CountHolding("levels.csv(2,2): the last row has no end"), 1);
+}
+
+TEST_F(HeaderExamples, AWatchIsArmedOrRefusedWithAComplaint)
+{
+    WatchHealth();
+    ExpectComplaints(Log.CountHolding("traps: no"));
+}
+
+TEST_F(HeaderExamples, ATextIsShared)
+{
+    plat::ClipboardSetFolder(Folder.GetPath().c_str());
+    EXPECT_TRUE(StartModule(ModuleClipboard_c::Get()));
+    ShareText();
+    EXPECT_EQ(Log.Count("The clipboard holds: 3 ogres"), 1);
+    Module_c::ShutdownAllModules();
+    plat::ClipboardSetFolder(nullptr);
+}
+
+TEST_F(HeaderExamples, NodesAreCollected)
+{
+    CollectNodes();   // or the checker of leaks complains
+}
+
+TEST_F(HeaderExamples, LevelsAreReadAndScanned)
+{
+    Serve("levels.csv", "level\n");
+    ReadLevels();
+    EXPECT_EQ(Log.Count("levels.csv has 6 bytes"), 1);
+    Make({ { "media/levels/one.lvl", "1" }, { "media/sources/one.max", "1" } });
+    ScanLevels();
+    EXPECT_EQ(Log.Count("1 levels"), 1);
+    EXPECT_EQ(Keys(), "levels.csv one.lvl");
+    g_sExcludedFolders.Reset();
+}
+
+TEST_F(HeaderExamples, ACacheIsWrittenAndLoaded)
+{
+    Make({ { "media/levels.csv", "1" } });
+    UseCache();
+    EXPECT_EQ(KeysOfOneRun(), "levels.csv");
+    UseCache();
+    EXPECT_EQ(KeysOfOneRun(), "filesystemcache.bin levels.csv");
+    FilesystemCacheInit("");
+    FilesystemCacheCheck(false);
+    ModuleFile_c::Get()->SetCacheFile("");
+    ModuleFile_c::Get()->CheckCache(false);
+}
+
+TEST_F(HeaderExamples, OpensAreListed)
+{
+    SetPQXMediaPath(".");
+    Make({ { "Logs/", "" }, { "levels.csv", "1" } });
+    EXPECT_TRUE(StartModule(ModuleFile_c::Get()));
+    ListOpens();
+    Module_c::ShutdownAllModules();
+    EXPECT_EQ(Folder.Read("Logs/start_clean.rsp"), ".\\levels.csv\n");
+}
+
+TEST_F(HeaderExamples, AGameHasItsOwnMedia)
+{
+    Make({ { "media/gamedata/pqx/levels.csv", "1" }, { "media/gamedata/other/levels.csv", "1" } });
+    EXPECT_TRUE(StartMedia());
+    EXPECT_EQ(Log.CountHolding("File duplication"), 0);
+    FileSetSplit(nullptr);
+}
+
+TEST_F(HeaderExamples, AChangedFileIsReadAgain)
+{
+    Make({ { "media/levels.csv", "1" } });
+    EXPECT_TRUE(FileAddSearchPath("media", true, false));
+    File_c * const pLevels = FileOpen("levels.csv");
+    TrackChanges();
+    Make({ { "media/levels.csv", "level" } });
+    FileTrackDoWork();
+    EXPECT_EQ(Contents(pLevels), "level");
+    FileClose(pLevels);
+    FileTrackShutdown();
+    g_FileTrackChangesCallbacker.Reset();
 }
 
 TEST_F(HeaderExamples, EnemiesLoadAsEachOthers)

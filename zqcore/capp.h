@@ -1,46 +1,65 @@
-// capp.h: what every application needs in its first and last moment.
+// capp.h: start and end of an application, and what the layers above the library share.
+//
+// LogSetFile comes first, then AppMiscStartup, then Module_c::InitializeAllModules. At the end come
+// Module_c::ShutdownAllModules and AppMiscShutdown.
+//
+// Ownership: the application owns the window and the texts that it sets. They must live until AppMiscShutdown.
+// Threads: main thread.
+// Cost: a call. Only the start and the end touch the disk.
+// Failure: no call fails. AppMiscStartup logs it if the current folder could not be changed.
+//
+//     g_szApplicationName = "Robots";
+//     LogSetFile(L"logs/", L"message.log");
+//     AppMiscStartup();
+//     Log("%s", GetBuildVersionString());
+//     double const dFrame = AppGetDeltaTime(0.0);   // seconds, once a frame
+//     AppMiscShutdown();
 #pragma once
 
 #include "zqcore/cconfig.h"
 
 #include "platform/window.h"
 
-/// The application's main window and instance; set by the application.
+/// Main window and instance of the application, which sets them. Null at start.
 extern ZQ_API plat::Window_t g_pAppWindow;
 extern ZQ_API void * g_pAppInstance;
 
-/// The application's identity; set by the application. The name also leads to the media root (cfilemedia.h).
+/// Name and version of the application, which sets them. "Unknown", 1 and 0 at start. The name also leads to the media
+/// root (cfilemedia.h).
 extern ZQ_API char const * g_szApplicationName;
 extern ZQ_API int g_nProjectVersionMajor;
 extern ZQ_API int g_nProjectVersionMinor;
 
-/// A hook that a host may replace; its counters are the host's. The library never calls it, the default does nothing.
+/// Hook that a host may replace. The host defines the counters. The library never calls it; the default does nothing.
 enum FunctionCounters_e : int;
 ZQ_API void CounterSync_Default(FunctionCounters_e eCounter, char const * szName);
 extern ZQ_API void (*CounterSync)(FunctionCounters_e eCounter, char const * szName);
 
-/// The first call of an application, behind LogSetFile: makes the executable's folder the current one, opens the log,
-/// and has calls of pure virtual functions end in Abort.
+/// Makes the executable's folder the current one, opens the main log (LogInit), and makes calls of pure virtual
+/// functions end in Abort. First call of an application after LogSetFile.
 ZQ_API void AppMiscStartup();
 
-/// The last call, behind Module_c::ShutdownAllModules: empties the event lists and closes the log.
+/// Empties the event lists but g_ExecutionCallbacker, g_LoadingCallbacker and g_FileOpenCallbacker, frees what the
+/// library has registered, and closes the main log. Last call of an application, after Module_c::ShutdownAllModules.
 ZQ_API void AppMiscShutdown();
 
-/// Seconds since the last accepted call, about 1/30 at the first. If less than dMinDelta has passed the result is 0 and
-/// the time goes on to count. By Game_longTimeGet, with no upper limit. Main thread.
+/// Returns the seconds of Game_longTimeGet since the last call that did not return 0; about 1/30 at the first call.
+/// Returns 0 if less than dMinDelta seconds have passed; they count in the next call. There is no upper limit.
 ZQ_API double AppGetDeltaTime(double dMinDelta);
 
-/// Whether the window with the keyboard is g_pAppWindow or a child of it. Requires g_pAppWindow.
+/// Returns whether the window with the keyboard is g_pAppWindow or a child of it. Asserts that g_pAppWindow is set.
 ZQ_API bool AppIsInFocus();
 
-/// Delivers all waiting messages of this thread's windows; or those of the keyboard only.
+/// Delivers the waiting messages of this thread's windows: all of them, or those of the keyboard.
 ZQ_API void AppPurgeMessageQueue();
 ZQ_API void AppPurgeKeyboardQueue();
 
-/// Fires g_ResourceLoadCallbacker, unless reports are blocked. Blocking does not nest.
+/// Fires g_ResourceLoadCallbacker with the text, unless reports are blocked. Block ends, and Deploy allows, these
+/// reports. Calls do not nest: one Deploy lifts any number of blocks.
 ZQ_API void ResourceLoadReportCall(char const * szText);
 ZQ_API void ResourceLoadReportBlock();
 ZQ_API void ResourceLoadReportDeploy();
 
-/// Name, version, build number, configuration and the time of the build; a Va text.
+/// Returns name, version, build number, configuration and time of the build. The text is one of Va (cstring.h), valid
+/// for 15 further calls of Va.
 ZQ_API char const * GetBuildVersionString();

@@ -1,9 +1,22 @@
 // carray.h: arrays whose growth is part of their type.
 //
-// Array_T<T, GROW, 0> keeps its elements on the heap: no storage before the first Add, then GROW elements, doubled
-// whenever the length would reach the capacity, and never shrunk but by Reset. StaticArrayLenTraits_T keeps them in
-// place. In spite of its name a SortedArray_T keeps no order by itself: it is sorted when Sort is called. Storage
-// counts under the memory category of the moment. No lock; elements move when the array grows.
+// Array_T<T, GROW, 0> keeps its elements on the heap. StaticArrayLenTraits_T keeps them in place. In spite of its name,
+// a SortedArray_T keeps no order by itself: Sort sorts it.
+//
+// Ownership: an array owns its storage and elements. Pointers to elements are valid until the array grows.
+// Threads: no lock: one thread at a time.
+// Cost: an array on the heap allocates at the first Add and doubles when the length would reach the capacity. Only
+// Reset frees. The storage counts under the memory category of the moment.
+// Failure: an index out of range and a full array assert.
+//
+//     Array_T<int, 16, 0> dScores;
+//     for (int const iScore : { 30, 10, 20 })
+//     {
+//         dScores.Add(iScore);
+//     }
+//     dScores.Sort([](int a, int b) { return a - b; }, 0, -1);   // 30, 20, 10
+//     dScores.Delete(0);
+//     Log("%i scores, best %i", dScores.GetLength(), dScores[0]);
 #pragma once
 
 #include "zqcore/cdebug.h"
@@ -12,7 +25,8 @@
 #include <type_traits>
 #include <utility>
 
-/// Storage on the heap; the capacity is always above the length.
+/// Storage on the heap: nothing before the first Add, then GROW elements, doubled as needed. The capacity is always
+/// above the length. UNUSED is 0.
 template <typename T, int GROW, int UNUSED>
 class ArrayTraits_T
 {
@@ -22,7 +36,7 @@ public:
     ArrayTraits_T & operator=(ArrayTraits_T const &) = delete;
     ~ArrayTraits_T() { Free(); }
 
-    /// Elements that fit before the array grows again.
+    /// Returns the elements for which there is storage.
     int GetCapacity() const { return iAllocated; }
 
 protected:
@@ -39,11 +53,12 @@ private:
     static void Deallocate(T * pElements);
 };
 
-/// Storage for LENGTH elements in place, all of them constructed from the start.
+/// Storage for LENGTH elements in place. All of them are constructed with the array.
 template <typename T, int LENGTH>
 class StaticArrayLenTraits_T
 {
 public:
+    /// Returns LENGTH.
     int GetCapacity() const { return LENGTH; }
 
 protected:
@@ -54,34 +69,36 @@ protected:
     int iLength = 0;
 };
 
+/// The operations of all arrays. TRAITS is the storage.
 template <typename T, typename TRAITS>
 class SortedArray_T : public TRAITS
 {
 public:
-    /// Appends a copy; its index. An array in place must not be full; if the developer goes on, the copy replaces the
-    /// last element.
+    /// Appends a copy and returns its index. The element may be one of this array. Asserts that an array in place is
+    /// not full; otherwise the copy replaces the last element.
     int Add(T const & Element);
 
-    /// Requires 0 <= index < GetLength().
+    /// Returns an element. Asserts 0 <= index < GetLength().
     T & operator[](int index);
     T const & operator[](int index) const;
 
-    /// Removes an element and moves the later ones down, in their order. Capacity stays. Requires
-    /// 0 <= index < GetLength(); if the developer goes on, nothing is removed.
+    /// Removes an element and moves the later ones down, in their order. The capacity stays. Asserts
+    /// 0 <= index < GetLength(); otherwise removes nothing.
     void Delete(int index);
 
-    /// The first element equal to this one, or null.
+    /// Returns the first element that is equal to this one, or null. Linear time.
     T * Find(T const & Element);
 
     int GetLength() const { return this->iLength; }
     bool IsEmpty() const { return this->iLength == 0; }
 
-    /// Sorts the elements from iStart to iEnd; a negative bound counts from the end (0 and -1: all). The comparator
-    /// gets two elements; a positive result puts the first one ahead: `a - b` sorts in descending order. Not stable.
+    /// Sorts the elements from iStart to iEnd, both included. A negative bound counts from the end: 0 and -1 are all.
+    /// If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. Not stable. Asserts bounds
+    /// inside the array, the start not after the end; otherwise sorts nothing.
     template <typename COMPARE>
     void Sort(COMPARE Compare, int iStart, int iEnd);
 
-    /// Empties the array; storage on the heap is freed.
+    /// Empties the array and frees its storage on the heap.
     void Reset() { this->Free(); }
 
     T * begin() { return this->pData; }
@@ -94,19 +111,19 @@ private:
     void Partition(COMPARE & Compare, int & i, int & j);
 };
 
-/// The growing array.
+/// A growing array.
 template <typename T, int GROW, int UNUSED>
 class Array_T : public SortedArray_T<T, ArrayTraits_T<T, GROW, UNUSED>>
 {};
 
-/// A bare array whose access is checked.
+/// An array of LENGTH elements whose index is checked.
 template <typename T, int LENGTH>
 class StaticArray_T
 {
 public:
     static constexpr int iLength = LENGTH;
 
-    /// Requires 0 <= nIndex < LENGTH.
+    /// Returns an element. Asserts 0 <= nIndex < LENGTH.
     T & operator[](int nIndex)
     {
         ZQ_ASSERT_TEXT((nIndex >= 0) && (nIndex < iLength), "(nIndex>=0) && (nIndex<iLength)");
@@ -117,7 +134,8 @@ private:
     T m_dElements[LENGTH] = {};
 };
 
-/// Spells an array's type for Sort's complaint: szFunction is the compiler's spelling of a function that names it.
+/// Writes an array's type to szBuffer, cut at nSize - 1 bytes, for Sort's complaint. szFunction is the compiler's
+/// spelling of a function that names the type.
 ZQ_API void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize);
 
 #include "zqcore/carray.inl"

@@ -74,13 +74,13 @@ template <typename T, int LENGTH>
 void StaticArrayLenTraits_T<T, LENGTH>::Grow(int iAccessIndex)
 {
     ZQ_ASSERT_TEXT(iAccessIndex >= 0 && iAccessIndex <= LENGTH, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
-    iLength = iAccessIndex <= LENGTH ? iAccessIndex : LENGTH;   // of a full array the last element is replaced
+    iLength = iAccessIndex <= LENGTH ? iAccessIndex : LENGTH;   // Add to a full array replaces the last element
 }
 
 template <typename T, typename TRAITS>
 int SortedArray_T<T, TRAITS>::Add(T const & Element)
 {
-    T const Copy(Element);   // the element may be one of this array's own, which growing frees
+    T const Copy(Element);   // the element may be one of this array, whose storage Grow may free
     this->Grow(this->iLength + 1);
     this->pData[this->iLength - 1] = Copy;
     return this->iLength - 1;
@@ -129,7 +129,7 @@ T * SortedArray_T<T, TRAITS>::Find(T const & Element)
     return nullptr;
 }
 
-/// The compiler's spelling of this function, which names the array's type in full.
+/// Returns the compiler's spelling of this function, which names the array's type.
 template <typename ARRAY>
 char const * ArraySpelling()
 {
@@ -182,8 +182,8 @@ void SortedArray_T<T, TRAITS>::Sort(COMPARE Compare, int iStart, int iEnd)
     }
 }
 
-/// Splits i..j around its middle element: behind it L..j and i..R remain to be sorted. The bounds are kept even under
-/// a comparator that contradicts itself.
+/// Splits L..R, given as i..j, at its middle element. L..j and i..R are left to be sorted. A comparator that
+/// contradicts itself does not lead out of the range.
 template <typename T, typename TRAITS>
 template <typename COMPARE>
 void SortedArray_T<T, TRAITS>::Partition(COMPARE & Compare, int & i, int & j)

@@ -1,20 +1,30 @@
-// cbreakpoint.h: catch whoever touches a variable.
+// cbreakpoint.h: a hardware breakpoint that catches the code that touches a variable.
 //
-// A Breakpoint_c arms one of the four debug registers of the calling thread: the thread's next access to the address
-// traps, into the debugger or, without one, into the crash report, which then has the code 80000004 and marks the
-// instruction behind the access. Other threads aren't watched. Each object belongs to the thread that set it; it holds
-// its register until Clear or its end. A developer's tool: nothing in the library uses it, and a system that lends no
-// debug registers, or a hypervisor that swallows them, fails every Set. Set and Clear cost a few calls to the system each.
+// A Breakpoint_c arms one of the four debug registers of the calling thread. The thread's next access to the address
+// traps into the debugger. Without a debugger the crash report has the code 80000004 and shows the instruction after
+// the access. Nothing in the library uses breakpoints.
+//
+// Ownership: each object holds one debug register from Set to Clear or its destructor.
+// Threads: an object belongs to the thread that calls Set. Accesses of other threads do not trap.
+// Cost: Set and Clear make a few system calls each. Nothing allocates.
+// Failure: Set fails with an assertion if the system lends no debug registers or a hypervisor drops their traps.
+//
+//     int iHealth = 100;
+//     Breakpoint_c Watch;
+//     Watch.Set(reinterpret_cast<std::uintptr_t>(&iHealth), Breakpoint_c::LENGTH_4, Breakpoint_c::ACCESS_WRITE);
+//     Log("The next write to iHealth traps: %s", Watch.m_nIndex != Breakpoint_c::INVALID_INDEX ? "yes" : "no");
+//     Watch.Clear();
 #pragma once
 
 #include "zqcore/cconfig.h"
 
+/// A breakpoint on an address of the calling thread.
 class ZQ_API Breakpoint_c
 {
 public:
-    static constexpr int INVALID_INDEX = 65535;   // no register is held
+    static constexpr int INVALID_INDEX = 65535;   // m_nIndex while no register is held
 
-    /// The two-bit codes of the IA-32 control register.
+    /// Codes of the control register: Intel's manual, volume 3B, debug registers.
     enum Length_e : int
     {
         LENGTH_1 = 0,
@@ -24,7 +34,7 @@ public:
     };
     enum Access_e : int
     {
-        ACCESS_EXECUTE = 0,   // with LENGTH_1 alone
+        ACCESS_EXECUTE = 0,   // requires LENGTH_1
         ACCESS_WRITE = 1,
         ACCESS_READ_WRITE = 3
     };
@@ -34,13 +44,16 @@ public:
     Breakpoint_c(Breakpoint_c const &) = delete;
     Breakpoint_c & operator=(Breakpoint_c const &) = delete;
 
-    /// Arms the first register that is free, for an address aligned to its length; of each code the low two bits count.
-    /// Requires m_nIndex == INVALID_INDEX, and otherwise keeps what is armed. False, with a "Developer break"
-    /// assertion and no register held, if all four are taken (a debugger may hold some) or the system refuses.
+    /// Arms the first free register and returns true. The low two bits of each code count. Requires an address that is
+    /// aligned to its length. Asserts that no register is held; if one is, it stays armed and the result is false.
+    /// On failure asserts "Developer break", holds no register and returns false. Reasons:
+    /// - all four registers are taken; a debugger may hold some.
+    /// - the system refuses.
     bool Set(std::uintptr_t nAddress, int nLength, int nAccess);
 
-    /// Disarms; does nothing if no register is held. Must run on the thread that called Set.
+    /// Disarms and releases the register, if one is held. Asserts "Developer break" if the system refuses. Requires the
+    /// thread that called Set.
     void Clear();
 
-    int m_nIndex = INVALID_INDEX;   // the register in use, 0 to 3
+    int m_nIndex = INVALID_INDEX;   // register in use, 0 to 3
 };

@@ -1,51 +1,70 @@
-// cbuffer.h: a run of bytes seen through one interface, whether it comes from a growing array, a file or a text.
+// cbuffer.h: bytes of a growing array, a file or a text, read through one interface.
 //
-// A consumer takes a Buffer_c and asks for the first byte and the length; both hold until the buffer is changed or
-// destroyed. Looking costs nothing; only the array takes memory. A buffer belongs to one thread at a time.
+// A consumer gets a Buffer_c and asks it for the first byte and the length. Both hold until the buffer is changed or
+// destroyed.
+//
+// Ownership: an ArrayBuffer_c owns its bytes, a FileBuffer_c a reference to a file's contents, a StringBuffer_c
+// nothing.
+// Threads: a buffer belongs to one thread at a time.
+// Cost: access is a virtual call. Only an ArrayBuffer_c allocates.
+// Failure: a buffer that could not get its bytes is empty.
+//
+//     auto const Send = [](Buffer_c const & Buffer)
+//     {
+//         int const nBytes = static_cast<int>(Buffer.GetBufferDataLength());
+//         Log("Sent: %.*s", nBytes, static_cast<char const *>(Buffer.GetBufferData()));
+//     };
+//     ArrayBuffer_c Packet;
+//     Packet.ExpandBuffer("join", 4);
+//     Packet.ExpandBuffer(" team", 5);
+//     Send(Packet);
+//     Send(StringBuffer_c("leave"));
 #pragma once
 
 #include "zqcore/carray.h"
 
 class File_c;
 
+/// Base of all buffers.
 class ZQ_API Buffer_c
 {
 public:
     Buffer_c() = default;
     virtual ~Buffer_c();
 
-    /// The first byte; may be null when there is none.
+    /// Returns the first byte. May return null if the length is 0. The bytes are to be read only.
     virtual void * GetBufferData() const = 0;
 
-    /// The number of bytes.
+    /// Returns the number of bytes.
     virtual unsigned int GetBufferDataLength() const = 0;
 };
 
-/// Bytes that are appended one run after the other. Owns its storage: none at first, then 1024 bytes, doubled at need.
+/// Bytes that are appended piece by piece. The storage is 1024 bytes after the first piece and doubles when it is full.
 class ZQ_API ArrayBuffer_c : public Buffer_c, public Array_T<char, 1024, 0>
 {
 public:
-    static constexpr unsigned int MAX_BYTES = 0x3FFFFFFF;   // the longest buffer
+    static constexpr unsigned int MAX_BYTES = 0x3FFFFFFF;   // of the whole buffer
 
-    /// Appends a copy of nBytes bytes, which may be the buffer's own. False, with no change, if nBytes is 0, pBytes null
-    /// or the whole would exceed MAX_BYTES; the latter two fail an assertion. Earlier data pointers become invalid.
+    /// Appends a copy of nBytes bytes and returns true. The bytes may be the buffer's own. Previous data pointers
+    /// become invalid. Returns false, with no change, if nBytes is 0. Asserts that pBytes is not null and that the
+    /// whole fits MAX_BYTES; otherwise returns false, with no change.
     bool ExpandBuffer(void const * pBytes, unsigned int nBytes);
 
     void * GetBufferData() const override;
     unsigned int GetBufferDataLength() const override;
 };
 
-/// The contents of a file. Holds a reference to them, not to the file object, from its construction to its end.
+/// Contents of a file, open from the constructor to the destructor. The file object must outlive the buffer.
 class ZQ_API FileBuffer_c : public Buffer_c
 {
 public:
-    /// Opens the file, which must succeed; a buffer whose file can't be opened is empty.
+    /// Asserts that the file can be opened. If it can't, the buffer is empty.
     explicit FileBuffer_c(File_c * pFile);
     ~FileBuffer_c() override;
     FileBuffer_c(FileBuffer_c const &) = delete;
     FileBuffer_c & operator=(FileBuffer_c const &) = delete;
 
-    /// The file's block. Null, and then of length 0, if a refresh could not read it again.
+    /// Returns the file's contents. Returns null, and the length is 0, if a refresh could not read them again.
     void * GetBufferData() const override;
     unsigned int GetBufferDataLength() const override;
 
@@ -53,11 +72,11 @@ private:
     File_c * m_pFile;
 };
 
-/// A terminated text without its terminator. Owns nothing: the text must outlive the buffer and is not to be written.
+/// A text without the zero at its end. The text must outlive the buffer.
 class ZQ_API StringBuffer_c : public Buffer_c
 {
 public:
-    /// sText must not be null.
+    /// Asserts that sText is not null; null is an empty text.
     explicit StringBuffer_c(char const * sText);
 
     void * GetBufferData() const override;

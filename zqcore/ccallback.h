@@ -1,11 +1,21 @@
-// ccallback.h: event lists, and the events that the library shares with the layers above.
+// ccallback.h: lists of functions that are called on an event, and the events that the library shares with hosts.
 //
-// A Callbacker_T<T> is an event: any layer adds plain functions, and the owner of the event fires it with a payload.
-// The function added last is called first. An exclusive entry hides all others. A callback that adds or removes
-// anything ends the firing at once, and firing the same list inside a firing does nothing unless it is forced. An
-// exception of a callback ends the firing and passes through to whoever fired. Lists have no lock: adding and removing
-// belong to start-up, shutdown and the thread that fires. The events that the library fires on any thread (those of
-// complaints and of files) have locks beside them, so that their receivers run one thread at a time (cdebug.h, cfile.h).
+// A Callbacker_T<T> is an event. Any layer adds functions to it, and the owner of the event fires it with a payload.
+// - The function added last is called first.
+// - An exclusive entry hides all others.
+// - A receiver that changes the list ends the firing.
+// - Firing a list inside its own firing does nothing, unless it is forced.
+// - An exception of a receiver ends the firing and reaches the caller of Fire.
+//
+// Ownership: a list owns its nodes. It only points to the functions.
+// Threads: lists have no lock. Change and fire a list on one thread. The library fires its events of complaints and of
+// files on any thread, one receiver at a time (cdebug.h, cfile.h); change those at start-up and shutdown.
+// Cost: adding allocates a node in the category Noise. Firing allocates nothing.
+// Failure: no call fails.
+//
+//     Callbacker_T<int> OnScore;
+//     OnScore.Add([](int nPoints) { Log("%i points", nPoints); }, false);
+//     OnScore.Fire(10, false);
 #pragma once
 
 #include "zqcore/cdebug.h"
@@ -14,8 +24,8 @@
 
 #include <type_traits>
 
-/// A message of the window system on its way through g_ApplicationMessages and its kin. The library passes it on and
-/// reads nothing of it; what the fields hold is the layers' own affair.
+/// A message of the window system, as the events below carry it. The library passes it on unread; the layers above
+/// define the fields.
 struct MessageData_s
 {
     void * hWindow = nullptr;
@@ -25,6 +35,7 @@ struct MessageData_s
     std::intptr_t iResult = 0;
 };
 
+/// Type of the functions of an event with the payload T, or void for none.
 template <typename T>
 struct CallbackFunction_T
 {
@@ -37,6 +48,7 @@ struct CallbackFunction_T<void>
     using Type = void (*)();
 };
 
+/// The list of an event's functions.
 template <typename T>
 class CallbackerBase_T
 {
@@ -48,10 +60,11 @@ public:
     CallbackerBase_T(CallbackerBase_T const &) = delete;
     CallbackerBase_T & operator=(CallbackerBase_T const &) = delete;
 
-    /// Adds a function ahead of the others. Nothing may be added behind an exclusive entry.
+    /// Adds a function, which is called before the others. With bExclusive it is the only one called. Asserts that the
+    /// list holds no exclusive entry.
     void Add(Function_t fn, bool bExclusive);
 
-    /// Removes the entry of this function that was added last, if there is one.
+    /// Removes the entry of this function that was added last. Does nothing if there is none.
     void Remove(Function_t fn);
 
     /// Removes all entries.
@@ -59,14 +72,14 @@ public:
 
     bool IsEmpty() const { return pHead == nullptr; }
 
-    /// Calls the functions with the payload. Inside a firing of this list it does nothing unless forced.
+    /// Calls the functions with the payload. During a firing of this list it does nothing, unless bForce is set.
     template <typename U = T>
     void Fire(std::type_identity_t<U> tData, bool bForce) requires(!std::is_void_v<U>)
     {
         Walk(bForce, tData);
     }
 
-    /// The same for an event without payload.
+    /// Fires an event without payload.
     template <typename U = T>
     void Fire(bool bForce) requires std::is_void_v<U>
     {
@@ -84,7 +97,7 @@ private:
     struct Firing_s
     {
         CallbackerBase_T & List;
-        bool const bChangedBefore;   // inside a forced firing: known to the outer one, which must end too
+        bool const bChangedBefore;   // the outer firing's flag, which a forced firing must not lose
 
         explicit Firing_s(CallbackerBase_T & l)
             : List(l)
@@ -104,17 +117,19 @@ private:
     template <typename... ARGS>
     void Walk(bool bForce, ARGS... Args);
 
-    Link_T<Entry_s> * pHead = nullptr;   // last added first
-    bool m_bChanged = false;             // since the present firing began
+    Link_T<Entry_s> * pHead = nullptr;   // the entry added last
+    bool m_bChanged = false;             // since this firing began
     bool m_bFiring = false;
 };
 
+/// An event.
 template <typename T>
 class Callbacker_T : public CallbackerBase_T<T>
 {};
 
+/// The shared events. Those without a remark are fired by the application alone.
 extern ZQ_API Callbacker_T<bool> g_ExecutionCallbacker;   // false: stopped for a dialog; true: goes on
-extern ZQ_API Callbacker_T<int> g_CommandCallbacker;      // fired by the application, as all without a remark
+extern ZQ_API Callbacker_T<int> g_CommandCallbacker;
 extern ZQ_API Callbacker_T<void> g_LoadingCallbacker;
 extern ZQ_API Callbacker_T<void> g_RenderCallbacker;
 extern ZQ_API Callbacker_T<bool> g_ActiveCallbacker;
@@ -126,15 +141,15 @@ extern ZQ_API Callbacker_T<MessageData_s> g_MouseCallbacker;
 extern ZQ_API Callbacker_T<MessageData_s> g_KeyboardCallbacker;
 extern ZQ_API Callbacker_T<MessageData_s> g_JoystickCallbacker;
 extern ZQ_API Callbacker_T<char> g_CharCallbacker;
-extern ZQ_API Callbacker_T<MessageData_s> g_ApplicationMessages;      // the entropy collector listens
-extern ZQ_API Callbacker_T<char const *> g_FileReadErrorCallbacker;   // a file's read failed; its key
+extern ZQ_API Callbacker_T<MessageData_s> g_ApplicationMessages;      // by the application; ccryptrnd.h listens
+extern ZQ_API Callbacker_T<char const *> g_FileReadErrorCallbacker;   // a file could not be read; its key
 extern ZQ_API Callbacker_T<MessageData_s> g_NetworkCallbacker;
 extern ZQ_API Callbacker_T<bool> g_FullscreenSwitchCallbacker;
-extern ZQ_API Callbacker_T<char const *> g_FileTrackChangesCallbacker;
-extern ZQ_API Callbacker_T<char const *> g_AddSubfolderCallbacker;   // a folder is about to be scanned; forced
-extern ZQ_API Callbacker_T<char const *> g_ResourceLoadCallbacker;   // ResourceLoadReportCall
-extern ZQ_API Callbacker_T<char const *> g_WarningsCallbacker;       // the text of a Warning or Achtung
-extern ZQ_API Callbacker_T<char const *> g_FileOpenCallbacker;       // a file opened, with g_bCollectResource; location
+extern ZQ_API Callbacker_T<char const *> g_FileTrackChangesCallbacker;   // a known file changed; bare name; forced
+extern ZQ_API Callbacker_T<char const *> g_AddSubfolderCallbacker;   // a folder is about to be scanned; path; forced
+extern ZQ_API Callbacker_T<char const *> g_ResourceLoadCallbacker;   // ResourceLoadReportCall; its text
+extern ZQ_API Callbacker_T<char const *> g_WarningsCallbacker;       // Warning or Achtung; its text
+extern ZQ_API Callbacker_T<char const *> g_FileOpenCallbacker;       // a file is opened, see g_bCollectResource; path
 
 template <typename T>
 void CallbackerBase_T<T>::Add(Function_t fn, bool bExclusive)

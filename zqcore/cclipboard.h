@@ -1,45 +1,63 @@
-// cclipboard.h: a text that all processes of the user share and append to, in the clipboard under a format of its own.
+// cclipboard.h: a text in the clipboard, under a format of its own, that processes append to.
 //
-// ClipboardOpen, any of the others, ClipboardClose: in between the clipboard is closed to all other processes. The state
-// is the module's own and has no lock: one thread at a time. For the library's own use: nothing here is exported. All
-// but ClipboardOpen and ClipboardGetSize fail an assertion, and do nothing, while the clipboard is not open.
+// ClipboardOpen comes first, then any of the others, then ClipboardClose. In between the clipboard is closed to all
+// other processes. Nothing here is exported: the functions are for the library itself.
+//
+// Ownership: the clipboard owns the text. Callers get copies.
+// Threads: the state belongs to the module and has no lock: one thread at a time.
+// Cost: ClipboardOpen waits up to 10 seconds for another process. Each change stores the whole text anew.
+// Failure: failures assert. While the clipboard is not open, all calls but ClipboardOpen and ClipboardGetSize assert
+// and do nothing.
+//
+//     ClipboardOpen();
+//     if (g_isOpen)
+//     {
+//         ClipboardPrintf("%i ogres", 3);
+//         std::string sText(ClipboardGetSize(), '\0');
+//         ClipboardGetData(sText.data());
+//         Log("The clipboard holds: %s", sText.c_str());
+//         ClipboardClose();
+//     }
 #pragma once
 
 #include "zqcore/cmodule.h"
 
 #include "platform/clipboard.h"
 
-/// The number of the format "ZQ_TEXT"; 0 until the module is initialised.
+/// Number of the format "ZQ_TEXT"; 0 until the module is initialised.
 extern unsigned int g_iTextFormat;
 
-/// Whether this process has the clipboard open: tells whether ClipboardOpen succeeded.
+/// Whether this process has the clipboard open. Says whether ClipboardOpen succeeded.
 extern bool g_isOpen;
 
-/// The clipboard's text as last fetched or set: a terminated one. Null while the clipboard is closed.
+/// The clipboard's text with the zero at its end, as last read or set. Null while the clipboard is closed.
 extern plat::ClipboardBlock_t g_hClipboard;
 
-/// Opens the clipboard. While another process has it, tries again up to 100 times, every 0.1 s; then fails an assertion,
-/// and g_isOpen stays false. A clipboard without a text gets an empty one. Not while it is open already.
+/// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it. A clipboard that holds no
+/// text of this format is emptied, data of all formats included, and gets an empty text. Asserts that the module is
+/// initialised and the clipboard not open yet. On failure asserts, and g_isOpen stays false.
 void ClipboardOpen();
+
+/// Closes the clipboard.
 void ClipboardClose();
 
-/// Appends a formatted text, which is cut at 65,536 characters. If that can't be stored an assertion fails and the
-/// former text stays.
+/// Appends a formatted text, which is cut at 65,536 characters. Removes data of other formats. On failure asserts, and
+/// the previous text stays.
 void ClipboardPrintf(char const * sFormat, ...) ZQ_PRINTF(1, 2);
 
-/// Copies the text and its terminator, ClipboardGetSize bytes at most. False if there is none.
+/// Copies the text and the zero at its end, ClipboardGetSize bytes at most. Returns false if there is no text.
 bool ClipboardGetData(char * pData);
 
-/// The text's size with its terminator; 0 without a text and while the clipboard is closed.
+/// Returns the text's bytes with the zero at its end. Returns 0 without a text and while the clipboard is closed.
 std::size_t ClipboardGetSize();
 
-/// Whether the text is the empty one.
+/// Returns whether the text is empty.
 bool ClipboardIsEmpty();
 
-/// Removes all data of all formats and puts an empty text there.
+/// Removes the data of all formats and stores an empty text.
 void ClipboardReset();
 
-/// Registers the format.
+/// Module that registers the format. Depends on no other module.
 class ModuleClipboard_c : public Module_c
 {
 public:
@@ -48,7 +66,7 @@ public:
     {}
     ~ModuleClipboard_c() override;
 
-    /// The instance.
+    /// Returns the only instance.
     static ModuleClipboard_c * Get();
 
 protected:

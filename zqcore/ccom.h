@@ -1,36 +1,49 @@
-// ccom.h: the base of shared objects, counted by reference, with a ledger of who holds them.
+// ccom.h: base of shared objects that count their references and know who holds them.
 //
-// An object starts without references; each AddRef notes the holder and the source line, and the Release that takes the
-// last one away disposes of the object. What is still held is listed by ComDebug, GetOwners, or the complaint about an
-// object that is deleted too early. All notes of the process come from one static pool of COM_REFERENCES: nothing is
-// allocated, and memory is touched only as notes are used.
+// An object starts without references. Each AddRef notes the holder and the source line. The Release that removes the
+// last reference disposes of the object. ComDebug and GetOwners list the references that are held, and so does the
+// complaint about an object that is deleted too early.
 //
-// No lock: AddRef and Release must not run at the same time anywhere in the process. AddRef takes constant time, Release
-// a walk over the object's own references.
+// Ownership: the references own the object together. Holders are only noted, and may be any address.
+// Threads: no lock. AddRef and Release must not run at the same time anywhere in the process.
+// Cost: AddRef takes constant time, Release a walk over the object's references. Nothing allocates: all notes of the
+// process come from one static pool of COM_REFERENCES, whose memory is touched as it is used.
+// Failure: wrong use asserts. Each function says what it does if the developer goes on.
+//
+//     class Texture_c : public ComObject_c
+//     {};
+//     Texture_c * const pTexture = ZQ_NEW Texture_c;
+//     char Menu = 0, Game = 0;   // holders; as a rule `this`
+//     COM_ADDREF(pTexture, &Menu);
+//     COM_ADDREF(pTexture, &Game);
+//     pTexture->ComDebug();   // logs both
+//     COM_RELEASE(pTexture, &Menu);
+//     bool const bDeleted = COM_RELEASE(pTexture, &Game);   // true
 #pragma once
 
 #include "zqcore/cconfig.h"
 
-/// Stands at the start of every object.
+/// Signature of every live object.
 inline constexpr std::uint32_t COM_SIGNATURE = 0xC0C0C0C0;
 
-/// References that the process may hold at a time. A further one fails an assertion and is counted without a note.
+/// References that the process may hold at a time. A further one asserts, and is counted without a note.
 inline constexpr int COM_REFERENCES = 200000;
 
-/// One reference that is held.
+/// Note of one reference that is held.
 struct ComDebug_t
 {
     ComDebug_t * pNext;
     ComDebug_t * pPrev;
-    void const * pOwner;   // the holder
-    char const * sFile;    // where it was taken; not copied
+    void const * pOwner;   // holder
+    char const * sFile;    // source of the AddRef; not copied
     int iLine;
 };
 
-/// `COM_ADDREF(pObject, this)` and `COM_RELEASE(pObject, this)`: the usual way to call, with the place in the source.
+/// AddRef and Release with the place in the source: `COM_ADDREF(pObject, this)`.
 #define COM_ADDREF(pObject, pOwner) ComAddRef((pObject), (pOwner), __FILE__, __LINE__)
 #define COM_RELEASE(pObject, pOwner) ComRelease((pObject), (pOwner), __FILE__, __LINE__)
 
+/// Base of shared objects.
 class ZQ_API ComObject_c
 {
 public:
@@ -38,30 +51,34 @@ public:
     ComObject_c(ComObject_c const &) = delete;
     ComObject_c & operator=(ComObject_c const &) = delete;
 
-    /// Adds a reference held by pOwner, which is not null; the count before. pObject is the object again, to catch a call
-    /// through a wrong pointer. A null owner, if the developer goes on, is counted without a note.
+    /// Adds a reference that pOwner holds. Returns the count before. sFile is kept as a pointer. pObject is the object
+    /// again: a difference shows a call through a wrong pointer. Asserts that pObject is this object, and that pOwner
+    /// is not null. A null owner is counted without a note.
     std::uint32_t AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
-    /// Takes the owner's newest reference away, or one without a note for a null owner; true if it was the last one and
-    /// the object was disposed of. A pointer to no object, or to a dead one, is told by a failed assertion and left alone,
-    /// whatever it points to; so is an object without references.
+    /// Removes the owner's newest reference; for a null owner one without a note. Returns true if it was the last one:
+    /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, the count falls all
+    /// the same. Asserts the following, and changes nothing if it does not hold:
+    /// - pObject is this object.
+    /// - it is a live object. The pointer may lead to any memory or to none.
+    /// - it has references.
     bool Release(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
     /// Logs the references, the newest first.
     void ComDebug();
 
-    /// Copies up to iMax references, the newest first, and returns how many; says on the debugger's output if there are
-    /// more.
+    /// Copies up to iMax references to pOut, the newest first. Returns how many. If there are more, says so on the
+    /// debugger's output.
     int GetOwners(ComDebug_t * const pOut, int iMax);
 
-    /// References that can still be taken in this process. Walks those that were ever used.
+    /// Returns how many references can still be added in this process. Walks all notes that were ever used.
     static int GetFreeReferences();
 
 protected:
-    /// An object that is still referenced is reported with its owners, and its notes are taken back.
+    /// Asserts that no references are left. If some are, logs them and releases their notes.
     virtual ~ComObject_c();
 
-    /// Called without references: deletes the object. A subclass may do something else with it.
+    /// Called when no references are left. Deletes the object; a subclass may keep it instead.
     virtual void Dispose() const;
 
 private:
@@ -76,7 +93,7 @@ private:
     void Unchain(ComDebug_t * pNote) const;
 
     std::uint32_t m_dwComSignature = COM_SIGNATURE;
-    mutable ComDebug_t * m_pDebugHead = nullptr;   // references held, the newest first
+    mutable ComDebug_t * m_pDebugHead = nullptr;   // notes of this object, the newest first
     mutable std::uint32_t iRefCount = 0;
 
     static ComDebug_t * m_pEmptyList;   // free notes

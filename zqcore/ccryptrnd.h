@@ -1,13 +1,25 @@
-// ccryptrnd.h: random bytes from the moments at which application messages arrive, and the digest of a password.
+// ccryptrnd.h: random bytes from the moments at which messages arrive, and the digest of a password.
 //
-// The pool holds the low bytes of the cycle counter at the last 128 messages; each 20 bytes of output are the SHA-1 of
-// a block counter and the pool. This is no substitute for the system's generator and must make no key, token or salt
-// that anyone has a reason to guess: a message adds a byte that is worth a few bits at most and may be caused from
-// outside, nobody counts what has been gathered, an empty pool gives the same output in every run, and whoever learns
-// the pool can work out the blocks before and after. It serves shuffles, seeds and games.
+// The pool holds the low byte of the cycle counter at each of the last 128 messages. Each 20 bytes of output are the
+// SHA-1 of a block counter and the pool. Use the bytes for shuffles, seeds and games. Use the system's generator for
+// keys, tokens, salts and all else that anyone has a reason to guess:
+// - a message adds a byte that is worth a few bits at most, and may be caused from outside.
+// - nothing counts what has been gathered. An empty pool gives the same output in every run.
+// - the pool and the counter are enough to compute the output before and after.
 //
-// One generator, built when the library is loaded. Any thread may add and take bytes; 20 bytes cost about 0.2 us. A
-// forked process adds the moment of the fork and goes on with bytes of its own.
+// Ownership: the one generator exists from load to unload. A Password_s is a plain value.
+// Threads: any thread may add and get bytes. A forked process adds the moment of the fork and continues with bytes of
+// its own.
+// Cost: 20 bytes cost about 0.2 us. Nothing allocates.
+// Failure: GetRandomBytes and Xor assert. Nothing else fails.
+//
+//     PutNextRandom();   // at a moment that nobody foresees, such as a key press
+//     unsigned char dSeed[4];
+//     GetRandomBytes(dSeed, 4);
+//     Password_s Kept, Typed;
+//     Kept.Set("sesame");
+//     Typed.Set("Sesame");
+//     bool const bOpen = Typed == Kept;   // false
 #pragma once
 
 #include "zqcore/cmodule.h"
@@ -16,13 +28,14 @@
 
 #include <array>
 
-/// Fills dOutput with nBytes bytes, which must be above 0.
+/// Fills dOutput with nBytes bytes. Asserts that dOutput is not null and nBytes above 0; otherwise writes nothing.
 ZQ_API void GetRandomBytes(unsigned char * dOutput, int nBytes);
 
-/// Adds the low byte of the cycle counter to the pool; for hosts with unforeseeable moments of their own.
+/// Adds the low byte of the cycle counter to the pool. For hosts that know moments that nobody foresees.
 ZQ_API void PutNextRandom();
 
-/// Adds a byte to the pool for each application message while initialised.
+/// Module that adds a byte to the pool for each message of g_ApplicationMessages while it is initialised. Depends on no
+/// other module.
 class ZQ_API ModuleCryptRandom_c : public Module_c
 {
 public:
@@ -31,7 +44,7 @@ public:
     {}
     ~ModuleCryptRandom_c() override;
 
-    /// The instance.
+    /// Returns the only instance.
     static ModuleCryptRandom_c * Get();
 
 protected:
@@ -39,13 +52,13 @@ protected:
     void Shutdown() override;
 };
 
-/// The digest of a password, or none; never the text. A plain value. The digest has no salt and is quick to compute:
-/// it keeps honest people honest and does not withstand a search for the text.
+/// The digest of a password, or none. Does not hold the text. The digest has no salt and is quick to compute, so it
+/// does not withstand a search for the text.
 struct Password_s
 {
     using Hash_t = std::array<unsigned char, SHA1_HASH_SIZE>;
 
-    Hash_t dHash{};   // all zero while unset
+    Hash_t dHash{};   // all 0 while unset
     bool bIsSet = false;
 
     Password_s() = default;
@@ -54,17 +67,18 @@ struct Password_s
         , bIsSet(true)
     {}
 
-    /// Takes the SHA-1 of one byte with the text's length, followed by the text.
+    /// Sets the digest of a text: the SHA-1 of one byte with the text's length, followed by the text.
     ZQ_API void Set(String_T<256> const & sText);
 
-    /// Takes a digest as it is.
+    /// Sets a digest.
     void Set(Hash_t const & dDigest) { *this = Password_s(dDigest); }
 
+    /// Unsets the digest.
     void Clear() { *this = Password_s(); }
 
-    /// Both unset, or both set with one digest.
+    /// Returns whether both are unset, or both are set and equal.
     bool operator==(Password_s const & Pass) const { return bIsSet == Pass.bIsSet && (!bIsSet || dHash == Pass.dHash); }
 
-    /// XORs the other digest into this one; both must be set.
+    /// Combines this digest with the other one by exclusive or. Asserts that both are set.
     ZQ_API void Xor(Password_s const & Pass);
 };

@@ -1,35 +1,50 @@
 // cdebug.h: assertions, warnings and aborts.
 //
-// Four levels of complaint: an assertion names a broken precondition, Warning reports something odd, Achtung something
-// that a developer must see once, Abort ends the process. Each logs its text first, so that the log holds every
-// complaint even when no dialog appears. Texts are cut at 2048 characters. In silent mode no dialog appears; a complaint
+// There are four levels. An assertion names a broken precondition. Warning reports something odd, Achtung something
+// that a developer must see once. Abort ends the process. Each level logs its text first, so the log holds every
+// complaint even if no dialog appears. Texts are cut at 2048 characters. In silent mode no dialog appears; a complaint
 // that ends the process prints its text on standard error first.
 //
-// Threads: any thread may complain, and a dialog blocks the thread that complains. The receivers of g_WarningsCallbacker
-// and g_ExecutionCallbacker run on that thread, one thread at a time for each list: another thread that fires the list
-// waits for them, and so does a fork. A complaint inside a receiver of the same list is logged and not fired. A receiver
-// may log and take notes; it must not wait for another thread, nor open a file that another thread may be opening. The
-// crash path fires without waiting.
+// Ownership: texts are copied, unless a function says otherwise.
+// Threads: any thread may complain. A dialog blocks the thread that complains. The receivers of g_WarningsCallbacker
+// and g_ExecutionCallbacker run on that thread:
+// - one thread at a time for each list. Another thread that fires the list waits for them, and so does a fork.
+// - a complaint inside a receiver of the same list is logged and not fired.
+// - a receiver may log and take notes. It must not wait for another thread, nor open a file that another thread may be
+//   opening.
+// - the crash path fires without waiting.
+// Cost: an assertion that holds costs its condition. A complaint costs a line of the log, and a dialog the trace of
+// cexceptioninfo.h where it shows one.
+// Failure: the dialog's answer, or silent mode, decides whether the process continues.
+//
+//     int const nLives = 3;
+//     ZQ_ASSERT(nLives > 0);
+//     ZQ_ASSERT_EX(nLives < 10, "a player has %i lives", nLives);
+//     if (!FileExists("extra.csv"))
+//     {
+//         Warning("extra.csv is missing, the defaults hold.");   // logged; a dialog only after SetWarnings(true)
+//     }
 #pragma once
 
 #include "zqcore/cconfig.h"
 
 #include <cstdarg>
 
-/// States a precondition. When it does not hold the condition's text is logged and shown; the code goes on behind it if
-/// the developer ignores the complaint.
+/// States a precondition. If it does not hold, its text is logged and shown as by AssertFailed. If the developer
+/// ignores the complaint, the code continues after it.
 #define ZQ_ASSERT(condition) ZQ_ASSERT_TEXT(condition, #condition)
 
-/// The same with the condition worded for the reader.
+/// ZQ_ASSERT that shows szCondition in place of the condition's own text.
 #define ZQ_ASSERT_TEXT(condition, szCondition)                                                                         \
     ((condition) ? static_cast<void>(0) : AssertReport(szCondition, __FILE__, ZQ_FUNCTION, __LINE__))
 
-/// A precondition with an explanation, which is a printf format with its arguments.
+/// ZQ_ASSERT and ZQ_ASSERT_TEXT with an explanation: a printf format with its arguments.
 #define ZQ_ASSERT_EX(condition, ...) ZQ_ASSERT_EX_TEXT(condition, #condition, __VA_ARGS__)
 #define ZQ_ASSERT_EX_TEXT(condition, szCondition, ...)                                                                 \
     ((condition) ? static_cast<void>(0) : AssertReportEx(szCondition, __FILE__, ZQ_FUNCTION, __LINE__, __VA_ARGS__))
 
-/// A precondition whose failure offers to break into the debugger right here.
+/// States a precondition. If it does not hold, DebugMessages_c::DebugAssert shows szText; the answer Yes breaks into
+/// the debugger here.
 #define ZQ_ASSERT_BREAK(condition, szText)                                                                             \
     do                                                                                                                 \
     {                                                                                                                  \
@@ -40,70 +55,75 @@
     }                                                                                                                  \
     while (false)
 
-/// Shows no dialog of any level; an assertion or a first Achtung then ends the process with status 1. Starts false.
+/// Silent mode: no level shows a dialog. An assertion, or an Achtung that is new, ends the process with status 1. False
+/// at start; set by the application.
 extern ZQ_API bool g_silentMode;
 
-/// Whether Warning may show a dialog. Starts false; written by SetWarnings.
+/// Whether Warning shows a dialog. False at start; set by SetWarnings.
 extern ZQ_API bool g_bEnableWarnings;
 
-/// Set once Abort has begun.
+/// Whether Abort has begun.
 extern ZQ_API bool g_isAborting;
 
-/// Logs the text and asks the developer: Abort ends the process with a crash, Retry breaks into the debugger, Ignore
-/// goes on. In silent mode the process ends with status 1. An assertion that fails while another one is handled is
-/// dropped.
+/// Logs the text and asks the developer. Abort ends the process with a crash, Retry breaks into the debugger, Ignore
+/// continues. In silent mode the process ends with status 1. An assertion that fails while another one is handled, on
+/// any thread, is dropped.
 ZQ_API void AssertFailed(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Logs the text and fires g_WarningsCallbacker; shows a dialog only after SetWarnings(true).
+/// Logs the text and fires g_WarningsCallbacker. Shows a dialog only after SetWarnings(true).
 ZQ_API void Warning(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Logs the text, fires g_WarningsCallbacker and shows a dialog, unless one of the last 16 different texts was the
-/// same. In silent mode the process ends with status 1. After SetAchtungs(false) it only logs and fires.
+/// Logs the text, fires g_WarningsCallbacker and shows a dialog. Yes breaks into the debugger, No continues, Cancel
+/// ends the process with status 0. In silent mode the process ends with status 1. After SetAchtungs(false) it only logs
+/// and fires. Does nothing if the text is one of the last 16 different ones.
 ZQ_API void Achtung(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Logs and shows the text and ends the process with a crash.
+/// Logs the text, shows it and ends the process with a crash.
 [[noreturn]] ZQ_API void Abort(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Whether Warning, and whether Achtung, goes past logging and firing.
+/// Sets whether Warning, and whether Achtung, does more than log and fire. False and true at start.
 ZQ_API void SetWarnings(bool bEnable);
 ZQ_API void SetAchtungs(bool bEnable);
 
-/// Complaints with a location, shown with a stack trace. One instance; a dialog's Cancel ends the process, and no
-/// further dialog of this class appears while it does.
+/// Complaints with a location, shown with a stack trace. Cancel in a dialog ends the process with status -1; no further
+/// dialog of this class appears while the process ends.
 class DebugMessages_c
 {
 public:
-    /// A warning with a location, as SetLocation returns it.
+    /// Type of what SetLocation returns.
     using Internal_t = int (DebugMessages_c::*)(char const * fmt, ...);
 
-    static constexpr std::size_t TEXT_SIZE = 16384;   // bytes of a message, which is cut to fit
+    static constexpr std::size_t TEXT_SIZE = 16384;   // bytes of a message with its zero; longer ones are cut
 
-    /// The instance, created at first use.
+    /// Returns the only instance, created by the first call.
     ZQ_API static DebugMessages_c & Get();
 
-    /// Shows a failed condition. True if the caller is to break; false without a dialog while m_bQuiet is set.
+    /// Shows the text of a failed condition. Returns whether the caller is to break into the debugger. Returns false,
+    /// without a dialog, while m_bQuiet is set.
     ZQ_API bool DebugAssert(char const * sFile, int iLine, char const * sText);
 
-    /// Keeps the location of the calling thread's next complaints and returns the operation that makes it:
-    /// `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`. The file name is kept as a pointer.
+    /// Sets the location of the calling thread's next complaints. sFile is kept as a pointer. Returns
+    /// DebugWarningInternal, to call at once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
-    /// Shows an error at the kept location; breaks into the debugger on OK. The dialog's answer (1 OK).
+    /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 OK; in silent
+    /// mode 7.
     ZQ_API int DebugErrorInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-    /// Shows a warning at the kept location; breaks into the debugger on Yes. The dialog's answer (6 Yes, 7 No).
+    /// Shows a warning at the location that was set. Breaks into the debugger on Yes. Returns the answer: 6 Yes, 7 No.
     ZQ_API int DebugWarningInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-    /// Shows a dialog with a stack trace, above all other windows; nStyle is made of the MESSAGE_ words of
-    /// cexceptioninfo.h. The answer's number; Cancel (2) ends the process with status -1. In silent mode logs the text
-    /// and returns No (7).
+    /// Shows a dialog with a stack trace, above all other windows. nStyle joins MESSAGE_ values of cexceptioninfo.h.
+    /// Returns the answer, with the numbers of MessageBoxPlain. Cancel (2) ends the process with status -1. In silent
+    /// mode logs the text and returns 7.
     ZQ_API ZQ_COLD int DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle);
 
-    bool m_bQuiet = false;       // DebugAssert shows nothing
-    void * m_hOwner = nullptr;   // window that owns the dialogs
+    bool m_bQuiet = false;       // whether DebugAssert shows nothing
+    void * m_hOwner = nullptr;   // host's window that owns the dialogs, or null
 };
 
-/// What the macros above call when a condition fails. szFunction is the compiler's spelling, cut to class and name.
+/// Called by the macros above if a condition fails. szFunction is the compiler's spelling of a function; the text shows
+/// its class and name.
 ZQ_API ZQ_COLD void AssertReport(char const * szCondition, char const * szFile, char const * szFunction, int iLine);
 ZQ_API ZQ_COLD void AssertReportEx(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
     char const * fmt, ...) ZQ_PRINTF(5, 6);

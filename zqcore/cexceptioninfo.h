@@ -1,14 +1,23 @@
-// cexceptioninfo.h: dialogs that carry a stack trace, and the dialog of a developer whose program faulted.
+// cexceptioninfo.h: dialogs with a stack trace, and the dialog for a developer whose program faulted.
 //
-// The message boxes of cdebug.h come through MessageBoxWithTrace. Start, Stop and OnUnhandledException are for a host
-// that sets a fault filter: the faulting thread hands its fault to a thread of its own, the debug support thread, which
-// shows it and asks how to go on. The library doesn't start that thread.
+// The message boxes of cdebug.h use MessageBoxWithTrace. Start, Stop and OnUnhandledException are for a host that sets
+// a fault filter. There the faulting thread hands its fault to a thread of this object, the debug support thread, which
+// shows the fault and asks what to do. The library does not start that thread.
 //
-// One lock guards the object: one dialog at a time, whichever thread shows it. Nothing here takes memory from the heap
-// or any other lock of the library, so that a complaint may come from under those locks; what the host's dialog and the
-// receiver of the trace lines take is theirs. A trace starts the symbol helper and costs about a fifth of a second;
-// names and lines come from where that helper finds them, and there is no search path of our own. Without the helper a
-// trace has the addresses. It knows the modules of the process, up to 512 of them.
+// Ownership: the only instance exists from load to the end of the process.
+// Threads: any thread, one dialog at a time: one lock guards the object. Start and Stop belong to one thread.
+// Cost: a trace starts the symbol helper and takes about 0.2 s. It knows up to 512 modules of the process. Nothing here
+// allocates from the heap or takes another lock of the library, so complaints may come from under those locks. The
+// host's dialog and the receiver of the trace lines may do both.
+// Failure: without the symbol helper a trace has addresses in place of names and lines.
+//
+//     auto const fnPrevious = ExceptionInfo_c::TraceReceiverSet([](char const * szLine) { std::puts(szLine); });
+//     ExceptionInfo_c & Info = ExceptionInfo_c::Get();
+//     bool const bStarted = Info.Start();   // now the host's fault filter may call Info.OnUnhandledException
+//     std::uint32_t const dWords[12] = { 1, 2, 3 };
+//     Info.DumpMemory("dWords", 0, reinterpret_cast<std::uintptr_t>(dWords), 12);
+//     Info.Stop();
+//     ExceptionInfo_c::TraceReceiverSet(fnPrevious);
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -18,7 +27,7 @@ namespace plat
     struct FaultPointers_t;
 }
 
-/// The style of a dialog: buttons, icon, default button, modality.
+/// Values that join to the style of a dialog: buttons, icon, default button, modality. They are those of Windows.
 inline constexpr unsigned long MESSAGE_OK = 0x0;
 inline constexpr unsigned long MESSAGE_OK_CANCEL = 0x1;
 inline constexpr unsigned long MESSAGE_ABORT_RETRY_IGNORE = 0x2;
@@ -31,61 +40,69 @@ inline constexpr unsigned long MESSAGE_TASK_MODAL = 0x2000;
 inline constexpr unsigned long MESSAGE_FOREGROUND = 0x10000;
 inline constexpr unsigned long MESSAGE_TOPMOST = 0x40000;
 
-/// Topmost, set to the foreground and modal for the whole system.
+/// Topmost, in the foreground and modal for the whole system.
 inline constexpr unsigned long MESSAGE_ALWAYS_ON_TOP = MESSAGE_TOPMOST | MESSAGE_FOREGROUND | MESSAGE_SYSTEM_MODAL;
 
-/// Shows a text with a style and returns the answer's number (1 OK, 2 Cancel, 3 Abort, 4 Retry, 5 Ignore, 6 Yes, 7 No).
-/// The owner is a window of the host, or null. Any thread.
+/// Shows a text as a dialog without a trace. Returns the answer: 1 OK, 2 Cancel, 3 Abort, 4 Retry, 5 Ignore, 6 Yes, 7
+/// No. hOwner is a window of the host, or null.
 ZQ_API int MessageBoxPlain(void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle);
 
+/// Traces, and the debug support thread.
 class ExceptionInfo_c
 {
 public:
-    /// Receives a line of the trace channel, without a line end but for those that belong to its text. Any thread.
+    /// Type of a function that receives the lines of the trace channel, on any thread. A line has no line end, except
+    /// where its text holds one.
     using TraceReceiver_t = void (*)(char const * szLine);
 
-    /// The instance, there from load time to the end of the process.
+    /// Returns the only instance.
     ZQ_API static ExceptionInfo_c & Get();
 
-    /// Starts the debug support thread; false if the system gives none. Does nothing if it runs. Start and Stop belong
-    /// to one thread. A forked process has no support thread until it calls Start.
+    /// Starts the debug support thread, unless it runs already. Returns false if the system refuses a thread. A forked
+    /// process has no support thread until it calls Start.
     ZQ_API bool Start();
 
-    /// Ends the thread and waits for it, half a second at most when it is idle; an open dialog is waited for. A thread
-    /// whose fault is still waiting then goes on. Does nothing on the support thread itself, where handlers of exit may
+    /// Ends the support thread and waits for it: up to half a second, or until its open dialog is answered. A thread
+    /// whose fault still waits then continues. Does nothing on the support thread itself, where handlers of exit may
     /// run, and inside this object's dialogs.
     ZQ_API void Stop();
 
-    /// For a fault filter: hands the fault to the support thread, which traces and shows it, and waits without limit.
-    /// Yes starts RemoteDebug\rdebug.cmd of the current folder, a program or script that can be executed, and holds the
-    /// process still with a second dialog; No, and silent mode without a dialog, go on; Cancel ends the process by
-    /// exit with the exception's code, of which Linux keeps 8 bits. A fault of the support thread on the way, say in
-    /// the host's dialog, counts as No. Returns 0, so that the filters behind get the fault. Returns at once with a
-    /// debugger attached, while the support thread does not run or is the one that faulted, and on a thread that is
-    /// inside one of this object's dialogs. One fault at a time.
+    /// For a fault filter: hands the fault to the support thread, which traces and shows it, and waits for the answer
+    /// without limit. One fault at a time. Returns 0, so that the filters after this one get the fault.
+    /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
+    ///   process with a second dialog.
+    /// - No continues. So do silent mode, without a dialog, and a fault on the support thread, as in the host's dialog.
+    /// - Cancel ends the process by exit with the exception's code as its status, of which Linux keeps 8 bits.
+    /// Returns at once in these cases:
+    /// - a debugger is attached.
+    /// - the support thread does not run, or is the thread that faulted.
+    /// - the calling thread is inside one of this object's dialogs.
     ZQ_API long OnUnhandledException(plat::FaultPointers_t const * pPointers);
 
-    /// Writes the stack of a fault as text, cut to nSize - 1 bytes: up to nFrames frames behind the first nSkip, a line
-    /// each, numbered from nSkip: "[04]\tname\tfile (line)\t\n", "?" for an unknown name, "eip\t0x%p" for an unknown
-    /// line. A stack that ends before has "Stack Trace Failed" as its last text. Empty while any other trace runs.
-    /// Requires room and a fault: a "Developer break" assertion otherwise, and an empty text where there is room.
+    /// Writes the stack of a fault to szBuffer, cut at nSize - 1 bytes. Skips the first nSkip frames and writes up to
+    /// nFrames lines, numbered from nSkip: "[04]\tname\tfile (line)\t\n". An unknown name is "?", an unknown line
+    /// "eip\t0x%p". If the stack ends early, the text ends in "Stack Trace Failed". The text is empty while another
+    /// trace runs. Asserts "Developer break" if szBuffer is null, nSize is 0 or there is no fault; the text is empty
+    /// then.
     ZQ_API void StackTrace(
         char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers);
 
-    /// MessageBoxPlain with the calling thread's stack behind the text, cut at 16383 bytes. The frames count from two
-    /// of its own: 2 skipped start at the caller.
+    /// Shows a dialog as MessageBoxPlain, with the calling thread's stack after the text. The trace is cut at 16383
+    /// bytes. The first two frames are this function's own: nSkip 2 starts at the caller.
     ZQ_API int MessageBoxWithTrace(
         void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip);
 
-    /// Sends 32-bit words to the trace channel, 12 a row; words of an unfinished row are left out, and those that can't
-    /// be read show as "????????". szRegister names the register that pointed there, null for none.
+    /// Sends nWords 32-bit words from the address nStart to the trace channel, 12 in a row. Words after the last full
+    /// row are left out. A word that can't be read is "????????". szRegister names what held nValue, which led here;
+    /// null for nothing.
     ZQ_API void DumpMemory(char const * szRegister, std::uintptr_t nValue, std::uintptr_t nStart, int nWords);
 
-    /// Sends a line, cut at 2047 bytes, to the trace channel. Nothing by default.
+    /// Sends a formatted line, cut at 2047 bytes, to the receiver of the trace channel. Does nothing without a
+    /// receiver.
     ZQ_API static void TraceLine(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-    /// Routes the trace channel; null for nowhere. Returns the former receiver. A receiver that takes a lock or memory
-    /// does so inside complaints.
+    /// Replaces the receiver of the trace channel; null, as at start, for none. Returns the previous one. The receiver
+    /// is called inside complaints: a lock that it takes, or memory that it allocates, may be the one complained of.
     ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);
 
 private:

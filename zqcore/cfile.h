@@ -1,16 +1,27 @@
 // cfile.h: files by name, read whole and shared.
 //
-// Every file that can be read by name is one long-lived File_c, registered by a scan of the media folders
-// (cfilepath.h). The first FileOpen reads the whole file into one block, later ones raise a count, the last FileClose
-// frees the block; all readers share it. A File_c * stays valid across open and close, until FileKill, FileResetFiles,
-// FileReset or the module's shutdown. Load and FileStored_c read from the disk and leave the block alone.
+// Every file that can be read by name is one long-lived File_c. A scan of the media folders registers it (cfilepath.h).
+// The first FileOpen reads the whole file into one block, later ones raise a count, and the last FileClose frees the
+// block. All readers share the block. Load and FileStored_c read from the disk and leave the block alone. In names,
+// case does not matter, `/` and `\` both separate, and a folder in front of a known bare name is ignored.
 //
-// Names: case does not matter, `/` and `\` both separate, and a folder in front of a known bare name is ignored.
-// Threads: the table of files belongs to the main thread; the block and the count of a file are guarded by its lock, so
-// a file that is found may be opened and closed on any thread. g_FileOpenCallbacker and g_FileReadErrorCallbacker fire
-// on the thread that reads, the worker of cfileasync.h included, one receiver at a time and with the file's lock held:
-// a receiver may log and take notes, but not open a file that another thread may be opening.
-// Sizes: a file of 2 GiB or more is known by the low 32 bits of its size, and opening it is refused with a log line.
+// Ownership: the table of files owns the objects. A File_c * is valid until FileKill, FileResetFiles, FileReset or the
+// module's shutdown. The contents are valid until the caller's FileClose. A stream belongs to the caller of
+// FileOpenStored.
+// Threads: the table of files belongs to the main thread. A lock of each file guards its block and count, so a file
+// that was found may be opened and closed on any thread. g_FileOpenCallbacker and g_FileReadErrorCallbacker fire on the
+// thread that reads, the worker of cfileasync.h included, one receiver at a time and inside the file's lock. A receiver
+// may log and take notes. It must not open a file that another thread may be opening.
+// Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
+// it at once.
+// Failure: null or false, with the reason in the log. A file of 2 GiB or more is known with the low 32 bits of its
+// size; opening it fails with a log line.
+//
+//     if (File_c * const pFile = FileOpen("levels.csv"))
+//     {
+//         Log("%s has %i bytes", pFile->GetFileName(), pFile->iLength);   // they are at pFile->pData
+//         FileClose(pFile);
+//     }
 #pragma once
 
 #include "zqcore/cstring.h"
@@ -22,75 +33,81 @@
 
 class FileStored_c;
 
-/// One file. A library above may derive file objects of its own kind and add them to g_sFileObjects.
+/// One file. A library above may derive kinds of its own and add their objects to g_sFileObjects.
 class ZQ_API File_c
 {
 public:
+    /// Type of the keys of g_sFileObjects.
     using Key_t = String_T<128>;
 
     File_c(File_c const &) = delete;
     File_c & operator=(File_c const &) = delete;
 
-    /// Reads the contents again if they are resident; nobody may be reading the old block. If that fails pData is null
-    /// and the references stay: holders must look at pData after a refresh and close as always; the next FileOpen tries
-    /// the disk again.
+    /// Reads the contents again if they are resident. Requires that no thread is reading the old block. On failure
+    /// pData is null and the references stay: holders must check pData after a refresh and close as always. The next
+    /// FileOpen reads the disk again.
     virtual void Refresh() = 0;
 
-    /// The location on disk: the folder and the last component of the key; the key alone without a folder. Cut at 255.
+    /// Returns the location on disk: the folder and the last component of the key, or the key alone for a file without
+    /// a folder. Cut at 255 characters.
     virtual String_T<256> GetFullPath() const;
 
-    /// Reads dwLength bytes from dwPosition, which must lie inside the file, from the disk. False if not all could be
-    /// read; dwLength is then the bytes that were. A dwLength of 0 is true at once. Takes no lock. Any thread.
+    /// Reads dwLength bytes from the byte dwPosition of the file on disk to pBuffer and returns true. Returns true at
+    /// once if dwLength is 0; otherwise asserts that dwPosition lies inside the file. Returns false if the file can't
+    /// be opened or has fewer bytes there; after a short read dwLength is the number of bytes that were read. Any
+    /// thread, without a lock.
     virtual bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) = 0;
 
-    /// The name as the caller of FileOpen last spelled it; empty until then.
+    /// Returns the name as the last caller of FileOpen spelled it. Empty until the first one.
     virtual char const * GetFileName() const;
 
-    /// A streaming handle on this file, which ends with CloseStored; null if the file can't be opened.
+    /// Returns a new stream on this file, which CloseStored destroys. Returns null if the file can't be opened.
     virtual FileStored_c * OpenStored() = 0;
 
-    /// Takes the object out of g_sFileObjects, unless its key is empty or belongs to another object.
+    /// Removes the object from g_sFileObjects, unless its key is empty or belongs to another object.
     virtual ~File_c();
 
-    /// Reads the whole file, with null into its own block, else into a buffer of iLength bytes. Tells whether the own
-    /// block is resident: a read into a buffer gives false though the bytes arrived, unless they could be copied from
-    /// the block. A file that outgrew the caller's buffer is not read; iLength then has the new size. No reference.
+    /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer, which has room for iLength
+    /// bytes. Adds no reference. Returns whether the own block is resident. So a read from the disk into pBuffer
+    /// returns false, although the bytes are there; a resident block is copied to pBuffer and the result is true. A
+    /// file that is larger than pBuffer is not read; iLength is then its new size.
     virtual bool Open(void * pBuffer) = 0;
 
-    /// Frees the block; the count stays.
+    /// Frees the block. The count stays.
     virtual void Close() = 0;
 
-    /// The key behind its last dot, the first character not counted as one; empty without a dot.
+    /// Returns the part of the key after its last dot. Empty if there is none.
     char const * GetExt() const;
 
-    /// References to the block. Any thread.
+    /// Returns the number of references to the block. Any thread.
     int GetOpensCount() const { return m_iOpensCount.load(std::memory_order_relaxed); }
 
-    /// Makes the file stay resident, by a reference of the list of stayers (cfileasync.h), if its type is registered.
-    /// For an Open that has just read the own block; any thread.
+    /// Adds the file to the list of stayers (cfileasync.h) if its type is registered there. The list holds a reference,
+    /// so the block stays. For an Open that has just read the own block. Any thread.
     void StayerDoWork();
 
-    unsigned char * pData = nullptr;         // the contents while resident; not terminated
-    int iLength = 0;                         // bytes: the low 32 bits of the file's size when it was last seen
+    unsigned char * pData = nullptr;         // contents while resident, without a zero at the end; owned
+    int iLength = 0;                         // bytes: low 32 bits of the file's size when it was last seen
     Key_t sName;                             // key in g_sFileObjects, lower case
-    String_T<256> const * pPath = nullptr;   // folder, an entry of g_sPaths; null: sName alone is the location
-    plat::FileTime_t ftCreationTime = 0;     // 100-nanosecond ticks since 1601
-    bool bOpened = false;                    // was opened once, or streamed
-    bool bDuplicate = false;                 // another file of this key was met and dropped
-    plat::FileTime_t ftLastWriteTime = 0;    // as ftCreationTime
-    int iReads = 0;                          // reads of the disk, for statistics
+    String_T<256> const * pPath = nullptr;   // folder, an entry of g_sPaths; null if sName alone is the location
+    plat::FileTime_t ftCreationTime = 0;     // 100-nanosecond ticks since 1601-01-01 UTC
+    bool bOpened = false;                    // whether it was ever opened or streamed
+    bool bDuplicate = false;                 // whether another file of this key was met and dropped
+    plat::FileTime_t ftLastWriteTime = 0;    // as ftCreationTime; 0 if it came from the cache and was never read
+    int iReads = 0;                          // reads of the disk: one for each read, two for each stream
     String_T<256> sRequestedName;            // see GetFileName
 
 protected:
     File_c() = default;
 
-    /// Guards pData and the count; re-entrant. The locks of lists and logs are taken inside it, never around it.
+    /// Returns the lock of pData and the count. It is re-entrant. The locks of lists and logs are taken inside it,
+    /// never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
-    /// Says that a refresh took the block away from its holders.
+    /// Notes that a refresh freed the block although it has holders.
     void SetLost() { m_bLost = true; }
 
-    /// Whether this Open, of which this is asked once, is to leave the lock while it reads.
+    /// Returns whether this Open is to leave the lock while it reads, and clears that flag: an Open calls it once.
     bool TakeUnlocked();
 
 private:
@@ -103,18 +120,18 @@ private:
     friend class FileRequests_c;
     friend class FileStored_c;
 
-    /// Takes over size and times that a stream learnt, unless the file is resident: then they are the block's.
+    /// Sets size and times from a stream. Does nothing while the file is resident: they are the block's then.
     void TakeStreamFacts(plat::FileFacts_t const & Facts);
 
-    /// Take and give back a reference; the count that results, 0 if the file can't be read.
+    /// Add and remove a reference. Return the new count. RefOpen returns 0 if the file can't be read.
     int RefOpen();
     int RefClose();
 
-    /// Reads for an asynchronous request, which takes a reference if Open says that the own block is resident. A buffer
-    /// holds iRoom bytes.
+    /// Reads for an asynchronous request. A pBuffer that is not null has room for iRoom bytes. Adds a reference and
+    /// returns true if Open does.
     bool RefOpenAsync(void * pBuffer, int iRoom);
 
-    /// Adds to the count, under the lock; the count that results.
+    /// Adds nReferences to the count. Returns the new count. Requires the lock.
     int Count(int nReferences)
     {
         int const iCount = GetOpensCount() + nReferences;
@@ -122,18 +139,18 @@ private:
         return iCount;
     }
 
-    /// Frees the lock if another thread holds it. For the child of a fork, where no other thread exists.
+    /// Releases the lock if another thread holds it. For the child of a fork, where no other thread exists.
     void RenewLock();
 
     std::atomic<int> m_iOpensCount = 0;   // changed under the lock
     plat::Lock_c m_Lock;
-    bool m_bLost = false;       // pData is null though the count is not 0
-    bool m_bStayer = false;     // was entered into the list of stayers
+    bool m_bLost = false;       // see SetLost
+    bool m_bStayer = false;     // whether it was added to the list of stayers
     bool m_bUnlocked = false;   // see TakeUnlocked
 };
 
-/// A file of a folder. Objects are made and destroyed on the main thread; they stand side by side in a pool, which
-/// counts as a whole under the category in which it grew.
+/// A file in a folder. Objects are made and destroyed on the main thread. They come from a pool, which counts as a
+/// whole under the memory category in which it grew.
 class ZQ_API FileOnDisk_c : public File_c
 {
 public:
@@ -158,39 +175,42 @@ private:
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);
 };
 
-/// A stream on one file. One thread at a time. FileOpenStored makes it, CloseStored ends it.
+/// A stream on one file. FileOpenStored makes it, CloseStored destroys it. One thread at a time. SeekStored,
+/// TellStored, ReadStored and IsEof assert that the stream is open.
 class ZQ_API FileStored_c
 {
 public:
-    /// pFile is required and must outlive the stream.
+    /// Asserts that pFile is not null. It must outlive the stream.
     explicit FileStored_c(File_c * pFile);
     FileStored_c(FileStored_c const &) = delete;
     FileStored_c & operator=(FileStored_c const &) = delete;
 
-    /// The stream must be closed.
+    /// Asserts that the stream is closed.
     virtual ~FileStored_c();
 
-    /// Moves the position; iOrigin 1 from the present position, 2 from the end, else from the start. 1 if it worked,
-    /// else 0. Like all below it requires an open stream; on a closed one it does nothing and gives 0.
+    /// Moves the position to iOffset bytes from iOrigin: 1 for the current position, 2 for the end, anything else for
+    /// the start. Returns 1. On failure, and if the stream is closed, returns 0.
     virtual int SeekStored(long iOffset, int iOrigin);
 
-    /// The present position.
+    /// Returns the current position in bytes. Returns 0 if the stream is closed.
     virtual long TellStored();
 
-    /// Reads iSize times iCount bytes; the bytes read.
+    /// Reads up to iSize * iCount bytes to pBuffer. Returns how many were read: fewer at the end of the file, 0 on
+    /// failure and if the stream is closed.
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
-    /// Opens the file while nobody writes it. False, after g_FileReadErrorCallbacker, if it can't be opened. The file
-    /// object learns the present size and times if it is not resident.
+    /// Opens the file and returns true. The file object gets the current size and times if it is not resident. On
+    /// failure fires g_FileReadErrorCallbacker and returns false, also if the file is open for writing. Asserts that
+    /// g_bFileReadDisabled is not set.
     virtual bool OpenStored();
 
-    /// Closes the stream and destroys this object.
+    /// Closes the stream, if it is open, and destroys this object.
     virtual void CloseStored();
 
-    /// Whether the position is at the file's end or beyond.
+    /// Returns whether the position is at the file's end or after it.
     bool IsEof();
 
-    /// Bytes of the file when the stream was opened; before that as File_c::iLength had them.
+    /// Returns the bytes that the file had when the stream was opened. Before that, returns File_c::iLength.
     unsigned int FileSize() const;
 
 private:
@@ -198,41 +218,46 @@ private:
 
     plat::File_t m_hFile = nullptr;
     File_c * m_pFile;
-    int m_iLength;   // bytes, see FileSize
+    int m_iLength;   // see FileSize
 };
 
-/// For the application to set: streaming opens then fail an assertion.
+/// Whether opening a stream asserts; it opens all the same if the developer goes on. False at start; set by the
+/// application.
 extern ZQ_API bool g_bFileReadDisabled;
 
-/// Finds a file by its bare name, then by the whole name, and takes a reference to its contents. Null if the name is
-/// unknown, without a message, or if it can't be read, with log lines. The name must not be empty.
+/// Finds a file by its bare name, or else by the whole name, adds a reference to its contents and returns it. Returns
+/// null if the name is unknown, without a message, or if the file can't be read, with log lines. Asserts that the name
+/// is not empty. An empty file asserts, unless FileSetEmptyAllowed allows it, and opens with a length of 0.
 ZQ_API File_c * FileOpen(char const * name);
 
-/// Takes a reference to the contents of a known file; false if it can't be read.
+/// Adds a reference to the contents of a known file and returns true. On failure returns false.
 ZQ_API bool FileOpen(File_c * pFile);
 
-/// Gives one reference back. Null does nothing.
+/// Removes one reference. Null does nothing.
 ZQ_API void FileClose(File_c * pFile);
 
-/// Removes and destroys an object without references. One that is not in the table fails an assertion, and goes too.
+/// Removes an object from the table and destroys it. Asserts that it has no references and that it is in the table; if
+/// the developer goes on, it is destroyed all the same.
 ZQ_API void FileKill(File_c * pFile);
 
-/// The file of that bare name, or null. Opens nothing and asks no disk; nor does FileExists. A key with a folder is not
-/// found here.
+/// Returns the file of a bare name, without opening it, or null. Any folder in name is ignored. Does not find a file
+/// whose key has a folder.
 ZQ_API File_c * FileStream(char const * name);
 
-/// Finds a file as FileOpen does and streams it; null if it is unknown or can't be opened.
+/// Finds a file as FileOpen does. Returns a new stream on it, which CloseStored destroys. Returns null if the file is
+/// unknown or can't be opened.
 ZQ_API FileStored_c * FileOpenStored(char const * name);
 
-/// Whether a file of that bare name is known.
+/// Returns whether FileStream finds the name.
 ZQ_API bool FileExists(char const * name);
 
-/// Whether an empty file is logged ("File '%s' is empty!") and opens with a length of 0, in place of the assertion: for a
-/// program that runs while files are rewritten, which editors empty first. Starts false. Any thread.
+/// Sets whether opening an empty file only logs "File '%s' is empty!" in place of the assertion. For a program that
+/// runs while editors rewrite files, which they empty first. False at start. Any thread.
 ZQ_API void FileSetEmptyAllowed(bool bAllowed);
 
-/// Whether the disk has this folder.
+/// Returns whether the disk has this folder.
 ZQ_API bool DirectoryExists(char const * path);
 
-/// The folder of the file whose key is the whole name, cut at 127 characters; null if unknown.
+/// Returns the folder of the file whose key is the whole name, cut at 127 characters. Returns null if there is no such
+/// file or it has no folder.
 ZQ_API String_T<256> const * FileGetPath(char const * name);

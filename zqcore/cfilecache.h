@@ -1,52 +1,70 @@
-// cfilecache.h: the tables of files and folders, kept in one file from run to run, so that a start reads no folder.
+// cfilecache.h: a cache of the tables of files and folders, so that a start reads no folder.
 //
-// ModuleFile_c loads the cache in place of its scan if a name was given here, and writes it at shutdown if a file named
-// filesystemcache.bin is known. Folders are stored relative to the media root, so a cache stays good when the tree
-// moves. It is written from whole scans only, so a fault of the system costs one start and not all that follow. It is never
-// compared with the disk: what was added to the tree since is not seen, what was deleted fails to open, and sizes and times
-// hold until a file is opened. A damaged cache ends in Abort; deleting it brings back a scan.
-// docs/formats.md tells its bytes.
+// ModuleFile_c loads the cache in place of its scan if FilesystemCacheInit named one. At shutdown it writes the cache
+// if a file named filesystemcache.bin is known. Folders are stored relative to the media root, so a cache stays good
+// when the tree moves. Only whole scans are written, so a fault of the system costs one start and not all that follow.
 //
-// Main thread, while the modules start and end. A load costs one read of the cache and an allocation for each entry,
-// about 0.2 us a file; a save the same, one write and a wait for the disk.
+// A load does not compare the cache with the disk. A file that was added since is not seen, one that was deleted fails
+// to open, and sizes and times hold until a file is opened. docs/formats.md describes the bytes.
+//
+// Ownership: loaded objects belong to the table of files.
+// Threads: main thread, while the modules start and end.
+// Cost: a load reads the cache at once and allocates each entry, about 0.2 us a file. A save takes as long, writes once
+// and waits for the disk.
+// Failure: a damaged cache ends in Abort. Deleting it brings back a scan.
+//
+//     SetPQXMediaPath("media");
+//     FilesystemCacheInit("filesystemcache.bin");
+//     ModuleFile_c::Get()->SetCacheFile("filesystemcache.bin");   // where Shutdown writes it
+//     ModuleFile_c::Get()->CheckCache(true);                      // a start scans if a folder has changed
 #pragma once
 
 #include "zqcore/cstring.h"
 
-/// Where the cache is read from, a location on disk; empty for none, and emptied by a load that finds nothing.
+/// Path of the cache to load. Empty for none. A load that fails empties it.
 extern ZQ_API String_T<256> g_sFilesystemCacheName;
 
-/// Sets that name, before the modules start. Null or an empty text: no cache.
+/// Sets g_sFilesystemCacheName, before the modules start. Null or an empty text for none.
 ZQ_API void FilesystemCacheInit(char const * sName);
 
-/// Fills the tables from the cache. False, with the name emptied, if it can't be read, at any moment of the
-/// load, or if there is no media root; the
-/// tables then hold what they held, and perhaps the cache's own folder. A damaged cache ends in Abort: another major
-/// version, too few bytes, a text that does not fit its check sum, two entries of one name, a file without its folder.
+/// Fills the tables from the cache and returns true. Returns false, with g_sFilesystemCacheName emptied, if the cache
+/// can't be read or there is no media root. The tables are then as before, except that they may hold the cache's own
+/// folder. A damaged cache ends in Abort:
+/// - another major version, or too few bytes.
+/// - a text that does not fit its check sum.
+/// - two entries of one name, or a file without its folder.
 /// Bytes after the last record are not read.
 ///
-/// Files that were registered before stay, with their folders, but for the cache's own folder. One that the cache lists
-/// too keeps its object; if the cache has its name in another folder, that is a duplicate, which ends in Abort. A
-/// folder that g_sPaths does not take is logged and its files have no folder, as in a scan; one whose path has become
-/// too long is logged and left out with its files.
+/// - Files that were registered before stay, with their folders, except for the cache's own folder.
+/// - Such a file that the cache lists too keeps its object. If the cache has it in another folder, that is a duplicate
+///   and ends in Abort.
+/// - A folder for which g_sPaths has no room is logged. Its files then have no folder, as after a scan.
+/// - A folder whose path has become too long is logged and skipped with its files.
 ZQ_API bool FilesystemCacheLoad();
 
-/// Has scans note size and time of each folder, and FilesystemCacheSave write them behind the records, for
-/// FilesystemCacheIsCurrent. Off at first: nothing is noted, and a cache has its records alone. To be set ahead of the
-/// scan. Costs one question to the system for each folder. ModuleFile_c::CheckCache does all of this.
+/// Sets whether scans note the size and time of each folder, and FilesystemCacheSave writes them after the records, for
+/// FilesystemCacheIsCurrent. Off at start. Set it before the scan. Costs one system call for each folder.
+/// ModuleFile_c::CheckCache does all of this.
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
-/// Whether the folders of the cache that FilesystemCacheInit named are as they were when they were scanned: none has
-/// another size or time of change, which adding, deleting and renaming change and writing into a file does not. Of the
-/// cache's own folder the names are compared, since each save changes its time. False, with a log line that names the
-/// first other folder, also for a cache that can't be read, is damaged or was written without FilesystemCacheCheck.
-/// Another major version ends in Abort. The tables stay as they are. Main thread; costs one read of the cache and one
-/// question to the system for each folder.
+/// Returns whether all folders of the cache that FilesystemCacheInit named are as they were when they were scanned. A
+/// folder has changed if its size or time of change has: adding, deleting and renaming change them, writing into a file
+/// does not. In the cache's own folder the names are compared, because each save changes its time. Returns false, with
+/// a log line, in these cases:
+/// - there is no media root, or no cache was named.
+/// - a folder has changed. The line names the first one.
+/// - the cache can't be read or is damaged.
+/// - the cache was written without FilesystemCacheCheck.
+/// Another major version ends in Abort. The tables stay as they are. Costs one read of the cache and one system call
+/// for each folder.
 ZQ_API bool FilesystemCacheIsCurrent();
 
-/// Writes the folders and files below the media root, all but a file of the bare name of sFile. The new cache is made
-/// beside the old one (FileReplacement_c) and then takes its place in one step: if anything fails the old one stays, with
-/// a log line. No scan registers what a process that is killed meanwhile leaves beside it. No cache is written without a
-/// media root, to a path of more than 255 characters, or when scans could not see all below the root (FileScanIsWhole). Left out is what no load could place: a file whose folder is not
-/// in g_sPaths, or that another of its name hides.
+/// Writes the folders and files below the media root to the cache sFile, except for a file with the bare name of sFile.
+/// The new cache replaces the old one in one step (FileReplacement_c). On failure the old one stays, with a log line. A
+/// process that is killed meanwhile leaves a file beside the cache that no scan registers. No cache is written in these
+/// cases:
+/// - there is no media root.
+/// - sFile is null, which asserts, or has more than 255 characters.
+/// - scans could not see all below the root (FileScanIsWhole).
+/// A file that no load could place is left out: its folder is not in g_sPaths, or another file of its name hides it.
 ZQ_API void FilesystemCacheSave(char const * sFile);

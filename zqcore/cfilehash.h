@@ -1,15 +1,26 @@
-// cfilehash.h: a fingerprint of the game's table data, so that two machines can tell whether they run the same.
+// cfilehash.h: a fingerprint of the game's table data, so that two machines can compare theirs.
 //
-// It is the SHA-1 of the names and sizes of the CSV files that are registered, not of their contents, so it asks no
-// disk, and it does not depend on the order of the tables or on whether they came from a scan or a cache. Main thread;
-// the cost is a walk over the table of files.
+// The fingerprint is the SHA-1 of the names and sizes of the registered CSV files, not of their contents. It does not
+// depend on the order of the tables, nor on whether they came from a scan or from the cache.
+//
+// Ownership: the bytes are static.
+// Threads: main thread.
+// Cost: a walk over the table of files, without the disk.
+// Failure: no call fails.
+//
+//     FileBuildMediaHash(true);
+//     unsigned char const dOther[SHA1_HASH_SIZE] = {};   // from the other machine
+//     if (std::memcmp(FileGetMediaHash(), dOther, SHA1_HASH_SIZE) != 0)
+//     {
+//         Log("The machines run different tables.");
+//     }
 #pragma once
 
 #include "zqcore/cconfig.h"
 
-/// Computes the fingerprint: of all CSV files if bAllCsv, else of those below a folder whose path has a name ending in
-/// "declarations". ModuleFile_c does the latter when it starts. A file counts with the size that its object has.
+/// Computes the fingerprint of all CSV files if bAllCsv is set, else of those below a folder whose name ends in
+/// "declarations". ModuleFile_c does the latter when it starts. A file counts with its object's iLength.
 ZQ_API void FileBuildMediaHash(bool bAllCsv);
 
-/// The 20 bytes computed last, all 0 before. Valid, and the same address, for the life of the process.
+/// Returns the 20 bytes that were computed last, all 0 before. The address is the same for the life of the process.
 ZQ_API unsigned char * FileGetMediaHash();

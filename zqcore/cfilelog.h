@@ -1,58 +1,74 @@
-// cfilelog.h: development tools that tell which files a program opens.
+// cfilelog.h: development tools that show which files a program opens.
 //
-// The tracker lists every file handle that the library has open, warns when there are many, and when an open fails. It
-// runs from load time to the end and takes no memory. The response logs are plain lists of the locations that are
-// opened on disk, with one write each; docs/formats.md tells the files. The rest reports or copies what was loaded, and
-// belongs to the main thread; the tracker and the response logs may be used from any thread: each has a lock of its
-// own, and the tracker holds none while it complains or dumps.
+// The tracker lists every file handle that the library has open. It complains when there are many and when an open
+// fails. The response logs list the paths that are opened on disk; docs/formats.md describes them. The other functions
+// report or copy what was loaded.
+//
+// Ownership: all state is static. The library opens and closes the logs.
+// Threads: the tracker and the response logs may be used on any thread. Each has a lock of its own, and the tracker
+// holds none while it complains or dumps. FileDumpInfo, FileLogLoadedMedia and FileCloneLoadedMedia belong to the main
+// thread.
+// Cost: the tracker runs from load to the end of the process and allocates nothing. A response log costs a write a
+// line.
+// Failure: the tracker complains by Achtung and assertions. A log that can't be created is not written.
+//
+//     FileOpenLogEnable("start", FILE_LOG_CLEAN, false);   // media root\Logs\start_clean.rsp
+//     FileClose(FileOpen("levels.csv"));                   // its path is one line there
+//     FileOpenLogDisable();
 #pragma once
 
 #include "zqcore/cconfig.h"
 
 #include <cstdint>
 
-/// Whether g_FileOpenCallbacker is told of each file that is opened on disk, found or not. Starts false;
-/// FileOpenLogEnable and FileOpenLogDisable set it.
+/// Whether g_FileOpenCallbacker fires for each file that is opened on disk, found or not. False at start; set by
+/// FileOpenLogEnable and FileOpenLogDisable.
 extern ZQ_API bool g_bCollectResource;
 
-/// To be called after every attempt to open a file, with the handle, or null or -1 for a failure, and the name. Raises
-/// Achtung with a dump of the list when more than 50 handles are open, and again for each further 10; and for a failed
-/// open, unless the name is null or ends like a pack of the media template or in ".bin", in any case. Handles beyond
-/// 256 fail an assertion and are counted, but not listed. During a dump the dumping thread's own calls are ignored.
+/// Notes an attempt to open a file. Call it after each one, with the handle, or null or -1 for a failure, and the name.
+/// The list holds a copy of the name.
+/// - Raises an Achtung, and logs the list, when more than 50 handles are open, and again at each further 10.
+/// - Raises an Achtung for a failed open, unless the name is null or ends, in any case, as the packs of the media
+///   template do or in ".bin".
+/// - Asserts that at most 256 handles are open. Further ones are counted, but not listed.
+/// While a thread logs the list, its own calls are ignored.
 ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 
-/// To be called when such a handle is closed, before the system can give its number to another thread. A handle that is
-/// not listed is reported; null and -1 are ignored.
+/// Notes that a handle is about to be closed. Call it before the close, after which the system may give the number to
+/// another thread. Asserts that the handle is listed. Null and -1 are ignored.
 ZQ_API void FileCloseTracker(void * hFile);
 
-/// The response logs: every open in order; each location once; every open, under a bit of its own.
-inline constexpr std::uint32_t FILE_LOG_PLAIN = 1;      // <name>.rsp
-inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp
-inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp
+/// The response logs.
+inline constexpr std::uint32_t FILE_LOG_PLAIN = 1;      // <name>.rsp: each open, in order
+inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp: each path once
+inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: as the plain log
 
-/// Opens the response logs of dwMask in the folder Logs of the media root, which must be there; "thegame" without a
-/// name. Their old contents go, unless bAppend. One that is open already is closed first, and the clean one then starts
-/// afresh; the others stay open. A log that can't be created stays silent. They are written once ModuleFile_c is up.
+/// Opens the response logs of dwMask in the folder Logs of the media root, which must exist. The name is "thegame" if
+/// sName is null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed
+/// first; the clean log then forgets the paths that it has. Logs outside of dwMask stay open. A log that can't be
+/// created is not written. The logs are written while ModuleFile_c is initialised.
 ZQ_API void FileOpenLogEnable(char const * sName, std::uint32_t dwMask, bool bAppend);
 
-/// Closes all response logs and ends the collecting. ModuleFile_c's Shutdown does not: they stay open for another start.
+/// Closes all response logs and sets g_bCollectResource to false. ModuleFile_c's Shutdown does not: the logs stay open
+/// for the next start.
 ZQ_API void FileOpenLogDisable();
 
-/// Chooses which of the open response logs are written, 3 (plain and clean) at first.
+/// Sets which of the open response logs are written, as FILE_LOG_ bits. Plain and clean at start.
 ZQ_API void FileOpenLogMode(std::uint32_t dwMode);
 
-/// Writes a location as if it had been opened, in the mode dwMode for this once; only while resources are collected.
-/// Other receivers of g_FileOpenCallbacker are not told.
+/// Writes a path to the open response logs of dwMode, as if it had been opened. Does nothing while g_bCollectResource
+/// is false. Does not fire g_FileOpenCallbacker.
 ZQ_API void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode);
 
-/// Writes the files that were read from disk more than once and how often, most-read first, to fileopen_calls.log.
+/// Writes the files that were read from disk more than once, and how often, to the named log fileopen_calls.log. The
+/// file that was read most comes first.
 ZQ_API void FileDumpInfo();
 
-/// Logs size and name of the files that were opened and are resident, in table order. Waits for a file that is being
-/// read.
+/// Logs size in bytes and name of each file that was opened and is resident, in table order. Waits for a file that is
+/// being read.
 ZQ_API void FileLogLoadedMedia();
 
-/// Copies every file that was opened or streamed into the folder LoadedMedia of the current folder, by its key. What was
-/// there before is deleted, links not followed; if the folder can't be made anew nothing is copied. Files that can't be
-/// copied, and keys that lead out of the folder, are left out without a message.
+/// Copies each file that was opened or streamed to the folder LoadedMedia of the current folder, under its key. Deletes
+/// the previous LoadedMedia first, without following links; if it can't be made anew, nothing is copied. Files that
+/// can't be copied and keys that lead out of the folder are skipped without a message.
 ZQ_API void FileCloneLoadedMedia();

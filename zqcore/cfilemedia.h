@@ -1,44 +1,65 @@
-// cfilemedia.h: where the media are, which of them are this game's, and the module that reads them in.
+// cfilemedia.h: where the media are, which of them belong to this game, and the module that registers them.
 //
-// The settings come before the modules start; all of this belongs to the main thread. A pack is a file whose presence
-// marks a folder as the media root; nothing here opens one.
+// Make all settings before the modules start. A pack is a file whose presence marks a folder as the media root. Nothing
+// here opens a pack.
+//
+// Ownership: texts are copied.
+// Threads: main thread.
+// Cost: GetPQXMediaPath may ask the registry and the disk at each call. A start scans the media root or loads a cache.
+// Failure: a setting that breaks a rule asserts and is not used.
+//
+//     SetPQXMediaPath("media");
+//     FileSetSplit("\\gamedata\\");   // of the folders in there, the one that `--game` names
+//     ModuleFile_c::Get()->ReadMedia(true);
+//     Module_c::Register(ModuleFile_c::Get());
+//     bool const bReady = Module_c::InitializeAllModules() && FileExists("levels.csv");
+//     Module_c::ShutdownAllModules();
 #pragma once
 
 #include "zqcore/cmodule.h"
 #include "zqcore/cstring.h"
 
-/// Name pattern of the packs, "media*.zq" at first. It must hold one `*`, with a dot behind it; a text that does not is
-/// reported and not taken over.
+/// Sets and returns the name pattern of the packs, "media*.zq" at start. Asserts that it holds one `*`, with a dot
+/// after it; otherwise the previous pattern stays.
 ZQ_API void FileSetMediaTemplate(char const * sTemplate);
 ZQ_API String_T<256> FileGetMediaTemplate();
 
-/// Lets scans enter, of the folders directly in sLocation, the current game's only. Both are to be lower case. A
-/// location that does not begin and end with `\` is reported and not taken over. Null ends the split.
+/// Sets a location of which scans enter only the current game's folder. sLocation is part of a path, as "\gamedata\".
+/// It and the game's name must be in lower case. Null ends the split; there is none at start. Asserts that sLocation
+/// begins and ends with `\`; otherwise the previous one stays.
 ZQ_API void FileSetSplit(char const * sLocation);
 
-/// The media root, of which one separator at the end is cut: the one that was set, whether it exists or not; else the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if it exists;
-/// else ".", if the main pack lies in the current folder. Without any of them Abort, or an empty text (or the
-/// registry's). Asks anew at each call.
+/// Returns the media root, without one separator at its end. Each call tries these in turn:
+/// - the path of SetPQXMediaPath, whether it exists or not.
+/// - the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if that path exists.
+/// - ".", if the main pack, the pattern without its `*`, lies in the current folder.
+/// If there is none of them, ends in Abort if bAbortIfMissing is set. Otherwise returns the registry's text, or an
+/// empty one.
 ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);
 
-/// Sets the media root. Null or an empty text: to be discovered.
+/// Sets the media root. Null or an empty text, as at start, to discover it.
 ZQ_API void SetPQXMediaPath(char const * sPath);
 
-/// Names the configuration: the one folder directly in "media\_configdependeddata\" that scans enter.
+/// Sets the configuration: the name of the only folder directly in "media\_configdependeddata\" that scans enter. Empty
+/// at start: they enter none of them.
 ZQ_API void SetPQXCurrentConfig(char const * sConfig);
 
-/// Whether the command line had `--game <name>`, from the module's start on.
+/// Returns whether the command line has `--game <name>`. False until the module starts. g_bAddon is the same.
 ZQ_API bool FileIsAddon();
 extern ZQ_API bool g_bAddon;
 
-/// Brings the file system up and down. Initialize takes the game from the command line, fills the tables from the cache
-/// (cfilecache.h), and by scan the folders profiles and mapscache of the media root, which change while a game runs;
-/// without a cache it scans the media root. Then it starts the worker of cfileasync.h and computes the media hash
-/// (cfilehash.h). The idle heartbeat looks for changed files (cfiletrack.h). Shutdown stops the worker, writes the cache,
-/// `filesystemcache.bin` in the media root if a file of that name is known, or the one of SetCacheFile in any case,
-/// without those folders and without what was registered by a path in the current folder, unless the media root is such a
-/// path itself. It empties the tables, the
-/// exclude lists, the types of stayers and g_FileOpenCallbacker. The settings above stay. Needs ModuleLog_c.
+/// Module of the file system. Depends on ModuleLog_c.
+///
+/// Initialize takes the game's name from the command line ("pqx" without one) and fills the tables. With a cache
+/// (cfilecache.h) it loads that, and scans only the folders profiles and mapscache of the media root, which change
+/// while a game runs. Without a cache it scans the media root. Then it starts the worker of cfileasync.h and computes
+/// the media hash (cfilehash.h). The idle heartbeat looks for changed files (cfiletrack.h).
+///
+/// Shutdown stops the worker and writes the cache: the one of SetCacheFile, or else filesystemcache.bin in the media
+/// root if a file of that name is known. The cache leaves out the folders profiles, mapscache, $$$pqxautosave and
+/// $$$pqxbackup of the media root. It also leaves out what was registered by a path in the current folder, unless the
+/// media root is such a path. Then Shutdown empties the tables, the exclude lists, the types of stayers and
+/// g_FileOpenCallbacker. The settings above stay.
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:
@@ -46,18 +67,19 @@ public:
         : Module_c("ModuleFile_c")
     {}
 
-    /// The instance.
+    /// Returns the only instance.
     static ModuleFile_c * Get();
 
-    /// Whether Initialize scans the media root; it does if nothing is said. A cache that can't be read makes it scan.
+    /// Sets whether Initialize scans the media root. True at start. If a cache was named and can't be read, it scans in
+    /// any case.
     void ReadMedia(bool bRead) { m_bReadMedia = bRead; }
 
-    /// Whether Initialize compares a cache with the folders on the disk first (FilesystemCacheIsCurrent) and scans if one
-    /// has changed, and Shutdown writes a cache that can be compared; neither if nothing is said.
+    /// Sets whether Shutdown writes a cache that can be compared with the disk, and Initialize compares it
+    /// (FilesystemCacheIsCurrent) and scans if a folder has changed. False at start.
     void CheckCache(bool bCheck) { m_bCheckCache = bCheck; }
 
-    /// Where Shutdown writes the cache, a location on disk, for a media root that may not be written. FilesystemCacheInit
-    /// with the same name reads it from there. Null or an empty text: in the media root, as at first.
+    /// Sets the path of the cache that Shutdown writes, for a media root that must not be written. FilesystemCacheInit
+    /// with the same path loads it. Null or an empty text, as at start, for filesystemcache.bin in the media root.
     void SetCacheFile(char const * sFile) { m_sCacheFile = sFile; }
 
 protected:

@@ -1,14 +1,26 @@
 // cfilename.h: a path and its parts. `/` and `\` both separate.
+//
+// Ownership: a FileName_c is a plain value of up to 255 characters; longer paths are cut.
+// Threads: any thread.
+// Cost: a scan of the path. Nothing allocates.
+// Failure: no call fails. A part that a path lacks is an empty text.
+//
+//     FileName_c const sPath("media\\levels/harbour.lvl");
+//     String_T<256> const sBare = sPath.GetFileName();                    // "harbour.lvl"
+//     String_T<256> const sMap = sPath.GetDir() + sPath.GetName() + ".map";   // "media\levels/harbour.map"
+//     char const * const szBare = PathFileName(sPath);                    // "harbour.lvl", a part of sPath
 #pragma once
 
 #include "zqcore/cstring.h"
 
-/// The last component of a path, as a pointer into it; the whole text if nothing separates.
+/// Returns the last component of a path, as a pointer into it. Starts after the drive, if there is one. A path without
+/// a separator is its own last component.
 ZQ_API char const * PathFileName(char const * szPath);
 
-/// The same for a path of nLength characters, which need not be terminated.
+/// The same for a path of nLength characters, which needs no zero at its end.
 ZQ_API char const * PathFileName(char const * szPath, std::size_t nLength);
 
+/// A path with functions that return its parts.
 class FileName_c : public String_T<256>
 {
 public:
@@ -18,19 +30,19 @@ public:
     {}
     using String_T<256>::operator=;
 
-    /// The drive with its colon, or empty.
+    /// Returns the drive with its colon.
     ZQ_API String_T<256> GetDrive() const;
 
-    /// The folder between drive and name, with its trailing separator, or empty.
+    /// Returns the folder between drive and last component, with the separator at its end.
     ZQ_API String_T<256> GetDir() const;
 
-    /// The last component without its extension.
+    /// Returns the last component without its extension.
     ZQ_API String_T<256> GetName() const;
 
-    /// The extension with its dot, or empty. It begins at the last dot of the last component.
+    /// Returns the extension with its dot. It begins at the last dot of the last component.
     ZQ_API String_T<256> GetExt() const;
 
-    /// The last component: name and extension.
+    /// Returns the last component: name and extension.
     ZQ_API String_T<256> GetFileName() const;
 
 private:

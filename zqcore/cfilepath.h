@@ -1,66 +1,84 @@
-// cfilepath.h: the table of files, and the folders that fill it.
+// cfilepath.h: the table of files, and the scans of folders that fill it.
 //
-// The file system is flat: a scan of a folder enters every file under its lower-case name in one table, so a lookup is
-// one probe and asks no disk. Of two files with one name the first that was met stays, in the order of the scan, which
-// is depth first and by name, the same on every machine; the other is dropped with a log line. Nothing overlays.
+// The file system is flat. A scan of a folder enters each file under its lower-case name in one table, so a lookup is
+// one probe and does not touch the disk. If two files have one name, the one that was met first stays and the other is
+// dropped with a log line. A later folder never hides a file of an earlier one. Scans are depth first and by name, the
+// same on every machine. A scan never opens a file and always ends.
 //
-// Folders are kept in lower case with `\`, also at the end. Of names in one folder that differ in case only, a path in
-// lower case leads to the one without capitals, else to the first by bytes. That one is entered; a file beside it is a
-// duplicate, and what is not of its kind, or another folder, is skipped. A scan never opens a file and never runs in
-// circles. It skips, with a log line:
-// - names that are not UTF-8 or hold a `\`, and keys that begin like a drive, as `a:b` does;
+// Folders are stored in lower case with `\`, also at the end. If names in one folder differ in case only, a path in
+// lower case leads to the one without capitals, or else to the first by bytes. The scan enters that one. A second file
+// is a duplicate; a second folder, or an entry of another kind, is skipped. A scan also skips, with a log line:
+// - names that are not UTF-8 or hold a `\`, and keys that begin with a drive, as `a:b` does;
 // - pipes, sockets and devices;
-// - folders that can't be read, or whose path takes more than 255 characters;
-// - files of which the system gives no facts;
-// - a folder in which the scan has been already, by a link or as the target of one.
-// Links to nothing are not seen. A file that a save did not finish (FileReplacement_c::IsBeside) is never registered. A
-// bare name of more than 127 characters is cut, so that it can't be opened, and a file of 2 GiB or more can't be opened
-// either; both are logged. After a fault of the system the scan is not whole (FileScanIsWhole): what it missed is missing
-// in the table alone.
+// - folders that can't be read, or whose path has more than 255 characters;
+// - files of which the system reports no facts;
+// - a folder that the scan has entered already, by a link or as the target of one.
+// Without a log line it skips links to nothing, and what a save has not finished (FileReplacement_c::IsBeside).
 //
-// All of this belongs to the main thread.
+// A bare name of more than 127 characters is cut, so the file can't be opened. Neither can a file of 2 GiB or more.
+// Both are logged.
+//
+// Ownership: the functions below create and destroy the objects of both tables.
+// Threads: main thread.
+// Cost: a scan reads each folder once and allocates for each file and folder.
+// Failure: what can't be registered is skipped with a log line. After a fault of the system the scan is not whole, and
+// FileScanIsWhole says so.
+//
+//     FileAlwaysExcludeFolder("sources");
+//     if (FileAddSearchPath("media", true, false))
+//     {
+//         File_c * dLevels[64];
+//         int const nLevels = FileGetDirectoryFiles("media\\levels\\", dLevels, 64);
+//         Log("%i levels", nLevels);
+//     }
 #pragma once
 
 #include "zqcore/cfile.h"
 #include "zqcore/chash.h"
 
+/// Types of the two tables.
 using FileTable_t = StringHash_T<File_c, 128, 16384, 117>;
 using PathTable_t = StringHash_T<String_T<256>, 256, 4096, 117>;
 
-/// All files by their key, and all folders that scans entered. The objects belong to the functions below. Table order,
-/// that of First and Next, follows from the hash.
+/// All files by their key, and all folders that scans have entered. Table order is the order of First and Next, which
+/// follows from the hash.
 extern ZQ_API FileTable_t g_sFileObjects;
 extern ZQ_API PathTable_t g_sPaths;
 
-/// Scans a folder, with its subfolders if bRecursive. With bRelativeNames the key of a file is its path below the media
-/// root, so a file directly in the root has its bare name as the key. A file whose key takes more than 127 characters
-/// is then left out, and a folder outside of the media root gives bare names, each with a log line. False if there is no such folder, its path is too long, or one in lower case hides it. Fires
-/// g_AddSubfolderCallbacker.
+/// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
+/// g_AddSubfolderCallbacker for each folder. Returns false, with a log line, if there is no such folder, its path has
+/// more than 255 characters, or a folder in lower case hides it.
+///
+/// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
+/// name as the key. A key of more than 127 characters is then skipped, and a folder outside of the media root gives
+/// bare names, each with a log line.
 ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
 
-/// Whether scans saw all that lies below a path, which is any prefix that ends at a separator. False if a folder could
-/// not be read, or the system failed at an entry of one, until that folder is scanned again or forgotten.
+/// Returns whether scans have seen all of a folder and its subfolders. Returns false if one of them could not be read,
+/// or the system failed at one of its entries, until it is scanned again or removed. sPath is compared as text with the
+/// paths of the scans, as in the functions below.
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
-/// FileResetFiles; the flag means nothing.
+/// Calls FileResetFiles. The flag is not used.
 ZQ_API void FileRemoveSearchPath(char const * sPath, bool bUnused);
 
-/// Forgets all files and folders below a path, which is any prefix that ends at a separator, after closing each file
-/// once. A file that others hold open can't be found any more, but lives, and knows its folder, until FileReset.
-/// Whether anything was removed.
+/// Closes each file of a folder and its subfolders once, and removes the files and the folders. Returns whether
+/// anything was removed. A file that is still open is no longer found, but stays valid, with its folder, until
+/// FileReset.
 ZQ_API bool FileResetFiles(char const * sPath);
 
-/// Destroys all files and forgets all folders. No file may be in use.
+/// Destroys all files and removes all folders. Requires that no file is in use.
 ZQ_API void FileReset();
 
-/// Registers one file by its path, after reading it once. True if its bare name is known already, wherever that lies;
-/// false, with log lines, if it can't be read or registered.
+/// Reads a file once, registers it by its bare name and returns true. Returns true without touching the disk if the
+/// bare name is known already, in whatever folder. On failure returns false, with log lines.
 ZQ_API bool FileAddOneFile(char const * sFile);
 
-/// Names a folder that scans never enter, or a file that they never register: a bare name, in any case.
+/// Adds a name of folders that scans never enter, or of files that they never register. A bare name, in any case. The
+/// name is copied. ModuleFile_c's Shutdown forgets all of them.
 ZQ_API void FileAlwaysExcludeFolder(char const * sName);
 ZQ_API void FileAlwaysExcludeFile(char const * sName);
 
-/// Fills dFiles with up to iMax files, at least 1, whose folder begins with sPath, subfolders included, in table order;
-/// how many. Files without a folder are left out.
+/// Fills dFiles with the files whose folder begins with sPath, subfolders included, in table order. Returns how many,
+/// at most iMax, which is 1 or more. Skips files without a folder.
 ZQ_API int FileGetDirectoryFiles(char const * sPath, File_c ** const dFiles, int iMax);

@@ -1,24 +1,25 @@
-// cfilesave.h: saves, which are found whole or are said to be damaged, and are never lost to a failed save.
+// cfilesave.h: saved games that a failed save never destroys, and that are found whole or reported as damaged.
 //
-// A save is an archive with a seal after it, its length and CRC-32 (docs/formats.md), which is computed while the
-// archive is written. A new save is written beside the old one, synchronized, and takes its name in one step; the
-// writer can keep former ones under the name with ".1" (the newest), ".2" and so on. Only the file's owner can read a
-// new save.
+// A save is an archive followed by a seal, its length and CRC-32 (docs/formats.md). A new save is written beside the
+// old one, synchronized, and replaces it in one step. The writer can keep former saves, under the name with ".1" (the
+// newest), ".2" and so on. Only the file's owner can read a new save.
 //
-// A FileSave_c holds a lock on the save from its construction to its end, so that one program at a time writes it: a
-// file `~zqlock-` and the name, deleted at the end, whose lock the system drops with a process that is killed. What
-// such a process left beside the save is deleted by the next FileSave_c. Where a file system knows no locks, the lock
-// excludes nobody. The name of the lock is in lower case, since a path finds a save in any spelling.
+// A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file `~zqlock-` and the
+// name in lower case, since a path finds a save in any spelling. The system drops the lock of a process that is killed;
+// the next FileSave_c deletes what that process left. On a file system without locks it excludes nobody.
 //
-// A load changes nothing on the disk. It says apart what a caller must treat apart:
-// - absent: begin anew.
-// - unreadable: the system refuses the file, or it is no regular one. It may be good, so it must not be replaced.
+// A load changes nothing on the disk. It tells apart what a caller must treat differently:
+// - absent: start anew.
+// - unreadable: the system refuses the file, or it is no regular file. It may be good, so it must not be replaced.
 // - damaged: length or CRC-32 do not fit. PutAside keeps the file under another name; a former save may be good.
-// - newer, older: whole, of a version that the caller does not read. It must not be replaced unasked.
+// - newer, older: whole, of a version that the caller does not read. It must not be replaced without a question.
 //
-// Objects belong to one thread at a time. A load holds the whole save in memory until its reader is closed; a writer
-// takes no memory. Nothing here shows a dialog or logs: GetWhyNot has the reason.
+// Ownership: the FileSave_c owns the lock and the loaded contents. A reader frees the contents when it is closed.
+// Threads: an object belongs to one thread at a time.
+// Cost: a load holds the whole save in memory until its reader is closed. A writer allocates nothing.
+// Failure: false, null or a state, with the reason in GetWhyNot. Nothing here logs or shows a dialog.
 //
+// Load:
 //     FileSave_c Save("saves\\three.sav");
 //     bool bLoaded = false;
 //     if (Save.Load(ARCHIVE_SAVED_GAME_VERSION) == FileSave_c::WHOLE)
@@ -27,10 +28,15 @@
 //         if (Archive.Open()) { Unit.Serialize(Archive); }
 //         bLoaded = Archive.Close() && !Archive.IsFailed();
 //     }
+//
+// Save:
 //     Save.SetFormer(2);
 //     FileSaveWriter_c Writer(Save);
 //     BufferedWriteable_c Archive(Writer, ARCHIVE_SAVED_GAME_VERSION);
-//     if (Archive.Open()) { Unit.Serialize(Archive); }
+//     if (Archive.Open())
+//     {
+//         Unit.Serialize(Archive);
+//     }
 //     bool const bSaved = Archive.Close() && !Archive.IsFailed() && Writer.Commit();
 #pragma once
 
@@ -39,9 +45,11 @@
 
 #include "platform/filereplace.h"
 
+/// A save, locked and loaded.
 class ZQ_API FileSave_c
 {
 public:
+    /// What Load has found, see above.
     enum State_e
     {
         WHOLE,
@@ -52,46 +60,50 @@ public:
         OLDER
     };
 
-    static constexpr int MOST_FORMER = 9;
+    static constexpr int MOST_FORMER = 9;   // former saves
 
-    /// Makes the folders on the way and takes the lock; asks nothing about the save itself. At most 249 characters.
+    /// Makes the missing folders of szFile and takes the lock. Does not touch the save. The path has at most 249
+    /// characters. On failure IsLocked returns false.
     explicit FileSave_c(char const * szFile);
 
-    /// Drops the lock. Readers of OpenFile must be closed.
+    /// Releases the lock. Requires that readers of OpenFile are closed.
     ~FileSave_c();
     FileSave_c(FileSave_c const &) = delete;
     FileSave_c & operator=(FileSave_c const &) = delete;
 
-    /// Whether the lock is this object's. Without it a load works, PutAside and writers fail, and GetWhyNot says at
-    /// first why: another FileSave_c has it, in this process or another, or the system's reason.
+    /// Returns whether this object has the lock. Without it Load works, but PutAside and writers fail. After the
+    /// constructor GetWhyNot says why: another FileSave_c has the lock, in this process or another, or the system's
+    /// reason.
     bool IsLocked() const;
 
-    /// Former saves that a commit keeps, 0 to MOST_FORMER, 0 at first. Those beyond are left alone.
+    /// Sets and returns how many former saves a commit keeps. 0 at start. Former saves with higher numbers stay.
+    /// Asserts 0 to MOST_FORMER; other values are clamped.
     void SetFormer(int nFormer);
     int GetFormer() const { return m_nFormer; }
 
-    /// The path of the save, 0, or of a former one, 1 the newest.
+    /// Returns the path of the save for 0, or of a former save: 1 is the newest.
     String_T<256> GetPath(int iFormer = 0) const;
 
-    /// Reads the save or a former one whole and checks it. A version is newer or older as archives have it: of another
-    /// major, or a newer minor, than dwVersion. Contents that are loaded already go; their reader must be closed.
+    /// Reads the save, or a former one as in GetPath, and checks it. A save with another major version than dwVersion,
+    /// or a newer minor one, is newer or older. Frees the contents of a previous load; requires that their reader is
+    /// closed.
     State_e Load(std::uint32_t dwVersion, int iFormer = 0);
 
-    /// The archive that Load found whole, for one Readable_c, which frees it; null if there is none. Not in the table of
-    /// files.
+    /// Returns the archive that Load has found whole, for one Readable_c, which frees the contents when it is closed.
+    /// Returns null if there is none. The file is not in the table of files.
     File_c * OpenFile();
 
-    /// Renames the save, whatever it is, to its name with ".old", or ".old1" and so on where that is taken. sTo is the
-    /// new path. False on failure.
+    /// Renames the save, in whatever state, and returns true. The new name has ".old" at its end, or ".old1" to
+    /// ".old99" if others are taken. Sets sTo to the new path. On failure returns false.
     bool PutAside(String_T<256> & sTo);
 
-    /// Why the last call, the constructor included, did not work; empty if it did.
+    /// Returns why the last constructor, Load or PutAside failed. Empty if it did not.
     char const * GetWhyNot() const { return m_sWhyNot; }
 
 private:
     friend class FileSaveWriter_c;
 
-    class Contents_c;   // the file object that a reader gets
+    class Contents_c;   // file object that a reader gets
 
     State_e Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);
     State_e Say(State_e eState, char const * szWhyNot);
@@ -106,15 +118,16 @@ private:
     int m_nFormer = 0;
 };
 
-/// Writes a save. It ends, like the lock, before its FileSave_c.
+/// Writes a save. Its FileSave_c must outlive it.
 class ZQ_API FileSaveWriter_c : public FileReplacement_c
 {
 public:
-    /// If Save has no lock, every later call fails for the reason that GetWhyNot says.
+    /// If Save has no lock, all later calls fail for the reason in GetWhyNot.
     explicit FileSaveWriter_c(FileSave_c & Save);
 
-    /// Seals and synchronizes the new save, keeps the former ones and gives it its name; the folder is synchronized too.
-    /// As FileReplacement_c::Commit. A former save that can't be kept is a failure, and the save stays.
+    /// Seals and synchronizes the new save, keeps the former ones, replaces the old save and synchronizes the folder.
+    /// On failure as FileReplacement_c::Commit. If a former save can't be kept, that is a failure, and the old save
+    /// stays.
     bool Commit() override;
 
 private:

@@ -1,57 +1,70 @@
-// cfiletrack.h: which known files were just rewritten, and files that came into being since the scan.
+// cfiletrack.h: reports known files that were rewritten, and registers files that are new since the scan.
 //
-// One folder tree is watched while the game runs. Each known file of it that a writer changed and let go of is told to
-// g_FileTrackChangesCallbacker by its bare name, in the spelling of the disk. There is no thread: all of it happens in
-// FileTrackDoWork, which ModuleFile_c calls in its idle heartbeat, on the main thread. While nothing changes a call
-// costs one question to the system that does not wait.
+// One folder is watched with its subfolders. g_FileTrackChangesCallbacker fires for each known file that a writer has
+// changed and closed, with its bare name in the spelling of the disk. All of that happens in FileTrackDoWork, which
+// ModuleFile_c calls in its idle heartbeat.
 //
-// A change is what a user would call one: a file that was opened for writing and closed, or one that another file was
-// renamed onto. So a rewrite, an append, a copy over it, an editor's save through a second file, a checkout are one
-// each; a file made anew is one once something was written into it, since a checkout deletes and makes anew. A known
-// file that was renamed away or deleted keeps its name here: a file that is renamed to that name, then or later, is a
-// change of it. At most 65,536 such names are kept; files that go after that are forgotten. An exchange of two names is
-// a change of each. Making an empty file, deleting, and renaming to a name that no known file had are none, nor is
-// renaming a folder. A file that was written several times between two calls is reported once; one that was written
-// and is gone by the time of the call is not reported.
+// These are changes, one each:
+// - a file was opened for writing and closed: a rewrite, an append, a copy over it.
+// - another file was renamed to its name, as editors save and version control checks out. The name of a known file that
+//   was renamed away or deleted is kept for this, up to 65,536 names.
+// - a new file was made, and something was written into it.
+// - two files were exchanged: a change of each.
 //
-// Folders that appear, are moved or go are followed, and so are links to folders that are there from the start. A link
-// to a file is not: the change happens in another folder. Once the watched folder is deleted or renamed nothing more
-// comes. What happens between two calls must fit 4,094 bytes, at 12 and twice the path below the watched folder each:
-// if it does not, all of it is lost; a hundred paths of 14 characters fit. Of paths the characters up to U+00FF count
-// and the others are dropped, so changes of files below such names are lost, those of known ones with a log line.
+// These are no changes: an empty new file, a deletion, a renamed folder, and a new name that no known file had. A file
+// that was written several times between two calls is reported once. One that was written and is gone at the time of
+// the call is not reported.
 //
-// The child of a fork tracks on its own from its first call on; what changed before that is reported in the parent alone.
+// Limits of the watch:
+// - Folders that appear, move or vanish are followed. So are links to folders that are there from the start, but not
+//   links to files.
+// - When the watched folder is deleted or renamed, nothing more is reported.
+// - All changes between two calls are lost if they need more than 4,094 bytes: 12 each, and two for each character of
+//   the path below the watched folder. 100 paths of 14 characters fit.
+// - Characters above U+00FF are dropped from paths. So changes of files with such names are lost, those of known files
+//   with a log line.
+//
+// Ownership: texts are copied.
+// Threads: main thread; there is no thread of its own. A forked process reports changes after its first call, and the
+// parent those before.
+// Cost: a call without changes is one system call that does not wait.
+// Failure: log lines. FileTrackGetProblem says what is not watched.
+//
+//     auto const OnChange = [](char const * szName) { FileStream(szName)->Refresh(); };
+//     g_FileTrackChangesCallbacker.Add(OnChange, false);
+//     FileTrackSetIgnoreExtList(".tmp .bak");
+//     FileTrackChanges("media");
 #pragma once
 
 #include "zqcore/cstring.h"
 
-/// Starts to watch a folder with its subfolders; sPath has no separator at its end. A watch that is on ends first. If
-/// the folder can't be opened, or has more subfolders than the system watches, log lines say so, FileOpenTracker
-/// complains, and none is watched. The system limits watches: under Linux `fs.inotify.max_user_watches` is how many
-/// folders a user may watch, and `fs.inotify.max_user_instances` how many watches a user may start.
+/// Starts to watch a folder with its subfolders. sPath has no separator at its end. Ends a previous watch. On failure
+/// nothing is watched, log lines say why, and FileOpenTracker complains. Reasons:
+/// - the folder can't be opened.
+/// - the system's limits. Under Linux they are `fs.inotify.max_user_watches`, the folders that a user may watch, and
+///   `fs.inotify.max_user_instances`, the watches that a user may start.
 ZQ_API void FileTrackChanges(char const * sPath);
 
-/// Whether a folder is watched.
+/// Returns whether a folder is watched.
 ZQ_API bool FileTrackIsOn();
 
-/// What is not watched though FileTrackChanges was asked to, and why, with the system's setting to raise where that
-/// helps: the folder, or subfolders that appeared since. Empty if there is nothing of the kind, and after
-/// FileTrackShutdown.
+/// Returns what FileTrackChanges could not watch, the folder or subfolders that appeared later, and why. Names the
+/// system's setting to raise if that helps. Empty if all is watched, and after FileTrackShutdown.
 ZQ_API String_T<1024> FileTrackGetProblem();
 
-/// Replaces the extensions that are not told of: with their dots, in the case of the disk, separated by blanks.
-/// 255 characters count.
+/// Replaces the extensions of files that are not reported. They have their dots, are in the case of the disk and are
+/// separated by blanks. Cut at 255 characters.
 ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
-/// Tells what changed since the last call. At a changed file it waits, up to 5 seconds, until nobody writes it; a file
-/// that is not let go of is logged and lost, and so is, without a wait, one that is not at its path any more. A call
-/// from within the callback does nothing.
+/// Reports what has changed since the last call. Waits up to 5 seconds at each changed file until nobody writes it. If
+/// it is still open for writing then, or, without a wait, if it is no longer at its path, the change is logged and
+/// lost. A call from within the callback does nothing.
 ZQ_API void FileTrackDoWork();
 
-/// Ends the watch, if there is one, and empties the ignore list.
+/// Ends the watch, if there is one, and empties the list of extensions.
 ZQ_API void FileTrackShutdown();
 
-/// Registers the files that the known folders got since they were scanned, by bare name; one whose name is taken is
-/// left out. Exclusions do not apply, subfolders are not entered, vanished files stay. Until its first Open such a file
-/// has no size and no times. Names that a scan passes over are passed over without a log line.
+/// Registers the files that were added to the known folders since their scan, by bare name. Their size and times are 0
+/// until they are opened. Subfolders are not entered, exclusions do not apply, and deleted files stay in the table. A
+/// file whose name is known already, or that a scan would skip, is skipped without a log line.
 ZQ_API void FileRefresh();

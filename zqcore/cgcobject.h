@@ -1,10 +1,24 @@
-// cgcobject.h: objects that are kept by being reachable.
+// cgcobject.h: objects that live as long as they can be reached from a root.
 //
-// A GcObj lives until a collection finds no path of references from the root to it; cycles are no hindrance. References
-// are GcRef_c members (or any GcRef_c with a source). Every object but the root comes from new; a collection deletes
-// those that it doesn't reach, the oldest first, after all references from and to them read null. Not part of the
-// exported interface. No lock: one thread. A collection takes time in proportion to objects and references, no memory,
-// and no more stack for long paths than for short ones.
+// A collection deletes each GcObj to which no path of references leads from the root. Cycles are collected too.
+// References are GcRef_c objects, as a rule members of their source. Not part of the exported interface.
+//
+// Ownership: the collector owns all objects but the root. They come from new. A collection sets all references from and
+// to the objects that it deletes to null, and then deletes them, the oldest first.
+// Threads: no lock: one thread.
+// Cost: a collection takes time in proportion to objects and references. It allocates nothing, and its stack does not
+// grow with long paths.
+// Failure: no call fails.
+//
+//     struct Node_c : Tessel::GcObj
+//     {
+//         Tessel::GcRef_c m_Next{ this };
+//     };
+//     auto * const pFirst = new Node_c;
+//     Tessel::GcRef_c First(&Tessel::GcObj::Root(), pFirst);
+//     pFirst->m_Next.Set(new Node_c);
+//     First.Set(nullptr);
+//     Tessel::GcObj::Collect();   // deletes both nodes
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -13,19 +27,20 @@ namespace Tessel
 {
     class GcObj;
 
-    /// A reference from a source to a target, or to null. Whoever makes it owns it; it may outlive both ends.
+    /// A reference from a source to a target or to null. It may outlive both.
     class GcRef_c
     {
     public:
-        /// A reference of the source, as a rule its member: `GcRef_c m_Next{ this };`.
+        /// Makes a reference of pSource, which is not null. As a rule a member of it: `GcRef_c m_Next{ this };`.
         explicit GcRef_c(GcObj * pSource, GcObj * pTarget = nullptr);
         ~GcRef_c();
         GcRef_c(GcRef_c const &) = delete;
         GcRef_c & operator=(GcRef_c const &) = delete;
 
-        /// The target; null after it was collected or deleted.
+        /// Returns the target; null after it was collected or deleted.
         GcObj * Get() const { return m_pTarget; }
 
+        /// Replaces the target, which may be null.
         void Set(GcObj * pTarget);
 
     private:
@@ -35,13 +50,14 @@ namespace Tessel
         void LeaveSource();
 
         GcObj * m_pTarget = nullptr;
-        GcObj * m_pSource;                     // null once the source is gone
+        GcObj * m_pSource;                     // null after the source was deleted
         GcRef_c * m_pNextIncoming = nullptr;   // in the target's list
         GcRef_c * m_pPrevIncoming = nullptr;
         GcRef_c * m_pNextOutgoing = nullptr;   // in the source's list
         GcRef_c * m_pPrevOutgoing = nullptr;
     };
 
+    /// Base of collected objects.
     class GcObj
     {
     public:
@@ -50,14 +66,14 @@ namespace Tessel
         GcObj(GcObj const &) = delete;
         GcObj & operator=(GcObj const &) = delete;
 
-        /// The object from which all others must be reachable; there from load to unload.
+        /// Returns the root, which exists from load to unload.
         static GcObj & Root();
 
-        /// Deletes every object that can't be reached from the root. A call from a destructor that a collection runs
-        /// does nothing.
+        /// Deletes each object that can't be reached from the root. Does nothing during a collection, as in a
+        /// destructor that it calls.
         static void Collect();
 
-        /// Sets all references to the object to null and deletes it at once. Not for the root.
+        /// Sets all references to the object to null and deletes it at once. Requires another object than the root.
         static void Delete(GcObj * pObject);
 
     private:
@@ -68,17 +84,17 @@ namespace Tessel
         void PutOn(GcObj *& pList);
         void TakeOff();
 
-        GcObj * m_pNext = nullptr;   // in the list of all objects, the newest first
+        GcObj * m_pNext = nullptr;   // in one of the lists below, the newest first
         GcObj * m_pPrev = nullptr;
         [[maybe_unused]] std::uint32_t m_dwReserved = 0;   // always 0
-        int m_iEpoch;                                      // of the last marking
+        int m_iEpoch;                                      // s_iEpoch of the last marking
         GcRef_c * m_pOutgoing = nullptr;
         GcRef_c * m_pIncoming = nullptr;
-        GcObj * m_pMarkNext = nullptr;   // while marking: the next object whose references are to be followed
+        GcObj * m_pMarkNext = nullptr;   // while marking: next object whose references are to be followed
 
-        static int s_iEpoch;
+        static int s_iEpoch;   // number of the current marking
         static bool s_bCollecting;
-        static GcObj * s_pObjects;     // all of them
-        static GcObj * s_pCondemned;   // but those that a collection is about to delete
+        static GcObj * s_pObjects;     // all objects but those of s_pCondemned
+        static GcObj * s_pCondemned;   // objects that a collection is about to delete
     };
 }

@@ -1,39 +1,55 @@
-// chwm.h: blocks of varying size out of a few element pools, each for one size, with the peak use of each size.
+// chwm.h: blocks of different sizes from a few element pools, each for one size.
 //
-// A request goes to the smallest class that fits. The classes are declared up front in ascending order of size; the
-// pools grow, so only a request above the largest class fails, and that ends the process. The peaks, and what was never
-// freed, go to the debugger's output when the pool is destroyed. No lock: one thread at a time.
+// A request goes to the class with the smallest size that fits. AddGroup declares the classes first, in ascending
+// order. The pool also records the peak use of each class. Its destructor writes the peaks, and what was never freed,
+// to the debugger's output.
+//
+// Ownership: the pool owns all blocks. Its destructor frees those that are still allocated.
+// Threads: no lock: one thread at a time.
+// Cost: a table leads to the class of blocks of up to 1024 bytes, a walk over the classes to that of larger ones. The
+// pools allocate whole chunks.
+// Failure: a request above the largest class ends in Abort. Wrong use asserts.
+//
+//     StaticMemoryPool_c Pool("events");
+//     Pool.AddGroup(16, 1000);
+//     Pool.AddGroup(64, 100);
+//     void * const pBlock = Pool.Alloc(20, false);   // 64 bytes
+//     Pool.Free(pBlock, false);
+//     Log("%i events of 64 bytes at most", Pool.GetHighWaterMark(1));
 #pragma once
 
 #include "zqcore/carray.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/cstring.h"
 
+/// A pool of blocks of several sizes.
 class ZQ_API StaticMemoryPool_c
 {
 public:
-    static constexpr int MAX_GROUPS = 12;   // classes; one more is a failed assertion and is left out
+    static constexpr int MAX_GROUPS = 12;   // classes
 
-    /// A pool without classes; the name, cut at 255 characters, stands in its messages. Requires sName.
+    /// Makes a pool without classes. Its messages hold the name, cut at 255 characters. Asserts that sName is not null.
     explicit StaticMemoryPool_c(char const * sName);
 
-    /// Reports each class's peak and leaks, and frees all storage with the blocks that are out.
+    /// Writes the peak and the leaks of each class to the debugger's output, and frees all storage.
     ~StaticMemoryPool_c();
     StaticMemoryPool_c(StaticMemoryPool_c const &) = delete;
     StaticMemoryPool_c & operator=(StaticMemoryPool_c const &) = delete;
 
-    /// Declares the next class: its bytes, which must be more than the former class's and at most INT_MAX (else Abort),
-    /// and the number of elements to expect, which only tunes the storage. Requires elements_total > 0.
+    /// Adds a class of blocks of element_size bytes. elements_total is how many to expect; it only tunes the storage. A
+    /// size that is not above the previous class's, or is above INT_MAX, ends in Abort. Asserts elements_total > 0 and
+    /// at most MAX_GROUPS classes; a further one is not added.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
-    /// A block of the smallest class with nBytes or more; ends in Abort if there is none. Never null. Blocks of
-    /// classes that are multiples of 16 bytes are aligned to 16.
+    /// Returns a block of the smallest class with nBytes or more, never null. If there is none, ends in Abort. Blocks
+    /// of a class whose size is a multiple of 16 are aligned to 16 bytes. bArray marks an array; Free compares it.
     void * Alloc(unsigned int nBytes, bool bArray);
 
-    /// Gives a block back as it was taken (see GigaPoolStatic_c::Free); false if no class holds the pointer.
+    /// Frees a block and returns true. bArray must be that of Alloc (GigaPoolStatic_c::Free). Returns false if no class
+    /// holds the pointer.
     bool Free(void const * pPtr, bool bArray);
 
-    /// The bytes of the class that holds the pointer, or 0.
+    /// Returns the block size in bytes of the class that holds the pointer, or 0.
     int IsValid(void const * pPtr);
 
     /// Not to be called: fails an assertion and gives false.
@@ -42,7 +58,8 @@ public:
     /// Sets the peaks of all classes to 0.
     void ResetHighWaterMarks();
 
-    /// The peak of a class's blocks; -1 if it has no pool. Requires 0 <= iGroup < number of classes.
+    /// Returns the most blocks of a class that were allocated at once. Asserts 0 <= iGroup < number of classes;
+    /// otherwise returns -1.
     int GetHighWaterMark(int iGroup);
 
 private:
@@ -51,7 +68,7 @@ private:
         unsigned int elements_total;
         unsigned int element_size;
         GigaPoolResizeable_c * pPool;   // owned
-        bool bReserved;                 // always false
+        bool bReserved;                 // false
     };
 
     GigaPoolResizeable_c * PoolFor(unsigned int nBytes) const;
@@ -59,15 +76,15 @@ private:
     void SetPools();
 
     static constexpr unsigned int STEP = 4;      // bytes
-    static constexpr unsigned int STEPS = 256;   // blocks of up to STEP * STEPS bytes find their class in one look
+    static constexpr unsigned int STEPS = 256;   // m_dPools has the class of blocks of up to STEP * STEPS bytes
 
     SortedArray_T<AllocGroup_s, StaticArrayLenTraits_T<AllocGroup_s, MAX_GROUPS>> m_dGroups;   // smallest first
     String_T<256> m_sName;
-    GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // by size in steps; null where two sizes take two classes
-    GigaChunkMap_c m_Map;                              // the chunks of all classes
+    GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // by size in steps; null if a step's sizes need two classes
+    GigaChunkMap_c m_Map;                              // chunks of all classes
 };
 
-/// The pool of the smallest class that fits; null if that takes a walk.
+/// Returns the pool of the smallest class that fits, or null if that needs a walk over the classes.
 inline GigaPoolResizeable_c * StaticMemoryPool_c::PoolFor(unsigned int nBytes) const
 {
     return nBytes <= STEP * STEPS ? m_dPools[(nBytes + STEP - 1) / STEP] : nullptr;
@@ -86,5 +103,5 @@ inline void * StaticMemoryPool_c::Alloc(unsigned int nBytes, bool bArray)
 
 inline bool StaticMemoryPool_c::Free(void const * pPtr, bool bArray)
 {
-    return m_Map.Free(pPtr, bArray);   // an address lies in one chunk at most: no class comes ahead of another
+    return m_Map.Free(pPtr, bArray);   // an address lies in one chunk at most
 }

@@ -1,8 +1,25 @@
-// clink.h: a node of a doubly linked list. A list is a pointer to its head; it grows at the head. No lock.
+// clink.h: a node of a doubly linked list.
+//
+// A list is a pointer to its head, null while it is empty. It grows at the head.
+//
+// Ownership: the caller owns the nodes. LinkFreeAll frees those that come from ZQ_NEW.
+// Threads: no lock: one thread at a time.
+// Cost: constant time. Nothing allocates.
+// Failure: no call fails.
+//
+//     Link_T<int> * pScores = nullptr;
+//     pScores = (ZQ_NEW Link_T<int>(10))->Link(pScores);
+//     pScores = (ZQ_NEW Link_T<int>(20))->Link(pScores);
+//     for (Link_T<int> const * pNode = pScores; pNode; pNode = pNode->pNext)
+//     {
+//         Log("%i", pNode->Get());   // 20, then 10
+//     }
+//     LinkFreeAll(pScores);
 #pragma once
 
 #include "zqcore/cconfig.h"
 
+/// A node.
 template <typename T>
 struct Link_T
 {
@@ -10,6 +27,7 @@ struct Link_T
     Link_T * pNext = nullptr;
     Link_T * pPrev = nullptr;
 
+    /// Makes a node of no list with a copy of Data.
     explicit Link_T(T const & Data)
         : tData(Data)
     {}
@@ -17,7 +35,7 @@ struct Link_T
     T & Get() { return tData; }
     T const & Get() const { return tData; }
 
-    /// Places this node ahead of the head, which may be null; the new head.
+    /// Inserts this node before the head, which may be null. Returns the new head.
     Link_T * Link(Link_T * pHead)
     {
         if (pHead)
@@ -29,7 +47,7 @@ struct Link_T
         return this;
     }
 
-    /// Takes this node out of the list that starts at pHead; the head of what remains.
+    /// Removes this node from the list that starts at pHead. Returns the head of the rest.
     Link_T * Unlink(Link_T * pHead)
     {
         if (pNext)
@@ -46,7 +64,7 @@ struct Link_T
     }
 };
 
-/// Frees all nodes of a list that were taken with ZQ_NEW.
+/// Frees all nodes of a list. Requires that they come from ZQ_NEW.
 template <typename T>
 void LinkFreeAll(Link_T<T> * pHead)
 {

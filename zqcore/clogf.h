@@ -1,10 +1,19 @@
-// clogf.h: named logs, plain text files in the log folder, opened at their first use.
+// clogf.h: named logs, for reports that do not belong in the main log.
 //
-// For reports that are not meant for the main log. Each text is flushed at once, to the end of the file. A second run
-// empties each named log at its first use, unless a process still has it open as its log. Any thread may use any log at
-// any time but while ModuleLog_c shuts down. A log that can't be opened loses its lines without a message. Lines that a
-// full disk does not take are counted, and the count goes to the main log when the disk takes lines again, or at the
-// end.
+// Each named log is a text file in the log folder. Its first use opens it and empties the log of a previous run, unless
+// a process has that open as its log. Each text is written at once, at the end of the file.
+//
+// Ownership: ModuleLog_c opens the logs and closes them when it shuts down.
+// Threads: any thread may write to any log at any time, but not while ModuleLog_c shuts down.
+// Cost: a text is one system call. The first use of a name allocates.
+// Failure: lines to a log that can't be opened are lost without a message. Lines that a full disk does not store are
+// counted. The count goes to the main log when the disk stores lines again, or at the end.
+//
+//     ModuleLog_c::SetLogPath(L"logs");   // before the modules start
+//     Module_c::Register(ModuleLog_c::Get());
+//     Module_c::InitializeAllModules();
+//     Logf("loot.log", "%s\t%i", "gold", 12);
+//     Module_c::ShutdownAllModules();
 #pragma once
 
 #include "zqcore/cmodule.h"
@@ -12,19 +21,20 @@
 #include <cstdarg>
 #include <cstdio>
 
-/// Formats a line, cut at 2048 characters, into the named log. Nothing happens if either text is null.
+/// Writes a formatted line, cut at 2048 characters, to the named log. Does nothing if either text is null.
 ZQ_API void Logf(char const * sFile, char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-/// Logf if the condition holds.
+/// Calls Logf if the condition holds.
 ZQ_API void Logcf(bool bCondition, char const * sFile, char const * fmt, ...) ZQ_PRINTF(3, 4);
 
-/// The same with a ready argument list. With a null sFile the line goes to message.log, with no time and no frame.
+/// Logf with a list of arguments. If sFile is null, the line goes to the main log's file, without time and frame.
+/// Requires that fmt is not null.
 ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_PRINTF(2, 0);
 
-/// Writes a text unchanged, with no line end.
+/// Writes a text to the named log as it is, without a line end. Does nothing if either text is null.
 ZQ_API void Logf_raw(char const * sFile, char const * sText);
 
-/// Works out the folder of the named logs and closes them at the end. Needs no other module.
+/// Module that finds the folder of the named logs and closes them at the end. Depends on no other module.
 class ZQ_API ModuleLog_c : public Module_c
 {
 public:
@@ -32,20 +42,21 @@ public:
         : Module_c("ModuleLog_c")
     {}
 
-    /// The instance.
+    /// Returns the only instance.
     static ModuleLog_c * Get();
 
-    /// Sets the folder of the named logs, cut at 1023 characters, null for none; before the module initialises. The main
-    /// log's folder takes precedence, and without either it is "GameLogs" below the current folder. The folder is
-    /// created, with those on the way to it, and made absolute by the current folder when the module initialises.
+    /// Sets the folder of the named logs, cut at 1023 characters, before the module initialises. The folder of
+    /// LogSetFile takes precedence. Without either, or with null, it is "GameLogs" in the current folder. When the
+    /// module initialises, it makes the folder absolute by the current folder and makes its missing levels.
     static void SetLogPath(wchar_t const * sPath);
 
+    /// Returns the folder of the named logs.
     wchar_t const * GetLogPath() const;
 
-    /// The open log of that name, opened if need be; names are exact and cut at 63 characters, but on disk two that
-    /// differ in case only are one file. Null for a null name or if the file can't be opened. The stream has no buffer
-    /// and belongs to the module. With the table of 64 logs full the stream is opened all the same, but stays out of the
-    /// table and is not closed.
+    /// Returns the log of a name, and opens it if needed. The name is compared exactly and cut at 63 characters; on
+    /// disk two names that differ in case only are one file. Returns null if sName is null or the file can't be opened.
+    /// The stream has no buffer and belongs to the module. If the table of 64 logs is full, the stream is opened all
+    /// the same, but the module never closes it.
     std::FILE * GetLogFile(char const * sName);
 
 protected:
