@@ -138,7 +138,9 @@ TEST_F(HeaderExamples, ATextIsShared)
 
 TEST_F(HeaderExamples, NodesAreCollected)
 {
-    CollectNodes();   // or the checker of leaks complains
+    std::ptrdiff_t const nBlocks = g_MemoryCounters.iTotalCount;
+    CollectNodes();
+    EXPECT_EQ(g_MemoryCounters.iTotalCount, nBlocks);
 }
 
 TEST_F(HeaderExamples, LevelsAreReadAndScanned)

@@ -128,7 +128,7 @@ class Callbacker_T : public CallbackerBase_T<T>
 {};
 
 /// The shared events. Those without a remark are fired by the application alone.
-extern ZQ_API Callbacker_T<bool> g_ExecutionCallbacker;   // false: stopped for a dialog; true: goes on
+extern ZQ_API Callbacker_T<bool> g_ExecutionCallbacker;   // false: stopped for a dialog; true: continues
 extern ZQ_API Callbacker_T<int> g_CommandCallbacker;
 extern ZQ_API Callbacker_T<void> g_LoadingCallbacker;
 extern ZQ_API Callbacker_T<void> g_RenderCallbacker;

@@ -5,7 +5,7 @@
 //
 // Ownership: the clipboard owns the text. Callers get copies.
 // Threads: the state belongs to the module and has no lock: one thread at a time.
-// Cost: ClipboardOpen waits up to 10 seconds for another process. Each change stores the whole text anew.
+// Cost: ClipboardOpen waits up to 10 seconds for another process. Each change stores the whole text again.
 // Failure: failures assert. While the clipboard is not open, all calls but ClipboardOpen and ClipboardGetSize assert
 // and do nothing.
 //

@@ -8,7 +8,7 @@
 // Threads: no lock. AddRef and Release must not run at the same time anywhere in the process.
 // Cost: AddRef takes constant time, Release a walk over the object's references. Nothing allocates: all notes of the
 // process come from one static pool of COM_REFERENCES, whose memory is touched as it is used.
-// Failure: wrong use asserts. Each function says what it does if the developer goes on.
+// Failure: wrong use asserts. Each function says what it does if the developer ignores that.
 //
 //     class Texture_c : public ComObject_c
 //     {};

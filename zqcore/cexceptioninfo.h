@@ -15,7 +15,7 @@
 //     ExceptionInfo_c & Info = ExceptionInfo_c::Get();
 //     bool const bStarted = Info.Start();   // now the host's fault filter may call Info.OnUnhandledException
 //     std::uint32_t const dWords[12] = { 1, 2, 3 };
-//     Info.DumpMemory("dWords", 0, reinterpret_cast<std::uintptr_t>(dWords), 12);
+//     Info.DumpMemory(nullptr, 0, reinterpret_cast<std::uintptr_t>(dWords), 12);
 //     Info.Stop();
 //     ExceptionInfo_c::TraceReceiverSet(fnPrevious);
 #pragma once

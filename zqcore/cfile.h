@@ -14,8 +14,8 @@
 // may log and take notes. It must not open a file that another thread may be opening.
 // Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
 // it at once.
-// Failure: null or false, with the reason in the log. A file of 2 GiB or more is known with the low 32 bits of its
-// size; opening it fails with a log line.
+// Failure: null or false. Opening a file of 2 GiB or more fails with a log line; it is known with the low 32 bits of
+// its size. Unknown names are not logged.
 //
 //     if (File_c * const pFile = FileOpen("levels.csv"))
 //     {
@@ -221,7 +221,7 @@ private:
     int m_iLength;   // see FileSize
 };
 
-/// Whether opening a stream asserts; it opens all the same if the developer goes on. False at start; set by the
+/// Whether opening a stream asserts; it opens all the same if the developer continues. False at start; set by the
 /// application.
 extern ZQ_API bool g_bFileReadDisabled;
 
@@ -237,7 +237,7 @@ ZQ_API bool FileOpen(File_c * pFile);
 ZQ_API void FileClose(File_c * pFile);
 
 /// Removes an object from the table and destroys it. Asserts that it has no references and that it is in the table; if
-/// the developer goes on, it is destroyed all the same.
+/// the developer continues, it is destroyed all the same.
 ZQ_API void FileKill(File_c * pFile);
 
 /// Returns the file of a bare name, without opening it, or null. Any folder in name is ignored. Does not find a file

@@ -8,8 +8,8 @@
 // name in lower case, since a path finds a save in any spelling. The system drops the lock of a process that is killed;
 // the next FileSave_c deletes what that process left. On a file system without locks it excludes nobody.
 //
-// A load changes nothing on the disk. It tells apart what a caller must treat differently:
-// - absent: start anew.
+// A load changes nothing on the disk. Its result says what the caller can do:
+// - absent: start from the beginning.
 // - unreadable: the system refuses the file, or it is no regular file. It may be good, so it must not be replaced.
 // - damaged: length or CRC-32 do not fit. PutAside keeps the file under another name; a former save may be good.
 // - newer, older: whole, of a version that the caller does not read. It must not be replaced without a question.

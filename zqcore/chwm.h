@@ -52,7 +52,7 @@ public:
     /// Returns the block size in bytes of the class that holds the pointer, or 0.
     int IsValid(void const * pPtr);
 
-    /// Not to be called: fails an assertion and gives false.
+    /// Not for callers: asserts and returns false.
     bool IsArray(void const * pPtr);
 
     /// Sets the peaks of all classes to 0.
