@@ -7,6 +7,7 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/cdebug_spelling_internal.h"
 #include "zqcore/cexceptionreport.h"
+#include "zqcore/cfile.h"
 #include "zqcore/clog.h"
 
 #include <atomic>
@@ -271,6 +272,45 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
         });
     EXPECT_EQ(s_nHeard, 8 * 500);
     EXPECT_EQ(s_nNested, 8 * 500 - 8 * 500 / 7);
+}
+
+TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
+{
+    static std::atomic<int> s_nInside, s_nHeard;
+    static FileOnDisk_c s_Missing;   // of no table
+    static auto const fnFailRead = [] { EXPECT_EQ(s_Missing.OpenStored(), nullptr); };
+    static auto const fnHear = []
+    {
+        ++s_nHeard;
+        ++s_nInside;
+        for (int i = 0; i < 20 && s_nInside < 3; ++i)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    };
+    LogDone();
+    g_WarningsCallbacker.Reset(), g_ExecutionCallbacker.Reset();
+    plat::DialogSetHandler([](plat::Dialog_t const & Dialog)
+        { return Dialog.eButtons == Buttons_e::OkCancel ? throw 1 : Answer_e::Ignore; });
+    static auto const fnAbort = []
+    {
+        try
+        {
+            Abort("first");
+        }
+        catch (int)
+        {}
+    };
+    auto const Run = []
+    {
+        g_WarningsCallbacker.Add([](char const *) { fnHear(), AssertFailed("in a receiver"); }, false);
+        g_ExecutionCallbacker.Add([](bool) { fnHear(), fnFailRead(); }, false);
+        g_FileReadErrorCallbacker.Add([](char const *) { fnHear(), Warning("in a receiver"); }, false);
+        alarm(20);   // ends threads that wait for ever
+        InThreads(3, [](int iThread) { iThread == 0 ? Warning("first") : iThread == 1 ? fnAbort() : fnFailRead(); });
+        return s_nHeard >= 3 ? 0 : 1;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
 }
 
 TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)

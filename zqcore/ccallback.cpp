@@ -1,4 +1,6 @@
-#include "zqcore/ccallback.h"
+#include "zqcore/ccallback_internal.h"
+
+#include "platform/fork.h"
 
 constinit Callbacker_T<bool> g_ExecutionCallbacker;
 constinit Callbacker_T<int> g_CommandCallbacker;
@@ -22,3 +24,30 @@ constinit Callbacker_T<char const *> g_AddSubfolderCallbacker;
 constinit Callbacker_T<char const *> g_ResourceLoadCallbacker;
 constinit Callbacker_T<char const *> g_WarningsCallbacker;
 constinit Callbacker_T<char const *> g_FileOpenCallbacker;
+
+namespace
+{
+    constinit plat::Lock_c g_FiringLock;
+    plat::ForkLock_c const g_FiringForkLock(g_FiringLock);
+    ZQ_THREAD_LOCAL int t_nFirings = 0;   // of the calling thread
+}
+
+Firing_c::Firing_c()
+{
+    g_FiringLock.Enter();
+    ++t_nFirings;
+}
+
+Firing_c::~Firing_c()
+{
+    --t_nFirings;
+    g_FiringLock.Leave();
+}
+
+void Firing_c::EndAll()
+{
+    for (; t_nFirings > 0; --t_nFirings)
+    {
+        g_FiringLock.Leave();
+    }
+}

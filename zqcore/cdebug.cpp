@@ -2,7 +2,7 @@
 
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
-#include "zqcore/ccallback.h"
+#include "zqcore/ccallback_internal.h"
 #include "zqcore/cdebug_spelling_internal.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/clog.h"
@@ -43,12 +43,6 @@ namespace
     ZQ_THREAD_LOCAL char const * t_szFile = "";
     ZQ_THREAD_LOCAL int t_iLine = 0;
 
-    // The lists of receivers have no lock: a thread that fires waits for those that fire.
-    constinit plat::Lock_c g_WarningsLock;
-    plat::ForkLock_c const g_WarningsForkLock(g_WarningsLock);
-    constinit plat::Lock_c g_ExecutionLock;
-    plat::ForkLock_c const g_ExecutionForkLock(g_ExecutionLock);
-
     constinit std::atomic<bool> g_bInAssert = false;
     plat::ForkHandler_c const g_AssertForkHandler({ nullptr, nullptr, [] { g_bInAssert = false; } });
     constinit plat::Lock_c g_AchtungLock;   // guards the texts that were seen
@@ -56,52 +50,15 @@ namespace
 
     using SeenAchtungs_t = SortedArray_T<String_T<2048>, StaticArrayLenTraits_T<String_T<2048>, ACHTUNGS_REMEMBERED>>;
 
-    // Holds the lock of a list for one firing. A firing inside it, by a receiver, enters again and meets the list's own
-    // rule.
-    class Firing_c
-    {
-    public:
-        explicit Firing_c(plat::Lock_c & Lock)
-            : m_Lock(Lock)
-            , m_pOuter(t_pInnermost)
-        {
-            m_Lock.Enter();
-            t_pInnermost = this;
-        }
-        ~Firing_c()
-        {
-            t_pInnermost = m_pOuter;
-            m_Lock.Leave();
-        }
-        Firing_c(Firing_c const &) = delete;
-        Firing_c & operator=(Firing_c const &) = delete;
-
-        // Ends all firings of the calling thread, which does not return to them.
-        static void EndAll()
-        {
-            for (; t_pInnermost; t_pInnermost = t_pInnermost->m_pOuter)
-            {
-                t_pInnermost->m_Lock.Leave();
-            }
-        }
-
-    private:
-        static ZQ_THREAD_LOCAL Firing_c const * t_pInnermost;
-
-        plat::Lock_c & m_Lock;
-        Firing_c const * m_pOuter;
-    };
-    ZQ_THREAD_LOCAL Firing_c const * Firing_c::t_pInnermost = nullptr;
-
     void TellWarning(char const * szText)
     {
-        Firing_c const Firing(g_WarningsLock);
+        Firing_c const Firing;
         g_WarningsCallbacker.Fire(szText, false);
     }
 
     void TellExecution(bool bGoesOn)
     {
-        Firing_c const Firing(g_ExecutionLock);
+        Firing_c const Firing;
         g_ExecutionCallbacker.Fire(bGoesOn, false);
     }
 

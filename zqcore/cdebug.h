@@ -8,9 +8,10 @@
 // Ownership: texts are copied, unless a function says otherwise.
 // Threads: any thread may complain. A dialog blocks the thread that complains. The receivers of g_WarningsCallbacker
 // and g_ExecutionCallbacker run on that thread:
-// - one thread at a time for each list. Another thread that fires the list waits for them, and so does a fork.
+// - one thread at a time runs receivers of these lists and of those of files (cfile.h). Another thread that fires one of
+//   them waits, and so does a fork.
 // - a complaint inside a receiver of the same list is logged and not fired.
-// - a receiver may log and take notes. It must not wait for another thread, nor open a file that another thread may be
+// - a receiver may log, take notes and complain. It must not wait for another thread, nor open a file that another thread may be
 //   opening.
 // - the crash path fires without waiting.
 // Cost: an assertion that holds costs its condition. A complaint costs a line of the log, and a dialog the trace of

@@ -1,14 +1,12 @@
 #include "zqcore/cfile.h"
 
-#include "zqcore/ccallback.h"
+#include "zqcore/ccallback_internal.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cfilereplace_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/ctexterror.h"
-
-#include "platform/fork.h"
 
 #include <algorithm>
 #include <climits>
@@ -20,12 +18,9 @@ namespace
 {
     std::atomic<bool> g_bEmptyAllowed{ false };
 
-    constinit plat::Lock_c g_EventLock;   // the lists of receivers have none
-    plat::ForkLock_c const g_EventForkLock(g_EventLock);
-
     void Tell(Callbacker_T<char const *> & Event, char const * szText)
     {
-        plat::LockScope_c const Scope(g_EventLock);
+        Firing_c const Firing;
         Event.Fire(szText, false);
     }
 
