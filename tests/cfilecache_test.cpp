@@ -298,6 +298,7 @@ TEST_F(FileCacheTest, TellsWhichFolderHasChangedAndGoesWhereTheHostSays)
     {
         Module.SetCacheFile(sCache.c_str());
         Module.CheckCache(false);
+        FilesystemCacheCheck(false);
         KeysOfOneRun(sCache);
         EXPECT_TRUE(fs::exists(sCache));
         Module.CheckCache(true);
@@ -325,8 +326,19 @@ TEST_F(FileCacheTest, TellsWhichFolderHasChangedAndGoesWhereTheHostSays)
         fs::rename(Folder.Join("media/sub/deep/d"), Folder.Join("media/sub/deep/c"));
         EXPECT_EQ(Stale(), "\"\\sub\\deep\\\" has changed");
     }
+    std::string const sMedia = Folder.Join("media"), sCache = Folder.Join("else/where/c.bin");
+    std::string const sKeys = KeysOfOneRun(sCache);
+    fs::rename(sMedia, Folder.Join("not mounted"));
+    EXPECT_EQ(KeysOfOneRun(sCache), "");
+    fs::rename(Folder.Join("not mounted"), sMedia);
+    EXPECT_EQ(KeysOfOneRun(sCache), sKeys);
+    Module.CheckCache(false);   // leaves the host's own setting
+    KeysOfOneRun("");
+    FilesystemCacheInit(sCache.c_str());
+    EXPECT_TRUE(FilesystemCacheIsCurrent());
+    FilesystemCacheSave(sCache.c_str());   // of empty tables
+    EXPECT_FALSE(FilesystemCacheIsCurrent()) << "it lacks the media root";
     Module.SetCacheFile(nullptr);
-    Module.CheckCache(false);
     FilesystemCacheCheck(false);
 }
 

@@ -92,6 +92,9 @@ private:
 /// Keeps the text of a folder that is in no table, but still a file's, until FileReset. It becomes owned.
 void FileKeepFolder(String_T<256> * pFolder);
 
+/// Notes that scans could not see what lies in a folder, until it is scanned or forgotten.
+void FileNoteMissed(char const * szFolder);
+
 /// Notes size and time of a folder that a scan is about to read, while FilesystemCacheCheck is on.
 void FileCacheNoteFolder(String_T<256> const & sFolder);
 

@@ -552,6 +552,10 @@ namespace
         {
             return "it has no whole list of times";
         }
+        if (!dRelatives.Find("\\"))
+        {
+            return "it lacks the media root";
+        }
         for (Folder_t const & sRelative : dRelatives)
         {
             Folder_t sFolder;

@@ -2,10 +2,12 @@
 //
 // ModuleFile_c loads the cache in place of its scan if FilesystemCacheInit named one. At shutdown it writes the cache
 // if a file named filesystemcache.bin is known. Folders are stored relative to the media root, so a cache stays good
-// when the tree moves. Only whole scans are written, so a fault of the system costs one start and not all that follow.
+// when the tree moves. Only whole scans are written, so a fault of the system, or an absent media root, costs one start
+// and not all that follow.
 //
-// A load does not compare the cache with the disk. A file that was added since is not seen, one that was deleted fails
-// to open, and sizes and times hold until a file is opened. docs/formats.md describes the bytes.
+// A load does not compare the cache with the disk; FilesystemCacheIsCurrent compares its folders. Without that, a file
+// that was added since is not seen, one that was deleted fails to open, and sizes and times hold until a file is opened.
+// docs/formats.md describes the bytes.
 //
 // Ownership: loaded objects belong to the table of files.
 // Threads: main thread, while the modules start and end.
@@ -53,7 +55,7 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 /// a log line, in these cases:
 /// - there is no media root, or no cache was named.
 /// - a folder has changed. The line names the first one.
-/// - the cache can't be read or is damaged.
+/// - the cache can't be read or is damaged, or it lacks the media root.
 /// - the cache was written without FilesystemCacheCheck.
 /// Another major version ends in Abort. The tables stay as they are. Costs one read of the cache and one system call
 /// for each folder.

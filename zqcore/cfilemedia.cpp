@@ -282,7 +282,10 @@ bool ModuleFile_c::Initialize()
 void ModuleFile_c::FillTables()
 {
     bool bScan = m_bReadMedia;
-    FilesystemCacheCheck(m_bCheckCache);
+    if (m_bCheckCache)
+    {
+        FilesystemCacheCheck(true);
+    }
     if (!g_sFilesystemCacheName.IsEmpty())
     {
         if (m_bCheckCache && !FilesystemCacheIsCurrent())
@@ -296,9 +299,10 @@ void ModuleFile_c::FillTables()
             FileAddSearchPath(GetPQXMediaPath(false) + "\\mapscache", true, false);
         }
     }
-    if (bScan)
+    String_T<256> const sRoot = GetPQXMediaPath(false);
+    if (bScan && !FileAddSearchPath(sRoot, true, false) && !sRoot.IsEmpty())
     {
-        FileAddSearchPath(GetPQXMediaPath(false), true, false);
+        FileNoteMissed(sRoot);   // it may be there at the next start
     }
 }
 

@@ -75,7 +75,8 @@ public:
     void ReadMedia(bool bRead) { m_bReadMedia = bRead; }
 
     /// Sets whether Shutdown writes a cache that can be compared with the disk, and Initialize compares it
-    /// (FilesystemCacheIsCurrent) and scans if a folder has changed. False at start.
+    /// (FilesystemCacheIsCurrent) and scans if a folder has changed. False at start. Initialize then switches
+    /// FilesystemCacheCheck on, and it stays on; without this, that setting is the host's.
     void CheckCache(bool bCheck) { m_bCheckCache = bCheck; }
 
     /// Sets the path of the cache that Shutdown writes, for a media root that must not be written. FilesystemCacheInit

@@ -578,6 +578,13 @@ bool FoldedPath_c::AppendSeparator()
     return true;
 }
 
+void FileNoteMissed(char const * szFolder)
+{
+    FoldedPath_c sFolder(szFolder);
+    sFolder.AppendSeparator();
+    NoteMissed(String_T<256>(sFolder));
+}
+
 void FileKeepFolder(String_T<256> * pFolder)
 {
     g_dOrphanPaths.Add(pFolder);
@@ -635,9 +642,7 @@ bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames)
     bool const bFault = sPath && !bFound && !plat::LastErrorIsAbsence();
     if (bFault)
     {
-        FoldedPath_c sMissed(sPath);
-        sMissed.AppendSeparator();
-        NoteMissed(String_T<256>(sMissed));
+        FileNoteMissed(sPath);
     }
     if (!bFound || !Facts.bFolder)
     {
@@ -666,7 +671,10 @@ bool FileScanIsWhole(char const * sPath)
 {
     ZQ_ASSERT(sPath);
     FoldedPath_c sPrefix(sPath ? sPath : "");
-    sPrefix.AppendSeparator();
+    if (sPrefix.GetLength() > 0)
+    {
+        sPrefix.AppendSeparator();
+    }
     for (String_T<256> & sMissed : g_dMissed)
     {
         if (sMissed.Begins(sPrefix))

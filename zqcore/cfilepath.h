@@ -55,8 +55,9 @@ extern ZQ_API PathTable_t g_sPaths;
 ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
 
 /// Returns whether scans have seen all of a folder and its subfolders. Returns false if one of them could not be read,
-/// or the system failed at one of its entries, until it is scanned again or removed. sPath is compared as text with the
-/// paths of the scans, as in the functions below.
+/// or the system failed at one of its entries, until it is scanned again or removed. A media root that ModuleFile_c
+/// can't scan, absent or not, counts as such a folder. sPath is compared as text with the paths of the scans, as in the
+/// functions below. An empty one asks about all scans.
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
 /// Calls FileResetFiles. The flag is not used.
