@@ -341,6 +341,17 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
                           "none.txt: there is no such file\n",
                           "x\\n9.9\\t0\\tforged.txt(3,4): the last row has no end; a row ends with the row separator\n",
                           "none\\n.txt: there is no such file\n"));
+    Folder.Write("closed/hidden.txt", "");
+    fs::permissions(Folder.Join("closed"), fs::perms::none);
+    fs::permissions(Folder.GetPath(), fs::perms::all);
+    auto const ScanAndOpen = [&]
+    {
+        Spreadsheet_c Sheet;
+        Scan();
+        Log.Clear();
+        return !Sheet.Open("hidden.txt") && Log.CountHolding("a scan could not see all folders") == 1 ? 0 : 1;
+    };
+    EXPECT_EQ(StatusAsNobody(ScanAndOpen), 0);
     Log.Clear();
     SimpleTextParser_c Parser;
     std::string const sText = "a\n " + std::string(130, '1');
