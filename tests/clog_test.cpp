@@ -137,17 +137,18 @@ TEST_F(Logs, ShowWhatALineOrATerminalWouldObey)
     StartNamedLogs();
     std::string sLines;
     // What a text looks like in a line, and as a name in a line; empty: like the former.
-    for (auto const & [sText, sLine, sName] : Rows_t<std::string, std::string, std::string>{
-             { "C:\\a b", "C:\\a b", "" }, { "a\tb\r\nc", "a\tb\r\nc", "a\\tb\\r\\nc" },
-             { "\x1B[2J\x7F\x01", "\\x1B[2J\\x7F\\x01", "" }, { "\u009B1m\u0085", "\\u009B1m\\u0085", "" },
-             { "\xFF\xC3(\xED\xA0\x80\xC0\x8A", "\\xFF\\xC3(\\xED\\xA0\\x80\\xC0\\x8A", "" },
-             { "\u202Egnp.exe\u2066\u2028", "\\u202Egnp.exe\\u2066\\u2028", "" },
-             { "\u00e4\u20ac\U0001F600\u00a0", "\u00e4\u20ac\U0001F600\u00a0", "" },
-             { std::string(2046, 'x') + "\x1B", std::string(2046, 'x'), "" } })
+    for (auto const & [sText, sLine, sName] :
+        Rows_t<std::string, std::string, std::string>{ { "C:\\a b", "C:\\a b", "" },
+            { "a\tb\r\nc", "a\tb\r\nc", "a\\tb\\r\\nc" }, { "\x1B[2J\x7F\x01", "\\x1B[2J\\x7F\\x01", "" },
+            { "\u009B1m\u0085", "\\u009B1m\\u0085", "" }, { "\x1B", "\\x1B", "" }, { "\n", "\n", "\\n" },
+            { "~", "~", "" }, { "\xFF\xC3(\xED\xA0\x80\xC0\x8A", "\\xFF\\xC3(\\xED\\xA0\\x80\\xC0\\x8A", "" },
+            { "\u202Egnp.exe\u2066\u2028", "\\u202Egnp.exe\\u2066\\u2028", "" },
+            { "\u00e4\u20ac\U0001F600\u00a0", "\u00e4\u20ac\U0001F600\u00a0", "" },
+            { std::string(2046, 'x') + "\x1B", std::string(2046, 'x'), "" } })
     {
         Log("%s", sText.c_str());
         LogText(sText.c_str());
-        LogEscaped("%s", sText.c_str());
+        sText.size() == 1 ? LogEscaped("%c", sText[0]) : LogEscaped("%s", sText.c_str());
         Logf("named", "%s", sText.c_str());
         std::string const & sInLine = sName.empty() ? sLine : sName;
         EXPECT_EQ(TextForLog(sText.c_str()), sInLine.c_str());

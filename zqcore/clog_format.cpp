@@ -192,7 +192,8 @@ namespace
         case 'c':
         {
             auto const c = static_cast<char>(va_arg(Arguments.args, int));
-            Output.PutCharacter(c);
+            char const szShown[] = { c, '\0' };
+            ESCAPED ? Output.PutEscaped(szShown) : Output.PutCharacter(c);
             return c != '\0';
         }
         case 'i':

@@ -10,7 +10,7 @@
 /// (platform/text.h). The fast path serves plain %s, %c, %i, %d, %u, %x, %zu and %%.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
-/// FormatText for texts from outside: what %s inserts is escaped whole, line ends too, as TextForLog does it. Supports
+/// FormatText for texts from outside: what %s and %c insert is escaped whole, line ends too, as TextForLog does it. Supports
 /// the conversions of the fast path only; any other ends the text.
 std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
