@@ -164,6 +164,12 @@ TEST_F(FileLogTest, EachResponseLogHasItsOpens)
         EXPECT_EQ(Read("thegame"), szLogs);
     }
     FileOpenLogEnable("one", 7, false);
+    Log.Clear();
+    for (char const * szForged : { "x\na.txt", "\x1B[2J", "\u009B" })
+    {
+        FileOpenToResponseLog(szForged, 7);
+    }
+    EXPECT_EQ(Log.CountHolding("no response log lists \""), 3);
     Run();
     FileOpenLogEnable("two", 2, false);   // again, which closes the former and starts afresh
     Run();

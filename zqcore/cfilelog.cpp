@@ -220,6 +220,34 @@ namespace
         return bNew;
     }
 
+    // Whether a name can be a line of a list: one with a control character would forge another line, or command the
+    // terminal that shows the list.
+    bool FitsALine(char const * szName)
+    {
+        for (char const * p = szName; *p; ++p)
+        {
+            unsigned char const c0 = static_cast<unsigned char>(p[0]), c1 = static_cast<unsigned char>(p[1]);
+            if (c0 < ' ' || c0 == 0x7F || (c0 == 0xC2 && c1 >= 0x80 && c1 < 0xA0))   // the last are U+0080 to U+009F
+            {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // Whether the response logs are to have a name. One that they can't hold is logged.
+    bool IsWanted(char const * szName)
+    {
+        ZQ_ASSERT_TEXT(szName, "sFileName");
+        bool const bCollected = szName && IsCollecting();
+        bool const bFits = bCollected && FitsALine(szName);
+        if (bCollected && !bFits)
+        {
+            LogEscaped("filesystem: no response log lists \"%s\", it holds control characters", szName);
+        }
+        return bFits;
+    }
+
     void WriteResponse(char const * szName)
     {
         for (ResponseLog_s const & Response : g_dResponseLogs)
@@ -312,15 +340,18 @@ void FileOpenLogMode(std::uint32_t dwMode)
 
 void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
 {
-    plat::LockScope_c const Scope(g_ResponseLock);
-    ValueScope_T const Mode(g_dwFileOpenLogMode, dwMode);
-    ResourceLoadCallback(sName);
+    if (IsWanted(sName))
+    {
+        MemCategoryScope_c const Category(mem::file);
+        plat::LockScope_c const Scope(g_ResponseLock);
+        ValueScope_T const Mode(g_dwFileOpenLogMode, dwMode);
+        WriteResponse(sName);
+    }
 }
 
 void ResourceLoadCallback(char const * sFileName)
 {
-    ZQ_ASSERT(sFileName);
-    if (sFileName && IsCollecting())
+    if (IsWanted(sFileName))
     {
         MemCategoryScope_c const Category(mem::file);
         plat::LockScope_c const Scope(g_ResponseLock);
