@@ -175,8 +175,14 @@ namespace plat
             return sName == "." || sName == "..";
         }
 
-        // Writes the first entry, in the order of listings, whose folded name is that of szName over it; false if there
-        // is none.
+        // Whether an error says more than that a name is not there or may not be looked for.
+        bool IsFault(int iError)
+        {
+            return iError != ENOENT && iError != ENOTDIR && iError != EACCES && iError != ELOOP;
+        }
+
+        // Writes the first entry, in the order of listings, whose folded name is that of szName over it; false, with
+        // errno, if there is none or the folder can't be read to its end.
         bool FindInFolder(int iFolder, char * szName)
         {
             bool bFound = false;
@@ -189,7 +195,8 @@ namespace plat
                     bFound = true;
                 }
             }
-            return bFound;
+            errno = Reader.IsBroken() ? errno : ENOENT;
+            return bFound && !Reader.IsBroken();
         }
     }
 
@@ -319,7 +326,7 @@ namespace plat
                 return true;
             }
         }
-        errno = iError;
+        errno = m_iFault != 0 ? m_iFault : iError;
         return false;
     }
 
@@ -358,13 +365,14 @@ namespace plat
         return bChanged;
     }
 
-    // Spells the name at iBegin, which ends the path for the moment, as the folder before it does; false if that has
-    // no such name.
+    // Spells the name at iBegin, which ends the path for the moment, as the folder before it does; false, with errno, if
+    // that has no such name or can't be searched.
     bool DiskPath_c::SpellName(std::size_t iBegin, FolderKey_c const & Folder)
     {
         std::size_t const nName = std::strlen(m_szPath + iBegin);
         if (nName > NAME_MAX || IsDots(m_szPath + iBegin))
         {
+            errno = ENOENT;
             return false;
         }
         char szName[NAME_MAX + 1];
@@ -395,6 +403,7 @@ namespace plat
                 bChanged = errno == ENOENT && SpellName(iBegin, Key);
                 if (!bChanged)
                 {
+                    m_iFault = IsFault(errno) ? errno : 0;
                     m_szPath[iEnd] = cEnd;
                     return false;
                 }

@@ -26,7 +26,8 @@ namespace plat
 
         /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno says that
         /// there is no such name, or that a link leads nowhere, as listings leave that out. The last call's result;
-        /// ENAMETOOLONG without a call if the path does not fit.
+        /// ENAMETOOLONG without a call if the path does not fit. If a folder on the way can't be searched for a fault of
+        /// the system, errno is that fault and not ENOENT: the path may name something in another spelling.
         template <typename TRY>
         int Try(TRY fnTry)
         {
@@ -71,6 +72,7 @@ namespace plat
         char const * m_szOriginal;
         std::size_t m_nLength;
         Tried_e m_eTried = Tried_e::AsWritten;
+        int m_iFault = 0;   // of the search of the folders
         bool m_bTooLong;
         char m_szPath[PATH_MAX];
     };
