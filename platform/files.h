@@ -100,7 +100,7 @@ namespace plat
     /// earlier calls ".2" to ".nFormer", and the stream goes on with a new file szPath; with nFormer 0 the file is
     /// emptied. A file that another process has begun anew already is left to its name. StreamOpenLog has opened
     /// pStream with szPath; others may write to it meanwhile. Returns the bytes of the stream's file, which after a
-    /// failure is the old one.
+    /// failure is the old one; 0 if the system can't say.
     std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nFormer);
 
     /// Whether a stream is as StreamOpenLog opens it, and not another one at the same address.

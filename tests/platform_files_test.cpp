@@ -302,6 +302,23 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
     EXPECT_EQ(m_Folder.Read("Keep/file"), "kept");
 }
 
+TEST_F(PlatformFiles, ALogThatCantBeBegunAnewGoesOnInItsFile)
+{
+    int const dLow[] = { dup(0), dup(0), dup(0) };
+    std::string const sLog = m_Folder.Join("log");
+    std::FILE * const pStream = plat::StreamOpenLog(sLog.c_str());
+    plat::StreamWriteThrough(pStream, "line\n", 5);
+    std::for_each(std::begin(dLow), std::end(dLow), close);
+    {
+        FewDescriptors_c const Few(static_cast<rlim_t>(fileno(pStream)));   // the stream can't be another file's
+        EXPECT_EQ(plat::StreamLimitLog(pStream, sLog.c_str(), 3, 1), 5u);
+    }
+    EXPECT_EQ(plat::StreamLimitLog(pStream, sLog.c_str(), 3, 1), 0u);
+    close(fileno(pStream));
+    EXPECT_EQ(plat::StreamLimitLog(pStream, sLog.c_str(), 3, 1), 0u) << "the system can't say";
+    std::fclose(pStream);
+}
+
 // What another user may have planted under the name of a file that is written: nothing is written through it, and
 // nothing waits for it.
 TEST_F(PlatformFiles, WritesThroughNothingThatWasPlanted)

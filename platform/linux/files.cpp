@@ -271,16 +271,21 @@ namespace plat
     {
         int const iFile = fileno(pStream);
         struct stat Own;
-        if (fstat(iFile, &Own) != 0 || static_cast<std::uint64_t>(Own.st_size) <= nLimit)
+        if (fstat(iFile, &Own) != 0)
         {
-            return static_cast<std::uint64_t>(Own.st_size);
+            return 0;
+        }
+        auto const nOwn = static_cast<std::uint64_t>(Own.st_size);
+        if (nOwn <= nLimit)
+        {
+            return nOwn;
         }
         DiskPath_c Path(szPath);
         struct stat Named;
         bool const bNamed = Path.Try([&Named](char const * szTry) { return lstat(szTry, &Named); }) == 0;
         if (nFormer == 0)
         {
-            return ftruncate(iFile, 0) == 0 ? 0 : static_cast<std::uint64_t>(Own.st_size);
+            return ftruncate(iFile, 0) == 0 ? 0 : nOwn;
         }
         if (bNamed && Named.st_dev == Own.st_dev && Named.st_ino == Own.st_ino)
         {
@@ -290,11 +295,10 @@ namespace plat
         struct stat Fresh;
         if (!New.IsOpen() || fstat(New.Get(), &Fresh) != 0)
         {
-            return static_cast<std::uint64_t>(Own.st_size);
+            return nOwn;
         }
         flock(New.Get(), LOCK_SH | LOCK_NB);   // keeps the next run from emptying it
-        dup3(New.Get(), iFile, O_CLOEXEC);
-        return static_cast<std::uint64_t>(Fresh.st_size);
+        return dup3(New.Get(), iFile, O_CLOEXEC) >= 0 ? static_cast<std::uint64_t>(Fresh.st_size) : nOwn;
     }
 
     bool StreamIsUnbuffered(std::FILE * pStream)
