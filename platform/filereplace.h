@@ -15,15 +15,17 @@ namespace plat
     /// the file that has it in any spelling, or of a symbolic link. A shared file gets the access rights of the file
     /// that it replaces; if that is another user's, it gets none that it does not have. In one step: at any moment, even
     /// after a power failure, that name has all of the old contents or all of the new.
-    /// False, with nothing changed, on failure, if szFrom is no longer that file, and if szTo is a folder, a pipe or a
-    /// device. False too if the folder can't be synchronized: then szTo has the new contents unless the power fails.
+    /// False, with nothing changed, on failure, if szFrom is no longer that file, if szTo is a folder, a pipe or a device,
+    /// and if the folder can't be opened for the synchronization. False too if that fails: then szTo has the new contents
+    /// unless the power fails.
     bool FileReplace(File_t hFile, char const * szFrom, char const * szTo, Rights_e eRights = Rights_e::Shared);
 
     /// Gives a file another name in its folder; false on failure. A file that has the name already is replaced with
     /// bReplace, and is a failure without.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Gives a file, or a symbolic link, a second name, which nothing may have. Where the file system has no second names, makes a copy.
+    /// Gives a file, or a symbolic link, a second name, which nothing may have. Where the file system has no second names,
+    /// makes a copy and synchronizes it. False on failure.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Whether a file, or anything else, has the name, a link that leads nowhere included. True too where the system
@@ -34,7 +36,7 @@ namespace plat
     bool FileIsSame(char const * szPath, char const * szOther);
 
     /// A lock on a path, from Take to Drop. The system drops it with the process. While it is taken, a file of the
-    /// owner alone has that name. A child of a fork doesn't hold its parent's lock. A file system that knows no locks
+    /// owner alone has that name. A child of a fork neither holds its parent's lock nor keeps it. A file system that knows no locks
     /// excludes nobody.
     class NameLock_c
     {
@@ -56,14 +58,14 @@ namespace plat
         /// Deletes the file and drops the lock. Requires the path of Take. Does nothing if the lock isn't taken.
         void Drop(char const * szPath);
 
-        bool IsTaken() const;
+        bool IsTaken() const { return m_hFile != nullptr; }
 
         /// Whether Take met the file of a process that ended without Drop.
         bool WasLeft() const { return m_bLeft; }
 
     private:
-        File_t m_hFile = nullptr;
-        int m_iProcess = 0;
+        File_t m_hFile = nullptr;   // null in a child of a fork
         bool m_bLeft = false;
+        alignas(void *) unsigned char m_dDrop[4 * sizeof(void *)] = {};   // what the system needs; zero without
     };
 }

@@ -113,9 +113,16 @@ namespace plat
     /// Creates one folder; false if it is there already or can't be made.
     bool FolderCreate(char const * szPath);
 
+    /// Whether what was written must be on the disk when a function returns.
+    enum class Durability_e
+    {
+        Written,
+        Synchronized
+    };
+
     /// Copies a regular file's contents and write time over szTo, opened by the rule of filewrite.h; false on failure,
-    /// which may leave a part of them there. A file is not copied onto itself.
-    bool FileCopy(char const * szFrom, char const * szTo);
+    /// which may leave a part of them there. A file is not copied onto itself. Synchronizes no folder.
+    bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability = Durability_e::Written);
 
     /// Deletes a file, or a folder with all it holds; links are removed, not followed. False if there was nothing, or
     /// if anything is left. A path that ends in "." or "..", or is the root, is refused.

@@ -6,7 +6,7 @@
 // Whatever the library writes, here and through streams, follows one rule: a file that is not there is made exclusively;
 // one that is there must be a regular file. A symbolic link as the last name is refused, not followed, wherever it
 // leads; so are pipes, sockets, devices and folders, which are never waited for. So is, in a sticky folder that others
-// may write to, a file that another user owns or that has a second name.
+// may write to, a file that has a second name, or that neither this user nor the folder's owner owns.
 #pragma once
 
 #include "platform/files.h"
@@ -42,6 +42,7 @@ namespace plat
     bool FileFinish(File_t hFile);
 
     /// Makes the folders on the way to a file, the outermost first. Those that are there, and those that can't be made,
-    /// are passed over.
-    void FoldersCreate(char const * szFilePath);
+    /// are skipped. Synchronized: the name of each folder that was made is on the disk. False, with the folder removed,
+    /// if one can't be synchronized.
+    bool FoldersCreate(char const * szFilePath, Durability_e eDurability = Durability_e::Written);
 }

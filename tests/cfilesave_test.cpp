@@ -133,10 +133,17 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
     FileSave_c Save(sPath.c_str());
     EXPECT_TRUE(Store(Save, 7));
     {
+        FileSave_c Spelled(Folder.Join("ONE.sav").c_str());
+        FileSaveWriter_c Writer(Save);
+        EXPECT_TRUE(Writer.Write("x", 1));
+        plat::SpellingsForget();
         FewDescriptors_c const None(0);
         EXPECT_EACH(Load(Save) == -FileSave_c::UNREADABLE, !Store(Save, 8));
         EXPECT_EQ(s_sWhyNot + Save.GetWhyNot(), "Too many open filesToo many open files");
+        EXPECT_EQ(Load(Spelled), -FileSave_c::UNREADABLE) << "in another spelling: " << Spelled.GetWhyNot();
+        EXPECT_FALSE(Writer.Commit()) << "its name can't be synchronized";
     }
+    EXPECT_EQ(Load(Save), 7);
     for (rlim_t nBytes : { 0, 15, 20, 30 })   // the archive has 16 bytes
     {
         FullDisk_c const Full(nBytes);
@@ -160,6 +167,19 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
     EXPECT_EQ(StatusOfChild(StartChild([&Save] { return Save.~FileSave_c(), 0; })), 0) << "a child's copy";
     EXPECT_FALSE(FileSave_c(sPath.c_str()).IsLocked());
     EXPECT_EACH(Store(Save, 1), Load(Save) == 1);
+
+    std::string const sHeld = Folder.Join("held.sav");
+    Gate_c const Held, End;
+    pid_t const iHolder = StartChild(
+        [&]
+        {
+            FileSave_c const Mine(sHeld.c_str());
+            StartChild([&] { return End.Wait() ? 0 : 1; });
+            return Held.Open() && End.Wait() ? 0 : 1;
+        });
+    EXPECT_EACH(Held.Wait(), KillChild(iHolder));
+    EXPECT_TRUE(FileSave_c(sHeld.c_str()).IsLocked()) << "the child of a dead holder lives";
+    EXPECT_TRUE(End.Open());
 
     std::string const sShared = Folder.Join("shared.sav");
     auto const Host = [&sShared](int)

@@ -116,7 +116,11 @@ FileSave_c::FileSave_c(char const * szFile)
     {
         *p = CharToLower(*p);
     }
-    plat::FoldersCreate(m_sFile);
+    if (!plat::FoldersCreate(m_sFile, plat::Durability_e::Synchronized))
+    {
+        m_sWhyNot = m_sWhyNoLock = LastErrorReason();
+        return;
+    }
     plat::NameLock_c::Result_e const eResult = m_Lock.Take(m_sLock);
     if (eResult == plat::NameLock_c::FAILED)
     {

@@ -2,27 +2,25 @@
 
 #include "platform/filereplace.h"
 
-#include "platform/linux/descriptor.h"
+#include "platform/fork.h"
+#include "platform/linux/forkdrop.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
 
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <new>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <type_traits>
+#include <utility>
 
 namespace plat
 {
     namespace
     {
         constexpr mode_t RIGHTS = 0777;
-
-        // Whether the file system knows no such call.
-        bool IsUnknown(int iError)
-        {
-            return iError == EINVAL || iError == ENOSYS || iError == EOPNOTSUPP;
-        }
 
         // Looks at a name itself, in any spelling.
         int StatOf(DiskPath_c & Path, struct stat & Stat)
@@ -75,36 +73,26 @@ namespace plat
             }
         }
 
-        int SyncFully(int iFile)
+        constinit Lock_c g_TakeLock;   // held from the open of a lock's file until a fork knows it
+        ForkLock_c const g_TakeForkLock(g_TakeLock);
+
+        template <std::size_t N>
+        ForkDrop_s & DropIn(unsigned char (&dBytes)[N])
         {
-            int iResult;
-            do
-            {
-                iResult = fsync(iFile);
-            }
-            while (iResult != 0 && errno == EINTR);
-            return iResult;
+            static_assert(sizeof(ForkDrop_s) == N && std::is_trivial_v<ForkDrop_s>);
+            return *std::launder(reinterpret_cast<ForkDrop_s *>(dBytes));
         }
 
-        // Writes the names in a file's folder to the disk. A folder that may not be read is left to the file's own
-        // journal entry, and so is one on a file system that synchronizes no folders.
-        bool SyncFolderOf(char const * szPath, int iFile)
+        // In the child of a fork, whose copy would hold the lock on after its parent is killed.
+        void CloseLock(void * pFile)
         {
-            char szFolder[PATH_MAX] = ".";
-            if (char const * const szSlash = std::strrchr(szPath, '/'))
-            {
-                auto const nFolder = static_cast<std::size_t>(szSlash + 1 - szPath);
-                std::memcpy(szFolder, szPath, nFolder);
-                szFolder[nFolder] = '\0';
-            }
-            Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-            return Folder.IsOpen() ? SyncFully(Folder.Get()) == 0 || IsUnknown(errno) : SyncFully(iFile) == 0;
+            FileClose(std::exchange(*static_cast<File_t *>(pFile), nullptr));
         }
     }
 
     bool FileSync(File_t hFile)
     {
-        return SyncFully(DescriptorOf(hFile)) == 0;
+        return SyncFully(DescriptorOf(hFile));
     }
 
     bool FileReplace(File_t hFile, char const * szFrom, char const * szTo, Rights_e eRights)
@@ -134,7 +122,8 @@ namespace plat
         {
             TakeRights(iFile, Stat);
         }
-        return rename(From.Get(), To.Get()) == 0 && SyncFolderOf(To.Get(), iFile);
+        FolderSync_c const Folder(To.Get(), iFile);
+        return Folder.IsReady() && rename(From.Get(), To.Get()) == 0 && Folder.Sync();
     }
 
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace)
@@ -150,7 +139,7 @@ namespace plat
             return true;
         }
         // Without bReplace: a file system that can't exclude others who make the name at this moment.
-        return (bReplace || IsUnknown(errno)) && rename(From.Get(), To.Get()) == 0;
+        return (bReplace || IsUnknownCall(errno)) && rename(From.Get(), To.Get()) == 0;
     }
 
     bool FileKeepAs(char const * szFrom, char const * szTo)
@@ -167,8 +156,8 @@ namespace plat
             return false;
         }
         bool const bRefused = link(From.Get(), To.Get()) != 0;
-        bool const bNoLinks = errno == EPERM || errno == EMLINK || IsUnknown(errno);
-        return !bRefused || (bNoLinks && FileCopy(szFrom, szTo));
+        bool const bNoLinks = errno == EPERM || errno == EMLINK || IsUnknownCall(errno);
+        return !bRefused || (bNoLinks && FileCopy(szFrom, szTo, Durability_e::Synchronized));
     }
 
     bool PathIsTaken(char const * szPath)
@@ -189,6 +178,7 @@ namespace plat
     NameLock_c::Result_e NameLock_c::Take(char const * szPath)
     {
         constexpr int TRIES = 100;
+        LockScope_c const Scope(g_TakeLock);
         for (int i = 0; i < TRIES; ++i)
         {
             Descriptor_c File(OpenToWrite(szPath, O_RDWR | O_CREAT | O_EXCL, PRIVATE_FILE_MODE));
@@ -205,7 +195,7 @@ namespace plat
             {
                 return FAILED;
             }
-            if (flock(File.Get(), LOCK_EX | LOCK_NB) != 0 && !IsUnknown(errno))
+            if (flock(File.Get(), LOCK_EX | LOCK_NB) != 0 && !IsUnknownCall(errno))
             {
                 if (errno == EINTR)
                 {
@@ -217,8 +207,8 @@ namespace plat
             if (IsStill(Path, File.Get()))
             {
                 m_hFile = HandleOf(File.Release());
-                m_iProcess = getpid();
                 m_bLeft = !bNew;
+                ForkDropAdd(DropIn(m_dDrop), CloseLock, &m_hFile);
                 return TAKEN;
             }
         }
@@ -233,20 +223,13 @@ namespace plat
         }
         int const iFile = DescriptorOf(m_hFile);
         DiskPath_c Path(szPath);
-        if (IsTaken() && IsStill(Path, iFile))
+        if (IsStill(Path, iFile))
         {
             unlinkat(AT_FDCWD, Path.Get(), 0);
         }
-        if (IsTaken())
-        {
-            flock(iFile, LOCK_UN);   // though a forked child still has the file open
-        }
+        ForkDropRemove(DropIn(m_dDrop));
+        flock(iFile, LOCK_UN);   // a process that was started without the calls of a fork may have the file open
         close(iFile);
         m_hFile = nullptr;
-    }
-
-    bool NameLock_c::IsTaken() const
-    {
-        return m_hFile && m_iProcess == getpid();
     }
 }

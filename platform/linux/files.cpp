@@ -344,7 +344,7 @@ namespace plat
         return mkdir(Path.Get(), NEW_FOLDER_MODE) == 0;
     }
 
-    bool FileCopy(char const * szFrom, char const * szTo)
+    bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability)
     {
         File_t const hFrom = FileOpenRead(szFrom, Share_e::ReadWrite);
         Descriptor_c const From(hFrom != nullptr ? DescriptorOf(hFrom) : -1);
@@ -354,7 +354,8 @@ namespace plat
             return false;
         }
         Descriptor_c To(OpenToWrite(szTo, O_WRONLY | O_CREAT, Stat.st_mode & NEW_FILE_MODE));
-        return To.IsOpen() && CopyOver(From.Get(), To.Get()) && close(To.Release()) == 0;
+        return To.IsOpen() && CopyOver(From.Get(), To.Get())
+               && (eDurability == Durability_e::Written || SyncFully(To.Get())) && close(To.Release()) == 0;
     }
 
     bool TreeDelete(char const * szPath)

@@ -22,6 +22,27 @@ namespace plat
         {
             return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
         }
+
+        // Writes the name of a folder that was made to the disk.
+        bool SyncNameOf(char const * szFolder)
+        {
+            DiskPath_c Path(szFolder);
+            Path.TrimSeparators();
+            if (!IsThere(Path))
+            {
+                return false;
+            }
+            Descriptor_c const Made(open(Path.Get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            FolderSync_c const Parent(Path.Get(), Made.Get());
+            if (Made.IsOpen() && Parent.IsReady() && Parent.Sync())
+            {
+                return true;
+            }
+            int const iError = errno;
+            unlinkat(AT_FDCWD, Path.Get(), AT_REMOVEDIR);   // a later call makes and synchronizes it anew
+            errno = iError;
+            return false;
+        }
     }
 
     File_t FileCreate(char const * szPath)
@@ -73,7 +94,7 @@ namespace plat
         return close(DescriptorOf(hFile)) == 0 || errno == EINTR;
     }
 
-    void FoldersCreate(char const * szFilePath)
+    bool FoldersCreate(char const * szFilePath, Durability_e eDurability)
     {
         char szLevel[PATH_MAX];
         for (char const * p = szFilePath; *p && p - szFilePath < PATH_MAX - 1; ++p)
@@ -83,8 +104,12 @@ namespace plat
                 auto const nLength = static_cast<std::size_t>(p - szFilePath);
                 std::memcpy(szLevel, szFilePath, nLength);
                 szLevel[nLength] = '\0';
-                FolderCreate(szLevel);
+                if (FolderCreate(szLevel) && eDurability == Durability_e::Synchronized && !SyncNameOf(szLevel))
+                {
+                    return false;
+                }
             }
         }
+        return true;
     }
 }

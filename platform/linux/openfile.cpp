@@ -3,7 +3,6 @@
 
 #include "platform/linux/openfile.h"
 
-#include "platform/linux/descriptor.h"
 #include "platform/linux/spelling.h"
 
 #include <cstring>
@@ -13,21 +12,22 @@ namespace plat
 {
     namespace
     {
-        // Opens the folder of a path and returns the name in it. The folder is not open if there is none.
-        char const * OpenFolderOf(char const * szPath, Descriptor_c & Folder)
+        // Opens the folder of a path, as O_PATH or O_RDONLY says, and returns the name in it. The folder is not open if
+        // there is none.
+        char const * OpenFolderOf(char const * szPath, Descriptor_c & Folder, int iAccess = O_PATH)
         {
-            constexpr int FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
+            int const iFlags = iAccess | O_DIRECTORY | O_CLOEXEC;
             char const * const szSlash = std::strrchr(szPath, '/');
             if (szSlash == nullptr)
             {
-                Folder.Reset(open(".", FLAGS));
+                Folder.Reset(open(".", iFlags));
                 return szPath;
             }
             char szFolder[PATH_MAX];
             auto const nFolder = static_cast<std::size_t>(szSlash + 1 - szPath);
             std::memcpy(szFolder, szPath, nFolder);
             szFolder[nFolder] = '\0';
-            Folder.Reset(open(szFolder, FLAGS));
+            Folder.Reset(open(szFolder, iFlags));
             return szSlash + 1;
         }
 
@@ -97,6 +97,29 @@ namespace plat
     {
         struct stat Stat;
         return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) == 0;
+    }
+
+    bool SyncFully(int iFile)
+    {
+        int iResult;
+        do
+        {
+            iResult = fsync(iFile);
+        }
+        while (iResult != 0 && errno == EINTR);
+        return iResult == 0;
+    }
+
+    FolderSync_c::FolderSync_c(char const * szPath, int iNamed)
+        : m_iNamed(iNamed)
+    {
+        OpenFolderOf(szPath, m_Folder, O_RDONLY);
+        m_bUnreadable = !m_Folder.IsOpen() && errno == EACCES;
+    }
+
+    bool FolderSync_c::Sync() const
+    {
+        return m_Folder.IsOpen() ? SyncFully(m_Folder.Get()) || IsUnknownCall(errno) : SyncFully(m_iNamed);
     }
 
     int MakeAnew(int iFolder, char const * szName, mode_t iMode)

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "platform/files.h"
+#include "platform/linux/descriptor.h"
 
 #include <fcntl.h>
 #include <sys/types.h>
@@ -22,6 +23,13 @@ namespace plat
 
     /// Flags that make a file for writing: a name that is there in any form is refused.
     inline constexpr int MAKE_NEW = O_WRONLY | O_CREAT | O_EXCL | UNTRUSTED;
+
+    /// Whether an error says that the file system knows no such call. A network file system without a lock daemon says
+    /// ENOLCK of a lock.
+    inline bool IsUnknownCall(int iError)
+    {
+        return iError == EINVAL || iError == ENOSYS || iError == EOPNOTSUPP || iError == ENOLCK;
+    }
 
     inline int DescriptorOf(File_t hFile)
     {
@@ -51,6 +59,30 @@ namespace plat
     /// Whether a path names anything, a link that leads nowhere included.
     bool IsThere(DiskPath_c & Path);
 
+    /// Synchronizes a file or an open folder; false on failure.
+    bool SyncFully(int iFile);
+
+    /// The folder of a path as the disk spells it, opened before a name in it changes: then nothing changes if it can't
+    /// be opened. A folder that may not be read is left to the journal entry of the file or folder of that name, iNamed,
+    /// which must stay open.
+    class FolderSync_c
+    {
+    public:
+        FolderSync_c(char const * szPath, int iNamed);
+
+        /// Whether Sync can be called.
+        bool IsReady() const { return m_Folder.IsOpen() || m_bUnreadable; }
+
+        /// Writes the names in the folder to the disk; false on failure. True on a file system that synchronizes no
+        /// folders.
+        bool Sync() const;
+
+    private:
+        Descriptor_c m_Folder;
+        int m_iNamed;
+        bool m_bUnreadable;
+    };
+
     /// Makes a file for writing in an open folder, in place of one that a dead writer left there. Returns -1 on failure,
     /// also if what is there can't be unlinked.
     int MakeAnew(int iFolder, char const * szName, mode_t iMode);
@@ -59,6 +91,6 @@ namespace plat
     /// in the path's own spelling, exclusively and in the folder that was found; with O_EXCL too, one that is there in
     /// any spelling is refused. O_TRUNC empties a file that passed. Returns -1 on failure: ELOOP for a link as the last
     /// name, EINVAL for what is no regular file, EACCES for a file in a sticky folder that others may write to, if
-    /// another user owns it or it has a second name.
+    /// it has a second name, or neither this user nor the folder's owner owns it.
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode);
 }
