@@ -2,7 +2,7 @@
 //
 // The first byte is the room for what is converted, modulo that of the whole; the rest, up to a zero, is the text.
 #include "fuzz/fuzz_support.h"
-#include "platform/linux/registryrecord.h"
+#include "platform/common/registryrecord.h"
 #include "platform/text.h"
 #include "zqcore/cfile_internal.h"
 

@@ -2,7 +2,7 @@
 //
 // Bit 0 of the first byte has the check sum corrected; the rest is the record.
 #include "fuzz/fuzz_support.h"
-#include "platform/linux/registryrecord.h"
+#include "platform/common/registryrecord.h"
 
 #include <fcntl.h>
 #include <fstream>

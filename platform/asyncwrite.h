@@ -1,9 +1,12 @@
 // asyncwrite.h: a file that is written beside its thread, one write at a time.
 //
-// The caller's bytes go to the disk while the caller goes on; they must stay as they are until the write is done. Where
-// the system offers nothing of the kind, a write is done when it returns; nothing else differs. All calls on a file
-// belong to one thread. A forked process has none of the files of its parent: the parent writes on alone. No memory is
-// taken. A call that fails leaves the reason for LastErrorText (process.h).
+// The caller's bytes go to the disk while the caller goes on. They must stay as they are until the write is done. Where
+// the system has no such writes, a write is done when it returns; nothing else differs.
+//
+// Ownership: a child process has none of its parent's files, so the parent alone writes on.
+// Threads: all calls on a file belong to one thread.
+// Cost: allocates nothing.
+// Failure: a call that fails leaves the reason for LastErrorText (process.h).
 #pragma once
 
 #include "platform/filewrite.h"
@@ -50,7 +53,7 @@ namespace plat
         std::uint64_t m_nOffset = 0;   // of the write under way, or of what is left of it
         char const * m_pData = nullptr;
         std::size_t m_nLeft = 0;
-        int m_iError = 0;                                                   // of a write that was done when it returned
-        alignas(std::uint64_t) unsigned char m_dSystem[SYSTEM_SIZE] = {};   // what the system needs; zero without
+        int m_iError = 0;   // the system's error of a write that was done when it returned
+        alignas(std::uint64_t) unsigned char m_dSystem[SYSTEM_SIZE] = {};   // the system's own, zero until it is used
     };
 }

@@ -1,8 +1,8 @@
 // breakpoints.h: the debug registers of a thread, through which its own accesses to data and code are caught.
 //
 // The registers follow the IA-32 architecture: four addresses and a control word (DR7) with an enable bit, two bits for
-// the kind of access and two for the length of each. A thread that hits one gets the signal or exception of a single
-// step. They bind the thread that writes them, and go with it; a forked process starts with none. A write costs one
+// the kind of access and two for the length of each. A thread that hits one has a fault of FAULT_SINGLE_STEP (faults.h).
+// They bind the thread that writes them, and go with it; a forked process starts with none. A write costs one
 // call to the system for each register that changes, a read one in all.
 #pragma once
 

@@ -1,9 +1,11 @@
-// clipboard.h: a place for data that all processes of the user share, one process at a time.
+// clipboard.h: the user's store of data that processes exchange, open to one process at a time.
 //
-// Data are kept under formats, each a name of at most 255 bytes. Whoever has the clipboard open has it alone; a process that
-// ends, however it ends, closes it, and a child process finds it closed. Data reach the others when they are set, as a
-// whole: a process killed on the way leaves the previous data. The clipboard is a folder on disk and survives the
-// processes; a block is limited to 64 MiB. One thread of a process at a time.
+// - Data are kept under formats, each a name of at most 255 bytes. A block has at most 64 MiB.
+// - The process that opens the clipboard has it alone. A process that ends, however it ends, closes it. A child process
+//   finds it closed.
+// - Data reach other processes when they are set, as a whole. A process that is killed meanwhile leaves the previous data.
+//
+// Threads: one thread of a process at a time.
 #pragma once
 
 #include "platform/compiler.h"
@@ -14,8 +16,8 @@ namespace plat
 {
     constexpr std::size_t CLIPBOARD_LIMIT = 64 * 1024 * 1024;   // bytes of a block
 
-    /// Puts the clipboard's folder elsewhere; null for the default, ".config/zqcore/clipboard" in the user's home. The
-    /// text is copied. The clipboard must be closed.
+    /// Keeps the clipboard at another place, which a host or a test names; null restores the user's. Where it is made of
+    /// files, a place is a folder. The text is copied. Requires a closed clipboard.
     ZQ_API void ClipboardSetFolder(char const * szFolder);
 
     /// The number of a format, the same for names that differ in ASCII case only; 0 if it can't be had.
@@ -58,7 +60,7 @@ namespace plat
     /// Waits before another try to open.
     void ClipboardWait(unsigned int nMilliseconds);
 
-    /// Puts a function in the place of the waiting, or null to end that; the former one. For tests.
+    /// Replaces the wait function; null restores the default. Returns the previous one. For tests.
     using ClipboardWait_t = void (*)(unsigned int nMilliseconds);
     ClipboardWait_t ClipboardSetWait(ClipboardWait_t fnWait);
 }

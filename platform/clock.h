@@ -36,6 +36,6 @@ namespace plat
     void LocalTimeKeep();
 
     /// Local time of day by the difference that was kept last, so that a change to or from summer time since then is
-    /// not seen. May run in a signal handler, unlike LocalTime.
+    /// not seen. A fault filter may call it, unlike LocalTime.
     LocalTime_t LocalTimeByKept();
 }

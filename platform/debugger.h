@@ -10,11 +10,12 @@ namespace plat
 
     /// Sends text to the debugger's output: to the installed receiver, else to standard error while a debugger is
     /// attached, else nowhere.
-    void DebugOutput(char const * szText);
+    ZQ_API void DebugOutput(char const * szText);
 
     /// Installs a receiver; null restores the default. Returns the previous one. Any thread; calls of the previous
     /// receiver may still be running on others.
     ZQ_API DebugOutput_t DebugOutputSet(DebugOutput_t fnReceiver);
 
-    bool DebuggerIsPresent();
+    /// Whether a debugger is attached to this process.
+    ZQ_API bool DebuggerIsPresent();
 }

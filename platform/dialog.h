@@ -57,15 +57,15 @@ namespace plat
     using DialogHandler_t = DialogAnswer_e (*)(Dialog_t const & Dialog);
 
     /// Shows the dialog and waits for the answer. Any thread.
-    DialogAnswer_e DialogShow(Dialog_t const & Dialog);
+    ZQ_API DialogAnswer_e DialogShow(Dialog_t const & Dialog);
 
-    /// Prints a caption and a text on standard error, as a dialog does that nobody attends. Any thread and a crash path:
-    /// takes no heap and no lock.
-    void DialogPrint(char const * szCaption, char const * szText);
+    /// Prints a caption and a text on standard error, as a dialog does that nobody attends. Any thread. Uses no heap and no
+    /// lock, so a fault filter may call it.
+    ZQ_API void DialogPrint(char const * szCaption, char const * szText);
 
     /// Whether there is someone to answer: a host's dialog, or a terminal.
-    bool DialogIsAttended();
+    ZQ_API bool DialogIsAttended();
 
-    /// Installs a host's dialog, or null for the default; returns the former one.
+    /// Replaces the dialog; null restores the default. Returns the previous one.
     ZQ_API DialogHandler_t DialogSetHandler(DialogHandler_t fnHandler);
 }

@@ -1,12 +1,13 @@
-// faults.h: the faults of this process: what they were, where, with which registers, and who hears of them first.
+// faults.h: the faults of this process: which fault, where, and with which registers.
 //
-// A filter gets each fault that nothing else handles, on the thread that faulted and on that thread's alternate stack:
-// it may use neither the heap nor a lock. One filter is set at a time; whoever sets one keeps the former and calls it.
-// After the filter the fault goes to whatever handled it before the first filter was set, with the thread as it was;
-// without that the process ends as by the fault. An uncaught C++ exception is told on the stack that threw it.
+// A filter receives each fault that nothing else handles, on the thread that faulted. It runs on a stack of that thread's
+// own for faults, and an uncaught C++ exception on the stack that threw it. The filter may use neither the heap nor a lock.
 //
-// One thread is told at a time. Another one that faults meanwhile waits until the first has been told, then its fault
-// passes the filter by. A fault of a filter outside a guarded call passes on as well.
+// - One filter is set at a time. Whoever sets one keeps the previous one and calls it.
+// - After the filter the fault goes to what handled it before the first filter was set, with the thread as it was. Without
+//   a handler the process terminates as if the fault were unhandled.
+// - One thread at a time runs the filter. Another one that faults meanwhile waits for it, and then skips the filter.
+// - A fault in a filter, outside a guarded call, skips the filter too.
 #pragma once
 
 #include "platform/compiler.h"
@@ -73,26 +74,26 @@ namespace plat
     /// instruction runs again.
     using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
 
-    /// Sets the filter, null for none, and returns the former one. The first one hooks the faults and joins the calling
+    /// Sets the filter, null for none, and returns the previous one. The first one hooks the faults and joins the calling
     /// thread, null unhooks them.
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
-    /// Gives the calling thread an alternate stack, so that a fault of a full stack can be told; false if refused.
-    /// The main thread and the library's threads have one. It goes with the thread.
+    /// Gives the calling thread a stack for faults, so that a stack overflow on it is reported too. Returns false if the
+    /// system refuses. The main thread and the library's threads have one. It is released when the thread ends.
     ZQ_API bool FaultThreadJoin();
 
     /// The caller's registers, with the caller as the place of the fault.
-    void FaultContextCapture(FaultContext_t * pContext);
+    ZQ_API void FaultContextCapture(FaultContext_t * pContext);
 
     /// The system's text for a code that has no name, cut to nSize - 1 bytes; never null, always terminated. Of an
     /// uncaught exception, while the filter runs: its type and what it says.
-    void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
+    ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
-    /// Calls fnCall(pArgument), within a filter or on the one thread that it waits for. False if a fault of this thread
-    /// ended the call, or the time was up: what the call held then is held for ever. 0 milliseconds are no limit.
-    /// Guarded calls may nest; the limit of an outer one holds inside as well.
-    bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
+    /// Calls fnCall(pArgument), within a filter or on the one thread that it waits for. Returns false if a fault of this
+    /// thread or the time limit ended the call; what the call held then stays held. 0 milliseconds are no limit. Guarded
+    /// calls may nest, and the limit of an outer call holds in an inner one.
+    ZQ_API bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
 
     /// Ends the process with a status, at once: no handler of exit runs.
-    [[noreturn]] void FaultExit(int iStatus);
+    [[noreturn]] ZQ_API void FaultExit(int iStatus);
 }

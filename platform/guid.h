@@ -31,6 +31,6 @@ namespace plat
     /// and gives no tick of 100 nanoseconds twice. Any thread.
     std::uint32_t GuidCreateSequential(Guid_t & Guid);
 
-    /// Puts a function of the host in the place of the generator, or null to end that; the former one.
+    /// Replaces the generator by a function of the host; null restores it. Returns the previous function.
     ZQ_API GuidSource_t GuidSetSource(GuidSource_t fnSource);
 }

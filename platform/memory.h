@@ -13,10 +13,10 @@ namespace plat
     bool MemoryIsReadable(void const * pMemory, std::size_t nBytes);
 
     /// Copies what can be read of nBytes at an address and returns the number of bytes up to the first that can't.
-    /// Safe for any address; one call to the system as a rule. May run in a signal handler.
+    /// Safe for any address; one call to the system as a rule. A fault filter may call it.
     std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes);
 
-    /// Zeroed pages that owe nothing to the heap, null if there are none. May run in a signal handler.
+    /// Zeroed pages that owe nothing to the heap, null if there are none. A fault filter may call it.
     void * PagesTake(std::size_t nBytes);
 
     /// Gives back what PagesTake gave for the same nBytes; null does nothing.

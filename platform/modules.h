@@ -1,5 +1,5 @@
-// modules.h: which program or library an address belongs to, and which section of it. No heap, no lock: may run in a
-// signal handler.
+// modules.h: which program or library an address belongs to, and which section of it. Uses no heap and no
+// lock, so a fault filter may call it.
 #pragma once
 
 #include <cstddef>

@@ -21,7 +21,7 @@ namespace plat
     /// the system's first. With Missing dAddress is unchanged. Asks the system each time.
     NetAddress_e NetAddressGet(unsigned char (&dAddress)[NET_ADDRESS_SIZE]);
 
-    /// Puts a function of the host in the place of the system's interfaces, or null to end that; the former one.
+    /// Replaces the system's interfaces by a function of the host; null restores them. Returns the previous function.
     ZQ_API NetAddressSource_t NetAddressSetSource(NetAddressSource_t fnSource);
 
     /// How often a source was set: what was learnt under another number may be wrong now.

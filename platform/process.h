@@ -19,8 +19,8 @@ namespace plat
     bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize);
 
     /// Whether the process has rights that its caller lacks (on Linux a set-user-id program or one with file
-    /// capabilities: the loader's secure mode). What it may read must then not be shown to the caller. Callable in a
-    /// signal handler.
+    /// capabilities: the loader's secure mode). What it may read must then not be shown to the caller. A fault filter may
+    /// call it.
     bool ProcessIsSecure();
 
     /// Makes a folder the current one; false on failure.

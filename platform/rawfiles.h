@@ -1,5 +1,6 @@
-// rawfiles.h: files for a process that has crashed: no heap, no lock, callable in a signal handler. A `\` in a path
-// separates like `/`; folders are found whatever their case, as elsewhere.
+// rawfiles.h: files for a process that has crashed. Uses no heap and no lock, so a fault filter may call it.
+//
+// Both `\` and `/` separate in a path, and folders are found whatever their case.
 #pragma once
 
 #include <cstddef>
@@ -7,12 +8,12 @@
 
 namespace plat
 {
-    /// A file to write, 0 for none.
-    using RawFile_t = int;
+    /// A file to write; null for none.
+    using RawFile_t = void *;
 
     /// Makes a file that its owner alone may read, for writing. Each write has reached the disk when it returns. Appends
     /// to a file that this user's processes made this way before and that none of them still writes. Opens nothing else
-    /// that has the name: bTaken then says so. 0 on failure.
+    /// that has the name, and then sets bTaken. Returns null on failure.
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
     /// False if not all was taken, and for no file.

@@ -1,14 +1,16 @@
-// registry.h: a store of named, typed values under hierarchical keys, one tree for the machine and one for the user.
+// registry.h: the machine's and the user's store of named, typed values under keys.
 //
-// Key paths separate with `\`; keys and names are told apart without regard to ASCII case. The store is a folder on
-// disk: a value is replaced as a whole, so that a reader, or a process that was killed, sees the old value or the new
-// one. A value that was damaged on disk is no value. Names may hold any byte but 0, and a key's name no `\`. A name is
-// limited to 255 bytes, whatever they are, a value to 16 MiB; a path has no limit. An empty key path is the tree
-// itself, an empty or null name the key's unnamed value. Any thread, any process; a child process can go on with the
-// keys that its parent had open.
+// Each of the two is a tree of keys, which outlives the processes and which all of them see.
 //
-// Changes of one key wait for each other. A process that died delays nobody; one that is stopped makes the others
-// fail after 5 seconds.
+// - Key paths separate with `\`. An empty path is the tree itself, an empty or null name the key's unnamed value.
+// - Keys and names compare without regard to ASCII case. They may hold any byte but 0, and a key's name no `\`.
+// - A name has at most 255 bytes and a value 16 MiB. A path has no limit.
+// - A value is replaced as a whole: a reader sees the old value or the new one, also after a process was killed. A
+//   damaged value counts as none.
+// - Changes of one key wait for each other. A process that died delays nobody. One that is stopped makes the others fail
+//   after 5 seconds.
+//
+// Threads: any thread and any process. A child process can use the keys that its parent had open.
 #pragma once
 
 #include "platform/compiler.h"
@@ -34,9 +36,8 @@ namespace plat
         Dword = 4
     };
 
-    /// Puts a tree's folder elsewhere; null for the default (a folder of the machine's configuration, or of the
-    /// user's: "/etc/zqcore/registry", ".config/zqcore/registry" in the user's home). The text is copied. Belongs to
-    /// start-up.
+    /// Keeps a tree at another place, which a host or a test names; null restores the system's. Where the store is made
+    /// of files, a place is a folder. The text is copied. Call it at start-up only.
     ZQ_API void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder);
 
     /// Reads a value into the buffer. nSize is the buffer's size going in and the value's size coming out, whether it
@@ -83,9 +84,8 @@ namespace plat
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName);
 
     /// The name of a subkey, as it was spelled when it was made. Subkeys come in the order of their folded bytes. False
-    /// if there is no such subkey, or if the name with its terminator does not fit. The names are read from the disk
-    /// once and again after a change; where the disk does not count subfolders, what another process changes in the
-    /// same tick of the disk's clock as the reading is seen 20 ms later.
+    /// if there is no such subkey, or if the name with its terminator does not fit. The names are read
+    /// once, and again after a change. A change by another process may be seen 20 ms late.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
     /// Deletes a key with its values by its path from an open one; an empty path deletes the open key itself, which is
@@ -110,8 +110,8 @@ namespace plat
     /// Counts a key's subkeys and values; false on failure. Reads all values.
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info);
 
-    /// The kind of system: 2 for one that counts names in 16-bit units, so that a name in bytes may be twice as long as
-    /// it says. This store counts bytes and is of kind 0; a host that puts it in another's place may say so.
+    /// The kind of system: 2 for one that counts names in 16-bit units, so that a name may have twice as many bytes as
+    /// the store reports. 0 for one that counts bytes. A host that replaces the store sets the kind of its own.
     std::uint32_t RegistryGetPlatform();
     ZQ_API void RegistrySetPlatform(std::uint32_t dwPlatform);
 }

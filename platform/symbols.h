@@ -1,10 +1,12 @@
 // symbols.h: the frames, names, lines and variables of a thread of this process.
 //
-// The debug information is read by a program of its own, zqsymbols, which stands beside the library and asks this
-// process for the bytes of its memory that it needs. Nothing here takes memory from the heap or waits for a lock, so
-// all of it may run in a signal handler, on less than 12 KB of stack. An answer may take 5 seconds and all answers of
-// one object together 20: without the helper, or once it has failed or let a limit pass, frames come from the chain of
-// frame pointers and everything else is unknown. One object serves one thread's registers; it is not shared.
+// A helper reads the debug information, and reads this process's memory for it: on Linux the program zqsymbols, on a
+// system with a library for debug information that library. Without the helper, and once it has failed or exceeded a
+// limit, frames come from the chain of frame pointers and everything else is unknown.
+//
+// Threads: one object serves one thread's registers and is not shared.
+// Cost: no heap and no lock, so a fault filter may call all of it, and less than 12 KB of stack. An answer takes at most
+// 5 seconds, all answers of one object 20.
 #pragma once
 
 #include <cstddef>
@@ -74,9 +76,9 @@ namespace plat
         std::uint8_t nBits;       // and how many; 0 for other members
     };
 
-    /// Sets the helper's path, cut at 1023 bytes, empty for none. Before the first call it is zqsymbols in the folder of
-    /// the program or library that holds this code, else where the installation has it. Not while another thread starts
-    /// a walk.
+    /// Sets the helper's path, cut at 1023 bytes, empty for none. Before the first call it is the one in the folder of the
+    /// program or library that holds this code, else the installed one. Not while another thread starts a walk. Does
+    /// nothing where the helper is no program.
     void SymbolsSetHelper(char const * szPath);
 
     class Symbols_c
@@ -93,7 +95,7 @@ namespace plat
 
         /// Ends the helper. Costs nothing without one.
         void Stop();
-        bool IsRunning() const { return m_hHelper >= 0; }
+        bool IsRunning() const { return m_hHelper != NO_HANDLE; }
 
         /// The next frame, from the innermost out; false at the end.
         bool NextFrame(SymbolFrame_t * pFrame);
@@ -133,14 +135,18 @@ namespace plat
         bool Ask(SymbolRequest_t const & Request, SymbolAnswer_t * pAnswer);
         bool AskText(SymbolRequest_t const & Request, char * szText, std::size_t nSize, std::uint64_t * pValue);
 
+        // What the system has of the helper.
+        using Handle_t = std::intptr_t;
+        static constexpr Handle_t NO_HANDLE = -1;
+
         FaultContext_t const * m_pContext = nullptr;
-        int m_hHelper = -1;         // the line to the helper
-        int m_hProcess = -1;        // its process
-        unsigned m_nWaited = 0;     // milliseconds, for answers
-        unsigned m_iFrame = 0;      // frames given
-        unsigned m_iVariable = 0;   // variables given of the last frame
-        bool m_bAsking = false;     // an answer is due
-        bool m_bLast = false;       // the chain of frame pointers ends here
-        SymbolFrame_t m_Frame{};    // the last one given
+        Handle_t m_hHelper = NO_HANDLE;    // for questions
+        Handle_t m_hProcess = NO_HANDLE;   // to end it
+        unsigned m_nWaited = 0;            // milliseconds, for answers
+        unsigned m_iFrame = 0;             // frames given
+        unsigned m_iVariable = 0;          // variables given of the last frame
+        bool m_bAsking = false;            // an answer is due
+        bool m_bLast = false;              // the chain of frame pointers ends here
+        SymbolFrame_t m_Frame{};           // the last one given
     };
 }

@@ -79,7 +79,7 @@ namespace plat
         WaitWord_t m_nState{ 0 };   // clear, signalled, or clear with a thread that sleeps
     };
 
-    /// A wake-up that stays until it is taken back: every wait passes while it is set. Any thread, and a signal handler.
+    /// A wake-up that stays until it is taken back: every wait passes while it is set. Any thread, and a fault filter.
     class Event_c
     {
     public:

@@ -498,7 +498,17 @@ bool FileStored_c::OpenStored()
 int FileStored_c::SeekStored(long iOffset, int iOrigin)
 {
     ZQ_ASSERT(m_hFile);
-    return m_hFile && plat::FileSeek(m_hFile, iOffset, iOrigin) >= 0 ? 1 : 0;
+    if (!m_hFile || iOffset < INT_MIN || iOffset > INT_MAX)
+    {
+        return 0;
+    }
+    std::int64_t const iBefore = iOrigin == 1 || iOrigin == 2 ? plat::FileSeek(m_hFile, 0, 1) : 0;
+    std::int64_t const iAfter = plat::FileSeek(m_hFile, iOffset, iOrigin);
+    if (iAfter > INT_MAX)   // out of the range of TellStored where long has 32 bits
+    {
+        plat::FileSeek(m_hFile, iBefore, 0);
+    }
+    return iAfter >= 0 && iAfter <= INT_MAX ? 1 : 0;
 }
 
 long FileStored_c::TellStored()

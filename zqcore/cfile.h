@@ -190,7 +190,8 @@ public:
     virtual ~FileStored_c();
 
     /// Moves the position to iOffset bytes from iOrigin: 1 for the current position, 2 for the end, anything else for
-    /// the start. Returns 1. On failure, and if the stream is closed, returns 0.
+    /// the start. Returns 1. On failure, if the new position is not within 0 to INT_MAX, and if the stream is closed,
+    /// leaves the position and returns 0.
     virtual int SeekStored(long iOffset, int iOrigin);
 
     /// Returns the current position in bytes. Returns 0 if the stream is closed.

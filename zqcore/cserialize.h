@@ -65,10 +65,13 @@ extern ZQ_API std::uint32_t const CAMERATRACK_FILE_VERSION;
 extern ZQ_API std::uint32_t const FJORDTRACK_FILE_VERSION;
 
 /// What Serialize takes by reference: a number or enumerator of 4 or 8 bytes in every build. `long`, whose width is the
-/// build's, is refused where it has 4.
+/// build's, is refused unless it is the type of std::int64_t.
 template <typename T>
-concept ArchiveValue_T = (std::is_arithmetic_v<T> || std::is_enum_v<T>)&&(sizeof(T) == 4 || sizeof(T) == 8)
-                         && !((std::same_as<T, long> || std::same_as<T, unsigned long>)&&sizeof(long) == 4);
+concept ArchiveValue_T =
+    (std::is_arithmetic_v<T> || std::is_enum_v<T>)&&(sizeof(T) == 4 || sizeof(T) == 8)
+    && (std::same_as<T,
+            std::
+                int64_t> || std::same_as<T, std::uint64_t> || !(std::same_as<T, long> || std::same_as<T, unsigned long>));
 
 /// An archive of either direction.
 class ZQ_API Serializeable_c

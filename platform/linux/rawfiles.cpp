@@ -113,30 +113,25 @@ namespace plat
         }
         szHost[nPath] = '\0';
         bTaken = false;
-        int hFile = MakeOrContinue(szHost, bTaken);
-        if (hFile < 0 && errno == ENOENT)
+        int iFile = MakeOrContinue(szHost, bTaken);
+        if (iFile < 0 && errno == ENOENT)
         {
             TakeSpellings(szHost);
-            hFile = MakeOrContinue(szHost, bTaken);
+            iFile = MakeOrContinue(szHost, bTaken);
         }
-        if (hFile == 0)   // standard input was closed; 0 is no file here
-        {
-            hFile = fcntl(0, F_DUPFD_CLOEXEC, 1);
-            close(0);
-        }
-        return hFile > 0 ? hFile : 0;
+        return HandleOf(iFile);
     }
 
     bool RawWrite(RawFile_t hFile, char const * pText, std::size_t nBytes)
     {
-        return hFile != 0 && WriteFully(hFile, pText, nBytes);
+        return hFile != nullptr && WriteFully(DescriptorOf(hFile), pText, nBytes);
     }
 
     void RawClose(RawFile_t hFile)
     {
-        if (hFile != 0)
+        if (hFile != nullptr)
         {
-            close(hFile);
+            close(DescriptorOf(hFile));
         }
     }
 

@@ -23,6 +23,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace plat
 {
@@ -213,13 +214,15 @@ namespace plat
         sigset_t Former;
         sigfillset(&All);
         ::pthread_sigmask(SIG_SETMASK, &All, &Former);
+        int hProcess = -1;
         constexpr int FLAGS = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
         int const nProcess =
-            Arguments.hMaps < 0 ? -1 : ::clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &m_hProcess);
+            Arguments.hMaps < 0 ? -1 : ::clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &hProcess);
         ::pthread_sigmask(SIG_SETMASK, &Former, nullptr);
         ::close(dSockets[1]);
         ::close(Arguments.hMaps);
         m_hHelper = dSockets[0];
+        m_hProcess = hProcess;
         if (nProcess < 0)
         {
             Stop();
@@ -230,7 +233,8 @@ namespace plat
     bool Symbols_c::Greet()
     {
         SymbolFrame_t Frame;
-        bool const bStarted = Send(m_hHelper, StartRecord(*m_pContext)) && NextFrame(&Frame) && IsRunning();
+        bool const bStarted =
+            Send(static_cast<int>(m_hHelper), StartRecord(*m_pContext)) && NextFrame(&Frame) && IsRunning();
         Rewind();
         if (!bStarted)
         {
@@ -241,23 +245,21 @@ namespace plat
 
     void Symbols_c::Stop()
     {
-        if (m_hHelper < 0)
+        if (!IsRunning())
         {
             return;
         }
         ErrnoScope_s const Scope;
-        ::close(m_hHelper);
-        m_hHelper = -1;
+        ::close(static_cast<int>(std::exchange(m_hHelper, NO_HANDLE)));
         m_bAsking = false;
-        if (m_hProcess >= 0)
+        if (auto const hProcess = static_cast<int>(std::exchange(m_hProcess, NO_HANDLE)); hProcess >= 0)
         {
             siginfo_t Info{};
-            pollfd Poll = { m_hProcess, POLLIN, 0 };
-            ::syscall(SYS_pidfd_send_signal, m_hProcess, SIGKILL, nullptr, 0);
+            pollfd Poll = { hProcess, POLLIN, 0 };
+            ::syscall(SYS_pidfd_send_signal, hProcess, SIGKILL, nullptr, 0);
             ::poll(&Poll, 1, END_LIMIT);
-            ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(m_hProcess), &Info, WEXITED | WNOHANG);
-            ::close(m_hProcess);
-            m_hProcess = -1;
+            ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(hProcess), &Info, WEXITED | WNOHANG);
+            ::close(hProcess);
         }
     }
 
@@ -276,7 +278,7 @@ namespace plat
         ErrnoScope_s const Scope;
         std::int64_t const tStart = Milliseconds();
         unsigned const nLimit = std::min(ANSWER_LIMIT, TOTAL_LIMIT - std::min(TOTAL_LIMIT, m_nWaited));
-        bool const bAnswered = Converse(m_hHelper, Request, tStart + nLimit, pAnswer);
+        bool const bAnswered = Converse(static_cast<int>(m_hHelper), Request, tStart + nLimit, pAnswer);
         m_bAsking = false;
         m_nWaited += static_cast<unsigned>(Milliseconds() - tStart);
         if (!bAnswered)

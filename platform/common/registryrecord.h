@@ -1,6 +1,7 @@
 // registryrecord.h: the files of the registry's store. See registry.cpp for what stands in the folder of a key.
 #pragma once
 
+#include "platform/common/storedisk.h"
 #include "platform/registry.h"
 
 #include <string>
@@ -26,11 +27,11 @@ namespace plat
     };
 
     /// Reads a file of records; false if it is none, or damaged. The record points into the bytes.
-    bool LoadRecord(int iFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record);
+    bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record);
 
     /// Replaces szFile by a record. Returns false on failure, with the previous one in place. With bAlone the caller is
     /// the only writer to the folder.
-    bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record, bool bAlone);
+    bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
     /// The file's name for the name of a key, or after VALUE_MARK of a value: escaped, and shortened if that gets too
     /// long. False if the name itself is too long.

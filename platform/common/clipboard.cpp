@@ -2,25 +2,18 @@
 // the opener locks, and "busy", what it writes before it renames it. The lock is one of the process, which a child does
 // not inherit: so it ends with the opener itself. docs/formats.md describes the files.
 
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-
 #include "platform/clipboard.h"
 
+#include "platform/common/registryrecord.h"
+#include "platform/common/storedisk.h"
 #include "platform/fork.h"
-#include "platform/linux/descriptor.h"
-#include "platform/linux/folderreader.h"
-#include "platform/linux/openfile.h"
-#include "platform/linux/registryrecord.h"
-#include "platform/linux/userfolder.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
-#include <ctime>
-#include <fcntl.h>
 #include <memory>
 #include <string>
-#include <sys/stat.h>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -46,42 +39,31 @@ namespace plat
 
         struct Clipboard_s
         {
-            char szFolder[PATH_MAX] = "";   // empty for the default
+            char szFolder[STORE_PATH_SIZE] = "";   // empty for the default
             std::vector<Format_s> dFormats;
-            KeptDescriptor_c Folder;
-            KeptDescriptor_c Lock;
+            StoreKept_c Folder;
+            StoreKept_c Lock;
             bool bEmptied = false;   // what is on disk is not there any more
             ClipboardWait_t fnWait = nullptr;
 
-            bool IsOpen() const { return Lock.Get() >= 0; }
+            bool IsOpen() const { return Lock.Get() != STORE_NONE; }
         };
 
         constinit Clipboard_s g_Clipboard;
 
-        int OpenClipboardFolder(char const * szSet)
+        StoreHandle_t OpenClipboardFolder(char const * szSet)
         {
-            char szFolder[PATH_MAX];
+            char szFolder[STORE_PATH_SIZE];
             if (szSet[0] != 0)
             {
                 std::snprintf(szFolder, sizeof(szFolder), "%s", szSet);
             }
-            else if (!UserFolder("clipboard", szFolder))
+            else if (!StoreUserPath("clipboard", szFolder))
             {
-                return -1;
+                return STORE_NONE;
             }
-            MakeFolders(szFolder, 0700);
-            return OpenFolder(AT_FDCWD, szFolder);
-        }
-
-        // A locked file; -1 if another process has the lock.
-        int OpenLock(int iFolder)
-        {
-            Descriptor_c Lock(openat(iFolder, LOCK_FILE, O_RDWR | O_CREAT | UNTRUSTED, PRIVATE_FILE_MODE));
-            struct flock Whole = {};
-            Whole.l_type = F_WRLCK;
-            Whole.l_whence = SEEK_SET;
-            return Lock.IsOpen() && IsRegular(Lock.Get()) && fcntl(Lock.Get(), F_SETLK, &Whole) == 0 ? Lock.Release()
-                                                                                                     : -1;
+            StoreMakePath(szFolder, StoreRights_e::Owner);
+            return StoreOpenPath(szFolder);
         }
 
         // The format of a number, in an open clipboard; null if there is none.
@@ -103,65 +85,43 @@ namespace plat
         void Forget()
         {
             DropBlocks();
-            g_Clipboard.Lock.Reset(-1);
-            g_Clipboard.Folder.Reset(-1);
+            g_Clipboard.Lock.Reset(STORE_NONE);
+            g_Clipboard.Folder.Reset(STORE_NONE);
         }
 
         // A child has not opened what its parent has open.
         ForkHandler_c const g_ForkHandler({ nullptr, nullptr, Forget });
 
         // Deletes the files of all formats but one.
-        void DeleteFiles(int iFolder, std::string const & sKeep)
+        void DeleteFiles(StoreHandle_t hFolder, std::string const & sKeep)
         {
             std::vector<std::string> dFiles;
-            FolderReader_c Reader(iFolder);
-            lseek(iFolder, 0, SEEK_SET);
-            while (dirent64 const * pEntry = Reader.Next())
-            {
-                if (pEntry->d_name[0] == VALUE_MARK && sKeep != pEntry->d_name)
-                {
-                    dFiles.push_back(pEntry->d_name);
-                }
-            }
+            StoreList(
+                hFolder,
+                [](char const * szName, bool, void * pFiles)
+                { static_cast<std::vector<std::string> *>(pFiles)->push_back(szName); },
+                &dFiles);
             for (std::string const & sFile : dFiles)
             {
-                unlinkat(iFolder, sFile.c_str(), 0);
+                if (sFile[0] == VALUE_MARK && sFile != sKeep)
+                {
+                    StoreDeleteFile(hFolder, sFile.c_str());
+                }
             }
         }
 
         // The contents of a file; null if there is none, or it is no block.
-        ClipboardBlock_t LoadBlock(int iFolder, char const * szFile)
+        ClipboardBlock_t LoadBlock(StoreHandle_t hFolder, char const * szFile)
         {
-            Descriptor_c const File(openat(iFolder, szFile, O_RDONLY | UNTRUSTED));
-            struct stat Stat;
-            if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode)
-                || Stat.st_size > static_cast<off_t>(CLIPBOARD_LIMIT))
-            {
-                return nullptr;
-            }
-            ClipboardBlock_t const hBlock = ClipboardBlockNew(static_cast<std::size_t>(Stat.st_size));
-            hBlock->dBytes.resize(ReadFully(File.Get(), hBlock->dBytes.data(), hBlock->dBytes.size()));
-            return hBlock;
-        }
-
-        bool StoreBlock(int iFolder, char const * szFile, ClipboardBlock_s const & Block)
-        {
-            Descriptor_c const File(MakeAnew(iFolder, BUSY_FILE, PRIVATE_FILE_MODE));
-            bool const bStored = File.IsOpen() && WriteFully(File.Get(), Block.dBytes.data(), Block.dBytes.size())
-                                 && renameat(iFolder, BUSY_FILE, iFolder, szFile) == 0;
-            if (!bStored)
-            {
-                int const iError = errno;
-                unlinkat(iFolder, BUSY_FILE, 0);   // it would keep a full disk full
-                errno = iError;
-            }
-            return bStored;
+            std::vector<char> dBytes;
+            return StoreReadFile(hFolder, szFile, CLIPBOARD_LIMIT, dBytes) ? new ClipboardBlock_s{ std::move(dBytes) }
+                                                                           : nullptr;
         }
     }
 
     void ClipboardSetFolder(char const * szFolder)
     {
-        char(&szSet)[PATH_MAX] = g_Clipboard.szFolder;
+        char(&szSet)[STORE_PATH_SIZE] = g_Clipboard.szFolder;
         std::snprintf(szSet, sizeof(szSet), "%s", szFolder != nullptr ? szFolder : "");
     }
 
@@ -195,14 +155,14 @@ namespace plat
         }
         DropBlocks();
         g_Clipboard.Folder.Reset(OpenClipboardFolder(g_Clipboard.szFolder));
-        int const iFolder = g_Clipboard.Folder.Get();
-        g_Clipboard.Lock.Reset(iFolder >= 0 ? OpenLock(iFolder) : -1);
+        StoreHandle_t const hFolder = g_Clipboard.Folder.Get();
+        g_Clipboard.Lock.Reset(hFolder != STORE_NONE ? StoreOpenLock(hFolder, LOCK_FILE) : STORE_NONE);
         g_Clipboard.bEmptied = false;
         if (!g_Clipboard.IsOpen())
         {
             return false;
         }
-        unlinkat(iFolder, BUSY_FILE, 0);   // of an owner that was killed
+        StoreDeleteFile(hFolder, BUSY_FILE);   // of an owner that was killed
         return true;
     }
 
@@ -271,7 +231,8 @@ namespace plat
             return nullptr;
         }
         bool const bEmptied = std::exchange(g_Clipboard.bEmptied, false);
-        if (!StoreBlock(g_Clipboard.Folder.Get(), pFormat->sFile.c_str(), *hBlock))
+        if (!StoreWriteFile(
+                g_Clipboard.Folder.Get(), BUSY_FILE, pFormat->sFile.c_str(), hBlock->dBytes, StoreRights_e::Owner))
         {
             return nullptr;
         }
@@ -293,10 +254,7 @@ namespace plat
             fnWait(nMilliseconds);
             return;
         }
-        timespec Rest = { static_cast<time_t>(nMilliseconds / 1000),
-            static_cast<long>(nMilliseconds % 1000) * 1000000 };
-        while (nanosleep(&Rest, &Rest) != 0 && errno == EINTR)
-        {}
+        std::this_thread::sleep_for(std::chrono::milliseconds(nMilliseconds));
     }
 
     ClipboardWait_t ClipboardSetWait(ClipboardWait_t fnWait)

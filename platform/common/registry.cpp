@@ -9,26 +9,20 @@
 // descriptor opened for it, since children share the descriptor of an open key. All changes of a process go one at a
 // time, so that a fork finds no lock held. docs/formats.md describes the files.
 
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-
 #include "platform/registry.h"
 
 #include "platform/common/folding.h"
+#include "platform/common/registryfolder.h"
+#include "platform/common/registryrecord.h"
+#include "platform/common/storedisk.h"
 #include "platform/fork.h"
-#include "platform/linux/descriptor.h"
-#include "platform/linux/facts.h"
-#include "platform/linux/registryfolder.h"
-#include "platform/linux/registryrecord.h"
-#include "platform/linux/userfolder.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <thread>
 
 namespace plat
@@ -37,7 +31,7 @@ namespace plat
     {
         RegistryTree_e eTree;
         std::string sPath;   // from the tree
-        KeptDescriptor_c Folder;
+        StoreKept_c Folder;
         KeyListing_c Listing;
     };
 
@@ -48,41 +42,42 @@ namespace plat
         constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete while it is being written to
 
         // The folders of the two trees; empty for the default.
-        char g_szFolders[2][PATH_MAX];
+        char g_szFolders[2][STORE_PATH_SIZE];
 
         constinit std::atomic<std::uint32_t> g_dwPlatform = 0;
 
-        bool TreeFolder(RegistryTree_e eTree, char (&szFolder)[PATH_MAX])
+        bool TreeFolder(RegistryTree_e eTree, char (&szFolder)[STORE_PATH_SIZE])
         {
             char const * const szSet = g_szFolders[static_cast<int>(eTree)];
-            if (szSet[0] != 0 || eTree == RegistryTree_e::Machine)
+            if (szSet[0] != 0)
             {
-                std::strcpy(szFolder, szSet[0] != 0 ? szSet : "/etc/zqcore/registry");
+                std::strcpy(szFolder, szSet);
                 return true;
             }
-            return UserFolder("registry", szFolder);
+            return eTree == RegistryTree_e::Machine ? StoreMachinePath("registry", szFolder)
+                                                    : StoreUserPath("registry", szFolder);
         }
 
         // What the user's keys hold is nobody else's business.
-        mode_t FolderMode(RegistryTree_e eTree)
+        StoreRights_e FolderRights(RegistryTree_e eTree)
         {
-            return eTree == RegistryTree_e::Machine ? 0755 : 0700;
+            return eTree == RegistryTree_e::Machine ? StoreRights_e::Readers : StoreRights_e::Owner;
         }
 
-        int OpenTree(RegistryTree_e eTree, bool bCreate)
+        StoreHandle_t OpenTree(RegistryTree_e eTree, bool bCreate)
         {
-            char szFolder[PATH_MAX];
+            char szFolder[STORE_PATH_SIZE];
             if (!TreeFolder(eTree, szFolder))
             {
-                return -1;
+                return STORE_NONE;
             }
-            int const iTree = OpenFolder(AT_FDCWD, szFolder);
-            if (iTree >= 0 || errno != ENOENT || !bCreate)
+            StoreHandle_t const hTree = StoreOpenPath(szFolder);
+            if (hTree != STORE_NONE || errno != ENOENT || !bCreate)
             {
-                return iTree;
+                return hTree;
             }
-            MakeFolders(szFolder, FolderMode(eTree));
-            return OpenFolder(AT_FDCWD, szFolder);
+            StoreMakePath(szFolder, FolderRights(eTree));
+            return StoreOpenPath(szFolder);
         }
 
         constinit Lock_c g_Changes;   // held by the thread that changes the store
@@ -92,14 +87,15 @@ namespace plat
         class Change_c
         {
         public:
-            // Waits for the lock of a descriptor; false when the time is up. Other threads, and a fork, are let through
+            // Waits for the lock of a folder; false when the time is up. Other threads, and a fork, are let through
             // meanwhile. bAlone: false on a file system without such locks, which is used without.
-            bool Lock(int iDescriptor, bool & bAlone)
+            bool Lock(StoreHandle_t hFolder, bool & bAlone)
             {
                 for (std::chrono::microseconds tPause = FIRST_PAUSE;; tPause = std::min(tPause * 2, LONGEST_PAUSE))
                 {
-                    bAlone = flock(iDescriptor, LOCK_EX | LOCK_NB) == 0;
-                    if (bAlone || (errno != EWOULDBLOCK && errno != EINTR))
+                    StoreLock_e const eLock = StoreTryLock(hFolder);
+                    bAlone = eLock == StoreLock_e::Locked;
+                    if (eLock != StoreLock_e::Held)
                     {
                         return true;
                     }
@@ -118,29 +114,24 @@ namespace plat
             std::chrono::steady_clock::time_point m_tLimit = std::chrono::steady_clock::now() + LOCK_LIMIT;
         };
 
-        // Holds the lock of a key's folder for a scope, with a descriptor of its own. A deleted folder can't be locked.
+        // Holds the lock of a key's folder for a scope, with a handle of its own. A deleted folder can't be locked.
         class KeyLock_c
         {
         public:
-            KeyLock_c(Change_c & Change, int iFolder)
-                : m_Folder(iFolder >= 0 ? OpenFolder(iFolder, ".") : -1)
+            KeyLock_c(Change_c & Change, StoreHandle_t hFolder)
+                : m_Folder(hFolder != STORE_NONE ? StoreOpenAnew(hFolder) : STORE_NONE)
             {
                 if (m_Folder.IsOpen() && !Change.Lock(m_Folder.Get(), m_bAlone))
                 {
-                    m_Folder.Reset(-1);
+                    m_Folder.Reset(STORE_NONE);
                 }
             }
-            ~KeyLock_c()
-            {
-                int const iError = errno;
-                flock(m_Folder.Get(), LOCK_UN);   // a child may have the descriptor too
-                errno = iError;
-            }
+            ~KeyLock_c() { StoreUnlock(m_Folder.Get()); }   // a child may have the handle too
             KeyLock_c(KeyLock_c const &) = delete;
             KeyLock_c & operator=(KeyLock_c const &) = delete;
 
             bool IsHeld() const { return m_Folder.IsOpen(); }
-            int Get() const { return m_Folder.Get(); }
+            StoreHandle_t Get() const { return m_Folder.Get(); }
 
             bool Store(char const * szFile, Record_t const & Record) const
             {
@@ -148,31 +139,32 @@ namespace plat
             }
 
         private:
-            Descriptor_c m_Folder;
+            StoreScope_c m_Folder;
             bool m_bAlone = false;
         };
 
-        bool StoreSpelling(Change_c & Change, int iKey, std::string_view sName)
+        bool StoreSpelling(Change_c & Change, StoreHandle_t hKey, std::string_view sName)
         {
-            return KeyLock_c(Change, iKey).Store(KEY_RECORD, { RegistryType_e::Untyped, sName, {} });
+            return KeyLock_c(Change, hKey).Store(KEY_RECORD, { RegistryType_e::Untyped, sName, {} });
         }
 
-        // Makes the subkey's folder, which keeps the spelling that made it; -1 on failure.
-        int MakeSubKey(int iParent, std::string_view sName, char const * szFile, mode_t iMode)
+        // Makes the subkey's folder, which keeps the spelling that made it; STORE_NONE on failure.
+        StoreHandle_t MakeSubKey(
+            StoreHandle_t hParent, std::string_view sName, char const * szFile, StoreRights_e eRights)
         {
             Change_c Change;
-            KeyLock_c const Parent(Change, iParent);
+            KeyLock_c const Parent(Change, hParent);
             if (!Parent.IsHeld())
             {
-                return -1;
+                return STORE_NONE;
             }
-            bool const bMade = mkdirat(Parent.Get(), szFile, iMode) == 0;
-            Descriptor_c Key(bMade || errno == EEXIST ? OpenFolder(Parent.Get(), szFile) : -1);
+            bool const bMade = StoreMakeFolder(Parent.Get(), szFile, eRights);
+            StoreScope_c Key(bMade || errno == EEXIST ? StoreOpenFolder(Parent.Get(), szFile) : STORE_NONE);
             if (bMade && !(Key.IsOpen() && StoreSpelling(Change, Key.Get(), sName)))
             {
                 int const iError = errno;
-                Key.Reset(-1);
-                unlinkat(Parent.Get(), szFile, AT_REMOVEDIR);
+                Key.Reset(STORE_NONE);
+                StoreDeleteFolder(Parent.Get(), szFile);
                 errno = iError;
             }
             CountKeyChange();
@@ -180,28 +172,29 @@ namespace plat
         }
 
         // Gives a key a spelling that lost it: its maker was killed.
-        void RenewSpelling(int iKey, std::string_view sName)
+        void RenewSpelling(StoreHandle_t hKey, std::string_view sName)
         {
-            if (faccessat(iKey, KEY_RECORD, F_OK, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT)
+            if (!StoreIsThere(hKey, KEY_RECORD) && errno == ENOENT)
             {
                 Change_c Change;
-                StoreSpelling(Change, iKey, sName);
+                StoreSpelling(Change, hKey, sName);
             }
         }
 
-        int OpenSubKey(int iParent, std::string_view sName, bool bCreate, mode_t iMode)
+        StoreHandle_t OpenSubKey(StoreHandle_t hParent, std::string_view sName, bool bCreate, StoreRights_e eRights)
         {
             std::string sFile;
             if (!KeyNameOnDisk(sName, sFile))
             {
-                return -1;
+                return STORE_NONE;
             }
-            int const iKey = OpenFolder(iParent, sFile.c_str());
-            if (iKey >= 0 && bCreate)
+            StoreHandle_t const hKey = StoreOpenFolder(hParent, sFile.c_str());
+            if (hKey != STORE_NONE && bCreate)
             {
-                RenewSpelling(iKey, sName);
+                RenewSpelling(hKey, sName);
             }
-            return iKey < 0 && errno == ENOENT && bCreate ? MakeSubKey(iParent, sName, sFile.c_str(), iMode) : iKey;
+            return hKey == STORE_NONE && errno == ENOENT && bCreate ? MakeSubKey(hParent, sName, sFile.c_str(), eRights)
+                                                                    : hKey;
         }
 
         // Takes the first name off a path; empty names are passed over, and an empty one is the end.
@@ -217,19 +210,19 @@ namespace plat
         }
 
         // Opens the folder of a key by its path from an open folder, which it takes over.
-        int OpenFrom(int iFolder, std::string_view sPath, bool bCreate, mode_t iMode)
+        StoreHandle_t OpenFrom(StoreHandle_t hFolder, std::string_view sPath, bool bCreate, StoreRights_e eRights)
         {
-            Descriptor_c Key(iFolder);
+            StoreScope_c Key(hFolder);
             for (std::string_view sName = TakeName(sPath); Key.IsOpen() && !sName.empty(); sName = TakeName(sPath))
             {
-                Key.Reset(OpenSubKey(Key.Get(), sName, bCreate, iMode));
+                Key.Reset(OpenSubKey(Key.Get(), sName, bCreate, eRights));
             }
             return Key.Release();
         }
 
-        int OpenKey(RegistryTree_e eTree, std::string_view sPath, bool bCreate)
+        StoreHandle_t OpenKey(RegistryTree_e eTree, std::string_view sPath, bool bCreate)
         {
-            return OpenFrom(OpenTree(eTree, bCreate), sPath, bCreate, FolderMode(eTree));
+            return OpenFrom(OpenTree(eTree, bCreate), sPath, bCreate, FolderRights(eTree));
         }
 
         std::string_view TextOf(char const * szText)
@@ -237,37 +230,38 @@ namespace plat
             return szText != nullptr ? szText : "";
         }
 
-        RegistryKey_t NewKey(RegistryTree_e eTree, std::string sPath, int iFolder)
+        RegistryKey_t NewKey(RegistryTree_e eTree, std::string sPath, StoreHandle_t hFolder)
         {
-            if (iFolder < 0)
+            if (hFolder == STORE_NONE)
             {
                 return nullptr;
             }
             RegistryKey_t const hKey = new RegistryKey_s{ eTree, std::move(sPath), {}, {} };
-            hKey->Folder.Reset(iFolder);
+            hKey->Folder.Reset(hFolder);
             return hKey;
         }
 
-        // -1 for a key that is not open.
-        int FolderOf(RegistryKey_t hKey)
+        // STORE_NONE for a key that is not open.
+        StoreHandle_t FolderOf(RegistryKey_t hKey)
         {
-            return hKey ? hKey->Folder.Get() : -1;
+            return hKey ? hKey->Folder.Get() : STORE_NONE;
         }
 
-        bool Load(int iFolder, char const * szName, RecordBytes_t & aBytes, Record_t & Record)
+        bool Load(StoreHandle_t hFolder, char const * szName, RecordBytes_t & aBytes, Record_t & Record)
         {
             std::string sFile;
-            return iFolder >= 0 && ValueNameOnDisk(TextOf(szName), sFile)
-                   && LoadRecord(iFolder, sFile.c_str(), aBytes, Record);
+            return hFolder != STORE_NONE && ValueNameOnDisk(TextOf(szName), sFile)
+                   && LoadRecord(hFolder, sFile.c_str(), aBytes, Record);
         }
 
-        bool ReadFrom(int iFolder, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize)
+        bool ReadFrom(
+            StoreHandle_t hFolder, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize)
         {
             std::size_t const nRoom = nSize;
             nSize = 0;
             RecordBytes_t aBytes;
             Record_t Record;
-            if (!Load(iFolder, szName, aBytes, Record))
+            if (!Load(hFolder, szName, aBytes, Record))
             {
                 return false;
             }
@@ -289,15 +283,10 @@ namespace plat
             return nSize <= VALUE_LIMIT && ValueNameOnDisk(TextOf(szName), sFile);
         }
 
-        bool WriteTo(int iFolder, char const * szFile, Record_t const & Record)
+        bool WriteTo(StoreHandle_t hFolder, char const * szFile, Record_t const & Record)
         {
             Change_c Change;
-            return KeyLock_c(Change, iFolder).Store(szFile, Record);
-        }
-
-        bool MayDeleteFrom(int iFolder)
-        {
-            return faccessat(iFolder, ".", W_OK | X_OK, AT_EACCESS) == 0;
+            return KeyLock_c(Change, hFolder).Store(szFile, Record);
         }
 
         // Splits a path before its last name, which is empty if the path has none.
@@ -315,7 +304,7 @@ namespace plat
         // A key to delete, with its parent.
         struct Victim_s
         {
-            Descriptor_c Parent, Key;
+            StoreScope_c Parent, Key;
             std::string sFile;     // of the key, in its parent's folder
             std::string sListed;   // the key's name if the parent is the open key, else empty
         };
@@ -323,11 +312,11 @@ namespace plat
         // Finds a key by its path from an open one, which an empty path names. A tree itself is not found.
         bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
         {
-            int const iFolder = FolderOf(hKey);
+            StoreHandle_t const hFolder = FolderOf(hKey);
             std::string_view sRest = TextOf(szKey);
             bool const bItself = TakeName(sRest).empty();
             std::string_view sParent, sLast;
-            if (iFolder < 0)
+            if (hFolder == STORE_NONE)
             {
                 return false;
             }
@@ -337,10 +326,11 @@ namespace plat
                 return false;
             }
             Victim.Parent.Reset(
-                bItself ? OpenKey(hKey->eTree, sParent, false) : OpenFrom(OpenFolder(iFolder, "."), sParent, false, 0));
-            Victim.Key.Reset(Victim.Parent.IsOpen() ? OpenFolder(Victim.Parent.Get(), Victim.sFile.c_str()) : -1);
+                bItself ? OpenKey(hKey->eTree, sParent, false) : OpenFrom(StoreOpenAnew(hFolder), sParent, false, {}));
+            Victim.Key.Reset(
+                Victim.Parent.IsOpen() ? StoreOpenFolder(Victim.Parent.Get(), Victim.sFile.c_str()) : STORE_NONE);
             Victim.sListed = bItself || !TakeName(sParent).empty() ? std::string_view() : sLast;
-            return Victim.Key.IsOpen() && (!bItself || IdentityOf(Victim.Key.Get()) == IdentityOf(iFolder));
+            return Victim.Key.IsOpen() && (!bItself || StoreIdentity(Victim.Key.Get()) == StoreIdentity(hFolder));
         }
 
         // Deletes a key without subkeys on behalf of an open key, whose listing learns of it.
@@ -349,8 +339,8 @@ namespace plat
             Change_c Change;
             KeyLock_c const Parent(Change, Victim.Parent.Get()), Key(Change, Victim.Key.Get());
             bool const bListed = !Victim.sListed.empty() && hKey->Listing.IsCurrent(Parent.Get());
-            if (!Parent.IsHeld() || !Key.IsHeld() || !MayDeleteFrom(Parent.Get()) || !EmptyKey(Key.Get())
-                || unlinkat(Parent.Get(), Victim.sFile.c_str(), AT_REMOVEDIR) != 0)
+            if (!Parent.IsHeld() || !Key.IsHeld() || !StoreMayDelete(Parent.Get()) || !EmptyKey(Key.Get())
+                || !StoreDeleteFolder(Parent.Get(), Victim.sFile.c_str()))
             {
                 return false;
             }
@@ -367,16 +357,16 @@ namespace plat
         struct Level_s
         {
             std::string sFile;
-            DescriptorIdentity_t Identity;
+            FolderIdentity_t Identity;
             std::vector<std::string> dLeft;
         };
 
-        bool PushLevel(std::vector<Level_s> & dLevels, std::string sFile, int iKey)
+        bool PushLevel(std::vector<Level_s> & dLevels, std::string sFile, StoreHandle_t hKey)
         {
-            KeyContents_s Contents = ReadKeyContents(iKey);
+            KeyContents_s Contents = ReadKeyContents(hKey);
             std::sort(Contents.dSubKeys.begin(), Contents.dSubKeys.end());
-            dLevels.push_back({ std::move(sFile), IdentityOf(iKey), std::move(Contents.dSubKeys) });
-            return Contents.bRead && MayDeleteFrom(iKey);
+            dLevels.push_back({ std::move(sFile), StoreIdentity(hKey), std::move(Contents.dSubKeys) });
+            return Contents.bRead && StoreMayDelete(hKey);
         }
 
         // Deletes the subkeys of a found key, each level from the last to the first, however deep.
@@ -384,7 +374,7 @@ namespace plat
         {
             std::vector<Level_s> dLevels;
             Victim_s Now;   // the key at hand; its parent is open only while it is deleted
-            Now.Key.Reset(OpenFolder(Top.Key.Get(), "."));
+            Now.Key.Reset(StoreOpenAnew(Top.Key.Get()));
             bool bGood = Now.Key.IsOpen() && PushLevel(dLevels, Top.sFile, Now.Key.Get());
             while (bGood && (dLevels.size() > 1 || !dLevels.back().dLeft.empty()))
             {
@@ -394,14 +384,14 @@ namespace plat
                     std::string sFile;
                     KeyNameOnDisk(Level.dLeft.back(), sFile);
                     Level.dLeft.pop_back();
-                    Now.Key.Reset(OpenFolder(Now.Key.Get(), sFile.c_str()));
+                    Now.Key.Reset(StoreOpenFolder(Now.Key.Get(), sFile.c_str()));
                     bGood = Now.Key.IsOpen() && PushLevel(dLevels, std::move(sFile), Now.Key.Get());
                     continue;
                 }
                 Now.sFile = std::move(Level.sFile);
                 dLevels.pop_back();
-                Now.Parent.Reset(OpenFolder(Now.Key.Get(), ".."));
-                bGood = IdentityOf(Now.Parent.Get()) == dLevels.back().Identity && DeleteFound(hKey, Now);
+                Now.Parent.Reset(StoreOpenFolder(Now.Key.Get(), ".."));
+                bGood = StoreIdentity(Now.Parent.Get()) == dLevels.back().Identity && DeleteFound(hKey, Now);
                 Now.Key.Reset(Now.Parent.Release());
             }
             return bGood;
@@ -410,14 +400,14 @@ namespace plat
 
     void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder)
     {
-        char(&szSet)[PATH_MAX] = g_szFolders[static_cast<int>(eTree)];
+        char(&szSet)[STORE_PATH_SIZE] = g_szFolders[static_cast<int>(eTree)];
         std::snprintf(szSet, sizeof(szSet), "%s", szFolder != nullptr ? szFolder : "");
     }
 
     bool RegistryRead(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e & eType,
         void * pBuffer, std::size_t & nSize)
     {
-        Descriptor_c const Key(OpenKey(eTree, TextOf(szKey), false));
+        StoreScope_c const Key(OpenKey(eTree, TextOf(szKey), false));
         return ReadFrom(Key.Get(), szName, eType, pBuffer, nSize);
     }
 
@@ -434,7 +424,7 @@ namespace plat
         errno = ENOENT;
         for (int iTry = 0; !bWritten && errno == ENOENT && iTry < DELETED_KEY_TRIES; ++iTry)
         {
-            Descriptor_c const Key(OpenKey(eTree, TextOf(szKey), true));
+            StoreScope_c const Key(OpenKey(eTree, TextOf(szKey), true));
             bWritten = Key.IsOpen() && WriteTo(Key.Get(), sFile.c_str(), Record);
         }
         return bWritten;
@@ -442,26 +432,26 @@ namespace plat
 
     bool RegistryKeyExists(RegistryTree_e eTree, char const * szKey)
     {
-        return Descriptor_c(OpenKey(eTree, TextOf(szKey), false)).IsOpen();
+        return StoreScope_c(OpenKey(eTree, TextOf(szKey), false)).IsOpen();
     }
 
     // The system checks the rights of each operation, so an opening needs none.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t, bool bCreate)
     {
-        int iFolder = -1;
+        StoreHandle_t hFolder = STORE_NONE;
         errno = ENOENT;
-        for (int iTry = 0; iFolder < 0 && errno == ENOENT && iTry < (bCreate ? DELETED_KEY_TRIES : 1); ++iTry)
+        for (int iTry = 0; hFolder == STORE_NONE && errno == ENOENT && iTry < (bCreate ? DELETED_KEY_TRIES : 1); ++iTry)
         {
-            iFolder = OpenKey(eTree, TextOf(szKey), bCreate);
+            hFolder = OpenKey(eTree, TextOf(szKey), bCreate);
         }
-        return NewKey(eTree, std::string(TextOf(szKey)), iFolder);
+        return NewKey(eTree, std::string(TextOf(szKey)), hFolder);
     }
 
     void RegistryCloseKey(RegistryKey_t hKey)
     {
         if (hKey)
         {
-            hKey->Folder.Reset(-1);
+            hKey->Folder.Reset(STORE_NONE);
             delete hKey;
         }
     }
@@ -503,7 +493,7 @@ namespace plat
         }
         Change_c Change;
         KeyLock_c const Key(Change, FolderOf(hKey));
-        return Key.IsHeld() && unlinkat(Key.Get(), sFile.c_str(), 0) == 0;
+        return Key.IsHeld() && StoreDeleteFile(Key.Get(), sFile.c_str());
     }
 
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName)
@@ -523,27 +513,27 @@ namespace plat
         {
             return false;
         }
-        bool const bGone = unlinkat(Key.Get(), sOld.c_str(), 0) == 0;
+        bool const bGone = StoreDeleteFile(Key.Get(), sOld.c_str());
         if (!bGone)
         {
-            unlinkat(Key.Get(), sNew.c_str(), 0);
+            StoreDeleteFile(Key.Get(), sNew.c_str());
         }
         return bGone;
     }
 
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize)
     {
-        int const iFolder = FolderOf(hKey);
-        if (iFolder < 0)
+        StoreHandle_t const hFolder = FolderOf(hKey);
+        if (hFolder == STORE_NONE)
         {
             return false;
         }
-        auto const & dNames = hKey->Listing.Read(iFolder);
+        auto const & dNames = hKey->Listing.Read(hFolder);
         if (iIndex >= dNames.size() || dNames[iIndex].size() >= nSize)
         {
             return false;
         }
-        std::string const sSpelling = SpellingOf(iFolder, dNames[iIndex]);
+        std::string const sSpelling = SpellingOf(hFolder, dNames[iIndex]);
         std::memcpy(szName, sSpelling.c_str(), sSpelling.size() + 1);
         return true;
     }
@@ -563,14 +553,12 @@ namespace plat
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info)
     {
         Info = {};
-        FileFacts_t Facts;
-        int const iFolder = FolderOf(hKey);
-        if (iFolder < 0 || !FactsAt(iFolder, "", AT_EMPTY_PATH, Facts))
+        StoreHandle_t const hFolder = FolderOf(hKey);
+        if (hFolder == STORE_NONE || !StoreLastWrite(hFolder, Info.tLastWrite))
         {
             return false;
         }
-        KeyContents_s const Contents = ReadKeyContents(iFolder);
-        Info.tLastWrite = Facts.tLastWrite;
+        KeyContents_s const Contents = ReadKeyContents(hFolder);
         Info.nSubKeys = Contents.dSubKeys.size();
         for (std::string const & sName : Contents.dSubKeys)
         {
@@ -580,7 +568,7 @@ namespace plat
         {
             RecordBytes_t aBytes;
             Record_t Record;
-            if (LoadRecord(iFolder, sFile.c_str(), aBytes, Record))
+            if (LoadRecord(hFolder, sFile.c_str(), aBytes, Record))
             {
                 ++Info.nValues;
                 Info.nMaxValueNameLength = std::max(Info.nMaxValueNameLength, Record.sName.size());

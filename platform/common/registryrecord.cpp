@@ -1,19 +1,10 @@
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-
-#include "platform/linux/registryrecord.h"
+#include "platform/common/registryrecord.h"
 
 #include "platform/common/folding.h"
-#include "platform/linux/descriptor.h"
-#include "platform/linux/openfile.h"
 
-#include <atomic>
-#include <climits>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
-#include <fcntl.h>
-#include <sys/stat.h>
 
 namespace plat
 {
@@ -95,30 +86,6 @@ namespace plat
             return true;
         }
 
-        // What is written until it is renamed. A writer alone has one name, so that it overwrites what a dead one left;
-        // others have each a name that none has used before.
-        void MakeBusyName(char (&szName)[64], bool bAlone)
-        {
-            static std::atomic<unsigned> s_nNames{ 0 };
-            if (bAlone)
-            {
-                std::snprintf(szName, sizeof(szName), "%c", BUSY_MARK);
-                return;
-            }
-            timespec Now;
-            clock_gettime(CLOCK_REALTIME, &Now);
-            std::snprintf(szName, sizeof(szName), "%c%d.%u.%llx", BUSY_MARK, static_cast<int>(getpid()), ++s_nNames,
-                static_cast<unsigned long long>(Now.tv_sec) * 1000000000u + static_cast<unsigned long>(Now.tv_nsec));
-        }
-
-        // A record is private, unless its key's folder may be read by others.
-        mode_t RecordMode(int iFolder)
-        {
-            struct stat Stat;
-            mode_t const iReaders = fstat(iFolder, &Stat) == 0 ? Stat.st_mode & (S_IRGRP | S_IROTH) : 0;
-            return PRIVATE_FILE_MODE | iReaders;
-        }
-
         // FNV-1a of 64 bits.
         std::uint64_t HashOf(std::string_view sText)
         {
@@ -150,12 +117,12 @@ namespace plat
                     sFile += { '%', DIGITS[static_cast<unsigned char>(cByte) >> 4], DIGITS[cByte & 15] };
                 }
             }
-            if (sFile.size() > NAME_MAX)
+            if (sFile.size() > STORE_NAME_LIMIT)
             {
                 char szHash[HASH_SIZE + 1];
                 std::snprintf(szHash, sizeof(szHash), "%c%016llX", SHORTENED_MARK,
                     static_cast<unsigned long long>(HashOf(std::string_view(sFile).substr(sMark.size()))));
-                sFile.replace(NAME_MAX - HASH_SIZE, std::string::npos, szHash);
+                sFile.replace(STORE_NAME_LIMIT - HASH_SIZE, std::string::npos, szHash);
             }
             errno = ENAMETOOLONG;
             return sName.size() <= NAME_LIMIT;
@@ -168,42 +135,26 @@ namespace plat
         }
     }
 
-    bool LoadRecord(int iFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record)
+    bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record)
     {
-        Descriptor_c const File(openat(iFolder, szFile, O_RDONLY | UNTRUSTED));
-        struct stat Stat;
-        if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0)
+        if (!StoreReadFile(hFolder, szFile, HEADER_SIZE + NAME_LIMIT + VALUE_LIMIT, aBytes))
         {
             return false;
         }
         errno = EBADMSG;
-        if (!S_ISREG(Stat.st_mode) || Stat.st_size > static_cast<off_t>(HEADER_SIZE + NAME_LIMIT + VALUE_LIMIT))
-        {
-            return false;
-        }
-        aBytes.resize(static_cast<std::size_t>(Stat.st_size));
-        return ReadFully(File.Get(), aBytes.data(), aBytes.size()) == aBytes.size() && UnpackRecord(aBytes, Record);
+        return UnpackRecord(aBytes, Record);
     }
 
-    bool StoreRecord(int iFolder, char const * szFile, Record_t const & Record, bool bAlone)
+    // A writer alone has one name for what it writes, so that it overwrites what a dead one left; others have each a name
+    // that none has used before.
+    bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone)
     {
-        RecordBytes_t const aBytes = PackRecord(Record);
-        char szBusy[64];
-        MakeBusyName(szBusy, bAlone);
-        Descriptor_c const File(MakeAnew(iFolder, szBusy, RecordMode(iFolder)));
-        if (!File.IsOpen())
+        char szBusy[64] = { BUSY_MARK };
+        if (!bAlone)
         {
-            return false;
+            StoreUniqueName(BUSY_MARK, szBusy);
         }
-        bool const bStored =
-            WriteFully(File.Get(), aBytes.data(), aBytes.size()) && renameat(iFolder, szBusy, iFolder, szFile) == 0;
-        if (!bStored)
-        {
-            int const iError = errno;
-            unlinkat(iFolder, szBusy, 0);
-            errno = iError;
-        }
-        return bStored;
+        return StoreWriteFile(hFolder, szBusy, szFile, PackRecord(Record), StoreRights_e::AsFolder);
     }
 
     bool KeyNameOnDisk(std::string_view sName, std::string & sFile)
