@@ -56,7 +56,7 @@ namespace plat
 
         /// Whether a batch has arrived since Read. Without changes it costs one call to the system that does not wait.
         /// A batch that does not fit the buffer, or that the system lost, leaves the buffer as it was. No batch arrives
-        /// any more once others have closed the watch's descriptor.
+        /// any more once others have closed the watch's handle.
         bool IsComplete();
 
         /// Subfolders that appeared and could not be watched since the last call, for want of the system's watches,

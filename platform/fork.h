@@ -2,7 +2,7 @@
 //
 // In the child only the thread that forked goes on. A lock that another thread held would stay held there for ever, and
 // work that is under way would be waited for by both processes. So each global lock has a ForkLock_c beside it, and each
-// service with a thread, a descriptor or work under way has a ForkHandler_c. Both are global objects as a rule, created
+// service with a thread, an open file or work under way has a ForkHandler_c. Both are global objects as a rule, created
 // and destroyed with no registered lock held. A lock that the forking thread holds stays its own in both processes.
 //
 //     constinit plat::Lock_c g_TableLock;

@@ -1,4 +1,4 @@
-// The clipboard: a folder with a file for each format, behind "=" and escaped as in the registry, the file "lock" that
+// The clipboard: a folder with a file for each format, named after "=" and escaped as in the registry, the file "lock" that
 // the opener locks, and "busy", what it writes before it renames it. The lock is one of the process, which a child does
 // not inherit: so it ends with the opener itself. docs/formats.md describes the files.
 

@@ -6,7 +6,7 @@
 // name. A record is written as "~" and renamed, so a name never shows half of one.
 //
 // Whoever changes a key locks its folder; whoever makes or deletes a key locks its parent first. A lock belongs to a
-// descriptor opened for it, since children share the descriptor of an open key. All changes of a process go one at a
+// handle opened for it, since children share the handle of an open key. All changes of a process go one at a
 // time, so that a fork finds no lock held. docs/formats.md describes the files.
 
 #include "platform/registry.h"

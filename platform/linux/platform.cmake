@@ -1,5 +1,11 @@
 # What Linux adds to the library's build.
 
+# Calls out of the library are bound at load, never first by a crash, and pass no stub.
+set(ZQCORE_SYSTEM_COMPILE_OPTIONS -fno-plt)
+
+set(ZQCORE_EXPORTS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+set(ZQCORE_SYSTEM_LINK_OPTIONS -Wl,-Bsymbolic-functions -Wl,--version-script=${ZQCORE_EXPORTS})
+
 # From the library's folder to where zqsymbols is installed.
 file(RELATIVE_PATH ZQCORE_SYMBOLS_INSTALLED ${CMAKE_INSTALL_FULL_LIBDIR}
     ${CMAKE_INSTALL_FULL_LIBEXECDIR}/zqcore/zqsymbols)
