@@ -83,7 +83,7 @@ inline void * GigaPoolStatic_c::Head_s::Take(bool bArray)
     std::uint64_t const iWas = iMasks;
     std::uint64_t const iLeft = iWas & (iWas - 1);
     iMasks = bArray ? iLeft | (iWas ^ iLeft) << GROUP_ELEMENTS : iLeft;
-    auto const iElement = static_cast<unsigned>(__builtin_ctz(Lower(iWas)));   // std::countr_zero tests for 0 first
+    auto const iElement = ZQ_FIRST_BIT(Lower(iWas));
     void * const pElement = pElements + iElement * nElementSize;
     plat::CheckerAllow(pElement, nElementSize);
     return pElement;
