@@ -30,8 +30,8 @@ namespace plat
         /// The open file, or null. What is done to it by other means must not meet a write under way.
         File_t GetHandle() const { return m_hFile; }
 
-        /// Begins to write at an offset from the start. Requires an open file and no write under way. What becomes of
-        /// it is told by Finish.
+        /// Begins to write at an offset from the start. Requires an open file and no write under way. Finish
+        /// returns whether it succeeded.
         void Write(std::uint64_t nOffset, void const * pData, std::size_t nBytes);
 
         /// Whether the system still writes. Does not wait.

@@ -22,7 +22,7 @@ namespace plat
         void (*fnUninitialize)() = nullptr;
     };
 
-    /// Installs functions; returns the former ones. Main thread.
+    /// Installs functions; returns the previous ones. Main thread.
     ZQ_API ComSystem_t ComSystemSet(ComSystem_t const & System);
 
     /// Start and end the system on the calling thread.

@@ -51,7 +51,7 @@ namespace plat
     /// Receives the heap's reports.
     using HeapReport_t = void (*)(char const * szText);
 
-    /// Takes a block; null if there is no memory and the failure handler gives up. The start is aligned for any type.
+    /// Allocates a block; null if there is no memory and the failure handler gives up. The start is aligned for any type.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine);
 
     /// Narrows a live block to the bytes that its caller sees. What follows them becomes part of the fence, and

@@ -22,7 +22,7 @@ namespace plat
 
     /// What others may do with the file while it is open. Advisory where the system has no share modes: an open that
     /// excludes writers fails while anyone has the file open for writing. It is checked at the open alone, and not at
-    /// all where the system grants no lease (another user's file, some network file systems).
+    /// all where the system can't say (another user's file, some network file systems).
     enum class Share_e
     {
         ReadWrite,
@@ -53,7 +53,7 @@ namespace plat
         {}
 
         /// Opens the file for reading and closes it again; false if that fails, or if anyone has it open for writing.
-        /// Where the system does not tell of writers: true if size and write time stood still since the former call.
+        /// Where the system does not tell of writers: true if size and write time stood still since the previous call.
         bool Try();
 
         /// Whether the last Try found nothing by that path.
@@ -61,7 +61,7 @@ namespace plat
 
     private:
         char const * m_szPath;
-        FileFacts_t m_Seen;   // at the former call
+        FileFacts_t m_Seen;   // at the previous call
         bool m_bSeen = false;
         bool m_bAbsent = false;
     };

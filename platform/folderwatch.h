@@ -1,6 +1,6 @@
 // folderwatch.h: which files of a folder tree were changed, asked for and never waited for.
 //
-// The watch collects changes between two reads and hands them over in the caller's buffer, as records one behind the
+// The watch collects changes between two reads and hands them over in the caller's buffer, as records one after the
 // other. A change is: a file that was opened for writing is closed, unless it is new and empty; a file is renamed onto
 // one that exists, or that existed and whose name is kept; a file is found written in a folder that was made just now,
 // and is no older than that. At most 65,536 names are kept; files that go after that are forgotten. One file is in a batch once, in the order of the first changes. One thread at a time. In the
@@ -12,12 +12,12 @@
 
 namespace plat
 {
-    /// What stands in front of each name in a batch. Records begin at multiples of 4 bytes.
+    /// The head before each name in a batch. Records begin at multiples of 4 bytes.
     struct FolderChange_t
     {
         std::uint32_t nNext;        // from this record to the next one; 0 at the last
         std::uint32_t iAction;      // FOLDER_CHANGE_MODIFIED; 0 in a batch without a record
-        std::uint32_t nNameBytes;   // UTF-16 units behind this head, not terminated: the path below the watched folder,
+        std::uint32_t nNameBytes;   // UTF-16 units after this head, not terminated: the path below the watched folder,
                                     // in the spelling of the disk, with `\`
     };
     static_assert(sizeof(FolderChange_t) == 12);
@@ -47,7 +47,7 @@ namespace plat
 
         bool IsOpen() const { return m_pTree != nullptr; }
 
-        /// What stands for the open watch in lists of open files; null while closed.
+        /// Identifies the open watch in lists of open files; null while closed.
         void * GetHandle() const;
 
         /// Asks for the next batch. The buffer, aligned to 4 bytes and zeroed, belongs to the watch until IsComplete

@@ -8,19 +8,18 @@ namespace plat
     /// The command line in one text, arguments joined by blanks; cut to nSize - 1 bytes and always terminated.
     void ProcessCommandLine(char * szBuffer, std::size_t nSize);
 
-    /// The executable's path; false if it can't be told or does not fit.
+    /// Copies the executable's path; false if it is unknown or does not fit.
     bool ProcessExecutablePath(wchar_t * szBuffer, std::size_t nSize);
 
-    /// The current folder without a trailing separator, but for the root; false if it can't be told or does not fit.
+    /// The current folder without a trailing separator, but for the root; false if it is unknown or does not fit.
     bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize);
 
     /// Puts the current folder in front of a relative path of nSize units at most; an empty one stays empty. False, with
     /// the path as it was, if the folder is unknown or the result does not fit.
     bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize);
 
-    /// Whether the process has rights that its caller lacks (on Linux a set-user-id program or one with file
-    /// capabilities: the loader's secure mode). What it may read must then not be shown to the caller. A fault filter may
-    /// call it.
+    /// Whether the process has rights that its caller lacks. What it may read must then not be shown to the caller. A
+    /// fault filter may call it.
     bool ProcessIsSecure();
 
     /// Makes a folder the current one; false on failure.

@@ -20,8 +20,8 @@ namespace plat
     bool RawWrite(RawFile_t hFile, char const * pText, std::size_t nBytes);
     void RawClose(RawFile_t hFile);
 
-    /// All of a regular file of at most 256 MiB, in pages to be given back by PagesGive with the file's size; null for
-    /// a file that is empty or can't be read.
+    /// Returns all of a regular file of at most 256 MiB, in pages to be released by PagesGive with the file's size; null
+    /// for a file that is empty or can't be read.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 
     /// Closes the file below a C stream that has no buffer, whoever holds the stream's lock. The stream stays; what is

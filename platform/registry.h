@@ -45,7 +45,7 @@ namespace plat
     bool RegistryRead(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e & eType,
         void * pBuffer, std::size_t & nSize);
 
-    /// Stores a value, making its keys as needed; false on failure, with the former value in place.
+    /// Stores a value, making its keys as needed; false on failure, with the previous value in place.
     bool RegistryWrite(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e eType,
         void const * pData, std::size_t nSize);
 

@@ -1,8 +1,8 @@
 // symbols.h: the frames, names, lines and variables of a thread of this process.
 //
-// A helper reads the debug information, and reads this process's memory for it: on Linux the program zqsymbols, on a
-// system with a library for debug information that library. Without the helper, and once it has failed or exceeded a
-// limit, frames come from the chain of frame pointers and everything else is unknown.
+// A helper reads the debug information, and this process's memory for it: a program of the library, or the system's own
+// library for debug information. Without the helper, and once it has failed or exceeded a limit, frames come from the
+// chain of frame pointers and everything else is unknown.
 //
 // Threads: one object serves one thread's registers and is not shared.
 // Cost: no heap and no lock, so a fault filter may call all of it, and less than 12 KB of stack. An answer takes at most

@@ -18,6 +18,6 @@ namespace plat
         std::uint64_t nVirtualTotal, nVirtualFree;     // bytes of this process's address space
     };
 
-    /// Gathers the facts; what can't be told is empty or 0.
+    /// Gathers the facts; what is unknown is empty or 0.
     void SystemGetFacts(SystemFacts_t & Facts);
 }

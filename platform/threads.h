@@ -79,7 +79,7 @@ namespace plat
         WaitWord_t m_nState{ 0 };   // clear, signalled, or clear with a thread that sleeps
     };
 
-    /// A wake-up that stays until it is taken back: every wait passes while it is set. Any thread, and a fault filter.
+    /// A wake-up that stays until it is reset: every wait passes while it is set. Any thread, and a fault filter.
     class Event_c
     {
     public:
@@ -97,7 +97,7 @@ namespace plat
         WaitWord_t m_nSet{ 0 };
     };
 
-    /// Calls fnEnd on the calling thread when it ends, behind the destructors of its own variables. One function a
+    /// Calls fnEnd on the calling thread when it ends, after the destructors of its own variables. One function a
     /// thread: a later call replaces it, and one out of fnEnd counts again. Not at the end of the
     /// process, nor where the system has no room for it.
     void ThreadAtEnd(void (*fnEnd)());
@@ -106,7 +106,7 @@ namespace plat
     class Thread_c
     {
     public:
-        /// Starts fnRun(pContext); false if the system gives no thread.
+        /// Starts fnRun(pContext); false if the system refuses a thread.
         bool Start(void (*fnRun)(void *), void * pContext);
 
         /// Waits for the end. Does nothing if no thread was started.

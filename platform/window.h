@@ -21,7 +21,7 @@ namespace plat
                                                                             // and delivers it; false if none waits
     };
 
-    /// Installs the host's functions; returns the former ones. Main thread.
+    /// Installs the host's functions; returns the previous ones. Main thread.
     ZQ_API WindowSystem_t WindowSystemSet(WindowSystem_t const & System);
 
     /// The functions installed, with harmless ones in place of null.
