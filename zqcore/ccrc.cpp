@@ -53,7 +53,7 @@ namespace
         return dTab;
     }
 
-    // The product of two polynomials modulo CRC32_POLYNOMIAL, the lowest power in the highest bit.
+    // Returns the product of two polynomials modulo CRC32_POLYNOMIAL, the lowest power in the highest bit.
     constexpr std::uint32_t Multiply(std::uint32_t dwA, std::uint32_t dwB)
     {
         std::uint32_t dwProduct = 0;
@@ -65,7 +65,7 @@ namespace
         return dwProduct;
     }
 
-    // Row i moves a CRC over 2 to the power of i bytes.
+    // Entry i moves a CRC over 2 to the power of i bytes.
     constexpr std::array<std::uint32_t, 64> MakeCrc32Moves()
     {
         constexpr std::uint32_t OVER_ONE_BYTE = 0x00800000;
@@ -81,14 +81,14 @@ namespace
 
     constexpr std::array<std::uint32_t, 64> CRC32_MOVES = MakeCrc32Moves();
 
-    // Compilers make one load of it.
+    // Compilers merge the four loads.
     std::uint32_t Load4(unsigned char const * pData)
     {
         return static_cast<std::uint32_t>(pData[0]) | static_cast<std::uint32_t>(pData[1]) << 8
                | static_cast<std::uint32_t>(pData[2]) << 16 | static_cast<std::uint32_t>(pData[3]) << 24;
     }
 
-    // The end of a run, fewer than eight bytes, and the complement.
+    // Adds the end of a run, fewer than eight bytes, and complements.
     inline std::uint32_t FinishTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes >= 4)
@@ -106,8 +106,8 @@ namespace
 
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);
 
-    // What runs from CRC32_KERNEL_MIN bytes on. Starts with the choice itself, before any constructor; several threads
-    // may choose at once and store the same.
+    // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it, which may come before any constructor.
+    // Threads that choose at the same time store the same kernel.
     constinit std::atomic<Crc32Kernel_t> s_fnKernel{ ChooseAndRun };
 
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)

@@ -15,7 +15,7 @@
 
 namespace
 {
-    // x^nPower modulo the polynomial, reflected into 33 bits: bit i stands for x^(32 - i).
+    // Returns x^nPower modulo the polynomial, reflected into 33 bits: bit i is the coefficient of x^(32 - i).
     constexpr std::int64_t PowerOfX(int nPower)
     {
         std::uint32_t dw = 0x80000000u;
@@ -26,7 +26,7 @@ namespace
         return static_cast<std::int64_t>(dw) << 1;
     }
 
-    // The quotient of x^96 by the polynomial without its lowest term: bit i stands for x^(64 - i).
+    // Returns the quotient of x^96 and the polynomial without its lowest term: bit i is the coefficient of x^(64 - i).
     constexpr std::int64_t Quotient()
     {
         std::uint64_t nQuotient = 1;
@@ -40,15 +40,15 @@ namespace
         return static_cast<std::int64_t>(nQuotient);
     }
 
-    // The factors that move a 16-byte block by BITS: its second half's and its first half's.
+    // The factors that move the second and the first half of a 16-byte block by BITS.
     template <int BITS>
     constexpr std::int64_t NEAR_FACTOR = PowerOfX(BITS - 32);
     template <int BITS>
     constexpr std::int64_t FAR_FACTOR = PowerOfX(BITS + 32);
     constexpr std::int64_t QUOTIENT = Quotient();
 
-    // 16 bytes read from offset r shuffle a block's first r bytes to its end, from offset 16 + r its last 16 - r bytes
-    // to its start; the others become 0.
+    // The 16 bytes from offset r move the first r bytes of a block to its end, those from offset 16 + r its last 16 - r
+    // bytes to its start. The other bytes become 0.
     constexpr std::array<unsigned char, 48> MakeShuffle()
     {
         std::array<unsigned char, 48> dShuffle{};
@@ -60,30 +60,30 @@ namespace
     }
     constexpr std::array<unsigned char, 48> SHUFFLE = MakeShuffle();
 
-    ZQ_TARGET_PCLMUL inline __m128i Load(unsigned char const * pData)
+    ZQ_TARGET_PCLMUL inline __m128i LoadBlock(unsigned char const * pData)
     {
         return _mm_loadu_si128(reinterpret_cast<__m128i const *>(pData));
     }
 
-    // A block moved by the distance of Factors and added to another.
-    ZQ_TARGET_PCLMUL inline __m128i Fold(__m128i Block, __m128i Factors, __m128i Next)
+    // Returns a block moved by the distance of Factors and added to the next one.
+    ZQ_TARGET_PCLMUL inline __m128i FoldBlock(__m128i Block, __m128i Factors, __m128i Next)
     {
         __m128i const First = _mm_clmulepi64_si128(Block, Factors, 0x00);
         __m128i const Second = _mm_clmulepi64_si128(Block, Factors, 0x11);
         return _mm_xor_si128(_mm_xor_si128(First, Next), Second);
     }
 
-    // The block's first nRest bytes moved behind it, onto the rest and the nRest bytes that end at pEnd.
+    // Moves the first nRest bytes of a block past its end, and adds them to the rest of it and the nRest bytes before pEnd.
     ZQ_TARGET_PCLMUL inline __m128i FoldRest(
         __m128i Block, __m128i Factors, unsigned char const * pEnd, std::size_t nRest)
     {
-        __m128i const ToEnd = Load(SHUFFLE.data() + nRest);
-        __m128i const ToStart = Load(SHUFFLE.data() + 16 + nRest);
-        __m128i const Last = _mm_blendv_epi8(_mm_shuffle_epi8(Block, ToStart), Load(pEnd - 16), ToStart);
-        return Fold(_mm_shuffle_epi8(Block, ToEnd), Factors, Last);
+        __m128i const ToEnd = LoadBlock(SHUFFLE.data() + nRest);
+        __m128i const ToStart = LoadBlock(SHUFFLE.data() + 16 + nRest);
+        __m128i const Last = _mm_blendv_epi8(_mm_shuffle_epi8(Block, ToStart), LoadBlock(pEnd - 16), ToStart);
+        return FoldBlock(_mm_shuffle_epi8(Block, ToEnd), Factors, Last);
     }
 
-    // The CRC of a message that folded to one block: 16 bytes to 12 by one more factor, then Barrett's reduction.
+    // Returns the CRC of a message that was folded to one block: 16 bytes to 12 by a factor, then Barrett's reduction.
     ZQ_TARGET_PCLMUL inline std::uint32_t Reduce(__m128i Block)
     {
         __m128i const Barrett = _mm_set_epi64x(static_cast<std::int64_t>(CRC32_POLYNOMIAL) << 1 | 1, QUOTIENT);
@@ -94,151 +94,203 @@ namespace
         return ~static_cast<std::uint32_t>(_mm_extract_epi32(_mm_xor_si128(Rest, Product), 2));
     }
 
-    // What is left behind a folded block: whole blocks, then the rest of fewer than 16 bytes.
+    // Adds what follows a folded block: whole blocks, then a rest of fewer than 16 bytes. Returns the CRC.
     ZQ_TARGET_PCLMUL inline std::uint32_t Finish(__m128i Block, unsigned char const * pData, std::size_t nBytes)
     {
         __m128i const By1 = _mm_set_epi64x(NEAR_FACTOR<128>, FAR_FACTOR<128>);
         for (; nBytes >= 16; nBytes -= 16, pData += 16)
         {
-            Block = Fold(Block, By1, Load(pData));
+            Block = FoldBlock(Block, By1, LoadBlock(pData));
         }
         return Reduce(nBytes == 0 ? Block : FoldRest(Block, By1, pData + nBytes, nBytes));
     }
 
-    ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(unsigned char const * pData, std::size_t nBytes)
+    // A lane is a register with one or more blocks side by side. Its functions take references because FoldRun, into which
+    // they are inlined, has the instructions of the lane only after it is inlined itself, and no registers of its size
+    // before. For the same reason FoldRun has four variables in place of an array.
+    struct Lane128_s
     {
-        __m128i Block = _mm_xor_si128(Load(pData), _mm_cvtsi32_si128(-1));
-        if (nBytes < 64)
-        {
-            return Finish(Block, pData + 16, nBytes - 16);
-        }
-        __m128i const By4 = _mm_set_epi64x(NEAR_FACTOR<512>, FAR_FACTOR<512>);
-        __m128i const By1 = _mm_set_epi64x(NEAR_FACTOR<128>, FAR_FACTOR<128>);
-        __m128i Block1 = Load(pData + 16);
-        __m128i Block2 = Load(pData + 32);
-        __m128i Block3 = Load(pData + 48);
-        for (pData += 64, nBytes -= 64; nBytes >= 64; pData += 64, nBytes -= 64)
-        {
-            Block = Fold(Block, By4, Load(pData));
-            Block1 = Fold(Block1, By4, Load(pData + 16));
-            Block2 = Fold(Block2, By4, Load(pData + 32));
-            Block3 = Fold(Block3, By4, Load(pData + 48));
-        }
-        __m128i const By2 = _mm_set_epi64x(NEAR_FACTOR<256>, FAR_FACTOR<256>);
-        return Finish(Fold(Fold(Block, By1, Block1), By2, Fold(Block2, By1, Block3)), pData, nBytes);
-    }
+        using Blocks_t = __m128i;
 
-    ZQ_TARGET_PAIRS inline __m256i LoadPair(unsigned char const * pData)
+        ZQ_TARGET_PCLMUL static inline void Load(Blocks_t & Blocks, unsigned char const * pData)
+        {
+            Blocks = LoadBlock(pData);
+        }
+
+        // Adds the preset register to the first block.
+        ZQ_TARGET_PCLMUL static inline void Preset(Blocks_t & Blocks)
+        {
+            Blocks = _mm_xor_si128(Blocks, _mm_cvtsi32_si128(-1));
+        }
+
+        // The same distance for each block.
+        ZQ_TARGET_PCLMUL static inline void Factors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
+        {
+            Factors = _mm_set_epi64x(nNear, nFar);
+        }
+
+        // Moves each block by the distance of Factors and adds the next one.
+        ZQ_TARGET_PCLMUL static inline void Fold(Blocks_t & Blocks, Blocks_t const & Factors, Blocks_t const & Next)
+        {
+            Blocks = FoldBlock(Blocks, Factors, Next);
+        }
+
+        ZQ_TARGET_PCLMUL static inline void Fold(
+            Blocks_t & Blocks, Blocks_t const & Factors, unsigned char const * pNext)
+        {
+            Blocks_t Next;
+            Load(Next, pNext);
+            Fold(Blocks, Factors, Next);
+        }
+
+        // Folds the blocks to one: moves each to the place of the last.
+        ZQ_TARGET_PCLMUL static inline void Narrow(__m128i & Block, Blocks_t const & Blocks) { Block = Blocks; }
+    };
+
+    struct Lane256_s
     {
-        return _mm256_loadu_si256(reinterpret_cast<__m256i const *>(pData));
-    }
+        using Blocks_t = __m256i;
 
-    // Fold for two blocks side by side.
-    ZQ_TARGET_PAIRS inline __m256i FoldPair(__m256i Blocks, __m256i Factors, __m256i Next)
-    {
-        __m256i const First = _mm256_clmulepi64_epi128(Blocks, Factors, 0x00);
-        __m256i const Second = _mm256_clmulepi64_epi128(Blocks, Factors, 0x11);
-        return _mm256_xor_si256(_mm256_xor_si256(First, Next), Second);
-    }
-
-    // The same distance for both blocks.
-    ZQ_TARGET_PAIRS inline __m256i FactorsPair(std::int64_t nFar, std::int64_t nNear)
-    {
-        return _mm256_set_epi64x(nNear, nFar, nNear, nFar);
-    }
-
-    constexpr std::size_t PAIRS_MIN = 256;   // from here on pairs of blocks pay
-
-    ZQ_TARGET_PAIRS std::uint32_t Crc32Pairs(unsigned char const * pData, std::size_t nBytes)
-    {
-        if (nBytes < PAIRS_MIN)
+        ZQ_TARGET_PAIRS static inline void Load(Blocks_t & Blocks, unsigned char const * pData)
         {
-            return Crc32Pclmul(pData, nBytes);
+            Blocks = _mm256_loadu_si256(reinterpret_cast<__m256i const *>(pData));
         }
-        __m256i const By4 = FactorsPair(FAR_FACTOR<4 * 256>, NEAR_FACTOR<4 * 256>);
-        __m256i const By1 = FactorsPair(FAR_FACTOR<256>, NEAR_FACTOR<256>);
-        __m256i Blocks0 = _mm256_xor_si256(LoadPair(pData), _mm256_zextsi128_si256(_mm_cvtsi32_si128(-1)));
-        __m256i Blocks1 = LoadPair(pData + 32);
-        __m256i Blocks2 = LoadPair(pData + 64);
-        __m256i Blocks3 = LoadPair(pData + 96);
-        for (pData += 128, nBytes -= 128; nBytes >= 128; pData += 128, nBytes -= 128)
+
+        ZQ_TARGET_PAIRS static inline void Preset(Blocks_t & Blocks)
         {
-            Blocks0 = FoldPair(Blocks0, By4, LoadPair(pData));
-            Blocks1 = FoldPair(Blocks1, By4, LoadPair(pData + 32));
-            Blocks2 = FoldPair(Blocks2, By4, LoadPair(pData + 64));
-            Blocks3 = FoldPair(Blocks3, By4, LoadPair(pData + 96));
+            Blocks = _mm256_xor_si256(Blocks, _mm256_zextsi128_si256(_mm_cvtsi32_si128(-1)));
         }
-        __m256i const By2 = FactorsPair(FAR_FACTOR<2 * 256>, NEAR_FACTOR<2 * 256>);
-        Blocks0 = FoldPair(FoldPair(Blocks0, By1, Blocks1), By2, FoldPair(Blocks2, By1, Blocks3));
-        for (; nBytes >= 32; pData += 32, nBytes -= 32)
+
+        ZQ_TARGET_PAIRS static inline void Factors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
         {
-            Blocks0 = FoldPair(Blocks0, By1, LoadPair(pData));
+            Factors = _mm256_set_epi64x(nNear, nFar, nNear, nFar);
         }
-        __m128i const ToNext = _mm_set_epi64x(NEAR_FACTOR<128>, FAR_FACTOR<128>);
-        __m128i const Block = Fold(_mm256_castsi256_si128(Blocks0), ToNext, _mm256_extracti128_si256(Blocks0, 1));
+
+        ZQ_TARGET_PAIRS static inline void Fold(Blocks_t & Blocks, Blocks_t const & Factors, Blocks_t const & Next)
+        {
+            __m256i const First = _mm256_clmulepi64_epi128(Blocks, Factors, 0x00);
+            __m256i const Second = _mm256_clmulepi64_epi128(Blocks, Factors, 0x11);
+            Blocks = _mm256_xor_si256(_mm256_xor_si256(First, Next), Second);
+        }
+
+        ZQ_TARGET_PAIRS static inline void Fold(
+            Blocks_t & Blocks, Blocks_t const & Factors, unsigned char const * pNext)
+        {
+            Blocks_t Next;
+            Load(Next, pNext);
+            Fold(Blocks, Factors, Next);
+        }
+
+        ZQ_TARGET_PAIRS static inline void Narrow(__m128i & Block, Blocks_t const & Blocks)
+        {
+            __m128i const ToNext = _mm_set_epi64x(NEAR_FACTOR<128>, FAR_FACTOR<128>);
+            Block = FoldBlock(_mm256_castsi256_si128(Blocks), ToNext, _mm256_extracti128_si256(Blocks, 1));
+        }
+    };
+
+    struct Lane512_s
+    {
+        using Blocks_t = __m512i;
+
+        ZQ_TARGET_VPCLMUL static inline void Load(Blocks_t & Blocks, unsigned char const * pData)
+        {
+            Blocks = _mm512_loadu_si512(pData);
+        }
+
+        ZQ_TARGET_VPCLMUL static inline void Preset(Blocks_t & Blocks)
+        {
+            Blocks = _mm512_xor_si512(Blocks, _mm512_zextsi128_si512(_mm_cvtsi32_si128(-1)));
+        }
+
+        ZQ_TARGET_VPCLMUL static inline void Factors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
+        {
+            Factors = _mm512_set_epi64(nNear, nFar, nNear, nFar, nNear, nFar, nNear, nFar);
+        }
+
+        ZQ_TARGET_VPCLMUL static inline void Fold(Blocks_t & Blocks, Blocks_t const & Factors, Blocks_t const & Next)
+        {
+            __m512i const First = _mm512_clmulepi64_epi128(Blocks, Factors, 0x00);
+            __m512i const Second = _mm512_clmulepi64_epi128(Blocks, Factors, 0x11);
+            Blocks = _mm512_ternarylogic_epi64(First, Second, Next, 0x96);
+        }
+
+        ZQ_TARGET_VPCLMUL static inline void Fold(
+            Blocks_t & Blocks, Blocks_t const & Factors, unsigned char const * pNext)
+        {
+            Blocks_t Next;
+            Load(Next, pNext);
+            Fold(Blocks, Factors, Next);
+        }
+
+        ZQ_TARGET_VPCLMUL static inline void Narrow(__m128i & Block, Blocks_t const & Blocks)
+        {
+            __m512i const Factors = _mm512_set_epi64(0, 0, NEAR_FACTOR<128>, FAR_FACTOR<128>, NEAR_FACTOR<256>,
+                FAR_FACTOR<256>, NEAR_FACTOR<384>, FAR_FACTOR<384>);
+            __m512i Moved = Blocks;
+            Fold(Moved, Factors, _mm512_maskz_mov_epi64(0xC0, Blocks));
+            // The masked form with all bits set: g++ 12 warns of the plain one.
+            __m256i const Low = _mm512_maskz_extracti64x4_epi64(0xF, Moved, 0);
+            __m256i const Half = _mm256_xor_si256(Low, _mm512_maskz_extracti64x4_epi64(0xF, Moved, 1));
+            Block = _mm_xor_si128(_mm256_castsi256_si128(Half), _mm256_extracti128_si256(Half, 1));
+        }
+    };
+
+    // Folds a run of at least four lanes: four at a time, the four to one, then one at a time.
+    template <typename LANE>
+    ZQ_TARGET_PCLMUL ZQ_INLINE std::uint32_t FoldRun(unsigned char const * pData, std::size_t nBytes)
+    {
+        using Blocks_t = typename LANE::Blocks_t;
+        constexpr std::size_t LANE_BYTES = sizeof(Blocks_t);
+        constexpr int BITS = 8 * static_cast<int>(LANE_BYTES);
+        Blocks_t Blocks0, Blocks1, Blocks2, Blocks3, By1, By2, By4;
+        LANE::Factors(By1, FAR_FACTOR<BITS>, NEAR_FACTOR<BITS>);
+        LANE::Factors(By2, FAR_FACTOR<2 * BITS>, NEAR_FACTOR<2 * BITS>);
+        LANE::Factors(By4, FAR_FACTOR<4 * BITS>, NEAR_FACTOR<4 * BITS>);
+        LANE::Load(Blocks0, pData);
+        LANE::Load(Blocks1, pData + LANE_BYTES);
+        LANE::Load(Blocks2, pData + 2 * LANE_BYTES);
+        LANE::Load(Blocks3, pData + 3 * LANE_BYTES);
+        LANE::Preset(Blocks0);
+        for (pData += 4 * LANE_BYTES, nBytes -= 4 * LANE_BYTES; nBytes >= 4 * LANE_BYTES;
+             pData += 4 * LANE_BYTES, nBytes -= 4 * LANE_BYTES)
+        {
+            LANE::Fold(Blocks0, By4, pData);
+            LANE::Fold(Blocks1, By4, pData + LANE_BYTES);
+            LANE::Fold(Blocks2, By4, pData + 2 * LANE_BYTES);
+            LANE::Fold(Blocks3, By4, pData + 3 * LANE_BYTES);
+        }
+        LANE::Fold(Blocks0, By1, Blocks1);
+        LANE::Fold(Blocks2, By1, Blocks3);
+        LANE::Fold(Blocks0, By2, Blocks2);
+        for (; nBytes >= LANE_BYTES; nBytes -= LANE_BYTES, pData += LANE_BYTES)
+        {
+            LANE::Fold(Blocks0, By1, pData);
+        }
+        __m128i Block;
+        LANE::Narrow(Block, Blocks0);
         return Finish(Block, pData, nBytes);
     }
 
-    ZQ_TARGET_VPCLMUL inline __m512i LoadWide(unsigned char const * pData)
+    constexpr std::size_t WIDE_MIN = 256;   // lanes of more than one block pay from here on
+
+    ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(unsigned char const * pData, std::size_t nBytes)
     {
-        return _mm512_loadu_si512(pData);
+        if (nBytes < 64)
+        {
+            __m128i const First = _mm_xor_si128(LoadBlock(pData), _mm_cvtsi32_si128(-1));
+            return Finish(First, pData + 16, nBytes - 16);
+        }
+        return FoldRun<Lane128_s>(pData, nBytes);
     }
 
-    // Fold for four blocks side by side.
-    ZQ_TARGET_VPCLMUL inline __m512i FoldWide(__m512i Blocks, __m512i Factors, __m512i Next)
+    ZQ_TARGET_PAIRS std::uint32_t Crc32Pairs(unsigned char const * pData, std::size_t nBytes)
     {
-        __m512i const First = _mm512_clmulepi64_epi128(Blocks, Factors, 0x00);
-        __m512i const Second = _mm512_clmulepi64_epi128(Blocks, Factors, 0x11);
-        return _mm512_ternarylogic_epi64(First, Second, Next, 0x96);
+        return nBytes < WIDE_MIN ? Crc32Pclmul(pData, nBytes) : FoldRun<Lane256_s>(pData, nBytes);
     }
-
-    // The same distance for each of the four blocks.
-    ZQ_TARGET_VPCLMUL inline __m512i FactorsWide(std::int64_t nFar, std::int64_t nNear)
-    {
-        return _mm512_set_epi64(nNear, nFar, nNear, nFar, nNear, nFar, nNear, nFar);
-    }
-
-    // Four blocks folded to one: each moved by its distance to the last.
-    ZQ_TARGET_VPCLMUL inline __m128i Narrow(__m512i Blocks)
-    {
-        __m512i const Factors = _mm512_set_epi64(0, 0, NEAR_FACTOR<128>, FAR_FACTOR<128>, NEAR_FACTOR<256>,
-            FAR_FACTOR<256>, NEAR_FACTOR<384>, FAR_FACTOR<384>);
-        __m512i const Moved = FoldWide(Blocks, Factors, _mm512_maskz_mov_epi64(0xC0, Blocks));
-        // The masked form with all bits set: g++ 12 warns of the plain one.
-        __m256i const Low = _mm512_maskz_extracti64x4_epi64(0xF, Moved, 0);
-        __m256i const Half = _mm256_xor_si256(Low, _mm512_maskz_extracti64x4_epi64(0xF, Moved, 1));
-        return _mm_xor_si128(_mm256_castsi256_si128(Half), _mm256_extracti128_si256(Half, 1));
-    }
-
-    // From here on the wide registers pay.
-    constexpr std::size_t VPCLMUL_MIN = 256;
 
     ZQ_TARGET_VPCLMUL std::uint32_t Crc32Vpclmul(unsigned char const * pData, std::size_t nBytes)
     {
-        if (nBytes < VPCLMUL_MIN)
-        {
-            return Crc32Pclmul(pData, nBytes);
-        }
-        __m512i const By4 = FactorsWide(FAR_FACTOR<4 * 512>, NEAR_FACTOR<4 * 512>);
-        __m512i const By1 = FactorsWide(FAR_FACTOR<512>, NEAR_FACTOR<512>);
-        __m512i Blocks0 = _mm512_xor_si512(LoadWide(pData), _mm512_zextsi128_si512(_mm_cvtsi32_si128(-1)));
-        __m512i Blocks1 = LoadWide(pData + 64);
-        __m512i Blocks2 = LoadWide(pData + 128);
-        __m512i Blocks3 = LoadWide(pData + 192);
-        for (pData += 256, nBytes -= 256; nBytes >= 256; pData += 256, nBytes -= 256)
-        {
-            Blocks0 = FoldWide(Blocks0, By4, LoadWide(pData));
-            Blocks1 = FoldWide(Blocks1, By4, LoadWide(pData + 64));
-            Blocks2 = FoldWide(Blocks2, By4, LoadWide(pData + 128));
-            Blocks3 = FoldWide(Blocks3, By4, LoadWide(pData + 192));
-        }
-        __m512i const By2 = FactorsWide(FAR_FACTOR<2 * 512>, NEAR_FACTOR<2 * 512>);
-        Blocks0 = FoldWide(FoldWide(Blocks0, By1, Blocks1), By2, FoldWide(Blocks2, By1, Blocks3));
-        for (; nBytes >= 64; pData += 64, nBytes -= 64)
-        {
-            Blocks0 = FoldWide(Blocks0, By1, LoadWide(pData));
-        }
-        return Finish(Narrow(Blocks0), pData, nBytes);
+        return nBytes < WIDE_MIN ? Crc32Pclmul(pData, nBytes) : FoldRun<Lane512_s>(pData, nBytes);
     }
 }
 
