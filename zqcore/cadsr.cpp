@@ -4,7 +4,7 @@
 
 namespace
 {
-    // The level at time t of the line from level a at time s to level b at time e.
+    // Returns the level at time t on the line from level a at time s to level b at time e.
     float Ramp(float a, float b, float s, float e, float t)
     {
         float const d = e - s;

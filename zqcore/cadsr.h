@@ -1,12 +1,23 @@
-// cadsr.h: an envelope over time with attack, decay, sustain and release, as a sound's or an effect's level follows it.
+// cadsr.h: an envelope over time with attack, decay, sustain and release, for the level of a sound or an effect.
 //
-// The level rises from 0 to the attack level, goes to the sustain level, stays there, and falls to 0. Times are in the
-// caller's unit and run from 0; they are kept as the ends of the phases, in double, while levels are computed in single
-// precision, with the same bits everywhere. A phase of length 0 is skipped. A plain value.
+// The level rises from 0 to the attack level, changes to the sustain level, stays there, and falls to 0. Times are in
+// the unit of the caller and begin at 0. They are stored as the ends of the phases, in double. Levels are computed in
+// single precision, with the same bits on every machine. A phase of length 0 is skipped.
+//
+// Ownership: a plain value.
+// Threads: one at a time for each envelope.
+// Cost: a few operations. No allocation.
+// Failure: SetAttack, SetDecay, SetSustain and SetRelease return false and change nothing if the length is too short.
+//
+//     ADSR_c Envelope(1.0f, 0.5f);                      // levels of attack and sustain
+//     Envelope.SetTimeIntervals(0.1, 0.2, 1.0, 0.5);    // seconds
+//     Envelope.TimePass(0.05);
+//     float const fLevel = Envelope.Get();              // 0.5, half-way up the attack
 #pragma once
 
 #include "zqcore/cconfig.h"
 
+/// Phases of an envelope. NONE is before the begin and after the end.
 enum ADSR_Phase_e
 {
     ADSR_PHASE_NONE,
@@ -16,54 +27,56 @@ enum ADSR_Phase_e
     ADSR_PHASE_RELEASE
 };
 
+/// An envelope with its current time.
 class ZQ_API ADSR_c
 {
 public:
-    /// For hosts: the time of a phase that does not end, the largest float.
+    /// The largest float: for hosts, the length of a phase that does not end.
     static constexpr double tMAX_TIME = 3.4028234663852886e+38;
 
-    /// One unit of attack to the level 1.
+    /// An envelope of one unit of attack to the level 1.
     ADSR_c() = default;
     ADSR_c(float fAttack, float fSustain) { SetLevels(fAttack, fSustain); }
     ADSR_c(ADSR_c const & Other) = default;
 
-    /// Copies everything, the current time too.
+    /// Copies levels, times and the current time.
     ADSR_c & operator=(ADSR_c const & Other)
     {
         Copy(Other);
         return *this;
     }
 
+    /// Sets the levels at the end of the attack and during the sustain.
     void SetLevels(float fAttack, float fSustain);
 
-    /// Sets the four durations, none of which may be negative.
+    /// Sets the four durations. Requires that none is negative.
     void SetTimeIntervals(double tAttack, double tDecay, double tSustain, double tRelease);
 
-    /// Make the whole envelope tLength long by giving one phase what the other three leave. False, with no change, if
-    /// they leave less than nothing.
+    /// Make the whole envelope tLength long by the duration of one phase. Return false and change nothing if the other
+    /// three are longer than tLength.
     bool SetAttack(double tLength) { return SetLength(ADSR_PHASE_ATTACK, tLength); }
     bool SetDecay(double tLength) { return SetLength(ADSR_PHASE_DECAY, tLength); }
     bool SetSustain(double tLength) { return SetLength(ADSR_PHASE_SUSTAIN, tLength); }
     bool SetRelease(double tLength) { return SetLength(ADSR_PHASE_RELEASE, tLength); }
 
-    /// Durations.
+    /// Return the durations.
     double GetAttack() const { return tAttackEnd; }
     double GetDecay() const { return tDecayEnd - tAttackEnd; }
     double GetSustain() const { return tSustainEnd - tDecayEnd; }
     double GetRelease() const { return tReleaseEnd - tSustainEnd; }
 
-    /// The attack level, and the sustain level, whichever is the larger.
+    /// Return the attack level (GetMin) and the sustain level (GetMax), whichever is the larger.
     float GetMin() const { return fAttackLevel; }
     float GetMax() const { return fSustainLevel; }
 
-    /// Puts the current time to 0, or moves it, which may take it below 0.
+    /// Sets the current time to 0, and moves it by dt, which may be negative.
     void Restart() { tTime = 0.0; }
     void TimePass(double dt) { tTime += dt; }
 
-    /// The phase at the current time; none below 0 and from the end on.
+    /// Returns the phase at the current time; ADSR_PHASE_NONE below 0 and from the end on.
     ADSR_Phase_e GetPhase() const;
 
-    /// The level at the current time; 0 where there is no phase.
+    /// Returns the level at the current time; 0 in ADSR_PHASE_NONE.
     float Get() const;
 
     float fAttackLevel = 1.0f;    // at the end of the attack
@@ -71,8 +84,8 @@ public:
     double tAttackEnd = 1.0;
     double tDecayEnd = 1.0;
     double tSustainEnd = 1.0;
-    double tReleaseEnd = 1.0;   // the envelope's length
-    double tTime = 0.0;         // now
+    double tReleaseEnd = 1.0;   // length of the envelope
+    double tTime = 0.0;         // current time
 
 protected:
     void Copy(ADSR_c const & Other);

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <utility>
 
-// The noise is exact only if no operation keeps more bits than a float has.
+// The noise is the same everywhere only if no operation keeps more bits than a float has.
 static_assert(FLT_EVAL_METHOD == 0);
 
 namespace
@@ -17,9 +17,9 @@ namespace
     using plat::Spread;
 
     constexpr int LATTICE = 256;
-    constexpr int REPEATED = LATTICE + 2;   // entries that follow again, so that no sum of indices needs a wrap
+    constexpr int REPEATED = LATTICE + 2;   // entries that are repeated, so that no sum of indices needs to wrap
     constexpr int TABLE_SIZE = LATTICE + REPEATED;
-    constexpr float OFFSET = 4096.0f;   // makes coordinates positive, where truncation is floor
+    constexpr float OFFSET = 4096.0f;   // makes coordinates positive, so that truncation is floor
 
     constinit ModulePerlin_c s_Module;
     constinit std::uint32_t s_dwSeed = 1;
@@ -33,7 +33,7 @@ namespace
     };
     constinit Tables_s s_Tables{};
 
-    // 0 to 32767.
+    // Returns 0 to 32767.
     int Draw()
     {
         s_dwSeed = s_dwSeed * 214013u + 2531011u;
@@ -45,7 +45,7 @@ namespace
         return static_cast<float>(Draw() % 512 - 256) / 256.0f;
     }
 
-    // What a vector of this squared length is divided by.
+    // Returns the divisor that normalises a vector of this squared length.
     float LengthOf(float fSquare)
     {
         float const s = std::sqrt(fSquare);
@@ -65,7 +65,7 @@ namespace
         v = { v.x / s, v.y / s, v.z / s };
     }
 
-    // The order of the draws makes the noise.
+    // The order of the draws decides the noise.
     void DrawEntry(int i)
     {
         s_Tables.dPermutation[i] = i;
@@ -101,13 +101,13 @@ namespace
         }
     }
 
-    // Where a point lies on the lattice, one lane an axis.
+    // Position of a point on the lattice, one lane for each axis.
     struct Place_s
     {
-        plat::Int4_t n;   // the lattice point at or below
-        Float4_t r0;      // the way from there
-        Float4_t r1;      // the way from the next one
-        Float4_t s;       // the weight of the next one
+        plat::Int4_t n;   // lattice point at or below the point
+        Float4_t r0;      // distance from n
+        Float4_t r1;      // distance from n + 1
+        Float4_t s;       // weight of n + 1
 
         explicit Place_s(Float4_t Point)
         {
@@ -157,7 +157,7 @@ namespace
         }
     };
 
-    // The values of the four corners of the plane bz; x, y and z are the ways from them.
+    // Returns the values of the four corners in the plane bz. x, y and z are the distances from the corners.
     Float4_t PlaneValues(Corners_s const & Corners, int bz, Float4_t x, Float4_t y, Float4_t z)
     {
         Float4_t const * const g = s_Tables.dGradients3 + bz;
@@ -203,7 +203,7 @@ float PerlinNoise(Vec3fpu_t const & Point)
     Float4_t const y = Pick<1, 1, 5, 5>(Place.r0, Place.r1);
     Float4_t const Plane0 = PlaneValues(Corners, Place.First(2), x, y, Spread<2>(Place.r0));
     Float4_t const Plane1 = PlaneValues(Corners, Place.Next(2), x, y, Spread<2>(Place.r1));
-    // Both planes side by side, first by sx, then by sy: each lane is one of the blends.
+    // Blends both planes at once, first by sx, then by sy: each lane is one blend.
     Float4_t const AlongX =
         Blend(Pick<0, 2, 4, 6>(Plane0, Plane1), Pick<1, 3, 5, 7>(Plane0, Plane1), Spread<0>(Place.s));
     Float4_t const AlongY =

@@ -1,15 +1,23 @@
-// crandom.h: seeded generators of pseudo-random numbers, and the list of those that have a name.
+// crandom.h: seeded generators of pseudo-random numbers, and the list of the generators that have a name.
 //
-// A generator is its 32-bit seed. A step is seed * 747796405 + 2891336453 modulo 2^32, which runs through all 2^32 seeds
-// before one comes again (M. O'Neill, "PCG: A Family of Simple Fast Space-Efficient Statistically Good Algorithms for
-// Random Number Generation", 2014). Its number is the hash lowbias32 of the new seed (C. Wellons, "Prospecting for Hash
-// Functions", 2018), so that each 32-bit number comes exactly once in a period, and the numbers of neighbouring seeds
-// have nothing in common: a host may seed one generator an object by the object's number. A seed gives the same numbers
-// on every machine; GetSeed in the midst of a sequence and SetSeed later go on with it. No source of secrets.
+// The state of a generator is its 32-bit seed. A step is seed * 747796405 + 2891336453 modulo 2^32, which visits all
+// 2^32 seeds before it repeats (M. O'Neill, "PCG: A Family of Simple Fast Space-Efficient Statistically Good Algorithms
+// for Random Number Generation", 2014). The number of a step is the hash lowbias32 of the new seed (C. Wellons,
+// "Prospecting for Hash Functions", 2018), so that a period contains each 32-bit number once, and the numbers of
+// neighbouring seeds are unrelated: a host may seed one generator for each object by the object's number. A seed gives
+// the same numbers on every machine. GetSeed in a sequence, and SetSeed later, continue it. Not a source of secrets.
 //
-// A named generator is in a list of the process, from the newest to the oldest, so that a host can read and set all
-// seeds. A generator belongs to one thread; named ones are made and destroyed on the main thread. A number costs about a
-// nanosecond.
+// A named generator is in a list of the process, the newest first, so that a host can read and set all seeds.
+//
+// Ownership: the caller owns generators and names; the library owns the entries of the list.
+// Threads: a generator belongs to one thread. Named ones are constructed and destroyed on the main thread.
+// Cost: about a nanosecond for a number. A named generator allocates its entry.
+// Failure: none; a named generator without memory for its entry is not in the list.
+//
+//     RandomNumber_c Random(RandomNumber_c::SeedFromTime());
+//     int const iDice = Random.NextInRange(1, 6);
+//     float const fShare = Random.NextFloat();   // from 0 to below 1
+//     unsigned int const nSaved = Random.GetSeed();
 #pragma once
 
 #include "zqcore/clink.h"
@@ -17,13 +25,14 @@
 
 #include <array>
 
+/// A generator.
 class ZQ_API RandomNumber_c
 {
 public:
-    /// A null name makes an anonymous generator, which is in no list. The name is not copied and must outlive this.
+    /// Adds the generator to the list, unless the name is null. The name is not copied and must outlive the generator.
     explicit RandomNumber_c(unsigned int nStartSeed = 0, char const * szItsName = nullptr);
 
-    /// Takes its entry out of the list.
+    /// Removes the entry from the list.
     ~RandomNumber_c();
     RandomNumber_c(RandomNumber_c const &) = delete;
     RandomNumber_c & operator=(RandomNumber_c const &) = delete;
@@ -31,10 +40,10 @@ public:
     void SetSeed(unsigned int nNewSeed) { nSeed = nNewSeed; }
     unsigned int GetSeed() const { return nSeed; }
 
-    /// A seed for SetSeed: the CRC-32 of the 8 bytes of the time in seconds since 1970. It sets nothing.
+    /// Returns a seed for SetSeed: the CRC-32 of the time in seconds since 1970 as 8 bytes.
     static unsigned int SeedFromTime();
 
-    /// The next number: 0 to 2^32 - 1, each equally likely.
+    /// Returns the next number: 0 to 2^32 - 1, each equally likely.
     std::uint32_t Next()
     {
         nSeed = nSeed * 747796405u + 2891336453u;
@@ -44,17 +53,17 @@ public:
         return dwHash ^ dwHash >> 16;
     }
 
-    /// A number from 0 to nCount - 1, each equally likely; 0 if nCount is 0. May take more than one step.
+    /// Returns a number from 0 to nCount - 1, each equally likely; 0 if nCount is 0. May need more than one step.
     std::uint32_t NextBelow(std::uint32_t nCount);
 
-    /// A number from iFirst to iLast, each equally likely. Requires iFirst <= iLast; otherwise it is iFirst.
+    /// Returns a number from iFirst to iLast, each equally likely. Asserts that iFirst <= iLast; else returns iFirst.
     int NextInRange(int iFirst, int iLast);
 
-    /// A multiple of 2^-24, from 0 to below 1.
+    /// Returns a multiple of 2^-24, from 0 to below 1.
     float NextFloat() { return static_cast<float>(Next() >> 8) * (1.0f / 16777216.0f); }
 
     unsigned int nSeed;    // the state
-    char const * szName;   // null of an anonymous generator
+    char const * szName;   // null if the generator is not in the list
 };
 
 /// An entry of the list.
@@ -64,17 +73,17 @@ struct RandomSeedEntry_s
     char const * szName;
 };
 
-/// The list's head; null without named generators.
+/// Returns the head of the list, or null if it is empty.
 ZQ_API Link_T<RandomSeedEntry_s> const * RandomGetSeedList();
 
-/// The common generator, "Common random". It starts with seed 0.
+/// A generator for common use, named "Common random". It starts with seed 0.
 extern ZQ_API RandomNumber_c g_Random;
 
-/// Seeds that hosts share; the library does not use them.
+/// Seeds for hosts; the library does not use them.
 extern ZQ_API unsigned int g_nSeed0, g_nSeed1, g_nSeed2, g_nSeed3;
 
-/// For hosts that make floats four at a time: a random word with its bits outside the second mask cleared, or-ed with
-/// the first, is a float from 1 to below 2. Four equal lanes, aligned for a vector register.
+/// Masks for hosts that make four floats at a time: a random word AND MM_MANTISSA_MASK, OR MM_EXPONENT_MASK, is a float
+/// from 1 to below 2. Four equal lanes, aligned for a vector register.
 struct alignas(16) RandomMask_t
 {
     std::array<std::uint32_t, 4> dLanes;
@@ -82,7 +91,7 @@ struct alignas(16) RandomMask_t
 extern ZQ_API RandomMask_t const MM_EXPONENT_MASK;
 extern ZQ_API RandomMask_t const MM_MANTISSA_MASK;
 
-/// Empties the list when it shuts down; a generator that is destroyed later does nothing more.
+/// Empties the list when it shuts down. A generator that is destroyed later does nothing more.
 class ZQ_API ModuleRandom_c : public Module_c
 {
 public:
@@ -91,7 +100,7 @@ public:
     {}
     ~ModuleRandom_c() override;
 
-    /// The instance.
+    /// Returns the instance.
     static ModuleRandom_c * Get();
 
 protected:

@@ -1,5 +1,5 @@
-// crandom_internal.h: the end of the list of named generators.
+// crandom_internal.h: the release of the list of named generators.
 #pragma once
 
-/// Frees all entries of the list; it may be empty.
+/// Frees all entries of the list, which may be empty.
 void RandomFreeSeedList();

@@ -25,7 +25,7 @@ namespace
         pBytes[3] = static_cast<unsigned char>(dw);
     }
 
-    // The function of round ROUND with its constant (FIPS 180-4, 4.1.1 and 4.2.1).
+    // Returns the function of round ROUND plus its constant (FIPS 180-4, 4.1.1 and 4.2.1).
     template <std::size_t ROUND>
     std::uint32_t Mix(std::uint32_t dwB, std::uint32_t dwC, std::uint32_t dwD)
     {
@@ -47,8 +47,8 @@ namespace
         }
     }
 
-    // One round. The variables keep their places and change their names instead: a is at (80 - ROUND) % 5. dWords holds
-    // the last 16 words of the schedule.
+    // One round. The variables stay where they are and change their roles: a is at (80 - ROUND) % 5. dWords holds the
+    // last 16 words of the schedule.
     template <std::size_t ROUND>
     ZQ_INLINE void Round(std::uint32_t * dVars, std::uint32_t * dWords, unsigned char const * pBlock)
     {
@@ -77,7 +77,8 @@ namespace
 
     void ChooseAndRun(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
-    // Starts with the choice itself, before any constructor; several threads may choose at once and store the same.
+    // The first call chooses the kernel, which may come before any constructor. Threads that choose at the same time
+    // store the same one.
     constinit std::atomic<Sha1Kernel_t> s_fnKernel{ ChooseAndRun };
 
     void ChooseAndRun(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
@@ -99,7 +100,7 @@ namespace
         return iStatus;
     }
 
-    // Adds to the length in bits; false if it would reach 2^64.
+    // Adds to the length in bits. Returns false if it would reach 2^64.
     bool AddLength(SHA1Context & Context, std::size_t nBytes)
     {
         std::uint64_t const nBits = static_cast<std::uint64_t>(Context.dwLengthHigh) << 32 | Context.dwLengthLow;
@@ -113,7 +114,7 @@ namespace
         return true;
     }
 
-    // Fills the block under way and hashes it once full; the bytes taken.
+    // Fills the incomplete block and hashes it when it is full. Returns the number of bytes used.
     std::size_t FillBlock(SHA1Context & Context, unsigned char const * pBytes, std::size_t nBytes)
     {
         std::size_t const iFrom = static_cast<std::size_t>(Context.iBlockIndex);
@@ -127,7 +128,7 @@ namespace
         return nTaken;
     }
 
-    // The bit 1, zeros up to 8 bytes before a block's end, the length.
+    // Adds the bit 1, zeros up to 8 bytes before the end of a block, and the length.
     void Pad(SHA1Context & Context)
     {
         constexpr std::size_t LENGTH_AT = SHA1_BLOCK_SIZE - 8;
@@ -145,7 +146,7 @@ namespace
         HashBlocks(Context, Context.dBlock, 1);
     }
 
-    // The digest is made; the message's traces go.
+    // Computes the digest and wipes the message.
     void Compute(SHA1Context & Context)
     {
         Pad(Context);

@@ -1,8 +1,19 @@
-// csha1.h: SHA-1 (FIPS 180-4), for fingerprints of media and for spreading entropy. Not for signatures: messages with
-// equal digests can be made on purpose.
+// csha1.h: SHA-1 (FIPS 180-4), for fingerprints of media and for spreading entropy.
 //
-// A context belongs to the caller and to one thread at a time; nothing is allocated. Reset, then any number of Input,
-// then Result. The processor's own SHA instructions are used where they are had: about 2 GB a second, else 0.8.
+// Not for signatures: messages with equal digests can be made on purpose. Call SHA1Reset, then SHA1Input any number of
+// times, then SHA1Result.
+//
+// Ownership: the caller owns the context, which holds a copy of an incomplete block.
+// Threads: a context belongs to one thread at a time.
+// Cost: about 2 GB a second with the processor's SHA instructions, 0.8 without. No allocation.
+// Failure: each call returns a Sha1Status_e. The context remembers a failure until SHA1Reset.
+//
+//     SHA1Context Context;
+//     unsigned char dDigest[SHA1_HASH_SIZE];
+//     unsigned char const dMessage[] = { 'a', 'b', 'c' };
+//     SHA1Reset(&Context);
+//     SHA1Input(&Context, dMessage, sizeof dMessage);
+//     bool const bDone = SHA1Result(&Context, dDigest) == shaSuccess;   // A9 99 3E 36 ...
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -10,7 +21,7 @@
 /// Bytes of a digest.
 inline constexpr std::size_t SHA1_HASH_SIZE = 20;
 
-/// What the operations answer.
+/// What the functions return.
 enum Sha1Status_e : int
 {
     shaSuccess = 0,
@@ -19,24 +30,25 @@ enum Sha1Status_e : int
     shaStateError = 3      // Input after Result, or anything but Reset after a failure
 };
 
-/// A message on its way to its digest.
+/// State of a message between SHA1Reset and SHA1Result.
 struct SHA1Context
 {
     std::uint32_t dHash[5];       // the hash words
-    std::uint32_t dwLengthLow;    // message length in bits, its low word
-    std::uint32_t dwLengthHigh;   // and its high word
-    std::int16_t iBlockIndex;     // bytes waiting in dBlock, 0 to 63
-    unsigned char dBlock[64];     // the block under way
-    int Computed;                 // 1 once the digest is made
+    std::uint32_t dwLengthLow;    // low word of the message length in bits
+    std::uint32_t dwLengthHigh;   // high word
+    std::int16_t iBlockIndex;     // bytes in dBlock, 0 to 63
+    unsigned char dBlock[64];     // the incomplete block
+    int Computed;                 // 1 after the digest is computed
     int Corrupted;                // the status of the first failure, else shaSuccess
 };
 
-/// Starts a message; whatever the context held is gone. shaNull for a null context.
+/// Starts a message and discards what the context held. Returns shaNull for a null context.
 ZQ_API int SHA1Reset(SHA1Context * pContext);
 
-/// Adds bytes to the message. No bytes succeed at once, whatever the context's state. A call that fails adds nothing
-/// and leaves the context good for SHA1Reset only.
+/// Adds bytes to the message. Succeeds for 0 bytes in any state of the context. On failure adds nothing; afterwards the
+/// context accepts only SHA1Reset.
 ZQ_API int SHA1Input(SHA1Context * pContext, unsigned char const * dBytes, std::size_t nBytes);
 
-/// Gives the digest, hash words in big-endian order, and wipes the message from the context. May be asked again.
+/// Writes the digest of SHA1_HASH_SIZE bytes, the hash words in big-endian order, and wipes the message from the
+/// context. May be called again.
 ZQ_API int SHA1Result(SHA1Context * pContext, unsigned char * dOutput);

@@ -1,15 +1,15 @@
-// csha1_internal.h: the ways of hashing whole blocks. All give the same words for the same blocks.
+// csha1_internal.h: the implementations that hash whole blocks. All compute the same words for the same blocks.
 #pragma once
 
 #include "zqcore/cconfig.h"
 
 inline constexpr std::size_t SHA1_BLOCK_SIZE = 64;
 
-/// Works nBlocks blocks of SHA1_BLOCK_SIZE bytes into the five hash words.
+/// Updates the five hash words with nBlocks blocks of SHA1_BLOCK_SIZE bytes.
 using Sha1Kernel_t = void (*)(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
-/// Every processor.
+/// Runs on every processor.
 void Sha1Plain(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
-/// The kernel on the processor's SHA instructions; null if it has none.
+/// Returns the kernel that uses the SHA instructions of the processor, or null if it has none.
 Sha1Kernel_t Sha1FindKernel();

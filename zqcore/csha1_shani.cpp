@@ -13,7 +13,7 @@ ZQ_WRITTEN_ORDER
 
 namespace
 {
-    // The hash words in registers: a to d with a on top, and e on top of another.
+    // The hash words in registers: a to d with a in the highest lane, and e in the highest lane of another register.
     struct State_s
     {
         __m128i Abcd;
@@ -26,14 +26,14 @@ namespace
         __m128i dRows[4];
     };
 
-    // Four big-endian words, the first on top.
+    // Loads four big-endian words, the first into the highest lane.
     ZQ_TARGET_SHA inline __m128i LoadRow(unsigned char const * pBytes)
     {
         __m128i const Reverse = _mm_set_epi64x(0x0001020304050607, 0x08090A0B0C0D0E0F);
         return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<__m128i const *>(pBytes)), Reverse);
     }
 
-    // Rounds 4 * GROUP to 4 * GROUP + 3. The row that they used gives way to that of four groups later.
+    // Rounds 4 * GROUP to 4 * GROUP + 3. Replaces the row that they used by the row of four groups later.
     template <int GROUP>
     ZQ_TARGET_SHA ZQ_INLINE void FourRounds(State_s & State, Schedule_s & Schedule)
     {

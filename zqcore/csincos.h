@@ -1,21 +1,29 @@
 // csincos.h: a table of sines for lookups by integer angle.
 //
-// g_dSinTable[i] is the sine of i * 2 pi / 4096: one whole turn. Of an angle in 16 bits, 65,536 to the turn, the entry
-// is [angle >> 4]; a quarter further on, modulo 4096, lies the cosine. The module fills the table; until then it is
-// zero. Afterwards any thread may read it.
+// g_dSinTable[i] is the sine of i * 2 pi / 4096, for one whole turn. An angle in 16 bits, 65,536 to the turn, has the
+// entry [angle >> 4]. The cosine is a quarter of the table further on, modulo 4096.
+//
+// Ownership: the table is static.
+// Threads: any thread may read it after the module has filled it.
+// Cost: one table read. The table has 16 KB.
+// Failure: all entries are 0 until the module is initialised.
+//
+//     ModuleSinCos_c * const pModule = ModuleSinCos_c::Get();   // the library initialises it with all modules
+//     float const fSine = SinOfAngle(65536 / 4);                // of 90 degrees: 1
+//     float const fCosine = CosOfAngle(65536 / 2);              // of 180 degrees: -1
 #pragma once
 
 #include "zqcore/cmodule.h"
 
 #include <array>
 
-/// Entries of the table, to the whole turn.
+/// Entries of the table for one whole turn.
 inline constexpr int SIN_TABLE_SIZE = 4096;
 
 /// Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
 extern ZQ_API std::array<float, SIN_TABLE_SIZE> g_dSinTable;
 
-/// The entry of an angle in 65,536ths of a turn, and the cosine's. Larger and negative angles wrap.
+/// Return the sine and the cosine of an angle in 65,536ths of a turn. Larger and negative angles wrap.
 inline float SinOfAngle(int iAngle)
 {
     return g_dSinTable[static_cast<unsigned>(iAngle) >> 4 & (SIN_TABLE_SIZE - 1)];
@@ -25,7 +33,7 @@ inline float CosOfAngle(int iAngle)
     return g_dSinTable[((static_cast<unsigned>(iAngle) >> 4) + SIN_TABLE_SIZE / 4) & (SIN_TABLE_SIZE - 1)];
 }
 
-/// Fills the table.
+/// Fills the table when it is initialised.
 class ZQ_API ModuleSinCos_c : public Module_c
 {
 public:
@@ -34,7 +42,7 @@ public:
     {}
     ~ModuleSinCos_c() override;
 
-    /// The instance.
+    /// Returns the instance.
     static ModuleSinCos_c * Get();
 
 protected:
