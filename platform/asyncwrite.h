@@ -1,9 +1,9 @@
-// asyncwrite.h: a file that is written beside its thread, one write at a time.
+// asyncwrite.h: a file that is written while its thread goes on, one write at a time.
 //
-// The caller's bytes go to the disk while the caller goes on. They must stay as they are until the write is done. Where
-// the system has no such writes, a write is done when it returns; nothing else differs.
+// The caller's bytes go to the disk while the caller goes on. They must stay unchanged until the write is done. On a
+// system without such writes, a write is done when the call returns. Nothing else differs.
 //
-// Ownership: a child process has none of its parent's files, so the parent alone writes on.
+// Ownership: a child process has none of its parent's files. Only the parent goes on writing.
 // Threads: all calls on a file belong to one thread.
 // Cost: allocates nothing.
 // Failure: a call that fails leaves the reason for LastErrorText (process.h).
@@ -16,7 +16,7 @@ namespace plat
     class AsyncFile_c
     {
     public:
-        /// Whether files that are created from now on may be written beside their thread. Starts true.
+        /// Sets whether files that are created from now on may be written while their thread goes on. Starts true.
         static void AllowBeside(bool bAllow);
 
         constexpr AsyncFile_c() = default;
@@ -24,23 +24,24 @@ namespace plat
         AsyncFile_c(AsyncFile_c const &) = delete;
         AsyncFile_c & operator=(AsyncFile_c const &) = delete;
 
-        /// Makes and opens a file as FileCreate does; false on failure. Closes one that is open.
+        /// Creates and opens a file as FileCreate does. Closes one that is open. Returns false on failure.
         bool Create(char const * szPath);
 
-        /// The open file, or null. What is done to it by other means must not meet a write under way.
+        /// Returns the open file, or null. The caller must not use it in other ways while a write is under way.
         File_t GetHandle() const { return m_hFile; }
 
-        /// Begins to write at an offset from the start. Requires an open file and no write under way. Finish
-        /// returns whether it succeeded.
+        /// Begins a write at an offset in bytes from the start. Requires an open file and no write under way. Finish
+        /// returns whether the write succeeded.
         void Write(std::uint64_t nOffset, void const * pData, std::size_t nBytes);
 
-        /// Whether the system still writes. Does not wait.
+        /// Returns whether the system still writes. Does not wait.
         bool IsBusy() const;
 
-        /// Waits for the write to end; false if not all of it went out. True if there was none.
+        /// Waits for the write to end. Returns false if not all bytes were written, and true if there was no write.
         bool Finish();
 
-        /// Waits for the write to end and closes the file; false if Finish or the system says that some of it is lost.
+        /// Waits for the write to end and closes the file. Returns false if Finish fails, or if the system reports a
+        /// loss.
         bool Close();
 
     private:
@@ -54,6 +55,7 @@ namespace plat
         char const * m_pData = nullptr;
         std::size_t m_nLeft = 0;
         int m_iError = 0;   // the system's error of a write that was done when it returned
-        alignas(std::uint64_t) unsigned char m_dSystem[SYSTEM_SIZE] = {};   // the system's own, zero until it is used
+        alignas(std::uint64_t) unsigned char m_dSystem[SYSTEM_SIZE] = {};   // the system's own data, zero until it is
+                                                                            // used
     };
 }

@@ -1,9 +1,11 @@
-// breakpoints.h: the debug registers of a thread, through which its own accesses to data and code are caught.
+// breakpoints.h: the debug registers of a thread, which catch the thread's own accesses to data and code.
 //
-// The registers follow the IA-32 architecture: four addresses and a control word (DR7) with an enable bit, two bits for
-// the kind of access and two for the length of each. A thread that hits one has a fault of FAULT_SINGLE_STEP (faults.h).
-// They bind the thread that writes them, and go with it; a forked process starts with none. A write costs one
-// call to the system for each register that changes, a read one in all.
+// The registers follow the IA-32 architecture: four addresses and a control word (DR7). The control word has an enable
+// bit, two bits for the kind of access and two bits for the length of each address. A thread that hits a breakpoint has
+// a fault of FAULT_SINGLE_STEP (faults.h).
+//
+// Threads: the registers apply to the thread that writes them, and end with it. A forked process starts with none.
+// Cost: a write makes one system call for each register that changes. A read makes one system call.
 #pragma once
 
 #include <cstdint>
@@ -14,9 +16,9 @@ namespace plat
 
     enum DebugAccess_e : std::uint32_t
     {
-        DEBUG_EXECUTE = 0,   // with DEBUG_LENGTH_1 alone
+        DEBUG_EXECUTE = 0,   // only with DEBUG_LENGTH_1
         DEBUG_WRITE = 1,
-        DEBUG_PORT = 2,   // of no use to a program: refused
+        DEBUG_PORT = 2,   // useless to a program: refused
         DEBUG_ACCESS = 3
     };
 
@@ -42,11 +44,13 @@ namespace plat
         std::uint32_t GetLength(int i) const { return nControl >> LengthShift(i) & 3; }
     };
 
-    /// The calling thread's registers as this program wrote them; false if they can't be had.
+    /// Reads the calling thread's registers as this program wrote them. Returns false if they are not available.
     bool DebugRegistersRead(DebugRegisters_t & Registers);
 
-    /// Writes the calling thread's registers. False if the system refuses one (none left because a debugger holds them,
-    /// a bad address, length or kind, no right to) or grants it without effect, as some hypervisors do, which is tried out
-    /// once: the registers are then what they were.
+    /// Writes the calling thread's registers. On failure returns false and leaves them as they were. It fails:
+    /// - if the system refuses a register: a debugger holds them all, an address, length or kind is bad, or the process
+    ///   lacks the right;
+    /// - if the system accepts a register without effect, as some hypervisors do. A test finds this, and its success
+    ///   is stored.
     bool DebugRegistersWrite(DebugRegisters_t const & Registers);
 }

@@ -1,4 +1,4 @@
-// checker.h: telling the address checker which memory is out of bounds for now. Nothing happens in other builds.
+// checker.h: marks memory as out of bounds for the address checker. In other builds the functions do nothing.
 #pragma once
 
 #include <cstddef>
@@ -20,11 +20,11 @@
 
 namespace plat
 {
-    /// Whether this build runs under the address checker.
+    /// True if this build runs under the address checker.
     constexpr bool ADDRESS_CHECKER = ZQ_ADDRESS_CHECKER;
 
-    /// From now on each access to these bytes is an error that the checker reports. The checker sees runs of 8 bytes: of
-    /// a smaller remainder at an end it may let an access pass.
+    /// Makes each access to these bytes an error that the checker reports. The checker works in units of 8 bytes, so an
+    /// access to a smaller remainder at either end may go unnoticed.
     inline void CheckerForbid([[maybe_unused]] void const * pMemory, [[maybe_unused]] std::size_t nBytes)
     {
 #if ZQ_ADDRESS_CHECKER
@@ -32,7 +32,7 @@ namespace plat
 #endif
     }
 
-    /// The bytes may be used again.
+    /// Allows access to the bytes again.
     inline void CheckerAllow([[maybe_unused]] void const * pMemory, [[maybe_unused]] std::size_t nBytes)
     {
 #if ZQ_ADDRESS_CHECKER

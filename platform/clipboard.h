@@ -3,7 +3,8 @@
 // - Data are kept under formats, each a name of at most 255 bytes. A block has at most 64 MiB.
 // - The process that opens the clipboard has it alone. A process that ends, however it ends, closes it. A child process
 //   finds it closed.
-// - Data reach other processes when they are set, as a whole. A process that is killed meanwhile leaves the previous data.
+// - Data reach other processes when they are set, as a whole. A process that is killed meanwhile leaves the previous
+//   data.
 //
 // Threads: one thread of a process at a time.
 #pragma once
@@ -16,28 +17,28 @@ namespace plat
 {
     constexpr std::size_t CLIPBOARD_LIMIT = 64 * 1024 * 1024;   // bytes of a block
 
-    /// Keeps the clipboard at another place, which a host or a test names; null restores the user's. Where it is made of
-    /// files, a place is a folder. The text is copied. Requires a closed clipboard.
+    /// Moves the clipboard to another place, which a host or a test names. Null restores the user's own. If the
+    /// clipboard is made of files, a place is a folder. Copies the text. Requires a closed clipboard.
     ZQ_API void ClipboardSetFolder(char const * szFolder);
 
-    /// The number of a format, the same for names that differ in ASCII case only; 0 if it can't be had.
+    /// Returns the number of a format. Names that differ in ASCII case only have the same number. On failure returns 0.
     unsigned int ClipboardRegisterFormat(char const * szName);
 
-    /// Opens the clipboard; false if anyone has it open, or it can't be reached. Does not wait.
+    /// Opens the clipboard without waiting. Returns false if any process has it open, or if it can't be reached.
     bool ClipboardTryOpen();
 
-    /// Closes it; false if it is not open. Blocks that belong to the clipboard end here.
+    /// Closes the clipboard and frees the blocks that belong to it. Returns false if it is not open.
     bool ClipboardClose();
 
-    /// Removes the data of all formats from the open clipboard; false if it is not open. The others see it when data
-    /// are set or the clipboard is closed.
+    /// Removes the data of all formats from the open clipboard. Other processes see this when data are set or the
+    /// clipboard is closed. Returns false if it is not open.
     bool ClipboardEmpty();
 
-    /// A block of bytes that can be put into the clipboard. Null is none: of size 0, and never locked.
+    /// A block of bytes that can be put into the clipboard. A null block has the size 0 and can't be locked.
     struct ClipboardBlock_s;
     using ClipboardBlock_t = ClipboardBlock_s *;
 
-    /// Makes a block; null above CLIPBOARD_LIMIT.
+    /// Returns a new block, or null above CLIPBOARD_LIMIT.
     ClipboardBlock_t ClipboardBlockNew(std::size_t nBytes);
 
     /// Frees a block that does not belong to the clipboard. Null does nothing.
@@ -45,19 +46,19 @@ namespace plat
 
     std::size_t ClipboardBlockSize(ClipboardBlock_t hBlock);
 
-    /// The block's bytes, until it is unlocked; null on failure.
+    /// Returns the block's bytes, which are valid until it is unlocked. On failure returns null.
     char * ClipboardBlockLock(ClipboardBlock_t hBlock);
     void ClipboardBlockUnlock(ClipboardBlock_t hBlock);
 
-    /// The format's data in the open clipboard, null if there are none. The block belongs to the clipboard and is valid
-    /// until that is emptied or closed or the format is set.
+    /// Returns the format's data in the open clipboard, or null if there are none. The block belongs to the clipboard.
+    /// It is valid until the clipboard is emptied or closed, or the format is set.
     ClipboardBlock_t ClipboardGet(unsigned int iFormat);
 
-    /// Puts a block into the open clipboard, to which it then belongs; the block. Null on failure: the block is still
-    /// the caller's, and the clipboard holds what it held before it was last emptied.
+    /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, the caller
+    /// still owns the block, and the clipboard holds what it held before it was last emptied.
     ClipboardBlock_t ClipboardSet(unsigned int iFormat, ClipboardBlock_t hBlock);
 
-    /// Waits before another try to open.
+    /// Waits between two attempts to open the clipboard.
     void ClipboardWait(unsigned int nMilliseconds);
 
     /// Replaces the wait function; null restores the default. Returns the previous one. For tests.

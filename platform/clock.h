@@ -5,23 +5,23 @@
 
 namespace plat
 {
-    /// The good clock's ticks; runs evenly and never back. Meaningful only if GoodClockFrequency is not 0.
+    /// Returns the ticks of the good clock. It runs evenly and never back. Requires that GoodClockFrequency is not 0.
     std::int64_t GoodClockTicks();
 
-    /// Ticks of the good clock in a second, 0 on a machine without one.
+    /// Returns the ticks of the good clock in a second, or 0 on a machine without one.
     std::int64_t GoodClockFrequency();
 
-    /// The coarse clock in milliseconds, from an arbitrary start; wraps after 49 days.
+    /// Returns the coarse clock in milliseconds from an arbitrary start. Wraps after 49 days.
     std::uint32_t CoarseClockMilliseconds();
 
-    /// Asks the system for a finer coarse clock; every success is paired with CoarseClockLower. False if refused.
+    /// Asks the system for a finer coarse clock. Returns false if refused. Each success requires one CoarseClockLower.
     bool CoarseClockRaise(unsigned nMilliseconds);
     void CoarseClockLower(unsigned nMilliseconds);
 
-    /// The processor's free-running cycle counter.
+    /// Returns the processor's free-running cycle counter.
     std::int64_t CycleCounter();
 
-    /// The world's time in whole seconds since 1970, of 64 bits in every word size.
+    /// Returns the whole seconds since 1970-01-01 00:00 UTC, in 64 bits on every word size.
     std::int64_t SecondsSince1970();
 
     /// Local time of day.
@@ -32,10 +32,10 @@ namespace plat
     };
     LocalTime_t LocalTime();
 
-    /// Keeps the present difference of the local time from the world's.
+    /// Stores the present difference between local time and UTC.
     void LocalTimeKeep();
 
-    /// Local time of day by the difference that was kept last, so that a change to or from summer time since then is
-    /// not seen. A fault filter may call it, unlike LocalTime.
+    /// Returns the local time of day by the difference that LocalTimeKeep stored last. A change to or from summer time
+    /// since then has no effect. Unlike LocalTime, a fault filter may call it.
     LocalTime_t LocalTimeByKept();
 }

@@ -1,6 +1,6 @@
 // com.h: the start and end of the component system (COM) on a thread.
 //
-// A system without one has nothing to start: both calls do nothing and start-up succeeds. A host that has one, and a
+// A system without COM has nothing to start: both calls do nothing, and the start succeeds. A host that has COM, or a
 // test that needs a certain result, installs its functions.
 #pragma once
 
@@ -10,19 +10,19 @@
 
 namespace plat
 {
-    /// Results of ComInitialize; every other one is a failure.
+    /// Results of ComInitialize. All other values are failures.
     constexpr std::uint32_t COM_OK = 0;
     constexpr std::uint32_t COM_ALREADY_INITIALIZED = 1;     // on this thread, in the same concurrency model
     constexpr std::uint32_t COM_CHANGED_MODE = 0x80010106;   // on this thread, in the other model
 
-    /// Each may be null, which is the same as succeeding and doing nothing.
+    /// The functions of a host. A null one succeeds and does nothing.
     struct ComSystem_t
     {
-        std::uint32_t (*fnInitialize)() = nullptr;   // for calls from many threads
+        std::uint32_t (*fnInitialize)() = nullptr;   // allows calls from many threads
         void (*fnUninitialize)() = nullptr;
     };
 
-    /// Installs functions; returns the previous ones. Main thread.
+    /// Installs functions. Returns the previous ones. Main thread.
     ZQ_API ComSystem_t ComSystemSet(ComSystem_t const & System);
 
     /// Start and end the system on the calling thread.

@@ -1,32 +1,31 @@
 // compiler.h: what the library needs of the compiler beyond the language.
 //
-// The folder of a compiler defines these macros, `platform/gnu/` for GCC and Clang; the marks of exported names come from
-// the system's folder, since they follow its format of programs:
+// The folder of a compiler defines these macros, `platform/gnu/` for GCC and Clang. The marks of exported names come
+// from the system's folder, because they depend on its format of programs.
 //
-// - ZQ_API marks a name of the library's interface: exported while the library is built, which defines ZQCORE_BUILD, and
-//   imported elsewhere. Everything else stays inside the shared library.
+// - ZQ_API marks a name of the library's interface. It is exported while the library is built, which defines
+//   ZQCORE_BUILD, and imported elsewhere. All other names stay inside the shared library.
 // - ZQ_INTERNAL keeps one member of an exported class inside the shared library.
-// - ZQ_PRINTF(iFormat, iFirstArgument) checks the arguments of a function that formats like printf. Both positions count
-//   from 1, and `this` counts too.
-// - ZQ_COLD keeps a rare path out of the straight line. ZQ_INLINE inlines a function whatever it costs, ZQ_FLATTEN
-//   whatever the function calls.
+// - ZQ_PRINTF(iFormat, iFirstArgument) checks the arguments of a function that formats like printf. Both positions
+//   count from 1, and `this` counts too.
+// - ZQ_COLD keeps a rare path out of the straight line.
+// - ZQ_INLINE inlines a function whatever it costs. ZQ_FLATTEN does the same with all that the function calls.
 // - ZQ_FIRST_GLOBAL constructs a global object before all others, the executable's included.
-// - ZQ_THREAD_LOCAL is a thread's variable that is reached without a call. The library must be loaded at start, not by
-//   hand.
+// - ZQ_THREAD_LOCAL declares a variable of each thread that is reached without a call. The library must be loaded at
+//   program start, not later by hand.
 // - ZQ_KEEP_WRITES(p) keeps what was written to the memory at p, though nothing in the program reads it before the
 //   memory is released.
-// - ZQ_PREFETCH(pAddress) asks for the processor's cache line at an address, which will be written soon. Safe for any
-//   address.
-// - ZQ_BREAK() is a breakpoint trap right here. Without a debugger it is a crash with the breakpoint's code.
-// - ZQ_FUNCTION is the present function with its class and arguments, as the compiler spells it.
+// - ZQ_PREFETCH(pAddress) asks for the cache line at an address that will be written soon. Safe for any address.
+// - ZQ_BREAK() is a breakpoint trap at this place. Without a debugger the process crashes with the breakpoint's code.
+// - ZQ_FUNCTION is the name of the present function with its class and arguments, as the compiler spells it.
 // - ZQ_FIRST_BIT(nBits) is the index of the lowest bit set in a 32-bit word, which must not be 0.
-// - ZQ_UNCHECKED is for a function that looks at memory which may be dead or no object at all, and says so.
+// - ZQ_UNCHECKED marks a function that reads memory which may be dead or may not be an object, and that says so.
 //
 // For code of one kind of processor:
 //
 // - ZQ_TARGET(szFeatures) lets a function use instructions beyond those of the build, named as in "sha,sse4.1".
 // - ZQ_WRITTEN_ORDER, at the head of a source, keeps its instructions in the order in which they are written.
-// - ZQ_PROCESSOR_HAS(szFeature) is whether the processor has one of them. Callable before the first constructor.
+// - ZQ_PROCESSOR_HAS(szFeature) is true if the processor has that feature. Callable before the first constructor.
 #pragma once
 
 #include "system/exports.h"

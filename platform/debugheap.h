@@ -1,10 +1,11 @@
-// debugheap.h: a heap that knows of each block its word, size, source file and line.
+// debugheap.h: a heap that stores a word, the size, the source file and the line of each block.
 //
-// Sits on the C library's malloc and on nothing else. Every event passes a hook before it takes effect, under the
-// heap's lock. New memory is filled with 0xCD, freed memory with 0xDD, and a fence of at least 4 bytes of 0xFD lies
-// before and after each block; damage to a fence is reported when the block is freed. A block of more than
-// HEAP_FILL_LIMIT bytes is filled at its ends only. Any thread; usable before the first constructor runs and after the
-// last destructor has.
+// The heap allocates from the C library's malloc only. A hook is called under the heap's lock before each event takes
+// effect. New memory is filled with 0xCD and freed memory with 0xDD. A fence of at least 4 bytes of 0xFD lies before
+// and after each block. A damaged fence is reported when the block is freed. A block of more than HEAP_FILL_LIMIT bytes
+// is filled at its ends only.
+//
+// Threads: any thread. Usable before the first constructor and after the last destructor.
 #pragma once
 
 #include "platform/compiler.h"
@@ -28,7 +29,7 @@ namespace plat
     struct HeapBlock_t
     {
         void * pUser = nullptr;
-        std::size_t nBytes = 0;          // as asked for
+        std::size_t nBytes = 0;          // as requested
         std::uint32_t dwType = 0;        // the word given at allocation
         char const * szFile = nullptr;   // may be null
         int iLine = 0;
@@ -36,10 +37,11 @@ namespace plat
         std::size_t nOwn = 0;
     };
 
-    /// Called with the heap's lock held, before a block is listed or taken off the list: the block, its size and word.
+    /// Called with the heap's lock held, before a block enters or leaves the list. Gets the block, its size and its
+    /// word.
     using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType);
 
-    /// Called when no memory is to be had; the heap tries again if it returns true.
+    /// Called when no memory is available. The heap tries again if it returns true.
     using HeapFailure_t = bool (*)(std::size_t nBytes);
 
     /// The text that reports show for a block's word.
@@ -51,56 +53,58 @@ namespace plat
     /// Receives the heap's reports.
     using HeapReport_t = void (*)(char const * szText);
 
-    /// Allocates a block; null if there is no memory and the failure handler gives up. The start is aligned for any type.
+    /// Returns a new block, aligned for any type. Returns null if there is no memory and the failure handler gives up.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine);
 
     /// Narrows a live block to the bytes that its caller sees. What follows them becomes part of the fence, and
     /// reports state this address and size.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
-    /// Releases a block. Null does nothing. A block that was freed already, is damaged in front or is none of this
-    /// heap's is reported and left alone.
+    /// Releases a block. Null does nothing. A block is reported and left alone if it was freed already, if its front is
+    /// damaged, or if it is not a block of this heap.
     void HeapFree(void * pUser);
 
-    /// Size and word of a live block, and all that is known of it. The pointer must be one that HeapAlloc returned.
+    /// Return the size, the word, and all that is known of a live block. The pointer must be one that HeapAlloc
+    /// returned.
     std::size_t HeapBlockSize(void const * pUser);
     std::uint32_t HeapBlockType(void const * pUser);
     HeapBlock_t HeapDescribe(void const * pUser);
 
-    /// Looks up a pointer to a live block, or to the bytes that its caller sees; false if it is neither. Costs a walk;
-    /// safe for any pointer.
+    /// Looks up a pointer to a live block, or to the bytes that its caller sees. Returns false if it is neither. Walks
+    /// the whole list. Safe for any pointer.
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
-    /// Copies the name of a block's source file, cut to nSize - 1 bytes: "unknown" where none was given, "unloaded
-    /// module" where the memory of the name is gone. Costs a system call.
+    /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if no name was given, and
+    /// "unloaded module" if the memory of the name is gone. Costs a system call.
     void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize);
 
-    /// Calls fnVisit for each live block, newest first. The heap must stand still meanwhile.
+    /// Calls fnVisit for each live block, newest first. The heap must not change meanwhile.
     void HeapWalk(void (*fnVisit)(HeapBlock_t const & Block, void * pContext), void * pContext);
 
-    /// Whether no block lives.
+    /// Returns whether there is no live block.
     bool HeapIsEmpty();
 
-    /// Install a hook, a failure handler, names of words, a dump function, or null for none.
+    /// Install a hook, a failure handler, names of words or a dump function. Null removes it.
     void HeapSetHook(HeapHook_t fnHook);
     void HeapSetFailureHandler(HeapFailure_t fnFailure);
     void HeapSetWordName(HeapWordName_t fnName);
     void HeapSetDump(HeapDump_t fnDump);
 
-    /// Whether the blocks that still live when the process ends are reported, after the last destructor. Those that the
-    /// C++ runtime's own globals reach are none of them: it keeps them for as long as the process runs. While other
-    /// threads run, what they hold can't be distinguished from what is lost: one line then says that nothing is listed.
+    /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. Blocks
+    /// that the C++ runtime's own globals reach are left out: it keeps them for as long as the process runs. While
+    /// other threads run, their blocks can't be distinguished from lost ones. Then one line says that nothing is
+    /// listed.
     void HeapSetLeakCheck(bool bCheck);
 
-    /// The name of a word.
+    /// Returns the name of a word.
     char const * HeapWordName(std::uint32_t dwType);
 
-    /// Formats a report of up to 1023 characters and hands it to the receiver, else to standard error.
+    /// Formats a report of up to 1023 characters. It goes to the receiver, or to standard error without one.
     void HeapReport(char const * szFormat, ...) ZQ_PRINTF(1, 2);
 
-    /// Installs a receiver of reports, or null for the default; returns the previous one.
+    /// Installs a receiver of reports; null restores the default. Returns the previous one.
     HeapReport_t HeapReportSet(HeapReport_t fnReceiver);
 
-    /// The heap's lock, spin count 4000. Held during each hook.
+    /// The heap's lock, with a spin count of 4000. Held during each hook.
     extern Lock_c g_HeapLock;
 }

@@ -1,7 +1,8 @@
 // dialog.h: a text with buttons, and the answer.
 //
-// A host may install its own dialog. Without one a terminal on standard input and error is asked; with none the text
-// goes to standard error and the answer is the one that lets the program go on (Ignore, No, OK).
+// A host may install its own dialog. Without one, the user is asked at the terminal on standard input and error.
+// Without a terminal, the text goes to standard error, and the answer is the one that lets the program go on (Ignore,
+// No, OK).
 #pragma once
 
 #include "platform/compiler.h"
@@ -16,7 +17,7 @@ namespace plat
         YesNoCancel
     };
 
-    /// The numbers are those that callers of message boxes know.
+    /// The answer. The numbers are those that callers of message boxes know.
     enum class DialogAnswer_e : int
     {
         Ok = 1,
@@ -34,7 +35,7 @@ namespace plat
         Warning
     };
 
-    /// How far the dialog blocks: its own thread only, the windows of the task, or above everything on the screen.
+    /// What the dialog blocks: its own thread only, the windows of the task, or everything on the screen.
     enum class DialogModality_e
     {
         Plain,
@@ -53,17 +54,17 @@ namespace plat
         void * pOwner = nullptr;   // a window of the host, or null
     };
 
-    /// Called on the thread that complains, on several at a time.
+    /// Called on the thread that complains. Several threads may call it at a time.
     using DialogHandler_t = DialogAnswer_e (*)(Dialog_t const & Dialog);
 
     /// Shows the dialog and waits for the answer. Any thread.
     ZQ_API DialogAnswer_e DialogShow(Dialog_t const & Dialog);
 
-    /// Prints a caption and a text on standard error, as a dialog does that nobody attends. Any thread. Uses no heap and no
+    /// Prints a caption and a text on standard error, as an unattended dialog does. Any thread. Uses no heap and no
     /// lock, so a fault filter may call it.
     ZQ_API void DialogPrint(char const * szCaption, char const * szText);
 
-    /// Whether there is someone to answer: a host's dialog, or a terminal.
+    /// Returns whether somebody can answer: at a host's dialog or at a terminal.
     ZQ_API bool DialogIsAttended();
 
     /// Replaces the dialog; null restores the default. Returns the previous one.

@@ -1,11 +1,12 @@
 // faults.h: the faults of this process: which fault, where, and with which registers.
 //
-// A filter receives each fault that nothing else handles, on the thread that faulted. It runs on a stack of that thread's
-// own for faults, and an uncaught C++ exception on the stack that threw it. The filter may use neither the heap nor a lock.
+// A filter receives each fault that nothing else handles, on the thread that faulted. It runs on a stack that this
+// thread has for faults. For an uncaught C++ exception it runs on the stack that threw it. The filter may use neither
+// the heap nor a lock.
 //
-// - One filter is set at a time. Whoever sets one keeps the previous one and calls it.
-// - After the filter the fault goes to what handled it before the first filter was set, with the thread as it was. Without
-//   a handler the process terminates as if the fault were unhandled.
+// - One filter is set at a time. A caller that sets one keeps the previous one, and its filter calls that.
+// - After the filter the fault goes to the handler from before the first filter, with the thread as it was. Without a
+//   handler the process terminates as if the fault were unhandled.
 // - One thread at a time runs the filter. Another one that faults meanwhile waits for it, and then skips the filter.
 // - A fault in a filter, outside a guarded call, skips the filter too.
 #pragma once
@@ -17,7 +18,7 @@
 
 namespace plat
 {
-    // Codes of faults. A system raises those that it knows.
+    // Codes of faults. A system raises only those that it knows.
     inline constexpr std::uint32_t FAULT_GUARD_PAGE = 0x80000001;
     inline constexpr std::uint32_t FAULT_MISALIGNED = 0x80000002;
     inline constexpr std::uint32_t FAULT_BREAKPOINT = 0x80000003;
@@ -60,8 +61,8 @@ namespace plat
     {
         std::uint32_t nCode;             // FAULT_*
         std::uintptr_t Address;          // of the instruction; a breakpoint's own, though it has been executed
-        std::uintptr_t dParameters[2];   // of FAULT_ACCESS and FAULT_IN_PAGE: not 0 for a write; the address accessed,
-                                         // all ones where the processor does not tell it
+        std::uintptr_t dParameters[2];   // of FAULT_ACCESS and FAULT_IN_PAGE: first, not 0 for a write; second, the
+                                         // address accessed, or all ones if the processor does not report it
     };
 
     struct FaultPointers_t
@@ -70,30 +71,30 @@ namespace plat
         FaultContext_t const * pContext;
     };
 
-    /// Returns 0 to pass the fault on to whoever hooked it before the library, else it has been dealt with and the
-    /// instruction runs again.
+    /// Returns 0 to pass the fault on to the handler that was set before the library's. Any other value means that the
+    /// fault has been dealt with: the instruction runs again.
     using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
 
-    /// Sets the filter, null for none, and returns the previous one. The first one hooks the faults and joins the calling
-    /// thread, null unhooks them.
+    /// Sets the filter and returns the previous one. The first filter hooks the faults and joins the calling thread.
+    /// Null unhooks the faults.
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
-    /// Gives the calling thread a stack for faults, so that a stack overflow on it is reported too. Returns false if the
-    /// system refuses. The main thread and the library's threads have one. It is released when the thread ends.
+    /// Gives the calling thread a stack for faults, so that a stack overflow on it is reported too. Returns false if
+    /// the system refuses. The main thread and the library's threads have one. It is released when the thread ends.
     ZQ_API bool FaultThreadJoin();
 
-    /// The caller's registers, with the caller as the place of the fault.
+    /// Captures the caller's registers. The place of the fault is the caller.
     ZQ_API void FaultContextCapture(FaultContext_t * pContext);
 
-    /// The system's text for a code that has no name, cut to nSize - 1 bytes; never null, always terminated. Of an
-    /// uncaught exception, while the filter runs: its type and what it says.
+    /// Copies the system's text for a code that has no name, cut to nSize - 1 bytes and always terminated. For an
+    /// uncaught exception, while the filter runs, the text is its type and its message.
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
-    /// Calls fnCall(pArgument), within a filter or on the one thread that it waits for. Returns false if a fault of this
-    /// thread or the time limit ended the call; what the call held then stays held. 0 milliseconds are no limit. Guarded
-    /// calls may nest, and the limit of an outer call holds in an inner one.
+    /// Calls fnCall(pArgument), within a filter or on the one thread that the filter waits for. Returns false if a
+    /// fault of this thread or the time limit ended the call. Whatever the call held then stays held. A limit of 0
+    /// milliseconds means none. Guarded calls may nest, and the limit of an outer call also applies in an inner one.
     ZQ_API bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
 
-    /// Ends the process with a status, at once: no handler of exit runs.
+    /// Ends the process at once with a status. No exit handler runs.
     [[noreturn]] ZQ_API void FaultExit(int iStatus);
 }

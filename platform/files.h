@@ -1,9 +1,13 @@
-// files.h: files and folders as the library asks for them.
+// files.h: the library's access to files and folders.
 //
-// Paths are UTF-8, and `\` and `/` both separate. A path whose letters differ from the disk's only in case finds the
-// disk's spelling: the path is tried as it stands first, then in the spelling that a folder listing met, then by
-// reading the folders on the way. All functions may be called from any thread; none of them logs. A function that
-// fails leaves the reason for LastErrorText (process.h).
+// Paths are UTF-8. Both `\` and `/` separate. A path whose letters differ from the disk's only in case finds the disk's
+// spelling. Three spellings are tried in this order:
+// 1. the path as it is;
+// 2. the spelling that a folder listing met;
+// 3. the spelling found by reading the folders on the way.
+//
+// Threads: any thread may call any function.
+// Failure: nothing here logs. A function that fails leaves the reason for LastErrorText (process.h).
 #pragma once
 
 #include "platform/compiler.h"
@@ -14,15 +18,15 @@
 
 namespace plat
 {
-    /// An open file; null is no file.
+    /// An open file; null for none.
     using File_t = void *;
 
-    /// 100-nanosecond ticks since 1601-01-01 00:00 UTC; 0 where the file system keeps no such time.
+    /// Ticks of 100 nanoseconds since 1601-01-01 00:00 UTC; 0 if the file system keeps no such time.
     using FileTime_t = std::uint64_t;
 
-    /// What others may do with the file while it is open. Advisory where the system has no share modes: an open that
-    /// excludes writers fails while anyone has the file open for writing. It is checked at the open alone, and not at
-    /// all where the system can't say (another user's file, some network file systems).
+    /// What others may do with the file while it is open. On a system without share modes this is advisory: an open
+    /// that excludes writers fails while anyone has the file open for writing. It is checked at the open only. It is
+    /// not checked if the system can't say (another user's file, some network file systems).
     enum class Share_e
     {
         ReadWrite,
@@ -35,28 +39,29 @@ namespace plat
         FileTime_t tCreation = 0;
         FileTime_t tLastWrite = 0;
         bool bFolder = false;
-        bool bRegular = false;   // a plain file: no folder, pipe, socket or device
+        bool bRegular = false;   // a plain file: not a folder, pipe, socket or device
     };
 
-    /// Opens an existing regular file for reading; null on failure. Folders are refused, and so are pipes, sockets and
-    /// devices, which are never waited for. Sizes and times are learnt on the way: pFacts, unless null, gets them for
-    /// nothing, where FileGetFacts would ask the system a second time.
+    /// Opens an existing regular file for reading. Returns null on failure. Fails for folders, pipes, sockets and
+    /// devices, and never waits for them. Fills pFacts, unless it is null, without the system call that FileGetFacts
+    /// makes.
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
 
-    /// Asks again and again whether a file can be had, with writers excluded.
+    /// Tests repeatedly whether a file can be opened with writers excluded.
     class FileLockTest_c
     {
     public:
-        /// The path must outlive the test.
+        /// Requires that the path outlives the test.
         explicit FileLockTest_c(char const * szPath)
             : m_szPath(szPath)
         {}
 
-        /// Opens the file for reading and closes it again; false if that fails, or if anyone has it open for writing.
-        /// Where the system does not tell of writers: true if size and write time stood still since the previous call.
+        /// Opens the file for reading and closes it again. Returns false if that fails, or if anyone has it open for
+        /// writing. If the system does not report writers, returns true if size and write time are unchanged since the
+        /// previous call.
         bool Try();
 
-        /// Whether the last Try found nothing by that path.
+        /// Returns whether the last Try found nothing at that path.
         bool IsAbsent() const { return m_bAbsent; }
 
     private:
@@ -66,84 +71,86 @@ namespace plat
         bool m_bAbsent = false;
     };
 
-    /// Size and times of an open file; false on failure.
+    /// Reads size and times of an open file. Returns false on failure.
     bool FileGetFacts(File_t hFile, FileFacts_t & Facts);
 
-    /// Tells the system that nBytes will be read once from front to back. Nothing is told of a small file, which the
+    /// Hints to the system that nBytes will be read once from front to back. Does nothing for a small file, which the
     /// system reads ahead unasked: the hint would cost a tenth of the whole read.
     void FileHintSequential(File_t hFile, std::uint64_t nBytes = UINT64_MAX);
 
-    /// Reads from the present position until nBytes are there, the file ends or an error comes; the bytes read.
+    /// Reads from the present position until it has nBytes, the file ends or an error occurs. Returns the bytes read.
     std::size_t FileRead(File_t hFile, void * pBuffer, std::size_t nBytes);
 
-    /// Moves the position: iOrigin 1 from the present position, 2 from the end, else from the start. The new position,
-    /// or -1 on failure.
+    /// Moves the position by iOffset: from the present position if iOrigin is 1, from the end if it is 2, else from the
+    /// start. Returns the new position, or -1 on failure.
     std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin);
 
     /// Closes an open file.
     void FileClose(File_t hFile);
 
-    /// Facts of what the path names, links followed; false if it names nothing.
+    /// Reads the facts of what the path names, following links. Returns false if it names nothing.
     bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
 
-    /// Opens a C stream of a regular file with fopen's modes; null on failure. A file that is there in another spelling
-    /// is the one that is opened; one that is created gets the path's own. A stream that writes is opened by the rule of
-    /// filewrite.h. Child processes do not inherit it.
+    /// Opens a C stream of a regular file with fopen's modes. Returns null on failure. An existing file is found in any
+    /// spelling. A new file gets the path's own spelling. A stream that writes is opened by the rule of filewrite.h.
+    /// Child processes do not inherit it.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
-    /// Opens a stream without a buffer, by the rule of filewrite.h; null on failure. All that is written goes to the end of the file, whoever else
-    /// writes or cuts it. The file is emptied unless a stream that this function opened, in this process or another, is
-    /// open on it; where the system can't say so, it is emptied.
+    /// Opens a stream without a buffer by the rule of filewrite.h. Returns null on failure. All output goes to the end
+    /// of the file, even if others write or cut it. The file is emptied, unless a stream that this function opened is
+    /// open on it, in this process or another. If the system can't say so, the file is emptied.
     std::FILE * StreamOpenLog(char const * szPath);
 
-    /// Begins a log anew that holds more than nLimit bytes. Its file gets the name szPath with ".1" at its end, those of
-    /// earlier calls ".2" to ".nFormer", and the stream goes on with a new file szPath; with nFormer 0 the file is
-    /// emptied. A file that another process has begun anew already is left to its name. StreamOpenLog has opened
-    /// pStream with szPath; others may write to it meanwhile. Returns the bytes of the stream's file, which after a
-    /// failure is the old one; 0 if the system can't say.
+    /// Starts a new log file if the log holds more than nLimit bytes. The full file is renamed to szPath with ".1" at
+    /// its end. Those of earlier calls become ".2" to ".nFormer". The stream goes on with a new file szPath. With
+    /// nFormer 0 the file is emptied instead. A file that another process has already renamed keeps its name. Requires
+    /// that StreamOpenLog opened pStream with szPath; others may write to it meanwhile. Returns the bytes of the
+    /// stream's file, which after a failure is the old one, or 0 if the system can't say.
     std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nFormer);
 
-    /// Whether a stream is as StreamOpenLog opens it, and not another one at the same address.
+    /// Returns whether StreamOpenLog opened this stream; false for another stream at the same address.
     bool StreamIsUnbuffered(std::FILE * pStream);
 
-    /// Writes past the stream's buffer, which must be empty or absent, in as few calls to the system as it takes (one,
-    /// unless a disk is full); the bytes written.
+    /// Writes past the stream's buffer, which must be empty or absent. Uses as few system calls as possible: one,
+    /// unless a disk is full. Returns the bytes written.
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
 
-    /// Creates one folder; false if it is there already or can't be made.
+    /// Creates one folder. Returns false if it exists already or can't be created.
     bool FolderCreate(char const * szPath);
 
-    /// Whether what was written must be on the disk when a function returns.
+    /// Whether the written data must be on the disk when a function returns.
     enum class Durability_e
     {
         Written,
         Synchronized
     };
 
-    /// Copies a regular file's contents and write time over szTo, opened by the rule of filewrite.h; false on failure,
-    /// which may leave a part of them there. A file is not copied onto itself. Synchronizes no folder.
+    /// Copies a regular file's contents and write time to szTo, which is opened by the rule of filewrite.h. Returns
+    /// false on failure, which may leave a part of the contents there. A file is not copied onto itself. Does not
+    /// synchronize the folder.
     bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability = Durability_e::Written);
 
-    /// Deletes a file, or a folder with all it holds; links are removed, not followed. False if there was nothing, or
-    /// if anything is left. A path that ends in "." or "..", or is the root, is refused.
+    /// Deletes a file, or a folder with all its contents. Removes links without following them. Returns false if there
+    /// was nothing, or if anything is left. Refuses a path that is the root or ends in "." or "..".
     bool TreeDelete(char const * szPath);
 
-    /// Forgets the spellings that folder listings and searches met and frees their memory.
+    /// Forgets the spellings that folder listings and searches met, and frees their memory.
     void SpellingsForget();
 
-    /// One entry of a folder, "." and ".." left out.
+    /// One entry of a folder. "." and ".." are left out.
     struct FolderEntry_t
     {
         char const * szName = nullptr;   // the disk's spelling; lives as long as the listing
         std::uint32_t nName = 0;         // characters of it
         bool bLink = false;              // reached through a link; the facts are those of its target
-        bool bAscii = false;             // all bytes of the name are
+        bool bAscii = false;             // all bytes of the name are ASCII
         bool bReachable = true;          // false: the name holds a `\`, so that no path leads here; the rest is unset
         bool bFailed = false;            // true: the system could not say what it is; the rest is unset
-        FileFacts_t Facts;               // of a folder or what is no file only the kind, unless reached through a link
+        FileFacts_t Facts;               // of a folder or of what is no file: only the kind, unless reached through a
+                                         // link
     };
 
-    /// Which folder this really is, whatever path led to it.
+    /// Identifies a folder, whatever path led to it.
     struct FolderIdentity_t
     {
         std::uint64_t iVolume = 0;
@@ -151,11 +158,12 @@ namespace plat
         bool operator==(FolderIdentity_t const &) const = default;
     };
 
-    /// False if there is no such folder; with bAsWritten none of another spelling counts.
+    /// Finds a folder's identity. With bAsWritten only the path's own spelling counts. Returns false if there is no
+    /// such folder.
     bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity, bool bAsWritten = false);
 
-    /// A folder read whole. Entries come in one order on every machine: by name folded to lower case (ASCII), then by
-    /// the raw bytes. Entries that vanish while the folder is read, and links to nothing, are left out.
+    /// The entries of a folder, read at once. Their order is the same on every machine: by name folded to lower case
+    /// (ASCII), then by the raw bytes. Entries that vanish during the read, and links to nothing, are left out.
     class FolderListing_c
     {
     public:
@@ -164,16 +172,16 @@ namespace plat
         FolderListing_c(FolderListing_c const &) = delete;
         FolderListing_c & operator=(FolderListing_c const &) = delete;
 
-        /// Reads the folder; false if it can't be opened, or breaks off while being read.
+        /// Reads the folder. Returns false if it can't be opened or the read breaks off.
         bool Read(char const * szPath);
 
-        /// Entries read.
+        /// Returns the number of entries.
         std::size_t GetCount() const;
 
-        /// Whether a name holds an ASCII capital: only then may two differ in case alone.
+        /// Returns whether any name holds an ASCII capital. Without one, no two names differ in case only.
         bool HasCapitals() const;
 
-        /// Requires iEntry < GetCount().
+        /// Returns an entry. Requires iEntry < GetCount().
         FolderEntry_t const & GetEntry(std::size_t iEntry) const;
 
     private:

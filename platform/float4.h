@@ -1,14 +1,13 @@
-// float4.h: four floats in a vector register. Each lane computes as a single float does: with the same bits everywhere.
+// float4.h: four floats in a vector register. Each lane computes the same bits as a single float does, everywhere.
 //
 // The folder of a compiler defines, in namespace plat:
 //
-// - Float4_t and Int4_t, four floats and four 32-bit integers, with the operators of their lanes and a lane by [].
-// - Int4_t Truncate(Float4_t): the integers of the lanes, truncated toward zero. A lane that fits no integer gives the
-//   smallest one.
-// - Float4_t FloatsOf(Int4_t): the same numbers as floats.
-// - Float4_t Pick<LANE0, LANE1, LANE2, LANE3>(Float4_t A, Float4_t B): four lanes picked from eight, 0 to 3 of A and
-//   4 to 7 of B.
-// - Float4_t Spread<LANE>(Float4_t): one lane in all four.
+// - Float4_t and Int4_t: four floats and four 32-bit integers, with operators on all lanes. [] reads one lane.
+// - Int4_t Truncate(Float4_t) truncates the lanes toward zero. A lane that fits no integer becomes the smallest one.
+// - Float4_t FloatsOf(Int4_t) returns the same numbers as floats.
+// - Float4_t Pick<LANE0, LANE1, LANE2, LANE3>(Float4_t A, Float4_t B) picks four lanes out of eight: 0 to 3 of A, and 4
+//   to 7 of B.
+// - Float4_t Spread<LANE>(Float4_t) copies one lane to all four.
 #pragma once
 
 #if defined(__GNUC__)

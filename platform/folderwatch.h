@@ -1,10 +1,16 @@
-// folderwatch.h: which files of a folder tree were changed, asked for and never waited for.
+// folderwatch.h: reports which files of a folder tree were changed. The caller polls; no call waits.
 //
-// The watch collects changes between two reads and hands them over in the caller's buffer, as records one after the
-// other. A change is: a file that was opened for writing is closed, unless it is new and empty; a file is renamed onto
-// one that exists, or that existed and whose name is kept; a file is found written in a folder that was made just now,
-// and is no older than that. At most 65,536 names are kept; files that go after that are forgotten. One file is in a batch once, in the order of the first changes. One thread at a time. In the
-// child of a fork a watch begins anew at the first IsComplete; until then it holds none of the system's watches.
+// The watch collects changes between two reads. It writes them to the caller's buffer as records, one after the other.
+// A change is one of these:
+// - A file that was opened for writing is closed, unless it is new and empty.
+// - A file is renamed to a name that exists, or that existed and is kept.
+// - A file is found written in a folder that was made just now, and the file is no older than the folder.
+//
+// At most 65,536 names are kept; files that go after that are forgotten. A batch names each file once, in the order of
+// the first changes. In the child of a fork a watch starts again at the first IsComplete. Until then it holds none of
+// the system's watches.
+//
+// Threads: one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +22,7 @@ namespace plat
     struct FolderChange_t
     {
         std::uint32_t nNext;        // from this record to the next one; 0 at the last
-        std::uint32_t iAction;      // FOLDER_CHANGE_MODIFIED; 0 in a batch without a record
+        std::uint32_t iAction;      // FOLDER_CHANGE_MODIFIED; 0 in a batch without records
         std::uint32_t nNameBytes;   // UTF-16 units after this head, not terminated: the path below the watched folder,
                                     // in the spelling of the disk, with `\`
     };
@@ -24,12 +30,12 @@ namespace plat
 
     inline constexpr std::uint32_t FOLDER_CHANGE_MODIFIED = 3;
 
-    /// Why the calling thread's last FolderWatch_c::Open failed, or why a folder is not watched after TakeUnwatched, as
-    /// a text to follow a colon. Names the system's setting to raise where that is the reason.
+    /// Writes why the calling thread's last FolderWatch_c::Open failed, or why TakeUnwatched counted folders. The text
+    /// is meant to follow a colon. It names the system's setting to raise if that is the reason.
     void FolderWatchReason(char * szText, std::size_t nSize);
 
-    /// A watch on a folder with all its subfolders, those that come later included. A folder that several links lead
-    /// to is watched once, so links in a circle end.
+    /// A watch on a folder with all its subfolders, including later ones. A folder that several links lead to is
+    /// watched once, so circular links are safe.
     class FolderWatch_c
     {
     public:
@@ -38,29 +44,30 @@ namespace plat
         FolderWatch_c(FolderWatch_c const &) = delete;
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
-        /// Watches a folder instead of the previous one. Skips subfolders that can't be read. When a file goes, fnKeep
-        /// says by its bare name, as the disk spells it, whether its name is kept; IsComplete calls it. False, with a
-        /// FolderWatchReason, if the folder can't be opened or the system has too few watches for its subfolders.
+        /// Watches a folder instead of the previous one. Skips subfolders that can't be read. When a file goes,
+        /// IsComplete calls fnKeep with the file's bare name, as the disk spells it. fnKeep returns whether the name is
+        /// kept. Returns false if the folder can't be opened, or if the system has too few watches for its subfolders.
+        /// FolderWatchReason then has the reason.
         bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
         void Close();
 
         bool IsOpen() const { return m_pTree != nullptr; }
 
-        /// Identifies the open watch in lists of open files; null while closed.
+        /// Returns what identifies the open watch in lists of open files; null while closed.
         void * GetHandle() const;
 
-        /// Asks for the next batch. The buffer, aligned to 4 bytes and zeroed, belongs to the watch until IsComplete
-        /// says yes.
+        /// Asks for the next batch. The buffer must be zeroed and aligned to 4 bytes. It belongs to the watch until
+        /// IsComplete returns true.
         void Read(void * pBuffer, std::size_t nBytes);
 
-        /// Whether a batch has arrived since Read. Without changes it costs one call to the system that does not wait.
-        /// A batch that does not fit the buffer, or that the system lost, leaves the buffer as it was. No batch arrives
+        /// Returns whether a batch has arrived since Read. Without changes this costs one system call that does not
+        /// wait. If a batch does not fit the buffer, or the system lost it, the buffer is unchanged. No batch arrives
         /// any more once others have closed the watch's handle.
         bool IsComplete();
 
-        /// Subfolders that appeared and could not be watched since the last call, for want of the system's watches,
-        /// which FolderWatchReason then says.
+        /// Returns how many subfolders appeared since the last call and could not be watched, because the system has no
+        /// watches left. FolderWatchReason then has the reason.
         std::size_t TakeUnwatched();
 
     private:

@@ -1,9 +1,9 @@
 // fork.h: locks and shared work across a fork of the process.
 //
-// In the child only the thread that forked goes on. A lock that another thread held would stay held there for ever, and
-// work that is under way would be waited for by both processes. So each global lock has a ForkLock_c beside it, and each
-// service with a thread, an open file or work under way has a ForkHandler_c. Both are global objects as a rule, created
-// and destroyed with no registered lock held. A lock that the forking thread holds stays its own in both processes.
+// In the child only the thread that forked goes on. A lock that another thread held would stay held there for ever.
+// Both processes would wait for work that is under way. Therefore each global lock has a ForkLock_c. Each service with
+// a thread, an open file or work under way has a ForkHandler_c. Both are usually global objects. They are created and
+// destroyed with no registered lock held. A lock that the forking thread holds stays its own in both processes.
 //
 //     constinit plat::Lock_c g_TableLock;
 //     plat::ForkLock_c const g_TableForkLock(g_TableLock);
@@ -14,9 +14,9 @@
 
 namespace plat
 {
-    /// Registers a lock, which must outlive this object. A fork enters all registered locks, so that what they guard is
-    /// whole in the child, and frees them in the parent and in the child. Their order does not matter: when one is held
-    /// elsewhere, the fork leaves the others and waits for that one first.
+    /// Registers a lock, which must outlive this object. A fork enters all registered locks, so that the data that they
+    /// guard are complete in the child. It frees them in the parent and in the child. Their order does not matter: if
+    /// another thread holds one, the fork leaves the others and waits for that one first.
     class ForkLock_c
     {
     public:
@@ -32,7 +32,7 @@ namespace plat
         ForkLock_c * m_pNext;
     };
 
-    /// What a fork calls on the thread that forks; each may be null.
+    /// What a fork calls on the thread that forks. Each may be null.
     struct ForkCalls_t
     {
         void (*fnBefore)();     // before the registered locks are entered; may wait for other threads
@@ -40,7 +40,7 @@ namespace plat
         void (*fnInChild)();    // the same in the child, where no other thread exists: must not wait for one
     };
 
-    /// Registers calls. fnBefore runs in the reverse order of registration, the other two in that order.
+    /// Registers calls. fnBefore runs in the reverse order of registration, the other two in the order of registration.
     class ForkHandler_c
     {
     public:

@@ -17,20 +17,20 @@ namespace plat
         bool operator==(Guid_t const &) const = default;
     };
 
-    /// What GuidCreateSequential says, in the low 16 bits; everything else is a failure. With the last two there is an
-    /// identifier all the same.
+    /// Results of GuidCreateSequential, in the low 16 bits. All other values are failures. The last two come with an
+    /// identifier.
     constexpr std::uint32_t GUID_OK = 0;
     constexpr std::uint32_t GUID_NO_ADDRESS = 1739;   // the machine has no hardware address
     constexpr std::uint32_t GUID_LOCAL_ONLY = 1824;   // unique on this machine, but perhaps not elsewhere
 
     using GuidSource_t = std::uint32_t (*)(Guid_t & Guid);
 
-    /// A new identifier of version 1 of RFC 4122, of time, clock sequence and hardware address (a random one, marked as
-    /// such, if the machine has none). No two are equal, in all threads and processes of the machine: a process holds
-    /// its clock sequence for itself as long as it lives, takes another when it forks or when the clock was set back,
-    /// and gives no tick of 100 nanoseconds twice. Any thread.
+    /// Creates an identifier of version 1 (RFC 4122) of time, clock sequence and hardware address. Without a hardware
+    /// address it uses a random one, which is marked as such. No two identifiers are equal, in all threads and
+    /// processes of the machine. A process holds its clock sequence for itself until it ends. It changes the sequence
+    /// when it forks or when the clock was set back. It uses each tick of 100 nanoseconds only once. Any thread.
     std::uint32_t GuidCreateSequential(Guid_t & Guid);
 
-    /// Replaces the generator by a function of the host; null restores it. Returns the previous function.
+    /// Replaces the generator by a function of the host; null restores the default. Returns the previous function.
     ZQ_API GuidSource_t GuidSetSource(GuidSource_t fnSource);
 }

@@ -1,4 +1,4 @@
-// memory.h: questions about addresses, and pages straight from the system.
+// memory.h: which memory is readable, and pages straight from the system.
 #pragma once
 
 #include <cstddef>
@@ -6,19 +6,19 @@
 
 namespace plat
 {
-    /// Bytes of the smallest page of this system: memory is readable by whole pages of this size.
+    /// Bytes of the smallest page of this system. Memory is readable in whole pages of this size.
     constexpr std::uintptr_t MEMORY_PAGE = 4096;
 
-    /// Whether these bytes can be read now. Safe for any address, null included; one call to the system a page.
+    /// Returns whether these bytes can be read now. Safe for any address, including null. One system call a page.
     bool MemoryIsReadable(void const * pMemory, std::size_t nBytes);
 
-    /// Copies what can be read of nBytes at an address and returns the number of bytes up to the first that can't.
-    /// Safe for any address; one call to the system as a rule. A fault filter may call it.
+    /// Copies up to nBytes from an address. Returns the number of bytes before the first that can't be read. Safe for
+    /// any address; usually one system call. A fault filter may call it.
     std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes);
 
-    /// Zeroed pages that owe nothing to the heap, null if there are none. A fault filter may call it.
+    /// Allocates zeroed pages without the heap. Returns null if there are none. A fault filter may call it.
     void * PagesTake(std::size_t nBytes);
 
-    /// Gives back what PagesTake gave for the same nBytes; null does nothing.
+    /// Releases pages from PagesTake. Requires the same nBytes. Null does nothing.
     void PagesGive(void * pPages, std::size_t nBytes);
 }

@@ -6,7 +6,7 @@
 
 namespace plat
 {
-    /// A program or library in memory. The path is the host's, cut at 1023 bytes, and valid during the visit alone.
+    /// A program or library in memory. The path is the host's and cut at 1023 bytes. It is valid during the visit only.
     struct Module_t
     {
         char const * szPath;
@@ -16,10 +16,10 @@ namespace plat
 
     using ModuleVisit_t = void (*)(Module_t const & Module, void * pContext);
 
-    /// Visits each, by rising address; none if the system doesn't tell. Takes neither memory of the heap nor a lock.
+    /// Visits each module, by rising address. Visits none if the system does not report them. Uses no heap and no lock.
     void ModulesVisit(ModuleVisit_t fnVisit, void * pContext);
 
-    /// Whether a module's file is still there to be read, as whoever looks for its symbols must; if not, LastErrorText
-    /// tells why.
+    /// Returns whether a module's file can still be read, which a search for its symbols needs. If not, LastErrorText
+    /// has the reason.
     bool ModuleFileIsReadable(char const * szPath);
 }

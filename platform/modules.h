@@ -1,5 +1,6 @@
-// modules.h: which program or library an address belongs to, and which section of it. Uses no heap and no
-// lock, so a fault filter may call it.
+// modules.h: which program or library an address belongs to, and which section of it.
+//
+// Uses no heap and no lock, so a fault filter may call it.
 #pragma once
 
 #include <cstddef>
@@ -9,12 +10,12 @@ namespace plat
 {
     struct ModulePlace_t
     {
-        char szPath[1024];        // of the module's file; what the system calls the memory otherwise; may be empty
+        char szPath[1024];        // of the module's file, else the system's name for the memory; may be empty
         unsigned iSection;        // from 1, as the file counts its sections; 0 if unknown
         std::uintptr_t nOffset;   // from the section's start; from the module's start if the section is unknown
     };
 
-    /// Finds the module and the section of an address; both ends of a section count as its own. False if no section
-    /// holds it; szPath and nOffset then tell what is known, else they are empty and 0.
+    /// Finds the module and the section of an address. Both ends of a section belong to it. Returns false if no section
+    /// holds the address. Then szPath and nOffset have what is known, or are empty and 0.
     bool ModuleFind(std::uintptr_t Address, ModulePlace_t * pPlace);
 }

@@ -1,5 +1,6 @@
-// operators.h: the language's operators new and delete as a process binds them, which need not be the library's: another
-// module's may come first, and a checker brings its own.
+// operators.h: the language's operators new and delete that a process is bound to.
+//
+// They need not be the library's: another module's may come first, and a checker has its own.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +8,7 @@
 
 namespace plat
 {
-    /// A form of new with its delete; null where there is none. ALIGNMENT is std::align_val_t or nothing.
+    /// A form of new with its delete; null for none. ALIGNMENT is std::align_val_t or nothing.
     template <typename... ALIGNMENT>
     struct OperatorPair_T
     {
@@ -23,7 +24,8 @@ namespace plat
         OperatorPair_T<std::align_val_t> Aligned, AlignedArray;
     };
 
-    /// The operators that modules with the library's scope are bound to, and those after the library's in that scope.
+    /// Return the operators that modules with the library's scope are bound to, and those after the library's in that
+    /// scope.
     Operators_t OperatorsBound();
     Operators_t OperatorsAfterOwn();
 }

@@ -5,41 +5,43 @@
 
 namespace plat
 {
-    /// The command line in one text, arguments joined by blanks; cut to nSize - 1 bytes and always terminated.
+    /// Copies the command line as one text, with blanks between the arguments. Cut to nSize - 1 bytes, always
+    /// terminated.
     void ProcessCommandLine(char * szBuffer, std::size_t nSize);
 
-    /// Copies the executable's path; false if it is unknown or does not fit.
+    /// Copies the executable's path. Returns false if it is unknown or does not fit.
     bool ProcessExecutablePath(wchar_t * szBuffer, std::size_t nSize);
 
-    /// The current folder without a trailing separator, but for the root; false if it is unknown or does not fit.
+    /// Copies the current folder, without a trailing separator unless it is the root. Returns false if it is unknown or
+    /// does not fit.
     bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize);
 
-    /// Puts the current folder in front of a relative path of nSize units at most; an empty one stays empty. False, with
-    /// the path as it was, if the folder is unknown or the result does not fit.
+    /// Prefixes a relative path of at most nSize units with the current folder. An empty path stays empty. Returns
+    /// false, and leaves the path unchanged, if the folder is unknown or the result does not fit.
     bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize);
 
-    /// Whether the process has rights that its caller lacks. What it may read must then not be shown to the caller. A
-    /// fault filter may call it.
+    /// Returns whether the process has rights that its caller lacks. Then the caller must not see what the process can
+    /// read. A fault filter may call it.
     bool ProcessIsSecure();
 
-    /// Makes a folder the current one; false on failure.
+    /// Makes a folder the current one. Returns false on failure.
     bool ProcessSetCurrentFolder(wchar_t const * szFolder);
 
-    /// How many threads run beside the calling one; 0 if that is unknown. A thread that has just been joined counts
-    /// for some microseconds still, so the call waits up to 10 ms for none to be left.
+    /// Returns the number of threads beside the calling one, or 0 if it is unknown. A thread that was just joined still
+    /// counts for some microseconds, so the call waits up to 10 ms for the number to fall to 0.
     int ProcessOtherThreads();
 
-    /// Installs what a call of a pure virtual function does; it must not return.
+    /// Installs the handler of calls of pure virtual functions. It must not return.
     void ProcessSetPureCallHandler(void (*fnHandler)());
 
-    /// Starts a program, or a script that can be executed, in the current folder with this process's files and
-    /// environment and no arguments. False if it can't be started; LastErrorText then tells why. Nobody waits for its
-    /// end.
+    /// Starts a program, or a script that can be executed, without arguments. It runs in the current folder, with this
+    /// process's files and environment. Nobody waits for its end. On failure returns false, and LastErrorText has the
+    /// reason.
     bool ProcessStart(char const * szProgram);
 
-    /// The calling thread's last system error as text, with a line end; cut to nSize - 1 bytes.
+    /// Copies the calling thread's last system error as text with a line end. Cut to nSize - 1 bytes.
     void LastErrorText(char * szBuffer, std::size_t nSize);
 
-    /// Whether that error says that there is nothing of the name, and no more than that.
+    /// Returns whether that error means only that nothing has the name.
     bool LastErrorIsAbsence();
 }

@@ -2,13 +2,13 @@
 //
 // Each of the two is a tree of keys, which outlives the processes and which all of them see.
 //
-// - Key paths separate with `\`. An empty path is the tree itself, an empty or null name the key's unnamed value.
-// - Keys and names compare without regard to ASCII case. They may hold any byte but 0, and a key's name no `\`.
-// - A name has at most 255 bytes and a value 16 MiB. A path has no limit.
+// - Key paths separate with `\`. An empty path is the tree itself. An empty or null name is the key's unnamed value.
+// - Keys and names compare without regard to ASCII case. They may hold any byte but 0. A key's name holds no `\`.
+// - A name has at most 255 bytes and a value at most 16 MiB. A path has no limit.
 // - A value is replaced as a whole: a reader sees the old value or the new one, also after a process was killed. A
 //   damaged value counts as none.
-// - Changes of one key wait for each other. A process that died delays nobody. One that is stopped makes the others fail
-//   after 5 seconds.
+// - Changes of one key wait for each other. A process that died delays nobody. If one is stopped, the others fail after
+//   5 seconds.
 //
 // Threads: any thread and any process. A child process can use the keys that its parent had open.
 #pragma once
@@ -36,63 +36,66 @@ namespace plat
         Dword = 4
     };
 
-    /// Keeps a tree at another place, which a host or a test names; null restores the system's. Where the store is made
-    /// of files, a place is a folder. The text is copied. Call it at start-up only.
+    /// Moves a tree to another place, which a host or a test names. Null restores the system's own. If the store is
+    /// made of files, a place is a folder. Copies the text. Call it at start-up only.
     ZQ_API void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder);
 
-    /// Reads a value into the buffer. nSize is the buffer's size going in and the value's size coming out, whether it
-    /// fits or not, 0 if there is none. False if there is no such value or it does not fit; the buffer is unchanged.
+    /// Reads a value into the buffer. Before the call nSize is the size of the buffer. After it nSize is the size of
+    /// the value, whether it fits or not, or 0 if there is none. Returns false, with the buffer unchanged, if there is
+    /// no such value or it does not fit.
     bool RegistryRead(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e & eType,
         void * pBuffer, std::size_t & nSize);
 
-    /// Stores a value, making its keys as needed; false on failure, with the previous value in place.
+    /// Stores a value and creates its keys as needed. On failure returns false and keeps the previous value.
     bool RegistryWrite(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e eType,
         void const * pData, std::size_t nSize);
 
-    /// Whether the key is there.
+    /// Returns whether the key exists.
     bool RegistryKeyExists(RegistryTree_e eTree, char const * szKey);
 
-    /// An open key, for one thread at a time. Null is a key that is not open: every operation on it fails. An open key
-    /// may be deleted by others; what is asked of it then fails, even if a new key of its name is made.
+    /// An open key, for one thread at a time. Null is a key that is not open: every operation on it fails. Others may
+    /// delete an open key. All operations on it then fail, even if a new key of its name is created.
     struct RegistryKey_s;
     using RegistryKey_t = RegistryKey_s *;
 
-    /// All rights, standard ones included.
+    /// All rights, including the standard ones.
     constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
 
-    /// Opens a key by its path from the tree, or makes it and those on the way to it. Null if it is not there or can't
-    /// be made. Rights that the user does not have are left out: what needs them fails later.
+    /// Opens a key by its path from the tree. With bCreate, creates it and the keys on the way to it. Returns null if
+    /// it does not exist or can't be created. Rights that the user does not have are left out: an operation that needs
+    /// them fails later.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate);
 
     /// Closes a key. Null does nothing.
     void RegistryCloseKey(RegistryKey_t hKey);
 
-    /// As RegistryRead and RegistryWrite above, in an open key.
+    /// Like RegistryRead and RegistryWrite above, in an open key.
     bool RegistryRead(
         RegistryKey_t hKey, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize);
     bool RegistryWrite(
         RegistryKey_t hKey, char const * szName, RegistryType_e eType, void const * pData, std::size_t nSize);
 
-    /// The type and size of a value; false if there is none.
+    /// Reads the type and the size of a value. Returns false if there is none.
     bool RegistryQuery(RegistryKey_t hKey, char const * szName, RegistryType_e & eType, std::size_t & nSize);
 
-    /// Deletes a value; false if there is none.
+    /// Deletes a value. Returns false if there is none.
     bool RegistryDeleteValue(RegistryKey_t hKey, char const * szName);
 
-    /// Gives a value a new name, under which there must be none. The new one is written before the old one goes: a
-    /// process killed in between leaves both, and no writer comes in between. False on failure, with the old one kept.
+    /// Renames a value. Fails if the new name is in use. The new value is written before the old one is deleted. A
+    /// process killed in between leaves both. No other writer comes in between. On failure returns false and keeps the
+    /// old value.
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName);
 
-    /// The name of a subkey, as it was spelled when it was made. Subkeys come in the order of their folded bytes. False
-    /// if there is no such subkey, or if the name with its terminator does not fit. The names are read
-    /// once, and again after a change. A change by another process may be seen 20 ms late.
+    /// Copies the name of a subkey, as it was spelled when it was created. Subkeys are in the order of their folded
+    /// bytes. Returns false if there is no such subkey, or if the name with its terminator does not fit. The names are
+    /// read once, and again after a change. A change by another process may be seen 20 ms late.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
-    /// Deletes a key with its values by its path from an open one; an empty path deletes the open key itself, which is
-    /// still to be closed. False if it is not there, if it has subkeys or is a tree itself; nothing is deleted then.
+    /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which must
+    /// still be closed. Returns false, and deletes nothing, if the key does not exist, has subkeys or is a tree itself.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
-    /// The same with all subkeys, however deep; those of a key are deleted before it, from the last to the first. A
+    /// Does the same with all subkeys at any depth. Subkeys are deleted before their key, from the last to the first. A
     /// failure may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 
@@ -104,14 +107,14 @@ namespace plat
         std::size_t nValues = 0;
         std::size_t nMaxValueNameLength = 0;
         std::size_t nMaxValueLength = 0;
-        FileTime_t tLastWrite = 0;   // of a value or subkey
+        FileTime_t tLastWrite = 0;   // last write of a value or subkey
     };
 
-    /// Counts a key's subkeys and values; false on failure. Reads all values.
+    /// Counts a key's subkeys and values. Returns false on failure. Reads all values.
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info);
 
-    /// The kind of system: 2 for one that counts names in 16-bit units, so that a name may have twice as many bytes as
-    /// the store reports. 0 for one that counts bytes. A host that replaces the store sets the kind of its own.
+    /// The kind of system. 0 is one that counts names in bytes. 2 is one that counts them in 16-bit units, so that a
+    /// name may have twice as many bytes as the store reports. A host that replaces the store sets the kind of its own.
     std::uint32_t RegistryGetPlatform();
     ZQ_API void RegistrySetPlatform(std::uint32_t dwPlatform);
 }

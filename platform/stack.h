@@ -5,12 +5,12 @@
 
 namespace plat
 {
-    /// Bytes between the caller's frame and the end of the stack that the thread runs on. A thread's first call asks
-    /// the system, further ones cost a few instructions.
+    /// Returns the bytes between the caller's frame and the end of the stack that the thread runs on. A thread's first
+    /// call asks the system; further calls cost a few instructions.
     std::size_t StackLeft();
 
-    /// Runs fnCall(pArgument) on a fresh stack of nBytes, which only takes the memory that is used of it, and frees it
-    /// when the call has returned. The thread stays the same, and an exception passes through. False, without a call,
-    /// if the stack can't be had.
+    /// Runs fnCall(pArgument) on a new stack of nBytes and frees it after the call. The stack uses only the memory that
+    /// the call touches. The thread stays the same, and an exception passes through. Returns false, without a call, if
+    /// the stack can't be allocated.
     bool StackCallOnFresh(std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument);
 }

@@ -13,11 +13,11 @@ namespace plat
         char szComputer[1024];
         char szUser[1024];
         int nProcessors;
-        int iProcessorType;   // the digits in the system's name of the processor's family: 8664 of x86-64
+        int iProcessorType;   // the digits in the system's name of the processor's family: 8664 for x86-64
         std::uint64_t nPhysicalTotal, nPhysicalFree;   // bytes
         std::uint64_t nVirtualTotal, nVirtualFree;     // bytes of this process's address space
     };
 
-    /// Gathers the facts; what is unknown is empty or 0.
+    /// Collects the facts. Unknown ones are empty or 0.
     void SystemGetFacts(SystemFacts_t & Facts);
 }

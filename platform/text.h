@@ -1,6 +1,8 @@
-// text.h: conversions between UTF-8 and wide text. The result is always terminated, and cut at a whole character. Paths
-// need not be UTF-8: a byte that starts no valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no character
-// has, and turns back into the byte.
+// text.h: conversions between UTF-8 and wide text.
+//
+// The result is always terminated, and is cut between whole characters. Paths need not be UTF-8. A byte that starts no
+// valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no character has. That value turns back into the
+// byte.
 #pragma once
 
 #include <cstddef>
@@ -9,27 +11,30 @@ namespace plat
 {
     inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // of bytes from 0x80 on
 
-    /// Returns the wide characters written, without the terminator.
+    /// Converts UTF-8 to wide text. Returns the wide characters written, without the terminator.
     std::size_t WideFromUtf8(wchar_t * szOut, std::size_t nSize, char const * szText);
 
-    /// A value that is neither a character nor a byte's becomes U+FFFD. Reads no more of the text than fits. Returns the
-    /// bytes written, without the terminator.
+    /// Converts wide text to UTF-8. A value that is neither a character nor a byte's becomes U+FFFD. Reads no more of
+    /// the text than fits. Returns the bytes written, without the terminator.
     std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * szText);
 
     /// The control characters that TextEscape leaves as they are.
     enum class Controls_e
     {
-        None,   // for a name, or what else is to stay on its line
+        None,   // for a name, or any other text that must stay on one line
         Tabs,
         Layout   // tabs and line ends, for a text of several lines
     };
 
-    /// Copies a text so that whoever shows it obeys nothing in it. Control characters (C0, C1, DEL) and characters that
-    /// end lines or change the direction of writing are written as `\n`, `\r`, `\t`, `\x1B` or `\u009B`, a byte that is
-    /// not UTF-8 as `\xFF`; all else, a `\` too, stays. Takes what fits, whole characters and escapes, and moves szText
-    /// past it; from nSize 7 on that is something. Returns the bytes written, without the terminator.
+    /// Copies a text so that a terminal or viewer obeys nothing in it. These are written as escapes:
+    /// - control characters (C0, C1, DEL), and characters that end lines or change the direction of writing, as `\n`,
+    ///   `\r`, `\t`, `\x1B` or `\u009B`;
+    /// - a byte that is not UTF-8, as `\xFF`.
+    ///
+    /// All else is copied unchanged, including `\`. Copies the whole characters and escapes that fit, and moves szText
+    /// past them. An nSize of 7 or more always has room for one. Returns the bytes written, without the terminator.
     std::size_t TextEscape(char * szOut, std::size_t nSize, char const *& szText, Controls_e eControls);
 
-    /// Whether all of the text is well-formed UTF-8.
+    /// Returns whether all of the text is well-formed UTF-8.
     bool IsUtf8(char const * szText);
 }

@@ -1,7 +1,7 @@
 // threads.h: locks, wake-ups and threads.
 //
-// What they keep is the system's: its folder has the types in system/threads.h. All of them are usable from constant
-// initialisation on.
+// The types of their state belong to the system and are in its folder, in system/threads.h. All of them are usable from
+// constant initialisation on.
 #pragma once
 
 #include "platform/compiler.h"
@@ -12,7 +12,7 @@
 
 namespace plat
 {
-    /// A lock that its owner may enter again, and that spins before it sleeps.
+    /// A recursive lock that spins before it sleeps.
     class Lock_c
     {
     public:
@@ -24,10 +24,10 @@ namespace plat
 
         ZQ_API void Enter();
 
-        /// Enters a lock that is free or the caller's own; false if another thread holds it.
+        /// Enters a lock that is free or the caller's own. Returns false if another thread holds it.
         bool TryEnter();
 
-        /// Whether nobody holds the lock at the moment.
+        /// Returns whether nobody holds the lock at the moment.
         bool IsFree() const { return m_nState.load(std::memory_order_relaxed) == 0; }
 
         /// Ends one Enter of the calling thread. The last one frees the lock.
@@ -62,24 +62,25 @@ namespace plat
         Lock_c & m_Lock;
     };
 
-    /// The system's number of the calling thread. Numbers of ended threads come again.
+    /// Returns the system's number of the calling thread. Numbers of ended threads are used again.
     std::uint32_t ThreadId();
 
-    /// A wake-up that can't be lost: a Signal with nobody waiting is kept for the next Wait; several kept are one. Any
-    /// thread signals, one at a time waits.
+    /// A wake-up that can't be lost. A Signal with nobody waiting is kept for the next Wait. Several kept signals count
+    /// as one. Any thread may signal; one at a time waits.
     class WakeUp_c
     {
     public:
         void Signal();
 
-        /// Sleeps until signalled, then takes the signal.
+        /// Sleeps until signalled, then clears the signal.
         void Wait();
 
     private:
         WaitWord_t m_nState{ 0 };   // clear, signalled, or clear with a thread that sleeps
     };
 
-    /// A wake-up that stays until it is reset: every wait passes while it is set. Any thread, and a fault filter.
+    /// A wake-up that stays until it is reset. Every wait passes while it is set. Any thread and a fault filter may use
+    /// it.
     class Event_c
     {
     public:
@@ -87,29 +88,29 @@ namespace plat
         void Reset() { m_nSet.store(0, std::memory_order_relaxed); }
         bool IsSet() const { return m_nSet.load(std::memory_order_acquire) != 0; }
 
-        /// Sleeps until set. A waiter that wakes after a Reset sleeps on.
+        /// Sleeps until set. A waiter that wakes after a Reset goes on sleeping.
         void Wait();
 
-        /// The same for at most nMilliseconds; false if they passed.
+        /// Waits for at most nMilliseconds. Returns false if they passed.
         bool WaitFor(std::uint32_t nMilliseconds);
 
     private:
         WaitWord_t m_nSet{ 0 };
     };
 
-    /// Calls fnEnd on the calling thread when it ends, after the destructors of its own variables. One function a
-    /// thread: a later call replaces it, and one out of fnEnd counts again. Not at the end of the
-    /// process, nor where the system has no room for it.
+    /// Calls fnEnd on the calling thread when it ends, after the destructors of its own variables. Each thread has one
+    /// function: a later call replaces it, and a call from fnEnd registers again. fnEnd is not called at the end of the
+    /// process, or if the system has no room for it.
     void ThreadAtEnd(void (*fnEnd)());
 
     /// One thread that runs a plain function. Start and Join belong to one thread.
     class Thread_c
     {
     public:
-        /// Starts fnRun(pContext); false if the system refuses a thread.
+        /// Starts fnRun(pContext). Returns false if the system refuses a thread.
         bool Start(void (*fnRun)(void *), void * pContext);
 
-        /// Waits for the end. Does nothing if no thread was started.
+        /// Waits for the end of the thread. Does nothing if no thread was started.
         void Join();
 
         /// Forgets the thread. For the child of a fork, where it does not exist.
@@ -121,12 +122,12 @@ namespace plat
         ThreadHandle_t m_hThread{};
     };
 
-    /// Puts the calling thread into the class that runs only when nothing else wants the processor; false if refused.
-    /// One thread of the process at a time. A thread that sleeps for a Lock_c that this one holds, or joins it, lifts it
-    /// to the normal class. It stays there until it calls this again.
+    /// Puts the calling thread into the class that runs only when nothing else needs the processor. Returns false if
+    /// refused. Requires that no other thread of the process is in it. A thread that sleeps for a Lock_c that this one
+    /// holds, or joins it, lifts it to the normal class. It stays there until it calls this again.
     bool ThreadSetIdleClass();
 
-    /// Whether the system lets the thread that called ThreadSetIdleClass be lifted. Many grant that to privileged users
-    /// only. True without such a thread.
+    /// Returns whether the system allows the thread that called ThreadSetIdleClass to be lifted. Many systems allow it
+    /// to privileged users only. Returns true without such a thread.
     bool ThreadCanBeLifted();
 }

@@ -1,11 +1,11 @@
-// vectors.h: runs of numbers, added with the widest registers that the processor has.
+// vectors.h: sums of runs of numbers, in the widest registers that the processor has.
 #pragma once
 
 #include <cstddef>
 
 namespace plat
 {
-    /// Numbers that fill a whole number of the widest registers.
+    /// Numbers in one of the widest registers.
     constexpr std::size_t VECTOR_NUMBERS = 64 / sizeof(std::ptrdiff_t);
 
     struct PairSums_t
@@ -15,6 +15,7 @@ namespace plat
         bool bNegative;           // any number of either run is negative
     };
 
-    /// Adds two runs of nNumbers each, a multiple of VECTOR_NUMBERS; both begin at a multiple of 64 bytes. Sums wrap.
+    /// Adds up two runs of nNumbers each, a multiple of VECTOR_NUMBERS. Both begin at a multiple of 64 bytes. Sums
+    /// wrap.
     PairSums_t SumPairs(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers);
 }

@@ -2,9 +2,9 @@
 //
 // The folder of a compiler defines, in namespace plat:
 //
-// - Words_t, 128 bits, combined by the operators of words.
-// - Words_t WordsLoad(void const * pBytes) and void WordsStore(void * pBytes, Words_t), at any address.
-// - bool WordsAny(Words_t): whether any bit is set.
+// - Words_t: 128 bits, with the bitwise operators.
+// - Words_t WordsLoad(void const * pBytes) and void WordsStore(void * pBytes, Words_t), for any address.
+// - bool WordsAny(Words_t) returns whether any bit is set.
 #pragma once
 
 #if defined(__GNUC__)

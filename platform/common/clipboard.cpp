@@ -1,6 +1,10 @@
-// The clipboard: a folder with a file for each format, named after "=" and escaped as in the registry, the file "lock" that
-// the opener locks, and "busy", what it writes before it renames it. The lock is one of the process, which a child does
-// not inherit: so it ends with the opener itself. docs/formats.md describes the files.
+// The clipboard is a folder:
+// - a file for each format, with a name that starts with "=" and is escaped as in the registry;
+// - the file "lock", which the opener locks;
+// - the file "busy", which the opener writes and then renames.
+//
+// The lock belongs to the process and is not inherited by a child, so it ends with the opener itself. docs/formats.md
+// describes the files.
 
 #include "platform/clipboard.h"
 
@@ -43,7 +47,7 @@ namespace plat
             std::vector<Format_s> dFormats;
             StoreKept_c Folder;
             StoreKept_c Lock;
-            bool bEmptied = false;   // what is on disk is not there any more
+            bool bEmptied = false;   // the data on disk are no longer there for callers
             ClipboardWait_t fnWait = nullptr;
 
             bool IsOpen() const { return Lock.Get() != STORE_NONE; }
@@ -66,7 +70,7 @@ namespace plat
             return StoreOpenPath(szFolder);
         }
 
-        // The format of a number, in an open clipboard; null if there is none.
+        // Returns the format of a number in an open clipboard, or null if there is none.
         Format_s * FormatOf(unsigned int iFormat)
         {
             std::size_t const iIndex = iFormat - FIRST_FORMAT;
@@ -110,7 +114,7 @@ namespace plat
             }
         }
 
-        // The contents of a file; null if there is none, or it is no block.
+        // Reads the contents of a file. Returns null if there is no such file, or if it is not a block.
         ClipboardBlock_t LoadBlock(StoreHandle_t hFolder, char const * szFile)
         {
             std::vector<char> dBytes;

@@ -21,7 +21,7 @@ namespace plat
         constexpr std::uint8_t FILL_FREED = 0xDD;
         constexpr std::uint8_t FILL_GAP = 0xFD;
         constexpr std::size_t GAP = 4;
-        constexpr std::size_t FENCE = 16;   // bytes right after the caller's that are written and checked
+        constexpr std::size_t FENCE = 16;   // bytes right after the caller's bytes that are written and checked
 
         struct Link_s
         {
@@ -29,7 +29,7 @@ namespace plat
             Link_s * pNext;
         };
 
-        // Stands in front of the user's bytes; its last bytes are the front gap.
+        // Lies before the user's bytes. Its last bytes are the front gap.
         struct alignas(16) Header_s : Link_s
         {
             char const * szFile;
@@ -64,7 +64,7 @@ namespace plat
             return UserOf(pHeader) + pHeader->nBefore;
         }
 
-        // Bytes from the end of the caller's to the end of the block's memory.
+        // Returns the bytes from the end of the caller's bytes to the end of the block's memory.
         std::size_t FenceSize(Header_s const * pHeader)
         {
             return pHeader->nBytes - pHeader->nBefore - pHeader->nOwn + GAP;
@@ -86,7 +86,7 @@ namespace plat
             std::memset(pBytes + nBytes - HEAP_FILL_ENDS, iValue, HEAP_FILL_ENDS);
         }
 
-        // Whether a whole word of bytes has this value.
+        // Returns whether all bytes of a word have this value.
         template <typename WORD>
         bool IsFilled(std::uint8_t const * pBytes, std::uint8_t iValue)
         {
@@ -101,7 +101,7 @@ namespace plat
             return IsFilled<std::uint32_t>(pBytes, FILL_GAP);
         }
 
-        // A long fence is checked at its ends: the bytes right after the caller's, and the block's last ones.
+        // Checks the ends only of a long fence: the bytes right after the caller's, and the block's last ones.
         bool IsFenceWhole(Header_s * pHeader)
         {
             std::uint8_t const * p = OwnOf(pHeader) + pHeader->nOwn;
@@ -155,7 +155,7 @@ namespace plat
             }
         }
 
-        // A block that is filled and described, but not yet known to the heap.
+        // Makes a block that is filled and described, but not yet listed.
         Header_s * MakeBlock(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine)
         {
             Header_s * const pHeader = TakeMemory(nBytes);
@@ -182,7 +182,7 @@ namespace plat
             std::free(pHeader);
         }
 
-        // False if the block must not be touched.
+        // Returns false if the block must not be touched.
         ZQ_COLD bool ReportFront(Header_s * pHeader)
         {
             HeapReport(IsFilled<std::uint32_t>(pHeader->dGap, FILL_FREED)
@@ -314,7 +314,7 @@ namespace plat
         {
             ++p;
         }
-        if (p == szBuffer || *p != '\0')   // nothing to read there, or something else by now
+        if (p == szBuffer || *p != '\0')   // nothing can be read there, or it is no longer a name
         {
             std::snprintf(szBuffer, nSize, "unloaded module");
         }

@@ -10,9 +10,9 @@ namespace plat
 {
     namespace
     {
-        constexpr std::size_t NAME_BYTES = 255;   // of a file's name, at most
+        constexpr std::size_t NAME_BYTES = 255;   // most bytes of a file's name
 
-        // Of a record, without the filling that leads up to the next one.
+        // Returns the bytes of a record, without the padding before the next one.
         std::size_t RecordBytes(std::u16string const & sName)
         {
             return sizeof(FolderChange_t) + sName.size() * sizeof(char16_t);

@@ -10,6 +10,6 @@ namespace plat
     /// Appends a name in UTF-8 as UTF-16 units.
     void AppendUnits(std::u16string & sUnits, std::string const & sName);
 
-    /// Writes a record for each name, or nothing at all if they do not fit.
+    /// Writes a record for each name. Writes nothing if they do not all fit.
     void WriteRecords(std::vector<std::u16string> const & dNames, char * pBuffer, std::size_t nBytes);
 }

@@ -1,17 +1,17 @@
-// folding.h: names compared without regard to ASCII case, and the one order in which folders are listed.
+// folding.h: comparison of names without regard to ASCII case, and the order in which all folders are listed.
 #pragma once
 
 #include <cstring>
 
 namespace plat
 {
-    /// The lower-case letter of an ASCII capital; every other byte as it is.
+    /// Returns the lower-case letter of an ASCII capital, and every other byte unchanged.
     inline char Folded(char cByte)
     {
         return cByte >= 'A' && cByte <= 'Z' ? static_cast<char>(cByte | 0x20) : cByte;
     }
 
-    /// Whether the terminated name holds no ASCII capital.
+    /// Returns whether the terminated name holds no ASCII capital.
     inline bool IsFolded(char const * szName)
     {
         while (*szName != 0 && *szName == Folded(*szName))
@@ -21,7 +21,7 @@ namespace plat
         return *szName == 0;
     }
 
-    /// Compares two terminated names as folded bytes: negative, 0 or positive.
+    /// Compares two terminated names as folded bytes. Returns a negative number, 0 or a positive number.
     inline int CompareFolded(char const * szFirst, char const * szSecond)
     {
         for (;; ++szFirst, ++szSecond)
@@ -42,7 +42,7 @@ namespace plat
         }
     }
 
-    /// The order of a listing: by folded bytes, then by the raw ones.
+    /// Returns whether one name precedes another in a listing: by folded bytes, then by raw bytes.
     inline bool ComesBefore(char const * szFirst, char const * szSecond)
     {
         int const iFolded = CompareFolded(szFirst, szSecond);

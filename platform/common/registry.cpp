@@ -1,13 +1,18 @@
-// The store: a key is a folder, a value a file in it.
+// The store: a key is a folder, and a value is a file in it.
 //
-// Names on disk are folded to ASCII lower case; a byte outside [a-z0-9_ .-], and a "." in front, is written as %XX. In
-// the folder of a key are the folders of its subkeys under their names, each value after "=", the record "@key" with
-// the key's own spelling, and "~", what a writer is busy with. None of the three marks is left unescaped in front of a
-// name. A record is written as "~" and renamed, so a name never shows half of one.
+// Names on disk are folded to ASCII lower case. A byte outside [a-z0-9_ .-], and a leading ".", is written as %XX. The
+// folder of a key holds:
+// - the folders of its subkeys, under their names;
+// - each value, with its name after "=";
+// - the record "@key", with the key's own spelling;
+// - "~", the file that a writer is busy with.
 //
-// Whoever changes a key locks its folder; whoever makes or deletes a key locks its parent first. A lock belongs to a
-// handle opened for it, since children share the handle of an open key. All changes of a process go one at a
-// time, so that a fork finds no lock held. docs/formats.md describes the files.
+// The three marks are always escaped at the start of a name. A record is written as "~" and then renamed, so no name
+// ever has half a record.
+//
+// A change of a key locks its folder. The creation or deletion of a key locks its parent first. A lock belongs to a
+// handle that was opened for it, because children share the handle of an open key. All changes of a process run one at
+// a time, so that a fork finds no lock held. docs/formats.md describes the files.
 
 #include "platform/registry.h"
 
@@ -38,8 +43,8 @@ namespace plat
     namespace
     {
         constexpr std::chrono::seconds LOCK_LIMIT{ 5 };
-        constexpr std::chrono::microseconds FIRST_PAUSE{ 20 }, LONGEST_PAUSE{ 250 };   // between tries to lock
-        constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete while it is being written to
+        constexpr std::chrono::microseconds FIRST_PAUSE{ 20 }, LONGEST_PAUSE{ 250 };   // between attempts to lock
+        constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete during a write
 
         // The folders of the two trees; empty for the default.
         char g_szFolders[2][STORE_PATH_SIZE];
@@ -58,7 +63,7 @@ namespace plat
                                                     : StoreUserPath("registry", szFolder);
         }
 
-        // What the user's keys hold is nobody else's business.
+        // The user's keys are private.
         StoreRights_e FolderRights(RegistryTree_e eTree)
         {
             return eTree == RegistryTree_e::Machine ? StoreRights_e::Readers : StoreRights_e::Owner;
@@ -83,12 +88,12 @@ namespace plat
         constinit Lock_c g_Changes;   // held by the thread that changes the store
         ForkLock_c const g_ChangesForkLock(g_Changes);
 
-        // A change of the store, for a scope.
+        // A change of the store, which lasts for a scope.
         class Change_c
         {
         public:
-            // Waits for the lock of a folder; false when the time is up. Other threads, and a fork, are let through
-            // meanwhile. bAlone: false on a file system without such locks, which is used without.
+            // Waits for the lock of a folder. Returns false when the time is up. Other threads and a fork may run
+            // meanwhile. bAlone is false on a file system without such locks, which is then used without them.
             bool Lock(StoreHandle_t hFolder, bool & bAlone)
             {
                 for (std::chrono::microseconds tPause = FIRST_PAUSE;; tPause = std::min(tPause * 2, LONGEST_PAUSE))
@@ -148,7 +153,7 @@ namespace plat
             return KeyLock_c(Change, hKey).Store(KEY_RECORD, { RegistryType_e::Untyped, sName, {} });
         }
 
-        // Makes the subkey's folder, which keeps the spelling that made it; STORE_NONE on failure.
+        // Creates the subkey's folder, which stores the given spelling. Returns STORE_NONE on failure.
         StoreHandle_t MakeSubKey(
             StoreHandle_t hParent, std::string_view sName, char const * szFile, StoreRights_e eRights)
         {
@@ -171,7 +176,7 @@ namespace plat
             return Key.Release();
         }
 
-        // Gives a key a spelling that lost it: its maker was killed.
+        // Stores the spelling of a key that has none because its maker was killed.
         void RenewSpelling(StoreHandle_t hKey, std::string_view sName)
         {
             if (!StoreIsThere(hKey, KEY_RECORD) && errno == ENOENT)
@@ -197,7 +202,7 @@ namespace plat
                                                                     : hKey;
         }
 
-        // Takes the first name off a path; empty names are passed over, and an empty one is the end.
+        // Removes the first name from a path and returns it. Skips empty names. Returns an empty name at the end.
         std::string_view TakeName(std::string_view & sPath)
         {
             while (sPath.starts_with('\\'))
@@ -209,7 +214,7 @@ namespace plat
             return sName;
         }
 
-        // Opens the folder of a key by its path from an open folder, which it takes over.
+        // Opens the folder of a key by its path from an open folder. Owns and closes that folder.
         StoreHandle_t OpenFrom(StoreHandle_t hFolder, std::string_view sPath, bool bCreate, StoreRights_e eRights)
         {
             StoreScope_c Key(hFolder);
@@ -241,7 +246,7 @@ namespace plat
             return hKey;
         }
 
-        // STORE_NONE for a key that is not open.
+        // Returns STORE_NONE for a key that is not open.
         StoreHandle_t FolderOf(RegistryKey_t hKey)
         {
             return hKey ? hKey->Folder.Get() : STORE_NONE;
@@ -276,7 +281,7 @@ namespace plat
             return true;
         }
 
-        // Whether the store takes a value; gives the name of its file.
+        // Returns whether the store accepts a value. Sets the name of its file.
         bool IsStorable(char const * szName, std::size_t nSize, std::string & sFile)
         {
             errno = EFBIG;
@@ -289,7 +294,7 @@ namespace plat
             return KeyLock_c(Change, hFolder).Store(szFile, Record);
         }
 
-        // Splits a path before its last name, which is empty if the path has none.
+        // Splits a path before its last name. If the path has none, the last name is empty.
         void SplitLast(std::string_view sPath, std::string_view & sParent, std::string_view & sLast)
         {
             while (sPath.ends_with('\\'))
@@ -309,7 +314,7 @@ namespace plat
             std::string sListed;   // the key's name if the parent is the open key, else empty
         };
 
-        // Finds a key by its path from an open one, which an empty path names. A tree itself is not found.
+        // Finds a key by its path from an open key, which an empty path names. Never finds a tree itself.
         bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
         {
             StoreHandle_t const hFolder = FolderOf(hKey);
@@ -333,7 +338,7 @@ namespace plat
             return Victim.Key.IsOpen() && (!bItself || StoreIdentity(Victim.Key.Get()) == StoreIdentity(hFolder));
         }
 
-        // Deletes a key without subkeys on behalf of an open key, whose listing learns of it.
+        // Deletes a key without subkeys for an open key, and updates that key's listing.
         bool DeleteFound(RegistryKey_t hKey, Victim_s const & Victim)
         {
             Change_c Change;
@@ -369,11 +374,11 @@ namespace plat
             return Contents.bRead && StoreMayDelete(hKey);
         }
 
-        // Deletes the subkeys of a found key, each level from the last to the first, however deep.
+        // Deletes the subkeys of a found key at any depth, each level from the last to the first.
         bool DeleteBelow(RegistryKey_t hKey, Victim_s const & Top)
         {
             std::vector<Level_s> dLevels;
-            Victim_s Now;   // the key at hand; its parent is open only while it is deleted
+            Victim_s Now;   // the present key; its parent is open only while it is deleted
             Now.Key.Reset(StoreOpenAnew(Top.Key.Get()));
             bool bGood = Now.Key.IsOpen() && PushLevel(dLevels, Top.sFile, Now.Key.Get());
             while (bGood && (dLevels.size() > 1 || !dLevels.back().dLeft.empty()))
@@ -435,7 +440,7 @@ namespace plat
         return StoreScope_c(OpenKey(eTree, TextOf(szKey), false)).IsOpen();
     }
 
-    // The system checks the rights of each operation, so an opening needs none.
+    // The system checks the rights of each operation, so none are checked here.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t, bool bCreate)
     {
         StoreHandle_t hFolder = STORE_NONE;

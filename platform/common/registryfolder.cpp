@@ -15,7 +15,7 @@ namespace plat
     namespace
     {
         constexpr std::int64_t SETTLED = 2100000000;   // nanoseconds; no disk's clock ticks more slowly
-        constexpr std::int64_t FRESH = 20000000;       // how long a listing serves that was read before that
+        constexpr std::int64_t FRESH = 20000000;       // nanoseconds for which a listing that was read earlier is used
 
         constinit std::atomic<unsigned> g_nKeyChanges = 0;
 
@@ -25,7 +25,7 @@ namespace plat
             return std::chrono::duration_cast<std::chrono::nanoseconds>(CLOCK::now().time_since_epoch()).count();
         }
 
-        // The spelling that the folder of a subkey holds; empty if it holds none.
+        // Returns the spelling that the folder of a subkey holds, or an empty text.
         std::string StoredSpelling(StoreHandle_t hFolder, char const * szFile)
         {
             StoreScope_c const SubKey(StoreOpenFolder(hFolder, szFile));
@@ -41,7 +41,7 @@ namespace plat
             return sText;
         }
 
-        // The folded name of the key whose folder szFile is; false if it is the folder of none.
+        // Reads the folded name of the key whose folder is szFile. Returns false if it is not a key's folder.
         bool KeyNameOfFolder(StoreHandle_t hFolder, char const * szFile, std::string & sName)
         {
             if (!IsShortenedName(szFile))

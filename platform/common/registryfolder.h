@@ -1,4 +1,4 @@
-// registryfolder.h: the contents of a key's folder in the registry's store. See registry.cpp for the names there.
+// registryfolder.h: the contents of a key's folder in the registry's store. registry.cpp explains the names there.
 #pragma once
 
 #include "platform/common/storedisk.h"
@@ -15,44 +15,45 @@ namespace plat
     {
         std::vector<std::string> dSubKeys;   // folded names
         std::vector<std::string> dValues;    // files
-        std::vector<std::string> dOthers;    // files that go with the key: its record, and what writers left
-        bool bForeign = false;               // something that is none of the store's
-        bool bRead = false;                  // whole
+        std::vector<std::string> dOthers;    // files that belong to the key: its record, and leftovers of writers
+        bool bForeign = false;               // the folder holds something that is not the store's
+        bool bRead = false;                  // the whole folder was read
     };
     KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
 
-    /// The name of a subkey as it was spelled when it was made, if that is still known; else the folded name.
+    /// Returns the name of a subkey as it was spelled when it was created. Returns the folded name if that is unknown.
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
 
-    /// Empties the folder of a key. False, with nothing deleted, if it has subkeys or holds what is not the store's.
+    /// Empties the folder of a key. Returns false, and deletes nothing, if it has subkeys or holds anything that is not
+    /// the store's.
     bool EmptyKey(StoreHandle_t hFolder);
 
-    /// The sorted names of a key's subkeys, read again only after the folder changed. Changes by this process and, where
-    /// folders count their subfolders, by others are seen at once; else a change of the same tick of the disk's clock
-    /// as the reading is seen 20 ms later.
+    /// The sorted names of a key's subkeys. They are read again only after the folder changed. Changes by this process
+    /// are seen at once. So are those by other processes if the disk counts the subfolders of folders. Otherwise a
+    /// change in the same tick of the disk's clock as the reading is seen 20 ms later.
     class KeyListing_c
     {
     public:
-        /// The folded names.
+        /// Returns the folded names.
         std::deque<std::string> const & Read(StoreHandle_t hFolder);
 
-        /// Whether the names are those of the folder.
+        /// Returns whether the names are still those of the folder.
         bool IsCurrent(StoreHandle_t hFolder) const;
 
-        /// Counts a change of another folder that the listing's owner made.
+        /// Counts a change that the listing's owner made in another folder.
         void CountChange() { ++m_nChanges; }
 
-        /// Drops a name from a listing that was current until its owner deleted the subkey.
+        /// Removes a name from a listing that was current until its owner deleted the subkey.
         void Drop(StoreHandle_t hFolder, std::string const & sName);
 
     private:
-        std::deque<std::string> m_dNames;   // both ends are deleted from
+        std::deque<std::string> m_dNames;   // names are deleted from both ends
         StoreStamp_s m_Stamp;
         unsigned m_nChanges = 0;
         std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 before the first reading
         bool m_bSettled = false;    // the last change was long before the reading
     };
 
-    /// Counts a subkey made or deleted by this process, which outdates listings.
+    /// Counts a subkey that this process created or deleted. This makes listings outdated.
     void CountKeyChange();
 }

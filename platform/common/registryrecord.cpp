@@ -10,8 +10,9 @@ namespace plat
 {
     namespace
     {
-        // A record: "ZQRV", then as 32-bit words, lowest byte first, the type, the length of the name, the length of
-        // the data and the check sum of everything but itself; then the name as the writer spelled it, and the data.
+        // A record is "ZQRV" and then, as 32-bit words with the lowest byte first: the type, the length of the name,
+        // the length of the data, and the check sum of all but itself. The name as the writer spelled it and the data
+        // follow.
         constexpr char MAGIC[] = { 'Z', 'Q', 'R', 'V' };
         constexpr std::size_t TYPE_AT = 4;
         constexpr std::size_t NAME_SIZE_AT = 8;
@@ -39,7 +40,7 @@ namespace plat
             }
         }
 
-        // FNV-1a of 32 bits over all of a record but the check sum.
+        // FNV-1a of 32 bits over a record without its check sum.
         std::uint32_t CheckSum(RecordBytes_t const & aBytes)
         {
             std::uint32_t dwSum = 0x811C9DC5u;
@@ -66,7 +67,7 @@ namespace plat
             return aBytes;
         }
 
-        // The record points into the bytes. False if they are damaged.
+        // Unpacks a record, which points into the bytes. Returns false if they are damaged.
         bool UnpackRecord(RecordBytes_t const & aBytes, Record_t & Record)
         {
             if (aBytes.size() < HEADER_SIZE || std::memcmp(aBytes.data(), MAGIC, sizeof(MAGIC)) != 0)
@@ -97,8 +98,8 @@ namespace plat
             return nHash;
         }
 
-        // The name on disk after a mark: folded, with %XX for bytes that are not plain. What gets longer than a file's
-        // name may be ends in the hash of all that follows the mark.
+        // Makes the name on disk after a mark: folded, with %XX for bytes that are not plain. A name that gets too long
+        // for a file ends in the hash of all that follows the mark.
         bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
@@ -128,7 +129,7 @@ namespace plat
             return sName.size() <= NAME_LIMIT;
         }
 
-        // The value of a digit that NameOnDisk writes; -1 for any other character.
+        // Returns the value of a digit that NameOnDisk writes, or -1 for any other character.
         int DigitValue(char c)
         {
             return c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
@@ -145,8 +146,8 @@ namespace plat
         return UnpackRecord(aBytes, Record);
     }
 
-    // A writer alone has one name for what it writes, so that it overwrites what a dead one left; others have each a name
-    // that none has used before.
+    // A writer that is alone always uses the same temporary name, so it overwrites what a dead one left. Other writers
+    // use names that were never used before.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone)
     {
         char szBusy[64] = { BUSY_MARK };

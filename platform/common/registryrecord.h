@@ -1,4 +1,4 @@
-// registryrecord.h: the files of the registry's store. See registry.cpp for what stands in the folder of a key.
+// registryrecord.h: the files of the registry's store. registry.cpp explains the folder of a key.
 #pragma once
 
 #include "platform/common/storedisk.h"
@@ -10,8 +10,8 @@
 
 namespace plat
 {
-    constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024;   // bytes of a value; more is refused
-    constexpr std::size_t NAME_LIMIT = 255;                 // bytes of a name; more are refused
+    constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024;   // bytes of a value; a larger one is refused
+    constexpr std::size_t NAME_LIMIT = 255;                 // bytes of a name; a longer one is refused
     constexpr char KEY_RECORD[] = "@key";
     constexpr char KEY_MARK = '@';
     constexpr char VALUE_MARK = '=';
@@ -26,21 +26,22 @@ namespace plat
         std::string_view sData;
     };
 
-    /// Reads a file of records; false if it is none, or damaged. The record points into the bytes.
+    /// Reads a file of records. The record points into the bytes. Returns false if the file is not one, or is damaged.
     bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record);
 
-    /// Replaces szFile by a record. Returns false on failure, with the previous one in place. With bAlone the caller is
-    /// the only writer to the folder.
+    /// Replaces szFile by a record. With bAlone the caller is the only writer to the folder. On failure returns false
+    /// and keeps the previous record.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
-    /// The file's name for the name of a key, or after VALUE_MARK of a value: escaped, and shortened if that gets too
-    /// long. False if the name itself is too long.
+    /// Make the file's name for the name of a key, or for the name of a value, which follows VALUE_MARK. The name is
+    /// escaped, and shortened if it gets too long. Return false if the name itself is too long.
     bool KeyNameOnDisk(std::string_view sName, std::string & sFile);
     bool ValueNameOnDisk(std::string_view sName, std::string & sFile);
 
-    /// Whether a file's name is a shortened one, from which the name can't be read.
+    /// Returns whether a file's name is a shortened one. The full name can't be read from it.
     bool IsShortenedName(std::string_view sFile);
 
-    /// The folded name of the key that has szFile for its folder; false if it is the folder of none, or a shortened name.
+    /// Reads the folded name of the key that has szFile for its folder. Returns false if szFile is not a key's folder,
+    /// or is shortened.
     bool KeyNameFromDisk(char const * szFile, std::string & sName);
 }

@@ -22,12 +22,13 @@ namespace plat
         {
             unsigned char bMask, bLead;   // the first byte's fixed bits
             int nFollowing;
-            char32_t cFirst;   // a smaller value must be written shorter
+            char32_t cFirst;   // a smaller value must use a shorter form
         };
         constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
             { 0xF8, 0xF0, 3, 0x10000 } };
 
-        // Reads the character at pText and moves past it. Returns false at a byte that starts none, which is read alone.
+        // Reads the character at pText and moves past it. At a byte that starts no character, reads that byte and
+        // returns false.
         bool TakeUtf8(unsigned char const *& pText, char32_t & cText)
         {
             unsigned char const * pByte = pText++;
@@ -58,7 +59,7 @@ namespace plat
             return false;
         }
 
-        // Reads the character at szText, or a byte's value, and moves past it. Returns U+FFFD for any other value.
+        // Reads the character or the value of a byte at szText and moves past it. Returns U+FFFD for any other value.
         char32_t TakeWide(wchar_t const *& szText)
         {
             char32_t const cValue = static_cast<char32_t>(*szText++);
@@ -72,7 +73,7 @@ namespace plat
             return bValid ? cValue : REPLACEMENT;
         }
 
-        // Writes a character, or a byte by its value, in at most 4 bytes; the bytes written.
+        // Writes a character, or the byte that a value is for, in at most 4 bytes. Returns the bytes written.
         std::size_t PutUtf8(char * pOut, char32_t cText)
         {
             if (IsByte(cText))
@@ -93,7 +94,7 @@ namespace plat
             return static_cast<std::size_t>(nFollowing) + 1;
         }
 
-        // Writes a character as one wide unit or, where those are of 16 bits, as one or two; the units written.
+        // Writes a character as one wide unit, or as one or two units of 16 bits. Returns the units written.
         std::size_t PutWide(wchar_t * pOut, char32_t cText)
         {
             if (!WIDE_IS_UTF16 || cText < 0x10000)
@@ -106,7 +107,7 @@ namespace plat
             return 2;
         }
 
-        // Appends nUnits to the nUsed there are if the terminator still fits behind them.
+        // Appends nUnits to nUsed units if the terminator still fits after them. Returns whether they fit.
         template <typename CHAR>
         bool Append(CHAR * szOut, std::size_t nSize, std::size_t & nUsed, CHAR const * pUnits, std::size_t nUnits)
         {
@@ -121,7 +122,7 @@ namespace plat
             return true;
         }
 
-        // Whether TextEscape leaves a character, or the value of a byte, as it is.
+        // Returns whether TextEscape leaves a character, or the value of a byte, unchanged.
         bool IsShown(char32_t cText, Controls_e eControls)
         {
             if (cText < ' ')

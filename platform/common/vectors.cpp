@@ -12,7 +12,7 @@ namespace plat
     {
         using Sum_t = PairSums_t (*)(std::ptrdiff_t const *, std::ptrdiff_t const *, std::size_t);
 
-        // Swaps the lanes that are DISTANCE apart.
+        // Adds to each lane the lane that is DISTANCE apart. Combines the signs in the same way.
         template <std::size_t DISTANCE, typename VECTOR, std::size_t... LANE>
         ZQ_INLINE void AddDistant(VECTOR & Sum, VECTOR & Signs, VECTOR & Sum2, std::index_sequence<LANE...>)
         {
@@ -21,7 +21,7 @@ namespace plat
             Signs |= __builtin_shufflevector(Signs, Signs, static_cast<int>(LANE ^ DISTANCE)...);
         }
 
-        // The same body for each width of register; inlined into functions that may use it.
+        // Sums with one width of register. Inlined into functions that may use that width.
         template <typename VECTOR>
         ZQ_INLINE PairSums_t SumWith(
             std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
@@ -56,7 +56,7 @@ namespace plat
             return { Signed(First[0]), Signed(Second[0]), Signed(Signs[0]) < 0 };
         }
 
-        // Unsigned, for sums that wrap.
+        // Unsigned, so that sums wrap.
         typedef std::size_t Vector16_t __attribute__((vector_size(16), may_alias));
         typedef std::size_t Vector32_t __attribute__((vector_size(32), may_alias));
         typedef std::size_t Vector64_t __attribute__((vector_size(64), may_alias));

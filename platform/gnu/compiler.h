@@ -1,7 +1,7 @@
 // compiler.h of GCC and Clang.
 #pragma once
 
-// On Windows the C library has a printf of another kind than the one that the language's library brings.
+// On Windows the C library's printf is of another kind than the one that the C++ library uses.
 #if defined(__MINGW32__) && !defined(__clang__)
     #define ZQ_PRINTF(iFormat, iFirstArgument) __attribute__((format(gnu_printf, iFormat, iFirstArgument)))
 #else

@@ -21,14 +21,14 @@ namespace plat
 {
     namespace
     {
-        // Many containers refuse the system's queue of requests, old kernels know none: then every write is a plain one.
-        // And whatever the queue does not write is written plainly, so that a refused, short or failed request
-        // ends as the plain write does.
+        // Many containers refuse the system's queue of requests, and old kernels have none. Then every write is a plain
+        // one. Whatever the queue does not write is written plainly too. A refused, short or failed request therefore
+        // ends as a plain write does.
         constexpr std::size_t MAX_REQUEST = 1u << 30;   // bytes; the kernel counts them in 31 bits
 
         bool s_bAllowed = true;
 
-        // A queue with room for one request: its only entry has the index 0, and so has the request.
+        // A queue with room for one request. Its only entry has the index 0, and so has the request.
         struct Queue_s
         {
             bool bOpen;
@@ -136,12 +136,12 @@ namespace plat
                 __NR_io_uring_enter, Queue.iDescriptor, nSubmit, nWaitFor, nFlags, nullptr, std::size_t{ 0 });
         }
 
-        // Hands a write to the kernel's own thread; false if it takes none.
+        // Passes a write to the kernel's own thread. Returns false if the kernel accepts none.
         bool Submit(Queue_s & Queue, int iFile, std::uint64_t nOffset, void const * pData, std::size_t nBytes)
         {
             io_uring_sqe Request{};
             Request.opcode = IORING_OP_WRITE;
-            Request.flags = IOSQE_ASYNC;   // else a write into the page cache is done right here
+            Request.flags = IOSQE_ASYNC;   // without it a write into the page cache is done right here
             Request.fd = iFile;
             Request.off = nOffset;
             Request.addr = reinterpret_cast<std::uintptr_t>(pData);
@@ -163,7 +163,7 @@ namespace plat
             return std::atomic_ref(*Queue.pDoneTail).load(std::memory_order_acquire) != *Queue.pDoneHead;
         }
 
-        // Waits for the request; the bytes that it wrote. None if the queue is gone (its descriptor was closed by others).
+        // Waits for the request and returns the bytes that it wrote. Returns 0 if others closed the queue's descriptor.
         std::size_t Await(Queue_s & Queue)
         {
             while (!IsDone(Queue))
@@ -243,7 +243,7 @@ namespace plat
         return FileWriteAt(m_hFile, m_nOffset, m_pData, m_nLeft);
     }
 
-    // A child of the process that opened the file: the queue and what it writes are the parent's.
+    // In a child of the process that opened the file, the queue and the memory that it writes are the parent's.
     void AsyncFile_c::Abandon()
     {
         Queue_s & Queue = SystemIn(m_dSystem).Queue;

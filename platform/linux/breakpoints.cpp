@@ -12,9 +12,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// The kernel lends debug registers as events that send SIGTRAP. An event ends when its last descriptor is closed, so
-// the register file of a thread is four descriptors, closed when the thread ends. A forked child has copies of all
-// threads' descriptors, whose events watch the parent: it closes them at once.
+// The kernel provides debug registers as events that send SIGTRAP. An event ends when its last descriptor is closed.
+// Therefore the register file of a thread is four descriptors, which are closed when the thread ends. A forked child
+// has copies of all threads' descriptors, whose events watch the parent, and closes them at once.
 
 namespace plat
 {
@@ -41,7 +41,7 @@ namespace plat
             errno = iError;
         }
 
-        // Its copies alone: to disable an event would disable the parent's.
+        // Closes the child's copies only: disabling an event would disable the parent's.
         void CloseEventsInChild(void * pFile)
         {
             File_s & File = *static_cast<File_s *>(pFile);
@@ -61,7 +61,8 @@ namespace plat
             File.Registers = {};
         }
 
-        // The first call on a thread, and in a forked child, makes a fork and the thread's end close what is open then.
+        // The first call on a thread, and in a forked child, registers that a fork and the thread's end close the open
+        // events.
         void CloseAtForkAndThreadEnd()
         {
             struct Closer_s
@@ -98,8 +99,8 @@ namespace plat
             return Event;
         }
 
-        // Some hypervisors swallow the debug registers: the kernel grants events that never fire. Whether it counts a touch
-        // shows that; a success is remembered.
+        // Returns whether a register fires. Some hypervisors ignore the debug registers: the kernel grants events that
+        // never fire. The test is whether the kernel counts one access. A success is stored.
         bool IsFired()
         {
             static std::atomic<bool> s_bFired = false;
@@ -127,7 +128,7 @@ namespace plat
             constexpr std::uint32_t KINDS[] = { HW_BREAKPOINT_X, HW_BREAKPOINT_W, HW_BREAKPOINT_EMPTY,
                 HW_BREAKPOINT_RW };
             constexpr std::uint64_t LENGTHS[] = { 1, 2, 8, 4 };
-            constexpr std::uint64_t EXECUTE_LENGTH = 8;   // the kernel's word, whatever the program's
+            constexpr std::uint64_t EXECUTE_LENGTH = 8;   // a kernel word, whatever the program's word size
 
             std::uint32_t const nAccess = Registers.GetAccess(i);
             if (nAccess == DEBUG_PORT || (nAccess == DEBUG_EXECUTE && Registers.GetLength(i) != DEBUG_LENGTH_1))
@@ -151,7 +152,7 @@ namespace plat
                        && Left.GetAccess(i) == Right.GetAccess(i) && Left.GetLength(i) == Right.GetLength(i));
         }
 
-        // What is switched off goes first, so that its register is free for what is switched on.
+        // Disables registers first, so that they are free for those that are enabled.
         bool Apply(DebugRegisters_t const & Registers)
         {
             DebugRegisters_t const Former = t_File.Registers;

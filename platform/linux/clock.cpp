@@ -11,11 +11,11 @@ namespace plat
 {
     namespace
     {
-        constexpr std::int64_t NANOSECONDS = 1000000000;   // in a second
+        constexpr std::int64_t NANOSECONDS = 1000000000;   // nanoseconds in a second
 
-        constexpr std::int64_t DAY = 86400;   // seconds
+        constexpr std::int64_t DAY = 86400;   // seconds in a day
 
-        std::atomic<long> g_nKeptOffset{ 0 };   // seconds east of the world's time
+        std::atomic<long> g_nKeptOffset{ 0 };   // seconds east of UTC
 
         std::int64_t MonotonicNanoseconds()
         {
@@ -40,7 +40,7 @@ namespace plat
         return static_cast<std::uint32_t>(MonotonicNanoseconds() / 1000000);
     }
 
-    // The coarse clock is as fine as it can be; only a period of nothing is refused.
+    // The coarse clock has its finest period already. Only a period of 0 is refused.
     bool CoarseClockRaise(unsigned nMilliseconds)
     {
         return nMilliseconds > 0;
@@ -82,7 +82,7 @@ namespace plat
         }
     }
 
-    // The C library's conversions take a lock.
+    // Without the C library's conversions, which take a lock.
     LocalTime_t LocalTimeByKept()
     {
         timespec Now;

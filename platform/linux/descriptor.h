@@ -1,4 +1,4 @@
-// descriptor.h: file descriptors that are closed at the end of a scope, and those that an object holds for long.
+// descriptor.h: file descriptors that are closed at the end of a scope, and descriptors that an object holds for long.
 #pragma once
 
 #include <cerrno>
@@ -8,7 +8,7 @@
 
 namespace plat
 {
-    /// Closed at the end of its scope. Keeps errno.
+    /// A descriptor that is closed at the end of its scope. Keeps errno.
     class Descriptor_c
     {
     public:
@@ -22,7 +22,7 @@ namespace plat
         bool IsOpen() const { return m_iDescriptor >= 0; }
         int Get() const { return m_iDescriptor; }
 
-        /// Closes what is held and takes another.
+        /// Closes the present descriptor and holds another.
         void Reset(int iDescriptor)
         {
             if (m_iDescriptor >= 0)
@@ -34,7 +34,7 @@ namespace plat
             m_iDescriptor = iDescriptor;
         }
 
-        /// Hands the descriptor over to the caller.
+        /// Passes the descriptor to the caller.
         int Release()
         {
             int const iDescriptor = m_iDescriptor;
@@ -46,7 +46,7 @@ namespace plat
         int m_iDescriptor;
     };
 
-    /// Which open file a descriptor is; all zero for none.
+    /// Which open file a descriptor is. All zero for none.
     struct DescriptorIdentity_t
     {
         std::uint64_t iDevice = 0;
@@ -55,22 +55,23 @@ namespace plat
     };
     DescriptorIdentity_t IdentityOf(int iDescriptor);
 
-    /// A descriptor held for long. A host may close all descriptors, as a daemon does at its start; the number may then
-    /// belong to another file, which is neither used nor closed. Nothing is closed at the end of its scope.
+    /// A descriptor that is held for long. A host may close all descriptors, as a daemon does when it starts. The
+    /// number may then belong to another file, which is neither used nor closed. Nothing is closed at the end of the
+    /// scope.
     class KeptDescriptor_c
     {
     public:
-        /// The descriptor; -1 if none is held or the number is another file's by now. One system call.
+        /// Returns the descriptor. Returns -1 if none is held or the number is another file's by now. One system call.
         int Get() const { return m_iDescriptor >= 0 && IdentityOf(m_iDescriptor) == m_Identity ? m_iDescriptor : -1; }
 
-        /// The number, also when it is another file's by now; -1 if none was taken.
+        /// Returns the number, even if it is another file's by now. Returns -1 if none was set.
         int GetNumber() const { return m_iDescriptor; }
 
-        /// Closes what is held and takes another. Keeps errno.
+        /// Closes the present descriptor and holds another. Keeps errno.
         void Reset(int iDescriptor);
 
-        /// Gives the number to a copy of another descriptor and holds that, closed at exec. False, with nothing changed,
-        /// if none is held or the system refuses.
+        /// Makes the number a copy of another descriptor, which is closed at exec, and holds it. Returns false, with
+        /// nothing changed, if none is held or the system refuses.
         bool Replace(int iDescriptor);
 
     private:
@@ -78,7 +79,7 @@ namespace plat
         DescriptorIdentity_t m_Identity;
     };
 
-    /// Reads until nBytes are there, the file ends or an error comes; the bytes read.
+    /// Reads until it has nBytes, the file ends or an error occurs. Returns the bytes read.
     inline std::size_t ReadFully(int iDescriptor, void * pBuffer, std::size_t nBytes)
     {
         std::size_t nDone = 0;
@@ -94,7 +95,7 @@ namespace plat
         return nDone;
     }
 
-    /// Writes nBytes; false as soon as the system takes no more.
+    /// Writes nBytes. Returns false as soon as the system accepts no more.
     inline bool WriteFully(int iDescriptor, void const * pData, std::size_t nBytes)
     {
         std::size_t nDone = 0;

@@ -42,7 +42,7 @@ namespace plat
 
         std::atomic<DialogHandler_t> g_fnHandler{ nullptr };
 
-        // A terminal obeys nothing in the text.
+        // Escapes the text, so that the terminal obeys nothing in it.
         void Print(char const * szText)
         {
             char szShown[1024];
@@ -52,7 +52,7 @@ namespace plat
             }
         }
 
-        // A terminal that this process may read: one in the background would be stopped for trying.
+        // Returns whether this process may read a terminal. A process in the background would be stopped for trying.
         bool HasTerminal()
         {
             return isatty(STDIN_FILENO) && isatty(STDERR_FILENO) && tcgetpgrp(STDIN_FILENO) == getpgrp();
@@ -68,7 +68,7 @@ namespace plat
             Print("? ");
         }
 
-        // Reads one line, all of it, and gives its first byte: a line end for an empty line, 0 at the end of the input.
+        // Reads one whole line and returns its first byte: a line end for an empty line, 0 at the end of the input.
         char ReadKey()
         {
             char cFirst = 0;
@@ -100,7 +100,7 @@ namespace plat
             }
         }
 
-        // Takes nothing from the heap: dialogs are shown on the way down too.
+        // Uses no heap, because dialogs are shown during a crash too.
         DialogAnswer_e ShowOnTerminal(Dialog_t const & Dialog)
         {
             DialogPrint(Dialog.szCaption, Dialog.szText);

@@ -19,13 +19,13 @@ namespace plat
 
         constexpr long SECOND = 1'000'000'000;   // nanoseconds
 
-        // Of a lock's word, and of a wake-up's.
+        // States of a lock's word and of a wake-up's.
         constexpr std::uint32_t FREE = 0, HELD = 1, CONTENDED = 2;
-        constexpr std::uint32_t LIFT_AGAIN_MILLISECONDS = 10;   // an owner may not have left its mark yet
+        constexpr std::uint32_t LIFT_AGAIN_MILLISECONDS = 10;   // an owner may not have stored its mark yet
         constexpr std::uint32_t CLEAR = 0, SIGNALLED = 1, AWAITED = 2;
 
-        // Sleeps while the word has the value, at most until the time of the monotonic clock, null for ever. False at
-        // that time.
+        // Sleeps while the word has the value, until a time of the monotonic clock at most. A null pUntil means for
+        // ever. Returns false at that time.
         bool SleepWhile(WaitWord_t & Word, std::uint32_t nValue, timespec const * pUntil = nullptr)
         {
             constexpr int OPERATION = FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG;
@@ -44,8 +44,8 @@ namespace plat
             errno = iErrorBefore;
         }
 
-        // Takes a lock's word from one value to another, if it has the first. Until the process has a second thread that
-        // needs no locked cycle of the memory bus, which is most of the cost.
+        // Changes a lock's word to another value if it has the first one. A process with one thread uses no locked
+        // memory cycle, which is most of the cost.
         inline bool Change(WaitWord_t & Word, std::uint32_t nFrom, std::uint32_t nTo)
         {
             if (__libc_single_threaded)
@@ -60,10 +60,11 @@ namespace plat
             return Word.compare_exchange_strong(nFrom, nTo, std::memory_order_acq_rel, std::memory_order_relaxed);
         }
 
-        // Its address names the thread. It stays the same in a child of fork, where the thread's number does not.
+        // The address of this variable names the thread. It stays the same in a child of fork; the thread's number does
+        // not.
         ZQ_THREAD_LOCAL char t_cSelf;
 
-        // The time of the monotonic clock after so many milliseconds.
+        // Returns the time of the monotonic clock after nMilliseconds.
         timespec TimeAfter(std::uint32_t nMilliseconds)
         {
             timespec Time;
@@ -75,7 +76,7 @@ namespace plat
             return Time;
         }
 
-        /// The thread in the idle class.
+        /// The one thread in the idle class.
         class IdleThread_c
         {
         public:
@@ -88,7 +89,7 @@ namespace plat
             bool CanBeLifted() const { return m_bCanBeLifted.load(std::memory_order_relaxed); }
             void Lift() const { SetClass(m_iThread.load(std::memory_order_relaxed), SCHED_OTHER); }
 
-            // Lets the calling thread be the one.
+            // Makes the calling thread that one.
             bool Enter()
             {
                 if (!Is(&t_cSelf))
@@ -112,13 +113,14 @@ namespace plat
             }
 
         private:
-            // By the system's number, which names no other thread once this one has ended.
+            // Uses the system's number, which names no other thread once this one has ended.
             static bool SetClass(pid_t iThread, int iClass)
             {
                 int const iErrorBefore = errno;
                 sched_param const Parameters = {};
                 bool const bSet = ::sched_setscheduler(iThread, iClass, &Parameters) == 0
-                                  && ::sched_getscheduler(iThread) == iClass;   // some grant it and change nothing
+                                  && ::sched_getscheduler(iThread) == iClass;   // some systems grant it and change
+                                                                                // nothing
                 errno = iErrorBefore;
                 return bSet;
             }
@@ -161,7 +163,7 @@ namespace plat
 
     bool Lock_c::TryEnter()
     {
-        // Only the thread itself stores its own mark, so what others store meanwhile makes no difference.
+        // Only the thread itself stores its own mark, so stores by other threads make no difference.
         if (m_Owner.load(std::memory_order_relaxed) == &t_cSelf)
         {
             ++m_nDepth;
@@ -200,7 +202,7 @@ namespace plat
                 return;
             }
         }
-        // Others may sleep too, so whoever has slept leaves the word contended.
+        // Other threads may sleep too, so a thread that has slept leaves the word contended.
         while (m_nState.exchange(CONTENDED, std::memory_order_acquire) != FREE)
         {
             if (!g_IdleThread.Exists())

@@ -10,10 +10,10 @@
 
 namespace plat
 {
-    /// What FactsFromStatx reads.
+    /// The fields that FactsFromStatx reads.
     constexpr unsigned FACTS_MASK = STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_BTIME;
 
-    /// 100-nanosecond ticks since 1601 of a time since 1970; 0 for a time before 1601.
+    /// Converts a time since 1970 to 100-nanosecond ticks since 1601. Returns 0 for a time before 1601.
     inline FileTime_t TicksFromTime(std::int64_t nSeconds, std::uint32_t nNanoseconds)
     {
         constexpr std::int64_t SECONDS_1601_TO_1970 = 11644473600;
@@ -31,7 +31,7 @@ namespace plat
         Facts.bRegular = S_ISREG(Stat.stx_mode);
     }
 
-    /// Facts of what szPath names from the folder iFolder on, links followed; of iFolder itself for an empty path.
+    /// Reads the facts of what szPath names in the folder iFolder, following links. An empty path is iFolder itself.
     inline bool FactsAt(int iFolder, char const * szPath, int iFlags, FileFacts_t & Facts)
     {
         struct statx Stat;
@@ -43,7 +43,7 @@ namespace plat
         return true;
     }
 
-    /// The same by value; all zero where there is nothing of that name.
+    /// Returns the facts. All zero if nothing has that name.
     inline FileFacts_t FactsOf(std::string const & sPath, int iFolder = AT_FDCWD)
     {
         FileFacts_t Facts = {};

@@ -4,7 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// What the assembly below leaves to do, as its last step: a call that looks like its caller's own.
+// Stores the rest of the context. The assembly below calls it as its last step, as if the caller had called it.
 extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(plat::FaultContext_t * pContext)
 {
     struct alignas(16) FloatState_t   // as FXSAVE writes it
@@ -32,7 +32,7 @@ extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(p
 
 #define AT(member) "i"(offsetof(plat::FaultContext_t, member))
 
-// No frame of its own: the registers are the caller's, but for what a call may change.
+// The function has no frame of its own. The registers are the caller's, except those that a call may change.
 #if defined(__x86_64__)
 __attribute__((naked)) void plat::FaultContextCapture(FaultContext_t *)
 {

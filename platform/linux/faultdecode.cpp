@@ -31,20 +31,21 @@ namespace plat
         constexpr unsigned char INT3 = 0xCC;
         constexpr unsigned char INTO = 0xCE;
 
-        // x87 status and control word, MXCSR: the exception flags, and where a set bit in the mask silences them.
+        // The exception flags of the x87 status word and of MXCSR. A set bit in the x87 control word, or in MXCSR
+        // shifted by MXCSR_MASK_SHIFT, disables the flag.
         constexpr unsigned FLOAT_INVALID_FLAG = 0x01;
         constexpr unsigned FLOAT_DENORMAL_FLAG = 0x02;
         constexpr unsigned FLOAT_DIVIDE_FLAG = 0x04;
         constexpr unsigned FLOAT_OVERFLOW_FLAG = 0x08;
         constexpr unsigned FLOAT_UNDERFLOW_FLAG = 0x10;
         constexpr unsigned FLOAT_INEXACT_FLAG = 0x20;
-        constexpr unsigned FLOAT_STACK_FLAG = 0x40;   // of the x87 alone
+        constexpr unsigned FLOAT_STACK_FLAG = 0x40;   // x87 only
         constexpr unsigned MXCSR_MASK_SHIFT = 7;
 
-        // An instruction's bytes from its opcode on, the prefixes read.
+        // The bytes of an instruction from its opcode on. The prefixes have been read.
         struct Instruction_t
         {
-            unsigned char dBytes[LONGEST_INSTRUCTION + 1];   // zeroed behind what could be read
+            unsigned char dBytes[LONGEST_INSTRUCTION + 1];   // zero after the bytes that could be read
             unsigned char const * pOpcode;
             unsigned nRex;
             bool bOperandSize;
@@ -105,7 +106,8 @@ namespace plat
             return iRegister < 8 ? dRegisters[iRegister] : Context.dExtended[iRegister - 8];
         }
 
-        // The address of a ModR/M byte's memory operand. Addresses relative to the instruction count from its end.
+        // Returns the address of a ModR/M byte's memory operand. Addresses relative to the instruction count from its
+        // end.
         std::uintptr_t OperandAddress(Instruction_t const & Instruction, FaultContext_t const & Context)
         {
             unsigned char const * p = Instruction.pOpcode + 1;
@@ -132,7 +134,7 @@ namespace plat
             return Address + static_cast<std::uintptr_t>(nOffset);
         }
 
-        // The processor raises one exception for a zero divisor and for a quotient that does not fit.
+        // Separates a zero divisor from a quotient that does not fit. The processor raises one exception for both.
         bool DividesByZero(FaultContext_t const & Context)
         {
             Instruction_t Instruction;
@@ -200,7 +202,7 @@ namespace plat
             return pFloats->swd & ~unsigned{ pFloats->cwd };
         }
 #else
-        // The kernel's frame goes on behind the C library's: status and magic word, 6 words, MXCSR.
+        // The kernel's frame continues after the C library's: status and magic word, 6 words, MXCSR.
         unsigned MxcsrOf(fpregset_t pFloats)
         {
             constexpr std::size_t MXCSR_OFFSET = 136;
@@ -235,11 +237,11 @@ namespace plat
             return FloatCode(nMxcsr & ~(nMxcsr >> MXCSR_MASK_SHIFT), false);
         }
 
-        // Whether an inaccessible address lies where the thread's stack would have grown to: below the memory that the
-        // stack pointer is at the low end of, or has just left.
+        // Returns whether an inaccessible address lies where the thread's stack would have grown to. That is below the
+        // memory whose low end the stack pointer is at, or has just left.
         bool IsStackOverflow(std::uintptr_t Address, std::uintptr_t nSp)
         {
-            constexpr std::uintptr_t ABOVE_END = 1024;          // a stack pointer this far inside still is at the end
+            constexpr std::uintptr_t ABOVE_END = 1024;          // a stack pointer this far inside is still at the end
             constexpr std::uintptr_t FARTHEST_PUSH = 0x10000;   // pushes and probes stay this close below
             constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;
             bool const bNear = nSp > Address ? nSp - Address <= FARTHEST_PUSH : Address - nSp <= LARGEST_FRAME;
@@ -271,14 +273,14 @@ namespace plat
                 }
                 return;
             }
-            Record.dParameters[1] = UNKNOWN_ADDRESS;   // an address of no form, or no access at all
+            Record.dParameters[1] = UNKNOWN_ADDRESS;   // an address that is not canonical, or no access at all
             if (iTrap == TRAP_PROTECTION && IsPrivileged(Context.nIp))
             {
                 Record.nCode = FAULT_PRIVILEGED;
             }
         }
 
-        // A trap is told when its instruction of one byte has been executed: the fault is at that instruction.
+        // A trap is reported after its one-byte instruction has run. The fault is at that instruction.
         void StepBackOver(unsigned char bInstruction, FaultContext_t & Context, FaultRecord_t & Record)
         {
             unsigned char bBefore = 0;
@@ -289,7 +291,7 @@ namespace plat
             }
         }
 
-        // A signal that a process sent says nothing but its number.
+        // Returns the code of a signal that a process sent, of which only the number is known.
         std::uint32_t CodeOfSent(int iSignal)
         {
             switch (iSignal)
@@ -356,7 +358,7 @@ namespace plat
                                                         : FAULT_INTEGER_OVERFLOW;
                 break;
             case SIGTRAP:
-                // Of a breakpoint the kernel says that it was the sender; steps and watched data have codes.
+                // For a breakpoint the kernel reports itself as the sender. Steps and watched data have codes.
                 Record.nCode =
                     Info.si_code == SI_KERNEL || Info.si_code == TRAP_BRKPT ? FAULT_BREAKPOINT : FAULT_SINGLE_STEP;
                 if (Record.nCode == FAULT_BREAKPOINT)

@@ -1,4 +1,4 @@
-// faultdecode.h: what a signal says of the fault behind it.
+// faultdecode.h: the fault that a signal reports.
 #pragma once
 
 #include "platform/faults.h"
@@ -8,10 +8,10 @@
 
 namespace plat
 {
-    /// The fault's registers and record. May run in a signal handler.
+    /// Fills in the fault's registers and record. May run in a signal handler.
     void FaultFromSignal(int iSignal, siginfo_t const & Info, ucontext_t const & Thread, FaultContext_t & Context,
         FaultRecord_t & Record);
 
-    /// Writes "type: what it says" of the exception that the calling thread is being terminated for, cut to fit.
+    /// Writes "type: message" of the exception that terminates the calling thread, cut to fit.
     void DescribeException(char * szText, std::size_t nSize);
 }

@@ -1,5 +1,6 @@
-// Names of types: the Itanium C++ ABI, section 5.1. The runtime's own decoder takes memory from the heap, so the usual
-// forms (classes, in namespaces or not, builtin types, pointers) are decoded here; the rest prints as it is encoded.
+// Names of types: the Itanium C++ ABI, section 5.1. The runtime's own decoder allocates memory. Therefore the usual
+// forms are decoded here: classes, in namespaces or not, builtin types and pointers. Other names print as they are
+// encoded.
 #include "platform/linux/faultdecode.h"
 #include "platform/text.h"
 
@@ -12,7 +13,7 @@ namespace plat
 {
     namespace
     {
-        // Appends to a text of a fixed size, cutting.
+        // A text of a fixed size. Additions are cut to fit.
         struct Text_t
         {
             char * szText;
@@ -29,7 +30,7 @@ namespace plat
             }
             void Add(char const * szMore) { Add(szMore, std::strlen(szMore)); }
 
-            // One line whatever it says.
+            // Escapes line ends, so that the text stays on one line.
             void AddEscaped(char const * szMore)
             {
                 nLength += TextEscape(szText + nLength, nSize - nLength, szMore, Controls_e::None);
@@ -47,7 +48,7 @@ namespace plat
             { 'y', "unsigned long long" }, { 'f', "float" }, { 'd', "double" }, { 'e', "long double" },
             { 'w', "wchar_t" }, { 'v', "void" } };
 
-        // A name with its length in front.
+        // Adds a name that its length precedes.
         bool AddPart(char const *& p, Text_t & Text)
         {
             std::size_t nPart = 0;

@@ -25,7 +25,7 @@ namespace plat
             std::int64_t tEnd;
         };
 
-        // All of the thread that the filter is told on, and of what interrupts it.
+        // These belong to the thread that runs the filter, and to what interrupts it.
         std::atomic<Guard_s *> g_pInnermost{ nullptr };
         std::atomic<int> g_iThread{ 0 };   // 0 without a guarded call
         std::atomic<int> g_hClock{ -1 };   // the kernel's timer
@@ -53,8 +53,8 @@ namespace plat
             return tEnd;
         }
 
-        // Makes the clock strike at the first end of a call, soon if that has passed; the kernel's call, since the C
-        // library takes memory for a timer.
+        // Sets the clock to the first end of a call, or to almost at once if that has passed. Uses the kernel's call,
+        // because the C library allocates memory for a timer.
         void SetClock()
         {
             std::int64_t const tEnd = FirstEnd();
@@ -130,7 +130,7 @@ namespace plat
             g_bForkByGuarded = g_iThread == CallingThread();
         }
 
-        // A forked child has no timers and no guarded calls of other threads. Its own ones stay, without a limit.
+        // A forked child has no timers and no guarded calls of other threads. It keeps its own calls, without a limit.
         void KeepOwnGuards()
         {
             if (g_hClock.exchange(-1) >= 0 && !g_bForkByGuarded)

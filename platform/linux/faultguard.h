@@ -1,14 +1,14 @@
-// faultguard.h: the guarded calls that are under way. They belong to the one thread that the filter is told on, or that
-// it waits for.
+// faultguard.h: the guarded calls that are under way. They belong to the thread that runs the filter, or to the one
+// that it waits for.
 #pragma once
 
 #include <csignal>
 
 namespace plat
 {
-    /// Signal of the guard's clock; sent to the guarded thread alone.
+    /// Returns the signal of the guard's clock. It is sent to the guarded thread only.
     int FaultGuardSignal();
 
-    /// Ends the innermost guarded call, for a fault inside; returns if there is none.
+    /// Ends the innermost guarded call because of a fault inside it. Returns if there is none.
     void FaultGuardEscape();
 }

@@ -23,9 +23,11 @@ namespace plat
     {
         constexpr int SIGNALS[] = { SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT };
         constexpr unsigned DYING_LIMIT = 10000;          // milliseconds that another thread's fault waits for the end
-        constexpr unsigned SLEEP = 2;                    // milliseconds from look to look
-        constexpr unsigned DESCRIPTION_LIMIT = 1000;     // milliseconds that an exception may take to say what it is
-        constexpr std::size_t STACK_SIZE = 256 * 1024;   // of the filter, a host's dialog included; touched as used
+                                                         // of the process
+        constexpr unsigned SLEEP = 2;                    // milliseconds between two checks
+        constexpr unsigned DESCRIPTION_LIMIT = 1000;     // milliseconds for an exception's own message
+        constexpr std::size_t STACK_SIZE = 256 * 1024;   // bytes of the filter's stack, with a host's dialog; only
+                                                         // touched pages use memory
         constexpr std::size_t DESCRIPTION_SIZE = 512;
 
         std::atomic<FaultFilter_t> g_fnFilter{ nullptr };
@@ -33,10 +35,10 @@ namespace plat
         struct sigaction g_dFormer[std::size(SIGNALS)];
         std::terminate_handler g_fnFormerTerminate = nullptr;
 
-        std::atomic<int> g_iTeller{ 0 };        // the thread that the filter is, or was, told on
-        std::atomic<bool> g_bTold{ false };     // and has been
-        std::atomic<bool> g_bDying{ false };    // nothing but the end of the process is to follow
-        char g_szException[DESCRIPTION_SIZE];   // what an uncaught exception says
+        std::atomic<int> g_iTeller{ 0 };        // the thread that runs or ran the filter
+        std::atomic<bool> g_bTold{ false };     // the filter has run
+        std::atomic<bool> g_bDying{ false };    // only the end of the process is to follow
+        char g_szException[DESCRIPTION_SIZE];   // the message of an uncaught exception
 
         int CallingThread()
         {
@@ -66,7 +68,7 @@ namespace plat
             nanosleep(&Moment, nullptr);
         }
 
-        // A filter is interrupted by its own faults and by the guard's clock, by nothing else.
+        // Only a filter's own faults and the guard's clock interrupt it.
         void SetOfFilter(sigset_t & Set)
         {
             sigfillset(&Set);
@@ -77,7 +79,7 @@ namespace plat
             }
         }
 
-        // Takes the signals that a filter's writing may have raised and that would end the process in the fault's place.
+        // Removes signals that a filter's writing may have raised. They would end the process in place of the fault.
         void DropSignalsOfWriting()
         {
             sigset_t Set;
@@ -89,7 +91,8 @@ namespace plat
             {}
         }
 
-        // A breakpoint's handler and the like may find alignment checked, as the faulting code left it.
+        // Disables alignment checks, which the faulting code may have left enabled. A filter's own code may not pass
+        // them.
         void StopAlignmentChecks()
         {
 #if defined(__x86_64__)
@@ -99,15 +102,15 @@ namespace plat
 #endif
         }
 
-        // Takes the filter for the calling thread; else the thread that has it.
+        // Claims the filter for the calling thread if it is free. Returns the thread that has it then.
         int TakeFilter(int iThread)
         {
             int iTeller = 0;
             return g_iTeller.compare_exchange_strong(iTeller, iThread) ? iThread : iTeller;
         }
 
-        // Whether the calling thread is to be told. A fault of the filter itself ends the guarded call that it is in. A
-        // fault beside a filter waits until the filter is done and then for the end of the process.
+        // Returns whether the filter runs on the calling thread. A fault of the filter itself ends the guarded call
+        // that it is in. A fault of another thread waits until the filter is done, and then for the end of the process.
         bool Begin()
         {
             FaultGuardEscape();
@@ -135,7 +138,7 @@ namespace plat
             return true;
         }
 
-        // True if the fault has been dealt with.
+        // Returns true if the fault has been dealt with.
         bool CallFilter(FaultRecord_t const & Record, FaultContext_t const & Context)
         {
             FaultPointers_t const Fault = { &Record, &Context };
@@ -155,7 +158,8 @@ namespace plat
             return i;
         }
 
-        // The former action gets the same signal when the handler returns, at the same place and with the same registers.
+        // The previous action gets the same signal when the handler returns, at the same place and with the same
+        // registers.
         void PassOn(int iSignal, siginfo_t * pInfo)
         {
             sigset_t Set;
@@ -235,7 +239,7 @@ namespace plat
             FaultThreadJoin();
         }
 
-        // What hooked the faults later stays; it may call the handler, which then passes on.
+        // Keeps handlers that were set later. They may call the library's handler, which then passes the fault on.
         void Unhook()
         {
             for (std::size_t i = 0; i < std::size(SIGNALS); ++i)
@@ -263,7 +267,7 @@ namespace plat
                 return m_pMemory != nullptr && sigaltstack(&Stack, nullptr) == 0;
             }
 
-            // Stays where the thread ends on it: the process is to follow.
+            // The stack stays if the thread ends on it: the end of the process follows.
             ~AlternateStack_c()
             {
                 stack_t const None = { nullptr, SS_DISABLE, 0 };
@@ -289,7 +293,7 @@ namespace plat
         return fnFormer;
     }
 
-    // The address checker gives each thread a stack of its own, and takes back whatever it finds in its place.
+    // The address checker gives each thread a stack of its own, and releases whatever it finds in its place.
     bool FaultThreadJoin()
     {
         static thread_local AlternateStack_c t_Stack;

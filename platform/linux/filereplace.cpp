@@ -22,7 +22,7 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;
 
-        // Looks at a name itself, in any spelling.
+        // Reads the facts of a name itself, in any spelling, without following a link.
         int StatOf(DiskPath_c & Path, struct stat & Stat)
         {
             return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
@@ -33,7 +33,7 @@ namespace plat
             return A.st_dev == B.st_dev && A.st_ino == B.st_ino;
         }
 
-        // Whether a path still names an open file.
+        // Returns whether a path still names an open file.
         bool IsStill(DiskPath_c & Path, int iFile)
         {
             struct stat Named, Open;
@@ -45,7 +45,7 @@ namespace plat
             return IsOneFile(Named, Open);
         }
 
-        // Spells a name that a file is to get. False for one that is there and not to be replaced.
+        // Spells the new name of a file. Returns false if the name exists and must not be replaced.
         bool SpellTaken(DiskPath_c & Path, bool bReplace)
         {
             struct stat Stat;
@@ -62,8 +62,8 @@ namespace plat
             return true;
         }
 
-        // Gives a new file the rights of the one that it replaces. From another user's file it takes no right that it
-        // does not have itself. Where it may not be, those of the new file stay.
+        // Gives a new file the rights of the one that it replaces. From another user's file it gets no right that it
+        // does not have itself. If the rights can't be changed, the new file keeps its own.
         void TakeRights(int iDescriptor, struct stat const & Old)
         {
             struct stat New;
@@ -73,7 +73,7 @@ namespace plat
             }
         }
 
-        constinit Lock_c g_TakeLock;   // held from the open of a lock's file until a fork knows it
+        constinit Lock_c g_TakeLock;   // held from the open of a lock's file until its entry for forks is added
         ForkLock_c const g_TakeForkLock(g_TakeLock);
 
         template <std::size_t N>
@@ -83,7 +83,7 @@ namespace plat
             return *std::launder(reinterpret_cast<ForkDrop_s *>(dBytes));
         }
 
-        // In the child of a fork, whose copy would hold the lock on after its parent is killed.
+        // Runs in the child of a fork, whose copy would keep the lock after its parent is killed.
         void CloseLock(void * pFile)
         {
             FileClose(std::exchange(*static_cast<File_t *>(pFile), nullptr));
@@ -138,7 +138,7 @@ namespace plat
         {
             return true;
         }
-        // Without bReplace: a file system that can't exclude others who make the name at this moment.
+        // With bReplace, or on a file system that can't exclude others who create the name at this moment.
         return (bReplace || IsUnknownCall(errno)) && rename(From.Get(), To.Get()) == 0;
     }
 
@@ -174,7 +174,7 @@ namespace plat
         return StatOf(Path, A) == 0 && StatOf(Other, B) == 0 && IsOneFile(A, B);
     }
 
-    // The file may go, with its holder, between the open and the lock: then another one is opened or made.
+    // Between the open and the lock the file may go with its holder. Then another one is opened or created.
     NameLock_c::Result_e NameLock_c::Take(char const * szPath)
     {
         constexpr int TRIES = 100;

@@ -23,7 +23,7 @@ namespace plat
     namespace
     {
         constexpr mode_t NEW_FOLDER_MODE = 0777;
-        constexpr std::uint64_t HINT_FROM_BYTES = 128 * 1024;   // what the system reads ahead unasked
+        constexpr std::uint64_t HINT_FROM_BYTES = 128 * 1024;   // bytes that the system reads ahead unasked
 
         bool DeleteEntry(int iFolder, char const * szName);
 
@@ -38,7 +38,7 @@ namespace plat
             return bAll;
         }
 
-        // Deletes one entry with all it holds. One that is gone already counts as deleted.
+        // Deletes one entry with all its contents. One that is gone already counts as deleted.
         bool DeleteEntry(int iFolder, char const * szName)
         {
             if (unlinkat(iFolder, szName, 0) == 0 || errno == ENOENT)
@@ -59,7 +59,7 @@ namespace plat
             return unlinkat(iFolder, szName, AT_REMOVEDIR) == 0 || errno == ENOENT;
         }
 
-        // The flags of open for a mode of fopen, -1 for no mode.
+        // Returns the flags of open for a mode of fopen, or -1 if it is not a mode.
         int FlagsOfMode(char const * szMode)
         {
             bool const bUpdate = std::strchr(szMode, '+') != nullptr;
@@ -78,9 +78,9 @@ namespace plat
             }
         }
 
-        // Empties a file on which nobody holds a shared lock, and takes one. Nobody writes before he has it, so what is
-        // emptied are never another's lines. The lock is exclusive for a moment only, unless a foreign program holds
-        // it: then the file is used without.
+        // Empties a file that nobody holds a shared lock on, and takes such a lock. Nobody writes without the lock, so
+        // this never deletes lines of another process. The lock is exclusive for a moment only. If a foreign program
+        // holds it exclusively, the file is used without the lock.
         void EmptyUnlessShared(int iFile)
         {
             constexpr int TRIES = 1000;
@@ -95,7 +95,7 @@ namespace plat
             }
         }
 
-        // Gives a file the name with ".1" at its end, that one ".2", and so on; the last one goes.
+        // Renames a file to the name with ".1", the one with ".1" to ".2", and so on. The last one is deleted.
         void RenameFormer(char const * szPath, int nFormer)
         {
             char szFrom[PATH_MAX + 16], szTo[PATH_MAX + 16];
@@ -107,7 +107,7 @@ namespace plat
             }
         }
 
-        // Copies what is left of one file to the other: inside the kernel as far as it can, then through a buffer.
+        // Copies the rest of one file to the other: inside the kernel as far as possible, then through a buffer.
         bool CopyContents(int iFrom, int iTo)
         {
             constexpr std::size_t STEP = std::size_t(1) << 30;
@@ -129,7 +129,7 @@ namespace plat
             }
         }
 
-        // Replaces the contents and the write time of iTo. A file is not copied onto itself.
+        // Replaces the contents and the write time of iTo. Does not copy a file onto itself.
         bool CopyOver(int iFrom, int iTo)
         {
             struct stat From;
@@ -150,7 +150,7 @@ namespace plat
 
     Writers_e WritersOf(int iDescriptor)
     {
-        fcntl(iDescriptor, F_SETSIG, SIGURG);   // a lease broken before it is back tells by a signal that is ignored
+        fcntl(iDescriptor, F_SETSIG, SIGURG);   // a lease broken before its removal raises an ignored signal
         if (fcntl(iDescriptor, F_SETLEASE, F_RDLCK) != 0)
         {
             return errno == EAGAIN ? Writers_e::Some : Writers_e::Unknown;
@@ -297,7 +297,7 @@ namespace plat
         {
             return nOwn;
         }
-        flock(New.Get(), LOCK_SH | LOCK_NB);   // keeps the next run from emptying it
+        flock(New.Get(), LOCK_SH | LOCK_NB);   // so that the next run does not empty it
         return dup3(New.Get(), iFile, O_CLOEXEC) >= 0 ? static_cast<std::uint64_t>(Fresh.st_size) : nOwn;
     }
 

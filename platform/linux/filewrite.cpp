@@ -17,13 +17,13 @@ namespace plat
 {
     namespace
     {
-        // Excludes other writers that ask. A file system that knows no such locks excludes nobody.
+        // Excludes other writers that claim the file. On a file system without such locks it excludes nobody.
         bool Claim(int iDescriptor)
         {
             return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
         }
 
-        // Writes the name of a folder that was made to the disk.
+        // Writes the name of a new folder to the disk.
         bool SyncNameOf(char const * szFolder)
         {
             DiskPath_c Path(szFolder);
@@ -39,7 +39,7 @@ namespace plat
                 return true;
             }
             int const iError = errno;
-            unlinkat(AT_FDCWD, Path.Get(), AT_REMOVEDIR);   // a later call makes and synchronizes it anew
+            unlinkat(AT_FDCWD, Path.Get(), AT_REMOVEDIR);   // a later call creates and synchronizes it again
             errno = iError;
             return false;
         }
@@ -87,7 +87,7 @@ namespace plat
         return ftruncate(DescriptorOf(hFile), static_cast<off_t>(nBytes)) == 0;
     }
 
-    // The claim goes even if a forked child still has a copy. An interrupted close has closed all the same.
+    // The claim ends even if a forked child still has a copy. An interrupted close has closed the file all the same.
     bool FileFinish(File_t hFile)
     {
         flock(DescriptorOf(hFile), LOCK_UN);

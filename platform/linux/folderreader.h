@@ -12,7 +12,8 @@
 
 namespace plat
 {
-    /// Walks a folder's entries once, "." and ".." left out. Holds 32 KiB, so it never stands in a recursive function.
+    /// Walks a folder's entries once, without "." and "..". Holds 32 KiB, so it must not be used in a recursive
+    /// function.
     class FolderReader_c
     {
     public:
@@ -21,7 +22,7 @@ namespace plat
             : m_iFolder(iFolder)
         {}
 
-        /// The next entry, valid until the next call; null at the end or when the folder breaks off.
+        /// Returns the next entry, valid until the next call. Returns null at the end or when reading fails.
         dirent64 const * Next()
         {
             while (m_iNext < m_nFilled || Fill())
@@ -37,7 +38,7 @@ namespace plat
             return nullptr;
         }
 
-        /// Whether an error, left in errno, ended the walk. A folder deleted meanwhile is at its end.
+        /// Returns whether an error, left in errno, ended the walk. A folder that was deleted meanwhile is at its end.
         bool IsBroken() const { return m_bBroken; }
 
     private:
@@ -59,18 +60,18 @@ namespace plat
             return nRead > 0;
         }
 
-        // Nothing can stand behind it. Where a disk gives it to the last entry, that saves asking once more.
+        // Nothing follows this position. If a disk gives it to the last entry, one system call is saved.
         static constexpr std::int64_t LAST_POSITION = INT64_MAX;
 
         int m_iFolder;
         bool m_bBroken = false;
-        std::int64_t m_iPosition = 0;   // behind the entry given last
+        std::int64_t m_iPosition = 0;   // after the last entry returned
         std::size_t m_iNext = 0;
         std::size_t m_nFilled = 0;
         alignas(dirent64) char m_aBlock[32768];
     };
 
-    /// All names of an open folder; false if it breaks off.
+    /// Reads all names of an open folder. Returns false if reading fails.
     ZQ_COLD inline bool ReadNames(int iFolder, std::vector<std::string> & dNames)
     {
         FolderReader_c Reader(iFolder);

@@ -26,26 +26,26 @@ namespace plat
         std::vector<char const *> NamesToRecord() const;
         void Clear();
 
-        // An entry in the order of listings, and the number that it is mostly told by.
+        // An entry in the order of listings, and the number that usually decides its place.
         struct Place_s
         {
             std::uint64_t iKey;
             FolderEntry_t const * pEntry;
         };
 
-        std::vector<FolderEntry_t> dEntries;   // as the disk has them
+        std::vector<FolderEntry_t> dEntries;   // in the disk's order
         std::vector<Place_s> dOrder;
-        std::vector<char> dNames;   // terminated, one behind the other; the entries point into it
-        bool bFolded = true;        // whether all names are
+        std::vector<char> dNames;   // terminated, one after the other; the entries point into it
+        bool bFolded = true;        // all names are folded
     };
 
     namespace
     {
-        constexpr std::size_t ENTRIES_AT_FIRST = 64;   // room that most folders never outgrow
+        constexpr std::size_t ENTRIES_AT_FIRST = 64;   // most folders have no more entries
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
-        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // readable from any character of a name on
+        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // readable bytes from any character of a name on
 
-        // Whether an entry that the system gives no facts of goes into the listing: not one that is gone, or a link to
+        // Returns whether an entry without facts belongs in the listing. One that is gone does not, nor does a link to
         // nothing or to itself.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
@@ -53,7 +53,8 @@ namespace plat
             return Entry.bFailed;
         }
 
-        // A link, or an entry whose kind the folder does not tell: asks the entry itself, then the link's target.
+        // For a link, or an entry whose kind the folder does not report: asks for the entry itself, then for the link's
+        // target.
         ZQ_COLD bool FactsOfLink(int iFolder, char const * szName, FolderEntry_t & Entry)
         {
             struct statx Stat;
@@ -66,8 +67,8 @@ namespace plat
             return !Entry.bLink || FactsAt(iFolder, szName, 0, Entry.Facts) || FailFacts(Entry);
         }
 
-        // Whether the entry is taken. A folder, and what is no file, gets its kind alone, which costs no look at
-        // the entry.
+        // Returns whether the entry belongs in the listing. A folder, or what is not a file, gets only its kind, which
+        // needs no system call for the entry.
         bool FactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
         {
             switch (Raw.d_type)
@@ -88,7 +89,7 @@ namespace plat
             }
         }
 
-        // What a listing wants to know of the bytes of a name.
+        // The properties of a name's bytes that a listing needs.
         constexpr unsigned char CAPITAL = 1;
         constexpr unsigned char BACKSLASH = 2;
         constexpr unsigned char NOT_ASCII = 4;
@@ -105,7 +106,7 @@ namespace plat
             return dKinds;
         }();
 
-        // The kinds of bytes in a terminated name, and its length, in one go.
+        // Finds the kinds of bytes in a terminated name, and its length, in one pass.
         unsigned ScanName(char const * szName, std::size_t & nLength)
         {
             unsigned bKinds = 0;
@@ -126,7 +127,7 @@ namespace plat
         bFolded = true;
     }
 
-    // Appends the folder's entries in the disk's order; false if the folder breaks off.
+    // Appends the folder's entries in the disk's order. Returns false if reading fails.
     bool FolderListing_c::Contents_s::ReadEntries(int iFolder)
     {
         FolderReader_c Reader(iFolder);
@@ -144,7 +145,7 @@ namespace plat
                 bFolded = bFolded && (bKinds & CAPITAL) == 0;
             }
         }
-        dNames.resize(dNames.size() + KEY_BYTES);   // behind the last name
+        dNames.resize(dNames.size() + KEY_BYTES);   // after the last name
         return !Reader.IsBroken();
     }
 
@@ -159,7 +160,7 @@ namespace plat
         dEntries.push_back(Entry);
     }
 
-    // Makes room for nBytes more, and takes the entries along.
+    // Makes room for nBytes more, and moves the entries along.
     ZQ_COLD void FolderListing_c::Contents_s::GrowNames(std::size_t nBytes)
     {
         std::vector<char> dGrown;
@@ -181,8 +182,8 @@ namespace plat
             return iKey;
         }
 
-        // Eight characters as a number with their order. What stands behind a terminator decides nothing: no two names
-        // of a folder are the same up to there.
+        // Returns eight characters as a number with their order. The bytes after a terminator decide nothing: two names
+        // of a folder always differ before it.
         std::uint64_t OrderKey(char const * pText)
         {
             static_assert(std::endian::native == std::endian::little);
@@ -190,7 +191,7 @@ namespace plat
         }
     }
 
-    // How many characters all names begin with. None of them ends ahead of that.
+    // Returns the number of characters that all names begin with. No name is shorter than that.
     std::size_t FolderListing_c::Contents_s::CommonStart() const
     {
         std::size_t nCommon = dEntries.empty() ? 0 : dEntries[0].nName;
@@ -208,7 +209,7 @@ namespace plat
         return nCommon;
     }
 
-    // Puts the entries in the order of listings. Names that are all folded already need their bytes compared only.
+    // Sorts the entries in the order of listings. If all names are folded, comparing their bytes is enough.
     void FolderListing_c::Contents_s::Sort()
     {
         std::size_t const nStart = bFolded ? CommonStart() : 0;
@@ -234,7 +235,7 @@ namespace plat
         }
     }
 
-    // The names that the record of spellings takes down some of: none if all are folded.
+    // Returns the names that the record of spellings selects from, or none if all are folded.
     std::vector<char const *> FolderListing_c::Contents_s::NamesToRecord() const
     {
         std::vector<char const *> dToRecord;

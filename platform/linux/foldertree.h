@@ -1,4 +1,4 @@
-// foldertree.h: what a folder watch remembers of the folders and files below it.
+// foldertree.h: what a folder watch stores about the folders and files below it.
 #pragma once
 
 #include <cstdint>
@@ -11,22 +11,22 @@ namespace plat::watch
 
     struct File_s
     {
-        bool bFresh = false;     // made since the watch began, and not closed after writing yet
-        bool bChanged = false;   // goes into the present batch
+        bool bFresh = false;     // created since the watch began, and not yet closed after writing
+        bool bChanged = false;   // belongs to the present batch
     };
 
     struct Folder_s
     {
         int iParent = NO_FOLDER;
-        std::string sName;   // in the parent; of the watched folder the path
+        std::string sName;   // in the parent; for the watched folder its path
         std::unordered_map<std::string, File_s> dFiles;
         std::unordered_map<std::string, int> dFolders;
     };
 
-    // How the contents of a folder came there.
+    // How the contents of a folder got there.
     enum class Appeared_e
     {
-        Before,   // not by writing them now
+        Before,   // not by being written now
         Now
     };
 
@@ -36,14 +36,14 @@ namespace plat::watch
         std::string sName;
     };
 
-    // A folder renamed away, until the other half of the rename comes.
+    // A folder that was renamed away, until the other half of the rename arrives.
     struct Detached_s
     {
         std::uint32_t iCookie;
         int iFolder;
     };
 
-    // A folder whose name another one took, by an exchange to come whole, or because it was empty and is deleted.
+    // A folder whose name another one took: the rest of an exchange is still to come, or it was empty and is deleted.
     struct Displaced_s
     {
         int iParent;

@@ -1,5 +1,6 @@
-// The watch over inotify: one watch of the kernel's a folder, and in memory the tree of folders with the names of
-// their files, since only who knows which names exist can tell a rename onto a file from a rename to a free name.
+// The watch over inotify. The kernel has one watch for each folder. Memory has the tree of folders with the names of
+// their files, because only a list of the existing names can distinguish a rename onto a file from a rename to a free
+// name.
 #define _FILE_OFFSET_BITS 64
 #define _TIME_BITS 64
 
@@ -35,19 +36,21 @@ namespace plat
     {
         using namespace watch;
 
-        constexpr int MAX_READS = 256;            // of the kernel's queue in one batch, so that a flood of changes ends
-        constexpr std::size_t MAX_KEPT = 65536;   // names without a file: no more are kept
-        unsigned g_nForks = 0;                    // from the first process down to this one
+        constexpr int MAX_READS = 256;            // reads of the kernel's queue for one batch, so that a flood of
+                                                  // changes ends
+        constexpr std::size_t MAX_KEPT = 65536;   // the most names without a file that are kept
+        unsigned g_nForks = 0;                    // forks from the first process down to this one
         ForkHandler_c const g_CountFork({ nullptr, nullptr, [] { ++g_nForks; } });
 
-        constinit Lock_c g_TreeLock;   // held while a tree changes, so that a fork finds it whole
+        constinit Lock_c g_TreeLock;   // held while a tree changes, so that a fork finds it complete
         ForkLock_c const g_TreeForkLock(g_TreeLock);
 
         constexpr std::uint32_t FOLDER_EVENTS =
             IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_EXCL_UNLINK;
 
-        // What a file in a folder that was made at tMade is: one that is no older, with contents that nobody writes,
-        // counts as changed, of any other the close will decide. An older one was renamed.
+        // Returns the state of a file in a folder that was created at tMade. A file that is no older, has contents and
+        // has no writer counts as changed. For one that is empty or still being written, its close will decide. An
+        // older file was renamed.
         File_s LookAtNewFile(int iFolder, char const * szName, FileTime_t tMade)
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -130,14 +133,14 @@ namespace plat
         ForkDrop_s m_Drop{};
         std::string m_sRoot;
         std::unordered_map<int, Folder_s> m_dFolders;   // by the kernel's number of the watch
-        std::vector<Change_s> m_dChanges;               // of the present batch, in their order
-        std::unordered_set<std::string> m_dKept;        // paths of files that are gone, and whose names stay known
+        std::vector<Change_s> m_dChanges;               // of the present batch, in order
+        std::unordered_set<std::string> m_dKept;        // paths of files that are gone but whose names stay known
         std::vector<Detached_s> m_dDetached;
         std::vector<Displaced_s> m_dDisplaced;
-        std::vector<ToAdd_s> m_dLater;   // could not be reached by the paths known then
-        bool m_bLost = false;            // the kernel's queue ran over
+        std::vector<ToAdd_s> m_dLater;   // could not be reached by the paths known at that time
+        bool m_bLost = false;            // the kernel's queue overflowed
         bool m_bStarting = false;        // the whole tree is being added: no event has been missed
-        char * m_pRead = nullptr;        // the caller's buffer, while a read is on
+        char * m_pRead = nullptr;        // the caller's buffer while a read is active
         std::size_t m_nRead = 0;
         alignas(inotify_event) char m_aEvents[16384];
     };
@@ -152,7 +155,7 @@ namespace plat
         {
             return false;
         }
-        char szRoot[PATH_MAX];   // absolute: the current folder may change
+        char szRoot[PATH_MAX];   // absolute, because the current folder may change
         m_sRoot = realpath(Path.Get(), szRoot) != nullptr ? szRoot : Path.Get();
         return AddRoot() && !m_dFolders.empty();
     }
@@ -170,7 +173,8 @@ namespace plat
         {
             return false;
         }
-        // Takes nothing from another file that has the number, so that the identity is needed only with bytes to read.
+        // This reads nothing from another file that has the number. The identity is needed only if there are bytes to
+        // read.
         int nWaiting = 0;
         if (ioctl(m_Queue.GetNumber(), FIONREAD, &nWaiting) != 0 || nWaiting <= 0 || m_Queue.Get() < 0)
         {
@@ -180,8 +184,8 @@ namespace plat
         return nFilled > 0 && Collect(static_cast<std::size_t>(nFilled));
     }
 
-    // Handles what is in the buffer of events and what else is in the queue; whether that makes a batch. The bytes may be
-    // those of another file, which the identity of the queue does not always distinguish.
+    // Handles the buffer of events and the rest of the queue. Returns whether that makes a batch. The bytes may be
+    // those of another file, because the identity of the queue does not always distinguish it.
     bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
     {
         LockScope_c const Scope(g_TreeLock);
@@ -220,7 +224,7 @@ namespace plat
         return Deliver();
     }
 
-    // Hands the changes over, or their loss; false if there is nothing to tell.
+    // Delivers the changes, or their loss. Returns false if there is nothing to report.
     bool FolderWatch_c::Tree_c::Deliver()
     {
         std::vector<std::u16string> const dNames = TakeNames();
@@ -240,8 +244,8 @@ namespace plat
         return true;
     }
 
-    // The changed files that are still there. One whose name went after the change may have come back by the exchange of
-    // two names, which the events do not distinguish from a rename.
+    // Returns the changed files that still exist. One whose name was removed after the change may be back: two names
+    // may have been exchanged, and the events do not distinguish that from a rename.
     std::vector<std::u16string> FolderWatch_c::Tree_c::TakeNames()
     {
         std::vector<std::u16string> dNames;
@@ -274,8 +278,8 @@ namespace plat
             m_Drop, [](void * pTree) { static_cast<Tree_c *>(pTree)->Abandon(); }, this);
     }
 
-    // The child of a fork has the parent's queue, whose events it must not read and which it must not keep alive. The
-    // number goes to a pipe, which no other file is taken for, so that it stays the watch's.
+    // The child of a fork has the parent's queue. It must not read its events or keep it alive. The number is replaced
+    // by a pipe, which can't be confused with another file, so that it stays the watch's.
     void FolderWatch_c::Tree_c::Abandon()
     {
         int dEnds[2];
@@ -287,14 +291,16 @@ namespace plat
         }
     }
 
-    // The child of a fork opens a queue of its own at its first call. On failure false, and the next call tries again.
+    // The child of a fork opens a queue of its own at its first call. Returns false on failure; the next call tries
+    // again.
     ZQ_COLD bool FolderWatch_c::Tree_c::StartInChild()
     {
         LockScope_c const Scope(g_TreeLock);
         return m_Queue.Get() >= 0 && Rebuild();
     }
 
-    // Looks at the whole tree anew with a new queue, of which the descriptor keeps its number: false without one.
+    // Reads the whole tree again with a new queue, which gets the number of the old one. Returns false without a new
+    // queue.
     bool FolderWatch_c::Tree_c::Rebuild()
     {
         Descriptor_c const Queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -326,8 +332,8 @@ namespace plat
         return bAll;
     }
 
-    // Watches a folder with all below it: folders first, then what links lead to, so that a folder goes by its own path.
-    // False if the kernel has no watch left.
+    // Watches a folder with all folders below it. Folders come before the targets of links, so that a folder is known
+    // by its own path. Returns false if the kernel has no watch left.
     bool FolderWatch_c::Tree_c::AddTree(ToAdd_s Top)
     {
         std::vector<ToAdd_s> dFolders;
@@ -360,7 +366,7 @@ namespace plat
         return true;
     }
 
-    // The number of the new watch; -1 if there is none, or if the folder is watched already.
+    // Returns the number of the new watch. Returns -1 if there is none, or if the folder is watched already.
     int FolderWatch_c::Tree_c::AddFolder(ToAdd_s & ToAdd)
     {
         bool const bRoot = ToAdd.iParent == NO_FOLDER;
@@ -400,14 +406,14 @@ namespace plat
         return iFolder;
     }
 
-    // Whether a folder's path, which events of the past have made, still leads to it.
+    // Returns whether a folder's path, which past events have made, still leads to it.
     bool FolderWatch_c::Tree_c::IsWhereItWas(int iFolder)
     {
         return m_bStarting || NumberOf(PathOf(iFolder)) == iFolder;
     }
 
-    // A folder that is watched already was met by this path. If that is not by another link, then it was moved here, of
-    // which the event is still to come, or never comes as nobody watched here.
+    // Handles a path that leads to a folder which is watched already. Unless the path is another link, the folder was
+    // moved here. That event is still to come, or never comes because nobody watched here.
     void FolderWatch_c::Tree_c::Relocate(std::string const & sPath, ToAdd_s const & ToAdd)
     {
         int const iKnown = NumberOf(sPath);
@@ -424,7 +430,7 @@ namespace plat
         }
     }
 
-    // The number of the folder that the path leads to now; -1 if it leads to none that is watched.
+    // Returns the number of the folder that the path leads to now. Returns -1 if that folder is not watched.
     int FolderWatch_c::Tree_c::NumberOf(std::string const & sPath)
     {
         int const iFolder = inotify_add_watch(m_Queue.GetNumber(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_ADD);
@@ -445,8 +451,8 @@ namespace plat
         return iFolder == iTop;
     }
 
-    // Puts a folder without a parent into one, in the place of what had the name there. False if the parent lies below
-    // it, by a link that moved along: nothing leads to either any more.
+    // Puts a folder without a parent into one, and replaces the folder that had the name there. Returns false if the
+    // parent lies below it, through a link that moved along. Then nothing leads to either any more.
     bool FolderWatch_c::Tree_c::Place(int iFolder, int iParent, std::string const & sName)
     {
         if (IsBelow(iParent, iFolder))
@@ -464,8 +470,8 @@ namespace plat
         return true;
     }
 
-    // Takes down the names in a folder that is watched by now, so that nothing falls between the two.
-    // False if another folder has its path by now.
+    // Records the names in a folder. The folder is watched already, so that no change in between is missed. Returns
+    // false if another folder has its path by now.
     bool FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
         std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {
@@ -503,7 +509,7 @@ namespace plat
         return true;
     }
 
-    // Ends the watches of a folder and of all below it.
+    // Ends the watches of a folder and of all folders below it.
     void FolderWatch_c::Tree_c::RemoveTree(int iTop)
     {
         std::vector<int> dTodo{ iTop };
@@ -523,7 +529,7 @@ namespace plat
         }
     }
 
-    // Takes a folder out of its parent.
+    // Removes a folder from its parent.
     void FolderWatch_c::Tree_c::Unlink(int iFolder)
     {
         Folder_s & Folder = m_dFolders[iFolder];
@@ -548,7 +554,7 @@ namespace plat
         return sPath;
     }
 
-    // The path of a changed file from the watched folder down.
+    // Returns the path of a changed file, relative to the watched folder.
     std::u16string FolderWatch_c::Tree_c::UnitsOf(Change_s const & Changed) const
     {
         std::vector<std::string const *> dNames;
@@ -573,7 +579,7 @@ namespace plat
         auto const itFolder = m_dFolders.find(Event.wd);
         if (itFolder == m_dFolders.end())
         {
-            return;   // a watch that ended meanwhile
+            return;   // the watch ended meanwhile
         }
         if ((Event.mask & (IN_IGNORED | IN_MOVE_SELF)) != 0)
         {
@@ -618,7 +624,7 @@ namespace plat
         }
     }
 
-    // The second half of the rename of a folder, or of a link to one; false if it is none.
+    // Handles the second half of the rename of a folder, or of a link to one. Returns false for any other event.
     bool FolderWatch_c::Tree_c::Attach(int iFolder, inotify_event const & Event)
     {
         auto const itDetached = std::find_if(m_dDetached.begin(), m_dDetached.end(),
@@ -648,7 +654,7 @@ namespace plat
         bool const bMoved = (Event.mask & IN_MOVED_FROM) != 0;
         int const iDisplaced = bMoved ? TakeDisplaced(iFolder, Event.name) : NO_FOLDER;
         auto const itFolder = Folder.dFolders.find(Event.name);
-        // In the midst of an exchange a folder and a file may have one name. Links to folders are no folders in events.
+        // During an exchange a folder and a file may have one name. Events report links to folders as files.
         bool const bFile =
             itFolder == Folder.dFolders.end() || ((Event.mask & IN_ISDIR) == 0 && Folder.dFiles.contains(Event.name));
         if (iDisplaced == NO_FOLDER && bFile)
@@ -668,7 +674,8 @@ namespace plat
         }
     }
 
-    // The folder that had the name before another one took it; NO_FOLDER if there is none, or if it is gone.
+    // Returns the folder that had the name before another one took it. Returns NO_FOLDER if there is none or it is
+    // gone.
     int FolderWatch_c::Tree_c::TakeDisplaced(int iParent, char const * szName)
     {
         auto const itDisplaced = std::find_if(m_dDisplaced.begin(), m_dDisplaced.end(),
@@ -682,7 +689,7 @@ namespace plat
         return m_dFolders.contains(iFolder) ? iFolder : NO_FOLDER;
     }
 
-    // Keeps the name of a file that may be gone, by its path: its folder may go too and come again.
+    // Keeps the name of a file that may be gone. Stores its path, because its folder may go too and come again.
     void FolderWatch_c::Tree_c::Keep(int iFolder, std::string const & sName)
     {
         if (m_fnKeep(sName.c_str()) && m_dKept.size() < MAX_KEPT)

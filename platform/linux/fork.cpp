@@ -92,7 +92,7 @@ namespace plat
             }
         }
 
-        // Enters all locks, the given one first. Where one is held by another thread, leaves them again and returns it.
+        // Enters all locks, the given one first. If another thread holds one, leaves all again and returns that one.
         ForkLock_c const * EnterAll(ForkLock_c const * pFirst) const
         {
             pFirst->m_Lock.Enter();

@@ -1,7 +1,8 @@
-// Clock sequences: a process binds a socket to a name of the number in the abstract namespace, which the kernel gives to
-// one process at a time and takes back when it ends. That namespace is shared by just those processes that see the same
-// interfaces, so no two live processes ever join one address, sequence and tick. A sequence is picked at random: even
-// if the clock is set back between two lives, meeting the same sequence in the same tick is next to impossible.
+// Clock sequences: a process binds a socket to a name made of the number, in the abstract namespace. The kernel grants
+// such a name to one process at a time and frees it when the process ends. The processes that share this namespace are
+// exactly those that see the same interfaces. So no two live processes ever use the same address, sequence and tick. A
+// sequence is picked at random. Even if the clock is set back between two processes, they are very unlikely to use the
+// same sequence in the same tick.
 
 #define _FILE_OFFSET_BITS 64
 #define _TIME_BITS 64
@@ -32,9 +33,10 @@ namespace plat
         constexpr int SEQUENCES = 1 << 14;
         constexpr std::uint64_t TICKS_IN_SECOND = 10000000;
         constexpr std::uint64_t TICKS_1582_TO_1970 = 0x01B21DD213814000;
-        constexpr std::uint64_t SMALL_STEP_BACK = 1000;   // ticks to wait out; a clock set back further is another time
+        constexpr std::uint64_t SMALL_STEP_BACK = 1000;   // ticks to wait out; a larger step means that the clock was
+                                                          // set back
 
-        // 100-nanosecond ticks since the Gregorian calendar began.
+        // Returns the 100-nanosecond ticks since the Gregorian calendar began.
         std::uint64_t Now()
         {
             timespec Time;
@@ -43,7 +45,7 @@ namespace plat
                    + static_cast<std::uint64_t>(Time.tv_nsec) / 100 + TICKS_1582_TO_1970;
         }
 
-        // Mixes the clock where the system gives no random bytes.
+        // Uses the clock if the system provides no random bytes.
         void RandomBytes(unsigned char * pBytes, std::size_t nBytes)
         {
             if (getrandom(pBytes, nBytes, GRND_NONBLOCK) != static_cast<ssize_t>(nBytes))
@@ -57,7 +59,8 @@ namespace plat
             }
         }
 
-        // A socket that holds the sequence; -1 if another process has it (EADDRINUSE) or the system gives no sockets.
+        // Returns a socket that holds the sequence. Returns -1 if another process has it (EADDRINUSE) or there are no
+        // sockets.
         int BindSequence(int iSequence)
         {
             int const iSocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -111,7 +114,7 @@ namespace plat
             Lock_c m_Lock;
 
         private:
-            // A tick that was not given yet under this sequence.
+            // Returns a tick that was not used yet with this sequence.
             std::uint64_t NextTick()
             {
                 std::uint64_t tTick = Now();
@@ -136,11 +139,11 @@ namespace plat
             void Start()
             {
                 RandomBytes(m_dRandomAddress, NET_ADDRESS_SIZE);
-                m_dRandomAddress[0] |= 1;   // as RFC 4122 marks what is no hardware's address
+                m_dRandomAddress[0] |= 1;   // the mark of RFC 4122 for an address that is not the hardware's
                 TakeSequence();
             }
 
-            // Former sockets stay open, so that nobody else takes over a sequence together with a clock set back.
+            // Previous sockets stay open, so that no process gets both an old sequence and a clock that was set back.
             void TakeSequence()
             {
                 unsigned char dRandom[2];
@@ -156,8 +159,8 @@ namespace plat
                 m_dSockets[m_nSequences++ % SOCKETS].Reset(iSocket);
             }
 
-            // Every second, and at once with a new source: a sequence is let go of where the host closed its socket, an
-            // address that is less than global may have got better.
+            // Runs every second, and at once after a new source is set. A sequence is dropped if the host closed its
+            // socket. An address that is not global may have got better.
             void Check(std::uint64_t tNow)
             {
                 if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)
@@ -194,7 +197,7 @@ namespace plat
             std::uint64_t m_tChecked = 0;
             std::uint32_t m_dwStatus = GUID_NO_ADDRESS;
             unsigned m_nSource = 0;
-            int m_iSequence = -1;   // none yet
+            int m_iSequence = -1;   // -1 for none yet
             unsigned m_nSequences = 0;
             KeptDescriptor_c m_dSockets[SOCKETS];
             unsigned char m_dAddress[NET_ADDRESS_SIZE] = {};

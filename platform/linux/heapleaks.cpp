@@ -18,8 +18,8 @@ namespace plat
         constinit std::atomic<HeapDump_t> g_fnDump = nullptr;
         constinit std::atomic<bool> g_bLeakCheck = false;
 
-        // The live blocks by address, with those that the C++ runtime keeps: its globals reach them, through blocks that
-        // it keeps too.
+        // The live blocks by address. Those that the C++ runtime keeps are marked: its globals reach them, directly or
+        // through blocks that it keeps too.
         class LiveBlocks_c
         {
         public:
@@ -78,7 +78,7 @@ namespace plat
                 bool bKept;
             };
 
-            // The block that holds an address, null for none.
+            // Returns the block that holds an address, or null.
             Block_s * Find(std::uintptr_t iAddress) const
             {
                 Block_s * const pAbove = std::upper_bound(m_dBlocks, m_dBlocks + m_nBlocks, iAddress,
@@ -102,7 +102,8 @@ namespace plat
                 }
             }
 
-            // The runtime is a module of its own, or its globals can't be distinguished from the program's.
+            // Scans a module if it is the runtime's and not the program's too. Otherwise the runtime's globals can't be
+            // distinguished from the program's.
             void ScanIfRuntime(dl_phdr_info const & Module)
             {
                 auto const iRuntime = reinterpret_cast<std::uintptr_t>(&std::locale::classic());
@@ -135,7 +136,7 @@ namespace plat
             std::size_t m_nToScan = 0;
         };
 
-        // What a report has met so far. Blocks of a plain `new` have no place to name and are counted.
+        // What a report has found so far. Blocks of a plain `new` have no source line and are only counted.
         struct Leaks_s
         {
             LiveBlocks_c const * pLive;
@@ -179,7 +180,7 @@ namespace plat
             {
                 return;
             }
-            if (nOthers != 0)   // which may be about to describe a block
+            if (nOthers != 0)   // one of them may be about to describe a block
             {
                 HeapReport("Blocks that still live are not listed: %i other threads are running.\n", nOthers);
                 return;

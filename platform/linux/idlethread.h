@@ -1,4 +1,4 @@
-// idlethread.h: the thread in the idle class, as those that end or join threads see it.
+// idlethread.h: the thread in the idle class, for the code that ends or joins threads.
 #pragma once
 
 #include <pthread.h>

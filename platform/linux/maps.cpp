@@ -8,7 +8,7 @@ namespace plat
 {
     namespace
     {
-        constexpr int NOTHING = -1;   // behind the last byte
+        constexpr int NOTHING = -1;   // after the last byte
 
         int DigitOf(int cByte)
         {
@@ -37,7 +37,7 @@ namespace plat
         return static_cast<unsigned char>(m_dBytes[m_iByte++]);
     }
 
-    // A number and the byte behind it.
+    // Reads a number and the byte after it.
     std::uint64_t Maps_c::Number(int iBase, int * pBehind)
     {
         std::uint64_t nNumber = 0;

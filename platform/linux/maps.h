@@ -1,4 +1,4 @@
-// maps.h: the memory of this process, mapping by mapping, from the lowest address up. No heap, no lock.
+// maps.h: the memory of this process, one mapping after another, from the lowest address up. No heap, no lock.
 #pragma once
 
 #include "platform/linux/descriptor.h"
@@ -13,7 +13,7 @@ namespace plat
         std::uintptr_t Start, End;
         std::uint64_t nOffset;   // of Start in the file
         bool bWritable;
-        char szPath[1024];   // the file's; "[stack]" and its like; empty; cut
+        char szPath[1024];   // the file's path, or "[stack]" and the like; may be empty; cut to fit
     };
 
     class Maps_c
@@ -21,7 +21,7 @@ namespace plat
     public:
         Maps_c();
 
-        /// The next mapping; false behind the last one, and where the system does not tell them.
+        /// Reads the next mapping. Returns false after the last one, or if the system does not report them.
         bool Next(Mapping_t & Mapping);
 
     private:

@@ -14,7 +14,8 @@ namespace plat
     {
         constexpr std::uintptr_t SIGNAL_SET = 8;   // bytes of the kernel's set of signals, which is read aligned
 
-        // The system reads the new set of signals before it refuses the unknown way to apply it. Not for address 0.
+        // The system reads the new set of signals before it refuses the unknown way to apply it. Does not work for
+        // address 0.
         bool IsReadable(std::uintptr_t iAddress)
         {
             constexpr int NO_SUCH_WAY = -1;
@@ -26,7 +27,7 @@ namespace plat
             return bReadable;
         }
 
-        // Where the system refuses the guarded copy: asks page by page, then copies.
+        // For a system that refuses the guarded copy: tests page by page, then copies.
         std::size_t ReadByPages(std::uintptr_t Address, char * pBuffer, std::size_t nBytes)
         {
             std::size_t nRead = 0;

@@ -20,7 +20,7 @@ namespace plat
         }
     }
 
-    // The mappings of one file stand together.
+    // Relies on the order of mappings: those of one file follow each other.
     void ModulesVisit(ModuleVisit_t fnVisit, void * pContext)
     {
         Maps_c Maps;

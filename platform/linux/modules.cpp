@@ -19,14 +19,15 @@ namespace plat
 
         constexpr std::uint64_t PAGE_MASK = MEMORY_PAGE - 1;
 
-        // Reads the whole of a record of the file.
+        // Reads a whole record of the file.
         template <typename T>
         bool ReadAt(int iFile, std::uint64_t nOffset, T & Record)
         {
             return pread(iFile, &Record, sizeof Record, static_cast<off_t>(nOffset)) == sizeof Record;
         }
 
-        // The file's mapping that holds an address; a mapping without a file right behind one is its zeroed data.
+        // Finds the mapping of a file that holds an address. A mapping without a file right after one is its zeroed
+        // data.
         bool FindMapping(std::uintptr_t Address, Mapping_t & Found)
         {
             Maps_c Maps;
@@ -48,7 +49,7 @@ namespace plat
             return false;
         }
 
-        // What is added to the addresses in a file where it is mapped.
+        // Finds the number that is added to the addresses in a file where it is mapped.
         bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t & nBias)
         {
             Segment_t Segment;
@@ -79,7 +80,7 @@ namespace plat
                 {
                     return false;
                 }
-                // Data of threads has addresses in the file, and none in memory.
+                // Thread-local data has addresses in the file, but none in memory.
                 bool const bInMemory = (Section.sh_flags & SHF_ALLOC) != 0 && (Section.sh_flags & SHF_TLS) == 0;
                 if (bInMemory && Address >= Section.sh_addr && Address - Section.sh_addr <= Section.sh_size)
                 {

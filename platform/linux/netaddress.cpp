@@ -14,10 +14,10 @@ namespace plat
         constinit std::atomic<NetAddressSource_t> g_fnSource = nullptr;
         constinit std::atomic<unsigned> g_nSources = 0;
 
-        constexpr unsigned char GROUP_BIT = 1;   // of the first byte: no single interface's address
+        constexpr unsigned char GROUP_BIT = 1;   // in the first byte: the address is not that of a single interface
         constexpr unsigned char LOCAL_BIT = 2;
 
-        // The link-layer address of an entry that can serve, or null.
+        // Returns the link-layer address of an entry that is usable, or null.
         sockaddr_ll const * UsableAddress(ifaddrs const & Entry)
         {
             if (!Entry.ifa_addr || Entry.ifa_addr->sa_family != AF_PACKET || (Entry.ifa_flags & IFF_LOOPBACK) != 0)
@@ -31,7 +31,7 @@ namespace plat
             return bEthernet && !bZero && (pLink->sll_addr[0] & GROUP_BIT) == 0 ? pLink : nullptr;
         }
 
-        // The higher, the better; interfaces of one rank go by their number.
+        // Returns the rank of an interface. Higher is better. Interfaces of equal rank are ordered by their number.
         int Rank(ifaddrs const & Entry, sockaddr_ll const & Link)
         {
             return ((Link.sll_addr[0] & LOCAL_BIT) == 0 ? 2 : 0) + ((Entry.ifa_flags & IFF_UP) != 0 ? 1 : 0);

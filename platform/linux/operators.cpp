@@ -6,14 +6,14 @@ namespace plat
 {
     namespace
     {
-// The letter of std::size_t in a symbol's name.
+// The letter for std::size_t in a symbol's name.
 #if __SIZEOF_SIZE_T__ == 8
     #define SIZE_LETTER "m"
 #else
     #define SIZE_LETTER "j"
 #endif
 
-        // Where the module of a function is mapped; reads no table of symbols.
+        // Returns where the module of a function is mapped. Reads no symbol table.
         void const * ModuleOf(void * pFunction)
         {
             dl_find_object Module = {};

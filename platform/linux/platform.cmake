@@ -1,12 +1,12 @@
 # What Linux adds to the library's build.
 
-# Calls out of the library are bound at load, never first by a crash, and pass no stub.
+# Calls out of the library are bound at load, so that a crash need not bind them first. They use no stub.
 set(ZQCORE_SYSTEM_COMPILE_OPTIONS -fno-plt)
 
 set(ZQCORE_EXPORTS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 set(ZQCORE_SYSTEM_LINK_OPTIONS -Wl,-Bsymbolic-functions -Wl,--version-script=${ZQCORE_EXPORTS})
 
-# From the library's folder to where zqsymbols is installed.
+# The path from the library's folder to the place where zqsymbols is installed.
 file(RELATIVE_PATH ZQCORE_SYMBOLS_INSTALLED ${CMAKE_INSTALL_FULL_LIBDIR}
     ${CMAKE_INSTALL_FULL_LIBEXECDIR}/zqcore/zqsymbols)
 set_source_files_properties(${ZQCORE_PLATFORM_FOLDER}/symbols.cpp PROPERTIES

@@ -26,7 +26,7 @@ namespace plat
     {
         std::atomic<void (*)()> g_fnPureCall{ nullptr };
 
-        // Converts a path that is either taken whole or refused.
+        // Converts a path. It must fit as a whole.
         bool WidePath(wchar_t * szBuffer, std::size_t nSize, char const * szPath)
         {
             wchar_t szWide[PATH_MAX];
@@ -40,7 +40,7 @@ namespace plat
             return true;
         }
 
-        // The 18th field after the name, which is in brackets and may hold anything.
+        // Reads the 18th field after the name, which is in brackets and may hold anything.
         int ThreadsOfProcess()
         {
             constexpr int FIELD = 18;
@@ -63,7 +63,7 @@ namespace plat
 
     int ProcessOtherThreads()
     {
-        if (__libc_single_threaded)   // a process that never had a second thread asks no more
+        if (__libc_single_threaded)   // a process that never had a second thread needs no system call
         {
             return 0;
         }
@@ -134,7 +134,7 @@ namespace plat
 
     bool ProcessSetCurrentFolder(wchar_t const * szFolder)
     {
-        char szPath[PATH_MAX * 4];   // the longest path that DiskPath_c still has to judge
+        char szPath[PATH_MAX * 4];   // longer than the longest path that DiskPath_c accepts
         Utf8FromWide(szPath, sizeof(szPath), szFolder);
         return DiskPath_c(szPath).Try([](char const * szTry) { return chdir(szTry); }) == 0;
     }
@@ -144,7 +144,7 @@ namespace plat
         g_fnPureCall = fnHandler;
     }
 
-    // Its entry in the list of processes stays, for want of a wait, until this process ends.
+    // Nobody waits for the new process, so its entry in the list of processes stays until this process ends.
     bool ProcessStart(char const * szProgram)
     {
         auto const Spawn = [](char const * szPath)
@@ -171,7 +171,7 @@ namespace plat
 
 extern "C"
 {
-    /// What the compiler puts into the slots of pure virtual functions; stands before the C++ runtime's own.
+    /// The compiler puts this function into the slots of pure virtual functions. It replaces the C++ runtime's own.
     [[noreturn]] ZQ_API void __cxa_pure_virtual()
     {
         if (void (*const fnHandler)() = plat::g_fnPureCall)

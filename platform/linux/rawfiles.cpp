@@ -30,7 +30,7 @@ namespace plat
             char szName[1];
         };
 
-        // Takes the spelling on the disk of a name in a folder, if there is one but for case.
+        // Replaces a name by the disk's spelling of it in a folder, if one exists that differs in case only.
         void TakeSpelling(char const * szFolder, char * pName)
         {
             Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -44,7 +44,7 @@ namespace plat
                     char const * const szName = dEntries + iEntry + offsetof(FolderEntry_t, szName);
                     if (CompareFolded(szName, pName) == 0)
                     {
-                        std::memcpy(pName, szName, std::strlen(pName));   // as long as the other
+                        std::memcpy(pName, szName, std::strlen(pName));   // both have the same length
                         return;
                     }
                     iEntry += pEntry->nBytes;
@@ -52,7 +52,7 @@ namespace plat
             }
         }
 
-        // Takes the disk's spelling of each folder on the way.
+        // Replaces each folder of the path by the disk's spelling.
         void TakeSpellings(char * szPath)
         {
             char szFolder[PATH_MAX];
@@ -74,14 +74,14 @@ namespace plat
             }
         }
 
-        // Whether a file is one that MakeOrContinue made for this user, under this name alone.
+        // Returns whether MakeOrContinue made this file for this user, under this name only.
         bool IsOwn(struct stat const & File)
         {
             return S_ISREG(File.st_mode) && (File.st_mode & 07777) == PRIVATE_FILE_MODE && File.st_uid == geteuid()
                    && File.st_nlink == 1;
         }
 
-        // The lock says that the file is being written; where there are no locks, nothing does.
+        // Takes the lock that marks the file as being written. On a file system without locks there is no such mark.
         bool ClaimWriting(int hFile)
         {
             return flock(hFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
@@ -154,7 +154,7 @@ namespace plat
         return static_cast<char const *>(pPages);
     }
 
-    // Another file takes the place at once, so that no later file of this process gets what others still write.
+    // Another file gets the number at once, so that no later file of this process gets what others still write.
     void RawCloseStream(std::FILE * pStream)
     {
         int const hFile = fileno(pStream);

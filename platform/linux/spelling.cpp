@@ -23,15 +23,15 @@ namespace plat
 {
     namespace
     {
-        // The recorded names of one folder, found by their folded form.
+        // The recorded names of one folder, which are found by their folded form.
         class FolderNames_c
         {
         public:
-            // Takes, of all names in the order of listings, those that their folded form does not reach. A folded name
-            // is the last of those that are alike.
+            // Selects, from all names in the order of listings, those that their folded form does not find. Among names
+            // that differ in case only, the folded one is the last.
             explicit FolderNames_c(std::vector<char const *> const & dNames)
             {
-                std::size_t nAlike = 0;   // names at the end that are like the last one
+                std::size_t nAlike = 0;   // names at the end that differ from the last one in case only
                 for (char const * szName : dNames)
                 {
                     bool const bAlike = nAlike > 0 && CompareFolded(At(m_dOffsets.back()), szName) == 0;
@@ -54,7 +54,7 @@ namespace plat
 
             bool IsEmpty() const { return m_dOffsets.empty(); }
 
-            // The name itself if it is recorded, else the first recorded spelling of it, or null.
+            // Returns the name itself if it is recorded, else its first recorded spelling, or null.
             char const * Find(char const * szName)
             {
                 auto itPlace = FirstNotBefore(szName, ComesBefore);
@@ -78,7 +78,7 @@ namespace plat
 
             char const * At(std::uint32_t iOffset) const { return m_sText.c_str() + iOffset; }
 
-            std::string m_sText;                     // terminated names, one behind the other
+            std::string m_sText;                     // terminated names, one after the other
             std::vector<std::uint32_t> m_dOffsets;   // into m_sText, in the order of listings
         };
 
@@ -90,14 +90,15 @@ namespace plat
 
         using Record_t = std::unordered_map<std::string, FolderNames_c, KeyHash_s, std::equal_to<>>;
 
-        // Made by the first name recorded, so that use before and after the life of static objects is sound. A path
-        // never waits for the lock: the folders tell what the record would, and a thread on its way down may hold it.
+        // Created with the first recorded name, so that it can be used before and after the life of static objects. A
+        // path never waits for the lock: the folders have what the record would say, and a thread that crashes may hold
+        // the lock.
         constinit Lock_c g_RecordLock;
         ForkLock_c const g_RecordForkLock(g_RecordLock);
         constinit bool g_bInRecord = false;
         constinit Record_t * g_pRecord = nullptr;
 
-        // One use of the record. A thread that is inside the record already gets no second use.
+        // One use of the record. A thread that uses the record already gets no second use.
         class RecordUse_c
         {
         public:
@@ -136,7 +137,7 @@ namespace plat
             ~RecordEnd_s() { SpellingsForget(); }
         } g_RecordEnd;
 
-        // The names of a folder, made if it has none yet. Under the lock.
+        // Returns the names of a folder, and creates an empty record if there is none. Requires the lock.
         FolderNames_c & RecordOf(FolderKey_c const & Folder)
         {
             if (g_pRecord == nullptr)
@@ -147,8 +148,8 @@ namespace plat
             return itFolder != g_pRecord->end() ? itFolder->second : (*g_pRecord)[std::string(Folder.Get())];
         }
 
-        // Records a folder that had to be read: the next name that is asked for is then known. It is read again, as
-        // most folders that are searched hold no such name, and then the heap is left alone.
+        // Records a folder that had to be read, so that the next name in it is known. The folder is read again: most
+        // folders that are searched do not hold the name, and they then need no heap.
         void RecordFolder(int iFolder, FolderKey_c const & Key)
         {
             std::vector<std::string> dRead;
@@ -175,14 +176,14 @@ namespace plat
             return sName == "." || sName == "..";
         }
 
-        // Whether an error says more than that a name is not there or may not be looked for.
+        // Returns whether an error means more than that a name does not exist or may not be searched for.
         bool IsFault(int iError)
         {
             return iError != ENOENT && iError != ENOTDIR && iError != EACCES && iError != ELOOP;
         }
 
-        // Writes the first entry, in the order of listings, whose folded name is that of szName over it; false, with
-        // errno, if there is none or the folder can't be read to its end.
+        // Overwrites szName with the first entry, in the order of listings, that has its folded name. Returns false,
+        // with errno, if there is none or the folder can't be read to its end.
         bool FindInFolder(int iFolder, char * szName)
         {
             bool bFound = false;
@@ -330,7 +331,7 @@ namespace plat
         return false;
     }
 
-    // The next name of the path from iEnd on; false behind the last.
+    // Finds the next name of the path from iEnd on. Returns false after the last one.
     bool DiskPath_c::NextName(std::size_t & iBegin, std::size_t & iEnd) const
     {
         iBegin = iEnd + std::strspn(m_szPath + iEnd, "/");
@@ -365,8 +366,8 @@ namespace plat
         return bChanged;
     }
 
-    // Spells the name at iBegin, which ends the path for the moment, as the folder before it does; false, with errno, if
-    // that has no such name or can't be searched.
+    // Spells the name at iBegin, which ends the path for the moment, as the folder before it does. Returns false, with
+    // errno, if the folder has no such name or can't be searched.
     bool DiskPath_c::SpellName(std::size_t iBegin, FolderKey_c const & Folder)
     {
         std::size_t const nName = std::strlen(m_szPath + iBegin);

@@ -1,8 +1,8 @@
 // spelling.h: from a path as the library writes it to the path as the disk spells it.
 //
-// A path is tried as it stands, then with the names that folder listings met, then with those found by reading the
-// folders on the way. Folding never changes a length, so a name is respelled in place, on the stack; the heap is
-// touched only to record spellings. Any thread.
+// A path is tried as it is, then with the names that folder listings met, then with those found by reading the folders
+// on the way. Folding never changes a length, so a name is respelled in place, on the stack. Only the record of
+// spellings uses the heap. Any thread.
 #pragma once
 
 #include "platform/compiler.h"
@@ -17,17 +17,18 @@ namespace plat
 {
     class FolderKey_c;
 
-    /// One path on its way to the system. The caller's text must outlive it.
+    /// One path to be passed to the system. The caller's text must outlive it.
     class DiskPath_c
     {
     public:
-        /// Writes the path with `/`; null counts as an empty path.
+        /// Copies the path with `/` as the separator. Null counts as an empty path.
         explicit DiskPath_c(char const * szPath);
 
-        /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno says that
-        /// there is no such name, or that a link leads nowhere, as listings leave that out. The last call's result;
-        /// ENAMETOOLONG without a call if the path does not fit. If a folder on the way can't be searched for a fault of
-        /// the system, errno is that fault and not ENOENT: the path may name something in another spelling.
+        /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno is ENOENT,
+        /// ELOOP, ENOTDIR or EACCES. A link that leads nowhere counts as missing, since listings leave it out. Returns
+        /// the result of the last call. Returns -1 with ENAMETOOLONG, without a call, if the path does not fit. If an
+        /// error of the system prevents the search of a folder on the way, errno is that error and not ENOENT: the path
+        /// may name something in another spelling.
         template <typename TRY>
         int Try(TRY fnTry)
         {
@@ -45,13 +46,14 @@ namespace plat
             return iResult;
         }
 
-        /// Spells the folder as on disk and the last name as the caller does: the path of something to be made.
+        /// Spells the folder as on disk and keeps the caller's spelling of the last name: the path of something to be
+        /// created.
         void SpellFolder();
 
-        /// Cuts separators off the end, so that a link at the end stands for itself.
+        /// Removes separators from the end, so that a link at the end means the link itself.
         void TrimSeparators();
 
-        /// The spelling tried last.
+        /// Returns the spelling tried last.
         char const * Get() const { return m_szPath; }
 
     private:
@@ -72,12 +74,12 @@ namespace plat
         char const * m_szOriginal;
         std::size_t m_nLength;
         Tried_e m_eTried = Tried_e::AsWritten;
-        int m_iFault = 0;   // of the search of the folders
+        int m_iFault = 0;   // error from the search of the folders
         bool m_bTooLong;
         char m_szPath[PATH_MAX];
     };
 
-    /// The name of a folder in the record of spellings: folded, one separator between names, "." left out.
+    /// The name of a folder in the record of spellings: folded, with one separator between names and without ".".
     class FolderKey_c
     {
     public:
@@ -87,7 +89,7 @@ namespace plat
         /// The key of a path that fits a DiskPath_c.
         explicit FolderKey_c(char const * szPath);
 
-        /// Goes one name down; "" and "." stay where they are.
+        /// Goes down by one name. "" and "." change nothing.
         void Append(std::string_view sName);
 
         std::string_view Get() const { return std::string_view(m_szKey, m_nLength); }
@@ -97,7 +99,7 @@ namespace plat
         char m_szKey[PATH_MAX + 2];
     };
 
-    /// Records how a folder's names are spelled, in place of what was recorded for it: given all of them in the order
-    /// of listings, or none if all are folded.
+    /// Replaces the record of how a folder's names are spelled. dNames has all of them in the order of listings, or
+    /// none if all are folded.
     void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames);
 }

@@ -34,12 +34,12 @@ namespace plat
             std::exception_ptr Thrown;
             ucontext_t Caller;
             ucontext_t Fresh;
-            void const * pCallerStack;   // as the address checker has it
+            void const * pCallerStack;   // as the address checker knows it
             std::size_t nCallerStack;
         };
-        ZQ_THREAD_LOCAL Switch_s * t_pSwitch = nullptr;   // the latest
+        ZQ_THREAD_LOCAL Switch_s * t_pSwitch = nullptr;   // the latest one
 
-        // The address checker must know which stack is the present one.
+        // Reports to the address checker which stack is the present one.
         void TellLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
         {
 #ifdef STACK_TOLD_TO_CHECKER
@@ -58,7 +58,7 @@ namespace plat
 #endif
         }
 
-        // Run never returns, so what the checker marked of its frame would stay.
+        // Clears the checker's marks of Run's frame, which would stay because Run never returns.
         void TellForgotten(void const * pStack, std::size_t nBytes)
         {
 #ifdef STACK_TOLD_TO_CHECKER

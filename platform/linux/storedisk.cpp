@@ -70,7 +70,7 @@ namespace plat
         return true;
     }
 
-    // In the home folder that the system has on record: the environment is the caller's.
+    // Uses the home folder that the system has on record, because the caller controls the environment.
     bool StoreUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE])
     {
         char szBuffer[4096];
@@ -187,7 +187,7 @@ namespace plat
         if (!bStored)
         {
             int const iError = errno;
-            unlinkat(iFolder, szBusy, 0);   // it would keep a full disk full
+            unlinkat(iFolder, szBusy, 0);   // a full disk would stay full with it
             errno = iError;
         }
         return bStored;

@@ -1,9 +1,9 @@
-// symbolprotocol.h: what the library and its helper zqsymbols say to each other.
+// symbolprotocol.h: the records that the library and its helper zqsymbols exchange.
 //
-// They talk over one socket that keeps records whole. The library sends SymbolStart_t, then requests; the helper
-// answers each with one SymbolAnswer_t, and before it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY,
-// which the library answers with a SymbolMemory_t. All widths are fixed: a 64-bit helper serves processes of both word
-// sizes. Both sides come from one build, and the first record's mark says so.
+// They use one socket that keeps records whole. The library sends SymbolStart_t and then requests. The helper answers
+// each with one SymbolAnswer_t. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the
+// library answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word
+// sizes. Both sides come from one build, which the mark in the first record proves.
 #pragma once
 
 #include <cstddef>
@@ -18,10 +18,10 @@ namespace plat
     /// Changes with every change of these records.
     inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515331;
 
-    /// Memory is asked for by whole pages of this size, readable or not as a whole.
+    /// Memory is requested in whole pages of this size. A page is readable as a whole or not at all.
     inline constexpr std::uint32_t SYMBOL_PAGE = 4096;
 
-    /// Bytes of an answer's text, the terminator included; longer names and paths are cut.
+    /// Bytes of an answer's text with its terminator. Longer names and paths are cut.
     inline constexpr std::uint32_t SYMBOL_TEXT = 4096;
 
     inline constexpr std::uint32_t SYMBOL_REGISTERS = 17;
@@ -59,11 +59,11 @@ namespace plat
         ANSWER_NEEDS_MEMORY   // dValues: address of a page
     };
 
-    /// Sent up to the end of its text.
+    /// Only the bytes up to the end of its text are sent.
     struct SymbolAnswer_t
     {
         std::uint32_t nAnswer;
-        std::uint32_t nText;   // bytes of szText that were sent, the terminator included
+        std::uint32_t nText;   // bytes of szText that were sent, with the terminator
         std::uint64_t dValues[5];
         char szText[SYMBOL_TEXT];
     };

@@ -36,7 +36,7 @@ namespace plat
 
         char g_szHelper[1024];
 
-        // Runs ahead of all other construction: the crash path finds the path ready.
+        // Runs before all other construction, so that a crash finds the path ready.
         __attribute__((constructor(101))) void FindHelper()
         {
             Dl_info Info;
@@ -59,7 +59,7 @@ namespace plat
             }
         }
 
-        // Keeps errno over a scope: the interrupted code may be about to read it.
+        // Keeps errno over a scope, because the interrupted code may be about to read it.
         struct ErrnoScope_s
         {
             int const iFormer = errno;
@@ -82,7 +82,8 @@ namespace plat
             int hMaps;
         };
 
-        // The new process, which still runs in the memory of this one: system calls alone, all signals blocked.
+        // Runs in the new process, which still uses this one's memory. Makes system calls only, with all signals
+        // blocked.
         __attribute__((no_sanitize_address, no_sanitize_thread)) int BecomeHelper(void * pArgument)
         {
             constexpr int ABOVE_ALL = 10;
@@ -98,7 +99,7 @@ namespace plat
             return 0;
         }
 
-        // Waits until the socket has something or the time is over.
+        // Waits until the socket has data or the time is over.
         bool WaitReadable(int hSocket, std::int64_t tEnd)
         {
             pollfd Poll = { hSocket, POLLIN, 0 };
@@ -119,7 +120,7 @@ namespace plat
             return ::send(hSocket, &Record, sizeof(Record), MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof(Record);
         }
 
-        // One record of the helper's, its text terminated whatever came.
+        // Receives one record of the helper. Its text is terminated whatever was sent.
         bool Receive(int hSocket, SymbolAnswer_t * pAnswer)
         {
             ssize_t const nRead = ::recv(hSocket, pAnswer, sizeof(*pAnswer), MSG_DONTWAIT);
@@ -144,7 +145,8 @@ namespace plat
             return Send(hSocket, Memory);
         }
 
-        // The helper's answer, its needs of memory served on the way; false if it has failed.
+        // Gets the helper's answer and serves its requests for memory meanwhile. Returns false if the helper has
+        // failed.
         bool Converse(int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer)
         {
             bool bGoesOn = Send(hSocket, Request);
@@ -200,7 +202,7 @@ namespace plat
         return g_szHelper[0] != '\0' && !ProcessIsSecure() && Launch() && Greet();
     }
 
-    // Not a fork: a child with its own copy of a large process's page tables would cost more than the whole walk.
+    // Does not fork: a child with its own copy of a large process's page tables would cost more than the whole walk.
     bool Symbols_c::Launch()
     {
         int dSockets[2];
@@ -268,7 +270,7 @@ namespace plat
         pAnswer->szText[0] = '\0';
         if (m_bAsking)
         {
-            Stop();   // a fault ended the last call: its answer would be taken for that of this one
+            Stop();   // a fault ended the last call: its answer would be confused with that of this one
         }
         if (!IsRunning())
         {
@@ -327,7 +329,7 @@ namespace plat
         return true;
     }
 
-    // A call of an address without code has pushed its return address and nothing else.
+    // A call of an address without code has only pushed its return address.
     bool Symbols_c::NextByChain()
     {
         constexpr std::uintptr_t WORD = sizeof(std::uintptr_t);

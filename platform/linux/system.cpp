@@ -16,14 +16,14 @@ namespace plat
 {
     namespace
     {
-        // A small text file of the kernel's; empty if there is none.
+        // Reads a small text file of the kernel. The text is empty if there is none.
         void ReadText(char const * szPath, char * szText, std::size_t nSize)
         {
             Descriptor_c const File(open(szPath, O_RDONLY | O_CLOEXEC));
             szText[File.IsOpen() ? ReadFully(File.Get(), szText, nSize - 1) : 0] = 0;
         }
 
-        // "6.1.0-18-amd64" has 6, 1 and 0.
+        // Reads the version: "6.1.0-18-amd64" has 6, 1 and 0.
         void ReadVersion(char const * szRelease, SystemFacts_t & Facts)
         {
             long dNumbers[3] = { 0, 0, 0 };
@@ -42,7 +42,7 @@ namespace plat
             Facts.iBuild = static_cast<std::uint32_t>(dNumbers[2]);
         }
 
-        // The digits of the machine's name: 8664 of "x86_64", 686 of "i686".
+        // Returns the digits of the machine's name: 8664 for "x86_64", 686 for "i686".
         int ProcessorType(char const * szMachine)
         {
             int iType = 0;
@@ -57,7 +57,7 @@ namespace plat
             return iType;
         }
 
-        // The bytes that /proc/meminfo gives for a name; 0 without it.
+        // Returns the bytes that /proc/meminfo has for a name, or 0 without it.
         std::uint64_t MemoryNamed(char const * szText, char const * szName)
         {
             char const * const szFound = std::strstr(szText, szName);
@@ -71,7 +71,8 @@ namespace plat
             Facts.nPhysicalTotal = MemoryNamed(szText, "MemTotal:");
             Facts.nPhysicalFree = MemoryNamed(szText, "\nMemAvailable:");   // the kernel's caches count as free
             constexpr bool WIDE = sizeof(void *) == 8;
-            Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32);   // what the processor lets a process address
+            Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32);   // the addresses that the processor allows a
+                                                                          // process
             rlimit Limit;
             if (getrlimit(RLIMIT_AS, &Limit) == 0 && Limit.rlim_cur < Facts.nVirtualTotal)
             {

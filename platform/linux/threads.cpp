@@ -28,7 +28,7 @@ namespace plat
             return nullptr;
         }
 
-        thread_local std::uint32_t t_iThread = 0;   // 0 until it is asked for
+        thread_local std::uint32_t t_iThread = 0;   // 0 until it is first needed
         ForkHandler_c const g_ForkHandler(
             { nullptr, nullptr, [] { t_iThread = 0; } });   // the child has its own number
     }

@@ -1,8 +1,8 @@
-// failing.cpp: lets calls of the library to the system fail on demand, for tests.
+// failing.cpp: makes the library's system calls fail on demand, for tests.
 //
-// Only a build with ZQCORE_FAILING has this file. Its linker option --wrap leads the library's calls of the functions
-// below through here; no other build has a trace of it. A test driver sets the environment variable ZQ_FAILING to a file
-// of TABLE_SIZE bytes, which this process and its driver share:
+// Only a build with ZQCORE_FAILING has this file. Its linker option --wrap redirects the library's calls of the
+// functions below to this file. No other build contains any of it. A test driver sets the environment variable
+// ZQ_FAILING to a file of TABLE_SIZE bytes, which this process and its driver share:
 //
 // | Offset | Bytes | Meaning                                                                                         |
 // |-------:|------:|-------------------------------------------------------------------------------------------------|
@@ -108,7 +108,7 @@ namespace
         return pTable;
     }
 
-    // The first call of all is made by the loader's thread alone.
+    // Called for the first time by the loader's thread only.
     Table_s & Table()
     {
         static constinit Table_s * s_pTable = nullptr;
@@ -119,7 +119,7 @@ namespace
         return *s_pTable;
     }
 
-    // Counts a call. Whether it fails.
+    // Counts a call. Returns whether it fails.
     bool IsFailing(Kind_e eKind, void const * pCaller)
     {
         Table_s & Now = Table();
@@ -137,7 +137,7 @@ namespace
         return true;
     }
 
-    // How many of nBytes a call may handle; -1 if it fails.
+    // Returns how many of nBytes a call may handle, or -1 if it fails.
     ssize_t Allowed(Kind_e eKind, std::size_t nBytes, void const * pCaller)
     {
         bool const bFails = IsFailing(eKind, pCaller);
@@ -145,7 +145,7 @@ namespace
     }
 }
 
-// A function that fails with a value, and errno set.
+// A function that fails by returning a value and setting errno.
 #define FAILING(eKind, Name, Return_t, Parameters, Arguments, Failure)                                                 \
     extern "C" Return_t __real_##Name Parameters;                                                                      \
     extern "C" Return_t __wrap_##Name Parameters;                                                                      \
@@ -154,7 +154,7 @@ namespace
         return IsFailing(eKind, __builtin_return_address(0)) ? (Failure) : __real_##Name Arguments;                    \
     }
 
-// A function that handles nBytes and returns how many it did.
+// A function that handles nBytes and returns the number handled.
 #define FAILING_BYTES(eKind, Name, Parameters, Arguments)                                                              \
     extern "C" ssize_t __real_##Name Parameters;                                                                       \
     extern "C" ssize_t __wrap_##Name Parameters;                                                                       \
@@ -251,7 +251,7 @@ FAILING(Allocate, malloc, void *, (std::size_t nBytes), (nBytes), nullptr)
 FAILING(Allocate, calloc, void *, (std::size_t nCount, std::size_t nBytes), (nCount, nBytes), nullptr)
 // clang-format on
 
-// Calls without a function of their own. What a thread asks for its own sake always goes through.
+// Calls without a function of their own. Calls that a thread makes for its own sake always go through.
 extern "C" long __real_syscall(long iCall, ...);
 extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f);
 extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f)

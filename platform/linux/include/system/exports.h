@@ -1,4 +1,4 @@
-// exports.h: the marks of exported names in ELF, where all that is visible is exported.
+// exports.h: the marks of exported names in ELF, where all visible names are exported.
 #pragma once
 
 #define ZQ_EXPORT __attribute__((visibility("default")))

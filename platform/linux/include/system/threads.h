@@ -1,4 +1,4 @@
-// threads.h: what locks, wake-ups and threads keep on Linux.
+// threads.h: the state of locks, wake-ups and threads on Linux.
 #pragma once
 
 #include <atomic>
@@ -9,9 +9,10 @@ namespace plat
     /// A word that threads sleep on in the kernel (futex).
     using WaitWord_t = std::atomic<std::uint32_t>;
 
-    /// The owner of a lock: the address of a variable of the thread, which is the same in a forked child; null for none.
+    /// The owner of a lock: the address of a variable of the thread, which is the same in a forked child. Null for
+    /// none.
     using LockOwner_t = void const *;
 
-    /// A started thread, as pthread_t has it; 0 for none.
+    /// A started thread, as a pthread_t; 0 for none.
     using ThreadHandle_t = std::uintptr_t;
 }

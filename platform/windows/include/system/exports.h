@@ -1,4 +1,4 @@
-// exports.h: the marks of exported names on Windows, where each side of a library's interface has its own.
+// exports.h: the marks of exported names on Windows, where export and import differ.
 #pragma once
 
 #define ZQ_EXPORT __declspec(dllexport)

@@ -1,4 +1,4 @@
-// threads.h: what locks, wake-ups and threads keep on Windows.
+// threads.h: the state of locks, wake-ups and threads on Windows.
 #pragma once
 
 #include <atomic>
@@ -12,6 +12,6 @@ namespace plat
     /// The owner of a lock: the thread's number; 0 for none.
     using LockOwner_t = std::uint32_t;
 
-    /// A started thread, as HANDLE has it; null for none.
+    /// A started thread, as a HANDLE; null for none.
     using ThreadHandle_t = void *;
 }
