@@ -34,7 +34,7 @@ namespace zqsymbols
                         return {};
                     }
                 }
-                // Whatever follows a place says that it is a piece.
+                // An operation after a location makes it a piece.
                 bool const bWhole = m_iOperation == m_dOperations.size() && !m_dStack.empty();
                 return bWhole ? Place_t{ eResult, m_dStack.back() } : Place_t{};
             }
@@ -73,7 +73,7 @@ namespace zqsymbols
                                                            : std::nullopt;
             }
 
-            // Constants, registers and what the frame gives.
+            // Constants, registers and values of the frame.
             bool Push(Dwarf_Op const & Operation)
             {
                 unsigned const nCode = Operation.atom;
@@ -148,7 +148,7 @@ namespace zqsymbols
                 }
             }
 
-            // Two values make one.
+            // Operations on two values.
             bool Combine(unsigned nCode)
             {
                 bool const bKnown = nCode == DW_OP_and || (nCode >= DW_OP_div && nCode <= DW_OP_mul)
@@ -290,7 +290,7 @@ namespace zqsymbols
                 }
             }
 
-            // What ends an expression: a register by its number, or the value that has been computed.
+            // Operations that end an expression: a register by its number, or the computed value.
             bool Place(Dwarf_Op const & Operation, Place_e & eResult)
             {
                 unsigned const nCode = Operation.atom;

@@ -34,7 +34,7 @@ namespace zqsymbols
 
     Frame_t const * Frames_c::Get(std::size_t iFrame)
     {
-        bool const bAsked = iFrame < plat::SYMBOL_FRAMES;   // a stack full of one address has no end
+        bool const bAsked = iFrame < plat::SYMBOL_FRAMES;   // a stack filled with one address has no end
         while (bAsked && m_dFrames.size() <= iFrame && m_bMore)
         {
             Frame_t Frame = m_Caller;
@@ -50,7 +50,7 @@ namespace zqsymbols
         return iFrame < m_dFrames.size() ? &m_dFrames[iFrame] : nullptr;
     }
 
-    // Gives the frame its CFA. Each caller's stands higher but where a signal's handler has a stack of its own.
+    // Sets the CFA of the frame. A caller's is higher, except across a signal handler with its own stack.
     bool Frames_c::Unwind(Frame_t & Frame, Frame_t & Caller)
     {
         bool const bFound = ByInformation(Frame, Caller) || ByFramePointer(Frame, Caller);
@@ -86,7 +86,7 @@ namespace zqsymbols
         return true;
     }
 
-    // The caller's value of a register, by its rule.
+    // Computes the caller's value of a register by its rule.
     bool Frames_c::Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller)
     {
         Dwarf_Op dOwn[3];
@@ -122,7 +122,7 @@ namespace zqsymbols
         return nValue.has_value();
     }
 
-    // Without rules. A call of an address without code has pushed its return address and nothing else.
+    // For code without rules. A call of an address without code has pushed its return address and nothing else.
     bool Frames_c::ByFramePointer(Frame_t & Frame, Frame_t & Caller)
     {
         std::uint64_t const nWord = m_Process.GetWord();

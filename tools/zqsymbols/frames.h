@@ -1,4 +1,4 @@
-// frames.h: the walk over a thread's stack, by the modules' call frame information.
+// frames.h: walks a thread's stack by the modules' call frame information.
 #pragma once
 
 #include "tools/zqsymbols/process.h"
@@ -12,9 +12,9 @@ namespace zqsymbols
         Registers_t Registers;
         std::uint64_t nAddress = 0;
         std::uint64_t nCfa = 0;   // the stack pointer's value before the call
-        bool bCall = false;       // the address is one that a call returns to
+        bool bCall = false;       // the address is a return address
 
-        /// An address within the instruction that the frame is at.
+        /// Returns an address inside the current instruction of the frame.
         std::uint64_t GetInside() const { return nAddress - (bCall ? 1 : 0); }
     };
 
@@ -25,7 +25,7 @@ namespace zqsymbols
             : m_Process(Process)
         {}
 
-        /// The frame of a number, 0 being the innermost; null past the end.
+        /// Returns a frame by number; 0 is the innermost. Null past the end.
         Frame_t const * Get(std::size_t iFrame);
 
     private:

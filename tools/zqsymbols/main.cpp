@@ -1,5 +1,5 @@
-// zqsymbols: tells a process of the library the frames, names, lines and variables of one of its threads. The library
-// starts it; there is nothing to see when it is started by hand.
+// zqsymbols: reports to a process of the library the frames, names, lines and variables of one of its threads. The library
+// starts it; it does nothing when started by hand.
 #include "tools/zqsymbols/frames.h"
 #include "tools/zqsymbols/names.h"
 #include "tools/zqsymbols/variables.h"
@@ -15,8 +15,8 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr rlim_t CPU_LIMIT = 60;            // seconds: whoever started us has long given up
-        constexpr timeval IDLE_LIMIT = { 60, 0 };   // of silence, likewise
+        constexpr rlim_t CPU_LIMIT = 60;            // seconds: the caller has given up long before
+        constexpr timeval IDLE_LIMIT = { 60, 0 };   // seconds without a request, likewise
 
         class Server_c
         {
@@ -177,5 +177,5 @@ int main()
     zqsymbols::SetLimits();
     zqsymbols::Process_c Process;
     bool const bServed = Process.Start() && zqsymbols::Serve(Process);
-    _exit(bServed ? 0 : 1);   // the caches go with the process
+    _exit(bServed ? 0 : 1);   // leaves the caches to the end of the process
 }

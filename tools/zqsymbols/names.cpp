@@ -108,7 +108,7 @@ namespace zqsymbols
         return szName == nullptr ? std::nullopt : std::optional(Function_t{ PlainName(szName), nOffset });
     }
 
-    // A path may be told from the folder that the compiler ran in.
+    // A path may be relative to the folder that the compiler ran in.
     std::optional<Line_t> LineAt(Process_c const & Process, std::uint64_t nAddress)
     {
         std::optional<Unit_t> Unit = Process.UnitAt(nAddress);

@@ -8,7 +8,7 @@
 
 namespace zqsymbols
 {
-    /// A linker's name as the source spells it, without argument and return types; other names stay as they are.
+    /// Returns a linker's name as the source spells it, without argument and return types. Other names are unchanged.
     std::string PlainName(char const * szLinkerName);
 
     struct Function_t

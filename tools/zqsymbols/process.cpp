@@ -16,14 +16,14 @@ namespace zqsymbols
     {
         constexpr char VDSO[] = "[vdso]";   // the system's own module, in memory alone
 
-        Process_c * g_pProcess = nullptr;   // for the callbacks, which are given no place for it
+        Process_c * g_pProcess = nullptr;   // for callbacks without a parameter for it
 
         Elf * OpenVdso(Dwfl_Module * pModule)
         {
             Dwarf_Addr nStart = 0;
             Dwarf_Addr nEnd = 0;
             dwfl_module_info(pModule, nullptr, &nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
-            static std::vector<char> dBytes;   // the Elf stays in them
+            static std::vector<char> dBytes;   // the Elf refers to them
             dBytes.resize(nEnd - nStart);
             return g_pProcess->Read(nStart, dBytes.data(), dBytes.size()) ? elf_memory(dBytes.data(), dBytes.size())
                                                                           : nullptr;
@@ -40,7 +40,7 @@ namespace zqsymbols
             return open(szModule, O_RDONLY | O_CLOEXEC);
         }
 
-        // Separate debug files are looked for beside the module and where the system has them.
+        // Separate debug files are searched beside the module and in the system's folders.
         char g_szDebugPath[] = ":.debug:/usr/lib/debug";
         char * g_pszDebugPath = g_szDebugPath;
 
@@ -70,7 +70,7 @@ namespace zqsymbols
         return true;
     }
 
-    // A module's mappings stand one after the other.
+    // The mappings of a module are adjacent in the list.
     void Process_c::ReportModules()
     {
         std::string sModule;
@@ -169,8 +169,8 @@ namespace zqsymbols
         return nValue;
     }
 
-    // Some compilers write no table of the units' addresses; what another unit's table says is then too much, and each
-    // unit is asked.
+    // Some compilers write no table of the units' addresses. Another unit's table may then claim too much, so each unit is
+    // searched.
     std::optional<Unit_t> Process_c::UnitAt(std::uint64_t nAddress) const
     {
         Dwfl_Module * const pModule = ModuleAt(nAddress);

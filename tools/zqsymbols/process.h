@@ -1,6 +1,6 @@
-// process.h: the process that is looked at: its registers, its memory and its modules.
+// process.h: the examined process: its registers, its memory and its modules.
 //
-// Memory comes page by page over the socket and is kept. A module's file is opened when an address of it is met.
+// Memory arrives page by page over the socket and is cached. A module's file is opened at the first address in it.
 #pragma once
 
 #include "platform/linux/symbolprotocol.h"
@@ -14,7 +14,7 @@
 
 namespace zqsymbols
 {
-    /// A thread's registers in DWARF's numbers; the one behind the last general register is the instruction's address.
+    /// A thread's registers by DWARF's numbers. The one after the last general register is the instruction's address.
     struct Registers_t
     {
         std::array<std::uint64_t, plat::SYMBOL_REGISTERS> dValues{};
@@ -31,7 +31,7 @@ namespace zqsymbols
         }
     };
 
-    /// A compilation unit, and by how much addresses in memory are above those that it tells.
+    /// A compilation unit, and the difference between addresses in memory and its own.
     struct Unit_t
     {
         Dwarf_Die Die;
@@ -46,7 +46,7 @@ namespace zqsymbols
         Process_c(Process_c const &) = delete;
         Process_c & operator=(Process_c const &) = delete;
 
-        /// False if the other side is of another build.
+        /// Returns false if the other side is of another build.
         bool Start();
 
         std::uint64_t GetWord() const { return m_nWord; }   // bytes of an address
@@ -56,16 +56,16 @@ namespace zqsymbols
         std::uint64_t Cut(std::uint64_t nValue) const { return m_nWord == 8 ? nValue : nValue & 0xFFFFFFFF; }
         Registers_t const & GetRegisters() const { return m_Registers; }
 
-        /// False if not all of it is readable.
+        /// Returns false if not all of it is readable.
         bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
 
-        /// An unsigned number of 1 to 8 bytes.
+        /// Reads an unsigned number of 1 to 8 bytes.
         std::optional<std::uint64_t> ReadNumber(std::uint64_t nAddress, std::size_t nBytes);
 
-        /// The module that holds an address, null for none.
+        /// Returns the module that holds an address, or null.
         Dwfl_Module * ModuleAt(std::uint64_t nAddress) const { return dwfl_addrmodule(m_pDwfl, nAddress); }
 
-        /// The compilation unit that holds an address.
+        /// Returns the compilation unit that holds an address.
         std::optional<Unit_t> UnitAt(std::uint64_t nAddress) const;
 
     private:

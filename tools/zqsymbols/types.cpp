@@ -8,7 +8,7 @@ namespace zqsymbols
     {
         constexpr unsigned DEPTH_MAX = 16;
         constexpr std::size_t MEMBERS_MAX = 1024;
-        constexpr std::size_t TYPES_MAX = 1000000;   // damaged information may have no end
+        constexpr std::size_t TYPES_MAX = 1000000;   // damaged information may be endless
 
         std::string NameOf(Dwarf_Die * pDie)
         {
@@ -24,7 +24,7 @@ namespace zqsymbols
             return bKnown ? nValue : nElse;
         }
 
-        // What stands behind a DIE's type attribute, and whether there is one.
+        // Follows a DIE's type attribute. Returns whether there is one.
         bool Follow(Dwarf_Die * pDie, Dwarf_Die * pType)
         {
             Dwarf_Attribute Attribute;
@@ -41,7 +41,7 @@ namespace zqsymbols
             return nTag == DW_TAG_pointer_type || nTag == DW_TAG_reference_type || nTag == DW_TAG_rvalue_reference_type;
         }
 
-        // Sees through aliases, const and volatile; keeps the last alias.
+        // Skips aliases, const and volatile; keeps the last alias.
         void Peel(Dwarf_Die & Die, std::string & sAlias)
         {
             constexpr int STEPS_MAX = 64;
@@ -73,7 +73,7 @@ namespace zqsymbols
             return IsStructure(nTag) || nTag == DW_TAG_enumeration_type;
         }
 
-        // Notes where the named types below a DIE stand.
+        // Records the scopes of the named types below a DIE.
         void CollectScopes(Dwarf_Die * pParent, std::unordered_map<void *, Dwarf_Die> & dScopes)
         {
             Dwarf_Die Child;
@@ -94,7 +94,7 @@ namespace zqsymbols
             }
         }
 
-        // A bit field may be told by its distance from the structure's start, or in its unit from the upper end.
+        // A bit field has an offset from the start of the structure, or one from the upper end of its unit.
         MemberPlace_t PlaceOf(Dwarf_Die * pMember, std::uint64_t nSize, std::uint64_t nOuter)
         {
             MemberPlace_t Place;
@@ -140,7 +140,7 @@ namespace zqsymbols
         return nSize;
     }
 
-    // The name with those of the namespaces and structures around it.
+    // Returns the name qualified by the namespaces and structures around it.
     std::string Types_c::QualifiedName(Dwarf_Die Die)
     {
         std::string sName = NameOf(&Die);
@@ -237,7 +237,7 @@ namespace zqsymbols
         return m_dTypes[nType].dMembers;
     }
 
-    // Left out are static members, and virtual bases, whose place only the object's table tells.
+    // Skips static members, and virtual bases, whose offset only the object's table has.
     void Types_c::AddMember(plat::SymbolType_t nType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers)
     {
         int const nTag = dwarf_tag(pMember);

@@ -1,4 +1,4 @@
-// types.h: the types of variables, by number. A member of a structure is a type with a name and a place of its own.
+// types.h: types of variables, by number. A member of a structure is a type with a name and an offset.
 #pragma once
 
 #include "platform/symbols.h"
@@ -23,10 +23,10 @@ namespace zqsymbols
             : m_nWord(nWord)
         {}
 
-        /// The type of a variable or a member; 0 if it has none.
+        /// Returns the type of a variable or a member; 0 if it has none.
         plat::SymbolType_t Add(Dwarf_Die * pOwner);
 
-        /// Bytes; 0 if unknown.
+        /// Returns the size in bytes; 0 if unknown.
         std::uint64_t GetSize(plat::SymbolType_t nType) const;
         std::string GetName(plat::SymbolType_t nType);
         plat::SymbolBase_e GetBase(plat::SymbolType_t nType) const;
@@ -36,10 +36,10 @@ namespace zqsymbols
     private:
         struct Type_t
         {
-            Dwarf_Die Die{};        // without aliases and const; no address for none
+            Dwarf_Die Die{};        // without aliases and const; its address is null for no type
             std::string sAlias;     // the last one
             std::string sMember;    // of a member
-            bool bMember = false;   // has a name of its own
+            bool bMember = false;   // is a member with a name
             MemberPlace_t Place;
             unsigned nDepth = 0;
             bool bExpanded = false;

@@ -8,7 +8,7 @@ namespace zqsymbols
 {
     namespace
     {
-        // All functions with code below a DIE. They stand in namespaces, structures, and in functions.
+        // Collects all functions with code below a DIE. They may be in namespaces, structures and functions.
         void CollectFunctions(Dwarf_Die * pParent, std::vector<Dwarf_Die> & dFunctions)
         {
             Dwarf_Die Child;
@@ -40,7 +40,7 @@ namespace zqsymbols
             while (dwarf_siblingof(&Child, &Child) == 0);
         }
 
-        // The block or inlined call right within a scope that holds the address.
+        // Finds the block or inlined call directly in a scope that holds the address.
         bool InnerScope(Dwarf_Die Scope, Dwarf_Addr nAddress, Dwarf_Die * pInner)
         {
             bool bGoesOn = dwarf_child(&Scope, pInner) == 0;
@@ -101,7 +101,7 @@ namespace zqsymbols
             }
 
         private:
-            // What the compiler made for itself, and names of variables elsewhere.
+            // Skips what the compiler generated, and declarations of variables elsewhere.
             static bool IsHidden(Dwarf_Die * pDie)
             {
                 return dwarf_hasattr_integrate(pDie, DW_AT_artificial) != 0
@@ -146,7 +146,7 @@ namespace zqsymbols
         };
     }
 
-    // The frame's function and the blocks and inlined calls in it that hold the address, outermost first.
+    // Returns the frame's function and its blocks and inlined calls that hold the address, outermost first.
     std::vector<Dwarf_Die> Variables_c::ScopesAt(Unit_t & Unit, std::uint64_t nAddress)
     {
         auto const [iFunctions, bNew] = m_dFunctions.try_emplace(Unit.Die.addr);

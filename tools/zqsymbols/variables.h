@@ -22,7 +22,7 @@ namespace zqsymbols
             : m_Process(Process)
         {}
 
-        /// Those of a frame, from the function's parameters to the locals of the innermost open block.
+        /// Returns the variables of a frame, from the parameters to the locals of the innermost open block.
         std::vector<Variable_t> Of(Frame_t const & Frame, Types_c & Types);
 
     private:

@@ -8,7 +8,7 @@ namespace
 {
     constexpr char SEPARATOR[] = "; ";
 
-    // Takes what stands in front of the separator out of the text; false if there is none.
+    // Moves what precedes the separator out of the text. Returns false if there is no separator.
     bool TakeField(std::string_view & sText, std::string_view & sField)
     {
         std::size_t const iEnd = sText.find(SEPARATOR);
@@ -27,7 +27,7 @@ namespace
         return eError == std::errc() && pEnd == sText.data() + sText.size();
     }
 
-    // "size; category; file(line)"; the file's name may hold anything.
+    // Reads "size; category; file(line)". The name of the file may hold any character.
     bool ReadBlock(std::string_view sLine, AllocationReport_t & Report)
     {
         std::string_view sSize, sCategory;
@@ -41,7 +41,7 @@ namespace
         return true;
     }
 
-    // A line without its end, whichever the writer's system has.
+    // Reads a line without its end, LF or CR LF.
     bool ReadLine(std::istream & Stream, std::string & sLine)
     {
         bool const bRead = static_cast<bool>(std::getline(Stream, sLine));
@@ -52,7 +52,7 @@ namespace
         return bRead;
     }
 
-    // "count; total", the line that says how many blocks the report should hold.
+    // Reads "count; total": how many blocks the report should hold.
     bool ReadTotal(std::istream & Stream, std::uint64_t & nBlocks)
     {
         std::string sTitle, sLine;

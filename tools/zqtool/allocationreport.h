@@ -28,7 +28,6 @@ struct AllocationReport_t
     Holding_t Total() const;
 };
 
-/// Reads a report. What is wrong with it is told to fnComplain with the line's number, and the rest is read all the same;
-/// false if anything was wrong.
+/// Reads a report. Reports each fault to fnComplain with the line's number and goes on. Returns whether there was none.
 bool ReadAllocationReport(std::istream & Stream, AllocationReport_t & Report,
     std::function<void(int iLine, std::string const & sText)> const & fnComplain);

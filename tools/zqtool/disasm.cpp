@@ -1,4 +1,4 @@
-// zqtool disasm: raw bytes of x86 code, an instruction a line, as a crash report lists them.
+// zqtool disasm: lists raw bytes of x86 code, one instruction a line, like a crash report.
 #include "tools/zqtool/command.h"
 #include "zqcore/copcode.h"
 
@@ -21,7 +21,7 @@ namespace
         void WriteLine(char const * szLine) override { std::puts(szLine); }
     };
 
-    // Hexadecimal, with or without 0x.
+    // Reads a hexadecimal number, with or without 0x.
     bool ReadAddress(std::string const & sText, std::uint64_t & Address)
     {
         char const * const pFirst = sText.c_str() + (sText.compare(0, 2, "0x") == 0 ? 2 : 0);
@@ -84,7 +84,7 @@ int RunDisasm(Arguments_t const & dArguments)
         CodeListing_c Listing(pCode + nDone, sCode.size() - nDone, Options.Base + nDone, Options.eMode);
         if (Listing.Decode() == 0)
         {
-            break;   // prefixes alone are left
+            break;   // only prefixes are left
         }
         PrintSink_c Sink;
         Listing.Write(Sink);

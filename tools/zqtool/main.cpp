@@ -1,4 +1,4 @@
-// zqtool: looks at the files that the library writes.
+// zqtool: shows the files that the library writes.
 #include "tools/zqtool/command.h"
 
 #include <cstdio>
@@ -14,7 +14,7 @@ namespace
             "what the profiler measured: a tree of timers, trace events, a page with pictures", RunStats },
     };
 
-    // The status of a command whose output was not taken whole is a failure.
+    // A command whose output could not be written whole has failed.
     int CheckOutput(int iStatus)
     {
         if (std::fflush(stdout) == 0 && !std::ferror(stdout))

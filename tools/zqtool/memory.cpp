@@ -1,4 +1,4 @@
-// zqtool memory: live memory by category and by source line, out of a report of MemoryLogAllocations.
+// zqtool memory: lists live memory by category and by source line, from a report of MemoryLogAllocations.
 #include "tools/zqtool/allocationreport.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/text.h"
@@ -12,7 +12,7 @@ namespace
 {
     using Row_t = std::pair<std::string, Holding_t>;
 
-    // Largest first; equal ones by name.
+    // Sorts by size, largest first, then by name.
     void SortRows(std::vector<Row_t> & dRows)
     {
         std::sort(dRows.begin(), dRows.end(),

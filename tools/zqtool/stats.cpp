@@ -1,4 +1,4 @@
-// zqtool stats: what the hierarchical profiler measured, as a tree, as trace events and as a page.
+// zqtool stats: shows a stats file of the hierarchical profiler as a tree, as trace events and as a page.
 #include "platform/clock.h"
 
 #include "tools/zqtool/command.h"
@@ -16,12 +16,12 @@
 
 namespace
 {
-    constexpr std::size_t MAX_PROBLEMS = 20;   // shown; the others are counted
+    constexpr std::size_t MAX_PROBLEMS = 20;   // printed; the others are counted
 
     struct Options_s
     {
         std::string sFile, sTrace, sPage;
-        double fTicksPerSecond = 0;   // 0: those of this machine
+        double fTicksPerSecond = 0;   // 0: that of this machine
     };
 
     bool ReadRate(std::string const & sText, double & fRate)
@@ -68,7 +68,7 @@ namespace
         return Options.sFile.empty() || bOneForBoth ? std::nullopt : std::optional(Options);
     }
 
-    // The cycle counter of this machine against its good clock, for a twentieth of a second.
+    // Measures the rate of this machine's cycle counter by its good clock, for a twentieth of a second.
     double MeasureTicksPerSecond()
     {
         std::int64_t const nFrequency = plat::GoodClockFrequency();
@@ -99,7 +99,7 @@ namespace
         for (std::size_t const i : DepthFirst(dParents))
         {
             StatsNode_t const & Node = dNodes[i];
-            if (i > 0)   // the root isn't timed
+            if (i > 0)   // the root is not timed
             {
                 std::printf("%12.4f %12.4f %12.4f %9s %12llu %12.2f  %*s%s\n", dAverages[i].tTime * fMilliseconds,
                     dAverages[i].tOwn * fMilliseconds, static_cast<double>(Node.tPeak) * fMilliseconds,
@@ -129,10 +129,10 @@ namespace
         PrintTree(Tree, fMilliseconds);
     }
 
-    // A file that is written beside the printed tree, if it was asked for.
+    // A file to write beside the printed tree, if requested.
     struct Output_s
     {
-        // It must not be the file that is read.
+        // It must not be the input file.
         bool Open(std::string const & sName, std::string const & sFile)
         {
             sOut = sName;
@@ -170,7 +170,7 @@ namespace
         std::ofstream Stream;
     };
 
-    // Reads a file once, for all that is asked for.
+    // Reads a file once, for all requested outputs.
     class StatsRun_c
     {
     public:
@@ -191,7 +191,7 @@ namespace
         std::ifstream m_Stream;
         Output_s m_TraceOut, m_PageOut;
         StatsFacts_t m_Facts;
-        std::size_t m_nMoreProblems = 0;   // beside those of the facts
+        std::size_t m_nMoreProblems = 0;   // beyond those in the facts
         StatsTree_c m_Tree;
         StatsPage_c m_Page;
         std::optional<StatsTrace_c> m_Trace;

@@ -60,7 +60,7 @@ namespace
 
         bool ReadHeader();
 
-        // False at the end of the file, or where there is no going on.
+        // Returns false at the end of the file, or at a fault that ends the reading.
         bool ReadBatch(StatsBatch_t & Batch, bool & bWhole);
 
         bool IsSound() const { return m_bSound; }
@@ -77,15 +77,15 @@ namespace
 
         std::istream & m_Stream;
         std::function<void(std::uint64_t, std::string const &)> const & m_fnComplain;
-        std::vector<char> m_dBytes;     // what Read read last
-        std::uint64_t m_nOffset = 0;    // of what comes next
+        std::vector<char> m_dBytes;     // of the last Read
+        std::uint64_t m_nOffset = 0;    // of the next byte to read
         std::uint64_t m_nRecords = 0;   // offset of the batch's first record
-        std::uint32_t m_nAddress = 0;   // of the timers in the process that wrote the file
+        std::uint32_t m_nAddress = 0;   // of the array of timers in the process that wrote the file
         int m_iBatch = -1;
         bool m_bSound = true;
     };
 
-    // The bytes that were to be had, at most so many.
+    // Reads so many bytes, or those that are left. Returns their number.
     std::size_t StatsReader_c::Read(std::size_t nBytes)
     {
         m_dBytes.resize(nBytes);
@@ -156,8 +156,8 @@ namespace
         }
     }
 
-    // The index that an address stands for, -1 for none. Timers are made one after the other, each at the end of its
-    // parent's children, so that a link always leads onwards.
+    // Returns the index of an address, or -1. A timer is created after its siblings before it, so a link always leads to
+    // a higher index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
     {
         std::uint32_t const nLink = Word(BytesOf(iRecord, iField));
@@ -188,7 +188,7 @@ namespace
         return static_cast<int>(iLinked);
     }
 
-    // Hangs the timer that a link leads to under its parent. A timer behind a break in the file isn't there.
+    // Sets the parent of the timer that a link leads to. A timer beyond the end of a broken file is missing.
     void StatsReader_c::Hang(
         StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent)
     {

@@ -1,7 +1,7 @@
 // statsfile.h: reads the stats file of the hierarchical profiler: a header, then a batch of timers for every 150 frames.
 //
-// The file comes from outside. Whatever it holds, reading ends, and the timers of a batch make a tree in which a parent
-// stands before its children. One batch is in memory at a time.
+// The file comes from outside. Whatever it holds, reading ends, and the timers of a batch form a tree in which a parent
+// comes before its children. One batch is in memory at a time.
 #pragma once
 
 #include <array>
@@ -23,7 +23,7 @@ struct StatsSlot_t
     std::uint32_t nCalls = 0;
 };
 
-/// What the profiler had worked out for a timer at the end of a batch, from the last 149 of its frames.
+/// What the profiler computed for a timer at the end of a batch, from the last 149 of its frames.
 struct StatsFigures_t
 {
     std::int64_t tAverage = 0, tMax = 0, tLast = 0, tMaxEver = 0;
@@ -35,23 +35,23 @@ struct StatsTimer_t
 {
     std::string sName;   // printable UTF-8, whatever the file holds
     std::uint32_t iTimer = 0;
-    int iParent = -1;                               // index in the batch, below the timer's own; -1 at the root alone
+    int iParent = -1;                               // index in the batch, below the timer's own; -1 only for the root
     std::array<StatsSlot_t, STATS_FRAMES> dSlots;   // the oldest frame first
     StatsFigures_t Figures;
 };
 
-/// Never empty; the first one is the root.
+/// Never empty. The first one is the root.
 using StatsBatch_t = std::vector<StatsTimer_t>;
 
-/// Takes a batch. bWhole is false for one that breaks off with the file: the timers behind the break are missing.
+/// Receives a batch. bWhole is false if the file ends inside it: the timers after that point are missing.
 using StatsTake_t = std::function<void(StatsBatch_t const & Batch, bool bWhole)>;
 
-/// Reads a stats file and hands on one batch after the other. A broken one comes last, if it has a timer beside the root.
-/// What is wrong is told to fnComplain with the byte's offset in the file, and all that can be read in front of it and
-/// behind it is handed on; false if anything was wrong.
+/// Reads a stats file and passes on one batch after the other. A broken one comes last, if it has a timer besides the
+/// root. Reports each fault to fnComplain with its offset in the file, and passes on all that is readable before and
+/// after it. Returns whether there was no fault.
 bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
     std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain);
 
-/// The time of a frame of a batch in ticks: that of the application's timer, or, without one, of all timers under the
-/// root together.
+/// Returns the time of a frame of a batch in ticks: that of the application's timer, or, without one, the sum of all
+/// timers under the root.
 double StatsFrameTime(StatsBatch_t const & Batch, std::size_t iSlot);

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <ostream>
 
-// The page's parts, which the build makes from stats_page.html, stats_page.css and stats_page.js.
+// The parts of the page, which the build makes from stats_page.html, stats_page.css and stats_page.js.
 extern char const STATS_PAGE_HTML[], STATS_PAGE_CSS[], STATS_PAGE_JS[];
 
 namespace
@@ -26,7 +26,7 @@ namespace
         return sArray + "]";
     }
 
-    // A number that may be any double.
+    // Returns a number as JSON, whatever the double holds.
     std::string Text(double fNumber)
     {
         char szNumber[32];
@@ -76,7 +76,7 @@ namespace
                + ",\"worst\":" + Text(Summary.tWorst) + ",\"worstFrame\":" + std::to_string(Summary.iWorst) + "}";
     }
 
-    // The page up to a place that is marked like <!--style-->; the rest stays in sRest.
+    // Returns the page up to a marker such as <!--style-->; sRest keeps the rest.
     std::string_view UpTo(std::string_view sMark, std::string_view & sRest)
     {
         std::size_t const iMark = sRest.find(sMark);

@@ -1,34 +1,34 @@
-// statspage.h: a stats file as one HTML page that needs nothing else: the frames' times, the timers of any frame.
+// statspage.h: a stats file as one HTML page that loads nothing: times of all frames, timers of any frame.
 //
-// The page holds every frame's time, and the timers of as many batches as fit; those with the worst frames stay.
+// The page holds the time of every frame, and the timers of as many batches as fit. It keeps those with the worst frames.
 #pragma once
 
 #include "tools/zqtool/statstree.h"
 
 #include <iosfwd>
 
-/// What the page says of the file as a whole.
+/// What the page says about the whole file.
 struct StatsFacts_t
 {
     std::string sFile;
     double fTicksPerSecond = 0;
-    bool bMeasured = false;               // the ticks per second are those of this machine
+    bool bMeasured = false;               // the ticks per second are this machine's
     std::vector<std::string> dProblems;   // what is wrong with the file
 };
 
 class StatsPage_c
 {
 public:
-    /// Keeps what the page shows of a batch. dNodes are the tree's nodes of its timers.
+    /// Keeps what the page shows of a batch. dNodes are the nodes of its timers in the tree.
     void Add(StatsBatch_t const & Batch, std::vector<int> const & dNodes);
 
-    /// Writes the page. The tree has taken the same batches.
+    /// Writes the page. Requires a tree of the same batches.
     void Write(std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree) const;
 
 private:
     struct Batch_s
     {
-        std::string sTimers;   // JSON, empty if it was left out
+        std::string sTimers;   // JSON; empty if dropped
         double tWorst;         // time of the longest frame
     };
 

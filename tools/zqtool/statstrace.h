@@ -1,7 +1,7 @@
 // statstrace.h: a stats file as trace events in JSON, the format that trace viewers load.
 //
-// The file holds times by frame, not the moments of pushes. So each frame begins where the one before ends, and the
-// timers of a frame lie in it in the order of their creation, each as one event with its time and the number of its calls.
+// The file holds times by frame, not the moments of pushes. So each frame begins where the previous one ends. The timers
+// of a frame follow each other in the order of their creation, each as one event with its time and number of calls.
 #pragma once
 
 #include "tools/zqtool/statsfile.h"
@@ -11,10 +11,10 @@
 class StatsTrace_c
 {
 public:
-    /// Begins the trace. The stream is the caller's and outlives the object.
+    /// Begins the trace. The stream must outlive the object.
     StatsTrace_c(std::ostream & Stream, double fTicksPerSecond);
 
-    /// Writes the frames of a batch behind those that are there.
+    /// Appends the frames of a batch.
     void Add(StatsBatch_t const & Batch);
 
     /// Writes the end; the stream then holds one JSON value.

@@ -5,7 +5,7 @@
 
 namespace
 {
-    // The time of all frames together.
+    // Returns the sum of the times of all frames.
     double AddFrames(StatsNode_t & Node, StatsTimer_t const & Timer, int iFirstFrame)
     {
         double tSum = 0;
@@ -26,7 +26,7 @@ namespace
     }
 }
 
-// In a damaged file one parent may have two timers of one id: each gets a node of its own.
+// In a damaged file one parent may have two timers with one id: each has its own node.
 int StatsTree_c::FindNode(StatsTimer_t const & Timer, int iParent, int iFirstFrame)
 {
     for (int iLike = 0;; ++iLike)
@@ -94,7 +94,7 @@ StatsSummary_t StatsTree_c::GetSummary() const
     }
     std::vector<double> dSorted = m_dFrames;
     std::sort(dSorted.begin(), dSorted.end());
-    // The least time that so many parts of a hundred of the frames don't exceed.
+    // Returns the smallest time that so many percent of the frames do not exceed.
     auto const Rank = [&](std::size_t nPercent) { return dSorted[(dSorted.size() * nPercent + 99) / 100 - 1]; };
     Summary.tMean = std::accumulate(dSorted.begin(), dSorted.end(), 0.0) / static_cast<double>(dSorted.size());
     Summary.tMedian = Rank(50);

@@ -5,7 +5,7 @@
 
 namespace
 {
-    // Bytes of the letter at the start of a text that is not empty; 0 if there is none or if it is a control character.
+    // Returns the bytes of the character that a non-empty text begins with; 0 if it is invalid or a control character.
     std::size_t LetterLength(std::string_view sText)
     {
         auto const Byte = [&](std::size_t i)
@@ -29,9 +29,9 @@ namespace
             }
             nLetter = nLetter << 6 | (Byte(i) & 0x3F);
         }
-        constexpr std::uint32_t LOWEST[] = { 0, 0, 0xA0, 0x800, 0x10000 };   // below 0xA0 are controls
+        constexpr std::uint32_t LOWEST[] = { 0, 0, 0xA0, 0x800, 0x10000 };   // below 0xA0 are control characters
         bool const bSurrogate = nLetter >= 0xD800 && nLetter <= 0xDFFF;
-        // Line ends and changes of direction.
+        // Line ends and changes of writing direction.
         bool const bTurnsText = (nLetter >= 0x2028 && nLetter <= 0x202E) || (nLetter >= 0x2066 && nLetter <= 0x2069);
         return nLetter < LOWEST[nBytes] || nLetter > 0x10FFFF || bSurrogate || bTurnsText ? 0 : nBytes;
     }

@@ -10,7 +10,7 @@ namespace
 {
     constexpr double WIDTH = 1200, HEIGHT = 760;
     constexpr double HEAD = 16;      // height of a group's title
-    constexpr double LETTER = 6.5;   // width of a letter, by guess
+    constexpr double LETTER = 6.5;   // estimated width of a letter
     constexpr double MIN_TEXT_WIDTH = 40, MIN_TEXT_HEIGHT = 14;
 
     struct Area_s
@@ -28,7 +28,7 @@ namespace
         return fSum;
     }
 
-    // The longest side by the shortest of the worst part if the parts iFrom..iTo share a row along fSide.
+    // Returns the worst aspect ratio of the parts iFrom..iTo if they share a row along fSide.
     double WorstRatio(std::vector<double> const & dSizes, std::size_t iFrom, std::size_t iTo, double fSide)
     {
         double const fThickness = Sum(dSizes, iFrom, iTo) / fSide;
@@ -41,7 +41,7 @@ namespace
         return fWorst;
     }
 
-    // Divides an area among sizes, which come largest first and are above 0.
+    // Divides an area among sizes, which are sorted, largest first, and above 0.
     std::vector<Area_s> Divide(Area_s Rest, std::vector<double> dSizes)
     {
         double const fScale = Rest.fWidth * Rest.fHeight / std::max(Sum(dSizes, 0, dSizes.size()), 1e-9);
@@ -52,7 +52,7 @@ namespace
         std::vector<Area_s> dAreas;
         for (std::size_t iFrom = 0; iFrom < dSizes.size();)
         {
-            bool const bColumn = Rest.fWidth >= Rest.fHeight;   // the row stands upright at the left
+            bool const bColumn = Rest.fWidth >= Rest.fHeight;   // the row is a column at the left
             double const fSide = std::max(bColumn ? Rest.fHeight : Rest.fWidth, 1e-9);
             std::size_t iTo = iFrom + 1;
             while (iTo < dSizes.size()
@@ -76,7 +76,7 @@ namespace
         return dAreas;
     }
 
-    // The end of a text that fits the width: the end of a source line tells most.
+    // Returns the end of a text that fits the width: the end of a source line is the most telling part.
     std::string Fitting(std::string const & sText, double fWidth)
     {
         auto const nLetters = static_cast<std::size_t>(std::max(fWidth / LETTER, 1.0));
@@ -87,7 +87,7 @@ namespace
         std::size_t iStart = sText.size() - nLetters;
         while (iStart < sText.size() && (static_cast<unsigned char>(sText[iStart]) & 0xC0) == 0x80)
         {
-            ++iStart;   // not into the middle of a UTF-8 letter
+            ++iStart;   // never starts inside a UTF-8 character
         }
         return sText.substr(iStart);
     }
@@ -117,7 +117,7 @@ namespace
         std::vector<double> dSizes;
         for (TreemapPart_t const & Part : dParts)
         {
-            dSizes.push_back(std::max(static_cast<double>(Part.nSize), 0.5));   // an empty part stays to be seen
+            dSizes.push_back(std::max(static_cast<double>(Part.nSize), 0.5));   // keeps an empty part visible
         }
         return dSizes;
     }
@@ -139,7 +139,7 @@ namespace
 
 std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> const & dGroups)
 {
-    constexpr int HUE_STEP = 137;   // neighbours get distant colours
+    constexpr int HUE_STEP = 137;   // gives neighbours distant colours
     std::string sPage =
         "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>" + HtmlEscaped(sTitle)
         + "</title>\n<style>body{font:14px sans-serif;margin:12px}svg{width:100%;height:auto}"

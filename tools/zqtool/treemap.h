@@ -1,4 +1,4 @@
-// treemap.h: a page on which areas tell how much each part of a whole holds.
+// treemap.h: a page that shows the parts of a whole as areas by size.
 #pragma once
 
 #include <cstdint>
@@ -8,15 +8,15 @@
 struct TreemapPart_t
 {
     std::string sName;
-    std::string sNote;   // shown while the pointer rests on the part
+    std::string sNote;   // shown while the pointer is over the part
     std::uint64_t nSize = 0;
 };
 
 struct TreemapGroup_t
 {
-    TreemapPart_t Whole;                 // its size is that of its parts together
+    TreemapPart_t Whole;                 // its size is the sum of its parts
     std::vector<TreemapPart_t> dParts;   // largest first
 };
 
-/// One HTML page that needs nothing else. Groups come largest first.
+/// Returns one HTML page that loads nothing. Groups are sorted, largest first.
 std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> const & dGroups);
