@@ -94,8 +94,8 @@ TEST_F(FileSave, AnythingButAWholeSaveIsSaidToBeDamaged)
     std::size_t const iMark = sWhole.size() - 16;
     for (auto const & [iByte, cByte, eState] : Rows_t<std::size_t, char, int>{ { 0, 4, FileSave_c::NEWER },
              { 0, 2, FileSave_c::WHOLE }, { 2, 2, FileSave_c::NEWER }, { 2, 0, FileSave_c::OLDER },
-             { iMark + 3, '2', FileSave_c::NEWER }, { iMark + 3, '0', FileSave_c::DAMAGED },
-             { iMark + 3, '\xFF', FileSave_c::DAMAGED }, { iMark + 4, 1, FileSave_c::DAMAGED } })
+             { iMark + 3, '2', FileSave_c::NEWER }, { iMark + 3, '0', FileSave_c::OLDER },
+             { iMark + 3, '\xFF', FileSave_c::OLDER }, { iMark + 4, 1, FileSave_c::DAMAGED } })
     {
         std::string sOther = sWhole;
         sOther[iByte] = cByte;

@@ -46,6 +46,17 @@ TEST(ZqHost, LeavesASaveAloneThatIsNoneOfItsOwn)
     EXPECT_EACH(Folder.Read("save.1") == sPrevious, Folder.Read("save").size() > sPrevious.size() / 2)
         << "the previous save was not loaded";
     std::filesystem::remove(sSave);
+    Folder.Write("save.1", sPrevious);
+    Ends(0, "");
+    EXPECT_EQ(Folder.Read("save.1"), sPrevious) << "a save was rotated";
+    EXPECT_GT(Folder.Read("save").size(), sPrevious.size() / 2) << "the previous save was not loaded";
+    Folder.Write("save", "damaged");
+    std::filesystem::remove(Folder.Join("save.1"));
+    std::filesystem::create_symlink("save.1", Folder.Join("save.1"));
+    Ends(4, "of the saves before it");
+    EXPECT_EQ(Folder.Read("save"), "damaged");
+    std::filesystem::remove(Folder.Join("save.1"));
+    std::filesystem::remove(sSave);
     std::filesystem::create_symlink("save", sSave);
     Ends(4, "Too many levels of symbolic links");
     EXPECT_TRUE(std::filesystem::is_symlink(sSave));
@@ -84,6 +95,7 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
              { "--log " + Folder.Join("log") + " --save " + Folder.Join("folder"), 2, "the save is no regular file" },
              { "--log " + Folder.Join("game/log"), 2, "the save is no regular file" },
              { sAll + "/dev/null", 2, "the stats is no regular file" },
+             { sAll + sStats + " --game '\x1B[m'", 3, "no folder gamedata/\\x1B[m" },
              { sAll + Folder.Join("gone/stats"), 5, "can't write the stats" },
              { "--log " + Folder.Join("log") + " --save " + Folder.Join("save/deeper"), 4, "can't save" } })
     {

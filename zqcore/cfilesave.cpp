@@ -28,15 +28,21 @@ namespace
         return Value;
     }
 
-    // Returns whether a save ends in a seal, of this version or a newer one, that matches all bytes before it.
-    bool IsSealed(unsigned char const * pData, std::size_t nBytes)
+    // Returns whether a save has the mark of a seal, of this version or a newer one.
+    bool HasMark(unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes < SEAL_SIZE || std::memcmp(pData + nBytes - SEAL_SIZE, MARK, MARK_FAMILY) != 0)
         {
             return false;
         }
         unsigned char const cVersion = pData[nBytes - SEAL_SIZE + MARK_FAMILY];
-        if (cVersion < MARK[MARK_FAMILY] || cVersion > '9')
+        return cVersion >= MARK[MARK_FAMILY] && cVersion <= '9';
+    }
+
+    // Returns whether a save ends in the CRC-32 of all before it.
+    bool HasChecksum(unsigned char const * pData, std::size_t nBytes)
+    {
+        if (nBytes < 2 * sizeof(std::uint32_t))
         {
             return false;
         }
@@ -194,9 +200,13 @@ FileSave_c::State_e FileSave_c::Check(unsigned char const * pData, std::size_t n
     {
         return Say(DAMAGED, "it is empty");
     }
-    if (!IsSealed(pData, nBytes))
+    if (!HasChecksum(pData, nBytes))
     {
         return Say(DAMAGED, "it has no seal that fits");
+    }
+    if (!HasMark(pData, nBytes))
+    {
+        return Say(OLDER, "it has the checksum of an older program and no seal");
     }
     unsigned char const * const pSeal = pData + nBytes - SEAL_SIZE;
     std::size_t const nArchive = nBytes - SEAL_SIZE;

@@ -38,7 +38,7 @@ namespace
     int Fail(Status_e eStatus, std::string const & sMessage)
     {
         std::fflush(stdout);
-        std::fprintf(stderr, "zqhost: %s\n", sMessage.c_str());
+        std::fprintf(stderr, "zqhost: %s\n", static_cast<char const *>(TextForLog(sMessage.c_str())));
         return eStatus;
     }
 
@@ -62,7 +62,8 @@ namespace
         AppMiscStartup();
         if (!g_pMessageLogFile)
         {
-            std::fprintf(stderr, "zqhost: can't write a log to \"%s\"\n", Options.sLogFolder.c_str());
+            std::fprintf(stderr, "zqhost: can't write a log to \"%s\"\n",
+                static_cast<char const *>(TextForLog(Options.sLogFolder.c_str())));
         }
         DumpSystemInfo();
         Log("%s", GetBuildVersionString());

@@ -124,8 +124,11 @@ std::string MediaTellSource(Options_s const & Options, std::string const & sMedi
     {
         return "a scan that could not see all, as the log says; no cache is written";
     }
-    FilesystemCacheSave(CacheOf(Options, sMedia).c_str());
+    // A cache is replaced by a new file, so a write that failed leaves the old time.
     std::error_code Error;
-    return std::filesystem::exists(CacheOf(Options, sMedia), Error) ? "a scan, and a cache for the next run"
-                                                                    : "a scan; no cache could be written";
+    std::string const sCache = CacheOf(Options, sMedia);
+    auto const tBefore = std::filesystem::last_write_time(sCache, Error);
+    FilesystemCacheSave(sCache.c_str());
+    bool const bWritten = std::filesystem::last_write_time(sCache, Error) != tBefore && !Error;
+    return bWritten ? "a scan, and a cache for the next run" : "a scan; no cache could be written";
 }

@@ -115,18 +115,21 @@ void ReportNotLoaded(char const * szWhy)
 {
     if (ReportBegin("loaded", "Loaded"))
     {
-        std::printf("  Nothing: %s.\n", szWhy);
+        std::printf("  Nothing: %s.\n", Sz(Shown(szWhy)));
     }
 }
 
 void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World)
 {
-    if (!Result.sKept.empty())
+    if (!Result.sKept.empty() || !Result.sFormer.empty())
     {
-        bool const bAnew = Result.sFormer.empty();
-        std::printf("\nThe save can't be loaded: %s.\n  It is kept as %s, and the world %s%s.\n",
-            Result.sWhyNot.c_str(), Result.sKept.c_str(), bAnew ? "begins anew" : "goes on from ",
-            Result.sFormer.c_str());
+        std::printf("\nThe save can't be loaded: %s.\n", Sz(Shown(Result.sWhyNot.c_str())));
+        if (!Result.sKept.empty())
+        {
+            std::printf("  It is kept as %s.\n", Sz(Shown(Result.sKept.c_str())));
+        }
+        std::printf("  The world %s%s.\n", Result.sFormer.empty() ? "begins anew" : "goes on from ",
+            Sz(Shown(Result.sFormer.c_str())));
     }
     else if (!Result.sWhyNot.empty())
     {
@@ -154,7 +157,7 @@ void ReportWorld(ModuleWorld_c const & World)
     }
     if (World.IsEmpty())
     {
-        std::printf("  Nothing sailed: %s.\n", World.GetWhyEmpty());
+        std::printf("  Nothing sailed: %s.\n", Sz(Shown(World.GetWhyEmpty())));
         return;
     }
     Bay_s const & Bay = World.GetBay();

@@ -36,40 +36,62 @@ namespace
         return sWhyNot.empty() && Archive.IsFailed() ? "its contents end too early" : sWhyNot;
     }
 
-    // Loads the newest former save that is good; its path, empty if there is none.
-    std::string LoadFormer(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
+    // Loads the newest former save that fits, and says so in Result. One that may be good and can't be read is refused.
+    void LoadFormer(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         for (int i = 1; i <= Save.GetFormer(); ++i)
         {
-            if (Save.Load(SAVE_VERSION, i) != FileSave_c::WHOLE)
+            FileSave_c::State_e const eState = Save.Load(SAVE_VERSION, i);
+            std::string const sPath = static_cast<char const *>(Save.GetPath(i));
+            if (eState != FileSave_c::WHOLE && eState != FileSave_c::ABSENT && eState != FileSave_c::DAMAGED)
             {
-                continue;
+                Result.bRefused = true;
+                Result.sWhyNot += "; of the saves before it, \"" + sPath + "\" can't be read: " + Save.GetWhyNot();
+                return;
             }
-            if (LoadWhole(Save, sGame, World).empty())
+            if (eState == FileSave_c::WHOLE)
             {
-                return static_cast<char const *>(Save.GetPath(i));
+                if (LoadWhole(Save, sGame, World).empty())
+                {
+                    Result.sFormer = sPath;
+                    return;
+                }
+                World.Begin();
             }
-            World.Begin();
         }
-        return "";
     }
 
+    // The former saves come first, so that one that is refused leaves the damaged save where it is.
     void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         FileSave_c::State_e const eState = Save.Load(SAVE_VERSION);
-        Result.sWhyNot = eState == FileSave_c::ABSENT  ? "there is no save yet"
-                         : eState == FileSave_c::WHOLE ? LoadWhole(Save, sGame, World)
-                                                       : Save.GetWhyNot();
-        if (eState != FileSave_c::DAMAGED)
+        switch (eState)
         {
-            Result.bRefused = eState != FileSave_c::ABSENT && !Result.sWhyNot.empty();
+        case FileSave_c::WHOLE:
+            Result.sWhyNot = LoadWhole(Save, sGame, World);
+            break;
+        case FileSave_c::ABSENT:
+            Result.sWhyNot = "there is no save yet";
+            break;
+        case FileSave_c::DAMAGED:
+            Result.sWhyNot = std::string("it is damaged: ") + Save.GetWhyNot();
+            break;
+        default:
+            Result.sWhyNot = Save.GetWhyNot();
+            break;
+        }
+        if (eState != FileSave_c::ABSENT && eState != FileSave_c::DAMAGED)
+        {
+            Result.bRefused = !Result.sWhyNot.empty();
             return;
         }
-        String_T<256> sKept;
-        Result.sWhyNot = "it is damaged: " + Result.sWhyNot;
-        Result.bRefused = !Save.PutAside(sKept);
-        Result.sKept = Result.bRefused ? "" : static_cast<char const *>(sKept);
-        Result.sFormer = Result.bRefused ? "" : LoadFormer(Save, sGame, World);
+        LoadFormer(Save, sGame, World, Result);
+        if (eState == FileSave_c::DAMAGED && !Result.bRefused)
+        {
+            String_T<256> sKept;
+            Result.bRefused = !Save.PutAside(sKept);
+            Result.sKept = static_cast<char const *>(sKept);
+        }
     }
 
     std::string Store(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
