@@ -9,8 +9,11 @@
 #include "zqcore/cfiletrack.h"
 #include "zqcore/cgcobject.h"
 #include "zqcore/clog.h"
+#include "zqcore/cpropertylist.h"
+#include "zqcore/cregistry.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/cspreadsheet.h"
+#include "zqcore/cwarehouse.h"
 
 #include <fstream>
 #include <set>
@@ -33,6 +36,25 @@ namespace
 void TellOfLevels()
 {
 #include "examples/ctexterror_1.inl"
+}
+void LogMonsters()
+{
+#include "examples/cpropertylist_1.inl"
+}
+float GetPrice()
+{
+#include "examples/cspreadsheet_1.inl"
+    return fPrice;
+}
+int GetHealth()
+{
+#include "examples/cwarehouse_1.inl"
+    return iHealth;
+}
+int GetWidth()
+{
+#include "examples/cregistry_1.inl"
+    return iWidth;
 }
 void WatchHealth()
 {
@@ -198,6 +220,23 @@ TEST_F(HeaderExamples, AChangedFileIsReadAgain)
     FileClose(pLevels);
     FileTrackShutdown();
     g_FileTrackChangesCallbacker.Reset();
+}
+
+TEST_F(HeaderExamples, ReadersFindWhatFilesHold)
+{
+    Serve("levels.csv", "level,price\ncastle,2.5\n");
+    Serve("levels.txt", "monsters ogre\nmonsters elf\n");
+    Serve("units.txt", "@head health\nogre 100\n");
+    LogMonsters();
+    EXPECT_EQ(std::tuple(Log.Count("ogre"), Log.Count("elf")), std::tuple(1, 1));
+    EXPECT_EQ(std::tuple(GetPrice(), GetHealth()), std::tuple(2.5f, 100));
+}
+
+TEST_F(HeaderExamples, AWrittenValueIsRead)
+{
+    plat::RegistrySetFolder(plat::RegistryTree_e::User, Folder.Join("user").c_str());
+    EXPECT_EQ(GetWidth(), 1280);
+    plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);
 }
 
 TEST_F(HeaderExamples, EnemiesLoadAsEachOthers)

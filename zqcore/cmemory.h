@@ -1,17 +1,27 @@
 // cmemory.h: the tracked allocator and its categories.
 //
-// Every block of the process belongs to a category, and counters say at any moment how many blocks and bytes each
-// category holds, and their peaks. A stack of categories for each thread says who is allocating: a MemCategoryScope_c
-// selects a category for a scope, and a block taken with ZQ_NEW, or with a plain `new` anywhere in the process, counts
-// under it until it is freed, whoever frees it. Byte figures are the heap's blocks, with alignment header and slack.
+// Every block of the process belongs to a category. Counters hold the blocks and bytes of each category and their
+// peaks. Each thread has a stack of categories; a MemCategoryScope_c selects one for a scope. A block of ZQ_NEW, or of
+// a plain `new` anywhere in the process, counts under the selected category until it is freed, whichever thread frees
+// it. Byte figures are those of the heap's blocks: they include alignment header and slack.
 //
-// The heap is tracked from load time on (MemoryInit runs in the first global constructor). One lock, g_CategoryLock,
-// guards the counters; a block costs one lock cycle and a consistency check on each way.
+// The library must be linked to the executable itself, before the C++ runtime. Otherwise the process may bind `delete`
+// elsewhere: the library arrives through another library or a plugin, or a checker replaces it. Then `new`, ZQ_NEW and
+// CoreMemory use the process's operators. Every block still returns to its own heap, but these blocks are not tracked.
+// One line on standard error says so at load.
 //
-// The library must be linked to the executable itself, before the C++ runtime. Where `delete` of the process is not
-// the library's all the same (the library arrives through another library or a plugin; a checker has its own), `new`,
-// ZQ_NEW and CoreMemory use the process's operators: every block still reaches the heap that it came from, but these
-// blocks are not tracked. One line on standard error says so at load.
+// Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
+// Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
+// Cost: one lock cycle and one consistency check for each allocation and each release. Selecting a category takes no
+// lock, except at a thread's first push.
+// Failure: an exhausted heap ends in Abort. Damaged and foreign blocks are reported (MemoryReportSet, cmemoryreport.h).
+//
+//     {
+//         MemCategoryScope_c const Category(mem::GameData);
+//         int * const pTable = ZQ_NEW int[1000];   // counts under GameData until delete
+//         Log("%lli bytes in all", static_cast<long long>(MemoryTotalBytesAllocated()));
+//         delete[] pTable;
+//     }
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -24,7 +34,8 @@
 
 namespace mem
 {
-    /// The categories. 0 holds what has no known owner, 1 the runtime's own blocks, which are never counted.
+    /// The categories. UNDEFINED holds blocks without a known owner. CRT holds the runtime's own blocks, which are
+    /// never counted.
     // clang-format off
     enum Categories_e : int
     {
@@ -34,11 +45,11 @@ namespace mem
         Sound, calc, rbMemObject, ScaleForm, FjordStudioRuntime, WinMisc, Core, Input, RenderFont, DebugDraw,
         SpotlitScene, GameUI, AI, Lua, Decals, Application, Localization, DB, GameServer, GameLogic, GameScripts,
         GameWorld, GameView, Landscape, GameRender, Tools, GameLogs, Interface, GFX, Generator, GameNetwork,
-        TOTAL   // how many there are
+        TOTAL   // number of categories
     };
     // clang-format on
 
-    /// The figures of one category; as wide as a pointer.
+    /// Figures of one category.
     struct CategoryInfo
     {
         std::ptrdiff_t iCount;             // blocks alive
@@ -49,34 +60,36 @@ namespace mem
         std::ptrdiff_t iFrameAllocs;       // allocations so far in this frame
     };
 
-    /// A block that describes itself: MEMORY_OBJECT_FLAG in its word says that one stands at the start of the block.
+    /// An object that describes itself in the leak report. MEMORY_OBJECT_FLAG in a block's word marks a block that
+    /// begins with such an object.
     class Object_i
     {
     public:
-        /// Writes a description of up to 255 characters and a terminator; for the leak report.
+        /// Writes a description of up to 255 characters and a terminator.
         virtual void Describe(char * szBuffer, std::size_t nSize) const = 0;
 
     protected:
         ~Object_i() = default;
     };
 
-    /// What a user allocator says of itself: three words whose meaning is its own.
+    /// What a user allocator reports about itself: three words with a meaning of its own.
     struct UserAllocatorInfo_t
     {
         std::uint32_t dwInfo0, dwInfo1, dwInfo2;
     };
 
-    /// An allocator apart from this heap that wants to appear in reports.
+    /// Interface of an allocator that does not use this heap and wants to appear in reports.
     class UserAllocatorInfo_i
     {
     public:
+        /// Fills Info and returns true. Returns false if there is nothing to report.
         virtual bool GetInfo(UserAllocatorInfo_t & Info) = 0;
 
     protected:
         ~UserAllocatorInfo_i() = default;
     };
 
-    /// Three words, handed out as they are.
+    /// A user allocator that reports the three words that were stored in it.
     class ZQ_API UserAllocatorInfo_c : public UserAllocatorInfo_i
     {
     public:
@@ -85,19 +98,21 @@ namespace mem
         std::uint32_t m_dwInfo0 = 0, m_dwInfo1 = 0, m_dwInfo2 = 0;
     };
 
+    /// Number of user allocators that can be registered at a time.
     inline constexpr unsigned MAX_USER_ALLOCATORS = 64;
 
-    /// Enters an allocator into the first free slot; false if all are taken. It is not owned.
+    /// Stores the allocator in the first free slot, as a pointer. Returns false if all slots are in use.
     ZQ_API bool RegisterUserAllocator(UserAllocatorInfo_i & Allocator);
 
-    /// Clears the allocator's slot; false if it has none.
+    /// Clears the allocator's slot. Returns false if it has none.
     ZQ_API bool UnRegisterUserAllocator(UserAllocatorInfo_i & Allocator);
 
-    /// Copies up to nMax allocators in slot order and returns how many; with a null pOut, how many there are.
+    /// Copies up to nMax allocators in slot order and returns the number copied. With a null pOut it returns the number
+    /// registered.
     ZQ_API unsigned GetUserAllocators(UserAllocatorInfo_i ** pOut, unsigned nMax);
 }
 
-/// The block's word: the kind in the low half, the category above it, the flag of self-describing blocks on top.
+/// The block's word: the kind in the low 16 bits, the category in the 15 bits above, MEMORY_OBJECT_FLAG in the top bit.
 inline constexpr int MEMORY_NORMAL_BLOCK = 1;
 inline constexpr int MEMORY_CRT_BLOCK = 2;
 inline constexpr int MEMORY_CLIENT_BLOCK = 4;
@@ -105,24 +120,26 @@ inline constexpr int MEMORY_CATEGORY_SHIFT = 16;
 inline constexpr std::uint32_t MEMORY_CATEGORY_MASK = 0x7FFF;
 inline constexpr std::uint32_t MEMORY_OBJECT_FLAG = 0x80000000u;
 
-/// The word that operator_new gives to a block asked for with this one: a client block of the word's category, or of
-/// the one on top of the thread's stack.
+/// Returns the word that operator_new stores with a block for this request. It always describes a client block. Its
+/// category is that of iBlockType if there is one, else the top of the thread's stack. A normal block has no category
+/// of its own.
 ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 
-/// `ZQ_NEW T(...)` takes a block of the current category that knows its file and line; free it with delete.
+/// `ZQ_NEW T(...)` allocates a block of the current category that records its file and line. Free it with delete.
 #define ZQ_NEW new (MEMORY_CLIENT_BLOCK, __FILE__, __LINE__)
 
 namespace CoreMemory
 {
-    /// Takes a block aligned to 16. A category in the word wins over the thread's stack; with category 0, or with kind
-    /// 1, the stack decides. Every block becomes a client block. sFile is kept as a pointer. Exhaustion ends in Abort;
-    /// null only before MemoryInit and after MemoryDone.
+    /// Returns a block that is aligned to 16 bytes. See MemoryBlockWord for its category. sFile is kept as a pointer.
+    /// On exhaustion calls Abort. Returns null only before MemoryInit and after MemoryDone.
     ZQ_API void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
+
+    /// Free a block of the matching form of operator_new. Null does nothing.
     ZQ_API void operator_delete(void * p);
     ZQ_API void operator_delete_array(void * p);
 
-    /// The same for types whose alignment is above 16, a power of 2.
+    /// The same for types whose alignment is above 16. nAlignment is a power of 2.
     ZQ_API void * operator_new_aligned(
         std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array_aligned(
@@ -131,13 +148,15 @@ namespace CoreMemory
     ZQ_API void operator_delete_array_aligned(void * p, std::size_t nAlignment);
 }
 
-/// Select a category for this thread, and take it back; pushes of the same category in a row share one entry. At most
-/// 64 changes of category may be open in a thread, and about 100 threads that have pushed may run at a time; one more
-/// is complained of, and goes without a category. Cost no lock but at a thread's first push.
+/// Select a category for this thread, and restore the previous one.
+/// - A pop asserts that its category is on top.
+/// - Pushes of the same category in a row share an entry. A push asserts that the thread has at most 64 entries.
+/// - About 100 running threads can have pushed. The next thread's push is logged and asserts, and it goes without a
+///   category.
 ZQ_API void MemoryCategoryPush(mem::Categories_e eCategory);
 ZQ_API void MemoryCategoryPop(mem::Categories_e eCategory);
 
-/// Selects a category for a scope.
+/// Scope in which this thread allocates under a category.
 class MemCategoryScope_c
 {
 public:
@@ -154,52 +173,56 @@ private:
     mem::Categories_e const m_eCategory;
 };
 
-/// The category's name. No bounds check.
+/// Returns the category's name. Requires a category from 0 to mem::TOTAL.
 ZQ_API char const * MemoryCategoryName(mem::Categories_e eCategory);
 
-/// Copies the records of all categories, mem::TOTAL of them, and the totals, as of one moment.
+/// Copies the figures of all categories, as of one moment. pInfo has room for mem::TOTAL of them. The totals are live
+/// blocks, live bytes and the peak of live bytes.
 ZQ_API void MemoryCategoriesGet(
     mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes);
 
-/// Blocks alive, bytes alive, and the peak of the latter; read without the lock.
+/// Return the live blocks, the live bytes and the peak of live bytes. They take no lock.
 ZQ_API std::ptrdiff_t MemoryTotalAllocations();
 ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
 
-/// Start and end the tracking. The library's first global object calls them; nobody else needs to. At the end of a
-/// process in which other threads still run, the tracking goes on.
+/// Start and end the tracking. The library's first global object calls them; callers do not. If other threads still run
+/// at the end of the process, the tracking continues.
 ZQ_API void MemoryInit();
 ZQ_API void MemoryDone();
 
-/// Guards the counters, the table of category stacks and the user allocators. It is the debug heap's own lock, so that
-/// a heap event costs one cycle.
+/// Guards the counters, the table of category stacks and the user allocators. It is the debug heap's own lock, so a
+/// heap event costs one lock cycle.
 extern ZQ_API plat::Lock_c & g_CategoryLock;
 
-/// Whether the heap is tracked.
+/// True while the heap is tracked.
 extern ZQ_API std::atomic<bool> g_MemoryInit;
 
-/// An aligned block: the alignment is a power of 2, and (pointer + offset) is aligned. A bad alignment or offset is
-/// reported and gives null. The word is kept as it stands, whatever the thread's stack says (see MemoryBlockWord).
+/// Return a block in which (pointer + nOffset) is aligned to nAlignment, a power of 2. nOffset is 0 or below nSize. On
+/// a bad alignment or offset they report it, set errno and return null. The block keeps iBlockType unchanged as its
+/// word: the thread's stack is not consulted (see MemoryBlockWord).
 ZQ_API void * aligned_malloc_dbg(
     std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
 ZQ_API void * aligned_offset_malloc_dbg(
     std::size_t nSize, std::size_t nAlignment, std::size_t nOffset, int iBlockType, char const * sFile, int iLine);
 
-/// A null p allocates, a size of 0 frees and gives null; else the contents move to a new block.
+/// Move the contents to a new block and return it. A null p allocates; a size of 0 frees p and returns null.
 ZQ_API void * aligned_realloc_dbg(
     void * p, std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
 ZQ_API void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlignment, std::size_t nOffset,
     int iBlockType, char const * sFile, int iLine);
 
-/// Frees an aligned block. Null does nothing. Damage before and after the block is reported; a block that was freed
-/// already, and one of another heap, is reported and left alone. A second free is noticed as long as the memory has not
-/// been used again; one of a large block whose pages the system has back is an access violation.
+/// Frees an aligned block. Null does nothing.
+/// - Damage before and after the block is reported.
+/// - A block that was freed already, or that belongs to another heap, is reported and left alone.
+/// - A second free is noticed as long as the memory has not been used again. If the block was large and its pages went
+///   back to the system, a second free is an access violation.
 ZQ_API void aligned_free_dbg(void * p);
 
-/// The heap's block behind an aligned pointer, or null.
+/// Returns the heap's block that holds an aligned pointer. Null if the pointer is null or its header is damaged.
 ZQ_API void * get_block_from_aligned(void * p);
 
-/// The aligned pointer in a block of the heap, or null if the header's gap bytes don't match.
+/// Returns the aligned pointer in a block of the heap. Null, with a report, if the header's gap bytes do not match.
 ZQ_API void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t nOffset);
 
 inline void * operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
@@ -225,7 +248,7 @@ inline void * operator new[](
         nBytes, static_cast<std::size_t>(iAlignment), iBlockType, sFile, iLine);
 }
 
-/// These are called only if a constructor after ZQ_NEW throws.
+/// The language calls these only if a constructor after ZQ_NEW throws.
 inline void operator delete(void * p, int, char const *, int)
 {
     CoreMemory::operator_delete(p);

@@ -1,42 +1,54 @@
-// cmemoryreport.h: who holds what: a log of every allocation as it happens, a snapshot of all live blocks, and the
-// count of a frame's allocations; and the check that ties the category counters to the totals.
+// cmemoryreport.h: reports of memory, and the consistency check.
 //
-// The call log is the named log "newcalls.csv" (clogf.h), one flushed line an allocation: turn it on around a suspect
-// stretch. Its header comes once a process. What the writing itself allocates is counted but not logged. The snapshot
-// is two files in the current folder, read by `zqtool memory`.
+// There are three reports: a log of every allocation as it happens, a snapshot of all live blocks, and the count of a
+// frame's allocations. The call log is the named log "newcalls.csv" (clogf.h) with one flushed line for each
+// allocation: turn it on around a suspect stretch of code. The snapshot is two files in the current folder, which
+// `zqtool memory` reads.
+//
+// Ownership: nothing is owned. A receiver is a plain function.
+// Threads: the call log and the snapshot take no lock, so other threads must be quiet. Other calls: any thread.
+// Cost: while the call log is on, each allocation writes to disk. What the writing itself allocates is counted but not
+// logged.
+// Failure: a snapshot file that cannot be opened fails an assertion; the other one is written all the same.
+//
+//     MemoryResetFrameAllocCount();   // a frame ends
+//     Log("%u allocations in the last frame", MemoryGetFrameAllocCount());
+//     MemoryLogAllocations();         // writes "allocations.csv" and "uncategorized.csv"
 #pragma once
 
 #include "zqcore/cconfig.h"
 
-/// Turns the call log on or off; off at first. A record reads frame, file, line, category's index, bytes of the heap's
-/// block; the file of a plain `new` is "unknown". Takes no lock: switch it while other threads are quiet.
+/// Turns the call log on or off. It is off at start. The header is written once in a process. A line holds frame, file,
+/// line, index of the category and bytes of the heap's block. The file of a plain `new` is "unknown".
 ZQ_API void MemoryNewLogEnable(bool bEnable);
 
 /// Turns the call log off if it is on, and on if it is off.
 ZQ_API void MemoryNewLogToggle();
 
-/// Writes "allocations.csv", a line for each live client block, newest first, and a tally by size; and
-/// "uncategorized.csv" with the blocks of category UNDEFINED. Both are replaced. A file that can't be opened is a failed
-/// assertion; the other one is written all the same. Without any block the percentages are 0. Takes no lock: other
-/// threads must be quiet.
+/// Writes and replaces the two files of the snapshot:
+/// - "allocations.csv": a line for each live client block, newest first, then a tally by size. Without any block its
+///   percentages are 0.
+/// - "uncategorized.csv": a line for each client block of category UNDEFINED.
 ZQ_API void MemoryLogAllocations();
 
-/// Whether the categories' blocks and bytes add up to the totals. Runs on every heap event, under the lock.
+/// Returns whether the categories' blocks and bytes add up to the totals. Every heap event runs this check under
+/// g_CategoryLock. Requires that the caller holds that lock if other threads run.
 ZQ_API bool MemoryCheckConsistency();
 
-/// Allocations in the last finished frame. No lock.
+/// Returns the number of allocations in the last finished frame. Takes no lock.
 ZQ_API unsigned MemoryGetFrameAllocCount();
 
-/// Ends a frame; called once a frame, between MemoryInit and MemoryDone.
+/// Ends a frame: call it once a frame, between MemoryInit and MemoryDone.
 ZQ_API void MemoryResetFrameAllocCount();
 
-/// Turns the leak check at exit off: on the way out of a fatal error.
+/// Turns the leak check at exit off. Fatal errors call it before they end the process.
 ZQ_API void MemoryAbort();
 
-/// Receives a report of the heap, a text, mostly with a line end: damage, a second free, a block that is lost at exit. Called on
-/// the thread that found it; for lost blocks after the last destructor, so it may use constant data only.
+/// Receives one report of the heap as a text, which usually ends in a line feed: damage, a second free, a lost block.
+/// Called on the thread that found the fault. Lost blocks are reported after the last destructor, so the function may
+/// use constant data only.
 using MemoryReport_t = void (*)(char const * szText);
 
-/// Installs the receiver; null restores the default, which prints to standard error. Every report goes to the main log
-/// as well; one at exit is appended to its file. Returns the previous receiver.
+/// Sets the receiver and returns the previous one. Null restores the default, which prints to standard error. Every
+/// report also goes to the main log; a report at exit is appended to its file.
 ZQ_API MemoryReport_t MemoryReportSet(MemoryReport_t fnReceiver);

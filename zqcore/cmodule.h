@@ -1,24 +1,38 @@
-// cmodule.h: services that come up and go down in dependency order.
+// cmodule.h: services that start and stop in dependency order.
 //
-// A module is a subclass of Module_c with one static instance. The application registers the modules that it wants,
-// which brings in what they need; one call initialises all of them, two drive them from the main loop, and one shuts
-// them down in the reverse order. The registry only points at modules. It has no lock: all calls belong to the main
-// thread.
+// A module is a subclass of Module_c with one static instance. The application registers the modules that it wants;
+// their prerequisites are registered with them. One call initialises all modules, two calls drive them from the main
+// loop, and one call shuts them down in the reverse order.
 //
-// An override of Initialize ends by calling Module_c::Initialize and returns its result.
+// Ownership: the registry only points at modules. A module outlives ShutdownAllModules.
+// Threads: the main thread. Nothing is locked.
+// Cost: Register allocates the list of modules. A heartbeat is a virtual call inside a timer of the profiler.
+// Failure: InitializeAllModules returns false. The modules that came up stay initialised, so the caller shuts down.
+//
+//     struct Weather_c : Module_c
+//     {
+//         Weather_c() : Module_c("Weather_c") {}
+//         void HeartbeatFrame(double dt) override { Log("%.3f s of rain", dt); }
+//     };
+//     static Weather_c s_Weather;
+//     Module_c::Register(&s_Weather);
+//     bool const bUp = Module_c::InitializeAllModules();
+//     Module_c::HeartbeatAllModulesFrame(1.0 / 60.0);
+//     Module_c::ShutdownAllModules();
 #pragma once
 
 #include "zqcore/carray.h"
 
+/// Base of a service. By default its virtual functions do nothing but what their comments say.
 class ZQ_API Module_c
 {
 public:
-    /// szName is kept as a pointer and must outlive the module.
+    /// The name is kept as a pointer and must outlive the module.
     constexpr explicit Module_c(char const * szName)
         : m_szName(szName)
     {}
 
-    /// Logs a complaint if the module is still initialised.
+    /// Logs a line if the module is still initialised.
     virtual ~Module_c();
     Module_c(Module_c const &) = delete;
     Module_c & operator=(Module_c const &) = delete;
@@ -26,48 +40,55 @@ public:
     /// For the module's own use: the registry never calls it.
     virtual void Reset();
 
+    /// Returns true from a successful Initialize until Shutdown.
     bool IsInitialized() const { return m_bIsInitialized; }
     char const * GetName() const { return m_szName; }
 
-    /// How many modules were initialised before this one; -1 until it is.
+    /// Returns the number of modules that were initialised before this one, or -1 before its first initialisation.
     int GetInitOrder() const { return m_iInitOrder; }
 
-    /// Adds a module and all that it needs. A module that is there already stays once.
+    /// Adds a module and its prerequisites. A module that is already registered is not added again.
     static void Register(Module_c * pModule);
 
-    /// Initialises every registered module that is not yet, prerequisites first; then runs Initialize2 on each, in the
-    /// order of initialisation. False as soon as a module fails, with those before it left initialised, and false if a
-    /// module's prerequisites never come up. A module that takes over 0.1 s raises a Warning.
+    /// Initialises every registered module that is not yet initialised, prerequisites first. Then runs Initialize2 on
+    /// each, in the same order. A module that takes over 0.1 s raises a Warning. Returns false in two cases, without
+    /// any Initialize2:
+    /// - A module fails. The call raises a Warning and ends at once.
+    /// - A module's prerequisites never come up. The call raises an Achtung for each such module.
     static bool InitializeAllModules();
 
-    /// Shuts every registered module down, last initialised first, and empties the registry.
+    /// Shuts down every registered module, the last initialised first, and empties the registry.
     static void ShutdownAllModules();
 
-    /// Once a frame, with the frame's time in seconds; and when the application idles. Last initialised beats first.
+    /// Call these once a frame, with the frame's time in seconds, and whenever the application idles. The module that
+    /// was initialised last is called first.
     static void HeartbeatAllModulesFrame(double dt);
     static void HeartbeatAllModulesIdle();
 
-    /// a's order minus b's, for Sort.
+    /// Returns a's order minus b's, for Array_T::Sort.
     static int ModuleCmp_fn(Module_c * a, Module_c * b);
 
 protected:
-    /// Comes up; false if it can't. Must not be initialised already.
+    /// Starts the service and returns true, or returns false. An override calls Module_c::Initialize at its end and
+    /// returns its result. Asserts that the module is not initialised.
     virtual bool Initialize();
 
-    /// Second phase: all modules are initialised.
+    /// Second phase of the start: all modules are initialised.
     virtual void Initialize2();
 
-    /// Goes down; also called on a module that never came up.
+    /// Stops the service. An override calls Module_c::Shutdown. It is also called on a module that was never
+    /// initialised.
     virtual void Shutdown();
 
+    /// Called by HeartbeatAllModulesFrame and HeartbeatAllModulesIdle, for modules that are not initialised too.
     virtual void HeartbeatFrame(double dt);
     virtual void HeartbeatIdle();
 
-    /// A null-terminated list of the modules that must be up before this one, or null for none. The list is the
-    /// module's own and never changes.
+    /// Returns a null-terminated list of the modules that must be up before this one, or null for none. The list
+    /// belongs to the module and never changes.
     virtual Module_c ** GetPrerequisites() const;
 
-    /// Whether all prerequisites are initialised.
+    /// Returns whether all prerequisites are initialised.
     bool CanInitialize() const;
 
 private:

@@ -1,48 +1,59 @@
-// copcode.h: the code around a crash as text, for 32-bit and 64-bit x86.
+// copcode.h: a disassembler for the code around a crash, for 32-bit and 64-bit x86.
 //
-// The instruction set is a table of byte patterns and formats; the engine knows no instruction. The table lies in the
-// library's read-only data in a form of about 10 kB and is expanded into pages of the system when a listing is wanted,
-// so it costs nothing in normal running. Nothing here touches the heap or takes a lock: all of it may run in a crashed
-// process. One object belongs to one thread. Expansion takes some 25 us, an instruction about 1 us, each symbol what
-// its callback takes.
+// The instruction set is a table of byte patterns and formats; the decoder knows no instruction. The table holds IA-32
+// up to SSE2 with x87, MMX and 3DNow!, and the additions of 64-bit mode. A newer instruction prints as "db" with its
+// byte, or as the older instruction from which it differs only by a prefix. Rows are added in tools/opcodetable/*.txt,
+// which describe their syntax.
 //
-// The table holds IA-32 up to SSE2, with x87, MMX and 3DNow!, and what 64-bit mode adds to them. What is newer prints
-// as "db" with its byte, or as the older instruction where it differs from one by a prefix alone. Numbers print in
-// hexadecimal without a prefix; displacements, and bytes that are extended to the operand's size, carry their sign. A
-// memory operand has a size word unless a register beside it, as its source, tells the size. In 64-bit mode a
-// RIP-relative operand prints as "[rel ADDRESS]". A prefix that an instruction does not heed leaves no trace in the
-// text; lock is an instruction of its own.
+// - Numbers are hexadecimal without a prefix. Displacements, and bytes that are extended to the operand's size, have a
+//   sign.
+// - A memory operand has a size word, except where the source is a register, which shows the size.
+// - In 64-bit mode a RIP-relative operand prints as "[rel ADDRESS]".
+// - A prefix that an instruction ignores leaves no trace in the text. `lock` prints as an instruction of its own.
 //
-// Rows are added in tools/opcodetable/*.txt, which describe their syntax.
+// Ownership: the caller keeps the code's bytes. The decoder and the listing own pages of the system.
+// Threads: one thread for each object. Nothing takes a lock, so all of it may run in a crashed process.
+// Cost: nothing until an object is made. Expanding the table takes some 25 us, an instruction about 1 us, each symbol
+// what its callback takes. The heap is not used.
+// Failure: without pages nothing decodes: Decode returns 0.
+//
+//     struct Sink_c final : CodeListingSink_c
+//     {
+//         void WriteLine(char const * szLine) override { Log("%s", szLine); }
+//     } Sink;
+//     unsigned char const dCode[] = { 0x55, 0xC3 };   // push, ret
+//     CodeListing_c Listing(dCode, sizeof dCode, 0x401000);
+//     Listing.Decode();
+//     Listing.Write(Sink);
 #pragma once
 
 #include "zqcore/cconfig.h"
 
-/// The mode of the processor in which code runs.
+/// Processor mode in which code runs.
 enum OpcodeMode_e
 {
     OPCODE_32_BIT,
     OPCODE_64_BIT,
-    OPCODE_NATIVE = sizeof(void *) == 8 ? OPCODE_64_BIT : OPCODE_32_BIT,   // that of this process
+    OPCODE_NATIVE = sizeof(void *) == 8 ? OPCODE_64_BIT : OPCODE_32_BIT,   // mode of this process
 };
 
 /// Decodes one instruction at a time.
 class OpcodeDecoder_c
 {
 public:
-    /// Writes the name of the symbol at an address, terminated, and returns the distance from the symbol's start; a
-    /// negative value if there is none.
+    /// Writes the terminated name of the symbol at an address, of nSize bytes at most, and returns the distance from
+    /// the symbol's start. Returns a negative value if there is no symbol.
     using SymbolCallback_t = std::int64_t (*)(
         OpcodeDecoder_c & Decoder, std::uint64_t Address, char * szName, unsigned nSize);
 
-    /// Takes the pages and expands the table. Without pages every Decode fails.
+    /// Allocates the pages and expands the table. Without pages every Decode fails.
     ZQ_API explicit OpcodeDecoder_c(OpcodeMode_e eMode = OPCODE_NATIVE);
     ZQ_API ~OpcodeDecoder_c();
     OpcodeDecoder_c(OpcodeDecoder_c const &) = delete;
     OpcodeDecoder_c & operator=(OpcodeDecoder_c const &) = delete;
 
-    /// Asked for each absolute address, displacement of 32 bits or jump target that is not 0. Null, as at first:
-    /// nobody. pUser is kept for the callback.
+    /// Sets the function that is called for each absolute address, 32-bit displacement and jump target that is not 0.
+    /// Null, the initial value, means no symbols. pUser is kept for the callback.
     void SetSymbolCallback(SymbolCallback_t fnSymbol, void * pUser)
     {
         m_fnSymbol = fnSymbol;
@@ -50,11 +61,12 @@ public:
     }
     void * GetUser() const { return m_pUser; }
 
-    /// Added to a pointer into the code to give the real address; 0 at first.
+    /// Sets the number that is added to a pointer into the code to get its real address. 0 at start.
     void SetAddressBias(std::uint64_t nBias) { m_nBias = nBias; }
 
-    /// The length of the instruction at pCode, at most nBytes, and its text ("%-6s %s": mnemonic, operands), cut at
-    /// nText - 1 characters. 0 and no text if the bytes end inside prefixes, if nBytes is 0, or without pages.
+    /// Returns the length of the instruction at pCode, of nBytes at most, and writes its text: "%-6s %s" with mnemonic
+    /// and operands, cut at nText - 1 characters. Returns 0 and an empty text if nBytes is 0, if the bytes end inside
+    /// prefixes, or without pages.
     ZQ_API std::size_t Decode(unsigned char const * pCode, std::size_t nBytes, char * szText, std::size_t nText);
 
 private:
@@ -86,66 +98,70 @@ private:
     unsigned char const * m_pTable = nullptr;   // the expanded form
     SymbolCallback_t m_fnSymbol = nullptr;
     void * m_pUser = nullptr;
-    unsigned char m_bOperandSize = 0;   // the flags of prefixes: cleared before each instruction
+    unsigned char m_bOperandSize = 0;   // flags of prefixes, cleared before each instruction
     unsigned char m_bAddressSize = 0;
     unsigned char m_bF2 = 0;
     unsigned char m_bF3 = 0;
-    unsigned char m_nRex = 0;   // the prefix itself, 0 without one
+    unsigned char m_nRex = 0;   // value of the REX prefix, 0 without one
     bool m_b64Bit;
-    bool m_bRelative = false;   // an operand counts from the instruction's end, which was not known yet
+    bool m_bRelative = false;   // an operand is relative to the instruction's end, which is not known yet
     char const * m_szSegment = nullptr;
     std::uint64_t m_nBias = 0;
     void * m_pPages = nullptr;
-    char * m_pText = nullptr;              // working space: the texts of groups
-    std::uint32_t * m_pFields = nullptr;   // working space: the fields of the groups that run
-    std::uint32_t m_nText = 0;             // characters used
+    char * m_pText = nullptr;              // working space for the texts of groups
+    std::uint32_t * m_pFields = nullptr;   // working space for the fields of the groups that run
+    std::uint32_t m_nText = 0;             // characters in m_pText
     std::uint32_t m_nTextSize = 0;
-    unsigned char const * m_pEnd = nullptr;              // of the bytes
+    unsigned char const * m_pEnd = nullptr;              // end of the code's bytes
     unsigned char const * m_pInstructionEnd = nullptr;   // null while it is not known
 };
 
-/// Where a listing goes. The listing of a crash report has one that writes into the report.
+/// Destination of a listing. A crash report has one that writes into the report.
 class ZQ_API CodeListingSink_c
 {
 public:
+    /// Writes one line, which has no line feed.
     virtual void WriteLine(char const * szLine) = 0;
 
-    /// Writes the source lines that lead up to an address; nLastLine is the last result, all ones at first.
+    /// Writes the source lines that lead up to an address and returns the number of the last one. nLastLine is the
+    /// previous result, all bits set at the first call. The default writes nothing.
     virtual unsigned WriteSource(std::uint64_t Address, unsigned nLastLine);
 
-    /// As OpcodeDecoder_c::SymbolCallback_t. Without one of its own: no symbol.
+    /// As OpcodeDecoder_c::SymbolCallback_t. The default knows no symbol.
     virtual std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize);
 
 protected:
     ~CodeListingSink_c() = default;
 };
 
-/// A span of code, decoded.
+/// Listing of a span of code.
 class CodeListing_c
 {
 public:
+    /// Instructions in a listing, at most.
     static constexpr std::size_t MAX_INSTRUCTIONS = 1024;
 
-    /// The span's bytes, which the caller keeps, their number and their real address.
+    /// Address is the real address of the first of nBytes bytes. The caller keeps the bytes until the last Write.
     ZQ_API CodeListing_c(
         unsigned char const * pCode, std::size_t nBytes, std::uint64_t Address, OpcodeMode_e eMode = OPCODE_NATIVE);
     ZQ_API ~CodeListing_c();
     CodeListing_c(CodeListing_c const &) = delete;
     CodeListing_c & operator=(CodeListing_c const &) = delete;
 
-    /// The instruction at this address is marked in the listing. Without a call, or if no instruction starts there:
-    /// none.
+    /// Marks the instruction that starts at this address. No instruction is marked without a call, or if none starts
+    /// there.
     void SetFaultAddress(std::uint64_t Address)
     {
         m_FaultAddress = Address;
         m_bFault = true;
     }
 
-    /// Finds the instructions from the first byte to the end, at most MAX_INSTRUCTIONS; their number. Prefixes at the
-    /// end with no instruction behind them are none.
+    /// Finds the instructions from the first byte on and returns their number, MAX_INSTRUCTIONS at most. Prefixes at
+    /// the end without an instruction are not counted.
     ZQ_API std::size_t Decode();
 
-    /// The bytes of the instructions found. Fewer than the span has after MAX_INSTRUCTIONS or for prefixes at the end.
+    /// Returns the number of bytes in the instructions found. It is below the span's size after MAX_INSTRUCTIONS, or if
+    /// prefixes end the span.
     std::size_t GetDecodedBytes() const
     {
         return m_nInstructions
@@ -153,7 +169,7 @@ public:
                    : 0;
     }
 
-    /// Writes a line for each instruction found: "%08lx: %s" with its address and text, and the mark.
+    /// Writes a line for each instruction found: "%08lx: %s" with address and text, then the mark if there is one.
     ZQ_API void Write(CodeListingSink_c & Sink);
 
 private:
@@ -168,12 +184,12 @@ private:
     static constexpr std::size_t PAGES_SIZE = MAX_INSTRUCTIONS * sizeof(Instruction_s);
 
     unsigned char const * m_pCode;
-    std::uint64_t m_nBias;   // from a pointer into the code to its real address
+    std::uint64_t m_nBias;   // real address minus pointer into the code
     std::uint64_t m_Address;
     std::size_t m_nBytes;
     std::uint64_t m_FaultAddress = 0;
     bool m_bFault = false;
-    Instruction_s * m_pInstructions;   // in pages of their own; null if there were none
+    Instruction_s * m_pInstructions;   // in pages of their own; null if they could not be allocated
     std::size_t m_nInstructions = 0;
     OpcodeDecoder_c m_Decoder;
 };

@@ -1,12 +1,26 @@
 // cprofile.h: a tree of named timers for code that is driven by frames.
 //
-// Work is bracketed by ProfilerPush and ProfilerPop; each timer keeps a ring of the last 150 frames, and once a frame
-// its average and peak are derived. With a stats file named, all timers are appended to it every 150 frames, beside the
-// frame (docs/formats.md). The profiler is up from ModuleProfiler_c::Initialize to its Shutdown; otherwise the calls
-// do nothing. All belong to one thread, which is not checked, and nothing is locked.
+// ProfilerPush and ProfilerPop enclose a stretch of work. Each timer keeps a ring of the last 150 frames. Once a frame
+// ProfilerUpdateFrame derives its average and peak. If a stats file is named, all timers are appended to it every 150
+// frames, asynchronously (docs/formats.md). The profiler runs from ModuleProfiler_c::Initialize to its Shutdown;
+// outside of that the calls do nothing.
 //
-// A push and a pop cost two readings of the clock and about ten nanoseconds, whatever the number of siblings; a frame
-// update a few nanoseconds a timer. Nothing is allocated but the write buffer of a stats file.
+// Ownership: the profiler owns the timers. A host reads them and keeps no pointer beyond a reset or the shutdown.
+// Threads: all calls belong to one thread. Nothing is locked or checked.
+// Cost: a push and a pop read the clock twice and cost about 10 ns more, however many siblings a timer has. A frame
+// update costs a few nanoseconds for each timer. Only the write buffer of a stats file is allocated.
+// Failure: misuse fails an assertion. A stats file that fails is logged (ProfilerSwapStatsFailed).
+//
+//     Module_c::Register(ModuleProfiler_c::Get());
+//     Module_c::InitializeAllModules();
+//     ProfilerBeginFrame();
+//     ProfilerPush("Physics", false);
+//     longTimeWait(0.001);   // the work
+//     ProfilerPop();
+//     ProfilerEndFrame();
+//     ProfilerUpdateFrame(false);
+//     Log("Physics took %lli ticks.", static_cast<long long>(ProfilerGetTimer("Physics")->tLast));
+//     Module_c::ShutdownAllModules();
 #pragma once
 
 #include "zqcore/cmodule.h"
@@ -14,16 +28,16 @@
 
 class FileName_c;
 
-/// Timers in all, the root among them, and entries of the stack. A push for which there is no room fails an assertion;
-/// if that is ignored, the push and all pushes inside it are left out until its pop, and their time is its parent's.
+/// Number of timers, the root included, and depth of the stack. A push without room fails an assertion. If that is
+/// ignored, the push and all pushes inside it are skipped until its pop, and their time counts for the parent.
 inline constexpr int MAX_TIMERS_TOTAL = 512;
 inline constexpr int MAX_TIMERS_INHERITED = 64;
 
-/// Frames in the ring of a timer. All but the oldest are looked at for average and peak.
+/// Frames in the ring of a timer. Average and peak use all of them but the oldest.
 inline constexpr int PROFILER_FRAMES = 150;
 
-/// Ids of timers. With the top bit a timer hangs directly under the root wherever it is pushed; without, under the
-/// timer that was pushed last, so that one name under two parents is two timers.
+/// Identifiers of timers. If the top bit is set, the timer is a child of the root wherever it is pushed. Otherwise it
+/// is a child of the timer that was pushed last, so one name under two parents is two timers.
 inline constexpr std::uint32_t ZQ_TIMER_APPLICATION = 0x801003E6u;
 inline constexpr std::uint32_t ZQ_TIMER_PROFILER_UPDATE_FRAME = 0x00100384u;
 inline constexpr std::uint32_t ZQ_TIMER_FILETRACKER = 0x00100672u;
@@ -31,94 +45,100 @@ inline constexpr std::uint32_t ZQ_TIMER_FILETRACKER = 0x00100672u;
 /// One frame of one timer. Times are ticks of shortTimeGet.
 struct timerFrame_t
 {
-    std::int64_t tTime = 0;     // spent between push and pop
-    std::uint32_t nCalls = 0;   // pops
-    std::uint32_t nGap = 0;     // in the stats file too
+    std::int64_t tTime = 0;     // time between push and pop
+    std::uint32_t nCalls = 0;   // number of pops
+    std::uint32_t nGap = 0;     // padding, in the stats file too
 };
 
 /// A namespace, because POSIX has a timer_t of its own.
 namespace profiler
 {
-    /// A timer. Its address is stable while the profiler is up; a reset makes it another timer. Hosts read. Order and
-    /// alignment are those of a record of the stats file, as far as pointers of both sizes allow.
+    /// A timer, for hosts to read. Its address is valid until the profiler shuts down; a reset gives it to another
+    /// timer. Order and alignment of the fields are those of a record in the stats file, as far as pointers of both
+    /// sizes allow.
     struct timer_t
     {
         String_T<32> szName;   // the first 31 characters
         std::uint32_t iTimer = 0;
-        std::uint32_t nAtMax = 0;                // calls in the frame of tMax, the most recent one if several had it
+        std::uint32_t nAtMax = 0;                // calls in the frame of tMax, the most recent one of several
         alignas(8) timer_t * pChild = nullptr;   // first child
-        alignas(8) std::int64_t tStart = 0;      // of the latest push
+        alignas(8) std::int64_t tStart = 0;      // time of the latest push
         timerFrame_t dFrames[PROFILER_FRAMES];
         std::int64_t tAverage = 0;            // per frame, frames without a call included
         std::int64_t tMax = 0;                // largest time of a frame
-        std::int64_t tLast = 0;               // of the frame just ended
+        std::int64_t tLast = 0;               // time of the frame just ended
         std::int64_t tMaxEver = 0;            // largest tMax since the reset
-        timer_t * pNext = nullptr;            // next sibling, in the order of their first pushes
+        timer_t * pNext = nullptr;            // next sibling, in the order of first pushes
         alignas(8) std::uint32_t nLast = 0;   // calls in the frame just ended
         std::int32_t iMaxSlot = -1;           // slot of the frame of tMax, -1 if no frame had a time above 0
     };
 }
 
-/// Ticks of the latest, and of the longest, ProfilerSwapStats of a frame update. No reset touches them.
+/// Ticks that the latest, and the longest, ProfilerSwapStats of a frame update took. No reset clears them.
 extern ZQ_API std::int64_t g_tSwapLastTime;
 extern ZQ_API std::int64_t g_tSwapMaxTime;
 
-/// Pushes the timer with this id; the name is used only when that makes a new timer.
+/// Pushes the timer with this identifier. The name is used only if that makes a new timer; its first 31 characters are
+/// kept.
 ZQ_API void ProfilerPush(std::uint32_t iTimer, char const * szName);
 
-/// The same with the id of a name: its CRC-32 (ccrc.h) under two bits that say whether it hangs under the root. All
-/// characters of the name count.
+/// Pushes the timer of a name, as a child of the root if bRoot is set. The identifier is the CRC-32 (ccrc.h) of the
+/// whole name, its top two bits replaced: bRoot, then 1. Asserts that the name is not null.
 ZQ_API void ProfilerPush(char const * szName, bool bRoot);
 
-/// Pops the timer that was pushed last, which must have this id; it is popped in any case. The root stays. A clock that
-/// seems to have run backwards is taken to have wrapped at 2^31.
+/// Pop the timer that was pushed last. Assert that there is one besides the root, and that it has this identifier; a
+/// timer with another identifier is popped all the same. If the clock seems to have run backwards, it is taken to have
+/// wrapped at 2^31.
 ZQ_API void ProfilerPop(std::uint32_t iTimer);
 ZQ_API void ProfilerPop();
 
-/// Push and pop ZQ_TIMER_APPLICATION, around a frame's work.
+/// Push and pop ZQ_TIMER_APPLICATION. They enclose the work of a frame.
 ZQ_API void ProfilerBeginFrame();
 ZQ_API void ProfilerEndFrame();
 
-/// Ends the frame: derives the figures and goes on to the next slot. With bTimeItself the update is a timer too, whose
+/// Ends the frame: derives the figures and moves to the next slot. With bTimeItself the update is a timer too, whose
 /// time counts for the new frame.
 ZQ_API void ProfilerUpdateFrame(bool bTimeItself);
 
-/// Forgets all timers and frames at once, and whatever is pushed with them.
+/// Discards all timers, all frames and the stack at once.
 ZQ_API void ProfilerReset();
 
-/// Asks for a reset at the end of the next ProfilerUpdateFrame, from any depth.
+/// Requests a reset at the end of the next ProfilerUpdateFrame. It may be called at any depth.
 ZQ_API void ProfilerReload();
 
-/// The root of the tree, or null while the profiler is down.
+/// Returns the root of the tree, or null while the profiler is down.
 ZQ_API profiler::timer_t * ProfilerGetRoot();
 
-/// The timer of this id that was made first, or null.
+/// Returns the timer of this identifier that was made first, or null.
 ZQ_API profiler::timer_t * ProfilerGetTimer(std::uint32_t iTimer);
 
-/// The timer of a name, whole as it was pushed: first one that hangs under another, then one under the root; or null.
+/// Returns the timer of a name, given whole as it was pushed. Looks first for one that was pushed without bRoot, then
+/// for one under the root. Returns null if there is none. Asserts that the name is not null.
 ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 
-/// Makes the stats file, in place of an old one, and writes its header. Any time, on the profiler's thread; a second
-/// call ends the first file. A file that can't be made is logged, after FileOpenTracker's complaint, and it is as if
-/// none had been named. An empty name does nothing. A forked process has no
-/// stats file until it names one of its own.
+/// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
+/// thread.
+/// - A second call ends the first file. An empty name does nothing.
+/// - On failure FileOpenTracker complains, the file is logged, and there is no stats file.
+/// - A forked process has no stats file until it names its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 
-/// Whether the stats file of the latest ProfilerInitSwapStats could not be made, or lost a batch that could not be
-/// written. Known for certain after ModuleProfiler_c's Shutdown, which waits for the last batch.
+/// Returns whether the stats file of the latest ProfilerInitSwapStats could not be created, or lost a batch that could
+/// not be written. The answer is final after ModuleProfiler_c's Shutdown, which waits for the last batch.
 ZQ_API bool ProfilerSwapStatsFailed();
 
-/// Appends all timers to the stats file, which ProfilerUpdateFrame does when the ring is full. Waits only for the
-/// batch before, if the disk still has it. A batch that can't be written whole is logged and cut off the file: only it
-/// is lost, and the next goes to its place. Nothing happens without a file or while the profiler is down.
+/// Appends all timers to the stats file. ProfilerUpdateFrame calls it when the ring is full. Waits only for the
+/// previous batch, if the disk is still writing it. A batch that cannot be written whole is logged and cut off the
+/// file: only this batch is lost, and the next one takes its place. Does nothing without a file or while the profiler
+/// is down.
 ZQ_API void ProfilerSwapStats();
 
-/// Called when a write to the stats file is done. An error is a precondition broken: the library deals with a failed
-/// write itself and passes 0.
+/// Receives the end of a write to the stats file. Asserts that dwError is 0: the library handles a failed write itself
+/// and passes 0.
 ZQ_API void ProfilerWriteComplete(std::uint32_t dwError, std::uint32_t nBytes, void * pRequest);
 
-/// Brings the profiler up and down. Shutdown waits for the stats file and closes it; frames behind the last full ring
-/// are not in it.
+/// Module of the profiler. Its Shutdown waits for the stats file and closes it. The file lacks the frames after the
+/// last full ring.
 class ZQ_API ModuleProfiler_c : public Module_c
 {
 public:
@@ -127,7 +147,7 @@ public:
     {}
     ~ModuleProfiler_c() override;
 
-    /// The instance.
+    /// Returns the only instance.
     static ModuleProfiler_c * Get();
 
 protected:

@@ -1,99 +1,116 @@
 // cscript.h: a reader of free-form text that its caller drives.
 //
-// A Script_c moves forward over a text and hands out tokens, numbers, quoted strings and lines, as the caller asks for
-// them. It has no grammar: the caller reads a label, then the number behind it. The text is a private copy of a file or
-// the caller's block. Bytes up to the blank and those from 0x80 up separate tokens, and a token that begins with // is a
-// comment up to the end of its line. One thread; reading allocates nothing.
+// A Script_c moves forward over a text and returns tokens, numbers, quoted strings and lines as the caller asks for
+// them. It has no grammar: the caller reads a label, then the number after it. The bytes from 0 to the blank and those
+// from 0x80 separate tokens. A token that begins with // is a comment up to the end of its line. UTF-8's byte order
+// mark at the start is skipped and is no part of the text.
 //
-// The end of the text shows in m_bEndOfFile, which is set by the first read that wants more than there is, and stays
-// until a new opening or a rewind. From then on tokens are empty and numbers 0. A text that does not match what the
-// caller wants (a label, a quote) is passed over silently in a file; in a block of memory it fails an assertion. Either
-// way GetLastError has the place.
+// The first read that needs more than is left sets m_bEndOfFile. It stays set until the next opening or a rewind. From
+// then on tokens are empty and numbers 0.
 //
-// UTF-8's byte order mark at the start of a text is skipped: it is no part of the text below. A text that begins with
-// UTF-16's mark is refused.
+// Ownership: the text is a private copy of a file, freed by CloseFile, or the caller's block, which must stay.
+// Threads: one thread for each object.
+// Cost: opening a file allocates the copy. Reading allocates nothing.
+// Failure: GetLastError has the place. A mismatch, such as a wrong label or a missing quote, is skipped silently in a
+// file; in a block of memory it also fails an assertion. A text that begins with UTF-16's mark is refused.
+//
+//     char const szText[] = "health 100 name 'Ogre'";
+//     Script_c Script;
+//     Script.OpenMemoryLocation(szText, sizeof szText - 1);
+//     int const iHealth = Script.GetInt("health");
+//     char szName[32];
+//     Script.SkipToken("name");
+//     Script.GetString(szName, sizeof szName - 1, '\'');
 #pragma once
 
 #include "zqcore/ctexterror.h"
 
+/// A reader of one text at a time.
 class ZQ_API Script_c
 {
 public:
-    /// Bytes of a buffer for a token or a word. A longer one is read whole and cut to fit.
+    /// Bytes of a buffer for a token or a word, the terminator included. A longer token is read whole and cut to fit.
     static constexpr int TOKEN_SIZE = 260;
 
     Script_c() = default;
 
-    /// Frees nothing: logs a warning if a file's copy is still held.
+    /// Frees nothing. Logs a warning if a file's copy is still held.
     ~Script_c();
     Script_c(Script_c const &) = delete;
     Script_c & operator=(Script_c const &) = delete;
 
-    /// Copies a file's text and closes the file. False, without a message, if there is no such file or it is refused; the
-    /// text that was open then stays. CloseFile must follow; a second OpenFile frees the first copy.
+    /// Copies a file's text, closes the file and frees the previous copy. CloseFile must follow. Returns false, without
+    /// a message, if there is no such file or it is refused; the previous text then stays open, though m_sName is the
+    /// new name.
     bool OpenFile(char const * sFileName);
 
-    /// Frees the copy. A script that was reading it is empty from then on.
+    /// Frees the copy of a file. If the script was reading that copy, its text is empty afterwards.
     void CloseFile();
 
-    /// Reads a block of iLength bytes, which must stay. It needs no terminator. A refused text counts as empty.
+    /// Starts on a block of iLength bytes, which must stay. It needs no terminator. A refused text counts as empty.
+    /// Asserts that pText is not null and iLength not negative.
     void OpenMemoryLocation(char const * pText, int iLength);
 
-    /// Why the last opening failed, or the first place at which the last failed read did not find what it wanted; also
-    /// the beginning of a quoted string that no quote ends. A call sets one error at most.
+    /// Returns why the last opening failed, or the first mismatch of the last read that had one. A quoted string
+    /// without an end is an error at its beginning. A call sets one error at most.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
-    /// The next token that is no comment; empty at the end. With bPunctuation the characters ' " ; and , separate
-    /// tokens too. sToken has TOKEN_SIZE bytes.
+    /// Reads the next token that is no comment, or an empty text at the end. With bPunctuation, single and double
+    /// quotes, semicolons and commas separate tokens too. sToken has TOKEN_SIZE bytes.
     void GetToken(char * sToken, bool bPunctuation);
 
-    /// Reads a token that must be this one. Here and below a null text fails an assertion: nothing is read, and the
-    /// result is false or 0.
+    /// Reads a token; any other token than sToken is a mismatch. Here and below a null text fails an assertion, nothing
+    /// is read, and the result is false or 0.
     void SkipToken(char const * sToken);
 
-    /// Moves behind the next token that equals sToken, or, without bWholeToken, behind the token in which sToken next
-    /// stands, be it in a comment, and be it a part. Looks from the start of the text, or from where the script is.
-    /// False, with position and end as they were, if there is none. m_iLines counts what was read either way.
+    /// Moves after the next token that equals sToken, and returns true. Without bWholeToken, moves after the next token
+    /// that contains sToken, comments included. Searches from the start of the text or from the current position.
+    /// Returns false, with position and m_bEndOfFile unchanged, if there is none. m_iLines counts what was read in both
+    /// cases.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
-    /// The rest of the line without blanks in front, cut at iMaxLength - 1 characters, where the next read goes on.
-    /// Either of a carriage return and a line feed ends a line, so together they end two. Requires iMaxLength >= 2.
+    /// Reads the rest of the line without leading blanks and tabs. A line that is cut at iMaxLength - 1 characters goes
+    /// on at the next read. A carriage return and a line feed each end a line, so a pair of them ends two. Asserts that
+    /// iMaxLength is 2 or more.
     void GetLine(char * sLine, int iMaxLength);
 
-    /// The next word, be it a comment, with the separator that follows it. sWord has TOKEN_SIZE bytes.
+    /// Reads the next word, comments included, and the separator after it. sWord has TOKEN_SIZE bytes.
     void GetSpecific(char * sWord);
 
-    /// The text between an opening cQuote and the next one; line ends are text. Separators in front are skipped, so is a
-    /// slash, and every further slash with the rest of its line; anything else there is a mismatch, which gives an empty
-    /// text. sString has iMaxLength + 1 bytes; a longer text is a breach of the precondition, where reading stops.
+    /// Reads the text between an opening cQuote and the next one. It may contain line ends. sString has iMaxLength + 1
+    /// bytes. Asserts that the text fits; reading stops where it does not. Before the opening quote it skips:
+    /// - separators,
+    /// - the first slash, and each further slash with the rest of its line.
+    /// Anything else there is a mismatch, with an empty text.
     void GetString(char * sString, int iMaxLength, char cQuote);
 
-    /// Read tokens up to the label and then the number that follows it. At the end of the text without the label, the
-    /// number in the last token. Numbers have the form of the "C" locale; an integer out of range is the nearest int.
+    /// Return the number after the label, reading tokens up to it. A first token other than the label is a mismatch. If
+    /// the text ends without the label, they return the number in the last token. Numbers have the form of the "C"
+    /// locale. An integer out of range becomes the nearest int.
     int GetInt(char const * sLabel);
     float GetFloat(char const * sLabel);
 
-    /// The next integer: what stands before its digits, minus sign or point is skipped, and a fraction is dropped.
+    /// Returns the next integer. Skips everything before its first digit, minus sign or point, and drops a fraction.
     int GetInt();
 
-    /// The next token as a number. A token that is no number gives 0 as a mismatch.
+    /// Returns the next token as a number. A token that is not a number is a mismatch and returns 0.
     float GetFloat();
 
-    /// Moves the reading position; beyond the end of the text it is the end, and m_bEndOfFile is set. Requires
-    /// iPosition >= 0. Clears nothing.
+    /// Moves the reading position to this byte. A position after the end of the text becomes the end and sets
+    /// m_bEndOfFile. Asserts that it is not negative. Never clears m_bEndOfFile.
     void SetPosition(int iPosition);
 
-    /// Copies the bytes from iStart up to iEnd, without a terminator, and moves to iEnd. Requires
-    /// 0 <= iStart < iEnd < m_iBytesTotal, and does nothing otherwise.
+    /// Copies the bytes from iStart up to iEnd, without a terminator, and moves to iEnd. Asserts that 0 <= iStart,
+    /// iStart < iEnd and iEnd < m_iBytesTotal, and does nothing otherwise.
     void GetDump(char * pBuffer, int iStart, int iEnd);
 
-    // To be read, not written.
-    char m_sName[260] = "";      // the file, or "Memory mapped: %p, size: %d"; cut to fit
-    bool m_bInToken = false;     // the last GetToken met a token
-    int m_iLines = 0;            // line feeds read; one that ends a token is read again after it, and counts twice
-    char const * m_pData = "";   // the text
-    int m_iBytesRead = 0;        // where the next read begins
-    int m_iBytesTotal = 0;       // the text's length
+    // For callers to read, not to write.
+    char m_sName[260] = "";      // name of the file, or "Memory mapped: %p, size: %d", cut to fit
+    bool m_bInToken = false;     // the last GetToken found a token
+    int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice
+    char const * m_pData = "";   // text
+    int m_iBytesRead = 0;        // position of the next read, in bytes
+    int m_iBytesTotal = 0;       // length of the text
     bool m_bEndOfFile = false;   // a read wanted more than was left
 
 private:
@@ -107,6 +124,6 @@ private:
     void Complain() const;
     int GetTokenStart(char const * szToken) const;
 
-    char * m_pFileData = nullptr;   // the copy of a file, owned
+    char * m_pFileData = nullptr;   // copy of a file, owned
     TextErrors_c m_Errors;
 };

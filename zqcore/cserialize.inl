@@ -1,10 +1,10 @@
-// cserialize.inl: the paths of small values.
+// cserialize.inl: fast path of small values, and the value of labels.
 #pragma once
 
 #include <bit>
 #include <cstring>
 
-static_assert(std::endian::native == std::endian::little, "values are stored as they stand in memory");
+static_assert(std::endian::native == std::endian::little, "values are stored as they are in memory");
 
 inline bool Serializeable_c::Transfer(void * pData, int iLength)
 {

@@ -1,20 +1,19 @@
 // cserializer.h: graphs of objects in archives.
 //
-// Serializer_c stores each object of a graph once, at its first reference, and every later reference as a number; a
-// load turns each number into the address at which the object now lives. Static objects, which exist in every run,
-// keep their identity without being stored. One subclass per class, with one static instance, is known by the class's
-// name; its SerializeObject stores or makes an object and runs its fields.
+// Serializer_c stores each object of a graph once, at its first reference, and every later reference as a number. A
+// load turns each number into the object's new address. Static objects, which exist in every run, keep their identity
+// without being stored. Each class has one subclass of Serializer_c with one static instance, which is found by the
+// class's name. Its SerializeObject, the body, stores or makes an object and transfers its fields.
 //
-// All state of a pass is static: one pass at a time, on one thread, from StartSerialize to the next one. The table of
-// pointers takes no heap; its memory (8 MiB, half of that in a 32-bit process) is touched where it is used.
-//
-// The graph may be as deep as it is large: an object's body runs on the thread's stack as long as BODY_STACK bytes of
-// it are left, and then on a fresh one. A body itself must do with BODY_STACK. A level takes some 200 bytes of stack in a
-// save and 350 in a load, beside the body's own.
-//
-// A load of a damaged file ends in the archive's failure, after the assertion that is broken, or in Abort. A pointer
-// that could not be loaded is null; one whose object's body had begun is what the body made of it, so that the caller
-// can free it. With a failed archive nothing here does anything, in either direction.
+// Ownership: the caller owns the objects that a body makes, also after a failed load.
+// Threads: all state of a pass is static. One pass at a time runs on one thread, from StartSerialize to the next one.
+// Cost: the table of pointers does not use the heap. It has 8 MiB, 4 MiB in a 32-bit process, of which only the pages
+// in use are touched. A level of the graph takes some 200 bytes of stack in a save and 350 in a load, besides the
+// body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
+// on a fresh stack. A body itself must not need more than BODY_STACK.
+// Failure: a damaged file asserts and fails the archive, or ends in Abort. A pointer that could not be loaded is null.
+// If the body of its object had begun, the pointer is what the body made of it, so the caller can free it. With a
+// failed archive nothing here does anything, in either direction.
 //
 //     class UnitSerializer_c : public Serializer_c
 //     {
@@ -32,7 +31,7 @@
 //         {
 //             if (Archive.IsReading()) { pObject = ZQ_NEW Unit_c; }
 //             Unit_c & Unit = *static_cast<Unit_c *>(pObject);
-//             RegisterPointer(Archive, &Unit);   // the unit may be reached again from inside its own body
+//             RegisterPointer(Archive, &Unit);   // the unit's own body may reach it again
 //             Archive.Serialize(Unit.m_iHealth);
 //             Serialize(Archive, Unit.m_pEnemy);
 //         }
@@ -44,20 +43,22 @@
 #include "zqcore/cmodule.h"
 #include "zqcore/cserialize.h"
 
-/// The addresses of a pass, by slot. The memory behind it stays inside the library: a program that named it would get a
-/// copy of all of it at load time.
+/// Addresses of a pass by slot, read-only. The memory of the table stays inside the library: a program that named it
+/// would get a copy of all of it at load time.
 class ZQ_API PointerTable_c
 {
 public:
+    /// Number of slots.
     static constexpr int SIZE = 0x100000;
 
-    /// What a free slot holds.
+    /// Contents of a free slot.
     static constexpr std::intptr_t NO_ELEMENT = -2;
 
-    /// Requires 0 <= iSlot < SIZE; else a failed assertion and NO_ELEMENT.
+    /// Returns the contents of a slot. Asserts 0 <= iSlot < SIZE, and returns NO_ELEMENT otherwise.
     void const * operator[](int iSlot) const;
 };
 
+/// Serializer of one class, and the state of a pass.
 class ZQ_API Serializer_c
 {
 public:
@@ -65,100 +66,104 @@ public:
 
     static constexpr std::intptr_t HASH_NO_ELEMENT = PointerTable_c::NO_ELEMENT;
 
-    /// Static objects that a file may hold, less one.
+    /// Static objects that a file may hold, plus one.
     static constexpr int MAX_STATIC_POINTERS = 1000;
 
-    /// Bytes of stack that each body is sure to have.
+    /// Bytes of stack that each body has at least.
     static constexpr std::size_t BODY_STACK = 256 * 1024;
 
     Serializer_c(Serializer_c const &) = delete;
     Serializer_c & operator=(Serializer_c const &) = delete;
 
-    /// Opens a pass. With bStaticPointers, which both sides must agree on, the static objects are bound: the i-th of
-    /// the file to the i-th registered. A file with another number of them is logged, and the list takes its number.
+    /// Begins a pass. With bStaticPointers, on which both sides must agree, the i-th static object of the file is bound
+    /// to the i-th registered one. If their numbers differ, a line is logged, and the list is cut or filled with nulls
+    /// to the file's number.
     static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
-    /// Frees every slot. Costs nothing when all are free.
+    /// Frees every slot. Costs nothing if all are free.
     static void ResetCache();
 
-    /// Adds a static object that has no contents in files. One that is there already, and null, are not added. Belongs
-    /// before the first pass, in the same order in each run.
+    /// Adds a static object that has no contents in files. Null, and an object that is already there, are not added.
+    /// Call it before the first pass, in the same order in each run.
     static void RegisterStaticPointer(void * pPointer);
 
-    /// Gives an address inside a body an identifier, at the same place on both sides: of the object itself, which its
-    /// own parts may then point back at, or of a part. A load must have set pObject first.
+    /// Assigns an identifier to an address inside a body: that of the object itself, so that its own parts may point
+    /// back at it, or that of a part. Save and load must call it at the same place. A load must have set pObject first.
     static void RegisterPointer(Serializeable_c & archive, void const * pPointer);
 
-    /// All serializers, the latest first.
+    /// List of all serializers, the latest first.
     static Link_T<Serializer_c *> * pSerializerList;
 
-    /// Of identifiers, which are slots: the addresses of the pass.
+    /// Addresses of the pass, indexed by identifier.
     static PointerTable_c const dPointers;
 
 protected:
-    /// Enters the serializer of a class; the name tells case apart and is cut at 31 characters. Of two of a name the
-    /// later one loads.
+    /// Registers the serializer of a class. The name is case-sensitive and is cut at 31 characters. If two share a
+    /// name, the last one registered loads. Discards the pass under way.
     explicit Serializer_c(String_T<32> const & sClassName);
 
-    /// Takes the serializer out of the list.
+    /// Removes the serializer from the list.
     ~Serializer_c();
 
-    /// The body: stores the object at pObject, or makes or finds one, sets pObject and loads it.
+    /// The body: stores the object at pObject, or makes or finds an object, sets pObject and loads it.
     virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
-    /// Gives an address inside a body an identifier and this serializer's class. Otherwise as RegisterPointer, whose
-    /// record it writes: for a part that pointers of the part's class lead to.
+    /// As RegisterPointer, with this serializer's class: for a part to which pointers of the part's class lead. Writes
+    /// the same record.
     void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
-    /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has seen the object under
-    /// no other class: such a pointer is stored, but ReadOwnPointer refuses it.
+    /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has not seen the object
+    /// under another class: such a pointer is stored, but ReadOwnPointer refuses it.
     void WritePointer(Serializeable_c & archive, void *& pObject);
 
-    /// Loads a pointer to an object of whatever class the file says. A class without serializer, and an identifier out
-    /// of range, fail an assertion, then the archive.
+    /// Loads a pointer to an object of the class that the file names. A class without a serializer, and an identifier
+    /// out of range, assert and fail the archive.
     static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of this serializer's class. An object of another class, to which a damaged file can
-    /// lead, fails an assertion, then the archive. The class of a static object is the one that it was registered with,
-    /// that of a part is RegisterOwnPointer's. Static objects and parts that were registered without a class pass
-    /// unchecked.
+    /// lead, asserts and fails the archive. The class of a static object is the one that it was registered with; that
+    /// of a part is RegisterOwnPointer's. Static objects and parts that were registered without a class are not
+    /// checked.
     void ReadOwnPointer(Serializeable_c & archive, void *& pObject);
 
-    /// Stores or loads a pointer to what the pass has seen already; Abort if it has not.
+    /// Stores or loads a pointer to an address that the pass has already seen. Calls Abort otherwise.
     static void FixupVoidPointer(Serializeable_c & archive, void const *& pPointer);
 
-    /// As RegisterStaticPointer, of an object whose contents the class's serializer stores. Its body finds pObject set
-    /// on both sides, and what it makes of it is not kept.
+    /// As RegisterStaticPointer, for an object whose contents the class's serializer stores. Its body finds pObject set
+    /// in both directions, and a change of pObject is ignored.
     static void RegisterSerializedStaticPointer(void * pPointer, String_T<32> const & sClassName);
 
-    /// The latest serializer of that name, or null.
+    /// Returns the latest serializer of that name, or null.
     static Serializer_c * FindSerializer(String_T<32> const & sClassName);
 
+    /// Loads a class name.
     static String_T<32> LoadName(Serializeable_c & archive);
 
-    /// Whether the identifier stands for an address, or for null (-1). Out of range: a failed assertion, and false.
+    /// Returns whether the identifier has an address, or is -1, which means null. Asserts that it is in range, and
+    /// returns false otherwise.
     static bool IsInCache(int iPointer);
 
-    /// Fills a slot; -1 stores nothing.
+    /// Stores an address without a class in a slot. The identifier -1 stores nothing.
     static void SetCacheData(int iPointer, void const * pPointer);
 
-    /// The slot at which the search for an address starts.
+    /// Returns the slot at which the search for an address starts.
     static int HashFunc(void const * pPointer);
 
-    /// The identifier of an address, -1 of null; whether it is new. Abort if all slots are taken.
+    /// Sets *pIndex to the identifier of an address, -1 for null, and returns whether it is new. Calls Abort if all
+    /// slots are in use.
     static bool AddVoidToCache(void const * pPointer, int * pIndex);
 
-    /// The address of an identifier; null for -1 and, with a failed assertion, for a free slot.
+    /// Sets pPointer to the address of an identifier. Asserts that the slot is not free; a free slot and -1 set null.
     template <typename T>
     static void Reconstruct(int iPointer, T *& pPointer);
 
     struct RegisteredStaticPointer_t
     {
         void * pPointer = nullptr;
-        String_T<32> sClassName;   // empty: no contents of its own
+        String_T<32> sClassName;   // empty if the object has no contents in files
     };
 
-    /// In the order of registration.
+    /// Static objects in the order of registration.
     static SortedArray_T<RegisteredStaticPointer_t, ArrayTraits_T<RegisteredStaticPointer_t, 1024, 0>>
         dRegisteredStaticPointers;
 
@@ -182,18 +187,18 @@ private:
     bool RunBody(Serializeable_c & archive, void *& pObject);
     ZQ_COLD bool RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject);
 
-    std::uint16_t m_iClass;   // the same for all serializers of a name
+    std::uint16_t m_iClass;   // number of the class, the same for all serializers of a name
 
-    static OpenRecord_s * s_pOpen;        // the innermost object that is being loaded
-    static Serializer_c * s_pLastFound;   // by FindSerializer
+    static OpenRecord_s * s_pOpen;        // innermost object that is being loaded
+    static Serializer_c * s_pLastFound;   // latest result of FindSerializer
     static std::uint16_t s_nClasses;
 };
 
-/// Forgets all serializers. Nothing can be loaded afterwards, and static objects get no contents.
+/// Removes all serializers. Afterwards nothing can be loaded, and static objects have no contents.
 ZQ_API void SerializerListFree();
 
-/// Resets the table at start; at shutdown forgets the static objects and the serializers, which register at load time,
-/// so that a process serializes until the first shutdown. Needs ModuleFile_c.
+/// Module of serialization; needs ModuleFile_c. Resets the table at start. At shutdown it removes the static objects
+/// and the serializers. Serializers register at load time, so a process serializes only until the first shutdown.
 class ZQ_API ModuleSerialize_c : public Module_c
 {
 public:
@@ -201,7 +206,7 @@ public:
         : Module_c("ModuleSerialize_c")
     {}
 
-    /// The instance.
+    /// Returns the only instance.
     static ModuleSerialize_c * Get();
 
 protected:

@@ -1,18 +1,30 @@
 // csimpleprofile.h: a small profiler of fixed kinds of work, for several threads.
 //
-// There are three contexts and 17 kinds. Per context and kind it tells the time of the last frame without the time of
-// kinds nested in it, the mean over 32 frames and the peak. A thread is in a context from a push to the matching pop;
-// another one that pushes there waits until it has left. Figures may be read meanwhile. A forked child is in the
-// contexts of the thread that forked, and in no others. Contexts are numbers of meaning only to the host; nothing is
-// started or freed, and nothing is allocated. A push and a pop cost three lock pairs and two readings of the clock. A
-// span that the clock makes negative counts as 0.
+// There are three contexts and 17 kinds of work. For each context and kind there are the time of the last frame,
+// without the kinds nested in it, the mean over 32 frames and the peak. What a context means is the host's choice. A
+// thread is in a context from a push to the matching pop. A forked child is in the contexts of the thread that forked,
+// and in no others.
+//
+// Ownership: nothing is owned, started or freed.
+// Threads: any thread. A thread that pushes waits until other threads have left the context. The contexts' own stack
+// belongs to one thread.
+// Cost: a push and a pop take three lock cycles and two readings of the clock. Nothing allocates.
+// Failure: misuse fails an assertion. A time that the clock makes negative counts as 0.
+//
+//     SimpleProfilePush(SIMPLE_PROFILE_CONTEXT_1, SIMPLE_TIMER_AI);
+//     longTimeWait(0.001);   // the work
+//     SimpleProfilePop(SIMPLE_PROFILE_CONTEXT_1, SIMPLE_TIMER_AI);
+//     SimpleProfileReset(SIMPLE_PROFILE_CONTEXT_1);   // the frame ends
+//     SimpleProfileInfo_t const Info = SimpleProfileGet(SIMPLE_PROFILE_CONTEXT_1, SIMPLE_TIMER_AI);
+//     Log("AI took %lli ticks.", static_cast<long long>(Info.tLast));
 #pragma once
 
 #include "zqcore/cconfig.h"
 
+/// Number of contexts.
 inline constexpr int SIMPLE_PROFILE_CONTEXT_TOTAL = 3;
 
-/// Entries in a context's stack, and in that of the contexts.
+/// Depth of a context's stack of kinds, and of the stack of contexts.
 inline constexpr int SIMPLE_PROFILE_STACKSIZE = 32;
 
 enum SimpleProfileContext_e : int
@@ -20,7 +32,7 @@ enum SimpleProfileContext_e : int
     SIMPLE_PROFILE_CONTEXT_0,
     SIMPLE_PROFILE_CONTEXT_1,
     SIMPLE_PROFILE_CONTEXT_2,
-    SIMPLE_PROFILE_CONTEXT_CURRENT   // for push and pop: the one pushed last, context 1 if none is
+    SIMPLE_PROFILE_CONTEXT_CURRENT   // for push and pop: the context pushed last, or context 1
 };
 
 enum SimpleProfileType_e : int
@@ -44,32 +56,33 @@ enum SimpleProfileType_e : int
     SIMPLE_TIMER_DEBUG
 };
 
-/// The figures of a kind, in ticks of shortTimeGet.
+/// Figures of a kind in ticks of shortTimeGet.
 struct SimpleProfileInfo_t
 {
-    std::int64_t tLast = 0;      // the latest frame
-    std::int64_t tPeak = 0;      // largest frame of the present span of 32 frames
-    std::int64_t tAverage = 0;   // mean of a frame of the span before; 0 in the first span
-    std::int64_t tSum = 0;       // of the present span
+    std::int64_t tLast = 0;      // time of the latest frame
+    std::int64_t tPeak = 0;      // largest frame of the current span of 32 frames
+    std::int64_t tAverage = 0;   // mean frame of the previous span, 0 in the first span
+    std::int64_t tSum = 0;       // time in the current span
 };
 
-/// Choose the context of SIMPLE_PROFILE_CONTEXT_CURRENT. One of the three is pushed, at most 32 deep; a pop with
-/// nothing pushed does nothing. For one thread alone.
+/// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means, for one thread alone. Assert that the context is
+/// one of the three and that at most 32 are pushed. A pop of an empty stack does nothing.
 ZQ_API void SimpleProfileContextPush(SimpleProfileContext_e eContext);
 ZQ_API void SimpleProfileContextPop();
 
-/// Begins a kind of work, and waits while another thread is in the context. A kind that begins directly inside itself
-/// is timed once. Beyond 32 nested kinds an assertion fails; if that is ignored, the time is the outer kind's.
+/// Begins a kind of work. Waits while another thread is in the context. A kind that begins directly inside itself is
+/// timed once. Asserts that at most 32 kinds are nested; if that is ignored, the time counts for the outer kind.
 ZQ_API void SimpleProfilePush(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
-/// Ends the kind that began last, which must be this one; it is ended in any case.
+/// Ends the kind that began last. Asserts that it is eType; another kind is ended all the same.
 ZQ_API void SimpleProfilePop(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
-/// Closes a frame, and waits for the thread that is in the context. The calling thread must not be.
+/// Ends a frame. Waits for the thread that is in the context. Asserts that the calling thread is not in it.
 ZQ_API void SimpleProfileReset(SimpleProfileContext_e eContext);
 
-/// A copy of the figures; waits for nothing but a few instructions of others. Zeros for what does not exist.
+/// Returns a copy of the figures. Waits at most for a few instructions of other threads. Asserts that context and kind
+/// exist, and returns zeros otherwise.
 ZQ_API SimpleProfileInfo_t SimpleProfileGet(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
-/// The enumerator's name without "SIMPLE_"; "unknown" for other values.
+/// Returns the enumerator's name without "SIMPLE_", or "unknown" for other values.
 ZQ_API char const * SimpleProfileName(SimpleProfileType_e eType);

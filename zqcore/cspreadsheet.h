@@ -1,28 +1,42 @@
 // cspreadsheet.h: delimited text as a table with a cursor.
 //
-// Open reads a whole file: the first row that holds anything names the columns, the others are data. After that the file
-// is closed and cells are served from memory, packed row by row: an open spreadsheet of ordinary cells holds one and a
-// half to three times the file's size. A cursor of one row and one column moves over them. Names and values compare
-// without regard to ASCII case. A column is found by a walk over the head, a value by a walk over the rows. One thread.
+// Open reads a whole file. The first row that is not empty names the columns; the others are data. A cursor of one row
+// and one column moves over them. Names and values compare without regard to ASCII case.
 //
-// The text: a cell is what stands between separators, blanks included, or a text in double quotes, in which a doubled
-// quote stands for one and separators are text. Control characters that are no separators end a cell, so a carriage
-// return at the end of a row does no harm. Rows that hold nothing are skipped. Each row ends with the row separator;
-// only a cell separator may be the file's last character instead. A cell holds 511 characters, one in quotes 24,575; a
-// longer one is cut with a line in the log. A cell in quotes ends at a NUL that it holds. UTF-8's byte order mark is
-// skipped; a file in UTF-16 is refused.
+// - A cell is the text between separators, blanks included, or a text in double quotes. In quotes a doubled quote means
+//   one quote, and separators are text.
+// - Control characters that are not separators end a cell, so a carriage return at the end of a row does no harm.
+// - Empty rows are skipped. Each row ends with the row separator; only a cell separator may be the file's last
+//   character instead.
+// - A cell holds 511 characters, a cell in quotes 24,575. A longer cell is cut and logged. A cell in quotes ends at the
+//   first NUL.
+// - UTF-8's byte order mark is skipped. A file in UTF-16 is refused.
+//
+// Ownership: a spreadsheet owns its cells until Close. The file is closed after Open.
+// Threads: one thread for each object.
+// Cost: an open spreadsheet of ordinary cells takes 1.5 to 3 times the file's size. Finding a column takes a walk over
+// the names, finding a value a walk over the rows.
+// Failure: calls return false or null, and most of them log a line. GetLastError has the place of an error in the file.
+//
+//     Spreadsheet_c Levels;
+//     float fPrice = 0;
+//     if (Levels.Open("levels.csv") && Levels.FindFirstCell("level", "castle"))
+//     {
+//         Levels.Get("price", fPrice);
+//     }
 #pragma once
 
 #include "zqcore/carray.h"
 #include "zqcore/ctexterror.h"
 
+/// Separators of a spreadsheet.
 struct SpreadsheetFmtDesc_t
 {
     char cRowSeparator;
     char cCellSeparator;
 };
 
-/// The cells of a row. Their texts lie in one block, with a table of their ends; the row owns it.
+/// Cells of a row. The row owns one block with their texts and a table of the texts' ends.
 class ZQ_API SpreadsheetRow_c
 {
 public:
@@ -31,10 +45,10 @@ public:
     SpreadsheetRow_c(SpreadsheetRow_c const &) = delete;
     SpreadsheetRow_c & operator=(SpreadsheetRow_c const &) = delete;
 
-    /// Appends a copy of the text; null counts as empty. Texts that GetCell gave before become invalid.
+    /// Appends a copy of the text; null counts as empty. Invalidates texts that GetCell returned before.
     void AddCell(char const * sText);
 
-    /// Requires 0 <= iCell < GetCellCount(); otherwise, with the complaint ignored, an empty text.
+    /// Returns the text of a cell. Asserts 0 <= iCell < GetCellCount(), and returns an empty text otherwise.
     char const * GetCell(int iCell) const;
     int GetCellCount() const { return m_nCells; }
 
@@ -42,7 +56,7 @@ private:
     friend class Spreadsheet_c;
     friend class SpreadsheetParser_c;
 
-    /// Texts from the front, each terminated, and from the back where each of them ends.
+    /// Texts from the front, each terminated. From the back, the ends of the texts.
     struct Block_t
     {
         char * pBytes = nullptr;
@@ -61,14 +75,15 @@ private:
     std::size_t GetPackedSize() const;
     std::size_t GetTextSize() const;
 
-    /// A packed row has its block right behind itself, in memory that is not its own.
+    /// A packed row has its block directly after itself, in memory that it does not own.
     bool IsPacked() const { return m_Block.pBytes == reinterpret_cast<char const *>(this + 1); }
 
     Block_t m_Block;
-    int m_nCells = 0;    // cells, with those that padding added
-    int m_nStored = 0;   // cells in the block; the others are empty
+    int m_nCells = 0;    // cells, padding included
+    int m_nStored = 0;   // cells in the block; the rest are empty
 };
 
+/// A spreadsheet in memory, with a cursor.
 class ZQ_API Spreadsheet_c
 {
 public:
@@ -77,62 +92,65 @@ public:
     Spreadsheet_c(Spreadsheet_c const &) = delete;
     Spreadsheet_c & operator=(Spreadsheet_c const &) = delete;
 
-    /// Reads a file by name; pFmt gives other separators than line feed and comma. The cursor stands on the first row,
-    /// if there is one, and on no column. False, closed and with a line in the log, if the file can't be opened or read
-    /// or holds no row; also on an open spreadsheet, which keeps its file.
+    /// Reads a file by name. pFmt names other separators than line feed and comma. The cursor is on the first row, if
+    /// there is one, and on no column. Returns false, with a line in the log and the spreadsheet closed, if the file
+    /// cannot be opened or read, or has no row. On an open spreadsheet returns false, and the open file stays.
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
 
-    /// Why the last Open failed. After one that did not: what was lost, a cut cell or the rest of a damaged head.
+    /// Returns why the last Open failed. After a success it may hold what was lost: a cell that was cut, or the rest of
+    /// a damaged head.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
-    /// Frees everything; the separators are the usual ones again.
+    /// Frees all cells and restores the default separators.
     void Close();
     bool IsOpen() const { return m_pHead != nullptr; }
 
-    /// Rows of data, without the head.
+    /// Returns the number of rows, without the head.
     int GetRowCount() const { return m_dRows.GetLength(); }
 
-    /// Index of the current row, -1 without one.
+    /// Returns the index of the current row, or -1 without one.
     int GetCurrentRow() const { return m_iRow; }
 
-    /// Selects a row; out of range, with a line in the log, none.
+    /// Selects a row by its index from 0. If it is out of range, logs a line, selects no row and returns false.
     bool MoveToRow(int iRow);
 
-    /// Selects no column and the next row, which is the first if none was current; behind the last one false and none.
+    /// Selects the next row, or the first if none was current, and no column. After the last row returns false and
+    /// selects no row.
     bool MoveToNextRow();
 
-    /// Columns that have a name. A row may have more cells, which no operation reaches, but never has fewer.
+    /// Returns the number of columns that have a name. A row may have more cells, which no operation reaches, but never
+    /// fewer.
     int GetColumnCount() const { return m_pHead ? m_pHead->GetCellCount() : 0; }
 
-    /// Select a column; false and no column if there is none. Forward searches start behind the current column, so they
-    /// walk through columns of one name.
+    /// Select a column. Return false and select no column if there is none. The forward search starts after the current
+    /// column, so it finds each of several columns that share a name.
     bool MoveToFirstColumn();
     bool MoveToNextColumn();
     bool MoveToColumn(char const * sName);
     bool MoveToColumnForward(char const * sName);
 
-    /// Name of the current column; null without one.
+    /// Returns the name of the current column, or null without one.
     char const * GetCurrentColumn() const;
 
-    /// Move to the first row, or the next one behind the current row, whose cell in that column has this value. False
-    /// and neither row nor column if there is none.
+    /// Move to the first row, or to the next row after the current one, whose cell in that column has this value.
+    /// Return false and select neither row nor column if there is none.
     bool FindFirstCell(char const * sColumn, char const * sValue);
     bool FindNextCell(char const * sColumn, char const * sValue);
 
-    /// The cell at the cursor; null without a row or a column. Stays until Close.
+    /// Returns the cell at the cursor, or null without a row or a column. It stays valid until Close.
     char const * GetCell() const;
 
-    /// Move to the column and give its cell; null without such a column or a current row.
+    /// Move to the column and return its cell, or null without such a column or a current row.
     char const * GetCell(char const * sName);
     char const * GetCellForward(char const * sName);
 
-    /// Copies the named cell as strncpy does: a cell of iBufLength characters or more fills the buffer and leaves no
-    /// terminator. False without a cell or a buffer.
+    /// Copies the named cell as strncpy does: a cell of iBufLength characters or more fills the buffer without a
+    /// terminator. Returns false without a cell or a buffer.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
-    /// The number at the start of the named cell, in the form of the "C" locale; 0 if none stands there. False, with
-    /// the value unchanged, if the cell is missing or empty.
+    /// Reads the number at the start of the named cell, in the form of the "C" locale; a text without one is 0. Returns
+    /// false, with fValue unchanged, if the cell is missing or empty.
     bool Get(char const * sName, float & fValue);
 
 private:
@@ -147,10 +165,10 @@ private:
     static constexpr SpreadsheetFmtDesc_t USUAL_FORMAT = { '\n', ',' };
 
     SpreadsheetFmtDesc_t m_fmt = USUAL_FORMAT;
-    SpreadsheetRow_c * m_pHead = nullptr;   // the names; null while closed
+    SpreadsheetRow_c * m_pHead = nullptr;   // names of the columns, null while closed
     SortedArray_T<SpreadsheetRow_c *, ArrayTraits_T<SpreadsheetRow_c *, 1024, 0>> m_dRows;
     int m_iRow = -1;
     int m_iColumn = -1;
-    Chunk_t * m_pChunks = nullptr;   // where the rows are packed, the newest first
+    Chunk_t * m_pChunks = nullptr;   // memory of the packed rows, the newest first
     TextErrors_c m_Errors;
 };

@@ -1,8 +1,20 @@
-// cstring.h: text that lives inside its owner.
+// cstring.h: text of a fixed capacity that lives inside its owner.
 //
-// A String_T<N> is a plain char[N] and nothing else: always terminated, at most N - 1 characters, a longer text is cut
-// silently. It never allocates and is copied like any value. Comparison, order and hash go by the text, so it serves as
-// a key of standard containers. Case folding is ASCII and the same in every locale.
+// A String_T<N> is a plain char[N]: always terminated, N - 1 characters at most. A longer text is cut silently.
+// Comparison, order and hash depend on the text alone, so it serves as a key of standard containers. Case folding is
+// ASCII and the same in every locale.
+//
+// Ownership: a string is a plain value and is copied like one.
+// Threads: any thread, one at a time for each string. The buffers of Va are shared by all threads.
+// Cost: nothing allocates. Length and most operations are linear in the text.
+// Failure: a null text asserts, except where a declaration allows it.
+//
+//     String_T<32> sName("Ogre");
+//     sName += " king";
+//     if (sName.Begins("ogre") && sName.StrPos("king") == 5)
+//     {
+//         Log("%s has %i characters.", static_cast<char const *>(sName), sName.Length());
+//     }
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -11,6 +23,7 @@
 #include <compare>
 #include <string_view>
 
+/// Text of at most N - 1 characters.
 template <int N>
 class String_T
 {
@@ -19,7 +32,7 @@ class String_T
 public:
     String_T() { m_sText[0] = '\0'; }
 
-    /// Requires sTxt; use the assignment for a text that may be null.
+    /// Asserts that sTxt is not null. The assignment accepts a null.
     String_T(char const * sTxt);
     String_T(String_T const & Other);
     String_T & operator=(String_T const & Other);
@@ -29,14 +42,14 @@ public:
 
     operator char const *() const { return m_sText; }
 
-    /// The buffer of N bytes, for a callee that writes terminated text.
+    /// Returns the buffer of N bytes, for a callee that writes terminated text.
     char * GetBuffer() { return m_sText; }
 
     int Length() const;
     bool IsEmpty() const { return m_sText[0] == '\0'; }
     static constexpr int Capacity() { return N; }
 
-    /// Exact comparison, with any capacity. sTxt must not be null; a null that the developer ignores equals nothing.
+    /// Exact comparison, with any capacity. Asserts that sTxt is not null; a null equals nothing.
     bool operator==(char const * sTxt) const;
     template <int M>
     bool operator==(String_T<M> const & Other) const
@@ -44,7 +57,7 @@ public:
         return *this == static_cast<char const *>(Other);
     }
 
-    /// Exact order, as strcmp has it. sTxt must not be null; a null that the developer ignores comes first.
+    /// Exact order, as strcmp has it. Asserts that sTxt is not null; a null comes first.
     std::strong_ordering operator<=>(char const * sTxt) const;
     template <int M>
     std::strong_ordering operator<=>(String_T<M> const & Other) const
@@ -52,27 +65,28 @@ public:
         return *this <=> static_cast<char const *>(Other);
     }
 
-    /// Appends what fits.
+    /// Append what fits.
     String_T & operator+=(char const * sTxt);
     String_T operator+(char const * sTxt) const;
 
-    /// Index of the first sNeedle at or behind iStart, which is clamped to the text, or -1. Exact case.
+    /// Returns the index of the first sNeedle at or after iStart, or -1. iStart is clamped to the text. Case-sensitive.
     int StrPos(char const * sNeedle, int iStart = 0) const;
 
-    /// Index of the last sNeedle, or -1; hits may overlap. Exact case.
+    /// Returns the index of the last sNeedle, or -1. Hits may overlap. Case-sensitive.
     int StrLastPos(char const * sNeedle) const;
 
-    /// Whether the text starts, or ends, with the other one, without regard to case.
+    /// Return whether the text starts, or ends, with the other one. Case-insensitive.
     bool Begins(char const * sPrefix) const;
     bool Ends(char const * sPrefix) const;
 
     /// Removes the last iCount characters, at least one and at most all.
     void Chop(int iCount);
 
-    /// The tail from iStart; a negative iStart counts from the end.
+    /// Returns the text from iStart on. A negative iStart counts from the end.
     String_T SubStr(int iStart) const;
 
-    /// The piece from iStart of iCount characters; a negative iCount ends it that far before the end of the text.
+    /// Returns iCount characters from iStart on. A negative iCount ends the piece that many characters before the end
+    /// of the text.
     String_T SubStr(int iStart, int iCount) const;
 
     void ToLower();
@@ -92,14 +106,14 @@ struct std::hash<String_T<N>>
     }
 };
 
-/// Formats like printf; a longer result is cut at 255 characters.
+/// Returns a text formatted like printf, cut at 255 characters.
 ZQ_API String_T<256> NewString(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 
-/// Formats into the next of 16 static buffers and returns it: the text stays for 15 further calls. Cut at 4095
-/// characters. The buffers are shared by all threads, without a lock.
+/// Returns a text formatted like printf in the next of 16 static buffers, cut at 4095 characters. It stays for 15
+/// further calls of any thread. The buffers have no lock.
 ZQ_API char const * Va(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 
-/// ASCII case folding of one character; others are unchanged.
+/// Return a character with its ASCII case folded. Other characters are returned unchanged.
 constexpr char CharToLower(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
@@ -110,21 +124,23 @@ constexpr char CharToUpper(char c)
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
 
-/// Compare without regard to ASCII case: negative, 0, positive. The second looks at nMax characters at most.
+/// Compare without regard to ASCII case. Return a negative number, 0 or a positive number. The second form compares
+/// nMax characters at most.
 ZQ_API int StrCompareNoCase(char const * szA, char const * szB);
 ZQ_API int StrCompareNoCase(char const * szA, char const * szB, std::size_t nMax);
 
-/// Folds a terminated text in place.
+/// Fold the ASCII case of a terminated text in place.
 ZQ_API void StrToLower(char * szText);
 ZQ_API void StrToUpper(char * szText);
 
-/// Copies nLength characters, folded; no terminator. The two must not overlap.
+/// Copies nLength characters in lower case, without a terminator. Requires that the two do not overlap.
 ZQ_API void CopyToLower(char * pTo, char const * pFrom, std::size_t nLength);
 
-/// Length of a text of which nMax characters are looked at, at most.
+/// Returns the length of a text, nMax at most. Reads no more than nMax characters.
 ZQ_API std::size_t StrLengthMax(char const * szText, std::size_t nMax);
 
-/// Copies at most nSize - 1 characters and terminates; the characters copied. The two may overlap. Requires nSize > 0.
+/// Copies at most nSize - 1 characters, terminates them and returns their number. The two may overlap. Requires nSize >
+/// 0.
 ZQ_API std::size_t StrCopy(char * szTo, char const * szFrom, std::size_t nSize);
 
 #include "zqcore/cstring.inl"

@@ -100,7 +100,7 @@ int String_T<N>::StrLastPos(char const * sNeedle) const
         iLast = static_cast<int>(pHit - m_sText);
         if (*pHit == '\0')
         {
-            break;   // an empty needle is found behind the last character
+            break;   // an empty needle is found after the last character
         }
     }
     return iLast;

@@ -1,24 +1,37 @@
 // ctextparser.h: a tokenizer whose grammar is six sets of characters.
 //
-// A SimpleTextParser_c splits a block of text into words, quoted strings, numbers and symbols of one character. What a
-// character may start or continue stands in sets that the caller rewrites by rules, so one parser serves many small
-// grammars. Characters in no set separate tokens. The text belongs to the caller, is read in place and never behind its
-// end, and may hold any bytes. Open takes two buffers; reading a token allocates nothing. One thread.
+// A SimpleTextParser_c splits a text into words, quoted strings, numbers and symbols of one character. The sets say
+// which characters may start or continue a token. The caller changes them by rules, so one parser serves many small
+// grammars. Characters in no set separate tokens. The text may hold any bytes.
+//
+// Ownership: the text belongs to the caller and must stay until Close. The parser owns its tokens.
+// Threads: one thread for each parser.
+// Cost: Open allocates two buffers. Reading a token allocates nothing. The text is read in place.
+// Failure: calls return false and log what they say. A token that is too long is cut and logged.
+//
+//     char const szText[] = "health = 100; speed = 2.5;";
+//     SimpleTextParser_c Parser;
+//     Parser.Open(szText, sizeof szText - 1);
+//     while (Parser.ParseNext())
+//     {
+//         if (Parser.IsNumber()) { Log("%s is %.1f.", Parser.GetWord(), static_cast<double>(Parser.GetNumber())); }
+//     }
 #pragma once
 
 #include "zqcore/ctexterror.h"
 
-/// A set of byte values, empty at first.
+/// Set of byte values, empty at first.
 class CharacterSet_c
 {
 public:
     void AddChar(unsigned char c) { m_dFlags[c] = true; }
     void RemoveChar(unsigned char c) { m_dFlags[c] = false; }
 
-    /// Both ends belong to the range; nothing happens if the first is above the last.
+    /// Add or remove a range, both ends included. Nothing happens if the first is above the last.
     void AddChar(unsigned char cFirst, unsigned char cLast) { SetRange(cFirst, cLast, true); }
     void RemoveChar(unsigned char cFirst, unsigned char cLast) { SetRange(cFirst, cLast, false); }
 
+    /// Returns whether the value is in the set.
     bool IsHere(unsigned char c) const { return m_dFlags[c]; }
     ZQ_API void Clear();
 
@@ -28,7 +41,7 @@ private:
     bool m_dFlags[256] = {};
 };
 
-/// What the last token was.
+/// Kind of the last token.
 enum LAST_PARSED
 {
     LAST_PARSED_NOTHING = 0,
@@ -38,8 +51,9 @@ enum LAST_PARSED
     LAST_PARSED_SYMBOL = 4
 };
 
-/// What a rule makes of a character. The rules that start a token and the separator exclude each other; only the symbol
-/// also stops continuing words and numbers. A string delimiter may thus continue a word.
+/// Role of a character. The four roles that start a token, and the separator, exclude each other: a new one replaces
+/// the previous one. Only the symbol also stops continuing words and numbers. So a string delimiter may continue a
+/// word.
 enum CharacterParsingRule_e : int
 {
     PARSING_RULE_WORD_FIRST = 1,     // starts a word
@@ -53,57 +67,62 @@ enum CharacterParsingRule_e : int
 
 struct TextToken_t;
 
+/// A tokenizer on one text at a time.
 class ZQ_API SimpleTextParser_c
 {
 public:
-    /// Sizes of the buffers: a token keeps one character less, and a longer one is cut with a line in the log.
+    /// Sizes of the buffers in bytes. A token keeps one character less; a longer one is cut with a line in the log.
     static constexpr int WORD_SIZE = 0x200;
     static constexpr int STRING_SIZE = 0x6000;
     static constexpr int NUMBER_SIZE = 128;
 
-    /// Letters and the underscore start words, which digits continue too; digits and signs start numbers, which digits
-    /// and the point continue; double quotes enclose strings; the other visible characters and 0x7B to 0xFF are
-    /// symbols.
+    /// The rules at start:
+    /// - Letters and the underscore start words. They and digits continue words.
+    /// - Digits and signs start numbers. Digits and the point continue numbers.
+    /// - Double quotes enclose strings.
+    /// - The other visible characters and 0x7B to 0xFF are symbols.
     SimpleTextParser_c();
     virtual ~SimpleTextParser_c();
     SimpleTextParser_c(SimpleTextParser_c const &) = delete;
     SimpleTextParser_c & operator=(SimpleTextParser_c const &) = delete;
 
-    /// Start on a text, which must stay until Close. UTF-8's byte order mark at its start is skipped. False, with a line
-    /// in the log, for an empty text or a null pointer, and on an open parser, which keeps its text. False, without one,
-    /// for a text that begins with UTF-16's mark.
+    /// Start on a text, which must stay until Close, and return true. UTF-8's byte order mark at its start is skipped.
+    /// Return false:
+    /// - with a line in the log, for an empty text or a null pointer;
+    /// - with a line in the log, on an open parser, which keeps its text;
+    /// - without a line, for a text that begins with UTF-16's mark.
     bool Open(char const * pBegin, char const * pEnd);
     bool Open(char const * pText, int iLength);
 
-    /// Forgets the text and the tokens. The rules stay.
+    /// Discards the text and the tokens. The rules stay.
     void Close();
 
-    /// Reads the next token; false at the end of the text, and, with a line in the log, on a closed parser.
+    /// Reads the next token. Returns false at the end of the text and, with a line in the log, on a closed parser.
     bool ParseNext();
 
-    /// Why the last Open failed, or which token was cut last. It outlives Close.
+    /// Returns why the last Open failed, or which token was cut last. It stays after Close.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
-    /// The kind of the last token; all false behind the end.
+    /// Return whether the last token is of this kind. All are false after the end.
     bool IsWord() const { return m_lastParsed == LAST_PARSED_WORD; }
     bool IsString() const { return m_lastParsed == LAST_PARSED_STRING; }
     bool IsNumber() const { return m_lastParsed == LAST_PARSED_NUMBER; }
     bool IsSymbol() const { return m_lastParsed == LAST_PARSED_SYMBOL; }
 
-    /// The last token of each kind, whatever came after it; empty or 0 before the first one. A text stays until the
-    /// next of its kind and ends for its reader at a NUL that it holds.
+    /// Return the last token of each kind, whatever came after it; empty or 0 before the first one. A text stays valid
+    /// until the next token of its kind. It ends at the first NUL that the token holds.
     char const * GetWord() const { return m_szWord ? m_szWord : ""; }
     char const * GetString() const { return m_szString ? m_szString : ""; }
     float GetNumber() const { return m_fNumber; }
     char GetSymbol() const { return m_cSymbol; }
 
-    /// Change what characters mean, from the next token on. Characters count as unsigned bytes, so a range up to -1
+    /// Change the role of characters, from the next token on. Characters count as unsigned bytes, so a range up to -1
     /// reaches 0xFF. An unknown rule is logged and changes nothing.
     void SetCharacterRule(char cChar, CharacterParsingRule_e eRule) { SetCharacterRule(cChar, cChar, eRule); }
     void SetCharacterRule(char cFirst, char cLast, CharacterParsingRule_e eRule);
 
 private:
-    friend class SpreadsheetParser_c;   // takes tokens where they stand, without the buffers
+    friend class SpreadsheetParser_c;   // reads tokens in place, without the buffers
 
     bool NextToken(TextToken_t & Token);
     ZQ_COLD bool Refuse(char const * szLine, char const * szReason) const;
@@ -114,21 +133,21 @@ private:
     std::size_t GetOffset(LAST_PARSED eKind, char const * pText) const;
     void ClassifyCharacters();
 
-    char const * m_pBegin = nullptr;   // the text after a byte order mark; null while closed
+    char const * m_pBegin = nullptr;   // text after a byte order mark, null while closed
     char const * m_pEnd = nullptr;
     LAST_PARSED m_lastParsed = LAST_PARSED_NOTHING;
     char * m_szWord = nullptr;
     char * m_szString = nullptr;
     float m_fNumber = 0;
     char m_cSymbol = 0;
-    char const * m_pPos = nullptr;   // the next character
-    char m_cFirstChar = 0;           // started the last token
+    char const * m_pPos = nullptr;   // next character
+    char m_cFirstChar = 0;           // first character of the last token
     CharacterSet_c m_setWordFirst;
     CharacterSet_c m_setString;
     CharacterSet_c m_setNumberFirst;
     CharacterSet_c m_setSymbol;
     CharacterSet_c m_setWordRest;
     CharacterSet_c m_setNumberRest;
-    unsigned char m_dClasses[256];   // the sets in one look-up, see ctextparser_internal.h
+    unsigned char m_dClasses[256];   // the sets in one table (ctextparser_internal.h)
     mutable TextErrors_c m_Errors;
 };

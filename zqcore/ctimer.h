@@ -12,7 +12,7 @@
 //
 //     double const tStart = longTimeGet();
 //     longTimeWait(0.001);
-//     Log("Waited %.1f ms.\n", 1000.0 * (longTimeGet() - tStart));
+//     Log("Waited %.1f ms.", 1000.0 * (longTimeGet() - tStart));
 #pragma once
 
 #include "zqcore/cmodule.h"

@@ -1,13 +1,21 @@
-// ctokenize.h: splitting a text at separators.
+// ctokenize.h: splits a text at separators.
 //
-// Pieces are what stands between separators; several separators in a row give no empty piece. Each piece is cut at 255
-// characters. A last piece of one character counts like any other.
+// A piece is the text between separators. Several separators in a row make no empty piece.
+//
+// Ownership: pieces are copied into the caller's array.
+// Threads: any thread.
+// Cost: linear in the text. The array allocates as it grows.
+// Failure: no call fails.
+//
+//     Array_T<String_T<256>, 10, 0> dWords;
+//     Tokenize("walk north  fast", dWords, ' ');
+//     for (String_T<256> const & sWord : dWords) { Log("%s", static_cast<char const *>(sWord)); }
 #pragma once
 
 #include "zqcore/carray.h"
 #include "zqcore/cstring.h"
 
-/// Appends the pieces of the text to the array. szSeparators is a set of characters; null means the blank.
+/// Append the pieces of the text to the array. szSeparators is a set of characters; null means the blank.
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 10, 0> & dOut, char const * szSeparators);
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 1024, 0> & dOut, char const * szSeparators);
 

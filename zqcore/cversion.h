@@ -10,7 +10,7 @@
 //
 //     if (GetLibraryVersion() != ZQCORE_VERSION)
 //     {
-//         Log("Built with %i, runs with %i.\n", ZQCORE_VERSION, GetLibraryVersion());
+//         Log("Built with %i, runs with %i.", ZQCORE_VERSION, GetLibraryVersion());
 //     }
 #pragma once
 

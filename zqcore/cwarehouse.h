@@ -1,17 +1,26 @@
 // cwarehouse.h: tables in text files.
 //
-// A table is a text or CSV file: each line describes one item, its first column is the item's identifier (its ident),
-// and a line that starts with @head names the columns. The warehouse keeps the file's bytes and two lines, the header
-// and the work line, and scans the text again for every lookup; passing over lines allocates nothing, and neither do
-// the Get functions. Idents and column names compare without regard to ASCII case. One thread.
+// A table is a text or CSV file. Each line describes one item. Its first column is the item's identifier, its ident. A
+// line that starts with @head names the columns. The warehouse keeps the file's bytes and two lines, the header and the
+// work line, and scans the text again for every search. Idents and column names compare without regard to ASCII case.
+// UTF-8's byte order mark at the start is skipped; a file in UTF-16 is refused.
 //
-// While the file is open in place, a refresh of it shows in the next search; the header stays as it was, and a walk of
-// NextIdent ends there.
+// A warehouse is closed until Open succeeds, then open until the next Open or the destructor. On a closed one every
+// search fails, and every column is missing. If an open file is refreshed, the next search sees the new text; the
+// header stays as it was, and a walk of NextIdent ends.
 //
-// UTF-8's byte order mark at the start of a file is skipped; a file in UTF-16 is refused.
+// Ownership: the warehouse owns its file or its copy of the text. Texts are copied to the caller.
+// Threads: one thread for each warehouse.
+// Cost: a search is linear in the file; skipping lines allocates nothing. The work line allocates its cells. The Get
+// functions allocate nothing.
+// Failure: calls return false and leave the caller's number unchanged. GetLastError has the place.
 //
-// Closed until Open succeeds; then open until the next Open or the destructor. On a closed warehouse every search
-// fails and every column is missing.
+//     Warehouse_c Units;
+//     int iHealth = 0;
+//     if (Units.Open("units.txt") && Units.FindIdent("ogre"))
+//     {
+//         Units.Get("health", iHealth);
+//     }
 #pragma once
 
 #include "zqcore/ctexterror.h"
@@ -19,10 +28,12 @@
 
 class File_c;
 
+/// A table, and one line of it at a time.
 class Warehouse_c
 {
 public:
-    /// With bCopy, Open copies the text and closes the file at once; else the file stays open as long as the warehouse.
+    /// With bCopy, Open copies the text and closes the file at once. Otherwise the file stays open as long as the
+    /// warehouse.
     explicit Warehouse_c(bool bCopy = false)
         : m_bCopy(bCopy)
     {}
@@ -30,48 +41,52 @@ public:
     Warehouse_c(Warehouse_c const &) = delete;
     Warehouse_c & operator=(Warehouse_c const &) = delete;
 
-    /// Closes what was open and opens a file by name. sClientHeader names the columns, separated by blanks, if the file
-    /// has no header line; sSeparators replaces the format's. False if there is no such file, or, with two lines in the
-    /// log, if no header is found.
+    /// Closes what was open and opens a file by name. sSeparators replaces the format's separators. If the file has no
+    /// header line, sClientHeader names the columns, separated by blanks. Returns false if there is no such file. Also
+    /// returns false, with lines in the log, if no header is found or the file is refused. Asserts that the name is not
+    /// null.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO,
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
 
-    /// Why the last Open or Get failed, with the place of the cell in the file; also when a Get has cut a text. Searches
-    /// set no error. The place is unknown if a refresh has changed the text since the line was read.
+    /// Returns why the last Open or Get failed, with the place of the cell in the file, or that a Get has cut a text.
+    /// Searches set no error. The place is unknown if a refresh has changed the text after the line was read.
     ZQ_API TextError_t const & GetLastError() const;
 
-    /// The key of the open file; false when there is none, which is always so with bCopy. Every text goes to a buffer
-    /// of nMaxLength > 1 bytes, which is emptied first, and is cut to fit.
+    /// Writes the key of the open file. Returns false if there is none, which is always so with bCopy. Here and below,
+    /// a text is cut to fit a buffer of nMaxLength bytes, which is emptied first. Asserts that the buffer is not null
+    /// and nMaxLength above 1.
     ZQ_API bool GetFileName(char * sName, int nMaxLength) const;
     bool GetFileName(String_T<256> & sName) const { return GetFileName(sName.GetBuffer(), 256); }
 
-    /// Rewinds NextIdent and clears the work line.
+    /// Rewinds NextIdent and clears the work line. Returns false on a closed warehouse.
     ZQ_API bool StartIdent();
 
-    /// Makes the next item's line the work line and gives its ident, in lower case. False, without a work line, behind
-    /// the last one.
+    /// Makes the next item's line the work line and writes its ident in lower case. Returns false, without a work line,
+    /// after the last one.
     ZQ_API bool NextIdent(char * sIdent, int nMaxLength);
     bool NextIdent(String_T<256> & sIdent) { return NextIdent(sIdent.GetBuffer(), 256); }
 
-    /// Makes the first line with this ident the work line; false, without a work line, if there is none. A walk with
-    /// NextIdent is not disturbed.
+    /// Makes the first line with this ident the work line. Returns false, without a work line, if there is none. Does
+    /// not disturb a walk with NextIdent.
     ZQ_API bool FindIdent(char const * sIdent);
     bool SetWorkIdent(char const * sIdent) { return FindIdent(sIdent); }
 
-    /// The ident of the work line; false without one. The work line stays until the next search or StartIdent.
+    /// Writes the ident of the work line. Returns false without a work line. The work line stays until the next search
+    /// or StartIdent.
     ZQ_API bool GetWorkIdent(char * sIdent, int nMaxLength) const;
     bool GetWorkIdent(String_T<256> & sIdent) const { return GetWorkIdent(sIdent.GetBuffer(), 256); }
 
-    /// Length of the work line's cell, 0 for a null cell, -1 without a work line or such a column.
+    /// Returns the length of the work line's cell, 0 for an empty cell, or -1 without a work line or such a column.
     ZQ_API int GetLength(char const * sColumn) const;
 
-    /// Whether a Get that fails logs the file, the column and the line, which is the count of lines that NextIdent has
-    /// read and not always the line of the work line; GetLastError has that one.
+    /// Sets whether a Get that fails logs the file, the column and a line number. The number counts the lines that
+    /// NextIdent has read, so it is not always the work line's; GetLastError has that one. Off at start.
     void LogColName(bool bLog) { m_bLogColName = bLog; }
 
-    /// The work line's cell as a number, true if it is one and in the type's range; else the value stays. Numbers have
-    /// the form that strtol (base 10) and strtod take in the "C" locale, whatever the locale is, and fill the cell.
-    /// Infinities, NaNs and numbers too small for a normal double are out of range. A null cell is no number.
+    /// Read the work line's cell as a number. Return true if the cell is a whole number, or for double and float any
+    /// number, in the type's range; otherwise the value stays. Numbers have the form that strtol (base 10) and strtod
+    /// accept in the "C" locale, and nothing follows them in the cell. Infinities, NaNs and numbers too small for a
+    /// normal double are out of range. An empty cell is not a number.
     ZQ_API bool Get(char const * sColumn, long & value) const;
     ZQ_API bool Get(char const * sColumn, double & value) const;
     ZQ_API bool Get(char const * sColumn, float & value) const;
@@ -79,18 +94,19 @@ public:
     ZQ_API bool Get(char const * sColumn, short & value) const;
     ZQ_API bool Get(char const * sColumn, unsigned char & value) const;
 
-    /// A whole number; true unless it is 0.
+    /// Reads a whole number: true unless it is 0.
     ZQ_API bool Get(char const * sColumn, bool & value) const;
 
-    /// A double from 0 to 4294967295, cut toward zero.
+    /// Reads a number from 0 to 4294967295, truncated toward zero.
     ZQ_API bool Get(char const * sColumn, unsigned long & value) const;
 
-    /// The cell as text; a null cell gives an empty one. A text that is cut counts as invalid in the log only.
+    /// Reads the cell as text; an empty cell is an empty text. Returns true for a text that is cut, and reports it only
+    /// in the log and GetLastError.
     ZQ_API bool Get(char const * sColumn, char * sResult, int nMaxLength) const;
     bool Get(char const * sColumn, String_T<256> & sResult) const { return Get(sColumn, sResult.GetBuffer(), 256); }
 
-    /// A pair written as 12-34. Minus signs in front are passed over; a piece that is no number counts as 0, one out of
-    /// range as the nearest int.
+    /// Reads a pair written as 12-34. Leading minus signs are skipped. A part that is not a number is 0; one out of
+    /// range is the nearest int. Returns false without two parts.
     ZQ_API bool Get(char const * sColumn, int & iFirst, int & iSecond) const;
 
 private:
@@ -117,24 +133,25 @@ private:
     void KeepError(char const * szReason, char const * sColumn) const;
     void PlaceError() const;
 
-    WarehouseLine_c m_Head;   // names the columns
-    WarehouseLine_c m_Work;   // the work line
+    WarehouseLine_c m_Head;   // names of the columns
+    WarehouseLine_c m_Work;   // work line
     String_T<256> m_sSeparators = WAREHOUSE_TEXT_SEPARATORS;
     File_c * m_pFile = nullptr;
     WarehouseFormat_e m_eFormat = WAREHOUSE_FORMAT_TEXT;
-    int m_nPos = 0;                   // where NextIdent goes on
-    int m_nLine = 0;                  // lines that NextIdent has scanned
-    Text_s m_Walked;                  // the text that m_nPos belongs to, unless it is 0
-    Text_s m_Worked;                  // the text that the work line was read from
-    int m_nWork = 0;                  // where it begins there
-    char const * m_pData = nullptr;   // the text; set while the warehouse is open
+    int m_nPos = 0;                   // position of the next NextIdent
+    int m_nLine = 0;                  // lines that NextIdent has read
+    Text_s m_Walked;                  // text that m_nPos belongs to, unless m_nPos is 0
+    Text_s m_Worked;                  // text that the work line was read from
+    int m_nWork = 0;                  // start of the work line in m_Worked
+    char const * m_pData = nullptr;   // text, not null while the warehouse is open
     int m_nLength = 0;
     bool m_bCopy;
     bool m_bLogColName = false;
 
-    // The last error. Its place is counted when somebody asks for it, since a Get may fail as a matter of course.
+    // The last error. Its place is counted only when the caller asks for it, since a Get may fail as a matter of
+    // course.
     mutable TextErrors_c m_Errors;
-    mutable Text_s m_ErrorText;     // the text of an error whose place is not counted yet
-    mutable int m_nErrorLine = 0;   // where its line begins
+    mutable Text_s m_ErrorText;     // text of an error whose place is not counted yet
+    mutable int m_nErrorLine = 0;   // start of the error's line
     mutable int m_iErrorColumn = 0;
 };

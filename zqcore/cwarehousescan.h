@@ -1,9 +1,22 @@
 // cwarehousescan.h: the line scanner of warehouse tables and property lists.
 //
-// A table is text in lines; a line is made of columns. WarehouseScan_t stands on the stack and walks over bytes that
-// somebody else owns: they need no terminator, may hold anything, and are never read past their end. WarehouseLine_c
-// holds the columns of one line, each a heap block of its own. Both belong to one thread. Reading a line allocates its
-// columns; passing over lines (FindLine, NextItem) allocates nothing.
+// A table is text in lines, and a line is made of columns. WarehouseScan_t walks over the caller's bytes: they need no
+// terminator, may hold anything, and are never read beyond their end. WarehouseLine_c holds the columns of one line.
+//
+// Ownership: the caller keeps the bytes. A line owns its columns, each a heap block of its own.
+// Threads: one thread for each scan and each line.
+// Cost: linear in the bytes scanned. Reading a line allocates its columns; skipping lines (FindLine, NextItem)
+// allocates nothing.
+// Failure: a call returns false at the end of the data.
+//
+//     char const szText[] = "@head health\nogre 100\nelf 60\n";
+//     WarehouseScan_t Scan(szText, sizeof szText - 1, 0, WAREHOUSE_FORMAT_TEXT);
+//     WarehouseLine_c Line;
+//     int nLines = 0;
+//     while (Scan.NextItem(&Line, nLines))
+//     {
+//         Log("%s has %s.", Line[0], Line[1]);
+//     }
 #pragma once
 
 #include "zqcore/carray.h"
@@ -11,7 +24,7 @@
 
 #include <climits>
 
-/// How a line is split.
+/// Format of a file: how a line is split.
 enum WarehouseFormat_e
 {
     WAREHOUSE_FORMAT_AUTO = 0,   // CSV if the file's name ends in ".csv", else text
@@ -19,84 +32,85 @@ enum WarehouseFormat_e
     WAREHOUSE_FORMAT_CSV = 2     // cells separated by delimiters; a cell may be empty
 };
 
+/// Separators of the two formats.
 inline constexpr char const * WAREHOUSE_TEXT_SEPARATORS = " \t\r";
 inline constexpr char const * WAREHOUSE_CSV_SEPARATORS = ";,";
 
-/// The first column of a header line, without regard to case.
+/// First column of a header line, in any case.
 inline constexpr char const * WAREHOUSE_HEADER = "@head";
 
-/// A quoted CSV cell holds this many bytes; what goes beyond is dropped.
+/// Bytes of a quoted CSV cell, at most. The rest is dropped.
 inline constexpr int WAREHOUSE_CELL_SIZE = 0x6000;
 
-/// The columns of a line. A column is a terminated text or null when it is empty; the line owns them. A column that
-/// holds NUL bytes ends at the first one for everybody who reads it as a text.
+/// Columns of a line. A column is a terminated text, or null if it is empty. A column that holds NUL bytes, read as a
+/// text, ends at the first one.
 class WarehouseLine_c : public SortedArray_T<char *, ArrayTraits_T<char *, 32, 0>>
 {
 public:
     WarehouseLine_c() = default;
     ZQ_API ~WarehouseLine_c();
 
-    /// Frees all columns. The storage of the pointers stays for the next line.
+    /// Frees all columns. The array of pointers stays for the next line.
     ZQ_API void Reset();
 
-    /// Appends a copy of iLength bytes, or a null column for a null text or a length of 0 or less. The first column of
-    /// the line becomes lower case.
+    /// Appends a copy of iLength bytes. A null text, or a length of 0 or less, appends a null column. The first column
+    /// of the line becomes lower case.
     ZQ_API void AddColumn(char const * pText, int iLength);
 
-    /// Moves a column of the other line here, as it is, and leaves null there. A column that the other line does not
-    /// have comes as null.
+    /// Moves a column of the other line here, unchanged, and leaves null there. A column that the other line does not
+    /// have is appended as null.
     ZQ_API void AddColumn(WarehouseLine_c & Other, int iColumn);
 
-    /// Free and remove one column; nothing on an empty line.
+    /// Free and remove the first or the last column. An empty line stays empty.
     ZQ_API void DelFirst();
     ZQ_API void DelLast();
 
-    /// Whether the first column is the word of a header line.
+    /// Returns whether the first column is WAREHOUSE_HEADER.
     ZQ_API bool IsHeader() const;
 
-    /// True for an index outside the line too.
+    /// Returns whether a column is null. True for an index outside the line too.
     ZQ_API bool IsNull(int iColumn) const;
 };
 
-/// Walks over lines. A line feed ends a line, and so does the end of the data.
+/// A scan over lines. A line feed ends a line, and so does the end of the data.
 struct WarehouseScan_t
 {
-    char const * pLine;          // the data, not owned, not terminated
-    int nLength;                 // its bytes
-    int nPos;                    // where the next byte is read, 0 to nLength
-    bool bCsv;                   // CSV, else text
+    char const * pLine;          // data, not owned, not terminated
+    int nLength;                 // bytes of the data
+    int nPos;                    // position of the next byte, 0 to nLength
+    bool bCsv;                   // CSV if true, else text
     String_T<256> sSeparators;   // NUL is always one of them
 
-    /// Only WAREHOUSE_FORMAT_CSV makes a CSV scan. The separators are those of the format.
+    /// Starts at nPos with the separators of the format. Every format but WAREHOUSE_FORMAT_CSV means text.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Null stands for the separators of the text format, in a CSV scan too. Within a cell a line feed or a quote that
-    /// is a separator counts as one; blanks around a CSV cell are passed over before separators are looked for.
+    /// Sets the separators. Null means those of the text format, in a CSV scan too. If a line feed or a quote is a
+    /// separator, it is one within a cell too. Blanks around a CSV cell are skipped before separators are looked for.
     ZQ_API void SetSeparators(char const * sSeparators);
 
-    /// Reads a line; false at the end of the data. A blank line and a comment give true and no columns.
+    /// Reads a line. Returns false at the end of the data. A blank line and a comment return true and no columns.
     ZQ_API bool GetLine(WarehouseLine_c * pLine);
 
-    /// Passes over lines and reads the first one whose first column equals sFirst without regard to case. False, with
-    /// the line empty and the position at the end, if there is none.
+    /// Skips lines up to the first one whose first column equals sFirst, in any case, and reads it. Returns false, with
+    /// an empty line and the position at the end, if there is none.
     ZQ_API bool FindLine(char const * sFirst, WarehouseLine_c * pLine);
 
-    /// Passes over header lines and lines without a first column and reads the next other one; false as in FindLine.
-    /// Adds the lines passed and read to nLines.
+    /// Skips header lines and lines without a first column, and reads the next line. Returns false as FindLine does.
+    /// Adds the number of lines skipped and read to nLines.
     ZQ_API bool NextItem(WarehouseLine_c * pLine, int & nLines);
 
-    /// Where the line begins that FindLine or NextItem has read.
+    /// Returns the start of the line that FindLine or NextItem has read.
     int GetLineStart() const { return m_nLineStart; }
 
-    /// Moves from the start of a line to its column of this index, or to the line's end if it has fewer.
+    /// Moves from the start of a line to the column of this index, or to the line's end if it has fewer columns.
     ZQ_API void SeekColumn(int iColumn);
 
     int GetPos() const { return nPos; }
 
-    /// The next byte; at the end of the data a line feed, which moves nothing.
+    /// Returns the next byte and moves on. At the end of the data returns a line feed and does not move.
     char GetChar() { return nPos < nLength ? pLine[nPos++] : '\n'; }
 
-    /// Whether this character, or the byte at nPos, is a separator. At the end of the data there is none.
+    /// Return whether this character, or the byte at nPos, is a separator. At the end of the data the latter is false.
     ZQ_API bool IsSeparator(char c) const;
     bool IsSeparator() const { return nPos < nLength && IsSeparator(pLine[nPos]); }
 
@@ -104,7 +118,7 @@ private:
     class Classes_c;
     class QuoteWatch_c;
 
-    // Each step reads one column at most, gives it to the sink, and is false once the line is finished.
+    // Each step reads at most one column and passes it to the sink. It returns false once the line is finished.
     template <typename SINK>
     bool Step(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>
@@ -130,10 +144,12 @@ private:
     int m_nLineStart = 0;
 };
 
-/// The format that a file is read in: WAREHOUSE_FORMAT_AUTO goes by the end of the name, other values stand.
+/// Returns the format that a file is read in. WAREHOUSE_FORMAT_AUTO depends on the end of the name; other values are
+/// returned unchanged.
 ZQ_API WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName);
 
-/// Empties a caller's buffer of nMaxLength bytes. Asserts that it exists with nMaxLength > 1; false if it does not.
+/// Empties a caller's buffer of nMaxLength bytes. Asserts that it is not null and that nMaxLength is above 1, and
+/// returns false otherwise.
 ZQ_API bool WarehouseClearText(char * sBuffer, int nMaxLength);
 
 /// Copies a text into such a buffer, cut to nMaxLength - 1 characters.

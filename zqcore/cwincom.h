@@ -1,11 +1,22 @@
-// cwincom.h: brackets the process's use of COM with the life of a module.
+// cwincom.h: a module that starts and ends COM.
 //
-// COM is started, for calls from many threads, on the thread that initialises the modules, for that thread only, and
-// ended there at shutdown. On a system without COM nothing is started and nothing can fail.
+// COM is started on the thread that initialises the modules, for calls from many threads, and for that thread only. It
+// is ended at shutdown. On a system without COM nothing is started, and nothing can fail.
+//
+// Ownership: the application owns its instance of the module.
+// Threads: the main thread.
+// Cost: a system call at start and at shutdown.
+// Failure: InitializeAllModules returns false if COM cannot be started.
+//
+//     static ModuleWinCom_c s_WinCom;
+//     Module_c::Register(&s_WinCom);
+//     bool const bUp = Module_c::InitializeAllModules();
+//     Module_c::ShutdownAllModules();
 #pragma once
 
 #include "zqcore/cmodule.h"
 
+/// Module of COM. It has no prerequisites.
 class ZQ_API ModuleWinCom_c : public Module_c
 {
 public:
@@ -14,14 +25,14 @@ public:
     {}
     ~ModuleWinCom_c() override;
 
-    /// The instance; not exported.
+    /// Returns the library's own instance. It is not exported.
     ZQ_INTERNAL static ModuleWinCom_c * Get();
 
 protected:
-    /// False if COM can't be started. That the thread has it already, even in the other concurrency model, is logged and
-    /// no failure.
+    /// Returns false if COM cannot be started. If the thread has COM already, even in the other concurrency model, that
+    /// is logged and is no failure.
     bool Initialize() override;
 
-    /// Ends COM if the module is initialised, whatever starting it said.
+    /// Ends COM if the module is initialised, whichever of its results starting it had.
     void Shutdown() override;
 };

@@ -1,4 +1,4 @@
-// zqcore.h: every public header. A source that needs few services is better off with theirs.
+// zqcore.h: includes every public header. A source that needs few services includes their headers instead.
 #pragma once
 
 #include "zqcore/cadsr.h"
