@@ -34,7 +34,7 @@ public:
     void Close() override {}
 };
 
-/// Calls fnRun and tells whether it came back; an Abort in it ends the call alone. Assertions are ignored.
+/// Calls fnRun. Returns false if an Abort ended it. Assertions are ignored.
 template <typename RUN>
 bool SurvivesWithoutAbort(RUN fnRun)
 {
@@ -104,7 +104,7 @@ inline std::string Hex(std::string_view sBytes)
     return sHex.substr(0, sHex.rfind(' '));
 }
 
-/// The bytes of a dump in docs/formats.md, which stands between "```<name>" and "```", in the form of Hex.
+/// Returns the bytes of the dump between "```<name>" and "```" in docs/formats.md, in the form of Hex.
 inline std::string DumpOfPage(std::string const & sPage, std::string const & sName)
 {
     std::ifstream Page(sPage);

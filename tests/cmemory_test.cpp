@@ -236,7 +236,7 @@ TEST(Memory, AlignedBlocksHoldTheirPromisesOverRandomRequests)
         std::size_t const nOffset = Random() % 2 ? Random() % std::min(nSize, nNewSize) : 0;
         auto const IsAligned = [=](void * pUser)
         { return (reinterpret_cast<std::uintptr_t>(pUser) + nOffset) % nAlignment == 0; };
-        auto const cFill = static_cast<unsigned char>(iRound);   // at times what stands around the heap's blocks
+        auto const cFill = static_cast<unsigned char>(iRound);   // at times that of the fences
         auto * p = static_cast<unsigned char *>(aligned_offset_malloc_dbg(nSize, nAlignment, nOffset, 4, "f.cpp", 1));
         ASSERT_TRUE(IsAligned(p));
         ASSERT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p);

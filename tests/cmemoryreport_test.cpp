@@ -7,7 +7,6 @@
 
 #include <array>
 #include <sstream>
-#include <unistd.h>
 
 namespace
 {
@@ -44,7 +43,7 @@ namespace
         EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
     }
 
-    // Takes blocks of the kinds that are logged and of those that are not.
+    // Allocates blocks of the kinds that are logged and of those that are not.
     void TakeBlocks()
     {
         MemCategoryScope_c const Scope(mem::Core);
@@ -67,7 +66,7 @@ TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
             MemoryNewLogEnable(false);
             TakeBlocks();
         });
-    EXPECT_NE(::access(Folder.Join("newcalls.csv").c_str(), F_OK), 0) << "a log that is off makes no file";
+    EXPECT_FALSE(std::filesystem::exists(Folder.Join("newcalls.csv"))) << "a log that is off makes no file";
 
     InChild(Folder,
         []
@@ -92,7 +91,7 @@ TEST(MemoryReport, CallLogLeavesOutWhatItAllocatesItself)
         []
         {
             MemoryNewLogEnable(true);
-            Module_c::ShutdownAllModules();   // so that the next record opens the file, which takes a block
+            Module_c::ShutdownAllModules();   // so that the next record opens the file, which allocates a block
             Module_c::InitializeAllModules();
             std::ptrdiff_t const nLoggers = g_MemoryCounters.dCount[mem::logger];
             TakeBlocks();
@@ -122,7 +121,7 @@ TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
 {
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
-    MemoryLogAllocations();   // what opening a file takes for good is taken
+    MemoryLogAllocations();   // allocates what opening a file keeps
     MemoryLogAllocations();
     std::array<std::size_t, 5> dCounts = TallyOf(Folder.Read("allocations.csv"));
 

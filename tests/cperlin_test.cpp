@@ -29,7 +29,7 @@ namespace
     }
 }
 
-TEST(Perlin, GivesTheBitsOfTheGoldenTable)
+TEST(Perlin, MatchesTheBitsOfTheGoldenTable)
 {
     for (NoiseRow_s const & Row : NOISE_ROWS)
     {

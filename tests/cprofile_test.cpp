@@ -1,5 +1,5 @@
 #include "platform/asyncwrite.h"
-#include "tests/test_support.h"
+#include "tests/machine_support.h"
 #include "zqcore/ccrc.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilename.h"
@@ -7,11 +7,8 @@
 #include "zqcore/ctimer.h"
 
 #include <array>
-#include <linux/io_uring.h>
 #include <optional>
 #include <random>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace
 {
@@ -204,13 +201,7 @@ class ProfilerStats : public Profiler
 protected:
     ProfilerStats() { plat::AsyncFile_c::AllowBeside(GetParam()); }
 
-    void SetUp() override
-    {
-        io_uring_params Params{};
-        auto const iQueue = static_cast<int>(GetParam() ? syscall(__NR_io_uring_setup, 1, &Params) : 0);
-        SKIP_IF(iQueue < 0, "the kernel gives no queue of requests");
-        close(GetParam() ? iQueue : -1);
-    }
+    void SetUp() override { SKIP_IF(GetParam() && !HasRequestQueue(), "the kernel has no queue of requests"); }
 
     static bool IsQueueOpen()
     {
@@ -239,7 +230,7 @@ protected:
         Put<std::uint32_t>(sTo, { 149, 149, 149, 0 });
     }
 
-    // Runs 150 frames with the tree root(a(c) b) and gives the batch that they make behind this header.
+    // Runs 150 frames with the tree root(a(c) b) and returns the batch that follows this header.
     static std::string Batch(std::string const & sHeader)
     {
         ProfilerReset();

@@ -48,7 +48,7 @@ namespace
     };
 }
 
-TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrTellsWhatIsWrong)
+TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrReportsWhatIsWrong)
 {
     struct Row_s
     {
@@ -68,7 +68,7 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrTellsWhatIsWrong)
         { "a,1,,2,", "a|\n1|\n2|", { { ',', ',' } } },
         { "a\"b\n\"1\"\"2\n", "a|b|\n|1|", { { '\n', '"' } } },
         { "a\na\n1\n", "||\n||\n1||", { { '\n', 'a' } } },
-        // An error in the head leaves what was read, and the row goes on behind the token that stopped it.
+        // An error in the head leaves what was read, and the row goes on after the token that stopped it.
         { "a b\tc,d\n1\n", "a b|\n|\n1|" },
         { "\"a\"b,c\n1\n", "a|\n|\n1|" },
         { "a,b\"", "a|b\"|" },
@@ -210,7 +210,7 @@ TEST_F(SpreadsheetTest, HoldsNotMoreThanFourTimesTheFile)
     {
         sWide += ",a";   // a million columns, and rows that are padded to them
     }
-    ASSERT_TRUE(Open(sTiny));   // the first file object takes room for many
+    ASSERT_TRUE(Open(sTiny));   // the first file object allocates room for many
     for (std::string const & sText : { sPlain, sTiny, sWide + "\n1\n2\n3\n4\n" })
     {
         m_Sheet.Close();

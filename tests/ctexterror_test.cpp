@@ -26,7 +26,7 @@ namespace
         sAll += (sAll.empty() || sAll.back() == '\n' ? "" : szBetween) + (sText.empty() ? "(none)" : sText);
     }
 
-    // Each reads all of "table.txt", or the text, and gives what it read, or the reason why it can't be opened.
+    // Each reads all of "table.txt", or the text. Returns what it read, or the reason why it can't be opened.
     std::string ReadSheet(std::string const &)
     {
         Spreadsheet_c Sheet;

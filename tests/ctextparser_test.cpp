@@ -92,7 +92,7 @@ TEST(TextParser, SplitsATextAlikeHoweverItIsOpened)
         {
             Parser.SetCharacterRule(static_cast<char>(Rule.iFirst), static_cast<char>(Rule.iLast), Rule.eRule);
         }
-        // A block of exactly the text's size, so that an address check sees a read behind it.
+        // A block of exactly the text's size, so that an address checker reports a read beyond it.
         std::vector<char> const dText(row.sText.begin(), row.sText.end());
         ASSERT_TRUE(Parser.Open(dText.data(), static_cast<int>(dText.size())));
         EXPECT_EQ(Tokens(Parser), row.sTokens);

@@ -17,7 +17,7 @@ namespace
     }
 }
 
-TEST(Tokenize, GivesThePiecesBetweenSeparators)
+TEST(Tokenize, ReturnsThePiecesBetweenSeparators)
 {
     std::string const sLong(300, 'x'), sCut = sLong.substr(0, 255) + '|';
     for (auto const & [szText, szSeparators, szExpected] :

@@ -22,7 +22,7 @@ namespace
         return sAll;
     }
 
-    /// A scan whose bytes stand in a block of exactly their size, so that an address check sees a read behind them.
+    /// A scan of a block of exactly its size, so that an address checker reports a read beyond it.
     struct Scan_s
     {
         std::vector<char> dBytes;
@@ -59,7 +59,7 @@ namespace
         bool Open(std::string const & sName, std::string const & sText, char const * szHeader = nullptr,
             char const * szSeparators = nullptr, bool bCopy = false)
         {
-            m_pTable = std::make_unique<Warehouse_c>(bCopy);   // closes the former
+            m_pTable = std::make_unique<Warehouse_c>(bCopy);   // closes the previous one
             Serve(sName, sText);
             m_pTable->LogColName(true);
             return m_pTable->Open(sName.c_str(), WAREHOUSE_FORMAT_AUTO, szHeader, szSeparators);

@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <linux/io_uring.h>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 /// Whether a read lease is refused while a file is open for writing, and granted afterwards.
@@ -35,7 +37,7 @@ inline bool WatchesTellOfWrites()
     return bTold;
 }
 
-/// Whether a child that is forked beside other threads can start a thread. An emulator or a thread checker may end it.
+/// Whether a child forked from a process with other threads can start a thread. An emulator or a checker may end it.
 inline bool ForksBesideThreads()
 {
     Gate_c const Done;
@@ -66,6 +68,14 @@ inline bool SharesMemoryUntilExec()
     }
     StatusOfChild(iChild);
     return s_bShared;
+}
+
+/// Whether the kernel has queues of requests for files.
+inline bool HasRequestQueue()
+{
+    io_uring_params Params{};
+    auto const iQueue = static_cast<int>(syscall(__NR_io_uring_setup, 1, &Params));
+    return iQueue >= 0 && close(iQueue) == 0;
 }
 
 /// How many threads the kernel counts while a second one runs: 2, or another number under an emulator or a checker.

@@ -42,7 +42,7 @@ protected:
         }
     }
 
-    /// Writes and registers a file, in the place of a former one of that name, which must be closed.
+    /// Writes and registers a file. Replaces one of that name, which must be closed.
     void Serve(std::string const & sName, std::string const & sText)
     {
         if (File_c * const pFormer = FileStream(sName.c_str()))

@@ -22,7 +22,7 @@ namespace
     using Event_t = std::pair<plat::HeapEvent_e, std::size_t>;
     Event_t g_dEvents[8];
     std::size_t g_nEvents;
-    int g_dLines[3], g_nLines, g_nFailures;   // the last line takes all further blocks
+    int g_dLines[3], g_nLines, g_nFailures;   // the last line is that of all further blocks
 }
 
 TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
@@ -219,7 +219,7 @@ TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
                 Held.arrive_and_wait();
                 s_Forking.Wait();
                 std::this_thread::sleep_for(std::chrono::milliseconds(60));   // the fork has the other one by now
-                plat::SpellingsForget();                                      // takes a lock of the library
+                plat::SpellingsForget();                                      // enters a lock of the library
                 plat::LockScope_c const Again(*pWanted);
                 ++s_dGuarded[1];
             });

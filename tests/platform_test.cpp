@@ -11,31 +11,8 @@
 #include <cstring>
 #include <ctime>
 #include <cwchar>
-#include <pty.h>
 #include <sys/ptrace.h>
 #include <unistd.h>
-
-namespace
-{
-    // The answer to a dialog in a child on a terminal of its own, where szTyped is typed.
-    int AnswerOnTerminal(plat::Dialog_t const & Dialog, std::string const & sTyped, std::string & sShown)
-    {
-        int iTerminal = -1;
-        pid_t const iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
-        if (iChild == 0)
-        {
-            _exit(static_cast<int>(plat::DialogShow(Dialog)));
-        }
-        EXPECT_EQ(write(iTerminal, sTyped.data(), sTyped.size()), static_cast<ssize_t>(sTyped.size()));
-        char dBlock[256];
-        for (ssize_t nRead = 0; (nRead = read(iTerminal, dBlock, sizeof(dBlock))) > 0;)
-        {
-            sShown.append(dBlock, static_cast<std::size_t>(nRead));
-        }
-        close(iTerminal);
-        return StatusOfChild(iChild);
-    }
-}
 
 TEST(PlatformText, ConvertsBetweenUtf8AndWide)
 {
@@ -95,9 +72,10 @@ TEST(PlatformDialog, AsksTheTerminalUntilAnAnswerFits)
         Dialog.szText = "The text";
         Dialog.eButtons = eButtons;
         Dialog.iDefaultButton = iDefault;
-        std::string sShown;
-        EXPECT_EQ(AnswerOnTerminal(Dialog, szTyped, sShown), static_cast<int>(eAnswer)) << szTyped;
-        EXPECT_THAT(sShown, testing::HasSubstr("The caption\r\nThe text\r\n"));
+        auto const Show = [&Dialog] { return static_cast<int>(plat::DialogShow(Dialog)); };
+        Result_s const Result = RunOnTerminal(Show, szTyped);
+        EXPECT_EQ(Result.iStatus, static_cast<int>(eAnswer)) << szTyped;
+        EXPECT_THAT(Result.sOutput, testing::HasSubstr("The caption\r\nThe text\r\n"));
     }
 }
 

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
+#include <pty.h>
 #include <random>
 #include <sys/stat.h>
 
@@ -142,6 +143,25 @@ Result_s RunTool(std::string const & sArguments)
     return RunShell(TEST_EMULATOR ZQTOOL_PATH " " + sArguments + " 2>&1");
 }
 
+Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & sTyped)
+{
+    int iTerminal = -1;
+    pid_t const iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
+    if (iChild == 0)
+    {
+        _exit(fnRun());
+    }
+    EXPECT_EQ(write(iTerminal, sTyped.data(), sTyped.size()), static_cast<ssize_t>(sTyped.size()));
+    std::string sShown;
+    char dBlock[256];
+    for (ssize_t nRead = 0; (nRead = read(iTerminal, dBlock, sizeof dBlock)) > 0;)
+    {
+        sShown.append(dBlock, static_cast<std::size_t>(nRead));
+    }
+    close(iTerminal);
+    return { StatusOfChild(iChild), sShown };
+}
+
 void LogToStandardError()
 {
     LogAddCallback([](char const * szText) { std::fprintf(stderr, "%s\n", szText); });
@@ -161,7 +181,7 @@ namespace
     }
 }
 
-// What the collecting takes must not count under the category of the code under test.
+// What the collecting allocates must not count under the category of the code under test.
 void LogCaptureListener(char const * szText)
 {
     MemCategoryScope_c const Category(mem::Tools);
@@ -229,7 +249,7 @@ std::string FailedConditions(std::function<void()> const & fnCall)
     for (std::string const & sLine : Log.GetLines())
     {
         std::size_t const iFailed = sLine.find(" failed, ");
-        std::size_t iFile = std::string::npos;   // behind the condition stands the source file
+        std::size_t iFile = std::string::npos;   // the source file follows the condition
         for (char const * szEnd : { ".cpp, ", ".inl, ", ".h, " })
         {
             iFile = std::min(iFile, sLine.find(szEnd));

@@ -40,7 +40,7 @@ void InThreads(int nThreads, CALL const & Call)
     std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
 }
 
-/// Skips a test, which must be the caller, and says why: any texts, joined by `<<`.
+/// Skips the test that calls it, for the reason szWhy: any texts, joined by `<<`.
 #define SKIP_IF(bCondition, szWhy)                                                                                     \
     if (bCondition)                                                                                                    \
     GTEST_SKIP() << szWhy
@@ -67,7 +67,7 @@ inline std::string FalseAmong(std::initializer_list<Condition_s> dConditions)
     return sNumbers;
 }
 
-/// Brings a module and what it needs up; Module_c::ShutdownAllModules brings all down.
+/// Starts a module and what it needs. Module_c::ShutdownAllModules ends all.
 bool StartModule(Module_c * pModule);
 
 /// Pages of this process in memory, without those of files.
@@ -106,7 +106,7 @@ private:
     int m_dEnds[2] = {};
 };
 
-/// A child process that runs when it is constructed, and waits until the end of the scope.
+/// A child process that runs from the constructor on and waits until the end of the scope.
 class WaitingChild_c
 {
 public:
@@ -124,11 +124,14 @@ struct Result_s
     std::string sOutput;
 };
 
-/// Runs a command line of the shell and waits; its standard output.
+/// Runs a command line of the shell and waits for its end. Returns its status and standard output.
 Result_s RunShell(std::string const & sCommand);
 
-/// Runs zqtool; what it says on both streams.
+/// Runs zqtool. Returns its status and what it prints on both streams.
 Result_s RunTool(std::string const & sArguments);
+
+/// Runs a call in a child process on a terminal of its own, types a text, and returns the status and what was shown.
+Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & sTyped);
 
 /// Lowers a limit of this process for a scope.
 template <int RESOURCE>
@@ -167,16 +170,16 @@ public:
     /// The folder, absolute, in the host's form, without a trailing separator.
     std::string const & GetPath() const { return m_sPath; }
 
-    /// The place of a name in the folder; `/` and `\` in the name both separate.
+    /// Returns the path of a name in the folder; `/` and `\` in the name both separate.
     std::string Join(std::string_view sName) const;
 
-    /// Writes a file and the folders on the way to it; its place.
+    /// Writes a file and makes the folders of its path. Returns the path.
     std::string Write(std::string_view sName, std::string_view sContents) const;
 
-    /// Makes a folder and those on the way to it; its place.
+    /// Makes a folder and those of its path. Returns the path.
     std::string MakeFolder(std::string_view sName) const;
 
-    /// The contents of a file, empty if there is none.
+    /// Returns the contents of a file, empty if there is none.
     std::string Read(std::string_view sName) const;
 
 private:
@@ -243,8 +246,8 @@ private:
 /// The conditions of the assertions that fail in a call, joined by " & "; each is ignored.
 std::string FailedConditions(std::function<void()> const & fnCall);
 
-/// Answers dialogs during a scope and keeps what they said. The answers are given in order; behind the last one, and
-/// without any, each dialog gets the answer that lets the program go on (Ignore, No, OK).
+/// Answers dialogs during a scope and keeps their texts. The answers are used in order. After the last one, and without
+/// any, each dialog gets the answer that lets the program go on (Ignore, No, OK).
 class DialogScript_c
 {
 public:

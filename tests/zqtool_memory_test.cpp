@@ -57,7 +57,7 @@ TEST(ZqtoolMemory, ReadsWhatTheLibraryWrites)
         testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  .*zqtool_memory_test.cpp\\([0-9]+\\)"));
 }
 
-TEST(ZqtoolMemory, TellsWhatIsWrongAndReadsTheRest)
+TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
 {
     TempFolder_c const Folder;
     using Row_t = std::array<std::string, 3>;

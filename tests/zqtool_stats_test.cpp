@@ -11,7 +11,7 @@ namespace
 
     constexpr std::size_t FRAMES = 150, RECORD = 2504, TIMERS = 6, WORST = 77;
     constexpr std::size_t BATCH_0 = 8, BATCH_1 = BATCH_0 + 4 + (TIMERS - 1) * RECORD;   // offsets in the sample
-    constexpr std::uint32_t ADDRESS = 0xFFFFF000;   // the addresses of the records behind it wrap around
+    constexpr std::uint32_t ADDRESS = 0xFFFFF000;   // the addresses of the next records wrap around
 
     struct Timer_s
     {
@@ -193,7 +193,7 @@ print(*(f"{ascii(name)} {sum}" for name, sum in sums.items()), sep="\n")
                               "'late' [15000000, 15000, 150]\n");
 }
 
-TEST_F(ZqtoolStats, TellsWhereTheFileIsDamagedAndShowsTheRest)
+TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
 {
     std::string const sGood = Sample(), sTwo = "300 frames in 2 batches", sOne = "150 frames in 1 batch;";
     std::size_t const nRecord = BATCH_1 + 4 + 3 * RECORD;   // record 3 of the second batch
@@ -262,7 +262,7 @@ protected:
         m_sPage = m_Folder.Read("page.html");
     }
 
-    // The document as the browser has it after the page's script, and after the lines that are put behind it.
+    // The browser's document after the page's script and then the given lines have run.
     std::string Load(std::string const & sAddress, std::string const & sScript = "")
     {
         std::string const sFile = m_Folder.Write("test.html", m_sPage + "<script>" + sScript + "</script>");
