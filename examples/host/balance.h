@@ -1,4 +1,4 @@
-// balance.h: how hard the game is: a sheet with a row for each level and a column for each factor.
+// balance.h: how hard the game is. A sheet has a row for each level and a column for each factor.
 #pragma once
 
 #include "zqcore/cstring.h"
@@ -27,9 +27,9 @@ inline constexpr BalanceColumn_s BALANCE_COLUMNS[] = {
     { "dues", &Balance_s::fDues },
 };
 
-/// The row of a level. Without the sheet, the row or a cell, and for a cell out of range, the factor is 1; what is
-/// wrong with a sheet that is there is logged.
+/// Returns the factors of a level. A factor is 1 if the sheet, the row or the cell is missing, or the cell is out of
+/// range. Errors in an existing sheet are logged.
 Balance_s BalanceRead(char const * szFile, char const * szLevel);
 
-/// Multiplies what the tables say.
+/// Multiplies the numbers of the bay's tables by the factors.
 void BalanceApply(Balance_s const & Balance, Bay_s & Bay);

@@ -1,4 +1,4 @@
-// What happens in the bay, hour by hour.
+// The events in the bay, hour by hour.
 #include "bay.h"
 
 #include "zqcore/clogf.h"
@@ -7,8 +7,8 @@
 
 namespace
 {
-    constexpr int GALE = 30;                 // knots of wind from which a ship goes no faster
-    constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor wants
+    constexpr int GALE = 30;                 // knots of wind above which a ship goes no faster
+    constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor needs
     constexpr char const * LOG = "harbour.log";
 
     void MakeAndEat(Bay_s const & Bay, Harbour_s & Harbour)
@@ -23,7 +23,8 @@ namespace
         }
     }
 
-    // The winds follow each other, round and round, and each rises to noon and falls to midnight.
+    // Returns the wind's speed. The winds follow each other in a circle. Each rises until noon and falls until
+    // midnight.
     int Knots(Bay_s const & Bay)
     {
         int nRound = 0;
@@ -41,7 +42,7 @@ namespace
         return pWind->iLowest + (pWind->iHighest - pWind->iLowest) * iFromMidnight / (HOURS / 2);
     }
 
-    // The fuller the quay, the lower the price.
+    // The price falls as the quay fills.
     int Price(Harbour_s const & Harbour, Good_s const & Good)
     {
         float const fFill = Harbour.dStock[Good.iNumber] / static_cast<float>(Harbour.nQuay);
@@ -74,7 +75,7 @@ namespace
             static_cast<char const *>(Ship.pCargo->sName), static_cast<char const *>(Harbour.sName), iPrice);
     }
 
-    // Buys what the harbour makes, if it is worth more where the ship goes.
+    // Buys what the harbour makes if it is worth more at the ship's destination.
     void Load(Ship_s & Ship, Harbour_s & Harbour)
     {
         Ship.pCargo = Harbour.pMakes;
@@ -92,7 +93,7 @@ namespace
         Earn(Ship, -static_cast<long long>(nCrates) * iPrice);
     }
 
-    // The crew and that of the ship which called here before tell each other the news.
+    // The crew exchanges news with that of the ship which called here before.
     void Meet(Ship_s & Ship, Harbour_s & Harbour)
     {
         if (Harbour.pLastCaller && Harbour.pLastCaller != &Ship)
@@ -130,7 +131,7 @@ namespace
         }
     }
 
-    // A mark a hand.
+    // Pays each hand one mark.
     void PayCrew(Ship_s & Ship)
     {
         Earn(Ship, -static_cast<long long>(Ship.pType->iUpkeep + Ship.pType->nCrew));

@@ -1,8 +1,8 @@
 // bay.h: the host's game, a bay where ships carry goods between harbours.
 //
-// What the bay is made of comes from the media: goods, harbours, routes, winds and types of ships are definitions that
-// stay where they are while the game lasts, so everybody points at them. Ships belong to the bay. The same media and
-// the same number of hours give the same voyages. One game at a time: the house that owns the ships is static.
+// The media define the goods, harbours, routes, winds and types of ships. These definitions keep their addresses while
+// the game lasts, so other objects point at them. The bay owns the ships. The same media and the same number of hours
+// always produce the same voyages. Only one game can exist at a time, because the house that owns the ships is static.
 #pragma once
 
 #include "heldfile.h"
@@ -30,7 +30,7 @@ struct Good_s
     Name_t sIdent, sName;
     int iNumber = 0;                 // in the table
     int iLowest = 0, iHighest = 0;   // marks a crate
-    int nSpoils = 0;                 // crates of a thousand that a day at sea costs
+    int nSpoils = 0;                 // crates in a thousand that a day at sea costs
     int nTraded = 0;                 // crates landed so far
 };
 
@@ -40,7 +40,7 @@ struct Harbour_s
     Good_s * pMakes = nullptr;
     Good_s * pWants = nullptr;
     int nOutput = 0, nAppetite = 0;   // crates a day
-    int nQuay = 0;                    // crates of one good that find room
+    int nQuay = 0;                    // crates of one good that the quay has room for
     float dStock[MAX_GOODS] = {};     // crates on the quay, by the good's number
     Ship_s * pLastCaller = nullptr;
 };
@@ -75,21 +75,21 @@ struct House_s
     long long iFirstPurse = 0, iPurse = 0;   // marks
 };
 
-/// What a ship is about, and what an hour of it brings.
+/// What a ship is doing, and what an hour of it does.
 struct Duty_s
 {
     char const * szWhere;
     void (*fnHour)(Bay_s & Bay, Ship_s & Ship);
 };
 
-/// Static objects: ships point at them, in every run.
+/// Static objects. Ships point at them in every run.
 extern House_s g_House;
 extern Duty_s g_AtSea, g_InPort;
 
 struct Ship_s
 {
     Name_t sIdent, sCaptain;
-    int iNumber = 0;   // in the fleet; hours pass in this order
+    int iNumber = 0;   // in the fleet; ships act in this order each hour
     ShipType_s * pType = nullptr;
     Route_s * pRoute = nullptr;
     House_s * pHouse = &g_House;
@@ -103,12 +103,12 @@ struct Ship_s
     int nVoyages = 0, nLanded = 0;
     long long iProfit = 0;   // marks
 
-    /// The harbours that the ship lies in or last left, and goes to next.
+    /// Return the harbour that the ship lies in or last left, and the one that it goes to next.
     Harbour_s & From() const { return bOutward ? *pRoute->pFrom : *pRoute->pTo; }
     Harbour_s & To() const { return bOutward ? *pRoute->pTo : *pRoute->pFrom; }
 };
 
-/// All there is.
+/// The whole game.
 struct Bay_s
 {
     Items_T<Good_s> dGoods;
@@ -119,11 +119,11 @@ struct Bay_s
     Items_T<Ship_s *> dShips;   // owned
     Mission_s Mission;
     int nDues = 0, nPortHours = 1;   // rules: marks for each call, hours in port
-    std::uint32_t dwGame = 0;        // tells games apart, from the end of the first day on
-    int nHours = 0;                  // that have passed
+    std::uint32_t dwGame = 0;        // distinguishes games, from the end of the first day on
+    int nHours = 0;                  // hours that have passed
 };
 
-/// The item of that ident; null if there is none.
+/// Returns the item with that ident, or null.
 template <typename T>
 T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 {
@@ -137,22 +137,22 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
     return nullptr;
 }
 
-/// Fills an empty bay from the media's tables. Why there is no game in them; empty if all is well.
+/// Fills an empty bay from the media's tables. Returns why there is no game in them, or an empty reason on success.
 NoFile_s BayReadTables(Bay_s & Bay);
 
-/// Gives the definitions of a bay the names and numbers that another one has for the same idents.
+/// Copies the names and numbers of one bay's definitions to those of another bay with the same idents.
 void BayTakeNumbers(Bay_s const & From, Bay_s & To);
 
-/// An hour.
+/// Runs one hour.
 void BayHour(Bay_s & Bay);
 
-/// Frees the ships; and everything.
+/// Free the ships, and the whole bay.
 void BayFreeShips(Bay_s & Bay);
 void BayReset(Bay_s & Bay);
 
-/// Tells the graph's pass about the static objects. Once, before the first pass.
+/// Registers the static objects with the graph. Must run once, before the first save or load.
 void BayRegisterStatics();
 
-/// Stores the game, or loads it over one that was just begun from the media. What is wrong with the loaded data, which
-/// fails the archive; the bay is then good for a BayReset only.
+/// Stores the game, or loads it over one that was just started from the media. Returns what is wrong with the loaded
+/// data. Such an error fails the archive, and BayReset is then the only call that the bay allows.
 String_T<256> BaySerialize(Serializeable_c & Archive, Bay_s & Bay);

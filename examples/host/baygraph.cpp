@@ -1,5 +1,5 @@
-// The game as a graph of objects in an archive. A ship is stored whole; of a definition that the media have anyway its
-// ident, by which a load finds it, and what the game has changed.
+// The game as a graph of objects in an archive. A ship is stored whole. A definition from the media is stored as its
+// ident, by which a load finds it, and the values that the game has changed.
 #include "bay.h"
 #include "graph.h"
 
@@ -7,10 +7,10 @@ namespace
 {
     constexpr int MAX_HOURS = 1000000000;
 
-    Bay_s * g_pBay = nullptr;     // of the pass
-    String_T<256> g_sWhyFailed;   // the first thing that is wrong with the data
+    Bay_s * g_pBay = nullptr;     // the bay of the present pass
+    String_T<256> g_sWhyFailed;   // the first error in the data
 
-    // Says why and fails the archive, unless it has failed before.
+    // Stores the reason and fails the archive, unless it has failed before.
     void Refuse(Serializeable_c & Archive, char const * szWhy)
     {
         if (!Archive.IsFailed())
@@ -20,7 +20,7 @@ namespace
         }
     }
 
-    // A definition: a load finds it.
+    // Definitions, which a load finds by their ident.
     template <typename T>
     class Definitions_T : public Graph_T<T>
     {
@@ -67,7 +67,7 @@ namespace
         void SerializeFields(Serializeable_c & Archive, Ship_s & Ship) override;
     };
 
-    // The house is static: its purse is stored, not the house.
+    // The house is static, so only its purse is stored.
     class Houses_c : public Serializer_c
     {
     public:
@@ -77,7 +77,7 @@ namespace
 
         static void Register() { RegisterSerializedStaticPointer(&g_House, "House"); }
 
-        // Pointers to static objects.
+        // Serializes pointers to static objects.
         template <typename T>
         static void SerializeStatic(Serializeable_c & Archive, T *& p)
         {
@@ -98,7 +98,7 @@ namespace
     void Definitions_T<T>::SerializeFields(Serializeable_c &, T &)
     {}   // nothing of a route or a type changes
 
-    // Of the others something does; see below.
+    // Goods and harbours do change; see below.
     template <>
     void Definitions_T<Good_s>::SerializeFields(Serializeable_c & Archive, Good_s & Good);
     template <>
@@ -111,7 +111,7 @@ namespace
     Ships_c g_Ships;
     Houses_c g_Houses;
 
-    // A count, and that many of what fnOne serializes by its index.
+    // Serializes a count, and that many items by fnOne with their index.
     template <typename ONE>
     void SerializeMany(Serializeable_c & Archive, int nItems, ONE fnOne)
     {
@@ -229,7 +229,7 @@ String_T<256> BaySerialize(Serializeable_c & Archive, Bay_s & Bay)
     SerializeDefinitions(Archive, g_Harbours, Bay.dHarbours);
     SerializeDefinitions(Archive, g_Goods, Bay.dGoods);
     SerializeMission(Archive, Bay.Mission);
-    // The graph makes ships as it reaches them. A positive result puts the first argument ahead.
+    // The graph creates ships as it reaches them. A positive result puts the first argument before the second.
     Bay.dShips.Sort([](Ship_s const * pA, Ship_s const * pB)
         { return (pA->iNumber < pB->iNumber) - (pA->iNumber > pB->iNumber); },
         0, -1);

@@ -1,4 +1,4 @@
-// The bay's tables: which files, which columns, and what makes a row acceptable.
+// The bay's tables: the files, the columns, and the rules for acceptable rows.
 #include "bay.h"
 
 #include "zqcore/clog.h"
@@ -6,7 +6,7 @@
 
 namespace
 {
-    constexpr int MAX_NUMBER = 1000000;   // of any cell, so that sums stay far from their limits
+    constexpr int MAX_NUMBER = 1000000;   // the largest number in any cell, so that sums stay far from their limits
 
     bool ReadName(Warehouse_c const & Table, char const * szColumn, Name_t & sName)
     {
@@ -23,13 +23,13 @@ namespace
         return Table.Get(szColumn, iNumber) && iNumber >= iLeast && iNumber <= MAX_NUMBER;
     }
 
-    // A cell like 12-34.
+    // Reads a cell like 12-34.
     bool ReadRange(Warehouse_c const & Table, char const * szColumn, int & iLowest, int & iHighest)
     {
         return Table.Get(szColumn, iLowest, iHighest) && iLowest >= 0 && iLowest <= iHighest && iHighest <= MAX_NUMBER;
     }
 
-    // A cell that names an item of another table.
+    // Reads a cell that names an item of another table.
     template <typename T>
     bool ReadReference(Warehouse_c const & Table, char const * szColumn, Items_T<T> & dItems, T *& pItem)
     {
@@ -132,14 +132,14 @@ namespace
         return sIdent == "purse" || sIdent == "dues" || sIdent == "port_hours";
     }
 
-    // For each table there is an operation that reads its work line; false if it makes no sense.
+    // A table and the operation that reads its work line. It returns false if the line makes no sense.
     struct TableOfBay_s
     {
         char const * szFile;
         bool (*fnReadRow)(Bay_s & Bay, Warehouse_c const & Table);
     };
 
-    // Each table refers to those above it.
+    // Each table refers only to those above it.
     constexpr TableOfBay_s TABLES[] = {
         { "goods.csv", ReadGood },
         { "harbours.txt", ReadHarbour },
@@ -150,7 +150,7 @@ namespace
         { "fleet.csv", ReadShip },
     };
 
-    // Calls for each pair of items with the same ident.
+    // Calls Take for each pair of items with the same ident.
     template <typename T, typename TAKE>
     void ForPairs(Items_T<T> const & dFrom, Items_T<T> & dTo, TAKE Take)
     {
@@ -163,7 +163,7 @@ namespace
         }
     }
 
-    // Why there is nothing to read, if so.
+    // Reads a table. Returns why it can't be read, or an empty reason.
     NoFile_s ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
     {
         HeldFile_c const File(TableOfBay.szFile);

@@ -13,7 +13,7 @@ public:
         : Serializer_c(szClass)
     {}
 
-    /// One pointer; the object too, where it is met first.
+    /// Serializes one pointer, and its object when it is met for the first time.
     void Serialize(Serializeable_c & Archive, T *& p)
     {
         void * pObject = p;
@@ -22,10 +22,10 @@ public:
     }
 
 protected:
-    /// Finds or makes the object of that ident in a load; null after failing the archive.
+    /// Finds or creates the object with that ident during a load. On failure fails the archive and returns null.
     virtual T * Obtain(Serializeable_c & Archive, char const * szIdent) = 0;
 
-    /// What is stored of an object beside its ident.
+    /// Serializes the fields of an object except its ident.
     virtual void SerializeFields(Serializeable_c & Archive, T & Object) = 0;
 
     void SerializeObject(Serializeable_c & Archive, void *& pObject) final

@@ -1,19 +1,19 @@
-// heldfile.h: a file of the media that stays resident while several readers take it.
+// heldfile.h: a file of the media that stays resident while several readers use it.
 #pragma once
 
 #include "zqcore/cstring.h"
 
 class File_c;
 
-/// Why a file has nothing to read: there is none of that name, or, as bFault says, one that can't be read or is empty,
-/// or the scan of the media has missed something. Empty if it can be read.
+/// Why a file can't be read; empty if it can. Without bFault no file has that name. With bFault the file is empty or
+/// can't be read, or the scan of the media missed something.
 struct NoFile_s
 {
     String_T<256> sWhy;
     bool bFault = false;
 };
 
-/// Reads the file once, so that the readers that follow meet what was found here.
+/// Reads the file once, so that all readers after it see the same contents.
 class HeldFile_c
 {
 public:

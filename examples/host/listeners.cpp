@@ -17,7 +17,7 @@ namespace
         Heard.Add(szText);
     }
 
-    // The log's lines that the report counts, by how they begin.
+    // The log's lines that the report counts, recognised by their start.
     struct LogLine_s
     {
         char const * szBegin;

@@ -1,9 +1,9 @@
-// listeners.h: what the host hears from the log and from complaints while it runs.
+// listeners.h: what the host learns from the log and from complaints while it runs.
 #pragma once
 
 #include "zqcore/cstring.h"
 
-/// The first few texts of a kind, and how many there were.
+/// The first few texts of a kind, and the number of all.
 struct Heard_s
 {
     static constexpr int KEPT = 5;
@@ -17,14 +17,14 @@ struct Heard_s
 
 struct Notes_s
 {
-    Heard_s Dropped;      // locations of files whose name was taken already
-    Heard_s Kept;         // and of the files that have the name
-    Heard_s PassedOver;   // what the scan left out
+    Heard_s Dropped;      // locations of files whose name was in use already
+    Heard_s Kept;         // locations of the files that have the name
+    Heard_s PassedOver;   // what the scan skipped
     Heard_s Complaints;   // warnings and worse
 };
 
-/// Starts to listen. The lists that the library keeps its listeners in are emptied by AppMiscShutdown.
+/// Starts to listen. AppMiscShutdown empties the library's lists of listeners.
 void ListenersAdd();
 
-/// What was heard so far, on all threads.
+/// Returns what was collected so far, on all threads.
 Notes_s ListenersGetNotes();

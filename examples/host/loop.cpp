@@ -28,7 +28,7 @@ namespace
         std::this_thread::sleep_for(IDLE_NAP);
     }
 
-    // A kind of work under way, for both profilers.
+    // A kind of work, which both profilers measure while this lives.
     class Work_c
     {
     public:
@@ -54,7 +54,8 @@ namespace
     {
         ProfilerBeginFrame();
         {
-            // A windowed host passes each message of the system on; the entropy pool lives on their moments.
+            // A host with windows passes on each message of the system. The entropy pool needs the times at which they
+            // arrive.
             Work_c const Work("Messages", SIMPLE_TIMER_CLIENT_DISPATCHMSG);
             g_ApplicationMessages.Fire(MessageData_s{}, false);
         }
@@ -67,7 +68,7 @@ namespace
             Survey.StreamFiles(ModuleSettings_c::Get()->m_nStream);
         }
         MemoryResetFrameAllocCount();
-        std::atomic_ref(g_iLogFrameCounter).fetch_add(1, std::memory_order_relaxed);   // the file worker logs
+        std::atomic_ref(g_iLogFrameCounter).fetch_add(1, std::memory_order_relaxed);   // the file thread logs too
         ProfilerEndFrame();
     }
 
@@ -100,7 +101,7 @@ FrameStats_s LoopRun(int nFrames, Survey_c & Survey)
 {
     double const tFrame = 1.0 / ModuleSettings_c::Get()->m_nRate;
     FrameStats_s Stats;
-    MemoryResetFrameAllocCount();   // what came before is no frame's
+    MemoryResetFrameAllocCount();   // allocations before the first frame do not count
     while (nFrames == FRAMES_UNTIL_OVER ? !Watch_c::IsOver() : Stats.nFrames < nFrames)
     {
         double const dt = AppGetDeltaTime(tFrame);

@@ -14,9 +14,9 @@ struct FrameStats_s
     unsigned nMostAllocs = 0;   // in one frame
 };
 
-/// For LoopRun: frames until a watch is over.
+/// For LoopRun: run frames until the watch is over.
 inline constexpr int FRAMES_UNTIL_OVER = -1;
 
-/// Runs frames at the rate of the settings, and the idle heartbeat between them. Each frame streams as many files of the
-/// survey as the settings say.
+/// Runs frames at the rate of the settings, with the idle heartbeat between them. Each frame streams as many files of
+/// the survey as the settings say.
 FrameStats_s LoopRun(int nFrames, Survey_c & Survey);

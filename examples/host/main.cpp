@@ -1,6 +1,6 @@
 // A host application of ZQCore: it starts the library, runs a main loop over a media tree, and stops.
 //
-// The order of the calls below is the order in which every application makes them.
+// Every application makes the calls below in this order.
 #include "listeners.h"
 #include "loop.h"
 #include "media.h"
@@ -42,7 +42,8 @@ namespace
         return eStatus;
     }
 
-    // A report that standard output did not take whole is a failed run, unless its reader is gone. The status otherwise.
+    // Returns the status. If standard output did not accept the whole report, the run has failed, unless the reader is
+    // gone.
     int CheckOutput(int iStatus)
     {
         bool const bWhole = (std::fflush(stdout) == 0 && !std::ferror(stdout)) || Watch_c::IsHungUp();
@@ -50,11 +51,11 @@ namespace
                                               : Fail(STATUS_OUTPUT, "standard output took not all of the report");
     }
 
-    // Log, current folder, listeners: everything in front of the modules.
+    // Starts what comes before the modules: log, current folder, listeners.
     void StartApplication(Options_s const & Options)
     {
 #ifdef SIGPIPE
-        std::signal(SIGPIPE, SIG_IGN);   // who reads the report may end first, and that must not cost the world
+        std::signal(SIGPIPE, SIG_IGN);   // the reader of the report may end first, and the world must still be saved
 #endif
         g_szApplicationName = "Harbour";
         g_silentMode = Options.bSilent;
@@ -68,8 +69,8 @@ namespace
         DumpSystemInfo();
         Log("%s", GetBuildVersionString());
         ListenersAdd();
-        SetTextErrorLog(true);   // names the line to who writes tables
-        SetAchtungs(false);      // media of all kinds come along: complaints are counted and reported at the end
+        SetTextErrorLog(true);   // reports the line to authors of tables
+        SetAchtungs(false);      // media of all kinds occur: complaints are counted and reported at the end
     }
 
     void PrintHead(Options_s const & Options, std::string const & sMedia)
@@ -83,7 +84,7 @@ namespace
         std::printf("    stats   %s\n", Options.sStats.empty() ? "none" : Options.sStats.c_str());
     }
 
-    // The files and tables of the media, and all that reading them showed.
+    // Reads and reports the files and tables of the media.
     void TakeStock(Survey_c & Survey, char const * szSource, Services_c const & Services)
     {
         Survey.List();
@@ -94,7 +95,7 @@ namespace
         ReportTables(Survey);
     }
 
-    // Runs the frames. Returns why it can't watch, if it can't.
+    // Runs the frames. Returns why it can't watch, or an empty text.
     std::string RunLoop(Options_s const & Options, Survey_c & Survey, FrameStats_s & Stats)
     {
         if (!Options.bWatch)
@@ -126,7 +127,7 @@ namespace
         return STATUS_OK;
     }
 
-    // Goes on from the last save, moves the world on and saves it. The save is this host's all the while.
+    // Continues from the last save, runs the world and saves it. This host holds the save the whole time.
     int Play(Options_s const & Options, ModuleWorld_c & World, Survey_c & Survey)
     {
         FileSave_c Save(Options.sSave.c_str());
@@ -158,7 +159,7 @@ namespace
         return Saved.sWhyNot.empty() ? STATUS_OK : FailSave(Options, Saved.sWhyNot);
     }
 
-    // Media without a world: nothing to load and to save.
+    // Runs over media without a world, where there is nothing to load or save.
     int PlayEmpty(Options_s const & Options, ModuleWorld_c const & World, Survey_c & Survey)
     {
         ReportNotLoaded(World.GetWhyEmpty());
@@ -170,7 +171,7 @@ namespace
         return Fail(STATUS_STATS, "can't write the stats to \"" + Options.sStats + "\"; the log says why");
     }
 
-    // All that happens while the modules are up.
+    // Runs everything that needs the modules.
     int RunGame(Options_s const & Options, Services_c const & Services, std::string const & sMedia)
     {
         std::string const sMessage = MediaCheckChoice(Options, sMedia);
@@ -201,7 +202,7 @@ namespace
     {
         MediaSet(Options, sMedia);
         Services_c Services;
-        Services.Add(ModuleTimer_c::Get());   // first, so that the others are timed by the good clock
+        Services.Add(ModuleTimer_c::Get());   // first, so that the good clock times the others
         Services.Add(ModuleLog_c::Get());
         Services.Add(ModuleProfiler_c::Get());
         Services.Add(ModuleCryptRandom_c::Get());

@@ -22,7 +22,8 @@ namespace
         return !g_sFilesystemCacheName.IsEmpty();   // a load that finds nothing empties it
     }
 
-    // A tree without a folder for the game is no tree of several games, and is taken whole.
+    // Returns whether a tree holds several games. One without a folder for the game does not, and is scanned as a
+    // whole.
     bool IsSplit(Options_s const & Options, std::string const & sMedia)
     {
         return DirectoryExists((sMedia + "/gamedata/" + Options.sGame).c_str());
@@ -79,12 +80,12 @@ std::string MediaCheck(std::string const & sMedia)
 
 void MediaSet(Options_s const & Options, std::string const & sMedia)
 {
-    SetPQXMediaPath(Options.sMedia.c_str());   // empty: discovered, which is where sMedia comes from then
+    SetPQXMediaPath(Options.sMedia.c_str());   // if empty, the library discovers it; sMedia then comes from there
     SetPQXCurrentConfig(Options.sConfig.c_str());
     FileSetMediaTemplate("media*.zq");
     FileSetSplit(IsSplit(Options, sMedia) ? "\\gamedata\\" : nullptr);
-    FileAlwaysExcludeFolder(".git");   // of a tree under version control
-    FileSetEmptyAllowed(true);         // editors empty what they rewrite
+    FileAlwaysExcludeFolder(".git");   // for a tree under version control
+    FileSetEmptyAllowed(true);         // editors empty a file before they rewrite it
     ModuleFile_c::Get()->ReadMedia(true);
     FilesystemCacheInit(Options.bCache ? CacheOf(Options, sMedia).c_str() : nullptr);
     ModuleFile_c::Get()->SetCacheFile(Options.bCache ? Options.sCacheFile.c_str() : nullptr);

@@ -5,14 +5,15 @@
 
 struct Options_s;
 
-/// Says what is wrong with a media root; nothing if it can be read.
+/// Returns what is wrong with a media root, or an empty text if it can be read.
 std::string MediaCheck(std::string const & sMedia);
 
-/// The settings that ModuleFile_c reads when it comes up.
+/// Sets the settings that ModuleFile_c reads when it starts.
 void MediaSet(Options_s const & Options, std::string const & sMedia);
 
-/// With the modules up: says what of the command line does not go with the media; nothing if all does.
+/// Returns which part of the command line does not fit the media, or an empty text. Requires that the modules are up.
 std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia);
 
-/// With the modules up: where the tables came from, in words. With --cache, a run that had to scan leaves a cache.
+/// Describes where the tables of files came from. With --cache, a run that had to scan writes a cache. Requires that
+/// the modules are up.
 std::string MediaTellSource(Options_s const & Options, std::string const & sMedia);

@@ -22,7 +22,7 @@ namespace
         return Goal.pGood != nullptr;
     }
 
-    // What stands behind "deliver".
+    // Reads a goal after the word "deliver".
     void ReadGoal(Script_c & Script, Bay_s & Bay)
     {
         char sGood[Script_c::TOKEN_SIZE];

@@ -1,6 +1,6 @@
-// mission.h: what the house wants done, read from a script.
+// mission.h: the house's goals, read from a script.
 //
-// A script has a title and goals, each on the crates of a good that are landed by the end of a day:
+// A script has a title and goals. A goal is a number of crates of a good that must be landed by the end of a day:
 //
 //     mission "Bread before the ice"
 //     deliver flour crates 800 days 14 pays 300
@@ -33,9 +33,9 @@ struct Mission_s
     Array_T<Goal_s, 16, 0> dGoals;
 };
 
-/// Reads the bay's mission; without the script there is none. Goals that make no sense are left out with a log line.
-/// Requires that the script can be read if it is there.
+/// Reads the bay's mission. Without the script there is none. Goals that make no sense are skipped with a log line.
+/// Requires that the script can be read if it exists.
 void MissionRead(char const * szFile, Bay_s & Bay);
 
-/// Settles the goals that the hour decides, and pays for those that are met.
+/// Settles the goals that end in this hour, and pays for those that are met.
 void MissionCheck(Bay_s & Bay);

@@ -13,7 +13,7 @@ namespace
 {
     constexpr int MAX_FRAMES = 1000000;
 
-    // The options that take a value, as they come.
+    // The values of options, as given.
     struct Texts_s
     {
         std::string sMedia, sConfig, sGame, sFrames, sLog, sSave, sStats, sCacheFile;
@@ -77,7 +77,7 @@ namespace
         return "\"" + sText + "\"";
     }
 
-    // Splits the arguments into values and flags; the message says what is wrong, if anything is.
+    // Splits the arguments into values and flags. Returns a message if something is wrong, else an empty text.
     std::string Collect(int nArguments, char ** dArguments, Texts_s & Texts, Options_s & Options)
     {
         for (int i = 1; i < nArguments; ++i)
@@ -116,7 +116,7 @@ namespace
                      : "--frames takes a number from 0 to " + std::to_string(MAX_FRAMES) + ", not " + Quoted(sText);
     }
 
-    // A folder's bare name in lower case with no blank, which is what the library finds on the command line.
+    // Checks a folder's bare name: lower case and no blank, which is what the library finds on the command line.
     std::string CheckGame(std::string const & sGame)
     {
         bool const bGood = sGame.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ /\\\t") == std::string::npos;
@@ -128,7 +128,7 @@ namespace
         try
         {
             std::filesystem::path const Path = std::filesystem::absolute(sPath).lexically_normal();
-            static_cast<void>(Path.wstring());   // throws at a name that is no UTF-8
+            static_cast<void>(Path.wstring());   // throws if a name is not UTF-8
             sAbsolute = Path.string();
         }
         catch (std::exception const &)
@@ -142,14 +142,14 @@ namespace
         return "";
     }
 
-    // The library keeps a location in 255 characters; a new save is written beside the old one.
+    // The library keeps a location in 255 characters. A new save is written next to the old one.
     std::string CheckLength(char const * szWhat, std::string const & sPath)
     {
         bool const bGood = sPath.size() < 240 && std::filesystem::path(sPath).filename().string().size() < 120;
         return bGood ? "" : std::string("the path of the ") + szWhat + " is too long: " + Quoted(sPath);
     }
 
-    // What is written replaces a file; a folder, pipe or device of the name is none.
+    // Written files replace a file. A folder, pipe or device of that name must not be replaced.
     std::string CheckKind(char const * szWhat, std::string const & sPath)
     {
         std::error_code Error;
@@ -157,7 +157,7 @@ namespace
         return bGood ? "" : std::string("the ") + szWhat + " is no regular file: " + Quoted(sPath);
     }
 
-    // Turns the values into options; the message says what is wrong, if anything is.
+    // Converts the values to options. Returns a message if something is wrong, else an empty text.
     std::string Settle(Texts_s const & Texts, Options_s & Options)
     {
         Options.sConfig = Texts.sConfig;

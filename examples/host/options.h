@@ -14,10 +14,10 @@ enum Status_e : int
     STATUS_STATS = 5,     // the profiler's file could not be written
     STATUS_SERVICE = 6,   // a service did not start
     STATUS_WATCH = 7,     // the media can't be watched
-    STATUS_OUTPUT = 8     // standard output did not take all of the report
+    STATUS_OUTPUT = 8     // standard output did not accept all of the report
 };
 
-/// What the command line says. Paths are absolute, without a separator at the end.
+/// The command line. Paths are absolute, without a separator at the end.
 struct Options_s
 {
     std::string sMedia;    // empty: the library discovers the media
@@ -25,20 +25,20 @@ struct Options_s
     std::string sGame = "pqx";
     bool bGameGiven = false;
     std::string sLogFolder;   // "logs" in the caller's current folder if none is given
-    std::string sSave;        // a file; beside the logs if none is given
-    std::string sStats;       // where the profiler writes; empty: nowhere
+    std::string sSave;        // a file; next to the logs if none is given
+    std::string sStats;       // the profiler's file; empty: none
     std::string sCacheFile;   // of the file system cache; empty: in the media root
     int nFrames = 480;
-    bool bNew = false;     // a new world, whatever is saved
+    bool bNew = false;     // start a new world even if there is a save
     bool bCache = false;   // start from the file system cache
-    bool bWatch = false;   // run until told to end, and follow changes of the media
+    bool bWatch = false;   // run until interrupted, and follow changes of the media
     bool bSilent = false;
     bool bHelp = false;
 };
 
-/// Reads the command line. False with a message if it makes no sense. Makes paths absolute, so it must run while the
-/// current folder is still the caller's.
+/// Reads the command line and makes its paths absolute. Call it while the current folder is still the caller's. Returns
+/// false, with a message, if the command line makes no sense.
 bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::string & sMessage);
 
-/// The text of --help.
+/// Returns the text of --help.
 std::string OptionsHelp();

@@ -1,4 +1,4 @@
-// report.h: what the host tells the person who ran it, on standard output, in parts that the settings choose.
+// report.h: the report on standard output for the person who ran the host. The settings choose its parts.
 #pragma once
 
 struct FrameStats_s;
@@ -8,12 +8,12 @@ class ModuleWorld_c;
 class Services_c;
 class Survey_c;
 
-/// Begins a part with its title; false if the settings leave the part out.
+/// Starts a part with its title. Returns false if the settings leave the part out.
 bool ReportBegin(char const * szPart, char const * szTitle);
 
 void ReportServices(Services_c const & Services);
 
-/// szSource: where the tables of files came from, in tTables seconds.
+/// Reports the files. szSource says where the tables of files came from, which took tTables seconds.
 void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables, Notes_s const & Notes);
 
 void ReportTables(Survey_c const & Survey);
@@ -24,7 +24,7 @@ void ReportWorld(ModuleWorld_c const & World);
 void ReportFrames(FrameStats_s const & Stats);
 void ReportSave(SaveResult_s const & Result, ModuleWorld_c const & World);
 
-/// Live blocks and bytes, and the peak, of each category that was ever used.
+/// Reports the live blocks and bytes, and the peak, of each category that was ever used.
 void ReportMemory();
 
 void ReportComplaints(Notes_s const & Notes);

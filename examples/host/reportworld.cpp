@@ -1,4 +1,4 @@
-// The report's parts on the world and its run.
+// The report's parts about the world and its run.
 #include "loop.h"
 #include "report.h"
 #include "saves.h"
@@ -12,7 +12,7 @@
 
 namespace
 {
-    // What each kind of work took of the last 32 frames that the simple profiler has whole.
+    // Prints how long each kind of work took in the last 32 frames for which the simple profiler is complete.
     void PrintShares()
     {
         auto const Ticks = [](int iType)
@@ -35,7 +35,7 @@ namespace
         }
     }
 
-    // The table of the configuration that was chosen, if one was.
+    // Prints the table of the configuration, if one was chosen.
     void PrintView()
     {
         Warehouse_c View;

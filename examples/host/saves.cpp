@@ -13,7 +13,7 @@ namespace
 {
     constexpr std::uint32_t SAVE_VERSION = 0x00010000;
 
-    // All that is stored, in both directions. What is wrong with it.
+    // Serializes everything, in both directions. Returns what is wrong with the data.
     std::string Serialize(Serializeable_c & Archive, std::string const & sGame, ModuleWorld_c & World)
     {
         String_T<64> sOfGame = sGame.c_str();
@@ -27,7 +27,7 @@ namespace
         return static_cast<char const *>(BaySerialize(Archive, World.GetBay()));
     }
 
-    // Reads a save that was found whole.
+    // Loads a save that was found whole.
     std::string LoadWhole(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
     {
         Readable_c Archive(Save.OpenFile(), SAVE_VERSION);
@@ -36,7 +36,8 @@ namespace
         return sWhyNot.empty() && Archive.IsFailed() ? "its contents end too early" : sWhyNot;
     }
 
-    // Loads the newest former save that fits, and says so in Result. One that may be good and can't be read is refused.
+    // Loads the newest previous save that fits, and stores its path in Result. One that may be good but can't be read is
+    // refused.
     void LoadFormer(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         for (int i = 1; i <= Save.GetFormer(); ++i)
@@ -61,7 +62,7 @@ namespace
         }
     }
 
-    // The former saves come first, so that one that is refused leaves the damaged save where it is.
+    // A damaged save is set aside only after the previous ones: one of them that is refused leaves it in place.
     void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         FileSave_c::State_e const eState = Save.Load(SAVE_VERSION);

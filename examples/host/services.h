@@ -1,9 +1,9 @@
-// services.h: the modules that the host runs, and how long each took to come up.
+// services.h: the modules that the host runs, and how long each took to start.
 #pragma once
 
 #include "zqcore/cmodule.h"
 
-/// Comes up right behind another module and keeps the moment.
+/// A module that starts right after another one and stores the time.
 class StartMark_c : public Module_c
 {
 public:
@@ -14,7 +14,7 @@ public:
     void Watch(Module_c * pModule) { m_dPrerequisites[0] = pModule; }
     Module_c const * GetWatched() const { return m_dPrerequisites[0]; }
 
-    /// longTimeGetPassed of the moment; 0 until then.
+    /// Returns the longTimeGetPassed of that moment; 0 before it.
     double GetTime() const { return m_tUp; }
 
 protected:
@@ -26,7 +26,7 @@ private:
     double m_tUp = 0.0;
 };
 
-/// The host's list of modules. Must outlive Module_c::ShutdownAllModules, since the registry points at the marks.
+/// The host's list of modules. It must outlive Module_c::ShutdownAllModules, because the registry points at the marks.
 class Services_c
 {
 public:
@@ -35,12 +35,12 @@ public:
     /// Registers a module. Add a module's prerequisites before it, or their start counts as part of its own.
     void Add(Module_c * pModule);
 
-    /// Initialises all modules; false if one did not come up.
+    /// Initialises all modules. Returns false if one did not start.
     bool Start();
 
     int GetCount() const { return m_nServices; }
 
-    /// The name of a module, in the order of adding, and the seconds that its start took.
+    /// Return the name of a module, in the order of adding, and the seconds that its start took.
     char const * GetName(int iService) const { return m_dMarks[iService].GetWatched()->GetName(); }
     double GetStartTime(int iService) const;
     double GetStartTime(Module_c const & Module) const;

@@ -12,11 +12,11 @@
 namespace
 {
     constexpr char const * LIST = "settings.prp";
-    constexpr char const * PARTS = "report";   // the one name that may stand on several lines
+    constexpr char const * PARTS = "report";   // the one name that may occur on several lines
 
     using Text_t = ModuleSettings_c::Text_t;
 
-    // A setting is a number in a range, or a text.
+    // A setting: a number in a range, or a text.
     struct Setting_s
     {
         char const * szName;

@@ -1,7 +1,7 @@
 // settings.h: how the host runs, from the property list settings.prp of the media.
 //
-// The module comes up behind the files and in front of all that asks it. Without the list, or a name in it, a setting is
-// what it is here. The list's names are those of SETTINGS in settings.cpp.
+// The module starts after the files and before all modules that use it. If the list, or a name in it, is missing, the
+// setting has the default below. SETTINGS in settings.cpp has the list's names.
 #pragma once
 
 #include "zqcore/carray.h"
@@ -17,10 +17,10 @@ public:
         : Module_c("ModuleSettings_c")
     {}
 
-    /// The instance.
+    /// Returns the instance.
     static ModuleSettings_c * Get();
 
-    /// Whether the run is to tell about that part; about all if the list names none.
+    /// Returns whether the report has that part. It has all parts if the list names none.
     bool Tells(char const * szPart) const;
 
     int m_nRate = 240;                   // frames a second

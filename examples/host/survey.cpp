@@ -9,11 +9,11 @@
 
 namespace
 {
-    constexpr int HEADER_REACH = 65536;   // bytes at a file's start in which a table's header line is looked for
+    constexpr int HEADER_REACH = 65536;   // bytes at a file's start that may hold a table's header line
     constexpr char const * HEADER_WORD = "@head";
-    constexpr std::uint32_t WHOLE = 1 << 20;   // bytes up to which a frame reads a file whole
+    constexpr std::uint32_t WHOLE = 1 << 20;   // bytes up to which a frame reads a whole file
 
-    // Whether the resident contents of a file have the word that begins a table's header line.
+    // Returns whether the resident contents of a file have the word that begins a table's header line.
     bool HasHeaderWord(File_c const & File)
     {
         auto const * pText = reinterpret_cast<char const *>(File.pData);
@@ -46,7 +46,7 @@ namespace
         return nRows;
     }
 
-    // The first piece of a file that is too big for a frame.
+    // Reads the first piece of a file that is too big for one frame.
     void StreamPiece(File_c const & File)
     {
         static unsigned char s_dPiece[65536];
@@ -82,7 +82,7 @@ void Survey_c::List()
         m_nBytes += FileBytes(File);
         CountExtension(File);
     }
-    // A positive result puts the first argument ahead.
+    // A positive result puts the first argument before the second.
     m_dFiles.Sort([](File_c const * pA, File_c const * pB) { return Order(FileBytes(*pA), FileBytes(*pB)); }, 0, -1);
     m_dExtensions.Sort([](Extension_s const & A, Extension_s const & B) { return Order(A.nBytes, B.nBytes); }, 0, -1);
 }
@@ -154,7 +154,7 @@ void Survey_c::ReadTables()
         Warehouse_c Warehouse;
         if (!Warehouse.Open(Table.pFile->sName))
         {
-            m_dTables.Delete(i);   // the word was there, but no header line
+            m_dTables.Delete(i);   // the word was there, but not a header line
             continue;
         }
         Table.nRows = CountRows(Warehouse);
@@ -172,7 +172,7 @@ void Survey_c::StreamFiles(int nFiles)
     {
         File_c & File = *m_dStreamed[m_iNext];
         m_iNext = (m_iNext + 1) % m_dStreamed.GetLength();
-        if (FileBytes(File) != 0)   // emptied while the host runs
+        if (FileBytes(File) != 0)   // may have been emptied while the host runs
         {
             FileBytes(File) <= WHOLE ? FileClose(FileOpen(File.sName)) : StreamPiece(File);
         }

@@ -1,6 +1,6 @@
-// survey.h: what a media tree holds, whatever game it belongs to.
+// survey.h: the contents of a media tree of any game.
 //
-// The survey looks at the library's table of files and then opens every file by its bare name, as a game does.
+// The survey reads the library's table of files and then opens every file by its bare name, as a game does.
 #pragma once
 
 #include "zqcore/carray.h"
@@ -10,7 +10,7 @@
 
 class File_c;
 
-/// Bytes of a file as the table has them.
+/// Returns the bytes of a file by the table.
 std::uint32_t FileBytes(File_c const & File);
 
 /// The files of one extension.
@@ -41,29 +41,29 @@ public:
     /// Reads every file once.
     void ReadFiles();
 
-    /// Walks every table that ReadFiles came across from its first row to its last.
+    /// Walks every table that ReadFiles found from its first row to its last.
     void ReadTables();
 
-    /// Reads the next few files, round and round: small ones whole, of big ones a piece.
+    /// Reads the next few files, and starts over after the last one. Reads small ones whole, and a piece of big ones.
     void StreamFiles(int nFiles);
 
-    /// Biggest first; the extensions by their bytes, the tables by their location.
+    /// Return the files, biggest first, the extensions by their bytes, and the tables by their location.
     Files_t const & GetFiles() const { return m_dFiles; }
     Extensions_t const & GetExtensions() const { return m_dExtensions; }
     Tables_t const & GetTables() const { return m_dTables; }
 
-    /// The files whose name occurs again elsewhere.
+    /// Returns the number of files whose name also occurs elsewhere.
     int CountDuplicates() const;
 
     int m_nFolders = 0;
-    std::uint64_t m_nBytes = 0;   // of all files
+    std::uint64_t m_nBytes = 0;   // bytes of all files
     int m_nEmpty = 0;             // files without contents, which are not opened
-    int m_nRead = 0;              // files read, and the bytes that came
+    int m_nRead = 0;              // files read, and their bytes
     std::uint64_t m_nBytesRead = 0;
     int m_nUnreadable = 0;
     double m_tReading = 0.0;   // seconds in FileOpen and FileClose
-    int m_nRows = 0;           // of all tables
-    double m_tTables = 0.0;    // seconds over the tables
+    int m_nRows = 0;           // rows of all tables
+    double m_tTables = 0.0;    // seconds for the tables
 
 private:
     void CountExtension(File_c const & File);
@@ -72,6 +72,6 @@ private:
     Files_t m_dFiles;
     Extensions_t m_dExtensions;
     Tables_t m_dTables;
-    Files_t m_dStreamed;   // what can be read without a complaint
-    int m_iNext = 0;       // of StreamFiles
+    Files_t m_dStreamed;   // files that can be read without a complaint
+    int m_iNext = 0;       // the next file of StreamFiles
 };

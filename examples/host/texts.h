@@ -7,24 +7,24 @@ class File_c;
 
 using Text_t = String_T<256>;
 
-/// The text as printf takes it.
+/// Returns the text in the form that printf needs.
 inline char const * Sz(Text_t const & sText)
 {
     return sText;
 }
 
-/// A text from outside as a terminal may see it (ctexterror.h), cut to fit.
+/// Returns a text from outside in a form that is safe for a terminal (ctexterror.h), cut to fit.
 Text_t Shown(char const * szText);
 
-/// A number with its thousands apart: 12,345.
+/// Returns a number with separated thousands: 12,345.
 Text_t Grouped(long long iNumber);
 
-/// Bytes in a unit that fits: 12.3 MB.
+/// Returns bytes in a suitable unit: 12.3 MB.
 Text_t Size(double fBytes);
 
-/// A time in a unit that fits: 1.23 ms.
+/// Returns a time in a suitable unit: 1.23 ms.
 Text_t Duration(double tSeconds);
 
-/// A location of the file system as a path below the media root, with `/`, as Shown has it.
+/// Returns a location as a path below the media root, with `/` and safe for a terminal.
 Text_t BelowRoot(char const * szLocation);
 Text_t BelowRoot(File_c const & File);

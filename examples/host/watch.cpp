@@ -16,12 +16,12 @@
 
 namespace
 {
-    constexpr int SHOWN = 20;   // rows of a table that are named
+    constexpr int SHOWN = 20;   // rows of a table that are printed
 
-    // The cells of each row, joined, by the row's ident; an ident that comes again gets a number.
+    // The cells of each row, joined, by the row's ident. A repeated ident gets a number.
     using Rows_t = std::map<std::string, std::string>;
 
-    std::map<std::string, Rows_t> g_dTables;   // by the key of the file
+    std::map<std::string, Rows_t> g_dTables;   // by the file's key
     volatile std::sig_atomic_t g_bOver = 0;
     volatile std::sig_atomic_t g_bHungUp = 0;
 
@@ -32,7 +32,7 @@ namespace
     }
 
 #ifdef SIGHUP
-    // Of a terminal that is closed. It comes twice where the shell passes it on, so no second one ends the host.
+    // The terminal was closed. The signal comes twice if the shell passes it on, so a second one does not end the host.
     void OnHangUp(int iSignal)
     {
         std::signal(iSignal, SIG_IGN);
@@ -46,7 +46,7 @@ namespace
         std::signal(SIGINT, OnSignal);
         std::signal(SIGTERM, OnSignal);
 #ifdef SIGHUP
-        if (std::signal(SIGHUP, OnHangUp) == SIG_IGN)   // as nohup starts it
+        if (std::signal(SIGHUP, OnHangUp) == SIG_IGN)   // ignored by nohup
         {
             std::signal(SIGHUP, SIG_IGN);
         }
@@ -97,11 +97,11 @@ namespace
         return bEmpty;
     }
 
-    // Reads the file as it is on disk now; empty if it can't be read.
+    // Reads the rows of the file as it is on disk now. Returns none if it can't be read.
     Rows_t ReadRows(File_c & File)
     {
         Rows_t dRows;
-        File.Refresh();   // whoever holds it sees the new contents too
+        File.Refresh();   // other holders see the new contents too
         if (FileOpen(&File))
         {
             dRows = RowsOf(File);
@@ -110,7 +110,7 @@ namespace
         return dRows;
     }
 
-    // The rows of A that B has not, or has with other cells, as bOther says.
+    // Prints the rows of dA that dB lacks or, with bOther, has with other cells.
     int PrintRows(char const * szWhat, Rows_t const & dA, Rows_t const & dB, bool bOther)
     {
         int nRows = 0;
@@ -155,7 +155,7 @@ namespace
         else if (IsEmptyOnDisk(*pFile))
         {
             std::printf("%s is empty: the rows stay as they were\n", Sz(Shown(szFile)));
-            pFile->iLength = 0;   // as the host's streaming looks at it
+            pFile->iLength = 0;   // the state in which the host's streaming may see it
         }
         else
         {

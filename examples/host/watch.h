@@ -1,31 +1,31 @@
 // watch.h: files that change while the host runs.
 //
-// A watch tells of each known file that somebody rewrites. Of a table it says which rows are other ones than before,
-// and the world goes on with the new numbers.
+// A watch reports each known file that somebody rewrites. For a table it reports the rows that changed, and the world
+// continues with the new numbers.
 #pragma once
 
 class Survey_c;
 
 #include <string>
 
-/// Watches the media root from its construction on. One at a time.
+/// Watches the media root from its construction on. Only one can exist at a time.
 class Watch_c
 {
 public:
-    /// Remembers the rows of the survey's tables, and listens for the signals that ask a program to end: SIGINT, SIGTERM
-    /// and, unless it is ignored, SIGHUP.
+    /// Stores the rows of the survey's tables. Handles the signals that ask a program to end: SIGINT, SIGTERM, and
+    /// SIGHUP unless it is ignored.
     Watch_c(std::string const & sMedia, Survey_c const & Survey);
     ~Watch_c();
     Watch_c(Watch_c const &) = delete;
     Watch_c & operator=(Watch_c const &) = delete;
 
-    /// Whether the host was asked to end. A second SIGINT or SIGTERM ends it at once. Prints once what can't be watched
-    /// of folders that appeared.
+    /// Returns whether the host was asked to end. A second SIGINT or SIGTERM ends it at once. Also prints, once, which
+    /// new folders can't be watched.
     static bool IsOver();
 
-    /// Whether the terminal of a watch was closed: nobody reads what is printed.
+    /// Returns whether the terminal of a watch was closed, so that nobody reads what is printed.
     static bool IsHungUp();
 
-    /// Why nothing is watched, with the remedy where there is one; empty if the media are watched.
+    /// Returns why nothing is watched, with the remedy if there is one. Empty if the media are watched.
     static std::string GetWhyNot();
 };

@@ -95,7 +95,7 @@ void ModuleWorld_c::HeartbeatFrame(double)
         return;
     }
     BayHour(m_Bay);
-    if (m_Bay.nHours == HOURS)   // by now the moments of the frames have filled the pool
+    if (m_Bay.nHours == HOURS)   // the times of the frames have filled the pool by then
     {
         GetRandomBytes(reinterpret_cast<unsigned char *>(&m_Bay.dwGame), sizeof m_Bay.dwGame);
     }

@@ -1,6 +1,6 @@
-// world.h: the module that keeps the bay and moves it on by one hour a frame.
+// world.h: the module that owns the bay and advances it by one hour a frame.
 //
-// Over media of another game the tables are missing: the world stays empty, which is no failure.
+// With media of another game the tables are missing. The world then stays empty, which is no failure.
 #pragma once
 
 #include "balance.h"
@@ -15,27 +15,27 @@ public:
         : Module_c("ModuleWorld_c")
     {}
 
-    /// The instance.
+    /// Returns the instance.
     static ModuleWorld_c * Get();
 
-    /// Begins anew from the media; whatever was there goes.
+    /// Starts a new world from the media. The previous one is deleted.
     void Begin();
 
-    /// Takes the numbers of the media's tables anew while the game goes on. Rows that are new or gone, and what rows
-    /// point at, wait for the next beginning. Tables that make no sense, or a world that is empty, change nothing.
+    /// Reads the numbers of the media's tables again while the game goes on. New rows, deleted rows and changed
+    /// references have no effect until the next Begin. Tables that make no sense, or an empty world, change nothing.
     void TakeTables();
 
-    /// Whether the media have no world, and why.
+    /// Return whether the media have no world, and why.
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
     char const * GetWhyEmpty() const { return m_Why.sWhy; }
 
-    /// Whether a file of the world is there and can't be read.
+    /// Returns whether a file of the world exists but can't be read.
     bool IsFaulty() const { return m_Why.bFault; }
 
     Bay_s & GetBay() { return m_Bay; }
     Bay_s const & GetBay() const { return m_Bay; }
 
-    /// What the tables were multiplied with.
+    /// Returns the factors that the tables were multiplied by.
     Balance_s const & GetBalance() const { return m_Balance; }
 
 protected:
@@ -47,5 +47,5 @@ protected:
 private:
     Bay_s m_Bay;
     Balance_s m_Balance;
-    NoFile_s m_Why;   // there is no world
+    NoFile_s m_Why;   // why there is no world
 };
