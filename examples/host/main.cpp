@@ -48,7 +48,7 @@ namespace
     {
         bool const bWhole = (std::fflush(stdout) == 0 && !std::ferror(stdout)) || Watch_c::IsHungUp();
         return bWhole || iStatus != STATUS_OK ? iStatus
-                                              : Fail(STATUS_OUTPUT, "standard output took not all of the report");
+                                              : Fail(STATUS_OUTPUT, "standard output did not accept the whole report");
     }
 
     // Starts what comes before the modules: log, current folder, listeners.
@@ -146,7 +146,7 @@ namespace
             if (Loaded.bRefused)
             {
                 return Fail(STATUS_SAVE, "can't load \"" + Options.sSave + "\": " + Loaded.sWhyNot
-                                             + "; give another file with --save, or begin anew with --new");
+                                             + "; give another file with --save, or start a new world with --new");
             }
             ReportLoad(Loaded, World);
         }

@@ -32,11 +32,9 @@ namespace
         { "--game", &Texts_s::sGame, "NAME      the folder of gamedata to use, in lower case (pqx)" },
         { "--frames", &Texts_s::sFrames, "N       frames to run, one hour of the world each (480)" },
         { "--log", &Texts_s::sLog, "FOLDER     where the logs go (logs)" },
-        { "--save", &Texts_s::sSave,
-            "FILE      where the world goes on from and is saved to (GAME.sav beside the logs)" },
-        { "--stats", &Texts_s::sStats, "FILE     have the profiler write the times of every frame" },
-        { "--cache-file", &Texts_s::sCacheFile,
-            "FILE where --cache keeps the cache, for media that may not be written" },
+        { "--save", &Texts_s::sSave, "FILE      the save to load and to replace (GAME.sav beside the logs)" },
+        { "--stats", &Texts_s::sStats, "FILE     a file for the profiler's times of every frame" },
+        { "--cache-file", &Texts_s::sCacheFile, "FILE the file of --cache, for media that may not be written" },
     };
 
     struct FlagOption_s
@@ -47,13 +45,12 @@ namespace
     };
 
     constexpr FlagOption_s FLAG_OPTIONS[] = {
-        { "--new", &Options_s::bNew, "            begin a new world; the save of the old one becomes a former one" },
+        { "--new", &Options_s::bNew, "            start a new world; the old save is kept beside the new one" },
         { "--cache", &Options_s::bCache,
-            "          start from filesystemcache.bin in the media root, which the first such run writes, and scan "
-            "again "
-            "when a folder has changed" },
+            "          start from filesystemcache.bin in the media root; the first such run writes it, and a run "
+            "after a folder has changed scans again" },
         { "--watch", &Options_s::bWatch,
-            "          run until interrupted, whatever --frames says, and take changed tables while running" },
+            "          run until interrupted, without regard to --frames, and reload changed tables" },
         { "--silent", &Options_s::bSilent,
             "         show no dialogs; a broken precondition then ends the run with its text and status 1" },
         { "--help", &Options_s::bHelp, "           this text" },
@@ -217,8 +214,8 @@ std::string OptionsHelp()
     std::for_each(std::begin(VALUE_OPTIONS), std::end(VALUE_OPTIONS), Add);
     std::for_each(std::begin(FLAG_OPTIONS), std::end(FLAG_OPTIONS), Add);
     sHelp += "\nExit status: 0 done, 1 a complaint or crash ended a silent run, 2 bad command line, 3 no such media,\n"
-             "4 not saved, 5 stats not written, 6 a service did not start, 7 the media can't be watched, 8 standard "
-             "output took\n"
-             "not all. Standard error has the reason.\n";
+             "4 not saved, 5 stats not written, 6 a service did not start, 7 the media can't be watched, 8 the report "
+             "was not\n"
+             "written whole. Standard error has the reason.\n";
     return sHelp;
 }

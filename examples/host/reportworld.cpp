@@ -128,7 +128,7 @@ void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World)
         {
             std::printf("  It is kept as %s.\n", Sz(Shown(Result.sKept.c_str())));
         }
-        std::printf("  The world %s%s.\n", Result.sFormer.empty() ? "begins anew" : "goes on from ",
+        std::printf("  The world %s%s.\n", Result.sFormer.empty() ? "starts new" : "continues from ",
             Sz(Shown(Result.sFormer.c_str())));
     }
     else if (!Result.sWhyNot.empty())
