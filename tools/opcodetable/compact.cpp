@@ -7,7 +7,7 @@
 
 namespace
 {
-    constexpr std::size_t MAX_SHARED = 7;   // units at either end
+    constexpr std::size_t MAX_SHARED = 7;   // the most units at either end
     constexpr std::size_t HISTORY = 4;
 
     std::string Word(std::size_t n)
@@ -71,7 +71,7 @@ namespace
         }
 
         std::size_t m_nUnit;
-        std::deque<std::string> m_dHistory;   // the latest first
+        std::deque<std::string> m_dHistory;   // the latest string first
     };
 }
 

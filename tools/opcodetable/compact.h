@@ -3,8 +3,8 @@
 
 #include "tools/opcodetable/rows.h"
 
-/// The compact form: each string keeps what it shares with one of the last four, as far as that saves bytes.
+/// Returns the compact form. A string shares units with one of the four before it as far as that saves bytes.
 std::string CompactForm(std::vector<Group_t> const & dGroups);
 
-/// The expanded form, made straight from the rows.
+/// Returns the expanded form, made from the rows without the compact form.
 std::string ExpandedForm(std::vector<Group_t> const & dGroups);

@@ -1,4 +1,4 @@
-// opcodetable OUT ROWS...: writes the compact forms of the opcode table, one a mode, as C++ arrays.
+// opcodetable OUT ROWS...: writes the compact form of the opcode table for each mode, as C++ arrays.
 #include "tools/opcodetable/compact.h"
 
 #include "zqcore/copcode_internal.h"

@@ -25,7 +25,7 @@ namespace
     struct Kind_t
     {
         unsigned char nCode;
-        int nFields;   // that it reads
+        int nFields;   // fields that it reads
     };
 
     std::map<std::string, Kind_t> const KINDS = {
@@ -93,7 +93,7 @@ namespace
         return iFirst == std::string::npos ? "" : s.substr(iFirst, s.find_last_not_of(' ') - iFirst + 1);
     }
 
-    /// Translates the rows of one mode; the groups' names are known.
+    /// Translates the rows of one mode. Knows the names of the groups.
     class Translator_c
     {
     public:
@@ -189,7 +189,7 @@ namespace
             }
         }
 
-        // 8B or 50/F8.
+        // Adds a byte like 8B or 50/F8.
         void AddByte(std::string & sPattern, std::string const & sWord)
         {
             std::size_t const iBar = sWord.find('/');
@@ -221,7 +221,7 @@ namespace
             }
         }
 
-        // 3, 3:b, 2.reg:v, 1.w4s2:b, or one of CODES. A blank in front of a field joins it.
+        // Adds a reference like 3, 3:b, 2.reg:v, 1.w4s2:b, or one of CODES. A blank before a field joins it.
         void AddReference(std::string & sFormat, std::string const & sText) const
         {
             auto const iCode = CODES.find(sText);
@@ -267,10 +267,10 @@ namespace
 
         std::vector<Source_t> const & m_dSources;
         Line_t const * m_pLine = nullptr;
-        int m_nFields = 0;   // of the row's pattern
+        int m_nFields = 0;   // fields of the row's pattern
     };
 
-    // The mode that a line starts with is taken off; false for a line of the other mode.
+    // Removes the mode that a line starts with. Returns false for a line of the other mode.
     bool TakeMode(std::string & sLine, std::string const & sMode)
     {
         bool const bMarked = sLine.compare(0, 3, "32:") == 0 || sLine.compare(0, 3, "64:") == 0;

@@ -1,4 +1,4 @@
-// rows.h: the readable rows of the opcode table, and their translation into the strings of the engine.
+// rows.h: the readable rows of the opcode table, and their translation to the strings of the engine.
 #pragma once
 
 #include <stdexcept>
@@ -24,5 +24,5 @@ class RowError_c : public std::runtime_error
     using std::runtime_error::runtime_error;
 };
 
-/// The table of one mode ("32" or "64"): the groups of the files in their order. Throws RowError_c.
+/// Returns the table of one mode ("32" or "64"): the groups of the files in their order. Throws RowError_c.
 std::vector<Group_t> ReadGroups(std::vector<std::string> const & dFiles, std::string const & sMode);
