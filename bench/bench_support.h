@@ -1,4 +1,4 @@
-// bench_support.h: what benchmarks of several readers need.
+// bench_support.h: what several benchmark programs share.
 #pragma once
 
 #include "zqcore/cfilepath.h"
@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-/// Registers a text as a file that stays resident up to the end of the process, so that opening it costs no disk; the
-/// name to open it by.
+/// Registers a text as a file that stays resident until the end of the process, so that opening it costs no disk
+/// access. Returns the name to open it by.
 inline std::string ServeFile(std::string const & sName, std::string const & sText)
 {
     struct Served_s
@@ -63,7 +63,7 @@ using PlainString_t = std::basic_string<char, std::char_traits<char>, PlainHeap_
 template <typename T>
 using PlainVector_T = std::vector<T, PlainHeap_T<T>>;
 
-/// Ends a benchmark whose work had the wrong outcome.
+/// Fails a benchmark whose work had the wrong result.
 inline void Require(benchmark::State & State, bool bCondition)
 {
     if (!bCondition)

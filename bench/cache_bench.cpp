@@ -1,5 +1,5 @@
-// cache_bench.cpp: filling the tables at a start from the file system cache, beside the scan that it spares, over a tree
-// of 10,000 files in 500 folders, warm.
+// cache_bench.cpp: filling the tables at a start from the file system cache, and by the scan that the cache replaces.
+// The tree has 10,000 files in 500 folders and is warm.
 #include "bench/bench_support.h"
 
 #include "zqcore/cfilecache.h"
@@ -14,7 +14,7 @@ namespace
     constexpr int FOLDERS = 500;
     constexpr int FILES = 10'000;
 
-    // The tree, below the system's temporary folder, with its cache; gone at the end of the process.
+    // The tree, below the system's temporary folder, with its cache. Removed at the end of the process.
     class CachedTree_c
     {
     public:
@@ -53,7 +53,7 @@ namespace
         return s_Tree;
     }
 
-    // Each start finds the processor's caches as filling and emptying the tables leaves them.
+    // Each start begins with the processor's caches as filling and emptying the tables leave them.
     template <typename START>
     void Start(benchmark::State & State, START FillTables)
     {

@@ -1,4 +1,4 @@
-// Lookups in the name table beside hash maps.
+// Lookups in the name table and in hash maps.
 #include "zqcore/chash.h"
 
 #include <absl/container/flat_hash_map.h>
@@ -21,7 +21,7 @@ namespace
         int iValue = 0;
     };
 
-    // File names as a game has them, half of them in the tables.
+    // File names as in a game. Half of them are in the tables.
     struct Names_s
     {
         std::vector<std::string> dPresent;

@@ -1,5 +1,5 @@
-// copcode_bench.cpp: the code listing of a crash report beside a general disassembler: 256 bytes of code as text, and the
-// set-up that precedes it.
+// copcode_bench.cpp: the code listing of a crash report and a general disassembler. Both turn 256 bytes of code into
+// text. A second row measures the set-up before the listing.
 #include "zqcore/copcode.h"
 
 #include <Zydis/Zydis.h>
@@ -11,7 +11,7 @@ namespace
 {
     constexpr std::size_t SPAN = 256;
 
-    // Code of this process: what a crash report lists.
+    // Returns code of this process, which is what a crash report lists.
     unsigned char const * Code()
     {
         return reinterpret_cast<unsigned char const *>(reinterpret_cast<std::uintptr_t>(&std::qsort));

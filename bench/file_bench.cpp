@@ -1,5 +1,5 @@
-// file_bench.cpp: finding, reading and scanning files, beside the bare calls of the system, the C++ library, fts and
-// PhysicsFS, over one tree of 10,000 files in 500 folders. All reads come from the page cache.
+// file_bench.cpp: finding, reading and scanning files, compared with bare system calls, the C++ library, fts and
+// PhysicsFS. All use one tree of 10,000 files in 500 folders. All reads come from the page cache.
 #include "zqcore/cfile.h"
 #include "zqcore/cfilepath.h"
 
@@ -22,7 +22,7 @@ namespace
     constexpr int FILES_A_FOLDER = 20;
     constexpr int FILES = FOLDERS * FILES_A_FOLDER;
 
-    // The tree, below the system's temporary folder; gone at the end of the process.
+    // The tree, below the system's temporary folder. Removed at the end of the process.
     class Tree_c
     {
     public:
@@ -59,7 +59,7 @@ namespace
         std::string Root() const { return m_Root.string(); }
         std::string Blob(std::size_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
 
-        // A file name as a game has them.
+        // Returns a file name as in a game.
         static std::string FileName(int iFile)
         {
             static char const * const s_dPlaces[] = { "harbor", "tower", "cellar", "forest", "mill", "bridge", "keep",
@@ -73,7 +73,7 @@ namespace
                    + s_dKinds[iFile / (16 * 18) % 9];
         }
 
-        // A file's path below the root.
+        // Returns a file's path below the root.
         static std::string Name(int iFile)
         {
             int const iFolder = iFile / FILES_A_FOLDER;
@@ -96,8 +96,8 @@ namespace
         FileAddSearchPath(Tree().Root().c_str(), true, false);
     }
 
-    // Asks for all files in turn, as a caller spells them: ours with a folder in front and capitals, the others as the
-    // disk needs it.
+    // Looks for all files in turn, as a caller spells them: ours with a folder before the name and in capitals, the
+    // others as the disk needs it.
     template <typename ASK>
     void Exists(benchmark::State & State, std::string const & sPrefix, ASK Ask)
     {
@@ -221,8 +221,8 @@ namespace
             });
     }
 
-    // Takes size and times of all files. Every scan starts with the processor's caches as filling and emptying the
-    // tables leaves them: a game scans once, at its start, and not in a loop that keeps the system's tables hot.
+    // Reads size and times of all files. Every scan begins with the processor's caches as filling and emptying the
+    // tables leave them. A game scans once, at its start, not in a loop that keeps the system's tables hot.
     template <typename SCAN>
     void Scan(benchmark::State & State, SCAN ScanTree)
     {

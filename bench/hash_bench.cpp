@@ -1,4 +1,4 @@
-// hash_bench.cpp: CRC-32 beside libdeflate and zlib, SHA-1 beside OpenSSL, over the same bytes.
+// hash_bench.cpp: CRC-32 compared with libdeflate and zlib, SHA-1 compared with OpenSSL, over the same bytes.
 #include "zqcore/ccrc.h"
 #include "zqcore/csha1.h"
 
@@ -58,7 +58,7 @@ namespace
         return dHash[0];
     }
 
-    // Hashes the same bytes again and again; the function is known to the compiler, as a caller has it.
+    // Hashes the same bytes repeatedly. The compiler knows the function, as in a normal call.
     template <std::uint32_t (*FUNCTION)(unsigned char const *, std::size_t)>
     void Run(benchmark::State & State, std::size_t nBytes)
     {

@@ -1,4 +1,4 @@
-// The tracked allocator beside the allocators that a user would pick instead.
+// The tracked allocator, compared with the allocators that a user would choose instead.
 #include "zqcore/cmemory.h"
 
 #include <benchmark/benchmark.h>
@@ -10,7 +10,8 @@ namespace
 {
     constexpr std::size_t SIZE = 64;
 
-    // Linked in the ordinary way, these two would replace malloc for the whole process, and every row with it.
+    // Returns a function of a library that is loaded by hand. Linked normally, the two libraries would replace malloc
+    // for the whole process and so change every row.
     template <typename FUNCTION>
     FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
     {

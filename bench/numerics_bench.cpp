@@ -1,5 +1,5 @@
-// numerics_bench.cpp: noise beside stb_perlin and libnoise, bit fields beside boost::dynamic_bitset, identifiers beside
-// libuuid.
+// numerics_bench.cpp: noise compared with stb_perlin and libnoise, bit fields with boost::dynamic_bitset, identifiers
+// with libuuid.
 #define STB_PERLIN_IMPLEMENTATION
 #include <stb/stb_perlin.h>
 
@@ -21,7 +21,7 @@
 
 namespace
 {
-    // Points that no branch predictor and no lattice cell can get used to.
+    // Points that neither the branch predictor nor the lattice cells can adapt to.
     std::vector<Vec3fpu_t> const & Points()
     {
         static std::vector<Vec3fpu_t> const s_dPoints = []
@@ -60,7 +60,7 @@ namespace
         benchmark::RegisterBenchmark(sFull.c_str(), [=](benchmark::State & State) { fnBody(State, nBits); });
     }
 
-    // Every third bit, so that no field is empty.
+    // Sets every third bit, so that no field is empty.
     BitVec_c Ours(int nBits)
     {
         BitVec_c Vec(nBits);
@@ -149,7 +149,7 @@ namespace
         }
     }
 
-    // The two fields that do not meet are passed over whole.
+    // The two fields have no bit in common, so the whole of both is read.
     void MeetOurs(benchmark::State & State, int nBits)
     {
         BitMap3D_c A(nBits / 64, 8, 8);
@@ -181,7 +181,7 @@ namespace
         return plat::NetAddress_e::Global;
     }
 
-    // With an address of the maker's, whatever this machine has: without one each would warn.
+    // Uses an address that the maker assigned, whatever this machine has. Without one each call would warn.
     void GuidOurs(benchmark::State & State)
     {
         plat::NetAddressSource_t const fnFormer = plat::NetAddressSetSource(GlobalAddress);
@@ -216,7 +216,7 @@ namespace
             "noise 3D/stb_perlin", [](Vec3fpu_t const & p) { return stb_perlin_noise3(p.x, p.y, p.z, 0, 0, 0); });
         RegisterNoise("noise 3D/libnoise",
             [](Vec3fpu_t const & p) { return noise::GradientCoherentNoise3D(p.x, p.y, p.z, 1, noise::QUALITY_STD); });
-        // The peers have no noise of fewer dimensions: a user takes a plane or a line of theirs.
+        // The peers have no noise of fewer dimensions. A user takes a plane or a line of theirs.
         RegisterNoise("noise 2D/ours", [](Vec3fpu_t const & p) { return PerlinNoise(Vector2_t{ p.x, p.y }); });
         RegisterNoise(
             "noise 2D/stb_perlin", [](Vec3fpu_t const & p) { return stb_perlin_noise3(p.x, p.y, 0, 0, 0, 0); });

@@ -1,4 +1,4 @@
-// The element pools, the multi-size pool and the reference counts beside the allocators that a user would pick instead.
+// The element pools, the multi-size pool and the reference counts, compared with allocators that a user would choose.
 #include "zqcore/ccom.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/chwm.h"
@@ -27,7 +27,7 @@ namespace
         Random
     };
 
-    // The order in which blocks are freed, by index.
+    // Returns the order in which blocks are freed, by index.
     std::vector<std::size_t> FreeOrder(Order_e eOrder)
     {
         std::vector<std::size_t> dOrder(ELEMENTS);
@@ -43,8 +43,8 @@ namespace
         return dOrder;
     }
 
-    // Sizes of blocks: all the same, those that the multi-size pool has classes for, or any as small objects have them,
-    // more of the small ones.
+    // Sizes of blocks: all equal; those that the multi-size pool has classes for; or any size of small objects, most of
+    // them small.
     enum class Sizes_e
     {
         Same,
@@ -66,7 +66,7 @@ namespace
         return dSizes;
     }
 
-    // Takes all blocks and gives them back; the time is that of one pair.
+    // Allocates all blocks and releases them. The time is that of one pair.
     template <typename ALLOCATOR>
     void Pairs(benchmark::State & State, Order_e eOrder, Sizes_e eSizes, ALLOCATOR && Allocator)
     {
@@ -132,7 +132,7 @@ namespace
         void * Take(std::size_t nBytes) { return Pool.allocate(nBytes); }
         void Give(void * p, std::size_t nBytes) { Pool.deallocate(p, nBytes); }
 
-        // The pool's own blocks come from malloc, so that the tracked heap is no part of the figure.
+        // The pool's own blocks come from malloc, so that the figure does not include the tracked heap.
         struct Malloc_s : std::pmr::memory_resource
         {
             void * do_allocate(std::size_t nBytes, std::size_t nAlign) override
@@ -146,7 +146,7 @@ namespace
         std::pmr::unsynchronized_pool_resource Pool{ &Upstream };
     };
 
-    // Linked in the ordinary way it would replace malloc for the whole process, and every row with it.
+    // Loaded by hand: linked normally, it would replace malloc for the whole process and so change every row.
     struct Mimalloc_s
     {
         void * Take(std::size_t nBytes) { return fnMalloc(nBytes); }
@@ -216,7 +216,7 @@ namespace
         void Dispose() const override {}
     };
 
-    // AddRef on all objects, then Release on all: the time of one call each, with the ledger.
+    // Calls AddRef on all objects, then Release on all, with the ledger. The time is that of one call of each.
     void References(benchmark::State & State)
     {
         std::vector<Object_c> dObjects(static_cast<std::size_t>(State.range(0)));

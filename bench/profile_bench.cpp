@@ -1,4 +1,4 @@
-// Both profilers beside the bare readings of the clock, copies and locks that they can't do without.
+// Both profilers, compared with the bare clock readings, copies and locks that they need.
 #include "zqcore/cfilename.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/csimpleprofile.h"
@@ -14,9 +14,9 @@
 namespace
 {
     constexpr std::size_t BATCH_SIZE = 4 + std::size_t{ MAX_TIMERS_TOTAL } * 2504;   // bytes of 512 records in a file
-    constexpr std::chrono::milliseconds PAUSE(10);   // for the write; there are 150 frames up to the next one
+    constexpr std::chrono::milliseconds PAUSE(10);   // for the write; the next one comes 150 frames later
 
-    // The profiler, up for a benchmark, with timers under the root beside the root itself.
+    // A running profiler for a benchmark, with the root and timers below it.
     struct Profiler_s
     {
         explicit Profiler_s(int nTimers)
@@ -69,7 +69,8 @@ namespace
     }
     BENCHMARK(ByName)->Name("PushPop/by_name/ours");
 
-    // Each frame adds a step to the frame before it, so a fall makes every peak go in every frame.
+    // Each frame adds a step to the frame before. With a negative step every timer's peak leaves the ring in every
+    // frame.
     void Update(benchmark::State & State, std::int64_t tFirst, std::int64_t tStep)
     {
         Profiler_s const Profiler(MAX_TIMERS_TOTAL);
@@ -109,7 +110,7 @@ namespace
     }
     BENCHMARK(Swap)->Name("SwapStats/512/ours")->Iterations(50);
 
-    // The copy alone; another thread writes it to a file in the pauses, as the system does ours.
+    // The copy only. Another thread writes it to a file in the pauses, as the system does with ours.
     void Copy(benchmark::State & State)
     {
         PlainVector_T<char> const dFrom(BATCH_SIZE, 1);
@@ -129,7 +130,8 @@ namespace
     }
     BENCHMARK(Copy)->Name("SwapStats/512/memcpy")->Iterations(50);
 
-    // The locks of the C library are cheaper in a process that never had a second thread, which has no use for them.
+    // The locks of the C library are cheaper in a process that never had a second thread. Such a process does not need
+    // them.
     void StartAThread()
     {
         std::thread([] {}).join();

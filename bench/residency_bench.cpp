@@ -1,5 +1,5 @@
-// residency_bench.cpp: reading beside the frame and reading ahead, beside the bare calls of the system. All reads come
-// from the page cache. The times are the main thread's own.
+// residency_bench.cpp: reading during frames and reading ahead, compared with bare system calls. All reads come from
+// the page cache. The times are the main thread's own.
 #include "bench/bench_support.h"
 #include "zqcore/cfileasync.h"
 #include "zqcore/cfilemedia.h"
@@ -17,7 +17,7 @@ namespace
     constexpr int FILES_A_FOLDER = 20;
     constexpr int FILE_SIZE = 1000;
 
-    // A media tree with the module over it, up to the end of the process.
+    // A media tree with the running module, until the end of the process.
     class Media_c
     {
     public:
@@ -48,7 +48,7 @@ namespace
         static std::string BlobName(std::int64_t nBytes) { return "blob" + std::to_string(nBytes) + ".bin"; }
         std::string Blob(std::int64_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
 
-        // The small files, in the order in which a prefetch comes to them.
+        // Returns the small files in the order in which a prefetch reads them.
         static std::vector<std::string> Pieces()
         {
             std::vector<std::string> dPaths;
@@ -91,7 +91,7 @@ namespace
         return pData;
     }
 
-    // Waits as a frame does that has other things to do; the same for all, so that the waiting can be seen for itself.
+    // Waits like a frame that has other things to do. It is the same for all rows, so a row of its own measures it.
     void SleepFrame()
     {
         timespec const Time = { 0, 500'000 };

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the benchmarks, runs them and prints the table of bench/README.md. ./bench/run.sh [FAMILY...], e.g. hash file.
-# Installs the peers' packages on a Debian machine, or says what to install.
+# ./bench/run.sh [FAMILY...]: builds the benchmarks, runs them and prints the table of bench/README.md. A family is, for
+# instance, hash or file. Installs the peers' packages on a Debian machine, or prints what to install.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,5 +1,5 @@
-// serialize_bench.cpp: values, texts and a graph of shared objects saved and loaded, beside cereal's binary archives.
-// Each row writes or reads a file of the page cache, opened and closed in the loop.
+// serialize_bench.cpp: values, texts and a graph of shared objects, saved and loaded, compared with cereal's binary
+// archives. Each row writes or reads a file in the page cache, which is opened and closed in the loop.
 #include "zqcore/cfile.h"
 #include "zqcore/cserializer.h"
 
@@ -32,7 +32,7 @@ namespace
         }
     }
 
-    /// A place for one file, removed at the end of the program.
+    /// A path for one file, which is removed at the end of the program.
     struct Place_s
     {
         std::string sPath;
@@ -44,7 +44,7 @@ namespace
         ~Place_s() { std::remove(sPath.c_str()); }
     };
 
-    /// A file of our own kind, at a location that no table knows.
+    /// Returns a file of our own kind, at a location that no table knows.
     std::unique_ptr<FileOnDisk_c> OpenAt(std::string const & sPath)
     {
         static String_T<256> s_sFolder;
@@ -91,7 +91,7 @@ namespace
         bool operator==(Values_s const &) const = default;
     };
 
-    /// Short texts in each library's own kind; both kinds take 32 bytes, so that the same memory is walked.
+    /// Short texts in each library's own type. Both types use 32 bytes, so that equal amounts of memory are walked.
     struct Texts_s
     {
         std::vector<String_T<32>> dOurs = std::vector<String_T<32>>(TEXTS);
@@ -126,7 +126,7 @@ namespace
         bool operator==(Texts_s const & Other) const { return dOurs == Other.dOurs || dTheirs == Other.dTheirs; }
     };
 
-    /// A million values and the texts: the whole of the peers' table.
+    /// A million values and the texts: all that the peers' table compares.
     struct Both_s
     {
         Values_s Values;
@@ -203,8 +203,8 @@ namespace
         Require(Loaded == Data);
     }
 
-    // A graph: each node shares two earlier ones and has a way to a third that owns nothing. The nodes are saved in
-    // order, so that no peer recurses deeply.
+    // A graph. Each node shares two earlier ones and weakly refers to a third. The nodes are saved in order, so that no
+    // peer recurses deeply.
     struct OurNode_s
     {
         int iValue = 0;
@@ -226,7 +226,7 @@ namespace
         }
     };
 
-    /// Nodes as they are made: ours in an array of their owner.
+    /// Creates the nodes; ours are in an array of their owner.
     class NodeSerializer_c : public Serializer_c
     {
     public:
@@ -261,7 +261,7 @@ namespace
     };
     NodeSerializer_c g_Nodes;
 
-    /// An earlier node, or none: iLink 0 and 1 are shared, 2 is weak.
+    /// Returns an earlier node, or none. Links 0 and 1 are shared, link 2 is weak.
     template <typename POINTER>
     POINTER EarlierNode(std::vector<POINTER> const & dNodes, std::size_t i, std::size_t iLink)
     {
@@ -312,7 +312,7 @@ namespace
         }
     }
 
-    /// From the last to the first, so that no owner's end recurses.
+    /// Releases from the last to the first, so that no destructor recurses.
     void Release(std::vector<std::shared_ptr<TheirNode_s>> & dNodes)
     {
         while (!dNodes.empty())

@@ -1,4 +1,4 @@
-// The cost of loading the library: a program that links it beside the same program without it.
+// The cost of loading the library: a program that links it, compared with the same program without it.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -8,7 +8,7 @@
 
 namespace
 {
-    // Kilobytes that the process has for itself alone, as it says on its own output.
+    // Returns the kilobytes of memory that belong to the process alone, as it prints them.
     double PrivateKilobytes(char const * szProgram)
     {
         double nTotal = 0;

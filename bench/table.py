@@ -7,8 +7,8 @@ import pathlib
 import subprocess
 import sys
 
-ROUNDS = 3        # over all programs, so that a row's repetitions are minutes apart
-REPETITIONS = 3   # in a round
+ROUNDS = 3        # over all programs, so that minutes lie between a row's repetitions
+REPETITIONS = 3   # repetitions in a round
 OURS = "ours"
 
 

@@ -1,4 +1,4 @@
-// text_bench.cpp: spreadsheets, property lists, scripts and tokens beside what a program would use instead.
+// text_bench.cpp: spreadsheets, property lists, scripts and tokens, compared with what a program would use instead.
 #include "bench/bench_support.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cpropertylist.h"
@@ -27,7 +27,7 @@ namespace
         std::int64_t Bytes() const { return static_cast<std::int64_t>(sText.size()); }
     };
 
-    /// Rows of a game's table: twelve cells, one of them in quotes with a comma.
+    /// Returns rows of a game's table: twelve cells, one of them in quotes with a comma.
     Text_s const & Sheet()
     {
         static Text_s const s_Sheet = []
@@ -107,7 +107,7 @@ namespace
         CountBytes(State, Text);
     }
 
-    /// One block for each cell.
+    /// Allocates one block for each cell.
     char * Cell(char const * pBegin, char const * pEnd)
     {
         auto const nCell = static_cast<std::size_t>(pEnd - pBegin);
@@ -181,7 +181,7 @@ namespace
 
     std::int64_t ScriptStrtok()
     {
-        PlainString_t sCopy(Script().sText);   // it writes into its text
+        PlainString_t sCopy(Script().sText);   // strtok_r writes into its text
         std::int64_t nPairs = 0;
         char * pState = nullptr;
         for (char * p = strtok_r(sCopy.data(), " \t\r\n", &pState); p; p = strtok_r(nullptr, " \t\r\n", &pState))
@@ -219,7 +219,7 @@ namespace
 
     constexpr int NAMES = 10'000;
 
-    /// A list of 10,000 names in this many lines.
+    /// Returns a list of 10,000 names in this many lines.
     Text_s const & Properties(std::int64_t nLines)
     {
         static std::map<std::int64_t, Text_s> s_dLists;

@@ -1,4 +1,4 @@
-// What change tracking costs while nothing changes, and what it takes to begin.
+// The cost of change tracking while nothing changes, and of its start.
 #include "zqcore/cfiletrack.h"
 
 #include <benchmark/benchmark.h>
@@ -18,7 +18,7 @@ namespace
     constexpr int FOLDERS = 1000;
     constexpr int FILES_EACH = 10;
 
-    // A tree in the system's temporary folder, for the life of the process.
+    // A tree in the system's temporary folder, until the end of the process.
     class Tree_c
     {
     public:
@@ -48,7 +48,7 @@ namespace
         return s_Tree.GetRoot();
     }
 
-    // A watch of the kernel's on each folder of the tree.
+    // A watch of the kernel on each folder of the tree.
     int g_iBareWatch = -1;
 
     int WatchBare(char const * szPath, struct stat const *, int iKind, FTW *)

@@ -1,4 +1,4 @@
-// warehouse_bench.cpp: searches, walks and conversions in a table of 20 MB, beside what a program would write by hand.
+// warehouse_bench.cpp: searches, walks and conversions in a table of 20 MB, compared with code written by hand.
 #include "bench/bench_support.h"
 #include "zqcore/cwarehouse.h"
 
@@ -13,7 +13,7 @@ namespace
     constexpr std::size_t TABLE_SIZE = 20'000'000;
     constexpr char const * LAST_IDENT = "the_last";
 
-    /// A generated table, registered as a file for as long as the program runs.
+    /// A generated table, which is registered as a file until the end of the program.
     struct Table_s
     {
         std::string sName, sText;
@@ -76,7 +76,7 @@ namespace
         }
     }
 
-    // No first column is @head, so that the whole file is looked through.
+    // No first column is @head, so that the whole file is searched.
     void OpenOursWithoutHeader(benchmark::State & State)
     {
         Warehouse_c Table;
@@ -129,7 +129,7 @@ namespace
         CountBytes(State, TABLE());
     }
 
-    // The peers split every line, as a program does that has no table of its own.
+    // The peers split every line, as a program without a table of its own does.
     template <Table_s const & (*TABLE)()>
     void FindGetlineStrtok(benchmark::State & State)
     {
@@ -169,7 +169,7 @@ namespace
         CountBytes(State, TextTable());
     }
 
-    // The least that a search can do: the line ends, and the first bytes of each line.
+    // The minimum of a search: the line ends, and the first bytes of each line.
     void FindMemchr(benchmark::State & State)
     {
         for (auto _ : State)

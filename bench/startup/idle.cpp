@@ -1,10 +1,11 @@
-// Starts and ends: what loading costs is the difference between two builds of this, with and without the library.
+// A program that starts and ends. The cost of loading is the difference between its builds with and without the
+// library.
 #include <cstdio>
 #include <cstring>
 
 int main()
 {
-    // The memory that the process holds now, for the program that started it.
+    // Prints the memory that the process has now, for the program that started it.
     if (std::FILE * const pStatus = std::fopen("/proc/self/smaps_rollup", "r"))
     {
         char szLine[256];
