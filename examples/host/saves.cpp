@@ -36,8 +36,8 @@ namespace
         return sWhyNot.empty() && Archive.IsFailed() ? "its contents end too early" : sWhyNot;
     }
 
-    // Loads the newest previous save that fits, and stores its path in Result. One that may be good but can't be read is
-    // refused.
+    // Loads the newest previous save that fits, and stores its path in Result. Refuses one that may be good but can't
+    // be read.
     void LoadFormer(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         for (int i = 1; i <= Save.GetFormer(); ++i)

@@ -1,7 +1,7 @@
 // saves.h: the world in a file, from one run to the next.
 //
-// The file is a save of the library (zqcore/cfilesave.h): sealed, locked while the host plays, and replaced in one step.
-// Previous saves stay next to it.
+// The file is a save of the library (zqcore/cfilesave.h): sealed, locked while the host plays, and replaced in one
+// step. Previous saves stay next to it.
 #pragma once
 
 #include <string>
@@ -23,9 +23,9 @@ struct SaveResult_s
     double tTaken = 0.0;   // seconds
 };
 
-/// Loads the world of a game from a save. If the save is damaged or absent, loads the newest previous one of this game that
-/// is whole. If there is none, the world starts new. A damaged save is set aside. A save that can't be read, or is of
-/// another version, is refused, and so is a previous one.
+/// Loads the world of a game from a save. If the save is damaged or absent, loads the newest previous one of this game
+/// that is whole. If there is none, the world starts new. A damaged save is set aside. A save that can't be read, or is
+/// of another version, is refused, and so is a previous one.
 SaveResult_s SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);
 
 /// Stores the world.
