@@ -1,4 +1,4 @@
-// The program whose crash report the README shows.
+// The program whose crash report is in the README.
 #include "zqcore/capp.h"
 #include "zqcore/clog.h"
 

@@ -1,4 +1,4 @@
-# Some kernels run no i386 program. There the tests and the build's own tools run under qemu's user mode.
+# Some kernels can't run i386 programs. There the tests and the build's own tools run under qemu's user mode.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT DEFINED CMAKE_CROSSCOMPILING_EMULATOR)
     file(WRITE ${PROJECT_BINARY_DIR}/trial.cpp "int main() {}\n")
     try_run(ZQCORE_TRIAL_RUN ZQCORE_TRIAL_BUILT ${PROJECT_BINARY_DIR}/trial ${PROJECT_BINARY_DIR}/trial.cpp)

@@ -1,5 +1,6 @@
-# Installs the public headers; runs at installation. Public is zqcore/zqcore.h, each platform header that exports a name
-# for hosts, and whatever these include. The system's part of a header, in its folder's include/, is installed beside it.
+# Installs the public headers; runs at installation. These are public: zqcore/zqcore.h, each platform header that
+# exports a name for hosts, and all that they include. The system's part of a header, from include/ in its folder, goes
+# beside it.
 cmake_policy(VERSION 3.25)
 file(GLOB waiting RELATIVE ${ZQCORE_SOURCE_FOLDER} ${ZQCORE_SOURCE_FOLDER}/platform/*.h)
 foreach(header ${waiting})
@@ -27,7 +28,7 @@ while(waiting)
     list(TRANSFORM includes REPLACE "\n *#include \"([^\"]+)\"" "\\1")
     list(APPEND waiting ${includes})
 
-    # From the file's own place, so that a folder named platform among the host's include paths does no harm.
+    # Relative to the file's own place, so that a folder named platform among the host's include paths does no harm.
     if(header MATCHES "^platform/")
         string(REPLACE "#include \"platform/" "#include \"" text "${text}")
     else()

@@ -1,4 +1,4 @@
-# Toolchain: Debian's cross compiler for 64-bit Windows, with threads as the language's library has them.
+# Toolchain: Debian's cross compiler for 64-bit Windows, with the variant that has the C++ library's threads.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# run.sh MINUTES [TARGET...]: builds the fuzz targets and runs all, or the named ones (archive, scan), in turn, each for so
-# many minutes of processor time. Prints their runs and edges. Status 1 with their names if targets found something.
-# run.sh --keep [TARGET...]: adds the inputs of former runs that reach new code to fuzz/corpus, as few and short as will do.
-# What a run finds stays in build/fuzz/found, its inputs in build/fuzz/inputs, its log in build/fuzz/logs.
+# run.sh MINUTES [TARGET...]: builds the fuzz targets. Runs all or the named ones (archive, scan), one by one, for MINUTES
+# of processor time each. Prints their runs and edges. Status 1 if any found something, with their names.
+# run.sh --keep [TARGET...]: adds inputs of previous runs that reach new code to fuzz/corpus, few and short ones.
+# Findings go to build/fuzz/found, inputs to build/fuzz/inputs, logs to build/fuzz/logs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -38,7 +38,7 @@ for target; do
         exec "$program" -timeout=60 -rss_limit_mb=2048 -artifact_prefix="build/fuzz/found/$target-" "$inputs" "$seeds"
     ) >"$log" 2>&1 || status=$?
     echo "$target: $(sed -nE 's/^#([0-9]+).* cov: ([0-9]+) .*/\1 runs, \2 edges/p' "$log" | tail -1)"
-    [ $status = 152 ] || found+=("$target")   # 152: the time was up
+    [ $status = 152 ] || found+=("$target")   # 152: the time limit ended it
 done 2> >(grep -v 'CPU time limit exceeded' >&2)
 if [ ${#found[@]} -gt 0 ]; then
     echo "Found something, see build/fuzz/found and build/fuzz/logs: ${found[*]}" >&2

@@ -1,4 +1,4 @@
-"""Runs programs of the library once for each call to the system that can fail, and looks at what is left.
+"""Runs programs of the library once for each system call that can fail, and checks the files that they leave.
 
 BUILD is the folder of the preset "failing". Prints a table of scenarios and kinds of calls, then each run that broke a
 promise. Status 1 if one did. With --kill the programs are killed at random moments instead.
@@ -23,7 +23,7 @@ TABLE_SIZE = 4096   # see failing.cpp
 HEAD = struct.Struct("<IiQQQQ")
 SHORT = 0   # the call handles half of its bytes
 
-# The reasons, as values of errno, that each kind of call can have.
+# The values of errno that each kind of call can set.
 REASONS = {
     "open": ("ENOENT", "EACCES", "EMFILE", "ENOSPC", "EIO", "EINTR"),
     "read": ("EIO", "EINTR", SHORT),
@@ -49,7 +49,7 @@ REASONS = {
 }
 FOREVER = 1 << 62
 KILLED = -signal.SIGKILL
-# How a program without memory may end, in words.
+# What a program without memory may print when it ends.
 OUT_OF_MEMORY = {-signal.SIGTRAP: "Can't allocate additional", -signal.SIGABRT: "bad_alloc"}
 TIME_LIMIT = 20
 
@@ -70,11 +70,11 @@ class Table:
         self.path.write_bytes(HEAD.pack(kind, errno_of(reason), call, times, 0, 0).ljust(TABLE_SIZE, b"\0"))
 
     def failed(self):
-        """How many calls failed, and the offset in the library of the first."""
+        """Returns how many calls failed, and the offset in the library of the first."""
         return HEAD.unpack_from(self.path.read_bytes())[4:6]
 
     def counts(self):
-        """The calls of each kind, by its index and name."""
+        """Returns the number of calls of each kind, with its index and name."""
         data = self.path.read_bytes()
         kinds = len(REASONS)
         names = [data[HEAD.size + 8 * kinds + 16 * i:][:16].rstrip(b"\0").decode() for i in range(kinds)]
@@ -82,7 +82,7 @@ class Table:
 
 
 def run(command, folder, environment=None, drive=None):
-    """A program's status and all that it says; a status of None if it hangs. `drive` is called while it runs."""
+    """Returns a program's status and all its output; the status is None if it hangs. Calls `drive` while it runs."""
     process = subprocess.Popen([str(part) for part in command], cwd=folder, stdin=subprocess.DEVNULL,
                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="backslashreplace",
                                env=dict(os.environ, **(environment or {})))
@@ -97,8 +97,8 @@ def run(command, folder, environment=None, drive=None):
 
 
 class Host:
-    """The example host's life over a media tree of its own. Its save is what it was or what it should be."""
-    STATUSES = (0, 1, 3, 4, 5, 6, 8)   # those that the host's help names
+    """Runs the example host over its own media tree. Its save must be either the old one or the new one."""
+    STATUSES = (0, 1, 3, 4, 5, 6, 8)   # the ones in the host's help
     LOADED = re.compile(r"Loaded\n  .* after (\d+) hours")
     SAVED = re.compile(r"Saved\n  .* after (\d+) hours")
 
@@ -129,9 +129,9 @@ class Host:
         return None
 
     def judge(self, folder, outcome, kind, reason):
-        """What is wrong after a run, or None. A run without failures must go on from the last save."""
+        """Returns what is wrong after a run, or None. A run without failures must continue from the last save."""
         if outcome.status == 0 and "Saved\n" not in outcome.text and not (
-                reason == "ENOENT" and "these media have no" in outcome.text):   # a file that has just gone
+                reason == "ENOENT" and "these media have no" in outcome.text):   # the file was removed meanwhile
             return "ended well and saved nothing"
         if kind == "allocate" and OUT_OF_MEMORY.get(outcome.status, "\0") in outcome.text:
             return self.judge_files(folder, outcome)
@@ -160,7 +160,7 @@ class Host:
 
 
 class Watch(Host):
-    """The host beside somebody who writes a table, until it is asked to end, which it may be while it starts."""
+    """Runs the host while a table is rewritten, until it is asked to end. That may happen while it starts."""
     STATUSES = (*Host.STATUSES, 7, -signal.SIGTERM)
 
     def drive(self):
@@ -176,7 +176,7 @@ class Watch(Host):
 
 
 class Parts:
-    """One service by itself. The program's own second run judges what is left: old or new, and never half."""
+    """Runs one service. A second run of the program checks what is left: the old or the new data, never a part."""
 
     def __init__(self, build, service):
         self.program = build / "tests/failing/parts"
@@ -230,7 +230,7 @@ def one_run(scenario, work, number, kind=0, name="", reason=0, call=0, times=1, 
 
 
 def kill(scenarios, work, jobs, times):
-    """Kills each scenario at random moments of its life. What was wrong afterwards."""
+    """Kills each scenario at random moments of its run. Returns what was wrong afterwards."""
     broken = []
     print("| Scenario | Killed | Ended before | Broken |\n|---|--:|--:|--:|")
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
@@ -253,7 +253,7 @@ def main():
     parser.add_argument("--sample", type=int, help="runs to make, spread evenly over all")
     parser.add_argument("--only", default="", metavar="SCENARIO[/KIND]")
     parser.add_argument("--kill", type=int, metavar="N", help="kills each scenario N times")
-    parser.add_argument("--jobs", type=int, default=3 * os.cpu_count())   # mostly they wait
+    parser.add_argument("--jobs", type=int, default=3 * os.cpu_count())   # they wait most of the time
     options = parser.parse_args()
     build = options.build.resolve()
     scenarios = {"first start": Host(build, 0, "--cache"), "second start": Host(build, 1, "--cache"),

@@ -1,10 +1,10 @@
-// parts.cpp: one service of the library by itself, for runs in which calls to the system fail.
+// parts.cpp: a single service of the library, for runs in which system calls fail.
 //
-//   parts SERVICE FOLDER old|new       writes what the service keeps
-//   parts SERVICE FOLDER check         is that the old or the new, whole?
-//   parts SERVICE FOLDER check-new     is it the new, whole?
+//     parts SERVICE FOLDER old|new       writes the service's data
+//     parts SERVICE FOLDER check         checks that the old or the new data are complete
+//     parts SERVICE FOLDER check-new     checks that the new data are complete
 //
-// Status 0 for yes. 1 for no, with what went wrong.
+// Status 0 if the check holds, else 1 with what is wrong.
 #include "platform/clipboard.h"
 #include "platform/process.h"
 #include "zqcore/capp.h"
@@ -29,7 +29,7 @@
 
 namespace
 {
-    constexpr int VALUES = 2000;   // more than a buffer holds
+    constexpr int VALUES = 2000;   // more than fit a buffer
 
     bool Fail(std::string const & sWhat)
     {
@@ -52,7 +52,7 @@ namespace
         return bWritten || Fail("registry: not written");
     }
 
-    // Each value by itself is old or new.
+    // Each value may be old or new.
     std::string ReadRegistry(std::string const &)
     {
         Registry_c Key;
@@ -87,7 +87,7 @@ namespace
         ClipboardGetData(sStored.data());
         ClipboardClose();
         return *sStored.c_str() ? sStored.c_str()
-                                : "old";   // the reset before the new text may be the last that is seen
+                                : "old";   // the reset before the new text may be the last thing stored
     }
 
     bool WriteArchive(std::string const & sFolder, std::string const & sText)
@@ -133,7 +133,7 @@ namespace
         return Contents(sFolder + "/allocations.csv").find("1111; ") != std::string::npos ? "old" : "new";
     }
 
-    // Each of our lines is whole.
+    // Each line of this program must be complete.
     std::string ReadLogs(std::string const & sFolder)
     {
         std::string sKind = "old";
