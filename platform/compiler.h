@@ -19,7 +19,7 @@
 // - ZQ_BREAK() is a breakpoint trap at this place. Without a debugger the process crashes with the breakpoint's code.
 // - ZQ_FUNCTION is the name of the present function with its class and arguments, as the compiler spells it.
 // - ZQ_FIRST_BIT(nBits) is the index of the lowest bit set in a 32-bit word, which must not be 0.
-// - ZQ_UNCHECKED marks a function that reads memory which may be dead or may not be an object, and that says so.
+// - ZQ_UNCHECKED turns the checkers off in a function that deliberately reads memory which may be dead or no object.
 //
 // For code of one kind of processor:
 //

@@ -108,7 +108,8 @@ namespace plat
     /// stream's file, which after a failure is the old one, or 0 if the system can't say.
     std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nFormer);
 
-    /// Returns whether StreamOpenLog opened this stream; false for another stream at the same address.
+    /// Returns whether a stream has no buffer, as those of StreamOpenLog. False shows that the address is another
+    /// stream's by now.
     bool StreamIsUnbuffered(std::FILE * pStream);
 
     /// Writes past the stream's buffer, which must be empty or absent. Uses as few system calls as possible: one,
