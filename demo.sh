@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds ZQCore and runs the example host over the example media: ./demo.sh [HOST OPTION...]. With options of your own
 # the host gets those instead, for instance ./demo.sh --media /usr/share/games/freeorion/default
-# Installs what is missing on a Debian machine, or says what to install.
+# Installs missing packages on a Debian machine, or prints what to install.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 build="$here/build/demo"
@@ -23,7 +23,7 @@ echo
 if [ $# -gt 0 ]; then
     exec "$host" "$@"
 fi
-# Two runs: the second one goes on from the world that the first one saved, and is measured.
+# Two runs. The second one continues from the world that the first one saved, and is measured.
 run=("$host" --media "$here/examples/media" --config desktop --frames 300 --log "$build/logs")
 "${run[@]}" --new </dev/null
 printf '\n--- The same once more, from the save on\n\n'

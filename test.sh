@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds and runs the tests: ./test.sh [PRESET...]. Without a preset: optimised, then with address and undefined
-# behaviour checks. Installs what is missing on a Debian machine, or says what to install.
+# behaviour checks. Installs missing packages on a Debian machine, or prints what to install.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -8,12 +8,12 @@ presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(release asan)
 
 packages=(cmake ninja-build g++ libdw-dev googletest)
-packages+=(binutils chromium-headless-shell git python3 valgrind)   # of single tests
+packages+=(binutils chromium-headless-shell git python3 valgrind)   # for single tests
 case " ${presets[*]} " in *" i386"*) packages+=(g++-multilib) ;; esac
 case " ${presets[*]} " in *" i386-emulated "*) packages+=(qemu-user) ;; esac
 .ci/need "${packages[@]}"
 
-# Some kernels run no i386 program. Their configuration does not say so reliably, so one is tried.
+# Some kernels can't run i386 programs. Their configuration does not show it reliably, so one is tried.
 runs_i386() {
     local folder
     folder=$(mktemp -d)

@@ -1,5 +1,5 @@
-// copcode_fuzz.cpp: code of any bytes in both modes, and compact tables of any bytes. The bytes
-// after an instruction change nothing about it.
+// copcode_fuzz.cpp: code of any bytes in both modes, and compact tables of any bytes. The bytes after an instruction
+// must not change its text.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/copcode.h"
 #include "zqcore/copcode_internal.h"

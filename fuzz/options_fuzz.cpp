@@ -1,5 +1,5 @@
-// options_fuzz.cpp: command lines of the host, split as its help says. One that is accepted says the same when it is written
-// out in full.
+// options_fuzz.cpp: command lines of the host, split as its help describes. One that is accepted must mean the same
+// when it is written out in full.
 //
 // Arguments end at zeros. One of a single byte is the option of that number in the help.
 #include "examples/host/options.h"

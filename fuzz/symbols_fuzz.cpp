@@ -1,4 +1,4 @@
-// symbols_fuzz.cpp: what the library makes of any records from its helper. No process starts: they wait in the socket.
+// symbols_fuzz.cpp: the library with any records from its helper. No process starts; the records wait in the socket.
 //
 // The first byte is the number of calls that follow, one byte each. A record has a byte for its kind, one for the
 // length of its text, its values of one byte or of eight, and the text.
@@ -67,7 +67,7 @@ namespace
     }
 }
 
-/// In the place of the system's: what the library starts gets its end of the socket, which its argument begins with.
+/// Replaces the system's function. What the library starts gets its end of the socket, with which its argument begins.
 extern "C" int __wrap_clone(int (*)(void *), void *, int, void * pLaunch, ...)
 {
     g_hHelper = dup(*static_cast<int const *>(pLaunch));

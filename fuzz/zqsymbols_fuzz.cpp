@@ -1,7 +1,7 @@
-// zqsymbols_fuzz.cpp: what the helper makes of any records from the library, about a small program that lies at 4 MB.
+// zqsymbols_fuzz.cpp: the helper with any records from the library, about a small program at the address 4 MB.
 //
-// The first byte says whether there is memory, then come 8 words that it consists of, then the records. A number below
-// 16 MB is an address of the program.
+// The first byte chooses whether there is memory. Then come the 8 words of that memory, then the records. A number
+// below 16 MB is an address of the program.
 #define main ZqsymbolsMain
 #include "tools/zqsymbols/main.cpp"
 #undef main
@@ -24,7 +24,7 @@ namespace
     }
 }
 
-/// What the library would send, in the place of the socket.
+/// Returns what the library would send, instead of the socket's data.
 extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
 {
     if (nRecord == sizeof(plat::SymbolMemory_t))
