@@ -134,7 +134,7 @@ namespace plat
             return Address + static_cast<std::uintptr_t>(nOffset);
         }
 
-        // Separates a zero divisor from a quotient that does not fit. The processor raises one exception for both.
+        // Returns whether the divisor is zero. A quotient that does not fit raises the same exception.
         bool DividesByZero(FaultContext_t const & Context)
         {
             Instruction_t Instruction;

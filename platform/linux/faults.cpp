@@ -22,12 +22,10 @@ namespace plat
     namespace
     {
         constexpr int SIGNALS[] = { SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT };
-        constexpr unsigned DYING_LIMIT = 10000;          // milliseconds that another thread's fault waits for the end
-                                                         // of the process
+        constexpr unsigned DYING_LIMIT = 10000;          // milliseconds that another fault waits for the end
         constexpr unsigned SLEEP = 2;                    // milliseconds between two checks
         constexpr unsigned DESCRIPTION_LIMIT = 1000;     // milliseconds for an exception's own message
-        constexpr std::size_t STACK_SIZE = 256 * 1024;   // bytes of the filter's stack, with a host's dialog; only
-                                                         // touched pages use memory
+        constexpr std::size_t STACK_SIZE = 256 * 1024;   // bytes, enough for a host's dialog; allocated as used
         constexpr std::size_t DESCRIPTION_SIZE = 512;
 
         std::atomic<FaultFilter_t> g_fnFilter{ nullptr };
@@ -293,7 +291,7 @@ namespace plat
         return fnFormer;
     }
 
-    // The address checker gives each thread a stack of its own, and releases whatever it finds in its place.
+    // The address checker allocates such a stack for each thread, and later releases whatever replaced it.
     bool FaultThreadJoin()
     {
         static thread_local AlternateStack_c t_Stack;

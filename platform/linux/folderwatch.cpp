@@ -36,8 +36,7 @@ namespace plat
     {
         using namespace watch;
 
-        constexpr int MAX_READS = 256;            // reads of the kernel's queue for one batch, so that a flood of
-                                                  // changes ends
+        constexpr int MAX_READS = 256;            // of the kernel's queue for one batch, so that a batch ends
         constexpr std::size_t MAX_KEPT = 65536;   // the most names without a file that are kept
         unsigned g_nForks = 0;                    // forks from the first process down to this one
         ForkHandler_c const g_CountFork({ nullptr, nullptr, [] { ++g_nForks; } });

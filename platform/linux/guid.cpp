@@ -33,8 +33,7 @@ namespace plat
         constexpr int SEQUENCES = 1 << 14;
         constexpr std::uint64_t TICKS_IN_SECOND = 10000000;
         constexpr std::uint64_t TICKS_1582_TO_1970 = 0x01B21DD213814000;
-        constexpr std::uint64_t SMALL_STEP_BACK = 1000;   // ticks to wait out; a larger step means that the clock was
-                                                          // set back
+        constexpr std::uint64_t SMALL_STEP_BACK = 1000;   // ticks to wait out; after a larger step the clock was set
 
         // Returns the 100-nanosecond ticks since the Gregorian calendar began.
         std::uint64_t Now()
