@@ -1,9 +1,5 @@
-#include "tests/test_support.h"
+#include "tests/machine_support.h"
 #include "zqcore/cclipboard.h"
-
-#include <chrono>
-#include <signal.h>
-#include <sys/stat.h>
 
 namespace
 {
@@ -42,8 +38,8 @@ namespace
             return sText;
         }
 
-        // Runs a function in a child that has the clipboard open with a text, once that is so; the child.
-        static pid_t Child(void (*fnHold)())
+        // Starts a child that opens the clipboard, puts a text there, then calls the function. Returns once it is open.
+        static int Child(void (*fnHold)())
         {
             Gate_c const Holds;
             auto const Hold = [&]
@@ -54,7 +50,7 @@ namespace
                 fnHold();
                 return 0;
             };
-            pid_t const iChild = StartChild(Hold);
+            int const iChild = StartChild(Hold);
             EXPECT_TRUE(Holds.Wait());
             return iChild;
         }
@@ -68,41 +64,52 @@ TEST_F(ClipboardTest, TextIsAppendedAndOutlivesTheClosing)
     EXPECT_NE(g_iTextFormat, 0u);
     EXPECT_EQ(ClipboardGetSize(), 0u) << "closed";
     ClipboardOpen();
-    EXPECT_TRUE(g_isOpen && ClipboardIsEmpty() && ClipboardGetSize() == 1 && Text().empty());
+    EXPECT_EACH(g_isOpen, ClipboardIsEmpty(), ClipboardGetSize() == 1);
+    EXPECT_EQ(Text(), "");
     ClipboardPrintf("%s", "ab");
     ClipboardPrintf("c%c", 'd');
-    EXPECT_EQ(Text(), "abcd");
     EXPECT_EQ(ClipboardGetSize(), 5u);
     ClipboardClose();
     EXPECT_EQ(TextOfClosed(), "abcd");
     ClipboardOpen();
     ClipboardReset();
     EXPECT_TRUE(ClipboardIsEmpty());
-    std::string const sLong(70000, 'x');
+}
+
+TEST_F(ClipboardTest, LongerTextIsCutAndAFullDiskKeepsTheOldText)
+{
+    std::string const sLong(70000, 'x'), sExpected = sLong.substr(0, 65536) + '!';
+    ClipboardOpen();
     ClipboardPrintf("%s", sLong.c_str());
-    EXPECT_EQ(ClipboardGetSize(), 65536u + 1) << "longer text is cut";
     ClipboardPrintf("!");
-    EXPECT_EQ(Text(), sLong.substr(0, 65536) + "!");
+    EXPECT_EQ(Text(), sExpected);
     {
         FullDisk_c const Full(1000);
         EXPECT_EQ(FailedConditions([] { ClipboardPrintf("more"); }), "g_hClipboard != nullptr");
     }
-    EXPECT_EQ(Text(), sLong.substr(0, 65536) + "!") << "the former text stays";
+    EXPECT_EQ(Text(), sExpected);
     EXPECT_FALSE(std::filesystem::exists(m_Folder.Join("clip/board/busy"))) << "nothing keeps the disk full";
-    ClipboardClose();
+}
+
+TEST_F(ClipboardTest, WhatIsLeftInItsFolderIsReplacedByPrivateFiles)
+{
     m_Folder.Write("clip/board/busy", "of a killed process");
-    EXPECT_EQ(TextOfClosed().size(), 65537u);
+    EXPECT_EQ(TextOfClosed(), "");
     EXPECT_FALSE(std::filesystem::exists(m_Folder.Join("clip/board/busy")));
     ClipboardOpen();
-    ASSERT_EQ(mkfifo(m_Folder.Join("clip/board/busy").c_str(), 0600), 0);
+    MakePipe(m_Folder.Join("clip/board/busy"));
     ClipboardReset();
     ClipboardClose();
     for (char const * szFile : { "clip/board/=zq_text", "clip/board/lock" })
     {
         auto const Status = std::filesystem::status(m_Folder.Join(szFile));
-        EXPECT_TRUE(Status.permissions() == std::filesystem::perms(0600) && is_regular_file(Status)) << szFile;
+        EXPECT_EQ(Status.permissions(), std::filesystem::perms(0600)) << szFile;
+        EXPECT_TRUE(is_regular_file(Status)) << szFile;
     }
+}
 
+TEST_F(ClipboardTest, CallsFailTheirConditionWhileItIsClosed)
+{
     void (*const dCalls[])() = { [] { ClipboardPrintf("x"); }, ClipboardReset, ClipboardClose,
         [] { EXPECT_FALSE(ClipboardGetData(nullptr)); }, [] { EXPECT_FALSE(ClipboardIsEmpty()); } };
     for (auto const fnCall : dCalls)
@@ -118,8 +125,8 @@ TEST_F(ClipboardTest, OtherFormatsGoWhenTheTextComes)
     EXPECT_EQ(plat::ClipboardRegisterFormat(std::string(300, 'n').c_str()), 0u);
     for (bool const bText : { false, true })   // the first opening makes an empty text
     {
-        EXPECT_TRUE(plat::ClipboardTryOpen() && plat::ClipboardSet(iOther, plat::ClipboardBlockNew(3))
-                    && plat::ClipboardClose());
+        EXPECT_EACH(
+            plat::ClipboardTryOpen(), plat::ClipboardSet(iOther, plat::ClipboardBlockNew(3)), plat::ClipboardClose());
         ClipboardOpen();
         EXPECT_EQ(plat::ClipboardBlockSize(plat::ClipboardGet(iOther)), bText ? 3u : 0u);
         EXPECT_EQ(Text(), bText ? "text" : "");
@@ -128,7 +135,7 @@ TEST_F(ClipboardTest, OtherFormatsGoWhenTheTextComes)
         ClipboardClose();
     }
     EXPECT_EQ(TextOfClosed(), "texttext");
-    ASSERT_TRUE(plat::ClipboardTryOpen() && plat::ClipboardEmpty() && plat::ClipboardClose());
+    EXPECT_EACH(plat::ClipboardTryOpen(), plat::ClipboardEmpty(), plat::ClipboardClose());
     EXPECT_EQ(TextOfClosed(), "");
 }
 
@@ -155,27 +162,26 @@ TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
         ClipboardPrintf(" for long");
         ClipboardClose();
     };
-    pid_t const iChild = Child(Release);
+    int const iChild = Child(Release);
     EXPECT_EQ(TextOfClosed(), "kept for long");
     StatusOfChild(iChild);
 }
 
 TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothing)
 {
-    pid_t const iChild = Child([] { pause(); });
+    int const iChild = Child([] { WaitToBeKilled(); });
     plat::ClipboardSetWait([](unsigned nMilliseconds) { s_nWaits += nMilliseconds == 100; });
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == true");
     EXPECT_EQ(s_nWaits, 100);
     EXPECT_FALSE(g_isOpen);
-    kill(iChild, SIGKILL);
-    StatusOfChild(iChild);
+    KillChild(iChild);
     ClipboardOpen();
     EXPECT_EQ(Text(), "kept");
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == false") << "no nesting";
 
     // A child that lives on with this process's descriptors holds nothing either, and can open the clipboard later.
     Gate_c const Closed;
-    pid_t const iHeir = StartChild([&] { return !g_isOpen && Closed.Wait() && TextOfClosed() == "kept" ? 0 : 1; });
+    int const iHeir = StartChild([&] { return !g_isOpen && Closed.Wait() && TextOfClosed() == "kept" ? 0 : 1; });
     ClipboardClose();
     EXPECT_EQ(TextOfClosed(), "kept");
     EXPECT_EQ(s_nWaits, 100);

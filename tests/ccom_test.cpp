@@ -1,10 +1,8 @@
 #include "platform/checker.h"
 #include "platform/debugger.h"
-#include "tests/test_support.h"
+#include "tests/machine_support.h"
 #include "zqcore/ccom.h"
 #include "zqcore/cstring.h"
-
-#include <sys/mman.h>
 
 namespace
 {
@@ -27,9 +25,9 @@ namespace
         void Dispose() const override { ++m_nDisposed; }
     };
 
-    char const OWNERS[4] = {};   // their addresses are the holders
+    char const OWNERS[4] = {};   // their addresses name the owners
 
-    // Calls Release on what may be no object, which the checkers would tell first.
+    // Calls Release on what may be no object, which the checkers would report first.
     ZQ_UNCHECKED bool ReleaseAnything(void const * p)
     {
         return static_cast<ComObject_c const *>(p)->Release(OWNERS, "", 0, p);
@@ -42,8 +40,7 @@ TEST(ComObject, CountsReferencesAndDisposesWithTheLast)
     g_nDeleted = 0;
     EXPECT_EQ(COM_ADDREF(pObject, OWNERS), 0u);
     EXPECT_EQ(COM_ADDREF(pObject, OWNERS + 1), 1u);
-    EXPECT_TRUE(!COM_RELEASE(pObject, OWNERS) && g_nDeleted == 0);
-    EXPECT_TRUE(COM_RELEASE(pObject, OWNERS + 1) && g_nDeleted == 1);
+    EXPECT_EACH(!COM_RELEASE(pObject, OWNERS), g_nDeleted == 0, COM_RELEASE(pObject, OWNERS + 1), g_nDeleted == 1);
 
     Pooled_c Pooled;
     for (int i = 1; i <= 2; ++i)
@@ -89,7 +86,7 @@ TEST(ComObject, ListsItsOwnersTheNewestFirst)
     Object.Release(OWNERS, "", 0, &Object);
     EXPECT_EQ(Object.GetOwners(dOwners, 3), 2);
     EXPECT_EQ(dOwners[1].iLine, 0) << "of two references the one that was added last has gone";
-    EXPECT_TRUE(!COM_RELEASE(&Object, OWNERS) && COM_RELEASE(&Object, OWNERS + 3));
+    EXPECT_EACH(!COM_RELEASE(&Object, OWNERS), COM_RELEASE(&Object, OWNERS + 3));
 }
 
 TEST(ComObject, MisuseFailsItsConditionAndKeepsTheLedgerWhole)
@@ -121,14 +118,10 @@ TEST(ComObject, ReleaseOfWhatIsNoObjectFailsItsConditionAndTouchesNothing)
 {
     constexpr char UNREADABLE[] = "_CrtIsValidPointer( this, sizeof ( ComObject_c ), false )";
     constexpr char NO_SIGNATURE[] = "m_dwComSignature == COM_SIGNATURE";
-    constexpr std::size_t PAGE = 4096;
-    auto * const pPages =
-        static_cast<char *>(::mmap(nullptr, 2 * PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(pPages, MAP_FAILED);
-    ::munmap(pPages + PAGE, PAGE);
-    auto * const pInPage = new (pPages) Pooled_c;
+    char * const pPage = AllocateLastPage();
+    auto * const pInPage = new (pPage) Pooled_c;
     COM_ADDREF(pInPage, OWNERS);
-    auto * const pEnded = new (pPages + 512) Pooled_c;
+    auto * const pEnded = new (pPage + 512) Pooled_c;
     COM_ADDREF(pEnded, OWNERS);
     FailedConditions([&] { pEnded->~Pooled_c(); });   // which complains of the reference
     auto * const pDead = new Object_c;
@@ -137,37 +130,36 @@ TEST(ComObject, ReleaseOfWhatIsNoObjectFailsItsConditionAndTouchesNothing)
 
     for (auto const & [szWhat, p, szCondition] :
         { std::tuple<char const *, void const *, char const *>{ "null", nullptr, UNREADABLE },
-            { "small", reinterpret_cast<void *>(16), UNREADABLE }, { "unmapped", pPages + PAGE, UNREADABLE },
-            { "runs out of its page", pPages + PAGE - 8, UNREADABLE },
-            { "beside a held object", pPages + 256, NO_SIGNATURE }, { "text", OWNERS, NO_SIGNATURE },
+            { "small", reinterpret_cast<void *>(16), UNREADABLE }, { "unmapped", pPage + PAGE_BYTES, UNREADABLE },
+            { "runs out of its page", pPage + PAGE_BYTES - 8, UNREADABLE },
+            { "beside a held object", pPage + 256, NO_SIGNATURE }, { "text", OWNERS, NO_SIGNATURE },
             { "deleted", pDead, NO_SIGNATURE }, { "ended while referenced", pEnded, "iRefCount > 0" } })
     {
         EXPECT_THAT(FailedConditions([p = p] { EXPECT_FALSE(ReleaseAnything(p)); }), testing::StartsWith(szCondition))
             << szWhat;
     }
     EXPECT_TRUE(COM_RELEASE(pInPage, OWNERS));
-    ::munmap(pPages, PAGE);
-    EXPECT_EQ(FailedConditions([&] { ReleaseAnything(pPages); }), UNREADABLE) << "gone with its page";
+    ReleasePage(pPage);
+    EXPECT_EQ(FailedConditions([&] { ReleaseAnything(pPage); }), UNREADABLE) << "gone with its page";
 }
 
 TEST(ComObject, LedgerTouchesItsMemoryAsItIsUsedAndEndsAtItsLimit)
 {
     auto const UseAll = []
     {
-        std::vector<Pooled_c> dObjects(1000);
+        Pooled_c Object;
         long const nStart = ResidentPages();
         int const nFree = ComObject_c::GetFreeReferences();
         long const nCounted = ResidentPages() - nStart;
-        for (std::size_t i = 0; i < COM_REFERENCES; ++i)
+        for (int i = 0; i < COM_REFERENCES; ++i)
         {
-            COM_ADDREF(&dObjects[i % dObjects.size()], OWNERS);
+            COM_ADDREF(&Object, OWNERS);
         }
-        std::string const sFailed = FailedConditions([&] { COM_ADDREF(&dObjects[0], OWNERS + 1); });
+        std::string const sFailed = FailedConditions([&] { COM_ADDREF(&Object, OWNERS + 1); });
         int const nLeft = ComObject_c::GetFreeReferences();
-        COM_RELEASE(&dObjects[0], nullptr);   // the one without a note
-        for (std::size_t i = 0; i < COM_REFERENCES; ++i)
+        for (int i = 0; i <= COM_REFERENCES; ++i)
         {
-            COM_RELEASE(&dObjects[i % dObjects.size()], OWNERS);
+            COM_RELEASE(&Object, i == 0 ? nullptr : OWNERS);   // first the one without a note
         }
         std::fprintf(stderr, "%i free, %i left, %s; %i free; %li pages", nFree, nLeft, sFailed.c_str(),
             ComObject_c::GetFreeReferences(), nCounted);

@@ -1,6 +1,5 @@
 #include "platform/debugger.h"
 #include "tests/machine_support.h"
-#include "tests/test_support.h"
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
@@ -11,9 +10,8 @@
 #include "zqcore/clog.h"
 
 #include <atomic>
-#include <csignal>
 
-// Its members fail, to be named by the complaint, and return the line.
+// Its members fail an assertion, whose complaint names them, and return the line.
 struct ComplaintTest_c
 {
     // clang-format off
@@ -33,8 +31,11 @@ namespace
     constexpr Answer_e THROW{};
     constexpr char YES_NO_TAIL[] = "\r\n\r\nUse Yes to break into Debugger, No to continue.\r\nand Cancel to Quit\r\n";
 
-    // What happened, in order: C cursor shown, L line logged, x and X execution stopped and going on, W warning event,
-    // M window minimised, D dialog.
+    // What happened, in order, a letter for each:
+    //     C  the cursor was shown             W  the warning event was fired
+    //     L  a line was logged                D  a dialog was shown
+    //     x  the program was told to stop     M  the window was minimised while the process aborts
+    //     X  the program was told to go on    m  the window was minimised otherwise
     std::string g_sTrace;
     bool g_bPrint = false;   // the trace, on standard error
     std::string g_sLog, g_sDebugger, g_sText, g_sCaption;
@@ -62,9 +63,9 @@ namespace
 
     void ExpectDialog(char const * szCaption, Buttons_e eButtons, Icon_e eIcon, Modality_e eModality, int iDefault = 1)
     {
-        EXPECT_EQ(g_sCaption, szCaption);
-        EXPECT_TRUE(g_Dialog.eButtons == eButtons && g_Dialog.iDefaultButton == iDefault && g_Dialog.eIcon == eIcon
-                    && g_Dialog.eModality == eModality);
+        EXPECT_EQ(
+            std::tuple(g_sCaption, g_Dialog.eButtons, g_Dialog.iDefaultButton, g_Dialog.eIcon, g_Dialog.eModality),
+            std::tuple(szCaption, eButtons, iDefault, eIcon, eModality));
     }
 
     struct Complaints : testing::Test
@@ -334,7 +335,7 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
         false);
     Warning("fork");
     std::thread Other([] { Warning("while another thread forks"); });
-    EXPECT_TRUE(s_Inside.Wait() && s_Inside.Wait());
+    EXPECT_EACH(s_Inside.Wait(), s_Inside.Wait());
     EXPECT_EQ(StatusOfChild(StartChild([] { return Warning("heard in the child"), s_nHeard; })), 3);
     Other.join();
     SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
@@ -348,32 +349,6 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
     };
     EXPECT_EXIT(End("end"), testing::ExitedWithCode(1), "the end");
     EXPECT_EXIT(End("crash"), testing::ExitedWithCode(1), "the end.*Program has crashed");
-}
-
-TEST_F(Complaints, WithALocationKeepTextAndPlaceOfTheirThread)
-{
-    static std::vector<std::string> s_dTexts;
-    plat::DialogSetHandler(
-        [](plat::Dialog_t const & Dialog) { return s_dTexts.emplace_back(Dialog.szText), Answer_e::No; });
-    ExceptionReport_c::SetSymbolHelper("");
-    InThreads(8,
-        [](int i)
-        {
-            DebugMessages_c & Messages = DebugMessages_c::Get();
-            std::string const sText(16000, static_cast<char>('a' + i));
-            auto const fnWarn = Messages.SetLocation("file.cpp", i);
-            Messages.DebugAssert("file.cpp", i, sText.c_str());
-            (Messages.*fnWarn)("%s", sText.c_str());
-        });
-    ExceptionReport_c::SetSymbolHelper(ZQSYMBOLS_PATH);
-    EXPECT_EQ(s_dTexts.size(), 16u);
-    for (std::string const & sText : s_dTexts)
-    {
-        std::string const sOwn(16000, sText[10]);
-        std::string const sLine = "\r\nFile: \tfile.cpp\r\nLine:\t" + std::to_string(sText[10] - 'a') + "\r";
-        EXPECT_THAT(
-            sText, StartsWith("Warning: \t" + sOwn + (sText[16010] == '\t' ? '\t' + sOwn : YES_NO_TAIL) + sLine));
-    }
 }
 
 TEST_F(Complaints, ADialogThatThrowsSilencesNoLaterOne)
@@ -398,20 +373,27 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
         std::atexit([] { std::fprintf(stderr, ", then %i", DebugMessages_c::Get().DropMessageBox("", "", 0)); });
         DebugMessages_c::Get().DebugWarningInternal("located");
     };
-    // What complains, whether silently, the answer, the exit status or below 0 the signal, and the trace; an exit puts a
-    // dot after it.
+    constexpr int BREAKPOINT = -1;
+    struct Row_s
+    {
+        void (*fnComplain)();
+        bool bSilent;
+        Answer_e eAnswer;
+        int iStatus;            // or BREAKPOINT
+        char const * szTrace;   // an exit adds a dot
+    };
     for (auto const & [fnComplain, bSilent, eAnswer, iStatus, szTrace] :
-        Rows_t<void (*)(), bool, Answer_e, int, char const *>{
-            { Assertion, true, Answer_e::Ignore, 1, "^CLxAssertion failed!\nassertion\n\\." },
-            { Assertion, false, Answer_e::Abort, -SIGTRAP, "^CLxDX" },
-            { Assertion, false, Answer_e::Retry, -SIGTRAP, "^CLxDX" },
+        { Row_s{ Assertion, true, Answer_e::Ignore, 1, "^CLxAssertion failed!\nassertion\n\\." },
+            { Assertion, false, Answer_e::Abort, BREAKPOINT, "^CLxDX" },
+            { Assertion, false, Answer_e::Retry, BREAKPOINT, "^CLxDX" },
             { Attention, true, Answer_e::No, 1, "^LWACHTUNG!\nattention\n\\." },
-            { Attention, false, Answer_e::Cancel, 0, "^LWD\\." }, { Attention, false, Answer_e::Yes, -SIGTRAP, "^LWD" },
+            { Attention, false, Answer_e::Cancel, 0, "^LWD\\." },
+            { Attention, false, Answer_e::Yes, BREAKPOINT, "^LWD" },
             { End, true, Answer_e::Ok, 1, "^LxMApplication aborted!\nabort 1\nX" },
-            { End, false, Answer_e::Ok, -SIGTRAP, "^LxMDX" }, { End, false, Answer_e::Cancel, -SIGTRAP, "^LxMDX" },
+            { End, false, Answer_e::Ok, BREAKPOINT, "^LxMDX" }, { End, false, Answer_e::Cancel, BREAKPOINT, "^LxMDX" },
             { Located, false, Answer_e::Cancel, 255, "^D, then 7\\." },
-            { Located, false, Answer_e::Yes, -SIGTRAP, "^D" }, { Error, false, Answer_e::Ok, -SIGTRAP, "^D" },
-            { Break, false, Answer_e::Yes, -SIGTRAP, "^D" } })
+            { Located, false, Answer_e::Yes, BREAKPOINT, "^D" }, { Error, false, Answer_e::Ok, BREAKPOINT, "^D" },
+            { Break, false, Answer_e::Yes, BREAKPOINT, "^D" } })
     {
         g_silentMode = bSilent, g_eAnswer = eAnswer;
         auto const Complain = [fn = fnComplain]
@@ -422,7 +404,7 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
             fn();
         };
         auto const HasEnded = [i = iStatus](int iRaw)
-        { return i < 0 ? testing::KilledBySignal(-i)(iRaw) : testing::ExitedWithCode(i)(iRaw); };
+        { return i == BREAKPOINT ? EndedAtBreakpoint(iRaw) : testing::ExitedWithCode(i)(iRaw); };
         EXPECT_EXIT(Complain(), HasEnded, szTrace);
     }
 }

@@ -6,11 +6,8 @@
 #include "zqcore/cstring.h"
 
 #include <cerrno>
-#include <csignal>
 #include <exception>
 #include <mutex>
-#include <sys/ptrace.h>
-#include <sys/stat.h>
 
 namespace
 {
@@ -112,7 +109,7 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
         "><0x57AC0000\t(0x00000000\t){11}>(<(0x00000000\t){12}>){20}<DoneDump\r\n>"
         "<><Starting dump of memory at 0x00000100, size 256 dword's><Address contained in EBP value 0x00000300>"
         "(<([?]{8}\t){12}>){21}<DoneDump\r\n><StackTrace><Stack Trace Failed:: zero eip><Handling Exception...done>";
-    EXPECT_TRUE(Info.Start() && Info.Start());
+    EXPECT_EACH(Info.Start(), Info.Start());
     EXPECT_EQ(g_sTrace, "<Initializing debug SP><Initializing debug SP, done>");
     for (auto const & [nCode, bWrite, szName, sAccess] : Rows_t<std::uint32_t, unsigned, char const *, std::string>{
              { 0xC0000005, 0, "EXCEPTION_ACCESS_VIOLATION", "attempt to read ptr 0x00005678\r\n" },
@@ -177,16 +174,16 @@ TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
     {
         s_nShown = 0;
         s_Answer.Set();
-        std::raise(SIGTRAP);   // without a support thread
+        RaiseBreakpoint();   // without a support thread
         AssertFailed("%s", "in the child");
         Info.Start();
-        std::raise(SIGTRAP);
+        RaiseBreakpoint();
         Info.Stop();
         return s_nShown;
     };
     auto const fnFormer = plat::DialogSetHandler(Answer);
     plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return 1 + Info.OnUnhandledException(pFault); });
-    for (void (*fnShow)() : { +[] { std::raise(SIGTRAP); }, +[] { AssertFailed("%s", "in the parent"); } })
+    for (void (*fnShow)() : { RaiseBreakpoint, +[] { AssertFailed("%s", "in the parent"); } })
     {
         Info.Start();
         s_Shown.Reset();
@@ -206,7 +203,7 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
     auto const Fault = [](bool bTraced)
     {
         DialogScript_c const Dialogs({ Answer_e::Cancel });
-        bTraced ? ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) : 0;
+        bTraced ? BeTraced() : void();
         Info.Start();
         Fault_s const Divide(plat::FAULT_INTEGER_DIVIDE);
         Info.OnUnhandledException(&Divide.Pointers);
@@ -224,9 +221,9 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
         plat::DialogSetHandler(
             [](plat::Dialog_t const &) -> Answer_e { std::fputs("asked", stderr), __builtin_trap(); });
         Info.Start();
-        std::raise(SIGTRAP);
+        RaiseBreakpoint();
     };
-    EXPECT_EXIT(Fault(), testing::KilledBySignal(SIGTRAP), "asked");
+    EXPECT_EXIT(Fault(), EndedAtBreakpoint, "asked");
 }
 
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
@@ -239,7 +236,8 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
     DialogScript_c const Dialogs({ Answer_e::Yes, Answer_e::No, Answer_e::Yes });
     Info.OnUnhandledException(&Fault.Pointers);
     EXPECT_EQ(Dialogs.CountHolding("Warning: \tNo such file or directory\n"), 1);
-    chmod(Folder.Write("RemoteDebug/rdebug.cmd", "#!/bin/sh\npwd > started\n").c_str(), 0700);
+    std::filesystem::permissions(
+        Folder.Write("RemoteDebug/rdebug.cmd", "#!/bin/sh\npwd > started\n"), std::filesystem::perms::owner_all);
     Info.OnUnhandledException(&Fault.Pointers);
     EXPECT_EQ(Dialogs.CountHolding("Please attach by remote debugger and press ok"), 1);
     for (int i = 0; i < 1000 && Folder.Read("started").empty(); ++i)

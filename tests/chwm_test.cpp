@@ -4,8 +4,6 @@
 
 #include "tests/test_support.h"
 
-#include <csignal>
-
 namespace
 {
     std::string g_sOutput;
@@ -83,7 +81,7 @@ TEST(StaticMemoryPool, WrongUseEndsTheProcessOrFailsItsCondition)
             LogToStandardError();
             Row.fnUse(Pool);
         };
-        EXPECT_EXIT(Use(), testing::KilledBySignal(SIGTRAP), Row.szText);
+        EXPECT_EXIT(Use(), EndedAtBreakpoint, Row.szText);
     }
 
     StaticMemoryPool_c Pool("full");

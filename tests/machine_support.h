@@ -1,15 +1,29 @@
-// machine_support.h: whether the machine does what its kernel grants, for tests that need it done.
+// machine_support.h: whether the machine does what its kernel grants, for tests that need it done, and what only a few
+// tests need of the system.
 #pragma once
 
 #include "tests/test_support.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
+#include <fstream>
+#include <linux/hw_breakpoint.h>
 #include <linux/io_uring.h>
+#include <linux/perf_event.h>
 #include <poll.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/inotify.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 /// Whether a read lease is refused while a file is open for writing, and granted afterwards.
@@ -42,7 +56,7 @@ inline bool ForksBesideThreads()
 {
     Gate_c const Done;
     std::thread Other([&Done] { Done.Wait(); });
-    pid_t const iChild = StartChild(
+    int const iChild = StartChild(
         []
         {
             std::fclose(stderr);   // for what an emulator says when it fails
@@ -60,7 +74,7 @@ inline bool SharesMemoryUntilExec()
 {
     static bool volatile s_bShared;
     s_bShared = false;
-    pid_t const iChild = vfork();
+    int const iChild = vfork();
     if (iChild == 0)
     {
         s_bShared = true;
@@ -93,4 +107,160 @@ inline int ThreadsBesideOne()
     Done.Open();
     Other.join();
     return nThreads;
+}
+
+/// Lets a write to a full disk end the process instead of failing.
+inline void EndAtFullDisk()
+{
+    std::signal(SIGXFSZ, SIG_DFL);
+}
+
+/// Whether a file opens for writing at once.
+inline bool OpensForWriting(std::string const & sPath)
+{
+    int const iWriter = open(sPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    close(iWriter);
+    return iWriter >= 0;
+}
+
+/// Exchanges the entries of two names.
+inline bool ExchangeFiles(std::string const & sA, std::string const & sB)
+{
+    return renameat2(AT_FDCWD, sA.c_str(), AT_FDCWD, sB.c_str(), RENAME_EXCHANGE) == 0;
+}
+
+/// Limits the "watches" or "instances" of this process, for good. Returns false if the system refuses.
+inline bool LimitWatches(std::string const & sWhat, int nLimit)
+{
+    return unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/sys/user/max_inotify_" + sWhat) << nLimit << std::flush;
+}
+
+/// The number of this process's open handles.
+inline std::ptrdiff_t CountHandles()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+/// The handles of this process that are sockets with such a name, without its first character.
+inline std::vector<int> SocketsNamed(char const * szPart)
+{
+    std::vector<int> dSockets;
+    for (int i = 0; i < 256; ++i)
+    {
+        sockaddr_un Name = {};
+        socklen_t nName = sizeof(Name) - 1;
+        bool const bNamed = getsockname(i, reinterpret_cast<sockaddr *>(&Name), &nName) == 0;
+        bNamed && std::strstr(Name.sun_path + 1, szPart) ? dSockets.push_back(i) : void();
+    }
+    return dSockets;
+}
+
+/// Gives handles to another file, as a daemon does that closes all at its start.
+inline void ReplaceHandles(std::vector<int> const & dHandles)
+{
+    int const iFile = open("/dev/null", O_RDONLY);
+    std::ranges::for_each(dHandles, [iFile](int i) { dup2(iFile, i); });
+}
+
+inline bool AreOpen(std::vector<int> const & dHandles)
+{
+    return std::ranges::all_of(dHandles, [](int i) { return fcntl(i, F_GETFD) >= 0; });
+}
+
+/// Whether the calling thread runs only while no other one wants to.
+inline bool IsIdleThread()
+{
+    return sched_getscheduler(0) == SCHED_IDLE;
+}
+
+/// Whether the system has such a class of threads, and lets a thread leave it.
+inline bool IdleThreadsCanLeave()
+{
+    bool bCan = false;
+    InThreads(1,
+        [&bCan](int)
+        {
+            sched_param const Parameters = {};
+            bCan = sched_setscheduler(0, SCHED_IDLE, &Parameters) == 0 && IsIdleThread()
+                   && sched_setscheduler(0, SCHED_OTHER, &Parameters) == 0;
+        });
+    return bCan;
+}
+
+/// Makes the start of each thread fail, or succeed again.
+inline void RefuseThreads(bool bRefuse)
+{
+    pthread_attr_t Attributes;
+    pthread_getattr_default_np(&Attributes);
+    pthread_attr_setstacksize(&Attributes, bRefuse ? SIZE_MAX / 4 * 3 : 8 << 20);
+    pthread_setattr_default_np(&Attributes);
+}
+
+constexpr std::size_t PAGE_BYTES = 4096;
+
+/// Allocates a page of memory with no memory after it.
+inline char * AllocateLastPage()
+{
+    void * const p = mmap(nullptr, 2 * PAGE_BYTES, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    munmap(static_cast<char *>(p) + PAGE_BYTES, PAGE_BYTES);
+    return static_cast<char *>(p);
+}
+
+inline void ReleasePage(char * pPage)
+{
+    munmap(pPage, PAGE_BYTES);
+}
+
+/// Lets the parent process trace this one, as a debugger does.
+inline void BeTraced()
+{
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+}
+
+/// Whether a program in this folder can get its owner's rights.
+inline bool GrantsSetUserId(std::string const & sFolder)
+{
+    struct statvfs Disk;
+    return geteuid() == 0 && prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0) == 0 && statvfs(sFolder.c_str(), &Disk) == 0
+           && (Disk.f_flag & ST_NOSUID) == 0;
+}
+
+/// Counts the breakpoints that this process meets during a scope.
+class TrapCount_c
+{
+public:
+    TrapCount_c() { s_nTraps = 0; }
+    ~TrapCount_c() { std::signal(SIGTRAP, m_fnFormer); }
+    TrapCount_c & operator=(TrapCount_c &&) = delete;
+
+    /// How many since the last call.
+    static int Take()
+    {
+        int const nTraps = s_nTraps;
+        s_nTraps = 0;
+        return nTraps;
+    }
+
+private:
+    static inline std::sig_atomic_t volatile s_nTraps;
+    void (*m_fnFormer)(int) = std::signal(SIGTRAP, [](int) { s_nTraps = s_nTraps + 1; });
+};
+
+/// Whether the processor counts a touch of a word. The kernel may grant what the hypervisor ignores.
+inline bool CountsATouch()
+{
+    static int volatile s_nTouched;
+    perf_event_attr Event{};
+    Event.size = sizeof Event;
+    Event.type = PERF_TYPE_BREAKPOINT;
+    Event.bp_type = HW_BREAKPOINT_W;
+    Event.bp_addr = reinterpret_cast<std::uintptr_t>(&s_nTouched);
+    Event.bp_len = sizeof s_nTouched;
+    Event.exclude_kernel = Event.exclude_hv = 1;
+    auto const iEvent = static_cast<int>(syscall(SYS_perf_event_open, &Event, 0, -1, -1, 0));
+    s_nTouched = 1;
+    std::uint64_t nCount = 0;
+    bool const bCounted = read(iEvent, &nCount, sizeof nCount) == sizeof nCount && nCount == 1;
+    close(iEvent);
+    return bCounted;
 }

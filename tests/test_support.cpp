@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <mutex>
@@ -94,6 +95,26 @@ bool KillChild(pid_t iChild)
     return StatusOfChild(iChild) == -1;
 }
 
+int WaitToBeKilled()
+{
+    return pause();
+}
+
+void RaiseBreakpoint()
+{
+    std::raise(SIGTRAP);
+}
+
+bool EndedAtBreakpoint(int iStatus)
+{
+    return testing::KilledBySignal(SIGTRAP)(iStatus);
+}
+
+fs::path ProgramPath()
+{
+    return fs::read_symlink("/proc/self/exe");
+}
+
 int StatusAsNobody(std::function<int()> const & fnRun)
 {
     constexpr int NOBODY = 65534, REFUSED = 99;
@@ -135,7 +156,8 @@ Result_s RunShell(std::string const & sCommand)
         sOutput.append(szPart, n);
     }
     int const iStatus = pclose(pPipe);
-    return { WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1, sOutput };
+    return WIFEXITED(iStatus) ? Result_s{ WEXITSTATUS(iStatus), sOutput }
+                              : Result_s{ -1, sOutput, sigabbrev_np(WTERMSIG(iStatus)) };
 }
 
 Result_s RunTool(std::string const & sArguments)

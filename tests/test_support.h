@@ -82,6 +82,18 @@ int StatusOfChild(pid_t iChild);
 /// Kills a child and waits for its end. Returns whether it still ran.
 bool KillChild(pid_t iChild);
 
+/// Waits until a signal ends the process.
+int WaitToBeKilled();
+
+/// Stops as a breakpoint does.
+void RaiseBreakpoint();
+
+/// Whether a breakpoint ended a process: a predicate for EXPECT_EXIT.
+bool EndedAtBreakpoint(int iStatus);
+
+/// The file of this program.
+std::filesystem::path ProgramPath();
+
 /// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if it can't drop them.
 int StatusAsNobody(std::function<int()> const & fnRun);
 
@@ -120,8 +132,9 @@ private:
 
 struct Result_s
 {
-    int iStatus;
-    std::string sOutput;
+    int iStatus = -1;   // -1 if a signal ended it
+    std::string sOutput = "";
+    std::string sSignal = "";   // as in "SEGV"; empty for an exit
 };
 
 /// Runs a command line of the shell and waits for its end. Returns its status and standard output.

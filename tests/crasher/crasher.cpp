@@ -1,4 +1,4 @@
-// crasher.cpp: a program that crashes as it is told, for the tests of the crash report.
+// crasher.cpp: a program that crashes as its arguments say, for the tests of the crash report.
 //
 //   crasher FAULT [CIRCUMSTANCE...] HELPER
 //
@@ -60,7 +60,8 @@ namespace
     }
 }
 
-// The heap's guard: it stands before the C library's functions, with a lock of its own that a circumstance may hold.
+// Replaces the C library's heap functions: a use of the heap while it is forbidden ends the process. A circumstance may
+// hold the lock.
 #ifndef CRASHER_CHECKED
 extern "C"
 {
@@ -233,7 +234,7 @@ namespace
         std::raise(iSignal);
     }
 
-    // Sets who gets the faults behind the library; null is nobody.
+    // Sets who gets the faults after the library; null is nobody.
     void SetFormer(void (*fnHandler)(int, siginfo_t *, void *))
     {
         plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(nullptr);
@@ -275,7 +276,7 @@ namespace
     void CorruptHeap()
     {
         void * const volatile p = std::malloc(24);
-        std::memset(static_cast<std::size_t *>(p) - 2, 0x41, 4096);   // sizes and links of all behind it
+        std::memset(static_cast<std::size_t *>(p) - 2, 0x41, 4096);   // the sizes and links of the blocks after it
     }
 
     plat::DialogAnswer_e SayCaption(plat::Dialog_t const & Dialog)

@@ -1,4 +1,4 @@
-// startup_order.cpp: works with the shared library before main, in global constructors of its own, and behind main, in
+// startup_order.cpp: works with the shared library before main, in global constructors of its own, and after main, in
 // their destructors. Prints what failed, then "done". The arguments name what it does besides:
 //     leak     loses two blocks
 //     unload   loses two blocks of a plugin, whose file is the next argument, and lists the live ones
@@ -77,10 +77,10 @@ namespace
 
         ~Early_s()
         {
-            Check(g_MemoryInit, "the heap is tracked behind main");
+            Check(g_MemoryInit, "the heap is tracked after main");
             delete[] pNumbers;
             delete pText;
-            Check(HasGameBlocks(0), "the blocks are gone behind main");
+            Check(HasGameBlocks(0), "the blocks are gone after main");
             Log("behind main");
             std::printf("done\n");
         }
