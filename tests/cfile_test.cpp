@@ -2,11 +2,10 @@
 #include "tests/media_fixture.h"
 
 #include <climits>
-#include <fcntl.h>
-#include <unistd.h>
+
+using Told_t = std::vector<std::string>;
 
 using FileTest = MediaTest;
-using Told_t = std::vector<std::string>;
 
 TEST_F(FileTest, FindsAFileByAnySpelling)
 {
@@ -34,9 +33,13 @@ TEST_F(FileTest, FindsAFileByAnySpelling)
     EXPECT_EQ(FileStream("tree.txt")->GetFullPath(), (Folded("sub") + "\\tree.txt").c_str());
     EXPECT_TRUE(DirectoryExists(Folder.Join("SUB").c_str()));
     EXPECT_FALSE(DirectoryExists(Folder.Join("sub/tree.txt").c_str()));
-    EXPECT_FALSE(FileExists("") || FileExists((std::string(300, 'x') + "/tree.txt").c_str())) << "behind the cut";
+    EXPECT_EACH(!FileExists(""), !FileExists((std::string(300, 'x') + "/tree.txt").c_str())) << "after the cut";
     EXPECT_EQ(FileOpen(""), nullptr);
     EXPECT_EQ(Dialogs.CountHolding("!NameString.empty()"), 1);
+}
+
+TEST_F(FileTest, TheExtensionFollowsTheLastDotButOneAtTheStart)
+{
     FileOnDisk_c File;
     for (auto const & [szName, szExt] : Rows_t<char const *, char const *>{
              { "a.b.txt", "txt" }, { ".cvsignore", "" }, { "none", "" }, { "dot.", "" }, { "..x", "x" }, { "", "" } })
@@ -51,13 +54,13 @@ TEST_F(FileTest, OpensShareOneReadUntilTheLastClose)
     Make({ { "a.txt", "abc" } });
     ASSERT_TRUE(Scan());
     File_c * const pFile = FileOpen("a.txt");
-    ASSERT_TRUE(FileOpen("a.txt") == pFile && FileOpen(pFile));
+    EXPECT_EACH(FileOpen("a.txt") == pFile, FileOpen(pFile));
     unsigned char const * const pBlock = pFile->pData;
-    EXPECT_TRUE(pFile->iReads == 1 && pFile->GetOpensCount() == 3 && pFile->bOpened);
-    for (int const iLeft : { 2, 1, 0, 0 })   // the last one is no longer resident: nothing to give back
+    EXPECT_EACH(pFile->iReads == 1, pFile->GetOpensCount() == 3, pFile->bOpened);
+    for (int const iLeft : { 2, 1, 0, 0 })   // the last close finds the file not resident and does nothing
     {
         FileClose(pFile);
-        EXPECT_TRUE(pFile->pData == (iLeft > 0 ? pBlock : nullptr) && pFile->GetOpensCount() == iLeft);
+        EXPECT_EACH(pFile->pData == (iLeft > 0 ? pBlock : nullptr), pFile->GetOpensCount() == iLeft);
     }
     FileClose(nullptr);
 
@@ -66,7 +69,7 @@ TEST_F(FileTest, OpensShareOneReadUntilTheLastClose)
     ASSERT_TRUE(plat::PathGetFacts(Folder.Join("a.txt").c_str(), Facts));
     pFile->ftCreationTime = pFile->ftLastWriteTime = 1;
     EXPECT_EQ(Contents(FileOpen("a.txt")), "changed since the scan");
-    EXPECT_TRUE(pFile->ftCreationTime == Facts.tCreation && pFile->ftLastWriteTime == Facts.tLastWrite);
+    EXPECT_EACH(pFile->ftCreationTime == Facts.tCreation, pFile->ftLastWriteTime == Facts.tLastWrite);
     EXPECT_EQ(pFile->iReads, 2);
     FileClose(pFile);
 }
@@ -83,10 +86,10 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
     fs::resize_file(Folder.Join("huge.bin"), (std::uintmax_t{ 1 } << 32) + 7);
     File_c * const pEmpty = FileOpen("empty.bin");
     EXPECT_EQ(Dialogs.CountHolding("AssertEx failed, iLength>0, File '" + Folded("empty.bin") + "' is empty!"), 1);
-    EXPECT_TRUE(pEmpty && pEmpty->pData && pEmpty->iLength == 0 && pEmpty->GetOpensCount() == 1);
+    EXPECT_EQ(Contents(pEmpty), "");
     FileClose(pEmpty);
     FileSetEmptyAllowed(true);
-    EXPECT_TRUE(FileOpen("empty.bin") && Contents(pEmpty).empty());
+    EXPECT_EQ(Contents(FileOpen("empty.bin")), "");
     EXPECT_EQ(Log.Count("File '" + Folded("empty.bin") + "' is empty!"), 1);
     FileSetEmptyAllowed(false);
     FileClose(pEmpty);
@@ -105,10 +108,10 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
                                      + "CAN'T OPEN FILE " + szName + "\n");
         EXPECT_EQ(s_dTold, Told_t(szReport[0] == 'E', szName));
         File_c const * const pFile = FileStream(szName);
-        EXPECT_TRUE(pFile->pData == nullptr && pFile->GetOpensCount() == 0 && !pFile->bOpened && pFile->iReads == 0);
-        EXPECT_TRUE(iLength == 1 || pFile->iLength == iLength) << szName;
-        EXPECT_TRUE(iLength != 7 || !FileOpenStored(szName)) << szName;
+        EXPECT_EACH(!pFile->pData, pFile->GetOpensCount() == 0, !pFile->bOpened, pFile->iReads == 0);
+        EXPECT_EQ(pFile->iLength, iLength) << szName;
     }
+    EXPECT_FALSE(FileOpenStored("huge.bin"));
 }
 
 TEST_F(FileTest, ReadsIntoACallersBufferWithoutAReference)
@@ -119,7 +122,7 @@ TEST_F(FileTest, ReadsIntoACallersBufferWithoutAReference)
     char dBuffer[8] = "-------";
     EXPECT_FALSE(pFile->Open(dBuffer));
     EXPECT_STREQ(dBuffer, "abcdef-");
-    EXPECT_TRUE(pFile->pData == nullptr && pFile->GetOpensCount() == 0 && pFile->iReads == 1);
+    EXPECT_EACH(!pFile->pData, pFile->GetOpensCount() == 0, pFile->iReads == 1);
 
     ASSERT_TRUE(FileOpen(pFile));
     Folder.Write("a.bin", "longer than the buffer");
@@ -160,7 +163,7 @@ TEST_F(FileTest, LoadsARange)
     EXPECT_EQ(Log.GetText(), "FileOnDisk_c::Load: Error reading file: '" + Folded("a.bin")
                                  + "'\nFileOnDisk_c::Load: Cannot open file: '" + Folded("a.bin")
                                  + "'\nFileOnDisk_c::Load: No such file or directory\n");
-    EXPECT_TRUE(pFile->iReads == 0 && pFile->pData == nullptr);
+    EXPECT_EACH(pFile->iReads == 0, !pFile->pData);
 }
 
 TEST_F(FileTest, StreamsWithSeekTellAndRead)
@@ -170,7 +173,7 @@ TEST_F(FileTest, StreamsWithSeekTellAndRead)
     FileStored_c * const pStored = FileOpenStored("any/A.bin");
     ASSERT_NE(pStored, nullptr);
     File_c * const pFile = FileStream("a.bin");
-    EXPECT_TRUE(pFile->bOpened && pFile->iReads == 1 && pFile->pData == nullptr && pStored->FileSize() == 10);
+    EXPECT_EACH(pFile->bOpened, pFile->iReads == 1, !pFile->pData, pStored->FileSize() == 10);
     for (auto const & [iOffset, iOrigin, iMoved, iSize, iCount, sBytes, iTell] :
         Rows_t<long, int, int, unsigned int, unsigned int, std::string, long>{ { 2, 0, 1, 2, 2, "2345", 6 },
             { -1, 1, 1, 1, 1, "5", 6 }, { -3, 2, 1, 2, 1, "78", 9 }, { 0, 1, 1, 5, 5, "9", 10 },
@@ -196,19 +199,20 @@ TEST_F(FileTest, AStreamEndsWhereTheFileOnDiskEnds)
         Rows_t<std::string, bool>{ { "longer than known", false }, { "less", false }, { "more again", true } })
     {
         int const iKnown = pFile->iLength;
-        ASSERT_TRUE(!bResident || FileOpen(pFile));
+        ASSERT_EQ(bResident && FileOpen(pFile), bResident);
         Folder.Write("a.bin", sNow);
         FileStored_c * const pStored = FileOpenStored("a.bin");
         EXPECT_EQ(pStored->FileSize(), sNow.size());
-        for (std::size_t i = 0; i < sNow.size(); ++i)
+        std::string sRead;
+        for (char cRead; !pStored->IsEof() && pStored->ReadStored(&cRead, 1, 1) == 1;)
         {
-            char cRead = '-';
-            EXPECT_TRUE(!pStored->IsEof() && pStored->ReadStored(&cRead, 1, 1) == 1 && cRead == sNow[i]);
+            sRead += cRead;
         }
+        EXPECT_EQ(sRead, sNow);
         EXPECT_TRUE(pStored->IsEof());
         pStored->CloseStored();
         EXPECT_EQ(pFile->iLength, bResident ? iKnown : static_cast<int>(sNow.size())) << "a block keeps its length";
-        EXPECT_TRUE(bResident || pFile->ftLastWriteTime > 0);
+        EXPECT_GT(pFile->ftLastWriteTime, 0u);
         FileClose(bResident ? pFile : nullptr);
     }
 }
@@ -220,7 +224,7 @@ TEST_F(FileTest, EveryWayOfOpeningWarnsOfADuplicate)
     {
         Make({ { "a" + sName, "x" }, { "b" + sName, "x" } });
     }
-    ASSERT_TRUE(Scan() && FileOpen("1.txt") && FileOpen(FileStream("2.txt")));
+    EXPECT_EACH(Scan(), FileOpen("1.txt"), FileOpen(FileStream("2.txt")));
     FileOpenStored("3.txt")->CloseStored();
     for (char const * szName : { "1.txt", "2.txt", "3.txt" })
     {
@@ -242,9 +246,7 @@ TEST_F(FileTest, StreamsOnlyWhatNobodyWritesAndWhenReadingIsAllowed)
     }
     EXPECT_EQ(FileOpenStored("unknown.bin"), nullptr);
     FileStored_c * const pStored = FileOpenStored("a.bin");
-    int const iWriter = open(Folder.Join("a.bin").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    EXPECT_GE(iWriter, 0) << "who writes later is not held up";
-    close(iWriter);
+    EXPECT_TRUE(OpensForWriting(Folder.Join("a.bin"))) << "a later writer does not wait";
     pStored->CloseStored();
     EXPECT_EQ(s_dTold, Told_t{ "a.bin" });
     EXPECT_EQ(FileBlocks(), nBlocks);
@@ -262,13 +264,13 @@ TEST_F(FileTest, RefreshReadsResidentFilesAgainAndSurvivesAFailure)
     File_c * const pFile = FileStream("a.bin");
     pFile->Refresh();
     EXPECT_EQ(pFile->iReads, 0) << "not resident";
-    ASSERT_TRUE(FileOpen(pFile) && FileOpen(pFile));
+    EXPECT_EACH(FileOpen(pFile), FileOpen(pFile));
     Folder.Write("a.bin", "newer");
     pFile->Refresh();
     EXPECT_EQ(Contents(pFile), "newer");
     fs::remove(Folder.Join("a.bin"));
     pFile->Refresh();
-    EXPECT_TRUE(pFile->pData == nullptr && pFile->GetOpensCount() == 2 && !FileOpen(pFile));
+    EXPECT_EACH(!pFile->pData, pFile->GetOpensCount() == 2, !FileOpen(pFile));
     Folder.Write("a.bin", "back");
     EXPECT_EQ(Contents(FileOpen("a.bin")), "back");
     fs::remove(Folder.Join("a.bin"));

@@ -4,9 +4,6 @@
 #include "zqcore/cfilelog.h"
 
 #include <ctime>
-#include <pthread.h>
-#include <sched.h>
-#include <unistd.h>
 
 class FileAsyncTest : public MediaTest
 {
@@ -16,7 +13,7 @@ protected:
     {
         bool Open(void *) override
         {
-            s_nEntered < 2 ? void(s_pEntered[s_nEntered] = this) : void();
+            s_dEntered.push_back(this);
             ++s_nEntered;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
             s_bDone = true;
@@ -24,37 +21,21 @@ protected:
         }
     };
 
-    // A file whose read lasts until somebody waits for it: the classes of the reading thread before and after.
+    // A file whose read lasts until somebody waits for it: whether the reading thread was idle before and after.
     struct AwaitedFile_s : FileOnDisk_c
     {
         bool Open(void *) override
         {
-            int const iBefore = sched_getscheduler(0);
+            bool const bIdle = IsIdleThread();
             ++s_nEntered;
-            for (int i = 0; i < 300 && sched_getscheduler(0) == SCHED_IDLE; ++i)
+            for (int i = 0; i < 300 && IsIdleThread(); ++i)
             {
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             }
-            dClasses.emplace_back(iBefore, sched_getscheduler(0));
+            dIdle.emplace_back(bIdle, IsIdleThread());
             return false;
         }
-        std::vector<std::pair<int, int>> dClasses;
-    };
-
-    // A file of a type that stays.
-    struct StayingFile_s : FileOnDisk_c
-    {
-        bool Open(void *) override
-        {
-            pData = pData ? pData : ZQ_NEW unsigned char[1];
-            StayerDoWork();
-            return true;
-        }
-        void Close() override
-        {
-            Tell(sName);
-            FileOnDisk_c::Close();
-        }
+        std::vector<std::pair<bool, bool>> dIdle;
     };
 
     FileAsyncTest()
@@ -84,7 +65,7 @@ protected:
 
     static inline std::atomic<bool> s_bDone;
     static inline std::atomic<int> s_nEntered;
-    static inline File_c * s_pEntered[2];
+    static inline std::vector<File_c *> s_dEntered;
     CurrentFolderScope_c const Current{ Folder.MakeFolder("current") };
 };
 
@@ -105,31 +86,27 @@ TEST_F(FileAsyncTest, AStayerHoldsOneReferenceForEachRead)
         File_c * const pFile = FileStream(szName);
         pFile->Refresh();
         FileResetFiles(Folder.GetPath().c_str());
-        EXPECT_EQ(g_dStayerFiles.GetLength(), nCount) << "one reference of two was given back";
+        EXPECT_EQ(g_dStayerFiles.GetLength(), nCount) << "one reference of two was released";
         FileStayerResetAll();
-        EXPECT_TRUE(nCount == 0 || !pFile->pData);
+        EXPECT_EQ(Contents(pFile), "(none)");
         FileReset();
         EXPECT_EQ(g_dStayerFiles.GetLength(), 0) << "objects that are gone";
         FileStayerResetMask();
     }
 }
 
-TEST_F(FileAsyncTest, StayersLeaveInTheOrderOfTheirReads)
+TEST_F(FileAsyncTest, StayersAreListedInTheOrderOfTheirReadsAndTheirTypesAreLimited)
 {
+    Scan();
     for (int i = 0; i <= g_iMaxStayerTypes; ++i)
     {
-        EXPECT_EQ(FailedConditions([] { FileStayerRegister(".x", nullptr); }),
+        EXPECT_EQ(FailedConditions([] { FileStayerRegister(".txt", nullptr); }),
             i < g_iMaxStayerTypes ? "" : "g_dStayerExts.GetLength() < g_iMaxStayerTypes");
     }
-    StayingFile_s dFiles[3];
-    for (int i = 0; i < 3; ++i)
-    {
-        dFiles[i].sName = NewString("%i.x", i);
-        FileClose(FileOpen(&dFiles[i]) ? &dFiles[i] : nullptr);
-    }
+    FileClose(FileOpen("b.txt"));
+    FileClose(FileOpen("a.txt"));
     FileStayerResetMask();
-    FileStayerResetAll();
-    EXPECT_EQ(s_dTold, (std::vector<std::string>{ "0.x", "1.x", "2.x" }));
+    EXPECT_EACH(g_dStayerFiles[0] == FileStream("b.txt"), g_dStayerFiles[1] == FileStream("a.txt"));
 }
 
 TEST_F(FileAsyncTest, PrefetchHoldsAllFilesOfATypeAndCountsTheUnreadable)
@@ -146,15 +123,16 @@ TEST_F(FileAsyncTest, PrefetchHoldsAllFilesOfATypeAndCountsTheUnreadable)
     EXPECT_EQ(FileStream("a.txt")->pData, nullptr);
 }
 
-TEST_F(FileAsyncTest, ThreadLeavesWhatTheTableSays)
+TEST_F(FileAsyncTest, ThreadFillsABufferOrTakesAReference)
 {
     Start();
     File_c * const pFile = FileStream("b.txt");
+    // Whether there is a buffer, whether the file is resident, and whether the request adds a reference.
     for (auto const & [bBuffer, bResident, bTakes] :
         Rows_t<bool, bool, bool>{ { 0, 0, 1 }, { 0, 1, 1 }, { 1, 0, 0 }, { 1, 1, 1 } })
     {
         char szBuffer[] = "-----";
-        EXPECT_TRUE(!bResident || FileOpen(pFile));
+        EXPECT_EQ(bResident && FileOpen(pFile), bResident);
         Await(pFile, bBuffer ? szBuffer : nullptr);
         EXPECT_EQ(pFile->GetOpensCount(), bResident + bTakes);
         EXPECT_EQ(Contents(pFile), bResident || !bBuffer ? "twice" : "(none)");
@@ -162,6 +140,12 @@ TEST_F(FileAsyncTest, ThreadLeavesWhatTheTableSays)
         FileClose(bResident ? pFile : nullptr);
         FileClose(bTakes ? pFile : nullptr);
     }
+}
+
+TEST_F(FileAsyncTest, ThreadWritesNotBeyondABufferThatTheFileOutgrew)
+{
+    Start();
+    File_c * const pFile = FileStream("b.txt");
     char szSmall[6] = "-----";
     Folder.Write("b.txt", "larger");
     Await(pFile, szSmall);
@@ -193,16 +177,17 @@ TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_LT(std::clock() - tStart, CLOCKS_PER_SEC / 10) << "nothing waits";
     s_nEntered = 0;
+    s_dEntered.clear();
     std::for_each(dSlow, dSlow + 100, [](SlowFile_s & Slow) { FileAsyncOpen(&Slow, nullptr); });
     EXPECT_EQ(FileAsyncOpen(pFile, nullptr), reinterpret_cast<void *>(100));
-    EXPECT_FALSE(FileAsyncIsLoadedSlow(pFile) || FileAsyncIsLoadedSlow(nullptr));
+    EXPECT_EACH(!FileAsyncIsLoadedSlow(pFile), !FileAsyncIsLoadedSlow(nullptr));
     for (void * const hBad : { reinterpret_cast<void *>(101), FileAsyncOpen(nullptr, nullptr) })
     {
         EXPECT_EQ(FailedConditions([=] { FileAsyncIsLoaded(hBad); }), "int(file) < g_pAsyncFiles.GetLength ()");
     }
     Until([&] { return s_nEntered >= 2; });
-    EXPECT_TRUE(s_pEntered[0] == &dSlow[0] && s_pEntered[1] == &dSlow[1]) << "oldest first";
     Module_c::ShutdownAllModules();
+    EXPECT_EACH(s_dEntered[0] == &dSlow[0], s_dEntered[1] == &dSlow[1]) << "the oldest first";
     EXPECT_TRUE(s_bDone) << "the read in progress was let finish";
     EXPECT_LT(s_nEntered, 100);
     EXPECT_EQ(g_pAsyncFiles.GetLength(), 0);
@@ -220,42 +205,23 @@ TEST_F(FileAsyncTest, WhoeverWaitsForTheIdleThreadLiftsIt)
     FileAsyncOpen(&File, nullptr);
     Until([] { return s_nEntered >= 3; });
     Module_c::ShutdownAllModules();
-    ASSERT_EQ(File.dClasses.size(), 3u);
-    bool bIdle = false, bLeaves = false;   // what the system grants
-    InThreads(1,
-        [&](int)
-        {
-            sched_param const Parameters = {};
-            bIdle = sched_setscheduler(0, SCHED_IDLE, &Parameters) == 0 && sched_getscheduler(0) == SCHED_IDLE;
-            bLeaves = sched_setscheduler(0, SCHED_OTHER, &Parameters) == 0;
-        });
-    EXPECT_EQ(File.dClasses[0].first, bIdle ? SCHED_IDLE : SCHED_OTHER);
-    SKIP_IF(!bIdle || !bLeaves, "the system has no idle class, or lets no thread leave it");
-    std::pair const Lifted(SCHED_IDLE, SCHED_OTHER);
-    EXPECT_EQ(File.dClasses, (std::vector{ Lifted, { SCHED_OTHER, SCHED_OTHER }, Lifted }));
+    SKIP_IF(!IdleThreadsCanLeave(), "the system has no idle class, or lets no thread leave it");
+    std::pair const Lifted(true, false);
+    EXPECT_EQ(File.dIdle, (std::vector{ Lifted, { false, false }, Lifted }));
 }
 
 TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
 {
     fs::resize_file(Folder.Write("big.bin", ""), 64 << 20);
-    auto const Spin = []
+    auto const OpenBesideBusyThreads = []
     {
-        for (int volatile i = 0; i == 0;)
-        {}
-    };
-    auto const OpenBesideBusyThreads = [this, Spin]
-    {
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-        {
-            return 2;
-        }
         Start();
         s_nEntered = 0;
         g_FileOpenCallbacker.Add([](char const *) { ++s_nEntered; }, false);
         g_bCollectResource = true;
         for (unsigned i = 0; i < 2 * std::thread::hardware_concurrency(); ++i)
         {
-            std::thread(Spin).detach();   // to the end of the process
+            std::thread([] { Until([] { return false; }); }).detach();   // to the end of the process
         }
         File_c * const pFile = FileStream("big.bin");
         FileAsyncOpen(pFile, nullptr);
@@ -265,7 +231,7 @@ TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
         Module_c::ShutdownAllModules();
         return bLiftable ? 77 : !bOpened || bWaited;
     };
-    int const iStatus = StatusOfChild(StartChild(OpenBesideBusyThreads));
+    int const iStatus = StatusAsNobody(OpenBesideBusyThreads);
     SKIP_IF(iStatus == 77, "the system lets every thread leave the idle class");
     EXPECT_EQ(iStatus, 0);
 }
@@ -300,37 +266,11 @@ TEST_F(FileAsyncTest, AForkLeavesTheChildItsFilesAndAWorkerOfItsOwn)
     Opener.join();
 }
 
-TEST_F(FileAsyncTest, ThreadStartsAndStopsAThousandTimesBesideOpens)
-{
-    FileOpenLogEnable("w", 1, false);
-    std::ptrdiff_t const nBlocks = FileBlocks();
-    for (int i = 0; i < 1000; ++i)
-    {
-        Start();
-        FileStayerRegister(".txt", nullptr);
-        for (int n = i % 4; n > 0; --n)
-        {
-            FileAsyncOpen(FileStream("a.txt"), nullptr);
-        }
-        FileClose(FileOpen("b.txt"));
-        Module_c::ShutdownAllModules();
-        ASSERT_FALSE(g_hAsyncThread.IsStarted());
-        ASSERT_EQ(FileBlocks(), nBlocks);
-    }
-    FileOpenLogDisable();
-    std::istringstream Lines(Folder.Read("Logs/w.rsp"));
-    EXPECT_EQ(std::count(std::istream_iterator<std::string>(Lines), {}, Folded("b.txt")), 1000);
-}
-
 TEST_F(FileAsyncTest, WithoutAThreadRequestsAreServedAtOnce)
 {
-    pthread_attr_t Attributes, Huge;
-    pthread_getattr_default_np(&Attributes);
-    Huge = Attributes;
-    pthread_attr_setstacksize(&Huge, SIZE_MAX / 4 * 3);   // more than there is
-    pthread_setattr_default_np(&Huge);
+    RefuseThreads(true);
     Start();
-    pthread_setattr_default_np(&Attributes);
+    RefuseThreads(false);
     EXPECT_TRUE(FileAsyncIsLoaded(FileAsyncOpen(FileStream("a.txt"), nullptr)));
     EXPECT_EQ(Contents(FileStream("a.txt")), "one");
 }

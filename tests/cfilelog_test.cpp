@@ -1,3 +1,4 @@
+#include "tests/machine_support.h"
 #include "tests/media_fixture.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/clogf.h"
@@ -83,7 +84,7 @@ TEST_F(FileTrackerTest, CountsHandlesForWhichItHasNoRoom)
     EXPECT_EQ(Dialogs.CountHolding(sUnknown), 2);
 }
 
-TEST_F(FileTrackerTest, OpensAreToldOnlyWhileResourcesAreCollected)
+TEST_F(FileTrackerTest, OpensAreReportedOnlyWhileResourcesAreCollected)
 {
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });
     ASSERT_TRUE(Scan());
@@ -129,7 +130,7 @@ protected:
         std::for_each_n(std::begin({ "a.txt", "a.txt", "b.txt" }), 3, [](char const * sz) { FileClose(FileOpen(sz)); });
     }
 
-    // The three response logs, each file by its letter.
+    // The three response logs, in the order of all opens, clean and prefetched: "a" for a.txt, "b" for b.txt, "?" for others.
     std::string Read(std::string const & sName) const
     {
         std::string sAll;
@@ -148,8 +149,6 @@ protected:
 
 TEST_F(FileLogTest, EachResponseLogHasItsOpens)
 {
-    auto const CountHandles = []
-    { return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()); };
     auto const nHandles = CountHandles();
     for (auto const & [szName, dwMask, dwMode, bAppend, szLogs] :
         Rows_t<char const *, std::uint32_t, std::uint32_t, bool, char const *>{ { nullptr, 7, 3, false, "aab ab  " },
@@ -171,25 +170,10 @@ TEST_F(FileLogTest, EachResponseLogHasItsOpens)
     }
     EXPECT_EQ(Log.CountHolding("no response log lists \""), 3);
     Run();
-    FileOpenLogEnable("two", 2, false);   // again, which closes the former and starts afresh
+    FileOpenLogEnable("two", 2, false);   // closes the previous logs
     Run();
     EXPECT_EQ(CountHandles(), nHandles + 3);
     EXPECT_EQ(Read("one") + Read("two"), "aabaab ab aabaab  ab  ");
-}
-
-TEST_F(FileLogTest, ThreadsWriteWholeLinesInTheirMode)
-{
-    FileOpenLogEnable("t", 7, false);
-    auto const Write = [this](int iThread)
-    {
-        for (int n = 0; n < 200; ++n)
-        {
-            FileOpenToResponseLog(Folded(iThread % 2 ? "a.txt" : "b.txt").c_str(), iThread % 2 ? 1 : 6);
-        }
-    };
-    InThreads(4, Write);
-    EXPECT_EQ(g_dwFileOpenLogMode, 3u);
-    EXPECT_EQ(Read("t"), std::string(400, 'a') + " b " + std::string(400, 'b') + " ");
 }
 
 TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)

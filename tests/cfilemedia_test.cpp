@@ -111,7 +111,7 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
         FileStayerRegister(".txt", nullptr);
         g_dCleanNames.Add("of an earlier run");
         EXPECT_EQ(KeysOfOneRun(), szKeys);
-        EXPECT_TRUE(g_dStayerExts.IsEmpty() && g_dCleanNames.IsEmpty());
+        EXPECT_EACH(g_dStayerExts.IsEmpty(), g_dCleanNames.IsEmpty());
         EXPECT_EQ(Log.Count("FS game mode: normal"), 1);
         EXPECT_EQ(Log.Count("Media path in " + sSource + "\""), 1) << Log.GetText();
         EXPECT_EQ(Keys(), "");
@@ -121,7 +121,7 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
     ModuleFile_c::Get()->ReadMedia(true);
 }
 
-TEST_F(FileMediaTest, TheIdleHeartbeatTellsOfChangesUntilTheShutdown)
+TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
 {
     SKIP_IF(!WatchesTellOfWrites(), "watches tell of no change here");
     Make({ { "a.txt", "x" }, { "b.skip", "x" } });
@@ -146,7 +146,7 @@ TEST_F(FileMediaTest, TheIdleHeartbeatTellsOfChangesUntilTheShutdown)
 }
 
 // Runs in a process of its own, started by the next test with a command line of its own.
-TEST_F(FileMediaTest, DISABLED_TellTheGame)
+TEST_F(FileMediaTest, DISABLED_PrintsTheGame)
 {
     CurrentFolderScope_c const Scope(Folder.GetPath());
     KeysOfOneRun();
@@ -155,9 +155,9 @@ TEST_F(FileMediaTest, DISABLED_TellTheGame)
 
 TEST_F(FileMediaTest, TakesTheGameFromTheCommandLine)
 {
-    fs::create_symlink(fs::read_symlink("/proc/self/exe"), Folder.Join("t"));   // a short name leaves room
+    fs::create_symlink(ProgramPath(), Folder.Join("t"));   // a short name leaves room
     std::string const sStart =
-        Folder.Join("t") + " --gtest_also_run_disabled_tests --gtest_filter=*.DISABLED_TellTheGame ";
+        Folder.Join("t") + " --gtest_also_run_disabled_tests --gtest_filter=*.DISABLED_PrintsTheGame ";
     for (auto const & [sArguments, szResult] : Rows_t<std::string, char const *>{ { "", "<\\gamedata\\pqx\\ 0>" },
              { "a --game one --game two", "<\\gamedata\\one\\ 1>" }, { "--GAME mod", "<\\gamedata\\pqx\\ 0>" },
              { "--game", "<\\gamedata\\pqx\\ 0>" },

@@ -3,12 +3,8 @@
 #include "zqcore/cfiletrack.h"
 #include "zqcore/cfiletrack_internal.h"
 
-#include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
 #include <numeric>
-#include <sched.h>
 
 namespace
 {
@@ -49,10 +45,10 @@ namespace
         // Runs a command in the tree; whether it succeeded.
         bool Run(std::string const & sCommand) const
         {
-            return std::system(("cd " + Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").c_str()) == 0;
+            return RunShell("cd " + Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").iStatus == 0;
         }
 
-        // The names told since the last call, joined by blanks.
+        // The names of which callbacks came since the last call, joined by blanks.
         static std::string Told()
         {
             s_dTold.clear();
@@ -64,14 +60,16 @@ namespace
         void (*const m_fnSleep)(int) = g_fnTrackSleep;
     };
 
-    // A program, the command, and the names told.
-    using Program_t = std::array<std::string, 3>;
+    struct Program_t
+    {
+        std::string sProgram, sCommand, sTold;
+    };
 
     class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_t>
     {};
 }
 
-TEST_P(FileTrackProgram, IsToldOnceOfEachChange)
+TEST_P(FileTrackProgram, ReportsEachChangeOnce)
 {
     auto const & [sProgram, sCommand, sTold] = GetParam();
     SKIP_IF(!Run("command -v " + sProgram), "no " << sProgram << " on this machine");
@@ -107,9 +105,9 @@ INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
 TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
 {
     TempFolder_c const Outside;
-    ASSERT_TRUE(Run("mkdir b && ln -s " + Outside.GetPath() + " b/link"));
+    fs::create_directory_symlink(Outside.GetPath(), Folder.MakeFolder("b") + "/link");
     Track();
-    ASSERT_TRUE(Run("mkdir n && mv sub n"));   // nobody watched n when sub came
+    ASSERT_TRUE(Run("mkdir n; mv sub n"));   // nobody watched n when sub came
     EXPECT_EQ(Told(), "");
     ASSERT_TRUE(Run("echo x > n/sub/c.txt"));
     EXPECT_EQ(Told(), "c.txt");
@@ -122,7 +120,7 @@ TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
 TEST_F(FileTrack, KnowsNamesWhoseFilesWentOrWereExchanged)
 {
     auto const Exchange = [this](char const * szA, char const * szB)
-    { return renameat2(AT_FDCWD, Folder.Join(szA).c_str(), AT_FDCWD, Folder.Join(szB).c_str(), RENAME_EXCHANGE) == 0; };
+    { return ExchangeFiles(Folder.Join(szA), Folder.Join(szB)); };
     Track();
     ASSERT_TRUE(Run("mv a.txt a.bak; rm -r sub; touch temp; mv temp gone"));
     EXPECT_EQ(Told(), "");
@@ -136,7 +134,7 @@ TEST_F(FileTrack, KnowsNamesWhoseFilesWentOrWereExchanged)
         ASSERT_TRUE(Run("echo x > n; mv n a.txt; echo x > n; mv n loop/d.csv"));
         EXPECT_EQ(Told(), "a.txt d.csv") << szA;
     }
-    ASSERT_TRUE(Exchange("sub", "loop") && Exchange("sub", "b.txt"));   // a folder with a folder, then with a file
+    EXPECT_EACH(Exchange("sub", "loop"), Exchange("sub", "b.txt"));   // a folder with a folder, then with a file
     EXPECT_EQ(Told(), "");
     ASSERT_TRUE(Run("echo x > b.txt/d.csv; echo x > loop/c.txt"));
     EXPECT_EQ(Told(), "d.csv c.txt");
@@ -157,7 +155,7 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
 {
     SKIP_IF(!LeasesSeeWriters(), "leases do not show a writer here");
     Track();
-    // Tries that find the file held, what is told, and the number in the line, 0 for no line.
+    // Tries that find the file open, the names reported, and the number in the line, 0 for no line.
     for (auto const & [nHeld, szTold, nSaid] : Rows_t<int, char const *, int>{ { 0, "a.txt b.txt", 0 },
              { 9, "a.txt b.txt", 0 }, { 10, "a.txt b.txt", 11 }, { 499, "a.txt b.txt", 500 }, { 500, "b.txt", 501 } })
     {
@@ -237,9 +235,9 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
              { "watches", 3, "one/too/many", "fs.inotify.max_user_watches" } })
     {
         Folder.MakeFolder(szFolder);
-        auto const Track = [&, this, szPath = "/proc/sys/user/max_inotify_" + szLimit, n = nLimit, sz = szSetting]
+        auto const TrackLimited = [this, &sWhat = szLimit, n = nLimit, sz = szSetting]
         {
-            if (unshare(CLONE_NEWUSER) != 0 || !(std::ofstream(szPath) << n << std::flush))
+            if (!LimitWatches(sWhat, n))
             {
                 return 2;
             }
@@ -247,7 +245,7 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
             bool const bSaid = FileTrackGetProblem().IsEmpty() == !sz[0] && FileTrackGetProblem().StrPos(sz) >= 0;
             return bSaid && FileTrackIsOn() == !sz[0] && g_dOpenTracks.GetLength() == FileTrackIsOn() ? 0 : 1;
         };
-        int const iStatus = StatusOfChild(StartChild(Track));
+        int const iStatus = StatusOfChild(StartChild(TrackLimited));
         SKIP_IF(iStatus == 2, "the system gives no namespace with few watches");
         EXPECT_EQ(iStatus, 0) << szLimit << szSetting;
     }
