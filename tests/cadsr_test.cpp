@@ -27,11 +27,10 @@ TEST(Adsr, GivesTheBitsOfTheGoldenTable)
     }
 }
 
-TEST(Adsr, TellsThePhaseAndStretchesOneOfThem)
+TEST(Adsr, ReportsThePhaseAndStretchesOneOfThem)
 {
     ADSR_c Envelope;
-    EXPECT_EQ(Envelope.Get(), 0.0f);
-    EXPECT_TRUE(Envelope.GetMin() == 1.0f && Envelope.GetMax() == 0.5f) << "in the order of the fields";
+    EXPECT_EQ(std::tuple(Envelope.Get(), Envelope.GetMin(), Envelope.GetMax()), std::tuple(0.0f, 1.0f, 0.5f));
     using Durations_t = std::vector<double>;
     for (auto const & [fnSet, tLength, bExpected, dDurations] :
         Rows_t<bool (ADSR_c::*)(double), double, bool, Durations_t>{

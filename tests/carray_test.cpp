@@ -6,9 +6,12 @@
 
 #include <numeric>
 #include <random>
+#include <span>
 
 namespace
 {
+    using testing::ElementsAre;
+
     template <typename ARRAY, typename T>
     void Fill(ARRAY & dArray, std::vector<T> const & dElements)
     {
@@ -88,16 +91,19 @@ TEST(Array, StatesItsPreconditions)
     for (int const iAbsent : { 1, -1 })
     {
         EXPECT_EQ(FailedConditions([&] { dArray.Delete(iAbsent); }), "index >= 0 && index < iLength");
-        EXPECT_TRUE(dArray.GetLength() == 1 && dArray[0] == 1);
+        EXPECT_THAT(std::span(dArray.begin(), dArray.end()), ElementsAre(1));
     }
     dArray.Delete(0);
     EXPECT_EQ(FailedConditions([&] { dArray.Delete(0); }), "index >= 0 && index < iLength");
-    EXPECT_EQ(dArray.Add(7), 0);   // not in front of the block
+    EXPECT_EQ(dArray.Add(7), 0) << "the failed deletion changed no length";
     SortedArray_T<int, StaticArrayLenTraits_T<int, 2>> dFull;
     auto const AddThree = [&] { dFull.Add(1), dFull.Add(2), dFull.Add(3); };
     EXPECT_EQ(FailedConditions(AddThree), "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
-    EXPECT_TRUE(dFull.GetLength() == 2 && dFull[0] == 1 && dFull[1] == 3);
+    EXPECT_THAT(std::span(dFull.begin(), dFull.end()), ElementsAre(1, 3));
+}
 
+TEST(Array, AnIndexBeyondAStaticOneEndsASilentProcess)
+{
     auto const Overrun = []
     {
         LogToStandardError();
@@ -110,7 +116,8 @@ TEST(Array, StatesItsPreconditions)
     EXPECT_EXIT(Overrun(), testing::ExitedWithCode(1), "Assert failed, \\(nIndex>=0\\) && \\(nIndex<iLength\\), ");
 }
 
-TEST(Sort, PutsTheGreatestTensFirstBetweenItsBoundsAndEqualOnesWhereItsSplitsPutThem)
+// The numbers compare by their tens. The order of equal ones is the one that the algorithm gives them.
+TEST(Sort, PutsTheGreatestFirstBetweenItsBounds)
 {
     using Numbers_t = std::vector<int>;
     for (auto const & [dInput, iStart, iEnd, dExpected] : Rows_t<Numbers_t, int, int, Numbers_t>{

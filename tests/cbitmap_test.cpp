@@ -1,7 +1,7 @@
 #include "tests/archive_support.h"
 #include "tests/test_support.h"
 #include "zqcore/cbitmap.h"
-#include "zqcore/cmemory_internal.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cserialize.h"
 
 #include <bit>
@@ -14,23 +14,24 @@ namespace
 {
     using Cell_t = std::tuple<int, int, int>;   // z, y, x
 
-    // A field as the plain set of its set cells, with its size.
-    struct Model_s
+    std::string Text(BitVec_c const & Vec)
     {
-        int iX = 0, iY = 0, iZ = 0;
-        std::set<Cell_t> dSet;
+        std::string sHex(static_cast<std::size_t>(Vec.iDim / 4), '?');
+        Vec.Hex(sHex.data(), Vec.iDim / 4);
+        return sHex;
+    }
 
-        bool Has(Cell_t const & Cell) const { return dSet.count(Cell) != 0; }
-        void Grow(int iSizeX, int iSizeY, int iSizeZ)
+    // The rows, joined by blanks.
+    std::string Text(BitMap_c const & Map)
+    {
+        std::string sRows;
+        for (int iY = 0; iY < Map.iDimY; ++iY)
         {
-            if (iSizeX > 0 && iSizeY > 0 && iSizeZ > 0)
-            {
-                iX = std::max(iX, (iSizeX + 7) / 8 * 8);
-                iY = std::max(iY, iSizeY);
-                iZ = std::max(iZ, iSizeZ);
-            }
+            BitVec_c Row(Map.iDimX);
+            sRows += (iY == 0 ? "" : " ") + Text(Map.Get(iY, Row));
         }
-    };
+        return sRows;
+    }
 
     // One face for the three classes, so that one model serves all.
     struct VecFace_s
@@ -69,44 +70,35 @@ namespace
     protected:
         int Random(int iBelow) { return static_cast<int>(m_Random() % static_cast<unsigned>(iBelow)); }
 
-        // A field of random size and density, and its model.
-        std::pair<FACE, Model_s> Make()
+        // A field of random size and density.
+        FACE Make()
         {
             int const iX = Random(4) == 0 ? 570 + Random(4) * 64 : Random(2) == 0 ? Random(1100) : Random(40);
             int const iY = Random(FACE::MAX_Y) + 1, iZ = Random(FACE::MAX_Z) + 1;
             FACE Face{ FACE::New(iX, iY, iZ) };
-            Model_s Model;
-            Model.Grow(iX, iY, iZ);
+            std::set<Cell_t> dSet;
             for (int nSet = Random(3) == 0 ? 0 : Random(60); iX > 0 && nSet > 0; --nSet)
             {
-                Cell_t const Cell(Random(iZ), Random(iY), Random(iX));
-                Model.dSet.insert(Cell);
-                Face.Bis(std::get<2>(Cell), std::get<1>(Cell), std::get<0>(Cell));
+                auto const [z, y, x] = *dSet.emplace(Random(iZ), Random(iY), Random(iX)).first;
+                Face.Bis(x, y, z);
             }
-            return { Face, Model };
+            auto const IsSet = [&](int x, int y, int z) { return dSet.contains({ z, y, x }); };
+            EXPECT_EQ(Differences(Face, iX > 0 ? Cell_t(iZ, iY, (iX + 7) / 8 * 8) : Cell_t(), IsSet), "");
+            return Face;
         }
 
-        // Calls fnCell for each cell of the model, and of a margin around it.
-        static void ForCells(Model_s const & Model, int iMargin, std::function<void(Cell_t const &)> const & fnCell)
+        // The cells, within a size and one beyond it, that differ from those which a predicate says are set.
+        static std::string Differences(FACE const & Face, Cell_t const & Size, auto const & IsSet)
         {
-            int const iX = Model.iX + 2 * iMargin, iY = Model.iY + 2 * iMargin, iZ = Model.iZ + 2 * iMargin;
-            for (int i = 0; i < iX * iY * iZ; ++i)
+            std::string sDifferent = Face.Size() == Size ? "" : "size ";
+            auto const [iZ, iY, iX] = Size;
+            for (int i = 0; i < (iX + 2) * (iY + 2) * (iZ + 2); ++i)
             {
-                fnCell({ i / iX / iY - iMargin, i / iX % iY - iMargin, i % iX - iMargin });
+                int const x = i % (iX + 2) - 1, y = i / (iX + 2) % (iY + 2) - 1, z = i / (iX + 2) / (iY + 2) - 1;
+                bool const bInside = std::min({ x, y, z }) >= 0 && x < iX && y < iY && z < iZ;
+                bool const bSame = Face.Bit(x, y, z) == (bInside && IsSet(x, y, z));
+                sDifferent += bSame ? "" : "(" + std::to_string(x) + "," + std::to_string(y) + ") ";
             }
-        }
-
-        // The cells that differ from the model.
-        static std::string Differences(FACE const & Face, Model_s const & Model)
-        {
-            std::string sDifferent = Face.Size() == Cell_t(Model.iZ, Model.iY, Model.iX) ? "" : "size ";
-            auto const fnCompare = [&](Cell_t const & Cell)
-            {
-                auto const [iZ, iY, iX] = Cell;
-                bool const bSame = Face.Bit(iX, iY, iZ) == Model.Has(Cell);
-                sDifferent += bSame ? "" : "(" + std::to_string(iX) + "," + std::to_string(iY) + ") ";
-            };
-            ForCells(Model, 1, fnCompare);
             return sDifferent;
         }
 
@@ -116,51 +108,58 @@ namespace
     TYPED_TEST_SUITE(BitField, Faces_t);
 }
 
-TYPED_TEST(BitField, OperatorsMatchAPlainModelOverAllExtents)
+TYPED_TEST(BitField, OperatorsCombineEachCellOverBothExtents)
 {
+    using Field_t = decltype(TypeParam::Field);
+    struct Operator_s
+    {
+        char const * szName;
+        void (*fnApply)(Field_t &, Field_t const &);
+        bool (*fnBit)(bool, bool);
+    };
     for (int iRound = 0; iRound < 300; ++iRound)
     {
-        auto const First = this->Make(), Second = this->Make();
-        TypeParam const &A = First.first, &B = Second.first;
-        Model_s const &ModelA = First.second, &ModelB = Second.second;
-        for (int iOperator = 0; iOperator < 5; ++iOperator)
+        TypeParam const A = this->Make(), B = this->Make();
+        auto const [iZ, iY, iX] = A.Size();
+        auto const [iOtherZ, iOtherY, iOtherX] = B.Size();
+        Cell_t const Both(std::max(iZ, iOtherZ), std::max(iY, iOtherY), std::max(iX, iOtherX));
+        for (auto const & [szName, fnApply, fnBit] :
+            {
+                Operator_s{ "|", [](auto &X, auto const &Y) { X |= Y; }, [](bool a, bool b) { return a || b; } },
+                { "^", [](auto &X, auto const &Y) { X ^= Y; }, [](bool a, bool b) { return a != b; } },
+                { "&", [](auto &X, auto const &Y) { X &= Y; }, [](bool a, bool b) { return a && b; } },
+                { "-", [](auto &X, auto const &Y) { X -= Y; }, [](bool a, bool b) { return a && !b; } },
+                { "~", [](auto &X, auto const &) { EXPECT_EQ(&~X, &X); }, [](bool a, bool) { return !a; } },
+            })
         {
             TypeParam Face = A;
-            Model_s Model = ModelA;
-            iOperator <= 1 ? Model.Grow(ModelB.iX, ModelB.iY, ModelB.iZ) : void();
-            Model.dSet.clear();
-            auto const fnCombine = [&](Cell_t const & Cell)
-            {
-                bool const bA = ModelA.Has(Cell), bB = ModelB.Has(Cell);
-                bool const dResults[] = { bA || bB, bA != bB, bA && bB, bA && !bB, !bA };
-                dResults[iOperator] ? void(Model.dSet.insert(Cell)) : void();
-            };
-            this->ForCells(Model, 0, fnCombine);
-            void (*const dOperators[])(
-                decltype(Face.Field) &, decltype(Face.Field) const &) = { [](auto & X, auto const & Y) { X |= Y; },
-                [](auto & X, auto const & Y) { X ^= Y; }, [](auto & X, auto const & Y) { X &= Y; },
-                [](auto & X, auto const & Y) { X -= Y; }, [](auto & X, auto const &) { EXPECT_EQ(&~X, &X); } };
-            dOperators[iOperator](Face.Field, B.Field);
-            ASSERT_EQ(this->Differences(Face, Model), "") << "operator " << iOperator << " in round " << iRound;
+            fnApply(Face.Field, B.Field);
+            bool const bGrows = fnBit(false, true) && !fnBit(false, false);
+            auto const IsSet = [&, fn = fnBit](int x, int y, int z) { return fn(A.Bit(x, y, z), B.Bit(x, y, z)); };
+            ASSERT_EQ(this->Differences(Face, bGrows ? Both : A.Size(), IsSet), "") << szName << " in round " << iRound;
         }
-        EXPECT_EQ(A.Field == B.Field, ModelA.dSet == ModelB.dSet);
-        TypeParam Larger = A;
+        auto const IsInB = [&](int x, int y, int z) { return B.Bit(x, y, z); };
+        TypeParam Larger = A, Whole = A;
+        Whole.Field |= TypeParam::New(iOtherX, iOtherY, iOtherZ);
+        EXPECT_EQ(A.Field == B.Field, this->Differences(Whole, Both, IsInB) == "");
         Larger.Field |= TypeParam::New(900, 7, 7);
-        EXPECT_TRUE(Larger.Field == A.Field && A.Field == Larger.Field) << "zeros outside make no difference";
+        EXPECT_EACH(Larger.Field == A.Field, A.Field == Larger.Field) << "zeros outside make no difference";
+        bool const bHadLast = A.Bit(899, TypeParam::MAX_Y - 1, TypeParam::MAX_Z - 1);
         Larger.Bis(899, TypeParam::MAX_Y - 1, TypeParam::MAX_Z - 1);
-        EXPECT_EQ(Larger.Field == A.Field, ModelA.Has({ TypeParam::MAX_Z - 1, TypeParam::MAX_Y - 1, 899 }));
+        EXPECT_EQ(Larger.Field == A.Field, bHadLast);
     }
 }
 
 TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
 {
-    auto const [A, ModelA] = this->Make();
-    TypeParam Copy = A, Empty{ TypeParam::New(-3, 2, 2) };
+    TypeParam const A = this->Make(), Empty{ TypeParam::New(-3, 2, 2) };
+    TypeParam Copy = A;
     Copy.Field = A.Field;
     Copy.Field.operator=(Copy.Field);
-    EXPECT_EQ(this->Differences(Copy, ModelA), "");
+    EXPECT_EQ(this->Differences(Copy, A.Size(), [&A](int x, int y, int z) { return A.Bit(x, y, z); }), "");
     Copy.Field.Clear();
-    EXPECT_TRUE(Copy.Size() == A.Size() && Copy.Field == Empty.Field);
+    EXPECT_EQ(Copy.Size(), A.Size());
+    EXPECT_TRUE(Copy.Field == Empty.Field);
     Copy.Field = Empty.Field;
     EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0)) << "a size below 1 makes an empty field";
     (Copy.Field &= A.Field) -= ~Copy.Field;
@@ -172,20 +171,31 @@ TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
     EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0));
 }
 
-TEST(BitVec, RoundsUpGrowsByNeedAndScans)
+TEST(BitVec, RoundsUpAndGrowsByNeed)
 {
-    BitVec_c Vec(5);
+    BitVec_c Vec(5), Long(64);
     EXPECT_EQ(Vec.iDim, 8);
-    EXPECT_FALSE(Vec.Bit(7));
     Vec.Bic(100);
     Vec.Set(100, false);
     EXPECT_EQ(Vec.iDim, 8);
     Vec.Set(8, true);
     EXPECT_EQ(Vec.iDim, 16);
     Vec.Bic(8);
-    EXPECT_EQ(Vec.Scan1(), -1);
-    EXPECT_EQ((~Vec).Scan0(), -1) << "the rounding bits are inverted too";
-    EXPECT_EQ(BitVec_c().Scan0() + BitVec_c().Scan1(), -2);
+    Long.Bis(40);
+    Long = Vec;
+    EXPECT_EQ(Long.iDim, 64) << "assignment keeps the longer storage";
+    EXPECT_TRUE(Long == Vec);
+    Long = BitVec_c();
+    EXPECT_EQ(Long.iDim, 0);
+}
+
+TEST(BitVec, ScansForTheFirstSetOrClearBit)
+{
+    BitVec_c None(5);
+    EXPECT_EQ(None.Scan1(), -1);
+    EXPECT_EQ((~None).Scan0(), -1) << "the rounding bits are inverted too";
+    EXPECT_EQ(BitVec_c().Scan0(), -1);
+    EXPECT_EQ(BitVec_c().Scan1(), -1);
     for (int iBit : { 0, 7, 63, 64, 511, 512, 700, 1999 })
     {
         BitVec_c One(2000);
@@ -194,13 +204,6 @@ TEST(BitVec, RoundsUpGrowsByNeedAndScans)
         EXPECT_EQ(One.Scan1(), iBit);
         EXPECT_EQ((~One).Scan0(), iBit);
     }
-    BitVec_c Long(64);
-    Long.Bis(40);
-    Long = Vec;
-    EXPECT_EQ(Long.iDim, 64) << "assignment keeps the longer storage";
-    EXPECT_TRUE(Long == Vec);
-    Long = BitVec_c();
-    EXPECT_EQ(Long.iDim, 0);
 }
 
 TEST(BitVec, ReadsAndWritesHexadecimalText)
@@ -210,26 +213,24 @@ TEST(BitVec, ReadsAndWritesHexadecimalText)
     {
         BitVec_c Vec(24);
         ~Vec = szText;
-        char szHex[8] = "???????";
-        EXPECT_STREQ(Vec.Hex(szHex, 8), szExpected);
+        EXPECT_EQ(Text(Vec), szExpected);
     }
     BitVec_c Last(8);
     Last.Bis(7);
     char szHex[4] = { '?', '?', '?', '?' };
-    EXPECT_EQ(std::string(Last.Hex(szHex, 2), 4), "01??") << "no room for a terminator";
-    EXPECT_EQ(std::string(Last.Hex(szHex, 1), 4), "01??");
-    EXPECT_EQ(std::string(Last.Hex(szHex, 0), 4), "01??");
+    for (int const nLength : { 2, 1, 0 })
+    {
+        EXPECT_EQ(std::string(Last.Hex(szHex, nLength), 4), "01??") << "no room for more, or for a terminator";
+    }
     char const * const sRows[] = { "01FF", "8", nullptr };
     BitMap_c Map(16, 3);
     ~Map = sRows;
-    EXPECT_TRUE(Map.Bit(7, 0) && Map.Bit(15, 0) && Map.Bit(0, 1) && !Map.Bit(1, 1) && !Map.Bit(6, 0));
-    BitVec_c Row;
-    EXPECT_EQ(Map.Get(2, Row).Scan1(), -1) << "rows behind the last text are cleared";
+    EXPECT_EQ(Text(Map), "01FF 8000 0000") << "rows after the last text are cleared";
     EXPECT_EQ(FailedConditions([&] { Last = static_cast<char const *>(nullptr); }), "szData != nullptr");
     EXPECT_EQ(FailedConditions([&] { Map = static_cast<char const * const *>(nullptr); }), "sData != nullptr");
 }
 
-TEST(BitMap, RowsTakeAndGiveVectors)
+TEST(BitMap, RowsCombineWithVectors)
 {
     BitVec_c Vec(16), Empty, Got(32);
     Vec.Bis(3);
@@ -238,58 +239,50 @@ TEST(BitMap, RowsTakeAndGiveVectors)
     Map.Bis(7, 0);
     Map.Set(-1, Vec);
     Map.Set(5, Empty);
-    EXPECT_EQ(Map.iDimX + Map.iDimY, 9) << "neither a negative row nor an empty vector grows the field";
+    EXPECT_EQ(Text(Map), "01") << "neither a negative row nor an empty vector grows the field";
     Map.Bis(0, Vec);
-    EXPECT_EQ(Map.iDimX, 16);
+    EXPECT_EQ(Text(Map), "1108");
     Map.Xor(2, Vec);
-    EXPECT_EQ(Map.iDimY, 3);
-    EXPECT_TRUE(
-        Map.Equ(2, Vec) && !Map.Equ(0, Vec) && Map.Equ(9, Empty) && !Map.Equ(9, Vec) && Map.Equ(1, BitVec_c(64)));
+    EXPECT_EQ(Text(Map), "1108 0000 1008");
+    EXPECT_EQ(std::tuple(Map.Equ(0, Vec), Map.Equ(1, BitVec_c(64)), Map.Equ(2, Vec)), std::tuple(false, true, true));
+    EXPECT_EQ(std::tuple(Map.Equ(9, Vec), Map.Equ(9, Empty)), std::tuple(false, true)) << "a row outside";
     Map.And(0, Vec);
-    EXPECT_TRUE(Map.Equ(0, Vec));
+    EXPECT_EQ(Text(Map), "1008 0000 1008");
     Got.Bis(31);
-    EXPECT_TRUE(Map.Get(0, Got) == Vec && Got.iDim == 32);
+    EXPECT_EQ(Text(Map.Get(0, Got)), "10080000");
     Map.Bic(0, Vec);
     Map.Xor(2, Vec);
-    EXPECT_TRUE(Map == BitMap_c());
+    EXPECT_EQ(Text(Map), "0000 0000 0000");
     Got.Bis(31);
-    EXPECT_TRUE(Map.Get(77, Got) == Empty && Got.iDim == 32) << "a row outside clears the vector";
+    EXPECT_EQ(Text(Map.Get(77, Got)), "00000000") << "a row outside clears the vector";
     ~Map;
     BitVec_c const Byte(8);
     Map.And(0, Byte);
     Map.Set(1, Byte);
-    EXPECT_TRUE(Map.Equ(0, Empty) && Map.Equ(1, Empty));
     Map.And(50, Byte);
     Map.Bic(50, Byte);
-    Map.Bic(100, 0);
-    EXPECT_TRUE(Map.iDimX == 104 && Map.iDimY == 3) << "clearing a bit outside grows a plane";
-    EXPECT_TRUE(Map.Bit(15, 2) && !Map.Bit(16, 2));
+    EXPECT_EQ(Text(Map), "0000 0000 FFFF");
+    Map.Bic(30, 0);
+    EXPECT_EQ(Text(Map), "00000000 00000000 FFFF0000") << "clearing a bit outside grows a plane";
+}
 
-    BitMap3D_c Space(8, 2, 2);
+TEST(BitMap, RowsOfASpaceCombineWithVectorsAndSpacesIntersect)
+{
+    BitVec_c Vec(16);
+    Vec.Bis(12);
+    BitMap3D_c Space(8, 2, 2), Other(16, 9, 4);
     Space.Set(1, 3, Vec);
-    EXPECT_EQ(Space.iDimX * Space.iDimY * Space.iDimZ, 16 * 2 * 4);
-    EXPECT_TRUE(Space.Bit(12, 1, 3) && Space.Equ(1, 3, Vec) && Space.Equ(0, 3, Empty));
+    EXPECT_EQ(std::tuple(Space.iDimX, Space.iDimY, Space.iDimZ), std::tuple(16, 2, 4));
+    EXPECT_EACH(Space.Equ(1, 3, Vec), Space.Equ(0, 3, BitVec_c()));
     Space.Set(0, -1, Vec);
     Space.Set(8, 0, 5, false);
     EXPECT_EQ(Space.iDimZ, 6);
-    BitMap3D_c Other(16, 9, 4);
     Other.Bis(11, 1, 3);
-    EXPECT_FALSE(Space.Intersects(Other) || Space.Intersects(BitMap3D_c()));
+    EXPECT_EACH(!Space.Intersects(Other), !Space.Intersects(BitMap3D_c()));
     Other.Bis(1, 3, Vec);
-    EXPECT_TRUE(Space.Intersects(Other) && Other.Intersects(Space));
+    EXPECT_EACH(Space.Intersects(Other), Other.Intersects(Space));
     auto const fnTooLarge = [] { BitMap3D_c(BitVec_c::MAX_BITS, INT_MAX, INT_MAX); };
     EXPECT_EQ(FailedConditions(fnTooLarge), "BytesOf(New) != 0");
-}
-
-TEST(BitMap, StorageCountsWhereItsOwnerSays)
-{
-    MemCategoryScope_c const Scope(mem::Collision);
-    auto const & dCount = g_MemoryCounters.dCount;
-    std::ptrdiff_t const nOwners = dCount[mem::Collision], nNormal = dCount[mem::NORMAL_BLOCK];
-    BitVec_c const Vec(80);
-    BitMap_c const Map(80, 2);
-    BitMap3D_c const Space(80, 2, 2);
-    EXPECT_TRUE(dCount[mem::Collision] == nOwners + 2 && dCount[mem::NORMAL_BLOCK] == nNormal + 1);
 }
 
 TEST(TinyBitmap, PacksCellsIntoAWord)
@@ -300,27 +293,26 @@ TEST(TinyBitmap, PacksCellsIntoAWord)
     Tiny.SetWidth(4);
     Tiny.Set(1, 2);
     EXPECT_EQ(fnWord(), 4u | 1u << 13);
-    EXPECT_TRUE(Tiny.Get(1, 2) && !Tiny.Get(2, 2) && Tiny.GetWidth() == 4);
+    EXPECT_EQ(std::tuple(Tiny.Get(1, 2), Tiny.Get(2, 2), Tiny.GetWidth()), std::tuple(true, false, 4));
     Tiny.Set(0, 7);
     Tiny.Set(-1, 0);
     EXPECT_EQ(fnWord(), 4u | 1u << 13) << "cells beyond the field change nothing";
     EXPECT_FALSE(Tiny.Get(3, 1000000000));
     Tiny.SetWidth(16);
-    EXPECT_TRUE(Tiny.GetWidth() == 0 && Tiny.Get(9, 3)) << "width 0 folds the rows";
+    EXPECT_EQ(std::tuple(Tiny.GetWidth(), Tiny.Get(9, 3)), std::tuple(0, true)) << "width 0 folds the rows";
     Tiny.SetValues(3 + 16, 5);
     EXPECT_EQ(fnWord(), 0x53u);
     Tiny.Clear();
     EXPECT_EQ(fnWord(), 3u);
 }
 
-// An archive as a host may write one over a stream, which knows neither length nor position.
+// An archive over a stream, which knows neither length nor position.
 struct StreamArchive_c : Serializeable_c
 {
-    explicit StreamArchive_c(std::string sBytes)
+    explicit StreamArchive_c(std::string const & sBytes)
         : Serializeable_c(true, 0, false)
-        , m_sBytes(std::move(sBytes))
+        , m_sBytes(sBytes)
     {}
-    using Serializeable_c::Serialize;
     bool ChunkBegin(char const *) override { return false; }
     void ChunkEnd(char const *) override {}
     char const * GetFileName() const override { return ""; }
@@ -345,14 +337,16 @@ TEST(BitVec, LoadsFromAnArchiveThatKnowsNoLength)
         BitVec_c Vec(16);
         Vec.Bis(3);
         StreamArchive_c Short(sBytes.substr(0, sBytes.size() - 1)), Whole(sBytes);
-        EXPECT_TRUE(!Vec.Serialize(Short) && Short.IsFailed() && Vec.iDim == 16 && Vec.Bit(3)) << nBytes;
-        EXPECT_TRUE(Vec.Serialize(Whole) && Whole.m_sBytes.empty());
+        EXPECT_EACH(!Vec.Serialize(Short), Short.IsFailed()) << nBytes;
+        EXPECT_EQ(Text(Vec), "1000");
+        EXPECT_EACH(Vec.Serialize(Whole), Whole.m_sBytes.empty());
         EXPECT_EQ(std::string_view(reinterpret_cast<char *>(Vec.pVec), sBits.size()), sBits);
     }
     StreamArchive_c Huge("\xF8\xFF\xFF\x7F few");
     std::ptrdiff_t const nPeak = MemoryMaxTotalBytesAllocated();
     BitVec_c Vec;
-    EXPECT_TRUE(!Vec.Serialize(Huge) && Vec.iDim == 0);
+    EXPECT_FALSE(Vec.Serialize(Huge));
+    EXPECT_EQ(Vec.iDim, 0);
     EXPECT_LT(MemoryMaxTotalBytesAllocated() - nPeak, 100000) << "a damaged size takes no memory";
 }
 
@@ -363,15 +357,14 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
     BitVec_c Saved(24), Empty;
     Saved = "80FF01";
     BufferedWriteable_c Writer(Folder.Join("bits.bin").c_str(), VERSION);
-    EXPECT_TRUE(Writer.Open() && Saved.Serialize(Writer) && Empty.Serialize(Writer) && Writer.Close());
+    EXPECT_EACH(Writer.Open(), Saved.Serialize(Writer), Empty.Serialize(Writer), Writer.Close());
     std::string const sFile = Folder.Read("bits.bin");
     EXPECT_EQ(sFile.substr(4), std::string("\x18\0\0\0\x80\xFF\x01\0\0\0\0", 11));
     BitVec_c Short, Long(64);
     Long.Bis(63);
-    EXPECT_TRUE(
-        Loaded(sFile, VERSION, [&](Serializeable_c & a) { EXPECT_TRUE(Short.Serialize(a) && Long.Serialize(a)); }));
-    EXPECT_TRUE(Short.iDim == 24 && Short == Saved);
-    EXPECT_TRUE(Long.iDim == 64 && Long == Empty) << "a longer vector keeps its size and is cleared";
+    EXPECT_TRUE(Loaded(sFile, VERSION, [&](Serializeable_c & a) { Short.Serialize(a), Long.Serialize(a); }));
+    EXPECT_EQ(Text(Short), "80FF01");
+    EXPECT_EQ(Text(Long), "0000000000000000") << "a longer vector keeps its size and is cleared";
     for (int const iBits : { 17, 0x7FFFFFF8, INT_MAX, -1, INT_MIN })
     {
         std::string sBad = sFile.substr(0, 4) + "????\1\2";
@@ -379,6 +372,6 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
         BitVec_c Vec(8);
         Vec.Bis(1);
         EXPECT_FALSE(Loaded(sBad, VERSION, [&](Serializeable_c & a) { EXPECT_FALSE(Vec.Serialize(a)); }));
-        EXPECT_TRUE(Vec.iDim == 8 && Vec.Bit(1)) << iBits;
+        EXPECT_EQ(Text(Vec), "40") << iBits;
     }
 }

@@ -45,7 +45,7 @@ namespace
         g_Event.Remove(Throw);
     }
 
-    // What the functions, added in this order, leave behind when the list is fired.
+    // The trace that the functions leave, added in this order, when the list is fired.
     std::string Fire(int i, std::initializer_list<void (*)(int)> dAdded = {})
     {
         for (auto const fn : dAdded)
