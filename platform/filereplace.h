@@ -13,6 +13,10 @@ namespace plat
     /// Waits until all that was written to the file is on the disk. Returns false if some of it is lost.
     bool FileSync(File_t hFile);
 
+    /// Writes the names of the folders on the way to a file to the disk, so that a new file can't be lost with its
+    /// folder. Skips folders that may not be read. Returns false on failure.
+    bool FoldersSync(char const * szFilePath);
+
     /// Renames an open file from szFrom to szTo in the same folder. Requires that the file has the name szFrom and was
     /// synchronized. It replaces the file that has the name szTo in any spelling, or a symbolic link. The replacement
     /// is one step: at any moment, even after a power failure, the name has all of the old contents or all of the new

@@ -46,7 +46,6 @@ namespace plat
     bool FileFinish(File_t hFile);
 
     /// Creates the folders on the way to a file, outermost first. Skips those that exist and those that can't be
-    /// created. With Synchronized, the name of each new folder is on the disk afterwards. If one can't be synchronized,
-    /// removes it and returns false.
-    bool FoldersCreate(char const * szFilePath, Durability_e eDurability = Durability_e::Written);
+    /// created.
+    void FoldersCreate(char const * szFilePath);
 }

@@ -122,11 +122,7 @@ FileSave_c::FileSave_c(char const * szFile)
     {
         *p = CharToLower(*p);
     }
-    if (!plat::FoldersCreate(m_sFile, plat::Durability_e::Synchronized))
-    {
-        m_sWhyNot = m_sWhyNoLock = LastErrorReason();
-        return;
-    }
+    plat::FoldersCreate(m_sFile);
     plat::NameLock_c::Result_e const eResult = m_Lock.Take(m_sLock);
     if (eResult == plat::NameLock_c::FAILED)
     {
@@ -350,5 +346,7 @@ bool FileSaveWriter_c::Commit()
     }
     std::uint32_t const dwCrc = GetCrc();
     Reason_t sWhyNot;
-    return Write(&dwCrc, sizeof dwCrc) && Synchronize() && (m_Save.KeepFormer(sWhyNot) || Fail(sWhyNot)) && Replace();
+    bool const bOnDisk = Write(&dwCrc, sizeof dwCrc) && Synchronize()
+                         && (plat::PathIsTaken(GetFile()) || plat::FoldersSync(GetFile()) || FailAsSystem());
+    return bOnDisk && (m_Save.KeepFormer(sWhyNot) || Fail(sWhyNot)) && Replace();
 }

@@ -125,7 +125,8 @@ public:
     /// If Save has no lock, all later calls fail for the reason in GetWhyNot.
     explicit FileSaveWriter_c(FileSave_c & Save);
 
-    /// Seals and synchronizes the new save, keeps the former ones, replaces the old save and synchronizes the folder.
+    /// Seals and synchronizes the new save, keeps the former ones, replaces the old save and synchronizes the folder. For
+    /// a first save the folders on the way are synchronized too.
     /// On failure as FileReplacement_c::Commit. If a former save can't be kept, that is a failure, and the old save
     /// stays.
     bool Commit() override;

@@ -95,6 +95,24 @@ namespace plat
         return SyncFully(DescriptorOf(hFile));
     }
 
+    bool FoldersSync(char const * szFilePath)
+    {
+        DiskPath_c Path(szFilePath);
+        Path.SpellFolder();
+        char szFolder[PATH_MAX];
+        std::memcpy(szFolder, Path.Get(), std::strlen(Path.Get()) + 1);
+        while (char * const pSlash = std::strrchr(szFolder, '/'))   // the innermost folder first
+        {
+            *pSlash = '\0';
+            FolderSync_c const Parent(szFolder, FolderSync_c::NOT_OPEN);
+            if (szFolder[0] != '\0' && !(Parent.IsReady() && Parent.Sync()))
+            {
+                return false;
+            }
+        }
+        return true;
+    }
+
     bool FileReplace(File_t hFile, char const * szFrom, char const * szTo, Rights_e eRights)
     {
         int const iFile = DescriptorOf(hFile);

@@ -22,27 +22,6 @@ namespace plat
         {
             return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
         }
-
-        // Writes the name of a new folder to the disk.
-        bool SyncNameOf(char const * szFolder)
-        {
-            DiskPath_c Path(szFolder);
-            Path.TrimSeparators();
-            if (!IsThere(Path))
-            {
-                return false;
-            }
-            Descriptor_c const Made(open(Path.Get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-            FolderSync_c const Parent(Path.Get(), Made.Get());
-            if (Made.IsOpen() && Parent.IsReady() && Parent.Sync())
-            {
-                return true;
-            }
-            int const iError = errno;
-            unlinkat(AT_FDCWD, Path.Get(), AT_REMOVEDIR);   // a later call creates and synchronizes it again
-            errno = iError;
-            return false;
-        }
     }
 
     File_t FileCreate(char const * szPath)
@@ -94,7 +73,7 @@ namespace plat
         return close(DescriptorOf(hFile)) == 0 || errno == EINTR;
     }
 
-    bool FoldersCreate(char const * szFilePath, Durability_e eDurability)
+    void FoldersCreate(char const * szFilePath)
     {
         char szLevel[PATH_MAX];
         for (char const * p = szFilePath; *p && p - szFilePath < PATH_MAX - 1; ++p)
@@ -104,12 +83,8 @@ namespace plat
                 auto const nLength = static_cast<std::size_t>(p - szFilePath);
                 std::memcpy(szLevel, szFilePath, nLength);
                 szLevel[nLength] = '\0';
-                if (FolderCreate(szLevel) && eDurability == Durability_e::Synchronized && !SyncNameOf(szLevel))
-                {
-                    return false;
-                }
+                FolderCreate(szLevel);
             }
         }
-        return true;
     }
 }

@@ -119,7 +119,8 @@ namespace plat
 
     bool FolderSync_c::Sync() const
     {
-        return m_Folder.IsOpen() ? SyncFully(m_Folder.Get()) || IsUnknownCall(errno) : SyncFully(m_iNamed);
+        return m_Folder.IsOpen() ? SyncFully(m_Folder.Get()) || IsUnknownCall(errno) || errno == EROFS
+                                 : m_iNamed == NOT_OPEN || SyncFully(m_iNamed);
     }
 
     int MakeAnew(int iFolder, char const * szName, mode_t iMode)

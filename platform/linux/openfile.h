@@ -65,18 +65,20 @@ namespace plat
     bool SyncFully(int iFile);
 
     /// The folder of a path as the disk spells it. It is opened before a name in it changes, so that nothing changes if
-    /// it can't be opened. If the folder may not be read, it relies on the journal entry of iNamed, the file or folder
-    /// of that name, which must stay open.
+    /// it can't be opened. If the folder may not be read, it relies on the journal entry of iNamed, the file of that
+    /// name, which must stay open; with NOT_OPEN the folder is skipped.
     class FolderSync_c
     {
     public:
+        static constexpr int NOT_OPEN = -1;
+
         FolderSync_c(char const * szPath, int iNamed);
 
         /// Returns whether Sync can be called.
         bool IsReady() const { return m_Folder.IsOpen() || m_bUnreadable; }
 
-        /// Writes the names in the folder to the disk. Returns false on failure. Returns true on a file system that
-        /// does not synchronize folders.
+        /// Writes the names in the folder to the disk. Returns false on failure. Returns true on a file system that is
+        /// read-only or does not synchronize folders.
         bool Sync() const;
 
     private:
