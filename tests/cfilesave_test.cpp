@@ -174,8 +174,8 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
         [&]
         {
             FileSave_c const Mine(sHeld.c_str());
-            StartChild([&] { return End.Wait() ? 0 : 1; });
-            return Held.Open() && End.Wait() ? 0 : 1;
+            StartChild([&] { return Held.Open() && End.Wait() ? 0 : 1; });
+            return pause();
         });
     EXPECT_EACH(Held.Wait(), KillChild(iHolder));
     EXPECT_TRUE(FileSave_c(sHeld.c_str()).IsLocked()) << "the child of a dead holder lives";
