@@ -148,6 +148,29 @@ namespace plat
             return itFolder != g_pRecord->end() ? itFolder->second : (*g_pRecord)[std::string(Folder.Get())];
         }
 
+        // Returns whether a name is a link that leads nowhere, which listings leave out.
+        bool LeadsNowhere(int iFolder, char const * szName)
+        {
+            struct stat Stat;
+            return fstatat(iFolder, szName, &Stat, 0) != 0 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP);
+        }
+
+        // Returns sorted names without those links to nowhere that differ from a neighbour in case only.
+        std::vector<char const *> WithoutLinksToNowhere(int iFolder, std::vector<char const *> const & dNames)
+        {
+            std::vector<char const *> dKept;
+            for (std::size_t i = 0; i < dNames.size(); ++i)
+            {
+                bool const bAlike = (i > 0 && CompareFolded(dNames[i - 1], dNames[i]) == 0)
+                                    || (i + 1 < dNames.size() && CompareFolded(dNames[i], dNames[i + 1]) == 0);
+                if (!bAlike || !LeadsNowhere(iFolder, dNames[i]))
+                {
+                    dKept.push_back(dNames[i]);
+                }
+            }
+            return dKept;
+        }
+
         // Records a folder that had to be read, so that the next name in it is known. The folder is read again: most
         // folders that are searched do not hold the name, and they then need no heap.
         void RecordFolder(int iFolder, FolderKey_c const & Key)
@@ -163,7 +186,7 @@ namespace plat
                 dNames.push_back(sName.c_str());
             }
             std::sort(dNames.begin(), dNames.end(), ComesBefore);
-            FolderNames_c Names(dNames);
+            FolderNames_c Names(WithoutLinksToNowhere(iFolder, dNames));
             RecordUse_c const Use = RecordUse_c::Try();
             if (Use.IsGranted())
             {
@@ -182,18 +205,25 @@ namespace plat
             return iError != ENOENT && iError != ENOTDIR && iError != EACCES && iError != ELOOP;
         }
 
-        // Overwrites szName with the first entry, in the order of listings, that has its folded name. Returns false,
-        // with errno, if there is none or the folder can't be read to its end.
+        // Overwrites szName with the first entry, in the order of listings, that has its folded name; a link that leads
+        // nowhere comes last. Returns false, with errno, if there is none or the folder can't be read to its end.
         bool FindInFolder(int iFolder, char * szName)
         {
-            bool bFound = false;
+            bool bFound = false, bNowhere = false;
             FolderReader_c Reader(iFolder);
             while (dirent64 const * pEntry = Reader.Next())
             {
-                if (CompareFolded(pEntry->d_name, szName) == 0 && (!bFound || std::strcmp(pEntry->d_name, szName) < 0))
+                if (CompareFolded(pEntry->d_name, szName) != 0)
+                {
+                    continue;
+                }
+                bool const bLink = pEntry->d_type == DT_LNK || pEntry->d_type == DT_UNKNOWN;
+                bool const bEntryNowhere = bLink && LeadsNowhere(iFolder, pEntry->d_name);
+                if (!bFound || (bEntryNowhere == bNowhere ? std::strcmp(pEntry->d_name, szName) < 0 : bNowhere))
                 {
                     std::memcpy(szName, pEntry->d_name, std::strlen(szName));
                     bFound = true;
+                    bNowhere = bEntryNowhere;
                 }
             }
             errno = Reader.IsBroken() ? errno : ENOENT;
@@ -399,9 +429,9 @@ namespace plat
             char const cEnd = m_szPath[iEnd];
             m_szPath[iEnd] = 0;
             struct stat Stat;
-            if (lstat(m_szPath, &Stat) != 0)
+            if (stat(m_szPath, &Stat) != 0)
             {
-                bChanged = errno == ENOENT && SpellName(iBegin, Key);
+                bChanged = (errno == ENOENT || errno == ELOOP) && SpellName(iBegin, Key);
                 if (!bChanged)
                 {
                     m_iFault = IsFault(errno) ? errno : 0;
