@@ -4,22 +4,21 @@
 
 #include <algorithm>
 #include <climits>
-#include <utility>
 
 namespace
 {
     constexpr int MAX_GROUP_INDEX = USHRT_MAX;
     constexpr std::int64_t MIN_CHUNK_BYTES = 0x40000;
     constexpr std::int64_t CHUNKS_EXPECTED = 16;   // chunks that hold the expected total
-    constexpr std::size_t BLOCK_ALIGNMENT = 16;    // of the heap's blocks
 
     int GroupsFor(int iElements)
     {
-        constexpr int GROUP = GigaPoolStatic_c::GROUP_ELEMENTS;
+        constexpr int GROUP = GigaGroup_c::ELEMENTS;
         return iElements / GROUP + (iElements % GROUP != 0 ? 1 : 0);
     }
 
-    void LinkChunk(GigaChunk_s *& pList, GigaChunk_s * pChunk)
+    template <typename CHUNK>
+    void LinkChunk(CHUNK *& pList, CHUNK * pChunk)
     {
         pChunk->pPrev = nullptr;
         pChunk->pNext = pList;
@@ -30,7 +29,8 @@ namespace
         pList = pChunk;
     }
 
-    void UnlinkChunk(GigaChunk_s *& pList, GigaChunk_s * pChunk)
+    template <typename CHUNK>
+    void UnlinkChunk(CHUNK *& pList, CHUNK * pChunk)
     {
         (pChunk->pPrev ? pChunk->pPrev->pNext : pList) = pChunk->pNext;
         if (pChunk->pNext)
@@ -40,7 +40,7 @@ namespace
     }
 }
 
-inline void GigaPoolStatic_c::Chain(int & list, int link)
+inline void GigaSlab_c::Chain(int & list, int link)
 {
     ZQ_ASSERT_TEXT(link >= 0 && link <= MAX_GROUP_INDEX, "link>=0 && link<=USHRT_MAX");
     ZQ_ASSERT_TEXT(list >= 0 && list <= MAX_GROUP_INDEX, "list>=0 && list<=USHRT_MAX");
@@ -53,9 +53,9 @@ inline void GigaPoolStatic_c::Chain(int & list, int link)
     list = link;
 }
 
-inline void GigaPoolStatic_c::Unchain(int & list, int link)
+inline void GigaSlab_c::Unchain(int & list, int link)
 {
-    Group_s const & Group = m_pGroups[link];
+    GigaGroup_c const & Group = m_pGroups[link];
     if (Group.iPrev == GIGA_GROUP_NULL)
     {
         ZQ_ASSERT_TEXT(list == link, "list==link");
@@ -71,74 +71,57 @@ inline void GigaPoolStatic_c::Unchain(int & list, int link)
     }
 }
 
-// Opens the head of the free chain, if there is one.
-inline void GigaPoolStatic_c::OpenGroup(Head_s & Head) const
+inline void GigaSlab_c::OpenGroup(GigaOpenGroup_c & Open) const
 {
     if (m_iFreeList != GIGA_GROUP_NULL && m_pData && m_pGroups)
     {
-        Group_s & Group = m_pGroups[m_iFreeList];
-        ZQ_ASSERT_TEXT(Group.m_iBits != GROUP_FULL, "iBitIndex>=0 && iBitIndex<32");
-        ZQ_ASSERT_TEXT(!(Group.m_iArray & ~Group.m_iBits), "!(pGroup->m_iArray & iBit)");
-        Head = { Group.Masks() ^ GROUP_FULL, &Group, ElementAt(static_cast<unsigned>(m_iFreeList * GROUP_ELEMENTS)),
-            static_cast<std::size_t>(m_iElementSize) };
+        GigaGroup_c & Group = m_pGroups[m_iFreeList];
+        ZQ_ASSERT_TEXT(!Group.IsFull(), "iBitIndex>=0 && iBitIndex<32");
+        Open.Open(Group, At(static_cast<unsigned>(m_iFreeList * GigaGroup_c::ELEMENTS)));
     }
 }
 
-// Ahead of all work on the groups and chains.
-inline void GigaPoolStatic_c::CloseGroup(Head_s & Head) const
+inline void GigaSlab_c::CloseGroup(GigaOpenGroup_c & Open)
 {
-    if (Head.pGroup)
+    if (!Open.IsOpen())
     {
-        Head.pGroup->SetMasks(Head.iMasks ^ GROUP_FULL);
-        Head = {};
+        return;
     }
-}
-
-// Moves the head of the free chain to the full one.
-inline void GigaPoolStatic_c::MoveFull()
-{
+    Open.Close();
     int const iGroup = m_iFreeList;
-    Unchain(m_iFreeList, iGroup);
-    Chain(m_iFullList, iGroup);
-}
-
-void GigaPoolStatic_c::Init(int iElements, int iElementSize)
-{
-    InitAligned(iElements, iElementSize, BLOCK_ALIGNMENT);
-    if (!m_Head.pGroup)
+    if (m_pGroups[iGroup].IsFull())
     {
-        OpenGroup(m_Head);
+        Unchain(m_iFreeList, iGroup);
+        Chain(m_iFullList, iGroup);
     }
 }
 
-// Leaves the head as it is.
-void GigaPoolStatic_c::InitAligned(int iElements, int iElementSize, std::size_t nAlignment)
+bool GigaSlab_c::Init(int iElements, int iElementSize, std::size_t nAlignment)
 {
     ZQ_ASSERT(m_pData == nullptr);
     ZQ_ASSERT(m_pGroups == nullptr);
     if (m_pData || m_pGroups)
     {
-        return;   // the elements that are out stay good
+        return false;   // the elements in use stay valid
     }
     m_iNumGroups = GroupsFor(std::max(iElements, 0));
     ZQ_ASSERT_TEXT(m_iNumGroups < GIGA_GROUP_NULL, "m_iNumGroups<GIGA_GROUP_NULL");
     m_iNumGroups = std::min(m_iNumGroups, GIGA_GROUP_NULL - 1);
-    m_iNumElements = m_iNumGroups * GROUP_ELEMENTS;
+    m_iNumElements = m_iNumGroups * GigaGroup_c::ELEMENTS;
     SetElementSize(std::max(iElementSize, 0));
-    TakeStorage(nAlignment);
-    m_pGroups = m_iNumGroups > 0 ? ZQ_NEW Group_s[static_cast<std::size_t>(m_iNumGroups)] : nullptr;
+    AllocData(nAlignment);
+    m_pGroups = m_iNumGroups > 0 ? ZQ_NEW GigaGroup_c[static_cast<std::size_t>(m_iNumGroups)] : nullptr;
     m_iFullList = GIGA_GROUP_NULL;
     m_iFreeList = 0;
     for (int i = 0; i < m_iNumGroups; ++i)
     {
         bool const bLast = i + 1 == m_iNumGroups;
-        m_pGroups[i] = { 0, 0, static_cast<std::uint16_t>(bLast ? GIGA_GROUP_NULL : i + 1),
-            static_cast<std::uint16_t>(i == 0 ? GIGA_GROUP_NULL : i - 1) };
+        m_pGroups[i] = GigaGroup_c(bLast ? GIGA_GROUP_NULL : i + 1, i == 0 ? GIGA_GROUP_NULL : i - 1);
     }
-    m_iWaterMark = m_iHighWaterMark = 0;
+    return true;
 }
 
-void GigaPoolStatic_c::TakeStorage(std::size_t nAlignment)
+void GigaSlab_c::AllocData(std::size_t nAlignment)
 {
     std::uint64_t const nBytes =
         static_cast<std::uint64_t>(m_iNumElements) * static_cast<std::uint64_t>(m_iElementSize);
@@ -146,7 +129,7 @@ void GigaPoolStatic_c::TakeStorage(std::size_t nAlignment)
     {
         return;
     }
-    std::size_t const nSlack = nAlignment - BLOCK_ALIGNMENT;
+    std::size_t const nSlack = nAlignment - MIN_ALIGNMENT;
     if (nBytes <= PTRDIFF_MAX - nSlack)
     {
         m_pBlock = ZQ_NEW std::uint8_t[static_cast<std::size_t>(nBytes) + nSlack];
@@ -161,7 +144,7 @@ void GigaPoolStatic_c::TakeStorage(std::size_t nAlignment)
     plat::CheckerForbid(m_pData, m_nDataBytes);
 }
 
-void GigaPoolStatic_c::SetElementSize(int iElementSize)
+void GigaSlab_c::SetElementSize(int iElementSize)
 {
     static_assert(std::uint64_t{ RECIPROCAL_MAX_SIZE } * RECIPROCAL_MAX_SIZE * MAX_ELEMENTS < 1ull << RECIPROCAL_BITS);
     constexpr std::uint64_t ONE = 1ull << RECIPROCAL_BITS;
@@ -170,7 +153,7 @@ void GigaPoolStatic_c::SetElementSize(int iElementSize)
     m_iReciprocal = nSize > 0 && nSize <= RECIPROCAL_MAX_SIZE ? (ONE + nSize - 1) / nSize : 0;
 }
 
-void GigaPoolStatic_c::Reset()
+void GigaSlab_c::Reset()
 {
     plat::CheckerAllow(m_pData, m_nDataBytes);
     delete[] m_pBlock;
@@ -178,7 +161,47 @@ void GigaPoolStatic_c::Reset()
     m_pBlock = m_pData = nullptr;
     m_pGroups = nullptr;
     m_nDataBytes = 0;
-    m_Head = {};
+}
+
+bool GigaSlab_c::RequireStorageToAlloc(int iWaterMark) const
+{
+    ZQ_ASSERT_EX(m_pData, "Trying to allocate %i bytes, watermark %i", m_iElementSize, iWaterMark);
+    ZQ_ASSERT(m_pGroups);
+    return m_pData && m_pGroups;
+}
+
+bool GigaSlab_c::RequireAllocated(GigaOpenGroup_c const & Open, unsigned iElement, bool bArray) const
+{
+    GigaGroup_c const Group = Open.UpToDate(GroupOf(iElement));
+    ZQ_ASSERT_TEXT(Group.IsAllocated(iElement), "pGroup->m_iBits & iBit");
+    ZQ_ASSERT_TEXT(Group.IsArray(iElement) == bArray, "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )");
+    return Open.UpToDate(GroupOf(iElement)).IsAllocated(iElement);
+}
+
+inline void GigaSlab_c::Free(unsigned iElement)
+{
+    auto const iGroup = static_cast<int>(iElement / GigaGroup_c::ELEMENTS);
+    if (m_pGroups[iGroup].IsFull())
+    {
+        Unchain(m_iFullList, iGroup);
+        Chain(m_iFreeList, iGroup);
+    }
+    m_pGroups[iGroup].FreeAnyway(iElement);
+}
+
+void GigaPoolStatic_c::Init(int iElements, int iElementSize)
+{
+    if (m_Slab.Init(iElements, iElementSize, GigaSlab_c::MIN_ALIGNMENT))
+    {
+        m_Marks = {};
+        m_Slab.OpenGroup(m_Open);
+    }
+}
+
+void GigaPoolStatic_c::Reset()
+{
+    m_Slab.Reset();
+    m_Open = {};
 }
 
 bool GigaPoolStatic_c::IsArray(void const * pPtr) const
@@ -189,117 +212,93 @@ bool GigaPoolStatic_c::IsArray(void const * pPtr) const
     {
         return false;
     }
-    unsigned const iElement = ElementOf(pPtr);
-    return ((MasksOf(m_Head, iElement) >> GROUP_ELEMENTS) & BothBits(iElement)) != 0;
+    unsigned const iElement = m_Slab.IndexOf(pPtr);
+    return m_Open.UpToDate(m_Slab.GroupOf(iElement)).IsArray(iElement);
 }
 
-// Those of the element's group, as in its record, wherever they are now.
-std::uint64_t GigaPoolStatic_c::MasksOf(Head_s const & Head, unsigned iElement) const
+// Allocates the last element of the open group, if there is one.
+void * GigaPoolStatic_c::AllocSlow(bool bArray)
 {
-    Group_s const & Group = m_pGroups[iElement / GROUP_ELEMENTS];
-    return &Group == Head.pGroup ? Head.iMasks ^ GROUP_FULL : Group.Masks();
-}
-
-// Whether the element is out; complains if not, and if it was taken otherwise.
-bool GigaPoolStatic_c::RequireOut(Head_s const & Head, unsigned iElement, bool bArray) const
-{
-    std::uint64_t const iMasks = MasksOf(Head, iElement) & BothBits(iElement);
-    ZQ_ASSERT_TEXT(Lower(iMasks) != 0, "pGroup->m_iBits & iBit");
-    ZQ_ASSERT_TEXT((iMasks > GROUP_FULL) == bArray, "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )");
-    return (Lower(MasksOf(Head, iElement)) & BothBits(iElement)) != 0;   // whatever a listener did
-}
-
-// Complains if there is none.
-bool GigaPoolStatic_c::RequireStorage() const
-{
-    ZQ_ASSERT_EX(m_pData, "Trying to allocate %i bytes, watermark %i", m_iElementSize, m_iWaterMark);
-    ZQ_ASSERT(m_pGroups);
-    return m_pData && m_pGroups;
-}
-
-// The last element of the head. The water marks are the caller's.
-void * GigaPoolStatic_c::TakeRarely(bool bArray)
-{
-    if (m_iFreeList == GIGA_GROUP_NULL || !RequireStorage())
+    if (m_Slab.IsFull() || !m_Slab.RequireStorageToAlloc(m_Marks.Level()))
     {
         return nullptr;
     }
-    void * const pElement = m_Head.Take(bArray);
-    CloseGroup(m_Head);
-    MoveFull();
-    OpenGroup(m_Head);
+    void * const pElement = m_Open.Alloc(bArray, m_Slab.GetElementSize());
+    m_Slab.CloseGroup(m_Open);
+    m_Slab.OpenGroup(m_Open);
     return pElement;
 }
 
-// All cases, those of a group without room and of misuse among them; false for an element that is not out. The water
-// mark, and what the address checker sees, are the caller's.
-bool GigaPoolStatic_c::GiveRarely(unsigned iElement, bool bArray)
+// Frees an element of a full group and reports misuse. Returns false for an element that is not in use.
+bool GigaPoolStatic_c::FreeSlow(unsigned iElement, bool bArray)
 {
-    if (!RequireOut(m_Head, iElement, bArray))
+    if (!m_Slab.RequireAllocated(m_Open, iElement, bArray))
     {
         return false;
     }
-    CloseGroup(m_Head);
-    GiveClosed(iElement);
-    OpenGroup(m_Head);
+    m_Slab.CloseGroup(m_Open);
+    m_Slab.Free(iElement);
+    m_Slab.OpenGroup(m_Open);
     return true;
 }
 
-// Requires an element that is out, and that no group is open.
-void GigaPoolStatic_c::GiveClosed(unsigned iElement)
-{
-    auto const iGroup = static_cast<int>(iElement / GROUP_ELEMENTS);
-    Group_s * const pGroup = m_pGroups + iGroup;
-    if (pGroup->m_iBits == GROUP_FULL)
-    {
-        Unchain(m_iFullList, iGroup);
-        Chain(m_iFreeList, iGroup);
-    }
-    pGroup->SetMasks(pGroup->Masks() & ~BothBits(iElement));
-}
-
 template <typename CALL>
-void GigaChunkMap_c::ForEachPage(GigaChunk_s const & Chunk, CALL Call)
+void GigaPoolResizeable_c::ChunkMap_c::ForEachPage(Chunk_s const & Chunk, CALL Call)
 {
-    GigaPoolStatic_c const & Pool = Chunk.Pool;
-    std::uintptr_t const iLast = PageMap_T<Entry_s>::PageOf(Pool.m_pData + Pool.m_nDataBytes - 1);
-    for (std::uintptr_t iPage = PageMap_T<Entry_s>::PageOf(Pool.m_pData); iPage <= iLast; ++iPage)
+    GigaSlab_c const & Slab = Chunk.Slab;
+    std::uintptr_t const iLast = PageMap_T<Entry_s>::PageOf(Slab.GetData() + Slab.GetDataBytes() - 1);
+    for (std::uintptr_t iPage = PageMap_T<Entry_s>::PageOf(Slab.GetData()); iPage <= iLast; ++iPage)
     {
         Call(iPage);
     }
 }
 
-void GigaChunkMap_c::Add(GigaChunk_s * pChunk)
+void GigaPoolResizeable_c::ChunkMap_c::Add(Chunk_s & Chunk)
 {
-    GigaPoolStatic_c const & Pool = pChunk->Pool;
-    Entry_s const Entry = { Pool.m_pData, Pool.m_iReciprocal != 0 ? Pool.m_nDataBytes : 0, Pool.m_iReciprocal,
-        Pool.m_pGroups, pChunk->pOwner, pChunk };
-    ForEachPage(*pChunk, [&, this](std::uintptr_t iPage) { m_Pages.Add(iPage, Entry); });
+    GigaSlab_c const & Slab = Chunk.Slab;
+    Entry_s const Entry = { Slab.GetData(), Slab.GetReciprocal() != 0 ? Slab.GetDataBytes() : 0, Slab.GetReciprocal(),
+        Slab.GetGroups(), Chunk.pOwner, &Chunk };
+    ForEachPage(Chunk, [&, this](std::uintptr_t iPage) { m_Pages.Add(iPage, Entry); });
 }
 
-void GigaChunkMap_c::Remove(GigaChunk_s * pChunk)
+void GigaPoolResizeable_c::ChunkMap_c::Remove(Chunk_s const & Chunk)
 {
-    ForEachPage(*pChunk, [this](std::uintptr_t iPage) { m_Pages.Remove(iPage); });
+    ForEachPage(Chunk, [this](std::uintptr_t iPage) { m_Pages.Remove(iPage); });
 }
 
-GigaChunk_s * GigaChunkMap_c::Find(void const * pPtr) const
+auto GigaPoolResizeable_c::ChunkMap_c::Find(void const * pPtr) const -> Chunk_s *
 {
-    GigaChunk_s * const pChunk = m_Pages.Find(PageMap_T<Entry_s>::PageOf(pPtr)).pChunk;
-    return pChunk && pChunk->Pool.Holds(pPtr) && pChunk != pChunk->pOwner->m_pEmpty ? pChunk : nullptr;
+    Chunk_s * const pChunk = m_Pages.Find(PageMap_T<Entry_s>::PageOf(pPtr)).pChunk;
+    return pChunk && pChunk->Slab.Holds(pPtr) && pChunk != pChunk->pOwner->m_pEmpty ? pChunk : nullptr;
 }
 
-// All cases, foreign addresses and pages that are not at home among them.
-bool GigaChunkMap_c::FreeRarely(void const * pPtr, bool bArray) const
+GigaPoolResizeable_c * GigaPoolResizeable_c::ChunkMap_c::FindPool(void const * pPtr) const
 {
-    GigaChunk_s * const pChunk = Find(pPtr);
+    Chunk_s const * const pChunk = Find(pPtr);
+    return pChunk ? pChunk->pOwner : nullptr;
+}
+
+// Handles foreign addresses, pages that are not in their home slot, and elements whose index takes a division.
+bool GigaPoolResizeable_c::ChunkMap_c::FreeSlow(void const * pPtr, bool bArray) const
+{
+    Chunk_s * const pChunk = Find(pPtr);
     if (!pChunk)
     {
         return false;
     }
-    unsigned const iElement = pChunk->Pool.ElementOf(pPtr);
+    unsigned const iElement = pChunk->Slab.IndexOf(pPtr);
     GigaPoolResizeable_c & Owner = *pChunk->pOwner;
-    return Owner.FreeQuickly(*pChunk, pChunk->Pool.m_pGroups, iElement, bArray)
-           || Owner.FreeRarely(*pChunk, iElement, bArray);
+    if (!Owner.Free(*pChunk, pChunk->Slab.GetGroups(), iElement, bArray))
+    {
+        Owner.FreeSlow(*pChunk, iElement, bArray);
+    }
+    return true;
+}
+
+GigaPoolResizeable_c::GigaPoolResizeable_c(ChunkMap_c & Map, int iElements, int iElementSize)
+    : m_pMap(&Map)
+{
+    Init(iElements, iElementSize);
 }
 
 void GigaPoolResizeable_c::Init(int iElements, int iElementSize)
@@ -309,19 +308,18 @@ void GigaPoolResizeable_c::Init(int iElements, int iElementSize)
     ZQ_ASSERT(!m_pEmpty);
     if (m_pFullList || m_pHalfList || m_pEmpty)
     {
-        return;   // the elements that are out stay good
+        return;   // the elements in use stay valid
     }
     if (iElements > 0 && iElementSize > 0)
     {
-        constexpr std::int64_t GROUP = GigaPoolStatic_c::GROUP_ELEMENTS;
+        constexpr std::int64_t GROUP = GigaGroup_c::ELEMENTS;
         std::int64_t const nTotal = static_cast<std::int64_t>(iElements) * iElementSize;
         std::int64_t const nElements = std::max(nTotal / CHUNKS_EXPECTED, MIN_CHUNK_BYTES) / iElementSize;
         std::int64_t const nRounded = (nElements + GROUP - 1) / GROUP * GROUP;
         m_iElementSize = iElementSize;
-        m_iElementsPerChunk =
-            static_cast<int>(std::clamp<std::int64_t>(nRounded, GROUP, GigaPoolStatic_c::MAX_ELEMENTS));
+        m_iElementsPerChunk = static_cast<int>(std::clamp<std::int64_t>(nRounded, GROUP, GigaSlab_c::MAX_ELEMENTS));
     }
-    m_iWaterMark = 0;
+    m_Marks.ClearLevel();
 }
 
 void GigaPoolResizeable_c::Reset()
@@ -329,8 +327,8 @@ void GigaPoolResizeable_c::Reset()
     DestroyList(m_pHalfList);
     DestroyList(m_pFullList);
     DestroyList(m_pEmpty);
-    m_Head = {};
-    m_iWaterMark = 0;
+    m_Open = {};
+    m_Marks.ClearLevel();
 }
 
 bool GigaPoolResizeable_c::IsArray(void const *) const
@@ -339,65 +337,66 @@ bool GigaPoolResizeable_c::IsArray(void const *) const
     return false;
 }
 
-// Opens the head of the chunk that serves Alloc, if there is one.
-inline void GigaPoolResizeable_c::OpenHead()
+// Opens a group of the chunk that serves Alloc, if there is one.
+inline void GigaPoolResizeable_c::OpenGroup()
 {
     if (m_pHalfList)
     {
-        m_pHalfList->Pool.OpenGroup(m_Head);
-        m_pHalfList->nGroupsInUse -= m_Head.IsEmpty() ? 0 : 1;
-        m_Head.iEmptied = m_pHalfList->nGroupsInUse == 0 ? GigaPoolStatic_c::GROUP_FULL : 0;
+        m_pHalfList->Slab.OpenGroup(m_Open);
+        m_pHalfList->nGroupsInUse -= m_Open.IsEmpty() ? 0 : 1;
+        bool const bLastGroup = m_pHalfList->nGroupsInUse == 0;
+        m_eOpenLast = bLastGroup ? GigaGroup_c::Last_e::Keep : GigaGroup_c::Last_e::Free;
     }
 }
 
-// Ahead of all work on the chunks.
-inline void GigaPoolResizeable_c::CloseHead()
+// Comes before each change of a chunk.
+inline void GigaPoolResizeable_c::CloseGroup()
 {
-    if (m_Head.pGroup)
+    if (m_Open.IsOpen())
     {
-        m_pHalfList->nGroupsInUse += m_Head.IsEmpty() ? 0 : 1;
-        m_pHalfList->Pool.CloseGroup(m_Head);
+        m_pHalfList->nGroupsInUse += m_Open.IsEmpty() ? 0 : 1;
+        m_pHalfList->Slab.CloseGroup(m_Open);
     }
 }
 
-// All cases, those that need another group or chunk among them.
-void * GigaPoolResizeable_c::AllocRarely(bool bArray)
+// Allocates the last element of the open group, or the first one of a chunk.
+void * GigaPoolResizeable_c::AllocSlow(bool bArray)
 {
-    if (!m_pHalfList && !TakeChunk())
+    if (!m_pHalfList && !AddChunk())
     {
         return nullptr;
     }
-    bool const bLast = !m_Head.LeavesRoom();
-    void * const pElement = TakeQuickly(bArray);
+    bool const bLast = !m_Open.HasTwoFree();
+    void * const pElement = m_Open.Alloc(bArray, m_iElementSize);
+    m_Marks.Raise();
     if (bLast)
     {
-        GigaChunk_s * const pChunk = m_pHalfList;
-        CloseHead();
-        pChunk->Pool.MoveFull();
-        if (pChunk->Pool.m_iFreeList == GIGA_GROUP_NULL)
+        Chunk_s * const pChunk = m_pHalfList;
+        CloseGroup();
+        if (pChunk->Slab.IsFull())
         {
             UnlinkChunk(m_pHalfList, pChunk);
             LinkChunk(m_pFullList, pChunk);
         }
-        OpenHead();
+        OpenGroup();
     }
     return pElement;
 }
 
-// All cases, those of a full group or chunk, of the last element of a chunk and of misuse among them.
-bool GigaPoolResizeable_c::FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bool bArray)
+// Frees an element of a full group or chunk, the last one of a group or chunk, and reports misuse.
+void GigaPoolResizeable_c::FreeSlow(Chunk_s & Chunk, unsigned iElement, bool bArray)
 {
-    GigaPoolStatic_c & Pool = Chunk.Pool;
-    if (!Pool.RequireOut(m_Head, iElement, bArray))
+    GigaSlab_c & Slab = Chunk.Slab;
+    if (!Slab.RequireAllocated(m_Open, iElement, bArray))
     {
-        return true;
+        return;
     }
-    bool const bWasFull = Pool.m_iFreeList == GIGA_GROUP_NULL;
-    CloseHead();
-    Pool.GiveClosed(iElement);
-    plat::CheckerForbid(Pool.ElementAt(iElement), static_cast<std::size_t>(m_iElementSize));
-    m_iWaterMark -= 1;
-    Chunk.nGroupsInUse -= Pool.m_pGroups[iElement / GigaPoolStatic_c::GROUP_ELEMENTS].m_iBits == 0 ? 1 : 0;
+    bool const bWasFull = Slab.IsFull();
+    CloseGroup();
+    Slab.Free(iElement);
+    plat::CheckerForbid(Slab.At(iElement), static_cast<std::size_t>(m_iElementSize));
+    m_Marks.Lower();
+    Chunk.nGroupsInUse -= Slab.GroupOf(iElement).IsEmpty() ? 1 : 0;
     if (bWasFull)
     {
         UnlinkChunk(m_pFullList, &Chunk);
@@ -407,34 +406,33 @@ bool GigaPoolResizeable_c::FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bo
     {
         Retire(&Chunk);
     }
-    OpenHead();
-    return true;
+    OpenGroup();
 }
 
-// Takes the spare or a new chunk into use; false, with a complaint, if there is no storage for it.
-bool GigaPoolResizeable_c::TakeChunk()
+// Puts the spare or a new chunk into use. Returns false, after an assertion, if there is no storage for it.
+bool GigaPoolResizeable_c::AddChunk()
 {
-    GigaChunk_s * pChunk = m_pEmpty;
+    Chunk_s * pChunk = m_pEmpty;
     if (!pChunk)
     {
-        pChunk = ZQ_NEW GigaChunk_s;
+        pChunk = ZQ_NEW Chunk_s;
         pChunk->pOwner = this;
-        pChunk->Pool.InitAligned(m_iElementsPerChunk, m_iElementSize, GigaChunkMap_c::ALIGNMENT);
-        if (!pChunk->Pool.RequireStorage())
+        pChunk->Slab.Init(m_iElementsPerChunk, m_iElementSize, ChunkMap_c::ALIGNMENT);
+        if (!pChunk->Slab.RequireStorageToAlloc(0))
         {
             delete pChunk;
             return false;
         }
-        m_pMap->Add(pChunk);
+        m_pMap->Add(*pChunk);
     }
     m_pEmpty = nullptr;
     LinkChunk(m_pHalfList, pChunk);
-    OpenHead();
+    OpenGroup();
     return true;
 }
 
-// Takes a chunk of the half list out of use.
-void GigaPoolResizeable_c::Retire(GigaChunk_s * pChunk)
+// Makes a chunk of the half list the spare, or frees it.
+void GigaPoolResizeable_c::Retire(Chunk_s * pChunk)
 {
     UnlinkChunk(m_pHalfList, pChunk);
     if (m_pEmpty)
@@ -446,15 +444,15 @@ void GigaPoolResizeable_c::Retire(GigaChunk_s * pChunk)
     m_pEmpty = pChunk;
 }
 
-void GigaPoolResizeable_c::Destroy(GigaChunk_s * pChunk)
+void GigaPoolResizeable_c::Destroy(Chunk_s * pChunk)
 {
-    m_pMap->Remove(pChunk);
+    m_pMap->Remove(*pChunk);
     delete pChunk;
 }
 
-void GigaPoolResizeable_c::DestroyList(GigaChunk_s *& pList)
+void GigaPoolResizeable_c::DestroyList(Chunk_s *& pList)
 {
-    while (GigaChunk_s * const pChunk = pList)
+    while (Chunk_s * const pChunk = pList)
     {
         pList = pChunk->pNext;
         Destroy(pChunk);

@@ -1,251 +1,211 @@
 // cgigapool.h: pools of equal-sized elements.
 //
-// A GigaPoolStatic_c is one slab of a fixed number of elements; Alloc and Free take constant time whatever its size, by
-// a bit mask for every 32 elements and chains of the masks with and without room. A GigaPoolResizeable_c is a chain of
-// such slabs that grows on demand and keeps one empty slab as a spare. Both hand out raw memory: constructors are the
-// caller's. Elements lie back to back from an address that is a multiple of 16. An element keeps its contents when it is
-// freed; under the address checker it is out of bounds until it is taken again.
+// GigaPoolStatic_c is one slab of a fixed number of elements. GigaPoolResizeable_c is a chain of such slabs, its
+// chunks, which grows on demand and keeps one empty chunk as a spare. Both return raw memory: constructors are the
+// caller's. Elements lie back to back from an address that is a multiple of 16. A freed element keeps its contents;
+// under the address checker it is out of bounds until it is allocated again.
 //
-// The storage is owned and counts under the category of the moment. No lock: one thread at a time. A pool costs 12 bytes
-// for every 32 elements. A slab of the growing one costs up to 64 KB more of address space, which counts and stays
-// untouched, and 256 to 512 bytes for every 64 KB, or up to 2 KB where addresses are unlucky.
+// Ownership: a pool owns its elements, which count under the category of the moment. Reset frees those in use too.
+// Threads: no lock; one thread at a time.
+// Cost: Alloc and Free take constant time, a few nanoseconds. A pool adds 12 bytes for every 32 elements. A chunk adds
+//   up to 64 KB of address space, which counts and stays untouched, and 256 to 512 bytes for every 64 KB, or up to 2 KB
+//   where addresses collide.
+// Failure: Alloc returns null if a fixed pool is full or the address space is used up. Free returns false for a foreign
+//   pointer. Misuse fails an assertion and changes nothing.
+//
+//     GigaPoolResizeable_c Pool(1000, 48);   // about 1000 elements of 48 bytes
+//     void * const pElement = Pool.Alloc(false);
+//     int const nUsed = Pool.WaterMark();    // 1
+//     Pool.Free(pElement, false);
 #pragma once
 
+#include "zqcore/cgigaslab.h"
 #include "zqcore/cpagemap.h"
 
-/// The null value of a group's index.
-inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
+/// Number of elements in use, and the most that were in use at once.
+class GigaMarks_c
+{
+public:
+    int Level() const { return m_iWaterMark; }
+    int Peak() const { return m_iHighWaterMark; }
+    void Raise()
+    {
+        m_iWaterMark += 1;
+        if (m_iHighWaterMark < m_iWaterMark)
+        {
+            m_iHighWaterMark = m_iWaterMark;
+        }
+    }
+    void Lower() { m_iWaterMark -= 1; }
+    void ClearLevel() { m_iWaterMark = 0; }
+    void ClearPeak() { m_iHighWaterMark = 0; }
 
-/// A slab of elements.
+private:
+    int m_iWaterMark = 0;
+    int m_iHighWaterMark = 0;
+};
+
+/// A pool of a fixed number of elements.
 class ZQ_API GigaPoolStatic_c
 {
 public:
-    static constexpr int GROUP_ELEMENTS = 32;
-    static constexpr int MAX_ELEMENTS = (GIGA_GROUP_NULL - 1) * GROUP_ELEMENTS;   // 2,097,088
+    static constexpr int GROUP_ELEMENTS = GigaGroup_c::ELEMENTS;
+    static constexpr int MAX_ELEMENTS = GigaSlab_c::MAX_ELEMENTS;
 
-    /// A pool without storage; Init gives it some.
+    /// A pool without storage; Init allocates it.
     GigaPoolStatic_c() = default;
     GigaPoolStatic_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
-    ~GigaPoolStatic_c() { Reset(); }
-    GigaPoolStatic_c(GigaPoolStatic_c const &) = delete;
-    GigaPoolStatic_c & operator=(GigaPoolStatic_c const &) = delete;
 
-    /// Takes storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Requires a pool without
-    /// storage and at most MAX_ELEMENTS; more, if the developer goes on, are cut to that. Below 0 counts as 0.
+    /// Allocates storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Negative values
+    /// count as 0. Asserts that the pool has no storage, and that there are at most MAX_ELEMENTS; if the developer goes
+    /// on, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS.
     void Init(int iElements, int iElementSize);
 
-    /// Frees the storage, with the elements that are out; the water marks stay. Init may follow.
+    /// Frees the storage with all elements in use. The water marks stay. Init may follow.
     void Reset();
 
-    /// An element, the one that was freed last if its group was full; null if the pool is full. An element taken as an
-    /// array is freed as one.
+    /// Returns an element, or null if the pool is full. The element that was freed last from a full group comes first.
+    /// An element that is allocated with bArray is freed with bArray.
     void * Alloc(bool bArray);
 
-    /// Gives the element back that holds the pointer; false, and nothing happens, if the pointer is not in the pool.
-    /// Requires an element that is out and was taken with the same bArray: one that is not out stays as it is.
+    /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool.
+    /// Asserts that the element is in use, and was allocated with this bArray; an element not in use stays so.
     bool Free(void const * pPtr, bool bArray);
 
-    /// Whether the pointer lies in the storage. Requires storage.
+    /// Returns whether the pointer lies in the storage. Asserts that there is storage.
     bool IsValid(void const * pPtr) const;
 
-    /// Whether the element was taken as an array. Requires IsValid(pPtr).
+    /// Returns whether the element was allocated as an array. Asserts IsValid(pPtr).
     bool IsArray(void const * pPtr) const;
 
-    /// Bytes of an element, elements out now, and the most that were.
-    int ElementSize() const { return m_iElementSize; }
-    int WaterMark() const { return m_iWaterMark; }
-    int HighWaterMark() const { return m_iHighWaterMark; }
+    /// Returns the bytes of an element, the number of elements in use, and the most that were in use at once.
+    int ElementSize() const { return m_Slab.GetElementSize(); }
+    int WaterMark() const { return m_Marks.Level(); }
+    int HighWaterMark() const { return m_Marks.Peak(); }
 
-    /// Sets the peak to 0, whatever is out.
-    void ResetHighWaterMark() { m_iHighWaterMark = 0; }
-
-private:
-    friend class GigaPoolResizeable_c;
-    friend class GigaChunkMap_c;
-
-    struct Group_s
-    {
-        std::uint32_t m_iBits;    // elements that are out
-        std::uint32_t m_iArray;   // those of them that were taken as arrays
-        std::uint16_t iNext;
-        std::uint16_t iPrev;
-
-        std::uint64_t Masks() const;
-        void SetMasks(std::uint64_t iMasks);
-        bool GiveQuickly(std::uint64_t iBoth, bool bArray, bool bMayEmpty);
-    };
-
-    // The head of the free chain is open between calls: its masks are here, and those of its record are out of date.
-    // They are read as soon as they were written, which processors do best at one and the same place.
-    struct Head_s
-    {
-        std::uint64_t iMasks = 0;     // as of a group, but the lower half has the elements that are not out
-        Group_s * pGroup = nullptr;   // null: none is open
-        std::uint8_t * pElements = nullptr;
-        std::size_t nElementSize = 0;
-        std::uint32_t iEmptied = 0;   // in a chunk: the lower half that leaves it empty, which is no quick matter; or 0
-
-        bool IsEmpty() const { return Lower(iMasks) == GROUP_FULL; }
-        bool LeavesRoom() const;
-        void * Take(bool bArray);
-        bool GiveQuickly(std::uint64_t iBoth, bool bArray);
-    };
-
-    void InitAligned(int iElements, int iElementSize, std::size_t nAlignment);
-    void TakeStorage(std::size_t nAlignment);
-    bool Holds(void const * pPtr) const;
-    unsigned ElementOf(void const * pPtr) const;
-    std::uint8_t * ElementAt(unsigned iElement) const;
-    bool RequireStorage() const;
-    void * TakeRarely(bool bArray);
-    std::uint64_t MasksOf(Head_s const & Head, unsigned iElement) const;
-    bool RequireOut(Head_s const & Head, unsigned iElement, bool bArray) const;
-    bool GiveRarely(unsigned iElement, bool bArray);
-    void GiveClosed(unsigned iElement);
-    void OpenGroup(Head_s & Head) const;
-    void CloseGroup(Head_s & Head) const;
-    void MoveFull();
-    void SetElementSize(int iElementSize);
-    void Chain(int & list, int link);
-    void Unchain(int & list, int link);
-
-    static std::uint32_t Lower(std::uint64_t iMasks) { return static_cast<std::uint32_t>(iMasks); }
-    static std::uint64_t BothBits(unsigned iElement);
-    static bool GiveQuickly(Head_s & Head, Group_s * pGroups, unsigned iElement, bool bArray, bool bMayEmpty);
-
-    static constexpr std::uint32_t GROUP_FULL = 0xFFFFFFFF;
-
-    Group_s * m_pGroups = nullptr;
-    std::uint8_t * m_pData = nullptr;
-    int m_iNumGroups = 0;
-    int m_iNumElements = 0;
-    int m_iElementSize = 0;
-    int m_iFreeList = 0;                 // head of the groups with room
-    int m_iFullList = GIGA_GROUP_NULL;   // head of the groups without
-    int m_iWaterMark = 0;
-    int m_iHighWaterMark = 0;
-    Head_s m_Head;
-    std::size_t m_nDataBytes = 0;        // of m_pData
-    std::uint64_t m_iReciprocal = 0;     // 2 to the power of RECIPROCAL_BITS by the element size, rounded up; 0 divides
-    std::uint8_t * m_pBlock = nullptr;   // of the heap, with m_pData in it
-
-    // With these limits the rounding never reaches the next element, and no product leaves 64 bits.
-    static constexpr int RECIPROCAL_BITS = 42;
-    static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to that power
-};
-
-struct GigaChunk_s;
-class GigaPoolResizeable_c;
-
-/// Finds the chunk of an address in constant time.
-class ZQ_API GigaChunkMap_c
-{
-public:
-    /// Of the storage of chunks, in bytes: so that no two of them share a page.
-    static constexpr std::size_t ALIGNMENT = std::size_t{ 1 } << PageMap_T<int>::PAGE_BITS;
-
-    GigaChunkMap_c() = default;
-    GigaChunkMap_c(GigaChunkMap_c const &) = delete;
-    GigaChunkMap_c & operator=(GigaChunkMap_c const &) = delete;
-
-    /// Enters a chunk, which is not owned. Its storage must have the ALIGNMENT.
-    void Add(GigaChunk_s * pChunk);
-
-    /// Takes a chunk out.
-    void Remove(GigaChunk_s * pChunk);
-
-    /// The chunk whose storage holds the address, unless it is its pool's spare; or null.
-    GigaChunk_s * Find(void const * pPtr) const;
-
-    /// Gives the element back that holds the address; false if there is none.
-    bool Free(void const * pPtr, bool bArray) const;
+    /// Sets the peak to 0, whatever is in use.
+    void ResetHighWaterMark() { m_Marks.ClearPeak(); }
 
 private:
-    // A chunk as Free wants it.
-    struct Entry_s
-    {
-        std::uint8_t * pData = nullptr;
-        std::size_t nQuickBytes = 0;     // of the data; 0 if elements are found by division
-        std::uint64_t iReciprocal = 0;   // as the pool's
-        GigaPoolStatic_c::Group_s * pGroups = nullptr;
-        GigaPoolResizeable_c * pOwner = nullptr;
-        GigaChunk_s * pChunk = nullptr;
-    };
+    void * AllocSlow(bool bArray);
+    bool FreeSlow(unsigned iElement, bool bArray);
 
-    bool FreeRarely(void const * pPtr, bool bArray) const;
-    template <typename CALL>
-    static void ForEachPage(GigaChunk_s const & Chunk, CALL Call);
-
-    PageMap_T<Entry_s> m_Pages;
+    GigaSlab_c m_Slab;
+    GigaMarks_c m_Marks;
+    GigaOpenGroup_c m_Open;
 };
 
-/// A chain of slabs that grows.
+/// A pool that grows.
 class ZQ_API GigaPoolResizeable_c
 {
+    struct Chunk_s;
+
 public:
+    /// Finds the chunk of an address in constant time, for one pool or for several that share the map.
+    class ZQ_API ChunkMap_c
+    {
+    public:
+        ChunkMap_c() = default;
+        ChunkMap_c(ChunkMap_c const &) = delete;
+        ChunkMap_c & operator=(ChunkMap_c const &) = delete;
+
+        /// Returns the pool that holds the address in a chunk other than its spare, or null.
+        GigaPoolResizeable_c * FindPool(void const * pPtr) const;
+
+        /// Frees the element that holds the address. Returns false if there is none.
+        bool Free(void const * pPtr, bool bArray) const;
+
+        /// For the pool: enters a chunk, removes it, finds that of an address. The storage of a chunk has the
+        /// ALIGNMENT, so that no two chunks share a page.
+        void Add(Chunk_s & Chunk);
+        void Remove(Chunk_s const & Chunk);
+        Chunk_s * Find(void const * pPtr) const;
+        static constexpr std::size_t ALIGNMENT = std::size_t{ 1 } << PageMap_T<int>::PAGE_BITS;
+
+    private:
+        // A chunk as Free needs it.
+        struct Entry_s
+        {
+            std::uint8_t * pData = nullptr;
+            std::size_t nQuickBytes = 0;   // bytes of the data; 0 if IndexOf divides
+            std::uint64_t iReciprocal = 0;
+            GigaGroup_c * pGroups = nullptr;
+            GigaPoolResizeable_c * pOwner = nullptr;
+            Chunk_s * pChunk = nullptr;
+        };
+
+        bool FreeSlow(void const * pPtr, bool bArray) const;
+        template <typename CALL>
+        static void ForEachPage(Chunk_s const & Chunk, CALL Call);
+
+        PageMap_T<Entry_s> m_Pages;
+    };
+
     /// A pool that Init must set up.
     GigaPoolResizeable_c() = default;
     GigaPoolResizeable_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
+
+    /// A pool that shares a map with others: each frees elements of all. The map must outlive the pool.
+    GigaPoolResizeable_c(ChunkMap_c & Map, int iElements, int iElementSize);
     ~GigaPoolResizeable_c() { Reset(); }
     GigaPoolResizeable_c(GigaPoolResizeable_c const &) = delete;
     GigaPoolResizeable_c & operator=(GigaPoolResizeable_c const &) = delete;
 
-    /// Works out the size of a chunk: a sixteenth of the total that the caller expects, at least 256 KB, in whole groups
-    /// of 32 elements, at least one of them and at most GigaPoolStatic_c::MAX_ELEMENTS. Takes no storage. Requires a
-    /// pool without chunks.
+    /// Works out the size of a chunk: a sixteenth of the bytes that iElements take, at least 256 KB, rounded up to
+    /// whole groups of 32 elements, at most GigaPoolStatic_c::MAX_ELEMENTS. iElements is the number that the caller
+    /// expects, not a limit. Allocates nothing. Asserts that the pool has no chunks.
     void Init(int iElements, int iElementSize);
 
-    /// Frees the chunks, with the elements that are out; sizes and peak stay, and Alloc may follow.
+    /// Frees the chunks with all elements in use. Sizes and peak stay, and Alloc may follow.
     void Reset();
 
-    /// An element; takes a chunk if need be. Null only without an Init for elements of 1 byte or more, or if no chunk fits
-    /// into the address space.
+    /// Returns an element; allocates a chunk if need be. Returns null only
+    /// - without an Init for elements of 1 byte or more,
+    /// - if no chunk fits into the address space.
     void * Alloc(bool bArray);
 
-    /// As GigaPoolStatic_c::Free. False for a pointer of no chunk, which leaves the water mark as it is. A chunk without
-    /// elements becomes the spare, or goes back to the heap if there is one.
-    bool Free(void const * pPtr, bool bArray);
+    /// Returns whether the next Alloc takes the fast path, which does not fail.
+    bool IsAllocFast() const { return m_Open.HasTwoFree(); }
 
-    /// Whether a chunk with elements out holds the pointer; the spare does not count. Constant time.
-    bool IsValid(void const * pPtr) const;
+    /// As GigaPoolStatic_c::Free. Returns false for a pointer of no chunk and leaves the water mark as it is. A chunk
+    /// without elements becomes the spare, or is freed if there is a spare.
+    bool Free(void const * pPtr, bool bArray) { return m_pMap->Free(pPtr, bArray); }
 
-    /// Not to be called: fails an assertion and gives false.
+    /// Returns whether a chunk with elements in use holds the pointer. The spare does not count.
+    bool IsValid(void const * pPtr) const { return m_pMap->FindPool(pPtr) != nullptr; }
+
+    /// Not to be called: fails an assertion and returns false.
     bool IsArray(void const * pPtr) const;
 
-    /// Bytes of an element, elements out now, and the most that were.
+    /// Returns the bytes of an element, the number of elements in use, and the most that were in use at once.
     int ElementSize() const { return m_iElementSize; }
-    int WaterMark() const { return m_iWaterMark; }
-    int HighWaterMark() const { return m_iHighWaterMark; }
+    int WaterMark() const { return m_Marks.Level(); }
+    int HighWaterMark() const { return m_Marks.Peak(); }
 
-    /// Sets the peak to 0, whatever is out.
-    void ResetHighWaterMark() { m_iHighWaterMark = 0; }
+    /// Sets the peak to 0, whatever is in use.
+    void ResetHighWaterMark() { m_Marks.ClearPeak(); }
 
 private:
-    friend class GigaChunkMap_c;
-    friend class StaticMemoryPool_c;
+    void * AllocSlow(bool bArray);
+    bool Free(Chunk_s & Chunk, GigaGroup_c * pGroups, unsigned iElement, bool bArray);
+    void FreeSlow(Chunk_s & Chunk, unsigned iElement, bool bArray);
+    void OpenGroup();
+    void CloseGroup();
+    bool AddChunk();
+    void Retire(Chunk_s * pChunk);
+    void Destroy(Chunk_s * pChunk);
+    void DestroyList(Chunk_s *& pList);
 
-    bool LeavesRoom() const { return m_Head.LeavesRoom(); }
-    void * TakeQuickly(bool bArray);
-    void * AllocRarely(bool bArray);
-    bool FreeQuickly(GigaChunk_s & Chunk, GigaPoolStatic_c::Group_s * pGroups, unsigned iElement, bool bArray);
-    bool FreeRarely(GigaChunk_s & Chunk, unsigned iElement, bool bArray);
-    void OpenHead();
-    void CloseHead();
-    bool TakeChunk();
-    void Retire(GigaChunk_s * pChunk);
-    void Destroy(GigaChunk_s * pChunk);
-    void DestroyList(GigaChunk_s *& pList);
-
-    int m_iWaterMark = 0;
-    int m_iHighWaterMark = 0;
-    GigaChunk_s * m_pFullList = nullptr;   // no element left
-    GigaChunk_s * m_pHalfList = nullptr;   // with elements left
-    GigaChunk_s * m_pEmpty = nullptr;      // the spare
+    GigaMarks_c m_Marks;
+    Chunk_s * m_pFullList = nullptr;   // no element free
+    Chunk_s * m_pHalfList = nullptr;   // with free elements
+    Chunk_s * m_pEmpty = nullptr;      // the spare
     int m_iElementsPerChunk = 0;
     int m_iElementSize = 0;
-    GigaPoolStatic_c::Head_s m_Head;   // of the first chunk of m_pHalfList
-    GigaChunkMap_c m_OwnMap;
-    GigaChunkMap_c * m_pMap = &m_OwnMap;   // all chunks, the spare included; pools that share a map free for each other
+    GigaOpenGroup_c m_Open;                                        // of the first chunk of m_pHalfList
+    GigaGroup_c::Last_e m_eOpenLast = GigaGroup_c::Last_e::Free;   // Keep if the rest of the chunk is not in use
+    ChunkMap_c m_OwnMap;
+    ChunkMap_c * m_pMap = &m_OwnMap;   // holds all chunks, the spare too
 };
 
 #include "zqcore/cgigapool.inl"

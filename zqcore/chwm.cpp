@@ -61,8 +61,7 @@ void StaticMemoryPool_c::AddGroup(unsigned int element_size, unsigned int elemen
         ZQ_ASSERT_TEXT(nGroups < MAX_GROUPS, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
         return;
     }
-    auto * const pPool = ZQ_NEW GigaPoolResizeable_c(ClampToInt(elements_total), ClampToInt(element_size));
-    pPool->m_pMap = &m_Map;
+    auto * const pPool = ZQ_NEW GigaPoolResizeable_c(m_Map, ClampToInt(elements_total), ClampToInt(element_size));
     m_dGroups.Add({ elements_total, element_size, pPool, false });
     SetPools();
 }
@@ -102,16 +101,15 @@ void * StaticMemoryPool_c::AllocRarely(unsigned int nBytes, bool bArray)
 
 int StaticMemoryPool_c::IsValid(void const * pPtr)
 {
-    GigaChunk_s const * const pChunk = m_Map.Find(pPtr);
-    return pChunk ? pChunk->pOwner->ElementSize() : 0;
+    GigaPoolResizeable_c const * const pPool = m_Map.FindPool(pPtr);
+    return pPool ? pPool->ElementSize() : 0;
 }
 
 bool StaticMemoryPool_c::IsArray(void const * pPtr)
 {
-    GigaChunk_s const * const pChunk = m_Map.Find(pPtr);
-    if (pChunk)
+    if (GigaPoolResizeable_c const * const pPool = m_Map.FindPool(pPtr))
     {
-        return pChunk->pOwner->IsArray(pPtr);
+        return pPool->IsArray(pPtr);
     }
     ZQ_ASSERT(0);
     return false;

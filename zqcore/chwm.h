@@ -81,7 +81,7 @@ private:
     SortedArray_T<AllocGroup_s, StaticArrayLenTraits_T<AllocGroup_s, MAX_GROUPS>> m_dGroups;   // smallest first
     String_T<256> m_sName;
     GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // by size in steps; null if a step's sizes need two classes
-    GigaChunkMap_c m_Map;                              // chunks of all classes
+    GigaPoolResizeable_c::ChunkMap_c m_Map;            // chunks of all classes
 };
 
 /// Returns the pool of the smallest class that fits, or null if that needs a walk over the classes.
@@ -93,11 +93,11 @@ inline GigaPoolResizeable_c * StaticMemoryPool_c::PoolFor(unsigned int nBytes) c
 inline void * StaticMemoryPool_c::Alloc(unsigned int nBytes, bool bArray)
 {
     GigaPoolResizeable_c * const pPool = PoolFor(nBytes);
-    if (pPool && pPool->LeavesRoom()) [[likely]]
+    if (pPool && pPool->IsAllocFast()) [[likely]]
     {
-        return pPool->TakeQuickly(bArray);
+        return pPool->Alloc(bArray);   // never null
     }
-    void * const p = pPool ? pPool->AllocRarely(bArray) : nullptr;
+    void * const p = pPool ? pPool->Alloc(bArray) : nullptr;
     return p ? p : AllocRarely(nBytes, bArray);
 }
 

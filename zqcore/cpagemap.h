@@ -1,8 +1,18 @@
-// cpagemap.h: a value for each page of the address space, in a hash table that answers in one look as a rule.
+// cpagemap.h: a value for each page of the address space, in a hash table that a lookup probes once as a rule.
 //
-// A page is at home in the slot that the lower bits of its number lead to: memory that is taken together has pages side
-// by side, which never meet there. Where two pages do meet, the second one goes elsewhere, and the table grows sooner.
-// No lock: one thread at a time.
+// The home slot of a page is the slot that the lower bits of its number select. Memory that is allocated together has
+// neighbouring pages, whose home slots differ. If the home slot of a page is taken, the page goes elsewhere, and the
+// table grows sooner.
+//
+// Ownership: the map owns copies of the values.
+// Threads: no lock; one thread at a time.
+// Cost: a lookup reads one slot as a rule. Add allocates when the table grows: 4 to 16 slots for each page.
+// Failure: none is reported. Adding a page twice, or removing an absent one, breaks the map.
+//
+//     PageMap_T<int> Pages;
+//     static int s_iObject;
+//     Pages.Add(Pages.PageOf(&s_iObject), 7);
+//     int const iValue = Pages.Find(Pages.PageOf(&s_iObject));   // 7
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -11,7 +21,7 @@
 #include <cstddef>
 #include <utility>
 
-/// VALUE must be copyable; a value that is made without arguments stands for no page.
+/// VALUE must be copyable. A default-constructed value means that there is no page.
 template <typename VALUE>
 class PageMap_T
 {
@@ -23,14 +33,14 @@ public:
     PageMap_T(PageMap_T const &) = delete;
     PageMap_T & operator=(PageMap_T const &) = delete;
 
-    /// The number of the page on which an address lies.
+    /// Returns the number of the page on which an address lies.
     static std::uintptr_t PageOf(void const * pAddress)
     {
         return reinterpret_cast<std::uintptr_t>(pAddress) >> PAGE_BITS;
     }
 
-    /// The value of the address's page; or of another page, or of none, unless the page is at home. The quick way for a
-    /// caller that sees from the value whose it is.
+    /// Probes the home slot only, so it may return another page's value, or a default one: the caller must check. The
+    /// fast path for values that name their addresses.
     VALUE const & AtHome(void const * pAddress) const
     {
         constexpr int SLOT_BITS = std::bit_width(sizeof(Slot_s)) - 1;
@@ -38,10 +48,10 @@ public:
         return reinterpret_cast<Slot_s const *>(reinterpret_cast<std::byte const *>(m_pSlots) + iSlot)->Value;
     }
 
-    /// The value of the page; that of none if there is no such page.
+    /// Returns the value of a page, or a default value if there is no such page.
     VALUE const & Find(std::uintptr_t iPage) const { return m_pSlots[SlotOf(iPage)].Value; }
 
-    /// Enters a page, which must not be there yet.
+    /// Adds a page. Requires that it is not in the map.
     void Add(std::uintptr_t iPage, VALUE const & Value)
     {
         bool const bAtHome = SlotOf(iPage) == (iPage & (m_nSlots - 1));
@@ -53,14 +63,14 @@ public:
         ++m_nUsed;
     }
 
-    /// Takes a page out, which must be there. Without pages the map has no storage.
+    /// Removes a page. Requires that it is in the map. A map without pages has no storage.
     void Remove(std::uintptr_t iPage)
     {
         std::size_t i = SlotOf(iPage);
         m_pSlots[i] = {};
         for (i = NextSlot(i); m_pSlots[i].iPage != NO_PAGE; i = NextSlot(i))
         {
-            Slot_s const Slot = std::exchange(m_pSlots[i], {});   // it may have gone past the page
+            Slot_s const Slot = std::exchange(m_pSlots[i], {});   // it may have been stored past the page
             m_pSlots[SlotOf(Slot.iPage)] = Slot;
         }
         if (--m_nUsed == 0)
@@ -79,7 +89,7 @@ private:
     };
     static_assert(std::has_single_bit(sizeof(Slot_s)), "AtHome shifts by the size");
 
-    // The page's slot, or the free one where it would go.
+    // Returns the slot of a page, or the free slot that it would get.
     std::size_t SlotOf(std::uintptr_t iPage) const
     {
         std::size_t i = iPage & (m_nSlots - 1);
@@ -90,7 +100,8 @@ private:
         return i;
     }
 
-    // Far away, by the golden ratio, so that a run of pages that meets another one is past it in a step or two.
+    // The step is the golden ratio of the table, so that a run of pages that collides with another run leaves it after
+    // a step or two.
     std::size_t NextSlot(std::size_t iSlot) const
     {
         auto const nStep =
@@ -136,10 +147,10 @@ private:
         }
     }
 
-    static constinit inline Slot_s s_NoSlot;   // the only one of a map without pages; it stays free
+    static constinit inline Slot_s s_NoSlot;   // the only slot of a map without pages; always free
 
     Slot_s * m_pSlots = &s_NoSlot;
     std::size_t m_nSlots = 1;      // a power of 2
-    std::size_t m_iHomeMask = 0;   // of the bytes by which a slot can stand behind the first
+    std::size_t m_iHomeMask = 0;   // of the distance of a home slot from the first, in bytes
     std::size_t m_nUsed = 0;       // at most a quarter of the slots
 };

@@ -27,6 +27,7 @@
 #include "zqcore/cfilesave.h"
 #include "zqcore/cfiletrack.h"
 #include "zqcore/cgigapool.h"
+#include "zqcore/cgigaslab.h"
 #include "zqcore/cguid.h"
 #include "zqcore/chash.h"
 #include "zqcore/chwm.h"

@@ -1,0 +1,315 @@
+// cgigaslab.h: the storage of the element pools: a slab of equal-sized elements in groups of 32.
+//
+// For cgigapool.h; hosts use its pools. A slab has a record with two bit masks for each group, and two chains of
+// records: the groups with a free element and the full ones. The group from which a pool allocates is open: the pool
+// holds a copy of its masks, and those in the record are out of date until the group is closed. The copy saves time
+// because each call reads what the previous call wrote, and a processor forwards such a value fastest at a fixed
+// address.
+//
+// Ownership: a slab owns its elements and records; an open group points into them.
+// Threads: one at a time.
+// Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
+// Failure: a slab that gets no memory has no storage. Misuse fails an assertion and changes nothing.
+//
+//     GigaSlab_c Slab;
+//     GigaOpenGroup_c Open;
+//     Slab.Init(64, 16, GigaSlab_c::MIN_ALIGNMENT);
+//     Slab.OpenGroup(Open);
+//     void * const pElement = Open.Alloc(false, Slab.GetElementSize());
+//     Slab.CloseGroup(Open);
+//     Slab.Free(Slab.IndexOf(pElement));
+#pragma once
+
+#include "zqcore/cdebug.h"
+
+#include "platform/checker.h"
+
+#include <bit>
+#include <cstddef>
+#include <cstring>
+
+/// The null value of a group's index.
+inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
+
+/// Record of 32 neighbouring elements: which are allocated, and its place in a chain. An element is named by its index
+/// in the slab or in the group: element i has bit i modulo 32.
+class GigaGroup_c
+{
+public:
+    static constexpr int ELEMENTS = 32;
+
+    GigaGroup_c() = default;
+    GigaGroup_c(int iNext, int iPrev);
+
+    /// Returns a record without a free element.
+    static constexpr GigaGroup_c Full();
+
+    bool IsEmpty() const { return Lower(Masks()) == 0; }
+    bool IsFull() const { return Lower(Masks()) == ALL; }
+    bool HasTwoFree() const { return Lower(WithLowestFree(Masks())) != ALL; }
+
+    /// Returns whether the element is allocated, and whether it is allocated as an array.
+    bool IsAllocated(unsigned iElement) const { return (m_iBits & Lower(BothBits(iElement))) != 0; }
+    bool IsArray(unsigned iElement) const { return (m_iArray & Lower(BothBits(iElement))) != 0; }
+
+    /// Allocates the lowest free element. Returns its index in the group. Requires a free element.
+    unsigned Alloc(bool bArray);
+
+    /// Whether Free may free the last allocated element.
+    enum class Last_e : std::uint32_t
+    {
+        Free = 0,
+        Keep = 1
+    };
+
+    /// Frees an element. Returns false and changes nothing if
+    /// - it is the last allocated one, and eLast is Keep,
+    /// - it is not allocated, or not with this bArray.
+    /// Requires a group that is not full: a full one has to change its chain.
+    bool Free(unsigned iElement, bool bArray, Last_e eLast);
+
+    /// Frees an element in any case.
+    void FreeAnyway(unsigned iElement) { SetMasks(Masks() & ~BothBits(iElement)); }
+
+    /// Copies the masks but not the links.
+    void CopyMasks(GigaGroup_c const & Other) { SetMasks(Other.Masks()); }
+
+private:
+    static constexpr std::uint32_t ALL = 0xFFFFFFFF;
+
+    // Both masks as one word, m_iBits in the lower half.
+    std::uint64_t Masks() const;
+    void SetMasks(std::uint64_t iMasks);
+    static std::uint32_t Lower(std::uint64_t iMasks) { return static_cast<std::uint32_t>(iMasks); }
+    static std::uint64_t WithLowestFree(std::uint64_t iMasks) { return iMasks | (iMasks + 1); }
+    static std::uint64_t BothBits(unsigned iElement);
+
+    std::uint32_t m_iBits = 0;    // allocated elements
+    std::uint32_t m_iArray = 0;   // those that are arrays
+
+public:
+    std::uint16_t iNext = 0;   // index of a group, or GIGA_GROUP_NULL
+    std::uint16_t iPrev = 0;
+};
+
+/// The group from which a pool allocates: a copy of its masks.
+class GigaOpenGroup_c
+{
+public:
+    using Last_e = GigaGroup_c::Last_e;
+
+    bool IsOpen() const { return m_pRecord != nullptr; }
+    bool IsEmpty() const { return m_Group.IsEmpty(); }
+    bool HasTwoFree() const { return m_Group.HasTwoFree(); }   // false if no group is open
+
+    /// Allocates the lowest free element. Returns its address. Requires a free element.
+    void * Alloc(bool bArray, int iElementSize);
+
+    /// Calls GigaGroup_c::Free for the element's group: with eOpenLast if that is open, else with eLast. Returns false
+    /// for a full group too. dGroups are the records of the element's slab.
+    bool Free(GigaGroup_c * dGroups, unsigned iElement, bool bArray, Last_e eLast, Last_e eOpenLast);
+
+    /// Returns where the masks of a group are up to date: the copy if the group is open, else the record.
+    GigaGroup_c const & UpToDate(GigaGroup_c const & Record) const { return &Record == m_pRecord ? m_Group : Record; }
+
+    /// Copies the masks of a record, and back to it. pElements is the address of the group's first element.
+    void Open(GigaGroup_c & Record, std::uint8_t * pElements);
+    void Close();
+
+private:
+    GigaGroup_c m_Group = GigaGroup_c::Full();
+    GigaGroup_c * m_pRecord = nullptr;   // null: no group is open
+    std::uint8_t * m_pElements = nullptr;
+};
+
+/// A slab of elements.
+class ZQ_API GigaSlab_c
+{
+public:
+    static constexpr int MAX_ELEMENTS = (GIGA_GROUP_NULL - 1) * GigaGroup_c::ELEMENTS;   // 2,097,088
+    static constexpr std::size_t MIN_ALIGNMENT = 16;                                     // of the heap's blocks
+
+    GigaSlab_c() = default;
+    ~GigaSlab_c() { Reset(); }
+    GigaSlab_c(GigaSlab_c const &) = delete;
+    GigaSlab_c & operator=(GigaSlab_c const &) = delete;
+
+    /// Allocates storage as GigaPoolStatic_c::Init says. Its address is a multiple of nAlignment, a power of 2 of at
+    /// least MIN_ALIGNMENT. Returns false if the slab has storage already.
+    bool Init(int iElements, int iElementSize, std::size_t nAlignment);
+
+    /// Frees the storage. The sizes stay.
+    void Reset();
+
+    /// Asserts that there is storage. Returns whether there is. The message of the second form names iWaterMark.
+    bool RequireStorage() const;
+    bool RequireStorageToAlloc(int iWaterMark) const;
+
+    int GetElementSize() const { return m_iElementSize; }
+    bool IsFull() const { return m_iFreeList == GIGA_GROUP_NULL; }
+    std::uint8_t * GetData() const { return m_pData; }
+    std::size_t GetDataBytes() const { return m_nDataBytes; }
+    GigaGroup_c * GetGroups() const { return m_pGroups; }
+    GigaGroup_c & GroupOf(unsigned iElement) const { return m_pGroups[iElement / GigaGroup_c::ELEMENTS]; }
+
+    /// Returns whether the address lies in the storage.
+    bool Holds(void const * pPtr) const;
+
+    /// Returns the index of the element that holds an address. Requires Holds(pPtr).
+    unsigned IndexOf(void const * pPtr) const;
+
+    /// Returns the index of the element at a distance in bytes from the first one. iReciprocal is GetReciprocal(), and
+    /// not 0: with 0 the index takes a division.
+    static unsigned IndexOf(std::size_t nDistance, std::uint64_t iReciprocal)
+    {
+        return static_cast<unsigned>((nDistance * iReciprocal) >> RECIPROCAL_BITS);
+    }
+    std::uint64_t GetReciprocal() const { return m_iReciprocal; }
+
+    /// Returns the address of an element.
+    std::uint8_t * At(unsigned iElement) const;
+
+    /// Opens the head of the chain of groups with a free element, if there is one.
+    void OpenGroup(GigaOpenGroup_c & Open) const;
+
+    /// Closes the open group, if there is one. A full group changes its chain.
+    void CloseGroup(GigaOpenGroup_c & Open);
+
+    /// Asserts that the element is allocated, and with this bArray. Returns whether it is allocated afterwards: a
+    /// receiver of the assertion may have used the pool.
+    bool RequireAllocated(GigaOpenGroup_c const & Open, unsigned iElement, bool bArray) const;
+
+    /// Frees an allocated element while no group of the slab is open. A full group changes its chain.
+    void Free(unsigned iElement);
+
+private:
+    void AllocData(std::size_t nAlignment);
+    void SetElementSize(int iElementSize);
+    void Chain(int & list, int link);
+    void Unchain(int & list, int link);
+
+    // With these limits the rounding never reaches the next element, and no product leaves 64 bits.
+    static constexpr int RECIPROCAL_BITS = 42;
+    static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to that power
+
+    GigaGroup_c * m_pGroups = nullptr;
+    std::uint8_t * m_pData = nullptr;
+    int m_iNumGroups = 0;
+    int m_iNumElements = 0;
+    int m_iElementSize = 0;
+    int m_iFreeList = 0;                 // head of the groups with a free element
+    int m_iFullList = GIGA_GROUP_NULL;   // head of the groups without
+    std::size_t m_nDataBytes = 0;        // of m_pData
+    std::uint64_t m_iReciprocal = 0;     // 2 to RECIPROCAL_BITS by the element size, rounded up; 0: IndexOf divides
+    std::uint8_t * m_pBlock = nullptr;   // the heap's block that holds m_pData
+};
+
+inline GigaGroup_c::GigaGroup_c(int iNextGroup, int iPrevGroup)
+    : iNext(static_cast<std::uint16_t>(iNextGroup))
+    , iPrev(static_cast<std::uint16_t>(iPrevGroup))
+{}
+
+constexpr GigaGroup_c GigaGroup_c::Full()
+{
+    GigaGroup_c Group;
+    Group.m_iBits = ALL;
+    return Group;
+}
+
+inline std::uint64_t GigaGroup_c::Masks() const
+{
+    std::uint64_t iMasks;
+    std::memcpy(&iMasks, this, sizeof iMasks);
+    return iMasks;
+}
+
+inline void GigaGroup_c::SetMasks(std::uint64_t iMasks)
+{
+    std::memcpy(static_cast<void *>(this), &iMasks, sizeof iMasks);
+}
+
+// The element's bit in both masks.
+inline std::uint64_t GigaGroup_c::BothBits(unsigned iElement)
+{
+    return std::rotl(0x100000001ull, static_cast<int>(iElement));   // the same every ELEMENTS
+}
+
+inline unsigned GigaGroup_c::Alloc(bool bArray)
+{
+    std::uint64_t const iWas = Masks();
+    std::uint64_t const iNow = WithLowestFree(iWas);
+    SetMasks(bArray ? iNow | (iNow ^ iWas) << ELEMENTS : iNow);
+    return ZQ_FIRST_BIT(~Lower(iWas));
+}
+
+inline bool GigaGroup_c::Free(unsigned iElement, bool bArray, Last_e eLast)
+{
+    std::uint64_t const iBoth = BothBits(iElement);
+    std::uint64_t const iWas = Masks();
+    std::uint64_t const iNow = iWas ^ (bArray ? iBoth : Lower(iBoth));
+    if ((iNow & iBoth) != 0 || Lower(iNow) < static_cast<std::uint32_t>(eLast))
+    {
+        return false;
+    }
+    SetMasks(iNow);
+    return true;
+}
+
+inline void * GigaOpenGroup_c::Alloc(bool bArray, int iElementSize)
+{
+    auto const nElementSize = static_cast<std::size_t>(iElementSize);
+    void * const pElement = m_pElements + m_Group.Alloc(bArray) * nElementSize;
+    plat::CheckerAllow(pElement, nElementSize);
+    return pElement;
+}
+
+inline bool GigaOpenGroup_c::Free(GigaGroup_c * dGroups, unsigned iElement, bool bArray, Last_e eLast, Last_e eOpenLast)
+{
+    GigaGroup_c * const pRecord = dGroups + iElement / GigaGroup_c::ELEMENTS;
+    if (pRecord == m_pRecord) [[likely]]
+    {
+        return m_Group.Free(iElement, bArray, eOpenLast);   // a branch, so that the copy's address stays fixed
+    }
+    return !pRecord->IsFull() && pRecord->Free(iElement, bArray, eLast);
+}
+
+inline void GigaOpenGroup_c::Open(GigaGroup_c & Record, std::uint8_t * pElements)
+{
+    m_Group.CopyMasks(Record);
+    m_pRecord = &Record;
+    m_pElements = pElements;
+}
+
+inline void GigaOpenGroup_c::Close()
+{
+    m_pRecord->CopyMasks(m_Group);
+    m_Group.CopyMasks(GigaGroup_c::Full());
+    m_pRecord = nullptr;
+}
+
+inline bool GigaSlab_c::Holds(void const * pPtr) const
+{
+    return reinterpret_cast<std::uintptr_t>(pPtr) - reinterpret_cast<std::uintptr_t>(m_pData) < m_nDataBytes;
+}
+
+inline unsigned GigaSlab_c::IndexOf(void const * pPtr) const
+{
+    std::size_t const nDistance = reinterpret_cast<std::uintptr_t>(pPtr) - reinterpret_cast<std::uintptr_t>(m_pData);
+    if (m_iReciprocal == 0) [[unlikely]]
+    {
+        return static_cast<unsigned>(nDistance / static_cast<std::size_t>(m_iElementSize));
+    }
+    return IndexOf(nDistance, m_iReciprocal);
+}
+
+inline std::uint8_t * GigaSlab_c::At(unsigned iElement) const
+{
+    return m_pData + iElement * static_cast<std::size_t>(m_iElementSize);
+}
+
+inline bool GigaSlab_c::RequireStorage() const
+{
+    ZQ_ASSERT(m_pData);
+    ZQ_ASSERT(m_pGroups);
+    return m_pData && m_pGroups;
+}
