@@ -12,17 +12,18 @@
 #include <climits>
 #include <cstdarg>
 
-/// The worker's side of the queue.
+/// The part of the queue that the worker uses.
 class FileRequests_c
 {
 public:
     /// The thread.
     static void Work(void *);
 
-    /// Leaves the worker, and what it held, to the parent of a fork.
+    /// In the child of a fork: forgets the worker and renews the locks that it may have held.
     static void LeaveWorker();
 
-    /// Serves all requests here. A receiver of an open's event may add some; the outer call serves those.
+    /// Serves all requests in this call. A receiver of the event of an open may add requests; the outer call serves
+    /// those.
     static void ServeAll()
     {
         static bool s_bServing = false;
@@ -51,13 +52,13 @@ namespace
     constinit plat::WakeUp_c g_WakeUp;     // a request was added, or the worker is to stop
     constinit std::atomic<bool> g_bStop = false;
     constinit bool g_bNoWorker = false;     // the system gave no thread
-    constinit bool g_bWorkerLost = false;   // this is the child of a fork, which has no worker yet
+    constinit bool g_bWorkerLost = false;   // set in the child of a fork until it starts a worker
 
     plat::ForkLock_c const g_AsyncForkLock(g_csAsync);
     plat::ForkLock_c const g_StayerForkLock(g_StayerLock);
     plat::ForkHandler_c const g_WorkerForkHandler({ nullptr, nullptr, FileRequests_c::LeaveWorker });
 
-    // From the last dot of the last component on; empty without one.
+    // Returns the part from the last dot of the last component on, or an empty text.
     char const * ExtensionOf(File_c const & File)
     {
         char const * const szDot = std::strrchr(PathFileName(File.sName), '.');
@@ -82,7 +83,7 @@ namespace
         return g_dStayerFiles[iStayer];
     }
 
-    // Deletes the entries that the predicate picks by index, and frees the storage of an empty list.
+    // Deletes the entries that Pick selects by index, and frees the storage of an empty list.
     template <typename PICK>
     void DeleteStayers(PICK Pick)
     {
@@ -100,28 +101,21 @@ namespace
         }
     }
 
-    // Calls with each file of the extension, in table order; how many there are. Objects lie in the order of the scan,
-    // so each would be met cold: the next one's lines are asked for here, as g++ takes a function that does nothing
-    // else for one without effect and drops its calls.
+    // Calls with each file of the extension, in table order. Returns how many there are.
     template <typename CALL>
     int ForEachOfType(char const * szExt, CALL Call)
     {
-        constexpr std::size_t CACHE_LINE = 64;
         ZQ_ASSERT(szExt);
         int nFiles = 0;
-        FileTable_t::Slot_s * pNext;
-        for (FileTable_t::Slot_s * pSlot = szExt ? g_sFileObjects.First() : nullptr; pSlot; pSlot = pNext)
+        if (szExt)
         {
-            pNext = g_sFileObjects.Next(pSlot);
-            auto const * const pBytes = reinterpret_cast<unsigned char const *>(pNext ? pNext->pObject : nullptr);
-            for (std::size_t i = 0; pBytes && i < sizeof(File_c); i += CACHE_LINE)
+            for (File_c & File : g_sFileObjects)
             {
-                ZQ_PREFETCH(pBytes + i);
-            }
-            if (std::strcmp(ExtensionOf(*pSlot->pObject), szExt) == 0)
-            {
-                Call(*pSlot->pObject);
-                ++nFiles;
+                if (std::strcmp(ExtensionOf(File), szExt) == 0)
+                {
+                    Call(File);
+                    ++nFiles;
+                }
             }
         }
         return nFiles;
@@ -132,7 +126,8 @@ namespace
         return reinterpret_cast<void *>(std::intptr_t{ iRequest });
     }
 
-    // In the child of a fork the first use starts a worker, which begins with the request that the parent's was at.
+    // In the child of a fork the first use starts a worker. It begins with the request that the parent's worker was
+    // serving.
     void RestoreWorker()
     {
         if (std::exchange(g_bWorkerLost, false))
@@ -141,7 +136,7 @@ namespace
         }
     }
 
-    // Asks without the lock: only this thread moves requests.
+    // Reads without the lock: only this thread moves requests.
     bool TakeIfLoaded(int iRequest)
     {
         if (!std::atomic_ref(g_pAsyncFiles[iRequest].bLoaded).load(std::memory_order_acquire))
@@ -228,7 +223,7 @@ void FileRequests_c::Work(void *)
 {
     while (!g_bStop.load(std::memory_order_acquire))
     {
-        plat::ThreadSetIdleClass();   // again after each request: who waited has lifted the thread
+        plat::ThreadSetIdleClass();   // again after each request: a waiting thread may have raised the class
         if (!FileAsyncIsStopping() && !ServeOldest())
         {
             g_WakeUp.Wait();
@@ -247,8 +242,8 @@ void FileRequests_c::LeaveWorker()
     }
 }
 
-// The lock is not held while the disk is read: a thread of idle class may take long to give it back. The request keeps
-// its place among those that wait, as the others go only when they are done.
+// The lock is not held while the disk is read: a thread of idle class may hold it for long. The request stays the
+// oldest of those that wait, because only requests that are done are removed.
 bool FileRequests_c::ServeOldest()
 {
     AsyncFile_t Request;

@@ -1,65 +1,81 @@
-// cfileasync.h: when the contents of files come into memory, apart from a plain FileOpen.
+// cfileasync.h: when the contents of files are read, apart from a plain FileOpen: stayers, prefetch, asynchronous open.
 //
-// A stayer is a file that stays resident after its last reader closed it: the game registers types, and the first read
-// of such a file takes a reference that FileStayerResetAll gives back. So does FileResetFiles for the files that it
-// forgets. Prefetch reads all files of a type now. An asynchronous open hands a read to the worker, one thread at idle
-// class that ModuleFile_c starts and stops and that sleeps while nothing waits; the caller polls for the end.
+// A stayer is a file that stays in memory after its last reader closed it. The game registers extensions, and the first
+// read of a file with such an extension adds a reference, which FileStayerResetAll releases. FileResetFiles releases it
+// for the files that it removes. Prefetch reads all files of an extension now. An asynchronous open gives a read to the
+// worker, a thread at idle class that ModuleFile_c starts and stops; the caller polls for the end.
 //
-// What a request leaves; a failed read is done too, leaves nothing and takes no reference:
+// What a request leaves:
 //
-//   pBuffer | file was     | contents                            | reference taken
+//   pBuffer | file was     | contents                            | reference added
 //   null    | not resident | in pData                            | yes: the caller must FileClose
 //   null    | resident     | in pData                            | yes
 //   set     | not resident | in the buffer; pData stays null     | no
 //   set     | resident     | copied to the buffer                | yes
 //
-// "Was" speaks of the moment when the worker comes to the request. A caller with a buffer closes only if it knows that
-// the file was resident, for instance because it held a reference of its own from before the request to after it; one
-// that can't know does not close: then the file may stay in memory, but nobody's reference is taken away.
+// "Was" means the time at which the worker serves the request. A caller with a buffer must close only if it knows that
+// the file was resident, for instance because it held a reference of its own from before the request until after it. A
+// caller that cannot know does not close: the file may then stay in memory, but nobody else's reference is released.
 //
-// All of this is called from the main thread. The worker holds the lock of the file that it reads, so a FileOpen of
-// that file waits for it and lifts it to the normal class meanwhile, as the module's shutdown does. Where the system lets
-// no thread be lifted (ThreadCanBeLifted in threads.h), the worker reads a FileOnDisk_c without its lock: a FileOpen then
-// reads the file itself, and the shutdown breaks the worker's read off. Nothing else here waits for a read in progress.
-// Up to the poll that saw a request done, its file must not be closed, refreshed, killed or reset.
+// Ownership: the caller owns file and buffer. Until the poll that sees a request done, the buffer must exist, and the
+//   file must not be closed, refreshed, killed or reset.
+// Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. A FileOpen of that
+//   file, or the shutdown of the module, waits for it and raises it to the normal class meanwhile. On a system that
+//   cannot raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c without its lock: a FileOpen then
+//   reads the file itself, and the shutdown aborts the read of the worker. Nothing else here waits for a read in
+//   progress. The child of a fork has the requests and files of the parent, and starts a worker at the first call that
+//   needs one. At the fork no other thread may use a file that is in no table and has no request.
+// Cost: the worker sleeps while there is no request. FilePrefetch and FileUnfetch walk the table of files.
+// Failure: a failed read is done too; it leaves nothing and adds no reference.
 //
-// The child of a fork has the requests and files of the parent and starts a worker at the first call that needs one. A
-// file that is in no table and has no request must not be in use by another thread at the fork.
+//     if (File_c * const pFile = g_sFileObjects.FindByName("level1.map"))
+//     {
+//         void * const hRequest = FileAsyncOpen(pFile, nullptr);
+//         while (!FileAsyncIsLoaded(hRequest))
+//         {}   // a game renders a frame here
+//         if (pFile->pData)
+//         {
+//             FileClose(pFile);   // a failed read added no reference
+//         }
+//     }
 #pragma once
 
 #include "zqcore/cfile.h"
 
-/// Types that may be registered when FileStayerRegister is called; what one call adds is not limited.
+/// FileStayerRegister asserts that fewer extensions than these are registered. What one call adds is not limited.
 inline constexpr int g_iMaxStayerTypes = 32;
 
-/// Registers the extensions of a list that a null pointer ends. Names are compared exactly, so they are to be in lower
-/// case and with their dot; 7 characters count. Files that are resident already do not stay for that.
+/// Registers extensions: a list that ends with a null pointer. They are compared exactly, so they must be in lower case
+/// and begin with the dot; 7 characters count. Files that are in memory already do not become stayers.
 ZQ_API void FileStayerRegister(char const * szExtList, ...);
 
-/// Forgets the registered extensions. Files that stay go on staying.
+/// Removes the registered extensions. Stayers remain stayers.
 ZQ_API void FileStayerResetMask();
 
-/// Closes each file that stays once for each time it was read, in the order of the reads. The extensions stay.
+/// Closes each stayer once for each reference that its reads added, in the order of the reads. Extensions stay
+/// registered.
 ZQ_API void FileStayerResetAll();
 
-/// Opens all files of an extension, given in lower case with its dot; each holds a reference until FileUnfetch. A file
-/// that can't be read counts in the log line all the same.
+/// Opens all files of an extension, in lower case with its dot. Each has a reference more until FileUnfetch. The count
+/// in the log line includes files that cannot be read.
 ZQ_API void FilePrefetch(char const * szExt);
 
-/// Closes all files of an extension once. Without a prefetch that takes the reference of somebody else.
+/// Closes all files of an extension once. Requires a FilePrefetch: else it releases the reference of another caller.
 ZQ_API void FileUnfetch(char const * szExt);
 
-/// Queues a read of the file, into its own block or into a buffer of iLength bytes as of this call, which must stay
-/// until the request is done; the handle. A file that is larger by then is not read. Requests are served in order, one at a time; those made while the module is not up wait for its
-/// start, those left at its Shutdown are dropped. If the system gives no thread they are served here, at once.
+/// Queues a read of the file: into its own block, or into a buffer that has at least the iLength bytes of the file as
+/// of this call. A file that is larger when it is served is not read into a buffer. Returns a handle.
+/// - Requests are served in order, one at a time.
+/// - Requests from before the module is up wait for its start. Its Shutdown drops those that are left.
+/// - If the system has no thread for a worker, this call serves the request.
 ///
-/// A handle is a position: the poll that sees a request done removes it, and those behind it move down by one. With
-/// more than one request under way poll the newest handle first, or poll by file.
+/// A handle is a position: the poll that sees a request done removes it, and later requests move down by one. With more
+/// than one request poll the newest handle first, or poll by file.
 ZQ_API void * FileAsyncOpen(File_c * pFile, void * pBuffer);
 
-/// Whether the request is done, well or not; then it is removed, so this is said once. An unknown handle fails an
-/// assertion.
+/// Returns whether the request is done, even if its read failed, and then removes it: it returns true only once.
+/// Asserts that the handle is known.
 ZQ_API bool FileAsyncIsLoaded(void * file);
 
-/// The same for the oldest request for this file; false also if there is none. Walks the requests.
+/// The same for the oldest request for this file. Returns false if there is none. Walks the requests.
 ZQ_API bool FileAsyncIsLoadedSlow(File_c * pFile);

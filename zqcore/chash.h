@@ -1,12 +1,21 @@
 // chash.h: open-addressing tables of a fixed size that never allocate.
 //
-// StringHash_T maps names to objects, IndexHash_T 32-bit keys to values held in the slot. Neither owns what it points
-// at, neither locks, and a table in static storage costs nothing at load. Constant initialisation makes a table usable
-// before any constructor runs.
+// StringHash_T maps names to objects, IndexHash_T maps 32-bit keys to values that the slot holds. The chain of slots
+// that a key may occupy is fixed: it starts at the key's hash and goes on in a fixed step, for two thirds of the slots.
+// File names crowd these chains. So a StringHash_T also has an index of its entries, and a lookup costs a hash and one
+// comparison however long the chain is.
 //
-// The chain of slots that a key may stand in is given: from its hash by a fixed step, for two thirds of the slots. File
-// names crowd these chains, so a StringHash_T also keeps an index over its entries, and a lookup costs a hash and one
-// compare however long the chain is.
+// Ownership: a StringHash_T owns neither objects nor names, which must outlive their entries.
+// Threads: no lock; the caller's, unless no thread changes the table.
+// Cost: no allocation. A table in static storage is constant-initialised: it costs nothing at load, and is usable
+//   before any constructor runs.
+// Failure: Add says whether the key is present already or the table is full, and then changes nothing.
+//
+//     struct Item_s { String_T<32> sName; } Sword{ "sword" };
+//     static StringHash_T<Item_s, 32, 256, 3> s_Items;
+//     s_Items.Add(&Sword, &Sword.sName);              // HASH_ADDED
+//     Item_s * const pFound = s_Items.FindByName("sword");   // &Sword
+//     s_Items.Reset();
 #pragma once
 
 #include "zqcore/cstring.h"
@@ -14,15 +23,16 @@
 #include <bit>
 #include <cstring>
 
-/// Results of Add.
+/// What Add returns.
 enum HashAdd_e : int
 {
     HASH_ADDED = 0,
-    HASH_PRESENT = 1,   // the key is there already; the table is unchanged
-    HASH_FULL = 2       // no usable slot was found
+    HASH_PRESENT = 1,   // the key was present; the table is unchanged
+    HASH_FULL = 2       // no slot of the chain is free; the table is unchanged
 };
 
-/// The hash of a name of nLength characters: each, widened with its sign, rotated left by its position and XORed.
+/// Returns the hash of a name of nLength characters: each character is sign-extended, rotated left by its position, and
+/// XORed.
 ZQ_API std::uint32_t StringHashOf(char const * szName, std::size_t nLength);
 
 inline std::uint32_t StringHashOf(char const * szName)
@@ -30,10 +40,11 @@ inline std::uint32_t StringHashOf(char const * szName)
     return StringHashOf(szName, std::strlen(szName));
 }
 
-/// A second hash of a name of nLength characters, well spread over its 32 bits, for the index.
+/// Returns a second hash of a name of nLength characters for the index. All 32 bits are well distributed.
 ZQ_API std::uint32_t NameIndexHash(char const * szName, std::size_t nLength);
 
-/// Finds slots by the second hash of their names: open addressing with linear probing over ENTRIES words.
+/// Index of slots by the second hash of their names: open addressing with linear probing over ENTRIES words. For
+/// StringHash_T.
 template <int ENTRIES>
 class NameIndex_T
 {
@@ -41,21 +52,21 @@ public:
     void Insert(std::uint32_t iHash, int iSlot);
     void Remove(std::uint32_t iHash, int iSlot);
 
-    /// The first slot of that hash which Matches accepts, or -1.
+    /// Returns the first slot with this hash that Matches accepts, or -1.
     template <typename MATCHES>
     int Find(std::uint32_t iHash, MATCHES const & Matches) const;
 
-    /// Asks for what Find reads first.
+    /// Prefetches the word that Find reads first.
     void Prefetch(std::uint32_t iHash) const { ZQ_PREFETCH(&m_dEntries[iHash & MASK]); }
 
-    /// Whether removed words fill so much that the index had better be built anew.
+    /// Returns whether so many words are used or removed that the index should be rebuilt.
     bool IsCrowded() const { return m_nUsed > ENTRIES / 4 * 3; }
 
     void Reset();
 
 private:
     static constexpr std::uint32_t FREE = 0;
-    static constexpr std::uint32_t SLOT_MASK = 0xFFFF;   // the low half holds the slot plus 1; 0 in a removed word
+    static constexpr std::uint32_t SLOT_MASK = 0xFFFF;   // the low half is the slot plus 1; 0 in a removed word
     static constexpr std::uint32_t MASK = ENTRIES - 1;
     static_assert(std::has_single_bit(static_cast<unsigned>(ENTRIES)) && ENTRIES / 2 < 0xFFFF);
 
@@ -65,6 +76,8 @@ private:
     int m_nUsed = 0;   // words that are not free
 };
 
+/// Table of objects of type T by names of at most KEYLEN - 1 characters, exact case. SIZE is a power of 2; STEP is
+/// the distance from one slot of a chain to the next.
 template <typename T, int KEYLEN, int SIZE, int STEP>
 class StringHash_T
 {
@@ -73,17 +86,17 @@ class StringHash_T
 public:
     using Key_t = String_T<KEYLEN>;
 
-    /// One line of the processor's cache. A key that fits is copied into it, so that a lookup touches no object.
+    /// One cache line. A key that fits is copied into it, so that a lookup reads no object.
     struct alignas(64) Slot_s
     {
         static constexpr int KEY_ROOM = 64 - 2 * static_cast<int>(sizeof(void *)) - 9;
 
         T * pObject = nullptr;           // null in a free or deleted slot
-        Key_t const * pName = nullptr;   // lives, unchanged, as long as the entry; usually a part of the object
+        Key_t const * pName = nullptr;   // unchanged as long as the entry exists; usually a part of the object
         std::uint32_t iHash = 0;
         std::uint32_t iIndexHash = 0;
         bool bDeleted = false;
-        char szKey[KEY_ROOM] = {};   // the key, if it is shorter
+        char szKey[KEY_ROOM] = {};   // a copy of the key if it fits
     };
 
     static constexpr int iMask = SIZE - 1;
@@ -91,11 +104,11 @@ public:
 
     constexpr StringHash_T() = default;
 
-    /// Adds an object under a name, which is kept as a pointer; a HashAdd_e. A deleted slot on the way is taken at
-    /// once, so a key that stands further along the chain is not seen.
+    /// Adds an object under a name. Returns a HashAdd_e. A deleted slot in the chain is used at once, so that a key
+    /// further along the chain is not seen: it may be in the table twice then.
     int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
 
-    /// Adding in two steps, for many names in turn: what Prepare asks of memory comes near while the caller works on.
+    /// Adds in two steps, for many names in a row: Prepare prefetches what Add reads, while the caller does other work.
     struct Entry_s
     {
         T * pObject;
@@ -104,26 +117,46 @@ public:
         std::uint32_t iHash;
         std::uint32_t iIndexHash;
     };
-    Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;   // nLength is the name's
+    Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;   // nLength: characters of the name
     int Add(Entry_s const & Entry);
 
-    /// The object of that name, exact case, or null.
+    /// Returns the object of a name, or null.
     T * FindByName(char const * szName) const { return FindByName(szName, std::strlen(szName)); }
 
-    /// The same for a terminated name of known length.
+    /// The same for a name of nLength characters and a terminator.
     T * FindByName(char const * szName, std::size_t nLength) const;
 
-    /// Takes the entry out; false if there is none. The object is not freed.
+    /// Removes an entry. Returns false if there is none.
     bool DeleteByName(char const * szName);
 
-    /// Takes out the entry of this slot; for use while iterating.
+    /// Removes the entry of a slot. First and Next may go on from there.
     void Delete(Slot_s * pSlot);
 
-    /// The occupied slots in slot order; null past the last.
+    /// Return the occupied slots in slot order; null after the last one.
     Slot_s * First() { return FirstFrom(m_dSlots); }
     Slot_s * Next(Slot_s * pSlot) { return FirstFrom(pSlot + 1); }
 
-    /// Frees every slot.
+    /// Walks the objects in slot order. While the caller works on one object, the processor loads the cache lines of
+    /// the next one. The caller may delete the entry of the present object.
+    class ObjectIterator_c
+    {
+    public:
+        ObjectIterator_c(StringHash_T & Table, Slot_s * pSlot);
+        T & operator*() const { return *m_pSlot->pObject; }
+        ObjectIterator_c & operator++();
+        bool operator==(ObjectIterator_c const & Other) const { return m_pSlot == Other.m_pSlot; }
+
+    private:
+        void FindNext();
+
+        StringHash_T & m_Table;
+        Slot_s * m_pSlot;   // null at the end
+        Slot_s * m_pNext = nullptr;
+    };
+    ObjectIterator_c begin() { return { *this, First() }; }
+    ObjectIterator_c end() { return { *this, nullptr }; }
+
+    /// Removes all entries.
     void Reset();
 
 private:
@@ -140,18 +173,20 @@ private:
     Slot_s m_dSlots[SIZE] = {};
     std::uint32_t m_dTaken[SIZE / 32 + 1] = {};   // a bit for each slot that has an object
     NameIndex_T<SIZE * 2> m_Index;
-    std::uint16_t m_dSkip[SIZE] = {};   // steps from here over slots that all have one; 0 not known
+    std::uint16_t m_dSkip[SIZE] = {};   // steps from here over occupied slots only; 0: not known
     bool m_bHoles = false;              // something was deleted, so m_dSkip may be wrong
     bool m_bUsed = false;               // since the last Reset
-    bool m_bTwins = false;              // a key may stand twice, the earlier in its chain hiding the later
+    bool m_bTwins = false;   // a key may be in the table twice; the earlier slot of the chain hides the later one
 };
 
-/// The hash of an IndexHash_T whose index is the key's low bits.
+/// Hash of an IndexHash_T that uses the low bits of the key.
 struct IndexHashLowBits_s
 {
     static constexpr std::uint32_t Of(std::uint32_t iKey) { return iKey; }
 };
 
+/// Table of values by 32-bit keys. SIZE is a power of 2; HASH::Of makes the hash of a key. Entries are not removed one
+/// by one.
 template <typename V, int SIZE, int STEP, typename HASH = IndexHashLowBits_s>
 class IndexHash_T
 {
@@ -163,15 +198,15 @@ public:
 
     constexpr IndexHash_T() = default;
 
-    /// Adds a copy of the value under a key; a HashAdd_e.
+    /// Adds a copy of a value under a key. Returns a HashAdd_e.
     int Add(V const & Value, std::uint32_t iKey);
 
-    /// The value of that key, in place, or null.
+    /// Returns a pointer to the value of a key, or null.
     V * Find(std::uint32_t iKey);
 
     int GetCount() const { return m_nEntries; }
 
-    /// Frees every slot; touches nothing in an empty table.
+    /// Removes all entries. Touches no memory of an empty table.
     void Reset();
 
 private:

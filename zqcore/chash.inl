@@ -1,8 +1,8 @@
 // chash.inl: bodies of the tables.
 #pragma once
 
-/// Compares by words of eight: names are often copied so just before, and what was stored as one word is read as one
-/// without delay.
+/// Compares words of eight bytes. Names were often copied by such words just before, and a processor forwards a store
+/// fastest to a load of the same width.
 inline bool SameText(char const * pA, char const * pB, std::size_t nLength)
 {
     constexpr std::size_t WORD = sizeof(std::uint64_t);
@@ -95,7 +95,7 @@ int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(Entry_s const & Entry)
         m_bTwins ? FindAlongChain(szName) : FindByHash(szName, Entry.nLength, Entry.iIndexHash);
     if (pPresent && !m_bHoles)
     {
-        return HASH_PRESENT;   // all slots ahead of it are taken
+        return HASH_PRESENT;   // all earlier slots of the chain are occupied
     }
     int const iStart = static_cast<int>(Entry.iHash) & iMask;
     int i = iStart;
@@ -247,6 +247,34 @@ auto StringHash_T<T, KEYLEN, SIZE, STEP>::FirstFrom(Slot_s * pSlot) -> Slot_s *
         ++i;
     }
     return i < SIZE ? &m_dSlots[i] : nullptr;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+StringHash_T<T, KEYLEN, SIZE, STEP>::ObjectIterator_c::ObjectIterator_c(StringHash_T & Table, Slot_s * pSlot)
+    : m_Table(Table)
+    , m_pSlot(pSlot)
+{
+    FindNext();
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+auto StringHash_T<T, KEYLEN, SIZE, STEP>::ObjectIterator_c::operator++() -> ObjectIterator_c &
+{
+    m_pSlot = m_pNext;
+    FindNext();
+    return *this;
+}
+
+template <typename T, int KEYLEN, int SIZE, int STEP>
+void StringHash_T<T, KEYLEN, SIZE, STEP>::ObjectIterator_c::FindNext()
+{
+    constexpr std::size_t CACHE_LINE = 64;
+    m_pNext = m_pSlot ? m_Table.Next(m_pSlot) : nullptr;
+    auto const * const pBytes = reinterpret_cast<unsigned char const *>(m_pNext ? m_pNext->pObject : nullptr);
+    for (std::size_t i = 0; pBytes && i < sizeof(T); i += CACHE_LINE)
+    {
+        ZQ_PREFETCH(pBytes + i);
+    }
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
