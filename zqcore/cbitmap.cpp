@@ -9,7 +9,7 @@
 
 namespace
 {
-    // Zeroed storage.
+    // Allocates zeroed storage.
     unsigned char * TakeBytes(std::size_t nBytes)
     {
         void * const pBytes = CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
@@ -82,7 +82,7 @@ BitVec_c & BitVec_c::OrAny(BitVec_c const & Other)
     Grow(Other.iDim);
     if (Other.iDim > iDim)
     {
-        return *this;   // no memory; nothing has happened
+        return *this;   // no memory; nothing is changed
     }
     bits::Or(pVec, Other.pVec, Other.GetBytes());
     return *this;
@@ -93,7 +93,7 @@ BitVec_c & BitVec_c::XorAny(BitVec_c const & Other)
     Grow(Other.iDim);
     if (Other.iDim > iDim)
     {
-        return *this;   // no memory; nothing has happened
+        return *this;   // no memory; nothing is changed
     }
     bits::Xor(pVec, Other.pVec, Other.GetBytes());
     return *this;
@@ -182,8 +182,8 @@ namespace
         return Archive.GetPosition() >= 0 && Archive.GetLength() > 0;
     }
 
-    // Reads nBytes of an archive of whatever length into an empty vector. The vector grows with what has arrived, so that
-    // a damaged size takes no memory.
+    // Reads nBytes of an archive of unknown length into an empty vector. The vector grows with the bytes that arrive,
+    // so that a damaged size allocates no memory.
     bool ReadGrowing(Serializeable_c & Archive, BitVec_c & Vec, int nBytes)
     {
         constexpr int FIRST_STEP = 4096;

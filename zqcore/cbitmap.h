@@ -1,13 +1,22 @@
 // cbitmap.h: fields of bits: a row, a plane and a space that grow, and a plane of 28 bits in one word.
 //
 // BitVec_c, BitMap_c and BitMap3D_c share one layout. A row is a whole number of bytes: widths are rounded up to a
-// multiple of 8, and the rounding bits are bits like all others. Bit iX of a row lies in byte iX >> 3 under the mask
-// 0x80 >> (iX & 7), so bit 0 is the first byte's highest; text, archive and Scan0, Scan1 follow that order. X runs
+// multiple of 8, and the additional bits are ordinary bits. Bit iX of a row is in byte iX >> 3 with the mask 0x80 >>
+// (iX & 7), so bit 0 is the highest bit of the first byte. Text, archives, Scan0 and Scan1 use that order. X runs
 // fastest, then Y, then Z. New storage is zeroed; growing keeps every bit at its coordinates.
 //
-// Each object owns its storage and belongs to one thread at a time. Growing costs an allocation and a copy; operators
-// work by whole words. Negative coordinates of operations that set or clear a bit fail an assertion and do nothing; a
-// size above MAX_BITS in X, or of more bytes than an address can count, does too.
+// Ownership: each object owns its storage.
+// Threads: no lock; one thread at a time for each object.
+// Cost: growing allocates and copies. Operators work on whole words.
+// Failure: two misuses fail an assertion and do nothing: a negative coordinate of an operation that sets or clears a
+//   bit, and a size above MAX_BITS in X or of more bytes than an object can have.
+//
+//     BitVec_c Visited(64);
+//     Visited.Bis(3);
+//     Visited.Bis(100);                       // grows to 104 bits
+//     int const iFirst = Visited.Scan1();     // 3
+//     char szHex[27];
+//     Visited.Hex(szHex, sizeof szHex);       // "10000000000000000000000008"
 #pragma once
 
 #include "zqcore/cdebug.h"
@@ -22,12 +31,12 @@ class ZQ_API BitVec_c
 public:
     static constexpr int MAX_BITS = 0x7FFFFFF8;   // the longest row
 
-    /// iBits zero bits, rounded up; empty below 1.
+    /// A row of iBits zero bits, rounded up; empty if iBits is below 1.
     explicit BitVec_c(int iBits = 0);
     BitVec_c(BitVec_c const & Other);
     ~BitVec_c() { Reset(); }
 
-    /// Makes room for iBits bits. Never shrinks.
+    /// Grows to at least iBits bits. Never shrinks.
     BitVec_c & Grow(int iBits);
 
     /// Frees the storage; empty afterwards.
@@ -36,49 +45,61 @@ public:
     /// Zeroes all bits; the size stays.
     void Clear();
 
-    /// The bit; false outside.
+    /// Returns the bit, or false outside the row.
     bool Bit(int iX) const { return IsInside(iX) && (pVec[iX >> 3] & MaskOf(iX)) != 0; }
 
-    /// Sets the bit, growing to it.
+    /// Sets the bit. Grows to it if it is outside.
     void Bis(int iX);
 
-    /// Clears the bit; outside there is nothing to clear, and nothing grows.
+    /// Clears the bit. Does nothing outside the row.
     void Bic(int iX);
 
-    void Set(int iX, bool bSet) { bSet ? Bis(iX) : Bic(iX); }
+    /// Sets or clears the bit as Bis and Bic do.
+    void Set(int iX, bool bSet)
+    {
+        if (bSet)
+        {
+            Bis(iX);
+        }
+        else
+        {
+            Bic(iX);
+        }
+    }
 
-    /// Index of the first bit that is clear, or set; -1 if there is none.
+    /// Return the index of the first clear bit, and of the first set bit; -1 if there is none.
     int Scan0() const;
     int Scan1() const;
 
-    /// Whether the same bits are set: what one has beyond the other must be clear.
+    /// Returns whether the same bits are set. Bits beyond the end of the shorter row must be clear.
     bool operator==(BitVec_c const & Other) const;
 
-    /// Or and exclusive or, growing to the other's size.
+    /// Or and exclusive or. Grow to the size of the other row.
     BitVec_c & operator|=(BitVec_c const & Other);
     BitVec_c & operator^=(BitVec_c const & Other);
 
-    /// Keeps what is set in both; clears what is set in the other. The size stays.
+    /// &= keeps the bits that are set in both rows; -= clears the bits that are set in the other. The size stays.
     BitVec_c & operator&=(BitVec_c const & Other);
     BitVec_c & operator-=(BitVec_c const & Other);
 
-    /// Inverts every bit in place, the rounding bits too, and returns this object: no copy.
+    /// Inverts every bit in place, those from rounding up too. Returns this object, not a copy.
     BitVec_c & operator~();
 
-    /// Takes the other's bits. A longer vector keeps its length, with zeros behind; an empty source empties it.
+    /// Copies the bits of the other row. A longer row keeps its length and is filled with zeros; an empty source
+    /// empties it.
     BitVec_c & operator=(BitVec_c const & Other);
 
-    /// Fills all bytes from hexadecimal digits, two a byte, the high half first. Other characters are passed over; a
-    /// short text goes on in zeros. szData must not be null; the size stays.
+    /// Sets all bytes from hexadecimal digits, two a byte, the high half first. Skips other characters; fills with
+    /// zeros after a short text. The size stays. Asserts that szData is not null.
     BitVec_c & operator=(char const * szData);
 
-    /// Writes upper-case digits, as many as fit into nLen bytes, and a terminator if there is room left: a buffer of
-    /// exactly two characters a byte gets none. szData.
+    /// Writes upper-case digits, at most nLen, and a terminator if one fits: a buffer of exactly two characters a byte
+    /// gets none. Returns szData.
     char * Hex(char * szData, int nLen) const;
 
     /// Saves or loads: the size in bits, then the bytes. Loading grows to the size and clears the rest. A size that the
-    /// file can't hold fails the archive and changes nothing; an archive of the host's need not know its length
-    /// (GetPosition -1 or GetLength 0), and is read in steps then. False if the archive has failed.
+    /// archive cannot hold fails the archive and changes nothing. An archive of unknown length (GetPosition -1 or
+    /// GetLength 0) is read in steps. Returns false if the archive has failed.
     bool Serialize(Serializeable_c & Archive);
 
     int iDim = 0;                     // bits, a multiple of 8
@@ -87,10 +108,11 @@ public:
 protected:
     friend class BitMap_c;
 
-    /// The low four bits as a digit, 0 to 9 or A to F.
+    /// Returns the low four bits as a digit, 0 to 9 or A to F.
     static char IntoDigit(int iValue);
 
-    /// The next hexadecimal digit's value, stepping past it; 0 at the terminator, which is never passed.
+    /// Returns the value of the next hexadecimal digit and moves szText after it. Returns 0 at the terminator and stays
+    /// there.
     static int FromDigit(char const *& szText);
 
 private:
@@ -105,8 +127,8 @@ private:
     BitVec_c & XorAny(BitVec_c const & Other);
 };
 
-/// Combines the bits if both are short, whole words and as many; false, and nothing has happened, if not. A call would
-/// take longer than the work.
+/// Combines two short rows of the same number of whole words without a call, which would take longer than the work.
+/// Returns false and changes nothing for other rows.
 template <typename COMBINE>
 bool BitVec_c::CombineShort(BitVec_c const & Other, COMBINE fnCombine)
 {
@@ -115,7 +137,7 @@ bool BitVec_c::CombineShort(BitVec_c const & Other, COMBINE fnCombine)
     {
         return false;
     }
-    // Copies: the compiler takes the bits for bytes of this object too.
+    // Copies of the pointers: for the compiler, a store to the bits might change this object.
     unsigned char * const pTo = pVec;
     unsigned char const * const pFrom = Other.pVec;
     std::size_t const nBytes = GetBytes();
@@ -145,13 +167,13 @@ inline BitVec_c & BitVec_c::operator^=(BitVec_c const & Other)
     return CombineShort(Other, [](auto A, auto B) { return A ^ B; }) ? *this : XorAny(Other);
 }
 
-/// What BitMap_c and BitMap3D_c, its FIELD, have in common. INDEX is an int for each coordinate that picks a row: iY in
-/// a plane, iY and iZ in a space.
+/// Common part of BitMap_c and BitMap3D_c, which FIELD names. INDEX is one int for each coordinate that selects a row:
+/// iY in a plane, iY and iZ in a space.
 template <typename FIELD, typename... INDEX>
 class ZQ_API BitField_T
 {
 public:
-    /// Grows to at least these sizes, each by itself; nothing if one is below 1.
+    /// Grows each size to at least this one. Does nothing if one is below 1.
     FIELD & Grow(int iSizeX, INDEX... iSizes);
 
     /// Frees the storage; empty afterwards.
@@ -160,31 +182,42 @@ public:
     /// Zeroes all bits; the size stays.
     void Clear();
 
-    /// The bit; false outside.
+    /// Returns the bit, or false outside the field.
     bool Bit(int iX, INDEX... iRow) const;
 
-    /// Set or clear the bit, growing to it in either case.
+    /// Set and clear the bit. Both grow to a bit outside the field.
     void Bis(int iX, INDEX... iRow);
     void Bic(int iX, INDEX... iRow);
-    void Set(int iX, INDEX... iRow, bool bSet) { bSet ? Bis(iX, iRow...) : Bic(iX, iRow...); }
+    void Set(int iX, INDEX... iRow, bool bSet)
+    {
+        if (bSet)
+        {
+            Bis(iX, iRow...);
+        }
+        else
+        {
+            Bic(iX, iRow...);
+        }
+    }
 
-    /// Operations on a row. Set copies the vector and clears the rest of the row; Bis and Xor combine over the vector's
-    /// length: all three grow to the vector and the row, and do nothing at a negative coordinate.
+    /// Operations on a row that grow to the vector and the row, and do nothing at a negative coordinate. Set copies the
+    /// vector and clears the rest of the row. Bis and Xor combine over the length of the vector.
     void Set(INDEX... iRow, BitVec_c const & Vec);
     void Bis(INDEX... iRow, BitVec_c const & Vec);
     void Xor(INDEX... iRow, BitVec_c const & Vec);
 
-    /// And keeps what is set in both; Bic clears what is set in the vector. Nothing grows.
+    /// And keeps the bits that are set in both; Bic clears the bits that are set in the vector. Nothing grows.
     void And(INDEX... iRow, BitVec_c const & Vec);
     void Bic(INDEX... iRow, BitVec_c const & Vec);
 
-    /// Whether the same bits are set in the row as in the vector; a row outside has none.
+    /// Returns whether the same bits are set in the row as in the vector. A row outside the field has none.
     bool Equ(INDEX... iRow, BitVec_c const & Vec) const;
 
-    /// Copies the row into the vector, which grows to it, with zeros behind. A row outside clears the vector.
+    /// Copies the row into the vector, which grows to it, and clears the rest. A row outside the field clears the
+    /// vector. Returns the vector.
     BitVec_c & Get(INDEX... iRow, BitVec_c & Vec) const;
 
-    /// As those of BitVec_c, over the coordinates.
+    /// As the operators of BitVec_c, by coordinates.
     FIELD & operator|=(FIELD const & Other);
     FIELD & operator^=(FIELD const & Other);
     FIELD & operator&=(FIELD const & Other);
@@ -195,7 +228,7 @@ public:
 protected:
     BitField_T() = default;
 
-    /// Copies the other, its size too.
+    /// Copies the other field with its size.
     FIELD & Assign(FIELD const & Other);
 
 private:
@@ -216,7 +249,7 @@ using BitSpace_t = BitField_T<BitMap3D_c, int, int>;
 class ZQ_API BitMap_c : public BitPlane_t
 {
 public:
-    /// Zero bits; empty if a size is below 1.
+    /// A field of zero bits; empty if a size is below 1.
     explicit BitMap_c(int iSizeX = 0, int iSizeY = 0) { Grow(iSizeX, iSizeY); }
     BitMap_c(BitMap_c const & Other)
         : BitMap_c()
@@ -227,8 +260,8 @@ public:
 
     BitMap_c & operator=(BitMap_c const & Other) { return Assign(Other); }
 
-    /// Fills the rows from an array of texts that ends in null, each as BitVec_c does; the rows behind are cleared.
-    /// sData must not be null; the size stays.
+    /// Sets the rows from an array of texts that ends in null, each as BitVec_c does, and clears the further rows. The
+    /// size stays. Asserts that sData is not null.
     BitMap_c & operator=(char const * const * sData);
 
     int iDimX = 0;   // bits in a row, a multiple of 8
@@ -244,7 +277,7 @@ private:
 class ZQ_API BitMap3D_c : public BitSpace_t
 {
 public:
-    /// Zero bits; empty if a size is below 1.
+    /// A field of zero bits; empty if a size is below 1.
     explicit BitMap3D_c(int iSizeX = 0, int iSizeY = 0, int iSizeZ = 0) { Grow(iSizeX, iSizeY, iSizeZ); }
     BitMap3D_c(BitMap3D_c const & Other)
         : BitMap3D_c()
@@ -255,7 +288,7 @@ public:
 
     BitMap3D_c & operator=(BitMap3D_c const & Other) { return Assign(Other); }
 
-    /// Whether some bit is set in both.
+    /// Returns whether some bit is set in both.
     bool Intersects(BitMap3D_c const & Other) const;
 
     int iDimX = 0;   // bits in a row, a multiple of 8
@@ -272,12 +305,12 @@ extern template class BitField_T<BitMap_c, int>;
 extern template class BitField_T<BitMap3D_c, int, int>;
 
 /// A plane of at most 28 bits in one word: the width in bits 0 to 3, the field from bit 4 on. Cell (iX, iY) is bit
-/// width * iY + iX of the field, from its lowest; width 0 folds every row onto column iX. Cells beyond bit 27 are
-/// false, and setting them does nothing.
+/// width * iY + iX of the field, counted from its lowest. With width 0 all rows share column iX. Cells beyond bit 27
+/// read as false, and setting them does nothing.
 class TinyBitmap_c
 {
 public:
-    /// 0 to 15; the field stays as it is.
+    /// Sets the width, 0 to 15. The field stays as it is.
     void SetWidth(int dx) { m_dwBits = (m_dwBits & ~WIDTH_MASK) | (static_cast<std::uint32_t>(dx) & WIDTH_MASK); }
     int GetWidth() const { return static_cast<int>(m_dwBits & WIDTH_MASK); }
 
@@ -295,7 +328,7 @@ public:
         return IsCell(iCell) && (m_dwBits & FIRST_CELL << iCell) != 0;
     }
 
-    /// Sets everything at once: the low four bits of dwWidth, and the field.
+    /// Sets the width to the low four bits of dwWidth, and the field.
     void SetValues(std::uint32_t dwWidth, std::uint32_t dwField) { m_dwBits = dwField << 4 | (dwWidth & WIDTH_MASK); }
 
 private:

@@ -1,4 +1,4 @@
-// The plane and the space. Both are a space to the code here.
+// The plane and the space. The code handles a plane as a space of depth 1.
 #include "zqcore/cbitmap.h"
 #include "zqcore/cbitrows_internal.h"
 #include "zqcore/cmemory.h"
@@ -14,7 +14,7 @@ namespace
         int iX = 0, iY = 0, iZ = 1;   // a plane is one deep
     };
 
-    // Bytes of a field; 0 if they are more than an object can have.
+    // Returns the bytes of a field, or 0 if they are more than an object can have.
     std::size_t BytesOf(Extent_s const & Extent)
     {
         constexpr std::uint64_t LIMIT = PTRDIFF_MAX;
@@ -24,7 +24,7 @@ namespace
         return nPlane != 0 && nPlanes > LIMIT / nPlane ? 0 : static_cast<std::size_t>(nPlane * nPlanes);
     }
 
-    // A view of a field's storage.
+    // A view of the storage of a field.
     struct Field_s
     {
         Extent_s Extent;
@@ -41,63 +41,50 @@ namespace
         }
     };
 
-    // What the two kinds of field differ in: their sizes, and where their storage comes from.
-    Field_s FieldOf(BitMap_c const & Map)
+    // What the two kinds of field differ in: the third size, and where their storage comes from.
+    template <typename FIELD>
+    struct Kind_T;
+
+    template <>
+    struct Kind_T<BitMap_c>
     {
-        return { { Map.iDimX, Map.iDimY, 1 }, Map.pMap };
+        static int Depth(BitMap_c const &) { return 1; }
+        static void SetDepth(BitMap_c &, int) {}
+        static void * Alloc(std::size_t nBytes)
+        {
+            return plat::HeapAlloc(nBytes, MEMORY_NORMAL_BLOCK, __FILE__, __LINE__);
+        }
+        static void Free(void * pBytes) { plat::HeapFree(pBytes); }
+    };
+
+    template <>
+    struct Kind_T<BitMap3D_c>
+    {
+        static int Depth(BitMap3D_c const & Map) { return Map.iDimZ; }
+        static void SetDepth(BitMap3D_c & Map, int iDepth) { Map.iDimZ = iDepth; }
+        static void * Alloc(std::size_t nBytes)
+        {
+            return CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
+        }
+        static void Free(void * pBytes) { CoreMemory::operator_delete_array(pBytes); }
+    };
+
+    template <typename FIELD>
+    Field_s FieldOf(FIELD const & Map)
+    {
+        return { { Map.iDimX, Map.iDimY, Kind_T<FIELD>::Depth(Map) }, Map.pMap };
     }
 
-    Field_s FieldOf(BitMap3D_c const & Map)
-    {
-        return { { Map.iDimX, Map.iDimY, Map.iDimZ }, Map.pMap };
-    }
-
-    void GrowTo(BitMap_c & Map, Extent_s const & Size)
-    {
-        Map.Grow(Size.iX, Size.iY);
-    }
-
-    void GrowTo(BitMap3D_c & Map, Extent_s const & Size)
-    {
-        Map.Grow(Size.iX, Size.iY, Size.iZ);
-    }
-
-    void SetField(BitMap_c & Map, Field_s const & Field)
+    template <typename FIELD>
+    void SetField(FIELD & Map, Field_s const & Field)
     {
         Map.iDimX = Field.Extent.iX;
         Map.iDimY = Field.Extent.iY;
+        Kind_T<FIELD>::SetDepth(Map, Field.Extent.iZ);
         Map.pMap = Field.pBytes;
     }
 
-    void SetField(BitMap3D_c & Map, Field_s const & Field)
-    {
-        Map.iDimX = Field.Extent.iX;
-        Map.iDimY = Field.Extent.iY;
-        Map.iDimZ = Field.Extent.iZ;
-        Map.pMap = Field.pBytes;
-    }
-
-    void * TakeStorage(BitMap_c const &, std::size_t nBytes)
-    {
-        return plat::HeapAlloc(nBytes, MEMORY_NORMAL_BLOCK, __FILE__, __LINE__);
-    }
-
-    void * TakeStorage(BitMap3D_c const &, std::size_t nBytes)
-    {
-        return CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
-    }
-
-    void FreeStorage(BitMap_c const & Map)
-    {
-        plat::HeapFree(Map.pMap);
-    }
-
-    void FreeStorage(BitMap3D_c const & Map)
-    {
-        CoreMemory::operator_delete_array(Map.pMap);
-    }
-
-    // The size that a field needs to hold the wanted one; false if nothing is to grow.
+    // Computes the size that holds both. Returns false if nothing is to grow, or if the size is not allowed.
     bool GrownExtent(Extent_s const & Old, Extent_s const & Wanted, Extent_s & New)
     {
         if (Wanted.iX < 1 || Wanted.iY < 1 || Wanted.iZ < 1)
@@ -118,7 +105,7 @@ namespace
         return BytesOf(New) != 0;
     }
 
-    // Places the rows of a field in larger, zeroed storage.
+    // Copies the rows of a field to larger, zeroed storage.
     void CopyRows(Field_s const & From, Field_s const & To)
     {
         for (int iZ = 0; From.pBytes && To.pBytes && iZ < From.Extent.iZ; ++iZ)
@@ -135,8 +122,8 @@ namespace
         std::fill_n(Field.pBytes, Field.pBytes ? Field.GetBytes() : 0, static_cast<unsigned char>(0));
     }
 
-    // Calls fnRun with the common bytes of both fields, row by row or, where rows and planes follow each other alike in
-    // both, in longer runs; ends as soon as it gives true, and tells whether it did.
+    // Calls fnRun with the common bytes of both fields, row by row, or in longer runs if the rows and planes of both
+    // have the same layout. Ends when fnRun returns true. Returns whether it did.
     template <typename RUN>
     bool AnyCommonRun(Field_s const & A, Field_s const & B, RUN fnRun)
     {
@@ -180,7 +167,8 @@ namespace
             });
     }
 
-    // Calls fnRow with each row of A and, where it has one, B's, until it gives false; whether it never did.
+    // Calls fnRow with each row of A and the row of B, if there is one. Ends when fnRow returns false. Returns whether
+    // it never did.
     template <typename ROW>
     bool AllRows(Field_s const & A, Field_s const & B, ROW fnRow)
     {
@@ -206,7 +194,7 @@ namespace
             });
     }
 
-    // Whether each row of A equals B's, or is zero where B has none.
+    // Returns whether each row of A equals that of B, or is zero if B has none.
     bool RowsEqual(Field_s const & A, Field_s const & B)
     {
         return AllRows(A, B,
@@ -219,7 +207,7 @@ namespace
         return static_cast<std::size_t>(Vec.iDim >> 3);
     }
 
-    // What a row operation does to a row, which is null where the field has none.
+    // The row operations. pRow is null if the field has no such row.
     void SetRow(unsigned char * pRow, int iDimX, BitVec_c const & Vec)
     {
         if (pRow)
@@ -261,19 +249,20 @@ namespace
         return Vec;
     }
 
-    // The size that holds an index: 0, which grows nothing, for one that no size holds.
+    // Returns the size that holds an index, or 0, which grows nothing, for an index that no size holds.
     int SizeFor(int iIndex)
     {
         return iIndex < INT_MAX ? iIndex + 1 : 0;
     }
 
-    // As SizeFor for an index in X, where the largest indices ask for more than MAX_BITS, which is complained of.
+    // As SizeFor for an index in X. The largest indices ask for more than MAX_BITS, which fails an assertion.
     int BitsFor(int iIndex)
     {
         return iIndex < BitVec_c::MAX_BITS ? iIndex + 1 : iIndex;
     }
 
-    // The byte of a bit that the field was grown to, in its row; null, with a complaint, if it is not there.
+    // Returns the byte of a bit in its row, to which the field was grown. Asserts that it is there; returns null if
+    // not.
     unsigned char * ByteIn(unsigned char * pRow, int iX, int iDimX)
     {
         bool const bInside = pRow && 0 <= iX && iX < iDimX;
@@ -296,33 +285,39 @@ namespace
             *pByte &= static_cast<unsigned char>(~(0x80 >> (iX & 7)));
         }
     }
+
+    template <typename FIELD>
+    void GrowTo(FIELD & Map, Extent_s const & Wanted)
+    {
+        Field_s const Old = FieldOf(Map);
+        Extent_s New;
+        if (!GrownExtent(Old.Extent, Wanted, New))
+        {
+            return;
+        }
+        void * const pNew = Kind_T<FIELD>::Alloc(BytesOf(New));
+        ZQ_ASSERT(pNew != nullptr);
+        if (pNew)
+        {
+            Field_s const Grown = { New, static_cast<unsigned char *>(std::memset(pNew, 0, BytesOf(New))) };
+            CopyRows(Old, Grown);
+            Kind_T<FIELD>::Free(Map.pMap);
+            SetField(Map, Grown);
+        }
+    }
 }
 
 template <typename FIELD, typename... INDEX>
 FIELD & BitField_T<FIELD, INDEX...>::Grow(int iSizeX, INDEX... iSizes)
 {
-    Field_s const Old = FieldOf(Self());
-    Extent_s New;
-    if (!GrownExtent(Old.Extent, Extent_s{ iSizeX, iSizes... }, New))
-    {
-        return Self();
-    }
-    void * const pNew = TakeStorage(Self(), BytesOf(New));
-    ZQ_ASSERT(pNew != nullptr);
-    if (pNew)
-    {
-        Field_s const Grown = { New, static_cast<unsigned char *>(std::memset(pNew, 0, BytesOf(New))) };
-        CopyRows(Old, Grown);
-        FreeStorage(Self());
-        SetField(Self(), Grown);
-    }
+    GrowTo(Self(), Extent_s{ iSizeX, iSizes... });
     return Self();
 }
 
 template <typename FIELD, typename... INDEX>
 void BitField_T<FIELD, INDEX...>::Reset()
 {
-    FreeStorage(Self());
+    Kind_T<FIELD>::Free(Self().pMap);
     SetField(Self(), { { 0, 0, 0 }, nullptr });
 }
 
@@ -413,12 +408,11 @@ bool BitField_T<FIELD, INDEX...>::IsEqual(FIELD const & Other) const
     return RowsEqual(FieldOf(Self()), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(Self()));
 }
 
-// Makes room for all that the other holds.
+// Grows to at least the size of the other.
 template <typename FIELD, typename... INDEX>
 FIELD & BitField_T<FIELD, INDEX...>::GrowToField(FIELD const & Other)
 {
-    Extent_s const Wanted = FieldOf(Other).Extent;
-    GrowTo(Self(), Wanted);
+    GrowTo(Self(), FieldOf(Other).Extent);
     ZQ_ASSERT_TEXT(Self().iDimX >= Other.iDimX, "iDimX >= m2.iDimX");
     return Self();
 }

@@ -1,4 +1,4 @@
-// cbitrows_internal.h: work on runs of bytes by whole words. Runs may be the same, but not overlap otherwise.
+// cbitrows_internal.h: operations on runs of bytes by whole words. Two runs may be the same, but not overlap otherwise.
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -11,7 +11,7 @@
 
 namespace bits
 {
-    /// Bytes of a step: four vector registers.
+    /// Bytes of one step: four vector registers.
     inline constexpr std::size_t STEP = 4 * sizeof(plat::Words_t);
 
     template <typename T>
@@ -22,7 +22,7 @@ namespace bits
         return Value;
     }
 
-    /// pTo[i] = fnCombine(pTo[i], pFrom[i]) over nBytes, bit by bit: fnCombine takes words and vectors of them.
+    /// pTo[i] = fnCombine(pTo[i], pFrom[i]) for nBytes, bit by bit. fnCombine accepts words and vectors of words.
     template <typename COMBINE>
     void Combine(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes, COMBINE fnCombine)
     {
@@ -74,8 +74,8 @@ namespace bits
         Combine(pTo, pTo, nBytes, [](auto A, auto) { return ~A; });
     }
 
-    /// The first byte for which fnWord(i, zero of the wanted width) is not 0, where it takes bytes, words and vectors at
-    /// once; nBytes if there is none.
+    /// Returns the first byte for which fnWord(i, Zero) is not 0, or nBytes if there is none. The type of Zero says how
+    /// many bytes from i on fnWord handles: one, a word or a vector.
     template <typename WORD>
     std::size_t FindByte(std::size_t nBytes, WORD fnWord)
     {
@@ -95,7 +95,7 @@ namespace bits
         return i;
     }
 
-    /// The first byte that is not bSkip, which is 0 or 0xFF; nBytes if there is none.
+    /// Returns the first byte that differs from bSkip, which is 0 or 0xFF, or nBytes if there is none.
     inline std::size_t FindOther(unsigned char const * pBytes, std::size_t nBytes, unsigned char bSkip)
     {
         return FindByte(nBytes,
@@ -112,7 +112,7 @@ namespace bits
         return FindOther(pBytes, nBytes, 0) == nBytes;
     }
 
-    /// Whether some bit is set in both.
+    /// Returns whether some bit is set in both.
     inline bool Meet(unsigned char const * pA, unsigned char const * pB, std::size_t nBytes)
     {
         std::size_t const iFound = FindByte(nBytes,
@@ -124,7 +124,7 @@ namespace bits
         return iFound < nBytes;
     }
 
-    /// Whether the runs agree and what one has beyond the other is zero.
+    /// Returns whether the runs are equal. Bytes beyond the end of the shorter run must be 0.
     inline bool Equal(unsigned char const * pA, std::size_t nA, unsigned char const * pB, std::size_t nB)
     {
         std::size_t const nCommon = std::min(nA, nB);
@@ -132,7 +132,7 @@ namespace bits
                && IsZero(pB + nCommon, nB - nCommon);
     }
 
-    /// Takes over pFrom, or what is in both, and clears what lies beyond it.
+    /// Copies pFrom, or keeps the bits that are set in both, and clears the bytes after it.
     inline void CopyAndClear(unsigned char * pTo, std::size_t nTo, unsigned char const * pFrom, std::size_t nFrom)
     {
         std::size_t const nCommon = std::min(nTo, nFrom);
