@@ -1,0 +1,110 @@
+// cfilepath_internal.h: what the sources of the table of files share. All of it belongs to the main thread.
+#pragma once
+
+#include "zqcore/carray.h"
+#include "zqcore/cfilepath.h"
+
+#include <algorithm>
+#include <utility>
+
+/// Adds a copy of a folder's path to g_sPaths. Returns null if the table has it already or is full.
+String_T<256> const * FilePathAdd(char const * szPath);
+
+inline constexpr std::size_t FILE_KEY_LENGTH = File_c::Key_t::Capacity() - 1;
+
+/// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
+ZQ_COLD void FileLogCutName(char const * szName, std::size_t nName);
+
+/// Writes a bare name as a key, in lower case. A name that does not fit is cut, with a log line. Returns the key's length.
+inline std::size_t FileMakeBareKey(char const * szName, std::size_t nName, char * szKey)
+{
+    std::size_t const nKey = std::min(nName, FILE_KEY_LENGTH);
+    CopyToLower(szKey, szName, nKey);
+    szKey[nKey] = '\0';
+    if (nKey < nName)
+    {
+        FileLogCutName(szName, nName);
+    }
+    return nKey;
+}
+
+/// Destroys an object whose key is not in the table.
+inline void FileDiscard(File_c * pFile)
+{
+    pFile->sName = "";   // the key may be another object's
+    delete pFile;
+}
+
+/// A queue of one file before the table of files: a file is added when the next one comes. So its slot is prefetched
+/// meanwhile, and the log lines about its key come after those about the next file. The queue must be flushed before
+/// it ends.
+class FileTableQueue_c
+{
+public:
+    /// Adds the file that waits to the table, and lets this one wait. nKey is the length of its name.
+    void Push(File_c * pFile, std::size_t nKey)
+    {
+        Flush();
+        m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName, nKey);
+    }
+
+    /// Adds the file that waits, if any. One that the table does not take is destroyed, with a complaint.
+    void Flush()
+    {
+        FileTable_t::Entry_s const Entry = std::exchange(m_Waiting, {});
+        switch (Entry.pObject ? g_sFileObjects.Add(Entry) : HASH_ADDED)
+        {
+        case HASH_ADDED:
+            return;
+        case HASH_PRESENT:
+            return DropDuplicate(Entry.pObject);
+        default:
+            return DropOverflow(Entry.pObject);
+        }
+    }
+
+private:
+    ZQ_COLD static void DropDuplicate(File_c * pFile);
+    ZQ_COLD static void DropOverflow(File_c * pFile);
+
+    FileTable_t::Entry_s m_Waiting = {};   // without an object there is none
+};
+
+/// Scans a folder, which is in the form of g_sPaths, as FileAddSearchPath describes it.
+void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelativeNames);
+
+/// Notes a folder that a scan could not see all of because the system failed. See FileScanIsWhole.
+void FileScanNoteMissed(String_T<256> const & sFolder);
+
+/// Forgets the noted folders whose paths begin with szPrefix; an empty prefix forgets all.
+void FileScanForgetMissed(char const * szPrefix);
+
+/// Files that left the table while others held them open, and the folders that they still point to.
+class FileOrphans_c
+{
+public:
+    void Add(File_c * pFile) { m_dFiles.Add(pFile); }
+
+    /// Takes a file out, if it is an orphan.
+    void Remove(File_c const & File);
+
+    /// Whether an orphan points to this folder.
+    bool UseFolder(String_T<256> const & sFolder) const;
+
+    /// Keeps a folder, which becomes owned, until Reset.
+    void KeepFolder(String_T<256> * pFolder) { m_dFolders.Add(pFolder); }
+
+    Array_T<File_c *, 64, 0> const & GetFiles() const { return m_dFiles; }
+
+    /// Destroys all files. Their destructors take them out.
+    void DestroyFiles();
+
+    /// Frees the folders.
+    void DestroyFolders();
+
+private:
+    Array_T<File_c *, 64, 0> m_dFiles;
+    Array_T<String_T<256> *, 64, 0> m_dFolders;
+};
+
+extern FileOrphans_c g_sFileOrphans;

@@ -1,0 +1,401 @@
+#include "zqcore/ccallback.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/cfilepath_internal.h"
+#include "zqcore/cfilereplace.h"
+#include "zqcore/clog.h"
+
+#include "platform/text.h"
+
+#include <climits>
+#include <deque>
+
+namespace
+{
+    // A folder of which a scan enters only the current configuration's subfolder.
+    constexpr char const * CONFIG_MARKER = "media\\_configdependeddata\\";
+
+    // Folders that scans could not see all of because the system failed.
+    Array_T<String_T<256>, 64, 0> g_dMissed;
+
+    // One call of FileAddSearchPath.
+    class FolderScan_c
+    {
+    public:
+        FolderScan_c(bool bRecursive, bool bRelativeNames);
+
+        // Adds a folder to g_sPaths, registers its files, and scans its subfolders.
+        void Scan(String_T<256> const & sPath);
+
+    private:
+        struct Folder_s
+        {
+            String_T<256> const & sPath;
+            String_T<256> const * pPath;   // its entry in g_sPaths; null if the table is full
+            char const * szKeyFolder;      // prefix of each key; null for bare names
+        };
+
+        void AddEntry(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
+        std::size_t AddAlike(Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst);
+        void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
+        void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
+        std::size_t MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const;
+        char const * KeyFolder(String_T<256> const & sPath) const;
+        void AddEntries(Folder_s const & Folder, plat::FolderListing_c const & Listing);
+        bool WasEntered(char const * szPath);
+
+        // A folder that this scan entered. Its identity is read when the first link to a folder is met: most trees hold
+        // no link.
+        struct Entered_s
+        {
+            String_T<256> const * pPath;
+            bool bIdentified;
+            plat::FolderIdentity_t Identity;
+        };
+
+        bool m_bRecursive, m_bRelativeNames;
+        bool m_bLinkEntered = false;
+        String_T<256> m_sRoot;   // media root in the form of g_sPaths; empty without relative names
+        std::deque<plat::FolderListing_c> m_dListings;   // one for each level, reused for its folders in turn
+        std::size_t m_iLevel = 0;
+        Array_T<Entered_s, 64, 0> m_dEntered;
+
+        FileTableQueue_c m_Queue;
+    };
+
+    FolderScan_c::FolderScan_c(bool bRecursive, bool bRelativeNames)
+        : m_bRecursive(bRecursive)
+        , m_bRelativeNames(bRelativeNames)
+    {
+        if (bRelativeNames)
+        {
+            FoldedPath_c sRoot(GetPQXMediaPath(false));
+            if (!sRoot.IsEmpty() && sRoot.AppendSeparator())
+            {
+                m_sRoot = sRoot;
+            }
+        }
+    }
+
+    // Whether an entry can be entered in the tables. If not, logs why.
+    bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
+    {
+        char const * const szWhy = !Entry.bReachable                               ? "its name holds a '\\'"
+                                   : !Entry.bAscii && !plat::IsUtf8(Entry.szName)  ? "its name is not UTF-8"
+                                   : !Entry.Facts.bFolder && !Entry.Facts.bRegular ? "it is no regular file"
+                                                                                   : nullptr;
+        if (szWhy)
+        {
+            LogEscaped("filesystem: skipping \"%s%s\", %s", szFolder, Entry.szName, szWhy);
+        }
+        return !szWhy;
+    }
+
+    void LogHidden(char const * szFolder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
+    {
+        LogEscaped("filesystem: \"%s%s\" differs from another %s in case only, it is not entered", szFolder,
+            Entry.szName, Entry.Facts.bFolder && Reached.Facts.bFolder ? "folder" : "entry");
+    }
+
+    void FolderScan_c::Scan(String_T<256> const & sPath)
+    {
+        String_T<256> const * const pNewPath = FilePathAdd(sPath);
+        g_AddSubfolderCallbacker.Fire(sPath, true);
+        if (m_iLevel == m_dListings.size())
+        {
+            m_dListings.emplace_back();
+        }
+        plat::FolderListing_c & Listing = m_dListings[m_iLevel];
+        FileCacheNoteFolder(sPath);
+        if (String_T<256> const * const pMissed = g_dMissed.Find(sPath))
+        {
+            g_dMissed.Delete(static_cast<int>(pMissed - &g_dMissed[0]));
+        }
+        if (!Listing.Read(sPath))
+        {
+            FileScanNoteMissed(sPath);
+            LogEscaped("filesystem: can't read folder \"%s\"", static_cast<char const *>(sPath));
+            return;
+        }
+        ++m_iLevel;
+        AddEntries({ sPath, pNewPath ? pNewPath : g_sPaths.FindByName(sPath), KeyFolder(sPath) }, Listing);
+        --m_iLevel;
+    }
+
+    void FolderScan_c::AddEntries(Folder_s const & Folder, plat::FolderListing_c const & Listing)
+    {
+        Entered_s Entered{ Folder.pPath, false, {} };
+        if (!Entered.pPath)
+        {
+            Entered.bIdentified = plat::FolderGetIdentity(Folder.sPath, Entered.Identity);
+        }
+        m_dEntered.Add(Entered);
+        for (std::size_t i = 0; i < Listing.GetCount();)
+        {
+            if (Listing.HasCapitals())
+            {
+                i += AddAlike(Folder, Listing, i);
+            }
+            else
+            {
+                AddEntry(Folder, Listing.GetEntry(i), Listing.GetEntry(i));
+                ++i;
+            }
+        }
+        m_Queue.Flush();
+    }
+
+    // Logs and notes an entry of which the system returned no facts, unless the scan would skip it in any case.
+    ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
+    {
+        if (!g_sExcludedFiles.Has(Entry.szName) && !g_sExcludedFolders.Has(Entry.szName)
+            && !FileReplacement_c::IsBeside(Entry.szName))
+        {
+            LogEscaped("filesystem: skipping \"%s%s\", the system can't tell what it is",
+                static_cast<char const *>(sFolder), Entry.szName);
+            FileScanNoteMissed(sFolder);
+        }
+    }
+
+    // Reached is the entry that the name in lower case leads to.
+    void FolderScan_c::AddEntry(
+        Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
+    {
+        if (Entry.bFailed) [[unlikely]]
+        {
+            MissEntry(Folder.sPath, Entry);
+        }
+        else if (Entry.Facts.bFolder)
+        {
+            m_Queue.Flush();
+            AddFolder(Folder, Entry, Reached);
+        }
+        else if (Reached.Facts.bRegular)
+        {
+            AddFile(Folder, Entry);   // a duplicate if Reached is in the table already
+        }
+        else if (!g_sExcludedFiles.Has(Entry.szName) && CanEnter(Folder.sPath, Entry))
+        {
+            LogHidden(Folder.sPath, Entry, Reached);
+        }
+    }
+
+    bool HasCapital(char const * szName)
+    {
+        while (*szName && *szName == CharToLower(*szName))
+        {
+            ++szName;
+        }
+        return *szName != '\0';
+    }
+
+    // Adds the entry and those after it whose names differ in case only. Returns how many these are. A path in lower
+    // case leads to the one without capitals, which is the last. If all have capitals, it leads to the first. The one
+    // that the path leads to is added before the others.
+    std::size_t FolderScan_c::AddAlike(
+        Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst)
+    {
+        std::size_t iEnd = iFirst + 1;
+        while (iEnd < Listing.GetCount()
+               && StrCompareNoCase(Listing.GetEntry(iEnd).szName, Listing.GetEntry(iFirst).szName) == 0)
+        {
+            ++iEnd;
+        }
+        std::size_t const iReached = HasCapital(Listing.GetEntry(iEnd - 1).szName) ? iFirst : iEnd - 1;
+        plat::FolderEntry_t const & Reached = Listing.GetEntry(iReached);
+        AddEntry(Folder, Reached, Reached);
+        for (std::size_t i = iFirst; i < iEnd; ++i)
+        {
+            if (i != iReached)
+            {
+                AddEntry(Folder, Listing.GetEntry(i), Reached);
+            }
+        }
+        return iEnd - iFirst;
+    }
+
+    // Whether a folder belongs to no configuration or to the current one. If not, logs that it is skipped.
+    bool IsOfCurrentConfig(String_T<256> const & sPath, char const * szName, char const * szSub)
+    {
+        if (sPath.StrPos(CONFIG_MARKER) < 0
+            || (!g_sCurrentConfig.IsEmpty() && (g_sCurrentConfig == szName || !sPath.Ends(CONFIG_MARKER))))
+        {
+            return true;
+        }
+        LogEscaped("filesystem: skipping \"%s\"", szSub);
+        return false;
+    }
+
+    void FolderScan_c::AddFolder(
+        Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
+    {
+        if (!m_bRecursive)
+        {
+            return;
+        }
+        if (static_cast<std::size_t>(Folder.sPath.Length()) + Entry.nName + 1
+            >= static_cast<std::size_t>(Folder.sPath.Capacity()))
+        {
+            LogEscaped("filesystem: skipping \"%s%s\", its path is too long", static_cast<char const *>(Folder.sPath),
+                Entry.szName);
+            return;
+        }
+        String_T<256> sSub = Folder.sPath;
+        sSub += Entry.szName;
+        sSub += "\\";
+        sSub.ToLower();
+        if (!IsOfCurrentConfig(Folder.sPath, Entry.szName, sSub) || g_sExcludedFolders.Has(Entry.szName)
+            || FileSplitExcludes(sSub) || !CanEnter(Folder.sPath, Entry))
+        {
+            return;
+        }
+        if (&Entry != &Reached)
+        {
+            return LogHidden(Folder.sPath, Entry, Reached);
+        }
+        if ((Entry.bLink || m_bLinkEntered) && WasEntered(sSub))
+        {
+            LogEscaped(Entry.bLink ? "filesystem: skipping \"%s%s\", it is a link to a folder of this scan"
+                                   : "filesystem: skipping \"%s%s\", the scan was in it by a link already",
+                static_cast<char const *>(Folder.sPath), Entry.szName);
+            return;
+        }
+        m_bLinkEntered = m_bLinkEntered || Entry.bLink;
+        Scan(sSub);
+    }
+
+    bool FolderScan_c::WasEntered(char const * szPath)
+    {
+        plat::FolderIdentity_t Identity;
+        if (!plat::FolderGetIdentity(szPath, Identity))
+        {
+            return false;
+        }
+        for (Entered_s & Entered : m_dEntered)
+        {
+            if (!Entered.bIdentified && Entered.pPath)
+            {
+                Entered.bIdentified = plat::FolderGetIdentity(*Entered.pPath, Entered.Identity);
+            }
+            if (Entered.bIdentified && Entered.Identity == Identity)
+            {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // Returns the part of a folder's path that its keys begin with; null for bare names.
+    char const * FolderScan_c::KeyFolder(String_T<256> const & sPath) const
+    {
+        char const * const szPath = sPath;
+        if (!m_bRelativeNames)
+        {
+            return nullptr;
+        }
+        if (m_sRoot.IsEmpty() || !sPath.Begins(m_sRoot))
+        {
+            LogEscaped("filesystem: \"%s\" is not below the media root, its files go by their bare names", szPath);
+            return nullptr;
+        }
+        return szPath + m_sRoot.Length();
+    }
+
+    // Returns the key's length. Returns 0, with a log line, for a name that no lookup finds and for a relative key that
+    // does not fit.
+    std::size_t FolderScan_c::MakeKey(
+        Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const
+    {
+        bool const bBare = !Folder.szKeyFolder || !Folder.szKeyFolder[0];
+        if (bBare && Entry.nName > 1 && Entry.szName[1] == ':')   // a lookup would read it as a drive
+        {
+            LogEscaped("filesystem: skipping \"%s%s\", its name begins like a drive",
+                static_cast<char const *>(Folder.sPath), Entry.szName);
+            return 0;
+        }
+        if (!Folder.szKeyFolder)
+        {
+            return FileMakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer());
+        }
+        std::size_t const nFolder = std::strlen(Folder.szKeyFolder);
+        if (nFolder + Entry.nName > FILE_KEY_LENGTH)
+        {
+            LogEscaped("filesystem: skipping \"%s%s\", its relative name takes more than %zu characters",
+                static_cast<char const *>(Folder.sPath), Entry.szName, FILE_KEY_LENGTH);
+            return 0;
+        }
+        std::memcpy(sKey.GetBuffer(), Folder.szKeyFolder, nFolder);
+        return nFolder + FileMakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer() + nFolder);
+    }
+
+    void FolderScan_c::AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry)
+    {
+        if (g_sExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName)
+            || !CanEnter(Folder.sPath, Entry))
+        {
+            return;
+        }
+        File_c * const pFile = ZQ_NEW FileOnDisk_c;
+        std::size_t const nKey = MakeKey(Folder, Entry, pFile->sName);
+        if (nKey == 0)
+        {
+            return FileDiscard(pFile);
+        }
+        if (Entry.Facts.nSize > INT_MAX)
+        {
+            LogEscaped("filesystem: \"%s%s\" is larger than 2 GiB and can't be opened",
+                static_cast<char const *>(Folder.sPath), Entry.szName);
+        }
+        pFile->pPath = Folder.pPath;
+        pFile->iLength = static_cast<int>(static_cast<std::uint32_t>(Entry.Facts.nSize));
+        pFile->ftCreationTime = Entry.Facts.tCreation;
+        pFile->ftLastWriteTime = Entry.Facts.tLastWrite;
+        m_Queue.Push(pFile, nKey);
+    }
+}
+
+void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelativeNames)
+{
+    FolderScan_c(bRecursive, bRelativeNames).Scan(sFolder);
+}
+
+void FileScanNoteMissed(String_T<256> const & sFolder)
+{
+    if (!g_dMissed.Find(sFolder))
+    {
+        g_dMissed.Add(sFolder);
+    }
+}
+
+void FileScanForgetMissed(char const * szPrefix)
+{
+    for (int i = g_dMissed.GetLength() - 1; i >= 0; --i)
+    {
+        if (g_dMissed[i].Begins(szPrefix))
+        {
+            g_dMissed.Delete(i);
+        }
+    }
+    if (g_dMissed.IsEmpty())
+    {
+        g_dMissed.Reset();
+    }
+}
+
+bool FileScanIsWhole(char const * sPath)
+{
+    ZQ_ASSERT(sPath);
+    FoldedPath_c sPrefix(sPath ? sPath : "");
+    if (sPrefix.GetLength() > 0)
+    {
+        sPrefix.AppendSeparator();
+    }
+    for (String_T<256> const & sMissed : g_dMissed)
+    {
+        if (sMissed.Begins(sPrefix))
+        {
+            return false;
+        }
+    }
+    return true;
+}
