@@ -9,9 +9,8 @@
 
 namespace
 {
-    constexpr int FILES_EXPECTED = 8192;   // the pool grows by a sixteenth of them
-    constexpr std::size_t POOL_ALIGNMENT = 16;
-    static_assert(alignof(FileOnDisk_c) <= POOL_ALIGNMENT);
+    constexpr int FILES_EXPECTED = 8192;                        // the pool grows by a sixteenth of them
+    static_assert(alignof(FileOnDisk_c) <= MEMORY_ALIGNMENT);   // of the pool's elements
 
     // Never destroyed: objects may outlive every destructor of the process.
     GigaPoolResizeable_c & Pool()

@@ -129,7 +129,7 @@ void GigaSlab_c::AllocData(std::size_t nAlignment)
     {
         return;
     }
-    std::size_t const nSlack = nAlignment - MIN_ALIGNMENT;
+    std::size_t const nSlack = nAlignment - MEMORY_ALIGNMENT;
     if (nBytes <= PTRDIFF_MAX - nSlack)
     {
         m_pBlock = ZQ_NEW std::uint8_t[static_cast<std::size_t>(nBytes) + nSlack];
@@ -191,7 +191,7 @@ inline void GigaSlab_c::Free(unsigned iElement)
 
 void GigaPoolStatic_c::Init(int iElements, int iElementSize)
 {
-    if (m_Slab.Init(iElements, iElementSize, GigaSlab_c::MIN_ALIGNMENT))
+    if (m_Slab.Init(iElements, iElementSize, MEMORY_ALIGNMENT))
     {
         m_Marks = {};
         m_Slab.OpenGroup(m_Open);

@@ -13,7 +13,7 @@
 //
 //     GigaSlab_c Slab;
 //     GigaOpenGroup_c Open;
-//     Slab.Init(64, 16, GigaSlab_c::MIN_ALIGNMENT);
+//     Slab.Init(64, 16, MEMORY_ALIGNMENT);
 //     Slab.OpenGroup(Open);
 //     void * const pElement = Open.Alloc(false, Slab.GetElementSize());
 //     Slab.CloseGroup(Open);
@@ -127,7 +127,6 @@ class ZQ_API GigaSlab_c
 {
 public:
     static constexpr int MAX_ELEMENTS = (GIGA_GROUP_NULL - 1) * GigaGroup_c::ELEMENTS;   // 2,097,088
-    static constexpr std::size_t MIN_ALIGNMENT = 16;                                     // of the heap's blocks
 
     GigaSlab_c() = default;
     ~GigaSlab_c() { Reset(); }
@@ -135,7 +134,7 @@ public:
     GigaSlab_c & operator=(GigaSlab_c const &) = delete;
 
     /// Allocates storage as GigaPoolStatic_c::Init says. Its address is a multiple of nAlignment, a power of 2 of at
-    /// least MIN_ALIGNMENT. Returns false if the slab has storage already.
+    /// least MEMORY_ALIGNMENT. Returns false if the slab has storage already.
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
     /// Frees the storage. The sizes stay.

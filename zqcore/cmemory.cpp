@@ -25,16 +25,9 @@ constinit plat::Lock_c & g_CategoryLock = plat::g_HeapLock;
 
 namespace
 {
-    constexpr std::size_t ALIGNMENT = 16;   // of every block of operator_new
-
-    constexpr char const * CATEGORY_NAMES[] = { "UNDEFINED", "CRT", "NORMAL_BLOCK", "file", "logger", "GamePipes",
-        "Rpg", "RpgText", "Net", "NetQueue", "Server", "ServerReplicatePool", "Client", "render", "rvb", "rtex",
-        "Logic", "FMSound", "Particle", "rib", "kiln", "Frames", "Game", "rmesh", "rmeshinst", "rmesh_col", "animdata",
-        "animinstance", "Building", "scene", "kilndebug", "Collision", "Noise", "GameData", "DataBase", "Sound", "calc",
-        "rbMemObject", "ScaleForm", "FjordStudioRuntime", "WinMisc", "Core", "Input", "RenderFont", "DebugDraw",
-        "SpotlitScene", "GameUI", "AI", "Lua", "Decals", "Application", "Localization", "DB", "GameServer", "GameLogic",
-        "GameScripts", "GameWorld", "GameView", "Landscape", "GameRender", "Tools", "GameLogs", "Interface", "GFX",
-        "Generator", "GameNetwork", "TOTAL" };
+#define ZQ_NAME(Name) #Name,
+    constexpr char const * CATEGORY_NAMES[] = { ZQ_MEMORY_CATEGORIES(ZQ_NAME) "TOTAL" };
+#undef ZQ_NAME
     static_assert(std::size(CATEGORY_NAMES) == mem::TOTAL + 1);
 
     constinit CategoryStacks_t g_Stacks;   // by the threads' numbers; under g_CategoryLock
@@ -248,7 +241,7 @@ namespace
         ZQ_ASSERT_TEXT(blocktype == MEMORY_CLIENT_BLOCK, "blocktype == _CLIENT_BLOCK");
         ZQ_ASSERT_TEXT(sizeof(mem::Object_i) <= Block.nBytes, "sizeof ( mem::Object_i ) <= nBytes");
         if (auto const * const pObject =
-                static_cast<mem::Object_i const *>(get_aligned_from_block(Block.pUser, ALIGNMENT, 0)))
+                static_cast<mem::Object_i const *>(get_aligned_from_block(Block.pUser, MEMORY_ALIGNMENT, 0)))
         {
             char szDescription[256] = "object of an unloaded module";
             if (IsClassLoaded(pObject))
@@ -518,25 +511,39 @@ namespace CoreMemory
     void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine)
     {
         plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Plain;
-        return Foreign.fnNew ? TakeForeign(Foreign, nBytes) : Take(nBytes, ALIGNMENT, iBlockType, sFile, iLine);
+        return Foreign.fnNew ? TakeForeign(Foreign, nBytes) : Take(nBytes, MEMORY_ALIGNMENT, iBlockType, sFile, iLine);
     }
 
     void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine)
     {
         plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Array;
-        return Foreign.fnNew ? TakeForeign(Foreign, nBytes) : Take(nBytes, ALIGNMENT, iBlockType, sFile, iLine);
+        return Foreign.fnNew ? TakeForeign(Foreign, nBytes) : Take(nBytes, MEMORY_ALIGNMENT, iBlockType, sFile, iLine);
     }
 
     void operator_delete(void * p)
     {
         plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Plain;
-        Foreign.fnNew ? Foreign.fnDelete(p) : aligned_free_dbg(p);
+        if (Foreign.fnNew)
+        {
+            Foreign.fnDelete(p);
+        }
+        else
+        {
+            aligned_free_dbg(p);
+        }
     }
 
     void operator_delete_array(void * p)
     {
         plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Array;
-        Foreign.fnNew ? Foreign.fnDelete(p) : aligned_free_dbg(p);
+        if (Foreign.fnNew)
+        {
+            Foreign.fnDelete(p);
+        }
+        else
+        {
+            aligned_free_dbg(p);
+        }
     }
 
     void * operator_new_aligned(
@@ -544,7 +551,7 @@ namespace CoreMemory
     {
         auto const & Foreign = g_ForeignOperators.Aligned;
         return Foreign.fnNew ? TakeForeign(Foreign, nBytes, std::align_val_t{ nAlignment })
-                             : Take(nBytes, std::max(nAlignment, ALIGNMENT), iBlockType, sFile, iLine);
+                             : Take(nBytes, std::max(nAlignment, MEMORY_ALIGNMENT), iBlockType, sFile, iLine);
     }
 
     void * operator_new_array_aligned(
@@ -552,7 +559,7 @@ namespace CoreMemory
     {
         auto const & Foreign = g_ForeignOperators.AlignedArray;
         return Foreign.fnNew ? TakeForeign(Foreign, nBytes, std::align_val_t{ nAlignment })
-                             : Take(nBytes, std::max(nAlignment, ALIGNMENT), iBlockType, sFile, iLine);
+                             : Take(nBytes, std::max(nAlignment, MEMORY_ALIGNMENT), iBlockType, sFile, iLine);
     }
 
     void operator_delete_aligned(void * p, std::size_t nAlignment)

@@ -32,19 +32,29 @@
 #include <cstddef>
 #include <new>
 
+/// The categories in order: the enumerators of mem::Categories_e, whose spelling is also their name in reports. UNDEFINED
+/// holds the blocks of unknown owners, CRT the runtime's own blocks, which are never counted.
+// clang-format off
+#define ZQ_MEMORY_CATEGORIES(X) \
+    X(UNDEFINED) X(CRT) X(NORMAL_BLOCK) X(file) X(logger) X(GamePipes) X(Rpg) X(RpgText) X(Net) X(NetQueue) \
+    X(Server) X(ServerReplicatePool) X(Client) X(render) X(rvb) X(rtex) X(Logic) X(FMSound) X(Particle) \
+    X(rib) X(kiln) X(Frames) X(Game) X(rmesh) X(rmeshinst) X(rmesh_col) X(animdata) X(animinstance) \
+    X(Building) X(scene) X(kilndebug) X(Collision) X(Noise) X(GameData) X(DataBase) X(Sound) X(calc) \
+    X(rbMemObject) X(ScaleForm) X(FjordStudioRuntime) X(WinMisc) X(Core) X(Input) X(RenderFont) X(DebugDraw) \
+    X(SpotlitScene) X(GameUI) X(AI) X(Lua) X(Decals) X(Application) X(Localization) X(DB) X(GameServer) \
+    X(GameLogic) X(GameScripts) X(GameWorld) X(GameView) X(Landscape) X(GameRender) X(Tools) X(GameLogs) \
+    X(Interface) X(GFX) X(Generator) X(GameNetwork)
+// clang-format on
+
 namespace mem
 {
-    /// The categories. UNDEFINED holds blocks without a known owner. CRT holds the runtime's own blocks, which are
-    /// never counted.
     // clang-format off
+    /// The categories, see ZQ_MEMORY_CATEGORIES.
     enum Categories_e : int
     {
-        UNDEFINED, CRT, NORMAL_BLOCK, file, logger, GamePipes, Rpg, RpgText, Net, NetQueue, Server,
-        ServerReplicatePool, Client, render, rvb, rtex, Logic, FMSound, Particle, rib, kiln, Frames, Game, rmesh,
-        rmeshinst, rmesh_col, animdata, animinstance, Building, scene, kilndebug, Collision, Noise, GameData, DataBase,
-        Sound, calc, rbMemObject, ScaleForm, FjordStudioRuntime, WinMisc, Core, Input, RenderFont, DebugDraw,
-        SpotlitScene, GameUI, AI, Lua, Decals, Application, Localization, DB, GameServer, GameLogic, GameScripts,
-        GameWorld, GameView, Landscape, GameRender, Tools, GameLogs, Interface, GFX, Generator, GameNetwork,
+#define ZQ_ENUMERATOR(Name) Name,
+        ZQ_MEMORY_CATEGORIES(ZQ_ENUMERATOR)
+#undef ZQ_ENUMERATOR
         TOTAL   // number of categories
     };
     // clang-format on
@@ -128,10 +138,12 @@ ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 /// `ZQ_NEW T(...)` allocates a block of the current category that records its file and line. Free it with delete.
 #define ZQ_NEW new (MEMORY_CLIENT_BLOCK, __FILE__, __LINE__)
 
+inline constexpr std::size_t MEMORY_ALIGNMENT = 16;   // bytes; of each block of ZQ_NEW and `new`
+
 namespace CoreMemory
 {
-    /// Returns a block that is aligned to 16 bytes. See MemoryBlockWord for its category. sFile is kept as a pointer.
-    /// On exhaustion calls Abort. Returns null only before MemoryInit and after MemoryDone.
+    /// Returns a block that is aligned to MEMORY_ALIGNMENT. See MemoryBlockWord for its category. sFile is kept as a
+    /// pointer. On exhaustion calls Abort. Returns null only before MemoryInit and after MemoryDone.
     ZQ_API void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
 
@@ -139,7 +151,7 @@ namespace CoreMemory
     ZQ_API void operator_delete(void * p);
     ZQ_API void operator_delete_array(void * p);
 
-    /// The same for types whose alignment is above 16. nAlignment is a power of 2.
+    /// The same for types whose alignment is above MEMORY_ALIGNMENT. nAlignment is a power of 2.
     ZQ_API void * operator_new_aligned(
         std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array_aligned(
