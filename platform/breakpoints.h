@@ -14,24 +14,24 @@ namespace plat
 {
     inline constexpr int DEBUG_REGISTERS = 4;
 
-    enum DebugAccess_e : std::uint32_t
-    {
-        DEBUG_EXECUTE = 0,   // only with DEBUG_LENGTH_1
-        DEBUG_WRITE = 1,
-        DEBUG_PORT = 2,   // useless to a program: refused
-        DEBUG_ACCESS = 3
-    };
-
-    enum DebugLength_e : std::uint32_t
-    {
-        DEBUG_LENGTH_1 = 0,
-        DEBUG_LENGTH_2 = 1,
-        DEBUG_LENGTH_8 = 2,
-        DEBUG_LENGTH_4 = 3
-    };
-
     struct DebugRegisters_t
     {
+        /// The two-bit codes of the control word.
+        enum Length_e : int
+        {
+            LENGTH_1 = 0,
+            LENGTH_2 = 1,
+            LENGTH_8 = 2,
+            LENGTH_4 = 3
+        };
+        enum Access_e : int
+        {
+            ACCESS_EXECUTE = 0,   // requires LENGTH_1
+            ACCESS_WRITE = 1,
+            ACCESS_PORT = 2,   // useless to a program: refused
+            ACCESS_READ_WRITE = 3
+        };
+
         std::uintptr_t dAddress[DEBUG_REGISTERS];   // aligned to the length
         std::uint32_t nControl;
 

@@ -2,8 +2,6 @@
 
 #include "zqcore/cdebug.h"
 
-#include "platform/breakpoints.h"
-
 namespace
 {
     constexpr char DEVELOPER_BREAK[] = "Developer break";

@@ -18,26 +18,20 @@
 
 #include "zqcore/cconfig.h"
 
+#include "platform/breakpoints.h"
+
 /// A breakpoint on an address of the calling thread.
 class ZQ_API Breakpoint_c
 {
 public:
     static constexpr int INVALID_INDEX = 65535;   // m_nIndex while no register is held
 
-    /// Codes of the control register: Intel's manual, volume 3B, debug registers.
-    enum Length_e : int
-    {
-        LENGTH_1 = 0,
-        LENGTH_2 = 1,
-        LENGTH_8 = 2,
-        LENGTH_4 = 3
-    };
-    enum Access_e : int
-    {
-        ACCESS_EXECUTE = 0,   // requires LENGTH_1
-        ACCESS_WRITE = 1,
-        ACCESS_READ_WRITE = 3
-    };
+    /// Codes of the control register (Intel's manual, volume 3B, debug registers): LENGTH_1, LENGTH_2, LENGTH_4, LENGTH_8
+    /// in bytes; ACCESS_WRITE, ACCESS_READ_WRITE, and ACCESS_EXECUTE, which requires LENGTH_1.
+    using Length_e = plat::DebugRegisters_t::Length_e;
+    using Access_e = plat::DebugRegisters_t::Access_e;
+    using enum plat::DebugRegisters_t::Length_e;
+    using enum plat::DebugRegisters_t::Access_e;
 
     Breakpoint_c() = default;
     virtual ~Breakpoint_c();

@@ -131,12 +131,15 @@ namespace plat
             constexpr std::uint64_t EXECUTE_LENGTH = 8;   // a kernel word, whatever the program's word size
 
             std::uint32_t const nAccess = Registers.GetAccess(i);
-            if (nAccess == DEBUG_PORT || (nAccess == DEBUG_EXECUTE && Registers.GetLength(i) != DEBUG_LENGTH_1))
+            if (nAccess == DebugRegisters_t::ACCESS_PORT
+                || (nAccess == DebugRegisters_t::ACCESS_EXECUTE
+                    && Registers.GetLength(i) != DebugRegisters_t::LENGTH_1))
             {
                 errno = EINVAL;
                 return -1;
             }
-            std::uint64_t const nLength = nAccess == DEBUG_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(i)];
+            std::uint64_t const nLength =
+                nAccess == DebugRegisters_t::ACCESS_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(i)];
             perf_event_attr Event = NewEvent(KINDS[nAccess], Registers.dAddress[i], nLength);
             Event.sample_period = 1;
             Event.sigtrap = 1;
