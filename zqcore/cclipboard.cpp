@@ -17,14 +17,14 @@ namespace
     constexpr unsigned OPEN_PAUSE = 100;   // milliseconds
     constexpr std::size_t TEXT_SIZE = 65536;
 
-    constinit ModuleClipboard_c s_Module;
+    constinit ModuleClipboard_c g_Module;
 
     void Forget()
     {
         g_isOpen = false;
         g_hClipboard = nullptr;
     }
-    plat::ForkHandler_c const s_ForkHandler({ nullptr, nullptr, Forget });   // a forked child has the clipboard closed
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, Forget });   // a forked child has the clipboard closed
 
     bool IsOpen()
     {
@@ -178,7 +178,7 @@ ModuleClipboard_c::~ModuleClipboard_c() = default;
 
 ModuleClipboard_c * ModuleClipboard_c::Get()
 {
-    return &s_Module;
+    return &g_Module;
 }
 
 bool ModuleClipboard_c::Initialize()

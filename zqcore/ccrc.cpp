@@ -108,7 +108,7 @@ namespace
 
     // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it, which may come before any constructor.
     // Threads that choose at the same time store the same kernel.
-    constinit std::atomic<Crc32Kernel_t> s_fnKernel{ ChooseAndRun };
+    constinit std::atomic<Crc32Kernel_t> g_fnKernel{ ChooseAndRun };
 
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)
     {
@@ -118,7 +118,7 @@ namespace
         {
             fnKernel = fnBetter != nullptr ? fnBetter : fnKernel;
         }
-        s_fnKernel.store(fnKernel, std::memory_order_relaxed);
+        g_fnKernel.store(fnKernel, std::memory_order_relaxed);
         return fnKernel(pData, nBytes);
     }
 }
@@ -143,7 +143,7 @@ std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)
     std::size_t const nBytes = nLength > 0 ? static_cast<std::size_t>(nLength) : 0;
     if (nBytes >= CRC32_KERNEL_MIN)
     {
-        return s_fnKernel.load(std::memory_order_relaxed)(pBytes, nBytes);
+        return g_fnKernel.load(std::memory_order_relaxed)(pBytes, nBytes);
     }
     if (nBytes >= 8)
     {

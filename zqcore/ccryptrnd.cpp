@@ -9,10 +9,10 @@
 
 namespace
 {
-    constinit CryptoRandomGenerator_c s_Generator;
-    CryptoRandomGenerator_c::ForkLocks_c const s_ForkLocks(s_Generator);
-    plat::ForkHandler_c const s_ForkHandler({ nullptr, nullptr, [] { s_Generator.Part(); } });
-    constinit ModuleCryptRandom_c s_Module;
+    constinit CryptoRandomGenerator_c g_Generator;
+    CryptoRandomGenerator_c::ForkLocks_c const g_ForkLocks(g_Generator);
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_Generator.Part(); } });
+    constinit ModuleCryptRandom_c g_Module;
 
     void CollectEntropy(MessageData_s)
     {
@@ -91,20 +91,20 @@ void GetRandomBytes(unsigned char * dOutput, int nBytes)
     ZQ_ASSERT(nBytes > 0);
     if (dOutput != nullptr && nBytes > 0)
     {
-        s_Generator.Get(dOutput, static_cast<std::size_t>(nBytes));
+        g_Generator.Get(dOutput, static_cast<std::size_t>(nBytes));
     }
 }
 
 void PutNextRandom()
 {
-    s_Generator.PutNextRandom();
+    g_Generator.PutNextRandom();
 }
 
 ModuleCryptRandom_c::~ModuleCryptRandom_c() = default;
 
 ModuleCryptRandom_c * ModuleCryptRandom_c::Get()
 {
-    return &s_Module;
+    return &g_Module;
 }
 
 bool ModuleCryptRandom_c::Initialize()

@@ -10,7 +10,7 @@ static_assert(sizeof(plat::Guid_t) == 16);
 
 namespace
 {
-    constinit std::atomic<bool> s_bGlobalOnly = true;
+    constinit std::atomic<bool> g_bGlobalOnly = true;
 
     constexpr int TEXT_LENGTH = 36;
 
@@ -33,7 +33,7 @@ namespace
             Warning("Unable to get a GUID.");
             return false;
         }
-        return !s_bGlobalOnly;
+        return !g_bGlobalOnly;
     }
 
     bool IsDashAt(int iChar)
@@ -99,7 +99,7 @@ bool Guid_c::Create(Guid_c & Guid)
 
 void Guid_c::SetGlobalOnly(bool bGlobalOnly)
 {
-    s_bGlobalOnly = bGlobalOnly;
+    g_bGlobalOnly = bGlobalOnly;
 }
 
 bool Guid_c::FromText(char const * szText, Guid_c & Guid)

@@ -21,8 +21,8 @@ namespace
     constexpr int TABLE_SIZE = LATTICE + REPEATED;
     constexpr float OFFSET = 4096.0f;   // makes coordinates positive, so that truncation is floor
 
-    constinit ModulePerlin_c s_Module;
-    constinit std::uint32_t s_dwSeed = 1;
+    constinit ModulePerlin_c g_Module;
+    constinit std::uint32_t g_dwSeed = 1;
 
     struct Tables_s
     {
@@ -31,13 +31,13 @@ namespace
         Vector2_t dGradients2[TABLE_SIZE];
         Float4_t dGradients3[TABLE_SIZE];   // the fourth lane is 0
     };
-    constinit Tables_s s_Tables{};
+    constinit Tables_s g_Tables{};
 
     // Returns 0 to 32767.
     int Draw()
     {
-        s_dwSeed = s_dwSeed * 214013u + 2531011u;
-        return static_cast<int>(s_dwSeed >> 16 & 0x7FFF);
+        g_dwSeed = g_dwSeed * 214013u + 2531011u;
+        return static_cast<int>(g_dwSeed >> 16 & 0x7FFF);
     }
 
     float DrawComponent()
@@ -68,9 +68,9 @@ namespace
     // The order of the draws decides the noise.
     void DrawEntry(int i)
     {
-        s_Tables.dPermutation[i] = i;
-        s_Tables.dGradients1[i] = DrawComponent();
-        Vector2_t & Gradient2 = s_Tables.dGradients2[i];
+        g_Tables.dPermutation[i] = i;
+        g_Tables.dGradients1[i] = DrawComponent();
+        Vector2_t & Gradient2 = g_Tables.dGradients2[i];
         Gradient2.x = DrawComponent();
         Gradient2.y = DrawComponent();
         normalize2(Gradient2);
@@ -79,7 +79,7 @@ namespace
         Gradient3.y = DrawComponent();
         Gradient3.z = DrawComponent();
         normalize3(Gradient3);
-        s_Tables.dGradients3[i] = Float4_t{ Gradient3.x, Gradient3.y, Gradient3.z, 0.0f };
+        g_Tables.dGradients3[i] = Float4_t{ Gradient3.x, Gradient3.y, Gradient3.z, 0.0f };
     }
 
     void BuildTables()
@@ -90,14 +90,14 @@ namespace
         }
         for (int i = LATTICE - 1; i >= 1; --i)
         {
-            std::swap(s_Tables.dPermutation[i], s_Tables.dPermutation[Draw() % LATTICE]);
+            std::swap(g_Tables.dPermutation[i], g_Tables.dPermutation[Draw() % LATTICE]);
         }
         for (int i = 0; i < REPEATED; ++i)   // the last two repeat the first two
         {
-            s_Tables.dPermutation[LATTICE + i] = s_Tables.dPermutation[i];
-            s_Tables.dGradients1[LATTICE + i] = s_Tables.dGradients1[i];
-            s_Tables.dGradients2[LATTICE + i] = s_Tables.dGradients2[i];
-            s_Tables.dGradients3[LATTICE + i] = s_Tables.dGradients3[i];
+            g_Tables.dPermutation[LATTICE + i] = g_Tables.dPermutation[i];
+            g_Tables.dGradients1[LATTICE + i] = g_Tables.dGradients1[i];
+            g_Tables.dGradients2[LATTICE + i] = g_Tables.dGradients2[i];
+            g_Tables.dGradients3[LATTICE + i] = g_Tables.dGradients3[i];
         }
     }
 
@@ -145,7 +145,7 @@ namespace
 
         explicit Corners_s(Place_s const & Place)
         {
-            int const * const p = s_Tables.dPermutation;
+            int const * const p = g_Tables.dPermutation;
             int const i = p[Place.First(0)];
             int const j = p[Place.Next(0)];
             int const by0 = Place.First(1);
@@ -160,7 +160,7 @@ namespace
     // Returns the values of the four corners in the plane bz. x, y and z are the distances from the corners.
     Float4_t PlaneValues(Corners_s const & Corners, int bz, Float4_t x, Float4_t y, Float4_t z)
     {
-        Float4_t const * const g = s_Tables.dGradients3 + bz;
+        Float4_t const * const g = g_Tables.dGradients3 + bz;
         Float4_t const g00 = g[Corners.b00], g10 = g[Corners.b10], g01 = g[Corners.b01], g11 = g[Corners.b11];
         Float4_t const Low0 = Pick<0, 4, 1, 5>(g00, g10), Low1 = Pick<0, 4, 1, 5>(g01, g11);
         Float4_t const High0 = Pick<2, 6, 3, 7>(g00, g10), High1 = Pick<2, 6, 3, 7>(g01, g11);
@@ -174,9 +174,9 @@ namespace
 float PerlinNoise(float x)
 {
     Place_s const Place(Float4_t{ x, 0.0f, 0.0f, 0.0f });
-    int const * const p = s_Tables.dPermutation;
-    float const a = Place.r0[0] * s_Tables.dGradients1[p[Place.First(0)]];
-    float const b = Place.r1[0] * s_Tables.dGradients1[p[Place.Next(0)]];
+    int const * const p = g_Tables.dPermutation;
+    float const a = Place.r0[0] * g_Tables.dGradients1[p[Place.First(0)]];
+    float const b = Place.r1[0] * g_Tables.dGradients1[p[Place.Next(0)]];
     float const fNoise = Blend(a, b, Place.s[0]);
     ZQ_ASSERT_EX(fNoise > -1.0f && fNoise < 1.0f, "Invalid 1D-perlin noise");
     return Clamped(fNoise);
@@ -186,7 +186,7 @@ float PerlinNoise(Vector2_t const & Point)
 {
     Place_s const Place(Float4_t{ Point.x, Point.y, 0.0f, 0.0f });
     Corners_s const Corners(Place);
-    Vector2_t const * const g = s_Tables.dGradients2;
+    Vector2_t const * const g = g_Tables.dGradients2;
     float const rx0 = Place.r0[0], rx1 = Place.r1[0], ry0 = Place.r0[1], ry1 = Place.r1[1], sx = Place.s[0];
     float const a = Blend(Dot(g[Corners.b00], rx0, ry0), Dot(g[Corners.b10], rx1, ry0), sx);
     float const b = Blend(Dot(g[Corners.b01], rx0, ry1), Dot(g[Corners.b11], rx1, ry1), sx);
@@ -215,7 +215,7 @@ float PerlinNoise(Vec3fpu_t const & Point)
 
 void PerlinNoiseSetSeed(unsigned int nSeed)
 {
-    s_dwSeed = nSeed;
+    g_dwSeed = nSeed;
     BuildTables();
 }
 
@@ -223,7 +223,7 @@ ModulePerlin_c::~ModulePerlin_c() = default;
 
 ModulePerlin_c * ModulePerlin_c::Get()
 {
-    return &s_Module;
+    return &g_Module;
 }
 
 bool ModulePerlin_c::Initialize()

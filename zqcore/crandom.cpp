@@ -7,8 +7,8 @@
 
 namespace
 {
-    constinit ModuleRandom_c s_Module;
-    constinit Link_T<RandomSeedEntry_s> * s_pSeedList = nullptr;   // newest first
+    constinit ModuleRandom_c g_Module;
+    constinit Link_T<RandomSeedEntry_s> * g_pSeedList = nullptr;   // newest first
 }
 
 // Defined after the head of the list, which its construction changes.
@@ -29,21 +29,21 @@ RandomNumber_c::RandomNumber_c(unsigned int nStartSeed, char const * szItsName)
     {
         if (auto * const pLink = ZQ_NEW Link_T<RandomSeedEntry_s>({ this, szName }))
         {
-            s_pSeedList = pLink->Link(s_pSeedList);
+            g_pSeedList = pLink->Link(g_pSeedList);
         }
     }
 }
 
 RandomNumber_c::~RandomNumber_c()
 {
-    auto * pLink = s_pSeedList;
+    auto * pLink = g_pSeedList;
     while (pLink && pLink->Get().pRandom != this)
     {
         pLink = pLink->pNext;
     }
     if (pLink)
     {
-        s_pSeedList = pLink->Unlink(s_pSeedList);
+        g_pSeedList = pLink->Unlink(g_pSeedList);
         delete pLink;
     }
 }
@@ -83,20 +83,20 @@ int RandomNumber_c::NextInRange(int iFirst, int iLast)
 
 Link_T<RandomSeedEntry_s> const * RandomGetSeedList()
 {
-    return s_pSeedList;
+    return g_pSeedList;
 }
 
 void RandomFreeSeedList()
 {
-    LinkFreeAll(s_pSeedList);
-    s_pSeedList = nullptr;
+    LinkFreeAll(g_pSeedList);
+    g_pSeedList = nullptr;
 }
 
 ModuleRandom_c::~ModuleRandom_c() = default;
 
 ModuleRandom_c * ModuleRandom_c::Get()
 {
-    return &s_Module;
+    return &g_Module;
 }
 
 void ModuleRandom_c::Shutdown()

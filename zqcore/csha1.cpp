@@ -79,19 +79,19 @@ namespace
 
     // The first call chooses the kernel, which may come before any constructor. Threads that choose at the same time
     // store the same one.
-    constinit std::atomic<Sha1Kernel_t> s_fnKernel{ ChooseAndRun };
+    constinit std::atomic<Sha1Kernel_t> g_fnKernel{ ChooseAndRun };
 
     void ChooseAndRun(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
     {
         Sha1Kernel_t const fnFound = Sha1FindKernel();
         Sha1Kernel_t const fnKernel = fnFound != nullptr ? fnFound : Sha1Plain;
-        s_fnKernel.store(fnKernel, std::memory_order_relaxed);
+        g_fnKernel.store(fnKernel, std::memory_order_relaxed);
         fnKernel(dHash, pBlocks, nBlocks);
     }
 
     void HashBlocks(SHA1Context & Context, unsigned char const * pBlocks, std::size_t nBlocks)
     {
-        s_fnKernel.load(std::memory_order_relaxed)(Context.dHash, pBlocks, nBlocks);
+        g_fnKernel.load(std::memory_order_relaxed)(Context.dHash, pBlocks, nBlocks);
     }
 
     int Fail(SHA1Context & Context, int iStatus)

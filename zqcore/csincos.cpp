@@ -6,7 +6,7 @@ constinit std::array<float, SIN_TABLE_SIZE> g_dSinTable{};
 
 namespace
 {
-    constinit ModuleSinCos_c s_Module;
+    constinit ModuleSinCos_c g_Module;
     constexpr double FLOAT_PI = 3.1415927410125732;
 }
 
@@ -14,7 +14,7 @@ ModuleSinCos_c::~ModuleSinCos_c() = default;
 
 ModuleSinCos_c * ModuleSinCos_c::Get()
 {
-    return &s_Module;
+    return &g_Module;
 }
 
 bool ModuleSinCos_c::Initialize()

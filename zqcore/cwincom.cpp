@@ -6,7 +6,7 @@
 
 namespace
 {
-    constinit ModuleWinCom_c s_Module;
+    constinit ModuleWinCom_c g_Module;
 
     // Starts COM. Returns false if that fails.
     bool Start()
@@ -31,7 +31,7 @@ ModuleWinCom_c::~ModuleWinCom_c() = default;
 
 ModuleWinCom_c * ModuleWinCom_c::Get()
 {
-    return &s_Module;
+    return &g_Module;
 }
 
 bool ModuleWinCom_c::Initialize()
