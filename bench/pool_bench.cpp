@@ -192,8 +192,14 @@ namespace
     {
         for (std::string const sWork : { "Pool64/static", "Pool64/resizeable" })
         {
-            sWork.ends_with("static") ? Register<StaticPool_s>(sWork, "ours", Sizes_e::Same)
-                                      : Register<ResizeablePool_s>(sWork, "ours", Sizes_e::Same);
+            if (sWork.ends_with("static"))
+            {
+                Register<StaticPool_s>(sWork, "ours", Sizes_e::Same);
+            }
+            else
+            {
+                Register<ResizeablePool_s>(sWork, "ours", Sizes_e::Same);
+            }
             Register<BoostPool_s>(sWork, "boost_pool", Sizes_e::Same);
             Register<Glibc_s>(sWork, "glibc", Sizes_e::Same);
             Register<Mimalloc_s>(sWork, "mimalloc", Sizes_e::Same);

@@ -237,7 +237,14 @@ namespace
         void Serialize(Serializeable_c & Archive, OurNode_s *& pNode)
         {
             void * p = pNode;
-            Archive.IsReading() ? ReadOwnPointer(Archive, p) : WritePointer(Archive, p);
+            if (Archive.IsReading())
+            {
+                ReadOwnPointer(Archive, p);
+            }
+            else
+            {
+                WritePointer(Archive, p);
+            }
             pNode = static_cast<OurNode_s *>(p);
         }
 

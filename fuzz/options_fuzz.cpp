@@ -21,7 +21,10 @@ namespace
         for (std::string sLine; std::getline(Help, sLine);)
         {
             std::size_t const iEnd = sLine.find(' ', 2);
-            sLine.starts_with("  --") ? void(s_Options[sLine.substr(2, iEnd - 2)] = sLine[iEnd + 1] != ' ') : void();
+            if (sLine.starts_with("  --"))
+            {
+                s_Options[sLine.substr(2, iEnd - 2)] = sLine[iEnd + 1] != ' ';
+            }
         }
         return s_Options;
     }
@@ -62,8 +65,14 @@ namespace
                  { "--new", Options.bNew ? "--new" : "" }, { "--cache", Options.bCache ? "--cache" : "" },
                  { "--watch", Options.bWatch ? "--watch" : "" }, { "--silent", Options.bSilent ? "--silent" : "" } })
         {
-            sValue.empty() ? void() : dFull.push_back(szName);
-            sValue.empty() || sValue == szName ? void() : dFull.push_back(sValue);
+            if (!sValue.empty())
+            {
+                dFull.push_back(szName);
+            }
+            if (!sValue.empty() && sValue != szName)
+            {
+                dFull.push_back(sValue);
+            }
         }
         return dFull;
     }

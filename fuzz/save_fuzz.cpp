@@ -37,9 +37,15 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     unsigned char const cCorrect = Input.Get();
     std::string sSave = Input.Take();
     std::size_t const nArchive = std::max<std::size_t>(sSave.size(), 16) - 16;
-    cCorrect & 1 && sSave.size() >= 16 ? void(std::memcpy(&sSave[nArchive + 4], &nArchive, 8)) : void();
+    if (cCorrect & 1 && sSave.size() >= 16)
+    {
+        std::memcpy(&sSave[nArchive + 4], &nArchive, 8);
+    }
     std::uint32_t const nCrc = PlainCrc32(std::string_view(sSave).substr(0, nArchive + 12));
-    cCorrect & 2 && sSave.size() >= 16 ? void(std::memcpy(&sSave[nArchive + 12], &nCrc, 4)) : void();
+    if (cCorrect & 2 && sSave.size() >= 16)
+    {
+        std::memcpy(&sSave[nArchive + 12], &nCrc, 4);
+    }
     std::ofstream(s_sFile, std::ios::binary) << sSave;
 
     FileSave_c::State_e const eState = s_Save.Load(0x10003);

@@ -54,7 +54,14 @@ namespace
             }
             else if (bNew)
             {
-                cKind % 8 == 5 ? void(mkfifo(Path.c_str(), 0600)) : void(std::ofstream(Path) << Path.string());
+                if (cKind % 8 == 5)
+                {
+                    mkfifo(Path.c_str(), 0600);
+                }
+                else
+                {
+                    std::ofstream(Path) << Path.string();
+                }
             }
         }
     }

@@ -59,7 +59,10 @@ namespace
                     c = ReadByte();
                 }
                 sLast.clear();
-                Script.m_bEndOfFile ? void() : PlainToken(bPunctuation);
+                if (!Script.m_bEndOfFile)
+                {
+                    PlainToken(bPunctuation);
+                }
             }
         }
 

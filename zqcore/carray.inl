@@ -177,8 +177,16 @@ void SortedArray_T<T, TRAITS>::Sort(COMPARE Compare, int iStart, int iEnd)
             }
         };
         bool const bLeftIsLarger = j - L > R - i;
-        bLeftIsLarger ? Push(L, j) : Push(i, R);
-        bLeftIsLarger ? Push(i, R) : Push(L, j);
+        if (bLeftIsLarger)
+        {
+            Push(L, j);
+            Push(i, R);
+        }
+        else
+        {
+            Push(i, R);
+            Push(L, j);
+        }
     }
 }
 

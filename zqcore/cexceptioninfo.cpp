@@ -36,7 +36,14 @@ namespace
     // A forked child has no support thread and nobody who waits for one.
     void LeaveSupportThread()
     {
-        g_HandOver.TryEnter() ? g_HandOver.Leave() : g_HandOver.Renew();
+        if (g_HandOver.TryEnter())
+        {
+            g_HandOver.Leave();
+        }
+        else
+        {
+            g_HandOver.Renew();
+        }
         g_Thread.Forget();
         g_nThread = 0;
         g_bRunning = false;

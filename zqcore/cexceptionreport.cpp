@@ -375,7 +375,14 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
     {
         char szText[LINE_SIZE];
         bool const bText = Source.GetLine(i, szText, sizeof szText);
-        bText ? Lines.Add("; ") : Lines.Add("; %u, ", i);
+        if (bText)
+        {
+            Lines.Add("; ");
+        }
+        else
+        {
+            Lines.Add("; %u, ", i);
+        }
         Lines.AddShown(bText ? szText : szFile);
         Lines.AddEnd("\n");
         if (i == iLine || Lines.GetLength() > sizeof szLines / 2)

@@ -230,7 +230,14 @@ void File_c::RenewLock()
     {
         return;
     }
-    m_Lock.TryEnter() ? m_Lock.Leave() : m_Lock.Renew();
+    if (m_Lock.TryEnter())
+    {
+        m_Lock.Leave();
+    }
+    else
+    {
+        m_Lock.Renew();
+    }
 }
 
 int File_c::RefClose()

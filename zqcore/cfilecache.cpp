@@ -317,7 +317,14 @@ namespace
             }
             for (Folder_t * pFolder : m_dFolders)
             {
-                pFolder == m_pCache->pPath ? FileKeepFolder(pFolder) : delete pFolder;
+                if (pFolder == m_pCache->pPath)
+                {
+                    FileKeepFolder(pFolder);
+                }
+                else
+                {
+                    delete pFolder;
+                }
             }
         }
 
@@ -582,7 +589,10 @@ namespace
         if (!pFile)
         {
             LogEscaped("filesystem: can't read the cache \"%s\" a second time", szCache);
-            bKnown ? void() : FileKill(FileStream(szCache));   // the scan registers it
+            if (!bKnown)
+            {
+                FileKill(FileStream(szCache));   // the scan registers it
+            }
         }
         return pFile;
     }

@@ -60,7 +60,14 @@ FileReplacement_c::FileReplacement_c(char const * szFile, plat::Rights_e eRights
         m_sBeside = NameBeside(m_sFile, szPrefix);
         m_hFile = plat::FileMake(m_sBeside, eRights);
     }
-    m_hFile ? FileOpenTracker(m_hFile, m_sBeside) : static_cast<void>(FailAsSystem());
+    if (m_hFile)
+    {
+        FileOpenTracker(m_hFile, m_sBeside);
+    }
+    else
+    {
+        FailAsSystem();
+    }
 }
 
 FileReplacement_c::~FileReplacement_c()

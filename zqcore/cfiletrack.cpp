@@ -133,7 +133,13 @@ namespace
     struct NextRead_s
     {
         unsigned const iRun = g_iTrackRun;
-        ~NextRead_s() { iRun == g_iTrackRun ? IssueRead() : void(); }
+        ~NextRead_s()
+        {
+            if (iRun == g_iTrackRun)
+            {
+                IssueRead();
+            }
+        }
     };
 
     // Walks the records of a batch.

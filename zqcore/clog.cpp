@@ -144,7 +144,14 @@ namespace
     {
         for (Link_T<Listener_t> const * pNode = g_pListeners; pNode; pNode = pNode->pNext)
         {
-            pNode->Get() == WriteToMessageLog ? WriteLine(Line, nText) : pNode->Get()(Line.Text());
+            if (pNode->Get() == WriteToMessageLog)
+            {
+                WriteLine(Line, nText);
+            }
+            else
+            {
+                pNode->Get()(Line.Text());
+            }
         }
     }
 

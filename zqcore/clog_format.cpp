@@ -186,14 +186,28 @@ namespace
         {
             char const * const szText = va_arg(Arguments.args, char const *);
             char const * const szShown = szText ? szText : "(null)";
-            ESCAPED ? Output.PutEscaped(szShown) : Output.PutText(szShown);
+            if constexpr (ESCAPED)
+            {
+                Output.PutEscaped(szShown);
+            }
+            else
+            {
+                Output.PutText(szShown);
+            }
             return true;
         }
         case 'c':
         {
             auto const c = static_cast<char>(va_arg(Arguments.args, int));
             char const szShown[] = { c, '\0' };
-            ESCAPED ? Output.PutEscaped(szShown) : Output.PutCharacter(c);
+            if constexpr (ESCAPED)
+            {
+                Output.PutEscaped(szShown);
+            }
+            else
+            {
+                Output.PutCharacter(c);
+            }
             return c != '\0';
         }
         case 'i':
@@ -297,7 +311,10 @@ namespace
             Output_c Output(szOut, nSize);
             Output.PutCharacter('%');
             Output.Put(pFlags, nFlags);
-            nWidth != 0 ? Output.PutNumber(nWidth) : void();
+            if (nWidth != 0)
+            {
+                Output.PutNumber(nWidth);
+            }
             if (nPrecision != NONE)
             {
                 Output.PutCharacter('.');

@@ -238,7 +238,14 @@ void LogfArg(char const * sFile, char const * fmt, std::va_list args)
     char szLine[LINE_SIZE + 1];
     std::size_t nLine = FormatLine(szLine, LINE_SIZE, fmt, args);
     szLine[nLine++] = '\n';
-    sFile ? WriteNamed(sFile, szLine, nLine) : LogWriteBare(szLine, nLine);
+    if (sFile)
+    {
+        WriteNamed(sFile, szLine, nLine);
+    }
+    else
+    {
+        LogWriteBare(szLine, nLine);
+    }
 }
 
 void Logf_raw(char const * sFile, char const * sText)

@@ -161,7 +161,14 @@ void Module_c::Heartbeat(char const * szKind, bool bFrame, double dt)
     String_T<256> sLabel(szKind);
     sLabel += NewString("%-20s", m_szName);
     ProfilerScope_c const Timer(sLabel);
-    bFrame ? HeartbeatFrame(dt) : HeartbeatIdle();
+    if (bFrame)
+    {
+        HeartbeatFrame(dt);
+    }
+    else
+    {
+        HeartbeatIdle();
+    }
 }
 
 void Module_c::HeartbeatAllModulesFrame(double dt)

@@ -244,7 +244,14 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
         unsigned const iField = nCode & ~static_cast<unsigned>(OPCODE_BLANK);
         if (iField == 0 || iField > OPCODE_FIELD_LAST)
         {
-            nCode < OPCODE_PRINT_SEGMENT ? WriteChar(static_cast<char>(nCode)) : RunCode(nCode, Row.pFields[0]);
+            if (nCode < OPCODE_PRINT_SEGMENT)
+            {
+                WriteChar(static_cast<char>(nCode));
+            }
+            else
+            {
+                RunCode(nCode, Row.pFields[0]);
+            }
             continue;
         }
         if (nCode & OPCODE_BLANK)

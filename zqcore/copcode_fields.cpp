@@ -89,9 +89,11 @@ void OpcodeDecoder_c::WriteField(
         WriteText(m_pText + *pField);
         break;
     default:
-        eKind <= OPCODE_KIND_STACK || eKind == OPCODE_KIND_BY_SIZE || eKind == OPCODE_KIND_R64
-            ? WriteRegister(eKind, nSlice | Extension(m_nRex, eSlice, eKind))
-            : WriteNumber(pEnd, pField, eKind, nSlice);
+        if (eKind <= OPCODE_KIND_STACK || eKind == OPCODE_KIND_BY_SIZE || eKind == OPCODE_KIND_R64)
+        {
+            return WriteRegister(eKind, nSlice | Extension(m_nRex, eSlice, eKind));
+        }
+        WriteNumber(pEnd, pField, eKind, nSlice);
     }
 }
 

@@ -43,7 +43,14 @@ public:
         }
         else
         {
-            m_iTimer != 0 ? ProfilerPop(m_iTimer) : ProfilerPop();
+            if (m_iTimer != 0)
+            {
+                ProfilerPop(m_iTimer);
+            }
+            else
+            {
+                ProfilerPop();
+            }
         }
     }
     ProfilerScope_c(ProfilerScope_c const &) = delete;

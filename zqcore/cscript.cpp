@@ -477,7 +477,14 @@ void Script_c::ReadLabelled(char const * sLabel, char * sValue)
             GetSpecific(sValue);
             return;
         }
-        bFirst ? ErrorAt(NO_LABEL, sLabel, GetTokenStart(sValue)) : Complain();
+        if (bFirst)
+        {
+            ErrorAt(NO_LABEL, sLabel, GetTokenStart(sValue));
+        }
+        else
+        {
+            Complain();
+        }
     }
 }
 

@@ -132,7 +132,14 @@ void Serializeable_c::SerializeString(char * sBuffer, int iBufLength)
     {
         return Fail();
     }
-    m_bIsReading ? ReadString(sBuffer, iBufLength) : WriteString(sBuffer, iBufLength);
+    if (m_bIsReading)
+    {
+        ReadString(sBuffer, iBufLength);
+    }
+    else
+    {
+        WriteString(sBuffer, iBufLength);
+    }
 }
 
 void Serializeable_c::WriteString(char * sBuffer, int iBufLength)

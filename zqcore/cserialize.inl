@@ -13,7 +13,14 @@ inline bool Serializeable_c::Transfer(void * pData, int iLength)
         return Serialize(pData, iLength);
     }
     auto const nBytes = static_cast<std::size_t>(iLength);
-    m_bIsReading ? std::memcpy(pData, m_pPos, nBytes) : std::memcpy(m_pPos, pData, nBytes);
+    if (m_bIsReading)
+    {
+        std::memcpy(pData, m_pPos, nBytes);
+    }
+    else
+    {
+        std::memcpy(m_pPos, pData, nBytes);
+    }
     m_pPos += nBytes;
     return true;
 }

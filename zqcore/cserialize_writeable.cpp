@@ -212,7 +212,14 @@ bool BufferedWriteable_c::Serialize(void * pData, int iLength)
             continue;
         }
         std::size_t const nCopy = std::min(nLeft, static_cast<std::size_t>(BUFSIZE - GetWaiting()));
-        pFrom ? std::memcpy(m_pPos, pFrom, nCopy) : std::memset(m_pPos, 0, nCopy);
+        if (pFrom)
+        {
+            std::memcpy(m_pPos, pFrom, nCopy);
+        }
+        else
+        {
+            std::memset(m_pPos, 0, nCopy);
+        }
         pFrom += pFrom ? nCopy : 0;
         m_pPos += nCopy;
         nLeft -= nCopy;

@@ -494,7 +494,14 @@ void Serializer_c::StartSerialize(Serializeable_c & archive, bool bStaticPointer
     ResetCache();
     if (bStaticPointers && !archive.IsFailed())
     {
-        archive.IsReading() ? ReadStaticPointers(archive) : WriteStaticPointers(archive);
+        if (archive.IsReading())
+        {
+            ReadStaticPointers(archive);
+        }
+        else
+        {
+            WriteStaticPointers(archive);
+        }
     }
 }
 

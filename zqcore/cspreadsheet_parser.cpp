@@ -46,8 +46,14 @@ inline std::size_t SpreadsheetRow_c::Block_t::GetEnd(int iCell) const
 
 inline void SpreadsheetRow_c::Block_t::SetEnd(int iCell, std::size_t nEnd)
 {
-    nBytes <= NARROW_LIMIT ? StoreEnd<std::uint16_t>(pBytes + nBytes, iCell, nEnd)
-                           : StoreEnd<std::uint32_t>(pBytes + nBytes, iCell, nEnd);
+    if (nBytes <= NARROW_LIMIT)
+    {
+        StoreEnd<std::uint16_t>(pBytes + nBytes, iCell, nEnd);
+    }
+    else
+    {
+        StoreEnd<std::uint32_t>(pBytes + nBytes, iCell, nEnd);
+    }
 }
 
 inline std::size_t SpreadsheetRow_c::GetTextSize() const

@@ -111,8 +111,14 @@ void TextErrors_c::LogIfWanted() const
     }
     char const * const szFile = m_Last.sFile.IsEmpty() ? "text" : static_cast<char const *>(m_Last.sFile);
     char const * const szReason = m_Last.sReason;
-    m_Last.iLine > 0 ? Log("%s(%d,%d): %s", szFile, m_Last.iLine, m_Last.iColumn, szReason)
-                     : Log("%s: %s", szFile, szReason);
+    if (m_Last.iLine > 0)
+    {
+        Log("%s(%d,%d): %s", szFile, m_Last.iLine, m_Last.iColumn, szReason);
+    }
+    else
+    {
+        Log("%s: %s", szFile, szReason);
+    }
 }
 
 void TextErrors_c::SetAt(char const * szReason, char const * szAbout, char const * pText, std::size_t nAt)

@@ -17,7 +17,14 @@ public:
     void Serialize(Serializeable_c & Archive, T *& p)
     {
         void * pObject = p;
-        Archive.IsReading() ? ReadOwnPointer(Archive, pObject) : WritePointer(Archive, pObject);
+        if (Archive.IsReading())
+        {
+            ReadOwnPointer(Archive, pObject);
+        }
+        else
+        {
+            WritePointer(Archive, pObject);
+        }
         p = static_cast<T *>(pObject);
     }
 

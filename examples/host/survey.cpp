@@ -116,7 +116,14 @@ void Survey_c::ReadFiles()
 {
     for (File_c * const pFile : m_dFiles)
     {
-        FileBytes(*pFile) ? ReadFile(*pFile) : static_cast<void>(++m_nEmpty);
+        if (FileBytes(*pFile))
+        {
+            ReadFile(*pFile);
+        }
+        else
+        {
+            ++m_nEmpty;
+        }
     }
 }
 
@@ -174,7 +181,14 @@ void Survey_c::StreamFiles(int nFiles)
         m_iNext = (m_iNext + 1) % m_dStreamed.GetLength();
         if (FileBytes(File) != 0)   // may have been emptied while the host runs
         {
-            FileBytes(File) <= WHOLE ? FileClose(FileOpen(File.sName)) : StreamPiece(File);
+            if (FileBytes(File) <= WHOLE)
+            {
+                FileClose(FileOpen(File.sName));
+            }
+            else
+            {
+                StreamPiece(File);
+            }
         }
     }
 }

@@ -286,7 +286,14 @@ namespace plat
         if ((fnFilter != nullptr) != g_bHooked)
         {
             g_bHooked = fnFilter != nullptr;
-            g_bHooked ? Hook() : Unhook();
+            if (g_bHooked)
+            {
+                Hook();
+            }
+            else
+            {
+                Unhook();
+            }
         }
         return fnFormer;
     }

@@ -213,7 +213,10 @@ namespace plat
             [this](Displaced_s const & Displaced)
             {
                 bool const bWaits = m_dFolders.contains(Displaced.iParent) && m_dFolders.contains(Displaced.iFolder);
-                bWaits ? void() : RemoveTree(Displaced.iFolder);
+                if (!bWaits)
+                {
+                    RemoveTree(Displaced.iFolder);
+                }
                 return !bWaits;
             });
         for (ToAdd_s & ToAdd : std::exchange(m_dLater, {}))
