@@ -39,44 +39,44 @@ namespace
     constinit bool g_bAchtungs = true;
     constinit std::atomic<bool> g_bExitRequested = false;
 
-    // Of the calling thread's next located complaint.
+    // Location of the calling thread's next located complaint.
     ZQ_THREAD_LOCAL char const * t_szFile = "";
     ZQ_THREAD_LOCAL int t_iLine = 0;
 
     constinit std::atomic<bool> g_bInAssert = false;
     plat::ForkHandler_c const g_AssertForkHandler({ nullptr, nullptr, [] { g_bInAssert = false; } });
-    constinit plat::Lock_c g_AchtungLock;   // guards the texts that were seen
+    constinit plat::Lock_c g_AchtungLock;   // guards the remembered texts
     plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
     using SeenAchtungs_t = SortedArray_T<String_T<2048>, StaticArrayLenTraits_T<String_T<2048>, ACHTUNGS_REMEMBERED>>;
 
-    void TellWarning(char const * szText)
+    void FireWarning(char const * szText)
     {
         Firing_c const Firing;
         g_WarningsCallbacker.Fire(szText, false);
     }
 
-    void TellExecution(bool bGoesOn)
+    void FireExecution(bool bGoesOn)
     {
         Firing_c const Firing;
         g_ExecutionCallbacker.Fire(bGoesOn, false);
     }
 
-    // A handler of exit may join a thread that waits to fire.
+    // Leaves the locks first: an exit handler may join a thread that waits to fire.
     [[noreturn]] void Exit(int iStatus)
     {
         Firing_c::EndAll();
         std::exit(iStatus);
     }
 
-    // Ends a process that nobody watches.
+    // Prints the complaint and ends a process in silent mode.
     [[noreturn]] void ExitSilently(char const * szWhat, char const * szText)
     {
         plat::DialogPrint(szWhat, szText);
         Exit(1);
     }
 
-    // The flags are plain, for hosts to set, and any thread reads them.
+    // The exported flags are plain variables, which hosts set and any thread reads.
     bool Load(bool & bFlag)
     {
         return std::atomic_ref(bFlag).load(std::memory_order_relaxed);
@@ -92,7 +92,7 @@ namespace
         return iAnswer == static_cast<int>(eAnswer);
     }
 
-    // A crash with the breakpoint's code, which leaves a report.
+    // Crashes with the breakpoint's code, so that a report is written.
     [[noreturn]] void Crash()
     {
         MemoryAbort();
@@ -100,7 +100,7 @@ namespace
         Exit(1);
     }
 
-    // Whether the text is new; a new one is remembered, in place of the oldest if need be.
+    // Returns whether the text is new. A new one is remembered and replaces the oldest if there are 16.
     bool RememberAchtung(char const * szText)
     {
         static SeenAchtungs_t s_dSeen;
@@ -118,22 +118,22 @@ namespace
         return true;
     }
 
-    // Asks while the listeners know that the program is stopped, also if one of them or the dialog throws. The answer.
+    // Fires the stop, asks, and fires the continuation, also if a listener or the dialog throws. Returns the answer.
     template <typename ASK>
     int WhileStopped(ASK Ask)
     {
         int iAnswer;
         try
         {
-            TellExecution(false);
+            FireExecution(false);
             iAnswer = Ask();
         }
         catch (...)
         {
-            TellExecution(true);
+            FireExecution(true);
             throw;
         }
-        TellExecution(true);
+        FireExecution(true);
         return iAnswer;
     }
 
@@ -199,7 +199,7 @@ void SetAchtungs(bool bEnable)
 
 void AssertFailed(char const * fmt, ...)
 {
-    if (g_bInAssert.exchange(true))   // in one step: of two threads one goes on
+    if (g_bInAssert.exchange(true))   // atomic: of two threads, one continues
     {
         return;
     }
@@ -230,7 +230,7 @@ void Warning(char const * fmt, ...)
     ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
     LogText(szText);
 
-    TellWarning(szText);
+    FireWarning(szText);
     if (Load(g_bEnableWarnings) && !Load(g_silentMode))
     {
         MessageBoxPlain(nullptr, szText, "Warning!", MESSAGE_OK | MESSAGE_ICON_ERROR | MESSAGE_ALWAYS_ON_TOP);
@@ -246,7 +246,7 @@ void Achtung(char const * fmt, ...)
         return;
     }
     LogText(szText);
-    TellWarning(szText);
+    FireWarning(szText);
     if (!Load(g_bAchtungs))
     {
         return;

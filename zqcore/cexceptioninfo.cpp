@@ -17,13 +17,13 @@ using namespace exceptioninfo;
 
 namespace
 {
-    constexpr std::uint32_t LOOK_INTERVAL = 500;   // milliseconds between looks at the stop flag
+    constexpr std::uint32_t LOOK_INTERVAL = 500;   // milliseconds between two checks of the stop flag
     constexpr int EXCEPTION_FRAMES = 32;
     constexpr std::uintptr_t DUMP_BELOW = 512;   // bytes
     constexpr int DUMP_WORDS = 256;
     constexpr char REMOTE_DEBUGGER[] = "RemoteDebug\\rdebug.cmd";
 
-    constinit plat::Lock_c g_HandOver;   // held by the thread whose fault is shown; taken ahead of g_Lock
+    constinit plat::Lock_c g_HandOver;   // held by the thread whose fault is shown; entered before g_Lock
     constinit plat::Event_c g_ExceptionEvent;
     constinit plat::Event_c g_ExceptionHandled;
     constinit plat::FaultPointers_t const * g_pPending = nullptr;
@@ -33,7 +33,7 @@ namespace
     constinit std::atomic<bool> g_bStop = false;
     char g_szExceptionTrace[EXCEPTION_TRACE_SIZE];
 
-    // A forked child has no support thread and nobody who waits for one.
+    // A forked child has no support thread, and no thread waits for one.
     void LeaveSupportThread()
     {
         if (g_HandOver.TryEnter())
@@ -210,7 +210,8 @@ namespace
         TraceText("Handling Exception...");
         if (g_pPending != nullptr)
         {
-            // A fault in here, say of the host's dialog, would wait for the thread that waits for this one.
+            // Guarded, because a fault here, such as one of the host's dialog, would deadlock: the faulting thread
+            // would wait for a thread that waits for it.
             plat::FaultGuardedCall([](void *) { HandlePending(*g_pPending); }, nullptr, 0);
         }
         TraceText("Handling Exception...done");
@@ -222,7 +223,7 @@ namespace
     {
         g_nThread = plat::ThreadId();
         {
-            Scope_c const Started;   // Start has made the events
+            Scope_c const Started;   // Start has created the events
         }
         while (!g_bStop)
         {
@@ -235,7 +236,7 @@ namespace
         }
     }
 
-    // Whether waiting for the support thread would wait for the caller itself.
+    // Whether the caller would wait for itself if it waited for the support thread.
     bool IsMine()
     {
         return g_Lock.IsMine() || g_nThread == plat::ThreadId();
@@ -276,7 +277,7 @@ bool ExceptionInfo_c::Start()
     {
         return true;
     }
-    plat::LockScope_c const Turn(g_HandOver);   // a thread that Stop released has seen its event
+    plat::LockScope_c const Turn(g_HandOver);   // waits until a thread that Stop released has seen its event
     Scope_c const Scope;
     TraceText("Initializing debug SP");
     g_bStop = false;

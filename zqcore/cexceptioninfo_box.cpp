@@ -45,7 +45,7 @@ namespace
         return nStyle & MESSAGE_TASK_MODAL ? plat::DialogModality_e::Task : plat::DialogModality_e::Plain;
     }
 
-    // Its frame stands while the stack is walked, and is the first of the trace.
+    // Its frame exists while the stack is walked, and is the first of the trace.
     ZQ_COLD int ShowFromHere(Message_s const & Message)
     {
         plat::FaultContext_t Context;
@@ -82,6 +82,6 @@ int MessageBoxPlain(void * hOwner, char const * sText, char const * sCaption, un
 int ExceptionInfo_c::MessageBoxWithTrace(
     void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip)
 {
-    Scope_c const Scope;   // whose end keeps this frame below the next
+    Scope_c const Scope;   // its destructor prevents a tail call, which would remove this frame
     return ShowFromHere({ hOwner, sText, sCaption, nStyle, nFrames, nSkip });
 }

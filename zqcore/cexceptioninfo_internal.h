@@ -1,4 +1,4 @@
-// cexceptioninfo_internal.h: what the sources of ExceptionInfo_c share. All but the lock is used under the lock.
+// cexceptioninfo_internal.h: what the sources of ExceptionInfo_c share. The lock guards all of it.
 #pragma once
 
 #include "zqcore/cexceptioninfo.h"
@@ -36,7 +36,7 @@ namespace exceptioninfo
             return bMine;
         }
 
-        /// In the child of a fork: frees the lock unless the calling thread holds it.
+        /// In a forked child: releases the lock unless the calling thread holds it.
         void Renew()
         {
             if (!IsMine())
@@ -76,18 +76,18 @@ namespace exceptioninfo
         std::size_t nSize;
     };
 
-    /// Tries the symbol helper and traces the outcome, until it was there once.
+    /// Tries the symbol helper and traces the outcome, until it was available once.
     void SetUpSymbols(plat::FaultContext_t const & Context);
 
-    /// Lists the modules and traces whose files are there to be read for symbols.
+    /// Lists the modules and traces which of their files can be read for symbols.
     void LoadModules();
 
-    /// The listed module that holds the address; null if none does.
+    /// Returns the listed module that holds the address; null if none does.
     ModuleInfo_s const * ModuleOf(std::uintptr_t Address);
 
-    /// TraceLine of a text of any length.
+    /// TraceLine for a text of any length.
     void TraceText(char const * szText);
 
-    /// The calling thread's last system error, until the next call.
+    /// Returns the text of the calling thread's last system error; valid until the next call.
     char const * LastError();
 }

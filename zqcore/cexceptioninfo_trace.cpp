@@ -31,7 +31,7 @@ namespace
     std::atomic<ExceptionInfo_c::TraceReceiver_t> g_fnReceiver{ nullptr };
     std::atomic<bool> g_bTraceInUse{ false };
 
-    // A forked child has none of the other threads: their dialog and their trace are not its own.
+    // A forked child lacks the other threads, so it drops their dialog and their trace.
     void LeaveOthersDialog()
     {
         g_Lock.Renew();
@@ -62,7 +62,7 @@ namespace
         }
     }
 
-    // The text of one trace, static for the sake of whoever has little stack.
+    // The text of one trace. Static, because the caller may have little stack.
     class TraceText_c
     {
     public:
@@ -72,7 +72,7 @@ namespace
             m_szText[0] = 0;
         }
 
-        // What does not fit is cut.
+        // Text that does not fit is cut.
         void Append(char const * fmt, ...) ZQ_PRINTF(2, 3)
         {
             std::va_list args;
@@ -96,7 +96,7 @@ namespace
 
     void AppendFrame(plat::Symbols_c & Symbols, int i, std::uintptr_t Address)
     {
-        // A return address may stand behind the last byte of its function, or on the next line.
+        // A return address may lie after the last byte of its function, or on the next line.
         std::uintptr_t const Inside = i == 0 ? Address : Address - 1;
         std::uint64_t nDisplacement = 0;
         unsigned iLine = 0;
@@ -115,7 +115,7 @@ namespace
     void Walk(int nFrames, int nSkip)
     {
         plat::Symbols_c Symbols;
-        Symbols.Start(&g_Context);   // without it the walk has addresses alone
+        Symbols.Start(&g_Context);   // on failure the walk has addresses only
         plat::SymbolFrame_t Frame;
         for (int i = 0; i < nFrames + nSkip; ++i)
         {

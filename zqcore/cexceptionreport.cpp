@@ -87,14 +87,15 @@ namespace
         return s_szText;
     }
 
-    // Runs a part of the report; false if it has to end here.
+    // Runs a part of the report. Returns false if it faulted or took too long.
     template <typename CALL>
     bool Guarded(unsigned nLimit, CALL Call)
     {
         return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
     }
 
-    // Folder and local time, with szMore to tell reports of a second apart. A path that does not fit is none.
+    // Makes the path from folder and local time. szMore distinguishes reports of the same second. A path that does not
+    // fit becomes empty.
     void ReportPath(char * szPath, char const * szMore)
     {
         plat::Utf8FromWide(szPath, REPORT_PATH_SIZE, g_wszFolder);
@@ -109,8 +110,8 @@ namespace
         }
     }
 
-    // Opens the report's file. A name that is taken by anything but an earlier report of this user is left alone, and
-    // one that nobody foresees is used.
+    // Opens the report's file. A name in use by anything but an earlier report of this user is left alone; an
+    // unpredictable name is tried instead.
     void OpenReport(char * szPath)
     {
         constexpr int TRIES = 16;
@@ -154,7 +155,7 @@ namespace
         ExceptionReport_c::CrashLog("Flags:%08" PRIXPTR "\r\n\n", Context.nFlags);
     }
 
-    // The registers that a 64-bit process has more.
+    // Writes the registers that only a 64-bit process has.
     void WriteExtendedRegisters(plat::FaultContext_t const & Context)
     {
         if constexpr (sizeof(void *) == 8)
@@ -170,7 +171,7 @@ namespace
         }
     }
 
-    // The MMX registers are the low 64 bits of the x87's, which stand in the order of its stack.
+    // The MMX registers are the low 64 bits of the x87 registers, which are stored in the order of its stack.
     void WriteMmx(plat::FaultContext_t const & Context)
     {
         int const iTop = (Context.nX87Status >> 11) & 7;
@@ -193,7 +194,7 @@ namespace
         WriteCallStack(g_Symbols, false, &DialogText);
     }
 
-    // Sends each line of the dialog's text to the log, with its line end.
+    // Logs each line of the dialog's text with its line end.
     void LogDialogText()
     {
         char szLine[CRASH_LINE_SIZE];
@@ -209,8 +210,8 @@ namespace
         }
     }
 
-    // The host's code: where a step of it faults or hangs, that step alone is lost.
-    void TellStack()
+    // Reports the stack through the host's code. If a step faults or hangs, only that step is lost.
+    void ReportStack()
     {
         constexpr unsigned LIMIT = ExceptionReport_c::HOST_LIMIT;
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(false, false); });
@@ -250,7 +251,7 @@ namespace
         g_szDialog[0] = '\0';
         if (Guarded(LIMIT, [&Fault] { WriteHead(Fault); }))
         {
-            TellStack();
+            ReportStack();
             Guarded(LIMIT, [&Fault] { WriteRest(Fault); });
         }
         Guarded(LIMIT, [] { g_Symbols.Stop(); });
@@ -399,7 +400,7 @@ void exceptionreport::WriteText(Text_c const & Text)
     char const * szNext = Text.Get();
     while (*szNext != '\0')
     {
-        char szShown[2 * LINE_SIZE];   // almost always all of it
+        char szShown[2 * LINE_SIZE];   // almost always holds the whole text
         plat::RawWrite(g_hReport, szShown, plat::TextEscape(szShown, sizeof szShown, szNext, plat::Controls_e::Layout));
     }
 }

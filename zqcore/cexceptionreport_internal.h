@@ -1,5 +1,5 @@
 // cexceptionreport_internal.h: the parts of the crash report's writer. All of it belongs to the one thread that writes,
-// takes nothing from the heap and waits for no lock.
+// allocates nothing from the heap and waits for no lock.
 #pragma once
 
 #include "platform/compiler.h"
@@ -10,10 +10,10 @@
 
 namespace exceptionreport
 {
-    inline constexpr std::size_t LINE_SIZE = 4096;   // of a line of the call stack, of the source, of the dialog's text
-    inline constexpr std::size_t SYMBOL_SIZE = 2048;   // of a variable's text
-    inline constexpr std::size_t NAME_SIZE = 1024;     // of a function's, a variable's or a file's name
-    inline constexpr std::size_t STACK_FRAMES = 256;   // of a call stack; those farther out are left out
+    inline constexpr std::size_t LINE_SIZE = 4096;   // a line of the call stack or of the source, or the dialog's text
+    inline constexpr std::size_t SYMBOL_SIZE = 2048;   // a variable's text
+    inline constexpr std::size_t NAME_SIZE = 1024;     // the name of a function, a variable or a file
+    inline constexpr std::size_t STACK_FRAMES = 256;   // further outer frames are left out
 
     /// A text of a fixed size that is cut when it is full.
     class Text_c
@@ -23,16 +23,17 @@ namespace exceptionreport
 
         void Add(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-        /// Appends a text from outside, such as a name, escaped but for its tabs; all of it, or its first nMost bytes.
+        /// Appends a text from outside, such as a name, or its first nMost bytes. Control characters except tabs are
+        /// escaped.
         void AddShown(char const * szShown, std::size_t nMost = SIZE_MAX);
 
-        /// Appends an end, for which the text is cut if need be.
+        /// Appends an ending. The text is cut to make it fit.
         void AddEnd(char const * szEnd);
         bool IsFull() const { return m_nLength + 1 >= m_nSize; }
         std::size_t GetLength() const { return m_nLength; }
         char const * Get() const { return m_szText; }
 
-        /// Cuts the text at a length that it had.
+        /// Cuts the text at a length that it had before.
         void CutAt(std::size_t nLength);
 
     private:
@@ -41,7 +42,7 @@ namespace exceptionreport
         std::size_t m_nLength = 0;
     };
 
-    /// A whole source file, in pages, for as long as the object lives. Only lines that end in CR LF are lines.
+    /// A whole source file in memory pages, until the object is destroyed. Only CR LF ends a line.
     class SourceFile_c
     {
     public:
@@ -50,21 +51,23 @@ namespace exceptionreport
         SourceFile_c(SourceFile_c const &) = delete;
         SourceFile_c & operator=(SourceFile_c const &) = delete;
 
-        /// Copies a line, counted from 1, without its end, cut at nSize - 1 bytes. False if there is no such line.
+        /// Copies a line, counted from 1, without its end, cut at nSize - 1 bytes. Returns false if there is no such
+        /// line.
         bool GetLine(unsigned iLine, char * szText, std::size_t nSize) const;
 
     private:
-        std::size_t m_nBytes = 0;   // set by what gives m_pText
+        std::size_t m_nBytes = 0;   // set together with m_pText
         char const * m_pText;
     };
 
-    /// Writes a text of any length to the report, with what is still a control character in it escaped. Each write waits for the disk, so it should be a whole line.
+    /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
+    /// for the disk, so the text should be a whole line or more.
     void WriteText(Text_c const & Text);
 
-    /// Writes the call stack, with the variables of each frame or without, and adds its lines to the dialog's text.
+    /// Writes the call stack, with or without the variables of each frame. Adds its lines to the dialog's text.
     void WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText);
 
-    /// Writes the variables of the frame that the walk gave last.
+    /// Writes the variables of the frame that the walk returned last.
     void WriteVariables(plat::Symbols_c & Symbols);
 
     /// Writes the listing of the code around an address.

@@ -17,7 +17,7 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t SPAN_SIZE = 272;   // of the code; zeros end it, which are not listed
+    constexpr std::size_t SPAN_SIZE = 272;   // bytes of code, of which the last ones stay zero and are not listed
     constexpr std::size_t SPAN_READ = 256;
     constexpr std::size_t SPAN_PIECE = 32;
     constexpr std::uintptr_t SPAN_BEFORE = 128;
@@ -59,11 +59,12 @@ namespace
         }
     }
 
-    // Where a frame is: the code that runs in it, which for all but the innermost lies before the return address.
+    // The place of a frame: the code that runs in it. In all frames but the innermost it lies before the return
+    // address.
     struct Place_t
     {
         std::uintptr_t Address;
-        unsigned nBack;   // bytes to what is looked up
+        unsigned nBack;   // bytes back to the address to look up
     };
 
     void AddFunction(plat::Symbols_c & Symbols, Place_t const & Place, Text_c & Line)
@@ -108,7 +109,7 @@ namespace
         }
     }
 
-    // False for a line that does not fit whole, which is left out.
+    // Returns false if the line does not fit; it is then left out.
     bool AddToDialog(char const * szLine, Text_c & DialogText)
     {
         std::size_t const nBefore = DialogText.GetLength();
@@ -148,7 +149,7 @@ void exceptionreport::WriteCallStack(plat::Symbols_c & Symbols, bool bVariables,
         AddSource(Symbols, Place, Line);
         if (pDialogText && !AddToDialog(szFunction, *pDialogText))
         {
-            pDialogText = nullptr;   // nor the frames farther out: a stack without gaps
+            pDialogText = nullptr;   // also skips the outer frames, so that the stack has no gaps
         }
         Line.AddEnd("\r\n");
         WriteText(Line);

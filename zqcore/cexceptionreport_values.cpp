@@ -1,5 +1,5 @@
-// The variables of a frame, with their members and values. The memory that they lie in is the crashed program's: all of
-// it is read guarded, and a variable that can't be read costs that variable only.
+// Writes the variables of a frame with their members and values. They lie in the crashed program's memory, so each read
+// is guarded. A variable that can't be read is left out.
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/cexceptionreport_internal.h"
 
@@ -13,9 +13,9 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t STRING_SIZE = 32;   // of a text that is shown, with the terminator
+    constexpr std::size_t STRING_SIZE = 32;   // bytes of a text value, with the terminator
 
-    // Where the value of a variable or member is, and what it is.
+    // Place and type of the value of a variable or member.
     struct Value_t
     {
         std::uintptr_t Address;
@@ -65,7 +65,7 @@ namespace
         return bRead;
     }
 
-    // False if the value can't be read. Sizes other than those of the basic types have no text.
+    // Returns false if the value can't be read. Values of sizes that no basic type has are left out.
     bool AddValue(plat::Symbols_c & Symbols, Value_t const & Value, Text_c & Text)
     {
         plat::SymbolBase_e const eBase = Symbols.TypeBase(Value.nType);
@@ -94,7 +94,7 @@ namespace
         }
     }
 
-    // A bit field's own bits of the unit that holds it. False if that can't be read.
+    // Reads the bits of a bit field from the unit that holds it. Returns false if that can't be read.
     bool AddBits(plat::SymbolMember_t const & Member, std::uintptr_t Address, Text_c & Text)
     {
         std::uint64_t nUnit = 0;
@@ -116,7 +116,7 @@ namespace
                      : AddValue(Symbols, { Address, Member.nSize, Member.nType }, Text);
     }
 
-    // The type's name, then its members, each on a line of its own that stands deeper than the type.
+    // Adds the type's name, then its members, each on its own line, indented deeper than the type.
     Printed_e AddType(
         plat::Symbols_c & Symbols, plat::SymbolType_t nType, unsigned nLevel, std::uintptr_t Address, Text_c & Text)
     {
@@ -151,7 +151,7 @@ namespace
         return PRINTED_MEMBERS;
     }
 
-    // False if what it holds can't be read.
+    // Returns false if its value can't be read.
     bool WriteVariable(plat::Symbols_c & Symbols, plat::SymbolVariable_t const & Variable)
     {
         if (Variable.bFunction || Variable.ePlace != plat::PLACE_MEMORY)

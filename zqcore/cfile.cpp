@@ -24,14 +24,14 @@ namespace
         Event.Fire(szText, false);
     }
 
-    // Untracks first: a handle's number may come again on another thread as soon as it is closed.
+    // Untracks first: another thread may get the same handle number as soon as this one is closed.
     void CloseTracked(plat::File_t hFile)
     {
         FileCloseTracker(hFile);
         plat::FileClose(hFile);
     }
 
-    // An open file, closed at the end of its scope: a host's exception may end it.
+    // An open file, closed at the end of its scope, which a host's exception may end.
     class Tracked_c
     {
     public:
@@ -58,7 +58,7 @@ namespace
 
     using Reason_t = FileReplacement_c::Reason_t;
 
-    // pReason, unless null, gets the system's reason for a failure.
+    // On failure, pReason receives the system's reason unless it is null.
     plat::File_t OpenTracked(
         char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts, Reason_t * pReason)
     {
@@ -75,13 +75,13 @@ namespace
         return File.Release();
     }
 
-    // Streams of one file may come and go on several threads.
+    // Several threads may open and close streams of one file.
     void CountRead(File_c & File)
     {
         std::atomic_ref(File.iReads).fetch_add(1, std::memory_order_relaxed);
     }
 
-    // Other threads look at the length without the file's lock.
+    // Other threads read the length without the file's lock.
     void TakeFactsOf(File_c & File, plat::FileFacts_t const & Facts)
     {
         int const iLength = static_cast<int>(static_cast<std::uint32_t>(Facts.nSize));
@@ -121,7 +121,7 @@ namespace
         LogEscaped("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
     }
 
-    // By the bare name, then by the whole one, which is how keys with a folder are found. The name is required.
+    // Finds a file by its bare name, then by its whole name, as keys with a folder need. Asserts that there is a name.
     File_c * Find(char const * szName)
     {
         ZQ_ASSERT_TEXT(szName && szName[0], "!NameString.empty()");
@@ -205,7 +205,7 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
     }
     if (pBuffer && !pData)
     {
-        std::atomic_ref(iLength).store(iRoom, std::memory_order_relaxed);   // which Open compares with the disk's
+        std::atomic_ref(iLength).store(iRoom, std::memory_order_relaxed);   // Open compares it with the size on disk
     }
     m_bUnlocked = !plat::ThreadCanBeLifted();
     bool const bResident = Open(pBuffer);
@@ -257,7 +257,7 @@ int File_c::RefClose()
 
 void File_c::TakeStreamFacts(plat::FileFacts_t const & Facts)
 {
-    if (m_Lock.TryEnter())   // who holds it opens the file and learns them as well
+    if (m_Lock.TryEnter())   // otherwise the thread that holds it opens the file and reads them
     {
         if (!pData)
         {
@@ -350,12 +350,12 @@ bool FileOnDisk_c::Read(plat::File_t hFile, void * pBuffer, char const * szLocat
     return pData != nullptr;
 }
 
-/// The same without the file's lock, so that nobody waits for a thread that can't leave the idle class. Another thread
-/// may read the file meanwhile; then that block stays. Reads nothing more once the worker is to stop.
+/// Opens without the file's lock, so that no thread waits for one that can't leave the idle class. If another thread
+/// reads the file meanwhile, that thread's block stays. Stops reading when the worker is to stop.
 ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation)
 {
-    constexpr std::size_t SLICE = 256 * 1024;   // bytes from one look at the stop to the next
+    constexpr std::size_t SLICE = 256 * 1024;   // bytes read between two checks of the stop flag
     Tracked_c File(hFile);
     auto const nBytes = static_cast<std::size_t>(Facts.nSize);
     std::unique_ptr<unsigned char[]> pBlock;
@@ -379,13 +379,13 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     {
         return pBlock != nullptr;
     }
-    TakeFactsOf(*this, Facts);   // others may have seen another size meanwhile
+    TakeFactsOf(*this, Facts);   // other threads may have seen another size meanwhile
     pData = pBlock.release();
     StayerDoWork();
     return true;
 }
 
-/// Takes over size and times of the open file. False, with a log line, if it can't be read whole.
+/// Stores size and times of the open file. Returns false, with a log line, if the file can't be read whole.
 bool FileOnDisk_c::TakeFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock)
 {
     int const iRoom = iLength;
@@ -528,7 +528,8 @@ unsigned int FileStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsign
 {
     ZQ_ASSERT(m_hFile);
     std::uint64_t const nAsked = std::uint64_t{ iSize } * iCount;
-    auto const nBytes = static_cast<std::size_t>(nAsked < INT_MAX ? nAsked : INT_MAX);   // no file here is longer
+    auto const nBytes =
+        static_cast<std::size_t>(nAsked < INT_MAX ? nAsked : INT_MAX);   // no file of the table is longer
     return m_hFile ? static_cast<unsigned int>(plat::FileRead(m_hFile, pBuffer, nBytes)) : 0;
 }
 
@@ -618,7 +619,7 @@ void FileKill(File_c * pFile)
     ZQ_ASSERT_TEXT(pFile->GetOpensCount() == 0, "pFile->m_iOpensCount==0");
     bool const bRegistered = g_sFileObjects.FindByName(pFile->sName) == pFile;
     ZQ_ASSERT_TEXT(bRegistered, "g_sFileObjects.DeleteByName(pFile->sName)");
-    delete pFile;   // which takes it out of the table
+    delete pFile;   // its destructor removes it from the table
 }
 
 // Lookups allocate nothing, so they select no category.

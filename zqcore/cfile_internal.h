@@ -9,7 +9,7 @@
 
 inline constexpr int FOLDED_LENGTH = 255;   // characters of a caller's path that count
 
-/// Copies up to nMax characters in lower case and with `\` for `/`, and terminates; the characters copied.
+/// Copies up to nMax characters in lower case, with `\` for `/`, and a terminator. Returns the number of characters.
 inline int FoldText(char * szTo, char const * szFrom, int nMax)
 {
     int n = 0;
@@ -21,7 +21,7 @@ inline int FoldText(char * szTo, char const * szFrom, int nMax)
     return n;
 }
 
-/// A caller's path as the tables have it, cut at 255 characters. Null counts as empty.
+/// A caller's path in the form of the tables, cut at 255 characters. Null counts as empty.
 class FoldedPath_c
 {
 public:
@@ -41,7 +41,7 @@ public:
     /// The last component.
     char const * GetBare() const { return PathFileName(m_szText); }
 
-    /// Ends the text with `\`; false, and no change, if it does not fit.
+    /// Appends `\` unless the text ends with it. Returns false, without a change, if it does not fit.
     bool AppendSeparator();
 
 private:
@@ -50,14 +50,14 @@ private:
     char m_szText[FOLDED_LENGTH + 1];
 };
 
-/// The last component of a caller's path, as keys have it: what FoldedPath_c::GetBare gives, for less.
+/// The last component of a caller's path in the form of the keys: what FoldedPath_c::GetBare returns, at less cost.
 class FoldedName_c
 {
 public:
     explicit FoldedName_c(char const * szPath)
     {
         szPath = szPath ? szPath : "";
-        std::size_t const nPath = StrLengthMax(szPath, FOLDED_LENGTH);   // more is cut
+        std::size_t const nPath = StrLengthMax(szPath, FOLDED_LENGTH);   // longer paths are cut
         char const * const pBare = PathFileName(szPath, nPath);
         m_nLength = static_cast<std::size_t>(szPath + nPath - pBare);
         CopyToLower(m_szText, pBare, m_nLength);
@@ -72,7 +72,7 @@ private:
     char m_szText[FOLDED_LENGTH + 1];
 };
 
-/// The length of a file that another thread may be opening.
+/// Returns the length of a file that another thread may be opening.
 inline int FileLength(File_c const & File)
 {
     return std::atomic_ref(const_cast<int &>(File.iLength)).load(std::memory_order_relaxed);
@@ -89,27 +89,27 @@ private:
     char m_szText[256 + 128];
 };
 
-/// Keeps the text of a folder that is in no table, but still a file's, until FileReset. It becomes owned.
+/// Takes ownership of a folder's text that left the table while a file still points to it. It is freed by FileReset.
 void FileKeepFolder(String_T<256> * pFolder);
 
 /// Notes that scans could not see what lies in a folder, until it is scanned or forgotten.
 void FileNoteMissed(char const * szFolder);
 
-/// Notes size and time of a folder that a scan is about to read, while FilesystemCacheCheck is on.
+/// While FilesystemCacheCheck is on, notes size and time of a folder that a scan is about to read.
 void FileCacheNoteFolder(String_T<256> const & sFolder);
 
-/// Forgets what was noted.
+/// Forgets the notes of FileCacheNoteFolder.
 void FileCacheForgetFolders();
 
-/// Takes a file that is about to go out of all tables.
+/// Removes a file from all tables; called before it is destroyed.
 void FileForget(File_c & File);
 
-/// Takes a file's entries, all or one, out of the list of stayers, without closing it.
+/// Removes one or all entries of a file from the list of stayers, without closing it.
 void FileStayerForget(File_c const & File, bool bAll);
 
 inline constexpr int STAYER_EXT_LENGTH = 8;                         // an extension is cut at 7 characters
 extern Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;   // with their dots
-extern Array_T<File_c *, 128, 0> g_dStayerFiles;   // one entry for each reference, in order of first read
+extern Array_T<File_c *, 128, 0> g_dStayerFiles;                    // one entry per reference, in order of first read
 
 /// A request for an asynchronous read.
 struct AsyncFile_t
@@ -124,22 +124,22 @@ extern Array_T<AsyncFile_t, 32, 0> g_pAsyncFiles;   // oldest first; only the ma
 extern plat::Lock_c g_csAsync;                      // guards g_pAsyncFiles
 extern plat::Thread_c g_hAsyncThread;               // the worker
 
-/// Start and stop the worker. The stop drops the requests that are left. It lets a read in progress finish, lifted to
-/// the normal class; where the system does not let it be lifted, a read of FileOnDisk_c is broken off.
+/// Start and stop the worker. The stop drops the remaining requests. A read in progress finishes, raised to the normal
+/// scheduling class. If the system refuses to raise it, a read of FileOnDisk_c is cancelled.
 void FileAsyncStart();
 void FileAsyncStop();
 
-/// Whether a read of the worker is to be broken off.
+/// Whether a read of the worker is to be cancelled.
 bool FileAsyncIsStopping();
 
-/// Frees the locks of all known files in the child of a fork, where the threads that held them are gone.
+/// Releases the locks of all known files in a forked child, which lacks the threads that held them.
 void FileRenewLocks();
 
-/// Bare names that a scan passes over, without regard to case. Few, so that walking them is the fastest test.
+/// Bare names that a scan skips, without regard to case. There are few, so a linear search is fastest.
 class FileExcludes_c
 {
 public:
-    /// Adds a copy, unless the very same spelling is there.
+    /// Adds a copy unless the same spelling is there.
     void Add(char const * szName);
     bool Has(char const * szName) const;
 
@@ -161,13 +161,13 @@ extern String_T<256> g_sSplitLocation;   // the folder that holds one folder for
 extern String_T<256> g_sGameFolder;      // the current game's, with `\`
 extern String_T<256> g_sSplitGame;       // location and game folder
 
-/// Whether the split keeps a scan out of a folder, given in lower case and with `\` at its end.
+/// Whether the split excludes a folder from a scan. The path is in lower case and ends with `\`.
 bool FileSplitExcludes(String_T<256> const & sSub);
 
-/// Gives the room of file objects back to the heap if there is none left.
+/// Releases the pool of file objects if it holds none.
 void FilePoolTrim();
 
-/// The template behind its `*`: how names of packs end.
+/// Returns the media template after its `*`: the ending of pack names.
 char const * FileMediaTemplateTail();
 
 /// An open handle, as the tracker holds it.
@@ -177,14 +177,14 @@ struct FileOpenTrack_t
     String_T<260> sName;
 };
 
-inline constexpr int FILE_OPEN_TRACKS = 256;   // handles beyond are not listed
+inline constexpr int FILE_OPEN_TRACKS = 256;   // further handles are not listed
 extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
-extern int g_iMaxOpenFiles;   // open handles that raise no warning
+extern int g_iMaxOpenFiles;   // more open handles raise a warning
 
-extern std::uint32_t g_dwFileOpenLogMode;               // bits of the response logs that write
-extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations that the clean response log has
+extern std::uint32_t g_dwFileOpenLogMode;               // a bit for each response log that is written
+extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in the clean response log
 
-/// Lets the clean response log write every location anew.
+/// Forgets g_dCleanNames, so that the clean response log writes each location again.
 void FileCleanNamesReset();
 
 /// The receiver of g_FileOpenCallbacker that writes the response logs. Any thread.

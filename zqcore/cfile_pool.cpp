@@ -1,5 +1,5 @@
-// Where file objects live: a scan makes thousands at once, and side by side they cost fewer lines of the processor's
-// cache than blocks of their own.
+// Storage of file objects. A scan creates thousands at once; side by side in a pool they cause fewer cache misses than
+// as separate blocks.
 #include "zqcore/cfile.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cgigapool.h"
@@ -20,8 +20,8 @@ namespace
         return s_Pool;
     }
 
-    // Objects are mostly taken one behind the other: asks for the lines of a later one that its construction will
-    // write, those ahead of the text sRequestedName and those behind it.
+    // Objects are mostly allocated in a row: prefetches the cache lines of a later one that its construction will
+    // write, before and after the text sRequestedName.
     void * TakeRoom()
     {
         constexpr std::size_t LINE = 64;
@@ -41,7 +41,7 @@ namespace
     }
 }
 
-// A derived class may be larger; its objects have blocks of their own.
+// A derived class may be larger; its objects are allocated from the heap.
 void * FileOnDisk_c::operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
 {
     return nBytes == sizeof(FileOnDisk_c) ? TakeRoom() : ::operator new(nBytes, iBlockType, sFile, iLine);

@@ -3,7 +3,7 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
-#include "zqcore/cfilepath.h"
+#include "zqcore/cfilepath_internal.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
 #include "zqcore/cserialize.h"
@@ -33,14 +33,14 @@ namespace
 
         char const * Get() const { return m_sRoot; }
 
-        /// The folder of a relative text. False if it is too long; it is cut then.
+        /// Makes the folder of a relative text. Returns false if it is too long; it is then cut.
         bool Absolute(Folder_t const & sRelative, Folder_t & sFolder) const
         {
             sFolder = m_sRoot + sRelative;
             return m_nLength + sRelative.Length() < Folder_t::Capacity();
         }
 
-        /// What a folder's text has behind the root, from the separator on; null for a folder elsewhere.
+        /// Returns a folder's text after the root, from the separator on; null for a folder outside the root.
         char const * Relative(Folder_t const & sFolder) const
         {
             bool const bBelow = sFolder.Begins(m_sRoot) && sFolder[m_nLength] == '\\';
@@ -52,8 +52,8 @@ namespace
         int m_nLength;
     };
 
-    /// What says whether a folder has changed: its size and time, or, of the cache's own folder, NAMES and the check sum
-    /// of its names.
+    /// Shows whether a folder has changed: its size and time. For the cache's own folder: NAMES and the check sum of
+    /// the names in it.
     struct Stamp_s
     {
         std::uint64_t nBytes = 0;
@@ -98,7 +98,7 @@ namespace
         return g_dNoted[g_dNoted.Add({ nPath, UNKNOWN })].Stamp;
     }
 
-    /// Where a cache lies.
+    /// The location of a cache.
     struct CachePlace_s
     {
         explicit CachePlace_s(char const * szFile)
@@ -108,11 +108,11 @@ namespace
             sFolder = Folder_t(sFile).SubStr(0, sFile.GetLength() - sBare.Length());
         }
 
-        Folder_t sFolder;   // as in g_sPaths
+        Folder_t sFolder;   // in the form of g_sPaths
         Folder_t sBare;
     };
 
-    /// The stamp by the names in a folder, the cache and what saves leave beside it left out.
+    /// Returns the stamp by the names in a folder, without the cache and the files that saves leave beside it.
     Stamp_s StampOfNames(CachePlace_s const & Cache)
     {
         plat::FolderListing_c Listing;
@@ -132,14 +132,14 @@ namespace
         return { NAMES, nNames };
     }
 
-    /// The stamp to save of the cache's own folder: its names of now are those of its scan as long as its time is.
+    /// Returns the stamp of the cache's own folder for saving. While its time is that of the scan, so are its names.
     Stamp_s OwnStamp(CachePlace_s const & Cache)
     {
         Stamp_s const Now = StampOf(Cache.sFolder);
         return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
-    /// Whether a folder has the stamp that a cache says. Notes its size and time if so.
+    /// Whether a folder has the stamp of a cache. If so, notes its size and time.
     bool HasStamp(Folder_t const & sFolder, Stamp_s const & Stamp, CachePlace_s const & Cache)
     {
         Stamp_s const Now = StampOf(sFolder);
@@ -247,7 +247,7 @@ namespace
             });
     }
 
-    /// Writes a whole cache or nothing; false on failure.
+    /// Writes a whole cache. Returns false on failure, and then writes nothing.
     bool WriteCache(char const * szFile, MediaRoot_c const & Root)
     {
         CachePlace_s const Cache(szFile);
@@ -269,22 +269,20 @@ namespace
         return bWritten;
     }
 
-    /// Enters a copy in g_sPaths; its entry there. Null, with a log line, if the table is full.
+    /// Adds a copy to g_sPaths. Returns its entry; null, with a log line, if the table is full.
     Folder_t const * AddFolder(Folder_t const & sFolder)
     {
-        auto * const pFolder = ZQ_NEW Folder_t(sFolder);
-        if (g_sPaths.Add(pFolder, pFolder) == HASH_ADDED)
+        if (Folder_t const * const pFolder = FilePathAdd(sFolder))
         {
             return pFolder;
         }
         LogEscaped("Global path hash addition error...\n%s\n", static_cast<char const *>(sFolder));
-        delete pFolder;
         return g_sPaths.FindByName(sFolder);
     }
 
-    /// The files of before a load. Empties g_sPaths, but keeps the folders' texts as long as it lives; at its end the
-    /// files get entries of the new table with the same texts. The folder of the cache itself is no folder of media: it
-    /// comes back into the table only with other files.
+    /// The files that were registered before a load. Empties g_sPaths, but keeps the folders' texts until it is
+    /// destroyed. Then the files point to entries of the new table with the same texts. The folder of the cache itself
+    /// holds no media, so it returns to the table only if other files lie in it.
     class EarlierFiles_c
     {
     public:
@@ -359,7 +357,7 @@ namespace
     private:
         struct Folder_s
         {
-            Folder_t const * pPath = nullptr;   // null if g_sPaths has no room for it
+            Folder_t const * pPath = nullptr;   // null if g_sPaths is full
             bool bTooLong = false;
         };
 
@@ -386,7 +384,7 @@ namespace
 
     void CacheLoader_c::Load()
     {
-        m_Archive.Open();   // a newer minor version may have more to say after the records
+        m_Archive.Open();   // a newer minor version may add data after the records
         for (int nPaths = LoadCount(); nPaths > 0; --nPaths)
         {
             LoadFolder();
@@ -461,7 +459,7 @@ namespace
         }
     }
 
-    /// Destroys a file that the table did not take. Returns if that is because the very same one is there from before.
+    /// Destroys a file that the table did not accept. Returns whether the same file was registered before.
     ZQ_COLD void CacheLoader_c::Refuse(File_c * pFile, int iResult)
     {
         bool const bKnown = iResult == HASH_PRESENT && m_Earlier.Has(*pFile);
@@ -489,7 +487,7 @@ namespace
         return plat::PathGetFacts(szPath, Facts) && Facts.bRegular && Facts.nSize == 0;
     }
 
-    /// A cache that is read beside the tables, by the object that a load would take.
+    /// A cache that is read without the tables, by the file object that a load would use.
     class CacheReader_c
     {
     public:
@@ -516,7 +514,7 @@ namespace
         CacheReader_c(CacheReader_c const &) = delete;
         CacheReader_c & operator=(CacheReader_c const &) = delete;
 
-        /// Why the cache can't be loaded as it is, in the words of a log line; empty if its folders have their stamps.
+        /// Returns why the cache can't be used, as the text of a log line; empty if its folders have their stamps.
         Folder_t WhyNot(MediaRoot_c const & Root) const;
 
     private:
@@ -552,7 +550,7 @@ namespace
         {
             return "it can't be read";
         }
-        Readable_c Archive(m_pFile, FILESYSTEMCACHE_VERSION);   // which closes the file
+        Readable_c Archive(m_pFile, FILESYSTEMCACHE_VERSION);   // closes the file at its end
         Archive.Open();
         Array_T<Folder_t, 64, 0> dRelatives;
         if (!ReadRecords(Archive, dRelatives))
@@ -576,7 +574,7 @@ namespace
         return "";
     }
 
-    /// Registers and opens the cache; null if it can't be read.
+    /// Registers and opens the cache. Returns null if it can't be read.
     File_c * OpenCache()
     {
         char const * const szCache = g_sFilesystemCacheName;

@@ -55,7 +55,7 @@ namespace
         return NewString("SOFTWARE\\Brindle Harbor\\%s\\Install", g_szApplicationName);
     }
 
-    // The text of the registry, whether it names anything or not; empty without one.
+    // Returns the text of the registry value, even if it names no folder; empty without the value.
     String_T<256> RegistryPath()
     {
         char szText[257] = "";
@@ -66,7 +66,7 @@ namespace
         return String_T<256>(bRead && eType == plat::RegistryType_e::Text ? szText : "");
     }
 
-    // Finds the media root. Without a source sPath is what the registry said.
+    // Finds the media root. If there is none, sPath is the text of the registry.
     MediaSource_e Discover(String_T<256> & sPath)
     {
         sPath = g_sMediaPath;
@@ -105,7 +105,7 @@ namespace
         }
     }
 
-    // Takes the game from `--game <name>` of the command line.
+    // Reads the game from `--game <name>` of the command line.
     void ChooseGame()
     {
         String_T<256> sCommandLine;
@@ -139,14 +139,14 @@ namespace
         }
     }
 
-    // Whether the media lie in the current folder and are registered by paths that say so.
+    // Whether the media lie in the current folder and are registered by relative paths.
     bool IsBelowCurrentFolder(char const * szRoot)
     {
         FoldedPath_c const sRoot(szRoot);
         return sRoot[0] == '.' && (sRoot[1] == '\0' || sRoot[1] == '\\');
     }
 
-    // Drops what must not go into the cache, and writes it to a file, or into the media root.
+    // Forgets the files that do not belong in the cache, then writes it to its own file or into the media root.
     void SaveCache(char const * szFile)
     {
         String_T<256> const sRoot = GetPQXMediaPath(false);

@@ -48,7 +48,7 @@ public:
         m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName, nKey);
     }
 
-    /// Adds the file that waits, if any. One that the table does not take is destroyed, with a complaint.
+    /// Adds the file that waits, if any. A file that the table refuses is destroyed, with a complaint.
     void Flush()
     {
         FileTable_t::Entry_s const Entry = std::exchange(m_Waiting, {});
@@ -85,7 +85,7 @@ class FileOrphans_c
 public:
     void Add(File_c * pFile) { m_dFiles.Add(pFile); }
 
-    /// Takes a file out, if it is an orphan.
+    /// Removes a file, if it is an orphan.
     void Remove(File_c const & File);
 
     /// Whether an orphan points to this folder.
@@ -96,7 +96,7 @@ public:
 
     Array_T<File_c *, 64, 0> const & GetFiles() const { return m_dFiles; }
 
-    /// Destroys all files. Their destructors take them out.
+    /// Destroys all files. Their destructors remove them.
     void DestroyFiles();
 
     /// Frees the folders.

@@ -39,16 +39,17 @@ namespace
     wchar_t g_wszFolder[WIDE_PATH_SIZE];
     wchar_t g_wszFile[WIDE_PATH_SIZE];
     constinit Link_T<Listener_t> * g_pListeners = nullptr;
-    constinit bool g_bOpened = false;   // LogInit has made the log's file
+    constinit bool g_bOpened = false;   // LogInit has created the log's file
     constinit LogStream_c g_MessageLog;
 
-    constinit plat::Lock_c g_HostStreamLock;   // held until a host's stream holds nothing that a fork would double
+    constinit plat::Lock_c
+        g_HostStreamLock;   // held until a host's stream is flushed, so that a fork copies no buffered text
     plat::ForkLock_c const g_HostStreamForkLock(g_HostStreamLock);
 
-    constinit plat::Lock_c g_LimitLock;   // held by the thread that begins a file anew
+    constinit plat::Lock_c g_LimitLock;   // held by the thread that starts a new file
     plat::ForkLock_c const g_LimitForkLock(g_LimitLock);
 
-    // Room for a line, and ahead of it for what the message log puts there.
+    // A buffer for a line, with space before it for the prefix of the message log.
     class Line_c
     {
     public:
@@ -58,7 +59,7 @@ namespace
         char m_aRoom[LINE_PREFIX_SIZE + LINE_SIZE];
     };
 
-    // Folder and name as one path, with the folder's levels created.
+    // Joins folder and name to one path and creates the folder's levels.
     void FullPath(wchar_t (&wszPath)[WIDE_PATH_SIZE], wchar_t const * wszName)
     {
         wchar_t wszFolder[WIDE_PATH_SIZE];
@@ -80,7 +81,7 @@ namespace
         plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
     }
 
-    // Creates the folder on the way.
+    // Creates the folder, then opens the file in it.
     template <typename OPEN>
     std::FILE * OpenMessageLog(OPEN Open)
     {
@@ -89,7 +90,7 @@ namespace
         return Open(szPath);
     }
 
-    // Writes the line in place, and leaves the text as it was. False if it is lost.
+    // Writes the line with its prefix. The text is unchanged afterwards. Returns false if the line is lost.
     bool WriteStamped(std::FILE * pFile, Line_c & Line, std::size_t nText)
     {
         auto const tPassed = static_cast<float>(longTimeGetPassed());
@@ -103,7 +104,7 @@ namespace
         return bWritten;
     }
 
-    // Says how many lines are missing, once the disk takes lines again.
+    // Writes how many lines were lost, after a line could be written again.
     ZQ_COLD void ReportLost(std::FILE * pFile)
     {
         std::uint32_t const nLost = g_MessageLog.TakeLost();
@@ -185,7 +186,7 @@ std::size_t LogStream_c::WriteSome(std::FILE * pStream, char const * pText, std:
     }
     plat::LockScope_c const Scope(g_HostStreamLock);
     bool const bWritten = std::fwrite(pText, 1, nText, pStream) == nText;
-    return std::fflush(pStream) == 0 && bWritten ? nText : nText / 2;   // how much of it was written is not known
+    return std::fflush(pStream) == 0 && bWritten ? nText : nText / 2;   // the number of bytes written is unknown
 }
 
 bool LogStream_c::Write(std::FILE * pStream, char const * pLine, std::size_t nLine)
@@ -223,7 +224,7 @@ void LogStream_c::SetLimit(std::uint64_t nLimit, int nFormer)
 
 ZQ_COLD void LogStream_c::BeginAnew(std::FILE * pStream, char const * szPath)
 {
-    if (g_LimitLock.TryEnter())   // else another thread is at it
+    if (g_LimitLock.TryEnter())   // otherwise another thread starts the new file
     {
         m_nSize = plat::StreamLimitLog(pStream, szPath, s_nLimit, s_nFormer);
         g_LimitLock.Leave();
@@ -279,7 +280,7 @@ void LogInit()
     g_pMessageLogFile = OpenMessageLog(plat::StreamOpenLog);
     g_MessageLog.SetOwn(g_pMessageLogFile);
     g_bOpened = g_bOpened || g_pMessageLogFile;
-    if (!HasListener(WriteToMessageLog))   // which an earlier call added that could not open the file
+    if (!HasListener(WriteToMessageLog))   // an earlier call adds it even if it can't open the file
     {
         LogAddCallback(WriteToMessageLog);
     }
@@ -287,7 +288,7 @@ void LogInit()
 
 void LogDone()
 {
-    LinkFreeAll(std::exchange(g_pListeners, nullptr));   // a report of the heap may come in between
+    LinkFreeAll(std::exchange(g_pListeners, nullptr));   // freeing may log a report of the heap
     if (g_pMessageLogFile)
     {
         ReportLost(g_pMessageLogFile);

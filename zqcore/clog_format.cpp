@@ -13,9 +13,9 @@
 
 namespace
 {
-    constexpr float FIXED_LIMIT = 1e9f;   // seconds up to which a time is printed by hand
+    constexpr float FIXED_LIMIT = 1e9f;   // seconds; longer times are printed by snprintf
 
-    // How many of eight characters stand ahead of the first '%'.
+    // Returns how many of eight characters precede the first '%'; 8 without one.
     std::ptrdiff_t AheadOfPercent(std::uint64_t iText)
     {
         static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
@@ -27,7 +27,7 @@ namespace
     constexpr std::uint64_t EACH_BYTE = 0x0101010101010101u;
     constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
 
-    // Some high bit is set if a byte is below a blank, or is DEL or above. It may be set in a plain word, too.
+    // Sets some high bit if a byte is below a blank, is DEL, or is above. It may set one for plain bytes too.
     std::uint64_t OthersIn(std::uint64_t iText)
     {
         return (iText - EACH_BYTE * ' ') | iText | (iText + EACH_BYTE);
@@ -43,7 +43,7 @@ namespace
         return (iOther & HIGH_BITS) == 0;
     }
 
-    // A buffer that takes what fits, and keeps room for the terminator.
+    // A buffer that drops what does not fit and keeps space for the terminator.
     class Output_c
     {
     public:
@@ -60,8 +60,8 @@ namespace
             m_pOut += nCopy;
         }
 
-        // Puts a text that may hold more than plain characters. It is looked at here, in one piece, since a look at the
-        // line would wait for the stores of all its parts.
+        // Appends a text that may hold other than plain characters, and checks it. The finished line is not checked:
+        // that would wait for the stores of all its parts.
         void PutText(char const * szText)
         {
             std::size_t const nText = std::strlen(szText);
@@ -69,10 +69,10 @@ namespace
             Put(szText, nText);
         }
 
-        // Whether all that was put is plain. May be false for a plain text.
+        // Whether all that was appended is plain. May be false for a plain text.
         bool IsPlain() const { return ::IsPlain(m_iOther); }
 
-        // Puts what stands ahead of the next '%', eight characters at a time; where that is, or pEnd.
+        // Appends the characters before the next '%', eight at a time. Returns where the '%' is, or pEnd.
         char const * PutLiteral(char const * pText, char const * pEnd)
         {
             constexpr std::ptrdiff_t WORD = sizeof(std::uint64_t);
@@ -103,7 +103,7 @@ namespace
             return pText;
         }
 
-        // Puts a text from outside.
+        // Appends a text from outside, escaped.
         void PutEscaped(char const * szText)
         {
             m_pOut +=
@@ -132,7 +132,7 @@ namespace
             Put(szDigits, static_cast<std::size_t>(pEnd - szDigits));
         }
 
-        // Puts one argument by a conversion of the C library.
+        // Appends one argument as the C library converts it.
         template <typename ARGUMENT>
         void PutConverted(char const * szConversion, ARGUMENT Argument)
         {
@@ -141,7 +141,8 @@ namespace
             m_pOut += std::min(static_cast<std::size_t>(std::max(nText, 0)), nRoom);
         }
 
-        // Puts wide text as at most nMost bytes of whole characters, padded with blanks to the width: on the right if it is below 0.
+        // Appends wide text as at most nMost bytes of whole characters, padded with blanks to the width. A negative
+        // width pads on the right.
         void PutWide(wchar_t const * szText, std::size_t nMost, int nWidth)
         {
             std::size_t const nRoom = static_cast<std::size_t>(m_pEnd - m_pOut);
@@ -167,16 +168,16 @@ namespace
         char * m_pBegin;
         char * m_pOut;
         char * m_pEnd;
-        std::uint64_t m_iOther = 0;   // of what was put
+        std::uint64_t m_iOther = 0;   // or of all words that were appended
     };
 
-    // va_list as a member: a parameter of that type can't be passed on by reference everywhere.
+    // Holds va_list as a member: not every platform can pass a parameter of that type on by reference.
     struct Arguments_s
     {
         std::va_list args;
     };
 
-    // Writes one conversion and moves behind it; false if it is not of the plain kind.
+    // Writes one conversion and moves after it. Returns false if it is not of the fast path.
     template <bool ESCAPED>
     bool PutConversion(Output_c & Output, char const *& pFormat, Arguments_s & Arguments)
     {
@@ -246,20 +247,20 @@ namespace
         return pEnd;
     }
 
-    // One conversion of a format, taken apart.
+    // The parts of one conversion of a format.
     struct Conversion_s
     {
         static constexpr int NONE = -1;
 
         char const * pFlags;
         std::size_t nFlags = 0;
-        int nWidth = 0;   // below 0: to the left
+        int nWidth = 0;   // negative: left-aligned
         int nPrecision = NONE;
         char const * pLength;   // hh, h, l, ll, q, j, z, t, L or nothing
         std::size_t nLength = 0;
         char cKind;   // NUL at the end of the format
 
-        // Parses what follows a '%', with the arguments that a '*' asks for, and moves past it.
+        // Parses what follows a '%', reads the arguments of each '*', and moves after it.
         Conversion_s(char const *& pFormat, Arguments_s & Arguments)
             : pFlags(pFormat)
         {
@@ -287,7 +288,7 @@ namespace
             return cKind == 'S' || cKind == 'C' || ((cKind == 's' || cKind == 'c') && nLength == 1 && *pLength == 'l');
         }
 
-        // Of an integer argument.
+        // Returns the size of an integer argument.
         std::size_t Bytes() const
         {
             switch (nLength == 2 && *pLength == 'l' ? 'q' : nLength == 1 ? *pLength : ' ')
@@ -305,7 +306,7 @@ namespace
             }
         }
 
-        // Writes the conversion anew, with numbers for '*'.
+        // Writes the conversion with numbers in place of each '*'.
         void Spell(char * szOut, std::size_t nSize) const
         {
             Output_c Output(szOut, nSize);
@@ -342,7 +343,7 @@ namespace
         }
     };
 
-    // A wide character as it is passed among variable arguments: promoted.
+    // The promoted type of a wide character among variadic arguments.
     using PassedWide_t = decltype(+std::wint_t{});
 
     void PutWideConversion(Output_c & Output, Conversion_s const & Conversion, Arguments_s & Arguments)
@@ -389,7 +390,7 @@ namespace
         }
     }
 
-    // Whether the format has wide text and nothing but conversions that are known here.
+    // Whether the format has wide text, and only conversions that this source knows.
     bool HasWide(char const * fmt)
     {
         bool bWide = false;
@@ -409,7 +410,8 @@ namespace
         return bWide;
     }
 
-    // All formats. The C library stops at wide text that the locale does not know, so such a format is written here.
+    // The slow path, for all formats. The C library stops at wide text that the locale can't represent, so formats with
+    // wide text are written here.
     ZQ_COLD void FormatAny(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
     {
         if (!HasWide(fmt))
@@ -449,7 +451,7 @@ namespace
         }
     }
 
-    // FormatText, and whether all of the text is known to be plain.
+    // FormatText that also returns whether the whole text is known to be plain.
     std::size_t Format(char * szOut, std::size_t nSize, char const * fmt, std::va_list args, bool & bPlain)
     {
         Output_c Output(szOut, nSize);

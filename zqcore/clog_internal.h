@@ -10,13 +10,13 @@
 #include <cstdint>
 #include <cstdio>
 
-/// Writes the lines of one log, each with one call to the system, and counts those that can't be written. A line that a
-/// full disk cuts is ended before the next one. Any thread may write; takes no lock for the log's own stream.
+/// Writes the lines of one log, each with one system call, and counts those that can't be written. If a full disk cuts
+/// a line, its line end is written before the next line. Any thread may write; the log's own stream needs no lock.
 class LogStream_c
 {
 public:
-    /// Begins with the stream that plat::StreamOpenLog opened for this log, which is written past stdio. All others are
-    /// their host's and are written through it.
+    /// Sets the stream that plat::StreamOpenLog opened for this log. It is written without stdio's buffer. Other
+    /// streams are the host's and are written through stdio.
     void SetOwn(std::FILE * pStream)
     {
         m_pOwn = pStream;
@@ -24,11 +24,11 @@ public:
         m_nSize = UNKNOWN_SIZE;
     }
 
-    /// Writes a text that ends with its line end. False if it is lost, which is counted.
+    /// Writes a text that ends with its line end. Returns false if it is lost; the loss is counted.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
-    /// After a line, begins the file anew if it has outgrown the limit of LogSetLimit. Path(szPath) writes the path that the
-    /// own stream was opened with.
+    /// Called after a line: starts a new file if this one has outgrown the limit of LogSetLimit. Path(szPath) writes
+    /// the path that the own stream was opened with.
     template <typename PATH>
     void Limit(std::FILE * pStream, std::size_t nLine, PATH const & Path)
     {
@@ -49,7 +49,7 @@ public:
     /// Returns how many lines were lost since the last call.
     std::uint32_t TakeLost() { return m_nLost.fetch_and(TORN) & ~TORN; }
 
-    /// Returns a count to the others when it could not be reported.
+    /// Adds back a count that could not be reported.
     void AddLost(std::uint32_t nLines) { m_nLost += nLines; }
 
 private:
@@ -77,13 +77,13 @@ private:
     std::atomic<std::uint32_t> m_nLost = 0;
 };
 
-/// Writes a line of the main log, which ends with its line end, with no time and no frame.
+/// Writes a line of the main log without time and frame. The line ends with its line end.
 void LogWriteBare(char const * pLine, std::size_t nLine);
 
-/// Closes the main log and sets g_pMessageLogFile to null, with no heap and no lock: the stream's memory stays taken,
+/// Closes the main log and sets g_pMessageLogFile to null, without heap and locks. The stream's memory is not freed,
 /// and what other threads still write to it is dropped.
 void LogCloseInCrash();
 
-/// Appends lines to the main log's file after the last destructor of the library, when its listeners may not be called
-/// any more: to the file that LogInit opened last, whether or not LogDone has closed it. The text ends in a line end.
+/// Appends lines to the main log's file after the last destructor of the library, when no listener may be called. The
+/// file is the one that LogInit opened last, even if LogDone has closed it. The text ends with a line end.
 void LogWriteLate(char const * szText);

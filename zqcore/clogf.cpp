@@ -26,7 +26,7 @@ namespace
         LogStream_c Stream;
     };
 
-    // What a name leads to.
+    // The open log of a name.
     struct Found_s
     {
         std::FILE * pFile;
@@ -35,14 +35,14 @@ namespace
 
     wchar_t g_wszLogPath[WIDE_PATH_SIZE];
     constinit StringHash_T<LogFile_t, 64, 64, 1> g_sLogFiles;
-    constinit LogStream_c g_Unlisted;   // of all that found no room in the table
+    constinit LogStream_c g_Unlisted;   // shared by all logs that are not in the full table
     constinit ModuleLog_c g_ModuleLog;
 
     // Guards the table. Nothing is allocated or freed under it: the heap's hook logs under the heap's lock.
     constinit plat::Lock_c g_TableLock;
     plat::ForkLock_c const g_TableForkLock(g_TableLock);
 
-    // Creates the folder with those on the way to it.
+    // Creates the folder with its parents.
     ZQ_COLD void CreateLogFolder()
     {
         wchar_t wszFolder[WIDE_PATH_SIZE];
@@ -83,7 +83,8 @@ namespace
         return g_sLogFiles.FindByName(szName);
     }
 
-    // Enters a log; a HashAdd_e. One that another thread entered meanwhile takes its place.
+    // Adds a log to the table. Returns a HashAdd_e. If another thread has added that name meanwhile, pFile becomes its
+    // log.
     int AddToTable(LogFile_t *& pFile)
     {
         plat::LockScope_c const Scope(g_TableLock);
@@ -92,7 +93,7 @@ namespace
         return iResult;
     }
 
-    // Opens a log that is not in the table.
+    // Opens a log that is not in the table and adds it.
     ZQ_COLD Found_s OpenLog(String_T<64> const & sName)
     {
         std::FILE * const pFile = OpenInLogPath(sName);
@@ -117,7 +118,8 @@ namespace
         }
     }
 
-    // The log of a name, opened if need be; without a file for a null name or if it can't be opened.
+    // Returns the log of a name and opens it if it is closed. Has no file for a null name or if the file can't be
+    // opened.
     Found_s FindLog(char const * szName)
     {
         if (!szName)
