@@ -10,14 +10,6 @@
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
 // Failure: a slab that gets no memory has no storage. Misuse fails an assertion and changes nothing.
-//
-//     GigaSlab_c Slab;
-//     GigaOpenGroup_c Open;
-//     Slab.Init(64, 16, MEMORY_ALIGNMENT);
-//     Slab.OpenGroup(Open);
-//     void * const pElement = Open.Alloc(false, Slab.GetElementSize());
-//     Slab.CloseGroup(Open);
-//     Slab.Free(Slab.IndexOf(pElement));
 #pragma once
 
 #include "zqcore/cdebug.h"
