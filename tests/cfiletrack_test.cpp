@@ -65,6 +65,11 @@ namespace
         std::string sProgram, sCommand, sTold;
     };
 
+    void PrintTo(Program_t const & Program, std::ostream * pOut)
+    {
+        *pOut << Program.sCommand;
+    }
+
     class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_t>
     {};
 }

@@ -261,6 +261,33 @@ TEST_F(HeaderExamples, EnemiesLoadAsEachOthers)
     delete pUnit;
 }
 
+// What README says of every service's header.
+TEST(Headers, BeginWithTheSameHead)
+{
+    int nHeaders = 0;
+    for (auto const & Entry : fs::directory_iterator(TEST_MEDIA_FOLDER "/../../zqcore"))
+    {
+        std::string const sName = Entry.path().filename().string();
+        if (!sName.ends_with(".h") || sName.ends_with("_internal.h") || sName == "zqcore.h")
+        {
+            continue;
+        }
+        std::ifstream File(Entry.path());
+        std::string sHead;
+        std::getline(File, sHead, '#');
+        std::string const sExample = sName == "cgigaslab.h" ? "\n" : "\n//     ";   // only the pools use that one
+        std::size_t nAt = 0;
+        for (std::string const & sPart : { "// " + sName + ": ", std::string("\n// Ownership: "),
+                 std::string("\n// Threads: "), std::string("\n// Cost: "), std::string("\n// Failure: "), sExample })
+        {
+            nAt = sHead.find(sPart, nAt);
+            EXPECT_NE(nAt, std::string::npos) << sName << " lacks in this place: " << sPart;
+        }
+        ++nHeaders;
+    }
+    EXPECT_GT(nHeaders, 50);
+}
+
 // A promise that names a test that is gone has lost its proof.
 TEST(Reliability, PageNamesTestsThatExist)
 {
