@@ -1,7 +1,7 @@
-// cwarehousescan.h: the line scanner of warehouse tables and property lists.
+// cwarehousescan.h: line scanner of warehouse tables and property lists.
 //
-// A table is text in lines, and a line is made of columns. WarehouseScan_t walks over the caller's bytes: they need no
-// terminator, may hold anything, and are never read beyond their end. WarehouseLine_c holds the columns of one line.
+// A table is text in lines, and a line consists of columns. WarehouseScan_t scans the caller's bytes. They may have any
+// values and need no terminator. The scan never reads beyond their end. WarehouseLine_c holds the columns of one line.
 //
 // Ownership: the caller keeps the bytes. A line owns its columns, each a heap block of its own.
 // Threads: one thread for each scan and each line.
@@ -39,11 +39,11 @@ inline constexpr char const * WAREHOUSE_CSV_SEPARATORS = ";,";
 /// First column of a header line, in any case.
 inline constexpr char const * WAREHOUSE_HEADER = "@head";
 
-/// Bytes of a quoted CSV cell, at most. The rest is dropped.
+/// Maximum bytes of a quoted CSV cell. The rest is dropped.
 inline constexpr int WAREHOUSE_CELL_SIZE = 0x6000;
 
-/// Columns of a line. A column is a terminated text, or null if it is empty. A column that holds NUL bytes, read as a
-/// text, ends at the first one.
+/// Columns of a line. A column is a terminated text, or null if it is empty. It may hold NUL bytes of the data; as a
+/// text it then ends at the first one.
 class WarehouseLine_c : public SortedArray_T<char *, ArrayTraits_T<char *, 32, 0>>
 {
 public:
@@ -68,7 +68,7 @@ public:
     /// Returns whether the first column is WAREHOUSE_HEADER.
     ZQ_API bool IsHeader() const;
 
-    /// Returns whether a column is null. True for an index outside the line too.
+    /// Returns whether a column is null. Returns true for an index outside the line too.
     ZQ_API bool IsNull(int iColumn) const;
 };
 
@@ -81,10 +81,11 @@ struct WarehouseScan_t
     bool bCsv;                   // CSV if true, else text
     String_T<256> sSeparators;   // NUL is always one of them
 
-    /// Starts at nPos with the separators of the format. Every format but WAREHOUSE_FORMAT_CSV means text.
+    /// Starts at nPos with the separators of the format. Requires nPos >= 0. Every format but WAREHOUSE_FORMAT_CSV
+    /// means text.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Sets the separators. Null means those of the text format, in a CSV scan too. If a line feed or a quote is a
+    /// Sets the separators. Null selects those of the text format, in a CSV scan too. If a line feed or a quote is a
     /// separator, it is one within a cell too. Blanks around a CSV cell are skipped before separators are looked for.
     ZQ_API void SetSeparators(char const * sSeparators);
 
@@ -99,18 +100,19 @@ struct WarehouseScan_t
     /// Adds the number of lines skipped and read to nLines.
     ZQ_API bool NextItem(WarehouseLine_c * pLine, int & nLines);
 
-    /// Returns the start of the line that FindLine or NextItem has read.
+    /// Returns the position of the line that FindLine or NextItem has read.
     int GetLineStart() const { return m_nLineStart; }
 
-    /// Moves from the start of a line to the column of this index, or to the line's end if it has fewer columns.
+    /// Moves from the start of a line to a column, counted from 0, or to the line's end if it has fewer columns.
     ZQ_API void SeekColumn(int iColumn);
 
+    /// Returns the position of the next byte.
     int GetPos() const { return nPos; }
 
     /// Returns the next byte and moves on. At the end of the data returns a line feed and does not move.
     char GetChar() { return nPos < nLength ? pLine[nPos++] : '\n'; }
 
-    /// Return whether this character, or the byte at nPos, is a separator. At the end of the data the latter is false.
+    /// Return whether a character, or the byte at nPos, is a separator. The end of the data is none.
     ZQ_API bool IsSeparator(char c) const;
     bool IsSeparator() const { return nPos < nLength && IsSeparator(pLine[nPos]); }
 
@@ -118,7 +120,7 @@ private:
     class Classes_c;
     class QuoteWatch_c;
 
-    // Each step reads at most one column and passes it to the sink. It returns false once the line is finished.
+    // Each step reads at most one column and passes it to the sink. Returns false once the line is finished.
     template <typename SINK>
     bool Step(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>
@@ -144,13 +146,12 @@ private:
     int m_nLineStart = 0;
 };
 
-/// Returns the format that a file is read in. WAREHOUSE_FORMAT_AUTO depends on the end of the name; other values are
-/// returned unchanged.
+/// Returns the format in which a file is read: for WAREHOUSE_FORMAT_AUTO that of the end of the name, else eFormat.
 ZQ_API WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName);
 
-/// Empties a caller's buffer of nMaxLength bytes. Asserts that it is not null and that nMaxLength is above 1, and
-/// returns false otherwise.
+/// Empties a caller's buffer of nMaxLength bytes and returns true. Asserts that it is not null and that nMaxLength is
+/// above 1; otherwise returns false.
 ZQ_API bool WarehouseClearText(char * sBuffer, int nMaxLength);
 
-/// Copies a text into such a buffer, cut to nMaxLength - 1 characters.
+/// Copies a text into a buffer of nMaxLength bytes, cut to nMaxLength - 1 characters. Requires nMaxLength > 0.
 ZQ_API void WarehouseCopyText(char * sBuffer, char const * sText, int nMaxLength);
