@@ -1,13 +1,13 @@
-// chwm.h: blocks of different sizes from a few element pools, each for one size.
+// chwm.h: a pool of blocks of different sizes, with an element pool for each size class.
 //
-// A request goes to the class with the smallest size that fits. AddGroup declares the classes first, in ascending
-// order. The pool also records the peak use of each class. Its destructor writes the peaks, and what was never freed,
-// to the debugger's output.
+// A class is a group of blocks of one size. AddGroup adds the classes, in ascending order, before the first request. A
+// request goes to the class with the smallest size that fits. The pool records the peak use of each class. Its
+// destructor writes the peaks, and what was never freed, to the debugger's output.
 //
 // Ownership: the pool owns all blocks. Its destructor frees those that are still allocated.
-// Threads: no lock: one thread at a time.
-// Cost: a table leads to the class of blocks of up to 1024 bytes, a walk over the classes to that of larger ones. The
-// pools allocate whole chunks.
+// Threads: no lock; one thread at a time.
+// Cost: the class of a request is found by one table read up to 1024 bytes, and by a walk over the classes above that.
+// The pools allocate whole chunks.
 // Failure: a request above the largest class ends in Abort. Wrong use asserts.
 //
 //     StaticMemoryPool_c Pool("events");
@@ -26,7 +26,7 @@
 class ZQ_API StaticMemoryPool_c
 {
 public:
-    static constexpr int MAX_GROUPS = 12;   // classes
+    static constexpr int MAX_GROUPS = 12;   // maximum number of classes
 
     /// Makes a pool without classes. Its messages hold the name, cut at 255 characters. Asserts that sName is not null.
     explicit StaticMemoryPool_c(char const * sName);
@@ -36,20 +36,21 @@ public:
     StaticMemoryPool_c(StaticMemoryPool_c const &) = delete;
     StaticMemoryPool_c & operator=(StaticMemoryPool_c const &) = delete;
 
-    /// Adds a class of blocks of element_size bytes. elements_total is how many to expect; it only tunes the storage. A
-    /// size that is not above the previous class's, or is above INT_MAX, ends in Abort. Asserts elements_total > 0 and
-    /// at most MAX_GROUPS classes; a further one is not added.
+    /// Adds a class of blocks of element_size bytes. elements_total is the expected number of blocks; it only tunes the
+    /// storage. A size that is not above the previous class's, or is above INT_MAX, ends in Abort. Asserts
+    /// elements_total > 0 and at most MAX_GROUPS classes; a further one is not added.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
-    /// Returns a block of the smallest class with nBytes or more, never null. If there is none, ends in Abort. Blocks
-    /// of a class whose size is a multiple of 16 are aligned to 16 bytes. bArray marks an array; Free compares it.
+    /// Returns a block of the smallest class with nBytes or more, never null. Ends in Abort if no class has that size.
+    /// Blocks of a class whose size is a multiple of 16 are aligned to 16 bytes. bArray marks an array; Free compares
+    /// it.
     void * Alloc(unsigned int nBytes, bool bArray);
 
-    /// Frees a block and returns true. bArray must be that of Alloc (GigaPoolStatic_c::Free). Returns false if no class
+    /// Frees a block and returns true. Requires the bArray of Alloc (GigaPoolStatic_c::Free). Returns false if no class
     /// holds the pointer.
     bool Free(void const * pPtr, bool bArray);
 
-    /// Returns the block size in bytes of the class that holds the pointer, or 0.
+    /// Returns the block size, in bytes, of the class that holds the pointer. Returns 0 if none does.
     int IsValid(void const * pPtr);
 
     /// Not for callers: asserts and returns false.
@@ -68,7 +69,7 @@ private:
         unsigned int elements_total;
         unsigned int element_size;
         GigaPoolResizeable_c * pPool;   // owned
-        bool bReserved;                 // false
+        bool bReserved;                 // always false
     };
 
     GigaPoolResizeable_c * PoolFor(unsigned int nBytes) const;

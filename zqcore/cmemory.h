@@ -32,8 +32,8 @@
 #include <cstddef>
 #include <new>
 
-/// The categories in order: the enumerators of mem::Categories_e, whose spelling is also their name in reports. UNDEFINED
-/// holds the blocks of unknown owners, CRT the runtime's own blocks, which are never counted.
+/// The categories in order: the enumerators of mem::Categories_e. Their spellings are their names in reports. UNDEFINED
+/// holds the blocks without a category, CRT the runtime's own blocks, which are never counted.
 // clang-format off
 #define ZQ_MEMORY_CATEGORIES(X) \
     X(UNDEFINED) X(CRT) X(NORMAL_BLOCK) X(file) X(logger) X(GamePipes) X(Rpg) X(RpgText) X(Net) X(NetQueue) \
@@ -49,7 +49,7 @@
 namespace mem
 {
     // clang-format off
-    /// The categories, see ZQ_MEMORY_CATEGORIES.
+    /// The categories of ZQ_MEMORY_CATEGORIES.
     enum Categories_e : int
     {
 #define ZQ_ENUMERATOR(Name) Name,
@@ -82,7 +82,7 @@ namespace mem
         ~Object_i() = default;
     };
 
-    /// What a user allocator reports about itself: three words with a meaning of its own.
+    /// Report of a user allocator: three words, whose meaning the allocator defines.
     struct UserAllocatorInfo_t
     {
         std::uint32_t dwInfo0, dwInfo1, dwInfo2;
@@ -108,13 +108,14 @@ namespace mem
         std::uint32_t m_dwInfo0 = 0, m_dwInfo1 = 0, m_dwInfo2 = 0;
     };
 
-    /// Number of user allocators that can be registered at a time.
+    /// Maximum number of user allocators that are registered at a time.
     inline constexpr unsigned MAX_USER_ALLOCATORS = 64;
 
-    /// Stores the allocator in the first free slot, as a pointer. Returns false if all slots are in use.
+    /// Stores a pointer to the allocator in the first free slot and returns true. Returns false if all slots are in
+    /// use.
     ZQ_API bool RegisterUserAllocator(UserAllocatorInfo_i & Allocator);
 
-    /// Clears the allocator's slot. Returns false if it has none.
+    /// Clears the allocator's slot and returns true. Returns false if it has none.
     ZQ_API bool UnRegisterUserAllocator(UserAllocatorInfo_i & Allocator);
 
     /// Copies up to nMax allocators in slot order and returns the number copied. With a null pOut it returns the number
@@ -122,7 +123,8 @@ namespace mem
     ZQ_API unsigned GetUserAllocators(UserAllocatorInfo_i ** pOut, unsigned nMax);
 }
 
-/// The block's word: the kind in the low 16 bits, the category in the 15 bits above, MEMORY_OBJECT_FLAG in the top bit.
+/// Layout of a block's word: the kind in the low 16 bits, the category in the 15 bits above, MEMORY_OBJECT_FLAG in the
+/// top bit. The kinds are the three _BLOCK values.
 inline constexpr int MEMORY_NORMAL_BLOCK = 1;
 inline constexpr int MEMORY_CRT_BLOCK = 2;
 inline constexpr int MEMORY_CLIENT_BLOCK = 4;
@@ -130,9 +132,9 @@ inline constexpr int MEMORY_CATEGORY_SHIFT = 16;
 inline constexpr std::uint32_t MEMORY_CATEGORY_MASK = 0x7FFF;
 inline constexpr std::uint32_t MEMORY_OBJECT_FLAG = 0x80000000u;
 
-/// Returns the word that operator_new stores with a block for this request. It always describes a client block. Its
-/// category is that of iBlockType if there is one, else the top of the thread's stack. A normal block has no category
-/// of its own.
+/// Returns the word that operator_new stores with a block. Its kind is always MEMORY_CLIENT_BLOCK. Its category is that
+/// of iBlockType, a word too. If that is UNDEFINED, or the kind is MEMORY_NORMAL_BLOCK, it is the one on top of the
+/// thread's stack.
 ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 
 /// `ZQ_NEW T(...)` allocates a block of the current category that records its file and line. Free it with delete.
@@ -142,8 +144,8 @@ inline constexpr std::size_t MEMORY_ALIGNMENT = 16;   // bytes; of each block of
 
 namespace CoreMemory
 {
-    /// Returns a block that is aligned to MEMORY_ALIGNMENT. See MemoryBlockWord for its category. sFile is kept as a
-    /// pointer. On exhaustion calls Abort. Returns null only before MemoryInit and after MemoryDone.
+    /// Return a block that is aligned to MEMORY_ALIGNMENT. MemoryBlockWord decides its category. sFile is kept as a
+    /// pointer. On exhaustion they call Abort. They return null only before MemoryInit and after MemoryDone.
     ZQ_API void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
 
@@ -151,7 +153,7 @@ namespace CoreMemory
     ZQ_API void operator_delete(void * p);
     ZQ_API void operator_delete_array(void * p);
 
-    /// The same for types whose alignment is above MEMORY_ALIGNMENT. nAlignment is a power of 2.
+    /// Do the same for types whose alignment is above MEMORY_ALIGNMENT. nAlignment is a power of 2.
     ZQ_API void * operator_new_aligned(
         std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array_aligned(
@@ -163,8 +165,8 @@ namespace CoreMemory
 /// Select a category for this thread, and restore the previous one.
 /// - A pop asserts that its category is on top.
 /// - Pushes of the same category in a row share an entry. A push asserts that the thread has at most 64 entries.
-/// - About 100 running threads can have pushed. The next thread's push is logged and asserts, and it goes without a
-///   category.
+/// - About 100 running threads can have pushed. The push of a further thread is logged and asserts, and its blocks are
+///   counted under UNDEFINED.
 ZQ_API void MemoryCategoryPush(mem::Categories_e eCategory);
 ZQ_API void MemoryCategoryPop(mem::Categories_e eCategory);
 
@@ -185,11 +187,11 @@ private:
     mem::Categories_e const m_eCategory;
 };
 
-/// Returns the category's name. Requires a category from 0 to mem::TOTAL.
+/// Returns the category's name. Requires a category from 0 to mem::TOTAL, whose name is "TOTAL".
 ZQ_API char const * MemoryCategoryName(mem::Categories_e eCategory);
 
-/// Copies the figures of all categories, as of one moment. pInfo has room for mem::TOTAL of them. The totals are live
-/// blocks, live bytes and the peak of live bytes.
+/// Copies the figures of all categories and the totals, all of the same moment. pInfo has room for mem::TOTAL entries.
+/// The totals are live blocks, live bytes and the peak of live bytes.
 ZQ_API void MemoryCategoriesGet(
     mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes);
 
@@ -203,38 +205,41 @@ ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
 ZQ_API void MemoryInit();
 ZQ_API void MemoryDone();
 
-/// Guards the counters, the table of category stacks and the user allocators. It is the debug heap's own lock, so a
-/// heap event costs one lock cycle.
+/// Lock of the counters, of the table of category stacks and of the user allocators. It is the debug heap's own lock,
+/// so a heap event costs one lock cycle.
 extern ZQ_API plat::Lock_c & g_CategoryLock;
 
 /// True while the heap is tracked.
 extern ZQ_API std::atomic<bool> g_MemoryInit;
 
-/// Return a block in which (pointer + nOffset) is aligned to nAlignment, a power of 2. nOffset is 0 or below nSize. On
-/// a bad alignment or offset they report it, set errno and return null. The block keeps iBlockType unchanged as its
-/// word: the thread's stack is not consulted (see MemoryBlockWord).
+/// Return a block in which (pointer + nOffset) is aligned to nAlignment, a power of 2. nOffset is 0 or below nSize. The
+/// block's word is iBlockType, unlike that of operator_new (MemoryBlockWord). They return null on exhaustion, and on a
+/// bad alignment or offset, which they also report and note in errno.
 ZQ_API void * aligned_malloc_dbg(
     std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
 ZQ_API void * aligned_offset_malloc_dbg(
     std::size_t nSize, std::size_t nAlignment, std::size_t nOffset, int iBlockType, char const * sFile, int iLine);
 
-/// Move the contents to a new block and return it. A null p allocates; a size of 0 frees p and returns null.
+/// Move the contents to a new block and return it. A null p allocates; a size of 0 frees p and returns null. On failure
+/// they return null, and p stays allocated.
 ZQ_API void * aligned_realloc_dbg(
     void * p, std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
 ZQ_API void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlignment, std::size_t nOffset,
     int iBlockType, char const * sFile, int iLine);
 
 /// Frees an aligned block. Null does nothing.
-/// - Damage before and after the block is reported.
-/// - A block that was freed already, or that belongs to another heap, is reported and left alone.
-/// - A second free is noticed as long as the memory has not been used again. If the block was large and its pages went
-///   back to the system, a second free is an access violation.
+/// - Reports damage before and after the block.
+/// - Reports, and leaves alone, a block that was freed already or belongs to another heap.
+/// - Detects a second free until the memory is used again. If the block was large and its pages went back to the
+///   system, a second free is an access violation.
 ZQ_API void aligned_free_dbg(void * p);
 
-/// Returns the heap's block that holds an aligned pointer. Null if the pointer is null or its header is damaged.
+/// Returns the heap's block that holds an aligned pointer. Returns null if the pointer is null or its header is
+/// damaged.
 ZQ_API void * get_block_from_aligned(void * p);
 
-/// Returns the aligned pointer in a block of the heap. Null, with a report, if the header's gap bytes do not match.
+/// Returns the aligned pointer in a block of the heap. Returns null for a null block, and, with a report, if the
+/// header's gap bytes do not match.
 ZQ_API void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t nOffset);
 
 inline void * operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
@@ -260,7 +265,7 @@ inline void * operator new[](
         nBytes, static_cast<std::size_t>(iAlignment), iBlockType, sFile, iLine);
 }
 
-/// The language calls these only if a constructor after ZQ_NEW throws.
+/// Free a block of ZQ_NEW whose constructor throws. The language calls them; callers do not.
 inline void operator delete(void * p, int, char const *, int)
 {
     CoreMemory::operator_delete(p);

@@ -12,8 +12,8 @@
 #include <atomic>
 #include <cstdio>
 
-/// The categories that one thread has selected. Only that thread changes it. Pushes of the same category in a row share
-/// an entry, so the depth counts changes of category.
+/// Stack of the categories that one thread has selected. Only that thread changes it. Pushes of the same category in a
+/// row share an entry, so the depth counts changes of category.
 class MemCategoryStack_c
 {
 public:
@@ -25,6 +25,7 @@ public:
         int m_iCallCount = 0;   // pushes that share the entry
     };
 
+    /// Push and pop a category, as MemoryCategoryPush and MemoryCategoryPop do.
     void Add(mem::Categories_e category);
     void Remove(mem::Categories_e category);
 
@@ -43,7 +44,7 @@ struct ThreadIdHash_s
 
 using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>;
 
-/// Figures of all categories. Each kind is one array, so a check reads two short runs of memory.
+/// Figures of all categories. Each kind of figure is one array, so a check reads two short runs of memory.
 struct MemoryCounters_s
 {
     // Padded with zeros to whole vectors.
@@ -71,30 +72,30 @@ struct MemoryCounters_s
 /// Guarded by g_CategoryLock.
 extern MemoryCounters_s g_MemoryCounters;
 
-/// The process's own operators, which serve instead of the heap. Null pairs if the library's operators are bound. Set
-/// once, while the library is loaded.
+/// The process's own operators, which replace the heap. Its pairs are null if the library's operators are bound. Set
+/// once, when the library is loaded.
 extern plat::Operators_t g_ForeignOperators;
 
-/// Sets g_ForeignOperators and reports foreign operators in one line. Called before the heap is tracked.
+/// Sets g_ForeignOperators and reports foreign operators in one line. Requires that the heap is not tracked yet.
 void MemoryBindOperators();
 
-/// Returns whether no counter is negative and the categories add up to the totals. If this is false, only
-/// MemoryCheckConsistency decides what is wrong.
+/// Returns whether no counter is negative and the categories add up to the totals. False is not yet a fault: then
+/// MemoryCheckConsistency decides.
 bool MemoryCountersAddUp();
 
-/// Writes an allocation to the call log, except the log's own. Called under g_CategoryLock.
+/// Writes an allocation to the call log, except the log's own. Requires g_CategoryLock.
 ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory);
 
 /// Number of blocks by size.
 struct MemoryTally_s
 {
-    static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // most bytes of a block of the class
+    static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // maximum bytes of a block of the class
 
     std::size_t dInClass[4];   // blocks above the last limit are in no class
     std::size_t nTotal;
 };
 
-/// Writes the end of a report of live blocks. Without blocks the percentages are 0.
+/// Writes the totals that end a report of live blocks. Without blocks the percentages are 0.
 void MemoryWriteTally(std::FILE * f, MemoryTally_s const & Tally);
 
 /// Returns the category in a block's word, or UNDEFINED if it has no valid one.

@@ -1,13 +1,13 @@
-// cpagemap.h: a value for each page of the address space, in a hash table that a lookup probes once as a rule.
+// cpagemap.h: a map from pages of the address space to values. A lookup usually probes once.
 //
-// The home slot of a page is the slot that the lower bits of its number select. Memory that is allocated together has
-// neighbouring pages, whose home slots differ. If the home slot of a page is taken, the page goes elsewhere, and the
-// table grows sooner.
+// The map is a hash table. The home slot of a page is the slot that the lower bits of its number select. Memory that is
+// allocated together has neighbouring pages, whose home slots differ. If the home slot of a page is taken, the page is
+// stored in another slot, and the table grows sooner.
 //
 // Ownership: the map owns copies of the values.
 // Threads: no lock; one thread at a time.
-// Cost: a lookup reads one slot as a rule. Add allocates when the table grows: 4 to 16 slots for each page.
-// Failure: none is reported. Adding a page twice, or removing an absent one, breaks the map.
+// Cost: a lookup usually reads one slot. Add allocates when the table grows: 4 to 16 slots for each page.
+// Failure: none is reported. Adding a page twice, or removing a page that is not in the map, breaks the map.
 //
 //     PageMap_T<int> Pages;
 //     static int s_iObject;
@@ -21,7 +21,7 @@
 #include <cstddef>
 #include <utility>
 
-/// VALUE must be copyable. A default-constructed value means that there is no page.
+/// Map from page numbers to values. VALUE must be copyable. A default-constructed value means that there is no page.
 template <typename VALUE>
 class PageMap_T
 {
@@ -39,8 +39,8 @@ public:
         return reinterpret_cast<std::uintptr_t>(pAddress) >> PAGE_BITS;
     }
 
-    /// Probes the home slot only, so it may return another page's value, or a default one: the caller must check. The
-    /// fast path for values that name their addresses.
+    /// Returns the value in the home slot of an address's page. That may be another page's value or a default one: the
+    /// caller must check. The fast path for values from which the caller can tell their addresses.
     VALUE const & AtHome(void const * pAddress) const
     {
         constexpr int SLOT_BITS = std::bit_width(sizeof(Slot_s)) - 1;
@@ -70,7 +70,7 @@ public:
         m_pSlots[i] = {};
         for (i = NextSlot(i); m_pSlots[i].iPage != NO_PAGE; i = NextSlot(i))
         {
-            Slot_s const Slot = std::exchange(m_pSlots[i], {});   // it may have been stored past the page
+            Slot_s const Slot = std::exchange(m_pSlots[i], {});   // its probe may have passed the removed page
             m_pSlots[SlotOf(Slot.iPage)] = Slot;
         }
         if (--m_nUsed == 0)
@@ -89,7 +89,7 @@ private:
     };
     static_assert(std::has_single_bit(sizeof(Slot_s)), "AtHome shifts by the size");
 
-    // Returns the slot of a page, or the free slot that it would get.
+    // Returns the slot of a page, or the free slot in which Add would store it.
     std::size_t SlotOf(std::uintptr_t iPage) const
     {
         std::size_t i = iPage & (m_nSlots - 1);
@@ -100,8 +100,8 @@ private:
         return i;
     }
 
-    // The step is the golden ratio of the table, so that a run of pages that collides with another run leaves it after
-    // a step or two.
+    // The step is the table's size divided by the golden ratio (the constant is 2^32 divided by it). A run of pages
+    // that collides with another run leaves it after a step or two.
     std::size_t NextSlot(std::size_t iSlot) const
     {
         auto const nStep =
@@ -151,6 +151,6 @@ private:
 
     Slot_s * m_pSlots = &s_NoSlot;
     std::size_t m_nSlots = 1;      // a power of 2
-    std::size_t m_iHomeMask = 0;   // of the distance of a home slot from the first, in bytes
+    std::size_t m_iHomeMask = 0;   // mask of the bytes from the first slot to a home slot
     std::size_t m_nUsed = 0;       // at most a quarter of the slots
 };
