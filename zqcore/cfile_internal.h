@@ -7,7 +7,7 @@
 
 #include <atomic>
 
-inline constexpr int FOLDED_LENGTH = 255;   // characters of a caller's path that count
+inline constexpr int FOLDED_LENGTH = 255;   // characters of a caller's path; longer ones are cut
 
 /// Copies up to nMax characters in lower case, with `\` for `/`, and a terminator. Returns the number of characters.
 inline int FoldText(char * szTo, char const * szFrom, int nMax)
@@ -21,7 +21,7 @@ inline int FoldText(char * szTo, char const * szFrom, int nMax)
     return n;
 }
 
-/// A caller's path in the form of the tables, cut at 255 characters. Null counts as empty.
+/// A caller's path in the form of the tables, cut at FOLDED_LENGTH characters. Null counts as empty.
 class FoldedPath_c
 {
 public:
@@ -35,10 +35,10 @@ public:
     int GetLength() const { return m_nLength; }
     bool IsEmpty() const { return m_nLength == 0; }
 
-    /// Whether the path was longer than the text.
+    /// Returns whether the path was cut.
     bool IsCut() const { return m_bCut; }
 
-    /// The last component.
+    /// Returns the last component.
     char const * GetBare() const { return PathFileName(m_szText); }
 
     /// Appends `\` unless the text ends with it. Returns false, without a change, if it does not fit.
@@ -50,7 +50,7 @@ private:
     char m_szText[FOLDED_LENGTH + 1];
 };
 
-/// The last component of a caller's path in the form of the keys: what FoldedPath_c::GetBare returns, at less cost.
+/// The last component of a caller's path in the form of the keys. Equals FoldedPath_c::GetBare and costs less.
 class FoldedName_c
 {
 public:
@@ -78,7 +78,7 @@ inline int FileLength(File_c const & File)
     return std::atomic_ref(const_cast<int &>(File.iLength)).load(std::memory_order_relaxed);
 }
 
-/// Where a file lies on disk. Holds folder and name at full length, unlike GetFullPath.
+/// Path of a file on the disk. Holds folder and name at full length, unlike GetFullPath.
 class FileLocation_c
 {
 public:
@@ -89,19 +89,20 @@ private:
     char m_szText[256 + 128];
 };
 
-/// Takes ownership of a folder's text that left the table while a file still points to it. It is freed by FileReset.
+/// Takes ownership of a folder's text that left the table while a file still points to it. FileReset frees it.
 void FileKeepFolder(String_T<256> * pFolder);
 
-/// Notes that scans could not see what lies in a folder, until it is scanned or forgotten.
+/// Notes that scans could not see what a folder holds (FileScanIsWhole). A scan or a removal of the folder deletes the
+/// note.
 void FileNoteMissed(char const * szFolder);
 
-/// While FilesystemCacheCheck is on, notes size and time of a folder that a scan is about to read.
+/// Notes size and time of a folder that a scan is about to read. Does nothing unless FilesystemCacheCheck is on.
 void FileCacheNoteFolder(String_T<256> const & sFolder);
 
-/// Forgets the notes of FileCacheNoteFolder.
+/// Deletes the notes of FileCacheNoteFolder.
 void FileCacheForgetFolders();
 
-/// Removes a file from all tables; called before it is destroyed.
+/// Removes a file from all tables, before it is destroyed.
 void FileForget(File_c & File);
 
 /// Removes one or all entries of a file from the list of stayers, without closing it.
@@ -116,7 +117,7 @@ struct AsyncFile_t
 {
     File_c * pFile = nullptr;
     void * pBuffer = nullptr;   // where the contents go; null for the file's own block
-    bool bLoaded = false;       // read by the poll without the lock
+    bool bLoaded = false;       // the poll reads it without the lock
     int iRoom = 0;              // bytes that pBuffer holds
 };
 
@@ -124,23 +125,25 @@ extern Array_T<AsyncFile_t, 32, 0> g_pAsyncFiles;   // oldest first; only the ma
 extern plat::Lock_c g_csAsync;                      // guards g_pAsyncFiles
 extern plat::Thread_c g_hAsyncThread;               // the worker
 
-/// Start and stop the worker. The stop drops the remaining requests. A read in progress finishes, raised to the normal
-/// scheduling class. If the system refuses to raise it, a read of FileOnDisk_c is cancelled.
+/// Start and stop the worker. The stop drops the remaining requests. It raises the worker to the normal scheduling
+/// class and waits for a read in progress. If the system refuses that, a read of FileOnDisk_c is cancelled.
 void FileAsyncStart();
 void FileAsyncStop();
 
-/// Whether a read of the worker is to be cancelled.
+/// Returns whether the worker must cancel its read.
 bool FileAsyncIsStopping();
 
 /// Releases the locks of all known files in a forked child, which lacks the threads that held them.
 void FileRenewLocks();
 
-/// Bare names that a scan skips, without regard to case. There are few, so a linear search is fastest.
+/// Bare names that a scan skips, in any case. There are few, so a linear search is fastest.
 class FileExcludes_c
 {
 public:
-    /// Adds a copy unless the same spelling is there.
+    /// Adds a copy of a name, cut at 255 characters, unless the same spelling is there.
     void Add(char const * szName);
+
+    /// Returns whether a name is excluded, in any case.
     bool Has(char const * szName) const;
 
     /// Frees the names.
@@ -156,28 +159,28 @@ extern FileExcludes_c g_sExcludedFiles;
 extern String_T<256> g_sMediaPath;       // media root as the application set it; empty: to be discovered
 extern String_T<256> g_sCurrentConfig;   // the folder below `_configdependeddata` that a scan enters
 extern String_T<256> g_sMediaTemplate;   // name pattern of the packs
-extern bool g_bSplit;                    // the split filter works
+extern bool g_bSplit;                    // the split filter is on
 extern String_T<256> g_sSplitLocation;   // the folder that holds one folder for each game
-extern String_T<256> g_sGameFolder;      // the current game's, with `\`
+extern String_T<256> g_sGameFolder;      // folder of the current game, with `\` at the end
 extern String_T<256> g_sSplitGame;       // location and game folder
 
-/// Whether the split excludes a folder from a scan. The path is in lower case and ends with `\`.
+/// Returns whether the split excludes a folder from a scan. Requires a path in lower case that ends with `\`.
 bool FileSplitExcludes(String_T<256> const & sSub);
 
-/// Releases the pool of file objects if it holds none.
+/// Releases the storage of the pool of file objects if none is in use.
 void FilePoolTrim();
 
 /// Returns the media template after its `*`: the ending of pack names.
 char const * FileMediaTemplateTail();
 
-/// An open handle, as the tracker holds it.
+/// An open handle in the tracker's list.
 struct FileOpenTrack_t
 {
     void * hFile = nullptr;
     String_T<260> sName;
 };
 
-inline constexpr int FILE_OPEN_TRACKS = 256;   // further handles are not listed
+inline constexpr int FILE_OPEN_TRACKS = 256;   // length of the list; further handles are only counted
 extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
 extern int g_iMaxOpenFiles;   // more open handles raise a warning
 
@@ -187,10 +190,10 @@ extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in 
 /// Forgets g_dCleanNames, so that the clean response log writes each location again.
 void FileCleanNamesReset();
 
-/// The receiver of g_FileOpenCallbacker that writes the response logs. Any thread.
+/// Writes the response logs. The receiver of g_FileOpenCallbacker. Any thread.
 void ResourceLoadCallback(char const * sFileName);
 
-/// A file's count of disk reads.
+/// Number of a file's reads from the disk.
 struct FileOpenCalls_t
 {
     String_T<128> sName;

@@ -3,7 +3,7 @@
 // The fingerprint is the SHA-1 of the names and sizes of the registered CSV files, not of their contents. It does not
 // depend on the order of the tables, nor on whether they came from a scan or from the cache.
 //
-// Ownership: the bytes are static.
+// Ownership: the bytes belong to the library and live as long as the process.
 // Threads: main thread.
 // Cost: a walk over the table of files, without the disk.
 // Failure: no call fails.
@@ -19,8 +19,9 @@
 #include "zqcore/cconfig.h"
 
 /// Computes the fingerprint of all CSV files if bAllCsv is set, else of those below a folder whose name ends in
-/// "declarations". ModuleFile_c does the latter when it starts. A file counts with its object's iLength.
+/// "declarations". ModuleFile_c does the latter when it starts. The size of a file is its object's iLength.
 ZQ_API void FileBuildMediaHash(bool bAllCsv);
 
-/// Returns the 20 bytes that were computed last, all 0 before. The address is the same for the life of the process.
+/// Returns the SHA1_HASH_SIZE bytes of the last FileBuildMediaHash, or zeros before the first. The address never
+/// changes.
 ZQ_API unsigned char * FileGetMediaHash();

@@ -1,19 +1,20 @@
 // cfilepath.h: the table of files, and the scans of folders that fill it.
 //
 // The file system is flat. A scan of a folder enters each file under its lower-case name in one table, so a lookup is
-// one probe and does not touch the disk. If two files have one name, the one that was met first stays and the other is
+// one probe and does not touch the disk. If two files have one name, the one found first stays and the other is
 // dropped with a log line. A later folder never hides a file of an earlier one. Scans are depth first and by name, the
 // same on every machine. A scan never opens a file and always ends.
 //
 // Folders are stored in lower case with `\`, also at the end. If names in one folder differ in case only, a path in
-// lower case leads to the one without capitals, or else to the first by bytes. The scan enters that one. A second file
-// is a duplicate; a second folder, or an entry of another kind, is skipped. A scan also skips, with a log line:
+// lower case leads to the one without capitals. If all have capitals, it leads to the first in byte order. The scan
+// enters that one. A second file is a duplicate; a second folder, or an entry of another kind, is skipped. A scan also
+// skips, with a log line:
 // - names that are not UTF-8 or hold a `\`, and keys that begin with a drive, as `a:b` does;
 // - pipes, sockets and devices;
 // - folders that can't be read, or whose path has more than 255 characters;
 // - files of which the system reports no facts;
 // - a folder that the scan has entered already, by a link or as the target of one.
-// Without a log line it skips links to nothing, and what a save has not finished (FileReplacement_c::IsBeside).
+// Without a log line it skips links to nothing and files of unfinished saves (FileReplacement_c::IsBeside).
 //
 // A bare name of more than 127 characters is cut, so the file can't be opened. Neither can a file of 2 GiB or more.
 // Both are logged.
@@ -21,8 +22,8 @@
 // Ownership: the functions below create and destroy the objects of both tables.
 // Threads: main thread.
 // Cost: a scan reads each folder once and allocates for each file and folder.
-// Failure: what can't be registered is skipped with a log line. After a fault of the system the scan is not whole, and
-// FileScanIsWhole says so.
+// Failure: what can't be registered is skipped with a log line. After a failure of the system FileScanIsWhole returns
+// false.
 //
 //     FileAlwaysExcludeFolder("sources");
 //     if (FileAddSearchPath("media", true, false))
@@ -40,8 +41,8 @@
 using FileTable_t = StringHash_T<File_c, 128, 16384, 117>;
 using PathTable_t = StringHash_T<String_T<256>, 256, 4096, 117>;
 
-/// All files by their key, and all folders that scans have entered. Table order is the order of First and Next, which
-/// follows from the hash.
+/// All files by their keys, and all folders that scans have entered. The order of First and Next is the table order. It
+/// depends on the hashes.
 extern ZQ_API FileTable_t g_sFileObjects;
 extern ZQ_API PathTable_t g_sPaths;
 
@@ -50,14 +51,14 @@ extern ZQ_API PathTable_t g_sPaths;
 /// more than 255 characters, or a folder in lower case hides it.
 ///
 /// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
-/// name as the key. A key of more than 127 characters is then skipped, and a folder outside of the media root gives
-/// bare names, each with a log line.
+/// name as the key. A file whose key exceeds 127 characters is then skipped with a log line. Files of a folder outside
+/// of the media root keep bare names, with a log line for the folder.
 ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
 
-/// Returns whether scans have seen all of a folder and its subfolders. Returns false if one of them could not be read,
-/// or the system failed at one of its entries, until it is scanned again or removed. A media root that ModuleFile_c
-/// can't scan, absent or not, counts as such a folder. sPath is compared as text with the paths of the scans, as in the
-/// functions below. An empty one asks about all scans.
+/// Returns whether scans have seen all of a folder and its subfolders; an empty sPath means all scans. A folder that
+/// could not be read, or whose entries the system could not report, makes it false until it is scanned again or
+/// removed. So does a media root that ModuleFile_c can't scan or find. sPath is compared as text with the paths of the
+/// scans, as in the functions below.
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
 /// Calls FileResetFiles. The flag is not used.
@@ -75,11 +76,11 @@ ZQ_API void FileReset();
 /// bare name is known already, in whatever folder. On failure returns false, with log lines.
 ZQ_API bool FileAddOneFile(char const * sFile);
 
-/// Adds a name of folders that scans never enter, or of files that they never register. A bare name, in any case. The
-/// name is copied. ModuleFile_c's Shutdown forgets all of them.
+/// Exclude the folders, or the files, of a bare name from later scans, in any case. The name is copied, cut at 255
+/// characters. ModuleFile_c's Shutdown removes all of them.
 ZQ_API void FileAlwaysExcludeFolder(char const * sName);
 ZQ_API void FileAlwaysExcludeFile(char const * sName);
 
-/// Fills dFiles with the files whose folder begins with sPath, subfolders included, in table order. Returns how many,
-/// at most iMax, which is 1 or more. Skips files without a folder.
+/// Fills dFiles with the files whose folder begins with sPath, subfolders included, in table order, and returns how
+/// many. Asserts iMax >= 1, the most that dFiles holds. Skips files without a folder.
 ZQ_API int FileGetDirectoryFiles(char const * sPath, File_c ** const dFiles, int iMax);

@@ -1,23 +1,25 @@
 // cfilesave.h: saved games that a failed save never destroys, and that are found whole or reported as damaged.
 //
-// A save is an archive followed by a seal, its length and CRC-32 (docs/formats.md). A new save is written beside the
-// old one, synchronized, and replaces it in one step. The writer can keep former saves, under the name with ".1" (the
+// A save is an archive followed by a seal: its length and CRC-32 (docs/formats.md). A new save is written beside the
+// old one, synchronized, and replaces it in one step. The writer can keep previous saves under the name with ".1" (the
 // newest), ".2" and so on. Only the file's owner can read a new save.
 //
-// A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file `~zqlock-` and the
-// name in lower case, since a path finds a save in any spelling. The system drops the lock of a process that is killed;
-// the next FileSave_c deletes what that process left. On a file system without locks it excludes nobody.
+// A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file beside the save.
+// Its name is `~zqlock-` and the save's name in lower case, because a path finds a save in any spelling. The system
+// drops the lock of a process that is killed, and the next FileSave_c deletes the files that this process left. On a
+// file system without locks it excludes nobody.
 //
-// A load changes nothing on the disk. Its result says what the caller can do:
-// - absent: start from the beginning.
+// A load changes nothing on the disk. It returns one of these states:
+// - whole: OpenFile returns the archive.
+// - absent: there is no save. Start from the beginning.
 // - unreadable: the system refuses the file, or it is no regular file. It may be good, so it must not be replaced.
-// - damaged: length or CRC-32 do not fit. PutAside keeps the file under another name; a former save may be good.
-// - newer, older: whole, of a version that the caller does not read. It must not be replaced without a question.
+// - damaged: length or CRC-32 do not match. PutAside keeps the file under another name; a previous save may be good.
+// - newer, older: whole, of a version that the caller does not read. Ask the player before it is replaced.
 //
 // Ownership: the FileSave_c owns the lock and the loaded contents. A reader frees the contents when it is closed.
 // Threads: an object belongs to one thread at a time.
 // Cost: a load holds the whole save in memory until its reader is closed. A writer allocates nothing.
-// Failure: false, null or a state, with the reason in GetWhyNot. Nothing here logs or shows a dialog.
+// Failure: calls return false, null or a state, with the reason in GetWhyNot. Nothing here logs or shows a dialog.
 //
 // Load:
 //     FileSave_c Save("saves\\three.sav");
@@ -45,11 +47,11 @@
 
 #include "platform/filereplace.h"
 
-/// A save, locked and loaded.
+/// A save: its lock, and its contents once it is loaded.
 class ZQ_API FileSave_c
 {
 public:
-    /// What Load has found, see above.
+    /// State that Load has found, as in the list above.
     enum State_e
     {
         WHOLE,
@@ -60,9 +62,9 @@ public:
         OLDER
     };
 
-    static constexpr int MOST_FORMER = 9;   // former saves
+    static constexpr int MOST_FORMER = 9;   // maximum number of previous saves
 
-    /// Makes the missing folders of szFile and takes the lock. Does not touch the save. The path has at most 249
+    /// Makes the missing folders of szFile and takes the lock. Does not open the save. The path has at most 249
     /// characters. On failure IsLocked returns false.
     explicit FileSave_c(char const * szFile);
 
@@ -72,32 +74,32 @@ public:
     FileSave_c & operator=(FileSave_c const &) = delete;
 
     /// Returns whether this object has the lock. Without it Load works, but PutAside and writers fail. After the
-    /// constructor GetWhyNot says why: another FileSave_c has the lock, in this process or another, or the system's
-    /// reason.
+    /// constructor GetWhyNot has the reason: another FileSave_c has the lock, in this process or another, or the
+    /// system's reason.
     bool IsLocked() const;
 
-    /// Sets and returns how many former saves a commit keeps. 0 at start. Former saves with higher numbers stay.
-    /// Asserts 0 to MOST_FORMER; other values are clamped.
+    /// Set and return how many previous saves a commit keeps. 0 at start. Asserts 0 to MOST_FORMER; other values are
+    /// clamped. A commit does not delete previous saves with higher numbers.
     void SetFormer(int nFormer);
     int GetFormer() const { return m_nFormer; }
 
-    /// Returns the path of the save for 0, or of a former save: 1 is the newest.
+    /// Returns the path of the save for 0, or of a previous save: 1 is the newest.
     String_T<256> GetPath(int iFormer = 0) const;
 
-    /// Reads the save, or a former one as in GetPath, and checks it. A save with another major version than dwVersion,
-    /// or a newer minor one, is newer or older. Frees the contents of a previous load; requires that their reader is
-    /// closed.
+    /// Reads the save, or a previous one as in GetPath, checks it and returns its state. Returns NEWER or OLDER for a
+    /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above it. Frees
+    /// the contents of the load before; requires that their reader is closed.
     State_e Load(std::uint32_t dwVersion, int iFormer = 0);
 
     /// Returns the archive that Load has found whole, for one Readable_c, which frees the contents when it is closed.
     /// Returns null if there is none. The file is not in the table of files.
     File_c * OpenFile();
 
-    /// Renames the save, in whatever state, and returns true. The new name has ".old" at its end, or ".old1" to
-    /// ".old99" if others are taken. Sets sTo to the new path. On failure returns false.
+    /// Renames the save, in any state, sets sTo to the new path and returns true. The new name has ".old" at its end,
+    /// or the first free one of ".old1" to ".old99". On failure returns false.
     bool PutAside(String_T<256> & sTo);
 
-    /// Returns why the last constructor, Load or PutAside failed. Empty if it did not.
+    /// Returns why the last call of the constructor, Load or PutAside failed. Empty if it did not fail.
     char const * GetWhyNot() const { return m_sWhyNot; }
 
 private:
@@ -125,10 +127,9 @@ public:
     /// If Save has no lock, all later calls fail for the reason in GetWhyNot.
     explicit FileSaveWriter_c(FileSave_c & Save);
 
-    /// Seals and synchronizes the new save, keeps the former ones, replaces the old save and synchronizes the folder. For
-    /// a first save the folders on the way are synchronized too.
-    /// On failure as FileReplacement_c::Commit. If a former save can't be kept, that is a failure, and the old save
-    /// stays.
+    /// Seals and synchronizes the new save, keeps the previous ones, replaces the old save, synchronizes the folder and
+    /// returns true. For a first save, synchronizes the folders on the way too. Fails as FileReplacement_c::Commit
+    /// does. Also fails, and the old save stays, if a previous save can't be kept.
     bool Commit() override;
 
 private:
