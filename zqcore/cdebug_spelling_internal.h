@@ -1,4 +1,4 @@
-// cdebug_spelling_internal.h: reads the compiler's spelling of functions and types, which ZQ_FUNCTION gives.
+// cdebug_spelling_internal.h: names in the compiler's spelling of functions and types (ZQ_FUNCTION).
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -7,5 +7,6 @@
 /// scopes: "ns::X_c", "(anonymous namespace)::Run", "main(int)::Local_c", "decltype (x)". Template arguments end it.
 char const * SpelledNameEnd(char const * szText, char const * p);
 
-/// Writes "class::function" out of "type class::function(arguments) const [with ...]", cut at nSize - 1 bytes.
+/// Writes the name in a spelling: "class::function" of "type class::function(arguments) const [with ...]". Cut at
+/// nSize - 1 bytes.
 void SpelledFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize);

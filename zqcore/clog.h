@@ -1,11 +1,11 @@
 // clog.h: the main log.
 //
 // Each line goes to a list of listeners. LogInit adds one that writes message.log, with the time in seconds and the
-// frame number in front: "%8.3f\t%i\t%s\n". Each line is written at once, at the end of the file, whoever else writes
-// to it. A line without a listener is lost. Lines are cut at 2048 characters.
+// frame number before the line: "%8.3f\t%i\t%s\n". Each line is written at once and appended to the file, even if other
+// processes write to it. A line without a listener is lost. Lines are cut at 2048 characters.
 //
-// Ownership: the library opens and closes the file. Listeners are only pointed at.
-// Threads: any thread may log at any time, and so may a forked process. The list of listeners has no lock: add them at
+// Ownership: the library opens and closes the file. Listeners are kept as pointers.
+// Threads: any thread may log at any time, also in a child of a fork. The list of listeners has no lock: add them at
 // start-up.
 // Cost: a line is one system call for the file. Nothing allocates for a line.
 // Failure: lines that a full disk does not store are lost; the next line that is written comes after "Log lines lost
@@ -34,30 +34,30 @@ extern ZQ_API std::FILE * g_pMessageLogFile;
 /// Frame number of each line. 0 at start; set by the application, with std::atomic_ref if other threads log.
 extern ZQ_API int g_iLogFrameCounter;
 
-/// Sets folder and name of the main log, before LogInit, and passes them to the crash report. The folder ends in a
-/// separator, because nothing is inserted before the name. A relative folder is made absolute by the current folder.
-/// Makes the missing levels of the folder. Both are cut at 1023 characters; null is an empty text.
+/// Sets folder and name of the main log and passes them to the crash report. Call it before LogInit. The folder ends in
+/// a separator, because nothing is inserted before the name. A relative folder is below the current one. Makes the
+/// missing levels of the folder. Both texts are cut at 1023 characters; null is an empty text.
 ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
 
 /// Opens the main log, "message.log" if no name was set, and adds its writer to the listeners, once. Makes the missing
-/// levels of its folder. Empties the log of a previous run, unless a process has it open as its log. Does nothing if no
-/// folder was set or the log is open.
+/// levels of its folder. Empties the log of a previous run, unless another process has it open as its log. Does nothing
+/// if no folder was set or the log is open.
 ZQ_API void LogInit();
 
 /// Removes all listeners and closes the main log.
 ZQ_API void LogDone();
 
-/// Limits the files of the main log and of each named log to nBytes; 0, as at start, is no limit. After the line that
-/// exceeds it, the file gets ".1" at the end of its name, previous ones ".2" to ".nFormer", and a new file is begun.
-/// With nFormer 0 the file is emptied instead. Lines that other threads write meanwhile may go to the old file. A
-/// host's own stream has no limit. Any thread.
+/// Limits each file of the main log and of the named logs to nBytes; 0, as at start, means no limit. After the line
+/// that exceeds it, a new file is begun. The old one gets ".1" at the end of its name, previous ones ".2" to
+/// ".nFormer". With nFormer 0 the file is emptied instead. Lines that other threads write meanwhile may go to the old
+/// file. A host's own stream has no limit. Any thread.
 ZQ_API void LogSetLimit(std::uint64_t nBytes, int nFormer);
 
 /// Adds a listener, which is called before the others and on the thread that logs. It stays until LogDone.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));
 
 /// Formats a line and passes it to each listener. Control characters other than tabs and line ends, and bytes that are
-/// not UTF-8, are escaped as in TextForLog (ctexterror.h). So it is in all functions that log or complain.
+/// not UTF-8, are escaped as in TextForLog (ctexterror.h). All functions that log or complain escape them.
 ZQ_API void Log(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
 
@@ -65,10 +65,10 @@ ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
 /// begin a line. fmt may hold %s, %c, %i, %d, %u, %x, %zu and %% without flags; any other conversion ends the line.
 ZQ_API void LogEscaped(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Calls Log if the condition holds and fmt is not null.
+/// Calls Log if bCondition is true and fmt is not null.
 ZQ_API void Logc(bool bCondition, char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-/// Passes a text to each listener. It is cut only if something in it must be escaped.
+/// Passes a text to each listener. It is cut at 2048 characters only if something in it must be escaped.
 ZQ_API void LogText(char const * szText);
 
 /// Writes a formatted line to the debugger's output, and to no log. A host receives it through plat::DebugOutputSet
@@ -82,9 +82,9 @@ ZQ_API void LogWinLastError(char const * sPrefix);
 /// Logs the facts of the system and the local time, in 14 lines.
 ZQ_API void DumpSystemInfo();
 
-/// Returns the absolute folder of the main log. Empty before LogSetFile.
+/// Returns the absolute folder of the main log, or an empty text before LogSetFile.
 ZQ_API wchar_t const * LogGetFolder();
 
-/// Makes each missing level of a folder, from the outermost inward. `/` and `\` both separate; they become `/` in
-/// sFolder. What is after the last separator is not made. Levels that can't be made are skipped.
+/// Makes each missing level of a folder, from the outermost inward. `/` and `\` separate the levels and become `/` in
+/// sFolder. The part after the last separator is not made. Levels that can't be made are skipped.
 ZQ_API void LogCreateFolders(wchar_t * sFolder);

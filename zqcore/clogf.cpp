@@ -42,7 +42,7 @@ namespace
     constinit plat::Lock_c g_TableLock;
     plat::ForkLock_c const g_TableForkLock(g_TableLock);
 
-    // Creates the folder with its parents.
+    // Creates the log folder and its missing parents.
     ZQ_COLD void CreateLogFolder()
     {
         wchar_t wszFolder[WIDE_PATH_SIZE];
@@ -83,8 +83,8 @@ namespace
         return g_sLogFiles.FindByName(szName);
     }
 
-    // Adds a log to the table. Returns a HashAdd_e. If another thread has added that name meanwhile, pFile becomes its
-    // log.
+    // Adds a log to the table. Returns a HashAdd_e. If another thread has added that name meanwhile, sets pFile to that
+    // thread's log.
     int AddToTable(LogFile_t *& pFile)
     {
         plat::LockScope_c const Scope(g_TableLock);
@@ -93,7 +93,7 @@ namespace
         return iResult;
     }
 
-    // Opens a log that is not in the table and adds it.
+    // Opens a log that is not in the table and adds it. Without room in the table the log is g_Unlisted's.
     ZQ_COLD Found_s OpenLog(String_T<64> const & sName)
     {
         std::FILE * const pFile = OpenInLogPath(sName);
@@ -118,8 +118,7 @@ namespace
         }
     }
 
-    // Returns the log of a name and opens it if it is closed. Has no file for a null name or if the file can't be
-    // opened.
+    // Returns the log of a name, and opens it if needed. Returns nulls for a null name or if the file can't be opened.
     Found_s FindLog(char const * szName)
     {
         if (!szName)

@@ -1,13 +1,13 @@
 // clogf.h: named logs, for reports that do not belong in the main log.
 //
 // Each named log is a text file in the log folder. Its first use opens it and empties the log of a previous run, unless
-// a process has that open as its log. Each text is written at once, at the end of the file.
+// another process has that open as its log. Each text is written at once, at the end of the file.
 //
 // Ownership: ModuleLog_c opens the logs and closes them when it shuts down.
 // Threads: any thread may write to any log at any time, but not while ModuleLog_c shuts down.
 // Cost: a text is one system call. The first use of a name allocates.
 // Failure: lines to a log that can't be opened are lost without a message. Lines that a full disk does not store are
-// counted. The count goes to the main log when the disk stores lines again, or at the end.
+// counted. The count goes to the main log when the disk stores lines again, or when the log is closed.
 //
 //     ModuleLog_c::SetLogPath(L"logs");   // before the modules start
 //     Module_c::Register(ModuleLog_c::Get());
@@ -24,17 +24,17 @@
 /// Writes a formatted line, cut at 2048 characters, to the named log. Does nothing if either text is null.
 ZQ_API void Logf(char const * sFile, char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-/// Calls Logf if the condition holds.
+/// Calls Logf if bCondition is true.
 ZQ_API void Logcf(bool bCondition, char const * sFile, char const * fmt, ...) ZQ_PRINTF(3, 4);
 
-/// Logf with a list of arguments. If sFile is null, the line goes to the main log's file, without time and frame.
-/// Requires that fmt is not null.
+/// Writes a line as Logf does, from a list of arguments. If sFile is null, the line goes to the main log's file,
+/// without time and frame. Requires that fmt is not null.
 ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_PRINTF(2, 0);
 
 /// Writes a text to the named log as it is, without a line end. Does nothing if either text is null.
 ZQ_API void Logf_raw(char const * sFile, char const * sText);
 
-/// Module that finds the folder of the named logs and closes them at the end. Depends on no other module.
+/// Module that makes the folder of the named logs at its start and closes them at shutdown. Depends on no other module.
 class ZQ_API ModuleLog_c : public Module_c
 {
 public:
@@ -45,18 +45,18 @@ public:
     /// Returns the only instance.
     static ModuleLog_c * Get();
 
-    /// Sets the folder of the named logs, cut at 1023 characters, before the module initialises. The folder of
-    /// LogSetFile takes precedence. Without either, or with null, it is "GameLogs" in the current folder. When the
-    /// module initialises, it makes the folder absolute by the current folder and makes its missing levels.
+    /// Sets the folder of the named logs, cut at 1023 characters. Call it before the module initialises. The folder of
+    /// LogSetFile takes precedence. Without either, or with null, the folder is "GameLogs". A relative folder is below
+    /// the current one. The module makes the missing levels of the folder when it initialises.
     static void SetLogPath(wchar_t const * sPath);
 
-    /// Returns the folder of the named logs.
+    /// Returns the folder of the named logs, absolute once the module is initialised.
     wchar_t const * GetLogPath() const;
 
     /// Returns the log of a name, and opens it if needed. The name is compared exactly and cut at 63 characters; on
     /// disk two names that differ in case only are one file. Returns null if sName is null or the file can't be opened.
-    /// The stream has no buffer and belongs to the module. If the table of 64 logs is full, the stream is opened all
-    /// the same, but the module never closes it.
+    /// The stream has no buffer and belongs to the module. The module has a table of 64 logs; it opens, but never
+    /// closes, the streams of further names.
     std::FILE * GetLogFile(char const * sName);
 
 protected:
