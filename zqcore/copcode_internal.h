@@ -1,9 +1,9 @@
 // copcode_internal.h: codes of the opcode table and its two forms, shared by the decoder and by the generator that
 // makes the table from tools/opcodetable/*.txt.
 //
-// Compact form: two 32-bit little-endian words (bytes that follow, bytes of the expanded form), the number of groups,
-// and the groups. A row is two strings, pattern and format. A string is coded as a selector, a length L and literal
-// bytes.
+// Compact form: two 32-bit little-endian words (number of bytes that follow them, size of the expanded form), a byte
+// with the number of groups, and the groups. A group has rows. A row has two strings, pattern and format. A string is
+// coded as a selector, a length L and literal bytes.
 // - Bits 6 and 7 of the selector pick one of the last four strings of its kind, 0 being the latest.
 // - The string is that string's first P units (bits 0 to 2), the literal, and its last S units (bits 3 to 5).
 // - A unit of a pattern is two bytes, and 2 * L - 2 literal bytes follow. A unit of a format is one byte, and L - 1
@@ -17,8 +17,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The second byte of a pattern's pair is a mask. With mask 0 the first byte is one of these, or 1 to 15 (that many raw
-/// bytes), or OPCODE_SUBTABLE with the index of a group.
+/// First byte of a pattern's unit whose second byte, the mask, is 0. It is one of these, or 1 to OPCODE_RAW_LAST (that
+/// many raw bytes), or OPCODE_SUBTABLE with the index of a group.
 enum OpcodePattern_e : unsigned char
 {
     OPCODE_ANY_BYTE = 0,
@@ -52,13 +52,13 @@ enum OpcodeFormat_e : unsigned char
     OPCODE_SET_NONE = 0xEC,   // a prefix without effect
 };
 
-/// Slices: the low byte; bits 0 to 2 (for a register with REX.B on top); bits 3 to 5 (with REX.R); or as the format's
-/// next byte says: width in its high half, shift in its low half.
+/// Slices of a field. OPCODE_SLICE_TOLD is described by the format's next byte: width in its high half, shift in its
+/// low half.
 enum OpcodeSlice_e : unsigned char
 {
-    OPCODE_SLICE_BYTE = 0,
-    OPCODE_SLICE_LOW = 1,
-    OPCODE_SLICE_REGISTER = 2,
+    OPCODE_SLICE_BYTE = 0,       // bits 0 to 7
+    OPCODE_SLICE_LOW = 1,        // bits 0 to 2; REX.B is bit 3 of a register
+    OPCODE_SLICE_REGISTER = 2,   // bits 3 to 5; REX.R is bit 3 of a register
     OPCODE_SLICE_TOLD = 3,
 };
 
@@ -77,10 +77,10 @@ enum OpcodeKind_e : unsigned char
     OPCODE_KIND_ADDRESS = 10,   // register of the address size
     OPCODE_KIND_INDEX = 11,     // the same, with REX.X
     OPCODE_KIND_R32_OR_64 = 12,
-    OPCODE_KIND_STACK = 13,      // 64-bit, 16-bit by the operand size
+    OPCODE_KIND_STACK = 13,      // r64, or r16 by the operand size
     OPCODE_KIND_EXTENDED = 14,   // four fields, extended to 64 bits with the sign
     OPCODE_KIND_NUMBER64 = 15,   // eight fields
-    OPCODE_KIND_BY_SIZE = 16,    // r32, r16 by the operand size, r64 with REX.W
+    OPCODE_KIND_BY_SIZE = 16,    // r32, or r16 by the operand size, or r64 by REX.W
     OPCODE_KIND_MM_OR_XMM = 17,
     OPCODE_KIND_BYTE = 18,
     OPCODE_KIND_NUMBER16 = 19,
@@ -107,12 +107,12 @@ inline constexpr unsigned OPCODE_REX_X = 2;
 inline constexpr unsigned OPCODE_REX_R = 4;
 inline constexpr unsigned OPCODE_REX_W = 8;
 
-/// The decoder's pages hold the compact form, the expanded one, the fields, and texts in the rest.
+/// Layout of the decoder's pages, in bytes: the compact form, the expanded one, the fields, and texts in the rest.
 inline constexpr std::size_t OPCODE_PAGES_SIZE = 74925;
 inline constexpr std::size_t OPCODE_COMPACT_OFFSET = 64;
 inline constexpr std::size_t OPCODE_FIELDS_SIZE = OPCODE_MAX_FIELDS * sizeof(std::uint32_t);
 
-/// Returns a 32-bit little-endian word at any address.
+/// Returns the 32-bit little-endian word at p, which need not be aligned.
 inline std::uint32_t OpcodeWord(unsigned char const * p)
 {
     return p[0] | static_cast<std::uint32_t>(p[1]) << 8 | static_cast<std::uint32_t>(p[2]) << 16
@@ -120,7 +120,7 @@ inline std::uint32_t OpcodeWord(unsigned char const * p)
 }
 
 /// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the bytes written. Returns 0 if
-/// the compact form does not fit, or if it contradicts the sizes in its first two words.
+/// the expanded form does not fit, or if the compact form is malformed or contradicts its first two words.
 std::size_t OpcodeExpand(
     unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable);
 
@@ -131,5 +131,5 @@ struct OpcodeCompact_s
     std::size_t nBytes;
 };
 
-/// Tables of 32-bit code and of 64-bit code.
+/// Returns the table of 64-bit or of 32-bit code.
 OpcodeCompact_s OpcodeTable(bool b64Bit);
