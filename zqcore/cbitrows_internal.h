@@ -1,4 +1,5 @@
-// cbitrows_internal.h: operations on runs of bytes by whole words. Two runs may be the same, but not overlap otherwise.
+// cbitrows_internal.h: operations on runs of bytes by whole words. The runs need no alignment. The two runs of a call
+// may be the same, but must not overlap otherwise.
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -14,6 +15,7 @@ namespace bits
     /// Bytes of one step: four vector registers.
     inline constexpr std::size_t STEP = 4 * sizeof(plat::Words_t);
 
+    /// Returns the value stored at pBytes.
     template <typename T>
     T Load(unsigned char const * pBytes)
     {
@@ -22,7 +24,8 @@ namespace bits
         return Value;
     }
 
-    /// pTo[i] = fnCombine(pTo[i], pFrom[i]) for nBytes, bit by bit. fnCombine accepts words and vectors of words.
+    /// Sets pTo[i] to fnCombine(pTo[i], pFrom[i]) for nBytes bytes. fnCombine is bitwise, and accepts bytes, words and
+    /// vectors of words.
     template <typename COMBINE>
     void Combine(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes, COMBINE fnCombine)
     {
@@ -49,6 +52,7 @@ namespace bits
         }
     }
 
+    /// Replace nBytes of pTo by the result of the operation.
     inline void Or(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes)
     {
         Combine(pTo, pFrom, nBytes, [](auto A, auto B) { return A | B; });
@@ -74,8 +78,8 @@ namespace bits
         Combine(pTo, pTo, nBytes, [](auto A, auto) { return ~A; });
     }
 
-    /// Returns the first byte for which fnWord(i, Zero) is not 0, or nBytes if there is none. The type of Zero says how
-    /// many bytes from i on fnWord handles: one, a word or a vector.
+    /// Returns the index of the first byte for which fnWord is not 0, or nBytes if there is none. fnWord(i, Zero)
+    /// handles as many bytes from i on as the type of Zero has: one, a word or a vector.
     template <typename WORD>
     std::size_t FindByte(std::size_t nBytes, WORD fnWord)
     {
@@ -95,7 +99,8 @@ namespace bits
         return i;
     }
 
-    /// Returns the first byte that differs from bSkip, which is 0 or 0xFF, or nBytes if there is none.
+    /// Returns the index of the first byte that differs from bSkip, or nBytes if there is none. Requires that bSkip is
+    /// 0 or 0xFF.
     inline std::size_t FindOther(unsigned char const * pBytes, std::size_t nBytes, unsigned char bSkip)
     {
         return FindByte(nBytes,
@@ -112,7 +117,7 @@ namespace bits
         return FindOther(pBytes, nBytes, 0) == nBytes;
     }
 
-    /// Returns whether some bit is set in both.
+    /// Returns whether some bit is set in both runs.
     inline bool Meet(unsigned char const * pA, unsigned char const * pB, std::size_t nBytes)
     {
         std::size_t const iFound = FindByte(nBytes,
@@ -124,7 +129,7 @@ namespace bits
         return iFound < nBytes;
     }
 
-    /// Returns whether the runs are equal. Bytes beyond the end of the shorter run must be 0.
+    /// Returns whether the runs are equal if the shorter one is padded with zeros.
     inline bool Equal(unsigned char const * pA, std::size_t nA, unsigned char const * pB, std::size_t nB)
     {
         std::size_t const nCommon = std::min(nA, nB);
@@ -132,7 +137,8 @@ namespace bits
                && IsZero(pB + nCommon, nB - nCommon);
     }
 
-    /// Copies pFrom, or keeps the bits that are set in both, and clears the bytes after it.
+    /// Copy pFrom to pTo, or keep in pTo the bits that are set in both. Both cut pFrom at nTo bytes, and clear the
+    /// bytes of pTo after nFrom.
     inline void CopyAndClear(unsigned char * pTo, std::size_t nTo, unsigned char const * pFrom, std::size_t nFrom)
     {
         std::size_t const nCommon = std::min(nTo, nFrom);

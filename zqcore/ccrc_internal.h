@@ -6,20 +6,23 @@
 /// The reflected polynomial of IEEE 802.3.
 inline constexpr std::uint32_t CRC32_POLYNOMIAL = 0xEDB88320u;
 
-/// The shortest run that the kernels accept. Shorter runs use the tables.
+/// Bytes of the shortest run that the kernels accept. Shorter runs use the tables.
 inline constexpr std::size_t CRC32_KERNEL_MIN = 16;
 
 /// Returns the CRC-32 of a run of at least CRC32_KERNEL_MIN bytes.
 using Crc32Kernel_t = std::uint32_t (*)(unsigned char const * pData, std::size_t nBytes);
 
-/// Uses the tables, eight bytes at a time, on every processor. Accepts any length.
+/// Returns the CRC-32 of a run of any length. Uses the tables, eight bytes at a time, and works on every processor.
 std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes);
 
-/// The kernels that this processor can run, the best one last. Null if it lacks the instructions.
+/// The kernels that this processor can run, the fastest one last. A kernel is null if the processor lacks its
+/// instructions.
 struct Crc32Kernels_t
 {
     Crc32Kernel_t fnPclmul;    // PCLMULQDQ, 16 bytes a step
     Crc32Kernel_t fnPairs;     // VPCLMULQDQ with AVX2, 32 bytes a step
     Crc32Kernel_t fnVpclmul;   // VPCLMULQDQ with AVX-512, 64 bytes a step
 };
+
+/// Returns the kernels of the processor that runs the call.
 Crc32Kernels_t Crc32FindKernels();

@@ -7,26 +7,26 @@
 
 #include <atomic>
 
-/// A generator of random bytes from a pool of entropy.
+/// A generator of random bytes from a pool of entropy. Any thread.
 class CryptoRandomGenerator_c
 {
 public:
     static constexpr std::size_t POOL_SIZE = 128;   // bytes; in a full pool new bytes replace the oldest
 
-    /// Adds the low byte of the cycle counter.
+    /// Adds the low byte of the cycle counter to the pool.
     void PutNextRandom();
 
-    /// Adds a byte.
+    /// Adds a byte to the pool.
     void Put(unsigned char Byte);
 
-    /// Fills dOutput. A block of output is used from its end; the rest stays for the next call.
+    /// Fills dOutput with nBytes bytes. A block of output is used from its end; the rest stays for the next call.
     void Get(unsigned char * dOutput, std::size_t nBytes);
 
-    /// Returns the bytes of the pool in use.
+    /// Returns the number of bytes of the pool in use.
     std::size_t GetPoolSize() const { return m_nPoolSize.load(std::memory_order_acquire); }
 
-    /// In the child of a fork: discards the rest of the block and adds the time to the pool, so the child's bytes
-    /// differ from those of its parent and of the parent's other children.
+    /// Discards the rest of the block and adds the cycle counter to the pool. A child of a fork calls it, so that its
+    /// bytes differ from those of its parent and of the parent's other children.
     void Part();
 
     /// Registers a generator's locks for forks.
@@ -48,10 +48,10 @@ private:
 
     plat::Lock_c m_PoolLock;                                     // guards writes to the pool
     plat::Lock_c m_OutputLock;                                   // guards Get
-    std::atomic<unsigned char> m_dEntropyPool[POOL_SIZE] = {};   // read without the lock: a late byte is as good
+    std::atomic<unsigned char> m_dEntropyPool[POOL_SIZE] = {};   // read without the lock: an old byte is as good
     unsigned char m_dRandomBytes[SHA1_HASH_SIZE] = {};           // latest block of output
     std::uint32_t m_dwCounter = 0;                               // blocks made
-    std::uint32_t m_iWrite = 0;                                  // place of the pool's next byte
+    std::uint32_t m_iWrite = 0;                                  // index in the pool of the next byte
     std::atomic<std::uint32_t> m_nPoolSize{ 0 };                 // bytes of the pool in use
     std::uint32_t m_nBytesLeft = 0;                              // unused bytes of m_dRandomBytes
 };

@@ -1,4 +1,4 @@
-// cnumbertext_internal.h: numbers at the start of a text, read as in the "C" locale whatever the locale is.
+// cnumbertext_internal.h: numbers at the start of a text, always read as in the "C" locale.
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -10,15 +10,16 @@ struct NumberEnd_t
     bool bInRange;       // false if strtod or strtol would set errno, and for a denormal value
 };
 
-/// Reads a number as strtod does. Without a number the value is 0. One too large becomes HUGE_VAL with its sign.
+/// Reads a number as strtod does. Without a number the value is 0. A number that is too large becomes HUGE_VAL with its
+/// sign.
 NumberEnd_t TextToDouble(char const * szText, double & value);
 
-/// Read a number as strtol in base 10 does. Without a number the value is 0. One out of range becomes the nearest of
-/// the type.
+/// Read a number as strtol in base 10 does. Without a number the value is 0. A number out of range becomes the nearest
+/// value of the type.
 NumberEnd_t TextToInteger(char const * szText, long & value);
 NumberEnd_t TextToInteger(char const * szText, int & value);
 
-/// Like atof, narrowed to float. A number too large for a float becomes infinite.
+/// Returns what TextToDouble reads, narrowed to float. A number that is too large for a float becomes infinite.
 inline float TextToFloat(char const * szText)
 {
     double fValue;
@@ -26,7 +27,7 @@ inline float TextToFloat(char const * szText)
     return static_cast<float>(fValue);
 }
 
-/// Like atoi.
+/// Returns what TextToInteger reads.
 inline int TextToInt(char const * szText)
 {
     int iValue;

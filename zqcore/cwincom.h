@@ -1,7 +1,7 @@
 // cwincom.h: a module that starts and ends COM.
 //
-// COM is started on the thread that initialises the modules, for calls from many threads, and for that thread only. It
-// is ended at shutdown. On a system without COM nothing is started, and nothing can fail.
+// The module starts COM in the multithreaded model, on the thread that initialises the modules and for that thread
+// only. It ends COM at shutdown. On a system without COM it does nothing and never fails.
 //
 // Ownership: the application owns its instance of the module.
 // Threads: the main thread.
@@ -29,10 +29,10 @@ public:
     ZQ_INTERNAL static ModuleWinCom_c * Get();
 
 protected:
-    /// Returns false if COM cannot be started. If the thread has COM already, even in the other concurrency model, that
-    /// is logged and is no failure.
+    /// Starts COM. If the thread has COM already, even in the other concurrency model, logs that and returns true.
+    /// Returns false if COM cannot be started.
     bool Initialize() override;
 
-    /// Ends COM if the module is initialised, whichever of its results starting it had.
+    /// Ends COM if the module is initialised, also if the thread had COM before.
     void Shutdown() override;
 };
