@@ -4,7 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// Stores the rest of the context. The assembly below calls it as its last step, as if the caller had called it.
+// Stores the rest of the context. The assembly below ends with a jump here, so this returns to the caller.
 extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(plat::FaultContext_t * pContext)
 {
     struct alignas(16) FloatState_t   // as FXSAVE writes it
@@ -32,7 +32,7 @@ extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(p
 
 #define AT(member) "i"(offsetof(plat::FaultContext_t, member))
 
-// The function has no frame of its own. The registers are the caller's, except those that a call may change.
+// Naked, without a frame: the registers are still the caller's, except those that a call may change.
 #if defined(__x86_64__)
 __attribute__((naked)) void plat::FaultContextCapture(FaultContext_t *)
 {

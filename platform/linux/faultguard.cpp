@@ -16,7 +16,7 @@ namespace plat
     namespace
     {
         constexpr std::int64_t NEVER = INT64_MAX;
-        constexpr std::int64_t NANOSECONDS = 1000000000;
+        constexpr std::int64_t NANOSECONDS = 1000000000;   // of a second
 
         struct Guard_s
         {
@@ -25,9 +25,9 @@ namespace plat
             std::int64_t tEnd;
         };
 
-        // These belong to the thread that runs the filter, and to what interrupts it.
+        // State of the guarded calls. Only the guarded thread and its signal handlers change it.
         std::atomic<Guard_s *> g_pInnermost{ nullptr };
-        std::atomic<int> g_iThread{ 0 };   // 0 without a guarded call
+        std::atomic<int> g_iThread{ 0 };   // the guarded thread; 0 without a guarded call
         std::atomic<int> g_hClock{ -1 };   // the kernel's timer
         struct sigaction g_Former;
 
@@ -43,6 +43,7 @@ namespace plat
             return Time.tv_sec * NANOSECONDS + Time.tv_nsec;
         }
 
+        // Returns the earliest end of the guarded calls, or NEVER.
         std::int64_t FirstEnd()
         {
             std::int64_t tEnd = NEVER;
@@ -53,8 +54,8 @@ namespace plat
             return tEnd;
         }
 
-        // Sets the clock to the first end of a call, or to almost at once if that has passed. Uses the kernel's call,
-        // because the C library allocates memory for a timer.
+        // Sets the clock to the earliest end of the guarded calls, or to 1 ns from now if that has passed. Uses the
+        // kernel's call, because the C library allocates memory for a timer.
         void SetClock()
         {
             std::int64_t const tEnd = FirstEnd();
@@ -123,14 +124,15 @@ namespace plat
             g_iThread = 0;
         }
 
-        bool g_bForkByGuarded = false;   // written under the fork's lock
+        bool g_bForkByGuarded = false;   // the guarded thread forks; written under the fork's lock
 
         void NoteGuarded()
         {
             g_bForkByGuarded = g_iThread == CallingThread();
         }
 
-        // A forked child has no timers and no guarded calls of other threads. It keeps its own calls, without a limit.
+        // Runs in the child of a fork, which has neither timers nor other threads. The guarded calls of the thread that
+        // forked continue without a limit.
         void KeepOwnGuards()
         {
             if (g_hClock.exchange(-1) >= 0 && !g_bForkByGuarded)

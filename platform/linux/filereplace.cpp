@@ -22,7 +22,7 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;
 
-        // Reads the facts of a name itself, in any spelling, without following a link.
+        // Reads the facts of the entry that a path names in any spelling. Does not follow a link.
         int StatOf(DiskPath_c & Path, struct stat & Stat)
         {
             return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
@@ -33,7 +33,7 @@ namespace plat
             return A.st_dev == B.st_dev && A.st_ino == B.st_ino;
         }
 
-        // Returns whether a path still names an open file.
+        // Returns whether a path still names an open file. Sets errno if not.
         bool IsStill(DiskPath_c & Path, int iFile)
         {
             struct stat Named, Open;
@@ -45,7 +45,7 @@ namespace plat
             return IsOneFile(Named, Open);
         }
 
-        // Spells the new name of a file. Returns false if the name exists and must not be replaced.
+        // Finds the spelling of a file's new name. Returns false if the name exists and bReplace is false.
         bool SpellTaken(DiskPath_c & Path, bool bReplace)
         {
             struct stat Stat;
@@ -62,8 +62,8 @@ namespace plat
             return true;
         }
 
-        // Gives a new file the rights of the one that it replaces. From another user's file it gets no right that it
-        // does not have itself. If the rights can't be changed, the new file keeps its own.
+        // Copies the rights of the file to replace to the new file. If that file is another user's, copies only rights
+        // that the new file has already. If the rights can't be changed, the new file keeps its own.
         void TakeRights(int iDescriptor, struct stat const & Old)
         {
             struct stat New;
@@ -73,7 +73,7 @@ namespace plat
             }
         }
 
-        constinit Lock_c g_TakeLock;   // held from the open of a lock's file until its entry for forks is added
+        constinit Lock_c g_TakeLock;   // held from the open of a lock's file until ForkDropAdd knows the file
         ForkLock_c const g_TakeForkLock(g_TakeLock);
 
         template <std::size_t N>
@@ -83,7 +83,7 @@ namespace plat
             return *std::launder(reinterpret_cast<ForkDrop_s *>(dBytes));
         }
 
-        // Runs in the child of a fork, whose copy would keep the lock after its parent is killed.
+        // Closes the file in the child of a fork. The child's copy would keep the lock after the parent is killed.
         void CloseLock(void * pFile)
         {
             FileClose(std::exchange(*static_cast<File_t *>(pFile), nullptr));
@@ -192,7 +192,7 @@ namespace plat
         return StatOf(Path, A) == 0 && StatOf(Other, B) == 0 && IsOneFile(A, B);
     }
 
-    // Between the open and the lock the file may go with its holder. Then another one is opened or created.
+    // Between the open and the lock, the holder may delete the file. Then the loop opens or creates another one.
     NameLock_c::Result_e NameLock_c::Take(char const * szPath)
     {
         constexpr int TRIES = 100;

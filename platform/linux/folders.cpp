@@ -26,7 +26,7 @@ namespace plat
         std::vector<char const *> NamesToRecord() const;
         void Clear();
 
-        // An entry in the order of listings, and the number that usually decides its place.
+        // An entry of the sorted order, and the key that usually decides its place in it.
         struct Place_s
         {
             std::uint64_t iKey;
@@ -35,7 +35,7 @@ namespace plat
 
         std::vector<FolderEntry_t> dEntries;   // in the disk's order
         std::vector<Place_s> dOrder;
-        std::vector<char> dNames;   // terminated, one after the other; the entries point into it
+        std::vector<char> dNames;   // terminated names, one after the other; the entries point into it
         bool bFolded = true;        // all names are folded
     };
 
@@ -43,18 +43,18 @@ namespace plat
     {
         constexpr std::size_t ENTRIES_AT_FIRST = 64;   // most folders have no more entries
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
-        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // readable bytes from any character of a name on
+        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // dNames can be read this far after any character
 
-        // Returns whether an entry without facts belongs in the listing. One that is gone does not, nor does a link to
-        // nothing or to itself.
+        // Returns whether an entry without facts belongs in the listing. An entry that is gone does not, nor does a
+        // link to nothing or to itself.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
             Entry.bFailed = errno != ENOENT && errno != ENOTDIR && errno != ELOOP;
             return Entry.bFailed;
         }
 
-        // For a link, or an entry whose kind the folder does not report: asks for the entry itself, then for the link's
-        // target.
+        // Reads the facts of a link's target, or of an entry whose kind the folder does not report. Returns whether the
+        // entry belongs in the listing.
         ZQ_COLD bool FactsOfLink(int iFolder, char const * szName, FolderEntry_t & Entry)
         {
             struct statx Stat;
@@ -67,8 +67,8 @@ namespace plat
             return !Entry.bLink || FactsAt(iFolder, szName, 0, Entry.Facts) || FailFacts(Entry);
         }
 
-        // Returns whether the entry belongs in the listing. A folder, or what is not a file, gets only its kind, which
-        // needs no system call for the entry.
+        // Reads the facts of an entry. Returns whether the entry belongs in the listing. A folder, or what is not a
+        // file, gets only its kind, which needs no system call for the entry.
         bool FactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
         {
             switch (Raw.d_type)
@@ -89,7 +89,7 @@ namespace plat
             }
         }
 
-        // The properties of a name's bytes that a listing needs.
+        // Kinds of bytes in names that a listing needs, as bits.
         constexpr unsigned char CAPITAL = 1;
         constexpr unsigned char BACKSLASH = 2;
         constexpr unsigned char NOT_ASCII = 4;
@@ -160,7 +160,7 @@ namespace plat
         dEntries.push_back(Entry);
     }
 
-    // Makes room for nBytes more, and moves the entries along.
+    // Makes room for nBytes more in dNames. The entries then point into the new block.
     ZQ_COLD void FolderListing_c::Contents_s::GrowNames(std::size_t nBytes)
     {
         std::vector<char> dGrown;
@@ -182,8 +182,8 @@ namespace plat
             return iKey;
         }
 
-        // Returns eight characters as a number with their order. The bytes after a terminator decide nothing: two names
-        // of a folder always differ before it.
+        // Returns eight characters as a number that compares as they do. The bytes after a terminator decide nothing:
+        // two names of a folder always differ before it.
         std::uint64_t OrderKey(char const * pText)
         {
             static_assert(std::endian::native == std::endian::little);
@@ -191,7 +191,7 @@ namespace plat
         }
     }
 
-    // Returns the number of characters that all names begin with. No name is shorter than that.
+    // Returns the length of the longest common prefix of all names. No name is shorter than that.
     std::size_t FolderListing_c::Contents_s::CommonStart() const
     {
         std::size_t nCommon = dEntries.empty() ? 0 : dEntries[0].nName;

@@ -8,7 +8,7 @@ namespace plat
 {
     namespace
     {
-        constexpr int NOTHING = -1;   // after the last byte
+        constexpr int NOTHING = -1;   // no digit, or no byte: after the last one
 
         int DigitOf(int cByte)
         {
@@ -22,6 +22,7 @@ namespace plat
         : m_File(open("/proc/self/maps", O_RDONLY | O_CLOEXEC))
     {}
 
+    // Returns the next byte, or NOTHING after the last one.
     int Maps_c::Byte()
     {
         if (m_iByte == m_nBytes)
@@ -37,7 +38,7 @@ namespace plat
         return static_cast<unsigned char>(m_dBytes[m_iByte++]);
     }
 
-    // Reads a number and the byte after it.
+    // Reads a number, and the byte after it to pBehind.
     std::uint64_t Maps_c::Number(int iBase, int * pBehind)
     {
         std::uint64_t nNumber = 0;
@@ -51,7 +52,7 @@ namespace plat
         return nNumber;
     }
 
-    // "start-end rwxp offset major:minor inode   path"
+    // A line is "start-end rwxp offset major:minor inode   path". All numbers but the inode are hexadecimal.
     bool Maps_c::Next(Mapping_t & Mapping)
     {
         int cByte;

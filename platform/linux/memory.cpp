@@ -14,8 +14,8 @@ namespace plat
     {
         constexpr std::uintptr_t SIGNAL_SET = 8;   // bytes of the kernel's set of signals, which is read aligned
 
-        // The system reads the new set of signals before it refuses the unknown way to apply it. Does not work for
-        // address 0.
+        // Returns whether the aligned 8 bytes around an address can be read. Requires that they are not at address 0.
+        // The system reads the set of signals there before it refuses NO_SUCH_WAY, so it never applies the set.
         bool IsReadable(std::uintptr_t iAddress)
         {
             constexpr int NO_SUCH_WAY = -1;
@@ -27,7 +27,7 @@ namespace plat
             return bReadable;
         }
 
-        // For a system that refuses the guarded copy: tests page by page, then copies.
+        // Tests and copies page by page, if the system refuses process_vm_readv.
         std::size_t ReadByPages(std::uintptr_t Address, char * pBuffer, std::size_t nBytes)
         {
             std::size_t nRead = 0;

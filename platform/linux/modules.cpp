@@ -19,15 +19,15 @@ namespace plat
 
         constexpr std::uint64_t PAGE_MASK = MEMORY_PAGE - 1;
 
-        // Reads a whole record of the file.
+        // Reads a record of the file. Returns false if less than the whole record is there.
         template <typename T>
         bool ReadAt(int iFile, std::uint64_t nOffset, T & Record)
         {
             return pread(iFile, &Record, sizeof Record, static_cast<off_t>(nOffset)) == sizeof Record;
         }
 
-        // Finds the mapping of a file that holds an address. A mapping without a file right after one is its zeroed
-        // data.
+        // Finds the mapping that holds an address. Right after a mapping of a file, a mapping without a file has that
+        // file's zeroed data; for an address in it, Found is the mapping of the file.
         bool FindMapping(std::uintptr_t Address, Mapping_t & Found)
         {
             Maps_c Maps;
@@ -49,7 +49,7 @@ namespace plat
             return false;
         }
 
-        // Finds the number that is added to the addresses in a file where it is mapped.
+        // Finds the load bias: an address in memory minus the same address in the file.
         bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t & nBias)
         {
             Segment_t Segment;
@@ -71,6 +71,7 @@ namespace plat
             return false;
         }
 
+        // Finds the section that holds an address of the file.
         bool FindSection(int iFile, Header_t const & Header, std::uintptr_t Address, ModulePlace_t & Place)
         {
             Section_t Section;

@@ -12,8 +12,8 @@ namespace plat
 {
     namespace
     {
-        // Opens the folder of a path, with O_PATH or O_RDONLY, and returns the name in it. Folder is not open if there
-        // is none.
+        // Opens the folder of a path, with O_PATH or O_RDONLY, and returns the name in it. If there is no such folder,
+        // Folder is not open.
         char const * OpenFolderOf(char const * szPath, Descriptor_c & Folder, int iAccess = O_PATH)
         {
             int const iFlags = iAccess | O_DIRECTORY | O_CLOEXEC;
@@ -31,8 +31,8 @@ namespace plat
             return szSlash + 1;
         }
 
-        // Returns whether another user may have put the file there so that this user writes to it. The kernel's own
-        // check (fs.protected_regular) covers only opens that may create a file.
+        // Returns whether another user may have created the file, or a link to it, so that this user writes to it. The
+        // kernel's own check (fs.protected_regular) covers only opens that may create a file. Sets errno.
         bool IsPlanted(char const * szPath, struct stat const & File)
         {
             if (File.st_uid == geteuid() && File.st_nlink == 1)
@@ -51,7 +51,7 @@ namespace plat
             return bShared && (File.st_nlink > 1 || File.st_uid != Stat.st_uid);
         }
 
-        // Opens an existing file. Fails with ENOENT if there is none.
+        // Opens an existing regular file. Returns -1 on failure, with ENOENT if there is none.
         int OpenPresent(DiskPath_c & Path, int iFlags)
         {
             int const iOpenFlags = (iFlags & ~(O_CREAT | O_EXCL | O_TRUNC)) | UNTRUSTED;
@@ -72,7 +72,7 @@ namespace plat
             return bGood ? File.Release() : -1;
         }
 
-        // Creates a file by a path that names nothing.
+        // Creates a file whose path names nothing yet. Returns -1 on failure.
         int MakeFile(DiskPath_c & Path, int iFlags, mode_t iMode)
         {
             Path.SpellFolder();
