@@ -23,13 +23,13 @@ namespace
         return Table.Get(szColumn, iNumber) && iNumber >= iLeast && iNumber <= MAX_NUMBER;
     }
 
-    // Reads a cell like 12-34.
+    // Reads a cell with a range, such as 12-34.
     bool ReadRange(Warehouse_c const & Table, char const * szColumn, int & iLowest, int & iHighest)
     {
         return Table.Get(szColumn, iLowest, iHighest) && iLowest >= 0 && iLowest <= iHighest && iHighest <= MAX_NUMBER;
     }
 
-    // Reads a cell that names an item of another table.
+    // Reads a cell that holds the ident of another table's item.
     template <typename T>
     bool ReadReference(Warehouse_c const & Table, char const * szColumn, Items_T<T> & dItems, T *& pItem)
     {
@@ -132,14 +132,14 @@ namespace
         return sIdent == "purse" || sIdent == "dues" || sIdent == "port_hours";
     }
 
-    // A table and the operation that reads its work line. It returns false if the line makes no sense.
+    // A table and the function that reads its current row. The function returns false if the row is not acceptable.
     struct TableOfBay_s
     {
         char const * szFile;
         bool (*fnReadRow)(Bay_s & Bay, Warehouse_c const & Table);
     };
 
-    // Each table refers only to those above it.
+    // In load order: each table refers only to those above it.
     constexpr TableOfBay_s TABLES[] = {
         { "goods.csv", ReadGood },
         { "harbours.txt", ReadHarbour },
@@ -150,7 +150,7 @@ namespace
         { "fleet.csv", ReadShip },
     };
 
-    // Calls Take for each pair of items with the same ident.
+    // Calls Take(From, To) for each pair of items with the same ident.
     template <typename T, typename TAKE>
     void ForPairs(Items_T<T> const & dFrom, Items_T<T> & dTo, TAKE Take)
     {
