@@ -31,12 +31,12 @@ class ZQ_API BitVec_c
 public:
     static constexpr int MAX_BITS = 0x7FFFFFF8;   // the longest row
 
-    /// A row of iBits zero bits, rounded up; empty if iBits is below 1.
+    /// Makes a row of iBits zero bits, rounded up. The row is empty if iBits is below 1.
     explicit BitVec_c(int iBits = 0);
     BitVec_c(BitVec_c const & Other);
     ~BitVec_c() { Reset(); }
 
-    /// Grows to at least iBits bits. Never shrinks.
+    /// Grows to at least iBits bits and returns the row. Never shrinks.
     BitVec_c & Grow(int iBits);
 
     /// Frees the storage; empty afterwards.
@@ -173,7 +173,7 @@ template <typename FIELD, typename... INDEX>
 class ZQ_API BitField_T
 {
 public:
-    /// Grows each size to at least this one. Does nothing if one is below 1.
+    /// Grows each size to at least this one and returns the field. Does nothing if one is below 1.
     FIELD & Grow(int iSizeX, INDEX... iSizes);
 
     /// Frees the storage; empty afterwards.
@@ -228,7 +228,7 @@ public:
 protected:
     BitField_T() = default;
 
-    /// Copies the other field with its size.
+    /// Copies the other field with its size and returns this one.
     FIELD & Assign(FIELD const & Other);
 
 private:
@@ -249,7 +249,7 @@ using BitSpace_t = BitField_T<BitMap3D_c, int, int>;
 class ZQ_API BitMap_c : public BitPlane_t
 {
 public:
-    /// A field of zero bits; empty if a size is below 1.
+    /// Makes a field of zero bits. The field is empty if a size is below 1.
     explicit BitMap_c(int iSizeX = 0, int iSizeY = 0) { Grow(iSizeX, iSizeY); }
     BitMap_c(BitMap_c const & Other)
         : BitMap_c()
@@ -277,7 +277,7 @@ private:
 class ZQ_API BitMap3D_c : public BitSpace_t
 {
 public:
-    /// A field of zero bits; empty if a size is below 1.
+    /// Makes a field of zero bits. The field is empty if a size is below 1.
     explicit BitMap3D_c(int iSizeX = 0, int iSizeY = 0, int iSizeZ = 0) { Grow(iSizeX, iSizeY, iSizeZ); }
     BitMap3D_c(BitMap3D_c const & Other)
         : BitMap3D_c()

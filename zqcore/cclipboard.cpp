@@ -41,7 +41,7 @@ namespace
         return bText;
     }
 
-    // Returns the clipboard's text. Null if it holds none, or other data under the text's format name.
+    // Returns the clipboard's text, or null if it holds none, or other data under the text's format name.
     plat::ClipboardBlock_t FetchText()
     {
         plat::ClipboardBlock_t const hBlock = plat::ClipboardGet(g_iTextFormat);

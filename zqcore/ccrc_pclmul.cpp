@@ -73,7 +73,8 @@ namespace
         return _mm_xor_si128(_mm_xor_si128(First, Next), Second);
     }
 
-    // Moves the first nRest bytes of a block past its end, and adds them to the rest of it and the nRest bytes before pEnd.
+    // Moves the first nRest bytes of a block past its end, and adds them to the rest of it and the nRest bytes before
+    // pEnd.
     ZQ_TARGET_PCLMUL inline __m128i FoldRest(
         __m128i Block, __m128i Factors, unsigned char const * pEnd, std::size_t nRest)
     {
@@ -105,9 +106,9 @@ namespace
         return Reduce(nBytes == 0 ? Block : FoldRest(Block, By1, pData + nBytes, nBytes));
     }
 
-    // A lane is a register with one or more blocks side by side. Its functions take references because FoldRun, into which
-    // they are inlined, has the instructions of the lane only after it is inlined itself, and no registers of its size
-    // before. For the same reason FoldRun has four variables in place of an array.
+    // A lane is a register with one or more blocks side by side. Its functions take references because FoldRun, into
+    // which they are inlined, has the instructions of the lane only after it is inlined itself, and no registers of its
+    // size before. For the same reason FoldRun has four variables in place of an array.
     struct Lane128_s
     {
         using Blocks_t = __m128i;

@@ -4,7 +4,7 @@
 // SHA-1 of a block counter and the pool. Use the bytes for shuffles, seeds and games. Use the system's generator for
 // keys, tokens, salts and all else that anyone has a reason to guess:
 // - a message adds a byte that is worth a few bits at most, and may be caused from outside.
-// - nothing counts what has been gathered. An empty pool gives the same output in every run.
+// - nothing counts what has been gathered. An empty pool produces the same output in every run.
 // - the pool and the counter are enough to compute the output before and after.
 //
 // Ownership: the one generator exists from load to unload. A Password_s is a plain value.

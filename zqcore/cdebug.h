@@ -8,11 +8,11 @@
 // Ownership: texts are copied, unless a function says otherwise.
 // Threads: any thread may complain. A dialog blocks the thread that complains. The receivers of g_WarningsCallbacker
 // and g_ExecutionCallbacker run on that thread:
-// - one thread at a time runs receivers of these lists and of those of files (cfile.h). Another thread that fires one of
-//   them waits, and so does a fork.
+// - one thread at a time runs receivers of these lists and of those of files (cfile.h). Another thread that fires one
+//   of them waits, and so does a fork.
 // - a complaint inside a receiver of the same list is logged and not fired.
-// - a receiver may log, take notes and complain. It must not wait for another thread, nor open a file that another thread may be
-//   opening.
+// - a receiver may log, take notes and complain. It must not wait for another thread, nor open a file that another
+//   thread may be opening.
 // - the crash path fires without waiting.
 // Cost: an assertion that holds costs its condition. A complaint costs a line of the log, and a dialog the trace of
 // cexceptioninfo.h where it shows one.
@@ -31,7 +31,7 @@
 
 #include <cstdarg>
 
-/// States a precondition. If it does not hold, its text is logged and shown as by AssertFailed. If the developer
+/// States a precondition. If it does not hold, its text is logged and shown as AssertFailed does. If the developer
 /// ignores the complaint, the code continues after it.
 #define ZQ_ASSERT(condition) ZQ_ASSERT_TEXT(condition, #condition)
 

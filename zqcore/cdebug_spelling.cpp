@@ -9,13 +9,13 @@ namespace
 {
     constexpr std::string_view OPERATOR = "operator";
 
-    // Of a name with its scopes.
+    // Returns whether a character can belong to a name with its scopes.
     bool IsNameChar(char c)
     {
         return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == ':';
     }
 
-    // Returns where the bracket at p closes; p if it does not.
+    // Returns the end of the bracket at p, or p if it does not close.
     char const * ClosingBracket(char const * p)
     {
         int iDepth = 0;
@@ -30,8 +30,8 @@ namespace
         return p;
     }
 
-    // Whether the bracket at p is part of a name: "(anonymous namespace)", "decltype(...)" or "decltype (...)", or
-    // "function(...)::" before a local class.
+    // Returns whether the bracket at p is part of a name: "(anonymous namespace)", "decltype(...)" or "decltype (...)",
+    // or "function(...)::" before a local class.
     bool IsBracketInName(char const * szText, char const * p)
     {
         std::string_view sBefore(szText, static_cast<std::size_t>(p - szText));
@@ -40,19 +40,20 @@ namespace
                || std::strncmp(ClosingBracket(p), ")::", 3) == 0;
     }
 
-    // Whether the bracket at p holds the function's name: "type (*function(arguments))(arguments of the type)".
+    // Returns whether the bracket at p holds the function's name: "type (*function(arguments))(arguments of the type)".
     bool IsBracketAroundName(char const * szText, char const * p)
     {
         return p > szText && std::strchr(" *&(", p[-1]) != nullptr;
     }
 
-    // Whether a name ends with the word that begins an operator's name.
+    // Returns whether a name ends with the word that begins an operator's name.
     bool EndsWithOperator(std::string_view sName)
     {
         return sName == OPERATOR || sName.ends_with("::operator");
     }
 
-    // Returns the end of an operator's name from the end of that word on. It may hold blanks and all kinds of brackets.
+    // Returns the end of an operator's name; p is after the word "operator". The name may hold blanks and all kinds of
+    // brackets.
     char const * OperatorEnd(char const * p)
     {
         p += std::strncmp(p, "()", 2) == 0 ? 2 : 0;

@@ -236,7 +236,7 @@ namespace
         }
     }
 
-    // Whether the caller would wait for itself if it waited for the support thread.
+    // Returns whether the caller would wait for itself if it waited for the support thread.
     bool IsMine()
     {
         return g_Lock.IsMine() || g_nThread == plat::ThreadId();

@@ -51,8 +51,8 @@ ZQ_API int MessageBoxPlain(void * hOwner, char const * sText, char const * sCapt
 class ExceptionInfo_c
 {
 public:
-    /// Type of a function that receives the lines of the trace channel, on any thread. A line has no line end, except
-    /// where its text holds one.
+    /// Type of a function that receives the lines of the trace channel, on any thread. A line has no line end, unless
+    /// its text holds one.
     using TraceReceiver_t = void (*)(char const * szLine);
 
     /// Returns the only instance.
@@ -87,8 +87,8 @@ public:
     ZQ_API void StackTrace(
         char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers);
 
-    /// Shows a dialog as MessageBoxPlain, with the calling thread's stack after the text. The trace is cut at 16383
-    /// bytes. The first two frames are this function's own: nSkip 2 starts at the caller.
+    /// Shows a dialog as MessageBoxPlain, with the calling thread's stack after the text, and returns the answer. The
+    /// trace is cut at 16383 bytes. The first two frames are this function's own: nSkip 2 starts at the caller.
     ZQ_API int MessageBoxWithTrace(
         void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip);
 

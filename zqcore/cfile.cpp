@@ -511,7 +511,7 @@ int FileStored_c::SeekStored(long iOffset, int iOrigin)
     }
     std::int64_t const iBefore = iOrigin == 1 || iOrigin == 2 ? plat::FileSeek(m_hFile, 0, 1) : 0;
     std::int64_t const iAfter = plat::FileSeek(m_hFile, iOffset, iOrigin);
-    if (iAfter > INT_MAX)   // out of the range of TellStored where long has 32 bits
+    if (iAfter > INT_MAX)   // out of the range of TellStored if long has 32 bits
     {
         plat::FileSeek(m_hFile, iBefore, 0);
     }

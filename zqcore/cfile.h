@@ -10,9 +10,9 @@
 // FileOpenStored.
 // Threads: the table of files belongs to the main thread. A lock of each file guards its block and count, so a file
 // that was found may be opened and closed on any thread. g_FileOpenCallbacker and g_FileReadErrorCallbacker fire on the
-// thread that reads, the worker of cfileasync.h included, inside the file's lock. One thread at a time runs receivers of
-// these lists and of complaints (cdebug.h). A receiver may log, take notes and complain. It must not open a file that
-// another thread may be opening.
+// thread that reads, the worker of cfileasync.h included, inside the file's lock. One thread at a time runs receivers
+// of these lists and of complaints (cdebug.h). A receiver may log, take notes and complain. It must not open a file
+// that another thread may be opening.
 // Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
 // it at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line; it is known with the low 32 bits of
@@ -77,7 +77,7 @@ public:
     /// Frees the block. The count stays.
     virtual void Close() = 0;
 
-    /// Returns the part of the key after its last dot. Empty if there is none.
+    /// Returns the part of the key after its last dot, or an empty text if there is none.
     char const * GetExt() const;
 
     /// Returns the number of references to the block. Any thread.

@@ -51,7 +51,7 @@ namespace
     constinit plat::Lock_c g_StayerLock;   // guards both lists of stayers
     constinit plat::WakeUp_c g_WakeUp;     // a request was added, or the worker is to stop
     constinit std::atomic<bool> g_bStop = false;
-    constinit bool g_bNoWorker = false;     // the system gave no thread
+    constinit bool g_bNoWorker = false;     // the system refused a thread
     constinit bool g_bWorkerLost = false;   // set in the child of a fork until it starts a worker
 
     plat::ForkLock_c const g_AsyncForkLock(g_csAsync);

@@ -2,8 +2,8 @@
 //
 // A stayer is a file that stays in memory after its last reader closed it. The game registers extensions, and the first
 // read of a file with such an extension adds a reference, which FileStayerResetAll releases. FileResetFiles releases it
-// for the files that it removes. Prefetch reads all files of an extension now. An asynchronous open gives a read to the
-// worker, a thread at idle class that ModuleFile_c starts and stops; the caller polls for the end.
+// for the files that it removes. Prefetch reads all files of an extension now. An asynchronous open passes a read to
+// the worker, a thread at idle class that ModuleFile_c starts and stops; the caller polls for the end.
 //
 // What a request leaves:
 //
@@ -77,5 +77,5 @@ ZQ_API void * FileAsyncOpen(File_c * pFile, void * pBuffer);
 /// Asserts that the handle is known.
 ZQ_API bool FileAsyncIsLoaded(void * file);
 
-/// The same for the oldest request for this file. Returns false if there is none. Walks the requests.
+/// Does the same for the oldest request for this file. Returns false if there is none. Walks the requests.
 ZQ_API bool FileAsyncIsLoadedSlow(File_c * pFile);

@@ -139,7 +139,7 @@ namespace
         return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
-    /// Whether a folder has the stamp of a cache. If so, notes its size and time.
+    /// Returns whether a folder has the stamp of a cache. If so, notes its size and time.
     bool HasStamp(Folder_t const & sFolder, Stamp_s const & Stamp, CachePlace_s const & Cache)
     {
         Stamp_s const Now = StampOf(sFolder);
@@ -206,7 +206,7 @@ namespace
         }
     }
 
-    /// Whether a load could place the file: its folder is in the table, and no other object hides it there.
+    /// Returns whether a load could place the file: its folder is in the table, and no other object hides it there.
     bool CanBePlaced(File_c const & File)
     {
         return g_sPaths.FindByName(*File.pPath) && g_sFileObjects.FindByName(File.sName) == &File;
@@ -329,7 +329,7 @@ namespace
         EarlierFiles_c(EarlierFiles_c const &) = delete;
         EarlierFiles_c & operator=(EarlierFiles_c const &) = delete;
 
-        /// Whether a file of this name and folder is among them.
+        /// Returns whether a file of this name and folder is among them.
         bool Has(File_c const & File)
         {
             File_c * const pEarlier = g_sFileObjects.FindByName(File.sName);

@@ -6,8 +6,8 @@
 // and not all that follow.
 //
 // A load does not compare the cache with the disk; FilesystemCacheIsCurrent compares its folders. Without that, a file
-// that was added since is not seen, one that was deleted fails to open, and sizes and times hold until a file is opened.
-// docs/formats.md describes the bytes.
+// that was added since is not seen, one that was deleted fails to open, and sizes and times hold until a file is
+// opened. docs/formats.md describes the bytes.
 //
 // Ownership: loaded objects belong to the table of files.
 // Threads: main thread, while the modules start and end.

@@ -220,8 +220,8 @@ namespace
         return bNew;
     }
 
-    // Whether a name can be a line of a list: one with a control character would forge another line, or command the
-    // terminal that shows the list.
+    // Returns whether a name can be a line of a list. A name with a control character would forge another line, or
+    // command the terminal that shows the list.
     bool FitsALine(char const * szName)
     {
         for (char const * p = szName; *p; ++p)
@@ -235,7 +235,7 @@ namespace
         return true;
     }
 
-    // Whether the response logs are to have a name. One that they can't hold is logged.
+    // Returns whether the response logs must have a name. Logs a name that they can't hold.
     bool IsWanted(char const * szName)
     {
         ZQ_ASSERT_TEXT(szName, "sFileName");

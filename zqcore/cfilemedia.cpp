@@ -139,7 +139,7 @@ namespace
         }
     }
 
-    // Whether the media lie in the current folder and are registered by relative paths.
+    // Returns whether the media lie in the current folder and are registered by relative paths.
     bool IsBelowCurrentFolder(char const * szRoot)
     {
         FoldedPath_c const sRoot(szRoot);

@@ -15,7 +15,7 @@ constinit PathTable_t g_sPaths;
 
 namespace
 {
-    // Whether a folder's path in lower case leads to another one.
+    // Returns whether a folder's path in lower case leads to another one.
     bool IsHidden(char const * szPath, char const * szFolded)
     {
         plat::FolderIdentity_t Named;

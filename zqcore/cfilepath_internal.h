@@ -15,7 +15,8 @@ inline constexpr std::size_t FILE_KEY_LENGTH = File_c::Key_t::Capacity() - 1;
 /// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
 ZQ_COLD void FileLogCutName(char const * szName, std::size_t nName);
 
-/// Writes a bare name as a key, in lower case. A name that does not fit is cut, with a log line. Returns the key's length.
+/// Writes a bare name as a key, in lower case. A name that does not fit is cut, with a log line. Returns the key's
+/// length.
 inline std::size_t FileMakeBareKey(char const * szName, std::size_t nName, char * szKey)
 {
     std::size_t const nKey = std::min(nName, FILE_KEY_LENGTH);
@@ -88,7 +89,7 @@ public:
     /// Removes a file, if it is an orphan.
     void Remove(File_c const & File);
 
-    /// Whether an orphan points to this folder.
+    /// Returns whether an orphan points to this folder.
     bool UseFolder(String_T<256> const & sFolder) const;
 
     /// Keeps a folder, which becomes owned, until Reset.

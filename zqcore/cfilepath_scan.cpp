@@ -77,7 +77,7 @@ namespace
         }
     }
 
-    // Whether an entry can be entered in the tables. If not, logs why.
+    // Returns whether an entry can be entered in the tables. If not, logs why.
     bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
     {
         char const * const szWhy = !Entry.bReachable                               ? "its name holds a '\\'"
@@ -214,7 +214,7 @@ namespace
         return iEnd - iFirst;
     }
 
-    // Whether a folder belongs to no configuration or to the current one. If not, logs that it is skipped.
+    // Returns whether a folder belongs to no configuration or to the current one. If not, logs that it is skipped.
     bool IsOfCurrentConfig(String_T<256> const & sPath, char const * szName, char const * szSub)
     {
         if (sPath.StrPos(CONFIG_MARKER) < 0

@@ -3,7 +3,7 @@
 // A writer that opens a file empties it at once. A full disk, a crash or a failed save then loses the old contents. A
 // FileReplacement_c makes a new file beside the old one, in the same folder, which an archive or Write fills. Commit
 // gives it the name of the old file in one step. Until then, and after any failure, the old file is as it was.
-// cfilesave.h adds what a save needs: a seal, a lock and former saves.
+// cfilesave.h adds what a save needs: a seal, a lock and previous saves.
 //
 // Ownership: the object owns the file beside and deletes it in its destructor. A process that is killed leaves it.
 // Threads: one thread at a time.
@@ -28,7 +28,7 @@
 class ZQ_API FileReplacement_c
 {
 public:
-    /// Type of the texts that give a reason.
+    /// Type of a reason's text.
     using Reason_t = String_T<128>;
 
     /// Makes the missing folders of szFile and an empty file beside it. szFile has at most 255 characters and need not
@@ -66,8 +66,8 @@ public:
     std::uint64_t GetSize() const { return m_nBytes; }
     std::uint32_t GetCrc() const { return m_dwCrc; }
 
-    /// Returns why the first call failed that did, in the system's words if the system refused. Empty without a
-    /// failure.
+    /// Returns the reason of the first failure, in the system's words if the system refused. Returns an empty text if
+    /// no call failed.
     char const * GetWhyNot() const { return m_sWhyNot; }
 
     /// For an archive: begin and end writing. BeginArchive returns the open file. It returns null if the file has

@@ -295,8 +295,8 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
     return false;
 }
 
-/// Links the save to its first previous name, and renames each previous save to the next name, up to a free one. Changes
-/// nothing if a failed commit has already linked the save.
+/// Links the save to its first previous name, and renames each previous save to the next name, up to a free one.
+/// Changes nothing if a failed commit has already linked the save.
 bool FileSave_c::KeepFormer(FileReplacement_c::Reason_t & sWhyNot)
 {
     if (m_nFormer == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))

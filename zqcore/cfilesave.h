@@ -99,7 +99,7 @@ public:
     /// or the first free one of ".old1" to ".old99". On failure returns false.
     bool PutAside(String_T<256> & sTo);
 
-    /// Returns why the last call of the constructor, Load or PutAside failed. Empty if it did not fail.
+    /// Returns why the last call of the constructor, Load or PutAside failed, or an empty text if it did not.
     char const * GetWhyNot() const { return m_sWhyNot; }
 
 private:

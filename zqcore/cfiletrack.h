@@ -49,7 +49,7 @@ ZQ_API void FileTrackChanges(char const * sPath);
 ZQ_API bool FileTrackIsOn();
 
 /// Returns what FileTrackChanges could not watch, the folder or subfolders that appeared later, and why. Names the
-/// system's setting to raise if that helps. Empty if all is watched, and after FileTrackShutdown.
+/// system's setting to raise if that helps. The text is empty if all is watched, and after FileTrackShutdown.
 ZQ_API String_T<1024> FileTrackGetProblem();
 
 /// Replaces the extensions of files that are not reported. They have their dots, are in the case of the disk and are

@@ -9,7 +9,7 @@
 // Threads: no lock; one thread at a time.
 // Cost: Alloc and Free take constant time, a few nanoseconds. A pool adds 12 bytes for every 32 elements. A chunk adds
 //   up to 64 KB of address space, which counts and stays untouched, and 256 to 512 bytes for every 64 KB, or up to 2 KB
-//   where addresses collide.
+//   if addresses collide.
 // Failure: Alloc returns null if a fixed pool is full or the address space is used up. Free returns false for a foreign
 //   pointer. Misuse fails an assertion and changes nothing.
 //

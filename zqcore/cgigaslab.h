@@ -69,7 +69,7 @@ public:
 private:
     static constexpr std::uint32_t ALL = 0xFFFFFFFF;
 
-    // Both masks as one word, m_iBits in the lower half.
+    // Returns both masks as one word, m_iBits in the lower half.
     std::uint64_t Masks() const;
     void SetMasks(std::uint64_t iMasks);
     static std::uint32_t Lower(std::uint64_t iMasks) { return static_cast<std::uint32_t>(iMasks); }
@@ -219,7 +219,7 @@ inline void GigaGroup_c::SetMasks(std::uint64_t iMasks)
     std::memcpy(static_cast<void *>(this), &iMasks, sizeof iMasks);
 }
 
-// The element's bit in both masks.
+// Returns the element's bit in both masks.
 inline std::uint64_t GigaGroup_c::BothBits(unsigned iElement)
 {
     return std::rotl(0x100000001ull, static_cast<int>(iElement));   // the same every ELEMENTS

@@ -123,7 +123,7 @@ public:
     /// Returns the object of a name, or null.
     T * FindByName(char const * szName) const { return FindByName(szName, std::strlen(szName)); }
 
-    /// The same for a name of nLength characters and a terminator.
+    /// Does the same for a name of nLength characters and a terminator.
     T * FindByName(char const * szName, std::size_t nLength) const;
 
     /// Removes an entry. Returns false if there is none.

@@ -69,7 +69,7 @@ namespace
             Put(szText, nText);
         }
 
-        // Whether all that was appended is plain. May be false for a plain text.
+        // Returns whether all that was appended is plain. May return false for a plain text.
         bool IsPlain() const { return ::IsPlain(m_iOther); }
 
         // Appends the characters before the next '%', eight at a time. Returns where the '%' is, or pEnd.
@@ -390,7 +390,7 @@ namespace
         }
     }
 
-    // Whether the format has wide text, and only conversions that this source knows.
+    // Returns whether the format has wide text, and only conversions that this source knows.
     bool HasWide(char const * fmt)
     {
         bool bWide = false;

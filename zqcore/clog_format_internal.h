@@ -5,25 +5,26 @@
 
 #include <cstdarg>
 
-/// Formats like vsnprintf, without the heap. Returns the length up to the first NUL, at most nSize - 1. Wide text becomes
-/// UTF-8 in every locale. A value in it that is no character becomes U+FFFD, unless it is a byte of a path
+/// Formats like vsnprintf, without the heap. Returns the length up to the first NUL, at most nSize - 1. Wide text
+/// becomes UTF-8 in every locale. A value in it that is no character becomes U+FFFD, unless it is a byte of a path
 /// (platform/text.h). The fast path serves plain %s, %c, %i, %d, %u, %x, %zu and %%.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
-/// FormatText for texts from outside: what %s and %c insert is escaped whole, line ends too, as TextForLog does it. Supports
-/// the conversions of the fast path only; any other ends the text.
+/// Formats as FormatText does, for texts from outside, and returns the length. What %s and %c insert is escaped whole,
+/// line ends too, as in TextForLog. Supports the conversions of the fast path only; any other ends the text.
 std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Escapes in place what no line may hold: all that TextForLog escapes except tabs and line ends. Returns the length.
 /// The text is nText bytes in a buffer of nSize, at most 16384. A text that grows too long is cut at a whole character.
-/// A plain line costs one look at each 8 bytes.
+/// A plain line costs one test for each 8 bytes.
 std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize);
 
-/// FormatText, then EscapeLine. Every log line and complaint is made by it.
+/// Formats as FormatText does, then escapes with EscapeLine, and returns the length. Formats every log line and
+/// complaint.
 std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
-/// FormatLine of the arguments after fmt, which is a parameter of the variadic function that uses this. A macro, because
-/// only that function itself can reach its arguments.
+/// FormatLine of the arguments after fmt, which is a parameter of the variadic function that uses this. A macro,
+/// because only that function itself can reach its arguments.
 #define ZQ_FORMAT_LINE(szOut, nSize, fmt)                                                                              \
     do                                                                                                                 \
     {                                                                                                                  \
@@ -34,7 +35,7 @@ std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::v
     }                                                                                                                  \
     while (false)
 
-/// Whether a text consists of printable ASCII characters.
+/// Returns whether a text consists of printable ASCII characters.
 bool IsPlainText(char const * pText, std::size_t nText);
 
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;

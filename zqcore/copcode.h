@@ -7,7 +7,7 @@
 //
 // - Numbers are hexadecimal without a prefix. Displacements, and bytes that are extended to the operand's size, have a
 //   sign.
-// - A memory operand has a size word, except where the source is a register, which shows the size.
+// - A memory operand has a size word, unless the source is a register, which shows the size.
 // - In 64-bit mode a RIP-relative operand prints as "[rel ADDRESS]".
 // - A prefix that an instruction ignores leaves no trace in the text. `lock` prints as an instruction of its own.
 //
@@ -127,7 +127,7 @@ public:
     /// previous result, all bits set at the first call. The default writes nothing.
     virtual unsigned WriteSource(std::uint64_t Address, unsigned nLastLine);
 
-    /// As OpcodeDecoder_c::SymbolCallback_t. The default knows no symbol.
+    /// Does and returns the same as OpcodeDecoder_c::SymbolCallback_t. The default knows no symbol.
     virtual std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize);
 
 protected:
@@ -138,10 +138,11 @@ protected:
 class CodeListing_c
 {
 public:
-    /// Instructions in a listing, at most.
+    /// Maximum number of instructions in a listing.
     static constexpr std::size_t MAX_INSTRUCTIONS = 1024;
 
-    /// Address is the real address of the first of nBytes bytes. The caller keeps the bytes until the last Write.
+    /// Makes a listing of nBytes bytes. Address is the real address of the first one. The caller keeps the bytes until
+    /// the last Write.
     ZQ_API CodeListing_c(
         unsigned char const * pCode, std::size_t nBytes, std::uint64_t Address, OpcodeMode_e eMode = OPCODE_NATIVE);
     ZQ_API ~CodeListing_c();

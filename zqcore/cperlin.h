@@ -1,9 +1,9 @@
 // cperlin.h: gradient noise in one, two and three dimensions (K. Perlin, "An Image Synthesizer", 1985).
 //
 // A lattice with a permutation of 256 and gradients of length 1, which the library's own generator draws from a seed: a
-// seed gives the same noise, bit for bit, on every machine. Noise is 0 at integer coordinates, repeats every 256 units,
-// and ranges from -0.5 to 0.5. All arithmetic is single precision. 4096 is added to each coordinate first: coordinates
-// of -4096 and below give no continuous noise, and large ones lose their fraction.
+// seed produces the same noise, bit for bit, on every machine. Noise is 0 at integer coordinates, repeats every 256
+// units, and ranges from -0.5 to 0.5. All arithmetic is single precision. 4096 is added to each coordinate first:
+// coordinates of -4096 and below have no continuous noise, and large ones lose their fraction.
 //
 // Ownership: the tables are static; points are values of the caller.
 // Threads: any number of threads may read noise after the module is initialised, but not while the seed is set.

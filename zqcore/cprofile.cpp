@@ -146,7 +146,7 @@ namespace
         pTimer->tStart = shortTimeGet();
     }
 
-    // Returns the timer to pop. Null for a push that was skipped, or if only the root is on the stack.
+    // Returns the timer to pop, or null for a push that was skipped, or if only the root is on the stack.
     timer_t * Top()
     {
         if (g_nDropped > 0) [[unlikely]]

@@ -4,8 +4,9 @@
 // 2^32 seeds before it repeats (M. O'Neill, "PCG: A Family of Simple Fast Space-Efficient Statistically Good Algorithms
 // for Random Number Generation", 2014). The number of a step is the hash lowbias32 of the new seed (C. Wellons,
 // "Prospecting for Hash Functions", 2018), so that a period contains each 32-bit number once, and the numbers of
-// neighbouring seeds are unrelated: a host may seed one generator for each object by the object's number. A seed gives
-// the same numbers on every machine. GetSeed in a sequence, and SetSeed later, continue it. Not a source of secrets.
+// neighbouring seeds are unrelated: a host may seed one generator for each object by the object's number. A seed
+// produces the same numbers on every machine. GetSeed in a sequence, and SetSeed later, continue it. Not a source of
+// secrets.
 //
 // A named generator is in a list of the process, the newest first, so that a host can read and set all seeds.
 //

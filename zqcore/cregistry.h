@@ -8,7 +8,7 @@
 // Threads: one thread for each object. Any number of objects and processes may share the store. A value is replaced as
 // a whole: other processes, and those after a crash, see the old value or the new one.
 // Cost: each operation goes to the disk and takes 10 us or more.
-// Failure: operations return 0 or false and log nothing. The caller's variables stay unchanged, except where a
+// Failure: operations return 0 or false and log nothing. The caller's variables stay unchanged, unless a
 // declaration says otherwise.
 //
 //     Registry_c Registry;   // the user's tree

@@ -77,7 +77,7 @@ namespace
         return p;
     }
 
-    /// The same for delimiters and punctuation.
+    /// Does the same for delimiters and punctuation.
     char const * FindDelimiterOrPunctuation(char const * p, char const * pEnd)
     {
         while (p < pEnd && !Is(*p, DELIMITER | PUNCTUATION))

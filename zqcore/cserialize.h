@@ -65,8 +65,8 @@ extern ZQ_API std::uint32_t const DIALOG_FILE_VERSION;
 extern ZQ_API std::uint32_t const CAMERATRACK_FILE_VERSION;
 extern ZQ_API std::uint32_t const FJORDTRACK_FILE_VERSION;
 
-/// Types that Serialize accepts: numbers and enumerations of 4 or 8 bytes in every build. `long` is refused unless it is
-/// the type of std::int64_t, because its width differs between builds.
+/// Types that Serialize accepts: numbers and enumerations of 4 or 8 bytes in every build. `long` is refused unless it
+/// is the type of std::int64_t, because its width differs between builds.
 template <typename T>
 concept ArchiveValue_T =
     (std::is_arithmetic_v<T> || std::is_enum_v<T>)&&(sizeof(T) == 4 || sizeof(T) == 8)
@@ -103,7 +103,8 @@ public:
     /// - A file without a whole version word fails the archive and returns false.
     virtual bool Open();
 
-    /// Ends the archive. Closing again does nothing.
+    /// Ends the archive and returns true. Returns false if a writer can't store the rest of its bytes. Closing again
+    /// does nothing.
     virtual bool Close();
 
     /// Copies iLength bytes in or out and returns true. A null pData skips them, which writes zeros. On failure returns
@@ -119,7 +120,7 @@ public:
     /// Returns a reader's position in bytes from the start, or -1 for a writer.
     virtual int GetPosition() const;
 
-    /// Stores or loads one value.
+    /// Stores or loads one value and returns the archive.
     template <ArchiveValue_T T>
     Serializeable_c & Serialize(T & Value)
     {
@@ -132,7 +133,7 @@ public:
     void Label(char const * sName) { Label(sName, LabelCalc(sName)); }
     void Label(char const * sName, std::uint32_t dwLabel);
 
-    /// The same with the CRC-32 of the name, which distinguishes case.
+    /// Does the same with the CRC-32 of the name, which distinguishes case.
     void LabelCrc32(char const * sName);
 
     /// Returns a label's value: the exclusive or of the lower-case characters, each rotated left by its index.
@@ -169,8 +170,8 @@ protected:
     std::uint32_t m_dwVersion;
 
     /// Memory from which or to which small values are copied without a virtual call: the rest of a reader's file, or
-    /// the free part of a writer's buffer except its last byte. Empty if each value must pass the virtual Serialize,
-    /// and once the archive has failed.
+    /// the free part of a writer's buffer except its last byte. It is empty if each value must pass the virtual
+    /// Serialize, and once the archive has failed.
     unsigned char * m_pPos = nullptr;
     unsigned char * m_pEnd = nullptr;
 

@@ -136,7 +136,7 @@ protected:
     /// Returns the latest serializer of that name, or null.
     static Serializer_c * FindSerializer(String_T<32> const & sClassName);
 
-    /// Loads a class name.
+    /// Loads a class name and returns it.
     static String_T<32> LoadName(Serializeable_c & archive);
 
     /// Returns whether the identifier has an address, or is -1, which means null. Asserts that it is in range, and

@@ -45,10 +45,10 @@ struct SHA1Context
 /// Starts a message and discards what the context held. Returns shaNull for a null context.
 ZQ_API int SHA1Reset(SHA1Context * pContext);
 
-/// Adds bytes to the message. Succeeds for 0 bytes in any state of the context. On failure adds nothing; afterwards the
-/// context accepts only SHA1Reset.
+/// Adds bytes to the message and returns a Sha1Status_e. Succeeds for 0 bytes in any state of the context. On failure
+/// adds nothing; afterwards the context accepts only SHA1Reset.
 ZQ_API int SHA1Input(SHA1Context * pContext, unsigned char const * dBytes, std::size_t nBytes);
 
-/// Writes the digest of SHA1_HASH_SIZE bytes, the hash words in big-endian order, and wipes the message from the
-/// context. May be called again.
+/// Writes the digest of SHA1_HASH_SIZE bytes, the hash words in big-endian order, wipes the message from the context
+/// and returns a Sha1Status_e. May be called again.
 ZQ_API int SHA1Result(SHA1Context * pContext, unsigned char * dOutput);

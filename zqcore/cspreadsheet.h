@@ -75,7 +75,7 @@ private:
     std::size_t GetPackedSize() const;
     std::size_t GetTextSize() const;
 
-    /// A packed row has its block directly after itself, in memory that it does not own.
+    /// Returns whether the row is packed: its block is directly after it, in memory that it does not own.
     bool IsPacked() const { return m_Block.pBytes == reinterpret_cast<char const *>(this + 1); }
 
     Block_t m_Block;

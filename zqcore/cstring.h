@@ -7,7 +7,7 @@
 // Ownership: a string is a plain value and is copied like one.
 // Threads: any thread, one at a time for each string. The buffers of Va are shared by all threads.
 // Cost: nothing allocates. Length and most operations are linear in the text.
-// Failure: a null text asserts, except where a declaration allows it.
+// Failure: a null text asserts, unless a declaration allows it.
 //
 //     String_T<32> sName("Ogre");
 //     sName += " king";

@@ -22,7 +22,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/cstring.h"
 
-/// An error of a text reader. In both texts, control characters and bytes that are not UTF-8 are escaped as by
+/// An error of a text reader. In both texts, control characters and bytes that are not UTF-8 are escaped as in
 /// TextForLog, so each text fits on one line of a log.
 struct TextError_t
 {

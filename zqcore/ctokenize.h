@@ -19,6 +19,6 @@
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 10, 0> & dOut, char const * szSeparators);
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 1024, 0> & dOut, char const * szSeparators);
 
-/// The same with one separator.
+/// Do the same with one separator.
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 10, 0> & dOut, char cSeparator);
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 1024, 0> & dOut, char cSeparator);

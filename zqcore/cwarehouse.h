@@ -94,10 +94,10 @@ public:
     ZQ_API bool Get(char const * sColumn, short & value) const;
     ZQ_API bool Get(char const * sColumn, unsigned char & value) const;
 
-    /// Reads a whole number: true unless it is 0.
+    /// Reads a whole number, as above; value becomes true unless the number is 0.
     ZQ_API bool Get(char const * sColumn, bool & value) const;
 
-    /// Reads a number from 0 to 4294967295, truncated toward zero.
+    /// Reads a number, as above, from 0 to 4294967295, truncated toward zero.
     ZQ_API bool Get(char const * sColumn, unsigned long & value) const;
 
     /// Reads the cell as text; an empty cell is an empty text. Returns true for a text that is cut, and reports it only
