@@ -25,7 +25,7 @@ namespace plat
     /// Installs functions. Returns the previous ones. Main thread.
     ZQ_API ComSystem_t ComSystemSet(ComSystem_t const & System);
 
-    /// Start and end the system on the calling thread.
+    /// Start and end the system on the calling thread. The start returns a COM_ result.
     std::uint32_t ComInitialize();
     void ComUninitialize();
 }

@@ -57,7 +57,7 @@ namespace plat
     /// Called on the thread that complains. Several threads may call it at a time.
     using DialogHandler_t = DialogAnswer_e (*)(Dialog_t const & Dialog);
 
-    /// Shows the dialog and waits for the answer. Any thread.
+    /// Shows the dialog, waits for the answer and returns it. Any thread.
     ZQ_API DialogAnswer_e DialogShow(Dialog_t const & Dialog);
 
     /// Prints a caption and a text on standard error, as an unattended dialog does. Any thread. Uses no heap and no

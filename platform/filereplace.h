@@ -66,7 +66,7 @@ namespace plat
         NameLock_c(NameLock_c const &) = delete;
         NameLock_c & operator=(NameLock_c const &) = delete;
 
-        /// Takes the lock. Requires that this object does not hold it. Never waits.
+        /// Takes the lock and returns the result. Requires that this object does not hold it. Never waits.
         Result_e Take(char const * szPath);
 
         /// Deletes the file and drops the lock. Requires the path of Take. Does nothing if the lock isn't taken.

@@ -69,7 +69,7 @@ namespace plat
     /// Closes a key. Null does nothing.
     void RegistryCloseKey(RegistryKey_t hKey);
 
-    /// Like RegistryRead and RegistryWrite above, in an open key.
+    /// Read and write a value of an open key, as RegistryRead and RegistryWrite above do.
     bool RegistryRead(
         RegistryKey_t hKey, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize);
     bool RegistryWrite(
@@ -95,8 +95,8 @@ namespace plat
     /// still be closed. Returns false, and deletes nothing, if the key does not exist, has subkeys or is a tree itself.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
-    /// Does the same with all subkeys at any depth. Subkeys are deleted before their key, from the last to the first. A
-    /// failure may leave a part deleted.
+    /// Does the same with all subkeys at any depth. Subkeys are deleted before their key, from the last to the first.
+    /// Returns false on failure, which may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 
     /// Counts, and lengths in bytes without terminators.
@@ -113,8 +113,8 @@ namespace plat
     /// Counts a key's subkeys and values. Returns false on failure. Reads all values.
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info);
 
-    /// The kind of system. 0 is one that counts names in bytes. 2 is one that counts them in 16-bit units, so that a
-    /// name may have twice as many bytes as the store reports. A host that replaces the store sets the kind of its own.
+    /// Return and set the kind of system. 0 counts names in bytes. 2 counts them in 16-bit units, so that a name may
+    /// have twice as many bytes as the store reports. A host that replaces the store sets its kind.
     std::uint32_t RegistryGetPlatform();
     ZQ_API void RegistrySetPlatform(std::uint32_t dwPlatform);
 }

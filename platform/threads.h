@@ -22,6 +22,7 @@ namespace plat
         Lock_c(Lock_c const &) = delete;
         Lock_c & operator=(Lock_c const &) = delete;
 
+        /// Waits until no other thread holds the lock, and enters it.
         ZQ_API void Enter();
 
         /// Enters a lock that is free or the caller's own. Returns false if another thread holds it.

@@ -15,7 +15,7 @@ namespace plat
         bool bNegative;           // any number of either run is negative
     };
 
-    /// Adds up two runs of nNumbers each, a multiple of VECTOR_NUMBERS. Both begin at a multiple of 64 bytes. Sums
-    /// wrap.
+    /// Returns the sums of two runs of nNumbers each. Requires that nNumbers is a multiple of VECTOR_NUMBERS and that
+    /// both runs begin at a multiple of 64 bytes. Sums wrap.
     PairSums_t SumPairs(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers);
 }

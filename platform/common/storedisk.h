@@ -56,7 +56,7 @@ namespace plat
             m_hStore = hStore;
         }
 
-        /// Passes the handle to the caller.
+        /// Returns the handle, which the caller then owns.
         StoreHandle_t Release()
         {
             StoreHandle_t const hStore = m_hStore;
@@ -113,10 +113,11 @@ namespace plat
     /// instance if the folder was deleted.
     StoreHandle_t StoreOpenAnew(StoreHandle_t hFolder);
 
-    /// Creates a folder in a folder. On failure errno is EEXIST if anything has the name.
+    /// Creates a folder in a folder and returns true. On failure returns false; errno is EEXIST if anything has the
+    /// name.
     bool StoreMakeFolder(StoreHandle_t hParent, char const * szName, StoreRights_e eRights);
 
-    /// Delete an empty folder, or a file. An entry of the other kind is kept.
+    /// Delete an empty folder, or a file, and return true. On failure return false. An entry of the other kind is kept.
     bool StoreDeleteFolder(StoreHandle_t hParent, char const * szName);
     bool StoreDeleteFile(StoreHandle_t hFolder, char const * szName);
 
@@ -135,8 +136,9 @@ namespace plat
     /// file.
     bool StoreReadFile(StoreHandle_t hFolder, char const * szName, std::size_t nMost, std::vector<char> & dBytes);
 
-    /// Replaces a file in one step. The new file has the name szBusy until it is complete. A file that has that name
-    /// already is deleted first. On failure the previous file stays, and no file has the name szBusy.
+    /// Replaces a file in one step and returns true. The new file has the name szBusy until it is complete. A file that
+    /// has that name already is deleted first. On failure returns false; the previous file stays, and no file has the
+    /// name szBusy.
     bool StoreWriteFile(StoreHandle_t hFolder, char const * szBusy, char const * szName,
         std::vector<char> const & dBytes, StoreRights_e eRights);
 

@@ -34,7 +34,7 @@ namespace plat
             m_iDescriptor = iDescriptor;
         }
 
-        /// Passes the descriptor to the caller.
+        /// Returns the descriptor, which the caller then owns.
         int Release()
         {
             int const iDescriptor = m_iDescriptor;

@@ -31,7 +31,8 @@ namespace plat
         Facts.bRegular = S_ISREG(Stat.stx_mode);
     }
 
-    /// Reads the facts of what szPath names in the folder iFolder, following links. An empty path is iFolder itself.
+    /// Reads the facts of what szPath names in the folder iFolder. iFlags are those of statx: 0 follows links; with
+    /// AT_EMPTY_PATH an empty path is iFolder itself. Returns false on failure.
     inline bool FactsAt(int iFolder, char const * szPath, int iFlags, FileFacts_t & Facts)
     {
         struct statx Stat;
@@ -43,7 +44,7 @@ namespace plat
         return true;
     }
 
-    /// Returns the facts. All zero if nothing has that name.
+    /// Returns the facts, links followed, or all zero if nothing has that name.
     inline FileFacts_t FactsOf(std::string const & sPath, int iFolder = AT_FDCWD)
     {
         FileFacts_t Facts = {};

@@ -17,7 +17,7 @@ namespace plat
     class FolderReader_c
     {
     public:
-        /// The descriptor stays the caller's.
+        /// Reads the folder of a descriptor, which the caller keeps open and closes.
         explicit FolderReader_c(int iFolder)
             : m_iFolder(iFolder)
         {}

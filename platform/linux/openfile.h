@@ -38,7 +38,7 @@ namespace plat
         return static_cast<int>(reinterpret_cast<std::intptr_t>(hFile)) - 1;
     }
 
-    // A handle is the descriptor plus one, because descriptor 0 is a file too.
+    // Returns the handle of a descriptor: the descriptor plus one, because descriptor 0 is a file too.
     inline File_t HandleOf(int iDescriptor)
     {
         return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);

@@ -86,7 +86,7 @@ namespace plat
         /// Starts at the root or at the current folder.
         explicit FolderKey_c(bool bRoot);
 
-        /// The key of a path that fits a DiskPath_c.
+        /// Makes the key of a path that fits a DiskPath_c.
         explicit FolderKey_c(char const * szPath);
 
         /// Goes down by one name. "" and "." change nothing.
