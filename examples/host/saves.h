@@ -23,10 +23,10 @@ struct SaveResult_s
     double tTaken = 0.0;   // seconds
 };
 
-/// Loads the world of a game from a save. If the save is damaged or absent, loads the newest previous one of this game
-/// that is whole. If there is none, the world starts new. A damaged save is set aside. A save that can't be read, or is
-/// of another version, is refused, and so is a previous one.
+/// Loads the world of a game from a save and returns the result. If the save is damaged or absent, loads the newest
+/// previous one of this game that is whole. If there is none, the world starts new. A damaged save is set aside. A save
+/// that can't be read, or is of another version, is refused, and so is a previous one.
 SaveResult_s SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);
 
-/// Stores the world.
+/// Stores the world and returns the result.
 SaveResult_s SaveStore(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);

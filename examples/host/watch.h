@@ -26,6 +26,6 @@ public:
     /// Returns whether the terminal of a watch was closed, so that nobody reads what is printed.
     static bool IsHungUp();
 
-    /// Returns why nothing is watched, with the remedy if there is one. Empty if the media are watched.
+    /// Returns why nothing is watched, with the remedy if there is one, or an empty text if the media are watched.
     static std::string GetWhyNot();
 };

@@ -13,7 +13,7 @@ namespace zqsymbols
         PLACE_UNKNOWN,    // optimised out, in pieces, or by an operation that needs more than a frame's registers
         PLACE_REGISTER,   // nValue: DWARF's number of the register
         PLACE_ADDRESS,
-        PLACE_VALUE   // the value itself, which stands nowhere
+        PLACE_VALUE   // the value itself, which is stored nowhere
     };
 
     struct Place_t

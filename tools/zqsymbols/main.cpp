@@ -1,5 +1,5 @@
-// zqsymbols: reports to a process of the library the frames, names, lines and variables of one of its threads. The library
-// starts it; it does nothing when started by hand.
+// zqsymbols: reports to a process of the library the frames, names, lines and variables of one of its threads. The
+// library starts it; it does nothing when started by hand.
 #include "tools/zqsymbols/frames.h"
 #include "tools/zqsymbols/names.h"
 #include "tools/zqsymbols/variables.h"

@@ -169,8 +169,8 @@ namespace zqsymbols
         return nValue;
     }
 
-    // Some compilers write no table of the units' addresses. Another unit's table may then claim too much, so each unit is
-    // searched.
+    // Some compilers write no table of the units' addresses. Another unit's table may then claim too much, so each unit
+    // is searched.
     std::optional<Unit_t> Process_c::UnitAt(std::uint64_t nAddress) const
     {
         Dwfl_Module * const pModule = ModuleAt(nAddress);

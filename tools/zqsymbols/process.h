@@ -56,10 +56,10 @@ namespace zqsymbols
         std::uint64_t Cut(std::uint64_t nValue) const { return m_nWord == 8 ? nValue : nValue & 0xFFFFFFFF; }
         Registers_t const & GetRegisters() const { return m_Registers; }
 
-        /// Returns false if not all of it is readable.
+        /// Copies nBytes from an address. Returns false if not all of them are readable.
         bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
 
-        /// Reads an unsigned number of 1 to 8 bytes.
+        /// Returns an unsigned number of 1 to 8 bytes, or nothing if it is not readable.
         std::optional<std::uint64_t> ReadNumber(std::uint64_t nAddress, std::size_t nBytes);
 
         /// Returns the module that holds an address, or null.

@@ -156,8 +156,8 @@ namespace
         }
     }
 
-    // Returns the index of an address, or -1. A timer is created after its siblings before it, so a link always leads to
-    // a higher index.
+    // Returns the index of an address, or -1. A timer is created after its siblings before it, so a link always leads
+    // to a higher index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
     {
         std::uint32_t const nLink = Word(BytesOf(iRecord, iField));

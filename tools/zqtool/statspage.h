@@ -1,6 +1,7 @@
 // statspage.h: a stats file as one HTML page that loads nothing: times of all frames, timers of any frame.
 //
-// The page holds the time of every frame, and the timers of as many batches as fit. It keeps those with the worst frames.
+// The page holds the time of every frame, and the timers of as many batches as fit. It keeps those with the worst
+// frames.
 #pragma once
 
 #include "tools/zqtool/statstree.h"

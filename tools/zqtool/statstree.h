@@ -42,15 +42,15 @@ public:
     /// Adds a batch. Returns the node of each of its timers; all differ. Requires that no batch follows a broken one.
     std::vector<int> Add(StatsBatch_t const & Batch, bool bWhole);
 
-    /// All nodes. The root comes first; empty without a batch.
+    /// Returns all nodes, the root first. The result is empty without a batch.
     std::vector<StatsNode_t> const & GetNodes() const { return m_dNodes; }
 
-    /// The time of each frame.
+    /// Returns the time of each frame.
     std::vector<double> const & GetFrames() const { return m_dFrames; }
 
     int GetFrameCount() const { return static_cast<int>(m_dFrames.size()); }
 
-    /// Of each node.
+    /// Returns the averages of each node.
     std::vector<StatsAverage_t> GetAverages() const;
 
     StatsSummary_t GetSummary() const;

@@ -139,7 +139,7 @@ namespace
 
 std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> const & dGroups)
 {
-    constexpr int HUE_STEP = 137;   // gives neighbours distant colours
+    constexpr int HUE_STEP = 137;   // neighbours get distant colours
     std::string sPage =
         "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>" + HtmlEscaped(sTitle)
         + "</title>\n<style>body{font:14px sans-serif;margin:12px}svg{width:100%;height:auto}"
