@@ -1,5 +1,5 @@
-// fuzz_support.h: what the targets share: a file without a disk, a folder, the input as a stream, and a check that ends the
-// process.
+// fuzz_support.h: what the targets share: a file without a disk, a folder, the input as a stream, and a check that ends
+// the process.
 #pragma once
 
 #include "platform/faults.h"
@@ -58,7 +58,7 @@ private:
     }
 };
 
-/// Whether the readers refuse a text as UTF-16; skips the byte order mark of UTF-8.
+/// Returns whether the readers refuse a text as UTF-16. Skips the byte order mark of UTF-8.
 inline bool IsRefused(std::string_view & sText)
 {
     if (sText.starts_with("\xEF\xBB\xBF"))
@@ -108,7 +108,7 @@ private:
     std::string_view m_sRest;
 };
 
-/// The text in lower case.
+/// Returns the text in lower case.
 inline std::string Lower(std::string sText)
 {
     std::transform(sText.begin(), sText.end(), sText.begin(),
@@ -116,7 +116,7 @@ inline std::string Lower(std::string sText)
     return sText;
 }
 
-/// A folder of this process, below the one for temporary files.
+/// Returns a folder of this process, below the one for temporary files.
 inline std::string const & FuzzFolder()
 {
     static std::string const & s_sFolder =

@@ -1,7 +1,7 @@
 // scan_fuzz.cpp: scans of generated trees, compared with a model that walks the tree itself.
 //
-// Bit 0 of the first byte chooses relative names. The rest makes the tree: a byte for what is made, one for the length of
-// its name, and the letters.
+// Bit 0 of the first byte chooses relative names. The rest makes the tree: a byte for what is made, one for the length
+// of its name, and the letters.
 #include "fuzz/fuzz_support.h"
 #include "platform/text.h"
 #include "zqcore/cfilemedia.h"

@@ -65,7 +65,7 @@ bool SurvivesWithoutAbort(RUN fnRun)
 
 using ArchiveBody_t = std::function<void(Serializeable_c &)>;
 
-/// Runs the calls over an archive of these bytes; whether it opened and did not fail.
+/// Runs the calls over an archive of these bytes. Returns whether it opened and did not fail.
 inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody_t const & fnBody)
 {
     MemoryFile_c File(sBytes);
@@ -76,7 +76,7 @@ inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody
     return bOpen && !Archive.IsFailed();
 }
 
-/// The CRC-32 bit by bit, straight from the definition.
+/// Returns the CRC-32, computed bit by bit, straight from the definition.
 inline std::uint32_t PlainCrc32(std::string_view sBytes)
 {
     std::uint32_t nCrc = ~0u;
@@ -91,7 +91,7 @@ inline std::uint32_t PlainCrc32(std::string_view sBytes)
     return ~nCrc;
 }
 
-/// Bytes as "03 00 FF".
+/// Returns bytes as "03 00 FF".
 inline std::string Hex(std::string_view sBytes)
 {
     std::string sHex;

@@ -109,14 +109,14 @@ TEST(Array, AnIndexBeyondAStaticOneEndsASilentProcess)
         LogToStandardError();
         g_silentMode = true;   // ends the process before the element is reached
         StaticArray_T<int, 3> dStatic;
-        int volatile iLast = 2;   // the compiler shall not see where this ends
+        int volatile iLast = 2;   // the compiler must not know where this ends
         dStatic[iLast] = 1;
         dStatic[iLast + 1] = 1;
     };
     EXPECT_EXIT(Overrun(), testing::ExitedWithCode(1), "Assert failed, \\(nIndex>=0\\) && \\(nIndex<iLength\\), ");
 }
 
-// The numbers compare by their tens. The order of equal ones is the one that the algorithm gives them.
+// The numbers compare by their tens. The order of equal ones is the one that results from the algorithm.
 TEST(Sort, PutsTheGreatestFirstBetweenItsBounds)
 {
     using Numbers_t = std::vector<int>;

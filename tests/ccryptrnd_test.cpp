@@ -7,7 +7,7 @@
 
 namespace
 {
-    // What block iCounter of a pool holds, in the order in which it is given.
+    // Returns what block iCounter of a pool holds, in the order of output.
     std::string Block(char iCounter, std::string const & sPool)
     {
         std::string const sInput = std::string{ iCounter, 0, 0, 0 } + sPool;

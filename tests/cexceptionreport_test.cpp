@@ -55,7 +55,7 @@ namespace
         return RunIn(TempFolder_c(), sArguments, sHelper);
     }
 
-    // Whether a report has all texts of a complete one, with their line ends, in order.
+    // Returns whether a report has all texts of a complete one, with their line ends, in order.
     bool IsComplete(std::string const & sReport, std::string const & sException, bool bMarked = true)
     {
         std::vector<std::string> dTexts = { "\nPROGRAM IS CRASHED!!!\r\nException code: " + sException

@@ -130,7 +130,8 @@ protected:
         std::for_each_n(std::begin({ "a.txt", "a.txt", "b.txt" }), 3, [](char const * sz) { FileClose(FileOpen(sz)); });
     }
 
-    // The three response logs, in the order of all opens, clean and prefetched: "a" for a.txt, "b" for b.txt, "?" for others.
+    // The three response logs, in the order of all opens, clean and prefetched: "a" for a.txt, "b" for b.txt, "?" for
+    // others.
     std::string Read(std::string const & sName) const
     {
         std::string sAll;

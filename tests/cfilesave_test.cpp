@@ -215,7 +215,7 @@ TEST_F(FileSave, FormerSavesMoveOnAndAFailedSaveMovesNone)
     EXPECT_TRUE(Store(Save, 8));
     EXPECT_EQ(All(), (std::vector{ 8, 7, 4, 2 })) << "a gap is filled";
     fs::remove(sPath + ".1");
-    fs::create_hard_link(sPath, sPath + ".1");   // as by a save that failed at the end
+    fs::create_hard_link(sPath, sPath + ".1");   // as a save leaves it that failed at the end
     EXPECT_TRUE(Store(Save, 9));
     EXPECT_EQ(All(), (std::vector{ 9, 8, 4, 2 }));
     fs::remove(sPath + ".3");

@@ -16,7 +16,7 @@ namespace
 {
     constexpr char ARRAY_CONDITION[] = "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )";
 
-    // A plain model of one slab: which element the next Alloc gives.
+    // A plain model of one slab: which element the next Alloc returns.
     struct Model_s
     {
         std::deque<int> dFree = { 0, 1, 2, 3 };   // groups with room

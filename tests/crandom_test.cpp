@@ -89,7 +89,7 @@ TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)
     {
         for (int iPosition = nStride == 0; iPosition < 4; ++iPosition)
         {
-            // On a line the numbers would be correlated or, where it wraps, their differences would be alike.
+            // On a line the numbers would be correlated or, if it wraps, their differences would be alike.
             double fProducts = 0, dBins[BINS] = {};
             for (unsigned nSeed = 0; nSeed < SEEDS; ++nSeed)
             {

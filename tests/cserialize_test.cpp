@@ -77,7 +77,7 @@ namespace
     }
 }
 
-// `long` is refused where it is not the type of 8-byte integers.
+// `long` is refused if it is not the type of 8-byte integers.
 static_assert(ArchiveValue_T<std::int64_t> && ArchiveValue_T<long> == std::is_same_v<long, std::int64_t>);
 
 TEST(Serialize, WritesAndReadsTheExampleOfTheFormatsPage)

@@ -85,7 +85,8 @@ namespace
             return sAll;
         }
 
-        /// What the Get of each type does with a cell: the value, or a minus sign if it failed and left the output alone.
+        /// What the Get of each type does with a cell: the value, or a minus sign if it failed and left the output
+        /// alone.
         std::string Numbers(std::string const & sCell)
         {
             EXPECT_EACH(Open("get.txt", "@head v\ni " + sCell + "\n"), m_pTable->FindIdent("I"));

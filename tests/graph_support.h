@@ -87,7 +87,7 @@ struct World_s
         Archive.IsReading() ? NodeSerializer_c::ReadPointer(Archive, pAny) : Nodes.WritePointer(Archive, pAny);
     }
 
-    // The root.
+    // Loads a graph and returns its root.
     Node_s * Load(std::string_view sBytes)
     {
         Node_s * pRoot = nullptr;
@@ -96,8 +96,8 @@ struct World_s
         return pRoot;
     }
 
-    // Loads any bytes; whether every pointer of every node that this made leads to a node, to what was registered without
-    // a class, or nowhere.
+    // Loads any bytes. Returns whether every pointer of every node that this made leads to a node, to what was
+    // registered without a class, or nowhere.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();

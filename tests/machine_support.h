@@ -30,7 +30,7 @@
 #include <ucontext.h>
 #include <unistd.h>
 
-/// Whether a read lease is refused while a file is open for writing, and granted afterwards.
+/// Returns whether a read lease is refused while a file is open for writing, and granted afterwards.
 inline bool LeasesSeeWriters()
 {
     TempFolder_c const Folder;
@@ -43,7 +43,7 @@ inline bool LeasesSeeWriters()
     return bRefused && bGranted;
 }
 
-/// Whether a watch on a folder reports a file that is written there.
+/// Returns whether a watch on a folder reports a file that is written there.
 inline bool WatchesTellOfWrites()
 {
     TempFolder_c const Folder;
@@ -55,7 +55,8 @@ inline bool WatchesTellOfWrites()
     return bTold;
 }
 
-/// Whether a child forked from a process with other threads can start a thread. An emulator or a checker may end it.
+/// Returns whether a child forked from a process with other threads can start a thread. An emulator or a checker may
+/// end it.
 inline bool ForksBesideThreads()
 {
     Gate_c const Done;
@@ -73,7 +74,8 @@ inline bool ForksBesideThreads()
     return bForks;
 }
 
-/// Whether a child that vfork starts shares this process's memory, as starting a program needs it. An emulator copies.
+/// Returns whether a child that vfork starts shares this process's memory, as starting a program needs it. An emulator
+/// copies.
 inline bool SharesMemoryUntilExec()
 {
     static bool volatile s_bShared;
@@ -88,7 +90,7 @@ inline bool SharesMemoryUntilExec()
     return s_bShared;
 }
 
-/// Whether the kernel has queues of requests for files.
+/// Returns whether the kernel has queues of requests for files.
 inline bool HasRequestQueue()
 {
     io_uring_params Params{};
@@ -96,7 +98,8 @@ inline bool HasRequestQueue()
     return iQueue >= 0 && close(iQueue) == 0;
 }
 
-/// How many threads the kernel counts while a second one runs: 2, or another number under an emulator or a checker.
+/// Returns how many threads the kernel counts while a second one runs: 2, or another number under an emulator or a
+/// checker.
 inline int ThreadsBesideOne()
 {
     Gate_c const Done;
@@ -119,7 +122,7 @@ inline void EndAtFullDisk()
     std::signal(SIGXFSZ, SIG_DFL);
 }
 
-/// Whether a file opens for writing at once.
+/// Returns whether a file opens for writing at once.
 inline bool OpensForWriting(std::string const & sPath)
 {
     int const iWriter = open(sPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -127,7 +130,7 @@ inline bool OpensForWriting(std::string const & sPath)
     return iWriter >= 0;
 }
 
-/// Exchanges the entries of two names.
+/// Exchanges the entries of two names. Returns false on failure.
 inline bool ExchangeFiles(std::string const & sA, std::string const & sB)
 {
     return renameat2(AT_FDCWD, sA.c_str(), AT_FDCWD, sB.c_str(), RENAME_EXCHANGE) == 0;
@@ -139,13 +142,13 @@ inline bool LimitWatches(std::string const & sWhat, int nLimit)
     return unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/sys/user/max_inotify_" + sWhat) << nLimit << std::flush;
 }
 
-/// The number of this process's open handles.
+/// Returns the number of this process's open handles.
 inline std::ptrdiff_t CountHandles()
 {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-/// The handles of this process that are sockets with such a name, without its first character.
+/// Returns the handles of this process that are sockets with such a name, without its first character.
 inline std::vector<int> SocketsNamed(char const * szPart)
 {
     std::vector<int> dSockets;
@@ -171,13 +174,13 @@ inline bool AreOpen(std::vector<int> const & dHandles)
     return std::ranges::all_of(dHandles, [](int i) { return fcntl(i, F_GETFD) >= 0; });
 }
 
-/// Whether the calling thread runs only while no other one wants to.
+/// Returns whether the calling thread runs only while no other one wants to.
 inline bool IsIdleThread()
 {
     return sched_getscheduler(0) == SCHED_IDLE;
 }
 
-/// Whether the system has such a class of threads, and lets a thread leave it.
+/// Returns whether the system has such a class of threads, and lets a thread leave it.
 inline bool IdleThreadsCanLeave()
 {
     bool bCan = false;
@@ -202,7 +205,7 @@ inline void RefuseThreads(bool bRefuse)
 
 constexpr std::size_t PAGE_BYTES = 4096;
 
-/// Allocates a page of memory with no memory after it.
+/// Returns a new page of memory with no memory after it.
 inline char * AllocateLastPage()
 {
     void * const p = mmap(nullptr, 2 * PAGE_BYTES, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -221,7 +224,7 @@ inline void BeTraced()
     ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
 }
 
-/// Whether a program in this folder can get its owner's rights.
+/// Returns whether a program in this folder can get its owner's rights.
 inline bool GrantsSetUserId(std::string const & sFolder)
 {
     struct statvfs Disk;
@@ -237,7 +240,7 @@ public:
     ~TrapCount_c() { std::signal(SIGTRAP, m_fnFormer); }
     TrapCount_c & operator=(TrapCount_c &&) = delete;
 
-    /// How many since the last call.
+    /// Returns how many there were since the last call.
     static int Take()
     {
         int const nTraps = s_nTraps;
@@ -250,7 +253,7 @@ private:
     void (*m_fnFormer)(int) = std::signal(SIGTRAP, [](int) { s_nTraps = s_nTraps + 1; });
 };
 
-/// Whether the processor counts a touch of a word. The kernel may grant what the hypervisor ignores.
+/// Returns whether the processor counts a touch of a word. The kernel may grant what the hypervisor ignores.
 inline bool CountsATouch()
 {
     static int volatile s_nTouched;
@@ -269,8 +272,8 @@ inline bool CountsATouch()
     return bCounted;
 }
 
-/// From now on each debug register of this process is a descriptor that only reads as zeros. Returns false if the kernel
-/// accepts no filter of system calls.
+/// From now on each debug register of this process is a descriptor that only reads as zeros. Returns false if the
+/// kernel accepts no filter of system calls.
 inline bool SwallowDebugRegisters()
 {
 #if defined(__i386__)

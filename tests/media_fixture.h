@@ -59,13 +59,13 @@ protected:
 
     bool Scan() { return FileAddSearchPath(Folder.GetPath().c_str(), true, false); }
 
-    /// A path below the tree as the tables have it.
+    /// Returns a path below the tree as the tables have it.
     std::string Folded(std::string const & sName) const
     {
         return std::string(FoldedPath_c(Folder.Join(sName).c_str()));
     }
 
-    /// All keys in alphabetic order, joined by blanks.
+    /// Returns all keys in alphabetic order, joined by blanks.
     static std::string Keys()
     {
         std::set<std::string> dKeys;
@@ -81,7 +81,7 @@ protected:
         return sKeys;
     }
 
-    /// Brings the module of the files and what it needs up and down; the keys between.
+    /// Starts and ends the module of the files and what it needs. Returns the keys in between.
     static std::string KeysOfOneRun()
     {
         EXPECT_TRUE(StartModule(ModuleFile_c::Get()));

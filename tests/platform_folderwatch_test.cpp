@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    // In memory where there is such a place: ten thousand folders keep a busy disk for a minute.
+    // In memory if there is such a place: ten thousand folders keep a busy disk for a minute.
     std::string const ROOT = std::getenv("TMPDIR") || !fs::exists("/dev/shm") ? fs::temp_directory_path() : "/dev/shm";
 
     constexpr char INOTIFY[] = "anon_inode:inotify";

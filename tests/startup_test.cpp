@@ -3,7 +3,7 @@
 
 namespace
 {
-    // What the program prints on both streams, run in a folder of its own or the one given.
+    // Returns what the program prints on both streams, run in a new folder or in the one passed.
     std::string RunStartupOrder(std::string const & sArgument, TempFolder_c const & Folder = TempFolder_c())
     {
         Result_s const Result =

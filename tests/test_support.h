@@ -1,5 +1,5 @@
-// test_support.h: GoogleTest, and what the tests of several services need: a folder that goes away, other processes, the
-// lines that were logged, the dialogs that were shown.
+// test_support.h: GoogleTest, and what the tests of several services need: a folder that goes away, other processes,
+// the lines that were logged, the dialogs that were shown.
 #pragma once
 
 #include "platform/debugheap.h"
@@ -67,10 +67,10 @@ inline std::string FalseAmong(std::initializer_list<Condition_s> dConditions)
     return sNumbers;
 }
 
-/// Starts a module and what it needs. Module_c::ShutdownAllModules ends all.
+/// Starts a module and what it needs. Returns false on failure. Module_c::ShutdownAllModules ends all.
 bool StartModule(Module_c * pModule);
 
-/// Pages of this process in memory, without those of files.
+/// Returns the pages of this process in memory, without those of files.
 long ResidentPages();
 
 /// Starts a child process that ends with the status that the call returns.
@@ -88,16 +88,16 @@ int WaitToBeKilled();
 /// Stops as a breakpoint does.
 void RaiseBreakpoint();
 
-/// Whether a breakpoint ended a process: a predicate for EXPECT_EXIT.
+/// Returns whether a breakpoint ended a process: a predicate for EXPECT_EXIT.
 bool EndedAtBreakpoint(int iStatus);
 
-/// The file of this program.
+/// Returns the file of this program.
 std::filesystem::path ProgramPath();
 
 /// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if it can't drop them.
 int StatusAsNobody(std::function<int()> const & fnRun);
 
-/// Whether this process may do what file permissions forbid.
+/// Returns whether this process may do what file permissions forbid.
 bool IsSuperuser();
 
 /// Makes a named pipe. Returns its path.
@@ -180,7 +180,7 @@ public:
     ~TempFolder_c();
     TempFolder_c & operator=(TempFolder_c &&) = delete;
 
-    /// The folder, absolute, in the host's form, without a trailing separator.
+    /// Returns the folder, absolute, in the host's form, without a trailing separator.
     std::string const & GetPath() const { return m_sPath; }
 
     /// Returns the path of a name in the folder; `/` and `\` in the name both separate.
@@ -225,10 +225,10 @@ public:
 
     std::vector<std::string> GetLines() const;
 
-    /// All lines, each followed by a line end.
+    /// Returns all lines, each followed by a line end.
     std::string GetText() const;
 
-    /// How many lines are this text, and how many hold it.
+    /// Return how many lines are this text, and how many hold it.
     int Count(std::string_view sLine) const { return static_cast<int>(std::ranges::count(GetLines(), sLine)); }
     int CountHolding(std::string_view sPart) const;
 
@@ -248,7 +248,7 @@ public:
     ~HeapReports_c() { plat::HeapReportSet(m_fnFormer); }
     HeapReports_c & operator=(HeapReports_c &&) = delete;
 
-    /// What was reported since the last call.
+    /// Returns what was reported since the last call.
     std::string Take() { return std::exchange(s_sReports, ""); }
 
 private:
@@ -256,7 +256,7 @@ private:
     plat::HeapReport_t m_fnFormer = plat::HeapReportSet([](char const * szText) { s_sReports += szText; });
 };
 
-/// The conditions of the assertions that fail in a call, joined by " & "; each is ignored.
+/// Returns the conditions of the assertions that fail in a call, joined by " & ". Ignores each.
 std::string FailedConditions(std::function<void()> const & fnCall);
 
 /// Answers dialogs during a scope and keeps their texts. The answers are used in order. After the last one, and without
@@ -268,11 +268,11 @@ public:
     ~DialogScript_c();
     DialogScript_c & operator=(DialogScript_c &&) = delete;
 
-    /// How many dialogs were shown, and how many held this text.
+    /// Return how many dialogs were shown, and how many held this text.
     int GetCount() const { return CountHolding(""); }
     int CountHolding(std::string_view sPart) const;
 
-    /// What all of them said.
+    /// Returns the texts of all dialogs.
     std::string GetText() const;
 
 private:
