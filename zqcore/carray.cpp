@@ -7,7 +7,7 @@
 
 namespace
 {
-    // The keyword before a type's name, which follows from the name's ending.
+    // Returns the keyword before a type's name, which follows from the name's ending.
     std::string_view KeywordOf(std::string_view sName)
     {
         return sName.ends_with("_c")                            ? "class "
@@ -16,7 +16,7 @@ namespace
                                                                 : "";
     }
 
-    // Returns where the array's own type begins in the spelling.
+    // Returns the start of the array's own type in the spelling.
     char const * FindType(char const * szFunction)
     {
         char const * const pType = std::strstr(szFunction, "SortedArray_T<");

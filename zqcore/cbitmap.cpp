@@ -9,7 +9,7 @@
 
 namespace
 {
-    // Allocates zeroed storage.
+    // Returns zeroed storage, or null if there is none.
     unsigned char * TakeBytes(std::size_t nBytes)
     {
         void * const pBytes = CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
@@ -183,7 +183,7 @@ namespace
     }
 
     // Reads nBytes of an archive of unknown length into an empty vector. The vector grows with the bytes that arrive,
-    // so that a damaged size allocates no memory.
+    // so that a damaged size allocates no memory. Returns false on failure.
     bool ReadGrowing(Serializeable_c & Archive, BitVec_c & Vec, int nBytes)
     {
         constexpr int FIRST_STEP = 4096;

@@ -255,7 +255,7 @@ namespace
         return iIndex < INT_MAX ? iIndex + 1 : 0;
     }
 
-    // As SizeFor for an index in X. The largest indices ask for more than MAX_BITS, which fails an assertion.
+    // Returns the size that holds an index in X. The largest indices need more than MAX_BITS, which fails an assertion.
     int BitsFor(int iIndex)
     {
         return iIndex < BitVec_c::MAX_BITS ? iIndex + 1 : iIndex;

@@ -65,7 +65,7 @@ namespace
         return dwProduct;
     }
 
-    // Entry i moves a CRC over 2 to the power of i bytes.
+    // Returns a table of factors. Entry i moves a CRC over 2 to the power of i bytes.
     constexpr std::array<std::uint32_t, 64> MakeCrc32Moves()
     {
         constexpr std::uint32_t OVER_ONE_BYTE = 0x00800000;
@@ -81,14 +81,14 @@ namespace
 
     constexpr std::array<std::uint32_t, 64> CRC32_MOVES = MakeCrc32Moves();
 
-    // Compilers merge the four loads.
+    // Returns four bytes as a little-endian word. Compilers merge the four loads.
     std::uint32_t Load4(unsigned char const * pData)
     {
         return static_cast<std::uint32_t>(pData[0]) | static_cast<std::uint32_t>(pData[1]) << 8
                | static_cast<std::uint32_t>(pData[2]) << 16 | static_cast<std::uint32_t>(pData[3]) << 24;
     }
 
-    // Adds the end of a run, fewer than eight bytes, and complements.
+    // Returns the CRC of a run from its register before the last bytes, fewer than eight.
     inline std::uint32_t FinishTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes >= 4)

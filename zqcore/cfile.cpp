@@ -58,7 +58,8 @@ namespace
 
     using Reason_t = FileReplacement_c::Reason_t;
 
-    // On failure, pReason receives the system's reason unless it is null.
+    // Opens a file for reading and tracks its handle. On failure returns null and stores the system's reason in
+    // pReason, unless that is null.
     plat::File_t OpenTracked(
         char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts, Reason_t * pReason)
     {
@@ -121,7 +122,8 @@ namespace
         LogEscaped("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
     }
 
-    // Finds a file by its bare name, then by its whole name, as keys with a folder need. Asserts that there is a name.
+    // Returns a file by its bare name, or else by its whole name, as keys with a folder need. Returns null if there is
+    // none. Asserts that there is a name.
     File_c * Find(char const * szName)
     {
         ZQ_ASSERT_TEXT(szName && szName[0], "!NameString.empty()");

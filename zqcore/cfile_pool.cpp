@@ -20,8 +20,8 @@ namespace
         return s_Pool;
     }
 
-    // Objects are mostly allocated in a row: prefetches the cache lines of a later one that its construction will
-    // write, before and after the text sRequestedName.
+    // Returns storage for an object. Objects are mostly allocated in a row, so it also prefetches the cache lines of a
+    // later one that its construction will write, before and after the text sRequestedName.
     void * TakeRoom()
     {
         constexpr std::size_t LINE = 64;

@@ -136,7 +136,8 @@ namespace
         }
     }
 
-    // Reads without the lock: only this thread moves requests.
+    // Removes a request that is done and returns true; otherwise returns false. Reads without the lock: only this
+    // thread moves requests.
     bool TakeIfLoaded(int iRequest)
     {
         if (!std::atomic_ref(g_pAsyncFiles[iRequest].bLoaded).load(std::memory_order_acquire))
@@ -242,8 +243,9 @@ void FileRequests_c::LeaveWorker()
     }
 }
 
-// The lock is not held while the disk is read: a thread of idle class may hold it for long. The request stays the
-// oldest of those that wait, because only requests that are done are removed.
+// Serves the oldest request that waits. Returns false if none does. The lock is not held while the disk is read: a
+// thread of idle class may hold it for long. The request stays the oldest of those that wait, because only requests
+// that are done are removed.
 bool FileRequests_c::ServeOldest()
 {
     AsyncFile_t Request;

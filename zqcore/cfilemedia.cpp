@@ -66,7 +66,7 @@ namespace
         return String_T<256>(bRead && eType == plat::RegistryType_e::Text ? szText : "");
     }
 
-    // Finds the media root. If there is none, sPath is the text of the registry.
+    // Finds the media root and returns its source. If there is none, sPath becomes the text of the registry.
     MediaSource_e Discover(String_T<256> & sPath)
     {
         sPath = g_sMediaPath;

@@ -41,7 +41,7 @@ namespace
         return iChar == 8 || iChar == 13 || iChar == 18 || iChar == 23;
     }
 
-    // Reads the 16 bytes in their order in the text.
+    // Reads the 16 bytes in their order in the text. Returns false if the text has another form.
     bool BytesFromText(char const * szText, unsigned char (&dBytes)[16])
     {
         if (!szText || StrLengthMax(szText, TEXT_LENGTH + 1) != TEXT_LENGTH)

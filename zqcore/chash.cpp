@@ -10,7 +10,8 @@ namespace
         return iWord;
     }
 
-    // Multiplies by the 64 bits of the golden ratio, and XORs the high half into the low one.
+    // Returns the hash with a further word: multiplied by the 64 bits of the golden ratio, the high half XORed into the
+    // low one.
     std::uint64_t Mix(std::uint64_t iHash, std::uint64_t iWord)
     {
         iHash = (iHash ^ iWord) * 0x9E3779B97F4A7C15u;
@@ -23,7 +24,8 @@ namespace
         return std::rotl(static_cast<std::uint32_t>(iWide), static_cast<int>(iPosition % 32));
     }
 
-    // XORs eight ASCII characters, each shifted left by its position among them: neighbours, then pairs, then fours.
+    // Returns the XOR of eight ASCII characters, each shifted left by its position among them. Combines neighbours,
+    // then pairs, then fours.
     std::uint32_t FoldEight(std::uint64_t iText)
     {
         iText = (iText & 0x00FF00FF00FF00FFu) ^ ((iText >> 8 & 0x00FF00FF00FF00FFu) << 1);

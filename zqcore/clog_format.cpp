@@ -27,7 +27,8 @@ namespace
     constexpr std::uint64_t EACH_BYTE = 0x0101010101010101u;
     constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
 
-    // Sets some high bit if a byte is below a blank, is DEL, or is above. It may set one for plain bytes too.
+    // Returns a word with some high bit set if a byte is below a blank, is DEL, or is above. A bit may be set for plain
+    // bytes too.
     std::uint64_t OthersIn(std::uint64_t iText)
     {
         return (iText - EACH_BYTE * ' ') | iText | (iText + EACH_BYTE);

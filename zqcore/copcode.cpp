@@ -185,7 +185,7 @@ bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, 
     return true;
 }
 
-// Unknown conditions hold.
+// Returns whether a condition holds. Unknown ones do.
 bool OpcodeDecoder_c::IsFlagSet(unsigned nCondition) const
 {
     switch (nCondition)

@@ -35,8 +35,8 @@ namespace
     std::uint64_t g_nPosition = 0;       // end of the last batch that is known to be written
     bool g_bFailed = false;              // the latest file, or a batch of it, is lost
 
-    // Address of the array in 32 bits. Moved down if the array would cross their end, so that no record has the address
-    // 0, which means none.
+    // Returns the array's address in 32 bits. It is moved down if the array would cross their end, so that no record
+    // has the address 0, which means none.
     std::uint32_t FileAddress()
     {
         constexpr std::uint32_t HIGHEST = 0xFFFFFFFFu - MAX_TIMERS_TOTAL * RECORD_SIZE;

@@ -77,8 +77,8 @@ namespace
         std::size_t m_nSlots = 0;   // a power of 2, at least twice the number of texts
     };
 
-    /// Writes the last text of a queue and removes it. szRoom is the text of the assertion that the buffer is large
-    /// enough.
+    /// Writes the last text of a queue, removes it and returns true. Returns false for an empty queue. szRoom is the
+    /// text of the assertion that the buffer is large enough.
     bool Next(WarehouseLine_c & Queue, char * sValue, int nMaxLength, char const * szRoom)
     {
         if (!WarehouseClearText(sValue, nMaxLength) || Queue.IsEmpty())

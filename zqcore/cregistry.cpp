@@ -110,13 +110,13 @@ int Registry_c::RenameValue(char const * sOldName, char const * sNewName)
     return plat::RegistryRenameValue(m_hKey, sOldName, sNewName);
 }
 
-// Reads a value of any type that fits, and stores its type.
+// Reads a value of any type that fits, and stores its type. Returns false if there is none.
 bool Registry_c::Query(char const * sName, void * pData, std::size_t & nSize)
 {
     return plat::RegistryRead(m_hKey, sName, m_dwType, pData, nSize);
 }
 
-// Reads a value of 4 bytes. A text is refused, because it might have had a terminator.
+// Reads a value of 4 bytes. Returns false for any other, and for a text, because it might have had a terminator.
 bool Registry_c::ReadNumber(char const * sName, void * pData)
 {
     char dBytes[4];

@@ -221,7 +221,7 @@ bool Script_c::Read(char * pBuffer, int iCount)
     return m_bEndOfFile;
 }
 
-/// Read for a single byte.
+/// Returns the next byte, or 0 at the end, which it notes.
 inline char Script_c::ReadByte()
 {
     if (m_iBytesRead == m_iBytesTotal)

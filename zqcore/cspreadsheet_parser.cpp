@@ -150,7 +150,7 @@ std::size_t SpreadsheetRow_c::GetPackedSize() const
     return nNarrow <= NARROW_LIMIT ? nNarrow : GetTextSize() + nCells * sizeof(std::uint32_t);
 }
 
-/// Makes a copy, padded to nCells, of a row and its block of nBlock bytes in one piece of memory.
+/// Returns a copy, padded to nCells, of the row and its block of nBlock bytes. The copy is at pMemory, in one piece.
 SpreadsheetRow_c * SpreadsheetRow_c::PackInto(void * pMemory, std::size_t nBlock, int nCells) const
 {
     auto * const pRow = new (pMemory) SpreadsheetRow_c;
@@ -271,7 +271,8 @@ struct Spreadsheet_c::Chunk_t
     char * pEnd;
 };
 
-/// Packs a row, padded to the head, and empties it. Uses the newest chunk or a new one of at least nChunk bytes.
+/// Packs a row, padded to the head, empties it and returns the packed row. Uses the newest chunk or a new one of at
+/// least nChunk bytes.
 inline SpreadsheetRow_c * Spreadsheet_c::Keep(SpreadsheetRow_c & Row, std::size_t nChunk)
 {
     constexpr std::size_t ALIGNMENT = alignof(SpreadsheetRow_c);

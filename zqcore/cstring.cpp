@@ -11,8 +11,8 @@ namespace
     constexpr unsigned VA_BUFFERS = 16;
     constexpr std::size_t VA_SIZE = 4096;
 
-    // Folds eight characters at once. The additions set the top bit of each byte for "at least A" and "above Z"; their
-    // difference becomes the bit that makes a letter lower case.
+    // Returns eight characters in lower case. The additions set the top bit of each byte for "at least A" and "above
+    // Z"; their difference becomes the bit that makes a letter lower case.
     std::uint64_t EightToLower(std::uint64_t iText)
     {
         constexpr std::uint64_t EACH = 0x0101010101010101u;

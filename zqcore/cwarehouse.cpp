@@ -109,7 +109,7 @@ void Warehouse_c::TakeText(char const * pText, int nText)
     }
 }
 
-/// Reads the file's first header line, or else the client's.
+/// Reads the file's first header line, or else the client's. Returns false if there is neither.
 bool Warehouse_c::ReadHeader(char const * sClientHeader)
 {
     if (ScanFrom(0).FindLine(WAREHOUSE_HEADER, &m_Head))
