@@ -101,7 +101,8 @@ namespace plat
             return IsFilled<std::uint32_t>(pBytes, FILL_GAP);
         }
 
-        // Checks the ends only of a long fence: the bytes right after the caller's, and the block's last ones.
+        // Returns whether a fence is undamaged. Of a long fence, checks only the bytes right after the caller's and the
+        // block's last ones.
         bool IsFenceWhole(Header_s * pHeader)
         {
             std::uint8_t const * p = OwnOf(pHeader) + pHeader->nOwn;
@@ -155,7 +156,7 @@ namespace plat
             }
         }
 
-        // Makes a block that is filled and described, but not yet listed.
+        // Returns a new block that is filled and described, but not yet listed.
         Header_s * MakeBlock(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine)
         {
             Header_s * const pHeader = TakeMemory(nBytes);

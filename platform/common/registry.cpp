@@ -63,7 +63,7 @@ namespace plat
                                                     : StoreUserPath("registry", szFolder);
         }
 
-        // The user's keys are private.
+        // Returns the rights of a tree's keys: the user's are private.
         StoreRights_e FolderRights(RegistryTree_e eTree)
         {
             return eTree == RegistryTree_e::Machine ? StoreRights_e::Readers : StoreRights_e::Owner;
@@ -214,7 +214,8 @@ namespace plat
             return sName;
         }
 
-        // Opens the folder of a key by its path from an open folder. Owns and closes that folder.
+        // Opens the folder of a key by its path from an open folder. Owns and closes that folder. Returns STORE_NONE on
+        // failure.
         StoreHandle_t OpenFrom(StoreHandle_t hFolder, std::string_view sPath, bool bCreate, StoreRights_e eRights)
         {
             StoreScope_c Key(hFolder);
@@ -314,7 +315,8 @@ namespace plat
             std::string sListed;   // the key's name if the parent is the open key, else empty
         };
 
-        // Finds a key by its path from an open key, which an empty path names. Never finds a tree itself.
+        // Finds a key by its path from an open key, which an empty path names. Never finds a tree itself. Returns false
+        // if there is no such key.
         bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
         {
             StoreHandle_t const hFolder = FolderOf(hKey);
@@ -338,7 +340,7 @@ namespace plat
             return Victim.Key.IsOpen() && (!bItself || StoreIdentity(Victim.Key.Get()) == StoreIdentity(hFolder));
         }
 
-        // Deletes a key without subkeys for an open key, and updates that key's listing.
+        // Deletes a key without subkeys for an open key, and updates that key's listing. Returns false on failure.
         bool DeleteFound(RegistryKey_t hKey, Victim_s const & Victim)
         {
             Change_c Change;
@@ -374,7 +376,8 @@ namespace plat
             return Contents.bRead && StoreMayDelete(hKey);
         }
 
-        // Deletes the subkeys of a found key at any depth, each level from the last to the first.
+        // Deletes the subkeys of a found key at any depth, each level from the last to the first. Returns false on
+        // failure.
         bool DeleteBelow(RegistryKey_t hKey, Victim_s const & Top)
         {
             std::vector<Level_s> dLevels;

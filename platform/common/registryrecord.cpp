@@ -40,7 +40,7 @@ namespace plat
             }
         }
 
-        // FNV-1a of 32 bits over a record without its check sum.
+        // Returns the FNV-1a of 32 bits over a record without its check sum.
         std::uint32_t CheckSum(RecordBytes_t const & aBytes)
         {
             std::uint32_t dwSum = 0x811C9DC5u;
@@ -87,7 +87,7 @@ namespace plat
             return true;
         }
 
-        // FNV-1a of 64 bits.
+        // Returns the FNV-1a of 64 bits.
         std::uint64_t HashOf(std::string_view sText)
         {
             std::uint64_t nHash = 0xCBF29CE484222325u;

@@ -21,7 +21,7 @@ namespace plat
             Signs |= __builtin_shufflevector(Signs, Signs, static_cast<int>(LANE ^ DISTANCE)...);
         }
 
-        // Sums with one width of register. Inlined into functions that may use that width.
+        // Returns the sums, computed with one width of register. Inlined into functions that may use that width.
         template <typename VECTOR>
         ZQ_INLINE PairSums_t SumWith(
             std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)

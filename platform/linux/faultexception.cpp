@@ -48,7 +48,7 @@ namespace plat
             { 'y', "unsigned long long" }, { 'f', "float" }, { 'd', "double" }, { 'e', "long double" },
             { 'w', "wchar_t" }, { 'v', "void" } };
 
-        // Adds a name that its length precedes.
+        // Adds a name that its length precedes. Returns false if there is none at p.
         bool AddPart(char const *& p, Text_t & Text)
         {
             std::size_t nPart = 0;

@@ -22,7 +22,8 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;
 
-        // Reads the facts of the entry that a path names in any spelling. Does not follow a link.
+        // Reads the facts of the entry that a path names in any spelling. Does not follow a link. Returns 0,
+        // or -1 on failure.
         int StatOf(DiskPath_c & Path, struct stat & Stat)
         {
             return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });

@@ -38,7 +38,8 @@ namespace plat
             return bAll;
         }
 
-        // Deletes one entry with all its contents. One that is gone already counts as deleted.
+        // Deletes one entry with all its contents. Returns false on failure. An entry that is gone already counts as
+        // deleted.
         bool DeleteEntry(int iFolder, char const * szName)
         {
             if (unlinkat(iFolder, szName, 0) == 0 || errno == ENOENT)
@@ -108,6 +109,7 @@ namespace plat
         }
 
         // Copies the rest of one file to the other: inside the kernel as far as possible, then through a buffer.
+        // Returns false on failure.
         bool CopyContents(int iFrom, int iTo)
         {
             constexpr std::size_t STEP = std::size_t(1) << 30;
@@ -129,7 +131,8 @@ namespace plat
             }
         }
 
-        // Replaces the contents and the write time of iTo. Does not copy a file onto itself.
+        // Replaces the contents and the write time of iTo. Returns false on failure, and with EINVAL if both are one
+        // file.
         bool CopyOver(int iFrom, int iTo)
         {
             struct stat From;

@@ -17,7 +17,8 @@ namespace plat
 {
     namespace
     {
-        // Excludes other writers that claim the file. On a file system without such locks it excludes nobody.
+        // Excludes other writers that claim the file. Returns false if one has claimed it. On a file system without
+        // such locks it excludes nobody.
         bool Claim(int iDescriptor)
         {
             return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;

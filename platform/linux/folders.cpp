@@ -106,7 +106,7 @@ namespace plat
             return dKinds;
         }();
 
-        // Finds the kinds of bytes in a terminated name, and its length, in one pass.
+        // Returns the kinds of bytes in a terminated name, and its length, from one pass.
         unsigned ScanName(char const * szName, std::size_t & nLength)
         {
             unsigned bKinds = 0;

@@ -38,7 +38,7 @@ namespace plat
         return static_cast<unsigned char>(m_dBytes[m_iByte++]);
     }
 
-    // Reads a number, and the byte after it to pBehind.
+    // Returns the next number. Stores the byte after it in pBehind.
     std::uint64_t Maps_c::Number(int iBase, int * pBehind)
     {
         std::uint64_t nNumber = 0;

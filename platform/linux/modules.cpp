@@ -26,8 +26,8 @@ namespace plat
             return pread(iFile, &Record, sizeof Record, static_cast<off_t>(nOffset)) == sizeof Record;
         }
 
-        // Finds the mapping that holds an address. Right after a mapping of a file, a mapping without a file has that
-        // file's zeroed data; for an address in it, Found is the mapping of the file.
+        // Finds the mapping that holds an address. Returns false if there is none. Right after a mapping of a file, a
+        // mapping without a file has that file's zeroed data; for an address in it, Found is the mapping of the file.
         bool FindMapping(std::uintptr_t Address, Mapping_t & Found)
         {
             Maps_c Maps;
@@ -49,7 +49,8 @@ namespace plat
             return false;
         }
 
-        // Finds the load bias: an address in memory minus the same address in the file.
+        // Finds the load bias: an address in memory minus the same address in the file. Returns false if no segment of
+        // the file is mapped there.
         bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t & nBias)
         {
             Segment_t Segment;
@@ -71,7 +72,7 @@ namespace plat
             return false;
         }
 
-        // Finds the section that holds an address of the file.
+        // Finds the section that holds an address of the file. Returns false if there is none.
         bool FindSection(int iFile, Header_t const & Header, std::uintptr_t Address, ModulePlace_t & Place)
         {
             Section_t Section;

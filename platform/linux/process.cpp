@@ -26,7 +26,7 @@ namespace plat
     {
         std::atomic<void (*)()> g_fnPureCall{ nullptr };
 
-        // Converts a path. It must fit as a whole.
+        // Converts a path. Returns false, with ERANGE, if it does not fit as a whole.
         bool WidePath(wchar_t * szBuffer, std::size_t nSize, char const * szPath)
         {
             wchar_t szWide[PATH_MAX];
@@ -40,7 +40,7 @@ namespace plat
             return true;
         }
 
-        // Reads the 18th field after the name, which is in brackets and may hold anything.
+        // Returns the 18th field after the name, which is in brackets and may hold any bytes. Returns 0 on failure.
         int ThreadsOfProcess()
         {
             constexpr int FIELD = 18;

@@ -81,7 +81,8 @@ namespace plat
                    && File.st_nlink == 1;
         }
 
-        // Takes the lock that marks the file as being written. On a file system without locks there is no such mark.
+        // Takes the lock that marks the file as being written. Returns false if another process has it. On a file
+        // system without locks there is no such mark.
         bool ClaimWriting(int hFile)
         {
             return flock(hFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;

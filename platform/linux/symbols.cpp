@@ -99,7 +99,7 @@ namespace plat
             return 0;
         }
 
-        // Waits until the socket has data or the time is over.
+        // Waits until the socket has data, and returns true. Returns false if the time is over.
         bool WaitReadable(int hSocket, std::int64_t tEnd)
         {
             pollfd Poll = { hSocket, POLLIN, 0 };
@@ -120,7 +120,7 @@ namespace plat
             return ::send(hSocket, &Record, sizeof(Record), MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof(Record);
         }
 
-        // Receives one record of the helper. Its text is terminated whatever was sent.
+        // Receives one record of the helper. Returns false if there is no whole one. Its text is always terminated.
         bool Receive(int hSocket, SymbolAnswer_t * pAnswer)
         {
             ssize_t const nRead = ::recv(hSocket, pAnswer, sizeof(*pAnswer), MSG_DONTWAIT);
