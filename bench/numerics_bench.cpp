@@ -21,7 +21,7 @@
 
 namespace
 {
-    // Points that neither the branch predictor nor the lattice cells can adapt to.
+    // Returns points that neither the branch predictor nor the lattice cells can adapt to.
     std::vector<Vec3fpu_t> const & Points()
     {
         static std::vector<Vec3fpu_t> const s_dPoints = []
@@ -60,7 +60,7 @@ namespace
         benchmark::RegisterBenchmark(sFull.c_str(), [=](benchmark::State & State) { fnBody(State, nBits); });
     }
 
-    // Sets every third bit, so that no field is empty.
+    // Returns nBits bits, every third one set, so that no field is empty.
     BitVec_c Ours(int nBits)
     {
         BitVec_c Vec(nBits);

@@ -23,13 +23,13 @@ namespace
         return Table.Get(szColumn, iNumber) && iNumber >= iLeast && iNumber <= MAX_NUMBER;
     }
 
-    // Reads a cell with a range, such as 12-34.
+    // Reads a cell with a range, such as 12-34. Returns false if it is not acceptable.
     bool ReadRange(Warehouse_c const & Table, char const * szColumn, int & iLowest, int & iHighest)
     {
         return Table.Get(szColumn, iLowest, iHighest) && iLowest >= 0 && iLowest <= iHighest && iHighest <= MAX_NUMBER;
     }
 
-    // Reads a cell that holds the ident of another table's item.
+    // Reads a cell that holds the ident of another table's item. Returns false if there is no such item.
     template <typename T>
     bool ReadReference(Warehouse_c const & Table, char const * szColumn, Items_T<T> & dItems, T *& pItem)
     {

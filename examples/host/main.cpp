@@ -127,7 +127,8 @@ namespace
         return STATUS_OK;
     }
 
-    // Continues from the last save, runs the world and saves it. This host holds the save the whole time.
+    // Continues from the last save, runs the world and saves it. Holds the lock of the save meanwhile. Returns the
+    // status of the process.
     int Play(Options_s const & Options, ModuleWorld_c & World, Survey_c & Survey)
     {
         FileSave_c Save(Options.sSave.c_str());

@@ -113,7 +113,8 @@ namespace
                      : "--frames takes a number from 0 to " + std::to_string(MAX_FRAMES) + ", not " + Quoted(sText);
     }
 
-    // Checks a folder's bare name: lower case and no blank, which is what the library finds on the command line.
+    // Returns why a text is no bare name of a folder, or an empty text. The name has lower case and no blank, because
+    // the library finds only such names on the command line.
     std::string CheckGame(std::string const & sGame)
     {
         bool const bGood = sGame.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ /\\\t") == std::string::npos;

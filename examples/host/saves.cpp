@@ -27,7 +27,7 @@ namespace
         return static_cast<char const *>(BaySerialize(Archive, World.GetBay()));
     }
 
-    // Loads a save that was found whole.
+    // Loads a save that was found whole. Returns why that failed, or an empty text.
     std::string LoadWhole(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
     {
         Readable_c Archive(Save.OpenFile(), SAVE_VERSION);

@@ -110,7 +110,7 @@ namespace
         return dRows;
     }
 
-    // Prints the rows of dA that dB lacks or, with bOther, has with other cells.
+    // Prints the rows of dA that dB lacks or, with bOther, has with other cells. Returns their number.
     int PrintRows(char const * szWhat, Rows_t const & dA, Rows_t const & dB, bool bOther)
     {
         int nRows = 0;

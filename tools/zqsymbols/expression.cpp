@@ -73,7 +73,8 @@ namespace zqsymbols
                                                            : std::nullopt;
             }
 
-            // Constants, registers and values of the frame.
+            // Runs an operation that pushes a constant, a register or a value of the frame. Returns false for any
+            // other.
             bool Push(Dwarf_Op const & Operation)
             {
                 unsigned const nCode = Operation.atom;
@@ -148,7 +149,7 @@ namespace zqsymbols
                 }
             }
 
-            // Operations on two values.
+            // Runs an operation on two values. Returns false for any other.
             bool Combine(unsigned nCode)
             {
                 bool const bKnown = nCode == DW_OP_and || (nCode >= DW_OP_div && nCode <= DW_OP_mul)
@@ -290,7 +291,8 @@ namespace zqsymbols
                 }
             }
 
-            // Operations that end an expression: a register by its number, or the computed value.
+            // Runs an operation that ends an expression: a register by its number, or the computed value. Returns false
+            // for any other.
             bool Place(Dwarf_Op const & Operation, Place_e & eResult)
             {
                 unsigned const nCode = Operation.atom;

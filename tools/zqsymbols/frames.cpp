@@ -50,7 +50,8 @@ namespace zqsymbols
         return iFrame < m_dFrames.size() ? &m_dFrames[iFrame] : nullptr;
     }
 
-    // Sets the CFA of the frame. A caller's is higher, except across a signal handler with its own stack.
+    // Sets the CFA of the frame, and the caller. Returns false at the end of the stack. A caller's CFA is higher,
+    // unless a signal handler with its own stack is in between.
     bool Frames_c::Unwind(Frame_t & Frame, Frame_t & Caller)
     {
         bool const bFound = ByInformation(Frame, Caller) || ByFramePointer(Frame, Caller);

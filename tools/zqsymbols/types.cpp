@@ -94,7 +94,8 @@ namespace zqsymbols
             }
         }
 
-        // A bit field has an offset from the start of the structure, or one from the upper end of its unit.
+        // Returns the place of a member. A bit field has an offset from the start of the structure, or one from the
+        // upper end of its unit.
         MemberPlace_t PlaceOf(Dwarf_Die * pMember, std::uint64_t nSize, std::uint64_t nOuter)
         {
             MemberPlace_t Place;

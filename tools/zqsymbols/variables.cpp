@@ -40,7 +40,7 @@ namespace zqsymbols
             while (dwarf_siblingof(&Child, &Child) == 0);
         }
 
-        // Finds the block or inlined call directly in a scope that holds the address.
+        // Finds the block or inlined call directly in a scope that holds the address. Returns false if there is none.
         bool InnerScope(Dwarf_Die Scope, Dwarf_Addr nAddress, Dwarf_Die * pInner)
         {
             bool bGoesOn = dwarf_child(&Scope, pInner) == 0;
@@ -101,7 +101,7 @@ namespace zqsymbols
             }
 
         private:
-            // Skips what the compiler generated, and declarations of variables elsewhere.
+            // Returns whether the compiler generated a variable, or it is only declared here.
             static bool IsHidden(Dwarf_Die * pDie)
             {
                 return dwarf_hasattr_integrate(pDie, DW_AT_artificial) != 0

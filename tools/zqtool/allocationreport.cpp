@@ -27,7 +27,8 @@ namespace
         return eError == std::errc() && pEnd == sText.data() + sText.size();
     }
 
-    // Reads "size; category; file(line)". The name of the file may hold any character.
+    // Reads "size; category; file(line)". The name of the file may hold any character. Returns false for any other
+    // line.
     bool ReadBlock(std::string_view sLine, AllocationReport_t & Report)
     {
         std::string_view sSize, sCategory;
@@ -41,7 +42,7 @@ namespace
         return true;
     }
 
-    // Reads a line without its end, LF or CR LF.
+    // Reads a line without its end, LF or CR LF. Returns false after the last one.
     bool ReadLine(std::istream & Stream, std::string & sLine)
     {
         bool const bRead = static_cast<bool>(std::getline(Stream, sLine));
@@ -52,7 +53,7 @@ namespace
         return bRead;
     }
 
-    // Reads "count; total": how many blocks the report should hold.
+    // Reads "count; total": how many blocks the report must hold. Returns false if that is not there.
     bool ReadTotal(std::istream & Stream, std::uint64_t & nBlocks)
     {
         std::string sTitle, sLine;

@@ -14,7 +14,7 @@ namespace
             "what the profiler measured: a tree of timers, trace events, a page with pictures", RunStats },
     };
 
-    // A command whose output could not be written whole has failed.
+    // Returns a command's status, or that of a failure if its output could not be written whole.
     int CheckOutput(int iStatus)
     {
         if (std::fflush(stdout) == 0 && !std::ferror(stdout))

@@ -68,7 +68,7 @@ namespace
         return Options.sFile.empty() || bOneForBoth ? std::nullopt : std::optional(Options);
     }
 
-    // Measures the rate of this machine's cycle counter by its good clock, for a twentieth of a second.
+    // Returns the rate of this machine's cycle counter, measured with its good clock for a twentieth of a second.
     double MeasureTicksPerSecond()
     {
         std::int64_t const nFrequency = plat::GoodClockFrequency();
@@ -132,7 +132,7 @@ namespace
     // A file to write beside the printed tree, if requested.
     struct Output_s
     {
-        // It must not be the input file.
+        // Opens the file. Returns false on failure, or if it is the input file.
         bool Open(std::string const & sName, std::string const & sFile)
         {
             sOut = sName;

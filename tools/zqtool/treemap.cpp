@@ -41,7 +41,7 @@ namespace
         return fWorst;
     }
 
-    // Divides an area among sizes, which are sorted, largest first, and above 0.
+    // Returns the parts of an area for sizes, which are sorted, largest first, and above 0.
     std::vector<Area_s> Divide(Area_s Rest, std::vector<double> dSizes)
     {
         double const fScale = Rest.fWidth * Rest.fHeight / std::max(Sum(dSizes, 0, dSizes.size()), 1e-9);
