@@ -217,7 +217,7 @@ public:
     /// vector. Returns the vector.
     BitVec_c & Get(INDEX... iRow, BitVec_c & Vec) const;
 
-    /// As the operators of BitVec_c, by coordinates.
+    /// Combine the fields by coordinates and return this one, as the operators of BitVec_c do.
     FIELD & operator|=(FIELD const & Other);
     FIELD & operator^=(FIELD const & Other);
     FIELD & operator&=(FIELD const & Other);

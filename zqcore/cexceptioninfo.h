@@ -67,8 +67,8 @@ public:
     /// run, and inside this object's dialogs.
     ZQ_API void Stop();
 
-    /// For a fault filter: hands the fault to the support thread, which traces and shows it, and waits for the answer
-    /// without limit. One fault at a time. Returns 0, so that the filters after this one get the fault.
+    /// Passes a fault to the support thread, which traces and shows it, and waits for the answer without limit. Only a
+    /// fault filter calls it. One fault at a time. Returns 0, so that the filters after this one get the fault.
     /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
     ///   process with a second dialog.
     /// - No continues. So do silent mode, without a dialog, and a fault on the support thread, as in the host's dialog.

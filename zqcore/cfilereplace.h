@@ -70,7 +70,7 @@ public:
     /// no call failed.
     char const * GetWhyNot() const { return m_sWhyNot; }
 
-    /// For an archive: begin and end writing. BeginArchive returns the open file. It returns null if the file has
+    /// Begin and end the writing of an archive. BeginArchive returns the open file. It returns null if the file has
     /// failed, holds bytes, or another archive has begun. EndArchive(false) makes Commit fail.
     plat::File_t BeginArchive();
     void EndArchive(bool bWhole);
@@ -80,7 +80,8 @@ public:
     static bool IsBeside(char const * szBare);
 
 protected:
-    /// As the public constructor. If szRefused is not null, makes nothing, and all later calls fail for that reason.
+    /// Does the same as the public constructor. If szRefused is not null, makes nothing, and all later calls fail for
+    /// that reason.
     FileReplacement_c(char const * szFile, plat::Rights_e eRights, char const * szRefused);
 
     /// Keep a reason, unless there is one, and return false. FailAsSystem keeps the text of the system's last error.

@@ -115,8 +115,8 @@ public:
         /// Frees the element that holds the address. Returns false if there is none.
         bool Free(void const * pPtr, bool bArray) const;
 
-        /// For the pool: enters a chunk, removes it, finds that of an address. The storage of a chunk has the
-        /// ALIGNMENT, so that no two chunks share a page.
+        /// Add a chunk, remove it, and return that of an address, or null. Only the pool calls them. The storage of a
+        /// chunk has the ALIGNMENT, so that no two chunks share a page.
         void Add(Chunk_s & Chunk);
         void Remove(Chunk_s const & Chunk);
         Chunk_s * Find(void const * pPtr) const;
@@ -167,14 +167,14 @@ public:
     /// Returns whether the next Alloc takes the fast path, which does not fail.
     bool IsAllocFast() const { return m_Open.HasTwoFree(); }
 
-    /// As GigaPoolStatic_c::Free. Returns false for a pointer of no chunk and leaves the water mark as it is. A chunk
-    /// without elements becomes the spare, or is freed if there is a spare.
+    /// Frees an element and returns true, as GigaPoolStatic_c::Free does. Returns false for a pointer of no chunk and
+    /// leaves the water mark as it is. A chunk without elements becomes the spare, or is freed if there is a spare.
     bool Free(void const * pPtr, bool bArray) { return m_pMap->Free(pPtr, bArray); }
 
     /// Returns whether a chunk with elements in use holds the pointer. The spare does not count.
     bool IsValid(void const * pPtr) const { return m_pMap->FindPool(pPtr) != nullptr; }
 
-    /// Not to be called: fails an assertion and returns false.
+    /// Fails an assertion and returns false: it must not be called.
     bool IsArray(void const * pPtr) const;
 
     /// Returns the bytes of an element, the number of elements in use, and the most that were in use at once.

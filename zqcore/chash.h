@@ -23,7 +23,7 @@
 #include <bit>
 #include <cstring>
 
-/// What Add returns.
+/// Results of Add.
 enum HashAdd_e : int
 {
     HASH_ADDED = 0,

@@ -53,7 +53,7 @@ public:
     /// Returns the block size, in bytes, of the class that holds the pointer. Returns 0 if none does.
     int IsValid(void const * pPtr);
 
-    /// Not for callers: asserts and returns false.
+    /// Fails an assertion and returns false: it must not be called.
     bool IsArray(void const * pPtr);
 
     /// Sets the peaks of all classes to 0.

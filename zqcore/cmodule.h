@@ -27,7 +27,7 @@
 class ZQ_API Module_c
 {
 public:
-    /// The name is kept as a pointer and must outlive the module.
+    /// Makes a module. The name is kept as a pointer and must outlive the module.
     constexpr explicit Module_c(char const * szName)
         : m_szName(szName)
     {}
@@ -37,7 +37,7 @@ public:
     Module_c(Module_c const &) = delete;
     Module_c & operator=(Module_c const &) = delete;
 
-    /// For the module's own use: the registry never calls it.
+    /// Resets the module, for the module's own use: the registry never calls it.
     virtual void Reset();
 
     /// Returns true from a successful Initialize until Shutdown.

@@ -62,7 +62,7 @@ enum OpcodeSlice_e : unsigned char
     OPCODE_SLICE_TOLD = 3,
 };
 
-/// How a field is written. 10 to 15, 28 and 29 serve 64-bit mode.
+/// Form in which a field is written. 10 to 15, 28 and 29 serve 64-bit mode.
 enum OpcodeKind_e : unsigned char
 {
     OPCODE_KIND_R32 = 1,

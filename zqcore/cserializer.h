@@ -108,8 +108,8 @@ protected:
     /// The body: stores the object at pObject, or makes or finds an object, sets pObject and loads it.
     virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
-    /// As RegisterPointer, with this serializer's class: for a part to which pointers of the part's class lead. Writes
-    /// the same record.
+    /// Registers a pointer under this serializer's class, as RegisterPointer does: for a part to which pointers of the
+    /// part's class lead. Writes the same record.
     void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has not seen the object
@@ -129,8 +129,8 @@ protected:
     /// Stores or loads a pointer to an address that the pass has already seen. Calls Abort otherwise.
     static void FixupVoidPointer(Serializeable_c & archive, void const *& pPointer);
 
-    /// As RegisterStaticPointer, for an object whose contents the class's serializer stores. Its body finds pObject set
-    /// in both directions, and a change of pObject is ignored.
+    /// Does the same as RegisterStaticPointer, for an object whose contents the class's serializer stores. Its body
+    /// finds pObject set in both directions, and a change of pObject is ignored.
     static void RegisterSerializedStaticPointer(void * pPointer, String_T<32> const & sClassName);
 
     /// Returns the latest serializer of that name, or null.

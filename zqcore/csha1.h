@@ -21,7 +21,7 @@
 /// Bytes of a digest.
 inline constexpr std::size_t SHA1_HASH_SIZE = 20;
 
-/// What the functions return.
+/// Results of the functions.
 enum Sha1Status_e : int
 {
     shaSuccess = 0,

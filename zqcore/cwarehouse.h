@@ -32,8 +32,8 @@ class File_c;
 class Warehouse_c
 {
 public:
-    /// With bCopy, Open copies the text and closes the file at once. Otherwise the file stays open as long as the
-    /// warehouse.
+    /// Makes an empty warehouse. With bCopy, Open copies the text and closes the file at once. Otherwise the file stays
+    /// open as long as the warehouse.
     explicit Warehouse_c(bool bCopy = false)
         : m_bCopy(bCopy)
     {}
