@@ -25,7 +25,7 @@ namespace plat
         Free = 3
     };
 
-    /// What the heap knows of a block.
+    /// Facts of a block of the heap.
     struct HeapBlock_t
     {
         void * pUser = nullptr;

@@ -35,7 +35,7 @@ namespace plat
         Warning
     };
 
-    /// What the dialog blocks: its own thread only, the windows of the task, or everything on the screen.
+    /// Reach of a dialog. It blocks its own thread only, the windows of the task, or everything on the screen.
     enum class DialogModality_e
     {
         Plain,

@@ -24,7 +24,7 @@ namespace plat
     /// Ticks of 100 nanoseconds since 1601-01-01 00:00 UTC; 0 if the file system keeps no such time.
     using FileTime_t = std::uint64_t;
 
-    /// What others may do with the file while it is open. On a system without share modes this is advisory: an open
+    /// Rights of others to the file while it is open. On a system without share modes this is advisory: an open
     /// that excludes writers fails while anyone has the file open for writing. It is checked at the open only. It is
     /// not checked if the system can't say (another user's file, some network file systems).
     enum class Share_e
@@ -119,7 +119,7 @@ namespace plat
     /// Creates one folder. Returns false if it exists already or can't be created.
     bool FolderCreate(char const * szPath);
 
-    /// Whether the written data must be on the disk when a function returns.
+    /// State of the written data when a function returns: on the disk or not yet.
     enum class Durability_e
     {
         Written,

@@ -32,7 +32,7 @@ namespace plat
         ForkLock_c * m_pNext;
     };
 
-    /// What a fork calls on the thread that forks. Each may be null.
+    /// Functions that a fork calls on the thread that forks. Each may be null.
     struct ForkCalls_t
     {
         void (*fnBefore)();     // before the registered locks are entered; may wait for other threads

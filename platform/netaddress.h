@@ -7,7 +7,7 @@ namespace plat
 {
     constexpr int NET_ADDRESS_SIZE = 6;
 
-    /// How far an address is unique.
+    /// Uniqueness of an address.
     enum class NetAddress_e
     {
         Missing,   // there is no address

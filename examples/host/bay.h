@@ -75,7 +75,7 @@ struct House_s
     long long iFirstPurse = 0, iPurse = 0;   // marks
 };
 
-/// What a ship is doing, and what an hour of it does.
+/// Activity of a ship, and the function that runs an hour of it.
 struct Duty_s
 {
     char const * szWhere;

@@ -5,8 +5,8 @@
 
 class File_c;
 
-/// Why a file can't be read; empty if it can. Without bFault no file has that name. With bFault the file is empty or
-/// can't be read, or the scan of the media missed something.
+/// Reason why a file can't be read; empty if it can. Without bFault no file has that name. With bFault the file is
+/// empty or can't be read, or the scan of the media missed something.
 struct NoFile_s
 {
     String_T<256> sWhy;

@@ -3,7 +3,7 @@
 
 class Survey_c;
 
-/// What the loop measured. Times are seconds of work, without the waiting between frames.
+/// Figures of the loop. Times are seconds of work, without the waiting between frames.
 struct FrameStats_s
 {
     int nFrames = 0;

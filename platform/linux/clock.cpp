@@ -82,7 +82,7 @@ namespace plat
         }
     }
 
-    // Without the C library's conversions, which take a lock.
+    // Does not use the C library's conversions, which take a lock.
     LocalTime_t LocalTimeByKept()
     {
         timespec Now;

@@ -23,7 +23,7 @@ namespace plat::watch
         std::unordered_map<std::string, int> dFolders;
     };
 
-    // How the contents of a folder got there.
+    // Origin of a folder's contents.
     enum class Appeared_e
     {
         Before,   // not by being written now

@@ -136,7 +136,7 @@ namespace plat
             std::size_t m_nToScan = 0;
         };
 
-        // What a report has found so far. Blocks of a plain `new` have no source line and are only counted.
+        // Leaks that a report has found so far. Blocks of a plain `new` have no source line and are only counted.
         struct Leaks_s
         {
             LiveBlocks_c const * pLive;

@@ -59,7 +59,7 @@ namespace plat
         ANSWER_NEEDS_MEMORY   // dValues: address of a page
     };
 
-    /// Only the bytes up to the end of its text are sent.
+    /// Answer of the helper. Only the bytes up to the end of its text are sent.
     struct SymbolAnswer_t
     {
         std::uint32_t nAnswer;

@@ -22,7 +22,7 @@ namespace zqsymbols
         std::uint64_t nValue = 0;
     };
 
-    /// What an expression may refer to.
+    /// Values that an expression may refer to.
     struct Surroundings_t
     {
         Registers_t const & Registers;

@@ -24,7 +24,7 @@ struct StatsSlot_t
     std::uint32_t nCalls = 0;
 };
 
-/// What the profiler computed for a timer at the end of a batch, from the last 149 of its frames.
+/// Figures of a timer, which the profiler computed at the end of a batch from the last 149 of its frames.
 struct StatsFigures_t
 {
     std::int64_t tAverage = 0, tMax = 0, tLast = 0, tMaxEver = 0;
@@ -41,7 +41,7 @@ struct StatsTimer_t
     StatsFigures_t Figures;
 };
 
-/// Never empty. The first one is the root.
+/// Timers of a batch. Never empty; the first one is the root.
 using StatsBatch_t = std::vector<StatsTimer_t>;
 
 /// Receives a batch. bWhole is false if the file ends inside it: the timers after that point are missing.

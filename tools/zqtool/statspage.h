@@ -8,7 +8,7 @@
 
 #include <iosfwd>
 
-/// What the page says about the whole file.
+/// Facts of the whole file that the page shows.
 struct StatsFacts_t
 {
     std::string sFile;
