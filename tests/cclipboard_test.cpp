@@ -16,7 +16,10 @@ namespace
         }
         ~ClipboardTest() override
         {
-            g_isOpen ? ClipboardClose() : void();
+            if (g_isOpen)
+            {
+                ClipboardClose();
+            }
             Module_c::ShutdownAllModules();
             plat::ClipboardSetFolder(nullptr);
             plat::ClipboardSetWait(nullptr);

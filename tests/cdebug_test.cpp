@@ -57,7 +57,10 @@ namespace
     {
         Trace('D');
         g_sText = Dialog.szText, g_sCaption = Dialog.szCaption, g_Dialog = Dialog;
-        Dialog.eButtons == Buttons_e::AbortRetryIgnore ? AssertFailed("inside another assertion") : void();
+        if (Dialog.eButtons == Buttons_e::AbortRetryIgnore)
+        {
+            AssertFailed("inside another assertion");
+        }
         return g_eAnswer == THROW ? throw 1 : g_eAnswer;
     }
 
@@ -255,7 +258,10 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
             EXPECT_EQ(s_nInside++, 0) << "another thread is in a receiver";
             Warning("inside a receiver, which is dropped");
             --s_nInside;
-            ++s_nHeard % 7 == 0 ? throw szText : void();
+            if (++s_nHeard % 7 == 0)
+            {
+                throw szText;
+            }
         },
         false);
     InThreads(8,
@@ -265,7 +271,14 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
             {
                 try
                 {
-                    iThread % 2 ? Warning("%i", i) : Achtung("thread %i: %i", iThread, i);
+                    if (iThread % 2)
+                    {
+                        Warning("%i", i);
+                    }
+                    else
+                    {
+                        Achtung("thread %i: %i", iThread, i);
+                    }
                 }
                 catch (char const *)
                 {}
@@ -330,7 +343,14 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
             {
                 EXPECT_EQ(StatusOfChild(StartChild([] { return Warning("dropped"), s_nHeard; })), 1);
             }
-            szText[0] == 'e' ? AssertFailed("the end") : szText[0] == 'c' ? Abort("the end") : void();
+            if (szText[0] == 'e')
+            {
+                AssertFailed("the end");
+            }
+            else if (szText[0] == 'c')
+            {
+                Abort("the end");
+            }
         },
         false);
     Warning("fork");
@@ -342,7 +362,14 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
     auto const End = [](char const * szText)
     {
         static std::thread s_Waits;
-        s_Waits = std::thread([] { s_Inside.Wait() ? Warning("waits, and goes on when the process ends") : void(); });
+        s_Waits = std::thread(
+            []
+            {
+                if (s_Inside.Wait())
+                {
+                    Warning("waits, and goes on when the process ends");
+                }
+            });
         std::atexit([] { s_Waits.join(); });
         g_silentMode = true;
         Warning("%s", szText);

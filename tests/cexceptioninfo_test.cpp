@@ -203,7 +203,10 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
     auto const Fault = [](bool bTraced)
     {
         DialogScript_c const Dialogs({ Answer_e::Cancel });
-        bTraced ? BeTraced() : void();
+        if (bTraced)
+        {
+            BeTraced();
+        }
         Info.Start();
         Fault_s const Divide(plat::FAULT_INTEGER_DIVIDE);
         Info.OnUnhandledException(&Divide.Pointers);

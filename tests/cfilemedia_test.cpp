@@ -132,7 +132,10 @@ TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
         s_dTold.clear();
         ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
         FileTrackChanges(Folder.GetPath().c_str());
-        nTold == 1 ? FileTrackSetIgnoreExtList(".skip") : void();
+        if (nTold == 1)
+        {
+            FileTrackSetIgnoreExtList(".skip");
+        }
         Make({ { "a.txt", "y" }, { "b.skip", "y" } });
         Module_c::HeartbeatAllModulesIdle();
         EXPECT_EQ(s_dTold.size(), nTold) << testing::PrintToString(s_dTold);

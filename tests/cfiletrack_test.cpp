@@ -169,7 +169,12 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
         Make({ { "a.txt", "x" }, { "b.txt", "x" } });
         std::FILE * pWriter = nHeld ? std::fopen(Folder.Join("a.txt").c_str(), "a") : nullptr;
         g_fnAtSleep = [pWriter, n = nHeld](int nSleeps)
-        { nSleeps == n ? static_cast<void>(std::fclose(pWriter)) : void(); };
+        {
+            if (nSleeps == n)
+            {
+                std::fclose(pWriter);
+            }
+        };
         EXPECT_EQ(Told(), szTold) << nHeld;
         std::string const sLine = "\n>>>FileTracker: Trying to refresh [" + Folder.GetPath() + "\\a.txt]( "
                                   + std::to_string(nSaid) + " lock-test failed ).\n ";
@@ -179,7 +184,13 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
     }
     Make({ { "a.txt", "y" }, { "b.txt", "y" }, { "x\u0436/c.txt", "y" } });
     g_nSleeps = 0;
-    g_fnAtSleep = [&](int nSleeps) { nSleeps == 1 ? static_cast<void>(fs::remove(Folder.Join("b.txt"))) : void(); };
+    g_fnAtSleep = [&](int nSleeps)
+    {
+        if (nSleeps == 1)
+        {
+            fs::remove(Folder.Join("b.txt"));
+        }
+    };
     EXPECT_EQ(Told(), "a.txt") << "of the others one went away before its test, one is not at the narrowed path";
     EXPECT_EQ(g_nSleeps, 1);
     EXPECT_EQ(Log.CountHolding("\\b.txt]( 501 ") + Log.CountHolding("\\x\\c.txt]( 501 "), 2) << Log.GetText();

@@ -83,7 +83,10 @@ TEST(GigaPoolStatic, GivesTheElementsThatAPlainModelGives)
                 int const iElement = Model.Alloc();
                 ASSERT_EQ(p, iElement < 0 ? nullptr : At(pFirst, iElement, nSize)) << nSize << " bytes, step " << iStep;
                 ASSERT_EQ(p ? Pool.IsArray(p) : bArray, bArray);
-                iElement >= 0 ? void(dOut[iElement] = bArray) : void();
+                if (iElement >= 0)
+                {
+                    dOut[iElement] = bArray;
+                }
             }
             else if (!dOut.empty())
             {

@@ -114,7 +114,10 @@ TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
             }
             int const iExpected = nProbes == 170 ? HASH_FULL : Model.contains(iSlot) ? HASH_PRESENT : HASH_ADDED;
             ASSERT_EQ(s_Table.Add(&Item, &Item.sName), iExpected);
-            iExpected == HASH_ADDED ? void(Model[iSlot] = &Item) : void();
+            if (iExpected == HASH_ADDED)
+            {
+                Model[iSlot] = &Item;
+            }
         }
         auto * pSlot = s_Table.First();
         for (auto const & [iSlot, pItem] : Model)

@@ -123,7 +123,10 @@ TEST_F(Profiler, AScopePopsWhatAnExceptionLeft)
     {
         ProfilerScope_c const Timer(7, "t");
         ProfilerPush("left", false);
-        bThrow ? throw 1 : void();
+        if (bThrow)
+        {
+            throw 1;
+        }
     };
     EXPECT_THROW(Run(true), int);
     EXPECT_EQ(g_iTimerStackTop, 1);

@@ -257,7 +257,10 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
         case 2:
         case 3:
             EXPECT_EQ(Registry.WriteString(sName.c_str(), std::to_string(iStep).c_str()) != 0, bKey);
-            bKey ? void((*pValues)[sModelName] = std::to_string(iStep)) : void();
+            if (bKey)
+            {
+                (*pValues)[sModelName] = std::to_string(iStep);
+            }
             break;
         case 4:
             EXPECT_EQ(Registry.DeleteValue(sName.c_str()) != 0, bHas);

@@ -88,7 +88,10 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrReportsWhatIsWrong)
         bool const bOpen = Open(row.sText, pFmt);
         EXPECT_EQ(bOpen, m_Sheet.IsOpen());
         EXPECT_EQ(Dump(), row.sOutcome);
-        bOpen ? m_Sheet.Close() : void();
+        if (bOpen)
+        {
+            m_Sheet.Close();
+        }
         EXPECT_EQ(m_Sheet.GetRowCount() + m_Sheet.GetColumnCount(), 0);
         EXPECT_TRUE(Open("a,b\n")) << "the usual separators are back";
         EXPECT_EQ(Dump(), "a|b|");

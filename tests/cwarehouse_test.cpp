@@ -32,7 +32,10 @@ namespace
             : dBytes(sData.begin(), sData.end())
             , Scan(dBytes.data(), static_cast<int>(sData.size()), 0, eFormat)
         {
-            szSeparators ? Scan.SetSeparators(szSeparators) : void();
+            if (szSeparators)
+            {
+                Scan.SetSeparators(szSeparators);
+            }
         }
     };
 

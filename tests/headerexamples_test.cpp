@@ -127,12 +127,13 @@ void TrackChanges()
 TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
 {
     Unit_c Ogre{ 7, 1.5f, "Ogre" }, Loaded;
-    EXPECT_TRUE(Save(Ogre) && Load(Loaded));
-    EXPECT_TRUE(Loaded.m_iHealth == 7 && Loaded.m_fSpeed == 1.5f && Loaded.m_sName == "Ogre");
+    EXPECT_EACH(Save(Ogre), Load(Loaded));
+    EXPECT_EACH(Loaded.m_iHealth == 7, Loaded.m_fSpeed == 1.5f, Loaded.m_sName == "Ogre");
     EXPECT_TRUE(Replace(Ogre));
     EXPECT_EQ(Folder.Read("saves/two.sav"), Folder.Read("saves/one.sav"));
     EXPECT_EQ(LoadAndSave(Ogre), std::pair(false, true));
-    EXPECT_TRUE(LoadAndSave(Loaded = {}) == std::pair(true, true) && Loaded.m_sName == "Ogre");
+    EXPECT_EQ(LoadAndSave(Loaded = {}), std::pair(true, true));
+    EXPECT_STREQ(Loaded.m_sName, "Ogre");
 }
 
 TEST_F(HeaderExamples, ARefusedSheetSaysWhere)
@@ -253,10 +254,10 @@ TEST_F(HeaderExamples, EnemiesLoadAsEachOthers)
         return Archive.Close() && !Archive.IsFailed();
     };
     BufferedWriteable_c Writer("units.sav", 1);
-    EXPECT_TRUE(Pass(Writer) && FileAddOneFile("units.sav"));
+    EXPECT_EACH(Pass(Writer), FileAddOneFile("units.sav"));
     Readable_c Reader(FileOpen("units.sav"), 1);
-    EXPECT_TRUE(Pass(Reader) && pUnit != dUnits && pUnit->m_iHealth == 7);
-    EXPECT_TRUE(pUnit->m_pEnemy->m_iHealth == 8 && pUnit->m_pEnemy->m_pEnemy == pUnit);
+    EXPECT_EACH(Pass(Reader), pUnit != dUnits, pUnit->m_iHealth == 7);
+    EXPECT_EACH(pUnit->m_pEnemy->m_iHealth == 8, pUnit->m_pEnemy->m_pEnemy == pUnit);
     delete pUnit->m_pEnemy;
     delete pUnit;
 }
@@ -313,7 +314,10 @@ TEST(Reliability, PageNamesTestsThatExist)
         bool const bTest = nPoint != std::string::npos && IsCapital(0) && IsCapital(nPoint + 1)
                            && sPart.find_first_of(" |\n") == std::string::npos;
         nNamed += bTest;
-        EXPECT_TRUE(!bTest || dTests.contains(sPart)) << sPart;
+        if (bTest)
+        {
+            EXPECT_TRUE(dTests.contains(sPart)) << sPart;
+        }
     }
     EXPECT_GT(nNamed, 20);
 }

@@ -157,7 +157,10 @@ inline std::vector<int> SocketsNamed(char const * szPart)
         sockaddr_un Name = {};
         socklen_t nName = sizeof(Name) - 1;
         bool const bNamed = getsockname(i, reinterpret_cast<sockaddr *>(&Name), &nName) == 0;
-        bNamed && std::strstr(Name.sun_path + 1, szPart) ? dSockets.push_back(i) : void();
+        if (bNamed && std::strstr(Name.sun_path + 1, szPart))
+        {
+            dSockets.push_back(i);
+        }
     }
     return dSockets;
 }

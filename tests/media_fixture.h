@@ -38,7 +38,14 @@ protected:
     {
         for (auto const & [sName, sContents] : dRows)
         {
-            sName.back() == '/' ? Folder.MakeFolder(sName) : Folder.Write(sName, sContents);
+            if (sName.back() == '/')
+            {
+                Folder.MakeFolder(sName);
+            }
+            else
+            {
+                Folder.Write(sName, sContents);
+            }
         }
     }
 

@@ -113,7 +113,10 @@ TEST_F(FolderWatch, LockTestWithoutLeasesWaitsForTwoEqualLooks)
     bool const bSuperuser = IsSuperuser();
     std::string const sOther = bSuperuser ? m_Folder.Write("file", "1") : "/etc/passwd";
     fs::permissions(m_Folder.GetPath(), fs::perms(0755));
-    bSuperuser ? fs::permissions(sOther, fs::perms(0666)) : void();
+    if (bSuperuser)
+    {
+        fs::permissions(sOther, fs::perms(0666));
+    }
     auto const LookTwice = [&]   // as no owner of the file, and without the right to leases
     {
         plat::FileLockTest_c LockTest(sOther.c_str());

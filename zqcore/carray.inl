@@ -80,7 +80,8 @@ void StaticArrayLenTraits_T<T, LENGTH>::Grow(int iAccessIndex)
 template <typename T, typename TRAITS>
 int SortedArray_T<T, TRAITS>::Add(T const & Element)
 {
-    T const Copy(Element);   // the element may be one of this array, whose storage Grow may free
+    // The element may be one of this array, whose storage Grow may free.
+    T const Copy(Element);   // NOLINT(performance-unnecessary-copy-initialization)
     this->Grow(this->iLength + 1);
     this->pData[this->iLength - 1] = Copy;
     return this->iLength - 1;

@@ -38,7 +38,7 @@ namespace
     plat::FaultFilter_t g_fnFormer = nullptr;
 
     // Of the report that is being written.
-    plat::RawFile_t g_hReport = 0;
+    plat::RawFile_t g_hReport = nullptr;
     bool g_bWriting = false;
     constinit plat::Symbols_c g_Symbols;
     char g_szDialog[LINE_SIZE];
@@ -323,7 +323,7 @@ long ExceptionReport_c::UnhandledExceptionFilter(plat::FaultPointers_t const * p
     WriteReport(*pFault);
     g_bWriting = false;
     plat::RawClose(g_hReport);
-    g_hReport = 0;
+    g_hReport = nullptr;
     LogCloseInCrash();
     return g_fnFormer ? g_fnFormer(pFault) : 0;
 }

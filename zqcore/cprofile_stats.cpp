@@ -67,7 +67,7 @@ namespace
         std::size_t const nBytes = nRecords * RECORD_SIZE;
         char * const pRecords = g_pBuffer + sizeof nRecords;
         std::memcpy(g_pBuffer, &nRecords, sizeof nRecords);
-        std::memcpy(pRecords, ProfilerTimers(), nBytes);
+        std::memcpy(pRecords, static_cast<void const *>(ProfilerTimers()), nBytes);
         for (std::uint32_t i = 0; i < nRecords; ++i)
         {
             PutMoved(pRecords + i * RECORD_SIZE, ProfilerTimers()[i]);

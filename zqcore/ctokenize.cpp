@@ -4,9 +4,10 @@
 
 namespace
 {
+    // The text is a copy, because it may be an element of dOut.
     template <typename ARRAY>
-    void Split(String_T<256> const sText, ARRAY & dOut,
-        char const * szSeparators)   // a copy, because it may be an element of dOut
+    void Split(String_T<256> const sText, ARRAY & dOut,   // NOLINT(performance-unnecessary-value-param)
+        char const * szSeparators)
     {
         for (char const * p = sText; *p;)
         {

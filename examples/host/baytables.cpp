@@ -195,7 +195,7 @@ NoFile_s BayReadTables(Bay_s & Bay)
 {
     for (TableOfBay_s const & TableOfBay : TABLES)
     {
-        NoFile_s const Why = ReadTable(Bay, TableOfBay);
+        NoFile_s Why = ReadTable(Bay, TableOfBay);
         if (!Why.sWhy.IsEmpty())
         {
             return Why;

@@ -104,7 +104,7 @@ namespace
             return "";
         }
         Watch_c const Watch(static_cast<char const *>(GetPQXMediaPath(false)), Survey);
-        std::string const sWhyNot = Watch_c::GetWhyNot();
+        std::string sWhyNot = Watch_c::GetWhyNot();
         Stats = sWhyNot.empty() ? LoopRun(FRAMES_UNTIL_OVER, Survey) : FrameStats_s{};
         return sWhyNot;
     }

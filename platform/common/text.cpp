@@ -147,14 +147,14 @@ namespace plat
                 return 2;
             }
             bool const bOneByte = cText < 0x80 || IsByte(cText);
-            int const nDigits = bOneByte ? 2 : 4;
+            std::size_t const nDigits = bOneByte ? 2 : 4;
             char32_t const nValue = IsByte(cText) ? cText - WIDE_OF_BYTE : cText;
             pOut[1] = bOneByte ? 'x' : 'u';
-            for (int i = 0; i < nDigits; ++i)
+            for (std::size_t i = 0; i < nDigits; ++i)
             {
                 pOut[2 + i] = DIGITS[nValue >> (4 * (nDigits - 1 - i)) & 0xF];
             }
-            return static_cast<std::size_t>(2 + nDigits);
+            return 2 + nDigits;
         }
 
         template <typename CHAR>

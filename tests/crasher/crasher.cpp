@@ -357,7 +357,10 @@ int main(int nArguments, char ** dArguments)
     {
         for (auto const & [szName, fnArrange] : CIRCUMSTANCES)
         {
-            std::strcmp(szName, dArguments[i]) == 0 ? fnArrange() : void();
+            if (std::strcmp(szName, dArguments[i]) == 0)
+            {
+                fnArrange();
+            }
         }
     }
     Fault();

@@ -251,6 +251,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", type=pathlib.Path)
     parser.add_argument("--sample", type=int, help="runs to make, spread evenly over all")
+    parser.add_argument("--part", default="1/1", metavar="K/N", help="makes the K-th of N parts of the runs")
     parser.add_argument("--only", default="", metavar="SCENARIO[/KIND]")
     parser.add_argument("--kill", type=int, metavar="N", help="kills each scenario N times")
     parser.add_argument("--jobs", type=int, default=3 * os.cpu_count())   # they wait most of the time
@@ -283,6 +284,8 @@ def main():
         possible = len(plans)
         if options.sample and options.sample < len(plans):
             plans = [plans[i * len(plans) // options.sample] for i in range(options.sample)]
+        part, parts = map(int, options.part.split("/"))
+        plans = plans[part - 1::parts]
         rows = collections.defaultdict(collections.Counter)
         broken = []
 

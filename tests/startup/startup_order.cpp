@@ -157,7 +157,10 @@ int main(int nArguments, char ** dArguments)
     Check(g_nLines == 1 && g_nCommands == 1, "listener and callback were called");
     for (auto const & [szWish, fnRun] : WISHES)
     {
-        nArguments > 1 && std::strcmp(szWish, dArguments[1]) == 0 ? fnRun(dArguments[2]) : void();
+        if (nArguments > 1 && std::strcmp(szWish, dArguments[1]) == 0)
+        {
+            fnRun(dArguments[2]);
+        }
     }
     Module_c::ShutdownAllModules();
     AppMiscShutdown();
