@@ -8,6 +8,7 @@
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/cfile.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory_internal.h"
 
 #include <atomic>
 
@@ -323,6 +324,47 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
         alarm(20);   // ends threads that wait for ever
         InThreads(3, [](int iThread) { iThread == 0 ? Warning("first") : iThread == 1 ? fnAbort() : fnFailRead(); });
         return s_nHeard >= 3 ? 0 : 1;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
+}
+
+// The heap complains with its lock held, and a dialog's handler while other threads may wait for the dialog.
+TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
+{
+    static Gate_c s_Inside;
+    static auto const Located = [](char const * szText) { DebugMessages_c::Get().DebugAssert("file.cpp", 1, szText); };
+    LogDone();
+    g_WarningsCallbacker.Reset(), g_ExecutionCallbacker.Reset();
+    g_WarningsCallbacker.Add(
+        [](char const * szText)
+        {
+            if (szText[0] == 'o')
+            {
+                s_Inside.Open();
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                delete[] ZQ_NEW char[10];
+                Located("in a receiver");
+            }
+        },
+        false);
+    plat::DialogSetHandler(
+        [](plat::Dialog_t const &)
+        {
+            Warning("in a handler");
+            return Answer_e::Ignore;
+        });
+    auto const Run = []
+    {
+        alarm(20);   // ends threads that wait for ever
+        std::thread Other([] { Warning("odd"); });
+        s_Inside.Wait();
+        char * const pBlock = ZQ_NEW char[10];
+        g_MemoryCounters.iTotalCount += 1;
+        delete[] pBlock;   // fails MemoryCheckConsistency
+        g_MemoryCounters.iTotalCount -= 1;
+        Located("beside a receiver");
+        Other.join();
+        return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
 }

@@ -30,18 +30,42 @@ namespace
     constinit plat::Lock_c g_FiringLock;
     plat::ForkLock_c const g_FiringForkLock(g_FiringLock);
     ZQ_THREAD_LOCAL int t_nFirings = 0;   // of the calling thread
+    ZQ_THREAD_LOCAL int t_nNoWaits = 0;   // scopes of FiringNoWait_c
+
+    bool Grant()
+    {
+        if (t_nNoWaits > 0)
+        {
+            return g_FiringLock.TryEnter();
+        }
+        g_FiringLock.Enter();
+        return true;
+    }
 }
 
 Firing_c::Firing_c()
+    : m_bGranted(Grant())
 {
-    g_FiringLock.Enter();
-    ++t_nFirings;
+    t_nFirings += m_bGranted;
 }
 
 Firing_c::~Firing_c()
 {
-    --t_nFirings;
-    g_FiringLock.Leave();
+    if (m_bGranted)
+    {
+        --t_nFirings;
+        g_FiringLock.Leave();
+    }
+}
+
+FiringNoWait_c::FiringNoWait_c()
+{
+    ++t_nNoWaits;
+}
+
+FiringNoWait_c::~FiringNoWait_c()
+{
+    --t_nNoWaits;
 }
 
 void Firing_c::EndAll()

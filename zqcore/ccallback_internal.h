@@ -14,6 +14,23 @@ public:
     Firing_c(Firing_c const &) = delete;
     Firing_c & operator=(Firing_c const &) = delete;
 
+    /// Returns whether the caller may fire. False only in a FiringNoWait_c, while another thread fires.
+    bool IsGranted() const { return m_bGranted; }
+
     /// Ends all firings of the calling thread. Requires that the thread does not return to them.
     static void EndAll();
+
+private:
+    bool const m_bGranted;
+};
+
+/// Scope in which the firings of the calling thread do not wait: the thread holds a lock that receivers of another thread
+/// may need, such as the heap's. An event is dropped while another thread fires; its complaint is in the log.
+class FiringNoWait_c
+{
+public:
+    FiringNoWait_c();
+    ~FiringNoWait_c();
+    FiringNoWait_c(FiringNoWait_c const &) = delete;
+    FiringNoWait_c & operator=(FiringNoWait_c const &) = delete;
 };

@@ -53,13 +53,19 @@ namespace
     void FireWarning(char const * szText)
     {
         Firing_c const Firing;
-        g_WarningsCallbacker.Fire(szText, false);
+        if (Firing.IsGranted())
+        {
+            g_WarningsCallbacker.Fire(szText, false);
+        }
     }
 
     void FireExecution(bool bGoesOn)
     {
         Firing_c const Firing;
-        g_ExecutionCallbacker.Fire(bGoesOn, false);
+        if (Firing.IsGranted())
+        {
+            g_ExecutionCallbacker.Fire(bGoesOn, false);
+        }
     }
 
     // Leaves the locks first: an exit handler may join a thread that waits to fire.

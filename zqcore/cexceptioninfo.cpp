@@ -1,5 +1,6 @@
 #include "zqcore/cexceptioninfo_internal.h"
 
+#include "zqcore/ccallback_internal.h"
 #include "zqcore/cdebug.h"
 
 #include "platform/debugger.h"
@@ -182,6 +183,7 @@ namespace
 
     void HandlePending(plat::FaultPointers_t const & Pending)
     {
+        FiringNoWait_c const NoWait;   // the thread whose fault this is may fire
         ExceptionInfo_c & Info = ExceptionInfo_c::Get();
         plat::FaultContext_t const & Context = *Pending.pContext;
         SetUpSymbols(Context);

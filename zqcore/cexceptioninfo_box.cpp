@@ -1,3 +1,4 @@
+#include "zqcore/ccallback_internal.h"
 #include "zqcore/cexceptioninfo_internal.h"
 
 #include "platform/dialog.h"
@@ -82,6 +83,7 @@ int MessageBoxPlain(void * hOwner, char const * sText, char const * sCaption, un
 int ExceptionInfo_c::MessageBoxWithTrace(
     void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip)
 {
-    Scope_c const Scope;   // its destructor prevents a tail call, which would remove this frame
+    Scope_c const Scope;           // its destructor prevents a tail call, which would remove this frame
+    FiringNoWait_c const NoWait;   // a receiver of another thread may wait for this dialog
     return ShowFromHere({ hOwner, sText, sCaption, nStyle, nFrames, nSkip });
 }

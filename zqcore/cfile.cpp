@@ -21,7 +21,10 @@ namespace
     void Tell(Callbacker_T<char const *> & Event, char const * szText)
     {
         Firing_c const Firing;
-        Event.Fire(szText, false);
+        if (Firing.IsGranted())
+        {
+            Event.Fire(szText, false);
+        }
     }
 
     // Untracks first: another thread may get the same handle number as soon as this one is closed.

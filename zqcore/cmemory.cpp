@@ -1,5 +1,6 @@
 #include "zqcore/cmemory_internal.h"
 
+#include "zqcore/ccallback_internal.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
 #include "zqcore/clog_internal.h"
@@ -216,7 +217,11 @@ namespace
             }
         }
         bool const bNegative = g_MemoryCounters.dCount[eCategory] < 0 || g_MemoryCounters.dBytes[eCategory] < 0;
-        ZQ_ASSERT_TEXT((bSoundBefore && !bNegative) || MemoryCheckConsistency(), "MemoryCheckConsistency()");
+        if (!bSoundBefore || bNegative)
+        {
+            FiringNoWait_c const NoWait;   // a receiver of another thread may wait for the heap's lock
+            ZQ_ASSERT_TEXT(MemoryCheckConsistency(), "MemoryCheckConsistency()");
+        }
     }
 
     // Returns whether the module of an object's class is still loaded: the table of its virtual functions and the first
