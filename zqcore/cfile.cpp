@@ -514,11 +514,12 @@ int FileStored_c::SeekStored(long iOffset, int iOrigin)
     {
         return 0;
     }
-    std::int64_t const iBefore = iOrigin == 1 || iOrigin == 2 ? plat::FileSeek(m_hFile, 0, 1) : 0;
+    // A position above INT_MAX is out of the range of TellStored if long has 32 bits. The file itself is shorter.
+    std::int64_t const iBeforeEnd = iOrigin == 2 && iOffset > 0 ? plat::FileSeek(m_hFile, 0, 1) : 0;
     std::int64_t const iAfter = plat::FileSeek(m_hFile, iOffset, iOrigin);
-    if (iAfter > INT_MAX)   // out of the range of TellStored if long has 32 bits
+    if (iAfter > INT_MAX)
     {
-        plat::FileSeek(m_hFile, iBefore, 0);
+        plat::FileSeek(m_hFile, iOrigin == 1 ? iAfter - iOffset : iBeforeEnd, 0);
     }
     return iAfter >= 0 && iAfter <= INT_MAX ? 1 : 0;
 }

@@ -1,6 +1,6 @@
 # What Linux adds to the library's build.
 
-# Calls out of the library are bound at load, so that a crash need not bind them first. They use no stub.
+# Calls out of the library are bound at load and go past the procedure linkage table, so that a crash binds none.
 set(ZQCORE_SYSTEM_COMPILE_OPTIONS -fno-plt)
 
 set(ZQCORE_EXPORTS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
