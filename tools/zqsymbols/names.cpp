@@ -97,21 +97,16 @@ namespace zqsymbols
         return std::string(sName.size() != sUnqualified.size() ? WithoutReturnType(sName) : sName);
     }
 
-    std::optional<Function_t> FunctionAt(Process_c const & Process, std::uint64_t nAddress)
+    std::optional<Function_t> FunctionAt(Modules_c & Modules, std::uint64_t nAddress)
     {
-        Dwfl_Module * const pModule = Process.ModuleAt(nAddress);
-        GElf_Off nOffset = 0;
-        GElf_Sym Symbol;
-        char const * const szName =
-            pModule == nullptr ? nullptr
-                               : dwfl_module_addrinfo(pModule, nAddress, &nOffset, &Symbol, nullptr, nullptr, nullptr);
-        return szName == nullptr ? std::nullopt : std::optional(Function_t{ PlainName(szName), nOffset });
+        std::optional<Symbol_t> const Symbol = Modules.SymbolAt(nAddress);
+        return Symbol ? std::optional(Function_t{ PlainName(Symbol->szName), Symbol->nDisplacement }) : std::nullopt;
     }
 
     // A path may be relative to the folder that the compiler ran in.
-    std::optional<Line_t> LineAt(Process_c const & Process, std::uint64_t nAddress)
+    std::optional<Line_t> LineAt(Modules_c & Modules, std::uint64_t nAddress)
     {
-        std::optional<Unit_t> Unit = Process.UnitAt(nAddress);
+        std::optional<Unit_t> Unit = Modules.UnitAt(nAddress);
         Dwarf_Line * const pLine = Unit ? dwarf_getsrc_die(&Unit->Die, nAddress - Unit->nBias) : nullptr;
         int nLine = 0;
         char const * const szFile = pLine != nullptr ? dwarf_linesrc(pLine, nullptr, nullptr) : nullptr;

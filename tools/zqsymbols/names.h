@@ -1,7 +1,7 @@
 // names.h: functions and source lines by address.
 #pragma once
 
-#include "tools/zqsymbols/process.h"
+#include "tools/zqsymbols/modules.h"
 
 #include <string>
 #include <string_view>
@@ -16,12 +16,12 @@ namespace zqsymbols
         std::string sName;
         std::uint64_t nDisplacement;
     };
-    std::optional<Function_t> FunctionAt(Process_c const & Process, std::uint64_t nAddress);
+    std::optional<Function_t> FunctionAt(Modules_c & Modules, std::uint64_t nAddress);
 
     struct Line_t
     {
         std::string sFile;
         unsigned nLine;
     };
-    std::optional<Line_t> LineAt(Process_c const & Process, std::uint64_t nAddress);
+    std::optional<Line_t> LineAt(Modules_c & Modules, std::uint64_t nAddress);
 }

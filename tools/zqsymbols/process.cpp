@@ -2,50 +2,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <vector>
 
 namespace zqsymbols
 {
     namespace
     {
         constexpr char VDSO[] = "[vdso]";   // the system's own module, in memory alone
-
-        Process_c * g_pProcess = nullptr;   // for callbacks without a parameter for it
-
-        Elf * OpenVdso(Dwfl_Module * pModule)
-        {
-            Dwarf_Addr nStart = 0;
-            Dwarf_Addr nEnd = 0;
-            dwfl_module_info(pModule, nullptr, &nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
-            static std::vector<char> dBytes;   // the Elf refers to them
-            dBytes.resize(nEnd - nStart);
-            return g_pProcess->Read(nStart, dBytes.data(), dBytes.size()) ? elf_memory(dBytes.data(), dBytes.size())
-                                                                          : nullptr;
-        }
-
-        int FindElf(Dwfl_Module * pModule, void **, char const * szModule, Dwarf_Addr, char ** pszFile, Elf ** ppElf)
-        {
-            if (std::strcmp(szModule, VDSO) == 0)
-            {
-                *ppElf = OpenVdso(pModule);
-                return -1;
-            }
-            *pszFile = strdup(szModule);
-            return open(szModule, O_RDONLY | O_CLOEXEC);
-        }
-
-        // Separate debug files are searched beside the module and in the system's folders.
-        char g_szDebugPath[] = ":.debug:/usr/lib/debug";
-        char * g_pszDebugPath = g_szDebugPath;
-
-        constexpr Dwfl_Callbacks CALLBACKS = { FindElf, dwfl_standard_find_debuginfo, dwfl_offline_section_address,
-            &g_pszDebugPath };
     }
 
     bool Process_c::Start()
@@ -64,8 +30,6 @@ namespace zqsymbols
         {
             m_Registers.Set(m_nWord == 8 ? NUMBERS_64[i] : NUMBERS_32[i], Start.dRegisters[i]);
         }
-        g_pProcess = this;
-        m_pDwfl = dwfl_begin(&CALLBACKS);
         ReportModules();
         return true;
     }
@@ -80,10 +44,9 @@ namespace zqsymbols
         {
             if (!sModule.empty())
             {
-                dwfl_report_module(m_pDwfl, sModule.c_str(), nStart, nEnd);
+                AddModule(sModule.c_str(), nStart, nEnd);
             }
         };
-        dwfl_report_begin(m_pDwfl);
         std::FILE * const pMaps = fdopen(plat::SYMBOL_MAPS, "r");
         char szLine[4200];
         while (pMaps != nullptr && std::fgets(szLine, sizeof(szLine), pMaps) != nullptr)
@@ -114,7 +77,7 @@ namespace zqsymbols
         {
             std::fclose(pMaps);
         }
-        dwfl_report_end(m_pDwfl, nullptr, nullptr);
+        EndModules();
     }
 
     std::optional<Process_c::Page_t> const & Process_c::PageAt(std::uint64_t nPage)
@@ -167,29 +130,5 @@ namespace zqsymbols
             return std::nullopt;
         }
         return nValue;
-    }
-
-    // Some compilers write no table of the units' addresses. Another unit's table may then claim too much, so each unit
-    // is searched.
-    std::optional<Unit_t> Process_c::UnitAt(std::uint64_t nAddress) const
-    {
-        Dwfl_Module * const pModule = ModuleAt(nAddress);
-        if (pModule == nullptr)
-        {
-            return std::nullopt;
-        }
-        Dwarf_Addr nBias = 0;
-        auto const Holds = [&](Dwarf_Die * pUnit) { return dwarf_haspc(pUnit, nAddress - nBias) > 0; };
-        Dwarf_Die * pUnit = dwfl_module_addrdie(pModule, nAddress, &nBias);
-        if (pUnit == nullptr || !Holds(pUnit))
-        {
-            pUnit = nullptr;
-            do
-            {
-                pUnit = dwfl_module_nextcu(pModule, pUnit, &nBias);
-            }
-            while (pUnit != nullptr && !Holds(pUnit));
-        }
-        return pUnit == nullptr ? std::nullopt : std::optional(Unit_t{ *pUnit, nBias });
     }
 }

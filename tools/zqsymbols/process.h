@@ -1,14 +1,14 @@
 // process.h: the examined process: its registers, its memory and its modules.
 //
-// Memory arrives page by page over the socket and is cached. A module's file is opened at the first address in it.
+// Memory arrives page by page over the socket and is cached.
 #pragma once
 
 #include "platform/linux/symbolprotocol.h"
+#include "tools/zqsymbols/modules.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <elfutils/libdwfl.h>
 #include <optional>
 #include <unordered_map>
 
@@ -31,21 +31,9 @@ namespace zqsymbols
         }
     };
 
-    /// A compilation unit, and the difference between addresses in memory and its own.
-    struct Unit_t
-    {
-        Dwarf_Die Die;
-        Dwarf_Addr nBias;
-    };
-
-    class Process_c
+    class Process_c final : public Modules_c
     {
     public:
-        Process_c() = default;
-        ~Process_c() { dwfl_end(m_pDwfl); }
-        Process_c(Process_c const &) = delete;
-        Process_c & operator=(Process_c const &) = delete;
-
         /// Returns false if the other side is of another build.
         bool Start();
 
@@ -57,16 +45,10 @@ namespace zqsymbols
         Registers_t const & GetRegisters() const { return m_Registers; }
 
         /// Copies nBytes from an address. Returns false if not all of them are readable.
-        bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
+        bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes) override;
 
         /// Returns an unsigned number of 1 to 8 bytes, or nothing if it is not readable.
         std::optional<std::uint64_t> ReadNumber(std::uint64_t nAddress, std::size_t nBytes);
-
-        /// Returns the module that holds an address, or null.
-        Dwfl_Module * ModuleAt(std::uint64_t nAddress) const { return dwfl_addrmodule(m_pDwfl, nAddress); }
-
-        /// Returns the compilation unit that holds an address.
-        std::optional<Unit_t> UnitAt(std::uint64_t nAddress) const;
 
     private:
         using Page_t = std::array<std::uint8_t, plat::SYMBOL_PAGE>;
@@ -76,7 +58,6 @@ namespace zqsymbols
 
         std::uint64_t m_nWord = 8;
         Registers_t m_Registers;
-        Dwfl * m_pDwfl = nullptr;
         std::unordered_map<std::uint64_t, std::optional<Page_t>> m_dPages;
     };
 }

@@ -26,9 +26,6 @@ namespace zqsymbols
         std::vector<Variable_t> Of(Frame_t const & Frame, Types_c & Types);
 
     private:
-        std::vector<Dwarf_Die> ScopesAt(Unit_t & Unit, std::uint64_t nAddress);
-
         Process_c & m_Process;
-        std::unordered_map<void *, std::vector<Dwarf_Die>> m_dFunctions;   // with code, by their unit
     };
 }

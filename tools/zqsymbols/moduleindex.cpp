@@ -1,0 +1,256 @@
+#include "tools/zqsymbols/moduleindex.h"
+
+#include <algorithm>
+#include <dwarf.h>
+#include <limits>
+#include <utility>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr std::uint64_t RANGE_MAX = std::numeric_limits<std::uint32_t>::max();
+
+        // The linker's fill between two functions of a unit.
+        constexpr std::uint64_t GAP_MAX = 16;
+
+        // Collects the ranges inside a module.
+        class Collector_c
+        {
+        public:
+            Collector_c(std::uint64_t nStart, std::uint64_t nEnd)
+                : m_nStart(nStart)
+                , m_nEnd(nEnd)
+            {}
+
+            void Add(std::uint64_t nFrom, std::uint64_t nTo, std::uint64_t nValue)
+            {
+                bool const bInside = nFrom >= m_nStart && nFrom <= nTo && nTo <= m_nEnd && nTo - m_nStart <= RANGE_MAX;
+                if (bInside)
+                {
+                    dRanges.push_back({ static_cast<std::uint32_t>(nFrom - m_nStart),
+                        static_cast<std::uint32_t>(nTo - nFrom), nValue });
+                }
+            }
+
+            // Extends the last range if that belongs to the same unit and ends right before.
+            void AddUnit(std::uint64_t nFrom, std::uint64_t nTo, std::uint64_t nUnit)
+            {
+                std::uint64_t const nLastEnd =
+                    dRanges.empty() ? 0 : m_nStart + dRanges.back().nStart + dRanges.back().nBytes;
+                bool const bExtends = !dRanges.empty() && dRanges.back().nValue == nUnit && nFrom >= nLastEnd
+                                      && nFrom - nLastEnd < GAP_MAX && nFrom <= nTo && nTo <= m_nEnd
+                                      && nTo - m_nStart <= RANGE_MAX;
+                if (bExtends)
+                {
+                    dRanges.back().nBytes += static_cast<std::uint32_t>(nTo - nLastEnd);
+                }
+                else if (nFrom != nTo)
+                {
+                    Add(nFrom, nTo, nUnit);
+                }
+            }
+
+            std::vector<IndexRange_t> dRanges;
+
+        private:
+            std::uint64_t m_nStart;
+            std::uint64_t m_nEnd;
+        };
+
+        // A linker leaves the ranges of functions that it dropped at addresses without code.
+        class Code_c
+        {
+        public:
+            explicit Code_c(Elf * pElf)
+            {
+                std::size_t nHeaders = 0;
+                GElf_Phdr Header;
+                elf_getphdrnum(pElf, &nHeaders);
+                for (int i = 0; i < static_cast<int>(nHeaders) && gelf_getphdr(pElf, i, &Header) != nullptr; ++i)
+                {
+                    if (Header.p_type == PT_LOAD && (Header.p_flags & PF_X) != 0)
+                    {
+                        m_dSegments.emplace_back(Header.p_vaddr, Header.p_memsz);
+                    }
+                }
+            }
+
+            bool Holds(std::uint64_t nAddress) const
+            {
+                return m_dSegments.empty()
+                       || std::ranges::any_of(m_dSegments,
+                           [nAddress](auto const & Segment) { return nAddress - Segment.first < Segment.second; });
+            }
+
+        private:
+            std::vector<std::pair<std::uint64_t, std::uint64_t>> m_dSegments;
+        };
+
+        void CollectUnits(Dwarf * pDwarf, Dwarf_Addr nBias, Collector_c & Collector)
+        {
+            Code_c const Code(dwarf_getelf(pDwarf));
+            Dwarf_CU * pUnit = nullptr;
+            Dwarf_Die Die;
+            std::uint8_t nType = 0;
+            while (dwarf_get_units(pDwarf, pUnit, &pUnit, nullptr, &nType, &Die, nullptr) == 0)
+            {
+                Dwarf_Addr nBase = 0;
+                Dwarf_Addr nFrom = 0;
+                Dwarf_Addr nTo = 0;
+                bool const bCode = nType == DW_UT_compile || nType == DW_UT_skeleton;
+                for (std::ptrdiff_t n = bCode ? dwarf_ranges(&Die, 0, &nBase, &nFrom, &nTo) : 0; n > 0;
+                     n = dwarf_ranges(&Die, n, &nBase, &nFrom, &nTo))
+                {
+                    if (Code.Holds(nFrom))
+                    {
+                        Collector.AddUnit(nFrom + nBias, nTo + nBias, dwarf_dieoffset(&Die));
+                    }
+                }
+            }
+        }
+
+        // Orders symbols at one address: a local one, then a weak one, then a global one. Of two equal ones the first is
+        // the last.
+        std::uint64_t Rank(GElf_Sym const & Symbol, int iSymbol)
+        {
+            unsigned const nBinding = GELF_ST_BIND(Symbol.st_info);
+            std::uint64_t const nStrength = nBinding == STB_LOCAL ? 0 : nBinding == STB_WEAK ? 1 : 2;
+            return nStrength << 32 | static_cast<std::uint32_t>(~iSymbol);
+        }
+
+        int SymbolOf(std::uint64_t nRank)
+        {
+            return ~static_cast<int>(static_cast<std::uint32_t>(nRank));
+        }
+
+        std::uint64_t SectionEnd(Elf * pElf, GElf_Word iSection, GElf_Addr nBias)
+        {
+            GElf_Shdr Header;
+            bool const bFound = gelf_getshdr(elf_getscn(pElf, iSection), &Header) != nullptr;
+            return bFound ? Header.sh_addr + Header.sh_size + nBias : 0;
+        }
+
+        // A symbol without a size, as assembly has, extends to the next symbol or to the end of its section. Inside of
+        // another symbol it is only a label.
+        void CollectSymbols(Dwfl_Module * pModule, Collector_c & Sized, Collector_c & Sizeless)
+        {
+            int const nSymbols = dwfl_module_getsymtab(pModule);
+            for (int i = 1; i < nSymbols; ++i)
+            {
+                GElf_Sym Symbol;
+                GElf_Addr nAddress = 0;
+                GElf_Word iSection = 0;
+                Elf * pElf = nullptr;
+                Dwarf_Addr nBias = 0;
+                char const * const szName =
+                    dwfl_module_getsym_info(pModule, i, &Symbol, &nAddress, &iSection, &pElf, &nBias);
+                unsigned const nType = GELF_ST_TYPE(Symbol.st_info);
+                if (szName == nullptr || szName[0] == '\0' || iSection == SHN_UNDEF || iSection == SHN_ABS
+                    || nType == STT_SECTION || nType == STT_FILE || nType == STT_TLS)
+                {
+                    continue;
+                }
+                bool const bSized = Symbol.st_size != 0;
+                std::uint64_t const nEnd = bSized ? nAddress + Symbol.st_size : SectionEnd(pElf, iSection, nBias);
+                (bSized ? Sized : Sizeless).Add(nAddress, nEnd, Rank(Symbol, i));
+            }
+        }
+
+        bool IsBefore(IndexRange_t const & Left, IndexRange_t const & Right)
+        {
+            return Left.nStart != Right.nStart   ? Left.nStart < Right.nStart
+                   : Left.nBytes != Right.nBytes ? Left.nBytes > Right.nBytes
+                                                 : Left.nValue < Right.nValue;
+        }
+
+        // Adds those of the symbols without a size that lie outside of the others. Both are sorted.
+        void AddOutside(std::vector<IndexRange_t> & dSized, std::vector<IndexRange_t> & dSizeless)
+        {
+            std::vector<IndexRange_t> dAdded;
+            std::uint64_t nSizedEnd = 0;
+            std::size_t iSized = 0;
+            for (std::size_t i = 0; i < dSizeless.size(); ++i)
+            {
+                IndexRange_t & Label = dSizeless[i];
+                while (iSized < dSized.size() && dSized[iSized].nStart <= Label.nStart)
+                {
+                    nSizedEnd = std::max<std::uint64_t>(
+                        nSizedEnd, std::uint64_t{ dSized[iSized].nStart } + dSized[iSized].nBytes);
+                    ++iSized;
+                }
+                if (nSizedEnd <= Label.nStart)
+                {
+                    std::uint32_t const nNext = iSized < dSized.size() ? dSized[iSized].nStart : 0xFFFFFFFF;
+                    Label.nBytes = std::min(Label.nBytes, nNext - Label.nStart);
+                    dAdded.push_back(Label);
+                }
+            }
+            dSized.insert(dSized.end(), dAdded.begin(), dAdded.end());
+        }
+    }
+
+    RangeIndex_c::RangeIndex_c(std::vector<IndexRange_t> dRanges)
+        : m_dRanges(std::move(dRanges))
+    {
+        std::sort(m_dRanges.begin(), m_dRanges.end(), IsBefore);
+        m_dEnds.reserve(m_dRanges.size());
+        std::uint64_t nEnd = 0;
+        for (IndexRange_t const & Range : m_dRanges)
+        {
+            nEnd = std::max(nEnd, std::uint64_t{ Range.nStart } + Range.nBytes);
+            m_dEnds.push_back(nEnd);
+        }
+    }
+
+    std::size_t RangeIndex_c::CountUpTo(std::uint64_t nAddress) const
+    {
+        auto const iAfter = std::upper_bound(m_dRanges.begin(), m_dRanges.end(), nAddress,
+            [](std::uint64_t n, IndexRange_t const & Range) { return n < Range.nStart; });
+        return static_cast<std::size_t>(iAfter - m_dRanges.begin());
+    }
+
+    void ModuleIndex_c::Build(Dwfl_Module * pModule)
+    {
+        Dwarf_Addr nEnd = 0;
+        dwfl_module_info(pModule, nullptr, &m_nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
+        Collector_c Units(m_nStart, nEnd);
+        Dwarf_Addr nBias = 0;
+        if (Dwarf * const pDwarf = dwfl_module_getdwarf(pModule, &nBias); pDwarf != nullptr)
+        {
+            CollectUnits(pDwarf, nBias, Units);
+        }
+        m_Units = RangeIndex_c(std::move(Units.dRanges));
+        Collector_c Sized(m_nStart, nEnd);
+        Collector_c Sizeless(m_nStart, nEnd);
+        CollectSymbols(pModule, Sized, Sizeless);
+        std::sort(Sized.dRanges.begin(), Sized.dRanges.end(), IsBefore);
+        std::sort(Sizeless.dRanges.begin(), Sizeless.dRanges.end(), IsBefore);
+        AddOutside(Sized.dRanges, Sizeless.dRanges);
+        m_Symbols = RangeIndex_c(std::move(Sized.dRanges));
+    }
+
+    std::vector<std::uint64_t> ModuleIndex_c::UnitsAt(std::uint64_t nAddress) const
+    {
+        std::vector<std::uint64_t> dUnits;
+        auto const Add = [&dUnits](std::uint64_t nUnit)
+        {
+            dUnits.push_back(nUnit);
+            return false;
+        };
+        m_Units.At(nAddress - m_nStart, Add);
+        return dUnits;
+    }
+
+    std::optional<int> ModuleIndex_c::SymbolAt(std::uint64_t nAddress) const
+    {
+        std::optional<int> iSymbol;
+        auto const Set = [&iSymbol](std::uint64_t nRank)
+        {
+            iSymbol = SymbolOf(nRank);
+            return true;
+        };
+        m_Symbols.At(nAddress - m_nStart, Set);
+        return iSymbol;
+    }
+}

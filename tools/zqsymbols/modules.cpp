@@ -1,0 +1,122 @@
+#include "tools/zqsymbols/modules.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <vector>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr char VDSO[] = "[vdso]";   // the system's own module, in memory alone
+
+        Elf * OpenVdso(Modules_c & Modules, Dwfl_Module * pModule)
+        {
+            Dwarf_Addr nStart = 0;
+            Dwarf_Addr nEnd = 0;
+            dwfl_module_info(pModule, nullptr, &nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
+            static std::vector<char> dBytes;   // the Elf refers to them
+            dBytes.resize(nEnd - nStart);
+            return Modules.Read(nStart, dBytes.data(), dBytes.size()) ? elf_memory(dBytes.data(), dBytes.size())
+                                                                      : nullptr;
+        }
+
+        int FindElf(
+            Dwfl_Module * pModule, void ** ppModules, char const * szModule, Dwarf_Addr, char ** pszFile, Elf ** ppElf)
+        {
+            if (std::strcmp(szModule, VDSO) == 0)
+            {
+                *ppElf = OpenVdso(*static_cast<Modules_c *>(*ppModules), pModule);
+                return -1;
+            }
+            *pszFile = strdup(szModule);
+            return open(szModule, O_RDONLY | O_CLOEXEC);
+        }
+
+        // Separate debug files are searched beside the module and in the system's folders.
+        char g_szDebugPath[] = ":.debug:/usr/lib/debug";
+        char * g_pszDebugPath = g_szDebugPath;
+
+        constexpr Dwfl_Callbacks CALLBACKS = { FindElf, dwfl_standard_find_debuginfo, dwfl_offline_section_address,
+            &g_pszDebugPath };
+    }
+
+    Modules_c::Modules_c()
+        : m_pDwfl(dwfl_begin(&CALLBACKS))
+    {
+        dwfl_report_begin(m_pDwfl);
+    }
+
+    void Modules_c::AddModule(char const * szPath, std::uint64_t nStart, std::uint64_t nEnd)
+    {
+        Dwfl_Module * const pModule = dwfl_report_module(m_pDwfl, szPath, nStart, nEnd);
+        void ** ppModules = nullptr;
+        if (pModule != nullptr
+            && dwfl_module_info(pModule, &ppModules, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr))
+        {
+            *ppModules = this;
+        }
+    }
+
+    bool Modules_c::Read(std::uint64_t, void *, std::size_t)
+    {
+        return false;
+    }
+
+    ModuleIndex_c const & Modules_c::IndexOf(Dwfl_Module * pModule)
+    {
+        auto const [iIndex, bNew] = m_dIndices.try_emplace(pModule);
+        if (bNew)
+        {
+            iIndex->second.Build(pModule);
+        }
+        return iIndex->second;
+    }
+
+    std::optional<Unit_t> Modules_c::UnitAt(std::uint64_t nAddress)
+    {
+        Dwfl_Module * const pModule = ModuleAt(nAddress);
+        Dwarf_Addr nBias = 0;
+        Dwarf * const pDwarf = pModule == nullptr ? nullptr : dwfl_module_getdwarf(pModule, &nBias);
+        if (pDwarf == nullptr)
+        {
+            return std::nullopt;
+        }
+        Unit_t Unit = { {}, nBias };
+        for (std::uint64_t const nUnit : IndexOf(pModule).UnitsAt(nAddress))
+        {
+            if (dwarf_offdie(pDwarf, nUnit, &Unit.Die) != nullptr && dwarf_haspc(&Unit.Die, nAddress - nBias) > 0)
+            {
+                return Unit;
+            }
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Symbol_t> Modules_c::SymbolAt(std::uint64_t nAddress)
+    {
+        Dwfl_Module * const pModule = ModuleAt(nAddress);
+        std::optional<int> const iSymbol = pModule == nullptr ? std::nullopt : IndexOf(pModule).SymbolAt(nAddress);
+        GElf_Sym Symbol;
+        GElf_Addr nStart = 0;
+        char const * const szName =
+            iSymbol ? dwfl_module_getsym_info(pModule, *iSymbol, &Symbol, &nStart, nullptr, nullptr, nullptr) : nullptr;
+        return szName == nullptr ? std::nullopt : std::optional(Symbol_t{ szName, nAddress - nStart });
+    }
+
+    std::string BuildIdOf(Dwfl_Module * pModule)
+    {
+        constexpr char DIGITS[] = "0123456789abcdef";
+        GElf_Addr nUnused = 0;
+        unsigned char const * pBytes = nullptr;
+        dwfl_module_getelf(pModule, &nUnused);
+        int const nBytes = dwfl_module_build_id(pModule, &pBytes, &nUnused);
+        std::string sText;
+        for (int i = 0; i < nBytes; ++i)
+        {
+            sText += { DIGITS[pBytes[i] >> 4], DIGITS[pBytes[i] & 15] };
+        }
+        return sText;
+    }
+}

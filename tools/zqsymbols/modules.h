@@ -1,0 +1,83 @@
+// modules.h: programs and libraries by address, with their debug information. It needs no process.
+//
+//     Modules_c Modules;
+//     Modules.AddModule("/folder/program", nStart, nEnd);   // as mapped; each module once
+//     Modules.EndModules();
+//     FunctionAt(Modules, nAddress);                        // names.h
+//     LineAt(Modules, nAddress);
+//
+// Ownership: what refers to a module or a unit is valid as long as the object.
+// Threads: one thread uses an object.
+// Cost: a module's files are opened at the first address in it. An index of its units and symbols is then built once.
+// Failure: a module whose file is missing, damaged or of another build id than the one asked for has no names.
+#pragma once
+
+#include "tools/zqsymbols/moduleindex.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <elfutils/libdwfl.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace zqsymbols
+{
+    /// A compilation unit, and the difference between addresses in memory and its own.
+    struct Unit_t
+    {
+        Dwarf_Die Die;
+        Dwarf_Addr nBias;
+    };
+
+    /// A symbol of a module's symbol table. The name is the linker's.
+    struct Symbol_t
+    {
+        char const * szName;
+        std::uint64_t nDisplacement;   // of the address from its start
+    };
+
+    class Modules_c
+    {
+    public:
+        Modules_c();
+        virtual ~Modules_c() { dwfl_end(m_pDwfl); }
+        Modules_c(Modules_c const &) = delete;
+        Modules_c & operator=(Modules_c const &) = delete;
+
+        /// Adds the program or library of a file that is mapped from nStart to nEnd. A file that has only the debug
+        /// information of one, such as "objcopy --only-keep-debug" makes, serves too. Modules must not overlap.
+        void AddModule(char const * szPath, std::uint64_t nStart, std::uint64_t nEnd);
+
+        /// Ends the additions. Requires that it is called once, before any question.
+        void EndModules() { dwfl_report_end(m_pDwfl, nullptr, nullptr); }
+
+        /// Returns the module that holds an address, or null.
+        Dwfl_Module * ModuleAt(std::uint64_t nAddress) const { return dwfl_addrmodule(m_pDwfl, nAddress); }
+
+        /// Returns the compilation unit that holds an address.
+        std::optional<Unit_t> UnitAt(std::uint64_t nAddress);
+
+        /// Returns the function of a unit that holds an address, and its blocks and inlined calls that hold it, outermost
+        /// first. Empty if the unit has none there.
+        std::vector<Dwarf_Die> ScopesAt(Unit_t & Unit, std::uint64_t nAddress);
+
+        /// Returns the innermost symbol that holds an address.
+        std::optional<Symbol_t> SymbolAt(std::uint64_t nAddress);
+
+        /// Copies memory of the examined process, for modules that no file has. Returns false if it is not readable.
+        virtual bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
+
+    private:
+        ModuleIndex_c const & IndexOf(Dwfl_Module * pModule);
+
+        Dwfl * m_pDwfl;
+        std::unordered_map<Dwfl_Module *, ModuleIndex_c> m_dIndices;
+        std::unordered_map<void *, std::vector<Dwarf_Die>> m_dFunctions;   // with code, by their unit
+    };
+
+    /// Returns a module's build id in lower-case hexadecimal, empty if it has none. Opens its file.
+    std::string BuildIdOf(Dwfl_Module * pModule);
+}
