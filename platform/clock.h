@@ -38,4 +38,7 @@ namespace plat
     /// Returns the local time of day by the difference that LocalTimeKeep stored last. A change to or from summer time
     /// since then has no effect. Unlike LocalTime, a fault filter may call it.
     LocalTime_t LocalTimeByKept();
+
+    /// Returns that difference in minutes, positive east of UTC.
+    int LocalTimeKeptZone();
 }

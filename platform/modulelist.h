@@ -19,6 +19,10 @@ namespace plat
     /// Visits each module, by rising address. Visits none if the system does not report them. Uses no heap and no lock.
     void ModulesVisit(ModuleVisit_t fnVisit, void * pContext);
 
+    /// Copies the build identifier that the linker gave a module, as it is in memory. Returns its bytes, at most nSize,
+    /// or 0 if it has none. Uses no heap and no lock.
+    std::size_t ModuleBuildId(Module_t const & Module, std::uint8_t * pId, std::size_t nSize);
+
     /// Returns whether a module's file can still be read, which a search for its symbols needs. If not, LastErrorText
     /// has the reason.
     bool ModuleFileIsReadable(char const * szPath);

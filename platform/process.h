@@ -2,9 +2,17 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace plat
 {
+    /// Copies the arguments, the program's name first, each with a zero after it. Cut to nSize bytes. Returns the bytes
+    /// copied. A fault filter may call it.
+    std::size_t ProcessArguments(char * pBuffer, std::size_t nSize);
+
+    /// Returns the milliseconds since the process started, or -1 if that is unknown. A fault filter may call it.
+    std::int64_t ProcessUptime();
+
     /// Copies the command line as one text, with blanks between the arguments. Cut to nSize - 1 bytes, always
     /// terminated.
     void ProcessCommandLine(char * szBuffer, std::size_t nSize);

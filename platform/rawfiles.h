@@ -24,6 +24,10 @@ namespace plat
     /// the file's size. Returns null if the file is empty or can't be read.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 
+    /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number; 0 if the file can't
+    /// be read.
+    std::size_t RawReadTail(std::FILE * pStream, char * pBuffer, std::size_t nSize);
+
     /// Closes the file of a C stream that has no buffer, even if another thread holds the stream's lock. The stream
     /// stays valid; what is written to it from now on is dropped.
     void RawCloseStream(std::FILE * pStream);

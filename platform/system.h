@@ -1,6 +1,7 @@
 // system.h: facts about the machine, for the log's head.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace plat
@@ -20,4 +21,9 @@ namespace plat
 
     /// Collects the facts. Unknown ones are empty or 0.
     void SystemGetFacts(SystemFacts_t & Facts);
+
+    /// Copy the system's name with its release and machine, and the processor's name. Cut to nSize - 1 bytes, empty if
+    /// unknown. A fault filter may call them.
+    void SystemName(char * szText, std::size_t nSize);
+    void ProcessorName(char * szText, std::size_t nSize);
 }

@@ -2,58 +2,21 @@
 #include "platform/faults.h"
 #include "platform/modules.h"
 #include "platform/threads.h"
-#include "tests/machine_support.h"
+#include "tests/crash_support.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/cexceptionreport_internal.h"
 #include "zqcore/cstring.h"
 
-#include <chrono>
 #include <ctime>
 
 namespace
 {
-    namespace fs = std::filesystem;
-
     using testing::ContainsRegex;
     using testing::EndsWith;
     using testing::HasSubstr;
     using testing::Not;
 
     constexpr bool IS_64_BIT = sizeof(void *) == 8;
-
-    struct Crash_t : Result_s
-    {
-        int nReports = 0;
-        std::string sReport = "", sLog = "";
-        double tSeconds = 0.0;
-    };
-
-    // Runs the crasher in a folder, with a symbol helper.
-    Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments, std::string const & sHelper,
-        std::string const & sProgram = CRASHER_PATH)
-    {
-        auto const tStart = std::chrono::steady_clock::now();
-        std::string const sCommand = "cd '" + Folder.GetPath() + "' && exec " TEST_EMULATOR "'" + sProgram + "' "
-                                     + sArguments + " '" + sHelper + "' > out 2>&1 < /dev/null";
-        Crash_t Crash{ RunShell(sCommand) };
-        Crash.tSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
-        Crash.sOutput = Folder.Read("out");
-        for (auto const & Entry : std::filesystem::recursive_directory_iterator(Folder.GetPath()))
-        {
-            if (Entry.path().extension() == ".rpt" && Entry.symlink_status().type() == fs::file_type::regular)
-            {
-                ++Crash.nReports;
-                Crash.sReport += Folder.Read(Entry.path().lexically_relative(Folder.GetPath()).string());
-            }
-        }
-        Crash.sLog = Folder.Read("message.log") + Folder.Read("mixed/message.log");
-        return Crash;
-    }
-
-    Crash_t RunAlone(std::string const & sArguments, std::string const & sHelper = "")
-    {
-        return RunIn(TempFolder_c(), sArguments, sHelper);
-    }
 
     // Returns whether a report has all texts of a complete one, with their line ends, in order.
     bool IsComplete(std::string const & sReport, std::string const & sException, bool bMarked = true)
@@ -80,14 +43,8 @@ namespace
     }
 }
 
-class CrashReport : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
-    }
-};
+class CrashReport : public CrashTest
+{};
 
 TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
 {

@@ -29,7 +29,6 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t REPORT_PATH_SIZE = 1024;   // bytes
     constexpr std::size_t CRASH_LINE_SIZE = 1024;
     constexpr std::size_t EXCEPTION_TEXT_SIZE = 512;
 
@@ -39,6 +38,7 @@ namespace
 
     // Of the report that is being written.
     plat::RawFile_t g_hReport = nullptr;
+    char g_szReport[PATH_SIZE];   // its path
     bool g_bWriting = false;
     constinit plat::Symbols_c g_Symbols;
     char g_szDialog[LINE_SIZE];
@@ -73,38 +73,16 @@ namespace
         { plat::FAULT_STACK_OVERFLOW, "STACK_OVERFLOW" },
     };
 
-    char const * FaultName(std::uint32_t nCode)
-    {
-        for (FaultName_t const & Name : FAULT_NAMES)
-        {
-            if (Name.nCode == nCode)
-            {
-                return Name.szName;
-            }
-        }
-        static char s_szText[EXCEPTION_TEXT_SIZE];
-        plat::FaultText(nCode, s_szText, sizeof s_szText);
-        return s_szText;
-    }
-
-    // Runs a part of the report. Returns false if it faulted or took too long.
-    template <typename CALL>
-    bool Guarded(unsigned nLimit, CALL Call)
-    {
-        return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
-    }
-
     // Makes the path from folder and local time. szMore distinguishes reports of the same second. A path that does not
     // fit becomes empty.
     void ReportPath(char * szPath, char const * szMore)
     {
-        plat::Utf8FromWide(szPath, REPORT_PATH_SIZE, g_wszFolder);
+        plat::Utf8FromWide(szPath, PATH_SIZE, g_wszFolder);
         std::size_t const nFolder = std::strlen(szPath);
         plat::LocalTime_t const Time = plat::LocalTimeByKept();
-        int const nName =
-            std::snprintf(szPath + nFolder, REPORT_PATH_SIZE - nFolder, "/CrashReport_%d.%d.%d__%d_%d_%d%s.rpt",
-                Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond, szMore);
-        if (nFolder + static_cast<std::size_t>(nName) >= REPORT_PATH_SIZE)
+        int const nName = std::snprintf(szPath + nFolder, PATH_SIZE - nFolder, "/CrashReport_%d.%d.%d__%d_%d_%d%s.rpt",
+            Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond, szMore);
+        if (nFolder + static_cast<std::size_t>(nName) >= PATH_SIZE)
         {
             szPath[0] = '\0';
         }
@@ -211,7 +189,7 @@ namespace
     }
 
     // Reports the stack through the host's code. If a step faults or hangs, only that step is lost.
-    void ReportStack()
+    void ReportStack(plat::FaultPointers_t const & Fault)
     {
         constexpr unsigned LIMIT = ExceptionReport_c::HOST_LIMIT;
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(false, false); });
@@ -228,6 +206,7 @@ namespace
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(true, false); });
         if (g_silentMode)
         {
+            WriteDetails(g_Symbols, Fault, g_szReport);
             plat::DialogPrint("TARNWELL SADLY REPORTS: Program has crashed!", g_szDialog);
             plat::FaultExit(1);
         }
@@ -241,7 +220,6 @@ namespace
         ExceptionReport_c::CrashLog("========================\r\n");
         ExceptionReport_c::CrashLog("Local Variables And Parameters\r\n");
         WriteCallStack(g_Symbols, true, nullptr);
-        g_Symbols.Stop();
         ExceptionReport_c::CrashLog("\r\n");
     }
 
@@ -251,9 +229,10 @@ namespace
         g_szDialog[0] = '\0';
         if (Guarded(LIMIT, [&Fault] { WriteHead(Fault); }))
         {
-            ReportStack();
+            ReportStack(Fault);
             Guarded(LIMIT, [&Fault] { WriteRest(Fault); });
         }
+        WriteDetails(g_Symbols, Fault, g_szReport);
         Guarded(LIMIT, [] { g_Symbols.Stop(); });
     }
 }
@@ -309,15 +288,15 @@ wchar_t const * ExceptionReport_c::GetLogFileName() const
 
 long ExceptionReport_c::UnhandledExceptionFilter(plat::FaultPointers_t const * pFault)
 {
-    char szPath[REPORT_PATH_SIZE];
     if (plat::ProcessIsSecure())
     {
         Guarded(HOST_LIMIT, [] { Log("No crash log saved: this process has rights that its caller lacks"); });
     }
     else
     {
-        OpenReport(szPath);
-        Guarded(HOST_LIMIT, [&szPath] { LogEscaped("Crash log saved at %s", szPath); });
+        Guarded(HOST_LIMIT, KeepLogTail);
+        OpenReport(g_szReport);
+        Guarded(HOST_LIMIT, [] { LogEscaped("Crash log saved at %s", g_szReport); });
     }
     g_bWriting = true;
     WriteReport(*pFault);
@@ -395,13 +374,31 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
     return iLine;
 }
 
+char const * exceptionreport::FaultName(std::uint32_t nCode)
+{
+    for (FaultName_t const & Name : FAULT_NAMES)
+    {
+        if (Name.nCode == nCode)
+        {
+            return Name.szName;
+        }
+    }
+    static char s_szText[EXCEPTION_TEXT_SIZE];
+    plat::FaultText(nCode, s_szText, sizeof s_szText);
+    return s_szText;
+}
+
 void exceptionreport::WriteText(Text_c const & Text)
 {
-    char const * szNext = Text.Get();
-    while (*szNext != '\0')
+    WriteTextTo(g_hReport, Text.Get());
+}
+
+void exceptionreport::WriteTextTo(plat::RawFile_t hFile, char const * szText)
+{
+    while (*szText != '\0')
     {
         char szShown[2 * LINE_SIZE];   // almost always holds the whole text
-        plat::RawWrite(g_hReport, szShown, plat::TextEscape(szShown, sizeof szShown, szNext, plat::Controls_e::Layout));
+        plat::RawWrite(hFile, szShown, plat::TextEscape(szShown, sizeof szShown, szText, plat::Controls_e::Layout));
     }
 }
 

@@ -3,6 +3,8 @@
 #pragma once
 
 #include "platform/compiler.h"
+#include "platform/faults.h"
+#include "platform/rawfiles.h"
 #include "platform/symbols.h"
 
 #include <cstddef>
@@ -14,6 +16,7 @@ namespace exceptionreport
     inline constexpr std::size_t SYMBOL_SIZE = 2048;   // a variable's text
     inline constexpr std::size_t NAME_SIZE = 1024;     // the name of a function, a variable or a file
     inline constexpr std::size_t STACK_FRAMES = 256;   // further outer frames are left out
+    inline constexpr std::size_t PATH_SIZE = 1024;     // the path of a report, in bytes
 
     /// A text of a fixed size that is cut when it is full.
     class Text_c
@@ -64,6 +67,23 @@ namespace exceptionreport
     /// for the disk, so the text should be a whole line or more.
     void WriteText(Text_c const & Text);
 
+    /// The same to another file.
+    void WriteTextTo(plat::RawFile_t hFile, char const * szText);
+
+    /// Returns the name or the text of a fault's code.
+    char const * FaultName(std::uint32_t nCode);
+
+    /// Runs a part of the report. Returns false if it faulted or took longer than nLimit milliseconds.
+    template <typename CALL>
+    bool Guarded(unsigned nLimit, CALL Call)
+    {
+        return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
+    }
+
+    /// Writes the file of details beside a report with this path. Each part has a limit of its own, and a fault costs
+    /// that part only.
+    void WriteDetails(plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport);
+
     /// Writes the call stack, with or without the variables of each frame. Adds its lines to the dialog's text.
     void WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText);
 
@@ -72,4 +92,57 @@ namespace exceptionreport
 
     /// Writes the listing of the code around an address.
     void WriteCode(std::uintptr_t Address);
+
+    /// The file of details while it is written. Whole lines reach it, each write some of them.
+    class Details_c
+    {
+    public:
+        explicit Details_c(char const * szReport);
+        ~Details_c() { plat::RawClose(m_hFile); }
+        Details_c(Details_c const &) = delete;
+        Details_c & operator=(Details_c const &) = delete;
+
+        bool IsOpen() const { return m_hFile != nullptr; }
+
+        /// The line that is being made.
+        Text_c & GetLine() { return m_Line; }
+
+        /// Ends that line and starts the next one.
+        void EndLine();
+
+        /// Adds lines that are whole.
+        void AddLines(char const * szLines);
+
+        /// Writes a section. Whatever ends it early, the lines that are whole stay, and a last line says why.
+        template <typename CALL>
+        void Section(char const * szName, unsigned nLimit, CALL Call)
+        {
+            Begin(szName);
+            if (!Guarded(nLimit, [&] { Call(*this); }))
+            {
+                Cut(nLimit);
+            }
+            Flush();
+        }
+
+    private:
+        void Begin(char const * szName);
+        void Cut(unsigned nLimit);
+        void Flush();
+
+        static constexpr std::size_t BUFFER_SIZE = 2 * LINE_SIZE;
+
+        plat::RawFile_t m_hFile = nullptr;
+        char m_szBuffer[BUFFER_SIZE];
+        std::size_t volatile m_nWhole = 0;   // bytes of whole lines in the buffer
+        char m_szLine[LINE_SIZE];
+        Text_c m_Line{ m_szLine, sizeof m_szLine };
+        std::uint32_t m_tBegin = 0;   // of the section, in milliseconds
+    };
+
+    /// Keeps the end of the main log for WriteProcess, without the lines that the report adds.
+    void KeepLogTail();
+
+    /// Writes what is known of the process: when it started, what it runs on, its memory, its log, its timers.
+    void WriteProcess(Details_c & Details);
 }

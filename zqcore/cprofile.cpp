@@ -310,6 +310,16 @@ int ProfilerDepth()
     return g_iTimerStackTop + g_nDropped;
 }
 
+int ProfilerOpenTimers(char const ** pszNames, int nMost)
+{
+    int const nOpen = std::clamp(g_iTimerStackTop - 1, 0, nMost);
+    for (int i = 0; i < nOpen; ++i)
+    {
+        pszNames[i] = g_dStack[i + 1]->szName;
+    }
+    return nOpen;
+}
+
 void ProfilerPopTo(int iDepth)
 {
     for (int nLeft = ProfilerDepth() - std::max(iDepth, 1); nLeft > 0; --nLeft)

@@ -21,6 +21,10 @@ profiler::timer_t * ProfilerTimers();
 /// Returns the number of open pushes, the root and those that found no room included.
 int ProfilerDepth();
 
+/// Copies the names of the timers that are open, the outermost first and the root left out, at most nMost. Returns their
+/// number. Another thread may be pushing meanwhile; a name is then one of before or after.
+int ProfilerOpenTimers(char const ** pszNames, int nMost);
+
 /// Pops down to this depth, but never the root.
 void ProfilerPopTo(int iDepth);
 

@@ -82,6 +82,11 @@ namespace plat
         }
     }
 
+    int LocalTimeKeptZone()
+    {
+        return static_cast<int>(g_nKeptOffset / 60);
+    }
+
     // Does not use the C library's conversions, which take a lock.
     LocalTime_t LocalTimeByKept()
     {

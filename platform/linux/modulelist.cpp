@@ -3,8 +3,10 @@
 #include "platform/linux/maps.h"
 #include "platform/memory.h"
 
+#include <algorithm>
 #include <cstring>
 #include <elf.h>
+#include <link.h>
 #include <unistd.h>
 
 namespace plat
@@ -18,6 +20,55 @@ namespace plat
                    && MemoryRead(Mapping.Start, dMagic, SELFMAG) == SELFMAG
                    && std::memcmp(dMagic, ELFMAG, SELFMAG) == 0;
         }
+
+        template <typename T>
+        bool ReadAt(std::uintptr_t Address, T & Record)
+        {
+            return MemoryRead(Address, &Record, sizeof Record) == sizeof Record;
+        }
+
+        // Copies the build identifier among the notes in a range of memory. Returns its bytes, or 0 without one.
+        std::size_t BuildIdAmong(std::uintptr_t Address, std::uintptr_t End, std::uint8_t * pId, std::size_t nSize)
+        {
+            constexpr char OWNER[] = "GNU";
+            struct Note_t
+            {
+                ElfW(Nhdr) Head;
+                char szOwner[sizeof OWNER];
+            } Note;
+            while (Address < End && ReadAt(Address, Note))
+            {
+                std::uintptr_t const Contents = Address + sizeof Note.Head + ((Note.Head.n_namesz + 3u) & ~3u);
+                bool const bOwn =
+                    Note.Head.n_namesz == sizeof OWNER && std::memcmp(Note.szOwner, OWNER, sizeof OWNER) == 0;
+                if (bOwn && Note.Head.n_type == NT_GNU_BUILD_ID)
+                {
+                    return MemoryRead(Contents, pId, std::min<std::size_t>(Note.Head.n_descsz, nSize));
+                }
+                Address = Contents + ((Note.Head.n_descsz + 3u) & ~3u);
+            }
+            return 0;
+        }
+    }
+
+    // The notes are in the part of the file that is mapped first, so an offset in the file is one from the base.
+    std::size_t ModuleBuildId(Module_t const & Module, std::uint8_t * pId, std::size_t nSize)
+    {
+        ElfW(Ehdr) Header;
+        ElfW(Phdr) Segment;
+        std::size_t nId = 0;
+        bool bMore = ReadAt(Module.Base, Header);
+        for (unsigned i = 0; bMore && nId == 0 && i < Header.e_phnum; ++i)
+        {
+            auto const nPlace = static_cast<std::uintptr_t>(Header.e_phoff + i * sizeof Segment);
+            bMore = ReadAt(Module.Base + nPlace, Segment);
+            if (bMore && Segment.p_type == PT_NOTE)
+            {
+                std::uintptr_t const Notes = Module.Base + static_cast<std::uintptr_t>(Segment.p_offset);
+                nId = BuildIdAmong(Notes, Notes + static_cast<std::uintptr_t>(Segment.p_filesz), pId, nSize);
+            }
+        }
+        return nId;
     }
 
     // Relies on the order of mappings: those of one file follow each other.

@@ -40,19 +40,25 @@ namespace plat
             return true;
         }
 
-        // Returns the 18th field after the name, which is in brackets and may hold any bytes. Returns 0 on failure.
-        int ThreadsOfProcess()
+        // Returns a field of the process's state, counted from 1 after its name, which is in brackets and may hold any
+        // bytes. Returns 0 on failure.
+        unsigned long long FieldOfProcess(int iField)
         {
-            constexpr int FIELD = 18;
             char szStat[512];
             Descriptor_c const Stat(open("/proc/self/stat", O_RDONLY | O_CLOEXEC));
             szStat[Stat.IsOpen() ? ReadFully(Stat.Get(), szStat, sizeof szStat - 1) : 0] = 0;
             char const * p = std::strrchr(szStat, ')');
-            for (int i = 0; p && i < FIELD; ++i)
+            for (int i = 0; p && i < iField; ++i)
             {
                 p = std::strchr(p + 1, ' ');
             }
-            return p ? std::atoi(p) : 0;
+            return p ? std::strtoull(p, nullptr, 10) : 0;
+        }
+
+        int ThreadsOfProcess()
+        {
+            constexpr int FIELD = 18;
+            return static_cast<int>(FieldOfProcess(FIELD));
         }
     }
 
@@ -77,14 +83,30 @@ namespace plat
         return std::max(nThreads - 1, 0);
     }
 
+    std::size_t ProcessArguments(char * pBuffer, std::size_t nSize)
+    {
+        Descriptor_c const Line(open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC));
+        return Line.IsOpen() ? ReadFully(Line.Get(), pBuffer, nSize) : 0;
+    }
+
+    // The system counts the start of a process in ticks since its own.
+    std::int64_t ProcessUptime()
+    {
+        constexpr int FIELD = 20;
+        auto const nStart = static_cast<std::int64_t>(FieldOfProcess(FIELD));
+        std::int64_t const nTicks = sysconf(_SC_CLK_TCK);
+        timespec Now;
+        bool const bKnown = nStart > 0 && nTicks > 0 && clock_gettime(CLOCK_BOOTTIME, &Now) == 0;
+        return bKnown ? std::int64_t{ Now.tv_sec } * 1000 + Now.tv_nsec / 1000000 - nStart * 1000 / nTicks : -1;
+    }
+
     void ProcessCommandLine(char * szBuffer, std::size_t nSize)
     {
         if (nSize == 0)
         {
             return;
         }
-        Descriptor_c const Line(open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC));
-        std::size_t nLine = Line.IsOpen() ? ReadFully(Line.Get(), szBuffer, nSize - 1) : 0;
+        std::size_t nLine = ProcessArguments(szBuffer, nSize - 1);
         nLine -= nLine > 0 && szBuffer[nLine - 1] == 0 ? 1 : 0;
         std::replace(szBuffer, szBuffer + nLine, '\0', ' ');
         szBuffer[nLine] = 0;

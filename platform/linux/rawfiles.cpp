@@ -7,6 +7,7 @@
 #include "platform/linux/openfile.h"
 #include "platform/memory.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -153,6 +154,21 @@ namespace plat
             return nullptr;
         }
         return static_cast<char const *>(pPages);
+    }
+
+    std::size_t RawReadTail(std::FILE * pStream, char * pBuffer, std::size_t nSize)
+    {
+        char szPath[32];
+        std::snprintf(szPath, sizeof szPath, "/proc/self/fd/%d", fileno(pStream));
+        struct stat Stat;
+        Descriptor_c const File(open(szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode))
+        {
+            return 0;
+        }
+        off_t const nTail = std::min(Stat.st_size, static_cast<off_t>(nSize));
+        ssize_t const nRead = pread(File.Get(), pBuffer, static_cast<std::size_t>(nTail), Stat.st_size - nTail);
+        return static_cast<std::size_t>(std::max<ssize_t>(nRead, 0));
     }
 
     // Another file gets the number at once, so that no later file of this process gets what others still write.

@@ -4,6 +4,7 @@
 
 #include "platform/linux/descriptor.h"
 
+#include <cpuid.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -113,5 +114,34 @@ namespace plat
         ReadUser(Facts);
         Facts.nProcessors = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
         ReadMemory(Facts);
+    }
+
+    void SystemName(char * szText, std::size_t nSize)
+    {
+        utsname Name;
+        bool const bKnown = uname(&Name) == 0;
+        std::snprintf(szText, nSize, "%s %s %s", bKnown ? Name.sysname : "", bKnown ? Name.release : "",
+            bKnown ? Name.machine : "");
+    }
+
+    // Intel's manual, volume 2, CPUID: leaves 80000002 to 80000004 have 48 bytes of name, padded with blanks.
+    void ProcessorName(char * szText, std::size_t nSize)
+    {
+        constexpr unsigned FIRST = 0x80000002, LAST = 0x80000004;
+        char szName[48 + 1] = {};
+        for (unsigned iLeaf = FIRST; iLeaf <= LAST; ++iLeaf)
+        {
+            unsigned dWords[4] = {};
+            if (__get_cpuid(iLeaf, &dWords[0], &dWords[1], &dWords[2], &dWords[3]) != 0)
+            {
+                std::memcpy(szName + (iLeaf - FIRST) * sizeof dWords, dWords, sizeof dWords);
+            }
+        }
+        std::size_t nName = std::strlen(szName);
+        while (nName > 0 && szName[nName - 1] == ' ')
+        {
+            szName[--nName] = '\0';
+        }
+        std::snprintf(szText, nSize, "%s", szName + std::strspn(szName, " "));
     }
 }

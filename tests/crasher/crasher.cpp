@@ -11,6 +11,7 @@
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
+#include "zqcore/cprofile.h"
 
 #include "platform/dialog.h"
 #include "platform/faults.h"
@@ -319,7 +320,24 @@ namespace
         Thread.Join();
     }
 
+    // A host with a name, a long log and open timers.
+    void BeBusy()
+    {
+        g_szApplicationName = "Robots";
+        g_nProjectVersionMajor = 2;
+        g_nProjectVersionMinor = 7;
+        for (int i = 0; i < 40; ++i)
+        {
+            Log("line %d", i);
+        }
+        Module_c::Register(ModuleProfiler_c::Get());
+        Module_c::InitializeAllModules();
+        ProfilerBeginFrame();
+        ProfilerPush("World", false);
+    }
+
     constexpr std::pair<char const *, void (*)()> CIRCUMSTANCES[] = {
+        { "busy", BeBusy },
         { "silent", [] { g_silentMode = true; } },
         { "alone", [] { SetFormer(nullptr); } },
         { "autoname", PrintAutoName },

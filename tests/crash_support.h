@@ -1,0 +1,58 @@
+// crash_support.h: runs the crasher, and what it leaves.
+#pragma once
+
+#include "tests/machine_support.h"
+
+#include <chrono>
+
+namespace fs = std::filesystem;
+
+struct Crash_t : Result_s
+{
+    int nReports = 0;
+    std::string sReport = "", sDetails = "", sLog = "";
+    double tSeconds = 0.0;
+};
+
+/// Runs the crasher in a folder, with a symbol helper.
+inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments, std::string const & sHelper,
+    std::string const & sProgram = CRASHER_PATH)
+{
+    auto const tStart = std::chrono::steady_clock::now();
+    std::string const sCommand = "cd '" + Folder.GetPath() + "' && exec " TEST_EMULATOR "'" + sProgram + "' "
+                                 + sArguments + " '" + sHelper + "' > out 2>&1 < /dev/null";
+    Crash_t Crash{ RunShell(sCommand) };
+    Crash.tSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
+    Crash.sOutput = Folder.Read("out");
+    for (auto const & Entry : fs::recursive_directory_iterator(Folder.GetPath()))
+    {
+        bool const bRegular = Entry.symlink_status().type() == fs::file_type::regular;
+        std::string const sName = Entry.path().lexically_relative(Folder.GetPath()).string();
+        if (bRegular && sName.ends_with(".rpt"))
+        {
+            ++Crash.nReports;
+            Crash.sReport += Folder.Read(sName);
+        }
+        if (bRegular && sName.ends_with("_details.txt"))
+        {
+            Crash.sDetails += Folder.Read(sName);
+        }
+    }
+    Crash.sLog = Folder.Read("message.log") + Folder.Read("mixed/message.log");
+    return Crash;
+}
+
+inline Crash_t RunAlone(std::string const & sArguments, std::string const & sHelper = "")
+{
+    return RunIn(TempFolder_c(), sArguments, sHelper);
+}
+
+/// A test that needs a report.
+class CrashTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
+    }
+};

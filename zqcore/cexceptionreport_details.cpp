@@ -1,0 +1,238 @@
+// The file of details beside a report: sections of lines that a person reads and a program parses. docs/formats.md
+// describes it.
+#include "zqcore/cexceptionreport_internal.h"
+
+#include "platform/clock.h"
+#include "platform/modulelist.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+    using namespace exceptionreport;
+
+    // Milliseconds that a section may take.
+    constexpr unsigned SHORT_LIMIT = 5000;
+
+    constexpr char HEAD[] = "ZQCore crash details 1\n";
+
+    // The path of the details beside a report: its stem and an ending. Empty if it does not fit.
+    void DetailsPath(char * szPath, char const * szReport, char const * szMore)
+    {
+        constexpr std::size_t REPORT_ENDING = 4;   // ".rpt"
+        std::size_t const nReport = std::strlen(szReport);
+        std::size_t const nStem = nReport > REPORT_ENDING ? nReport - REPORT_ENDING : 0;
+        int const nPath =
+            std::snprintf(szPath, PATH_SIZE, "%.*s_details%s.txt", static_cast<int>(nStem), szReport, szMore);
+        if (nStem == 0 || static_cast<std::size_t>(nPath) >= PATH_SIZE)
+        {
+            szPath[0] = '\0';
+        }
+    }
+
+    struct FaultKind_t
+    {
+        std::uint32_t nCode;
+        char const * szKind;
+    };
+    constexpr FaultKind_t FAULT_KINDS[] = {
+        { plat::FAULT_BREAKPOINT, "trap" },
+        { plat::FAULT_SINGLE_STEP, "trap" },
+        { plat::FAULT_ILLEGAL_INSTRUCTION, "instruction" },
+        { plat::FAULT_PRIVILEGED, "instruction" },
+        { plat::FAULT_ARRAY_BOUNDS, "arithmetic" },
+        { plat::FAULT_FLOAT_DENORMAL, "arithmetic" },
+        { plat::FAULT_FLOAT_DIVIDE, "arithmetic" },
+        { plat::FAULT_FLOAT_INEXACT, "arithmetic" },
+        { plat::FAULT_FLOAT_INVALID, "arithmetic" },
+        { plat::FAULT_FLOAT_OVERFLOW, "arithmetic" },
+        { plat::FAULT_FLOAT_STACK, "arithmetic" },
+        { plat::FAULT_FLOAT_UNDERFLOW, "arithmetic" },
+        { plat::FAULT_INTEGER_DIVIDE, "arithmetic" },
+        { plat::FAULT_INTEGER_OVERFLOW, "arithmetic" },
+        { plat::FAULT_STACK_OVERFLOW, "stack" },
+        { plat::FAULT_ABORT, "abort" },
+        { plat::FAULT_UNCAUGHT_EXCEPTION, "exception" },
+    };
+
+    bool IsAccess(plat::FaultRecord_t const & Record)
+    {
+        return Record.nCode == plat::FAULT_ACCESS || Record.nCode == plat::FAULT_IN_PAGE;
+    }
+
+    char const * KindOf(plat::FaultRecord_t const & Record)
+    {
+        if (IsAccess(Record))
+        {
+            return Record.dParameters[0] != 0 ? "write" : Record.dParameters[1] == Record.Address ? "execute" : "read";
+        }
+        for (FaultKind_t const & Kind : FAULT_KINDS)
+        {
+            if (Kind.nCode == Record.nCode)
+            {
+                return Kind.szKind;
+            }
+        }
+        return "unknown";
+    }
+
+    void WriteFault(Details_c & Details, plat::FaultPointers_t const & Fault)
+    {
+        plat::FaultRecord_t const & Record = *Fault.pRecord;
+        Text_c & Line = Details.GetLine();
+        Line.Add("code: %08X ", Record.nCode);
+        Line.AddShown(FaultName(Record.nCode));
+        Details.EndLine();
+        Line.Add("kind: %s", KindOf(Record));
+        Details.EndLine();
+        if (IsAccess(Record) || Record.nCode == plat::FAULT_STACK_OVERFLOW)
+        {
+            bool const bKnown = Record.dParameters[1] != UINTPTR_MAX;
+            Line.Add(bKnown ? "data: %08" PRIXPTR : "data: unknown", Record.dParameters[1]);
+            Details.EndLine();
+        }
+        Line.Add("instruction: %08" PRIXPTR, Record.Address);
+        Details.EndLine();
+        Line.Add("thread: %" PRIu32, Fault.pContext->nThread);
+        Details.EndLine();
+        constexpr char PREFIX[] = "Uncaught C++ exception ";
+        char const * const szText = FaultName(Record.nCode);
+        if (Record.nCode == plat::FAULT_UNCAUGHT_EXCEPTION && std::strncmp(szText, PREFIX, sizeof PREFIX - 1) == 0)
+        {
+            Line.Add("exception: ");
+            Line.AddShown(szText + sizeof PREFIX - 1);
+            Details.EndLine();
+        }
+    }
+
+    struct Place_t
+    {
+        std::uintptr_t Address;
+        Text_c & Line;
+        bool bFound;
+    };
+
+    void AddIfInModule(plat::Module_t const & Module, void * pPlace)
+    {
+        auto & Place = *static_cast<Place_t *>(pPlace);
+        if (Place.Address - Module.Base < Module.nBytes && !Place.bFound)
+        {
+            char const * const pSlash = std::strrchr(Module.szPath, '/');
+            for (char const * p = pSlash ? pSlash + 1 : Module.szPath; *p != '\0';)
+            {
+                std::size_t const nPart = std::strcspn(p, " ");
+                Place.Line.AddShown(p, nPart);
+                Place.Line.Add("%s", p[nPart] == ' ' ? "\\x20" : "");
+                p += nPart + (p[nPart] == ' ' ? 1 : 0);
+            }
+            Place.Line.Add("+%" PRIXPTR, Place.Address - Module.Base);
+            Place.bFound = true;
+        }
+    }
+
+    // Without a helper: addresses and modules.
+    void WritePlainFrames(Details_c & Details, plat::Symbols_c & Symbols)
+    {
+        Text_c & Line = Details.GetLine();
+        plat::SymbolFrame_t Frame;
+        Symbols.Rewind();
+        for (std::size_t iFrame = 0; iFrame < STACK_FRAMES && Symbols.NextFrame(&Frame); ++iFrame)
+        {
+            Line.Add("#%zu %08" PRIXPTR " ", iFrame, Frame.Address);
+            Place_t Place = { Frame.Address, Line, false };
+            plat::ModulesVisit(AddIfInModule, &Place);
+            Line.Add(Place.bFound ? " ?" : "? ?");
+            Details.EndLine();
+        }
+    }
+
+    void WriteModule(plat::Module_t const & Module, void * pDetails)
+    {
+        constexpr std::size_t ID_SIZE = 64;
+        auto & Details = *static_cast<Details_c *>(pDetails);
+        Text_c & Line = Details.GetLine();
+        std::uint8_t dId[ID_SIZE];
+        std::size_t const nId = plat::ModuleBuildId(Module, dId, sizeof dId);
+        Line.Add("%08" PRIXPTR "-%08" PRIXPTR " %s", Module.Base, Module.Base + Module.nBytes, nId == 0 ? "-" : "");
+        for (std::size_t i = 0; i < nId; ++i)
+        {
+            Line.Add("%02x", dId[i]);
+        }
+        Line.Add(" ");
+        Line.AddShown(Module.szPath);
+        Details.EndLine();
+    }
+}
+
+exceptionreport::Details_c::Details_c(char const * szReport)
+{
+    constexpr int TRIES = 16;
+    char szPath[PATH_SIZE];
+    char szMore[16] = "";
+    bool bTaken = szReport[0] != '\0';
+    for (int i = 0; i < TRIES && bTaken; ++i)
+    {
+        DetailsPath(szPath, szReport, szMore);
+        m_hFile = plat::RawMakePrivate(szPath, bTaken);
+        std::snprintf(szMore, sizeof szMore, "_%08" PRIX32, static_cast<std::uint32_t>(plat::GoodClockTicks()));
+    }
+    AddLines(HEAD);
+}
+
+// A fault or a limit may end any of these steps, so the buffer counts a line when it is whole.
+void exceptionreport::Details_c::EndLine()
+{
+    m_Line.AddEnd("\n");
+    AddLines(m_Line.Get());
+    m_Line.CutAt(0);
+}
+
+void exceptionreport::Details_c::AddLines(char const * szLines)
+{
+    std::size_t const nLines = std::strlen(szLines);
+    if (m_nWhole + nLines >= sizeof m_szBuffer)
+    {
+        Flush();
+    }
+    std::memcpy(m_szBuffer + m_nWhole, szLines, nLines + 1);
+    m_nWhole = m_nWhole + nLines;
+}
+
+void exceptionreport::Details_c::Begin(char const * szName)
+{
+    m_Line.CutAt(0);
+    m_Line.Add("\n[%s]", szName);
+    EndLine();
+    m_tBegin = plat::CoarseClockMilliseconds();
+}
+
+void exceptionreport::Details_c::Cut(unsigned nLimit)
+{
+    m_Line.CutAt(0);
+    bool const bLate = plat::CoarseClockMilliseconds() - m_tBegin >= nLimit;
+    m_Line.Add(bLate ? "(cut: the limit of %u s)" : "(cut: a fault)", nLimit / 1000);
+    EndLine();
+}
+
+void exceptionreport::Details_c::Flush()
+{
+    m_szBuffer[m_nWhole] = '\0';
+    m_nWhole = 0;
+    WriteTextTo(m_hFile, m_szBuffer);
+}
+
+void exceptionreport::WriteDetails(
+    plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport)
+{
+    Details_c Details(szReport);
+    if (!Details.IsOpen())
+    {
+        return;
+    }
+    Details.Section("Fault", SHORT_LIMIT, [&](Details_c & To) { WriteFault(To, Fault); });
+    Details.Section("Frames", SHORT_LIMIT, [&](Details_c & To) { WritePlainFrames(To, Symbols); });
+    Details.Section("Modules", SHORT_LIMIT, [](Details_c & To) { plat::ModulesVisit(WriteModule, &To); });
+    Details.Section("Process", SHORT_LIMIT, WriteProcess);
+}

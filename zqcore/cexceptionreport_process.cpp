@@ -1,0 +1,173 @@
+// What the file of details says of the process. The figures and texts belong to other threads, so each is read as it is
+// at the moment, without a lock. Memory of the host is read guarded.
+#include "zqcore/capp.h"
+#include "zqcore/cexceptionreport_internal.h"
+#include "zqcore/clog.h"
+#include "zqcore/cmemory_internal.h"
+#include "zqcore/cprofile_internal.h"
+#include "zqcore/cversion.h"
+
+#include "platform/clock.h"
+#include "platform/memory.h"
+#include "platform/modulelist.h"
+#include "platform/process.h"
+#include "platform/system.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace
+{
+    using namespace exceptionreport;
+
+    constexpr std::size_t FACT_SIZE = 256;   // bytes of a name of the system or of the host
+    constexpr int LOG_LINES = 32;
+
+    char g_szLogTail[LOG_LINES * 1024];   // of the main log, as it was before the report
+
+    void WriteTime(Details_c & Details)
+    {
+        plat::LocalTime_t const Time = plat::LocalTimeByKept();
+        int const iZone = plat::LocalTimeKeptZone();
+        Details.GetLine().Add("time: %04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d", Time.iYear, Time.iMonth, Time.iDay,
+            Time.iHour, Time.iMinute, Time.iSecond, Time.iMillisecond, iZone < 0 ? '-' : '+', std::abs(iZone) / 60,
+            std::abs(iZone) % 60);
+        Details.EndLine();
+        std::int64_t const nUptime = plat::ProcessUptime();
+        if (nUptime >= 0)
+        {
+            Details.GetLine().Add(
+                "uptime: %lld.%03d", static_cast<long long>(nUptime / 1000), static_cast<int>(nUptime % 1000));
+            Details.EndLine();
+        }
+    }
+
+    void WriteCommand(Details_c & Details)
+    {
+        char szArguments[LINE_SIZE / 2];
+        Text_c & Line = Details.GetLine();
+        Line.Add("command:");
+        std::size_t const nArguments = plat::ProcessArguments(szArguments, sizeof szArguments - 1);
+        szArguments[nArguments] = '\0';
+        for (char const * p = szArguments; p < szArguments + nArguments; p += std::strlen(p) + 1)
+        {
+            Line.Add(" \"");
+            Line.AddShown(p);
+            Line.Add("\"");
+        }
+        Details.EndLine();
+    }
+
+    // Copies a text of the host. It is empty if it can't be read.
+    void CopyText(char const * szText, char (&szCopy)[FACT_SIZE])
+    {
+        std::size_t const nRead = plat::MemoryRead(reinterpret_cast<std::uintptr_t>(szText), szCopy, sizeof szCopy - 1);
+        szCopy[nRead] = '\0';
+    }
+
+    void WriteVersions(Details_c & Details)
+    {
+        char szName[FACT_SIZE];
+        CopyText(g_szApplicationName, szName);
+        Details.GetLine().Add("host: ");
+        Details.GetLine().AddShown(szName);
+        Details.GetLine().Add(" v%d.%d", g_nProjectVersionMajor, g_nProjectVersionMinor);
+        Details.EndLine();
+        Details.GetLine().Add("library: %d.%d.%d", ZQCORE_VERSION_MAJOR, ZQCORE_VERSION_MINOR, ZQCORE_VERSION_PATCH);
+        Details.EndLine();
+        plat::SystemName(szName, sizeof szName);
+        Details.GetLine().Add("system: ");
+        Details.GetLine().AddShown(szName);
+        Details.EndLine();
+        plat::ProcessorName(szName, sizeof szName);
+        Details.GetLine().Add("processor: ");
+        Details.GetLine().AddShown(szName);
+        Details.EndLine();
+    }
+
+    void WriteMemory(Details_c & Details)
+    {
+        constexpr int LARGEST = 10;
+        struct Category_t
+        {
+            std::ptrdiff_t nBytes;
+            int iCategory;
+        };
+        Category_t dCategories[mem::TOTAL];
+        for (int i = 0; i < mem::TOTAL; ++i)
+        {
+            dCategories[i] = { g_MemoryCounters.dBytes[i], i };
+        }
+        std::sort(std::begin(dCategories), std::end(dCategories),
+            [](Category_t const & a, Category_t const & b)
+            { return a.nBytes != b.nBytes ? a.nBytes > b.nBytes : a.iCategory < b.iCategory; });
+        Details.AddLines("memory:\n");
+        for (int i = 0; i < LARGEST && dCategories[i].nBytes > 0; ++i)
+        {
+            Details.GetLine().Add("    %td %s", dCategories[i].nBytes,
+                MemoryCategoryName(static_cast<mem::Categories_e>(dCategories[i].iCategory)));
+            Details.EndLine();
+        }
+    }
+
+    // Finds where the last lines of a text begin. A last line without an end counts too.
+    char const * LastLines(char const * szText, std::size_t nText, int nLines)
+    {
+        char const * p = szText + nText - (nText > 0 && szText[nText - 1] == '\n' ? 1 : 0);
+        while (p > szText && (p[-1] != '\n' || --nLines > 0))
+        {
+            --p;
+        }
+        return p;
+    }
+
+    void WriteLog(Details_c & Details)
+    {
+        Details.AddLines("log:\n");
+        for (char const * p = LastLines(g_szLogTail, std::strlen(g_szLogTail), LOG_LINES); *p != '\0';)
+        {
+            std::size_t const nLine = std::strcspn(p, "\n");
+            Details.GetLine().Add("    | ");
+            Details.GetLine().AddShown(p, nLine);
+            Details.EndLine();
+            p += nLine + (p[nLine] == '\n' ? 1 : 0);
+        }
+    }
+
+    void WriteTimers(Details_c & Details)
+    {
+        char const * dNames[MAX_TIMERS_INHERITED];
+        char szName[FACT_SIZE];
+        Details.AddLines("timers:\n");
+        int const nOpen = ProfilerOpenTimers(dNames, MAX_TIMERS_INHERITED);
+        for (int i = 0; i < nOpen; ++i)
+        {
+            CopyText(dNames[i], szName);
+            Details.GetLine().Add("    ");
+            Details.GetLine().AddShown(szName);
+            Details.EndLine();
+        }
+    }
+}
+
+void exceptionreport::KeepLogTail()
+{
+    g_szLogTail[0] = '\0';
+    std::FILE * const pLog = g_pMessageLogFile;
+    std::size_t const nTail = pLog ? plat::RawReadTail(pLog, g_szLogTail, sizeof g_szLogTail - 1) : 0;
+    g_szLogTail[nTail] = '\0';
+}
+
+void exceptionreport::WriteProcess(Details_c & Details)
+{
+    constexpr unsigned STEP_LIMIT = 1000;   // milliseconds
+    for (auto const fnWrite : { WriteTime, WriteCommand, WriteVersions, WriteMemory, WriteLog, WriteTimers })
+    {
+        Details.GetLine().CutAt(0);
+        if (!Guarded(STEP_LIMIT, [&] { fnWrite(Details); }))
+        {
+            Details.GetLine().CutAt(0);
+        }
+    }
+}
