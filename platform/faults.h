@@ -57,12 +57,23 @@ namespace plat
         std::uint32_t nThread;      // the system's number of the thread
     };
 
+    /// What the faulting instruction did with memory.
+    enum class FaultAccess_e : std::uint8_t
+    {
+        None,      // the fault is not one of memory
+        Unknown,   // the processor does not report it, or another process sent the signal
+        Read,
+        Write,
+        Execute
+    };
+
     struct FaultRecord_t
     {
         std::uint32_t nCode;             // FAULT_*
         std::uintptr_t Address;          // of the instruction; a breakpoint's own, though it has been executed
-        std::uintptr_t dParameters[2];   // of FAULT_ACCESS and FAULT_IN_PAGE: first, not 0 for a write; second, the
-                                         // address accessed, or all ones if the processor does not report it
+        std::uintptr_t dParameters[2];   // if eAccess is not None: first, not 0 for a write; second, the address
+                                         // accessed, or all ones if it is unknown
+        FaultAccess_e eAccess = FaultAccess_e::None;
     };
 
     struct FaultPointers_t
@@ -85,6 +96,19 @@ namespace plat
 
     /// Captures the caller's registers. The place of the fault is the caller.
     ZQ_API void FaultContextCapture(FaultContext_t * pContext);
+
+    /// A thread's stack. It grows from its far end, where the first frame is, to lower addresses.
+    struct FaultStack_t
+    {
+        std::uintptr_t FarEnd;   // address after the last byte
+        std::size_t nUsed;       // bytes from the stack pointer to the far end, at most nSize
+        std::size_t nSize;       // bytes that it may grow to
+    };
+
+    /// Finds the stack that the stack pointer of these registers lies in, or has just left at its full end. Requires
+    /// registers of the calling thread. Returns false if there is no such memory or the system does not report it. A
+    /// filter may call it.
+    bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack);
 
     /// Copies the system's text for a code that has no name, cut to nSize - 1 bytes and always terminated. For an
     /// uncaught exception, while the filter runs, the text is its type and its message.

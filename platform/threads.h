@@ -8,6 +8,7 @@
 #include "system/threads.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace plat
@@ -65,6 +66,11 @@ namespace plat
 
     /// Returns the system's number of the calling thread. Numbers of ended threads are used again.
     std::uint32_t ThreadId();
+
+    /// Copies the system's name of the calling thread, always terminated. It may hold any bytes. A fault filter may call
+    /// it.
+    inline constexpr std::size_t THREAD_NAME_SIZE = 16;
+    void ThreadName(char (&szName)[THREAD_NAME_SIZE]);
 
     /// A wake-up that can't be lost. A Signal with nobody waiting is kept for the next Wait. Several kept signals count
     /// as one. Any thread may signal; one at a time waits.

@@ -185,6 +185,23 @@ TEST_F(CrashReport, NamesFunctionsLinesAndVariables)
     }
 }
 
+TEST_F(CrashReport, KnowsWhatWasAccessedAndTheStackThatItHappenedOn)
+{
+    // The stack has 8 MB by default, of which a recursion leaves less than 128 KB and a plain fault uses less than that.
+    char const FULL[] = "(8[23]|7[89])[0-9]{5} of 8[0-9]{6} bytes from here\n",
+               LITTLE[] = "[0-9]{1,5} of 8[0-9]{6} bytes from here\n";
+    for (auto const & [szArguments, szFacts, szStack] :
+        Rows_t<char const *, char const *, char const *>{ { "read facts", "facts: read 10 \"crasher\" ", LITTLE },
+            { "write facts thread", "facts: write 10 ", LITTLE }, { "call facts", "facts: execute 0 ", LITTLE },
+            { "divide facts", "facts: none 0 ", LITTLE }, { "bus facts", "facts: read [0-9A-F]+000 ", LITTLE },
+            { "wild facts", IS_64_BIT ? "facts: unknown F{16} " : "facts: write A{8} ", LITTLE },
+            { "stack facts", "facts: write [0-9A-F]+ ", FULL },
+            { "stack facts thread", "facts: write [0-9A-F]+ ", FULL } })
+    {
+        EXPECT_THAT(RunAlone(szArguments).sOutput, ContainsRegex(std::string(szFacts) + ".*" + szStack)) << szArguments;
+    }
+}
+
 TEST_F(CrashReport, AppendsToTheReportOfTheSameSecond)
 {
     Crash_t Crash;

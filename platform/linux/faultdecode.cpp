@@ -4,8 +4,11 @@
 #include "platform/linux/maps.h"
 #include "platform/memory.h"
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
+#include <pthread.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -237,46 +240,92 @@ namespace plat
             return FloatCode(nMxcsr & ~(nMxcsr >> MXCSR_MASK_SHIFT), false);
         }
 
+        constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;
+
+        // Finds the lowest writable memory that ends above an address.
+        bool WritableAbove(std::uintptr_t Address, Mapping_t & Mapping)
+        {
+            Maps_c Maps;
+            while (Maps.Next(Mapping))
+            {
+                if (Mapping.bWritable && Mapping.End > Address)
+                {
+                    return true;
+                }
+            }
+            return false;
+        }
+
         // Returns whether an inaccessible address lies where the thread's stack would have grown to. That is below the
         // memory whose low end the stack pointer is at, or has just left.
         bool IsStackOverflow(std::uintptr_t Address, std::uintptr_t nSp)
         {
             constexpr std::uintptr_t ABOVE_END = 1024;          // a stack pointer this far inside is still at the end
             constexpr std::uintptr_t FARTHEST_PUSH = 0x10000;   // pushes and probes stay this close below
-            constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;
             bool const bNear = nSp > Address ? nSp - Address <= FARTHEST_PUSH : Address - nSp <= LARGEST_FRAME;
-            Maps_c Maps;
             Mapping_t Mapping;
-            while (Maps.Next(Mapping))
-            {
-                if (Mapping.bWritable && Mapping.End > Address)
-                {
-                    return bNear && Mapping.Start > Address && Mapping.Start - Address <= LARGEST_FRAME
-                           && nSp < Mapping.Start + ABOVE_END;
-                }
-            }
-            return false;
+            return bNear && WritableAbove(Address, Mapping) && Mapping.Start > Address
+                   && Mapping.Start - Address <= LARGEST_FRAME && nSp < Mapping.Start + ABOVE_END;
+        }
+
+        // The bits of the error code that the processor pushes for a page fault. It sets the last one only if pages can
+        // forbid execution.
+        constexpr long ERROR_WRITE = 0x02;
+        constexpr long ERROR_FETCH = 0x10;
+
+        void DecodePageFault(
+            long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+        {
+            Record.dParameters[0] = (nError & ERROR_WRITE) != 0 ? 1 : 0;
+            Record.dParameters[1] = reinterpret_cast<std::uintptr_t>(Info.si_addr);
+            bool const bFetch = (nError & ERROR_FETCH) != 0 || Record.dParameters[1] == Context.nIp;
+            Record.eAccess = bFetch                        ? FaultAccess_e::Execute
+                             : (nError & ERROR_WRITE) != 0 ? FaultAccess_e::Write
+                                                           : FaultAccess_e::Read;
+        }
+
+        // Of an address that is not canonical, and of an access that only its signal tells of.
+        void SetUnknownAccess(FaultRecord_t & Record)
+        {
+            Record.dParameters[1] = UNKNOWN_ADDRESS;
+            Record.eAccess = FaultAccess_e::Unknown;
         }
 
         void DecodeAccess(
             long iTrap, long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
         {
-            constexpr long ERROR_WRITE = 2;
             Record.nCode = FAULT_ACCESS;
             if (iTrap == TRAP_PAGE)
             {
-                Record.dParameters[0] = (nError & ERROR_WRITE) != 0 ? 1 : 0;
-                Record.dParameters[1] = reinterpret_cast<std::uintptr_t>(Info.si_addr);
+                DecodePageFault(nError, Info, Context, Record);
                 if (IsStackOverflow(Record.dParameters[1], Context.nSp))
                 {
                     Record.nCode = FAULT_STACK_OVERFLOW;
                 }
-                return;
             }
-            Record.dParameters[1] = UNKNOWN_ADDRESS;   // an address that is not canonical, or no access at all
-            if (iTrap == TRAP_PROTECTION && IsPrivileged(Context.nIp))
+            else if (iTrap == TRAP_PROTECTION && IsPrivileged(Context.nIp))
             {
                 Record.nCode = FAULT_PRIVILEGED;
+            }
+            else
+            {
+                SetUnknownAccess(Record);
+            }
+        }
+
+        void DecodeBus(
+            long iTrap, long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+        {
+            Record.nCode = Info.si_code == BUS_ADRALN ? FAULT_MISALIGNED
+                           : iTrap == TRAP_PAGE       ? FAULT_IN_PAGE
+                                                      : FAULT_ACCESS;
+            if (iTrap == TRAP_PAGE)
+            {
+                DecodePageFault(nError, Info, Context, Record);
+            }
+            else
+            {
+                SetUnknownAccess(Record);
             }
         }
 
@@ -337,6 +386,10 @@ namespace plat
             if (Info.si_code <= 0 || iSignal == SIGABRT)
             {
                 Record.nCode = CodeOfSent(iSignal);
+                if (iSignal == SIGSEGV || iSignal == SIGBUS)
+                {
+                    SetUnknownAccess(Record);
+                }
                 return;
             }
             switch (iSignal)
@@ -345,12 +398,7 @@ namespace plat
                 DecodeSegmentation(iTrap, nError, Info, Context, Record);
                 break;
             case SIGBUS:
-                Record.nCode = Info.si_code == BUS_ADRALN ? FAULT_MISALIGNED
-                               : iTrap == TRAP_PAGE       ? FAULT_IN_PAGE
-                                                          : FAULT_ACCESS;
-                Record.dParameters[0] = (nError & 2) != 0 ? 1 : 0;
-                Record.dParameters[1] =
-                    iTrap == TRAP_PAGE ? reinterpret_cast<std::uintptr_t>(Info.si_addr) : UNKNOWN_ADDRESS;
+                DecodeBus(iTrap, nError, Info, Context, Record);
                 break;
             case SIGFPE:
                 Record.nCode = iTrap != TRAP_DIVIDE     ? FloatCode(iTrap, Thread)
@@ -431,6 +479,29 @@ namespace plat
 #endif
             Context.nFlags = Register(REG_EFL);
         }
+    }
+
+    // The C library keeps its record of a thread in the page at the far end of the thread's stack. Memory above it may
+    // belong to the same mapping. The first thread's stack grows as far as its limit allows.
+    bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack)
+    {
+        Mapping_t Mapping;
+        if (!WritableAbove(Context.nSp, Mapping) || Mapping.Start > Context.nSp + LARGEST_FRAME)
+        {
+            return false;
+        }
+        std::uintptr_t const AfterThread = (std::uintptr_t{ ::pthread_self() } | (MEMORY_PAGE - 1)) + 1;
+        bool const bOfThread = AfterThread > Context.nSp && AfterThread > Mapping.Start && AfterThread <= Mapping.End;
+        pStack->FarEnd = bOfThread ? AfterThread : Mapping.End;
+        pStack->nSize = pStack->FarEnd - Mapping.Start;
+        rlimit Limit;
+        if (std::strcmp(Mapping.szPath, "[stack]") == 0 && ::getrlimit(RLIMIT_STACK, &Limit) == 0
+            && Limit.rlim_cur != RLIM_INFINITY)
+        {
+            pStack->nSize = std::max(pStack->nSize, static_cast<std::size_t>(Limit.rlim_cur));
+        }
+        pStack->nUsed = std::min(pStack->FarEnd - Context.nSp, pStack->nSize);
+        return true;
     }
 
     void FaultFromSignal(int iSignal, siginfo_t const & Info, ucontext_t const & Thread, FaultContext_t & Context,

@@ -5,6 +5,7 @@
 #include "platform/linux/idlethread.h"
 
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -40,6 +41,12 @@ namespace plat
             t_iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
         }
         return t_iThread;
+    }
+
+    void ThreadName(char (&szName)[THREAD_NAME_SIZE])
+    {
+        szName[0] = '\0';
+        ::prctl(PR_GET_NAME, szName);
     }
 
     void ThreadAtEnd(void (*fnEnd)())

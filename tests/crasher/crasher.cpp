@@ -214,12 +214,35 @@ namespace
 
     Fault_t const * g_pFault = nullptr;
     plat::FaultFilter_t g_fnFilter = nullptr;
+    bool g_bFacts = false;
+    void const * g_pFrame = nullptr;   // near the far end of the stack that faults
     std::atomic<bool> g_bReady = false;
+
+    // Prints the kind of access, its address, the thread and its stack.
+    void SayFacts(plat::FaultPointers_t const & Fault)
+    {
+        constexpr char const * KINDS[] = { "none", "unknown", "read", "write", "execute" };
+        plat::FaultStack_t Stack = {};
+        bool const bStack = plat::FaultFindStack(*Fault.pContext, &Stack);
+        std::uintptr_t const Here = reinterpret_cast<std::uintptr_t>(g_pFrame);
+        bool const bHere = bStack && Here < Stack.FarEnd && Stack.FarEnd - Here < 65536;
+        char szName[plat::THREAD_NAME_SIZE];
+        plat::ThreadName(szName);
+        char szFacts[256];
+        std::snprintf(szFacts, sizeof szFacts, "facts: %s %zX \"%s\" %zu of %zu bytes%s\n",
+            KINDS[static_cast<int>(Fault.pRecord->eAccess)], std::size_t{ Fault.pRecord->dParameters[1] }, szName,
+            Stack.nUsed, Stack.nSize, bHere ? " from here" : "");
+        Say(szFacts);
+    }
 
     // What the library does, without the heap, whatever the road there.
     long Filter(plat::FaultPointers_t const * pFault)
     {
         NoHeap();
+        if (g_bFacts)
+        {
+            SayFacts(*pFault);
+        }
         long const nResult = g_fnFilter(pFault);
         Say(g_pMessageLogFile == nullptr ? "log closed\n" : "log open\n");
         g_iNoHeap = 0;
@@ -309,6 +332,7 @@ namespace
 
     void FaultOnHostThread()
     {
+        g_pFrame = __builtin_frame_address(0);
         plat::FaultThreadJoin();
         Fault();
     }
@@ -338,6 +362,7 @@ namespace
 
     constexpr std::pair<char const *, void (*)()> CIRCUMSTANCES[] = {
         { "busy", BeBusy },
+        { "facts", [] { g_bFacts = true; } },
         { "silent", [] { g_silentMode = true; } },
         { "alone", [] { SetFormer(nullptr); } },
         { "autoname", PrintAutoName },
@@ -359,6 +384,7 @@ namespace
 
 int main(int nArguments, char ** dArguments)
 {
+    g_pFrame = __builtin_frame_address(0);
     rlimit const NoCore = {};
     setrlimit(RLIMIT_CORE, &NoCore);
     LogSetFile(L"./", L"message.log");
