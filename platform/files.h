@@ -102,11 +102,11 @@ namespace plat
     std::FILE * StreamOpenLog(char const * szPath);
 
     /// Starts a new log file if the log holds more than nLimit bytes. The full file is renamed to szPath with ".1" at
-    /// its end. Those of earlier calls become ".2" to ".nFormer". The stream goes on with a new file szPath. With
-    /// nFormer 0 the file is emptied instead. A file that another process has already renamed keeps its name. Requires
+    /// its end. Those of earlier calls become ".2" to ".nPrevious". The stream goes on with a new file szPath. With
+    /// nPrevious 0 the file is emptied instead. A file that another process has already renamed keeps its name. Requires
     /// that StreamOpenLog opened pStream with szPath; others may write to it meanwhile. Returns the bytes of the
     /// stream's file, which after a failure is the old one, or 0 if the system can't say.
-    std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nFormer);
+    std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious);
 
     /// Returns whether a stream has no buffer, as those of StreamOpenLog. False shows that the address is another
     /// stream's by now.

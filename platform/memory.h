@@ -17,8 +17,8 @@ namespace plat
     std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes);
 
     /// Allocates zeroed pages without the heap. Returns null if there are none. A fault filter may call it.
-    void * PagesTake(std::size_t nBytes);
+    void * PagesAllocate(std::size_t nBytes);
 
-    /// Releases pages from PagesTake. Requires the same nBytes. Null does nothing.
-    void PagesGive(void * pPages, std::size_t nBytes);
+    /// Releases pages from PagesAllocate. Requires the same nBytes. Null does nothing.
+    void PagesRelease(void * pPages, std::size_t nBytes);
 }

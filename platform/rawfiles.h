@@ -20,7 +20,7 @@ namespace plat
     bool RawWrite(RawFile_t hFile, char const * pText, std::size_t nBytes);
     void RawClose(RawFile_t hFile);
 
-    /// Returns the contents of a regular file of at most 256 MiB, in pages. The caller releases them by PagesGive with
+    /// Returns the contents of a regular file of at most 256 MiB, in pages. The caller releases them by PagesRelease with
     /// the file's size. Returns null if the file is empty or can't be read.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 

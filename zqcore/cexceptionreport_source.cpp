@@ -12,7 +12,7 @@ exceptionreport::SourceFile_c::SourceFile_c(char const * szPath)
 
 exceptionreport::SourceFile_c::~SourceFile_c()
 {
-    plat::PagesGive(const_cast<char *>(m_pText), m_nBytes);
+    plat::PagesRelease(const_cast<char *>(m_pText), m_nBytes);
 }
 
 bool exceptionreport::SourceFile_c::GetLine(unsigned iLine, char * szText, std::size_t nSize) const

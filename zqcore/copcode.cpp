@@ -25,7 +25,7 @@ struct OpcodeDecoder_c::Match_s
 
 OpcodeDecoder_c::OpcodeDecoder_c(OpcodeMode_e eMode)
     : m_b64Bit(eMode == OPCODE_64_BIT)
-    , m_pPages(plat::PagesTake(OPCODE_PAGES_SIZE))
+    , m_pPages(plat::PagesAllocate(OPCODE_PAGES_SIZE))
 {
     if (m_pPages == nullptr)
     {
@@ -47,7 +47,7 @@ OpcodeDecoder_c::OpcodeDecoder_c(OpcodeMode_e eMode)
 
 OpcodeDecoder_c::~OpcodeDecoder_c()
 {
-    plat::PagesGive(m_pPages, OPCODE_PAGES_SIZE);
+    plat::PagesRelease(m_pPages, OPCODE_PAGES_SIZE);
 }
 
 namespace

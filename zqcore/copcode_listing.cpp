@@ -27,7 +27,7 @@ CodeListing_c::CodeListing_c(unsigned char const * pCode, std::size_t nBytes, st
     , m_nBias(Address - reinterpret_cast<std::uintptr_t>(pCode))
     , m_Address(Address)
     , m_nBytes(nBytes)
-    , m_pInstructions(static_cast<Instruction_s *>(plat::PagesTake(PAGES_SIZE)))
+    , m_pInstructions(static_cast<Instruction_s *>(plat::PagesAllocate(PAGES_SIZE)))
     , m_Decoder(eMode)
 {
     m_Decoder.SetAddressBias(m_nBias);
@@ -35,7 +35,7 @@ CodeListing_c::CodeListing_c(unsigned char const * pCode, std::size_t nBytes, st
 
 CodeListing_c::~CodeListing_c()
 {
-    plat::PagesGive(m_pInstructions, PAGES_SIZE);
+    plat::PagesRelease(m_pInstructions, PAGES_SIZE);
 }
 
 std::size_t CodeListing_c::Decode()

@@ -138,7 +138,7 @@ namespace plat
             pHeader->pNext->pPrev = pHeader->pPrev;
         }
 
-        Header_s * TakeMemory(std::size_t nBytes)
+        Header_s * AllocateMemory(std::size_t nBytes)
         {
             constexpr std::size_t OVERHEAD = sizeof(Header_s) + GAP;
             for (;;)
@@ -159,7 +159,7 @@ namespace plat
         // Returns a new block that is filled and described, but not yet listed.
         Header_s * MakeBlock(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine)
         {
-            Header_s * const pHeader = TakeMemory(nBytes);
+            Header_s * const pHeader = AllocateMemory(nBytes);
             if (pHeader)
             {
                 pHeader->szFile = szFile;
@@ -175,7 +175,7 @@ namespace plat
             return pHeader;
         }
 
-        void GiveBack(Header_s * pHeader)
+        void ReleaseMemory(Header_s * pHeader)
         {
             Fill(UserOf(pHeader), FILL_FREED, pHeader->nBytes);
             std::memset(pHeader->dGap, FILL_FREED, GAP);
@@ -268,7 +268,7 @@ namespace plat
             CallHook(HeapEvent_e::Free, pHeader);
             UnlinkBlock(pHeader);
         }
-        GiveBack(pHeader);
+        ReleaseMemory(pHeader);
     }
 
     std::size_t HeapBlockSize(void const * pUser)

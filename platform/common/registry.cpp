@@ -203,7 +203,7 @@ namespace plat
         }
 
         // Removes the first name from a path and returns it. Skips empty names. Returns an empty name at the end.
-        std::string_view TakeName(std::string_view & sPath)
+        std::string_view RemoveFirstName(std::string_view & sPath)
         {
             while (sPath.starts_with('\\'))
             {
@@ -219,7 +219,8 @@ namespace plat
         StoreHandle_t OpenFrom(StoreHandle_t hFolder, std::string_view sPath, bool bCreate, StoreRights_e eRights)
         {
             StoreScope_c Key(hFolder);
-            for (std::string_view sName = TakeName(sPath); Key.IsOpen() && !sName.empty(); sName = TakeName(sPath))
+            for (std::string_view sName = RemoveFirstName(sPath); Key.IsOpen() && !sName.empty();
+                 sName = RemoveFirstName(sPath))
             {
                 Key.Reset(OpenSubKey(Key.Get(), sName, bCreate, eRights));
             }
@@ -321,7 +322,7 @@ namespace plat
         {
             StoreHandle_t const hFolder = FolderOf(hKey);
             std::string_view sRest = TextOf(szKey);
-            bool const bItself = TakeName(sRest).empty();
+            bool const bItself = RemoveFirstName(sRest).empty();
             std::string_view sParent, sLast;
             if (hFolder == STORE_NONE)
             {
@@ -336,7 +337,7 @@ namespace plat
                 bItself ? OpenKey(hKey->eTree, sParent, false) : OpenFrom(StoreOpenAnew(hFolder), sParent, false, {}));
             Victim.Key.Reset(
                 Victim.Parent.IsOpen() ? StoreOpenFolder(Victim.Parent.Get(), Victim.sFile.c_str()) : STORE_NONE);
-            Victim.sListed = bItself || !TakeName(sParent).empty() ? std::string_view() : sLast;
+            Victim.sListed = bItself || !RemoveFirstName(sParent).empty() ? std::string_view() : sLast;
             return Victim.Key.IsOpen() && (!bItself || StoreIdentity(Victim.Key.Get()) == StoreIdentity(hFolder));
         }
 

@@ -59,7 +59,7 @@ namespace plat
             KeyContents_s Contents;
         };
 
-        void TakeEntry(char const * szFile, bool bFolder, void * pReading)
+        void AddEntry(char const * szFile, bool bFolder, void * pReading)
         {
             auto & Reading = *static_cast<Reading_s *>(pReading);
             KeyContents_s & Contents = Reading.Contents;
@@ -87,7 +87,7 @@ namespace plat
     {
         StoreScope_c const Folder(StoreOpenAnew(hFolder));
         Reading_s Reading{ Folder.Get(), {} };
-        Reading.Contents.bRead = Folder.IsOpen() && StoreList(Folder.Get(), TakeEntry, &Reading);
+        Reading.Contents.bRead = Folder.IsOpen() && StoreList(Folder.Get(), AddEntry, &Reading);
         return std::move(Reading.Contents);
     }
 

@@ -29,7 +29,7 @@ namespace plat
 
         // Reads the character at pText and moves past it. At a byte that starts no character, reads that byte and
         // returns false.
-        bool TakeUtf8(unsigned char const *& pText, char32_t & cText)
+        bool ReadUtf8(unsigned char const *& pText, char32_t & cText)
         {
             unsigned char const * pByte = pText++;
             cText = WIDE_OF_BYTE + *pByte;
@@ -60,7 +60,7 @@ namespace plat
         }
 
         // Reads the character or the value of a byte at szText and moves past it. Returns U+FFFD for any other value.
-        char32_t TakeWide(wchar_t const *& szText)
+        char32_t ReadWide(wchar_t const *& szText)
         {
             char32_t const cValue = static_cast<char32_t>(*szText++);
             char32_t const cNext = WIDE_IS_UTF16 ? static_cast<char32_t>(*szText) : 0;
@@ -175,7 +175,7 @@ namespace plat
         {
             char32_t cText;
             wchar_t dUnits[2];
-            TakeUtf8(pText, cText);
+            ReadUtf8(pText, cText);
             if (!Append(szOut, nSize, nUsed, dUnits, PutWide(dUnits, cText)))
             {
                 break;
@@ -191,7 +191,7 @@ namespace plat
         while (nUsed + 1 < nSize && *szText != 0)
         {
             char dBytes[4];
-            std::size_t const nBytes = PutUtf8(dBytes, TakeWide(szText));
+            std::size_t const nBytes = PutUtf8(dBytes, ReadWide(szText));
             if (!Append(szOut, nSize, nUsed, dBytes, nBytes))
             {
                 break;
@@ -208,7 +208,7 @@ namespace plat
         {
             auto const * pNext = reinterpret_cast<unsigned char const *>(szText);
             char32_t cText;
-            TakeUtf8(pNext, cText);
+            ReadUtf8(pNext, cText);
             auto const * const pEnd = reinterpret_cast<char const *>(pNext);
             char dEscape[6];
             bool const bShown = IsShown(cText, eControls);
@@ -230,7 +230,7 @@ namespace plat
         bool bValid = true;
         while (bValid && *pText != 0)
         {
-            bValid = TakeUtf8(pText, cText);
+            bValid = ReadUtf8(pText, cText);
         }
         return bValid;
     }

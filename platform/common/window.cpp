@@ -11,7 +11,7 @@ namespace plat
         WindowSystem_t g_System = NOTHING;
 
         template <typename FN>
-        void SetIfGiven(FN & fnTarget, FN fnGiven, FN fnHarmless)
+        void SetOrDefault(FN & fnTarget, FN fnGiven, FN fnHarmless)
         {
             fnTarget = fnGiven != nullptr ? fnGiven : fnHarmless;
         }
@@ -19,13 +19,13 @@ namespace plat
 
     WindowSystem_t WindowSystemSet(WindowSystem_t const & System)
     {
-        WindowSystem_t const Former = g_System;
-        SetIfGiven(g_System.fnGetFocus, System.fnGetFocus, NOTHING.fnGetFocus);
-        SetIfGiven(g_System.fnGetParent, System.fnGetParent, NOTHING.fnGetParent);
-        SetIfGiven(g_System.fnMinimise, System.fnMinimise, NOTHING.fnMinimise);
-        SetIfGiven(g_System.fnShowCursor, System.fnShowCursor, NOTHING.fnShowCursor);
-        SetIfGiven(g_System.fnDispatchOne, System.fnDispatchOne, NOTHING.fnDispatchOne);
-        return Former;
+        WindowSystem_t const Previous = g_System;
+        SetOrDefault(g_System.fnGetFocus, System.fnGetFocus, NOTHING.fnGetFocus);
+        SetOrDefault(g_System.fnGetParent, System.fnGetParent, NOTHING.fnGetParent);
+        SetOrDefault(g_System.fnMinimise, System.fnMinimise, NOTHING.fnMinimise);
+        SetOrDefault(g_System.fnShowCursor, System.fnShowCursor, NOTHING.fnShowCursor);
+        SetOrDefault(g_System.fnDispatchOne, System.fnDispatchOne, NOTHING.fnDispatchOne);
+        return Previous;
     }
 
     WindowSystem_t const & WindowSystemGet()

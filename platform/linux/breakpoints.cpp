@@ -158,11 +158,11 @@ namespace plat
         // Disables registers first, so that they are free for those that are enabled.
         bool Apply(DebugRegisters_t const & Registers)
         {
-            DebugRegisters_t const Former = t_File.Registers;
+            DebugRegisters_t const Previous = t_File.Registers;
             t_File.Registers = Registers;
             for (int i = 0; i < DEBUG_REGISTERS; ++i)
             {
-                if (!IsSame(Former, Registers, i))
+                if (!IsSame(Previous, Registers, i))
                 {
                     CloseEvent(t_File, i);
                 }
@@ -189,13 +189,13 @@ namespace plat
     bool DebugRegistersWrite(DebugRegisters_t const & Registers)
     {
         CloseAtForkAndThreadEnd();
-        DebugRegisters_t const Former = t_File.Registers;
+        DebugRegisters_t const Previous = t_File.Registers;
         if (Apply(Registers))
         {
             return true;
         }
         int const iError = errno;
-        Apply(Former);
+        Apply(Previous);
         errno = iError;
         return false;
     }

@@ -17,7 +17,7 @@ namespace plat
 
     void KeptDescriptor_c::Reset(int iDescriptor)
     {
-        Descriptor_c const Former(Get());
+        Descriptor_c const Previous(Get());
         m_iDescriptor = iDescriptor;
         m_Identity = iDescriptor >= 0 ? IdentityOf(iDescriptor) : DescriptorIdentity_t{};
     }

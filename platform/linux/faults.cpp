@@ -260,7 +260,7 @@ namespace plat
         public:
             bool Take()
             {
-                m_pMemory = m_pMemory != nullptr ? m_pMemory : PagesTake(STACK_SIZE);
+                m_pMemory = m_pMemory != nullptr ? m_pMemory : PagesAllocate(STACK_SIZE);
                 stack_t const Stack = { m_pMemory, 0, STACK_SIZE };
                 return m_pMemory != nullptr && sigaltstack(&Stack, nullptr) == 0;
             }
@@ -271,7 +271,7 @@ namespace plat
                 stack_t const None = { nullptr, SS_DISABLE, 0 };
                 if (m_pMemory != nullptr && sigaltstack(&None, nullptr) == 0)
                 {
-                    PagesGive(m_pMemory, STACK_SIZE);
+                    PagesRelease(m_pMemory, STACK_SIZE);
                 }
             }
 

@@ -47,7 +47,7 @@ namespace plat
         }
 
         // Finds the spelling of a file's new name. Returns false if the name exists and bReplace is false.
-        bool SpellTaken(DiskPath_c & Path, bool bReplace)
+        bool SpellNewName(DiskPath_c & Path, bool bReplace)
         {
             struct stat Stat;
             if (StatOf(Path, Stat) == 0)
@@ -65,7 +65,7 @@ namespace plat
 
         // Copies the rights of the file to replace to the new file. If that file is another user's, copies only rights
         // that the new file has already. If the rights can't be changed, the new file keeps its own.
-        void TakeRights(int iDescriptor, struct stat const & Old)
+        void CopyRights(int iDescriptor, struct stat const & Old)
         {
             struct stat New;
             if (fstat(iDescriptor, &New) == 0)
@@ -139,7 +139,7 @@ namespace plat
         }
         else if (S_ISREG(Stat.st_mode) && eRights == Rights_e::Shared)
         {
-            TakeRights(iFile, Stat);
+            CopyRights(iFile, Stat);
         }
         FolderSync_c const Folder(To.Get(), iFile);
         return Folder.IsReady() && rename(From.Get(), To.Get()) == 0 && Folder.Sync();
@@ -149,7 +149,7 @@ namespace plat
     {
         DiskPath_c From(szFrom), To(szTo);
         struct stat Stat;
-        if (StatOf(From, Stat) != 0 || !SpellTaken(To, bReplace))
+        if (StatOf(From, Stat) != 0 || !SpellNewName(To, bReplace))
         {
             return false;
         }
@@ -165,7 +165,7 @@ namespace plat
     {
         DiskPath_c From(szFrom), To(szTo);
         struct stat Stat;
-        if (StatOf(From, Stat) != 0 || !SpellTaken(To, false))
+        if (StatOf(From, Stat) != 0 || !SpellNewName(To, false))
         {
             return false;
         }

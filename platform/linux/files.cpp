@@ -97,10 +97,10 @@ namespace plat
         }
 
         // Renames a file to the name with ".1", the one with ".1" to ".2", and so on. The last one is deleted.
-        void RenameFormer(char const * szPath, int nFormer)
+        void RenamePrevious(char const * szPath, int nPrevious)
         {
             char szFrom[PATH_MAX + 16], szTo[PATH_MAX + 16];
-            for (int i = nFormer; i > 0; --i)
+            for (int i = nPrevious; i > 0; --i)
             {
                 std::snprintf(szFrom, sizeof szFrom, i > 1 ? "%s.%i" : "%s", szPath, i - 1);
                 std::snprintf(szTo, sizeof szTo, "%s.%i", szPath, i);
@@ -270,7 +270,7 @@ namespace plat
         return pStream;
     }
 
-    std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nFormer)
+    std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious)
     {
         int const iFile = fileno(pStream);
         struct stat Own;
@@ -286,13 +286,13 @@ namespace plat
         DiskPath_c Path(szPath);
         struct stat Named;
         bool const bNamed = Path.Try([&Named](char const * szTry) { return lstat(szTry, &Named); }) == 0;
-        if (nFormer == 0)
+        if (nPrevious == 0)
         {
             return ftruncate(iFile, 0) == 0 ? 0 : nOwn;
         }
         if (bNamed && Named.st_dev == Own.st_dev && Named.st_ino == Own.st_ino)
         {
-            RenameFormer(Path.Get(), nFormer);
+            RenamePrevious(Path.Get(), nPrevious);
         }
         Descriptor_c New(OpenToWrite(szPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, NEW_FILE_MODE));
         struct stat Fresh;

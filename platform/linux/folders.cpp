@@ -296,8 +296,8 @@ namespace plat
     {
         struct stat Stat;
         DiskPath_c Path(szPath);
-        auto const fnAsk = [&Stat](char const * szTry) { return stat(szTry, &Stat); };
-        if ((bAsWritten ? fnAsk(Path.Get()) : Path.Try(fnAsk)) != 0 || !S_ISDIR(Stat.st_mode))
+        auto const fnStat = [&Stat](char const * szTry) { return stat(szTry, &Stat); };
+        if ((bAsWritten ? fnStat(Path.Get()) : Path.Try(fnStat)) != 0 || !S_ISDIR(Stat.st_mode))
         {
             return false;
         }

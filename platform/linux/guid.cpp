@@ -126,7 +126,7 @@ namespace plat
                 {
                     if (m_tLast - tTick > SMALL_STEP_BACK)
                     {
-                        TakeSequence();
+                        ChooseSequence();
                         break;
                     }
                     tTick = Now();
@@ -139,11 +139,11 @@ namespace plat
             {
                 RandomBytes(m_dRandomAddress, NET_ADDRESS_SIZE);
                 m_dRandomAddress[0] |= 1;   // the mark of RFC 4122 for an address that is not the hardware's
-                TakeSequence();
+                ChooseSequence();
             }
 
             // Previous sockets stay open, so that no process gets both an old sequence and a clock that was set back.
-            void TakeSequence()
+            void ChooseSequence()
             {
                 unsigned char dRandom[2];
                 RandomBytes(dRandom, sizeof(dRandom));
@@ -164,7 +164,7 @@ namespace plat
             {
                 if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)
                 {
-                    TakeSequence();
+                    ChooseSequence();
                 }
                 if (m_dwStatus != GUID_OK || m_nSource != NetAddressSourceNumber())
                 {

@@ -38,8 +38,8 @@ namespace plat
         return static_cast<unsigned char>(m_dBytes[m_iByte++]);
     }
 
-    // Returns the next number. Stores the byte after it in pBehind.
-    std::uint64_t Maps_c::Number(int iBase, int * pBehind)
+    // Returns the next number. Stores the byte after it in pNext.
+    std::uint64_t Maps_c::Number(int iBase, int * pNext)
     {
         std::uint64_t nNumber = 0;
         int cByte = Byte();
@@ -48,7 +48,7 @@ namespace plat
             nNumber = nNumber * static_cast<unsigned>(iBase) + static_cast<unsigned>(iDigit);
             cByte = Byte();
         }
-        *pBehind = cByte;
+        *pNext = cByte;
         return nNumber;
     }
 

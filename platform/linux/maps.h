@@ -26,7 +26,7 @@ namespace plat
 
     private:
         int Byte();
-        std::uint64_t Number(int iBase, int * pBehind);
+        std::uint64_t Number(int iBase, int * pNext);
 
         Descriptor_c m_File;
         std::size_t m_nBytes = 0;

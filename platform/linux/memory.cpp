@@ -78,13 +78,13 @@ namespace plat
                         : static_cast<std::size_t>(std::max<ssize_t>(nRead, 0));
     }
 
-    void * PagesTake(std::size_t nBytes)
+    void * PagesAllocate(std::size_t nBytes)
     {
         void * const pPages = ::mmap(nullptr, nBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         return pPages == MAP_FAILED ? nullptr : pPages;
     }
 
-    void PagesGive(void * pPages, std::size_t nBytes)
+    void PagesRelease(void * pPages, std::size_t nBytes)
     {
         if (pPages != nullptr)
         {

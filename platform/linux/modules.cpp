@@ -35,9 +35,9 @@ namespace plat
             std::uintptr_t FileEnd = 0;
             while (Maps.Next(Mapping) && Mapping.Start <= Address)
             {
-                bool const bBehindFile = Mapping.szPath[0] == '\0' && Mapping.Start == FileEnd;
-                FileEnd = Mapping.szPath[0] == '/' || bBehindFile ? Mapping.End : 0;
-                if (!bBehindFile)
+                bool const bAfterFile = Mapping.szPath[0] == '\0' && Mapping.Start == FileEnd;
+                FileEnd = Mapping.szPath[0] == '/' || bAfterFile ? Mapping.End : 0;
+                if (!bAfterFile)
                 {
                     Found = Mapping;
                 }

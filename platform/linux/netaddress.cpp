@@ -73,9 +73,9 @@ namespace plat
 
     NetAddressSource_t NetAddressSetSource(NetAddressSource_t fnSource)
     {
-        NetAddressSource_t const fnFormer = g_fnSource.exchange(fnSource);
+        NetAddressSource_t const fnPrevious = g_fnSource.exchange(fnSource);
         ++g_nSources;
-        return fnFormer;
+        return fnPrevious;
     }
 
     unsigned NetAddressSourceNumber()

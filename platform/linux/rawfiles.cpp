@@ -147,10 +147,10 @@ namespace plat
             return nullptr;
         }
         *pBytes = static_cast<std::size_t>(Stat.st_size);
-        void * const pPages = PagesTake(*pBytes);
+        void * const pPages = PagesAllocate(*pBytes);
         if (pPages != nullptr && ReadFully(File.Get(), pPages, *pBytes) != *pBytes)
         {
-            PagesGive(pPages, *pBytes);
+            PagesRelease(pPages, *pBytes);
             return nullptr;
         }
         return static_cast<char const *>(pPages);

@@ -10,13 +10,13 @@
 
 #ifdef __has_feature
     #if __has_feature(address_sanitizer)
-        #define STACK_TOLD_TO_CHECKER
+        #define CHECKER_FOLLOWS_STACKS
     #endif
 #elif defined(__SANITIZE_ADDRESS__)
-    #define STACK_TOLD_TO_CHECKER
+    #define CHECKER_FOLLOWS_STACKS
 #endif
 
-#ifdef STACK_TOLD_TO_CHECKER
+#ifdef CHECKER_FOLLOWS_STACKS
     #include <sanitizer/asan_interface.h>
     #include <sanitizer/common_interface_defs.h>
 #endif
@@ -40,18 +40,18 @@ namespace plat
         ZQ_THREAD_LOCAL Switch_s * t_pSwitch = nullptr;   // the latest one
 
         // Reports to the address checker which stack is the present one.
-        void TellLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
+        void ReportLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
         {
-#ifdef STACK_TOLD_TO_CHECKER
+#ifdef CHECKER_FOLLOWS_STACKS
             __sanitizer_start_switch_fiber(ppFrames, pStack, nBytes);
 #else
             static_cast<void>(ppFrames), static_cast<void>(pStack), static_cast<void>(nBytes);
 #endif
         }
 
-        void TellArrived(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
+        void ReportArrival(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
         {
-#ifdef STACK_TOLD_TO_CHECKER
+#ifdef CHECKER_FOLLOWS_STACKS
             __sanitizer_finish_switch_fiber(pFrames, ppFrom, pFromBytes);
 #else
             static_cast<void>(pFrames), static_cast<void>(ppFrom), static_cast<void>(pFromBytes);
@@ -59,9 +59,9 @@ namespace plat
         }
 
         // Clears the checker's marks of Run's frame, which would stay because Run never returns.
-        void TellForgotten(void const * pStack, std::size_t nBytes)
+        void ClearCheckerMarks(void const * pStack, std::size_t nBytes)
         {
-#ifdef STACK_TOLD_TO_CHECKER
+#ifdef CHECKER_FOLLOWS_STACKS
             __asan_unpoison_memory_region(pStack, nBytes);
 #else
             static_cast<void>(pStack), static_cast<void>(nBytes);
@@ -71,7 +71,7 @@ namespace plat
         void Run()
         {
             Switch_s & Switch = *t_pSwitch;
-            TellArrived(nullptr, &Switch.pCallerStack, &Switch.nCallerStack);
+            ReportArrival(nullptr, &Switch.pCallerStack, &Switch.nCallerStack);
             try
             {
                 Switch.fnCall(Switch.pArgument);
@@ -80,14 +80,14 @@ namespace plat
             {
                 Switch.Thrown = std::current_exception();
             }
-            TellLeaving(nullptr, Switch.pCallerStack, Switch.nCallerStack);
+            ReportLeaving(nullptr, Switch.pCallerStack, Switch.nCallerStack);
             setcontext(&Switch.Caller);
         }
 
         void SwitchTo(Switch_s & Switch, char * pStack, std::size_t nBytes)
         {
-            char const * const pFormerLow = t_pLow;
-            Switch_s * const pFormerSwitch = t_pSwitch;
+            char const * const pPreviousLow = t_pLow;
+            Switch_s * const pPreviousSwitch = t_pSwitch;
             getcontext(&Switch.Fresh);
             Switch.Fresh.uc_stack.ss_sp = pStack;
             Switch.Fresh.uc_stack.ss_size = nBytes;
@@ -97,12 +97,12 @@ namespace plat
             t_pLow = pStack;
             t_pSwitch = &Switch;
             void * pFrames = nullptr;
-            TellLeaving(&pFrames, pStack, nBytes);
+            ReportLeaving(&pFrames, pStack, nBytes);
             swapcontext(&Switch.Caller, &Switch.Fresh);
-            TellArrived(pFrames, nullptr, nullptr);
-            TellForgotten(pStack, nBytes);
-            t_pSwitch = pFormerSwitch;
-            t_pLow = pFormerLow;
+            ReportArrival(pFrames, nullptr, nullptr);
+            ClearCheckerMarks(pStack, nBytes);
+            t_pSwitch = pPreviousSwitch;
+            t_pLow = pPreviousLow;
         }
 
         ZQ_COLD char const * FindLow()
