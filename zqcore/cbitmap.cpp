@@ -10,7 +10,7 @@
 namespace
 {
     // Returns zeroed storage, or null if there is none.
-    unsigned char * TakeBytes(std::size_t nBytes)
+    unsigned char * AllocateBytes(std::size_t nBytes)
     {
         void * const pBytes = CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
         return pBytes ? static_cast<unsigned char *>(std::memset(pBytes, 0, nBytes)) : nullptr;
@@ -37,7 +37,7 @@ BitVec_c & BitVec_c::Grow(int iBits)
     if (iBits <= MAX_BITS)
     {
         int const iNewDim = (iBits + 7) & ~7;
-        if (unsigned char * const pNew = TakeBytes(static_cast<std::size_t>(iNewDim >> 3)))
+        if (unsigned char * const pNew = AllocateBytes(static_cast<std::size_t>(iNewDim >> 3)))
         {
             std::copy_n(pVec, GetBytes(), pNew);
             CoreMemory::operator_delete_array(pVec);

@@ -105,7 +105,7 @@ namespace
 
 constinit ComDebug_t * ComObject_c::m_pEmptyList = g_dNotes;
 
-inline void ComObject_c::TakeNote(void const * pOwner, char const * sFile, int iLine) const
+inline void ComObject_c::AddNote(void const * pOwner, char const * sFile, int iLine) const
 {
     ComDebug_t * const pNote = m_pEmptyList;
     m_pEmptyList = NextFree(pNote);
@@ -160,21 +160,21 @@ std::uint32_t ComObject_c::AddRef(void const * pOwner, char const * sFile, int i
 {
     if (pObject != this || !pOwner || m_pEmptyList == NOTES_END)
     {
-        return AddRefRarely(pOwner, sFile, iLine, pObject);
+        return AddRefSlow(pOwner, sFile, iLine, pObject);
     }
-    TakeNote(pOwner, sFile, iLine);
+    AddNote(pOwner, sFile, iLine);
     return iRefCount++;
 }
 
 // Handles all cases, including misuse.
-std::uint32_t ComObject_c::AddRefRarely(void const * pOwner, char const * sFile, int iLine, void const * pObject) const
+std::uint32_t ComObject_c::AddRefSlow(void const * pOwner, char const * sFile, int iLine, void const * pObject) const
 {
     ZQ_ASSERT_TEXT(pObject == this, "pObject==this");
     ZQ_ASSERT(pOwner);
     ZQ_ASSERT_TEXT(m_pEmptyList != NOTES_END, "m_pEmptyList");
     if (pOwner && m_pEmptyList != NOTES_END)
     {
-        TakeNote(pOwner, sFile, iLine);
+        AddNote(pOwner, sFile, iLine);
     }
     return iRefCount++;
 }
@@ -184,12 +184,12 @@ bool ComObject_c::Release(void const * pOwner, char const *, int, void const * p
     std::uint32_t const iSlot = g_HeldPages.SlotOf(this);
     if (!pOwner || !IsHeld(iSlot, this, sizeof(ComObject_c)) || !IsSound(this, pObject))
     {
-        return ReleaseRarely(this, pOwner, pObject);
+        return ReleaseSlow(this, pOwner, pObject);
     }
     ComDebug_t * const pNote = FindNote(pOwner);
     if (!pNote)
     {
-        return ReleaseRarely(this, pOwner, pObject);
+        return ReleaseSlow(this, pOwner, pObject);
     }
     Unchain(pNote);
     g_HeldPages.Remove(iSlot);
@@ -197,7 +197,7 @@ bool ComObject_c::Release(void const * pOwner, char const *, int, void const * p
 }
 
 // Handles all cases, including misuse.
-bool ComObject_c::ReleaseRarely(ComObject_c const * pThis, void const * pOwner, void const * pObject)
+bool ComObject_c::ReleaseSlow(ComObject_c const * pThis, void const * pOwner, void const * pObject)
 {
     if (!CanRelease(pThis, pObject))
     {

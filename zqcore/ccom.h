@@ -82,13 +82,13 @@ protected:
     virtual void Dispose() const;
 
 private:
-    ZQ_COLD std::uint32_t AddRefRarely(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
-    ZQ_COLD static bool ReleaseRarely(ComObject_c const * pThis, void const * pOwner, void const * pObject);
+    ZQ_COLD std::uint32_t AddRefSlow(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
+    ZQ_COLD static bool ReleaseSlow(ComObject_c const * pThis, void const * pOwner, void const * pObject);
     static bool IsSound(ComObject_c const * pThis, void const * pObject);
     static bool CanRelease(ComObject_c const * pThis, void const * pObject);
     ComDebug_t * FindNote(void const * pOwner) const;
     bool LowerCount() const;
-    void TakeNote(void const * pOwner, char const * sFile, int iLine) const;
+    void AddNote(void const * pOwner, char const * sFile, int iLine) const;
     void ReturnNote(ComDebug_t * pNote) const;
     void Unchain(ComDebug_t * pNote) const;
 

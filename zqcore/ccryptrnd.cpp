@@ -11,7 +11,7 @@ namespace
 {
     constinit CryptoRandomGenerator_c g_Generator;
     CryptoRandomGenerator_c::ForkLocks_c const g_ForkLocks(g_Generator);
-    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_Generator.Part(); } });
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_Generator.Diverge(); } });
     constinit ModuleCryptRandom_c g_Module;
 
     void CollectEntropy(MessageData_s)
@@ -32,7 +32,7 @@ void CryptoRandomGenerator_c::Put(unsigned char Byte)
     PutLocked(Byte);
 }
 
-void CryptoRandomGenerator_c::Part()
+void CryptoRandomGenerator_c::Diverge()
 {
     m_nBytesLeft = 0;
     auto const nMoment = static_cast<std::uint64_t>(plat::CycleCounter());

@@ -27,7 +27,7 @@ public:
 
     /// Discards the rest of the block and adds the cycle counter to the pool. A child of a fork calls it, so that its
     /// bytes differ from those of its parent and of the parent's other children.
-    void Part();
+    void Diverge();
 
     /// Registers a generator's locks for forks.
     class ForkLocks_c

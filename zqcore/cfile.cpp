@@ -18,7 +18,7 @@ namespace
 {
     std::atomic<bool> g_bEmptyAllowed{ false };
 
-    void Tell(Callbacker_T<char const *> & Event, char const * szText)
+    void FireIfGranted(Callbacker_T<char const *> & Event, char const * szText)
     {
         Firing_c const Firing;
         if (Firing.IsGranted())
@@ -74,7 +74,7 @@ namespace
         FileOpenTracker(File.Get(), szLocation);
         if (std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed))
         {
-            Tell(g_FileOpenCallbacker, szLocation);
+            FireIfGranted(g_FileOpenCallbacker, szLocation);
         }
         return File.Release();
     }
@@ -86,7 +86,7 @@ namespace
     }
 
     // Other threads read the length without the file's lock.
-    void TakeFactsOf(File_c & File, plat::FileFacts_t const & Facts)
+    void StoreFactsOf(File_c & File, plat::FileFacts_t const & Facts)
     {
         int const iLength = static_cast<int>(static_cast<std::uint32_t>(Facts.nSize));
         std::atomic_ref(File.iLength).store(iLength, std::memory_order_relaxed);
@@ -260,13 +260,13 @@ int File_c::RefClose()
     return GetOpensCount();
 }
 
-void File_c::TakeStreamFacts(plat::FileFacts_t const & Facts)
+void File_c::StoreStreamFacts(plat::FileFacts_t const & Facts)
 {
     if (m_Lock.TryEnter())   // otherwise the thread that holds it opens the file and reads them
     {
         if (!pData)
         {
-            TakeFactsOf(*this, Facts);
+            StoreFactsOf(*this, Facts);
         }
         m_Lock.Leave();
     }
@@ -316,7 +316,7 @@ bool FileOnDisk_c::Open(void * pBuffer)
         LogEscaped("FileOnDisk_c::Open: %s", static_cast<char const *>(sReason));
         return false;
     }
-    if (!TakeFacts(Facts, sLocation, !pBuffer))
+    if (!StoreFacts(Facts, sLocation, !pBuffer))
     {
         return false;
     }
@@ -384,17 +384,17 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     {
         return pBlock != nullptr;
     }
-    TakeFactsOf(*this, Facts);   // other threads may have seen another size meanwhile
+    StoreFactsOf(*this, Facts);   // other threads may have seen another size meanwhile
     pData = pBlock.release();
     StayerDoWork();
     return true;
 }
 
 /// Stores size and times of the open file. Returns false, with a log line, if the file can't be read whole.
-bool FileOnDisk_c::TakeFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock)
+bool FileOnDisk_c::StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock)
 {
     int const iRoom = iLength;
-    TakeFactsOf(*this, Facts);
+    StoreFactsOf(*this, Facts);
     if (IsTooLarge(Facts, "FileOnDisk_c::Open", szLocation))
     {
         return false;
@@ -410,7 +410,7 @@ bool FileOnDisk_c::TakeFacts(plat::FileFacts_t const & Facts, char const * szLoc
 bool FileOnDisk_c::ComplainOfRead(char const * szLocation)
 {
     LogEscaped("FileOnDisk_c::Open: Error reading file: '%s'", szLocation);
-    Tell(g_FileReadErrorCallbacker, sName);
+    FireIfGranted(g_FileReadErrorCallbacker, sName);
     return false;
 }
 
@@ -436,7 +436,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     if (plat::FileSeek(hFile, dwPosition, 0) < 0)
     {
         CloseTracked(hFile);
-        Tell(g_FileReadErrorCallbacker, sName);
+        FireIfGranted(g_FileReadErrorCallbacker, sName);
         LogEscaped(
             "FileOnDisk_c::Load: Error reading file: '%s' - SetFilePointer", static_cast<char const *>(sLocation));
         return false;
@@ -449,7 +449,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
         return true;
     }
     LogEscaped("FileOnDisk_c::Load: Error reading file: '%s'", static_cast<char const *>(sLocation));
-    Tell(g_FileReadErrorCallbacker, sName);
+    FireIfGranted(g_FileReadErrorCallbacker, sName);
     dwLength = static_cast<std::uint32_t>(nRead);
     return false;
 }
@@ -497,12 +497,12 @@ bool FileStored_c::OpenStored()
     }
     if (!m_hFile)
     {
-        Tell(g_FileReadErrorCallbacker, m_pFile->sName);
+        FireIfGranted(g_FileReadErrorCallbacker, m_pFile->sName);
         return false;
     }
     plat::FileHintSequential(m_hFile, Facts.nSize);
     m_iLength = static_cast<int>(Facts.nSize);
-    m_pFile->TakeStreamFacts(Facts);
+    m_pFile->StoreStreamFacts(Facts);
     CountRead(*m_pFile);
     return true;
 }
@@ -533,9 +533,9 @@ long FileStored_c::TellStored()
 unsigned int FileStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount)
 {
     ZQ_ASSERT(m_hFile);
-    std::uint64_t const nAsked = std::uint64_t{ iSize } * iCount;
+    std::uint64_t const nRequested = std::uint64_t{ iSize } * iCount;
     auto const nBytes =
-        static_cast<std::size_t>(nAsked < INT_MAX ? nAsked : INT_MAX);   // no file of the table is longer
+        static_cast<std::size_t>(nRequested < INT_MAX ? nRequested : INT_MAX);   // no file of the table is longer
     return m_hFile ? static_cast<unsigned int>(plat::FileRead(m_hFile, pBuffer, nBytes)) : 0;
 }
 

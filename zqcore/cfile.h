@@ -122,7 +122,7 @@ private:
     friend class FileStored_c;
 
     /// Sets size and times from a stream. Does nothing while the file is resident: they are the block's then.
-    void TakeStreamFacts(plat::FileFacts_t const & Facts);
+    void StoreStreamFacts(plat::FileFacts_t const & Facts);
 
     /// Add and remove a reference. Return the new count. RefOpen returns 0 if the file can't be read.
     int RefOpen();
@@ -170,7 +170,7 @@ public:
     void Close() override;
 
 private:
-    bool TakeFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock);
+    bool StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock);
     bool ComplainOfRead(char const * szLocation);
     bool Read(plat::File_t hFile, void * pBuffer, char const * szLocation);
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);

@@ -22,18 +22,18 @@ namespace
 
     // Returns storage for an object. Objects are mostly allocated in a row, so it also prefetches the cache lines of a
     // later one that its construction will write, before and after the text sRequestedName.
-    void * TakeRoom()
+    void * AllocateObject()
     {
         constexpr std::size_t LINE = 64;
-        constexpr std::size_t BEHIND = sizeof(plat::Lock_c) + LINE;
-        constexpr std::size_t AHEAD = sizeof(File_c) - sizeof(plat::Lock_c) - sizeof(File_c::sRequestedName);
+        constexpr std::size_t BYTES_AFTER = sizeof(plat::Lock_c) + LINE;
+        constexpr std::size_t BYTES_BEFORE = sizeof(File_c) - sizeof(plat::Lock_c) - sizeof(File_c::sRequestedName);
         auto * const pRoom = static_cast<char *>(Pool().Alloc(false));
         char const * const pLater = pRoom + 2 * sizeof(FileOnDisk_c);
-        for (std::size_t i = 0; i <= AHEAD; i += LINE)
+        for (std::size_t i = 0; i <= BYTES_BEFORE; i += LINE)
         {
             ZQ_PREFETCH(pLater + i);
         }
-        for (std::size_t i = sizeof(File_c) - BEHIND; i < sizeof(File_c); i += LINE)
+        for (std::size_t i = sizeof(File_c) - BYTES_AFTER; i < sizeof(File_c); i += LINE)
         {
             ZQ_PREFETCH(pLater + i);
         }
@@ -44,12 +44,12 @@ namespace
 // A derived class may be larger; its objects are allocated from the heap.
 void * FileOnDisk_c::operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
 {
-    return nBytes == sizeof(FileOnDisk_c) ? TakeRoom() : ::operator new(nBytes, iBlockType, sFile, iLine);
+    return nBytes == sizeof(FileOnDisk_c) ? AllocateObject() : ::operator new(nBytes, iBlockType, sFile, iLine);
 }
 
 void * FileOnDisk_c::operator new(std::size_t nBytes)
 {
-    return nBytes == sizeof(FileOnDisk_c) ? TakeRoom() : ::operator new(nBytes);
+    return nBytes == sizeof(FileOnDisk_c) ? AllocateObject() : ::operator new(nBytes);
 }
 
 void FileOnDisk_c::operator delete(void * pObject, std::size_t nBytes)

@@ -138,7 +138,7 @@ namespace
 
     // Removes a request that is done and returns true; otherwise returns false. Reads without the lock: only this
     // thread moves requests.
-    bool TakeIfLoaded(int iRequest)
+    bool RemoveIfLoaded(int iRequest)
     {
         if (!std::atomic_ref(g_pAsyncFiles[iRequest].bLoaded).load(std::memory_order_acquire))
         {
@@ -331,7 +331,7 @@ bool FileAsyncIsLoaded(void * file)
     auto const iRequest = reinterpret_cast<std::intptr_t>(file);
     bool const bKnown = iRequest >= 0 && iRequest < g_pAsyncFiles.GetLength();
     ZQ_ASSERT_TEXT(bKnown, "int(file) < g_pAsyncFiles.GetLength ()");
-    return bKnown && TakeIfLoaded(static_cast<int>(iRequest));
+    return bKnown && RemoveIfLoaded(static_cast<int>(iRequest));
 }
 
 bool FileAsyncIsLoadedSlow(File_c * pFile)
@@ -341,7 +341,7 @@ bool FileAsyncIsLoadedSlow(File_c * pFile)
     {
         if (g_pAsyncFiles[i].pFile == pFile)
         {
-            return TakeIfLoaded(i);
+            return RemoveIfLoaded(i);
         }
     }
     return false;

@@ -8,12 +8,12 @@ void FileExcludes_c::Add(char const * szName)
 {
     MemCategoryScope_c const Category(mem::file);
     ZQ_ASSERT(szName);
-    bool bTake = szName != nullptr;
+    bool bNew = szName != nullptr;
     for (String_T<256> const * pName : m_dNames)
     {
-        bTake = bTake && *pName != szName;
+        bNew = bNew && *pName != szName;
     }
-    if (bTake)
+    if (bNew)
     {
         m_dNames.Add(ZQ_NEW String_T<256>(szName));
     }

@@ -21,7 +21,7 @@ namespace
     constexpr std::size_t SEAL_SIZE = HEAD_SIZE + sizeof(std::uint32_t);
 
     template <typename T>
-    T Take(unsigned char const * pData)
+    T ReadAs(unsigned char const * pData)
     {
         T Value;
         std::memcpy(&Value, pData, sizeof Value);
@@ -47,7 +47,7 @@ namespace
             return false;
         }
         std::size_t const nBefore = nBytes - sizeof(std::uint32_t);
-        return Take<std::uint32_t>(pData + nBefore)
+        return ReadAs<std::uint32_t>(pData + nBefore)
                == GetCrc32Polynomial(reinterpret_cast<char const *>(pData), static_cast<int>(nBefore));
     }
 
@@ -184,7 +184,7 @@ void FileSave_c::DeleteLeft()
     }
 }
 
-FileSave_c::State_e FileSave_c::Say(State_e eState, char const * szWhyNot)
+FileSave_c::State_e FileSave_c::SetState(State_e eState, char const * szWhyNot)
 {
     m_sWhyNot = szWhyNot;
     return eState;
@@ -194,35 +194,35 @@ FileSave_c::State_e FileSave_c::Check(unsigned char const * pData, std::size_t n
 {
     if (nBytes == 0)
     {
-        return Say(DAMAGED, "it is empty");
+        return SetState(DAMAGED, "it is empty");
     }
     if (!HasChecksum(pData, nBytes))
     {
-        return Say(DAMAGED, "it has no seal that fits");
+        return SetState(DAMAGED, "it has no seal that fits");
     }
     if (!HasMark(pData, nBytes))
     {
-        return Say(OLDER, "it has the checksum of an older program and no seal");
+        return SetState(OLDER, "it has the checksum of an older program and no seal");
     }
     unsigned char const * const pSeal = pData + nBytes - SEAL_SIZE;
     std::size_t const nArchive = nBytes - SEAL_SIZE;
     if (pSeal[MARK_FAMILY] > MARK[MARK_FAMILY])
     {
-        return Say(NEWER, "its seal is of a newer version");
+        return SetState(NEWER, "its seal is of a newer version");
     }
-    if (Take<std::uint64_t>(pSeal + sizeof MARK) != nArchive || nArchive < sizeof dwVersion)
+    if (ReadAs<std::uint64_t>(pSeal + sizeof MARK) != nArchive || nArchive < sizeof dwVersion)
     {
-        return Say(DAMAGED, "it is not of the length that its seal says");
+        return SetState(DAMAGED, "it is not of the length that its seal says");
     }
-    auto const dwFile = Take<std::uint32_t>(pData);
+    auto const dwFile = ReadAs<std::uint32_t>(pData);
     if (Major(dwFile) == Major(dwVersion) && Minor(dwFile) <= Minor(dwVersion))
     {
-        return Say(WHOLE, "");
+        return SetState(WHOLE, "");
     }
     char szWhyNot[128];
     std::snprintf(szWhyNot, sizeof szWhyNot, "it is of version %i.%i, and this program reads %i.%i", Major(dwFile),
         Minor(dwFile), Major(dwVersion), Minor(dwVersion));
-    return Say(dwFile > dwVersion ? NEWER : OLDER, szWhyNot);
+    return SetState(dwFile > dwVersion ? NEWER : OLDER, szWhyNot);
 }
 
 FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
@@ -231,20 +231,20 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
     delete std::exchange(m_pContents, nullptr);
     if (m_sLock.IsEmpty())
     {
-        return Say(UNREADABLE, m_sWhyNoLock);   // the path does not exist
+        return SetState(UNREADABLE, m_sWhyNoLock);   // the path does not exist
     }
     String_T<256> const sPath = GetPath(iFormer);
     plat::FileFacts_t Facts;
     plat::File_t hFile = plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);
     if (!hFile && !plat::PathIsTaken(sPath))
     {
-        return Say(ABSENT, "there is none");
+        return SetState(ABSENT, "there is none");
     }
     hFile =
         hFile ? hFile : plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);   // it may have just been created
     if (!hFile)
     {
-        return Say(UNREADABLE, LastErrorReason());
+        return SetState(UNREADABLE, LastErrorReason());
     }
     FileOpenTracker(hFile, sPath);
     bool const bFits = Facts.nSize <= INT_MAX;
@@ -257,9 +257,9 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
     plat::FileClose(hFile);
     if (!bFits || nRead < nBytes)
     {
-        return Say(UNREADABLE, !bFits     ? "it is larger than 2 GiB"
-                               : bShorter ? "it was cut meanwhile"
-                                          : static_cast<char const *>(sReason));
+        return SetState(UNREADABLE, !bFits     ? "it is larger than 2 GiB"
+                                    : bShorter ? "it was cut meanwhile"
+                                               : static_cast<char const *>(sReason));
     }
     State_e const eState = Check(pBytes.get(), nBytes, dwVersion);
     if (eState == WHOLE)

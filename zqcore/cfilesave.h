@@ -108,7 +108,7 @@ private:
     class Contents_c;   // file object that a reader gets
 
     State_e Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);
-    State_e Say(State_e eState, char const * szWhyNot);
+    State_e SetState(State_e eState, char const * szWhyNot);
     void DeleteLeft();
     bool KeepFormer(FileReplacement_c::Reason_t & sWhyNot);
 

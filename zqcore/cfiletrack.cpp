@@ -27,8 +27,8 @@ namespace
     constexpr std::size_t READ_BYTES = 4094;   // part of the buffer that a batch must fit into
 
     constexpr int LOCK_TRIES = 500;
-    constexpr int LOCK_TRIES_UNSAID = 10;   // tries that are not logged
-    constexpr int LOCK_WAIT = 10;           // milliseconds after each try
+    constexpr int LOCK_TRIES_UNLOGGED = 10;   // tries that are not logged
+    constexpr int LOCK_WAIT = 10;             // milliseconds after each try
 
     String_T<256> g_sTrackPath;           // watched folder as the caller wrote it
     plat::FolderWatch_c g_hTrackFolder;   // closed while tracking is off
@@ -107,7 +107,7 @@ namespace
             }
             g_fnTrackSleep(LOCK_WAIT);
         }
-        if (nTries > LOCK_TRIES_UNSAID)
+        if (nTries > LOCK_TRIES_UNLOGGED)
         {
             LogEscaped("\n>>>FileTracker: Trying to refresh [%s]( %d lock-test failed ).\n ", szPath,
                 bOpened ? nTries : LOCK_TRIES + 1);
@@ -115,7 +115,7 @@ namespace
         return bOpened;
     }
 
-    void TellChange(ChangedFile_c const & File)
+    void ReportChange(ChangedFile_c const & File)
     {
         if (!IsIgnored(File.GetBare()) && WaitForWriters(File.GetPath()))
         {
@@ -153,7 +153,7 @@ namespace
             std::memcpy(&Record, pRecord, sizeof Record);
             if (Record.iAction == plat::FOLDER_CHANGE_MODIFIED)
             {
-                TellChange(ChangedFile_c(pRecord + sizeof Record, Record.nNameBytes));
+                ReportChange(ChangedFile_c(pRecord + sizeof Record, Record.nNameBytes));
             }
             pRecord += Record.nNext;
         }
@@ -176,7 +176,7 @@ namespace
         LogEscaped("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
     }
 
-    ZQ_COLD void SayUnwatched(std::size_t nFolders)
+    ZQ_COLD void ReportUnwatched(std::size_t nFolders)
     {
         SetProblem("%u new folders below \"%s\" can't be watched: %s", static_cast<unsigned>(nFolders),
             static_cast<char const *>(g_sTrackPath));
@@ -274,7 +274,7 @@ void FileTrackDoWork()
     }
     if (std::size_t const nUnwatched = g_hTrackFolder.TakeUnwatched())
     {
-        SayUnwatched(nUnwatched);
+        ReportUnwatched(nUnwatched);
     }
 }
 

@@ -31,13 +31,13 @@ namespace Tessel
 
     GcRef_c::~GcRef_c()
     {
-        LeaveTarget();
-        LeaveSource();
+        UnlinkTarget();
+        UnlinkSource();
     }
 
     void GcRef_c::Set(GcObj * pTarget)
     {
-        LeaveTarget();
+        UnlinkTarget();
         m_pTarget = pTarget;
         if (pTarget)
         {
@@ -50,7 +50,7 @@ namespace Tessel
         }
     }
 
-    void GcRef_c::LeaveTarget()
+    void GcRef_c::UnlinkTarget()
     {
         if (!m_pTarget)
         {
@@ -65,7 +65,7 @@ namespace Tessel
         m_pTarget = nullptr;
     }
 
-    void GcRef_c::LeaveSource()
+    void GcRef_c::UnlinkSource()
     {
         if (!m_pSource)
         {
@@ -83,7 +83,7 @@ namespace Tessel
     GcObj::GcObj()
         : m_iEpoch(s_iEpoch)
     {
-        PutOn(s_pObjects);
+        AddTo(s_pObjects);
     }
 
     GcObj::~GcObj()
@@ -92,10 +92,10 @@ namespace Tessel
         while (m_pOutgoing)
         {
             GcRef_c * const pReference = m_pOutgoing;
-            pReference->LeaveTarget();
-            pReference->LeaveSource();
+            pReference->UnlinkTarget();
+            pReference->UnlinkSource();
         }
-        TakeOff();
+        RemoveFromList();
     }
 
     GcObj & GcObj::Root()
@@ -120,17 +120,17 @@ namespace Tessel
             {
                 for (GcRef_c * pReference = pObject->m_pOutgoing; pReference; pReference = pReference->m_pNextOutgoing)
                 {
-                    pReference->LeaveTarget();
+                    pReference->UnlinkTarget();
                 }
                 pObject->ClearIncoming();
-                pObject->TakeOff();
-                pObject->PutOn(s_pCondemned);
+                pObject->RemoveFromList();
+                pObject->AddTo(s_pCondemned);
             }
         }
         while (GcObj * const pObject = s_pCondemned)
         {
-            pObject->TakeOff();
-            pObject->PutOn(s_pObjects);   // its destructor looks for it there
+            pObject->RemoveFromList();
+            pObject->AddTo(s_pObjects);   // its destructor looks for it there
             delete pObject;
         }
     }
@@ -167,11 +167,11 @@ namespace Tessel
     {
         while (m_pIncoming)
         {
-            m_pIncoming->LeaveTarget();
+            m_pIncoming->UnlinkTarget();
         }
     }
 
-    void GcObj::PutOn(GcObj *& pList)
+    void GcObj::AddTo(GcObj *& pList)
     {
         m_pPrev = nullptr;
         m_pNext = pList;
@@ -182,7 +182,7 @@ namespace Tessel
         pList = this;
     }
 
-    void GcObj::TakeOff()
+    void GcObj::RemoveFromList()
     {
         GcObj *& pHead = s_pObjects == this ? s_pObjects : s_pCondemned;
         (m_pPrev ? m_pPrev->m_pNext : pHead) = m_pNext;

@@ -46,8 +46,8 @@ namespace Tessel
     private:
         friend class GcObj;
 
-        void LeaveTarget();
-        void LeaveSource();
+        void UnlinkTarget();
+        void UnlinkSource();
 
         GcObj * m_pTarget = nullptr;
         GcObj * m_pSource;                     // null after the source was deleted
@@ -81,8 +81,8 @@ namespace Tessel
 
         void MarkReachable();
         void ClearIncoming();
-        void PutOn(GcObj *& pList);
-        void TakeOff();
+        void AddTo(GcObj *& pList);
+        void RemoveFromList();
 
         GcObj * m_pNext = nullptr;   // in one of the lists below, the newest first
         GcObj * m_pPrev = nullptr;

@@ -78,7 +78,7 @@ void StaticMemoryPool_c::SetPools()
 }
 
 // Handles all cases, including large blocks and those that end in Abort.
-void * StaticMemoryPool_c::AllocRarely(unsigned int nBytes, bool bArray)
+void * StaticMemoryPool_c::AllocSlow(unsigned int nBytes, bool bArray)
 {
     char const * const sName = m_sName;
     for (AllocGroup_s const & Group : m_dGroups)

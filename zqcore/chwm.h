@@ -73,7 +73,7 @@ private:
     };
 
     GigaPoolResizeable_c * PoolFor(unsigned int nBytes) const;
-    ZQ_COLD void * AllocRarely(unsigned int nBytes, bool bArray);
+    ZQ_COLD void * AllocSlow(unsigned int nBytes, bool bArray);
     void SetPools();
 
     static constexpr unsigned int STEP = 4;      // bytes
@@ -99,7 +99,7 @@ inline void * StaticMemoryPool_c::Alloc(unsigned int nBytes, bool bArray)
         return pPool->Alloc(bArray);   // never null
     }
     void * const p = pPool ? pPool->Alloc(bArray) : nullptr;
-    return p ? p : AllocRarely(nBytes, bArray);
+    return p ? p : AllocSlow(nBytes, bArray);
 }
 
 inline bool StaticMemoryPool_c::Free(void const * pPtr, bool bArray)

@@ -39,7 +39,7 @@ namespace
     {
     public:
         /// Returns the lowest free number, or 0 if all are in use.
-        std::uint32_t Take()
+        std::uint32_t Allocate()
         {
             for (std::uint32_t i = 0; i < std::size(m_dFree); ++i)
             {
@@ -53,9 +53,9 @@ namespace
             return 0;
         }
 
-        void Give(std::uint32_t nNumber) { m_dFree[(nNumber - 1) / 64] |= std::uint64_t{ 1 } << (nNumber - 1) % 64; }
+        void Release(std::uint32_t nNumber) { m_dFree[(nNumber - 1) / 64] |= std::uint64_t{ 1 } << (nNumber - 1) % 64; }
 
-        bool IsTaken(std::uint32_t nNumber) const
+        bool IsInUse(std::uint32_t nNumber) const
         {
             return (m_dFree[(nNumber - 1) / 64] >> (nNumber - 1) % 64 & 1) == 0;
         }
@@ -80,7 +80,7 @@ namespace
     {
         CategoryLockScope_c const Scope;
         *t_OwnStack.pStack = MemCategoryStack_c();
-        g_ThreadNumbers.Give(t_OwnStack.nNumber);
+        g_ThreadNumbers.Release(t_OwnStack.nNumber);
         t_OwnStack = {};
     }
 
@@ -89,20 +89,20 @@ namespace
     {
         for (std::uint32_t nNumber = 1; nNumber <= ThreadNumbers_c::COUNT; ++nNumber)
         {
-            if (nNumber != t_OwnStack.nNumber && g_ThreadNumbers.IsTaken(nNumber))
+            if (nNumber != t_OwnStack.nNumber && g_ThreadNumbers.IsInUse(nNumber))
             {
                 *g_Stacks.Find(nNumber) = MemCategoryStack_c();
-                g_ThreadNumbers.Give(nNumber);
+                g_ThreadNumbers.Release(nNumber);
             }
         }
     }
     plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveOtherStacks });
 
     // Allocates the stack of the lowest free number. Returns a HashAdd_e.
-    int TakeStack(OwnStack_s & Own)
+    int AllocateStack(OwnStack_s & Own)
     {
         CategoryLockScope_c const Scope;
-        std::uint32_t const nNumber = g_ThreadNumbers.Take();
+        std::uint32_t const nNumber = g_ThreadNumbers.Allocate();
         int const iResult = nNumber != 0 ? g_Stacks.Add(MemCategoryStack_c(), nNumber) : HASH_FULL;
         if (iResult != HASH_FULL)
         {
@@ -111,7 +111,7 @@ namespace
         }
         else if (nNumber != 0)
         {
-            g_ThreadNumbers.Give(nNumber);
+            g_ThreadNumbers.Release(nNumber);
         }
         return iResult;
     }
@@ -129,7 +129,7 @@ namespace
 
     ZQ_COLD MemCategoryStack_c * AddOwnStack()
     {
-        int const iResult = TakeStack(t_OwnStack);
+        int const iResult = AllocateStack(t_OwnStack);
         if (t_OwnStack.pStack)
         {
             plat::ThreadAtEnd(LeaveOwnStack);
@@ -479,7 +479,7 @@ namespace CoreMemory
 {
     namespace
     {
-        void * Take(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+        void * Allocate(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
         {
             auto const iWord = static_cast<int>(MemoryBlockWord(iBlockType));
             void * const p = aligned_malloc_dbg(nBytes, nAlignment, iWord, sFile, iLine);
@@ -495,7 +495,7 @@ namespace CoreMemory
 
         // Allocates from the process's own operator.
         template <typename... ALIGNMENT>
-        ZQ_COLD void * TakeForeign(
+        ZQ_COLD void * AllocateForeign(
             plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... iAlignment)
         {
             try
@@ -516,13 +516,15 @@ namespace CoreMemory
     void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine)
     {
         plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Plain;
-        return Foreign.fnNew ? TakeForeign(Foreign, nBytes) : Take(nBytes, MEMORY_ALIGNMENT, iBlockType, sFile, iLine);
+        return Foreign.fnNew ? AllocateForeign(Foreign, nBytes)
+                             : Allocate(nBytes, MEMORY_ALIGNMENT, iBlockType, sFile, iLine);
     }
 
     void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine)
     {
         plat::OperatorPair_T<> const & Foreign = g_ForeignOperators.Array;
-        return Foreign.fnNew ? TakeForeign(Foreign, nBytes) : Take(nBytes, MEMORY_ALIGNMENT, iBlockType, sFile, iLine);
+        return Foreign.fnNew ? AllocateForeign(Foreign, nBytes)
+                             : Allocate(nBytes, MEMORY_ALIGNMENT, iBlockType, sFile, iLine);
     }
 
     void operator_delete(void * p)
@@ -555,16 +557,16 @@ namespace CoreMemory
         std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
     {
         auto const & Foreign = g_ForeignOperators.Aligned;
-        return Foreign.fnNew ? TakeForeign(Foreign, nBytes, std::align_val_t{ nAlignment })
-                             : Take(nBytes, std::max(nAlignment, MEMORY_ALIGNMENT), iBlockType, sFile, iLine);
+        return Foreign.fnNew ? AllocateForeign(Foreign, nBytes, std::align_val_t{ nAlignment })
+                             : Allocate(nBytes, std::max(nAlignment, MEMORY_ALIGNMENT), iBlockType, sFile, iLine);
     }
 
     void * operator_new_array_aligned(
         std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
     {
         auto const & Foreign = g_ForeignOperators.AlignedArray;
-        return Foreign.fnNew ? TakeForeign(Foreign, nBytes, std::align_val_t{ nAlignment })
-                             : Take(nBytes, std::max(nAlignment, MEMORY_ALIGNMENT), iBlockType, sFile, iLine);
+        return Foreign.fnNew ? AllocateForeign(Foreign, nBytes, std::align_val_t{ nAlignment })
+                             : Allocate(nBytes, std::max(nAlignment, MEMORY_ALIGNMENT), iBlockType, sFile, iLine);
     }
 
     void operator_delete_aligned(void * p, std::size_t nAlignment)

@@ -91,7 +91,7 @@ namespace
         return nullptr;
     }
 
-    timer_t * TakeRecord(std::uint32_t iTimer, char const * szName)
+    timer_t * AddRecord(std::uint32_t iTimer, char const * szName)
     {
         timer_t & Timer = g_Records.dTimers[g_iTimerTotalCount++];
         Timer.szName = szName;
@@ -110,7 +110,7 @@ namespace
             return nullptr;
         }
         g_dLookup[iSlot] = static_cast<std::uint16_t>(g_iTimerTotalCount);
-        timer_t * const pTimer = TakeRecord(iTimer, szName);
+        timer_t * const pTimer = AddRecord(iTimer, szName);
         State_s & Parent = StateOf(pParent);
         (Parent.pLastChild ? Parent.pLastChild->pNext : pParent->pChild) = pTimer;
         Parent.pLastChild = pTimer;
@@ -366,7 +366,7 @@ void ProfilerReset()
     if (g_bProfilerInit)
     {
         ForgetTimers();
-        g_dStack[g_iTimerStackTop++] = TakeRecord(ID_UNDER_ROOT, "root");
+        g_dStack[g_iTimerStackTop++] = AddRecord(ID_UNDER_ROOT, "root");
         g_nFrame = 0;
         g_iRing = 0;
     }

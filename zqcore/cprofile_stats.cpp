@@ -102,7 +102,7 @@ namespace
     }
 
     // The records follow a count of four bytes and begin on a cache line.
-    void TakeBuffer()
+    void AllocateBuffer()
     {
         constexpr std::size_t ALIGNMENT = 64;
         g_pBuffer = static_cast<char *>(aligned_offset_malloc_dbg(BUFFER_SIZE, ALIGNMENT, sizeof(std::uint32_t),
@@ -166,7 +166,7 @@ void ProfilerInitSwapStats(FileName_c const & sName)
         return;
     }
     ProfilerCloseStats();
-    TakeBuffer();
+    AllocateBuffer();
     bool const bCreated = g_StatsFile.Create(sName);
     g_bFailed = !bCreated;
     g_hTracked = g_StatsFile.GetHandle();

@@ -10,15 +10,15 @@ class ValueScope_T
 public:
     ValueScope_T(VARIABLE & Variable, VALUE Value)
         : m_Variable(Variable)
-        , m_Former(Variable)
+        , m_Previous(Variable)
     {
         m_Variable = Value;
     }
-    ~ValueScope_T() { m_Variable = m_Former; }
+    ~ValueScope_T() { m_Variable = m_Previous; }
     ValueScope_T(ValueScope_T const &) = delete;
     ValueScope_T & operator=(ValueScope_T const &) = delete;
 
 private:
     VARIABLE & m_Variable;
-    VALUE const m_Former;
+    VALUE const m_Previous;
 };

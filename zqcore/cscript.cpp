@@ -154,7 +154,7 @@ bool Script_c::OpenFile(char const * sFileName)
     std::memcpy(m_pFileData, Text.pText, nBytes);
     m_pFileData[nBytes] = '\0';
     FileClose(pFile);
-    Take(m_pFileData, Text.nText);
+    StartText(m_pFileData, Text.nText);
     return true;
 }
 
@@ -181,7 +181,7 @@ void Script_c::OpenMemoryLocation(char const * pText, int iLength)
     char const * pBegin = pText;
     char const * const pEnd = pText + (pText ? std::max(iLength, 0) : 0);
     char const * const szRefused = TextSkipMark(pBegin, pEnd);
-    Take(pText && !szRefused ? pBegin : "", szRefused ? 0 : static_cast<int>(pEnd - pBegin));
+    StartText(pText && !szRefused ? pBegin : "", szRefused ? 0 : static_cast<int>(pEnd - pBegin));
     if (szRefused)
     {
         m_Errors.Fail(szRefused);
@@ -189,7 +189,7 @@ void Script_c::OpenMemoryLocation(char const * pText, int iLength)
 }
 
 /// Starts on a text.
-void Script_c::Take(char const * pText, int iLength)
+void Script_c::StartText(char const * pText, int iLength)
 {
     m_pData = pText;
     m_iBytesTotal = iLength;
@@ -314,8 +314,8 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
     {
         return false;
     }
-    int const iFormerRead = m_iBytesRead;
-    bool const bFormerEnd = m_bEndOfFile;
+    int const iPreviousRead = m_iBytesRead;
+    bool const bPreviousEnd = m_bEndOfFile;
     if (bFromStart)
     {
         m_iBytesRead = 0;
@@ -338,8 +338,8 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
     }
     if (!bFound)
     {
-        m_iBytesRead = iFormerRead;
-        m_bEndOfFile = bFormerEnd;
+        m_iBytesRead = iPreviousRead;
+        m_bEndOfFile = bPreviousEnd;
     }
     return bFound;
 }

@@ -119,7 +119,7 @@ private:
     void SkipLine();
     bool Find(char const * sToken);
     void ReadLabelled(char const * sLabel, char * sValue);
-    void Take(char const * pText, int iLength);
+    void StartText(char const * pText, int iLength);
     void ErrorAt(char const * szReason, char const * szAbout, int iPosition);
     void Complain() const;
     int GetTokenStart(char const * szToken) const;

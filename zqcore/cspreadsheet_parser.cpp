@@ -23,18 +23,18 @@ namespace
     }
 
     template <typename T>
-    std::size_t LoadEnd(char const * pBehind, int iCell)
+    std::size_t LoadEnd(char const * pTableEnd, int iCell)
     {
         T nEnd;
-        std::memcpy(&nEnd, pBehind - (static_cast<std::size_t>(iCell) + 1) * sizeof nEnd, sizeof nEnd);
+        std::memcpy(&nEnd, pTableEnd - (static_cast<std::size_t>(iCell) + 1) * sizeof nEnd, sizeof nEnd);
         return nEnd;
     }
 
     template <typename T>
-    void StoreEnd(char * pBehind, int iCell, std::size_t nValue)
+    void StoreEnd(char * pTableEnd, int iCell, std::size_t nValue)
     {
         auto const nEnd = static_cast<T>(nValue);
-        std::memcpy(pBehind - (static_cast<std::size_t>(iCell) + 1) * sizeof nEnd, &nEnd, sizeof nEnd);
+        std::memcpy(pTableEnd - (static_cast<std::size_t>(iCell) + 1) * sizeof nEnd, &nEnd, sizeof nEnd);
     }
 }
 

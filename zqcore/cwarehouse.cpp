@@ -74,7 +74,7 @@ bool Warehouse_c::Open(
     FileText_t const Text = TextOfFile(File);
     if (!Text.szRefused)
     {
-        TakeText(Text.pText, Text.nText);
+        StartText(Text.pText, Text.nText);
         if (ReadHeader(sClientHeader))
         {
             return true;
@@ -94,7 +94,7 @@ bool Warehouse_c::Open(
 }
 
 /// Opens the warehouse on the text of m_pFile or on a copy.
-void Warehouse_c::TakeText(char const * pText, int nText)
+void Warehouse_c::StartText(char const * pText, int nText)
 {
     m_pData = pText;
     m_nLength = nText;

@@ -118,7 +118,7 @@ private:
     };
 
     void Close();
-    void TakeText(char const * pText, int nText);
+    void StartText(char const * pText, int nText);
     bool ReadHeader(char const * sClientHeader);
     Text_s GetText() const;
     WarehouseScan_t ScanFrom(int nPos) const;

@@ -32,12 +32,12 @@ namespace
 
         TEST & Test;
         bool bThere = false;
-        bool bPassed = false;
+        bool bSkipped = false;
 
         void Add(char const * pText, int iLength)
         {
             bThere = true;
-            bPassed = iLength > 0 && Test(pText, iLength);
+            bSkipped = iLength > 0 && Test(pText, iLength);
         }
     };
 
@@ -239,20 +239,20 @@ bool WarehouseScan_t::GetLine(WarehouseLine_c * pResult)
 bool WarehouseScan_t::FindLine(char const * sFirst, WarehouseLine_c * pResult)
 {
     int nLines = 0;
-    return PassLines([sFirst](char const * pColumn, int iLength) { return EqualsNoCase(pColumn, iLength, sFirst); },
+    return SkipLines([sFirst](char const * pColumn, int iLength) { return EqualsNoCase(pColumn, iLength, sFirst); },
         pResult, nLines);
 }
 
 bool WarehouseScan_t::NextItem(WarehouseLine_c * pResult, int & nLines)
 {
-    return PassLines([](char const * pColumn, int iLength)
+    return SkipLines([](char const * pColumn, int iLength)
         { return !EqualsNoCase(pColumn, iLength, WAREHOUSE_HEADER); },
         pResult, nLines);
 }
 
 /// Reads the first line whose first column is not null and passes the test.
 template <typename TEST>
-bool WarehouseScan_t::PassLines(TEST Test, WarehouseLine_c * pResult, int & nLines)
+bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines)
 {
     pResult->Reset();
     Classes_c const Classes(sSeparators);
@@ -267,7 +267,7 @@ bool WarehouseScan_t::PassLines(TEST Test, WarehouseLine_c * pResult, int & nLin
         {
             bMore = Step(Classes, First);
         }
-        if (First.bPassed)
+        if (First.bSkipped)
         {
             nPos = m_nLineStart = nStart;
             Read(Classes, pResult);
@@ -275,7 +275,7 @@ bool WarehouseScan_t::PassLines(TEST Test, WarehouseLine_c * pResult, int & nLin
         }
         if (bMore)
         {
-            PassRest(Classes, Watch);
+            SkipRest(Classes, Watch);
         }
     }
     return false;
@@ -309,14 +309,14 @@ void WarehouseScan_t::SeekColumn(int iColumn)
 }
 
 /// Moves to the next line. The next line feed ends this one if no quote precedes it.
-void WarehouseScan_t::PassRest(Classes_c const & Classes, QuoteWatch_c & Watch)
+void WarehouseScan_t::SkipRest(Classes_c const & Classes, QuoteWatch_c & Watch)
 {
     if (!Classes.Is('\n', Classes_c::SEPARATOR))
     {
         int const nEnd = Find('\n', nPos);
         if (Watch.IsFree(nPos, nEnd))
         {
-            nPos = Behind(nEnd);
+            nPos = After(nEnd);
             return;
         }
     }
@@ -346,7 +346,7 @@ bool WarehouseScan_t::StepText(Classes_c const & Classes, SINK & Sink)
     }
     if (c == '#')
     {
-        PassComment();
+        SkipComment();
         return false;
     }
     if (c == '"')
@@ -384,7 +384,7 @@ bool WarehouseScan_t::StepCsv(Classes_c const & Classes, SINK & Sink)
     }
     if (c == '#')
     {
-        PassComment();
+        SkipComment();
         return false;
     }
     if (c == '"')
@@ -399,7 +399,7 @@ bool WarehouseScan_t::StepCsv(Classes_c const & Classes, SINK & Sink)
     }
     nPos = FindClass(Classes, Classes_c::SEPARATOR | Classes_c::LINE_FEED | Classes_c::QUOTE, nPos);
     Sink.Add(pLine + nStart, StripBlanks(pLine + nStart, nPos - nStart));
-    PassSeparator(Classes);
+    SkipSeparator(Classes);
     return true;
 }
 
@@ -414,7 +414,7 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
     {
         nEnd = Find('"', nEnd + 2);
     }
-    nPos = Behind(nEnd);
+    nPos = After(nEnd);
     if (!bEscaped)
     {
         Sink.Add(pLine + nStart, StripBlanks(pLine + nStart, std::min(nEnd - nStart, WAREHOUSE_CELL_SIZE)));
@@ -427,7 +427,7 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
     {
         ++nPos;
     }
-    PassSeparator(Classes);
+    SkipSeparator(Classes);
 }
 
 /// Passes the sink a cell in which double quotes are doubled.
@@ -444,12 +444,12 @@ void WarehouseScan_t::EscapedCell(int nStart, int nEnd, SINK & Sink) const
     Sink.Add(dCell, StripBlanks(dCell, nCell));
 }
 
-void WarehouseScan_t::PassComment()
+void WarehouseScan_t::SkipComment()
 {
-    nPos = Behind(Find('\n', nPos));
+    nPos = After(Find('\n', nPos));
 }
 
-void WarehouseScan_t::PassSeparator(Classes_c const & Classes)
+void WarehouseScan_t::SkipSeparator(Classes_c const & Classes)
 {
     if (nPos < nLength && Classes.Is(pLine[nPos], Classes_c::SEPARATOR))
     {

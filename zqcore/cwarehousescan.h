@@ -132,15 +132,15 @@ private:
     template <typename SINK>
     void EscapedCell(int nStart, int nEnd, SINK & Sink) const;
     template <typename TEST>
-    bool PassLines(TEST Test, WarehouseLine_c * pResult, int & nLines);
+    bool SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines);
 
     void Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost = INT_MAX);
-    void PassRest(Classes_c const & Classes, QuoteWatch_c & Watch);
-    void PassComment();
-    void PassSeparator(Classes_c const & Classes);
+    void SkipRest(Classes_c const & Classes, QuoteWatch_c & Watch);
+    void SkipComment();
+    void SkipSeparator(Classes_c const & Classes);
     int Find(char c, int nFrom) const;
     int FindClass(Classes_c const & Classes, unsigned iClasses, int nFrom) const;
-    int Behind(int nAt) const { return nAt < nLength ? nAt + 1 : nLength; }
+    int After(int nAt) const { return nAt < nLength ? nAt + 1 : nLength; }
     bool IsDoubled(int nQuote) const { return nQuote < nLength - 1 && pLine[nQuote + 1] == '"'; }
 
     int m_nLineStart = 0;
