@@ -184,7 +184,7 @@ namespace
     // Uses an address that the maker assigned, whatever this machine has. Without one each call would warn.
     void GuidOurs(benchmark::State & State)
     {
-        plat::NetAddressSource_t const fnFormer = plat::NetAddressSetSource(GlobalAddress);
+        plat::NetAddressSource_t const fnPrevious = plat::NetAddressSetSource(GlobalAddress);
         for (auto _ : State)
         {
             Guid_c Guid;
@@ -195,7 +195,7 @@ namespace
                 State.SkipWithError("no identifier");
             }
         }
-        plat::NetAddressSetSource(fnFormer);
+        plat::NetAddressSetSource(fnPrevious);
     }
 
     void GuidTheirs(benchmark::State & State)

@@ -77,26 +77,26 @@ namespace
         {
             for (std::size_t i = 0; i < dBlocks.size(); ++i)
             {
-                dBlocks[i] = Allocator.Take(dSizes[i]);
+                dBlocks[i] = Allocator.Allocate(dSizes[i]);
             }
             for (std::size_t const i : dOrder)
             {
-                Allocator.Give(dBlocks[i], dSizes[i]);
+                Allocator.Release(dBlocks[i], dSizes[i]);
             }
         }
     }
 
     struct StaticPool_s
     {
-        void * Take(std::size_t) { return Pool.Alloc(false); }
-        void Give(void * p, std::size_t) { Pool.Free(p, false); }
+        void * Allocate(std::size_t) { return Pool.Alloc(false); }
+        void Release(void * p, std::size_t) { Pool.Free(p, false); }
         GigaPoolStatic_c Pool{ ELEMENTS, SIZE };
     };
 
     struct ResizeablePool_s
     {
-        void * Take(std::size_t) { return Pool.Alloc(false); }
-        void Give(void * p, std::size_t) { Pool.Free(p, false); }
+        void * Allocate(std::size_t) { return Pool.Alloc(false); }
+        void Release(void * p, std::size_t) { Pool.Free(p, false); }
         GigaPoolResizeable_c Pool{ ELEMENTS, SIZE };
     };
 
@@ -109,28 +109,28 @@ namespace
                 Pool.AddGroup(nBytes, ELEMENTS / CLASSES.size());
             }
         }
-        void * Take(std::size_t nBytes) { return Pool.Alloc(static_cast<unsigned>(nBytes), false); }
-        void Give(void * p, std::size_t) { Pool.Free(p, false); }
+        void * Allocate(std::size_t nBytes) { return Pool.Alloc(static_cast<unsigned>(nBytes), false); }
+        void Release(void * p, std::size_t) { Pool.Free(p, false); }
         StaticMemoryPool_c Pool{ "bench" };
     };
 
     struct BoostPool_s
     {
-        void * Take(std::size_t) { return Pool.malloc(); }
-        void Give(void * p, std::size_t) { Pool.free(p); }
+        void * Allocate(std::size_t) { return Pool.malloc(); }
+        void Release(void * p, std::size_t) { Pool.free(p); }
         boost::pool<> Pool{ SIZE };
     };
 
     struct Glibc_s
     {
-        void * Take(std::size_t nBytes) { return std::malloc(nBytes); }
-        void Give(void * p, std::size_t) { std::free(p); }
+        void * Allocate(std::size_t nBytes) { return std::malloc(nBytes); }
+        void Release(void * p, std::size_t) { std::free(p); }
     };
 
     struct StdPool_s
     {
-        void * Take(std::size_t nBytes) { return Pool.allocate(nBytes); }
-        void Give(void * p, std::size_t nBytes) { Pool.deallocate(p, nBytes); }
+        void * Allocate(std::size_t nBytes) { return Pool.allocate(nBytes); }
+        void Release(void * p, std::size_t nBytes) { Pool.deallocate(p, nBytes); }
 
         // The pool's own blocks come from malloc, so that the figure does not include the tracked heap.
         struct Malloc_s : std::pmr::memory_resource
@@ -149,8 +149,8 @@ namespace
     // Loaded by hand: linked normally, it would replace malloc for the whole process and so change every row.
     struct Mimalloc_s
     {
-        void * Take(std::size_t nBytes) { return fnMalloc(nBytes); }
-        void Give(void * p, std::size_t) { fnFree(p); }
+        void * Allocate(std::size_t nBytes) { return fnMalloc(nBytes); }
+        void Release(void * p, std::size_t) { fnFree(p); }
 
         void * hLibrary = ::dlopen("libmimalloc.so.2", RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
         void * (*fnMalloc)(std::size_t) = hLibrary ? reinterpret_cast<void * (*)(std::size_t)>(

@@ -40,7 +40,7 @@ bool SurvivesWithoutAbort(RUN fnRun)
 {
     struct Aborted_s
     {};
-    plat::DialogHandler_t const fnFormer = plat::DialogSetHandler(
+    plat::DialogHandler_t const fnPrevious = plat::DialogSetHandler(
         [](plat::Dialog_t const & Dialog)
         {
             if (std::strncmp(Dialog.szCaption, "Application aborted!", 20) == 0)
@@ -59,7 +59,7 @@ bool SurvivesWithoutAbort(RUN fnRun)
         g_isAborting = false;
         bBack = false;
     }
-    plat::DialogSetHandler(fnFormer);
+    plat::DialogSetHandler(fnPrevious);
     return bBack;
 }
 

@@ -41,17 +41,17 @@ namespace
             };
             System.fnDispatchOne = [](unsigned iFirst, unsigned iLast)
             { return std::erase_if(g_dWaiting, [=](unsigned i) { return i >= iFirst && i <= iLast; }) != 0; };
-            m_Former = plat::WindowSystemSet(System);
+            m_Previous = plat::WindowSystemSet(System);
         }
 
         ~App() override
         {
-            plat::WindowSystemSet(m_Former);
+            plat::WindowSystemSet(m_Previous);
             g_pAppWindow = nullptr;
             Game_longTimeGet = longTimeGet;
         }
 
-        plat::WindowSystem_t m_Former;
+        plat::WindowSystem_t m_Previous;
     };
 }
 

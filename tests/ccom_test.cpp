@@ -75,14 +75,14 @@ TEST(ComObject, ListsItsOwnersTheNewestFirst)
         ElementsAre("Dumping objects:", Line("unknown(9)", 3), Line("a.cpp(2)", 0), Line("a.cpp(0)", 0)));
 
     static std::string s_sOutput;
-    auto const fnFormer = plat::DebugOutputSet([](char const * szText) { s_sOutput += szText; });
+    auto const fnPrevious = plat::DebugOutputSet([](char const * szText) { s_sOutput += szText; });
     ComDebug_t dOwners[3] = {};
     EXPECT_EQ(Object.GetOwners(dOwners, 3), 3);
     EXPECT_EQ(s_sOutput, "");
     EXPECT_EQ(dOwners[0].pNext->iLine, dOwners[1].iLine);
     EXPECT_EQ(Object.GetOwners(dOwners, 2), 2);
     EXPECT_THAT(s_sOutput, testing::StartsWith("Array size is too small to contain all owners "));
-    plat::DebugOutputSet(fnFormer);
+    plat::DebugOutputSet(fnPrevious);
     Object.Release(OWNERS, "", 0, &Object);
     EXPECT_EQ(Object.GetOwners(dOwners, 3), 2);
     EXPECT_EQ(dOwners[1].iLine, 0) << "of two references the one that was added last has gone";

@@ -203,13 +203,13 @@ TEST_F(GuidTest, DescriptorsThatAHostReusedAreLeftAlone)
     auto const Host = []
     {
         MakeMany({}, 1);
-        std::vector<int> const dFormer = SocketsNamed("clock-sequence");
-        ReplaceHandles(dFormer);
-        auto const IsGood = [&] { return AreOpen(dFormer) && SocketsNamed("clock-sequence").size() == 1; };
+        std::vector<int> const dPrevious = SocketsNamed("clock-sequence");
+        ReplaceHandles(dPrevious);
+        auto const IsGood = [&] { return AreOpen(dPrevious) && SocketsNamed("clock-sequence").size() == 1; };
         int const iChild = StatusOfChild(StartChild([&] { return MakeMany({}, 1) != "" && IsGood() ? 0 : 1; }));
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));
         MakeMany({}, 1);
-        return dFormer.empty() || iChild != 0 || !IsGood();
+        return dPrevious.empty() || iChild != 0 || !IsGood();
     };
     EXPECT_EQ(StatusOfChild(StartChild(Host)), 0);
 }

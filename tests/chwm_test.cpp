@@ -39,7 +39,7 @@ TEST(StaticMemoryPool, TakesTheSmallestClassThatFits)
 
 TEST(StaticMemoryPool, ReportsPeaksAndLeaksOfEachClass)
 {
-    auto const fnFormer = plat::DebugOutputSet([](char const * szText) { g_sOutput += szText; });
+    auto const fnPrevious = plat::DebugOutputSet([](char const * szText) { g_sOutput += szText; });
     {
         StaticMemoryPool_c Pool("demo");
         AddGroups(Pool, { 16, 64 });
@@ -55,7 +55,7 @@ TEST(StaticMemoryPool, ReportsPeaksAndLeaksOfEachClass)
         EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Pool.GetHighWaterMark(2), -1); }), "index>=0 && index<iLength");
         g_sOutput.clear();
     }
-    plat::DebugOutputSet(fnFormer);
+    plat::DebugOutputSet(fnPrevious);
     EXPECT_EQ(g_sOutput, "pool demo group 16: high-water-mark 1\n"
                          "pool demo group 64: leaked 128 bytes in 2 allocations, high-water-mark 3\n");
 }

@@ -514,9 +514,9 @@ TEST_F(Logs, TheSystemsErrorAndTheDebuggersLinesArePassedOn)
     errno = EACCES;
     LogWinLastError(nullptr);
     EXPECT_EQ(Capture.GetText(), "open: No such file or directory\n\nGetLastError() returned: Permission denied\n\n");
-    auto const fnFormer =
+    auto const fnPrevious =
         plat::DebugOutputSet([](char const * szText) { g_sTrace += std::string("<") + szText + '>'; });
     Debugf("%s %i", "text", 1);
-    plat::DebugOutputSet(fnFormer);
+    plat::DebugOutputSet(fnPrevious);
     EXPECT_EQ(g_sTrace, "<text 1><\n>");
 }

@@ -132,7 +132,7 @@ TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
 {
     static std::string s_sReports;
     LogCapture_c Log;
-    MemoryReport_t const fnFormer = MemoryReportSet([](char const * szText) { s_sReports += szText; });
+    MemoryReport_t const fnPrevious = MemoryReportSet([](char const * szText) { s_sReports += szText; });
     std::string sExpected;
     for (std::size_t const nAlignment : { 4u, 8u, 16u, 64u })
     {
@@ -154,7 +154,7 @@ TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
             aligned_free_dbg(p);
         }
     }
-    MemoryReportSet(fnFormer);
+    MemoryReportSet(fnPrevious);
     EXPECT_EQ(s_sReports, sExpected);
     EXPECT_EQ(Log.GetText(), sExpected);
 }

@@ -27,19 +27,19 @@ namespace
 TEST(Random, ListsNamedGeneratorsFromTheNewestOn)
 {
     SKIP_IF(!RandomGetSeedList(), "an earlier test of this process has shut the list down");
-    std::string const sFormer = Names();
-    EXPECT_NE(sFormer.find("Common random "), std::string::npos);
+    std::string const sPrevious = Names();
+    EXPECT_NE(sPrevious.find("Common random "), std::string::npos);
     {
         RandomNumber_c First(1, "same"), Anonymous(2), Second(3, "same"), Third(4, "third");
-        EXPECT_EQ(Names(), "third same same " + sFormer);
+        EXPECT_EQ(Names(), "third same same " + sPrevious);
         Third.SetSeed(40);
         EXPECT_EQ(RandomGetSeedList()->Get().pRandom->GetSeed(), 40u);
         Second.~RandomNumber_c();
-        EXPECT_EQ(Names(), "third same " + sFormer);
+        EXPECT_EQ(Names(), "third same " + sPrevious);
         new (&Second) RandomNumber_c(5, "again");
-        EXPECT_EQ(Names(), "again third same " + sFormer);
+        EXPECT_EQ(Names(), "again third same " + sPrevious);
     }
-    EXPECT_EQ(Names(), sFormer);
+    EXPECT_EQ(Names(), sPrevious);
     EXPECT_EQ(g_nSeed0 + g_nSeed1 + g_nSeed2 + g_nSeed3, 46u);
 }
 

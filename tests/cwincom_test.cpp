@@ -22,7 +22,7 @@ TEST(WinCom, EachResultOfStartingDecidesWhatFollows)
         s_dwResult = dwResult;
         s_nStarts = s_nEnds = 0;
         plat::ComSystem_t const Com = { [] { return ++s_nStarts, s_dwResult; }, [] { ++s_nEnds; } };
-        plat::ComSystem_t const Former = plat::ComSystemSet(bCom ? Com : plat::ComSystem_t());
+        plat::ComSystem_t const Previous = plat::ComSystemSet(bCom ? Com : plat::ComSystem_t());
         for (int iRun = 0; iRun < 2; ++iRun)
         {
             EXPECT_EQ(StartModule(ModuleWinCom_c::Get()), bInitialized) << dwResult;
@@ -34,6 +34,6 @@ TEST(WinCom, EachResultOfStartingDecidesWhatFollows)
         EXPECT_EACH(Log.Count(sAlready) == nAlready, Log.CountHolding("COM library") == nAlready,
             Log.Count(sChanged) == nChanged, Log.CountHolding("CoInitializeEx") == nChanged)
             << Log.GetText();
-        plat::ComSystemSet(Former);
+        plat::ComSystemSet(Previous);
     }
 }

@@ -240,7 +240,7 @@ class TrapCount_c
 {
 public:
     TrapCount_c() { s_nTraps = 0; }
-    ~TrapCount_c() { std::signal(SIGTRAP, m_fnFormer); }
+    ~TrapCount_c() { std::signal(SIGTRAP, m_fnPrevious); }
     TrapCount_c & operator=(TrapCount_c &&) = delete;
 
     /// Returns how many there were since the last call.
@@ -253,7 +253,7 @@ public:
 
 private:
     static inline std::sig_atomic_t volatile s_nTraps;
-    void (*m_fnFormer)(int) = std::signal(SIGTRAP, [](int) { s_nTraps = s_nTraps + 1; });
+    void (*m_fnPrevious)(int) = std::signal(SIGTRAP, [](int) { s_nTraps = s_nTraps + 1; });
 };
 
 /// Returns whether the processor counts a touch of a word. The kernel may grant what the hypervisor ignores.

@@ -52,10 +52,10 @@ protected:
     /// Writes and registers a file. Replaces one of that name, which must be closed.
     void Serve(std::string const & sName, std::string const & sText)
     {
-        if (File_c * const pFormer = FileStream(sName.c_str()))
+        if (File_c * const pPrevious = FileStream(sName.c_str()))
         {
-            EXPECT_EQ(pFormer->GetOpensCount(), 0) << sName << " was left open";
-            FileKill(pFormer);
+            EXPECT_EQ(pPrevious->GetOpensCount(), 0) << sName << " was left open";
+            FileKill(pPrevious);
         }
         ASSERT_TRUE(FileAddOneFile(Folder.Write(sName, sText).c_str()));
         Log.Clear();

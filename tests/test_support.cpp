@@ -306,12 +306,12 @@ DialogScript_c::DialogScript_c(std::initializer_list<plat::DialogAnswer_e> dAnsw
     , m_pOuter(g_pScript)
 {
     g_pScript = this;
-    m_fnFormer = plat::DialogSetHandler(DialogScriptHandler);
+    m_fnPrevious = plat::DialogSetHandler(DialogScriptHandler);
 }
 
 DialogScript_c::~DialogScript_c()
 {
-    plat::DialogSetHandler(m_fnFormer);
+    plat::DialogSetHandler(m_fnPrevious);
     g_pScript = m_pOuter;
 }
 

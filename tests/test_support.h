@@ -152,18 +152,18 @@ class LimitScope_c
 {
 public:
     explicit LimitScope_c(rlim_t nLimit)
-        : m_fnFormer(std::signal(SIGXFSZ, SIG_IGN))
+        : m_fnPrevious(std::signal(SIGXFSZ, SIG_IGN))
     {
-        getrlimit(RESOURCE, &m_Former);
-        rlimit const Limit = { nLimit, m_Former.rlim_max };
+        getrlimit(RESOURCE, &m_Previous);
+        rlimit const Limit = { nLimit, m_Previous.rlim_max };
         setrlimit(RESOURCE, &Limit);
     }
-    ~LimitScope_c() { setrlimit(RESOURCE, &m_Former), std::signal(SIGXFSZ, m_fnFormer); }
+    ~LimitScope_c() { setrlimit(RESOURCE, &m_Previous), std::signal(SIGXFSZ, m_fnPrevious); }
     LimitScope_c & operator=(LimitScope_c &&) = delete;
 
 private:
-    rlimit m_Former;
-    void (*m_fnFormer)(int);
+    rlimit m_Previous;
+    void (*m_fnPrevious)(int);
 };
 
 /// Fails every write beyond so many bytes of a file, as a full disk does.
@@ -204,11 +204,11 @@ class CurrentFolderScope_c
 {
 public:
     explicit CurrentFolderScope_c(std::string const & sFolder) { std::filesystem::current_path(sFolder); }
-    ~CurrentFolderScope_c() { std::filesystem::current_path(m_Former); }
+    ~CurrentFolderScope_c() { std::filesystem::current_path(m_Previous); }
     CurrentFolderScope_c & operator=(CurrentFolderScope_c &&) = delete;
 
 private:
-    std::filesystem::path const m_Former = std::filesystem::current_path();
+    std::filesystem::path const m_Previous = std::filesystem::current_path();
 };
 
 /// Prints all that is logged from now on; for processes that are to end.
@@ -245,7 +245,7 @@ private:
 class HeapReports_c
 {
 public:
-    ~HeapReports_c() { plat::HeapReportSet(m_fnFormer); }
+    ~HeapReports_c() { plat::HeapReportSet(m_fnPrevious); }
     HeapReports_c & operator=(HeapReports_c &&) = delete;
 
     /// Returns what was reported since the last call.
@@ -253,7 +253,7 @@ public:
 
 private:
     static inline std::string s_sReports;
-    plat::HeapReport_t m_fnFormer = plat::HeapReportSet([](char const * szText) { s_sReports += szText; });
+    plat::HeapReport_t m_fnPrevious = plat::HeapReportSet([](char const * szText) { s_sReports += szText; });
 };
 
 /// Returns the conditions of the assertions that fail in a call, joined by " & ". Ignores each.
@@ -281,5 +281,5 @@ private:
     std::vector<plat::DialogAnswer_e> m_dAnswers;
     std::vector<std::string> m_dShown;
     DialogScript_c * m_pOuter;
-    plat::DialogHandler_t m_fnFormer;
+    plat::DialogHandler_t m_fnPrevious;
 };

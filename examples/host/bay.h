@@ -141,7 +141,7 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 NoFile_s BayReadTables(Bay_s & Bay);
 
 /// Copies the names and numbers of one bay's definitions to those of another bay with the same idents.
-void BayTakeNumbers(Bay_s const & From, Bay_s & To);
+void BayCopyNumbers(Bay_s const & From, Bay_s & To);
 
 /// Runs one hour.
 void BayHour(Bay_s & Bay);

@@ -150,15 +150,15 @@ namespace
         { "fleet.csv", ReadShip },
     };
 
-    // Calls Take(From, To) for each pair of items with the same ident.
-    template <typename T, typename TAKE>
-    void ForPairs(Items_T<T> const & dFrom, Items_T<T> & dTo, TAKE Take)
+    // Calls Call(From, To) for each pair of items with the same ident.
+    template <typename T, typename CALL>
+    void ForPairs(Items_T<T> const & dFrom, Items_T<T> & dTo, CALL Call)
     {
         for (T const & From : dFrom)
         {
             if (T * const pTo = FindByIdent(dTo, From.sIdent))
             {
-                Take(From, *pTo);
+                Call(From, *pTo);
             }
         }
     }
@@ -204,7 +204,7 @@ NoFile_s BayReadTables(Bay_s & Bay)
     return { Bay.dWinds.IsEmpty() ? "no wind blows" : Bay.dShips.IsEmpty() ? "there is no ship" : "" };
 }
 
-void BayTakeNumbers(Bay_s const & From, Bay_s & To)
+void BayCopyNumbers(Bay_s const & From, Bay_s & To)
 {
     ForPairs(From.dGoods, To.dGoods,
         [](Good_s const & New, Good_s & Good)

@@ -85,7 +85,7 @@ namespace
     }
 
     // Reads and reports the files and tables of the media.
-    void TakeStock(Survey_c & Survey, char const * szSource, Services_c const & Services)
+    void RunSurvey(Survey_c & Survey, char const * szSource, Services_c const & Services)
     {
         Survey.List();
         Survey.ReadFiles();
@@ -132,7 +132,7 @@ namespace
     int Play(Options_s const & Options, ModuleWorld_c & World, Survey_c & Survey)
     {
         FileSave_c Save(Options.sSave.c_str());
-        Save.SetFormer(FORMER_SAVES);
+        Save.SetFormer(PREVIOUS_SAVES);
         if (!Save.IsLocked())
         {
             return FailSave(Options, Save.GetWhyNot());
@@ -187,7 +187,7 @@ namespace
         }
         PrintHead(Options, sMedia);
         Survey_c Survey;
-        TakeStock(Survey, MediaTellSource(Options, sMedia).c_str(), Services);
+        RunSurvey(Survey, MediaDescribeSource(Options, sMedia).c_str(), Services);
         ModuleWorld_c & World = *ModuleWorld_c::Get();
         if (World.IsFaulty())
         {

@@ -41,7 +41,7 @@ namespace
         return false;
     }
 
-    std::string TellMissing(std::string const & sFolder, Options_s const & Options, std::string const & sMedia)
+    std::string DescribeMissing(std::string const & sFolder, Options_s const & Options, std::string const & sMedia)
     {
         return IsFromCache()
                    ? "the cache was written without the folder " + sFolder + "; delete " + CacheOf(Options, sMedia)
@@ -101,17 +101,17 @@ std::string MediaCheckChoice(Options_s const & Options, std::string const & sMed
     bool const bGame = Options.bGameGiven || IsSplit(Options, sMedia);
     if (bGame && !IsKnown("\\gamedata\\" + Options.sGame + "\\"))
     {
-        return TellMissing("gamedata/" + Options.sGame, Options, sMedia);
+        return DescribeMissing("gamedata/" + Options.sGame, Options, sMedia);
     }
     if (!Options.sConfig.empty() && !IsKnown("media\\_configdependeddata\\" + Options.sConfig + "\\"))
     {
-        return TellMissing("media/_configdependeddata/" + Options.sConfig, Options, sMedia);
+        return DescribeMissing("media/_configdependeddata/" + Options.sConfig, Options, sMedia);
     }
     char const * const szSave = PathFileName(Options.sSave.c_str());
     return FileExists(szSave) ? "the media have a file " + std::string(szSave) + ": give another one with --save" : "";
 }
 
-std::string MediaTellSource(Options_s const & Options, std::string const & sMedia)
+std::string MediaDescribeSource(Options_s const & Options, std::string const & sMedia)
 {
     if (IsFromCache())
     {

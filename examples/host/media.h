@@ -16,4 +16,4 @@ std::string MediaCheckChoice(Options_s const & Options, std::string const & sMed
 
 /// Returns a description of where the tables of files came from. With --cache, a run that had to scan writes a cache.
 /// Requires that the modules are up.
-std::string MediaTellSource(Options_s const & Options, std::string const & sMedia);
+std::string MediaDescribeSource(Options_s const & Options, std::string const & sMedia);

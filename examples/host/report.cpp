@@ -78,12 +78,12 @@ namespace
 
 bool ReportBegin(char const * szPart, char const * szTitle)
 {
-    bool const bTells = ModuleSettings_c::Get()->Tells(szPart);
-    if (bTells)
+    bool const bHasPart = ModuleSettings_c::Get()->HasPart(szPart);
+    if (bHasPart)
     {
         std::printf("\n%s\n", szTitle);
     }
-    return bTells;
+    return bHasPart;
 }
 
 void ReportServices(Services_c const & Services)

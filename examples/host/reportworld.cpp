@@ -121,15 +121,15 @@ void ReportNotLoaded(char const * szWhy)
 
 void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World)
 {
-    if (!Result.sKept.empty() || !Result.sFormer.empty())
+    if (!Result.sKept.empty() || !Result.sPrevious.empty())
     {
         std::printf("\nThe save can't be loaded: %s.\n", Sz(Shown(Result.sWhyNot.c_str())));
         if (!Result.sKept.empty())
         {
             std::printf("  It is kept as %s.\n", Sz(Shown(Result.sKept.c_str())));
         }
-        std::printf("  The world %s%s.\n", Result.sFormer.empty() ? "starts new" : "continues from ",
-            Sz(Shown(Result.sFormer.c_str())));
+        std::printf("  The world %s%s.\n", Result.sPrevious.empty() ? "starts new" : "continues from ",
+            Sz(Shown(Result.sPrevious.c_str())));
     }
     else if (!Result.sWhyNot.empty())
     {

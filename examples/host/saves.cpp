@@ -38,7 +38,7 @@ namespace
 
     // Loads the newest previous save that fits, and stores its path in Result. Refuses one that may be good but can't
     // be read.
-    void LoadFormer(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
+    void LoadPrevious(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         for (int i = 1; i <= Save.GetFormer(); ++i)
         {
@@ -54,7 +54,7 @@ namespace
             {
                 if (LoadWhole(Save, sGame, World).empty())
                 {
-                    Result.sFormer = sPath;
+                    Result.sPrevious = sPath;
                     return;
                 }
                 World.Begin();
@@ -86,7 +86,7 @@ namespace
             Result.bRefused = !Result.sWhyNot.empty();
             return;
         }
-        LoadFormer(Save, sGame, World, Result);
+        LoadPrevious(Save, sGame, World, Result);
         if (eState == FileSave_c::DAMAGED && !Result.bRefused)
         {
             String_T<256> sKept;
@@ -118,7 +118,7 @@ SaveResult_s SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_
     double const tStart = longTimeGet();
     Load(Save, sGame, World, Result);
     Result.tTaken = longTimeGet() - tStart;
-    Result.nBytes = FileSize(Result.sFormer.empty() ? static_cast<char const *>(Save.GetPath()) : Result.sFormer);
+    Result.nBytes = FileSize(Result.sPrevious.empty() ? static_cast<char const *>(Save.GetPath()) : Result.sPrevious);
     return Result;
 }
 

@@ -10,14 +10,14 @@ class FileSave_c;
 class ModuleWorld_c;
 
 /// Number of previous saves that are kept.
-inline constexpr int FORMER_SAVES = 3;
+inline constexpr int PREVIOUS_SAVES = 3;
 
 /// The result of a load or a save.
 struct SaveResult_s
 {
     std::string sWhyNot;     // empty on success
     std::string sKept;       // the new path of a damaged save
-    std::string sFormer;     // the previous save that was loaded in place of a damaged or absent one
+    std::string sPrevious;   // the previous save that was loaded in place of a damaged or absent one
     bool bRefused = false;   // a save may be good, but can't be loaded: nothing may replace it
     long long nBytes = 0;
     double tTaken = 0.0;   // seconds

@@ -98,14 +98,14 @@ bool ModuleSettings_c::Initialize()
         {
             for (List.StartVal(sName); List.NextVal(sValue);)
             {
-                Take(sName, static_cast<char const *>(sValue));
+                SetByName(sName, static_cast<char const *>(sValue));
             }
         }
     }
     return Module_c::Initialize();
 }
 
-void ModuleSettings_c::Take(char const * szName, Text_t const & sValue)
+void ModuleSettings_c::SetByName(char const * szName, Text_t const & sValue)
 {
     if (StrCompareNoCase(szName, PARTS) == 0)
     {
@@ -127,7 +127,7 @@ void ModuleSettings_c::Shutdown()
     Module_c::Shutdown();
 }
 
-bool ModuleSettings_c::Tells(char const * szPart) const
+bool ModuleSettings_c::HasPart(char const * szPart) const
 {
     for (Text_t const & sPart : m_dParts)
     {

@@ -21,7 +21,7 @@ public:
     static ModuleSettings_c * Get();
 
     /// Returns whether the report has that part. It has all parts if the list names none.
-    bool Tells(char const * szPart) const;
+    bool HasPart(char const * szPart) const;
 
     int m_nRate = 240;                   // frames a second
     int m_nStream = 4;                   // files that a frame reads
@@ -35,7 +35,7 @@ protected:
     Module_c ** GetPrerequisites() const override;
 
 private:
-    void Take(char const * szName, Text_t const & sValue);
+    void SetByName(char const * szName, Text_t const & sValue);
 
     Array_T<Text_t, 16, 0> m_dParts;
 };

@@ -141,7 +141,7 @@ namespace
         {
             std::printf("    no row changed\n");
         }
-        ModuleWorld_c::Get()->TakeTables();
+        ModuleWorld_c::Get()->RereadTables();
     }
 
     void OnChanged(char const * szFile)

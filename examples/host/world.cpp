@@ -63,7 +63,7 @@ void ModuleWorld_c::Begin()
     StockQuays(m_Bay);
 }
 
-void ModuleWorld_c::TakeTables()
+void ModuleWorld_c::RereadTables()
 {
     if (IsEmpty())
     {
@@ -76,7 +76,7 @@ void ModuleWorld_c::TakeTables()
     if (bGood)
     {
         BalanceApply(m_Balance, Fresh);
-        BayTakeNumbers(Fresh, m_Bay);
+        BayCopyNumbers(Fresh, m_Bay);
     }
     BayReset(Fresh);
     g_House = House;

@@ -23,7 +23,7 @@ public:
 
     /// Reads the numbers of the media's tables again while the game goes on. New rows, deleted rows and changed
     /// references have no effect until the next Begin. Tables that make no sense, or an empty world, change nothing.
-    void TakeTables();
+    void RereadTables();
 
     /// Return whether the media have no world, and why.
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
