@@ -29,7 +29,7 @@ namespace plat
     struct HeapBlock_t
     {
         void * pUser = nullptr;
-        std::size_t nBytes = 0;          // as requested
+        std::size_t nBytes = 0;          // as requested from HeapAlloc
         std::uint32_t dwType = 0;        // the word given at allocation
         char const * szFile = nullptr;   // may be null
         int iLine = 0;
@@ -37,14 +37,14 @@ namespace plat
         std::size_t nOwn = 0;
     };
 
-    /// Called with the heap's lock held, before a block enters or leaves the list. Gets the block, its size and its
-    /// word.
+    /// Called with the heap's lock held, before a block enters or leaves the list. Its arguments are the block, its
+    /// size and its word.
     using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType);
 
     /// Called when no memory is available. The heap tries again if it returns true.
     using HeapFailure_t = bool (*)(std::size_t nBytes);
 
-    /// The text that reports show for a block's word.
+    /// Returns the text that reports show for a block's word.
     using HeapWordName_t = char const * (*)(std::uint32_t dwType);
 
     /// Called for each block that still lives when the process ends.
@@ -60,8 +60,10 @@ namespace plat
     /// reports state this address and size.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
-    /// Releases a block. Null does nothing. A block is reported and left alone if it was freed already, if its front is
-    /// damaged, or if it is not a block of this heap.
+    /// Releases a block. Null does nothing. Reports the pointer and releases nothing in these cases:
+    /// - the block was released before.
+    /// - its front fence is damaged.
+    /// - it is not a block of this heap.
     void HeapFree(void * pUser);
 
     /// Return the size, the word, and all that is known of a live block. The pointer must be one that HeapAlloc
@@ -91,9 +93,9 @@ namespace plat
     void HeapSetDump(HeapDump_t fnDump);
 
     /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. Blocks
-    /// that the C++ runtime's own globals reach are left out: it keeps them for as long as the process runs. While
-    /// other threads run, their blocks can't be distinguished from lost ones. Then one line says that nothing is
-    /// listed.
+    /// that the C++ runtime's own globals reach are left out: it keeps them for as long as the process runs. If other
+    /// threads still run, their blocks can't be distinguished from lost ones. Then the report is one line, which says
+    /// that nothing is listed.
     void HeapSetLeakCheck(bool bCheck);
 
     /// Returns the name of a word.

@@ -1,10 +1,10 @@
 // files.h: the library's access to files and folders.
 //
-// Paths are UTF-8. Both `\` and `/` separate. A path whose letters differ from the disk's only in case finds the disk's
-// spelling. Three spellings are tried in this order:
+// Paths are UTF-8. Both `\` and `/` separate. A path whose letters differ from the disk's only in case leads to the
+// file with the disk's spelling. Three spellings are tried in this order:
 // 1. the path as it is;
-// 2. the spelling that a folder listing met;
-// 3. the spelling found by reading the folders on the way.
+// 2. the spelling that a folder listing found;
+// 3. the spelling found by reading the folders of the path.
 //
 // Threads: any thread may call any function.
 // Failure: nothing here logs. A function that fails leaves the reason for LastErrorText (process.h).
@@ -24,15 +24,16 @@ namespace plat
     /// Ticks of 100 nanoseconds since 1601-01-01 00:00 UTC; 0 if the file system keeps no such time.
     using FileTime_t = std::uint64_t;
 
-    /// Rights of others to the file while it is open. On a system without share modes this is advisory: an open
-    /// that excludes writers fails while anyone has the file open for writing. It is checked at the open only. It is
-    /// not checked if the system can't say (another user's file, some network file systems).
+    /// Rights of others to the file while it is open. On a system without share modes this is advisory: an open that
+    /// excludes writers fails while anyone has the file open for writing. It is checked at the open only. It is not
+    /// checked if the system does not report writers (another user's file, some network file systems).
     enum class Share_e
     {
         ReadWrite,
         Read
     };
 
+    /// Size, times and kind of a file or folder.
     struct FileFacts_t
     {
         std::uint64_t nSize = 0;   // bytes
@@ -98,22 +99,22 @@ namespace plat
 
     /// Opens a stream without a buffer by the rule of filewrite.h. Returns null on failure. All output goes to the end
     /// of the file, even if others write or cut it. The file is emptied, unless a stream that this function opened is
-    /// open on it, in this process or another. If the system can't say so, the file is emptied.
+    /// open on it, in this process or another. If the system can't report such a stream, the file is emptied.
     std::FILE * StreamOpenLog(char const * szPath);
 
-    /// Starts a new log file if the log holds more than nLimit bytes. The full file is renamed to szPath with ".1" at
-    /// its end. Those of earlier calls become ".2" to ".nPrevious". The stream goes on with a new file szPath. With
-    /// nPrevious 0 the file is emptied instead. A file that another process has already renamed keeps its name. Requires
-    /// that StreamOpenLog opened pStream with szPath; others may write to it meanwhile. Returns the bytes of the
-    /// stream's file, which after a failure is the old one, or 0 if the system can't say.
+    /// Starts a new log file if the log holds more than nLimit bytes. Renames the full file to szPath with ".1" at its
+    /// end, and earlier ones to ".2" up to the number nPrevious. The stream continues in a new file szPath. If
+    /// nPrevious is 0, empties the file instead. Does not rename a file that another process has already renamed.
+    /// Requires that StreamOpenLog opened pStream with szPath; others may write to it meanwhile. Returns the bytes of
+    /// the stream's file, or 0 if the system can't report them. On failure the stream continues in the old file.
     std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious);
 
-    /// Returns whether a stream has no buffer, as those of StreamOpenLog. False shows that the address is another
-    /// stream's by now.
+    /// Returns whether a stream has no buffer, as those of StreamOpenLog. False means that the log's stream was closed
+    /// and another one now has its address.
     bool StreamIsUnbuffered(std::FILE * pStream);
 
-    /// Writes past the stream's buffer, which must be empty or absent. Uses as few system calls as possible: one,
-    /// unless a disk is full. Returns the bytes written.
+    /// Writes to the stream's file without its buffer, which must be empty or absent. Uses as few system calls as
+    /// possible: one, unless a disk is full. Returns the bytes written.
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
 
     /// Creates one folder. Returns false if it exists already or can't be created.
@@ -135,7 +136,7 @@ namespace plat
     /// was nothing, or if anything is left. Refuses a path that is the root or ends in "." or "..".
     bool TreeDelete(char const * szPath);
 
-    /// Forgets the spellings that folder listings and searches met, and frees their memory.
+    /// Removes the spellings that folder listings and searches found, and frees their memory.
     void SpellingsForget();
 
     /// One entry of a folder. "." and ".." are left out.
@@ -145,10 +146,9 @@ namespace plat
         std::uint32_t nName = 0;         // characters of it
         bool bLink = false;              // reached through a link; the facts are those of its target
         bool bAscii = false;             // all bytes of the name are ASCII
-        bool bReachable = true;          // false: the name holds a `\`, so that no path leads here; the rest is unset
-        bool bFailed = false;            // true: the system could not say what it is; the rest is unset
-        FileFacts_t Facts;               // of a folder or of what is no file: only the kind, unless reached through a
-                                         // link
+        bool bReachable = true;          // false: the name holds a `\`, so no path leads to it; the rest is unset
+        bool bFailed = false;            // true: the system could not report what it is; the rest is unset
+        FileFacts_t Facts;               // all facts of a regular file or of a link's target, otherwise only the kind
     };
 
     /// Identifies a folder, whatever path led to it.
@@ -159,12 +159,13 @@ namespace plat
         bool operator==(FolderIdentity_t const &) const = default;
     };
 
-    /// Finds a folder's identity. With bAsWritten only the path's own spelling counts. Returns false if there is no
+    /// Finds a folder's identity. With bAsWritten only the path's own spelling is tried. Returns false if there is no
     /// such folder.
     bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity, bool bAsWritten = false);
 
     /// The entries of a folder, read at once. Their order is the same on every machine: by name folded to lower case
-    /// (ASCII), then by the raw bytes. Entries that vanish during the read, and links to nothing, are left out.
+    /// (ASCII), then by the raw bytes. Entries that vanish during the read, and links whose target is missing, are left
+    /// out.
     class FolderListing_c
     {
     public:
@@ -173,7 +174,7 @@ namespace plat
         FolderListing_c(FolderListing_c const &) = delete;
         FolderListing_c & operator=(FolderListing_c const &) = delete;
 
-        /// Reads the folder. Returns false if it can't be opened or the read breaks off.
+        /// Reads the folder. Returns false if it can't be opened or an error ends the read.
         bool Read(char const * szPath);
 
         /// Returns the number of entries.

@@ -1,9 +1,9 @@
 // fork.h: locks and shared work across a fork of the process.
 //
-// In the child only the thread that forked goes on. A lock that another thread held would stay held there for ever.
-// Both processes would wait for work that is under way. Therefore each global lock has a ForkLock_c. Each service with
+// In the child only the thread that forked exists. A lock that another thread held would stay held there for ever, and
+// work that another thread had begun would never finish. Therefore each global lock has a ForkLock_c. Each service with
 // a thread, an open file or work under way has a ForkHandler_c. Both are usually global objects. They are created and
-// destroyed with no registered lock held. A lock that the forking thread holds stays its own in both processes.
+// destroyed with no registered lock held. If the forking thread holds a lock, it still holds it in both processes.
 //
 //     constinit plat::Lock_c g_TableLock;
 //     plat::ForkLock_c const g_TableForkLock(g_TableLock);
@@ -15,7 +15,7 @@
 namespace plat
 {
     /// Registers a lock, which must outlive this object. A fork enters all registered locks, so that the data that they
-    /// guard are complete in the child. It frees them in the parent and in the child. Their order does not matter: if
+    /// guard are complete in the child. It leaves them in the parent and in the child. Their order does not matter: if
     /// another thread holds one, the fork leaves the others and waits for that one first.
     class ForkLock_c
     {
@@ -36,7 +36,7 @@ namespace plat
     struct ForkCalls_t
     {
         void (*fnBefore)();     // before the registered locks are entered; may wait for other threads
-        void (*fnInParent)();   // after the registered locks are free again
+        void (*fnInParent)();   // after the registered locks are left
         void (*fnInChild)();    // the same in the child, where no other thread exists: must not wait for one
     };
 

@@ -1,4 +1,4 @@
-// stack.h: how much stack a thread has left, and more of it for a deep recursion.
+// stack.h: the stack that a thread has left, and a further stack for a deep recursion.
 #pragma once
 
 #include <cstddef>

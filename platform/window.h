@@ -17,7 +17,7 @@ namespace plat
         Window_t (*fnGetParent)(Window_t hWindow) = nullptr;   // null for a window without parent
         void (*fnMinimise)(Window_t hWindow) = nullptr;
         void (*fnShowCursor)() = nullptr;
-        bool (*fnDispatchOne)(unsigned iFirst, unsigned iLast) = nullptr;   // delivers one waiting message of the
+        bool (*fnDispatchOne)(unsigned iFirst, unsigned iLast) = nullptr;   // delivers one pending message of the
                                                                             // range; false if none waits
     };
 

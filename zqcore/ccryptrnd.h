@@ -1,19 +1,19 @@
 // ccryptrnd.h: random bytes from the moments at which messages arrive, and the digest of a password.
 //
 // The pool holds the low byte of the cycle counter at each of the last 128 messages. Each 20 bytes of output are the
-// SHA-1 of a block counter and the pool. Use the bytes for shuffles, seeds and games. Use the system's generator for
-// keys, tokens, salts and all else that anyone has a reason to guess:
-// - a message adds a byte that is worth a few bits at most, and may be caused from outside.
-// - nothing counts what has been gathered. An empty pool produces the same output in every run.
-// - the pool and the counter are enough to compute the output before and after.
+// SHA-1 of a block counter and the pool. Use the bytes for shuffles, seeds and games. For keys, tokens, salts and all
+// other secrets use the system's generator, for these reasons:
+// - a message adds a byte that holds a few bits of entropy at most, and an attacker may cause it.
+// - the entropy of the pool is not measured. An empty pool produces the same output in every run.
+// - earlier and later output can be computed from the pool and the counter.
 //
 // Ownership: the one generator exists from load to unload. A Password_s is a plain value.
-// Threads: any thread may add and get bytes. A forked process adds the moment of the fork and continues with bytes of
-// its own.
+// Threads: any thread may add and get bytes. A forked process adds the cycle counter, so its bytes differ from its
+// parent's.
 // Cost: 20 bytes cost about 0.2 us. Nothing allocates.
 // Failure: GetRandomBytes and Xor assert. Nothing else fails.
 //
-//     PutNextRandom();   // at a moment that nobody foresees, such as a key press
+//     PutNextRandom();   // at an unpredictable moment, such as a key press
 //     unsigned char dSeed[4];
 //     GetRandomBytes(dSeed, 4);
 //     Password_s Kept, Typed;
@@ -31,7 +31,7 @@
 /// Fills dOutput with nBytes bytes. Asserts that dOutput is not null and nBytes above 0; otherwise writes nothing.
 ZQ_API void GetRandomBytes(unsigned char * dOutput, int nBytes);
 
-/// Adds the low byte of the cycle counter to the pool. For hosts that know moments that nobody foresees.
+/// Adds the low byte of the cycle counter to the pool. For hosts that have unpredictable events besides messages.
 ZQ_API void PutNextRandom();
 
 /// Module that adds a byte to the pool for each message of g_ApplicationMessages while it is initialised. Depends on no

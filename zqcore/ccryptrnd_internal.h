@@ -19,14 +19,14 @@ public:
     /// Adds a byte to the pool.
     void Put(unsigned char Byte);
 
-    /// Fills dOutput with nBytes bytes. A block of output is used from its end; the rest stays for the next call.
+    /// Fills dOutput with nBytes bytes. Each block of output is used from its end. Unused bytes stay for the next call.
     void Get(unsigned char * dOutput, std::size_t nBytes);
 
     /// Returns the number of bytes of the pool in use.
     std::size_t GetPoolSize() const { return m_nPoolSize.load(std::memory_order_acquire); }
 
-    /// Discards the rest of the block and adds the cycle counter to the pool. A child of a fork calls it, so that its
-    /// bytes differ from those of its parent and of the parent's other children.
+    /// Discards the unused output and adds the cycle counter to the pool. A child of a fork calls it, so that its bytes
+    /// differ from those of its parent and of the parent's other children.
     void Diverge();
 
     /// Registers a generator's locks for forks.
@@ -48,7 +48,7 @@ private:
 
     plat::Lock_c m_PoolLock;                                     // guards writes to the pool
     plat::Lock_c m_OutputLock;                                   // guards Get
-    std::atomic<unsigned char> m_dEntropyPool[POOL_SIZE] = {};   // read without the lock: an old byte is as good
+    std::atomic<unsigned char> m_dEntropyPool[POOL_SIZE] = {};   // read without the lock: an old byte serves too
     unsigned char m_dRandomBytes[SHA1_HASH_SIZE] = {};           // latest block of output
     std::uint32_t m_dwCounter = 0;                               // blocks made
     std::uint32_t m_iWrite = 0;                                  // index in the pool of the next byte

@@ -1,13 +1,13 @@
 // cexceptioninfo.h: dialogs with a stack trace, and the dialog for a developer whose program faulted.
 //
 // The message boxes of cdebug.h use MessageBoxWithTrace. Start, Stop and OnUnhandledException are for a host that sets
-// a fault filter. There the faulting thread hands its fault to a thread of this object, the debug support thread, which
-// shows the fault and asks what to do. The library does not start that thread.
+// a fault filter. In that filter the faulting thread passes its fault to a thread of this object, the debug support
+// thread, which shows the fault and asks what to do. The library does not start that thread.
 //
 // Ownership: the only instance exists from load to the end of the process.
 // Threads: any thread, one dialog at a time: one lock guards the object. Start and Stop belong to one thread.
 // Cost: a trace starts the symbol helper and takes about 0.2 s. It knows up to 512 modules of the process. Nothing here
-// allocates from the heap or takes another lock of the library, so complaints may come from under those locks. The
+// allocates from the heap or takes another lock of the library, so a thread that holds those locks may complain. The
 // host's dialog and the receiver of the trace lines may do both.
 // Failure: without the symbol helper a trace has addresses in place of names and lines.
 //
@@ -27,7 +27,8 @@ namespace plat
     struct FaultPointers_t;
 }
 
-/// Values that join to the style of a dialog: buttons, icon, default button, modality. They are those of Windows.
+/// Flags that are combined to the style of a dialog: buttons, icon, default button, modality. The values are those of
+/// Windows.
 inline constexpr unsigned long MESSAGE_OK = 0x0;
 inline constexpr unsigned long MESSAGE_OK_CANCEL = 0x1;
 inline constexpr unsigned long MESSAGE_ABORT_RETRY_IGNORE = 0x2;
@@ -40,7 +41,7 @@ inline constexpr unsigned long MESSAGE_TASK_MODAL = 0x2000;
 inline constexpr unsigned long MESSAGE_FOREGROUND = 0x10000;
 inline constexpr unsigned long MESSAGE_TOPMOST = 0x40000;
 
-/// Topmost, in the foreground and modal for the whole system.
+/// Style of a dialog that is topmost, in the foreground and modal for the whole system.
 inline constexpr unsigned long MESSAGE_ALWAYS_ON_TOP = MESSAGE_TOPMOST | MESSAGE_FOREGROUND | MESSAGE_SYSTEM_MODAL;
 
 /// Shows a text as a dialog without a trace. Returns the answer: 1 OK, 2 Cancel, 3 Abort, 4 Retry, 5 Ignore, 6 Yes, 7
@@ -62,16 +63,17 @@ public:
     /// process has no support thread until it calls Start.
     ZQ_API bool Start();
 
-    /// Ends the support thread and waits for it: up to half a second, or until its open dialog is answered. A thread
-    /// whose fault still waits then continues. Does nothing on the support thread itself, where handlers of exit may
-    /// run, and inside this object's dialogs.
+    /// Ends the support thread. Waits for it up to half a second, or until its open dialog is answered. A thread whose
+    /// fault still waits then continues. Does nothing inside this object's dialogs, and on the support thread itself,
+    /// where exit handlers may run.
     ZQ_API void Stop();
 
     /// Passes a fault to the support thread, which traces and shows it, and waits for the answer without limit. Only a
     /// fault filter calls it. One fault at a time. Returns 0, so that the filters after this one get the fault.
     /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
     ///   process with a second dialog.
-    /// - No continues. So do silent mode, without a dialog, and a fault on the support thread, as in the host's dialog.
+    /// - No continues. Silent mode continues without a dialog. A fault on the support thread, for example in the host's
+    ///   dialog, continues too.
     /// - Cancel ends the process by exit with the exception's code as its status, of which Linux keeps 8 bits.
     /// Returns at once in these cases:
     /// - a debugger is attached.
@@ -93,8 +95,8 @@ public:
         void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip);
 
     /// Sends nWords 32-bit words from the address nStart to the trace channel, 12 in a row. Words after the last full
-    /// row are left out. A word that can't be read is "????????". szRegister names what held nValue, which led here;
-    /// null for nothing.
+    /// row are left out. A word that can't be read is "????????". szRegister is the name of the register whose value
+    /// nValue led to nStart; null for none.
     ZQ_API void DumpMemory(char const * szRegister, std::uintptr_t nValue, std::uintptr_t nStart, int nWords);
 
     /// Sends a formatted line, cut at 2047 bytes, to the receiver of the trace channel. Does nothing without a
@@ -102,7 +104,8 @@ public:
     ZQ_API static void TraceLine(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
     /// Replaces the receiver of the trace channel; null, as at start, for none. Returns the previous one. The receiver
-    /// is called inside complaints: a lock that it takes, or memory that it allocates, may be the one complained of.
+    /// is called inside complaints. The complaining thread may hold the lock that the receiver takes, and the complaint
+    /// may be about the heap that it allocates from.
     ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);
 
 private:

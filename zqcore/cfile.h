@@ -2,8 +2,8 @@
 //
 // Every file that can be read by name is one long-lived File_c. A scan of the media folders registers it (cfilepath.h).
 // The first FileOpen reads the whole file into one block, later ones raise a count, and the last FileClose frees the
-// block. All readers share the block. Load and FileStored_c read from the disk and leave the block alone. In names,
-// case does not matter, `/` and `\` both separate, and a folder in front of a known bare name is ignored.
+// block. All readers share the block. Load and FileStored_c read from the disk and do not use the block. In names, case
+// does not matter, `/` and `\` both separate, and a folder in front of a known bare name is ignored.
 //
 // Ownership: the table of files owns the objects. A File_c * is valid until FileKill, FileResetFiles, FileReset or the
 // module's shutdown. The contents are valid until the caller's FileClose. A stream belongs to the caller of
@@ -11,16 +11,16 @@
 // Threads: the table of files belongs to the main thread. A lock of each file guards its block and count, so a file
 // that was found may be opened and closed on any thread. g_FileOpenCallbacker and g_FileReadErrorCallbacker fire on the
 // thread that reads, the worker of cfileasync.h included, inside the file's lock. One thread at a time runs receivers
-// of these lists and of complaints (cdebug.h). A receiver may log, take notes and complain. It must not open a file
+// of these lists and of complaints (cdebug.h). A receiver may log, store data and complain. It must not open a file
 // that another thread may be opening.
 // Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
 // it at once.
-// Failure: null or false. Opening a file of 2 GiB or more fails with a log line; it is known with the low 32 bits of
-// its size. Unknown names are not logged.
+// Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
+// size. Unknown names are not logged.
 //
 //     if (File_c * const pFile = FileOpen("levels.csv"))
 //     {
-//         Log("%s has %i bytes", pFile->GetFileName(), pFile->iLength);   // they are at pFile->pData
+//         Log("%s has %i bytes", pFile->GetFileName(), pFile->iLength);   // the bytes are at pFile->pData
 //         FileClose(pFile);
 //     }
 #pragma once
@@ -45,8 +45,8 @@ public:
     File_c & operator=(File_c const &) = delete;
 
     /// Reads the contents again if they are resident. Requires that no thread is reading the old block. On failure
-    /// pData is null and the references stay: holders must check pData after a refresh and close as always. The next
-    /// FileOpen reads the disk again.
+    /// pData is null and the references stay: holders must check pData after a refresh and still call FileClose. The
+    /// next FileOpen reads the disk again.
     virtual void Refresh() = 0;
 
     /// Returns the location on disk: the folder and the last component of the key, or the key alone for a file without
@@ -84,7 +84,7 @@ public:
     int GetOpensCount() const { return m_iOpensCount.load(std::memory_order_relaxed); }
 
     /// Adds the file to the list of stayers (cfileasync.h) if its type is registered there. The list holds a reference,
-    /// so the block stays. For an Open that has just read the own block. Any thread.
+    /// so the block stays. Open calls it after it has read the own block. Any thread.
     void StayerDoWork();
 
     unsigned char * pData = nullptr;         // contents while resident, without a zero at the end; owned
@@ -93,7 +93,7 @@ public:
     String_T<256> const * pPath = nullptr;   // folder, an entry of g_sPaths; null if sName alone is the location
     plat::FileTime_t ftCreationTime = 0;     // 100-nanosecond ticks since 1601-01-01 UTC
     bool bOpened = false;                    // whether it was ever opened or streamed
-    bool bDuplicate = false;                 // whether another file of this key was met and dropped
+    bool bDuplicate = false;                 // whether another file of this key was found and not registered
     plat::FileTime_t ftLastWriteTime = 0;    // as ftCreationTime; 0 if it came from the cache and was never read
     int iReads = 0;                          // reads of the disk: one for each read, two for each stream
     String_T<256> sRequestedName;            // see GetFileName
@@ -105,10 +105,10 @@ protected:
     /// never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
-    /// Notes that a refresh freed the block although it has holders.
+    /// Stores that a refresh freed the block although there are references to it.
     void SetLost() { m_bLost = true; }
 
-    /// Returns whether this Open is to leave the lock while it reads, and clears that flag: an Open calls it once.
+    /// Returns whether Open must leave the lock while it reads, and clears that flag. Open calls it once.
     bool TakeUnlocked();
 
 private:
@@ -121,15 +121,16 @@ private:
     friend class FileRequests_c;
     friend class FileStored_c;
 
-    /// Sets size and times from a stream. Does nothing while the file is resident: they are the block's then.
+    /// Sets size and times from a stream. Does nothing while the file is resident: size and times then describe the
+    /// block.
     void StoreStreamFacts(plat::FileFacts_t const & Facts);
 
     /// Add and remove a reference. Return the new count. RefOpen returns 0 if the file can't be read.
     int RefOpen();
     int RefClose();
 
-    /// Reads for an asynchronous request. A pBuffer that is not null has room for iRoom bytes. Adds a reference and
-    /// returns true if Open does.
+    /// Opens the file for an asynchronous request and returns the result of Open. If pBuffer is not null, it has room
+    /// for iRoom bytes. Adds a reference if Open returns true.
     bool RefOpenAsync(void * pBuffer, int iRoom);
 
     /// Adds nReferences to the count. Returns the new count. Requires the lock.
@@ -150,8 +151,8 @@ private:
     bool m_bUnlocked = false;   // see TakeUnlocked
 };
 
-/// A file in a folder. Objects are made and destroyed on the main thread. They come from a pool, which counts as a
-/// whole under the memory category in which it grew.
+/// A file in a folder. Objects are made and destroyed on the main thread. They are allocated from a pool. Each growth
+/// of the pool is counted as a whole under the memory category of that moment.
 class ZQ_API FileOnDisk_c : public File_c
 {
 public:
@@ -190,8 +191,8 @@ public:
     virtual ~FileStored_c();
 
     /// Moves the position to iOffset bytes from iOrigin: 1 for the current position, 2 for the end, anything else for
-    /// the start. Returns 1. On failure, if the new position is not within 0 to INT_MAX, and if the stream is closed,
-    /// leaves the position and returns 0.
+    /// the start. Returns 1. Returns 0 without a move on failure, if the stream is closed, or if the new position would
+    /// be outside 0 to INT_MAX.
     virtual int SeekStored(long iOffset, int iOrigin);
 
     /// Returns the current position in bytes. Returns 0 if the stream is closed.
@@ -201,9 +202,9 @@ public:
     /// failure and if the stream is closed.
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
-    /// Opens the file and returns true. The file object gets the current size and times if it is not resident. On
-    /// failure fires g_FileReadErrorCallbacker and returns false, also if the file is open for writing. Asserts that
-    /// g_bFileReadDisabled is not set.
+    /// Opens the file and returns true. Stores the current size and times in the file object if it is not resident.
+    /// Fails if the file is open for writing. On failure fires g_FileReadErrorCallbacker and returns false. Asserts
+    /// that g_bFileReadDisabled is not set.
     virtual bool OpenStored();
 
     /// Closes the stream, if it is open, and destroys this object.
@@ -223,7 +224,7 @@ private:
     int m_iLength;   // see FileSize
 };
 
-/// Whether opening a stream asserts; it opens all the same if the developer continues. False at start; set by the
+/// Whether opening a stream asserts. If the developer continues, the stream opens. False at start; set by the
 /// application.
 extern ZQ_API bool g_bFileReadDisabled;
 
@@ -238,8 +239,8 @@ ZQ_API bool FileOpen(File_c * pFile);
 /// Removes one reference. Null does nothing.
 ZQ_API void FileClose(File_c * pFile);
 
-/// Removes an object from the table and destroys it. Asserts that it has no references and that it is in the table; if
-/// the developer continues, it is destroyed all the same.
+/// Removes an object from the table and destroys it. Asserts that it has no references and that it is in the table. If
+/// the developer continues, it is destroyed in any case.
 ZQ_API void FileKill(File_c * pFile);
 
 /// Returns the file of a bare name, without opening it, or null. Any folder in name is ignored. Does not find a file
@@ -253,8 +254,8 @@ ZQ_API FileStored_c * FileOpenStored(char const * name);
 /// Returns whether FileStream finds the name.
 ZQ_API bool FileExists(char const * name);
 
-/// Sets whether opening an empty file only logs "File '%s' is empty!" in place of the assertion. For a program that
-/// runs while editors rewrite files, which they empty first. False at start. Any thread.
+/// Sets whether opening an empty file logs "File '%s' is empty!" instead of asserting. For a program that runs while
+/// editors rewrite files, because they empty a file before they write it. False at start. Any thread.
 ZQ_API void FileSetEmptyAllowed(bool bAllowed);
 
 /// Returns whether the disk has this folder.

@@ -9,7 +9,7 @@
 // Failure: a setting that breaks a rule asserts and is not used.
 //
 //     SetPQXMediaPath("media");
-//     FileSetSplit("\\gamedata\\");   // of the folders in there, the one that `--game` names
+//     FileSetSplit("\\gamedata\\");   // scan only the folder in there that `--game` names
 //     ModuleFile_c::Get()->ReadMedia(true);
 //     Module_c::Register(ModuleFile_c::Get());
 //     bool const bReady = Module_c::InitializeAllModules() && FileExists("levels.csv");
@@ -19,29 +19,28 @@
 #include "zqcore/cmodule.h"
 #include "zqcore/cstring.h"
 
-/// Sets and returns the name pattern of the packs, "media*.zq" at start. Asserts that it holds one `*`, with a dot
-/// after it; otherwise the previous pattern stays.
+/// Set and return the name pattern of the packs, "media*.zq" at start. FileSetMediaTemplate asserts that it holds one
+/// `*`, with a dot after it; otherwise the previous pattern stays.
 ZQ_API void FileSetMediaTemplate(char const * sTemplate);
 ZQ_API String_T<256> FileGetMediaTemplate();
 
-/// Sets a location of which scans enter only the current game's folder. sLocation is part of a path, as "\gamedata\".
-/// It and the game's name must be in lower case. Null ends the split; there is none at start. Asserts that sLocation
-/// begins and ends with `\`; otherwise the previous one stays.
+/// Sets the folder below which scans enter only the current game's subfolder. sLocation is a part of its path, such as
+/// "\gamedata\". sLocation and the game's name must be in lower case. Null, as at start, for no such folder. Asserts
+/// that sLocation begins and ends with `\`; otherwise the previous one stays.
 ZQ_API void FileSetSplit(char const * sLocation);
 
 /// Returns the media root, without one separator at its end. Each call tries these in turn:
 /// - the path of SetPQXMediaPath, whether it exists or not.
 /// - the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if that path exists.
 /// - ".", if the main pack, the pattern without its `*`, lies in the current folder.
-/// If there is none of them, ends in Abort if bAbortIfMissing is set. Otherwise returns the registry's text, or an
-/// empty one.
+/// If all fail, calls Abort if bAbortIfMissing is set. Otherwise returns the registry's text, or an empty one.
 ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);
 
-/// Sets the media root. Null or an empty text, as at start, to discover it.
+/// Sets the media root. If sPath is null or empty, as at start, GetPQXMediaPath searches for it.
 ZQ_API void SetPQXMediaPath(char const * sPath);
 
 /// Sets the configuration: the name of the only folder directly in "media\_configdependeddata\" that scans enter. Empty
-/// at start: they enter none of them.
+/// at start: they enter no folder there.
 ZQ_API void SetPQXCurrentConfig(char const * sConfig);
 
 /// Returns whether the command line has `--game <name>`. False until the module starts. g_bAddon is the same.
@@ -50,16 +49,16 @@ extern ZQ_API bool g_bAddon;
 
 /// Module of the file system. Depends on ModuleLog_c.
 ///
-/// Initialize takes the game's name from the command line ("pqx" without one) and fills the tables. With a cache
-/// (cfilecache.h) it loads that, and scans only the folders profiles and mapscache of the media root, which change
+/// Initialize takes the game's name from the command line ("pqx" without one) and fills the tables. If there is a cache
+/// (cfilecache.h), it loads the cache and scans only the folders profiles and mapscache of the media root, which change
 /// while a game runs. Without a cache it scans the media root. Then it starts the worker of cfileasync.h and computes
 /// the media hash (cfilehash.h). The idle heartbeat looks for changed files (cfiletrack.h).
 ///
 /// Shutdown stops the worker and writes the cache: the one of SetCacheFile, or else filesystemcache.bin in the media
 /// root if a file of that name is known. The cache leaves out the folders profiles, mapscache, $$$pqxautosave and
-/// $$$pqxbackup of the media root. It also leaves out what was registered by a path in the current folder, unless the
-/// media root is such a path. Then Shutdown empties the tables, the exclude lists, the types of stayers and
-/// g_FileOpenCallbacker. The settings above stay.
+/// $$$pqxbackup of the media root. It also leaves out folders that were registered by a path relative to the current
+/// folder, unless the media root is such a path. Then Shutdown empties the tables, the exclude lists, the types of
+/// stayers and g_FileOpenCallbacker. The settings above stay.
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:
@@ -70,17 +69,18 @@ public:
     /// Returns the only instance.
     static ModuleFile_c * Get();
 
-    /// Sets whether Initialize scans the media root. True at start. If a cache was named and can't be read, it scans in
-    /// any case.
+    /// Sets whether Initialize scans the media root. True at start. If a cache was named but can't be read, Initialize
+    /// scans in any case.
     void ReadMedia(bool bRead) { m_bReadMedia = bRead; }
 
-    /// Sets whether Shutdown writes a cache that can be compared with the disk, and Initialize compares it
-    /// (FilesystemCacheIsCurrent) and scans if a folder has changed. False at start. Initialize then switches
-    /// FilesystemCacheCheck on, and it stays on; without this, that setting is the host's.
+    /// Sets whether the cache is compared with the disk. False at start. If true, Shutdown writes a cache that can be
+    /// compared. Initialize compares it (FilesystemCacheIsCurrent) and scans if a folder has changed. Initialize also
+    /// calls FilesystemCacheCheck(true), which stays on. If false, that setting is left to the host.
     void CheckCache(bool bCheck) { m_bCheckCache = bCheck; }
 
-    /// Sets the path of the cache that Shutdown writes, for a media root that must not be written. FilesystemCacheInit
-    /// with the same path loads it. Null or an empty text, as at start, for filesystemcache.bin in the media root.
+    /// Sets the path of the cache that Shutdown writes, for a media root that must not be written. To load it, pass the
+    /// same path to FilesystemCacheInit. Null or an empty text, as at start, means filesystemcache.bin in the media
+    /// root.
     void SetCacheFile(char const * sFile) { m_sCacheFile = sFile; }
 
 protected:

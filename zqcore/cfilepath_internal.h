@@ -36,20 +36,20 @@ inline void FileDiscard(File_c * pFile)
     delete pFile;
 }
 
-/// A queue of one file before the table of files: a file is added when the next one comes. So its slot is prefetched
-/// meanwhile, and the log lines about its key come after those about the next file. The queue must be flushed before
-/// it ends.
+/// A queue of one file before the table of files. A file is added to the table when the next one is pushed, so that its
+/// slot can be prefetched meanwhile. Therefore the log lines about its key follow those about the next file. The queue
+/// must be flushed before it is destroyed.
 class FileTableQueue_c
 {
 public:
-    /// Adds the file that waits to the table, and lets this one wait. nKey is the length of its name.
+    /// Adds the waiting file to the table, and makes pFile the waiting one. nKey is the length of its name.
     void Push(File_c * pFile, std::size_t nKey)
     {
         Flush();
         m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName, nKey);
     }
 
-    /// Adds the file that waits, if any. A file that the table refuses is destroyed, with a complaint.
+    /// Adds the waiting file, if there is one. A file that the table refuses is destroyed, with a complaint.
     void Flush()
     {
         FileTable_t::Entry_s const Entry = std::exchange(m_Waiting, {});
@@ -68,16 +68,16 @@ private:
     ZQ_COLD static void DropDuplicate(File_c * pFile);
     ZQ_COLD static void DropOverflow(File_c * pFile);
 
-    FileTable_t::Entry_s m_Waiting = {};   // without an object there is none
+    FileTable_t::Entry_s m_Waiting = {};   // pObject is null if no file waits
 };
 
-/// Scans a folder, which is in the form of g_sPaths, as FileAddSearchPath describes it.
+/// Scans a folder as FileAddSearchPath does. sFolder has the form of the entries of g_sPaths.
 void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelativeNames);
 
-/// Notes a folder that a scan could not see all of because the system failed. See FileScanIsWhole.
+/// Stores that a scan could not read all entries of a folder because the system failed. See FileScanIsWhole.
 void FileScanNoteMissed(String_T<256> const & sFolder);
 
-/// Forgets the noted folders whose paths begin with szPrefix; an empty prefix forgets all.
+/// Removes the stored folders whose paths begin with szPrefix; an empty prefix removes all.
 void FileScanForgetMissed(char const * szPrefix);
 
 /// Files that left the table while others held them open, and the folders that they still point to.
@@ -92,7 +92,7 @@ public:
     /// Returns whether an orphan points to this folder.
     bool UseFolder(String_T<256> const & sFolder) const;
 
-    /// Keeps a folder, which becomes owned, until Reset.
+    /// Owns a folder from now on. DestroyFolders frees it.
     void KeepFolder(String_T<256> * pFolder) { m_dFolders.Add(pFolder); }
 
     Array_T<File_c *, 64, 0> const & GetFiles() const { return m_dFiles; }

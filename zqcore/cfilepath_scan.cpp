@@ -15,7 +15,7 @@ namespace
     // A folder of which a scan enters only the current configuration's subfolder.
     constexpr char const * CONFIG_MARKER = "media\\_configdependeddata\\";
 
-    // Folders that scans could not see all of because the system failed.
+    // Folders whose entries a scan could not all read because the system failed.
     Array_T<String_T<256>, 64, 0> g_dMissed;
 
     // One call of FileAddSearchPath.
@@ -44,8 +44,8 @@ namespace
         void AddEntries(Folder_s const & Folder, plat::FolderListing_c const & Listing);
         bool WasEntered(char const * szPath);
 
-        // A folder that this scan entered. Its identity is read when the first link to a folder is met: most trees hold
-        // no link.
+        // A folder that this scan entered. Its identity is read when the scan finds the first link to a folder: most
+        // trees hold no link.
         struct Entered_s
         {
             String_T<256> const * pPath;
@@ -145,7 +145,8 @@ namespace
         m_Queue.Flush();
     }
 
-    // Logs and notes an entry of which the system returned no facts, unless the scan would skip it in any case.
+    // Logs an entry whose facts the system did not return, and stores its folder as missed. Does nothing for an entry
+    // that the scan skips in any case.
     ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
         if (!g_sExcludedFiles.Has(Entry.szName) && !g_sExcludedFolders.Has(Entry.szName)
@@ -157,7 +158,7 @@ namespace
         }
     }
 
-    // Reached is the entry that the name in lower case leads to.
+    // Adds a file or a folder. Reached is the entry to which a path with the name in lower case leads.
     void FolderScan_c::AddEntry(
         Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
     {
@@ -189,9 +190,9 @@ namespace
         return *szName != '\0';
     }
 
-    // Adds the entry and those after it whose names differ in case only. Returns how many these are. A path in lower
-    // case leads to the one without capitals, which is the last. If all have capitals, it leads to the first. The one
-    // that the path leads to is added before the others.
+    // Adds an entry and the following ones whose names differ from its name in case only. Returns their number. A path
+    // in lower case leads to the entry without capitals, which is the last. If all have capitals, it leads to the
+    // first. The entry to which the path leads is added before the others.
     std::size_t FolderScan_c::AddAlike(
         Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst)
     {
@@ -301,8 +302,8 @@ namespace
         return szPath + m_sRoot.Length();
     }
 
-    // Returns the key's length. Returns 0, with a log line, for a name that no lookup finds and for a relative key that
-    // does not fit.
+    // Makes the key of a file and returns its length. Returns 0, with a log line, for a name that no lookup finds and
+    // for a relative key that does not fit.
     std::size_t FolderScan_c::MakeKey(
         Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const
     {

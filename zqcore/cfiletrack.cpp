@@ -129,7 +129,8 @@ namespace
         g_hTrackFolder.Read(g_dTrackBuffer, READ_BYTES);
     }
 
-    // Requests the next batch when the walk of this one ends, also by an exception, unless a callback ended the watch.
+    // Requests the next batch at the end of the walk, also after an exception. Does nothing if a callback ended the
+    // watch.
     struct NextRead_s
     {
         unsigned const iRun = g_iTrackRun;
@@ -166,7 +167,7 @@ namespace
         return g_hTrackFolder.IsComplete();
     }
 
-    // Stores and logs what is not watched. The format ends in the reason.
+    // Stores and logs what is not watched. The last conversion of the format is the reason.
     template <typename... ARGS>
     void SetProblem(char const * szFormat, ARGS... Args)
     {
@@ -193,7 +194,7 @@ namespace
         }
     }
 
-    // Adds a new entry of a known folder to the table, if it is a file whose name is free.
+    // Adds an entry of a known folder to the table, if it is a file and its name is not in the table.
     void RefreshFile(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
         bool const bDrive = Entry.szName[0] && Entry.szName[1] == ':';   // a lookup would treat it as a drive

@@ -130,7 +130,7 @@ namespace Tessel
         while (GcObj * const pObject = s_pCondemned)
         {
             pObject->RemoveFromList();
-            pObject->AddTo(s_pObjects);   // its destructor looks for it there
+            pObject->AddTo(s_pObjects);   // where its destructor expects it
             delete pObject;
         }
     }
@@ -141,7 +141,8 @@ namespace Tessel
         delete pObject;
     }
 
-    // Follows the references by a list through the objects themselves, without recursion.
+    // Marks all objects that this one reaches. The objects still to follow form a list through m_pMarkNext, so there is
+    // no recursion.
     void GcObj::MarkReachable()
     {
         m_iEpoch = s_iEpoch;

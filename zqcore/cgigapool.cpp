@@ -278,7 +278,7 @@ GigaPoolResizeable_c * GigaPoolResizeable_c::ChunkMap_c::FindPool(void const * p
     return pChunk ? pChunk->pOwner : nullptr;
 }
 
-// Handles foreign addresses, pages that are not in their home slot, and elements whose index takes a division.
+// Handles foreign addresses, pages that are not in their home slot, and elements whose index needs a division.
 bool GigaPoolResizeable_c::ChunkMap_c::FreeSlow(void const * pPtr, bool bArray) const
 {
     Chunk_s * const pChunk = Find(pPtr);
@@ -337,7 +337,7 @@ bool GigaPoolResizeable_c::IsArray(void const *) const
     return false;
 }
 
-// Opens a group of the chunk that serves Alloc, if there is one.
+// Opens a group of the chunk from which Alloc allocates, if there is one.
 inline void GigaPoolResizeable_c::OpenGroup()
 {
     if (m_pHalfList)
@@ -349,7 +349,7 @@ inline void GigaPoolResizeable_c::OpenGroup()
     }
 }
 
-// Comes before each change of a chunk.
+// Must be called before each change of a chunk.
 inline void GigaPoolResizeable_c::CloseGroup()
 {
     if (m_Open.IsOpen())

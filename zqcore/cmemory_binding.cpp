@@ -1,8 +1,9 @@
 // Which heap the process's own `new` and `delete` reach.
 //
-// The library replaces both for the whole process. If another module's come first (the library arrives through another
-// library or a plugin, or a checker has its own), a block of the library would reach a foreign `delete`. So each form
-// of them is tried while the library is loaded. A foreign form then serves the library's blocks too.
+// The library replaces both for the whole process. Another module's operators may come first: if the library is loaded
+// through another library or a plugin, or if a checker has operators of its own. A foreign `delete` would then get the
+// library's blocks. So each form of the operators is tried while the library is loaded. If a form is foreign, the
+// library allocates by it too.
 #include "zqcore/cmemory_internal.h"
 
 #include <cerrno>
@@ -21,8 +22,8 @@ namespace
         return plat::HeapFindBlock(p, Block);
     }
 
-    // Stores the pair in Foreign if a part of it is foreign. The other part is replaced by the next module's: a program
-    // may contain some operators of its own runtime without their counterparts.
+    // Stores the pair in Foreign if a part of it is foreign. The other part is replaced by that of the next module,
+    // because a program may contain a `new` of its own runtime without the `delete`, or the reverse.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> plat::Operators_t::*pPair, plat::Operators_t & Foreign,
         plat::Operators_t const & Bound, ALIGNMENT... iAlignment)
@@ -57,7 +58,8 @@ namespace
         return bForeign;
     }
 
-    // The C++ runtime's compiled code may be bound separately. A text that it returns shows to which operators.
+    // Returns whether the C++ runtime's compiled code is bound to foreign operators. It may be bound separately. The
+    // block of a text that it returns shows which operators it uses.
     bool IsRuntimeForeign()
     {
         alignas(std::string) unsigned char Room[sizeof(std::string)];

@@ -7,7 +7,8 @@
 // Ownership: the registry only points at modules. A module outlives ShutdownAllModules.
 // Threads: the main thread. Nothing is locked.
 // Cost: Register allocates the list of modules. A heartbeat is a virtual call inside a timer of the profiler.
-// Failure: InitializeAllModules returns false. The modules that came up stay initialised, so the caller shuts down.
+// Failure: InitializeAllModules returns false. Modules that were initialised before the failure stay so: the caller
+// must call ShutdownAllModules.
 //
 //     struct Weather_c : Module_c
 //     {
@@ -42,6 +43,8 @@ public:
 
     /// Returns true from a successful Initialize until Shutdown.
     bool IsInitialized() const { return m_bIsInitialized; }
+
+    /// Returns the name that was passed to the constructor.
     char const * GetName() const { return m_szName; }
 
     /// Returns the number of modules that were initialised before this one, or -1 before its first initialisation.
@@ -51,17 +54,17 @@ public:
     static void Register(Module_c * pModule);
 
     /// Initialises every registered module that is not yet initialised, prerequisites first. Then runs Initialize2 on
-    /// each, in the same order. A module that takes over 0.1 s raises a Warning. Returns false in two cases, without
-    /// any Initialize2:
+    /// each, in the same order. A module that takes over 0.1 s raises a Warning. Returns false in two cases, and then
+    /// calls no Initialize2:
     /// - A module fails. The call raises a Warning and ends at once.
-    /// - A module's prerequisites never come up. The call raises an Achtung for each such module.
+    /// - A module's prerequisites can't be initialised. The call raises an Achtung for each such module.
     static bool InitializeAllModules();
 
     /// Shuts down every registered module, the last initialised first, and empties the registry.
     static void ShutdownAllModules();
 
-    /// Call these once a frame, with the frame's time in seconds, and whenever the application idles. The module that
-    /// was initialised last is called first.
+    /// Call HeartbeatFrame and HeartbeatIdle of each module, the last initialised first. The application calls them
+    /// once a frame, with the frame's time in seconds, and whenever it idles.
     static void HeartbeatAllModulesFrame(double dt);
     static void HeartbeatAllModulesIdle();
 
@@ -80,12 +83,12 @@ protected:
     /// initialised.
     virtual void Shutdown();
 
-    /// Called by HeartbeatAllModulesFrame and HeartbeatAllModulesIdle, for modules that are not initialised too.
+    /// Run the service's work of a frame and of idle time. Also called on modules that are not initialised.
     virtual void HeartbeatFrame(double dt);
     virtual void HeartbeatIdle();
 
-    /// Returns a null-terminated list of the modules that must be up before this one, or null for none. The list
-    /// belongs to the module and never changes.
+    /// Returns a null-terminated list of the modules that must be initialised before this one, or null for none. The
+    /// list belongs to the module and never changes.
     virtual Module_c ** GetPrerequisites() const;
 
     /// Returns whether all prerequisites are initialised.

@@ -99,7 +99,7 @@ NumberEnd_t TextToDouble(char const * szText, double & value)
     {
         return { szText, true };   // a second sign, which from_chars would accept
     }
-    // The exact end of a hexadecimal number is passed, because libstdc++ accepts signs that strtod does not.
+    // from_chars gets the exact end of a hexadecimal number, because libstdc++ accepts signs that strtod does not.
     char const * const pHexEnd = pNumber[0] == '0' && CharToLower(pNumber[1]) == 'x' ? HexEnd(pNumber + 2) : nullptr;
     auto const Result = pHexEnd ? std::from_chars(pNumber + 2, pHexEnd, value, std::chars_format::hex)
                                 : std::from_chars(pNumber, pNumber + std::strlen(pNumber), value);

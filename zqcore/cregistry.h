@@ -1,8 +1,8 @@
 // cregistry.h: typed values under hierarchical keys, in the machine's store or the user's.
 //
 // A Registry_c has a root tree and at most one open key, on which all value operations work. `\` separates the parts of
-// a key's path. Keys and value names compare without regard to ASCII case, may hold any byte that a text allows, and
-// have 255 bytes each at most.
+// a key's path. Keys and value names compare without regard to ASCII case. Each has at most 255 bytes, which may have
+// any value but 0.
 //
 // Ownership: an object owns its open key. Results are copied to the caller.
 // Threads: one thread for each object. Any number of objects and processes may share the store. A value is replaced as
@@ -59,8 +59,8 @@ public:
     int OpenKey(char const * sName, int bCreate);
 
     /// Deletes a key by its path from the open one and returns 1. Without bRecursive it refuses a key with subkeys. An
-    /// empty name means the open key itself, on which every further operation fails. A recursive deletion that fails
-    /// may have deleted a part.
+    /// empty name deletes the open key itself; then every further operation on it fails. A recursive deletion that
+    /// fails may have deleted a part.
     int DeleteKey(char const * sName, int bRecursive);
 
     /// Writes the name of a subkey of the open key, spelled as at its creation, and returns true. iIndex counts from 0
@@ -75,7 +75,7 @@ public:
     /// Returns the value's size in bytes, or -1 if there is no such value.
     int GetSizeValue(char const * sName);
 
-    /// Returns 1 if there is such a value.
+    /// Returns 1 if there is such a value, otherwise 0.
     int ValueExists(char const * sName);
 
     /// Deletes a value and returns 1. Returns 0 if there is none.
@@ -89,18 +89,20 @@ public:
     int ReadInt(char const * sName, int iDefault);
     float ReadFloat(char const * sName, float fDefault);
 
-    /// Returns 1 if the value has 4 bytes and the type that WriteValue of an int stores.
+    /// Copies a value to *pValue and returns 1, if it has 4 bytes and the type that WriteValue of an int stores.
     int ReadValue(char const * sName, int * pValue);
 
-    /// Returns 1 if the value has no type and 8 bytes. No operation here writes such a value; other programs may.
+    /// Copies a value to *pValue and returns 1, if it has 8 bytes and no type. No operation here writes such a value;
+    /// other programs may.
     int ReadValue(char const * sName, double * pValue);
 
-    /// Returns 1 for a value without a type of 4 bytes, as WriteValue of a float stores it, or of 8 bytes, a double
-    /// that is narrowed. For any other value of up to 8 bytes it returns 0 and sets *pValue to 0.
+    /// Stores a value without a type in *pValue and returns 1. The value has 4 bytes, as WriteValue of a float stores
+    /// it, or 8 bytes: a double, which is narrowed. For any other value of up to 8 bytes returns 0 and sets *pValue to
+    /// 0.
     int ReadValue(char const * sName, float * pValue);
 
-    /// Copy a value and return 1 if it has the type and at most dwSize bytes. No terminator is stored or added:
-    /// GetSizeValue returns a text's length.
+    /// Copy a value of the type text (ReadString) or binary (ReadData) of at most dwSize bytes, and return 1. No
+    /// terminator is stored or added: GetSizeValue returns a text's length.
     int ReadString(char const * sName, char * sBuffer, std::uint32_t dwSize);
     int ReadData(char const * sName, void * pData, std::uint32_t dwSize);
 

@@ -12,8 +12,8 @@
 // body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
 // on a fresh stack. A body itself must not need more than BODY_STACK.
 // Failure: a damaged file asserts and fails the archive, or ends in Abort. A pointer that could not be loaded is null.
-// If the body of its object had begun, the pointer is what the body made of it, so the caller can free it. With a
-// failed archive nothing here does anything, in either direction.
+// If the body of its object had begun, the pointer is the object that the body made, so the caller can free it. On a
+// failed archive every call does nothing, in either direction.
 //
 //     class UnitSerializer_c : public Serializer_c
 //     {
@@ -43,8 +43,8 @@
 #include "zqcore/cmodule.h"
 #include "zqcore/cserialize.h"
 
-/// Addresses of a pass by slot, read-only. The memory of the table stays inside the library: a program that named it
-/// would get a copy of all of it at load time.
+/// Read-only view of the table that holds the addresses of a pass, by slot. The table itself is not exported: the
+/// loader copies exported data into each program that refers to it.
 class ZQ_API PointerTable_c
 {
 public:
@@ -62,33 +62,35 @@ public:
 class ZQ_API Serializer_c
 {
 public:
+    /// The same as PointerTable_c::SIZE.
     static constexpr int HASH_SIZE = PointerTable_c::SIZE;
 
+    /// The same as PointerTable_c::NO_ELEMENT.
     static constexpr std::intptr_t HASH_NO_ELEMENT = PointerTable_c::NO_ELEMENT;
 
-    /// Static objects that a file may hold, plus one.
+    /// Number of static objects that a file may hold, plus one.
     static constexpr int MAX_STATIC_POINTERS = 1000;
 
-    /// Bytes of stack that each body has at least.
+    /// Number of bytes of stack that each body has at least.
     static constexpr std::size_t BODY_STACK = 256 * 1024;
 
     Serializer_c(Serializer_c const &) = delete;
     Serializer_c & operator=(Serializer_c const &) = delete;
 
-    /// Begins a pass. With bStaticPointers, on which both sides must agree, the i-th static object of the file is bound
-    /// to the i-th registered one. If their numbers differ, a line is logged, and the list is cut or filled with nulls
-    /// to the file's number.
+    /// Begins a pass. With bStaticPointers the i-th static object of the file is bound to the i-th registered one. Save
+    /// and load must pass the same flag. If the file has another number of static objects, a line is logged, and the
+    /// list is cut or filled with nulls to the file's number.
     static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
     /// Frees every slot. Costs nothing if all are free.
     static void ResetCache();
 
-    /// Adds a static object that has no contents in files. Null, and an object that is already there, are not added.
-    /// Call it before the first pass, in the same order in each run.
+    /// Adds a static object that has no contents in files. Does not add null or an object that was added before. Must
+    /// be called before the first pass, in the same order in each run.
     static void RegisterStaticPointer(void * pPointer);
 
-    /// Assigns an identifier to an address inside a body: that of the object itself, so that its own parts may point
-    /// back at it, or that of a part. Save and load must call it at the same place. A load must have set pObject first.
+    /// Assigns an identifier to an address. Only a body calls it: for its object, so that parts of the object can point
+    /// to it, or for a part. Save and load must call it at the same place. A load must have set pObject before.
     static void RegisterPointer(Serializeable_c & archive, void const * pPointer);
 
     /// List of all serializers, the latest first.
@@ -108,8 +110,8 @@ protected:
     /// The body: stores the object at pObject, or makes or finds an object, sets pObject and loads it.
     virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
-    /// Registers a pointer under this serializer's class, as RegisterPointer does: for a part to which pointers of the
-    /// part's class lead. Writes the same record.
+    /// Does the same as RegisterPointer and notes this serializer's class for ReadOwnPointer. For a part that other
+    /// objects reach by pointers to its class. Writes the same record as RegisterPointer.
     void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has not seen the object
@@ -121,9 +123,9 @@ protected:
     static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of this serializer's class. An object of another class, to which a damaged file can
-    /// lead, asserts and fails the archive. The class of a static object is the one that it was registered with; that
-    /// of a part is RegisterOwnPointer's. Static objects and parts that were registered without a class are not
-    /// checked.
+    /// lead, asserts and fails the archive. A static object has the class that it was registered with, a part the class
+    /// of the serializer whose RegisterOwnPointer was called. Static objects and parts that were registered without a
+    /// class are not checked.
     void ReadOwnPointer(Serializeable_c & archive, void *& pObject);
 
     /// Stores or loads a pointer to an address that the pass has already seen. Calls Abort otherwise.
@@ -157,16 +159,18 @@ protected:
     template <typename T>
     static void Reconstruct(int iPointer, T *& pPointer);
 
+    /// A static object and the class whose serializer stores its contents.
     struct RegisteredStaticPointer_t
     {
         void * pPointer = nullptr;
         String_T<32> sClassName;   // empty if the object has no contents in files
     };
 
-    /// Static objects in the order of registration.
+    /// All static objects, in the order of registration.
     static SortedArray_T<RegisteredStaticPointer_t, ArrayTraits_T<RegisteredStaticPointer_t, 1024, 0>>
         dRegisteredStaticPointers;
 
+    /// Name of the class, as passed to the constructor.
     String_T<32> m_sClassName;
 
 private:

@@ -1,13 +1,13 @@
 // ctexterror.h: why a text reader failed, and where.
 //
-// The readers of text (SimpleTextParser_c, Spreadsheet_c, Warehouse_c, PropertyList_c, Script_c) fail by a result and
-// log what their headers say. Each also keeps its last error: GetLastError returns the file, the line, the column and
-// the reason. An error stays until the next error or the next opening; a success does not clear it. It may also report
-// something that a reader skips without failing: a cell that is cut, a head that is damaged.
+// The text readers (SimpleTextParser_c, Spreadsheet_c, Warehouse_c, PropertyList_c, Script_c) report a failure by their
+// result and log the lines that their headers describe. Each also keeps its last error: GetLastError returns the file,
+// the line, the column and the reason. An error stays until the next error or the next opening; a success does not
+// clear it. An error may also describe damage that does not fail a call, such as a cell that was cut or a damaged head.
 //
 // Ownership: a reader owns its last error.
 // Threads: an error belongs to the thread of its reader. SetTextErrorLog: any thread.
-// Cost: nothing allocates. A place is counted from the previous place of the same text.
+// Cost: nothing allocates. Line and column are counted from the place of the previous error in the same text.
 // Failure: no call fails. Long texts are cut to fit.
 //
 //     Spreadsheet_c Sheet;
@@ -34,7 +34,7 @@ struct TextError_t
     bool IsSet() const { return !sReason.IsEmpty(); }
 };
 
-/// Sets whether each error of a reader is also logged, as one line after the reader's own. Off at start. The line is
+/// Sets whether each error of a reader is also logged, as one line after the reader's own. False at start. The line is
 /// "%s(%d,%d): %s" with file, line, column and reason, or "%s: %s" for an error without a place.
 ZQ_API void SetTextErrorLog(bool bEnable);
 
@@ -67,7 +67,7 @@ public:
     /// place in that text, or in nAt if the new place is before it.
     void Place(char const * pText, std::size_t nAt);
 
-    /// Discards the previous place, because the text has changed.
+    /// Discards the previous place. Must be called when the text has changed.
     void Recount() { m_pCounted = nullptr; }
 
     /// Logs the last error if that is switched on.

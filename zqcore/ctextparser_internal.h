@@ -17,7 +17,8 @@ struct TextToken_t
 
 namespace text
 {
-    /// Role of a character: the kind of token that it starts in the low bits, 0 for a separator, and flags.
+    /// Bits of a character's class. The low bits are the kind of token that the character starts, 0 for a separator.
+    /// The others are flags.
     enum Class_e : unsigned char
     {
         CLASS_KIND = 7,
@@ -25,6 +26,7 @@ namespace text
         CLASS_NUMBER_REST = 16
     };
 
+    /// Returns the first character in p to pEnd that has none of the class bits iClass, or pEnd.
     inline char const * SkipClass(unsigned char const * pClasses, unsigned iClass, char const * p, char const * pEnd)
     {
         while (p < pEnd && (pClasses[static_cast<unsigned char>(*p)] & iClass))
@@ -35,7 +37,7 @@ namespace text
     }
 }
 
-/// Finds the next token and moves after it. Returns false at the end of the text and, with a complaint, without a text.
+/// Finds the next token and moves after it. Returns false at the end of the text. Without a text also logs a line.
 inline bool SimpleTextParser_c::NextToken(TextToken_t & Token)
 {
     auto const KindOf = [this](char c)

@@ -1,7 +1,7 @@
 // cversion.h: the version of these headers and of the loaded library.
 //
-// Below 1.0 each minor version may change the interface, from 1.0 on each major one. The name by which a program finds
-// the shared library changes with it, so a program never loads a library that its headers do not match.
+// Below 1.0 each minor version may change the interface, from 1.0 on each major one. The file name that a program loads
+// (the soname) changes with that version, so a program never loads a library that its headers do not match.
 //
 // Ownership: nothing is owned.
 // Threads: any thread.

@@ -70,7 +70,7 @@ void ModuleWorld_c::RereadTables()
         return;
     }
     MemCategoryScope_c const Scope(mem::GameWorld);
-    House_s const House = g_House;   // the rules set its purse
+    House_s const House = g_House;   // reading the rules overwrites its purse
     Bay_s Fresh;
     bool const bGood = BayReadTables(Fresh).sWhy.IsEmpty();
     if (bGood)
@@ -95,7 +95,7 @@ void ModuleWorld_c::HeartbeatFrame(double)
         return;
     }
     BayHour(m_Bay);
-    if (m_Bay.nHours == HOURS)   // the times of the frames have filled the pool by then
+    if (m_Bay.nHours == HOURS)   // by then the frame times have filled the pool
     {
         GetRandomBytes(reinterpret_cast<unsigned char *>(&m_Bay.dwGame), sizeof m_Bay.dwGame);
     }

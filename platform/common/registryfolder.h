@@ -29,8 +29,9 @@ namespace plat
     bool EmptyKey(StoreHandle_t hFolder);
 
     /// The sorted names of a key's subkeys. They are read again only after the folder changed. Changes by this process
-    /// are seen at once. So are those by other processes if the disk counts the subfolders of folders. Otherwise a
-    /// change in the same tick of the disk's clock as the reading is seen 20 ms later.
+    /// are seen at once. Changes by other processes are seen at once too if the file system counts the subfolders of a
+    /// folder. If not, a change in the same tick of the file system's clock as the previous reading is seen 20 ms
+    /// later.
     class KeyListing_c
     {
     public:
@@ -40,10 +41,11 @@ namespace plat
         /// Returns whether the names are still those of the folder.
         bool IsCurrent(StoreHandle_t hFolder) const;
 
-        /// Counts a change that the listing's owner made in another folder.
+        /// Keeps the listing current after its owner called CountKeyChange for a change in another folder.
         void CountChange() { ++m_nChanges; }
 
-        /// Removes a name from a listing that was current until its owner deleted the subkey.
+        /// Removes the name of a subkey that the listing's owner has just deleted. Requires that the listing was
+        /// current before.
         void Drop(StoreHandle_t hFolder, std::string const & sName);
 
     private:
@@ -54,6 +56,7 @@ namespace plat
         bool m_bSettled = false;    // the last change was long before the reading
     };
 
-    /// Counts a subkey that this process created or deleted. This makes listings outdated.
+    /// Counts a subkey that this process created or deleted. All listings of this process then read their folders
+    /// again.
     void CountKeyChange();
 }

@@ -27,7 +27,7 @@ namespace plat
         constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
             { 0xF8, 0xF0, 3, 0x10000 } };
 
-        // Reads the character at pText and moves past it. At a byte that starts no character, reads that byte and
+        // Reads the character at pText and moves after it. At a byte that starts no character, reads that byte and
         // returns false.
         bool ReadUtf8(unsigned char const *& pText, char32_t & cText)
         {
@@ -59,7 +59,8 @@ namespace plat
             return false;
         }
 
-        // Reads the character or the value of a byte at szText and moves past it. Returns U+FFFD for any other value.
+        // Reads the character, or the value that represents a byte, at szText and moves after it. Returns U+FFFD for
+        // any other value.
         char32_t ReadWide(wchar_t const *& szText)
         {
             char32_t const cValue = static_cast<char32_t>(*szText++);
@@ -73,7 +74,7 @@ namespace plat
             return bValid ? cValue : REPLACEMENT;
         }
 
-        // Writes a character, or the byte that a value is for, in at most 4 bytes. Returns the bytes written.
+        // Writes a character, or the byte that a value represents, in at most 4 bytes. Returns the bytes written.
         std::size_t PutUtf8(char * pOut, char32_t cText)
         {
             if (IsByte(cText))

@@ -18,15 +18,15 @@ namespace plat::watch
     struct Folder_s
     {
         int iParent = NO_FOLDER;
-        std::string sName;   // in the parent; for the watched folder its path
+        std::string sName;   // name in the parent; path if this is the watched folder
         std::unordered_map<std::string, File_s> dFiles;
         std::unordered_map<std::string, int> dFolders;
     };
 
-    // Origin of a folder's contents.
+    // When the contents of a folder that appears in the tree were written.
     enum class Appeared_e
     {
-        Before,   // not by being written now
+        Before,   // earlier: the folder existed at the start, or was renamed into the tree
         Now
     };
 
@@ -36,14 +36,15 @@ namespace plat::watch
         std::string sName;
     };
 
-    // A folder that was renamed away, until the other half of the rename arrives.
+    // A folder that was renamed, until the second event of the rename arrives.
     struct Detached_s
     {
         std::uint32_t iCookie;
         int iFolder;
     };
 
-    // A folder whose name another one took: the rest of an exchange is still to come, or it was empty and is deleted.
+    // A folder whose name another folder got by a rename. Either the second half of an exchange follows, or this folder
+    // was empty and the rename deleted it.
     struct Displaced_s
     {
         int iParent;
