@@ -1,9 +1,9 @@
-// asyncwrite.h: a file that is written while its thread goes on, one write at a time.
+// asyncwrite.h: a file that is written while its thread continues, one write at a time.
 //
-// The caller's bytes go to the disk while the caller goes on. They must stay unchanged until the write is done. On a
-// system without such writes, a write is done when the call returns. Nothing else differs.
+// The caller's bytes are written to the disk while the caller continues. They must stay unchanged until the write is
+// done. On a system without such writes, a write is done when the call returns.
 //
-// Ownership: a child process has none of its parent's files. Only the parent goes on writing.
+// Ownership: a child process has none of its parent's files. Only the parent continues to write.
 // Threads: all calls on a file belong to one thread.
 // Cost: allocates nothing.
 // Failure: a call that fails leaves the reason for LastErrorText (process.h).
@@ -16,7 +16,7 @@ namespace plat
     class AsyncFile_c
     {
     public:
-        /// Sets whether files that are created from now on may be written while their thread goes on. Starts true.
+        /// Sets whether files that are created from now on may be written while their thread continues. True at start.
         static void AllowBeside(bool bAllow);
 
         constexpr AsyncFile_c() = default;

@@ -1,10 +1,10 @@
 // clipboard.h: the user's store of data that processes exchange, open to one process at a time.
 //
-// - Data are kept under formats, each a name of at most 255 bytes. A block has at most 64 MiB.
-// - The process that opens the clipboard has it alone. A process that ends, however it ends, closes it. A child process
-//   finds it closed.
-// - Data reach other processes when they are set, as a whole. A process that is killed meanwhile leaves the previous
-//   data.
+// - Data are stored under formats. A format is a name of at most 255 bytes. A block has at most 64 MiB.
+// - Only one process at a time can have the clipboard open. The end of that process closes it, also after a crash. In a
+//   child process it is closed.
+// - Other processes see data as soon as they are set, as a whole. If a process is killed meanwhile, the previous data
+//   stay.
 //
 // Threads: one thread of a process at a time.
 #pragma once

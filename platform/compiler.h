@@ -8,14 +8,14 @@
 // - ZQ_INTERNAL keeps one member of an exported class inside the shared library.
 // - ZQ_PRINTF(iFormat, iFirstArgument) checks the arguments of a function that formats like printf. Both positions
 //   count from 1, and `this` counts too.
-// - ZQ_COLD keeps a rare path out of the straight line.
-// - ZQ_INLINE inlines a function whatever it costs. ZQ_FLATTEN does the same with all that the function calls.
+// - ZQ_COLD marks a function that is called rarely. Its code is kept away from the common path.
+// - ZQ_INLINE inlines a function always. ZQ_FLATTEN inlines all calls in a function.
 // - ZQ_FIRST_GLOBAL constructs a global object before all others, the executable's included.
 // - ZQ_THREAD_LOCAL declares a variable of each thread that is reached without a call. The library must be loaded at
 //   program start, not later by hand.
-// - ZQ_KEEP_WRITES(p) keeps what was written to the memory at p, though nothing in the program reads it before the
-//   memory is released.
-// - ZQ_PREFETCH(pAddress) asks for the cache line at an address that will be written soon. Safe for any address.
+// - ZQ_KEEP_WRITES(p) stops the compiler from removing writes to the memory at p that the program does not read before
+//   it releases the memory.
+// - ZQ_PREFETCH(pAddress) prefetches the cache line at an address that will be written soon. Safe for any address.
 // - ZQ_BREAK() is a breakpoint trap at this place. Without a debugger the process crashes with the breakpoint's code.
 // - ZQ_FUNCTION is the name of the present function with its class and arguments, as the compiler spells it.
 // - ZQ_FIRST_BIT(nBits) is the index of the lowest bit set in a 32-bit word, which must not be 0.

@@ -1,8 +1,8 @@
 // dialog.h: a text with buttons, and the answer.
 //
 // A host may install its own dialog. Without one, the user is asked at the terminal on standard input and error.
-// Without a terminal, the text goes to standard error, and the answer is the one that lets the program go on (Ignore,
-// No, OK).
+// Without a terminal, the text goes to standard error, and the answer is the one that lets the program continue
+// (Ignore, No, OK).
 #pragma once
 
 #include "platform/compiler.h"
@@ -17,7 +17,7 @@ namespace plat
         YesNoCancel
     };
 
-    /// The answer. The numbers are those that callers of message boxes know.
+    /// The answer. The numbers are those of the Windows message boxes.
     enum class DialogAnswer_e : int
     {
         Ok = 1,

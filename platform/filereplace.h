@@ -13,8 +13,8 @@ namespace plat
     /// Waits until all that was written to the file is on the disk. Returns false if some of it is lost.
     bool FileSync(File_t hFile);
 
-    /// Writes the names of the folders on the way to a file to the disk, so that a new file can't be lost with its
-    /// folder. Skips folders that may not be read. Returns false on failure.
+    /// Writes the names of the folders of a file's path to the disk, so that a new file can't be lost with its folder.
+    /// Skips folders that may not be read. Returns false on failure.
     bool FoldersSync(char const * szFilePath);
 
     /// Renames an open file from szFrom to szTo in the same folder. Requires that the file has the name szFrom and was
@@ -22,8 +22,8 @@ namespace plat
     /// is one step: at any moment, even after a power failure, the name has all of the old contents or all of the new
     /// ones.
     ///
-    /// A shared file gets the access rights of the file that it replaces. If that file is another user's, it gets no
-    /// rights that it does not have already.
+    /// A shared file gets the access rights of the file that it replaces. If that file belongs to another user, the new
+    /// file gets no rights that it does not have already.
     ///
     /// Returns false, with nothing changed:
     /// - if szFrom is no longer that file;
@@ -42,8 +42,8 @@ namespace plat
     /// makes a copy and synchronizes it. Returns false on failure.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
-    /// Returns whether anything has the name, including a link that leads nowhere. Returns true too if the system can't
-    /// say.
+    /// Returns whether anything has the name, including a link whose target is missing. Returns true too if the system
+    /// does not report it.
     bool PathIsTaken(char const * szPath);
 
     /// Returns whether two paths name the same file.
@@ -51,7 +51,7 @@ namespace plat
 
     /// A lock on a path, held from Take to Drop. The system drops it when the process ends. While it is held, a file
     /// that only the owner may use has that name. A child of a fork neither holds its parent's lock nor keeps it alive.
-    /// On a file system without locks it excludes nobody.
+    /// On a file system without locks it has no effect.
     class NameLock_c
     {
     public:

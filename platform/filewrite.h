@@ -45,7 +45,6 @@ namespace plat
     /// Closes a file that was written. Returns false if the system reports only now that some of it is lost.
     bool FileFinish(File_t hFile);
 
-    /// Creates the folders on the way to a file, outermost first. Skips those that exist and those that can't be
-    /// created.
+    /// Creates the folders of a file's path, outermost first. Skips those that exist and those that can't be created.
     void FoldersCreate(char const * szFilePath);
 }

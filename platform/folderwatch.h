@@ -3,12 +3,12 @@
 // The watch collects changes between two reads. It writes them to the caller's buffer as records, one after the other.
 // A change is one of these:
 // - A file that was opened for writing is closed, unless it is new and empty.
-// - A file is renamed to a name that exists, or that existed and is kept.
+// - A file is renamed to a name that exists, or to a kept name.
 // - A file is found written in a folder that was made just now, and the file is no older than the folder.
 //
-// At most 65,536 names are kept; files that go after that are forgotten. A batch names each file once, in the order of
-// the first changes. In the child of a fork a watch starts again at the first IsComplete. Until then it holds none of
-// the system's watches.
+// At most 65,536 names are kept. The names of files that are deleted or renamed after that are not kept. A batch names
+// each file once, in the order of the first changes. In the child of a fork a watch starts again at the first
+// IsComplete. Until then it holds none of the system's watches.
 //
 // Threads: one thread at a time.
 #pragma once
@@ -44,10 +44,10 @@ namespace plat
         FolderWatch_c(FolderWatch_c const &) = delete;
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
-        /// Watches a folder instead of the previous one. Skips subfolders that can't be read. When a file goes,
-        /// IsComplete calls fnKeep with the file's bare name, as the disk spells it. fnKeep returns whether the name is
-        /// kept. Returns false if the folder can't be opened, or if the system has too few watches for its subfolders.
-        /// FolderWatchReason then has the reason.
+        /// Watches a folder instead of the previous one. Skips subfolders that can't be read. When a file is deleted or
+        /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. fnKeep returns whether the name
+        /// is kept. Returns false if the folder can't be opened, or if the system has too few watches for its
+        /// subfolders. FolderWatchReason then has the reason.
         bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
         void Close();
@@ -57,13 +57,13 @@ namespace plat
         /// Returns what identifies the open watch in lists of open files; null while closed.
         void * GetHandle() const;
 
-        /// Asks for the next batch. The buffer must be zeroed and aligned to 4 bytes. It belongs to the watch until
+        /// Requests the next batch. The buffer must be zeroed and aligned to 4 bytes. It belongs to the watch until
         /// IsComplete returns true.
         void Read(void * pBuffer, std::size_t nBytes);
 
         /// Returns whether a batch has arrived since Read. Without changes this costs one system call that does not
-        /// wait. If a batch does not fit the buffer, or the system lost it, the buffer is unchanged. No batch arrives
-        /// any more once others have closed the watch's handle.
+        /// wait. If a batch does not fit the buffer, or the system lost it, the buffer is unchanged. If the host closes
+        /// the watch's handle, no further batch arrives.
         bool IsComplete();
 
         /// Returns how many subfolders appeared since the last call and could not be watched, because the system has no

@@ -35,21 +35,21 @@ namespace plat
     /// Makes a folder the current one. Returns false on failure.
     bool ProcessSetCurrentFolder(wchar_t const * szFolder);
 
-    /// Returns the number of threads beside the calling one, or 0 if it is unknown. A thread that was just joined still
-    /// counts for some microseconds, so the call waits up to 10 ms for the number to fall to 0.
+    /// Returns the number of threads besides the calling one, or 0 if it is unknown. A thread that was just joined
+    /// still counts for some microseconds, so the call waits up to 10 ms for the number to fall to 0.
     int ProcessOtherThreads();
 
     /// Installs the handler of calls of pure virtual functions. It must not return.
     void ProcessSetPureCallHandler(void (*fnHandler)());
 
     /// Starts a program, or a script that can be executed, without arguments. It runs in the current folder, with this
-    /// process's files and environment. Nobody waits for its end. On failure returns false, and LastErrorText has the
+    /// process's files and environment. Its end is not waited for. On failure returns false, and LastErrorText has the
     /// reason.
     bool ProcessStart(char const * szProgram);
 
     /// Copies the calling thread's last system error as text with a line end. Cut to nSize - 1 bytes.
     void LastErrorText(char * szBuffer, std::size_t nSize);
 
-    /// Returns whether that error means only that nothing has the name.
+    /// Returns whether that error means that no file or folder has the name.
     bool LastErrorIsAbsence();
 }

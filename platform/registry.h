@@ -2,13 +2,14 @@
 //
 // Each of the two is a tree of keys, which outlives the processes and which all of them see.
 //
-// - Key paths separate with `\`. An empty path is the tree itself. An empty or null name is the key's unnamed value.
+// - `\` separates the names in a key's path. An empty path is the tree itself. An empty or null name is the key's
+//   unnamed value.
 // - Keys and names compare without regard to ASCII case. They may hold any byte but 0. A key's name holds no `\`.
 // - A name has at most 255 bytes and a value at most 16 MiB. A path has no limit.
 // - A value is replaced as a whole: a reader sees the old value or the new one, also after a process was killed. A
-//   damaged value counts as none.
-// - Changes of one key wait for each other. A process that died delays nobody. If one is stopped, the others fail after
-//   5 seconds.
+//   damaged value is treated as missing.
+// - Changes of one key wait for each other. A process that died does not delay others. While a process is stopped in a
+//   change, changes of others fail after 5 seconds.
 //
 // Threads: any thread and any process. A child process can use the keys that its parent had open.
 #pragma once
@@ -61,9 +62,9 @@ namespace plat
     /// All rights, including the standard ones.
     constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
 
-    /// Opens a key by its path from the tree. With bCreate, creates it and the keys on the way to it. Returns null if
-    /// it does not exist or can't be created. Rights that the user does not have are left out: an operation that needs
-    /// them fails later.
+    /// Opens a key by its path from the tree. With bCreate, creates it and the missing keys of its path. Returns null
+    /// if it does not exist or can't be created. Rights that the user does not have are left out: an operation that
+    /// needs them fails later.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate);
 
     /// Closes a key. Null does nothing.

@@ -1,8 +1,8 @@
 // text.h: conversions between UTF-8 and wide text.
 //
 // The result is always terminated, and is cut between whole characters. Paths need not be UTF-8. A byte that starts no
-// valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no character has. That value turns back into the
-// byte.
+// valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no character has. Utf8FromWide converts that value
+// back to the byte.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +26,7 @@ namespace plat
         Layout   // tabs and line ends, for a text of several lines
     };
 
-    /// Copies a text so that a terminal or viewer obeys nothing in it. These are written as escapes:
+    /// Copies a text so that it cannot control a terminal or viewer. These are written as escapes:
     /// - control characters (C0, C1, DEL), and characters that end lines or change the direction of writing, as `\n`,
     ///   `\r`, `\t`, `\x1B` or `\u009B`;
     /// - a byte that is not UTF-8, as `\xFF`.

@@ -29,13 +29,13 @@ namespace plat
         /// Enters a lock that is free or the caller's own. Returns false if another thread holds it.
         bool TryEnter();
 
-        /// Returns whether nobody holds the lock at the moment.
+        /// Returns whether no thread holds the lock at the moment.
         bool IsFree() const { return m_nState.load(std::memory_order_relaxed) == 0; }
 
-        /// Ends one Enter of the calling thread. The last one frees the lock.
+        /// Ends one Enter of the calling thread. The last Leave releases the lock.
         ZQ_API void Leave();
 
-        /// Frees the lock in the child of a fork, where the thread that held it is gone (see fork.h).
+        /// Releases the lock in the child of a fork, where the thread that held it does not exist (see fork.h).
         void Renew();
 
     private:
@@ -72,8 +72,8 @@ namespace plat
     inline constexpr std::size_t THREAD_NAME_SIZE = 16;
     void ThreadName(char (&szName)[THREAD_NAME_SIZE]);
 
-    /// A wake-up that can't be lost. A Signal with nobody waiting is kept for the next Wait. Several kept signals count
-    /// as one. Any thread may signal; one at a time waits.
+    /// A wake-up that can't be lost. A Signal without a waiting thread is kept for the next Wait. Several kept signals
+    /// count as one. Any thread may signal; one at a time waits.
     class WakeUp_c
     {
     public:
@@ -86,8 +86,8 @@ namespace plat
         WaitWord_t m_nState{ 0 };   // clear, signalled, or clear with a thread that sleeps
     };
 
-    /// A wake-up that stays until it is reset. Every wait passes while it is set. Any thread and a fault filter may use
-    /// it.
+    /// A wake-up that stays set until it is reset. While it is set, waits return at once. Any thread and a fault filter
+    /// may use it.
     class Event_c
     {
     public:
@@ -95,7 +95,7 @@ namespace plat
         void Reset() { m_nSet.store(0, std::memory_order_relaxed); }
         bool IsSet() const { return m_nSet.load(std::memory_order_acquire) != 0; }
 
-        /// Sleeps until set. A waiter that wakes after a Reset goes on sleeping.
+        /// Sleeps until set. A waiter that wakes after a Reset sleeps again.
         void Wait();
 
         /// Waits for at most nMilliseconds. Returns false if they passed.

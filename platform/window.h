@@ -24,6 +24,6 @@ namespace plat
     /// Installs the host's functions. Returns the previous ones. Main thread.
     ZQ_API WindowSystem_t WindowSystemSet(WindowSystem_t const & System);
 
-    /// Returns the functions installed, with harmless ones in place of null.
+    /// Returns the installed functions. Null ones are replaced by functions that do nothing.
     WindowSystem_t const & WindowSystemGet();
 }

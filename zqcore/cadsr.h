@@ -52,8 +52,8 @@ public:
     /// Sets the four durations. Requires that none is negative.
     void SetTimeIntervals(double tAttack, double tDecay, double tSustain, double tRelease);
 
-    /// Make the whole envelope tLength long by the duration of one phase. Return false and change nothing if the other
-    /// three are longer than tLength.
+    /// Set the duration of one phase so that the whole envelope lasts tLength. Return false and change nothing if the
+    /// other three are longer than tLength.
     bool SetAttack(double tLength) { return SetLength(ADSR_PHASE_ATTACK, tLength); }
     bool SetDecay(double tLength) { return SetLength(ADSR_PHASE_DECAY, tLength); }
     bool SetSustain(double tLength) { return SetLength(ADSR_PHASE_SUSTAIN, tLength); }
@@ -65,11 +65,11 @@ public:
     double GetSustain() const { return tSustainEnd - tDecayEnd; }
     double GetRelease() const { return tReleaseEnd - tSustainEnd; }
 
-    /// Return the attack level (GetMin) and the sustain level (GetMax), whichever is the larger.
+    /// GetMin returns the attack level, GetMax the sustain level, even if the attack level is the larger one.
     float GetMin() const { return fAttackLevel; }
     float GetMax() const { return fSustainLevel; }
 
-    /// Sets the current time to 0, and moves it by dt, which may be negative.
+    /// Set the current time to 0, and move it by dt, which may be negative.
     void Restart() { tTime = 0.0; }
     void TimePass(double dt) { tTime += dt; }
 

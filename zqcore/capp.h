@@ -39,7 +39,7 @@ extern ZQ_API void (*CounterSync)(FunctionCounters_e eCounter, char const * szNa
 /// functions end in Abort. First call of an application after LogSetFile.
 ZQ_API void AppMiscStartup();
 
-/// Empties the event lists but g_ExecutionCallbacker, g_LoadingCallbacker and g_FileOpenCallbacker, frees what the
+/// Empties the event lists except g_ExecutionCallbacker, g_LoadingCallbacker and g_FileOpenCallbacker, frees what the
 /// library has registered, and closes the main log. Last call of an application, after Module_c::ShutdownAllModules.
 ZQ_API void AppMiscShutdown();
 

@@ -92,9 +92,9 @@ public:
     int GetLength() const { return this->iLength; }
     bool IsEmpty() const { return this->iLength == 0; }
 
-    /// Sorts the elements from iStart to iEnd, both included. A negative bound counts from the end: 0 and -1 are all.
-    /// If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. Not stable. Asserts bounds
-    /// inside the array, the start not after the end; otherwise sorts nothing.
+    /// Sorts the elements from iStart to iEnd, both included. A negative bound counts from the end: 0 and -1 select the
+    /// whole array. If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. Not stable.
+    /// Asserts bounds inside the array, the start not after the end; otherwise sorts nothing.
     template <typename COMPARE>
     void Sort(COMPARE Compare, int iStart, int iEnd);
 

@@ -7,7 +7,7 @@
 // Ownership: each object holds one debug register from Set to Clear or its destructor.
 // Threads: an object belongs to the thread that calls Set. Accesses of other threads do not trap.
 // Cost: Set and Clear make a few system calls each. Nothing allocates.
-// Failure: Set fails with an assertion if the system lends no debug registers or a hypervisor drops their traps.
+// Failure: Set fails with an assertion if the system grants no debug registers or a hypervisor drops their traps.
 //
 //     int iHealth = 100;
 //     Breakpoint_c Watch;
@@ -41,7 +41,7 @@ public:
     /// Arms the first free register and returns true. The low two bits of each code count. Requires an address that is
     /// aligned to its length. Asserts that no register is held; if one is, it stays armed and the result is false.
     /// On failure asserts "Developer break", holds no register and returns false. Reasons:
-    /// - all four registers are taken; a debugger may hold some.
+    /// - all four registers are in use; a debugger may hold some.
     /// - the system refuses.
     bool Set(std::uintptr_t nAddress, int nLength, int nAccess);
 

@@ -24,8 +24,8 @@ private:
     bool const m_bGranted;
 };
 
-/// Scope in which the firings of the calling thread do not wait: the thread holds a lock that receivers of another thread
-/// may need, such as the heap's. An event is dropped while another thread fires; its complaint is in the log.
+/// Scope in which the firings of the calling thread do not wait: the thread holds a lock that receivers of another
+/// thread may need, such as the heap's. While another thread fires, an event is dropped; its complaint is in the log.
 class FiringNoWait_c
 {
 public:

@@ -27,7 +27,7 @@
 /// Number of the format "ZQ_TEXT"; 0 until the module is initialised.
 extern unsigned int g_iTextFormat;
 
-/// Whether this process has the clipboard open. Says whether ClipboardOpen succeeded.
+/// Whether this process has the clipboard open: true after a ClipboardOpen that succeeded.
 extern bool g_isOpen;
 
 /// The clipboard's text with the zero at its end, as last read or set. Null while the clipboard is closed.

@@ -8,7 +8,7 @@
 // Threads: no lock. AddRef and Release must not run at the same time anywhere in the process.
 // Cost: AddRef takes constant time, Release a walk over the object's references. Nothing allocates: all notes of the
 // process come from one static pool of COM_REFERENCES, whose memory is touched as it is used.
-// Failure: wrong use asserts. Each function says what it does if the developer ignores that.
+// Failure: wrong use asserts. Each declaration states what the function does if the developer ignores that.
 //
 //     class Texture_c : public ComObject_c
 //     {};
@@ -57,8 +57,8 @@ public:
     std::uint32_t AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
     /// Removes the owner's newest reference; for a null owner one without a note. Returns true if it was the last one:
-    /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, the count falls all
-    /// the same. Asserts the following, and changes nothing if it does not hold:
+    /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, the count is lowered
+    /// in any case. Asserts the following, and changes nothing if it does not hold:
     /// - pObject is this object.
     /// - it is a live object. The pointer may lead to any memory or to none.
     /// - it has references.
@@ -67,7 +67,7 @@ public:
     /// Logs the references, the newest first.
     void ComDebug();
 
-    /// Copies up to iMax references to pOut, the newest first. Returns how many. If there are more, says so on the
+    /// Copies up to iMax references to pOut, the newest first. Returns how many. If there are more, reports that on the
     /// debugger's output.
     int GetOwners(ComDebug_t * const pOut, int iMax);
 

@@ -11,11 +11,11 @@
 // - one thread at a time runs receivers of these lists and of those of files (cfile.h). Another thread that fires one
 //   of them waits, and so does a fork.
 // - a complaint inside a receiver of the same list is logged and not fired.
-// - a receiver may log, take notes and complain. It must not wait for another thread, nor open a file that another
-//   thread may be opening.
+// - a receiver may log, store data and complain. It must not wait for another thread, and must not open a file that
+//   another thread may be opening.
 // - the crash path fires without waiting.
-// Cost: an assertion that holds costs its condition. A complaint costs a line of the log, and a dialog the trace of
-// cexceptioninfo.h where it shows one.
+// Cost: an assertion that holds costs its condition. A complaint costs a line of the log. A dialog with a stack trace
+// also costs the trace of cexceptioninfo.h.
 // Failure: the dialog's answer, or silent mode, decides whether the process continues.
 //
 //     int const nLives = 3;
@@ -35,7 +35,7 @@
 /// ignores the complaint, the code continues after it.
 #define ZQ_ASSERT(condition) ZQ_ASSERT_TEXT(condition, #condition)
 
-/// ZQ_ASSERT that shows szCondition in place of the condition's own text.
+/// ZQ_ASSERT that shows szCondition instead of the condition's own text.
 #define ZQ_ASSERT_TEXT(condition, szCondition)                                                                         \
     ((condition) ? static_cast<void>(0) : AssertReport(szCondition, __FILE__, ZQ_FUNCTION, __LINE__))
 
@@ -99,7 +99,7 @@ public:
     /// Returns the only instance, created by the first call.
     ZQ_API static DebugMessages_c & Get();
 
-    /// Shows the text of a failed condition. Returns whether the caller is to break into the debugger. Returns false,
+    /// Shows the text of a failed condition. Returns whether the caller must break into the debugger. Returns false,
     /// without a dialog, while m_bQuiet is set.
     ZQ_API bool DebugAssert(char const * sFile, int iLine, char const * sText);
 
@@ -114,7 +114,7 @@ public:
     /// Shows a warning at the location that was set. Breaks into the debugger on Yes. Returns the answer: 6 Yes, 7 No.
     ZQ_API int DebugWarningInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-    /// Shows a dialog with a stack trace, above all other windows. nStyle joins MESSAGE_ values of cexceptioninfo.h.
+    /// Shows a dialog with a stack trace, above all other windows. nStyle combines MESSAGE_ values of cexceptioninfo.h.
     /// Returns the answer, with the numbers of MessageBoxPlain. Cancel (2) ends the process with status -1. In silent
     /// mode logs the text and returns 7.
     ZQ_API ZQ_COLD int DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle);

@@ -9,7 +9,7 @@
 // Cost: a trace starts the symbol helper and takes about 0.2 s. It knows up to 512 modules of the process. Nothing here
 // allocates from the heap or takes another lock of the library, so a thread that holds those locks may complain. The
 // host's dialog and the receiver of the trace lines may do both.
-// Failure: without the symbol helper a trace has addresses in place of names and lines.
+// Failure: without the symbol helper a trace has addresses instead of names and lines.
 //
 //     auto const fnPrevious = ExceptionInfo_c::TraceReceiverSet([](char const * szLine) { std::puts(szLine); });
 //     ExceptionInfo_c & Info = ExceptionInfo_c::Get();

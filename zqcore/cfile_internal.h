@@ -187,7 +187,7 @@ extern int g_iMaxOpenFiles;   // more open handles raise a warning
 extern std::uint32_t g_dwFileOpenLogMode;               // a bit for each response log that is written
 extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in the clean response log
 
-/// Forgets g_dCleanNames, so that the clean response log writes each location again.
+/// Empties g_dCleanNames, so that the clean response log writes each location again.
 void FileCleanNamesReset();
 
 /// Writes the response logs. The receiver of g_FileOpenCallbacker. Any thread.

@@ -15,7 +15,8 @@
 //
 // "Was" means the time at which the worker serves the request. A caller with a buffer must close only if it knows that
 // the file was resident, for instance because it held a reference of its own from before the request until after it. A
-// caller that cannot know does not close: the file may then stay in memory, but nobody else's reference is released.
+// caller that cannot know does not close: the file may then stay in memory, but no reference of another caller is
+// released.
 //
 // Ownership: the caller owns file and buffer. Until the poll that sees a request done, the buffer must exist, and the
 //   file must not be closed, refreshed, killed or reset.
@@ -42,7 +43,8 @@
 
 #include "zqcore/cfile.h"
 
-/// FileStayerRegister asserts that fewer extensions than these are registered. What one call adds is not limited.
+/// FileStayerRegister asserts that fewer extensions than these are registered. The number of extensions that one call
+/// adds is not limited.
 inline constexpr int g_iMaxStayerTypes = 32;
 
 /// Registers extensions: a list that ends with a null pointer. They are compared exactly, so they must be in lower case

@@ -1,19 +1,19 @@
 // cfilecache.h: a cache of the tables of files and folders, so that a start reads no folder.
 //
-// ModuleFile_c loads the cache in place of its scan if FilesystemCacheInit named one. At shutdown it writes the cache
-// if a file named filesystemcache.bin is known. Folders are stored relative to the media root, so a cache stays good
-// when the tree moves. Only whole scans are written, so a fault of the system, or an absent media root, costs one start
-// and not all that follow.
+// ModuleFile_c loads the cache instead of scanning if FilesystemCacheInit named one. At shutdown it writes the cache if
+// a file named filesystemcache.bin is known. Folders are stored relative to the media root, so a cache stays valid when
+// the tree moves. A cache is written only after scans that read everything. So a fault of the system, or a missing
+// media root, affects one start and not the following ones.
 //
 // A load does not compare the cache with the disk; FilesystemCacheIsCurrent compares its folders. Without that, a file
-// that was added since is not seen, one that was deleted fails to open, and sizes and times hold until a file is
-// opened. docs/formats.md describes the bytes.
+// that was added since is unknown, one that was deleted fails to open, and sizes and times may be outdated until a file
+// is opened. docs/formats.md describes the bytes.
 //
 // Ownership: loaded objects belong to the table of files.
 // Threads: main thread, while the modules start and end.
 // Cost: a load reads the cache at once and allocates each entry, about 0.2 us a file. A save takes as long, writes once
 // and waits for the disk.
-// Failure: a damaged cache ends in Abort. Deleting it brings back a scan.
+// Failure: a damaged cache ends in Abort. If the cache is deleted, the next start scans.
 //
 //     SetPQXMediaPath("media");
 //     FilesystemCacheInit("filesystemcache.bin");
@@ -45,14 +45,14 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 ZQ_API bool FilesystemCacheLoad();
 
 /// Sets whether scans note the size and time of each folder, and FilesystemCacheSave writes them after the records, for
-/// FilesystemCacheIsCurrent. Off at start. Set it before the scan. Costs one system call for each folder.
+/// FilesystemCacheIsCurrent. False at start. Must be called before the scan. Costs one system call for each folder.
 /// ModuleFile_c::CheckCache does all of this.
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
-/// Returns whether all folders of the cache that FilesystemCacheInit named are as they were when they were scanned. A
-/// folder has changed if its size or time of change has: adding, deleting and renaming change them, writing into a file
-/// does not. In the cache's own folder the names are compared, because each save changes its time. Returns false, with
-/// a log line, in these cases:
+/// Returns whether no folder of the cache that FilesystemCacheInit named has changed since it was scanned. A folder has
+/// changed if its size or time of change has: adding, deleting and renaming change them, writing into a file does not.
+/// In the cache's own folder the names are compared, because each save changes its time. Returns false, with a log
+/// line, in these cases:
 /// - there is no media root, or no cache was named.
 /// - a folder has changed. The line names the first one.
 /// - the cache can't be read or is damaged, or it lacks the media root.

@@ -45,9 +45,9 @@ inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: 
 
 /// Opens the response logs of dwMask in the folder Logs of the media root, which must exist. The name is "thegame" if
 /// sName is null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed
-/// first; the clean log then forgets the paths that it has. Logs outside of dwMask stay open. A log that can't be
-/// created is not written. The logs are written while ModuleFile_c is initialised. They hold paths as they were opened.
-/// A path with a control character would forge a line: it is skipped, with a line in the main log.
+/// first; the clean log then writes each path again. Logs outside of dwMask stay open. A log that can't be created is
+/// not written. The logs are written while ModuleFile_c is initialised. They hold paths as they were opened. A path
+/// with a control character would forge a line: it is skipped, with a line in the main log.
 ZQ_API void FileOpenLogEnable(char const * sName, std::uint32_t dwMask, bool bAppend);
 
 /// Closes all response logs and sets g_bCollectResource to false. ModuleFile_c's Shutdown does not: the logs stay open

@@ -14,10 +14,11 @@
 // - folders that can't be read, or whose path has more than 255 characters;
 // - files of which the system reports no facts;
 // - a folder that the scan has entered already, by a link or as the target of one.
-// Without a log line it skips links to nothing and files of unfinished saves (FileReplacement_c::IsBeside).
+// Without a log line it skips links whose target is missing, and files of unfinished saves
+// (FileReplacement_c::IsBeside).
 //
-// A bare name of more than 127 characters is cut, so the file can't be opened. Neither can a file of 2 GiB or more.
-// Both are logged.
+// A bare name of more than 127 characters is cut, so the file can't be opened. A file of 2 GiB or more can't be opened
+// either. Both are logged.
 //
 // Ownership: the functions below create and destroy the objects of both tables.
 // Threads: main thread.
@@ -57,8 +58,8 @@ ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativ
 
 /// Returns whether scans have seen all of a folder and its subfolders; an empty sPath means all scans. A folder that
 /// could not be read, or whose entries the system could not report, makes it false until it is scanned again or
-/// removed. So does a media root that ModuleFile_c can't scan or find. sPath is compared as text with the paths of the
-/// scans, as in the functions below.
+/// removed. A media root that ModuleFile_c can't scan or find makes it false too. sPath is compared as text with the
+/// paths of the scans, as in the functions below.
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
 /// Calls FileResetFiles. The flag is not used.
@@ -73,7 +74,7 @@ ZQ_API bool FileResetFiles(char const * sPath);
 ZQ_API void FileReset();
 
 /// Reads a file once, registers it by its bare name and returns true. Returns true without touching the disk if the
-/// bare name is known already, in whatever folder. On failure returns false, with log lines.
+/// bare name is known already, in any folder. On failure returns false, with log lines.
 ZQ_API bool FileAddOneFile(char const * sFile);
 
 /// Exclude the folders, or the files, of a bare name from later scans, in any case. The name is copied, cut at 255

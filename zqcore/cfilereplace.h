@@ -2,7 +2,7 @@
 //
 // A writer that opens a file empties it at once. A full disk, a crash or a failed save then loses the old contents. A
 // FileReplacement_c makes a new file beside the old one, in the same folder, which an archive or Write fills. Commit
-// gives it the name of the old file in one step. Until then, and after any failure, the old file is as it was.
+// renames it to the name of the old file in one step. Until then, and after any failure, the old file is unchanged.
 // cfilesave.h adds what a save needs: a seal, a lock and previous saves.
 //
 // Ownership: the object owns the file beside and deletes it in its destructor. A process that is killed leaves it.
@@ -49,9 +49,9 @@ public:
     /// counts in the CRC. On failure returns false, and Commit will fail.
     bool Rewrite(std::uint64_t nOffset, std::uint32_t dwOld, std::uint32_t dwNew);
 
-    /// Waits until the file beside is on the disk, gives it the name of the old file and returns true. It also gets the
-    /// old file's access rights, unless it is private. A symbolic link is replaced, not followed. Call it once, after
-    /// the archive is closed. Returns false, and the old file stays, in these cases:
+    /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true. It also
+    /// gets the old file's access rights, unless it is private. A symbolic link is replaced, not followed. Call it
+    /// once, after the archive is closed. Returns false, and the old file stays, in these cases:
     /// - a previous call has failed, or Commit was called before.
     /// - an archive is still open on the file beside.
     /// - the file beside can't be synchronized.

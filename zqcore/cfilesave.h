@@ -7,7 +7,7 @@
 // A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file beside the save.
 // Its name is `~zqlock-` and the save's name in lower case, because a path finds a save in any spelling. The system
 // drops the lock of a process that is killed, and the next FileSave_c deletes the files that this process left. On a
-// file system without locks it excludes nobody.
+// file system without locks it has no effect.
 //
 // A load changes nothing on the disk. It returns one of these states:
 // - whole: OpenFile returns the archive.
@@ -128,7 +128,7 @@ public:
     explicit FileSaveWriter_c(FileSave_c & Save);
 
     /// Seals and synchronizes the new save, keeps the previous ones, replaces the old save, synchronizes the folder and
-    /// returns true. For a first save, synchronizes the folders on the way too. Fails as FileReplacement_c::Commit
+    /// returns true. For a first save, also synchronizes the folders of its path. Fails as FileReplacement_c::Commit
     /// does. Also fails, and the old save stays, if a previous save can't be kept.
     bool Commit() override;
 

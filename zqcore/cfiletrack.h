@@ -16,19 +16,19 @@
 // the call is not reported.
 //
 // Limits of the watch:
-// - Folders that appear, move or vanish are followed. So are links to folders that are there from the start, but not
-//   links to files.
+// - Folders that appear, move or vanish are followed. Links to folders are followed if they exist from the start, links
+//   to files are not.
 // - When the watched folder is deleted or renamed, nothing more is reported.
 // - All changes between two calls are lost if they need more than 4,094 bytes: 12 each, and two for each character of
 //   the path below the watched folder. 100 paths of 14 characters fit.
-// - Characters above U+00FF are dropped from paths. So changes of files with such names are lost, those of known files
-//   with a log line.
+// - Characters above U+00FF are dropped from paths. So changes of files with such names are lost. For known files a
+//   line is logged.
 //
 // Ownership: texts are copied.
-// Threads: main thread; there is no thread of its own. A forked process reports changes after its first call, and the
-// parent those before.
+// Threads: main thread; there is no thread of its own. A forked process reports only changes after its first call. Its
+// parent reports the earlier ones.
 // Cost: a call without changes is one system call that does not wait.
-// Failure: log lines. FileTrackGetProblem says what is not watched.
+// Failure: log lines. FileTrackGetProblem returns what is not watched.
 //
 //     auto const OnChange = [](char const * szName) { FileStream(szName)->Refresh(); };
 //     g_FileTrackChangesCallbacker.Add(OnChange, false);
@@ -39,7 +39,7 @@
 #include "zqcore/cstring.h"
 
 /// Starts to watch a folder with its subfolders. sPath has no separator at its end. Ends a previous watch. On failure
-/// nothing is watched, log lines say why, and FileOpenTracker complains. Reasons:
+/// nothing is watched, log lines state the reason, and FileOpenTracker complains. Reasons:
 /// - the folder can't be opened.
 /// - the system's limits. Under Linux they are `fs.inotify.max_user_watches`, the folders that a user may watch, and
 ///   `fs.inotify.max_user_instances`, the watches that a user may start.
@@ -56,9 +56,9 @@ ZQ_API String_T<1024> FileTrackGetProblem();
 /// separated by blanks. Cut at 255 characters.
 ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
-/// Reports what has changed since the last call. Waits up to 5 seconds at each changed file until nobody writes it. If
-/// it is still open for writing then, or, without a wait, if it is no longer at its path, the change is logged and
-/// lost. A call from within the callback does nothing.
+/// Reports what has changed since the last call. Waits up to 5 seconds at each changed file until no process has it
+/// open for writing. If one still has after that time, the change is logged and lost. If the file is no longer at its
+/// path, the change is logged and lost without a wait. A call from within the callback does nothing.
 ZQ_API void FileTrackDoWork();
 
 /// Ends the watch, if there is one, and empties the list of extensions.

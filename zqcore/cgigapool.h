@@ -57,8 +57,8 @@ public:
     GigaPoolStatic_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
 
     /// Allocates storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Negative values
-    /// count as 0. Asserts that the pool has no storage, and that there are at most MAX_ELEMENTS; if the developer goes
-    /// on, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS.
+    /// count as 0. Asserts that the pool has no storage, and that there are at most MAX_ELEMENTS; if the developer
+    /// continues, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS.
     void Init(int iElements, int iElementSize);
 
     /// Frees the storage with all elements in use. The water marks stay. Init may follow.
@@ -83,7 +83,7 @@ public:
     int WaterMark() const { return m_Marks.Level(); }
     int HighWaterMark() const { return m_Marks.Peak(); }
 
-    /// Sets the peak to 0, whatever is in use.
+    /// Sets the peak to 0, even if elements are in use.
     void ResetHighWaterMark() { m_Marks.ClearPeak(); }
 
 private:
@@ -159,7 +159,7 @@ public:
     /// Frees the chunks with all elements in use. Sizes and peak stay, and Alloc may follow.
     void Reset();
 
-    /// Returns an element; allocates a chunk if need be. Returns null only
+    /// Returns an element. Allocates a chunk if necessary. Returns null only
     /// - without an Init for elements of 1 byte or more,
     /// - if no chunk fits into the address space.
     void * Alloc(bool bArray);

@@ -125,7 +125,7 @@ public:
     GigaSlab_c(GigaSlab_c const &) = delete;
     GigaSlab_c & operator=(GigaSlab_c const &) = delete;
 
-    /// Allocates storage as GigaPoolStatic_c::Init says. Its address is a multiple of nAlignment, a power of 2 of at
+    /// Allocates storage as GigaPoolStatic_c::Init does. Its address is a multiple of nAlignment, a power of 2 of at
     /// least MEMORY_ALIGNMENT. Returns false if the slab has storage already.
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
@@ -149,8 +149,8 @@ public:
     /// Returns the index of the element that holds an address. Requires Holds(pPtr).
     unsigned IndexOf(void const * pPtr) const;
 
-    /// Returns the index of the element at a distance in bytes from the first one. iReciprocal is GetReciprocal(), and
-    /// not 0: with 0 the index takes a division.
+    /// Returns the index of the element at a distance in bytes from the first one. iReciprocal is GetReciprocal(). It
+    /// must not be 0, because then the index needs a division.
     static unsigned IndexOf(std::size_t nDistance, std::uint64_t iReciprocal)
     {
         return static_cast<unsigned>((nDistance * iReciprocal) >> RECIPROCAL_BITS);

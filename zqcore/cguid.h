@@ -31,7 +31,7 @@ public:
     /// The 16 bytes are given as four little-endian words.
     Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uint32_t dw3);
 
-    /// Sets Guid to a new identifier and returns true. On failure a Warning says why, and Guid is unchanged.
+    /// Sets Guid to a new identifier and returns true. On failure a Warning states the reason, and Guid is unchanged.
     static bool Create(Guid_c & Guid);
 
     /// Sets whether Create refuses identifiers that are unique on this machine only. True at start.
@@ -62,7 +62,7 @@ public:
 class ZQ_API GuidObject_c
 {
 public:
-    /// Gives this object a new identifier. Asserts that one could be created; if not, the previous one stays.
+    /// Creates a new identifier for this object. Asserts that one could be created; if not, the previous one stays.
     void CreateNewId();
 
     Guid_c const & GetId() const { return m_Guid; }

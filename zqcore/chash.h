@@ -1,15 +1,15 @@
 // chash.h: open-addressing tables of a fixed size that never allocate.
 //
 // StringHash_T maps names to objects, IndexHash_T maps 32-bit keys to values that the slot holds. The chain of slots
-// that a key may occupy is fixed: it starts at the key's hash and goes on in a fixed step, for two thirds of the slots.
-// File names crowd these chains. So a StringHash_T also has an index of its entries, and a lookup costs a hash and one
-// comparison however long the chain is.
+// that a key may occupy is fixed: it starts at the key's hash and continues in a fixed step, for two thirds of the
+// slots. File names crowd these chains. So a StringHash_T also has an index of its entries, and a lookup costs a hash
+// and one comparison however long the chain is.
 //
 // Ownership: a StringHash_T owns neither objects nor names, which must outlive their entries.
-// Threads: no lock; the caller's, unless no thread changes the table.
+// Threads: no lock. The caller must lock a table that several threads use, unless none of them changes it.
 // Cost: no allocation. A table in static storage is constant-initialised: it costs nothing at load, and is usable
 //   before any constructor runs.
-// Failure: Add says whether the key is present already or the table is full, and then changes nothing.
+// Failure: Add returns whether the key is present already or the table is full, and then changes nothing.
 //
 //     struct Item_s { String_T<32> sName; } Sword{ "sword" };
 //     static StringHash_T<Item_s, 32, 256, 3> s_Items;
@@ -59,7 +59,7 @@ public:
     /// Prefetches the word that Find reads first.
     void Prefetch(std::uint32_t iHash) const { ZQ_PREFETCH(&m_dEntries[iHash & MASK]); }
 
-    /// Returns whether so many words are used or removed that the index should be rebuilt.
+    /// Returns whether the used and removed words are so many that the index must be rebuilt.
     bool IsCrowded() const { return m_nUsed > ENTRIES / 4 * 3; }
 
     void Reset();
@@ -129,7 +129,7 @@ public:
     /// Removes an entry. Returns false if there is none.
     bool DeleteByName(char const * szName);
 
-    /// Removes the entry of a slot. First and Next may go on from there.
+    /// Removes the entry of a slot. Next may continue from that slot.
     void Delete(Slot_s * pSlot);
 
     /// Return the occupied slots in slot order; null after the last one.

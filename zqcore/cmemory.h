@@ -8,7 +8,7 @@
 // The library must be linked to the executable itself, before the C++ runtime. Otherwise the process may bind `delete`
 // elsewhere: the library arrives through another library or a plugin, or a checker replaces it. Then `new`, ZQ_NEW and
 // CoreMemory use the process's operators. Every block still returns to its own heap, but these blocks are not tracked.
-// One line on standard error says so at load.
+// One line on standard error reports that at load.
 //
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
@@ -229,8 +229,8 @@ ZQ_API void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_
 
 /// Frees an aligned block. Null does nothing.
 /// - Reports damage before and after the block.
-/// - Reports, and leaves alone, a block that was freed already or belongs to another heap.
-/// - Detects a second free until the memory is used again. If the block was large and its pages went back to the
+/// - Reports a block that was freed already or belongs to another heap, and does not free it.
+/// - Detects a second free until the memory is used again. If the block was large and its pages were returned to the
 ///   system, a second free is an access violation.
 ZQ_API void aligned_free_dbg(void * p);
 

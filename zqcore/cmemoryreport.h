@@ -2,14 +2,15 @@
 //
 // There are three reports: a log of every allocation as it happens, a snapshot of all live blocks, and the count of a
 // frame's allocations. The call log is the named log "newcalls.csv" (clogf.h) with one flushed line for each
-// allocation: turn it on around a suspect stretch of code. The snapshot is two files in the current folder, which
-// `zqtool memory` reads.
+// allocation: turn it on around suspect code. The snapshot is two files in the current folder, which `zqtool memory`
+// reads.
 //
 // Ownership: nothing is owned. A receiver is a plain function.
-// Threads: the call log and the snapshot take no lock, so other threads must be quiet. Other calls: any thread.
+// Threads: the call log and the snapshot take no lock, so no other thread may allocate or free meanwhile. Other calls:
+// any thread.
 // Cost: while the call log is on, each allocation writes to disk. What the writing itself allocates is counted but not
 // logged.
-// Failure: a snapshot file that cannot be opened fails an assertion; the other one is written all the same.
+// Failure: a snapshot file that cannot be opened fails an assertion; the other one is still written.
 //
 //     MemoryResetFrameAllocCount();   // a frame ends
 //     Log("%u allocations in the last frame", MemoryGetFrameAllocCount());
@@ -18,7 +19,7 @@
 
 #include "zqcore/cconfig.h"
 
-/// Turns the call log on or off. It is off at start. The header is written once in a process. A line holds frame, file,
+/// Sets whether the call log is on. False at start. The header is written once in a process. A line holds frame, file,
 /// line, index of the category and bytes of the heap's block. The file of a plain `new` is "unknown".
 ZQ_API void MemoryNewLogEnable(bool bEnable);
 

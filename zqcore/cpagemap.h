@@ -1,7 +1,7 @@
 // cpagemap.h: a map from pages of the address space to values. A lookup usually probes once.
 //
 // The map is a hash table. The home slot of a page is the slot that the lower bits of its number select. Memory that is
-// allocated together has neighbouring pages, whose home slots differ. If the home slot of a page is taken, the page is
+// allocated together has neighbouring pages, whose home slots differ. If the home slot of a page is in use, the page is
 // stored in another slot, and the table grows sooner.
 //
 // Ownership: the map owns copies of the values.

@@ -1,8 +1,8 @@
 // cprofile.h: a tree of named timers for code that is driven by frames.
 //
-// ProfilerPush and ProfilerPop enclose a stretch of work. Each timer keeps a ring of the last 150 frames. Once a frame
-// ProfilerUpdateFrame derives its average and peak. If a stats file is named, all timers are appended to it every 150
-// frames, asynchronously (docs/formats.md). The profiler runs from ModuleProfiler_c::Initialize to its Shutdown;
+// ProfilerPush and ProfilerPop enclose the code to be timed. Each timer keeps a ring of the last 150 frames. Once a
+// frame ProfilerUpdateFrame derives its average and peak. If a stats file is named, all timers are appended to it every
+// 150 frames, asynchronously (docs/formats.md). The profiler runs from ModuleProfiler_c::Initialize to its Shutdown;
 // outside of that the calls do nothing.
 //
 // Ownership: the profiler owns the timers. A host reads them and keeps no pointer beyond a reset or the shutdown.
@@ -53,9 +53,9 @@ struct timerFrame_t
 /// A namespace, because POSIX has a timer_t of its own.
 namespace profiler
 {
-    /// A timer, for hosts to read. Its address is valid until the profiler shuts down; a reset gives it to another
-    /// timer. Order and alignment of the fields are those of a record in the stats file, as far as pointers of both
-    /// sizes allow.
+    /// A timer, for hosts to read. Its address is valid until the profiler shuts down; after a reset it may belong to
+    /// another timer. Order and alignment of the fields are those of a record in the stats file, as far as pointers of
+    /// both sizes allow.
     struct timer_t
     {
         String_T<32> szName;   // the first 31 characters
@@ -87,7 +87,7 @@ ZQ_API void ProfilerPush(std::uint32_t iTimer, char const * szName);
 ZQ_API void ProfilerPush(char const * szName, bool bRoot);
 
 /// Pop the timer that was pushed last. Assert that there is one besides the root, and that it has this identifier; a
-/// timer with another identifier is popped all the same. If the clock seems to have run backwards, it is taken to have
+/// timer with another identifier is popped in any case. A time that seems to run backwards is treated as a clock that
 /// wrapped at 2^31.
 ZQ_API void ProfilerPop(std::uint32_t iTimer);
 ZQ_API void ProfilerPop();
@@ -129,8 +129,8 @@ ZQ_API bool ProfilerSwapStatsFailed();
 
 /// Appends all timers to the stats file. ProfilerUpdateFrame calls it when the ring is full. Waits only for the
 /// previous batch, if the disk is still writing it. A batch that cannot be written whole is logged and cut off the
-/// file: only this batch is lost, and the next one takes its place. Does nothing without a file or while the profiler
-/// is down.
+/// file: only this batch is lost, and the next one is written in its place. Does nothing without a file or while the
+/// profiler is down.
 ZQ_API void ProfilerSwapStats();
 
 /// Receives the end of a write to the stats file. Asserts that dwError is 0: the library handles a failed write itself

@@ -92,7 +92,7 @@ struct alignas(16) RandomMask_t
 extern ZQ_API RandomMask_t const MM_EXPONENT_MASK;
 extern ZQ_API RandomMask_t const MM_MANTISSA_MASK;
 
-/// Empties the list when it shuts down. A generator that is destroyed later does nothing more.
+/// Empties the list when it shuts down. The destructor of a generator that lives longer then does nothing.
 class ZQ_API ModuleRandom_c : public Module_c
 {
 public:

@@ -69,16 +69,17 @@ public:
     /// cases.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
-    /// Reads the rest of the line without leading blanks and tabs. A line that is cut at iMaxLength - 1 characters goes
-    /// on at the next read. A carriage return and a line feed each end a line, so a pair of them ends two. Asserts that
-    /// iMaxLength is 2 or more.
+    /// Reads the rest of the line without leading blanks and tabs. If a line is cut at iMaxLength - 1 characters, the
+    /// next read continues in it. A carriage return and a line feed each end a line, so a pair of them ends two.
+    /// Asserts that iMaxLength is 2 or more.
     void GetLine(char * sLine, int iMaxLength);
 
     /// Reads the next word, comments included, and the separator after it. sWord has TOKEN_SIZE bytes.
     void GetSpecific(char * sWord);
 
     /// Reads the text between an opening cQuote and the next one. It may contain line ends. sString has iMaxLength + 1
-    /// bytes. Asserts that the text fits; reading stops where it does not. Before the opening quote it skips:
+    /// bytes. Asserts that the text fits; otherwise reading stops when the buffer is full. Before the opening quote it
+    /// skips:
     /// - separators,
     /// - the first slash, and each further slash with the rest of its line.
     /// Anything else there is a mismatch, with an empty text.

@@ -9,8 +9,8 @@
 // Threads: one thread at a time for each archive.
 // Cost: nothing allocates. Values of 4 and 8 bytes are copied to the buffer of a BufferedWriteable_c and from the file
 // in memory without a call.
-// Failure: sticky. Once IsFailed is true, nothing moves, values keep their contents, labels compare nothing and chunks
-// do nothing. So a whole save or load may run and be checked once at its end. A damaged file fails the archive, or
+// Failure: permanent. Once IsFailed is true, the position stays, values keep their contents, labels compare nothing and
+// chunks do nothing. So a save or load may run to its end and be checked once. A damaged file fails the archive, or
 // asserts or aborts as the declarations say.
 //
 //     void Unit_c::Serialize(Serializeable_c & Archive)
@@ -92,8 +92,8 @@ public:
     ///   too small fails the archive and returns true.
     virtual bool ChunkBegin(char const * sName) = 0;
 
-    /// Ends the chunk of that name. A reader continues after the chunk, however much of it was read. Asserts that this
-    /// chunk is open; otherwise fails the archive.
+    /// Ends the chunk of that name. A reader continues after the chunk, even if the chunk was not read to its end.
+    /// Asserts that this chunk is open; otherwise fails the archive.
     virtual void ChunkEnd(char const * sName) = 0;
 
     /// Stores the version word, or checks the file's. Returns true on success; GetVersion of a reader is then the
@@ -198,7 +198,7 @@ public:
     void ChunkEnd(char const * sName) override;
     bool Open() override;
 
-    /// Returns false and fails the archive if the system reports only now that something could not be written.
+    /// Returns false and fails the archive if the system reports at the close that something could not be written.
     bool Close() override;
     bool Serialize(void * pData, int iLength) override;
     char const * GetFileName() const override;

@@ -74,7 +74,7 @@ ZQ_API void SimpleProfileContextPop();
 /// timed once. Asserts that at most 32 kinds are nested; if that is ignored, the time counts for the outer kind.
 ZQ_API void SimpleProfilePush(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
-/// Ends the kind that began last. Asserts that it is eType; another kind is ended all the same.
+/// Ends the kind that began last. Asserts that it is eType; another kind is ended in any case.
 ZQ_API void SimpleProfilePop(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
 /// Ends a frame. Waits for the thread that is in the context. Asserts that the calling thread is not in it.

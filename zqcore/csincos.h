@@ -1,7 +1,7 @@
 // csincos.h: a table of sines for lookups by integer angle.
 //
 // g_dSinTable[i] is the sine of i * 2 pi / 4096, for one whole turn. An angle in 16 bits, 65,536 to the turn, has the
-// entry [angle >> 4]. The cosine is a quarter of the table further on, modulo 4096.
+// entry [angle >> 4]. The cosine is the entry 1024 further, modulo 4096.
 //
 // Ownership: the table is static.
 // Threads: any thread may read it after the module has filled it.

@@ -5,7 +5,8 @@
 //
 // - A cell is the text between separators, blanks included, or a text in double quotes. In quotes a doubled quote means
 //   one quote, and separators are text.
-// - Control characters that are not separators end a cell, so a carriage return at the end of a row does no harm.
+// - Control characters that are not separators end a cell, so a carriage return at the end of a row is no part of a
+//   cell.
 // - Empty rows are skipped. Each row ends with the row separator; only a cell separator may be the file's last
 //   character instead.
 // - A cell holds 511 characters, a cell in quotes 24,575. A longer cell is cut and logged. A cell in quotes ends at the
@@ -98,8 +99,8 @@ public:
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
 
-    /// Returns why the last Open failed. After a success it may hold what was lost: a cell that was cut, or the rest of
-    /// a damaged head.
+    /// Returns why the last Open failed. After a success it may describe what was lost: a cell that was cut, or the
+    /// rest of a damaged head.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
     /// Frees all cells and restores the default separators.

@@ -109,8 +109,8 @@ struct std::hash<String_T<N>>
 /// Returns a text formatted like printf, cut at 255 characters.
 ZQ_API String_T<256> NewString(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 
-/// Returns a text formatted like printf in the next of 16 static buffers, cut at 4095 characters. It stays for 15
-/// further calls of any thread. The buffers have no lock.
+/// Returns a text formatted like printf in the next of 16 static buffers, cut at 4095 characters. It stays unchanged
+/// during 15 further calls of any thread. The buffers have no lock.
 ZQ_API char const * Va(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 
 /// Return a character with its ASCII case folded. Other characters are returned unchanged.

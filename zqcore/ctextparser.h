@@ -7,7 +7,7 @@
 // Ownership: the text belongs to the caller and must stay until Close. The parser owns its tokens.
 // Threads: one thread for each parser.
 // Cost: Open allocates two buffers. Reading a token allocates nothing. The text is read in place.
-// Failure: calls return false and log what they say. A token that is too long is cut and logged.
+// Failure: calls return false and log the lines that their comments state. A token that is too long is cut and logged.
 //
 //     char const szText[] = "health = 100; speed = 2.5;";
 //     SimpleTextParser_c Parser;
@@ -109,8 +109,8 @@ public:
     bool IsNumber() const { return m_lastParsed == LAST_PARSED_NUMBER; }
     bool IsSymbol() const { return m_lastParsed == LAST_PARSED_SYMBOL; }
 
-    /// Return the last token of each kind, whatever came after it; empty or 0 before the first one. A text stays valid
-    /// until the next token of its kind. It ends at the first NUL that the token holds.
+    /// Return the last token of each kind, even if tokens of other kinds followed; empty or 0 before the first one. A
+    /// text stays valid until the next token of its kind. It ends at the first NUL that the token holds.
     char const * GetWord() const { return m_szWord ? m_szWord : ""; }
     char const * GetString() const { return m_szString ? m_szString : ""; }
     float GetNumber() const { return m_fNumber; }

@@ -80,7 +80,7 @@ public:
     ZQ_API int GetLength(char const * sColumn) const;
 
     /// Sets whether a Get that fails logs the file, the column and a line number. The number counts the lines that
-    /// NextIdent has read, so it is not always the work line's; GetLastError has that one. Off at start.
+    /// NextIdent has read, so it may differ from the work line's, which GetLastError has. False at start.
     void LogColName(bool bLog) { m_bLogColName = bLog; }
 
     /// Read the work line's cell as a number. Return true if the cell is a whole number, or for double and float any
@@ -148,8 +148,7 @@ private:
     bool m_bCopy;
     bool m_bLogColName = false;
 
-    // The last error. Its place is counted only when the caller asks for it, since a Get may fail as a matter of
-    // course.
+    // The last error. Its place is counted only when the caller asks for it, since a Get may fail in normal use.
     mutable TextErrors_c m_Errors;
     mutable Text_s m_ErrorText;     // text of an error whose place is not counted yet
     mutable int m_nErrorLine = 0;   // start of the error's line

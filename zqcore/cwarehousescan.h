@@ -86,7 +86,7 @@ struct WarehouseScan_t
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
     /// Sets the separators. Null selects those of the text format, in a CSV scan too. If a line feed or a quote is a
-    /// separator, it is one within a cell too. Blanks around a CSV cell are skipped before separators are looked for.
+    /// separator, it is one within a cell too. Blanks around a CSV cell are skipped before the search for separators.
     ZQ_API void SetSeparators(char const * sSeparators);
 
     /// Reads a line. Returns false at the end of the data. A blank line and a comment return true and no columns.
@@ -109,7 +109,7 @@ struct WarehouseScan_t
     /// Returns the position of the next byte.
     int GetPos() const { return nPos; }
 
-    /// Returns the next byte and moves on. At the end of the data returns a line feed and does not move.
+    /// Returns the next byte and moves after it. At the end of the data returns a line feed and does not move.
     char GetChar() { return nPos < nLength ? pLine[nPos++] : '\n'; }
 
     /// Return whether a character, or the byte at nPos, is a separator. The end of the data is none.

@@ -17,7 +17,7 @@ struct SaveResult_s
 {
     std::string sWhyNot;     // empty on success
     std::string sKept;       // the new path of a damaged save
-    std::string sPrevious;   // the previous save that was loaded in place of a damaged or absent one
+    std::string sPrevious;   // the previous save that was loaded instead of a damaged or absent one
     bool bRefused = false;   // a save may be good, but can't be loaded: nothing may replace it
     long long nBytes = 0;
     double tTaken = 0.0;   // seconds

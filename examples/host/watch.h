@@ -23,7 +23,7 @@ public:
     /// new folders can't be watched.
     static bool IsOver();
 
-    /// Returns whether the terminal of a watch was closed, so that nobody reads what is printed.
+    /// Returns whether the terminal of a watch was closed, so that nothing printed can be read.
     static bool IsHungUp();
 
     /// Returns why nothing is watched, with the remedy if there is one, or an empty text if the media are watched.

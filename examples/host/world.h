@@ -21,7 +21,7 @@ public:
     /// Starts a new world from the media. The previous one is deleted.
     void Begin();
 
-    /// Reads the numbers of the media's tables again while the game goes on. New rows, deleted rows and changed
+    /// Reads the numbers of the media's tables again while the game continues. New rows, deleted rows and changed
     /// references have no effect until the next Begin. Tables that make no sense, or an empty world, change nothing.
     void RereadTables();
 

@@ -1,8 +1,8 @@
 // storedisk.h: the folders and files of the stores of registry and clipboard. A system's folder implements it.
 //
 // A store is a folder that all processes of the user share. It holds folders and files. Their names have at most
-// STORE_NAME_LIMIT bytes. They are opened only if they are of the expected kind. A symbolic link, a pipe or a device
-// counts as nothing and is never waited for.
+// STORE_NAME_LIMIT bytes. They are opened only if they are of the expected kind. A symbolic link, a pipe or a device is
+// treated as missing and is never waited for.
 //
 // Failure: a function that fails leaves the reason in errno. ENOENT means that the entry does not exist.
 #pragma once
@@ -77,7 +77,8 @@ namespace plat
     class StoreKept_c
     {
     public:
-        /// Returns the handle. Returns STORE_NONE if none is held, or if it is another file's by now. One system call.
+        /// Returns the handle. Returns STORE_NONE if none is held, or if the number now belongs to another file. One
+        /// system call.
         StoreHandle_t Get() const
         {
             return m_hStore != STORE_NONE && StoreIdentity(m_hStore) == m_Identity ? m_hStore : STORE_NONE;
@@ -96,7 +97,8 @@ namespace plat
         FolderIdentity_t m_Identity;
     };
 
-    /// Copy the path of a store of this name, for the machine or for the user. Return false if the system can't say.
+    /// Copy the path of a store of this name, for the machine or for the user. Return false if the system does not
+    /// report it.
     bool StoreMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
     bool StoreUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
 
@@ -127,8 +129,8 @@ namespace plat
     /// Returns whether the user may delete the entries of a folder.
     bool StoreMayDelete(StoreHandle_t hFolder);
 
-    /// Calls fnEntry for each entry of a folder, in the disk's order. Returns false if it breaks off. Moves the
-    /// handle's reading position, which a child of a fork shares.
+    /// Calls fnEntry for each entry of a folder, in the disk's order. Returns false if an error ends the walk. Moves
+    /// the handle's reading position, which a child of a fork shares.
     using StoreEntry_t = void (*)(char const * szName, bool bFolder, void * pContext);
     bool StoreList(StoreHandle_t hFolder, StoreEntry_t fnEntry, void * pContext);
 

@@ -61,10 +61,11 @@ namespace plat
     class KeptDescriptor_c
     {
     public:
-        /// Returns the descriptor. Returns -1 if none is held or the number is another file's by now. One system call.
+        /// Returns the descriptor. Returns -1 if none is held or the number now belongs to another file. One system
+        /// call.
         int Get() const { return m_iDescriptor >= 0 && IdentityOf(m_iDescriptor) == m_Identity ? m_iDescriptor : -1; }
 
-        /// Returns the number, even if it is another file's by now. Returns -1 if none was set.
+        /// Returns the number, even if it now belongs to another file. Returns -1 if none was set.
         int GetNumber() const { return m_iDescriptor; }
 
         /// Closes the present descriptor and holds another. Keeps errno.

@@ -60,7 +60,7 @@ namespace plat
             return nRead > 0;
         }
 
-        // Nothing follows this position. If a disk gives it to the last entry, one system call is saved.
+        // No entry follows this position. If the file system reports it for the last entry, one system call is saved.
         static constexpr std::int64_t LAST_POSITION = INT64_MAX;
 
         int m_iFolder;

@@ -3,8 +3,8 @@
 // A child has a copy of every descriptor. If a copy keeps the parent's resource alive or shares the parent's work in
 // flight, the child closes it at once. Any thread.
 //
-// An entry has an owner and counts once, since the child forgets it. A ForkHandler_c differs: it runs at each fork. One
-// in a thread-local object would dangle in a child, where that thread does not end.
+// An entry has an owner and is used once: the child removes it. A ForkHandler_c differs in that it runs at each fork.
+// In a thread-local object, a ForkHandler_c would dangle in a child, where that thread does not end.
 #pragma once
 
 namespace plat

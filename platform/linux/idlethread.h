@@ -8,6 +8,6 @@ namespace plat
     /// Lifts the thread to the normal class if it is the one in the idle class.
     void IdleThreadLift(pthread_t hThread);
 
-    /// Forgets the thread in the idle class if it is this one, which is about to end.
+    /// Clears the record of the thread in the idle class if it is this one, which is about to end.
     void IdleThreadForget(pthread_t hThread);
 }

@@ -58,7 +58,7 @@ namespace plat
     /// Returns whether an open file is a regular one. Sets errno to EINVAL if it is not.
     bool IsRegular(int iDescriptor);
 
-    /// Returns whether a path names anything, including a link that leads nowhere.
+    /// Returns whether a path names anything, including a link whose target is missing.
     bool IsThere(DiskPath_c & Path);
 
     /// Synchronizes a file or an open folder. Returns false on failure.

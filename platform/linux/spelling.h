@@ -1,8 +1,8 @@
 // spelling.h: from a path as the library writes it to the path as the disk spells it.
 //
-// A path is tried as it is, then with the names that folder listings met, then with those found by reading the folders
-// on the way. Folding never changes a length, so a name is respelled in place, on the stack. Only the record of
-// spellings uses the heap. Any thread.
+// A path is tried as it is, then with the names that folder listings found, then with those found by reading the
+// folders of the path. Folding never changes a length, so a name is respelled in place, on the stack. Only the record
+// of spellings uses the heap. Any thread.
 #pragma once
 
 #include "platform/compiler.h"
@@ -25,10 +25,10 @@ namespace plat
         explicit DiskPath_c(char const * szPath);
 
         /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno is ENOENT,
-        /// ELOOP, ENOTDIR or EACCES. A link that leads nowhere counts as missing, since listings leave it out. Returns
-        /// the result of the last call. Returns -1 with ENAMETOOLONG, without a call, if the path does not fit. If an
-        /// error of the system prevents the search of a folder on the way, errno is that error and not ENOENT: the path
-        /// may name something in another spelling.
+        /// ELOOP, ENOTDIR or EACCES. A link whose target is missing is treated as missing, since listings leave it out.
+        /// Returns the result of the last call. Returns -1 with ENAMETOOLONG, without a call, if the path does not fit.
+        /// If an error of the system prevents the search of a folder of the path, errno is that error and not ENOENT:
+        /// the path may name something in another spelling.
         template <typename TRY>
         int Try(TRY fnTry)
         {
@@ -89,7 +89,7 @@ namespace plat
         /// Makes the key of a path that fits a DiskPath_c.
         explicit FolderKey_c(char const * szPath);
 
-        /// Goes down by one name. "" and "." change nothing.
+        /// Appends the name of a subfolder. "" and "." change nothing.
         void Append(std::string_view sName);
 
         std::string_view Get() const { return std::string_view(m_szKey, m_nLength); }
