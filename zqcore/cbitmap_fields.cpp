@@ -123,7 +123,7 @@ namespace
     }
 
     // Calls fnRun with the common bytes of both fields, row by row, or in longer runs if the rows and planes of both
-    // have the same layout. Ends when fnRun returns true. Returns whether it did.
+    // have the same layout. Ends and returns true when fnRun returns true. Otherwise returns false.
     template <typename RUN>
     bool AnyCommonRun(Field_s const & A, Field_s const & B, RUN fnRun)
     {
@@ -167,8 +167,8 @@ namespace
             });
     }
 
-    // Calls fnRow with each row of A and the row of B, if there is one. Ends when fnRow returns false. Returns whether
-    // it never did.
+    // Calls fnRow with each row of A and the row of B, if there is one. Ends and returns false when fnRow returns
+    // false. Otherwise returns true.
     template <typename ROW>
     bool AllRows(Field_s const & A, Field_s const & B, ROW fnRow)
     {
@@ -249,7 +249,7 @@ namespace
         return Vec;
     }
 
-    // Returns the size that holds an index, or 0, which grows nothing, for an index that no size holds.
+    // Returns the size that holds an index. Returns 0, a size to which nothing grows, if no size holds the index.
     int SizeFor(int iIndex)
     {
         return iIndex < INT_MAX ? iIndex + 1 : 0;

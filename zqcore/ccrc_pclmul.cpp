@@ -106,9 +106,9 @@ namespace
         return Reduce(nBytes == 0 ? Block : FoldRest(Block, By1, pData + nBytes, nBytes));
     }
 
-    // A lane is a register with one or more blocks side by side. Its functions take references because FoldRun, into
-    // which they are inlined, has the instructions of the lane only after it is inlined itself, and no registers of its
-    // size before. For the same reason FoldRun has four variables in place of an array.
+    // A lane is a register with one or more blocks side by side. Its functions are inlined into FoldRun. FoldRun has
+    // the instructions and the registers of the lane only after it is inlined itself. Until then a lane can't be passed
+    // by value, so the functions take references. For the same reason FoldRun has four variables instead of an array.
     struct Lane128_s
     {
         using Blocks_t = __m128i;
@@ -272,7 +272,7 @@ namespace
         return Finish(Block, pData, nBytes);
     }
 
-    constexpr std::size_t WIDE_MIN = 256;   // lanes of more than one block pay from here on
+    constexpr std::size_t WIDE_MIN = 256;   // from this length on, lanes of more than one block are faster
 
     ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(unsigned char const * pData, std::size_t nBytes)
     {

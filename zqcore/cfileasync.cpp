@@ -19,7 +19,7 @@ public:
     /// The thread.
     static void Work(void *);
 
-    /// In the child of a fork: forgets the worker and renews the locks that it may have held.
+    /// In the child of a fork: discards the worker and renews the locks that it may have held.
     static void LeaveWorker();
 
     /// Serves all requests in this call. A receiver of the event of an open may add requests; the outer call serves
@@ -49,7 +49,7 @@ constinit plat::Thread_c g_hAsyncThread;
 namespace
 {
     constinit plat::Lock_c g_StayerLock;   // guards both lists of stayers
-    constinit plat::WakeUp_c g_WakeUp;     // a request was added, or the worker is to stop
+    constinit plat::WakeUp_c g_WakeUp;     // a request was added, or the worker must stop
     constinit std::atomic<bool> g_bStop = false;
     constinit bool g_bNoWorker = false;     // the system refused a thread
     constinit bool g_bWorkerLost = false;   // set in the child of a fork until it starts a worker

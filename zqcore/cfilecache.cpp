@@ -139,7 +139,7 @@ namespace
         return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
-    /// Returns whether a folder has the stamp of a cache. If so, notes its size and time.
+    /// Returns whether a folder has the stamp of a cache. If so, stores its size and time.
     bool HasStamp(Folder_t const & sFolder, Stamp_s const & Stamp, CachePlace_s const & Cache)
     {
         Stamp_s const Now = StampOf(sFolder);

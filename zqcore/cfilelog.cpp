@@ -220,8 +220,8 @@ namespace
         return bNew;
     }
 
-    // Returns whether a name can be a line of a list. A name with a control character would forge another line, or
-    // command the terminal that shows the list.
+    // Returns whether a name can be a line of a list. A name with a control character could forge another line, or
+    // control the terminal that shows the list.
     bool FitsALine(char const * szName)
     {
         for (char const * p = szName; *p; ++p)

@@ -146,7 +146,8 @@ namespace
         return sRoot[0] == '.' && (sRoot[1] == '\0' || sRoot[1] == '\\');
     }
 
-    // Forgets the files that do not belong in the cache, then writes it to its own file or into the media root.
+    // Removes the files that do not belong in the cache from the tables. Then writes the cache to its own file or into
+    // the media root.
     void SaveCache(char const * szFile)
     {
         String_T<256> const sRoot = GetPQXMediaPath(false);

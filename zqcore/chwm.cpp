@@ -57,7 +57,7 @@ void StaticMemoryPool_c::AddGroup(unsigned int element_size, unsigned int elemen
     }
     if (nGroups == MAX_GROUPS)
     {
-        // Asserts in place of the array, which would replace its last class.
+        // Asserts instead of the array, which would replace its last class.
         ZQ_ASSERT_TEXT(nGroups < MAX_GROUPS, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
         return;
     }

@@ -197,8 +197,9 @@ namespace
     // The hook on the debug heap, which holds g_CategoryLock meanwhile.
     void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType)
     {
-        // Checks the state before this event: nobody has just written that memory, so the processor reads it at full
-        // speed. Both sides change by the same amounts below, so only the counter that changes can break the balance.
+        // Checks the state before this event: that memory was not written just before, so the processor reads it at
+        // full speed. Both sides change by the same amounts below, so only the counter that changes can break the
+        // balance.
         bool const bSoundBefore = MemoryCountersAddUp();
         mem::Categories_e const eCategory = CountedCategory(dwType);
         if (eCategory != mem::CRT)

@@ -171,8 +171,8 @@ namespace
         ++Frame.nCalls;
     }
 
-    // Finds the peak of all frames but the oldest, which is about to be overwritten. Goes from older to newer frames,
-    // so of equals the most recent stays.
+    // Finds the peak of all frames but the oldest, which is about to be overwritten. Reads older frames first, so of
+    // equal peaks the most recent one is kept.
     void FindPeak(timer_t & Timer, int iOldest)
     {
         std::int64_t tBest = 1;

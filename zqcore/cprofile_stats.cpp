@@ -75,7 +75,7 @@ namespace
         return sizeof nRecords + nBytes;
     }
 
-    // The batch is lost. Its written part is cut off, so a reader never meets it.
+    // The batch is lost. Its written part is cut off, so no reader sees it.
     ZQ_COLD void ComplainOfWrite()
     {
         char szError[ERROR_SIZE];

@@ -221,7 +221,7 @@ bool Script_c::Read(char * pBuffer, int iCount)
     return m_bEndOfFile;
 }
 
-/// Returns the next byte, or 0 at the end, which it notes.
+/// Returns the next byte. At the end returns 0 and sets m_bEndOfFile.
 inline char Script_c::ReadByte()
 {
     if (m_iBytesRead == m_iBytesTotal)

@@ -427,7 +427,7 @@ void Serializer_c::RegisterOwnPointer(Serializeable_c & archive, void const * pP
     Register(archive, pPointer, m_iClass);
 }
 
-/// An object that registers itself has its own class, whatever the call says.
+/// An object that registers itself has its own class, even if the call names another one.
 void Serializer_c::Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass)
 {
     Put(archive, MARK_REGISTERED);

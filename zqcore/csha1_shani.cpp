@@ -8,7 +8,8 @@
 
     #define ZQ_TARGET_SHA ZQ_TARGET("sha,sse4.1")
 
-// A compiler that reorders crowds the port of the rounds; the written order is 3 percent faster.
+// If the compiler reorders these instructions, the execution port of the rounds becomes the limit. The written order is
+// 3 percent faster.
 ZQ_WRITTEN_ORDER
 
 namespace

@@ -127,7 +127,7 @@ namespace
         }
     }
 
-    // A forked child lacks the other threads. It leaves their contexts in their place and stays in its own.
+    // A forked child lacks the other threads. It leaves the contexts that they were in, and stays in its own.
     void KeepOwnContexts()
     {
         for (int i = 0; i < SIMPLE_PROFILE_CONTEXT_TOTAL; ++i)

@@ -174,7 +174,7 @@ private:
     unsigned char m_dClasses[256] = {};
 };
 
-/// Knows up to where the data holds no double quote, so that each byte is searched for that once.
+/// Stores up to where the data is known to hold no double quote, so that each byte is searched only once.
 class WarehouseScan_t::QuoteWatch_c
 {
 public:

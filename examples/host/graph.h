@@ -13,7 +13,7 @@ public:
         : Serializer_c(szClass)
     {}
 
-    /// Serializes one pointer, and its object when it is met for the first time.
+    /// Serializes one pointer, and its object at the first pointer to it.
     void Serialize(Serializeable_c & Archive, T *& p)
     {
         void * pObject = p;
@@ -49,7 +49,7 @@ protected:
         }
         if (pObject)
         {
-            RegisterPointer(Archive, pObject);   // its own fields may lead back to it
+            RegisterPointer(Archive, pObject);   // its fields may point back to it
             SerializeFields(Archive, *static_cast<T *>(pObject));
         }
     }

@@ -18,5 +18,5 @@ struct FrameStats_s
 inline constexpr int FRAMES_UNTIL_OVER = -1;
 
 /// Runs frames at the rate of the settings, with the idle heartbeat between them. Each frame streams as many files of
-/// the survey as the settings say. Returns the figures of the frames.
+/// the survey as the settings require. Returns the figures of the frames.
 FrameStats_s LoopRun(int nFrames, Survey_c & Survey);

@@ -9,7 +9,7 @@ enum Status_e : int
     STATUS_OK = 0,
     STATUS_FAILED = 1,    // the library ended a silent run: a broken precondition or a crash
     STATUS_USAGE = 2,     // the command line makes no sense
-    STATUS_MEDIA = 3,     // no media, or not those that were asked for
+    STATUS_MEDIA = 3,     // no media, or not the requested ones
     STATUS_SAVE = 4,      // the world could not be saved
     STATUS_STATS = 5,     // the profiler's file could not be written
     STATUS_SERVICE = 6,   // a service did not start
@@ -36,8 +36,8 @@ struct Options_s
     bool bHelp = false;
 };
 
-/// Reads the command line and makes its paths absolute. Call it while the current folder is still the caller's. Returns
-/// false, with a message, if the command line makes no sense.
+/// Reads the command line and makes its paths absolute. Must be called while the current folder is still the caller's.
+/// Returns false, with a message, if the command line makes no sense.
 bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::string & sMessage);
 
 /// Returns the text of --help.

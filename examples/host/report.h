@@ -13,7 +13,7 @@ bool ReportBegin(char const * szPart, char const * szTitle);
 
 void ReportServices(Services_c const & Services);
 
-/// Reports the files. szSource says where the tables of files came from, which took tTables seconds.
+/// Reports the files. szSource describes where the tables of files came from. Filling them took tTables seconds.
 void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables, Notes_s const & Notes);
 
 void ReportTables(Survey_c const & Survey);

@@ -47,7 +47,7 @@ namespace plat
             std::vector<Format_s> dFormats;
             StoreKept_c Folder;
             StoreKept_c Lock;
-            bool bEmptied = false;   // the data on disk are no longer there for callers
+            bool bEmptied = false;   // Empty was called: callers no longer see the data on disk
             ClipboardWait_t fnWait = nullptr;
 
             bool IsOpen() const { return Lock.Get() != STORE_NONE; }

@@ -146,8 +146,8 @@ namespace plat
         return UnpackRecord(aBytes, Record);
     }
 
-    // A writer that is alone always uses the same temporary name, so it overwrites what a dead one left. Other writers
-    // use names that were never used before.
+    // A writer that is alone always uses the same temporary name, so it overwrites the file of a killed writer. Other
+    // writers use names that were never used before.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone)
     {
         char szBusy[64] = { BUSY_MARK };

@@ -23,7 +23,7 @@ namespace plat
     {
         // Many containers refuse the system's queue of requests, and old kernels have none. Then every write is a plain
         // one. Whatever the queue does not write is written plainly too. A refused, short or failed request therefore
-        // ends as a plain write does.
+        // has the result of a plain write.
         constexpr std::size_t MAX_REQUEST = 1u << 30;   // bytes; the kernel counts them in 31 bits
 
         bool s_bAllowed = true;
@@ -171,7 +171,7 @@ namespace plat
                 bool const bWaited = Enter(Queue, 0, 1) >= 0;
                 if (!bWaited && errno != EINTR && errno != EAGAIN && errno != EBUSY)
                 {
-                    Queue.iDescriptor = -1;   // by now it may be another file's
+                    Queue.iDescriptor = -1;   // it may now belong to another file
                     CloseQueue(Queue);
                     return 0;
                 }

@@ -100,7 +100,7 @@ namespace plat
         }
 
         // Returns whether a register fires. Some hypervisors ignore the debug registers: the kernel grants events that
-        // never fire. The test is whether the kernel counts one access. A success is stored.
+        // never fire. The test is whether the kernel counts one access. If it does, that result is stored.
         bool IsFired()
         {
             static std::atomic<bool> s_bFired = false;

@@ -38,7 +38,7 @@ namespace plat
             return bAll;
         }
 
-        // Deletes one entry with all its contents. Returns false on failure. An entry that is gone already counts as
+        // Deletes one entry with all its contents. Returns false on failure. An entry that no longer exists counts as
         // deleted.
         bool DeleteEntry(int iFolder, char const * szName)
         {
@@ -79,9 +79,9 @@ namespace plat
             }
         }
 
-        // Empties a file that nobody holds a shared lock on, and takes such a lock. Nobody writes without the lock, so
-        // this never deletes lines of another process. The lock is exclusive for a moment only. If a foreign program
-        // holds it exclusively, the file is used without the lock.
+        // Empties a file on which no other process holds a shared lock, and takes such a lock. All writers hold the
+        // lock, so this never deletes lines of another process. The lock is exclusive for a moment only. If a foreign
+        // program holds it exclusively, the file is used without the lock.
         void EmptyUnlessShared(int iFile)
         {
             constexpr int TRIES = 1000;

@@ -18,7 +18,7 @@ namespace plat
     namespace
     {
         // Excludes other writers that claim the file. Returns false if one has claimed it. On a file system without
-        // such locks it excludes nobody.
+        // such locks it has no effect.
         bool Claim(int iDescriptor)
         {
             return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
@@ -67,7 +67,7 @@ namespace plat
         return ftruncate(DescriptorOf(hFile), static_cast<off_t>(nBytes)) == 0;
     }
 
-    // The claim ends even if a forked child still has a copy. An interrupted close has closed the file all the same.
+    // The claim ends even if a forked child still has a copy. A close that was interrupted has closed the file.
     bool FileFinish(File_t hFile)
     {
         flock(DescriptorOf(hFile), LOCK_UN);

@@ -45,8 +45,8 @@ namespace plat
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
         constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // dNames can be read this far after any character
 
-        // Returns whether an entry without facts belongs in the listing. An entry that is gone does not, nor does a
-        // link to nothing or to itself.
+        // Returns whether an entry without facts belongs in the listing. It does not if it no longer exists, or if it
+        // is a link to itself or its target is missing.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
             Entry.bFailed = errno != ENOENT && errno != ENOTDIR && errno != ELOOP;
@@ -67,8 +67,8 @@ namespace plat
             return !Entry.bLink || FactsAt(iFolder, szName, 0, Entry.Facts) || FailFacts(Entry);
         }
 
-        // Reads the facts of an entry. Returns whether the entry belongs in the listing. A folder, or what is not a
-        // file, gets only its kind, which needs no system call for the entry.
+        // Reads the facts of an entry. Returns whether the entry belongs in the listing. A folder, a pipe, a socket or
+        // a device gets only its kind, which needs no system call for the entry.
         bool FactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
         {
             switch (Raw.d_type)

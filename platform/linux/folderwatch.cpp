@@ -48,8 +48,8 @@ namespace plat
             IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_EXCL_UNLINK;
 
         // Returns the state of a file in a folder that was created at tMade. A file that is no older, has contents and
-        // has no writer counts as changed. For one that is empty or still being written, its close will decide. An
-        // older file was renamed.
+        // has no writer counts as changed. If it is empty or still being written, its later close decides. An older
+        // file was renamed.
         File_s LookAtNewFile(int iFolder, char const * szName, FileTime_t tMade)
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -133,7 +133,7 @@ namespace plat
         std::string m_sRoot;
         std::unordered_map<int, Folder_s> m_dFolders;   // by the kernel's number of the watch
         std::vector<Change_s> m_dChanges;               // of the present batch, in order
-        std::unordered_set<std::string> m_dKept;        // paths of files that are gone but whose names stay known
+        std::unordered_set<std::string> m_dKept;        // paths of deleted or renamed files whose names are kept
         std::vector<Detached_s> m_dDetached;
         std::vector<Displaced_s> m_dDisplaced;
         std::vector<ToAdd_s> m_dLater;   // could not be reached by the paths known at that time
@@ -280,8 +280,9 @@ namespace plat
             m_Drop, [](void * pTree) { static_cast<Tree_c *>(pTree)->Abandon(); }, this);
     }
 
-    // The child of a fork has the parent's queue. It must not read its events or keep it alive. The number is replaced
-    // by a pipe, which can't be confused with another file, so that it stays the watch's.
+    // The child of a fork has the parent's queue. It must not read its events or keep it alive. A pipe replaces the
+    // queue under the same descriptor number, so that the number still belongs to the watch. A pipe can't be confused
+    // with another file.
     void FolderWatch_c::Tree_c::Abandon()
     {
         int dEnds[2];
@@ -415,7 +416,7 @@ namespace plat
     }
 
     // Handles a path that leads to a folder which is watched already. Unless the path is another link, the folder was
-    // moved here. That event is still to come, or never comes because nobody watched here.
+    // moved here. The event of that move may follow. It never follows if this place was not watched at the time.
     void FolderWatch_c::Tree_c::Relocate(std::string const & sPath, ToAdd_s const & ToAdd)
     {
         int const iKnown = NumberOf(sPath);
@@ -454,7 +455,7 @@ namespace plat
     }
 
     // Puts a folder without a parent into one, and replaces the folder that had the name there. Returns false if the
-    // parent lies below it, through a link that moved along. Then nothing leads to either any more.
+    // parent lies below it, through a link that moved along. Then no path leads to either any more.
     bool FolderWatch_c::Tree_c::Place(int iFolder, int iParent, std::string const & sName)
     {
         if (IsBelow(iParent, iFolder))
@@ -473,7 +474,7 @@ namespace plat
     }
 
     // Records the names in a folder. The folder is watched already, so that no change in between is missed. Returns
-    // false if another folder has its path by now.
+    // false if another folder now has its path.
     bool FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
         std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {
@@ -676,8 +677,8 @@ namespace plat
         }
     }
 
-    // Returns the folder that had the name before another one took it. Returns NO_FOLDER if there is none or it is
-    // gone.
+    // Returns the folder that had the name before another one took it. Returns NO_FOLDER if there is none or it no
+    // longer exists.
     int FolderWatch_c::Tree_c::TakeDisplaced(int iParent, char const * szName)
     {
         auto const itDisplaced = std::find_if(m_dDisplaced.begin(), m_dDisplaced.end(),
@@ -691,7 +692,8 @@ namespace plat
         return m_dFolders.contains(iFolder) ? iFolder : NO_FOLDER;
     }
 
-    // Keeps the name of a file that may be gone. Stores its path, because its folder may go too and come again.
+    // Keeps the name of a file that may no longer exist. Stores its path, because its folder may be deleted and created
+    // again.
     void FolderWatch_c::Tree_c::Keep(int iFolder, std::string const & sName)
     {
         if (m_fnKeep(sName.c_str()) && m_dKept.size() < MAX_KEPT)

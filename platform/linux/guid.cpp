@@ -158,8 +158,8 @@ namespace plat
                 m_dSockets[m_nSequences++ % SOCKETS].Reset(iSocket);
             }
 
-            // Runs every second, and at once after a new source is set. Takes another sequence if the host
-            // closed the socket. An address that is not global may have got better.
+            // Runs every second, and at once after a new source is set. Chooses another sequence if the host closed the
+            // socket. If the address is not global, reads the interfaces again, because a global one may have appeared.
             void Check(std::uint64_t tNow)
             {
                 if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)

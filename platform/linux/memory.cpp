@@ -15,7 +15,8 @@ namespace plat
         constexpr std::uintptr_t SIGNAL_SET = 8;   // bytes of the kernel's set of signals, which is read aligned
 
         // Returns whether the aligned 8 bytes around an address can be read. Requires that they are not at address 0.
-        // The system reads the set of signals there before it refuses NO_SUCH_WAY, so it never applies the set.
+        // The system reads the set of signals there, then refuses the operation NO_SUCH_WAY, so it never applies the
+        // set.
         bool IsReadable(std::uintptr_t iAddress)
         {
             constexpr int NO_SUCH_WAY = -1;

@@ -166,7 +166,7 @@ namespace plat
         g_fnPureCall = fnHandler;
     }
 
-    // Nobody waits for the new process, so its entry in the list of processes stays until this process ends.
+    // The new process is not waited for, so its entry in the list of processes stays until this process ends.
     bool ProcessStart(char const * szProgram)
     {
         auto const Spawn = [](char const * szPath)

@@ -91,14 +91,13 @@ namespace plat
         using Record_t = std::unordered_map<std::string, FolderNames_c, KeyHash_s, std::equal_to<>>;
 
         // Created with the first recorded name, so that it can be used before and after the life of static objects. A
-        // path never waits for the lock: the folders have what the record would say, and a thread that crashes may hold
-        // the lock.
+        // path never waits for the lock, because a crashed thread may hold it. Without the record the folders are read.
         constinit Lock_c g_RecordLock;
         ForkLock_c const g_RecordForkLock(g_RecordLock);
         constinit bool g_bInRecord = false;
         constinit Record_t * g_pRecord = nullptr;
 
-        // One use of the record. A thread that uses the record already gets no second use.
+        // One use of the record. A thread that already uses the record can't begin a second use.
         class RecordUse_c
         {
         public:
@@ -148,14 +147,15 @@ namespace plat
             return itFolder != g_pRecord->end() ? itFolder->second : (*g_pRecord)[std::string(Folder.Get())];
         }
 
-        // Returns whether a name is a link that leads nowhere, which listings leave out.
+        // Returns whether a name is a link whose target is missing, which listings leave out.
         bool LeadsNowhere(int iFolder, char const * szName)
         {
             struct stat Stat;
             return fstatat(iFolder, szName, &Stat, 0) != 0 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP);
         }
 
-        // Returns sorted names without those links to nowhere that differ from a neighbour in case only.
+        // Returns sorted names without those links whose target is missing and whose names differ from a neighbour in
+        // case only.
         std::vector<char const *> WithoutLinksToNowhere(int iFolder, std::vector<char const *> const & dNames)
         {
             std::vector<char const *> dKept;
@@ -205,8 +205,9 @@ namespace plat
             return iError != ENOENT && iError != ENOTDIR && iError != EACCES && iError != ELOOP;
         }
 
-        // Overwrites szName with the first entry, in the order of listings, that has its folded name; a link that leads
-        // nowhere comes last. Returns false, with errno, if there is none or the folder can't be read to its end.
+        // Overwrites szName with the first entry, in the order of listings, that has its folded name. A link whose
+        // target is missing is used only if there is no other entry. Returns false, with errno, if there is none or the
+        // folder can't be read to its end.
         bool FindInFolder(int iFolder, char * szName)
         {
             bool bFound = false, bNowhere = false;
