@@ -181,7 +181,8 @@ namespace
         return plat::NetAddress_e::Global;
     }
 
-    // Uses an address that the maker assigned, whatever this machine has. Without one each call would warn.
+    // Uses an address that a maker of hardware assigned, even if this machine has none. Without one each call would
+    // warn.
     void GuidOurs(benchmark::State & State)
     {
         plat::NetAddressSource_t const fnPrevious = plat::NetAddressSetSource(GlobalAddress);

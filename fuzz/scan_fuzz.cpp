@@ -154,7 +154,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         std::string const sKey(*pSlot->pName);
         File_c * const pFile = pSlot->pObject;
         Require(Model.Files.contains(sKey) && pFile->bDuplicate == Model.Duplicates.contains(sKey));
-        bool const bOpen = FileOpen(pFile);   // a cut name leads nowhere
+        bool const bOpen = FileOpen(pFile);   // no file has the cut name
         std::string const sPath(pFile->pData, pFile->pData + (bOpen ? pFile->iLength : 0));
         Require(bOpen ? sPath == fs::canonical(Model.Files[sKey]) : sKey.size() == 127);
         FileClose(bOpen ? pFile : nullptr);

@@ -64,7 +64,7 @@ namespace plat
     /// lock, so a fault filter may call it.
     ZQ_API void DialogPrint(char const * szCaption, char const * szText);
 
-    /// Returns whether somebody can answer: at a host's dialog or at a terminal.
+    /// Returns whether a user can answer: at a host's dialog or at a terminal.
     ZQ_API bool DialogIsAttended();
 
     /// Replaces the dialog; null restores the default. Returns the previous one.

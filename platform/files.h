@@ -151,7 +151,7 @@ namespace plat
         FileFacts_t Facts;               // all facts of a regular file or of a link's target, otherwise only the kind
     };
 
-    /// Identifies a folder, whatever path led to it.
+    /// Identifies a folder: equal for all paths that lead to it.
     struct FolderIdentity_t
     {
         std::uint64_t iVolume = 0;

@@ -1,6 +1,6 @@
 // operators.h: the language's operators new and delete that a process is bound to.
 //
-// They need not be the library's: another module's may come first, and a checker has its own.
+// They may be those of another module that comes first, or of a checker, instead of the library's.
 #pragma once
 
 #include <cstddef>

@@ -78,7 +78,7 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
 {
     ExpectComplaints(1);
     Make({ { "gone.bin", "x" }, { "folder.bin", "x" }, { "huge.bin", "x" }, { "empty.bin", "" } });
-    fs::create_symlink("/sys/devices/system/cpu/online", Folder.Join("short.bin"));   // a page, whatever it holds
+    fs::create_symlink("/sys/devices/system/cpu/online", Folder.Join("short.bin"));   // a page with any contents
     ASSERT_TRUE(Scan());
     fs::remove(Folder.Join("gone.bin"));
     fs::remove(Folder.Join("folder.bin"));

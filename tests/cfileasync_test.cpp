@@ -21,7 +21,8 @@ protected:
         }
     };
 
-    // A file whose read lasts until somebody waits for it: whether the reading thread was idle before and after.
+    // A file whose read lasts until a thread waits for it. Records whether the reading thread was idle before and
+    // after.
     struct AwaitedFile_s : FileOnDisk_c
     {
         bool Open(void *) override

@@ -245,7 +245,7 @@ TEST_F(FileCacheTest, WhatAKilledSaveLeavesIsNeverRegistered)
 TEST_F(FileCacheTest, IsWrittenOfWholeScansOnlyAndASecondFailingReadScans)
 {
     Make({ { "media/good", "" }, { "media/sub/in", "" }, { "media/c.bin", "old" } });
-    // A link that the system can't follow, for want of the right, is one bad entry of its folder.
+    // A link that the system may not follow, for lack of a right, is one bad entry of its folder.
     fs::create_symlink("sub/closed/x", Folder.Join("media/bad"));
     fs::permissions(Folder.MakeFolder("media/sub/closed"), fs::perms::none);
     auto const KeysAsUser = [this](std::string const & sExpected)

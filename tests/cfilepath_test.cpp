@@ -121,7 +121,7 @@ TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
     g_sExcludedFolders.Reset();
 }
 
-// A link that leads nowhere is not seen, so what it differs from in case only is found.
+// A link whose target is missing is skipped, so an entry whose name differs from it in case only is found.
 TEST_F(FilePathTest, AFileBesideALinkToNothingOpens)
 {
     Make({ { "One.txt", "one" }, { "Two.txt", "two" }, { "Three.txt", "three" } });

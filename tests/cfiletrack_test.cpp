@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
         Program_t{ "vim", "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
         Program_t{ "rsync", "rsync -I b.txt sub/c.txt", "c.txt" },
         Program_t{ "sh", "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
-        // No callback: a name is made, is deleted, or goes to a free place.
+        // No callback: a file is created, is deleted, or is renamed to a free name.
         Program_t{ "touch", "rm a.txt && touch a.txt", "" },
         Program_t{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
         Program_t{ "mv", "mv sub dir; mv loop/d.csv d", "" },
@@ -112,7 +112,7 @@ TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
     TempFolder_c const Outside;
     fs::create_directory_symlink(Outside.GetPath(), Folder.MakeFolder("b") + "/link");
     Track();
-    ASSERT_TRUE(Run("mkdir n; mv sub n"));   // nobody watched n when sub came
+    ASSERT_TRUE(Run("mkdir n; mv sub n"));   // n was not watched when sub appeared
     EXPECT_EQ(Told(), "");
     ASSERT_TRUE(Run("echo x > n/sub/c.txt"));
     EXPECT_EQ(Told(), "c.txt");
@@ -227,7 +227,7 @@ TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });
     EXPECT_EQ(Told(), "a.txt");
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
-    Track();   // and in place of a watch that is on
+    Track();   // and instead of a watch that is on
     FileTrackChanges((Folder.GetPath() + "\\SUB").c_str());
     EXPECT_EQ(g_dOpenTracks.GetLength(), 1);
     ASSERT_TRUE(Run("echo x > a.txt; echo x > sub/c.txt"));

@@ -212,7 +212,7 @@ TEST_F(Logs, ListenersAreCalledFromTheLastAddedToTheFirst)
     Log("nobody again");
     EXPECT_EQ(std::exchange(g_sTrace, ""), "B1A1B%iA%i");
 
-    LogInit();   // no folder, then a file that can't be opened: the other listeners go on
+    LogInit();   // no folder, then a file that can't be opened: the other listeners continue
     EXPECT_EQ(g_pMessageLogFile, nullptr);
     OpenMainLog(L"missing/message.log");
     EXPECT_EQ(g_pMessageLogFile, nullptr);

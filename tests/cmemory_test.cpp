@@ -94,7 +94,7 @@ TEST(Memory, PeaksStayWhenBlocksGoAndNewOnesStayBelow)
     auto const Peaks = []
     {
         Figures_s const Now;
-        mem::CategoryInfo const & Info = Now.d[mem::Generator];   // nobody else's
+        mem::CategoryInfo const & Info = Now.d[mem::Generator];   // nothing else here uses it
         return std::tuple(Info.iMaxCount, Info.iMaxBytes, Now.iMaxBytes);
     };
     constexpr std::size_t NEW_PEAK = std::size_t{ 64 } << 20;
@@ -127,7 +127,7 @@ TEST(Memory, AnEndedThreadLeavesNoCategoryToTheNext)
         });
 }
 
-// A fence follows the caller's bytes directly, whatever the alignment leaves there.
+// A fence follows the caller's bytes directly, with every alignment.
 TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
 {
     static std::string s_sReports;
@@ -219,7 +219,7 @@ TEST(Memory, TrackingStartsOnceAndEndsOnce)
         LogToStandardError();
         g_silentMode = true;
         MemoryDone();
-        EXPECT_EQ(New(SIZE_MAX), nullptr);   // nobody aborts any more
+        EXPECT_EQ(New(SIZE_MAX), nullptr);   // no failure aborts any more
         MemoryDone();
     };
     EXPECT_EXIT(EndTwice(), testing::ExitedWithCode(1), "g_MemoryInit == true && \"ModuleInit expected\"");

@@ -125,7 +125,7 @@ TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
     MemoryLogAllocations();
     std::array<std::size_t, 5> dCounts = TallyOf(Folder.Read("allocations.csv"));
 
-    // The bytes of a block and the class that it is to be counted in: 0 to 3, or -1.
+    // The bytes of a block and the class that must count it: 0 to 3, or -1.
     constexpr std::pair<std::size_t, int> BLOCKS[] = { { 0, 0 }, { 64, 0 }, { 65, 1 }, { 128, 1 }, { 129, 2 },
         { 257, 3 }, { 512, 3 }, { 513, -1 } };
     void * dBlocks[std::size(BLOCKS) + 3] = { plat::HeapAlloc(3, MEMORY_CRT_BLOCK, "other kind", 1),

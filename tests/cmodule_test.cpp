@@ -81,7 +81,7 @@ TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
         "c shutdown\nc has been shutdown in 0.00 sec\nb shutdown\nb has been shutdown in 0.00 sec\n"
         "a shutdown\na has been shutdown in 0.00 sec\nAll modules have been shutdown in 0.00 sec\n");
     EXPECT_EACH(!a.IsInitialized(), c.GetInitOrder() == 2);
-    m_Log.Clear();   // nobody is registered any more
+    m_Log.Clear();   // no receiver is registered any more
     EXPECT_TRUE(Module_c::InitializeAllModules());
     Module_c::HeartbeatAllModulesIdle();
     Module_c::ShutdownAllModules();

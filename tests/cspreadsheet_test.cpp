@@ -68,7 +68,7 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrReportsWhatIsWrong)
         { "a,1,,2,", "a|\n1|\n2|", { { ',', ',' } } },
         { "a\"b\n\"1\"\"2\n", "a|b|\n|1|", { { '\n', '"' } } },
         { "a\na\n1\n", "||\n||\n1||", { { '\n', 'a' } } },
-        // An error in the head leaves what was read, and the row goes on after the token that stopped it.
+        // An error in the head keeps what was read. The next row begins after the token that stopped the head.
         { "a b\tc,d\n1\n", "a b|\n|\n1|" },
         { "\"a\"b,c\n1\n", "a|\n|\n1|" },
         { "a,b\"", "a|b\"|" },

@@ -27,7 +27,7 @@ TEST(String, ComparesWithAndWithoutRegardToCase)
     EXPECT_EACH(s == "abcdef", s != "ABCDEF", s == String_T<16>(s));
     EXPECT_EQ(s.StrPos("CD"), -1);
     EXPECT_EQ(String_T<8>("aaa").StrLastPos("aa"), 1);
-    s = "mIxEd \xC4";   // a byte above ASCII is left alone
+    s = "mIxEd \xC4";   // a byte above ASCII is unchanged
     s.ToUpper();
     EXPECT_STREQ(s, "MIXED \xC4");
     s.ToLower();

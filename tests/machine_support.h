@@ -136,7 +136,7 @@ inline bool ExchangeFiles(std::string const & sA, std::string const & sB)
     return renameat2(AT_FDCWD, sA.c_str(), AT_FDCWD, sB.c_str(), RENAME_EXCHANGE) == 0;
 }
 
-/// Limits the "watches" or "instances" of this process, for good. Returns false if the system refuses.
+/// Limits the "watches" or "instances" of this process until it ends. Returns false if the system refuses.
 inline bool LimitWatches(std::string const & sWhat, int nLimit)
 {
     return unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/sys/user/max_inotify_" + sWhat) << nLimit << std::flush;
@@ -177,7 +177,7 @@ inline bool AreOpen(std::vector<int> const & dHandles)
     return std::ranges::all_of(dHandles, [](int i) { return fcntl(i, F_GETFD) >= 0; });
 }
 
-/// Returns whether the calling thread runs only while no other one wants to.
+/// Returns whether the calling thread runs only while no other thread needs the processor.
 inline bool IsIdleThread()
 {
     return sched_getscheduler(0) == SCHED_IDLE;

@@ -218,7 +218,7 @@ TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
                 ++s_dGuarded[0];
                 Held.arrive_and_wait();
                 s_Forking.Wait();
-                std::this_thread::sleep_for(std::chrono::milliseconds(60));   // the fork has the other one by now
+                std::this_thread::sleep_for(std::chrono::milliseconds(60));   // the fork now holds the other one
                 plat::SpellingsForget();                                      // enters a lock of the library
                 plat::LockScope_c const Again(*pWanted);
                 ++s_dGuarded[1];

@@ -76,7 +76,7 @@ pid_t StartChild(std::function<int()> const & fnRun)
     pid_t const iChild = fork();
     if (iChild == 0)
     {
-        alarm(60);   // ends it should the test not come to it
+        alarm(60);   // ends it if the test does not
         _exit(fnRun());
     }
     return iChild;

@@ -211,7 +211,7 @@ private:
     std::filesystem::path const m_Previous = std::filesystem::current_path();
 };
 
-/// Prints all that is logged from now on; for processes that are to end.
+/// Prints all that is logged from now on. For processes that the test ends.
 void LogToStandardError();
 
 /// Collects the lines that any thread logs during a scope. Scopes may nest: the innermost collects. LogDone within the
@@ -260,7 +260,7 @@ private:
 std::string FailedConditions(std::function<void()> const & fnCall);
 
 /// Answers dialogs during a scope and keeps their texts. The answers are used in order. After the last one, and without
-/// any, each dialog gets the answer that lets the program go on (Ignore, No, OK).
+/// any, each dialog gets the answer that lets the program continue (Ignore, No, OK).
 class DialogScript_c
 {
 public:

@@ -84,7 +84,7 @@ namespace
         Map.pMap = Field.pBytes;
     }
 
-    // Computes the size that holds both. Returns false if nothing is to grow, or if the size is not allowed.
+    // Computes the size that holds both. Returns false if nothing has to grow, or if the size is not allowed.
     bool GrownExtent(Extent_s const & Old, Extent_s const & Wanted, Extent_s & New)
     {
         if (Wanted.iX < 1 || Wanted.iY < 1 || Wanted.iZ < 1)

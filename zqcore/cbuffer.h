@@ -32,7 +32,7 @@ public:
     Buffer_c() = default;
     virtual ~Buffer_c();
 
-    /// Returns the first byte. May return null if the length is 0. The bytes are to be read only.
+    /// Returns the first byte. May return null if the length is 0. The caller must not write to the bytes.
     virtual void * GetBufferData() const = 0;
 
     /// Returns the number of bytes.

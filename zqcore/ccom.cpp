@@ -12,7 +12,7 @@
 namespace
 {
     // The notes. A free note that was never used is all zeros, and the next free one is its neighbour. So the list of
-    // free notes is complete at load, and no page is touched. Its end is the address after the last note.
+    // free notes is complete at load, and no page is touched. The list ends at the address after the last note.
     constinit ComDebug_t g_dNotes[COM_REFERENCES] = {};
     constexpr ComDebug_t * NOTES_END = g_dNotes + COM_REFERENCES;
 

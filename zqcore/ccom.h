@@ -1,8 +1,8 @@
 // ccom.h: base of shared objects that count their references and know who holds them.
 //
 // An object starts without references. Each AddRef notes the holder and the source line. The Release that removes the
-// last reference disposes of the object. ComDebug and GetOwners list the references that are held, and so does the
-// complaint about an object that is deleted too early.
+// last reference disposes of the object. ComDebug, GetOwners and the complaint about an object that is deleted too
+// early list the references that are held.
 //
 // Ownership: the references own the object together. Holders are only noted, and may be any address.
 // Threads: no lock. AddRef and Release must not run at the same time anywhere in the process.

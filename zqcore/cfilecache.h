@@ -44,8 +44,8 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// - A folder whose path has become too long is logged and skipped with its files.
 ZQ_API bool FilesystemCacheLoad();
 
-/// Sets whether scans note the size and time of each folder, and FilesystemCacheSave writes them after the records, for
-/// FilesystemCacheIsCurrent. False at start. Must be called before the scan. Costs one system call for each folder.
+/// Sets whether scans store the size and time of each folder, and FilesystemCacheSave writes them after the records,
+/// for FilesystemCacheIsCurrent. False at start. Must be called before the scan. Costs one system call for each folder.
 /// ModuleFile_c::CheckCache does all of this.
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 

@@ -24,7 +24,7 @@
 
 #include "platform/filewrite.h"
 
-/// A new file that is to replace an old one.
+/// A new file that will replace an old one.
 class ZQ_API FileReplacement_c
 {
 public:
@@ -59,7 +59,7 @@ public:
     /// Also returns false if only the new name can't be synchronized; the new file is in place then.
     virtual bool Commit();
 
-    /// Returns the path of the file that is to be replaced.
+    /// Returns the path of the file that Commit replaces.
     char const * GetFile() const { return m_sFile; }
 
     /// Return the number of bytes written, and their CRC-32 (ccrc.h).

@@ -89,8 +89,8 @@ namespace
         return g_dTrackIgnoreExts.Find(sExt) != nullptr;
     }
 
-    // Waits until a file can be opened while nobody writes it. Returns false if that does not happen. A file that does
-    // not exist fails all tries without a wait: the program that writes it again causes another change.
+    // Waits until a file can be opened and no process has it open for writing. Returns false after LOCK_TRIES tries. A
+    // file that does not exist fails all tries without a wait: the program that writes it again causes another change.
     bool WaitForWriters(char const * szPath)
     {
         plat::FileLockTest_c LockTest(szPath);

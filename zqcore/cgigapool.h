@@ -182,7 +182,7 @@ public:
     int WaterMark() const { return m_Marks.Level(); }
     int HighWaterMark() const { return m_Marks.Peak(); }
 
-    /// Sets the peak to 0, whatever is in use.
+    /// Sets the peak to 0, even if elements are in use.
     void ResetHighWaterMark() { m_Marks.ClearPeak(); }
 
 private:

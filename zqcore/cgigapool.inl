@@ -72,8 +72,8 @@ inline bool GigaPoolResizeable_c::ChunkMap_c::Free(void const * pPtr, bool bArra
     return Entry.pOwner->Free(*Entry.pChunk, Entry.pGroups, iElement, bArray) || FreeSlow(pPtr, bArray);
 }
 
-/// Frees an element of a chunk, if that is all there is to do; else returns false and changes nothing. dGroups are the
-/// records of the chunk: a parameter saves reading them from there.
+/// Frees an element of a chunk if nothing else has to change; otherwise returns false and changes nothing. dGroups are
+/// the records of the chunk, passed because the caller has read them already.
 inline bool GigaPoolResizeable_c::Free(Chunk_s & Chunk, GigaGroup_c * dGroups, unsigned iElement, bool bArray)
 {
     if (!m_Open.Free(dGroups, iElement, bArray, GigaGroup_c::Last_e::Keep, m_eOpenLast)) [[unlikely]]

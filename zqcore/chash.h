@@ -2,8 +2,8 @@
 //
 // StringHash_T maps names to objects, IndexHash_T maps 32-bit keys to values that the slot holds. The chain of slots
 // that a key may occupy is fixed: it starts at the key's hash and continues in a fixed step, for two thirds of the
-// slots. File names crowd these chains. So a StringHash_T also has an index of its entries, and a lookup costs a hash
-// and one comparison however long the chain is.
+// slots. Many file names share a chain. So a StringHash_T also has an index of its entries, and a lookup costs a hash
+// and one comparison for a chain of any length.
 //
 // Ownership: a StringHash_T owns neither objects nor names, which must outlive their entries.
 // Threads: no lock. The caller must lock a table that several threads use, unless none of them changes it.

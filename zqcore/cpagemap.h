@@ -40,7 +40,7 @@ public:
     }
 
     /// Returns the value in the home slot of an address's page. That may be another page's value or a default one: the
-    /// caller must check. The fast path for values from which the caller can tell their addresses.
+    /// caller must check. The fast path if the value itself shows which addresses it belongs to.
     VALUE const & AtHome(void const * pAddress) const
     {
         constexpr int SLOT_BITS = std::bit_width(sizeof(Slot_s)) - 1;

@@ -344,8 +344,8 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
     return bFound;
 }
 
-/// Moves to the next occurrence of a text before any NUL. Returns false if there is none. Searches stretches that
-/// double in length, so the cost is linear in the distance to the nearer of the two.
+/// Moves to the next occurrence of a text before any NUL. Returns false if there is none. Searches ranges that double
+/// in length, so the cost is linear in the distance to the nearer of the two.
 bool Script_c::Find(char const * sToken)
 {
     constexpr std::size_t FIRST_STRETCH = 64;

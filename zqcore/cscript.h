@@ -112,7 +112,7 @@ public:
     char const * m_pData = "";   // text
     int m_iBytesRead = 0;        // position of the next read, in bytes
     int m_iBytesTotal = 0;       // length of the text
-    bool m_bEndOfFile = false;   // a read wanted more than was left
+    bool m_bEndOfFile = false;   // a read needed more than was left
 
 private:
     bool Read(char * pBuffer, int iCount);

@@ -128,7 +128,7 @@ namespace plat
             constexpr std::uint32_t KINDS[] = { HW_BREAKPOINT_X, HW_BREAKPOINT_W, HW_BREAKPOINT_EMPTY,
                 HW_BREAKPOINT_RW };
             constexpr std::uint64_t LENGTHS[] = { 1, 2, 8, 4 };
-            constexpr std::uint64_t EXECUTE_LENGTH = 8;   // a kernel word, whatever the program's word size
+            constexpr std::uint64_t EXECUTE_LENGTH = 8;   // a kernel word, in programs of both word sizes
 
             std::uint32_t const nAccess = Registers.GetAccess(i);
             if (nAccess == DebugRegisters_t::ACCESS_PORT

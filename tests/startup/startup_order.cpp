@@ -121,7 +121,7 @@ namespace
 
     void KeepInRuntime(char const *)
     {
-        std::ios::sync_with_stdio(false);   // new buffers for the streams, which nobody ever releases
+        std::ios::sync_with_stdio(false);   // new buffers for the streams, which are never released
         std::cout.imbue(std::locale(std::locale(), new std::numpunct<char>));
         std::cout << std::flush;
     }
