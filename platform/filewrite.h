@@ -6,8 +6,8 @@
 // - A file that does not exist is created exclusively. One that exists must be a regular file.
 // - A symbolic link as the last name is refused, not followed, wherever it leads.
 // - Pipes, sockets, devices and folders are refused, and never waited for.
-// - In a sticky folder that others may write to, a file is refused if it has a second name, or if it belongs neither to
-//   this user nor to the folder's owner.
+// - In a sticky folder that others may write to, a file is refused if it has a second name. It is also refused if it
+//   belongs neither to this user nor to the folder's owner.
 //
 // Threads: any thread.
 // Failure: nothing here logs. A function that fails leaves the reason for LastErrorText (process.h).

@@ -99,6 +99,7 @@ private:
     static ComDebug_t * m_pEmptyList;   // free notes
 };
 
+/// Call AddRef and Release of an object that must not be null. For the macros.
 inline std::uint32_t ComAddRef(ComObject_c const * pObject, void const * pOwner, char const * sFile, int iLine)
 {
     return pObject->AddRef(pOwner, sFile, iLine, pObject);

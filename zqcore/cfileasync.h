@@ -14,9 +14,8 @@
 //   set     | resident     | copied to the buffer                | yes
 //
 // "Was" means the time at which the worker serves the request. A caller with a buffer must close only if it knows that
-// the file was resident, for instance because it held a reference of its own from before the request until after it. A
-// caller that cannot know does not close: the file may then stay in memory, but no reference of another caller is
-// released.
+// the file was resident. It knows if it held a reference of its own from before the request until after it. A caller
+// that cannot know does not close: the file may then stay in memory, but no reference of another caller is released.
 //
 // Ownership: the caller owns file and buffer. Until the poll that sees a request done, the buffer must exist, and the
 //   file must not be closed, refreshed, killed or reset.

@@ -8,8 +8,8 @@
 // Ownership: a pool owns its elements, which count under the category of the moment. Reset frees those in use too.
 // Threads: no lock; one thread at a time.
 // Cost: Alloc and Free take constant time, a few nanoseconds. A pool adds 12 bytes for every 32 elements. A chunk adds
-//   up to 64 KB of address space, which counts and stays untouched, and 256 to 512 bytes for every 64 KB, or up to 2 KB
-//   if addresses collide.
+//   up to 64 KB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KB, or
+//   up to 2 KB if addresses collide.
 // Failure: Alloc returns null if a fixed pool is full or the address space is used up. Free returns false for a foreign
 //   pointer. Misuse fails an assertion and changes nothing.
 //
@@ -26,8 +26,11 @@
 class GigaMarks_c
 {
 public:
+    /// Return the two numbers.
     int Level() const { return m_iWaterMark; }
     int Peak() const { return m_iHighWaterMark; }
+
+    /// Count an element that is allocated, and one that is freed.
     void Raise()
     {
         m_iWaterMark += 1;
@@ -37,6 +40,8 @@ public:
         }
     }
     void Lower() { m_iWaterMark -= 1; }
+
+    /// Set one of the two numbers to 0.
     void ClearLevel() { m_iWaterMark = 0; }
     void ClearPeak() { m_iHighWaterMark = 0; }
 
@@ -49,8 +54,8 @@ private:
 class ZQ_API GigaPoolStatic_c
 {
 public:
-    static constexpr int GROUP_ELEMENTS = GigaGroup_c::ELEMENTS;
-    static constexpr int MAX_ELEMENTS = GigaSlab_c::MAX_ELEMENTS;
+    static constexpr int GROUP_ELEMENTS = GigaGroup_c::ELEMENTS;    // elements of a group
+    static constexpr int MAX_ELEMENTS = GigaSlab_c::MAX_ELEMENTS;   // maximum elements of a pool
 
     /// A pool without storage; Init allocates it.
     GigaPoolStatic_c() = default;

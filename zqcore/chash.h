@@ -49,6 +49,7 @@ template <int ENTRIES>
 class NameIndex_T
 {
 public:
+    /// Add and remove a slot under the hash of its name.
     void Insert(std::uint32_t iHash, int iSlot);
     void Remove(std::uint32_t iHash, int iSlot);
 
@@ -62,6 +63,7 @@ public:
     /// Returns whether the used and removed words are so many that the index must be rebuilt.
     bool IsCrowded() const { return m_nUsed > ENTRIES / 4 * 3; }
 
+    /// Removes all slots.
     void Reset();
 
 private:
@@ -100,7 +102,7 @@ public:
     };
 
     static constexpr int iMask = SIZE - 1;
-    static constexpr int iMaxProbes = SIZE * 2 / 3;
+    static constexpr int iMaxProbes = SIZE * 2 / 3;   // slots of a chain
 
     constexpr StringHash_T() = default;
 
@@ -194,7 +196,7 @@ class IndexHash_T
 
 public:
     static constexpr int iMask = SIZE - 1;
-    static constexpr int iMaxProbes = SIZE * 2 / 3;
+    static constexpr int iMaxProbes = SIZE * 2 / 3;   // slots of a chain
 
     constexpr IndexHash_T() = default;
 
@@ -204,6 +206,7 @@ public:
     /// Returns a pointer to the value of a key, or null.
     V * Find(std::uint32_t iKey);
 
+    /// Returns the number of entries.
     int GetCount() const { return m_nEntries; }
 
     /// Removes all entries. Touches no memory of an empty table.

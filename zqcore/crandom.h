@@ -38,6 +38,7 @@ public:
     RandomNumber_c(RandomNumber_c const &) = delete;
     RandomNumber_c & operator=(RandomNumber_c const &) = delete;
 
+    /// Set and return the seed, which is the whole state.
     void SetSeed(unsigned int nNewSeed) { nSeed = nNewSeed; }
     unsigned int GetSeed() const { return nSeed; }
 

@@ -146,6 +146,7 @@ public:
     /// it. A stored length that is negative or does not fit asserts and fails the archive; the buffer stays unchanged.
     void SerializeString(char * sBuffer, int iBufLength);
 
+    /// Does the same with the buffer of a string.
     template <int N>
     void SerializeString(String_T<N> & sValue)
     {
@@ -155,6 +156,7 @@ public:
     /// Stores or loads three lanes of a vector. The fourth is neither stored nor changed.
     void SerializeVector3(__m128 & vValue);
 
+    /// Return the direction, and whether the archive has failed.
     bool IsReading() const { return m_bIsReading; }
     bool IsFailed() const { return m_bFailed; }
 

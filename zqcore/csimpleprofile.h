@@ -27,6 +27,7 @@ inline constexpr int SIMPLE_PROFILE_CONTEXT_TOTAL = 3;
 /// Depth of a context's stack of kinds, and of the stack of contexts.
 inline constexpr int SIMPLE_PROFILE_STACKSIZE = 32;
 
+/// Contexts.
 enum SimpleProfileContext_e : int
 {
     SIMPLE_PROFILE_CONTEXT_0,
@@ -35,6 +36,7 @@ enum SimpleProfileContext_e : int
     SIMPLE_PROFILE_CONTEXT_CURRENT   // for push and pop: the context pushed last, or context 1
 };
 
+/// Kinds of work.
 enum SimpleProfileType_e : int
 {
     SIMPLE_TIMER_SERVER,

@@ -45,8 +45,11 @@ public:
     /// Returns the buffer of N bytes, for a callee that writes terminated text.
     char * GetBuffer() { return m_sText; }
 
+    /// Returns the number of characters, without the terminator.
     int Length() const;
     bool IsEmpty() const { return m_sText[0] == '\0'; }
+
+    /// Returns N: the characters that fit, plus the terminator.
     static constexpr int Capacity() { return N; }
 
     /// Exact comparison, with any capacity. Asserts that sTxt is not null; a null equals nothing.
@@ -89,6 +92,7 @@ public:
     /// of the text.
     String_T SubStr(int iStart, int iCount) const;
 
+    /// Fold the ASCII case of the whole text in place.
     void ToLower();
     void ToUpper();
 

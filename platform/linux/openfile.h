@@ -97,8 +97,8 @@ namespace plat
     /// - With O_EXCL as well, an existing file of any spelling is refused.
     /// - O_TRUNC empties a file that passed.
     ///
-    /// Returns -1 on failure. errno is ELOOP for a link as the last name, and EINVAL for what is not a regular file. It
-    /// is EACCES for a file in a sticky folder that others may write to, if the file has a second name, or if neither
-    /// this user nor the folder's owner owns it.
+    /// Returns -1 on failure. errno is ELOOP for a link as the last name, and EINVAL for what is not a regular file. In
+    /// a sticky folder that others may write to, it is EACCES if the file has a second name, or if neither this user
+    /// nor the folder's owner owns it.
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode);
 }
