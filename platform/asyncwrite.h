@@ -17,7 +17,7 @@ namespace plat
     {
     public:
         /// Sets whether files that are created from now on may be written while their thread continues. True at start.
-        static void AllowBeside(bool bAllow);
+        static void AllowConcurrent(bool bAllow);
 
         constexpr AsyncFile_c() = default;
         ~AsyncFile_c() { Close(); }

@@ -62,7 +62,7 @@ namespace
         Profiler() { StartModule(ModuleProfiler_c::Get()); }
         ~Profiler() override
         {
-            plat::AsyncFile_c::AllowBeside(true);
+            plat::AsyncFile_c::AllowConcurrent(true);
             Module_c::ShutdownAllModules();
         }
 
@@ -202,7 +202,7 @@ TEST_F(Profiler, LeavesOutWhatFindsNoRoom)
 class ProfilerStats : public Profiler
 {
 protected:
-    ProfilerStats() { plat::AsyncFile_c::AllowBeside(GetParam()); }
+    ProfilerStats() { plat::AsyncFile_c::AllowConcurrent(GetParam()); }
 
     void SetUp() override { SKIP_IF(GetParam() && !HasRequestQueue(), "the kernel has no queue of requests"); }
 

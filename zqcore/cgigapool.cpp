@@ -186,7 +186,7 @@ inline void GigaSlab_c::Free(unsigned iElement)
         Unchain(m_iFullList, iGroup);
         Chain(m_iFreeList, iGroup);
     }
-    m_pGroups[iGroup].FreeAnyway(iElement);
+    m_pGroups[iGroup].FreeUnchecked(iElement);
 }
 
 void GigaPoolStatic_c::Init(int iElements, int iElementSize)

@@ -61,7 +61,7 @@ public:
     bool Free(unsigned iElement, bool bArray, Last_e eLast);
 
     /// Frees an element in any case.
-    void FreeAnyway(unsigned iElement) { SetMasks(Masks() & ~BothBits(iElement)); }
+    void FreeUnchecked(unsigned iElement) { SetMasks(Masks() & ~BothBits(iElement)); }
 
     /// Copies the masks but not the links.
     void CopyMasks(GigaGroup_c const & Other) { SetMasks(Other.Masks()); }

@@ -177,7 +177,7 @@ namespace
     {
         std::int64_t tBest = 1;
         int iBest = -1;
-        auto const Look = [&](int iFrom, int iTo)
+        auto const Scan = [&](int iFrom, int iTo)
         {
             for (int i = iFrom; i < iTo; ++i)
             {
@@ -186,8 +186,8 @@ namespace
                 iBest = bBetter ? i : iBest;
             }
         };
-        Look(iOldest + 1, PROFILER_FRAMES);
-        Look(0, iOldest);
+        Scan(iOldest + 1, PROFILER_FRAMES);
+        Scan(0, iOldest);
         Timer.iMaxSlot = iBest;
         Timer.tMax = iBest >= 0 ? tBest : 0;
         Timer.nAtMax = iBest >= 0 ? Timer.dFrames[iBest].nCalls : 0;

@@ -12,7 +12,7 @@
 namespace
 {
     constexpr char const * NO_TEXT = "there is no text";
-    constexpr char const * TWICE = "a text is open already";
+    constexpr char const * ALREADY_OPEN = "a text is open already";
 }
 
 void CharacterSet_c::Clear()
@@ -20,11 +20,11 @@ void CharacterSet_c::Clear()
     SetRange(0, 0xFF, false);
 }
 
-void CharacterSet_c::SetRange(unsigned char cFirst, unsigned char cLast, bool bHere)
+void CharacterSet_c::SetRange(unsigned char cFirst, unsigned char cLast, bool bMember)
 {
     for (int c = cFirst; c <= cLast; ++c)
     {
-        m_dFlags[c] = bHere;
+        m_dFlags[c] = bMember;
     }
 }
 
@@ -82,7 +82,7 @@ bool SimpleTextParser_c::Open(char const * pBegin, char const * pEnd)
     }
     if (m_pBegin)
     {
-        return Refuse("SimpleTextParser_c::Open : reentry. Was opened yet.", TWICE);
+        return Refuse("SimpleTextParser_c::Open : reentry. Was opened yet.", ALREADY_OPEN);
     }
     if (char const * const szReason = TextSkipMark(pBegin, pEnd))
     {
@@ -110,7 +110,7 @@ bool SimpleTextParser_c::Open(char const * pText, int iLength)
     }
     if (m_pBegin)
     {
-        return Refuse("SimpleTextParser_c::Open( const char *, int ) : reentry. Was opened yet.", TWICE);
+        return Refuse("SimpleTextParser_c::Open( const char *, int ) : reentry. Was opened yet.", ALREADY_OPEN);
     }
     return Open(pText, pText + iLength);
 }

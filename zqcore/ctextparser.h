@@ -36,7 +36,7 @@ public:
     ZQ_API void Clear();
 
 private:
-    ZQ_API void SetRange(unsigned char cFirst, unsigned char cLast, bool bHere);
+    ZQ_API void SetRange(unsigned char cFirst, unsigned char cLast, bool bMember);
 
     bool m_dFlags[256] = {};
 };

@@ -124,7 +124,7 @@ namespace plat
         {
         public:
             KeyLock_c(Change_c & Change, StoreHandle_t hFolder)
-                : m_Folder(hFolder != STORE_NONE ? StoreOpenAnew(hFolder) : STORE_NONE)
+                : m_Folder(hFolder != STORE_NONE ? StoreReopen(hFolder) : STORE_NONE)
             {
                 if (m_Folder.IsOpen() && !Change.Lock(m_Folder.Get(), m_bAlone))
                 {
@@ -334,7 +334,7 @@ namespace plat
                 return false;
             }
             Victim.Parent.Reset(
-                bItself ? OpenKey(hKey->eTree, sParent, false) : OpenFrom(StoreOpenAnew(hFolder), sParent, false, {}));
+                bItself ? OpenKey(hKey->eTree, sParent, false) : OpenFrom(StoreReopen(hFolder), sParent, false, {}));
             Victim.Key.Reset(
                 Victim.Parent.IsOpen() ? StoreOpenFolder(Victim.Parent.Get(), Victim.sFile.c_str()) : STORE_NONE);
             Victim.sListed = bItself || !RemoveFirstName(sParent).empty() ? std::string_view() : sLast;
@@ -383,7 +383,7 @@ namespace plat
         {
             std::vector<Level_s> dLevels;
             Victim_s Now;   // the present key; its parent is open only while it is deleted
-            Now.Key.Reset(StoreOpenAnew(Top.Key.Get()));
+            Now.Key.Reset(StoreReopen(Top.Key.Get()));
             bool bGood = Now.Key.IsOpen() && PushLevel(dLevels, Top.sFile, Now.Key.Get());
             while (bGood && (dLevels.size() > 1 || !dLevels.back().dLeft.empty()))
             {

@@ -85,7 +85,7 @@ namespace plat
 
     KeyContents_s ReadKeyContents(StoreHandle_t hFolder)
     {
-        StoreScope_c const Folder(StoreOpenAnew(hFolder));
+        StoreScope_c const Folder(StoreReopen(hFolder));
         Reading_s Reading{ Folder.Get(), {} };
         Reading.Contents.bRead = Folder.IsOpen() && StoreList(Folder.Get(), AddEntry, &Reading);
         return std::move(Reading.Contents);

@@ -113,7 +113,7 @@ namespace plat
 
     /// Opens a folder a second time, with locks and a reading position of its own. Returns STORE_NONE on failure, for
     /// instance if the folder was deleted.
-    StoreHandle_t StoreOpenAnew(StoreHandle_t hFolder);
+    StoreHandle_t StoreReopen(StoreHandle_t hFolder);
 
     /// Creates a folder in a folder and returns true. On failure returns false; errno is EEXIST if anything has the
     /// name.

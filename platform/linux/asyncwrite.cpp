@@ -184,7 +184,7 @@ namespace plat
         }
     }
 
-    void AsyncFile_c::AllowBeside(bool bAllow)
+    void AsyncFile_c::AllowConcurrent(bool bAllow)
     {
         s_bAllowed = bAllow;
     }

@@ -35,7 +35,7 @@ namespace plat
         }
 
         // Returns whether a path still names an open file. Sets errno if not.
-        bool IsStill(DiskPath_c & Path, int iFile)
+        bool StillNames(DiskPath_c & Path, int iFile)
         {
             struct stat Named, Open;
             if (StatOf(Path, Named) != 0 || fstat(iFile, &Open) != 0)
@@ -118,7 +118,7 @@ namespace plat
     {
         int const iFile = DescriptorOf(hFile);
         DiskPath_c From(szFrom);
-        if (!IsStill(From, iFile))
+        if (!StillNames(From, iFile))
         {
             return false;
         }
@@ -223,7 +223,7 @@ namespace plat
                 return errno == EWOULDBLOCK ? HELD : FAILED;
             }
             DiskPath_c Path(szPath);
-            if (IsStill(Path, File.Get()))
+            if (StillNames(Path, File.Get()))
             {
                 m_hFile = HandleOf(File.Release());
                 m_bLeft = !bNew;
@@ -242,7 +242,7 @@ namespace plat
         }
         int const iFile = DescriptorOf(m_hFile);
         DiskPath_c Path(szPath);
-        if (IsStill(Path, iFile))
+        if (StillNames(Path, iFile))
         {
             unlinkat(AT_FDCWD, Path.Get(), 0);
         }

@@ -199,11 +199,11 @@ namespace plat
             return false;
         }
         Descriptor_c const File(DescriptorOf(hFile));
-        bool const bStill = m_bSeen && Facts.nSize == m_Seen.nSize && Facts.tLastWrite == m_Seen.tLastWrite;
+        bool const bUnchanged = m_bSeen && Facts.nSize == m_Seen.nSize && Facts.tLastWrite == m_Seen.tLastWrite;
         m_Seen = Facts;
         m_bSeen = true;
         Writers_e const eWriters = WritersOf(File.Get());
-        return eWriters == Writers_e::None || (eWriters == Writers_e::Unknown && bStill);
+        return eWriters == Writers_e::None || (eWriters == Writers_e::Unknown && bUnchanged);
     }
 
     bool FileGetFacts(File_t hFile, FileFacts_t & Facts)

@@ -163,14 +163,14 @@ namespace plat
     // Makes room for nBytes more in dNames. The entries then point into the new block.
     ZQ_COLD void FolderListing_c::Contents_s::GrowNames(std::size_t nBytes)
     {
-        std::vector<char> dGrown;
-        dGrown.reserve(std::max(NAME_BYTES_AT_FIRST, dNames.size() * 2 + nBytes + KEY_BYTES));
-        dGrown.assign(dNames.begin(), dNames.end());
+        std::vector<char> dLarger;
+        dLarger.reserve(std::max(NAME_BYTES_AT_FIRST, dNames.size() * 2 + nBytes + KEY_BYTES));
+        dLarger.assign(dNames.begin(), dNames.end());
         for (FolderEntry_t & Entry : dEntries)
         {
-            Entry.szName = dGrown.data() + (Entry.szName - dNames.data());
+            Entry.szName = dLarger.data() + (Entry.szName - dNames.data());
         }
-        dNames.swap(dGrown);
+        dNames.swap(dLarger);
     }
 
     namespace

@@ -49,7 +49,7 @@ namespace plat
         // Returns the state of a file in a folder that was created at tMade. A file that is no older, has contents and
         // has no writer counts as changed. If it is empty or still being written, its later close decides. An older
         // file was renamed.
-        File_s LookAtNewFile(int iFolder, char const * szName, FileTime_t tMade)
+        File_s StateOfNewFile(int iFolder, char const * szName, FileTime_t tMade)
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
             FileFacts_t Facts;
@@ -117,7 +117,7 @@ namespace plat
 
         void Handle(inotify_event const & Event);
         void OnAppeared(int iFolder, Folder_s & Folder, inotify_event const & Event);
-        void OnGone(int iFolder, Folder_s & Folder, inotify_event const & Event);
+        void OnRemoved(int iFolder, Folder_s & Folder, inotify_event const & Event);
         void OnClosed(int iFolder, Folder_s & Folder, std::string const & sName);
         bool Attach(int iFolder, inotify_event const & Event);
         int TakeDisplaced(int iParent, char const * szName);
@@ -259,13 +259,13 @@ namespace plat
             }
             auto & dFiles = itFolder->second.dFiles;
             auto const itFile = dFiles.find(Changed.sName);
-            bool const bCameBack =
+            bool const bReturned =
                 itFile == dFiles.end() && FactsOf(PathOf(Changed.iFolder) + '/' + Changed.sName).bRegular;
-            if (bCameBack)
+            if (bReturned)
             {
                 dFiles.try_emplace(Changed.sName);
             }
-            if (bCameBack || (itFile != dFiles.end() && std::exchange(itFile->second.bChanged, false)))
+            if (bReturned || (itFile != dFiles.end() && std::exchange(itFile->second.bChanged, false)))
             {
                 dNames.push_back(UnitsOf(Changed));
             }
@@ -501,7 +501,7 @@ namespace plat
                 continue;
             }
             File_s & File = Folder.dFiles[pEntry->d_name];
-            File = eAppeared == Appeared_e::Now ? LookAtNewFile(Open.Get(), pEntry->d_name, tMade) : File_s{};
+            File = eAppeared == Appeared_e::Now ? StateOfNewFile(Open.Get(), pEntry->d_name, tMade) : File_s{};
             File.bChanged = File.bChanged || (!m_bStarting && !File.bFresh && IsKept(iFolder, pEntry->d_name));
             if (File.bChanged)
             {
@@ -598,7 +598,7 @@ namespace plat
         }
         else if ((Event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0)
         {
-            OnGone(Event.wd, itFolder->second, Event);
+            OnRemoved(Event.wd, itFolder->second, Event);
         }
         else if ((Event.mask & IN_CLOSE_WRITE) != 0)
         {
@@ -651,7 +651,7 @@ namespace plat
         return true;
     }
 
-    void FolderWatch_c::Tree_c::OnGone(int iFolder, Folder_s & Folder, inotify_event const & Event)
+    void FolderWatch_c::Tree_c::OnRemoved(int iFolder, Folder_s & Folder, inotify_event const & Event)
     {
         bool const bMoved = (Event.mask & IN_MOVED_FROM) != 0;
         int const iDisplaced = bMoved ? TakeDisplaced(iFolder, Event.name) : NO_FOLDER;
@@ -664,15 +664,15 @@ namespace plat
             Folder.dFiles.erase(Event.name);
             return Keep(iFolder, Event.name);
         }
-        int const iGone = iDisplaced == NO_FOLDER ? itFolder->second : iDisplaced;
-        Unlink(iGone);
+        int const iRemoved = iDisplaced == NO_FOLDER ? itFolder->second : iDisplaced;
+        Unlink(iRemoved);
         if (bMoved)
         {
-            m_dDetached.push_back({ Event.cookie, iGone });
+            m_dDetached.push_back({ Event.cookie, iRemoved });
         }
         else
         {
-            RemoveTree(iGone);
+            RemoveTree(iRemoved);
         }
     }
 

@@ -100,7 +100,7 @@ namespace plat
             }
 
             // The child of a fork is another process and needs a sequence of its own.
-            void StartAnew()
+            void Restart()
             {
                 for (KeptDescriptor_c & Socket : m_dSockets)
                 {
@@ -205,7 +205,7 @@ namespace plat
 
         constinit Generator_c g_Generator;
         ForkLock_c const g_ForkLock(g_Generator.m_Lock);
-        ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_Generator.StartAnew(); } });
+        ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_Generator.Restart(); } });
     }
 
     std::uint32_t GuidCreateSequential(Guid_t & Guid)

@@ -123,7 +123,7 @@ namespace plat
                                  : m_iNamed == NOT_OPEN || SyncFully(m_iNamed);
     }
 
-    int MakeAnew(int iFolder, char const * szName, mode_t iMode)
+    int CreateOrReplace(int iFolder, char const * szName, mode_t iMode)
     {
         int const iFile = openat(iFolder, szName, MAKE_NEW, iMode);
         bool const bLeft = iFile < 0 && errno == EEXIST && unlinkat(iFolder, szName, 0) == 0;

@@ -89,7 +89,7 @@ namespace plat
 
     /// Creates a file for writing in an open folder, and replaces one that a dead writer left there. Returns -1 on
     /// failure, also if what is there can't be unlinked.
-    int MakeAnew(int iFolder, char const * szName, mode_t iMode);
+    int CreateOrReplace(int iFolder, char const * szName, mode_t iMode);
 
     /// Opens an existing regular file of any spelling for writing.
     /// - With O_CREAT a missing file is created exclusively, in the path's own spelling and in the folder that was

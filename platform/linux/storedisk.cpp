@@ -114,7 +114,7 @@ namespace plat
         return OpenFolderAt(NumberOf(hParent), szName, O_NOFOLLOW);
     }
 
-    StoreHandle_t StoreOpenAnew(StoreHandle_t hFolder)
+    StoreHandle_t StoreReopen(StoreHandle_t hFolder)
     {
         return OpenFolderAt(NumberOf(hFolder), ".", O_NOFOLLOW);
     }
@@ -177,7 +177,7 @@ namespace plat
         std::vector<char> const & dBytes, StoreRights_e eRights)
     {
         int const iFolder = NumberOf(hFolder);
-        Descriptor_c const File(MakeAnew(iFolder, szBusy, FileMode(iFolder, eRights)));
+        Descriptor_c const File(CreateOrReplace(iFolder, szBusy, FileMode(iFolder, eRights)));
         if (!File.IsOpen())
         {
             return false;

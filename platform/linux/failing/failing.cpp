@@ -237,7 +237,7 @@ FAILING(Watch, inotify_init1, int, (int iFlags), (iFlags), -1)
 FAILING(Watch, inotify_add_watch, int, (int iWatch, char const * szPath, std::uint32_t iMask),
     (iWatch, szPath, iMask), -1)
 FAILING(Lease, fcntl64, int, (int iFile, int iCommand, void * pWith), (iFile, iCommand, pWith), -1)
-FAILING(Lock, flock, int, (int iFile, int iWish), (iFile, iWish), -1)
+FAILING(Lock, flock, int, (int iFile, int iOperation), (iFile, iOperation), -1)
 FAILING(Start, posix_spawn, int,
     (pid_t * pChild, char const * szPath, posix_spawn_file_actions_t const * pActions,
         posix_spawnattr_t const * pHow, char * const * dArguments, char * const * dVariables),
