@@ -27,7 +27,7 @@ namespace
     constexpr LogLine_s LOG_LINES[] = {
         { "File duplication : ", &Notes_s::Dropped },
         { "                   ", &Notes_s::Kept },
-        { "filesystem: ", &Notes_s::PassedOver },
+        { "filesystem: ", &Notes_s::Skipped },
     };
 
     void OnLogLine(char const * szText)

@@ -19,7 +19,7 @@ struct Notes_s
 {
     Heard_s Dropped;      // locations of files whose name was in use already
     Heard_s Kept;         // locations of the files that have the name
-    Heard_s PassedOver;   // what the scan skipped
+    Heard_s Skipped;      // what the scan skipped
     Heard_s Complaints;   // warnings and worse
 };
 

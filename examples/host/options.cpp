@@ -156,7 +156,7 @@ namespace
     }
 
     // Converts the values to options. Returns a message if something is wrong, else an empty text.
-    std::string Settle(Texts_s const & Texts, Options_s & Options)
+    std::string Convert(Texts_s const & Texts, Options_s & Options)
     {
         Options.sConfig = Texts.sConfig;
         Options.bGameGiven = !Texts.sGame.empty();
@@ -203,7 +203,7 @@ bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::s
     sMessage = Collect(nArguments, dArguments, Texts, Options);
     if (sMessage.empty() && !Options.bHelp)
     {
-        sMessage = Settle(Texts, Options);
+        sMessage = Convert(Texts, Options);
     }
     return sMessage.empty();
 }

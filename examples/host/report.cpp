@@ -110,9 +110,9 @@ void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables,
     PrintExtensions(Survey.GetExtensions());
     PrintBiggest(Survey.GetFiles());
     PrintDuplicates(Survey.CountDuplicates(), Notes);
-    if (Notes.PassedOver.nHeard > 0)
+    if (Notes.Skipped.nHeard > 0)
     {
-        PrintHeard("Remarks of the scan", Notes.PassedOver);
+        PrintHeard("Remarks of the scan", Notes.Skipped);
     }
     std::printf("  Read once, each by its bare name: %s files, %s in %s\n", Sz(Grouped(Survey.m_nRead)),
         Sz(Size(static_cast<double>(Survey.m_nBytesRead))), Sz(Duration(Survey.m_tReading)));
