@@ -33,7 +33,7 @@ namespace
         return sRows;
     }
 
-    // One face for the three classes, so that one model serves all.
+    // One interface for the three classes, so that one model serves all.
     struct VecFace_s
     {
         BitVec_c Field;

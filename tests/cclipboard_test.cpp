@@ -182,7 +182,7 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
     EXPECT_EQ(Text(), "kept");
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == false") << "no nesting";
 
-    // A child that lives on with this process's descriptors holds nothing either, and can open the clipboard later.
+    // A child that continues with this process's descriptors does not hold the clipboard either, and can open it later.
     Gate_c const Closed;
     int const iHeir = StartChild([&] { return !g_isOpen && Closed.Wait() && TextOfClosed() == "kept" ? 0 : 1; });
     ClipboardClose();

@@ -82,7 +82,7 @@ TEST(Crc32, TwoRunsAreJoined)
 // Every length to 600 at every alignment to 15, in memory that ends with the run, then long runs.
 TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
 {
-    // What this processor lacks the instructions of is null.
+    // A kernel whose instructions this processor lacks is null.
     for (auto const & [szKernel, fnCrc, nMin] :
         Rows_t<char const *, Crc32Kernel_t, std::size_t>{ { "public", Public, 0 }, { "tables", Crc32Tables, 0 },
             { "pclmul", Crc32FindKernels().fnPclmul, CRC32_KERNEL_MIN },

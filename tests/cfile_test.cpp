@@ -277,7 +277,7 @@ TEST_F(FileTest, RefreshReadsResidentFilesAgainAndSurvivesAFailure)
     pFile->Refresh();
     FileClose(pFile), FileClose(pFile), FileClose(pFile), FileClose(pFile);
     EXPECT_EQ(pFile->GetOpensCount(), 0);
-    FileOnDisk_c().sName = "a.bin";   // never registered, it goes without the other object's key
+    FileOnDisk_c().sName = "a.bin";   // never registered: the other object keeps its key
     EXPECT_EQ(Keys(), "a.bin");
     FileKill(pFile);
     EXPECT_EQ(Keys(), "");

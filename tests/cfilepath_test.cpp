@@ -129,7 +129,7 @@ TEST_F(FilePathTest, AFileBesideALinkToNothingOpens)
     fs::create_symlink("nothing", Folder.Join("two.txt"));
     fs::create_symlink("One.txt/x", Folder.Join("three.txt"));
     ASSERT_TRUE(Scan());
-    for (bool const bRecorded : { true, false })   // by the spellings that the scan met, and by reading the folder
+    for (bool const bRecorded : { true, false })   // by the spellings that the scan found, and by reading the folder
     {
         for (std::string const sName : { "one", "two", "three" })
         {

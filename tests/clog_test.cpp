@@ -318,7 +318,7 @@ TEST_F(Logs, ALimitKeepsSomeFormerFilesAndCutsNoLine)
         }
     };
     InThreads(4, Write);
-    Write(0);   // alone, so that no line comes while a file is begun anew
+    Write(0);   // alone, so that no line comes while a new file is begun
     LogSetLimit(LIMIT, 0);
     Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
     Logf("emptied.log", "%s", std::string(2000, 'x').c_str());

@@ -338,7 +338,7 @@ TEST(Memory, FiguresReturnToTheirStartAfterThreadsThatShareBlocks)
             {
                 MemCategoryScope_c const Outer(static_cast<mem::Categories_e>(Random() % mem::TOTAL));
                 MemCategoryScope_c const Inner(static_cast<mem::Categories_e>(Random() % mem::TOTAL));
-                // Frees what another thread took under another category, more often than not.
+                // Mostly frees blocks that another thread allocated under another category.
                 delete dShared[Random() % 4].exchange(ZQ_NEW std::string(Random() % 200, 'x'));
                 Logc(i % 100 == 0, "thread");
             }

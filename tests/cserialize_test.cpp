@@ -166,7 +166,7 @@ TEST(Serialize, VersionsAndLabelsDecideWhatLoads)
     EXPECT_EACH(!None.Open(), None.IsFailed(), None.Close(), None.Close());
 }
 
-// Whatever a byte becomes and wherever the file ends, a load ends: whole, failed, or in a complaint.
+// With any byte changed and the file cut anywhere, a load ends: whole, failed, or in a complaint.
 TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
 {
     LogCapture_c const Log;

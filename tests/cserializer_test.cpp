@@ -221,7 +221,7 @@ TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
     EXPECT_FALSE(p);
 }
 
-// A typed pointer to a part of another object: what the save does not complain of loads.
+// A typed pointer to a part of another object. If the save does not complain, the load succeeds.
 TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
 {
     using Register_t = std::function<void(A &, Node_s &)>;

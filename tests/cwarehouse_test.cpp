@@ -89,7 +89,7 @@ namespace
         }
 
         /// What the Get of each type does with a cell: the value, or a minus sign if it failed and left the output
-        /// alone.
+        /// unchanged.
         std::string Numbers(std::string const & sCell)
         {
             EXPECT_EACH(Open("get.txt", "@head v\ni " + sCell + "\n"), m_pTable->FindIdent("I"));

@@ -289,7 +289,7 @@ TEST(Headers, BeginWithTheSameHead)
     EXPECT_GT(nHeaders, 50);
 }
 
-// A promise that names a test that is gone has lost its proof.
+// Each promise must name tests that exist.
 TEST(Reliability, PageNamesTestsThatExist)
 {
     std::set<std::string> dTests;

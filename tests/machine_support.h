@@ -165,7 +165,7 @@ inline std::vector<int> SocketsNamed(char const * szPart)
     return dSockets;
 }
 
-/// Gives handles to another file, as a daemon does that closes all at its start.
+/// Makes handles refer to another file, as when a daemon closes all at its start and opens its own.
 inline void ReplaceHandles(std::vector<int> const & dHandles)
 {
     int const iFile = open("/dev/null", O_RDONLY);
@@ -235,7 +235,7 @@ inline bool GrantsSetUserId(std::string const & sFolder)
            && (Disk.f_flag & ST_NOSUID) == 0;
 }
 
-/// Counts the breakpoints that this process meets during a scope.
+/// Counts the breakpoints that this process hits during a scope.
 class TrapCount_c
 {
 public:
@@ -256,7 +256,7 @@ private:
     void (*m_fnPrevious)(int) = std::signal(SIGTRAP, [](int) { s_nTraps = s_nTraps + 1; });
 };
 
-/// Returns whether the processor counts a touch of a word. The kernel may grant what the hypervisor ignores.
+/// Returns whether the processor counts an access to a word. The kernel may grant what the hypervisor ignores.
 inline bool CountsATouch()
 {
     static int volatile s_nTouched;

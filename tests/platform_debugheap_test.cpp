@@ -18,7 +18,7 @@ namespace
         return std::string(NewString("0x%08zX", reinterpret_cast<std::size_t>(p)));
     }
 
-    // What the hook saw and the walk met, kept without allocations.
+    // What the hook and the walk found, stored without allocations.
     using Event_t = std::pair<plat::HeapEvent_e, std::size_t>;
     Event_t g_dEvents[8];
     std::size_t g_nEvents;
@@ -67,7 +67,7 @@ TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
     EXPECT_FALSE(plat::HeapFindBlock(p, Block));
 }
 
-// In a release build the compiler drops writes to memory that is released next, unless it is kept from that.
+// In a release build the compiler drops writes to memory that is released next, unless ZQ_KEEP_WRITES prevents it.
 TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
 {
     SKIP_IF(plat::ADDRESS_CHECKER, "the checker reports what this test does");

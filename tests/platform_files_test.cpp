@@ -61,7 +61,7 @@ namespace
         TempFolder_c const m_Folder;
     };
 
-    // Runs in a child process as a user without rights; whether it ended well.
+    // Runs in a child process as a user without rights. Returns whether it succeeded.
     bool AsNobody(std::function<bool()> const & fnRun)
     {
         return StatusAsNobody([&] { return fnRun() ? 0 : 1; }) == 0;

@@ -1,4 +1,4 @@
-// soak.cpp: a long life in a short time.
+// soak.cpp: a long run of a host, compressed into a short time.
 //
 //   soak FRAMES FOLDER
 //
