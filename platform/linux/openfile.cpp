@@ -132,7 +132,7 @@ namespace plat
 
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode)
     {
-        constexpr int TRIES = 100;   // for a file that others create and delete meanwhile
+        constexpr int TRIES = 8;   // for a file that others create and delete meanwhile
         for (int i = 0; i < TRIES; ++i)
         {
             DiskPath_c Path(szPath);
