@@ -73,6 +73,11 @@ namespace
             return Fail("clipboard: not open");
         }
         ClipboardReset();
+        if (ClipboardGetSize() != 0)
+        {
+            ClipboardClose();
+            return Fail("clipboard: not emptied");
+        }
         ClipboardPrintf("%s", sText.c_str());
         std::string sStored(ClipboardGetSize() + 1, 0);
         bool const bStored = ClipboardGetData(sStored.data()) && sStored.c_str() == sText;
