@@ -5,7 +5,6 @@
 #include "fuzz/fuzz_support.h"
 #include "platform/common/registryrecord.h"
 
-#include <fcntl.h>
 #include <fstream>
 #include <iterator>
 
@@ -31,7 +30,7 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    static int const s_iFolder = open(FuzzFolder().c_str(), O_RDONLY | O_DIRECTORY);
+    static plat::StoreHandle_t const s_hFolder = plat::StoreOpenPath(FuzzFolder().c_str());
     Input_c Input(pData, nSize);
     bool const bCorrect = Input.Get() & 1;
     std::string sRecord = Input.Take();
@@ -45,13 +44,13 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     plat::Record_t Record;
     bool const bSound = sRecord.size() >= 20 && sRecord.starts_with("ZQRV") && WordAt(sRecord, 16) == CheckSum(sRecord)
                         && std::uint64_t{ WordAt(sRecord, 8) } + WordAt(sRecord, 12) == sRecord.size() - 20;
-    Require(plat::LoadRecord(s_iFolder, "given", dBytes, Record) == bSound);
+    Require(plat::LoadRecord(s_hFolder, "given", dBytes, Record) == bSound);
     if (bSound)
     {
         Require(static_cast<std::uint32_t>(Record.eType) == WordAt(sRecord, 4));
         Require(Record.sName == sRecord.substr(20, WordAt(sRecord, 8)));
         Require(Record.sData == sRecord.substr(20 + Record.sName.size()));
-        Require(plat::StoreRecord(s_iFolder, "stored", Record, true));
+        Require(plat::StoreRecord(s_hFolder, "stored", Record, true));
         std::ifstream Stored(FuzzFolder() + "/stored", std::ios::binary);
         Require(std::string(std::istreambuf_iterator<char>(Stored), {}) == sRecord);
     }
