@@ -1,8 +1,10 @@
 #include "tests/test_support.h"
 #include "zqcore/cstring.h"
 
+#include <algorithm>
 #include <random>
 #include <set>
+#include <sstream>
 #include <unordered_set>
 
 static_assert(sizeof(String_T<8>) == 8);
@@ -48,6 +50,28 @@ TEST(String, IsComparedOrderedAndHashedByItsText)
     String_T<16> const sLonger("b");
     EXPECT_EACH(s == sLonger, !(s != sLonger), s <= sLonger, s < String_T<16>("c"), String_T<16>("a") < s);
     EXPECT_EACH("b" == s, "c" != s, s > "a", "a" < s, s <= "b");
+}
+
+TEST(String, MeetsStandardTexts)
+{
+    using namespace std::literals;
+    String_T<8> s("abc");
+    std::string_view const sView = s;
+    std::string const sCopy(s);
+    auto const fnLength = [](std::string_view sText) { return sText.size(); };
+    EXPECT_EACH(sView == "abc", sCopy == "abc", fnLength(s) == 3, static_cast<std::string_view>(s) == sView);
+    EXPECT_EACH(s == "abc"sv, s == sCopy, "abc"s == s, s < "abd"sv, "abb"s < s, s != "ab"sv);
+    EXPECT_EQ(std::count_if(s.begin(), s.end(), [](char c) { return c >= 'b'; }), 2);
+    s = std::string_view(s).substr(1);   // a part of itself
+    EXPECT_STREQ(s, "bc");
+    s += sCopy + "defgh";
+    EXPECT_STREQ(s, "bcabcde");
+    EXPECT_STREQ(String_T<4>(s) + s, "bca");
+    s = String_T<16>("x\0y"sv) + String_T<3>("zz") + std::string_view();
+    EXPECT_STREQ(s, "xzz");
+    std::ostringstream Stream;
+    Stream << s << s.CStr();
+    EXPECT_EQ(Stream.str(), "xzzxzz");
 }
 
 TEST(String, BehavesLikeAStandardStringThatIsCut)

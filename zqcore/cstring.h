@@ -1,8 +1,8 @@
 // cstring.h: text of a fixed capacity that lives inside its owner.
 //
 // A String_T<N> is a plain char[N]: always terminated, N - 1 characters at most. A longer text is cut silently.
-// Comparison, order and hash depend on the text alone, so it serves as a key of standard containers. Case folding is
-// ASCII and the same in every locale.
+// Comparison, order and hash depend on the text alone, so it serves as a key of standard containers. It converts to and
+// from std::string_view, and a std::string can be assigned to it. Case folding is ASCII and the same in every locale.
 //
 // Ownership: a string is a plain value and is copied like one.
 // Threads: any thread, one at a time for each string. The buffers of Va are shared by all threads.
@@ -13,7 +13,7 @@
 //     sName += " king";
 //     if (sName.Begins("ogre") && sName.StrPos("king") == 5)
 //     {
-//         Log("%s has %i characters.", static_cast<char const *>(sName), sName.Length());
+//         Log("%s has %i characters.", sName.CStr(), sName.Length());
 //     }
 #pragma once
 
@@ -21,6 +21,7 @@
 #include "zqcore/cdebug.h"
 
 #include <compare>
+#include <cstring>
 #include <string_view>
 
 /// Text of at most N - 1 characters.
@@ -34,13 +35,35 @@ public:
 
     /// Asserts that sTxt is not null. The assignment accepts a null.
     String_T(char const * sTxt);
+
+    /// Copy a view up to its first null character, if it has one, or a text of another capacity.
+    String_T(std::string_view sTxt) { Put(0, sTxt); }
+    template <int M>
+    String_T(String_T<M> const & Other)
+    {
+        Put(0, Other);
+    }
     String_T(String_T const & Other);
     String_T & operator=(String_T const & Other);
 
     /// Null empties the string.
     String_T & operator=(char const * sTxt);
+    String_T & operator=(std::string_view sTxt) { return Put(0, sTxt); }
+    template <int M>
+    String_T & operator=(String_T<M> const & Other)
+    {
+        return Put(0, Other);
+    }
 
     operator char const *() const { return m_sText; }
+    operator std::string_view() const { return { m_sText, std::strlen(m_sText) }; }
+
+    /// Returns the text, as an argument of printf needs it.
+    char const * CStr() const { return m_sText; }
+
+    /// The characters of the text, for range-for and algorithms.
+    char const * begin() const { return m_sText; }
+    char const * end() const { return m_sText + Length(); }
 
     /// Returns the buffer of N bytes, for a callee that writes terminated text.
     char * GetBuffer() { return m_sText; }
@@ -54,6 +77,7 @@ public:
 
     /// Exact comparison, with any capacity. Asserts that sTxt is not null; a null equals nothing.
     bool operator==(char const * sTxt) const;
+    bool operator==(std::string_view sTxt) const { return std::string_view(*this) == sTxt; }
     template <int M>
     bool operator==(String_T<M> const & Other) const
     {
@@ -62,6 +86,7 @@ public:
 
     /// Exact order, as strcmp has it. Asserts that sTxt is not null; a null comes first.
     std::strong_ordering operator<=>(char const * sTxt) const;
+    std::strong_ordering operator<=>(std::string_view sTxt) const { return std::string_view(*this) <=> sTxt; }
     template <int M>
     std::strong_ordering operator<=>(String_T<M> const & Other) const
     {
@@ -70,7 +95,17 @@ public:
 
     /// Append what fits.
     String_T & operator+=(char const * sTxt);
-    String_T operator+(char const * sTxt) const;
+    String_T & operator+=(std::string_view sTxt) { return Put(std::strlen(m_sText), sTxt); }
+    template <int M>
+    String_T & operator+=(String_T<M> const & Other)
+    {
+        return *this += std::string_view(Other);
+    }
+    template <typename TEXT>
+    String_T operator+(TEXT const & sTxt) const
+    {
+        return String_T(*this) += sTxt;
+    }
 
     /// Returns the index of the first sNeedle at or after iStart, or -1. iStart is clamped to the text. Case-sensitive.
     int StrPos(char const * sNeedle, int iStart = 0) const;
@@ -97,6 +132,8 @@ public:
     void ToUpper();
 
 private:
+    String_T & Put(std::size_t nAt, std::string_view sTxt);
+
     char m_sText[N];
 };
 
@@ -104,10 +141,7 @@ private:
 template <int N>
 struct std::hash<String_T<N>>
 {
-    std::size_t operator()(String_T<N> const & sText) const noexcept
-    {
-        return std::hash<std::string_view>()(static_cast<char const *>(sText));
-    }
+    std::size_t operator()(String_T<N> const & sText) const noexcept { return std::hash<std::string_view>()(sText); }
 };
 
 /// Returns a text formatted like printf, cut at 255 characters.

@@ -1,8 +1,6 @@
 // cstring.inl: bodies of String_T.
 #pragma once
 
-#include <cstring>
-
 template <int N>
 String_T<N>::String_T(char const * sTxt)
 {
@@ -37,6 +35,20 @@ String_T<N> & String_T<N>::operator=(char const * sTxt)
     return *this;
 }
 
+// Replaces the text from nAt on. The view may be a part of this text.
+template <int N>
+String_T<N> & String_T<N>::Put(std::size_t nAt, std::string_view sTxt)
+{
+    std::size_t const nRoom = N - 1 - nAt;
+    std::size_t const nCopy = sTxt.empty() ? 0 : StrLengthMax(sTxt.data(), sTxt.size() < nRoom ? sTxt.size() : nRoom);
+    if (nCopy != 0)
+    {
+        std::memmove(m_sText + nAt, sTxt.data(), nCopy);
+    }
+    m_sText[nAt + nCopy] = '\0';
+    return *this;
+}
+
 template <int N>
 int String_T<N>::Length() const
 {
@@ -61,23 +73,7 @@ template <int N>
 String_T<N> & String_T<N>::operator+=(char const * sTxt)
 {
     ZQ_ASSERT(sTxt != nullptr);
-    int const iLength = Length();
-    if (iLength < N - 1 && sTxt)
-    {
-        std::size_t const nRoom = static_cast<std::size_t>(N - 1 - iLength);
-        std::size_t const nCopy = StrLengthMax(sTxt, nRoom);
-        std::memmove(m_sText + iLength, sTxt, nCopy);
-        m_sText[static_cast<std::size_t>(iLength) + nCopy] = '\0';
-    }
-    return *this;
-}
-
-template <int N>
-String_T<N> String_T<N>::operator+(char const * sTxt) const
-{
-    String_T Result(*this);
-    Result += sTxt;
-    return Result;
+    return sTxt ? *this += std::string_view(sTxt, StrLengthMax(sTxt, N)) : *this;
 }
 
 template <int N>
