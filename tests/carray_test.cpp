@@ -83,6 +83,28 @@ TEST(Array, CapacityDoublesBeforeTheLengthReachesIt)
     EXPECT_EQ(dArray.GetCapacity(), 0);
 }
 
+TEST(Array, MovesItsStorageAndIsARange)
+{
+    using Array_t = Array_T<std::string, 3, 0>;
+    static_assert(std::ranges::contiguous_range<Array_t> && std::ranges::contiguous_range<StaticArray_T<int, 3> const>);
+    static_assert(std::is_nothrow_move_constructible_v<Array_t> && !std::is_copy_constructible_v<Array_t>);
+    Array_t dFirst, dSecond;
+    Fill(dFirst, std::vector<std::string>{ "a", "b" });
+    Fill(dSecond, std::vector<std::string>{ "c" });
+    std::string const * const pElement = &dFirst[1];
+    dSecond = std::move(dFirst);
+    EXPECT_EACH(
+        dSecond.Find("b") == pElement, dFirst.IsEmpty(), dFirst.GetCapacity() == 0);   // NOLINT(*use-after-move)
+    dFirst.Add("d");
+    std::swap(dFirst, dSecond);
+    std::span<std::string const> const dSpan = dFirst;
+    EXPECT_THAT(dSpan, ElementsAre("a", "b"));
+    EXPECT_THAT(dSecond, ElementsAre("d"));
+    StaticArray_T<int, 3> dFixed;
+    std::iota(dFixed.begin(), dFixed.end(), 1);
+    EXPECT_EQ(dFixed[2], 3);
+}
+
 TEST(Array, StatesItsPreconditions)
 {
     Array_T<int, 4, 0> dArray;

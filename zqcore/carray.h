@@ -3,7 +3,10 @@
 // Array_T<T, GROW, 0> keeps its elements on the heap. StaticArrayLenTraits_T keeps them in place. In spite of its name,
 // a SortedArray_T keeps no order by itself: Sort sorts it.
 //
-// Ownership: an array owns its storage and elements. Pointers to elements are valid until the array grows.
+// An array is a contiguous range: range-for, standard algorithms and std::span accept it.
+//
+// Ownership: an array owns its storage and elements. Pointers to elements are valid until the array grows. An array on
+// the heap is moved but not copied; a moved pointer to an element stays valid, and the source is empty afterwards.
 // Threads: no lock: one thread at a time.
 // Cost: an array on the heap allocates at the first Add and doubles when the length would reach the capacity. Only
 // Reset frees. The storage counts under the memory category of the moment.
@@ -32,8 +35,8 @@ class ArrayTraits_T
 {
 public:
     ArrayTraits_T() = default;
-    ArrayTraits_T(ArrayTraits_T const &) = delete;
-    ArrayTraits_T & operator=(ArrayTraits_T const &) = delete;
+    ArrayTraits_T(ArrayTraits_T && Other) noexcept { Swap(Other); }
+    ArrayTraits_T & operator=(ArrayTraits_T && Other) noexcept;
     ~ArrayTraits_T() { Free(); }
 
     /// Returns the elements for which there is storage.
@@ -48,6 +51,7 @@ protected:
     int iLength = 0;
 
 private:
+    void Swap(ArrayTraits_T & Other) noexcept;
     void Reallocate(int nElements);
     static T * Allocate(int nElements);
     static void Deallocate(T * pElements);
@@ -74,6 +78,8 @@ template <typename T, typename TRAITS>
 class SortedArray_T : public TRAITS
 {
 public:
+    using value_type = T;
+
     /// Appends a copy and returns its index. The element may be one of this array. Asserts that an array in place is
     /// not full; otherwise the copy replaces the last element.
     int Add(T const & Element);
@@ -121,6 +127,7 @@ template <typename T, int LENGTH>
 class StaticArray_T
 {
 public:
+    using value_type = T;
     static constexpr int iLength = LENGTH;
 
     /// Returns an element. Asserts 0 <= nIndex < LENGTH.
@@ -129,6 +136,11 @@ public:
         ZQ_ASSERT_TEXT((nIndex >= 0) && (nIndex < iLength), "(nIndex>=0) && (nIndex<iLength)");
         return m_dElements[nIndex];
     }
+
+    T * begin() { return m_dElements; }
+    T * end() { return m_dElements + LENGTH; }
+    T const * begin() const { return m_dElements; }
+    T const * end() const { return m_dElements + LENGTH; }
 
 private:
     T m_dElements[LENGTH] = {};

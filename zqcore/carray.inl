@@ -2,6 +2,22 @@
 #pragma once
 
 template <typename T, int GROW, int UNUSED>
+ArrayTraits_T<T, GROW, UNUSED> & ArrayTraits_T<T, GROW, UNUSED>::operator=(ArrayTraits_T && Other) noexcept
+{
+    ArrayTraits_T Taken(std::move(Other));   // also when both are the same
+    Swap(Taken);
+    return *this;
+}
+
+template <typename T, int GROW, int UNUSED>
+void ArrayTraits_T<T, GROW, UNUSED>::Swap(ArrayTraits_T & Other) noexcept
+{
+    std::swap(iAllocated, Other.iAllocated);
+    std::swap(pData, Other.pData);
+    std::swap(iLength, Other.iLength);
+}
+
+template <typename T, int GROW, int UNUSED>
 void ArrayTraits_T<T, GROW, UNUSED>::Grow(int iAccessIndex)
 {
     if (iAccessIndex >= iAllocated)
