@@ -171,6 +171,28 @@ TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
     EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0));
 }
 
+TYPED_TEST(BitField, MovesCountsAndCombinesToNewFields)
+{
+    for (int i = 0; i < 40; ++i)
+    {
+        TypeParam A = this->Make(), B = this->Make();
+        auto Field = A.Field;
+        Field |= B.Field;
+        EXPECT_TRUE((A.Field | B.Field) == Field);
+        EXPECT_TRUE((A.Field ^ B.Field) == ((A.Field - B.Field) | (B.Field - A.Field)));
+        EXPECT_EQ((A.Field & B.Field).Count() + Field.Count(), A.Field.Count() + B.Field.Count());
+        EXPECT_EACH(Field.Any() == (Field.Count() != 0), (A.Field - A.Field).None());
+        auto const Copy = B.Field;
+        Cell_t const SizeOfB = B.Size();
+        auto Moved = std::move(A.Field);
+        swap(Moved, B.Field);
+        A.Field = std::move(Moved);
+        B.Field = decltype(Copy)();
+        EXPECT_EACH(
+            A.Field == Copy, A.Size() == SizeOfB, B.Size() == Cell_t(), Moved.None());   // NOLINT(*use-after-move)
+    }
+}
+
 TEST(BitVec, RoundsUpAndGrowsByNeed)
 {
     BitVec_c Vec(5), Long(64);
@@ -203,6 +225,23 @@ TEST(BitVec, ScansForTheFirstSetOrClearBit)
         One.Bis(1999);
         EXPECT_EQ(One.Scan1(), iBit);
         EXPECT_EQ((~One).Scan0(), iBit);
+    }
+    std::mt19937 Random(3);
+    for (int const iBits : { 8, 72, 1000 })
+    {
+        BitVec_c Vec(iBits);
+        std::set<int> dModel, dFound;
+        for (int i = 0; i < iBits / 5; ++i)
+        {
+            Vec.Bis(*dModel.insert(static_cast<int>(Random() % static_cast<unsigned>(iBits))).first);
+        }
+        for (int iBit = Vec.NextSet(0); iBit >= 0; iBit = Vec.NextSet(iBit + 1))
+        {
+            dFound.insert(iBit);
+        }
+        EXPECT_EQ(dFound, dModel);
+        EXPECT_EQ(Vec.Count(), dModel.size());
+        EXPECT_EACH(Vec.Any(), !Vec.None(), Vec.NextSet(INT_MAX) == -1);
     }
 }
 

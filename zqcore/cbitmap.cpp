@@ -72,6 +72,27 @@ int BitVec_c::Scan1() const
     return iByte < GetBytes() ? static_cast<int>(8 * iByte) + std::countl_zero(pVec[iByte]) : -1;
 }
 
+int BitVec_c::NextSet(int iFrom) const
+{
+    if (iFrom >= iDim)
+    {
+        return -1;
+    }
+    auto const iByte = static_cast<std::size_t>(iFrom >> 3);
+    auto const bFirst = static_cast<unsigned char>(pVec[iByte] << (iFrom & 7));
+    if (bFirst != 0)
+    {
+        return iFrom + std::countl_zero(bFirst);
+    }
+    std::size_t const iFound = iByte + 1 + bits::FindOther(pVec + iByte + 1, GetBytes() - iByte - 1, 0);
+    return iFound < GetBytes() ? static_cast<int>(8 * iFound) + std::countl_zero(pVec[iFound]) : -1;
+}
+
+std::size_t BitVec_c::Count() const
+{
+    return bits::Count(pVec, GetBytes());
+}
+
 bool BitVec_c::operator==(BitVec_c const & Other) const
 {
     return bits::Equal(pVec, GetBytes(), Other.pVec, Other.GetBytes());

@@ -14,7 +14,10 @@
 //     BitVec_c Visited(64);
 //     Visited.Bis(3);
 //     Visited.Bis(100);                       // grows to 104 bits
-//     int const iFirst = Visited.Scan1();     // 3
+//     for (int iBit = Visited.Scan1(); iBit >= 0; iBit = Visited.NextSet(iBit + 1))
+//     {
+//         Log("%i", iBit);                    // 3, then 100
+//     }
 //     char szHex[27];
 //     Visited.Hex(szHex, sizeof szHex);       // "10000000000000000000000008"
 #pragma once
@@ -22,6 +25,9 @@
 #include "zqcore/cdebug.h"
 
 #include "platform/words.h"
+
+#include <concepts>
+#include <utility>
 
 class Serializeable_c;
 
@@ -34,7 +40,10 @@ public:
     /// Makes a row of iBits zero bits, rounded up. The row is empty if iBits is below 1.
     explicit BitVec_c(int iBits = 0);
     BitVec_c(BitVec_c const & Other);
+    BitVec_c(BitVec_c && Other) noexcept { Swap(Other); }   // leaves the other one empty
     ~BitVec_c() { Reset(); }
+
+    void Swap(BitVec_c & Other) noexcept;
 
     /// Grows to at least iBits bits and returns the row. Never shrinks.
     BitVec_c & Grow(int iBits);
@@ -71,6 +80,14 @@ public:
     int Scan0() const;
     int Scan1() const;
 
+    /// Returns the index of the first set bit at or after iFrom, which is not negative; -1 if there is none.
+    int NextSet(int iFrom) const;
+
+    /// Returns the number of set bits.
+    std::size_t Count() const;
+    bool Any() const { return Scan1() >= 0; }
+    bool None() const { return !Any(); }
+
     /// Returns whether the same bits are set. Bits beyond the end of the shorter row must be clear.
     bool operator==(BitVec_c const & Other) const;
 
@@ -88,6 +105,14 @@ public:
     /// Copies the bits of the other row. A longer row keeps its length and is filled with zeros; an empty source
     /// empties it.
     BitVec_c & operator=(BitVec_c const & Other);
+
+    /// Takes the storage of the other row, whose size this row gets, and leaves the other one empty.
+    BitVec_c & operator=(BitVec_c && Other) noexcept
+    {
+        BitVec_c Row(std::move(Other));
+        Swap(Row);
+        return *this;
+    }
 
     /// Sets all bytes from hexadecimal digits, two a byte, the high half first. Skips other characters; fills with
     /// zeros after a short text. The size stays. Asserts that szData is not null.
@@ -225,6 +250,11 @@ public:
     FIELD & operator~();
     friend bool operator==(FIELD const & A, FIELD const & B) { return A.IsEqual(B); }
 
+    /// Returns the number of set bits.
+    std::size_t Count() const;
+    bool Any() const;
+    bool None() const { return !Any(); }
+
 protected:
     BitField_T() = default;
 
@@ -260,6 +290,15 @@ public:
 
     BitMap_c & operator=(BitMap_c const & Other) { return Assign(Other); }
 
+    BitMap_c(BitMap_c && Other) noexcept { Swap(Other); }   // leaves the other one empty
+    BitMap_c & operator=(BitMap_c && Other) noexcept
+    {
+        BitMap_c Map(std::move(Other));
+        Swap(Map);
+        return *this;
+    }
+    void Swap(BitMap_c & Other) noexcept;
+
     /// Sets the rows from an array of texts that ends in null, each as BitVec_c does, and clears the further rows. The
     /// size stays. Asserts that sData is not null.
     BitMap_c & operator=(char const * const * sData);
@@ -288,6 +327,15 @@ public:
 
     BitMap3D_c & operator=(BitMap3D_c const & Other) { return Assign(Other); }
 
+    BitMap3D_c(BitMap3D_c && Other) noexcept { Swap(Other); }   // leaves the other one empty
+    BitMap3D_c & operator=(BitMap3D_c && Other) noexcept
+    {
+        BitMap3D_c Map(std::move(Other));
+        Swap(Map);
+        return *this;
+    }
+    void Swap(BitMap3D_c & Other) noexcept;
+
     /// Returns whether some bit is set in both.
     bool Intersects(BitMap3D_c const & Other) const;
 
@@ -303,6 +351,44 @@ private:
 
 extern template class BitField_T<BitMap_c, int>;
 extern template class BitField_T<BitMap3D_c, int, int>;
+
+template <typename BITS>
+concept AnyBitField = std::same_as<BITS, BitVec_c> || std::same_as<BITS, BitMap_c> || std::same_as<BITS, BitMap3D_c>;
+
+/// Return what the assigning operator makes of the first field.
+template <AnyBitField BITS>
+BITS operator|(BITS A, BITS const & B)
+{
+    A |= B;
+    return A;
+}
+
+template <AnyBitField BITS>
+BITS operator^(BITS A, BITS const & B)
+{
+    A ^= B;
+    return A;
+}
+
+template <AnyBitField BITS>
+BITS operator&(BITS A, BITS const & B)
+{
+    A &= B;
+    return A;
+}
+
+template <AnyBitField BITS>
+BITS operator-(BITS A, BITS const & B)
+{
+    A -= B;
+    return A;
+}
+
+template <AnyBitField BITS>
+void swap(BITS & A, BITS & B) noexcept
+{
+    A.Swap(B);
+}
 
 /// A plane of at most 28 bits in one word: the width in bits 0 to 3, the field from bit 4 on. Cell (iX, iY) is bit
 /// width * iY + iX of the field, counted from its lowest. With width 0 all rows share column iX. Cells beyond bit 27
@@ -340,6 +426,27 @@ private:
 
     std::uint32_t m_dwBits = 0;
 };
+
+inline void BitVec_c::Swap(BitVec_c & Other) noexcept
+{
+    std::swap(iDim, Other.iDim);
+    std::swap(pVec, Other.pVec);
+}
+
+inline void BitMap_c::Swap(BitMap_c & Other) noexcept
+{
+    std::swap(iDimX, Other.iDimX);
+    std::swap(iDimY, Other.iDimY);
+    std::swap(pMap, Other.pMap);
+}
+
+inline void BitMap3D_c::Swap(BitMap3D_c & Other) noexcept
+{
+    std::swap(iDimX, Other.iDimX);
+    std::swap(iDimY, Other.iDimY);
+    std::swap(iDimZ, Other.iDimZ);
+    std::swap(pMap, Other.pMap);
+}
 
 inline void BitVec_c::Bis(int iX)
 {

@@ -403,6 +403,18 @@ BitVec_c & BitField_T<FIELD, INDEX...>::Get(INDEX... iRow, BitVec_c & Vec) const
 }
 
 template <typename FIELD, typename... INDEX>
+std::size_t BitField_T<FIELD, INDEX...>::Count() const
+{
+    return bits::Count(Self().pMap, Self().pMap ? FieldOf(Self()).GetBytes() : 0);
+}
+
+template <typename FIELD, typename... INDEX>
+bool BitField_T<FIELD, INDEX...>::Any() const
+{
+    return Self().pMap && !bits::IsZero(Self().pMap, FieldOf(Self()).GetBytes());
+}
+
+template <typename FIELD, typename... INDEX>
 bool BitField_T<FIELD, INDEX...>::IsEqual(FIELD const & Other) const
 {
     return RowsEqual(FieldOf(Self()), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(Self()));

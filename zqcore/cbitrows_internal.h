@@ -117,6 +117,22 @@ namespace bits
         return FindOther(pBytes, nBytes, 0) == nBytes;
     }
 
+    /// Returns the number of set bits.
+    inline std::size_t Count(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        std::size_t nSet = 0;
+        std::size_t i = 0;
+        for (; i + sizeof(std::uint64_t) <= nBytes; i += sizeof(std::uint64_t))
+        {
+            nSet += static_cast<std::size_t>(std::popcount(Load<std::uint64_t>(pBytes + i)));
+        }
+        for (; i < nBytes; ++i)
+        {
+            nSet += static_cast<std::size_t>(std::popcount(pBytes[i]));
+        }
+        return nSet;
+    }
+
     /// Returns whether some bit is set in both runs.
     inline bool Meet(unsigned char const * pA, unsigned char const * pB, std::size_t nBytes)
     {
