@@ -3,6 +3,7 @@
 
 #include "platform/compiler.h"
 
+#include <compare>
 #include <cstdint>
 
 namespace plat
@@ -15,6 +16,7 @@ namespace plat
         std::uint8_t Data4[8] = {};
 
         bool operator==(Guid_t const &) const = default;
+        auto operator<=>(Guid_t const &) const = default;
     };
 
     /// Results of GuidCreateSequential, in the low 16 bits. All other values are failures. The last two come with an

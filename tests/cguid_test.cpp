@@ -3,9 +3,11 @@
 #include "platform/netaddress.h"
 #include "tests/machine_support.h"
 
+#include <algorithm>
 #include <iterator>
 #include <set>
 #include <sstream>
+#include <unordered_set>
 
 namespace
 {
@@ -95,6 +97,18 @@ TEST_F(GuidTest, TextFormsAreReadAndWritten)
     EXPECT_FALSE(Guid_c::FromText(nullptr, Guid));
     EXPECT_TRUE(Guid == SAMPLE) << "a refused text changes nothing";
     EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Guid_c::FromXmlName(nullptr, Guid)); }), "text != nullptr");
+}
+
+TEST_F(GuidTest, IsAKeyInTheOrderOfItsText)
+{
+    std::vector<Guid_c> dGuids = { SAMPLE, Guid_c(), Guid_c(1, 2, 3, 0xFF, 0, 0, 0, 0, 0, 0, 0),
+        Guid_c(1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 1), Guid_c(1, 0x200, 3, 0, 0, 0, 0, 0, 0, 0, 0) };
+    std::sort(dGuids.begin(), dGuids.end());
+    EXPECT_TRUE(dGuids.front().IsNull() && !dGuids.back().IsNull());
+    EXPECT_TRUE(std::is_sorted(
+        dGuids.begin(), dGuids.end(), [](Guid_c const & A, Guid_c const & B) { return A.ToText() < B.ToText(); }));
+    std::unordered_set<Guid_c> dSet(dGuids.begin(), dGuids.end());
+    EXPECT_EACH(dSet.size() == 5, dSet.contains(SAMPLE));
 }
 
 TEST_F(GuidTest, CreateJudgesTheStatus)

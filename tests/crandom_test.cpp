@@ -4,10 +4,13 @@
 #include "zqcore/capp.h"
 #include "zqcore/ccrc.h"
 
+#include <algorithm>
 #include <bit>
 #include <climits>
 #include <cmath>
 #include <ctime>
+#include <random>
+#include <set>
 
 namespace
 {
@@ -70,6 +73,21 @@ TEST(Random, StepsAreThePublishedOnes)
         }
         EXPECT_EQ(Random.GetSeed(), nSeedAfter);
     }
+}
+
+TEST(Random, ServesTheStandardsAlgorithms)
+{
+    static_assert(std::uniform_random_bit_generator<RandomNumber_c>);
+    RandomNumber_c Random(5), Same(5);
+    EXPECT_EQ(Random(), Same.Next());
+    std::set<std::vector<int>> dOrders;
+    for (int i = 0; i < 200; ++i)
+    {
+        std::vector<int> dCards = { 1, 2, 3 };
+        std::shuffle(dCards.begin(), dCards.end(), Random);
+        dOrders.insert(dCards);
+    }
+    EXPECT_EQ(dOrders.size(), 6u);
 }
 
 TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)

@@ -53,9 +53,24 @@ public:
     /// text that is not null.
     static bool FromXmlName(char const * text, Guid_c & Guid);
 
+    /// Equality, and the order of the text forms.
     bool operator==(Guid_c const & Other) const = default;
+    auto operator<=>(Guid_c const & Other) const = default;
+
+    /// Returns whether this is the null identifier.
+    bool IsNull() const { return *this == Guid_c(); }
 
     plat::Guid_t m_guid;
+};
+
+/// For the unordered containers.
+template <>
+struct std::hash<Guid_c>
+{
+    std::size_t operator()(Guid_c const & Guid) const noexcept
+    {
+        return std::hash<std::string_view>()({ reinterpret_cast<char const *>(&Guid), sizeof(Guid) });
+    }
 };
 
 /// Base of objects that carry an identifier, which is null until one is created.

@@ -8,6 +8,9 @@
 // produces the same numbers on every machine. GetSeed in a sequence, and SetSeed later, continue it. Not a source of
 // secrets.
 //
+// It is a std::uniform_random_bit_generator, so that std::shuffle and the distributions of <random> accept it. Their
+// results depend on the standard library; those of NextBelow, NextInRange and NextFloat do not.
+//
 // A named generator is in a list of the process, the newest first, so that a host can read and set all seeds.
 //
 // Ownership: the caller owns generators and names; the library owns the entries of the list.
@@ -19,6 +22,8 @@
 //     int const iDice = Random.NextInRange(1, 6);
 //     float const fShare = Random.NextFloat();   // from 0 to below 1
 //     unsigned int const nSaved = Random.GetSeed();
+//     std::array<int, 3> dCards = { 1, 2, 3 };
+//     std::shuffle(dCards.begin(), dCards.end(), Random);
 #pragma once
 
 #include "zqcore/clink.h"
@@ -30,6 +35,7 @@
 class ZQ_API RandomNumber_c
 {
 public:
+    using result_type = std::uint32_t;
     /// Adds the generator to the list, unless the name is null. The name is not copied and must outlive the generator.
     explicit RandomNumber_c(unsigned int nStartSeed = 0, char const * szItsName = nullptr);
 
@@ -54,6 +60,11 @@ public:
         dwHash = (dwHash ^ dwHash >> 15) * 0x846CA68Bu;
         return dwHash ^ dwHash >> 16;
     }
+
+    /// The standard's form of Next and its range.
+    std::uint32_t operator()() { return Next(); }
+    static constexpr std::uint32_t min() { return 0; }
+    static constexpr std::uint32_t max() { return 0xFFFFFFFF; }
 
     /// Returns a number from 0 to nCount - 1, each equally likely; 0 if nCount is 0. May need more than one step.
     std::uint32_t NextBelow(std::uint32_t nCount);
