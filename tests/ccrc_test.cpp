@@ -4,6 +4,7 @@
 #include "zqcore/ccrc_internal.h"
 
 #include <random>
+#include <span>
 
 namespace
 {
@@ -77,6 +78,17 @@ TEST(Crc32, TwoRunsAreJoined)
             Public(dBytes.data(), dBytes.size()))
             << nFirst;
     }
+    for (std::size_t const nPiece : { 1, 7, 511, 512, 5000 })
+    {
+        std::uint32_t dwCrc = 0;
+        for (std::span dRest = std::as_bytes(std::span(dBytes)); !dRest.empty();
+             dRest = dRest.subspan(std::min(nPiece, dRest.size())))
+        {
+            dwCrc = Crc32(dRest.first(std::min(nPiece, dRest.size())), dwCrc);
+        }
+        EXPECT_EQ(dwCrc, Public(dBytes.data(), dBytes.size())) << nPiece;
+    }
+    EXPECT_EQ(Crc32({}, 7), 7u);
 }
 
 // Every length to 600 at every alignment to 15, in memory that ends with the run, then long runs.

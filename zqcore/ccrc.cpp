@@ -104,6 +104,16 @@ namespace
         return ~dwRegister;
     }
 
+    // Returns the CRC of a run from the register before it.
+    std::uint32_t RunTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+    {
+        for (; nBytes >= 8; nBytes -= 8, pData += 8)
+        {
+            dwRegister = Crc32Feed8(dwRegister, Load4(pData), Load4(pData + 4));
+        }
+        return FinishTables(dwRegister, pData, nBytes);
+    }
+
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);
 
     // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it, which may come before any constructor.
@@ -121,6 +131,20 @@ namespace
         g_fnKernel.store(fnKernel, std::memory_order_relaxed);
         return fnKernel(pData, nBytes);
     }
+
+    // Returns the CRC of a run.
+    inline std::uint32_t RunOf(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        if (nBytes >= CRC32_KERNEL_MIN)
+        {
+            return g_fnKernel.load(std::memory_order_relaxed)(pBytes, nBytes);
+        }
+        if (nBytes >= 8)
+        {
+            return FinishTables(Crc32Feed8(0xFFFFFFFFu, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
+        }
+        return FinishTables(0xFFFFFFFFu, pBytes, nBytes);
+    }
 }
 
 constexpr std::array<std::uint32_t, 256> g_dCrc32Tab = MakeCrc32Tab();
@@ -129,27 +153,24 @@ constexpr std::array<std::uint16_t, 256> g_dCrc16Tab = MakeCrc16Tab();
 
 std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes)
 {
-    std::uint32_t dwRegister = 0xFFFFFFFFu;
-    for (; nBytes >= 8; nBytes -= 8, pData += 8)
-    {
-        dwRegister = Crc32Feed8(dwRegister, Load4(pData), Load4(pData + 4));
-    }
-    return FinishTables(dwRegister, pData, nBytes);
+    return RunTables(0xFFFFFFFFu, pData, nBytes);
 }
 
 std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)
 {
-    unsigned char const * const pBytes = reinterpret_cast<unsigned char const *>(pData);
-    std::size_t const nBytes = nLength > 0 ? static_cast<std::size_t>(nLength) : 0;
-    if (nBytes >= CRC32_KERNEL_MIN)
+    return RunOf(reinterpret_cast<unsigned char const *>(pData), nLength > 0 ? static_cast<std::size_t>(nLength) : 0);
+}
+
+std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst)
+{
+    constexpr std::size_t JOIN_MIN = 512;   // a kernel and a join are faster than the tables from here on
+    auto const * const pBytes = reinterpret_cast<unsigned char const *>(dBytes.data());
+    if (dwFirst == 0)
     {
-        return g_fnKernel.load(std::memory_order_relaxed)(pBytes, nBytes);
+        return RunOf(pBytes, dBytes.size());
     }
-    if (nBytes >= 8)
-    {
-        return FinishTables(Crc32Feed8(0xFFFFFFFFu, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
-    }
-    return FinishTables(0xFFFFFFFFu, pBytes, nBytes);
+    return dBytes.size() < JOIN_MIN ? RunTables(~dwFirst, pBytes, dBytes.size())
+                                    : Crc32Join(dwFirst, RunOf(pBytes, dBytes.size()), dBytes.size());
 }
 
 std::uint32_t Crc32Join(std::uint32_t dwFirst, std::uint32_t dwSecond, std::uint64_t nSecond)

@@ -10,14 +10,17 @@
 // carry-less multiplication, for 2 bytes without. Nothing allocates.
 // Failure: none.
 //
+//     std::array<char, 4> const dRest = { '6', '7', '8', '9' };
 //     std::uint32_t const dwFirst = GetCrc32Polynomial("12345", 5);
 //     std::uint32_t const dwSecond = GetCrc32Polynomial("6789", 4);
 //     std::uint32_t const dwWhole = Crc32Join(dwFirst, dwSecond, 4);   // 0xCBF43926, as of "123456789"
+//     std::uint32_t const dwSame = Crc32(std::as_bytes(std::span(dRest)), dwFirst);
 #pragma once
 
 #include "zqcore/cconfig.h"
 
 #include <array>
+#include <span>
 
 /// Table of CRC-32. Entry i is the register after the byte i, from a register of 0.
 extern ZQ_API std::array<std::uint32_t, 256> const g_dCrc32Tab;
@@ -32,6 +35,10 @@ extern ZQ_API std::array<std::uint16_t, 256> const g_dCrc16Tab;
 /// Returns the CRC-32 of nLength bytes. For a length of 0 or less returns 0, the CRC of nothing, and does not read
 /// pData.
 ZQ_API std::uint32_t GetCrc32Polynomial(char const * pData, int nLength);
+
+/// Returns the CRC-32 of a run of any length. dwFirst is the CRC-32 of the bytes before it, so that a run in pieces needs
+/// no buffer: the result is that of both.
+ZQ_API std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst = 0);
 
 /// Returns the CRC-32 of a run from the CRC-32 of its first and of its second part. nSecond is the number of bytes of
 /// the second part. Costs up to 40 ns for each bit that is set in nSecond.
