@@ -123,7 +123,7 @@ TEST_F(Modules, InitialisedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
     Register({ &c });
     TakeTrace();
     EXPECT_TRUE(Module_c::InitializeAllModules());
-    EXPECT_EQ(c.GetInitOrder(), 0);   // counted afresh
+    EXPECT_EQ(c.GetInitOrder(), 0);   // counted from 0 again
     EXPECT_THAT(TakeTrace(), testing::AnyOf("Ic 2c 2a 2b ", "Ic 2a 2c 2b "));
 }
 

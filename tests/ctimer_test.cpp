@@ -5,7 +5,7 @@
 TEST(Timer, PassedTimeGoesOnWithoutAJumpWhenTheClockChanges)
 {
     longTimeGetPassed();
-    longTimeWait(0.05);   // more than the coarse clock's period, so that a start that begins anew shows
+    longTimeWait(0.05);   // more than the coarse clock's period, so that a restarted clock shows
     double const tBefore = longTimeGetPassed();
     ASSERT_TRUE(StartModule(ModuleTimer_c::Get()));
     double const tAfter = longTimeGetPassed();

@@ -70,6 +70,6 @@ ZQ_API void FileDumpInfo();
 ZQ_API void FileLogLoadedMedia();
 
 /// Copies each file that was opened or streamed to the folder LoadedMedia of the current folder, under its key. Deletes
-/// the previous LoadedMedia first, without following links; if it can't be made anew, nothing is copied. Files that
-/// can't be copied and keys that lead out of the folder are skipped without a message.
+/// the previous LoadedMedia first, without following links; if the new one can't be created, nothing is copied. Files
+/// that can't be copied and keys that lead out of the folder are skipped without a message.
 ZQ_API void FileCloneLoadedMedia();
