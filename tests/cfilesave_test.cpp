@@ -33,9 +33,9 @@ namespace
         }
 
         // The stored value; the state, below 0, if there is none.
-        static int Load(FileSave_c & Save, int iFormer = 0)
+        static int Load(FileSave_c & Save, int iPrevious = 0)
         {
-            FileSave_c::State_e const eState = Save.Load(VERSION, iFormer);
+            FileSave_c::State_e const eState = Save.Load(VERSION, iPrevious);
             int iValue = -eState;
             Readable_c Archive(Save.OpenFile(), VERSION);
             if (Archive.Open() && Archive.ChunkBegin("Value"))
@@ -187,7 +187,7 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
         for (int i = 1, nStored = 0; nStored < 20; ++i)
         {
             FileSave_c Mine(sShared.c_str());
-            Mine.SetFormer(1);
+            Mine.SetPrevious(1);
             int const iHad = Load(Mine);
             EXPECT_THAT(iHad, testing::AnyOf(testing::Gt(0), -FileSave_c::ABSENT));
             nStored += Mine.IsLocked() && Store(Mine, iHad < 0 ? 1 : iHad + 1);
@@ -203,11 +203,11 @@ TEST_F(FileSave, FormerSavesMoveOnAndAFailedSaveMovesNone)
     FileSave_c Save(sPath.c_str());
     auto const All = [&Save] { return std::vector{ Load(Save), Load(Save, 1), Load(Save, 2), Load(Save, 3) }; };
     constexpr int NONE = -FileSave_c::ABSENT;
-    for (auto const & [iValue, nFormer, dAll] : Rows_t<int, int, std::vector<int>>{ { 1, 2, { 1, NONE, NONE, NONE } },
+    for (auto const & [iValue, nPrevious, dAll] : Rows_t<int, int, std::vector<int>>{ { 1, 2, { 1, NONE, NONE, NONE } },
              { 2, 2, { 2, 1, NONE, NONE } }, { 3, 2, { 3, 2, 1, NONE } }, { 4, 2, { 4, 3, 2, NONE } },
              { 5, 1, { 5, 4, 2, NONE } }, { 6, 0, { 6, 4, 2, NONE } }, { 7, 3, { 7, 6, 4, 2 } } })
     {
-        Save.SetFormer(nFormer);
+        Save.SetPrevious(nPrevious);
         EXPECT_TRUE(Store(Save, iValue));
         EXPECT_EQ(All(), dAll);
     }
@@ -236,7 +236,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
             [this, iLast]
             {
                 FileSave_c Save(sPath.c_str());
-                Save.SetFormer(2);
+                Save.SetPrevious(2);
                 for (int iValue = std::max(iLast, 0) + 1; Store(Save, iValue); ++iValue)
                 {}
                 return 1;

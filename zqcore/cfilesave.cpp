@@ -150,15 +150,15 @@ bool FileSave_c::IsLocked() const
     return m_Lock.IsTaken();
 }
 
-void FileSave_c::SetFormer(int nFormer)
+void FileSave_c::SetPrevious(int nPrevious)
 {
-    ZQ_ASSERT(nFormer >= 0 && nFormer <= MOST_FORMER);
-    m_nFormer = nFormer < 0 ? 0 : nFormer < MOST_FORMER ? nFormer : MOST_FORMER;
+    ZQ_ASSERT(nPrevious >= 0 && nPrevious <= MOST_PREVIOUS);
+    m_nPrevious = nPrevious < 0 ? 0 : nPrevious < MOST_PREVIOUS ? nPrevious : MOST_PREVIOUS;
 }
 
-String_T<256> FileSave_c::GetPath(int iFormer) const
+String_T<256> FileSave_c::GetPath(int iPrevious) const
 {
-    return iFormer > 0 ? m_sFile + Numbered(".", iFormer) : m_sFile;
+    return iPrevious > 0 ? m_sFile + Numbered(".", iPrevious) : m_sFile;
 }
 
 /// Deletes files left by writers of this save that were killed. No other program writes it at this point.
@@ -225,7 +225,7 @@ FileSave_c::State_e FileSave_c::Check(unsigned char const * pData, std::size_t n
     return SetState(dwFile > dwVersion ? NEWER : OLDER, szWhyNot);
 }
 
-FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
+FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
 {
     MemCategoryScope_c const Category(mem::file);
     delete std::exchange(m_pContents, nullptr);
@@ -233,7 +233,7 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iFormer)
     {
         return SetState(UNREADABLE, m_sWhyNoLock);   // the path does not exist
     }
-    String_T<256> const sPath = GetPath(iFormer);
+    String_T<256> const sPath = GetPath(iPrevious);
     plat::FileFacts_t Facts;
     plat::File_t hFile = plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);
     if (!hFile && !plat::PathIsTaken(sPath))
@@ -297,16 +297,16 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
 
 /// Links the save to its first previous name, and renames each previous save to the next name, up to a free one.
 /// Changes nothing if a failed commit has already linked the save.
-bool FileSave_c::KeepFormer(FileReplacement_c::Reason_t & sWhyNot)
+bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
 {
-    if (m_nFormer == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))
+    if (m_nPrevious == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))
     {
         return true;
     }
     String_T<272> const sSecond = NameBeside(m_sFile, SECOND_NAME_PREFIX);
     plat::TreeDelete(sSecond);
     int iFree = 1;
-    while (iFree < m_nFormer && plat::PathIsTaken(GetPath(iFree)))
+    while (iFree < m_nPrevious && plat::PathIsTaken(GetPath(iFree)))
     {
         ++iFree;
     }
@@ -348,5 +348,5 @@ bool FileSaveWriter_c::Commit()
     Reason_t sWhyNot;
     bool const bOnDisk = Write(&dwCrc, sizeof dwCrc) && Synchronize()
                          && (plat::PathIsTaken(GetFile()) || plat::FoldersSync(GetFile()) || FailAsSystem());
-    return bOnDisk && (m_Save.KeepFormer(sWhyNot) || Fail(sWhyNot)) && Replace();
+    return bOnDisk && (m_Save.KeepPrevious(sWhyNot) || Fail(sWhyNot)) && Replace();
 }

@@ -32,7 +32,7 @@
 //     }
 //
 // Save:
-//     Save.SetFormer(2);
+//     Save.SetPrevious(2);
 //     FileSaveWriter_c Writer(Save);
 //     BufferedWriteable_c Archive(Writer, ARCHIVE_SAVED_GAME_VERSION);
 //     if (Archive.Open())
@@ -62,7 +62,7 @@ public:
         OLDER
     };
 
-    static constexpr int MOST_FORMER = 9;   // maximum number of previous saves
+    static constexpr int MOST_PREVIOUS = 9;   // maximum number of previous saves
 
     /// Makes the missing folders of szFile and takes the lock. Does not open the save. The path has at most 249
     /// characters. On failure IsLocked returns false.
@@ -78,18 +78,18 @@ public:
     /// system's reason.
     bool IsLocked() const;
 
-    /// Set and return how many previous saves a commit keeps. 0 at start. Asserts 0 to MOST_FORMER; other values are
+    /// Set and return how many previous saves a commit keeps. 0 at start. Asserts 0 to MOST_PREVIOUS; other values are
     /// clamped. A commit does not delete previous saves with higher numbers.
-    void SetFormer(int nFormer);
-    int GetFormer() const { return m_nFormer; }
+    void SetPrevious(int nPrevious);
+    int GetPrevious() const { return m_nPrevious; }
 
     /// Returns the path of the save for 0, or of a previous save: 1 is the newest.
-    String_T<256> GetPath(int iFormer = 0) const;
+    String_T<256> GetPath(int iPrevious = 0) const;
 
     /// Reads the save, or a previous one as in GetPath, checks it and returns its state. Returns NEWER or OLDER for a
     /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above it. Frees
     /// the contents of the load before; requires that their reader is closed.
-    State_e Load(std::uint32_t dwVersion, int iFormer = 0);
+    State_e Load(std::uint32_t dwVersion, int iPrevious = 0);
 
     /// Returns the archive that Load has found whole, for one Readable_c, which frees the contents when it is closed.
     /// Returns null if there is none. The file is not in the table of files.
@@ -110,14 +110,14 @@ private:
     State_e Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);
     State_e SetState(State_e eState, char const * szWhyNot);
     void DeleteLeft();
-    bool KeepFormer(FileReplacement_c::Reason_t & sWhyNot);
+    bool KeepPrevious(FileReplacement_c::Reason_t & sWhyNot);
 
     String_T<256> m_sFile;
     String_T<272> m_sLock;
     FileReplacement_c::Reason_t m_sWhyNot, m_sWhyNoLock;
     plat::NameLock_c m_Lock;
     Contents_c * m_pContents = nullptr;   // owned
-    int m_nFormer = 0;
+    int m_nPrevious = 0;
 };
 
 /// Writes a save. Its FileSave_c must outlive it.

@@ -132,7 +132,7 @@ namespace
     int Play(Options_s const & Options, ModuleWorld_c & World, Survey_c & Survey)
     {
         FileSave_c Save(Options.sSave.c_str());
-        Save.SetFormer(PREVIOUS_SAVES);
+        Save.SetPrevious(PREVIOUS_SAVES);
         if (!Save.IsLocked())
         {
             return FailSave(Options, Save.GetWhyNot());

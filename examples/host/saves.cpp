@@ -40,7 +40,7 @@ namespace
     // be read.
     void LoadPrevious(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
-        for (int i = 1; i <= Save.GetFormer(); ++i)
+        for (int i = 1; i <= Save.GetPrevious(); ++i)
         {
             FileSave_c::State_e const eState = Save.Load(SAVE_VERSION, i);
             std::string const sPath = static_cast<char const *>(Save.GetPath(i));
