@@ -173,6 +173,8 @@ TEST_F(CrashReport, NamesFunctionsLinesAndVariables)
     EXPECT_THAT(Crash.sLog, ContainsRegex(FRAME));
     EXPECT_THAT(
         Crash.sReport, ContainsRegex("; *return \\*static_cast<int volatile [^\n]*\n[^\n]*\n?[^\n]*FAULT!!!\n"));
+    EXPECT_THAT(Crash.sReport, ContainsRegex("; \\}\n([0-9a-f]+: [^\n]*\n)+; [0-9]+, [^\n]*/crasher.cpp\n[0-9a-f]+: "))
+        << "one line of the next function, which is of another file";
     EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!"));
     for (char const * szVariable : { "\tParameter 'iFirst' = 5\r\n", "\tParameter 'szSecond' = \"second\"\r\n",
              "\tLocal 'iLocal' = 1234\r\n", "\tLocal 'fLocal' = 1.500000\r\n",

@@ -42,6 +42,7 @@ namespace
     bool g_bWriting = false;
     constinit plat::Symbols_c g_Symbols;
     char g_szDialog[LINE_SIZE];
+    char g_szSourceFile[NAME_SIZE];   // of the last line that LogSourceString found
 
     struct FaultName_t
     {
@@ -337,6 +338,11 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
     if (!g_bWriting || !g_Symbols.LineAt(Address, szFile, sizeof szFile, &iLine))
     {
         return iLastLine;
+    }
+    if (std::strcmp(szFile, g_szSourceFile) != 0)
+    {
+        iLastLine = g_szSourceFile[0] != '\0' ? ~0u : iLastLine;   // lines are counted within one file
+        std::memcpy(g_szSourceFile, szFile, std::strlen(szFile) + 1);
     }
     if (iLine == iLastLine)
     {

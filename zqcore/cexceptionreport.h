@@ -83,8 +83,9 @@ public:
     ZQ_API std::uint64_t GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const;
 
     /// Writes to the report the source lines after iLastLine up to the line of the address, the last 100 at most. Each
-    /// is "; text", or "; number, file" if the text can't be read. With an iLastLine of all ones, as in a first call,
-    /// it is the address's line alone. Returns the address's line, or iLastLine for an address without one.
+    /// is "; text", or "; number, file" if the text can't be read. It is the address's line alone with an iLastLine of
+    /// all ones, as in a first call, and for another file than that of the previous call. Returns the address's line,
+    /// or iLastLine for an address without one.
     ZQ_API unsigned LogSourceString(std::uintptr_t Address, unsigned iLastLine) const;
 };
 
