@@ -1,0 +1,220 @@
+// listing_marks: reads the output of "objdump -d -w -M intel" and measures the code listing of a crash report over it.
+// listing_marks.sh runs both over libraries.
+//
+// For each instruction, a fault is placed on it. The listing starts 128 bytes before the fault's block of 32, in general
+// inside an instruction. The fault is lost if no listed instruction starts at its address. Vector instructions (VEX,
+// EVEX and XOP prefixes) are counted apart. Their names and all lengths are compared with those of objdump.
+#include "zqcore/copcode.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace
+{
+    constexpr std::size_t BLOCK = 32;
+    constexpr std::size_t BEFORE = 128;
+
+    struct Instruction_t
+    {
+        std::size_t nOffset;   // in the code of its section
+        std::size_t nBytes;
+        std::string sText;
+    };
+
+    struct Section_t
+    {
+        std::uint64_t Address = 0;
+        std::vector<unsigned char> dCode;
+        std::vector<Instruction_t> dInstructions;
+    };
+
+    struct Count_t
+    {
+        unsigned nAll = 0, nLost = 0, nLength = 0, nName = 0;
+    };
+
+    // Reads "  ADDRESS:\tBYTES \tTEXT" and returns whether the line is one.
+    bool ReadLine(
+        std::string const & sLine, std::uint64_t & Address, std::vector<unsigned char> & dBytes, std::string & sText)
+    {
+        char * pEnd;
+        Address = std::strtoull(sLine.c_str(), &pEnd, 16);
+        if (pEnd == sLine.c_str() || pEnd[0] != ':' || pEnd[1] != '\t')
+        {
+            return false;
+        }
+        dBytes.clear();
+        char const * p = pEnd + 2;
+        while (std::isxdigit(static_cast<unsigned char>(p[0])) && std::isxdigit(static_cast<unsigned char>(p[1])))
+        {
+            dBytes.push_back(static_cast<unsigned char>(std::stoi(std::string(p, 2), nullptr, 16)));
+            for (p += 2; *p == ' '; ++p)
+            {}
+        }
+        sText = *p == '\t' ? p + 1 : "";
+        return !dBytes.empty();
+    }
+
+    bool IsVector(Section_t const & Section, Instruction_t const & Instruction, bool b64Bit)
+    {
+        unsigned char const * p = Section.dCode.data() + Instruction.nOffset;
+        unsigned char const * const pEnd = p + Instruction.nBytes;
+        while (p != pEnd && (*p == 0x64 || *p == 0x65 || *p == 0x67 || *p == 0x2E || *p == 0x3E))
+        {
+            ++p;
+        }
+        if (pEnd - p < 3)
+        {
+            return false;
+        }
+        return p[0] == 0x8F ? (p[1] & 0x1F) >= 8
+                            : (p[0] == 0xC4 || p[0] == 0xC5 || p[0] == 0x62) && (b64Bit || p[1] >= 0xC0);
+    }
+
+    // Returns the first word that is no prefix of objdump's.
+    std::string Mnemonic(std::string const & sText)
+    {
+        std::size_t const iFirst = sText[0] == '{' ? sText.find(' ') + 1 : 0;   // such as "{evex} vpmulhrsw"
+        return sText.substr(iFirst, sText.find(' ', iFirst) - iFirst);
+    }
+
+    // objdump names compares by their immediate byte.
+    bool IsSameName(std::string const & sTheirs, std::string const & sOurs)
+    {
+        static constexpr char const * COMPARES[] = { "vcmp", "vpcmp", "vpcom", "vpclmul" };
+        return sTheirs == sOurs
+               || std::any_of(std::begin(COMPARES), std::end(COMPARES),
+                   [&](char const * sz) { return sTheirs.rfind(sz, 0) == 0 && sOurs.rfind(sz, 0) == 0; });
+    }
+
+    class Measure_c
+    {
+    public:
+        Measure_c(bool b64Bit, bool bDetails)
+            : m_b64Bit(b64Bit)
+            , m_bDetails(bDetails)
+            , m_Decoder(b64Bit ? OPCODE_64_BIT : OPCODE_32_BIT)
+        {}
+
+        void Add(Section_t const & Section)
+        {
+            m_dLengths.assign(Section.dCode.size(), 0);
+            for (Instruction_t const & Instruction : Section.dInstructions)
+            {
+                bool const bVector = IsVector(Section, Instruction, m_b64Bit);
+                ++m_Counts[bVector].nAll;
+                m_Counts[bVector].nLost += !IsMarked(Section, Instruction.nOffset);
+                Compare(Section, Instruction, bVector);
+            }
+        }
+
+        void Print() const
+        {
+            for (bool const bVector : { true, false })
+            {
+                Count_t const & Count = m_Counts[bVector];
+                std::printf("%-6s %7u, lost %u (%.2f %%), other length %u, other name %u\n",
+                    bVector ? "vector" : "other", Count.nAll, Count.nLost,
+                    Count.nAll != 0 ? 100.0 * Count.nLost / Count.nAll : 0.0, Count.nLength, Count.nName);
+            }
+            for (auto const & [sWhat, nTimes] : m_Details)
+            {
+                std::printf("    %6u  %s\n", nTimes, sWhat.c_str());
+            }
+        }
+
+    private:
+        std::size_t LengthAt(Section_t const & Section, std::size_t nOffset)
+        {
+            if (m_dLengths[nOffset] == 0)
+            {
+                char szText[2];
+                std::size_t const nBytes = m_Decoder.Decode(
+                    Section.dCode.data() + nOffset, Section.dCode.size() - nOffset, szText, sizeof szText);
+                m_dLengths[nOffset] = static_cast<unsigned char>(std::max<std::size_t>(nBytes, 1));
+            }
+            return m_dLengths[nOffset];
+        }
+
+        bool IsMarked(Section_t const & Section, std::size_t nFault)
+        {
+            std::size_t const nInBlock = (Section.Address + nFault) % BLOCK;
+            std::size_t nOffset = nFault > nInBlock + BEFORE ? nFault - nInBlock - BEFORE : 0;
+            while (nOffset < nFault)
+            {
+                nOffset += LengthAt(Section, nOffset);
+            }
+            return nOffset == nFault;
+        }
+
+        void Compare(Section_t const & Section, Instruction_t const & Instruction, bool bVector)
+        {
+            if (Instruction.sText.find("(bad)") != std::string::npos || Instruction.sText.empty())
+            {
+                return;
+            }
+            Count_t & Count = m_Counts[bVector];
+            char szText[256];
+            std::size_t const nBytes = m_Decoder.Decode(Section.dCode.data() + Instruction.nOffset,
+                Section.dCode.size() - Instruction.nOffset, szText, sizeof szText);
+            std::string const sOurs = szText;
+            bool const bLength = nBytes != Instruction.nBytes && sOurs != "lock   " && sOurs != "wait   ";
+            bool const bName = bVector && !IsSameName(Mnemonic(Instruction.sText), Mnemonic(sOurs));
+            Count.nLength += bLength;
+            Count.nName += bName;
+            if (m_bDetails && (bLength || bName))
+            {
+                ++m_Details[Instruction.sText + " is " + sOurs];
+            }
+        }
+
+        bool m_b64Bit;
+        bool m_bDetails;
+        OpcodeDecoder_c m_Decoder;
+        std::vector<unsigned char> m_dLengths;   // at each offset of the section, 0 if not known yet
+        Count_t m_Counts[2];
+        std::map<std::string, unsigned> m_Details;
+    };
+}
+
+// listing_marks [-v] < OBJDUMP: -v also lists what differs.
+int main(int argc, char ** argv)
+{
+    bool const bDetails = argc > 1 && std::string(argv[1]) == "-v";
+    std::vector<Section_t> dSections;
+    bool b64Bit = true;
+    std::string sLine, sText;
+    std::vector<unsigned char> dBytes;
+    for (std::uint64_t Address = 0; std::getline(std::cin, sLine);)
+    {
+        if (sLine.find("file format elf32") != std::string::npos)
+        {
+            b64Bit = false;
+        }
+        if (!ReadLine(sLine, Address, dBytes, sText))
+        {
+            continue;
+        }
+        if (dSections.empty() || dSections.back().Address + dSections.back().dCode.size() != Address)
+        {
+            dSections.emplace_back().Address = Address;
+        }
+        Section_t & Section = dSections.back();
+        Section.dInstructions.push_back({ Section.dCode.size(), dBytes.size(), sText });
+        Section.dCode.insert(Section.dCode.end(), dBytes.begin(), dBytes.end());
+    }
+    Measure_c Measure(b64Bit, bDetails);
+    for (Section_t const & Section : dSections)
+    {
+        Measure.Add(Section);
+    }
+    Measure.Print();
+    return 0;
+}
