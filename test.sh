@@ -8,7 +8,7 @@ presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(release asan)
 
 packages=(cmake ninja-build g++ libdw-dev googletest)
-packages+=(binutils chromium-headless-shell git python3 valgrind)   # for single tests
+packages+=(binutils chromium-headless-shell git libzydis-dev python3 valgrind)   # for single tests
 case " ${presets[*]} " in *" i386"*) packages+=(g++-multilib) ;; esac
 case " ${presets[*]} " in *" i386-emulated "*) packages+=(qemu-user) ;; esac
 .ci/need "${packages[@]}"

@@ -24,14 +24,15 @@ struct OpcodeDecoder_c::Match_s
 };
 
 OpcodeDecoder_c::OpcodeDecoder_c(OpcodeMode_e eMode)
-    : m_b64Bit(eMode == OPCODE_64_BIT)
+    : m_Tables(OpcodeTables(eMode == OPCODE_64_BIT))
+    , m_b64Bit(eMode == OPCODE_64_BIT)
     , m_pPages(plat::PagesAllocate(OPCODE_PAGES_SIZE))
 {
     if (m_pPages == nullptr)
     {
         return;
     }
-    auto const [pBytes, nBytes] = OpcodeTable(m_b64Bit);
+    auto const [pBytes, nBytes] = m_Tables.First;
     auto * const pPages = static_cast<unsigned char *>(m_pPages);
     unsigned char * const pCompact = pPages + OPCODE_COMPACT_OFFSET;
     std::memcpy(pCompact, pBytes, nBytes);
@@ -113,9 +114,11 @@ bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_s & Matc
     m_bOperandSize = m_bAddressSize = m_bF2 = m_bF3 = m_nRex = 0;
     m_szSegment = nullptr;
     m_nText = 0;
+    m_nMemory = 0;
+    m_Vex = {};
     for (Match.pPosition = pCode; Match.pPosition != m_pEnd;)
     {
-        if (!RunGroup(0, Match.pPosition, m_pFields, Match))
+        if (!RunTables(Match.pPosition, Match))
         {
             return false;
         }
@@ -127,10 +130,36 @@ bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_s & Matc
     return false;
 }
 
+// Tries the later instructions first. A VEX prefix that begins none of them, or that has bits which the text does not
+// show, has no effect.
+bool OpcodeDecoder_c::RunTables(unsigned char const * pCode, Match_s & Match)
+{
+    std::uint32_t const nText = m_nText;
+    m_pRows = m_Tables.pLater;
+    m_pIndex = &m_Tables.LaterIndex;
+    if (RunGroup(0, pCode, m_pFields, Match) && IsVexShown())
+    {
+        return true;
+    }
+    if (m_Vex.bPresent)
+    {
+        m_nText = nText;
+        m_bOperandSize = m_bF2 = m_bF3 = m_nRex = 0;
+        m_Vex = {};
+    }
+    m_nMemory = 0;
+    m_pRows = m_pTable;
+    m_pIndex = &m_Tables.FirstIndex;
+    return RunGroup(0, pCode, m_pFields, Match);
+}
+
 bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_s & Match)
 {
-    unsigned char const * p = m_pTable + OpcodeWord(m_pTable + iSlot * sizeof(std::uint32_t));
     unsigned const cCode = pCode != m_pEnd ? *pCode : 0;
+    unsigned const iStarts = m_pIndex->pSlots[iSlot];
+    unsigned char const * p =
+        m_pRows
+        + (iStarts != 0 ? m_pIndex->pStarts[iStarts - 1][cCode] : OpcodeWord(m_pRows + iSlot * sizeof(std::uint32_t)));
     while (*p != 0)
     {
         unsigned char const * const pPattern = p + 1;
@@ -164,7 +193,11 @@ bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, 
         unsigned const nMask = p[1];
         if (nMask == 0 && nCode > OPCODE_RAW_LAST)
         {
-            if (nCode >= OPCODE_SUBTABLE ? !RunSubtable(Row, nCode) : !IsFlagSet(nCode))
+            bool const bHolds = nCode >= OPCODE_SUBTABLE      ? RunSubtable(Row, nCode)
+                                : nCode >= OPCODE_MEMORY_SIZE ? SetMemorySize(nCode)
+                                : nCode == OPCODE_TAKE_VEX    ? TakeVex(Row.pFields, Row.pPosition)
+                                                              : IsFlagSet(nCode);
+            if (!bHolds)
             {
                 return false;
             }
@@ -201,11 +234,39 @@ bool OpcodeDecoder_c::IsFlagSet(unsigned nCondition) const
     case OPCODE_IF_NO_SEGMENT:
         return m_szSegment == nullptr;
     case OPCODE_IF_REX_W:
-        return m_nRex & OPCODE_REX_W;
+        return m_nRex & OPCODE_REX_W || m_Vex.bW;
     case OPCODE_IF_REX_B:
         return m_nRex & OPCODE_REX_B;
     case OPCODE_IF_NO_REX_X:
         return !(m_nRex & OPCODE_REX_X);
+    case OPCODE_IF_NO_PREFIX:
+        return !m_bOperandSize && !m_bF2 && !m_bF3 && m_nRex == 0;
+    case OPCODE_IF_EVEX:
+        return m_Vex.bEvex;
+    case OPCODE_IF_NOT_EVEX:
+        return !m_Vex.bEvex;
+    case OPCODE_IF_NOT_W:
+        return !(m_nRex & OPCODE_REX_W) && !m_Vex.bW;
+    case OPCODE_IF_LENGTH:
+    case OPCODE_IF_LENGTH + 1:
+    case OPCODE_IF_LENGTH + 2:
+        return m_Vex.nLength == nCondition - OPCODE_IF_LENGTH;
+    case OPCODE_IF_NOT_LENGTH_16:
+        return m_Vex.nLength != 0;
+    case OPCODE_IF_W_OR_NOT_EVEX:
+        return m_Vex.bW || !m_Vex.bEvex;
+    case OPCODE_IF_NOT_W_OR_NOT_EVEX:
+        return !m_Vex.bW || !m_Vex.bEvex;
+    case OPCODE_IF_NO_MANDATORY:
+        return !m_bOperandSize && !m_bF2 && !m_bF3;
+    case OPCODE_IF_NO_F2_F3:
+        return !m_bF2 && !m_bF3;
+    case OPCODE_IF_66_ALONE:
+        return m_bOperandSize && !m_bF2 && !m_bF3;
+    case OPCODE_IF_F2_ALONE:
+        return m_bF2 && !m_bF3;
+    case OPCODE_IF_F3_ALONE:
+        return m_bF3 && !m_bF2;
     default:
         return true;
     }
@@ -267,6 +328,10 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
 // A prefix after a REX prefix cancels it.
 void OpcodeDecoder_c::RunCode(unsigned nCode, std::uint32_t nFirstField)
 {
+    if (nCode >= OPCODE_PRINT_SIZE)
+    {
+        return WritePart(nCode);
+    }
     static constexpr char const * SEGMENTS[] = { "cs", "ss", "ds", "es", "fs", "gs" };
     switch (nCode)
     {

@@ -1,19 +1,22 @@
 // copcode.h: a disassembler for the code around a crash, for 32-bit and 64-bit x86.
 //
-// The instruction set is a table of byte patterns and formats; the decoder knows no instruction. The table holds IA-32
-// up to SSE2 with x87, MMX and 3DNow!, and the additions of 64-bit mode. A newer instruction prints as "db" with its
-// byte, or as the older instruction from which it differs only by a prefix. Rows are added in tools/opcodetable/*.txt,
-// which describe their syntax.
+// The instruction set is two tables of byte patterns and formats; the decoder knows no instruction. The first holds IA-32
+// up to SSE2 with x87, MMX and 3DNow!, and the additions of 64-bit mode. The second holds what followed: SSE3 to SSE4.2,
+// AES, SHA, CET, XSAVE and the like, and the VEX, EVEX and XOP prefixes with AVX, AVX2, FMA, BMI, AVX-512 and AMX. An
+// unknown instruction prints as "db" with its byte, or as the older instruction from which it differs only by a prefix.
+// Rows are added in tools/opcodetable/*.txt, which describe their syntax.
 //
 // - Numbers are hexadecimal without a prefix. Displacements, and bytes that are extended to the operand's size, have a
 //   sign.
-// - A memory operand has a size word, unless the source is a register, which shows the size.
+// - A memory operand has a size word, unless the source is a register, which shows the size. With a VEX, EVEX or XOP
+//   prefix it always has one.
+// - EVEX prefixes show their mask, broadcast and rounding: "vaddps zmm0{k3}{z},zmm1,dword ptr [rax]{1to16}".
 // - In 64-bit mode a RIP-relative operand prints as "[rel ADDRESS]".
 // - A prefix that an instruction ignores leaves no trace in the text. `lock` prints as an instruction of its own.
 //
 // Ownership: the caller keeps the code's bytes. The decoder and the listing own pages of the system.
 // Threads: one thread for each object. Nothing takes a lock, so all of it may run in a crashed process.
-// Cost: nothing until an object is made. Expanding the table takes some 25 us, an instruction about 1 us, each symbol
+// Cost: nothing until an object is made. Expanding the first table takes some 25 us, an instruction some 0.3 us, each symbol
 // what its callback takes. The heap is not used.
 // Failure: without pages nothing decodes: Decode returns 0.
 //
@@ -36,6 +39,9 @@ enum OpcodeMode_e
     OPCODE_64_BIT,
     OPCODE_NATIVE = sizeof(void *) == 8 ? OPCODE_64_BIT : OPCODE_32_BIT,   // mode of this process
 };
+
+struct OpcodeIndex_s;
+struct OpcodeTables_s;
 
 /// Decodes one instruction at a time.
 class OpcodeDecoder_c
@@ -74,16 +80,25 @@ private:
     struct Match_s;
 
     bool RunInstruction(unsigned char const * pCode, Match_s & Match);
+    bool RunTables(unsigned char const * pCode, Match_s & Match);
     bool RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_s & Match);
     bool MatchPattern(Row_s & Row, unsigned char const * pPattern, std::size_t nPattern);
     bool IsFlagSet(unsigned nCondition) const;
     bool RunSubtable(Row_s & Row, unsigned nCode);
+    bool TakeVex(std::uint32_t const * pFields, unsigned char const * pCode);
+    bool TakeEvex(unsigned nFirst, unsigned nThird, unsigned char const * pCode);
+    bool SetMemorySize(unsigned nCode);
+    bool IsVexShown() const;
 
     void WriteFormat(Row_s const & Row, unsigned char const * pFormat, std::size_t nFormat);
     void RunCode(unsigned nCode, std::uint32_t nFirstField);
     void WriteField(unsigned char const * pEnd, std::uint32_t const * pField, unsigned nSelector, unsigned nShape);
     void WriteRegister(unsigned eKind, unsigned iRegister);
     void WriteGeneral(unsigned iRegister, unsigned nBits);
+    void WriteVector(std::uint32_t nField, unsigned nShape);
+    void WriteNumbered(char const * szClass, unsigned iRegister);
+    void WriteSize(unsigned nBytes);
+    void WritePart(unsigned nCode);
     void WriteNumber(unsigned char const * pEnd, std::uint32_t const * pField, unsigned eKind, unsigned nSlice);
     void WriteAddress(std::uint64_t nAddress);
     void WriteSigned(std::int64_t nValue);
@@ -95,7 +110,32 @@ private:
     void WriteText(char const * szText);
     void WriteHex(std::uint64_t n, int nDigits);
 
+    /// Bits of a VEX, XOP or EVEX prefix, without those that REX has too.
+    struct Vex_s
+    {
+        bool bPresent;
+        bool bEvex;
+        bool bW;
+        bool bBroadcast;      // EVEX.b with a memory operand
+        bool bRounding;       // EVEX.b with a register operand
+        bool bZero;           // elements outside of the mask become 0
+        unsigned nRounding;   // mode
+        unsigned nLength;     // log2 of the vector's bytes, less 4
+        unsigned nMask;       // register of the mask
+        unsigned nRegister;   // operand of the prefix
+        unsigned nHighReg;    // bit 4 of the registers in ModR/M and SIB
+        unsigned nHighRm;
+        unsigned nHighIndex;
+        bool bRegisterShown;   // in the text, as the next ones
+        bool bIndexShown;
+        bool bMaskShown;
+        bool bRoundingShown;
+    };
+
     unsigned char const * m_pTable = nullptr;   // the expanded form
+    OpcodeTables_s const & m_Tables;
+    unsigned char const * m_pRows = nullptr;   // the table that is being matched, and its index
+    OpcodeIndex_s const * m_pIndex = nullptr;
     SymbolCallback_t m_fnSymbol = nullptr;
     void * m_pUser = nullptr;
     unsigned char m_bOperandSize = 0;   // flags of prefixes, cleared before each instruction
@@ -103,6 +143,9 @@ private:
     unsigned char m_bF2 = 0;
     unsigned char m_bF3 = 0;
     unsigned char m_nRex = 0;   // value of the REX prefix, 0 without one
+    Vex_s m_Vex{};
+    unsigned m_nMemory = 0;     // bytes of the memory operand where a row sets them, else 0
+    unsigned m_nElements = 0;   // elements that a broadcast fills
     bool m_b64Bit;
     bool m_bRelative = false;   // an operand is relative to the instruction's end, which is not known yet
     char const * m_szSegment = nullptr;

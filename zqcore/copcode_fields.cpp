@@ -85,6 +85,8 @@ void OpcodeDecoder_c::WriteField(
             return WriteField(pEnd, pField, nSelector - OPCODE_KIND_MM_OR_XMM + OPCODE_KIND_MM, nShape);
         }
         return WriteRegister(OPCODE_KIND_XMM, nSlice | Extension(m_nRex, eSlice, eKind));
+    case OPCODE_KIND_VECTOR:
+        return WriteVector(*pField, nShape);
     case OPCODE_KIND_TEXT:
         WriteText(m_pText + *pField);
         break;
@@ -99,15 +101,6 @@ void OpcodeDecoder_c::WriteField(
 
 void OpcodeDecoder_c::WriteRegister(unsigned eKind, unsigned iRegister)
 {
-    auto const WriteNumbered = [&](char const * szClass)
-    {
-        WriteText(szClass);
-        if (iRegister >= 10)
-        {
-            WriteChar('1');
-        }
-        WriteChar(static_cast<char>('0' + iRegister % 10));
-    };
     bool const bWide = m_nRex & OPCODE_REX_W;
     switch (eKind)
     {
@@ -118,11 +111,11 @@ void OpcodeDecoder_c::WriteRegister(unsigned eKind, unsigned iRegister)
     case OPCODE_KIND_R8:
         return WriteGeneral(iRegister, 8);
     case OPCODE_KIND_XMM:
-        return WriteNumbered("xmm");
+        return WriteNumbered("xmm", iRegister);
     case OPCODE_KIND_CR:
-        return WriteNumbered("cr");
+        return WriteNumbered("cr", iRegister);
     case OPCODE_KIND_DR:
-        return WriteNumbered("dr");
+        return WriteNumbered("dr", iRegister);
     case OPCODE_KIND_ADDRESS:
     case OPCODE_KIND_INDEX:
         return WriteGeneral(iRegister, m_bAddressSize ? 32 : 64);
@@ -135,6 +128,17 @@ void OpcodeDecoder_c::WriteRegister(unsigned eKind, unsigned iRegister)
     default:
         return WriteGeneral(iRegister, bWide ? 64 : m_bOperandSize ? 16 : 32);
     }
+}
+
+// Writes a name with a number below 100.
+void OpcodeDecoder_c::WriteNumbered(char const * szClass, unsigned iRegister)
+{
+    WriteText(szClass);
+    if (iRegister >= 10)
+    {
+        WriteChar(static_cast<char>('0' + iRegister / 10));
+    }
+    WriteChar(static_cast<char>('0' + iRegister % 10));
 }
 
 void OpcodeDecoder_c::WriteGeneral(unsigned iRegister, unsigned nBits)
@@ -175,7 +179,8 @@ void OpcodeDecoder_c::WriteNumber(
     case OPCODE_KIND_EXTENDED:
         return WriteAddress(static_cast<std::uint64_t>(Signed32(pField)));
     case OPCODE_KIND_SIGNED8:
-        return WriteSigned(nSigned8);
+        return WriteSigned(
+            m_Vex.bEvex ? nSigned8 * static_cast<int>(m_nMemory) : nSigned8);   // EVEX scales displacements
     case OPCODE_KIND_SIGNED16:
         return WriteSigned(Signed16(pField));
     case OPCODE_KIND_SIGNED32:

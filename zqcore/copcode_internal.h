@@ -1,6 +1,8 @@
 // copcode_internal.h: codes of the opcode table and its two forms, shared by the decoder and by the generator that
 // makes the table from tools/opcodetable/*.txt.
 //
+// Instructions after SSE2 have a second table, which is tried first. It exists in the expanded form only.
+//
 // Compact form: two 32-bit little-endian words (number of bytes that follow them, size of the expanded form), a byte
 // with the number of groups, and the groups. A group has rows. A row has two strings, pattern and format. A string is
 // coded as a selector, a length L and literal bytes.
@@ -31,9 +33,35 @@ enum OpcodePattern_e : unsigned char
     OPCODE_IF_REX_W = 21,   // this and the next ones: 64-bit mode
     OPCODE_IF_REX_B = 22,
     OPCODE_IF_NO_REX_X = 23,
+    OPCODE_IF_NO_PREFIX = 24,   // none of 66, F2, F3 and REX; this and the next ones: the table of later instructions
+    OPCODE_TAKE_VEX = 25,       // the row's bytes are a VEX, EVEX or XOP prefix; its bits apply from here on
+    OPCODE_IF_EVEX = 26,
+    OPCODE_IF_NOT_EVEX = 27,
+    OPCODE_IF_NOT_W = 28,
+    OPCODE_IF_LENGTH = 29,   // and the next two: vectors of 16, 32, 64 bytes
+    OPCODE_IF_NOT_LENGTH_16 = 32,
+    OPCODE_IF_W_OR_NOT_EVEX = 33,
+    OPCODE_IF_NOT_W_OR_NOT_EVEX = 34,
+    OPCODE_IF_NO_MANDATORY = 35,   // none of 66, F2 and F3
+    OPCODE_IF_NO_F2_F3 = 36,
+    OPCODE_IF_66_ALONE = 37,     // without F2 and F3
+    OPCODE_IF_F2_ALONE = 38,     // without F3
+    OPCODE_IF_F3_ALONE = 39,     // without F2
+    OPCODE_MEMORY_SIZE = 0x40,   // and an OpcodeSize_e, and the log2 of a broadcast element's bytes in bits 4 and 5
     OPCODE_STEP_BACK = 0x40,
     OPCODE_SUBTABLE = 0x80,
     OPCODE_GROUP_MASK = 0x3F,
+};
+
+/// Bytes of a memory operand. Those up to OPCODE_SIZE_EIGHTH are parts of the vector's.
+enum OpcodeSize_e : unsigned char
+{
+    OPCODE_SIZE_VECTOR = 0,
+    OPCODE_SIZE_HALF = 1,
+    OPCODE_SIZE_QUARTER = 2,
+    OPCODE_SIZE_EIGHTH = 3,
+    OPCODE_SIZE_1 = 4,
+    OPCODE_SIZE_64 = 10,
 };
 
 /// Bytes of a format that are not printed as they are. 1 to 31 refer to a field; with OPCODE_BLANK a blank precedes it.
@@ -48,8 +76,14 @@ enum OpcodeFormat_e : unsigned char
     OPCODE_SET_ADDRESS_SIZE = 0xE8,
     OPCODE_SET_F2 = 0xE9,
     OPCODE_SET_F3 = 0xEA,
-    OPCODE_SET_REX = 0xEB,    // to the row's first field
-    OPCODE_SET_NONE = 0xEC,   // a prefix without effect
+    OPCODE_SET_REX = 0xEB,      // to the row's first field
+    OPCODE_SET_NONE = 0xEC,     // a prefix without effect
+    OPCODE_PRINT_SIZE = 0xED,   // the size word of the memory operand
+    OPCODE_PRINT_VECTOR_SIZE = 0xEE,
+    OPCODE_PRINT_BROADCAST = 0xEF,
+    OPCODE_PRINT_MASK = 0xF0,
+    OPCODE_PRINT_ROUNDING = 0xF1,   // the mode, after a comma
+    OPCODE_PRINT_SAE = 0xF2,        // "{sae}", after a comma, with EVEX.b and a register operand
 };
 
 /// Slices of a field. OPCODE_SLICE_TOLD is described by the format's next byte: width in its high half, shift in its
@@ -94,6 +128,28 @@ enum OpcodeKind_e : unsigned char
     OPCODE_KIND_JUMP32 = 27,
     OPCODE_KIND_RELATIVE = 28,   // four fields, as an address from the instruction's end
     OPCODE_KIND_R64 = 29,
+    OPCODE_KIND_VECTOR = 30,   // a register by an OpcodeClass_e in the high half of the next byte
+};
+
+/// Registers of OPCODE_KIND_VECTOR.
+enum OpcodeClass_e : unsigned char
+{
+    OPCODE_CLASS_XMM = 0,
+    OPCODE_CLASS_LENGTH = 1,   // XMM, YMM or ZMM by the vector's length
+    OPCODE_CLASS_HALF = 2,     // by half of it, XMM at least
+    OPCODE_CLASS_MASK = 3,
+    OPCODE_CLASS_R32_OR_64 = 4,
+    OPCODE_CLASS_TILE = 5,
+};
+
+/// Place of the register's number, in the low half of that byte. Every place but OPCODE_PLACE_VVVV uses the field.
+enum OpcodePlace_e : unsigned char
+{
+    OPCODE_PLACE_REG = 0,   // bits 3 to 5
+    OPCODE_PLACE_RM = 1,    // bits 0 to 2
+    OPCODE_PLACE_VVVV = 2,
+    OPCODE_PLACE_IMMEDIATE = 3,   // bits 4 to 7
+    OPCODE_PLACE_INDEX = 4,       // bits 3 to 5
 };
 
 inline constexpr std::size_t OPCODE_MAX_FIELDS = 32;
@@ -131,5 +187,21 @@ struct OpcodeCompact_s
     std::size_t nBytes;
 };
 
-/// Returns the table of 64-bit or of 32-bit code.
-OpcodeCompact_s OpcodeTable(bool b64Bit);
+/// Index of an expanded form: where matching starts in a group.
+struct OpcodeIndex_s
+{
+    unsigned char const * pSlots;          // for each slot the number of its starts from 1 on, or 0 for a small group
+    std::uint16_t const (*pStarts)[256];   // for each first byte of the code the offset of the first row that can match
+};
+
+/// The tables of one mode.
+struct OpcodeTables_s
+{
+    OpcodeCompact_s First;
+    OpcodeIndex_s FirstIndex;
+    unsigned char const * pLater;   // the expanded form of later instructions, in the library's read-only data
+    OpcodeIndex_s LaterIndex;
+};
+
+/// Returns the tables of 64-bit or of 32-bit code.
+OpcodeTables_s const & OpcodeTables(bool b64Bit);

@@ -24,7 +24,11 @@ namespace
     static_assert(OtherSize(OPCODES_64) + TEXT_SIZE <= OPCODE_PAGES_SIZE);
 }
 
-OpcodeCompact_s OpcodeTable(bool b64Bit)
+OpcodeTables_s const & OpcodeTables(bool b64Bit)
 {
-    return b64Bit ? OpcodeCompact_s{ OPCODES_64, sizeof OPCODES_64 } : OpcodeCompact_s{ OPCODES_32, sizeof OPCODES_32 };
+    static constexpr OpcodeTables_s TABLES_32 = { { OPCODES_32, sizeof OPCODES_32 },
+        { OPCODES_32_SLOTS, OPCODES_32_STARTS }, LATER_32, { LATER_32_SLOTS, LATER_32_STARTS } };
+    static constexpr OpcodeTables_s TABLES_64 = { { OPCODES_64, sizeof OPCODES_64 },
+        { OPCODES_64_SLOTS, OPCODES_64_STARTS }, LATER_64, { LATER_64_SLOTS, LATER_64_STARTS } };
+    return b64Bit ? TABLES_64 : TABLES_32;
 }

@@ -110,3 +110,56 @@ std::string ExpandedForm(std::vector<Group_t> const & dGroups)
     }
     return Word(nLast) + sSlots + sRows;
 }
+
+namespace
+{
+    // Returns whether a row can match code that starts with a byte. Only the first unit that takes a byte decides.
+    bool CanMatch(Row_t const & Row, unsigned cCode)
+    {
+        for (std::size_t i = 0; i < Row.sPattern.size(); i += 2)
+        {
+            auto const nCode = static_cast<unsigned char>(Row.sPattern[i]);
+            auto const nMask = static_cast<unsigned char>(Row.sPattern[i + 1]);
+            if (nMask != 0)
+            {
+                return (cCode & nMask) == nCode;
+            }
+            if (nCode <= OPCODE_RAW_LAST || nCode >= OPCODE_SUBTABLE)
+            {
+                return true;
+            }
+        }
+        return true;
+    }
+}
+
+std::vector<Starts_t> RowStarts(std::vector<Group_t> const & dGroups)
+{
+    constexpr std::size_t SMALL_GROUP = 16;
+    std::vector<Starts_t> dStarts(1);   // of the root, which is the last group
+    std::size_t nOffset = (dGroups.size() + 1) * sizeof(std::uint32_t);
+    for (Group_t const & Group : dGroups)
+    {
+        Starts_t & Starts = dStarts.emplace_back(Starts_t{});
+        for (Row_t const & Row : Group.dRows)
+        {
+            for (unsigned c = 0; c != 256; ++c)
+            {
+                Starts[c] = static_cast<std::uint16_t>(Starts[c] == 0 && CanMatch(Row, c) ? nOffset : Starts[c]);
+            }
+            nOffset += 2 + Row.sPattern.size() + Row.sFormat.size();
+        }
+        std::replace(Starts.begin(), Starts.end(), std::uint16_t{ 0 }, static_cast<std::uint16_t>(nOffset));
+        if (Group.dRows.size() < SMALL_GROUP)
+        {
+            Starts = {};
+        }
+        nOffset += 2;
+    }
+    dStarts[0] = dStarts.back();
+    if (nOffset > UINT16_MAX)
+    {
+        throw RowError_c("the index has offsets of 16 bits");
+    }
+    return dStarts;
+}

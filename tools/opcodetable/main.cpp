@@ -1,8 +1,10 @@
-// opcodetable OUT ROWS...: writes the compact form of the opcode table for each mode, as C++ arrays.
+// opcodetable OUT ROWS... -- ROWS...: writes two opcode tables for each mode as C++ arrays: the first in the compact form,
+// that of later instructions in the expanded one.
 #include "tools/opcodetable/compact.h"
 
 #include "zqcore/copcode_internal.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 
@@ -16,45 +18,82 @@ namespace
         return nTable == sExpanded.size() && sTable == sExpanded;
     }
 
-    std::string ArrayText(std::string const & sMode, std::vector<Group_t> const & dGroups)
+    std::string ArrayText(std::string const & sName, std::vector<Group_t> const & dGroups, std::string const & sForm)
     {
-        std::string const sCompact = CompactForm(dGroups);
-        std::string const sExpanded = ExpandedForm(dGroups);
-        if (!ExpandsTo(sCompact, sExpanded))
-        {
-            throw RowError_c("the compact form of mode " + sMode + " does not expand to the table");
-        }
         std::size_t nRows = 0;
         for (Group_t const & Group : dGroups)
         {
             nRows += Group.dRows.size();
         }
-        std::string sText = "    // " + std::to_string(nRows) + " rows, " + std::to_string(sExpanded.size())
-                            + " bytes when expanded.\n    constexpr unsigned char OPCODES_" + sMode + "[] = {";
-        for (std::size_t i = 0; i != sCompact.size(); ++i)
+        std::string sText = "    // " + std::to_string(nRows) + " rows, " + std::to_string(ExpandedForm(dGroups).size())
+                            + " bytes when expanded.\n    constexpr unsigned char " + sName + "[] = {";
+        for (std::size_t i = 0; i != sForm.size(); ++i)
         {
             char szByte[8];
-            std::snprintf(szByte, sizeof szByte, "0x%02X,", static_cast<unsigned char>(sCompact[i]));
+            std::snprintf(szByte, sizeof szByte, "0x%02X,", static_cast<unsigned char>(sForm[i]));
             sText += (i % 20 == 0 ? "\n        " : " ") + std::string(szByte);
         }
         return sText + "\n    };\n";
+    }
+
+    // Returns the index as two arrays. Slots with the same starts, as the root's two, share them.
+    std::string IndexText(std::string const & sName, std::vector<Group_t> const & dGroups)
+    {
+        std::string sSlots = "    constexpr unsigned char " + sName + "_SLOTS[] = {";
+        std::string sStarts = "    constexpr std::uint16_t " + sName + "_STARTS[][256] = {";
+        std::vector<Starts_t> dWritten;
+        for (Starts_t const & Starts : RowStarts(dGroups))
+        {
+            auto const i = std::find(dWritten.begin(), dWritten.end(), Starts);
+            bool const bNone = Starts == Starts_t{};
+            sSlots += ' ' + std::to_string(bNone ? 0 : i - dWritten.begin() + 1) + ',';
+            if (bNone || i != dWritten.end())
+            {
+                continue;
+            }
+            dWritten.push_back(Starts);
+            sStarts += "\n        {";
+            for (std::size_t iByte = 0; iByte != Starts.size(); ++iByte)
+            {
+                sStarts += (iByte % 16 == 0 ? "\n            " : " ") + std::to_string(Starts[iByte]) + ',';
+            }
+            sStarts += "\n        },";
+        }
+        return sSlots + " };\n" + sStarts + "\n    };\n";
+    }
+
+    std::string TablesText(std::string const & sMode, std::vector<std::string> const & dFiles,
+        std::vector<std::string> const & dLaterFiles)
+    {
+        std::vector<Group_t> const dGroups = ReadGroups(dFiles, sMode);
+        std::vector<Group_t> const dLater = ReadGroups(dLaterFiles, sMode);
+        std::string const sCompact = CompactForm(dGroups);
+        if (!ExpandsTo(sCompact, ExpandedForm(dGroups)))
+        {
+            throw RowError_c("the compact form of mode " + sMode + " does not expand to the table");
+        }
+        return ArrayText("OPCODES_" + sMode, dGroups, sCompact) + IndexText("OPCODES_" + sMode, dGroups)
+               + ArrayText("LATER_" + sMode, dLater, ExpandedForm(dLater)) + IndexText("LATER_" + sMode, dLater);
     }
 }
 
 int main(int argc, char ** argv)
 {
-    if (argc < 3)
+    std::vector<std::string> const dArguments(argv + std::min(argc, 2), argv + argc);
+    auto const iLater = std::find(dArguments.begin(), dArguments.end(), "--");
+    if (iLater == dArguments.begin() || dArguments.end() - iLater < 2)
     {
-        std::fputs("usage: opcodetable OUT ROWS...\n", stderr);
+        std::fputs("usage: opcodetable OUT ROWS... -- ROWS...\n", stderr);
         return 2;
     }
-    std::vector<std::string> const dFiles(argv + 2, argv + argc);
+    std::vector<std::string> const dFiles(dArguments.begin(), iLater);
+    std::vector<std::string> const dLaterFiles(iLater + 1, dArguments.end());
     try
     {
         std::string sText;
         for (char const * const szMode : { "32", "64" })
         {
-            sText += ArrayText(szMode, ReadGroups(dFiles, szMode));
+            sText += TablesText(szMode, dFiles, dLaterFiles);
         }
         std::ofstream Stream(argv[1], std::ios::binary);
         Stream << sText;

@@ -69,6 +69,53 @@ namespace
         { "W?", OPCODE_IF_REX_W },
         { "B?", OPCODE_IF_REX_B },
         { "noX?", OPCODE_IF_NO_REX_X },
+        { "plain?", OPCODE_IF_NO_PREFIX },
+        { "vex", OPCODE_TAKE_VEX },
+        { "evex?", OPCODE_IF_EVEX },
+        { "vex?", OPCODE_IF_NOT_EVEX },
+        { "noW?", OPCODE_IF_NOT_W },
+        { "L0?", OPCODE_IF_LENGTH },
+        { "L1?", OPCODE_IF_LENGTH + 1 },
+        { "L2?", OPCODE_IF_LENGTH + 2 },
+        { "noL0?", OPCODE_IF_NOT_LENGTH_16 },
+        { "eW?", OPCODE_IF_W_OR_NOT_EVEX },
+        { "enoW?", OPCODE_IF_NOT_W_OR_NOT_EVEX },
+        { "np?", OPCODE_IF_NO_MANDATORY },
+        { "noF?", OPCODE_IF_NO_F2_F3 },
+        { "66!", OPCODE_IF_66_ALONE },
+        { "F2!", OPCODE_IF_F2_ALONE },
+        { "F3!", OPCODE_IF_F3_ALONE },
+    };
+
+    std::map<std::string, unsigned char> const SIZES = {
+        { "v", OPCODE_SIZE_VECTOR },
+        { "v/2", OPCODE_SIZE_HALF },
+        { "v/4", OPCODE_SIZE_QUARTER },
+        { "v/8", OPCODE_SIZE_EIGHTH },
+        { "1", OPCODE_SIZE_1 },
+        { "2", OPCODE_SIZE_1 + 1 },
+        { "4", OPCODE_SIZE_1 + 2 },
+        { "8", OPCODE_SIZE_1 + 3 },
+        { "16", OPCODE_SIZE_1 + 4 },
+        { "32", OPCODE_SIZE_1 + 5 },
+        { "64", OPCODE_SIZE_64 },
+    };
+
+    std::map<std::string, unsigned char> const CLASSES = {
+        { "x", OPCODE_CLASS_XMM },
+        { "vl", OPCODE_CLASS_LENGTH },
+        { "vl2", OPCODE_CLASS_HALF },
+        { "k", OPCODE_CLASS_MASK },
+        { "y", OPCODE_CLASS_R32_OR_64 },
+        { "t", OPCODE_CLASS_TILE },
+    };
+
+    std::map<std::string, unsigned char> const PLACES = {
+        { "reg", OPCODE_PLACE_REG },
+        { "lo", OPCODE_PLACE_RM },
+        { "vvvv", OPCODE_PLACE_VVVV },
+        { "is4", OPCODE_PLACE_IMMEDIATE },
+        { "idx", OPCODE_PLACE_INDEX },
     };
 
     std::map<std::string, unsigned char> const CODES = {
@@ -85,6 +132,12 @@ namespace
         { "=F3", OPCODE_SET_F3 },
         { "=rex", OPCODE_SET_REX },
         { "=none", OPCODE_SET_NONE },
+        { "size", OPCODE_PRINT_SIZE },
+        { "vsize", OPCODE_PRINT_VECTOR_SIZE },
+        { "1to", OPCODE_PRINT_BROADCAST },
+        { "mask", OPCODE_PRINT_MASK },
+        { "er", OPCODE_PRINT_ROUNDING },
+        { "sae", OPCODE_PRINT_SAE },
     };
 
     std::string Trimmed(std::string const & s)
@@ -161,6 +214,10 @@ namespace
             {
                 AddPair(sPattern, iCondition->second, 0, 0);
             }
+            else if (sWord[0] == '=')
+            {
+                AddSize(sPattern, sWord.substr(1));
+            }
             else if (sWord == "..")
             {
                 AddPair(sPattern, OPCODE_ANY_BYTE, 0, 1);
@@ -187,6 +244,21 @@ namespace
             {
                 AddByte(sPattern, sWord);
             }
+        }
+
+        // Adds a size like v/2, or v:4 with the bytes of a broadcast element.
+        void AddSize(std::string & sPattern, std::string const & sText)
+        {
+            std::size_t const iColon = std::min(sText.find(':'), sText.size());
+            std::string const sElement = iColon == sText.size() ? "1" : sText.substr(iColon + 1);
+            auto const iSize = SIZES.find(sText.substr(0, iColon));
+            auto const iElement = SIZES.find(sElement);
+            if (iSize == SIZES.end() || iElement == SIZES.end() || iElement->second < OPCODE_SIZE_1
+                || iElement->second > OPCODE_SIZE_1 + 3)
+            {
+                Fail("no such size: '" + sText + "'");
+            }
+            AddPair(sPattern, OPCODE_MEMORY_SIZE | (iElement->second - OPCODE_SIZE_1) << 4 | iSize->second, 0, 0);
         }
 
         // Adds a byte like 8B or 50/F8.
@@ -233,8 +305,15 @@ namespace
             std::size_t const iColon = std::min(sText.find(':'), sText.size());
             std::size_t const iDot = std::min(sText.find('.'), iColon);
             int nField = Number(sText.substr(0, iDot), 10);
-            auto const iKind = KINDS.find(iColon == sText.size() ? "" : sText.substr(iColon + 1));
-            if (iKind == KINDS.end() || nField < 1 || nField + iKind->second.nFields - 1 > m_nFields)
+            std::string const sSlice = iDot == iColon ? "" : sText.substr(iDot + 1, iColon - iDot - 1);
+            std::string const sKind = iColon == sText.size() ? "" : sText.substr(iColon + 1);
+            auto const iPlace = PLACES.find(sSlice);
+            auto const iClass = CLASSES.find(sKind);
+            bool const bVector =
+                iPlace != PLACES.end() && iClass != CLASSES.end() && !(sKind == "y" && sSlice != "vvvv");
+            auto const iKind = KINDS.find(sKind);
+            int const nFields = bVector ? 1 : iKind == KINDS.end() ? m_nFields + 1 : iKind->second.nFields;
+            if (nField < 1 || nField + nFields - 1 > m_nFields)
             {
                 Fail("no such field or kind: '" + sText + "'");
             }
@@ -244,7 +323,13 @@ namespace
                 nField |= OPCODE_BLANK;
             }
             sFormat += static_cast<char>(nField);
-            AddSelector(sFormat, iDot == iColon ? "" : sText.substr(iDot + 1, iColon - iDot - 1), iKind->second.nCode);
+            if (bVector)
+            {
+                sFormat += static_cast<char>(OPCODE_SLICE_TOLD << 5 | OPCODE_KIND_VECTOR);
+                sFormat += static_cast<char>(iClass->second << 4 | iPlace->second);
+                return;
+            }
+            AddSelector(sFormat, sSlice, iKind->second.nCode);
         }
 
         void AddSelector(std::string & sFormat, std::string const & sSlice, int nKind) const
