@@ -155,6 +155,21 @@ TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
     EXPECT_EQ(
         FailedConditions([&] { Pool.Init(GigaPoolStatic_c::MAX_ELEMENTS + 1, 1); }), "m_iNumGroups<GIGA_GROUP_NULL");
     EXPECT_TRUE(Pool.Alloc(false));
+
+    GigaPoolStatic_c Overwritten(64, 8);
+    GigaGroup_c * pGroups;
+    std::memcpy(&pGroups, static_cast<void *>(&Overwritten), sizeof pGroups);
+    pGroups[1].Alloc(true);
+    std::memset(static_cast<void *>(&pGroups[1]), 0, sizeof(std::uint32_t));   // an array that nobody allocated
+    EXPECT_EQ(FailedConditions(
+                  [&]
+                  {
+                      for (int i = 0; i < 32; ++i)
+                      {
+                          Overwritten.Alloc(false);
+                      }
+                  }),
+        "!(pGroup->m_iArray & iBit)");
 }
 
 TEST(GigaPool, UseOfAFreedElementIsCaughtByTheAddressChecker)

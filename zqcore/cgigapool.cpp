@@ -77,6 +77,7 @@ inline void GigaSlab_c::OpenGroup(GigaOpenGroup_c & Open) const
     {
         GigaGroup_c & Group = m_pGroups[m_iFreeList];
         ZQ_ASSERT_TEXT(!Group.IsFull(), "iBitIndex>=0 && iBitIndex<32");
+        ZQ_ASSERT_TEXT(!Group.HasFreeArray(), "!(pGroup->m_iArray & iBit)");
         Open.Open(Group, At(static_cast<unsigned>(m_iFreeList * GigaGroup_c::ELEMENTS)));
     }
 }

@@ -44,6 +44,9 @@ public:
     bool IsAllocated(unsigned iElement) const { return (m_iBits & Lower(BothBits(iElement))) != 0; }
     bool IsArray(unsigned iElement) const { return (m_iArray & Lower(BothBits(iElement))) != 0; }
 
+    /// Returns whether a free element has the bit of an array. Only a write from outside can leave one.
+    bool HasFreeArray() const { return (m_iArray & ~m_iBits) != 0; }
+
     /// Allocates the lowest free element. Returns its index in the group. Requires a free element.
     unsigned Alloc(bool bArray);
 
