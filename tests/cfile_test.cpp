@@ -186,6 +186,8 @@ TEST_F(FileTest, StreamsWithSeekTellAndRead)
         EXPECT_EQ(pStored->TellStored(), iTell);
         EXPECT_EQ(pStored->IsEof(), iTell >= 10);
     }
+    fs::resize_file(Folder.Join("a.bin"), std::uintmax_t{ 3 } << 30);
+    EXPECT_EACH(pStored->SeekStored(0, 2) == 0, pStored->TellStored() == 10);   // the end has moved out of range
     pStored->CloseStored();
     EXPECT_EQ(pFile->iReads, 2);
 }

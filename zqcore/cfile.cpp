@@ -514,8 +514,9 @@ int FileStored_c::SeekStored(long iOffset, int iOrigin)
     {
         return 0;
     }
-    // A position above INT_MAX is out of the range of TellStored if long has 32 bits. The file itself is shorter.
-    std::int64_t const iBeforeEnd = iOrigin == 2 && iOffset > 0 ? plat::FileSeek(m_hFile, 0, 1) : 0;
+    // A position above INT_MAX is out of the range of TellStored if long has 32 bits. The end itself can be: a file may
+    // have grown since it was opened.
+    std::int64_t const iBeforeEnd = iOrigin == 2 ? plat::FileSeek(m_hFile, 0, 1) : 0;
     std::int64_t const iAfter = plat::FileSeek(m_hFile, iOffset, iOrigin);
     if (iAfter > INT_MAX)
     {
