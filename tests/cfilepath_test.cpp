@@ -1,5 +1,6 @@
 #include "tests/media_fixture.h"
 
+#include "platform/filereplace.h"
 #include "platform/files.h"
 
 using FilePathTest = MediaTest;
@@ -133,12 +134,23 @@ TEST_F(FilePathTest, AFileBesideALinkToNothingOpens)
     {
         for (std::string const sName : { "one", "two", "three" })
         {
+            if (!bRecorded)
+            {
+                plat::SpellingsForget();
+            }
             File_c * const pFile = FileOpen((sName + ".txt").c_str());
             EXPECT_EQ(Contents(pFile), sName) << bRecorded;
             FileClose(pFile);
         }
-        plat::SpellingsForget();
     }
+    // A link whose target this user may not see is there, in any spelling of its folder.
+    Make({ { "Sub/Closed/", "" } });
+    fs::create_symlink("Closed/x", Folder.Join("Sub/Link"));
+    fs::permissions(Folder.GetPath(), fs::perms::all);
+    fs::permissions(Folder.Join("Sub"), fs::perms::all);
+    fs::permissions(Folder.Join("Sub/Closed"), fs::perms::none);
+    EXPECT_EQ(StatusAsNobody([this] { return plat::PathIsTaken(Folder.Join("sub/Link").c_str()) ? 0 : 1; }), 0);
+    fs::permissions(Folder.Join("Sub/Closed"), fs::perms::all);
 }
 
 TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)

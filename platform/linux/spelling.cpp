@@ -430,9 +430,9 @@ namespace plat
             char const cEnd = m_szPath[iEnd];
             m_szPath[iEnd] = 0;
             struct stat Stat;
-            if (stat(m_szPath, &Stat) != 0)
+            if (stat(m_szPath, &Stat) != 0 && (errno != EACCES || lstat(m_szPath, &Stat) != 0))
             {
-                bChanged = (errno == ENOENT || errno == ELOOP) && SpellName(iBegin, Key);
+                bChanged = (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) && SpellName(iBegin, Key);
                 if (!bChanged)
                 {
                     m_iFault = IsFault(errno) ? errno : 0;
