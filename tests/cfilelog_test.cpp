@@ -96,13 +96,14 @@ TEST_F(FileTrackerTest, OpensAreReportedOnlyWhileResourcesAreCollected)
     unsigned char cByte;
     std::uint32_t dwLength = 1;
     FileStream("b.txt")->Load(0, &cByte, dwLength);
+    FileOpenToResponseLog("c", 0);
     g_FileOpenCallbacker.Add([](char const *) { throw 1; }, false);
     EXPECT_THROW(FileOpen("b.txt"), int);
     EXPECT_THROW(FileOpenStored("b.txt"), int);
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     g_bCollectResource = false;
     g_FileOpenCallbacker.Reset();
-    EXPECT_EQ(s_dTold, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt") }));
+    EXPECT_EQ(s_dTold, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt"), "c" }));
 }
 
 class FileLogTest : public MediaTest
@@ -170,11 +171,12 @@ TEST_F(FileLogTest, EachResponseLogHasItsOpens)
         FileOpenToResponseLog(szForged, 7);
     }
     EXPECT_EQ(Log.CountHolding("no response log lists \""), 3);
+    FileOpenToResponseLog(Folded("b.txt").c_str(), FILE_LOG_PLAIN);
     Run();
     FileOpenLogEnable("two", 2, false);   // closes the previous logs
     Run();
     EXPECT_EQ(CountHandles(), nHandles + 3);
-    EXPECT_EQ(Read("one") + Read("two"), "aabaab ab aabaab  ab  ");
+    EXPECT_EQ(Read("one") + Read("two"), "baabaab ab aabaab  ab  ");
 }
 
 TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)

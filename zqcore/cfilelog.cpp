@@ -1,5 +1,6 @@
 #include "zqcore/cfilelog.h"
 
+#include "zqcore/ccallback_internal.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath.h"
@@ -248,11 +249,19 @@ namespace
         return bFits;
     }
 
-    void WriteResponse(char const * szName)
+    // A call of FileOpenToResponseLog.
+    struct Report_s
+    {
+        std::uint32_t dwMode;   // in place of g_dwFileOpenLogMode
+        bool bReceived;         // by ResourceLoadCallback
+    };
+    ZQ_THREAD_LOCAL Report_s * t_pReport = nullptr;   // the call of this thread, or null
+
+    void WriteResponse(char const * szName, std::uint32_t dwMode)
     {
         for (ResponseLog_s const & Response : g_dResponseLogs)
         {
-            bool const bWrites = Response.pStream && (g_dwFileOpenLogMode & Response.dwBit) != 0;
+            bool const bWrites = Response.pStream && (dwMode & Response.dwBit) != 0;
             if (bWrites && (Response.dwBit != FILE_LOG_CLEAN || AddCleanName(szName)))
             {
                 std::fprintf(Response.pStream, "%s\n", szName);
@@ -340,22 +349,33 @@ void FileOpenLogMode(std::uint32_t dwMode)
 
 void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
 {
-    if (IsWanted(sName))
+    Report_s Report = { dwMode, false };
+    ValueScope_T const Reporting(t_pReport, &Report);
+    if (sName && IsCollecting())
     {
-        MemCategoryScope_c const Category(mem::file);
-        plat::LockScope_c const Scope(g_ResponseLock);
-        ValueScope_T const Mode(g_dwFileOpenLogMode, dwMode);
-        WriteResponse(sName);
+        Firing_c const Firing;
+        if (Firing.IsGranted())
+        {
+            g_FileOpenCallbacker.Fire(sName, false);
+        }
+    }
+    if (!Report.bReceived)
+    {
+        ResourceLoadCallback(sName);
     }
 }
 
 void ResourceLoadCallback(char const * sFileName)
 {
+    if (t_pReport)
+    {
+        t_pReport->bReceived = true;
+    }
     if (IsWanted(sFileName))
     {
         MemCategoryScope_c const Category(mem::file);
         plat::LockScope_c const Scope(g_ResponseLock);
-        WriteResponse(sFileName);
+        WriteResponse(sFileName, t_pReport ? t_pReport->dwMode : g_dwFileOpenLogMode);
     }
 }
 

@@ -57,8 +57,8 @@ ZQ_API void FileOpenLogDisable();
 /// Sets which of the open response logs are written, as FILE_LOG_ bits. Plain and clean at start.
 ZQ_API void FileOpenLogMode(std::uint32_t dwMode);
 
-/// Writes a path to the open response logs of dwMode, as if it had been opened. Does nothing while g_bCollectResource
-/// is false. Does not fire g_FileOpenCallbacker.
+/// Fires g_FileOpenCallbacker with a path and writes it to the open response logs of dwMode, as if it had been opened.
+/// Does nothing while g_bCollectResource is false.
 ZQ_API void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode);
 
 /// Writes the files that were read from disk more than once, and how often, to the named log fileopen_calls.log. The
