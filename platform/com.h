@@ -15,17 +15,18 @@ namespace plat
     constexpr std::uint32_t COM_ALREADY_INITIALIZED = 1;     // on this thread, in the same concurrency model
     constexpr std::uint32_t COM_CHANGED_MODE = 0x80010106;   // on this thread, in the other model
 
-    /// The functions of a host. A null one succeeds and does nothing.
+    /// The functions of a host. A null function counts as a success that does nothing.
     struct ComSystem_t
     {
-        std::uint32_t (*fnInitialize)() = nullptr;   // allows calls from many threads
+        std::uint32_t (*fnInitialize)() = nullptr;   // for calls from many threads; returns a COM_ result
         void (*fnUninitialize)() = nullptr;
     };
 
     /// Installs functions. Returns the previous ones. Main thread.
     ZQ_API ComSystem_t ComSystemSet(ComSystem_t const & System);
 
-    /// Start and end the system on the calling thread. The start returns a COM_ result.
+    /// Start and end the system on the calling thread. The start returns a COM_ result. COM_OK and
+    /// COM_ALREADY_INITIALIZED each require one end on the same thread.
     std::uint32_t ComInitialize();
     void ComUninitialize();
 }

@@ -21,17 +21,18 @@ namespace plat
     /// The head before each name in a batch. Records begin at multiples of 4 bytes.
     struct FolderChange_t
     {
-        std::uint32_t nNext;        // from this record to the next one; 0 at the last
+        std::uint32_t nNext;        // bytes from this record to the next one; 0 at the last
         std::uint32_t iAction;      // FOLDER_CHANGE_MODIFIED; 0 in a batch without records
-        std::uint32_t nNameBytes;   // UTF-16 units after this head, not terminated: the path below the watched folder,
-                                    // in the spelling of the disk, with `\`
+        std::uint32_t nNameBytes;   // bytes of the name after this head: the path below the watched folder in UTF-16,
+                                    // in the spelling of the disk, with `\`, not terminated
     };
     static_assert(sizeof(FolderChange_t) == 12);
 
     inline constexpr std::uint32_t FOLDER_CHANGE_MODIFIED = 3;
 
     /// Writes why the calling thread's last FolderWatch_c::Open failed, or why TakeUnwatched counted folders. The text
-    /// is meant to follow a colon. It names the system's setting to raise if that is the reason.
+    /// is meant to follow a colon. It names the system's setting to raise if that is the reason. Requires that the
+    /// thread has made no other system call since.
     void FolderWatchReason(char * szText, std::size_t nSize);
 
     /// A watch on a folder with all its subfolders, including later ones. A folder that several links lead to is
@@ -45,9 +46,9 @@ namespace plat
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
         /// Watches a folder instead of the previous one. Skips subfolders that can't be read. When a file is deleted or
-        /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. fnKeep returns whether the name
-        /// is kept. Returns false if the folder can't be opened, or if the system has too few watches for its
-        /// subfolders. FolderWatchReason then has the reason.
+        /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. fnKeep is not null and returns
+        /// whether the name is kept. Returns false if the folder can't be opened, or if the system has too few watches
+        /// for its subfolders. FolderWatchReason then has the reason.
         bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
         void Close();
@@ -62,8 +63,8 @@ namespace plat
         void Read(void * pBuffer, std::size_t nBytes);
 
         /// Returns whether a batch has arrived since Read. Without changes this costs one system call that does not
-        /// wait. If a batch does not fit the buffer, or the system lost it, the buffer is unchanged. If the host closes
-        /// the watch's handle, no further batch arrives.
+        /// wait. If a batch does not fit the buffer, or the system lost it, returns true and leaves the buffer as it
+        /// was. If the host closes the watch's handle, no further batch arrives.
         bool IsComplete();
 
         /// Returns how many subfolders appeared since the last call and could not be watched, because the system has no

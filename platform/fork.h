@@ -14,9 +14,9 @@
 
 namespace plat
 {
-    /// Registers a lock, which must outlive this object. A fork enters all registered locks, so that the data that they
-    /// guard are complete in the child. It leaves them in the parent and in the child. Their order does not matter: if
-    /// another thread holds one, the fork leaves the others and waits for that one first.
+    /// Registration of a lock, which must outlive this object. A fork enters all registered locks, so that the data
+    /// that they guard are complete in the child. It leaves them in the parent and in the child. Their order does not
+    /// matter: if another thread holds one, the fork leaves the others and waits for that one first.
     class ForkLock_c
     {
     public:
@@ -35,12 +35,13 @@ namespace plat
     /// Functions that a fork calls on the thread that forks. Each may be null.
     struct ForkCalls_t
     {
-        void (*fnBefore)();     // before the registered locks are entered; may wait for other threads
+        void (*fnBefore)();     // before the registered locks are entered; may wait for threads that register nothing
         void (*fnInParent)();   // after the registered locks are left
         void (*fnInChild)();    // the same in the child, where no other thread exists: must not wait for one
     };
 
-    /// Registers calls. fnBefore runs in the reverse order of registration, the other two in the order of registration.
+    /// Registration of calls. fnBefore runs in the reverse order of registration, the other two in the order of
+    /// registration.
     class ForkHandler_c
     {
     public:

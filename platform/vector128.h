@@ -1,4 +1,4 @@
-// vector128.h: the type of a vector of four floats, `__m128`, which every compiler for these processors has.
+// vector128.h: the type of a vector of four floats, `__m128`, which every compiler for x86 has.
 #pragma once
 
 #include <xmmintrin.h>
