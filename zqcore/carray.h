@@ -6,10 +6,10 @@
 // An array is a contiguous range: range-for, standard algorithms and std::span accept it.
 //
 // Ownership: an array owns its storage and elements. Pointers to elements are valid until the array grows. An array on
-// the heap is moved but not copied; a moved pointer to an element stays valid, and the source is empty afterwards.
+// the heap can be moved but not copied. A move leaves the source empty, and pointers to the elements stay valid.
 // Threads: no lock: one thread at a time.
-// Cost: an array on the heap allocates at the first Add and doubles when the length would reach the capacity. Only
-// Reset frees. The storage counts under the memory category of the moment.
+// Cost: an array on the heap allocates at the first Add and doubles when the length would reach the capacity. Delete
+// does not shrink it; Reset frees its storage. The storage counts under the memory category of the moment.
 // Failure: an index out of range and a full array assert.
 //
 //     Array_T<int, 16, 0> dScores;
@@ -39,7 +39,7 @@ public:
     ArrayTraits_T & operator=(ArrayTraits_T && Other) noexcept;
     ~ArrayTraits_T() { Free(); }
 
-    /// Returns the elements for which there is storage.
+    /// Returns the number of elements for which there is storage.
     int GetCapacity() const { return iAllocated; }
 
 protected:
@@ -73,7 +73,7 @@ protected:
     int iLength = 0;
 };
 
-/// The operations of all arrays. TRAITS is the storage.
+/// The operations of all arrays. TRAITS is the storage. T needs a default constructor and copies, and == for Find.
 template <typename T, typename TRAITS>
 class SortedArray_T : public TRAITS
 {
@@ -84,7 +84,7 @@ public:
     /// not full; otherwise the copy replaces the last element.
     int Add(T const & Element);
 
-    /// Returns an element. Asserts 0 <= index < GetLength().
+    /// Returns an element. Asserts 0 <= index < GetLength(); another index reads or writes foreign memory.
     T & operator[](int index);
     T const & operator[](int index) const;
 
@@ -100,7 +100,8 @@ public:
 
     /// Sorts the elements from iStart to iEnd, both included. A negative bound counts from the end: 0 and -1 select the
     /// whole array. If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. Not stable.
-    /// Asserts bounds inside the array, the start not after the end; otherwise sorts nothing.
+    /// Asserts bounds inside the array, the start not after the end; otherwise sorts nothing. Accepts any bounds if
+    /// there are fewer than two elements.
     template <typename COMPARE>
     void Sort(COMPARE Compare, int iStart, int iEnd);
 
@@ -130,7 +131,7 @@ public:
     using value_type = T;
     static constexpr int iLength = LENGTH;
 
-    /// Returns an element. Asserts 0 <= nIndex < LENGTH.
+    /// Returns an element. Asserts 0 <= nIndex < LENGTH; another index reads or writes foreign memory.
     T & operator[](int nIndex)
     {
         ZQ_ASSERT_TEXT((nIndex >= 0) && (nIndex < iLength), "(nIndex>=0) && (nIndex<iLength)");

@@ -8,8 +8,10 @@
 // Ownership: each object owns its storage.
 // Threads: no lock; one thread at a time for each object.
 // Cost: growing allocates and copies. Operators work on whole words.
-// Failure: two misuses fail an assertion and do nothing: a negative coordinate of an operation that sets or clears a
-//   bit, and a size above MAX_BITS in X or of more bytes than an object can have.
+// Failure: these fail an assertion and do nothing:
+// - setting a bit at a negative coordinate; in planes and spaces clearing one too.
+// - a size above MAX_BITS in X, or of more bytes than an object can have.
+// - growing a plane or a space without memory. A row without memory does not grow; only Bis asserts then.
 //
 //     BitVec_c Visited(64);
 //     Visited.Bis(3);
@@ -80,7 +82,7 @@ public:
     int Scan0() const;
     int Scan1() const;
 
-    /// Returns the index of the first set bit at or after iFrom, which is not negative; -1 if there is none.
+    /// Returns the index of the first set bit at or after iFrom, or -1 if there is none. Requires iFrom >= 0.
     int NextSet(int iFrom) const;
 
     /// Returns the number of set bits.
@@ -88,7 +90,7 @@ public:
     bool Any() const { return Scan1() >= 0; }
     bool None() const { return !Any(); }
 
-    /// Returns whether the same bits are set. Bits beyond the end of the shorter row must be clear.
+    /// Returns whether the same bits are set. Bits beyond the end of a row count as clear.
     bool operator==(BitVec_c const & Other) const;
 
     /// Or and exclusive or. Grow to the size of the other row.
@@ -102,11 +104,11 @@ public:
     /// Inverts every bit in place, those from rounding up too. Returns this object, not a copy.
     BitVec_c & operator~();
 
-    /// Copies the bits of the other row. A longer row keeps its length and is filled with zeros; an empty source
-    /// empties it.
+    /// Copies the bits of the other row. If this row is longer, it keeps its size, and its further bits are cleared. An
+    /// empty source empties this row.
     BitVec_c & operator=(BitVec_c const & Other);
 
-    /// Takes the storage of the other row, whose size this row gets, and leaves the other one empty.
+    /// Moves the storage and the size of the other row here, and leaves that one empty. Frees this row's storage.
     BitVec_c & operator=(BitVec_c && Other) noexcept
     {
         BitVec_c Row(std::move(Other));
@@ -352,10 +354,11 @@ private:
 extern template class BitField_T<BitMap_c, int>;
 extern template class BitField_T<BitMap3D_c, int, int>;
 
+/// The fields that grow.
 template <typename BITS>
 concept AnyBitField = std::same_as<BITS, BitVec_c> || std::same_as<BITS, BitMap_c> || std::same_as<BITS, BitMap3D_c>;
 
-/// Return what the assigning operator makes of the first field.
+/// Return a new field: the first one, combined with the second as |=, ^=, &= and -= do.
 template <AnyBitField BITS>
 BITS operator|(BITS A, BITS const & B)
 {
@@ -391,8 +394,8 @@ void swap(BITS & A, BITS & B) noexcept
 }
 
 /// A plane of at most 28 bits in one word: the width in bits 0 to 3, the field from bit 4 on. Cell (iX, iY) is bit
-/// width * iY + iX of the field, counted from its lowest. With width 0 all rows share column iX. Cells beyond bit 27
-/// read as false, and setting them does nothing.
+/// width * iY + iX of the field, counted from its lowest. With width 0 all rows share column iX. Cells outside bits 0
+/// to 27 read as false, and setting them does nothing.
 class TinyBitmap_c
 {
 public:

@@ -19,12 +19,14 @@
 
 #include "platform/guid.h"
 
+/// An identifier.
 class ZQ_API Guid_c
 {
 public:
     /// The null identifier, all zero.
     Guid_c() = default;
 
+    /// The fields in the order of ToInitializerText.
     Guid_c(std::uint32_t dwData1, std::uint16_t nData2, std::uint16_t nData3, std::uint8_t n0, std::uint8_t n1,
         std::uint8_t n2, std::uint8_t n3, std::uint8_t n4, std::uint8_t n5, std::uint8_t n6, std::uint8_t n7);
 
@@ -34,7 +36,8 @@ public:
     /// Sets Guid to a new identifier and returns true. On failure a Warning states the reason, and Guid is unchanged.
     static bool Create(Guid_c & Guid);
 
-    /// Sets whether Create refuses identifiers that are unique on this machine only. True at start.
+    /// Sets whether Create refuses identifiers that are unique on this machine only. True at start. Create warns of
+    /// such an identifier even if it is allowed. Any thread.
     static void SetGlobalOnly(bool bGlobalOnly);
 
     /// Reads 8-4-4-4-12 hexadecimal digits of either case. Returns false for any other text, with Guid unchanged.
@@ -49,11 +52,11 @@ public:
     /// Returns a name that XML allows: `_` and the text form.
     String_T<256> ToXmlName() const;
 
-    /// Reads such a name, with or without the `_`. Returns false for any other text, with Guid unchanged. Requires a
-    /// text that is not null.
+    /// Reads such a name, with or without the `_`. Returns false for any other text, with Guid unchanged. Asserts that
+    /// text is not null.
     static bool FromXmlName(char const * text, Guid_c & Guid);
 
-    /// Equality, and the order of the text forms.
+    /// Compare the identifiers. The order is that of the text forms.
     bool operator==(Guid_c const & Other) const = default;
     auto operator<=>(Guid_c const & Other) const = default;
 
@@ -63,7 +66,7 @@ public:
     plat::Guid_t m_guid;
 };
 
-/// For the unordered containers.
+/// Hash of the 16 bytes, for the unordered containers.
 template <>
 struct std::hash<Guid_c>
 {

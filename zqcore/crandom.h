@@ -5,18 +5,18 @@
 // for Random Number Generation", 2014). The number of a step is the hash lowbias32 of the new seed (C. Wellons,
 // "Prospecting for Hash Functions", 2018), so that a period contains each 32-bit number once, and the numbers of
 // neighbouring seeds are unrelated: a host may seed one generator for each object by the object's number. A seed
-// produces the same numbers on every machine. GetSeed in a sequence, and SetSeed later, continue it. Not a source of
-// secrets.
+// produces the same numbers on every machine. A sequence continues after SetSeed with a value that GetSeed returned.
+// Not a source of secrets.
 //
-// It is a std::uniform_random_bit_generator, so that std::shuffle and the distributions of <random> accept it. Their
-// results depend on the standard library; those of NextBelow, NextInRange and NextFloat do not.
+// A generator is a std::uniform_random_bit_generator, so that std::shuffle and the distributions of <random> accept it.
+// Their results depend on the standard library; those of NextBelow, NextInRange and NextFloat do not.
 //
 // A named generator is in a list of the process, the newest first, so that a host can read and set all seeds.
 //
 // Ownership: the caller owns generators and names; the library owns the entries of the list.
 // Threads: a generator belongs to one thread. Named ones are constructed and destroyed on the main thread.
 // Cost: about a nanosecond for a number. A named generator allocates its entry.
-// Failure: none; a named generator without memory for its entry is not in the list.
+// Failure: NextInRange asserts its range. A named generator without memory for its entry is not in the list.
 //
 //     RandomNumber_c Random(RandomNumber_c::SeedFromTime());
 //     int const iDice = Random.NextInRange(1, 6);
@@ -36,10 +36,11 @@ class ZQ_API RandomNumber_c
 {
 public:
     using result_type = std::uint32_t;
+
     /// Adds the generator to the list, unless the name is null. The name is not copied and must outlive the generator.
     explicit RandomNumber_c(unsigned int nStartSeed = 0, char const * szItsName = nullptr);
 
-    /// Removes the entry from the list.
+    /// Removes the generator's entry from the list, if it has one.
     ~RandomNumber_c();
     RandomNumber_c(RandomNumber_c const &) = delete;
     RandomNumber_c & operator=(RandomNumber_c const &) = delete;
@@ -61,7 +62,7 @@ public:
         return dwHash ^ dwHash >> 16;
     }
 
-    /// The standard's form of Next and its range.
+    /// Return what Next does, and the lowest and the highest number: the names that the standard requires.
     std::uint32_t operator()() { return Next(); }
     static constexpr std::uint32_t min() { return 0; }
     static constexpr std::uint32_t max() { return 0xFFFFFFFF; }
@@ -76,7 +77,7 @@ public:
     float NextFloat() { return static_cast<float>(Next() >> 8) * (1.0f / 16777216.0f); }
 
     unsigned int nSeed;    // the state
-    char const * szName;   // null if the generator is not in the list
+    char const * szName;   // name in the list; null if the generator has none
 };
 
 /// An entry of the list.
@@ -92,7 +93,7 @@ ZQ_API Link_T<RandomSeedEntry_s> const * RandomGetSeedList();
 /// A generator for common use, named "Common random". It starts with seed 0.
 extern ZQ_API RandomNumber_c g_Random;
 
-/// Seeds for hosts; the library does not use them.
+/// Seeds for hosts: 7, 9, 13 and 17 at start. The library does not use them.
 extern ZQ_API unsigned int g_nSeed0, g_nSeed1, g_nSeed2, g_nSeed3;
 
 /// Masks for hosts that make four floats at a time: a random word AND MM_MANTISSA_MASK, OR MM_EXPONENT_MASK, is a float
@@ -104,7 +105,7 @@ struct alignas(16) RandomMask_t
 extern ZQ_API RandomMask_t const MM_EXPONENT_MASK;
 extern ZQ_API RandomMask_t const MM_MANTISSA_MASK;
 
-/// Empties the list when it shuts down. The destructor of a generator that lives longer then does nothing.
+/// Module that empties the list when it shuts down. The destructor of a generator that lives longer then does nothing.
 class ZQ_API ModuleRandom_c : public Module_c
 {
 public:
@@ -113,7 +114,7 @@ public:
     {}
     ~ModuleRandom_c() override;
 
-    /// Returns the instance.
+    /// Returns the only instance.
     static ModuleRandom_c * Get();
 
 protected:

@@ -33,10 +33,10 @@ class String_T
 public:
     String_T() { m_sText[0] = '\0'; }
 
-    /// Asserts that sTxt is not null. The assignment accepts a null.
+    /// Copies a text. Asserts that it is not null; a null makes an empty string.
     String_T(char const * sTxt);
 
-    /// Copy a view up to its first null character, if it has one, or a text of another capacity.
+    /// Copy a text of another kind. A view is copied up to its first null character, if it has one.
     String_T(std::string_view sTxt) { Put(0, sTxt); }
     template <int M>
     String_T(String_T<M> const & Other)
@@ -46,7 +46,7 @@ public:
     String_T(String_T const & Other);
     String_T & operator=(String_T const & Other);
 
-    /// Null empties the string.
+    /// Replace the text, as the constructors copy it. A null empties the string without an assertion.
     String_T & operator=(char const * sTxt);
     String_T & operator=(std::string_view sTxt) { return Put(0, sTxt); }
     template <int M>
@@ -61,7 +61,7 @@ public:
     /// Returns the text, as an argument of printf needs it.
     char const * CStr() const { return m_sText; }
 
-    /// The characters of the text, for range-for and algorithms.
+    /// Return the start and the end of the text, without the terminator, for range-for and algorithms.
     char const * begin() const { return m_sText; }
     char const * end() const { return m_sText + Length(); }
 
@@ -124,7 +124,7 @@ public:
     String_T SubStr(int iStart) const;
 
     /// Returns iCount characters from iStart on. A negative iCount ends the piece that many characters before the end
-    /// of the text.
+    /// of the text. Both ends are clamped to the text.
     String_T SubStr(int iStart, int iCount) const;
 
     /// Fold the ASCII case of the whole text in place.
@@ -137,7 +137,7 @@ private:
     char m_sText[N];
 };
 
-/// Equal texts have equal hashes, whatever the capacity.
+/// Hash for the unordered containers. Equal texts have equal hashes, whatever the capacity.
 template <int N>
 struct std::hash<String_T<N>>
 {
