@@ -9,7 +9,7 @@
 // Ownership: a slab owns its elements and records; an open group points into them.
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
-// Failure: a slab that gets no memory has no storage. Misuse fails an assertion and changes nothing.
+// Failure: a slab that gets no memory asserts and has no storage. Misuse fails an assertion and changes nothing.
 #pragma once
 
 #include "zqcore/cdebug.h"
@@ -100,14 +100,15 @@ public:
     /// Allocates the lowest free element. Returns its address. Requires a free element.
     void * Alloc(bool bArray, int iElementSize);
 
-    /// Calls GigaGroup_c::Free for the element's group: with eOpenLast if that is open, else with eLast. Returns false
-    /// for a full group too. dGroups are the records of the element's slab.
+    /// Calls GigaGroup_c::Free for the element's group: with eOpenLast if that group is open, else with eLast. Returns
+    /// false for a full group too. dGroups are the records of the element's slab.
     bool Free(GigaGroup_c * dGroups, unsigned iElement, bool bArray, Last_e eLast, Last_e eOpenLast);
 
     /// Returns where the masks of a group are up to date: the copy if the group is open, else the record.
     GigaGroup_c const & UpToDate(GigaGroup_c const & Record) const { return &Record == m_pRecord ? m_Group : Record; }
 
-    /// Copies the masks of a record, and back to it. pElements is the address of the group's first element.
+    /// Copy the masks of a record here, and back to that record. pElements is the address of the group's first element.
+    /// Close requires an open group.
     void Open(GigaGroup_c & Record, std::uint8_t * pElements);
     void Close();
 
@@ -129,7 +130,8 @@ public:
     GigaSlab_c & operator=(GigaSlab_c const &) = delete;
 
     /// Allocates storage as GigaPoolStatic_c::Init does. Its address is a multiple of nAlignment, a power of 2 of at
-    /// least MEMORY_ALIGNMENT. Returns false if the slab has storage already.
+    /// least MEMORY_ALIGNMENT. Asserts that the slab has no storage, and returns false otherwise. Returns true even if
+    /// there is no memory: RequireStorage shows that.
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
     /// Frees the storage. The sizes stay.

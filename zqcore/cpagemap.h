@@ -6,7 +6,8 @@
 //
 // Ownership: the map owns copies of the values.
 // Threads: no lock; one thread at a time.
-// Cost: a lookup usually reads one slot. Add allocates when the table grows: 4 to 16 slots for each page.
+// Cost: a lookup usually reads one slot. Add allocates when the table grows, to 16 slots or more: 4 to 8 slots for each
+// page, up to 32 if home slots are in use. The table does not shrink until the last page is removed.
 // Failure: none is reported. Adding a page twice, or removing a page that is not in the map, breaks the map.
 //
 //     PageMap_T<int> Pages;
@@ -21,7 +22,8 @@
 #include <cstddef>
 #include <utility>
 
-/// Map from page numbers to values. VALUE must be copyable. A default-constructed value means that there is no page.
+/// Map from page numbers to values. VALUE must be copyable and have a constexpr default constructor. A
+/// default-constructed value means that there is no page.
 template <typename VALUE>
 class PageMap_T
 {
@@ -40,7 +42,7 @@ public:
     }
 
     /// Returns the value in the home slot of an address's page. That may be another page's value or a default one: the
-    /// caller must check. The fast path if the value itself shows which addresses it belongs to.
+    /// caller must check. This is the fast path for values that show which addresses they belong to.
     VALUE const & AtHome(void const * pAddress) const
     {
         constexpr int SLOT_BITS = std::bit_width(sizeof(Slot_s)) - 1;
@@ -151,6 +153,6 @@ private:
 
     Slot_s * m_pSlots = &s_NoSlot;
     std::size_t m_nSlots = 1;      // a power of 2
-    std::size_t m_iHomeMask = 0;   // mask of the bytes from the first slot to a home slot
+    std::size_t m_iHomeMask = 0;   // mask of the offset in bytes of a home slot
     std::size_t m_nUsed = 0;       // at most a quarter of the slots
 };
