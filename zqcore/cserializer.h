@@ -7,13 +7,13 @@
 //
 // Ownership: the caller owns the objects that a body makes, also after a failed load.
 // Threads: all state of a pass is static. One pass at a time runs on one thread, from StartSerialize to the next one.
-// Cost: the table of pointers does not use the heap. It has 8 MiB, 4 MiB in a 32-bit process, of which only the pages
+// Cost: the table of pointers does not use the heap. It has 10 MiB, 6 MiB in a 32-bit process, of which only the pages
 // in use are touched. A level of the graph takes some 200 bytes of stack in a save and 350 in a load, besides the
 // body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
 // on a fresh stack. A body itself must not need more than BODY_STACK.
 // Failure: a damaged file asserts and fails the archive, or ends in Abort. A pointer that could not be loaded is null.
 // If the body of its object had begun, the pointer is the object that the body made, so the caller can free it. On a
-// failed archive every call does nothing, in either direction.
+// failed archive a save stores nothing, and a load sets pointers to null.
 //
 //     class UnitSerializer_c : public Serializer_c
 //     {
@@ -68,7 +68,8 @@ public:
     /// The same as PointerTable_c::NO_ELEMENT.
     static constexpr std::intptr_t HASH_NO_ELEMENT = PointerTable_c::NO_ELEMENT;
 
-    /// Number of static objects that a file may hold, plus one.
+    /// Limit of the number of static objects of a file, which must be below it. Otherwise a pass asserts and fails the
+    /// archive.
     static constexpr int MAX_STATIC_POINTERS = 1000;
 
     /// Number of bytes of stack that each body has at least.
@@ -145,7 +146,8 @@ protected:
     /// returns false otherwise.
     static bool IsInCache(int iPointer);
 
-    /// Stores an address without a class in a slot. The identifier -1 stores nothing.
+    /// Stores an address without a class in a slot. The identifier -1 stores nothing. Asserts that it is in range, and
+    /// stores nothing otherwise.
     static void SetCacheData(int iPointer, void const * pPointer);
 
     /// Returns the slot at which the search for an address starts.
