@@ -36,7 +36,7 @@ enum WarehouseFormat_e
 inline constexpr char const * WAREHOUSE_TEXT_SEPARATORS = " \t\r";
 inline constexpr char const * WAREHOUSE_CSV_SEPARATORS = ";,";
 
-/// First column of a header line, in any case.
+/// First column of a header line, in lower or upper case.
 inline constexpr char const * WAREHOUSE_HEADER = "@head";
 
 /// Maximum bytes of a quoted CSV cell. The rest is dropped.
@@ -85,25 +85,27 @@ struct WarehouseScan_t
     /// means text.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Sets the separators. Null selects those of the text format, in a CSV scan too. If a line feed or a quote is a
-    /// separator, it is one within a cell too. Blanks around a CSV cell are skipped before the search for separators.
+    /// Sets the separators. Null selects those of the text format, in a CSV scan too. A line feed or a quote that is a
+    /// separator ends a cell that has begun. At the start of a CSV cell it keeps its own meaning. Blanks around a CSV
+    /// cell are skipped before the search for separators.
     ZQ_API void SetSeparators(char const * sSeparators);
 
     /// Reads a line. Returns false at the end of the data. A blank line and a comment return true and no columns.
     ZQ_API bool GetLine(WarehouseLine_c * pLine);
 
-    /// Skips lines up to the first one whose first column equals sFirst, in any case, and reads it. Returns false, with
-    /// an empty line and the position at the end, if there is none.
+    /// Skips lines up to the first one whose first column equals sFirst without regard to case, and reads it. Returns
+    /// false, with an empty line and the position at the end, if there is none.
     ZQ_API bool FindLine(char const * sFirst, WarehouseLine_c * pLine);
 
-    /// Skips header lines and lines without a first column, and reads the next line. Returns false as FindLine does.
-    /// Adds the number of lines skipped and read to nLines.
+    /// Skips header lines and lines whose first column is missing or null, and reads the next line. Returns false as
+    /// FindLine does. Adds the number of lines skipped and read to nLines.
     ZQ_API bool NextItem(WarehouseLine_c * pLine, int & nLines);
 
     /// Returns the position of the line that FindLine or NextItem has read.
     int GetLineStart() const { return m_nLineStart; }
 
     /// Moves from the start of a line to a column, counted from 0, or to the line's end if it has fewer columns.
+    /// Allocates the columns before it for the time of the call.
     ZQ_API void SeekColumn(int iColumn);
 
     /// Returns the position of the next byte.
@@ -146,7 +148,8 @@ private:
     int m_nLineStart = 0;
 };
 
-/// Returns the format in which a file is read: for WAREHOUSE_FORMAT_AUTO that of the end of the name, else eFormat.
+/// Returns the format in which a file is read. That is eFormat; WAREHOUSE_FORMAT_AUTO becomes CSV if the name ends in
+/// ".csv" without regard to case, else text.
 ZQ_API WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName);
 
 /// Empties a caller's buffer of nMaxLength bytes and returns true. Asserts that it is not null and that nMaxLength is
