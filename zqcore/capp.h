@@ -24,8 +24,8 @@
 extern ZQ_API plat::Window_t g_pAppWindow;
 extern ZQ_API void * g_pAppInstance;
 
-/// Name and version of the application, which sets them. "Unknown", 1 and 0 at start. The name also leads to the media
-/// root (cfilemedia.h).
+/// Name and version of the application, which sets them. "Unknown", 1 and 0 at start. The name is also part of the
+/// registry key that holds the media root (cfilemedia.h).
 extern ZQ_API char const * g_szApplicationName;
 extern ZQ_API int g_nProjectVersionMajor;
 extern ZQ_API int g_nProjectVersionMinor;
@@ -39,8 +39,9 @@ extern ZQ_API void (*CounterSync)(FunctionCounters_e eCounter, char const * szNa
 /// functions end in Abort. First call of an application after LogSetFile.
 ZQ_API void AppMiscStartup();
 
-/// Empties the event lists except g_ExecutionCallbacker, g_LoadingCallbacker and g_FileOpenCallbacker, frees what the
-/// library has registered, and closes the main log. Last call of an application, after Module_c::ShutdownAllModules.
+/// Empties the event lists except g_ExecutionCallbacker, g_LoadingCallbacker and g_FileOpenCallbacker. Frees the lists
+/// of named generators (crandom.h) and of serializers (cserializer.h), and closes the main log. Last call of an
+/// application, after Module_c::ShutdownAllModules.
 ZQ_API void AppMiscShutdown();
 
 /// Returns the seconds of Game_longTimeGet since the last call that did not return 0; about 1/30 at the first call.
@@ -54,8 +55,8 @@ ZQ_API bool AppIsInFocus();
 ZQ_API void AppPurgeMessageQueue();
 ZQ_API void AppPurgeKeyboardQueue();
 
-/// Fires g_ResourceLoadCallbacker with the text, unless reports are blocked. Block ends, and Deploy allows, these
-/// reports. Calls do not nest: one Deploy lifts any number of blocks.
+/// Fires g_ResourceLoadCallbacker with the text, unless reports are blocked. Block blocks reports until Deploy. Calls
+/// do not nest: one Deploy ends any number of blocks.
 ZQ_API void ResourceLoadReportCall(char const * szText);
 ZQ_API void ResourceLoadReportBlock();
 ZQ_API void ResourceLoadReportDeploy();

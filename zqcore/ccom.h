@@ -53,15 +53,15 @@ public:
 
     /// Adds a reference that pOwner holds. Returns the count before. sFile is kept as a pointer. pObject is the object
     /// again: a difference shows a call through a wrong pointer. Asserts that pObject is this object, and that pOwner
-    /// is not null. A null owner is counted without a note.
+    /// is not null; otherwise counts the reference too, for a null owner without a note.
     std::uint32_t AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
     /// Removes the owner's newest reference; for a null owner one without a note. Returns true if it was the last one:
     /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, the count is lowered
     /// in any case. Asserts the following, and changes nothing if it does not hold:
     /// - pObject is this object.
-    /// - it is a live object. The pointer may lead to any memory or to none.
-    /// - it has references.
+    /// - It is a live object. Its address need not be readable.
+    /// - It has references.
     bool Release(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
     /// Logs the references, the newest first.

@@ -67,8 +67,8 @@ extern ZQ_API bool g_bEnableWarnings;
 extern ZQ_API bool g_isAborting;
 
 /// Logs the text and asks the developer. Abort ends the process with a crash, Retry breaks into the debugger, Ignore
-/// continues. In silent mode the process ends with status 1. An assertion that fails while another one is handled, on
-/// any thread, is dropped.
+/// continues. In silent mode the process ends with status 1. Fires g_ExecutionCallbacker before and after the dialog.
+/// An assertion that fails while another one is handled, on any thread, is dropped.
 ZQ_API void AssertFailed(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the text and fires g_WarningsCallbacker. Shows a dialog only after SetWarnings(true).
@@ -79,7 +79,8 @@ ZQ_API void Warning(char const * fmt, ...) ZQ_PRINTF(1, 2);
 /// and fires. Does nothing if the text is one of the last 16 different ones.
 ZQ_API void Achtung(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Logs the text, shows it and ends the process with a crash.
+/// Logs the text, shows it and ends the process with a crash. Cancel breaks into the debugger first. Fires
+/// g_ExecutionCallbacker before and after the dialog.
 [[noreturn]] ZQ_API void Abort(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Sets whether Warning, and whether Achtung, does more than log and fire. False and true at start.

@@ -355,8 +355,8 @@ bool FileOnDisk_c::Read(plat::File_t hFile, void * pBuffer, char const * szLocat
     return pData != nullptr;
 }
 
-/// Opens without the file's lock, so that no thread waits for one that can't leave the idle class. If another thread
-/// reads the file meanwhile, that thread's block stays. Stops reading when the worker must stop.
+/// Reads without the file's lock, so that no thread waits for a worker whose priority can't be raised. If another
+/// thread reads the file meanwhile, that thread's block stays. Stops reading when the worker must stop.
 ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation)
 {

@@ -146,8 +146,8 @@ namespace
         return sRoot[0] == '.' && (sRoot[1] == '\0' || sRoot[1] == '\\');
     }
 
-    // Removes the files that do not belong in the cache from the tables. Then writes the cache to its own file or into
-    // the media root.
+    // Removes the files that do not belong in the cache from the tables. Then writes the cache to szFile, or into the
+    // media root if szFile is empty.
     void SaveCache(char const * szFile)
     {
         String_T<256> const sRoot = GetPQXMediaPath(false);

@@ -31,7 +31,8 @@ namespace Tessel
     class GcRef_c
     {
     public:
-        /// Makes a reference of pSource, which is not null. As a rule a member of it: `GcRef_c m_Next{ this };`.
+        /// Makes a reference from pSource to pTarget, which may be null. Requires that pSource is not null. As a rule
+        /// the reference is a member of it: `GcRef_c m_Next{ this };`.
         explicit GcRef_c(GcObj * pSource, GcObj * pTarget = nullptr);
         ~GcRef_c();
         GcRef_c(GcRef_c const &) = delete;
@@ -73,7 +74,8 @@ namespace Tessel
         /// destructor that it calls.
         static void Collect();
 
-        /// Sets all references to the object to null and deletes it at once. Requires another object than the root.
+        /// Sets all references to the object to null and deletes it at once. Requires that pObject is neither null nor
+        /// the root.
         static void Delete(GcObj * pObject);
 
     private:

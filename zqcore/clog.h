@@ -68,7 +68,8 @@ ZQ_API void LogEscaped(char const * fmt, ...) ZQ_PRINTF(1, 2);
 /// Calls Log if bCondition is true and fmt is not null.
 ZQ_API void Logc(bool bCondition, char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-/// Passes a text to each listener. It is cut at 2048 characters only if something in it must be escaped.
+/// Passes a text to each listener, uncut unless something in it must be escaped. message.log cuts it at 2048
+/// characters.
 ZQ_API void LogText(char const * szText);
 
 /// Writes a formatted line to the debugger's output, and to no log. A host receives it through plat::DebugOutputSet

@@ -1,7 +1,8 @@
 // clogf.h: named logs, for reports that do not belong in the main log.
 //
 // Each named log is a text file in the log folder. Its first use opens it and empties the log of a previous run, unless
-// another process has that open as its log. Each text is written at once, at the end of the file.
+// another process has that open as its log. Each text is written at once, at the end of the file. A log that is used
+// before ModuleLog_c initialises is in the folder of SetLogPath, or in the current one without that call.
 //
 // Ownership: ModuleLog_c opens the logs and closes them when it shuts down.
 // Threads: any thread may write to any log at any time, but not while ModuleLog_c shuts down.
@@ -55,8 +56,8 @@ public:
 
     /// Returns the log of a name, and opens it if needed. The name is compared exactly and cut at 63 characters; on
     /// disk two names that differ in case only are one file. Returns null if sName is null or the file can't be opened.
-    /// The stream has no buffer and belongs to the module. The module has a table of 64 logs; it opens, but never
-    /// closes, the streams of further names.
+    /// The stream has no buffer and belongs to the module. The module has a table of 64 logs. Each use of a further
+    /// name opens another stream, which is never closed.
     std::FILE * GetLogFile(char const * sName);
 
 protected:

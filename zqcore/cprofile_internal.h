@@ -5,7 +5,7 @@
 
 #include <exception>
 
-/// True while the profiler is up.
+/// Whether the profiler is initialised.
 extern bool g_bProfilerInit;
 
 /// Entries on the stack of timers, the root included, and records in use.
@@ -21,8 +21,8 @@ profiler::timer_t * ProfilerTimers();
 /// Returns the number of open pushes, the root and those that found no room included.
 int ProfilerDepth();
 
-/// Copies the names of the timers that are open, the outermost first and the root left out, at most nMost. Returns their
-/// number. Another thread may be pushing meanwhile; a name is then one of before or after.
+/// Copies the names of the timers that are open, the outermost first and the root left out, at most nMost. Returns
+/// their number. If another thread pushes or pops meanwhile, a copied name may be an old or a new one.
 int ProfilerOpenTimers(char const ** pszNames, int nMost);
 
 /// Pops down to this depth, but never the root.
@@ -61,7 +61,7 @@ public:
     ProfilerScope_c & operator=(ProfilerScope_c const &) = delete;
 
 private:
-    std::uint32_t const m_iTimer = 0;   // 0 with a name
+    std::uint32_t const m_iTimer = 0;   // 0 if the timer was pushed by its name alone
     int const m_iDepth = ProfilerDepth();
     int const m_nExceptions = std::uncaught_exceptions();
 };
