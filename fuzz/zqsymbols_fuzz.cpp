@@ -1,7 +1,8 @@
 // zqsymbols_fuzz.cpp: the helper with any records from the library, about a small program at the address 4 MB.
 //
 // The first byte chooses whether there is memory. Then come the 8 words of that memory, then the records. A number
-// below 16 MB is an address of the program.
+// below 16 MB is an address of the program. If the first byte has its second bit, the rest is an index file: as a whole,
+// then its ranges in a file with a right head.
 #define main ZqsymbolsMain
 #include "tools/zqsymbols/main.cpp"
 #undef main
@@ -72,11 +73,43 @@ extern "C" std::FILE * __wrap_fdopen(int, char const *)
     return fmemopen(s_szMaps, sizeof s_szMaps - 1, "r");
 }
 
+static void ReadIndex(std::string_view sFile)
+{
+    using namespace zqsymbols;
+    IndexKey_t const Key = { "0123", 0x1000000, 1, 1 };
+    std::optional<IndexParts_t> const Whole = ParseIndex(sFile, Key);
+    Require(!Whole || FormatIndex(Key, *Whole) == sFile);
+    IndexParts_t Parts;
+    for (; sFile.size() >= sizeof(IndexRange_t); sFile.remove_prefix(sizeof(IndexRange_t)))
+    {
+        IndexRange_t Range;
+        std::memcpy(&Range, sFile.data(), sizeof Range);
+        (Range.nValue & 1 ? Parts.dUnits : Parts.dSymbols).push_back(Range);
+    }
+    std::optional<IndexParts_t> const Read = ParseIndex(FormatIndex(Key, Parts), Key);
+    if (Read)
+    {
+        RangeIndex_c const Index(Read->dUnits);
+        for (IndexRange_t const & Range : Read->dUnits)
+        {
+            bool bFound = Range.nBytes == 0;
+            Index.At(Range.nStart, [&](std::uint64_t nValue) { return bFound |= nValue == Range.nValue; });
+            Require(bFound);
+        }
+    }
+}
+
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     Input_c Input(pData, nSize);
     g_pInput = &Input;
-    g_bMemory = Input.Get() & 1;
+    unsigned char const cMode = Input.Get();
+    g_bMemory = cMode & 1;
+    if (cMode & 2)
+    {
+        ReadIndex({ reinterpret_cast<char const *>(pData) + 1, nSize - 1 });
+        return 0;
+    }
     std::ranges::generate(g_dMemory, GetAddress);
     zqsymbols::Process_c Process;
     Require(!Process.Start() || zqsymbols::Serve(Process));

@@ -58,7 +58,7 @@ namespace plat
     enum SymbolBase_e : std::uint8_t
     {
         BASE_NONE = 0,
-        BASE_CHAR = 2,   // also a pointer to char
+        BASE_CHAR = 2,   // also a pointer to char or an array of them
         BASE_INTEGER = 6,
         BASE_UNSIGNED = 7,
         BASE_FLOAT = 8,
@@ -129,7 +129,8 @@ namespace plat
         /// Reads a member. Returns false after the last one.
         bool TypeMember(SymbolType_t nType, unsigned iMember, SymbolMember_t * pMember);
 
-        /// Returns what a value of the type is. An enumeration is its integer. Arrays and other pointers are BASE_NONE.
+        /// Returns what a value of the type is. An enumeration is its integer, an array of one dimension its element.
+        /// Pointers to anything but char are BASE_NONE.
         SymbolBase_e TypeBase(SymbolType_t nType);
 
     private:

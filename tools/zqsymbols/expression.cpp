@@ -1,5 +1,7 @@
 #include "tools/zqsymbols/expression.h"
 
+#include "tools/zqsymbols/places.h"
+
 #include <dwarf.h>
 #include <vector>
 
@@ -73,6 +75,37 @@ namespace zqsymbols
                                                            : std::nullopt;
             }
 
+            // Returns a number from the table of addresses.
+            std::optional<std::uint64_t> Indexed(Dwarf_Op const & Operation) const
+            {
+                Dwarf_Attribute Attribute;
+                Dwarf_Addr nNumber = 0;
+                bool const bFound = m_Surroundings.pAttribute != nullptr
+                                    && dwarf_getlocation_attr(m_Surroundings.pAttribute, &Operation, &Attribute) == 0
+                                    && dwarf_formaddr(&Attribute, &nNumber) == 0;
+                bool const bAddress = Operation.atom == DW_OP_addrx || Operation.atom == DW_OP_GNU_addr_index;
+                return bFound ? std::optional(nNumber + (bAddress ? m_Surroundings.nBias : 0)) : std::nullopt;
+            }
+
+            // Returns what a register held when the function was called.
+            std::optional<std::uint64_t> AtEntry(Dwarf_Op const & Operation) const
+            {
+                Dwarf_Attribute Attribute;
+                Dwarf_Op * pInner = nullptr;
+                std::size_t nInner = 0;
+                if (m_Surroundings.pAttribute == nullptr || m_Surroundings.pFrame == nullptr
+                    || dwarf_getlocation_attr(m_Surroundings.pAttribute, &Operation, &Attribute) != 0
+                    || dwarf_getlocation(&Attribute, &pInner, &nInner) != 0 || nInner != 1)
+                {
+                    return std::nullopt;
+                }
+                bool const bShort = pInner->atom >= DW_OP_reg0 && pInner->atom <= DW_OP_reg31;
+                std::uint64_t const iRegister = bShort ? pInner->atom - DW_OP_reg0 : pInner->number;
+                return (bShort || pInner->atom == DW_OP_regx) && iRegister < plat::SYMBOL_REGISTERS
+                           ? EntryValue(m_Process, m_Surroundings, static_cast<unsigned>(iRegister))
+                           : std::nullopt;
+            }
+
             // Runs an operation that pushes a constant, a register or a value of the frame. Returns false for any
             // other.
             bool Push(Dwarf_Op const & Operation)
@@ -113,6 +146,16 @@ namespace zqsymbols
                     return true;
                 case DW_OP_call_frame_cfa:
                     PutIfKnown(m_Surroundings.nCfa);
+                    return true;
+                case DW_OP_addrx:
+                case DW_OP_constx:
+                case DW_OP_GNU_addr_index:
+                case DW_OP_GNU_const_index:
+                    PutIfKnown(Indexed(Operation));
+                    return true;
+                case DW_OP_entry_value:
+                case DW_OP_GNU_entry_value:
+                    PutIfKnown(AtEntry(Operation));
                     return true;
                 default:
                     return false;

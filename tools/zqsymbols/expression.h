@@ -22,13 +22,18 @@ namespace zqsymbols
         std::uint64_t nValue = 0;
     };
 
+    struct Frame_t;
+
     /// Values that an expression may refer to.
     struct Surroundings_t
     {
-        Registers_t const & Registers;
+        Registers_t Registers;
         std::uint64_t nBias = 0;   // of the module
         std::optional<std::uint64_t> nCfa{};
         std::optional<std::uint64_t> nFrameBase{};
+        Frame_t const * pFrame = nullptr;         // whose caller has values, if there is one
+        unsigned nCallers = 0;                    // that this frame is away from the first one
+        Dwarf_Attribute * pAttribute = nullptr;   // that has the expression, if one has it
     };
 
     Place_t Evaluate(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations);

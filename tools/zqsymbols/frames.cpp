@@ -34,8 +34,8 @@ namespace zqsymbols
 
     Frame_t const * Frames_c::Get(std::size_t iFrame)
     {
-        bool const bAsked = iFrame < plat::SYMBOL_FRAMES;   // a stack filled with one address has no end
-        while (bAsked && m_dFrames.size() <= iFrame && m_bMore)
+        bool const bAsked = iFrame < plat::SYMBOL_FRAMES;             // a stack filled with one address has no end
+        while (bAsked && m_dFrames.size() <= iFrame + 1 && m_bMore)   // also its caller
         {
             Frame_t Frame = m_Caller;
             if (m_dFrames.empty())
@@ -46,6 +46,10 @@ namespace zqsymbols
             m_Caller = {};
             m_bMore = Unwind(Frame, m_Caller);
             m_dFrames.push_back(Frame);
+            if (m_dFrames.size() > 1)
+            {
+                m_dFrames[m_dFrames.size() - 2].pCaller = &m_dFrames.back();
+            }
         }
         return iFrame < m_dFrames.size() ? &m_dFrames[iFrame] : nullptr;
     }
@@ -103,6 +107,13 @@ namespace zqsymbols
             bool const bSame = pOperations == nullptr && Frame.Registers.IsKnown(iRegister)
                                && iRegister != m_Process.GetInstruction() && iRegister != m_Process.GetStackPointer();
             nValue = bSame ? std::optional(Frame.Registers.dValues[iRegister]) : std::nullopt;
+            std::uint32_t const nBit = 1u << iRegister;
+            bool const bAssumed = pOperations == dOwn && iRegister != m_Process.GetInstruction();
+            if (bAssumed && ((Frame.Registers.nKnown | Frame.Registers.nAssumed) & nBit) != 0)
+            {
+                Caller.Registers.dValues[iRegister] = Frame.Registers.dValues[iRegister];
+                Caller.Registers.nAssumed |= nBit;
+            }
         }
         else
         {

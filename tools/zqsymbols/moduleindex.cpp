@@ -1,6 +1,9 @@
 #include "tools/zqsymbols/moduleindex.h"
 
+#include "tools/zqsymbols/indexfile.h"
+
 #include <algorithm>
+#include <cstring>
 #include <dwarf.h>
 #include <limits>
 #include <utility>
@@ -10,6 +13,10 @@ namespace zqsymbols
     namespace
     {
         constexpr std::uint64_t RANGE_MAX = std::numeric_limits<std::uint32_t>::max();
+
+        // A module with as much of either has an index file: to build its index takes more time than to read that.
+        constexpr std::uint64_t BIG_BYTES = 64 << 20;
+        constexpr int BIG_SYMBOLS = 100000;
 
         // The linker's fill between two functions of a unit.
         constexpr std::uint64_t GAP_MAX = 16;
@@ -131,11 +138,8 @@ namespace zqsymbols
             return bFound ? Header.sh_addr + Header.sh_size + nBias : 0;
         }
 
-        // A symbol without a size, as assembly has, extends to the next symbol or to the end of its section. Inside of
-        // another symbol it is only a label.
-        void CollectSymbols(Dwfl_Module * pModule, Collector_c & Sized, Collector_c & Sizeless)
+        void SortSymbols(Dwfl_Module * pModule, int nSymbols, Collector_c & Sized, Collector_c & Sizeless)
         {
-            int const nSymbols = dwfl_module_getsymtab(pModule);
             for (int i = 1; i < nSymbols; ++i)
             {
                 GElf_Sym Symbol;
@@ -155,13 +159,6 @@ namespace zqsymbols
                 std::uint64_t const nEnd = bSized ? nAddress + Symbol.st_size : SectionEnd(pElf, iSection, nBias);
                 (bSized ? Sized : Sizeless).Add(nAddress, nEnd, Rank(Symbol, i));
             }
-        }
-
-        bool IsBefore(IndexRange_t const & Left, IndexRange_t const & Right)
-        {
-            return Left.nStart != Right.nStart   ? Left.nStart < Right.nStart
-                   : Left.nBytes != Right.nBytes ? Left.nBytes > Right.nBytes
-                                                 : Left.nValue < Right.nValue;
         }
 
         // Adds those of the symbols without a size that lie outside of the others. Both are sorted.
@@ -188,12 +185,48 @@ namespace zqsymbols
             }
             dSized.insert(dSized.end(), dAdded.begin(), dAdded.end());
         }
+
+        // Returns the symbols, sorted. One without a size, as assembly has, extends to the next symbol or to the end of its
+        // section. Inside of another symbol it is only a label.
+        std::vector<IndexRange_t> CollectSymbols(
+            Dwfl_Module * pModule, int nSymbols, std::uint64_t nStart, std::uint64_t nEnd)
+        {
+            Collector_c Sized(nStart, nEnd);
+            Collector_c Sizeless(nStart, nEnd);
+            SortSymbols(pModule, nSymbols, Sized, Sizeless);
+            std::sort(Sized.dRanges.begin(), Sized.dRanges.end(), IsBefore);
+            std::sort(Sizeless.dRanges.begin(), Sizeless.dRanges.end(), IsBefore);
+            AddOutside(Sized.dRanges, Sizeless.dRanges);
+            std::sort(Sized.dRanges.begin(), Sized.dRanges.end(), IsBefore);
+            return std::move(Sized.dRanges);
+        }
+
+        // Returns the size of the section of units, as it is stored.
+        std::uint64_t UnitBytes(Dwarf * pDwarf)
+        {
+            Elf * const pElf = pDwarf == nullptr ? nullptr : dwarf_getelf(pDwarf);
+            std::size_t iNames = 0;
+            GElf_Shdr Header;
+            if (pElf == nullptr || elf_getshdrstrndx(pElf, &iNames) != 0)
+            {
+                return 0;
+            }
+            for (Elf_Scn * pSection = nullptr; (pSection = elf_nextscn(pElf, pSection)) != nullptr;)
+            {
+                char const * const szName =
+                    gelf_getshdr(pSection, &Header) != nullptr ? elf_strptr(pElf, iNames, Header.sh_name) : nullptr;
+                if (szName != nullptr && std::strcmp(szName, ".debug_info") == 0)
+                {
+                    return Header.sh_size;
+                }
+            }
+            return 0;
+        }
     }
 
     RangeIndex_c::RangeIndex_c(std::vector<IndexRange_t> dRanges)
         : m_dRanges(std::move(dRanges))
     {
-        std::sort(m_dRanges.begin(), m_dRanges.end(), IsBefore);
         m_dEnds.reserve(m_dRanges.size());
         std::uint64_t nEnd = 0;
         for (IndexRange_t const & Range : m_dRanges)
@@ -210,24 +243,49 @@ namespace zqsymbols
         return static_cast<std::size_t>(iAfter - m_dRanges.begin());
     }
 
-    void ModuleIndex_c::Build(Dwfl_Module * pModule)
+    std::string BuildIdOf(Dwfl_Module * pModule)
+    {
+        constexpr char DIGITS[] = "0123456789abcdef";
+        GElf_Addr nUnused = 0;
+        unsigned char const * pBytes = nullptr;
+        dwfl_module_getelf(pModule, &nUnused);
+        int const nBytes = dwfl_module_build_id(pModule, &pBytes, &nUnused);
+        std::string sText;
+        for (int i = 0; i < nBytes; ++i)
+        {
+            sText += { DIGITS[pBytes[i] >> 4], DIGITS[pBytes[i] & 15] };
+        }
+        return sText;
+    }
+
+    void ModuleIndex_c::Build(Dwfl_Module * pModule, IndexFolder_c const & Folder)
     {
         Dwarf_Addr nEnd = 0;
-        dwfl_module_info(pModule, nullptr, &m_nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
-        Collector_c Units(m_nStart, nEnd);
         Dwarf_Addr nBias = 0;
-        if (Dwarf * const pDwarf = dwfl_module_getdwarf(pModule, &nBias); pDwarf != nullptr)
+        dwfl_module_info(pModule, nullptr, &m_nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
+        Dwarf * const pDwarf = dwfl_module_getdwarf(pModule, &nBias);
+        int const nSymbols = dwfl_module_getsymtab(pModule);
+        IndexKey_t const Key = { BuildIdOf(pModule), nEnd - m_nStart, UnitBytes(pDwarf),
+            static_cast<std::uint64_t>(std::max(nSymbols, 0)) };
+        bool const bBig = !Key.sBuildId.empty() && (Key.nUnitBytes >= BIG_BYTES || nSymbols >= BIG_SYMBOLS);
+        std::optional<IndexParts_t> Parts = bBig ? Folder.Load(Key) : std::nullopt;
+        bool const bLoaded = Parts.has_value();
+        if (!bLoaded)
         {
-            CollectUnits(pDwarf, nBias, Units);
+            Collector_c Units(m_nStart, nEnd);
+            if (pDwarf != nullptr)
+            {
+                CollectUnits(pDwarf, nBias, Units);
+            }
+            std::sort(Units.dRanges.begin(), Units.dRanges.end(), IsBefore);
+            Parts = { std::move(Units.dRanges), CollectSymbols(pModule, nSymbols, m_nStart, nEnd) };
         }
-        m_Units = RangeIndex_c(std::move(Units.dRanges));
-        Collector_c Sized(m_nStart, nEnd);
-        Collector_c Sizeless(m_nStart, nEnd);
-        CollectSymbols(pModule, Sized, Sizeless);
-        std::sort(Sized.dRanges.begin(), Sized.dRanges.end(), IsBefore);
-        std::sort(Sizeless.dRanges.begin(), Sizeless.dRanges.end(), IsBefore);
-        AddOutside(Sized.dRanges, Sizeless.dRanges);
-        m_Symbols = RangeIndex_c(std::move(Sized.dRanges));
+        if (bBig && !bLoaded)
+        {
+            Folder.Save(Key, *Parts);
+        }
+        m_Units = RangeIndex_c(std::move(Parts->dUnits));
+        m_Symbols = RangeIndex_c(std::move(Parts->dSymbols));
     }
 
     std::vector<std::uint64_t> ModuleIndex_c::UnitsAt(std::uint64_t nAddress) const

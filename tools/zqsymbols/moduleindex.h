@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <elfutils/libdwfl.h>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace zqsymbols
@@ -20,13 +21,21 @@ namespace zqsymbols
         std::uint64_t nValue;
     };
 
-    /// Ranges that may overlap, in the order of their starts.
+    /// Returns the order of ranges: by their starts, the longer one first.
+    inline bool IsBefore(IndexRange_t const & Left, IndexRange_t const & Right)
+    {
+        return Left.nStart != Right.nStart   ? Left.nStart < Right.nStart
+               : Left.nBytes != Right.nBytes ? Left.nBytes > Right.nBytes
+                                             : Left.nValue < Right.nValue;
+    }
+
+    /// Ranges that may overlap.
     class RangeIndex_c
     {
     public:
         RangeIndex_c() = default;
 
-        /// Sorts the ranges. Of equal starts the longer comes first.
+        /// Requires that the ranges are sorted.
         explicit RangeIndex_c(std::vector<IndexRange_t> dRanges);
 
         /// Calls fnFound with the value of each range that holds an address, the one with the nearest start first, until
@@ -51,11 +60,14 @@ namespace zqsymbols
         std::vector<std::uint64_t> m_dEnds;   // of each, the highest end up to it
     };
 
+    class IndexFolder_c;
+
     class ModuleIndex_c
     {
     public:
-        /// Reads the module's files.
-        void Build(Dwfl_Module * pModule);
+        /// Reads the module's files, or its index file in a folder. Writes that file if it is missing and the module is
+        /// big.
+        void Build(Dwfl_Module * pModule, IndexFolder_c const & Folder);
 
         /// Returns the offsets of the units that claim an address, the one whose range has the nearest start first.
         std::vector<std::uint64_t> UnitsAt(std::uint64_t nAddress) const;
@@ -68,4 +80,7 @@ namespace zqsymbols
         RangeIndex_c m_Units;
         RangeIndex_c m_Symbols;
     };
+
+    /// Returns a module's build id in lower-case hexadecimal, empty if it has none. Opens its file.
+    std::string BuildIdOf(Dwfl_Module * pModule);
 }

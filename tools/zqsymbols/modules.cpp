@@ -42,8 +42,9 @@ namespace zqsymbols
             &g_pszDebugPath };
     }
 
-    Modules_c::Modules_c()
+    Modules_c::Modules_c(std::string const & sIndexFolder)
         : m_pDwfl(dwfl_begin(&CALLBACKS))
+        , m_Folder(sIndexFolder)
     {
         dwfl_report_begin(m_pDwfl);
     }
@@ -69,7 +70,7 @@ namespace zqsymbols
         auto const [iIndex, bNew] = m_dIndices.try_emplace(pModule);
         if (bNew)
         {
-            iIndex->second.Build(pModule);
+            iIndex->second.Build(pModule, m_Folder);
         }
         return iIndex->second;
     }
@@ -83,11 +84,14 @@ namespace zqsymbols
         {
             return std::nullopt;
         }
-        Unit_t Unit = { {}, nBias };
+        Unit_t Unit = { {}, nBias, {} };
         for (std::uint64_t const nUnit : IndexOf(pModule).UnitsAt(nAddress))
         {
-            if (dwarf_offdie(pDwarf, nUnit, &Unit.Die) != nullptr && dwarf_haspc(&Unit.Die, nAddress - nBias) > 0)
+            if (dwarf_offdie(pDwarf, nUnit, &Unit.Lines) != nullptr && dwarf_haspc(&Unit.Lines, nAddress - nBias) > 0)
             {
+                char const * const szModule =
+                    dwfl_module_info(pModule, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+                Unit.Die = m_Split.Find(Unit.Lines, szModule);
                 return Unit;
             }
         }
@@ -103,20 +107,5 @@ namespace zqsymbols
         char const * const szName =
             iSymbol ? dwfl_module_getsym_info(pModule, *iSymbol, &Symbol, &nStart, nullptr, nullptr, nullptr) : nullptr;
         return szName == nullptr ? std::nullopt : std::optional(Symbol_t{ szName, nAddress - nStart });
-    }
-
-    std::string BuildIdOf(Dwfl_Module * pModule)
-    {
-        constexpr char DIGITS[] = "0123456789abcdef";
-        GElf_Addr nUnused = 0;
-        unsigned char const * pBytes = nullptr;
-        dwfl_module_getelf(pModule, &nUnused);
-        int const nBytes = dwfl_module_build_id(pModule, &pBytes, &nUnused);
-        std::string sText;
-        for (int i = 0; i < nBytes; ++i)
-        {
-            sText += { DIGITS[pBytes[i] >> 4], DIGITS[pBytes[i] & 15] };
-        }
-        return sText;
     }
 }

@@ -12,7 +12,9 @@
 // Failure: a module whose file is missing, damaged or of another build id than the one asked for has no names.
 #pragma once
 
-#include "tools/zqsymbols/moduleindex.h"
+#include "tools/zqsymbols/indexfile.h"
+#include "tools/zqsymbols/splitunit.h"
+#include "tools/zqsymbols/unitscan.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -28,8 +30,9 @@ namespace zqsymbols
     /// A compilation unit, and the difference between addresses in memory and its own.
     struct Unit_t
     {
-        Dwarf_Die Die;
+        Dwarf_Die Die;   // of its functions, variables and types
         Dwarf_Addr nBias;
+        Dwarf_Die Lines;   // of its source files and lines; another one only of a unit in two parts
     };
 
     /// A symbol of a module's symbol table. The name is the linker's.
@@ -42,7 +45,8 @@ namespace zqsymbols
     class Modules_c
     {
     public:
-        Modules_c();
+        /// Index files of big modules are kept in a folder; none if its path is empty.
+        explicit Modules_c(std::string const & sIndexFolder = IndexFolderOfUser());
         virtual ~Modules_c() { dwfl_end(m_pDwfl); }
         Modules_c(Modules_c const &) = delete;
         Modules_c & operator=(Modules_c const &) = delete;
@@ -74,10 +78,9 @@ namespace zqsymbols
         ModuleIndex_c const & IndexOf(Dwfl_Module * pModule);
 
         Dwfl * m_pDwfl;
+        IndexFolder_c m_Folder;
+        SplitUnits_c m_Split;
         std::unordered_map<Dwfl_Module *, ModuleIndex_c> m_dIndices;
-        std::unordered_map<void *, std::vector<Dwarf_Die>> m_dFunctions;   // with code, by their unit
+        std::unordered_map<void *, UnitScan_c> m_dScans;   // by the unit
     };
-
-    /// Returns a module's build id in lower-case hexadecimal, empty if it has none. Opens its file.
-    std::string BuildIdOf(Dwfl_Module * pModule);
 }

@@ -107,7 +107,7 @@ namespace zqsymbols
     std::optional<Line_t> LineAt(Modules_c & Modules, std::uint64_t nAddress)
     {
         std::optional<Unit_t> Unit = Modules.UnitAt(nAddress);
-        Dwarf_Line * const pLine = Unit ? dwarf_getsrc_die(&Unit->Die, nAddress - Unit->nBias) : nullptr;
+        Dwarf_Line * const pLine = Unit ? dwarf_getsrc_die(&Unit->Lines, nAddress - Unit->nBias) : nullptr;
         int nLine = 0;
         char const * const szFile = pLine != nullptr ? dwarf_linesrc(pLine, nullptr, nullptr) : nullptr;
         if (szFile == nullptr || dwarf_lineno(pLine, &nLine) != 0 || nLine <= 0)
@@ -115,7 +115,7 @@ namespace zqsymbols
             return std::nullopt;
         }
         Dwarf_Attribute Attribute;
-        char const * const szFolder = dwarf_formstring(dwarf_attr(&Unit->Die, DW_AT_comp_dir, &Attribute));
+        char const * const szFolder = dwarf_formstring(dwarf_attr(&Unit->Lines, DW_AT_comp_dir, &Attribute));
         std::string const sFolder =
             szFile[0] != '/' && szFolder != nullptr && szFolder[0] == '/' ? std::string(szFolder) + '/' : "";
         return Line_t{ sFolder + szFile, static_cast<unsigned>(nLine) };

@@ -18,7 +18,8 @@ namespace zqsymbols
     struct Registers_t
     {
         std::array<std::uint64_t, plat::SYMBOL_REGISTERS> dValues{};
-        std::uint32_t nKnown = 0;   // a bit for each register whose value is known
+        std::uint32_t nKnown = 0;     // a bit for each register whose value is known
+        std::uint32_t nAssumed = 0;   // likewise; known if the functions called since then left it alone
 
         bool IsKnown(unsigned iRegister) const
         {

@@ -6,38 +6,6 @@ namespace zqsymbols
 {
     namespace
     {
-        // Collects all functions with code below a DIE. They may be in namespaces, structures and functions.
-        void CollectFunctions(Dwarf_Die * pParent, std::vector<Dwarf_Die> & dFunctions)
-        {
-            Dwarf_Die Child;
-            if (dwarf_child(pParent, &Child) != 0)
-            {
-                return;
-            }
-            do
-            {
-                switch (dwarf_tag(&Child))
-                {
-                case DW_TAG_subprogram:
-                    if (dwarf_hasattr(&Child, DW_AT_low_pc) != 0 || dwarf_hasattr(&Child, DW_AT_ranges) != 0)
-                    {
-                        dFunctions.push_back(Child);
-                    }
-                    [[fallthrough]];
-                case DW_TAG_namespace:
-                case DW_TAG_structure_type:
-                case DW_TAG_class_type:
-                case DW_TAG_union_type:
-                case DW_TAG_lexical_block:
-                    CollectFunctions(&Child, dFunctions);
-                    break;
-                default:
-                    break;
-                }
-            }
-            while (dwarf_siblingof(&Child, &Child) == 0);
-        }
-
         // Finds the block or inlined call directly in a scope that holds the address. Returns false if there is none.
         bool InnerScope(Dwarf_Die Scope, Dwarf_Addr nAddress, Dwarf_Die * pInner)
         {
@@ -59,14 +27,14 @@ namespace zqsymbols
 
     std::vector<Dwarf_Die> Modules_c::ScopesAt(Unit_t & Unit, std::uint64_t nAddress)
     {
-        auto const [iFunctions, bNew] = m_dFunctions.try_emplace(Unit.Die.addr);
+        auto const [iScan, bNew] = m_dScans.try_emplace(Unit.Die.addr);
         if (bNew)
         {
-            CollectFunctions(&Unit.Die, iFunctions->second);
+            iScan->second = UnitScan_c(Unit.Die);
         }
         std::vector<Dwarf_Die> dScopes;
         Dwarf_Die Scope;
-        for (Dwarf_Die & Function : iFunctions->second)
+        for (Dwarf_Die & Function : iScan->second.GetFunctions())
         {
             if (dwarf_haspc(&Function, nAddress - Unit.nBias) > 0)
             {

@@ -68,30 +68,44 @@ namespace zqsymbols
             }
         }
 
+        // Returns whether a type is an array of one dimension.
+        bool IsArray(Dwarf_Die * pDie)
+        {
+            int nDimensions = 0;
+            Dwarf_Die Child;
+            bool bGoesOn =
+                pDie->addr != nullptr && dwarf_tag(pDie) == DW_TAG_array_type && dwarf_child(pDie, &Child) == 0;
+            for (; bGoesOn; bGoesOn = dwarf_siblingof(&Child, &Child) == 0)
+            {
+                nDimensions += dwarf_tag(&Child) == DW_TAG_subrange_type ? 1 : 0;
+            }
+            return nDimensions == 1;
+        }
+
+        // Returns the size of an array whose unit has no language: libdw then does not know that the first element is 0.
+        std::uint64_t ArraySize(Dwarf_Die * pArray)
+        {
+            Dwarf_Die Child;
+            std::string sAlias;
+            Dwarf_Word nSize = 0;
+            bool bGoesOn = Follow(pArray, &Child);
+            if (bGoesOn)
+            {
+                Peel(Child, sAlias);
+                bGoesOn = Child.addr != nullptr && dwarf_aggregate_size(&Child, &nSize) == 0;
+            }
+            for (bGoesOn = bGoesOn && dwarf_child(pArray, &Child) == 0; bGoesOn;
+                 bGoesOn = dwarf_siblingof(&Child, &Child) == 0)
+            {
+                constexpr std::uint64_t NONE = ~std::uint64_t{ 0 };
+                nSize *= Number(&Child, DW_AT_count, Number(&Child, DW_AT_upper_bound, NONE) + 1);
+            }
+            return nSize;
+        }
+
         bool IsNamed(int nTag)
         {
             return IsStructure(nTag) || nTag == DW_TAG_enumeration_type;
-        }
-
-        // Records the scopes of the named types below a DIE.
-        void CollectScopes(Dwarf_Die * pParent, std::unordered_map<void *, Dwarf_Die> & dScopes)
-        {
-            Dwarf_Die Child;
-            bool bGoesOn = dwarf_child(pParent, &Child) == 0;
-            while (bGoesOn)
-            {
-                int const nTag = dwarf_tag(&Child);
-                bool const bSpace = nTag == DW_TAG_namespace;
-                if (bSpace || IsNamed(nTag))
-                {
-                    dScopes.emplace(Child.addr, *pParent);
-                }
-                if (bSpace || IsStructure(nTag) || nTag == DW_TAG_subprogram || nTag == DW_TAG_lexical_block)
-                {
-                    CollectScopes(&Child, dScopes);
-                }
-                bGoesOn = dwarf_siblingof(&Child, &Child) == 0;
-            }
         }
 
         // Returns the place of a member. A bit field has an offset from the start of the structure, or one from the
@@ -134,11 +148,11 @@ namespace zqsymbols
     {
         Dwarf_Die Die = Get(nType).Die;
         Dwarf_Word nSize = 0;
-        if (Die.addr == nullptr || dwarf_aggregate_size(&Die, &nSize) != 0)
+        if (Die.addr == nullptr || dwarf_aggregate_size(&Die, &nSize) == 0)
         {
-            return Die.addr != nullptr && IsPointer(dwarf_tag(&Die)) ? m_nWord : 0;
+            return nSize;
         }
-        return nSize;
+        return IsPointer(dwarf_tag(&Die)) ? m_nWord : dwarf_tag(&Die) == DW_TAG_array_type ? ArraySize(&Die) : 0;
     }
 
     // Returns the name qualified by the namespaces and structures around it.
@@ -150,15 +164,21 @@ namespace zqsymbols
         {
             return sName;
         }
-        auto const [iScopes, bNew] = m_dScopes.try_emplace(Unit.addr);
+        auto const [iScan, bNew] = m_dScans.try_emplace(Unit.addr);
         if (bNew)
         {
-            CollectScopes(&Unit, iScopes->second);
+            iScan->second = UnitScan_c(Unit);
         }
-        for (auto iOuter = iScopes->second.find(Die.addr); iOuter != iScopes->second.end();
-             iOuter = iScopes->second.find(Die.addr))
+        // A type in a unit of its own, or defined outside of its scope, is declared in its scope.
+        Dwarf_Attribute Declaration;
+        Dwarf_Die Inside;
+        if (dwarf_formref_die(dwarf_attr(&Die, DW_AT_specification, &Declaration), &Inside) != nullptr)
         {
-            Die = iOuter->second;
+            Die = Inside;
+        }
+        for (Dwarf_Die Outer = iScan->second.ScopeOf(Die); Outer.addr != nullptr; Outer = iScan->second.ScopeOf(Die))
+        {
+            Die = Outer;
             bool const bNamespace = dwarf_tag(&Die) == DW_TAG_namespace;
             if (bNamespace || IsStructure(dwarf_tag(&Die)))
             {
@@ -187,7 +207,7 @@ namespace zqsymbols
         std::string sAlias;
         bool const bPointer = Die.addr != nullptr && dwarf_tag(&Die) == DW_TAG_pointer_type;
         bool const bEnumeration = Die.addr != nullptr && dwarf_tag(&Die) == DW_TAG_enumeration_type;
-        if (bPointer || bEnumeration)
+        if (bPointer || bEnumeration || IsArray(&Die))
         {
             Dwarf_Die Target;
             if (!Follow(&Die, &Target))

@@ -52,6 +52,6 @@ namespace zqsymbols
 
         std::uint64_t m_nWord;
         std::vector<Type_t> m_dTypes = { {} };
-        std::unordered_map<void *, std::unordered_map<void *, Dwarf_Die>> m_dScopes;   // around types, by their unit
+        std::unordered_map<void *, UnitScan_c> m_dScans;   // by the unit
     };
 }

@@ -1,0 +1,82 @@
+#include "tools/zqsymbols/indexfile.h"
+
+#include "tests/test_support.h"
+
+#include <sys/stat.h>
+
+namespace
+{
+    using namespace zqsymbols;
+
+    IndexKey_t const KEY = { "0123abcd", 0x10000, 5000, 7 };
+    IndexParts_t const PARTS = { { { 0, 16, 11 }, { 16, 8, 300 } }, { { 4, 4, 1 } } };
+
+    struct IndexFile : testing::Test
+    {
+        // Whether the file is accepted, and then has what was saved.
+        bool Loads(IndexKey_t const & Key = KEY) const
+        {
+            std::optional<IndexParts_t> const Parts = IndexFolder_c(Folder.Join("cache/zqcore")).Load(Key);
+            return Parts && FormatIndex(Key, *Parts) == FormatIndex(Key, PARTS);
+        }
+
+        TempFolder_c Folder;
+        std::string const sFile = Folder.Join("cache/zqcore/0123abcd.index");
+        void SetUp() override { IndexFolder_c(Folder.Join("cache/zqcore")).Save(KEY, PARTS); }
+    };
+}
+
+TEST_F(IndexFile, IsPrivateAndReadAsWritten)
+{
+    struct stat Stat = {};
+    EXPECT_EACH(Loads(), stat(sFile.c_str(), &Stat) == 0, (Stat.st_mode & 0777) == 0600);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder.Join("cache/zqcore")), {}), 1);
+}
+
+TEST_F(IndexFile, OfAnythingElseIsIgnored)
+{
+    std::string const sGood = Folder.Read("cache/zqcore/0123abcd.index");
+    for (std::size_t i = 0; i < sGood.size(); ++i)
+    {
+        std::string sBad = sGood;
+        sBad[i] = static_cast<char>(sBad[i] ^ 0x10);
+        Folder.Write("cache/zqcore/0123abcd.index", sBad);
+        EXPECT_FALSE(Loads()) << i;
+        Folder.Write("cache/zqcore/0123abcd.index", sGood.substr(0, i));
+        EXPECT_FALSE(Loads()) << i;
+    }
+    Folder.Write("cache/zqcore/0123abcd.index", sGood);
+    EXPECT_TRUE(Loads());
+    EXPECT_FALSE(Loads({ "0123abcd", 0x10000, 5001, 7 })) << "made of other debug information";
+    IndexParts_t const Unsorted = { { { 16, 8, 300 }, { 0, 16, 11 } }, {} };
+    IndexParts_t const Outside = { { { 0xFFFF, 2, 1 } }, {} };
+    for (IndexParts_t const & Parts : { Unsorted, Outside })
+    {
+        EXPECT_FALSE(ParseIndex(FormatIndex(KEY, Parts), KEY));
+    }
+    std::filesystem::permissions(sFile, std::filesystem::perms::all);
+    EXPECT_FALSE(Loads()) << "others may have written it";
+    std::filesystem::rename(sFile, sFile + "x");
+    std::filesystem::create_symlink(sFile + "x", sFile);
+    EXPECT_FALSE(Loads());
+}
+
+TEST_F(IndexFile, TheOldestMakeRoom)
+{
+    IndexFolder_c const Indices(Folder.Join("cache/zqcore"));
+    IndexParts_t const Big = { std::vector<IndexRange_t>(1 << 20, IndexRange_t{ 0, 1, 0 }), {} };   // 16 MB
+    auto const Save = [&](std::string const & sBuildId) { Indices.Save({ sBuildId, 1, 1, 1 }, Big); };
+    for (char const * szBuildId : { "a", "b", "c" })
+    {
+        Save(szBuildId);
+    }
+    std::filesystem::last_write_time(
+        Folder.Join("cache/zqcore/b.index"), std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    Save("d");
+    std::string sLeft;
+    for (char const * szName : { "a", "b", "c", "d" })
+    {
+        sLeft += std::filesystem::exists(Folder.Join("cache/zqcore/" + std::string(szName) + ".index")) ? szName : "";
+    }
+    EXPECT_EQ(sLeft, "acd");
+}

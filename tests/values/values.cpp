@@ -1,0 +1,132 @@
+// values.cpp: a program that crashes with variables of many kinds in its frames. compare.py compares what the report says of
+// them with what a debugger says.
+#include "zqcore/clog.h"
+
+#ifdef __clang__
+    #define NOT_CHANGED __attribute__((noinline))
+#else
+    #define NOT_CHANGED __attribute__((noipa))
+#endif
+
+namespace
+{
+    enum class Colour_e : short
+    {
+        Red = 3
+    };
+    union Either_t
+    {
+        int nNumber;
+        float fNumber;
+    };
+    struct Base_t
+    {
+        virtual ~Base_t() = default;
+        long long nBase = -5;
+    };
+    struct Whole_t : Base_t
+    {
+        struct Inner_t
+        {
+            Colour_e eColour = Colour_e::Red;
+            char const * szText = "inner";
+        };
+        Inner_t Inner;
+        Either_t Either = { 7 };
+        unsigned nLow : 3 = 5, nHigh : 9 = 300;
+        double dNumbers[1] = { 2.5 };
+        static int s_nShared;
+    };
+    int Whole_t::s_nShared = 1;
+
+    // Passed by a hidden reference.
+    struct Passed_t
+    {
+        explicit Passed_t(int n)
+            : nPassed(n)
+        {}
+        Passed_t(Passed_t const & Other)
+            : nPassed(Other.nPassed + 1)
+        {}
+        int nPassed;
+    };
+
+    int * volatile g_pNowhere = nullptr;
+
+    // The compiler must keep what has these addresses in memory.
+    template <typename T>
+    inline void KeepOne(T const & Variable)
+    {
+        asm volatile("" ::"r"(&Variable) : "memory");
+    }
+    template <typename... T>
+    inline void Keep(T const &... Variables)
+    {
+        (KeepOne(Variables), ...);
+    }
+
+    // Its register of the hidden reference is known only from the call.
+    NOT_CHANGED int Fault(Passed_t Passed, float fParameter)
+    {
+        bool bBool = true;
+        char cChar = 'x';
+        signed char nSigned = -1;
+        unsigned short nShort = 65535;
+        float fFloat = 1.5f;
+        long double fLong = 3;
+        char const * szText = "a text of more than thirty-one characters";
+        int dInts[1] = { 9 };
+        float dFloats[1] = { 0.25f };
+        char dChars[4] = "abc";
+        int dMany[3] = { 1, 2, 3 };
+        Keep(bBool, cChar, nSigned, nShort, fFloat, fLong, szText, dInts, dFloats, dChars, dMany, fParameter);
+        asm volatile("" ::: "rdi", "memory");
+        return *g_pNowhere;
+    }
+
+    template <typename T>
+    inline __attribute__((always_inline)) int Inlined(T Value)
+    {
+        T Twice = Value * 2;
+        Keep(Value, Twice);
+        return Fault(Passed_t(static_cast<int>(Twice)), 0.5f) + static_cast<int>(Twice);
+    }
+
+    struct Object_t
+    {
+        int nMember = 11;
+
+        __attribute__((noinline)) int Run(int nRuns)
+        {
+            int nCaptured = nRuns + 1;
+            Whole_t Whole;
+            Whole_t const & Reference = Whole;
+            auto fnLambda = [this, nCaptured, &Whole](int nArgument) __attribute__((noinline))
+            {
+                int nInLambda = nArgument + nCaptured + nMember;
+                Keep(nInLambda);
+                return Inlined(static_cast<double>(nInLambda)) + static_cast<int>(Whole.nBase);
+            };
+            Keep(nCaptured, Whole, Reference, fnLambda, *this);
+            for (int nInLoop = 0; nInLoop < 2; ++nInLoop)
+            {
+                static int s_nCount = 90;
+                Keep(nInLoop, s_nCount);
+                if (nRuns > 2)
+                {
+                    long nInBlock = -7;
+                    Keep(nInBlock);
+                    return fnLambda(static_cast<int>(nInBlock)) + s_nCount;
+                }
+            }
+            return Run(nRuns + 1) + nCaptured;
+        }
+    };
+}
+
+int main()
+{
+    LogSetFile(L"./", L"message.log");
+    Object_t Object;
+    return Object.Run(1);
+}

@@ -1,0 +1,274 @@
+#include "tools/zqsymbols/indexfile.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr char MARK[8] = { 'Z', 'Q', 'I', 'N', 'D', 'E', 'X', '1' };
+        constexpr std::uint64_t FOLDER_MAX = 64 << 20;   // bytes of all files
+        constexpr std::uint64_t FILE_MAX = FOLDER_MAX / 2;
+        constexpr std::size_t BUILD_ID_MAX = 64;
+        constexpr char ENDING[] = ".index";
+
+        struct Head_t
+        {
+            char szMark[8];
+            std::uint64_t nSum;   // of all that follows
+            char szBuildId[BUILD_ID_MAX];
+            std::uint64_t nSpan;
+            std::uint64_t nUnitBytes;
+            std::uint64_t nSymbols;
+            std::uint64_t nUnitRanges;
+            std::uint64_t nSymbolRanges;
+        };
+        static_assert(sizeof(Head_t) == 120 && sizeof(IndexRange_t) == 16);
+        constexpr std::size_t SUMMED_FROM = 16;
+
+        // A checksum, by words: a file has some megabytes. Its length is a multiple of a word.
+        std::uint64_t Sum(std::string_view sBytes)
+        {
+            std::uint64_t nSum = sBytes.size();
+            for (std::size_t i = 0; i + sizeof(nSum) <= sBytes.size(); i += sizeof(nSum))
+            {
+                std::uint64_t nWord;
+                std::memcpy(&nWord, sBytes.data() + i, sizeof(nWord));
+                nSum = (nSum ^ nWord) * 0x9E3779B97F4A7C15;
+                nSum ^= nSum >> 32;
+            }
+            return nSum;
+        }
+
+        Head_t HeadOf(IndexKey_t const & Key, std::uint64_t nUnitRanges, std::uint64_t nSymbolRanges)
+        {
+            Head_t Head{};
+            std::memcpy(Head.szMark, MARK, sizeof(MARK));
+            Key.sBuildId.copy(Head.szBuildId, BUILD_ID_MAX);
+            Head.nSpan = Key.nSpan;
+            Head.nUnitBytes = Key.nUnitBytes;
+            Head.nSymbols = Key.nSymbols;
+            Head.nUnitRanges = nUnitRanges;
+            Head.nSymbolRanges = nSymbolRanges;
+            return Head;
+        }
+
+        std::string_view BytesOf(std::vector<IndexRange_t> const & dRanges)
+        {
+            return { reinterpret_cast<char const *>(dRanges.data()), dRanges.size() * sizeof(IndexRange_t) };
+        }
+
+        std::vector<IndexRange_t> RangesOf(std::string_view sBytes)
+        {
+            std::vector<IndexRange_t> dRanges(sBytes.size() / sizeof(IndexRange_t));
+            sBytes.copy(reinterpret_cast<char *>(dRanges.data()), sBytes.size());
+            return dRanges;
+        }
+
+        class Handle_c
+        {
+        public:
+            explicit Handle_c(int hFile)
+                : m_hFile(hFile)
+            {}
+            ~Handle_c()
+            {
+                if (m_hFile >= 0)
+                {
+                    close(m_hFile);
+                }
+            }
+            Handle_c(Handle_c const &) = delete;
+            Handle_c & operator=(Handle_c const &) = delete;
+            int Get() const { return m_hFile; }
+
+        private:
+            int m_hFile;
+        };
+
+        bool IsOwn(struct stat const & Stat)
+        {
+            return Stat.st_uid == geteuid() && (Stat.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+        }
+
+        std::string NameOf(IndexKey_t const & Key)
+        {
+            return Key.sBuildId + ENDING;
+        }
+
+        bool WriteAll(int hFile, std::string_view sBytes)
+        {
+            while (!sBytes.empty())
+            {
+                ssize_t const nWritten = write(hFile, sBytes.data(), sBytes.size());
+                if (nWritten <= 0)
+                {
+                    return false;
+                }
+                sBytes.remove_prefix(static_cast<std::size_t>(nWritten));
+            }
+            return true;
+        }
+
+        int OpenFolder(std::string const & sFolder)
+        {
+            int const hFolder =
+                sFolder.empty() ? -1 : open(sFolder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            struct stat Stat = {};
+            if (hFolder >= 0 && (fstat(hFolder, &Stat) != 0 || !IsOwn(Stat)))
+            {
+                close(hFolder);
+                return -1;
+            }
+            return hFolder;
+        }
+
+        // Returns false if the files can't be counted.
+        bool MakeRoom(int hFolder, std::uint64_t nBytes)
+        {
+            struct File_t
+            {
+                timespec tUsed;
+                std::uint64_t nBytes;
+                std::string sName;
+            };
+            DIR * const pFolder = fdopendir(openat(hFolder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            if (pFolder == nullptr)
+            {
+                return false;
+            }
+            std::vector<File_t> dFiles;
+            while (dirent const * const pEntry = readdir(pFolder))
+            {
+                struct stat Stat = {};
+                std::string sName = pEntry->d_name;
+                if (sName.ends_with(ENDING) && fstatat(hFolder, sName.c_str(), &Stat, AT_SYMLINK_NOFOLLOW) == 0)
+                {
+                    dFiles.push_back({ Stat.st_mtim, static_cast<std::uint64_t>(Stat.st_size), std::move(sName) });
+                    nBytes += dFiles.back().nBytes;
+                }
+            }
+            closedir(pFolder);
+            std::ranges::sort(
+                dFiles, {}, [](File_t const & File) { return std::pair(File.tUsed.tv_sec, File.tUsed.tv_nsec); });
+            for (std::size_t i = 0; i < dFiles.size() && nBytes > FOLDER_MAX; ++i)
+            {
+                unlinkat(hFolder, dFiles[i].sName.c_str(), 0);
+                nBytes -= dFiles[i].nBytes;
+            }
+            return true;
+        }
+    }
+
+    std::string FormatIndex(IndexKey_t const & Key, IndexParts_t const & Parts)
+    {
+        Head_t const Head = HeadOf(Key, Parts.dUnits.size(), Parts.dSymbols.size());
+        std::string sFile(reinterpret_cast<char const *>(&Head), sizeof(Head));
+        sFile += BytesOf(Parts.dUnits);
+        sFile += BytesOf(Parts.dSymbols);
+        std::uint64_t const nSum = Sum(std::string_view(sFile).substr(SUMMED_FROM));
+        std::memcpy(sFile.data() + offsetof(Head_t, nSum), &nSum, sizeof(nSum));
+        return sFile;
+    }
+
+    std::optional<IndexParts_t> ParseIndex(std::string_view sFile, IndexKey_t const & Key)
+    {
+        Head_t Head;
+        if (sFile.size() < sizeof(Head) || sFile.size() > FILE_MAX)
+        {
+            return std::nullopt;
+        }
+        std::memcpy(&Head, sFile.data(), sizeof(Head));
+        Head_t Expected = HeadOf(Key, Head.nUnitRanges, Head.nSymbolRanges);
+        Expected.nSum = Sum(sFile.substr(SUMMED_FROM));
+        std::string_view const sRanges = sFile.substr(sizeof(Head));
+        std::uint64_t const nRanges = sRanges.size() / sizeof(IndexRange_t);
+        if (std::memcmp(&Head, &Expected, sizeof(Head)) != 0 || sRanges.size() % sizeof(IndexRange_t) != 0
+            || Head.nUnitRanges > nRanges || Head.nSymbolRanges != nRanges - Head.nUnitRanges)
+        {
+            return std::nullopt;
+        }
+        std::size_t const nUnitBytes = static_cast<std::size_t>(Head.nUnitRanges) * sizeof(IndexRange_t);
+        IndexParts_t Parts = { RangesOf(sRanges.substr(0, nUnitBytes)), RangesOf(sRanges.substr(nUnitBytes)) };
+        auto const IsGood = [&Key](std::vector<IndexRange_t> const & dRanges)
+        {
+            return std::is_sorted(dRanges.begin(), dRanges.end(), IsBefore)
+                   && std::ranges::all_of(dRanges, [&Key](IndexRange_t const & Range)
+                       { return std::uint64_t{ Range.nStart } + Range.nBytes <= Key.nSpan; });
+        };
+        return IsGood(Parts.dUnits) && IsGood(Parts.dSymbols) ? std::optional(std::move(Parts)) : std::nullopt;
+    }
+
+    std::optional<IndexParts_t> IndexFolder_c::Load(IndexKey_t const & Key) const
+    {
+        Handle_c const hFolder(OpenFolder(m_sFolder));
+        struct stat Stat = {};
+        Handle_c const hFile(hFolder.Get() < 0 ? -1
+                                               : openat(hFolder.Get(), NameOf(Key).c_str(),
+                                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (hFile.Get() < 0 || fstat(hFile.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode) || !IsOwn(Stat)
+            || static_cast<std::uint64_t>(Stat.st_size) > FILE_MAX)
+        {
+            return std::nullopt;
+        }
+        std::string sFile(static_cast<std::size_t>(Stat.st_size), '\0');
+        std::optional<IndexParts_t> Parts;
+        if (pread(hFile.Get(), sFile.data(), sFile.size(), 0) == Stat.st_size)
+        {
+            Parts = ParseIndex(sFile, Key);
+        }
+        if (Parts)
+        {
+            futimens(hFile.Get(), nullptr);   // the time of its last use
+        }
+        return Parts;
+    }
+
+    void IndexFolder_c::Save(IndexKey_t const & Key, IndexParts_t const & Parts) const
+    {
+        std::string const sFile = FormatIndex(Key, Parts);
+        if (m_sFolder.empty() || sFile.size() > FILE_MAX)
+        {
+            return;
+        }
+        mkdir(m_sFolder.substr(0, m_sFolder.rfind('/')).c_str(), S_IRWXU);
+        mkdir(m_sFolder.c_str(), S_IRWXU);
+        Handle_c const hFolder(OpenFolder(m_sFolder));
+        std::string const sNew = NameOf(Key) + std::to_string(getpid()) + ENDING;
+        constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+        bool const bRoom = hFolder.Get() >= 0 && MakeRoom(hFolder.Get(), sFile.size());
+        Handle_c const hFile(bRoom ? openat(hFolder.Get(), sNew.c_str(), FLAGS, S_IRUSR | S_IWUSR) : -1);
+        if (hFile.Get() >= 0
+            && (!WriteAll(hFile.Get(), sFile)
+                || renameat(hFolder.Get(), sNew.c_str(), hFolder.Get(), NameOf(Key).c_str()) != 0))
+        {
+            unlinkat(hFolder.Get(), sNew.c_str(), 0);
+        }
+    }
+
+    std::string IndexFolderOfUser()
+    {
+        std::string sFolder;
+        std::FILE * const pUsers = std::fopen("/etc/passwd", "re");
+        while (passwd const * const pUser = pUsers != nullptr ? fgetpwent(pUsers) : nullptr)
+        {
+            if (pUser->pw_uid == geteuid() && pUser->pw_dir[0] == '/')
+            {
+                sFolder = std::string(pUser->pw_dir) + "/.cache/zqcore";
+                break;
+            }
+        }
+        if (pUsers != nullptr)
+        {
+            std::fclose(pUsers);
+        }
+        return sFolder;
+    }
+}

@@ -1,0 +1,59 @@
+// indexfile.h: keeps the indices of big modules from one crash to the next, in a folder of the user's cache.
+//
+// A file is private to its user and is never trusted: one that is damaged, or made of other files than the module's, is
+// built again. docs/formats.md has its layout.
+//
+// Failure: without a home folder, a build id or room there is no file. That costs only time.
+#pragma once
+
+#include "tools/zqsymbols/moduleindex.h"
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace zqsymbols
+{
+    /// What an index was made of.
+    struct IndexKey_t
+    {
+        std::string sBuildId;       // in hexadecimal
+        std::uint64_t nSpan;        // bytes of the module in memory
+        std::uint64_t nUnitBytes;   // of its debug information, as stored
+        std::uint64_t nSymbols;
+    };
+
+    struct IndexParts_t
+    {
+        std::vector<IndexRange_t> dUnits;     // sorted, as by RangeIndex_c
+        std::vector<IndexRange_t> dSymbols;   // likewise
+    };
+
+    /// Returns the bytes of an index file.
+    std::string FormatIndex(IndexKey_t const & Key, IndexParts_t const & Parts);
+
+    /// Returns what a file has, or nothing if it is damaged or of another key.
+    std::optional<IndexParts_t> ParseIndex(std::string_view sFile, IndexKey_t const & Key);
+
+    class IndexFolder_c
+    {
+    public:
+        /// Uses a folder, none if its path is empty. One that others may write to is not used.
+        explicit IndexFolder_c(std::string sFolder)
+            : m_sFolder(std::move(sFolder))
+        {}
+
+        std::optional<IndexParts_t> Load(IndexKey_t const & Key) const;
+
+        /// Writes a file that replaces an earlier one as a whole. Makes the folder and the one that it is in if they are
+        /// missing. Of more than 64 MB of files the ones that were unused for the longest time are removed.
+        void Save(IndexKey_t const & Key, IndexParts_t const & Parts) const;
+
+    private:
+        std::string m_sFolder;
+    };
+
+    /// Returns the folder for the indices in the home folder that the system's table of users has. Reads no environment
+    /// variable. Empty if the user is not in the table.
+    std::string IndexFolderOfUser();
+}

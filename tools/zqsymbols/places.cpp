@@ -1,0 +1,205 @@
+#include "tools/zqsymbols/places.h"
+
+#include <cstring>
+#include <dwarf.h>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr unsigned CALLERS_MAX = 32;   // a caller's value may in turn be one of its own caller's
+
+        bool IsOneOf(int nTag, int nFirst, int nSecond)
+        {
+            return nTag == nFirst || nTag == nSecond;
+        }
+
+        // Finds the call that returns to an address.
+        bool FindCall(std::vector<Dwarf_Die> & dScopes, Dwarf_Addr nReturn, Dwarf_Die * pCall)
+        {
+            for (std::size_t i = dScopes.size(); i-- > 0;)
+            {
+                bool bGoesOn = dwarf_child(&dScopes[i], pCall) == 0;
+                for (; bGoesOn; bGoesOn = dwarf_siblingof(pCall, pCall) == 0)
+                {
+                    Dwarf_Attribute Attribute;
+                    Dwarf_Addr nAddress = 0;
+                    int const nTag = dwarf_tag(pCall);
+                    unsigned const nAttribute = nTag == DW_TAG_call_site ? DW_AT_call_return_pc : DW_AT_low_pc;
+                    if (IsOneOf(nTag, DW_TAG_call_site, DW_TAG_GNU_call_site)
+                        && dwarf_formaddr(dwarf_attr(pCall, nAttribute, &Attribute), &nAddress) == 0
+                        && nAddress == nReturn)
+                    {
+                        return true;
+                    }
+                }
+            }
+            return false;
+        }
+
+        // Returns the DIE that an attribute refers to, with a null address if there is none.
+        Dwarf_Die Referred(Dwarf_Die * pDie, unsigned nAttribute)
+        {
+            Dwarf_Attribute Attribute;
+            Dwarf_Die Die{};
+            return dwarf_formref_die(dwarf_attr(pDie, nAttribute, &Attribute), &Die) != nullptr ? Die : Dwarf_Die{};
+        }
+
+        // Returns the DIE that declares a function first.
+        Dwarf_Die Origin(Dwarf_Die Die)
+        {
+            for (unsigned const nAttribute : { DW_AT_abstract_origin, DW_AT_specification })
+            {
+                Dwarf_Die const Next = Referred(&Die, nAttribute);
+                Die = Next.addr != nullptr ? Next : Die;
+            }
+            return Die;
+        }
+
+        char const * LinkerName(Dwarf_Die * pDie)
+        {
+            Dwarf_Attribute Attribute;
+            for (unsigned const nAttribute : { DW_AT_linkage_name, DW_AT_MIPS_linkage_name, DW_AT_name })
+            {
+                char const * const szName = dwarf_formstring(dwarf_attr_integrate(pDie, nAttribute, &Attribute));
+                if (szName != nullptr)
+                {
+                    return szName;
+                }
+            }
+            return nullptr;
+        }
+
+        // Returns whether a call is one of the function. It may be one of a function that jumped to this one at its end.
+        bool Calls(Process_c & Process, Surroundings_t const & Caller, Dwarf_Die * pCall, Dwarf_Addr nInCaller,
+            Dwarf_Die * pFunction, Dwarf_Addr nEntry)
+        {
+            for (unsigned const nAttribute : { DW_AT_call_origin, DW_AT_abstract_origin })
+            {
+                Dwarf_Die Target = Referred(pCall, nAttribute);
+                if (Target.addr != nullptr)
+                {
+                    char const * const szTarget = LinkerName(&Target);
+                    char const * const szFunction = LinkerName(pFunction);
+                    return Origin(Target).addr == Origin(*pFunction).addr
+                           || (szTarget != nullptr && szFunction != nullptr && std::strcmp(szTarget, szFunction) == 0);
+                }
+            }
+            for (unsigned const nAttribute : { DW_AT_call_target, DW_AT_GNU_call_site_target })
+            {
+                Place_t const Place = Locate(Process, Caller, pCall, nAttribute, nInCaller);
+                if (Place.ePlace != PLACE_UNKNOWN)
+                {
+                    return Place.ePlace != PLACE_REGISTER && Place.nValue == nEntry;
+                }
+            }
+            return false;
+        }
+
+        // Returns whether a parameter of a call is passed in a register.
+        bool IsIn(Dwarf_Die * pParameter, unsigned iRegister)
+        {
+            Dwarf_Attribute Attribute;
+            Dwarf_Op * pOperations = nullptr;
+            std::size_t nOperations = 0;
+            if (!IsOneOf(dwarf_tag(pParameter), DW_TAG_call_site_parameter, DW_TAG_GNU_call_site_parameter)
+                || dwarf_getlocation(dwarf_attr(pParameter, DW_AT_location, &Attribute), &pOperations, &nOperations)
+                       != 0
+                || nOperations != 1)
+            {
+                return false;
+            }
+            unsigned const nCode = pOperations->atom;
+            return nCode == DW_OP_regx ? pOperations->number == iRegister : nCode == DW_OP_reg0 + iRegister;
+        }
+
+        // Returns whether the compiler says of a variable that it is in a register during a call only if the callee leaves
+        // that alone.
+        bool KnowsCallees(Dwarf_Die Unit)
+        {
+            Dwarf_Attribute Attribute;
+            char const * const szProducer = dwarf_formstring(dwarf_attr(&Unit, DW_AT_producer, &Attribute));
+            return szProducer != nullptr && std::strncmp(szProducer, "GNU ", 4) == 0;
+        }
+
+        std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers)
+        {
+            bool const bKnown = Place.ePlace != PLACE_UNKNOWN
+                                && (Place.ePlace != PLACE_REGISTER
+                                    || (Place.nValue < plat::SYMBOL_REGISTERS
+                                        && Registers.IsKnown(static_cast<unsigned>(Place.nValue))));
+            return !bKnown                          ? std::nullopt
+                   : Place.ePlace == PLACE_REGISTER ? std::optional(Registers.dValues[Place.nValue])
+                                                    : std::optional(Place.nValue);
+        }
+    }
+
+    Surroundings_t SurroundingsOf(
+        Process_c & Process, Frame_t const & Frame, Unit_t const & Unit, Dwarf_Die * pFunction)
+    {
+        Surroundings_t Surroundings = { Frame.Registers, Unit.nBias, Frame.nCfa };
+        Surroundings.pFrame = &Frame;
+        if (KnowsCallees(Unit.Die))
+        {
+            Surroundings.Registers.nKnown |= Frame.Registers.nAssumed;
+        }
+        Place_t const Place =
+            Locate(Process, Surroundings, pFunction, DW_AT_frame_base, Frame.GetInside() - Unit.nBias);
+        Surroundings.nFrameBase = ValueOf(Place, Frame.Registers);
+        return Surroundings;
+    }
+
+    Place_t Locate(
+        Process_c & Process, Surroundings_t Surroundings, Dwarf_Die * pDie, unsigned nAttribute, Dwarf_Addr nAddress)
+    {
+        Dwarf_Attribute Attribute;
+        Dwarf_Op * pOperations = nullptr;
+        std::size_t nOperations = 0;
+        if (dwarf_attr_integrate(pDie, nAttribute, &Attribute) == nullptr
+            || dwarf_getlocation_addr(&Attribute, nAddress, &pOperations, &nOperations, 1) != 1)
+        {
+            return {};
+        }
+        Surroundings.pAttribute = &Attribute;
+        return Evaluate(Process, Surroundings, { pOperations, nOperations });
+    }
+
+    std::optional<std::uint64_t> EntryValue(
+        Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
+    {
+        Frame_t const & Frame = *Surroundings.pFrame;
+        Frame_t const * const pCaller = Surroundings.nCallers < CALLERS_MAX ? Frame.pCaller : nullptr;
+        std::optional<Unit_t> Own = Process.UnitAt(Frame.GetInside());
+        std::optional<Unit_t> Unit =
+            Own && pCaller != nullptr && pCaller->bCall ? Process.UnitAt(pCaller->GetInside()) : std::nullopt;
+        if (!Unit)
+        {
+            return std::nullopt;
+        }
+        Dwarf_Addr nEntry = 0;
+        Dwarf_Die Call;
+        std::vector<Dwarf_Die> dOwn = Process.ScopesAt(*Own, Frame.GetInside());
+        std::vector<Dwarf_Die> dScopes = Process.ScopesAt(*Unit, pCaller->GetInside());
+        if (dOwn.empty() || dScopes.empty() || dwarf_entrypc(&dOwn.front(), &nEntry) != 0
+            || !FindCall(dScopes, pCaller->nAddress - Unit->nBias, &Call))
+        {
+            return std::nullopt;
+        }
+        Surroundings_t Caller = SurroundingsOf(Process, *pCaller, *Unit, &dScopes.front());
+        Caller.nCallers = Surroundings.nCallers + 1;
+        Dwarf_Addr const nInCaller = pCaller->GetInside() - Unit->nBias;
+        Dwarf_Die Parameter;
+        bool bGoesOn = Calls(Process, Caller, &Call, nInCaller, &dOwn.front(), nEntry + Own->nBias)
+                       && dwarf_child(&Call, &Parameter) == 0;
+        for (; bGoesOn; bGoesOn = dwarf_siblingof(&Parameter, &Parameter) == 0)
+        {
+            if (IsIn(&Parameter, iRegister))
+            {
+                unsigned const nAttribute =
+                    dwarf_tag(&Parameter) == DW_TAG_call_site_parameter ? DW_AT_call_value : DW_AT_GNU_call_site_value;
+                return ValueOf(Locate(Process, Caller, &Parameter, nAttribute, nInCaller), Caller.Registers);
+            }
+        }
+        return std::nullopt;
+    }
+}

@@ -1,0 +1,21 @@
+// places.h: where the variables of a frame are, and what its registers held when its function was called.
+#pragma once
+
+#include "tools/zqsymbols/expression.h"
+#include "tools/zqsymbols/frames.h"
+
+namespace zqsymbols
+{
+    /// Returns what the expressions of a frame's function may refer to. The frame must outlive the result.
+    Surroundings_t SurroundingsOf(
+        Process_c & Process, Frame_t const & Frame, Unit_t const & Unit, Dwarf_Die * pFunction);
+
+    /// Returns the place that an attribute of a DIE says, at an address as the unit counts it.
+    Place_t Locate(
+        Process_c & Process, Surroundings_t Surroundings, Dwarf_Die * pDie, unsigned nAttribute, Dwarf_Addr nAddress);
+
+    /// Returns what a register held when the function of the surroundings' frame was called, if the caller's debug
+    /// information says it.
+    std::optional<std::uint64_t> EntryValue(
+        Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister);
+}

@@ -1,0 +1,447 @@
+#include "tools/zqsymbols/splitunit.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <dwarf.h>
+#include <fcntl.h>
+#include <gelf.h>
+#include <map>
+#include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        using Sections_t = std::map<std::string, std::string_view>;
+
+        template <typename T>
+        void Put(std::string & sTo, T Value)
+        {
+            sTo.append(reinterpret_cast<char const *>(&Value), sizeof(Value));
+        }
+
+        // Returns a number at an offset, 0 if it is not there.
+        template <typename T>
+        T Take(std::string_view sFrom, std::uint64_t nOffset)
+        {
+            T Value{};
+            if (nOffset <= sFrom.size() && sFrom.size() - nOffset >= sizeof(Value))
+            {
+                std::memcpy(&Value, sFrom.data() + nOffset, sizeof(Value));
+            }
+            return Value;
+        }
+
+        std::string_view Slice(std::string_view sFrom, std::uint64_t nOffset, std::uint64_t nBytes)
+        {
+            return nOffset <= sFrom.size() ? sFrom.substr(nOffset, nBytes) : std::string_view();
+        }
+
+        // Returns an ELF file with sections alone.
+        std::string ElfOf(Sections_t const & dSections)
+        {
+            std::string sNames(1, '\0');
+            std::string sBody(sizeof(Elf64_Ehdr), '\0');
+            std::vector<Elf64_Shdr> dHeaders(1);
+            auto const Add = [&](std::string const & sName, std::string_view sContent, Elf64_Word nType)
+            {
+                Elf64_Shdr Header{};
+                Header.sh_name = static_cast<Elf64_Word>(sNames.size());
+                Header.sh_type = nType;
+                Header.sh_addralign = 1;
+                sNames += sName + '\0';
+                sContent = nType == SHT_STRTAB ? std::string_view(sNames) : sContent;
+                Header.sh_offset = sBody.size();
+                Header.sh_size = sContent.size();
+                sBody += sContent;
+                dHeaders.push_back(Header);
+            };
+            for (auto const & [sName, sContent] : dSections)
+            {
+                Add(sName, sContent, SHT_PROGBITS);
+            }
+            Add(".shstrtab", {}, SHT_STRTAB);
+            sBody.append((8 - sBody.size() % 8) % 8, '\0');
+            Elf64_Ehdr Head{};
+            std::memcpy(Head.e_ident, ELFMAG, SELFMAG);
+            Head.e_ident[EI_CLASS] = ELFCLASS64;
+            Head.e_ident[EI_DATA] = ELFDATA2LSB;
+            Head.e_ident[EI_VERSION] = EV_CURRENT;
+            Head.e_type = ET_REL;
+            Head.e_machine = EM_X86_64;
+            Head.e_version = EV_CURRENT;
+            Head.e_shoff = sBody.size();
+            Head.e_ehsize = sizeof(Head);
+            Head.e_shentsize = sizeof(Elf64_Shdr);
+            Head.e_shnum = static_cast<Elf64_Half>(dHeaders.size());
+            Head.e_shstrndx = static_cast<Elf64_Half>(dHeaders.size() - 1);
+            std::memcpy(sBody.data(), &Head, sizeof(Head));
+            sBody.append(reinterpret_cast<char const *>(dHeaders.data()), dHeaders.size() * sizeof(Elf64_Shdr));
+            return sBody;
+        }
+
+        // Returns a section's content, uncompressed. Empty if there is none.
+        std::string_view SectionOf(Elf * pElf, char const * szSection)
+        {
+            std::size_t iNames = 0;
+            GElf_Shdr Header;
+            bool bGoesOn = pElf != nullptr && elf_getshdrstrndx(pElf, &iNames) == 0;
+            for (Elf_Scn * pSection = nullptr; bGoesOn && (pSection = elf_nextscn(pElf, pSection)) != nullptr;)
+            {
+                char const * const szName =
+                    gelf_getshdr(pSection, &Header) != nullptr ? elf_strptr(pElf, iNames, Header.sh_name) : nullptr;
+                if (szName != nullptr && std::strcmp(szName, szSection) == 0)
+                {
+                    bool const bPlain = (Header.sh_flags & SHF_COMPRESSED) == 0 || elf_compress(pSection, 0, 0) >= 0;
+                    Elf_Data const * const pData = bPlain ? elf_getdata(pSection, nullptr) : nullptr;
+                    return pData == nullptr || pData->d_buf == nullptr
+                               ? std::string_view()
+                               : std::string_view(static_cast<char const *>(pData->d_buf), pData->d_size);
+                }
+            }
+            return {};
+        }
+
+        std::string_view FolderOf(std::string_view sPath)
+        {
+            return sPath.substr(0, sPath.rfind('/') + 1);
+        }
+
+        // The kinds of a package's sections, by their numbers in its index of version 2 and of version 5.
+        constexpr std::array<char const *, 9> KINDS_2 = { "", ".debug_info.dwo", ".debug_types.dwo",
+            ".debug_abbrev.dwo", ".debug_line.dwo", ".debug_loc.dwo", ".debug_str_offsets.dwo", "", "" };
+        constexpr std::array<char const *, 9> KINDS_5 = { "", ".debug_info.dwo", "", ".debug_abbrev.dwo",
+            ".debug_line.dwo", ".debug_loclists.dwo", ".debug_str_offsets.dwo", "", ".debug_rnglists.dwo" };
+
+        // A package's index of units: a table of identifiers, then for each unit its parts of the sections.
+        class PackageIndex_c
+        {
+        public:
+            using Parts_t = std::map<std::string, std::pair<std::uint64_t, std::uint64_t>>;   // offset and size
+
+            explicit PackageIndex_c(std::string_view sIndex)
+                : m_sIndex(sIndex)
+                , m_bVersion5(Take<std::uint16_t>(sIndex, 0) == 5)
+                , m_nColumns(Take<std::uint32_t>(sIndex, 4))
+                , m_nRows(Take<std::uint32_t>(sIndex, 8))
+                , m_nSlots(Take<std::uint32_t>(sIndex, 12))
+            {}
+
+            // Calls fnRow with the identifier and the parts of each unit, until it returns true.
+            template <typename ROW>
+            void Each(ROW const & fnRow) const
+            {
+                std::uint64_t const nRows = HEAD + m_nSlots * 8;
+                for (std::uint64_t i = 0; i < m_nSlots && nRows <= m_sIndex.size(); ++i)
+                {
+                    std::uint32_t const iRow = Take<std::uint32_t>(m_sIndex, nRows + i * 4);
+                    if (iRow != 0 && iRow <= m_nRows
+                        && fnRow(Take<std::uint64_t>(m_sIndex, HEAD + i * 8), PartsOf(iRow - 1)))
+                    {
+                        return;
+                    }
+                }
+            }
+
+        private:
+            static constexpr std::uint64_t HEAD = 16;
+
+            Parts_t PartsOf(std::uint64_t iRow) const
+            {
+                Parts_t dParts;
+                std::uint64_t const nKinds = HEAD + m_nSlots * 12;
+                for (std::uint64_t i = 0; i < m_nColumns && i < KINDS_5.size(); ++i)
+                {
+                    std::uint32_t const nKind = Take<std::uint32_t>(m_sIndex, nKinds + i * 4);
+                    std::uint64_t const nOffset = nKinds + (1 + iRow) * m_nColumns * 4 + i * 4;
+                    char const * const szKind = nKind >= KINDS_5.size() ? "" : (m_bVersion5 ? KINDS_5 : KINDS_2)[nKind];
+                    if (szKind[0] != '\0')
+                    {
+                        dParts[szKind] = { Take<std::uint32_t>(m_sIndex, nOffset),
+                            Take<std::uint32_t>(m_sIndex, nOffset + m_nRows * m_nColumns * 4) };
+                    }
+                }
+                return dParts;
+            }
+
+            std::string_view m_sIndex;
+            bool m_bVersion5;
+            std::uint64_t m_nColumns;
+            std::uint64_t m_nRows;
+            std::uint64_t m_nSlots;
+        };
+
+        // Copies the strings that a unit refers to into a table of their own, and changes its offsets.
+        void CompactStrings(std::string_view sStrings, bool bHead, std::string & sOffsets, std::string & sOwn)
+        {
+            constexpr std::size_t HEAD_5 = 8;
+            constexpr std::size_t STRING_MAX = 1 << 14;   // bytes of one, and of all: a damaged package may have any
+            constexpr std::size_t STRINGS_MAX = 1 << 26;
+            for (std::size_t i = bHead ? HEAD_5 : 0; i + 4 <= sOffsets.size(); i += 4)
+            {
+                std::string_view const sRest = Slice(sStrings, Take<std::uint32_t>(sOffsets, i), sStrings.size());
+                auto const nOwn = static_cast<std::uint32_t>(sOwn.size());
+                std::memcpy(sOffsets.data() + i, &nOwn, sizeof(nOwn));
+                std::size_t const nLength = sOwn.size() < STRINGS_MAX ? sRest.substr(0, STRING_MAX).find('\0') : 0;
+                sOwn.append(sRest.substr(0, std::min(nLength, STRING_MAX)));
+                sOwn += '\0';
+            }
+        }
+
+        std::uint64_t Identifier(Dwarf_Die * pUnit, std::uint16_t & nVersion, std::uint8_t & nAddressBytes)
+        {
+            std::uint64_t nUnit = 0;
+            std::uint8_t nType = 0;
+            bool const bSkeleton =
+                dwarf_cu_info(pUnit->cu, &nVersion, &nType, nullptr, nullptr, &nUnit, &nAddressBytes, nullptr) == 0
+                && nType == DW_UT_skeleton;
+            return bSkeleton ? nUnit : 0;
+        }
+
+        std::uint64_t Offset(Dwarf_Die * pDie, unsigned nAttribute)
+        {
+            Dwarf_Attribute Attribute;
+            Dwarf_Word nOffset = 0;
+            return dwarf_formudata(dwarf_attr(pDie, nAttribute, &Attribute), &nOffset) == 0 ? nOffset : 0;
+        }
+
+        std::string NameOfPart(Dwarf_Die * pUnit)
+        {
+            Dwarf_Attribute Attribute;
+            for (unsigned const nAttribute : { DW_AT_dwo_name, DW_AT_GNU_dwo_name })
+            {
+                char const * const szName = dwarf_formstring(dwarf_attr(pUnit, nAttribute, &Attribute));
+                if (szName != nullptr)
+                {
+                    return szName;
+                }
+            }
+            return "";
+        }
+    }
+
+    // A file that is open or in memory.
+    class SplitUnits_c::Image_c
+    {
+    public:
+        // Opens a file, and uses an older image's bytes if it is in memory.
+        explicit Image_c(std::string const & sPath)
+            : m_hFile(open(sPath.c_str(), O_RDONLY | O_CLOEXEC))
+            , m_pElf(m_hFile < 0 ? nullptr : elf_begin(m_hFile, ELF_C_READ_MMAP, nullptr))
+        {}
+
+        // Makes the unit that refers to another part's file by its path.
+        Image_c(Dwarf_Die * pUnit, std::string const & sPart)
+            : m_sImage(ElfOf(SkeletonSections(pUnit, sPart)))
+            , m_pElf(elf_memory(m_sImage.data(), m_sImage.size()))
+            , m_pDwarf(m_pElf == nullptr ? nullptr : dwarf_begin_elf(m_pElf, DWARF_C_READ, nullptr))
+        {}
+
+        ~Image_c()
+        {
+            dwarf_end(m_pDwarf);
+            elf_end(m_pElf);
+            if (m_hFile >= 0)
+            {
+                close(m_hFile);
+            }
+        }
+        Image_c(Image_c const &) = delete;
+        Image_c & operator=(Image_c const &) = delete;
+
+        Elf * GetElf() const { return m_pElf; }
+
+        // Returns the DIE of the other part of the unit.
+        std::optional<Dwarf_Die> GetPart() const
+        {
+            Dwarf_CU * pUnit = nullptr;
+            Dwarf_Die Part{};
+            bool const bFound = m_pDwarf != nullptr
+                                && dwarf_get_units(m_pDwarf, nullptr, &pUnit, nullptr, nullptr, nullptr, &Part) == 0
+                                && Part.addr != nullptr;
+            return bFound ? std::optional(Part) : std::nullopt;
+        }
+
+        // Returns the file that one unit of a package would have been, as a descriptor. Below 0 if it is not in there.
+        int Extract(std::uint64_t nUnit) const;
+
+    private:
+        Sections_t SkeletonSections(Dwarf_Die * pUnit, std::string const & sPart);
+
+        int m_hFile = -1;
+        std::string m_sInfo;
+        std::string m_sAbbreviations;
+        std::string m_sImage;
+        Elf * m_pElf = nullptr;
+        Dwarf * m_pDwarf = nullptr;
+    };
+
+    // A unit with the attributes by which libdw finds the other part and completes it.
+    Sections_t SplitUnits_c::Image_c::SkeletonSections(Dwarf_Die * pUnit, std::string const & sPart)
+    {
+        constexpr std::uint64_t RANGES_MAX = 1 << 20;   // bytes of the tables of version 4, which have no length
+        std::uint16_t nVersion = 0;
+        std::uint8_t nAddressBytes = 8;
+        std::uint64_t const nUnit = Identifier(pUnit, nVersion, nAddressBytes);
+        Elf * const pElf = dwarf_getelf(dwarf_cu_getdwarf(pUnit->cu));
+        bool const bVersion5 = nVersion >= 5;
+        Dwarf_Addr nLow = 0;
+        dwarf_lowpc(pUnit, &nLow);
+
+        std::string & sInfo = m_sInfo;
+        Put<std::uint32_t>(sInfo, 0);   // the length, set below
+        Put(sInfo, nVersion);
+        if (bVersion5)
+        {
+            Put<std::uint8_t>(sInfo, DW_UT_skeleton);
+            Put(sInfo, nAddressBytes);
+            Put<std::uint32_t>(sInfo, 0);
+            Put(sInfo, nUnit);
+        }
+        else
+        {
+            Put<std::uint32_t>(sInfo, 0);
+            Put(sInfo, nAddressBytes);
+        }
+        sInfo += '\1';   // the abbreviation's number
+        sInfo += sPart + '\0';
+        sInfo.append(reinterpret_cast<char const *>(&nLow), nAddressBytes);
+        if (!bVersion5)
+        {
+            Put(sInfo, nUnit);
+        }
+        auto const nLength = static_cast<std::uint32_t>(sInfo.size() - 4);
+        std::memcpy(sInfo.data(), &nLength, sizeof(nLength));
+
+        std::string & sAbbreviations = m_sAbbreviations;
+        auto const PutNumber = [&sAbbreviations](unsigned nNumber)
+        {
+            for (; nNumber >= 0x80; nNumber >>= 7)
+            {
+                sAbbreviations += static_cast<char>(nNumber | 0x80);
+            }
+            sAbbreviations += static_cast<char>(nNumber);
+        };
+        for (unsigned const nNumber :
+            { 1u, bVersion5 ? unsigned{ DW_TAG_skeleton_unit } : unsigned{ DW_TAG_compile_unit }, 0u,
+                bVersion5 ? unsigned{ DW_AT_dwo_name } : unsigned{ DW_AT_GNU_dwo_name }, unsigned{ DW_FORM_string },
+                unsigned{ DW_AT_low_pc }, unsigned{ DW_FORM_addr } })
+        {
+            PutNumber(nNumber);
+        }
+        if (!bVersion5)
+        {
+            PutNumber(DW_AT_GNU_dwo_id);
+            PutNumber(DW_FORM_data8);
+        }
+        sAbbreviations.append(3, '\0');
+
+        std::string_view const sAddresses = SectionOf(pElf, ".debug_addr");
+        std::uint64_t const nAddresses = Offset(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base);
+        constexpr std::uint64_t HEAD_5 = 8;
+        std::uint64_t const nBytes =
+            bVersion5 && nAddresses >= HEAD_5 ? Take<std::uint32_t>(sAddresses, nAddresses - HEAD_5) - 4 : RANGES_MAX;
+        Sections_t dSections = { { ".debug_info", sInfo }, { ".debug_abbrev", sAbbreviations },
+            { ".debug_addr", Slice(sAddresses, nAddresses, nBytes) } };
+        if (!bVersion5)
+        {
+            dSections[".debug_ranges"] =
+                Slice(SectionOf(pElf, ".debug_ranges"), Offset(pUnit, DW_AT_GNU_ranges_base), RANGES_MAX);
+        }
+        return dSections;
+    }
+
+    int SplitUnits_c::Image_c::Extract(std::uint64_t nUnit) const
+    {
+        constexpr char OFFSETS[] = ".debug_str_offsets.dwo";
+        PackageIndex_c::Parts_t dParts;
+        std::string_view const sIndex = SectionOf(m_pElf, ".debug_cu_index");
+        PackageIndex_c(sIndex).Each(
+            [&](std::uint64_t nFound, PackageIndex_c::Parts_t const & dOf)
+            {
+                dParts = nFound == nUnit ? dOf : dParts;
+                return nFound == nUnit;
+            });
+        if (dParts.empty())
+        {
+            return -1;
+        }
+        std::map<std::string, std::string> dContents;
+        auto const Append = [&](std::string const & sKind, std::pair<std::uint64_t, std::uint64_t> const & Part)
+        { dContents[sKind] += Slice(SectionOf(m_pElf, sKind.c_str()), Part.first, Part.second); };
+        for (auto const & [sKind, Part] : dParts)
+        {
+            Append(sKind, Part);
+        }
+        // The types that came from the same file have its abbreviations and its strings.
+        PackageIndex_c(SectionOf(m_pElf, ".debug_tu_index"))
+            .Each(
+                [&](std::uint64_t, PackageIndex_c::Parts_t const & dOf)
+                {
+                    for (auto const & [sKind, Part] : dOf)
+                    {
+                        bool const bUnits = sKind == ".debug_info.dwo" || sKind == ".debug_types.dwo";
+                        auto const iStrings = dOf.find(OFFSETS);
+                        if (bUnits && iStrings != dOf.end() && iStrings->second == dParts[OFFSETS])
+                        {
+                            Append(sKind, Part);
+                        }
+                    }
+                    return false;
+                });
+        bool const bVersion5 = Take<std::uint16_t>(sIndex, 0) == 5;
+        CompactStrings(SectionOf(m_pElf, ".debug_str.dwo"), bVersion5, dContents[OFFSETS], dContents[".debug_str.dwo"]);
+        std::string const sFile = ElfOf(Sections_t(dContents.begin(), dContents.end()));
+        int const hFile = memfd_create("dwo", MFD_CLOEXEC);
+        if (hFile >= 0 && write(hFile, sFile.data(), sFile.size()) != static_cast<ssize_t>(sFile.size()))
+        {
+            close(hFile);
+            return -1;
+        }
+        return hFile;
+    }
+
+    SplitUnits_c::SplitUnits_c() = default;
+    SplitUnits_c::~SplitUnits_c() = default;
+
+    Dwarf_Die SplitUnits_c::Find(Dwarf_Die Unit, std::string const & sModule)
+    {
+        auto const [iFound, bNew] = m_dFound.try_emplace(Unit.addr, Unit);
+        std::uint16_t nVersion = 0;
+        std::uint8_t nAddressBytes = 0;
+        std::uint64_t const nUnit = bNew ? Identifier(&Unit, nVersion, nAddressBytes) : 0;
+        if (nUnit == 0)
+        {
+            return iFound->second;
+        }
+        Dwarf_Die Part{};
+        if (dwarf_cu_info(Unit.cu, nullptr, nullptr, nullptr, &Part, nullptr, nullptr, nullptr) == 0
+            && Part.addr != nullptr)
+        {
+            iFound->second = Part;
+            return Part;
+        }
+        std::string const sName = NameOfPart(&Unit);
+        std::string const sBeside = std::string(FolderOf(sModule)) + sName.substr(sName.rfind('/') + 1);
+        std::unique_ptr<Image_c> & pPackage = m_dPackages[sModule];
+        if (pPackage == nullptr)
+        {
+            pPackage = std::make_unique<Image_c>(sModule + ".dwp");
+        }
+        int const hPart = pPackage->Extract(nUnit);
+        std::string const sPart = hPart < 0 ? sBeside : "/proc/self/fd/" + std::to_string(hPart);
+        std::unique_ptr<Image_c> & pSkeleton = m_dSkeletons[Unit.addr];
+        pSkeleton = std::make_unique<Image_c>(&Unit, sPart);
+        iFound->second = pSkeleton->GetPart().value_or(Unit);
+        if (hPart >= 0)
+        {
+            close(hPart);
+        }
+        return iFound->second;
+    }
+}

@@ -1,0 +1,34 @@
+// splitunit.h: the part of a unit that "-gsplit-dwarf" leaves out of the program. It is in a file of its own (.dwo) or in a
+// package of them (.dwp).
+//
+// libdw finds a .dwo file at the path that the compiler noted, and beside the program by that path. This also finds it
+// beside the program by its name, and in the package beside the program.
+#pragma once
+
+#include <elfutils/libdw.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace zqsymbols
+{
+    class SplitUnits_c
+    {
+    public:
+        SplitUnits_c();
+        ~SplitUnits_c();
+        SplitUnits_c(SplitUnits_c const &) = delete;
+        SplitUnits_c & operator=(SplitUnits_c const &) = delete;
+
+        /// Returns the DIE of a unit's other part, or the unit itself if it has none. Valid as long as the object.
+        Dwarf_Die Find(Dwarf_Die Unit, std::string const & sModule);
+
+    private:
+        class Image_c;
+
+        std::unordered_map<void *, Dwarf_Die> m_dFound;   // by their units
+        std::unordered_map<std::string, std::unique_ptr<Image_c>> m_dPackages;
+        std::unordered_map<void *, std::unique_ptr<Image_c>> m_dSkeletons;
+    };
+}

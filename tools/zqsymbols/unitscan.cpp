@@ -1,0 +1,329 @@
+#include "tools/zqsymbols/unitscan.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <dwarf.h>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr std::size_t CODES_MAX = 1 << 16;
+        constexpr std::size_t DEPTH_MAX = 1 << 10;
+
+        // How to skip the value of an attribute.
+        enum Skip_e : std::uint8_t
+        {
+            SKIP_BYTES,   // nBytes
+            SKIP_LEB128,
+            SKIP_TEXT,
+            SKIP_BLOCK,        // with a length of nBytes
+            SKIP_LONG_BLOCK,   // with a length in LEB128
+            SKIP_INDIRECT      // after a form in LEB128
+        };
+        struct Step_t
+        {
+            Skip_e eSkip;
+            std::uint8_t nBytes;
+        };
+
+        // What the abbreviation of a DIE says.
+        struct Shape_t
+        {
+            unsigned nTag = 0;
+            bool bKnown = false;
+            bool bChildren = false;
+            bool bCode = false;
+            std::vector<Step_t> dSteps;
+        };
+
+        class Scanner_c
+        {
+        public:
+            explicit Scanner_c(Dwarf_Die Unit)
+                : m_Unit(Unit)
+                , m_pNext(static_cast<std::uint8_t const *>(Unit.addr))
+                , m_pEnd(m_pNext)
+            {
+                std::uint8_t nType = 0;
+                std::uint8_t nAddress = 0;
+                std::uint8_t nOffset = 0;
+                if (dwarf_cu_info(Unit.cu, &m_nVersion, &nType, nullptr, nullptr, nullptr, &nAddress, &nOffset) != 0)
+                {
+                    return;
+                }
+                m_nAddress = nAddress;
+                m_nOffset = nOffset;
+                Dwarf_Off const nDie = dwarf_dieoffset(&Unit);
+                Dwarf_Off nNext = 0;
+                std::size_t nHead = 0;
+                std::uint64_t nSignature = 0;
+                bool const bTypes = nType == DW_UT_type && m_nVersion < 5;   // in a section of their own
+                if (dwarf_next_unit(dwarf_cu_getdwarf(Unit.cu), nDie - dwarf_cuoffset(&Unit), &nNext, &nHead, nullptr,
+                        nullptr, nullptr, nullptr, bTypes ? &nSignature : nullptr, nullptr)
+                        == 0
+                    && nNext > nDie)
+                {
+                    m_pEnd += nNext - nDie;
+                    ReadShapes();
+                }
+            }
+
+            // Calls fnDie with each DIE, its shape and the address of the DIE around it.
+            template <typename DIE>
+            void Each(DIE const & fnDie)
+            {
+                std::vector<void *> dAround;
+                while (m_pNext < m_pEnd)
+                {
+                    void * const pDie = const_cast<std::uint8_t *>(m_pNext);
+                    std::uint64_t const nCode = TakeLeb128();
+                    if (nCode == 0)
+                    {
+                        if (dAround.empty())
+                        {
+                            return;
+                        }
+                        dAround.pop_back();
+                        continue;
+                    }
+                    if (nCode >= m_dShapes.size() || !m_dShapes[nCode].bKnown || dAround.size() >= DEPTH_MAX)
+                    {
+                        return;
+                    }
+                    Shape_t const & Shape = m_dShapes[nCode];
+                    if (!dAround.empty())
+                    {
+                        fnDie(pDie, Shape, dAround.back());
+                    }
+                    for (Step_t const & Step : Shape.dSteps)
+                    {
+                        Skip(Step);
+                    }
+                    if (Shape.bChildren)
+                    {
+                        dAround.push_back(pDie);
+                    }
+                }
+            }
+
+        private:
+            std::uint64_t TakeLeb128()
+            {
+                std::uint64_t nValue = 0;
+                for (unsigned nShift = 0; m_pNext < m_pEnd; nShift += 7)
+                {
+                    std::uint8_t const nByte = *m_pNext++;
+                    nValue |= nShift < 64 ? std::uint64_t{ nByte & 0x7Fu } << nShift : 0;
+                    if ((nByte & 0x80) == 0)
+                    {
+                        return nValue;
+                    }
+                }
+                return 0;
+            }
+
+            std::uint64_t TakeNumber(unsigned nBytes)
+            {
+                std::uint64_t nValue = 0;
+                for (unsigned i = 0; i < nBytes && m_pNext < m_pEnd; ++i)
+                {
+                    nValue |= std::uint64_t{ *m_pNext++ } << 8 * i;
+                }
+                return nValue;
+            }
+
+            void SkipBytes(std::uint64_t nBytes)
+            {
+                m_pNext += std::min(nBytes, static_cast<std::uint64_t>(m_pEnd - m_pNext));
+            }
+
+            void Skip(Step_t Step)
+            {
+                switch (Step.eSkip)
+                {
+                case SKIP_BYTES:
+                    return SkipBytes(Step.nBytes);
+                case SKIP_LEB128:
+                    TakeLeb128();
+                    return;
+                case SKIP_TEXT:
+                    m_pNext = std::find(m_pNext, m_pEnd, 0);
+                    return SkipBytes(1);
+                case SKIP_BLOCK:
+                    return SkipBytes(TakeNumber(Step.nBytes));
+                case SKIP_LONG_BLOCK:
+                    return SkipBytes(TakeLeb128());
+                case SKIP_INDIRECT:
+                    Step = StepOf(static_cast<unsigned>(TakeLeb128()));
+                    return Step.eSkip == SKIP_INDIRECT ? SkipBytes(~std::uint64_t{ 0 }) : Skip(Step);
+                }
+            }
+
+            // An unknown form skips the rest of the unit.
+            Step_t StepOf(unsigned nForm) const
+            {
+                switch (nForm)
+                {
+                case DW_FORM_flag_present:
+                case DW_FORM_implicit_const:
+                    return { SKIP_BYTES, 0 };
+                case DW_FORM_data1:
+                case DW_FORM_ref1:
+                case DW_FORM_flag:
+                case DW_FORM_strx1:
+                case DW_FORM_addrx1:
+                    return { SKIP_BYTES, 1 };
+                case DW_FORM_data2:
+                case DW_FORM_ref2:
+                case DW_FORM_strx2:
+                case DW_FORM_addrx2:
+                    return { SKIP_BYTES, 2 };
+                case DW_FORM_strx3:
+                case DW_FORM_addrx3:
+                    return { SKIP_BYTES, 3 };
+                case DW_FORM_data4:
+                case DW_FORM_ref4:
+                case DW_FORM_strx4:
+                case DW_FORM_addrx4:
+                case DW_FORM_ref_sup4:
+                    return { SKIP_BYTES, 4 };
+                case DW_FORM_data8:
+                case DW_FORM_ref8:
+                case DW_FORM_ref_sig8:
+                case DW_FORM_ref_sup8:
+                    return { SKIP_BYTES, 8 };
+                case DW_FORM_data16:
+                    return { SKIP_BYTES, 16 };
+                case DW_FORM_addr:
+                    return { SKIP_BYTES, m_nAddress };
+                case DW_FORM_ref_addr:
+                    return { SKIP_BYTES, m_nVersion < 3 ? m_nAddress : m_nOffset };
+                case DW_FORM_strp:
+                case DW_FORM_line_strp:
+                case DW_FORM_sec_offset:
+                case DW_FORM_strp_sup:
+                case DW_FORM_GNU_ref_alt:
+                case DW_FORM_GNU_strp_alt:
+                    return { SKIP_BYTES, m_nOffset };
+                case DW_FORM_sdata:
+                case DW_FORM_udata:
+                case DW_FORM_ref_udata:
+                case DW_FORM_strx:
+                case DW_FORM_addrx:
+                case DW_FORM_loclistx:
+                case DW_FORM_rnglistx:
+                case DW_FORM_GNU_addr_index:
+                case DW_FORM_GNU_str_index:
+                    return { SKIP_LEB128, 0 };
+                case DW_FORM_string:
+                    return { SKIP_TEXT, 0 };
+                case DW_FORM_block1:
+                    return { SKIP_BLOCK, 1 };
+                case DW_FORM_block2:
+                    return { SKIP_BLOCK, 2 };
+                case DW_FORM_block4:
+                    return { SKIP_BLOCK, 4 };
+                case DW_FORM_block:
+                case DW_FORM_exprloc:
+                    return { SKIP_LONG_BLOCK, 0 };
+                case DW_FORM_indirect:
+                    return { SKIP_INDIRECT, 0 };
+                default:
+                    return { SKIP_BLOCK, 8 };
+                }
+            }
+
+            void ReadShapes()
+            {
+                std::size_t nLength = 0;
+                for (Dwarf_Off nOffset = 0;; nOffset += nLength)
+                {
+                    Dwarf_Abbrev * const pAbbreviation = dwarf_getabbrev(&m_Unit, nOffset, &nLength);
+                    if (pAbbreviation == nullptr || pAbbreviation == DWARF_END_ABBREV)
+                    {
+                        return;
+                    }
+                    unsigned const nCode = dwarf_getabbrevcode(pAbbreviation);
+                    if (nCode < CODES_MAX)
+                    {
+                        m_dShapes.resize(std::max<std::size_t>(m_dShapes.size(), nCode + 1));
+                        m_dShapes[nCode] = ShapeOf(pAbbreviation);
+                    }
+                }
+            }
+
+            // Steps over a fixed number of bytes are joined.
+            Shape_t ShapeOf(Dwarf_Abbrev * pAbbreviation) const
+            {
+                Shape_t Shape;
+                Shape.bKnown = true;
+                Shape.nTag = dwarf_getabbrevtag(pAbbreviation);
+                Shape.bChildren = dwarf_abbrevhaschildren(pAbbreviation) != 0;
+                unsigned nName = 0;
+                unsigned nForm = 0;
+                // dwarf_getattrcnt counts some attributes twice.
+                for (std::size_t i = 0; dwarf_getabbrevattr(pAbbreviation, i, &nName, &nForm, nullptr) == 0; ++i)
+                {
+                    Step_t const Step = StepOf(nForm);
+                    bool const bJoins = Step.eSkip == SKIP_BYTES && !Shape.dSteps.empty()
+                                        && Shape.dSteps.back().eSkip == SKIP_BYTES
+                                        && Shape.dSteps.back().nBytes + Step.nBytes <= UINT8_MAX;
+                    if (bJoins)
+                    {
+                        Shape.dSteps.back().nBytes =
+                            static_cast<std::uint8_t>(Shape.dSteps.back().nBytes + Step.nBytes);
+                    }
+                    else
+                    {
+                        Shape.dSteps.push_back(Step);
+                    }
+                    Shape.bCode |= nName == DW_AT_low_pc || nName == DW_AT_ranges;
+                }
+                return Shape;
+            }
+
+            Dwarf_Die m_Unit;
+            std::uint8_t const * m_pNext;
+            std::uint8_t const * m_pEnd;
+            std::uint16_t m_nVersion = 0;
+            std::uint8_t m_nAddress = 0;
+            std::uint8_t m_nOffset = 0;
+            std::vector<Shape_t> m_dShapes;   // by code
+        };
+    }
+
+    UnitScan_c::UnitScan_c(Dwarf_Die Unit)
+    {
+        Scanner_c(Unit).Each(
+            [&](void * pDie, Shape_t const & Shape, void * pAround)
+            {
+                switch (Shape.nTag)
+                {
+                case DW_TAG_subprogram:
+                    if (Shape.bCode)
+                    {
+                        m_dFunctions.push_back({ pDie, Unit.cu, nullptr, 0 });
+                    }
+                    break;
+                case DW_TAG_namespace:
+                case DW_TAG_structure_type:
+                case DW_TAG_class_type:
+                case DW_TAG_union_type:
+                case DW_TAG_enumeration_type:
+                    m_dScopes.emplace_back(pDie, pAround);
+                    break;
+                default:
+                    break;
+                }
+            });
+    }
+
+    Dwarf_Die UnitScan_c::ScopeOf(Dwarf_Die Die) const
+    {
+        auto const iFound =
+            std::lower_bound(m_dScopes.begin(), m_dScopes.end(), std::pair<void *, void *>(Die.addr, nullptr));
+        bool const bFound = iFound != m_dScopes.end() && iFound->first == Die.addr;
+        return bFound ? Dwarf_Die{ iFound->second, Die.cu, nullptr, 0 } : Dwarf_Die{};
+    }
+}
