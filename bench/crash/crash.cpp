@@ -1,0 +1,65 @@
+// crash.cpp: the program whose crash is measured. Its argument is what reports the crash: "ours", "backtrace_symbols",
+// "backward" or "none".
+#include "zqcore/cexceptionreport.h"
+#include "zqcore/clog.h"
+
+#define BACKWARD_HAS_DW 1
+#include <backward.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <execinfo.h>
+#include <unistd.h>
+
+struct Argument_t
+{
+    int nNumber;
+    double fNumber;
+    char const * szText;
+    int dNumbers[4];
+};
+
+template <int N>
+int StepInto(Argument_t const & Argument, int nDepth);
+extern template int StepInto<0>(Argument_t const & Argument, int nDepth);
+
+namespace
+{
+    constexpr int FRAMES = 40;
+
+    void ByBacktraceSymbols(int)
+    {
+        void * dFrames[FRAMES];
+        backtrace_symbols_fd(dFrames, backtrace(dFrames, FRAMES), STDERR_FILENO);
+        _exit(1);
+    }
+
+    void ByBackward(int)
+    {
+        backward::StackTrace Trace;
+        Trace.load_here(FRAMES);
+        backward::Printer().print(Trace, stderr);
+        _exit(1);
+    }
+
+    [[noreturn]] void Crash(char const * szBy)
+    {
+        if (std::strcmp(szBy, "ours") == 0)
+        {
+            LogSetFile(L"./", L"message.log");
+        }
+        else
+        {
+            signal(SIGSEGV, std::strcmp(szBy, "backward") == 0            ? ByBackward
+                            : std::strcmp(szBy, "backtrace_symbols") == 0 ? ByBacktraceSymbols
+                                                                          : SIG_DFL);
+        }
+        Argument_t const Argument = { 1, 2, "first", { 0, 1, 2, 3 } };
+        _exit(StepInto<0>(Argument, 0));
+    }
+}
+
+int main(int nArguments, char ** dArguments)
+{
+    Crash(nArguments > 1 ? dArguments[1] : "none");
+}

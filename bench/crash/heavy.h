@@ -1,0 +1,78 @@
+// heavy.h: code with much debug information, about 0.7 MB of it in each source that includes it with STEP_HEAVY.
+#pragma once
+
+#ifdef STEP_HEAVY
+    #include <functional>
+    #include <future>
+    #include <map>
+    #include <regex>
+    #include <string>
+    #include <tuple>
+    #include <unordered_map>
+    #include <variant>
+    #include <vector>
+
+// Without a name of its own, so that one object can be linked any number of times.
+namespace
+{
+    struct Item_t
+    {
+        int nNumber = 1;
+        double fNumber = 2;
+        std::string sText;
+        std::vector<int> dNumbers;
+        std::map<int, std::string> dTexts;
+    };
+
+    template <int N>
+    struct Deep_t
+    {
+        Item_t Item;
+        Deep_t<N - 1> Next;
+
+        int Sum(int n) const
+        {
+            int nSum = n + N;
+            for (int i = 0; i < n; ++i)
+            {
+                nSum += Item.nNumber * i;
+            }
+            return nSum + Next.Sum(nSum & 3);
+        }
+    };
+
+    template <>
+    struct Deep_t<0>
+    {
+        int Sum(int n) const { return n; }
+    };
+
+    template <int N>
+    int Work(int n)
+    {
+        std::map<int, Deep_t<N>> dDeep;
+        std::vector<std::tuple<int, double, Deep_t<N>>> dTuples(static_cast<std::size_t>(n & 7));
+        std::unordered_map<std::string, std::variant<int, Deep_t<N>, std::string>> dVariants;
+        std::function<int(int)> const fnSum = [&dDeep](int nFrom)
+        {
+            int nSum = nFrom * N;
+            for (auto const & [nKey, Deep] : dDeep)
+            {
+                nSum += Deep.Sum(nKey);
+            }
+            return nSum;
+        };
+        dVariants["text"] = n;
+        return fnSum(n) + static_cast<int>(dVariants.size() + dTuples.size());
+    }
+
+    __attribute__((used, noinline)) int WorkOfAll(int n)
+    {
+        std::regex const Pattern("a(b|c)*");
+        std::smatch Match;
+        std::string const sText = "abcbc";
+        n += std::regex_search(sText, Match, Pattern) ? 1 : 0;
+        return Work<1>(n) + Work<2>(n) + Work<3>(n);
+    }
+}
+#endif

@@ -1,0 +1,84 @@
+#!/usr/bin/env python3
+"""bench/crash/run.py [FOLDER]: the time from a crash of 30 frames to the end of its report, beside other ways to get the
+stack's names. Builds the programs in FOLDER (/tmp/zqcore-crash; 3 GB) with the library of build/release, and prints the table
+of bench/README.md."""
+import glob
+import os
+import re
+import resource
+import subprocess
+import sys
+import time
+
+ROUNDS = 5
+FRAMES = 30
+HERE = os.path.dirname(os.path.realpath(__file__))
+LIBRARIES = os.path.realpath(f"{HERE}/../../build/release")
+FOLDER = os.path.realpath(sys.argv[1] if len(sys.argv) > 1 else "/tmp/zqcore-crash")
+INDICES = os.path.expanduser("~/.cache/zqcore")
+
+
+def limits():
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    os.sched_setaffinity(0, {0})
+
+
+def measure(command):
+    """Processor and wall time in milliseconds, of the command and of what it starts and waits for."""
+    start = time.monotonic()
+    process = subprocess.Popen(command, cwd=FOLDER, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL, preexec_fn=limits)
+    _, _, usage = os.wait4(process.pid, 0)
+    wall = time.monotonic() - start
+    process.returncode = 0
+    return (usage.ru_utime + usage.ru_stime) * 1e3, wall * 1e3
+
+
+def remove(pattern):
+    for path in glob.glob(pattern):
+        os.remove(path)
+
+
+def report_addresses(program):
+    """The addresses of the frames of the program, as a report has them."""
+    remove(f"{FOLDER}/CrashReport_*")
+    measure([program, "ours"])
+    with open(glob.glob(f"{FOLDER}/CrashReport_*.rpt")[0], newline="") as file:
+        stack = file.read().split("Call stack:")[1].split("Crash code")[0]
+    addresses = re.findall(r"^([0-9A-F]{8,})  [0-9A-F]{8,}  \S", stack, re.MULTILINE)[:FRAMES]
+    assert len(addresses) == FRAMES, stack
+    return addresses
+
+
+def main():
+    subprocess.run([f"{HERE}/../../.ci/need", "binutils", "clang", "gdb", "libbackward-cpp-dev", "libdw-dev", "lld"],
+                   check=True)
+    os.makedirs(FOLDER, exist_ok=True)
+    if not os.path.exists(f"{FOLDER}/crash_big"):
+        subprocess.run([f"{HERE}/build.sh", FOLDER, LIBRARIES], check=True)
+    print("| Program | Way | Processor | Wall |\n|---|---|---|---|")
+    for size in ("small", "big"):
+        program = f"{FOLDER}/crash_{size}"
+        addresses = report_addresses(program)
+        ways = {
+            "no report": [program, "none"],
+            "ours, without index file": [program, "ours"],
+            "ours": [program, "ours"],
+            "backtrace_symbols": [program, "backtrace_symbols"],
+            "libbackward": [program, "backward"],
+            "addr2line": ["addr2line", "-f", "-i", "-C", "-e", program, *addresses],
+            "gdb": ["gdb", "-nx", "-batch", "-ex", "run", "-ex", "bt full", "--args", program, "none"],
+        }
+        best = {way: (float("inf"), float("inf")) for way in ways}
+        for _ in range(ROUNDS):
+            for way, command in ways.items():
+                if way == "ours, without index file":
+                    remove(f"{INDICES}/*.index")
+                best[way] = min(best[way], measure(command))
+        for way, (processor, wall) in best.items():
+            print(f"| {size} | {way} | {processor:.0f} ms | {wall:.0f} ms |", flush=True)
+    remove(f"{FOLDER}/CrashReport_*")
+
+
+if __name__ == "__main__":
+    main()

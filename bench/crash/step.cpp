@@ -1,0 +1,30 @@
+// step.cpp: one frame of the stack, compiled once for each STEP. The frame after the last one faults.
+#include "heavy.h"
+
+#ifdef STEP
+struct Argument_t
+{
+    int nNumber;
+    double fNumber;
+    char const * szText;
+    int dNumbers[4];
+};
+
+template <int N>
+int StepInto(Argument_t const & Argument, int nDepth);
+
+template <>
+__attribute__((noinline)) int StepInto<STEP>(Argument_t const & Argument, int nDepth)
+{
+    Argument_t Next = { Argument.nNumber + STEP, Argument.fNumber / 2, "a text", { STEP, 1, 2, 3 } };
+    int volatile nLocal = nDepth * 3;
+    double volatile fLocal = Next.fNumber + nDepth;
+    asm volatile("" ::"r"(&Next), "r"(&nDepth) : "memory");
+    #ifdef STEP_LAST
+    nLocal = *reinterpret_cast<int volatile *>(static_cast<__UINTPTR_TYPE__>(nLocal & 1));
+    #else
+    nLocal = StepInto<STEP + 1>(Next, nDepth + 1);
+    #endif
+    return nLocal + static_cast<int>(fLocal);
+}
+#endif
