@@ -1,8 +1,8 @@
 // dialog.h: a text with buttons, and the answer.
 //
-// A host may install its own dialog. Without one, the user is asked at the terminal on standard input and error.
-// Without a terminal, the text goes to standard error, and the answer is the one that lets the program continue
-// (Ignore, No, OK).
+// A host may install its own dialog. Without one, the user is asked at the terminal on standard input and error. An
+// empty line there answers what lets the program continue (Ignore, No, OK), which the prompt marks. Without a terminal,
+// the text goes to standard error, and the answer is the same.
 #pragma once
 
 #include "platform/compiler.h"
@@ -48,7 +48,7 @@ namespace plat
         char const * szText = "";
         char const * szCaption = "";
         DialogButtons_e eButtons = DialogButtons_e::Ok;
-        int iDefaultButton = 1;   // counted from 1
+        int iDefaultButton = 1;   // of a host's dialog; counted from 1
         DialogIcon_e eIcon = DialogIcon_e::Error;
         DialogModality_e eModality = DialogModality_e::Plain;
         void * pOwner = nullptr;   // a window of the host, or null
@@ -57,12 +57,17 @@ namespace plat
     /// Called on the thread that complains. Several threads may call it at a time.
     using DialogHandler_t = DialogAnswer_e (*)(Dialog_t const & Dialog);
 
-    /// Shows the dialog, waits for the answer and returns it. Any thread.
+    /// Shows the dialog, waits for the answer and returns it. Any thread. In a fault filter the prompt at the terminal
+    /// lets the keys that end or stop a process act, and SIGTERM: they have their default effect, whatever the host has
+    /// set.
     ZQ_API DialogAnswer_e DialogShow(Dialog_t const & Dialog);
 
     /// Prints a caption and a text on standard error, as an unattended dialog does. Any thread. Uses no heap and no
     /// lock, so a fault filter may call it.
     ZQ_API void DialogPrint(char const * szCaption, char const * szText);
+
+    /// Prints a line on standard error. Otherwise as DialogPrint.
+    void DialogPrintLine(char const * szLine);
 
     /// Returns whether a user can answer: at a host's dialog or at a terminal.
     ZQ_API bool DialogIsAttended();

@@ -1,8 +1,8 @@
 // faults.h: the faults of this process: which fault, where, and with which registers.
 //
-// A filter receives each fault that nothing else handles, on the thread that faulted. It runs on a stack that this
-// thread has for faults. For an uncaught C++ exception it runs on the stack that threw it. The filter may use neither
-// the heap nor a lock.
+// A filter receives each fault that nothing else handles, on the thread that faulted, and each uncaught C++ exception.
+// It runs on a stack of the library's own, so it needs little of the thread's. The filter may use neither the heap nor
+// a lock.
 //
 // - One filter is set at a time. A caller that sets one keeps the previous one, and its filter calls that.
 // - After the filter the fault goes to the handler from before the first filter, with the thread as it was. Without a
@@ -91,8 +91,19 @@ namespace plat
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
     /// Gives the calling thread a stack for faults, so that a stack overflow on it is reported too. Returns false if
-    /// the system refuses. The main thread and the library's threads have one. It is released when the thread ends.
+    /// the system refuses. It is released when the thread ends. These threads have one without this call:
+    /// - the thread that set the filter, which is as a rule the main thread.
+    /// - on systems where the library can hook the creation of threads, those that are started while it is loaded. Not
+    ///   hooked are threads that the C library starts for itself and those of programs that bind its functions before
+    ///   the library's (docs/porting.md).
+    ///
+    /// Without it, a stack overflow of the thread ends the process without a report. All other faults need only the few
+    /// kilobytes that the system needs to start a handler.
     ZQ_API bool FaultThreadJoin();
+
+    /// Opens the descriptors that are held for the filter in case the process has used up all of its own, or those that
+    /// the host has closed since. FaultFilterSet calls it. Any thread, but one at a time.
+    void FaultReserveDescriptors();
 
     /// Captures the caller's registers. The place of the fault is the caller.
     ZQ_API void FaultContextCapture(FaultContext_t * pContext);

@@ -67,8 +67,8 @@ namespace plat
     /// Returns the system's number of the calling thread. Numbers of ended threads are used again.
     std::uint32_t ThreadId();
 
-    /// Copies the system's name of the calling thread, always terminated. It may hold any bytes. A fault filter may call
-    /// it.
+    /// Copies the system's name of the calling thread, always terminated. It may hold any bytes. A fault filter may
+    /// call it.
     inline constexpr std::size_t THREAD_NAME_SIZE = 16;
     void ThreadName(char (&szName)[THREAD_NAME_SIZE]);
 

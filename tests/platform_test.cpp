@@ -1,6 +1,7 @@
 #include "platform/clock.h"
 #include "platform/debugger.h"
 #include "platform/dialog.h"
+#include "platform/linux/reserve.h"
 #include "platform/process.h"
 #include "platform/system.h"
 #include "platform/text.h"
@@ -61,6 +62,8 @@ TEST(PlatformDialog, AsksTheTerminalUntilAnAnswerFits)
             { DialogButtons_e::AbortRetryIgnore, 3, "\n", DialogAnswer_e::Ignore },
             { DialogButtons_e::AbortRetryIgnore, 3, "what\nAbort\n", DialogAnswer_e::Abort },
             { DialogButtons_e::AbortRetryIgnore, 1, "\x04", DialogAnswer_e::Ignore },
+            { DialogButtons_e::AbortRetryIgnore, 2, "\n", DialogAnswer_e::Ignore },
+            { DialogButtons_e::YesNoCancel, 1, "\n", DialogAnswer_e::No },
             { DialogButtons_e::YesNoCancel, 2, "Y\n", DialogAnswer_e::Yes },
             { DialogButtons_e::YesNoCancel, 1, "\x04", DialogAnswer_e::No },
             { DialogButtons_e::OkCancel, 1, "c\n", DialogAnswer_e::Cancel },
@@ -89,6 +92,31 @@ TEST(PlatformDialog, LetsTheProgramGoOnWithoutATerminal)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nunattended\\x1B]0;t\\x07\n");
     DialogScript_c const Script({ plat::DialogAnswer_e::Retry });
     EXPECT_EQ(plat::DialogShow(Dialog), plat::DialogAnswer_e::Retry) << "an installed handler answers";
+}
+
+TEST(PlatformReserve, FreesNoDescriptorOfTheHostAndOpensWhatTheHostHasClosed)
+{
+    auto const CountFreed = []
+    {
+        int nFreed = 0;
+        while (plat::ReserveFree())
+        {
+            ++nFreed;
+        }
+        return nFreed;
+    };
+    auto const Run = [&CountFreed]
+    {
+        closefrom(3);
+        while (dup(0) < 60)
+        {}
+        plat::ReserveAllow(true);
+        int const nOfHost = CountFreed();
+        plat::ReserveFill();
+        int const nAgain = CountFreed();
+        return 100 * nOfHost + nAgain + static_cast<int>(dup(0) == 61);   // the first number after the host's
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(Run)), 8 + 1);
 }
 
 TEST(PlatformDebugger, SeesATracerAndBreaksIntoIt)

@@ -2,10 +2,14 @@
 
 #include "platform/common/folding.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/faultguard.h"
 #include "platform/text.h"
 
 #include <atomic>
+#include <csignal>
 #include <cstring>
+#include <iterator>
+#include <optional>
 
 namespace plat
 {
@@ -22,7 +26,7 @@ namespace plat
         {
             int nChoices;
             Choice_t dChoices[3];
-            DialogAnswer_e eUnattended;   // lets the program go on
+            DialogAnswer_e eGoOn;   // lets the program continue
         };
 
         // In the order of DialogButtons_e.
@@ -58,15 +62,49 @@ namespace plat
             return isatty(STDIN_FILENO) && isatty(STDERR_FILENO) && tcgetpgrp(STDIN_FILENO) == getpgrp();
         }
 
-        void PrintChoices(Choices_t const & Choices, int iDefault)
+        void PrintChoices(Choices_t const & Choices)
         {
             for (int iChoice = 0; iChoice < Choices.nChoices; ++iChoice)
             {
                 Print(Choices.dChoices[iChoice].szLabel);
-                Print(iChoice == iDefault ? "* " : " ");
+                Print(Choices.dChoices[iChoice].eAnswer == Choices.eGoOn ? "* " : " ");
             }
             Print("? ");
         }
+
+        // Lets the terminal's keys act during a scope. A fault filter blocks their signals, and the host may have
+        // handlers that wait for the thread that crashed. SIGTTIN stops a process that was moved to the background.
+        class KeysAct_c
+        {
+        public:
+            KeysAct_c()
+            {
+                struct sigaction Default = {};
+                sigset_t Set;
+                sigemptyset(&Set);
+                for (std::size_t i = 0; i < std::size(SIGNALS); ++i)
+                {
+                    sigaction(SIGNALS[i], &Default, &m_dPrevious[i]);
+                    sigaddset(&Set, SIGNALS[i]);
+                }
+                pthread_sigmask(SIG_UNBLOCK, &Set, &m_Mask);
+            }
+            ~KeysAct_c()
+            {
+                pthread_sigmask(SIG_SETMASK, &m_Mask, nullptr);
+                for (std::size_t i = 0; i < std::size(SIGNALS); ++i)
+                {
+                    sigaction(SIGNALS[i], &m_dPrevious[i], nullptr);
+                }
+            }
+            KeysAct_c(KeysAct_c const &) = delete;
+            KeysAct_c & operator=(KeysAct_c const &) = delete;
+
+        private:
+            static constexpr int SIGNALS[] = { SIGINT, SIGQUIT, SIGTERM, SIGTSTP, SIGTTIN };
+            struct sigaction m_dPrevious[std::size(SIGNALS)];
+            sigset_t m_Mask;
+        };
 
         // Reads one whole line and returns its first byte: a line end for an empty line, 0 at the end of the input.
         char ReadKey()
@@ -80,19 +118,19 @@ namespace plat
             return Folded(cFirst);
         }
 
-        DialogAnswer_e AskTerminal(Choices_t const & Choices, int iDefault)
+        DialogAnswer_e AskTerminal(Choices_t const & Choices)
         {
             for (;;)
             {
-                PrintChoices(Choices, iDefault);
+                PrintChoices(Choices);
                 char const cKey = ReadKey();
-                if (cKey == 0)
+                if (cKey == 0 || cKey == '\n')
                 {
-                    return Choices.eUnattended;
+                    return Choices.eGoOn;
                 }
                 for (int iChoice = 0; iChoice < Choices.nChoices; ++iChoice)
                 {
-                    if (cKey == Choices.dChoices[iChoice].cKey || (cKey == '\n' && iChoice == iDefault))
+                    if (cKey == Choices.dChoices[iChoice].cKey)
                     {
                         return Choices.dChoices[iChoice].eAnswer;
                     }
@@ -105,15 +143,28 @@ namespace plat
         {
             DialogPrint(Dialog.szCaption, Dialog.szText);
             Choices_t const & Choices = CHOICES[static_cast<int>(Dialog.eButtons)];
-            return HasTerminal() ? AskTerminal(Choices, Dialog.iDefaultButton - 1) : Choices.eUnattended;
+            if (!HasTerminal())
+            {
+                return Choices.eGoOn;
+            }
+            std::optional<KeysAct_c> KeysAct;
+            if (FaultFilterIsMine())
+            {
+                KeysAct.emplace();
+            }
+            return AskTerminal(Choices);
         }
     }
 
     void DialogPrint(char const * szCaption, char const * szText)
     {
-        Print(szCaption);
-        Print("\n");
-        Print(szText);
+        DialogPrintLine(szCaption);
+        DialogPrintLine(szText);
+    }
+
+    void DialogPrintLine(char const * szLine)
+    {
+        Print(szLine);
         Print("\n");
     }
 

@@ -9,6 +9,9 @@ namespace plat
     /// Returns the signal of the guard's clock. It is sent to the guarded thread only.
     int FaultGuardSignal();
 
+    /// Returns whether the calling thread runs the filter.
+    bool FaultFilterIsMine();
+
     /// Ends the innermost guarded call because of a fault inside it. Returns if there is none.
     void FaultGuardEscape();
 }

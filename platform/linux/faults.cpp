@@ -1,10 +1,10 @@
 #include "platform/faults.h"
 
-#include "platform/checker.h"
 #include "platform/fork.h"
 #include "platform/linux/faultdecode.h"
 #include "platform/linux/faultguard.h"
-#include "platform/memory.h"
+#include "platform/linux/faultstack.h"
+#include "platform/linux/reserve.h"
 
 #include <atomic>
 #include <cerrno>
@@ -22,10 +22,9 @@ namespace plat
     namespace
     {
         constexpr int SIGNALS[] = { SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT };
-        constexpr unsigned DYING_LIMIT = 10000;          // milliseconds that another fault waits for the end
-        constexpr unsigned SLEEP = 2;                    // milliseconds between two checks
-        constexpr unsigned DESCRIPTION_LIMIT = 1000;     // milliseconds for an exception's own message
-        constexpr std::size_t STACK_SIZE = 256 * 1024;   // bytes, enough for a host's dialog; allocated as used
+        constexpr unsigned DYING_LIMIT = 10000;        // milliseconds that another fault waits for the end
+        constexpr unsigned SLEEP = 2;                  // milliseconds between two checks
+        constexpr unsigned DESCRIPTION_LIMIT = 1000;   // milliseconds for an exception's own message
         constexpr std::size_t DESCRIPTION_SIZE = 512;
 
         std::atomic<FaultFilter_t> g_fnFilter{ nullptr };
@@ -57,6 +56,7 @@ namespace plat
             g_iTeller = g_bForkByTeller ? CallingThread() : 0;
             g_bTold = false;
             g_bDying = false;
+            ReserveAllow(g_bForkByTeller);
         }
         ForkHandler_c const g_ForkHandler({ NoteTeller, nullptr, KeepOwnTeller });
 
@@ -133,6 +133,7 @@ namespace plat
             sigset_t Set;
             SetOfFilter(Set);
             pthread_sigmask(SIG_SETMASK, &Set, nullptr);
+            ReserveAllow(true);
             return true;
         }
 
@@ -143,6 +144,11 @@ namespace plat
             FaultFilter_t const fnFilter = g_fnFilter;
             bool const bDone = fnFilter != nullptr && fnFilter(&Fault) != 0;
             DropSignalsOfWriting();
+            if (bDone)
+            {
+                ReserveAllow(false);
+                ReserveFill();
+            }
             return bDone;
         }
 
@@ -177,16 +183,33 @@ namespace plat
                    && (Action.sa_handler == SIG_DFL || Action.sa_handler == SIG_IGN);
         }
 
+        struct Signal_s
+        {
+            int iSignal;
+            siginfo_t const & Info;
+            ucontext_t const & Thread;
+            bool bDone;
+        };
+
+        void FilterSignal(void * pSignal)
+        {
+            auto & Signal = *static_cast<Signal_s *>(pSignal);
+            FaultContext_t Context;
+            FaultRecord_t Record;
+            FaultFromSignal(Signal.iSignal, Signal.Info, Signal.Thread, Context, Record);
+            Signal.bDone = CallFilter(Record, Context);
+        }
+
+        // Runs on whatever stack the thread has left. Therefore it holds little, and all else is on the filter's stack.
         void OnSignal(int iSignal, siginfo_t * pInfo, void * pThread)
         {
             StopAlignmentChecks();
             int const iError = errno;
             if (Begin())
             {
-                FaultContext_t Context;
-                FaultRecord_t Record;
-                FaultFromSignal(iSignal, *pInfo, *static_cast<ucontext_t const *>(pThread), Context, Record);
-                if (CallFilter(Record, Context))
+                Signal_s Signal = { iSignal, *pInfo, *static_cast<ucontext_t const *>(pThread), false };
+                FaultStackCall(FilterSignal, &Signal);
+                if (Signal.bDone)
                 {
                     g_iTeller = 0;
                     errno = iError;
@@ -204,15 +227,21 @@ namespace plat
             DescribeException(g_szException, sizeof g_szException);
         }
 
+        void FilterException(void * pContext)
+        {
+            auto const & Context = *static_cast<FaultContext_t const *>(pContext);
+            FaultGuardedCall(Describe, nullptr, DESCRIPTION_LIMIT);
+            FaultRecord_t const Record = { FAULT_UNCAUGHT_EXCEPTION, Context.nIp, {} };
+            CallFilter(Record, Context);
+        }
+
         [[noreturn]] void OnTerminate()
         {
             if (abi::__cxa_current_exception_type() != nullptr && Begin())
             {
                 FaultContext_t Context;
                 FaultContextCapture(&Context);
-                FaultGuardedCall(Describe, nullptr, DESCRIPTION_LIMIT);
-                FaultRecord_t const Record = { FAULT_UNCAUGHT_EXCEPTION, Context.nIp, {} };
-                CallFilter(Record, Context);
+                FaultStackCall(FilterException, &Context);
                 g_bDying = true;
                 g_bTold = true;
             }
@@ -234,6 +263,8 @@ namespace plat
                 sigaction(SIGNALS[i], &Action, &g_dFormer[i]);
             }
             g_fnFormerTerminate = std::set_terminate(OnTerminate);
+            FaultStackPrepare();
+            ReserveFill();
             FaultThreadJoin();
         }
 
@@ -253,31 +284,8 @@ namespace plat
             {
                 std::set_terminate(g_fnFormerTerminate);
             }
+            ReserveDrop();
         }
-
-        class AlternateStack_c
-        {
-        public:
-            bool Take()
-            {
-                m_pMemory = m_pMemory != nullptr ? m_pMemory : PagesAllocate(STACK_SIZE);
-                stack_t const Stack = { m_pMemory, 0, STACK_SIZE };
-                return m_pMemory != nullptr && sigaltstack(&Stack, nullptr) == 0;
-            }
-
-            // The stack stays if the thread ends on it: the end of the process follows.
-            ~AlternateStack_c()
-            {
-                stack_t const None = { nullptr, SS_DISABLE, 0 };
-                if (m_pMemory != nullptr && sigaltstack(&None, nullptr) == 0)
-                {
-                    PagesRelease(m_pMemory, STACK_SIZE);
-                }
-            }
-
-        private:
-            void * m_pMemory = nullptr;
-        };
     }
 
     FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter)
@@ -298,11 +306,14 @@ namespace plat
         return fnFormer;
     }
 
-    // The address checker allocates such a stack for each thread, and later releases whatever replaced it.
-    bool FaultThreadJoin()
+    bool FaultFilterIsMine()
     {
-        static thread_local AlternateStack_c t_Stack;
-        return ADDRESS_CHECKER || t_Stack.Take();
+        return g_iTeller == CallingThread();
+    }
+
+    void FaultReserveDescriptors()
+    {
+        ReserveFill();
     }
 
     void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize)

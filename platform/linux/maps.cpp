@@ -2,6 +2,8 @@
 
 #include "platform/linux/maps.h"
 
+#include "platform/linux/reserve.h"
+
 #include <fcntl.h>
 
 namespace plat
@@ -19,7 +21,7 @@ namespace plat
     }
 
     Maps_c::Maps_c()
-        : m_File(open("/proc/self/maps", O_RDONLY | O_CLOEXEC))
+        : m_File(OpenWithReserve([] { return open("/proc/self/maps", O_RDONLY | O_CLOEXEC); }))
     {}
 
     // Returns the next byte, or NOTHING after the last one.

@@ -5,6 +5,7 @@
 
 #include "platform/compiler.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/reserve.h"
 #include "platform/linux/spelling.h"
 #include "platform/text.h"
 
@@ -45,7 +46,7 @@ namespace plat
         unsigned long long FieldOfProcess(int iField)
         {
             char szStat[512];
-            Descriptor_c const Stat(open("/proc/self/stat", O_RDONLY | O_CLOEXEC));
+            Descriptor_c const Stat(OpenWithReserve([] { return open("/proc/self/stat", O_RDONLY | O_CLOEXEC); }));
             szStat[Stat.IsOpen() ? ReadFully(Stat.Get(), szStat, sizeof szStat - 1) : 0] = 0;
             char const * p = std::strrchr(szStat, ')');
             for (int i = 0; p && i < iField; ++i)
@@ -85,7 +86,7 @@ namespace plat
 
     std::size_t ProcessArguments(char * pBuffer, std::size_t nSize)
     {
-        Descriptor_c const Line(open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC));
+        Descriptor_c const Line(OpenWithReserve([] { return open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC); }));
         return Line.IsOpen() ? ReadFully(Line.Get(), pBuffer, nSize) : 0;
     }
 

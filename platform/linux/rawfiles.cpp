@@ -5,6 +5,7 @@
 #include "platform/common/folding.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/openfile.h"
+#include "platform/linux/reserve.h"
 #include "platform/memory.h"
 
 #include <algorithm>
@@ -34,7 +35,8 @@ namespace plat
         // Replaces a name by the disk's spelling of it in a folder, if one exists that differs in case only.
         void TakeSpelling(char const * szFolder, char * pName)
         {
-            Descriptor_c const Folder(open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            Descriptor_c const Folder(
+                OpenWithReserve([szFolder] { return open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
             alignas(FolderEntry_t) char dEntries[4096];
             long nRead;
             while (Folder.IsOpen() && (nRead = syscall(SYS_getdents64, Folder.Get(), dEntries, sizeof dEntries)) > 0)
@@ -75,6 +77,11 @@ namespace plat
             }
         }
 
+        int OpenToRead(char const * szPath)
+        {
+            return OpenWithReserve([szPath] { return open(szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); });
+        }
+
         // Returns whether MakeOrContinue made this file for this user, under this name only.
         bool IsOwn(struct stat const & File)
         {
@@ -92,12 +99,14 @@ namespace plat
         int MakeOrContinue(char const * szPath, bool & bTaken)
         {
             constexpr int WRITE_ON = O_APPEND | O_DSYNC;
-            Descriptor_c File(open(szPath, MAKE_NEW | WRITE_ON, PRIVATE_FILE_MODE));
+            Descriptor_c File(
+                OpenWithReserve([szPath] { return open(szPath, MAKE_NEW | WRITE_ON, PRIVATE_FILE_MODE); }));
             if (!File.IsOpen() && errno == EEXIST)
             {
                 struct stat Stat;
                 bool const bOwn = lstat(szPath, &Stat) == 0 && IsOwn(Stat);
-                File.Reset(bOwn ? open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED) : -1);
+                auto const Continue = [szPath] { return open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED); };
+                File.Reset(bOwn ? OpenWithReserve(Continue) : -1);
                 bTaken = !File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !IsOwn(Stat);
             }
             bTaken = bTaken || (File.IsOpen() && !ClaimWriting(File.Get()));
@@ -140,7 +149,7 @@ namespace plat
     char const * RawReadAll(char const * szPath, std::size_t * pBytes)
     {
         struct stat Stat;
-        Descriptor_c const File(open(szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        Descriptor_c const File(OpenToRead(szPath));
         if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode) || Stat.st_size <= 0
             || static_cast<std::uint64_t>(Stat.st_size) > LARGEST_READ)
         {
@@ -161,7 +170,7 @@ namespace plat
         char szPath[32];
         std::snprintf(szPath, sizeof szPath, "/proc/self/fd/%d", fileno(pStream));
         struct stat Stat;
-        Descriptor_c const File(open(szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        Descriptor_c const File(OpenToRead(szPath));
         if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode))
         {
             return 0;
@@ -175,7 +184,7 @@ namespace plat
     void RawCloseStream(std::FILE * pStream)
     {
         int const hFile = fileno(pStream);
-        Descriptor_c const Nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
+        Descriptor_c const Nothing(OpenWithReserve([] { return open("/dev/null", O_WRONLY | O_CLOEXEC); }));
         if (!Nothing.IsOpen() || dup3(Nothing.Get(), hFile, O_CLOEXEC) < 0)
         {
             close(hFile);

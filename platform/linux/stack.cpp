@@ -1,11 +1,11 @@
 #include "platform/stack.h"
 
 #include "platform/compiler.h"
+#include "platform/linux/stackcall.h"
 
 #include <exception>
 #include <pthread.h>
 #include <sys/mman.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 #ifdef __has_feature
@@ -21,23 +21,62 @@
     #include <sanitizer/common_interface_defs.h>
 #endif
 
+// Calls fnCall(pArgument) with the stack pointer at pEnd. The frame pointer leads back, so that debuggers and
+// exceptions find the caller. Calls and returns stay paired, as a processor with a shadow stack demands.
+extern "C" __attribute__((visibility("hidden"))) void ZqStackCall(
+    void * pEnd, void (*fnCall)(void * pArgument), void * pArgument);
+
+#if defined(__x86_64__)
+extern "C" __attribute__((naked)) void ZqStackCall(void *, void (*)(void *), void *)
+{
+    __asm__ volatile("pushq %rbp\n\t"
+                     ".cfi_def_cfa_offset 16\n\t"
+                     ".cfi_offset %rbp, -16\n\t"
+                     "movq %rsp, %rbp\n\t"
+                     ".cfi_def_cfa_register %rbp\n\t"
+                     "movq %rdi, %rsp\n\t"
+                     "movq %rdx, %rdi\n\t"
+                     "callq *%rsi\n\t"
+                     "movq %rbp, %rsp\n\t"
+                     "popq %rbp\n\t"
+                     ".cfi_def_cfa %rsp, 8\n\t"
+                     "retq");
+}
+#else
+extern "C" __attribute__((naked)) void ZqStackCall(void *, void (*)(void *), void *)
+{
+    __asm__ volatile("pushl %ebp\n\t"
+                     ".cfi_def_cfa_offset 8\n\t"
+                     ".cfi_offset %ebp, -8\n\t"
+                     "movl %esp, %ebp\n\t"
+                     ".cfi_def_cfa_register %ebp\n\t"
+                     "movl 8(%ebp), %eax\n\t"
+                     "movl 12(%ebp), %ecx\n\t"
+                     "movl 16(%ebp), %edx\n\t"
+                     "leal -16(%eax), %esp\n\t"
+                     "movl %edx, (%esp)\n\t"
+                     "calll *%ecx\n\t"
+                     "movl %ebp, %esp\n\t"
+                     "popl %ebp\n\t"
+                     ".cfi_def_cfa %esp, 4\n\t"
+                     "retl");
+}
+#endif
+
 namespace plat
 {
     namespace
     {
         ZQ_THREAD_LOCAL char const * t_pLow = nullptr;   // end of the stack that the thread runs on
 
-        struct Switch_s
+        struct Call_s
         {
             void (*fnCall)(void *);
             void * pArgument;
             std::exception_ptr Thrown;
-            ucontext_t Caller;
-            ucontext_t Fresh;
             void const * pCallerStack;   // as the address checker knows it
             std::size_t nCallerStack;
         };
-        ZQ_THREAD_LOCAL Switch_s * t_pSwitch = nullptr;   // the latest one
 
         // Reports to the address checker which stack is the present one.
         void ReportLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
@@ -58,7 +97,7 @@ namespace plat
 #endif
         }
 
-        // Clears the checker's marks of Run's frame, which would stay because Run never returns.
+        // Clears the checker's marks of frames on a stack that is left.
         void ClearCheckerMarks(void const * pStack, std::size_t nBytes)
         {
 #ifdef CHECKER_FOLLOWS_STACKS
@@ -68,41 +107,20 @@ namespace plat
 #endif
         }
 
-        void Run()
+        // Keeps an exception, because the checker must know of the change of stacks before the caller's frames go on.
+        void Run(void * pCall)
         {
-            Switch_s & Switch = *t_pSwitch;
-            ReportArrival(nullptr, &Switch.pCallerStack, &Switch.nCallerStack);
+            Call_s & Call = *static_cast<Call_s *>(pCall);
+            ReportArrival(nullptr, &Call.pCallerStack, &Call.nCallerStack);
             try
             {
-                Switch.fnCall(Switch.pArgument);
+                Call.fnCall(Call.pArgument);
             }
             catch (...)
             {
-                Switch.Thrown = std::current_exception();
+                Call.Thrown = std::current_exception();
             }
-            ReportLeaving(nullptr, Switch.pCallerStack, Switch.nCallerStack);
-            setcontext(&Switch.Caller);
-        }
-
-        void SwitchTo(Switch_s & Switch, char * pStack, std::size_t nBytes)
-        {
-            char const * const pPreviousLow = t_pLow;
-            Switch_s * const pPreviousSwitch = t_pSwitch;
-            getcontext(&Switch.Fresh);
-            Switch.Fresh.uc_stack.ss_sp = pStack;
-            Switch.Fresh.uc_stack.ss_size = nBytes;
-            Switch.Fresh.uc_link = nullptr;
-            makecontext(&Switch.Fresh, Run, 0);
-
-            t_pLow = pStack;
-            t_pSwitch = &Switch;
-            void * pFrames = nullptr;
-            ReportLeaving(&pFrames, pStack, nBytes);
-            swapcontext(&Switch.Caller, &Switch.Fresh);
-            ReportArrival(pFrames, nullptr, nullptr);
-            ClearCheckerMarks(pStack, nBytes);
-            t_pSwitch = pPreviousSwitch;
-            t_pLow = pPreviousLow;
+            ReportLeaving(nullptr, Call.pCallerStack, Call.nCallerStack);
         }
 
         ZQ_COLD char const * FindLow()
@@ -129,25 +147,41 @@ namespace plat
         return pFrame > t_pLow ? static_cast<std::size_t>(pFrame - t_pLow) : 0;
     }
 
+    void StackCallOn(void * pStack, std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument)
+    {
+        char const * const pPreviousLow = t_pLow;
+        t_pLow = static_cast<char const *>(pStack);
+        Call_s Call{ fnCall, pArgument, {}, nullptr, 0 };
+        void * pFrames = nullptr;
+        ReportLeaving(&pFrames, pStack, nBytes);
+        ZqStackCall(static_cast<char *>(pStack) + nBytes, Run, &Call);
+        ReportArrival(pFrames, nullptr, nullptr);
+        ClearCheckerMarks(pStack, nBytes);
+        t_pLow = pPreviousLow;
+        if (Call.Thrown)
+        {
+            std::rethrow_exception(Call.Thrown);
+        }
+    }
+
     bool StackCallOnFresh(std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument)
     {
         constexpr int FLAGS = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK;
         auto const nGuard = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        struct Memory_s
+        {
+            void * const pStart;
+            std::size_t const nAll;
+            ~Memory_s() { munmap(pStart, nAll); }
+        };
         void * const pMemory = mmap(nullptr, nBytes + nGuard, PROT_READ | PROT_WRITE, FLAGS, -1, 0);
         if (pMemory == MAP_FAILED)
         {
             return false;
         }
+        Memory_s const Memory = { pMemory, nBytes + nGuard };
         mprotect(pMemory, nGuard, PROT_NONE);
-        Switch_s Switch{};
-        Switch.fnCall = fnCall;
-        Switch.pArgument = pArgument;
-        SwitchTo(Switch, static_cast<char *>(pMemory) + nGuard, nBytes);
-        munmap(pMemory, nBytes + nGuard);
-        if (Switch.Thrown)
-        {
-            std::rethrow_exception(Switch.Thrown);
-        }
+        StackCallOn(static_cast<char *>(pMemory) + nGuard, nBytes, fnCall, pArgument);
         return true;
     }
 }

@@ -2,6 +2,7 @@
 
 #include "platform/compiler.h"
 #include "platform/faults.h"
+#include "platform/linux/reserve.h"
 #include "platform/linux/symbolprotocol.h"
 #include "platform/memory.h"
 #include "platform/process.h"
@@ -82,12 +83,30 @@ namespace plat
             int hMaps;
         };
 
+        // Closes all descriptors but two and the standard ones.
+        __attribute__((no_sanitize_address, no_sanitize_thread)) void CloseAllBut(int hOne, int hOther)
+        {
+            constexpr int FIRST = 3;
+            int const hLow = hOne < hOther ? hOne : hOther;
+            int const hHigh = hOne < hOther ? hOther : hOne;
+            int const dRanges[][2] = { { FIRST, hLow - 1 }, { hLow < FIRST ? FIRST : hLow + 1, hHigh - 1 },
+                { hHigh < FIRST ? FIRST : hHigh + 1, INT_MAX } };
+            for (auto const & [hFrom, hTo] : dRanges)
+            {
+                if (hFrom <= hTo)
+                {
+                    ::syscall(SYS_close_range, hFrom, hTo, 0);
+                }
+            }
+        }
+
         // Runs in the new process, which still uses this one's memory. Makes system calls only, with all signals
         // blocked.
         __attribute__((no_sanitize_address, no_sanitize_thread)) int BecomeHelper(void * pArgument)
         {
-            constexpr int ABOVE_ALL = 10;
+            constexpr int ABOVE_ALL = SYMBOL_MAPS + 1;
             auto const & Launch = *static_cast<Launch_s const *>(pArgument);
+            CloseAllBut(Launch.hSocket, Launch.hMaps);   // the host may have used up all descriptors
             long const hSocket = ::syscall(SYS_fcntl, Launch.hSocket, F_DUPFD, ABOVE_ALL);
             long const hMaps = ::syscall(SYS_fcntl, Launch.hMaps, F_DUPFD, ABOVE_ALL);
             ::syscall(SYS_dup3, hSocket, SYMBOL_SOCKET, 0);
@@ -206,20 +225,22 @@ namespace plat
     bool Symbols_c::Launch()
     {
         int dSockets[2];
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, dSockets) != 0)
+        auto const Connect = [&dSockets] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, dSockets); };
+        if (OpenWithReserve(Connect) != 0)
         {
             return false;
         }
         alignas(16) char dStack[4096];
-        Launch_s Arguments = { dSockets[1], ::open("/proc/self/maps", O_RDONLY | O_CLOEXEC) };
+        Launch_s Arguments = { dSockets[1],
+            OpenWithReserve([] { return ::open("/proc/self/maps", O_RDONLY | O_CLOEXEC); }) };
         sigset_t All;
         sigset_t Former;
         sigfillset(&All);
         ::pthread_sigmask(SIG_SETMASK, &All, &Former);
         int hProcess = -1;
         constexpr int FLAGS = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
-        int const nProcess =
-            Arguments.hMaps < 0 ? -1 : ::clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &hProcess);
+        auto const Clone = [&] { return ::clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &hProcess); };
+        int const nProcess = Arguments.hMaps < 0 ? -1 : OpenWithReserve(Clone);
         ::pthread_sigmask(SIG_SETMASK, &Former, nullptr);
         ::close(dSockets[1]);
         ::close(Arguments.hMaps);

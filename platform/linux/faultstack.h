@@ -1,0 +1,15 @@
+// faultstack.h: the stack of the one thread that runs the filter. The thread's own may be full, and its alternate stack
+// may be another runtime's with a few kilobytes.
+#pragma once
+
+namespace plat
+{
+    /// Allocates the stack, so that a fault finds it ready.
+    void FaultStackPrepare();
+
+    /// Runs fnCall(pArgument) on that stack, or on the present one if it could not be allocated. One call at a time.
+    /// Meanwhile the thread's alternate stack is one of the library's too: signals that arrive leave the interrupted
+    /// handler's frames alone, and an overflow in the call is a fault like any other. Takes less than 1 KB of the
+    /// present stack.
+    void FaultStackCall(void (*fnCall)(void * pArgument), void * pArgument);
+}

@@ -1,0 +1,160 @@
+// The alternate stack on which a thread's faults are handled, and the hook that gives each new thread one.
+#include "platform/checker.h"
+#include "platform/faults.h"
+#include "platform/memory.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <pthread.h>
+
+// The checkers hook the creation of threads themselves. Within one program the library's hook would replace theirs.
+#if ZQ_ADDRESS_CHECKER || defined(__SANITIZE_THREAD__)
+    #define THREADS_HOOKED 0
+#elif defined(__has_feature)
+    #if __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+        #define THREADS_HOOKED 0
+    #endif
+#endif
+#ifndef THREADS_HOOKED
+    #define THREADS_HOOKED 1
+#endif
+
+namespace plat
+{
+    namespace
+    {
+        constexpr std::size_t STACK_SIZE = 256 * 1024;   // bytes, enough for a handler of the host; allocated as used
+
+        // Stacks of threads that have ended, for those that start. A thread costs less without a mapping of its own.
+        std::atomic<void *> g_dSpare[8];
+
+        void * TakeSpare()
+        {
+            for (std::atomic<void *> & pSpare : g_dSpare)
+            {
+                if (pSpare.load(std::memory_order_relaxed) == nullptr)
+                {
+                    continue;
+                }
+                if (void * const pMemory = pSpare.exchange(nullptr))
+                {
+                    return pMemory;
+                }
+            }
+            return nullptr;
+        }
+
+        bool KeepSpare(void * pMemory)
+        {
+            for (std::atomic<void *> & pSpare : g_dSpare)
+            {
+                void * pNone = nullptr;
+                if (pSpare.compare_exchange_strong(pNone, pMemory))
+                {
+                    return true;
+                }
+            }
+            return false;
+        }
+
+        class AlternateStack_c
+        {
+        public:
+            bool Take()
+            {
+                m_pMemory = m_pMemory != nullptr ? m_pMemory : TakeSpare();
+                m_pMemory = m_pMemory != nullptr ? m_pMemory : PagesAllocate(STACK_SIZE);
+                stack_t const Stack = { m_pMemory, 0, STACK_SIZE };
+                return m_pMemory != nullptr && sigaltstack(&Stack, nullptr) == 0;
+            }
+
+            // The stack stays if the thread ends on it: the end of the process follows.
+            ~AlternateStack_c()
+            {
+                stack_t const None = { nullptr, SS_DISABLE, 0 };
+                if (m_pMemory != nullptr && sigaltstack(&None, nullptr) == 0 && !KeepSpare(m_pMemory))
+                {
+                    PagesRelease(m_pMemory, STACK_SIZE);
+                }
+            }
+
+        private:
+            void * m_pMemory = nullptr;
+        };
+    }
+
+    // The address checker allocates such a stack for each thread, and later releases whatever replaced it.
+    bool FaultThreadJoin()
+    {
+        static thread_local AlternateStack_c t_Stack;
+        return ADDRESS_CHECKER || t_Stack.Take();
+    }
+}
+
+#if THREADS_HOOKED
+namespace
+{
+    using Run_t = void * (*)(void *);
+    using Create_t = int (*)(pthread_t *, pthread_attr_t const *, Run_t, void *);
+
+    struct Start_s
+    {
+        Run_t fnRun;
+        void * pArgument;
+    };
+
+    // Ends in a jump, so that the thread's call stack has no frame of it. A stack that the thread has already, from
+    // another copy of the library or from a checker, stays.
+    void * RunJoined(void * pStart)
+    {
+        Start_s const Start = *static_cast<Start_s *>(pStart);
+        std::free(pStart);
+        stack_t Present;
+        if (sigaltstack(nullptr, &Present) == 0 && (Present.ss_flags & SS_DISABLE) != 0)
+        {
+            plat::FaultThreadJoin();
+        }
+        return Start.fnRun(Start.pArgument);
+    }
+
+    // Returns the function that the process would call without this library.
+    Create_t NextCreate()
+    {
+        static std::atomic<Create_t> s_fnNext{ nullptr };
+        Create_t fnNext = s_fnNext.load(std::memory_order_relaxed);
+        if (fnNext == nullptr)
+        {
+            fnNext = reinterpret_cast<Create_t>(dlsym(RTLD_NEXT, "pthread_create"));
+            s_fnNext.store(fnNext, std::memory_order_relaxed);
+        }
+        return fnNext;
+    }
+}
+
+extern "C"
+{
+    /// Creates a thread and gives it a stack for faults. The process binds it in place of the C library's function,
+    /// which it calls.
+    ZQ_API int pthread_create(
+        pthread_t * pThread, pthread_attr_t const * pAttributes, Run_t fnRun, void * pArgument) noexcept
+    {
+        Create_t const fnNext = NextCreate();
+        auto * const pStart = static_cast<Start_s *>(std::malloc(sizeof(Start_s)));
+        if (fnNext == nullptr || pStart == nullptr)
+        {
+            std::free(pStart);
+            return EAGAIN;
+        }
+        *pStart = { fnRun, pArgument };
+        int const iError = fnNext(pThread, pAttributes, RunJoined, pStart);
+        if (iError != 0)
+        {
+            std::free(pStart);
+        }
+        return iError;
+    }
+}
+#endif
