@@ -67,11 +67,17 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
         { "stack", "C00000FD STACK_OVERFLOW", "SEGV" },
         { "stack thread", "C00000FD STACK_OVERFLOW", "SEGV" },
         { "stack worker", "C00000FD STACK_OVERFLOW", "SEGV" },
+        { "throwdeep", "E06D7363 Uncaught C++ exception std::runtime_error: deep", "ABRT" },
         { "bus", "C0000006 IN_PAGE_ERROR", "BUS" },
         { "throw", "E06D7363 Uncaught C++ exception std::runtime_error: what\\x1B\\nit says", "ABRT" },
         { "throwint thread", "E06D7363 Uncaught C++ exception int", "ABRT" },
         { "abort", "40000015 abort() was called", "ABRT" },
     };
+    if (!plat::ADDRESS_CHECKER)   // it allocates the alternate stacks itself, and none for a full stack
+    {
+        dRows.emplace_back("stack unjoined", "C00000FD STACK_OVERFLOW", "SEGV");
+        dRows.emplace_back("stack small8", "C00000FD STACK_OVERFLOW", "SEGV");
+    }
 #ifndef __SANITIZE_THREAD__   // its own handler runs first and misaligns
     dRows.emplace_back("misaligned", "80000002 DATATYPE_MISALIGNMENT", "BUS");
 #endif
@@ -81,7 +87,8 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
         dRows.emplace_back("bound", "C000008C ARRAY_BOUNDS_EXCEEDED", "SEGV");
     }
     for (char const * szArguments : { "read", "write thread", "read worker", "wild", "read locked", "read lockedbeside",
-             "read two", "read callbackfaults", "read callbackhangs", "read otherscase" })
+             "read two", "read small8", "read small16", "readdeep", "read nodescriptors", "read moved",
+             "read callbackfaults", "read callbackhangs", "read otherscase" })
     {
         dRows.emplace_back(szArguments, "C0000005 ACCESS_VIOLATION", "SEGV");
     }
@@ -97,8 +104,27 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
         EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!\nCall stack functions:\n"));
         EXPECT_THAT(Crash.sOutput, ContainsRegex("log closed\n(.*\n)*former handler\n"));
         EXPECT_THAT(Crash.sLog, HasSubstr("\tCrash log saved at /"));
+        EXPECT_THAT(Crash.sOutput, HasSubstr("Crash log saved at /"));
         EXPECT_THAT(Crash.sLog, HasSubstr("\tCall stack functions:\n\n"));
         EXPECT_LT(Crash.tSeconds, 15.0);
+    }
+}
+
+TEST_F(CrashReport, IsWholeBeforeAKeyAtTheTerminalsPromptActs)
+{
+    // What is typed, and the signal that ends or stops the process.
+    for (auto const & [szTyped, iSignal] :
+        Rows_t<char const *, int>{ { "\n", SIGSEGV }, { "\x03", SIGINT }, { "\x1C", SIGQUIT }, { "\x1A", SIGTSTP } })
+    {
+        TempFolder_c const Folder;
+        std::string const sCommand =
+            "cd '" + Folder.GetPath() + "' && exec " TEST_EMULATOR "'" CRASHER_PATH "' read ''";
+        Result_s const Result = RunOnTerminal([&] { return RunInForeground(sCommand); }, szTyped, "(O)k* ? ");
+        EXPECT_EQ(Result.iStatus, iSignal) << Result.sOutput;
+        EXPECT_THAT(Result.sOutput, ContainsRegex("Crash log saved at /.*rpt\r\n"));
+        Crash_t Crash;
+        ReadReports(Folder, Crash);
+        EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION"));
     }
 }
 
@@ -117,6 +143,7 @@ TEST_F(CrashReport, EndsASilentProcessAfterTheFirstCallStack)
     {
         Crash_t const Crash = RunAlone(szFault);
         EXPECT_EQ(Crash.iStatus, 1);
+        EXPECT_THAT(Crash.sOutput, ContainsRegex("Crash log saved at /.*rpt\n"));
         EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!\nCall stack functions:"));
         EXPECT_THAT(Crash.sReport, ContainsRegex("\r\nCall stack:\r\n.*SourceFile\r\n(.*\r\n)+$"));
         EXPECT_THAT(Crash.sReport, Not(HasSubstr("disassembly")));
@@ -133,6 +160,8 @@ TEST_F(CrashReport, GoesOnWithoutAFileWithAFullDiskAndWithoutCode)
     Crash_t const NoFolder = RunAlone("read nofolder");
     EXPECT_EQ(NoFolder.nReports, 0);
     EXPECT_EQ(NoFolder.sSignal, "SEGV");
+    EXPECT_THAT(NoFolder.sLog, ContainsRegex("\tNo crash log saved: /.*/gone//CrashReport_.*rpt can't be written\n"));
+    EXPECT_THAT(NoFolder.sLog + NoFolder.sOutput, Not(HasSubstr("Crash log saved")));
     EXPECT_THAT(NoFolder.sOutput, ContainsRegex("Call stack functions:\n(.*\n)*log closed\nformer handler\n"));
     Crash_t const Full = RunAlone("read full");
     EXPECT_EQ(Full.sReport.size(), 300u);
@@ -189,7 +218,7 @@ TEST_F(CrashReport, NamesFunctionsLinesAndVariables)
 
 TEST_F(CrashReport, KnowsWhatWasAccessedAndTheStackThatItHappenedOn)
 {
-    // The stack has 8 MB by default, of which a recursion leaves less than 128 KB and a plain fault uses less than that.
+    // The stack has 8 MB by default. A recursion leaves less than 128 KB of it, and a plain fault uses less than that.
     char const FULL[] = "(8[23]|7[89])[0-9]{5} of 8[0-9]{6} bytes from here\n",
                LITTLE[] = "[0-9]{1,5} of 8[0-9]{6} bytes from here\n";
     for (auto const & [szArguments, szFacts, szStack] :

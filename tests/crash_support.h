@@ -14,16 +14,9 @@ struct Crash_t : Result_s
     double tSeconds = 0.0;
 };
 
-/// Runs the crasher in a folder, with a symbol helper.
-inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments, std::string const & sHelper,
-    std::string const & sProgram = CRASHER_PATH)
+/// Adds the reports and details in a folder.
+inline void ReadReports(TempFolder_c const & Folder, Crash_t & Crash)
 {
-    auto const tStart = std::chrono::steady_clock::now();
-    std::string const sCommand = "cd '" + Folder.GetPath() + "' && exec " TEST_EMULATOR "'" + sProgram + "' "
-                                 + sArguments + " '" + sHelper + "' > out 2>&1 < /dev/null";
-    Crash_t Crash{ RunShell(sCommand) };
-    Crash.tSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
-    Crash.sOutput = Folder.Read("out");
     for (auto const & Entry : fs::recursive_directory_iterator(Folder.GetPath()))
     {
         bool const bRegular = Entry.symlink_status().type() == fs::file_type::regular;
@@ -38,6 +31,19 @@ inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments
             Crash.sDetails += Folder.Read(sName);
         }
     }
+}
+
+/// Runs the crasher in a folder, with a symbol helper.
+inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments, std::string const & sHelper,
+    std::string const & sProgram = CRASHER_PATH)
+{
+    auto const tStart = std::chrono::steady_clock::now();
+    std::string const sCommand = "cd '" + Folder.GetPath() + "' && exec " TEST_EMULATOR "'" + sProgram + "' "
+                                 + sArguments + " '" + sHelper + "' > out 2>&1 < /dev/null";
+    Crash_t Crash{ RunShell(sCommand) };
+    Crash.tSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
+    Crash.sOutput = Folder.Read("out");
+    ReadReports(Folder, Crash);
     Crash.sLog = Folder.Read("message.log") + Folder.Read("mixed/message.log");
     return Crash;
 }

@@ -165,7 +165,7 @@ Result_s RunTool(std::string const & sArguments)
     return RunShell(TEST_EMULATOR ZQTOOL_PATH " " + sArguments + " 2>&1");
 }
 
-Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & sTyped)
+Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & sTyped, std::string const & sAwaited)
 {
     int iTerminal = -1;
     pid_t const iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
@@ -173,15 +173,41 @@ Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & s
     {
         _exit(fnRun());
     }
-    EXPECT_EQ(write(iTerminal, sTyped.data(), sTyped.size()), static_cast<ssize_t>(sTyped.size()));
     std::string sShown;
     char dBlock[256];
-    for (ssize_t nRead = 0; (nRead = read(iTerminal, dBlock, sizeof dBlock)) > 0;)
+    bool bTyped = false;
+    for (ssize_t nRead = 0; nRead >= 0;)
     {
-        sShown.append(dBlock, static_cast<std::size_t>(nRead));
+        if (!bTyped && sShown.ends_with(sAwaited))
+        {
+            bTyped = true;
+            EXPECT_EQ(write(iTerminal, sTyped.data(), sTyped.size()), static_cast<ssize_t>(sTyped.size()));
+        }
+        nRead = read(iTerminal, dBlock, sizeof dBlock);
+        sShown.append(dBlock, static_cast<std::size_t>(std::max<ssize_t>(nRead, 0)));
     }
     close(iTerminal);
     return { StatusOfChild(iChild), sShown };
+}
+
+int RunInForeground(std::string const & sCommand)
+{
+    pid_t const iChild = fork();
+    if (iChild == 0)
+    {
+        std::signal(SIGTTOU, SIG_IGN);
+        setpgid(0, 0);
+        tcsetpgrp(STDIN_FILENO, getpid());
+        execl("/bin/sh", "sh", "-c", sCommand.c_str(), nullptr);
+        _exit(127);
+    }
+    int iStatus = 0;
+    waitpid(iChild, &iStatus, WUNTRACED);
+    if (WIFSTOPPED(iStatus))
+    {
+        KillChild(iChild);
+    }
+    return WIFSTOPPED(iStatus) ? WSTOPSIG(iStatus) : WIFSIGNALED(iStatus) ? WTERMSIG(iStatus) : 0;
 }
 
 void LogToStandardError()

@@ -34,11 +34,13 @@ namespace
 
     wchar_t g_wszFolder[WIDE_PATH_SIZE];
     wchar_t g_wszLogFile[WIDE_PATH_SIZE];
+    char g_szFolder[WIDE_PATH_UTF8_SIZE];   // g_wszFolder, absolute
     plat::FaultFilter_t g_fnFormer = nullptr;
 
     // Of the report that is being written.
     plat::RawFile_t g_hReport = nullptr;
     char g_szReport[PATH_SIZE];   // its path
+    bool g_bLost = false;         // some of it could not be written
     bool g_bWriting = false;
     constinit plat::Symbols_c g_Symbols;
     char g_szDialog[LINE_SIZE];
@@ -76,32 +78,74 @@ namespace
 
     // Makes the path from folder and local time. szMore distinguishes reports of the same second. A path that does not
     // fit becomes empty.
-    void ReportPath(char * szPath, char const * szMore)
+    void MakeReportPath(char const * szMore)
     {
-        plat::Utf8FromWide(szPath, PATH_SIZE, g_wszFolder);
-        std::size_t const nFolder = std::strlen(szPath);
         plat::LocalTime_t const Time = plat::LocalTimeByKept();
-        int const nName = std::snprintf(szPath + nFolder, PATH_SIZE - nFolder, "/CrashReport_%d.%d.%d__%d_%d_%d%s.rpt",
+        int const nPath = std::snprintf(g_szReport, PATH_SIZE, "%s/CrashReport_%d.%d.%d__%d_%d_%d%s.rpt", g_szFolder,
             Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond, szMore);
-        if (nFolder + static_cast<std::size_t>(nName) >= PATH_SIZE)
+        if (static_cast<std::size_t>(nPath) >= PATH_SIZE)
         {
-            szPath[0] = '\0';
+            g_szReport[0] = '\0';
         }
     }
 
     // Opens the report's file. A name in use by anything but an earlier report of this user is left alone; an
     // unpredictable name is tried instead.
-    void OpenReport(char * szPath)
+    void OpenReport()
     {
         constexpr int TRIES = 16;
         char szMore[16] = "";
         bool bTaken = true;
         for (int i = 0; i < TRIES && bTaken; ++i)
         {
-            ReportPath(szPath, szMore);
-            g_hReport = plat::RawMakePrivate(szPath, bTaken);
+            MakeReportPath(szMore);
+            g_hReport = plat::RawMakePrivate(g_szReport, bTaken);
             std::snprintf(szMore, sizeof szMore, "_%08" PRIx32, static_cast<std::uint32_t>(plat::GoodClockTicks()));
         }
+    }
+
+    // Logs what became of the report, and prints it for a person at the terminal. The dialog's text does not say it.
+    void Announce(char const * szBefore, char const * szPath = "", char const * szAfter = "")
+    {
+        Guarded(ExceptionReport_c::HOST_LIMIT, [=] { LogEscaped("%s%s%s", szBefore, szPath, szAfter); });
+        Guarded(ExceptionReport_c::HOST_LIMIT,
+            [=]
+            {
+                char szLine[LINE_SIZE];
+                Text_c Line(szLine, sizeof szLine);
+                Line.Add("%s", szBefore);
+                Line.AddShown(szPath);
+                Line.Add("%s", szAfter);
+                plat::DialogPrintLine(Line.Get());
+            });
+    }
+
+    void OpenAndAnnounce()
+    {
+        if (plat::ProcessIsSecure())
+        {
+            Announce("No crash log saved: this process has rights that its caller lacks");
+            return;
+        }
+        Guarded(ExceptionReport_c::HOST_LIMIT, KeepLogTail);
+        OpenReport();
+        if (g_hReport)
+        {
+            Announce("Crash log saved at ", g_szReport);
+        }
+        else if (g_szReport[0])
+        {
+            Announce("No crash log saved: ", g_szReport, " can't be written");
+        }
+        else
+        {
+            Announce("No crash log saved: the name of its folder is too long");
+        }
+    }
+
+    void NoteLoss(bool bWritten)
+    {
+        g_bLost = g_bLost || (g_hReport && !bWritten);
     }
 
     void WriteFault(plat::FaultRecord_t const & Record)
@@ -189,12 +233,13 @@ namespace
         }
     }
 
-    // Reports the stack through the host's code. If a step faults or hangs, only that step is lost.
-    void ReportStack(plat::FaultPointers_t const & Fault)
+    // Reports the stack through the host's code. If a step faults or hangs, only that step is lost. Ends a silent
+    // process.
+    void ReportStack(bool bSilent)
     {
         constexpr unsigned LIMIT = ExceptionReport_c::HOST_LIMIT;
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(false, false); });
-        if (!g_silentMode)
+        if (!bSilent)
         {
             Guarded(plat::DialogIsAttended() ? 0 : LIMIT,
                 []
@@ -205,10 +250,9 @@ namespace
         }
         Guarded(LIMIT, LogDialogText);
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(true, false); });
-        if (g_silentMode)
+        if (bSilent)
         {
-            WriteDetails(g_Symbols, Fault, g_szReport);
-            plat::DialogPrint("TARNWELL SADLY REPORTS: Program has crashed!", g_szDialog);
+            Guarded(LIMIT, [] { plat::DialogPrint("TARNWELL SADLY REPORTS: Program has crashed!", g_szDialog); });
             plat::FaultExit(1);
         }
     }
@@ -224,17 +268,28 @@ namespace
         ExceptionReport_c::CrashLog("\r\n");
     }
 
+    // Writes everything before the host's code runs and a person is asked, because either may end the process. In silent
+    // mode the report ends with the first call stack.
     void WriteReport(plat::FaultPointers_t const & Fault)
     {
         constexpr unsigned LIMIT = ExceptionReport_c::REPORT_LIMIT;
+        bool const bSilent = g_silentMode;
         g_szDialog[0] = '\0';
-        if (Guarded(LIMIT, [&Fault] { WriteHead(Fault); }))
+        bool const bHead = Guarded(LIMIT, [&Fault] { WriteHead(Fault); });
+        if (bHead && !bSilent)
         {
-            ReportStack(Fault);
             Guarded(LIMIT, [&Fault] { WriteRest(Fault); });
         }
         WriteDetails(g_Symbols, Fault, g_szReport);
         Guarded(LIMIT, [] { g_Symbols.Stop(); });
+        if (g_bLost)
+        {
+            Announce("Crash log incomplete: ", g_szReport, " can't be written");
+        }
+        if (bHead)
+        {
+            ReportStack(bSilent);
+        }
     }
 }
 
@@ -255,7 +310,12 @@ void ExceptionReport_c::SetLogFileName(wchar_t const * sFolder, wchar_t const * 
 {
     CopyWidePath(g_wszFolder, sFolder);
     CopyWidePath(g_wszLogFile, sName);
+    wchar_t wszAbsolute[WIDE_PATH_SIZE];
+    CopyWidePath(wszAbsolute, sFolder);
+    plat::ProcessMakeAbsolute(wszAbsolute, WIDE_PATH_SIZE);
+    plat::Utf8FromWide(g_szFolder, sizeof g_szFolder, wszAbsolute);
     plat::LocalTimeKeep();
+    plat::FaultReserveDescriptors();
 }
 
 void ExceptionReport_c::SetSymbolHelper(char const * szPath)
@@ -289,16 +349,9 @@ wchar_t const * ExceptionReport_c::GetLogFileName() const
 
 long ExceptionReport_c::UnhandledExceptionFilter(plat::FaultPointers_t const * pFault)
 {
-    if (plat::ProcessIsSecure())
-    {
-        Guarded(HOST_LIMIT, [] { Log("No crash log saved: this process has rights that its caller lacks"); });
-    }
-    else
-    {
-        Guarded(HOST_LIMIT, KeepLogTail);
-        OpenReport(g_szReport);
-        Guarded(HOST_LIMIT, [] { LogEscaped("Crash log saved at %s", g_szReport); });
-    }
+    g_szReport[0] = '\0';
+    g_bLost = false;
+    OpenAndAnnounce();
     g_bWriting = true;
     WriteReport(*pFault);
     g_bWriting = false;
@@ -319,7 +372,7 @@ int ExceptionReport_c::CrashLog(char const * fmt, ...)
     {
         return 0;
     }
-    plat::RawWrite(g_hReport, szLine, nLine);
+    NoteLoss(plat::RawWrite(g_hReport, szLine, nLine));
     return static_cast<int>(nLine);
 }
 
@@ -396,16 +449,19 @@ char const * exceptionreport::FaultName(std::uint32_t nCode)
 
 void exceptionreport::WriteText(Text_c const & Text)
 {
-    WriteTextTo(g_hReport, Text.Get());
+    NoteLoss(WriteTextTo(g_hReport, Text.Get()));
 }
 
-void exceptionreport::WriteTextTo(plat::RawFile_t hFile, char const * szText)
+bool exceptionreport::WriteTextTo(plat::RawFile_t hFile, char const * szText)
 {
+    bool bWritten = true;
     while (*szText != '\0')
     {
         char szShown[2 * LINE_SIZE];   // almost always holds the whole text
-        plat::RawWrite(hFile, szShown, plat::TextEscape(szShown, sizeof szShown, szText, plat::Controls_e::Layout));
+        std::size_t const nShown = plat::TextEscape(szShown, sizeof szShown, szText, plat::Controls_e::Layout);
+        bWritten = plat::RawWrite(hFile, szShown, nShown) && bWritten;
     }
+    return bWritten;
 }
 
 void ExceptionInit() {}

@@ -1,8 +1,9 @@
 // cexceptionreport.h: the report of a crash.
 //
 // A fault that nothing handles leaves a text file, CrashReport_*.rpt. The file says what faulted, where, with which
-// registers, on which call stack, what the code around it was and what the locals of every frame held. Then a dialog
-// shows the call stack, the main log gets a copy and is closed, and the previous fault filter gets the fault.
+// registers, on which call stack, what the code around it was and what the locals of every frame held. The main log and
+// standard error get the file's path, or the reason why there is no file. When the file is whole, a dialog shows the
+// call stack, the main log gets a copy and is closed, and the previous fault filter gets the fault.
 // docs/formats.md describes the file.
 //
 // The file is private to its user. Its name comes from the second:
@@ -12,13 +13,13 @@
 //   writes no file, looks up no names and logs one line that says so.
 //
 // Ownership: the only instance hooks the faults from load to unload.
-// Threads: the thread that faulted writes the report, on its alternate stack. A second thread that faults meanwhile
-// waits for the end and passes its fault on without a report.
-// Cost: none before a crash. A report allocates nothing from the heap and waits for no lock. Its buffers are static, on
-// the alternate stack or pages of the system. A call stack shows the innermost 256 frames and says how many are left
-// out.
+// Threads: the thread that faulted writes the report, on a stack of the library's. A second thread that faults
+// meanwhile waits for the end and passes its fault on without a report.
+// Cost: none before a crash but a few descriptors, for a process that uses up its own. A report allocates nothing from
+// the heap and waits for no lock. Its buffers are static, on that stack or pages of the system. A call stack shows the
+// innermost 256 frames and says how many are left out.
 // Failure: what can't be read is left out. A fault inside a part ends the report.
-// - the parts before and after the dialog end after REPORT_LIMIT each, wherever they hang.
+// - the parts up to the first call stack and after it end after REPORT_LIMIT each, wherever they hang.
 // - a step into the host's code (listeners, a dialog that nobody can answer) ends after HOST_LIMIT, or when it faults.
 //   A dialog that somebody can answer has no limit.
 // - without the symbol helper, names, lines and variables are missing.
@@ -50,10 +51,10 @@ public:
     ExceptionReport_c(ExceptionReport_c const &) = delete;
     ExceptionReport_c & operator=(ExceptionReport_c const &) = delete;
 
-    /// Sets the folder of the reports and the log's name, each cut at 1023 characters and not null. A relative folder
-    /// counts from the current folder at the crash. Empty at start: reports then go to the root. Also reads the
-    /// difference from UTC for the names of reports, which carry local time: a later change to or from summer time is
-    /// not seen.
+    /// Sets the folder of the reports and the log's name, each cut at 1023 characters. A relative folder counts from
+    /// the current folder at this call. Empty at start: reports then go to the root. Also reads the difference from UTC
+    /// for the names of reports, which carry local time: a later change to or from summer time is not seen. Opens the
+    /// descriptors for a crash again if the host has closed them.
     ZQ_API void SetLogFileName(wchar_t const * sFolder, wchar_t const * sName);
 
     /// Sets the log's name to the executable's path, with RPT in place of the three characters after its first dot,

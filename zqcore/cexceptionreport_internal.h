@@ -67,8 +67,8 @@ namespace exceptionreport
     /// for the disk, so the text should be a whole line or more.
     void WriteText(Text_c const & Text);
 
-    /// The same to another file.
-    void WriteTextTo(plat::RawFile_t hFile, char const * szText);
+    /// The same to another file. Returns false if not all of it was written.
+    bool WriteTextTo(plat::RawFile_t hFile, char const * szText);
 
     /// Returns the name or the text of a fault's code.
     char const * FaultName(std::uint32_t nCode);

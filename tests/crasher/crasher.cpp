@@ -16,6 +16,7 @@
 #include "platform/dialog.h"
 #include "platform/faults.h"
 #include "platform/process.h"
+#include "platform/stack.h"
 #include "platform/threads.h"
 
 #include <atomic>
@@ -30,6 +31,7 @@
 #include <stdexcept>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
@@ -141,6 +143,34 @@ namespace
         return n < 0 ? 0 : Recurse(n + 1) + dFrame[0];
     }
 
+    // Calls with little of the stack left, and without an alternate stack.
+    __attribute__((noinline)) void CallDeep(void (*fnCall)())
+    {
+        constexpr std::size_t LITTLE = 10000;
+        char volatile dFrame[1000];
+        dFrame[0] = 0;
+        if (plat::StackLeft() > LITTLE)
+        {
+            CallDeep(fnCall);
+        }
+        else
+        {
+            stack_t const None = { nullptr, SS_DISABLE, 0 };
+            sigaltstack(&None, nullptr);
+            fnCall();
+        }
+        static_cast<void>(dFrame[0]);
+    }
+
+    // Sets an alternate stack as other runtimes do, with no access below it.
+    void SetSmallStack(std::size_t nBytes)
+    {
+        auto * const pMemory = static_cast<char *>(mmap(nullptr, 65536, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        stack_t const Stack = { pMemory + 65536 - nBytes, 0, nBytes };
+        mprotect(Stack.ss_sp, nBytes, PROT_READ | PROT_WRITE);
+        sigaltstack(&Stack, nullptr);
+    }
+
     void ReadBehindEnd()
     {
         int const hFile = open("short", O_RDWR | O_CREAT, 0600);
@@ -208,6 +238,8 @@ namespace
         { "misaligned", PLAIN, [] { MisalignWithFlags(0x40000); } },
         { "throw", HEAP, [] { throw std::runtime_error("what\x1B\nit says"); } },
         { "throwint", HEAP, [] { throw 5; } },
+        { "readdeep", HEAP, [] { CallDeep([] { ReadNowhere(5, "second"); }); } },
+        { "throwdeep", HEAP, [] { CallDeep([] { throw std::runtime_error("deep"); }); } },
         { "abort", PLAIN, [] { std::abort(); } },
         { "pure", HEAP, [] { Pure_s const Object; } },
     };
@@ -290,6 +322,22 @@ namespace
         setrlimit(RLIMIT_FSIZE, &Limit);
     }
 
+    void UseUpDescriptors()
+    {
+        rlimit const Limit = { 64, 64 };
+        setrlimit(RLIMIT_NOFILE, &Limit);
+        while (dup(STDIN_FILENO) >= 0)
+        {}
+    }
+
+    // The report's folder is relative when it is set, and another folder is the current one at the crash.
+    void MoveElsewhere()
+    {
+        g_ExceptionReport.SetLogFileName(L"./", L"message.log");
+        mkdir("elsewhere", 0700);
+        [[maybe_unused]] int const iMoved = chdir("elsewhere");
+    }
+
     void PrintAutoName()
     {
         g_ExceptionReport.SetReportFileAutoName();
@@ -365,6 +413,11 @@ namespace
         { "facts", [] { g_bFacts = true; } },
         { "silent", [] { g_silentMode = true; } },
         { "alone", [] { SetFormer(nullptr); } },
+        { "small8", [] { SetSmallStack(8192); } },
+        { "small16", [] { SetSmallStack(16384); } },
+        { "nodescriptors", UseUpDescriptors },
+        { "moved", MoveElsewhere },
+        { "unjoined", [] { std::thread(Fault).join(); } },
         { "autoname", PrintAutoName },
         { "full", LimitFiles },
         { "nofolder", [] { LogSetFile(L"./gone/", L"message.log"), rmdir("gone"); } },
