@@ -486,7 +486,8 @@ namespace plat
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack)
     {
         Mapping_t Mapping;
-        if (!WritableAbove(Context.nSp, Mapping) || Mapping.Start > Context.nSp + LARGEST_FRAME)
+        bool const bFound = WritableAbove(Context.nSp, Mapping);
+        if (!bFound || (Mapping.Start > Context.nSp && Mapping.Start - Context.nSp > LARGEST_FRAME))
         {
             return false;
         }
