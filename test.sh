@@ -7,12 +7,8 @@ cd "$(dirname "$0")"
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(release asan)
 
-packages=(cmake ninja-build g++ libdw-dev googletest)
-<<<<<<< HEAD
-packages+=(binutils chromium-headless-shell git libzydis-dev python3 valgrind)   # for single tests
-=======
-packages+=(binutils chromium-headless-shell dwz gdb git python3 valgrind)   # for single tests
->>>>>>> 784f765 (zqsymbols: an index file, one scan a unit, units in parts, more values)
+packages=(cmake ninja-build g++ libcli11-dev libdw-dev nlohmann-json3-dev googletest)
+packages+=(binutils chromium-headless-shell dwz gdb git libzydis-dev python3 valgrind)   # for single tests
 case " ${presets[*]} " in *" i386"*) packages+=(g++-multilib) ;; esac
 case " ${presets[*]} " in *" i386-emulated "*) packages+=(qemu-user) ;; esac
 .ci/need "${packages[@]}"

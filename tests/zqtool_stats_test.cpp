@@ -1,4 +1,4 @@
-#include "tests/test_support.h"
+#include "tests/browser_support.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cprofile.h"
 
@@ -255,28 +255,17 @@ class ZqtoolStatsBrowser : public ZqtoolStats
 protected:
     void SetUp() override
     {
-        m_sBrowser = RunShell("command -v chromium-headless-shell chromium google-chrome | head -n 1").sOutput;
-        SKIP_IF(m_sBrowser.empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
-        m_sBrowser.pop_back();
+        SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
         ASSERT_EQ(Run(Sample(), " --html " + m_Folder.Join("page.html")).iStatus, 0);
         m_sPage = m_Folder.Read("page.html");
     }
 
-    // The browser's document after the page's script and then the given lines have run.
     std::string Load(std::string const & sAddress, std::string const & sScript = "")
     {
-        std::string const sFile = m_Folder.Write("test.html", m_sPage + "<script>" + sScript + "</script>");
-        Result_s const Result =
-            RunShell("timeout 60 " + m_sBrowser
-                     + " --headless --no-sandbox --disable-gpu --window-size=1200,900 --user-data-dir="
-                     + m_Folder.Join("profile") + " --virtual-time-budget=3000 --dump-dom 'file://" + sFile + sAddress
-                     + "' 2>&1");
-        EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
-        EXPECT_THAT(Result.sOutput, HasSubstr("<html lang=\"en\" data-ready=\"1\""));
-        return Result.sOutput;
+        return BrowserDocument(m_Folder, m_sPage, sScript, sAddress);
     }
 
-    std::string m_sBrowser, m_sPage;
+    std::string m_sPage;
 };
 
 TEST_F(ZqtoolStatsBrowser, ThePageShowsTheFilesFigures)

@@ -1,23 +1,22 @@
 // command.h: the subcommands of zqtool. Each has its own source file and a row in the table of main.cpp.
 #pragma once
 
-#include <string>
-#include <vector>
+#include <functional>
 
-/// The arguments after the subcommand's name.
-using Arguments_t = std::vector<std::string>;
-
-struct Command_t
+namespace CLI
 {
-    char const * szName;
-    char const * szUsage;   // its arguments, as the help shows them
-    char const * szPurpose;
-    int (*fnRun)(Arguments_t const & dArguments);   // returns the exit status: 0 done, 1 failed, EXIT_USAGE
-};
+    class App;
+}
 
-/// Exit status for wrong arguments. zqtool then prints the usage.
-constexpr int EXIT_USAGE = 2;
+/// Runs a subcommand after its arguments were read. Returns the exit status.
+using CommandRun_t = std::function<int()>;
 
-int RunDisasm(Arguments_t const & dArguments);
-int RunMemory(Arguments_t const & dArguments);
-int RunStats(Arguments_t const & dArguments);
+/// Exit statuses.
+constexpr int EXIT_DONE = 0;
+constexpr int EXIT_FOUND = 1;   // something is damaged, or could not be read or written
+constexpr int EXIT_USAGE = 2;   // wrong arguments; zqtool then prints the usage
+
+/// Declare the arguments of a subcommand and return what runs it.
+CommandRun_t PrepareDisasm(CLI::App & App);
+CommandRun_t PrepareMemory(CLI::App & App);
+CommandRun_t PrepareStats(CLI::App & App);

@@ -1,10 +1,13 @@
 // zqtool disasm: lists raw bytes of x86 code, one instruction a line, like a crash report.
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/text.h"
 #include "zqcore/copcode.h"
 
+#include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 
 namespace
 {
@@ -21,36 +24,13 @@ namespace
         void WriteLine(char const * szLine) override { std::puts(szLine); }
     };
 
-    // Reads a hexadecimal number, with or without 0x.
-    bool ReadAddress(std::string const & sText, std::uint64_t & Address)
+    // Returns what is wrong with a hexadecimal number, with or without 0x; empty if nothing is.
+    std::string ReadAddress(std::string const & sText, std::uint64_t & Address)
     {
         char const * const pFirst = sText.c_str() + (sText.compare(0, 2, "0x") == 0 ? 2 : 0);
         char const * const pEnd = sText.c_str() + sText.size();
         auto const [pRest, eError] = std::from_chars(pFirst, pEnd, Address, 16);
-        return eError == std::errc() && pRest == pEnd;
-    }
-
-    bool ReadOptions(Arguments_t const & dArguments, Options_t & Options)
-    {
-        std::size_t i = 0;
-        for (; i + 2 < dArguments.size(); i += 2)
-        {
-            std::string const & sValue = dArguments[i + 1];
-            if (dArguments[i] == "--bits" && (sValue == "32" || sValue == "64"))
-            {
-                Options.eMode = sValue == "32" ? OPCODE_32_BIT : OPCODE_64_BIT;
-            }
-            else if (dArguments[i] != "--base" || !ReadAddress(sValue, Options.Base))
-            {
-                return false;
-            }
-        }
-        if (i + 1 != dArguments.size() || dArguments[i].compare(0, 2, "--") == 0)
-        {
-            return false;
-        }
-        Options.sFile = dArguments[i];
-        return true;
+        return eError == std::errc() && pRest == pEnd ? "" : sText + " is not a hexadecimal number";
     }
 
     bool ReadCode(std::string const & sFile, std::string & sCode)
@@ -63,32 +43,49 @@ namespace
         }
         return Stream.eof();
     }
+
+    int Run(Options_t const & Options)
+    {
+        std::string sCode;
+        if (!ReadCode(Options.sFile, sCode))
+        {
+            std::fprintf(stderr, "zqtool: can't read %s\n", Printable(Options.sFile).c_str());
+            return EXIT_FOUND;
+        }
+        auto const * const pCode = reinterpret_cast<unsigned char const *>(sCode.data());
+        for (std::size_t nDone = 0; nDone != sCode.size();)
+        {
+            CodeListing_c Listing(pCode + nDone, sCode.size() - nDone, Options.Base + nDone, Options.eMode);
+            if (Listing.Decode() == 0)
+            {
+                break;   // only prefixes are left
+            }
+            PrintSink_c Sink;
+            Listing.Write(Sink);
+            nDone += Listing.GetDecodedBytes();
+        }
+        return EXIT_DONE;
+    }
 }
 
-int RunDisasm(Arguments_t const & dArguments)
+CommandRun_t PrepareDisasm(CLI::App & App)
 {
-    Options_t Options;
-    if (!ReadOptions(dArguments, Options))
-    {
-        return EXIT_USAGE;
-    }
-    std::string sCode;
-    if (!ReadCode(Options.sFile, sCode))
-    {
-        std::fprintf(stderr, "zqtool: can't read %s\n", Options.sFile.c_str());
-        return 1;
-    }
-    auto const * const pCode = reinterpret_cast<unsigned char const *>(sCode.data());
-    for (std::size_t nDone = 0; nDone != sCode.size();)
-    {
-        CodeListing_c Listing(pCode + nDone, sCode.size() - nDone, Options.Base + nDone, Options.eMode);
-        if (Listing.Decode() == 0)
-        {
-            break;   // only prefixes are left
-        }
-        PrintSink_c Sink;
-        Listing.Write(Sink);
-        nDone += Listing.GetDecodedBytes();
-    }
-    return 0;
+    auto const pOptions = std::make_shared<Options_t>();
+    App.add_option_function<std::string>(
+           "--bits",
+           [pOptions](std::string const & sBits) { pOptions->eMode = sBits == "32" ? OPCODE_32_BIT : OPCODE_64_BIT; },
+           "mode of the processor, 32 or 64 (default)")
+        ->type_name("BITS")
+        ->check(CLI::IsMember({ "32", "64" }));
+    App.add_option("--base", "address of the first byte, hexadecimal; default 0")
+        ->type_name("ADDRESS")
+        ->each([pOptions](std::string const & sText) { ReadAddress(sText, pOptions->Base); })
+        ->check(
+            [](std::string const & sText)
+            {
+                std::uint64_t Ignored = 0;
+                return ReadAddress(sText, Ignored);
+            });
+    App.add_option("FILE", pOptions->sFile, "raw bytes of code")->type_name("")->required();
+    return [pOptions] { return Run(*pOptions); };
 }

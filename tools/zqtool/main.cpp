@@ -1,17 +1,28 @@
 // zqtool: shows the files that the library writes.
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/text.h"
+#include "zqcore/cversion.h"
 
+#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 namespace
 {
+    struct Command_t
+    {
+        char const * szName;
+        char const * szUsage;   // its arguments, as the list of all commands shows them
+        char const * szPurpose;
+        CommandRun_t (*fnPrepare)(CLI::App & App);
+    };
+
     constexpr Command_t COMMANDS[] = {
         { "disasm", "[--bits 32|64] [--base ADDRESS] FILE", "raw bytes of x86 code as a crash report lists them",
-            RunDisasm },
-        { "memory", "ALLOCATIONS.CSV [--html OUT]", "live memory by category and by source line", RunMemory },
+            PrepareDisasm },
+        { "memory", "ALLOCATIONS.CSV [--html OUT]", "live memory by category and by source line", PrepareMemory },
         { "stats", "FILE [--json OUT] [--html OUT] [--ticks-per-second N]",
-            "what the profiler measured: a tree of timers, trace events, a page with pictures", RunStats },
+            "what the profiler measured: a tree of timers, trace events, a page with pictures", PrepareStats },
     };
 
     // Returns a command's status, or that of a failure if its output could not be written whole.
@@ -22,29 +33,59 @@ namespace
             return iStatus;
         }
         std::fputs("zqtool: standard output took not all\n", stderr);
-        return 1;
+        return EXIT_FOUND;
     }
 
-    int Usage()
+    int Usage(char const * szWrong)
     {
-        std::fputs("usage:\n", stderr);
+        std::fprintf(stderr, "zqtool: %s\nusage:\n", Printable(szWrong).c_str());
         for (Command_t const & Command : COMMANDS)
         {
             std::fprintf(stderr, "  zqtool %s %s\n      %s\n", Command.szName, Command.szUsage, Command.szPurpose);
         }
         return EXIT_USAGE;
     }
+
+    bool IsCommand(std::string_view sWord)
+    {
+        return std::any_of(std::begin(COMMANDS), std::end(COMMANDS),
+            [sWord](Command_t const & Command) { return sWord == Command.szName; });
+    }
+
+    std::string VersionText()
+    {
+        return "zqtool " + std::to_string(ZQCORE_VERSION_MAJOR) + "." + std::to_string(ZQCORE_VERSION_MINOR) + "."
+               + std::to_string(ZQCORE_VERSION_PATCH);
+    }
 }
 
 int main(int argc, char ** argv)
 {
+    if (argc > 1 && argv[1][0] != '-' && !IsCommand(argv[1]))
+    {
+        return Usage((std::string("there is no command ") + argv[1]).c_str());
+    }
+    CLI::App App("Shows the files that ZQCore writes.", "zqtool");
+    App.require_subcommand(1);
+    App.set_version_flag("--version", VersionText());
+    CommandRun_t fnRun;
     for (Command_t const & Command : COMMANDS)
     {
-        if (argc > 1 && std::strcmp(argv[1], Command.szName) == 0)
-        {
-            int const iStatus = Command.fnRun(Arguments_t(argv + 2, argv + argc));
-            return iStatus == EXIT_USAGE ? Usage() : CheckOutput(iStatus);
-        }
+        CLI::App & Sub = *App.add_subcommand(Command.szName, Command.szPurpose);
+        Sub.callback([&fnRun, fnCommand = Command.fnPrepare(Sub)] { fnRun = fnCommand; });
     }
-    return Usage();
+    try
+    {
+        App.parse(argc, argv);
+        return CheckOutput(fnRun());
+    }
+    catch (CLI::Success const & Wanted)   // --help and --version
+    {
+        App.exit(Wanted);
+        return CheckOutput(EXIT_DONE);
+    }
+    catch (CLI::ParseError const & Error)
+    {
+        return Usage(Error.what());
+    }
 }

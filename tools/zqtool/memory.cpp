@@ -1,12 +1,15 @@
 // zqtool memory: lists live memory by category and by source line, from a report of MemoryLogAllocations.
 #include "tools/zqtool/allocationreport.h"
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/output.h"
 #include "tools/zqtool/text.h"
 #include "tools/zqtool/treemap.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 
 namespace
 {
@@ -86,7 +89,7 @@ namespace
             Holding.nBytes };
     }
 
-    bool WritePage(std::string const & sFile, AllocationReport_t const & Report)
+    void WritePage(std::ostream & Stream, AllocationReport_t const & Report)
     {
         std::vector<TreemapGroup_t> dGroups;
         for (Row_t const & Category : ByCategory(Report))
@@ -98,39 +101,47 @@ namespace
             Group.Whole = PartOf(Category);
             std::transform(dRows.begin(), dRows.end(), std::back_inserter(Group.dParts), PartOf);
         }
-        std::ofstream Stream(sFile, std::ios::binary);
         Stream << TreemapPage("Live memory: " + PartOf({ "", Report.Total() }).sNote, dGroups);
-        Stream.close();
-        return static_cast<bool>(Stream);
+    }
+
+    int Run(std::string const & sFile, std::string const & sPage)
+    {
+        std::ifstream Stream(sFile, std::ios::binary);
+        if (!Stream)
+        {
+            std::fprintf(stderr, "zqtool: can't open %s\n", Printable(sFile).c_str());
+            return EXIT_FOUND;
+        }
+        OutputFile_c Page;
+        if (!Page.Open(sPage, { sFile }))
+        {
+            return EXIT_FOUND;
+        }
+        AllocationReport_t Report;
+        bool bSound = ReadAllocationReport(Stream, Report,
+            [&](int iLine, std::string const & sText)
+            { std::fprintf(stderr, "%s(%i): %s\n", Printable(sFile).c_str(), iLine, Printable(sText).c_str()); });
+        Holding_t const Total = Report.Total();
+        PrintTable("category", ByCategory(Report), Total);
+        std::puts("");
+        PrintTable("source line", ByLine(Report), Total);
+        if (Page.IsWanted())
+        {
+            WritePage(Page.Get(), Report);
+            bSound = Page.Close() && bSound;
+        }
+        return bSound ? EXIT_DONE : EXIT_FOUND;
     }
 }
 
-int RunMemory(Arguments_t const & dArguments)
+CommandRun_t PrepareMemory(CLI::App & App)
 {
-    bool const bPage = dArguments.size() == 3 && dArguments[1] == "--html";
-    if (dArguments.size() != 1 && !bPage)
+    struct Options_s
     {
-        return EXIT_USAGE;
-    }
-    std::string const & sFile = dArguments[0];
-    std::ifstream Stream(sFile, std::ios::binary);
-    if (!Stream)
-    {
-        std::fprintf(stderr, "zqtool: can't open %s\n", sFile.c_str());
-        return 1;
-    }
-    AllocationReport_t Report;
-    bool bSound = ReadAllocationReport(Stream, Report,
-        [&](int iLine, std::string const & sText)
-        { std::fprintf(stderr, "%s(%i): %s\n", sFile.c_str(), iLine, Printable(sText).c_str()); });
-    Holding_t const Total = Report.Total();
-    PrintTable("category", ByCategory(Report), Total);
-    std::puts("");
-    PrintTable("source line", ByLine(Report), Total);
-    if (bPage && !WritePage(dArguments[2], Report))
-    {
-        std::fprintf(stderr, "zqtool: can't write %s\n", dArguments[2].c_str());
-        bSound = false;
-    }
-    return bSound ? 0 : 1;
+        std::string sFile, sPage;
+    };
+    auto const pOptions = std::make_shared<Options_s>();
+    App.add_option("FILE", pOptions->sFile, "report of MemoryLogAllocations")->type_name("")->required();
+    App.add_option("--html", pOptions->sPage, "write a treemap as one page")->type_name("OUT");
+    return [pOptions] { return Run(pOptions->sFile, pOptions->sPage); };
 }

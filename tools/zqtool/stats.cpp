@@ -2,16 +2,18 @@
 #include "platform/clock.h"
 
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/output.h"
 #include "tools/zqtool/statspage.h"
 #include "tools/zqtool/statstrace.h"
 #include "tools/zqtool/statstree.h"
 #include "tools/zqtool/text.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 
 namespace
@@ -23,50 +25,6 @@ namespace
         std::string sFile, sTrace, sPage;
         double fTicksPerSecond = 0;   // 0: that of this machine
     };
-
-    bool ReadRate(std::string const & sText, double & fRate)
-    {
-        auto const [pEnd, eError] = std::from_chars(sText.data(), sText.data() + sText.size(), fRate);
-        return eError == std::errc() && pEnd == sText.data() + sText.size() && fRate >= 1 && fRate <= 1e15;
-    }
-
-    std::optional<Options_s> ReadOptions(Arguments_t const & dArguments)
-    {
-        Options_s Options;
-        for (std::size_t i = 0; i < dArguments.size(); ++i)
-        {
-            std::string const & sWord = dArguments[i];
-            std::string * const pOut = sWord == "--json"   ? &Options.sTrace
-                                       : sWord == "--html" ? &Options.sPage
-                                                           : nullptr;
-            bool const bRate = sWord == "--ticks-per-second";
-            bool bGood = true;
-            if ((pOut || bRate) && ++i == dArguments.size())
-            {
-                return std::nullopt;
-            }
-            if (pOut)
-            {
-                bGood = pOut->empty() && !dArguments[i].empty();
-                *pOut = dArguments[i];
-            }
-            else if (bRate)
-            {
-                bGood = ReadRate(dArguments[i], Options.fTicksPerSecond);
-            }
-            else
-            {
-                bGood = Options.sFile.empty() && !sWord.starts_with("--");
-                Options.sFile = sWord;
-            }
-            if (!bGood)
-            {
-                return std::nullopt;
-            }
-        }
-        bool const bOneForBoth = !Options.sTrace.empty() && Options.sTrace == Options.sPage;
-        return Options.sFile.empty() || bOneForBoth ? std::nullopt : std::optional(Options);
-    }
 
     // Returns the rate of this machine's cycle counter, measured with its good clock for a twentieth of a second.
     double MeasureTicksPerSecond()
@@ -129,47 +87,6 @@ namespace
         PrintTree(Tree, fMilliseconds);
     }
 
-    // A file to write beside the printed tree, if requested.
-    struct Output_s
-    {
-        // Opens the file. Returns false on failure, or if it is the input file.
-        bool Open(std::string const & sName, std::string const & sFile)
-        {
-            sOut = sName;
-            std::error_code Ignored;
-            if (!sOut.empty() && std::filesystem::equivalent(sOut, sFile, Ignored))
-            {
-                std::fprintf(stderr, "zqtool: %s is the stats file itself\n", sOut.c_str());
-                return false;
-            }
-            if (!sOut.empty())
-            {
-                Stream.open(sOut, std::ios::binary);
-            }
-            return Check();
-        }
-
-        bool Close()
-        {
-            Stream.close();
-            return Check();
-        }
-
-        bool Check() const
-        {
-            if (!Stream)
-            {
-                std::fprintf(stderr, "zqtool: can't write %s\n", sOut.c_str());
-            }
-            return static_cast<bool>(Stream);
-        }
-
-        bool IsWanted() const { return !sOut.empty(); }
-
-        std::string sOut;
-        std::ofstream Stream;
-    };
-
     // Reads a file once, for all requested outputs.
     class StatsRun_c
     {
@@ -189,7 +106,7 @@ namespace
 
         Options_s const & m_Options;
         std::ifstream m_Stream;
-        Output_s m_TraceOut, m_PageOut;
+        OutputFile_c m_TraceOut, m_PageOut;
         StatsFacts_t m_Facts;
         std::size_t m_nMoreProblems = 0;   // beyond those in the facts
         StatsTree_c m_Tree;
@@ -205,7 +122,8 @@ namespace
             std::fprintf(stderr, "zqtool: can't open %s\n", m_Options.sFile.c_str());
             return false;
         }
-        return m_TraceOut.Open(m_Options.sTrace, m_Options.sFile) && m_PageOut.Open(m_Options.sPage, m_Options.sFile);
+        return m_TraceOut.Open(m_Options.sTrace, { m_Options.sFile })
+               && m_PageOut.Open(m_Options.sPage, { m_Options.sFile });
     }
 
     void StatsRun_c::Take(StatsBatch_t const & Batch, bool bWhole)
@@ -256,7 +174,7 @@ namespace
         }
         if (m_PageOut.IsWanted())
         {
-            m_Page.Write(m_PageOut.Stream, m_Facts, m_Tree);
+            m_Page.Write(m_PageOut.Get(), m_Facts, m_Tree);
             bWritten = m_PageOut.Close() && bWritten;
         }
         return bWritten;
@@ -269,7 +187,7 @@ namespace
         m_Facts.fTicksPerSecond = m_Facts.bMeasured ? MeasureTicksPerSecond() : m_Options.fTicksPerSecond;
         if (m_TraceOut.IsWanted())
         {
-            m_Trace.emplace(m_TraceOut.Stream, m_Facts.fTicksPerSecond);
+            m_Trace.emplace(m_TraceOut.Get(), m_Facts.fTicksPerSecond);
         }
         bool const bSound = ReadStatsFile(
             m_Stream, [this](StatsBatch_t const & Batch, bool bWhole) { Take(Batch, bWhole); },
@@ -280,13 +198,27 @@ namespace
     }
 }
 
-int RunStats(Arguments_t const & dArguments)
+CommandRun_t PrepareStats(CLI::App & App)
 {
-    std::optional<Options_s> const Options = ReadOptions(dArguments);
-    if (!Options)
+    auto const pOptions = std::make_shared<Options_s>();
+    App.add_option("FILE", pOptions->sFile, "stats file of the profiler")->type_name("")->required();
+    App.add_option("--json", pOptions->sTrace, "write trace events, which trace viewers load")->type_name("OUT");
+    App.add_option("--html", pOptions->sPage, "write a page with pictures")->type_name("OUT");
+    App.add_option(
+           "--ticks-per-second", pOptions->fTicksPerSecond, "rate of the cycle counter; default: this machine's")
+        ->type_name("N")
+        ->check(CLI::Range(1.0, 1e15));
+    App.parse_complete_callback(
+        [pOptions]
+        {
+            if (!pOptions->sTrace.empty() && pOptions->sTrace == pOptions->sPage)
+            {
+                throw CLI::ValidationError("--json and --html name the same file");
+            }
+        });
+    return [pOptions]
     {
-        return EXIT_USAGE;
-    }
-    StatsRun_c Run(*Options);
-    return Run.Open() && Run.Run() ? 0 : 1;
+        StatsRun_c Run(*pOptions);
+        return Run.Open() && Run.Run() ? EXIT_DONE : EXIT_FOUND;
+    };
 }

@@ -1,5 +1,6 @@
 #include "tools/zqtool/statspage.h"
 
+#include "tools/zqtool/page.h"
 #include "tools/zqtool/text.h"
 
 #include <algorithm>
@@ -76,7 +77,7 @@ namespace
                + ",\"worst\":" + Text(Summary.tWorst) + ",\"worstFrame\":" + std::to_string(Summary.iWorst) + "}";
     }
 
-    // Returns the page up to a marker such as <!--style-->; sRest keeps the rest.
+    // Returns the page up to a marker such as <!--head-->; sRest keeps the rest.
     std::string_view UpTo(std::string_view sMark, std::string_view & sRest)
     {
         std::size_t const iMark = sRest.find(sMark);
@@ -110,8 +111,7 @@ void StatsPage_c::Add(StatsBatch_t const & Batch, std::vector<int> const & dNode
 void StatsPage_c::Write(std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree) const
 {
     std::string_view sRest = STATS_PAGE_HTML;
-    Stream << UpTo("<!--title-->", sRest) << HtmlEscaped(Facts.sFile);
-    Stream << UpTo("<!--style-->", sRest) << "<style>\n" << STATS_PAGE_CSS << "</style>";
+    Stream << UpTo("<!--head-->", sRest) << PageHead(Facts.sFile, STATS_PAGE_CSS);
     Stream << UpTo("<!--data-->", sRest)
            << "<script id=\"data\" type=\"application/json\">{\"file\":" << JsonQuoted(Facts.sFile)
            << ",\"rate\":" << Text(Facts.fTicksPerSecond) << ",\"measured\":" << (Facts.bMeasured ? "true" : "false")

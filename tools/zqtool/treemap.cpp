@@ -1,10 +1,14 @@
 // Squarified treemaps after Bruls, Huizing and van Wijk, "Squarified Treemaps" (2000).
 #include "tools/zqtool/treemap.h"
 
+#include "tools/zqtool/page.h"
 #include "tools/zqtool/text.h"
 
 #include <algorithm>
 #include <cstdio>
+
+// Made by the build from treemap_page.css.
+extern char const TREEMAP_PAGE_CSS[];
 
 namespace
 {
@@ -102,12 +106,12 @@ namespace
         }
     }
 
-    void AppendArea(std::string & sPage, Area_s const & Area, std::string const & sFill, TreemapPart_t const & Part)
+    void AppendArea(std::string & sPage, Area_s const & Area, char const * szGroup, TreemapPart_t const & Part)
     {
         char szPlace[160];
-        std::snprintf(szPlace, sizeof szPlace, "<g><rect x='%.1f' y='%.1f' width='%.1f' height='%.1f' fill='", Area.x,
-            Area.y, Area.fWidth, Area.fHeight);
-        sPage += szPlace + sFill + "'/><title>" + HtmlEscaped(Part.sName + "\n" + Part.sNote) + "</title>";
+        std::snprintf(szPlace, sizeof szPlace, "%s><rect x='%.1f' y='%.1f' width='%.1f' height='%.1f'/>", szGroup,
+            Area.x, Area.y, Area.fWidth, Area.fHeight);
+        sPage += std::string(szPlace) + "<title>" + HtmlEscaped(Part.sName + "\n" + Part.sNote) + "</title>";
         AppendText(sPage, Area, Part.sName);
         sPage += "</g>\n";
     }
@@ -124,28 +128,44 @@ namespace
 
     void AppendGroup(std::string & sPage, Area_s const & Area, int iHue, TreemapGroup_t const & Group)
     {
-        std::string const sHue = "hsl(" + std::to_string(iHue);
-        AppendArea(sPage, Area, sHue + ",35%,78%)", Group.Whole);
+        sPage += "<g style='--hue:" + std::to_string(iHue) + "'>\n";
+        AppendArea(sPage, Area, "<g class='whole'", Group.Whole);
         double const fHead = std::min(HEAD, Area.fHeight / 2);
         Area_s const Inner = { Area.x + 1, Area.y + fHead, std::max(Area.fWidth - 2, 0.0),
             std::max(Area.fHeight - fHead - 1, 0.0) };
         std::vector<Area_s> const dAreas = Divide(Inner, SizesOf(Group.dParts));
         for (std::size_t i = 0; i < dAreas.size(); ++i)
         {
-            AppendArea(sPage, dAreas[i], sHue + ",55%,88%)", Group.dParts[i]);
+            AppendArea(sPage, dAreas[i], "<g", Group.dParts[i]);
         }
+        sPage += "</g>\n";
+    }
+
+    // The same as text, for readers who do not see the picture.
+    std::string ListOf(std::vector<TreemapGroup_t> const & dGroups)
+    {
+        auto const TextOf = [](TreemapPart_t const & Part) { return HtmlEscaped(Part.sName + ": " + Part.sNote); };
+        std::string sList = "<section class='list'>\n<h2>As a list</h2>\n";
+        for (TreemapGroup_t const & Group : dGroups)
+        {
+            sList += "<details><summary>" + TextOf(Group.Whole) + "</summary><ul>\n";
+            for (TreemapPart_t const & Part : Group.dParts)
+            {
+                sList += "<li>" + TextOf(Part) + "</li>\n";
+            }
+            sList += "</ul></details>\n";
+        }
+        return sList + "</section>\n";
     }
 }
 
 std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> const & dGroups)
 {
     constexpr int HUE_STEP = 137;   // neighbours get distant colours
-    std::string sPage =
-        "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>" + HtmlEscaped(sTitle)
-        + "</title>\n<style>body{font:14px sans-serif;margin:12px}svg{width:100%;height:auto}"
-          "text{font-size:11px;pointer-events:none}rect{stroke:#fff;stroke-width:1}g:hover>rect{stroke:#000}</style>"
-          "</head>\n<body><h1>"
-        + HtmlEscaped(sTitle) + "</h1>\n<svg viewBox='0 0 1200 760'>\n";
+    std::string sPage = PageHead(sTitle, TREEMAP_PAGE_CSS) + "<header><h1>" + HtmlEscaped(sTitle)
+                        + "</h1>\n<p>An area is as large as what it shows. The list below has the same figures.</p>"
+                          "</header>\n<main>\n<section class='map' tabindex='0' aria-label='Picture'>\n"
+                          "<svg viewBox='0 0 1200 760' role='img' aria-label='Treemap'>\n";
     std::vector<TreemapPart_t> dWholes;
     for (TreemapGroup_t const & Group : dGroups)
     {
@@ -156,5 +176,5 @@ std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> 
     {
         AppendGroup(sPage, dAreas[i], static_cast<int>(i) * HUE_STEP % 360, dGroups[i]);
     }
-    return sPage + "</svg></body></html>\n";
+    return sPage + "</svg>\n</section>\n" + ListOf(dGroups) + "</main>\n</body>\n</html>\n";
 }

@@ -1,0 +1,27 @@
+// output.h: a file that a command writes beside what it prints.
+#pragma once
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+class OutputFile_c
+{
+public:
+    /// Opens the file; an empty name is none. Returns false, and prints why, on failure or if it is one of the inputs.
+    bool Open(std::string const & sFile, std::vector<std::string> const & dInputs);
+
+    /// Writes the rest. Returns false, and prints why, if the file could not be written whole.
+    bool Close();
+
+    bool IsWanted() const { return !m_sFile.empty(); }
+
+    /// Returns the stream. Requires a name.
+    std::ostream & Get() { return m_Stream; }
+
+private:
+    bool Check() const;
+
+    std::string m_sFile;
+    std::ofstream m_Stream;
+};
