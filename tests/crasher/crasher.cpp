@@ -192,6 +192,11 @@ namespace
         *reinterpret_cast<int volatile *>(Address) = 1;
     }
 
+    [[gnu::always_inline]] inline void WriteInlined(std::uintptr_t Address)
+    {
+        *reinterpret_cast<int volatile *>(Address) = 1;
+    }
+
     void AddDenormals()
     {
         _mm_setcsr(_mm_getcsr() & ~0x100u);
@@ -209,6 +214,7 @@ namespace
     constexpr Fault_t FAULTS[] = {
         { "read", PLAIN, [] { ReadNowhere(5, "second"); } },
         { "write", PLAIN, [] { WriteTo(16); } },
+        { "inlined", PLAIN, [] { WriteInlined(16); } },
         { "wild", PLAIN, [] { WriteTo(UINTPTR_MAX / 3 * 2); } },
         { "call", PLAIN, [] { reinterpret_cast<void (*)()>(static_cast<std::intptr_t>(g_nZero))(); } },
         { "divide", PLAIN, [] { g_nZero = 10 / g_nZero; } },

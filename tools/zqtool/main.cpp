@@ -18,6 +18,8 @@ namespace
     };
 
     constexpr Command_t COMMANDS[] = {
+        { "crash", "[--symbols FOLDER] [--fold] [--html OUT] [--json] FILE...",
+            "crash reports: what happened, or any number of them by cause", PrepareCrash },
         { "disasm", "[--bits 32|64] [--base ADDRESS] FILE", "raw bytes of x86 code as a crash report lists them",
             PrepareDisasm },
         { "memory", "ALLOCATIONS.CSV [--html OUT]", "live memory by category and by source line", PrepareMemory },

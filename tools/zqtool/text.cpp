@@ -49,6 +49,16 @@ std::string Printable(std::string_view sText)
     return sOut;
 }
 
+std::string PrintableLine(std::string_view sText)
+{
+    std::string sOut;
+    for (char const c : sText)
+    {
+        sOut += c == '\t' ? std::string_view("    ") : std::string_view(&c, 1);
+    }
+    return Printable(sOut);
+}
+
 std::string HtmlEscaped(std::string_view sText)
 {
     std::string sOut;

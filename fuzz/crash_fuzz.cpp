@@ -1,0 +1,42 @@
+// crash_fuzz.cpp: a report and the details beside it of any bytes, divided by a line of dashes. What is printed of them
+// controls no terminal, and the JSON parses.
+#include "fuzz/fuzz_support.h"
+#include "tools/zqtool/crashcause.h"
+#include "tools/zqtool/crashjson.h"
+#include "tools/zqtool/crashprint.h"
+
+#include <nlohmann/json.hpp>
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
+{
+    std::string_view const sAll(reinterpret_cast<char const *>(pData), nSize);
+    std::size_t const iMark = sAll.find("\n----\n");
+    std::string const sReport(sAll.substr(0, iMark));
+    std::string const sDetails(iMark == sAll.npos ? std::string_view() : sAll.substr(iMark + 6));
+    std::size_t const nLines = static_cast<std::size_t>(std::count(sAll.begin(), sAll.end(), '\n')) + 1;
+    CrashComplain_t const fnComplain = [nLines](std::size_t iLine, std::string const & sText)
+    { Require(iLine <= nLines && !sText.empty()); };
+
+    std::vector<Crash_t> dReports = ReadCrashReport(sReport, fnComplain);
+    std::vector<Crash_t> dDetails = ReadCrashDetails(sDetails, fnComplain);
+    std::size_t const nReports = dReports.size(), nDetails = dDetails.size();
+    std::vector<Crash_t> dCrashes = JoinCrashes(std::move(dReports), std::move(dDetails));
+    Require(dCrashes.size() <= nReports + nDetails && dCrashes.size() >= std::max(nReports, nDetails));
+    CrashFold_c Fold;
+    for (Crash_t & Crash : dCrashes)
+    {
+        std::string const sShown = CrashText(Crash, false);
+        Require(sShown.find_first_of("\x1B\x7F\r\t") == sShown.npos);
+        auto const Parsed = nlohmann::json::parse(CrashJson(Crash));
+        Require(Parsed["thread"]["frames"].size() == Crash.Thread.dFrames.size());
+        Fold.Add(std::move(Crash));
+    }
+    std::size_t nFolded = 0;
+    for (CrashGroup_t const & Group : Fold.Take())
+    {
+        nFolded += Group.nCount;
+        Require(nlohmann::json::accept(CrashGroupJson(Group)));
+    }
+    Require(nFolded == dCrashes.size());
+    return 0;
+}

@@ -1,0 +1,373 @@
+#include "tests/browser_support.h"
+#include "tests/crash_support.h"
+
+#include <nlohmann/json.hpp>
+
+namespace
+{
+    using testing::ContainsRegex;
+    using testing::HasSubstr;
+    using testing::Not;
+    using Json_t = nlohmann::json;
+
+    constexpr char HEAD[] = "\nPROGRAM IS CRASHED!!!\r\nException code: C0000005 ACCESS_VIOLATION\r\n"
+                            "Fault address:  5566C95A4165 0F:00000105 /srv/game/game\r\n\r\nRegisters:\r\nEAX:0\r\n";
+    constexpr char STACK[] =
+        "\r\nCall stack:\r\nAddress   Frame     Function            SourceFile\r\n"
+        "5566C95A4165  7FFF0010  std::vector<int>::operator[]+1C   /usr/include/c++/12/vector(9): \r\n"
+        "5566C95A41CD  7FFF0020  (anonymous namespace)::operator+5E   /srv/game/a(1).cpp(22): if (a < b)\r\n"
+        "7F0000001234  7FFF0030  000C:00006CD9 /usr/lib/libc.so.6  \r\n"
+        "00000001  7FFF0040    \r\n";
+    constexpr char REST[] = "\nCrash code disassembly:\n\n; 13, x\n5566c95a4165: nop      <--------- FAULT!!!\n\n\n"
+                            "========================\r\nLocal Variables And Parameters\r\n";
+    constexpr char VARIABLES[] = "\tParameter 'Ship' Ship_t\r\n\t\t iHull = 1A\r\n\r\n\tLocal 'p' = 0\r\n\r\n\r\n";
+
+    std::string WithVariables()
+    {
+        std::string const sStack = STACK;
+        std::size_t const iThird = sStack.find("7F00");
+        return std::string(HEAD) + STACK + REST + sStack.substr(0, iThird) + VARIABLES + sStack.substr(iThird)
+               + "\r\n\r\n";
+    }
+
+    constexpr char DETAILS[] = R"(ZQCore crash details 1
+
+[Fault]
+code: C0000005 ACCESS_VIOLATION
+kind: write
+data: 00000010
+instruction: 5566C95A4165
+thread: 4711 "render \x1B[31m"
+
+[Frames]
+#0 5566C95A4165 libzqcore.so.0+165 Abort+1C
+    at zqcore/cdebug.cpp:7
+#1 5566C95A41CD my\x20game+1CD Ship_c::Hit [inlined]
+    at /srv/game/ship.h:9
+      8 | {
+    > 9 |     *p = 1;
+    parameter this: Ship_c * = 0x10
+    local Damage: Damage_t
+        .iHull: int = 26 (0x1A)
+    something new
+#2 5566C95A41CD my\x20game+1CD Game_c::Tick<int>+5E
+    at /srv/game/game.cpp:120
+... 7 frames left out ...
+#10 7F0000001234 libc.so.6+1234 ?
+#11 00000001 ? ?
+(cut: the limit of 5 s)
+
+[Later]
+#5 not for this reader
+
+[Threads]
+thread 4712 "audio", waits for g_csAsync
+#0 7F0000001250 libc.so.6+1250 futex_wait+2
+#1 5566C95A4200 my\x20game+200 Audio_c::Run+9
+    at /srv/game/audio.cpp:12
+
+[Modules]
+5566C95A4000-5566C95A5000 0123ABCD /srv/game/my game
+7F0000000000-7F0000100000 - /usr/lib/libc.so.6
+
+[Process]
+time: 2013-03-07T09:05:41.250+01:00
+command: "./game" "--fast"
+host: Robots v2.7
+memory:
+    4096 AI
+log:
+    | last words
+timers:
+    Application
+)";
+
+    // What zqtool prints of these details.
+    constexpr char SHOWN[] =
+        R"(write to address 0x10 in Abort, called from Ship_c::Hit (ship.h:9), thread 4711 "render \x1B[31m"
+FILE_details.txt, 2013-03-07 09:05:41, C0000005 ACCESS_VIOLATION
+
+Likely frame
+  > #1   Ship_c::Hit [inlined]  /srv/game/ship.h:9
+        8 | {
+      > 9 |     *p = 1;
+
+Stack
+    #0   Abort+1C  zqcore/cdebug.cpp:7
+  > #1   Ship_c::Hit [inlined]  /srv/game/ship.h:9
+    #2   Game_c::Tick<int>+5E  /srv/game/game.cpp:120
+    ... 7 frames left out ...
+    #10  libc.so.6+1234
+    #11  0x1
+
+Variables of frame 1
+    parameter this: Ship_c * = 0x10
+    local Damage: Damage_t
+      .iHull: int = 26 (0x1A)
+
+Other threads
+    4712 "audio", waits for g_csAsync: futex_wait, called from Audio_c::Run (audio.cpp:12)
+
+Process
+    time: 2013-03-07T09:05:41.250+01:00
+    command: "./game" "--fast"
+    host: Robots v2.7
+    modules: 2
+
+Memory, largest categories in bytes
+    4096 AI
+
+Open timers
+    Application
+
+Last lines of the log
+    last words
+
+Incomplete
+    [Frames]: the limit of 5 s
+)";
+
+    std::string Replaced(std::string sText, std::string const & sOld, std::string const & sNew)
+    {
+        std::size_t const iAt = sText.find(sOld);
+        EXPECT_NE(iAt, std::string::npos) << sOld;
+        return sText.replace(iAt, sOld.size(), sNew);
+    }
+
+    constexpr char STEM[] = "CrashReport_7.3.2013__9_5_41";
+}
+
+class ZqtoolCrash : public testing::Test
+{
+protected:
+    std::string WriteReport(std::string const & sText, std::string const & sStem = STEM)
+    {
+        return m_Folder.Write(sStem + ".rpt", sText);
+    }
+    std::string WriteDetails(std::string const & sText, std::string const & sStem = STEM)
+    {
+        return m_Folder.Write(sStem + "_details.txt", sText);
+    }
+
+    TempFolder_c const m_Folder;
+};
+
+TEST_F(ZqtoolCrash, ShowsTheDetails)
+{
+    std::string const sDetails = WriteDetails(DETAILS);
+    Result_s const Alone = RunTool("crash " + sDetails);
+    EXPECT_EQ(Alone.sOutput, Replaced(SHOWN, "FILE", m_Folder.Join(STEM)));
+    EXPECT_EQ(Alone.iStatus, 0);
+    std::string const sReport = WriteReport(std::string(HEAD) + STACK);
+    Result_s const Both = RunTool("crash " + sReport + " " + sDetails + " " + m_Folder.GetPath());
+    EXPECT_EQ(Both.sOutput, Replaced(SHOWN, "FILE_details.txt", sReport)) << "each crash once, whatever names it";
+}
+
+TEST_F(ZqtoolCrash, ShowsAReportWithoutDetails)
+{
+    Result_s const Result = RunTool("crash " + WriteReport(WithVariables()));
+    EXPECT_EQ(Result.iStatus, 0);
+    EXPECT_EQ(Result.sOutput,
+        "access violation in std::vector<int>::operator[], called from (anonymous namespace)::operator (a(1).cpp:22)\n"
+            + m_Folder.Join(STEM)
+            + ".rpt, 2013-03-07 09:05:41, C0000005 ACCESS_VIOLATION, without details\n\nLikely frame\n"
+              "  > #1   (anonymous namespace)::operator+5E  /srv/game/a(1).cpp:22\n      > 22 | if (a < b)\n\nStack\n"
+              "    #0   std::vector<int>::operator[]+1C  /usr/include/c++/12/vector:9\n"
+              "  > #1   (anonymous namespace)::operator+5E  /srv/game/a(1).cpp:22\n"
+              "    #2   libc.so.6, section 12+6CD9\n    #3   0x1\n\nVariables of frame 1\n"
+              "    parameter Ship: Ship_t\n      .iHull = 1A\n    local p = 0\n");
+    for (auto const & [sCode, sExpected] :
+        Rows_t<std::string, std::string>{ { "C00000FD STACK_OVERFLOW", "full stack in std::" },
+            { "C0000094 INT_DIVIDE_BY_ZERO", "integer division by zero in " },
+            { "E06D7363 Uncaught C++ exception Lost_t: why", "uncaught exception Lost_t: why in " },
+            { "C0001234 what it is", "exception 0xC0001234, what it is in " } })
+    {
+        std::string const sReport = Replaced(WithVariables(), "C0000005 ACCESS_VIOLATION", sCode);
+        EXPECT_THAT(RunTool("crash " + WriteReport(sReport)).sOutput, testing::StartsWith(sExpected));
+    }
+}
+
+TEST_F(ZqtoolCrash, ShowsWhatTheLibraryWrites)
+{
+    SKIP_IF(!SharesMemoryUntilExec(), "no program starts from a fault here");
+    RunIn(m_Folder, "write busy silent", ZQSYMBOLS_PATH);
+    Result_s const Result = RunTool("crash --json " + m_Folder.GetPath());
+    ASSERT_EQ(Result.iStatus, 0) << Result.sOutput;
+    Json_t const Crash = Json_t::parse(Result.sOutput);
+    EXPECT_THAT(Crash["headline"].get<std::string>(), testing::StartsWith("write to address 0x10 in "));
+    EXPECT_EQ(Json_t({ Crash["kind"], Crash["data"], Crash["process"]["host"], Crash["timers"].back() }),
+        Json_t({ "write", "0x10", "Robots v2.7", "World" }));
+    EXPECT_EQ(Crash["log"].size(), 32u);
+    EXPECT_THAT(RunTool("crash " + m_Folder.GetPath()).sOutput, HasSubstr("\nLast lines of the log\n"));
+    if (*ZQSYMBOLS_PATH != '\0')
+    {
+        EXPECT_THAT(Crash["signature"].get<std::string>(), ContainsRegex("^write in crasher: .*WriteTo < "));
+    }
+}
+
+TEST_F(ZqtoolCrash, FoldsByCauseTheLargestGroupFirst)
+{
+    std::string const sOther = Replaced(DETAILS, "Ship_c::Hit [inlined]", "<b>&\xFF\x1B::Sink [inlined]");
+    WriteDetails(Replaced(sOther, "2013-03-07", "2013-03-09"), "CrashReport_1");
+    WriteDetails(DETAILS, "CrashReport_2");
+    std::string const sMoved = Replaced(Replaced(DETAILS, "Tick<int>+5E", "Tick<int>+6F"), "2013-03-07", "2013-02-01");
+    WriteDetails(Replaced(sMoved, "v2.7", "v2.8"), "deep/er/CrashReport_3");
+    WriteReport("not one", "deep/CrashReport_4");
+    Result_s const Result = RunTool("crash --fold --html " + m_Folder.Join("page.html") + " " + m_Folder.GetPath());
+    EXPECT_EQ(Result.iStatus, 1) << "one is no report";
+    EXPECT_EQ(Result.sOutput,
+        m_Folder.Join("deep/CrashReport_4.rpt(1): not a crash report: not one\n")
+            + "3 crashes in 2 groups\n\n      2  write in libzqcore.so.0: Ship_c::Hit < Game_c::Tick<int>\n"
+              "         2013-02-01 to 2013-03-07, version Robots v2.7 (1), Robots v2.8 (1)\n         "
+            + m_Folder.Join("CrashReport_2_details.txt")
+            + "\n\n      1  write in libzqcore.so.0: <b>&\xEF\xBF\xBD\xEF\xBF\xBD::Sink < Game_c::Tick<int>\n"
+              "         2013-03-09, version Robots v2.7\n         "
+            + m_Folder.Join("CrashReport_1_details.txt") + "\n");
+
+    std::string const sPage = m_Folder.Read("page.html");
+    EXPECT_THAT(sPage, HasSubstr("<b>&lt;b&gt;&amp;\xEF\xBF\xBD\xEF\xBF\xBD::Sink &lt; Game_c::Tick&lt;int&gt;</b>"));
+    EXPECT_THAT(sPage, HasSubstr("deep/CrashReport_4.rpt(1): not a crash report: not one</li>"));
+    EXPECT_EQ(sPage.find("://"), std::string::npos) << "the page needs nothing else";
+
+    std::string const sGroups = RunTool("crash --fold --json " + m_Folder.GetPath()).sOutput;
+    Json_t const Largest =
+        Json_t::parse(sGroups.substr(sGroups.find("\n{"), sGroups.find("}\n{") - sGroups.find("\n{") + 1));
+    EXPECT_EQ(Json_t({ Largest["count"], Largest["first"], Largest["versions"]["Robots v2.8"],
+                  Largest["sample"]["thread"]["frames"].size() }),
+        Json_t({ 2, "2013-02-01 09:05:41", 1, 5u }));
+}
+
+TEST_F(ZqtoolCrash, ThePageFiltersItsGroups)
+{
+    SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
+    WriteDetails(DETAILS, "CrashReport_1");
+    WriteDetails(Replaced(DETAILS, "Ship_c::Hit [inlined]", "<i id=evil>'\"::Sink [inlined]"), "CrashReport_2");
+    RunTool("crash --html " + m_Folder.Join("page.html") + " " + m_Folder.GetPath());
+    std::string const sDocument = BrowserDocument(m_Folder, m_Folder.Read("page.html"), R"(
+filter.value = "evil>'\"::sink"; filter.dispatchEvent(new Event("input"));
+document.documentElement.dataset.seen = [groups.map((group) => group.hidden), shown.textContent,
+    document.getElementById("evil"), groups[1].querySelector("details").open].join();
+)");
+    EXPECT_THAT(sDocument, HasSubstr("data-seen=\"false,true,1 of 2 groups,,false\""));
+}
+
+TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
+{
+    std::string const sGood = WithVariables(), sZeros(5000, '\0'), sLong(100000, 'x');
+    std::string const sStack = std::string(HEAD) + STACK;
+    // A report, what is said of it, and what is shown nevertheless.
+    for (auto const & [sReport, sExpected, sShown] : Rows_t<std::string, std::string, std::string>{
+             { "", ": the report is empty", "" }, { sZeros, "(1): a line has zeros in place of text (and 1 more)", "" },
+             { "\x7F"
+               "ELF\x02\x01\n",
+                 "(1): not a crash report: \xEF\xBF\xBD"
+                 "ELF\xEF\xBF\xBD\xEF\xBF\xBD\n",
+                 "" },
+             { HEAD, "(7): the report breaks off before its call stack", "access violation at 0x5566C95A4165" },
+             { sStack.substr(0, sStack.find("5566C95A41CD") + 20), "(12): the file breaks off within this line",
+                 "operator[]+1C" },
+             { sStack + "\nCrash code disassembly:\n\n; 13, x\n", "(18): the report breaks off in the listing", "#3 " },
+             { sGood.substr(0, sGood.find("\tLocal")), "(31): the report breaks off in the variables", "iHull = 1A" },
+             { sStack + sZeros + "\n" + sStack, "(15): a line has zeros in place of text (and 1 more)", "#3 " },
+             { Replaced(sStack, "5566C95A41CD  ", "zz  "), "(12): not a frame: zz  7FFF0020", "#2 " },
+             { Replaced(sStack, "code: C", "code: Q"), "(3): not an exception code: Q0000005", "exception 0x0 in " },
+             { Replaced(sStack, "7FFF0010  ", "7FFF0010  " + sLong), "(11): a line of 100", "#2 " },
+             { Replaced(sGood, "Crash code disassembly:", "Local Variables And Parameters"), "(23): out of order",
+                 "#2 " } })
+    {
+        Result_s const Result = RunTool("crash " + WriteReport(sReport));
+        EXPECT_EQ(Result.iStatus, 1) << sExpected;
+        EXPECT_THAT(Result.sOutput, HasSubstr(std::string(STEM) + ".rpt" + sExpected));
+        EXPECT_THAT(Result.sOutput, HasSubstr(sShown)) << sExpected;
+    }
+    WriteReport(sStack);
+    std::string const sDetails = DETAILS;
+    for (auto const & [sText, sExpected] : Rows_t<std::string, std::string>{ { "", ": the details are empty" },
+             { "x\n", "(1): not the details of a crash: x" },
+             { "ZQCore crash details 2\n", "(1): details of another version" },
+             { sDetails.substr(0, sDetails.find("\n[Modules]")), "(35): the details break off in [Threads]" },
+             { Replaced(sDetails, "[Modules]", "[Fault]"), "(37): out of order: [Fault]" },
+             { Replaced(sDetails, "data: 00000010", "data: q"), "(6): not an address: data: q" },
+             { Replaced(sDetails, "#1 5566", "#x 5566"), "(13): not a frame: #x" },
+             { Replaced(sDetails, "-5566C95A5000", ""), "(38): not a module: 5566C95A4000 01" } })
+    {
+        WriteDetails(sText);
+        Result_s const Result = RunTool("crash " + m_Folder.Join(STEM) + ".rpt");
+        EXPECT_EQ(Result.iStatus, 1) << sExpected;
+        EXPECT_THAT(Result.sOutput, HasSubstr("_details.txt" + sExpected));
+        EXPECT_THAT(Result.sOutput, HasSubstr(" in ")) << "the report is still shown";
+    }
+    fs::resize_file(WriteReport(sStack, "CrashReport_big"), 1 << 30);   // a file with a hole, all zeros
+    EXPECT_THAT(RunTool("crash " + m_Folder.Join("CrashReport_big.rpt")).sOutput,
+        HasSubstr("CrashReport_big.rpt: more than 16 MB; the rest is not read\n"));
+}
+
+TEST_F(ZqtoolCrash, ContinuedReportsAreSeveralCrashes)
+{
+    std::string const sSecond = Replaced(std::string(HEAD) + STACK, "C0000005 ACCESS", "C0000006 IN_PAGE");
+    std::string const sAll = HEAD + sSecond;   // the first report faulted in its registers
+    WriteDetails(Replaced(DETAILS, "C0000005", "C0000006"));
+    Result_s const Result = RunTool("crash " + WriteReport(sAll));
+    EXPECT_EQ(Result.iStatus, 0);
+    EXPECT_THAT(Result.sOutput, ContainsRegex("^access violation at 0x5566C95A4165\n"));
+    EXPECT_THAT(Result.sOutput, ContainsRegex("\n-+\n\nwrite to address 0x10 in Abort, called from "));
+}
+
+TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
+{
+    SKIP_IF(!SharesMemoryUntilExec(), "no program starts from a fault here");
+    std::string const sProgram = m_Folder.Join("stripped"), sSymbols = m_Folder.MakeFolder("symbols/.build-id/ab");
+    SKIP_IF(RunShell("objcopy --only-keep-debug '" CRASHER_PATH "' '" + sSymbols + "/cd.debug' && strip -o '" + sProgram
+                     + "' '" CRASHER_PATH "'")
+                    .iStatus
+                != 0,
+        "no binutils here");
+    RunIn(m_Folder, "inlined silent", ZQSYMBOLS_PATH, sProgram);
+    std::string const sFile = " " + m_Folder.Join("CrashReport_*.rpt");
+    EXPECT_THAT(
+        RunTool("crash" + sFile).sOutput, ContainsRegex("^write to address 0x10 in stripped\\+[0-9A-F]+, thread"));
+    Result_s const Named = RunTool("crash --symbols " + m_Folder.Join("symbols") + sFile);
+    if (Named.sOutput.find("needs a build with libdw") != std::string::npos)
+    {
+        EXPECT_EQ(Named.iStatus, 1);
+        GTEST_SKIP() << "zqtool is built without libdw";
+    }
+    EXPECT_THAT(Named.sOutput,
+        ContainsRegex("^write to address 0x10 in \\(anonymous namespace\\)::WriteInlined \\(crasher.cpp:[0-9]+\\), "));
+    EXPECT_THAT(Named.sOutput, ContainsRegex("#0 .*WriteInlined \\[inlined\\]  .*/crasher.cpp:[0-9]+\n +#1 "));
+    Result_s const Unknown = RunTool("crash --symbols " + m_Folder.MakeFolder("empty") + sFile);
+    EXPECT_THAT(Unknown.sOutput, ContainsRegex("\nno symbols for " + sProgram + ", build-id [0-9a-f]{40}\n$"));
+}
+
+TEST_F(ZqtoolCrash, ColoursAreForTerminalsAlone)
+{
+    std::string const sCommand =
+        " TERM=xterm '" ZQTOOL_PATH "' crash '" + WriteDetails(Replaced(DETAILS, "last words", "\x1B[5m")) + "'";
+    auto const Shown = [](std::string const & sLine)
+    { return RunOnTerminal([&] { return execl("/bin/sh", "sh", "-c", sLine.c_str(), nullptr); }, "").sOutput; };
+    SKIP_IF(*TEST_EMULATOR != '\0', "the terminal starts the tool without the emulator");
+    EXPECT_THAT(Shown("exec env -u NO_COLOR" + sCommand), testing::StartsWith("\x1B[1mwrite to address"));
+    std::string const sPlain = Shown("exec env NO_COLOR=1" + sCommand);
+    EXPECT_THAT(sPlain, testing::StartsWith("write to address"));
+    EXPECT_EQ(sPlain.find('\x1B'), std::string::npos) << "what a file holds controls no terminal";
+}
+
+TEST_F(ZqtoolCrash, ArgumentsAreChecked)
+{
+    std::string const sFile = WriteDetails(DETAILS);
+    for (auto const & [sArguments, iStatus, sExpected] :
+        Rows_t<std::string, int, std::string>{ { "--version", 0, "zqtool 0." }, { "--help", 0, "crash" },
+            { "crash --help", 0, "--symbols" }, { "stats --help", 0, "--ticks-per-second" }, { "crash", 2, "FILE" },
+            { "crash --colour " + sFile, 2, "--colour" }, { "frob", 2, "frob" },
+            { "crash --html " + sFile + " " + sFile, 1, "is the file to read" },
+            { "crash --html " + m_Folder.Join("no/such.html") + " " + sFile, 1, "can't write" },
+            { "crash " + m_Folder.Join("absent.rpt"), 1, "absent.rpt: can't open it" },
+            { "crash " + m_Folder.MakeFolder("none"), 1, "none: no crash report in this folder" } })
+    {
+        Result_s const Result = RunTool(sArguments);
+        EXPECT_EQ(Result.iStatus, iStatus) << sArguments << "\n" << Result.sOutput;
+        EXPECT_THAT(Result.sOutput, HasSubstr(sExpected));
+    }
+    EXPECT_EQ(RunShell("'" ZQTOOL_PATH "' crash --help 2>/dev/null").sOutput.empty(), false);
+    EXPECT_EQ(m_Folder.Read(std::string(STEM) + "_details.txt"), DETAILS);
+}

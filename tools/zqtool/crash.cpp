@@ -1,0 +1,156 @@
+// zqtool crash: shows crash reports with their details, one by one or by cause.
+#include "platform/terminal.h"
+
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/crashfiles.h"
+#include "tools/zqtool/crashjson.h"
+#include "tools/zqtool/crashpage.h"
+#include "tools/zqtool/crashprint.h"
+#include "tools/zqtool/crashsymbols.h"
+#include "tools/zqtool/output.h"
+#include "tools/zqtool/text.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+
+namespace
+{
+    struct Options_s
+    {
+        std::vector<std::string> dNames, dSymbols;
+        std::string sPage;
+        bool bFold = false, bJson = false;
+    };
+
+    // NO_COLOR asks for no colours if it is set to anything.
+    bool WantsColours()
+    {
+        char const * const szNoColour = std::getenv("NO_COLOR");
+        return plat::TerminalShowsColours() && (szNoColour == nullptr || *szNoColour == '\0');
+    }
+
+    class CrashRun_c
+    {
+    public:
+        explicit CrashRun_c(Options_s const & Options)
+            : m_Options(Options)
+            , m_bFold(Options.bFold || !Options.sPage.empty())
+            , m_bColours(WantsColours())
+        {}
+
+        int Run();
+
+    private:
+        void Complain(std::string const & sText);
+        void Show(Crash_t const & Crash);
+        void ShowGroups();
+
+        Options_s const & m_Options;
+        bool m_bFold, m_bColours;
+        std::vector<std::string> m_dFaults;
+        OutputFile_c m_Page;
+        CrashFold_c m_Fold;
+        std::size_t m_nShown = 0;
+    };
+
+    void CrashRun_c::Complain(std::string const & sText)
+    {
+        std::fflush(stdout);
+        std::fprintf(stderr, "%s\n", Printable(sText).c_str());
+        m_dFaults.push_back(sText);
+    }
+
+    void CrashRun_c::Show(Crash_t const & Crash)
+    {
+        std::string const sText = m_Options.bJson ? CrashJson(Crash) + "\n" : CrashText(Crash, m_bColours);
+        bool const bDivided = m_nShown++ > 0 && !m_Options.bJson;
+        std::fputs(((bDivided ? "\n" + std::string(78, '-') + "\n\n" : "") + sText).c_str(), stdout);
+    }
+
+    void CrashRun_c::ShowGroups()
+    {
+        std::vector<CrashGroup_t> const dGroups = m_Fold.Take();
+        if (m_Options.bJson)
+        {
+            for (CrashGroup_t const & Group : dGroups)
+            {
+                std::puts(CrashGroupJson(Group).c_str());
+            }
+        }
+        else
+        {
+            std::fputs(CrashGroupsText(dGroups, m_bColours).c_str(), stdout);
+        }
+        if (m_Page.IsWanted())
+        {
+            WriteCrashPage(m_Page.Get(), dGroups, m_dFaults);
+        }
+    }
+
+    int CrashRun_c::Run()
+    {
+        if (!m_Options.dSymbols.empty() && !CrashSymbols_c::CanRead())
+        {
+            std::fputs("zqtool: --symbols needs a build with libdw, and this one has none\n", stderr);
+            return EXIT_FOUND;
+        }
+        if (!m_Page.Open(m_Options.sPage, m_Options.dNames))
+        {
+            return EXIT_FOUND;
+        }
+        CrashFault_t const fnFault = [this](std::string const & sText) { Complain(sText); };
+        std::optional<CrashSymbols_c> Symbols;
+        if (!m_Options.dSymbols.empty())
+        {
+            Symbols.emplace(m_Options.dSymbols, fnFault);
+        }
+        for (CrashFiles_t const & Files : FindCrashFiles(m_Options.dNames, fnFault))
+        {
+            for (Crash_t & Crash : LoadCrashes(Files, fnFault))
+            {
+                if (Symbols)
+                {
+                    Symbols->Name(Crash);
+                }
+                if (m_bFold)
+                {
+                    m_Fold.Add(std::move(Crash));
+                }
+                else
+                {
+                    Show(Crash);
+                }
+            }
+        }
+        if (m_bFold)
+        {
+            ShowGroups();
+        }
+        std::fflush(stdout);
+        for (std::string const & sModule : Symbols ? Symbols->GetMissing() : std::vector<std::string>())
+        {
+            std::fprintf(stderr, "no symbols for %s\n", Printable(sModule).c_str());
+        }
+        return m_Page.Close() && m_dFaults.empty() ? EXIT_DONE : EXIT_FOUND;
+    }
+}
+
+CommandRun_t PrepareCrash(CLI::App & App)
+{
+    auto const pOptions = std::make_shared<Options_s>();
+    App.add_option("FILE", pOptions->dNames,
+           "CrashReport_*.rpt or its ..._details.txt; a folder is searched for reports at any depth")
+        ->type_name("")
+        ->required();
+    App.add_option("--symbols", pOptions->dSymbols,
+           "name addresses of stripped programs from files with debug information in FOLDER, by build-id")
+        ->type_name("FOLDER")
+        ->allow_extra_args(false);
+    App.add_flag("--fold", pOptions->bFold, "group the crashes by cause, the largest group first");
+    App.add_option("--html", pOptions->sPage, "write the groups as one page; implies --fold")->type_name("OUT");
+    App.add_flag("--json", pOptions->bJson, "print an object of JSON a line for each crash, or for each group");
+    return [pOptions] { return CrashRun_c(*pOptions).Run(); };
+}

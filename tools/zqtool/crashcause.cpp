@@ -1,0 +1,271 @@
+#include "tools/zqtool/crashcause.h"
+
+#include "tools/zqtool/crashlines.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace
+{
+    struct CodeKind_t
+    {
+        std::uint32_t nCode;
+        char const * szKind;
+        char const * szText;
+    };
+    constexpr CodeKind_t CODES[] = {
+        { 0xC0000005, "access", "access violation" },
+        { 0x80000001, "access", "access to a guard page" },
+        { 0x80000002, "access", "misaligned access" },
+        { 0xC0000006, "access", "access to a page that the system could not read" },
+        { 0xC0000008, "unknown", "invalid handle" },
+        { 0x80000003, "trap", "breakpoint" },
+        { 0x80000004, "trap", "single step" },
+        { 0xC000001D, "instruction", "illegal instruction" },
+        { 0xC0000096, "instruction", "privileged instruction" },
+        { 0xC0000025, "unknown", "exception after one that could not be continued" },
+        { 0xC0000026, "unknown", "invalid disposition" },
+        { 0xC000008C, "arithmetic", "array bounds exceeded" },
+        { 0xC000008D, "arithmetic", "denormal floating-point operand" },
+        { 0xC000008E, "arithmetic", "floating-point division by zero" },
+        { 0xC000008F, "arithmetic", "inexact floating-point result" },
+        { 0xC0000090, "arithmetic", "invalid floating-point operation" },
+        { 0xC0000091, "arithmetic", "floating-point overflow" },
+        { 0xC0000092, "arithmetic", "floating-point stack fault" },
+        { 0xC0000093, "arithmetic", "floating-point underflow" },
+        { 0xC0000094, "arithmetic", "integer division by zero" },
+        { 0xC0000095, "arithmetic", "integer overflow" },
+        { 0xC00000FD, "stack", "full stack" },
+        { 0x40000015, "abort", "abort" },
+        { 0xE06D7363, "exception", "uncaught exception" },
+    };
+
+    CodeKind_t const * FindCode(std::uint32_t nCode)
+    {
+        auto const * const pCode = std::find_if(
+            std::begin(CODES), std::end(CODES), [nCode](CodeKind_t const & Code) { return Code.nCode == nCode; });
+        return pCode == std::end(CODES) ? nullptr : pCode;
+    }
+
+    bool StartsWithAny(std::string_view sText, std::initializer_list<std::string_view> dStarts)
+    {
+        return std::any_of(
+            dStarts.begin(), dStarts.end(), [sText](std::string_view sStart) { return sText.starts_with(sStart); });
+    }
+
+    bool IsLibraryModule(std::string_view sModule)
+    {
+        return StartsWithAny(sModule, { "libzqcore.", "zqcore." });
+    }
+
+    // For details that break off before the paths of the modules.
+    bool IsSystemModule(std::string_view sModule)
+    {
+        return StartsWithAny(sModule, { "libc.so", "libm.so", "libpthread.so", "libstdc++.so", "libgcc_s.so",
+                                          "ld-linux", "linux-vdso", "linux-gate" });
+    }
+
+    // Folders that belong to the system, not to programs that users install by hand.
+    bool IsSystemPath(std::string_view sPath)
+    {
+        return StartsWithAny(sPath, { "/usr/lib", "/lib", "/usr/include/", "/usr/libexec/", "/usr/src/", "[" });
+    }
+
+    // The library's sources are known by relative paths, its installed headers by their folder.
+    bool IsLibraryFile(std::string_view sFile)
+    {
+        return StartsWithAny(sFile, { "zqcore/", "platform/" }) || sFile.find("/include/zqcore/") != sFile.npos;
+    }
+
+    bool IsSystemFunction(std::string_view sFunction)
+    {
+        return StartsWithAny(sFunction, { "std::", "__gnu_cxx::", "__cxxabiv1::", "__cxa_", "__libc_", "__gthread",
+                                            "operator new", "operator delete" })
+               || sFunction == "_start";
+    }
+
+    std::string Hexadecimal(std::uint64_t nNumber)
+    {
+        char szNumber[24];
+        std::snprintf(szNumber, sizeof szNumber, "0x%llX", static_cast<unsigned long long>(nNumber));
+        return szNumber;
+    }
+
+    std::string Accessed(Crash_t const & Crash, char const * szAccess)
+    {
+        return szAccess + (Crash.Data ? " address " + Hexadecimal(*Crash.Data) : std::string(" an unknown address"));
+    }
+
+    // What happened, without the place.
+    std::string CauseText(Crash_t const & Crash)
+    {
+        if (Crash.sKind == "read" || Crash.sKind == "write" || Crash.sKind == "execute")
+        {
+            return Accessed(Crash, Crash.sKind == "read"    ? "read of"
+                                   : Crash.sKind == "write" ? "write to"
+                                                            : "execution of");
+        }
+        CodeKind_t const * const pCode = FindCode(Crash.nCode);
+        std::string sText = pCode != nullptr ? pCode->szText
+                            : Crash.sCodeText.empty()
+                                ? "exception " + Hexadecimal(Crash.nCode)
+                                : "exception " + Hexadecimal(Crash.nCode) + ", " + Crash.sCodeText;
+        if (Crash.sKind == "stack" && !Crash.sDepth.empty())
+        {
+            sText += " (" + Crash.sDepth + ")";
+        }
+        else if (!Crash.sException.empty())
+        {
+            sText += " " + Crash.sException;
+        }
+        return sText;
+    }
+
+    std::string PlaceText(CrashFrame_t const & Frame)
+    {
+        std::string sText = CrashFrameName(Frame);
+        if (!Frame.sFile.empty())
+        {
+            sText += " (" + std::string(FileNameOf(Frame.sFile));
+            sText += Frame.iLine > 0 ? ":" + std::to_string(Frame.iLine) + ")" : ")";
+        }
+        return sText;
+    }
+
+    // Functions of frames, without repetitions. Those of a recursion come in any order, so they are sorted.
+    std::vector<std::string> FunctionsOf(Crash_t const & Crash)
+    {
+        constexpr std::size_t MOST = 3;
+        std::vector<CrashFrame_t> const & dFrames = Crash.Thread.dFrames;
+        bool const bOwn = std::any_of(dFrames.begin(), dFrames.end(), IsOwnFrame);
+        std::vector<std::string> dNames;
+        for (auto itFrame = dFrames.begin(); itFrame != dFrames.end() && dNames.size() < MOST; ++itFrame)
+        {
+            if (bOwn ? IsOwnFrame(*itFrame) : !itFrame->sFunction.empty() || !itFrame->sModule.empty())
+            {
+                std::string sName = CrashFrameName(*itFrame);
+                if (std::find(dNames.begin(), dNames.end(), sName) == dNames.end())
+                {
+                    dNames.push_back(std::move(sName));
+                }
+            }
+        }
+        if (Crash.sKind == "stack")
+        {
+            std::sort(dNames.begin(), dNames.end());
+        }
+        return dNames;
+    }
+}
+
+char const * CrashKindOf(std::uint32_t nCode)
+{
+    CodeKind_t const * const pCode = FindCode(nCode);
+    return pCode != nullptr ? pCode->szKind : "unknown";
+}
+
+CrashModule_t const * FindCrashModule(Crash_t const & Crash, CrashFrame_t const & Frame)
+{
+    if (Frame.sModule.empty())
+    {
+        return nullptr;
+    }
+    // Two modules may have the same name, so one with the right start counts first.
+    auto const HasName = [&Frame](CrashModule_t const & Module) { return FileNameOf(Module.sPath) == Frame.sModule; };
+    auto const HasBoth = [&](CrashModule_t const & Module)
+    { return Module.nStart <= Frame.nAddress && Frame.nAddress - Module.nStart == Frame.nOffset && HasName(Module); };
+    auto itModule = std::find_if(Crash.dModules.begin(), Crash.dModules.end(), HasBoth);
+    if (itModule == Crash.dModules.end())
+    {
+        itModule = std::find_if(Crash.dModules.begin(), Crash.dModules.end(), HasName);
+    }
+    return itModule == Crash.dModules.end() ? nullptr : &*itModule;
+}
+
+bool IsOwnFrame(CrashFrame_t const & Frame)
+{
+    if (IsLibraryModule(Frame.sModule) || IsSystemModule(Frame.sModule) || IsSystemPath(Frame.sModulePath)
+        || IsSystemFunction(Frame.sFunction) || IsLibraryFile(Frame.sFile))
+    {
+        return false;
+    }
+    // The report has no inlined calls. So the line of a function may be that of a system's header, and its module is
+    // not known.
+    bool const bInlinesAreFrames = !Frame.sModule.empty();
+    if (bInlinesAreFrames && IsSystemPath(Frame.sFile))
+    {
+        return false;
+    }
+    return !Frame.sFunction.empty() || !Frame.sModule.empty();
+}
+
+CrashFrame_t const * LikelyFrame(std::vector<CrashFrame_t> const & dFrames)
+{
+    auto itFrame = std::find_if(dFrames.begin(), dFrames.end(), IsOwnFrame);
+    if (itFrame == dFrames.end())
+    {
+        itFrame = std::find_if(
+            dFrames.begin(), dFrames.end(), [](CrashFrame_t const & Frame) { return !Frame.sFunction.empty(); });
+    }
+    return itFrame != dFrames.end() ? &*itFrame : dFrames.empty() ? nullptr : &dFrames[0];
+}
+
+std::string CrashFrameName(CrashFrame_t const & Frame)
+{
+    if (!Frame.sFunction.empty())
+    {
+        return Frame.sFunction;
+    }
+    if (Frame.sModule.empty())
+    {
+        return Hexadecimal(Frame.nAddress);
+    }
+    char szOffset[48];
+    std::snprintf(szOffset, sizeof szOffset, "+%llX", static_cast<unsigned long long>(Frame.nOffset));
+    std::string const sSection = Frame.iSection > 0 ? ", section " + std::to_string(Frame.iSection) : "";
+    return Frame.sModule + sSection + szOffset;
+}
+
+std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames)
+{
+    CrashFrame_t const * const pLikely = LikelyFrame(dFrames);
+    if (pLikely == nullptr)
+    {
+        return "";
+    }
+    CrashFrame_t const & First = dFrames[0];
+    bool const bBoth = pLikely != &First && !First.sFunction.empty();
+    return (bBoth ? First.sFunction + ", called from " : "") + PlaceText(*pLikely);
+}
+
+std::string CrashHeadline(Crash_t const & Crash)
+{
+    std::string sText = CauseText(Crash);
+    if (!Crash.Thread.dFrames.empty())
+    {
+        sText += " in " + CrashPlace(Crash.Thread.dFrames);
+    }
+    else if (Crash.Instruction)
+    {
+        sText += " at " + Hexadecimal(*Crash.Instruction);
+    }
+    if (!Crash.Thread.sNumber.empty())
+    {
+        sText += ", thread " + Crash.Thread.sNumber;
+        sText += Crash.Thread.sName.empty() ? "" : " \"" + Crash.Thread.sName + "\"";
+    }
+    return sText;
+}
+
+std::string CrashSignature(Crash_t const & Crash)
+{
+    std::string sText = Crash.sKind;
+    sText += Crash.sFaultModule.empty() ? "" : " in " + std::string(FileNameOf(Crash.sFaultModule));
+    char const * szBefore = ": ";
+    for (std::string const & sName : FunctionsOf(Crash))
+    {
+        sText += szBefore + sName;
+        szBefore = " < ";
+    }
+    return sText;
+}

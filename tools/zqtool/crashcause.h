@@ -1,0 +1,30 @@
+// crashcause.h: what a crash is about: its kind, the frame that a developer looks at first, one line, a signature.
+#pragma once
+
+#include "tools/zqtool/crashreport.h"
+
+/// Returns the kind that an exception code stands for.
+char const * CrashKindOf(std::uint32_t nCode);
+
+/// Returns the module that holds a frame's address, or null.
+CrashModule_t const * FindCrashModule(Crash_t const & Crash, CrashFrame_t const & Frame);
+
+/// Returns whether a frame is the host's own code: neither of this library nor of the system.
+bool IsOwnFrame(CrashFrame_t const & Frame);
+
+/// Returns the first frame of a stack that is the host's own; without one the first that has a name; without that the
+/// first. Null without frames.
+CrashFrame_t const * LikelyFrame(std::vector<CrashFrame_t> const & dFrames);
+
+/// Returns a frame's function, or else its place in the module or its address.
+std::string CrashFrameName(CrashFrame_t const & Frame);
+
+/// Returns where a stack is, in one line: its innermost function and the likely frame. Empty without frames.
+std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
+
+/// Returns what happened, in one line.
+std::string CrashHeadline(Crash_t const & Crash);
+
+/// Returns what crashes of the same cause have in common: the kind, the module, and up to three functions of the host,
+/// the innermost first. Holds no address; a frame without a name counts by its place in its module.
+std::string CrashSignature(Crash_t const & Crash);

@@ -1,0 +1,481 @@
+// The details beside a report. Lines of an unknown form are skipped, as the format asks.
+#include "tools/zqtool/crashreport.h"
+
+#include "tools/zqtool/crashcause.h"
+#include "tools/zqtool/crashlines.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace
+{
+    enum class Section_e
+    {
+        None,
+        Fault,
+        Frames,
+        Threads,
+        Modules,
+        Process,
+        Unknown
+    };
+    constexpr std::array<char const *, 6> SECTIONS = { "", "[Fault]", "[Frames]", "[Threads]", "[Modules]",
+        "[Process]" };
+
+    class DetailsReader_c
+    {
+    public:
+        DetailsReader_c(std::string_view sText, CrashComplain_t const & fnComplain)
+            : m_Lines(sText, fnComplain)
+        {}
+
+        std::vector<Crash_t> Read();
+
+    private:
+        bool ReadFirstLine(std::string_view sLine);
+        bool ReadSectionName(std::string_view sLine);
+        void ReadLine(std::string_view sLine);
+        void ReadFault(std::string_view sLine);
+        void ReadFrames(std::string_view sLine, std::vector<CrashFrame_t> & dFrames);
+        void ReadThreads(std::string_view sLine);
+        void ReadModule(std::string_view sLine);
+        void ReadProcess(std::string_view sLine);
+        void End();
+
+        Crash_t & Last() { return m_dCrashes.back(); }
+
+        CrashLines_c m_Lines;
+        std::vector<Crash_t> m_dCrashes;
+        Section_e m_eSection = Section_e::None;
+        bool m_bEmpty = true;         // the line before is empty
+        bool m_bFull = false;         // a list of the crash was full
+        std::size_t m_nLeftOut = 0;   // frames before the next one
+        std::string m_sGroup;         // of the process: the key whose lines follow
+    };
+
+    // Returns a file name in which a blank is written as \x20.
+    std::string Unescaped(std::string_view sName)
+    {
+        constexpr std::string_view BLANK = "\\x20";
+        std::string sOut(TakeUpTo(sName, BLANK));
+        while (!sName.empty())
+        {
+            sOut += ' ';
+            sOut += TakeUpTo(sName, BLANK);
+        }
+        return sOut;
+    }
+
+    // Divides "NAME+HEX" at its last plus sign. Without a number there is nothing to divide.
+    std::optional<std::uint64_t> TakeDistance(std::string_view & sText)
+    {
+        std::size_t const iPlus = sText.rfind('+');
+        if (iPlus == std::string_view::npos)
+        {
+            return std::nullopt;
+        }
+        std::optional<std::uint64_t> const Distance = WholeNumber(sText.substr(iPlus + 1), 16);
+        sText = Distance ? sText.substr(0, iPlus) : sText;
+        return Distance;
+    }
+
+    // "#N ADDRESS MODULE+OFFSET FUNCTION+DISPLACEMENT"
+    std::optional<CrashFrame_t> ReadFrame(std::string_view sLine)
+    {
+        TakeStart(sLine, "#");
+        std::optional<std::uint64_t> const Number = TakeNumber(sLine, 10);
+        bool const bNumber = Number && TakeStart(sLine, " ");
+        std::optional<std::uint64_t> const Address = bNumber ? TakeNumber(sLine, 16) : std::nullopt;
+        if (!Address || !TakeStart(sLine, " "))
+        {
+            return std::nullopt;
+        }
+        CrashFrame_t Frame;
+        Frame.iNumber = *Number;
+        Frame.nAddress = *Address;
+        std::string_view sModule = TakeUpTo(sLine, " ");
+        if (sModule != "?")
+        {
+            Frame.nOffset = TakeDistance(sModule).value_or(0);
+            Frame.sModule = Unescaped(sModule);
+        }
+        if (sLine.ends_with(" [inlined]"))
+        {
+            sLine.remove_suffix(10);
+            Frame.bInlined = true;
+        }
+        else
+        {
+            Frame.nDisplacement = TakeDistance(sLine).value_or(0);
+        }
+        Frame.sFunction = sLine == "?" ? "" : sLine;
+        return Frame;
+    }
+
+    // "parameter NAME: TYPE = VALUE" without the word, or ".NAME: TYPE = VALUE" of a member.
+    CrashVariable_t ReadVariable(std::string_view sWord, std::string_view sLine, int nLevel)
+    {
+        CrashVariable_t Variable;
+        Variable.nLevel = nLevel;
+        Variable.sWord = sWord;
+        Variable.sName = TakeUpTo(sLine, ": ");
+        Variable.sType = TakeUpTo(sLine, " = ");
+        Variable.sValue = sLine;
+        return Variable;
+    }
+
+    // A line that belongs to a frame, without its first four blanks.
+    void ReadOfFrame(std::string_view sLine, CrashFrame_t & Frame)
+    {
+        std::size_t const nBlanks = std::min(sLine.find_first_not_of(' '), sLine.size());
+        std::string_view sText = sLine.substr(nBlanks);
+        std::string_view sSource = sText.substr(sText.starts_with('>') ? 1 : 0);
+        sSource.remove_prefix(std::min(sSource.find_first_not_of(' '), sSource.size()));
+        if (nBlanks == 0 && TakeStart(sText, "at "))
+        {
+            std::size_t const iColon = sText.rfind(':');
+            std::optional<std::uint64_t> const Line =
+                iColon == std::string_view::npos ? std::nullopt : WholeNumber(sText.substr(iColon + 1), 10);
+            Frame.sFile = sText.substr(0, Line ? iColon : sText.size());
+            Frame.iLine = Line && *Line <= UINT32_MAX ? static_cast<unsigned>(*Line) : 0;
+        }
+        else if (TakeNumber(sSource, 10) && sSource.starts_with(" |"))
+        {
+            AppendMember(Frame.dSource, std::string(sLine));
+        }
+        else if (TakeStart(sText, "."))
+        {
+            AppendMember(Frame.dVariables, ReadVariable("", sText, static_cast<int>(nBlanks / 4)));
+        }
+        else if (nBlanks == 0)
+        {
+            char const * const szWord = TakeStart(sText, "parameter ") ? "parameter"
+                                        : TakeStart(sText, "local ")   ? "local"
+                                                                       : nullptr;
+            if (szWord != nullptr)
+            {
+                AppendMember(Frame.dVariables, ReadVariable(szWord, sText, 0));
+            }
+        }
+    }
+
+    // Divides '4711 "render"' and what follows.
+    CrashThread_t ReadThread(std::string_view sLine)
+    {
+        CrashThread_t Thread;
+        std::size_t const iNumberEnd = std::min(sLine.find_first_of(" ,"), sLine.size());
+        Thread.sNumber = sLine.substr(0, iNumberEnd);
+        sLine.remove_prefix(iNumberEnd);
+        std::size_t const iLock = std::min(sLine.find(", holds "), sLine.find(", waits for "));
+        if (iLock != std::string_view::npos)
+        {
+            Thread.sLock = sLine.substr(iLock + 2);
+            sLine = sLine.substr(0, iLock);
+        }
+        if (TakeStart(sLine, " \""))
+        {
+            sLine.remove_suffix(sLine.ends_with('"') ? 1 : 0);
+            Thread.sName = sLine;
+        }
+        return Thread;
+    }
+
+    std::string LowerCase(std::string_view sText)
+    {
+        std::string sOut(sText);
+        std::transform(sOut.begin(), sOut.end(), sOut.begin(),
+            [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+        return sOut;
+    }
+
+    void SetPaths(std::vector<CrashFrame_t> & dFrames, Crash_t const & Crash)
+    {
+        for (CrashFrame_t & Frame : dFrames)
+        {
+            CrashModule_t const * const pModule = FindCrashModule(Crash, Frame);
+            if (pModule != nullptr)
+            {
+                Frame.sModulePath = pModule->sPath;
+            }
+        }
+    }
+
+    // Sets the paths of the modules, which are listed after the frames.
+    void SetPaths(Crash_t & Crash)
+    {
+        SetPaths(Crash.Thread.dFrames, Crash);
+        for (CrashThread_t & Thread : Crash.dThreads)
+        {
+            SetPaths(Thread.dFrames, Crash);
+        }
+        if (!Crash.Thread.dFrames.empty())
+        {
+            CrashFrame_t const & First = Crash.Thread.dFrames[0];
+            Crash.sFaultModule = First.sModulePath.empty() ? First.sModule : First.sModulePath;
+        }
+    }
+
+    std::vector<Crash_t> DetailsReader_c::Read()
+    {
+        std::string_view sLine;
+        while (m_Lines.Next(sLine))
+        {
+            if (sLine.starts_with("ZQCore crash details "))
+            {
+                if (!ReadFirstLine(sLine))
+                {
+                    return std::move(m_dCrashes);
+                }
+            }
+            else if (m_dCrashes.empty())
+            {
+                m_Lines.Complain("not the details of a crash: " + CrashLines_c::StartOf(sLine));
+                return {};
+            }
+            else if (!m_bEmpty || !ReadSectionName(sLine))
+            {
+                ReadLine(sLine);
+            }
+            m_bEmpty = sLine.empty();
+        }
+        if (m_dCrashes.empty())
+        {
+            m_Lines.Complain("the details are empty");
+            return {};
+        }
+        if (m_eSection < Section_e::Process)
+        {
+            m_Lines.Complain(
+                m_eSection == Section_e::None
+                    ? std::string("the details break off before their first section")
+                    : std::string("the details break off in ") + SECTIONS[static_cast<unsigned>(m_eSection)]);
+        }
+        End();
+        return std::move(m_dCrashes);
+    }
+
+    bool DetailsReader_c::ReadFirstLine(std::string_view sLine)
+    {
+        End();
+        if (sLine != "ZQCore crash details 1")
+        {
+            m_Lines.ComplainOf("details of another version", sLine);
+            return false;
+        }
+        if (m_dCrashes.size() == CRASH_MAX_CRASHES)
+        {
+            m_Lines.Complain("more than " + std::to_string(CRASH_MAX_CRASHES) + " crashes; the rest is not read");
+            return false;
+        }
+        m_dCrashes.emplace_back().bDetails = true;
+        m_eSection = Section_e::None;
+        m_bFull = false;
+        return true;
+    }
+
+    void DetailsReader_c::End()
+    {
+        if (m_dCrashes.empty())
+        {
+            return;
+        }
+        SetPaths(Last());
+        if (m_bFull)
+        {
+            m_Lines.Complain(
+                "a list of more than " + std::to_string(CRASH_MAX_MEMBERS) + " entries is cut, in this crash");
+        }
+    }
+
+    bool DetailsReader_c::ReadSectionName(std::string_view sLine)
+    {
+        if (!sLine.starts_with('[') || !sLine.ends_with(']'))
+        {
+            return false;
+        }
+        auto const itName = std::find(SECTIONS.begin(), SECTIONS.end(), sLine);
+        auto const eSection = static_cast<Section_e>(itName - SECTIONS.begin());   // Unknown if none
+        if (eSection <= m_eSection && m_eSection != Section_e::Unknown)
+        {
+            m_Lines.ComplainOf("out of order", sLine);
+        }
+        m_eSection = eSection;
+        m_sGroup.clear();
+        m_nLeftOut = 0;
+        return true;
+    }
+
+    void DetailsReader_c::ReadLine(std::string_view sLine)
+    {
+        std::string_view sCut = sLine;
+        if (TakeStart(sCut, "(cut: ") && sCut.ends_with(')') && m_eSection != Section_e::Unknown)
+        {
+            Last().dCuts.push_back(std::string(SECTIONS[static_cast<unsigned>(m_eSection)]) + ": "
+                                   + std::string(sCut.substr(0, sCut.size() - 1)));
+            return;
+        }
+        switch (sLine.empty() ? Section_e::None : m_eSection)
+        {
+        case Section_e::Fault:
+            ReadFault(sLine);
+            break;
+        case Section_e::Frames:
+            ReadFrames(sLine, Last().Thread.dFrames);
+            break;
+        case Section_e::Threads:
+            ReadThreads(sLine);
+            break;
+        case Section_e::Modules:
+            ReadModule(sLine);
+            break;
+        case Section_e::Process:
+            ReadProcess(sLine);
+            break;
+        case Section_e::None:
+        case Section_e::Unknown:
+            break;
+        }
+    }
+
+    void DetailsReader_c::ReadFault(std::string_view sLine)
+    {
+        Crash_t & Crash = Last();
+        std::string_view sValue = sLine;
+        std::string_view const sKey = TakeUpTo(sValue, ": ");
+        if (sKey == "code")
+        {
+            std::optional<std::uint64_t> const Code = TakeNumber(sValue, 16);
+            if (!Code || *Code > UINT32_MAX)
+            {
+                m_Lines.ComplainOf("not an exception code", sLine);
+                return;
+            }
+            TakeStart(sValue, " ");
+            Crash.nCode = static_cast<std::uint32_t>(*Code);
+            Crash.sCodeText = sValue;
+        }
+        else if (sKey == "kind")
+        {
+            Crash.sKind = sValue;
+        }
+        else if (sKey == "data" || sKey == "instruction")
+        {
+            std::optional<std::uint64_t> & To = sKey == "data" ? Crash.Data : Crash.Instruction;
+            TakeStart(sValue, "0x");
+            To = WholeNumber(sValue, 16);
+            if (!To && sValue != "unknown")
+            {
+                m_Lines.ComplainOf("not an address", sLine);
+            }
+        }
+        else if (sKey == "thread")
+        {
+            CrashThread_t Thread = ReadThread(sValue);
+            Thread.dFrames = std::move(Crash.Thread.dFrames);
+            Crash.Thread = std::move(Thread);
+        }
+        else if (sKey == "exception")
+        {
+            Crash.sException = sValue;
+        }
+        else if (sKey == "depth")
+        {
+            Crash.sDepth = sValue;
+        }
+    }
+
+    void DetailsReader_c::ReadFrames(std::string_view sLine, std::vector<CrashFrame_t> & dFrames)
+    {
+        std::string_view sRest = sLine;
+        if (TakeStart(sRest, "... "))
+        {
+            m_nLeftOut = TakeNumber(sRest, 10).value_or(0);
+        }
+        else if (TakeStart(sRest, "    ") && !dFrames.empty())
+        {
+            ReadOfFrame(sRest, dFrames.back());
+        }
+        else if (sLine.starts_with('#'))
+        {
+            std::optional<CrashFrame_t> Frame = ReadFrame(sLine);
+            if (!Frame)
+            {
+                m_Lines.ComplainOf("not a frame", sLine);
+                return;
+            }
+            Frame->nLeftOut = std::exchange(m_nLeftOut, 0);
+            // Inlined calls share the address of the function that they are part of.
+            Frame->bReturn = !dFrames.empty() && (dFrames.back().bReturn || !dFrames.back().bInlined);
+            m_bFull = !AppendMember(dFrames, std::move(*Frame)) || m_bFull;
+        }
+    }
+
+    void DetailsReader_c::ReadThreads(std::string_view sLine)
+    {
+        std::vector<CrashThread_t> & dThreads = Last().dThreads;
+        std::string_view sRest = sLine;
+        if (TakeStart(sRest, "thread "))
+        {
+            m_bFull = !AppendMember(dThreads, ReadThread(sRest)) || m_bFull;
+            m_nLeftOut = 0;
+        }
+        else if (!dThreads.empty())
+        {
+            ReadFrames(sLine, dThreads.back().dFrames);
+        }
+        else if (Last().sThreadsNote.empty())
+        {
+            Last().sThreadsNote = sLine;
+        }
+    }
+
+    // "START-END BUILDID PATH"
+    void DetailsReader_c::ReadModule(std::string_view sLine)
+    {
+        std::string_view sRest = sLine;
+        CrashModule_t Module;
+        std::optional<std::uint64_t> const Start = TakeNumber(sRest, 16);
+        bool const bStart = Start && TakeStart(sRest, "-");
+        std::optional<std::uint64_t> const End = bStart ? TakeNumber(sRest, 16) : std::nullopt;
+        if (!End || *End < *Start || !TakeStart(sRest, " "))
+        {
+            m_Lines.ComplainOf("not a module", sLine);
+            return;
+        }
+        Module.nStart = *Start;
+        Module.nEnd = *End;
+        std::string_view const sBuildId = TakeUpTo(sRest, " ");
+        Module.sBuildId = sBuildId == "-" ? "" : LowerCase(sBuildId);
+        Module.sPath = sRest;
+        m_bFull = !AppendMember(Last().dModules, std::move(Module)) || m_bFull;
+    }
+
+    void DetailsReader_c::ReadProcess(std::string_view sLine)
+    {
+        Crash_t & Crash = Last();
+        if (TakeStart(sLine, "    "))
+        {
+            TakeStart(sLine, "| ");
+            std::vector<std::string> * const pLines = m_sGroup == "memory"   ? &Crash.dMemory
+                                                      : m_sGroup == "log"    ? &Crash.dLog
+                                                      : m_sGroup == "timers" ? &Crash.dTimers
+                                                                             : nullptr;
+            m_bFull = (pLines != nullptr && !AppendMember(*pLines, std::string(sLine))) || m_bFull;
+        }
+        else if (sLine.ends_with(':'))
+        {
+            m_sGroup = sLine.substr(0, sLine.size() - 1);
+        }
+        else if (sLine.find(": ") != std::string_view::npos)
+        {
+            std::string_view const sKey = TakeUpTo(sLine, ": ");
+            m_bFull = !AppendMember(Crash.dFacts, { std::string(sKey), std::string(sLine) }) || m_bFull;
+        }
+    }
+}
+
+std::vector<Crash_t> ReadCrashDetails(std::string_view sText, CrashComplain_t const & fnComplain)
+{
+    return DetailsReader_c(sText, fnComplain).Read();
+}

@@ -1,0 +1,229 @@
+#include "tools/zqtool/crashfiles.h"
+
+#include "tools/zqtool/crashlines.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <set>
+
+namespace
+{
+    namespace fs = std::filesystem;
+
+    constexpr std::string_view REPORT_END = ".rpt", DETAILS_END = "_details.txt", REPORT_START = "CrashReport_";
+    constexpr std::size_t MAX_FILE = 16 << 20;
+
+    bool Exists(std::string const & sFile)
+    {
+        std::error_code Ignored;
+        return fs::exists(sFile, Ignored);
+    }
+
+    // Returns a name without an ending, or nothing if it ends otherwise.
+    std::optional<std::string> StemOf(std::string const & sName, std::string_view sEnd)
+    {
+        return sName.ends_with(sEnd) ? std::optional(sName.substr(0, sName.size() - sEnd.size())) : std::nullopt;
+    }
+
+    class Finder_c
+    {
+    public:
+        explicit Finder_c(CrashFault_t const & fnFault)
+            : m_fnFault(fnFault)
+        {}
+
+        void Add(std::string const & sName)
+        {
+            std::error_code Ignored;
+            if (fs::is_directory(sName, Ignored))
+            {
+                AddFolder(sName);
+                return;
+            }
+            std::optional<std::string> const OfDetails = StemOf(sName, DETAILS_END),
+                                             OfReport = StemOf(sName, REPORT_END);
+            std::string const sStem = OfDetails ? *OfDetails : OfReport.value_or(sName);
+            CrashFiles_t Files = { OfDetails ? sStem + std::string(REPORT_END) : sName,
+                OfDetails || OfReport ? sStem + std::string(DETAILS_END) : "" };
+            std::string & sOther = OfDetails ? Files.sReport : Files.sDetails;
+            sOther = Exists(sOther) ? sOther : "";
+            AddPair(sStem, Files);
+        }
+
+        std::vector<CrashFiles_t> Take() { return std::move(m_dFound); }
+
+    private:
+        void AddFolder(std::string const & sFolder)
+        {
+            std::map<std::string, CrashFiles_t> dPairs;
+            std::error_code Error;
+            fs::recursive_directory_iterator itEntry(sFolder, Error);
+            for (; !Error && itEntry != fs::end(itEntry); itEntry.increment(Error))
+            {
+                std::string const sName = itEntry->path().string();
+                std::error_code Ignored;
+                if (std::optional<std::string> const OfReport = StemOf(sName, REPORT_END);
+                    OfReport && itEntry->is_regular_file(Ignored))
+                {
+                    dPairs[*OfReport].sReport = sName;
+                }
+                else if (std::optional<std::string> const OfDetails = StemOf(sName, DETAILS_END);
+                         OfDetails && FileNameOf(sName).starts_with(REPORT_START) && itEntry->is_regular_file(Ignored))
+                {
+                    dPairs[*OfDetails].sDetails = sName;
+                }
+            }
+            if (Error)
+            {
+                m_fnFault(sFolder + ": can't read the whole folder: " + Error.message());
+            }
+            else if (dPairs.empty())
+            {
+                m_fnFault(sFolder + ": no crash report in this folder");
+            }
+            for (auto const & [sStem, Files] : dPairs)
+            {
+                AddPair(sStem, Files);
+            }
+        }
+
+        void AddPair(std::string const & sStem, CrashFiles_t const & Files)
+        {
+            if (m_dStems.insert(fs::path(sStem).lexically_normal().string()).second)
+            {
+                m_dFound.push_back(Files);
+            }
+        }
+
+        CrashFault_t const & m_fnFault;
+        std::set<std::string> m_dStems;
+        std::vector<CrashFiles_t> m_dFound;
+    };
+
+    // What is wrong with a file: the first fault, and how many more there are.
+    struct Faults_t
+    {
+        void Add(std::size_t iLine, std::string const & sText)
+        {
+            std::string const sLine = iLine > 0 ? "(" + std::to_string(iLine) + ")" : "";
+            sFirst = nFaults++ == 0 ? sLine + ": " + sText : sFirst;
+        }
+
+        std::string sFirst;
+        std::size_t nFaults = 0;
+    };
+
+    // Reads a file up to the limit. Returns its text, which is valid until the next call. Sets sFault if it can't.
+    std::string_view ReadWhole(std::string const & sFile, std::string & sFault)
+    {
+        static std::string s_sBuffer(64 << 10, '\0');
+        std::FILE * const pFile = std::fopen(sFile.c_str(), "rb");
+        if (pFile == nullptr)
+        {
+            sFault = "can't open it";
+            return "";
+        }
+        std::setvbuf(pFile, nullptr, _IONBF, 0);
+        std::size_t nText = 0, nRead = 1;
+        while (nRead > 0 && nText <= MAX_FILE)
+        {
+            s_sBuffer.resize(nText == s_sBuffer.size() ? 2 * nText : s_sBuffer.size());
+            nRead = std::fread(s_sBuffer.data() + nText, 1, s_sBuffer.size() - nText, pFile);
+            nText += nRead;
+        }
+        sFault = std::ferror(pFile) != 0 ? "can't read it"
+                 : nText > MAX_FILE      ? "more than 16 MB; the rest is not read"
+                                         : "";
+        std::fclose(pFile);
+        return std::string_view(s_sBuffer).substr(0, std::min(nText, MAX_FILE));
+    }
+
+    std::vector<Crash_t> LoadOne(std::string const & sFile, CrashFault_t const & fnFault,
+        std::vector<Crash_t> (*fnRead)(std::string_view, CrashComplain_t const &))
+    {
+        std::vector<Crash_t> dCrashes;
+        if (sFile.empty())
+        {
+            return dCrashes;
+        }
+        std::string sFault;
+        Faults_t Faults;
+        std::string_view const sText = ReadWhole(sFile, sFault);
+        if (sFault.empty() || !sText.empty())
+        {
+            dCrashes =
+                fnRead(sText, [&Faults](std::size_t iLine, std::string const & sWhat) { Faults.Add(iLine, sWhat); });
+        }
+        if (!sFault.empty())
+        {
+            fnFault(sFile + ": " + sFault);
+        }
+        else if (Faults.nFaults > 0)
+        {
+            fnFault(sFile + Faults.sFirst
+                    + (Faults.nFaults > 1 ? " (and " + std::to_string(Faults.nFaults - 1) + " more)" : ""));
+        }
+        return dCrashes;
+    }
+
+    // Returns the local time in a report's name, "CrashReport_26.11.2026__8_18_37": day, month, year.
+    std::string TimeOfName(std::string_view sName)
+    {
+        unsigned dTime[6] = {};
+        std::string const sText(FileNameOf(sName));
+        if (std::sscanf(sText.c_str(), "CrashReport_%2u.%2u.%4u__%2u_%2u_%2u", &dTime[0], &dTime[1], &dTime[2],
+                &dTime[3], &dTime[4], &dTime[5])
+            != 6)
+        {
+            return "";
+        }
+        char szTime[32];
+        std::snprintf(szTime, sizeof szTime, "%04u-%02u-%02u %02u:%02u:%02u", dTime[2], dTime[1], dTime[0], dTime[3],
+            dTime[4], dTime[5]);
+        return szTime;
+    }
+
+    // Returns "2026-11-26 08:18:37" of a time of ISO 8601, empty if it is none.
+    std::string LocalTime(std::string_view sTime)
+    {
+        constexpr std::string_view FORM = "0000-00-00T00:00:00";
+        std::string sText(sTime.substr(0, FORM.size()));
+        bool bGood = sText.size() == FORM.size();
+        for (std::size_t i = 0; bGood && i < FORM.size(); ++i)
+        {
+            bGood = FORM[i] == '0' ? sText[i] >= '0' && sText[i] <= '9' : sText[i] == FORM[i] || sText[i] == ' ';
+        }
+        if (!bGood)
+        {
+            return "";
+        }
+        sText[10] = ' ';
+        return sText;
+    }
+}
+
+std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault)
+{
+    Finder_c Finder(fnFault);
+    for (std::string const & sName : dNames)
+    {
+        Finder.Add(sName);
+    }
+    return Finder.Take();
+}
+
+std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashFault_t const & fnFault)
+{
+    std::vector<Crash_t> dReports = LoadOne(Files.sReport, fnFault, ReadCrashReport);
+    std::vector<Crash_t> dDetails = LoadOne(Files.sDetails, fnFault, ReadCrashDetails);
+    std::vector<Crash_t> dCrashes = JoinCrashes(std::move(dReports), std::move(dDetails));
+    for (Crash_t & Crash : dCrashes)
+    {
+        Crash.sFile = Crash.bReport ? Files.sReport : Files.sDetails;
+        Crash.sTime = LocalTime(Crash.GetFact("time"));
+        Crash.sTime = Crash.sTime.empty() ? TimeOfName(Crash.sFile) : Crash.sTime;
+    }
+    return dCrashes;
+}

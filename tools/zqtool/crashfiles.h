@@ -1,0 +1,20 @@
+// crashfiles.h: finds and loads crash reports with the details beside them.
+#pragma once
+
+#include "tools/zqtool/crashreport.h"
+
+/// Two files with the same stem; an empty name is none.
+struct CrashFiles_t
+{
+    std::string sReport, sDetails;
+};
+
+/// Receives one line for each file or folder that is damaged, foreign or not readable.
+using CrashFault_t = std::function<void(std::string const & sText)>;
+
+/// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. A pair that
+/// is named twice is returned once.
+std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault);
+
+/// Reads a pair of files. Returns their crashes, as far as they are readable.
+std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashFault_t const & fnFault);

@@ -1,0 +1,116 @@
+#include "tools/zqtool/crashjson.h"
+
+#include "tools/zqtool/crashcause.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace
+{
+    using Json_t = nlohmann::ordered_json;
+
+    // Addresses may be larger than the integers that every reader of JSON has.
+    std::string Address(std::uint64_t nAddress)
+    {
+        char szAddress[24];
+        std::snprintf(szAddress, sizeof szAddress, "0x%llx", static_cast<unsigned long long>(nAddress));
+        return szAddress;
+    }
+
+    Json_t TextOrNull(std::string const & sText)
+    {
+        return sText.empty() ? Json_t() : Json_t(sText);
+    }
+
+    Json_t AddressOrNull(std::optional<std::uint64_t> const & Number)
+    {
+        return Number ? Json_t(Address(*Number)) : Json_t();
+    }
+
+    Json_t OfVariable(CrashVariable_t const & Variable)
+    {
+        return { { "level", Variable.nLevel }, { "kind", Variable.sWord.empty() ? "member" : Variable.sWord },
+            { "name", Variable.sName }, { "type", TextOrNull(Variable.sType) },
+            { "value", TextOrNull(Variable.sValue) } };
+    }
+
+    template <typename T, typename CALL>
+    Json_t ArrayOf(std::vector<T> const & dMembers, CALL const & Of)
+    {
+        Json_t Array = Json_t::array();
+        for (T const & Member : dMembers)
+        {
+            Array.push_back(Of(Member));
+        }
+        return Array;
+    }
+
+    Json_t OfFrame(CrashFrame_t const & Frame)
+    {
+        return { { "number", Frame.iNumber }, { "address", Address(Frame.nAddress) },
+            { "module", TextOrNull(Frame.sModule) },
+            { "section", Frame.iSection > 0 ? Json_t(Frame.iSection) : Json_t() },
+            { "offset", Frame.sModule.empty() ? Json_t() : Json_t(Address(Frame.nOffset)) },
+            { "function", TextOrNull(Frame.sFunction) },
+            { "displacement",
+                Frame.sFunction.empty() || Frame.bInlined ? Json_t() : Json_t(Address(Frame.nDisplacement)) },
+            { "inlined", Frame.bInlined }, { "own", IsOwnFrame(Frame) }, { "file", TextOrNull(Frame.sFile) },
+            { "line", Frame.iLine > 0 ? Json_t(Frame.iLine) : Json_t() }, { "leftOut", Frame.nLeftOut },
+            { "source", Frame.dSource }, { "variables", ArrayOf(Frame.dVariables, OfVariable) } };
+    }
+
+    Json_t OfThread(CrashThread_t const & Thread)
+    {
+        return { { "number", TextOrNull(Thread.sNumber) }, { "name", TextOrNull(Thread.sName) },
+            { "lock", TextOrNull(Thread.sLock) }, { "frames", ArrayOf(Thread.dFrames, OfFrame) } };
+    }
+
+    Json_t OfModule(CrashModule_t const & Module)
+    {
+        return { { "start", Address(Module.nStart) }, { "end", Address(Module.nEnd) },
+            { "buildId", TextOrNull(Module.sBuildId) }, { "path", Module.sPath } };
+    }
+
+    Json_t OfProcess(Crash_t const & Crash)
+    {
+        Json_t Facts = Json_t::object();
+        for (CrashFact_t const & Fact : Crash.dFacts)
+        {
+            Facts[Fact.sKey] = Fact.sValue;
+        }
+        return Facts;
+    }
+
+    Json_t OfCrash(Crash_t const & Crash)
+    {
+        char szCode[16];
+        std::snprintf(szCode, sizeof szCode, "%08X", static_cast<unsigned>(Crash.nCode));
+        CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames);
+        return { { "file", Crash.sFile }, { "details", Crash.bDetails }, { "time", TextOrNull(Crash.sTime) },
+            { "headline", CrashHeadline(Crash) }, { "signature", CrashSignature(Crash) }, { "kind", Crash.sKind },
+            { "code", szCode }, { "codeText", Crash.sCodeText }, { "data", AddressOrNull(Crash.Data) },
+            { "instruction", AddressOrNull(Crash.Instruction) }, { "exception", TextOrNull(Crash.sException) },
+            { "depth", TextOrNull(Crash.sDepth) },
+            { "likelyFrame", pLikely != nullptr ? Json_t(pLikely - Crash.Thread.dFrames.data()) : Json_t() },
+            { "fartherFrames", Crash.bFarther }, { "thread", OfThread(Crash.Thread) },
+            { "threads", ArrayOf(Crash.dThreads, OfThread) }, { "modules", ArrayOf(Crash.dModules, OfModule) },
+            { "process", OfProcess(Crash) }, { "memory", Crash.dMemory }, { "timers", Crash.dTimers },
+            { "log", Crash.dLog }, { "incomplete", Crash.dCuts } };
+    }
+
+    std::string TextOf(Json_t const & Json)
+    {
+        return Json.dump(-1, ' ', false, Json_t::error_handler_t::replace);
+    }
+}
+
+std::string CrashJson(Crash_t const & Crash)
+{
+    return TextOf(OfCrash(Crash));
+}
+
+std::string CrashGroupJson(CrashGroup_t const & Group)
+{
+    return TextOf({ { "signature", Group.sSignature }, { "count", Group.nCount }, { "first", TextOrNull(Group.sFirst) },
+        { "last", TextOrNull(Group.sLast) }, { "versions", Group.dVersions }, { "sample", OfCrash(Group.Sample) } });
+}

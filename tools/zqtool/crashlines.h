@@ -1,0 +1,66 @@
+// crashlines.h: what the readers of reports and of details share: lines, numbers and limits.
+#pragma once
+
+#include "tools/zqtool/crashreport.h"
+
+/// Most crashes in a file, and most frames, threads, modules, variables or lines of one kind in a crash.
+constexpr std::size_t CRASH_MAX_MEMBERS = 10000;
+constexpr std::size_t CRASH_MAX_CRASHES = 1000;
+
+/// The lines of a text. A line ends with LF or CR LF.
+class CrashLines_c
+{
+public:
+    CrashLines_c(std::string_view sText, CrashComplain_t const & fnComplain)
+        : m_sRest(sText)
+        , m_fnComplain(fnComplain)
+        , m_bZeros(sText.find('\0') != std::string_view::npos)
+    {}
+
+    /// Sets the next line, without its end. Returns false after the last one. A line of more than 64 KB is cut.
+    /// Reports lines that are damaged.
+    bool Next(std::string_view & sLine);
+
+    /// Reports what is wrong with the current line.
+    void Complain(std::string const & sText) const { m_fnComplain(m_iLine, sText); }
+
+    /// Reports likewise, with the start of the line. A line that the file breaks off within is reported at its end.
+    void ComplainOf(char const * szWhat, std::string_view sLine) const;
+
+    /// Returns the start of a line for a report.
+    static std::string StartOf(std::string_view sLine);
+
+private:
+    std::string_view m_sRest;
+    CrashComplain_t const & m_fnComplain;
+    std::size_t m_iLine = 0;
+    bool m_bBroken = false;   // the current line has no end
+    bool m_bZeros;            // not yet reported
+};
+
+/// Removes a start from a text. Returns false, and leaves the text unchanged, if it starts otherwise.
+bool TakeStart(std::string_view & sText, std::string_view sStart);
+
+/// Removes and returns the text up to a mark, and removes the mark. Without the mark takes the whole text.
+std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark);
+
+/// Removes and returns a number. Returns nothing, and leaves the text unchanged, if there is none or it is too large.
+std::optional<std::uint64_t> TakeNumber(std::string_view & sText, int nBase);
+
+/// Returns a text that consists of a number.
+std::optional<std::uint64_t> WholeNumber(std::string_view sText, int nBase);
+
+/// Returns the last part of a path.
+std::string_view FileNameOf(std::string_view sPath);
+
+/// Appends unless the list is full. Returns whether it did.
+template <typename T>
+bool AppendMember(std::vector<T> & dMembers, T && Member)
+{
+    bool const bRoom = dMembers.size() < CRASH_MAX_MEMBERS;
+    if (bRoom)
+    {
+        dMembers.push_back(std::forward<T>(Member));
+    }
+    return bRoom;
+}

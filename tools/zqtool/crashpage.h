@@ -1,0 +1,10 @@
+// crashpage.h: groups of crashes as one HTML page that loads nothing.
+#pragma once
+
+#include "tools/zqtool/crashfold.h"
+
+#include <iosfwd>
+
+/// Writes the page. dFaults says what could not be read.
+void WriteCrashPage(
+    std::ostream & Stream, std::vector<CrashGroup_t> const & dGroups, std::vector<std::string> const & dFaults);

@@ -1,0 +1,249 @@
+#include "tools/zqtool/crashprint.h"
+
+#include "tools/zqtool/crashcause.h"
+#include "tools/zqtool/crashlines.h"
+#include "tools/zqtool/text.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace
+{
+    enum Style_e
+    {
+        STYLE_TITLE,
+        STYLE_HEAD,
+        STYLE_MARK,
+        STYLE_QUIET
+    };
+
+    // Text in parts, each of which may have a colour. Whatever a part holds, only the colours control the terminal.
+    class Text_c
+    {
+    public:
+        explicit Text_c(bool bColours)
+            : m_bColours(bColours)
+        {}
+
+        Text_c & Add(std::string_view sPart)
+        {
+            m_sText += PrintableLine(sPart);
+            return *this;
+        }
+
+        Text_c & Add(Style_e eStyle, std::string_view sPart)
+        {
+            static constexpr char const * COLOURS[] = { "\x1B[1m", "\x1B[1;36m", "\x1B[1;33m", "\x1B[2m" };
+            m_sText += m_bColours ? COLOURS[eStyle] : "";
+            Add(sPart);
+            m_sText += m_bColours ? "\x1B[0m" : "";
+            return *this;
+        }
+
+        Text_c & End()
+        {
+            m_sText += '\n';
+            return *this;
+        }
+
+        std::string Take() { return std::move(m_sText); }
+
+    private:
+        std::string m_sText;
+        bool m_bColours;
+    };
+
+    void AddHead(Text_c & Text, std::string_view sHead)
+    {
+        Text.End().Add(STYLE_HEAD, sHead).End();
+    }
+
+    // Returns a number as "1 thread" or "3 threads".
+    std::string Counted(std::size_t nCount, std::string const & sNoun)
+    {
+        return std::to_string(nCount) + " " + sNoun + (nCount == 1 ? "" : "s");
+    }
+
+    void AddFrame(Text_c & Text, CrashFrame_t const & Frame, bool bLikely)
+    {
+        char szPlace[64];
+        std::snprintf(szPlace, sizeof szPlace, "  %s #%-3zu ", bLikely ? ">" : " ", Frame.iNumber);
+        Text.Add(szPlace);
+        std::string sName = CrashFrameName(Frame);
+        if (!Frame.sFunction.empty() && !Frame.bInlined)
+        {
+            std::snprintf(szPlace, sizeof szPlace, "+%llX", static_cast<unsigned long long>(Frame.nDisplacement));
+            sName += szPlace;
+        }
+        if (bLikely)
+        {
+            Text.Add(STYLE_MARK, sName);
+        }
+        else
+        {
+            Text.Add(sName);
+        }
+        Text.Add(Frame.bInlined ? " [inlined]" : "");
+        if (!Frame.sFile.empty())
+        {
+            Text.Add("  " + Frame.sFile + (Frame.iLine > 0 ? ":" + std::to_string(Frame.iLine) : ""));
+        }
+        else if (!Frame.sModule.empty() && !Frame.sFunction.empty())
+        {
+            Text.Add(STYLE_QUIET, "  " + Frame.sModule);
+        }
+        Text.End();
+    }
+
+    void AddLikely(Text_c & Text, CrashFrame_t const & Frame)
+    {
+        AddHead(Text, IsOwnFrame(Frame) ? "Likely frame" : "Innermost frame; none is the host's own");
+        AddFrame(Text, Frame, true);
+        for (std::string const & sLine : Frame.dSource)
+        {
+            bool const bMarked = sLine.starts_with('>');
+            Text.Add("      ").Add(bMarked ? STYLE_TITLE : STYLE_QUIET, sLine).End();
+        }
+    }
+
+    void AddStack(Text_c & Text, Crash_t const & Crash, CrashFrame_t const * pLikely)
+    {
+        AddHead(Text, "Stack");
+        for (CrashFrame_t const & Frame : Crash.Thread.dFrames)
+        {
+            if (Frame.nLeftOut > 0)
+            {
+                Text.Add("    ... " + Counted(Frame.nLeftOut, "frame") + " left out ...").End();
+            }
+            AddFrame(Text, Frame, &Frame == pLikely);
+        }
+        if (Crash.bFarther)
+        {
+            Text.Add("    ... farther frames are left out ...").End();
+        }
+    }
+
+    void AddVariables(Text_c & Text, CrashFrame_t const & Frame)
+    {
+        AddHead(Text, "Variables of frame " + std::to_string(Frame.iNumber));
+        for (CrashVariable_t const & Variable : Frame.dVariables)
+        {
+            Text.Add(std::string(4 + 2 * static_cast<std::size_t>(std::clamp(Variable.nLevel, 0, 40)), ' '));
+            Text.Add(STYLE_QUIET, Variable.sWord.empty() ? "." : Variable.sWord + " ");
+            Text.Add(Variable.sName);
+            Text.Add(STYLE_QUIET, Variable.sType.empty() ? "" : ": " + Variable.sType);
+            Text.Add(Variable.sValue.empty() ? "" : " = " + Variable.sValue).End();
+        }
+    }
+
+    void AddThreads(Text_c & Text, Crash_t const & Crash)
+    {
+        AddHead(Text, "Other threads");
+        for (CrashThread_t const & Thread : Crash.dThreads)
+        {
+            std::string const sPlace = CrashPlace(Thread.dFrames);
+            Text.Add("    " + Thread.sNumber + (Thread.sName.empty() ? "" : " \"" + Thread.sName + "\""));
+            Text.Add(STYLE_MARK, Thread.sLock.empty() ? "" : ", " + Thread.sLock);
+            Text.Add(sPlace.empty() ? "" : ": " + sPlace).End();
+        }
+        if (!Crash.sThreadsNote.empty())
+        {
+            Text.Add("    " + Crash.sThreadsNote).End();
+        }
+    }
+
+    void AddLines(Text_c & Text, char const * szHead, std::vector<std::string> const & dLines)
+    {
+        if (!dLines.empty())
+        {
+            AddHead(Text, szHead);
+            for (std::string const & sLine : dLines)
+            {
+                Text.Add("    " + sLine).End();
+            }
+        }
+    }
+
+    void AddFacts(Text_c & Text, Crash_t const & Crash)
+    {
+        if (Crash.dFacts.empty() && Crash.dModules.empty())
+        {
+            return;
+        }
+        AddHead(Text, "Process");
+        for (CrashFact_t const & Fact : Crash.dFacts)
+        {
+            Text.Add("    ").Add(STYLE_QUIET, Fact.sKey + ": ").Add(Fact.sValue).End();
+        }
+        Text.Add("    ").Add(STYLE_QUIET, "modules: ").Add(std::to_string(Crash.dModules.size())).End();
+    }
+
+    std::string VersionsText(CrashGroup_t const & Group)
+    {
+        std::string sText;
+        for (auto const & [sVersion, nCount] : Group.dVersions)
+        {
+            sText += (sText.empty() ? "" : ", ") + sVersion;
+            sText += nCount < Group.nCount ? " (" + std::to_string(nCount) + ")" : "";
+        }
+        return sText;
+    }
+}
+
+std::string CrashText(Crash_t const & Crash, bool bColours)
+{
+    Text_c Text(bColours);
+    Text.Add(STYLE_TITLE, CrashHeadline(Crash)).End();
+    char szCode[16];
+    std::snprintf(szCode, sizeof szCode, "%08X", static_cast<unsigned>(Crash.nCode));
+    Text.Add(STYLE_QUIET, Crash.sFile + (Crash.sTime.empty() ? "" : ", " + Crash.sTime) + ", " + szCode + " "
+                              + Crash.sCodeText + (Crash.bDetails ? "" : ", without details"));
+    Text.End();
+    CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames);
+    if (pLikely != nullptr)
+    {
+        AddLikely(Text, *pLikely);
+        AddStack(Text, Crash, pLikely);
+        if (!pLikely->dVariables.empty())
+        {
+            AddVariables(Text, *pLikely);
+        }
+    }
+    if (!Crash.dThreads.empty() || !Crash.sThreadsNote.empty())
+    {
+        AddThreads(Text, Crash);
+    }
+    AddFacts(Text, Crash);
+    AddLines(Text, "Memory, largest categories in bytes", Crash.dMemory);
+    AddLines(Text, "Open timers", Crash.dTimers);
+    AddLines(Text, "Last lines of the log", Crash.dLog);
+    AddLines(Text, "Incomplete", Crash.dCuts);
+    return Text.Take();
+}
+
+std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours)
+{
+    std::size_t nCrashes = 0;
+    for (CrashGroup_t const & Group : dGroups)
+    {
+        nCrashes += Group.nCount;
+    }
+    Text_c Text(bColours);
+    Text.Add(STYLE_TITLE, std::to_string(nCrashes) + (nCrashes == 1 ? " crash in " : " crashes in ")
+                              + Counted(dGroups.size(), "group"))
+        .End();
+    for (CrashGroup_t const & Group : dGroups)
+    {
+        char szCount[32];
+        std::snprintf(szCount, sizeof szCount, "%7zu  ", Group.nCount);
+        Text.End().Add(STYLE_MARK, szCount).Add(STYLE_TITLE, Group.sSignature).End();
+        if (!Group.sFirst.empty())
+        {
+            Text.Add("         " + Group.sFirst.substr(0, 10));
+            Text.Add(Group.sFirst == Group.sLast ? "" : " to " + Group.sLast.substr(0, 10));
+            Text.Add(Group.dVersions.empty() ? "" : ", version " + VersionsText(Group)).End();
+        }
+        Text.Add(STYLE_QUIET, "         " + Group.Sample.sFile).End();
+    }
+    return Text.Take();
+}

@@ -1,0 +1,10 @@
+// crashprint.h: crashes and groups of them as text for people.
+#pragma once
+
+#include "tools/zqtool/crashfold.h"
+
+/// Returns a crash as text: what happened, the likely frame, the stack, the rest.
+std::string CrashText(Crash_t const & Crash, bool bColours);
+
+/// Returns groups as text, a few lines each.
+std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours);

@@ -1,0 +1,444 @@
+// The report itself. Its parts are known by fixed lines, so a part that is missing or damaged costs no other.
+#include "tools/zqtool/crashreport.h"
+
+#include "tools/zqtool/crashcause.h"
+#include "tools/zqtool/crashlines.h"
+
+#include <algorithm>
+
+namespace
+{
+    enum class Part_e
+    {
+        Head,
+        Stack,
+        Code,
+        Variables
+    };
+
+    class ReportReader_c
+    {
+    public:
+        ReportReader_c(std::string_view sText, CrashComplain_t const & fnComplain)
+            : m_Lines(sText, fnComplain)
+        {}
+
+        std::vector<Crash_t> Read();
+
+    private:
+        bool ReadMark(std::string_view sLine);
+        void Begin(Part_e ePart, std::string_view sLine);
+        void ReadHead(std::string_view sLine);
+        void ReadStack(std::string_view sLine);
+        void ReadVariables(std::string_view sLine);
+        void AddVariable(std::string_view sLine);
+        void CheckEnd() const;
+
+        CrashLines_c m_Lines;
+        std::vector<Crash_t> m_dCrashes;
+        Part_e m_ePart = Part_e::Head;
+        std::size_t m_iFrame = 0;   // of the second call stack: the number of frames so far
+        std::size_t m_nEmpty = 0;   // empty lines since the last other one
+        bool m_bStack = false;      // of the current crash
+    };
+
+    // A line of the call stack: "ADDRESS  FRAME  FUNCTION+DISPLACEMENT   FILE(LINE): TEXT", or in place of the function
+    // "SECTION:OFFSET MODULE", or neither.
+    bool ReadPlace(std::string_view & sLine, CrashFrame_t & Frame)
+    {
+        std::string_view sRest = sLine;
+        std::optional<std::uint64_t> const Section = TakeNumber(sRest, 16);
+        bool const bSection = Section && TakeStart(sRest, ":");
+        std::optional<std::uint64_t> const Offset = bSection ? TakeNumber(sRest, 16) : std::nullopt;
+        if (!Offset || !TakeStart(sRest, " "))
+        {
+            return false;
+        }
+        Frame.iSection = static_cast<unsigned>(*Section);
+        Frame.nOffset = *Offset;
+        Frame.sModulePath = TakeUpTo(sRest, "  ");
+        Frame.sModule = FileNameOf(Frame.sModulePath);
+        sLine = sRest;
+        return true;
+    }
+
+    void ReadFunction(std::string_view & sLine, CrashFrame_t & Frame)
+    {
+        for (std::size_t iPlus = sLine.find('+'); iPlus != std::string_view::npos; iPlus = sLine.find('+', iPlus + 1))
+        {
+            std::string_view sRest = sLine.substr(iPlus + 1);
+            std::optional<std::uint64_t> const Displacement = TakeNumber(sRest, 16);
+            if (Displacement && TakeStart(sRest, "  "))
+            {
+                Frame.sFunction = sLine.substr(0, iPlus);
+                Frame.nDisplacement = *Displacement;
+                sLine = sRest;
+                return;
+            }
+        }
+    }
+
+    void ReadSource(std::string_view sLine, CrashFrame_t & Frame)
+    {
+        for (std::size_t iOpen = sLine.find('('); iOpen != std::string_view::npos; iOpen = sLine.find('(', iOpen + 1))
+        {
+            std::string_view sRest = sLine.substr(iOpen + 1);
+            std::optional<std::uint64_t> const Line = TakeNumber(sRest, 10);
+            if (Line && *Line <= UINT32_MAX && TakeStart(sRest, "):"))
+            {
+                Frame.sFile = sLine.substr(0, iOpen);
+                Frame.iLine = static_cast<unsigned>(*Line);
+                if (TakeStart(sRest, " ") && !sRest.empty())
+                {
+                    Frame.dSource.push_back("> " + std::to_string(Frame.iLine) + " | " + std::string(sRest));
+                }
+                return;
+            }
+        }
+    }
+
+    std::optional<CrashFrame_t> ReadFrame(std::string_view sLine)
+    {
+        std::optional<std::uint64_t> const Address = TakeNumber(sLine, 16);
+        bool const bFirst = Address && TakeStart(sLine, "  ");
+        if (!bFirst || !TakeNumber(sLine, 16) || !TakeStart(sLine, "  "))
+        {
+            return std::nullopt;
+        }
+        CrashFrame_t Frame;
+        Frame.nAddress = *Address;
+        if (!ReadPlace(sLine, Frame) && !TakeStart(sLine, "  "))
+        {
+            ReadFunction(sLine, Frame);
+        }
+        TakeStart(sLine, " ");
+        ReadSource(sLine, Frame);
+        return Frame;
+    }
+
+    std::vector<Crash_t> ReportReader_c::Read()
+    {
+        std::string_view sLine;
+        while (m_Lines.Next(sLine) && m_dCrashes.size() <= CRASH_MAX_CRASHES)
+        {
+            m_nEmpty = sLine.empty() ? m_nEmpty + 1 : 0;
+            if (sLine.empty() || ReadMark(sLine))
+            {
+                continue;
+            }
+            if (m_dCrashes.empty())
+            {
+                m_Lines.Complain("not a crash report: " + CrashLines_c::StartOf(sLine));
+                return {};
+            }
+            switch (m_ePart)
+            {
+            case Part_e::Head:
+                ReadHead(sLine);
+                break;
+            case Part_e::Stack:
+                ReadStack(sLine);
+                break;
+            case Part_e::Variables:
+                ReadVariables(sLine);
+                break;
+            case Part_e::Code:
+                break;
+            }
+        }
+        CheckEnd();
+        return std::move(m_dCrashes);
+    }
+
+    // Returns whether the line begins a part.
+    bool ReportReader_c::ReadMark(std::string_view sLine)
+    {
+        if (std::string_view("PCLA=").find(sLine[0]) == std::string_view::npos)
+        {
+            return false;   // almost all lines
+        }
+        if (sLine == "PROGRAM IS CRASHED!!!")
+        {
+            Crash_t & Crash = m_dCrashes.emplace_back();
+            Crash.bReport = true;
+            m_ePart = Part_e::Head;
+            m_bStack = false;
+            return true;
+        }
+        if (m_dCrashes.empty())
+        {
+            return false;
+        }
+        if (sLine == "Call stack:")
+        {
+            m_iFrame = 0;
+            if (m_ePart != Part_e::Variables)
+            {
+                Begin(Part_e::Stack, sLine);
+                m_bStack = true;
+            }
+            return true;
+        }
+        if (sLine == "Crash code disassembly:")
+        {
+            Begin(Part_e::Code, sLine);
+            return true;
+        }
+        if (sLine == "Local Variables And Parameters")
+        {
+            Begin(Part_e::Variables, sLine);
+            return true;
+        }
+        return sLine.starts_with("Address   Frame") || sLine.starts_with("====");
+    }
+
+    void ReportReader_c::Begin(Part_e ePart, std::string_view sLine)
+    {
+        if (m_ePart >= ePart)
+        {
+            m_Lines.ComplainOf("out of order", sLine);
+        }
+        m_ePart = ePart;
+    }
+
+    void ReportReader_c::ReadHead(std::string_view sLine)
+    {
+        Crash_t & Crash = m_dCrashes.back();
+        if (TakeStart(sLine, "Exception code: "))
+        {
+            std::optional<std::uint64_t> const Code = TakeNumber(sLine, 16);
+            if (!Code || *Code > UINT32_MAX)
+            {
+                m_Lines.ComplainOf("not an exception code", sLine);
+                return;
+            }
+            TakeStart(sLine, " ");
+            Crash.nCode = static_cast<std::uint32_t>(*Code);
+            Crash.sCodeText = sLine;
+            Crash.sKind = CrashKindOf(Crash.nCode);
+            std::string_view sException = sLine;
+            if (TakeStart(sException, "Uncaught C++ exception "))
+            {
+                Crash.sException = sException;
+            }
+        }
+        else if (TakeStart(sLine, "Fault address:  "))
+        {
+            Crash.Instruction = TakeNumber(sLine, 16);
+            if (!Crash.Instruction)
+            {
+                m_Lines.ComplainOf("not an address", sLine);
+            }
+            TakeStart(sLine, " ");
+            TakeUpTo(sLine, " ");
+            Crash.sFaultModule = sLine;
+        }
+    }
+
+    void ReportReader_c::ReadStack(std::string_view sLine)
+    {
+        Crash_t & Crash = m_dCrashes.back();
+        if (sLine.starts_with("("))   // "(farther frames are left out)"
+        {
+            Crash.bFarther = true;
+            return;
+        }
+        std::optional<CrashFrame_t> Frame = ReadFrame(sLine);
+        if (!Frame)
+        {
+            m_Lines.ComplainOf("not a frame", sLine);
+            return;
+        }
+        Frame->iNumber = Crash.Thread.dFrames.size();
+        Frame->bReturn = Frame->iNumber > 0;
+        if (!AppendMember(Crash.Thread.dFrames, std::move(*Frame)))
+        {
+            Crash.bFarther = true;
+        }
+    }
+
+    void ReportReader_c::ReadVariables(std::string_view sLine)
+    {
+        if (sLine.starts_with('\t'))
+        {
+            AddVariable(sLine);
+            return;
+        }
+        std::optional<CrashFrame_t> const Frame = ReadFrame(sLine);
+        std::vector<CrashFrame_t> const & dFrames = m_dCrashes.back().Thread.dFrames;
+        if (Frame && m_iFrame < dFrames.size() && dFrames[m_iFrame].nAddress == Frame->nAddress)
+        {
+            ++m_iFrame;
+        }
+        else if (Frame)
+        {
+            m_iFrame = dFrames.size() + 1;   // another stack than the first one: its variables have no frame
+        }
+    }
+
+    // "	Parameter 'NAME' TYPE = VALUE"; of a member "		 NAME = VALUE", with more tabs for each level.
+    void ReportReader_c::AddVariable(std::string_view sLine)
+    {
+        std::vector<CrashFrame_t> & dFrames = m_dCrashes.back().Thread.dFrames;
+        if (m_iFrame == 0 || m_iFrame > dFrames.size())
+        {
+            return;
+        }
+        std::size_t const nTabs = std::min(sLine.find_first_not_of('\t'), sLine.size());
+        sLine.remove_prefix(nTabs);
+        TakeStart(sLine, " ");
+        CrashVariable_t Variable;
+        Variable.nLevel = static_cast<int>(nTabs) - 1;
+        Variable.sWord = TakeStart(sLine, "Parameter ") ? "parameter" : TakeStart(sLine, "Local ") ? "local" : "";
+        std::string_view sHead = TakeUpTo(sLine, " = ");
+        Variable.sValue = sLine;
+        if (TakeStart(sHead, "'"))
+        {
+            Variable.sName = TakeUpTo(sHead, "'");
+            TakeStart(sHead, " ");
+            Variable.sType = sHead;
+        }
+        else
+        {
+            Variable.sName = sHead;
+        }
+        if (!Variable.sName.empty() || !Variable.sValue.empty())
+        {
+            AppendMember(dFrames[m_iFrame - 1].dVariables, std::move(Variable));
+        }
+    }
+
+    // Only the last crash of a file must be whole: a report may fault, and is then continued by another one.
+    void ReportReader_c::CheckEnd() const
+    {
+        if (m_dCrashes.empty())
+        {
+            m_Lines.Complain("the report is empty");
+        }
+        else if (m_dCrashes.size() > CRASH_MAX_CRASHES)
+        {
+            m_Lines.Complain("more than " + std::to_string(CRASH_MAX_CRASHES) + " crashes; the rest is not read");
+        }
+        else if (!m_bStack)
+        {
+            m_Lines.Complain("the report breaks off before its call stack");
+        }
+        else if (m_ePart == Part_e::Code)
+        {
+            m_Lines.Complain("the report breaks off in the listing of the code");
+        }
+        else if (m_ePart == Part_e::Variables && m_nEmpty < 2)
+        {
+            m_Lines.Complain("the report breaks off in the variables");
+        }
+    }
+
+    bool IsSameCrash(Crash_t const & A, Crash_t const & B)
+    {
+        return A.nCode == B.nCode && A.Instruction == B.Instruction;
+    }
+
+    // Appends the frames of the report that follow the last one of incomplete details.
+    void AddFarther(std::vector<CrashFrame_t> & dFrames, std::vector<CrashFrame_t> & dReported)
+    {
+        bool const bGap =
+            std::any_of(dFrames.begin(), dFrames.end(), [](CrashFrame_t const & Frame) { return Frame.nLeftOut > 0; });
+        auto const itLast = dFrames.empty() ? dReported.end()
+                                            : std::find_if(dReported.begin(), dReported.end(),
+                                                [&dFrames](CrashFrame_t const & Frame)
+                                                { return Frame.nAddress == dFrames.back().nAddress; });
+        if (itLast == dReported.end() || bGap)
+        {
+            return;
+        }
+        std::size_t iNumber = dFrames.back().iNumber;
+        for (auto itFrame = itLast + 1; itFrame != dReported.end(); ++itFrame)
+        {
+            itFrame->iNumber = ++iNumber;
+            dFrames.push_back(std::move(*itFrame));
+        }
+    }
+
+    // Takes over the names of frames that the details have without names.
+    void AddNames(std::vector<CrashFrame_t> & dFrames, std::vector<CrashFrame_t> const & dReported)
+    {
+        for (CrashFrame_t & Frame : dFrames)
+        {
+            auto const itSame = std::find_if(dReported.begin(), dReported.end(),
+                [&Frame](CrashFrame_t const & Reported)
+                { return Reported.nAddress == Frame.nAddress && !Reported.sFunction.empty(); });
+            if (Frame.sFunction.empty() && itSame != dReported.end())
+            {
+                Frame.sFunction = itSame->sFunction;
+                Frame.nDisplacement = itSame->nDisplacement;
+                Frame.sFile = itSame->sFile;
+                Frame.iLine = itSame->iLine;
+                Frame.dSource = itSame->dSource;
+                Frame.dVariables = itSame->dVariables;
+            }
+        }
+    }
+
+    // Adds to the details what the report alone has.
+    Crash_t Joined(Crash_t Report, Crash_t Details)
+    {
+        Details.bReport = true;
+        if (!Report.sFaultModule.empty())
+        {
+            Details.sFaultModule = Report.sFaultModule;
+        }
+        if (Details.sException.empty())
+        {
+            Details.sException = Report.sException;
+        }
+        if (Details.sKind == "unknown")
+        {
+            Details.sKind = Report.sKind;
+        }
+        if (Details.Thread.dFrames.empty())
+        {
+            Details.Thread.dFrames = std::move(Report.Thread.dFrames);
+            Details.bFarther = Report.bFarther;
+        }
+        else
+        {
+            AddNames(Details.Thread.dFrames, Report.Thread.dFrames);
+            AddFarther(Details.Thread.dFrames, Report.Thread.dFrames);
+        }
+        return Details;
+    }
+}
+
+std::string_view Crash_t::GetFact(std::string_view sKey) const
+{
+    auto const itFact =
+        std::find_if(dFacts.begin(), dFacts.end(), [sKey](CrashFact_t const & Fact) { return Fact.sKey == sKey; });
+    return itFact == dFacts.end() ? std::string_view() : std::string_view(itFact->sValue);
+}
+
+std::vector<Crash_t> ReadCrashReport(std::string_view sText, CrashComplain_t const & fnComplain)
+{
+    return ReportReader_c(sText, fnComplain).Read();
+}
+
+std::vector<Crash_t> JoinCrashes(std::vector<Crash_t> dReports, std::vector<Crash_t> dDetails)
+{
+    std::vector<Crash_t> dCrashes, dAlone;
+    auto itNext = dReports.begin();
+    for (Crash_t & Details : dDetails)
+    {
+        auto const itSame = std::find_if(
+            itNext, dReports.end(), [&Details](Crash_t const & Report) { return IsSameCrash(Report, Details); });
+        if (itSame == dReports.end())
+        {
+            dAlone.push_back(std::move(Details));
+            continue;
+        }
+        std::move(itNext, itSame, std::back_inserter(dCrashes));
+        dCrashes.push_back(Joined(std::move(*itSame), std::move(Details)));
+        itNext = itSame + 1;
+    }
+    std::move(itNext, dReports.end(), std::back_inserter(dCrashes));
+    std::move(dAlone.begin(), dAlone.end(), std::back_inserter(dCrashes));
+    return dCrashes;
+}

@@ -1,0 +1,95 @@
+// crashreport.h: reads crash reports and the details beside them.
+//
+// The files come from outside. Whatever they hold, reading ends and returns what is readable. Texts are as in the file:
+// they are made safe when they are shown.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct CrashVariable_t
+{
+    int nLevel = 0;      // 0 for a parameter or a local variable, 1 for its members, and so on
+    std::string sWord;   // "parameter" or "local"; empty for a member
+    std::string sName;
+    std::string sType;    // empty if unknown
+    std::string sValue;   // empty for a variable whose members follow
+};
+
+struct CrashFrame_t
+{
+    std::size_t iNumber = 0;
+    std::uint64_t nAddress = 0;
+    std::string sModule;         // file name; empty if no module holds the address
+    std::string sModulePath;     // empty if unknown
+    unsigned iSection = 0;       // of a report without names: section of the module's file; 0 if unknown
+    std::uint64_t nOffset = 0;   // from the module's start, or from that section
+    std::string sFunction;       // empty if unknown
+    std::uint64_t nDisplacement = 0;
+    bool bInlined = false;   // part of the function of a later frame, with the same address
+    bool bReturn = true;     // the address is that after a call
+    std::string sFile;       // empty if unknown
+    unsigned iLine = 0;
+    std::vector<std::string> dSource;   // lines around, the frame's own one after '>'
+    std::vector<CrashVariable_t> dVariables;
+    std::size_t nLeftOut = 0;   // frames between the previous one and this one that are not listed
+};
+
+struct CrashThread_t
+{
+    std::string sNumber;
+    std::string sName;   // empty if it has none
+    std::string sLock;   // "holds LOCK", "waits for LOCK"; empty for none
+    std::vector<CrashFrame_t> dFrames;
+};
+
+struct CrashModule_t
+{
+    std::uint64_t nStart = 0, nEnd = 0;
+    std::string sBuildId;   // lower-case hexadecimal; empty if there is none
+    std::string sPath;
+};
+
+struct CrashFact_t
+{
+    std::string sKey, sValue;
+};
+
+/// One crash. What the files do not say is empty.
+struct Crash_t
+{
+    bool bReport = false, bDetails = false;   // which files have it
+    std::string sFile;                        // the report, or else the details
+    std::string sTime;                        // local: 2026-11-26 08:18:37; empty if unknown
+    std::uint32_t nCode = 0;
+    std::string sCodeText;
+    std::string sKind = "unknown";   // as in the details; "access" if only the code of the report is known
+    std::optional<std::uint64_t> Data, Instruction;
+    std::string sFaultModule;   // path
+    CrashThread_t Thread;       // the crashed one, with its frames
+    bool bFarther = false;      // frames farther out are not listed
+    std::string sException, sDepth;
+    std::vector<CrashThread_t> dThreads;
+    std::string sThreadsNote;   // why there are no other threads
+    std::vector<CrashModule_t> dModules;
+    std::vector<CrashFact_t> dFacts;   // lines of the process
+    std::vector<std::string> dMemory, dLog, dTimers;
+    std::vector<std::string> dCuts;   // "[Frames]: reason" of sections that are incomplete
+
+    /// Returns a line of the process, empty if there is none.
+    std::string_view GetFact(std::string_view sKey) const;
+};
+
+/// Receives what is wrong, with the number of the line from 1.
+using CrashComplain_t = std::function<void(std::size_t iLine, std::string const & sText)>;
+
+/// Reads the text of a report, or of details. Returns the crashes in it, in order.
+std::vector<Crash_t> ReadCrashReport(std::string_view sText, CrashComplain_t const & fnComplain);
+std::vector<Crash_t> ReadCrashDetails(std::string_view sText, CrashComplain_t const & fnComplain);
+
+/// Returns the crashes of a report with what the details beside it add. Those of the details alone come last.
+std::vector<Crash_t> JoinCrashes(std::vector<Crash_t> dReports, std::vector<Crash_t> dDetails);

@@ -1,0 +1,31 @@
+// crashsymbols.h: names for the addresses of stripped programs, from files with debug information that the same build
+// made. A module's build-id finds its file.
+#pragma once
+
+#include "tools/zqtool/crashreport.h"
+
+#include <memory>
+
+class CrashSymbols_c
+{
+public:
+    /// Searches folders, at any depth, for files with a build-id. Reports folders that are not readable.
+    explicit CrashSymbols_c(
+        std::vector<std::string> const & dFolders, std::function<void(std::string const &)> const & fnFault);
+    ~CrashSymbols_c();
+    CrashSymbols_c & operator=(CrashSymbols_c &&) = delete;
+
+    /// Returns whether this build can read debug information.
+    static bool CanRead();
+
+    /// Names the frames that have no source line, and adds the calls that are inlined there.
+    void Name(Crash_t & Crash);
+
+    /// Returns the modules whose names were wanted and whose files were not found: path and build-id.
+    std::vector<std::string> GetMissing() const;
+
+private:
+    struct State_s;
+
+    std::unique_ptr<State_s> m_pState;
+};
