@@ -1,9 +1,9 @@
 // listing_marks: reads the output of "objdump -d -w -M intel" and measures the code listing of a crash report over it.
 // listing_marks.sh runs both over libraries.
 //
-// For each instruction, a fault is placed on it. The listing starts 128 bytes before the fault's block of 32, in general
-// inside an instruction. The fault is lost if no listed instruction starts at its address. Vector instructions (VEX,
-// EVEX and XOP prefixes) are counted apart. Their names and all lengths are compared with those of objdump.
+// A fault is placed on each instruction. The listing starts 128 bytes before the fault's block of 32, in general
+// inside an instruction. The fault is lost if no listed instruction starts at its address. Vector instructions, which
+// have VEX, EVEX and XOP prefixes, are counted apart. Their names and all lengths are compared with those of objdump.
 #include "zqcore/copcode.h"
 
 #include <algorithm>

@@ -12,8 +12,8 @@ std::string CompactForm(std::vector<Group_t> const & dGroups);
 /// Returns the expanded form, made from the rows without the compact form.
 std::string ExpandedForm(std::vector<Group_t> const & dGroups);
 
-/// Starts of the rows of one group in the expanded form: for each code byte the offset of the first row that the byte can
-/// match, or of the group's end.
+/// Starts of the rows of one group in the expanded form: for each code byte the offset of the first row that the byte
+/// can match, or of the group's end.
 using Starts_t = std::array<std::uint16_t, 256>;
 
 /// Returns the starts of each slot. Those of small groups are all 0, which means that none are needed.

@@ -1,5 +1,5 @@
-// opcodetable OUT ROWS... -- ROWS...: writes two opcode tables for each mode as C++ arrays: the first in the compact form,
-// that of later instructions in the expanded one.
+// opcodetable OUT ROWS... -- ROWS...: writes two opcode tables for each mode as C++ arrays, with their indices. The
+// first is in the compact form, that of later instructions in the expanded one.
 #include "tools/opcodetable/compact.h"
 
 #include "zqcore/copcode_internal.h"
