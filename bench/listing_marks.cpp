@@ -13,6 +13,7 @@
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -78,11 +79,14 @@ namespace
                             : (p[0] == 0xC4 || p[0] == 0xC5 || p[0] == 0x62) && (b64Bit || p[1] >= 0xC0);
     }
 
-    // Returns the first word that is no prefix of objdump's.
+    // Returns the first word that is no prefix, as "{evex}" and "addr32" are.
     std::string Mnemonic(std::string const & sText)
     {
-        std::size_t const iFirst = sText[0] == '{' ? sText.find(' ') + 1 : 0;   // such as "{evex} vpmulhrsw"
-        return sText.substr(iFirst, sText.find(' ', iFirst) - iFirst);
+        std::istringstream Words(sText);
+        std::string sWord;
+        while (Words >> sWord && (sWord[0] == '{' || sWord == "addr32"))
+        {}
+        return sWord;
     }
 
     // objdump names compares by their immediate byte.
@@ -156,7 +160,9 @@ namespace
 
         void Compare(Section_t const & Section, Instruction_t const & Instruction, bool bVector)
         {
-            if (Instruction.sText.find("(bad)") != std::string::npos || Instruction.sText.empty())
+            std::string const sTheirs = Mnemonic(Instruction.sText);
+            if (sTheirs.empty() || sTheirs == ".byte" || sTheirs.rfind("rex", 0) == 0
+                || Instruction.sText.find("(bad)") != std::string::npos)
             {
                 return;
             }
@@ -166,7 +172,7 @@ namespace
                 Section.dCode.size() - Instruction.nOffset, szText, sizeof szText);
             std::string const sOurs = szText;
             bool const bLength = nBytes != Instruction.nBytes && sOurs != "lock   " && sOurs != "wait   ";
-            bool const bName = bVector && !IsSameName(Mnemonic(Instruction.sText), Mnemonic(sOurs));
+            bool const bName = bVector && !IsSameName(sTheirs, Mnemonic(sOurs));
             Count.nLength += bLength;
             Count.nName += bName;
             if (m_bDetails && (bLength || bName))
