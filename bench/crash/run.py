@@ -15,7 +15,7 @@ import time
 
 ROUNDS = 5
 SLOW = 5000  # milliseconds of wall time: a way that takes as long is measured once
-LIMIT = 300  # seconds: then it is ended
+LIMIT = 120  # seconds: then it is ended
 FRAMES = 30
 HERE = os.path.dirname(os.path.realpath(__file__))
 LIBRARIES = os.path.realpath(f"{HERE}/../../build/release")
