@@ -2,7 +2,7 @@
 #include "tests/machine_support.h"
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
-#include "zqcore/ccallback.h"
+#include "zqcore/ccallback_internal.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cdebug_spelling_internal.h"
 #include "zqcore/cexceptionreport.h"
@@ -368,6 +368,41 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
+}
+
+// A host that was stopped must be continued, also if another thread fires during the dialog.
+TEST_F(Complaints, FromUnderALockOfTheLibraryFireBothHalvesOfAStop)
+{
+    static std::string s_sExecution;
+    static std::atomic<bool> s_bInside;
+    static std::thread s_Other;
+    LogDone();
+    g_WarningsCallbacker.Reset(), g_ExecutionCallbacker.Reset();
+    g_ExecutionCallbacker.Add([](bool bGoesOn) { s_sExecution += bGoesOn ? '+' : '-'; }, false);
+    g_WarningsCallbacker.Add(
+        [](char const *)
+        {
+            s_bInside = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        },
+        false);
+    plat::DialogSetHandler(
+        [](plat::Dialog_t const &)
+        {
+            s_Other = std::thread([] { Warning("during the dialog"); });
+            for (int i = 0; i < 5 && !s_bInside; ++i)
+            {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+            return Answer_e::Ignore;
+        });
+    {
+        FiringNoWait_c const NoWait;
+        AssertFailed("beside a warning");
+    }
+    s_Other.join();
+    EXPECT_EQ(s_sExecution, "-+");
+    EXPECT_TRUE(s_bInside);
 }
 
 TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)

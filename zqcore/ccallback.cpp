@@ -68,6 +68,11 @@ FiringNoWait_c::~FiringNoWait_c()
     --t_nNoWaits;
 }
 
+bool FiringNoWait_c::IsActive()
+{
+    return t_nNoWaits > 0;
+}
+
 void Firing_c::EndAll()
 {
     for (; t_nFirings > 0; --t_nFirings)

@@ -33,4 +33,7 @@ public:
     ~FiringNoWait_c();
     FiringNoWait_c(FiringNoWait_c const &) = delete;
     FiringNoWait_c & operator=(FiringNoWait_c const &) = delete;
+
+    /// Returns whether the calling thread is in such a scope.
+    static bool IsActive();
 };

@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 constinit bool g_silentMode = false;
 constinit bool g_bEnableWarnings = false;
@@ -59,11 +60,11 @@ namespace
         }
     }
 
-    void FireExecution(bool bGoesOn)
+    void FireExecution(bool bFires, bool bGoesOn)
     {
-        Firing_c const Firing;
-        if (Firing.IsGranted())
+        if (bFires)
         {
+            Firing_c const Firing;   // granted: it waits, or an outer one is
             g_ExecutionCallbacker.Fire(bGoesOn, false);
         }
     }
@@ -125,21 +126,28 @@ namespace
     }
 
     // Fires the stop, asks, and fires the continuation, also if a listener or the dialog throws. Returns the answer.
+    // Where an event may be dropped, one firing covers both: a host that was stopped must be continued.
     template <typename ASK>
     int WhileStopped(ASK Ask)
     {
+        std::optional<Firing_c> Both;
+        if (FiringNoWait_c::IsActive())
+        {
+            Both.emplace();
+        }
+        bool const bFires = !Both || Both->IsGranted();
         int iAnswer;
         try
         {
-            FireExecution(false);
+            FireExecution(bFires, false);
             iAnswer = Ask();
         }
         catch (...)
         {
-            FireExecution(true);
+            FireExecution(bFires, true);
             throw;
         }
-        FireExecution(true);
+        FireExecution(bFires, true);
         return iAnswer;
     }
 
