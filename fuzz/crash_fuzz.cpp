@@ -19,6 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 
     std::vector<Crash_t> dReports = ReadCrashReport(sReport, fnComplain);
     std::vector<Crash_t> dDetails = ReadCrashDetails(sDetails, fnComplain);
+    Require(ReadCrashReport(sReport, fnComplain, CrashExtent_e::Cause).size() == dReports.size());
+    Require(ReadCrashDetails(sDetails, fnComplain, CrashExtent_e::Cause).size() == dDetails.size());
     std::size_t const nReports = dReports.size(), nDetails = dDetails.size();
     std::vector<Crash_t> dCrashes = JoinCrashes(std::move(dReports), std::move(dDetails));
     Require(dCrashes.size() <= nReports + nDetails && dCrashes.size() >= std::max(nReports, nDetails));

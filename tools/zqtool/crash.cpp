@@ -46,7 +46,7 @@ namespace
     private:
         void Complain(std::string const & sText);
         void Show(Crash_t const & Crash);
-        void ShowGroups();
+        void ShowGroups(CrashSymbols_c * pSymbols);
 
         Options_s const & m_Options;
         bool m_bFold, m_bColours;
@@ -70,9 +70,18 @@ namespace
         std::fputs(((bDivided ? "\n" + std::string(78, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
-    void CrashRun_c::ShowGroups()
+    // Of the samples all is shown, not only what folding needed.
+    void CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
-        std::vector<CrashGroup_t> const dGroups = m_Fold.Take();
+        std::vector<CrashGroup_t> dGroups = m_Fold.Take();
+        for (std::size_t i = 0; i < dGroups.size() && (m_Options.bJson || m_Page.IsWanted()); ++i)
+        {
+            ReloadCrash(dGroups[i].Sample);
+            if (pSymbols != nullptr)
+            {
+                pSymbols->Name(dGroups[i].Sample);
+            }
+        }
         if (m_Options.bJson)
         {
             for (CrashGroup_t const & Group : dGroups)
@@ -109,7 +118,7 @@ namespace
         }
         for (CrashFiles_t const & Files : FindCrashFiles(m_Options.dNames, fnFault))
         {
-            for (Crash_t & Crash : LoadCrashes(Files, fnFault))
+            for (Crash_t & Crash : LoadCrashes(Files, m_bFold ? CrashExtent_e::Cause : CrashExtent_e::All, fnFault))
             {
                 if (Symbols)
                 {
@@ -127,7 +136,7 @@ namespace
         }
         if (m_bFold)
         {
-            ShowGroups();
+            ShowGroups(Symbols ? &*Symbols : nullptr);
         }
         std::fflush(stdout);
         for (std::string const & sModule : Symbols ? Symbols->GetMissing() : std::vector<std::string>())

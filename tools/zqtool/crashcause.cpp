@@ -47,6 +47,13 @@ namespace
         return pCode == std::end(CODES) ? nullptr : pCode;
     }
 
+    using ModuleKey_t = std::pair<std::string_view, std::uint64_t>;
+
+    ModuleKey_t KeyOf(CrashModule_t const & Module)
+    {
+        return { FileNameOf(Module.sPath), Module.nStart };
+    }
+
     bool StartsWithAny(std::string_view sText, std::initializer_list<std::string_view> dStarts)
     {
         return std::any_of(
@@ -164,22 +171,33 @@ char const * CrashKindOf(std::uint32_t nCode)
     return pCode != nullptr ? pCode->szKind : "unknown";
 }
 
-CrashModule_t const * FindCrashModule(Crash_t const & Crash, CrashFrame_t const & Frame)
+CrashModules_c::CrashModules_c(Crash_t const & Crash)
 {
-    if (Frame.sModule.empty())
+    for (CrashModule_t const & Module : Crash.dModules)
     {
-        return nullptr;
+        m_dModules.push_back(&Module);
     }
-    // Two modules may have the same name, so one with the right start counts first.
-    auto const HasName = [&Frame](CrashModule_t const & Module) { return FileNameOf(Module.sPath) == Frame.sModule; };
-    auto const HasBoth = [&](CrashModule_t const & Module)
-    { return Module.nStart <= Frame.nAddress && Frame.nAddress - Module.nStart == Frame.nOffset && HasName(Module); };
-    auto itModule = std::find_if(Crash.dModules.begin(), Crash.dModules.end(), HasBoth);
-    if (itModule == Crash.dModules.end())
+    std::sort(m_dModules.begin(), m_dModules.end(),
+        [](CrashModule_t const * pA, CrashModule_t const * pB) { return KeyOf(*pA) < KeyOf(*pB); });
+}
+
+CrashModule_t const * CrashModules_c::Find(CrashFrame_t const & Frame) const
+{
+    auto const AtLeast = [this, &Frame](std::uint64_t nStart)
     {
-        itModule = std::find_if(Crash.dModules.begin(), Crash.dModules.end(), HasName);
+        return std::lower_bound(m_dModules.begin(), m_dModules.end(), ModuleKey_t(Frame.sModule, nStart),
+            [](CrashModule_t const * pModule, ModuleKey_t const & Key) { return KeyOf(*pModule) < Key; });
+    };
+    for (std::uint64_t const nStart : { Frame.nAddress - Frame.nOffset, std::uint64_t{ 0 } })
+    {
+        auto const itModule = AtLeast(nStart);
+        bool const bName = itModule != m_dModules.end() && FileNameOf((*itModule)->sPath) == Frame.sModule;
+        if (bName && (nStart == 0 || (*itModule)->nStart == nStart))
+        {
+            return *itModule;
+        }
     }
-    return itModule == Crash.dModules.end() ? nullptr : &*itModule;
+    return nullptr;
 }
 
 bool IsOwnFrame(CrashFrame_t const & Frame)

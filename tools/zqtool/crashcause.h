@@ -6,8 +6,18 @@
 /// Returns the kind that an exception code stands for.
 char const * CrashKindOf(std::uint32_t nCode);
 
-/// Returns the module that holds a frame's address, or null.
-CrashModule_t const * FindCrashModule(Crash_t const & Crash, CrashFrame_t const & Frame);
+/// The modules of a crash, which must outlive the object and not change.
+class CrashModules_c
+{
+public:
+    explicit CrashModules_c(Crash_t const & Crash);
+
+    /// Returns the module of a frame, or null. Of several with its name the one with the right start counts first.
+    CrashModule_t const * Find(CrashFrame_t const & Frame) const;
+
+private:
+    std::vector<CrashModule_t const *> m_dModules;   // sorted by file name, then by start
+};
 
 /// Returns whether a frame is the host's own code: neither of this library nor of the system.
 bool IsOwnFrame(CrashFrame_t const & Frame);

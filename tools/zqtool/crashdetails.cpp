@@ -26,8 +26,9 @@ namespace
     class DetailsReader_c
     {
     public:
-        DetailsReader_c(std::string_view sText, CrashComplain_t const & fnComplain)
+        DetailsReader_c(std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent)
             : m_Lines(sText, fnComplain)
+            , m_bAll(eExtent == CrashExtent_e::All)
         {}
 
         std::vector<Crash_t> Read();
@@ -46,6 +47,7 @@ namespace
         Crash_t & Last() { return m_dCrashes.back(); }
 
         CrashLines_c m_Lines;
+        bool m_bAll;
         std::vector<Crash_t> m_dCrashes;
         Section_e m_eSection = Section_e::None;
         bool m_bEmpty = true;         // the line before is empty
@@ -189,11 +191,11 @@ namespace
         return sOut;
     }
 
-    void SetPaths(std::vector<CrashFrame_t> & dFrames, Crash_t const & Crash)
+    void SetPaths(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules)
     {
         for (CrashFrame_t & Frame : dFrames)
         {
-            CrashModule_t const * const pModule = FindCrashModule(Crash, Frame);
+            CrashModule_t const * const pModule = Modules.Find(Frame);
             if (pModule != nullptr)
             {
                 Frame.sModulePath = pModule->sPath;
@@ -204,10 +206,11 @@ namespace
     // Sets the paths of the modules, which are listed after the frames.
     void SetPaths(Crash_t & Crash)
     {
-        SetPaths(Crash.Thread.dFrames, Crash);
+        CrashModules_c const Modules(Crash);
+        SetPaths(Crash.Thread.dFrames, Modules);
         for (CrashThread_t & Thread : Crash.dThreads)
         {
-            SetPaths(Thread.dFrames, Crash);
+            SetPaths(Thread.dFrames, Modules);
         }
         if (!Crash.Thread.dFrames.empty())
         {
@@ -324,7 +327,10 @@ namespace
             ReadFrames(sLine, Last().Thread.dFrames);
             break;
         case Section_e::Threads:
-            ReadThreads(sLine);
+            if (m_bAll)
+            {
+                ReadThreads(sLine);
+            }
             break;
         case Section_e::Modules:
             ReadModule(sLine);
@@ -394,7 +400,10 @@ namespace
         }
         else if (TakeStart(sRest, "    ") && !dFrames.empty())
         {
-            ReadOfFrame(sRest, dFrames.back());
+            if (m_bAll || sRest.starts_with("at "))
+            {
+                ReadOfFrame(sRest, dFrames.back());
+            }
         }
         else if (sLine.starts_with('#'))
         {
@@ -457,7 +466,8 @@ namespace
         if (TakeStart(sLine, "    "))
         {
             TakeStart(sLine, "| ");
-            std::vector<std::string> * const pLines = m_sGroup == "memory"   ? &Crash.dMemory
+            std::vector<std::string> * const pLines = !m_bAll                ? nullptr
+                                                      : m_sGroup == "memory" ? &Crash.dMemory
                                                       : m_sGroup == "log"    ? &Crash.dLog
                                                       : m_sGroup == "timers" ? &Crash.dTimers
                                                                              : nullptr;
@@ -475,7 +485,7 @@ namespace
     }
 }
 
-std::vector<Crash_t> ReadCrashDetails(std::string_view sText, CrashComplain_t const & fnComplain)
+std::vector<Crash_t> ReadCrashDetails(std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent)
 {
-    return DetailsReader_c(sText, fnComplain).Read();
+    return DetailsReader_c(sText, fnComplain, eExtent).Read();
 }

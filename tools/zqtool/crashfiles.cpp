@@ -140,8 +140,8 @@ namespace
         return std::string_view(s_sBuffer).substr(0, std::min(nText, MAX_FILE));
     }
 
-    std::vector<Crash_t> LoadOne(std::string const & sFile, CrashFault_t const & fnFault,
-        std::vector<Crash_t> (*fnRead)(std::string_view, CrashComplain_t const &))
+    std::vector<Crash_t> LoadOne(std::string const & sFile, CrashFault_t const & fnFault, CrashExtent_e eExtent,
+        std::vector<Crash_t> (*fnRead)(std::string_view, CrashComplain_t const &, CrashExtent_e))
     {
         std::vector<Crash_t> dCrashes;
         if (sFile.empty())
@@ -153,8 +153,8 @@ namespace
         std::string_view const sText = ReadWhole(sFile, sFault);
         if (sFault.empty() || !sText.empty())
         {
-            dCrashes =
-                fnRead(sText, [&Faults](std::size_t iLine, std::string const & sWhat) { Faults.Add(iLine, sWhat); });
+            dCrashes = fnRead(
+                sText, [&Faults](std::size_t iLine, std::string const & sWhat) { Faults.Add(iLine, sWhat); }, eExtent);
         }
         if (!sFault.empty())
         {
@@ -214,16 +214,31 @@ std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames
     return Finder.Take();
 }
 
-std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashFault_t const & fnFault)
+std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault)
 {
-    std::vector<Crash_t> dReports = LoadOne(Files.sReport, fnFault, ReadCrashReport);
-    std::vector<Crash_t> dDetails = LoadOne(Files.sDetails, fnFault, ReadCrashDetails);
+    std::vector<Crash_t> dReports = LoadOne(Files.sReport, fnFault, eExtent, ReadCrashReport);
+    std::vector<Crash_t> dDetails = LoadOne(Files.sDetails, fnFault, eExtent, ReadCrashDetails);
     std::vector<Crash_t> dCrashes = JoinCrashes(std::move(dReports), std::move(dDetails));
-    for (Crash_t & Crash : dCrashes)
+    for (std::size_t i = 0; i < dCrashes.size(); ++i)
     {
+        Crash_t & Crash = dCrashes[i];
         Crash.sFile = Crash.bReport ? Files.sReport : Files.sDetails;
+        Crash.iInFile = i;
         Crash.sTime = LocalTime(Crash.GetFact("time"));
         Crash.sTime = Crash.sTime.empty() ? TimeOfName(Crash.sFile) : Crash.sTime;
     }
     return dCrashes;
+}
+
+void ReloadCrash(Crash_t & Crash)
+{
+    CrashFault_t const fnIgnore = [](std::string const &) {};   // reported at the first time
+    for (CrashFiles_t const & Files : FindCrashFiles({ Crash.sFile }, fnIgnore))
+    {
+        std::vector<Crash_t> dCrashes = LoadCrashes(Files, CrashExtent_e::All, fnIgnore);
+        if (Crash.iInFile < dCrashes.size())
+        {
+            Crash = std::move(dCrashes[Crash.iInFile]);
+        }
+    }
 }

@@ -17,4 +17,7 @@ using CrashFault_t = std::function<void(std::string const & sText)>;
 std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault);
 
 /// Reads a pair of files. Returns their crashes, as far as they are readable.
-std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashFault_t const & fnFault);
+std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault);
+
+/// Reads all of a crash that was loaded before. Without the files it stays as it is.
+void ReloadCrash(Crash_t & Crash);

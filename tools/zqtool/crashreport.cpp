@@ -5,6 +5,7 @@
 #include "tools/zqtool/crashlines.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace
 {
@@ -19,8 +20,9 @@ namespace
     class ReportReader_c
     {
     public:
-        ReportReader_c(std::string_view sText, CrashComplain_t const & fnComplain)
+        ReportReader_c(std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent)
             : m_Lines(sText, fnComplain)
+            , m_bAll(eExtent == CrashExtent_e::All)
         {}
 
         std::vector<Crash_t> Read();
@@ -35,6 +37,7 @@ namespace
         void CheckEnd() const;
 
         CrashLines_c m_Lines;
+        bool m_bAll;
         std::vector<Crash_t> m_dCrashes;
         Part_e m_ePart = Part_e::Head;
         std::size_t m_iFrame = 0;   // of the second call stack: the number of frames so far
@@ -259,6 +262,10 @@ namespace
 
     void ReportReader_c::ReadVariables(std::string_view sLine)
     {
+        if (!m_bAll)
+        {
+            return;
+        }
         if (sLine.starts_with('\t'))
         {
             AddVariable(sLine);
@@ -362,19 +369,26 @@ namespace
     // Takes over the names of frames that the details have without names.
     void AddNames(std::vector<CrashFrame_t> & dFrames, std::vector<CrashFrame_t> const & dReported)
     {
+        std::unordered_map<std::uint64_t, CrashFrame_t const *> dNamed;
+        for (CrashFrame_t const & Reported : dReported)
+        {
+            if (!Reported.sFunction.empty())
+            {
+                dNamed.emplace(Reported.nAddress, &Reported);
+            }
+        }
         for (CrashFrame_t & Frame : dFrames)
         {
-            auto const itSame = std::find_if(dReported.begin(), dReported.end(),
-                [&Frame](CrashFrame_t const & Reported)
-                { return Reported.nAddress == Frame.nAddress && !Reported.sFunction.empty(); });
-            if (Frame.sFunction.empty() && itSame != dReported.end())
+            auto const itNamed = dNamed.find(Frame.nAddress);
+            if (Frame.sFunction.empty() && itNamed != dNamed.end())
             {
-                Frame.sFunction = itSame->sFunction;
-                Frame.nDisplacement = itSame->nDisplacement;
-                Frame.sFile = itSame->sFile;
-                Frame.iLine = itSame->iLine;
-                Frame.dSource = itSame->dSource;
-                Frame.dVariables = itSame->dVariables;
+                CrashFrame_t const & Reported = *itNamed->second;
+                Frame.sFunction = Reported.sFunction;
+                Frame.nDisplacement = Reported.nDisplacement;
+                Frame.sFile = Reported.sFile;
+                Frame.iLine = Reported.iLine;
+                Frame.dSource = Reported.dSource;
+                Frame.dVariables = Reported.dVariables;
             }
         }
     }
@@ -416,9 +430,9 @@ std::string_view Crash_t::GetFact(std::string_view sKey) const
     return itFact == dFacts.end() ? std::string_view() : std::string_view(itFact->sValue);
 }
 
-std::vector<Crash_t> ReadCrashReport(std::string_view sText, CrashComplain_t const & fnComplain)
+std::vector<Crash_t> ReadCrashReport(std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent)
 {
-    return ReportReader_c(sText, fnComplain).Read();
+    return ReportReader_c(sText, fnComplain, eExtent).Read();
 }
 
 std::vector<Crash_t> JoinCrashes(std::vector<Crash_t> dReports, std::vector<Crash_t> dDetails)

@@ -64,6 +64,7 @@ struct Crash_t
 {
     bool bReport = false, bDetails = false;   // which files have it
     std::string sFile;                        // the report, or else the details
+    std::size_t iInFile = 0;                  // its number among the crashes of these files
     std::string sTime;                        // local: 2026-11-26 08:18:37; empty if unknown
     std::uint32_t nCode = 0;
     std::string sCodeText;
@@ -87,9 +88,18 @@ struct Crash_t
 /// Receives what is wrong, with the number of the line from 1.
 using CrashComplain_t = std::function<void(std::size_t iLine, std::string const & sText)>;
 
+/// How much of a crash is read.
+enum class CrashExtent_e
+{
+    All,
+    Cause   // what the signature needs, and the process: no variables, sources, other threads or logs
+};
+
 /// Reads the text of a report, or of details. Returns the crashes in it, in order.
-std::vector<Crash_t> ReadCrashReport(std::string_view sText, CrashComplain_t const & fnComplain);
-std::vector<Crash_t> ReadCrashDetails(std::string_view sText, CrashComplain_t const & fnComplain);
+std::vector<Crash_t> ReadCrashReport(
+    std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent = CrashExtent_e::All);
+std::vector<Crash_t> ReadCrashDetails(
+    std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent = CrashExtent_e::All);
 
 /// Returns the crashes of a report with what the details beside it add. Those of the details alone come last.
 std::vector<Crash_t> JoinCrashes(std::vector<Crash_t> dReports, std::vector<Crash_t> dDetails);

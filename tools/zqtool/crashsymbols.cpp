@@ -91,8 +91,8 @@ namespace
 
 struct CrashSymbols_c::State_s
 {
-    void Name(std::vector<CrashFrame_t> & dFrames, Crash_t const & Crash);
-    std::vector<CrashFrame_t> const * Find(CrashFrame_t const & Frame, Crash_t const & Crash);
+    void Name(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules);
+    std::vector<CrashFrame_t> const * Find(CrashFrame_t const & Frame, CrashModules_c const & Modules);
 
     zqsymbols::BuildIds_c Files;
     std::map<std::string, std::unique_ptr<Build_c>> dBuilds;   // by build-id; null without a file
@@ -116,9 +116,10 @@ bool CrashSymbols_c::CanRead()
     return true;
 }
 
-std::vector<CrashFrame_t> const * CrashSymbols_c::State_s::Find(CrashFrame_t const & Frame, Crash_t const & Crash)
+std::vector<CrashFrame_t> const * CrashSymbols_c::State_s::Find(
+    CrashFrame_t const & Frame, CrashModules_c const & Modules)
 {
-    CrashModule_t const * const pModule = FindCrashModule(Crash, Frame);
+    CrashModule_t const * const pModule = Modules.Find(Frame);
     if (!Frame.sFile.empty() || Frame.bInlined || pModule == nullptr || pModule->sBuildId.empty())
     {
         return nullptr;
@@ -139,13 +140,13 @@ std::vector<CrashFrame_t> const * CrashSymbols_c::State_s::Find(CrashFrame_t con
     return itBuild->second ? &itBuild->second->At(Frame.nOffset - (Frame.bReturn ? 1 : 0)) : nullptr;
 }
 
-void CrashSymbols_c::State_s::Name(std::vector<CrashFrame_t> & dFrames, Crash_t const & Crash)
+void CrashSymbols_c::State_s::Name(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules)
 {
     std::vector<CrashFrame_t> dNamed;
     std::size_t nAdded = 0;
     for (CrashFrame_t & Frame : dFrames)
     {
-        std::vector<CrashFrame_t> const * const pFound = Find(Frame, Crash);
+        std::vector<CrashFrame_t> const * const pFound = Find(Frame, Modules);
         std::size_t const iNumber = Frame.iNumber + nAdded;
         if (pFound == nullptr || pFound->empty() || dNamed.size() + pFound->size() > CRASH_MAX_MEMBERS)
         {
@@ -166,10 +167,11 @@ void CrashSymbols_c::State_s::Name(std::vector<CrashFrame_t> & dFrames, Crash_t 
 
 void CrashSymbols_c::Name(Crash_t & Crash)
 {
-    m_pState->Name(Crash.Thread.dFrames, Crash);
+    CrashModules_c const Modules(Crash);
+    m_pState->Name(Crash.Thread.dFrames, Modules);
     for (CrashThread_t & Thread : Crash.dThreads)
     {
-        m_pState->Name(Thread.dFrames, Crash);
+        m_pState->Name(Thread.dFrames, Modules);
     }
 }
 
