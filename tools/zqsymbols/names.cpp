@@ -103,7 +103,14 @@ namespace zqsymbols
         return Symbol ? std::optional(Function_t{ PlainName(Symbol->szName), Symbol->nDisplacement }) : std::nullopt;
     }
 
-    // A path may be relative to the folder that the compiler ran in.
+    std::string PathOf(Unit_t & Unit, char const * szFile)
+    {
+        Dwarf_Attribute Attribute;
+        char const * const szFolder = dwarf_formstring(dwarf_attr(&Unit.Lines, DW_AT_comp_dir, &Attribute));
+        bool const bRelative = szFile[0] != '/' && szFolder != nullptr && szFolder[0] == '/';
+        return (bRelative ? std::string(szFolder) + '/' : "") + szFile;
+    }
+
     std::optional<Line_t> LineAt(Modules_c & Modules, std::uint64_t nAddress)
     {
         std::optional<Unit_t> Unit = Modules.UnitAt(nAddress);
@@ -114,10 +121,6 @@ namespace zqsymbols
         {
             return std::nullopt;
         }
-        Dwarf_Attribute Attribute;
-        char const * const szFolder = dwarf_formstring(dwarf_attr(&Unit->Lines, DW_AT_comp_dir, &Attribute));
-        std::string const sFolder =
-            szFile[0] != '/' && szFolder != nullptr && szFolder[0] == '/' ? std::string(szFolder) + '/' : "";
-        return Line_t{ sFolder + szFile, static_cast<unsigned>(nLine) };
+        return Line_t{ PathOf(*Unit, szFile), static_cast<unsigned>(nLine) };
     }
 }

@@ -1,0 +1,44 @@
+// dies.h: what a debugging information entry (DIE) has.
+#pragma once
+
+#include <cstdint>
+#include <dwarf.h>
+#include <elfutils/libdw.h>
+#include <string>
+
+namespace zqsymbols
+{
+    /// Returns the name of a DIE, empty if it has none.
+    inline std::string NameOf(Dwarf_Die * pDie)
+    {
+        char const * const szName = pDie->addr == nullptr ? nullptr : dwarf_diename(pDie);
+        return szName == nullptr ? "" : szName;
+    }
+
+    /// Returns the number that an attribute has, or nElse.
+    inline std::uint64_t Number(Dwarf_Die * pDie, unsigned nAttribute, std::uint64_t nElse)
+    {
+        Dwarf_Attribute Attribute;
+        Dwarf_Word nValue = 0;
+        bool const bKnown = dwarf_formudata(dwarf_attr(pDie, nAttribute, &Attribute), &nValue) == 0;
+        return bKnown ? nValue : nElse;
+    }
+
+    /// Follows a DIE's type attribute. Returns whether there is one.
+    inline bool Follow(Dwarf_Die * pDie, Dwarf_Die * pType)
+    {
+        Dwarf_Attribute Attribute;
+        return dwarf_formref_die(dwarf_attr_integrate(pDie, DW_AT_type, &Attribute), pType) != nullptr;
+    }
+
+    inline bool IsStructure(int nTag)
+    {
+        return nTag == DW_TAG_structure_type || nTag == DW_TAG_class_type || nTag == DW_TAG_union_type;
+    }
+
+    /// Also of a reference.
+    inline bool IsPointer(int nTag)
+    {
+        return nTag == DW_TAG_pointer_type || nTag == DW_TAG_reference_type || nTag == DW_TAG_rvalue_reference_type;
+    }
+}

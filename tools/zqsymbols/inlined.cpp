@@ -1,0 +1,83 @@
+#include "tools/zqsymbols/inlined.h"
+
+#include "tools/zqsymbols/dies.h"
+
+#include <cstdlib>
+#include <dwarf.h>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        // A function's name with the namespaces and structures around its declaration.
+        std::string QualifiedName(Dwarf_Die & Call)
+        {
+            Dwarf_Die Declaration = Call;
+            for (unsigned const nAttribute : { DW_AT_abstract_origin, DW_AT_specification })
+            {
+                Dwarf_Attribute Attribute;
+                Dwarf_Die Other;
+                if (dwarf_formref_die(dwarf_attr(&Declaration, nAttribute, &Attribute), &Other) != nullptr)
+                {
+                    Declaration = Other;
+                }
+            }
+            std::string sName = NameOf(&Declaration);
+            Dwarf_Die * pScopes = nullptr;
+            int const nScopes = dwarf_getscopes_die(&Declaration, &pScopes);
+            for (int i = 1; i < nScopes; ++i)
+            {
+                int const nTag = dwarf_tag(&pScopes[i]);
+                std::string const sScope = NameOf(&pScopes[i]);
+                if (nTag == DW_TAG_namespace || IsStructure(nTag))
+                {
+                    sName.insert(0, (sScope.empty() ? "(anonymous namespace)" : sScope) + "::");
+                }
+            }
+            std::free(pScopes);
+            return sName.empty() ? "?" : sName;
+        }
+
+        std::string FunctionOf(Dwarf_Die & Call)
+        {
+            Dwarf_Attribute Attribute;
+            for (unsigned const nName : { DW_AT_linkage_name, DW_AT_MIPS_linkage_name })
+            {
+                char const * const szName = dwarf_formstring(dwarf_attr_integrate(&Call, nName, &Attribute));
+                if (szName != nullptr)
+                {
+                    return PlainName(szName);
+                }
+            }
+            return QualifiedName(Call);
+        }
+
+        std::optional<Line_t> PlaceOf(Unit_t & Unit, Dwarf_Die & Call)
+        {
+            Dwarf_Attribute Attribute;
+            Dwarf_Word iFile = 0;
+            Dwarf_Word nLine = 0;
+            Dwarf_Files * pFiles = nullptr;
+            std::size_t nFiles = 0;
+            bool const bKnown = dwarf_formudata(dwarf_attr(&Call, DW_AT_call_file, &Attribute), &iFile) == 0
+                                && dwarf_formudata(dwarf_attr(&Call, DW_AT_call_line, &Attribute), &nLine) == 0
+                                && dwarf_getsrcfiles(&Unit.Lines, &pFiles, &nFiles) == 0 && iFile < nFiles;
+            char const * const szFile = bKnown ? dwarf_filesrc(pFiles, iFile, nullptr, nullptr) : nullptr;
+            return szFile == nullptr ? std::nullopt
+                                     : std::optional(Line_t{ PathOf(Unit, szFile), static_cast<unsigned>(nLine) });
+        }
+    }
+
+    std::vector<InlinedCall_t> InlinedCalls(Unit_t & Unit, std::vector<Dwarf_Die> & dScopes)
+    {
+        std::vector<InlinedCall_t> dCalls;
+        for (std::size_t i = 0; i < dScopes.size(); ++i)
+        {
+            if (dwarf_tag(&dScopes[i]) == DW_TAG_inlined_subroutine)
+            {
+                dCalls.push_back({ FunctionOf(dScopes[i]), PlaceOf(Unit, dScopes[i]), i });
+            }
+        }
+        return dCalls;
+    }
+}

@@ -1,0 +1,19 @@
+// inlined.h: the calls that the compiler replaced by the called function's code.
+#pragma once
+
+#include "tools/zqsymbols/names.h"
+
+#include <vector>
+
+namespace zqsymbols
+{
+    struct InlinedCall_t
+    {
+        std::string sFunction;         // the called one
+        std::optional<Line_t> Place;   // of the call
+        std::size_t iScope;            // of the called one's code
+    };
+
+    /// Returns the inlined calls among the scopes at an address, outermost first.
+    std::vector<InlinedCall_t> InlinedCalls(Unit_t & Unit, std::vector<Dwarf_Die> & dScopes);
+}
