@@ -15,12 +15,15 @@ namespace
 {
     Input_c * g_pInput = nullptr;
     int g_hHelper = -1;
+    std::uint32_t g_nAnswers = 0;   // sent, which is the number of the question if none was skipped
 
     void SendRecord()
     {
         plat::SymbolAnswer_t Answer{};
         unsigned char const cKind = g_pInput->Get(), nText = g_pInput->Get();
         Answer.nAnswer = cKind & 3;
+        g_nAnswers += Answer.nAnswer == plat::ANSWER_NEEDS_MEMORY ? 0 : 1;
+        Answer.nNumber = cKind & 64 ? nText : g_nAnswers;
         for (std::uint64_t & nValue : Answer.dValues)
         {
             nValue = cKind & 4 ? g_pInput->Get<std::uint64_t>() : g_pInput->Get();
@@ -60,6 +63,9 @@ namespace
         case 5:
             Require(Symbols.TypeName(n, sText.data(), n + 1) || sText[0] == '\0');
             break;
+        case 6:
+            Require(Symbols.NextDetail(plat::SECTION_THREADS, sText.data(), n + 1) || sText[0] == '\0');
+            break;
         default:
             return void(Symbols.NextFrame(&Frame));
         }
@@ -71,6 +77,7 @@ namespace
 extern "C" int __wrap_clone(int (*)(void *), void *, int, void * pLaunch, ...)
 {
     g_hHelper = dup(*static_cast<int const *>(pLaunch));
+    g_nAnswers = 0;
     while (!g_pInput->IsEmpty())
     {
         SendRecord();

@@ -9,6 +9,7 @@
 
 #include "fuzz/fuzz_support.h"
 
+#include <cerrno>
 #include <cstdio>
 
 namespace
@@ -41,8 +42,19 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
     {
         auto & Start = *static_cast<plat::SymbolStart_t *>(pRecord);
         Start.nMark = plat::SYMBOL_MARK;
-        Start.nWord = 8u ^ g_pInput->Get();
+        unsigned char const cStart = g_pInput->Get();
+        Start.nWord = 8u ^ (cStart & 15);
+        Start.nPrinters = cStart >> 4 & 3;
+        Start.nThread = 0;
+        Start.nLockMark = 0;
         std::ranges::generate(Start.dRegisters, GetAddress);
+    }
+    else if (nRecord == sizeof(plat::SymbolPrinter_t))
+    {
+        auto & Printer = *static_cast<plat::SymbolPrinter_t *>(pRecord);
+        Printer = {};
+        g_pInput->Take(g_pInput->Get() & 63).copy(Printer.szType, sizeof Printer.szType);
+        g_pInput->Take(g_pInput->Get()).copy(Printer.szTemplate, sizeof Printer.szTemplate);
     }
     else
     {
@@ -65,6 +77,13 @@ extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, i
     Require(Answer.nAnswer <= plat::ANSWER_NEEDS_MEMORY && nText <= plat::SYMBOL_TEXT);
     Require(nText == 0 || (Answer.nText == nText && std::strlen(Answer.szText) == nText - 1));
     return static_cast<ssize_t>(nRecord);
+}
+
+/// Leaves the threads of the parent process alone.
+extern "C" long __wrap_ptrace(int, ...)
+{
+    errno = EPERM;
+    return -1;
 }
 
 extern "C" std::FILE * __wrap_fdopen(int, char const *)

@@ -32,6 +32,18 @@ namespace plat
         ForkLock_c * m_pNext;
     };
 
+    /// A registered lock at a moment.
+    struct LockState_t
+    {
+        std::uintptr_t Address;
+        std::uint32_t nBytes;
+        std::uintptr_t Owner;   // the value of its LockOwner_t
+    };
+
+    /// Visits the registered locks. Waits for no lock, so a fault filter may call it: a registration under way may then be
+    /// missed, or fault.
+    void ForkLocksVisit(void (*fnVisit)(LockState_t const & Lock, void * pContext), void * pContext);
+
     /// Functions that a fork calls on the thread that forks. Each may be null.
     struct ForkCalls_t
     {

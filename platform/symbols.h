@@ -5,8 +5,8 @@
 // of frame pointers. Everything else is then unknown.
 //
 // Threads: one object serves one thread's registers and is not shared.
-// Cost: less than 12 KB of stack. No heap and no lock, so a fault filter may call all of it. An answer takes at most 5
-// seconds, all answers of one object together 20.
+// Cost: less than 12 KB of stack. No heap and no lock, so a fault filter may call all of it. All answers of one object
+// together take at most SYMBOL_LIMIT; one answer may use all of that.
 #pragma once
 
 #include <cstddef>
@@ -20,6 +20,8 @@ namespace plat
 
     /// The most frames that a walk returns. A runaway recursion has more than anyone reads.
     inline constexpr unsigned SYMBOL_FRAMES = 4096;
+
+    inline constexpr unsigned SYMBOL_LIMIT = 20000;   // milliseconds
 
     struct SymbolFrame_t
     {
@@ -76,6 +78,28 @@ namespace plat
         std::uint8_t nBits;       // of a bit field: the number of its bits; 0 for other members
     };
 
+    /// Sections of a description of the process that the helper makes, of whole lines (docs/formats.md).
+    enum SymbolSection_e : std::uint8_t
+    {
+        SECTION_FRAMES,   // the frames of the thread with their sources and variables
+        SECTION_THREADS   // the frames of the other threads; these stop for a moment
+    };
+
+    /// Why a walk has no helper.
+    enum SymbolEnd_e : std::uint8_t
+    {
+        HELPER_ENDED,     // Stop was called
+        HELPER_MISSING,   // there is none, or it may not be used
+        HELPER_FAILED,
+        HELPER_LATE   // SYMBOL_LIMIT has passed
+    };
+
+    /// Adds how values of a type are shown in SECTION_FRAMES. The type's name has its namespaces; `*` in it is any text.
+    /// In the template `{name}` is the value of a member, `{name.name}` that of a member's member, and all else is
+    /// copied. Later additions of a name come first. Copies both texts. Returns false if a text is too long (127 and 255
+    /// bytes), or if there are 32. Requires that no other thread adds or starts a walk.
+    bool SymbolsAddPrinter(char const * szType, char const * szTemplate);
+
     /// Sets the helper's path, cut at 1023 bytes; empty for none. Before the first call the helper is the one in the
     /// folder of the program or library that holds this code, else the installed one. Requires that no other thread
     /// starts a walk. Does nothing on a system where the helper is no program.
@@ -95,7 +119,13 @@ namespace plat
         bool Start(FaultContext_t const * pContext);
 
         /// Ends the helper. Does nothing without one.
-        void Stop();
+        void Stop() { End(HELPER_ENDED); }
+
+        /// Allows SYMBOL_LIMIT for the answers from now on.
+        void Renew() { m_nWaited = 0; }
+
+        /// Returns why there is no helper, if there is none.
+        SymbolEnd_e GetEnd() const { return m_eEnd; }
         bool IsRunning() const { return m_hHelper != NO_HANDLE; }
 
         /// Reads the next frame, from the innermost outward. Returns false at the end.
@@ -133,11 +163,17 @@ namespace plat
         /// Pointers to anything but char are BASE_NONE.
         SymbolBase_e TypeBase(SymbolType_t nType);
 
+        /// Copies the next lines of a section, each with its line end. Returns false at the end of the section. A failed
+        /// helper ends it too.
+        bool NextDetail(SymbolSection_e eSection, char * szText, std::size_t nSize);
+
     private:
+        void End(SymbolEnd_e eEnd);
+        void AllowTracing();
         bool Launch();
         bool Greet();
         bool NextByChain();
-        bool Ask(SymbolRequest_t const & Request, SymbolAnswer_t * pAnswer);
+        bool Ask(SymbolRequest_t Request, SymbolAnswer_t * pAnswer);
         bool AskText(SymbolRequest_t const & Request, char * szText, std::size_t nSize, std::uint64_t * pValue);
 
         // A handle of the system for the helper.
@@ -147,11 +183,15 @@ namespace plat
         FaultContext_t const * m_pContext = nullptr;
         Handle_t m_hHelper = NO_HANDLE;    // for questions
         Handle_t m_hProcess = NO_HANDLE;   // to end it
-        unsigned m_nWaited = 0;            // milliseconds, for answers
-        unsigned m_iFrame = 0;             // frames returned
-        unsigned m_iVariable = 0;          // variables of the last frame returned
-        bool m_bAsking = false;            // an answer is due
-        bool m_bLast = false;              // the chain of frame pointers ends here
-        SymbolFrame_t m_Frame{};           // the last one returned
+        Handle_t m_nProcess = NO_HANDLE;   // its number
+        SymbolEnd_e m_eEnd = HELPER_MISSING;
+        unsigned m_nWaited = 0;       // milliseconds, for answers
+        std::uint32_t m_nAsked = 0;   // questions
+        unsigned m_iFrame = 0;        // frames returned
+        unsigned m_iVariable = 0;     // variables of the last frame returned
+        bool m_bServing = false;      // the helper waits for memory
+        bool m_bTraced = false;       // the helper was allowed to trace
+        bool m_bLast = false;         // the chain of frame pointers ends here
+        SymbolFrame_t m_Frame{};      // the last one returned
     };
 }

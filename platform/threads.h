@@ -35,6 +35,9 @@ namespace plat
         /// Ends one Enter of the calling thread. The last Leave releases the lock.
         ZQ_API void Leave();
 
+        /// Returns who holds the lock at the moment, or the value of none.
+        LockOwner_t GetOwner() const { return m_Owner.load(std::memory_order_relaxed); }
+
         /// Releases the lock in the child of a fork, where the thread that held it does not exist (see fork.h).
         void Renew();
 

@@ -1,10 +1,56 @@
 #include "tests/crash_support.h"
 
+#include <regex>
+
 namespace
 {
+    using testing::ContainsRegex;
     using testing::HasSubstr;
     using testing::MatchesRegex;
     using testing::StartsWith;
+
+    // Of ShowValues in the crasher, with addresses replaced.
+    std::string const VALUES = R"(    parameter Ship: (anonymous namespace)::Ship_t const & = {...}
+        .x: float = 1
+        .y: float = 2
+        .z: float = 3
+        .eColour: (anonymous namespace)::Colour_e = Red (2)
+        .nLow: unsigned int = 5
+        .nHigh: unsigned int = 65
+        .Speed: (anonymous namespace)::Vector_t = <4, 5, 6 (no member Ship.x)>
+        .szName: char const * = "ship"
+    parameter pShip: (anonymous namespace)::Ship_t * = 0x@
+        .x: float = 1
+        .y: float = 2
+        .z: float = 3
+        .eColour: (anonymous namespace)::Colour_e = Red (2)
+        .nLow: unsigned int = 5
+        .nHigh: unsigned int = 65
+        .Speed: (anonymous namespace)::Vector_t = <4, 5, 6 (no member Ship.x)>
+        .szName: char const * = "ship"
+    parameter fnCall: void (*)() = 0x@ (anonymous namespace)::FaultAmongValues
+    parameter wszWide: wchar_t const * = "wïde"
+    local bYes: bool = true
+    local cLetter: char = 'x' (120)
+    local nNegative: short int = -2 (0xFFFE)
+    local nLarge: unsigned int = 74565 (0x12345)
+    local fThird: double = 0.1
+    local eBlue: (anonymous namespace)::Colour_e = Blue (4)
+    local eBoth: (anonymous namespace)::Colour_e const = Red | Blue (0x6)
+    local szShort: char [8] = "a\nb"
+    local dNumbers: int [3] = { 1, 2, 3 }
+    local szNone: char const * = 0x0
+    local sFixed: String_T<32> = "fixed"
+    local dArray: Array_T<int, 4, 0> = { 5, -1 (0x@) }
+    local sText: std::string = "a text that is too long for the object"
+    local sView: std::string_view const = "text"
+    local dTexts: std::vector<std::string> = { "one", "two" }
+    local dMany: std::vector<int> = { 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, ... 100 elements }
+    local iSome: std::optional<short int> = 7
+    local iNone: std::optional<short int> = (empty)
+    local pOwned: std::unique_ptr<int> const = 0x@ { 9 }
+    local Point: (anonymous namespace)::Vector_t = <1, 2, 3.5 (no member Ship.x)>
+)";
 
     // The lines of a section.
     std::string Section(std::string const & sDetails, std::string const & sName)
@@ -18,9 +64,19 @@ namespace
 class CrashDetails : public CrashTest
 {};
 
+class CrashDetailsByHelper : public CrashTest
+{
+protected:
+    void SetUp() override
+    {
+        CrashTest::SetUp();
+        SKIP_IF(!fs::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found");
+    }
+};
+
 TEST_F(CrashDetails, SayWhatWasTouchedByWhichThreadAndHow)
 {
-    std::string const sPlain = "instruction: [0-9A-F]{8,}\nthread: [0-9]+( \"crasher\")?\n";
+    std::string const sPlain = "instruction: [0-9A-F]{8,}\nthread: [0-9]+ \"crasher\"\n";
     // The crasher's arguments, and the lines before the instruction's and after the thread's.
     for (auto const & [sArguments, sBefore, sAfter] : Rows_t<std::string, std::string, std::string>{
              { "read silent", "code: C0000005 ACCESS_VIOLATION\nkind: read\ndata: 00000010\n", "" },
@@ -29,6 +85,9 @@ TEST_F(CrashDetails, SayWhatWasTouchedByWhichThreadAndHow)
              { "divide", "code: C0000094 INT_DIVIDE_BY_ZERO\nkind: arithmetic\n", "" },
              { "illegal", "code: C000001D ILLEGAL_INSTRUCTION\nkind: instruction\n", "" },
              { "abort", "code: 40000015 abort\\(\\) was called\nkind: abort\n", "" },
+             { "stack", "code: C00000FD STACK_OVERFLOW\nkind: stack\ndata: [0-9A-F]+\n",
+                 "depth: [78][0-9]{6} of 8[0-9]{6} bytes\n" },
+             { "wild", "code: C0000005 ACCESS_VIOLATION\nkind: unknown\n", "" },
              { "throw",
                  "code: E06D7363 Uncaught C\\+\\+ exception std::runtime_error: what\\\\x1B\\\\nit says\nkind: "
                  "exception\n",
@@ -56,5 +115,64 @@ TEST_F(CrashDetails, DescribeTheProcess)
         Section(Crash.sDetails, "Modules"), MatchesRegex("([0-9A-F]{8,}-[0-9A-F]{8,} ([0-9a-f]{40}|-) /[^\n]+\n)+"));
     EXPECT_THAT(Section(Crash.sDetails, "Modules"), HasSubstr(" " CRASHER_PATH "\n"));
     EXPECT_THAT(Section(Crash.sDetails, "Frames"),
-        MatchesRegex("(#[0-9]+ [0-9A-F]{8,} crasher\\+[0-9A-F]+ \\?\n){3,}(#[0-9]+ [^\n]+ \\?\n)+"));
+        MatchesRegex("(#[0-9]+ [0-9A-F]{8,} crasher\\+[0-9A-F]+ \\?\n){3,}(#[0-9]+ [^\n]+ \\?\n)+"
+                     "\\(cut: there is no symbol helper\\)\n"));
+}
+
+TEST_F(CrashDetailsByHelper, ShowInlinedCallsSourcesAndValues)
+{
+    Crash_t const Crash = RunAlone("values printer", ZQSYMBOLS_PATH);
+    std::string const sFrames = Section(Crash.sDetails, "Frames");
+    EXPECT_THAT(sFrames,
+        ContainsRegex("^#0 [0-9A-F]+ crasher\\+[0-9A-F]+ \\(anonymous namespace\\)::Touch \\[inlined\\]\n"
+                      "    at /[^\n]*/details.h:[0-9]+\n(      [0-9]+ \\| [^\n]*\n){3}    > [0-9]+ \\|     return "
+                      "\\*pTouched \\* nFactor;\n(      [0-9]+ \\| [^\n]*\n){3}(    parameter (pTouched: int "
+                      "volatile \\* = 0x10|nFactor: int = 3)\n){2}#1 [0-9A-F]+ crasher\\+[0-9A-F]+ "
+                      "\\(anonymous namespace\\)::ShowValues\\+[0-9A-F]+\n    at /[^\n]*/details.h:[0-9]+\n"));
+    std::string const sSecond = sFrames.substr(sFrames.find("\n#1 "));
+    std::string sVariables = sSecond.substr(sSecond.find("    parameter"));
+    sVariables =
+        std::regex_replace(sVariables.substr(0, sVariables.find("\n#2") + 1), std::regex("0x[0-9A-F]{6,}"), "0x@");
+    EXPECT_EQ(sVariables, VALUES);
+#ifndef __clang__   // which keeps such a variable in memory
+    EXPECT_THAT(sFrames, HasSubstr("    local nInRegister: int = 77 [register]\n"));
+#endif
+}
+
+TEST_F(CrashDetailsByHelper, ShowTheFarEndOfAFullStack)
+{
+    std::string const sFrames = Section(RunAlone("stack", ZQSYMBOLS_PATH).sDetails, "Frames");
+    EXPECT_THAT(
+        sFrames, ContainsRegex("\n#191 [^\n]*Recurse(.|\n)*\n\\.\\.\\. [0-9]+ frames left out \\.\\.\\.\n#[0-9]{4} "
+                               "[^\n]*Recurse[^\n]*\n(.|\n)*main\\+"));
+}
+
+TEST_F(CrashDetailsByHelper, ShowTheOtherThreadsThoseWithLocksFirst)
+{
+    std::string const sThreads = Section(RunAlone("read beside", ZQSYMBOLS_PATH).sDetails, "Threads");
+    std::string const sLock = "\\(anonymous namespace\\)::g_HostLock\n",
+                      sFrames = "(#[0-9]+ [^\n]+\n(    at [^\n]+\n)?)+\n";
+    EXPECT_THAT(sThreads, ContainsRegex("^thread [0-9]+ \"holder\", holds " + sLock + sFrames
+                                        + "thread [0-9]+ \"waiter\", waits for " + sLock + sFrames + "thread "));
+    EXPECT_THAT(sThreads, ContainsRegex("\nthread [0-9]+ \"idle\"\n" + sFrames));
+    EXPECT_THAT(sThreads, HasSubstr("plat::Lock_c::Enter"));
+    EXPECT_EQ(Section(RunAlone("read beside untraced", ZQSYMBOLS_PATH).sDetails, "Threads"),
+        "(cut: the system does not let the helper trace this process: Operation not permitted)\n");
+}
+
+TEST_F(CrashDetailsByHelper, GoOnWithALateHelperAndSayWhyNamesAreMissing)
+{
+    TempFolder_c const Folder;
+    for (auto const & [szScript, szExpected] : Rows_t<char const *, char const *>{
+             { "sleep 6; exec " ZQSYMBOLS_PATH,
+                 " \\(anonymous namespace\\)::ReadNowhere\\+(.|\n)*\n\\[Threads\\]\n\n\\[" },
+             { "exec sleep 100", " \\?\n\\(cut: the symbol helper gave no answer within 20 s\\)\n" },
+             { "exit 1", " \\?\n\\(cut: the symbol helper failed\\)\n" } })
+    {
+        std::string const sHelper = Folder.Write("helper", std::string("#!/bin/sh\n") + szScript);
+        fs::permissions(sHelper, fs::perms::owner_all);
+        Crash_t const Crash = RunAlone("read silent", sHelper);
+        EXPECT_THAT(Crash.sDetails, ContainsRegex(szExpected)) << szScript;
+        EXPECT_LT(Crash.tSeconds, 25.0);
+    }
 }

@@ -323,6 +323,16 @@ void ExceptionReport_c::SetSymbolHelper(char const * szPath)
     plat::SymbolsSetHelper(szPath ? szPath : "");
 }
 
+bool ExceptionReport_c::AddTypePrinter(char const * szType, char const * szTemplate)
+{
+    bool const bAdded = plat::SymbolsAddPrinter(szType, szTemplate);
+    if (!bAdded)
+    {
+        LogEscaped("No more room for the printer of type %s", szType);
+    }
+    return bAdded;
+}
+
 void ExceptionReport_c::SetReportFileAutoName()
 {
     constexpr std::size_t ENDING = 3;

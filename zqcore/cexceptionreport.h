@@ -4,7 +4,8 @@
 // registers, on which call stack, what the code around it was and what the locals of every frame held. The main log and
 // standard error get the file's path, or the reason why there is no file. When the file is whole, a dialog shows the
 // call stack, the main log gets a copy and is closed, and the previous fault filter gets the fault.
-// docs/formats.md describes the file.
+// Beside it CrashReport_*_details.txt has what was accessed by which thread, the frames with inlined calls, sources and
+// values, the other threads, the modules and the state of the process. docs/formats.md describes both files.
 //
 // The file is private to its user. Its name comes from the second:
 // - a report of the same user with that name is continued.
@@ -22,7 +23,8 @@
 // - the parts up to the first call stack and after it end after REPORT_LIMIT each, wherever they hang.
 // - a step into the host's code (listeners, a dialog that nobody can answer) ends after HOST_LIMIT, or when it faults.
 //   A dialog that somebody can answer has no limit.
-// - without the symbol helper, names, lines and variables are missing.
+// - without the symbol helper, names, lines, variables and other threads are missing. All its answers to the report
+//   take at most 20 seconds, and those to the file of details as long again.
 //
 //     LogSetFile(L"logs/", L"message.log");   // sets the folder of the reports too
 //     wchar_t const * const wszFolder = g_ExceptionReport.GetFolder();
@@ -65,6 +67,12 @@ public:
     /// for none; cut at 1023 bytes. At start it is zqsymbols in the folder of the library, or else in that of the
     /// installation. Requires that no other thread crashes or shows a trace.
     ZQ_API static void SetSymbolHelper(char const * szPath);
+
+    /// Adds how values of a type are shown in the file of details. The type's name has its namespaces; `*` in it is any
+    /// text. In the template `{name}` is the value of a member, `{name.name}` that of a member's member, and all else is
+    /// copied: "({x}, {y}, {z})". A later addition for a name comes first. Copies both texts. Returns false if there are
+    /// 32 already, or a text is longer than 127 and 255 bytes. Requires that no other thread adds or crashes.
+    ZQ_API static bool AddTypePrinter(char const * szType, char const * szTemplate);
 
     /// Returns the folder and the name as they were set.
     ZQ_API wchar_t const * GetFolder() const;

@@ -4,6 +4,7 @@
 
 #include "platform/clock.h"
 #include "platform/modulelist.h"
+#include "platform/threads.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -15,6 +16,7 @@ namespace
 
     // Milliseconds that a section may take.
     constexpr unsigned SHORT_LIMIT = 5000;
+    constexpr unsigned HELPER_LIMIT = plat::SYMBOL_LIMIT + SHORT_LIMIT;
 
     constexpr char HEAD[] = "ZQCore crash details 1\n";
 
@@ -57,17 +59,8 @@ namespace
         { plat::FAULT_UNCAUGHT_EXCEPTION, "exception" },
     };
 
-    bool IsAccess(plat::FaultRecord_t const & Record)
-    {
-        return Record.nCode == plat::FAULT_ACCESS || Record.nCode == plat::FAULT_IN_PAGE;
-    }
-
     char const * KindOf(plat::FaultRecord_t const & Record)
     {
-        if (IsAccess(Record))
-        {
-            return Record.dParameters[0] != 0 ? "write" : Record.dParameters[1] == Record.Address ? "execute" : "read";
-        }
         for (FaultKind_t const & Kind : FAULT_KINDS)
         {
             if (Kind.nCode == Record.nCode)
@@ -75,19 +68,40 @@ namespace
                 return Kind.szKind;
             }
         }
-        return "unknown";
+        switch (Record.eAccess)
+        {
+        case plat::FaultAccess_e::Read:
+            return "read";
+        case plat::FaultAccess_e::Write:
+            return "write";
+        case plat::FaultAccess_e::Execute:
+            return "execute";
+        default:
+            return "unknown";
+        }
+    }
+
+    void WriteThread(Details_c & Details, std::uint32_t nThread)
+    {
+        char szName[plat::THREAD_NAME_SIZE];
+        plat::ThreadName(szName);
+        Details.GetLine().Add("thread: %" PRIu32 " \"", nThread);
+        Details.GetLine().AddShown(szName);
+        Details.GetLine().Add("\"");
+        Details.EndLine();
     }
 
     void WriteFault(Details_c & Details, plat::FaultPointers_t const & Fault)
     {
         plat::FaultRecord_t const & Record = *Fault.pRecord;
+        bool const bStack = Record.nCode == plat::FAULT_STACK_OVERFLOW;
         Text_c & Line = Details.GetLine();
         Line.Add("code: %08X ", Record.nCode);
         Line.AddShown(FaultName(Record.nCode));
         Details.EndLine();
         Line.Add("kind: %s", KindOf(Record));
         Details.EndLine();
-        if (IsAccess(Record) || Record.nCode == plat::FAULT_STACK_OVERFLOW)
+        if (bStack || Record.eAccess > plat::FaultAccess_e::Unknown)
         {
             bool const bKnown = Record.dParameters[1] != UINTPTR_MAX;
             Line.Add(bKnown ? "data: %08" PRIXPTR : "data: unknown", Record.dParameters[1]);
@@ -95,14 +109,19 @@ namespace
         }
         Line.Add("instruction: %08" PRIXPTR, Record.Address);
         Details.EndLine();
-        Line.Add("thread: %" PRIu32, Fault.pContext->nThread);
-        Details.EndLine();
+        WriteThread(Details, Fault.pContext->nThread);
         constexpr char PREFIX[] = "Uncaught C++ exception ";
         char const * const szText = FaultName(Record.nCode);
         if (Record.nCode == plat::FAULT_UNCAUGHT_EXCEPTION && std::strncmp(szText, PREFIX, sizeof PREFIX - 1) == 0)
         {
             Line.Add("exception: ");
             Line.AddShown(szText + sizeof PREFIX - 1);
+            Details.EndLine();
+        }
+        plat::FaultStack_t Stack;
+        if (bStack && plat::FaultFindStack(*Fault.pContext, &Stack))
+        {
+            Line.Add("depth: %zu of %zu bytes", Stack.nUsed, Stack.nSize);
             Details.EndLine();
         }
     }
@@ -146,6 +165,57 @@ namespace
             Line.Add(Place.bFound ? " ?" : "? ?");
             Details.EndLine();
         }
+    }
+
+    // Ends a section of the helper that it could not end itself.
+    void WriteHelperEnd(Details_c & Details, plat::Symbols_c const & Symbols)
+    {
+        if (Symbols.IsRunning())
+        {
+            return;
+        }
+        Text_c & Line = Details.GetLine();
+        switch (Symbols.GetEnd())
+        {
+        case plat::HELPER_LATE:
+            Line.Add("(cut: the symbol helper gave no answer within %u s)", plat::SYMBOL_LIMIT / 1000);
+            break;
+        case plat::HELPER_FAILED:
+            Line.Add("(cut: the symbol helper failed)");
+            break;
+        default:
+            Line.Add("(cut: there is no symbol helper)");
+            break;
+        }
+        Details.EndLine();
+    }
+
+    // Returns whether the helper had any.
+    bool WriteHelperLines(Details_c & Details, plat::Symbols_c & Symbols, plat::SymbolSection_e eSection)
+    {
+        char szLines[LINE_SIZE];
+        bool bAny = false;
+        while (Symbols.NextDetail(eSection, szLines, sizeof szLines))
+        {
+            Details.AddLines(szLines);
+            bAny = true;
+        }
+        return bAny;
+    }
+
+    void WriteFrames(Details_c & Details, plat::Symbols_c & Symbols)
+    {
+        if (!WriteHelperLines(Details, Symbols, plat::SECTION_FRAMES))
+        {
+            WritePlainFrames(Details, Symbols);
+        }
+        WriteHelperEnd(Details, Symbols);
+    }
+
+    void WriteThreads(Details_c & Details, plat::Symbols_c & Symbols)
+    {
+        WriteHelperLines(Details, Symbols, plat::SECTION_THREADS);
+        WriteHelperEnd(Details, Symbols);
     }
 
     void WriteModule(plat::Module_t const & Module, void * pDetails)
@@ -232,7 +302,9 @@ void exceptionreport::WriteDetails(
         return;
     }
     Details.Section("Fault", SHORT_LIMIT, [&](Details_c & To) { WriteFault(To, Fault); });
-    Details.Section("Frames", SHORT_LIMIT, [&](Details_c & To) { WritePlainFrames(To, Symbols); });
+    Symbols.Renew();
+    Details.Section("Frames", HELPER_LIMIT, [&](Details_c & To) { WriteFrames(To, Symbols); });
+    Details.Section("Threads", HELPER_LIMIT, [&](Details_c & To) { WriteThreads(To, Symbols); });
     Details.Section("Modules", SHORT_LIMIT, [](Details_c & To) { plat::ModulesVisit(WriteModule, &To); });
     Details.Section("Process", SHORT_LIMIT, WriteProcess);
 }

@@ -1,5 +1,6 @@
 #include "platform/fork.h"
 #include "platform/linux/idlethread.h"
+#include "platform/linux/lockmark.h"
 #include "platform/threads.h"
 
 #include <cerrno>
@@ -132,6 +133,12 @@ namespace plat
 
         constinit IdleThread_c g_IdleThread;
         ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_IdleThread.Forget(); } });
+    }
+
+    // A thread's own handle is its thread pointer.
+    std::intptr_t LockMarkOffset()
+    {
+        return reinterpret_cast<std::intptr_t>(&t_cSelf) - static_cast<std::intptr_t>(::pthread_self());
     }
 
     void IdleThreadLift(pthread_t hThread)

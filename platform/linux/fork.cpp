@@ -83,6 +83,16 @@ namespace plat
             }
         }
 
+        void Visit(void (*fnVisit)(LockState_t const & Lock, void * pContext), void * pContext) const
+        {
+            for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
+            {
+                fnVisit({ reinterpret_cast<std::uintptr_t>(&p->m_Lock), sizeof(Lock_c),
+                            reinterpret_cast<std::uintptr_t>(p->m_Lock.GetOwner()) },
+                    pContext);
+            }
+        }
+
     private:
         static void Call(void (*fnCall)())
         {
@@ -136,6 +146,11 @@ namespace plat
             m_bHooked =
                 ::pthread_atfork([] { g_Fork.Before(); }, [] { g_Fork.InParent(); }, [] { g_Fork.InChild(); }) == 0;
         }
+    }
+
+    void ForkLocksVisit(void (*fnVisit)(LockState_t const & Lock, void * pContext), void * pContext)
+    {
+        g_Fork.Visit(fnVisit, pContext);
     }
 
     ForkLock_c::ForkLock_c(Lock_c & Lock)

@@ -1,8 +1,9 @@
 // symbolprotocol.h: the records that the library and its helper zqsymbols exchange.
 //
-// They use one socket that keeps records whole. The library sends SymbolStart_t and then requests. The helper answers
-// each with one SymbolAnswer_t. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the
-// library answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word
+// They use one socket that keeps records whole. The library sends SymbolStart_t, its SymbolPrinter_t and then requests.
+// The helper answers each with one SymbolAnswer_t that has its number, so that a late answer is not taken for the next
+// question's. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the library answers with
+// a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word
 // sizes. Both sides come from one build, which the mark in the first record proves.
 #pragma once
 
@@ -16,7 +17,7 @@ namespace plat
     inline constexpr int SYMBOL_MAPS = 4;
 
     /// Changes with every change of these records.
-    inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515331;
+    inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515332;
 
     /// Memory is requested in whole pages of this size. A page is readable as a whole or not at all.
     inline constexpr std::uint32_t SYMBOL_PAGE = 4096;
@@ -25,12 +26,25 @@ namespace plat
     inline constexpr std::uint32_t SYMBOL_TEXT = 4096;
 
     inline constexpr std::uint32_t SYMBOL_REGISTERS = 17;
+    inline constexpr std::uint32_t SYMBOL_PRINTERS = 32;   // at most
+    inline constexpr std::uint32_t SYMBOL_PRINTER_TYPE = 128;
+    inline constexpr std::uint32_t SYMBOL_PRINTER_TEMPLATE = 256;
 
     struct SymbolStart_t
     {
         std::uint32_t nMark;
         std::uint32_t nWord;                          // bytes of an address
+        std::uint32_t nThread;                        // the system's number of the thread
+        std::uint32_t nPrinters;                      // records of SymbolPrinter_t that follow
+        std::uint64_t nLockMark;                      // from a thread's thread pointer to what marks its locks
         std::uint64_t dRegisters[SYMBOL_REGISTERS];   // IP SP BP AX BX CX DX SI DI R8 to R15
+    };
+
+    /// How values of a type are shown: SymbolsAddPrinter (symbols.h). Both texts are terminated.
+    struct SymbolPrinter_t
+    {
+        char szType[SYMBOL_PRINTER_TYPE];
+        char szTemplate[SYMBOL_PRINTER_TEMPLATE];
     };
 
     enum SymbolAsk_e : std::uint32_t
@@ -42,7 +56,9 @@ namespace plat
         ASK_TYPE_NAME,      // nValue: type -> szText
         ASK_TYPE_MEMBERS,   // nValue: type -> dValues: members
         ASK_TYPE_MEMBER,    // nIndex: member, nValue: type -> dValues: type, offset, size, first bit, bits
-        ASK_TYPE_BASE       // nValue: type -> dValues: SymbolBase_e
+        ASK_TYPE_BASE,      // nValue: type -> dValues: SymbolBase_e
+        ASK_DETAIL,         // nValue: SymbolSection_e -> szText: its next lines
+        TELL_LOCK           // nValue: address, nIndex: bytes, nMore: mark of the thread that holds it, 0 for none
     };
 
     struct SymbolRequest_t
@@ -50,6 +66,9 @@ namespace plat
         std::uint32_t nAsk;
         std::uint32_t nIndex;
         std::uint64_t nValue;
+        std::uint64_t nMore = 0;
+        std::uint32_t nNumber = 0;   // rises with each request
+        std::uint32_t nUnused = 0;
     };
 
     enum SymbolAnswer_e : std::uint32_t
@@ -63,7 +82,9 @@ namespace plat
     struct SymbolAnswer_t
     {
         std::uint32_t nAnswer;
-        std::uint32_t nText;   // bytes of szText that were sent, with the terminator
+        std::uint32_t nText;     // bytes of szText that were sent, with the terminator
+        std::uint32_t nNumber;   // the request's; not set in a request for memory
+        std::uint32_t nUnused;
         std::uint64_t dValues[5];
         char szText[SYMBOL_TEXT];
     };
@@ -75,6 +96,6 @@ namespace plat
         std::uint8_t dBytes[SYMBOL_PAGE];
     };
 
-    static_assert(sizeof(SymbolStart_t) == 144 && sizeof(SymbolRequest_t) == 16 && SYMBOL_ANSWER_HEAD == 48);
+    static_assert(sizeof(SymbolStart_t) == 160 && sizeof(SymbolRequest_t) == 32 && SYMBOL_ANSWER_HEAD == 56);
     static_assert(sizeof(SymbolMemory_t) == 8 + SYMBOL_PAGE);
 }

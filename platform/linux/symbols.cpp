@@ -2,6 +2,8 @@
 
 #include "platform/compiler.h"
 #include "platform/faults.h"
+#include "platform/fork.h"
+#include "platform/linux/lockmark.h"
 #include "platform/linux/reserve.h"
 #include "platform/linux/symbolprotocol.h"
 #include "platform/memory.h"
@@ -20,6 +22,7 @@
 #include <link.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -30,12 +33,12 @@ namespace plat
 {
     namespace
     {
-        constexpr unsigned ANSWER_LIMIT = 5000;   // milliseconds for one answer
-        constexpr unsigned TOTAL_LIMIT = 20000;   // milliseconds for all of them
-        constexpr int END_LIMIT = 1000;           // milliseconds for the helper's end
+        constexpr int END_LIMIT = 1000;   // milliseconds for the helper's end
         constexpr unsigned MEMBERS_MAX = 1024;
 
         char g_szHelper[1024];
+        constinit SymbolPrinter_t g_dPrinters[SYMBOL_PRINTERS] = {};
+        std::uint32_t g_nPrinters = 0;
 
         // Runs before all other construction, so that a crash finds the path ready.
         __attribute__((constructor(101))) void FindHelper()
@@ -164,18 +167,25 @@ namespace plat
             return Send(hSocket, Memory);
         }
 
-        // Gets the helper's answer and serves its requests for memory meanwhile. Returns false if the helper has
-        // failed.
-        bool Converse(int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer)
+        // Gets the helper's answer and serves its requests for memory meanwhile. Skips late answers to other questions.
+        // Returns false if the helper has failed or the time is over.
+        bool Converse(
+            int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer, bool & bServing)
         {
             bool bGoesOn = Send(hSocket, Request);
             while (bGoesOn && WaitReadable(hSocket, tEnd) && Receive(hSocket, pAnswer))
             {
                 if (pAnswer->nAnswer != ANSWER_NEEDS_MEMORY)
                 {
-                    return true;
+                    if (pAnswer->nNumber == Request.nNumber)
+                    {
+                        return true;
+                    }
+                    continue;
                 }
+                bServing = true;
                 bGoesOn = ServeMemory(hSocket, pAnswer->dValues[0]);
+                bServing = false;
             }
             return false;
         }
@@ -185,6 +195,9 @@ namespace plat
             SymbolStart_t Start{};
             Start.nMark = SYMBOL_MARK;
             Start.nWord = sizeof(void *);
+            Start.nThread = Context.nThread;
+            Start.nPrinters = g_nPrinters;
+            Start.nLockMark = static_cast<std::uint64_t>(LockMarkOffset());
             std::uintptr_t const dNamed[] = { Context.nIp, Context.nSp, Context.nBp, Context.nAx, Context.nBx,
                 Context.nCx, Context.nDx, Context.nSi, Context.nDi };
             std::copy(std::begin(dNamed), std::end(dNamed), Start.dRegisters);
@@ -211,11 +224,28 @@ namespace plat
         CopyText(szPath, g_szHelper, sizeof(g_szHelper));
     }
 
+    bool SymbolsAddPrinter(char const * szType, char const * szTemplate)
+    {
+        bool const bFits =
+            std::strlen(szType) < SYMBOL_PRINTER_TYPE && std::strlen(szTemplate) < SYMBOL_PRINTER_TEMPLATE;
+        if (!bFits || g_nPrinters == SYMBOL_PRINTERS)
+        {
+            return false;
+        }
+        CopyText(szType, g_dPrinters[g_nPrinters].szType, SYMBOL_PRINTER_TYPE);
+        CopyText(szTemplate, g_dPrinters[g_nPrinters].szTemplate, SYMBOL_PRINTER_TEMPLATE);
+        ++g_nPrinters;
+        return true;
+    }
+
     bool Symbols_c::Start(FaultContext_t const * pContext)
     {
         Stop();
         m_pContext = pContext;
+        m_eEnd = HELPER_MISSING;
         m_nWaited = 0;
+        m_bServing = false;
+        m_bTraced = false;
         Rewind();
         ErrnoScope_s const Scope;
         return g_szHelper[0] != '\0' && !ProcessIsSecure() && Launch() && Greet();
@@ -246,35 +276,41 @@ namespace plat
         ::close(Arguments.hMaps);
         m_hHelper = dSockets[0];
         m_hProcess = hProcess;
+        m_nProcess = nProcess;
         if (nProcess < 0)
         {
-            Stop();
+            End(HELPER_MISSING);
         }
         return nProcess >= 0;
     }
 
     bool Symbols_c::Greet()
     {
+        auto const hSocket = static_cast<int>(m_hHelper);
+        bool bSent = Send(hSocket, StartRecord(*m_pContext));
+        for (std::uint32_t i = 0; i < g_nPrinters; ++i)
+        {
+            bSent = bSent && Send(hSocket, g_dPrinters[i]);
+        }
         SymbolFrame_t Frame;
-        bool const bStarted =
-            Send(static_cast<int>(m_hHelper), StartRecord(*m_pContext)) && NextFrame(&Frame) && IsRunning();
+        bool const bStarted = bSent && NextFrame(&Frame) && IsRunning();
         Rewind();
         if (!bStarted)
         {
-            Stop();
+            End(HELPER_FAILED);
         }
         return bStarted;
     }
 
-    void Symbols_c::Stop()
+    void Symbols_c::End(SymbolEnd_e eEnd)
     {
         if (!IsRunning())
         {
             return;
         }
         ErrnoScope_s const Scope;
+        m_eEnd = eEnd;
         ::close(static_cast<int>(std::exchange(m_hHelper, NO_HANDLE)));
-        m_bAsking = false;
         if (auto const hProcess = static_cast<int>(std::exchange(m_hProcess, NO_HANDLE)); hProcess >= 0)
         {
             siginfo_t Info{};
@@ -286,30 +322,60 @@ namespace plat
         }
     }
 
-    bool Symbols_c::Ask(SymbolRequest_t const & Request, SymbolAnswer_t * pAnswer)
+    // A fault or a limit may have ended the last call. Its answer is then still to come, and is skipped. A helper that was
+    // waiting for memory is lost.
+    bool Symbols_c::Ask(SymbolRequest_t Request, SymbolAnswer_t * pAnswer)
     {
         pAnswer->szText[0] = '\0';
-        if (m_bAsking)
+        if (m_bServing)
         {
-            Stop();   // a fault ended the last call: its answer would be confused with that of this one
+            End(HELPER_FAILED);
         }
         if (!IsRunning())
         {
             return false;
         }
-        m_bAsking = true;
+        Request.nNumber = ++m_nAsked;
         ErrnoScope_s const Scope;
         std::int64_t const tStart = Milliseconds();
-        unsigned const nLimit = std::min(ANSWER_LIMIT, TOTAL_LIMIT - std::min(TOTAL_LIMIT, m_nWaited));
-        bool const bAnswered = Converse(static_cast<int>(m_hHelper), Request, tStart + nLimit, pAnswer);
-        m_bAsking = false;
-        m_nWaited += static_cast<unsigned>(Milliseconds() - tStart);
+        std::int64_t const tEnd = tStart + SYMBOL_LIMIT - std::min(SYMBOL_LIMIT, m_nWaited);
+        bool const bAnswered = Converse(static_cast<int>(m_hHelper), Request, tEnd, pAnswer, m_bServing);
+        std::int64_t const tNow = Milliseconds();
+        m_nWaited += static_cast<unsigned>(tNow - tStart);
         if (!bAnswered)
         {
-            Stop();
+            End(tNow >= tEnd ? HELPER_LATE : HELPER_FAILED);
             pAnswer->szText[0] = '\0';
         }
         return bAnswered && pAnswer->nAnswer == ANSWER_YES;
+    }
+
+    // Some systems let a process be traced by its parents alone. The helper is a child.
+    void Symbols_c::AllowTracing()
+    {
+        if (m_bTraced)
+        {
+            return;
+        }
+        m_bTraced = true;
+        ::prctl(PR_SET_PTRACER, static_cast<unsigned long>(m_nProcess), 0, 0, 0);
+        ForkLocksVisit(
+            [](LockState_t const & Lock, void * pSymbols)
+            {
+                SymbolAnswer_t Unused;
+                static_cast<Symbols_c *>(pSymbols)->Ask({ TELL_LOCK, Lock.nBytes, Lock.Address, Lock.Owner }, &Unused);
+            },
+            this);
+    }
+
+    bool Symbols_c::NextDetail(SymbolSection_e eSection, char * szText, std::size_t nSize)
+    {
+        if (eSection == SECTION_THREADS && IsRunning())
+        {
+            AllowTracing();
+        }
+        std::uint64_t nUnused;
+        return AskText({ ASK_DETAIL, 0, eSection }, szText, nSize, &nUnused);
     }
 
     bool Symbols_c::AskText(SymbolRequest_t const & Request, char * szText, std::size_t nSize, std::uint64_t * pValue)

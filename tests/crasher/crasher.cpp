@@ -6,36 +6,49 @@
 // Logs to message.log in the current folder, where the report lands too. From the fault on, the thread that faults may
 // not touch the heap: that ends the process with status 99.
 #include "zqcore/capp.h"
+#include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cprofile.h"
+#include "zqcore/cstring.h"
 
 #include "platform/dialog.h"
 #include "platform/faults.h"
+#include "platform/fork.h"
 #include "platform/process.h"
 #include "platform/stack.h"
 #include "platform/threads.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cfenv>
 #include <climits>
 #include <cmath>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 #include <xmmintrin.h>
 
 namespace
@@ -123,6 +136,7 @@ namespace
     double volatile g_fHuge = 1e308;
     void * volatile g_pNowhere = reinterpret_cast<void *>(16);
 
+#include "tests/crasher/details.h"
 #include "tests/crasher/nowhere.h"
 
     struct Pure_i
@@ -247,6 +261,7 @@ namespace
         { "readdeep", HEAP, [] { CallDeep([] { ReadNowhere(5, "second"); }); } },
         { "throwdeep", HEAP, [] { CallDeep([] { throw std::runtime_error("deep"); }); } },
         { "abort", PLAIN, [] { std::abort(); } },
+        { "values", HEAP, FaultAmongValues },
         { "pure", HEAP, [] { Pure_s const Object; } },
     };
 
@@ -416,6 +431,10 @@ namespace
 
     constexpr std::pair<char const *, void (*)()> CIRCUMSTANCES[] = {
         { "busy", BeBusy },
+        { "beside", StartThreads },
+        { "untraced", ForbidTracing },
+        { "printer",
+            [] { ExceptionReport_c::AddTypePrinter("(anonymous namespace)::Vector_t", "<{x}, {y}, {z} {Ship.x}>"); } },
         { "facts", [] { g_bFacts = true; } },
         { "silent", [] { g_silentMode = true; } },
         { "alone", [] { SetFormer(nullptr); } },

@@ -1,6 +1,5 @@
 #include "tools/zqsymbols/frames.h"
 
-#include "platform/symbols.h"
 #include "tools/zqsymbols/expression.h"
 
 #include <cstdlib>
@@ -34,13 +33,13 @@ namespace zqsymbols
 
     Frame_t const * Frames_c::Get(std::size_t iFrame)
     {
-        bool const bAsked = iFrame < plat::SYMBOL_FRAMES;             // a stack filled with one address has no end
+        bool const bAsked = iFrame < FRAMES_MAX;                      // a stack filled with one address has no end
         while (bAsked && m_dFrames.size() <= iFrame + 1 && m_bMore)   // also its caller
         {
             Frame_t Frame = m_Caller;
             if (m_dFrames.empty())
             {
-                Frame.Registers = m_Process.GetRegisters();
+                Frame.Registers = m_Start;
                 Frame.nAddress = Frame.Registers.dValues[m_Process.GetInstruction()];
             }
             m_Caller = {};

@@ -22,11 +22,16 @@ namespace zqsymbols
     class Frames_c
     {
     public:
-        explicit Frames_c(Process_c & Process)
+        static constexpr std::size_t FRAMES_MAX = 200000;   // more than a stack of 8 MB holds
+
+        /// Walks from a thread's registers, which must outlive the object.
+        Frames_c(Process_c & Process, Registers_t const & Start)
             : m_Process(Process)
+            , m_Start(Start)
         {}
 
-        /// Returns a frame by number; 0 is the innermost. Null past the end. Valid as long as the object.
+        /// Returns a frame by number; 0 is the innermost. Null past the end, and from FRAMES_MAX on. Valid as long as the
+        /// object.
         Frame_t const * Get(std::size_t iFrame);
 
     private:
@@ -36,6 +41,7 @@ namespace zqsymbols
         bool Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller);
 
         Process_c & m_Process;
+        Registers_t const & m_Start;
         std::deque<Frame_t> m_dFrames;   // a caller's place is fixed
         Frame_t m_Caller;                // of the last one
         bool m_bMore = true;

@@ -1,8 +1,8 @@
 // zqsymbols: reports to a process of the library the frames, names, lines and variables of one of its threads. The
 // library starts it; it does nothing when started by hand.
-#include "tools/zqsymbols/frames.h"
+#include "tools/zqsymbols/details.h"
 #include "tools/zqsymbols/names.h"
-#include "tools/zqsymbols/variables.h"
+#include "tools/zqsymbols/threads.h"
 
 #include <algorithm>
 #include <cstring>
@@ -23,10 +23,15 @@ namespace zqsymbols
         public:
             explicit Server_c(Process_c & Process)
                 : m_Process(Process)
-                , m_Frames(Process)
+                , m_Frames(Process, Process.GetRegisters())
                 , m_Types(Process.GetWord())
                 , m_Variables(Process)
+                , m_FrameLines(Process, m_Types, m_Variables)
+                , m_StackLines(m_FrameLines, m_Frames)
+                , m_ThreadLines(Process, m_FrameLines)
             {}
+
+            Values_c & GetValues() { return m_FrameLines.GetValues(); }
 
             bool Answer(plat::SymbolRequest_t const & Request, plat::SymbolAnswer_t & To)
             {
@@ -50,6 +55,11 @@ namespace zqsymbols
                     return AnswerMember(nType, Request.nIndex, To);
                 case plat::ASK_TYPE_BASE:
                     To.dValues[0] = m_Types.GetBase(nType);
+                    return true;
+                case plat::ASK_DETAIL:
+                    return AnswerDetail(Request.nValue, To);
+                case plat::TELL_LOCK:
+                    m_ThreadLines.AddLock({ Request.nValue, Request.nIndex, Request.nMore });
                     return true;
                 default:
                     return false;
@@ -134,10 +144,39 @@ namespace zqsymbols
                 return true;
             }
 
+            // A text that is too long for an answer is divided at the ends of lines.
+            bool AnswerDetail(std::uint64_t nSection, plat::SymbolAnswer_t & To)
+            {
+                if (m_sDetail.empty())
+                {
+                    m_sDetail = nSection == plat::SECTION_FRAMES    ? m_StackLines.Next()
+                                : nSection == plat::SECTION_THREADS ? m_ThreadLines.Next()
+                                                                    : "";
+                }
+                std::string_view sPart = m_sDetail;
+                if (sPart.size() >= plat::SYMBOL_TEXT)
+                {
+                    sPart = sPart.substr(0, plat::SYMBOL_TEXT - 1);
+                    std::size_t const nLine = sPart.rfind('\n');
+                    if (nLine == std::string_view::npos)   // the rest of so long a line is left out
+                    {
+                        m_sDetail.erase(plat::SYMBOL_TEXT - 2, m_sDetail.find('\n') - (plat::SYMBOL_TEXT - 2));
+                    }
+                    sPart = sPart.substr(0, nLine == std::string_view::npos ? nLine : nLine + 1);
+                }
+                bool const bMore = PutText(sPart, To);
+                m_sDetail.erase(0, bMore ? sPart.size() : m_sDetail.size());
+                return bMore;
+            }
+
             Process_c & m_Process;
             Frames_c m_Frames;
             Types_c m_Types;
             Variables_c m_Variables;
+            FrameLines_c m_FrameLines;
+            StackLines_c m_StackLines;
+            ThreadLines_c m_ThreadLines;
+            std::string m_sDetail;   // what is left of a section's text
             std::map<std::uint64_t, std::optional<Function_t>> m_dFunctions;
             std::map<std::uint64_t, std::optional<Line_t>> m_dLines;
             std::vector<Variable_t> m_dVariables;
@@ -156,11 +195,23 @@ namespace zqsymbols
         bool Serve(Process_c & Process)
         {
             Server_c Server(Process);
+            for (std::uint32_t i = 0; i < Process.GetPrinterCount(); ++i)
+            {
+                plat::SymbolPrinter_t Printer;
+                if (recv(plat::SYMBOL_SOCKET, &Printer, sizeof(Printer), 0) != sizeof(Printer))
+                {
+                    return false;
+                }
+                Printer.szType[sizeof(Printer.szType) - 1] = '\0';
+                Printer.szTemplate[sizeof(Printer.szTemplate) - 1] = '\0';
+                Server.GetValues().AddPrinter(Printer.szType, Printer.szTemplate);
+            }
             plat::SymbolRequest_t Request;
             while (recv(plat::SYMBOL_SOCKET, &Request, sizeof(Request), 0) == sizeof(Request))
             {
                 plat::SymbolAnswer_t Answer;
                 Answer.nText = 0;
+                Answer.nNumber = Request.nNumber;
                 Answer.nAnswer = Server.Answer(Request, Answer) ? plat::ANSWER_YES : plat::ANSWER_NO;
                 if (send(plat::SYMBOL_SOCKET, &Answer, plat::SYMBOL_ANSWER_HEAD + Answer.nText, MSG_NOSIGNAL) < 0)
                 {

@@ -21,11 +21,14 @@ namespace zqsymbols
         static constexpr unsigned NUMBERS_32[] = { 8, 4, 5, 0, 3, 1, 2, 6, 7 };
         plat::SymbolStart_t Start;
         if (recv(plat::SYMBOL_SOCKET, &Start, sizeof(Start), 0) != sizeof(Start) || Start.nMark != plat::SYMBOL_MARK
-            || (Start.nWord != 4 && Start.nWord != 8))
+            || (Start.nWord != 4 && Start.nWord != 8) || Start.nPrinters > plat::SYMBOL_PRINTERS)
         {
             return false;
         }
         m_nWord = Start.nWord;
+        m_nThread = Start.nThread;
+        m_nPrinters = Start.nPrinters;
+        m_nLockMark = Start.nLockMark;
         for (unsigned i = 0; i < (m_nWord == 8 ? std::size(NUMBERS_64) : std::size(NUMBERS_32)); ++i)
         {
             m_Registers.Set(m_nWord == 8 ? NUMBERS_64[i] : NUMBERS_32[i], Start.dRegisters[i]);
@@ -60,6 +63,10 @@ namespace zqsymbols
             }
             szLine[std::strcspn(szLine, "\n")] = '\0';
             char const * const szPath = szLine + nPath;
+            if (szPath[0] == '\0' && nFrom == nEnd)   // zeroed data after the file's
+            {
+                nEnd = nTo;
+            }
             if (szPath[0] != '/' && std::strcmp(szPath, VDSO) != 0)
             {
                 continue;

@@ -44,6 +44,12 @@ namespace zqsymbols
         unsigned GetFramePointer() const { return m_nWord == 8 ? 6 : 5; }
         std::uint64_t Cut(std::uint64_t nValue) const { return m_nWord == 8 ? nValue : nValue & 0xFFFFFFFF; }
         Registers_t const & GetRegisters() const { return m_Registers; }
+        std::uint32_t GetThread() const { return m_nThread; }           // the system's number of the thread
+        std::uint64_t GetLockMark() const { return m_nLockMark; }       // see SymbolStart_t
+        std::uint32_t GetPrinterCount() const { return m_nPrinters; }   // records that follow
+
+        /// Forgets the memory that was read: threads that run on change it.
+        void ForgetMemory() { m_dPages.clear(); }
 
         /// Copies nBytes from an address. Returns false if not all of them are readable.
         bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes) override;
@@ -58,6 +64,9 @@ namespace zqsymbols
         void ReportModules();
 
         std::uint64_t m_nWord = 8;
+        std::uint32_t m_nThread = 0;
+        std::uint32_t m_nPrinters = 0;
+        std::uint64_t m_nLockMark = 0;
         Registers_t m_Registers;
         std::unordered_map<std::uint64_t, std::optional<Page_t>> m_dPages;
     };

@@ -1,5 +1,7 @@
 #include "tools/zqsymbols/types.h"
 
+#include "tools/zqsymbols/dies.h"
+
 #include <dwarf.h>
 
 namespace zqsymbols
@@ -9,37 +11,6 @@ namespace zqsymbols
         constexpr unsigned DEPTH_MAX = 16;
         constexpr std::size_t MEMBERS_MAX = 1024;
         constexpr std::size_t TYPES_MAX = 1000000;   // damaged information may be endless
-
-        std::string NameOf(Dwarf_Die * pDie)
-        {
-            char const * const szName = pDie->addr == nullptr ? nullptr : dwarf_diename(pDie);
-            return szName == nullptr ? "" : szName;
-        }
-
-        std::uint64_t Number(Dwarf_Die * pDie, unsigned nAttribute, std::uint64_t nElse)
-        {
-            Dwarf_Attribute Attribute;
-            Dwarf_Word nValue = 0;
-            bool const bKnown = dwarf_formudata(dwarf_attr(pDie, nAttribute, &Attribute), &nValue) == 0;
-            return bKnown ? nValue : nElse;
-        }
-
-        // Follows a DIE's type attribute. Returns whether there is one.
-        bool Follow(Dwarf_Die * pDie, Dwarf_Die * pType)
-        {
-            Dwarf_Attribute Attribute;
-            return dwarf_formref_die(dwarf_attr_integrate(pDie, DW_AT_type, &Attribute), pType) != nullptr;
-        }
-
-        bool IsStructure(int nTag)
-        {
-            return nTag == DW_TAG_structure_type || nTag == DW_TAG_class_type || nTag == DW_TAG_union_type;
-        }
-
-        bool IsPointer(int nTag)
-        {
-            return nTag == DW_TAG_pointer_type || nTag == DW_TAG_reference_type || nTag == DW_TAG_rvalue_reference_type;
-        }
 
         // Skips aliases, const and volatile; keeps the last alias.
         void Peel(Dwarf_Die & Die, std::string & sAlias)
@@ -139,6 +110,7 @@ namespace zqsymbols
         {
             return 0;
         }
+        Type.Owner = *pOwner;
         Peel(Type.Die, Type.sAlias);
         m_dTypes.push_back(Type);
         return static_cast<plat::SymbolType_t>(m_dTypes.size() - 1);

@@ -26,6 +26,14 @@ namespace zqsymbols
         /// Returns the type of a variable or a member; 0 if it has none.
         plat::SymbolType_t Add(Dwarf_Die * pOwner);
 
+        /// Returns the variable or member that has the type, and the type without aliases and const. The address of
+        /// either is null if there is none.
+        Dwarf_Die GetOwner(plat::SymbolType_t nType) const { return Get(nType).Owner; }
+        Dwarf_Die GetDie(plat::SymbolType_t nType) const { return Get(nType).Die; }
+
+        /// Returns the name of a named type with the namespaces and structures around it.
+        std::string QualifiedName(Dwarf_Die Die);
+
         /// Returns the size in bytes; 0 if unknown.
         std::uint64_t GetSize(plat::SymbolType_t nType) const;
         std::string GetName(plat::SymbolType_t nType);
@@ -36,6 +44,7 @@ namespace zqsymbols
     private:
         struct Type_t
         {
+            Dwarf_Die Owner{};
             Dwarf_Die Die{};        // without aliases and const; its address is null for no type
             std::string sAlias;     // the last one
             std::string sMember;    // of a member
@@ -47,7 +56,6 @@ namespace zqsymbols
         };
 
         Type_t const & Get(plat::SymbolType_t nType) const;
-        std::string QualifiedName(Dwarf_Die Die);
         void AddMember(plat::SymbolType_t nType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers);
 
         std::uint64_t m_nWord;

@@ -311,6 +311,7 @@ namespace zqsymbols
                 case DW_TAG_class_type:
                 case DW_TAG_union_type:
                 case DW_TAG_enumeration_type:
+                case DW_TAG_typedef:
                     m_dScopes.emplace_back(pDie, pAround);
                     break;
                 default:

@@ -21,11 +21,8 @@ namespace zqsymbols
             void List(Dwarf_Die * pScope, Types_c & Types, std::vector<Variable_t> & dVariables)
             {
                 Dwarf_Die Child;
-                if (dwarf_child(pScope, &Child) != 0)
-                {
-                    return;
-                }
-                do
+                bool bMore = dwarf_child(pScope, &Child) == 0;
+                for (; bMore; bMore = dwarf_siblingof(&Child, &Child) == 0)
                 {
                     int const nTag = dwarf_tag(&Child);
                     bool const bParameter = nTag == DW_TAG_formal_parameter;
@@ -37,7 +34,7 @@ namespace zqsymbols
                             dVariables);
                     }
                 }
-                while (dwarf_siblingof(&Child, &Child) == 0);
+                ++m_iScope;
             }
 
         private:
@@ -59,12 +56,13 @@ namespace zqsymbols
                                                    : Place.ePlace == PLACE_REGISTER ? plat::PLACE_REGISTER
                                                                                     : plat::PLACE_NONE;
                 std::uint64_t const nAddress = ePlace == plat::PLACE_MEMORY ? Place.nValue : 0;
-                dVariables.push_back({ szName, eKind, ePlace, nAddress, Types.Add(pDie) });
+                dVariables.push_back({ szName, eKind, ePlace, nAddress, Types.Add(pDie), Place, *pDie, m_iScope });
             }
 
             Process_c & m_Process;
             Surroundings_t m_Surroundings;
             Dwarf_Addr m_nAddress;
+            std::size_t m_iScope = 0;
         };
     }
 

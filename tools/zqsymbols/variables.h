@@ -1,6 +1,7 @@
 // variables.h: the variables in scope in a frame.
 #pragma once
 
+#include "tools/zqsymbols/expression.h"
 #include "tools/zqsymbols/frames.h"
 #include "tools/zqsymbols/types.h"
 
@@ -13,6 +14,9 @@ namespace zqsymbols
         plat::SymbolPlace_e ePlace;
         std::uint64_t nAddress;
         plat::SymbolType_t nType;
+        Place_t Place;   // in full
+        Dwarf_Die Die;
+        std::size_t iScope;   // which of ScopesAt (modules.h) it is in
     };
 
     class Variables_c

@@ -1,0 +1,115 @@
+// details.h: a fault in an inlined call, with values of many types around it; a part of crasher.cpp. This file has LF
+// line ends.
+#pragma once
+
+enum Colour_e
+{
+    Red = 2,
+    Blue = 4
+};
+struct Vector_t
+{
+    float x, y, z;
+};
+struct Ship_t : Vector_t
+{
+    Colour_e eColour;
+    unsigned nLow : 3, nHigh : 7;
+    Vector_t Speed;
+    char const * szName;
+};
+
+inline __attribute__((always_inline)) int Touch(int volatile * pTouched, int nFactor)
+{
+    return *pTouched * nFactor;
+}
+
+__attribute__((noinline)) int ShowValues(Ship_t const & Ship, Ship_t * pShip, void (*fnCall)(), wchar_t const * wszWide)
+{
+    bool bYes = true;
+    char cLetter = 'x';
+    short nNegative = -2;
+    unsigned nLarge = 0x12345;
+    double fThird = 0.1;
+    Colour_e eBlue = Blue;
+    auto const eBoth = static_cast<Colour_e>(Red | Blue);
+    char szShort[8] = "a\nb";
+    int dNumbers[] = { 1, 2, 3 };
+    char const * szNone = nullptr;
+    String_T<32> sFixed("fixed");
+    Array_T<int, 4, 0> dArray;
+    dArray.Add(5);
+    dArray.Add(-1);
+    std::string sText("a text that is too long for the object");
+    std::string_view const sView = std::string_view(sText).substr(2, 4);
+    std::vector<std::string> dTexts = { "one", "two" };
+    std::vector<int> dMany(100, 7);
+    std::optional<short> iSome = 7;
+    std::optional<short> iNone;
+    auto const pOwned = std::make_unique<int>(9);
+    Vector_t Point = { 1, 2, 3.5f };
+    return Touch(static_cast<int volatile *>(g_pNowhere), 3) + bYes + cLetter + nNegative + static_cast<int>(nLarge)
+           + static_cast<int>(fThird) + eBlue + eBoth + szShort[0] + dNumbers[0] + (szNone ? 1 : 0) + dArray[0]
+           + static_cast<int>(sFixed.IsEmpty()) + sView[0] + static_cast<int>(dTexts.size() + dMany.size()) + *iSome
+           + iNone.has_value() + *pOwned + static_cast<int>(Point.x + Ship.x + pShip->x) + (fnCall ? 1 : 0)
+           + static_cast<int>(wszWide[0]);
+}
+
+// A register that a called function keeps.
+#if defined(__x86_64__)
+    #define IN_REGISTER "rbx"
+#else
+    #define IN_REGISTER "edi"
+#endif
+
+inline void FaultAmongValues()
+{
+    Ship_t Ship = { { 1, 2, 3 }, Red, 5, 65, { 4, 5, 6 }, "ship" };
+    register int nInRegister __asm__(IN_REGISTER) = 77;
+    __asm__ volatile("" : "+r"(nInRegister));
+    ShowValues(Ship, &Ship, FaultAmongValues, L"w\u00EFde");
+    __asm__ volatile("" : "+r"(nInRegister));
+}
+
+constinit plat::Lock_c g_HostLock;
+plat::ForkLock_c const g_HostForkLock(g_HostLock);
+std::atomic<int> g_nBeside = 0;
+
+// Starts a thread with a name and waits until it is about to call.
+template <typename CALL>
+void StartBeside(char const * szName, CALL Call)
+{
+    int const nBefore = g_nBeside;
+    std::thread(
+        [szName, Call]
+        {
+            prctl(PR_SET_NAME, szName);
+            Call([] { ++g_nBeside; });
+            pause();
+        })
+        .detach();
+    while (g_nBeside == nBefore)
+    {
+        std::this_thread::yield();
+    }
+}
+
+// One thread does nothing, one holds a lock and one waits for it.
+inline void StartThreads()
+{
+    StartBeside("idle", [](auto Ready) { Ready(); });
+    StartBeside("holder", [](auto Ready) { g_HostLock.Enter(), Ready(); });
+    StartBeside("waiter", [](auto Ready) { Ready(), g_HostLock.Enter(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
+// Refuses tracing to this process and to those that it starts.
+inline void ForbidTracing()
+{
+    sock_filter dFilter[] = { BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ptrace, 0, 1), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW) };
+    sock_fprog const Program = { 4, dFilter };
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &Program);
+}

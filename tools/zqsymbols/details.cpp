@@ -1,0 +1,194 @@
+#include "tools/zqsymbols/details.h"
+
+#include "tools/zqsymbols/dies.h"
+#include "tools/zqsymbols/inlined.h"
+#include "tools/zqsymbols/typenames.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr std::size_t SOURCE_FRAMES = 8;       // with the lines around
+        constexpr unsigned LINES_AROUND = 3;           // on each side
+        constexpr std::size_t SOURCE_SIZE = 500;       // bytes of a source line
+        constexpr std::size_t VARIABLES = 128;         // of a frame
+        constexpr std::chrono::seconds FAR_LIMIT(5);   // for the way to the far end of a stack
+
+        template <typename... T>
+        std::string Print(char const * szFormat, T... Values)
+        {
+            char szText[128];
+            int const nText = std::snprintf(szText, sizeof(szText), szFormat, Values...);
+            return std::string(szText, static_cast<std::size_t>(nText));
+        }
+
+        std::string Address(std::uint64_t nAddress)
+        {
+            return Print("%08llX", static_cast<unsigned long long>(nAddress));
+        }
+
+        // A constant that the debug information has in place of a location.
+        std::optional<std::uint64_t> ConstantOf(Dwarf_Die Die)
+        {
+            Dwarf_Attribute Attribute;
+            Dwarf_Word nValue = 0;
+            bool const bKnown = dwarf_attr_integrate(&Die, DW_AT_const_value, &Attribute) != nullptr
+                                && dwarf_formudata(&Attribute, &nValue) == 0;
+            return bKnown ? std::optional(nValue) : std::nullopt;
+        }
+    }
+
+    std::string ModulePlace(Process_c & Process, std::uint64_t nAddress)
+    {
+        Dwfl_Module * const pModule = Process.ModuleAt(nAddress);
+        Dwarf_Addr nStart = 0;
+        char const * const szPath = pModule == nullptr ? nullptr
+                                                       : dwfl_module_info(pModule, nullptr, &nStart, nullptr, nullptr,
+                                                           nullptr, nullptr, nullptr);
+        if (szPath == nullptr || szPath[0] != '/')
+        {
+            return "?";
+        }
+        std::string sName = Escaped(std::strrchr(szPath, '/') + 1);
+        for (std::size_t n = sName.find(' '); n != std::string::npos; n = sName.find(' ', n))
+        {
+            sName.replace(n, 1, "\\x20");
+        }
+        return sName + Print("+%llX", static_cast<unsigned long long>(nAddress - nStart));
+    }
+
+    // The line and, in the first frames, its neighbours.
+    std::string FrameLines_c::Source(Line_t const & Line, bool bAround)
+    {
+        unsigned const nAround = bAround ? LINES_AROUND : 0;
+        std::string sText = "    at " + Escaped(Line.sFile) + ":" + std::to_string(Line.nLine) + "\n";
+        unsigned const nFirst = Line.nLine > nAround ? Line.nLine - nAround : 1;
+        for (unsigned i = nFirst; i <= Line.nLine + nAround; ++i)
+        {
+            std::string const * const pLine = m_Sources.GetLine(Line.sFile, i);
+            if (pLine != nullptr)
+            {
+                sText += Print("    %c %u | ", i == Line.nLine ? '>' : ' ', i);
+                sText += Escaped(pLine->substr(0, SOURCE_SIZE)) + "\n";
+            }
+        }
+        return sText;
+    }
+
+    std::optional<Value_t> FrameLines_c::ValueOf(Variable_t const & Variable, Frame_t const & Frame) const
+    {
+        Value_t Value = { Variable.nType, 0, std::nullopt };
+        switch (Variable.Place.ePlace)
+        {
+        case PLACE_ADDRESS:
+            Value.nAddress = Variable.Place.nValue;
+            return Value;
+        case PLACE_VALUE:
+            Value.nBits = Variable.Place.nValue;
+            return Value;
+        case PLACE_REGISTER:
+        {
+            auto const iRegister =
+                static_cast<unsigned>(std::min<std::uint64_t>(Variable.Place.nValue, plat::SYMBOL_REGISTERS));
+            if (!Frame.Registers.IsKnown(iRegister))
+            {
+                return std::nullopt;
+            }
+            Value.nBits = Frame.Registers.dValues[iRegister];
+            return Value;
+        }
+        default:
+            Value.nBits = ConstantOf(Variable.Die);
+            return Value.nBits ? std::optional(Value) : std::nullopt;
+        }
+    }
+
+    std::string FrameLines_c::Variable(Variable_t const & Variable)
+    {
+        std::string sText = Variable.eKind == plat::SYMBOL_PARAMETER ? "    parameter " : "    local ";
+        sText += Escaped(Variable.sName) + ": " + Escaped(SpellTypeOf(m_Types, Variable.Die)) + " = ";
+        std::optional<Value_t> const Value = ValueOf(Variable, *m_pFrame);
+        bool const bRegister = Variable.Place.ePlace == PLACE_REGISTER;
+        if (!Value)
+        {
+            return sText + (bRegister ? "(unreadable) [register]\n" : "(optimized out)\n");
+        }
+        std::string const sMembers = m_Values.Members(*Value, "        ");
+        Value_t const Shown = m_Values.Referred(*Value);
+        return sText + m_Values.Show(Shown, sMembers.empty() || !m_Values.IsStructure(Shown.nType) ? 2 : 0)
+               + (bRegister ? " [register]\n" : "\n") + sMembers;
+    }
+
+    // The innermost inlined call comes first. It is at the frame's line, each outer one where the next inner one is called.
+    std::string FrameLines_c::Of(Frame_t const & Frame, std::size_t & nNumber, bool bWhole)
+    {
+        std::uint64_t const nInside = Frame.GetInside();
+        std::optional<Unit_t> Unit = m_Process.UnitAt(nInside);
+        std::vector<Dwarf_Die> dScopes = Unit ? m_Process.ScopesAt(*Unit, nInside) : std::vector<Dwarf_Die>();
+        std::vector<InlinedCall_t> const dCalls = Unit ? InlinedCalls(*Unit, dScopes) : std::vector<InlinedCall_t>();
+        std::vector<Variable_t> const dVariables = bWhole ? m_Variables.Of(Frame, m_Types) : std::vector<Variable_t>();
+        std::optional<Line_t> Line = LineAt(m_Process, nInside);
+        std::optional<Function_t> const Function = FunctionAt(m_Process, nInside);
+        std::string const sPlace = " " + Address(Frame.nAddress) + " " + ModulePlace(m_Process, Frame.nAddress) + " ";
+        m_pFrame = &Frame;
+        std::string sText;
+        std::size_t nEnd = SIZE_MAX;   // of the scopes of a call
+        std::size_t nShown = 0;
+        for (std::size_t i = dCalls.size() + 1; i-- > 0;)
+        {
+            std::size_t const iScope = i == 0 ? 0 : dCalls[i - 1].iScope;
+            sText += "#" + std::to_string(nNumber) + sPlace;
+            sText += i != 0     ? Escaped(dCalls[i - 1].sFunction) + " [inlined]\n"
+                     : Function ? Escaped(Function->sName)
+                                      + Print("+%llX\n", static_cast<unsigned long long>(
+                                                             Function->nDisplacement + (Frame.bCall ? 1 : 0)))
+                                : "?\n";
+            sText += !Line    ? ""
+                     : bWhole ? Source(*Line, nNumber < SOURCE_FRAMES)
+                              : "    at " + Escaped(Line->sFile) + ":" + std::to_string(Line->nLine) + "\n";
+            for (Variable_t const & Each : dVariables)
+            {
+                if (Each.iScope >= iScope && Each.iScope < nEnd && nShown++ < VARIABLES)
+                {
+                    sText += Variable(Each);
+                }
+            }
+            nEnd = iScope;
+            Line = i != 0 ? dCalls[i - 1].Place : std::nullopt;
+            ++nNumber;
+        }
+        return sText;
+    }
+
+    // Finds the far end, and goes on shortly before it.
+    std::string StackLines_c::Skip()
+    {
+        auto const tEnd = std::chrono::steady_clock::now() + FAR_LIMIT;
+        std::size_t nFrames = NEAR;
+        while (m_Frames.Get(nFrames) != nullptr && std::chrono::steady_clock::now() < tEnd)
+        {
+            ++nFrames;
+        }
+        bool const bEnd = m_Frames.Get(nFrames) == nullptr;
+        if (nFrames <= NEAR + FAR && bEnd)
+        {
+            return "";
+        }
+        m_iFrame = bEnd ? nFrames - FAR : Frames_c::FRAMES_MAX;   // of which there is none
+        std::size_t const nLeftOut = (bEnd ? m_iFrame : nFrames) - NEAR;
+        m_nNumber += nLeftOut;
+        return "... " + std::to_string(nLeftOut) + " frames left out ...\n"
+               + (bEnd ? "" : "(cut: the far end was not reached)\n");
+    }
+
+    std::string StackLines_c::Next()
+    {
+        std::string sText = m_iFrame == NEAR ? Skip() : "";
+        Frame_t const * const pFrame = m_Frames.Get(m_iFrame++);
+        return pFrame == nullptr ? sText : sText + m_Lines.Of(*pFrame, m_nNumber, true);
+    }
+}

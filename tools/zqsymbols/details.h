@@ -1,0 +1,66 @@
+// details.h: the frames of a thread as lines of text, with sources and variables (docs/formats.md, "Details of a crash").
+#pragma once
+
+#include "tools/zqsymbols/names.h"
+#include "tools/zqsymbols/sourcetext.h"
+#include "tools/zqsymbols/values.h"
+#include "tools/zqsymbols/variables.h"
+
+namespace zqsymbols
+{
+    class FrameLines_c
+    {
+    public:
+        FrameLines_c(Process_c & Process, Types_c & Types, Variables_c & Variables)
+            : m_Process(Process)
+            , m_Types(Types)
+            , m_Variables(Variables)
+            , m_Values(Process, Types)
+        {}
+
+        Values_c & GetValues() { return m_Values; }
+
+        /// Returns the lines of a frame and of the inlined calls in it, and counts them in nNumber. Without bWhole they
+        /// have neither texts of sources nor variables.
+        std::string Of(Frame_t const & Frame, std::size_t & nNumber, bool bWhole);
+
+    private:
+        std::string Variable(Variable_t const & Variable);
+        std::string Source(Line_t const & Line, bool bAround);
+        std::optional<Value_t> ValueOf(Variable_t const & Variable, Frame_t const & Frame) const;
+
+        Process_c & m_Process;
+        Types_c & m_Types;
+        Variables_c & m_Variables;
+        Values_c m_Values;
+        SourceText_c m_Sources;
+        Frame_t const * m_pFrame = nullptr;   // of the variables
+    };
+
+    /// The frames of the thread that crashed, one after another.
+    class StackLines_c
+    {
+    public:
+        StackLines_c(FrameLines_c & Lines, Frames_c & Frames)
+            : m_Lines(Lines)
+            , m_Frames(Frames)
+        {}
+
+        /// Returns the lines of the next frame; empty at the end. A stack of more than NEAR + FAR frames has its first
+        /// and its last ones.
+        std::string Next();
+
+    private:
+        static constexpr std::size_t NEAR = 192, FAR = 64;
+
+        std::string Skip();
+
+        FrameLines_c & m_Lines;
+        Frames_c & m_Frames;
+        std::size_t m_iFrame = 0;
+        std::size_t m_nNumber = 0;
+    };
+
+    /// Returns an address's place in its module: "name+offset", "?" without one.
+    std::string ModulePlace(Process_c & Process, std::uint64_t nAddress);
+}

@@ -1,0 +1,186 @@
+#include "tools/zqsymbols/printers.h"
+
+#include "tools/zqsymbols/values.h"
+
+#include <algorithm>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        // The members' names are those of the C++ libraries' sources, the library's own and those of libstdc++ and libc++.
+        constexpr Printer_t PRINTERS[] = {
+            { "String_T<*", PRINT_MEMBER, "m_sText" },
+            { "Array_T<*", PRINT_COUNTED, "pData", "iLength" },
+            { "SortedArray_T<*", PRINT_COUNTED, "pData", "iLength" },
+            { "StaticArray_T<*", PRINT_MEMBER, "m_dElements" },
+            { "std::array<*", PRINT_MEMBER, "_M_elems" },
+            { "std::__1::array<*", PRINT_MEMBER, "__elems_" },
+            { "std::__cxx11::basic_string<char,*", PRINT_STRING },
+            { "std::__1::basic_string<char,*", PRINT_SHORT_STRING },
+            { "std::basic_string_view<char,*", PRINT_TEXT, "_M_str", "_M_len" },
+            { "std::__1::basic_string_view<char,*", PRINT_TEXT, "__data_", "__size_" },
+            { "std::__1::basic_string_view<char,*", PRINT_TEXT, "__data", "__size" },
+            { "std::vector<*", PRINT_RANGE, "_M_impl._M_start", "_M_impl._M_finish" },
+            { "std::__1::vector<*", PRINT_RANGE, "__begin_", "__end_" },
+            { "std::optional<*", PRINT_OPTIONAL, "_M_payload._M_engaged", "_M_payload._M_payload._M_value" },
+            { "std::__1::optional<*", PRINT_OPTIONAL, "__engaged_", "__val_" },
+            { "std::unique_ptr<*", PRINT_POINTER, "_M_t._M_t._M_head_impl" },
+            { "std::__1::unique_ptr<*", PRINT_POINTER, "__ptr_.__value_" },
+            { "std::__1::unique_ptr<*", PRINT_POINTER, "__ptr_" },
+            { "std::shared_ptr<*", PRINT_POINTER, "_M_ptr" },
+            { "std::__1::shared_ptr<*", PRINT_POINTER, "__ptr_" },
+        };
+
+        constexpr std::uint64_t TEXT_MAX = 1u << 20;   // a longer text is damage
+
+        std::optional<std::string> ShowText(
+            Values_c & Values, std::optional<std::uint64_t> nAddress, std::optional<std::uint64_t> nLength)
+        {
+            bool const bText = nAddress && nLength && *nLength <= TEXT_MAX;
+            return bText ? std::optional(Values.Text({ 0, *nAddress }, *nLength, 1, false)) : std::nullopt;
+        }
+
+        // An empty template has no members, so each brace pair is one.
+        std::string Fill(Values_c & Values, Value_t const & Value, std::string_view sTemplate, int nDepth)
+        {
+            std::string sText;
+            while (!sTemplate.empty())
+            {
+                std::size_t const nOpen = std::min(sTemplate.find('{'), sTemplate.size());
+                std::size_t const nClose = sTemplate.find('}', nOpen);
+                sText += sTemplate.substr(0, nOpen);
+                if (nClose == std::string_view::npos)
+                {
+                    return sText + std::string(sTemplate.substr(nOpen));
+                }
+                std::string const sName(sTemplate.substr(nOpen + 1, nClose - nOpen - 1));
+                std::optional<Value_t> const Member = Values.Member(Value, sName);
+                sText += Member ? Values.Show(*Member, nDepth) : "(no member " + sName + ")";
+                sTemplate.remove_prefix(nClose + 1);
+            }
+            return sText;
+        }
+
+        std::optional<std::string> ShowRange(
+            Values_c & Values, Value_t const & First, Value_t const & Second, Printer_e ePrinter, int nDepth)
+        {
+            std::optional<Value_t> const Begin = Values.Target(First);
+            std::uint64_t const nSize = Begin ? Values.GetTypes().GetSize(Begin->nType) : 0;
+            std::optional<std::uint64_t> nCount;
+            if (ePrinter == PRINT_COUNTED)
+            {
+                nCount = Values.NumberAt(Second, 0, Values.GetTypes().GetSize(Second.nType));
+            }
+            else if (std::optional<Value_t> const End = Values.Target(Second); End && Begin && nSize != 0)
+            {
+                nCount = (End->nAddress - Begin->nAddress) / nSize;
+            }
+            return nSize == 0 || !nCount
+                       ? std::nullopt
+                       : std::optional(Values.Elements(Begin->nType, Begin->nAddress, *nCount, nDepth - 1));
+        }
+
+        std::optional<std::string> ShowPointer(Values_c & Values, Value_t const & Pointer, int nDepth)
+        {
+            std::optional<Value_t> const Target = Values.Target(Pointer);
+            if (!Target)
+            {
+                return std::nullopt;
+            }
+            std::string const sAddress = Values.Show(Pointer);
+            return Target->nAddress == 0 ? "(empty)" : sAddress + " { " + Values.Show(*Target, nDepth - 1) + " }";
+        }
+
+        std::optional<std::string> ShowByWords(Values_c & Values, Value_t const & Value, bool bShort)
+        {
+            std::uint64_t const nWord = Values.GetWord();
+            std::optional<std::uint64_t> const nFirst = Values.NumberAt(Value, 0, 1);
+            if (bShort && nFirst && (*nFirst & 1) == 0)
+            {
+                Value_t Text = Value;
+                Text.nAddress += Values.GetTypes().GetPlace(Value.nType).nOffset + 1;
+                return ShowText(Values, Text.nAddress, *nFirst >> 1);
+            }
+            return ShowText(
+                Values, Values.NumberAt(Value, bShort ? 2 * nWord : 0, nWord), Values.NumberAt(Value, nWord, nWord));
+        }
+
+        std::optional<std::string> ShowBy(
+            Printer_t const & Printer, Values_c & Values, Value_t const & Value, int nDepth)
+        {
+            if (Printer.ePrinter == PRINT_TEMPLATE)
+            {
+                return Fill(Values, Value, Printer.sFirst, nDepth - 1);
+            }
+            if (Printer.ePrinter == PRINT_STRING || Printer.ePrinter == PRINT_SHORT_STRING)
+            {
+                return ShowByWords(Values, Value, Printer.ePrinter == PRINT_SHORT_STRING);
+            }
+            std::optional<Value_t> const First = Values.Member(Value, Printer.sFirst);
+            std::optional<Value_t> const Second =
+                Printer.sSecond.empty() ? std::nullopt : Values.Member(Value, Printer.sSecond);
+            if (!First || (!Second && !Printer.sSecond.empty()))
+            {
+                return std::nullopt;
+            }
+            switch (Printer.ePrinter)
+            {
+            case PRINT_MEMBER:
+                return Values.Show(*First, nDepth);
+            case PRINT_TEXT:
+                return ShowText(Values, Values.NumberAt(*First, 0, Values.GetWord()),
+                    Values.NumberAt(*Second, 0, Values.GetWord()));
+            case PRINT_OPTIONAL:
+                return Values.NumberAt(*First, 0, 1).value_or(0) == 0 ? "(empty)" : Values.Show(*Second, nDepth);
+            case PRINT_POINTER:
+                return ShowPointer(Values, *First, nDepth);
+            default:
+                return ShowRange(Values, *First, *Second, Printer.ePrinter, nDepth);
+            }
+        }
+    }
+
+    bool FitsPattern(std::string_view sName, std::string_view sPattern)
+    {
+        std::size_t const nStar = sPattern.find('*');
+        if (nStar == std::string_view::npos || sName.substr(0, nStar) != sPattern.substr(0, nStar))
+        {
+            return sName == sPattern;
+        }
+        std::string_view const sRest = sPattern.substr(nStar + 1);
+        for (std::size_t n = nStar; n <= sName.size(); ++n)
+        {
+            if (FitsPattern(sName.substr(n), sRest))
+            {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    void Printers_c::Add(std::string const & sType, std::string const & sTemplate)
+    {
+        std::string_view const sOwnType = m_dTexts.emplace_back(sType);
+        m_dOwn.insert(m_dOwn.begin(), { sOwnType, PRINT_TEMPLATE, m_dTexts.emplace_back(sTemplate) });
+    }
+
+    std::optional<std::string> Printers_c::Show(
+        Values_c & Values, Value_t const & Value, std::string_view sType, int nDepth) const
+    {
+        std::optional<std::string> sText;
+        auto const TryAll = [&](auto const & dPrinters)
+        {
+            for (Printer_t const & Printer : dPrinters)
+            {
+                if (!sText && FitsPattern(sType, Printer.sType))
+                {
+                    sText = ShowBy(Printer, Values, Value, nDepth);
+                }
+            }
+        };
+        TryAll(m_dOwn);
+        TryAll(PRINTERS);
+        return sText;
+    }
+}

@@ -1,0 +1,53 @@
+// printers.h: how values of known types are shown: one table by the type's name.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zqsymbols
+{
+    class Values_c;
+    struct Value_t;
+
+    enum Printer_e : std::uint8_t
+    {
+        PRINT_TEMPLATE,      // the first text with the members that it names
+        PRINT_MEMBER,        // a member
+        PRINT_TEXT,          // text: pointer, length
+        PRINT_RANGE,         // elements: pointers to the first one and after the last one
+        PRINT_COUNTED,       // elements: pointer, number
+        PRINT_OPTIONAL,      // whether there is a value, the value
+        PRINT_POINTER,       // what a pointer points at
+        PRINT_STRING,        // a pointer and a length are the first words
+        PRINT_SHORT_STRING   // the lowest bit of the first byte says whether the text is elsewhere
+    };
+
+    struct Printer_t
+    {
+        std::string_view sType;   // "*" is any text
+        Printer_e ePrinter;
+        std::string_view sFirst{}, sSecond{};   // members
+    };
+
+    class Printers_c
+    {
+    public:
+        /// Adds a template of the host. Later ones come first.
+        void Add(std::string const & sType, std::string const & sTemplate);
+
+        /// Shows a value by the first row that fits its type's name and its members. Returns nothing without one.
+        std::optional<std::string> Show(
+            Values_c & Values, Value_t const & Value, std::string_view sType, int nDepth) const;
+
+    private:
+        std::list<std::string> m_dTexts;   // of the rows
+        std::vector<Printer_t> m_dOwn;
+    };
+
+    /// Returns whether a name fits a pattern in which "*" is any text.
+    bool FitsPattern(std::string_view sName, std::string_view sPattern);
+}

@@ -1,0 +1,20 @@
+// sourcetext.h: lines of source files, whichever of LF and CR LF ends them.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace zqsymbols
+{
+    class SourceText_c
+    {
+    public:
+        /// Returns a line, counted from 1, without its end. Null if the file can't be read or has no such line. Only
+        /// regular files of at most 16 MiB are read.
+        std::string const * GetLine(std::string const & sFile, unsigned iLine);
+
+    private:
+        std::map<std::string, std::vector<std::string>> m_dFiles;
+    };
+}

@@ -1,0 +1,289 @@
+#include "tools/zqsymbols/threads.h"
+
+#include "tools/zqsymbols/names.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <elf.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/ptrace.h>
+#include <sys/uio.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        using Clock_t = std::chrono::steady_clock;
+
+        constexpr std::chrono::seconds ALL_LIMIT(5);           // for the stops and walks of all threads
+        constexpr std::chrono::milliseconds STOP_LIMIT(200);   // for one thread to stop
+        constexpr std::chrono::microseconds STOP_SLEEP(100);
+        constexpr std::size_t WALKED = 256, SHOWN = 64;                                // frames of a thread
+        constexpr std::uint64_t FUTEX_64 = 202, FUTEX_32 = 240, FUTEX_32_WIDE = 422;   // numbers of system calls
+
+        // A 32-bit thread's registers, as the kernel has them for a 64-bit tracer.
+        struct Registers32_t
+        {
+            std::uint32_t nBx, nCx, nDx, nSi, nDi, nBp, nAx, nDs, nEs, nFs, nGs, nCall, nIp, nCs, nFlags, nSp, nSs;
+        };
+
+        // A 32-bit thread's segment, as the kernel has it.
+        struct Segment32_t
+        {
+            std::uint32_t iEntry, nBase, nLimit, nFlags;
+        };
+
+        struct Stopped_t
+        {
+            Registers_t Registers;
+            std::uint64_t nThreadPointer = 0;
+            std::uint64_t nAwaited = 0;   // the address that it sleeps on, 0 for none
+        };
+
+        // Waits until a traced thread has stopped. Returns the signal that it was about to get, or -1 if it did not stop.
+        int AwaitStop(int iThread)
+        {
+            auto const tEnd = Clock_t::now() + STOP_LIMIT;
+            int iStatus = 0;
+            pid_t iStopped = 0;
+            while ((iStopped = waitpid(iThread, &iStatus, __WALL | WNOHANG)) == 0 && Clock_t::now() < tEnd)
+            {
+                std::this_thread::sleep_for(STOP_SLEEP);
+            }
+            bool const bStopped = iStopped == iThread && WIFSTOPPED(iStatus);
+            bool const bByTracer = iStatus >> 16 == PTRACE_EVENT_STOP;
+            return !bStopped ? -1 : bByTracer ? 0 : WSTOPSIG(iStatus);
+        }
+
+        void Take64(user_regs_struct const & Kernel, Stopped_t & Stopped)
+        {
+            // In the order of DWARF's numbers.
+            unsigned long long const dValues[] = { Kernel.rax, Kernel.rdx, Kernel.rcx, Kernel.rbx, Kernel.rsi,
+                Kernel.rdi, Kernel.rbp, Kernel.rsp, Kernel.r8, Kernel.r9, Kernel.r10, Kernel.r11, Kernel.r12,
+                Kernel.r13, Kernel.r14, Kernel.r15, Kernel.rip };
+            for (unsigned i = 0; i < std::size(dValues); ++i)
+            {
+                Stopped.Registers.Set(i, dValues[i]);
+            }
+            Stopped.nThreadPointer = Kernel.fs_base;
+            Stopped.nAwaited = Kernel.orig_rax == FUTEX_64 ? Kernel.rdi : 0;
+        }
+
+        void Take32(int iThread, Registers32_t const & Kernel, Stopped_t & Stopped)
+        {
+            std::uint32_t const dValues[] = { Kernel.nAx, Kernel.nCx, Kernel.nDx, Kernel.nBx, Kernel.nSp, Kernel.nBp,
+                Kernel.nSi, Kernel.nDi, Kernel.nIp };
+            for (unsigned i = 0; i < std::size(dValues); ++i)
+            {
+                Stopped.Registers.Set(i, dValues[i]);
+            }
+            Segment32_t Segment = {};
+            std::uintptr_t const iEntry = Kernel.nGs >> 3;
+            if (ptrace(PTRACE_GET_THREAD_AREA, iThread, iEntry, &Segment) == 0)
+            {
+                Stopped.nThreadPointer = Segment.nBase;
+            }
+            bool const bFutex = Kernel.nCall == FUTEX_32 || Kernel.nCall == FUTEX_32_WIDE;
+            Stopped.nAwaited = bFutex ? Kernel.nBx : 0;
+        }
+
+        // Reads a stopped thread's registers. Returns false if they are not those of this word size.
+        bool TakeRegisters(int iThread, std::uint64_t nWord, Stopped_t & Stopped)
+        {
+            union
+            {
+                user_regs_struct Wide;
+                Registers32_t Narrow;
+            } Kernel;
+            iovec Record = { &Kernel, sizeof(Kernel) };
+            if (ptrace(PTRACE_GETREGSET, iThread, NT_PRSTATUS, &Record) != 0
+                || Record.iov_len != (nWord == 8 ? sizeof(Kernel.Wide) : sizeof(Kernel.Narrow)))
+            {
+                return false;
+            }
+            if (nWord == 8)
+            {
+                Take64(Kernel.Wide, Stopped);
+            }
+            else
+            {
+                Take32(iThread, Kernel.Narrow, Stopped);
+            }
+            return true;
+        }
+
+        std::string ThreadFolder(int iThread)
+        {
+            return "/proc/" + std::to_string(getppid()) + "/task/" + std::to_string(iThread);
+        }
+
+        std::vector<int> ThreadsOf(int iProcess)
+        {
+            std::vector<int> dThreads;
+            std::error_code Error;
+            for (auto const & Entry :
+                std::filesystem::directory_iterator("/proc/" + std::to_string(iProcess) + "/task", Error))
+            {
+                dThreads.push_back(std::atoi(Entry.path().filename().c_str()));
+            }
+            std::sort(dThreads.begin(), dThreads.end());
+            return dThreads;
+        }
+    }
+
+    std::string ThreadLines_c::LockName(Lock_t const & Lock)
+    {
+        Dwfl_Module * const pModule = m_Process.ModuleAt(Lock.nAddress);
+        GElf_Off nOffset = 0;
+        GElf_Sym Symbol;
+        char const * const szName = pModule == nullptr ? nullptr
+                                                       : dwfl_module_addrinfo(pModule, Lock.nAddress, &nOffset, &Symbol,
+                                                           nullptr, nullptr, nullptr);
+        return szName == nullptr ? ModulePlace(m_Process, Lock.nAddress) : Escaped(PlainName(szName));
+    }
+
+    void ThreadLines_c::FindLocks(Thread_t & Thread)
+    {
+        constexpr int RANK_HOLDS = -2, RANK_WAITS = -1;
+        for (Lock_t const & Lock : m_dLocks)
+        {
+            bool const bWaits = Thread.nAwaited >= Lock.nAddress && Thread.nAwaited - Lock.nAddress < Lock.nBytes;
+            if (Lock.nOwner != 0 && Lock.nOwner == Thread.nMark)
+            {
+                Thread.sLocks += ", holds " + LockName(Lock);
+                Thread.iRank = RANK_HOLDS;
+            }
+            else if (bWaits)
+            {
+                Thread.sLocks += ", waits for " + LockName(Lock);
+                Thread.iRank = std::min(Thread.iRank, RANK_WAITS);
+            }
+        }
+    }
+
+    void ThreadLines_c::Walk(Thread_t & Thread)
+    {
+        Stopped_t Stopped;
+        if (!TakeRegisters(Thread.iThread, m_Process.GetWord(), Stopped))
+        {
+            Thread.sProblem = "(cut: no registers)";
+            return;
+        }
+        m_Process.ForgetMemory();
+        Frames_c Frames(m_Process, Stopped.Registers);
+        Frame_t const * pFrame = Frames.Get(0);
+        for (std::size_t i = 1; pFrame != nullptr && i <= WALKED; ++i)
+        {
+            Thread.dFrames.push_back(*pFrame);
+            Thread.dFrames.back().pCaller = nullptr;   // it ends with the walk
+            pFrame = Frames.Get(i);
+        }
+        Thread.nMark = m_Process.Cut(Stopped.nThreadPointer + m_Process.GetLockMark());
+        Thread.nAwaited = Stopped.nAwaited;
+    }
+
+    // Returns false if the system forbids it.
+    bool ThreadLines_c::Trace(Thread_t & Thread)
+    {
+        if (ptrace(PTRACE_SEIZE, Thread.iThread, nullptr, nullptr) != 0)
+        {
+            bool const bEnded = errno == ESRCH;
+            Thread.sProblem = bEnded ? "(cut: it has ended)" : std::strerror(errno);
+            return bEnded;
+        }
+        std::uintptr_t iSignal = 0;
+        if (ptrace(PTRACE_INTERRUPT, Thread.iThread, nullptr, nullptr) == 0)
+        {
+            int const iStopped = AwaitStop(Thread.iThread);
+            iSignal = iStopped > 0 ? static_cast<std::uintptr_t>(iStopped) : 0;
+            if (iStopped >= 0)
+            {
+                Walk(Thread);
+            }
+            else
+            {
+                Thread.sProblem = "(cut: it did not stop)";
+            }
+        }
+        ptrace(PTRACE_DETACH, Thread.iThread, nullptr, iSignal);
+        return true;
+    }
+
+    void ThreadLines_c::Collect()
+    {
+        auto const tEnd = Clock_t::now() + ALL_LIMIT;
+        std::vector<int> const dAll = ThreadsOf(getppid());
+        std::size_t nLeft = dAll.size();
+        for (int const iThread : dAll)
+        {
+            if (Clock_t::now() >= tEnd)
+            {
+                m_sEnd = "(cut: the limit of " + std::to_string(ALL_LIMIT.count()) + " s, " + std::to_string(nLeft)
+                         + " threads left out)\n";
+                break;
+            }
+            --nLeft;
+            Thread_t Thread;
+            Thread.iThread = iThread;
+            if (static_cast<std::uint32_t>(iThread) == m_Process.GetThread())
+            {
+                continue;
+            }
+            if (!Trace(Thread))
+            {
+                m_sEnd = "(cut: the system does not let the helper trace this process: " + Thread.sProblem + ")\n";
+                break;
+            }
+            m_dThreads.push_back(std::move(Thread));
+        }
+        for (Thread_t & Thread : m_dThreads)
+        {
+            FindLocks(Thread);
+        }
+        std::stable_sort(m_dThreads.begin(), m_dThreads.end(),
+            [](Thread_t const & a, Thread_t const & b) { return a.iRank < b.iRank; });
+    }
+
+    std::string ThreadLines_c::Print(Thread_t const & Thread)
+    {
+        std::string sName;
+        std::getline(std::ifstream(ThreadFolder(Thread.iThread) + "/comm"), sName);
+        std::string sText =
+            "thread " + std::to_string(Thread.iThread) + " \"" + Escaped(sName) + "\"" + Thread.sLocks + "\n";
+        std::size_t nNumber = 0;
+        std::size_t const nShown = std::min(Thread.dFrames.size(), SHOWN);
+        for (std::size_t i = 0; i < nShown; ++i)
+        {
+            sText += m_Lines.Of(Thread.dFrames[i], nNumber, false);
+        }
+        if (nShown < Thread.dFrames.size())
+        {
+            sText += "... " + std::to_string(Thread.dFrames.size() - nShown) + " frames left out ...\n";
+        }
+        return sText + (Thread.sProblem.empty() ? "" : Thread.sProblem + "\n") + "\n";
+    }
+
+    std::string ThreadLines_c::Next()
+    {
+        if (!m_bCollected)
+        {
+            m_bCollected = true;
+            Collect();
+        }
+        if (m_iThread < m_dThreads.size())
+        {
+            return Print(m_dThreads[m_iThread++]);
+        }
+        return std::exchange(m_sEnd, "");
+    }
+}

@@ -1,0 +1,59 @@
+// threads.h: the frames of the process's other threads.
+//
+// Each thread is stopped, its stack walked, and set free again, before the next one. Names and lines are looked up
+// afterwards.
+#pragma once
+
+#include "tools/zqsymbols/details.h"
+
+namespace zqsymbols
+{
+    /// A lock of the library.
+    struct Lock_t
+    {
+        std::uint64_t nAddress, nBytes;
+        std::uint64_t nOwner;   // mark of the thread that held it, 0 for none
+    };
+
+    class ThreadLines_c
+    {
+    public:
+        ThreadLines_c(Process_c & Process, FrameLines_c & Lines)
+            : m_Process(Process)
+            , m_Lines(Lines)
+        {}
+
+        /// Requires that no thread was returned yet.
+        void AddLock(Lock_t const & Lock) { m_dLocks.push_back(Lock); }
+
+        /// Returns the lines of the next thread; empty at the end. Threads that hold or wait for a lock come first.
+        std::string Next();
+
+    private:
+        struct Thread_t
+        {
+            int iThread = 0;
+            std::uint64_t nMark = 0;      // of the locks that it holds
+            std::uint64_t nAwaited = 0;   // the address that it sleeps on, 0 for none
+            std::string sLocks;           // what it holds and waits for
+            int iRank = 0;                // the lowest first
+            std::string sProblem;
+            std::vector<Frame_t> dFrames;
+        };
+
+        void Collect();
+        bool Trace(Thread_t & Thread);
+        void Walk(Thread_t & Thread);
+        void FindLocks(Thread_t & Thread);
+        std::string LockName(Lock_t const & Lock);
+        std::string Print(Thread_t const & Thread);
+
+        Process_c & m_Process;
+        FrameLines_c & m_Lines;
+        std::vector<Lock_t> m_dLocks;
+        std::vector<Thread_t> m_dThreads;
+        std::string m_sEnd;   // after the last thread: why there are no more
+        bool m_bCollected = false;
+        std::size_t m_iThread = 0;
+    };
+}

@@ -1,0 +1,480 @@
+#include "tools/zqsymbols/values.h"
+
+#include "platform/text.h"
+#include "tools/zqsymbols/dies.h"
+#include "tools/zqsymbols/names.h"
+#include "tools/zqsymbols/typenames.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+
+namespace zqsymbols
+{
+    namespace
+    {
+        constexpr char UNREADABLE[] = "(unreadable)";
+        constexpr char LEFT_OUT[] = "{...}";
+        constexpr std::uint64_t TEXT_UNITS = 200;     // of a text that are shown
+        constexpr std::uint64_t ELEMENTS = 16;        // of a container
+        constexpr std::size_t IN_LINE = 8;            // members of a structure in one line
+        constexpr std::size_t VALUE_SIZE = 1000;      // bytes of a value in one line
+        constexpr int LINES = 64;                     // members of a variable
+        constexpr int LEVELS = 3;                     // of structures in each other
+        constexpr int DEEPEST = -3;                   // of known types in each other, which may go round
+        constexpr std::uint64_t HEX_FROM = 0x10000;   // a smaller number is shown in decimal alone
+
+        std::string Hex(std::uint64_t nValue, int nDigits = 1)
+        {
+            char szText[24];
+            std::snprintf(szText, sizeof(szText), "0x%0*llX", nDigits, static_cast<unsigned long long>(nValue));
+            return szText;
+        }
+
+        std::string Utf8Of(char32_t cText)
+        {
+            wchar_t const wszText[] = { static_cast<wchar_t>(cText), 0 };
+            char szText[8];
+            plat::Utf8FromWide(szText, sizeof(szText), wszText);
+            return szText;
+        }
+
+        // The bytes of a character of this type; 0 for other types.
+        std::uint64_t CharWidth(Dwarf_Die Type, std::uint64_t nSize)
+        {
+            if (Type.addr == nullptr || dwarf_tag(&Type) != DW_TAG_base_type)
+            {
+                return 0;
+            }
+            std::string const sName = NameOf(&Type);
+            bool const bChar = sName == "char" || sName == "wchar_t" || Number(&Type, DW_AT_encoding, 0) == DW_ATE_UTF;
+            return bChar && (nSize == 1 || nSize == 2 || nSize == 4) ? nSize : 0;
+        }
+
+        template <typename T>
+        std::string Shortest(T fValue)
+        {
+            char szText[64];
+            std::to_chars_result const Result = std::to_chars(szText, szText + sizeof(szText), fValue);
+            return std::string(szText, Result.ptr);
+        }
+
+        std::string Real(std::uint8_t const * pBytes, std::uint64_t nSize)
+        {
+            float fFloat = 0;
+            double fDouble = 0;
+            long double fLong = 0;
+            switch (nSize)
+            {
+            case sizeof(fFloat):
+                std::memcpy(&fFloat, pBytes, sizeof(fFloat));
+                return Shortest(fFloat);
+            case sizeof(fDouble):
+                std::memcpy(&fDouble, pBytes, sizeof(fDouble));
+                return Shortest(fDouble);
+            case 12:
+            case 16:
+                std::memcpy(&fLong, pBytes, 10);   // what the processor stores
+                return Shortest(fLong);
+            default:
+                return UNREADABLE;
+            }
+        }
+
+        std::int64_t SignExtended(std::uint64_t nBits, std::uint64_t nWidth)
+        {
+            return nWidth >= 64 ? static_cast<std::int64_t>(nBits)
+                                : static_cast<std::int64_t>(nBits << (64 - nWidth)) >> (64 - nWidth);
+        }
+
+        std::string Integer(std::uint64_t nBits, std::uint64_t nWidth, bool bSigned)
+        {
+            std::int64_t const nSigned = SignExtended(nBits, nWidth);
+            bool const bNegative = bSigned && nSigned < 0;
+            std::string const sText = bNegative ? std::to_string(nSigned) : std::to_string(nBits);
+            return bNegative || nBits >= HEX_FROM
+                       ? sText + " (" + Hex(nBits, bNegative ? static_cast<int>((nWidth + 3) / 4) : 1) + ")"
+                       : sText;
+        }
+
+        std::string Cut(std::string sText)
+        {
+            if (sText.size() > VALUE_SIZE)
+            {
+                sText.resize(VALUE_SIZE);
+                while (!sText.empty() && (sText.back() & 0xC0) == 0x80)
+                {
+                    sText.pop_back();   // the rest of a character
+                }
+                if (!sText.empty() && (sText.back() & 0x80) != 0)
+                {
+                    sText.pop_back();
+                }
+                sText += "...";
+            }
+            return sText;
+        }
+    }
+
+    std::string Escaped(std::string const & sText)
+    {
+        std::string sOut;
+        char const * szNext = sText.c_str();
+        while (*szNext != '\0')
+        {
+            char szPart[512];
+            sOut.append(szPart, plat::TextEscape(szPart, sizeof(szPart), szNext, plat::Controls_e::None));
+        }
+        return sOut;
+    }
+
+    bool Values_c::Fetch(Value_t const & Value, std::uint64_t nOffset, void * pBuffer, std::size_t nBytes)
+    {
+        if (!Value.nBits)
+        {
+            return m_Process.Read(m_Process.Cut(Value.nAddress + nOffset), pBuffer, nBytes);
+        }
+        bool const bInside = nOffset <= sizeof(*Value.nBits) && nBytes <= sizeof(*Value.nBits) - nOffset;
+        if (bInside)
+        {
+            std::memcpy(pBuffer, reinterpret_cast<char const *>(&*Value.nBits) + nOffset, nBytes);
+        }
+        return bInside;
+    }
+
+    std::optional<std::uint64_t> Values_c::NumberAt(Value_t const & Value, std::uint64_t nOffset, std::uint64_t nBytes)
+    {
+        std::uint64_t nNumber = 0;
+        bool const bRead =
+            nBytes >= 1 && nBytes <= sizeof(nNumber) && Fetch(Value, Offset(Value) + nOffset, &nNumber, nBytes);
+        return bRead ? std::optional(nNumber) : std::nullopt;
+    }
+
+    bool Values_c::IsStructure(plat::SymbolType_t nType)
+    {
+        Dwarf_Die Die = m_Types.GetDie(nType);
+        return Die.addr != nullptr && zqsymbols::IsStructure(dwarf_tag(&Die));
+    }
+
+    // Returns whether a member's own members are shown in its place: it is a base, or has no name.
+    bool Values_c::IsFlat(plat::SymbolType_t nMember)
+    {
+        Dwarf_Die Owner = m_Types.GetOwner(nMember);
+        return IsStructure(nMember) && (dwarf_tag(&Owner) == DW_TAG_inheritance || NameOf(&Owner).empty());
+    }
+
+    // The nearest member of the name: those of the structure, then those of its bases, then those of their bases.
+    std::optional<Value_t> Values_c::MemberNamed(Value_t const & Value, std::string_view sName)
+    {
+        std::deque<plat::SymbolType_t> dStructures = { Value.nType };
+        while (!dStructures.empty())
+        {
+            std::vector<plat::SymbolType_t> const dMembers = m_Types.GetMembers(dStructures.front());
+            dStructures.pop_front();
+            for (plat::SymbolType_t const nMember : dMembers)
+            {
+                Dwarf_Die Owner = m_Types.GetOwner(nMember);
+                if (dwarf_tag(&Owner) != DW_TAG_inheritance && NameOf(&Owner) == sName)
+                {
+                    return Value_t{ nMember, Value.nAddress, Value.nBits };
+                }
+                if (IsFlat(nMember))
+                {
+                    dStructures.push_back(nMember);
+                }
+            }
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Value_t> Values_c::Member(Value_t const & Value, std::string_view sPath)
+    {
+        std::size_t const nDot = sPath.find('.');
+        std::optional<Value_t> const Found = MemberNamed(Value, sPath.substr(0, nDot));
+        return Found && nDot != std::string_view::npos ? Member(*Found, sPath.substr(nDot + 1)) : Found;
+    }
+
+    std::optional<Value_t> Values_c::Target(Value_t const & Pointer)
+    {
+        Dwarf_Die Type = m_Types.GetDie(Pointer.nType);
+        if (Type.addr == nullptr)
+        {
+            return std::nullopt;
+        }
+        if (dwarf_tag(&Type) == DW_TAG_array_type)
+        {
+            return Value_t{ m_Types.Add(&Type), Pointer.nAddress + Offset(Pointer), std::nullopt };
+        }
+        std::optional<std::uint64_t> const nAddress =
+            IsPointer(dwarf_tag(&Type)) ? NumberAt(Pointer, 0, GetWord()) : std::nullopt;
+        return nAddress ? std::optional(Value_t{ m_Types.Add(&Type), *nAddress, std::nullopt }) : std::nullopt;
+    }
+
+    Value_t Values_c::Referred(Value_t const & Value)
+    {
+        Dwarf_Die Type = m_Types.GetDie(Value.nType);
+        bool const bReference =
+            Type.addr != nullptr && IsPointer(dwarf_tag(&Type)) && dwarf_tag(&Type) != DW_TAG_pointer_type;
+        std::optional<Value_t> const Referred = bReference ? Target(Value) : std::nullopt;
+        return Referred.value_or(Value);
+    }
+
+    std::string Values_c::Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero)
+    {
+        std::string sText;
+        std::uint64_t iUnit = 0;
+        bool bEnd = false;
+        for (; iUnit < std::min(nUnits, TEXT_UNITS) && !bEnd; ++iUnit)
+        {
+            std::optional<std::uint64_t> const nUnit = NumberAt(Where, iUnit * nWidth, nWidth);
+            if (!nUnit && iUnit == 0)
+            {
+                return UNREADABLE;
+            }
+            bEnd = !nUnit || (bZero && *nUnit == 0);
+            sText += bEnd          ? ""
+                     : *nUnit == 0 ? std::string("\\0")
+                     : nWidth == 1 ? std::string(1, static_cast<char>(*nUnit))
+                                   : Utf8Of(static_cast<char32_t>(*nUnit));
+        }
+        return "\"" + Escaped(sText) + (bEnd || iUnit == nUnits ? "\"" : "\"...");
+    }
+
+    std::string Values_c::Elements(
+        plat::SymbolType_t nElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth)
+    {
+        std::string sText = "{ ";
+        std::uint64_t const nSize = m_Types.GetSize(nElement);
+        for (std::uint64_t i = 0; i < std::min(nCount, ELEMENTS); ++i)
+        {
+            sText += (i == 0 ? "" : ", ") + Show({ nElement, nAddress + i * nSize, std::nullopt }, nDepth);
+        }
+        sText += nCount > ELEMENTS ? ", ... " + std::to_string(nCount) + " elements" : "";
+        return sText + (nCount == 0 ? "}" : " }");
+    }
+
+    std::string Values_c::ShowBase(Value_t const & Value, Dwarf_Die Type)
+    {
+        std::uint8_t dBytes[16] = {};
+        std::uint64_t const nSize = m_Types.GetSize(Value.nType);
+        if (nSize == 0 || nSize > sizeof(dBytes) || !Fetch(Value, Offset(Value), dBytes, nSize))
+        {
+            return UNREADABLE;
+        }
+        auto const nEncoding = Number(&Type, DW_AT_encoding, 0);
+        MemberPlace_t const & Place = m_Types.GetPlace(Value.nType);
+        std::uint64_t nBits = 0;
+        std::memcpy(&nBits, dBytes, sizeof(nBits));
+        std::uint64_t nWidth = nSize * 8;
+        if (Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64)
+        {
+            nBits = nBits >> Place.nFirstBit & ((std::uint64_t{ 1 } << Place.nBits) - 1);
+            nWidth = Place.nBits;
+        }
+        if (nEncoding == DW_ATE_float)
+        {
+            return Real(dBytes, nSize);
+        }
+        if (nEncoding == DW_ATE_boolean)
+        {
+            return nBits == 0 ? "false" : nBits == 1 ? "true" : "true (" + Hex(nBits) + ")";
+        }
+        if (nSize > sizeof(nBits))
+        {
+            std::uint64_t nHigh = 0;
+            std::memcpy(&nHigh, dBytes + sizeof(nBits), sizeof(nHigh));
+            return Hex(nHigh) + Hex(nBits, 16).substr(2);
+        }
+        bool const bSigned = nEncoding == DW_ATE_signed || nEncoding == DW_ATE_signed_char;
+        std::string const sNumber = Integer(nBits, nWidth, bSigned);
+        bool const bShown = CharWidth(Type, nSize) != 0 && nBits >= ' ' && (nSize > 1 || nBits < 0x7F);
+        return bShown ? "'" + Escaped(Utf8Of(static_cast<char32_t>(nBits))) + "' (" + sNumber + ")" : sNumber;
+    }
+
+    // An enumerator, or several that make up the value as flags.
+    std::string Values_c::ShowEnumeration(Value_t const & Value, Dwarf_Die Type)
+    {
+        std::uint64_t const nSize = m_Types.GetSize(Value.nType);
+        std::optional<std::uint64_t> nRead = NumberAt(Value, 0, nSize);
+        if (!nRead)
+        {
+            return UNREADABLE;
+        }
+        MemberPlace_t const & Place = m_Types.GetPlace(Value.nType);
+        bool const bField = Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64;
+        std::uint64_t const nWidth = bField ? Place.nBits : nSize * 8;
+        std::uint64_t const nMask = nWidth >= 64 ? UINT64_MAX : (std::uint64_t{ 1 } << nWidth) - 1;
+        std::uint64_t const nBits = (bField ? *nRead >> Place.nFirstBit : *nRead) & nMask;
+        std::uint64_t nLeft = nBits;
+        std::string sFlags;
+        bool bSigned = false;
+        Dwarf_Die Child;
+        bool bMore = dwarf_child(&Type, &Child) == 0;
+        for (; bMore; bMore = dwarf_siblingof(&Child, &Child) == 0)
+        {
+            Dwarf_Attribute Attribute;
+            Dwarf_Word nEnumerator = 0;
+            if (dwarf_tag(&Child) != DW_TAG_enumerator
+                || dwarf_formudata(dwarf_attr(&Child, DW_AT_const_value, &Attribute), &nEnumerator) != 0)
+            {
+                continue;
+            }
+            bSigned = bSigned || static_cast<Dwarf_Sword>(nEnumerator) < 0;
+            std::uint64_t const nFlag = nEnumerator & nMask;
+            if (nFlag == nBits)
+            {
+                return Escaped(NameOf(&Child)) + " (" + Integer(nBits, nWidth, bSigned) + ")";
+            }
+            if (nFlag != 0 && (nFlag & (nFlag - 1)) == 0 && (nLeft & nFlag) != 0)
+            {
+                nLeft &= ~nFlag;
+                sFlags += (sFlags.empty() ? "" : " | ") + Escaped(NameOf(&Child));
+            }
+        }
+        std::string const sNumber = Integer(nBits, nWidth, bSigned);
+        return nLeft == 0 && !sFlags.empty() ? sFlags + " (" + Hex(nBits) + ")" : sNumber;
+    }
+
+    // A text, a function's name, or an address.
+    std::string Values_c::ShowPointer(Value_t const & Value)
+    {
+        std::optional<Value_t> const At = Target(Value);
+        if (!At)
+        {
+            return UNREADABLE;
+        }
+        Dwarf_Die Pointed = m_Types.GetDie(At->nType);
+        std::uint64_t const nWidth = CharWidth(Pointed, m_Types.GetSize(At->nType));
+        if (nWidth != 0 && m_Process.ReadNumber(At->nAddress, 1))
+        {
+            return Text({ 0, At->nAddress, std::nullopt }, UINT64_MAX, nWidth, true);
+        }
+        bool const bFunction = Pointed.addr != nullptr && dwarf_tag(&Pointed) == DW_TAG_subroutine_type;
+        std::optional<Function_t> const Function = bFunction ? FunctionAt(m_Process, At->nAddress) : std::nullopt;
+        return Hex(At->nAddress) + (Function ? " " + Escaped(Function->sName) : "");
+    }
+
+    std::string Values_c::ShowArray(Value_t const & Value, Dwarf_Die Type, int nDepth)
+    {
+        plat::SymbolType_t const nElement = m_Types.Add(&Type);
+        std::uint64_t const nSize = m_Types.GetSize(nElement);
+        std::uint64_t const nBytes = m_Types.GetSize(Value.nType);
+        std::uint64_t const nCount = nSize == 0 ? 0 : nBytes / nSize;
+        std::uint64_t const nWidth = CharWidth(m_Types.GetDie(nElement), nSize);
+        if (nWidth != 0)
+        {
+            return Text(Value, nCount, nWidth, true);
+        }
+        return Value.nBits ? UNREADABLE : Elements(nElement, Value.nAddress + Offset(Value), nCount, nDepth - 1);
+    }
+
+    std::string Values_c::ShowStructure(Value_t const & Value, int nDepth)
+    {
+        if (nDepth < DEEPEST)
+        {
+            return LEFT_OUT;
+        }
+        std::optional<std::string> const sKnown =
+            m_Printers.Show(*this, Value, m_Types.QualifiedName(m_Types.GetDie(Value.nType)), nDepth);
+        if (sKnown)
+        {
+            return *sKnown;
+        }
+        if (nDepth <= 0)
+        {
+            return LEFT_OUT;
+        }
+        std::string sText;
+        std::size_t nShown = 0;
+        for (plat::SymbolType_t const nMember : std::vector(m_Types.GetMembers(Value.nType)))
+        {
+            sText += sText.empty() ? " " : ", ";
+            if (nShown++ == IN_LINE)
+            {
+                sText += "...";
+                break;
+            }
+            Dwarf_Die Owner = m_Types.GetOwner(nMember);
+            bool const bBase = dwarf_tag(&Owner) == DW_TAG_inheritance;
+            sText += bBase ? "" : "." + Escaped(NameOf(&Owner)) + " = ";
+            sText += Show({ nMember, Value.nAddress, Value.nBits }, nDepth - 1);
+        }
+        return "{" + sText + (sText.empty() ? "}" : " }");
+    }
+
+    std::string Values_c::Show(Value_t const & Original, int nDepth)
+    {
+        Value_t const Value = Referred(Original);
+        Dwarf_Die Type = m_Types.GetDie(Value.nType);
+        if (Type.addr == nullptr)
+        {
+            return UNREADABLE;
+        }
+        switch (dwarf_tag(&Type))
+        {
+        case DW_TAG_base_type:
+            return ShowBase(Value, Type);
+        case DW_TAG_enumeration_type:
+            return ShowEnumeration(Value, Type);
+        case DW_TAG_array_type:
+            return Cut(ShowArray(Value, Type, nDepth));
+        case DW_TAG_pointer_type:
+        case DW_TAG_reference_type:
+        case DW_TAG_rvalue_reference_type:
+            return ShowPointer(Value);
+        case DW_TAG_structure_type:
+        case DW_TAG_class_type:
+        case DW_TAG_union_type:
+            return Cut(ShowStructure(Value, nDepth));
+        default:
+            std::optional<std::uint64_t> const nNumber = NumberAt(Value, 0, m_Types.GetSize(Value.nType));
+            return nNumber ? Hex(*nNumber) : UNREADABLE;
+        }
+    }
+
+    void Values_c::AddMembers(
+        Value_t const & Value, std::string const & sIndent, int nDepth, int & nLeft, std::string & sText)
+    {
+        for (plat::SymbolType_t const nMember : std::vector(m_Types.GetMembers(Value.nType)))
+        {
+            Value_t const Member = { nMember, Value.nAddress, Value.nBits };
+            if (IsFlat(nMember))
+            {
+                AddMembers(Member, sIndent, nDepth, nLeft, sText);
+                continue;
+            }
+            if (nLeft-- <= 0)
+            {
+                sText += nLeft == -1 ? sIndent + "...\n" : "";
+                return;
+            }
+            Dwarf_Die Owner = m_Types.GetOwner(nMember);
+            std::string const sKnown = Show(Member, nDepth > 1 && IsStructure(nMember) ? 0 : 2);
+            sText += sIndent + "." + Escaped(NameOf(&Owner)) + ": " + Escaped(SpellTypeOf(m_Types, Owner)) + " = "
+                     + sKnown + "\n";
+            if (nDepth > 1 && sKnown == LEFT_OUT)
+            {
+                AddMembers(Member, sIndent + "    ", nDepth - 1, nLeft, sText);
+            }
+        }
+    }
+
+    std::string Values_c::Members(Value_t const & Value, std::string const & sIndent)
+    {
+        Value_t Whole = Referred(Value);
+        Dwarf_Die Type = m_Types.GetDie(Whole.nType);
+        if (Type.addr != nullptr && dwarf_tag(&Type) == DW_TAG_pointer_type)
+        {
+            std::optional<Value_t> const At = Target(Whole);
+            Whole = At && m_Process.ReadNumber(At->nAddress, 1) ? *At : Value_t{};
+        }
+        std::string sText;
+        int nLeft = LINES;
+        if (IsStructure(Whole.nType) && Show(Whole, 0) == LEFT_OUT)
+        {
+            AddMembers(Whole, sIndent, LEVELS, nLeft, sText);
+        }
+        return sText;
+    }
+}

@@ -1,0 +1,82 @@
+// values.h: values of the examined process as text.
+//
+// A value is one line: numbers in decimal, enumerators by name, text in quotes, containers in braces. The members of a
+// structure are further lines. Everything from the process is escaped.
+#pragma once
+
+#include "tools/zqsymbols/printers.h"
+#include "tools/zqsymbols/types.h"
+
+#include <string>
+
+namespace zqsymbols
+{
+    /// A value by its type and its place. A member's place is that of its outermost structure.
+    struct Value_t
+    {
+        plat::SymbolType_t nType = 0;
+        std::uint64_t nAddress = 0;
+        std::optional<std::uint64_t> nBits{};   // the value itself, if it is not in memory
+    };
+
+    class Values_c
+    {
+    public:
+        Values_c(Process_c & Process, Types_c & Types)
+            : m_Process(Process)
+            , m_Types(Types)
+        {}
+
+        /// Adds how a type is shown, before the known ones. "*" in the name is any text.
+        void AddPrinter(std::string const & sType, std::string const & sTemplate) { m_Printers.Add(sType, sTemplate); }
+
+        /// Returns a value in one line. Structures below nDepth are shown as "{...}".
+        std::string Show(Value_t const & Value, int nDepth = 2);
+
+        /// Returns what a reference refers to; any other value as it is.
+        Value_t Referred(Value_t const & Value);
+
+        /// Returns the members of a structure that has no printer, or of such a structure that a pointer points at. A line
+        /// each, after an indent.
+        std::string Members(Value_t const & Value, std::string const & sIndent);
+
+        /// Returns a number of the process at an offset from a value's place.
+        std::optional<std::uint64_t> NumberAt(Value_t const & Value, std::uint64_t nOffset, std::uint64_t nBytes);
+
+        /// Returns a text of nUnits characters of nWidth bytes in quotes. It ends at a zero if bZero.
+        std::string Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero);
+
+        /// Returns the address that a pointer holds, and the value there.
+        std::optional<Value_t> Target(Value_t const & Pointer);
+
+        /// Returns the elements from an address on in braces.
+        std::string Elements(plat::SymbolType_t nElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth);
+
+        Types_c & GetTypes() { return m_Types; }
+        bool IsStructure(plat::SymbolType_t nType);
+        std::uint64_t GetWord() const { return m_Process.GetWord(); }
+
+        /// Returns the member of a dotted name. Members of bases and of unnamed members count as the structure's own.
+        std::optional<Value_t> Member(Value_t const & Value, std::string_view sPath);
+
+    private:
+        std::uint64_t Offset(Value_t const & Value) const { return m_Types.GetPlace(Value.nType).nOffset; }
+        bool Fetch(Value_t const & Value, std::uint64_t nOffset, void * pBuffer, std::size_t nBytes);
+        bool IsFlat(plat::SymbolType_t nMember);
+        std::optional<Value_t> MemberNamed(Value_t const & Value, std::string_view sName);
+        std::string ShowBase(Value_t const & Value, Dwarf_Die Type);
+        std::string ShowEnumeration(Value_t const & Value, Dwarf_Die Type);
+        std::string ShowPointer(Value_t const & Value);
+        std::string ShowArray(Value_t const & Value, Dwarf_Die Type, int nDepth);
+        std::string ShowStructure(Value_t const & Value, int nDepth);
+        void AddMembers(
+            Value_t const & Value, std::string const & sIndent, int nDepth, int & nLeft, std::string & sText);
+
+        Process_c & m_Process;
+        Types_c & m_Types;
+        Printers_c m_Printers;
+    };
+
+    /// Returns a text with everything escaped that could end its line or command a terminal.
+    std::string Escaped(std::string const & sText);
+}
