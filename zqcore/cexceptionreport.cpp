@@ -135,6 +135,8 @@ namespace
         }
         else if (g_szReport[0])
         {
+            // Readers of logs know the first line by its text. It names the path in any case.
+            Guarded(ExceptionReport_c::HOST_LIMIT, [] { LogEscaped("Crash log saved at %s", g_szReport); });
             Announce("No crash log saved: ", g_szReport, " can't be written");
         }
         else
