@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""bench/crash/run.py [FOLDER]: the time from a crash of 30 frames to the end of its report, beside other ways to get the
-stack's names. Builds the programs in FOLDER (/tmp/zqcore-crash; 3 GB) with the library of build/release, and prints the table
-of bench/README.md."""
+"""bench/crash/run.py [FOLDER]: the time from a crash of 30 frames to the end of its report, beside other ways to get
+the stack's names. Builds the programs in FOLDER (/tmp/zqcore-crash; 3 GB) with the library of build/release, and
+prints the rows of bench/README.md."""
 import glob
 import math
 import os

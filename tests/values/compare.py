@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""compare.py MODE ROOT LIBRARIES: builds values.cpp in a mode of debug information, lets it crash in gdb, and compares the
-variables in memory that gdb shows with those of the report that the same process then writes. Status 77: a tool is missing."""
+"""compare.py MODE ROOT LIBRARIES: builds values.cpp in a mode of debug information (modes.txt), lets it crash in gdb,
+and compares the variables in memory that gdb shows with those of the report that the same process then writes.
+Status 77: a tool is missing."""
 import glob
 import os
 import re
@@ -58,7 +59,7 @@ def value_text(value, kind, size):
 
 
 def base_of(kind):
-    """The type by which a value is printed: its own, or for a pointer to char and an array that of what it consists of."""
+    """The type by which a value is printed: its own; of a pointer to char and of an array that of its element."""
     if kind.code == gdb.TYPE_CODE_PTR:
         target = kind.target().strip_typedefs().unqualified()
         return target if target.name == "char" else None
