@@ -50,10 +50,10 @@ namespace
         bool m_bAll;
         std::vector<Crash_t> m_dCrashes;
         Section_e m_eSection = Section_e::None;
-        bool m_bEmpty = true;         // the line before is empty
-        bool m_bFull = false;         // a list of the crash was full
-        std::size_t m_nLeftOut = 0;   // frames before the next one
-        std::string m_sGroup;         // of the process: the key whose lines follow
+        bool m_bEmpty = true;           // the line before is empty
+        bool m_bFull = false;           // a list of the crash was full
+        std::uint64_t m_nLeftOut = 0;   // frames before the next one
+        std::string m_sGroup;           // of the process: the key whose lines follow
     };
 
     // Returns a file name in which a blank is written as \x20.

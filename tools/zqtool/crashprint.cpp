@@ -59,7 +59,7 @@ namespace
     }
 
     // Returns a number as "1 thread" or "3 threads".
-    std::string Counted(std::size_t nCount, std::string const & sNoun)
+    std::string Counted(std::uint64_t nCount, std::string const & sNoun)
     {
         return std::to_string(nCount) + " " + sNoun + (nCount == 1 ? "" : "s");
     }
@@ -67,7 +67,8 @@ namespace
     void AddFrame(Text_c & Text, CrashFrame_t const & Frame, bool bLikely)
     {
         char szPlace[64];
-        std::snprintf(szPlace, sizeof szPlace, "  %s #%-3zu ", bLikely ? ">" : " ", Frame.iNumber);
+        std::snprintf(szPlace, sizeof szPlace, "  %s #%-3llu ", bLikely ? ">" : " ",
+            static_cast<unsigned long long>(Frame.iNumber));
         Text.Add(szPlace);
         std::string sName = CrashFrameName(Frame);
         if (!Frame.sFunction.empty() && !Frame.bInlined)

@@ -358,7 +358,7 @@ namespace
         {
             return;
         }
-        std::size_t iNumber = dFrames.back().iNumber;
+        std::uint64_t iNumber = dFrames.back().iNumber;
         for (auto itFrame = itLast + 1; itFrame != dReported.end(); ++itFrame)
         {
             itFrame->iNumber = ++iNumber;

@@ -22,7 +22,7 @@ struct CrashVariable_t
 
 struct CrashFrame_t
 {
-    std::size_t iNumber = 0;
+    std::uint64_t iNumber = 0;
     std::uint64_t nAddress = 0;
     std::string sModule;         // file name; empty if no module holds the address
     std::string sModulePath;     // empty if unknown
@@ -36,7 +36,7 @@ struct CrashFrame_t
     unsigned iLine = 0;
     std::vector<std::string> dSource;   // lines around, the frame's own one after '>'
     std::vector<CrashVariable_t> dVariables;
-    std::size_t nLeftOut = 0;   // frames between the previous one and this one that are not listed
+    std::uint64_t nLeftOut = 0;   // frames between the previous one and this one that are not listed
 };
 
 struct CrashThread_t

@@ -147,7 +147,7 @@ void CrashSymbols_c::State_s::Name(std::vector<CrashFrame_t> & dFrames, CrashMod
     for (CrashFrame_t & Frame : dFrames)
     {
         std::vector<CrashFrame_t> const * const pFound = Find(Frame, Modules);
-        std::size_t const iNumber = Frame.iNumber + nAdded;
+        std::uint64_t const iNumber = Frame.iNumber + nAdded;
         if (pFound == nullptr || pFound->empty() || dNamed.size() + pFound->size() > CRASH_MAX_MEMBERS)
         {
             Frame.iNumber = iNumber;
