@@ -12,11 +12,11 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr std::size_t SOURCE_FRAMES = 8;       // with the lines around
-        constexpr unsigned LINES_AROUND = 3;           // on each side
-        constexpr std::size_t SOURCE_SIZE = 500;       // bytes of a source line
-        constexpr std::size_t VARIABLES = 128;         // of a frame
-        constexpr std::chrono::seconds FAR_LIMIT(5);   // for the way to the far end of a stack
+        constexpr std::size_t SOURCE_FRAMES = 8;        // with the lines around
+        constexpr unsigned LINES_AROUND = 3;            // on each side
+        constexpr std::size_t SOURCE_SIZE = 500;        // bytes of a source line
+        constexpr std::size_t VARIABLES = 128;          // of a frame
+        constexpr std::chrono::seconds FAR_LIMIT(10);   // for the way to the far end of a stack
 
         template <typename... T>
         std::string Print(char const * szFormat, T... Values)
