@@ -9,7 +9,7 @@
 // Ownership: what refers to a module or a unit is valid as long as the object.
 // Threads: one thread uses an object.
 // Cost: a module's files are opened at the first address in it. An index of its units and symbols is then built once.
-// Failure: a module whose file is missing, damaged or of another build id than the one asked for has no names.
+// Failure: a module whose file is missing or damaged has no names.
 #pragma once
 
 #include "tools/zqsymbols/indexfile.h"

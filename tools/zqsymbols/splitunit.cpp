@@ -229,7 +229,7 @@ namespace zqsymbols
     class SplitUnits_c::Image_c
     {
     public:
-        // Opens a file, and uses an older image's bytes if it is in memory.
+        // Opens a file. Without it the object is empty.
         explicit Image_c(std::string const & sPath)
             : m_hFile(open(sPath.c_str(), O_RDONLY | O_CLOEXEC))
             , m_pElf(m_hFile < 0 ? nullptr : elf_begin(m_hFile, ELF_C_READ_MMAP, nullptr))

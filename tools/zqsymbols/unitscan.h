@@ -1,7 +1,7 @@
 // unitscan.h: the functions of a unit and the scopes around its types, read in one pass over its bytes.
 //
 // libdw reads each DIE and its abbreviation by itself. To skip the children of a DIE it reads all of them, because many
-// compilers do not store where they end. For a unit of a megabyte that takes 30 times as long as this.
+// compilers do not store where they end. That takes many times as long as this.
 #pragma once
 
 #include <elfutils/libdw.h>
