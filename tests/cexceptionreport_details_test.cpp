@@ -1,7 +1,5 @@
 #include "tests/crash_support.h"
 
-#include <regex>
-
 namespace
 {
     using testing::ContainsRegex;
@@ -51,6 +49,21 @@ namespace
     local pOwned: std::unique_ptr<int> const = 0x@ { 9 }
     local Point: (anonymous namespace)::Vector_t = <1, 2, 3.5 (no member Ship.x)>
 )";
+
+    // Replaces hexadecimal numbers of six digits and more.
+    std::string WithoutAddresses(std::string sText)
+    {
+        constexpr std::size_t PREFIX = 2, DIGITS = 6;
+        for (std::size_t n = sText.find("0x"); n != std::string::npos; n = sText.find("0x", n + PREFIX))
+        {
+            std::size_t const nEnd = sText.find_first_not_of("0123456789ABCDEF", n + PREFIX);
+            if (nEnd - n >= PREFIX + DIGITS)
+            {
+                sText.replace(n + PREFIX, nEnd - n - PREFIX, "@");
+            }
+        }
+        return sText;
+    }
 
     // The lines of a section.
     std::string Section(std::string const & sDetails, std::string const & sName)
@@ -130,10 +143,8 @@ TEST_F(CrashDetailsByHelper, ShowInlinedCallsSourcesAndValues)
                       "volatile \\* = 0x10|nFactor: int = 3)\n){2}#1 [0-9A-F]+ crasher\\+[0-9A-F]+ "
                       "\\(anonymous namespace\\)::ShowValues\\+[0-9A-F]+\n    at /[^\n]*/details.h:[0-9]+\n"));
     std::string const sSecond = sFrames.substr(sFrames.find("\n#1 "));
-    std::string sVariables = sSecond.substr(sSecond.find("    parameter"));
-    sVariables =
-        std::regex_replace(sVariables.substr(0, sVariables.find("\n#2") + 1), std::regex("0x[0-9A-F]{6,}"), "0x@");
-    EXPECT_EQ(sVariables, VALUES);
+    std::string const sVariables = sSecond.substr(sSecond.find("    parameter"));
+    EXPECT_EQ(WithoutAddresses(sVariables.substr(0, sVariables.find("\n#2") + 1)), VALUES);
 #ifndef __clang__   // which keeps such a variable in memory
     EXPECT_THAT(sFrames, HasSubstr("    local nInRegister: int = 77 [register]\n"));
 #endif
