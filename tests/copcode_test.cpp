@@ -176,9 +176,13 @@ TEST(Opcode, AgreesWithAnotherDecoderOnVectorInstructions)
             unsigned const nMask = cKind == 0xC5 ? 0xFF : cKind == 0x62 ? 0xF0 : 0xE0;
             dBytes[1] = static_cast<unsigned char>(
                 (dBytes[1] & nMask) | (cKind == 0xC5 ? 0 : nMap) | (eMode == OPCODE_32_BIT ? 0xC0 : 0));
-            dBytes[cKind == 0xC5 ? 1 : 2] |= i % 2 ? 0x78 : 0;   // no register in the prefix
-            dBytes[2] |= cKind == 0x62 ? 4 : 0;
-            dBytes[3] = cKind == 0x62 && i % 4 < 2 ? (dBytes[3] & 0x6F) | 8 : dBytes[3];
+            unsigned char & cRegister = dBytes[cKind == 0xC5 ? 1 : 2];
+            cRegister = static_cast<unsigned char>(cRegister | (i % 2 ? 0x78 : 0));   // no register in the prefix
+            dBytes[2] = static_cast<unsigned char>(dBytes[2] | (cKind == 0x62 ? 4 : 0));
+            if (cKind == 0x62 && i % 4 < 2)
+            {
+                dBytes[3] = static_cast<unsigned char>((dBytes[3] & 0x6F) | 8);
+            }
             ZydisDecodedInstruction Theirs;
             ZydisDecodedOperand dOperands[ZYDIS_MAX_OPERAND_COUNT];
             if (!ZYAN_SUCCESS(ZydisDecoderDecodeFull(&Peer, dBytes.data(), dBytes.size(), &Theirs, dOperands))
