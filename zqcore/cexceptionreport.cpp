@@ -241,6 +241,7 @@ namespace
     {
         constexpr unsigned LIMIT = ExceptionReport_c::HOST_LIMIT;
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(false, false); });
+        bSilent = bSilent || g_silentMode;   // a listener may set it
         if (!bSilent)
         {
             Guarded(plat::DialogIsAttended() ? 0 : LIMIT,
@@ -282,7 +283,7 @@ namespace
         {
             Guarded(LIMIT, [&Fault] { WriteRest(Fault); });
         }
-        WriteDetails(g_Symbols, Fault, g_szReport);
+        NoteLoss(WriteDetails(g_Symbols, Fault, g_szReport));
         Guarded(LIMIT, [] { g_Symbols.Stop(); });
         if (g_bLost)
         {
@@ -315,7 +316,11 @@ void ExceptionReport_c::SetLogFileName(wchar_t const * sFolder, wchar_t const * 
     wchar_t wszAbsolute[WIDE_PATH_SIZE];
     CopyWidePath(wszAbsolute, sFolder);
     plat::ProcessMakeAbsolute(wszAbsolute, WIDE_PATH_SIZE);
-    plat::Utf8FromWide(g_szFolder, sizeof g_szFolder, wszAbsolute);
+    constexpr std::size_t NAME_ROOM = 96;   // of a report
+    if (plat::Utf8FromWide(g_szFolder, sizeof g_szFolder, wszAbsolute) + NAME_ROOM > sizeof g_szFolder)
+    {
+        plat::Utf8FromWide(g_szFolder, sizeof g_szFolder, g_wszFolder);
+    }
     plat::LocalTimeKeep();
     plat::FaultReserveDescriptors();
 }
@@ -330,7 +335,7 @@ bool ExceptionReport_c::AddTypePrinter(char const * szType, char const * szTempl
     bool const bAdded = plat::SymbolsAddPrinter(szType, szTemplate);
     if (!bAdded)
     {
-        LogEscaped("No more room for the printer of type %s", szType);
+        LogEscaped("The printer of type %s is too long, or there is no more room", szType);
     }
     return bAdded;
 }

@@ -290,16 +290,16 @@ void exceptionreport::Details_c::Flush()
 {
     m_szBuffer[m_nWhole] = '\0';
     m_nWhole = 0;
-    WriteTextTo(m_hFile, m_szBuffer);
+    m_bLost = !WriteTextTo(m_hFile, m_szBuffer) || m_bLost;
 }
 
-void exceptionreport::WriteDetails(
+bool exceptionreport::WriteDetails(
     plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport)
 {
     Details_c Details(szReport);
     if (!Details.IsOpen())
     {
-        return;
+        return false;
     }
     Details.Section("Fault", SHORT_LIMIT, [&](Details_c & To) { WriteFault(To, Fault); });
     Symbols.Renew();
@@ -307,4 +307,5 @@ void exceptionreport::WriteDetails(
     Details.Section("Threads", HELPER_LIMIT, [&](Details_c & To) { WriteThreads(To, Symbols); });
     Details.Section("Modules", SHORT_LIMIT, [](Details_c & To) { plat::ModulesVisit(WriteModule, &To); });
     Details.Section("Process", SHORT_LIMIT, WriteProcess);
+    return !Details.HasLost();
 }

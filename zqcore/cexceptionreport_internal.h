@@ -81,8 +81,8 @@ namespace exceptionreport
     }
 
     /// Writes the file of details beside a report with this path. Each part has a limit of its own, and a fault costs
-    /// that part only.
-    void WriteDetails(plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport);
+    /// that part only. Returns false if not all of it could be written.
+    bool WriteDetails(plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport);
 
     /// Writes the call stack, with or without the variables of each frame. Adds its lines to the dialog's text.
     void WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText);
@@ -103,6 +103,9 @@ namespace exceptionreport
         Details_c & operator=(Details_c const &) = delete;
 
         bool IsOpen() const { return m_hFile != nullptr; }
+
+        /// Returns whether a write failed.
+        bool HasLost() const { return m_bLost; }
 
         /// The line that is being made.
         Text_c & GetLine() { return m_Line; }
@@ -135,6 +138,7 @@ namespace exceptionreport
         plat::RawFile_t m_hFile = nullptr;
         char m_szBuffer[BUFFER_SIZE];
         std::size_t volatile m_nWhole = 0;   // bytes of whole lines in the buffer
+        bool m_bLost = false;
         char m_szLine[LINE_SIZE];
         Text_c m_Line{ m_szLine, sizeof m_szLine };
         std::uint32_t m_tBegin = 0;   // of the section, in milliseconds

@@ -168,6 +168,7 @@ void exceptionreport::WriteProcess(Details_c & Details)
         if (!Guarded(STEP_LIMIT, [&] { fnWrite(Details); }))
         {
             Details.GetLine().CutAt(0);
+            Details.AddLines("(cut: a fault, or the limit of 1 s)\n");
         }
     }
 }
