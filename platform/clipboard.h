@@ -44,18 +44,22 @@ namespace plat
     /// Frees a block that does not belong to the clipboard. Null does nothing.
     void ClipboardBlockFree(ClipboardBlock_t hBlock);
 
+    /// Returns the bytes of a block.
     std::size_t ClipboardBlockSize(ClipboardBlock_t hBlock);
 
     /// Returns the block's bytes, which are valid until it is unlocked. On failure returns null.
     char * ClipboardBlockLock(ClipboardBlock_t hBlock);
+
+    /// Unlocks a block. Null does nothing.
     void ClipboardBlockUnlock(ClipboardBlock_t hBlock);
 
     /// Returns the format's data in the open clipboard, or null if there are none. The block belongs to the clipboard.
     /// It is valid until the clipboard is emptied or closed, or the format is set.
     ClipboardBlock_t ClipboardGet(unsigned int iFormat);
 
-    /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, the caller
-    /// still owns the block, and the clipboard holds what it held before it was last emptied.
+    /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, and the
+    /// caller still owns the block. If the write failed, the clipboard again holds what it held before it was last
+    /// emptied. A null block, an unknown format and a closed clipboard change nothing.
     ClipboardBlock_t ClipboardSet(unsigned int iFormat, ClipboardBlock_t hBlock);
 
     /// Waits between two attempts to open the clipboard.

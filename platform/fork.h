@@ -40,8 +40,8 @@ namespace plat
         std::uintptr_t Owner;   // the value of its LockOwner_t
     };
 
-    /// Visits the registered locks. Waits for no lock, so a fault filter may call it: a registration under way may then be
-    /// missed, or fault.
+    /// Visits the registered locks. Waits for no lock, so a fault filter may call it. If another thread registers a
+    /// lock or ends a registration meanwhile, the visit may miss locks or fault.
     void ForkLocksVisit(void (*fnVisit)(LockState_t const & Lock, void * pContext), void * pContext);
 
     /// Functions that a fork calls on the thread that forks. Each may be null.

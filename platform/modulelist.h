@@ -14,6 +14,7 @@ namespace plat
         std::size_t nBytes;   // from the base to the end of the last part of the file
     };
 
+    /// Function that ModulesVisit calls with each module and the caller's context.
     using ModuleVisit_t = void (*)(Module_t const & Module, void * pContext);
 
     /// Calls fnVisit for each module, in the order of addresses. Calls it for none if the system does not report

@@ -8,6 +8,7 @@
 
 namespace plat
 {
+    /// Position of an address in a module.
     struct ModulePlace_t
     {
         char szPath[1024];        // of the module's file, else the system's name for the memory; may be empty

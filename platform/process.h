@@ -42,9 +42,9 @@ namespace plat
     /// Installs the handler of calls of pure virtual functions. It must not return.
     void ProcessSetPureCallHandler(void (*fnHandler)());
 
-    /// Starts a program, or a script that can be executed, without arguments. It runs in the current folder, with this
-    /// process's files and environment. Its end is not waited for. On failure returns false, and LastErrorText has the
-    /// reason.
+    /// Starts a program, or a script that can be executed, without arguments. It inherits this process's current
+    /// folder, environment and standard streams. Its end is not waited for. On failure returns false, and LastErrorText
+    /// has the reason.
     bool ProcessStart(char const * szProgram);
 
     /// Copies the calling thread's last system error as text with a line end. Cut to nSize - 1 bytes.

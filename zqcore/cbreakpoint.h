@@ -1,8 +1,8 @@
 // cbreakpoint.h: a hardware breakpoint that catches the code that touches a variable.
 //
-// A Breakpoint_c arms one of the four debug registers of the calling thread. The thread's next access to the address
-// traps into the debugger. Without a debugger the crash report has the code 80000004 and shows the instruction after
-// the access. Nothing in the library uses breakpoints.
+// A Breakpoint_c arms one of the four debug registers of the calling thread. Until Clear, each access of the thread to
+// the address traps into the debugger. Without a debugger the crash report has the code 80000004 and shows the
+// instruction after the access. Nothing in the library uses breakpoints.
 //
 // Ownership: each object holds one debug register from Set to Clear or its destructor.
 // Threads: an object belongs to the thread that calls Set. Accesses of other threads do not trap.

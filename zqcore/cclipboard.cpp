@@ -41,7 +41,7 @@ namespace
         return bText;
     }
 
-    // Returns the clipboard's text, or null if it holds none, or other data under the text's format name.
+    // Returns the clipboard's text. Returns null if the format has no data, or if its data are not a text.
     plat::ClipboardBlock_t FetchText()
     {
         plat::ClipboardBlock_t const hBlock = plat::ClipboardGet(g_iTextFormat);

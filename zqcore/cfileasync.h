@@ -42,12 +42,13 @@
 
 #include "zqcore/cfile.h"
 
-/// FileStayerRegister asserts that fewer extensions than these are registered. The number of extensions that one call
+/// Number of registered extensions from which on FileStayerRegister asserts. The number of extensions that one call
 /// adds is not limited.
 inline constexpr int g_iMaxStayerTypes = 32;
 
 /// Registers extensions: a list that ends with a null pointer. They are compared exactly, so they must be in lower case
-/// and begin with the dot; 7 characters count. Files that are in memory already do not become stayers.
+/// and begin with the dot; 7 characters count. Files that are in memory already do not become stayers. Asserts that the
+/// list is not empty.
 ZQ_API void FileStayerRegister(char const * szExtList, ...);
 
 /// Removes the registered extensions. Stayers remain stayers.
@@ -58,10 +59,11 @@ ZQ_API void FileStayerResetMask();
 ZQ_API void FileStayerResetAll();
 
 /// Opens all files of an extension, in lower case with its dot. Each has a reference more until FileUnfetch. The count
-/// in the log line includes files that cannot be read.
+/// in the log line includes files that cannot be read. Asserts that szExt is not null.
 ZQ_API void FilePrefetch(char const * szExt);
 
 /// Closes all files of an extension once. Requires a FilePrefetch: else it releases the reference of another caller.
+/// Asserts that szExt is not null.
 ZQ_API void FileUnfetch(char const * szExt);
 
 /// Queues a read of the file: into its own block, or into a buffer that has at least the iLength bytes of the file as
@@ -69,6 +71,7 @@ ZQ_API void FileUnfetch(char const * szExt);
 /// - Requests are served in order, one at a time.
 /// - Requests from before the module is up wait for its start. Its Shutdown drops those that are left.
 /// - If the system has no thread for a worker, this call serves the request.
+/// - Asserts that pFile is not null. A null file adds no request, and the handle is unknown to FileAsyncIsLoaded.
 ///
 /// A handle is a position: the poll that sees a request done removes it, and later requests move down by one. With more
 /// than one request poll the newest handle first, or poll by file.

@@ -28,14 +28,15 @@ extern ZQ_API bool g_bCollectResource;
 /// Notes an attempt to open a file. Call it after each one, with the handle, or null or -1 for a failure, and the name.
 /// The list holds a copy of the name.
 /// - Raises an Achtung, and logs the list, when more than 50 handles are open, and again at each further 10.
-/// - Raises an Achtung for a failed open, unless the name is null or ends, in any case, as the packs of the media
-///   template do or in ".bin".
+/// - Raises an Achtung for a failed open, unless the name is null or ends as the packs of the media template do or
+///   in ".bin". Case does not matter.
 /// - Asserts that at most 256 handles are open. Further ones are counted, but not listed.
 /// While a thread logs the list, its own calls are ignored.
 ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 
 /// Notes that a handle is about to be closed. Call it before the close, after which the system may give the number to
-/// another thread. Asserts that the handle is listed. Null and -1 are ignored.
+/// another thread. Asserts that the handle is listed, unless handles are open that found no room in the list. Null and
+/// -1 are ignored.
 ZQ_API void FileCloseTracker(void * hFile);
 
 /// The response logs.
@@ -45,9 +46,10 @@ inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: 
 
 /// Opens the response logs of dwMask in the folder Logs of the media root, which must exist. The name is "thegame" if
 /// sName is null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed
-/// first; the clean log then writes each path again. Logs outside of dwMask stay open. A log that can't be created is
-/// not written. The logs are written while ModuleFile_c is initialised. They hold paths as they were opened. A path
-/// with a control character would forge a line: it is skipped, with a line in the main log.
+/// first; the clean log then writes each path again. Logs outside of dwMask stay open.
+///
+/// The logs are written while ModuleFile_c is initialised. They hold paths as they were opened. A path with a control
+/// character would forge a line: it is skipped, with a line in the main log.
 ZQ_API void FileOpenLogEnable(char const * sName, std::uint32_t dwMask, bool bAppend);
 
 /// Closes all response logs and sets g_bCollectResource to false. ModuleFile_c's Shutdown does not: the logs stay open
@@ -58,7 +60,7 @@ ZQ_API void FileOpenLogDisable();
 ZQ_API void FileOpenLogMode(std::uint32_t dwMode);
 
 /// Fires g_FileOpenCallbacker with a path and writes it to the open response logs of dwMode, as if it had been opened.
-/// Does nothing while g_bCollectResource is false.
+/// Asserts that sName is not null. Does nothing while g_bCollectResource is false.
 ZQ_API void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode);
 
 /// Writes the files that were read from disk more than once, and how often, to the named log fileopen_calls.log. The

@@ -3,7 +3,8 @@
 // Ownership: a FileName_c is a plain value of up to 255 characters; longer paths are cut.
 // Threads: any thread.
 // Cost: a scan of the path. Nothing allocates.
-// Failure: no call fails. A part that a path lacks is an empty text.
+// Failure: the constructor of FileName_c asserts that its path is not null; PathFileName requires that. A part that a
+// path lacks is an empty text.
 //
 //     FileName_c const sPath("media\\levels/harbour.lvl");
 //     String_T<256> const sBare = sPath.GetFileName();                    // "harbour.lvl"

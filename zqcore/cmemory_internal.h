@@ -66,10 +66,10 @@ struct MemoryCounters_s
 
     unsigned nFrameAllocs;
     int iFrame;
-    bool bNewLogEnabled;   // each allocation is written to the call log
+    bool bNewLogEnabled;   // whether each allocation is written to the call log
 };
 
-/// Guarded by g_CategoryLock.
+/// The figures of this process. Guarded by g_CategoryLock.
 extern MemoryCounters_s g_MemoryCounters;
 
 /// The process's own operators, which replace the heap. Its pairs are null if the library's operators are bound. Set
@@ -105,7 +105,7 @@ inline mem::Categories_e MemoryCategoryInWord(std::uint32_t dwWord)
     return iCategory < mem::TOTAL ? static_cast<mem::Categories_e>(iCategory) : mem::UNDEFINED;
 }
 
-/// Holds g_CategoryLock for a scope, if the heap is tracked.
+/// Scope that holds g_CategoryLock, if the heap is tracked.
 class CategoryLockScope_c
 {
 public:

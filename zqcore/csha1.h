@@ -39,7 +39,7 @@ struct SHA1Context
     std::int16_t iBlockIndex;     // bytes in dBlock, 0 to 63
     unsigned char dBlock[64];     // the incomplete block
     int Computed;                 // 1 after the digest is computed
-    int Corrupted;                // the status of the first failure, else shaSuccess
+    int Corrupted;                // the status of the last failure, else shaSuccess
 };
 
 /// Starts a message and discards what the context held. Returns shaNull for a null context.

@@ -7,7 +7,8 @@
 // Ownership: a string is a plain value and is copied like one.
 // Threads: any thread, one at a time for each string. The buffers of Va are shared by all threads.
 // Cost: nothing allocates. Length and most operations are linear in the text.
-// Failure: a null text asserts, unless a declaration allows it.
+// Failure: a null text asserts in String_T and NewString, unless a declaration allows it. The other functions require
+// texts that are not null.
 //
 //     String_T<32> sName("Ogre");
 //     sName += " king";
@@ -68,14 +69,14 @@ public:
     /// Returns the buffer of N bytes, for a callee that writes terminated text.
     char * GetBuffer() { return m_sText; }
 
-    /// Returns the number of characters, without the terminator.
+    /// Return the number of characters without the terminator, and whether it is 0.
     int Length() const;
     bool IsEmpty() const { return m_sText[0] == '\0'; }
 
     /// Returns N: the characters that fit, plus the terminator.
     static constexpr int Capacity() { return N; }
 
-    /// Exact comparison, with any capacity. Asserts that sTxt is not null; a null equals nothing.
+    /// Compare exactly, with any capacity. Asserts that sTxt is not null; a null equals nothing.
     bool operator==(char const * sTxt) const;
     bool operator==(std::string_view sTxt) const { return std::string_view(*this) == sTxt; }
     template <int M>
@@ -84,7 +85,7 @@ public:
         return *this == static_cast<char const *>(Other);
     }
 
-    /// Exact order, as strcmp has it. Asserts that sTxt is not null; a null comes first.
+    /// Order exactly, as strcmp does. Asserts that sTxt is not null; a null comes first.
     std::strong_ordering operator<=>(char const * sTxt) const;
     std::strong_ordering operator<=>(std::string_view sTxt) const { return std::string_view(*this).compare(sTxt) <=> 0; }
     template <int M>
@@ -120,7 +121,7 @@ public:
     /// Removes the last iCount characters, at least one and at most all.
     void Chop(int iCount);
 
-    /// Returns the text from iStart on. A negative iStart counts from the end.
+    /// Returns the text from iStart on. In both forms a negative iStart counts from the end of the text.
     String_T SubStr(int iStart) const;
 
     /// Returns iCount characters from iStart on. A negative iCount ends the piece that many characters before the end

@@ -30,7 +30,7 @@ public:
 
 protected:
     /// Starts COM. If the thread has COM already, even in the other concurrency model, logs that and returns true.
-    /// Returns false if COM cannot be started.
+    /// Asserts that the module is not initialised. Returns false if COM cannot be started.
     bool Initialize() override;
 
     /// Ends COM if the module is initialised, also if the thread had COM before.

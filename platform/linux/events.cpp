@@ -77,7 +77,7 @@ namespace plat
             return Time;
         }
 
-        /// The one thread in the idle class.
+        // The one thread in the idle class.
         class IdleThread_c
         {
         public:
@@ -114,7 +114,8 @@ namespace plat
             }
 
         private:
-            // Uses the system's number, which names no other thread once this one has ended.
+            // Uses the system's number. For a thread that has ended, a call with the number fails, but the handle is
+            // invalid.
             static bool SetClass(pid_t iThread, int iClass)
             {
                 int const iErrorBefore = errno;

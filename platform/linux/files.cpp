@@ -81,14 +81,15 @@ namespace plat
 
         // Empties a file on which no other process holds a shared lock, and takes such a lock. All writers hold the
         // lock, so this never deletes lines of another process. The lock is exclusive for a moment only. If a foreign
-        // program holds it exclusively, the file is used without the lock.
+        // program holds it exclusively, the file is used without the lock. If the file system has no locks, the file is
+        // emptied.
         void EmptyUnlessShared(int iFile)
         {
             constexpr int TRIES = 1000;
             constexpr timespec PAUSE = { 0, 100'000 };
             if (flock(iFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
             {
-                [[maybe_unused]] int const iEmptied = ftruncate(iFile, 0);   // a full log is used as it is
+                [[maybe_unused]] int const iEmptied = ftruncate(iFile, 0);   // else the log is used as it is
             }
             for (int i = 0; i < TRIES && flock(iFile, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++i)
             {
