@@ -106,8 +106,9 @@ inline void StartThreads()
 // Refuses tracing to this process and to those that it starts.
 inline void ForbidTracing()
 {
+    constexpr unsigned PTRACE = 101;   // of x86-64: the helper is a 64-bit program in each build
     sock_filter dFilter[] = { BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ptrace, 0, 1), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PTRACE, 0, 1), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW) };
     sock_fprog const Program = { 4, dFilter };
     prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
