@@ -51,6 +51,8 @@
 #include <vector>
 #include <xmmintrin.h>
 
+void FaultInDepth();   // deep.cpp
+
 namespace
 {
     long volatile g_iNoHeap = 0;   // the thread
@@ -262,6 +264,7 @@ namespace
         { "throwdeep", HEAP, [] { CallDeep([] { throw std::runtime_error("deep"); }); } },
         { "abort", PLAIN, [] { std::abort(); } },
         { "values", HEAP, FaultAmongValues },
+        { "depth", PLAIN, FaultInDepth },
         { "pure", HEAP, [] { Pure_s const Object; } },
     };
 

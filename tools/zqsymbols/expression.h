@@ -4,7 +4,9 @@
 #include "tools/zqsymbols/process.h"
 
 #include <elfutils/libdw.h>
+#include <map>
 #include <span>
+#include <utility>
 
 namespace zqsymbols
 {
@@ -24,6 +26,10 @@ namespace zqsymbols
 
     struct Frame_t;
 
+    /// What registers held when the functions of frames were called, as far as it was asked for. One object serves the
+    /// values of one frame.
+    using EntryValues_t = std::map<std::pair<Frame_t const *, unsigned>, std::optional<std::uint64_t>>;
+
     /// Values that an expression may refer to.
     struct Surroundings_t
     {
@@ -32,6 +38,7 @@ namespace zqsymbols
         std::optional<std::uint64_t> nCfa{};
         std::optional<std::uint64_t> nFrameBase{};
         Frame_t const * pFrame = nullptr;         // whose caller has values, if there is one
+        EntryValues_t * pEntryValues = nullptr;   // not null with pFrame
         unsigned nCallers = 0;                    // that this frame is away from the first one
         Dwarf_Attribute * pAttribute = nullptr;   // that has the expression, if one has it
     };

@@ -132,13 +132,56 @@ namespace zqsymbols
                    : Place.ePlace == PLACE_REGISTER ? std::optional(Registers.dValues[Place.nValue])
                                                     : std::optional(Place.nValue);
         }
+
+        // Finds an entry value at the call, by the parameter that is passed in the register.
+        std::optional<std::uint64_t> ValueAtCall(
+            Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
+        {
+            Frame_t const & Frame = *Surroundings.pFrame;
+            Frame_t const * const pCaller = Surroundings.nCallers < CALLERS_MAX ? Frame.pCaller : nullptr;
+            std::optional<Unit_t> Own = Process.UnitAt(Frame.GetInside());
+            std::optional<Unit_t> Unit =
+                Own && pCaller != nullptr && pCaller->bCall ? Process.UnitAt(pCaller->GetInside()) : std::nullopt;
+            if (!Unit)
+            {
+                return std::nullopt;
+            }
+            Dwarf_Addr nEntry = 0;
+            Dwarf_Die Call;
+            std::vector<Dwarf_Die> dOwn = Process.ScopesAt(*Own, Frame.GetInside());
+            std::vector<Dwarf_Die> dScopes = Process.ScopesAt(*Unit, pCaller->GetInside());
+            if (dOwn.empty() || dScopes.empty() || dwarf_entrypc(&dOwn.front(), &nEntry) != 0
+                || !FindCall(dScopes, pCaller->nAddress - Unit->nBias, &Call))
+            {
+                return std::nullopt;
+            }
+            Surroundings_t const Caller = SurroundingsOf(
+                Process, *pCaller, *Unit, &dScopes.front(), *Surroundings.pEntryValues, Surroundings.nCallers + 1);
+            Dwarf_Addr const nInCaller = pCaller->GetInside() - Unit->nBias;
+            Dwarf_Die Parameter;
+            bool bGoesOn = Calls(Process, Caller, &Call, nInCaller, &dOwn.front(), nEntry + Own->nBias)
+                           && dwarf_child(&Call, &Parameter) == 0;
+            for (; bGoesOn; bGoesOn = dwarf_siblingof(&Parameter, &Parameter) == 0)
+            {
+                if (IsIn(&Parameter, iRegister))
+                {
+                    unsigned const nAttribute = dwarf_tag(&Parameter) == DW_TAG_call_site_parameter
+                                                    ? DW_AT_call_value
+                                                    : DW_AT_GNU_call_site_value;
+                    return ValueOf(Locate(Process, Caller, &Parameter, nAttribute, nInCaller), Caller.Registers);
+                }
+            }
+            return std::nullopt;
+        }
     }
 
-    Surroundings_t SurroundingsOf(
-        Process_c & Process, Frame_t const & Frame, Unit_t const & Unit, Dwarf_Die * pFunction)
+    Surroundings_t SurroundingsOf(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit,
+        Dwarf_Die * pFunction, EntryValues_t & EntryValues, unsigned nCallers)
     {
         Surroundings_t Surroundings = { Frame.Registers, Unit.nBias, Frame.nCfa };
         Surroundings.pFrame = &Frame;
+        Surroundings.pEntryValues = &EntryValues;
+        Surroundings.nCallers = nCallers;
         if (KnowsCallees(Unit.Die))
         {
             Surroundings.Registers.nKnown |= Frame.Registers.nAssumed;
@@ -164,42 +207,15 @@ namespace zqsymbols
         return Evaluate(Process, Surroundings, { pOperations, nOperations });
     }
 
+    // Each is found once: one may depend on several of the caller's, and those likewise.
     std::optional<std::uint64_t> EntryValue(
         Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
     {
-        Frame_t const & Frame = *Surroundings.pFrame;
-        Frame_t const * const pCaller = Surroundings.nCallers < CALLERS_MAX ? Frame.pCaller : nullptr;
-        std::optional<Unit_t> Own = Process.UnitAt(Frame.GetInside());
-        std::optional<Unit_t> Unit =
-            Own && pCaller != nullptr && pCaller->bCall ? Process.UnitAt(pCaller->GetInside()) : std::nullopt;
-        if (!Unit)
+        auto const [iValue, bNew] = Surroundings.pEntryValues->try_emplace({ Surroundings.pFrame, iRegister });
+        if (bNew)
         {
-            return std::nullopt;
+            iValue->second = ValueAtCall(Process, Surroundings, iRegister);
         }
-        Dwarf_Addr nEntry = 0;
-        Dwarf_Die Call;
-        std::vector<Dwarf_Die> dOwn = Process.ScopesAt(*Own, Frame.GetInside());
-        std::vector<Dwarf_Die> dScopes = Process.ScopesAt(*Unit, pCaller->GetInside());
-        if (dOwn.empty() || dScopes.empty() || dwarf_entrypc(&dOwn.front(), &nEntry) != 0
-            || !FindCall(dScopes, pCaller->nAddress - Unit->nBias, &Call))
-        {
-            return std::nullopt;
-        }
-        Surroundings_t Caller = SurroundingsOf(Process, *pCaller, *Unit, &dScopes.front());
-        Caller.nCallers = Surroundings.nCallers + 1;
-        Dwarf_Addr const nInCaller = pCaller->GetInside() - Unit->nBias;
-        Dwarf_Die Parameter;
-        bool bGoesOn = Calls(Process, Caller, &Call, nInCaller, &dOwn.front(), nEntry + Own->nBias)
-                       && dwarf_child(&Call, &Parameter) == 0;
-        for (; bGoesOn; bGoesOn = dwarf_siblingof(&Parameter, &Parameter) == 0)
-        {
-            if (IsIn(&Parameter, iRegister))
-            {
-                unsigned const nAttribute =
-                    dwarf_tag(&Parameter) == DW_TAG_call_site_parameter ? DW_AT_call_value : DW_AT_GNU_call_site_value;
-                return ValueOf(Locate(Process, Caller, &Parameter, nAttribute, nInCaller), Caller.Registers);
-            }
-        }
-        return std::nullopt;
+        return iValue->second;
     }
 }

@@ -6,9 +6,10 @@
 
 namespace zqsymbols
 {
-    /// Returns what the expressions of a frame's function may refer to. The frame must outlive the result.
-    Surroundings_t SurroundingsOf(
-        Process_c & Process, Frame_t const & Frame, Unit_t const & Unit, Dwarf_Die * pFunction);
+    /// Returns what the expressions of a frame's function may refer to. The frame and the entry values must outlive the
+    /// result. The frame is nCallers away from the one whose values are asked for.
+    Surroundings_t SurroundingsOf(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit,
+        Dwarf_Die * pFunction, EntryValues_t & EntryValues, unsigned nCallers = 0);
 
     /// Returns the place that an attribute of a DIE says, at an address as the unit counts it.
     Place_t Locate(

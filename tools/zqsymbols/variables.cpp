@@ -14,7 +14,7 @@ namespace zqsymbols
         public:
             Lister_c(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit, Dwarf_Die * pFunction)
                 : m_Process(Process)
-                , m_Surroundings(SurroundingsOf(Process, Frame, Unit, pFunction))
+                , m_Surroundings(SurroundingsOf(Process, Frame, Unit, pFunction, m_EntryValues))
                 , m_nAddress(Frame.GetInside() - Unit.nBias)
             {}
 
@@ -60,6 +60,7 @@ namespace zqsymbols
             }
 
             Process_c & m_Process;
+            EntryValues_t m_EntryValues;
             Surroundings_t m_Surroundings;
             Dwarf_Addr m_nAddress;
             std::size_t m_iScope = 0;
