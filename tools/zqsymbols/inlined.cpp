@@ -2,6 +2,7 @@
 
 #include "tools/zqsymbols/dies.h"
 
+#include <climits>
 #include <cstdlib>
 #include <dwarf.h>
 
@@ -61,6 +62,7 @@ namespace zqsymbols
             std::size_t nFiles = 0;
             bool const bKnown = dwarf_formudata(dwarf_attr(&Call, DW_AT_call_file, &Attribute), &iFile) == 0
                                 && dwarf_formudata(dwarf_attr(&Call, DW_AT_call_line, &Attribute), &nLine) == 0
+                                && nLine > 0 && nLine <= INT_MAX
                                 && dwarf_getsrcfiles(&Unit.Lines, &pFiles, &nFiles) == 0 && iFile < nFiles;
             char const * const szFile = bKnown ? dwarf_filesrc(pFiles, iFile, nullptr, nullptr) : nullptr;
             return szFile == nullptr ? std::nullopt
