@@ -246,7 +246,7 @@ namespace zqsymbols
     {
         std::string sText = "{ ";
         std::uint64_t const nSize = m_Types.GetSize(nElement);
-        for (std::uint64_t i = 0; i < std::min(nCount, ELEMENTS); ++i)
+        for (std::uint64_t i = 0; i < std::min(nCount, ELEMENTS) && sText.size() <= VALUE_SIZE; ++i)
         {
             sText += (i == 0 ? "" : ", ") + Show({ nElement, nAddress + i * nSize, std::nullopt }, nDepth);
         }
@@ -357,6 +357,10 @@ namespace zqsymbols
 
     std::string Values_c::ShowArray(Value_t const & Value, Dwarf_Die Type, int nDepth)
     {
+        if (nDepth < DEEPEST)   // damaged debug information may say that an element is the array itself
+        {
+            return LEFT_OUT;
+        }
         plat::SymbolType_t const nElement = m_Types.Add(&Type);
         std::uint64_t const nSize = m_Types.GetSize(nElement);
         std::uint64_t const nBytes = m_Types.GetSize(Value.nType);
