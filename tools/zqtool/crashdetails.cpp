@@ -137,8 +137,8 @@ namespace
         if (nBlanks == 0 && TakeStart(sText, "at "))
         {
             std::size_t const iColon = sText.rfind(':');
-            std::optional<std::uint64_t> const Line =
-                iColon == std::string_view::npos ? std::nullopt : WholeNumber(sText.substr(iColon + 1), 10);
+            std::string_view const sNumber = sText.substr(iColon == std::string_view::npos ? sText.size() : iColon + 1);
+            std::optional<std::uint64_t> const Line = WholeNumber(sNumber, 10);
             Frame.sFile = sText.substr(0, Line ? iColon : sText.size());
             Frame.iLine = Line && *Line <= UINT32_MAX ? static_cast<unsigned>(*Line) : 0;
         }
