@@ -142,10 +142,9 @@ namespace zqsymbols
         {
             std::size_t const iScope = i == 0 ? 0 : dCalls[i - 1].iScope;
             sText += "#" + std::to_string(nNumber) + sPlace;
+            unsigned long long const nDisplacement = Function ? Function->nDisplacement : 0;
             sText += i != 0     ? Escaped(dCalls[i - 1].sFunction) + " [inlined]\n"
-                     : Function ? Escaped(Function->sName)
-                                      + Print("+%llX\n", static_cast<unsigned long long>(
-                                                             Function->nDisplacement + (Frame.bCall ? 1 : 0)))
+                     : Function ? Escaped(Function->sName) + Print("+%llX\n", nDisplacement + (Frame.bCall ? 1 : 0))
                                 : "?\n";
             sText += !Line    ? ""
                      : bWhole ? Source(*Line, nNumber < SOURCE_FRAMES)

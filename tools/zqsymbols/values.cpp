@@ -455,8 +455,9 @@ namespace zqsymbols
             }
             Dwarf_Die Owner = m_Types.GetOwner(nMember);
             std::string const sKnown = Show(Member, nDepth > 1 && IsStructure(nMember) ? 0 : 2);
-            sText += sIndent + "." + Escaped(NameOf(&Owner)) + ": " + Escaped(SpellTypeOf(m_Types, Owner)) + " = "
-                     + sKnown + "\n";
+            sText += sIndent;
+            sText +=
+                "." + Escaped(NameOf(&Owner)) + ": " + Escaped(SpellTypeOf(m_Types, Owner)) + " = " + sKnown + "\n";
             if (nDepth > 1 && sKnown == LEFT_OUT)
             {
                 AddMembers(Member, sIndent + "    ", nDepth - 1, nLeft, sText);
