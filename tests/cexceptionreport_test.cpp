@@ -159,9 +159,8 @@ TEST_F(CrashReport, GoesOnWithoutAFileWithAFullDiskAndWithoutCode)
     Crash_t const NoFolder = RunAlone("read nofolder");
     EXPECT_EQ(NoFolder.nReports, 0);
     EXPECT_EQ(NoFolder.sSignal, "SEGV");
-    EXPECT_THAT(NoFolder.sLog,
-        ContainsRegex("\tCrash log saved at (/.*/gone//CrashReport_.*rpt)\n"
-                      ".*\tNo crash log saved: /.*/gone//CrashReport_.*rpt can't be written\n"));
+    EXPECT_THAT(NoFolder.sLog, ContainsRegex("\tCrash log saved at (/.*/gone//CrashReport_.*rpt)\n"
+                                             ".*\tNo crash log saved: /.*/gone//CrashReport_.*rpt can't be written\n"));
     EXPECT_THAT(NoFolder.sOutput, Not(HasSubstr("Crash log saved")));
     EXPECT_THAT(NoFolder.sOutput, ContainsRegex("Call stack functions:\n(.*\n)*log closed\nformer handler\n"));
     Crash_t const Full = RunAlone("read full");

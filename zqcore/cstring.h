@@ -87,7 +87,10 @@ public:
 
     /// Order exactly, as strcmp does. Asserts that sTxt is not null; a null comes first.
     std::strong_ordering operator<=>(char const * sTxt) const;
-    std::strong_ordering operator<=>(std::string_view sTxt) const { return std::string_view(*this).compare(sTxt) <=> 0; }
+    std::strong_ordering operator<=>(std::string_view sTxt) const
+    {
+        return std::string_view(*this).compare(sTxt) <=> 0;
+    }
     template <int M>
     std::strong_ordering operator<=>(String_T<M> const & Other) const
     {
