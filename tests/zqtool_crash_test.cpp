@@ -161,6 +161,24 @@ TEST_F(ZqtoolCrash, ShowsTheDetails)
     std::string const sReport = WriteReport(std::string(HEAD) + STACK);
     Result_s const Both = RunTool("crash " + sReport + " " + sDetails + " " + m_Folder.GetPath());
     EXPECT_EQ(Both.sOutput, Replaced(SHOWN, "FILE_details.txt", sReport)) << "each crash once, whatever names it";
+    // The details' own name is taken by something that is no file.
+    std::string const sMore = m_Folder.Join(std::string(STEM) + "_details_0123CDEF.txt");
+    fs::rename(sDetails, sMore);
+    MakePipe(sDetails);
+    for (std::string const & sNames : { sReport, sMore, m_Folder.GetPath(), sMore + " " + sReport })
+    {
+        EXPECT_EQ(RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' crash " + sNames).sOutput, Both.sOutput)
+            << sNames;
+    }
+    Result_s const Folded =
+        RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' crash --fold --json " + m_Folder.GetPath());
+    EXPECT_EQ(Json_t::parse(Folded.sOutput)["sample"]["threads"].size(), 1u) << "the sample is whole";
+    EXPECT_THAT(RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' crash " + sDetails + " 2>&1").sOutput,
+        HasSubstr(sDetails + ": not a regular file\n"));
+    fs::remove(sMore);
+    Result_s const Piped =
+        RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' crash --fold --json " + m_Folder.GetPath());
+    EXPECT_EQ(Json_t::parse(Piped.sOutput)["sample"]["details"], false);
 }
 
 TEST_F(ZqtoolCrash, ShowsAReportWithoutDetails)

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -15,16 +16,35 @@ namespace
     constexpr std::string_view REPORT_END = ".rpt", DETAILS_END = "_details.txt", REPORT_START = "CrashReport_";
     constexpr std::size_t MAX_FILE = 16 << 20;
 
-    bool Exists(std::string const & sFile)
+    // To open a pipe could last for ever.
+    bool IsFile(std::string const & sFile)
     {
         std::error_code Ignored;
-        return fs::exists(sFile, Ignored);
+        return fs::is_regular_file(sFile, Ignored);
     }
 
     // Returns a name without an ending, or nothing if it ends otherwise.
     std::optional<std::string> StemOf(std::string const & sName, std::string_view sEnd)
     {
         return sName.ends_with(sEnd) ? std::optional(sName.substr(0, sName.size() - sEnd.size())) : std::nullopt;
+    }
+
+    // Returns the stem of "STEM_details_0123ABCD.txt", the details whose own name was taken.
+    std::optional<std::string> StemOfMore(std::string const & sName)
+    {
+        constexpr std::string_view START = "_details_", END = ".txt";
+        constexpr std::size_t DIGITS = 8, LENGTH = START.size() + DIGITS + END.size();
+        std::size_t const iEnd = sName.size() < LENGTH ? std::string::npos : sName.size() - LENGTH;
+        bool const bForm =
+            iEnd != std::string::npos && sName.ends_with(END) && sName.compare(iEnd, START.size(), START) == 0
+            && sName.find_first_not_of("0123456789ABCDEFabcdef", iEnd + START.size()) == sName.size() - END.size();
+        return bForm ? std::optional(sName.substr(0, iEnd)) : std::nullopt;
+    }
+
+    std::optional<std::string> StemOfDetails(std::string const & sName)
+    {
+        std::optional<std::string> const Stem = StemOf(sName, DETAILS_END);
+        return Stem ? Stem : StemOfMore(sName);
     }
 
     class Finder_c
@@ -42,22 +62,71 @@ namespace
                 AddFolder(sName);
                 return;
             }
-            std::optional<std::string> const OfDetails = StemOf(sName, DETAILS_END),
-                                             OfReport = StemOf(sName, REPORT_END);
-            std::string const sStem = OfDetails ? *OfDetails : OfReport.value_or(sName);
-            CrashFiles_t Files = { OfDetails ? sStem + std::string(REPORT_END) : sName,
-                OfDetails || OfReport ? sStem + std::string(DETAILS_END) : "" };
-            std::string & sOther = OfDetails ? Files.sReport : Files.sDetails;
-            sOther = Exists(sOther) ? sOther : "";
-            AddPair(sStem, Files);
+            std::optional<std::string> const OfDetails = StemOfDetails(sName), OfReport = StemOf(sName, REPORT_END);
+            CrashFiles_t Files;
+            if (OfDetails || OfReport)
+            {
+                Files = FilesOf(OfDetails ? *OfDetails : *OfReport);
+            }
+            if (!OfDetails)
+            {
+                Files.sReport = sName;
+            }
+            else if (std::find(Files.dDetails.begin(), Files.dDetails.end(), sName) == Files.dDetails.end())
+            {
+                Files.dDetails.push_back(sName);
+            }
+            AddFiles(OfDetails ? *OfDetails : OfReport.value_or(sName), Files);
         }
 
         std::vector<CrashFiles_t> Take() { return std::move(m_dFound); }
 
     private:
+        using MoreDetails_t = std::multimap<std::string, std::string>;   // names by stem
+
+        // Returns the files that there are of a stem.
+        CrashFiles_t FilesOf(std::string const & sStem)
+        {
+            std::string const sReport = sStem + std::string(REPORT_END), sDetails = sStem + std::string(DETAILS_END);
+            CrashFiles_t Files = { IsFile(sReport) ? sReport : "", {} };
+            if (IsFile(sDetails))
+            {
+                Files.dDetails.push_back(sDetails);
+            }
+            auto [itMore, itEnd] = MoreIn(sStem.substr(0, sStem.size() - FileNameOf(sStem).size())).equal_range(sStem);
+            for (; itMore != itEnd; ++itMore)
+            {
+                Files.dDetails.push_back(itMore->second);
+            }
+            std::sort(Files.dDetails.begin(), Files.dDetails.end());
+            return Files;
+        }
+
+        // Lists each folder once. sFolder ends in a slash or is empty.
+        MoreDetails_t const & MoreIn(std::string const & sFolder)
+        {
+            auto const [itList, bNew] = m_dMore.try_emplace(sFolder);
+            std::error_code Error;
+            fs::directory_iterator itEntry;
+            if (bNew)
+            {
+                itEntry = fs::directory_iterator(sFolder.empty() ? "." : sFolder, Error);
+            }
+            for (; !Error && itEntry != fs::end(itEntry); itEntry.increment(Error))
+            {
+                std::string const sName = sFolder + itEntry->path().filename().string();
+                std::optional<std::string> const Stem = StemOfMore(sName);
+                if (Stem && IsFile(sName))
+                {
+                    itList->second.emplace(*Stem, sName);
+                }
+            }
+            return itList->second;
+        }
+
         void AddFolder(std::string const & sFolder)
         {
-            std::map<std::string, CrashFiles_t> dPairs;
+            std::map<std::string, CrashFiles_t> dFiles;
             std::error_code Error;
             fs::recursive_directory_iterator itEntry(sFolder, Error);
             for (; !Error && itEntry != fs::end(itEntry); itEntry.increment(Error))
@@ -67,29 +136,30 @@ namespace
                 if (std::optional<std::string> const OfReport = StemOf(sName, REPORT_END);
                     OfReport && itEntry->is_regular_file(Ignored))
                 {
-                    dPairs[*OfReport].sReport = sName;
+                    dFiles[*OfReport].sReport = sName;
                 }
-                else if (std::optional<std::string> const OfDetails = StemOf(sName, DETAILS_END);
+                else if (std::optional<std::string> const OfDetails = StemOfDetails(sName);
                          OfDetails && FileNameOf(sName).starts_with(REPORT_START) && itEntry->is_regular_file(Ignored))
                 {
-                    dPairs[*OfDetails].sDetails = sName;
+                    dFiles[*OfDetails].dDetails.push_back(sName);
                 }
             }
             if (Error)
             {
                 m_fnFault(sFolder + ": can't read the whole folder: " + Error.message());
             }
-            else if (dPairs.empty())
+            else if (dFiles.empty())
             {
                 m_fnFault(sFolder + ": no crash report in this folder");
             }
-            for (auto const & [sStem, Files] : dPairs)
+            for (auto & [sStem, Files] : dFiles)
             {
-                AddPair(sStem, Files);
+                std::sort(Files.dDetails.begin(), Files.dDetails.end());
+                AddFiles(sStem, Files);
             }
         }
 
-        void AddPair(std::string const & sStem, CrashFiles_t const & Files)
+        void AddFiles(std::string const & sStem, CrashFiles_t const & Files)
         {
             if (m_dStems.insert(fs::path(sStem).lexically_normal().string()).second)
             {
@@ -98,6 +168,7 @@ namespace
         }
 
         CrashFault_t const & m_fnFault;
+        std::map<std::string, MoreDetails_t> m_dMore;   // by folder
         std::set<std::string> m_dStems;
         std::vector<CrashFiles_t> m_dFound;
     };
@@ -119,6 +190,12 @@ namespace
     std::string_view ReadWhole(std::string const & sFile, std::string & sFault)
     {
         static std::string s_sBuffer(64 << 10, '\0');
+        std::error_code Ignored;
+        if (fs::exists(sFile, Ignored) && !IsFile(sFile))
+        {
+            sFault = "not a regular file";
+            return "";
+        }
         std::FILE * const pFile = std::fopen(sFile.c_str(), "rb");
         if (pFile == nullptr)
         {
@@ -164,6 +241,10 @@ namespace
         {
             fnFault(sFile + Faults.sFirst
                     + (Faults.nFaults > 1 ? " (and " + std::to_string(Faults.nFaults - 1) + " more)" : ""));
+        }
+        for (Crash_t & Crash : dCrashes)
+        {
+            Crash.sFile = sFile;
         }
         return dCrashes;
     }
@@ -217,12 +298,17 @@ std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames
 std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault)
 {
     std::vector<Crash_t> dReports = LoadOne(Files.sReport, fnFault, eExtent, ReadCrashReport);
-    std::vector<Crash_t> dDetails = LoadOne(Files.sDetails, fnFault, eExtent, ReadCrashDetails);
+    std::vector<Crash_t> dDetails;
+    for (std::string const & sDetails : Files.dDetails)
+    {
+        std::vector<Crash_t> dOfFile = LoadOne(sDetails, fnFault, eExtent, ReadCrashDetails);
+        std::move(dOfFile.begin(), dOfFile.end(), std::back_inserter(dDetails));
+    }
     std::vector<Crash_t> dCrashes = JoinCrashes(std::move(dReports), std::move(dDetails));
     for (std::size_t i = 0; i < dCrashes.size(); ++i)
     {
         Crash_t & Crash = dCrashes[i];
-        Crash.sFile = Crash.bReport ? Files.sReport : Files.sDetails;
+        Crash.Files = Files;
         Crash.iInFile = i;
         Crash.sTime = LocalTime(Crash.GetFact("time"));
         Crash.sTime = Crash.sTime.empty() ? TimeOfName(Crash.sFile) : Crash.sTime;
@@ -233,12 +319,9 @@ std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExte
 void ReloadCrash(Crash_t & Crash)
 {
     CrashFault_t const fnIgnore = [](std::string const &) {};   // reported at the first time
-    for (CrashFiles_t const & Files : FindCrashFiles({ Crash.sFile }, fnIgnore))
+    std::vector<Crash_t> dCrashes = LoadCrashes(Crash.Files, CrashExtent_e::All, fnIgnore);
+    if (Crash.iInFile < dCrashes.size())
     {
-        std::vector<Crash_t> dCrashes = LoadCrashes(Files, CrashExtent_e::All, fnIgnore);
-        if (Crash.iInFile < dCrashes.size())
-        {
-            Crash = std::move(dCrashes[Crash.iInFile]);
-        }
+        Crash = std::move(dCrashes[Crash.iInFile]);
     }
 }

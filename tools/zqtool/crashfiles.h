@@ -3,20 +3,14 @@
 
 #include "tools/zqtool/crashreport.h"
 
-/// Two files with the same stem; an empty name is none.
-struct CrashFiles_t
-{
-    std::string sReport, sDetails;
-};
-
 /// Receives one line for each file or folder that is damaged, foreign or not readable.
 using CrashFault_t = std::function<void(std::string const & sText)>;
 
-/// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. A pair that
-/// is named twice is returned once.
+/// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. Each comes
+/// with the regular files of the same stem beside it. A stem that is named twice is returned once.
 std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault);
 
-/// Reads a pair of files. Returns their crashes, as far as they are readable.
+/// Reads files of one stem. Returns their crashes, as far as they are readable.
 std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault);
 
 /// Reads all of a crash that was loaded before. Without the files it stays as it is.

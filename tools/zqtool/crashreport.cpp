@@ -397,6 +397,7 @@ namespace
     Crash_t Joined(Crash_t Report, Crash_t Details)
     {
         Details.bReport = true;
+        Details.sFile = std::move(Report.sFile);
         if (!Report.sFaultModule.empty())
         {
             Details.sFaultModule = Report.sFaultModule;

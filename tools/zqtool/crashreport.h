@@ -59,11 +59,19 @@ struct CrashFact_t
     std::string sKey, sValue;
 };
 
+/// The files of one stem. Each is a report or details.
+struct CrashFiles_t
+{
+    std::string sReport;                 // empty for none
+    std::vector<std::string> dDetails;   // usually one
+};
+
 /// One crash. What the files do not say is empty.
 struct Crash_t
 {
     bool bReport = false, bDetails = false;   // which files have it
     std::string sFile;                        // the report, or else the details
+    CrashFiles_t Files;                       // all files of its stem
     std::size_t iInFile = 0;                  // its number among the crashes of these files
     std::string sTime;                        // local: 2026-11-26 08:18:37; empty if unknown
     std::uint32_t nCode = 0;
