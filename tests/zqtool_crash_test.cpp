@@ -359,8 +359,9 @@ TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
 
 TEST_F(ZqtoolCrash, ColoursAreForTerminalsAlone)
 {
-    std::string const sCommand =
-        " TERM=xterm '" ZQTOOL_PATH "' crash '" + WriteDetails(Replaced(DETAILS, "last words", "\x1B[5m")) + "'";
+    std::string const sFile = WriteDetails(Replaced(DETAILS, "last words", "\x1B[5m\x7F\xC2\x9B\xE2\x80\xAE")),
+                      sCommand = " TERM=xterm '" ZQTOOL_PATH "' crash '" + sFile + "'";
+    EXPECT_THAT(RunTool("crash --json " + sFile).sOutput, HasSubstr("\\u001b[5m\\u007f\\u009b\\u202e\""));
     auto const Shown = [](std::string const & sLine)
     { return RunOnTerminal([&] { return execl("/bin/sh", "sh", "-c", sLine.c_str(), nullptr); }, "").sOutput; };
     SKIP_IF(*TEST_EMULATOR != '\0', "the terminal starts the tool without the emulator");

@@ -98,9 +98,10 @@ namespace
             { "log", Crash.dLog }, { "incomplete", Crash.dCuts } };
     }
 
+    // ASCII alone: no terminal obeys what a file holds.
     std::string TextOf(Json_t const & Json)
     {
-        return Json.dump(-1, ' ', false, Json_t::error_handler_t::replace);
+        return Json.dump(-1, ' ', true, Json_t::error_handler_t::replace);
     }
 }
 
