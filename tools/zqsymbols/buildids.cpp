@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gelf.h>
+#include <optional>
 #include <string_view>
 #include <unistd.h>
 
@@ -24,6 +25,26 @@ namespace zqsymbols
                 sText += { DIGITS[nByte >> 4], DIGITS[nByte & 15] };
             }
             return sText;
+        }
+
+        // Returns how much memory a module takes, by the segments that are loaded.
+        std::uint64_t BytesOf(Elf * pElf)
+        {
+            std::optional<std::uint64_t> Start;
+            std::uint64_t nEnd = 0;
+            std::size_t nSegments = 0;
+            elf_getphdrnum(pElf, &nSegments);
+            for (std::size_t i = 0; i < nSegments; ++i)
+            {
+                GElf_Phdr Segment;
+                if (gelf_getphdr(pElf, static_cast<int>(i), &Segment) != nullptr && Segment.p_type == PT_LOAD)
+                {
+                    std::uint64_t const nPage = std::max<std::uint64_t>(Segment.p_align, 1);
+                    Start = Start.value_or(Segment.p_vaddr & ~(nPage - 1));
+                    nEnd = std::max<std::uint64_t>(nEnd, Segment.p_vaddr + Segment.p_memsz);
+                }
+            }
+            return nEnd - std::min(Start.value_or(0), nEnd);
         }
 
         // Returns whether a file has the contents of a section. A stripped part keeps only its head.
@@ -58,10 +79,10 @@ namespace zqsymbols
             Rank_e const eRank = HasSection(pElf, ".debug_info") || HasSection(pElf, ".zdebug_info") ? RANK_DEBUG
                                  : HasSection(pElf, ".symtab")                                       ? RANK_SYMBOLS
                                                                                                      : RANK_NONE;
-            auto const [iKnown, bNew] = m_dFiles.try_emplace(sBuildId, File_s{ sFile, eRank });
+            auto const [iKnown, bNew] = m_dFiles.try_emplace(sBuildId, File_s{ { sFile, BytesOf(pElf) }, eRank });
             if (!bNew && iKnown->second.eRank < eRank)
             {
-                iKnown->second = { sFile, eRank };
+                iKnown->second = { { sFile, BytesOf(pElf) }, eRank };
             }
         }
         elf_end(pElf);
@@ -91,9 +112,9 @@ namespace zqsymbols
         }
     }
 
-    std::string BuildIds_c::Find(std::string const & sBuildId) const
+    BuildIds_c::Found_t const * BuildIds_c::Find(std::string const & sBuildId) const
     {
         auto const iFile = m_dFiles.find(sBuildId);
-        return iFile == m_dFiles.end() ? "" : iFile->second.sPath;
+        return iFile == m_dFiles.end() ? nullptr : &iFile->second.Found;
     }
 }

@@ -1,6 +1,7 @@
 // buildids.h: files with debug information, found by the build id that the linker gave their program.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <unordered_map>
@@ -14,8 +15,14 @@ namespace zqsymbols
         /// Other files are skipped. Reports a folder that is not readable.
         void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
 
-        /// Returns the file of a build id in lower-case hexadecimal, empty if there is none.
-        std::string Find(std::string const & sBuildId) const;
+        struct Found_t
+        {
+            std::string sPath;
+            std::uint64_t nBytes;   // of the module in memory, from its first page on; 0 if the file does not say
+        };
+
+        /// Returns the file of a build id in lower-case hexadecimal, or null. Valid until the next addition.
+        Found_t const * Find(std::string const & sBuildId) const;
 
     private:
         enum Rank_e
@@ -27,7 +34,7 @@ namespace zqsymbols
 
         struct File_s
         {
-            std::string sPath;
+            Found_t Found;
             Rank_e eRank;
         };
 

@@ -6,20 +6,25 @@
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/crashlines.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 
 namespace
 {
     constexpr std::uint64_t BASE = 0x10000000;   // leaves room below 4 GB for the modules of 32-bit programs
+    constexpr std::uint64_t MOST = 0x100000000 - BASE;
 
     // One module of a build.
     class Build_c
     {
     public:
-        Build_c(std::string const & sFile, std::uint64_t nBytes)
+        // The size is the file's: a report may be damaged. Index files are for modules as a process maps
+        // them, which this one is not.
+        explicit Build_c(zqsymbols::BuildIds_c::Found_t const & File)
+            : m_Modules("")
         {
-            m_Modules.AddModule(sFile.c_str(), BASE, BASE + nBytes);
+            m_Modules.AddModule(File.sPath.c_str(), BASE, BASE + std::min(File.nBytes, MOST));
             m_Modules.EndModules();
         }
 
@@ -127,10 +132,9 @@ std::vector<CrashFrame_t> const * CrashSymbols_c::State_s::Find(
     auto const [itBuild, bNew] = dBuilds.try_emplace(pModule->sBuildId);
     if (bNew)
     {
-        std::string const sFile = Files.Find(pModule->sBuildId);
-        if (!sFile.empty())
+        if (zqsymbols::BuildIds_c::Found_t const * const pFile = Files.Find(pModule->sBuildId))
         {
-            itBuild->second = std::make_unique<Build_c>(sFile, pModule->nEnd - pModule->nStart);
+            itBuild->second = std::make_unique<Build_c>(*pFile);
         }
         else if (IsOwnFrame(Frame))
         {
