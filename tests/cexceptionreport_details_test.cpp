@@ -15,7 +15,7 @@ namespace
         .eColour: (anonymous namespace)::Colour_e = Red (2)
         .nLow: unsigned int = 5
         .nHigh: unsigned int = 65
-        .Speed: (anonymous namespace)::Vector_t = <4, 5, 6 (no member Ship.x)>
+        .Speed: (anonymous namespace)::Vector_t = <4, 5, 6\n(no member Ship.x)>
         .szName: char const * = "ship"
     parameter pShip: (anonymous namespace)::Ship_t * = 0x@
         .x: float = 1
@@ -24,7 +24,7 @@ namespace
         .eColour: (anonymous namespace)::Colour_e = Red (2)
         .nLow: unsigned int = 5
         .nHigh: unsigned int = 65
-        .Speed: (anonymous namespace)::Vector_t = <4, 5, 6 (no member Ship.x)>
+        .Speed: (anonymous namespace)::Vector_t = <4, 5, 6\n(no member Ship.x)>
         .szName: char const * = "ship"
     parameter fnCall: void (*)() = 0x@ (anonymous namespace)::FaultAmongValues
     parameter wszWide: wchar_t const * = "wïde"
@@ -47,7 +47,7 @@ namespace
     local iSome: std::optional<short int> = 7
     local iNone: std::optional<short int> = (empty)
     local pOwned: std::unique_ptr<int> const = 0x@ { 9 }
-    local Point: (anonymous namespace)::Vector_t = <1, 2, 3.5 (no member Ship.x)>
+    local Point: (anonymous namespace)::Vector_t = <1, 2, 3.5\n(no member Ship.x)>
 )";
 
     // Replaces hexadecimal numbers of six digits and more.

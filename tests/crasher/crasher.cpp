@@ -437,7 +437,11 @@ namespace
         { "beside", StartThreads },
         { "untraced", ForbidTracing },
         { "printer",
-            [] { ExceptionReport_c::AddTypePrinter("(anonymous namespace)::Vector_t", "<{x}, {y}, {z} {Ship.x}>"); } },
+            []
+            {
+                ExceptionReport_c::AddTypePrinter("(anonymous namespace)::Vector_t", "<{x}, {y}, {z}\n{Ship.x}>");
+                ExceptionReport_c::AddTypePrinter("***************?", "no such type");
+            } },
         { "facts", [] { g_bFacts = true; } },
         { "silent", [] { g_silentMode = true; } },
         { "alone", [] { SetFormer(nullptr); } },

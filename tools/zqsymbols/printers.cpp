@@ -49,14 +49,14 @@ namespace zqsymbols
             {
                 std::size_t const nOpen = std::min(sTemplate.find('{'), sTemplate.size());
                 std::size_t const nClose = sTemplate.find('}', nOpen);
-                sText += sTemplate.substr(0, nOpen);
+                sText += Escaped(std::string(sTemplate.substr(0, nOpen)));
                 if (nClose == std::string_view::npos)
                 {
-                    return sText + std::string(sTemplate.substr(nOpen));
+                    return sText + Escaped(std::string(sTemplate.substr(nOpen)));
                 }
                 std::string const sName(sTemplate.substr(nOpen + 1, nClose - nOpen - 1));
                 std::optional<Value_t> const Member = Values.Member(Value, sName);
-                sText += Member ? Values.Show(*Member, nDepth) : "(no member " + sName + ")";
+                sText += Member ? Values.Show(*Member, nDepth) : "(no member " + Escaped(sName) + ")";
                 sTemplate.remove_prefix(nClose + 1);
             }
             return sText;
@@ -143,20 +143,33 @@ namespace zqsymbols
 
     bool FitsPattern(std::string_view sName, std::string_view sPattern)
     {
-        std::size_t const nStar = sPattern.find('*');
-        if (nStar == std::string_view::npos || sName.substr(0, nStar) != sPattern.substr(0, nStar))
+        std::size_t iPattern = 0;
+        std::size_t iStar = std::string_view::npos;   // the last one so far
+        std::size_t iAfterStar = 0;                   // in the name: where the text of that one ends
+        for (std::size_t iName = 0; iName < sName.size();)
         {
-            return sName == sPattern;
-        }
-        std::string_view const sRest = sPattern.substr(nStar + 1);
-        for (std::size_t n = nStar; n <= sName.size(); ++n)
-        {
-            if (FitsPattern(sName.substr(n), sRest))
+            char const cPattern = iPattern < sPattern.size() ? sPattern[iPattern] : '\0';
+            if (cPattern == '*')
             {
-                return true;
+                iStar = iPattern++;
+                iAfterStar = iName;
+            }
+            else if (iPattern < sPattern.size() && cPattern == sName[iName])
+            {
+                ++iPattern;
+                ++iName;
+            }
+            else if (iStar != std::string_view::npos)
+            {
+                iPattern = iStar + 1;
+                iName = ++iAfterStar;
+            }
+            else
+            {
+                return false;
             }
         }
-        return false;
+        return sPattern.find_first_not_of('*', iPattern) == std::string_view::npos;
     }
 
     void Printers_c::Add(std::string const & sType, std::string const & sTemplate)
