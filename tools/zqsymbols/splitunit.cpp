@@ -372,8 +372,14 @@ namespace zqsymbols
             return -1;
         }
         std::map<std::string, std::string> dContents;
+        // No part is there twice, but rows of a damaged index may all claim the same one.
         auto const Append = [&](std::string const & sKind, std::pair<std::uint64_t, std::uint64_t> const & Part)
-        { dContents[sKind] += Slice(SectionOf(m_pElf, sKind.c_str()), Part.first, Part.second); };
+        {
+            std::string & sContent = dContents[sKind];
+            std::string_view const sSection = SectionOf(m_pElf, sKind.c_str());
+            std::string_view const sPart = Slice(sSection, Part.first, Part.second);
+            sContent += sPart.size() <= sSection.size() - sContent.size() ? sPart : std::string_view();
+        };
         for (auto const & [sKind, Part] : dParts)
         {
             Append(sKind, Part);
