@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <dwarf.h>
 #include <fcntl.h>
 #include <vector>
 
@@ -10,6 +11,13 @@ namespace zqsymbols
     namespace
     {
         constexpr char VDSO[] = "[vdso]";   // the system's own module, in memory alone
+
+        // Returns whether a DIE is that of a unit with code: an index file may have any offset.
+        bool IsUnit(Dwarf_Die * pDie)
+        {
+            int const nTag = dwarf_tag(pDie);
+            return nTag == DW_TAG_compile_unit || nTag == DW_TAG_partial_unit || nTag == DW_TAG_skeleton_unit;
+        }
 
         Elf * OpenVdso(Modules_c & Modules, Dwfl_Module * pModule)
         {
@@ -87,7 +95,8 @@ namespace zqsymbols
         Unit_t Unit = { {}, nBias, {} };
         for (std::uint64_t const nUnit : IndexOf(pModule).UnitsAt(nAddress))
         {
-            if (dwarf_offdie(pDwarf, nUnit, &Unit.Lines) != nullptr && dwarf_haspc(&Unit.Lines, nAddress - nBias) > 0)
+            if (dwarf_offdie(pDwarf, nUnit, &Unit.Lines) != nullptr && IsUnit(&Unit.Lines)
+                && dwarf_haspc(&Unit.Lines, nAddress - nBias) > 0)
             {
                 char const * const szModule =
                     dwfl_module_info(pModule, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
