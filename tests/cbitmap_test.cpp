@@ -181,7 +181,7 @@ TYPED_TEST(BitField, MovesCountsAndCombinesToNewFields)
         EXPECT_TRUE((A.Field | B.Field) == Field);
         EXPECT_TRUE((A.Field ^ B.Field) == ((A.Field - B.Field) | (B.Field - A.Field)));
         EXPECT_EQ((A.Field & B.Field).Count() + Field.Count(), A.Field.Count() + B.Field.Count());
-        EXPECT_EACH(Field.Any() == (Field.Count() != 0), (A.Field - A.Field).None());
+        EXPECT_EACH(Field.AnySet() == (Field.Count() != 0), (A.Field - A.Field).NoneSet());
         auto const Copy = B.Field;
         Cell_t const SizeOfB = B.Size();
         auto Moved = std::move(A.Field);
@@ -189,7 +189,7 @@ TYPED_TEST(BitField, MovesCountsAndCombinesToNewFields)
         A.Field = std::move(Moved);
         B.Field = decltype(Copy)();
         EXPECT_EACH(
-            A.Field == Copy, A.Size() == SizeOfB, B.Size() == Cell_t(), Moved.None());   // NOLINT(*use-after-move)
+            A.Field == Copy, A.Size() == SizeOfB, B.Size() == Cell_t(), Moved.NoneSet());   // NOLINT(*use-after-move)
     }
 }
 
@@ -241,7 +241,7 @@ TEST(BitVec, ScansForTheFirstSetOrClearBit)
         }
         EXPECT_EQ(dFound, dModel);
         EXPECT_EQ(Vec.Count(), dModel.size());
-        EXPECT_EACH(Vec.Any(), !Vec.None(), Vec.NextSet(INT_MAX) == -1);
+        EXPECT_EACH(Vec.AnySet(), !Vec.NoneSet(), Vec.NextSet(INT_MAX) == -1);
     }
 }
 

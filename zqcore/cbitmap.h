@@ -87,8 +87,8 @@ public:
 
     /// Returns the number of set bits.
     std::size_t Count() const;
-    bool Any() const { return Scan1() >= 0; }
-    bool None() const { return !Any(); }
+    bool AnySet() const { return Scan1() >= 0; }
+    bool NoneSet() const { return !AnySet(); }
 
     /// Returns whether the same bits are set. Bits beyond the end of a row count as clear.
     bool operator==(BitVec_c const & Other) const;
@@ -254,8 +254,8 @@ public:
 
     /// Returns the number of set bits.
     std::size_t Count() const;
-    bool Any() const;
-    bool None() const { return !Any(); }
+    bool AnySet() const;
+    bool NoneSet() const { return !AnySet(); }
 
 protected:
     BitField_T() = default;

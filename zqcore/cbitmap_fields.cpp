@@ -409,7 +409,7 @@ std::size_t BitField_T<FIELD, INDEX...>::Count() const
 }
 
 template <typename FIELD, typename... INDEX>
-bool BitField_T<FIELD, INDEX...>::Any() const
+bool BitField_T<FIELD, INDEX...>::AnySet() const
 {
     return Self().pMap && !bits::IsZero(Self().pMap, FieldOf(Self()).GetBytes());
 }

@@ -15,9 +15,7 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr rlim_t CPU_LIMIT = 60;   // seconds: the caller has given up long before
-        constexpr rlim_t MEMORY_LIMIT =    // bytes: damaged debug information may ask for any
-            static_cast<rlim_t>(std::min<std::uint64_t>(std::uint64_t{ 16 } << 30, RLIM_INFINITY));
+        constexpr rlim_t CPU_LIMIT = 60;            // seconds: the caller has given up long before
         constexpr timeval IDLE_LIMIT = { 60, 0 };   // seconds without a request, likewise
 
         class Server_c
@@ -189,10 +187,8 @@ namespace zqsymbols
         {
             rlimit const NoDump = { 0, 0 };
             rlimit const Seconds = { CPU_LIMIT, CPU_LIMIT };
-            rlimit const Memory = { MEMORY_LIMIT, MEMORY_LIMIT };
             setrlimit(RLIMIT_CORE, &NoDump);
             setrlimit(RLIMIT_CPU, &Seconds);
-            setrlimit(RLIMIT_DATA, &Memory);
             setsockopt(plat::SYMBOL_SOCKET, SOL_SOCKET, SO_RCVTIMEO, &IDLE_LIMIT, sizeof(IDLE_LIMIT));
         }
 
