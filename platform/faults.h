@@ -60,8 +60,8 @@ namespace plat
     /// What the faulting instruction did with memory.
     enum class FaultAccess_e : std::uint8_t
     {
-        None,      // the fault is not one of memory
-        Unknown,   // the processor does not report it, or another process sent the signal
+        NoMemory,   // the fault is not one of memory
+        Unknown,    // the processor does not report it, or another process sent the signal
         Read,
         Write,
         Execute
@@ -73,7 +73,7 @@ namespace plat
         std::uintptr_t Address;          // of the instruction; a breakpoint's own, though it has been executed
         std::uintptr_t dParameters[2];   // if eAccess is not None: first, not 0 for a write; second, the address
                                          // accessed, or all ones if it is unknown
-        FaultAccess_e eAccess = FaultAccess_e::None;
+        FaultAccess_e eAccess = FaultAccess_e::NoMemory;
     };
 
     struct FaultPointers_t
