@@ -73,7 +73,7 @@ namespace
             return Fail("clipboard: not open");
         }
         ClipboardReset();
-        if (ClipboardGetSize() != 0)
+        if (std::string sLeft(ClipboardGetSize() + 1, 0); ClipboardGetData(sLeft.data()) && sLeft[0] != 0)
         {
             ClipboardClose();
             return Fail("clipboard: not emptied");
