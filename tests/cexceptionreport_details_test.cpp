@@ -159,10 +159,13 @@ TEST_F(CrashDetailsByHelper, NameTheArgumentsOfADeepRecursionInTime)
     Crash_t const Crash = RunAlone("depth", ZQSYMBOLS_PATH);
     EXPECT_LT(Crash.tSeconds, 10.0);
     EXPECT_THAT(Section(Crash.sDetails, "Frames"), HasSubstr("\n#25 "));
-#ifndef __clang__   // which describes no sums of them
-    EXPECT_THAT(Section(Crash.sDetails, "Frames"),
-        HasSubstr(
-            "    parameter nMore: int = 1\n    parameter nSum: int = 4096\n    parameter nDifference: int = 12288\n"));
+#ifndef __clang__                        // which describes no sums of them
+    if constexpr (sizeof(void *) == 8)   // 32-bit code describes none either
+    {
+        EXPECT_THAT(Section(Crash.sDetails, "Frames"),
+            HasSubstr("    parameter nMore: int = 1\n    parameter nSum: int = 4096\n"
+                      "    parameter nDifference: int = 12288\n"));
+    }
 #endif
 }
 
