@@ -284,7 +284,7 @@ namespace plat
                                                            : FaultAccess_e::Read;
         }
 
-        // Of an address that is not canonical, and of an access that only its signal tells of.
+        // For an address that is not canonical, and for an access that only its signal reports.
         void SetUnknownAccess(FaultRecord_t & Record)
         {
             Record.dParameters[1] = UNKNOWN_ADDRESS;

@@ -3,7 +3,7 @@
 
 #include "tools/zqtool/crashreport.h"
 
-/// Returns the kind that an exception code stands for.
+/// Returns the kind of fault of an exception code.
 char const * CrashKindOf(std::uint32_t nCode);
 
 /// The modules of a crash, which must outlive the object and not change.
