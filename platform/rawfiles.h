@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 
 namespace plat
@@ -19,6 +20,9 @@ namespace plat
     /// Returns false if not all bytes were written, or if there is no file.
     bool RawWrite(RawFile_t hFile, char const * pText, std::size_t nBytes);
     void RawClose(RawFile_t hFile);
+
+    /// Returns the bytes of a file; 0 if there is none.
+    std::uint64_t RawSize(RawFile_t hFile);
 
     /// Returns the contents of a regular file of at most 256 MiB, in pages. The caller releases them by PagesRelease with
     /// the file's size. Returns null if the file is empty or can't be read.

@@ -466,19 +466,12 @@ char const * exceptionreport::FaultName(std::uint32_t nCode)
 
 void exceptionreport::WriteText(Text_c const & Text)
 {
-    NoteLoss(WriteTextTo(g_hReport, Text.Get()));
-}
-
-bool exceptionreport::WriteTextTo(plat::RawFile_t hFile, char const * szText)
-{
-    bool bWritten = true;
-    while (*szText != '\0')
+    for (char const * szText = Text.Get(); *szText != '\0';)
     {
         char szShown[2 * LINE_SIZE];   // almost always holds the whole text
         std::size_t const nShown = plat::TextEscape(szShown, sizeof szShown, szText, plat::Controls_e::Layout);
-        bWritten = plat::RawWrite(hFile, szShown, nShown) && bWritten;
+        NoteLoss(plat::RawWrite(g_hReport, szShown, nShown));
     }
-    return bWritten;
 }
 
 void ExceptionInit() {}

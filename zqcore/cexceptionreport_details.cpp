@@ -4,8 +4,10 @@
 
 #include "platform/clock.h"
 #include "platform/modulelist.h"
+#include "platform/text.h"
 #include "platform/threads.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -157,12 +159,24 @@ namespace
         Text_c & Line = Details.GetLine();
         plat::SymbolFrame_t Frame;
         Symbols.Rewind();
-        for (std::size_t iFrame = 0; iFrame < STACK_FRAMES && Symbols.NextFrame(&Frame); ++iFrame)
+        std::size_t iFrame = 0;
+        for (; iFrame < STACK_FRAMES && Symbols.NextFrame(&Frame); ++iFrame)
         {
             Line.Add("#%zu %08" PRIXPTR " ", iFrame, Frame.Address);
             Place_t Place = { Frame.Address, Line, false };
             plat::ModulesVisit(AddIfInModule, &Place);
             Line.Add(Place.bFound ? " ?" : "? ?");
+            Details.EndLine();
+        }
+        std::size_t nMore = 0;
+        while (Symbols.NextFrame(&Frame))
+        {
+            ++nMore;
+        }
+        if (nMore != 0)
+        {
+            bool const bLimit = iFrame + nMore == plat::SYMBOL_FRAMES;
+            Line.Add("... %zu %sframes left out ...", nMore, bLimit ? "or more " : "");
             Details.EndLine();
         }
     }
@@ -254,28 +268,48 @@ exceptionreport::Details_c::Details_c(char const * szReport)
 // A fault or a limit may end any of these steps, so the buffer counts a line when it is whole.
 void exceptionreport::Details_c::EndLine()
 {
-    m_Line.AddEnd("\n");
+    constexpr char CUT[] = "...\n";
+    if (m_Line.IsCut())
+    {
+        std::size_t nWhole = std::min(m_Line.GetLength(), sizeof m_szLine - sizeof CUT);
+        while (nWhole > 1 && (m_szLine[nWhole] & 0xC0) == 0x80)   // in a character
+        {
+            --nWhole;
+        }
+        m_Line.CutAt(nWhole);
+    }
+    m_Line.AddEnd(m_Line.IsCut() ? CUT : "\n");
     AddLines(m_Line.Get());
     m_Line.CutAt(0);
 }
 
 void exceptionreport::Details_c::AddLines(char const * szLines)
 {
-    std::size_t const nLines = std::strlen(szLines);
-    if (m_nWhole + nLines >= sizeof m_szBuffer)
+    if (m_bFlushing)
     {
         Flush();
     }
-    std::memcpy(m_szBuffer + m_nWhole, szLines, nLines + 1);
-    m_nWhole = m_nWhole + nLines;
+    while (*szLines != '\0')
+    {
+        char const * szNext = szLines;
+        std::size_t const nAdded =
+            plat::TextEscape(m_szBuffer + m_nWhole, sizeof m_szBuffer - m_nWhole, szNext, plat::Controls_e::Layout);
+        if (*szNext != '\0' && m_nWhole != 0)
+        {
+            Flush();
+            continue;
+        }
+        m_nWhole = m_nWhole + nAdded;
+        szLines = szNext;
+    }
 }
 
 void exceptionreport::Details_c::Begin(char const * szName)
 {
+    m_tBegin = plat::CoarseClockMilliseconds();
     m_Line.CutAt(0);
     m_Line.Add("\n[%s]", szName);
     EndLine();
-    m_tBegin = plat::CoarseClockMilliseconds();
 }
 
 void exceptionreport::Details_c::Cut(unsigned nLimit)
@@ -286,11 +320,19 @@ void exceptionreport::Details_c::Cut(unsigned nLimit)
     EndLine();
 }
 
+// A limit may end this too. The next call then writes what the file does not have yet.
 void exceptionreport::Details_c::Flush()
 {
-    m_szBuffer[m_nWhole] = '\0';
+    if (!m_bFlushing)
+    {
+        m_nBefore = plat::RawSize(m_hFile);
+        m_bFlushing = true;
+    }
+    std::size_t const nAll = m_nWhole;
+    auto const nWritten = static_cast<std::size_t>(std::min<std::uint64_t>(plat::RawSize(m_hFile) - m_nBefore, nAll));
+    m_bLost = !plat::RawWrite(m_hFile, m_szBuffer + nWritten, nAll - nWritten) || m_bLost;
     m_nWhole = 0;
-    m_bLost = !WriteTextTo(m_hFile, m_szBuffer) || m_bLost;
+    m_bFlushing = false;
 }
 
 bool exceptionreport::WriteDetails(

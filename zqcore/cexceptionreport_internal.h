@@ -33,6 +33,7 @@ namespace exceptionreport
         /// Appends an ending. The text is cut to make it fit.
         void AddEnd(char const * szEnd);
         bool IsFull() const { return m_nLength + 1 >= m_nSize; }
+        bool IsCut() const { return m_bCut; }   // something did not fit since the text was last empty
         std::size_t GetLength() const { return m_nLength; }
         char const * Get() const { return m_szText; }
 
@@ -43,6 +44,7 @@ namespace exceptionreport
         char * m_szText;
         std::size_t m_nSize;
         std::size_t m_nLength = 0;
+        bool m_bCut = false;
     };
 
     /// A whole source file in memory pages, until the object is destroyed. Only CR LF ends a line.
@@ -66,9 +68,6 @@ namespace exceptionreport
     /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
     /// for the disk, so the text should be a whole line or more.
     void WriteText(Text_c const & Text);
-
-    /// The same to another file. Returns false if not all of it was written.
-    bool WriteTextTo(plat::RawFile_t hFile, char const * szText);
 
     /// Returns the name or the text of a fault's code.
     char const * FaultName(std::uint32_t nCode);
@@ -104,28 +103,35 @@ namespace exceptionreport
 
         bool IsOpen() const { return m_hFile != nullptr; }
 
-        /// Returns whether a write failed.
-        bool HasLost() const { return m_bLost; }
+        /// Returns whether a write failed or had no end.
+        bool HasLost() const { return m_bLost || m_bStuck; }
 
         /// The line that is being made.
         Text_c & GetLine() { return m_Line; }
 
-        /// Ends that line and starts the next one.
+        /// Ends that line and starts the next one. A line that was cut ends in "...".
         void EndLine();
 
-        /// Adds lines that are whole.
+        /// Adds lines that are whole. Control characters that are left in them are escaped.
         void AddLines(char const * szLines);
 
-        /// Writes a section. Whatever ends it early, the lines that are whole stay, and a last line says why.
+        /// Writes a section. Whatever ends it early, the lines that are whole stay, and a last line says why. After a write
+        /// that does not end there are no more sections.
         template <typename CALL>
         void Section(char const * szName, unsigned nLimit, CALL Call)
         {
-            Begin(szName);
-            if (!Guarded(nLimit, [&] { Call(*this); }))
+            auto const Whole = [&]
+            {
+                Begin(szName);
+                Call(*this);
+                Flush();
+            };
+            auto const End = [&]
             {
                 Cut(nLimit);
-            }
-            Flush();
+                Flush();
+            };
+            m_bStuck = m_bStuck || (!Guarded(nLimit, Whole) && !Guarded(WRITE_LIMIT, End));
         }
 
     private:
@@ -133,12 +139,17 @@ namespace exceptionreport
         void Cut(unsigned nLimit);
         void Flush();
 
+        static constexpr unsigned WRITE_LIMIT = 5000;   // milliseconds for the end of a section that was cut
+
         static constexpr std::size_t BUFFER_SIZE = 2 * LINE_SIZE;
 
         plat::RawFile_t m_hFile = nullptr;
         char m_szBuffer[BUFFER_SIZE];
-        std::size_t volatile m_nWhole = 0;   // bytes of whole lines in the buffer
+        std::size_t volatile m_nWhole = 0;      // bytes of whole lines in the buffer
+        bool volatile m_bFlushing = false;      // a write of the buffer has begun
+        std::uint64_t volatile m_nBefore = 0;   // bytes of the file before it
         bool m_bLost = false;
+        bool m_bStuck = false;
         char m_szLine[LINE_SIZE];
         Text_c m_Line{ m_szLine, sizeof m_szLine };
         std::uint32_t m_tBegin = 0;   // of the section, in milliseconds

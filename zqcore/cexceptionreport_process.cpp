@@ -23,8 +23,9 @@ namespace
 
     constexpr std::size_t FACT_SIZE = 256;   // bytes of a name of the system or of the host
     constexpr int LOG_LINES = 32;
+    constexpr std::size_t LOG_LINE = 2048 + 64;   // the longest one of the log, with its time and frame
 
-    char g_szLogTail[LOG_LINES * 1024];   // of the main log, as it was before the report
+    char g_szLogTail[LOG_LINES * LOG_LINE + 1];   // of the main log, as it was before the report
 
     void WriteTime(Details_c & Details)
     {
@@ -56,6 +57,7 @@ namespace
             Line.AddShown(p);
             Line.Add("\"");
         }
+        Line.Add(nArguments == sizeof szArguments - 1 ? "..." : "");
         Details.EndLine();
     }
 
@@ -146,6 +148,12 @@ namespace
             CopyText(dNames[i], szName);
             Details.GetLine().Add("    ");
             Details.GetLine().AddShown(szName);
+            Details.EndLine();
+        }
+        int const nMore = ProfilerDepth() - 1 - nOpen;
+        if (nMore > 0)
+        {
+            Details.GetLine().Add("    ... %d timers left out ...", nMore);
             Details.EndLine();
         }
     }

@@ -197,7 +197,9 @@ void exceptionreport::Text_c::Add(char const * fmt, ...)
     va_start(args, fmt);
     int const nAdded = std::vsnprintf(m_szText + m_nLength, m_nSize - m_nLength, fmt, args);
     va_end(args);
-    m_nLength = std::min(m_nLength + static_cast<std::size_t>(std::max(nAdded, 0)), m_nSize - 1);
+    std::size_t const nWhole = m_nLength + static_cast<std::size_t>(std::max(nAdded, 0));
+    m_bCut = m_bCut || nWhole > m_nSize - 1;
+    m_nLength = std::min(nWhole, m_nSize - 1);
 }
 
 void exceptionreport::Text_c::AddShown(char const * szShown, std::size_t nMost)
@@ -208,6 +210,7 @@ void exceptionreport::Text_c::AddShown(char const * szShown, std::size_t nMost)
     szCopy[nCopy] = '\0';
     char const * szNext = szCopy;
     m_nLength += plat::TextEscape(m_szText + m_nLength, m_nSize - m_nLength, szNext, plat::Controls_e::Tabs);
+    m_bCut = m_bCut || *szNext != '\0' || (nCopy < nMost && szShown[nCopy] != '\0');
 }
 
 void exceptionreport::Text_c::AddEnd(char const * szEnd)
@@ -220,4 +223,5 @@ void exceptionreport::Text_c::CutAt(std::size_t nLength)
 {
     m_nLength = nLength;
     m_szText[nLength] = '\0';
+    m_bCut = m_bCut && nLength != 0;
 }

@@ -146,6 +146,13 @@ namespace plat
         }
     }
 
+    std::uint64_t RawSize(RawFile_t hFile)
+    {
+        struct stat Stat;
+        bool const bKnown = hFile != nullptr && fstat(DescriptorOf(hFile), &Stat) == 0;
+        return bKnown ? static_cast<std::uint64_t>(Stat.st_size) : 0;
+    }
+
     char const * RawReadAll(char const * szPath, std::size_t * pBytes)
     {
         struct stat Stat;
