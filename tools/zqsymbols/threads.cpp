@@ -15,6 +15,7 @@
 #include <sys/uio.h>
 #include <sys/user.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -188,6 +189,7 @@ namespace zqsymbols
             Thread.dFrames.back().pCaller = nullptr;   // it ends with the walk
             pFrame = Frames.Get(i);
         }
+        Thread.bMore = pFrame != nullptr;
         Thread.nMark = m_Process.Cut(Stopped.nThreadPointer + m_Process.GetLockMark());
         Thread.nAwaited = Stopped.nAwaited;
     }
@@ -201,28 +203,40 @@ namespace zqsymbols
             Thread.sProblem = bEnded ? "(cut: it has ended)" : std::strerror(errno);
             return bEnded;
         }
-        std::uintptr_t iSignal = 0;
-        if (ptrace(PTRACE_INTERRUPT, Thread.iThread, nullptr, nullptr) == 0)
+        bool const bAsked = ptrace(PTRACE_INTERRUPT, Thread.iThread, nullptr, nullptr) == 0;
+        int const iStopped = bAsked ? AwaitStop(Thread.iThread) : -1;
+        if (iStopped >= 0)
         {
-            int const iStopped = AwaitStop(Thread.iThread);
-            iSignal = iStopped > 0 ? static_cast<std::uintptr_t>(iStopped) : 0;
-            if (iStopped >= 0)
-            {
-                Walk(Thread);
-            }
-            else
-            {
-                Thread.sProblem = "(cut: it did not stop)";
-            }
+            Walk(Thread);
         }
-        ptrace(PTRACE_DETACH, Thread.iThread, nullptr, iSignal);
+        else
+        {
+            Thread.sProblem = bAsked ? "(cut: it did not stop)" : "(cut: it has ended)";
+        }
+        ptrace(PTRACE_DETACH, Thread.iThread, nullptr, static_cast<std::uintptr_t>(std::max(iStopped, 0)));
         return true;
+    }
+
+    // Only a stopped thread can be detached. Any other one is set free by the end of the thread that traces it.
+    bool ThreadLines_c::TraceApart(Thread_t & Thread)
+    {
+        bool bAllowed = false;
+        try
+        {
+            std::thread([&] { bAllowed = Trace(Thread); }).join();
+        }
+        catch (std::system_error const & Error)   // the system allows no further thread
+        {
+            Thread.sProblem = Error.code().message();
+        }
+        return bAllowed;
     }
 
     void ThreadLines_c::Collect()
     {
         auto const tEnd = Clock_t::now() + ALL_LIMIT;
-        std::vector<int> const dAll = ThreadsOf(getppid());
+        std::vector<int> dAll = ThreadsOf(getppid());
+        std::erase(dAll, static_cast<int>(m_Process.GetThread()));
         std::size_t nLeft = dAll.size();
         for (int const iThread : dAll)
         {
@@ -235,11 +249,7 @@ namespace zqsymbols
             --nLeft;
             Thread_t Thread;
             Thread.iThread = iThread;
-            if (static_cast<std::uint32_t>(iThread) == m_Process.GetThread())
-            {
-                continue;
-            }
-            if (!Trace(Thread))
+            if (!TraceApart(Thread))
             {
                 m_sEnd = "(cut: the system does not let the helper trace this process: " + Thread.sProblem + ")\n";
                 break;
@@ -268,7 +278,8 @@ namespace zqsymbols
         }
         if (nShown < Thread.dFrames.size())
         {
-            sText += "... " + std::to_string(Thread.dFrames.size() - nShown) + " frames left out ...\n";
+            sText += "... " + std::to_string(Thread.dFrames.size() - nShown)
+                     + (Thread.bMore ? " or more frames left out ...\n" : " frames left out ...\n");
         }
         return sText + (Thread.sProblem.empty() ? "" : Thread.sProblem + "\n") + "\n";
     }

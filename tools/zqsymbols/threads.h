@@ -39,10 +39,12 @@ namespace zqsymbols
             int iRank = 0;                // the lowest first
             std::string sProblem;
             std::vector<Frame_t> dFrames;
+            bool bMore = false;   // it has further ones
         };
 
         void Collect();
         bool Trace(Thread_t & Thread);
+        bool TraceApart(Thread_t & Thread);
         void Walk(Thread_t & Thread);
         void FindLocks(Thread_t & Thread);
         std::string LockName(Lock_t const & Lock);
