@@ -125,7 +125,7 @@ TEST_F(CrashDetails, DescribeTheProcess)
                      + "\nuptime: [0-9]\\.[0-9]{3}\ncommand: \"" CRASHER_PATH
                        "\" \"read\" \"busy\" \"two words\\\\n\" \"\"\nhost: Robots v2\\.7\nlibrary: [0-9.]+\n"
                        "system: Linux [^\n]+\nprocessor: [^\n]+\nmemory:\n(    [0-9]+ [^\n]+\n){1,10}log:\n"
-                       "(    \\|  *[0-9.]+\t0\tline [0-9]+\n){32}"
+                       "(    \\|  *[0-9.]+\t0\tline [0-9]+ +end\n){32}"
                        "timers:\n    Application\n    World\n"));
     EXPECT_THAT(
         Section(Crash.sDetails, "Modules"), MatchesRegex("([0-9A-F]{8,}-[0-9A-F]{8,} ([0-9a-f]{40}|-) /[^\n]+\n)+"));
@@ -133,6 +133,33 @@ TEST_F(CrashDetails, DescribeTheProcess)
     EXPECT_THAT(Section(Crash.sDetails, "Frames"),
         MatchesRegex("(#[0-9]+ [0-9A-F]{8,} crasher\\+[0-9A-F]+ \\?\n){3,}(#[0-9]+ [^\n]+ \\?\n)+"
                      "\\(cut: there is no symbol helper\\)\n"));
+}
+
+// A write stops after half of its bytes until a limit ends the step. All lines before are whole and there once.
+TEST_F(CrashDetails, SurviveADiskThatStops)
+{
+    std::string const sLog = Section(RunAlone("read busy stucklog").sDetails, "Process");
+    EXPECT_THAT(sLog, ContainsRegex("log:\n(    \\|  *[0-9.]+\t0\tline [0-9]+ +end\n)+"
+                                    "\\(cut: a fault, or the limit of 1 s\\)\ntimers:\n    Application\n    World\n"));
+    int iLine = 8;
+    for (std::size_t n = sLog.find("line "); n != std::string::npos; n = sLog.find("line ", n + 1))
+    {
+        EXPECT_EQ(std::stoi(sLog.substr(n + 5)), iLine++);
+    }
+    EXPECT_GT(iLine, 20);
+
+    Crash_t const Crash = RunAlone("read busy stuckmodules");
+    EXPECT_THAT(Section(Crash.sDetails, "Modules"),
+        MatchesRegex("([0-9A-F]{8,}-[0-9A-F]{8,} ([0-9a-f]{40}|-) /[^\n]+\n)+\\(cut: the limit of 5 s\\)\n"));
+    EXPECT_THAT(Section(Crash.sDetails, "Process"), HasSubstr("\ntimers:\n    Application\n    World\n"));
+    EXPECT_THAT(Crash.sReport, HasSubstr("Local Variables And Parameters"));
+}
+
+TEST_F(CrashDetails, SayHowManyFramesAreLeftOutWithoutTheHelper)
+{
+    EXPECT_THAT(Section(RunAlone("stack").sDetails, "Frames"),
+        ContainsRegex("\n#255 [^\n]+\n\\.\\.\\. [0-9]{4} (or more )?frames left out \\.\\.\\.\n\\(cut: there is no "
+                      "symbol helper\\)\n"));
 }
 
 TEST_F(CrashDetailsByHelper, ShowInlinedCallsSourcesAndValues)
@@ -169,6 +196,34 @@ TEST_F(CrashDetailsByHelper, NameTheArgumentsOfADeepRecursionInTime)
 #endif
 }
 
+TEST_F(CrashDetailsByHelper, SayWhatIsLeftOut)
+{
+    std::string const sFrames = Section(RunAlone("many", ZQSYMBOLS_PATH).sDetails, "Frames");
+    EXPECT_THAT(sFrames, ContainsRegex("\n        \\.m_nG3: int = 0\n        \\.\\.\\. 6 members left out \\.\\.\\.\n  "
+                                       "  local Long: std::pair<std::pair<[^\n]+\\.\\.\\.\n"));
+    EXPECT_THAT(sFrames,
+        ContainsRegex("\n    local nM5: int volatile = [^\n]+\n    \\.\\.\\. 4 variables left out \\.\\.\\.\n#1 "));
+}
+
+TEST_F(CrashDetailsByHelper, EndWholeWhenTheHelperEndsAmongThem)
+{
+    Crash_t const Crash = RunAlone("stack killhelper", ZQSYMBOLS_PATH);
+    EXPECT_THAT(Section(Crash.sDetails, "Frames"),
+        MatchesRegex("(#[0-9]+ [^\n]+\n(    [^\n]+\n)*)+\\(cut: the symbol helper failed\\)\n"));
+    EXPECT_EQ(Section(Crash.sDetails, "Threads"), "(cut: the symbol helper failed)\n");
+    EXPECT_THAT(Section(Crash.sDetails, "Process"), HasSubstr("\ntimers:\n"));
+}
+
+// One that has just been set free may still count.
+TEST_F(CrashDetailsByHelper, SetAThreadFreeThatDoesNotStop)
+{
+    Crash_t const Crash = RunAlone("read unstoppable", ZQSYMBOLS_PATH);
+    std::string const sStuck = "thread [0-9]+ \"stuck\"\n\\(cut: it did not stop\\)\n\n";
+    EXPECT_THAT(Section(Crash.sDetails, "Threads"), ContainsRegex("(" + sStuck + "){4}"));
+    EXPECT_THAT(Crash.sOutput, HasSubstr("traced at once: 1\n"));
+    EXPECT_THAT(Crash.sOutput, testing::Not(HasSubstr("traced at once: 3\n")));
+}
+
 TEST_F(CrashDetailsByHelper, ShowTheFarEndOfAFullStack)
 {
     std::string const sFrames = Section(RunAlone("stack", ZQSYMBOLS_PATH).sDetails, "Frames");
@@ -186,6 +241,8 @@ TEST_F(CrashDetailsByHelper, ShowTheOtherThreadsThoseWithLocksFirst)
                                         + "thread [0-9]+ \"waiter\", waits for " + sLock + sFrames + "thread "));
     EXPECT_THAT(sThreads, ContainsRegex("\nthread [0-9]+ \"idle\"\n" + sFrames));
     EXPECT_THAT(sThreads, HasSubstr("plat::Lock_c::Enter"));
+    EXPECT_THAT(
+        sThreads, ContainsRegex("\n#63 [^\n]+\n(    at [^\n]+\n)?\\.\\.\\. 192 or more frames left out \\.\\.\\.\n\n"));
     EXPECT_EQ(Section(RunAlone("read beside untraced", ZQSYMBOLS_PATH).sDetails, "Threads"),
         "(cut: the system does not let the helper trace this process: Operation not permitted)\n");
 }

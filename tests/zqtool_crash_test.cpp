@@ -49,12 +49,15 @@ thread: 4711 "render \x1B[31m"
     parameter this: Ship_c * = 0x10
     local Damage: Damage_t
         .iHull: int = 26 (0x1A)
+        ... 2 members left out ...
+    ... 3 variables left out ...
     something new
 #2 5566C95A41CD my\x20game+1CD Game_c::Tick<int>+5E
     at /srv/game/game.cpp:120
 ... 7 frames left out ...
 #10 7F0000001234 libc.so.6+1234 ?
 #11 00000001 ? ?
+... 40 or more frames left out ...
 (cut: the limit of 5 s)
 
 [Later]
@@ -99,11 +102,14 @@ Stack
     ... 7 frames left out ...
     #10  libc.so.6+1234
     #11  0x1
+    ... farther frames are left out ...
 
 Variables of frame 1
     parameter this: Ship_c * = 0x10
     local Damage: Damage_t
       .iHull: int = 26 (0x1A)
+      ... 2 members left out ...
+    ... 3 variables left out ...
 
 Other threads
     4712 "audio", waits for g_csAsync: futex_wait, called from Audio_c::Run (audio.cpp:12)
@@ -303,11 +309,11 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
     for (auto const & [sText, sExpected] : Rows_t<std::string, std::string>{ { "", ": the details are empty" },
              { "x\n", "(1): not the details of a crash: x" },
              { "ZQCore crash details 2\n", "(1): details of another version" },
-             { sDetails.substr(0, sDetails.find("\n[Modules]")), "(35): the details break off in [Threads]" },
-             { Replaced(sDetails, "[Modules]", "[Fault]"), "(37): out of order: [Fault]" },
+             { sDetails.substr(0, sDetails.find("\n[Modules]")), "(38): the details break off in [Threads]" },
+             { Replaced(sDetails, "[Modules]", "[Fault]"), "(40): out of order: [Fault]" },
              { Replaced(sDetails, "data: 00000010", "data: q"), "(6): not an address: data: q" },
              { Replaced(sDetails, "#1 5566", "#x 5566"), "(13): not a frame: #x" },
-             { Replaced(sDetails, "-5566C95A5000", ""), "(38): not a module: 5566C95A4000 01" } })
+             { Replaced(sDetails, "-5566C95A5000", ""), "(41): not a module: 5566C95A4000 01" } })
     {
         WriteDetails(sText);
         Result_s const Result = RunTool("crash " + m_Folder.Join(STEM) + ".rpt");

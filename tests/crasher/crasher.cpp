@@ -33,6 +33,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <memory>
@@ -129,6 +131,25 @@ extern "C"
     }
 }
 #endif
+
+namespace
+{
+    // A write to the file of details that has this text fails in a way of its own, once; null for none.
+    char const * g_szAtText = nullptr;
+    void (*g_fnAtText)(int hFile, void const * pBytes, std::size_t nBytes);
+}
+
+// Replaces the C library's function.
+extern "C" ssize_t write(int hFile, void const * pBytes, std::size_t nBytes)
+{
+    std::string_view const sText(static_cast<char const *>(pBytes), nBytes);
+    if (g_szAtText != nullptr && hFile > STDERR_FILENO && sText.find(g_szAtText) != std::string_view::npos)
+    {
+        g_szAtText = nullptr;
+        g_fnAtText(hFile, pBytes, nBytes);
+    }
+    return syscall(SYS_write, hFile, pBytes, nBytes);
+}
 
 namespace
 {
@@ -264,6 +285,7 @@ namespace
         { "throwdeep", HEAP, [] { CallDeep([] { throw std::runtime_error("deep"); }); } },
         { "abort", PLAIN, [] { std::abort(); } },
         { "values", HEAP, FaultAmongValues },
+        { "many", PLAIN, FaultAmongMany },
         { "depth", PLAIN, FaultInDepth },
         { "pure", HEAP, [] { Pure_s const Object; } },
     };
@@ -416,6 +438,22 @@ namespace
         Thread.Join();
     }
 
+    // A disk that stops in the middle of a write.
+    void StickHalfWay(int hFile, void const * pBytes, std::size_t nBytes)
+    {
+        syscall(SYS_write, hFile, pBytes, nBytes / 2);
+        pause();
+    }
+
+    void KillHelper(int, void const *, std::size_t)
+    {
+        char szChildren[64] = "";
+        int const hChildren = open("/proc/thread-self/children", O_RDONLY);
+        [[maybe_unused]] auto const n = read(hChildren, szChildren, sizeof szChildren - 1);
+        kill(std::atoi(szChildren), SIGKILL);
+        close(hChildren);
+    }
+
     // A host with a name, a long log and open timers.
     void BeBusy()
     {
@@ -424,7 +462,7 @@ namespace
         g_nProjectVersionMinor = 7;
         for (int i = 0; i < 40; ++i)
         {
-            Log("line %d", i);
+            Log("line %d%300s", i, "end");
         }
         Module_c::Register(ModuleProfiler_c::Get());
         Module_c::InitializeAllModules();
@@ -436,6 +474,10 @@ namespace
         { "busy", BeBusy },
         { "beside", StartThreads },
         { "untraced", ForbidTracing },
+        { "unstoppable", StartUnstoppable },
+        { "stucklog", [] { g_szAtText = "\n    | ", g_fnAtText = StickHalfWay; } },
+        { "stuckmodules", [] { g_szAtText = "\n[Modules]\n", g_fnAtText = StickHalfWay; } },
+        { "killhelper", [] { g_szAtText = "\n#20 ", g_fnAtText = KillHelper; } },
         { "printer",
             []
             {

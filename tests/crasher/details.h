@@ -71,6 +71,35 @@ inline void FaultAmongValues()
     __asm__ volatile("" : "+r"(nInRegister));
 }
 
+#define TEN(name) name##0, name##1, name##2, name##3, name##4, name##5, name##6, name##7, name##8, name##9
+
+// Returns an object whose type has a very long name.
+template <int DEPTH, typename T>
+auto Doubled(T Value)
+{
+    if constexpr (DEPTH == 0)
+    {
+        return Value;
+    }
+    else
+    {
+        return Doubled<DEPTH - 1>(std::pair(Value, Value));
+    }
+}
+
+// More variables than are shown, of which one has more members than are shown and one has a very long type.
+inline void FaultAmongMany()
+{
+    struct
+    {
+        int TEN(m_nA), TEN(m_nB), TEN(m_nC), TEN(m_nD), TEN(m_nE), TEN(m_nF), TEN(m_nG);
+    } Large = {};
+    [[maybe_unused]] auto const Long = Doubled<9>(0);
+    [[maybe_unused]] int volatile TEN(nA), TEN(nB), TEN(nC), TEN(nD), TEN(nE), TEN(nF), TEN(nG), TEN(nH), TEN(nI),
+        TEN(nJ), TEN(nK), TEN(nL), TEN(nM);
+    nM9 = Large.m_nA0 + *static_cast<int volatile *>(g_pNowhere);
+}
+
 constinit plat::Lock_c g_HostLock;
 plat::ForkLock_c const g_HostForkLock(g_HostLock);
 std::atomic<int> g_nBeside = 0;
@@ -94,12 +123,67 @@ void StartBeside(char const * szName, CALL Call)
     }
 }
 
-// One thread does nothing, one holds a lock and one waits for it.
+inline int Descend(int nFrames)
+{
+    return nFrames == 0 ? pause() : Descend(nFrames - 1) + 1;
+}
+
+// One thread does nothing, one does nothing deep in its stack, one holds a lock and one waits for it.
 inline void StartThreads()
 {
     StartBeside("idle", [](auto Ready) { Ready(); });
     StartBeside("holder", [](auto Ready) { g_HostLock.Enter(), Ready(); });
+    StartBeside("deep", [](auto Ready) { Ready(), Descend(300); });
     StartBeside("waiter", [](auto Ready) { Ready(), g_HostLock.Enter(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
+// Counts the threads that are traced.
+inline int CountTraced()
+{
+    int nTraced = 0;
+    for (auto const & Entry : std::filesystem::directory_iterator("/proc/self/task"))
+    {
+        std::ifstream Status(Entry.path() / "status");
+        for (std::string sLine; std::getline(Status, sLine);)
+        {
+            nTraced += sLine.starts_with("TracerPid:") && sLine != "TracerPid:\t0" ? 1 : 0;
+        }
+    }
+    return nTraced;
+}
+
+// Four threads wait for a child and do not stop until it ends. Prints the most threads that are traced at once.
+inline void StartUnstoppable()
+{
+    for (int i = 0; i < 4; ++i)
+    {
+        StartBeside("stuck",
+            [](auto Ready)
+            {
+                Ready();
+                if (vfork() == 0)
+                {
+                    prctl(PR_SET_PDEATHSIG, SIGKILL);
+                    pause();
+                    _exit(0);
+                }
+            });
+    }
+    std::thread(
+        []
+        {
+            for (int nMost = 0;;)
+            {
+                int const nTraced = CountTraced();
+                if (nTraced > nMost)
+                {
+                    nMost = nTraced;
+                    Say(("traced at once: " + std::to_string(nMost) + "\n").c_str());
+                }
+            }
+        })
+        .detach();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 

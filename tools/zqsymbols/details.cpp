@@ -73,13 +73,13 @@ namespace zqsymbols
             if (pLine != nullptr)
             {
                 sText += Print("    %c %u | ", i == Line.nLine ? '>' : ' ', i);
-                sText += Escaped(pLine->substr(0, SOURCE_SIZE)) + "\n";
+                sText += Escaped(Shortened(*pLine, SOURCE_SIZE)) + "\n";
             }
         }
         return sText;
     }
 
-    std::optional<Value_t> FrameLines_c::ValueOf(Variable_t const & Variable, Frame_t const & Frame) const
+    std::optional<Value_t> FrameLines_c::ValueOf(Variable_t const & Variable)
     {
         Value_t Value = { Variable.nType, 0, std::nullopt };
         switch (Variable.Place.ePlace)
@@ -91,27 +91,20 @@ namespace zqsymbols
             Value.nBits = Variable.Place.nValue;
             return Value;
         case PLACE_REGISTER:
-        {
-            auto const iRegister =
-                static_cast<unsigned>(std::min<std::uint64_t>(Variable.Place.nValue, plat::SYMBOL_REGISTERS));
-            if (!Frame.Registers.IsKnown(iRegister))
-            {
-                return std::nullopt;
-            }
-            Value.nBits = Frame.Registers.dValues[iRegister];
-            return Value;
-        }
+            Value.nBits = Variable.nRegister;
+            break;
         default:
             Value.nBits = ConstantOf(Variable.Die);
-            return Value.nBits ? std::optional(Value) : std::nullopt;
+            break;
         }
+        return Value.nBits ? std::optional(Value) : std::nullopt;
     }
 
     std::string FrameLines_c::Variable(Variable_t const & Variable)
     {
         std::string sText = Variable.eKind == plat::SYMBOL_PARAMETER ? "    parameter " : "    local ";
         sText += Escaped(Variable.sName) + ": " + Escaped(SpellTypeOf(m_Types, Variable.Die)) + " = ";
-        std::optional<Value_t> const Value = ValueOf(Variable, *m_pFrame);
+        std::optional<Value_t> const Value = ValueOf(Variable);
         bool const bRegister = Variable.Place.ePlace == PLACE_REGISTER;
         if (!Value)
         {
@@ -134,7 +127,6 @@ namespace zqsymbols
         std::optional<Line_t> Line = LineAt(m_Process, nInside);
         std::optional<Function_t> const Function = FunctionAt(m_Process, nInside);
         std::string const sPlace = " " + Address(Frame.nAddress) + " " + ModulePlace(m_Process, Frame.nAddress) + " ";
-        m_pFrame = &Frame;
         std::string sText;
         std::size_t nEnd = SIZE_MAX;   // of the scopes of a call
         std::size_t nShown = 0;
@@ -151,14 +143,17 @@ namespace zqsymbols
                               : "    at " + Escaped(Line->sFile) + ":" + std::to_string(Line->nLine) + "\n";
             for (Variable_t const & Each : dVariables)
             {
-                if (Each.iScope >= iScope && Each.iScope < nEnd && nShown++ < VARIABLES)
-                {
-                    sText += Variable(Each);
-                }
+                bool const bOfCall = Each.iScope >= iScope && Each.iScope < nEnd;
+                sText += bOfCall && nShown < VARIABLES ? Variable(Each) : "";
+                nShown += bOfCall ? 1 : 0;
             }
             nEnd = iScope;
             Line = i != 0 ? dCalls[i - 1].Place : std::nullopt;
             ++nNumber;
+        }
+        if (nShown > VARIABLES)
+        {
+            sText += "    ... " + std::to_string(nShown - VARIABLES) + " variables left out ...\n";
         }
         return sText;
     }
@@ -172,7 +167,7 @@ namespace zqsymbols
         {
             ++nFrames;
         }
-        bool const bEnd = m_Frames.Get(nFrames) == nullptr;
+        bool const bEnd = m_Frames.Get(nFrames) == nullptr && nFrames < Frames_c::FRAMES_MAX;
         if (nFrames <= NEAR + FAR && bEnd)
         {
             return "";

@@ -27,14 +27,13 @@ namespace zqsymbols
     private:
         std::string Variable(Variable_t const & Variable);
         std::string Source(Line_t const & Line, bool bAround);
-        std::optional<Value_t> ValueOf(Variable_t const & Variable, Frame_t const & Frame) const;
+        static std::optional<Value_t> ValueOf(Variable_t const & Variable);
 
         Process_c & m_Process;
         Types_c & m_Types;
         Variables_c & m_Variables;
         Values_c m_Values;
         SourceText_c m_Sources;
-        Frame_t const * m_pFrame = nullptr;   // of the variables
     };
 
     /// The frames of the thread that crashed, one after another.

@@ -144,7 +144,7 @@ namespace zqsymbols
                 return true;
             }
 
-            // A text that is too long for an answer is divided at the ends of lines.
+            // A text that is too long for an answer is divided at the ends of lines, which are cut so that each fits.
             bool AnswerDetail(std::uint64_t nSection, plat::SymbolAnswer_t & To)
             {
                 if (m_sDetail.empty())
@@ -153,17 +153,11 @@ namespace zqsymbols
                                 : nSection == plat::SECTION_THREADS ? m_ThreadLines.Next()
                                                                     : "";
                 }
-                std::string_view sPart = m_sDetail;
-                if (sPart.size() >= plat::SYMBOL_TEXT)
-                {
-                    sPart = sPart.substr(0, plat::SYMBOL_TEXT - 1);
-                    std::size_t const nLine = sPart.rfind('\n');
-                    if (nLine == std::string_view::npos)   // the rest of so long a line is left out
-                    {
-                        m_sDetail.erase(plat::SYMBOL_TEXT - 2, m_sDetail.find('\n') - (plat::SYMBOL_TEXT - 2));
-                    }
-                    sPart = sPart.substr(0, nLine == std::string_view::npos ? nLine : nLine + 1);
-                }
+                constexpr std::size_t LONGEST = plat::SYMBOL_TEXT - sizeof "...\n";
+                std::size_t const nFirst = std::min(m_sDetail.find('\n'), m_sDetail.size());
+                m_sDetail.replace(0, nFirst, Shortened(m_sDetail.substr(0, nFirst), LONGEST));
+                std::string_view sPart = std::string_view(m_sDetail).substr(0, plat::SYMBOL_TEXT - 1);
+                sPart = sPart.substr(0, sPart.rfind('\n') + 1);
                 bool const bMore = PutText(sPart, To);
                 m_sDetail.erase(0, bMore ? sPart.size() : m_sDetail.size());
                 return bMore;

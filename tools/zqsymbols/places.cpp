@@ -122,17 +122,6 @@ namespace zqsymbols
             return szProducer != nullptr && std::strncmp(szProducer, "GNU ", 4) == 0;
         }
 
-        std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers)
-        {
-            bool const bKnown = Place.ePlace != PLACE_UNKNOWN
-                                && (Place.ePlace != PLACE_REGISTER
-                                    || (Place.nValue < plat::SYMBOL_REGISTERS
-                                        && Registers.IsKnown(static_cast<unsigned>(Place.nValue))));
-            return !bKnown                          ? std::nullopt
-                   : Place.ePlace == PLACE_REGISTER ? std::optional(Registers.dValues[Place.nValue])
-                                                    : std::optional(Place.nValue);
-        }
-
         // Finds an entry value at the call, by the parameter that is passed in the register.
         std::optional<std::uint64_t> ValueAtCall(
             Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
@@ -173,6 +162,17 @@ namespace zqsymbols
             }
             return std::nullopt;
         }
+    }
+
+    std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers)
+    {
+        bool const bKnown =
+            Place.ePlace != PLACE_UNKNOWN
+            && (Place.ePlace != PLACE_REGISTER
+                || (Place.nValue < plat::SYMBOL_REGISTERS && Registers.IsKnown(static_cast<unsigned>(Place.nValue))));
+        return !bKnown                          ? std::nullopt
+               : Place.ePlace == PLACE_REGISTER ? std::optional(Registers.dValues[Place.nValue])
+                                                : std::optional(Place.nValue);
     }
 
     Surroundings_t SurroundingsOf(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit,

@@ -11,6 +11,10 @@ namespace zqsymbols
     Surroundings_t SurroundingsOf(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit,
         Dwarf_Die * pFunction, EntryValues_t & EntryValues, unsigned nCallers = 0);
 
+    /// Returns what a place's register holds, or the address or the value that the place is. Returns nothing if it is
+    /// unknown.
+    std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers);
+
     /// Returns the place that an attribute of a DIE says, at an address as the unit counts it.
     Place_t Locate(
         Process_c & Process, Surroundings_t Surroundings, Dwarf_Die * pDie, unsigned nAttribute, Dwarf_Addr nAddress);

@@ -97,24 +97,19 @@ namespace zqsymbols
                        ? sText + " (" + Hex(nBits, bNegative ? static_cast<int>((nWidth + 3) / 4) : 1) + ")"
                        : sText;
         }
+    }
 
-        std::string Cut(std::string sText)
+    std::string Shortened(std::string sText, std::size_t nMost)
+    {
+        if (sText.size() > nMost)
         {
-            if (sText.size() > VALUE_SIZE)
+            while (nMost > 0 && (sText[nMost] & 0xC0) == 0x80)   // in a character
             {
-                sText.resize(VALUE_SIZE);
-                while (!sText.empty() && (sText.back() & 0xC0) == 0x80)
-                {
-                    sText.pop_back();   // the rest of a character
-                }
-                if (!sText.empty() && (sText.back() & 0x80) != 0)
-                {
-                    sText.pop_back();
-                }
-                sText += "...";
+                --nMost;
             }
-            return sText;
+            sText.replace(nMost, std::string::npos, "...");
         }
+        return sText;
     }
 
     std::string Escaped(std::string const & sText)
@@ -422,7 +417,7 @@ namespace zqsymbols
         case DW_TAG_enumeration_type:
             return ShowEnumeration(Value, Type);
         case DW_TAG_array_type:
-            return Cut(ShowArray(Value, Type, nDepth));
+            return Shortened(ShowArray(Value, Type, nDepth), VALUE_SIZE);
         case DW_TAG_pointer_type:
         case DW_TAG_reference_type:
         case DW_TAG_rvalue_reference_type:
@@ -430,7 +425,7 @@ namespace zqsymbols
         case DW_TAG_structure_type:
         case DW_TAG_class_type:
         case DW_TAG_union_type:
-            return Cut(ShowStructure(Value, nDepth));
+            return Shortened(ShowStructure(Value, nDepth), VALUE_SIZE);
         default:
             std::optional<std::uint64_t> const nNumber = NumberAt(Value, 0, m_Types.GetSize(Value.nType));
             return nNumber ? Hex(*nNumber) : UNREADABLE;
@@ -450,8 +445,7 @@ namespace zqsymbols
             }
             if (nLeft-- <= 0)
             {
-                sText += nLeft == -1 ? sIndent + "...\n" : "";
-                return;
+                continue;
             }
             Dwarf_Die Owner = m_Types.GetOwner(nMember);
             std::string const sKnown = Show(Member, nDepth > 1 && IsStructure(nMember) ? 0 : 2);
@@ -479,6 +473,7 @@ namespace zqsymbols
         if (IsStructure(Whole.nType) && Show(Whole, 0) == LEFT_OUT)
         {
             AddMembers(Whole, sIndent, LEVELS, nLeft, sText);
+            sText += nLeft < 0 ? sIndent + "... " + std::to_string(-nLeft) + " members left out ...\n" : "";
         }
         return sText;
     }

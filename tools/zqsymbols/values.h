@@ -77,6 +77,9 @@ namespace zqsymbols
         Printers_c m_Printers;
     };
 
+    /// Returns a text cut at nMost bytes at the end of a character, with "..." after it, or the text if it is shorter.
+    std::string Shortened(std::string sText, std::size_t nMost);
+
     /// Returns a text with everything escaped that could end its line or command a terminal.
     std::string Escaped(std::string const & sText);
 }

@@ -56,7 +56,10 @@ namespace zqsymbols
                                                    : Place.ePlace == PLACE_REGISTER ? plat::PLACE_REGISTER
                                                                                     : plat::PLACE_NONE;
                 std::uint64_t const nAddress = ePlace == plat::PLACE_MEMORY ? Place.nValue : 0;
-                dVariables.push_back({ szName, eKind, ePlace, nAddress, Types.Add(pDie), Place, *pDie, m_iScope });
+                std::optional<std::uint64_t> const nRegister =
+                    Place.ePlace == PLACE_REGISTER ? ValueOf(Place, m_Surroundings.Registers) : std::nullopt;
+                dVariables.push_back(
+                    { szName, eKind, ePlace, nAddress, Types.Add(pDie), Place, nRegister, *pDie, m_iScope });
             }
 
             Process_c & m_Process;

@@ -14,7 +14,8 @@ namespace zqsymbols
         plat::SymbolPlace_e ePlace;
         std::uint64_t nAddress;
         plat::SymbolType_t nType;
-        Place_t Place;   // in full
+        Place_t Place;                            // in full
+        std::optional<std::uint64_t> nRegister;   // what its register holds
         Dwarf_Die Die;
         std::size_t iScope;   // which of ScopesAt (modules.h) it is in
     };

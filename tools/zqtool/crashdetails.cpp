@@ -38,7 +38,7 @@ namespace
         bool ReadSectionName(std::string_view sLine);
         void ReadLine(std::string_view sLine);
         void ReadFault(std::string_view sLine);
-        void ReadFrames(std::string_view sLine, std::vector<CrashFrame_t> & dFrames);
+        void ReadFrames(std::string_view sLine, CrashThread_t & Thread);
         void ReadThreads(std::string_view sLine);
         void ReadModule(std::string_view sLine);
         void ReadProcess(std::string_view sLine);
@@ -145,6 +145,10 @@ namespace
         else if (TakeNumber(sSource, 10) && sSource.starts_with(" |"))
         {
             AppendMember(Frame.dSource, std::string(sLine));
+        }
+        else if (TakeStart(sText, "... "))
+        {
+            AppendMember(Frame.dVariables, ReadVariable("...", sText, static_cast<int>(nBlanks / 4)));
         }
         else if (TakeStart(sText, "."))
         {
@@ -324,7 +328,7 @@ namespace
             ReadFault(sLine);
             break;
         case Section_e::Frames:
-            ReadFrames(sLine, Last().Thread.dFrames);
+            ReadFrames(sLine, Last().Thread);
             break;
         case Section_e::Threads:
             if (m_bAll)
@@ -391,12 +395,14 @@ namespace
         }
     }
 
-    void DetailsReader_c::ReadFrames(std::string_view sLine, std::vector<CrashFrame_t> & dFrames)
+    void DetailsReader_c::ReadFrames(std::string_view sLine, CrashThread_t & Thread)
     {
+        std::vector<CrashFrame_t> & dFrames = Thread.dFrames;
         std::string_view sRest = sLine;
         if (TakeStart(sRest, "... "))
         {
             m_nLeftOut = TakeNumber(sRest, 10).value_or(0);
+            Thread.bFarther = true;   // unless further ones follow
         }
         else if (TakeStart(sRest, "    ") && !dFrames.empty())
         {
@@ -414,6 +420,7 @@ namespace
                 return;
             }
             Frame->nLeftOut = std::exchange(m_nLeftOut, 0);
+            Thread.bFarther = false;
             // Inlined calls share the address of the function that they are part of.
             Frame->bReturn = !dFrames.empty() && (dFrames.back().bReturn || !dFrames.back().bInlined);
             m_bFull = !AppendMember(dFrames, std::move(*Frame)) || m_bFull;
@@ -431,7 +438,7 @@ namespace
         }
         else if (!dThreads.empty())
         {
-            ReadFrames(sLine, dThreads.back().dFrames);
+            ReadFrames(sLine, dThreads.back());
         }
         else if (Last().sThreadsNote.empty())
         {

@@ -62,7 +62,8 @@ namespace
     Json_t OfThread(CrashThread_t const & Thread)
     {
         return { { "number", TextOrNull(Thread.sNumber) }, { "name", TextOrNull(Thread.sName) },
-            { "lock", TextOrNull(Thread.sLock) }, { "frames", ArrayOf(Thread.dFrames, OfFrame) } };
+            { "lock", TextOrNull(Thread.sLock) }, { "frames", ArrayOf(Thread.dFrames, OfFrame) },
+            { "fartherFrames", Thread.bFarther } };
     }
 
     Json_t OfModule(CrashModule_t const & Module)
@@ -92,10 +93,10 @@ namespace
             { "instruction", AddressOrNull(Crash.Instruction) }, { "exception", TextOrNull(Crash.sException) },
             { "depth", TextOrNull(Crash.sDepth) },
             { "likelyFrame", pLikely != nullptr ? Json_t(pLikely - Crash.Thread.dFrames.data()) : Json_t() },
-            { "fartherFrames", Crash.bFarther }, { "thread", OfThread(Crash.Thread) },
-            { "threads", ArrayOf(Crash.dThreads, OfThread) }, { "modules", ArrayOf(Crash.dModules, OfModule) },
-            { "process", OfProcess(Crash) }, { "memory", Crash.dMemory }, { "timers", Crash.dTimers },
-            { "log", Crash.dLog }, { "incomplete", Crash.dCuts } };
+            { "thread", OfThread(Crash.Thread) }, { "threads", ArrayOf(Crash.dThreads, OfThread) },
+            { "modules", ArrayOf(Crash.dModules, OfModule) }, { "process", OfProcess(Crash) },
+            { "memory", Crash.dMemory }, { "timers", Crash.dTimers }, { "log", Crash.dLog },
+            { "incomplete", Crash.dCuts } };
     }
 
     // ASCII alone: no terminal obeys what a file holds.

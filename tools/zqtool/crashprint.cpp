@@ -118,7 +118,7 @@ namespace
             }
             AddFrame(Text, Frame, &Frame == pLikely);
         }
-        if (Crash.bFarther)
+        if (Crash.Thread.bFarther)
         {
             Text.Add("    ... farther frames are left out ...").End();
         }

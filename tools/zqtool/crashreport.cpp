@@ -243,7 +243,7 @@ namespace
         Crash_t & Crash = m_dCrashes.back();
         if (sLine.starts_with("("))   // "(farther frames are left out)"
         {
-            Crash.bFarther = true;
+            Crash.Thread.bFarther = true;
             return;
         }
         std::optional<CrashFrame_t> Frame = ReadFrame(sLine);
@@ -256,7 +256,7 @@ namespace
         Frame->bReturn = Frame->iNumber > 0;
         if (!AppendMember(Crash.Thread.dFrames, std::move(*Frame)))
         {
-            Crash.bFarther = true;
+            Crash.Thread.bFarther = true;
         }
     }
 
@@ -413,7 +413,7 @@ namespace
         if (Details.Thread.dFrames.empty())
         {
             Details.Thread.dFrames = std::move(Report.Thread.dFrames);
-            Details.bFarther = Report.bFarther;
+            Details.Thread.bFarther = Report.Thread.bFarther;
         }
         else
         {

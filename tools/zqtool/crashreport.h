@@ -13,9 +13,9 @@
 
 struct CrashVariable_t
 {
-    int nLevel = 0;      // 0 for a parameter or a local variable, 1 for its members, and so on
-    std::string sWord;   // "parameter" or "local"; empty for a member
-    std::string sName;
+    int nLevel = 0;       // 0 for a parameter or a local variable, 1 for its members, and so on
+    std::string sWord;    // "parameter" or "local"; empty for a member; "..." for others, which are left out
+    std::string sName;    // of "...": what is left out
     std::string sType;    // empty if unknown
     std::string sValue;   // empty for a variable whose members follow
 };
@@ -45,6 +45,7 @@ struct CrashThread_t
     std::string sName;   // empty if it has none
     std::string sLock;   // "holds LOCK", "waits for LOCK"; empty for none
     std::vector<CrashFrame_t> dFrames;
+    bool bFarther = false;   // frames farther out are not listed
 };
 
 struct CrashModule_t
@@ -80,7 +81,6 @@ struct Crash_t
     std::optional<std::uint64_t> Data, Instruction;
     std::string sFaultModule;   // path
     CrashThread_t Thread;       // the crashed one, with its frames
-    bool bFarther = false;      // frames farther out are not listed
     std::string sException, sDepth;
     std::vector<CrashThread_t> dThreads;
     std::string sThreadsNote;   // why there are no other threads
