@@ -211,6 +211,25 @@ TEST_F(ZqtoolCrash, ShowsAReportWithoutDetails)
     }
 }
 
+TEST_F(ZqtoolCrash, ShowsARecursionOnceWithTheNumberOfItsTurns)
+{
+    std::string sTurns;
+    for (int i = 1; i <= 12; ++i)
+    {
+        std::string const sNumber = "#" + std::to_string(i);
+        sTurns += sNumber + (i % 2 != 0 ? " 5566C95A4210 game+210 Visit+9\n" : " 5566C95A4220 game+220 Walk+7\n");
+    }
+    std::string const sDetails =
+        Replaced(Replaced(DETAILS, "#1 5566", sTurns + "#13 5566"), "#2 5566C95A41CD", "#14 5566C95A41CD");
+    EXPECT_THAT(RunTool("crash " + WriteDetails(sDetails)).sOutput,
+        HasSubstr("\nStack\n    #0   Abort+1C  zqcore/cdebug.cpp:7\n  > #1   Visit+9  game\n    #2   Walk+7  game\n"
+                  "    ... these 2 frames 5 more times, to #12 ...\n    #13  Ship_c::Hit [inlined]"));
+    std::string const sFew = sTurns.substr(0, sTurns.find("#7 "));
+    EXPECT_THAT(RunTool("crash " + WriteDetails(Replaced(DETAILS, "#1 5566", sFew + "#7 5566"))).sOutput,
+        HasSubstr("    #6   Walk+7  game\n    #7   Ship_c::Hit"))
+        << "three turns are shown";
+}
+
 TEST_F(ZqtoolCrash, ShowsWhatTheLibraryWrites)
 {
     SKIP_IF(!SharesMemoryUntilExec(), "no program starts from a fault here");
@@ -259,6 +278,13 @@ TEST_F(ZqtoolCrash, FoldsByCauseTheLargestGroupFirst)
     EXPECT_EQ(Json_t({ Largest["count"], Largest["first"], Largest["versions"]["Robots v2.8"],
                   Largest["sample"]["thread"]["frames"].size() }),
         Json_t({ 2, "2013-02-01 09:05:41", 1, 5u }));
+}
+
+TEST_F(ZqtoolCrash, AGroupOfOneDayShowsTheDayOnce)
+{
+    WriteDetails(DETAILS, "CrashReport_1");
+    WriteDetails(Replaced(DETAILS, "T09:05", "T17:59"), "CrashReport_2");
+    EXPECT_THAT(RunTool("crash --fold " + m_Folder.GetPath()).sOutput, HasSubstr("\n         2013-03-07, version "));
 }
 
 TEST_F(ZqtoolCrash, ThePageFiltersItsGroups)
@@ -350,6 +376,9 @@ TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
     std::string const sFile = " " + m_Folder.Join("CrashReport_*.rpt");
     EXPECT_THAT(
         RunTool("crash" + sFile).sOutput, ContainsRegex("^write to address 0x10 in stripped\\+[0-9A-F]+, thread"));
+    EXPECT_THAT(RunTool("crash" + sFile).sOutput,
+        ContainsRegex("\n  > #0 +stripped.*\n +no name in this file; --symbols FOLDER reads it from one with build-id "
+                      "[0-9a-f]{40}\n\nStack\n"));
     Result_s const Named = RunTool("crash --symbols " + m_Folder.Join("symbols") + sFile);
     if (Named.sOutput.find("needs a build with libdw") != std::string::npos)
     {

@@ -155,11 +155,13 @@ CommandRun_t PrepareCrash(CLI::App & App)
         ->type_name("")
         ->required();
     App.add_option("--symbols", pOptions->dSymbols,
-           "name addresses of stripped programs from files with debug information in FOLDER, by build-id")
+           "name addresses of stripped programs from the files in FOLDER with their build-ids and debug information: "
+           "unstripped programs, or what objcopy --only-keep-debug makes")
         ->type_name("FOLDER")
         ->allow_extra_args(false);
     App.add_flag("--fold", pOptions->bFold, "group the crashes by cause, the largest group first");
     App.add_option("--html", pOptions->sPage, "write the groups as one page; implies --fold")->type_name("OUT");
     App.add_flag("--json", pOptions->bJson, "print an object of JSON a line for each crash, or for each group");
+    App.footer("Exit status: 0, or 1 if a file is damaged, foreign or not readable. What could be read is shown.");
     return [pOptions] { return CrashRun_c(*pOptions).Run(); };
 }

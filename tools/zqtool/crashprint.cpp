@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <tuple>
 
 namespace
 {
@@ -96,7 +97,7 @@ namespace
         Text.End();
     }
 
-    void AddLikely(Text_c & Text, CrashFrame_t const & Frame)
+    void AddLikely(Text_c & Text, Crash_t const & Crash, CrashFrame_t const & Frame)
     {
         AddHead(Text, IsOwnFrame(Frame) ? "Likely frame" : "Innermost frame; none is the host's own");
         AddFrame(Text, Frame, true);
@@ -105,19 +106,77 @@ namespace
             bool const bMarked = sLine.starts_with('>');
             Text.Add("      ").Add(bMarked ? STYLE_TITLE : STYLE_QUIET, sLine).End();
         }
+        CrashModule_t const * const pModule = CrashModules_c(Crash).Find(Frame);
+        if (Frame.sFunction.empty() && pModule != nullptr && !pModule->sBuildId.empty())
+        {
+            Text.Add(
+                "      no name in this file; --symbols FOLDER reads it from one with build-id " + pModule->sBuildId);
+            Text.End();
+        }
+    }
+
+    bool IsSameCall(CrashFrame_t const & A, CrashFrame_t const & B)
+    {
+        return B.nLeftOut == 0
+               && std::tie(A.nAddress, A.sFunction, A.sFile, A.iLine, A.bInlined)
+                      == std::tie(B.nAddress, B.sFunction, B.sFile, B.iLine, B.bInlined);
+    }
+
+    // Frames of a recursion: a cycle, and how often it comes again at once.
+    struct Cycle_t
+    {
+        std::size_t nFrames = 1, nAgain = 0;
+    };
+
+    // Returns the shortest cycle at iFirst that comes again often enough to be left out, or a cycle that never does.
+    Cycle_t FindCycle(std::vector<CrashFrame_t> const & dFrames, std::size_t iFirst)
+    {
+        constexpr std::size_t MOST_FRAMES = 16, FEWEST_AGAIN = 3;
+        for (Cycle_t Cycle; Cycle.nFrames <= MOST_FRAMES; ++Cycle.nFrames)
+        {
+            std::size_t iEnd = iFirst + Cycle.nFrames;
+            while (iEnd < dFrames.size() && IsSameCall(dFrames[iEnd - Cycle.nFrames], dFrames[iEnd]))
+            {
+                ++iEnd;
+            }
+            Cycle.nAgain = (iEnd - iFirst) / Cycle.nFrames - 1;
+            if (Cycle.nAgain >= FEWEST_AGAIN)
+            {
+                return Cycle;
+            }
+        }
+        return {};
+    }
+
+    void AddFrames(Text_c & Text, std::vector<CrashFrame_t> const & dFrames, CrashFrame_t const * pLikely)
+    {
+        for (std::size_t i = 0; i < dFrames.size();)
+        {
+            Cycle_t const Cycle = FindCycle(dFrames, i);
+            for (std::size_t const iEnd = i + Cycle.nFrames; i < iEnd; ++i)
+            {
+                if (dFrames[i].nLeftOut > 0)
+                {
+                    Text.Add("    ... " + Counted(dFrames[i].nLeftOut, "frame") + " left out ...").End();
+                }
+                AddFrame(Text, dFrames[i], &dFrames[i] == pLikely);
+            }
+            if (Cycle.nAgain > 0)
+            {
+                i += Cycle.nFrames * Cycle.nAgain;
+                std::string const sFrames =
+                    Cycle.nFrames == 1 ? "this frame" : "these " + std::to_string(Cycle.nFrames) + " frames";
+                Text.Add("    ... " + sFrames + " " + Counted(Cycle.nAgain, "more time") + ", to #"
+                         + std::to_string(dFrames[i - 1].iNumber) + " ...");
+                Text.End();
+            }
+        }
     }
 
     void AddStack(Text_c & Text, Crash_t const & Crash, CrashFrame_t const * pLikely)
     {
         AddHead(Text, "Stack");
-        for (CrashFrame_t const & Frame : Crash.Thread.dFrames)
-        {
-            if (Frame.nLeftOut > 0)
-            {
-                Text.Add("    ... " + Counted(Frame.nLeftOut, "frame") + " left out ...").End();
-            }
-            AddFrame(Text, Frame, &Frame == pLikely);
-        }
+        AddFrames(Text, Crash.Thread.dFrames, pLikely);
         if (Crash.Thread.bFarther)
         {
             Text.Add("    ... farther frames are left out ...").End();
@@ -203,7 +262,7 @@ std::string CrashText(Crash_t const & Crash, bool bColours)
     CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames);
     if (pLikely != nullptr)
     {
-        AddLikely(Text, *pLikely);
+        AddLikely(Text, Crash, *pLikely);
         AddStack(Text, Crash, pLikely);
         if (!pLikely->dVariables.empty())
         {
@@ -240,8 +299,8 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         Text.End().Add(STYLE_MARK, szCount).Add(STYLE_TITLE, Group.sSignature).End();
         if (!Group.sFirst.empty())
         {
-            Text.Add("         " + Group.sFirst.substr(0, 10));
-            Text.Add(Group.sFirst == Group.sLast ? "" : " to " + Group.sLast.substr(0, 10));
+            std::string const sFirstDay = Group.sFirst.substr(0, 10), sLastDay = Group.sLast.substr(0, 10);
+            Text.Add("         " + sFirstDay + (sFirstDay == sLastDay ? "" : " to " + sLastDay));
             Text.Add(Group.dVersions.empty() ? "" : ", version " + VersionsText(Group)).End();
         }
         Text.Add(STYLE_QUIET, "         " + Group.Sample.sFile).End();
