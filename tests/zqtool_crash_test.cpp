@@ -230,6 +230,30 @@ TEST_F(ZqtoolCrash, ShowsARecursionOnceWithTheNumberOfItsTurns)
         << "three turns are shown";
 }
 
+TEST_F(ZqtoolCrash, NamesTheHostsFunctionAsTheCauseNotTheRuntimeThatEndsTheProcess)
+{
+    std::string const sException = Replaced(
+        DETAILS, "kind: write\ndata: 00000010", "kind: exception\nexception: std::runtime_error: no harbour: Bergen");
+    std::string const sThrown = Replaced(sException, "C0000005 ACCESS_VIOLATION", "E06D7363 Uncaught C++ exception");
+    std::string const sTrap = Replaced(Replaced(DETAILS, "C0000005 ACCESS_VIOLATION", "80000003 BREAKPOINT"),
+        "kind: write\ndata: 00000010", "kind: trap");
+    std::string const sAbort =
+        Replaced(Replaced(sTrap, "kind: trap", "kind: abort"), "80000003 BREAKPOINT", "40000015 x");
+    std::string const sFunctions = "Ship_c::Hit < Game_c::Tick<int>";
+    for (auto const & [sDetails, sHeadline, sSignature] : Rows_t<std::string, std::string, std::string>{
+             { sThrown, "uncaught exception std::runtime_error: no harbour: Bergen", "exception std::runtime_error: " },
+             { sAbort, "abort", "abort: " }, { sTrap, "call of Abort", "trap: " },
+             { Replaced(sTrap, "165 Abort", "165 AssertFailed"), "failed assertion", "trap: " },
+             { Replaced(sTrap, "165 Abort", "165 Other"), "breakpoint in Other, called from",
+                 "trap in libzqcore.so.0: " } })
+    {
+        Json_t const Crash = Json_t::parse(RunTool("crash --json " + WriteDetails(sDetails)).sOutput);
+        std::string const sPlace = sHeadline.ends_with("from") ? " Ship_c::Hit (" : " in Ship_c::Hit (";
+        EXPECT_THAT(Crash["headline"].get<std::string>(), testing::StartsWith(sHeadline + sPlace));
+        EXPECT_EQ(Crash["signature"], sSignature + sFunctions);
+    }
+}
+
 TEST_F(ZqtoolCrash, ShowsWhatTheLibraryWrites)
 {
     SKIP_IF(!SharesMemoryUntilExec(), "no program starts from a fault here");

@@ -91,6 +91,45 @@ namespace
                || sFunction == "_start";
     }
 
+    // Complaints of the library that end the process by a breakpoint.
+    struct Raiser_t
+    {
+        char const * szFunction;
+        char const * szText;
+    };
+    constexpr Raiser_t RAISERS[] = { { "Abort", "call of Abort" }, { "AssertFailed", "failed assertion" } };
+
+    // Returns the complaint that a trap comes from, or null.
+    Raiser_t const * RaiserOf(Crash_t const & Crash)
+    {
+        if (Crash.sKind != "trap")
+        {
+            return nullptr;
+        }
+        for (CrashFrame_t const & Frame : Crash.Thread.dFrames)
+        {
+            if (IsOwnFrame(Frame))
+            {
+                break;
+            }
+            for (Raiser_t const & Raiser : RAISERS)
+            {
+                bool const bLibrary = IsLibraryModule(Frame.sModule) || IsLibraryFile(Frame.sFile);
+                if (bLibrary && Frame.sFunction == Raiser.szFunction)
+                {
+                    return &Raiser;
+                }
+            }
+        }
+        return nullptr;
+    }
+
+    // Whether the innermost frames only carry out what the host's own code has asked for.
+    bool IsRaised(Crash_t const & Crash)
+    {
+        return Crash.sKind == "exception" || Crash.sKind == "abort" || RaiserOf(Crash) != nullptr;
+    }
+
     std::string Hexadecimal(std::uint64_t nNumber)
     {
         char szNumber[24];
@@ -111,6 +150,10 @@ namespace
             return Accessed(Crash, Crash.sKind == "read"    ? "read of"
                                    : Crash.sKind == "write" ? "write to"
                                                             : "execution of");
+        }
+        if (Raiser_t const * const pRaiser = RaiserOf(Crash))
+        {
+            return pRaiser->szText;
         }
         CodeKind_t const * const pCode = FindCode(Crash.nCode);
         std::string sText = pCode != nullptr ? pCode->szText
@@ -259,9 +302,10 @@ std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames)
 std::string CrashHeadline(Crash_t const & Crash)
 {
     std::string sText = CauseText(Crash);
-    if (!Crash.Thread.dFrames.empty())
+    if (CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames))
     {
-        sText += " in " + CrashPlace(Crash.Thread.dFrames);
+        bool const bOwnAlone = IsRaised(Crash) && IsOwnFrame(*pLikely);
+        sText += " in " + (bOwnAlone ? PlaceText(*pLikely) : CrashPlace(Crash.Thread.dFrames));
     }
     else if (Crash.Instruction)
     {
@@ -278,7 +322,15 @@ std::string CrashHeadline(Crash_t const & Crash)
 std::string CrashSignature(Crash_t const & Crash)
 {
     std::string sText = Crash.sKind;
-    sText += Crash.sFaultModule.empty() ? "" : " in " + std::string(FileNameOf(Crash.sFaultModule));
+    if (IsRaised(Crash))
+    {
+        std::string const sType = Crash.sException.substr(0, Crash.sException.find(": "));
+        sText += sType.empty() ? "" : " " + sType;
+    }
+    else if (!Crash.sFaultModule.empty())
+    {
+        sText += " in " + std::string(FileNameOf(Crash.sFaultModule));
+    }
     char const * szBefore = ": ";
     for (std::string const & sName : FunctionsOf(Crash))
     {

@@ -35,6 +35,7 @@ std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
 /// Returns what happened, in one line.
 std::string CrashHeadline(Crash_t const & Crash);
 
-/// Returns what crashes of the same cause have in common: the kind, the module, and up to three functions of the host,
-/// the innermost first. Holds no address; a frame without a name counts by its place in its module.
+/// Returns what crashes of the same cause have in common: the kind, the module or an exception's type, and up to three
+/// functions of the host, the innermost first. Holds no address; a frame without a name counts by its place in its
+/// module.
 std::string CrashSignature(Crash_t const & Crash);
