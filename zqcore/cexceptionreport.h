@@ -55,9 +55,9 @@ public:
     ExceptionReport_c & operator=(ExceptionReport_c const &) = delete;
 
     /// Sets the folder of the reports and the log's name, each cut at 1023 characters. A relative folder counts from
-    /// the current folder at this call, or at the crash if the absolute path is too long. Empty at start: reports then go to the root. Also reads the difference from UTC
-    /// for the names of reports, which carry local time: a later change to or from summer time is not seen. Opens the
-    /// descriptors for a crash again if the host has closed them.
+    /// the current folder at this call, or at the crash if the absolute path is too long. Empty at start: reports then
+    /// go to "/". Also reads the difference from UTC for the names of reports, which carry local time: a later change to
+    /// or from summer time is not seen. Opens the descriptors for a crash again if the host has closed them.
     ZQ_API void SetLogFileName(wchar_t const * sFolder, wchar_t const * sName);
 
     /// Sets the log's name to the executable's path, with RPT in place of the three characters after its first dot,
@@ -71,8 +71,9 @@ public:
 
     /// Adds how values of a type are shown in the file of details. The type's name has its namespaces; `*` in it is any
     /// text. In the template `{name}` is the value of a member, `{name.name}` that of a member's member, and all else is
-    /// copied: "({x}, {y}, {z})". A later addition for a name comes first. Copies both texts. Returns false if there are
-    /// 32 already, or a text is longer than 127 and 255 bytes. Requires that no other thread adds or crashes.
+    /// copied: "({x}, {y}, {z})". A member that the type does not have is shown as "(no member x)". A later addition for
+    /// a name comes first. Copies both texts. Returns false if there are 32 already, or a text is longer than 127 and
+    /// 255 bytes. Requires that no other thread adds or crashes.
     ZQ_API static bool AddTypePrinter(char const * szType, char const * szTemplate);
 
     /// Returns the folder and the name as they were set.

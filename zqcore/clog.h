@@ -35,7 +35,8 @@ extern ZQ_API std::FILE * g_pMessageLogFile;
 extern ZQ_API int g_iLogFrameCounter;
 
 /// Sets folder and name of the main log and passes them to the crash report. Call it before LogInit. The folder ends in
-/// a separator, because nothing is inserted before the name. A relative folder is below the current one. Makes the
+/// a separator, because nothing is inserted before the name. Without one the name continues the last level, which is
+/// not made, and a crash leaves no report if it does not exist. A relative folder is below the current one. Makes the
 /// missing levels of the folder. Both texts are cut at 1023 characters; null is an empty text.
 ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
 

@@ -117,7 +117,7 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(std::uint32_t iTimer);
 ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
-/// thread.
+/// thread. FileName_c is in cfilename.h.
 /// - A second call ends the first file. An empty name does nothing.
 /// - On failure FileOpenTracker complains, the file is logged, and there is no stats file.
 /// - A forked process has no stats file until it names its own.

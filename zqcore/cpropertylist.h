@@ -5,7 +5,8 @@
 // ignored. Names compare without regard to ASCII case; names and values are returned in lower case. UTF-8's byte order
 // mark is skipped.
 //
-// Ownership: the file stays open until the next Open or the destructor. Texts are copied to the caller.
+// Ownership: the file stays open until the next Open or the destructor, which must come before ModuleFile_c shuts down.
+// Texts are copied to the caller.
 // Threads: one thread for each object.
 // Cost: FindProp, StartProp and StartVal scan the file again, linear in its length, so they see a refreshed file. A
 // walk allocates a copy of each text.

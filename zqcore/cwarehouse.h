@@ -9,7 +9,8 @@
 // search fails, and every column is missing. If an open file is refreshed, the next search sees the new text; the
 // header stays as it was, and a walk of NextIdent ends.
 //
-// Ownership: the warehouse owns its file or its copy of the text. Texts are copied to the caller.
+// Ownership: the warehouse owns its file or its copy of the text. An open file requires that the warehouse ends before
+// ModuleFile_c shuts down. Texts are copied to the caller.
 // Threads: one thread for each warehouse.
 // Cost: a search is linear in the file; skipping lines allocates nothing. The work line allocates its cells. The Get
 // functions allocate nothing.
