@@ -15,6 +15,8 @@ try:
 except ImportError:
     gdb = None
 
+LATE = "late: "
+
 
 def row_of(mode, root):
     with open(f"{root}/tests/values/modes.txt") as file:
@@ -26,8 +28,11 @@ def row_of(mode, root):
 
 
 def build_and_compare(mode, root, libraries):
-    compiler, after = row_of(mode, root)
-    for tool in ["gdb", "ld.lld" if "lld" in compiler else "ld"] + [part.split()[0] for part in [compiler] + after]:
+    compiler, commands = row_of(mode, root)
+    late = [part[len(LATE):] for part in commands if part.startswith(LATE)]
+    after = [part for part in commands if not part.startswith(LATE)]
+    programs = [part.split()[0] for part in [compiler] + after + late]
+    for tool in ["gdb", "ld.lld" if "lld" in compiler else "ld"] + programs:
         if shutil.which(tool) is None:
             print(f"skipped: {tool} is missing")
             sys.exit(77)
@@ -38,7 +43,8 @@ def build_and_compare(mode, root, libraries):
                         f"{compiler} values.o -o values {link}"] + after:
             subprocess.run(command, cwd=folder, shell=True, check=True)
         result = subprocess.run(["gdb", "-nx", "-batch", "-x", os.path.realpath(__file__), "values"], cwd=folder,
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+                                env={**os.environ, "VALUES_LATE": " && ".join(late)}, stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         print(result.stdout)
         match = re.search(r"compared (\d+) variables, (\d+) differ", result.stdout)
         sys.exit(0 if match and int(match[1]) >= 10 and int(match[2]) == 0 else 1)
@@ -146,6 +152,7 @@ def compare():
     gdb.execute("handle SIGSEGV stop print pass")
     gdb.execute("run")
     expected = gdb_frames()
+    subprocess.run(os.environ["VALUES_LATE"], shell=True, check=True)
     gdb.execute("continue")
     found = report_frames(glob.glob("CrashReport_*.rpt")[0])
     count = differ = 0
