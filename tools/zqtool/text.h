@@ -13,5 +13,8 @@ std::string PrintableLine(std::string_view sText);
 /// Returns the text for the content of an HTML element or for an attribute in double quotes.
 std::string HtmlEscaped(std::string_view sText);
 
-/// Returns UTF-8 as a JSON string with its quotes. It holds no '<', so it may be part of a script element.
+/// Appends the text as a JSON string in ASCII, with its quotes. U+FFFD replaces each byte that is not UTF-8.
+void AppendJsonQuoted(std::string & sTo, std::string_view sText);
+
+/// Returns the text likewise. It holds no '<', so it may be part of a script element.
 std::string JsonQuoted(std::string_view sText);
