@@ -304,11 +304,25 @@ TEST_F(ZqtoolCrash, FoldsByCauseTheLargestGroupFirst)
         Json_t({ 2, "2013-02-01 09:05:41", 1, 5u }));
 }
 
-TEST_F(ZqtoolCrash, AGroupOfOneDayShowsTheDayOnce)
+TEST_F(ZqtoolCrash, CountsTheVersionsOfEachGroupInOrder)
 {
-    WriteDetails(DETAILS, "CrashReport_1");
-    WriteDetails(Replaced(DETAILS, "T09:05", "T17:59"), "CrashReport_2");
-    EXPECT_THAT(RunTool("crash --fold " + m_Folder.GetPath()).sOutput, HasSubstr("\n         2013-03-07, version "));
+    std::string const sDetails = DETAILS, sOther = Replaced(sDetails, "Ship_c::Hit [inlined]", "Sink [inlined]");
+    std::string const sNine = Replaced(sDetails, "v2.7", "v2.9"), sTen = Replaced(sDetails, "v2.7", "v2.10");
+    WriteDetails(Replaced(sNine, "memory:", "host: Robots v9.9\nmemory:"), "CrashReport_1");
+    WriteDetails(sTen, "CrashReport_2");
+    // Only whole lines count: these break off within the version, and before it.
+    WriteDetails(sTen.substr(0, sTen.find("v2.10") + 4), "CrashReport_cut");
+    WriteDetails(sTen.substr(0, sTen.find("[Process]")), "CrashReport_short");
+    WriteDetails(Replaced(Replaced(sOther, "v2.7", "v2.10.1"), "2013-03", "some day"), "CrashReport_3");
+    WriteReport(std::string(HEAD) + STACK, "CrashReport_4");              // without details
+    WriteDetails(Replaced(sNine, "T09:05", "T17:59"), "CrashReport_5");   // of the same day
+    EXPECT_THAT(RunTool("crash --fold " + m_Folder.GetPath()).sOutput,
+        ContainsRegex("7 crashes in 3 groups\n\n +5  write in [^\n]*: Ship_c::Hit [^\n]*\n"
+                      " +2013-03-07, version Robots v2.9 \\(2\\), Robots v2.10 \\(1\\)\n[^\n]*\n\n"
+                      " +1  access in [^\n]*\n[^\n]*CrashReport_4.rpt\n\n"
+                      " +1  write in [^\n]*: Sink [^\n]*\n +version Robots v2.10.1\n"));
+    std::string const sJson = RunTool("crash --json " + m_Folder.Join("CrashReport_1_details.txt")).sOutput;
+    EXPECT_EQ(Json_t::parse(sJson)["process"]["host"], "Robots v2.9") << "the first one of a repeated key";
 }
 
 TEST_F(ZqtoolCrash, ThePageFiltersItsGroups)

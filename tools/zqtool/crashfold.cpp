@@ -5,6 +5,34 @@
 #include <algorithm>
 #include <tuple>
 
+namespace
+{
+    // Removes a number, or else one character. Of a number returns first its digits' count, so that the longer is larger.
+    std::pair<std::size_t, std::string_view> TakePart(std::string_view & sText)
+    {
+        constexpr char DIGITS[] = "0123456789";
+        std::size_t const nDigits = std::min(sText.find_first_not_of(DIGITS), sText.size());
+        std::size_t const nZeros = std::min(sText.find_first_not_of('0'), nDigits);
+        std::string_view const sPart = sText.substr(nZeros, nDigits > 0 ? nDigits - nZeros : 1);
+        sText.remove_prefix(nZeros + sPart.size());
+        return { sPart.size(), sPart };
+    }
+}
+
+bool VersionLess_t::operator()(std::string_view sA, std::string_view sB) const
+{
+    std::string_view sRestA = sA, sRestB = sB;
+    while (!sRestA.empty() && !sRestB.empty())
+    {
+        auto const PartA = TakePart(sRestA), PartB = TakePart(sRestB);
+        if (PartA != PartB)
+        {
+            return PartA < PartB;
+        }
+    }
+    return std::tuple(sRestA.size(), sA) < std::tuple(sRestB.size(), sB);
+}
+
 void CrashFold_c::Add(Crash_t Crash)
 {
     std::string sSignature = CrashSignature(Crash);

@@ -6,14 +6,20 @@
 #include <map>
 #include <unordered_map>
 
+/// Orders texts with numbers in them: "v2.9" is before "v2.10".
+struct VersionLess_t
+{
+    bool operator()(std::string_view sA, std::string_view sB) const;
+};
+
 /// Crashes with the same signature.
 struct CrashGroup_t
 {
     std::string sSignature;
     std::size_t nCount = 0;
-    std::string sFirst, sLast;                      // times; empty if none is known
-    std::map<std::string, std::size_t> dVersions;   // of the host, with their crashes
-    Crash_t Sample;                                 // the latest with details, or else the latest
+    std::string sFirst, sLast;                                     // times; empty if none is known
+    std::map<std::string, std::size_t, VersionLess_t> dVersions;   // of the host, with their crashes
+    Crash_t Sample;                                                // the latest with details, or else the latest
 };
 
 class CrashFold_c

@@ -19,6 +19,10 @@ bool CrashLines_c::Next(std::string_view & sLine)
     sLine = m_sRest.substr(0, iEnd);
     m_bBroken = iEnd == std::string_view::npos;
     m_sRest.remove_prefix(m_bBroken ? m_sRest.size() : iEnd + 1);
+    if (m_bBroken && m_iLine > 1)
+    {
+        return Next(sLine);   // a text that is cut would pass for another one
+    }
     if (sLine.ends_with('\r'))
     {
         sLine.remove_suffix(1);
@@ -38,10 +42,7 @@ bool CrashLines_c::Next(std::string_view & sLine)
 
 void CrashLines_c::ComplainOf(char const * szWhat, std::string_view sLine) const
 {
-    if (!m_bBroken)
-    {
-        Complain(std::string(szWhat) + ": " + StartOf(sLine));
-    }
+    Complain(std::string(szWhat) + ": " + StartOf(sLine));
 }
 
 std::string CrashLines_c::StartOf(std::string_view sLine)

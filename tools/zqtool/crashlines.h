@@ -17,14 +17,14 @@ public:
         , m_bZeros(sText.find('\0') != std::string_view::npos)
     {}
 
-    /// Sets the next line, without its end. Returns false after the last one. A line of more than 64 KB is cut.
-    /// Reports lines that are damaged.
+    /// Sets the next line, without its end. Returns false after the last one. A line of more than 64 KB is cut. One that
+    /// the file breaks off within is skipped unless it is the first. Reports lines that are damaged.
     bool Next(std::string_view & sLine);
 
     /// Reports what is wrong with the current line.
     void Complain(std::string const & sText) const { m_fnComplain(m_iLine, sText); }
 
-    /// Reports likewise, with the start of the line. A line that the file breaks off within is reported at its end.
+    /// Reports likewise, with the start of the line.
     void ComplainOf(char const * szWhat, std::string_view sLine) const;
 
     /// Returns the start of a line for a report.
@@ -34,7 +34,7 @@ private:
     std::string_view m_sRest;
     CrashComplain_t const & m_fnComplain;
     std::size_t m_iLine = 0;
-    bool m_bBroken = false;   // the current line has no end
+    bool m_bBroken = false;   // the last line has no end
     bool m_bZeros;            // not yet reported
 };
 

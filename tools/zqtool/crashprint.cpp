@@ -297,11 +297,13 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         char szCount[32];
         std::snprintf(szCount, sizeof szCount, "%7zu  ", Group.nCount);
         Text.End().Add(STYLE_MARK, szCount).Add(STYLE_TITLE, Group.sSignature).End();
-        if (!Group.sFirst.empty())
+        std::string const sFirstDay = Group.sFirst.substr(0, 10), sLastDay = Group.sLast.substr(0, 10);
+        std::string sFacts = sFirstDay + (sFirstDay == sLastDay ? "" : " to " + sLastDay);
+        sFacts += sFacts.empty() || Group.dVersions.empty() ? "" : ", ";
+        sFacts += Group.dVersions.empty() ? "" : "version " + VersionsText(Group);
+        if (!sFacts.empty())
         {
-            std::string const sFirstDay = Group.sFirst.substr(0, 10), sLastDay = Group.sLast.substr(0, 10);
-            Text.Add("         " + sFirstDay + (sFirstDay == sLastDay ? "" : " to " + sLastDay));
-            Text.Add(Group.dVersions.empty() ? "" : ", version " + VersionsText(Group)).End();
+            Text.Add("         " + sFacts).End();
         }
         Text.Add(STYLE_QUIET, "         " + Group.Sample.sFile).End();
     }
