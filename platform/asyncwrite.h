@@ -13,6 +13,7 @@
 
 namespace plat
 {
+    /// A file that is written at offsets, one write at a time.
     class AsyncFile_c
     {
     public:

@@ -14,9 +14,10 @@ namespace plat
 {
     inline constexpr int DEBUG_REGISTERS = 4;
 
+    /// Contents of the debug registers.
     struct DebugRegisters_t
     {
-        /// The two-bit codes of the control word.
+        /// Two-bit codes of the control word for the length in bytes.
         enum Length_e : int
         {
             LENGTH_1 = 0,
@@ -24,21 +25,25 @@ namespace plat
             LENGTH_8 = 2,
             LENGTH_4 = 3
         };
+
+        /// Two-bit codes of the control word for the kind of access.
         enum Access_e : int
         {
             ACCESS_EXECUTE = 0,   // requires LENGTH_1
             ACCESS_WRITE = 1,
-            ACCESS_PORT = 2,   // useless to a program: refused
+            ACCESS_PORT = 2,   // only for the kernel: refused
             ACCESS_READ_WRITE = 3
         };
 
         std::uintptr_t dAddress[DEBUG_REGISTERS];   // aligned to the length
-        std::uint32_t nControl;
+        std::uint32_t nControl;                     // the control word
 
+        /// Return the enable bit of register i in the control word, and the positions of its two-bit codes.
         static constexpr std::uint32_t EnableBit(int i) { return 1U << (2 * i); }
         static constexpr int AccessShift(int i) { return 16 + 4 * i; }
         static constexpr int LengthShift(int i) { return 18 + 4 * i; }
 
+        /// Return whether register i is enabled, its Access_e and its Length_e.
         bool IsEnabled(int i) const { return (nControl & EnableBit(i)) != 0; }
         std::uint32_t GetAccess(int i) const { return nControl >> AccessShift(i) & 3; }
         std::uint32_t GetLength(int i) const { return nControl >> LengthShift(i) & 3; }

@@ -20,7 +20,7 @@
 
 namespace plat
 {
-    /// True if this build runs under the address checker.
+    /// Whether this build runs under the address checker.
     constexpr bool ADDRESS_CHECKER = ZQ_ADDRESS_CHECKER;
 
     /// Makes each access to these bytes an error that the checker reports. The checker works in units of 8 bytes, so an

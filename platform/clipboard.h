@@ -21,7 +21,8 @@ namespace plat
     /// clipboard is made of files, a place is a folder. Copies the text. Requires a closed clipboard.
     ZQ_API void ClipboardSetFolder(char const * szFolder);
 
-    /// Returns the number of a format. Names that differ in ASCII case only have the same number. On failure returns 0.
+    /// Registers a format and returns its number. Names that differ in ASCII case only have the same number. On failure
+    /// returns 0.
     unsigned int ClipboardRegisterFormat(char const * szName);
 
     /// Opens the clipboard without waiting. Returns false if any process has it open, or if it can't be reached.
@@ -44,10 +45,10 @@ namespace plat
     /// Frees a block that does not belong to the clipboard. Null does nothing.
     void ClipboardBlockFree(ClipboardBlock_t hBlock);
 
-    /// Returns the bytes of a block.
+    /// Returns the size of a block in bytes.
     std::size_t ClipboardBlockSize(ClipboardBlock_t hBlock);
 
-    /// Returns the block's bytes, which are valid until it is unlocked. On failure returns null.
+    /// Locks a block and returns its bytes, which are valid until the block is unlocked. On failure returns null.
     char * ClipboardBlockLock(ClipboardBlock_t hBlock);
 
     /// Unlocks a block. Null does nothing.
@@ -65,7 +66,9 @@ namespace plat
     /// Waits between two attempts to open the clipboard.
     void ClipboardWait(unsigned int nMilliseconds);
 
-    /// Replaces the wait function; null restores the default. Returns the previous one. For tests.
+    /// Function that waits.
     using ClipboardWait_t = void (*)(unsigned int nMilliseconds);
+
+    /// Replaces the wait function, for tests; null restores the default. Returns the previous one.
     ClipboardWait_t ClipboardSetWait(ClipboardWait_t fnWait);
 }

@@ -19,6 +19,7 @@ namespace plat
     constexpr std::size_t HEAP_FILL_LIMIT = 512;   // bytes up to which a block is filled whole
     constexpr std::size_t HEAP_FILL_ENDS = 128;    // bytes filled at either end of a larger block
 
+    /// Event of which a hook is informed.
     enum class HeapEvent_e
     {
         Alloc = 1,
@@ -37,23 +38,24 @@ namespace plat
         std::size_t nOwn = 0;
     };
 
-    /// Called with the heap's lock held, before a block enters or leaves the list. Its arguments are the block, its
-    /// size and its word.
+    /// Hook that is called with the heap's lock held, before a block enters or leaves the list. Its arguments are the
+    /// block, its size and its word.
     using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType);
 
-    /// Called when no memory is available. The heap tries again if it returns true.
+    /// Function that is called when no memory is available. The heap tries again if it returns true.
     using HeapFailure_t = bool (*)(std::size_t nBytes);
 
-    /// Returns the text that reports show for a block's word.
+    /// Function that returns the text that reports show for a block's word.
     using HeapWordName_t = char const * (*)(std::uint32_t dwType);
 
-    /// Called for each block that still lives when the process ends.
+    /// Function that is called for each block that still lives when the process ends.
     using HeapDump_t = void (*)(HeapBlock_t const & Block);
 
-    /// Receives the heap's reports.
+    /// Function that receives the heap's reports.
     using HeapReport_t = void (*)(char const * szText);
 
-    /// Returns a new block, aligned for any type. Returns null if there is no memory and the failure handler gives up.
+    /// Allocates a block, aligned for any type, and returns it. Returns null if there is no memory and the failure
+    /// handler gives up.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine);
 
     /// Narrows a live block to the bytes that its caller sees. What follows them becomes part of the fence, and

@@ -9,6 +9,7 @@
 
 namespace plat
 {
+    /// Buttons of a dialog.
     enum class DialogButtons_e
     {
         Ok,
@@ -29,6 +30,7 @@ namespace plat
         No = 7
     };
 
+    /// Icon of a dialog.
     enum class DialogIcon_e
     {
         Error,
@@ -43,6 +45,7 @@ namespace plat
         AlwaysOnTop
     };
 
+    /// A dialog to show. The texts and the window stay the caller's.
     struct Dialog_t
     {
         char const * szText = "";
@@ -54,19 +57,20 @@ namespace plat
         void * pOwner = nullptr;   // a window of the host, or null
     };
 
-    /// Called on the thread that complains. Several threads may call it at a time.
+    /// Function that shows a dialog and returns the answer. It runs on the thread that calls DialogShow. Several
+    /// threads may call it at a time.
     using DialogHandler_t = DialogAnswer_e (*)(Dialog_t const & Dialog);
 
-    /// Shows the dialog, waits for the answer and returns it. Any thread. In a fault filter the prompt at the terminal
-    /// lets the keys that end or stop a process act, and SIGTERM: they have their default effect, whatever the host has
-    /// set.
+    /// Shows the dialog, waits for the answer and returns it. Any thread. In a fault filter, while the terminal
+    /// prompts, SIGTERM and the keys that end or stop a process have their default effect, whatever handlers the host
+    /// has set.
     ZQ_API DialogAnswer_e DialogShow(Dialog_t const & Dialog);
 
     /// Prints a caption and a text on standard error, as an unattended dialog does. Any thread. Uses no heap and no
     /// lock, so a fault filter may call it.
     ZQ_API void DialogPrint(char const * szCaption, char const * szText);
 
-    /// Prints a line on standard error. Otherwise as DialogPrint.
+    /// Prints a line on standard error. Any thread. Uses no heap and no lock, so a fault filter may call it.
     void DialogPrintLine(char const * szLine);
 
     /// Returns whether a user can answer: at a host's dialog or at a terminal.

@@ -57,7 +57,7 @@ namespace plat
         std::uint32_t nThread;      // the system's number of the thread
     };
 
-    /// What the faulting instruction did with memory.
+    /// Access to memory by the faulting instruction.
     enum class FaultAccess_e : std::uint8_t
     {
         NoMemory,   // the fault is not one of memory
@@ -67,31 +67,33 @@ namespace plat
         Execute
     };
 
+    /// A fault: its kind, its instruction and the memory that was accessed.
     struct FaultRecord_t
     {
         std::uint32_t nCode;             // FAULT_*
         std::uintptr_t Address;          // of the instruction; a breakpoint's own, though it has been executed
-        std::uintptr_t dParameters[2];   // if eAccess is not None: first, not 0 for a write; second, the address
+        std::uintptr_t dParameters[2];   // if eAccess is not NoMemory: first, not 0 for a write; second, the address
                                          // accessed, or all ones if it is unknown
         FaultAccess_e eAccess = FaultAccess_e::NoMemory;
     };
 
+    /// Argument of a fault filter. Valid during the call.
     struct FaultPointers_t
     {
         FaultRecord_t const * pRecord;
         FaultContext_t const * pContext;
     };
 
-    /// Returns 0 to pass the fault on to the handler that was set before the library's. Any other value means that the
-    /// fault has been dealt with: the instruction runs again.
+    /// Function that handles a fault. Returns 0 to pass the fault on to the handler that was set before the library's.
+    /// Any other value means that the fault has been dealt with: the instruction runs again.
     using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
 
     /// Sets the filter and returns the previous one. The first filter hooks the faults and joins the calling thread.
     /// Null unhooks the faults.
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
-    /// Gives the calling thread a stack for faults, so that a stack overflow on it is reported too. Returns false if
-    /// the system refuses. It is released when the thread ends. These threads have one without this call:
+    /// Allocates a stack for faults of the calling thread, so that a stack overflow on it is reported too. Returns
+    /// false if the system refuses. It is released when the thread ends. These threads have one without this call:
     /// - the thread that set the filter, which is as a rule the main thread.
     /// - on systems where the library can hook the creation of threads, those that are started while it is loaded. Not
     ///   hooked are threads that the C library starts for itself and those of programs that bind its functions before

@@ -38,8 +38,8 @@ namespace plat
     /// the call fails. Returns false on failure.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Gives a file or a symbolic link a second name, which nothing may have. If the file system has no second names,
-    /// makes a copy and synchronizes it. Returns false on failure.
+    /// Adds a second name to a file or a symbolic link. Nothing may have that name. If the file system has no second
+    /// names, makes a copy and synchronizes it. Returns false on failure.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Returns whether anything has the name, including a link whose target is missing. Returns true too if the system
@@ -49,12 +49,13 @@ namespace plat
     /// Returns whether two paths name the same file.
     bool FileIsSame(char const * szPath, char const * szOther);
 
-    /// A lock on a path, held from Take to Drop. The system drops it when the process ends. While it is held, a file
+    /// A lock on a path, held from Take to Drop. The system releases it when the process ends. While it is held, a file
     /// that only the owner may use has that name. A child of a fork neither holds its parent's lock nor keeps it alive.
     /// On a file system without locks it has no effect.
     class NameLock_c
     {
     public:
+        /// Result of Take.
         enum Result_e
         {
             TAKEN,
@@ -66,10 +67,10 @@ namespace plat
         NameLock_c(NameLock_c const &) = delete;
         NameLock_c & operator=(NameLock_c const &) = delete;
 
-        /// Takes the lock and returns the result. Requires that this object does not hold it. Never waits.
+        /// Acquires the lock and returns the result. Requires that this object does not hold it. Never waits.
         Result_e Take(char const * szPath);
 
-        /// Deletes the file and drops the lock. Requires the path of Take. Does nothing if the lock isn't taken.
+        /// Deletes the file and releases the lock. Requires the path of Take. Does nothing if this object has no lock.
         void Drop(char const * szPath);
 
         bool IsTaken() const { return m_hFile != nullptr; }

@@ -48,7 +48,7 @@ namespace plat
     /// makes.
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
 
-    /// Tests repeatedly whether a file can be opened with writers excluded.
+    /// A repeated test whether a file can be opened with writers excluded.
     class FileLockTest_c
     {
     public:
@@ -79,7 +79,8 @@ namespace plat
     /// system reads ahead unasked: the hint would cost a tenth of the whole read.
     void FileHintSequential(File_t hFile, std::uint64_t nBytes = UINT64_MAX);
 
-    /// Reads from the present position until it has nBytes, the file ends or an error occurs. Returns the bytes read.
+    /// Reads from the present position until it has nBytes, the file ends or an error occurs. Returns the number of
+    /// bytes read.
     std::size_t FileRead(File_t hFile, void * pBuffer, std::size_t nBytes);
 
     /// Moves the position by iOffset: from the present position if iOrigin is 1, from the end if it is 2, else from the
@@ -105,8 +106,9 @@ namespace plat
     /// Starts a new log file if the log holds more than nLimit bytes. Renames the full file to szPath with ".1" at its
     /// end, and earlier ones to ".2" up to the number nPrevious. The stream continues in a new file szPath. If
     /// nPrevious is 0, empties the file instead. Does not rename a file that another process has already renamed.
-    /// Requires that StreamOpenLog opened pStream with szPath; others may write to it meanwhile. Returns the bytes of
-    /// the stream's file, or 0 if the system can't report them. On failure the stream continues in the old file.
+    /// Requires that StreamOpenLog opened pStream with szPath; others may write to it meanwhile. Returns the size of
+    /// the stream's file in bytes, or 0 if the system can't report it. On failure the stream continues in the old
+    /// file.
     std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious);
 
     /// Returns whether a stream has no buffer, as those of StreamOpenLog. False means that the log's stream was closed
@@ -114,7 +116,7 @@ namespace plat
     bool StreamIsUnbuffered(std::FILE * pStream);
 
     /// Writes to the stream's file without its buffer, which must be empty or absent. Uses as few system calls as
-    /// possible: one, unless a disk is full. Returns the bytes written.
+    /// possible: one, unless a disk is full. Returns the number of bytes written.
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
 
     /// Creates one folder. Returns false if it exists already or can't be created.
@@ -151,7 +153,7 @@ namespace plat
         FileFacts_t Facts;               // all facts of a regular file or of a link's target, otherwise only the kind
     };
 
-    /// Identifies a folder: equal for all paths that lead to it.
+    /// Identity of a folder: equal for all paths that lead to it.
     struct FolderIdentity_t
     {
         std::uint64_t iVolume = 0;

@@ -17,7 +17,7 @@
 
 namespace plat
 {
-    /// Who may use a file that is created.
+    /// Rights to a file that is created.
     enum class Rights_e
     {
         Shared,   // those that the process's mask allows
@@ -33,10 +33,11 @@ namespace plat
     /// Returns null on failure.
     File_t FileMake(char const * szPath, Rights_e eRights);
 
-    /// Writes at the present position. Returns false if not all bytes were written.
+    /// Writes bytes at the present position. Returns false if not all bytes were written.
     bool FileWrite(File_t hFile, void const * pData, std::size_t nBytes);
 
-    /// Writes at an offset from the start and does not move the position. Returns false if not all bytes were written.
+    /// Writes bytes at an offset from the start and does not move the position. Returns false if not all bytes were
+    /// written.
     bool FileWriteAt(File_t hFile, std::uint64_t nOffset, void const * pData, std::size_t nBytes);
 
     /// Cuts the file to nBytes, or extends it with zeros. Returns false on failure.

@@ -30,8 +30,8 @@ namespace plat
 
     inline constexpr std::uint32_t FOLDER_CHANGE_MODIFIED = 3;
 
-    /// Writes why the calling thread's last FolderWatch_c::Open failed, or why TakeUnwatched counted folders. The text
-    /// is meant to follow a colon. It names the system's setting to raise if that is the reason. Requires that the
+    /// Writes why the calling thread's last FolderWatch_c::Open failed, or why ExtractUnwatched counted folders. The
+    /// text is meant to follow a colon. It names the system's setting to raise if that is the reason. Requires that the
     /// thread has made no other system call since.
     void FolderWatchReason(char * szText, std::size_t nSize);
 
@@ -51,6 +51,7 @@ namespace plat
         /// for its subfolders. FolderWatchReason then has the reason.
         bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
+        /// Ends the watch and discards the changes that were not read. Does nothing while closed.
         void Close();
 
         bool IsOpen() const { return m_pTree != nullptr; }
@@ -68,8 +69,8 @@ namespace plat
         bool IsComplete();
 
         /// Returns how many subfolders appeared since the last call and could not be watched, because the system has no
-        /// watches left. FolderWatchReason then has the reason.
-        std::size_t TakeUnwatched();
+        /// watches left, and sets the number to 0. FolderWatchReason then has the reason.
+        std::size_t ExtractUnwatched();
 
     private:
         class Tree_c;

@@ -32,7 +32,7 @@ namespace plat
         ForkLock_c * m_pNext;
     };
 
-    /// A registered lock at a moment.
+    /// State of a registered lock at one moment.
     struct LockState_t
     {
         std::uintptr_t Address;
@@ -49,7 +49,7 @@ namespace plat
     {
         void (*fnBefore)();     // before the registered locks are entered; may wait for threads that register nothing
         void (*fnInParent)();   // after the registered locks are left
-        void (*fnInChild)();    // the same in the child, where no other thread exists: must not wait for one
+        void (*fnInChild)();    // after they are left in the child, which has no other thread to wait for
     };
 
     /// Registration of calls. fnBefore runs in the reverse order of registration, the other two in the order of

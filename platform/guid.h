@@ -8,6 +8,7 @@
 
 namespace plat
 {
+    /// An identifier, in the fields of RFC 4122: time, version and clock sequence, address.
     struct Guid_t
     {
         std::uint32_t Data1 = 0;
@@ -25,6 +26,7 @@ namespace plat
     constexpr std::uint32_t GUID_NO_ADDRESS = 1739;   // the machine has no hardware address
     constexpr std::uint32_t GUID_LOCAL_ONLY = 1824;   // unique on this machine, but perhaps not elsewhere
 
+    /// Function of a host that creates an identifier and returns a GUID_ result.
     using GuidSource_t = std::uint32_t (*)(Guid_t & Guid);
 
     /// Creates an identifier of version 1 (RFC 4122) of time, clock sequence and hardware address, and returns a GUID_

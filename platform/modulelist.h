@@ -21,8 +21,8 @@ namespace plat
     /// modules. Uses no heap and no lock.
     void ModulesVisit(ModuleVisit_t fnVisit, void * pContext);
 
-    /// Copies the build identifier that the linker gave a module, as it is in memory. Returns its bytes, at most nSize,
-    /// or 0 if it has none. Uses no heap and no lock.
+    /// Copies the build identifier that the linker stored in a module, from memory. Returns its size in bytes, at most
+    /// nSize, or 0 if the module has none. Uses no heap and no lock.
     std::size_t ModuleBuildId(Module_t const & Module, std::uint8_t * pId, std::size_t nSize);
 
     /// Returns whether a module's file can still be read, as a search for its symbols requires. If not, LastErrorText

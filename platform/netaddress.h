@@ -5,7 +5,7 @@
 
 namespace plat
 {
-    constexpr int NET_ADDRESS_SIZE = 6;
+    constexpr int NET_ADDRESS_SIZE = 6;   // bytes of an address
 
     /// Uniqueness of an address.
     enum class NetAddress_e
@@ -15,6 +15,7 @@ namespace plat
         Global     // assigned by the maker of the hardware: no other machine has it
     };
 
+    /// Function of a host that copies an address as NetAddressGet does.
     using NetAddressSource_t = NetAddress_e (*)(unsigned char (&dAddress)[NET_ADDRESS_SIZE]);
 
     /// Copies the address of an Ethernet-like interface. Prefers one with a global address, then one that is up, then

@@ -18,14 +18,15 @@ namespace plat
         bool bOwnDelete = false;   // fnDelete is the library's
     };
 
+    /// The four forms of the operators: for an object and for an array, each with and without an alignment.
     struct Operators_t
     {
         OperatorPair_T<> Plain, Array;
         OperatorPair_T<std::align_val_t> Aligned, AlignedArray;
     };
 
-    /// Return the operators that modules with the library's scope are bound to, and those after the library's in that
-    /// scope.
+    /// Return the operators that the dynamic linker binds modules to in the library's lookup scope, and those that come
+    /// after the library's in that scope.
     Operators_t OperatorsBound();
     Operators_t OperatorsAfterOwn();
 }

@@ -6,26 +6,28 @@
 
 namespace plat
 {
-    /// Copies the arguments, the program's name first, each with a zero after it. Cut to nSize bytes. Returns the bytes
-    /// copied. A fault filter may call it.
+    /// Copies the arguments, the program's name first, each with a zero after it. Cut to nSize bytes. Returns the
+    /// number of bytes copied. A fault filter may call it.
     std::size_t ProcessArguments(char * pBuffer, std::size_t nSize);
 
     /// Returns the milliseconds since the process started, or -1 if that is unknown. A fault filter may call it.
     std::int64_t ProcessUptime();
 
-    /// Copies the command line as one text, with blanks between the arguments. Cut to nSize - 1 bytes, always
-    /// terminated.
+    /// Copies the command line as one text, with blanks between the arguments. The text is cut to nSize - 1 bytes and
+    /// always terminated.
     void ProcessCommandLine(char * szBuffer, std::size_t nSize);
 
-    /// Copies the executable's path. Returns false if it is unknown or does not fit.
+    /// Copies the executable's path. nSize counts wide characters. Returns false if the path is unknown or does not
+    /// fit.
     bool ProcessExecutablePath(wchar_t * szBuffer, std::size_t nSize);
 
-    /// Copies the current folder, without a trailing separator unless it is the root. Returns false if it is unknown or
-    /// does not fit.
+    /// Copies the current folder, without a trailing separator unless it is the root. nSize counts wide characters.
+    /// Returns false if the folder is unknown or does not fit.
     bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize);
 
-    /// Prefixes a relative path of at most nSize units with the current folder. An empty path stays empty. Returns
-    /// false, and leaves the path unchanged, if the folder is unknown or the result does not fit.
+    /// Prefixes a relative path with the current folder. szPath has room for nSize wide characters, the terminator
+    /// included. An empty path stays empty. Returns false, and leaves the path unchanged, if the folder is unknown or
+    /// the result does not fit.
     bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize);
 
     /// Returns whether the process has rights that its caller lacks. Then the caller must not see what the process can
@@ -50,6 +52,6 @@ namespace plat
     /// Copies the calling thread's last system error as text with a line end. Cut to nSize - 1 bytes.
     void LastErrorText(char * szBuffer, std::size_t nSize);
 
-    /// Returns whether that error means that no file or folder has the name.
+    /// Returns whether the calling thread's last system error means that no file or folder has the name.
     bool LastErrorIsAbsence();
 }

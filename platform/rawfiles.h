@@ -17,19 +17,21 @@ namespace plat
     /// If anything else has the name, fails and sets bTaken. Returns null on failure.
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
-    /// Returns false if not all bytes were written, or if there is no file.
+    /// Writes bytes. Returns false if not all of them were written, or if hFile is null.
     bool RawWrite(RawFile_t hFile, char const * pText, std::size_t nBytes);
+
+    /// Closes a file. Null does nothing.
     void RawClose(RawFile_t hFile);
 
-    /// Returns the bytes of a file; 0 if there is none.
+    /// Returns the size of a file in bytes, or 0 if it is unknown or hFile is null.
     std::uint64_t RawSize(RawFile_t hFile);
 
-    /// Returns the contents of a regular file of at most 256 MiB, in pages. The caller releases them by PagesRelease with
-    /// the file's size. Returns null if the file is empty or can't be read.
+    /// Reads a regular file of at most 256 MiB and returns its contents, in pages. Sets *pBytes to the file's size. The
+    /// caller releases the pages by PagesRelease with that size. Returns null if the file is empty or can't be read.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 
-    /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number; 0 if the file can't
-    /// be read.
+    /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number; 0 if the file
+    /// can't be read.
     std::size_t RawReadTail(std::FILE * pStream, char * pBuffer, std::size_t nSize);
 
     /// Closes the file of a C stream that has no buffer, even if another thread holds the stream's lock. The stream

@@ -22,6 +22,7 @@
 
 namespace plat
 {
+    /// The two trees of keys.
     enum class RegistryTree_e
     {
         Machine,
@@ -96,8 +97,8 @@ namespace plat
     /// still be closed. Returns false, and deletes nothing, if the key does not exist, has subkeys or is a tree itself.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
-    /// Does the same with all subkeys at any depth. Subkeys are deleted before their key, from the last to the first.
-    /// Returns false on failure, which may leave a part deleted.
+    /// Deletes a key with its values and all subkeys at any depth, by its path from an open key. Subkeys are deleted
+    /// before their key, from the last to the first. Returns false on failure, which may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 
     /// Counts, and lengths in bytes without terminators.

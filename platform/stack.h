@@ -5,8 +5,8 @@
 
 namespace plat
 {
-    /// Returns the bytes between the caller's frame and the end of the stack that the thread runs on. A thread's first
-    /// call asks the system; further calls cost a few instructions.
+    /// Returns the number of bytes between the caller's frame and the end of the stack that the thread runs on. A
+    /// thread's first call asks the system; further calls cost a few instructions.
     std::size_t StackLeft();
 
     /// Runs fnCall(pArgument) on a new stack of nBytes and frees it after the call. The stack uses only the memory that

@@ -23,12 +23,14 @@ namespace plat
 
     inline constexpr unsigned SYMBOL_LIMIT = 20000;   // milliseconds
 
+    /// A frame of the stack.
     struct SymbolFrame_t
     {
         std::uintptr_t Address;   // of the instruction: the fault's, then return addresses
         std::uintptr_t Frame;     // where the function keeps its caller's frame pointer, or would; 0 for a lost stack
     };
 
+    /// Kind of a variable.
     enum SymbolKind_e : std::uint8_t
     {
         SYMBOL_OTHER,
@@ -36,6 +38,7 @@ namespace plat
         SYMBOL_LOCAL
     };
 
+    /// Place of a variable's value.
     enum SymbolPlace_e : std::uint8_t
     {
         PLACE_NONE,   // optimised out, a constant, or spread over several places
@@ -46,17 +49,19 @@ namespace plat
     /// A type that the helper knows, valid until Stop. A member counts as a type of its own. 0 is no type.
     using SymbolType_t = std::uint32_t;
 
+    /// A variable in scope.
     struct SymbolVariable_t
     {
         char szName[1024];
         SymbolKind_e eKind;
         SymbolPlace_e ePlace;
-        bool bFunction;
+        bool bFunction;           // it is a function, not data
         std::uintptr_t Address;   // of PLACE_MEMORY
         std::uint64_t nSize;      // bytes of its type, 0 if unknown
         SymbolType_t nType;
     };
 
+    /// Fundamental type of a value, with the numbers of the Windows symbol library (BasicType).
     enum SymbolBase_e : std::uint8_t
     {
         BASE_NONE = 0,
@@ -85,7 +90,7 @@ namespace plat
         SECTION_THREADS   // the frames of the other threads; these stop for a moment
     };
 
-    /// Why a walk has no helper.
+    /// Reason for which a walk has no helper.
     enum SymbolEnd_e : std::uint8_t
     {
         HELPER_ENDED,     // Stop was called
@@ -94,10 +99,10 @@ namespace plat
         HELPER_LATE   // SYMBOL_LIMIT has passed
     };
 
-    /// Adds how values of a type are shown in SECTION_FRAMES. The type's name has its namespaces; `*` in it is any text.
-    /// In the template `{name}` is the value of a member, `{name.name}` that of a member's member, and all else is
-    /// copied. Later additions of a name come first. Copies both texts. Returns false if a text is too long (127 and 255
-    /// bytes), or if there are 32. Requires that no other thread adds or starts a walk.
+    /// Adds a printer: the form in which SECTION_FRAMES shows the values of a type. The type's name has its namespaces;
+    /// `*` in it is any text. In the template `{name}` is the value of a member, `{name.name}` that of a member's
+    /// member, and all else is copied. Later additions of a name come first. Copies both texts. Returns false if a text
+    /// is too long (127 and 255 bytes), or if there are 32. Requires that no other thread adds or starts a walk.
     bool SymbolsAddPrinter(char const * szType, char const * szTemplate);
 
     /// Sets the helper's path, cut at 1023 bytes; empty for none. Before the first call the helper is the one in the
@@ -105,6 +110,7 @@ namespace plat
     /// starts a walk. Does nothing on a system where the helper is no program.
     void SymbolsSetHelper(char const * szPath);
 
+    /// A walk over the frames of one thread, with their names, lines and variables.
     class Symbols_c
     {
     public:
@@ -124,7 +130,7 @@ namespace plat
         /// Allows SYMBOL_LIMIT for the answers from now on.
         void Renew() { m_nWaited = 0; }
 
-        /// Returns why there is no helper, if there is none.
+        /// Returns the reason for which there is no helper, if there is none.
         SymbolEnd_e GetEnd() const { return m_eEnd; }
         bool IsRunning() const { return m_hHelper != NO_HANDLE; }
 
@@ -139,8 +145,8 @@ namespace plat
         /// function is unknown.
         bool FunctionAt(std::uintptr_t Address, char * szName, std::size_t nSize, std::uint64_t * pDisplacement);
 
-        /// Finds the source line at an address. For a return address ask for the byte before it. Returns false as
-        /// above.
+        /// Finds the source line at an address. For a return address, pass the address of the byte before it. Returns
+        /// false, with an empty name, if the line is unknown.
         bool LineAt(std::uintptr_t Address, char * szFile, std::size_t nSize, unsigned * pLine);
 
         /// Reads the next variable in scope in the last frame of NextFrame. First come parameters and locals of the
@@ -163,8 +169,8 @@ namespace plat
         /// Pointers to anything but char are BASE_NONE.
         SymbolBase_e TypeBase(SymbolType_t nType);
 
-        /// Copies the next lines of a section, each with its line end. Returns false at the end of the section. A failed
-        /// helper ends it too.
+        /// Copies the next lines of a section, each with its line end. Returns false at the end of the section. A
+        /// failed helper ends it too.
         bool NextDetail(SymbolSection_e eSection, char * szText, std::size_t nSize);
 
     private:
@@ -176,7 +182,7 @@ namespace plat
         bool Ask(SymbolRequest_t Request, SymbolAnswer_t * pAnswer);
         bool AskText(SymbolRequest_t const & Request, char * szText, std::size_t nSize, std::uint64_t * pValue);
 
-        // A handle of the system for the helper.
+        /// A handle of the system for the helper.
         using Handle_t = std::intptr_t;
         static constexpr Handle_t NO_HANDLE = -1;
 

@@ -6,6 +6,7 @@
 
 namespace plat
 {
+    /// Facts about the system, the machine and the user.
     struct SystemFacts_t
     {
         char szName[64];      // the system's name

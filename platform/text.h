@@ -1,8 +1,10 @@
 // text.h: conversions between UTF-8 and wide text.
 //
-// The result is always terminated, and is cut between whole characters. Paths need not be UTF-8. A byte that starts no
-// valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no character has. Utf8FromWide converts that value
-// back to the byte.
+// The result is always terminated, and is cut between whole characters. nSize counts the elements of the output, wide
+// characters or bytes, with the terminator.
+//
+// Paths need not be UTF-8. A byte that starts no valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no
+// character has. Utf8FromWide converts that value back to the byte.
 #pragma once
 
 #include <cstddef>
@@ -11,11 +13,11 @@ namespace plat
 {
     inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // of bytes from 0x80 on
 
-    /// Converts UTF-8 to wide text. Returns the wide characters written, without the terminator.
+    /// Converts UTF-8 to wide text. Returns the number of wide characters written, without the terminator.
     std::size_t WideFromUtf8(wchar_t * szOut, std::size_t nSize, char const * szText);
 
     /// Converts wide text to UTF-8. A value that is neither a character nor a byte's becomes U+FFFD. Reads no more of
-    /// the text than fits. Returns the bytes written, without the terminator.
+    /// the text than fits. Returns the number of bytes written, without the terminator.
     std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * szText);
 
     /// The control characters that TextEscape leaves as they are.
@@ -32,7 +34,8 @@ namespace plat
     /// - a byte that is not UTF-8, as `\xFF`.
     ///
     /// All else is copied unchanged, including `\`. Copies the whole characters and escapes that fit, and moves szText
-    /// past them. An nSize of 7 or more always has room for one. Returns the bytes written, without the terminator.
+    /// past them. An nSize of 7 or more always has room for one. Returns the number of bytes written, without the
+    /// terminator.
     std::size_t TextEscape(char * szOut, std::size_t nSize, char const *& szText, Controls_e eControls);
 
     /// Returns whether all of the text is well-formed UTF-8.

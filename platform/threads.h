@@ -50,7 +50,7 @@ namespace plat
         std::uint32_t m_nDepth = 0;   // further Enters of the owner
     };
 
-    /// Holds a lock for a scope.
+    /// Scope that holds a lock.
     class LockScope_c
     {
     public:
@@ -80,6 +80,7 @@ namespace plat
     class WakeUp_c
     {
     public:
+        /// Wakes the thread that waits, or else the next one that will wait.
         void Signal();
 
         /// Sleeps until signalled, then clears the signal.
@@ -94,6 +95,7 @@ namespace plat
     class Event_c
     {
     public:
+        /// Sets the wake-up and wakes all threads that wait.
         void Set();
         void Reset() { m_nSet.store(0, std::memory_order_relaxed); }
         bool IsSet() const { return m_nSet.load(std::memory_order_acquire) != 0; }
@@ -132,12 +134,13 @@ namespace plat
         ThreadHandle_t m_hThread{};
     };
 
-    /// Puts the calling thread into the class that runs only when nothing else needs the processor. Returns false if
-    /// refused. Requires that no other thread of the process is in it. A thread that sleeps for a Lock_c that this one
-    /// holds, or joins it, lifts it to the normal class. It stays there until it calls this again.
+    /// Moves the calling thread to the idle scheduling class, which runs only when nothing else needs the processor.
+    /// Returns false if the system refuses. Requires that no other thread of the process is in that class. Another
+    /// thread that joins this one, or sleeps for a Lock_c that this one holds, raises this one to the normal class.
+    /// There it stays until it calls ThreadSetIdleClass again.
     bool ThreadSetIdleClass();
 
-    /// Returns whether the system allows the thread that called ThreadSetIdleClass to be lifted. Many systems allow it
-    /// to privileged users only. Returns true without such a thread.
+    /// Returns whether the system allows raising the thread that called ThreadSetIdleClass to the normal class. Many
+    /// systems allow that to privileged users only. Returns true without such a thread.
     bool ThreadCanBeLifted();
 }

@@ -8,6 +8,7 @@ namespace plat
     /// Numbers in one of the widest registers.
     constexpr std::size_t VECTOR_NUMBERS = 64 / sizeof(std::ptrdiff_t);
 
+    /// Result of SumPairs.
     struct PairSums_t
     {
         std::ptrdiff_t iFirst;    // sum of the first run

@@ -8,6 +8,7 @@
 
 namespace plat
 {
+    /// Handle of a window of the host; null for none.
     using Window_t = void *;
 
     /// The functions of a host. A null one does nothing.

@@ -3,7 +3,7 @@
 
 #include <climits>
 
-using Told_t = std::vector<std::string>;
+using Reported_t = std::vector<std::string>;
 
 using FileTest = MediaTest;
 
@@ -99,14 +99,14 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
              { "huge.bin", "File is larger than 2 GiB", "", 7 }, { "short.bin", "Error reading file", "", 4096 } })
     {
         Log.Clear();
-        s_dTold.clear();
+        s_dReported.clear();
         SKIP_IF(iLength == 4096 && (!FileExists(szName) || FileStream(szName)->iLength != 4096),
             "no file is at hand that gives fewer bytes than its size");
         EXPECT_EQ(FileOpen(szName), nullptr);
         EXPECT_EQ(Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName) + "'\n"
                                      + (szReason.empty() ? "" : "FileOnDisk_c::Open: " + szReason + "\n")
                                      + "CAN'T OPEN FILE " + szName + "\n");
-        EXPECT_EQ(s_dTold, Told_t(szReport[0] == 'E', szName));
+        EXPECT_EQ(s_dReported, Reported_t(szReport[0] == 'E', szName));
         File_c const * const pFile = FileStream(szName);
         EXPECT_EACH(!pFile->pData, pFile->GetOpensCount() == 0, !pFile->bOpened, pFile->iReads == 0);
         EXPECT_EQ(pFile->iLength, iLength) << szName;
@@ -131,7 +131,7 @@ TEST_F(FileTest, ReadsIntoACallersBufferWithoutAReference)
     EXPECT_FALSE(pFile->Open(dBuffer));
     EXPECT_STREQ(dBuffer, "abcdef-") << "the file outgrew the buffer";
     EXPECT_EQ(Log.CountHolding("File has grown from 6 to 22 bytes"), 1);
-    EXPECT_EQ(s_dTold, Told_t{ "a.bin" });
+    EXPECT_EQ(s_dReported, Reported_t{ "a.bin" });
     EXPECT_EQ(pFile->iLength, 22);
 }
 
@@ -145,7 +145,7 @@ TEST_F(FileTest, LoadsARange)
             { 7, 2, "78", "" }, { 8, 5, "89", "" }, { 99, 0, "", "" }, { 10, 1, "", "dwPosition<(DWORD)iLength" } })
     {
         Log.Clear();
-        s_dTold.clear();
+        s_dReported.clear();
         unsigned char dBuffer[16] = {};
         std::uint32_t dwLength = dwAsked;
         bool bLoaded = false;
@@ -153,7 +153,7 @@ TEST_F(FileTest, LoadsARange)
             FailedConditions([&, dw = dwPosition] { bLoaded = pFile->Load(dw, dBuffer, dwLength); }), szAssertion);
         EXPECT_EQ(bLoaded, dwAsked == sBytes.size()) << dwPosition;
         EXPECT_EQ(std::string(dBuffer, dBuffer + dwLength), sBytes);
-        EXPECT_EQ(s_dTold, Told_t(bLoaded ? 0 : 1, "a.bin"));
+        EXPECT_EQ(s_dReported, Reported_t(bLoaded ? 0 : 1, "a.bin"));
     }
     std::uint32_t dwLength = 20;
     unsigned char dBuffer[20];
@@ -174,7 +174,7 @@ TEST_F(FileTest, StreamsWithSeekTellAndRead)
     ASSERT_NE(pStored, nullptr);
     File_c * const pFile = FileStream("a.bin");
     EXPECT_EACH(pFile->bOpened, pFile->iReads == 1, !pFile->pData, pStored->FileSize() == 10);
-    for (auto const & [iOffset, iOrigin, iMoved, iSize, iCount, sBytes, iTell] :
+    for (auto const & [iOffset, iOrigin, iMoved, iSize, iCount, sBytes, iPosition] :
         Rows_t<long, int, int, unsigned int, unsigned int, std::string, long>{ { 2, 0, 1, 2, 2, "2345", 6 },
             { -1, 1, 1, 1, 1, "5", 6 }, { -3, 2, 1, 2, 1, "78", 9 }, { 0, 1, 1, 5, 5, "9", 10 },
             { -20, 1, 0, 0, 9, "", 10 }, { INT_MAX, 0, 1, 1, 1, "", INT_MAX }, { 1, 1, 0, 1, 1, "", INT_MAX },
@@ -183,8 +183,8 @@ TEST_F(FileTest, StreamsWithSeekTellAndRead)
         char dBuffer[16];
         EXPECT_EQ(pStored->SeekStored(iOffset, iOrigin), iMoved);
         EXPECT_EQ(std::string(dBuffer, pStored->ReadStored(dBuffer, iSize, iCount)), sBytes);
-        EXPECT_EQ(pStored->TellStored(), iTell);
-        EXPECT_EQ(pStored->IsEof(), iTell >= 10);
+        EXPECT_EQ(pStored->TellStored(), iPosition);
+        EXPECT_EQ(pStored->IsEof(), iPosition >= 10);
     }
     fs::resize_file(Folder.Join("a.bin"), std::uintmax_t{ 3 } << 30);
     EXPECT_EACH(pStored->SeekStored(0, 2) == 0, pStored->TellStored() == 10);   // the end has moved out of range
@@ -250,7 +250,7 @@ TEST_F(FileTest, StreamsOnlyWhatNobodyWritesAndWhenReadingIsAllowed)
     FileStored_c * const pStored = FileOpenStored("a.bin");
     EXPECT_TRUE(OpensForWriting(Folder.Join("a.bin"))) << "a later writer does not wait";
     pStored->CloseStored();
-    EXPECT_EQ(s_dTold, Told_t{ "a.bin" });
+    EXPECT_EQ(s_dReported, Reported_t{ "a.bin" });
     EXPECT_EQ(FileBlocks(), nBlocks);
     EXPECT_EQ(Log.GetText(), "");
 
@@ -277,7 +277,10 @@ TEST_F(FileTest, RefreshReadsResidentFilesAgainAndSurvivesAFailure)
     EXPECT_EQ(Contents(FileOpen("a.bin")), "back");
     fs::remove(Folder.Join("a.bin"));
     pFile->Refresh();
-    FileClose(pFile), FileClose(pFile), FileClose(pFile), FileClose(pFile);
+    FileClose(pFile);
+    FileClose(pFile);
+    FileClose(pFile);
+    FileClose(pFile);
     EXPECT_EQ(pFile->GetOpensCount(), 0);
     FileOnDisk_c().sName = "a.bin";   // never registered: the other object keeps its key
     EXPECT_EQ(Keys(), "a.bin");

@@ -149,7 +149,7 @@ TEST_F(FileAsyncTest, ThreadWritesNotBeyondABufferThatTheFileOutgrew)
     char szSmall[6] = "-----";
     Folder.Write("b.txt", "larger");
     Await(pFile, szSmall);
-    EXPECT_EQ(s_dTold, std::vector<std::string>{ "b.txt" }) << "a read error in the worker";
+    EXPECT_EQ(s_dReported, std::vector<std::string>{ "b.txt" }) << "a read error in the worker";
     SlowFile_s Slow;
     for (bool const bResident : { false, true })   // learns of a larger file once the buffer has its size
     {

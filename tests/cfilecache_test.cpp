@@ -103,11 +103,11 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
     FileBuildMediaHash(true);   // of no file
 
     Make({ { "media/declarations/new.csv", "" }, { "media/profiles/q", "" } });
-    g_AddSubfolderCallbacker.Add(Tell, false);
+    g_AddSubfolderCallbacker.Add(NoteReport, false);
     EXPECT_EQ(KeysOfOneRun(sCache), "a.csv filesystemcache.bin m p q");
     g_AddSubfolderCallbacker.Reset();
     std::string const sDeep = Folded("media/mapscache/deep\\");
-    EXPECT_EQ(s_dTold, (Folders_t{ Folded("media/profiles\\"), Folded("media/mapscache\\"), sDeep }));
+    EXPECT_EQ(s_dReported, (Folders_t{ Folded("media/profiles\\"), Folded("media/mapscache\\"), sDeep }));
     EXPECT_EQ(Folder.Read("media/filesystemcache.bin"), sBytes);
     EXPECT_EQ(Hash(), sHash);
 
@@ -117,7 +117,7 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
     EXPECT_EQ(KeysOfOneRun(sCache), "a.csv filesystemcache.bin m new.csv p q");
 }
 
-TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunAheadOfTheSave)
+TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunBeforeTheSave)
 {
     Folder.Write("media/filesystemcache.bin", "old");
     ASSERT_TRUE(StartModule(ModuleFile_c::Get()));

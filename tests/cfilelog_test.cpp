@@ -88,7 +88,7 @@ TEST_F(FileTrackerTest, OpensAreReportedOnlyWhileResourcesAreCollected)
 {
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });
     ASSERT_TRUE(Scan());
-    g_FileOpenCallbacker.Add(Tell, false);
+    g_FileOpenCallbacker.Add(NoteReport, false);
     FileClose(FileOpen("a.txt"));
     g_bCollectResource = true;
     FileClose(FileOpen("a.txt"));
@@ -103,7 +103,7 @@ TEST_F(FileTrackerTest, OpensAreReportedOnlyWhileResourcesAreCollected)
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     g_bCollectResource = false;
     g_FileOpenCallbacker.Reset();
-    EXPECT_EQ(s_dTold, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt"), "c" }));
+    EXPECT_EQ(s_dReported, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt"), "c" }));
 }
 
 class FileLogTest : public MediaTest

@@ -38,9 +38,9 @@ TEST_F(FileMediaTest, TakesOnlyATemplateWithOneStarBeforeADot)
     for (auto const & [szTemplate, bTaken] : Rows_t<char const *, bool>{ { "pack*.pk", true }, { "*.z", true },
              { "media.zq", false }, { "a*b*.zq", false }, { "media*zq", false }, { "media*", false } })
     {
-        FileSetMediaTemplate("former*.zq");
+        FileSetMediaTemplate("previous*.zq");
         EXPECT_EQ(FailedConditions([sz = szTemplate] { FileSetMediaTemplate(sz); }).empty(), bTaken) << szTemplate;
-        EXPECT_EQ(FileGetMediaTemplate(), bTaken ? szTemplate : "former*.zq");
+        EXPECT_EQ(FileGetMediaTemplate(), bTaken ? szTemplate : "previous*.zq");
     }
 }
 
@@ -107,7 +107,7 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
         WriteInstallDir(sRegistry);
         FileSetSplit(szSplit);
         ModuleFile_c::Get()->ReadMedia(bRead);
-        g_FileOpenCallbacker.Add(Tell, false);
+        g_FileOpenCallbacker.Add(NoteReport, false);
         FileStayerRegister(".txt", nullptr);
         g_dCleanNames.Add("of an earlier run");
         EXPECT_EQ(KeysOfOneRun(), szKeys);
@@ -123,27 +123,27 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
 
 TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
 {
-    SKIP_IF(!WatchesTellOfWrites(), "watches tell of no change here");
+    SKIP_IF(!WatchesReportWrites(), "watches report no change here");
     Make({ { "a.txt", "x" }, { "b.skip", "x" } });
     SetPQXMediaPath(Folder.GetPath().c_str());
-    g_FileTrackChangesCallbacker.Add(Tell, false);
-    for (std::size_t nTold : { 1u, 2u })   // the second run's list is empty by the first one's end
+    g_FileTrackChangesCallbacker.Add(NoteReport, false);
+    for (std::size_t nReported : { 1u, 2u })   // the second run's list is empty by the first one's end
     {
-        s_dTold.clear();
+        s_dReported.clear();
         ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
         FileTrackChanges(Folder.GetPath().c_str());
-        if (nTold == 1)
+        if (nReported == 1)
         {
             FileTrackSetIgnoreExtList(".skip");
         }
         Make({ { "a.txt", "y" }, { "b.skip", "y" } });
         Module_c::HeartbeatAllModulesIdle();
-        EXPECT_EQ(s_dTold.size(), nTold) << testing::PrintToString(s_dTold);
+        EXPECT_EQ(s_dReported.size(), nReported) << testing::PrintToString(s_dReported);
         Module_c::ShutdownAllModules();
         Scan();
         Make({ { "a.txt", "z" } });
         FileTrackDoWork();
-        EXPECT_EQ(s_dTold.size(), nTold) << "the watch goes with the module";
+        EXPECT_EQ(s_dReported.size(), nReported) << "the watch goes with the module";
     }
     g_FileTrackChangesCallbacker.Reset();
 }

@@ -9,7 +9,7 @@ TEST_F(FilePathTest, EntersEveryFileUnderItsFoldedNameDepthFirstInOneOrder)
 {
     Make({ { "Zoo/LION.txt", "roar" }, { "b/b2/deep.txt", "" }, { "b/b1/", "" }, { ".hidden", "" }, { "A/one.txt", "" },
         { "b.d/e.txt", "" } });
-    g_AddSubfolderCallbacker.Add(Tell, false);
+    g_AddSubfolderCallbacker.Add(NoteReport, false);
     ASSERT_TRUE(Scan());
     g_AddSubfolderCallbacker.Reset();
     EXPECT_EQ(Keys(), ".hidden deep.txt e.txt lion.txt one.txt");
@@ -19,7 +19,7 @@ TEST_F(FilePathTest, EntersEveryFileUnderItsFoldedNameDepthFirstInOneOrder)
         dExpected.push_back(Folded("") + szFolder);
         EXPECT_NE(g_sPaths.FindByName(dExpected.back().c_str()), nullptr) << szFolder;
     }
-    EXPECT_EQ(s_dTold, dExpected);
+    EXPECT_EQ(s_dReported, dExpected);
     File_c const * const pLion = FileStream("lion.txt");
     EXPECT_EACH(pLion->iLength == 4, pLion->ftLastWriteTime > 0, pLion->iReads == 0);
     EXPECT_EQ(Contents(FileOpen("Lion.TXT")), "roar") << "found on disk in its own spelling";

@@ -28,7 +28,7 @@ namespace
                 Archive.ChunkEnd("Value");
             }
             bool const bStored = Archive.Close() && !Archive.IsFailed() && Writer.Commit();
-            s_sWhyNot = Writer.GetWhyNot();
+            t_sWhyNot = Writer.GetWhyNot();
             return bStored;
         }
 
@@ -66,7 +66,7 @@ namespace
             return dNames;
         }
 
-        static inline thread_local std::string s_sWhyNot;   // of the last Store
+        static inline thread_local std::string t_sWhyNot;   // of the last Store
         TempFolder_c const Folder;
         std::string const sPath = Folder.Join("one.sav");
     };
@@ -128,7 +128,7 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
         FileSave_c Save(Folder.Join(szName).c_str());
         EXPECT_EQ(Load(Save), -FileSave_c::UNREADABLE) << szName << Save.GetWhyNot();
         EXPECT_EQ(Store(Save, 1), bReplaced) << szName;
-        EXPECT_EQ(s_sWhyNot.empty(), bReplaced) << szName;
+        EXPECT_EQ(t_sWhyNot.empty(), bReplaced) << szName;
     }
     FileSave_c Save(sPath.c_str());
     EXPECT_TRUE(Store(Save, 7));
@@ -139,7 +139,7 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
         plat::SpellingsForget();
         FewDescriptors_c const None(0);
         EXPECT_EACH(Load(Save) == -FileSave_c::UNREADABLE, !Store(Save, 8));
-        EXPECT_EQ(s_sWhyNot + Save.GetWhyNot(), "Too many open filesToo many open files");
+        EXPECT_EQ(t_sWhyNot + Save.GetWhyNot(), "Too many open filesToo many open files");
         EXPECT_EQ(Load(Spelled), -FileSave_c::UNREADABLE) << "in another spelling: " << Spelled.GetWhyNot();
         EXPECT_FALSE(Writer.Commit()) << "its name can't be synchronized";
     }
@@ -148,7 +148,7 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
     {
         FullDisk_c const Full(nBytes);
         EXPECT_FALSE(Store(Save, 9));
-        EXPECT_EQ(s_sWhyNot, "File too large");
+        EXPECT_EQ(t_sWhyNot, "File too large");
     }
     EXPECT_EQ(Load(Save), 7);
 }
@@ -161,7 +161,7 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
                   {
                       FileSave_c Other(Folder.Join("ONE.sav").c_str());
                       bool const bStored = Other.IsLocked() || Store(Other, 2);
-                      return bStored || s_sWhyNot != "it is in use by another program";
+                      return bStored || t_sWhyNot != "it is in use by another program";
                   })),
         0);
     EXPECT_EQ(StatusOfChild(StartChild([&Save] { return Save.~FileSave_c(), 0; })), 0) << "a child's copy";
@@ -198,7 +198,7 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
     EXPECT_EQ(std::pair(Load(Shared), Load(Shared, 1)), std::pair(60, 59)) << "a save of another is lost";
 }
 
-TEST_F(FileSave, FormerSavesMoveOnAndAFailedSaveMovesNone)
+TEST_F(FileSave, PreviousSavesMoveOnAndAFailedSaveMovesNone)
 {
     FileSave_c Save(sPath.c_str());
     auto const All = [&Save] { return std::vector{ Load(Save), Load(Save, 1), Load(Save, 2), Load(Save, 3) }; };
@@ -221,7 +221,7 @@ TEST_F(FileSave, FormerSavesMoveOnAndAFailedSaveMovesNone)
     fs::remove(sPath + ".3");
     Folder.MakeFolder("one.sav.3");
     EXPECT_FALSE(Store(Save, 10));
-    EXPECT_EQ(s_sWhyNot, "Is a directory");
+    EXPECT_EQ(t_sWhyNot, "Is a directory");
     EXPECT_EQ(All(), (std::vector{ 9, 8, 4, -FileSave_c::UNREADABLE }));
     EXPECT_EQ(Names().size(), 5u) << "with the lock";
 }
@@ -242,7 +242,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
                 return 1;
             });
         std::this_thread::sleep_for(std::chrono::microseconds(Random() % 20000));
-        EXPECT_TRUE(KillChild(iChild)) << s_sWhyNot;
+        EXPECT_TRUE(KillChild(iChild)) << t_sWhyNot;
         {
             FileSave_c Save(sPath.c_str());
             int const iValue = Load(Save), iFirst = Load(Save, 1), iSecond = Load(Save, 2);

@@ -21,7 +21,7 @@ namespace
             g_nSleeps = 0;
             g_fnAtSleep = [](int) {};
             g_fnTrackSleep = [](int) { g_fnAtSleep(++g_nSleeps); };
-            g_FileTrackChangesCallbacker.Add(Tell, false);
+            g_FileTrackChangesCallbacker.Add(NoteReport, false);
             Make({ { "a.txt", "a" }, { "b.txt", "b" }, { "sub/c.txt", "c" }, { "loop/d.csv", "d" },
                 { "\u00E9.txt", "e" } });
             fs::create_directory_symlink("..", Folder.Join("loop/up"));
@@ -34,7 +34,7 @@ namespace
             g_fnTrackSleep = m_fnSleep;
         }
 
-        void SetUp() override { SKIP_IF(!WatchesTellOfWrites(), "watches tell nothing here"); }
+        void SetUp() override { SKIP_IF(!WatchesReportWrites(), "watches report nothing here"); }
 
         void Track()
         {
@@ -49,12 +49,14 @@ namespace
         }
 
         // The names of which callbacks came since the last call, joined by blanks.
-        static std::string Told()
+        static std::string Reported()
         {
-            s_dTold.clear();
+            s_dReported.clear();
             FileTrackDoWork();
             auto const Append = [](std::string const & sAll, auto const & sName) { return sAll + " " + sName; };
-            return s_dTold.empty() ? "" : std::accumulate(s_dTold.begin() + 1, s_dTold.end(), s_dTold[0], Append);
+            return s_dReported.empty()
+                       ? ""
+                       : std::accumulate(s_dReported.begin() + 1, s_dReported.end(), s_dReported[0], Append);
         }
 
         void (*const m_fnSleep)(int) = g_fnTrackSleep;
@@ -62,7 +64,7 @@ namespace
 
     struct Program_t
     {
-        std::string sProgram, sCommand, sTold;
+        std::string sProgram, sCommand, sReported;
     };
 
     void PrintTo(Program_t const & Program, std::ostream * pOut)
@@ -76,12 +78,12 @@ namespace
 
 TEST_P(FileTrackProgram, ReportsEachChangeOnce)
 {
-    auto const & [sProgram, sCommand, sTold] = GetParam();
+    auto const & [sProgram, sCommand, sReported] = GetParam();
     SKIP_IF(!Run("command -v " + sProgram), "no " << sProgram << " on this machine");
     Track();
     ASSERT_TRUE(Run(sCommand)) << sCommand;
-    EXPECT_EQ(Told(), sTold) << sCommand;
-    EXPECT_EQ(Told(), "") << "said again";
+    EXPECT_EQ(Reported(), sReported) << sCommand;
+    EXPECT_EQ(Reported(), "") << "said again";
 }
 
 INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
@@ -113,13 +115,13 @@ TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
     fs::create_directory_symlink(Outside.GetPath(), Folder.MakeFolder("b") + "/link");
     Track();
     ASSERT_TRUE(Run("mkdir n; mv sub n"));   // n was not watched when sub appeared
-    EXPECT_EQ(Told(), "");
+    EXPECT_EQ(Reported(), "");
     ASSERT_TRUE(Run("echo x > n/sub/c.txt"));
-    EXPECT_EQ(Told(), "c.txt");
+    EXPECT_EQ(Reported(), "c.txt");
     ASSERT_TRUE(Run("mv b " + Outside.GetPath()));   // below the folder that its own link leads to
-    EXPECT_EQ(Told(), "");
+    EXPECT_EQ(Reported(), "");
     ASSERT_TRUE(Run("echo x > " + Outside.GetPath() + "/x.txt; echo x > a.txt"));
-    EXPECT_EQ(Told(), "a.txt");
+    EXPECT_EQ(Reported(), "a.txt");
 }
 
 TEST_F(FileTrack, KnowsNamesWhoseFilesWentOrWereExchanged)
@@ -128,32 +130,33 @@ TEST_F(FileTrack, KnowsNamesWhoseFilesWentOrWereExchanged)
     { return ExchangeFiles(Folder.Join(szA), Folder.Join(szB)); };
     Track();
     ASSERT_TRUE(Run("mv a.txt a.bak; rm -r sub; touch temp; mv temp gone"));
-    EXPECT_EQ(Told(), "");
+    EXPECT_EQ(Reported(), "");
     ASSERT_TRUE(Run("mv a.bak a.txt; mkdir sub; cp b.txt n; mv n sub/c.txt"));
-    EXPECT_EQ(Told(), "a.txt c.txt");
-    for (auto const & [szA, szB, szTold] : Rows_t<char const *, char const *, char const *>{
+    EXPECT_EQ(Reported(), "a.txt c.txt");
+    for (auto const & [szA, szB, szReported] : Rows_t<char const *, char const *, char const *>{
              { "a.txt", "loop/d.csv", "d.csv a.txt" }, { "a.txt", "gone", "a.txt" }, { "gone", "a.txt", "a.txt" } })
     {
         ASSERT_TRUE(Exchange(szA, szB));
-        EXPECT_EQ(Told(), szTold) << szA;
+        EXPECT_EQ(Reported(), szReported) << szA;
         ASSERT_TRUE(Run("echo x > n; mv n a.txt; echo x > n; mv n loop/d.csv"));
-        EXPECT_EQ(Told(), "a.txt d.csv") << szA;
+        EXPECT_EQ(Reported(), "a.txt d.csv") << szA;
     }
     EXPECT_EACH(Exchange("sub", "loop"), Exchange("sub", "b.txt"));   // a folder with a folder, then with a file
-    EXPECT_EQ(Told(), "");
+    EXPECT_EQ(Reported(), "");
     ASSERT_TRUE(Run("echo x > b.txt/d.csv; echo x > loop/c.txt"));
-    EXPECT_EQ(Told(), "d.csv c.txt");
+    EXPECT_EQ(Reported(), "d.csv c.txt");
 }
 
 TEST_F(FileTrack, AChildOfAForkWatchesForItself)
 {
     Track();
     ASSERT_TRUE(Run("echo x > a.txt"));
-    auto const TrackInChild = [this] { return Told() == "" && Run("echo x > b.txt") && Told() == "b.txt" ? 0 : 1; };
+    auto const TrackInChild = [this]
+    { return Reported() == "" && Run("echo x > b.txt") && Reported() == "b.txt" ? 0 : 1; };
     EXPECT_EQ(StatusOfChild(StartChild(TrackInChild)), 0);
-    EXPECT_EQ(Told(), "a.txt b.txt") << "the child did not eat it";
+    EXPECT_EQ(Reported(), "a.txt b.txt") << "the child did not eat it";
     ASSERT_TRUE(Run("echo x > sub/c.txt"));
-    EXPECT_EQ(Told(), "c.txt");
+    EXPECT_EQ(Reported(), "c.txt");
 }
 
 TEST_F(FileTrack, WaitsForWritersWithinLimits)
@@ -161,7 +164,7 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
     SKIP_IF(!LeasesSeeWriters(), "leases do not show a writer here");
     Track();
     // Tries that find the file open, the names reported, and the number in the line, 0 for no line.
-    for (auto const & [nHeld, szTold, nSaid] : Rows_t<int, char const *, int>{ { 0, "a.txt b.txt", 0 },
+    for (auto const & [nHeld, szReported, nSaid] : Rows_t<int, char const *, int>{ { 0, "a.txt b.txt", 0 },
              { 9, "a.txt b.txt", 0 }, { 10, "a.txt b.txt", 11 }, { 499, "a.txt b.txt", 500 }, { 500, "b.txt", 501 } })
     {
         Log.Clear();
@@ -175,12 +178,12 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
                 std::fclose(pWriter);
             }
         };
-        EXPECT_EQ(Told(), szTold) << nHeld;
+        EXPECT_EQ(Reported(), szReported) << nHeld;
         std::string const sLine = "\n>>>FileTracker: Trying to refresh [" + Folder.GetPath() + "\\a.txt]( "
                                   + std::to_string(nSaid) + " lock-test failed ).\n ";
         EXPECT_EQ(Log.CountHolding(sLine), nSaid ? 1 : 0) << Log.GetText();
         EXPECT_EQ(Log.CountHolding("FileTracker"), nSaid ? 1 : 0);
-        Told();   // what the writer's own close was
+        Reported();   // what the writer's own close was
     }
     Make({ { "a.txt", "y" }, { "b.txt", "y" }, { "x\u0436/c.txt", "y" } });
     g_nSleeps = 0;
@@ -191,7 +194,7 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
             fs::remove(Folder.Join("b.txt"));
         }
     };
-    EXPECT_EQ(Told(), "a.txt") << "of the others one went away before its test, one is not at the narrowed path";
+    EXPECT_EQ(Reported(), "a.txt") << "of the others one went away before its test, one is not at the narrowed path";
     EXPECT_EQ(g_nSleeps, 1);
     EXPECT_EQ(Log.CountHolding("\\b.txt]( 501 ") + Log.CountHolding("\\x\\c.txt]( 501 "), 2) << Log.GetText();
 }
@@ -201,7 +204,7 @@ TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
     Track();
     FileTrackSetIgnoreExtList("csv .txt .CSV");
     Make({ { "a.txt", "x" }, { "loop/d.csv", "x" } });
-    EXPECT_EQ(Told(), "d.csv");
+    EXPECT_EQ(Reported(), "d.csv");
     FileTrackSetIgnoreExtList("csv txt");
     for (auto const & [nLast, bFits] : Rows_t<std::size_t, bool>{ { 15, true }, { 16, false } })
     {
@@ -211,10 +214,10 @@ TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
             Folder.Write(std::string(97, 'n') + std::to_string(i), "x");
         }
         Folder.Write(std::string(nLast, 'z'), "x");   // up to 4094, or over it
-        EXPECT_EQ(Told(), bFits ? "a.txt" : "") << nLast;
+        EXPECT_EQ(Reported(), bFits ? "a.txt" : "") << nLast;
     }
     Make({ { "a.txt", "x" } });
-    EXPECT_EQ(Told(), "a.txt") << "the next batch";
+    EXPECT_EQ(Reported(), "a.txt") << "the next batch";
 }
 
 TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
@@ -222,18 +225,18 @@ TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
     Track();
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });
     g_FileTrackChangesCallbacker.Add([](char const *) { FileTrackDoWork(); }, false);
-    EXPECT_EQ(Told(), "a.txt b.txt");
+    EXPECT_EQ(Reported(), "a.txt b.txt");
     g_FileTrackChangesCallbacker.Add([](char const *) { FileTrackShutdown(); }, false);
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });
-    EXPECT_EQ(Told(), "a.txt");
+    EXPECT_EQ(Reported(), "a.txt");
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     Track();   // and instead of a watch that is on
     FileTrackChanges((Folder.GetPath() + "\\SUB").c_str());
     EXPECT_EQ(g_dOpenTracks.GetLength(), 1);
     ASSERT_TRUE(Run("echo x > a.txt; echo x > sub/c.txt"));
-    EXPECT_EQ(Told(), "c.txt");
+    EXPECT_EQ(Reported(), "c.txt");
     ASSERT_TRUE(Run("rm -r sub; mkdir sub; echo x > sub/c.txt"));
-    EXPECT_EQ(Told(), "") << "the watched folder is gone";
+    EXPECT_EQ(Reported(), "") << "the watched folder is gone";
 }
 
 TEST_F(FileTrack, RefusesWhatItCantWatch)

@@ -44,15 +44,15 @@ inline bool LeasesSeeWriters()
 }
 
 /// Returns whether a watch on a folder reports a file that is written there.
-inline bool WatchesTellOfWrites()
+inline bool WatchesReportWrites()
 {
     TempFolder_c const Folder;
     pollfd Watch = { inotify_init1(IN_CLOEXEC), POLLIN, 0 };
     inotify_add_watch(Watch.fd, Folder.GetPath().c_str(), IN_CLOSE_WRITE);
     Folder.Write("written", "x");
-    bool const bTold = Watch.fd >= 0 && poll(&Watch, 1, 1000) == 1;
+    bool const bReported = Watch.fd >= 0 && poll(&Watch, 1, 1000) == 1;
     close(Watch.fd);
-    return bTold;
+    return bReported;
 }
 
 /// Returns whether a child forked from a process with other threads can start a thread. An emulator or a checker may

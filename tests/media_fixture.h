@@ -19,8 +19,8 @@ class MediaTest : public testing::Test
 protected:
     MediaTest()
     {
-        s_dTold.clear();
-        g_FileReadErrorCallbacker.Add(Tell, false);
+        s_dReported.clear();
+        g_FileReadErrorCallbacker.Add(NoteReport, false);
     }
 
     ~MediaTest() override
@@ -105,13 +105,13 @@ protected:
     static std::ptrdiff_t FileBlocks() { return g_MemoryCounters.dCount[mem::file]; }
 
     /// A receiver for any event with a text; listens to g_FileReadErrorCallbacker from the start.
-    static void Tell(char const * szText)
+    static void NoteReport(char const * szText)
     {
         MemCategoryScope_c const Category(mem::Tools);
-        s_dTold.push_back(szText);
+        s_dReported.push_back(szText);
     }
 
-    static inline std::vector<std::string> s_dTold;
+    static inline std::vector<std::string> s_dReported;
     TempFolder_c Folder;
     LogCapture_c Log;
     DialogScript_c Dialogs;

@@ -25,7 +25,7 @@ namespace
     class FolderWatch : public testing::Test
     {
     protected:
-        void SetUp() override { SKIP_IF(!WatchesTellOfWrites(), "watches report nothing here"); }
+        void SetUp() override { SKIP_IF(!WatchesReportWrites(), "watches report nothing here"); }
 
         // The names of the next batch, each with its end; "-" if none has come, "empty" if one was lost.
         std::u16string Batch()
@@ -70,7 +70,7 @@ TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)
     {
         m_Folder.MakeFolder(std::to_string(i % 100) + '/' + std::to_string(i));
     }
-    SKIP_IF(!m_Watch.Open(m_Folder.GetPath().c_str(), IsKept), "the system gives no 10,000 watches");
+    SKIP_IF(!m_Watch.Open(m_Folder.GetPath().c_str(), IsKept), "the system has too few watches");
     m_Folder.Write("99/9999/a", "x");
     EXPECT_EQ(Batch(), u"99\\9999\\a;");
     std::size_t nEvents = 0;
@@ -92,7 +92,7 @@ TEST_F(FolderWatch, LeavesADescriptorThatIsAnothersByNow)
     ASSERT_TRUE(m_Watch.Open(m_Folder.GetPath().c_str(), IsKept));
     int const iQueue = plat::DescriptorOf(m_Watch.GetHandle());
     auto const HasQueue = [&] { return fs::read_symlink("/proc/self/fd/" + std::to_string(iQueue)) == INOTIFY; };
-    auto const GiveAway = [&](bool bQueue)
+    auto const ReplaceQueue = [&](bool bQueue)
     {
         std::uint32_t const dBytes[4] = { 1, 0, 0, 0xFFFFFFF0 };
         int dEnds[2];
@@ -104,11 +104,11 @@ TEST_F(FolderWatch, LeavesADescriptorThatIsAnothersByNow)
         std::for_each_n(std::begin({ iQueue, dEnds[0], dEnds[1] }), 3, close);
         return bLeft ? 0 : 1;
     };
-    EXPECT_EQ(StatusOfChild(StartChild([&] { return GiveAway(false); })), 0) << "it keeps no queue of the parent";
-    EXPECT_EQ(GiveAway(true), 0);
+    EXPECT_EQ(StatusOfChild(StartChild([&] { return ReplaceQueue(false); })), 0) << "it keeps no queue of the parent";
+    EXPECT_EQ(ReplaceQueue(true), 0);
 }
 
-TEST_F(FolderWatch, LockTestWithoutLeasesWaitsForTwoEqualLooks)
+TEST_F(FolderWatch, LockTestWithoutLeasesNeedsTwoEqualTries)
 {
     bool const bSuperuser = IsSuperuser();
     std::string const sOther = bSuperuser ? m_Folder.Write("file", "1") : "/etc/passwd";
@@ -117,10 +117,10 @@ TEST_F(FolderWatch, LockTestWithoutLeasesWaitsForTwoEqualLooks)
     {
         fs::permissions(sOther, fs::perms(0666));
     }
-    auto const LookTwice = [&]   // as no owner of the file, and without the right to leases
+    auto const TryTwice = [&]   // as no owner of the file, and without the right to leases
     {
         plat::FileLockTest_c LockTest(sOther.c_str());
-        EXPECT_EACH(!LockTest.Try(), LockTest.Try()) << "one look proves nothing";
+        EXPECT_EACH(!LockTest.Try(), LockTest.Try()) << "one try proves nothing";
         if (bSuperuser)
         {
             m_Folder.Write("file", "22");
@@ -128,5 +128,5 @@ TEST_F(FolderWatch, LockTestWithoutLeasesWaitsForTwoEqualLooks)
         }
         return HasFailure() ? 1 : 0;
     };
-    EXPECT_EQ(StatusAsNobody(LookTwice), 0);
+    EXPECT_EQ(StatusAsNobody(TryTwice), 0);
 }

@@ -273,7 +273,7 @@ void FileTrackDoWork()
         ValueScope_T const Walking(g_bTrackWalking, true);
         WalkBatch();
     }
-    if (std::size_t const nUnwatched = g_hTrackFolder.TakeUnwatched())
+    if (std::size_t const nUnwatched = g_hTrackFolder.ExtractUnwatched())
     {
         ReportUnwatched(nUnwatched);
     }

@@ -17,8 +17,10 @@ namespace plat
     constexpr char VALUE_MARK = '=';
     constexpr char BUSY_MARK = '~';
 
+    /// Contents of a file of records.
     using RecordBytes_t = std::vector<char>;
 
+    /// The record of a key or a value.
     struct Record_t
     {
         RegistryType_e eType = RegistryType_e::Untyped;

@@ -129,9 +129,11 @@ namespace plat
     /// Returns whether the user may delete the entries of a folder.
     bool StoreMayDelete(StoreHandle_t hFolder);
 
+    /// Function that StoreList calls with an entry of a folder and the caller's context.
+    using StoreEntry_t = void (*)(char const * szName, bool bFolder, void * pContext);
+
     /// Calls fnEntry for each entry of a folder, in the disk's order. Returns false if an error ends the walk. Moves
     /// the handle's reading position, which a child of a fork shares.
-    using StoreEntry_t = void (*)(char const * szName, bool bFolder, void * pContext);
     bool StoreList(StoreHandle_t hFolder, StoreEntry_t fnEntry, void * pContext);
 
     /// Reads a whole file of at most nMost bytes. On failure returns false; errno is EBADMSG if it is larger or not a
@@ -144,22 +146,26 @@ namespace plat
     bool StoreWriteFile(StoreHandle_t hFolder, char const * szBusy, char const * szName,
         std::vector<char> const & dBytes, StoreRights_e eRights);
 
-    /// Tries to lock an open folder for this handle only. A child of a fork has its parent's handles and so its locks:
-    /// StoreUnlock ends the lock of both.
+    /// Result of StoreTryLock.
     enum class StoreLock_e
     {
         Locked,
         Held,        // by another handle
         Impossible   // the file system has no locks
     };
+
+    /// Tries to lock an open folder for this handle only. A child of a fork has its parent's handles and so its locks:
+    /// StoreUnlock ends the lock of both.
     StoreLock_e StoreTryLock(StoreHandle_t hFolder);
-    void StoreUnlock(StoreHandle_t hFolder);   // keeps errno
+
+    /// Unlocks a folder. Keeps errno.
+    void StoreUnlock(StoreHandle_t hFolder);
 
     /// Opens a file, creating it if necessary, and locks it for the process. The lock ends when the process closes the
     /// file or ends. A child of a fork does not have it. Returns STORE_NONE if another process has the lock.
     StoreHandle_t StoreOpenLock(StoreHandle_t hFolder, char const * szName);
 
-    /// Changes if the entries of a folder change.
+    /// Stamp of a folder, which changes if its entries change.
     struct StoreStamp_s
     {
         std::int64_t tChange = 0;     // nanoseconds of the disk's clock since 1970

@@ -46,13 +46,15 @@ namespace plat
         int m_iDescriptor;
     };
 
-    /// Which open file a descriptor is. All zero for none.
+    /// Identity of a descriptor's open file: its device and inode numbers. All zero for none.
     struct DescriptorIdentity_t
     {
         std::uint64_t iDevice = 0;
         std::uint64_t iNode = 0;
         bool operator==(DescriptorIdentity_t const &) const = default;
     };
+
+    /// Returns the identity of a descriptor's file, or all zero if the descriptor is not open.
     DescriptorIdentity_t IdentityOf(int iDescriptor);
 
     /// A descriptor that is held for long. A host may close all descriptors, as a daemon does when it starts. The
@@ -80,7 +82,7 @@ namespace plat
         DescriptorIdentity_t m_Identity;
     };
 
-    /// Reads until it has nBytes, the file ends or an error occurs. Returns the bytes read.
+    /// Reads until it has nBytes, the file ends or an error occurs. Returns the number of bytes read.
     inline std::size_t ReadFully(int iDescriptor, void * pBuffer, std::size_t nBytes)
     {
         std::size_t nDone = 0;

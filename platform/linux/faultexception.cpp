@@ -93,9 +93,9 @@ namespace plat
         {
             if (*p == 'P' || (*p == 'K' && p[1] != 'P'))
             {
-                char const * const szBehind = *p == 'P' ? "*" : " const";
+                char const * const szSuffix = *p == 'P' ? "*" : " const";
                 bool const bKnown = AddType(p + 1, Text);
-                Text.Add(szBehind);
+                Text.Add(szSuffix);
                 return bKnown;
             }
             for (Builtin_t const & Builtin : BUILTINS)

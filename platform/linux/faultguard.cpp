@@ -29,7 +29,7 @@ namespace plat
         std::atomic<Guard_s *> g_pInnermost{ nullptr };
         std::atomic<int> g_iThread{ 0 };   // the guarded thread; 0 without a guarded call
         std::atomic<int> g_hClock{ -1 };   // the kernel's timer
-        struct sigaction g_Former;
+        struct sigaction g_PreviousAction;
 
         int CallingThread()
         {
@@ -101,7 +101,7 @@ namespace plat
             struct sigaction Action = {};
             Action.sa_sigaction = OnClock;
             Action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-            sigaction(FaultGuardSignal(), &Action, &g_Former);
+            sigaction(FaultGuardSignal(), &Action, &g_PreviousAction);
             sigevent Event = {};
             Event.sigev_notify = SIGEV_THREAD_ID;
             Event.sigev_signo = FaultGuardSignal();
@@ -120,7 +120,7 @@ namespace plat
                 ::syscall(SYS_timer_delete, g_hClock.load());
                 g_hClock = -1;
             }
-            sigaction(FaultGuardSignal(), &g_Former, nullptr);
+            sigaction(FaultGuardSignal(), &g_PreviousAction, nullptr);
             g_iThread = 0;
         }
 
@@ -137,7 +137,7 @@ namespace plat
         {
             if (g_hClock.exchange(-1) >= 0 && !g_bForkByGuarded)
             {
-                sigaction(FaultGuardSignal(), &g_Former, nullptr);
+                sigaction(FaultGuardSignal(), &g_PreviousAction, nullptr);
             }
             g_iThread = g_bForkByGuarded ? CallingThread() : 0;
             g_pInnermost = g_bForkByGuarded ? g_pInnermost.load() : nullptr;

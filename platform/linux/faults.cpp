@@ -29,36 +29,36 @@ namespace plat
 
         std::atomic<FaultFilter_t> g_fnFilter{ nullptr };
         bool g_bHooked = false;
-        struct sigaction g_dFormer[std::size(SIGNALS)];
-        std::terminate_handler g_fnFormerTerminate = nullptr;
+        struct sigaction g_dPreviousActions[std::size(SIGNALS)];
+        std::terminate_handler g_fnPreviousTerminate = nullptr;
 
-        std::atomic<int> g_iTeller{ 0 };        // the thread that runs or ran the filter
-        std::atomic<bool> g_bTold{ false };     // the filter has run
-        std::atomic<bool> g_bDying{ false };    // only the end of the process is to follow
-        char g_szException[DESCRIPTION_SIZE];   // the message of an uncaught exception
+        std::atomic<int> g_iReporter{ 0 };        // the thread that runs or ran the filter
+        std::atomic<bool> g_bReported{ false };   // the filter has run
+        std::atomic<bool> g_bDying{ false };      // only the end of the process is to follow
+        char g_szException[DESCRIPTION_SIZE];     // the message of an uncaught exception
 
         int CallingThread()
         {
             return static_cast<int>(::syscall(SYS_gettid));
         }
 
-        bool g_bForkByTeller = false;   // written under the fork's lock
+        bool g_bForkByReporter = false;   // written under the fork's lock
 
-        void NoteTeller()
+        void NoteReporter()
         {
-            g_bForkByTeller = g_iTeller == CallingThread();
+            g_bForkByReporter = g_iReporter == CallingThread();
         }
 
         // A forked child has no other thread that could finish its filter or end the process. Its own thread has a new
         // number.
-        void KeepOwnTeller()
+        void KeepOwnReporter()
         {
-            g_iTeller = g_bForkByTeller ? CallingThread() : 0;
-            g_bTold = false;
+            g_iReporter = g_bForkByReporter ? CallingThread() : 0;
+            g_bReported = false;
             g_bDying = false;
-            ReserveAllow(g_bForkByTeller);
+            ReserveAllow(g_bForkByReporter);
         }
-        ForkHandler_c const g_ForkHandler({ NoteTeller, nullptr, KeepOwnTeller });
+        ForkHandler_c const g_ForkHandler({ NoteReporter, nullptr, KeepOwnReporter });
 
         void Sleep()
         {
@@ -101,10 +101,10 @@ namespace plat
         }
 
         // Claims the filter for the calling thread if it is free. Returns the thread that has it then.
-        int TakeFilter(int iThread)
+        int ClaimFilter(int iThread)
         {
-            int iTeller = 0;
-            return g_iTeller.compare_exchange_strong(iTeller, iThread) ? iThread : iTeller;
+            int iReporter = 0;
+            return g_iReporter.compare_exchange_strong(iReporter, iThread) ? iThread : iReporter;
         }
 
         // Returns whether the filter runs on the calling thread. A fault of the filter itself ends the guarded call
@@ -113,12 +113,12 @@ namespace plat
         {
             FaultGuardEscape();
             int const iThread = CallingThread();
-            if (g_iTeller == iThread)
+            if (g_iReporter == iThread)
             {
-                g_bTold = true;
+                g_bReported = true;
                 return false;
             }
-            while (TakeFilter(iThread) != iThread && !g_bTold)
+            while (ClaimFilter(iThread) != iThread && !g_bReported)
             {
                 Sleep();
             }
@@ -126,7 +126,7 @@ namespace plat
             {
                 Sleep();
             }
-            if (g_bTold)
+            if (g_bReported)
             {
                 return false;
             }
@@ -170,7 +170,7 @@ namespace plat
             sigemptyset(&Set);
             sigaddset(&Set, iSignal);
             pthread_sigmask(SIG_BLOCK, &Set, nullptr);
-            sigaction(iSignal, &g_dFormer[IndexOf(iSignal)], nullptr);
+            sigaction(iSignal, &g_dPreviousActions[IndexOf(iSignal)], nullptr);
             if (::syscall(SYS_rt_tgsigqueueinfo, ::getpid(), CallingThread(), iSignal, pInfo) != 0)
             {
                 ::syscall(SYS_tgkill, ::getpid(), CallingThread(), iSignal);
@@ -211,12 +211,12 @@ namespace plat
                 FaultStackCall(FilterSignal, &Signal);
                 if (Signal.bDone)
                 {
-                    g_iTeller = 0;
+                    g_iReporter = 0;
                     errno = iError;
                     return;
                 }
-                g_bDying = EndsProcess(g_dFormer[IndexOf(iSignal)]);
-                g_bTold = true;
+                g_bDying = EndsProcess(g_dPreviousActions[IndexOf(iSignal)]);
+                g_bReported = true;
             }
             PassOn(iSignal, pInfo);
             errno = iError;
@@ -243,11 +243,11 @@ namespace plat
                 FaultContextCapture(&Context);
                 FaultStackCall(FilterException, &Context);
                 g_bDying = true;
-                g_bTold = true;
+                g_bReported = true;
             }
-            if (g_fnFormerTerminate != nullptr)
+            if (g_fnPreviousTerminate != nullptr)
             {
-                g_fnFormerTerminate();
+                g_fnPreviousTerminate();
             }
             std::abort();
         }
@@ -260,9 +260,9 @@ namespace plat
             SetOfFilter(Action.sa_mask);
             for (std::size_t i = 0; i < std::size(SIGNALS); ++i)
             {
-                sigaction(SIGNALS[i], &Action, &g_dFormer[i]);
+                sigaction(SIGNALS[i], &Action, &g_dPreviousActions[i]);
             }
-            g_fnFormerTerminate = std::set_terminate(OnTerminate);
+            g_fnPreviousTerminate = std::set_terminate(OnTerminate);
             FaultStackPrepare();
             ReserveFill();
             FaultThreadJoin();
@@ -277,12 +277,12 @@ namespace plat
                 sigaction(SIGNALS[i], nullptr, &Present);
                 if ((Present.sa_flags & SA_SIGINFO) != 0 && Present.sa_sigaction == OnSignal)
                 {
-                    sigaction(SIGNALS[i], &g_dFormer[i], nullptr);
+                    sigaction(SIGNALS[i], &g_dPreviousActions[i], nullptr);
                 }
             }
             if (std::get_terminate() == OnTerminate)
             {
-                std::set_terminate(g_fnFormerTerminate);
+                std::set_terminate(g_fnPreviousTerminate);
             }
             ReserveDrop();
         }
@@ -290,7 +290,7 @@ namespace plat
 
     FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter)
     {
-        FaultFilter_t const fnFormer = g_fnFilter.exchange(fnFilter);
+        FaultFilter_t const fnPrevious = g_fnFilter.exchange(fnFilter);
         if ((fnFilter != nullptr) != g_bHooked)
         {
             g_bHooked = fnFilter != nullptr;
@@ -303,12 +303,12 @@ namespace plat
                 Unhook();
             }
         }
-        return fnFormer;
+        return fnPrevious;
     }
 
     bool FaultFilterIsMine()
     {
-        return g_iTeller == CallingThread();
+        return g_iReporter == CallingThread();
     }
 
     void FaultReserveDescriptors()

@@ -136,8 +136,8 @@ namespace
 
 extern "C"
 {
-    /// Creates a thread and gives it a stack for faults. The process binds it in place of the C library's function,
-    /// which it calls.
+    // Creates a thread and gives it a stack for faults. The process binds it in place of the C library's function,
+    // which it calls.
     ZQ_API int pthread_create(
         pthread_t * pThread, pthread_attr_t const * pAttributes, Run_t fnRun, void * pArgument) noexcept
     {

@@ -12,7 +12,7 @@
 
 namespace plat
 {
-    /// Walks a folder's entries once, without "." and "..". Holds 32 KiB, so it must not be used in a recursive
+    /// One walk over a folder's entries, without "." and "..". Holds 32 KiB, so it must not be used in a recursive
     /// function.
     class FolderReader_c
     {
@@ -60,7 +60,7 @@ namespace plat
             return nRead > 0;
         }
 
-        // No entry follows this position. If the file system reports it for the last entry, one system call is saved.
+        /// No entry follows this position. If the file system reports it for the last entry, one system call is saved.
         static constexpr std::int64_t LAST_POSITION = INT64_MAX;
 
         int m_iFolder;

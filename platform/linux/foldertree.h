@@ -9,12 +9,14 @@ namespace plat::watch
 {
     constexpr int NO_FOLDER = -1;
 
+    /// A file of the tree.
     struct File_s
     {
         bool bFresh = false;     // created since the watch began, and not yet closed after writing
         bool bChanged = false;   // belongs to the present batch
     };
 
+    /// A folder of the tree. Folders refer to each other by number.
     struct Folder_s
     {
         int iParent = NO_FOLDER;
@@ -23,28 +25,29 @@ namespace plat::watch
         std::unordered_map<std::string, int> dFolders;
     };
 
-    // When the contents of a folder that appears in the tree were written.
+    /// Time at which the contents of a folder that appears in the tree were written.
     enum class Appeared_e
     {
         Before,   // earlier: the folder existed at the start, or was renamed into the tree
         Now
     };
 
+    /// A changed file of the present batch, by its folder and its name there.
     struct Change_s
     {
         int iFolder;
         std::string sName;
     };
 
-    // A folder that was renamed, until the second event of the rename arrives.
+    /// A folder that was renamed, until the second event of the rename arrives.
     struct Detached_s
     {
         std::uint32_t iCookie;
         int iFolder;
     };
 
-    // A folder whose name another folder got by a rename. Either the second half of an exchange follows, or this folder
-    // was empty and the rename deleted it.
+    /// A folder whose name another folder got by a rename. Either the second half of an exchange follows, or this
+    /// folder was empty and the rename deleted it.
     struct Displaced_s
     {
         int iParent;

@@ -94,7 +94,7 @@ namespace plat
 
         ZQ_COLD bool Collect(std::size_t nFilled);
         bool Deliver();
-        std::vector<std::u16string> TakeNames();
+        std::vector<std::u16string> ExtractNames();
         bool Rebuild();
         ZQ_COLD bool StartInChild();
         void DropAtFork();
@@ -120,7 +120,7 @@ namespace plat
         void OnRemoved(int iFolder, Folder_s & Folder, inotify_event const & Event);
         void OnClosed(int iFolder, Folder_s & Folder, std::string const & sName);
         bool Attach(int iFolder, inotify_event const & Event);
-        int TakeDisplaced(int iParent, char const * szName);
+        int ExtractDisplaced(int iParent, char const * szName);
         void Keep(int iFolder, std::string const & sName);
         bool IsKept(int iFolder, std::string const & sName) const;
         void Change(int iFolder, std::string const & sName, File_s & File);
@@ -228,7 +228,7 @@ namespace plat
     // Delivers the changes, or their loss. Returns false if there is nothing to report.
     bool FolderWatch_c::Tree_c::Deliver()
     {
-        std::vector<std::u16string> const dNames = TakeNames();
+        std::vector<std::u16string> const dNames = ExtractNames();
         if (std::exchange(m_bLost, false))
         {
             m_bLost = !Rebuild() || m_bLost;
@@ -247,7 +247,7 @@ namespace plat
 
     // Returns the changed files that still exist. One whose name was removed after the change may be back: two names
     // may have been exchanged, and the events do not distinguish that from a rename.
-    std::vector<std::u16string> FolderWatch_c::Tree_c::TakeNames()
+    std::vector<std::u16string> FolderWatch_c::Tree_c::ExtractNames()
     {
         std::vector<std::u16string> dNames;
         for (Change_s const & Changed : std::exchange(m_dChanges, {}))
@@ -654,7 +654,7 @@ namespace plat
     void FolderWatch_c::Tree_c::OnRemoved(int iFolder, Folder_s & Folder, inotify_event const & Event)
     {
         bool const bMoved = (Event.mask & IN_MOVED_FROM) != 0;
-        int const iDisplaced = bMoved ? TakeDisplaced(iFolder, Event.name) : NO_FOLDER;
+        int const iDisplaced = bMoved ? ExtractDisplaced(iFolder, Event.name) : NO_FOLDER;
         auto const itFolder = Folder.dFolders.find(Event.name);
         // During an exchange a folder and a file may have one name. Events report links to folders as files.
         bool const bFile =
@@ -678,7 +678,7 @@ namespace plat
 
     // Returns the folder that had the name before another one took it. Returns NO_FOLDER if there is none or it no
     // longer exists.
-    int FolderWatch_c::Tree_c::TakeDisplaced(int iParent, char const * szName)
+    int FolderWatch_c::Tree_c::ExtractDisplaced(int iParent, char const * szName)
     {
         auto const itDisplaced = std::find_if(m_dDisplaced.begin(), m_dDisplaced.end(),
             [&](Displaced_s const & Displaced) { return Displaced.iParent == iParent && Displaced.sName == szName; });
@@ -765,7 +765,7 @@ namespace plat
         return IsOpen() && m_pTree->IsComplete();
     }
 
-    std::size_t FolderWatch_c::TakeUnwatched()
+    std::size_t FolderWatch_c::ExtractUnwatched()
     {
         std::size_t const nUnwatched = IsOpen() ? std::exchange(m_pTree->m_nUnwatched, 0) : 0;
         errno = nUnwatched > 0 ? ENOSPC : errno;

@@ -4,7 +4,7 @@
 
 namespace plat
 {
-    /// The registered locks and calls.
+    // The registered locks and calls.
     class Fork_c
     {
     public:

@@ -1,11 +1,11 @@
-// idlethread.h: the thread in the idle class, for the code that ends or joins threads.
+// idlethread.h: the thread in the idle scheduling class (SCHED_IDLE), for the code that ends or joins threads.
 #pragma once
 
 #include <pthread.h>
 
 namespace plat
 {
-    /// Lifts the thread to the normal class if it is the one in the idle class.
+    /// Raises the thread to the normal scheduling class if it is the one in the idle class.
     void IdleThreadLift(pthread_t hThread);
 
     /// Clears the record of the thread in the idle class if it is this one, which is about to end.

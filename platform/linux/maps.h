@@ -8,6 +8,7 @@
 
 namespace plat
 {
+    /// A mapping: consecutive pages with the same rights and the same file.
     struct Mapping_t
     {
         std::uintptr_t Start, End;
@@ -16,6 +17,7 @@ namespace plat
         char szPath[1024];   // the file's path, or "[stack]" and the like; may be empty; cut to fit
     };
 
+    /// A walk over the mappings.
     class Maps_c
     {
     public:

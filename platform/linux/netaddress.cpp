@@ -27,7 +27,7 @@ namespace plat
             auto const * const pLink = reinterpret_cast<sockaddr_ll const *>(Entry.ifa_addr);
             bool const bEthernet = pLink->sll_hatype == ARPHRD_ETHER && pLink->sll_halen == NET_ADDRESS_SIZE;
             bool const bZero = std::all_of(
-                pLink->sll_addr, pLink->sll_addr + NET_ADDRESS_SIZE, [](unsigned char Byte) { return Byte == 0; });
+                pLink->sll_addr, pLink->sll_addr + NET_ADDRESS_SIZE, [](unsigned char cByte) { return cByte == 0; });
             return bEthernet && !bZero && (pLink->sll_addr[0] & GROUP_BIT) == 0 ? pLink : nullptr;
         }
 

@@ -38,12 +38,13 @@ namespace plat
         return static_cast<int>(reinterpret_cast<std::intptr_t>(hFile)) - 1;
     }
 
-    // Returns the handle of a descriptor: the descriptor plus one, because descriptor 0 is a file too.
+    /// Returns the handle of a descriptor: the descriptor plus one, because descriptor 0 is a file too.
     inline File_t HandleOf(int iDescriptor)
     {
         return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);
     }
 
+    /// Whether an open file is open for writing anywhere.
     enum class Writers_e
     {
         None,
@@ -51,8 +52,8 @@ namespace plat
         Unknown   // the system grants no lease on this file
     };
 
-    // Returns whether anyone has an open file open for writing. Sets a read lease and removes it at once, so that a
-    // writer who opens the file meanwhile waits no longer than that.
+    /// Returns whether anyone has an open file open for writing. Sets a read lease and removes it at once, so that a
+    /// writer who opens the file meanwhile waits no longer than that.
     Writers_e WritersOf(int iDescriptor);
 
     /// Returns whether an open file is a regular one. Sets errno to EINVAL if it is not.

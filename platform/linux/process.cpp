@@ -194,7 +194,7 @@ namespace plat
 
 extern "C"
 {
-    /// The compiler puts this function into the slots of pure virtual functions. It replaces the C++ runtime's own.
+    // The compiler puts this function into the slots of pure virtual functions. It replaces the C++ runtime's own.
     [[noreturn]] ZQ_API void __cxa_pure_virtual()
     {
         if (void (*const fnHandler)() = plat::g_fnPureCall)

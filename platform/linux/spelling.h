@@ -64,6 +64,7 @@ namespace plat
         void Convert(std::size_t iFrom, std::size_t iTo);
         bool NextName(std::size_t & iBegin, std::size_t & iEnd) const;
 
+        /// Sources of the spelling that was tried last.
         enum class Tried_e
         {
             AsWritten,

@@ -2,9 +2,9 @@
 //
 // They use one socket that keeps records whole. The library sends SymbolStart_t, its SymbolPrinter_t and then requests.
 // The helper answers each with one SymbolAnswer_t that has its number, so that a late answer is not taken for the next
-// question's. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the library answers with
-// a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word
-// sizes. Both sides come from one build, which the mark in the first record proves.
+// question's. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the library answers
+// with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word sizes. Both sides
+// come from one build, which the mark in the first record proves.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ namespace plat
     inline constexpr int SYMBOL_SOCKET = 3;
     inline constexpr int SYMBOL_MAPS = 4;
 
-    /// Changes with every change of these records.
+    /// Mark of these records, which changes with every change of them.
     inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515332;
 
     /// Memory is requested in whole pages of this size. A page is readable as a whole or not at all.
@@ -30,6 +30,7 @@ namespace plat
     inline constexpr std::uint32_t SYMBOL_PRINTER_TYPE = 128;
     inline constexpr std::uint32_t SYMBOL_PRINTER_TEMPLATE = 256;
 
+    /// First message to the helper.
     struct SymbolStart_t
     {
         std::uint32_t nMark;
@@ -40,13 +41,14 @@ namespace plat
         std::uint64_t dRegisters[SYMBOL_REGISTERS];   // IP SP BP AX BX CX DX SI DI R8 to R15
     };
 
-    /// How values of a type are shown: SymbolsAddPrinter (symbols.h). Both texts are terminated.
+    /// Printer of the values of a type, as SymbolsAddPrinter (symbols.h) adds it. Both texts are terminated.
     struct SymbolPrinter_t
     {
         char szType[SYMBOL_PRINTER_TYPE];
         char szTemplate[SYMBOL_PRINTER_TEMPLATE];
     };
 
+    /// Kinds of requests: their arguments -> the values of their answers.
     enum SymbolAsk_e : std::uint32_t
     {
         ASK_FRAME,          // nIndex: frame -> dValues: address, frame
@@ -58,9 +60,10 @@ namespace plat
         ASK_TYPE_MEMBER,    // nIndex: member, nValue: type -> dValues: type, offset, size, first bit, bits
         ASK_TYPE_BASE,      // nValue: type -> dValues: SymbolBase_e
         ASK_DETAIL,         // nValue: SymbolSection_e -> szText: its next lines
-        TELL_LOCK           // nValue: address, nIndex: bytes, nMore: mark of the thread that holds it, 0 for none
+        REPORT_LOCK         // nValue: address, nIndex: bytes, nMore: mark of the thread that holds it, 0 for none
     };
 
+    /// Request to the helper.
     struct SymbolRequest_t
     {
         std::uint32_t nAsk;
@@ -71,6 +74,7 @@ namespace plat
         std::uint32_t nUnused = 0;
     };
 
+    /// Kinds of answers.
     enum SymbolAnswer_e : std::uint32_t
     {
         ANSWER_NO,
@@ -90,6 +94,7 @@ namespace plat
     };
     inline constexpr std::size_t SYMBOL_ANSWER_HEAD = offsetof(SymbolAnswer_t, szText);
 
+    /// The library's answer to ANSWER_NEEDS_MEMORY: a page.
     struct SymbolMemory_t
     {
         std::uint64_t nReadable;   // 0 or 1

@@ -66,9 +66,9 @@ namespace plat
         // Keeps errno over a scope, because the interrupted code may be about to read it.
         struct ErrnoScope_s
         {
-            int const iFormer = errno;
+            int const iSaved = errno;
             ErrnoScope_s() = default;
-            ~ErrnoScope_s() { errno = iFormer; }
+            ~ErrnoScope_s() { errno = iSaved; }
             ErrnoScope_s(ErrnoScope_s const &) = delete;
             ErrnoScope_s & operator=(ErrnoScope_s const &) = delete;
         };
@@ -264,14 +264,14 @@ namespace plat
         Launch_s Arguments = { dSockets[1],
             OpenWithReserve([] { return ::open("/proc/self/maps", O_RDONLY | O_CLOEXEC); }) };
         sigset_t All;
-        sigset_t Former;
+        sigset_t Previous;
         sigfillset(&All);
-        ::pthread_sigmask(SIG_SETMASK, &All, &Former);
+        ::pthread_sigmask(SIG_SETMASK, &All, &Previous);
         int hProcess = -1;
         constexpr int FLAGS = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
         auto const Clone = [&] { return ::clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &hProcess); };
         int const nProcess = Arguments.hMaps < 0 ? -1 : OpenWithReserve(Clone);
-        ::pthread_sigmask(SIG_SETMASK, &Former, nullptr);
+        ::pthread_sigmask(SIG_SETMASK, &Previous, nullptr);
         ::close(dSockets[1]);
         ::close(Arguments.hMaps);
         m_hHelper = dSockets[0];
@@ -322,8 +322,8 @@ namespace plat
         }
     }
 
-    // A fault or a limit may have ended the last call. Its answer is then still to come, and is skipped. A helper that was
-    // waiting for memory is lost.
+    // A fault or a limit may have ended the last call. Its answer is then still to come, and is skipped. A helper that
+    // was waiting for memory is lost.
     bool Symbols_c::Ask(SymbolRequest_t Request, SymbolAnswer_t * pAnswer)
     {
         pAnswer->szText[0] = '\0';
@@ -363,7 +363,8 @@ namespace plat
             [](LockState_t const & Lock, void * pSymbols)
             {
                 SymbolAnswer_t Unused;
-                static_cast<Symbols_c *>(pSymbols)->Ask({ TELL_LOCK, Lock.nBytes, Lock.Address, Lock.Owner }, &Unused);
+                static_cast<Symbols_c *>(pSymbols)->Ask(
+                    { REPORT_LOCK, Lock.nBytes, Lock.Address, Lock.Owner }, &Unused);
             },
             this);
     }

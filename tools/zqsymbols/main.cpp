@@ -58,7 +58,7 @@ namespace zqsymbols
                     return true;
                 case plat::ASK_DETAIL:
                     return AnswerDetail(Request.nValue, To);
-                case plat::TELL_LOCK:
+                case plat::REPORT_LOCK:
                     m_ThreadLines.AddLock({ Request.nValue, Request.nIndex, Request.nMore });
                     return true;
                 default:

@@ -41,27 +41,27 @@ namespace
 {
     enum Kind_e : std::uint32_t
     {
-        Open,
-        Read,
-        Write,
-        Seek,
-        Stat,
-        List,
-        Rename,
-        Sync,
-        Make,
-        Remove,
-        Truncate,
-        Map,
-        Thread,
-        Wait,
-        Watch,
-        Lease,
-        Lock,
-        Start,
-        Random,
-        Queue,
-        Allocate,
+        OPEN,
+        READ,
+        WRITE,
+        SEEK,
+        STAT,
+        LIST,
+        RENAME,
+        SYNC,
+        MAKE,
+        REMOVE,
+        TRUNCATE,
+        MAP,
+        THREAD,
+        WAIT,
+        WATCH,
+        LEASE,
+        LOCK,
+        START,
+        RANDOM,
+        QUEUE,
+        ALLOCATE,
         KINDS
     };
 
@@ -167,88 +167,88 @@ namespace
 
 // The build reads the names from the first lines.
 // clang-format off
-FAILING(Open, open, int, (char const * szPath, int iFlags, mode_t iMode), (szPath, iFlags, iMode), -1)
-FAILING(Open, open64, int, (char const * szPath, int iFlags, mode_t iMode), (szPath, iFlags, iMode), -1)
-FAILING(Open, openat, int, (int iFolder, char const * szPath, int iFlags, mode_t iMode),
+FAILING(OPEN, open, int, (char const * szPath, int iFlags, mode_t iMode), (szPath, iFlags, iMode), -1)
+FAILING(OPEN, open64, int, (char const * szPath, int iFlags, mode_t iMode), (szPath, iFlags, iMode), -1)
+FAILING(OPEN, openat, int, (int iFolder, char const * szPath, int iFlags, mode_t iMode),
     (iFolder, szPath, iFlags, iMode), -1)
-FAILING(Open, openat64, int, (int iFolder, char const * szPath, int iFlags, mode_t iMode),
+FAILING(OPEN, openat64, int, (int iFolder, char const * szPath, int iFlags, mode_t iMode),
     (iFolder, szPath, iFlags, iMode), -1)
-FAILING(Open, fdopen, std::FILE *, (int iFile, char const * szMode), (iFile, szMode), nullptr)
-FAILING_BYTES(Read, read, (int iFile, void * pBuffer, std::size_t nBytes), (iFile, pBuffer, nBytes))
-FAILING_BYTES(Read, pread64, (int iFile, void * pBuffer, std::size_t nBytes, off64_t iAt),
+FAILING(OPEN, fdopen, std::FILE *, (int iFile, char const * szMode), (iFile, szMode), nullptr)
+FAILING_BYTES(READ, read, (int iFile, void * pBuffer, std::size_t nBytes), (iFile, pBuffer, nBytes))
+FAILING_BYTES(READ, pread64, (int iFile, void * pBuffer, std::size_t nBytes, off64_t iAt),
     (iFile, pBuffer, nBytes, iAt))
-FAILING_BYTES(Read, recv, (int iFile, void * pBuffer, std::size_t nBytes, int iFlags), (iFile, pBuffer, nBytes, iFlags))
-FAILING_BYTES(Write, write, (int iFile, void const * pBuffer, std::size_t nBytes), (iFile, pBuffer, nBytes))
-FAILING_BYTES(Write, pwrite64, (int iFile, void const * pBuffer, std::size_t nBytes, off64_t iAt),
+FAILING_BYTES(READ, recv, (int iFile, void * pBuffer, std::size_t nBytes, int iFlags), (iFile, pBuffer, nBytes, iFlags))
+FAILING_BYTES(WRITE, write, (int iFile, void const * pBuffer, std::size_t nBytes), (iFile, pBuffer, nBytes))
+FAILING_BYTES(WRITE, pwrite64, (int iFile, void const * pBuffer, std::size_t nBytes, off64_t iAt),
     (iFile, pBuffer, nBytes, iAt))
-FAILING_BYTES(Write, send, (int iFile, void const * pBuffer, std::size_t nBytes, int iFlags),
+FAILING_BYTES(WRITE, send, (int iFile, void const * pBuffer, std::size_t nBytes, int iFlags),
     (iFile, pBuffer, nBytes, iFlags))
-FAILING_BYTES(Write, copy_file_range,
+FAILING_BYTES(WRITE, copy_file_range,
     (int iFrom, off64_t * pFrom, int iTo, off64_t * pTo, std::size_t nBytes, unsigned iFlags),
     (iFrom, pFrom, iTo, pTo, nBytes, iFlags))
-FAILING(Write, fputs, int, (char const * szText, std::FILE * pFile), (szText, pFile), EOF)
-FAILING(Write, fputc, int, (int c, std::FILE * pFile), (c, pFile), EOF)
-FAILING(Write, fflush, int, (std::FILE * pFile), (pFile), EOF)
-FAILING(Write, fclose, int, (std::FILE * pFile), (pFile), (__real_fclose(pFile), errno = Table().iReason, EOF))
-FAILING(Write, fwrite, std::size_t, (void const * p, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
+FAILING(WRITE, fputs, int, (char const * szText, std::FILE * pFile), (szText, pFile), EOF)
+FAILING(WRITE, fputc, int, (int c, std::FILE * pFile), (c, pFile), EOF)
+FAILING(WRITE, fflush, int, (std::FILE * pFile), (pFile), EOF)
+FAILING(WRITE, fclose, int, (std::FILE * pFile), (pFile), (__real_fclose(pFile), errno = Table().iReason, EOF))
+FAILING(WRITE, fwrite, std::size_t, (void const * p, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
     (p, nSize, nCount, pFile), 0)
-FAILING(Seek, lseek64, off64_t, (int iFile, off64_t iAt, int iFrom), (iFile, iAt, iFrom), -1)
-FAILING(Stat, fstat64, int, (int iFile, struct stat64 * pStat), (iFile, pStat), -1)
-FAILING(Stat, stat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
-FAILING(Stat, lstat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
-FAILING(Stat, fstatat64, int, (int iFolder, char const * szPath, struct stat64 * pStat, int iFlags),
+FAILING(SEEK, lseek64, off64_t, (int iFile, off64_t iAt, int iFrom), (iFile, iAt, iFrom), -1)
+FAILING(STAT, fstat64, int, (int iFile, struct stat64 * pStat), (iFile, pStat), -1)
+FAILING(STAT, stat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
+FAILING(STAT, lstat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
+FAILING(STAT, fstatat64, int, (int iFolder, char const * szPath, struct stat64 * pStat, int iFlags),
     (iFolder, szPath, pStat, iFlags), -1)
-FAILING(Stat, statx, int, (int iFolder, char const * szPath, int iFlags, unsigned iMask, struct statx * pStat),
+FAILING(STAT, statx, int, (int iFolder, char const * szPath, int iFlags, unsigned iMask, struct statx * pStat),
     (iFolder, szPath, iFlags, iMask, pStat), -1)
-FAILING(Stat, access, int, (char const * szPath, int iMode), (szPath, iMode), -1)
-FAILING(Stat, faccessat, int, (int iFolder, char const * szPath, int iMode, int iFlags),
+FAILING(STAT, access, int, (char const * szPath, int iMode), (szPath, iMode), -1)
+FAILING(STAT, faccessat, int, (int iFolder, char const * szPath, int iMode, int iFlags),
     (iFolder, szPath, iMode, iFlags), -1)
-FAILING(Stat, realpath, char *, (char const * szPath, char * pBuffer), (szPath, pBuffer), nullptr)
-FAILING(Stat, readlink, ssize_t, (char const * szPath, char * pBuffer, std::size_t nBytes),
+FAILING(STAT, realpath, char *, (char const * szPath, char * pBuffer), (szPath, pBuffer), nullptr)
+FAILING(STAT, readlink, ssize_t, (char const * szPath, char * pBuffer, std::size_t nBytes),
     (szPath, pBuffer, nBytes), -1)
-FAILING(Stat, getcwd, char *, (char * pBuffer, std::size_t nBytes), (pBuffer, nBytes), nullptr)
-FAILING(List, getdents64, ssize_t, (int iFolder, void * pBuffer, std::size_t nBytes), (iFolder, pBuffer, nBytes), -1)
-FAILING(Rename, rename, int, (char const * szFrom, char const * szTo), (szFrom, szTo), -1)
-FAILING(Rename, renameat, int, (int iFrom, char const * szFrom, int iTo, char const * szTo),
+FAILING(STAT, getcwd, char *, (char * pBuffer, std::size_t nBytes), (pBuffer, nBytes), nullptr)
+FAILING(LIST, getdents64, ssize_t, (int iFolder, void * pBuffer, std::size_t nBytes), (iFolder, pBuffer, nBytes), -1)
+FAILING(RENAME, rename, int, (char const * szFrom, char const * szTo), (szFrom, szTo), -1)
+FAILING(RENAME, renameat, int, (int iFrom, char const * szFrom, int iTo, char const * szTo),
     (iFrom, szFrom, iTo, szTo), -1)
-FAILING(Rename, renameat2, int, (int iFrom, char const * szFrom, int iTo, char const * szTo, unsigned iFlags),
+FAILING(RENAME, renameat2, int, (int iFrom, char const * szFrom, int iTo, char const * szTo, unsigned iFlags),
     (iFrom, szFrom, iTo, szTo, iFlags), -1)
-FAILING(Rename, link, int, (char const * szFrom, char const * szTo), (szFrom, szTo), -1)
-FAILING(Sync, fsync, int, (int iFile), (iFile), -1)
-FAILING(Make, mkdir, int, (char const * szPath, mode_t iMode), (szPath, iMode), -1)
-FAILING(Make, mkdirat, int, (int iFolder, char const * szPath, mode_t iMode), (iFolder, szPath, iMode), -1)
-FAILING(Make, fchmod, int, (int iFile, mode_t iMode), (iFile, iMode), -1)
-FAILING(Remove, unlinkat, int, (int iFolder, char const * szPath, int iFlags), (iFolder, szPath, iFlags), -1)
-FAILING(Truncate, ftruncate64, int, (int iFile, off64_t nBytes), (iFile, nBytes), -1)
-FAILING(Map, mmap, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off_t iAt),
+FAILING(RENAME, link, int, (char const * szFrom, char const * szTo), (szFrom, szTo), -1)
+FAILING(SYNC, fsync, int, (int iFile), (iFile), -1)
+FAILING(MAKE, mkdir, int, (char const * szPath, mode_t iMode), (szPath, iMode), -1)
+FAILING(MAKE, mkdirat, int, (int iFolder, char const * szPath, mode_t iMode), (iFolder, szPath, iMode), -1)
+FAILING(MAKE, fchmod, int, (int iFile, mode_t iMode), (iFile, iMode), -1)
+FAILING(REMOVE, unlinkat, int, (int iFolder, char const * szPath, int iFlags), (iFolder, szPath, iFlags), -1)
+FAILING(TRUNCATE, ftruncate64, int, (int iFile, off64_t nBytes), (iFile, nBytes), -1)
+FAILING(MAP, mmap, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off_t iAt),
     (p, nBytes, iRights, iFlags, iFile, iAt), MAP_FAILED)
-FAILING(Map, mmap64, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off64_t iAt),
+FAILING(MAP, mmap64, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off64_t iAt),
     (p, nBytes, iRights, iFlags, iFile, iAt), MAP_FAILED)
-FAILING(Map, mprotect, int, (void * p, std::size_t nBytes, int iRights), (p, nBytes, iRights), -1)
-FAILING(Thread, pthread_create, int,
+FAILING(MAP, mprotect, int, (void * p, std::size_t nBytes, int iRights), (p, nBytes, iRights), -1)
+FAILING(THREAD, pthread_create, int,
     (pthread_t * pThread, pthread_attr_t const * pHow, void * (*fnRun)(void *), void * pWith),
     (pThread, pHow, fnRun, pWith), errno)
-FAILING(Wait, poll, int, (pollfd * pFiles, nfds_t nFiles, int iTime), (pFiles, nFiles, iTime), -1)
-FAILING(Wait, nanosleep, int, (timespec const * pTime, timespec * pRest),
+FAILING(WAIT, poll, int, (pollfd * pFiles, nfds_t nFiles, int iTime), (pFiles, nFiles, iTime), -1)
+FAILING(WAIT, nanosleep, int, (timespec const * pTime, timespec * pRest),
     (pTime, pRest), (pRest ? void(*pRest = *pTime) : void(), -1))
-FAILING(Wait, waitid, int, (idtype_t eType, id_t iChild, siginfo_t * pInfo, int iFlags),
+FAILING(WAIT, waitid, int, (idtype_t eType, id_t iChild, siginfo_t * pInfo, int iFlags),
     (eType, iChild, pInfo, iFlags), -1)
-FAILING(Watch, inotify_init1, int, (int iFlags), (iFlags), -1)
-FAILING(Watch, inotify_add_watch, int, (int iWatch, char const * szPath, std::uint32_t iMask),
+FAILING(WATCH, inotify_init1, int, (int iFlags), (iFlags), -1)
+FAILING(WATCH, inotify_add_watch, int, (int iWatch, char const * szPath, std::uint32_t iMask),
     (iWatch, szPath, iMask), -1)
-FAILING(Lease, fcntl64, int, (int iFile, int iCommand, void * pWith), (iFile, iCommand, pWith), -1)
-FAILING(Lock, flock, int, (int iFile, int iOperation), (iFile, iOperation), -1)
-FAILING(Start, posix_spawn, int,
+FAILING(LEASE, fcntl64, int, (int iFile, int iCommand, void * pWith), (iFile, iCommand, pWith), -1)
+FAILING(LOCK, flock, int, (int iFile, int iOperation), (iFile, iOperation), -1)
+FAILING(START, posix_spawn, int,
     (pid_t * pChild, char const * szPath, posix_spawn_file_actions_t const * pActions,
         posix_spawnattr_t const * pHow, char * const * dArguments, char * const * dVariables),
     (pChild, szPath, pActions, pHow, dArguments, dVariables), errno)
-FAILING(Start, pipe2, int, (int * dEnds, int iFlags), (dEnds, iFlags), -1)
-FAILING(Start, socketpair, int, (int iFamily, int iType, int iProtocol, int * dEnds),
+FAILING(START, pipe2, int, (int * dEnds, int iFlags), (dEnds, iFlags), -1)
+FAILING(START, socketpair, int, (int iFamily, int iType, int iProtocol, int * dEnds),
     (iFamily, iType, iProtocol, dEnds), -1)
-FAILING(Random, getrandom, ssize_t, (void * pBuffer, std::size_t nBytes, unsigned iFlags),
+FAILING(RANDOM, getrandom, ssize_t, (void * pBuffer, std::size_t nBytes, unsigned iFlags),
     (pBuffer, nBytes, iFlags), -1)
-FAILING(Allocate, malloc, void *, (std::size_t nBytes), (nBytes), nullptr)
-FAILING(Allocate, calloc, void *, (std::size_t nCount, std::size_t nBytes), (nCount, nBytes), nullptr)
+FAILING(ALLOCATE, malloc, void *, (std::size_t nBytes), (nBytes), nullptr)
+FAILING(ALLOCATE, calloc, void *, (std::size_t nCount, std::size_t nBytes), (nCount, nBytes), nullptr)
 // clang-format on
 
 // Calls without a function of their own. Calls that a thread makes for its own sake always go through.
@@ -256,10 +256,10 @@ extern "C" long __real_syscall(long iCall, ...);
 extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f);
 extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f)
 {
-    Kind_e const eKind = iCall == SYS_getdents64     ? List
-                         : iCall == SYS_timer_create ? Wait
+    Kind_e const eKind = iCall == SYS_getdents64     ? LIST
+                         : iCall == SYS_timer_create ? WAIT
                          : iCall == SYS_io_uring_setup || iCall == SYS_io_uring_enter || iCall == SYS_perf_event_open
-                             ? Queue
+                             ? QUEUE
                              : KINDS;
     bool const bFails = eKind != KINDS && IsFailing(eKind, __builtin_return_address(0));
     return bFails ? -1 : __real_syscall(iCall, a, b, c, d, e, f);
