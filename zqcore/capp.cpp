@@ -96,17 +96,17 @@ void AppMiscShutdown()
     LogDone();
 }
 
-double AppGetDeltaTime(double dMinDelta)
+double AppGetDeltaTime(double tMinDelta)
 {
-    static double dLast = Game_longTimeGet() - FIRST_DELTA;
+    static double s_tLast = Game_longTimeGet() - FIRST_DELTA;
     double const tNow = Game_longTimeGet();
-    double const dDelta = tNow - dLast;
-    if (dMinDelta > dDelta)
+    double const tDelta = tNow - s_tLast;
+    if (tMinDelta > tDelta)
     {
         return 0.0;
     }
-    dLast = tNow;
-    return dDelta;
+    s_tLast = tNow;
+    return tDelta;
 }
 
 bool AppIsInFocus()

@@ -12,7 +12,7 @@
 //     LogSetFile(L"logs/", L"message.log");
 //     AppMiscStartup();
 //     Log("%s", GetBuildVersionString());
-//     double const dFrame = AppGetDeltaTime(0.0);   // seconds, once a frame
+//     double const tFrame = AppGetDeltaTime(0.0);   // seconds, once a frame
 //     AppMiscShutdown();
 #pragma once
 
@@ -45,8 +45,8 @@ ZQ_API void AppMiscStartup();
 ZQ_API void AppMiscShutdown();
 
 /// Returns the seconds of Game_longTimeGet since the last call that did not return 0; about 1/30 at the first call.
-/// Returns 0 if less than dMinDelta seconds have passed; they count in the next call. There is no upper limit.
-ZQ_API double AppGetDeltaTime(double dMinDelta);
+/// Returns 0 if less than tMinDelta seconds have passed; they count in the next call. There is no upper limit.
+ZQ_API double AppGetDeltaTime(double tMinDelta);
 
 /// Returns whether the window with the keyboard is g_pAppWindow or a child of it. Asserts that g_pAppWindow is set.
 ZQ_API bool AppIsInFocus();

@@ -45,6 +45,7 @@ public:
     BitVec_c(BitVec_c && Other) noexcept { Swap(Other); }   // leaves the other one empty
     ~BitVec_c() { Reset(); }
 
+    /// Exchanges the storage and the sizes of the two rows.
     void Swap(BitVec_c & Other) noexcept;
 
     /// Grows to at least iBits bits and returns the row. Never shrinks.
@@ -400,12 +401,16 @@ class TinyBitmap_c
 {
 public:
     /// Sets the width, 0 to 15. The field stays as it is.
-    void SetWidth(int dx) { m_dwBits = (m_dwBits & ~WIDTH_MASK) | (static_cast<std::uint32_t>(dx) & WIDTH_MASK); }
+    void SetWidth(int nWidth)
+    {
+        m_dwBits = (m_dwBits & ~WIDTH_MASK) | (static_cast<std::uint32_t>(nWidth) & WIDTH_MASK);
+    }
     int GetWidth() const { return static_cast<int>(m_dwBits & WIDTH_MASK); }
 
     /// Zeroes the field; the width stays.
     void Clear() { m_dwBits &= WIDTH_MASK; }
 
+    /// Set a cell, and return whether it is set.
     void Set(int iX, int iY)
     {
         std::int64_t const iCell = CellOf(iX, iY);

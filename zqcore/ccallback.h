@@ -93,7 +93,7 @@ private:
         bool m_bExclusive;
     };
 
-    // Marks the list as firing for a scope.
+    /// Scope in which the list is firing.
     struct Firing_s
     {
         CallbackerBase_T & List;

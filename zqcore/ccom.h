@@ -78,7 +78,7 @@ protected:
     /// Asserts that no references are left. If some are, logs them and releases their notes.
     virtual ~ComObject_c();
 
-    /// Called when no references are left. Deletes the object; a subclass may keep it instead.
+    /// Deletes the object. Release calls it when no references are left. A subclass may keep the object instead.
     virtual void Dispose() const;
 
 private:

@@ -9,7 +9,7 @@ inline constexpr std::uint32_t CRC32_POLYNOMIAL = 0xEDB88320u;
 /// Bytes of the shortest run that the kernels accept. Shorter runs use the tables.
 inline constexpr std::size_t CRC32_KERNEL_MIN = 16;
 
-/// Returns the CRC-32 of a run of at least CRC32_KERNEL_MIN bytes.
+/// Function that returns the CRC-32 of a run of at least CRC32_KERNEL_MIN bytes.
 using Crc32Kernel_t = std::uint32_t (*)(unsigned char const * pData, std::size_t nBytes);
 
 /// Returns the CRC-32 of a run of any length. Uses the tables, eight bytes at a time, and works on every processor.

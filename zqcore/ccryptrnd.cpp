@@ -26,10 +26,10 @@ void CryptoRandomGenerator_c::PutNextRandom()
     PutLocked(static_cast<unsigned char>(plat::CycleCounter()));
 }
 
-void CryptoRandomGenerator_c::Put(unsigned char Byte)
+void CryptoRandomGenerator_c::Put(unsigned char cByte)
 {
     plat::LockScope_c const Scope(m_PoolLock);
-    PutLocked(Byte);
+    PutLocked(cByte);
 }
 
 void CryptoRandomGenerator_c::Diverge()
@@ -42,9 +42,9 @@ void CryptoRandomGenerator_c::Diverge()
     }
 }
 
-void CryptoRandomGenerator_c::PutLocked(unsigned char Byte)
+void CryptoRandomGenerator_c::PutLocked(unsigned char cByte)
 {
-    m_dEntropyPool[m_iWrite].store(Byte, std::memory_order_relaxed);
+    m_dEntropyPool[m_iWrite].store(cByte, std::memory_order_relaxed);
     m_iWrite = (m_iWrite + 1) % POOL_SIZE;
     std::uint32_t const nPoolSize = m_nPoolSize.load(std::memory_order_relaxed);
     if (nPoolSize < POOL_SIZE)
@@ -76,7 +76,7 @@ void CryptoRandomGenerator_c::MakeBlock()
     }
     std::size_t const nPoolSize = GetPoolSize();
     std::transform(m_dEntropyPool, m_dEntropyPool + nPoolSize, dInput + 4,
-        [](std::atomic<unsigned char> const & Byte) { return Byte.load(std::memory_order_relaxed); });
+        [](std::atomic<unsigned char> const & cByte) { return cByte.load(std::memory_order_relaxed); });
     SHA1Context Context;
     SHA1Reset(&Context);
     SHA1Input(&Context, dInput, 4 + nPoolSize);
@@ -123,11 +123,11 @@ void Password_s::Set(String_T<256> const & sText)
 {
     char const * const szText = sText;
     int const nLength = sText.Length();
-    unsigned char const LengthByte = static_cast<unsigned char>(nLength);
+    unsigned char const cLength = static_cast<unsigned char>(nLength);
     Hash_t dDigest;
     SHA1Context Context;
     SHA1Reset(&Context);
-    SHA1Input(&Context, &LengthByte, 1);
+    SHA1Input(&Context, &cLength, 1);
     SHA1Input(&Context, reinterpret_cast<unsigned char const *>(szText), static_cast<std::size_t>(nLength));
     SHA1Result(&Context, dDigest.data());
     Set(dDigest);

@@ -17,7 +17,7 @@ public:
     void PutNextRandom();
 
     /// Adds a byte to the pool.
-    void Put(unsigned char Byte);
+    void Put(unsigned char cByte);
 
     /// Fills dOutput with nBytes bytes. Each block of output is used from its end. Unused bytes stay for the next call.
     void Get(unsigned char * dOutput, std::size_t nBytes);
@@ -29,7 +29,7 @@ public:
     /// differ from those of its parent and of the parent's other children.
     void Diverge();
 
-    /// Registers a generator's locks for forks.
+    /// Registration of a generator's locks for forks.
     class ForkLocks_c
     {
     public:
@@ -43,7 +43,7 @@ public:
     };
 
 private:
-    void PutLocked(unsigned char Byte);
+    void PutLocked(unsigned char cByte);
     void MakeBlock();
 
     plat::Lock_c m_PoolLock;                                     // guards writes to the pool

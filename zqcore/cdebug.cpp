@@ -317,8 +317,8 @@ void AssertReportEx(
 
 DebugMessages_c & DebugMessages_c::Get()
 {
-    static DebugMessages_c dm;
-    return dm;
+    static DebugMessages_c s_Messages;
+    return s_Messages;
 }
 
 bool DebugMessages_c::DebugAssert(char const * sFile, int iLine, char const * sText)

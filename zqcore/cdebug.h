@@ -124,8 +124,8 @@ public:
     void * m_hOwner = nullptr;   // host's window that owns the dialogs, or null
 };
 
-/// Called by the macros above if a condition fails. szFunction is the compiler's spelling of a function; the text shows
-/// its class and name.
+/// Report a condition that failed. The assertion macros call them. szFunction is the compiler's spelling of a function;
+/// the text shows its class and name.
 ZQ_API ZQ_COLD void AssertReport(char const * szCondition, char const * szFile, char const * szFunction, int iLine);
 ZQ_API ZQ_COLD void AssertReportEx(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
     char const * fmt, ...) ZQ_PRINTF(5, 6);

@@ -36,7 +36,7 @@ namespace exceptioninfo
             return bMine;
         }
 
-        /// In a forked child: releases the lock unless the calling thread holds it.
+        /// Releases the lock in a forked child, unless the calling thread holds it.
         void Renew()
         {
             if (!IsMine())
@@ -53,6 +53,7 @@ namespace exceptioninfo
 
     extern OwnedLock_c g_Lock;
 
+    /// Scope that holds the lock.
     class Scope_c
     {
     public:
@@ -68,6 +69,7 @@ namespace exceptioninfo
 
     extern char g_szDialog[DIALOG_SIZE];
 
+    /// A listed module.
     struct ModuleInfo_s
     {
         char szPath[260];
@@ -85,7 +87,7 @@ namespace exceptioninfo
     /// Returns the listed module that holds the address; null if none does.
     ModuleInfo_s const * ModuleOf(std::uintptr_t Address);
 
-    /// TraceLine for a text of any length.
+    /// Traces a text of any length, as TraceLine does a line.
     void TraceText(char const * szText);
 
     /// Returns the text of the calling thread's last system error; valid until the next call.

@@ -35,7 +35,7 @@ namespace
     wchar_t g_wszFolder[WIDE_PATH_SIZE];
     wchar_t g_wszLogFile[WIDE_PATH_SIZE];
     char g_szFolder[WIDE_PATH_UTF8_SIZE];   // g_wszFolder, absolute
-    plat::FaultFilter_t g_fnFormer = nullptr;
+    plat::FaultFilter_t g_fnPrevious = nullptr;
 
     // Of the report that is being written.
     plat::RawFile_t g_hReport = nullptr;
@@ -271,8 +271,8 @@ namespace
         ExceptionReport_c::CrashLog("\r\n");
     }
 
-    // Writes everything before the host's code runs and a person is asked, because either may end the process. In silent
-    // mode the report ends with the first call stack.
+    // Writes everything before the host's code runs and a person is asked, because either may end the process. In
+    // silent mode the report ends with the first call stack.
     void WriteReport(plat::FaultPointers_t const & Fault)
     {
         constexpr unsigned LIMIT = ExceptionReport_c::REPORT_LIMIT;
@@ -301,12 +301,12 @@ ZQ_FIRST_GLOBAL ExceptionReport_c g_ExceptionReport;
 ExceptionReport_c::ExceptionReport_c()
 {
     plat::LocalTimeKeep();
-    g_fnFormer = plat::FaultFilterSet(UnhandledExceptionFilter);
+    g_fnPrevious = plat::FaultFilterSet(UnhandledExceptionFilter);
 }
 
 ExceptionReport_c::~ExceptionReport_c()
 {
-    plat::FaultFilterSet(g_fnFormer);
+    plat::FaultFilterSet(g_fnPrevious);
 }
 
 void ExceptionReport_c::SetLogFileName(wchar_t const * sFolder, wchar_t const * sName)
@@ -375,7 +375,7 @@ long ExceptionReport_c::UnhandledExceptionFilter(plat::FaultPointers_t const * p
     plat::RawClose(g_hReport);
     g_hReport = nullptr;
     LogCloseInCrash();
-    return g_fnFormer ? g_fnFormer(pFault) : 0;
+    return g_fnPrevious ? g_fnPrevious(pFault) : 0;
 }
 
 int ExceptionReport_c::CrashLog(char const * fmt, ...)

@@ -56,8 +56,8 @@ public:
 
     /// Sets the folder of the reports and the log's name, each cut at 1023 characters. A relative folder counts from
     /// the current folder at this call, or at the crash if the absolute path is too long. Empty at start: reports then
-    /// go to "/". Also reads the difference from UTC for the names of reports, which carry local time: a later change to
-    /// or from summer time is not seen. Opens the descriptors for a crash again if the host has closed them.
+    /// go to "/". Also reads the difference from UTC for the names of reports, which carry local time: a later change
+    /// to or from summer time is not seen. Opens the descriptors for a crash again if the host has closed them.
     ZQ_API void SetLogFileName(wchar_t const * sFolder, wchar_t const * sName);
 
     /// Sets the log's name to the executable's path, with RPT in place of the three characters after its first dot,
@@ -69,11 +69,11 @@ public:
     /// installation. Requires that no other thread crashes or shows a trace.
     ZQ_API static void SetSymbolHelper(char const * szPath);
 
-    /// Adds how values of a type are shown in the file of details. The type's name has its namespaces; `*` in it is any
-    /// text. In the template `{name}` is the value of a member, `{name.name}` that of a member's member, and all else is
-    /// copied: "({x}, {y}, {z})". A member that the type does not have is shown as "(no member x)". A later addition for
-    /// a name comes first. Copies both texts. Returns false if there are 32 already, or a text is longer than 127 and
-    /// 255 bytes. Requires that no other thread adds or crashes.
+    /// Adds a printer: the form in which the file of details shows the values of a type. The type's name has its
+    /// namespaces; `*` in it is any text. In the template `{name}` is the value of a member, `{name.name}` that of a
+    /// member's member, and all else is copied: "({x}, {y}, {z})". A member that the type does not have is shown as
+    /// "(no member x)". A later addition for a name comes first. Copies both texts. Returns false if there are 32
+    /// already, or a text is longer than 127 and 255 bytes. Requires that no other thread adds or crashes.
     ZQ_API static bool AddTypePrinter(char const * szType, char const * szTemplate);
 
     /// Returns the folder and the name as they were set.
@@ -85,13 +85,14 @@ public:
     /// with status 1. Handlers of exit do not run, because they could wait for what the crashed thread holds.
     ZQ_API static long UnhandledExceptionFilter(plat::FaultPointers_t const * pFault);
 
-    /// Writes a formatted text, cut at 1023 bytes, to the report, without a zero at its end. Returns the text's bytes,
-    /// whether or not the disk has stored them. Does nothing and returns 0 while no report is being written. A text of a
-    /// listener of g_ExecutionCallbacker is added at the report's end.
+    /// Writes a formatted text, cut at 1023 bytes, to the report, without a zero at its end. Returns the text's length
+    /// in bytes, whether or not the disk has stored it. Does nothing and returns 0 while no report is being written.
+    /// A text of a listener of g_ExecutionCallbacker is added at the report's end.
     ZQ_API static int CrashLog(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-    /// Writes the name of the function at an address to szName, cut at nSize - 1 bytes. Returns the bytes from the
-    /// function's start to the address. Returns all ones for an unknown address and while no report is being written.
+    /// Writes the name of the function at an address to szName, cut at nSize - 1 bytes. Returns the distance of the
+    /// address from the function's start in bytes. Returns all ones for an unknown address and while no report is being
+    /// written.
     ZQ_API std::uint64_t GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const;
 
     /// Writes to the report the source lines after iLastLine up to the line of the address, the last 100 at most. Each

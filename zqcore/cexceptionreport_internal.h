@@ -115,8 +115,8 @@ namespace exceptionreport
         /// Adds lines that are whole. Control characters that are left in them are escaped.
         void AddLines(char const * szLines);
 
-        /// Writes a section. Whatever ends it early, the lines that are whole stay, and a last line says why. After a write
-        /// that does not end there are no more sections.
+        /// Writes a section. Whatever ends it early, the lines that are whole stay, and a last line says why. After a
+        /// write that does not end there are no more sections.
         template <typename CALL>
         void Section(char const * szName, unsigned nLimit, CALL Call)
         {

@@ -355,8 +355,8 @@ bool FileOnDisk_c::Read(plat::File_t hFile, void * pBuffer, char const * szLocat
     return pData != nullptr;
 }
 
-/// Reads without the file's lock, so that no thread waits for a worker whose priority can't be raised. If another
-/// thread reads the file meanwhile, that thread's block stays. Stops reading when the worker must stop.
+// Reads without the file's lock, so that no thread waits for a worker whose priority can't be raised. If another
+// thread reads the file meanwhile, that thread's block stays. Stops reading when the worker must stop.
 ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation)
 {
@@ -390,7 +390,7 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     return true;
 }
 
-/// Stores size and times of the open file. Returns false, with a log line, if the file can't be read whole.
+// Stores size and times of the open file. Returns false, with a log line, if the file can't be read whole.
 bool FileOnDisk_c::StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock)
 {
     int const iRoom = iLength;

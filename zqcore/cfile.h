@@ -108,7 +108,7 @@ protected:
     /// Stores that a refresh freed the block although there are references to it.
     void SetLost() { m_bLost = true; }
 
-    /// Returns whether Open must leave the lock while it reads, and clears that flag. Open calls it once.
+    /// Clears the flag that Open must leave the lock while it reads, and returns what it was. Open calls it once.
     bool TakeUnlocked();
 
 private:
@@ -213,7 +213,7 @@ public:
     /// Returns whether the position is at the file's end or after it.
     bool IsEof();
 
-    /// Returns the bytes that the file had when the stream was opened. Before that, returns File_c::iLength.
+    /// Returns the size that the file had when the stream was opened, in bytes. Before that, returns File_c::iLength.
     unsigned int FileSize() const;
 
 private:

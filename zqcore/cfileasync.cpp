@@ -12,18 +12,18 @@
 #include <climits>
 #include <cstdarg>
 
-/// The part of the queue that the worker uses.
+// The part of the queue that the worker uses.
 class FileRequests_c
 {
 public:
-    /// The thread.
+    // The thread.
     static void Work(void *);
 
-    /// In the child of a fork: discards the worker and renews the locks that it may have held.
+    // In the child of a fork: discards the worker and renews the locks that it may have held.
     static void LeaveWorker();
 
-    /// Serves all requests in this call. A receiver of the event of an open may add requests; the outer call serves
-    /// those.
+    // Serves all requests in this call. A receiver of the event of an open may add requests; the outer call serves
+    // those.
     static void ServeAll()
     {
         static bool s_bServing = false;

@@ -77,9 +77,10 @@ ZQ_API void FileUnfetch(char const * szExt);
 /// than one request poll the newest handle first, or poll by file.
 ZQ_API void * FileAsyncOpen(File_c * pFile, void * pBuffer);
 
-/// Returns whether the request is done, even if its read failed, and then removes it: it returns true only once.
+/// Returns whether the request is done, even if its read failed, and then removes it. Returns true only once.
 /// Asserts that the handle is known.
 ZQ_API bool FileAsyncIsLoaded(void * file);
 
-/// Does the same for the oldest request for this file. Returns false if there is none. Walks the requests.
+/// Returns whether the oldest request for this file is done, even if its read failed, and then removes it. Returns
+/// false if there is no request for it. Walks the requests.
 ZQ_API bool FileAsyncIsLoadedSlow(File_c * pFile);

@@ -15,7 +15,7 @@ namespace
 {
     using Folder_t = String_T<256>;
 
-    /// The media root in the form of g_sPaths, without a separator at its end.
+    // The media root in the form of g_sPaths, without a separator at its end.
     class MediaRoot_c
     {
     public:
@@ -33,14 +33,14 @@ namespace
 
         char const * Get() const { return m_sRoot; }
 
-        /// Makes the folder of a relative text. Returns false if it is too long; it is then cut.
+        // Makes the folder of a relative text. Returns false if it is too long; it is then cut.
         bool Absolute(Folder_t const & sRelative, Folder_t & sFolder) const
         {
             sFolder = m_sRoot + sRelative;
             return m_nLength + sRelative.Length() < Folder_t::Capacity();
         }
 
-        /// Returns a folder's text after the root, from the separator on; null for a folder outside the root.
+        // Returns a folder's text after the root, from the separator on; null for a folder outside the root.
         char const * Relative(Folder_t const & sFolder) const
         {
             bool const bBelow = sFolder.Begins(m_sRoot) && sFolder[m_nLength] == '\\';
@@ -52,8 +52,8 @@ namespace
         int m_nLength;
     };
 
-    /// Shows whether a folder has changed: its size and time. For the cache's own folder: NAMES and the check sum of
-    /// the names in it.
+    // Shows whether a folder has changed: its size and time. For the cache's own folder: NAMES and the check sum of
+    // the names in it.
     struct Stamp_s
     {
         std::uint64_t nBytes = 0;
@@ -98,7 +98,7 @@ namespace
         return g_dNoted[g_dNoted.Add({ nPath, UNKNOWN })].Stamp;
     }
 
-    /// The location of a cache.
+    // The location of a cache.
     struct CachePlace_s
     {
         explicit CachePlace_s(char const * szFile)
@@ -112,7 +112,7 @@ namespace
         Folder_t sBare;
     };
 
-    /// Returns the stamp by the names in a folder, without the cache and the files that saves leave beside it.
+    // Returns the stamp by the names in a folder, without the cache and the files that saves leave beside it.
     Stamp_s StampOfNames(CachePlace_s const & Cache)
     {
         plat::FolderListing_c Listing;
@@ -132,14 +132,14 @@ namespace
         return { NAMES, nNames };
     }
 
-    /// Returns the stamp of the cache's own folder for saving. While its time is that of the scan, so are its names.
+    // Returns the stamp of the cache's own folder for saving. While its time is that of the scan, so are its names.
     Stamp_s OwnStamp(CachePlace_s const & Cache)
     {
         Stamp_s const Now = StampOf(Cache.sFolder);
         return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
-    /// Returns whether a folder has the stamp of a cache. If so, stores its size and time.
+    // Returns whether a folder has the stamp of a cache. If so, stores its size and time.
     bool HasStamp(Folder_t const & sFolder, Stamp_s const & Stamp, CachePlace_s const & Cache)
     {
         Stamp_s const Now = StampOf(sFolder);
@@ -177,7 +177,7 @@ namespace
         }
     };
 
-    /// Calls Do with each object of a table, in table order. Do must not change the table.
+    // Calls Do with each object of a table, in table order. Do must not change the table.
     template <typename TABLE, typename DO>
     void ForEach(TABLE & Table, DO Do)
     {
@@ -206,7 +206,7 @@ namespace
         }
     }
 
-    /// Returns whether a load could place the file: its folder is in the table, and no other object hides it there.
+    // Returns whether a load could place the file: its folder is in the table, and no other object hides it there.
     bool CanBePlaced(File_c const & File)
     {
         return g_sPaths.FindByName(*File.pPath) && g_sFileObjects.FindByName(File.sName) == &File;
@@ -247,7 +247,7 @@ namespace
             });
     }
 
-    /// Writes a whole cache. Returns false on failure, and then writes nothing.
+    // Writes a whole cache. Returns false on failure, and then writes nothing.
     bool WriteCache(char const * szFile, MediaRoot_c const & Root)
     {
         CachePlace_s const Cache(szFile);
@@ -269,7 +269,7 @@ namespace
         return bWritten;
     }
 
-    /// Adds a copy to g_sPaths. Returns its entry; null, with a log line, if the table is full.
+    // Adds a copy to g_sPaths. Returns its entry; null, with a log line, if the table is full.
     Folder_t const * AddFolder(Folder_t const & sFolder)
     {
         if (Folder_t const * const pFolder = FilePathAdd(sFolder))
@@ -280,9 +280,9 @@ namespace
         return g_sPaths.FindByName(sFolder);
     }
 
-    /// The files that were registered before a load. Empties g_sPaths, but keeps the folders' texts until it is
-    /// destroyed. Then the files point to entries of the new table with the same texts. The folder of the cache itself
-    /// holds no media, so it returns to the table only if other files lie in it.
+    // The files that were registered before a load. Empties g_sPaths, but keeps the folders' texts until it is
+    // destroyed. Then the files point to entries of the new table with the same texts. The folder of the cache itself
+    // holds no media, so it returns to the table only if other files lie in it.
     class EarlierFiles_c
     {
     public:
@@ -329,7 +329,7 @@ namespace
         EarlierFiles_c(EarlierFiles_c const &) = delete;
         EarlierFiles_c & operator=(EarlierFiles_c const &) = delete;
 
-        /// Returns whether a file of this name and folder is among them.
+        // Returns whether a file of this name and folder is among them.
         bool Has(File_c const & File)
         {
             File_c * const pEarlier = g_sFileObjects.FindByName(File.sName);
@@ -342,7 +342,7 @@ namespace
         Array_T<Folder_t *, 64, 0> m_dFolders;
     };
 
-    /// One load of an open cache.
+    // One load of an open cache.
     class CacheLoader_c
     {
     public:
@@ -459,7 +459,7 @@ namespace
         }
     }
 
-    /// Destroys a file that the table did not accept. Returns whether the same file was registered before.
+    // Destroys a file that the table did not accept. Returns whether the same file was registered before.
     ZQ_COLD void CacheLoader_c::Refuse(File_c * pFile, int iResult)
     {
         bool const bKnown = iResult == HASH_PRESENT && m_Earlier.Has(*pFile);
@@ -487,7 +487,7 @@ namespace
         return plat::PathGetFacts(szPath, Facts) && Facts.bRegular && Facts.nSize == 0;
     }
 
-    /// A cache that is read without the tables, by the file object that a load would use.
+    // A cache that is read without the tables, by the file object that a load would use.
     class CacheReader_c
     {
     public:
@@ -514,7 +514,7 @@ namespace
         CacheReader_c(CacheReader_c const &) = delete;
         CacheReader_c & operator=(CacheReader_c const &) = delete;
 
-        /// Returns why the cache can't be used, as the text of a log line; empty if its folders have their stamps.
+        // Returns why the cache can't be used, as the text of a log line; empty if its folders have their stamps.
         Folder_t WhyNot(MediaRoot_c const & Root) const;
 
     private:
@@ -574,7 +574,7 @@ namespace
         return "";
     }
 
-    /// Registers and opens the cache. Returns null if it can't be read.
+    // Registers and opens the cache. Returns null if it can't be read.
     File_c * OpenCache()
     {
         char const * const szCache = g_sFilesystemCacheName;

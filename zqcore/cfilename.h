@@ -18,7 +18,7 @@
 /// a separator is its own last component.
 ZQ_API char const * PathFileName(char const * szPath);
 
-/// Returns the same for a path of nLength characters, which needs no zero at its end.
+/// Returns the last component of a path of nLength characters, which needs no zero at its end.
 ZQ_API char const * PathFileName(char const * szPath, std::size_t nLength);
 
 /// A path with functions that return its parts.

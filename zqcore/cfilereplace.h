@@ -80,8 +80,8 @@ public:
     static bool IsBeside(char const * szBare);
 
 protected:
-    /// Does the same as the public constructor. If szRefused is not null, makes nothing, and all later calls fail for
-    /// that reason.
+    /// Begins a replacement as the public constructor does. If szRefused is not null, makes nothing, and all later
+    /// calls fail for that reason.
     FileReplacement_c(char const * szFile, plat::Rights_e eRights, char const * szRefused);
 
     /// Keep a reason, unless there is one, and return false. FailAsSystem keeps the text of the system's last error.

@@ -70,7 +70,7 @@ namespace
     }
 }
 
-/// A file without a folder or a table, resident from the load on.
+// A file without a folder or a table, resident from the load on.
 class FileSave_c::Contents_c : public File_c
 {
 public:
@@ -161,7 +161,7 @@ String_T<256> FileSave_c::GetPath(int iPrevious) const
     return iPrevious > 0 ? m_sFile + Numbered(".", iPrevious) : m_sFile;
 }
 
-/// Deletes files left by writers of this save that were killed. No other program writes it at this point.
+// Deletes files left by writers of this save that were killed. No other program writes it at this point.
 void FileSave_c::DeleteLeft()
 {
     String_T<512> sFolder(m_sFile);
@@ -295,8 +295,8 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
     return false;
 }
 
-/// Links the save to its first previous name, and renames each previous save to the next name, up to a free one.
-/// Changes nothing if a failed commit has already linked the save.
+// Links the save to its first previous name, and renames each previous save to the next name, up to a free one.
+// Changes nothing if a failed commit has already linked the save.
 bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
 {
     if (m_nPrevious == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))

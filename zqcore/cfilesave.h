@@ -120,7 +120,7 @@ private:
     int m_nPrevious = 0;
 };
 
-/// Writes a save. Its FileSave_c must outlive it.
+/// Writer of a save. Its FileSave_c must outlive it.
 class ZQ_API FileSaveWriter_c : public FileReplacement_c
 {
 public:

@@ -69,8 +69,8 @@ public:
     /// Frees the storage with all elements in use. The water marks stay. Init may follow.
     void Reset();
 
-    /// Returns an element, or null if the pool is full. The element that was freed last from a full group comes first.
-    /// An element that is allocated with bArray is freed with bArray.
+    /// Allocates and returns an element, or null if the pool is full. The element that was freed last from a full group
+    /// comes first. An element that is allocated with bArray is freed with bArray.
     void * Alloc(bool bArray);
 
     /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool.
@@ -106,7 +106,7 @@ class ZQ_API GigaPoolResizeable_c
     struct Chunk_s;
 
 public:
-    /// Finds the chunk of an address in constant time, for one pool or for several that share the map.
+    /// Map that finds the chunk of an address in constant time, for one pool or for several that share the map.
     class ZQ_API ChunkMap_c
     {
     public:
@@ -128,7 +128,7 @@ public:
         static constexpr std::size_t ALIGNMENT = std::size_t{ 1 } << PageMap_T<int>::PAGE_BITS;
 
     private:
-        // A chunk as Free needs it.
+        /// A chunk as Free needs it.
         struct Entry_s
         {
             std::uint8_t * pData = nullptr;
@@ -164,7 +164,7 @@ public:
     /// Frees the chunks with all elements in use. Sizes and peak stay, and Alloc may follow.
     void Reset();
 
-    /// Returns an element. Allocates a chunk if necessary. Returns null only
+    /// Allocates an element, and a chunk if necessary, and returns the element. Returns null only
     /// - without an Init for elements of 1 byte or more,
     /// - if no chunk fits into the address space.
     void * Alloc(bool bArray);

@@ -224,7 +224,7 @@ inline void GigaGroup_c::SetMasks(std::uint64_t iMasks)
     std::memcpy(static_cast<void *>(this), &iMasks, sizeof iMasks);
 }
 
-// Returns the element's bit in both masks.
+/// Returns the element's bit in both masks.
 inline std::uint64_t GigaGroup_c::BothBits(unsigned iElement)
 {
     return std::rotl(0x100000001ull, static_cast<int>(iElement));   // the same every ELEMENTS

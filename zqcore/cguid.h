@@ -26,11 +26,11 @@ public:
     /// The null identifier, all zero.
     Guid_c() = default;
 
-    /// The fields in the order of ToInitializerText.
+    /// An identifier of 11 fields, in the order of ToInitializerText.
     Guid_c(std::uint32_t dwData1, std::uint16_t nData2, std::uint16_t nData3, std::uint8_t n0, std::uint8_t n1,
         std::uint8_t n2, std::uint8_t n3, std::uint8_t n4, std::uint8_t n5, std::uint8_t n6, std::uint8_t n7);
 
-    /// The 16 bytes are given as four little-endian words.
+    /// An identifier of 16 bytes, as four little-endian words.
     Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uint32_t dw3);
 
     /// Sets Guid to a new identifier and returns true. On failure a Warning states the reason, and Guid is unchanged.
@@ -52,8 +52,8 @@ public:
     /// Returns a name that XML allows: `_` and the text form.
     String_T<256> ToXmlName() const;
 
-    /// Reads such a name, with or without the `_`. Returns false for any other text, with Guid unchanged. Asserts that
-    /// text is not null.
+    /// Reads a name as ToXmlName returns it, with or without the `_`. Returns false for any other text, with Guid
+    /// unchanged. Asserts that text is not null.
     static bool FromXmlName(char const * text, Guid_c & Guid);
 
     /// Compare the identifiers. The order is that of the text forms.

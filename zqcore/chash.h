@@ -31,10 +31,9 @@ enum HashAdd_e : int
     HASH_FULL = 2       // no slot of the chain is free; the table is unchanged
 };
 
-/// Returns the hash of a name of nLength characters: each character is sign-extended, rotated left by its position, and
-/// XORed.
+/// Return the hash of a name, of nLength characters or terminated: each character is sign-extended, rotated left by its
+/// position, and XORed.
 ZQ_API std::uint32_t StringHashOf(char const * szName, std::size_t nLength);
-
 inline std::uint32_t StringHashOf(char const * szName)
 {
     return StringHashOf(szName, std::strlen(szName));
@@ -110,7 +109,8 @@ public:
     /// further along the chain is not seen: it may be in the table twice then.
     int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
 
-    /// Adds in two steps, for many names in a row: Prepare prefetches what Add reads, while the caller does other work.
+    /// A name to add in two steps, for many names in a row: Prepare prefetches what Add reads, while the caller does
+    /// other work.
     struct Entry_s
     {
         T * pObject;
@@ -125,7 +125,7 @@ public:
     /// Returns the object of a name, or null.
     T * FindByName(char const * szName) const { return FindByName(szName, std::strlen(szName)); }
 
-    /// Does the same for a name of nLength characters and a terminator.
+    /// Returns the object of a name of nLength characters and a terminator, or null.
     T * FindByName(char const * szName, std::size_t nLength) const;
 
     /// Removes an entry. Returns false if there is none.
@@ -138,8 +138,8 @@ public:
     Slot_s * First() { return FirstFrom(m_dSlots); }
     Slot_s * Next(Slot_s * pSlot) { return FirstFrom(pSlot + 1); }
 
-    /// Walks the objects in slot order. While the caller works on one object, the processor loads the cache lines of
-    /// the next one. The caller may delete the entry of the present object.
+    /// Walk over the objects in slot order. While the caller works on one object, the processor loads the cache lines
+    /// of the next one. The caller may delete the entry of the present object.
     class ObjectIterator_c
     {
     public:

@@ -41,9 +41,9 @@ public:
     /// elements_total > 0 and at most MAX_GROUPS classes; a further one is not added.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
-    /// Returns a block of the smallest class with nBytes or more, never null. Ends in Abort if no class has that size.
-    /// Blocks of a class whose size is a multiple of 16 are aligned to 16 bytes. bArray marks an array; Free compares
-    /// it.
+    /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Ends in Abort if no
+    /// class has that size. Blocks of a class whose size is a multiple of 16 are aligned to 16 bytes. bArray marks an
+    /// array; Free compares it.
     void * Alloc(unsigned int nBytes, bool bArray);
 
     /// Frees a block and returns true. Requires the bArray of Alloc (GigaPoolStatic_c::Free). Returns false if no class

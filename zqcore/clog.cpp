@@ -107,7 +107,7 @@ namespace
     // Writes how many lines were lost, after a line could be written again.
     ZQ_COLD void ReportLost(std::FILE * pFile)
     {
-        std::uint32_t const nLost = g_MessageLog.TakeLost();
+        std::uint32_t const nLost = g_MessageLog.ExtractLost();
         if (nLost == 0)
         {
             return;
@@ -214,11 +214,11 @@ ZQ_COLD bool LogStream_c::EndTornLine(std::FILE * pStream)
 }
 
 constinit std::atomic<std::uint64_t> LogStream_c::s_nLimit = 0;
-constinit std::atomic<int> LogStream_c::s_nFormer = 0;
+constinit std::atomic<int> LogStream_c::s_nPrevious = 0;
 
-void LogStream_c::SetLimit(std::uint64_t nLimit, int nFormer)
+void LogStream_c::SetLimit(std::uint64_t nLimit, int nPrevious)
 {
-    s_nFormer.store(std::max(nFormer, 0));
+    s_nPrevious.store(std::max(nPrevious, 0));
     s_nLimit.store(nLimit);
 }
 
@@ -226,14 +226,14 @@ ZQ_COLD void LogStream_c::BeginAnew(std::FILE * pStream, char const * szPath)
 {
     if (g_LimitLock.TryEnter())   // otherwise another thread starts the new file
     {
-        m_nSize = plat::StreamLimitLog(pStream, szPath, s_nLimit, s_nFormer);
+        m_nSize = plat::StreamLimitLog(pStream, szPath, s_nLimit, s_nPrevious);
         g_LimitLock.Leave();
     }
 }
 
-void LogSetLimit(std::uint64_t nBytes, int nFormer)
+void LogSetLimit(std::uint64_t nBytes, int nPrevious)
 {
-    LogStream_c::SetLimit(nBytes, nFormer);
+    LogStream_c::SetLimit(nBytes, nPrevious);
 }
 
 void LogCreateFolders(wchar_t * sFolder)

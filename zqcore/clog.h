@@ -50,9 +50,9 @@ ZQ_API void LogDone();
 
 /// Limits each file of the main log and of the named logs to nBytes; 0, as at start, means no limit. After the line
 /// that exceeds it, a new file is begun. The old one gets ".1" at the end of its name, previous ones ".2" to
-/// ".nFormer". With nFormer 0 the file is emptied instead. Lines that other threads write meanwhile may go to the old
-/// file. A host's own stream has no limit. Any thread.
-ZQ_API void LogSetLimit(std::uint64_t nBytes, int nFormer);
+/// ".nPrevious". With nPrevious 0 the file is emptied instead. Lines that other threads write meanwhile may go to the
+/// old file. A host's own stream has no limit. Any thread.
+ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);
 
 /// Adds a listener, which is called before the others and on the thread that logs. It stays until LogDone.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));

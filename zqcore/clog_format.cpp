@@ -16,7 +16,7 @@ namespace
     constexpr float FIXED_LIMIT = 1e9f;   // seconds; longer times are printed by snprintf
 
     // Returns how many of eight characters precede the first '%'; 8 without one.
-    std::ptrdiff_t AheadOfPercent(std::uint64_t iText)
+    std::ptrdiff_t LengthBeforePercent(std::uint64_t iText)
     {
         static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
         constexpr std::uint64_t EACH = 0x0101010101010101u;
@@ -79,16 +79,16 @@ namespace
             constexpr std::ptrdiff_t WORD = sizeof(std::uint64_t);
             char * pOut = m_pOut;   // members would be read and written again at each character
             std::uint64_t iOther = m_iOther;
-            std::ptrdiff_t nAhead = WORD;
-            while (nAhead == WORD && pEnd - pText >= WORD && m_pEnd - pOut >= WORD)
+            std::ptrdiff_t nLiteral = WORD;
+            while (nLiteral == WORD && pEnd - pText >= WORD && m_pEnd - pOut >= WORD)
             {
                 std::uint64_t iText;
                 std::memcpy(&iText, pText, WORD);
                 std::memcpy(pOut, &iText, WORD);
                 iOther |= OthersIn(iText);
-                nAhead = AheadOfPercent(iText);
-                pText += nAhead;
-                pOut += nAhead;
+                nLiteral = LengthBeforePercent(iText);
+                pText += nLiteral;
+                pOut += nLiteral;
             }
             char const * const pLimit = m_pEnd;
             for (; pText != pEnd && *pText != '%'; ++pText)
@@ -237,7 +237,7 @@ namespace
         }
     }
 
-    char * PutDigitsAhead(char * pEnd, std::uint32_t i)
+    char * PutDigitsBefore(char * pEnd, std::uint32_t i)
     {
         do
         {
@@ -398,15 +398,15 @@ namespace
         while ((fmt = std::strchr(fmt, '%')) != nullptr)
         {
             ++fmt;
-            std::size_t const nAhead = std::strspn(fmt, "-+ #0'I*.123456789hlqjztL");
-            char const cKind = fmt[nAhead];
+            std::size_t const nModifiers = std::strspn(fmt, "-+ #0'I*.123456789hlqjztL");
+            char const cKind = fmt[nModifiers];
             bool const bText = cKind == 's' || cKind == 'c';
-            bWide = bWide || cKind == 'S' || cKind == 'C' || (bText && nAhead > 0 && fmt[nAhead - 1] == 'l');
+            bWide = bWide || cKind == 'S' || cKind == 'C' || (bText && nModifiers > 0 && fmt[nModifiers - 1] == 'l');
             if (cKind == '\0' || !std::strchr("diouxXceEfFgGaAspSC%", cKind))
             {
                 return false;
             }
-            fmt += nAhead + 1;
+            fmt += nModifiers + 1;
         }
         return bWide;
     }
@@ -547,14 +547,14 @@ char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)
     auto const nRest = static_cast<std::uint32_t>(nMilliseconds % 1000);
     char * p = pEnd;
     *--p = '\t';
-    p = PutDigitsAhead(p, static_cast<std::uint32_t>(iFrame));
+    p = PutDigitsBefore(p, static_cast<std::uint32_t>(iFrame));
     *--p = '\t';
     *--p = static_cast<char>('0' + nRest % 10);
     *--p = static_cast<char>('0' + nRest / 10 % 10);
     *--p = static_cast<char>('0' + nRest / 100);
     *--p = '.';
     char const * const pPoint = p;
-    p = PutDigitsAhead(p, nSeconds);
+    p = PutDigitsBefore(p, nSeconds);
     while (pPoint - p < SECONDS_WIDTH)
     {
         *--p = ' ';

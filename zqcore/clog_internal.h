@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <cstdio>
 
-/// Writes the lines of one log, each with one system call, and counts those that can't be written. If a full disk cuts
-/// a line, its line end is written before the next line. Any thread may write; the log's own stream needs no lock.
+/// Writer of one log. It writes each line with one system call, and counts those that can't be written. If a full disk
+/// cuts a line, its line end is written before the next line. Any thread may write; the log's own stream needs no lock.
 class LogStream_c
 {
 public:
@@ -27,8 +27,8 @@ public:
     /// Writes a text that ends with its line end. Returns false if it is lost; the loss is counted.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
-    /// Called after a line: starts a new file if this one has outgrown the limit of LogSetLimit. Path(szPath) writes
-    /// the path that the own stream was opened with.
+    /// Starts a new file if this one has outgrown the limit of LogSetLimit. The logs call it after each line.
+    /// Path(szPath) writes the path that the own stream was opened with.
     template <typename PATH>
     void Limit(std::FILE * pStream, std::size_t nLine, PATH const & Path)
     {
@@ -40,14 +40,14 @@ public:
     }
 
     /// Sets the limit of all logs.
-    static void SetLimit(std::uint64_t nLimit, int nFormer);
+    static void SetLimit(std::uint64_t nLimit, int nPrevious);
 
     static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;   // bytes of a path that Limit asks for
 
     bool HasLost() const { return m_nLost.load(std::memory_order_relaxed) != 0; }
 
-    /// Returns how many lines were lost since the last call.
-    std::uint32_t TakeLost() { return m_nLost.fetch_and(TORN) & ~TORN; }
+    /// Sets the number of lost lines to 0 and returns what it was.
+    std::uint32_t ExtractLost() { return m_nLost.fetch_and(TORN) & ~TORN; }
 
     /// Adds back a count that could not be reported.
     void AddLost(std::uint32_t nLines) { m_nLost += nLines; }
@@ -70,7 +70,7 @@ private:
 
     static constexpr std::uint64_t UNKNOWN_SIZE = std::uint64_t{ 1 } << 62;
     static std::atomic<std::uint64_t> s_nLimit;
-    static std::atomic<int> s_nFormer;
+    static std::atomic<int> s_nPrevious;
 
     std::FILE * m_pOwn = nullptr;
     std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit

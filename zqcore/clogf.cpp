@@ -141,7 +141,7 @@ namespace
         Found_s const Found = FindLog(szName);
         if (Found.pFile && Found.pStream->Write(Found.pFile, pText, nText) && Found.pStream->HasLost()) [[unlikely]]
         {
-            ReportLost(szName, Found.pStream->TakeLost());
+            ReportLost(szName, Found.pStream->ExtractLost());
         }
         if (Found.pFile)
         {
@@ -204,7 +204,7 @@ void ModuleLog_c::Shutdown()
     }
     for (LogFile_t * const pFile : std::span(dFiles, static_cast<std::size_t>(nFiles)))
     {
-        ReportLost(pFile->sName, pFile->Stream.TakeLost());
+        ReportLost(pFile->sName, pFile->Stream.ExtractLost());
         std::fclose(pFile->pFile);
         delete pFile;
     }

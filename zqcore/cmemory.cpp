@@ -38,7 +38,7 @@ namespace
     class ThreadNumbers_c
     {
     public:
-        /// Returns the lowest free number, or 0 if all are in use.
+        // Returns the lowest free number, or 0 if all are in use.
         std::uint32_t Allocate()
         {
             for (std::uint32_t i = 0; i < std::size(m_dFree); ++i)
@@ -573,12 +573,26 @@ namespace CoreMemory
     void operator_delete_aligned(void * p, std::size_t nAlignment)
     {
         auto const & Foreign = g_ForeignOperators.Aligned;
-        Foreign.fnNew ? Foreign.fnDelete(p, std::align_val_t{ nAlignment }) : aligned_free_dbg(p);
+        if (Foreign.fnNew)
+        {
+            Foreign.fnDelete(p, std::align_val_t{ nAlignment });
+        }
+        else
+        {
+            aligned_free_dbg(p);
+        }
     }
 
     void operator_delete_array_aligned(void * p, std::size_t nAlignment)
     {
         auto const & Foreign = g_ForeignOperators.AlignedArray;
-        Foreign.fnNew ? Foreign.fnDelete(p, std::align_val_t{ nAlignment }) : aligned_free_dbg(p);
+        if (Foreign.fnNew)
+        {
+            Foreign.fnDelete(p, std::align_val_t{ nAlignment });
+        }
+        else
+        {
+            aligned_free_dbg(p);
+        }
     }
 }

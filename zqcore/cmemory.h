@@ -153,7 +153,7 @@ namespace CoreMemory
     ZQ_API void operator_delete(void * p);
     ZQ_API void operator_delete_array(void * p);
 
-    /// Do the same for types whose alignment is above MEMORY_ALIGNMENT. nAlignment is a power of 2.
+    /// Allocate and free blocks for types whose alignment is above MEMORY_ALIGNMENT. nAlignment is a power of 2.
     ZQ_API void * operator_new_aligned(
         std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array_aligned(
@@ -195,7 +195,7 @@ ZQ_API char const * MemoryCategoryName(mem::Categories_e eCategory);
 ZQ_API void MemoryCategoriesGet(
     mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes);
 
-/// Return the live blocks, the live bytes and the peak of live bytes. They take no lock.
+/// Return the number of live blocks, the number of live bytes and the peak of that. They take no lock.
 ZQ_API std::ptrdiff_t MemoryTotalAllocations();
 ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
@@ -209,7 +209,7 @@ ZQ_API void MemoryDone();
 /// so a heap event costs one lock cycle.
 extern ZQ_API plat::Lock_c & g_CategoryLock;
 
-/// True while the heap is tracked.
+/// Whether the heap is tracked.
 extern ZQ_API std::atomic<bool> g_MemoryInit;
 
 /// Return a block in which (pointer + nOffset) is aligned to nAlignment, a power of 2. nOffset is 0 or below nSize. The

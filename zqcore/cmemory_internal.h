@@ -47,7 +47,7 @@ using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>
 /// Figures of all categories. Each kind of figure is one array, so a check reads two short runs of memory.
 struct MemoryCounters_s
 {
-    // Padded with zeros to whole vectors.
+    /// Padded with zeros to whole vectors.
     static constexpr std::size_t COUNT =
         (mem::TOTAL + plat::VECTOR_NUMBERS - 1) / plat::VECTOR_NUMBERS * plat::VECTOR_NUMBERS;
 

@@ -45,9 +45,9 @@ ZQ_API void MemoryResetFrameAllocCount();
 /// Turns the leak check at exit off. Fatal errors call it before they end the process.
 ZQ_API void MemoryAbort();
 
-/// Receives one report of the heap as a text, which usually ends in a line feed: damage, a second free, a lost block.
-/// Called on the thread that found the fault. Lost blocks are reported after the last destructor, so the function may
-/// use constant data only.
+/// Function that receives one report of the heap as a text, which usually ends in a line feed: damage, a second free, a
+/// lost block. It is called on the thread that found the fault. Lost blocks are reported after the last destructor, so
+/// the function may use constant data only.
 using MemoryReport_t = void (*)(char const * szText);
 
 /// Sets the receiver and returns the previous one. Null restores the default, which prints to standard error. Every

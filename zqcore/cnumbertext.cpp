@@ -13,7 +13,7 @@ namespace
     constexpr char const * DECIMAL_DIGITS = "0123456789";
     constexpr char const * HEX_DIGITS = "0123456789abcdefABCDEF";
 
-    /// Returns a number's text after leading blanks and the sign. Sets bNegative to whether the sign is a minus.
+    // Returns a number's text after leading blanks and the sign. Sets bNegative to whether the sign is a minus.
     char const * SkipSign(char const * szText, bool & bNegative)
     {
         while (*szText == ' ' || (*szText >= '\t' && *szText <= '\r'))
@@ -29,7 +29,7 @@ namespace
         return c >= '0' && c <= '9';
     }
 
-    /// Returns the end of a number whose digits follow 0x, or null if there are no digits.
+    // Returns the end of a number whose digits follow 0x, or null if there are no digits.
     char const * HexEnd(char const * pDigits)
     {
         std::size_t const nWhole = std::strspn(pDigits, HEX_DIGITS);
@@ -47,8 +47,8 @@ namespace
         return IsDigit(*pExponent) ? pExponent + std::strspn(pExponent, DECIMAL_DIGITS) : pEnd;
     }
 
-    /// Returns whether a number outside the range of a double is too large, not too small. Decided by the place of its
-    /// first nonzero digit and by its exponent.
+    // Returns whether a number outside the range of a double is too large, not too small. Decided by the place of its
+    // first nonzero digit and by its exponent.
     bool IsTooLarge(char const * pNumber, char const * pEnd, bool bHex)
     {
         char const * const szDigits = bHex ? HEX_DIGITS : DECIMAL_DIGITS;

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-/// A row that is being matched: the next code byte and the fields so far.
+// A row that is being matched: the next code byte and the fields so far.
 struct OpcodeDecoder_c::Row_s
 {
     unsigned char const * pStart;
@@ -16,7 +16,7 @@ struct OpcodeDecoder_c::Row_s
     void AddField(std::uint32_t nField) { pFields[nFields++] = nField; }
 };
 
-/// Result of a group: the code after its bytes, and the start of its text.
+// Result of a group: the code after its bytes, and the start of its text.
 struct OpcodeDecoder_c::Match_s
 {
     unsigned char const * pPosition = nullptr;
@@ -320,7 +320,7 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
             WriteChar(' ');
         }
         unsigned const nSelector = *p++;
-        unsigned const nShape = nSelector >> 5 >= OPCODE_SLICE_TOLD ? *p++ : 0u;
+        unsigned const nShape = nSelector >> 5 >= OPCODE_SLICE_EXPLICIT ? *p++ : 0u;
         WriteField(Row.pPosition, Row.pFields + (iField - 1), nSelector, nShape);
     }
 }

@@ -43,12 +43,12 @@ enum OpcodeMode_e
 struct OpcodeIndex_s;
 struct OpcodeTables_s;
 
-/// Decodes one instruction at a time.
+/// Decoder of one instruction at a time.
 class OpcodeDecoder_c
 {
 public:
-    /// Writes the terminated name of the symbol at an address, of nSize bytes at most, and returns the distance from
-    /// the symbol's start. Returns a negative value if there is no symbol.
+    /// Function that writes the terminated name of the symbol at an address, of nSize bytes at most, and returns the
+    /// distance from the symbol's start. Returns a negative value if there is no symbol.
     using SymbolCallback_t = std::int64_t (*)(
         OpcodeDecoder_c & Decoder, std::uint64_t Address, char * szName, unsigned nSize);
 

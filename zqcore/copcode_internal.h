@@ -86,14 +86,14 @@ enum OpcodeFormat_e : unsigned char
     OPCODE_PRINT_SAE = 0xF2,        // "{sae}", after a comma, with EVEX.b and a register operand
 };
 
-/// Slices of a field. OPCODE_SLICE_TOLD is described by the format's next byte: width in its high half, shift in its
-/// low half.
+/// Slices of a field. The format's next byte describes OPCODE_SLICE_EXPLICIT: width in its high half, shift in its low
+/// half.
 enum OpcodeSlice_e : unsigned char
 {
     OPCODE_SLICE_BYTE = 0,       // bits 0 to 7
     OPCODE_SLICE_LOW = 1,        // bits 0 to 2; REX.B is bit 3 of a register
     OPCODE_SLICE_REGISTER = 2,   // bits 3 to 5; REX.R is bit 3 of a register
-    OPCODE_SLICE_TOLD = 3,
+    OPCODE_SLICE_EXPLICIT = 3,
 };
 
 /// Form in which a field is written. 10 to 15, 28 and 29 serve 64-bit mode.
@@ -175,8 +175,8 @@ inline std::uint32_t OpcodeWord(unsigned char const * p)
            | static_cast<std::uint32_t>(p[3]) << 24;
 }
 
-/// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the bytes written. Returns 0 if
-/// the expanded form does not fit, or if the compact form is malformed or contradicts its first two words.
+/// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the number of bytes written.
+/// Returns 0 if the expanded form does not fit, or if the compact form is malformed or contradicts its first two words.
 std::size_t OpcodeExpand(
     unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable);
 

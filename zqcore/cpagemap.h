@@ -91,7 +91,7 @@ private:
     };
     static_assert(std::has_single_bit(sizeof(Slot_s)), "AtHome shifts by the size");
 
-    // Returns the slot of a page, or the free slot in which Add would store it.
+    /// Returns the slot of a page, or the free slot in which Add would store it.
     std::size_t SlotOf(std::uintptr_t iPage) const
     {
         std::size_t i = iPage & (m_nSlots - 1);
@@ -102,8 +102,8 @@ private:
         return i;
     }
 
-    // The step is the table's size divided by the golden ratio (the constant is 2^32 divided by it). A run of pages
-    // that collides with another run leaves it after a step or two.
+    /// The step is the table's size divided by the golden ratio (the constant is 2^32 divided by it). A run of pages
+    /// that collides with another run leaves it after a step or two.
     std::size_t NextSlot(std::size_t iSlot) const
     {
         auto const nStep =

@@ -37,7 +37,7 @@ ZQ_API float PerlinNoise(Vec3fpu_t const & Point);
 /// the module builds other tables than this call.
 ZQ_API void PerlinNoiseSetSeed(unsigned int nSeed);
 
-/// Builds the tables from the present seed when it is initialised.
+/// Module that builds the tables from the present seed when it is initialised.
 class ZQ_API ModulePerlin_c : public Module_c
 {
 public:

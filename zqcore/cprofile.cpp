@@ -19,7 +19,7 @@ namespace
     constexpr std::uint32_t ID_UNDER_ROOT = 0x80000000u;   // the bit; alone, the root's id
     constexpr std::uint32_t ID_OF_NAME = 0x40000000u;
     constexpr std::uint32_t ID_HASH_MASK = 0x3FFFFFFFu;
-    constexpr int FRAMES_LOOKED_AT = PROFILER_FRAMES - 1;
+    constexpr int FRAMES_AVERAGED = PROFILER_FRAMES - 1;
     constexpr std::int64_t CLOCK_WRAP = 0x80000000;
     constexpr int LOOKUP_BITS = 10;
     constexpr unsigned LOOKUP_SLOTS = 1u << LOOKUP_BITS;
@@ -195,12 +195,12 @@ namespace
 
     // Adds the new frame to the sum and removes the oldest. Searches the peak again only when its frame is removed.
     // Slots that no frame has used yet are zero and change neither.
-    void Derive(timer_t & Timer, State_s & State, int iOldest, std::int64_t nLookedAt)
+    void Derive(timer_t & Timer, State_s & State, int iOldest, std::int64_t nAveraged)
     {
         timerFrame_t const & Frame = Timer.dFrames[g_iRing];
         State.tSum += static_cast<std::uint64_t>(Frame.tTime);
         State.tSum -= static_cast<std::uint64_t>(Timer.dFrames[iOldest].tTime);
-        Timer.tAverage = State.tSum == 0 ? 0 : static_cast<std::int64_t>(State.tSum) / nLookedAt;
+        Timer.tAverage = State.tSum == 0 ? 0 : static_cast<std::int64_t>(State.tSum) / nAveraged;
         if (Frame.tTime > 0 && Frame.tTime >= Timer.tMax)
         {
             Timer.tMax = Frame.tTime;
@@ -219,10 +219,10 @@ namespace
     void DeriveAll()
     {
         int const iOldest = (g_iRing + 1) % PROFILER_FRAMES;
-        auto const nLookedAt = std::min<std::int64_t>(g_nFrame + 1, FRAMES_LOOKED_AT);
+        auto const nAveraged = std::min<std::int64_t>(g_nFrame + 1, FRAMES_AVERAGED);
         for (int i = 0; i < g_iTimerTotalCount; ++i)
         {
-            Derive(g_Records.dTimers[i], g_dStates[i], iOldest, nLookedAt);
+            Derive(g_Records.dTimers[i], g_dStates[i], iOldest, nAveraged);
         }
     }
 

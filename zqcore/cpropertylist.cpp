@@ -11,7 +11,7 @@
 
 namespace
 {
-    /// Set of the texts of a line, a hash table that grows with their number.
+    // Set of the texts of a line, a hash table that grows with their number.
     class TextSet_c
     {
     public:
@@ -24,7 +24,7 @@ namespace
             return m_nSlots > 0 && m_pSlots[SlotOf(szText, HashOf(szText))].iText >= 0;
         }
 
-        /// Adds the line's last text.
+        // Adds the line's last text.
         void AddLast()
         {
             int const iText = m_Texts.GetLength() - 1;
@@ -44,7 +44,7 @@ namespace
 
         static std::uint32_t HashOf(char const * szText) { return NameIndexHash(szText, std::strlen(szText)); }
 
-        /// Returns the slot of the text, or the free slot where it belongs.
+        // Returns the slot of the text, or the free slot where it belongs.
         std::size_t SlotOf(char const * szText, std::uint32_t iHash) const
         {
             std::size_t i = iHash & (m_nSlots - 1);
@@ -77,8 +77,8 @@ namespace
         std::size_t m_nSlots = 0;   // a power of 2, at least twice the number of texts
     };
 
-    /// Writes the last text of a queue, removes it and returns true. Returns false for an empty queue. szRoom is the
-    /// text of the assertion that the buffer is large enough.
+    // Writes the last text of a queue, removes it and returns true. Returns false for an empty queue. szRoom is the
+    // text of the assertion that the buffer is large enough.
     bool Next(WarehouseLine_c & Queue, char * sValue, int nMaxLength, char const * szRoom)
     {
         if (!WarehouseClearText(sValue, nMaxLength) || Queue.IsEmpty())
@@ -141,7 +141,7 @@ bool PropertyList_c::GetFileFullPath(char * sPath, int nMaxLength) const
     return true;
 }
 
-/// Returns a scan from the start of the file. It is empty if no file is open, or if a refresh has lost its contents.
+// Returns a scan from the start of the file. It is empty if no file is open, or if a refresh has lost its contents.
 WarehouseScan_t PropertyList_c::Scan() const
 {
     FileText_t const Text = m_pFile ? TextOfFile(*m_pFile) : FileText_t{};

@@ -61,8 +61,8 @@ public:
     ZQ_API bool NextProp(char * sValue, int nMaxLength);
     bool NextProp(String_T<256> & sValue) { return NextProp(sValue.GetBuffer(), 256); }
 
-    /// Do the same for the values of a property, in the order of the lines, repeated values included. The two walks
-    /// do not disturb each other.
+    /// Start and continue a walk over the values of a property, in the order of the lines, repeated values included.
+    /// Return and assert as StartProp and NextProp do. The two walks do not disturb each other.
     ZQ_API bool StartVal(char const * sPropName);
     ZQ_API bool NextVal(char * sValue, int nMaxLength);
     bool NextVal(String_T<256> & sValue) { return NextVal(sValue.GetBuffer(), 256); }

@@ -151,10 +151,10 @@ int Registry_c::ReadValue(char const * sName, int * pValue)
 
 int Registry_c::ReadValue(char const * sName, double * pValue)
 {
-    double dValue;
-    std::size_t nSize = sizeof(dValue);
-    bool const bRead = Query(sName, &dValue, nSize) && nSize == sizeof(dValue) && m_dwType == RegistryType_e::Untyped;
-    *pValue = bRead ? dValue : *pValue;
+    double fValue;
+    std::size_t nSize = sizeof(fValue);
+    bool const bRead = Query(sName, &fValue, nSize) && nSize == sizeof(fValue) && m_dwType == RegistryType_e::Untyped;
+    *pValue = bRead ? fValue : *pValue;
     return bRead;
 }
 
@@ -174,9 +174,9 @@ int Registry_c::ReadValue(char const * sName, float * pValue)
     }
     if (m_dwType == RegistryType_e::Untyped && nSize == sizeof(double))
     {
-        double dValue;
-        std::memcpy(&dValue, dBytes, sizeof(dValue));
-        *pValue = static_cast<float>(dValue);
+        double fValue;
+        std::memcpy(&fValue, dBytes, sizeof(fValue));
+        *pValue = static_cast<float>(fValue);
         return 1;
     }
     return 0;

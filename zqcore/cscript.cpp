@@ -23,7 +23,7 @@ namespace
         NUMBER = 4   // characters that GetInt reads
     };
 
-    /// Classes of each byte.
+    // Classes of each byte.
     struct Classes_t
     {
         unsigned char dClasses[256] = {};
@@ -54,8 +54,8 @@ namespace
         return CLASSES.dClasses[static_cast<unsigned char>(c)] & iClasses;
     }
 
-    /// Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte
-    /// set, subtracting 0x21 clears it in those that are not above the blank, and borrows from no other byte.
+    // Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte
+    // set, subtracting 0x21 clears it in those that are not above the blank, and borrows from no other byte.
     char const * FindDelimiter(char const * p, char const * pEnd)
     {
         constexpr std::size_t ONES = ~std::size_t{ 0 } / 0xFF;   // 0x01 in each byte
@@ -77,7 +77,7 @@ namespace
         return p;
     }
 
-    /// Does the same for delimiters and punctuation.
+    // Does the same for delimiters and punctuation.
     char const * FindDelimiterOrPunctuation(char const * p, char const * pEnd)
     {
         while (p < pEnd && !Is(*p, DELIMITER | PUNCTUATION))
@@ -87,7 +87,7 @@ namespace
         return p;
     }
 
-    /// memcpy for a few bytes.
+    // memcpy for a few bytes.
     void CopyShort(char * pTo, char const * pFrom, std::size_t nBytes)
     {
         constexpr std::size_t WORD = sizeof(std::size_t);
@@ -111,7 +111,7 @@ namespace
         return c == '\n' || c == '\r';
     }
 
-    /// Returns whether a token that reads as 0 has only digits and at most one sign and one decimal mark.
+    // Returns whether a token that reads as 0 has only digits and at most one sign and one decimal mark.
     bool IsNumber(std::string_view sToken)
     {
         int nSigns = 0, nMarks = 0;
@@ -188,7 +188,7 @@ void Script_c::OpenMemoryLocation(char const * pText, int iLength)
     }
 }
 
-/// Starts on a text.
+// Starts on a text.
 void Script_c::StartText(char const * pText, int iLength)
 {
     m_pData = pText;
@@ -221,7 +221,7 @@ bool Script_c::Read(char * pBuffer, int iCount)
     return m_bEndOfFile;
 }
 
-/// Returns the next byte. At the end returns 0 and sets m_bEndOfFile.
+// Returns the next byte. At the end returns 0 and sets m_bEndOfFile.
 inline char Script_c::ReadByte()
 {
     if (m_iBytesRead == m_iBytesTotal)
@@ -234,7 +234,7 @@ inline char Script_c::ReadByte()
     return c;
 }
 
-/// Reads up to and including a line feed.
+// Reads up to and including a line feed.
 void Script_c::SkipLine()
 {
     while (!m_bEndOfFile && ReadByte() != '\n')
@@ -344,8 +344,8 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
     return bFound;
 }
 
-/// Moves to the next occurrence of a text before any NUL. Returns false if there is none. Searches ranges that double
-/// in length, so the cost is linear in the distance to the nearer of the two.
+// Moves to the next occurrence of a text before any NUL. Returns false if there is none. Searches ranges that double
+// in length, so the cost is linear in the distance to the nearer of the two.
 bool Script_c::Find(char const * sToken)
 {
     constexpr std::size_t FIRST_STRETCH = 64;
@@ -459,7 +459,7 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
     sString[nString] = '\0';
 }
 
-/// Reads tokens up to the label and then the word after it. Without the label, the last token.
+// Reads tokens up to the label and then the word after it. Without the label, the last token.
 void Script_c::ReadLabelled(char const * sLabel, char * sValue)
 {
     constexpr char const * NO_LABEL = "this is not the expected label";
@@ -554,20 +554,20 @@ void Script_c::GetDump(char * pBuffer, int iStart, int iEnd)
     }
 }
 
-/// Stores a mismatch as the last error, and complains.
+// Stores a mismatch as the last error, and complains.
 void Script_c::ErrorAt(char const * szReason, char const * szAbout, int iPosition)
 {
     m_Errors.SetAt(szReason, szAbout, m_pData, static_cast<std::size_t>(iPosition));
     Complain();
 }
 
-/// A mismatch in a block of memory is a fault of the program; in a file it is not.
+// A mismatch in a block of memory is a fault of the program; in a file it is not.
 void Script_c::Complain() const
 {
     ZQ_ASSERT(m_pFileData);
 }
 
-/// Returns the start of the token that was read last, or the position if the token is empty.
+// Returns the start of the token that was read last, or the position if the token is empty.
 int Script_c::GetTokenStart(char const * szToken) const
 {
     int iStart = m_iBytesRead;

@@ -102,7 +102,7 @@ void Serializeable_c::LabelCrc32(char const * sName)
     }
 }
 
-/// Stores a label, or returns whether the file has it here. A label that cannot be read is not a different one.
+// Stores a label, or returns whether the file has it here. A label that cannot be read is not a different one.
 bool Serializeable_c::StepLabel(std::uint32_t dwLabel)
 {
     if (!m_bIsReading)
@@ -144,29 +144,29 @@ void Serializeable_c::SerializeString(char * sBuffer, int iBufLength)
 
 void Serializeable_c::WriteString(char * sBuffer, int iBufLength)
 {
-    auto Len = static_cast<int>(StrLengthMax(sBuffer, static_cast<std::size_t>(iBufLength - 1)));
-    Serialize(Len);
-    Transfer(sBuffer, Len + 1);
+    auto nLength = static_cast<int>(StrLengthMax(sBuffer, static_cast<std::size_t>(iBufLength - 1)));
+    Serialize(nLength);
+    Transfer(sBuffer, nLength + 1);
 }
 
 void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
 {
-    int Len = 0;
-    Serialize(Len);
+    int nLength = 0;
+    Serialize(nLength);
     if (m_bFailed)
     {
         return;
     }
-    bool const bFits = Len >= 0 && Len < iBufLength;
-    ZQ_ASSERT_EX_TEXT(bFits, "Len < iBufLength", "text of %d characters in '%s' file, with room for %d", Len,
+    bool const bFits = nLength >= 0 && nLength < iBufLength;
+    ZQ_ASSERT_EX_TEXT(bFits, "Len < iBufLength", "text of %d characters in '%s' file, with room for %d", nLength,
         GetFileName(), iBufLength - 1);
     if (!bFits)
     {
         Fail();
     }
-    else if (Transfer(sBuffer, Len + 1))
+    else if (Transfer(sBuffer, nLength + 1))
     {
-        sBuffer[Len] = '\0';
+        sBuffer[nLength] = '\0';
     }
 }
 

@@ -133,20 +133,21 @@ public:
     void Label(char const * sName) { Label(sName, LabelCalc(sName)); }
     void Label(char const * sName, std::uint32_t dwLabel);
 
-    /// Does the same with the CRC-32 of the name, which distinguishes case.
+    /// Stores or compares the CRC-32 of the name, which distinguishes case, as Label does its label.
     void LabelCrc32(char const * sName);
 
     /// Returns a label's value: the exclusive or of the lower-case characters, each rotated left by its index.
     static constexpr std::uint32_t LabelCalc(char const * sName);
 
-    /// Returns the next 4 bytes of a reading archive, or 0 if it has failed. Asserts that the archive is reading.
+    /// Reads a label's value, the next 4 bytes, and returns it. Returns 0 if the archive has failed. Asserts that
+    /// the archive is reading.
     std::uint32_t LabelRead();
 
     /// Stores a text, cut at iBufLength - 1 characters, or loads one into a buffer of iBufLength bytes and terminates
     /// it. A stored length that is negative or does not fit asserts and fails the archive; the buffer stays unchanged.
     void SerializeString(char * sBuffer, int iBufLength);
 
-    /// Does the same with the buffer of a string.
+    /// Stores or loads the text in the buffer of a string.
     template <int N>
     void SerializeString(String_T<N> & sValue)
     {
@@ -200,7 +201,8 @@ public:
     void ChunkEnd(char const * sName) override;
     bool Open() override;
 
-    /// Returns false and fails the archive if the system reports at the close that something could not be written.
+    /// Closes the file. Returns false and fails the archive if the system reports at the close that something could not
+    /// be written.
     bool Close() override;
     bool Serialize(void * pData, int iLength) override;
     char const * GetFileName() const override;
@@ -250,15 +252,16 @@ public:
     bool ChunkBegin(char const * sName) override;
     void ChunkEnd(char const * sName) override;
 
-    /// Returns false also if the buffer cannot be written.
+    /// Writes the buffer and closes the file. Returns false if Writeable_c::Close does, or if the buffer cannot be
+    /// written.
     bool Close() override;
     bool Serialize(void * pData, int iLength) final;
 
-    /// Returns the bytes on disk and in the buffer.
+    /// Returns the number of bytes on disk and in the buffer.
     int GetLength() const override;
 
 private:
-    /// Returns the bytes that wait in the buffer, between calls below BUFSIZE.
+    /// Returns the number of bytes in the buffer. It is below BUFSIZE between calls.
     int GetWaiting() const { return static_cast<int>(m_pPos - m_dBuffer); }
     bool Flush();
     bool Send(void const * pData, std::size_t nBytes);

@@ -231,7 +231,7 @@ bool BufferedWriteable_c::Serialize(void * pData, int iLength)
     return true;
 }
 
-/// Writes the buffer. Returns false on failure. A failed archive does not try again.
+// Writes the buffer. Returns false on failure. A failed archive does not try again.
 bool BufferedWriteable_c::Flush()
 {
     if (GetWaiting() == 0)
@@ -246,7 +246,7 @@ bool BufferedWriteable_c::Flush()
     return true;
 }
 
-/// Writes bytes and returns true. On failure fails the archive and returns false.
+// Writes bytes and returns true. On failure fails the archive and returns false.
 bool BufferedWriteable_c::Send(void const * pData, std::size_t nBytes)
 {
     if (Put(pData, nBytes))

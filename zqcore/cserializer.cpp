@@ -103,8 +103,8 @@ namespace
 
     constexpr char IS_OWN[] = "dPointers[iPointer] is of class m_sClassName";
 
-    /// Returns whether a slot in use may hold an object of the class. A slot that was registered without a class may
-    /// hold any.
+    // Returns whether a slot in use may hold an object of the class. A slot that was registered without a class may
+    // hold any.
     bool IsOfClass(int iPointer, std::uint16_t iClass)
     {
         std::uint16_t const iOfSlot = g_Table.dClasses[iPointer];
@@ -122,7 +122,7 @@ namespace
     }
 }
 
-/// An object that is being loaded. It lives as long as its body runs.
+// An object that is being loaded. It lives as long as its body runs.
 struct Serializer_c::OpenRecord_s
 {
     int iPointer;
@@ -259,7 +259,7 @@ void Serializer_c::Store(int iPointer, void const * pPointer, std::uint16_t iCla
     }
 }
 
-/// Loads an identifier. Returns false, with the archive failed, if there is no valid one.
+// Loads an identifier. Returns false, with the archive failed, if there is no valid one.
 bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
 {
     archive.Serialize(iPointer);
@@ -277,7 +277,7 @@ bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
     return bValid;
 }
 
-/// Runs the body. Returns false, with the archive failed, if there is no stack for it.
+// Runs the body. Returns false, with the archive failed, if there is no stack for it.
 bool Serializer_c::RunBody(Serializeable_c & archive, void *& pObject)
 {
     if (plat::StackLeft() < BODY_STACK) [[unlikely]]
@@ -355,7 +355,7 @@ void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
     }
 }
 
-/// Loads a pointer record and returns its identifier, -1 on failure.
+// Loads a pointer record and returns its identifier, -1 on failure.
 int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Serializer_c const * pExpected)
 {
     int iPointer = -1;
@@ -374,7 +374,7 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Seriali
     return bLoaded ? iPointer : -1;
 }
 
-/// Loads a first reference after its identifier. Returns false, with the archive failed, if its body could not run.
+// Loads a first reference after its identifier. Returns false, with the archive failed, if its body could not run.
 bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Serializer_c const * pExpected)
 {
     Put(archive, MARK_BEGIN);
@@ -396,8 +396,8 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-/// Loads a class name and returns its serializer. Asserts that there is one and that this class is allowed here, and
-/// returns null otherwise.
+// Loads a class name and returns its serializer. Asserts that there is one and that this class is allowed here, and
+// returns null otherwise.
 Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Serializer_c const * pExpected)
 {
     String_T<32> const sClassName = LoadName(archive);
@@ -427,7 +427,7 @@ void Serializer_c::RegisterOwnPointer(Serializeable_c & archive, void const * pP
     Register(archive, pPointer, m_iClass);
 }
 
-/// An object that registers itself has its own class, even if the call names another one.
+// An object that registers itself has its own class, even if the call names another one.
 void Serializer_c::Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass)
 {
     Put(archive, MARK_REGISTERED);
@@ -553,7 +553,7 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
     }
 }
 
-/// Loads the number of static objects and changes the list to that length. Returns false if the number is not valid.
+// Loads the number of static objects and changes the list to that length. Returns false if the number is not valid.
 bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
 {
     int nRegisteredStaticPointers = 0;

@@ -62,10 +62,10 @@ public:
 class ZQ_API Serializer_c
 {
 public:
-    /// The same as PointerTable_c::SIZE.
+    /// Another name for PointerTable_c::SIZE.
     static constexpr int HASH_SIZE = PointerTable_c::SIZE;
 
-    /// The same as PointerTable_c::NO_ELEMENT.
+    /// Another name for PointerTable_c::NO_ELEMENT.
     static constexpr std::intptr_t HASH_NO_ELEMENT = PointerTable_c::NO_ELEMENT;
 
     /// Limit of the number of static objects of a file, which must be below it. Otherwise a pass asserts and fails the
@@ -111,8 +111,8 @@ protected:
     /// The body: stores the object at pObject, or makes or finds an object, sets pObject and loads it.
     virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
-    /// Does the same as RegisterPointer and notes this serializer's class for ReadOwnPointer. For a part that other
-    /// objects reach by pointers to its class. Writes the same record as RegisterPointer.
+    /// Registers a part that other objects reach by pointers to its class. Writes the same record as RegisterPointer
+    /// and notes this serializer's class for ReadOwnPointer.
     void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has not seen the object
@@ -132,7 +132,7 @@ protected:
     /// Stores or loads a pointer to an address that the pass has already seen. Calls Abort otherwise.
     static void FixupVoidPointer(Serializeable_c & archive, void const *& pPointer);
 
-    /// Does the same as RegisterStaticPointer, for an object whose contents the class's serializer stores. Its body
+    /// Registers a static object, as RegisterStaticPointer does, whose contents the class's serializer stores. The body
     /// finds pObject set in both directions, and a change of pObject is ignored.
     static void RegisterSerializedStaticPointer(void * pPointer, String_T<32> const & sClassName);
 

@@ -5,7 +5,7 @@
 
 inline constexpr std::size_t SHA1_BLOCK_SIZE = 64;
 
-/// Updates the five hash words with nBlocks blocks of SHA1_BLOCK_SIZE bytes.
+/// Function that updates the five hash words with nBlocks blocks of SHA1_BLOCK_SIZE bytes.
 using Sha1Kernel_t = void (*)(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
 /// Runs on every processor.

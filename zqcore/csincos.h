@@ -20,7 +20,7 @@
 /// Entries of the table for one whole turn.
 inline constexpr int SIN_TABLE_SIZE = 4096;
 
-/// Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
+/// The table. Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
 extern ZQ_API std::array<float, SIN_TABLE_SIZE> g_dSinTable;
 
 /// Return the sine and the cosine of an angle in 65,536ths of a turn. Larger and negative angles wrap.
@@ -33,7 +33,7 @@ inline float CosOfAngle(int iAngle)
     return g_dSinTable[((static_cast<unsigned>(iAngle) >> 4) + SIN_TABLE_SIZE / 4) & (SIN_TABLE_SIZE - 1)];
 }
 
-/// Fills the table when it is initialised.
+/// Module that fills the table when it is initialised.
 class ZQ_API ModuleSinCos_c : public Module_c
 {
 public:

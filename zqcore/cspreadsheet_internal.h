@@ -4,7 +4,7 @@
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/ctextparser_internal.h"
 
-/// Reads rows of cells from a text, which must stay as long as the parser.
+/// Parser of rows of cells in a text, which must outlive it.
 class SpreadsheetParser_c
 {
 public:

@@ -93,7 +93,7 @@ char const * SpreadsheetRow_c::GetCell(int iCell) const
     return m_Block.pBytes + (iCell > 0 ? m_Block.GetEnd(iCell - 1) : 0);
 }
 
-/// Makes room for another cell and returns the place of its text.
+// Makes room for another cell and returns the place of its text.
 inline char * SpreadsheetRow_c::Reserve(std::size_t nText)
 {
     std::size_t const nStart = GetTextSize();
@@ -105,7 +105,7 @@ inline char * SpreadsheetRow_c::Reserve(std::size_t nText)
     return m_Block.pBytes + nStart;
 }
 
-/// Makes a cell of the text that was written to that place.
+// Makes a cell of the text that was written to that place.
 inline void SpreadsheetRow_c::Commit(std::size_t nText)
 {
     std::size_t const nEnd = GetTextSize() + nText + 1;
@@ -142,7 +142,7 @@ void SpreadsheetRow_c::CopyTo(Block_t & Block) const
     }
 }
 
-/// Returns the bytes of a block that holds the cells and nothing more.
+// Returns the bytes of a block that holds the cells and nothing more.
 std::size_t SpreadsheetRow_c::GetPackedSize() const
 {
     auto const nCells = static_cast<std::size_t>(m_nStored);
@@ -150,7 +150,7 @@ std::size_t SpreadsheetRow_c::GetPackedSize() const
     return nNarrow <= NARROW_LIMIT ? nNarrow : GetTextSize() + nCells * sizeof(std::uint32_t);
 }
 
-/// Returns a copy, padded to nCells, of the row and its block of nBlock bytes. The copy is at pMemory, in one piece.
+// Returns a copy, padded to nCells, of the row and its block of nBlock bytes. The copy is at pMemory, in one piece.
 SpreadsheetRow_c * SpreadsheetRow_c::PackInto(void * pMemory, std::size_t nBlock, int nCells) const
 {
     auto * const pRow = new (pMemory) SpreadsheetRow_c;
@@ -190,7 +190,7 @@ bool SpreadsheetParser_c::ParseRow(SpreadsheetRow_c & Row, bool & bError)
     return true;
 }
 
-/// Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none.
+// Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none.
 inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError)
 {
     bool const bQuoted = m_Token.eKind == LAST_PARSED_STRING;
@@ -216,7 +216,7 @@ inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError
     return bCellEnds && !bRowEnds && Next();
 }
 
-/// Returns the bytes of the parser's buffer for the current token.
+// Returns the bytes of the parser's buffer for the current token.
 inline std::size_t SpreadsheetParser_c::GetRoom() const
 {
     return m_Token.eKind == LAST_PARSED_STRING ? SimpleTextParser_c::STRING_SIZE : SimpleTextParser_c::WORD_SIZE;
@@ -232,7 +232,7 @@ inline void SpreadsheetParser_c::AddToken(SpreadsheetRow_c & Row)
     ReportOverflow();
 }
 
-/// Reports a current token that is longer than the parser's buffer.
+// Reports a current token that is longer than the parser's buffer.
 inline void SpreadsheetParser_c::ReportOverflow()
 {
     if (m_Token.GetLength() >= GetRoom())
@@ -241,7 +241,7 @@ inline void SpreadsheetParser_c::ReportOverflow()
     }
 }
 
-/// Stores why the current token, or the end of the text, cannot follow a cell.
+// Stores why the current token, or the end of the text, cannot follow a cell.
 void SpreadsheetParser_c::ReportToken(bool bQuoted)
 {
     char const * const pEnd = m_Token.pText + m_Token.nText;   // at the end of the text, end of the cell
@@ -263,7 +263,7 @@ void SpreadsheetParser_c::ReportToken(bool bQuoted)
     GetErrors().Place(m_Parser.m_pBegin, nAt);
 }
 
-/// Memory for packed rows, which follow one another.
+// Memory for packed rows, which follow one another.
 struct Spreadsheet_c::Chunk_t
 {
     Chunk_t * pNext;
@@ -271,8 +271,8 @@ struct Spreadsheet_c::Chunk_t
     char * pEnd;
 };
 
-/// Packs a row, padded to the head, empties it and returns the packed row. Uses the newest chunk or a new one of at
-/// least nChunk bytes.
+// Packs a row, padded to the head, empties it and returns the packed row. Uses the newest chunk or a new one of at
+// least nChunk bytes.
 inline SpreadsheetRow_c * Spreadsheet_c::Keep(SpreadsheetRow_c & Row, std::size_t nChunk)
 {
     constexpr std::size_t ALIGNMENT = alignof(SpreadsheetRow_c);
@@ -290,7 +290,7 @@ inline SpreadsheetRow_c * Spreadsheet_c::Keep(SpreadsheetRow_c & Row, std::size_
     return pRow;
 }
 
-/// Packed rows own nothing but their part of a chunk, so freeing the chunks frees them.
+// Packed rows own nothing but their part of a chunk, so freeing the chunks frees them.
 void Spreadsheet_c::FreeRows()
 {
     m_pHead = nullptr;

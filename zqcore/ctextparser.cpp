@@ -58,7 +58,7 @@ SimpleTextParser_c::~SimpleTextParser_c()
     Close();
 }
 
-/// Builds the table. The kinds are in their order of precedence.
+// Builds the table. The kinds are in their order of precedence.
 void SimpleTextParser_c::ClassifyCharacters()
 {
     for (int i = 0; i <= 0xFF; ++i)
@@ -115,7 +115,7 @@ bool SimpleTextParser_c::Open(char const * pText, int iLength)
     return Open(pText, pText + iLength);
 }
 
-/// Logs a line, if there is one, stores the reason and returns false.
+// Logs a line, if there is one, stores the reason and returns false.
 bool SimpleTextParser_c::Refuse(char const * szLine, char const * szReason) const
 {
     if (szLine)
@@ -163,7 +163,7 @@ bool SimpleTextParser_c::ParseNext()
     return bFound;
 }
 
-/// Copies a token, cut with a complaint to nSize - 1 characters, and terminates.
+// Copies a token, cut with a complaint to nSize - 1 characters, and terminates.
 void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize) const
 {
     std::size_t const nCopy = std::min(Token.GetLength(), nSize - 1);
@@ -175,7 +175,7 @@ void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::
     }
 }
 
-/// Copies the first nCopy characters of a token. A doubled delimiter is copied as one.
+// Copies the first nCopy characters of a token. A doubled delimiter is copied as one.
 void SimpleTextParser_c::CopyDoubled(TextToken_t const & Token, char * pTo, std::size_t nCopy) const
 {
     if (Token.nDoubled == 0)
@@ -208,7 +208,7 @@ void SimpleTextParser_c::LogNotOpened() const
     Refuse("SimpleTextParser_c::ParseNext : text wasn't opened.", NO_TEXT);
 }
 
-/// Returns the start of a token, the delimiter of a string included.
+// Returns the start of a token, the delimiter of a string included.
 std::size_t SimpleTextParser_c::GetOffset(LAST_PARSED eKind, char const * pText) const
 {
     return static_cast<std::size_t>(pText - m_pBegin) - (eKind == LAST_PARSED_STRING);

@@ -38,12 +38,12 @@ double longTimeGetPassed()
     return longTimeGet() - g_tStart;
 }
 
-double longTimeWait(double dSeconds)
+double longTimeWait(double tSeconds)
 {
-    double const tEnd = longTimeGet() + dSeconds;
+    double const tEnd = longTimeGet() + tSeconds;
     while (longTimeGet() < tEnd)
     {}
-    return dSeconds;
+    return tSeconds;
 }
 
 std::int64_t shortTimeGet()

@@ -23,8 +23,8 @@ ZQ_API double longTimeGet();
 /// Returns the seconds since the first call of this function in the process.
 ZQ_API double longTimeGetPassed();
 
-/// Spins for dSeconds, and returns them.
-ZQ_API double longTimeWait(double dSeconds);
+/// Spins for tSeconds, and returns them.
+ZQ_API double longTimeWait(double tSeconds);
 
 /// Returns the cycle counter: rdtsc on x86.
 ZQ_API std::int64_t shortTimeGet();

@@ -23,7 +23,7 @@ namespace
         return szText;
     }
 
-    /// Returns whether a number filled the whole text. An empty text counts as 0.
+    // Returns whether a number filled the whole text. An empty text counts as 0.
     bool IsWhole(NumberEnd_t const & End)
     {
         return End.bInRange && *End.pEnd == '\0';
@@ -93,7 +93,7 @@ bool Warehouse_c::Open(
                                            : "no line begins with @head");
 }
 
-/// Opens the warehouse on the text of m_pFile or on a copy.
+// Opens the warehouse on the text of m_pFile or on a copy.
 void Warehouse_c::StartText(char const * pText, int nText)
 {
     m_pData = pText;
@@ -109,7 +109,7 @@ void Warehouse_c::StartText(char const * pText, int nText)
     }
 }
 
-/// Reads the file's first header line, or else the client's. Returns false if there is neither.
+// Reads the file's first header line, or else the client's. Returns false if there is neither.
 bool Warehouse_c::ReadHeader(char const * sClientHeader)
 {
     if (ScanFrom(0).FindLine(WAREHOUSE_HEADER, &m_Head))
@@ -126,7 +126,7 @@ bool Warehouse_c::ReadHeader(char const * sClientHeader)
     return m_Head.IsHeader();
 }
 
-/// Returns the current text: a refresh of the open file may have replaced the block in m_pData or removed it.
+// Returns the current text: a refresh of the open file may have replaced the block in m_pData or removed it.
 Warehouse_c::Text_s Warehouse_c::GetText() const
 {
     if (!m_pFile)
@@ -145,7 +145,7 @@ WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
     return Scan;
 }
 
-/// Stores the place of the work line.
+// Stores the place of the work line.
 void Warehouse_c::NoteWork(WarehouseScan_t const & Scan)
 {
     m_nWork = Scan.GetLineStart();
@@ -223,7 +223,7 @@ bool Warehouse_c::GetWorkIdent(char * sIdent, int nMaxLength) const
     return true;
 }
 
-/// Returns the index of a named column, or -1.
+// Returns the index of a named column, or -1.
 inline int Warehouse_c::FindColumn(char const * sColumn) const
 {
     for (int i = 0; i < m_Head.GetLength(); ++i)
@@ -236,8 +236,8 @@ inline int Warehouse_c::FindColumn(char const * sColumn) const
     return -1;
 }
 
-/// Sets szCell to the work line's cell in a named column, null for an empty one. Returns false without such a column or
-/// a work line.
+// Sets szCell to the work line's cell in a named column, null for an empty one. Returns false without such a column or
+// a work line.
 inline bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) const
 {
     ZQ_ASSERT(sColumn);
@@ -254,7 +254,7 @@ inline bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) co
     return true;
 }
 
-/// Returns the cell for a Get that needs one. Without one complains and returns null.
+// Returns the cell for a Get that needs one. Without one complains and returns null.
 char const * Warehouse_c::NumberCell(char const * sColumn) const
 {
     char const * szCell = nullptr;
@@ -452,7 +452,7 @@ void Warehouse_c::KeepError(char const * szReason, char const * sColumn) const
     }
 }
 
-/// Counts the place of the last error, if the text has not changed since.
+// Counts the place of the last error, if the text has not changed since.
 void Warehouse_c::PlaceError() const
 {
     Text_s const Text = std::exchange(m_ErrorText, Text_s{});

@@ -95,10 +95,12 @@ public:
     ZQ_API bool Get(char const * sColumn, short & value) const;
     ZQ_API bool Get(char const * sColumn, unsigned char & value) const;
 
-    /// Reads a whole number, as above; value becomes true unless the number is 0.
+    /// Reads the work line's cell as a whole number; value becomes true unless the number is 0. Returns false as the
+    /// other forms do.
     ZQ_API bool Get(char const * sColumn, bool & value) const;
 
-    /// Reads a number, as above, from 0 to 4294967295, truncated toward zero.
+    /// Reads the work line's cell as a number from 0 to 4294967295, truncated toward zero. Returns false as the other
+    /// forms do.
     ZQ_API bool Get(char const * sColumn, unsigned long & value) const;
 
     /// Reads the cell as text; an empty cell is an empty text. Returns true for a text that is cut, and reports it only

@@ -5,7 +5,7 @@
 
 namespace
 {
-    /// A sink that discards columns.
+    // A sink that discards columns.
     struct NoSink_t
     {
         static constexpr bool WANTS_TEXT = false;
@@ -13,7 +13,7 @@ namespace
         void Add(char const *, int) {}
     };
 
-    /// A sink that appends columns to a line.
+    // A sink that appends columns to a line.
     struct LineSink_t
     {
         static constexpr bool WANTS_TEXT = true;
@@ -23,8 +23,8 @@ namespace
         void Add(char const * pText, int iLength) { Line.AddColumn(pText, iLength); }
     };
 
-    /// A sink that finds whether a line has a first column, which may be null, and whether that column is not null and
-    /// passes the test.
+    // A sink that finds whether a line has a first column, which may be null, and whether that column is not null and
+    // passes the test.
     template <typename TEST>
     struct TestSink_T
     {
@@ -41,7 +41,7 @@ namespace
         }
     };
 
-    /// Returns whether a column of iLength bytes equals a text, in any case. The column ends at its first NUL.
+    // Returns whether a column of iLength bytes equals a text, in any case. The column ends at its first NUL.
     bool EqualsNoCase(char const * pColumn, int iLength, char const * szText)
     {
         for (int i = 0; i < iLength; ++i)
@@ -64,7 +64,7 @@ namespace
         return c == ' ' || c == '\t' || c == '\r';
     }
 
-    /// Returns the length without trailing blanks.
+    // Returns the length without trailing blanks.
     int StripBlanks(char const * pText, int iLength)
     {
         while (iLength > 0 && IsBlank(pText[iLength - 1]))
@@ -144,7 +144,7 @@ bool WarehouseLine_c::IsNull(int iColumn) const
     return iColumn < 0 || iColumn >= iLength || !pData[iColumn];
 }
 
-/// Classes of each byte, as a table.
+// Classes of each byte, as a table.
 class WarehouseScan_t::Classes_c
 {
 public:
@@ -174,7 +174,7 @@ private:
     unsigned char m_dClasses[256] = {};
 };
 
-/// Stores up to where the data is known to hold no double quote, so that each byte is searched only once.
+// Stores up to where the data is known to hold no double quote, so that each byte is searched only once.
 class WarehouseScan_t::QuoteWatch_c
 {
 public:
@@ -182,14 +182,14 @@ public:
         : m_Scan(Scan)
     {}
 
-    /// Returns whether there is no quote from nFrom to nTo. Requires calls with rising nFrom.
+    // Returns whether there is no quote from nFrom to nTo. Requires calls with rising nFrom.
     bool IsFree(int nFrom, int nTo)
     {
-        constexpr int AHEAD = 4096;   // a short line is not worth a search of its own
+        constexpr int SEARCH_LEAST = 4096;   // a short line is not worth a search of its own
         m_nFree = std::max(m_nFree, nFrom);
         while (m_nFree < nTo)
         {
-            int const nSearch = std::min(std::max(nTo - m_nFree, AHEAD), m_Scan.nLength - m_nFree);
+            int const nSearch = std::min(std::max(nTo - m_nFree, SEARCH_LEAST), m_Scan.nLength - m_nFree);
             char const * const pFrom = m_Scan.pLine + m_nFree;
             void const * const pQuote = std::memchr(pFrom, '"', static_cast<std::size_t>(nSearch));
             if (pQuote)
@@ -250,7 +250,7 @@ bool WarehouseScan_t::NextItem(WarehouseLine_c * pResult, int & nLines)
         pResult, nLines);
 }
 
-/// Reads the first line whose first column is not null and passes the test.
+// Reads the first line whose first column is not null and passes the test.
 template <typename TEST>
 bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines)
 {
@@ -281,7 +281,7 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
     return false;
 }
 
-/// Reads a line, or its first nMost columns.
+// Reads a line, or its first nMost columns.
 void WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost)
 {
     LineSink_t Sink{ *pResult };
@@ -308,7 +308,7 @@ void WarehouseScan_t::SeekColumn(int iColumn)
     }
 }
 
-/// Moves to the next line. The next line feed ends this one if no quote precedes it.
+// Moves to the next line. The next line feed ends this one if no quote precedes it.
 void WarehouseScan_t::SkipRest(Classes_c const & Classes, QuoteWatch_c & Watch)
 {
     if (!Classes.Is('\n', Classes_c::SEPARATOR))
@@ -403,7 +403,7 @@ bool WarehouseScan_t::StepCsv(Classes_c const & Classes, SINK & Sink)
     return true;
 }
 
-/// Reads a quoted cell after its opening quote, with the blanks and the separator that follow it.
+// Reads a quoted cell after its opening quote, with the blanks and the separator that follow it.
 template <typename SINK>
 void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
 {
@@ -430,7 +430,7 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
     SkipSeparator(Classes);
 }
 
-/// Passes the sink a cell in which double quotes are doubled.
+// Passes the sink a cell in which double quotes are doubled.
 template <typename SINK>
 void WarehouseScan_t::EscapedCell(int nStart, int nEnd, SINK & Sink) const
 {
@@ -457,14 +457,14 @@ void WarehouseScan_t::SkipSeparator(Classes_c const & Classes)
     }
 }
 
-/// Returns the place of the next such byte, or nLength.
+// Returns the place of the next such byte, or nLength.
 int WarehouseScan_t::Find(char c, int nFrom) const
 {
     void const * const pFound = std::memchr(pLine + nFrom, c, static_cast<std::size_t>(nLength - nFrom));
     return pFound ? static_cast<int>(static_cast<char const *>(pFound) - pLine) : nLength;
 }
 
-/// Returns the place of the next byte of one of the classes, or nLength.
+// Returns the place of the next byte of one of the classes, or nLength.
 int WarehouseScan_t::FindClass(Classes_c const & Classes, unsigned iClasses, int nFrom) const
 {
     char const * const pEnd = pLine + nLength;

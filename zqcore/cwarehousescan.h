@@ -85,9 +85,9 @@ struct WarehouseScan_t
     /// means text.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Sets the separators. Null selects those of the text format, in a CSV scan too. A line feed among them ends a cell
-    /// that has begun but not the line; a quote ends the cell and begins no quoted one. At the start of a CSV cell both
-    /// keep their own meaning. Blanks around a CSV cell are skipped before the search for separators.
+    /// Sets the separators. Null selects those of the text format, in a CSV scan too. A line feed among them ends a
+    /// cell that has begun but not the line; a quote ends the cell and begins no quoted one. At the start of a CSV cell
+    /// both keep their own meaning. Blanks around a CSV cell are skipped before the search for separators.
     ZQ_API void SetSeparators(char const * sSeparators);
 
     /// Reads a line. Returns false at the end of the data. A blank line and a comment return true and no columns.
@@ -122,7 +122,7 @@ private:
     class Classes_c;
     class QuoteWatch_c;
 
-    // Each step reads at most one column and passes it to the sink. Returns false once the line is finished.
+    /// Each step reads at most one column and passes it to the sink. Returns false once the line is finished.
     template <typename SINK>
     bool Step(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>

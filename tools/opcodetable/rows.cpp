@@ -146,7 +146,7 @@ namespace
         return iFirst == std::string::npos ? "" : s.substr(iFirst, s.find_last_not_of(' ') - iFirst + 1);
     }
 
-    /// Translates the rows of one mode. Knows the names of the groups.
+    // Translates the rows of one mode. Knows the names of the groups.
     class Translator_c
     {
     public:
@@ -325,7 +325,7 @@ namespace
             sFormat += static_cast<char>(nField);
             if (bVector)
             {
-                sFormat += static_cast<char>(OPCODE_SLICE_TOLD << 5 | OPCODE_KIND_VECTOR);
+                sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << 5 | OPCODE_KIND_VECTOR);
                 sFormat += static_cast<char>(iClass->second << 4 | iPlace->second);
                 return;
             }
@@ -346,7 +346,7 @@ namespace
             {
                 Fail("no such slice: '" + sSlice + "'");
             }
-            sFormat += static_cast<char>(OPCODE_SLICE_TOLD << 5 | nKind);
+            sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << 5 | nKind);
             sFormat += static_cast<char>(Number(sSlice.substr(1, 1), 10) << 4 | Number(sSlice.substr(3, 1), 10));
         }
 
