@@ -32,7 +32,7 @@ namespace
         }
     }
 
-    /// A path for one file, which is removed at the end of the program.
+    // A path for one file, which is removed at the end of the program.
     struct Place_s
     {
         std::string sPath;
@@ -44,7 +44,7 @@ namespace
         ~Place_s() { std::remove(sPath.c_str()); }
     };
 
-    /// Returns a file of our own kind, at a location that no table knows.
+    // Returns a file of our own kind, at a location that no table knows.
     std::unique_ptr<FileOnDisk_c> OpenAt(std::string const & sPath)
     {
         static String_T<256> s_sFolder;
@@ -91,7 +91,7 @@ namespace
         bool operator==(Values_s const &) const = default;
     };
 
-    /// Short texts in each library's own type. Both types use 32 bytes, so that equal amounts of memory are walked.
+    // Short texts in each library's own type. Both types use 32 bytes, so that equal amounts of memory are walked.
     struct Texts_s
     {
         std::vector<String_T<32>> dOurs = std::vector<String_T<32>>(TEXTS);
@@ -126,18 +126,27 @@ namespace
         bool operator==(Texts_s const & Other) const { return dOurs == Other.dOurs || dTheirs == Other.dTheirs; }
     };
 
-    /// A million values and the texts: all that the peers' table compares.
+    // A million values and the texts: all that the peers' table compares.
     struct Both_s
     {
         Values_s Values;
         Texts_s Texts;
 
-        void Fill() { Values.Fill(), Texts.Fill(); }
-        void Serialize(Serializeable_c & Archive) { Values.Serialize(Archive), Texts.Serialize(Archive); }
+        void Fill()
+        {
+            Values.Fill();
+            Texts.Fill();
+        }
+        void Serialize(Serializeable_c & Archive)
+        {
+            Values.Serialize(Archive);
+            Texts.Serialize(Archive);
+        }
         template <typename ARCHIVE>
         void serialize(ARCHIVE & Archive)
         {
-            Values.serialize(Archive), Texts.serialize(Archive);
+            Values.serialize(Archive);
+            Texts.serialize(Archive);
         }
         bool operator==(Both_s const &) const = default;
     };
@@ -226,7 +235,7 @@ namespace
         }
     };
 
-    /// Creates the nodes; ours are in an array of their owner.
+    // Creates the nodes; ours are in an array of their owner.
     class NodeSerializer_c : public Serializer_c
     {
     public:
@@ -268,7 +277,7 @@ namespace
     };
     NodeSerializer_c g_Nodes;
 
-    /// Returns an earlier node, or none. Links 0 and 1 are shared, link 2 is weak.
+    // Returns an earlier node, or none. Links 0 and 1 are shared, link 2 is weak.
     template <typename POINTER>
     POINTER EarlierNode(std::vector<POINTER> const & dNodes, std::size_t i, std::size_t iLink)
     {
@@ -319,7 +328,7 @@ namespace
         }
     }
 
-    /// Releases from the last to the first, so that no destructor recurses.
+    // Releases from the last to the first, so that no destructor recurses.
     void Release(std::vector<std::shared_ptr<TheirNode_s>> & dNodes)
     {
         while (!dNodes.empty())

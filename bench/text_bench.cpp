@@ -27,7 +27,7 @@ namespace
         std::int64_t Bytes() const { return static_cast<std::int64_t>(sText.size()); }
     };
 
-    /// Returns rows of a game's table: twelve cells, one of them in quotes with a comma.
+    // Returns rows of a game's table: twelve cells, one of them in quotes with a comma.
     Text_s const & Sheet()
     {
         static Text_s const s_Sheet = []
@@ -107,7 +107,7 @@ namespace
         CountBytes(State, Text);
     }
 
-    /// Allocates one block for each cell.
+    // Allocates one block for each cell.
     char * Cell(char const * pBegin, char const * pEnd)
     {
         auto const nCell = static_cast<std::size_t>(pEnd - pBegin);
@@ -219,7 +219,7 @@ namespace
 
     constexpr int NAMES = 10'000;
 
-    /// Returns a list of 10,000 names in this many lines.
+    // Returns a list of 10,000 names in this many lines.
     Text_s const & Properties(std::int64_t nLines)
     {
         static std::map<std::int64_t, Text_s> s_dLists;

@@ -13,7 +13,7 @@ namespace
     constexpr std::size_t TABLE_SIZE = 20'000'000;
     constexpr char const * LAST_IDENT = "the_last";
 
-    /// A generated table, which is registered as a file until the end of the program.
+    // A generated table, which is registered as a file until the end of the program.
     struct Table_s
     {
         std::string sName, sText;

@@ -9,8 +9,8 @@
 
 namespace
 {
-    /// Returns the fields of a line that matches a pattern, the first of them a number of 64 bits. Returns none for
-    /// other lines.
+    // Returns the fields of a line that matches a pattern, the first of them a number of 64 bits. Returns none for
+    // other lines.
     std::vector<std::string> Fields(std::string const & sLine, std::regex const & Pattern)
     {
         std::smatch Match;
@@ -20,7 +20,7 @@ namespace
         return bMatch ? std::vector<std::string>(Match.begin() + 1, Match.end()) : std::vector<std::string>();
     }
 
-    /// Reads the report's contents. Returns how often the reader must complain.
+    // Reads the report's contents. Returns how often the reader must complain.
     int ReadByPatterns(std::istream & Stream, AllocationReport_t & Report)
     {
         static auto const & s_Block = *new std::regex("([0-9]+); ((?:(?!; )[\\s\\S])+); ([\\s\\S]*\\([\\s\\S]*\\))");

@@ -35,7 +35,7 @@ namespace
         Require(Folded.AppendSeparator() == sFolded.ends_with('\\') && sFolded == static_cast<char const *>(Folded));
     }
 
-    /// The bytes of the character at the start of a text, by the grammar of RFC 3629; 0 for none.
+    // The bytes of the character at the start of a text, by the grammar of RFC 3629; 0 for none.
     std::size_t CharacterBytes(std::string_view sText)
     {
         auto const Is = [&](std::size_t i, int iFrom, int iTo)

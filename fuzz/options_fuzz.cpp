@@ -13,7 +13,7 @@ namespace
 {
     using Arguments_t = std::vector<std::string>;
 
-    /// The options of the help, and whether they take a value.
+    // The options of the help, and whether they take a value.
     std::map<std::string, bool> const & HelpOptions()
     {
         static auto & s_Options = *new std::map<std::string, bool>;
@@ -29,7 +29,7 @@ namespace
         return s_Options;
     }
 
-    /// False if the arguments are no options with their values.
+    // False if the arguments are no options with their values.
     bool Split(Arguments_t const & dArguments, std::map<std::string, std::string> & Values)
     {
         bool bGood = true;

@@ -9,7 +9,7 @@
 
 namespace
 {
-    /// The state of a save of at least 16 bytes.
+    // The state of a save of at least 16 bytes.
     FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t nCrc)
     {
         std::string const sSeal = sSave.substr(nArchive);

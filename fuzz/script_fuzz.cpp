@@ -10,7 +10,7 @@
 
 namespace
 {
-    /// One of two scripts over the same text, which do the same.
+    // One of two scripts over the same text, which do the same.
     struct Reader_s
     {
         Script_c Script;
@@ -30,7 +30,7 @@ namespace
             return c;
         }
 
-        /// Reads a token one byte at a time, and leaves the byte that ends it unread.
+        // Reads a token one byte at a time, and leaves the byte that ends it unread.
         void PlainToken(bool bPunctuation)
         {
             std::string sToken;
@@ -66,7 +66,7 @@ namespace
             }
         }
 
-        /// Does one operation. Returns what it read.
+        // Does one operation. Returns what it read.
         std::string Step(unsigned char iWhat, unsigned char iArgument)
         {
             std::string sBuffer(FuzzFile_c::Get().sText.size() + 300, '?');

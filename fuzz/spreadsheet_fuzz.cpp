@@ -12,7 +12,7 @@ namespace
 {
     using Row_t = std::vector<std::string>;
 
-    /// Reads the next row that holds anything; false at the end of the text.
+    // Reads the next row that holds anything; false at the end of the text.
     bool ReadRow(SimpleTextParser_c & Parser, SpreadsheetFmtDesc_t const & Fmt, Row_t & dCells, bool & bError)
     {
         auto const Is = [&](char cSymbol) { return Parser.IsSymbol() && Parser.GetSymbol() == cSymbol; };
@@ -43,7 +43,7 @@ namespace
         return bRow;
     }
 
-    /// Compares the cells that have a name, and finds each in the first row that holds it.
+    // Compares the cells that have a name, and finds each in the first row that holds it.
     void CompareRow(Spreadsheet_c & Sheet, int iRow, Row_t const & dCells)
     {
         for (int iColumn = 0; iColumn < Sheet.GetColumnCount() && iColumn < 20; ++iColumn)

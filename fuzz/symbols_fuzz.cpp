@@ -73,7 +73,7 @@ namespace
     }
 }
 
-/// Replaces the system's function. What the library starts gets its end of the socket, with which its argument begins.
+// Replaces the system's function. What the library starts gets its end of the socket, with which its argument begins.
 extern "C" int __wrap_clone(int (*)(void *), void *, int, void * pLaunch, ...)
 {
     g_hHelper = dup(*static_cast<int const *>(pLaunch));

@@ -9,7 +9,7 @@
 
 namespace
 {
-    /// Finds the text of each token with a set of characters for each rule, and nothing else.
+    // Finds the text of each token with a set of characters for each rule, and nothing else.
     struct PlainParser_s
     {
         std::string const & sText;

@@ -51,7 +51,7 @@ namespace
         return dItems;
     }
 
-    /// Requires that FindIdent finds the first item of each ident, and none for an ident that no item has.
+    // Requires that FindIdent finds the first item of each ident, and none for an ident that no item has.
     void CheckSearches(Warehouse_c & Table, Items_t const & dItems)
     {
         constexpr std::size_t SEARCHES = 20;                                      // each is a scan from the top

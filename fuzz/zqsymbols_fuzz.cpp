@@ -1,8 +1,8 @@
 // zqsymbols_fuzz.cpp: the helper with any records from the library, about a small program at the address 4 MB.
 //
 // The first byte chooses whether there is memory. Then come the 8 words of that memory, then the records. A number
-// below 16 MB is an address of the program. If the first byte has its second bit, the rest is an index file: as a whole,
-// then its ranges in a file with a right head.
+// below 16 MB is an address of the program. If the first byte has its second bit, the rest is an index file: as a
+// whole, then its ranges in a file with a right head.
 #define main ZqsymbolsMain
 #include "tools/zqsymbols/main.cpp"
 #undef main
@@ -26,7 +26,7 @@ namespace
     }
 }
 
-/// Returns what the library would send, instead of the socket's data.
+// Returns what the library would send, instead of the socket's data.
 extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
 {
     if (nRecord == sizeof(plat::SymbolMemory_t))
@@ -79,7 +79,7 @@ extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, i
     return static_cast<ssize_t>(nRecord);
 }
 
-/// Leaves the threads of the parent process alone.
+// Leaves the threads of the parent process alone.
 extern "C" long __wrap_ptrace(int, ...)
 {
     errno = EPERM;

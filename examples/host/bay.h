@@ -69,7 +69,7 @@ struct ShipType_s
     int iUpkeep = 0;   // marks a day
 };
 
-/// Owns ships.
+/// A house that owns ships.
 struct House_s
 {
     long long iFirstPurse = 0, iPurse = 0;   // marks

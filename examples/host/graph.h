@@ -4,7 +4,7 @@
 #include "zqcore/cserializer.h"
 #include "zqcore/cstring.h"
 
-/// Stores and loads pointers to the objects of a class. T has a text sIdent, which is stored first.
+/// Serializer of pointers to the objects of a class. T has a text sIdent, which is stored first.
 template <typename T>
 class Graph_T : public Serializer_c
 {

@@ -13,7 +13,7 @@ struct NoFile_s
     bool bFault = false;
 };
 
-/// Reads the file once, so that all later readers see the same contents.
+/// A file that is read once, so that all later readers see the same contents.
 class HeldFile_c
 {
 public:

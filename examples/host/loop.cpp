@@ -50,7 +50,7 @@ namespace
         SimpleProfileType_e const m_eType;
     };
 
-    void Frame(double dt, Survey_c & Survey)
+    void Frame(double tDelta, Survey_c & Survey)
     {
         ProfilerBeginFrame();
         {
@@ -61,7 +61,7 @@ namespace
         }
         {
             Work_c const Work("Modules", SIMPLE_TIMER_SERVER_WORLDUPDATE);
-            Module_c::HeartbeatAllModulesFrame(dt);
+            Module_c::HeartbeatAllModulesFrame(tDelta);
         }
         {
             Work_c const Work("Streaming", SIMPLE_TIMER_CLIENT_WORLDUPDATE);
@@ -104,14 +104,14 @@ FrameStats_s LoopRun(int nFrames, Survey_c & Survey)
     MemoryResetFrameAllocCount();   // allocations before the first frame do not count
     while (nFrames == FRAMES_UNTIL_OVER ? !Watch_c::IsOver() : Stats.nFrames < nFrames)
     {
-        double const dt = AppGetDeltaTime(tFrame);
-        if (dt == 0.0)
+        double const tDelta = AppGetDeltaTime(tFrame);
+        if (tDelta == 0.0)
         {
             Idle(Stats);
             continue;
         }
         double const tStart = longTimeGet();
-        Frame(dt, Survey);
+        Frame(tDelta, Survey);
         Count(Stats, longTimeGet() - tStart);
         CloseFrame();
     }

@@ -10,7 +10,7 @@
 
 class File_c;
 
-/// Returns the bytes of a file by the table.
+/// Returns the size of a file in bytes, by the table.
 std::uint32_t FileBytes(File_c const & File);
 
 /// The files of one extension.

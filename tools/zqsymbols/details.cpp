@@ -116,7 +116,8 @@ namespace zqsymbols
                + (bRegister ? " [register]\n" : "\n") + sMembers;
     }
 
-    // The innermost inlined call comes first. It is at the frame's line, each outer one where the next inner one is called.
+    // The innermost inlined call comes first. It is at the frame's line, each outer one where the next inner one is
+    // called.
     std::string FrameLines_c::Of(Frame_t const & Frame, std::size_t & nNumber, bool bWhole)
     {
         std::uint64_t const nInside = Frame.GetInside();

@@ -1,4 +1,5 @@
-// details.h: the frames of a thread as lines of text, with sources and variables (docs/formats.md, "Details of a crash").
+// details.h: the frames of a thread as lines of text, with sources and variables (docs/formats.md, "Details of a
+// crash").
 #pragma once
 
 #include "tools/zqsymbols/names.h"

@@ -45,8 +45,8 @@ namespace zqsymbols
 
         std::optional<IndexParts_t> Load(IndexKey_t const & Key) const;
 
-        /// Writes a file that replaces an earlier one as a whole. Makes the folder and the one that it is in if they are
-        /// missing. Of more than 64 MB of files the ones that were unused for the longest time are removed.
+        /// Writes a file that replaces an earlier one as a whole. Makes the folder and the one that it is in if they
+        /// are missing. Of more than 64 MB of files the ones that were unused for the longest time are removed.
         void Save(IndexKey_t const & Key, IndexParts_t const & Parts) const;
 
     private:

@@ -117,8 +117,8 @@ namespace zqsymbols
             }
         }
 
-        // Orders symbols at one address: a local one, then a weak one, then a global one. Of two equal ones the first is
-        // the last.
+        // Orders symbols at one address: a local one, then a weak one, then a global one. Of two equal ones the first
+        // is the last.
         std::uint64_t Rank(GElf_Sym const & Symbol, int iSymbol)
         {
             unsigned const nBinding = GELF_ST_BIND(Symbol.st_info);
@@ -186,8 +186,8 @@ namespace zqsymbols
             dSized.insert(dSized.end(), dAdded.begin(), dAdded.end());
         }
 
-        // Returns the symbols, sorted. One without a size, as assembly has, extends to the next symbol or to the end of its
-        // section. Inside of another symbol it is only a label.
+        // Returns the symbols, sorted. One without a size, as assembly has, extends to the next symbol or to the end of
+        // its section. Inside of another symbol it is only a label.
         std::vector<IndexRange_t> CollectSymbols(
             Dwfl_Module * pModule, int nSymbols, std::uint64_t nStart, std::uint64_t nEnd)
         {

@@ -12,8 +12,8 @@
 
 namespace zqsymbols
 {
-    /// Addresses from a start, both counted from the module's start. nValue is the offset of a unit's DIE or the number of
-    /// a symbol.
+    /// Addresses from a start, both counted from the module's start. nValue is the offset of a unit's DIE or the number
+    /// of a symbol.
     struct IndexRange_t
     {
         std::uint32_t nStart;
@@ -38,8 +38,8 @@ namespace zqsymbols
         /// Requires that the ranges are sorted.
         explicit RangeIndex_c(std::vector<IndexRange_t> dRanges);
 
-        /// Calls fnFound with the value of each range that holds an address, the one with the nearest start first, until
-        /// it returns true.
+        /// Calls fnFound with the value of each range that holds an address, the one with the nearest start first,
+        /// until it returns true.
         template <typename FOUND>
         void At(std::uint64_t nAddress, FOUND const & fnFound) const
         {

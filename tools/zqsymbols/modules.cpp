@@ -24,10 +24,10 @@ namespace zqsymbols
             Dwarf_Addr nStart = 0;
             Dwarf_Addr nEnd = 0;
             dwfl_module_info(pModule, nullptr, &nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
-            static std::vector<char> dBytes;   // the Elf refers to them
-            dBytes.resize(nEnd - nStart);
-            return Modules.Read(nStart, dBytes.data(), dBytes.size()) ? elf_memory(dBytes.data(), dBytes.size())
-                                                                      : nullptr;
+            static std::vector<char> s_dBytes;   // the Elf refers to them
+            s_dBytes.resize(nEnd - nStart);
+            return Modules.Read(nStart, s_dBytes.data(), s_dBytes.size()) ? elf_memory(s_dBytes.data(), s_dBytes.size())
+                                                                          : nullptr;
         }
 
         int FindElf(

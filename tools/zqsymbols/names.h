@@ -18,7 +18,8 @@ namespace zqsymbols
     };
     std::optional<Function_t> FunctionAt(Modules_c & Modules, std::uint64_t nAddress);
 
-    /// Returns the path of a source file of a unit. As stored it may be relative to the folder that the compiler ran in.
+    /// Returns the path of a source file of a unit. As stored it may be relative to the folder that the compiler ran
+    /// in.
     std::string PathOf(Unit_t & Unit, char const * szFile);
 
     struct Line_t

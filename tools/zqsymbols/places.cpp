@@ -70,7 +70,8 @@ namespace zqsymbols
             return nullptr;
         }
 
-        // Returns whether a call is one of the function. It may be one of a function that jumped to this one at its end.
+        // Returns whether a call is one of the function. It may be one of a function that jumped to this one at its
+        // end.
         bool Calls(Process_c & Process, Surroundings_t const & Caller, Dwarf_Die * pCall, Dwarf_Addr nInCaller,
             Dwarf_Die * pFunction, Dwarf_Addr nEntry)
         {
@@ -113,8 +114,8 @@ namespace zqsymbols
             return nCode == DW_OP_regx ? pOperations->number == iRegister : nCode == DW_OP_reg0 + iRegister;
         }
 
-        // Returns whether the compiler says of a variable that it is in a register during a call only if the callee leaves
-        // that alone.
+        // Returns whether the compiler says of a variable that it is in a register during a call only if the callee
+        // leaves that alone.
         bool KnowsCallees(Dwarf_Die Unit)
         {
             Dwarf_Attribute Attribute;

@@ -8,7 +8,8 @@ namespace zqsymbols
 {
     namespace
     {
-        // The members' names are those of the C++ libraries' sources, the library's own and those of libstdc++ and libc++.
+        // The members' names are those of the C++ libraries' sources, the library's own and those of libstdc++ and
+        // libc++.
         constexpr Printer_t PRINTERS[] = {
             { "String_T<*", PRINT_MEMBER, "m_sText" },
             { "Array_T<*", PRINT_COUNTED, "pData", "iLength" },

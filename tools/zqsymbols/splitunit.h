@@ -1,5 +1,5 @@
-// splitunit.h: the part of a unit that "-gsplit-dwarf" leaves out of the program. It is in a file of its own (.dwo) or in a
-// package of them (.dwp).
+// splitunit.h: the part of a unit that "-gsplit-dwarf" leaves out of the program. It is in a file of its own (.dwo) or
+// in a package of them (.dwp).
 //
 // libdw finds a .dwo file at the path that the compiler noted, and beside the program by that path. This also finds it
 // beside the program by its name, and in the package beside the program.

@@ -51,7 +51,8 @@ namespace zqsymbols
             std::uint64_t nAwaited = 0;   // the address that it sleeps on, 0 for none
         };
 
-        // Waits until a traced thread has stopped. Returns the signal that it was about to get, or -1 if it did not stop.
+        // Waits until a traced thread has stopped. Returns the signal that it was about to get, or -1 if it did not
+        // stop.
         int AwaitStop(int iThread)
         {
             auto const tEnd = Clock_t::now() + STOP_LIMIT;

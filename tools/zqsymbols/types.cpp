@@ -53,7 +53,8 @@ namespace zqsymbols
             return nDimensions == 1;
         }
 
-        // Returns the size of an array whose unit has no language: libdw then does not know that the first element is 0.
+        // Returns the size of an array whose unit has no language: libdw then does not know that the first element is
+        // 0.
         std::uint64_t ArraySize(Dwarf_Die * pArray)
         {
             Dwarf_Die Child;

@@ -21,7 +21,8 @@ namespace zqsymbols
         /// Returns the functions that have code.
         std::vector<Dwarf_Die> & GetFunctions() { return m_dFunctions; }
 
-        /// Returns the DIE around a namespace, a structure, an enumeration or an alias. Its address is null if there is none.
+        /// Returns the DIE around a namespace, a structure, an enumeration or an alias. Its address is null if there is
+        /// none.
         Dwarf_Die ScopeOf(Dwarf_Die Die) const;
 
     private:

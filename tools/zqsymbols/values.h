@@ -36,8 +36,8 @@ namespace zqsymbols
         /// Returns what a reference refers to; any other value as it is.
         Value_t Referred(Value_t const & Value);
 
-        /// Returns the members of a structure that has no printer, or of such a structure that a pointer points at. A line
-        /// each, after an indent.
+        /// Returns the members of a structure that has no printer, or of such a structure that a pointer points at. A
+        /// line each, after an indent.
         std::string Members(Value_t const & Value, std::string const & sIndent);
 
         /// Returns a number of the process at an offset from a value's place.

@@ -8,7 +8,7 @@ namespace CLI
     class App;
 }
 
-/// Runs a subcommand after its arguments were read. Returns the exit status.
+/// Function that runs a subcommand after its arguments were read. Returns the exit status.
 using CommandRun_t = std::function<int()>;
 
 /// Exit statuses.

@@ -3,7 +3,7 @@
 
 #include "tools/zqtool/crashreport.h"
 
-/// Receives one line for each file or folder that is damaged, foreign or not readable.
+/// Function that receives one line for each file or folder that is damaged, foreign or not readable.
 using CrashFault_t = std::function<void(std::string const & sText)>;
 
 /// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. Each comes

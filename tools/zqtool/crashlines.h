@@ -24,7 +24,7 @@ public:
     /// Reports what is wrong with the current line.
     void Complain(std::string const & sText) const { m_fnComplain(m_iLine, sText); }
 
-    /// Reports likewise, with the start of the line.
+    /// Reports what is wrong with a line, with the start of the line.
     void ComplainOf(char const * szWhat, std::string_view sLine) const;
 
     /// Returns the start of a line for a report.

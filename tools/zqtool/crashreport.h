@@ -93,10 +93,10 @@ struct Crash_t
     std::string_view GetFact(std::string_view sKey) const;
 };
 
-/// Receives what is wrong, with the number of the line from 1.
+/// Function that receives what is wrong, with the number of the line from 1.
 using CrashComplain_t = std::function<void(std::size_t iLine, std::string const & sText)>;
 
-/// How much of a crash is read.
+/// Extent to which a crash is read.
 enum class CrashExtent_e
 {
     All,

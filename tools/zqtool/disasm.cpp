@@ -83,8 +83,8 @@ CommandRun_t PrepareDisasm(CLI::App & App)
         ->check(
             [](std::string const & sText)
             {
-                std::uint64_t Ignored = 0;
-                return ReadAddress(sText, Ignored);
+                std::uint64_t nIgnored = 0;
+                return ReadAddress(sText, nIgnored);
             });
     App.add_option("FILE", pOptions->sFile, "raw bytes of code")->type_name("")->required();
     return [pOptions] { return Run(*pOptions); };

@@ -44,7 +44,7 @@ struct StatsTimer_t
 /// Timers of a batch. Never empty; the first one is the root.
 using StatsBatch_t = std::vector<StatsTimer_t>;
 
-/// Receives a batch. bWhole is false if the file ends inside it: the timers after that point are missing.
+/// Function that receives a batch. bWhole is false if the file ends inside it: the timers after that point are missing.
 using StatsTake_t = std::function<void(StatsBatch_t const & Batch, bool bWhole)>;
 
 /// Reads a stats file and passes on one batch after the other. A broken one comes last, if it has a timer besides the

@@ -7,7 +7,7 @@
 /// Returns the text as UTF-8. U+FFFD replaces each control character and each byte that is not UTF-8.
 std::string Printable(std::string_view sText);
 
-/// Returns a line of a log likewise. Four blanks replace a tab.
+/// Returns a line of a log as Printable does, except that four blanks replace a tab.
 std::string PrintableLine(std::string_view sText);
 
 /// Returns the text for the content of an HTML element or for an attribute in double quotes.
