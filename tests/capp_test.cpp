@@ -61,11 +61,11 @@ TEST_F(App, DeltaTimeGathersUntilItIsEnough)
     auto const FirstIsAThirtieth = [] { std::exit(std::abs(AppGetDeltaTime(0.0) - 1.0 / 30.0) < 1e-9 ? 0 : 1); };
     EXPECT_EXIT(FirstIsAThirtieth(), testing::ExitedWithCode(0), "");
     AppGetDeltaTime(0.0);
-    for (auto const & [tStep, dMinDelta, dExpected] : Rows_t<double, double, double>{
+    for (auto const & [tStep, tMinDelta, tExpected] : Rows_t<double, double, double>{
              { 0.05, 0.1, 0.0 }, { 0.0625, 0.1, 0.1125 }, { 0.25, 0.25, 0.25 }, { 1000.0, 0.0, 1000.0 } })
     {
         g_tFake += tStep;
-        EXPECT_NEAR(AppGetDeltaTime(dMinDelta), dExpected, 1e-9);
+        EXPECT_NEAR(AppGetDeltaTime(tMinDelta), tExpected, 1e-9);
     }
 }
 
@@ -97,7 +97,8 @@ TEST_F(App, ResourceReportsAreBlockedByOneFlag)
     s_sReports.clear();
     g_ResourceLoadCallbacker.Add([](char const * szText) { s_sReports += szText; }, false);
     ResourceLoadReportCall("a");
-    ResourceLoadReportBlock(), ResourceLoadReportBlock();
+    ResourceLoadReportBlock();
+    ResourceLoadReportBlock();
     ResourceLoadReportCall("b");
     ResourceLoadReportDeploy();
     ResourceLoadReportCall("c");
@@ -144,5 +145,7 @@ TEST_F(App, ShutdownEmptiesTheListsOfAppearancesAndInput)
                   g_AddSubfolderCallbacker, g_ResourceLoadCallbacker, g_WarningsCallbacker),
         0);
     EXPECT_EQ(CountKept(g_ExecutionCallbacker, g_LoadingCallbacker, g_FileOpenCallbacker), 3);
-    g_ExecutionCallbacker.Reset(), g_LoadingCallbacker.Reset(), g_FileOpenCallbacker.Reset();
+    g_ExecutionCallbacker.Reset();
+    g_LoadingCallbacker.Reset();
+    g_FileOpenCallbacker.Reset();
 }

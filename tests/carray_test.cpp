@@ -119,7 +119,12 @@ TEST(Array, StatesItsPreconditions)
     EXPECT_EQ(FailedConditions([&] { dArray.Delete(0); }), "index >= 0 && index < iLength");
     EXPECT_EQ(dArray.Add(7), 0) << "the failed deletion changed no length";
     SortedArray_T<int, StaticArrayLenTraits_T<int, 2>> dFull;
-    auto const AddThree = [&] { dFull.Add(1), dFull.Add(2), dFull.Add(3); };
+    auto const AddThree = [&]
+    {
+        dFull.Add(1);
+        dFull.Add(2);
+        dFull.Add(3);
+    };
     EXPECT_EQ(FailedConditions(AddThree), "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
     EXPECT_THAT(std::span(dFull.begin(), dFull.end()), ElementsAre(1, 3));
 }

@@ -164,7 +164,12 @@ TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
     EXPECT_EQ(Copy.Size(), Cell_t(0, 0, 0)) << "a size below 1 makes an empty field";
     (Copy.Field &= A.Field) -= ~Copy.Field;
     EXPECT_TRUE(Copy.Field == Empty.Field);
-    auto const fnBadIndices = [&] { Copy.Bis(-1, 0, 0), Copy.Bis(INT_MIN, 0, 0), Copy.Bis(INT_MAX, 0, 0); };
+    auto const fnBadIndices = [&]
+    {
+        Copy.Bis(-1, 0, 0);
+        Copy.Bis(INT_MIN, 0, 0);
+        Copy.Bis(INT_MAX, 0, 0);
+    };
     std::string const sRange = "0 <= iX && iX < iDim", sFailed = FailedConditions(fnBadIndices);
     EXPECT_EQ(sFailed.find(sRange + " & " + sRange), 0u) << sFailed;
     EXPECT_NE(sFailed.find("MAX_BITS & " + sRange), std::string::npos) << sFailed;
@@ -401,7 +406,12 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
     EXPECT_EQ(sFile.substr(4), std::string("\x18\0\0\0\x80\xFF\x01\0\0\0\0", 11));
     BitVec_c Short, Long(64);
     Long.Bis(63);
-    EXPECT_TRUE(Loaded(sFile, VERSION, [&](Serializeable_c & a) { Short.Serialize(a), Long.Serialize(a); }));
+    EXPECT_TRUE(Loaded(sFile, VERSION,
+        [&](Serializeable_c & a)
+        {
+            Short.Serialize(a);
+            Long.Serialize(a);
+        }));
     EXPECT_EQ(Text(Short), "80FF01");
     EXPECT_EQ(Text(Long), "0000000000000000") << "a longer vector keeps its size and is cleared";
     for (int const iBits : { 17, 0x7FFFFFF8, INT_MAX, -1, INT_MIN })

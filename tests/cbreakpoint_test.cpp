@@ -103,7 +103,12 @@ TEST_F(Breakpoint, BindsItsThreadAndItsProcess)
     ASSERT_TRUE(Arm(Watch));
     TrapCount_c::Take();
     std::atomic<int> nArmed = 0;   // by threads, whose registers are released when they end
-    InThreads(12, [&](int i) { Write(), nArmed += Arm(*::new (dLost[i]) Watch_t); });
+    InThreads(12,
+        [&](int i)
+        {
+            Write();
+            nArmed += Arm(*::new (dLost[i]) Watch_t);
+        });
     EXPECT_EQ(TrapCount_c::Take(), 0);
     EXPECT_EQ(nArmed, 12);
     auto const CountOwnTraps = []

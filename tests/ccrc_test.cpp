@@ -62,7 +62,7 @@ TEST(Crc32, UnrolledFormsEqualTheGeneralOne)
     {
         Bytes_t const dBytes = RandomBytes(8 + i);
         std::uint64_t nValue = 0;
-        std::for_each(dBytes.rend() - 8, dBytes.rend(), [&](unsigned char Byte) { nValue = nValue << 8 | Byte; });
+        std::for_each(dBytes.rend() - 8, dBytes.rend(), [&](unsigned char cByte) { nValue = nValue << 8 | cByte; });
         EXPECT_EQ(GetCrc32Polynomial4(static_cast<std::uint32_t>(nValue)), Reference(dBytes.data(), 4)) << nValue;
         EXPECT_EQ(GetCrc32Polynomial8(nValue), Reference(dBytes.data(), 8)) << nValue;
     }

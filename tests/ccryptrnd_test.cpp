@@ -60,9 +60,9 @@ TEST(CryptRandom, ForkedChildrenGiveBytesOfTheirOwn)
 {
     auto const FirstByte = []
     {
-        unsigned char Byte;
-        GetRandomBytes(&Byte, 1);
-        return int{ Byte };
+        unsigned char cByte;
+        GetRandomBytes(&cByte, 1);
+        return int{ cByte };
     };
     std::set<int> dFirst;
     for (int i = 0; i < 8; ++i)
@@ -96,11 +96,15 @@ TEST(CryptRandom, TheModuleListensToApplicationMessages)
 
 TEST(CryptRandom, ComplainsOfNoBufferNoBytesAndAnUnsetPassword)
 {
-    unsigned char Byte = 0xEE;
+    unsigned char cByte = 0xEE;
     EXPECT_EQ(FailedConditions([] { GetRandomBytes(nullptr, 1); }), "dOutput != nullptr");
-    EXPECT_EQ(FailedConditions([&] { GetRandomBytes(&Byte, 0); }), "nBytes > 0");
-    EXPECT_EQ(Byte, 0xEE);
-    auto const XorUnset = [] { Password_s().Xor(Password("a")), Password("a").Xor(Password_s()); };
+    EXPECT_EQ(FailedConditions([&] { GetRandomBytes(&cByte, 0); }), "nBytes > 0");
+    EXPECT_EQ(cByte, 0xEE);
+    auto const XorUnset = []
+    {
+        Password_s().Xor(Password("a"));
+        Password("a").Xor(Password_s());
+    };
     EXPECT_EQ(FailedConditions(XorUnset), "bIsSet && Pass.bIsSet & bIsSet && Pass.bIsSet");
 }
 

@@ -46,10 +46,13 @@ namespace
     void Trace(char cEvent)
     {
         g_sTrace += cEvent;
-        g_bPrint ? std::fputc(cEvent, stderr) : 0;
+        if (g_bPrint)
+        {
+            std::fputc(cEvent, stderr);
+        }
     }
 
-    std::string TakeTrace()
+    std::string ExtractTrace()
     {
         return std::exchange(g_sTrace, "");
     }
@@ -57,7 +60,9 @@ namespace
     Answer_e OnDialog(plat::Dialog_t const & Dialog)
     {
         Trace('D');
-        g_sText = Dialog.szText, g_sCaption = Dialog.szCaption, g_Dialog = Dialog;
+        g_sText = Dialog.szText;
+        g_sCaption = Dialog.szCaption;
+        g_Dialog = Dialog;
         if (Dialog.eButtons == Buttons_e::AbortRetryIgnore)
         {
             AssertFailed("inside another assertion");
@@ -79,7 +84,12 @@ namespace
             g_sTrace = g_sLog = g_sDebugger = g_sText = g_sCaption = "";
             g_eAnswer = Answer_e::No;
             LogDone();
-            LogAddCallback([](char const * szText) { Trace('L'), g_sLog += std::string(szText) + '\n'; });
+            LogAddCallback(
+                [](char const * szText)
+                {
+                    Trace('L');
+                    g_sLog += std::string(szText) + '\n';
+                });
             g_ExecutionCallbacker.Add([](bool bGoesOn) { Trace(bGoesOn ? 'X' : 'x'); }, false);
             g_WarningsCallbacker.Add([](char const *) { Trace('W'); }, false);
             plat::WindowSystem_t System;
@@ -98,8 +108,10 @@ namespace
             g_WarningsCallbacker.Reset();
             g_ExecutionCallbacker.Reset();
             LogDone();
-            SetWarnings(false), SetAchtungs(true);
-            g_silentMode = false, g_pAppWindow = nullptr;
+            SetWarnings(false);
+            SetAchtungs(true);
+            g_silentMode = false;
+            g_pAppWindow = nullptr;
         }
 
         plat::WindowSystem_t m_System;
@@ -121,7 +133,7 @@ TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
     EXPECT_EQ(g_sText, "Assert failed, 1 == 2, " __FILE__ ", ComplaintTest_c::Fail, " + sLine);
     EXPECT_EQ(g_sLog, g_sText + '\n');
     EXPECT_EQ(std::exchange(g_sDebugger, ""), __FILE__ "(" + sLine + ") : Assert() failed\n");
-    EXPECT_EQ(TakeTrace(), "CLxDX");
+    EXPECT_EQ(ExtractTrace(), "CLxDX");
     ExpectDialog("Assertion failed! Press ignore to continue or retry to debug.", Buttons_e::AbortRetryIgnore,
         Icon_e::Warning, Modality_e::AlwaysOnTop, 2);
 
@@ -178,16 +190,16 @@ TEST(Spelling, OfArraysNamesEachTypeWithItsKeyword)
 TEST_F(Complaints, WarningIsALineAndAnEventUntilDialogsAreEnabled)
 {
     Warning("odd %i", 1);
-    EXPECT_EQ(TakeTrace(), "LW");
+    EXPECT_EQ(ExtractTrace(), "LW");
     SetWarnings(true);
     Warning("%s", std::string(3000, 'w').c_str());
-    EXPECT_EQ(TakeTrace(), "LWD");
+    EXPECT_EQ(ExtractTrace(), "LWD");
     EXPECT_EQ(g_sText, std::string(2048, 'w'));
     EXPECT_EQ(g_sLog, "odd 1\n" + g_sText + '\n');
     ExpectDialog("Warning!", Buttons_e::Ok, Icon_e::Error, Modality_e::AlwaysOnTop);
     g_silentMode = true;
     Warning("silent");
-    EXPECT_EQ(TakeTrace(), "LW");
+    EXPECT_EQ(ExtractTrace(), "LW");
 }
 
 TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
@@ -197,7 +209,7 @@ TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
     Achtung("%s", sFirst.c_str());
     EXPECT_EQ(g_sText, sFirst + YES_NO_TAIL);
     EXPECT_EQ(g_sLog, sFirst + '\n');
-    EXPECT_EQ(TakeTrace(), "LWD");
+    EXPECT_EQ(ExtractTrace(), "LWD");
     EXPECT_EQ(g_Dialog.pOwner, g_pAppWindow);
     ExpectDialog("ACHTUNG!", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::Task);
 
@@ -206,16 +218,16 @@ TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
     EXPECT_EQ(g_sText, sLong.substr(0, 2048) + YES_NO_TAIL);
     SetAchtungs(false);
     g_silentMode = true;   // has no say while they are off
-    TakeTrace();
+    ExtractTrace();
     for (int i = 2; i <= 16; ++i)
     {
         Achtung("%s", sFirst.c_str());
-        EXPECT_EQ(TakeTrace(), "");
+        EXPECT_EQ(ExtractTrace(), "");
         Achtung("%s", Fresh().c_str());
-        EXPECT_EQ(TakeTrace(), "LW");
+        EXPECT_EQ(ExtractTrace(), "LW");
     }
     Achtung("%s", sFirst.c_str());   // the seventeenth took its place
-    EXPECT_EQ(TakeTrace(), "LW");
+    EXPECT_EQ(ExtractTrace(), "LW");
 }
 
 TEST_F(Complaints, WithALocationCarryFileLineAndATail)
@@ -236,21 +248,23 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATail)
                    + "\r\n\r\nUse Ok to break into Debugger, Cancel exits.\r\n\r\n\r\nFile: \tat.cpp\r\nLine:\t34"));
     ExpectDialog("Error", Buttons_e::OkCancel, Icon_e::Error, Modality_e::AlwaysOnTop);
 
-    TakeTrace();
+    ExtractTrace();
     Messages.m_bQuiet = true;
     ZQ_ASSERT_BREAK(1 == 2, "Developer break");
     Messages.m_bQuiet = false;
-    EXPECT_EQ(TakeTrace(), "");
-    g_silentMode = true, g_eAnswer = Answer_e::Ok;
+    EXPECT_EQ(ExtractTrace(), "");
+    g_silentMode = true;
+    g_eAnswer = Answer_e::Ok;
     EXPECT_EQ(Messages.DebugErrorInternal("unattended"), 7);
-    EXPECT_EQ(TakeTrace(), "L");
+    EXPECT_EQ(ExtractTrace(), "L");
 }
 
 TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
 {
     static std::atomic<int> s_nHeard, s_nInside, s_nNested;
     s_nHeard = s_nInside = s_nNested = 0;
-    LogDone(), SetAchtungs(false);
+    LogDone();
+    SetAchtungs(false);
     g_WarningsCallbacker.Reset();
     g_WarningsCallbacker.Add([](char const *) { ++s_nNested; }, false);
     g_WarningsCallbacker.Add(
@@ -293,8 +307,8 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
 {
     static std::atomic<int> s_nInside, s_nHeard;
     static FileOnDisk_c s_Missing;   // of no table
-    static auto const fnFailRead = [] { EXPECT_EQ(s_Missing.OpenStored(), nullptr); };
-    static auto const fnHear = []
+    static auto const s_fnFailRead = [] { EXPECT_EQ(s_Missing.OpenStored(), nullptr); };
+    static auto const s_fnHear = []
     {
         ++s_nHeard;
         ++s_nInside;
@@ -304,10 +318,11 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
         }
     };
     LogDone();
-    g_WarningsCallbacker.Reset(), g_ExecutionCallbacker.Reset();
+    g_WarningsCallbacker.Reset();
+    g_ExecutionCallbacker.Reset();
     plat::DialogSetHandler([](plat::Dialog_t const & Dialog)
         { return Dialog.eButtons == Buttons_e::OkCancel ? throw 1 : Answer_e::Ignore; });
-    static auto const fnAbort = []
+    static auto const s_fnAbort = []
     {
         try
         {
@@ -318,11 +333,44 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
     };
     auto const Run = []
     {
-        g_WarningsCallbacker.Add([](char const *) { fnHear(), AssertFailed("in a receiver"); }, false);
-        g_ExecutionCallbacker.Add([](bool) { fnHear(), fnFailRead(); }, false);
-        g_FileReadErrorCallbacker.Add([](char const *) { fnHear(), Warning("in a receiver"); }, false);
+        g_WarningsCallbacker.Add(
+            [](char const *)
+            {
+                s_fnHear();
+                AssertFailed("in a receiver");
+            },
+            false);
+        g_ExecutionCallbacker.Add(
+            [](bool)
+            {
+                s_fnHear();
+                s_fnFailRead();
+            },
+            false);
+        g_FileReadErrorCallbacker.Add(
+            [](char const *)
+            {
+                s_fnHear();
+                Warning("in a receiver");
+            },
+            false);
         alarm(20);   // ends threads that wait for ever
-        InThreads(3, [](int iThread) { iThread == 0 ? Warning("first") : iThread == 1 ? fnAbort() : fnFailRead(); });
+        InThreads(3,
+            [](int iThread)
+            {
+                if (iThread == 0)
+                {
+                    Warning("first");
+                }
+                else if (iThread == 1)
+                {
+                    s_fnAbort();
+                }
+                else
+                {
+                    s_fnFailRead();
+                }
+            });
         return s_nHeard >= 3 ? 0 : 1;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
@@ -332,9 +380,11 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
 TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
 {
     static Gate_c s_Inside;
-    static auto const Located = [](char const * szText) { DebugMessages_c::Get().DebugAssert("file.cpp", 1, szText); };
+    static auto const s_fnLocated = [](char const * szText)
+    { DebugMessages_c::Get().DebugAssert("file.cpp", 1, szText); };
     LogDone();
-    g_WarningsCallbacker.Reset(), g_ExecutionCallbacker.Reset();
+    g_WarningsCallbacker.Reset();
+    g_ExecutionCallbacker.Reset();
     g_WarningsCallbacker.Add(
         [](char const * szText)
         {
@@ -343,7 +393,7 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
                 s_Inside.Open();
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
                 delete[] ZQ_NEW char[10];
-                Located("in a receiver");
+                s_fnLocated("in a receiver");
             }
         },
         false);
@@ -363,7 +413,7 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
         g_MemoryCounters.iTotalCount += 1;
         delete[] pBlock;   // fails MemoryCheckConsistency
         g_MemoryCounters.iTotalCount -= 1;
-        Located("beside a receiver");
+        s_fnLocated("beside a receiver");
         Other.join();
         return 0;
     };
@@ -377,7 +427,8 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryFireBothHalvesOfAStop)
     static std::atomic<bool> s_bInside;
     static std::thread s_Other;
     LogDone();
-    g_WarningsCallbacker.Reset(), g_ExecutionCallbacker.Reset();
+    g_WarningsCallbacker.Reset();
+    g_ExecutionCallbacker.Reset();
     g_ExecutionCallbacker.Add([](bool bGoesOn) { s_sExecution += bGoesOn ? '+' : '-'; }, false);
     g_WarningsCallbacker.Add(
         [](char const *)
@@ -462,7 +513,7 @@ TEST_F(Complaints, ADialogThatThrowsSilencesNoLaterOne)
     EXPECT_THROW(AssertFailed("assertion"), int);
     EXPECT_THROW(AssertFailed("assertion"), int);
     EXPECT_THROW(Abort("abort"), int);
-    EXPECT_EQ(TakeTrace(), "CLxDXCLxDXLxDX");
+    EXPECT_EQ(ExtractTrace(), "CLxDXCLxDXLxDX");
     g_isAborting = false;
 }
 
@@ -473,7 +524,7 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
     auto const End = [] { Abort("abort %i", 1); };
     auto const Error = [] { DebugMessages_c::Get().DebugErrorInternal("error"); };
     auto const Break = [] { ZQ_ASSERT_BREAK(1 == 2, "Developer break"); };
-    auto const Located = []
+    auto const fnLocated = []
     {
         std::atexit([] { std::fprintf(stderr, ", then %i", DebugMessages_c::Get().DropMessageBox("", "", 0)); });
         DebugMessages_c::Get().DebugWarningInternal("located");
@@ -496,11 +547,12 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
             { Attention, false, Answer_e::Yes, BREAKPOINT, "^LWD" },
             { End, true, Answer_e::Ok, 1, "^LxMApplication aborted!\nabort 1\nX" },
             { End, false, Answer_e::Ok, BREAKPOINT, "^LxMDX" }, { End, false, Answer_e::Cancel, BREAKPOINT, "^LxMDX" },
-            { Located, false, Answer_e::Cancel, 255, "^D, then 7\\." },
-            { Located, false, Answer_e::Yes, BREAKPOINT, "^D" }, { Error, false, Answer_e::Ok, BREAKPOINT, "^D" },
+            { fnLocated, false, Answer_e::Cancel, 255, "^D, then 7\\." },
+            { fnLocated, false, Answer_e::Yes, BREAKPOINT, "^D" }, { Error, false, Answer_e::Ok, BREAKPOINT, "^D" },
             { Break, false, Answer_e::Yes, BREAKPOINT, "^D" } })
     {
-        g_silentMode = bSilent, g_eAnswer = eAnswer;
+        g_silentMode = bSilent;
+        g_eAnswer = eAnswer;
         auto const Complain = [fn = fnComplain]
         {
             g_bPrint = true;

@@ -148,10 +148,10 @@ TEST_F(ExceptionInfo, ThreadHandlesOneFaultAtATimeAndOnlyWhileItRuns)
     std::string const sModule = program_invocation_short_name;
     EXPECT_THAT(g_sTrace, HasSubstr("<Exception in address space of module : " + sModule + "><Module loaded from : /"));
     Info.Start();
-    auto const fnFormer = plat::DialogSetHandler(
+    auto const fnPrevious = plat::DialogSetHandler(
         [](plat::Dialog_t const &) { return static_cast<Answer_e>(5 + Info.OnUnhandledException(&s_Fault.Pointers)); });
     EXPECT_EQ(Info.MessageBoxWithTrace(nullptr, "faults while it is shown", "", 0, 1, 0), 5);
-    plat::DialogSetHandler(fnFormer);
+    plat::DialogSetHandler(fnPrevious);
     g_silentMode = true;
     Info.OnUnhandledException(&s_Fault.Pointers);
     g_silentMode = false;
@@ -181,7 +181,7 @@ TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
         Info.Stop();
         return s_nShown;
     };
-    auto const fnFormer = plat::DialogSetHandler(Answer);
+    auto const fnPrevious = plat::DialogSetHandler(Answer);
     plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return 1 + Info.OnUnhandledException(pFault); });
     for (void (*fnShow)() : { RaiseBreakpoint, +[] { AssertFailed("%s", "in the parent"); } })
     {
@@ -195,7 +195,7 @@ TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
         Other.join();
     }
     plat::FaultFilterSet(nullptr);
-    plat::DialogSetHandler(fnFormer);
+    plat::DialogSetHandler(fnPrevious);
 }
 
 TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
@@ -222,7 +222,11 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
     {
         plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return Info.OnUnhandledException(pFault); });
         plat::DialogSetHandler(
-            [](plat::Dialog_t const &) -> Answer_e { std::fputs("asked", stderr), __builtin_trap(); });
+            [](plat::Dialog_t const &) -> Answer_e
+            {
+                std::fputs("asked", stderr);
+                __builtin_trap();
+            });
         Info.Start();
         RaiseBreakpoint();
     };

@@ -101,7 +101,7 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
         EXPECT_EQ(Crash.sSignal, sSignal) << "status " << Crash.iStatus << ": " << Crash.sOutput;
         EXPECT_EQ(Crash.nReports, 1);
         EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!\nCall stack functions:\n"));
-        EXPECT_THAT(Crash.sOutput, ContainsRegex("log closed\n(.*\n)*former handler\n"));
+        EXPECT_THAT(Crash.sOutput, ContainsRegex("log closed\n(.*\n)*previous handler\n"));
         EXPECT_THAT(Crash.sLog, HasSubstr("\tCrash log saved at /"));
         EXPECT_THAT(Crash.sOutput, HasSubstr("Crash log saved at /"));
         EXPECT_THAT(Crash.sLog, HasSubstr("\tCall stack functions:\n\n"));
@@ -162,7 +162,7 @@ TEST_F(CrashReport, GoesOnWithoutAFileWithAFullDiskAndWithoutCode)
     EXPECT_THAT(NoFolder.sLog, ContainsRegex("\tCrash log saved at (/.*/gone//CrashReport_.*rpt)\n"
                                              ".*\tNo crash log saved: /.*/gone//CrashReport_.*rpt can't be written\n"));
     EXPECT_THAT(NoFolder.sOutput, Not(HasSubstr("Crash log saved")));
-    EXPECT_THAT(NoFolder.sOutput, ContainsRegex("Call stack functions:\n(.*\n)*log closed\nformer handler\n"));
+    EXPECT_THAT(NoFolder.sOutput, ContainsRegex("Call stack functions:\n(.*\n)*log closed\nprevious handler\n"));
     Crash_t const Full = RunAlone("read full");
     EXPECT_EQ(Full.sReport.size(), 300u);
     EXPECT_EQ(Full.sSignal, "SEGV");
@@ -187,7 +187,7 @@ TEST_F(CrashReport, OutlivesItsHelperAndItsOwnFaults)
     }
     Crash_t const Faulting = RunAlone("read reportfaults", Helper("exec sleep 3"));
     EXPECT_THAT(Faulting.sReport, EndsWith("MM7 = 0000000000000000\r\n"));
-    EXPECT_THAT(Faulting.sOutput, HasSubstr("log closed\nformer handler\n"));
+    EXPECT_THAT(Faulting.sOutput, HasSubstr("log closed\nprevious handler\n"));
     EXPECT_EQ(Faulting.sSignal, "SEGV");
     EXPECT_LT(Faulting.tSeconds, 8.0);
 }

@@ -34,9 +34,9 @@ namespace
         va_copy(again, args);
         std::size_t const nOurs = FormatText(szOurs, nSize, fmt, args);
         locale_t const Utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-        locale_t const Former = uselocale(Utf8);
+        locale_t const Previous = uselocale(Utf8);
         EXPECT_GE(std::vsnprintf(szTheirs, nSize, fmt, again), 0) << fmt;
-        uselocale(Former);
+        uselocale(Previous);
         freelocale(Utf8);
         EXPECT_STREQ(szOurs, szTheirs) << fmt;
         EXPECT_EQ(nOurs, std::strlen(szTheirs)) << fmt;
@@ -165,7 +165,14 @@ TEST_F(Logs, ShowWhatALineOrATerminalWouldObey)
         Capture.Clear();
         Log("%s", sText.c_str());
         LogText(sText.c_str());
-        sText.size() == 1 ? LogEscaped("%c", sText[0]) : LogEscaped("%s", sText.c_str());
+        if (sText.size() == 1)
+        {
+            LogEscaped("%c", sText[0]);
+        }
+        else
+        {
+            LogEscaped("%s", sText.c_str());
+        }
         Logf("named", "%s", sText.c_str());
         EXPECT_EQ(TextForLog(sText.c_str()), sName.c_str());
         EXPECT_THAT(Capture.GetLines(), testing::ElementsAre(sInLine, sInLine, sName));
@@ -280,7 +287,17 @@ TEST_F(Logs, AFullDiskTearsNoLaterLineAndTheLostOnesAreCounted)
     for (bool const bMain : { true, false })
     {
         std::string const sName = bMain ? "message.log" : "a.txt";
-        auto const Say = [bMain](char const * szText) { bMain ? LogText(szText) : Logf("a.txt", "%s", szText); };
+        auto const Say = [bMain](char const * szText)
+        {
+            if (bMain)
+            {
+                LogText(szText);
+            }
+            else
+            {
+                Logf("a.txt", "%s", szText);
+            }
+        };
         {
             FullDisk_c const Full(static_cast<rlim_t>(fs::file_size(m_Folder.Join(sName)) + 4));
             Say("      torn");
@@ -303,7 +320,7 @@ TEST_F(Logs, AFullDiskTearsNoLaterLineAndTheLostOnesAreCounted)
     EXPECT_THAT(m_Folder.Read("message.log"), testing::HasSubstr("\tLog lines lost here: 1\n"));
 }
 
-TEST_F(Logs, ALimitKeepsSomeFormerFilesAndCutsNoLine)
+TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
 {
     constexpr int LIMIT = 3000, LINES = 1000;
     OpenMainLog();
@@ -487,7 +504,11 @@ TEST_F(Logs, ANamedOneBeyondTheTableIsOpenedAllTheSame)
         pSecond = ModuleLog_c::Get()->GetLogFile(sName.c_str());
         ASSERT_TRUE(pFirst);
         ASSERT_TRUE(pSecond);
-        pFirst != pSecond ? std::fclose(pFirst), std::fclose(pSecond) : 0;
+        if (pFirst != pSecond)
+        {
+            std::fclose(pFirst);
+            std::fclose(pSecond);
+        }
     }
     EXPECT_THAT(nKept, testing::AllOf(testing::Gt(42), testing::Le(65)));
 }

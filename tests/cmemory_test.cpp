@@ -170,7 +170,9 @@ TEST(Memory, EveryFormOfNewIsTracked)
     auto * const pPlain = new std::array<int, 9>;
     auto * const pWide = new Wide_s[2];
     auto * const pQuiet = new (std::nothrow) char[3];
-    g_pSeen = pPlain, g_pSeen = pWide, g_pSeen = pQuiet;
+    g_pSeen = pPlain;
+    g_pSeen = pWide;
+    g_pSeen = pQuiet;
     auto * const pNamed = ZQ_NEW int(5);
     int const iLine = __LINE__ - 1;
     EXPECT_THROW(ZQ_NEW Thrower_s, int);
@@ -195,7 +197,9 @@ TEST(Memory, EveryFormOfNewIsTracked)
 TEST(Memory, StackMergesPushesAndCountsChanges)
 {
     MemCategoryStack_c Stack;
-    Stack.Add(mem::file), Stack.Add(mem::file), Stack.Add(mem::logger);
+    Stack.Add(mem::file);
+    Stack.Add(mem::file);
+    Stack.Add(mem::logger);
     EXPECT_EQ(Stack.top, 1);
     Stack.Remove(mem::logger);
     EXPECT_EACH(Stack.Top() == mem::file, Stack.m_dStack[0].m_iCallCount == 2);

@@ -26,18 +26,22 @@ namespace
         bool Initialize() override
         {
             Trace("I");
-            longTimeWait(dSeconds);
+            longTimeWait(tSeconds);
             return !bFails && Module_c::Initialize();
         }
 
         void Initialize2() override { Trace("2"); }
         void HeartbeatFrame(double dt) override { Trace(dt == 0.5 ? "F" : "?"); }
         void HeartbeatIdle() override { Trace("B"); }
-        void Shutdown() override { Trace("S"), Module_c::Shutdown(); }
+        void Shutdown() override
+        {
+            Trace("S");
+            Module_c::Shutdown();
+        }
 
         Module_c * dNeeded[3];
         bool bFails = false;
-        double dSeconds = 0.0;
+        double tSeconds = 0.0;
 
         void Trace(char const * szEvent) const { g_sTrace += std::string(szEvent) + GetName() + ' '; }
     };
@@ -57,7 +61,7 @@ namespace
             std::for_each(dModules.begin(), dModules.end(), Module_c::Register);
         }
 
-        static std::string TakeTrace() { return std::exchange(g_sTrace, ""); }
+        static std::string ExtractTrace() { return std::exchange(g_sTrace, ""); }
 
         std::deque<TestModule_c> m_dModules;
         LogCapture_c m_Log;
@@ -69,14 +73,14 @@ TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
     TestModule_c &a = Make("a"), &b = Make("b", &a), &c = Make("c", &b, &a);
     Register({ &c, &a, &c });   // the first brings b and a in
     EXPECT_TRUE(Module_c::InitializeAllModules());
-    EXPECT_EQ(TakeTrace(), "Ia Ib Ic 2a 2b 2c ");
+    EXPECT_EQ(ExtractTrace(), "Ia Ib Ic 2a 2b 2c ");
     EXPECT_EQ(std::pair(a.GetInitOrder(), c.GetInitOrder()), std::pair(0, 2));
     Module_c::HeartbeatAllModulesFrame(0.5);
     Module_c::HeartbeatAllModulesIdle();
-    EXPECT_EQ(TakeTrace(), "Fc Fb Fa Bc Bb Ba ");
+    EXPECT_EQ(ExtractTrace(), "Fc Fb Fa Bc Bb Ba ");
 
     Module_c::ShutdownAllModules();
-    EXPECT_EQ(TakeTrace(), "Sc Sb Sa ");
+    EXPECT_EQ(ExtractTrace(), "Sc Sb Sa ");
     EXPECT_EQ(m_Log.GetText(),
         "c shutdown\nc has been shutdown in 0.00 sec\nb shutdown\nb has been shutdown in 0.00 sec\n"
         "a shutdown\na has been shutdown in 0.00 sec\nAll modules have been shutdown in 0.00 sec\n");
@@ -85,7 +89,7 @@ TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
     EXPECT_TRUE(Module_c::InitializeAllModules());
     Module_c::HeartbeatAllModulesIdle();
     Module_c::ShutdownAllModules();
-    EXPECT_EQ(TakeTrace(), "");
+    EXPECT_EQ(ExtractTrace(), "");
     EXPECT_EQ(m_Log.GetText(), "All modules have been shutdown in 0.00 sec\n");
 }
 
@@ -100,7 +104,7 @@ TEST_F(Modules, ThatNeedEachOtherStayDown)
     Register({ &a, &c });
     DialogScript_c const Dialogs;
     EXPECT_FALSE(Module_c::InitializeAllModules());
-    EXPECT_EQ(TakeTrace(), "Ic ");
+    EXPECT_EQ(ExtractTrace(), "Ic ");
     EXPECT_EQ(m_Log.GetText(),
         "Module [" + s_sA + "] was not initialized. xrf?\nModule [" + s_sB + "] was not initialized. xrf?\n");
     EXPECT_EQ(Dialogs.GetCount(), 2);
@@ -115,23 +119,23 @@ TEST_F(Modules, InitialisedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
     EXPECT_EQ(m_Log.GetText(), "Module [b] failed to initialize\n");
     EXPECT_EACH(a.IsInitialized(), !b.IsInitialized(), !c.IsInitialized());
     Module_c::ShutdownAllModules();
-    EXPECT_EQ(TakeTrace(), "Ia Ib Sa Sb Sc ");   // in the order of registration
+    EXPECT_EQ(ExtractTrace(), "Ia Ib Sa Sb Sc ");   // in the order of registration
 
     b.bFails = false;
     Register({ &a, &b });
     EXPECT_TRUE(Module_c::InitializeAllModules());
     Register({ &c });
-    TakeTrace();
+    ExtractTrace();
     EXPECT_TRUE(Module_c::InitializeAllModules());
     EXPECT_EQ(c.GetInitOrder(), 0);   // counted from 0 again
-    EXPECT_THAT(TakeTrace(), testing::AnyOf("Ic 2c 2a 2b ", "Ic 2a 2c 2b "));
+    EXPECT_THAT(ExtractTrace(), testing::AnyOf("Ic 2c 2a 2b ", "Ic 2a 2c 2b "));
 }
 
 TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
 {
     TestModule_c &Slow = Make("slow"), &Quick = Make("quick");
-    Slow.dSeconds = 0.12;
-    Quick.dSeconds = 0.02;
+    Slow.tSeconds = 0.12;
+    Quick.tSeconds = 0.02;
     Register({ &Slow, &Quick });
     for (int i = 0; i < 100; ++i)   // more than the registry has room for at first
     {

@@ -19,7 +19,14 @@ namespace
     {
         for (char const * szName : dNames)
         {
-            *szName == ')' ? ProfilerPop() : ProfilerPush(szName, *szName == '/');
+            if (*szName == ')')
+            {
+                ProfilerPop();
+            }
+            else
+            {
+                ProfilerPush(szName, *szName == '/');
+            }
         }
     }
 
@@ -82,7 +89,8 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     EXPECT_EQ(ProfilerGetTimer("b"), ProfilerGetRoot()->pChild->pChild);   // the one that was made first
     for (bool const bRoot : { true, false })
     {
-        ProfilerPush("both", bRoot), ProfilerPop();
+        ProfilerPush("both", bRoot);
+        ProfilerPop();
     }
     EXPECT_EQ(ProfilerGetTimer("both"), &ProfilerGetRoot()[g_iTimerTotalCount - 1])
         << "the one that hangs under another";
@@ -164,17 +172,17 @@ TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)
 
 TEST_F(Profiler, MeasuresAcrossAClockThatRunsBackwards)
 {
-    for (std::int64_t const tAhead : { std::int64_t{ 0 }, std::int64_t{ 0x7000000000 } })
+    for (std::int64_t const tOffset : { std::int64_t{ 0 }, std::int64_t{ 0x7000000000 } })
     {
         ProfilerReset();
-        std::int64_t const tBefore = shortTimeGet() + tAhead;
+        std::int64_t const tBefore = shortTimeGet() + tOffset;
         ProfilerPush("a", false);
-        ProfilerGetTimer("a")->tStart += tAhead;
+        ProfilerGetTimer("a")->tStart += tOffset;
         shortTimeWait(20000);
         ProfilerPop();
-        std::int64_t const tTime = ProfilerGetTimer("a")->dFrames[0].tTime + tAhead - (tAhead ? 0x80000000 : 0);
+        std::int64_t const tTime = ProfilerGetTimer("a")->dFrames[0].tTime + tOffset - (tOffset ? 0x80000000 : 0);
         EXPECT_GE(tTime, 20000);
-        EXPECT_LE(tTime, shortTimeGet() + tAhead - tBefore);
+        EXPECT_LE(tTime, shortTimeGet() + tOffset - tBefore);
     }
 }
 
@@ -186,7 +194,13 @@ TEST_F(Profiler, LeavesOutWhatFindsNoRoom)
     }
     EXPECT_EQ(FailedConditions([] { ProfilerPush(512, "t"); }), "g_iTimerTotalCount < MAX_TIMERS_TOTAL");
     Brackets({ "t", ")" });
-    EXPECT_EQ(FailedConditions([] { ProfilerPop(512), ProfilerPop(); }), "g_iTimerStackTop > 1");
+    EXPECT_EQ(FailedConditions(
+                  []
+                  {
+                      ProfilerPop(512);
+                      ProfilerPop();
+                  }),
+        "g_iTimerStackTop > 1");
     ProfilerReset();
     while (g_iTimerStackTop < 64)
     {
@@ -239,7 +253,14 @@ protected:
         ProfilerReset();
         for (char const c : std::string("ac  b "))
         {
-            c == ' ' ? ProfilerPop() : ProfilerPush(static_cast<std::uint32_t>(c), std::string(1, c).c_str());
+            if (c == ' ')
+            {
+                ProfilerPop();
+            }
+            else
+            {
+                ProfilerPush(static_cast<std::uint32_t>(c), std::string(1, c).c_str());
+            }
         }
         for (std::uint32_t i = 0; i < 150; ++i)
         {

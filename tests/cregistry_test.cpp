@@ -103,8 +103,8 @@ TEST_F(RegistryTest, ReadsEachTypeOnlyAsWhatItHolds)
     Registry_c Registry;
     EXPECT_EACH(!Registry.WriteValue("i", 1), !Registry.ValueExists("i"), !Registry.DeleteKey("x", 1)) << "no key open";
     ASSERT_TRUE(Registry.CreateKey("Software\\Test"));
-    double const dDouble = -1.0 / 3.0;
-    plat::RegistryWrite(USER, "software\\TEST", "d", RegistryType_e::Untyped, &dDouble, 8);
+    double const fDouble = -1.0 / 3.0;
+    plat::RegistryWrite(USER, "software\\TEST", "d", RegistryType_e::Untyped, &fDouble, 8);
     EXPECT_EACH(Registry.WriteValue("i", -5), Registry.WriteValue("f", 0.1f), Registry.WriteString("four", "1234"),
         Registry.WriteString("t", "some text"), Registry.WriteData("b", "\0\1\2", 3),
         Registry.WriteData("four bytes", "\x0D\0\0\0", 4));
@@ -125,7 +125,7 @@ TEST_F(RegistryTest, ReadsEachTypeOnlyAsWhatItHolds)
         EXPECT_EQ(Registry.ReadInt(szName, 77), iBits) << szName;
         EXPECT_EQ(std::bit_cast<int>(Registry.ReadFloat(szName, std::bit_cast<float>(77))), iBits) << szName;
         EXPECT_EQ(std::tuple(bIsInt, i, bIsDouble, d, bIsFloat, f),
-            std::tuple(bInt, bInt ? iBits : 99, bDouble, bDouble ? dDouble : 99.0, bFloat, fFloat))
+            std::tuple(bInt, bInt ? iBits : 99, bDouble, bDouble ? fDouble : 99.0, bFloat, fFloat))
             << szName;
     }
 }
@@ -264,7 +264,10 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
             break;
         case 4:
             EXPECT_EQ(Registry.DeleteValue(sName.c_str()) != 0, bHas);
-            bHas ? pValues->erase(sModelName) : 0;
+            if (bHas)
+            {
+                pValues->erase(sModelName);
+            }
             break;
         case 5:
             EXPECT_EQ(Registry.RenameValue(sName.c_str(), sOther.c_str()) != 0, bRenamed);
@@ -353,7 +356,10 @@ TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
                 Writer.RenameValue("x", "y");
                 Writer.RenameValue("y", "x");
                 // A renamer that was killed leaves both names.
-                Writer.ValueExists("x") && Writer.ValueExists("y") ? Writer.DeleteValue("y") : 0;
+                if (Writer.ValueExists("x") && Writer.ValueExists("y"))
+                {
+                    Writer.DeleteValue("y");
+                }
             }
             return 0;
         };

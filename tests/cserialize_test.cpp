@@ -196,17 +196,37 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
     String_T<256> sText("text of 18 letters");
     char szKept[18] = "kept";
     double fKept = 0.5;
-    std::string const sChunk = Saved([&](A & a) { a.ChunkBegin("A"), a.SerializeString(sText), a.ChunkEnd("A"); });
+    std::string const sChunk = Saved(
+        [&](A & a)
+        {
+            a.ChunkBegin("A");
+            a.SerializeString(sText);
+            a.ChunkEnd("A");
+        });
     char const * const szOpen = "m_pCurrentChunk && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))";
     for (auto const & [szCondition, fnBody] :
         Rows_t<char const *, ArchiveBody_t>{
             { "", [](A & a) { a.Serialize(&a, -1); } },
             { "", [](A & a) { a.Serialize(nullptr, 9999); } },
-            { "!m_pCurrentChunk", [](A & a) { a.ChunkBegin("A"), a.ChunkBegin("A"); } },
-            { szOpen, [](A & a) { a.ChunkBegin("A"), a.ChunkEnd("a"); } },
+            { "!m_pCurrentChunk",
+                [](A & a)
+                {
+                    a.ChunkBegin("A");
+                    a.ChunkBegin("A");
+                } },
+            { szOpen,
+                [](A & a)
+                {
+                    a.ChunkBegin("A");
+                    a.ChunkEnd("a");
+                } },
             { szOpen, [](A & a) { a.ChunkEnd("A"); } },
             { "Len < iBufLength, text of 18 characters in 'memory.arc' file, with room for 17",
-                [&](A & a) { a.ChunkBegin("A"), a.SerializeString(szKept, 18); } },
+                [&](A & a)
+                {
+                    a.ChunkBegin("A");
+                    a.SerializeString(szKept, 18);
+                } },
             { "sBuffer && iBufLength > 0", [&](A & a) { a.SerializeString(szKept, 0); } },
         })
     {
@@ -225,8 +245,14 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
     }
     TempFolder_c const Folder;
     Writeable_c Archive(Folder.Join("a.arc").c_str(), VERSION);
-    EXPECT_EQ(
-        FailedConditions([&] { Archive.LabelRead(), Archive.ChunkEnd("A"), Archive.Close(), Archive.GetLength(); }),
+    EXPECT_EQ(FailedConditions(
+                  [&]
+                  {
+                      Archive.LabelRead();
+                      Archive.ChunkEnd("A");
+                      Archive.Close();
+                      Archive.GetLength();
+                  }),
         "m_bIsReading & m_dwCurrentChunk != NO_CHUNK && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))"
         " & m_hFile");
     EXPECT_EACH(Archive.IsFailed(), Archive.Close());

@@ -212,11 +212,20 @@ TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Load(SaveGraph(&Node)); }));
     EXPECT_EQ(Log.Count("Label 'composite object begin' expected in 'memory.arc' file."), 1);
     void const * p = &Node;
-    ArchiveBody_t const fnFixup = [&](A & a) { Serializer_c::ResetCache(), Access::FixupVoidPointer(a, p); };
+    ArchiveBody_t const fnFixup = [&](A & a)
+    {
+        Serializer_c::ResetCache();
+        Access::FixupVoidPointer(a, p);
+    };
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Save(fnFixup); }));
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Loaded(With(4, "\1\0\0\0"sv), 1, fnFixup); }));
     EXPECT_EQ(Log.CountHolding("Serializer_c: Can't fixup pointer in '"), 2);
-    EXPECT_EQ(FailedConditions([&] { Access::Reconstruct(3, p), Access::IsInCache(Serializer_c::HASH_SIZE); }),
+    EXPECT_EQ(FailedConditions(
+                  [&]
+                  {
+                      Access::Reconstruct(3, p);
+                      Access::IsInCache(Serializer_c::HASH_SIZE);
+                  }),
         "dPointers[iPointer] != HASH_NO_ELEMENT & IsIdentifier(iPointer)");
     EXPECT_FALSE(p);
 }

@@ -87,24 +87,24 @@ TEST(Sha1, CarriesTheLengthIntoTheHighWord)
 
 TEST(Sha1, ReturnsThePublishedDigestAndRefusesNullTooLongAndWrongOrder)
 {
-    unsigned char Byte = 'x', dHash[SHA1_HASH_SIZE];
+    unsigned char cByte = 'x', dHash[SHA1_HASH_SIZE];
     EXPECT_EACH(
-        SHA1Reset(nullptr) == shaNull, SHA1Input(nullptr, &Byte, 1) == shaNull, SHA1Result(nullptr, dHash) == shaNull);
+        SHA1Reset(nullptr) == shaNull, SHA1Input(nullptr, &cByte, 1) == shaNull, SHA1Result(nullptr, dHash) == shaNull);
 
     SHA1Context Done = Fed("abc", 1), Long = Fed("", 1), NoBytes = Done, NoOutput = Done;
     EXPECT_EQ(SHA1Result(&Done, dHash), shaSuccess);
     EXPECT_EQ(Result(Done), "a9993e364706816aba3e25717850c26c9cd0d89d") << "published";
     EXPECT_EQ(SHA1Input(&Done, nullptr, 0), shaSuccess);
-    EXPECT_EQ(SHA1Input(&Done, &Byte, 1), shaStateError);
+    EXPECT_EQ(SHA1Input(&Done, &cByte, 1), shaStateError);
     Long.dwLengthLow = 0xFFFFFFF0u;
     Long.dwLengthHigh = 0xFFFFFFFFu;
-    EXPECT_EQ(SHA1Input(&Long, &Byte, 1), shaSuccess);
-    EXPECT_EQ(SHA1Input(&Long, &Byte, 1), shaInputTooLong);
+    EXPECT_EQ(SHA1Input(&Long, &cByte, 1), shaSuccess);
+    EXPECT_EQ(SHA1Input(&Long, &cByte, 1), shaInputTooLong);
     EXPECT_EQ(SHA1Input(&NoBytes, nullptr, 1), shaNull);
     EXPECT_EQ(SHA1Result(&NoOutput, nullptr), shaNull);
     for (SHA1Context * pFailed : { &Done, &Long, &NoBytes, &NoOutput })
     {
-        EXPECT_EACH(SHA1Input(pFailed, &Byte, 1) == shaStateError, SHA1Result(pFailed, dHash) == shaStateError,
-            SHA1Reset(pFailed) == shaSuccess, SHA1Input(pFailed, &Byte, 1) == shaSuccess);
+        EXPECT_EACH(SHA1Input(pFailed, &cByte, 1) == shaStateError, SHA1Result(pFailed, dHash) == shaStateError,
+            SHA1Reset(pFailed) == shaSuccess, SHA1Input(pFailed, &cByte, 1) == shaSuccess);
     }
 }

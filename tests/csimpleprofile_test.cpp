@@ -145,7 +145,14 @@ TEST(SimpleProfile, KeepsItsLimits)
     Steps(C0, "a" + sEmpty);
     EXPECT_EQ(FailedConditions([] { Steps(C0, "a"); }), "iStackPtr >= 0");
     EXPECT_EQ(FailedConditions([] { Steps(C0, "ABab"); }), "Top.eType == eType & Top.eType == eType");
-    EXPECT_EQ(FailedConditions([] { Steps(C0, "A"), SimpleProfileReset(C0), Steps(C0, "a"); }), "iStackPtr == -1");
+    EXPECT_EQ(FailedConditions(
+                  []
+                  {
+                      Steps(C0, "A");
+                      SimpleProfileReset(C0);
+                      Steps(C0, "a");
+                  }),
+        "iStackPtr == -1");
     EXPECT_STREQ(SimpleProfileName(SIMPLE_TIMER_AI), "TIMER_AI");
     EXPECT_STREQ(SimpleProfileName(static_cast<SimpleProfileType_e>(17)), "unknown");
 

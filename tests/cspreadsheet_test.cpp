@@ -14,7 +14,7 @@ namespace
     class SpreadsheetTest : public MediaTest
     {
     protected:
-        /// Writes a file and opens it; the sheet must be closed.
+        // Writes a file and opens it; the sheet must be closed.
         bool Open(std::string const & sText, SpreadsheetFmtDesc_t const * pFmt = nullptr)
         {
             Serve("sheet.csv", sText);
@@ -23,7 +23,7 @@ namespace
             return bOpen;
         }
 
-        /// Head and rows, their cells joined by bars; what was logged if the sheet is closed.
+        // Head and rows, their cells joined by bars; what was logged if the sheet is closed.
         std::string Dump()
         {
             if (!m_Sheet.IsOpen())

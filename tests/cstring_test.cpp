@@ -90,19 +90,24 @@ TEST(String, BehavesLikeAStandardStringThatIsCut)
         switch (Random() % 6)
         {
         case 0:
-            s = sText.c_str(), sModel = sText;
+            s = sText.c_str();
+            sModel = sText;
             break;
         case 1:
-            s += sText.c_str(), sModel += sText;
+            s += sText.c_str();
+            sModel += sText;
             break;
         case 2:
-            s.Chop(i), sModel.resize(sModel.size() - std::min(sModel.size(), std::size_t(std::max(i, 1))));
+            s.Chop(i);
+            sModel.resize(sModel.size() - std::min(sModel.size(), std::size_t(std::max(i, 1))));
             break;
         case 3:
-            s = static_cast<char const *>(s) + nFrom, sModel.erase(0, nFrom);
-            break;   // a tail of itself
+            s = static_cast<char const *>(s) + nFrom;   // a tail of itself
+            sModel.erase(0, nFrom);
+            break;
         case 4:
-            s += s, sModel += sModel;
+            s += s;
+            sModel += sModel;
             break;
         default:
             ASSERT_EQ(s.StrPos(sText.c_str(), i), static_cast<int>(sModel.find(sText, nFrom)))

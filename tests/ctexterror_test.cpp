@@ -12,15 +12,15 @@ using namespace std::string_literals;
 
 namespace
 {
-    /// "file(line,column): reason".
-    std::string Told(TextError_t const & Error)
+    // "file(line,column): reason".
+    std::string TextOf(TextError_t const & Error)
     {
         std::string const sPlace =
             Error.iLine ? "(" + std::to_string(Error.iLine) + "," + std::to_string(Error.iColumn) + ")" : "";
         return std::string(Error.sFile) + sPlace + (Error.IsSet() ? ": " : "") + std::string(Error.sReason);
     }
 
-    /// Appends a text to others; an empty one shows as (none).
+    // Appends a text to others; an empty one shows as (none).
     void Add(std::string & sAll, std::string const & sText, char const * szBetween)
     {
         sAll += (sAll.empty() || sAll.back() == '\n' ? "" : szBetween) + (sText.empty() ? "(none)" : sText);
@@ -39,7 +39,7 @@ namespace
                 Add(sCells, Sheet.GetCell(), " | ");
             }
         }
-        return Sheet.IsOpen() ? sCells : Told(Sheet.GetLastError());
+        return Sheet.IsOpen() ? sCells : TextOf(Sheet.GetLastError());
     }
 
     template <WarehouseFormat_e FORMAT>
@@ -58,7 +58,7 @@ namespace
                 Add(sCells, std::string(sCell), " | ");
             }
         }
-        return bOpen ? sCells : Told(Table.GetLastError());
+        return bOpen ? sCells : TextOf(Table.GetLastError());
     }
 
     std::string ReadProperties(std::string const &)
@@ -76,7 +76,7 @@ namespace
                 Add(sValues, std::string(sValue), szBetween);
             }
         }
-        return bOpen ? sValues : Told(List.GetLastError());
+        return bOpen ? sValues : TextOf(List.GetLastError());
     }
 
     template <bool PUNCTUATION>
@@ -98,7 +98,7 @@ namespace
         bool const bOpen = Script.OpenFile("table.txt");
         std::string const sTokens = ReadTokens<PUNCTUATION>(Script);
         Script.CloseFile();
-        return bOpen ? sTokens : Told(Script.GetLastError());
+        return bOpen ? sTokens : TextOf(Script.GetLastError());
     }
 
     std::string ReadMemory(std::string const & sText)
@@ -119,7 +119,7 @@ namespace
         {
             Add(sWords, Parser.IsWord() ? Parser.GetWord() : "("s + Parser.GetSymbol() + ")", " ");
         }
-        return bOpen ? sWords : "table.txt" + Told(Parser.GetLastError());
+        return bOpen ? sWords : "table.txt" + TextOf(Parser.GetLastError());
     }
 
     template <typename T>
@@ -224,16 +224,16 @@ TEST_F(TextError, ARefusedSheetAndALostCellHaveTheirPlaceAndReason)
     std::string const sWord(600, 'x'), sQuoted(30'000, 'x');
     std::string const sLast = "the last row has no end; a row ends with the row separator";
     std::string const sOpen = "the quote of this cell is never closed";
-    std::string const sBehind = "only a separator may follow the closing quote of a cell";
-    for (auto const & [bOpens, sText, sTold] : Rows_t<bool, std::string, std::string>{
+    std::string const sAfterQuote = "only a separator may follow the closing quote of a cell";
+    for (auto const & [bOpens, sText, sError] : Rows_t<bool, std::string, std::string>{
              { true, "a,b\n1,2\n", "" },
              { false, "\xEF\xBB\xBF\xC3\xA4,b\r\n\xE2\x82\xAC,2", "(2,4): " + sLast },
              { false, "a,b\n\"x", "(2,1): " + sOpen },
              { false, "a,b\n1,\"x\n\n", "(2,3): " + sOpen },
              { false, "a,b\n1,\"x\"\"", "(2,3): " + sOpen },
-             { false, "a,b\n\"x\ny\" ,2\n", "(3,3): " + sBehind },
-             { false, "a,b\n\"x\"\"y\"\t\"z\",2\n", "(2,8): " + sBehind },
-             { true, "a,\"b\" ,c\n1,2\n", "(1,6): " + sBehind },
+             { false, "a,b\n\"x\ny\" ,2\n", "(3,3): " + sAfterQuote },
+             { false, "a,b\n\"x\"\"y\"\t\"z\",2\n", "(2,8): " + sAfterQuote },
+             { true, "a,\"b\" ,c\n1,2\n", "(1,6): " + sAfterQuote },
              { true, "a,b\n1," + sWord + "\n2,3\n", "(2,3): a word of more than 511 characters is cut" },
              { true, "a,b\n\"" + sQuoted + "\",1\n", "(2,1): a text in quotes of more than 24575 characters is cut" },
          })
@@ -241,7 +241,7 @@ TEST_F(TextError, ARefusedSheetAndALostCellHaveTheirPlaceAndReason)
         Spreadsheet_c Sheet;
         Serve("table.txt", sText);
         EXPECT_EQ(Sheet.Open("table.txt"), bOpens) << sText;
-        EXPECT_EQ(Told(Sheet.GetLastError()), "table.txt" + sTold) << sText;
+        EXPECT_EQ(TextOf(Sheet.GetLastError()), "table.txt" + sError) << sText;
     }
 }
 
@@ -252,7 +252,7 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
     std::string const sText = "@head n t u\n\na  1 x\t7\nb \"q\" \"y\n z zz\nc\n";
     using Get_t = bool (*)(Warehouse_c const &, char const *);
     constexpr Get_t GetInt = GetOne<int>;
-    for (auto const & [bCsv, szIdent, fnGet, szColumn, sTold] :
+    for (auto const & [bCsv, szIdent, fnGet, szColumn, sError] :
         Rows_t<bool, char const *, Get_t, char const *, std::string>{
             { true, "a", GetInt, "n", "(4,3): there is no whole number in column \"n\"" },
             { true, "a", GetPair, "T", "(5,4): there is no pair of numbers in column \"T\"" },
@@ -267,14 +267,14 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
             { false, "x", GetInt, "n", ": without a work line there is no column \"n\"" },
         })
     {
-        SCOPED_TRACE(sTold);
+        SCOPED_TRACE(sError);
         Warehouse_c Table(!bCsv);
         Serve("table.txt", bCsv ? sCsv : sText);
         ASSERT_TRUE(Table.Open("table.txt", bCsv ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT));
         Table.FindIdent(szIdent);
-        EXPECT_EQ(fnGet(Table, szColumn), sTold.empty());
+        EXPECT_EQ(fnGet(Table, szColumn), sError.empty());
         Table.StartIdent();   // the error keeps its place
-        EXPECT_EQ(Told(Table.GetLastError()), "table.txt" + sTold);
+        EXPECT_EQ(TextOf(Table.GetLastError()), "table.txt" + sError);
     }
 }
 
@@ -285,15 +285,35 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
         char sz[9];
         S.GetString(sz, 8, cQuote);
     };
-    for (auto const & [fnRead, sTold] :
+    for (auto const & [fnRead, sError] :
         Rows_t<std::function<void(Script_c &)>, std::string>{
-            { [](Script_c & S) { S.SkipToken("size"), S.GetInt("weight"); }, "" },
-            { [](Script_c & S) { S.SkipToken("x"), S.SkipToken("y"); }, "(4,1): this is not the expected token \"y\"" },
+            { [](Script_c & S)
+                {
+                    S.SkipToken("size");
+                    S.GetInt("weight");
+                },
+                "" },
+            { [](Script_c & S)
+                {
+                    S.SkipToken("x");
+                    S.SkipToken("y");
+                },
+                "(4,1): this is not the expected token \"y\"" },
             { [](Script_c & S) { S.GetFloat("none"); }, "(2,3): this is not the expected label \"none\"" },
             { [](Script_c & S) { S.GetFloat(); }, "(2,3): this is no number \"size\"" },
             { [&](Script_c & S) { GetQuoted(S, '\''); }, "(2,3): this is no quote" },
-            { [&](Script_c & S) { S.SetPosition(23), GetQuoted(S, '"'); }, "(4,10): no quote ends this text" },
-            { [](Script_c & S) { S.RewindAfterToken("12", true, false), S.GetInt("y"), S.GetInt("z"); },
+            { [&](Script_c & S)
+                {
+                    S.SetPosition(23);
+                    GetQuoted(S, '"');
+                },
+                "(4,10): no quote ends this text" },
+            { [](Script_c & S)
+                {
+                    S.RewindAfterToken("12", true, false);
+                    S.GetInt("y");
+                    S.GetInt("z");
+                },
                 "(5,1): this is not the expected label \"z\"" },
         })
     {
@@ -301,17 +321,17 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
         Serve("table.txt", "\n  size // s\n\nweight 12\"b\n");
         ASSERT_TRUE(Script.OpenFile("Table.txt"));
         fnRead(Script);
-        EXPECT_EQ(Told(Script.GetLastError()), "Table.txt" + sTold);
+        EXPECT_EQ(TextOf(Script.GetLastError()), "Table.txt" + sError);
         Script.CloseFile();
     }
     Script_c Script;
     EXPECT_FALSE(Script.OpenFile("none.txt"));
-    EXPECT_EQ(Told(Script.GetLastError()), "none.txt: there is no such file");
+    EXPECT_EQ(TextOf(Script.GetLastError()), "none.txt: there is no such file");
     ExpectComplaints(1);   // of the open
     Serve("gone.txt", "x");
     std::filesystem::remove(Folder.Join("gone.txt"));
     EXPECT_FALSE(Script.OpenFile("gone.txt"));
-    EXPECT_EQ(Told(Script.GetLastError()), "gone.txt: it can't be read");
+    EXPECT_EQ(TextOf(Script.GetLastError()), "gone.txt: it can't be read");
 }
 
 TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)

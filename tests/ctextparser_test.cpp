@@ -19,7 +19,7 @@ namespace
         return Out.str();
     }
 
-    /// All tokens of an open parser, each followed by a bar.
+    // All tokens of an open parser, each followed by a bar.
     std::string Tokens(SimpleTextParser_c & Parser)
     {
         std::string sAll;

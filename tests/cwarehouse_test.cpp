@@ -11,7 +11,7 @@ using namespace std::string_literals;
 
 namespace
 {
-    /// The columns, joined by bars; a null column is a tilde.
+    // The columns, joined by bars; a null column is a tilde.
     std::string Joined(WarehouseLine_c const & Line)
     {
         std::string sAll;
@@ -22,7 +22,7 @@ namespace
         return sAll;
     }
 
-    /// A scan of a block of exactly its size, so that an address checker reports a read beyond it.
+    // A scan of a block of exactly its size, so that an address checker reports a read beyond it.
     struct Scan_s
     {
         std::vector<char> dBytes;
@@ -39,7 +39,7 @@ namespace
         }
     };
 
-    /// Each line in brackets.
+    // Each line in brackets.
     std::string Lines(std::string const & sData, WarehouseFormat_e eFormat, char const * szSeparators = nullptr)
     {
         Scan_s Data(sData, eFormat, szSeparators);
@@ -58,7 +58,7 @@ namespace
     protected:
         ~Warehouse() override { m_pTable.reset(); }
 
-        /// Serves a file and opens it in a new table.
+        // Serves a file and opens it in a new table.
         bool Open(std::string const & sName, std::string const & sText, char const * szHeader = nullptr,
             char const * szSeparators = nullptr, bool bCopy = false)
         {
@@ -88,8 +88,8 @@ namespace
             return sAll;
         }
 
-        /// What the Get of each type does with a cell: the value, or a minus sign if it failed and left the output
-        /// unchanged.
+        // What the Get of each type does with a cell: the value, or a minus sign if it failed and left the output
+        // unchanged.
         std::string Numbers(std::string const & sCell)
         {
             EXPECT_EACH(Open("get.txt", "@head v\ni " + sCell + "\n"), m_pTable->FindIdent("I"));
@@ -99,10 +99,23 @@ namespace
             {
                 auto const Stale = Value;
                 bool const bValid = m_pTable->Get("v", Value);
-                bValid ? Out << +Value << ' ' : Out << (Value == Stale ? "- " : "changed ");
+                if (bValid)
+                {
+                    Out << +Value << ' ';
+                }
+                else
+                {
+                    Out << (Value == Stale ? "- " : "changed ");
+                }
             };
-            Add(77l), Add(77.0), Add(77.0f), Add(77), Add(short{ 77 });
-            Add(static_cast<unsigned char>(77)), Add(true), Add(77ul);
+            Add(77l);
+            Add(77.0);
+            Add(77.0f);
+            Add(77);
+            Add(short{ 77 });
+            Add(static_cast<unsigned char>(77));
+            Add(true);
+            Add(77ul);
             return Out.str();
         }
 

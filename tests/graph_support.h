@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-// A node of a graph, and a part of it that can be pointed at.
+/// A node of a graph, and a part of it that can be pointed at.
 struct Node_s
 {
     int iValue = 0;
@@ -33,7 +33,14 @@ public:
     void Serialize(Serializeable_c & Archive, Node_s *& pNode)
     {
         void * p = pNode;
-        Archive.IsReading() ? ReadOwnPointer(Archive, p) : WritePointer(Archive, p);
+        if (Archive.IsReading())
+        {
+            ReadOwnPointer(Archive, p);
+        }
+        else
+        {
+            WritePointer(Archive, p);
+        }
         pNode = static_cast<Node_s *>(p);
     }
 
@@ -60,7 +67,7 @@ public:
         Serializer_c::RegisterOwnPointer, Serializer_c::RegisterSerializedStaticPointer, Serializer_c::WritePointer;
 };
 
-// Two classes of nodes, that of their parts and two static objects.
+/// Two classes of nodes, that of their parts and two static objects.
 struct World_s
 {
     NodeSerializer_c Parts{ "Part" };
@@ -84,10 +91,17 @@ struct World_s
         Nodes.Serialize(Archive, pRoot);
         Others.Serialize(Archive, pOther);
         void * pAny = pRoot;
-        Archive.IsReading() ? NodeSerializer_c::ReadPointer(Archive, pAny) : Nodes.WritePointer(Archive, pAny);
+        if (Archive.IsReading())
+        {
+            NodeSerializer_c::ReadPointer(Archive, pAny);
+        }
+        else
+        {
+            Nodes.WritePointer(Archive, pAny);
+        }
     }
 
-    // Loads a graph and returns its root.
+    /// Loads a graph and returns its root.
     Node_s * Load(std::string_view sBytes)
     {
         Node_s * pRoot = nullptr;
@@ -96,8 +110,8 @@ struct World_s
         return pRoot;
     }
 
-    // Loads any bytes. Returns whether every pointer of every node that this made leads to a node, to what was
-    // registered without a class, or nowhere.
+    /// Loads any bytes. Returns whether every pointer of every node that this made leads to a node, to what was
+    /// registered without a class, or nowhere.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();

@@ -33,7 +33,7 @@ namespace
 // clang-format off
 #include "examples/cserialize_1.inl"
 #include "examples/cserializer_1.inl"
-void TellOfLevels()
+void ExplainLevels()
 {
 #include "examples/ctexterror_1.inl"
 }
@@ -139,7 +139,7 @@ TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
 TEST_F(HeaderExamples, ARefusedSheetSaysWhere)
 {
     Serve("levels.csv", "level,price\n1");
-    TellOfLevels();
+    ExplainLevels();
     EXPECT_EQ(Log.CountHolding("levels.csv(2,2): the last row has no end"), 1);
 }
 

@@ -91,7 +91,8 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
 TEST(DebugHeap, EventsPassTheHookAndFailuresTheHandler)
 {
     MemoryDone();   // the tracking ends; until MemoryInit nothing else may use the heap
-    g_nEvents = 0, g_nLines = g_nFailures = 0;
+    g_nEvents = 0;
+    g_nLines = g_nFailures = 0;
     plat::HeapSetHook(
         [](plat::HeapEvent_e eEvent, void *, std::size_t nBytes, std::uint32_t) {
             g_dEvents[g_nEvents++] = { eEvent, nBytes };

@@ -103,12 +103,16 @@ bool IsSuperuser();
 /// Makes a named pipe. Returns its path.
 std::string MakePipe(std::string const & sPath);
 
-/// What a process waits for until another one, or a thread, opens it.
+/// A gate that a process waits for until another one, or a thread, opens it.
 class Gate_c
 {
 public:
     Gate_c() { EXPECT_EQ(pipe(m_dEnds), 0); }
-    ~Gate_c() { close(m_dEnds[0]), close(m_dEnds[1]); }
+    ~Gate_c()
+    {
+        close(m_dEnds[0]);
+        close(m_dEnds[1]);
+    }
     Gate_c & operator=(Gate_c &&) = delete;
 
     bool Open() const { return write(m_dEnds[1], "x", 1) == 1; }
@@ -151,7 +155,7 @@ Result_s RunOnTerminal(
 /// Runs a command line of the shell as the job that has the terminal. Returns the signal that ends or stops it, or 0.
 int RunInForeground(std::string const & sCommand);
 
-/// Lowers a limit of this process for a scope.
+/// Scope in which a limit of this process is lowered.
 template <int RESOURCE>
 class LimitScope_c
 {
@@ -163,7 +167,11 @@ public:
         rlimit const Limit = { nLimit, m_Previous.rlim_max };
         setrlimit(RESOURCE, &Limit);
     }
-    ~LimitScope_c() { setrlimit(RESOURCE, &m_Previous), std::signal(SIGXFSZ, m_fnPrevious); }
+    ~LimitScope_c()
+    {
+        setrlimit(RESOURCE, &m_Previous);
+        std::signal(SIGXFSZ, m_fnPrevious);
+    }
     LimitScope_c & operator=(LimitScope_c &&) = delete;
 
 private:
@@ -171,10 +179,10 @@ private:
     void (*m_fnPrevious)(int);
 };
 
-/// Fails every write beyond so many bytes of a file, as a full disk does.
+/// Scope in which every write beyond so many bytes of a file fails, as on a full disk.
 using FullDisk_c = LimitScope_c<RLIMIT_FSIZE>;
 
-/// Opens no file whose descriptor would have this number or a higher one.
+/// Scope in which no descriptor has this number or a higher one.
 using FewDescriptors_c = LimitScope_c<RLIMIT_NOFILE>;
 
 /// A fresh folder below the system's temporary one or another, deleted with all it holds at the end of the scope.
@@ -204,7 +212,7 @@ private:
     std::string m_sPath;
 };
 
-/// Makes a folder the current one for a scope.
+/// Scope in which a folder is the current one.
 class CurrentFolderScope_c
 {
 public:
@@ -219,7 +227,7 @@ private:
 /// Prints all that is logged from now on. For processes that the test ends.
 void LogToStandardError();
 
-/// Collects the lines that any thread logs during a scope. Scopes may nest: the innermost collects. LogDone within the
+/// Scope that collects the lines that any thread logs. Scopes may nest: the innermost collects. LogDone within the
 /// scope ends the collecting.
 class LogCapture_c
 {
@@ -246,7 +254,7 @@ private:
     LogCapture_c * m_pOuter;
 };
 
-/// Collects the heap's reports during a scope. One at a time.
+/// Scope that collects the heap's reports. One at a time.
 class HeapReports_c
 {
 public:
@@ -264,7 +272,7 @@ private:
 /// Returns the conditions of the assertions that fail in a call, joined by " & ". Ignores each.
 std::string FailedConditions(std::function<void()> const & fnCall);
 
-/// Answers dialogs during a scope and keeps their texts. The answers are used in order. After the last one, and without
+/// Scope that answers dialogs and keeps their texts. The answers are used in order. After the last one, and without
 /// any, each dialog gets the answer that lets the program continue (Ignore, No, OK).
 class DialogScript_c
 {

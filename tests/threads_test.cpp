@@ -179,5 +179,9 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
     g_WarningsCallbacker.Reset();
     plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);
     ExceptionReport_c::SetSymbolHelper(ZQSYMBOLS_PATH);
-    Guid_c::SetGlobalOnly(true), SetTextErrorLog(false), SetWarnings(false), SetAchtungs(true), SetPQXMediaPath("");
+    Guid_c::SetGlobalOnly(true);
+    SetTextErrorLog(false);
+    SetWarnings(false);
+    SetAchtungs(true);
+    SetPQXMediaPath("");
 }

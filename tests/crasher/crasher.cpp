@@ -208,7 +208,7 @@ namespace
         sigaltstack(&Stack, nullptr);
     }
 
-    void ReadBehindEnd()
+    void ReadPastEnd()
     {
         int const hFile = open("short", O_RDWR | O_CREAT, 0600);
         [[maybe_unused]] int const iCut = ftruncate(hFile, 1);
@@ -277,7 +277,7 @@ namespace
 #endif
         { "abort!", HEAP, [] { Abort("the end of %s", "it"); } },
         { "stack", PLAIN, [] { Recurse(0); } },
-        { "bus", PLAIN, ReadBehindEnd },
+        { "bus", PLAIN, ReadPastEnd },
         { "misaligned", PLAIN, [] { MisalignWithFlags(0x40000); } },
         { "throw", HEAP, [] { throw std::runtime_error("what\x1B\nit says"); } },
         { "throwint", HEAP, [] { throw 5; } },
@@ -328,16 +328,16 @@ namespace
     }
 
     // Alignment may still be checked: the flags are the fault's.
-    void FormerHandler(int iSignal, siginfo_t *, void *)
+    void PreviousHandler(int iSignal, siginfo_t *, void *)
     {
         SetFlags(2);
-        Say("former handler\n");
+        Say("previous handler\n");
         std::signal(iSignal, SIG_DFL);   // the same again, to the end
         std::raise(iSignal);
     }
 
     // Sets who gets the faults after the library; null is nobody.
-    void SetFormer(void (*fnHandler)(int, siginfo_t *, void *))
+    void SetPrevious(void (*fnHandler)(int, siginfo_t *, void *))
     {
         plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(nullptr);
         struct sigaction Action = {};
@@ -475,9 +475,24 @@ namespace
         { "beside", StartThreads },
         { "untraced", ForbidTracing },
         { "unstoppable", StartUnstoppable },
-        { "stucklog", [] { g_szAtText = "\n    | ", g_fnAtText = StickHalfWay; } },
-        { "stuckmodules", [] { g_szAtText = "\n[Modules]\n", g_fnAtText = StickHalfWay; } },
-        { "killhelper", [] { g_szAtText = "\n#20 ", g_fnAtText = KillHelper; } },
+        { "stucklog",
+            []
+            {
+                g_szAtText = "\n    | ";
+                g_fnAtText = StickHalfWay;
+            } },
+        { "stuckmodules",
+            []
+            {
+                g_szAtText = "\n[Modules]\n";
+                g_fnAtText = StickHalfWay;
+            } },
+        { "killhelper",
+            []
+            {
+                g_szAtText = "\n#20 ";
+                g_fnAtText = KillHelper;
+            } },
         { "printer",
             []
             {
@@ -486,7 +501,7 @@ namespace
             } },
         { "facts", [] { g_bFacts = true; } },
         { "silent", [] { g_silentMode = true; } },
-        { "alone", [] { SetFormer(nullptr); } },
+        { "alone", [] { SetPrevious(nullptr); } },
         { "small8", [] { SetSmallStack(8192); } },
         { "small16", [] { SetSmallStack(16384); } },
         { "nodescriptors", UseUpDescriptors },
@@ -494,13 +509,44 @@ namespace
         { "unjoined", [] { std::thread(Fault).join(); } },
         { "autoname", PrintAutoName },
         { "full", LimitFiles },
-        { "nofolder", [] { LogSetFile(L"./gone/", L"message.log"), rmdir("gone"); } },
-        { "otherscase", [] { LogSetFile(L".\\MiXed\\", L"message.log"), rename("MiXed", "mixed"); } },
+        { "nofolder",
+            []
+            {
+                LogSetFile(L"./gone/", L"message.log");
+                rmdir("gone");
+            } },
+        { "otherscase",
+            []
+            {
+                LogSetFile(L".\\MiXed\\", L"message.log");
+                rename("MiXed", "mixed");
+            } },
         { "locked", HoldLocks },
-        { "lockedbeside", [] { std::thread([] { HoldLocks(), pause(); }).detach(), g_bReady.wait(false); } },
+        { "lockedbeside",
+            []
+            {
+                std::thread(
+                    []
+                    {
+                        HoldLocks();
+                        pause();
+                    })
+                    .detach();
+                g_bReady.wait(false);
+            } },
         { "corrupt", CorruptHeap },
         { "callbackfaults", [] { g_ExecutionCallbacker.Add([](bool) { WriteTo(16); }, false); } },
-        { "callbackhangs", [] { g_ExecutionCallbacker.Add([](bool) { pause(), pause(); }, false); } },
+        { "callbackhangs",
+            []
+            {
+                g_ExecutionCallbacker.Add(
+                    [](bool)
+                    {
+                        pause();
+                        pause();
+                    },
+                    false);
+            } },
         { "dialog", [] { plat::DialogSetHandler(SayCaption); } },
         { "reportfaults", [] { std::thread(FaultTheReport).detach(); } },
         { "two", [] { std::thread(FaultOnHostThread).detach(); } },
@@ -517,7 +563,7 @@ int main(int nArguments, char ** dArguments)
     LogSetFile(L"./", L"message.log");
     LogInit();
     plat::ProcessSetPureCallHandler([] { Abort("pure virtual function call"); });
-    SetFormer(FormerHandler);
+    SetPrevious(PreviousHandler);
     g_fnFilter = plat::FaultFilterSet(Filter);
     for (Fault_t const & Known : FAULTS)
     {

@@ -104,7 +104,7 @@ constinit plat::Lock_c g_HostLock;
 plat::ForkLock_c const g_HostForkLock(g_HostLock);
 std::atomic<int> g_nBeside = 0;
 
-// Starts a thread with a name and waits until it is about to call.
+/// Starts a thread with a name and waits until it is about to call.
 template <typename CALL>
 void StartBeside(char const * szName, CALL Call)
 {
@@ -128,17 +128,32 @@ inline int Descend(int nFrames)
     return nFrames == 0 ? pause() : Descend(nFrames - 1) + 1;
 }
 
-// One thread does nothing, one does nothing deep in its stack, one holds a lock and one waits for it.
+/// One thread does nothing, one does nothing deep in its stack, one holds a lock and one waits for it.
 inline void StartThreads()
 {
     StartBeside("idle", [](auto Ready) { Ready(); });
-    StartBeside("holder", [](auto Ready) { g_HostLock.Enter(), Ready(); });
-    StartBeside("deep", [](auto Ready) { Ready(), Descend(300); });
-    StartBeside("waiter", [](auto Ready) { Ready(), g_HostLock.Enter(); });
+    StartBeside("holder",
+        [](auto Ready)
+        {
+            g_HostLock.Enter();
+            Ready();
+        });
+    StartBeside("deep",
+        [](auto Ready)
+        {
+            Ready();
+            Descend(300);
+        });
+    StartBeside("waiter",
+        [](auto Ready)
+        {
+            Ready();
+            g_HostLock.Enter();
+        });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
-// Counts the threads that are traced.
+/// Counts the threads that are traced.
 inline int CountTraced()
 {
     int nTraced = 0;
@@ -153,7 +168,7 @@ inline int CountTraced()
     return nTraced;
 }
 
-// Four threads wait for a child and do not stop until it ends. Prints the most threads that are traced at once.
+/// Four threads wait for a child and do not stop until it ends. Prints the most threads that are traced at once.
 inline void StartUnstoppable()
 {
     for (int i = 0; i < 4; ++i)
@@ -187,7 +202,7 @@ inline void StartUnstoppable()
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
-// Refuses tracing to this process and to those that it starts.
+/// Refuses tracing to this process and to those that it starts.
 inline void ForbidTracing()
 {
     constexpr unsigned PTRACE = 101;   // of x86-64: the helper is a 64-bit program in each build

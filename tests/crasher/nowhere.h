@@ -1,5 +1,5 @@
-// nowhere.h: a fault with variables of many kinds around it; a part of crasher.cpp. This file has CR LF line ends, which
-// is what the report takes lines from.
+// nowhere.h: a fault with variables of many kinds around it; a part of crasher.cpp. This file has CR LF line ends,
+// which is what the report takes lines from.
 #pragma once
 
 struct Inner_t

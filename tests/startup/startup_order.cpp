@@ -81,7 +81,7 @@ namespace
             delete[] pNumbers;
             delete pText;
             Check(HasGameBlocks(0), "the blocks are gone after main");
-            Log("behind main");
+            Log("after main");
             std::printf("done\n");
         }
 
