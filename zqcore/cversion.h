@@ -17,7 +17,7 @@
 #include "zqcore/cconfig.h"
 
 #define ZQCORE_VERSION_MAJOR 0
-#define ZQCORE_VERSION_MINOR 1
+#define ZQCORE_VERSION_MINOR 2
 #define ZQCORE_VERSION_PATCH 0
 
 /// Version of these headers as one number: 10203 for 1.2.3. Minor and patch are below 100.
