@@ -137,8 +137,8 @@ namespace
 extern "C"
 {
     // Creates a thread and gives it a stack for faults. The process binds it in place of the C library's function,
-    // which it calls.
-    ZQ_API int pthread_create(
+    // which it calls. A program that links the library's objects and a checker's function of this name uses the latter.
+    ZQ_API __attribute__((weak)) int pthread_create(
         pthread_t * pThread, pthread_attr_t const * pAttributes, Run_t fnRun, void * pArgument) noexcept
     {
         Create_t const fnNext = NextCreate();

@@ -6,8 +6,9 @@ set(ZQCORE_SYSTEM_COMPILE_OPTIONS -fno-plt)
 set(ZQCORE_EXPORTS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 set(ZQCORE_SYSTEM_LINK_OPTIONS -Wl,-Bsymbolic-functions -Wl,--version-script=${ZQCORE_EXPORTS})
 
-# The path from the library's folder to the place where zqsymbols is installed.
+# The place where zqsymbols is installed: its path from the library's folder, and its full path.
 file(RELATIVE_PATH ZQCORE_SYMBOLS_INSTALLED ${CMAKE_INSTALL_FULL_LIBDIR}
     ${CMAKE_INSTALL_FULL_LIBEXECDIR}/zqcore/zqsymbols)
 set_source_files_properties(${ZQCORE_PLATFORM_FOLDER}/symbols.cpp PROPERTIES
-    COMPILE_DEFINITIONS ZQCORE_SYMBOLS_INSTALLED="${ZQCORE_SYMBOLS_INSTALLED}")
+    COMPILE_DEFINITIONS "ZQCORE_SYMBOLS_INSTALLED=\"${ZQCORE_SYMBOLS_INSTALLED}\";\
+ZQCORE_SYMBOLS_FULL=\"${CMAKE_INSTALL_FULL_LIBEXECDIR}/zqcore/zqsymbols\"")

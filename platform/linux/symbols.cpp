@@ -61,6 +61,10 @@ namespace plat
                     return SymbolsSetHelper(szPath);
                 }
             }
+            if (::access(ZQCORE_SYMBOLS_FULL, X_OK) == 0)   // a program that has the library in itself
+            {
+                SymbolsSetHelper(ZQCORE_SYMBOLS_FULL);
+            }
         }
 
         // Keeps errno over a scope, because the interrupted code may be about to read it.

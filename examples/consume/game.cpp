@@ -1,0 +1,114 @@
+// A small game: it reads a table of the media, counts its runs in a save, and crashes on request. Each folder here
+// builds it in another way.
+//
+//     game MEDIA LOGS [crash]
+#include "zqcore/capp.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/cfilesave.h"
+#include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cserialize.h"
+#include "zqcore/cwarehouse.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <string_view>
+#include <thread>
+
+namespace
+{
+    struct World_s
+    {
+        int iRuns = 0;
+        int iLowest = 0;
+        int iHighest = 0;
+
+        void Serialize(Serializeable_c & Archive) { Archive.Serialize(iRuns).Serialize(iLowest).Serialize(iHighest); }
+    };
+
+    bool Load(FileSave_c & Save, World_s & World)
+    {
+        FileSave_c::State_e const eState = Save.Load(ARCHIVE_SAVED_GAME_VERSION);
+        if (eState != FileSave_c::WHOLE)
+        {
+            return eState == FileSave_c::ABSENT;   // the first run
+        }
+        Readable_c Archive(Save.OpenFile(), ARCHIVE_SAVED_GAME_VERSION);
+        if (Archive.Open())
+        {
+            World.Serialize(Archive);
+        }
+        return Archive.Close() && !Archive.IsFailed();
+    }
+
+    bool Store(FileSave_c & Save, World_s & World)
+    {
+        FileSaveWriter_c Writer(Save);
+        BufferedWriteable_c Archive(Writer, ARCHIVE_SAVED_GAME_VERSION);
+        if (Archive.Open())
+        {
+            World.Serialize(Archive);
+        }
+        return Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+    }
+
+    bool Play(char const * szSave)
+    {
+        FileSave_c Save(szSave);
+        World_s World;
+        Warehouse_c Goods;
+        if (!Load(Save, World) || !Goods.Open("goods.csv") || !Goods.FindIdent("herring")
+            || !Goods.Get("price", World.iLowest, World.iHighest))
+        {
+            std::fprintf(stderr, "game: %s%s\n", Save.GetWhyNot(), Goods.GetLastError().sReason.CStr());
+            return false;
+        }
+        ++World.iRuns;
+        std::printf("run %i: herring costs %i to %i\n", World.iRuns, World.iLowest, World.iHighest);
+        return Store(Save, World);
+    }
+
+    int const * volatile g_pHold = nullptr;
+
+    int Sink()
+    {
+        return *g_pHold;   // the fault: there is no hold
+    }
+
+    bool IsPlainNewCounted()
+    {
+        std::ptrdiff_t const nBefore = MemoryTotalBytesAllocated();
+        void * const pCargo = ::operator new(1000);   // a direct call, which compilers do not remove
+        bool const bCounted = MemoryTotalBytesAllocated() > nBefore;
+        ::operator delete(pCargo);
+        return bCounted;
+    }
+}
+
+int main(int nArguments, char ** dArguments)
+{
+    if (nArguments < 3)
+    {
+        std::fprintf(stderr, "usage: game MEDIA LOGS [crash]\n");
+        return 2;
+    }
+    std::filesystem::path const Media = std::filesystem::absolute(dArguments[1]);
+    std::filesystem::path const Logs = std::filesystem::absolute(dArguments[2]) / "";
+    bool const bCrash = nArguments > 3 && std::string_view(dArguments[3]) == "crash";
+
+    g_silentMode = true;   // nobody is asked
+    LogSetFile(Logs.wstring().c_str(), L"message.log");
+    AppMiscStartup();
+    SetPQXMediaPath(Media.c_str());
+    Module_c::Register(ModuleFile_c::Get());
+    std::thread([] { Log("The crew is aboard."); }).join();
+    int iStatus = 1;
+    if (Module_c::InitializeAllModules() && Play((Logs / "game.sav").c_str()))
+    {
+        std::printf("plain new is %s\n", IsPlainNewCounted() ? "counted" : "not counted");
+        iStatus = bCrash ? Sink() : 0;
+    }
+    Module_c::ShutdownAllModules();
+    AppMiscShutdown();
+    return iStatus;
+}

@@ -1,0 +1,7 @@
+// The one name that the program looks up.
+int GameMain(int nArguments, char ** dArguments);
+
+extern "C" int PluginRun(int nArguments, char ** dArguments)
+{
+    return GameMain(nArguments, dArguments);
+}
