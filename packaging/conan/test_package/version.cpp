@@ -1,0 +1,6 @@
+#include "zqcore/cversion.h"
+
+int main()
+{
+    return GetLibraryVersion() - ZQCORE_VERSION;
+}
