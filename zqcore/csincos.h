@@ -1,16 +1,21 @@
 // csincos.h: a table of sines for lookups by integer angle.
 //
 // g_dSinTable[i] is the sine of i * 2 pi / 4096, for one whole turn. An angle in 16 bits, 65,536 to the turn, has the
-// entry [angle >> 4]. The cosine is the entry 1024 further, modulo 4096.
+// entry [angle >> 4]. The cosine is the entry 1024 further, modulo 4096. ModuleSinCos_c fills the table; the
+// application registers it (cmodule.h).
 //
 // Ownership: the table is static.
 // Threads: any thread may read it after the module has filled it.
 // Cost: one table read. The table has 16 KB.
 // Failure: all entries are 0 until the module is initialised.
 //
-//     ModuleSinCos_c * const pModule = ModuleSinCos_c::Get();   // the library initialises it with all modules
-//     float const fSine = SinOfAngle(65536 / 4);                // of 90 degrees: 1
-//     float const fCosine = CosOfAngle(65536 / 2);              // of 180 degrees: -1
+//     Module_c::Register(ModuleSinCos_c::Get());
+//     if (Module_c::InitializeAllModules())
+//     {
+//         float const fSine = SinOfAngle(65536 / 4);     // of 90 degrees: 1
+//         float const fCosine = CosOfAngle(65536 / 2);   // of 180 degrees: -1
+//     }
+//     Module_c::ShutdownAllModules();
 #pragma once
 
 #include "zqcore/cmodule.h"
