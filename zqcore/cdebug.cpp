@@ -126,7 +126,7 @@ namespace
     }
 
     // Fires the stop, asks, and fires the continuation, also if a listener or the dialog throws. Returns the answer.
-    // Where an event may be dropped, one firing covers both: a host that was stopped must be continued.
+    // If an event may be dropped, one firing covers both: a host that was stopped must be continued.
     template <typename ASK>
     int WhileStopped(ASK Ask)
     {

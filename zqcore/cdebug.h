@@ -1,19 +1,26 @@
 // cdebug.h: assertions, warnings and aborts.
 //
-// There are four levels. An assertion names a broken precondition. Warning reports something odd, Achtung something
-// that a developer must see once. Abort ends the process. Each level logs its text first, so the log holds every
-// complaint even if no dialog appears. Texts are cut at 2048 characters. In silent mode no dialog appears; a complaint
-// that ends the process prints its text on standard error first.
+// There are four levels of complaints:
+// - an assertion (ZQ_ASSERT) names a broken precondition.
+// - Warning reports something odd.
+// - Achtung reports something that a developer must see once.
+// - Abort ends the process.
 //
-// Ownership: texts are copied, unless a function says otherwise.
-// Threads: any thread may complain. A dialog blocks the thread that complains. The receivers of g_WarningsCallbacker
-// and g_ExecutionCallbacker run on that thread:
-// - one thread at a time runs receivers of these lists and of those of files (cfile.h). Another thread that fires one
-//   of them waits, and so does a fork.
+// Each level logs its text first, so the log holds every complaint even if no dialog appears. Texts are cut at 2048
+// characters. In silent mode (g_silentMode) no dialog appears. A complaint that ends the process in silent mode prints
+// its text on standard error first.
+//
+// Complaints also fire two event lists (ccallback.h): g_WarningsCallbacker with the text of a Warning or an Achtung,
+// g_ExecutionCallbacker around the dialog of an assertion or an Abort. Rules for their receivers:
+// - they run on the thread that complains.
+// - only one thread at a time runs receivers of these two lists and of the lists of files (cfile.h). Another thread
+//   that fires one of these lists waits, and so does a fork. The report of a crash fires without waiting.
 // - a complaint inside a receiver of the same list is logged and not fired.
 // - a receiver may log, store data and complain. It must not wait for another thread, and must not open a file that
 //   another thread may be opening.
-// - the crash path fires without waiting.
+//
+// Ownership: texts are copied, unless a function says otherwise.
+// Threads: any thread may complain. A dialog blocks the thread that complains.
 // Cost: an assertion that holds costs its condition. A complaint costs a line of the log. A dialog with a stack trace
 // also costs the trace of cexceptioninfo.h.
 // Failure: the dialog's answer, or silent mode, decides whether the process continues.
@@ -56,8 +63,8 @@
     }                                                                                                                  \
     while (false)
 
-/// Silent mode: no level shows a dialog. An assertion, or an Achtung that is new, ends the process with status 1. False
-/// at start; set by the application.
+/// Whether silent mode is on: no level shows a dialog, and an assertion or a new Achtung ends the process with status
+/// 1. False at start; set by the application.
 extern ZQ_API bool g_silentMode;
 
 /// Whether Warning shows a dialog. False at start; set by SetWarnings.
@@ -66,24 +73,31 @@ extern ZQ_API bool g_bEnableWarnings;
 /// Whether Abort has begun.
 extern ZQ_API bool g_isAborting;
 
-/// Logs the text and asks the developer. Abort ends the process with a crash, Retry breaks into the debugger, Ignore
-/// continues. In silent mode the process ends with status 1. Fires g_ExecutionCallbacker before and after the dialog.
-/// An assertion that fails while another one is handled, on any thread, is dropped.
+/// Logs the text, fires g_ExecutionCallbacker, shows a dialog and fires g_ExecutionCallbacker again. An assertion that
+/// fails while another one is handled, on any thread, is dropped.
+/// - Abort ends the process with a crash.
+/// - Retry breaks into the debugger.
+/// - Ignore continues.
+/// - In silent mode the process ends with status 1 instead of the dialog.
 ZQ_API void AssertFailed(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the text and fires g_WarningsCallbacker. Shows a dialog only after SetWarnings(true).
 ZQ_API void Warning(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Logs the text, fires g_WarningsCallbacker and shows a dialog. Yes breaks into the debugger, No continues, Cancel
-/// ends the process with status 0. In silent mode the process ends with status 1. After SetAchtungs(false) it only logs
-/// and fires. Does nothing if the text is one of the last 16 different ones.
+/// Logs the text, fires g_WarningsCallbacker and shows a dialog. Does nothing if the text is one of the last 16
+/// different ones.
+/// - Yes breaks into the debugger.
+/// - No continues.
+/// - Cancel ends the process with status 0.
+/// - In silent mode the process ends with status 1 instead of the dialog.
+/// - After SetAchtungs(false) it only logs and fires, in silent mode too.
 ZQ_API void Achtung(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the text, shows it and ends the process with a crash. Cancel breaks into the debugger first. Fires
 /// g_ExecutionCallbacker before and after the dialog.
 [[noreturn]] ZQ_API void Abort(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Sets whether Warning, and whether Achtung, does more than log and fire. False and true at start.
+/// Set whether Warning, and whether Achtung, does more than log and fire. At start Warning does not and Achtung does.
 ZQ_API void SetWarnings(bool bEnable);
 ZQ_API void SetAchtungs(bool bEnable);
 
@@ -108,11 +122,12 @@ public:
     /// DebugWarningInternal, to call at once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
-    /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 OK; in silent
-    /// mode 7.
+    /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 for OK, or 7
+    /// in silent mode.
     ZQ_API int DebugErrorInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-    /// Shows a warning at the location that was set. Breaks into the debugger on Yes. Returns the answer: 6 Yes, 7 No.
+    /// Shows a warning at the location that was set. Breaks into the debugger on Yes. Returns the answer: 6 for Yes,
+    /// 7 for No and in silent mode.
     ZQ_API int DebugWarningInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
     /// Shows a dialog with a stack trace, above all other windows. nStyle combines MESSAGE_ values of cexceptioninfo.h.
