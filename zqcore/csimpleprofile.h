@@ -1,13 +1,15 @@
 // csimpleprofile.h: a small profiler of fixed kinds of work, for several threads.
 //
-// There are three contexts and 17 kinds of work. For each context and kind there are the time of the last frame,
-// without the kinds nested in it, the mean over 32 frames and the peak. What a context means is the host's choice. A
-// thread is in a context from a push to the matching pop. A forked child is in the contexts of the thread that forked,
-// and in no others.
+// There are three contexts and 17 kinds of work. What a context means is the host's choice. For each kind in each
+// context the profiler stores the time of the last frame, the mean over 32 frames and the peak. The time of a kind does
+// not include the kinds nested in it.
+//
+// A thread is in a context from a push to the matching pop. A forked child is in the contexts of the thread that
+// forked, and in no others.
 //
 // Ownership: nothing is owned, started or freed.
-// Threads: any thread. A thread that pushes waits until other threads have left the context. The contexts' own stack
-// belongs to one thread.
+// Threads: any thread. A thread that pushes waits until other threads have left the context. The stack of contexts
+// (SimpleProfileContextPush) belongs to one thread.
 // Cost: a push and a pop take three lock cycles and two readings of the clock. Nothing allocates.
 // Failure: misuse fails an assertion. A time that the clock makes negative counts as 0.
 //
@@ -67,19 +69,25 @@ struct SimpleProfileInfo_t
     std::int64_t tSum = 0;       // time in the current span
 };
 
-/// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means, for one thread alone. Assert that the context is
-/// one of the three and that at most 32 are pushed. A pop of an empty stack does nothing.
+/// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means. Only one thread may call them.
+/// - The push asserts that eContext is one of the three, and that at most 32 are pushed; otherwise it pushes nothing.
+/// - A pop of an empty stack does nothing.
 ZQ_API void SimpleProfileContextPush(SimpleProfileContext_e eContext);
 ZQ_API void SimpleProfileContextPop();
 
-/// Begins a kind of work. Waits while another thread is in the context. A kind that begins directly inside itself is
-/// timed once. Asserts that at most 32 kinds are nested; if that is ignored, the time counts for the outer kind.
+/// Begins a kind of work. Waits while another thread is in the context.
+/// - A kind that begins directly inside itself is timed once. Each push has its own pop.
+/// - Asserts that context and kind exist, and does nothing otherwise.
+/// - Asserts that at most 32 kinds are nested. If the developer continues, the time of a deeper kind counts for the
+///   kind around it.
 ZQ_API void SimpleProfilePush(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
-/// Ends the kind that began last. Asserts that it is eType; another kind is ended in any case.
+/// Ends the kind that began last in the context. Asserts that it is eType, and ends it even if it is another kind.
+/// Asserts that the context, the kind and a push to pop exist, and does nothing otherwise.
 ZQ_API void SimpleProfilePop(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
-/// Ends a frame. Waits for the thread that is in the context. Asserts that the calling thread is not in it.
+/// Ends a frame of the context: its times become the figures, and the next frame begins. Waits while another thread is
+/// in the context. Asserts that the calling thread is not in it, and that the context exists.
 ZQ_API void SimpleProfileReset(SimpleProfileContext_e eContext);
 
 /// Returns a copy of the figures. Waits at most for a few instructions of other threads. Asserts that context and kind
