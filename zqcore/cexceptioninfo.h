@@ -75,17 +75,19 @@ public:
     /// - No continues. Silent mode continues without a dialog. A fault on the support thread, for example in the host's
     ///   dialog, continues too.
     /// - Cancel ends the process by exit with the exception's code as its status, of which Linux keeps 8 bits.
-    /// Returns at once in these cases:
+    ///
+    /// Returns 0 at once in these cases:
     /// - a debugger is attached.
     /// - the support thread does not run, or is the thread that faulted.
     /// - the calling thread is inside one of this object's dialogs.
     ZQ_API long OnUnhandledException(plat::FaultPointers_t const * pPointers);
 
     /// Writes the stack of a fault to szBuffer, cut at nSize - 1 bytes. Skips the first nSkip frames and writes up to
-    /// nFrames lines, numbered from nSkip: "[04]\tname\tfile (line)\t\n". An unknown name is "?", an unknown line
-    /// "eip\t0x%p". If the stack ends early, the text ends in "Stack Trace Failed". The text is empty while another
-    /// trace runs. Asserts "Developer break" if szBuffer is null, nSize is 0 or there is no fault; the text is empty
-    /// then.
+    /// nFrames lines, numbered from nSkip: "[04]\tname\tfile (line)\t\n". Asserts that szBuffer is not null, nSize is
+    /// not 0 and there is a fault; otherwise the text is empty.
+    /// - An unknown name is "?", an unknown line "eip\t0x%p".
+    /// - If the stack ends early, the text ends in "Stack Trace Failed".
+    /// - The text is empty while another trace runs.
     ZQ_API void StackTrace(
         char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers);
 

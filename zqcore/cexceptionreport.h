@@ -4,24 +4,27 @@
 // registers, on which call stack, what the code around it was and what the locals of every frame held. The main log and
 // standard error get the file's path, or the reason why there is no file. When the file is whole, a dialog shows the
 // call stack, the main log gets a copy and is closed, and the previous fault filter gets the fault.
-// Beside it CrashReport_*_details.txt has what was accessed by which thread, the frames with inlined calls, sources and
-// values, the other threads, the modules and the state of the process. docs/formats.md describes both files.
 //
-// The file is private to its user. Its name comes from the second:
+// A second file beside it, the file of details CrashReport_*_details.txt, has what was accessed by which thread, the
+// frames with inlined calls, sources and values, the other threads, the modules and the state of the process.
+// docs/formats.md describes both files.
+//
+// The file is private to its user. Its name comes from the local time, to the second:
 // - a report of the same user with that name is continued.
 // - anything else with that name stays as it is. The report's name then gets "_" and eight hexadecimal digits.
-// - a process with rights that its caller lacks, as a set-user-id program, could show what its caller must not see. It
-//   writes no file, looks up no names and logs one line that says so.
+//
+// A process with rights that its caller lacks, as a set-user-id program, could show what its caller must not see. It
+// writes no file, looks up no names and logs one line that says so.
 //
 // Ownership: the only instance hooks the faults from load to unload.
 // Threads: the thread that faulted writes the report, on a stack of the library's. A second thread that faults
 // meanwhile waits for the end and passes its fault on without a report.
-// Cost: before a crash a few descriptors, for a process that uses up its own, and a stack for each new thread: about a
-// microsecond, and memory only if the thread faults. A report allocates nothing from
-// the heap and waits for no lock. Its buffers are static, on that stack or pages of the system. A call stack shows the
-// innermost 256 frames and says how many are left out.
-// Failure: what can't be read is left out. A fault inside a part ends the report.
-// - the parts up to the first call stack and after it end after REPORT_LIMIT each, wherever they hang.
+// Cost: before a crash, a few descriptors, which a report has even if the process uses up its own, and a stack for each
+// new thread. That stack costs about a microsecond, and memory only if the thread faults. A report allocates nothing
+// from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system. A call stack shows
+// the innermost 256 frames and says how many are left out.
+// Failure: what can't be read is left out. A report has two parts: up to the end of the first call stack, and the rest.
+// - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second.
 // - a step into the host's code (listeners, a dialog that nobody can answer) ends after HOST_LIMIT, or when it faults.
 //   A dialog that somebody can answer has no limit.
 // - without the symbol helper, names, lines, variables and other threads are missing. All its answers to the report
@@ -54,10 +57,14 @@ public:
     ExceptionReport_c(ExceptionReport_c const &) = delete;
     ExceptionReport_c & operator=(ExceptionReport_c const &) = delete;
 
-    /// Sets the folder of the reports and the log's name, each cut at 1023 characters. A relative folder counts from
-    /// the current folder at this call, or at the crash if the absolute path is too long. Empty at start: reports then
-    /// go to "/". Also reads the difference from UTC for the names of reports, which carry local time: a later change
-    /// to or from summer time is not seen. Opens the descriptors for a crash again if the host has closed them.
+    /// Sets the folder of the reports and the main log's name, each cut at 1023 characters. LogSetFile (clog.h) calls
+    /// it.
+    /// - A relative folder is below the current folder of this call. If its absolute path is too long, it is below the
+    ///   current folder of the crash.
+    /// - The folder is empty at start: reports go to "/".
+    /// - Stores the difference between local time and UTC. The names of reports carry local time, so a change to or
+    ///   from summer time after this call has no effect on them.
+    /// - Opens the descriptors for a crash again if the host has closed them.
     ZQ_API void SetLogFileName(wchar_t const * sFolder, wchar_t const * sName);
 
     /// Sets the log's name to the executable's path, with RPT in place of the three characters after its first dot,
@@ -69,25 +76,28 @@ public:
     /// installation. Requires that no other thread crashes or shows a trace.
     ZQ_API static void SetSymbolHelper(char const * szPath);
 
-    /// Adds a printer: the form in which the file of details shows the values of a type. The type's name has its
-    /// namespaces; `*` in it is any text. In the template `{name}` is the value of a member, `{name.name}` that of a
-    /// member's member, and all else is copied: "({x}, {y}, {z})". A member that the type does not have is shown as
-    /// "(no member x)". A later addition for a name comes first. Copies both texts. Returns false if there are 32
-    /// already, or a text is longer than 127 and 255 bytes. Requires that no other thread adds or crashes.
+    /// Adds a printer: the form in which the file of details shows the values of a type. Copies both texts. If several
+    /// printers match a type, the last one added is used. Requires that no other thread adds or crashes.
+    /// - szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text.
+    /// - szTemplate has at most 255 bytes: "({x}, {y}, {z})". `{name}` is the value of a member, `{name.name}` that of
+    ///   a member's member, and all else is copied. A member that the type does not have is shown as "(no member x)".
+    /// - On failure, because a text is longer or there are 32 printers, logs a line and returns false.
     ZQ_API static bool AddTypePrinter(char const * szType, char const * szTemplate);
 
-    /// Returns the folder and the name as they were set.
+    /// Return the folder and the name as they were set.
     ZQ_API wchar_t const * GetFolder() const;
     ZQ_API wchar_t const * GetLogFileName() const;
 
-    /// Fault filter: writes the report of a fault. Returns what the previous filter returns, or 0 without one. In
-    /// silent mode the first call stack goes to standard error in place of the dialog, and the process ends at once
+    /// Writes the report of a fault. It is the fault filter. Returns what the previous filter returns, or 0 without
+    /// one.
+    ///
+    /// In silent mode the first call stack goes to standard error instead of a dialog, and the process ends at once
     /// with status 1. Handlers of exit do not run, because they could wait for what the crashed thread holds.
     ZQ_API static long UnhandledExceptionFilter(plat::FaultPointers_t const * pFault);
 
     /// Writes a formatted text, cut at 1023 bytes, to the report, without a zero at its end. Returns the text's length
-    /// in bytes, whether or not the disk has stored it. Does nothing and returns 0 while no report is being written.
-    /// A text of a listener of g_ExecutionCallbacker is added at the report's end.
+    /// in bytes, whether or not the disk has stored it. Does nothing and returns 0 while no report is being written. A
+    /// listener of g_ExecutionCallbacker may call it; its text is added at the report's end.
     ZQ_API static int CrashLog(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
     /// Writes the name of the function at an address to szName, cut at nSize - 1 bytes. Returns the distance of the
@@ -95,10 +105,12 @@ public:
     /// written.
     ZQ_API std::uint64_t GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const;
 
-    /// Writes to the report the source lines after iLastLine up to the line of the address, the last 100 at most. Each
-    /// is "; text", or "; number, file" if the text can't be read. It is the address's line alone with an iLastLine of
-    /// all ones, as in a first call, and for another file than that of the previous call. Returns the address's line,
-    /// or iLastLine for an address without one.
+    /// Writes source lines to the report: those after iLastLine, up to the line of the address. Returns the line of the
+    /// address, or iLastLine for an address without one.
+    /// - A line is "; text", or "; number, file" if the text can't be read.
+    /// - At most the last 100 lines are written.
+    /// - Only the address's line is written if iLastLine is all ones, as in a first call, or if the address is in
+    ///   another file than that of the previous call.
     ZQ_API unsigned LogSourceString(std::uintptr_t Address, unsigned iLastLine) const;
 };
 

@@ -69,7 +69,7 @@ namespace exceptionreport
     /// for the disk, so the text should be a whole line or more.
     void WriteText(Text_c const & Text);
 
-    /// Returns the name or the text of a fault's code.
+    /// Returns the name of a fault's code, or the system's text for a code without one.
     char const * FaultName(std::uint32_t nCode);
 
     /// Runs a part of the report. Returns false if it faulted or took longer than nLimit milliseconds.
@@ -83,7 +83,8 @@ namespace exceptionreport
     /// that part only. Returns false if not all of it could be written.
     bool WriteDetails(plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport);
 
-    /// Writes the call stack, with or without the variables of each frame. Adds its lines to the dialog's text.
+    /// Writes the call stack, with or without the variables of each frame. Adds its lines to pDialogText, unless that
+    /// is null.
     void WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText);
 
     /// Writes the variables of the frame that the walk returned last.
@@ -92,7 +93,7 @@ namespace exceptionreport
     /// Writes the listing of the code around an address.
     void WriteCode(std::uintptr_t Address);
 
-    /// The file of details while it is written. Whole lines reach it, each write some of them.
+    /// The file of details while it is written. Each write stores one or more whole lines.
     class Details_c
     {
     public:
@@ -103,10 +104,10 @@ namespace exceptionreport
 
         bool IsOpen() const { return m_hFile != nullptr; }
 
-        /// Returns whether a write failed or had no end.
+        /// Returns whether a write failed or did not return in time.
         bool HasLost() const { return m_bLost || m_bStuck; }
 
-        /// The line that is being made.
+        /// Returns the line that is being made.
         Text_c & GetLine() { return m_Line; }
 
         /// Ends that line and starts the next one. A line that was cut ends in "...".
@@ -115,8 +116,8 @@ namespace exceptionreport
         /// Adds lines that are whole. Control characters that are left in them are escaped.
         void AddLines(char const * szLines);
 
-        /// Writes a section. Whatever ends it early, the lines that are whole stay, and a last line says why. After a
-        /// write that does not end there are no more sections.
+        /// Writes a section: the lines that Call adds. If a fault or nLimit milliseconds end it early, its whole lines
+        /// stay, and a last line says why. After a write that does not return in time, writes no more sections.
         template <typename CALL>
         void Section(char const * szName, unsigned nLimit, CALL Call)
         {
