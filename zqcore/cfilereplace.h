@@ -1,8 +1,8 @@
 // cfilereplace.h: a file that replaces another one when it is whole.
 //
 // A writer that opens a file empties it at once. A full disk, a crash or a failed save then loses the old contents. A
-// FileReplacement_c makes a new file beside the old one, in the same folder, which an archive or Write fills. Commit
-// renames it to the name of the old file in one step. Until then, and after any failure, the old file is unchanged.
+// FileReplacement_c makes a new file in the same folder, the file beside. An archive or Write fills it. Commit renames
+// it to the name of the old file in one step. Until then, and after any failure, the old file is unchanged.
 // cfilesave.h adds what a save needs: a seal, a lock and previous saves.
 //
 // Ownership: the object owns the file beside and deletes it in its destructor. A process that is killed leaves it.
@@ -49,14 +49,19 @@ public:
     /// counts in the CRC. On failure returns false, and Commit will fail.
     bool Rewrite(std::uint64_t nOffset, std::uint32_t dwOld, std::uint32_t dwNew);
 
-    /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true. It also
-    /// gets the old file's access rights, unless it is private. A symbolic link is replaced, not followed. Call it
-    /// once, after the archive is closed. Returns false, and the old file stays, in these cases:
+    /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true. Call it
+    /// once, after the archive is closed.
+    /// - The new file gets the old file's access rights, unless it was made with Rights_e::Private.
+    /// - If the name is that of a symbolic link, the link is replaced, not followed.
+    ///
+    /// Returns false, and the old file stays, in these cases:
     /// - a previous call has failed, or Commit was called before.
     /// - an archive is still open on the file beside.
     /// - the file beside can't be synchronized.
     /// - the name is that of a folder, a pipe or a device.
-    /// Also returns false if only the new name can't be synchronized; the new file is in place then.
+    /// - the system refuses the rename.
+    ///
+    /// Also returns false if only the new name can't be synchronized. Then the new file has the name already.
     virtual bool Commit();
 
     /// Returns the path of the file that Commit replaces.

@@ -124,7 +124,7 @@ private:
 class ZQ_API FileSaveWriter_c : public FileReplacement_c
 {
 public:
-    /// If Save has no lock, all later calls fail for the reason in GetWhyNot.
+    /// Begins a new save beside the old one. If Save has no lock, all later calls fail for the reason in GetWhyNot.
     explicit FileSaveWriter_c(FileSave_c & Save);
 
     /// Seals and synchronizes the new save, keeps the previous ones, replaces the old save, synchronizes the folder and
