@@ -35,8 +35,8 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// - another major version, or too few bytes.
 /// - a text that does not fit its check sum.
 /// - two entries of one name, or a file without its folder.
-/// Bytes after the last record are not read.
 ///
+/// Bytes after the last record are not read. A load adds to what the tables hold already:
 /// - Files that were registered before stay, with their folders, except for the cache's own folder.
 /// - Such a file that the cache lists too keeps its object. If the cache has it in another folder, that is a duplicate
 ///   and ends in Abort.
@@ -57,6 +57,7 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 /// - a folder has changed. The line names the first one.
 /// - the cache can't be read or is damaged, or it lacks the media root.
 /// - the cache was written without FilesystemCacheCheck.
+///
 /// Another major version ends in Abort. The tables stay as they are. Costs one read of the cache and one system call
 /// for each folder.
 ZQ_API bool FilesystemCacheIsCurrent();
@@ -68,5 +69,6 @@ ZQ_API bool FilesystemCacheIsCurrent();
 /// - there is no media root.
 /// - sFile is null, which asserts, or has more than 255 characters.
 /// - scans could not see all below the root (FileScanIsWhole).
+///
 /// A file that no load could place is left out: its folder is not in g_sPaths, or another file of its name hides it.
 ZQ_API void FilesystemCacheSave(char const * sFile);

@@ -31,6 +31,7 @@ extern ZQ_API bool g_bCollectResource;
 /// - Raises an Achtung for a failed open, unless the name is null or ends as the packs of the media template do or
 ///   in ".bin". Case does not matter.
 /// - Asserts that at most 256 handles are open. Further ones are counted, but not listed.
+///
 /// While a thread logs the list, its own calls are ignored.
 ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 

@@ -33,6 +33,7 @@ ZQ_API void FileSetSplit(char const * sLocation);
 /// - the path of SetPQXMediaPath, whether it exists or not.
 /// - the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if that path exists.
 /// - ".", if the main pack, the pattern without its `*`, lies in the current folder.
+///
 /// If all fail, calls Abort if bAbortIfMissing is set. Otherwise returns the registry's text, or an empty one.
 ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);
 
@@ -55,10 +56,10 @@ extern ZQ_API bool g_bAddon;
 /// the media hash (cfilehash.h). The idle heartbeat looks for changed files (cfiletrack.h).
 ///
 /// Shutdown stops the worker and writes the cache: the one of SetCacheFile, or else filesystemcache.bin in the media
-/// root if a file of that name is known. The cache leaves out the folders profiles, mapscache, $$$pqxautosave and
-/// $$$pqxbackup of the media root. It also leaves out folders that were registered by a path relative to the current
-/// folder, unless the media root is such a path. Then Shutdown empties the tables, the exclude lists, the types of
-/// stayers and g_FileOpenCallbacker. The settings above stay.
+/// root if a file of that name is known. Then it empties the tables, the exclude lists, the types of stayers and
+/// g_FileOpenCallbacker. The settings above stay. The cache leaves out:
+/// - the folders profiles, mapscache, $$$pqxautosave and $$$pqxbackup of the media root.
+/// - folders that were registered by a path relative to the current folder, unless the media root is such a path.
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:

@@ -14,6 +14,7 @@
 // - folders that can't be read, or whose path has more than 255 characters;
 // - files of which the system reports no facts;
 // - a folder that the scan has entered already, by a link or as the target of one.
+//
 // Without a log line it skips links whose target is missing, and files of unfinished saves
 // (FileReplacement_c::IsBeside).
 //

@@ -82,7 +82,8 @@ public:
     /// skips:
     /// - separators,
     /// - the first slash, and each further slash with the rest of its line.
-    /// Anything else there is a mismatch, with an empty text.
+    ///
+    /// Anything else before the opening quote is a mismatch, with an empty text.
     void GetString(char * sString, int iMaxLength, char cQuote);
 
     /// Return the number after the label, reading tokens up to it. A first token other than the label is a mismatch. If
