@@ -1,9 +1,15 @@
 // debugheap.h: a heap that stores a word, the size, the source file and the line of each block.
 //
-// The heap allocates from the C library's malloc only. A hook is called under the heap's lock before each event takes
-// effect. New memory is filled with 0xCD and freed memory with 0xDD. A fence of at least 4 bytes of 0xFD lies before
-// and after each block. A damaged fence is reported when the block is freed. A block of more than HEAP_FILL_LIMIT bytes
-// is filled at its ends only.
+// The heap allocates from the C library's malloc only. Terms:
+// - word of a block: a 32-bit number of the caller, which the heap stores and returns but does not interpret. cmemory.h
+//   keeps the block's category in it.
+// - own bytes of a block: those that the user of the block sees. They are the whole block until HeapSetOwn narrows it,
+//   for instance to the aligned part of a larger block.
+// - fence: at least 4 bytes of 0xFD before each block and after its own bytes. Damage is reported when the block is
+//   freed.
+//
+// New memory is filled with 0xCD and freed memory with 0xDD. A block of more than HEAP_FILL_LIMIT bytes is filled at
+// its ends only. A hook is called under the heap's lock before each event takes effect.
 //
 // Threads: any thread. Usable before the first constructor and after the last destructor.
 #pragma once
@@ -29,17 +35,17 @@ namespace plat
     /// Facts of a block of the heap.
     struct HeapBlock_t
     {
-        void * pUser = nullptr;
+        void * pUser = nullptr;          // the block, as HeapAlloc returned it and other functions take it
         std::size_t nBytes = 0;          // as requested from HeapAlloc
-        std::uint32_t dwType = 0;        // the word given at allocation
+        std::uint32_t dwType = 0;        // the word
         char const * szFile = nullptr;   // may be null
         int iLine = 0;
-        void * pOwn = nullptr;   // the bytes that the caller sees: all of the block until HeapSetOwn narrows them
+        void * pOwn = nullptr;   // the own bytes
         std::size_t nOwn = 0;
     };
 
-    /// Hook that is called with the heap's lock held, before a block enters or leaves the list. Its arguments are the
-    /// block, its size and its word.
+    /// Hook that is called with the heap's lock held, before a block enters or leaves the list of live blocks. Its
+    /// arguments are the block, its size and its word.
     using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType);
 
     /// Function that is called when no memory is available. The heap tries again if it returns true.
@@ -54,12 +60,12 @@ namespace plat
     /// Function that receives the heap's reports.
     using HeapReport_t = void (*)(char const * szText);
 
-    /// Allocates a block, aligned for any type, and returns it. Returns null if there is no memory and the failure
-    /// handler gives up.
+    /// Allocates a block with the word dwType, aligned for any type, and returns it. szFile is kept as a pointer and
+    /// may be null. Returns null if there is no memory and no failure handler returns true.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine);
 
-    /// Narrows a live block to the bytes that its caller sees. What follows them becomes part of the fence, and
-    /// reports state this address and size.
+    /// Sets the own bytes of a live block, which lie within it. What follows them becomes part of the fence, and
+    /// reports state their address and size.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
     /// Releases a block. Null does nothing. Reports the pointer and releases nothing in these cases:
@@ -68,27 +74,26 @@ namespace plat
     /// - it is not a block of this heap.
     void HeapFree(void * pUser);
 
-    /// Return the size, the word, and all that is known of a live block. The pointer must be one that HeapAlloc
-    /// returned.
+    /// Return the size, the word, and all facts of a live block. Require a pointer that HeapAlloc returned.
     std::size_t HeapBlockSize(void const * pUser);
     std::uint32_t HeapBlockType(void const * pUser);
     HeapBlock_t HeapDescribe(void const * pUser);
 
-    /// Looks up a pointer to a live block, or to the bytes that its caller sees. Returns false if it is neither. Walks
-    /// the whole list. Safe for any pointer.
+    /// Finds the live block that begins at a pointer, or whose own bytes begin there. Returns false if there is none.
+    /// Walks the whole list. Safe for any pointer.
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
     /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if no name was given, and
     /// "unloaded module" if the memory of the name is gone. Costs a system call.
     void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize);
 
-    /// Calls fnVisit for each live block, newest first. The heap must not change meanwhile.
+    /// Calls fnVisit for each live block, newest first. Requires that the heap does not change meanwhile.
     void HeapWalk(void (*fnVisit)(HeapBlock_t const & Block, void * pContext), void * pContext);
 
     /// Returns whether there is no live block.
     bool HeapIsEmpty();
 
-    /// Install a hook, a failure handler, names of words or a dump function. Null removes it.
+    /// Install a hook, a failure handler, a function that names words, or a dump function. Null removes it.
     void HeapSetHook(HeapHook_t fnHook);
     void HeapSetFailureHandler(HeapFailure_t fnFailure);
     void HeapSetWordName(HeapWordName_t fnName);
@@ -100,7 +105,7 @@ namespace plat
     /// that nothing is listed.
     void HeapSetLeakCheck(bool bCheck);
 
-    /// Returns the name of a word.
+    /// Returns the text for a word, as the function of HeapSetWordName does, or "unknown" without one.
     char const * HeapWordName(std::uint32_t dwType);
 
     /// Formats a report of up to 1023 characters. It goes to the receiver, or to standard error without one.

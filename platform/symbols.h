@@ -1,8 +1,11 @@
 // symbols.h: the frames, names, lines and variables of a thread of this process.
 //
-// A helper reads the debug information and this process's memory. It is a program of the library, or the system's own
-// library for debug information. Without a helper, or after it failed or exceeded a limit, frames come from the chain
-// of frame pointers. Everything else is then unknown.
+// A helper reads the debug information and this process's memory. It is a program of the library (zqsymbols), or a
+// library of the system that reads debug information. Without a helper, or after it failed or exceeded a limit, frames
+// come from the chain of frame pointers. Everything else is then unknown.
+//
+// Symbols_c is a walk: NextFrame moves it from the innermost frame outward, and NextVariable over the variables of the
+// frame that NextFrame returned last.
 //
 // Threads: one object serves one thread's registers and is not shared.
 // Cost: less than 12 KB of stack. No heap and no lock, so a fault filter may call all of it. All answers of one object
@@ -27,7 +30,7 @@ namespace plat
     struct SymbolFrame_t
     {
         std::uintptr_t Address;   // of the instruction: the fault's, then return addresses
-        std::uintptr_t Frame;     // where the function keeps its caller's frame pointer, or would; 0 for a lost stack
+        std::uintptr_t Frame;     // address at which a function with a frame pointer stores its caller's; 0 if unknown
     };
 
     /// Kind of a variable.
@@ -46,7 +49,8 @@ namespace plat
         PLACE_MEMORY
     };
 
-    /// A type that the helper knows, valid until Stop. A member counts as a type of its own. 0 is no type.
+    /// Number of a type that the helper knows, valid until Stop; 0 for none. Each member has a number too, so that
+    /// TypeName can return its name (SymbolMember_t).
     using SymbolType_t = std::uint32_t;
 
     /// A variable in scope.
@@ -55,7 +59,7 @@ namespace plat
         char szName[1024];
         SymbolKind_e eKind;
         SymbolPlace_e ePlace;
-        bool bFunction;           // it is a function, not data
+        bool bFunction;           // whether it is a function, not data
         std::uintptr_t Address;   // of PLACE_MEMORY
         std::uint64_t nSize;      // bytes of its type, 0 if unknown
         SymbolType_t nType;
@@ -72,8 +76,9 @@ namespace plat
         BASE_BOOL = 10
     };
 
-    /// A member. TypeName of its nType returns the member's name, or for a base class the name of its type. TypeMembers
-    /// and TypeBase of it are those of the member's type.
+    /// A member of a structure. For its nType:
+    /// - TypeName copies the name of the member, or for a base class the name of its type.
+    /// - TypeMembers, TypeMember and TypeBase return the facts of the member's type.
     struct SymbolMember_t
     {
         SymbolType_t nType;
@@ -83,7 +88,7 @@ namespace plat
         std::uint8_t nBits;       // of a bit field: the number of its bits; 0 for other members
     };
 
-    /// Sections of a description of the process that the helper makes, of whole lines (docs/formats.md).
+    /// Sections of a text about the process that the helper makes. docs/formats.md describes their lines.
     enum SymbolSection_e : std::uint8_t
     {
         SECTION_FRAMES,   // the frames of the thread with their sources and variables
@@ -95,19 +100,21 @@ namespace plat
     {
         HELPER_ENDED,     // Stop was called
         HELPER_MISSING,   // there is none, or it may not be used
-        HELPER_FAILED,
-        HELPER_LATE   // SYMBOL_LIMIT has passed
+        HELPER_FAILED,    // it ended, or its answer was not understood
+        HELPER_LATE       // SYMBOL_LIMIT has passed
     };
 
-    /// Adds a printer: the form in which SECTION_FRAMES shows the values of a type. The type's name has its namespaces;
-    /// `*` in it is any text. In the template `{name}` is the value of a member, `{name.name}` that of a member's
-    /// member, and all else is copied. Later additions of a name come first. Copies both texts. Returns false if a text
-    /// is too long (127 and 255 bytes), or if there are 32. Requires that no other thread adds or starts a walk.
+    /// Adds a printer: the form in which SECTION_FRAMES shows the values of a type. Copies both texts. If several
+    /// printers match a type, the last one added is used. Requires that no other thread adds one or starts a walk.
+    /// - szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text.
+    /// - szTemplate has at most 255 bytes. `{name}` is the value of a member, `{name.name}` that of a member's member,
+    ///   and all else is copied.
+    /// - Returns false if a text is longer, or if there are 32 printers.
     bool SymbolsAddPrinter(char const * szType, char const * szTemplate);
 
     /// Sets the helper's path, cut at 1023 bytes; empty for none. Before the first call the helper is the one in the
     /// folder of the program or library that holds this code, else the installed one. Requires that no other thread
-    /// starts a walk. Does nothing on a system where the helper is no program.
+    /// starts a walk. Does nothing if the system's helper is not a program.
     void SymbolsSetHelper(char const * szPath);
 
     /// A walk over the frames of one thread, with their names, lines and variables.
@@ -119,25 +126,26 @@ namespace plat
         Symbols_c(Symbols_c const &) = delete;
         Symbols_c & operator=(Symbols_c const &) = delete;
 
-        /// Starts the helper for the calling process and the thread with these registers, which must stay alive.
-        /// Returns false without a helper. Also returns false if ProcessIsSecure (process.h), because names and lines
-        /// come from files. The walk then uses frame pointers.
+        /// Starts the helper for the calling process and the thread with these registers. Requires that *pContext
+        /// outlives the walk. Returns false without a helper; the walk then uses frame pointers. Also returns false if
+        /// ProcessIsSecure (process.h) returns true, because names and lines come from files.
         bool Start(FaultContext_t const * pContext);
 
         /// Ends the helper. Does nothing without one.
         void Stop() { End(HELPER_ENDED); }
 
-        /// Allows SYMBOL_LIMIT for the answers from now on.
+        /// Allows SYMBOL_LIMIT again, for the answers from now on.
         void Renew() { m_nWaited = 0; }
 
-        /// Returns the reason for which there is no helper, if there is none.
+        /// Return the reason for which there is no helper, and whether there is one. With a helper the reason means
+        /// nothing.
         SymbolEnd_e GetEnd() const { return m_eEnd; }
         bool IsRunning() const { return m_hHelper != NO_HANDLE; }
 
-        /// Reads the next frame, from the innermost outward. Returns false at the end.
+        /// Reads the next frame, from the innermost outward. Returns false after the last one.
         bool NextFrame(SymbolFrame_t * pFrame);
 
-        /// Restarts the walk.
+        /// Restarts the walk at the innermost frame.
         void Rewind();
 
         /// Finds the function at an address and the distance from its start. The name is spelled as in the source,
@@ -150,12 +158,12 @@ namespace plat
         bool LineAt(std::uintptr_t Address, char * szFile, std::size_t nSize, unsigned * pLine);
 
         /// Reads the next variable in scope in the last frame of NextFrame. First come parameters and locals of the
-        /// function, then those of the open blocks and inlined calls, from the outermost inward. Returns false at the
-        /// end.
+        /// function, then those of the open blocks and inlined calls, from the outermost inward. Returns false after
+        /// the last one.
         bool NextVariable(SymbolVariable_t * pVariable);
 
-        /// Copies the name of a structure, an enumeration or a member. Looks through aliases and const. Returns false
-        /// for other types.
+        /// Copies the name of a structure, an enumeration or a member, cut to nSize - 1 bytes. Skips aliases and const.
+        /// Returns false for other types.
         bool TypeName(SymbolType_t nType, char * szName, std::size_t nSize);
 
         /// Returns the number of members of a structure, at most 1024. Its bases come first; static members are left
@@ -165,8 +173,8 @@ namespace plat
         /// Reads a member. Returns false after the last one.
         bool TypeMember(SymbolType_t nType, unsigned iMember, SymbolMember_t * pMember);
 
-        /// Returns what a value of the type is. An enumeration is its integer, an array of one dimension its element.
-        /// Pointers to anything but char are BASE_NONE.
+        /// Returns the fundamental type of a value: of an enumeration its integer's, of an array of one dimension its
+        /// element's. Returns BASE_NONE for pointers to anything but char.
         SymbolBase_e TypeBase(SymbolType_t nType);
 
         /// Copies the next lines of a section, each with its line end. Returns false at the end of the section. A
@@ -191,8 +199,8 @@ namespace plat
         Handle_t m_hProcess = NO_HANDLE;   // to end it
         Handle_t m_nProcess = NO_HANDLE;   // its number
         SymbolEnd_e m_eEnd = HELPER_MISSING;
-        unsigned m_nWaited = 0;       // milliseconds, for answers
-        std::uint32_t m_nAsked = 0;   // questions
+        unsigned m_nWaited = 0;       // milliseconds spent on answers, of SYMBOL_LIMIT
+        std::uint32_t m_nAsked = 0;   // questions sent
         unsigned m_iFrame = 0;        // frames returned
         unsigned m_iVariable = 0;     // variables of the last frame returned
         bool m_bServing = false;      // the helper waits for memory
