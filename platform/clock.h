@@ -14,7 +14,8 @@ namespace plat
     /// Returns the coarse clock in milliseconds from an arbitrary start. Wraps after 49 days.
     std::uint32_t CoarseClockMilliseconds();
 
-    /// Asks the system for a finer coarse clock. Returns false if refused. Each success requires one CoarseClockLower.
+    /// Ask the system for a coarse clock that advances every nMilliseconds, and end that. CoarseClockRaise returns
+    /// false if the system refuses. Each success requires one CoarseClockLower with the same number.
     bool CoarseClockRaise(unsigned nMilliseconds);
     void CoarseClockLower(unsigned nMilliseconds);
 
@@ -24,21 +25,23 @@ namespace plat
     /// Returns the whole seconds since 1970-01-01 00:00 UTC, in 64 bits on every word size.
     std::int64_t SecondsSince1970();
 
-    /// Local time of day.
+    /// Date and time of day, local.
     struct LocalTime_t
     {
         int iYear, iMonth, iDay;   // month and day from 1
         int iHour, iMinute, iSecond, iMillisecond;
     };
+
+    /// Returns the present local time.
     LocalTime_t LocalTime();
 
-    /// Stores the present difference between local time and UTC.
+    /// Stores the present difference between local time and UTC, for the two functions below.
     void LocalTimeKeep();
 
-    /// Returns the local time of day by the difference that LocalTimeKeep stored last. A change to or from summer time
-    /// since then has no effect. Unlike LocalTime, a fault filter may call it.
+    /// Returns the local time by the difference that LocalTimeKeep stored last. A change to or from summer time since
+    /// then has no effect. A fault filter may call it, unlike LocalTime.
     LocalTime_t LocalTimeByKept();
 
-    /// Returns that difference in minutes, positive east of UTC.
+    /// Returns the stored difference in minutes, positive east of UTC.
     int LocalTimeKeptZone();
 }

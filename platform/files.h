@@ -103,12 +103,14 @@ namespace plat
     /// open on it, in this process or another. If the system can't report such a stream, the file is emptied.
     std::FILE * StreamOpenLog(char const * szPath);
 
-    /// Starts a new log file if the log holds more than nLimit bytes. Renames the full file to szPath with ".1" at its
-    /// end, and earlier ones to ".2" up to the number nPrevious. The stream continues in a new file szPath. If
-    /// nPrevious is 0, empties the file instead. Does not rename a file that another process has already renamed.
-    /// Requires that StreamOpenLog opened pStream with szPath; others may write to it meanwhile. Returns the size of
-    /// the stream's file in bytes, or 0 if the system can't report it. On failure the stream continues in the old
-    /// file.
+    /// Starts a new log file if the log holds more than nLimit bytes. Requires that StreamOpenLog opened pStream with
+    /// szPath; others may write to it meanwhile. Returns the size of the stream's file in bytes, or 0 if the system
+    /// can't report it.
+    /// - The full file gets ".1" at the end of its name, and previous ones ".2" up to the number nPrevious. The stream
+    ///   continues in a new file szPath.
+    /// - A file that another process has already renamed is not renamed again.
+    /// - If nPrevious is 0, the file is emptied instead.
+    /// - On failure the stream continues in the old file.
     std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious);
 
     /// Returns whether a stream has no buffer, as those of StreamOpenLog. False means that the log's stream was closed

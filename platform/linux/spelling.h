@@ -25,10 +25,11 @@ namespace plat
         explicit DiskPath_c(char const * szPath);
 
         /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno is ENOENT,
-        /// ELOOP, ENOTDIR or EACCES. A link whose target is missing is treated as missing, since listings leave it out.
-        /// Returns the result of the last call. Returns -1 with ENAMETOOLONG, without a call, if the path does not fit.
-        /// If an error of the system prevents the search of a folder of the path, errno is that error and not ENOENT:
-        /// the path may name something in another spelling.
+        /// ELOOP, ENOTDIR or EACCES. Returns the result of the last call.
+        /// - A link whose target is missing is treated as missing, since listings leave it out.
+        /// - If the path does not fit, returns -1 with ENAMETOOLONG, without a call.
+        /// - If an error of the system prevents the search of a folder of the path, errno is that error and not ENOENT:
+        ///   the path may name something in another spelling.
         template <typename TRY>
         int Try(TRY fnTry)
         {
