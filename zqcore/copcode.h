@@ -144,7 +144,7 @@ private:
     unsigned char m_bF3 = 0;
     unsigned char m_nRex = 0;   // value of the REX prefix, 0 without one
     Vex_s m_Vex{};
-    unsigned m_nMemory = 0;     // bytes of the memory operand where a row sets them, else 0
+    unsigned m_nMemory = 0;     // bytes of the memory operand if a row sets them, else 0
     unsigned m_nElements = 0;   // elements that a broadcast fills
     bool m_b64Bit;
     bool m_bRelative = false;   // an operand is relative to the instruction's end, which is not known yet

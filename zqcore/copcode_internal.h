@@ -3,9 +3,14 @@
 //
 // Instructions after SSE2 have a second table, which is tried first. It exists in the expanded form only.
 //
+// A table consists of groups, a group of rows, and a row of a pattern and a format. A pattern takes bytes of the code
+// and has conditions; the first row that matches is used. A format is the text to write, with references to fields.
+// Each byte that a pattern takes is a field. A reference to another group takes what that group takes and makes two
+// fields: the first byte, and the text that the group has written.
+//
 // Compact form: two 32-bit little-endian words (number of bytes that follow them, size of the expanded form), a byte
-// with the number of groups, and the groups. A group has rows. A row has two strings, pattern and format. A string is
-// coded as a selector, a length L and literal bytes.
+// with the number of groups, and the groups. Pattern and format of a row are strings. A string is coded as a selector,
+// a length L and literal bytes.
 // - Bits 6 and 7 of the selector pick one of the last four strings of its kind, 0 being the latest.
 // - The string is that string's first P units (bits 0 to 2), the literal, and its last S units (bits 3 to 5).
 // - A unit of a pattern is two bytes, and 2 * L - 2 literal bytes follow. A unit of a format is one byte, and L - 1
@@ -20,7 +25,8 @@
 #include <cstdint>
 
 /// First byte of a pattern's unit whose second byte, the mask, is 0. It is one of these, or 1 to OPCODE_RAW_LAST (that
-/// many raw bytes), or OPCODE_SUBTABLE with the index of a group.
+/// many raw bytes), or OPCODE_SUBTABLE with the index of a group in the bits of OPCODE_GROUP_MASK. A unit with another
+/// mask takes a byte that is equal to the first one in the bits of the mask.
 enum OpcodePattern_e : unsigned char
 {
     OPCODE_ANY_BYTE = 0,
@@ -48,7 +54,7 @@ enum OpcodePattern_e : unsigned char
     OPCODE_IF_F2_ALONE = 38,     // without F3
     OPCODE_IF_F3_ALONE = 39,     // without F2
     OPCODE_MEMORY_SIZE = 0x40,   // and an OpcodeSize_e, and the log2 of a broadcast element's bytes in bits 4 and 5
-    OPCODE_STEP_BACK = 0x40,
+    OPCODE_STEP_BACK = 0x40,     // with OPCODE_SUBTABLE: the group begins at the byte that was taken last
     OPCODE_SUBTABLE = 0x80,
     OPCODE_GROUP_MASK = 0x3F,
 };
@@ -64,8 +70,8 @@ enum OpcodeSize_e : unsigned char
     OPCODE_SIZE_64 = 10,
 };
 
-/// Bytes of a format that are not printed as they are. 1 to 31 refer to a field; with OPCODE_BLANK a blank precedes it.
-/// The selector that follows has a slice in its high three bits and a kind in its low five.
+/// Bytes of a format that are not printed as they are. 1 to OPCODE_FIELD_LAST refer to a field; with OPCODE_BLANK a
+/// blank precedes it. The next byte has an OpcodeSlice_e in its high three bits and an OpcodeKind_e in its low five.
 enum OpcodeFormat_e : unsigned char
 {
     OPCODE_FIELD_LAST = 0x1F,
@@ -142,7 +148,8 @@ enum OpcodeClass_e : unsigned char
     OPCODE_CLASS_TILE = 5,
 };
 
-/// Place of the register's number, in the low half of that byte. Every place but OPCODE_PLACE_VVVV uses the field.
+/// Place of the register's number, in the low half of the byte that has the OpcodeClass_e. Every place but
+/// OPCODE_PLACE_VVVV is in the field; that one is in the prefix.
 enum OpcodePlace_e : unsigned char
 {
     OPCODE_PLACE_REG = 0,   // bits 3 to 5
