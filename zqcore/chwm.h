@@ -43,11 +43,11 @@ public:
 
     /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Ends in Abort if no
     /// class has that size. Blocks of a class whose size is a multiple of 16 are aligned to 16 bytes. bArray marks an
-    /// array; Free compares it.
+    /// array; Free compares it with its own.
     void * Alloc(unsigned int nBytes, bool bArray);
 
-    /// Frees a block and returns true. Requires the bArray of Alloc (GigaPoolStatic_c::Free). Returns false if no class
-    /// holds the pointer.
+    /// Frees a block and returns true. Asserts that the block is allocated, and with this bArray. Returns false if no
+    /// class holds the pointer.
     bool Free(void const * pPtr, bool bArray);
 
     /// Returns the block size, in bytes, of the class that holds the pointer. Returns 0 if none does.

@@ -34,10 +34,11 @@ extern ZQ_API std::FILE * g_pMessageLogFile;
 /// Frame number of each line. 0 at start; set by the application, with std::atomic_ref if other threads log.
 extern ZQ_API int g_iLogFrameCounter;
 
-/// Sets folder and name of the main log and passes them to the crash report. Call it before LogInit. The folder ends in
-/// a separator, because nothing is inserted before the name. Without one the name continues the last level, which is
-/// not made, and a crash leaves no report if it does not exist. A relative folder is below the current one. Makes the
-/// missing levels of the folder. Both texts are cut at 1023 characters; null is an empty text.
+/// Sets folder and name of the main log, makes the missing levels of the folder, and passes both to the crash report.
+/// Call it before LogInit. Both texts are cut at 1023 characters; null is an empty text.
+/// - The folder ends in a separator. Without one, its last level becomes the start of the log's name and is not made as
+///   a folder. A crash report needs that folder: if it does not exist, a crash leaves none.
+/// - A relative folder is below the current one.
 ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
 
 /// Opens the main log, "message.log" if no name was set, and adds its writer to the listeners, once. Makes the missing
@@ -48,22 +49,24 @@ ZQ_API void LogInit();
 /// Removes all listeners and closes the main log.
 ZQ_API void LogDone();
 
-/// Limits each file of the main log and of the named logs to nBytes; 0, as at start, means no limit. After the line
-/// that exceeds it, a new file is begun. The old one gets ".1" at the end of its name, previous ones ".2" to
-/// ".nPrevious". With nPrevious 0 the file is emptied instead. Lines that other threads write meanwhile may go to the
-/// old file. A host's own stream has no limit. Any thread.
+/// Limits each file of the main log and of the named logs to nBytes; 0, as at start, means no limit. Any thread.
+/// - After the line that exceeds the limit, a new file is begun. The full one gets ".1" at the end of its name,
+///   previous ones ".2" to ".nPrevious". With nPrevious 0 the file is emptied instead.
+/// - Lines that other threads write meanwhile may go to the full file.
+/// - A stream that the host has set has no limit.
 ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);
 
 /// Adds a listener, which is called before the others and on the thread that logs. It stays until LogDone.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));
 
-/// Formats a line and passes it to each listener. Control characters other than tabs and line ends, and bytes that are
-/// not UTF-8, are escaped as in TextForLog (ctexterror.h). All functions that log or complain escape them.
+/// Format a line and pass it to each listener. Control characters other than tabs and line ends, and bytes that are not
+/// UTF-8, are escaped as in TextForLog (ctexterror.h). All functions that log or complain escape them.
 ZQ_API void Log(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
 
-/// Log for texts from outside, such as file names. Tabs and line ends that %s inserts are escaped too, so they can't
-/// begin a line. fmt may hold %s, %c, %i, %d, %u, %x, %zu and %% without flags; any other conversion ends the line.
+/// Does what Log does, for texts from outside, such as file names. Tabs and line ends that %s inserts are escaped too,
+/// so they can't begin a line. fmt may hold %s, %c, %i, %d, %u, %x, %zu and %% without flags; any other conversion ends
+/// the line.
 ZQ_API void LogEscaped(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Calls Log if bCondition is true and fmt is not null.

@@ -5,10 +5,10 @@
 // a plain `new` anywhere in the process, counts under the selected category until it is freed, whichever thread frees
 // it. Byte figures are those of the heap's blocks: they include alignment header and slack.
 //
-// The library must be linked to the executable itself, before the C++ runtime. Otherwise the process may bind `delete`
-// elsewhere: the library arrives through another library or a plugin, or a checker replaces it. Then `new`, ZQ_NEW and
-// CoreMemory use the process's operators. Every block still returns to its own heap, but these blocks are not tracked.
-// One line on standard error reports that at load.
+// The library must be linked to the executable itself, before the C++ runtime. If it is loaded by another library or a
+// plugin instead, or a checker replaces `delete`, the process may bind `delete` to another function. Then `new`, ZQ_NEW
+// and CoreMemory use the process's operators. Every block still returns to its own heap, but these blocks are not
+// tracked. One line on standard error reports that at load.
 //
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
@@ -123,8 +123,8 @@ namespace mem
     ZQ_API unsigned GetUserAllocators(UserAllocatorInfo_i ** pOut, unsigned nMax);
 }
 
-/// Layout of a block's word: the kind in the low 16 bits, the category in the 15 bits above, MEMORY_OBJECT_FLAG in the
-/// top bit. The kinds are the three _BLOCK values.
+/// The word of a block: 32 bits that the heap stores with it. They are the kind in the low 16 bits, the category in the
+/// 15 bits above, and MEMORY_OBJECT_FLAG in the top bit. The kinds are the three _BLOCK values.
 inline constexpr int MEMORY_NORMAL_BLOCK = 1;
 inline constexpr int MEMORY_CRT_BLOCK = 2;
 inline constexpr int MEMORY_CLIENT_BLOCK = 4;
@@ -132,9 +132,10 @@ inline constexpr int MEMORY_CATEGORY_SHIFT = 16;
 inline constexpr std::uint32_t MEMORY_CATEGORY_MASK = 0x7FFF;
 inline constexpr std::uint32_t MEMORY_OBJECT_FLAG = 0x80000000u;
 
-/// Returns the word that operator_new stores with a block. Its kind is always MEMORY_CLIENT_BLOCK. Its category is that
-/// of iBlockType, a word too. If that is UNDEFINED, or the kind is MEMORY_NORMAL_BLOCK, it is the one on top of the
-/// thread's stack.
+/// Returns the word that operator_new stores with a block. iBlockType is a word too.
+/// - The kind of the result is always MEMORY_CLIENT_BLOCK.
+/// - The category is that of iBlockType. If that category is UNDEFINED, or the kind of iBlockType is
+///   MEMORY_NORMAL_BLOCK, it is the one on top of the thread's stack.
 ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 
 /// `ZQ_NEW T(...)` allocates a block of the current category that records its file and line. Free it with delete.

@@ -1,7 +1,10 @@
 // cwarehousescan.h: line scanner of warehouse tables and property lists.
 //
-// A table is text in lines, and a line consists of columns. WarehouseScan_t scans the caller's bytes. They may have any
-// values and need no terminator. The scan never reads beyond their end. WarehouseLine_c holds the columns of one line.
+// A table is text in lines, and a line consists of columns. `#` at the start of a column begins a comment up to the end
+// of the line. docs/formats.md describes both formats, with their quotes.
+//
+// WarehouseScan_t scans the caller's bytes. They may have any values and need no terminator. The scan never reads
+// beyond their end. WarehouseLine_c holds the columns of one line.
 //
 // Ownership: the caller keeps the bytes. A line owns its columns, each a heap block of its own.
 // Threads: one thread for each scan and each line.
@@ -85,9 +88,11 @@ struct WarehouseScan_t
     /// means text.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Sets the separators. Null selects those of the text format, in a CSV scan too. A line feed among them ends a
-    /// cell that has begun but not the line; a quote ends the cell and begins no quoted one. At the start of a CSV cell
-    /// both keep their own meaning. Blanks around a CSV cell are skipped before the search for separators.
+    /// Sets the separators. Null selects those of the text format, in a CSV scan too. A line feed, a quote or a blank
+    /// among them has these effects:
+    /// - A line feed ends a column that has begun, but not the line. At the start of a CSV cell it ends the line.
+    /// - A quote ends a column that has begun, and begins no quoted one. At the start of a CSV cell it begins one.
+    /// - Blanks around a CSV cell are skipped before the search for separators, so a blank separates nothing there.
     ZQ_API void SetSeparators(char const * sSeparators);
 
     /// Reads a line. Returns false at the end of the data. A blank line and a comment return true and no columns.
@@ -97,8 +102,8 @@ struct WarehouseScan_t
     /// false, with an empty line and the position at the end, if there is none.
     ZQ_API bool FindLine(char const * sFirst, WarehouseLine_c * pLine);
 
-    /// Skips header lines and lines whose first column is missing or null, and reads the next line. Returns false as
-    /// FindLine does. Adds the number of lines skipped and read to nLines.
+    /// Skips header lines and lines whose first column is missing or null, and reads the next line. Returns false, with
+    /// an empty line, if there is none. Adds the number of lines skipped and read to nLines.
     ZQ_API bool NextItem(WarehouseLine_c * pLine, int & nLines);
 
     /// Returns the position of the line that FindLine or NextItem has read.
