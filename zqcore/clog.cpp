@@ -53,10 +53,10 @@ namespace
     class Line_c
     {
     public:
-        char * Text() { return m_aRoom + LINE_PREFIX_SIZE; }
+        char * Text() { return m_dRoom + LINE_PREFIX_SIZE; }
 
     private:
-        char m_aRoom[LINE_PREFIX_SIZE + LINE_SIZE];
+        char m_dRoom[LINE_PREFIX_SIZE + LINE_SIZE];
     };
 
     // Joins folder and name to one path and creates the folder's levels.

@@ -105,7 +105,7 @@ inline char * SpreadsheetRow_c::Reserve(std::size_t nText)
     return m_Block.pBytes + nStart;
 }
 
-// Makes a cell of the text that was written to that place.
+// Makes a cell of the text that was written to the place that Reserve returned.
 inline void SpreadsheetRow_c::Commit(std::size_t nText)
 {
     std::size_t const nEnd = GetTextSize() + nText + 1;
@@ -244,7 +244,7 @@ inline void SpreadsheetParser_c::ReportOverflow()
 // Stores why the current token, or the end of the text, cannot follow a cell.
 void SpreadsheetParser_c::ReportToken(bool bQuoted)
 {
-    char const * const pEnd = m_Token.pText + m_Token.nText;   // at the end of the text, end of the cell
+    char const * const pEnd = m_Token.pText + m_Token.nText;   // of the last token, at the end of the text too
     char const * szReason = "the last row has no end; a row ends with the row separator";
     auto nAt = static_cast<std::size_t>(m_Parser.m_pEnd - m_Parser.m_pBegin);
     if (m_Token.eKind != LAST_PARSED_NOTHING)

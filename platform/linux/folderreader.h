@@ -27,7 +27,7 @@ namespace plat
         {
             while (m_iNext < m_nFilled || Fill())
             {
-                dirent64 const * const pEntry = reinterpret_cast<dirent64 const *>(m_aBlock + m_iNext);
+                dirent64 const * const pEntry = reinterpret_cast<dirent64 const *>(m_dBlock + m_iNext);
                 m_iNext += pEntry->d_reclen;
                 m_iPosition = pEntry->d_off;
                 if (!IsDots(pEntry->d_name))
@@ -53,7 +53,7 @@ namespace plat
             {
                 return false;
             }
-            auto const nRead = getdents64(m_iFolder, m_aBlock, sizeof(m_aBlock));
+            auto const nRead = getdents64(m_iFolder, m_dBlock, sizeof(m_dBlock));
             m_bBroken = nRead < 0 && errno != ENOENT;
             m_iNext = 0;
             m_nFilled = nRead > 0 ? static_cast<std::size_t>(nRead) : 0;
@@ -68,7 +68,7 @@ namespace plat
         std::int64_t m_iPosition = 0;   // after the last entry returned
         std::size_t m_iNext = 0;
         std::size_t m_nFilled = 0;
-        alignas(dirent64) char m_aBlock[32768];
+        alignas(dirent64) char m_dBlock[32768];
     };
 
     /// Reads all names of an open folder. Returns false if reading fails.

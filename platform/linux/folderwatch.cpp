@@ -36,7 +36,7 @@ namespace plat
         using namespace watch;
 
         constexpr int MAX_READS = 256;            // of the kernel's queue for one batch, so that a batch ends
-        constexpr std::size_t MAX_KEPT = 65536;   // the most names without a file that are kept
+        constexpr std::size_t MAX_KEPT = 65536;   // the most names of missing files that are kept
         unsigned g_nForks = 0;                    // forks from the first process down to this one
         ForkHandler_c const g_CountFork({ nullptr, nullptr, [] { ++g_nForks; } });
 
@@ -82,7 +82,7 @@ namespace plat
         void Read(void * pBuffer, std::size_t nBytes);
         bool IsComplete();
 
-        std::size_t m_nUnwatched = 0;
+        std::size_t m_nUnwatched = 0;   // folders that the kernel refused to watch, at least
 
     private:
         struct ToAdd_s
@@ -140,7 +140,7 @@ namespace plat
         bool m_bStarting = false;        // the whole tree is being added: no event has been missed
         char * m_pRead = nullptr;        // the caller's buffer while a read is active
         std::size_t m_nRead = 0;
-        alignas(inotify_event) char m_aEvents[16384];
+        alignas(inotify_event) char m_dEvents[16384];
     };
 
     bool FolderWatch_c::Tree_c::Open(char const * szFolder)
@@ -171,19 +171,19 @@ namespace plat
         {
             return false;
         }
-        // This reads nothing from another file that has the number. The identity is needed only if there are bytes to
-        // read.
+        // FIONREAD takes no bytes, even if the host has closed the queue and another file now has its number. So Get,
+        // which compares the identity, is needed only if there are bytes to read.
         int nWaiting = 0;
         if (ioctl(m_Queue.GetNumber(), FIONREAD, &nWaiting) != 0 || nWaiting <= 0 || m_Queue.Get() < 0)
         {
             return false;
         }
-        ssize_t const nFilled = read(m_Queue.GetNumber(), m_aEvents, sizeof m_aEvents);
+        ssize_t const nFilled = read(m_Queue.GetNumber(), m_dEvents, sizeof m_dEvents);
         return nFilled > 0 && Collect(static_cast<std::size_t>(nFilled));
     }
 
-    // Handles the buffer of events and the rest of the queue. Returns whether that makes a batch. The bytes may be
-    // those of another file, because the identity of the queue does not always distinguish it.
+    // Handles the buffer of events and the rest of the queue. Returns whether that makes a batch. Checks the lengths,
+    // because the bytes may be those of another file: the identity does not always distinguish the queue from it.
     bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
     {
         LockScope_c const Scope(g_TreeLock);
@@ -191,7 +191,7 @@ namespace plat
         {
             for (std::size_t iByte = 0; nFilled - iByte >= sizeof(inotify_event);)
             {
-                auto const & Event = *reinterpret_cast<inotify_event const *>(m_aEvents + iByte);
+                auto const & Event = *reinterpret_cast<inotify_event const *>(m_dEvents + iByte);
                 if (Event.len > nFilled - iByte - sizeof(inotify_event)
                     || (Event.len > 0 && Event.name[Event.len - 1] != '\0'))
                 {
@@ -200,7 +200,7 @@ namespace plat
                 Handle(Event);
                 iByte += sizeof(inotify_event) + Event.len;
             }
-            ssize_t const nMore = nReads < MAX_READS ? read(m_Queue.GetNumber(), m_aEvents, sizeof m_aEvents) : 0;
+            ssize_t const nMore = nReads < MAX_READS ? read(m_Queue.GetNumber(), m_dEvents, sizeof m_dEvents) : 0;
             nFilled = nMore > 0 ? static_cast<std::size_t>(nMore) : 0;
         }
         for (Detached_s const & Detached : m_dDetached)   // renamed to a place outside

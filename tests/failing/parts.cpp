@@ -29,7 +29,7 @@
 
 namespace
 {
-    constexpr int VALUES = 2000;   // more than fit a buffer
+    constexpr int VALUES = 2000;   // more than fit into the buffer of BufferedWriteable_c
 
     bool Fail(std::string const & sWhat)
     {
@@ -168,8 +168,8 @@ namespace
 
     bool Crash(std::string const &, std::string const & sText)
     {
-        int const iVolatile = static_cast<int>(sText.size());
-        return sText == "old" || *reinterpret_cast<int volatile *>(static_cast<std::intptr_t>(iVolatile)) == 1;
+        auto const Address = static_cast<std::uintptr_t>(sText.size());   // unmapped; the compiler doesn't know it
+        return sText == "old" || *reinterpret_cast<int volatile *>(Address) == 1;
     }
 
     struct Service_s
