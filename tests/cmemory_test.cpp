@@ -25,7 +25,7 @@ namespace
         std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
     };
 
-    // Blocks and bytes that the categories hold more than before, where any changed.
+    // Blocks and bytes that the categories hold more than before, if any changed.
     using Changes_t = std::map<int, std::pair<std::ptrdiff_t, std::ptrdiff_t>>;
 
     Changes_t operator-(Figures_s const & New, Figures_s const & Old)

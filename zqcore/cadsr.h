@@ -34,7 +34,7 @@ public:
     /// The largest float: for hosts, the length of a phase that does not end.
     static constexpr double tMAX_TIME = 3.4028234663852886e+38;
 
-    /// An envelope of one unit of attack to the level 1.
+    /// Make an envelope of one unit of attack. The levels are 1 and 0.5, or as SetLevels sets them.
     ADSR_c() = default;
     ADSR_c(float fAttack, float fSustain) { SetLevels(fAttack, fSustain); }
     ADSR_c(ADSR_c const & Other) = default;

@@ -51,12 +51,12 @@ ZQ_API double AppGetDeltaTime(double tMinDelta);
 /// Returns whether the window with the keyboard is g_pAppWindow or a child of it. Asserts that g_pAppWindow is set.
 ZQ_API bool AppIsInFocus();
 
-/// Delivers the waiting messages of this thread's windows: all of them, or those of the keyboard.
+/// Deliver the waiting messages of this thread's windows: all of them, or those of the keyboard.
 ZQ_API void AppPurgeMessageQueue();
 ZQ_API void AppPurgeKeyboardQueue();
 
-/// Fires g_ResourceLoadCallbacker with the text, unless reports are blocked. Block blocks reports until Deploy. Calls
-/// do not nest: one Deploy ends any number of blocks.
+/// Fire g_ResourceLoadCallbacker with the text, unless reports are blocked; block reports; and end that. Calls do not
+/// nest: one ResourceLoadReportDeploy ends any number of blocks.
 ZQ_API void ResourceLoadReportCall(char const * szText);
 ZQ_API void ResourceLoadReportBlock();
 ZQ_API void ResourceLoadReportDeploy();

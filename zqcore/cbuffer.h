@@ -64,7 +64,7 @@ public:
     FileBuffer_c(FileBuffer_c const &) = delete;
     FileBuffer_c & operator=(FileBuffer_c const &) = delete;
 
-    /// Returns the file's contents. Returns null, and the length is 0, if a refresh could not read them again.
+    /// Return the file's contents and their length. Return null and 0 if a refresh could not read them again.
     void * GetBufferData() const override;
     unsigned int GetBufferDataLength() const override;
 

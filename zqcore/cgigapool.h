@@ -8,10 +8,10 @@
 // Ownership: a pool owns its elements, which count under the category of the moment. Reset frees those in use too.
 // Threads: no lock; one thread at a time.
 // Cost: Alloc and Free take constant time, a few nanoseconds. A pool adds 12 bytes for every 32 elements. A chunk adds
-//   up to 64 KB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KB, or
-//   up to 2 KB if addresses collide.
+// up to 64 KB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KB, or up
+// to 2 KB if addresses collide.
 // Failure: Alloc returns null if a fixed pool is full or the address space is used up. Free returns false for a foreign
-//   pointer. Misuse fails an assertion and changes nothing.
+// pointer. Misuse fails an assertion and changes nothing.
 //
 //     GigaPoolResizeable_c Pool(1000, 48);   // about 1000 elements of 48 bytes
 //     void * const pElement = Pool.Alloc(false);
@@ -57,7 +57,7 @@ public:
     static constexpr int GROUP_ELEMENTS = GigaGroup_c::ELEMENTS;    // elements of a group
     static constexpr int MAX_ELEMENTS = GigaSlab_c::MAX_ELEMENTS;   // maximum elements of a pool
 
-    /// A pool without storage; Init allocates it.
+    /// Make a pool, without storage or as Init does.
     GigaPoolStatic_c() = default;
     GigaPoolStatic_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
 
@@ -83,7 +83,7 @@ public:
     /// Returns whether the element was allocated as an array. Asserts IsValid(pPtr).
     bool IsArray(void const * pPtr) const;
 
-    /// Returns the bytes of an element, the number of elements in use, and the most that were in use at once.
+    /// Return the bytes of an element, the number of elements in use, and the most that were in use at once.
     int ElementSize() const { return m_Slab.GetElementSize(); }
     int WaterMark() const { return m_Marks.Level(); }
     int HighWaterMark() const { return m_Marks.Peak(); }
@@ -146,11 +146,11 @@ public:
         PageMap_T<Entry_s> m_Pages;
     };
 
-    /// A pool that Init must set up.
+    /// Make a pool. The first one requires Init before any other call.
     GigaPoolResizeable_c() = default;
     GigaPoolResizeable_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
 
-    /// A pool that shares a map with others: each frees elements of all. The map must outlive the pool.
+    /// Makes a pool that shares a map with others: each of them frees elements of all. The map must outlive the pool.
     GigaPoolResizeable_c(ChunkMap_c & Map, int iElements, int iElementSize);
     ~GigaPoolResizeable_c() { Reset(); }
     GigaPoolResizeable_c(GigaPoolResizeable_c const &) = delete;
@@ -164,9 +164,8 @@ public:
     /// Frees the chunks with all elements in use. Sizes and peak stay, and Alloc may follow.
     void Reset();
 
-    /// Allocates an element, and a chunk if necessary, and returns the element. Returns null only
-    /// - without an Init for elements of 1 byte or more,
-    /// - if no chunk fits into the address space.
+    /// Allocates an element, and a chunk if necessary, and returns the element. Returns null only if no chunk fits into
+    /// the address space, or if the element size of Init is below 1.
     void * Alloc(bool bArray);
 
     /// Returns whether the next Alloc takes the fast path, which does not fail.
@@ -182,7 +181,7 @@ public:
     /// Fails an assertion and returns false: it must not be called.
     bool IsArray(void const * pPtr) const;
 
-    /// Returns the bytes of an element, the number of elements in use, and the most that were in use at once.
+    /// Return the bytes of an element, the number of elements in use, and the most that were in use at once.
     int ElementSize() const { return m_iElementSize; }
     int WaterMark() const { return m_Marks.Level(); }
     int HighWaterMark() const { return m_Marks.Peak(); }

@@ -40,7 +40,7 @@ public:
     bool IsFull() const { return Lower(Masks()) == ALL; }
     bool HasTwoFree() const { return Lower(WithLowestFree(Masks())) != ALL; }
 
-    /// Returns whether the element is allocated, and whether it is allocated as an array.
+    /// Return whether the element is allocated, and whether it is allocated as an array.
     bool IsAllocated(unsigned iElement) const { return (m_iBits & Lower(BothBits(iElement))) != 0; }
     bool IsArray(unsigned iElement) const { return (m_iArray & Lower(BothBits(iElement))) != 0; }
 
@@ -57,10 +57,10 @@ public:
         Keep = 1
     };
 
-    /// Frees an element. Returns false and changes nothing if
-    /// - it is the last allocated one, and eLast is Keep,
+    /// Frees an element. Requires a group that is not full: a full one has to change its chain. Returns false and
+    /// changes nothing in these cases:
+    /// - it is the last allocated one, and eLast is Keep.
     /// - it is not allocated, or not with this bArray.
-    /// Requires a group that is not full: a full one has to change its chain.
     bool Free(unsigned iElement, bool bArray, Last_e eLast);
 
     /// Frees an element in any case.
@@ -137,7 +137,7 @@ public:
     /// Frees the storage. The sizes stay.
     void Reset();
 
-    /// Asserts that there is storage. Returns whether there is. The message of the second form names iWaterMark.
+    /// Assert that there is storage, and return whether there is. The message of the second function names iWaterMark.
     bool RequireStorage() const;
     bool RequireStorageToAlloc(int iWaterMark) const;
 

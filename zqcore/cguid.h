@@ -23,14 +23,14 @@
 class ZQ_API Guid_c
 {
 public:
-    /// The null identifier, all zero.
+    /// Makes the null identifier, all zero.
     Guid_c() = default;
 
-    /// An identifier of 11 fields, in the order of ToInitializerText.
+    /// Makes an identifier of 11 fields, in the order of ToInitializerText.
     Guid_c(std::uint32_t dwData1, std::uint16_t nData2, std::uint16_t nData3, std::uint8_t n0, std::uint8_t n1,
         std::uint8_t n2, std::uint8_t n3, std::uint8_t n4, std::uint8_t n5, std::uint8_t n6, std::uint8_t n7);
 
-    /// An identifier of 16 bytes, as four little-endian words.
+    /// Makes an identifier of 16 bytes, as four little-endian words.
     Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uint32_t dw3);
 
     /// Sets Guid to a new identifier and returns true. On failure a Warning states the reason, and Guid is unchanged.

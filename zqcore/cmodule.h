@@ -76,7 +76,7 @@ protected:
     /// returns its result. Asserts that the module is not initialised.
     virtual bool Initialize();
 
-    /// Second phase of the start: all modules are initialised.
+    /// Does the second phase of the start, when all modules are initialised.
     virtual void Initialize2();
 
     /// Stops the service. An override calls Module_c::Shutdown. It is also called on a module that was never

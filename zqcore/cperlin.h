@@ -1,8 +1,8 @@
 // cperlin.h: gradient noise in one, two and three dimensions (K. Perlin, "An Image Synthesizer", 1985).
 //
-// A lattice with a permutation of 256 and gradients of length 1, which the library's own generator draws from a seed: a
-// seed produces the same noise, bit for bit, on every machine. Noise is 0 at integer coordinates, repeats every 256
-// units, and ranges from -0.5 to 0.5. All arithmetic is single precision. 4096 is added to each coordinate first:
+// The lattice has a permutation of 256 and gradients of length 1. The library's own generator draws both from a seed,
+// so a seed produces the same noise, bit for bit, on every machine. Noise is 0 at integer coordinates, repeats every
+// 256 units, and ranges from -0.5 to 0.5. All arithmetic is single precision. 4096 is added to each coordinate first:
 // coordinates of -4096 and below have no continuous noise, and large ones lose their fraction.
 //
 // Ownership: the tables are static; points are values of the caller.
@@ -28,7 +28,7 @@ struct Vec3fpu_t
     float x, y, z;
 };
 
-/// Returns the noise at a point.
+/// Return the noise at a point.
 ZQ_API float PerlinNoise(float x);
 ZQ_API float PerlinNoise(Vector2_t const & Point);
 ZQ_API float PerlinNoise(Vec3fpu_t const & Point);

@@ -56,8 +56,7 @@ public:
     /// there are none.
     ZQ_API bool StartProp();
 
-    /// Writes the next name. Returns false, with an empty text, after the last one. Asserts that the buffer can hold
-    /// it.
+    /// Write the next name. Return false, with an empty text, after the last one. Assert that the buffer can hold it.
     ZQ_API bool NextProp(char * sValue, int nMaxLength);
     bool NextProp(String_T<256> & sValue) { return NextProp(sValue.GetBuffer(), 256); }
 

@@ -128,7 +128,7 @@ public:
         return *this;
     }
 
-    /// Stores the label of a name. A reader compares it; if the file holds another value, it calls Abort. The second
+    /// Store the label of a name. A reader compares it; if the file holds another value, it calls Abort. The second
     /// form takes a value that LabelCalc has returned.
     void Label(char const * sName) { Label(sName, LabelCalc(sName)); }
     void Label(char const * sName, std::uint32_t dwLabel);
@@ -240,6 +240,7 @@ public:
     /// Bytes of the buffer.
     static constexpr int BUFSIZE = 4096;
 
+    /// Creates the file as Writeable_c does.
     BufferedWriteable_c(char const * sFileName, std::uint32_t dwVersion);
 
     /// Writes the file of a replacement (cfilereplace.h), to which nothing was written yet and which must outlive the

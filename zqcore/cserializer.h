@@ -108,7 +108,7 @@ protected:
     /// Removes the serializer from the list.
     ~Serializer_c();
 
-    /// The body: stores the object at pObject, or makes or finds an object, sets pObject and loads it.
+    /// Stores the object at pObject, or makes or finds an object, sets pObject and loads it.
     virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
     /// Registers a part that other objects reach by pointers to its class. Writes the same record as RegisterPointer

@@ -51,6 +51,8 @@ public:
 
     /// Returns the text of a cell. Asserts 0 <= iCell < GetCellCount(), and returns an empty text otherwise.
     char const * GetCell(int iCell) const;
+
+    /// Returns the number of cells, padding included.
     int GetCellCount() const { return m_nCells; }
 
 private:
@@ -93,9 +95,9 @@ public:
     Spreadsheet_c(Spreadsheet_c const &) = delete;
     Spreadsheet_c & operator=(Spreadsheet_c const &) = delete;
 
-    /// Reads a file by name. pFmt names other separators than line feed and comma. The cursor is on the first row, if
-    /// there is one, and on no column. Returns false, with a line in the log and the spreadsheet closed, if the file
-    /// cannot be opened or read, or has no row. On an open spreadsheet returns false, and the open file stays.
+    /// Read a file by name. pFmt names other separators than line feed and comma. The cursor is on the first row, if
+    /// there is one, and on no column. Return false, with a line in the log and the spreadsheet closed, if the file
+    /// cannot be opened or read, or has no row. On an open spreadsheet return false, and the open file stays.
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
 

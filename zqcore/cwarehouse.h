@@ -53,27 +53,27 @@ public:
     /// Searches set no error. The place is unknown if a refresh has changed the text after the line was read.
     ZQ_API TextError_t const & GetLastError() const;
 
-    /// Writes the key of the open file. Returns false if there is none, which is always so with bCopy. Here and below,
-    /// a text is cut to fit a buffer of nMaxLength bytes, which is emptied first. Asserts that the buffer is not null
-    /// and nMaxLength above 1.
+    /// Write the key of the open file. Return false if there is none, which is always so with bCopy. Here and below, a
+    /// text is cut to fit a buffer of nMaxLength bytes, which is emptied first. Assert that the buffer is not null and
+    /// nMaxLength above 1.
     ZQ_API bool GetFileName(char * sName, int nMaxLength) const;
     bool GetFileName(String_T<256> & sName) const { return GetFileName(sName.GetBuffer(), 256); }
 
     /// Rewinds NextIdent and clears the work line. Returns false on a closed warehouse.
     ZQ_API bool StartIdent();
 
-    /// Makes the next item's line the work line and writes its ident in lower case. Returns false, without a work line,
+    /// Make the next item's line the work line and write its ident in lower case. Return false, without a work line,
     /// after the last one.
     ZQ_API bool NextIdent(char * sIdent, int nMaxLength);
     bool NextIdent(String_T<256> & sIdent) { return NextIdent(sIdent.GetBuffer(), 256); }
 
-    /// Makes the first line with this ident the work line. Returns false, without a work line, if there is none. Does
-    /// not disturb a walk with NextIdent.
+    /// Make the first line with this ident the work line. Return false, without a work line, if there is none. Do not
+    /// disturb a walk with NextIdent.
     ZQ_API bool FindIdent(char const * sIdent);
     bool SetWorkIdent(char const * sIdent) { return FindIdent(sIdent); }
 
-    /// Writes the ident of the work line. Returns false without a work line. The work line stays until the next search
-    /// or StartIdent.
+    /// Write the ident of the work line. Return false without a work line. The work line stays until the next search or
+    /// StartIdent.
     ZQ_API bool GetWorkIdent(char * sIdent, int nMaxLength) const;
     bool GetWorkIdent(String_T<256> & sIdent) const { return GetWorkIdent(sIdent.GetBuffer(), 256); }
 
@@ -103,8 +103,8 @@ public:
     /// forms do.
     ZQ_API bool Get(char const * sColumn, unsigned long & value) const;
 
-    /// Reads the cell as text; an empty cell is an empty text. Returns true for a text that is cut, and reports it only
-    /// in the log and GetLastError.
+    /// Read the cell as text; an empty cell is an empty text. Return true for a text that is cut, and report it only in
+    /// the log and GetLastError.
     ZQ_API bool Get(char const * sColumn, char * sResult, int nMaxLength) const;
     bool Get(char const * sColumn, String_T<256> & sResult) const { return Get(sColumn, sResult.GetBuffer(), 256); }
 

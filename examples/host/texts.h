@@ -25,6 +25,6 @@ Text_t Size(double fBytes);
 /// Returns a time in a suitable unit: 1.23 ms.
 Text_t Duration(double tSeconds);
 
-/// Returns a location as a path below the media root, with `/` and safe for a terminal.
+/// Return a location as a path below the media root, with `/` and safe for a terminal.
 Text_t BelowRoot(char const * szLocation);
 Text_t BelowRoot(File_c const & File);

@@ -23,7 +23,7 @@ namespace zqsymbols
             , m_Lines(Lines)
         {}
 
-        /// Requires that no thread was returned yet.
+        /// Adds a lock to look for. Requires that no thread was returned yet.
         void AddLock(Lock_t const & Lock) { m_dLocks.push_back(Lock); }
 
         /// Returns the lines of the next thread; empty at the end. Threads that hold or wait for a lock come first.

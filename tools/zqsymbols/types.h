@@ -26,7 +26,7 @@ namespace zqsymbols
         /// Returns the type of a variable or a member; 0 if it has none.
         plat::SymbolType_t Add(Dwarf_Die * pOwner);
 
-        /// Returns the variable or member that has the type, and the type without aliases and const. The address of
+        /// Return the variable or member that has the type, and the type without aliases and const. The address of
         /// either is null if there is none.
         Dwarf_Die GetOwner(plat::SymbolType_t nType) const { return Get(nType).Owner; }
         Dwarf_Die GetDie(plat::SymbolType_t nType) const { return Get(nType).Die; }
@@ -36,6 +36,9 @@ namespace zqsymbols
 
         /// Returns the size in bytes; 0 if unknown.
         std::uint64_t GetSize(plat::SymbolType_t nType) const;
+
+        /// Return the name, the fundamental type, the members, and the place of a member in its structure, as in
+        /// platform/symbols.h.
         std::string GetName(plat::SymbolType_t nType);
         plat::SymbolBase_e GetBase(plat::SymbolType_t nType) const;
         std::vector<plat::SymbolType_t> const & GetMembers(plat::SymbolType_t nType);

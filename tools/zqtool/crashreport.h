@@ -103,7 +103,7 @@ enum class CrashExtent_e
     Cause   // what the signature needs, and the process: no variables, sources, other threads or logs
 };
 
-/// Reads the text of a report, or of details. Returns the crashes in it, in order.
+/// Read the text of a report, or of details. Return the crashes in it, in order.
 std::vector<Crash_t> ReadCrashReport(
     std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent = CrashExtent_e::All);
 std::vector<Crash_t> ReadCrashDetails(
