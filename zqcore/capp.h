@@ -6,7 +6,8 @@
 // Ownership: the application owns the window and the texts that it sets. They must live until AppMiscShutdown.
 // Threads: main thread.
 // Cost: a call. Only the start and the end touch the disk.
-// Failure: no call fails. AppMiscStartup logs it if the current folder could not be changed.
+// Failure: AppIsInFocus asserts without g_pAppWindow. No other call fails. AppMiscStartup logs it if the current folder
+// could not be changed.
 //
 //     g_szApplicationName = "Robots";
 //     LogSetFile(L"logs/", L"message.log");

@@ -2,7 +2,7 @@
 //
 // A Callbacker_T<T> is an event. Any layer adds functions to it, and the owner of the event fires it with a payload.
 // - The function added last is called first.
-// - An exclusive entry hides all others.
+// - An exclusive entry hides those that were added before it.
 // - A receiver that changes the list ends the firing.
 // - Firing a list inside its own firing does nothing, unless it is forced.
 // - An exception of a receiver ends the firing and reaches the caller of Fire.
@@ -11,7 +11,7 @@
 // Threads: lists have no lock. Change and fire a list on one thread. The library fires its events of complaints and of
 // files on any thread, one receiver at a time (cdebug.h, cfile.h); change those at start-up and shutdown.
 // Cost: adding allocates a node in the category Noise. Firing allocates nothing.
-// Failure: no call fails.
+// Failure: adding to a list after an exclusive entry asserts. No other call fails.
 //
 //     Callbacker_T<int> OnScore;
 //     OnScore.Add([](int nPoints) { Log("%i points", nPoints); }, false);
@@ -61,7 +61,7 @@ public:
     CallbackerBase_T & operator=(CallbackerBase_T const &) = delete;
 
     /// Adds a function, which is called before the others. With bExclusive it is the only one called. Asserts that the
-    /// list holds no exclusive entry.
+    /// entry added last is not exclusive, and adds the function in any case.
     void Add(Function_t fn, bool bExclusive);
 
     /// Removes the entry of this function that was added last. Does nothing if there is none.
