@@ -48,6 +48,8 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
         Start.nThread = 0;
         Start.nLockMark = 0;
         std::ranges::generate(Start.dRegisters, GetAddress);
+        std::ranges::fill(Start.dVectors, 1);
+        Start.nVectors = plat::SYMBOL_VECTORS;
     }
     else if (nRecord == sizeof(plat::SymbolPrinter_t))
     {

@@ -27,7 +27,7 @@ namespace
         explicit Fault_s(std::uint32_t nCode, Word_t bWrite = 0)
             : Record{ nCode, 0x1234ABCD, { bWrite, 0x5678 } }
             , Context{ 0, reinterpret_cast<Word_t>(dStack) + 512, 0x300, 0xA, 0xB, 0xC, 0xD, 0x51, 0xD1, {}, 0xC5, 0x55,
-                0xD5, 0xE5, 0xF5, 0x65, 0xF1, {}, 0, 0 }
+                0xD5, 0xE5, 0xF5, 0x65, 0xF1, {}, 0, 0, 0, {} }
         {}
         std::uint32_t dStack[256] = { 0x57AC0000 };
         plat::FaultRecord_t Record;

@@ -204,6 +204,11 @@ namespace plat
         {
             return pFloats->swd & ~unsigned{ pFloats->cwd };
         }
+
+        void const * VectorsOf(fpregset_t pFloats)
+        {
+            return pFloats->_xmm;
+        }
 #else
         // The kernel's frame continues after the C library's: status and magic word, 6 words, MXCSR.
         unsigned MxcsrOf(fpregset_t pFloats)
@@ -222,6 +227,14 @@ namespace plat
         unsigned X87Raised(fpregset_t pFloats)
         {
             return static_cast<unsigned>(pFloats->sw & ~pFloats->cw);
+        }
+
+        // The magic word is 0 if the frame has them.
+        void const * VectorsOf(fpregset_t pFloats)
+        {
+            constexpr std::size_t VECTORS_OFFSET = 272;
+            bool const bPresent = pFloats->status >> 16 == 0;
+            return bPresent ? reinterpret_cast<char const *>(pFloats) + VECTORS_OFFSET : nullptr;
         }
 #endif
 
@@ -433,6 +446,17 @@ namespace plat
             Context.nX87Status = X87Status(pFloats);
         }
 
+        void CopyVectors(fpregset_t pFloats, FaultContext_t & Context)
+        {
+            constexpr std::size_t VECTOR_SIZE = 16;
+            auto const * const pVectors = static_cast<char const *>(pFloats != nullptr ? VectorsOf(pFloats) : nullptr);
+            Context.nVectors = pVectors == nullptr ? 0 : sizeof(void *) == 8 ? 16 : 8;
+            for (std::uint32_t i = 0; i < Context.nVectors; ++i)
+            {
+                std::memcpy(&Context.dVectors[i], pVectors + i * VECTOR_SIZE, sizeof Context.dVectors[i]);
+            }
+        }
+
         void CopyRegisters(ucontext_t const & Thread, FaultContext_t & Context)
         {
             auto const Register = [&Thread](int iRegister)
@@ -511,6 +535,7 @@ namespace plat
         Context = {};
         CopyRegisters(Thread, Context);
         CopyX87(Thread.uc_mcontext.fpregs, Context);
+        CopyVectors(Thread.uc_mcontext.fpregs, Context);
         Context.nThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
         Record = {};
         Record.Address = Context.nIp;

@@ -17,7 +17,7 @@ namespace plat
     inline constexpr int SYMBOL_MAPS = 4;
 
     /// Mark of these records, which changes with every change of them.
-    inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515332;
+    inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515333;
 
     /// Memory is requested in whole pages of this size. A page is readable as a whole or not at all.
     inline constexpr std::uint32_t SYMBOL_PAGE = 4096;
@@ -26,6 +26,7 @@ namespace plat
     inline constexpr std::uint32_t SYMBOL_TEXT = 4096;
 
     inline constexpr std::uint32_t SYMBOL_REGISTERS = 17;
+    inline constexpr std::uint32_t SYMBOL_VECTORS = 16;
     inline constexpr std::uint32_t SYMBOL_PRINTERS = 32;   // at most
     inline constexpr std::uint32_t SYMBOL_PRINTER_TYPE = 128;
     inline constexpr std::uint32_t SYMBOL_PRINTER_TEMPLATE = 256;
@@ -39,6 +40,8 @@ namespace plat
         std::uint32_t nPrinters;                      // records of SymbolPrinter_t that follow
         std::uint64_t nLockMark;                      // from a thread's thread pointer to what marks its locks
         std::uint64_t dRegisters[SYMBOL_REGISTERS];   // IP SP BP AX BX CX DX SI DI R8 to R15
+        std::uint64_t dVectors[SYMBOL_VECTORS];       // low halves of XMM0 to XMM15
+        std::uint64_t nVectors;                       // of them that are known
     };
 
     /// Printer of the values of a type, as SymbolsAddPrinter (symbols.h) adds it. Both texts are terminated.
@@ -101,6 +104,6 @@ namespace plat
         std::uint8_t dBytes[SYMBOL_PAGE];
     };
 
-    static_assert(sizeof(SymbolStart_t) == 160 && sizeof(SymbolRequest_t) == 32 && SYMBOL_ANSWER_HEAD == 56);
+    static_assert(sizeof(SymbolStart_t) == 296 && sizeof(SymbolRequest_t) == 32 && SYMBOL_ANSWER_HEAD == 56);
     static_assert(sizeof(SymbolMemory_t) == 8 + SYMBOL_PAGE);
 }

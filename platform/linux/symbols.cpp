@@ -206,6 +206,8 @@ namespace plat
                 Context.nCx, Context.nDx, Context.nSi, Context.nDi };
             std::copy(std::begin(dNamed), std::end(dNamed), Start.dRegisters);
             std::copy(std::begin(Context.dExtended), std::end(Context.dExtended), Start.dRegisters + std::size(dNamed));
+            Start.nVectors = std::min(Context.nVectors, SYMBOL_VECTORS);
+            std::copy_n(Context.dVectors, Start.nVectors, Start.dVectors);
             return Start;
         }
 

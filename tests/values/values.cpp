@@ -1,6 +1,13 @@
 // values.cpp: a program that crashes with variables of many kinds in its frames. compare.py compares what the report
 // says of them with what a debugger says.
 #include "zqcore/clog.h"
+#include "zqcore/cstring.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 // A function whose callers know nothing of it; in one mode they know which registers it leaves alone.
 #if defined(__clang__) || defined(KNOWN_TO_CALLERS)
@@ -13,7 +20,8 @@ namespace
 {
     enum class Colour_e : short
     {
-        Red = 3
+        Red = 3,
+        Blue
     };
     union Either_t
     {
@@ -106,7 +114,8 @@ namespace
             {
                 int nInLambda = nArgument + nCaptured + nMember;
                 Keep(nInLambda);
-                return Inlined(static_cast<double>(nInLambda)) + static_cast<int>(Whole.nBase);
+                int nKept = nInLambda * 3;   // in a register during the call, if there are any
+                return Inlined(static_cast<double>(nInLambda)) + static_cast<int>(Whole.nBase) + nKept;
             };
             Keep(nCaptured, Whole, Reference, fnLambda, *this);
             for (int nInLoop = 0; nInLoop < 2; ++nInLoop)
@@ -123,11 +132,34 @@ namespace
             return Run(nRuns + 1) + nCaptured;
         }
     };
+
+    // Whatever is not kept in memory is used after the call.
+    NOT_CHANGED int Contain(Object_t & Object, std::string_view sView, std::optional<short> iPassed, Colour_e eColour)
+    {
+        std::string sText("a text that is too long for the object"), sShort("a \"text\"\n");
+        std::vector<int> dNumbers(20, 70000);
+        std::vector<std::string> const dTexts = { sShort, "two" };
+        std::optional<Colour_e> iSome = eColour;
+        std::optional<int> iNone;
+        std::unique_ptr<Colour_e> pOwned = std::make_unique<Colour_e>(eColour), pNone;
+        std::string_view const sKept = sView.substr(2, 3);
+        String_T<16> sFixed("fixed");
+        Whole_t dWholes[2];
+        wchar_t const * wszWide = L"w\u00EFde";
+        int (*fnCall)(Passed_t, float) = Fault;
+        Colour_e const eUsed = static_cast<Colour_e>(static_cast<int>(eColour) + 1);
+        long nUsed = sText.size() * -1000L;
+        Keep(sText, sShort, dNumbers, dTexts, iSome, iNone, pOwned, pNone, sKept, sFixed, dWholes, wszWide, fnCall);
+        int const nResult = Object.Run(1);
+        Keep(sText, dNumbers, dTexts, iSome, iNone);
+        return nResult + static_cast<int>(eUsed) + static_cast<int>(nUsed) + static_cast<int>(sView.size()) + sView[0]
+               + *iPassed + static_cast<int>(eColour);
+    }
 }
 
 int main()
 {
     LogSetFile(L"./", L"message.log");
     Object_t Object;
-    return Object.Run(1);
+    return Contain(Object, "a view", 7, Colour_e::Red);
 }

@@ -31,14 +31,30 @@ namespace zqsymbols
             return Print("%08llX", static_cast<unsigned long long>(nAddress));
         }
 
+        using Bytes_t = std::vector<std::uint8_t>;
+
+        Bytes_t BytesOf(std::uint64_t nValue)
+        {
+            Bytes_t dBytes(sizeof(nValue));
+            std::memcpy(dBytes.data(), &nValue, sizeof(nValue));
+            return dBytes;
+        }
+
         // A constant that the debug information has in place of a location.
-        std::optional<std::uint64_t> ConstantOf(Dwarf_Die Die)
+        std::optional<Bytes_t> ConstantOf(Dwarf_Die Die)
         {
             Dwarf_Attribute Attribute;
             Dwarf_Word nValue = 0;
-            bool const bKnown = dwarf_attr_integrate(&Die, DW_AT_const_value, &Attribute) != nullptr
-                                && dwarf_formudata(&Attribute, &nValue) == 0;
-            return bKnown ? std::optional(nValue) : std::nullopt;
+            Dwarf_Block Block;
+            if (dwarf_attr_integrate(&Die, DW_AT_const_value, &Attribute) == nullptr)
+            {
+                return std::nullopt;
+            }
+            if (dwarf_formblock(&Attribute, &Block) == 0)
+            {
+                return Bytes_t(Block.data, Block.data + Block.length);
+            }
+            return dwarf_formudata(&Attribute, &nValue) == 0 ? std::optional(BytesOf(nValue)) : std::nullopt;
         }
     }
 
@@ -81,23 +97,29 @@ namespace zqsymbols
 
     std::optional<Value_t> FrameLines_c::ValueOf(Variable_t const & Variable)
     {
-        Value_t Value = { Variable.nType, 0, std::nullopt };
+        std::optional<Bytes_t> dBytes;
         switch (Variable.Place.ePlace)
         {
         case PLACE_ADDRESS:
-            Value.nAddress = Variable.Place.nValue;
-            return Value;
+            return Value_t{ Variable.nType, Variable.Place.nValue };
         case PLACE_VALUE:
-            Value.nBits = Variable.Place.nValue;
-            return Value;
+            dBytes = BytesOf(Variable.Place.nValue);
+            break;
         case PLACE_REGISTER:
-            Value.nBits = Variable.nRegister;
+            if (Variable.nRegister && m_Types.GetSize(Variable.nType) <= sizeof(*Variable.nRegister))
+            {
+                dBytes = BytesOf(*Variable.nRegister);
+            }
+            break;
+        case PLACE_BYTES:
+            dBytes = Variable.Place.dBytes;
             break;
         default:
-            Value.nBits = ConstantOf(Variable.Die);
+            dBytes = ConstantOf(Variable.Die);
             break;
         }
-        return Value.nBits ? std::optional(Value) : std::nullopt;
+        return dBytes ? std::optional(Value_t{ Variable.nType, 0, std::make_shared<Bytes_t>(std::move(*dBytes)) })
+                      : std::nullopt;
     }
 
     std::string FrameLines_c::Variable(Variable_t const & Variable)

@@ -28,7 +28,7 @@ namespace zqsymbols
     private:
         std::string Variable(Variable_t const & Variable);
         std::string Source(Line_t const & Line, bool bAround);
-        static std::optional<Value_t> ValueOf(Variable_t const & Variable);
+        std::optional<Value_t> ValueOf(Variable_t const & Variable);
 
         Process_c & m_Process;
         Types_c & m_Types;

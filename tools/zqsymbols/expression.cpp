@@ -1,15 +1,18 @@
 #include "tools/zqsymbols/expression.h"
 
+#include "tools/zqsymbols/dies.h"
 #include "tools/zqsymbols/places.h"
 
+#include <algorithm>
+#include <cstring>
 #include <dwarf.h>
-#include <vector>
 
 namespace zqsymbols
 {
     namespace
     {
-        constexpr int STEPS_MAX = 10000;   // an expression may jump back
+        constexpr int STEPS_MAX = 10000;        // an expression may jump back
+        constexpr std::size_t BYTES_MAX = 64;   // of a value in pieces
 
         class Evaluator_c
         {
@@ -23,22 +26,28 @@ namespace zqsymbols
             Place_t Run()
             {
                 Place_e eResult = PLACE_ADDRESS;
-                for (int nSteps = 0; m_iOperation < m_dOperations.size() && eResult == PLACE_ADDRESS; ++nSteps)
+                bool bPieces = false;
+                for (int nSteps = 0; m_iOperation < m_dOperations.size(); ++nSteps)
                 {
                     Dwarf_Op const & Operation = m_dOperations[m_iOperation++];
-                    bool const bDone = Push(Operation) || Compute(Operation) || Rearrange(Operation);
-                    if (!bDone && !Place(Operation, eResult))
+                    bool const bPiece = Operation.atom == DW_OP_piece;
+                    bool const bMore = eResult == PLACE_ADDRESS;   // only a piece comes after any other place
+                    bool const bDone = bPiece ? AddPiece(eResult, Operation.number)
+                                              : bMore
+                                                    && (Push(Operation) || Compute(Operation) || Rearrange(Operation)
+                                                        || Place(Operation, eResult));
+                    if (!bDone || m_bFailed || nSteps > STEPS_MAX)
                     {
                         return {};
                     }
-                    if (m_bFailed || nSteps > STEPS_MAX)
-                    {
-                        return {};
-                    }
+                    bPieces = bPieces || bPiece;
                 }
-                // An operation after a location makes it a piece.
-                bool const bWhole = m_iOperation == m_dOperations.size() && !m_dStack.empty();
-                return bWhole ? Place_t{ eResult, m_dStack.back() } : Place_t{};
+                if (bPieces || eResult == PLACE_BYTES)
+                {
+                    bool const bWhole = m_dStack.empty() && eResult == (bPieces ? PLACE_ADDRESS : PLACE_BYTES);
+                    return bWhole ? Place_t{ PLACE_BYTES, 0, bPieces ? m_dPieces : m_dBytes } : Place_t{};
+                }
+                return m_dStack.empty() ? Place_t{} : Place_t{ eResult, m_dStack.back() };
             }
 
         private:
@@ -70,9 +79,60 @@ namespace zqsymbols
 
             std::optional<std::uint64_t> Register(std::uint64_t iRegister) const
             {
-                auto const i = static_cast<unsigned>(std::min<std::uint64_t>(iRegister, plat::SYMBOL_REGISTERS));
+                auto const i = static_cast<unsigned>(std::min<std::uint64_t>(iRegister, REGISTERS));
                 return m_Surroundings.Registers.IsKnown(i) ? std::optional(m_Surroundings.Registers.dValues[i])
                                                            : std::nullopt;
+            }
+
+            // Adds the first bytes of what the expression has found so far, and starts the next piece. Returns false if
+            // they are unknown.
+            bool AddPiece(Place_e & eResult, std::uint64_t nBytes)
+            {
+                std::uint8_t dBytes[BYTES_MAX];
+                std::uint64_t const nValue = eResult == PLACE_BYTES ? 0 : Take();
+                std::optional<std::uint64_t> const nBits = eResult == PLACE_REGISTER ? Register(nValue) : nValue;
+                bool bKnown = !m_bFailed && nBytes <= BYTES_MAX - m_dPieces.size();
+                if (eResult == PLACE_ADDRESS)
+                {
+                    bKnown = bKnown && m_Process.Read(nValue, dBytes, nBytes);
+                }
+                else if (eResult == PLACE_BYTES)
+                {
+                    bKnown = bKnown && nBytes <= m_dBytes.size();
+                    std::copy_n(m_dBytes.begin(), bKnown ? nBytes : 0, dBytes);
+                }
+                else
+                {
+                    std::uint64_t const nNumber = nBits.value_or(0);
+                    bool const bFits = nBytes <= (eResult == PLACE_VALUE ? m_Process.GetWord() : sizeof(nNumber));
+                    bKnown = bKnown && nBits && bFits;
+                    std::memcpy(dBytes, &nNumber, bKnown ? nBytes : 0);
+                }
+                m_dPieces.insert(m_dPieces.end(), dBytes, dBytes + (bKnown ? nBytes : 0));
+                eResult = PLACE_ADDRESS;
+                m_dStack.clear();
+                return bKnown;
+            }
+
+            // Keeps of a number what an integer type of its own holds. No other types are known.
+            void PutConverted(Dwarf_Op const & Operation, bool bGeneric, std::optional<std::uint64_t> nNumber)
+            {
+                Dwarf_Die Type;
+                Dwarf_Word nSize = 0;
+                bool const bType = !bGeneric && m_Surroundings.pAttribute != nullptr
+                                   && dwarf_getlocation_die(m_Surroundings.pAttribute, &Operation, &Type) == 0
+                                   && dwarf_aggregate_size(&Type, &nSize) == 0;
+                std::uint64_t const nEncoding = bType ? Number(&Type, DW_AT_encoding, 0) : 0;
+                bool const bSigned = nEncoding == DW_ATE_signed || nEncoding == DW_ATE_signed_char;
+                bool const bInteger = bSigned || nEncoding == DW_ATE_unsigned || nEncoding == DW_ATE_unsigned_char
+                                      || nEncoding == DW_ATE_boolean || nEncoding == DW_ATE_address;
+                m_bFailed |= !bGeneric && (!bInteger || nSize == 0 || nSize > m_Process.GetWord());
+                m_bUnsigned |= !bSigned && nSize == m_Process.GetWord();
+                std::uint64_t const nOther = m_bFailed || bGeneric ? 0 : 64 - nSize * 8;
+                std::uint64_t const nHigh = nNumber.value_or(0) << nOther;
+                std::uint64_t const nExtended =
+                    bSigned ? static_cast<std::uint64_t>(static_cast<std::int64_t>(nHigh) >> nOther) : nHigh >> nOther;
+                PutIfKnown(nNumber ? std::optional(nExtended) : std::nullopt);
             }
 
             // Returns a number from the table of addresses.
@@ -101,7 +161,7 @@ namespace zqsymbols
                 }
                 bool const bShort = pInner->atom >= DW_OP_reg0 && pInner->atom <= DW_OP_reg31;
                 std::uint64_t const iRegister = bShort ? pInner->atom - DW_OP_reg0 : pInner->number;
-                return (bShort || pInner->atom == DW_OP_regx) && iRegister < plat::SYMBOL_REGISTERS
+                return (bShort || pInner->atom == DW_OP_regx) && iRegister < REGISTERS
                            ? EntryValue(m_Process, m_Surroundings, static_cast<unsigned>(iRegister))
                            : std::nullopt;
             }
@@ -178,6 +238,20 @@ namespace zqsymbols
                 case DW_OP_neg:
                     Put(0 - Take());
                     return true;
+                case DW_OP_convert:
+                case DW_OP_GNU_convert:
+                case DW_OP_reinterpret:
+                case DW_OP_GNU_reinterpret:
+                    PutConverted(Operation, Operation.number == 0, Take());
+                    return true;
+                case DW_OP_regval_type:
+                case DW_OP_GNU_regval_type:
+                    PutConverted(Operation, false, Register(Operation.number));
+                    return true;
+                case DW_OP_deref_type:
+                case DW_OP_GNU_deref_type:
+                    PutConverted(Operation, false, m_Process.ReadNumber(Take(), Operation.number));
+                    return true;
                 case DW_OP_not:
                     Put(~Take());
                     return true;
@@ -209,7 +283,10 @@ namespace zqsymbols
                 std::int64_t const nSignedSecond = Signed(nSecond);
                 std::int64_t const nSignedFirst = Signed(nFirst);
                 bool const bShifts = nSecond < nBits;
+                bool const bBySign =
+                    nCode == DW_OP_div || nCode == DW_OP_mod || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);
                 m_bFailed |= (nCode == DW_OP_div || nCode == DW_OP_mod) && (nSecond == 0 || nSignedSecond == -1);
+                m_bFailed |= m_bUnsigned && bBySign;   // all numbers are computed as signed ones
                 if (m_bFailed)
                 {
                     return true;
@@ -334,11 +411,20 @@ namespace zqsymbols
                 }
             }
 
-            // Runs an operation that ends an expression: a register by its number, or the computed value. Returns false
-            // for any other.
+            // Runs an operation that ends an expression or a piece: a register by its number, or the computed value.
+            // Returns false for any other.
             bool Place(Dwarf_Op const & Operation, Place_e & eResult)
             {
                 unsigned const nCode = Operation.atom;
+                Dwarf_Block Block;
+                if (nCode == DW_OP_implicit_value && m_Surroundings.pAttribute != nullptr
+                    && dwarf_getlocation_implicit_value(m_Surroundings.pAttribute, &Operation, &Block) == 0
+                    && Block.length <= BYTES_MAX)
+                {
+                    m_dBytes.assign(Block.data, Block.data + Block.length);
+                    eResult = PLACE_BYTES;
+                    return true;
+                }
                 if (nCode == DW_OP_stack_value)
                 {
                     eResult = PLACE_VALUE;
@@ -359,6 +445,8 @@ namespace zqsymbols
             std::span<Dwarf_Op const> m_dOperations;
             std::size_t m_iOperation = 0;
             std::vector<std::uint64_t> m_dStack;
+            std::vector<std::uint8_t> m_dBytes, m_dPieces;
+            bool m_bUnsigned = false;   // a number may need all bits of an unsigned one
             bool m_bFailed = false;
         };
     }

@@ -7,21 +7,24 @@
 #include <map>
 #include <span>
 #include <utility>
+#include <vector>
 
 namespace zqsymbols
 {
     enum Place_e
     {
-        PLACE_UNKNOWN,    // optimised out, in pieces, or by an operation that needs more than a frame's registers
+        PLACE_UNKNOWN,    // optimised out, or by an operation that needs more than a frame's registers
         PLACE_REGISTER,   // nValue: DWARF's number of the register
         PLACE_ADDRESS,
-        PLACE_VALUE   // the value itself, which is stored nowhere
+        PLACE_VALUE,   // the value itself, which is stored nowhere
+        PLACE_BYTES    // likewise: dBytes, which may be stored in several places
     };
 
     struct Place_t
     {
         Place_e ePlace = PLACE_UNKNOWN;
         std::uint64_t nValue = 0;
+        std::vector<std::uint8_t> dBytes{};
     };
 
     struct Frame_t;

@@ -103,12 +103,14 @@ namespace zqsymbols
         std::optional<std::uint64_t> nValue;
         if (nOperations == 0)
         {
-            bool const bSame = pOperations == nullptr && Frame.Registers.IsKnown(iRegister)
-                               && iRegister != m_Process.GetInstruction() && iRegister != m_Process.GetStackPointer();
-            nValue = bSame ? std::optional(Frame.Registers.dValues[iRegister]) : std::nullopt;
+            // libdw's defaults for such registers are not those of the ABI: by them AX is left alone and BX is not.
             std::uint32_t const nBit = 1u << iRegister;
-            bool const bAssumed = pOperations == dOwn && iRegister != m_Process.GetInstruction();
-            if (bAssumed && ((Frame.Registers.nKnown | Frame.Registers.nAssumed) & nBit) != 0)
+            bool const bGeneral = iRegister != m_Process.GetInstruction() && iRegister != m_Process.GetStackPointer();
+            if (bGeneral && m_Process.IsKept(iRegister) && Frame.Registers.IsKnown(iRegister))
+            {
+                nValue = Frame.Registers.dValues[iRegister];
+            }
+            else if (bGeneral && ((Frame.Registers.nKnown | Frame.Registers.nAssumed) & nBit) != 0)
             {
                 Caller.Registers.dValues[iRegister] = Frame.Registers.dValues[iRegister];
                 Caller.Registers.nAssumed |= nBit;

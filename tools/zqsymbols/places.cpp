@@ -1,5 +1,6 @@
 #include "tools/zqsymbols/places.h"
 
+#include <algorithm>
 #include <cstring>
 #include <dwarf.h>
 
@@ -123,6 +124,17 @@ namespace zqsymbols
             return szProducer != nullptr && std::strncmp(szProducer, "GNU ", 4) == 0;
         }
 
+        // Returns the first address of a function. One in several parts may have no attribute that says it.
+        std::optional<Dwarf_Addr> EntryOf(Dwarf_Die * pFunction)
+        {
+            Dwarf_Addr nEntry = 0;
+            Dwarf_Addr nBase = 0;
+            Dwarf_Addr nEnd = 0;
+            bool const bKnown =
+                dwarf_entrypc(pFunction, &nEntry) == 0 || dwarf_ranges(pFunction, 0, &nBase, &nEntry, &nEnd) > 0;
+            return bKnown ? std::optional(nEntry) : std::nullopt;
+        }
+
         // Finds an entry value at the call, by the parameter that is passed in the register.
         std::optional<std::uint64_t> ValueAtCall(
             Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
@@ -136,12 +148,11 @@ namespace zqsymbols
             {
                 return std::nullopt;
             }
-            Dwarf_Addr nEntry = 0;
             Dwarf_Die Call;
             std::vector<Dwarf_Die> dOwn = Process.ScopesAt(*Own, Frame.GetInside());
             std::vector<Dwarf_Die> dScopes = Process.ScopesAt(*Unit, pCaller->GetInside());
-            if (dOwn.empty() || dScopes.empty() || dwarf_entrypc(&dOwn.front(), &nEntry) != 0
-                || !FindCall(dScopes, pCaller->nAddress - Unit->nBias, &Call))
+            std::optional<Dwarf_Addr> const nEntry = dOwn.empty() ? std::nullopt : EntryOf(&dOwn.front());
+            if (!nEntry || dScopes.empty() || !FindCall(dScopes, pCaller->nAddress - Unit->nBias, &Call))
             {
                 return std::nullopt;
             }
@@ -149,7 +160,7 @@ namespace zqsymbols
                 Process, *pCaller, *Unit, &dScopes.front(), *Surroundings.pEntryValues, Surroundings.nCallers + 1);
             Dwarf_Addr const nInCaller = pCaller->GetInside() - Unit->nBias;
             Dwarf_Die Parameter;
-            bool bGoesOn = Calls(Process, Caller, &Call, nInCaller, &dOwn.front(), nEntry + Own->nBias)
+            bool bGoesOn = Calls(Process, Caller, &Call, nInCaller, &dOwn.front(), *nEntry + Own->nBias)
                            && dwarf_child(&Call, &Parameter) == 0;
             for (; bGoesOn; bGoesOn = dwarf_siblingof(&Parameter, &Parameter) == 0)
             {
@@ -167,13 +178,13 @@ namespace zqsymbols
 
     std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers)
     {
-        bool const bKnown =
-            Place.ePlace != PLACE_UNKNOWN
-            && (Place.ePlace != PLACE_REGISTER
-                || (Place.nValue < plat::SYMBOL_REGISTERS && Registers.IsKnown(static_cast<unsigned>(Place.nValue))));
-        return !bKnown                          ? std::nullopt
-               : Place.ePlace == PLACE_REGISTER ? std::optional(Registers.dValues[Place.nValue])
-                                                : std::optional(Place.nValue);
+        if (Place.ePlace == PLACE_REGISTER)
+        {
+            auto const iRegister = static_cast<unsigned>(std::min<std::uint64_t>(Place.nValue, REGISTERS));
+            return Registers.IsKnown(iRegister) ? std::optional(Registers.dValues[iRegister]) : std::nullopt;
+        }
+        bool const bNumber = Place.ePlace == PLACE_ADDRESS || Place.ePlace == PLACE_VALUE;
+        return bNumber ? std::optional(Place.nValue) : std::nullopt;
     }
 
     Surroundings_t SurroundingsOf(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit,

@@ -14,21 +14,21 @@
 
 namespace zqsymbols
 {
-    /// A thread's registers by DWARF's numbers. The one after the last general register is the instruction's address.
+    inline constexpr unsigned REGISTERS = 33;   // by their numbers
+
+    /// A thread's registers by DWARF's numbers. The one after the last general register is the instruction's address. Of
+    /// vector registers it has the low halves.
     struct Registers_t
     {
-        std::array<std::uint64_t, plat::SYMBOL_REGISTERS> dValues{};
-        std::uint32_t nKnown = 0;     // a bit for each register whose value is known
+        std::array<std::uint64_t, REGISTERS> dValues{};
+        std::uint64_t nKnown = 0;     // a bit for each register whose value is known
         std::uint32_t nAssumed = 0;   // likewise; known if the functions called since then left it alone
 
-        bool IsKnown(unsigned iRegister) const
-        {
-            return iRegister < plat::SYMBOL_REGISTERS && (nKnown >> iRegister & 1) != 0;
-        }
+        bool IsKnown(unsigned iRegister) const { return iRegister < REGISTERS && (nKnown >> iRegister & 1) != 0; }
         void Set(unsigned iRegister, std::uint64_t nValue)
         {
             dValues[iRegister] = nValue;
-            nKnown |= 1u << iRegister;
+            nKnown |= std::uint64_t{ 1 } << iRegister;
         }
     };
 
@@ -42,6 +42,13 @@ namespace zqsymbols
         unsigned GetInstruction() const { return m_nWord == 8 ? 16 : 8; }
         unsigned GetStackPointer() const { return m_nWord == 8 ? 7 : 4; }
         unsigned GetFramePointer() const { return m_nWord == 8 ? 6 : 5; }
+
+        /// Returns whether a function must leave a register as it found it: BX, BP, and R12 to R15, or else SI and DI.
+        bool IsKept(unsigned iRegister) const
+        {
+            constexpr unsigned KEPT_64 = 0xF048, KEPT_32 = 0x00E8;
+            return ((m_nWord == 8 ? KEPT_64 : KEPT_32) >> iRegister & 1) != 0;
+        }
         std::uint64_t Cut(std::uint64_t nValue) const { return m_nWord == 8 ? nValue : nValue & 0xFFFFFFFF; }
         Registers_t const & GetRegisters() const { return m_Registers; }
         std::uint32_t GetThread() const { return m_nThread; }           // the system's number of the thread

@@ -15,6 +15,7 @@ namespace zqsymbols
     namespace
     {
         constexpr char UNREADABLE[] = "(unreadable)";
+        constexpr char OPTIMIZED_OUT[] = "(optimized out)";
         constexpr char LEFT_OUT[] = "{...}";
         constexpr std::uint64_t TEXT_UNITS = 200;     // of a text that are shown
         constexpr std::uint64_t ELEMENTS = 16;        // of a container
@@ -82,6 +83,12 @@ namespace zqsymbols
             }
         }
 
+        // What is shown of a value that has not all of its bytes.
+        std::string Missing(Value_t const & Value)
+        {
+            return Value.pBytes ? OPTIMIZED_OUT : UNREADABLE;
+        }
+
         std::int64_t SignExtended(std::uint64_t nBits, std::uint64_t nWidth)
         {
             return nWidth >= 64 ? static_cast<std::int64_t>(nBits)
@@ -126,14 +133,14 @@ namespace zqsymbols
 
     bool Values_c::Fetch(Value_t const & Value, std::uint64_t nOffset, void * pBuffer, std::size_t nBytes)
     {
-        if (!Value.nBits)
+        if (!Value.pBytes)
         {
             return m_Process.Read(m_Process.Cut(Value.nAddress + nOffset), pBuffer, nBytes);
         }
-        bool const bInside = nOffset <= sizeof(*Value.nBits) && nBytes <= sizeof(*Value.nBits) - nOffset;
+        bool const bInside = nOffset <= Value.pBytes->size() && nBytes <= Value.pBytes->size() - nOffset;
         if (bInside)
         {
-            std::memcpy(pBuffer, reinterpret_cast<char const *>(&*Value.nBits) + nOffset, nBytes);
+            std::memcpy(pBuffer, Value.pBytes->data() + nOffset, nBytes);
         }
         return bInside;
     }
@@ -172,7 +179,7 @@ namespace zqsymbols
                 Dwarf_Die Owner = m_Types.GetOwner(nMember);
                 if (dwarf_tag(&Owner) != DW_TAG_inheritance && NameOf(&Owner) == sName)
                 {
-                    return Value_t{ nMember, Value.nAddress, Value.nBits };
+                    return Value_t{ nMember, Value.nAddress, Value.pBytes };
                 }
                 if (IsFlat(nMember))
                 {
@@ -199,11 +206,11 @@ namespace zqsymbols
         }
         if (dwarf_tag(&Type) == DW_TAG_array_type)
         {
-            return Value_t{ m_Types.Add(&Type), Pointer.nAddress + Offset(Pointer), std::nullopt };
+            return Value_t{ m_Types.Add(&Type), Pointer.nAddress + Offset(Pointer), nullptr };
         }
         std::optional<std::uint64_t> const nAddress =
             IsPointer(dwarf_tag(&Type)) ? NumberAt(Pointer, 0, GetWord()) : std::nullopt;
-        return nAddress ? std::optional(Value_t{ m_Types.Add(&Type), *nAddress, std::nullopt }) : std::nullopt;
+        return nAddress ? std::optional(Value_t{ m_Types.Add(&Type), *nAddress, nullptr }) : std::nullopt;
     }
 
     Value_t Values_c::Referred(Value_t const & Value)
@@ -243,7 +250,7 @@ namespace zqsymbols
         std::uint64_t const nSize = m_Types.GetSize(nElement);
         for (std::uint64_t i = 0; i < std::min(nCount, ELEMENTS) && sText.size() <= VALUE_SIZE; ++i)
         {
-            sText += (i == 0 ? "" : ", ") + Show({ nElement, nAddress + i * nSize, std::nullopt }, nDepth);
+            sText += (i == 0 ? "" : ", ") + Show({ nElement, nAddress + i * nSize, nullptr }, nDepth);
         }
         sText += nCount > ELEMENTS ? ", ... " + std::to_string(nCount) + " elements" : "";
         return sText + (nCount == 0 ? "}" : " }");
@@ -255,7 +262,7 @@ namespace zqsymbols
         std::uint64_t const nSize = m_Types.GetSize(Value.nType);
         if (nSize == 0 || nSize > sizeof(dBytes) || !Fetch(Value, Offset(Value), dBytes, nSize))
         {
-            return UNREADABLE;
+            return Missing(Value);
         }
         auto const nEncoding = Number(&Type, DW_AT_encoding, 0);
         MemberPlace_t const & Place = m_Types.GetPlace(Value.nType);
@@ -294,7 +301,7 @@ namespace zqsymbols
         std::optional<std::uint64_t> nRead = NumberAt(Value, 0, nSize);
         if (!nRead)
         {
-            return UNREADABLE;
+            return Missing(Value);
         }
         MemberPlace_t const & Place = m_Types.GetPlace(Value.nType);
         bool const bField = Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64;
@@ -337,13 +344,13 @@ namespace zqsymbols
         std::optional<Value_t> const At = Target(Value);
         if (!At)
         {
-            return UNREADABLE;
+            return Missing(Value);
         }
         Dwarf_Die Pointed = m_Types.GetDie(At->nType);
         std::uint64_t const nWidth = CharWidth(Pointed, m_Types.GetSize(At->nType));
         if (nWidth != 0 && m_Process.ReadNumber(At->nAddress, 1))
         {
-            return Text({ 0, At->nAddress, std::nullopt }, UINT64_MAX, nWidth, true);
+            return Text({ 0, At->nAddress, nullptr }, UINT64_MAX, nWidth, true);
         }
         bool const bFunction = Pointed.addr != nullptr && dwarf_tag(&Pointed) == DW_TAG_subroutine_type;
         std::optional<Function_t> const Function = bFunction ? FunctionAt(m_Process, At->nAddress) : std::nullopt;
@@ -365,7 +372,7 @@ namespace zqsymbols
         {
             return Text(Value, nCount, nWidth, true);
         }
-        return Value.nBits ? UNREADABLE : Elements(nElement, Value.nAddress + Offset(Value), nCount, nDepth - 1);
+        return Value.pBytes ? UNREADABLE : Elements(nElement, Value.nAddress + Offset(Value), nCount, nDepth - 1);
     }
 
     std::string Values_c::ShowStructure(Value_t const & Value, int nDepth)
@@ -397,7 +404,7 @@ namespace zqsymbols
             Dwarf_Die Owner = m_Types.GetOwner(nMember);
             bool const bBase = dwarf_tag(&Owner) == DW_TAG_inheritance;
             sText += bBase ? "" : "." + Escaped(NameOf(&Owner)) + " = ";
-            sText += Show({ nMember, Value.nAddress, Value.nBits }, nDepth - 1);
+            sText += Show({ nMember, Value.nAddress, Value.pBytes }, nDepth - 1);
         }
         return "{" + sText + (sText.empty() ? "}" : " }");
     }
@@ -428,7 +435,7 @@ namespace zqsymbols
             return Shortened(ShowStructure(Value, nDepth), VALUE_SIZE);
         default:
             std::optional<std::uint64_t> const nNumber = NumberAt(Value, 0, m_Types.GetSize(Value.nType));
-            return nNumber ? Hex(*nNumber) : UNREADABLE;
+            return nNumber ? Hex(*nNumber) : Missing(Value);
         }
     }
 
@@ -437,7 +444,7 @@ namespace zqsymbols
     {
         for (plat::SymbolType_t const nMember : std::vector(m_Types.GetMembers(Value.nType)))
         {
-            Value_t const Member = { nMember, Value.nAddress, Value.nBits };
+            Value_t const Member = { nMember, Value.nAddress, Value.pBytes };
             if (IsFlat(nMember))
             {
                 AddMembers(Member, sIndent, nDepth, nLeft, sText);

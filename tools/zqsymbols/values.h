@@ -7,7 +7,9 @@
 #include "tools/zqsymbols/printers.h"
 #include "tools/zqsymbols/types.h"
 
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace zqsymbols
 {
@@ -16,7 +18,7 @@ namespace zqsymbols
     {
         plat::SymbolType_t nType = 0;
         std::uint64_t nAddress = 0;
-        std::optional<std::uint64_t> nBits{};   // the value itself, if it is not in memory
+        std::shared_ptr<std::vector<std::uint8_t> const> pBytes{};   // the value itself, if it is not in memory
     };
 
     class Values_c
