@@ -11,7 +11,7 @@
 // up to 64 KB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KB, or up
 // to 2 KB if addresses collide.
 // Failure: Alloc returns null if a fixed pool is full or the address space is used up. Free returns false for a foreign
-// pointer. Misuse fails an assertion and changes nothing.
+// pointer. Misuse fails an assertion and changes nothing, unless a declaration says otherwise.
 //
 //     GigaPoolResizeable_c Pool(1000, 48);   // about 1000 elements of 48 bytes
 //     void * const pElement = Pool.Alloc(false);
@@ -70,11 +70,13 @@ public:
     void Reset();
 
     /// Allocates and returns an element, or null if the pool is full. The element that was freed last from a full group
-    /// comes first. An element that is allocated with bArray is freed with bArray.
+    /// comes first. An element that is allocated with bArray is freed with bArray. Asserts that there is storage, and
+    /// returns null otherwise.
     void * Alloc(bool bArray);
 
     /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool.
-    /// Asserts that the element is in use, and was allocated with this bArray; an element not in use stays so.
+    /// Asserts that there is storage, that the element is in use, and that it was allocated with this bArray. An
+    /// element in use is freed even with a wrong bArray.
     bool Free(void const * pPtr, bool bArray);
 
     /// Returns whether the pointer lies in the storage. Asserts that there is storage.
@@ -117,11 +119,12 @@ public:
         /// Returns the pool that holds the address in a chunk other than its spare, or null.
         GigaPoolResizeable_c * FindPool(void const * pPtr) const;
 
-        /// Frees the element that holds the address. Returns false if there is none.
+        /// Frees the element that holds the address, as GigaPoolStatic_c::Free does. Returns false if no chunk, or only
+        /// a spare, holds the address.
         bool Free(void const * pPtr, bool bArray) const;
 
-        /// Add a chunk, remove it, and return that of an address, or null. Only the pool calls them. The storage of a
-        /// chunk has the ALIGNMENT, so that no two chunks share a page.
+        /// Add a chunk, remove it, and return that of an address, or null for none or a spare. Only the pool calls
+        /// them. The storage of a chunk has the ALIGNMENT, so that no two chunks share a page.
         void Add(Chunk_s & Chunk);
         void Remove(Chunk_s const & Chunk);
         Chunk_s * Find(void const * pPtr) const;
@@ -164,8 +167,10 @@ public:
     /// Frees the chunks with all elements in use. Sizes and peak stay, and Alloc may follow.
     void Reset();
 
-    /// Allocates an element, and a chunk if necessary, and returns the element. Returns null only if no chunk fits into
-    /// the address space, or if the element size of Init is below 1.
+    /// Allocates an element, and a chunk if necessary, and returns the element. Asserts and returns null only in these
+    /// cases:
+    /// - No chunk fits into the address space.
+    /// - Init has not been called with at least one element of at least one byte.
     void * Alloc(bool bArray);
 
     /// Returns whether the next Alloc takes the fast path, which does not fail.

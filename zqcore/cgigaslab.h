@@ -9,7 +9,8 @@
 // Ownership: a slab owns its elements and records; an open group points into them.
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
-// Failure: a slab that gets no memory asserts and has no storage. Misuse fails an assertion and changes nothing.
+// Failure: a slab that gets no memory asserts and has no storage. Misuse fails an assertion and changes nothing, but an
+// element that was allocated with another bArray is freed.
 #pragma once
 
 #include "zqcore/cdebug.h"

@@ -9,7 +9,7 @@
 // Threads: no lock. The caller must lock a table that several threads use, unless none of them changes it.
 // Cost: no allocation. A table in static storage is constant-initialised: it costs nothing at load, and is usable
 //   before any constructor runs.
-// Failure: Add returns whether the key is present already or the table is full, and then changes nothing.
+// Failure: Add returns HASH_PRESENT or HASH_FULL and changes nothing. A search returns null, a deletion false.
 //
 //     struct Item_s { String_T<32> sName; } Sword{ "sword" };
 //     static StringHash_T<Item_s, 32, 256, 3> s_Items;

@@ -6,8 +6,8 @@
 //
 // Ownership: the pool owns all blocks. Its destructor frees those that are still allocated.
 // Threads: no lock; one thread at a time.
-// Cost: the class of a request is found by one table read up to 1024 bytes, and by a walk over the classes above that.
-// The pools allocate whole chunks.
+// Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests take a walk over the classes,
+// and so do sizes next to a class size that is not a multiple of 4. The pools allocate whole chunks.
 // Failure: a request above the largest class ends in Abort. Wrong use asserts.
 //
 //     StaticMemoryPool_c Pool("events");
@@ -46,8 +46,8 @@ public:
     /// array; Free compares it with its own.
     void * Alloc(unsigned int nBytes, bool bArray);
 
-    /// Frees a block and returns true. Asserts that the block is allocated, and with this bArray. Returns false if no
-    /// class holds the pointer.
+    /// Frees a block and returns true. Asserts that the block is allocated, and with this bArray. A block is freed even
+    /// with a wrong bArray. Returns false if no class holds the pointer.
     bool Free(void const * pPtr, bool bArray);
 
     /// Returns the block size, in bytes, of the class that holds the pointer. Returns 0 if none does.

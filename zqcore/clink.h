@@ -4,7 +4,7 @@
 //
 // Ownership: the caller owns the nodes. LinkFreeAll frees those that come from ZQ_NEW.
 // Threads: no lock: one thread at a time.
-// Cost: constant time. Nothing allocates.
+// Cost: constant time; LinkFreeAll is linear in the list. Nothing allocates.
 // Failure: no call fails.
 //
 //     Link_T<int> * pScores = nullptr;
@@ -35,7 +35,7 @@ struct Link_T
     T & Get() { return tData; }
     T const & Get() const { return tData; }
 
-    /// Inserts this node before the head, which may be null. Returns the new head.
+    /// Inserts this node before the head, which may be null. Returns the new head. Requires a node of no list.
     Link_T * Link(Link_T * pHead)
     {
         if (pHead)

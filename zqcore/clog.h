@@ -5,8 +5,8 @@
 // processes write to it. A line without a listener is lost. Lines are cut at 2048 characters.
 //
 // Ownership: the library opens and closes the file. Listeners are kept as pointers.
-// Threads: any thread may log at any time, also in a child of a fork. The list of listeners has no lock: add them at
-// start-up.
+// Threads: any thread may log at any time but during LogDone, also in a child of a fork. The list of listeners has no
+// lock: add them at start-up, and call LogDone when no other thread logs.
 // Cost: a line is one system call for the file. Nothing allocates for a line.
 // Failure: lines that a full disk does not store are lost; the next line that is written comes after "Log lines lost
 // here: N". A link, pipe or device with the log's name is refused, and the log stays closed.
@@ -27,8 +27,8 @@
 /// Characters of one line, without the zero at its end.
 inline constexpr int LOG_LINE_LENGTH = 2048;
 
-/// The open main log, or null. A host may set a stream of its own: lines go through its buffer and are flushed, and
-/// LogDone closes it.
+/// The open main log, or null. After LogInit a host may close it and set a stream of its own: lines go through its
+/// buffer and are flushed, and LogDone closes it. LogInit does nothing while a stream is set.
 extern ZQ_API std::FILE * g_pMessageLogFile;
 
 /// Frame number of each line. 0 at start; set by the application, with std::atomic_ref if other threads log.

@@ -84,6 +84,7 @@ void LogWriteBare(char const * pLine, std::size_t nLine);
 /// and what other threads still write to it is dropped.
 void LogCloseInCrash();
 
-/// Appends lines to the main log's file after the last destructor of the library, when no listener may be called. The
-/// file is the one that LogInit opened last, even if LogDone has closed it. The text ends with a line end.
+/// Appends lines to the main log's file after the last destructor of the library, when no listener may be called. Once
+/// LogInit has opened a log, a log that LogDone has closed is opened again at the path of LogSetFile. The text ends
+/// with a line end.
 void LogWriteLate(char const * szText);

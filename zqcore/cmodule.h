@@ -47,28 +47,30 @@ public:
     /// Returns the name that was passed to the constructor.
     char const * GetName() const { return m_szName; }
 
-    /// Returns the number of modules that were initialised before this one, or -1 before its first initialisation.
+    /// Returns the number of modules that the same InitializeAllModules had initialised before this one, or -1 before
+    /// its first initialisation.
     int GetInitOrder() const { return m_iInitOrder; }
 
     /// Adds a module and its prerequisites. A module that is already registered is not added again.
     static void Register(Module_c * pModule);
 
     /// Initialises every registered module that is not yet initialised, prerequisites first. Then runs Initialize2 on
-    /// each, in the same order. A module that takes over 0.1 s raises a Warning. Returns false in two cases, and then
-    /// calls no Initialize2:
+    /// every registered module, in ascending GetInitOrder, also on those of an earlier call. A module that takes over
+    /// 0.1 s raises a Warning. Returns false in two cases, and then calls no Initialize2:
     /// - A module fails. The call raises a Warning and ends at once.
     /// - A module's prerequisites can't be initialised. The call raises an Achtung for each such module.
     static bool InitializeAllModules();
 
-    /// Shuts down every registered module, the last initialised first, and empties the registry.
+    /// Shuts down every registered module, in descending GetInitOrder, and empties the registry. If
+    /// InitializeAllModules has failed, the order is that of registration.
     static void ShutdownAllModules();
 
-    /// Call HeartbeatFrame and HeartbeatIdle of each module, the last initialised first. The application calls them
-    /// once a frame, with the frame's time in seconds, and whenever it idles.
+    /// Call HeartbeatFrame and HeartbeatIdle of each module, in the order of ShutdownAllModules. The application calls
+    /// them once a frame, with the frame's time in seconds, and whenever it idles.
     static void HeartbeatAllModulesFrame(double dt);
     static void HeartbeatAllModulesIdle();
 
-    /// Returns a's order minus b's, for Array_T::Sort.
+    /// Returns a's GetInitOrder minus b's, for Array_T::Sort.
     static int ModuleCmp_fn(Module_c * a, Module_c * b);
 
 protected:
