@@ -7,11 +7,11 @@
 struct NumberEnd_t
 {
     char const * pEnd;   // after the number; the start of the text if there is none
-    bool bInRange;       // false if strtod or strtol would set errno, and for a denormal value
+    bool bInRange;       // false for a number outside the range of the type, and for a denormal value
 };
 
 /// Reads a number as strtod does. Without a number the value is 0. A number that is too large becomes HUGE_VAL with its
-/// sign.
+/// sign, one that is too small 0.
 NumberEnd_t TextToDouble(char const * szText, double & value);
 
 /// Read a number as strtol in base 10 does. Without a number the value is 0. A number out of range becomes the nearest

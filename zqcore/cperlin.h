@@ -1,14 +1,15 @@
 // cperlin.h: gradient noise in one, two and three dimensions (K. Perlin, "An Image Synthesizer", 1985).
 //
-// The lattice has a permutation of 256 and gradients of length 1. The library's own generator draws both from a seed,
-// so a seed produces the same noise, bit for bit, on every machine. Noise is 0 at integer coordinates, repeats every
-// 256 units, and ranges from -0.5 to 0.5. All arithmetic is single precision. 4096 is added to each coordinate first:
-// coordinates of -4096 and below have no continuous noise, and large ones lose their fraction.
+// The lattice has a permutation of 256 and gradients: of length 1 in two and three dimensions, from -1 to below 1 in
+// one. The library's own generator draws both from a seed, so a seed produces the same noise, bit for bit, on every
+// machine. Noise is 0 at integer coordinates, repeats every 256 units, and ranges from -0.5 to 0.5. All arithmetic is
+// single precision. 4096 is added to each coordinate first, so large coordinates lose their fraction.
 //
 // Ownership: the tables are static; points are values of the caller.
-// Threads: any number of threads may read noise after the module is initialised, but not while the seed is set.
+// Threads: any number of threads may read noise, but not while the module is initialised or the seed is set.
 // Cost: about 10 ns for a sample in three dimensions. No allocation.
-// Failure: noise is 0 before the module is initialised.
+// Failure: noise is 0 before the module is initialised or a seed is set. A coordinate below -4096, one above 2^31, or
+// one that is not a number has no continuous noise and may fail an assertion.
 //
 //     PerlinNoiseSetSeed(7);
 //     float const fHeight = PerlinNoise(Vector2_t{ 0.5f, 3.25f });   // from -0.5 to 0.5

@@ -2,8 +2,8 @@
 //
 // ProfilerPush and ProfilerPop enclose the code to be timed. Each timer keeps a ring of the last 150 frames. Once a
 // frame ProfilerUpdateFrame derives its average and peak. If a stats file is named, all timers are appended to it every
-// 150 frames, asynchronously (docs/formats.md). The profiler runs from ModuleProfiler_c::Initialize to its Shutdown;
-// outside of that the calls do nothing.
+// 150 frames, asynchronously (docs/formats.md). The profiler runs from ModuleProfiler_c::Initialize to its Shutdown.
+// Outside of that all calls but ProfilerInitSwapStats do nothing.
 //
 // Ownership: the profiler owns the timers. A host reads them and keeps no pointer beyond a reset or the shutdown.
 // Threads: all calls belong to one thread. Nothing is locked or checked.
@@ -28,8 +28,8 @@
 
 class FileName_c;
 
-/// Number of timers, the root included, and depth of the stack. A push without room fails an assertion. If that is
-/// ignored, the push and all pushes inside it are skipped until its pop, and their time counts for the parent.
+/// Number of timers, and depth of the stack, the root included in both. A push without room fails an assertion. If that
+/// is ignored, the push and all pushes inside it are skipped until its pop, and their time counts for the parent.
 inline constexpr int MAX_TIMERS_TOTAL = 512;
 inline constexpr int MAX_TIMERS_INHERITED = 64;
 
@@ -119,7 +119,7 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
 /// thread. FileName_c is in cfilename.h.
 /// - A second call ends the first file. An empty name does nothing.
-/// - On failure FileOpenTracker complains, the file is logged, and there is no stats file.
+/// - On failure FileOpenTracker complains, a line is logged, and there is no stats file.
 /// - A forked process has no stats file until it names its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 

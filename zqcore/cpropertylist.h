@@ -29,14 +29,14 @@ class File_c;
 class PropertyList_c
 {
 public:
-    /// Begins closed.
+    /// Makes a closed list.
     PropertyList_c() = default;
     ZQ_API ~PropertyList_c();
     PropertyList_c(PropertyList_c const &) = delete;
     PropertyList_c & operator=(PropertyList_c const &) = delete;
 
     /// Closes what was open and opens a file by name. Returns false, without a message, if there is no such file or if
-    /// it cannot be read.
+    /// it is in UTF-16. Also returns false, with log lines, if it cannot be read. Asserts that the name is not null.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO);
 
     /// Returns why the last Open failed. Searches and walks set no error.
@@ -49,7 +49,7 @@ public:
     ZQ_API bool GetFileFullPath(char * sPath, int nMaxLength) const;
     bool GetFileFullPath(String_T<256> & sPath) const { return GetFileFullPath(sPath.GetBuffer(), 256); }
 
-    /// Returns whether a line has this name, with or without a value.
+    /// Returns whether a line has this name, with or without a value. Asserts that the name is not null.
     ZQ_API bool FindProp(char const * sPropName) const;
 
     /// Starts a walk over the distinct names that have a value, in the order of their first lines. Returns false if
@@ -61,7 +61,8 @@ public:
     bool NextProp(String_T<256> & sValue) { return NextProp(sValue.GetBuffer(), 256); }
 
     /// Start and continue a walk over the values of a property, in the order of the lines, repeated values included.
-    /// Return and assert as StartProp and NextProp do. The two walks do not disturb each other.
+    /// Return and assert as StartProp and NextProp do; StartVal also asserts that the name is not null. The two walks
+    /// do not disturb each other.
     ZQ_API bool StartVal(char const * sPropName);
     ZQ_API bool NextVal(char * sValue, int nMaxLength);
     bool NextVal(String_T<256> & sValue) { return NextVal(sValue.GetBuffer(), 256); }

@@ -1,8 +1,8 @@
 // cregistry.h: typed values under hierarchical keys, in the machine's store or the user's.
 //
 // A Registry_c has a root tree and at most one open key, on which all value operations work. `\` separates the parts of
-// a key's path. Keys and value names compare without regard to ASCII case. Each has at most 255 bytes, which may have
-// any value but 0.
+// a key's path. Keys and value names compare without regard to ASCII case. A part of a path and a value name each have
+// at most 255 bytes, of any value but 0. A value has at most 16 MiB.
 //
 // Ownership: an object owns its open key. Results are copied to the caller.
 // Threads: one thread for each object. Any number of objects and processes may share the store. A value is replaced as

@@ -40,8 +40,8 @@ public:
     Script_c & operator=(Script_c const &) = delete;
 
     /// Copies a file's text, closes the file and frees the previous copy. CloseFile must follow. Returns false, without
-    /// a message, if there is no such file or it is refused; the previous text then stays open, though m_sName is the
-    /// new name.
+    /// a message, if there is no such file or it is refused, and with log lines if it cannot be read. The previous text
+    /// then stays open, though m_sName is the new name. Asserts that the name is not null.
     bool OpenFile(char const * sFileName);
 
     /// Frees the copy of a file. If the script was reading that copy, its text is empty afterwards.
@@ -65,8 +65,8 @@ public:
 
     /// Moves after the next token that equals sToken, and returns true. Without bWholeToken, moves after the next token
     /// that contains sToken, comments included. Searches from the start of the text or from the current position.
-    /// Returns false, with position and m_bEndOfFile unchanged, if there is none. m_iLines counts what was read in both
-    /// cases.
+    /// Returns false, with position and m_bEndOfFile unchanged, if there is none. m_iLines counts what was read,
+    /// found or not; without bWholeToken only the token that was found is read.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
     /// Reads the rest of the line without leading blanks and tabs. If a line is cut at iMaxLength - 1 characters, the
@@ -95,7 +95,7 @@ public:
     /// Returns the next integer. Skips everything before its first digit, minus sign or point, and drops a fraction.
     int GetInt();
 
-    /// Returns the next token as a number. A token that is not a number is a mismatch and returns 0.
+    /// Returns the number at the start of the next token. A token that reads as 0 but is not a number is a mismatch.
     float GetFloat();
 
     /// Moves the reading position to this byte. A position after the end of the text becomes the end and sets
@@ -107,7 +107,7 @@ public:
     void GetDump(char * pBuffer, int iStart, int iEnd);
 
     // For callers to read, not to write.
-    char m_sName[260] = "";      // name of the file, or "Memory mapped: %p, size: %d", cut to fit
+    char m_sName[260] = "";      // name of the file, or "Memory mapped: %08X, size: %d", cut to fit
     bool m_bInToken = false;     // the last GetToken found a token
     int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice
     char const * m_pData = "";   // text

@@ -78,8 +78,8 @@ concept ArchiveValue_T =
 class ZQ_API Serializeable_c
 {
 public:
-    /// dwVersion is the version that a writer stores, and the newest that a reader accepts. The third argument has no
-    /// effect.
+    /// Makes an archive. dwVersion is the version that a writer stores, and the newest that a reader accepts. The third
+    /// argument has no effect.
     Serializeable_c(bool bIsReading, std::uint32_t dwVersion, bool);
     virtual ~Serializeable_c();
     Serializeable_c(Serializeable_c const &) = delete;
@@ -101,6 +101,7 @@ public:
     /// - A different major version ends in Abort.
     /// - A newer minor version is logged and returns false.
     /// - A file without a whole version word fails the archive and returns false.
+    /// - A word that can't be written fails the archive but returns true.
     virtual bool Open();
 
     /// Ends the archive and returns true. Returns false if a writer can't store the rest of its bytes. Closing again
@@ -145,6 +146,7 @@ public:
 
     /// Stores a text, cut at iBufLength - 1 characters, or loads one into a buffer of iBufLength bytes and terminates
     /// it. A stored length that is negative or does not fit asserts and fails the archive; the buffer stays unchanged.
+    /// Asserts a buffer that is not null and holds a byte; otherwise fails the archive.
     void SerializeString(char * sBuffer, int iBufLength);
 
     /// Stores or loads the text in the buffer of a string.

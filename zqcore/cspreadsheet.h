@@ -6,7 +6,7 @@
 // - A cell is the text between separators, blanks included, or a text in double quotes. In quotes a doubled quote means
 //   one quote, and separators are text.
 // - Control characters that are not separators end a cell, so a carriage return at the end of a row is no part of a
-//   cell.
+//   cell. A cell with text on both sides of one is an error.
 // - Empty rows are skipped. Each row ends with the row separator; only a cell separator may be the file's last
 //   character instead.
 // - A cell holds 511 characters, a cell in quotes 24,575. A longer cell is cut and logged. A cell in quotes ends at the
@@ -97,7 +97,8 @@ public:
 
     /// Read a file by name. pFmt names other separators than line feed and comma. The cursor is on the first row, if
     /// there is one, and on no column. Return false, with a line in the log and the spreadsheet closed, if the file
-    /// cannot be opened or read, or has no row. On an open spreadsheet return false, and the open file stays.
+    /// cannot be opened or read, has no row, or has an error after the head. On an open spreadsheet return false, with
+    /// a line in the log, and its contents stay.
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
 
@@ -148,12 +149,12 @@ public:
     char const * GetCell(char const * sName);
     char const * GetCellForward(char const * sName);
 
-    /// Copies the named cell as strncpy does: a cell of iBufLength characters or more fills the buffer without a
-    /// terminator. Returns false without a cell or a buffer.
+    /// Moves to the column and copies its cell as strncpy does: a cell of iBufLength characters or more fills the
+    /// buffer without a terminator. Returns false without a cell or a buffer.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
-    /// Reads the number at the start of the named cell, in the form of the "C" locale; a text without one is 0. Returns
-    /// false, with fValue unchanged, if the cell is missing or empty.
+    /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale; a text without
+    /// one is 0. Returns false, with fValue unchanged, if the cell is missing or empty.
     bool Get(char const * sName, float & fValue);
 
 private:

@@ -97,7 +97,7 @@ public:
         return *this <=> static_cast<char const *>(Other);
     }
 
-    /// Append what fits.
+    /// Append what fits; operator+ to a copy. Assert that a C text is not null; a null appends nothing.
     String_T & operator+=(char const * sTxt);
     String_T & operator+=(std::string_view sTxt) { return Put(std::strlen(m_sText), sTxt); }
     template <int M>

@@ -40,7 +40,8 @@ ZQ_API void SetTextErrorLog(bool bEnable);
 
 /// Returns a copy of a text from outside, such as a name or a cell, that is safe in a log line or on a terminal.
 /// Control characters are shown as `\n`, `\r`, `\t`, `\x1B` or `\u009B`, a byte that is not UTF-8 as `\xFF`. So the
-/// text cannot begin a line of its own or control a terminal. Printable text is unchanged. Null returns an empty text.
+/// text cannot begin a line of its own or control a terminal. Printable text is unchanged. The copy has at most
+/// LOG_LINE_LENGTH bytes. Null returns an empty text.
 ZQ_API String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText);
 
 /// Last error of one reader, for the readers themselves.

@@ -3,7 +3,7 @@
 
 #include "zqcore/cfile.h"
 
-/// Returns why FileOpen refused a file: there is no such file, or it cannot be read. Null means no name.
+/// Returns why FileOpen refused a file: there is no such file, or it cannot be read. A null name names no file.
 char const * TextWhyNoFile(char const * szFile);
 
 /// Skips the byte order mark of UTF-8. Returns null, or the reason if the text begins with the mark of UTF-16.
@@ -25,6 +25,7 @@ struct FileText_t
     char const * szRefused = nullptr;   // reason if the text cannot be read; pText is then null
 };
 
+/// Returns the text of an open file, or why it cannot be read.
 inline FileText_t TextOfFile(File_c const & File)
 {
     auto const * pText = reinterpret_cast<char const *>(File.pData);

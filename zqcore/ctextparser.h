@@ -54,8 +54,8 @@ enum LAST_PARSED
 };
 
 /// Role of a character. The four roles that start a token, and the separator, exclude each other: a new one replaces
-/// the previous one. A new symbol no longer continues words and numbers. Any other character keeps these roles: a
-/// string delimiter may continue a word.
+/// the previous one. A new symbol no longer continues words and numbers. With any other new role, a character that
+/// continues them still does: a string delimiter may continue a word.
 enum CharacterParsingRule_e : int
 {
     PARSING_RULE_WORD_FIRST = 1,     // starts a word

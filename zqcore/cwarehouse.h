@@ -68,7 +68,7 @@ public:
     bool NextIdent(String_T<256> & sIdent) { return NextIdent(sIdent.GetBuffer(), 256); }
 
     /// Make the first line with this ident the work line. Return false, without a work line, if there is none. Do not
-    /// disturb a walk with NextIdent.
+    /// disturb a walk with NextIdent. Assert that the ident is not null.
     ZQ_API bool FindIdent(char const * sIdent);
     bool SetWorkIdent(char const * sIdent) { return FindIdent(sIdent); }
 
@@ -78,6 +78,7 @@ public:
     bool GetWorkIdent(String_T<256> & sIdent) const { return GetWorkIdent(sIdent.GetBuffer(), 256); }
 
     /// Returns the length of the work line's cell, 0 for an empty cell, or -1 without a work line or such a column.
+    /// Here and below, asserts that the column's name is not null.
     ZQ_API int GetLength(char const * sColumn) const;
 
     /// Sets whether a Get that fails logs the file, the column and a line number. The number counts the lines that

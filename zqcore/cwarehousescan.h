@@ -92,7 +92,7 @@ struct WarehouseScan_t
     /// among them has these effects:
     /// - A line feed ends a column that has begun, but not the line. At the start of a CSV cell it ends the line.
     /// - A quote ends a column that has begun, and begins no quoted one. At the start of a CSV cell it begins one.
-    /// - Blanks around a CSV cell are skipped before the search for separators, so a blank separates nothing there.
+    /// - A blank ends a CSV cell that has begun. At the start of a cell it is skipped, so it makes no empty cell.
     ZQ_API void SetSeparators(char const * sSeparators);
 
     /// Reads a line. Returns false at the end of the data. A blank line and a comment return true and no columns.
