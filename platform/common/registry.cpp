@@ -254,11 +254,11 @@ namespace plat
             return hKey ? hKey->Folder.Get() : STORE_NONE;
         }
 
-        bool Load(StoreHandle_t hFolder, char const * szName, RecordBytes_t & aBytes, Record_t & Record)
+        bool Load(StoreHandle_t hFolder, char const * szName, RecordBytes_t & dBytes, Record_t & Record)
         {
             std::string sFile;
             return hFolder != STORE_NONE && ValueNameOnDisk(TextOf(szName), sFile)
-                   && LoadRecord(hFolder, sFile.c_str(), aBytes, Record);
+                   && LoadRecord(hFolder, sFile.c_str(), dBytes, Record);
         }
 
         bool ReadFrom(
@@ -266,9 +266,9 @@ namespace plat
         {
             std::size_t const nRoom = nSize;
             nSize = 0;
-            RecordBytes_t aBytes;
+            RecordBytes_t dBytes;
             Record_t Record;
-            if (!Load(hFolder, szName, aBytes, Record))
+            if (!Load(hFolder, szName, dBytes, Record))
             {
                 return false;
             }
@@ -482,9 +482,9 @@ namespace plat
 
     bool RegistryQuery(RegistryKey_t hKey, char const * szName, RegistryType_e & eType, std::size_t & nSize)
     {
-        RecordBytes_t aBytes;
+        RecordBytes_t dBytes;
         Record_t Record;
-        if (!Load(FolderOf(hKey), szName, aBytes, Record))
+        if (!Load(FolderOf(hKey), szName, dBytes, Record))
         {
             return false;
         }
@@ -514,10 +514,10 @@ namespace plat
         }
         Change_c Change;
         KeyLock_c const Key(Change, FolderOf(hKey));
-        RecordBytes_t aBytes, aOther;
+        RecordBytes_t dBytes, dOther;
         Record_t Record, Other;
-        if (!Key.IsHeld() || LoadRecord(Key.Get(), sNew.c_str(), aOther, Other)
-            || !LoadRecord(Key.Get(), sOld.c_str(), aBytes, Record)
+        if (!Key.IsHeld() || LoadRecord(Key.Get(), sNew.c_str(), dOther, Other)
+            || !LoadRecord(Key.Get(), sOld.c_str(), dBytes, Record)
             || !Key.Store(sNew.c_str(), { Record.eType, TextOf(szNewName), Record.sData }))
         {
             return false;
@@ -575,9 +575,9 @@ namespace plat
         }
         for (std::string const & sFile : Contents.dValues)
         {
-            RecordBytes_t aBytes;
+            RecordBytes_t dBytes;
             Record_t Record;
-            if (LoadRecord(hFolder, sFile.c_str(), aBytes, Record))
+            if (LoadRecord(hFolder, sFile.c_str(), dBytes, Record))
             {
                 ++Info.nValues;
                 Info.nMaxValueNameLength = std::max(Info.nMaxValueNameLength, Record.sName.size());

@@ -29,9 +29,9 @@ namespace plat
         std::string StoredSpelling(StoreHandle_t hFolder, char const * szFile)
         {
             StoreScope_c const SubKey(StoreOpenFolder(hFolder, szFile));
-            RecordBytes_t aBytes;
+            RecordBytes_t dBytes;
             Record_t Record;
-            bool const bStored = SubKey.IsOpen() && LoadRecord(SubKey.Get(), KEY_RECORD, aBytes, Record);
+            bool const bStored = SubKey.IsOpen() && LoadRecord(SubKey.Get(), KEY_RECORD, dBytes, Record);
             return bStored ? std::string(Record.sName) : std::string();
         }
 

@@ -41,14 +41,14 @@ namespace plat
         }
 
         // Returns the FNV-1a of 32 bits over a record without its check sum.
-        std::uint32_t CheckSum(RecordBytes_t const & aBytes)
+        std::uint32_t CheckSum(RecordBytes_t const & dBytes)
         {
             std::uint32_t dwSum = 0x811C9DC5u;
-            for (std::size_t iByte = 0; iByte < aBytes.size(); ++iByte)
+            for (std::size_t iByte = 0; iByte < dBytes.size(); ++iByte)
             {
                 if (iByte < CHECK_AT || iByte >= HEADER_SIZE)
                 {
-                    dwSum = (dwSum ^ static_cast<unsigned char>(aBytes[iByte])) * 0x01000193u;
+                    dwSum = (dwSum ^ static_cast<unsigned char>(dBytes[iByte])) * 0x01000193u;
                 }
             }
             return dwSum;
@@ -56,32 +56,32 @@ namespace plat
 
         RecordBytes_t PackRecord(Record_t const & Record)
         {
-            RecordBytes_t aBytes(HEADER_SIZE);
-            std::memcpy(aBytes.data(), MAGIC, sizeof(MAGIC));
-            PutWord(aBytes.data() + TYPE_AT, static_cast<std::uint32_t>(Record.eType));
-            PutWord(aBytes.data() + NAME_SIZE_AT, Record.sName.size());
-            PutWord(aBytes.data() + DATA_SIZE_AT, Record.sData.size());
-            aBytes.insert(aBytes.end(), Record.sName.begin(), Record.sName.end());
-            aBytes.insert(aBytes.end(), Record.sData.begin(), Record.sData.end());
-            PutWord(aBytes.data() + CHECK_AT, CheckSum(aBytes));
-            return aBytes;
+            RecordBytes_t dBytes(HEADER_SIZE);
+            std::memcpy(dBytes.data(), MAGIC, sizeof(MAGIC));
+            PutWord(dBytes.data() + TYPE_AT, static_cast<std::uint32_t>(Record.eType));
+            PutWord(dBytes.data() + NAME_SIZE_AT, Record.sName.size());
+            PutWord(dBytes.data() + DATA_SIZE_AT, Record.sData.size());
+            dBytes.insert(dBytes.end(), Record.sName.begin(), Record.sName.end());
+            dBytes.insert(dBytes.end(), Record.sData.begin(), Record.sData.end());
+            PutWord(dBytes.data() + CHECK_AT, CheckSum(dBytes));
+            return dBytes;
         }
 
         // Unpacks a record, which points into the bytes. Returns false if they are damaged.
-        bool UnpackRecord(RecordBytes_t const & aBytes, Record_t & Record)
+        bool UnpackRecord(RecordBytes_t const & dBytes, Record_t & Record)
         {
-            if (aBytes.size() < HEADER_SIZE || std::memcmp(aBytes.data(), MAGIC, sizeof(MAGIC)) != 0)
+            if (dBytes.size() < HEADER_SIZE || std::memcmp(dBytes.data(), MAGIC, sizeof(MAGIC)) != 0)
             {
                 return false;
             }
-            std::uint64_t const nName = GetWord(aBytes.data() + NAME_SIZE_AT);
-            std::uint64_t const nData = GetWord(aBytes.data() + DATA_SIZE_AT);
-            if (nName + nData != aBytes.size() - HEADER_SIZE || GetWord(aBytes.data() + CHECK_AT) != CheckSum(aBytes))
+            std::uint64_t const nName = GetWord(dBytes.data() + NAME_SIZE_AT);
+            std::uint64_t const nData = GetWord(dBytes.data() + DATA_SIZE_AT);
+            if (nName + nData != dBytes.size() - HEADER_SIZE || GetWord(dBytes.data() + CHECK_AT) != CheckSum(dBytes))
             {
                 return false;
             }
-            std::string_view const sBody(aBytes.data() + HEADER_SIZE, aBytes.size() - HEADER_SIZE);
-            Record.eType = static_cast<RegistryType_e>(GetWord(aBytes.data() + TYPE_AT));
+            std::string_view const sBody(dBytes.data() + HEADER_SIZE, dBytes.size() - HEADER_SIZE);
+            Record.eType = static_cast<RegistryType_e>(GetWord(dBytes.data() + TYPE_AT));
             Record.sName = sBody.substr(0, static_cast<std::size_t>(nName));
             Record.sData = sBody.substr(static_cast<std::size_t>(nName));
             return true;
@@ -136,14 +136,14 @@ namespace plat
         }
     }
 
-    bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record)
+    bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & dBytes, Record_t & Record)
     {
-        if (!StoreReadFile(hFolder, szFile, HEADER_SIZE + NAME_LIMIT + VALUE_LIMIT, aBytes))
+        if (!StoreReadFile(hFolder, szFile, HEADER_SIZE + NAME_LIMIT + VALUE_LIMIT, dBytes))
         {
             return false;
         }
         errno = EBADMSG;
-        return UnpackRecord(aBytes, Record);
+        return UnpackRecord(dBytes, Record);
     }
 
     // A writer that is alone always uses the same temporary name, so it overwrites the file of a killed writer. Other

@@ -29,7 +29,7 @@ namespace plat
     };
 
     /// Reads a file of records. The record points into the bytes. Returns false if the file is not one, or is damaged.
-    bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & aBytes, Record_t & Record);
+    bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & dBytes, Record_t & Record);
 
     /// Replaces szFile by a record. With bAlone the caller is the only writer to the folder. On failure returns false
     /// and keeps the previous record.
