@@ -7,7 +7,8 @@
 // - One filter is set at a time. A caller that sets one keeps the previous one, and its filter calls that.
 // - After the filter the fault goes to the handler from before the first filter, with the thread as it was. Without a
 //   handler the process terminates as if the fault were unhandled.
-// - One thread at a time runs the filter. Another one that faults meanwhile waits for it, and then skips the filter.
+// - One thread at a time runs the filter. Another one that faults meanwhile waits for it. After that it skips the
+//   filter, unless the filter has dealt with the first fault.
 // - A fault in a filter, outside a guarded call, skips the filter too.
 #pragma once
 
@@ -44,7 +45,7 @@ namespace plat
     inline constexpr std::uint32_t FAULT_ABORT = 0x40000015;                // abort()
     inline constexpr std::uint32_t FAULT_UNCAUGHT_EXCEPTION = 0xE06D7363;   // a C++ exception that nobody catches
 
-    /// A thread's registers, each as wide as the process's addresses.
+    /// A thread's registers. The general ones are as wide as the process's addresses.
     struct FaultContext_t
     {
         std::uintptr_t nIp, nSp, nBp;
@@ -87,19 +88,20 @@ namespace plat
     };
 
     /// Function that handles a fault. Returns 0 to pass the fault on to the handler that was set before the library's.
-    /// Any other value means that the fault has been dealt with: the instruction runs again.
+    /// Any other value means that the fault has been dealt with: the instruction runs again. An uncaught exception ends
+    /// the process whatever the value.
     using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
 
-    /// Sets the filter and returns the previous one. The first filter hooks the faults and joins the calling thread.
-    /// Null unhooks the faults.
+    /// Sets the filter and returns the previous one. The first filter hooks the faults and calls FaultThreadJoin.
+    /// Null unhooks the faults. One thread at a time.
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
     /// Allocates a stack for faults of the calling thread, so that a stack overflow on it is reported too. Returns
     /// false if the system refuses. It is released when the thread ends. These threads have one without this call:
     /// - the thread that set the filter, which is as a rule the main thread.
-    /// - on systems where the library can hook the creation of threads, those that are started while it is loaded. Not
-    ///   hooked are threads that the C library starts for itself and those of programs that bind its functions before
-    ///   the library's (docs/porting.md).
+    /// - on systems where the library can hook the creation of threads, those that are started while it is loaded.
+    ///   Exceptions are threads that the C library starts for itself, and those of programs that bind the C library's
+    ///   functions before this library's (docs/porting.md).
     ///
     /// Without it, a stack overflow of the thread ends the process without a report. All other faults need only the few
     /// kilobytes that the system needs to start a handler.
@@ -125,11 +127,11 @@ namespace plat
     /// filter may call it.
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack);
 
-    /// Copies the system's text for a code that has no name, cut to nSize - 1 bytes and always terminated. For an
-    /// uncaught exception, while the filter runs, the text is its type and its message.
+    /// Copies the system's text for a code that the caller has no name for, cut to nSize - 1 bytes and always
+    /// terminated. For an uncaught exception, while the filter runs, the text has its type and its message.
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
-    /// Calls fnCall(pArgument), within a filter or on the one thread that the filter waits for. Returns false if a
+    /// Calls fnCall(pArgument). Only a filter, or the one thread that it waits for, may use this. Returns false if a
     /// fault of this thread or the time limit ended the call. Whatever the call held then stays held. A limit of 0
     /// milliseconds means none. Guarded calls may nest, and the limit of an outer call also applies in an inner one.
     ZQ_API bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);

@@ -12,6 +12,7 @@ namespace plat
     void FaultFromSignal(int iSignal, siginfo_t const & Info, ucontext_t const & Thread, FaultContext_t & Context,
         FaultRecord_t & Record);
 
-    /// Writes "type: message" of the exception that terminates the calling thread, cut to fit.
+    /// Writes "Uncaught C++ exception type: message" for the exception that terminates the calling thread, cut to fit.
+    /// Requires such an exception.
     void DescribeException(char * szText, std::size_t nSize);
 }
