@@ -5,7 +5,7 @@
 //
 // Ownership: a child process has none of its parent's files. Only the parent continues to write.
 // Threads: all calls on a file belong to one thread.
-// Cost: allocates nothing.
+// Cost: allocates nothing, except that Create may record spellings of the path (files.h).
 // Failure: a call that fails leaves the reason for LastErrorText (process.h).
 #pragma once
 
@@ -18,6 +18,7 @@ namespace plat
     {
     public:
         /// Sets whether files that are created from now on may be written while their thread continues. True at start.
+        /// Requires that no other thread creates a file meanwhile.
         static void AllowConcurrent(bool bAllow);
 
         constexpr AsyncFile_c() = default;
@@ -28,7 +29,7 @@ namespace plat
         /// Creates and opens a file as FileCreate does. Closes one that is open. Returns false on failure.
         bool Create(char const * szPath);
 
-        /// Returns the open file, or null. The caller must not use it in other ways while a write is under way.
+        /// Returns the open file, or null. Requires that the caller does not use it while a write is under way.
         File_t GetHandle() const { return m_hFile; }
 
         /// Begins a write at an offset in bytes from the start. Requires an open file and no write under way. Finish

@@ -25,7 +25,7 @@ namespace plat
     /// A shared file gets the access rights of the file that it replaces. If that file belongs to another user, the new
     /// file gets no rights that it does not have already.
     ///
-    /// Returns false, with nothing changed:
+    /// Returns false, with both names unchanged:
     /// - if szFrom is no longer that file;
     /// - if szTo is a folder, a pipe or a device;
     /// - if the folder can't be opened for the synchronization;
@@ -46,12 +46,12 @@ namespace plat
     /// does not report it.
     bool PathIsTaken(char const * szPath);
 
-    /// Returns whether two paths name the same file.
+    /// Returns whether two paths name the same file. Does not follow a link as the last name.
     bool FileIsSame(char const * szPath, char const * szOther);
 
     /// A lock on a path, held from Take to Drop. The system releases it when the process ends. While it is held, a file
     /// that only the owner may use has that name. A child of a fork neither holds its parent's lock nor keeps it alive.
-    /// On a file system without locks it has no effect.
+    /// On a file system without locks it has no effect. Requires Drop before the end of an object that holds the lock.
     class NameLock_c
     {
     public:
@@ -60,7 +60,7 @@ namespace plat
         {
             TAKEN,
             HELD,    // by another NameLock_c, in this process or another
-            FAILED   // the file can't be made
+            FAILED   // the file can't be made or locked
         };
 
         NameLock_c() = default;

@@ -90,12 +90,13 @@ namespace plat
     /// Closes an open file.
     void FileClose(File_t hFile);
 
-    /// Reads the facts of what the path names, following links. Returns false if it names nothing.
+    /// Reads the facts of what the path names, following links. Returns false on failure, for instance if it names
+    /// nothing.
     bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
 
     /// Opens a C stream of a regular file with fopen's modes. Returns null on failure. An existing file is found in any
     /// spelling. A new file gets the path's own spelling. A stream that writes is opened by the rule of filewrite.h.
-    /// Child processes do not inherit it.
+    /// Programs that the process starts do not inherit it.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
     /// Opens a stream without a buffer by the rule of filewrite.h. Returns null on failure. All output goes to the end
@@ -124,16 +125,16 @@ namespace plat
     /// Creates one folder. Returns false if it exists already or can't be created.
     bool FolderCreate(char const * szPath);
 
-    /// State of the written data when a function returns: on the disk or not yet.
+    /// State of the written data when a function returns.
     enum class Durability_e
     {
-        Written,
-        Synchronized
+        Written,       // perhaps not on the disk yet
+        Synchronized   // on the disk
     };
 
     /// Copies a regular file's contents and write time to szTo, which is opened by the rule of filewrite.h. Returns
-    /// false on failure, which may leave a part of the contents there. A file is not copied onto itself. Does not
-    /// synchronize the folder.
+    /// false on failure, which may leave a part of the contents there. Fails if both paths name one file. Does
+    /// not synchronize the folder.
     bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability = Durability_e::Written);
 
     /// Deletes a file, or a folder with all its contents. Removes links without following them. Returns false if there
@@ -146,8 +147,8 @@ namespace plat
     /// One entry of a folder. "." and ".." are left out.
     struct FolderEntry_t
     {
-        char const * szName = nullptr;   // the disk's spelling; lives as long as the listing
-        std::uint32_t nName = 0;         // characters of it
+        char const * szName = nullptr;   // the disk's spelling; valid until the next Read or the listing's end
+        std::uint32_t nName = 0;         // bytes of it, without the terminator
         bool bLink = false;              // reached through a link; the facts are those of its target
         bool bAscii = false;             // all bytes of the name are ASCII
         bool bReachable = true;          // false: the name holds a `\`, so no path leads to it; the rest is unset
@@ -178,7 +179,7 @@ namespace plat
         FolderListing_c(FolderListing_c const &) = delete;
         FolderListing_c & operator=(FolderListing_c const &) = delete;
 
-        /// Reads the folder. Returns false if it can't be opened or an error ends the read.
+        /// Reads the folder. Returns false, without entries, if it can't be opened or an error ends the read.
         bool Read(char const * szPath);
 
         /// Returns the number of entries.

@@ -13,7 +13,7 @@ namespace plat
     {
         char szPath[1024];        // of the module's file, else the system's name for the memory; may be empty
         unsigned iSection;        // from 1, as the file counts its sections; 0 if unknown
-        std::uintptr_t nOffset;   // from the section's start; from the module's start if the section is unknown
+        std::uintptr_t nOffset;   // from the section's start; if that is unknown, in the file or the memory
     };
 
     /// Finds the module and the section of an address. Both ends of a section belong to it. Returns false if no section

@@ -1,6 +1,4 @@
 // rawfiles.h: files for a process that has crashed. Uses no heap and no lock, so a fault filter may call it.
-//
-// Both `\` and `/` separate in a path. Folders are found in any case.
 #pragma once
 
 #include <cstddef>
@@ -12,9 +10,11 @@ namespace plat
     /// A file to write; null for none.
     using RawFile_t = void *;
 
-    /// Creates a file for writing that only its owner may read. Each write has reached the disk when it returns. If a
-    /// file that this user's processes created this way has the name, and none of them still writes it, appends to it.
-    /// If anything else has the name, fails and sets bTaken. Returns null on failure.
+    /// Creates a file for writing that only its owner may read. Each write has reached the disk when it returns. Both
+    /// `\` and `/` separate in the path, and folders are found in any case. Returns null on failure.
+    /// - If a file that this user's processes created this way has the name, and none of them still writes it, appends
+    ///   to that file.
+    /// - If anything else has the name, fails and sets bTaken.
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
     /// Writes bytes. Returns false if not all of them were written, or if hFile is null.
@@ -26,8 +26,9 @@ namespace plat
     /// Returns the size of a file in bytes, or 0 if it is unknown or hFile is null.
     std::uint64_t RawSize(RawFile_t hFile);
 
-    /// Reads a regular file of at most 256 MiB and returns its contents, in pages. Sets *pBytes to the file's size. The
-    /// caller releases the pages by PagesRelease with that size. Returns null if the file is empty or can't be read.
+    /// Reads a regular file, whose path is in the system's own form. Returns its contents in pages, not terminated, and
+    /// sets *pBytes to its size. The caller releases the pages by PagesRelease with that size. Returns null if the file
+    /// is empty, has more than 256 MiB or can't be read.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 
     /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number; 0 if the file

@@ -7,7 +7,7 @@
 
 namespace plat
 {
-    /// Appends a name in UTF-8 as UTF-16 units.
+    /// Appends a name in UTF-8, cut at 255 characters, as UTF-16 units.
     void AppendUnits(std::u16string & sUnits, std::string const & sName);
 
     /// Writes a record for each name. Writes nothing if they do not all fit.

@@ -162,7 +162,8 @@ namespace plat
     void StoreUnlock(StoreHandle_t hFolder);
 
     /// Opens a file, creating it if necessary, and locks it for the process. The lock ends when the process closes the
-    /// file or ends. A child of a fork does not have it. Returns STORE_NONE if another process has the lock.
+    /// file or ends. A child of a fork does not have it. Returns STORE_NONE on failure, for instance if another
+    /// process has the lock.
     StoreHandle_t StoreOpenLock(StoreHandle_t hFolder, char const * szName);
 
     /// Stamp of a folder, which changes if its entries change.
