@@ -1,4 +1,6 @@
-// clock.h: the machine's clocks. Free of locks, callable from any thread.
+// clock.h: the machine's clocks.
+//
+// Threads: any thread. LocalTime and LocalTimeKeep may wait for a lock of the C library. The other calls use no lock.
 #pragma once
 
 #include <cstdint>
@@ -38,8 +40,8 @@ namespace plat
     /// Stores the present difference between local time and UTC, for the two functions below.
     void LocalTimeKeep();
 
-    /// Returns the local time by the difference that LocalTimeKeep stored last. A change to or from summer time since
-    /// then has no effect. A fault filter may call it, unlike LocalTime.
+    /// Returns the local time by the difference that LocalTimeKeep stored last. Returns UTC before the first call of
+    /// LocalTimeKeep. A later change to or from summer time has no effect. A fault filter may call it.
     LocalTime_t LocalTimeByKept();
 
     /// Returns the stored difference in minutes, positive east of UTC.

@@ -18,7 +18,7 @@ namespace plat
     /// The functions of a host. A null function counts as a success that does nothing.
     struct ComSystem_t
     {
-        std::uint32_t (*fnInitialize)() = nullptr;   // for calls from many threads; returns a COM_ result
+        std::uint32_t (*fnInitialize)() = nullptr;   // in the concurrency model of many threads; returns a COM_ result
         void (*fnUninitialize)() = nullptr;
     };
 

@@ -5,8 +5,8 @@
 
 namespace plat
 {
-    /// Receiver of debugger output, called on the thread that sends it. A line arrives in two calls: the text, then
-    /// "\n".
+    /// Receiver of debugger output, called on the thread that sends it. A line of the log arrives in two calls: the
+    /// text, then "\n".
     using DebugOutput_t = void (*)(char const * szText);
 
     /// Sends text to the installed receiver. Without one it goes to standard error if a debugger is attached, else

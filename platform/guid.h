@@ -32,9 +32,9 @@ namespace plat
     /// Creates an identifier of version 1 (RFC 4122) of time, clock sequence and hardware address, and returns a GUID_
     /// result. Without a hardware address it uses a random one, which is marked as such. No two identifiers are equal,
     /// in all threads and processes of the machine. Any thread.
-    /// - A process holds its clock sequence for itself until it ends. It changes the sequence when it forks or when the
-    ///   clock was set back.
-    /// - It uses each tick of 100 nanoseconds only once with a sequence.
+    /// - A process holds its clock sequence for itself until it ends. A child of a fork gets a sequence of its own. A
+    ///   process changes its sequence when the clock was set back.
+    /// - A process uses each tick of 100 nanoseconds only once with a sequence.
     std::uint32_t GuidCreateSequential(Guid_t & Guid);
 
     /// Replaces the generator by a function of the host; null restores the default. Returns the previous function.

@@ -9,8 +9,8 @@ namespace plat
     /// thread's first call asks the system; further calls cost a few instructions.
     std::size_t StackLeft();
 
-    /// Runs fnCall(pArgument) on a new stack of nBytes and frees it after the call. The stack uses only the memory that
-    /// the call touches. The thread stays the same, and an exception passes through. Returns false, without a call, if
-    /// the stack can't be allocated.
+    /// Runs fnCall(pArgument) on a new stack of nBytes, a multiple of 16, and frees the stack after the call. The stack
+    /// uses only the memory that the call touches. The thread stays the same, and an exception passes through. Returns
+    /// false, without a call, if the stack can't be allocated.
     bool StackCallOnFresh(std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument);
 }

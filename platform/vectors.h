@@ -5,7 +5,7 @@
 
 namespace plat
 {
-    /// Numbers in one of the widest registers.
+    /// Numbers in 64 bytes, the widest register that SumPairs may use.
     constexpr std::size_t VECTOR_NUMBERS = 64 / sizeof(std::ptrdiff_t);
 
     /// Result of SumPairs.
@@ -13,7 +13,7 @@ namespace plat
     {
         std::ptrdiff_t iFirst;    // sum of the first run
         std::ptrdiff_t iSecond;   // sum of the second run
-        bool bNegative;           // any number of either run is negative
+        bool bNegative;           // whether any number of either run is negative
     };
 
     /// Returns the sums of two runs of nNumbers each. Requires that nNumbers is a multiple of VECTOR_NUMBERS and that
