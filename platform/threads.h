@@ -17,6 +17,7 @@ namespace plat
     class Lock_c
     {
     public:
+        /// Creates a free lock. Enter tries nSpin times before it sleeps.
         constexpr explicit Lock_c(int nSpin = 0)
             : m_nSpin(nSpin)
         {}
@@ -70,9 +71,11 @@ namespace plat
     /// Returns the system's number of the calling thread. Numbers of ended threads are used again.
     std::uint32_t ThreadId();
 
-    /// Copies the system's name of the calling thread, always terminated. It may hold any bytes. A fault filter may
-    /// call it.
+    /// Bytes of a thread's name with its terminator.
     inline constexpr std::size_t THREAD_NAME_SIZE = 16;
+
+    /// Copies the system's name of the calling thread, always terminated. The name may hold any bytes. A fault filter
+    /// may call it.
     void ThreadName(char (&szName)[THREAD_NAME_SIZE]);
 
     /// A wake-up that can't be lost. A Signal without a waiting thread is kept for the next Wait. Several kept signals
@@ -110,16 +113,17 @@ namespace plat
         WaitWord_t m_nSet{ 0 };
     };
 
-    /// Calls fnEnd on the calling thread when it ends, after the destructors of its own variables. Each thread has one
-    /// function: a later call replaces it, and a call from fnEnd registers again. fnEnd is not called at the end of the
-    /// process, or if the system has no room for it.
+    /// Calls fnEnd on the calling thread when the thread ends, after the destructors of its thread-local variables.
+    /// Each thread has one function: a later call replaces it, and a call from fnEnd registers again. fnEnd is not
+    /// called at the end of the process, or if the system has no room for it.
     void ThreadAtEnd(void (*fnEnd)());
 
-    /// One thread that runs a plain function. Start and Join belong to one thread.
+    /// One thread that runs a plain function. Start and Join belong to one thread. The destructor does not wait for the
+    /// end.
     class Thread_c
     {
     public:
-        /// Starts fnRun(pContext). Returns false if the system refuses a thread.
+        /// Starts fnRun(pContext). Requires that no thread is started. Returns false if the system refuses one.
         bool Start(void (*fnRun)(void *), void * pContext);
 
         /// Waits for the end of the thread. Does nothing if no thread was started.
@@ -128,6 +132,7 @@ namespace plat
         /// Forgets the thread. For the child of a fork, where it does not exist.
         void Forget() { m_hThread = {}; }
 
+        /// Returns whether a thread was started and neither joined nor forgotten.
         bool IsStarted() const { return m_hThread != ThreadHandle_t{}; }
 
     private:

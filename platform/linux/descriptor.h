@@ -73,7 +73,7 @@ namespace plat
         /// Closes the present descriptor and holds another. Keeps errno.
         void Reset(int iDescriptor);
 
-        /// Makes the number a copy of another descriptor, which is closed at exec, and holds it. Returns false, with
+        /// Makes the number a copy of another descriptor and holds it. The copy is closed at exec. Returns false, with
         /// nothing changed, if none is held or the system refuses.
         bool Replace(int iDescriptor);
 

@@ -5,7 +5,7 @@
 
 namespace plat
 {
-    /// Returns the distance from a thread's thread pointer to the variable of which the address is the owner of its
-    /// locks. It is the same in every thread.
+    /// Returns the distance in bytes from a thread's thread pointer to the variable whose address is the owner of the
+    /// locks that the thread holds. The distance is the same in every thread.
     std::intptr_t LockMarkOffset();
 }
