@@ -60,7 +60,7 @@ namespace plat
         void * GetHandle() const;
 
         /// Requests the next batch. The buffer must be zeroed and aligned to 4 bytes. It belongs to the watch until
-        /// IsComplete returns true.
+        /// IsComplete returns true or the watch is closed.
         void Read(void * pBuffer, std::size_t nBytes);
 
         /// Returns whether a batch has arrived since Read. Without changes this costs one system call that does not
@@ -68,8 +68,8 @@ namespace plat
         /// was. If the host closes the watch's handle, no further batch arrives.
         bool IsComplete();
 
-        /// Returns how many subfolders appeared since the last call and could not be watched, because the system has no
-        /// watches left, and sets the number to 0. FolderWatchReason then has the reason.
+        /// Returns how many subfolders, at least, appeared since the last call and could not be watched, because the
+        /// system has no watches left. Sets the number to 0. If it was not 0, FolderWatchReason has the reason.
         std::size_t ExtractUnwatched();
 
     private:

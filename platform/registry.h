@@ -80,7 +80,7 @@ namespace plat
     /// Reads the type and the size of a value. Returns false if there is none.
     bool RegistryQuery(RegistryKey_t hKey, char const * szName, RegistryType_e & eType, std::size_t & nSize);
 
-    /// Deletes a value. Returns false if there is none.
+    /// Deletes a value. Returns false on failure, for instance if there is none.
     bool RegistryDeleteValue(RegistryKey_t hKey, char const * szName);
 
     /// Renames a value. Fails if the new name is in use. The new value is written before the old one is deleted. A
@@ -101,7 +101,7 @@ namespace plat
     /// before their key, from the last to the first. Returns false on failure, which may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 
-    /// Counts, and lengths in bytes without terminators.
+    /// Counts, and lengths in bytes. Those of names do not include a terminator.
     struct RegistryKeyInfo_t
     {
         std::size_t nSubKeys = 0;
@@ -109,7 +109,7 @@ namespace plat
         std::size_t nValues = 0;
         std::size_t nMaxValueNameLength = 0;
         std::size_t nMaxValueLength = 0;
-        FileTime_t tLastWrite = 0;   // last write of a value or subkey
+        FileTime_t tLastWrite = 0;   // last write of a value, or creation or deletion of a subkey
     };
 
     /// Counts a key's subkeys and values. Returns false on failure. Reads all values.

@@ -30,8 +30,8 @@ namespace plat
 
     /// The sorted names of a key's subkeys. They are read again only after the folder changed. Changes by this process
     /// are seen at once. Changes by other processes are seen at once too if the file system counts the subfolders of a
-    /// folder. If not, a change in the same tick of the file system's clock as the previous reading is seen 20 ms
-    /// later.
+    /// folder. If not, a change in the same tick of the file system's clock as the previous reading is seen at most
+    /// 20 ms later.
     class KeyListing_c
     {
     public:
