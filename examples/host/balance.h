@@ -5,15 +5,17 @@
 
 struct Bay_s;
 
+/// The factors of a level.
 struct Balance_s
 {
-    String_T<64> sLevel;
+    String_T<64> sLevel;   // the row's name
     float fPrices = 1.0f;
     float fSpoils = 1.0f;
     float fUpkeep = 1.0f;
     float fDues = 1.0f;
 };
 
+/// A column of the sheet and the factor that it holds.
 struct BalanceColumn_s
 {
     char const * szName;
@@ -27,8 +29,8 @@ inline constexpr BalanceColumn_s BALANCE_COLUMNS[] = {
     { "dues", &Balance_s::fDues },
 };
 
-/// Returns the factors of a level. A factor is 1 if the sheet, the row or the cell is missing, or the cell is out of
-/// range. Errors in an existing sheet are logged.
+/// Returns the factors of a level. A factor is 1 if the sheet, the row or the cell is missing, or the cell is not a
+/// number from 0 to 10. Errors in an existing sheet are logged.
 Balance_s BalanceRead(char const * szFile, char const * szLevel);
 
 /// Multiplies the numbers of the bay's tables by the factors.

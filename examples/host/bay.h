@@ -123,7 +123,7 @@ struct Bay_s
     int nHours = 0;                  // hours that have passed
 };
 
-/// Returns the item with that ident, or null.
+/// Returns the item with that ident in any case, or null.
 template <typename T>
 T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 {
@@ -140,13 +140,13 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 /// Fills an empty bay from the media's tables. Returns why there is no game in them, or an empty reason on success.
 NoFile_s BayReadTables(Bay_s & Bay);
 
-/// Copies the names and numbers of one bay's definitions to those of another bay with the same idents.
+/// Copies the names and numbers of one bay's definitions to those of another bay with the same idents, and the rules.
 void BayCopyNumbers(Bay_s const & From, Bay_s & To);
 
 /// Runs one hour.
 void BayHour(Bay_s & Bay);
 
-/// Free the ships, and the whole bay.
+/// Delete the ships, and empty the whole bay.
 void BayFreeShips(Bay_s & Bay);
 void BayReset(Bay_s & Bay);
 
@@ -154,5 +154,5 @@ void BayReset(Bay_s & Bay);
 void BayRegisterStatics();
 
 /// Stores the game, or loads it over one that was just started from the media. Returns what is wrong with the loaded
-/// data. Such an error fails the archive, and BayReset is then the only call that the bay allows.
+/// data, or an empty text. Such an error fails the archive, and BayReset is then the only call that the bay allows.
 String_T<256> BaySerialize(Serializeable_c & Archive, Bay_s & Bay);

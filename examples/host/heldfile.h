@@ -17,6 +17,7 @@ struct NoFile_s
 class HeldFile_c
 {
 public:
+    /// Reads a file by its bare name and holds the contents until the end of the scope.
     explicit HeldFile_c(char const * szFile);
     ~HeldFile_c();
     HeldFile_c(HeldFile_c const &) = delete;

@@ -15,6 +15,7 @@ struct Heard_s
     String_T<256> dTexts[KEPT];
 };
 
+/// What was heard, by its kind.
 struct Notes_s
 {
     Heard_s Dropped;      // locations of files whose name was in use already

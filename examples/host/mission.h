@@ -22,8 +22,8 @@ enum GoalState_e : int
 struct Goal_s
 {
     Good_s * pGood = nullptr;
-    int nCrates = 0, nDays = 0;
-    int iPay = 0;   // marks
+    int nCrates = 0, nDays = 0;   // days from the start of the game
+    int iPay = 0;                 // marks
     GoalState_e eState = GOAL_OPEN;
 };
 
@@ -37,5 +37,5 @@ struct Mission_s
 /// Requires that the script can be read if it exists.
 void MissionRead(char const * szFile, Bay_s & Bay);
 
-/// Settles the goals that end in this hour, and pays for those that are met.
+/// Settles the goals that are met or whose time is over, and pays for those that are met.
 void MissionCheck(Bay_s & Bay);

@@ -9,8 +9,8 @@ enum Status_e : int
     STATUS_OK = 0,
     STATUS_FAILED = 1,    // the library ended a silent run: a broken precondition or a crash
     STATUS_USAGE = 2,     // the command line makes no sense
-    STATUS_MEDIA = 3,     // no media, or not the requested ones
-    STATUS_SAVE = 4,      // the world could not be saved
+    STATUS_MEDIA = 3,     // no media, not the requested ones, or unreadable ones
+    STATUS_SAVE = 4,      // the world could not be loaded or saved
     STATUS_STATS = 5,     // the profiler's file could not be written
     STATUS_SERVICE = 6,   // a service did not start
     STATUS_WATCH = 7,     // the media can't be watched
@@ -28,10 +28,10 @@ struct Options_s
     std::string sSave;        // a file; next to the logs if none is given
     std::string sStats;       // the profiler's file; empty: none
     std::string sCacheFile;   // of the file system cache; empty: in the media root
-    int nFrames = 480;
-    bool bNew = false;     // start a new world even if there is a save
-    bool bCache = false;   // start from the file system cache
-    bool bWatch = false;   // run until interrupted, and follow changes of the media
+    int nFrames = 480;        // from 0 to 1,000,000; bWatch ignores it
+    bool bNew = false;        // start a new world even if there is a save
+    bool bCache = false;      // start from the file system cache
+    bool bWatch = false;      // run until interrupted, and follow changes of the media
     bool bSilent = false;
     bool bHelp = false;
 };

@@ -15,7 +15,7 @@ inline constexpr int PREVIOUS_SAVES = 3;
 /// The result of a load or a save.
 struct SaveResult_s
 {
-    std::string sWhyNot;     // empty on success
+    std::string sWhyNot;     // why the save itself was not loaded or stored; empty if it was
     std::string sKept;       // the new path of a damaged save
     std::string sPrevious;   // the previous save that was loaded instead of a damaged or absent one
     bool bRefused = false;   // a save may be good, but can't be loaded: nothing may replace it

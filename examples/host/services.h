@@ -32,7 +32,8 @@ class Services_c
 public:
     static constexpr int MAX_SERVICES = 16;
 
-    /// Registers a module. Add a module's prerequisites before it, or their start counts as part of its own.
+    /// Registers a module. Add a module's prerequisites before it, or their start counts as part of its own. Asserts
+    /// that there are fewer than MAX_SERVICES.
     void Add(Module_c * pModule);
 
     /// Initialises all modules. Returns false if one did not start.
@@ -40,7 +41,8 @@ public:
 
     int GetCount() const { return m_nServices; }
 
-    /// Return the name of a module, in the order of adding, and the seconds that its start took.
+    /// Return the name of a module, in the order of adding, and the seconds that its start took. A module that was not
+    /// added has 0.
     char const * GetName(int iService) const { return m_dMarks[iService].GetWatched()->GetName(); }
     double GetStartTime(int iService) const;
     double GetStartTime(Module_c const & Module) const;

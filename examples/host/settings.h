@@ -1,7 +1,7 @@
 // settings.h: how the host runs, from the property list settings.prp of the media.
 //
-// The module starts after the files and before all modules that use it. If the list, or a name in it, is missing, the
-// setting has the default below. SETTINGS in settings.cpp has the list's names.
+// The module starts after the files and before all modules that use it. If the list, or a name in it, is missing, or a
+// number is out of its range, the setting has the default below. SETTINGS in settings.cpp has the names and ranges.
 #pragma once
 
 #include "zqcore/carray.h"

@@ -44,8 +44,8 @@ public:
     /// Walks every table that ReadFiles found from its first row to its last.
     void ReadTables();
 
-    /// Reads the next few files, and starts over after the last one. Reads small files whole, and a piece of each big
-    /// one.
+    /// Reads the next nFiles files, and starts over after the last one. Reads small files whole, and only a piece of
+    /// each big one.
     void StreamFiles(int nFiles);
 
     /// Return the files, biggest first, the extensions by their bytes, and the tables by their location.

@@ -29,7 +29,7 @@ public:
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
     char const * GetWhyEmpty() const { return m_Why.sWhy; }
 
-    /// Returns whether a file of the world exists but can't be read.
+    /// Returns whether a file of the world is empty, can't be read, or may have been missed by the scan.
     bool IsFaulty() const { return m_Why.bFault; }
 
     Bay_s & GetBay() { return m_Bay; }
