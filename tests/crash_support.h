@@ -7,6 +7,7 @@
 
 namespace fs = std::filesystem;
 
+/// Result of a run of the crasher, and the texts of its reports, their details and its logs.
 struct Crash_t : Result_s
 {
     int nReports = 0;
@@ -33,7 +34,7 @@ inline void ReadReports(TempFolder_c const & Folder, Crash_t & Crash)
     }
 }
 
-/// Runs the crasher in a folder, with a symbol helper.
+/// Runs the crasher in a folder, with a symbol helper's path, and reads what it leaves there.
 inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments, std::string const & sHelper,
     std::string const & sProgram = CRASHER_PATH)
 {
@@ -48,6 +49,7 @@ inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments
     return Crash;
 }
 
+/// Runs the crasher in a folder of its own.
 inline Crash_t RunAlone(std::string const & sArguments, std::string const & sHelper = "")
 {
     return RunIn(TempFolder_c(), sArguments, sHelper);

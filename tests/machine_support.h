@@ -148,7 +148,7 @@ inline std::ptrdiff_t CountHandles()
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-/// Returns the handles of this process that are sockets with such a name, without its first character.
+/// Returns the handles of this process that are sockets whose name holds szPart after its first character.
 inline std::vector<int> SocketsNamed(char const * szPart)
 {
     std::vector<int> dSockets;
@@ -275,7 +275,7 @@ inline bool CountsATouch()
     return bCounted;
 }
 
-/// From now on each debug register of this process is a descriptor that only reads as zeros. Returns false if the
+/// Makes each debug register of this process, from now on, a descriptor that only reads as zeros. Returns false if the
 /// kernel accepts no filter of system calls.
 inline bool SwallowDebugRegisters()
 {

@@ -61,7 +61,7 @@ protected:
         Log.Clear();
     }
 
-    /// States how many complaints a test answers with Ignore, No or OK in all; none without it.
+    /// Sets how many complaints the whole test makes; 0 without a call. Each is answered with Ignore, No or OK.
     void ExpectComplaints(int nComplaints) { m_nComplaints = nComplaints; }
 
     bool Scan() { return FileAddSearchPath(Folder.GetPath().c_str(), true, false); }
@@ -104,7 +104,7 @@ protected:
 
     static std::ptrdiff_t FileBlocks() { return g_MemoryCounters.dCount[mem::file]; }
 
-    /// A receiver for any event with a text; listens to g_FileReadErrorCallbacker from the start.
+    /// Stores the text of an event in s_dReported. Listens to g_FileReadErrorCallbacker from the start.
     static void NoteReport(char const * szText)
     {
         MemCategoryScope_c const Category(mem::Tools);

@@ -85,7 +85,7 @@ bool KillChild(pid_t iChild);
 /// Waits until a signal ends the process.
 int WaitToBeKilled();
 
-/// Stops as a breakpoint does.
+/// Raises the signal of a breakpoint.
 void RaiseBreakpoint();
 
 /// Returns whether a breakpoint ended a process: a predicate for EXPECT_EXIT.
@@ -103,7 +103,7 @@ bool IsSuperuser();
 /// Makes a named pipe. Returns its path.
 std::string MakePipe(std::string const & sPath);
 
-/// A gate that a process waits for until another one, or a thread, opens it.
+/// A gate that a process waits for until another one, or a thread, opens it. Each Open ends one Wait.
 class Gate_c
 {
 public:
