@@ -12,13 +12,14 @@ struct Row_t
     std::string sFormat;
 };
 
+/// The rows of one group, in the order in which they are tried.
 struct Group_t
 {
     std::string sName;
     std::vector<Row_t> dRows;
 };
 
-/// An error in a line; what() starts with the file's name and the line's number.
+/// An error in the rows. If it is in a line, what() starts with the file's name and the line's number.
 class RowError_c : public std::runtime_error
 {
     using std::runtime_error::runtime_error;

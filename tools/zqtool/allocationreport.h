@@ -28,6 +28,7 @@ struct AllocationReport_t
     Holding_t Total() const;
 };
 
-/// Reads a report. Reports each fault to fnComplain with the line's number and goes on. Returns whether there was none.
+/// Reads a report. Reports each fault to fnComplain with the line's number, and reads on unless the first line is
+/// wrong. Returns whether there was none.
 bool ReadAllocationReport(std::istream & Stream, AllocationReport_t & Report,
     std::function<void(int iLine, std::string const & sText)> const & fnComplain);

@@ -24,12 +24,13 @@ struct StatsSlot_t
     std::uint32_t nCalls = 0;
 };
 
-/// Figures of a timer, which the profiler computed at the end of a batch from the last 149 of its frames.
+/// Figures of a timer, which the profiler computed at the end of a batch from the last 149 of its frames. Times are in
+/// ticks. tMaxEver is the largest since the profiler's last reset.
 struct StatsFigures_t
 {
     std::int64_t tAverage = 0, tMax = 0, tLast = 0, tMaxEver = 0;
-    std::uint32_t nLast = 0, nAtMax = 0;
-    std::int32_t iMaxSlot = -1;
+    std::uint32_t nLast = 0, nAtMax = 0;   // calls in the last frame and in that of tMax
+    std::int32_t iMaxSlot = -1;            // of tMax in dSlots; -1 if no frame took any time
 };
 
 struct StatsTimer_t

@@ -1,8 +1,8 @@
 // statstrace.h: a stats file as trace events in JSON, the format that trace viewers load.
 //
-// The file holds times by frame, not the moments of pushes. So each frame begins where the previous one ends. The
-// timers of a frame follow each other in the order of their creation, each as one event with its time and number of
-// calls.
+// The file holds times by frame, not the moments of pushes. So each frame begins where the previous one ends. In a
+// frame, each timer with a time or calls is one event with both. It lies inside its parent's event, after the timers of
+// that parent that were created before it.
 #pragma once
 
 #include "tools/zqtool/statsfile.h"

@@ -21,15 +21,15 @@ struct StatsNode_t
     int nBrokenFrames = 0;   // frames of a broken batch that has the timer
 };
 
-/// A timer's ticks and calls per frame. Frames without data of the timer do not count.
+/// A timer's ticks and calls per frame. The frames of a broken batch count only if the batch has the timer.
 struct StatsAverage_t
 {
     double tTime = 0;
-    double tOwn = 0;   // without its children's, not below 0
+    double tOwn = 0;   // without its children's, over the frames of whole batches; not below 0
     double nCalls = 0;
 };
 
-/// Statistics of the times of frames, in ticks; all 0 without a frame.
+/// Statistics of the times of frames, in ticks. Without a frame all times are 0 and iWorst is -1.
 struct StatsSummary_t
 {
     double tMean = 0, tMedian = 0, t95 = 0, t99 = 0, tWorst = 0;
@@ -66,8 +66,9 @@ private:
     std::vector<double> m_dFrames;
 };
 
-/// Divides a line among the members of a tree. Each gets its own size or that of its children, whichever is larger; its
-/// children lie inside it, from its start on. Requires parents before their children. Sets dStarts and dSizes.
+/// Divides a line among the members of a tree. Each gets its own size or the sum of its children's, whichever is
+/// larger. Its children lie inside it, from its start on. Requires parents before their children. Sets dStarts and
+/// dSizes.
 void LayOutTree(std::vector<int> const & dParents, std::vector<double> & dSizes, std::vector<double> & dStarts);
 
 /// Returns the order in which each member of a tree is followed by its descendants. Requires parents before children.

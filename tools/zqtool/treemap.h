@@ -18,5 +18,5 @@ struct TreemapGroup_t
     std::vector<TreemapPart_t> dParts;   // largest first
 };
 
-/// Returns one HTML page that loads nothing. Groups are sorted, largest first.
+/// Returns one HTML page that loads nothing. Requires that the groups are sorted, largest first.
 std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> const & dGroups);
