@@ -17,7 +17,7 @@
 
 #include "zqcore/cconfig.h"
 
-/// Phases of an envelope. NONE is before the begin and after the end.
+/// Phases of an envelope. NONE is before time 0 and from the end on.
 enum ADSR_Phase_e
 {
     ADSR_PHASE_NONE,
@@ -37,9 +37,9 @@ public:
     /// Make an envelope of one unit of attack. The levels are 1 and 0.5, or as SetLevels sets them.
     ADSR_c() = default;
     ADSR_c(float fAttack, float fSustain) { SetLevels(fAttack, fSustain); }
-    ADSR_c(ADSR_c const & Other) = default;
 
-    /// Copies levels, times and the current time.
+    /// Copy levels, times and the current time.
+    ADSR_c(ADSR_c const & Other) = default;
     ADSR_c & operator=(ADSR_c const & Other)
     {
         Copy(Other);
@@ -53,7 +53,7 @@ public:
     void SetTimeIntervals(double tAttack, double tDecay, double tSustain, double tRelease);
 
     /// Set the duration of one phase so that the whole envelope lasts tLength. Return false and change nothing if the
-    /// other three are longer than tLength.
+    /// other three together are longer than tLength.
     bool SetAttack(double tLength) { return SetLength(ADSR_PHASE_ATTACK, tLength); }
     bool SetDecay(double tLength) { return SetLength(ADSR_PHASE_DECAY, tLength); }
     bool SetSustain(double tLength) { return SetLength(ADSR_PHASE_SUSTAIN, tLength); }
@@ -69,7 +69,7 @@ public:
     float GetMin() const { return fAttackLevel; }
     float GetMax() const { return fSustainLevel; }
 
-    /// Set the current time to 0, and move it by dt, which may be negative.
+    /// Restart sets the current time to 0. TimePass moves it by dt, which may be negative.
     void Restart() { tTime = 0.0; }
     void TimePass(double dt) { tTime += dt; }
 

@@ -6,8 +6,8 @@
 // Ownership: the application owns the window and the texts that it sets. They must live until AppMiscShutdown.
 // Threads: main thread.
 // Cost: a call. Only the start and the end touch the disk.
-// Failure: AppIsInFocus asserts without g_pAppWindow. No other call fails. AppMiscStartup logs it if the current folder
-// could not be changed.
+// Failure: AppIsInFocus asserts that g_pAppWindow is set. AppMiscStartup logs a line if it can't change the current
+// folder. If it can't open the main log, the application runs without one. No other call fails.
 //
 //     g_szApplicationName = "Robots";
 //     LogSetFile(L"logs/", L"message.log");
@@ -56,8 +56,9 @@ ZQ_API bool AppIsInFocus();
 ZQ_API void AppPurgeMessageQueue();
 ZQ_API void AppPurgeKeyboardQueue();
 
-/// Fire g_ResourceLoadCallbacker with the text, unless reports are blocked; block reports; and end that. Calls do not
-/// nest: one ResourceLoadReportDeploy ends any number of blocks.
+/// ResourceLoadReportCall fires g_ResourceLoadCallbacker with the text, unless reports are blocked.
+/// ResourceLoadReportBlock blocks them until ResourceLoadReportDeploy. Blocks do not nest: one ResourceLoadReportDeploy
+/// ends any number of them.
 ZQ_API void ResourceLoadReportCall(char const * szText);
 ZQ_API void ResourceLoadReportBlock();
 ZQ_API void ResourceLoadReportDeploy();

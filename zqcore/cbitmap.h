@@ -94,7 +94,7 @@ public:
     /// Returns whether the same bits are set. Bits beyond the end of a row count as clear.
     bool operator==(BitVec_c const & Other) const;
 
-    /// Or and exclusive or. Grow to the size of the other row.
+    /// Combine this row with the other one: |= by or, ^= by exclusive or. Grow to the size of the other row.
     BitVec_c & operator|=(BitVec_c const & Other);
     BitVec_c & operator^=(BitVec_c const & Other);
 
@@ -195,13 +195,13 @@ inline BitVec_c & BitVec_c::operator^=(BitVec_c const & Other)
     return CombineShort(Other, [](auto A, auto B) { return A ^ B; }) ? *this : XorAny(Other);
 }
 
-/// Common part of BitMap_c and BitMap3D_c, which FIELD names. INDEX is one int for each coordinate that selects a row:
-/// iY in a plane, iY and iZ in a space.
+/// Common part of BitMap_c and BitMap3D_c. FIELD is the derived class. INDEX is one int for each coordinate that
+/// selects a row: iY in a plane, iY and iZ in a space.
 template <typename FIELD, typename... INDEX>
 class ZQ_API BitField_T
 {
 public:
-    /// Grows each size to at least this one and returns the field. Does nothing if one is below 1.
+    /// Grows to at least these sizes and returns the field. Does nothing if one of them is below 1. Never shrinks.
     FIELD & Grow(int iSizeX, INDEX... iSizes);
 
     /// Frees the storage; empty afterwards.
@@ -213,7 +213,7 @@ public:
     /// Returns the bit, or false outside the field.
     bool Bit(int iX, INDEX... iRow) const;
 
-    /// Set and clear the bit. Both grow to a bit outside the field.
+    /// Bis sets the bit, Bic clears it, Set does either. All grow to a bit outside the field, Bic too.
     void Bis(int iX, INDEX... iRow);
     void Bic(int iX, INDEX... iRow);
     void Set(int iX, INDEX... iRow, bool bSet)
@@ -245,7 +245,8 @@ public:
     /// vector. Returns the vector.
     BitVec_c & Get(INDEX... iRow, BitVec_c & Vec) const;
 
-    /// Combine the fields by coordinates and return this one, as the operators of BitVec_c do.
+    /// Combine the fields by coordinates and return this one, as the operators of BitVec_c do. Fields are equal if the
+    /// same bits are set; bits outside a field count as clear.
     FIELD & operator|=(FIELD const & Other);
     FIELD & operator^=(FIELD const & Other);
     FIELD & operator&=(FIELD const & Other);
@@ -400,7 +401,7 @@ void swap(BITS & A, BITS & B) noexcept
 class TinyBitmap_c
 {
 public:
-    /// Sets the width, 0 to 15. The field stays as it is.
+    /// Sets the width to the low four bits of nWidth. The field stays as it is.
     void SetWidth(int nWidth)
     {
         m_dwBits = (m_dwBits & ~WIDTH_MASK) | (static_cast<std::uint32_t>(nWidth) & WIDTH_MASK);
@@ -410,7 +411,7 @@ public:
     /// Zeroes the field; the width stays.
     void Clear() { m_dwBits &= WIDTH_MASK; }
 
-    /// Set a cell, and return whether it is set.
+    /// Set sets a cell. Get returns whether it is set.
     void Set(int iX, int iY)
     {
         std::int64_t const iCell = CellOf(iX, iY);

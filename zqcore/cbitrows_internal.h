@@ -52,7 +52,7 @@ namespace bits
         }
     }
 
-    /// Replace nBytes of pTo by the result of the operation.
+    /// Replace nBytes of pTo by the result of the operation. AndNot clears the bits that are set in pFrom.
     inline void Or(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes)
     {
         Combine(pTo, pFrom, nBytes, [](auto A, auto B) { return A | B; });

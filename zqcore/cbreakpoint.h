@@ -6,7 +6,7 @@
 //
 // Ownership: each object holds one debug register from Set to Clear or its destructor.
 // Threads: an object belongs to the thread that calls Set. Accesses of other threads do not trap.
-// Cost: Set and Clear make a few system calls each. Nothing allocates.
+// Cost: Set and Clear make a few system calls each. Only the first Set of a thread may allocate.
 // Failure: Set fails with an assertion if the system grants no debug registers or a hypervisor drops their traps.
 //
 //     int iHealth = 100;
@@ -45,8 +45,8 @@ public:
     /// - the system refuses.
     bool Set(std::uintptr_t nAddress, int nLength, int nAccess);
 
-    /// Disarms and releases the register, if one is held. Asserts "Developer break" if the system refuses. Requires the
-    /// thread that called Set.
+    /// Disarms and releases the register, if one is held. Requires the thread that called Set. If the system refuses,
+    /// asserts "Developer break" and no longer holds the register.
     void Clear();
 
     int m_nIndex = INVALID_INDEX;   // register in use, 0 to 3

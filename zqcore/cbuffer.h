@@ -1,12 +1,13 @@
 // cbuffer.h: bytes of a growing array, a file or a text, read through one interface.
 //
 // A consumer gets a Buffer_c and asks it for the first byte and the length. Both are valid until the buffer is changed
-// or destroyed.
+// or destroyed, or until the file of a FileBuffer_c is refreshed (File_c::Refresh).
 //
 // Ownership: an ArrayBuffer_c owns its bytes, a FileBuffer_c a reference to a file's contents, a StringBuffer_c
 // nothing.
 // Threads: a buffer belongs to one thread at a time.
-// Cost: access is a virtual call. Only an ArrayBuffer_c allocates.
+// Cost: access is a virtual call. An ArrayBuffer_c allocates its storage. A FileBuffer_c opens its file, which may read
+// it into memory.
 // Failure: a buffer that could not get its bytes is empty.
 //
 //     auto const Send = [](Buffer_c const & Buffer)
@@ -39,7 +40,8 @@ public:
     virtual unsigned int GetBufferDataLength() const = 0;
 };
 
-/// Bytes that are appended piece by piece. The storage is 1024 bytes after the first piece and doubles when it is full.
+/// Bytes that are appended piece by piece. The storage begins with 1024 bytes, and doubles until it is longer than the
+/// contents.
 class ZQ_API ArrayBuffer_c : public Buffer_c, public Array_T<char, 1024, 0>
 {
 public:
@@ -58,7 +60,8 @@ public:
 class ZQ_API FileBuffer_c : public Buffer_c
 {
 public:
-    /// Asserts that the file can be opened. If it can't, the buffer is empty.
+    /// Opens the file (FileOpen). Asserts that pFile is not null and that it can be opened; otherwise the buffer is
+    /// empty.
     explicit FileBuffer_c(File_c * pFile);
     ~FileBuffer_c() override;
     FileBuffer_c(FileBuffer_c const &) = delete;
