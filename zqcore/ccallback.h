@@ -64,7 +64,7 @@ public:
     /// entry added last is not exclusive, and adds the function in any case.
     void Add(Function_t fn, bool bExclusive);
 
-    /// Removes the entry of this function that was added last. Does nothing if there is none.
+    /// Removes the entry of this function that was added last, if there is one. In any case ends a firing of the list.
     void Remove(Function_t fn);
 
     /// Removes all entries.

@@ -64,11 +64,11 @@ public:
     /// - It has references.
     bool Release(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
-    /// Logs the references, the newest first.
+    /// Logs the references, the newest first, or that there are none.
     void ComDebug();
 
-    /// Copies up to iMax references to pOut, the newest first. Returns how many. If there are more, reports that on the
-    /// debugger's output.
+    /// Copies up to iMax references to pOut, the newest first, and returns how many it copied. If there are more,
+    /// reports that on the debugger's output.
     int GetOwners(ComDebug_t * const pOut, int iMax);
 
     /// Returns how many references can still be added in this process. Walks all notes that were ever used.

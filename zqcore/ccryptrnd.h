@@ -1,8 +1,8 @@
 // ccryptrnd.h: random bytes from the moments at which messages arrive, and the digest of a password.
 //
-// The pool holds the low byte of the cycle counter at each of the last 128 messages. Each 20 bytes of output are the
-// SHA-1 of a block counter and the pool. Use the bytes for shuffles, seeds and games. For keys, tokens, salts and all
-// other secrets use the system's generator, for these reasons:
+// The pool holds the low byte of the cycle counter at each of the last 128 messages and calls of PutNextRandom. Each 20
+// bytes of output are the SHA-1 of a block counter and the pool. Use the bytes for shuffles, seeds and games. For keys,
+// tokens, salts and all other secrets use the system's generator, for these reasons:
 // - a message adds a byte that holds a few bits of entropy at most, and an attacker may cause it.
 // - the entropy of the pool is not measured. An empty pool produces the same output in every run.
 // - earlier and later output can be computed from the pool and the counter.
@@ -79,6 +79,6 @@ struct Password_s
     /// Returns whether both are unset, or both are set and equal.
     bool operator==(Password_s const & Pass) const { return bIsSet == Pass.bIsSet && (!bIsSet || dHash == Pass.dHash); }
 
-    /// Combines this digest with the other one by exclusive or. Asserts that both are set.
+    /// Combines this digest with the other one by exclusive or. Asserts that both are set; combines them in any case.
     ZQ_API void Xor(Password_s const & Pass);
 };
