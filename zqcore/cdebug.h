@@ -6,16 +6,20 @@
 // - Achtung reports something that a developer must see once.
 // - Abort ends the process.
 //
-// Each level logs its text first, so the log holds every complaint even if no dialog appears. Texts are cut at 2048
-// characters. In silent mode (g_silentMode) no dialog appears. A complaint that ends the process in silent mode prints
-// its text on standard error first.
+// Each level logs its text, cut at 2048 characters, before it shows a dialog. These complaints are not logged:
+// - an assertion that fails while another one is handled.
+// - an Achtung whose text is one of the last 16 different ones.
+// - those of DebugMessages_c, which ZQ_ASSERT_BREAK uses too. They are logged in silent mode only.
+//
+// In silent mode (g_silentMode) no dialog appears. A complaint that ends the process in silent mode prints its text on
+// standard error first.
 //
 // Complaints also fire two event lists (ccallback.h): g_WarningsCallbacker with the text of a Warning or an Achtung,
 // g_ExecutionCallbacker around the dialog of an assertion or an Abort. Rules for their receivers:
 // - they run on the thread that complains.
 // - only one thread at a time runs receivers of these two lists and of the lists of files (cfile.h). Another thread
 //   that fires one of these lists waits, and so does a fork. The report of a crash fires without waiting.
-// - a complaint inside a receiver of the same list is logged and not fired.
+// - a complaint inside a receiver of the same list is not fired. It is logged, unless it is one of those above.
 // - a receiver may log, store data and complain. It must not wait for another thread, and must not open a file that
 //   another thread may be opening.
 //
@@ -93,8 +97,8 @@ ZQ_API void Warning(char const * fmt, ...) ZQ_PRINTF(1, 2);
 /// - After SetAchtungs(false) it only logs and fires, in silent mode too.
 ZQ_API void Achtung(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-/// Logs the text, shows it and ends the process with a crash. Cancel breaks into the debugger first. Fires
-/// g_ExecutionCallbacker before and after the dialog.
+/// Logs the text, minimises g_pAppWindow, shows the text and ends the process with a crash. Cancel breaks into the
+/// debugger first. Fires g_ExecutionCallbacker before and after the dialog.
 [[noreturn]] ZQ_API void Abort(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Set whether Warning, and whether Achtung, does more than log and fire. At start Warning does not and Achtung does.

@@ -1,11 +1,12 @@
 // cexceptioninfo.h: dialogs with a stack trace, and the dialog for a developer whose program faulted.
 //
-// The message boxes of cdebug.h use MessageBoxWithTrace. Start, Stop and OnUnhandledException are for a host that sets
-// a fault filter. In that filter the faulting thread passes its fault to a thread of this object, the debug support
-// thread, which shows the fault and asks what to do. The library does not start that thread.
+// The dialogs of DebugMessages_c (cdebug.h) use MessageBoxWithTrace. Start, Stop and OnUnhandledException are for a
+// host that sets a fault filter. In that filter the faulting thread passes its fault to a thread of this object, the
+// debug support thread, which shows the fault and asks what to do. The library does not start that thread.
 //
 // Ownership: the only instance exists from load to the end of the process.
-// Threads: any thread, one dialog at a time: one lock guards the object. Start and Stop belong to one thread.
+// Threads: any thread. One lock guards the object, so it shows one dialog at a time; MessageBoxPlain takes no lock.
+// Start and Stop belong to one thread.
 // Cost: a trace starts the symbol helper and takes about 0.2 s. It knows up to 512 modules of the process. Nothing here
 // allocates from the heap or takes another lock of the library, so a thread that holds those locks may complain. The
 // host's dialog and the receiver of the trace lines may do both.
@@ -70,6 +71,7 @@ public:
 
     /// Passes a fault to the support thread, which traces and shows it, and waits for the answer without limit. Only a
     /// fault filter calls it. One fault at a time. Returns 0, so that the filters after this one get the fault.
+    /// Answers:
     /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
     ///   process with a second dialog.
     /// - No continues. Silent mode continues without a dialog. A fault on the support thread, for example in the host's
@@ -85,14 +87,16 @@ public:
     /// Writes the stack of a fault to szBuffer, cut at nSize - 1 bytes. Skips the first nSkip frames and writes up to
     /// nFrames lines, numbered from nSkip: "[04]\tname\tfile (line)\t\n". Asserts that szBuffer is not null, nSize is
     /// not 0 and there is a fault; otherwise the text is empty.
-    /// - An unknown name is "?", an unknown line "eip\t0x%p".
-    /// - If the stack ends early, the text ends in "Stack Trace Failed".
+    /// - An unknown name is "?". An unknown line is "eip\t" and the address, such as "eip\t0x00401000\n".
+    /// - If the stack has fewer than nSkip + nFrames frames, the text ends in "Stack Trace Failed". If it has a frame
+    ///   at the address 0, the text ends there in "Stack Trace Failed:: zero eip".
     /// - The text is empty while another trace runs.
     ZQ_API void StackTrace(
         char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers);
 
     /// Shows a dialog as MessageBoxPlain, with the calling thread's stack after the text, and returns the answer. The
-    /// trace is cut at 16383 bytes. The first two frames are this function's own: nSkip 2 starts at the caller.
+    /// trace is cut at 16383 bytes. The first two frames are this function's own: nSkip 2 starts at the caller. The
+    /// trace channel gets caption, text and trace too.
     ZQ_API int MessageBoxWithTrace(
         void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip);
 

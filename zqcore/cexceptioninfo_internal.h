@@ -69,7 +69,7 @@ namespace exceptioninfo
 
     extern char g_szDialog[DIALOG_SIZE];
 
-    /// A listed module.
+    /// A module in the list of LoadModules.
     struct ModuleInfo_s
     {
         char szPath[260];
