@@ -6,17 +6,19 @@
 // does not matter, `/` and `\` both separate, and a folder in front of a known bare name is ignored.
 //
 // Ownership: the table of files owns the objects. A File_c * is valid until FileKill, FileResetFiles, FileReset or the
-// module's shutdown. The contents are valid until the caller's FileClose. A stream belongs to the caller of
-// FileOpenStored.
+// module's shutdown. The contents are valid until the caller's FileClose, or until a Refresh replaces them. A stream
+// belongs to the caller of FileOpenStored.
 // Threads: the table of files belongs to the main thread. A lock of each file guards its block and count, so a file
 // that was found may be opened and closed on any thread. g_FileOpenCallbacker and g_FileReadErrorCallbacker fire on the
-// thread that reads, the worker of cfileasync.h included, inside the file's lock. One thread at a time runs receivers
-// of these lists and of complaints (cdebug.h). A receiver may log, store data and complain. It must not open a file
-// that another thread may be opening.
+// thread that reads, the worker of cfileasync.h included, and inside the file's lock if the whole file is read. One
+// thread at a time runs receivers of these lists and of complaints (cdebug.h). A receiver may log, store data and
+// complain. It must not open a file that another thread may be opening.
 // Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
 // it at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
-// size. Unknown names are not logged.
+// size. Unknown names are not logged. These are an Achtung (cdebug.h) too:
+// - a known file that the system does not open, except packs and names in ".bin" (FileOpenTracker, cfilelog.h).
+// - a duplicate (bDuplicate) that FileOpen opens or FileOpenStored finds.
 //
 //     if (File_c * const pFile = FileOpen("levels.csv"))
 //     {
@@ -56,7 +58,7 @@ public:
     /// Reads dwLength bytes from the byte dwPosition of the file on disk to pBuffer and returns true. Returns true at
     /// once if dwLength is 0; otherwise asserts that dwPosition lies inside the file. Returns false if the file can't
     /// be opened or has fewer bytes there; after a short read dwLength is the number of bytes that were read. Any
-    /// thread, without a lock.
+    /// thread, without the file's lock.
     virtual bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) = 0;
 
     /// Returns the name as the last caller of FileOpen spelled it. Empty until the first one.
@@ -71,10 +73,11 @@ public:
     /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer, which has room for iLength
     /// bytes. Adds no reference. Returns whether the own block is resident. So a read from the disk into pBuffer
     /// returns false, although the bytes are there; a resident block is copied to pBuffer and the result is true. A
-    /// file that is larger than pBuffer is not read; iLength is then its new size.
+    /// file that is larger than pBuffer is not read; iLength is then its new size. Takes no lock: FileOpen calls it
+    /// inside the file's lock.
     virtual bool Open(void * pBuffer) = 0;
 
-    /// Frees the block. The count stays.
+    /// Frees the block. The count stays. Takes no lock: FileClose calls it inside the file's lock.
     virtual void Close() = 0;
 
     /// Returns the part of the key after its last dot, or an empty text if there is none.
@@ -92,10 +95,10 @@ public:
     Key_t sName;                             // key in g_sFileObjects, lower case
     String_T<256> const * pPath = nullptr;   // folder, an entry of g_sPaths; null if sName alone is the location
     plat::FileTime_t ftCreationTime = 0;     // 100-nanosecond ticks since 1601-01-01 UTC
-    bool bOpened = false;                    // whether it was ever opened or streamed
+    bool bOpened = false;                    // whether FileOpen ever opened or FileOpenStored ever found it
     bool bDuplicate = false;                 // whether another file of this key was found and not registered
-    plat::FileTime_t ftLastWriteTime = 0;    // as ftCreationTime; 0 if it came from the cache and was never read
-    int iReads = 0;                          // reads of the disk: one for each read, two for each stream
+    plat::FileTime_t ftLastWriteTime = 0;    // as ftCreationTime; 0 if it came from the cache and was never opened
+    int iReads = 0;                          // one for each read of the whole file, two for each stream; Load adds none
     String_T<256> sRequestedName;            // see GetFileName
 
 protected:
@@ -182,7 +185,7 @@ private:
 class ZQ_API FileStored_c
 {
 public:
-    /// Asserts that pFile is not null. It must outlive the stream.
+    /// Makes a closed stream. Asserts that pFile is not null. The file must outlive the stream.
     explicit FileStored_c(File_c * pFile);
     FileStored_c(FileStored_c const &) = delete;
     FileStored_c & operator=(FileStored_c const &) = delete;
@@ -203,8 +206,8 @@ public:
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
     /// Opens the file and returns true. Stores the current size and times in the file object if it is not resident.
-    /// Fails if the file is open for writing. On failure fires g_FileReadErrorCallbacker and returns false. Asserts
-    /// that g_bFileReadDisabled is not set.
+    /// Fails if the file is open for writing or has 2 GiB or more. On failure fires g_FileReadErrorCallbacker and
+    /// returns false. Asserts that the stream is closed and that g_bFileReadDisabled is not set.
     virtual bool OpenStored();
 
     /// Closes the stream, if it is open, and destroys this object.
@@ -213,7 +216,8 @@ public:
     /// Returns whether the position is at the file's end or after it.
     bool IsEof();
 
-    /// Returns the size that the file had when the stream was opened, in bytes. Before that, returns File_c::iLength.
+    /// Returns the size in bytes that the file had when the stream was opened. Before that, returns File_c::iLength as
+    /// of the constructor.
     unsigned int FileSize() const;
 
 private:
@@ -233,10 +237,12 @@ extern ZQ_API bool g_bFileReadDisabled;
 /// is not empty. An empty file asserts, unless FileSetEmptyAllowed allows it, and opens with a length of 0.
 ZQ_API File_c * FileOpen(char const * name);
 
-/// Adds a reference to the contents of a known file and returns true. On failure returns false.
+/// Adds a reference to the contents of a known file and returns true. On failure returns false. Asserts that pFile is
+/// not null and has a key.
 ZQ_API bool FileOpen(File_c * pFile);
 
-/// Removes one reference. Null does nothing.
+/// Removes one reference; the last one frees the contents. Null does nothing. Asserts that a resident file has a
+/// reference.
 ZQ_API void FileClose(File_c * pFile);
 
 /// Removes an object from the table and destroys it. Asserts that it has no references and that it is in the table. If

@@ -126,7 +126,7 @@ extern plat::Lock_c g_csAsync;                      // guards g_pAsyncFiles
 extern plat::Thread_c g_hAsyncThread;               // the worker
 
 /// Start and stop the worker. The stop drops the remaining requests. It raises the worker to the normal scheduling
-/// class and waits for a read in progress. If the system refuses that, a read of FileOnDisk_c is cancelled.
+/// class and waits for a read in progress. If the system can't raise the worker, a read of FileOnDisk_c is cancelled.
 void FileAsyncStart();
 void FileAsyncStop();
 

@@ -1,9 +1,10 @@
 // cfileasync.h: when the contents of files are read, apart from a plain FileOpen: stayers, prefetch, asynchronous open.
 //
-// A stayer is a file that stays in memory after its last reader closed it. The game registers extensions, and the first
-// read of a file with such an extension adds a reference, which FileStayerResetAll releases. FileResetFiles releases it
-// for the files that it removes. Prefetch reads all files of an extension now. An asynchronous open passes a read to
-// the worker, a thread at idle class that ModuleFile_c starts and stops; the caller polls for the end.
+// A stayer is a file that stays in memory after its last reader closed it. The game registers extensions. Each read of
+// a file with such an extension into its own block, a refresh too, adds a reference, which FileStayerResetAll releases.
+// FileResetFiles releases one of them for each file that it removes. Prefetch reads all files of an extension now. An
+// asynchronous open passes a read to the worker, a thread at idle class that ModuleFile_c starts and stops; the caller
+// polls for the end.
 //
 // What a request leaves:
 //
@@ -19,14 +20,15 @@
 //
 // Ownership: the caller owns file and buffer. Until the poll that sees a request done, the buffer must exist, and the
 //   file must not be closed, refreshed, killed or reset.
-// Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. A FileOpen of that
-//   file, or the shutdown of the module, waits for it and raises it to the normal class meanwhile. On a system that
-//   cannot raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c without its lock: a FileOpen then
-//   reads the file itself, and the shutdown aborts the read of the worker. Nothing else here waits for a read in
-//   progress. The child of a fork has the requests and files of the parent, and starts a worker at the first call that
-//   needs one. At the fork no other thread may use a file that is in no table and has no request.
+// Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. An open or a close
+//   of that file, or the shutdown of the module, waits for the read and raises the worker to the normal class
+//   meanwhile. On a system that cannot raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c
+//   without its lock: a FileOpen then reads the file itself, and the shutdown aborts the read of the worker. Nothing
+//   else here waits for a read in progress. The child of a fork has the requests and files of the parent, and starts a
+//   worker at the first call that needs one. At the fork no other thread may use a file that is in no table and has no
+//   request.
 // Cost: the worker sleeps while there is no request. FilePrefetch and FileUnfetch walk the table of files.
-// Failure: a failed read is done too; it leaves nothing and adds no reference.
+// Failure: a failed read is done too. It adds no reference. A buffer may then hold a part of the contents.
 //
 //     if (File_c * const pFile = g_sFileObjects.FindByName("level1.map"))
 //     {

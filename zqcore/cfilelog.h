@@ -1,8 +1,8 @@
 // cfilelog.h: development tools that show which files a program opens.
 //
-// The tracker lists every file handle that the library has open. It complains when there are many and when an open
-// fails. The response logs list the paths that are opened on disk; docs/formats.md describes them. The other functions
-// report or copy what was loaded.
+// The tracker lists the file handles that the library has open, except those of logs, the registry and the clipboard.
+// It complains when there are many and when an open fails. The response logs list the paths that are opened on disk;
+// docs/formats.md describes them. The other functions report or copy what was loaded.
 //
 // Ownership: all state is static. The library opens and closes the logs.
 // Threads: the tracker and the response logs may be used on any thread. Each has a lock of its own, and the tracker
@@ -21,7 +21,7 @@
 
 #include <cstdint>
 
-/// Whether g_FileOpenCallbacker fires for each file that is opened on disk, found or not. False at start; set by
+/// Whether g_FileOpenCallbacker fires for each File_c that is opened on disk, found or not. False at start; set by
 /// FileOpenLogEnable and FileOpenLogDisable.
 extern ZQ_API bool g_bCollectResource;
 
@@ -49,8 +49,8 @@ inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: 
 /// sName is null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed
 /// first; the clean log then writes each path again. Logs outside of dwMask stay open.
 ///
-/// The logs are written while ModuleFile_c is initialised. They hold paths as they were opened. A path with a control
-/// character would forge a line: it is skipped, with a line in the main log.
+/// Sets g_bCollectResource. Opens are written while ModuleFile_c is initialised, as the paths that were opened. A path
+/// with a control character would forge a line: it is skipped, with a line in the main log.
 ZQ_API void FileOpenLogEnable(char const * sName, std::uint32_t dwMask, bool bAppend);
 
 /// Closes all response logs and sets g_bCollectResource to false. ModuleFile_c's Shutdown does not: the logs stay open
@@ -64,15 +64,15 @@ ZQ_API void FileOpenLogMode(std::uint32_t dwMode);
 /// Asserts that sName is not null. Does nothing while g_bCollectResource is false.
 ZQ_API void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode);
 
-/// Writes the files that were read from disk more than once, and how often, to the named log fileopen_calls.log. The
-/// file that was read most comes first.
+/// Writes the files whose File_c::iReads is above 1, and this number, to the named log fileopen_calls.log, the largest
+/// number first. A file that was streamed once is one of them, with 2.
 ZQ_API void FileDumpInfo();
 
-/// Logs size in bytes and name of each file that was opened and is resident, in table order. Waits for a file that is
-/// being read.
+/// Logs size in bytes and name of each resident file whose File_c::bOpened is set, in table order. Waits for a file
+/// that is being read.
 ZQ_API void FileLogLoadedMedia();
 
-/// Copies each file that was opened or streamed to the folder LoadedMedia of the current folder, under its key. Deletes
-/// the previous LoadedMedia first, without following links; if the new one can't be created, nothing is copied. Files
-/// that can't be copied and keys that lead out of the folder are skipped without a message.
+/// Copies each file whose File_c::bOpened is set to the folder LoadedMedia of the current folder, under its key.
+/// Deletes the previous LoadedMedia first, without following links; if the new one can't be created, nothing is copied.
+/// Files that can't be copied and keys that lead out of the folder are skipped without a message.
 ZQ_API void FileCloneLoadedMedia();
