@@ -1,9 +1,9 @@
 // cfilecache.h: a cache of the tables of files and folders, so that a start reads no folder.
 //
 // ModuleFile_c loads the cache instead of scanning if FilesystemCacheInit named one. At shutdown it writes the cache if
-// a file named filesystemcache.bin is known. Folders are stored relative to the media root, so a cache stays valid when
-// the tree moves. A cache is written only after scans that read everything. So a fault of the system, or a missing
-// media root, affects one start and not the following ones.
+// SetCacheFile named one, or if a file named filesystemcache.bin is known. Folders are stored relative to the media
+// root, so a cache stays valid when the tree moves. A cache is written only after scans that read everything. So a
+// fault of the system, or a missing media root, affects one start and not the following ones.
 //
 // A load does not compare the cache with the disk; FilesystemCacheIsCurrent compares its folders. Without that, a file
 // that was added since is unknown, one that was deleted fails to open, and sizes and times may be outdated until a file
@@ -13,7 +13,7 @@
 // Threads: main thread, while the modules start and end.
 // Cost: a load reads the cache at once and allocates each entry, about 0.2 us a file. A save takes as long, writes once
 // and waits for the disk.
-// Failure: a damaged cache ends in Abort. If the cache is deleted, the next start scans.
+// Failure: the load of a damaged cache ends in Abort. If the cache is deleted, the next start scans.
 //
 //     SetPQXMediaPath("media");
 //     FilesystemCacheInit("filesystemcache.bin");
@@ -35,6 +35,7 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// - another major version, or too few bytes.
 /// - a text that does not fit its check sum.
 /// - two entries of one name, or a file without its folder.
+/// - more folders or files than the tables have room for.
 ///
 /// Bytes after the last record are not read. A load adds to what the tables hold already:
 /// - Files that were registered before stay, with their folders, except for the cache's own folder.

@@ -29,7 +29,7 @@ ZQ_API String_T<256> FileGetMediaTemplate();
 /// that sLocation begins and ends with `\`; otherwise the previous one stays.
 ZQ_API void FileSetSplit(char const * sLocation);
 
-/// Returns the media root, without one separator at its end. Each call tries these in turn:
+/// Returns the media root. One separator at its end is removed. Each call tries these in turn:
 /// - the path of SetPQXMediaPath, whether it exists or not.
 /// - the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if that path exists.
 /// - ".", if the main pack, the pattern without its `*`, lies in the current folder.
@@ -40,8 +40,8 @@ ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);
 /// Sets the media root. If sPath is null or empty, as at start, GetPQXMediaPath searches for it.
 ZQ_API void SetPQXMediaPath(char const * sPath);
 
-/// Sets the configuration: the name of the only folder directly in "media\_configdependeddata\" that scans enter. Empty
-/// at start: they enter no folder there.
+/// Sets the configuration: the name, as the disk spells it, of the only folder directly in "media\_configdependeddata\"
+/// that scans enter. Empty at start: they enter no folder there.
 ZQ_API void SetPQXCurrentConfig(char const * sConfig);
 
 /// Returns whether the command line has `--game <name>`. False until the module starts. g_bAddon is the same.
@@ -50,14 +50,15 @@ extern ZQ_API bool g_bAddon;
 
 /// Module of the file system. Depends on ModuleLog_c.
 ///
-/// Initialize takes the game's name from the command line ("pqx" without one) and fills the tables. If there is a cache
+/// Initialize takes the game's name from the command line ("pqx" without one). It excludes the folders _svn, CVS, .svn,
+/// $$$pqxautosave and $$$pqxbackup and the files .cvsignore and message.log, and fills the tables. If there is a cache
 /// (cfilecache.h), it loads the cache and scans only the folders profiles and mapscache of the media root, which change
 /// while a game runs. Without a cache it scans the media root. Then it starts the worker of cfileasync.h and computes
 /// the media hash (cfilehash.h). The idle heartbeat looks for changed files (cfiletrack.h).
 ///
 /// Shutdown stops the worker and writes the cache: the one of SetCacheFile, or else filesystemcache.bin in the media
 /// root if a file of that name is known. Then it empties the tables, the exclude lists, the types of stayers and
-/// g_FileOpenCallbacker. The settings above stay. The cache leaves out:
+/// g_FileOpenCallbacker, and ends the watch of cfiletrack.h. The settings above stay. The cache leaves out:
 /// - the folders profiles, mapscache, $$$pqxautosave and $$$pqxbackup of the media root.
 /// - folders that were registered by a path relative to the current folder, unless the media root is such a path.
 class ZQ_API ModuleFile_c : public Module_c

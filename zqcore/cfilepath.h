@@ -12,11 +12,14 @@
 // - names that are not UTF-8 or hold a `\`, and keys that begin with a drive, as `a:b` does;
 // - pipes, sockets and devices;
 // - folders that can't be read, or whose path has more than 255 characters;
-// - files of which the system reports no facts;
+// - entries of which the system reports no facts;
+// - folders of another configuration (SetPQXCurrentConfig);
 // - a folder that the scan has entered already, by a link or as the target of one.
 //
-// Without a log line it skips links whose target is missing, and files of unfinished saves
-// (FileReplacement_c::IsBeside).
+// Without a log line it skips:
+// - links whose target is missing.
+// - files of unfinished saves (FileReplacement_c::IsBeside).
+// - excluded names, and the folders of other games (FileSetSplit).
 //
 // A bare name of more than 127 characters is cut, so the file can't be opened. A file of 2 GiB or more can't be opened
 // either. Both are logged.
@@ -49,8 +52,9 @@ extern ZQ_API FileTable_t g_sFileObjects;
 extern ZQ_API PathTable_t g_sPaths;
 
 /// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
-/// g_AddSubfolderCallbacker for each folder. Returns false, with a log line, if there is no such folder, its path has
-/// more than 255 characters, or a folder in lower case hides it.
+/// g_AddSubfolderCallbacker for each folder. Returns true too if the folder can't be read; then FileScanIsWhole returns
+/// false. Returns false, with a log line, if there is no such folder, its path has more than 255 characters, or a
+/// folder in lower case hides it.
 ///
 /// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
 /// name as the key. A file whose key exceeds 127 characters is then skipped with a log line. Files of a folder outside
@@ -67,15 +71,16 @@ ZQ_API bool FileScanIsWhole(char const * sPath);
 ZQ_API void FileRemoveSearchPath(char const * sPath, bool bUnused);
 
 /// Closes each file of a folder and its subfolders once, and removes the files and the folders. Returns whether
-/// anything was removed. A file that is still open is no longer found, but stays valid, with its folder, until
-/// FileReset.
+/// anything was removed. A file that has further references is no longer found, but stays valid, with its folder, until
+/// FileReset. Requires that the holder of a file's only reference, if it is not the list of stayers, no longer uses it.
 ZQ_API bool FileResetFiles(char const * sPath);
 
 /// Destroys all files and removes all folders. Requires that no file is in use.
 ZQ_API void FileReset();
 
 /// Reads a file once, registers it by its bare name and returns true. Returns true without touching the disk if the
-/// bare name is known already, in any folder. On failure returns false, with log lines.
+/// bare name is known already, in any folder. On failure returns false, with log lines. A file that the system does not
+/// open is an Achtung too (cfile.h).
 ZQ_API bool FileAddOneFile(char const * sFile);
 
 /// Exclude the folders, or the files, of a bare name from later scans, in any case. The name is copied, cut at 255

@@ -10,6 +10,7 @@
 /// Adds a copy of a folder's path to g_sPaths. Returns null if the table has it already or is full.
 String_T<256> const * FilePathAdd(char const * szPath);
 
+/// Characters of the longest key.
 inline constexpr std::size_t FILE_KEY_LENGTH = File_c::Key_t::Capacity() - 1;
 
 /// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
@@ -49,7 +50,8 @@ public:
         m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName, nKey);
     }
 
-    /// Adds the waiting file, if there is one. A file that the table refuses is destroyed, with a complaint.
+    /// Adds the waiting file, if there is one. A file that the table refuses is destroyed. A duplicate is logged; the
+    /// first file of the process for which the table has no room is a Warning.
     void Flush()
     {
         FileTable_t::Entry_s const Entry = std::exchange(m_Waiting, {});
