@@ -7,7 +7,8 @@
 //
 // Ownership: the object owns the file beside and deletes it in its destructor. A process that is killed leaves it.
 // Threads: one thread at a time.
-// Cost: each Write is a system call. Commit waits for the disk, some milliseconds. Nothing allocates from the heap.
+// Cost: each Write is a system call. Commit waits for the disk, some milliseconds. Nothing allocates from the heap,
+// unless a folder of the path has another spelling on the disk.
 // Failure: false, with the reason of the first failure in GetWhyNot. Later calls fail too.
 //
 //     FileReplacement_c Replacement("saves\\two.sav");
@@ -45,8 +46,8 @@ public:
     /// Appends bytes to the file beside and returns true. On failure returns false, and Commit will fail.
     bool Write(void const * pData, std::size_t nBytes);
 
-    /// Replaces the 32-bit word at the byte nOffset and returns true. Requires that it was written as dwOld, which
-    /// counts in the CRC. On failure returns false, and Commit will fail.
+    /// Replaces the 32-bit word at the byte nOffset and returns true. Requires that the word was written as dwOld: the
+    /// CRC is corrected by the difference. On failure returns false, and Commit will fail.
     bool Rewrite(std::uint64_t nOffset, std::uint32_t dwOld, std::uint32_t dwNew);
 
     /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true. Call it

@@ -18,7 +18,8 @@
 //
 // Ownership: the FileSave_c owns the lock and the loaded contents. A reader frees the contents when it is closed.
 // Threads: an object belongs to one thread at a time.
-// Cost: a load holds the whole save in memory until its reader is closed. A writer allocates nothing.
+// Cost: a load holds the whole save in memory until its reader is closed. A writer allocates as a FileReplacement_c
+// does.
 // Failure: calls return false, null or a state, with the reason in GetWhyNot. Nothing here logs or shows a dialog.
 //
 // Load:
@@ -88,7 +89,7 @@ public:
 
     /// Reads the save, or a previous one as in GetPath, checks it and returns its state. Returns NEWER or OLDER for a
     /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above it. Frees
-    /// the contents of the load before; requires that their reader is closed.
+    /// the contents of the previous load; requires that their reader is closed.
     State_e Load(std::uint32_t dwVersion, int iPrevious = 0);
 
     /// Returns the archive that Load has found whole, for one Readable_c, which frees the contents when it is closed.

@@ -21,8 +21,8 @@
 // - When the watched folder is deleted or renamed, nothing more is reported.
 // - All changes between two calls are lost if they need more than 4,094 bytes: 12 each, and two for each character of
 //   the path below the watched folder. 100 paths of 14 characters fit.
-// - Characters above U+00FF are dropped from paths. So changes of files with such names are lost. For known files a
-//   line is logged.
+// - Characters above U+00FF are dropped from paths. So changes of files whose paths hold such characters are lost. A
+//   line is logged if only the names of folders hold them and the file is known.
 //
 // Ownership: texts are copied.
 // Threads: main thread; there is no thread of its own. A forked process reports only changes after its first call. Its
@@ -38,9 +38,10 @@
 
 #include "zqcore/cstring.h"
 
-/// Starts to watch a folder with its subfolders. sPath has no separator at its end. Ends a previous watch. On failure
-/// nothing is watched, log lines state the reason, and FileOpenTracker complains. Reasons:
-/// - the folder can't be opened.
+/// Starts to watch a folder with its subfolders. Ends a previous watch. Asserts that sPath is not null. Requires that
+/// it has no separator at its end. On failure nothing is watched, log lines state the reason, and FileOpenTracker
+/// raises an Achtung. Reasons:
+/// - the folder can't be opened, or its path has more than 255 characters.
 /// - the system's limits. Under Linux they are `fs.inotify.max_user_watches`, the folders that a user may watch, and
 ///   `fs.inotify.max_user_instances`, the watches that a user may start.
 ZQ_API void FileTrackChanges(char const * sPath);
@@ -56,9 +57,9 @@ ZQ_API String_T<1024> FileTrackGetProblem();
 /// separated by blanks. Cut at 255 characters.
 ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
-/// Reports what has changed since the last call. Waits up to 5 seconds at each changed file until no process has it
-/// open for writing. If one still has after that time, the change is logged and lost. If the file is no longer at its
-/// path, the change is logged and lost without a wait. A call from within the callback does nothing.
+/// Reports what has changed since the last call. Waits at each changed file, from 10 ms up to 5 seconds, until no
+/// process has it open for writing. If one still has after that time, the change is logged and lost. If the file is no
+/// longer at its path, the change is logged and lost without a wait. A call from within the callback does nothing.
 ZQ_API void FileTrackDoWork();
 
 /// Ends the watch, if there is one, and empties the list of extensions.
