@@ -24,7 +24,8 @@
 // For code of one kind of processor:
 //
 // - ZQ_TARGET(szFeatures) lets a function use instructions beyond those of the build, named as in "sha,sse4.1".
-// - ZQ_WRITTEN_ORDER, at the head of a source, keeps its instructions in the order in which they are written.
+// - ZQ_WRITTEN_ORDER, at the head of a source, keeps its instructions in the order in which they are written. Has no
+//   effect with Clang.
 // - ZQ_PROCESSOR_HAS(szFeature) is true if the processor has that feature. Callable before the first constructor.
 #pragma once
 

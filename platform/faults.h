@@ -1,8 +1,8 @@
 // faults.h: the faults of this process: which fault, where, and with which registers.
 //
-// A filter receives each fault that nothing else handles, on the thread that faulted, and each uncaught C++ exception.
-// It runs on a stack of the library's own, so it needs little of the thread's. The filter may use neither the heap nor
-// a lock.
+// A filter receives each fault, on the thread that faulted, and each uncaught C++ exception. A handler that the host
+// sets later comes first. The filter runs on a stack of the library's own, so it needs little of the thread's. It may
+// use neither the heap nor a lock.
 //
 // - One filter is set at a time. A caller that sets one keeps the previous one, and its filter calls that.
 // - After the filter the fault goes to the handler from before the first filter, with the thread as it was. Without a

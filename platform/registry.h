@@ -64,8 +64,8 @@ namespace plat
     constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
 
     /// Opens a key by its path from the tree. With bCreate, creates it and the missing keys of its path. Returns null
-    /// if it does not exist or can't be created. Rights that the user does not have are left out: an operation that
-    /// needs them fails later.
+    /// if it does not exist or can't be created. dwAccess has the rights that the caller needs. Those that the user
+    /// does not have are left out: an operation that needs them fails later. Others may be granted too.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate);
 
     /// Closes a key. Null does nothing.

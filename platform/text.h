@@ -34,7 +34,7 @@ namespace plat
     /// - a byte that is not UTF-8, as `\xFF`.
     ///
     /// All else is copied unchanged, including `\`. Copies the whole characters and escapes that fit, and moves szText
-    /// past them. An nSize of 7 or more always has room for one. Returns the number of bytes written, without the
+    /// after them. An nSize of 7 or more always has room for one. Returns the number of bytes written, without the
     /// terminator.
     std::size_t TextEscape(char * szOut, std::size_t nSize, char const *& szText, Controls_e eControls);
 

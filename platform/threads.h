@@ -140,9 +140,9 @@ namespace plat
     };
 
     /// Moves the calling thread to the idle scheduling class, which runs only when nothing else needs the processor.
-    /// Returns false if the system refuses. Requires that no other thread of the process is in that class. Another
-    /// thread that joins this one, or sleeps for a Lock_c that this one holds, raises this one to the normal class.
-    /// There it stays until it calls ThreadSetIdleClass again.
+    /// Returns false if the system refuses. Requires that no other thread of the process is in that class. If
+    /// another thread joins this one, or sleeps for a Lock_c that this one holds, this one moves to the normal class.
+    /// It stays there until it calls ThreadSetIdleClass again.
     bool ThreadSetIdleClass();
 
     /// Returns whether the system allows raising the thread that called ThreadSetIdleClass to the normal class. Many

@@ -1,7 +1,7 @@
 // openfile.h: what the sources of files share: descriptors as handles, and how a file is opened for writing.
 //
-// Every file that the library writes is opened here, except those below a folder of the library's own. Those keep the
-// same rules by the flags below:
+// Every file that the library writes is opened here, except those below a folder of the library's own and those of
+// rawfiles.h. The exceptions keep the same rules by the flags below:
 // - An existing name is opened only if it is a regular file. It is never opened through a symbolic link as the last
 //   name, and never waited for.
 // - A new name is created exclusively.

@@ -6,6 +6,6 @@
 namespace plat
 {
     /// Runs fnCall(pArgument) on the nBytes of memory at pStack, whose end is aligned to 16 bytes. The thread stays the
-    /// same, and an exception passes through. Takes less than 512 bytes of the present stack. No heap and no lock.
+    /// same, and an exception passes through. Uses less than 512 bytes of the present stack, no heap and no lock.
     void StackCallOn(void * pStack, std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument);
 }

@@ -4,7 +4,7 @@
 // The helper answers each with one SymbolAnswer_t that has its number, so that a late answer is not taken for the next
 // question's. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the library answers
 // with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word sizes. Both sides
-// come from one build, which the mark in the first record proves.
+// come from one build. If the mark in the first record is another one, the helper ends.
 #pragma once
 
 #include <cstddef>
@@ -41,7 +41,7 @@ namespace plat
         std::uint64_t nLockMark;                      // from a thread's thread pointer to what marks its locks
         std::uint64_t dRegisters[SYMBOL_REGISTERS];   // IP SP BP AX BX CX DX SI DI R8 to R15
         std::uint64_t dVectors[SYMBOL_VECTORS];       // low halves of XMM0 to XMM15
-        std::uint64_t nVectors;                       // of them that are known
+        std::uint64_t nVectors;                       // number of them that are known
     };
 
     /// Printer of the values of a type, as SymbolsAddPrinter (symbols.h) adds it. Both texts are terminated.
