@@ -183,7 +183,7 @@ inline bool IsIdleThread()
     return sched_getscheduler(0) == SCHED_IDLE;
 }
 
-/// Returns whether the system has such a class of threads, and lets a thread leave it.
+/// Returns whether the system has an idle class of threads, and lets a thread leave it.
 inline bool IdleThreadsCanLeave()
 {
     bool bCan = false;

@@ -25,7 +25,7 @@ struct Options_s
     std::string sGame = "pqx";
     bool bGameGiven = false;
     std::string sLogFolder;   // "logs" in the caller's current folder if none is given
-    std::string sSave;        // a file; next to the logs if none is given
+    std::string sSave;        // a file; sGame and ".sav" in the log folder if none is given
     std::string sStats;       // the profiler's file; empty: none
     std::string sCacheFile;   // of the file system cache; empty: in the media root
     int nFrames = 480;        // from 0 to 1,000,000; bWatch ignores it

@@ -17,5 +17,5 @@ std::string HtmlEscaped(std::string_view sText);
 /// Appends the text as a JSON string in ASCII, with its quotes. U+FFFD replaces each byte that is not UTF-8.
 void AppendJsonQuoted(std::string & sTo, std::string_view sText);
 
-/// Returns the text likewise. It holds no '<', so it may be part of a script element.
+/// Returns the text as AppendJsonQuoted appends it. The result holds no '<', so it may be part of a script element.
 std::string JsonQuoted(std::string_view sText);
