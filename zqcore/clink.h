@@ -24,8 +24,8 @@ template <typename T>
 struct Link_T
 {
     T tData;
-    Link_T * pNext = nullptr;
-    Link_T * pPrev = nullptr;
+    Link_T * pNext = nullptr;   // null in the last node
+    Link_T * pPrev = nullptr;   // null in the head
 
     /// Makes a node of no list with a copy of Data.
     explicit Link_T(T const & Data)
@@ -47,7 +47,7 @@ struct Link_T
         return this;
     }
 
-    /// Removes this node from the list that starts at pHead. Returns the head of the rest.
+    /// Removes this node from the list that starts at pHead. Returns the head of the rest, or null if none is left.
     Link_T * Unlink(Link_T * pHead)
     {
         if (pNext)

@@ -72,7 +72,7 @@ public:
 
     /// Returns the length of the instruction at pCode, of nBytes at most, and writes its text: "%-6s %s" with mnemonic
     /// and operands, cut at nText - 1 characters. Returns 0 and an empty text if nBytes is 0, if the bytes end inside
-    /// prefixes, or without pages.
+    /// prefixes, or without pages. Requires nText > 0.
     ZQ_API std::size_t Decode(unsigned char const * pCode, std::size_t nBytes, char * szText, std::size_t nText);
 
 private:

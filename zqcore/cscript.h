@@ -108,7 +108,7 @@ public:
 
     // For callers to read, not to write.
     char m_sName[260] = "";      // name of the file, or "Memory mapped: %08X, size: %d", cut to fit
-    bool m_bInToken = false;     // the last GetToken found a token
+    bool m_bInToken = false;     // the last GetToken found a token, or was the first after a token that ends the text
     int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice
     char const * m_pData = "";   // text
     int m_iBytesRead = 0;        // position of the next read, in bytes
