@@ -66,7 +66,7 @@ public:
     /// continues, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS.
     void Init(int iElements, int iElementSize);
 
-    /// Frees the storage with all elements in use. The water marks stay. Init may follow.
+    /// Frees the storage with all elements in use. The water marks stay. Init may follow, and sets them to 0.
     void Reset();
 
     /// Allocates and returns an element, or null if the pool is full. The element that was freed last from a full group

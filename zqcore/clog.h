@@ -37,7 +37,7 @@ extern ZQ_API int g_iLogFrameCounter;
 /// Sets folder and name of the main log, makes the missing levels of the folder, and passes both to the crash report.
 /// Call it before LogInit. Both texts are cut at 1023 characters; null is an empty text.
 /// - The folder ends in a separator. Without one, its last level becomes the start of the log's name and is not made as
-///   a folder. A crash report needs that folder: if it does not exist, a crash leaves none.
+///   a folder. A crash report needs that folder: if it does not exist, a crash leaves no report.
 /// - A relative folder is below the current one.
 ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
 

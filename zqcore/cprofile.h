@@ -78,8 +78,8 @@ namespace profiler
 extern ZQ_API std::int64_t g_tSwapLastTime;
 extern ZQ_API std::int64_t g_tSwapMaxTime;
 
-/// Pushes the timer with this identifier. The name is used only if that makes a new timer; its first 31 characters are
-/// kept.
+/// Pushes the timer with this identifier. The name is used only if the push makes a new timer; its first 31 characters
+/// are kept.
 ZQ_API void ProfilerPush(std::uint32_t iTimer, char const * szName);
 
 /// Pushes the timer of a name, as a child of the root if bRoot is set. The identifier is the CRC-32 (ccrc.h) of the

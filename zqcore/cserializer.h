@@ -86,8 +86,8 @@ public:
     /// Frees every slot. Costs nothing if all are free.
     static void ResetCache();
 
-    /// Adds a static object that has no contents in files. Does not add null or an object that was added before. Must
-    /// be called before the first pass, in the same order in each run.
+    /// Adds a static object that has no contents in files. Does not add null or an object that was added before.
+    /// Requires calls before the first pass, in the same order in each run.
     static void RegisterStaticPointer(void * pPointer);
 
     /// Assigns an identifier to an address. Only a body calls it: for its object, so that parts of the object can point

@@ -76,7 +76,7 @@ public:
     /// Returns N: the characters that fit, plus the terminator.
     static constexpr int Capacity() { return N; }
 
-    /// Compare exactly, with any capacity. Asserts that sTxt is not null; a null equals nothing.
+    /// Compare exactly, with any capacity. Assert that sTxt is not null; a null equals nothing.
     bool operator==(char const * sTxt) const;
     bool operator==(std::string_view sTxt) const { return std::string_view(*this) == sTxt; }
     template <int M>
@@ -85,7 +85,7 @@ public:
         return *this == static_cast<char const *>(Other);
     }
 
-    /// Order exactly, as strcmp does. Asserts that sTxt is not null; a null comes first.
+    /// Order exactly, as strcmp does. Assert that sTxt is not null; a null comes first.
     std::strong_ordering operator<=>(char const * sTxt) const;
     std::strong_ordering operator<=>(std::string_view sTxt) const
     {

@@ -1,8 +1,8 @@
 // ctimer.h: two clocks.
 //
-// The long time is in seconds, from the best clock that the machine has. Until ModuleTimer_c is initialised that is the
-// coarse clock, from then on the good one. longTimeGetPassed continues across that change without a jump. Values of
-// longTimeGet from before and after it must not be compared. The short time is the processor's cycle counter.
+// The long time is in seconds. It comes from a coarse clock of milliseconds until ModuleTimer_c is initialised, and
+// then from a good clock, if the machine has one. longTimeGetPassed continues across that change without a jump. Values
+// of longTimeGet from before and after it must not be compared. The short time is the processor's cycle counter.
 //
 // Ownership: nothing is owned.
 // Threads: any thread, without locks. The first calls of longTimeGetPassed and shortTimeGetSec belong to the main
