@@ -31,12 +31,14 @@ class GigaGroup_c
 public:
     static constexpr int ELEMENTS = 32;
 
+    /// Make a record without allocated elements. The second one has these neighbours in its chain.
     GigaGroup_c() = default;
     GigaGroup_c(int iNext, int iPrev);
 
     /// Returns a record without a free element.
     static constexpr GigaGroup_c Full();
 
+    /// Return whether no element is allocated, whether all are, and whether two or more are free.
     bool IsEmpty() const { return Lower(Masks()) == 0; }
     bool IsFull() const { return Lower(Masks()) == ALL; }
     bool HasTwoFree() const { return Lower(WithLowestFree(Masks())) != ALL; }
@@ -94,6 +96,7 @@ class GigaOpenGroup_c
 public:
     using Last_e = GigaGroup_c::Last_e;
 
+    /// Return whether a group is open, and what GigaGroup_c does for it.
     bool IsOpen() const { return m_pRecord != nullptr; }
     bool IsEmpty() const { return m_Group.IsEmpty(); }
     bool HasTwoFree() const { return m_Group.HasTwoFree(); }   // false if no group is open
@@ -142,6 +145,8 @@ public:
     bool RequireStorage() const;
     bool RequireStorageToAlloc(int iWaterMark) const;
 
+    /// Return the bytes of an element, whether no group has a free element, the storage and its bytes, and the records.
+    /// An open group counts as one with a free element.
     int GetElementSize() const { return m_iElementSize; }
     bool IsFull() const { return m_iFreeList == GIGA_GROUP_NULL; }
     std::uint8_t * GetData() const { return m_pData; }

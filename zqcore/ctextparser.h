@@ -24,6 +24,7 @@
 class CharacterSet_c
 {
 public:
+    /// Add or remove a value.
     void AddChar(unsigned char c) { m_dFlags[c] = true; }
     void RemoveChar(unsigned char c) { m_dFlags[c] = false; }
 
