@@ -36,7 +36,6 @@ namespace plat
     struct LockState_t
     {
         std::uintptr_t Address;
-        std::uint32_t nBytes;   // its size
         std::uintptr_t Owner;   // the value of its LockOwner_t
     };
 

@@ -238,7 +238,9 @@ TEST_F(CrashDetailsByHelper, ShowTheOtherThreadsThoseWithLocksFirst)
     std::string const sLock = "\\(anonymous namespace\\)::g_HostLock\n",
                       sFrames = "(#[0-9]+ [^\n]+\n(    at [^\n]+\n)?)+\n";
     EXPECT_THAT(sThreads, ContainsRegex("^thread [0-9]+ \"holder\", holds " + sLock + sFrames
-                                        + "thread [0-9]+ \"waiter\", waits for " + sLock + sFrames + "thread "));
+                                        + "thread [0-9]+ \"owner\", holds 0x[0-9A-F]+\n" + sFrames
+                                        + "thread [0-9]+ \"waiter\", waits for " + sLock + sFrames
+                                        + "thread [0-9]+ \"second\", waits for 0x[0-9A-F]+\n" + sFrames + "thread "));
     EXPECT_THAT(sThreads, ContainsRegex("\nthread [0-9]+ \"idle\"\n" + sFrames));
     EXPECT_THAT(sThreads, HasSubstr("plat::Lock_c::Enter"));
     EXPECT_THAT(

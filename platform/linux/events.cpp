@@ -63,7 +63,7 @@ namespace plat
 
         // The address of this variable names the thread. It stays the same in a child of fork; the thread's number does
         // not.
-        ZQ_THREAD_LOCAL char t_cSelf;
+        ZQ_THREAD_LOCAL LockMark_t t_Mark;
 
         // Returns the time of the monotonic clock after nMilliseconds.
         timespec TimeAfter(std::uint32_t nMilliseconds)
@@ -93,7 +93,7 @@ namespace plat
             // Makes the calling thread that one.
             bool Enter()
             {
-                if (!Is(&t_cSelf))
+                if (!Is(&t_Mark))
                 {
                     if (!SetClass(0, SCHED_IDLE))
                     {
@@ -102,7 +102,7 @@ namespace plat
                     m_bCanBeLifted = SetClass(0, SCHED_OTHER);
                     m_hThread = ::pthread_self();
                     m_iThread = static_cast<pid_t>(::syscall(SYS_gettid));
-                    m_pMark.store(&t_cSelf, std::memory_order_release);
+                    m_pMark.store(&t_Mark, std::memory_order_release);
                 }
                 return ::sched_getscheduler(0) == SCHED_IDLE || SetClass(0, SCHED_IDLE);
             }
@@ -126,7 +126,7 @@ namespace plat
                 return bSet;
             }
 
-            std::atomic<void const *> m_pMark{ nullptr };   // the address of its t_cSelf; null without one
+            std::atomic<void const *> m_pMark{ nullptr };   // the address of its t_Mark; null without one
             std::atomic<pthread_t> m_hThread{ 0 };
             std::atomic<pid_t> m_iThread{ 0 };
             std::atomic<bool> m_bCanBeLifted{ true };
@@ -139,7 +139,7 @@ namespace plat
     // A thread's own handle is its thread pointer.
     std::intptr_t LockMarkOffset()
     {
-        return reinterpret_cast<std::intptr_t>(&t_cSelf) - static_cast<std::intptr_t>(::pthread_self());
+        return reinterpret_cast<std::intptr_t>(&t_Mark) - static_cast<std::intptr_t>(::pthread_self());
     }
 
     void IdleThreadLift(pthread_t hThread)
@@ -171,7 +171,7 @@ namespace plat
     bool Lock_c::TryEnter()
     {
         // Only the thread itself stores its own mark, so stores by other threads make no difference.
-        if (m_Owner.load(std::memory_order_relaxed) == &t_cSelf)
+        if (m_Owner.load(std::memory_order_relaxed) == &t_Mark)
         {
             ++m_nDepth;
             return true;
@@ -180,7 +180,7 @@ namespace plat
         {
             return false;
         }
-        m_Owner.store(&t_cSelf, std::memory_order_relaxed);
+        m_Owner.store(&t_Mark, std::memory_order_relaxed);
         return true;
     }
 
@@ -209,6 +209,8 @@ namespace plat
                 return;
             }
         }
+        t_Mark.pOwner = &m_Owner;
+        t_Mark.pAwaited = this;
         // Other threads may sleep too, so a thread that has slept leaves the word contended.
         while (m_nState.exchange(CONTENDED, std::memory_order_acquire) != FREE)
         {
@@ -224,7 +226,8 @@ namespace plat
             timespec const Until = TimeAfter(LIFT_AGAIN_MILLISECONDS);
             SleepWhile(m_nState, CONTENDED, &Until);
         }
-        m_Owner.store(&t_cSelf, std::memory_order_relaxed);
+        t_Mark.pAwaited = nullptr;
+        m_Owner.store(&t_Mark, std::memory_order_relaxed);
     }
 
     void Lock_c::Leave()

@@ -87,7 +87,7 @@ namespace plat
         {
             for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
             {
-                fnVisit({ reinterpret_cast<std::uintptr_t>(&p->m_Lock), sizeof(Lock_c),
+                fnVisit({ reinterpret_cast<std::uintptr_t>(&p->m_Lock),
                             reinterpret_cast<std::uintptr_t>(p->m_Lock.GetOwner()) },
                     pContext);
             }

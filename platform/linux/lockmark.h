@@ -5,7 +5,13 @@
 
 namespace plat
 {
-    /// Returns the distance in bytes from a thread's thread pointer to the variable whose address is the owner of the
-    /// locks that the thread holds. The distance is the same in every thread.
+    /// What a thread shows of its locks. Its address is the owner of the locks that the thread holds.
+    struct LockMark_t
+    {
+        void const * volatile pAwaited;   // the lock that the thread waits for, null for none
+        void const * volatile pOwner;     // where that lock has its owner
+    };
+
+    /// Returns the distance in bytes from a thread's thread pointer to its LockMark_t. It is the same in every thread.
     std::intptr_t LockMarkOffset();
 }

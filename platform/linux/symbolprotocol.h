@@ -38,7 +38,7 @@ namespace plat
         std::uint32_t nWord;                          // bytes of an address
         std::uint32_t nThread;                        // the system's number of the thread
         std::uint32_t nPrinters;                      // records of SymbolPrinter_t that follow
-        std::uint64_t nLockMark;                      // from a thread's thread pointer to what marks its locks
+        std::uint64_t nLockMark;                      // LockMarkOffset (lockmark.h)
         std::uint64_t dRegisters[SYMBOL_REGISTERS];   // IP SP BP AX BX CX DX SI DI R8 to R15
         std::uint64_t dVectors[SYMBOL_VECTORS];       // low halves of XMM0 to XMM15
         std::uint64_t nVectors;                       // number of them that are known
@@ -63,7 +63,7 @@ namespace plat
         ASK_TYPE_MEMBER,    // nIndex: member, nValue: type -> dValues: type, offset, size, first bit, bits
         ASK_TYPE_BASE,      // nValue: type -> dValues: SymbolBase_e
         ASK_DETAIL,         // nValue: SymbolSection_e -> szText: its next lines
-        REPORT_LOCK         // nValue: address, nIndex: bytes, nMore: mark of the thread that holds it, 0 for none
+        REPORT_LOCK         // nValue: address, nMore: mark of the thread that holds it, 0 for none
     };
 
     /// Request to the helper.

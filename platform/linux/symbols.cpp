@@ -369,8 +369,7 @@ namespace plat
             [](LockState_t const & Lock, void * pSymbols)
             {
                 SymbolAnswer_t Unused;
-                static_cast<Symbols_c *>(pSymbols)->Ask(
-                    { REPORT_LOCK, Lock.nBytes, Lock.Address, Lock.Owner }, &Unused);
+                static_cast<Symbols_c *>(pSymbols)->Ask({ REPORT_LOCK, 0, Lock.Address, Lock.Owner }, &Unused);
             },
             this);
     }

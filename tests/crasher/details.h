@@ -123,12 +123,14 @@ void StartBeside(char const * szName, CALL Call)
     }
 }
 
+plat::Lock_c * const g_pUnregistered = new plat::Lock_c;
+
 inline int Descend(int nFrames)
 {
     return nFrames == 0 ? pause() : Descend(nFrames - 1) + 1;
 }
 
-/// One thread does nothing, one does nothing deep in its stack, one holds a lock and one waits for it.
+/// One thread does nothing and one does nothing deep in its stack. Others hold a lock or wait for one.
 inline void StartThreads()
 {
     StartBeside("idle", [](auto Ready) { Ready(); });
@@ -136,6 +138,12 @@ inline void StartThreads()
         [](auto Ready)
         {
             g_HostLock.Enter();
+            Ready();
+        });
+    StartBeside("owner",
+        [](auto Ready)
+        {
+            g_pUnregistered->Enter();
             Ready();
         });
     StartBeside("deep",
@@ -149,6 +157,12 @@ inline void StartThreads()
         {
             Ready();
             g_HostLock.Enter();
+        });
+    StartBeside("second",
+        [](auto Ready)
+        {
+            Ready();
+            g_pUnregistered->Enter();
         });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }

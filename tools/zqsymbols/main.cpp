@@ -59,7 +59,7 @@ namespace zqsymbols
                 case plat::ASK_DETAIL:
                     return AnswerDetail(Request.nValue, To);
                 case plat::REPORT_LOCK:
-                    m_ThreadLines.AddLock({ Request.nValue, Request.nIndex, Request.nMore });
+                    m_ThreadLines.AddLock({ Request.nValue, Request.nMore });
                     return true;
                 default:
                     return false;

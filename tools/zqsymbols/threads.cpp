@@ -1,5 +1,6 @@
 #include "tools/zqsymbols/threads.h"
 
+#include "platform/linux/lockmark.h"
 #include "tools/zqsymbols/names.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <elf.h>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <sys/ptrace.h>
 #include <sys/uio.h>
 #include <sys/user.h>
@@ -29,8 +31,7 @@ namespace zqsymbols
         constexpr std::chrono::seconds ALL_LIMIT(5);           // for the stops and walks of all threads
         constexpr std::chrono::milliseconds STOP_LIMIT(200);   // for one thread to stop
         constexpr std::chrono::microseconds STOP_SLEEP(100);
-        constexpr std::size_t WALKED = 256, SHOWN = 64;                                // frames of a thread
-        constexpr std::uint64_t FUTEX_64 = 202, FUTEX_32 = 240, FUTEX_32_WIDE = 422;   // numbers of system calls
+        constexpr std::size_t WALKED = 256, SHOWN = 64;   // frames of a thread
 
         // A 32-bit thread's registers, as the kernel has them for a 64-bit tracer.
         struct Registers32_t
@@ -48,7 +49,6 @@ namespace zqsymbols
         {
             Registers_t Registers;
             std::uint64_t nThreadPointer = 0;
-            std::uint64_t nAwaited = 0;   // the address that it sleeps on, 0 for none
         };
 
         // Waits until a traced thread has stopped. Returns the signal that it was about to get, or -1 if it did not
@@ -78,7 +78,6 @@ namespace zqsymbols
                 Stopped.Registers.Set(i, dValues[i]);
             }
             Stopped.nThreadPointer = Kernel.fs_base;
-            Stopped.nAwaited = Kernel.orig_rax == FUTEX_64 ? Kernel.rdi : 0;
         }
 
         void Take32(int iThread, Registers32_t const & Kernel, Stopped_t & Stopped)
@@ -95,8 +94,6 @@ namespace zqsymbols
             {
                 Stopped.nThreadPointer = Segment.nBase;
             }
-            bool const bFutex = Kernel.nCall == FUTEX_32 || Kernel.nCall == FUTEX_32_WIDE;
-            Stopped.nAwaited = bFutex ? Kernel.nBx : 0;
         }
 
         // Reads a stopped thread's registers. Returns false if they are not those of this word size.
@@ -151,7 +148,29 @@ namespace zqsymbols
         char const * const szName = pModule == nullptr ? nullptr
                                                        : dwfl_module_addrinfo(pModule, Lock.nAddress, &nOffset, &Symbol,
                                                            nullptr, nullptr, nullptr);
-        return szName == nullptr ? ModulePlace(m_Process, Lock.nAddress) : Escaped(PlainName(szName));
+        if (szName != nullptr)
+        {
+            return Escaped(PlainName(szName));
+        }
+        std::string const sPlace = ModulePlace(m_Process, Lock.nAddress);
+        std::ostringstream Address;
+        Address << "0x" << std::hex << std::uppercase << Lock.nAddress;
+        return sPlace != "?" ? sPlace : Address.str();
+    }
+
+    // A lock that the library did not report, as that of an open file, is known by those that wait for it.
+    void ThreadLines_c::ReadMark(Thread_t & Thread)
+    {
+        std::uint64_t const nWord = m_Process.GetWord();
+        auto const Read = [&](std::uint64_t nAddress) { return m_Process.ReadNumber(nAddress, nWord).value_or(0); };
+        Thread.nAwaited = Read(Thread.nMark + offsetof(plat::LockMark_t, pAwaited) / sizeof(void *) * nWord);
+        bool const bKnown = std::any_of(
+            m_dLocks.begin(), m_dLocks.end(), [&](Lock_t const & Lock) { return Lock.nAddress == Thread.nAwaited; });
+        if (Thread.nAwaited != 0 && !bKnown)
+        {
+            std::uint64_t const nOwner = offsetof(plat::LockMark_t, pOwner) / sizeof(void *) * nWord;
+            m_dLocks.push_back({ Thread.nAwaited, Read(Read(Thread.nMark + nOwner)) });
+        }
     }
 
     void ThreadLines_c::FindLocks(Thread_t & Thread)
@@ -159,13 +178,12 @@ namespace zqsymbols
         constexpr int RANK_HOLDS = -2, RANK_WAITS = -1;
         for (Lock_t const & Lock : m_dLocks)
         {
-            bool const bWaits = Thread.nAwaited >= Lock.nAddress && Thread.nAwaited - Lock.nAddress < Lock.nBytes;
             if (Lock.nOwner != 0 && Lock.nOwner == Thread.nMark)
             {
                 Thread.sLocks += ", holds " + LockName(Lock);
                 Thread.iRank = RANK_HOLDS;
             }
-            else if (bWaits)
+            else if (Lock.nAddress == Thread.nAwaited)
             {
                 Thread.sLocks += ", waits for " + LockName(Lock);
                 Thread.iRank = std::min(Thread.iRank, RANK_WAITS);
@@ -192,7 +210,7 @@ namespace zqsymbols
         }
         Thread.bMore = pFrame != nullptr;
         Thread.nMark = m_Process.Cut(Stopped.nThreadPointer + m_Process.GetLockMark());
-        Thread.nAwaited = Stopped.nAwaited;
+        ReadMark(Thread);
     }
 
     // Returns false if the system forbids it.

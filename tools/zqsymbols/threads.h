@@ -11,7 +11,7 @@ namespace zqsymbols
     /// A lock of the library.
     struct Lock_t
     {
-        std::uint64_t nAddress, nBytes;
+        std::uint64_t nAddress;
         std::uint64_t nOwner;   // mark of the thread that held it, 0 for none
     };
 
@@ -34,7 +34,7 @@ namespace zqsymbols
         {
             int iThread = 0;
             std::uint64_t nMark = 0;      // of the locks that it holds
-            std::uint64_t nAwaited = 0;   // the address that it sleeps on, 0 for none
+            std::uint64_t nAwaited = 0;   // the lock that it waits for, 0 for none
             std::string sLocks;           // what it holds and waits for
             int iRank = 0;                // the lowest first
             std::string sProblem;
@@ -46,6 +46,7 @@ namespace zqsymbols
         bool Trace(Thread_t & Thread);
         bool TraceApart(Thread_t & Thread);
         void Walk(Thread_t & Thread);
+        void ReadMark(Thread_t & Thread);
         void FindLocks(Thread_t & Thread);
         std::string LockName(Lock_t const & Lock);
         std::string Print(Thread_t const & Thread);
