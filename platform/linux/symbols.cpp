@@ -29,6 +29,10 @@
 #include <unistd.h>
 #include <utility>
 
+// The C library's other name of clone, which no header declares. The thread checker replaces clone by a function that
+// expects a fork, and ends the process if the child shares the memory.
+extern "C" int __clone(int (*fnRun)(void *), void * pStack, int nFlags, void * pArgument, ...) noexcept;
+
 namespace plat
 {
     namespace
@@ -275,7 +279,8 @@ namespace plat
         ::pthread_sigmask(SIG_SETMASK, &All, &Previous);
         int hProcess = -1;
         constexpr int FLAGS = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
-        auto const Clone = [&] { return ::clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &hProcess); };
+        auto const Clone = [&]
+        { return ::__clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &hProcess); };
         int const nProcess = Arguments.hMaps < 0 ? -1 : OpenWithReserve(Clone);
         ::pthread_sigmask(SIG_SETMASK, &Previous, nullptr);
         ::close(dSockets[1]);
