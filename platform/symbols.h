@@ -29,8 +29,9 @@ namespace plat
     /// A frame of the stack.
     struct SymbolFrame_t
     {
-        std::uintptr_t Address;   // of the instruction: the fault's, then return addresses
+        std::uintptr_t Address;   // of the next instruction
         std::uintptr_t Frame;     // address at which a function with a frame pointer stores its caller's; 0 if unknown
+        bool bCall;   // the address is a return address: the frame's place in the source is that of the byte before it
     };
 
     /// Kind of a variable.
@@ -153,8 +154,7 @@ namespace plat
         /// function is unknown.
         bool FunctionAt(std::uintptr_t Address, char * szName, std::size_t nSize, std::uint64_t * pDisplacement);
 
-        /// Finds the source line at an address. For a return address, pass the address of the byte before it. Returns
-        /// false, with an empty name, if the line is unknown.
+        /// Finds the source line at an address. Returns false, with an empty name, if the line is unknown.
         bool LineAt(std::uintptr_t Address, char * szFile, std::size_t nSize, unsigned * pLine);
 
         /// Reads the next variable in scope in the last frame of NextFrame. First come parameters and locals of the

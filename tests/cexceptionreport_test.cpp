@@ -227,6 +227,29 @@ TEST_F(CrashReport, KnowsWhatWasAccessedAndTheStackThatItHappenedOn)
     char const FULL[] = "(8[23]|7[89])[0-9]{5} of 8[0-9]{6} bytes from here\n",
                LITTLE[] = "[0-9]{1,5} of 8[0-9]{6} bytes from here\n";
     for (auto const & [szArguments, szFacts, szStack] :
+TEST_F(CrashReport, ListsInstructionsAndLinesInFull)
+{
+    EXPECT_THAT(RunAlone("interrupted").sReport,
+        ContainsRegex("ud2 +<--------- FAULT!!!\n(.*: nop *\n){124}.*: mov    eax,00000078\n\n\n="));
+    SKIP_IF(!fs::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found");
+    std::string const sReport = RunAlone("gap", ZQSYMBOLS_PATH).sReport;
+    std::size_t nAt = sReport.find("FAULT!!!\n");
+    for (int iLine = 1002; iLine <= 1201; ++iLine)
+    {
+        nAt = sReport.find("; " + std::to_string(iLine) + ", /", nAt);
+        ASSERT_NE(nAt, std::string::npos) << iLine;
+    }
+}
+
+TEST_F(CrashReport, NamesAnInterruptedFunctionByTheInstructionItself)
+{
+    SKIP_IF(!fs::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found");
+    Crash_t const Crash = RunAlone("handler", ZQSYMBOLS_PATH);
+    EXPECT_THAT(Crash.sReport, HasSubstr("  Interrupted+0  "));
+    EXPECT_THAT(Crash.sDetails, HasSubstr(" Interrupted+0\n"));
+    EXPECT_THAT(Crash.sOutput, HasSubstr("]\tInterrupted\t"));   // of the trace in the handler
+}
+
         Rows_t<char const *, char const *, char const *>{ { "read facts", "facts: read 10 \"crasher\" ", LITTLE },
             { "write facts thread", "facts: write 10 ", LITTLE }, { "call facts", "facts: execute 0 ", LITTLE },
             { "divide facts", "facts: none 0 ", LITTLE }, { "bus facts", "facts: read [0-9A-F]+000 ", LITTLE },

@@ -94,10 +94,10 @@ namespace
     plat::FaultContext_t g_Context;   // of the trace
     char g_szName[1024];
 
-    void AppendFrame(plat::Symbols_c & Symbols, int i, std::uintptr_t Address)
+    void AppendFrame(plat::Symbols_c & Symbols, int i, plat::SymbolFrame_t const & Frame)
     {
         // A return address may lie after the last byte of its function, or on the next line.
-        std::uintptr_t const Inside = i == 0 ? Address : Address - 1;
+        std::uintptr_t const Inside = Frame.bCall ? Frame.Address - 1 : Frame.Address;
         std::uint64_t nDisplacement = 0;
         unsigned iLine = 0;
         bool const bName = Symbols.FunctionAt(Inside, g_szName, sizeof g_szName, &nDisplacement);
@@ -108,7 +108,7 @@ namespace
         }
         else
         {
-            g_TraceText.Append("eip\t0x%08" PRIXPTR "\n", Address);
+            g_TraceText.Append("eip\t0x%08" PRIXPTR "\n", Frame.Address);
         }
     }
 
@@ -131,7 +131,7 @@ namespace
             }
             if (i >= nSkip)
             {
-                AppendFrame(Symbols, i, Frame.Address);
+                AppendFrame(Symbols, i, Frame);
             }
         }
     }

@@ -402,7 +402,6 @@ std::uint64_t ExceptionReport_c::GetSymbol(std::uintptr_t Address, char * szName
 
 unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLastLine) const
 {
-    constexpr unsigned LONGEST_RUN = 100;
     char szFile[NAME_SIZE];
     unsigned iLine;
     if (!g_bWriting || !g_Symbols.LineAt(Address, szFile, sizeof szFile, &iLine))
@@ -418,12 +417,11 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
     {
         return iLine;
     }
-    unsigned iFirst = iLastLine == ~0u ? iLine : iLastLine + 1;
+    unsigned const iFirst = iLastLine == ~0u ? iLine : iLastLine + 1;
     if (iFirst > iLine)
     {
         return iLine;
     }
-    iFirst = iLine - iFirst < LONGEST_RUN ? iFirst : iLine - LONGEST_RUN + 1;
     SourceFile_c const Source(szFile);
     char szLines[4 * LINE_SIZE];
     Text_c Lines(szLines, sizeof szLines);

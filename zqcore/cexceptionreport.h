@@ -105,10 +105,9 @@ public:
     /// written.
     ZQ_API std::uint64_t GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const;
 
-    /// Writes source lines to the report: those after iLastLine, up to the line of the address. Returns the line of the
+    /// Writes source lines to the report: each one after iLastLine up to the line of the address. Returns the line of the
     /// address, or iLastLine for an address without one.
     /// - A line is "; text", or "; number, file" if the text can't be read.
-    /// - At most the last 100 lines are written.
     /// - Only the address's line is written if iLastLine is all ones, as in a first call, or if the address is in
     ///   another file than that of the previous call.
     ZQ_API unsigned LogSourceString(std::uintptr_t Address, unsigned iLastLine) const;

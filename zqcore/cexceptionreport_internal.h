@@ -67,6 +67,9 @@ namespace exceptionreport
 
     /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
     /// for the disk, so the text should be a whole line or more.
+        mutable unsigned m_iNext = 1;   // number and start of the line after the one that was found last
+        mutable char const * m_pNext;
+        mutable bool m_bEnded = false;   // there is no such line
     void WriteText(Text_c const & Text);
 
     /// Returns the name of a fault's code, or the system's text for a code without one.

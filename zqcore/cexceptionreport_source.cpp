@@ -8,6 +8,7 @@
 
 exceptionreport::SourceFile_c::SourceFile_c(char const * szPath)
     : m_pText(plat::RawReadAll(szPath, &m_nBytes))
+    , m_pNext(m_pText)
 {}
 
 exceptionreport::SourceFile_c::~SourceFile_c()
@@ -17,24 +18,31 @@ exceptionreport::SourceFile_c::~SourceFile_c()
 
 bool exceptionreport::SourceFile_c::GetLine(unsigned iLine, char * szText, std::size_t nSize) const
 {
-    char const * pLine = m_pText;
-    char const * const pEnd = m_pText + m_nBytes;
-    for (unsigned i = 1; pLine && pLine < pEnd; ++i)
+    if (iLine < m_iNext)
     {
+        m_iNext = 1;
+        m_pNext = m_pText;
+        m_bEnded = false;
+    }
+    char const * const pEnd = m_pText + m_nBytes;
+    while (m_pNext && m_pNext < pEnd && !m_bEnded)
+    {
+        char const * const pLine = m_pNext;
         auto const * const pReturn =
             static_cast<char const *>(std::memchr(pLine, '\r', static_cast<std::size_t>(pEnd - pLine)));
         if (!pReturn)
         {
-            return false;
+            m_bEnded = true;
+            break;
         }
-        if (i == iLine)
+        m_pNext = pReturn + 2;   // a line feed follows
+        if (m_iNext++ == iLine)
         {
             std::size_t const nLine = std::min(static_cast<std::size_t>(pReturn - pLine), nSize - 1);
             std::memcpy(szText, pLine, nLine);
             szText[nLine] = '\0';
             return true;
         }
-        pLine = pReturn + 2;   // a line feed follows
     }
     return false;
 }

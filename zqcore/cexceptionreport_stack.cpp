@@ -17,7 +17,7 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t SPAN_SIZE = 272;   // bytes of code, of which the last ones stay zero and are not listed
+    constexpr std::size_t SPAN_SIZE = 272;   // bytes of code, of which the last ones stay zero; none begins there
     constexpr std::size_t SPAN_READ = 256;
     constexpr std::size_t SPAN_PIECE = 32;
     constexpr std::uintptr_t SPAN_BEFORE = 128;
@@ -59,26 +59,24 @@ namespace
         }
     }
 
-    // The place of a frame: the code that runs in it. In all frames but the innermost it lies before the return
-    // address.
-    struct Place_t
+    // A return address may lie after the last byte of its function, or on the next line.
+    unsigned BackOf(plat::SymbolFrame_t const & Frame)
     {
-        std::uintptr_t Address;
-        unsigned nBack;   // bytes back to the address to look up
-    };
+        return Frame.bCall ? 1 : 0;
+    }
 
     void AddFunction(plat::Symbols_c & Symbols, Place_t const & Place, Text_c & Line)
     {
         char szName[NAME_SIZE];
         std::uint64_t nDisplacement;
-        if (Symbols.FunctionAt(Place.Address - Place.nBack, szName, sizeof szName, &nDisplacement))
+        if (Symbols.FunctionAt(Frame.Address - BackOf(Frame), szName, sizeof szName, &nDisplacement))
         {
             Line.AddShown(szName);
-            Line.Add("+%" PRIX64 "  ", nDisplacement + Place.nBack);
+            Line.Add("+%" PRIX64 "  ", nDisplacement + BackOf(Frame));
             return;
         }
         plat::ModulePlace_t Module;
-        if (plat::ModuleFind(Place.Address, &Module))
+        if (plat::ModuleFind(Frame.Address, &Module))
         {
             Line.Add("%04X:%08" PRIXPTR " ", Module.iSection, Module.nOffset);
             Line.AddShown(Module.szPath);
@@ -92,7 +90,7 @@ namespace
     {
         char szFile[NAME_SIZE];
         unsigned iLine;
-        if (!Symbols.LineAt(Place.Address - Place.nBack, szFile, sizeof szFile, &iLine))
+        if (!Symbols.LineAt(Frame.Address - BackOf(Frame), szFile, sizeof szFile, &iLine))
         {
             return;
         }
@@ -144,9 +142,8 @@ void exceptionreport::WriteCallStack(plat::Symbols_c & Symbols, bool bVariables,
         Text_c Line(szLine, sizeof szLine);
         Line.Add("%08" PRIXPTR "  %08" PRIXPTR "  ", Frame.Address, Frame.Frame);
         char const * const szFunction = szLine + Line.GetLength();
-        Place_t const Place = { Frame.Address, iFrame == 0 ? 0u : 1u };
-        AddFunction(Symbols, Place, Line);
-        AddSource(Symbols, Place, Line);
+        AddFunction(Symbols, Frame, Line);
+        AddSource(Symbols, Frame, Line);
         if (pDialogText && !AddToDialog(szFunction, *pDialogText))
         {
             pDialogText = nullptr;   // also skips the outer frames, so that the stack has no gaps
@@ -177,7 +174,7 @@ void exceptionreport::WriteCode(std::uintptr_t Address)
             }
         }
     }
-    CodeListing_c Listing(s_dSpan, SPAN_READ, Start);
+    CodeListing_c Listing(s_dSpan, SPAN_READ, Start, OPCODE_NATIVE, SPAN_SIZE - SPAN_READ);
     Listing.SetFaultAddress(Address);
     Listing.Decode();
     ReportSink_c Sink;

@@ -184,10 +184,10 @@ public:
     /// Maximum number of instructions in a listing.
     static constexpr std::size_t MAX_INSTRUCTIONS = 1024;
 
-    /// Makes a listing of nBytes bytes. Address is the real address of the first one. The caller keeps the bytes until
-    /// the last Write.
-    ZQ_API CodeListing_c(
-        unsigned char const * pCode, std::size_t nBytes, std::uint64_t Address, OpcodeMode_e eMode = OPCODE_NATIVE);
+    /// Makes a listing of nBytes bytes. Address is the real address of the first one. The last instruction may end in
+    /// the nAfter bytes that follow, where none begins. The caller keeps all these bytes until the last Write.
+    ZQ_API CodeListing_c(unsigned char const * pCode, std::size_t nBytes, std::uint64_t Address,
+        OpcodeMode_e eMode = OPCODE_NATIVE, std::size_t nAfter = 0);
     ZQ_API ~CodeListing_c();
     CodeListing_c(CodeListing_c const &) = delete;
     CodeListing_c & operator=(CodeListing_c const &) = delete;
@@ -204,8 +204,8 @@ public:
     /// the end without an instruction are not counted.
     ZQ_API std::size_t Decode();
 
-    /// Returns the number of bytes in the instructions found. It is below the span's size after MAX_INSTRUCTIONS, or if
-    /// prefixes end the span.
+    /// Returns the number of bytes in the instructions found. It is below nBytes after MAX_INSTRUCTIONS, or if prefixes
+    /// end the code, and above it if the last instruction ends later.
     std::size_t GetDecodedBytes() const
     {
         return m_nInstructions
@@ -232,6 +232,7 @@ private:
     std::uint64_t m_Address;
     std::size_t m_nBytes;
     std::uint64_t m_FaultAddress = 0;
+    std::size_t m_nAfter;
     bool m_bFault = false;
     Instruction_s * m_pInstructions;   // in pages of their own; null if they could not be allocated
     std::size_t m_nInstructions = 0;

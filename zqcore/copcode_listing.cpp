@@ -22,11 +22,13 @@ std::int64_t CodeListingSink_c::GetSymbol(std::uint64_t, char *, unsigned)
     return -1;
 }
 
-CodeListing_c::CodeListing_c(unsigned char const * pCode, std::size_t nBytes, std::uint64_t Address, OpcodeMode_e eMode)
+CodeListing_c::CodeListing_c(
+    unsigned char const * pCode, std::size_t nBytes, std::uint64_t Address, OpcodeMode_e eMode, std::size_t nAfter)
     : m_pCode(pCode)
     , m_nBias(Address - reinterpret_cast<std::uintptr_t>(pCode))
     , m_Address(Address)
     , m_nBytes(nBytes)
+    , m_nAfter(nAfter)
     , m_pInstructions(static_cast<Instruction_s *>(plat::PagesAllocate(PAGES_SIZE)))
     , m_Decoder(eMode)
 {
@@ -46,9 +48,10 @@ std::size_t CodeListing_c::Decode()
         return 0;
     }
     char szText[2];   // the text is not needed yet
-    for (std::size_t nOffset = 0; nOffset != m_nBytes && m_nInstructions != MAX_INSTRUCTIONS;)
+    for (std::size_t nOffset = 0; nOffset < m_nBytes && m_nInstructions != MAX_INSTRUCTIONS;)
     {
-        std::size_t const nBytes = m_Decoder.Decode(m_pCode + nOffset, m_nBytes - nOffset, szText, sizeof szText);
+        std::size_t const nBytes =
+            m_Decoder.Decode(m_pCode + nOffset, m_nBytes + m_nAfter - nOffset, szText, sizeof szText);
         if (nBytes == 0)
         {
             break;

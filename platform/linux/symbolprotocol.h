@@ -54,7 +54,7 @@ namespace plat
     /// Kinds of requests: their arguments -> the values of their answers.
     enum SymbolAsk_e : std::uint32_t
     {
-        ASK_FRAME,          // nIndex: frame -> dValues: address, frame
+        ASK_FRAME,          // nIndex: frame -> dValues: address, frame, whether the address is a return address
         ASK_FUNCTION,       // nValue: address -> szText, dValues: displacement
         ASK_LINE,           // nValue: address -> szText, dValues: line
         ASK_VARIABLE,       // nIndex: variable, nValue: frame -> szText, dValues: kind, place, address, size, type

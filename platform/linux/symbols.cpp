@@ -414,8 +414,8 @@ namespace plat
         SymbolAnswer_t Answer;
         if (Ask({ ASK_FRAME, m_iFrame, 0 }, &Answer))
         {
-            m_Frame = { static_cast<std::uintptr_t>(Answer.dValues[0]),
-                static_cast<std::uintptr_t>(Answer.dValues[1]) };
+            m_Frame = { static_cast<std::uintptr_t>(Answer.dValues[0]), static_cast<std::uintptr_t>(Answer.dValues[1]),
+                Answer.dValues[2] != 0 };
         }
         else if (IsRunning() || !NextByChain())
         {
@@ -434,13 +434,14 @@ namespace plat
         FaultContext_t const & Context = *m_pContext;
         if (m_iFrame == 0)
         {
-            m_Frame = { Context.nIp, Context.nBp != 0 ? Context.nBp : Context.nSp };
+            m_Frame = { Context.nIp, Context.nBp != 0 ? Context.nBp : Context.nSp, false };
             return true;
         }
         std::uintptr_t dSaved[2];   // frame pointer, return address
         if (m_iFrame == 1 && !IsReadable(Context.nIp))
         {
             bool const bRead = MemoryRead(Context.nSp, &m_Frame.Address, WORD) == WORD;
+            m_Frame.bCall = true;
             return bRead && IsReadable(m_Frame.Address);
         }
         if (m_bLast || MemoryRead(m_Frame.Frame, dSaved, sizeof(dSaved)) != sizeof(dSaved) || !IsReadable(dSaved[1]))
@@ -448,7 +449,7 @@ namespace plat
             return false;
         }
         m_bLast = dSaved[0] <= m_Frame.Frame || dSaved[0] % WORD != 0;
-        m_Frame = { dSaved[1], m_bLast ? m_Frame.Frame + sizeof(dSaved) : dSaved[0] };
+        m_Frame = { dSaved[1], m_bLast ? m_Frame.Frame + sizeof(dSaved) : dSaved[0], true };
         return true;
     }
 

@@ -9,6 +9,7 @@
 #include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
+#include "zqcore/cexceptioninfo.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
@@ -54,6 +55,31 @@
 #include <xmmintrin.h>
 
 void FaultInDepth();   // deep.cpp
+
+// The first instruction of Interrupted faults. Another function ends before it, and the listing of its code ends after
+// the second byte of "mov eax,12345678".
+extern "C" void Interrupted();
+__asm__(R"(
+    .text
+    .p2align 5, 0x90
+    .type Previous, @function
+Previous:
+    .cfi_startproc
+    .fill 31, 1, 0x90
+    ret
+    .cfi_endproc
+    .size Previous, .-Previous
+    .globl Interrupted
+    .type Interrupted, @function
+Interrupted:
+    .cfi_startproc
+    ud2
+    .fill 124, 1, 0x90
+    movl $0x12345678, %eax
+    ret
+    .cfi_endproc
+    .size Interrupted, .-Interrupted
+)");
 
 namespace
 {
@@ -234,6 +260,19 @@ namespace
         *reinterpret_cast<int volatile *>(Address) = 1;
     }
 
+    // Shows the call stack as a dialog would, then faults.
+    void FaultInHandler(int)
+    {
+        static char s_szTrace[4096];
+        plat::FaultContext_t Context;
+        plat::FaultContextCapture(&Context);
+        plat::FaultRecord_t const Record = { plat::FAULT_BREAKPOINT, Context.nIp, {} };
+        plat::FaultPointers_t const Here = { &Record, &Context };
+        ExceptionInfo_c::Get().StackTrace(s_szTrace, sizeof s_szTrace, 8, 0, &Here);
+        Say(s_szTrace);
+        WriteTo(16);
+    }
+
     void AddDenormals()
     {
         _mm_setcsr(_mm_getcsr() & ~0x100u);
@@ -288,6 +327,9 @@ namespace
         { "many", PLAIN, FaultAmongMany },
         { "depth", PLAIN, FaultInDepth },
         { "pure", HEAP, [] { Pure_s const Object; } },
+        { "interrupted", PLAIN, Interrupted },
+        { "handler", HEAP, [] { std::signal(SIGILL, FaultInHandler), Interrupted(); } },
+        { "gap", PLAIN, FaultBeforeGap },
     };
 
     Fault_t const * g_pFault = nullptr;

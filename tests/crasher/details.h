@@ -227,3 +227,12 @@ inline void ForbidTracing()
     prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
     prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &Program);
 }
+
+// A fault with many lines before that of the next instruction. Must be last: the file has no such lines.
+inline void FaultBeforeGap()
+{
+#line 1001
+    g_nZero = *static_cast<int volatile *>(g_pNowhere);
+#line 1201
+    g_nZero = 2;
+}
