@@ -113,7 +113,7 @@ namespace plat
     /// - Returns false if a text is longer, or if there are 32 printers.
     bool SymbolsAddPrinter(char const * szType, char const * szTemplate);
 
-    /// Sets the helper's path, cut at 1023 bytes; empty for none. Before the first call the helper is the one in the
+    /// Sets the helper's path, cut at 4095 bytes; empty for none. Before the first call the helper is the one in the
     /// folder of the program or library that holds this code, else the installed one. Requires that no other thread
     /// starts a walk. Does nothing if the system's helper is not a program.
     void SymbolsSetHelper(char const * szPath);

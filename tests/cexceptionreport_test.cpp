@@ -87,9 +87,9 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
     {
         dRows.emplace_back("read nodescriptors", "C0000005 ACCESS_VIOLATION", "SEGV");
     }
-    for (char const * szArguments :
-        { "read", "write thread", "read worker", "wild", "read locked", "read lockedbeside", "read two", "read small8",
-            "read small16", "readdeep", "read moved", "read callbackfaults", "read callbackhangs", "read otherscase" })
+    for (char const * szArguments : { "read", "write thread", "read worker", "wild", "read locked", "read lockedbeside",
+             "read two", "read small8", "read small16", "readdeep", "read moved", "read callbackfaults",
+             "read callbackhangs", "read otherscase", "read longfolder" })
     {
         dRows.emplace_back(szArguments, "C0000005 ACCESS_VIOLATION", "SEGV");
     }

@@ -72,7 +72,7 @@ public:
     ZQ_API void SetReportFileAutoName();
 
     /// Sets the program that reads names, lines and variables for reports and for the traces in dialogs. Null or empty
-    /// for none; cut at 1023 bytes. At start it is zqsymbols in the folder of the library, or else in that of the
+    /// for none; cut at 4095 bytes. At start it is zqsymbols in the folder of the library, or else in that of the
     /// installation. Requires that no other thread crashes or shows a trace.
     ZQ_API static void SetSymbolHelper(char const * szPath);
 

@@ -2,6 +2,8 @@
 // allocates nothing from the heap and waits for no lock.
 #pragma once
 
+#include "zqcore/cwidepath_internal.h"
+
 #include "platform/compiler.h"
 #include "platform/faults.h"
 #include "platform/rawfiles.h"
@@ -16,7 +18,9 @@ namespace exceptionreport
     inline constexpr std::size_t SYMBOL_SIZE = 2048;   // a variable's text
     inline constexpr std::size_t NAME_SIZE = 1024;     // the name of a function, a variable or a file
     inline constexpr std::size_t STACK_FRAMES = 256;   // further outer frames are left out
-    inline constexpr std::size_t PATH_SIZE = 1024;     // the path of a report, in bytes
+
+    // Bytes of the path of a report: its folder and its name.
+    inline constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64;
 
     /// A text of a fixed size that is cut when it is full.
     class Text_c

@@ -124,6 +124,10 @@ namespace plat
         }
         szHost[nPath] = '\0';
         bTaken = false;
+        if (szPath[nPath] != '\0')   // longer than the system allows
+        {
+            return nullptr;
+        }
         int iFile = MakeOrContinue(szHost, bTaken);
         if (iFile < 0 && errno == ENOENT)
         {

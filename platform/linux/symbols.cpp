@@ -40,7 +40,7 @@ namespace plat
         constexpr int END_LIMIT = 1000;   // milliseconds for the helper's end
         constexpr unsigned MEMBERS_MAX = 1024;
 
-        char g_szHelper[1024];
+        char g_szHelper[PATH_MAX];
         constinit SymbolPrinter_t g_dPrinters[SYMBOL_PRINTERS] = {};
         std::uint32_t g_nPrinters = 0;
 

@@ -423,6 +423,19 @@ namespace
     {
         g_ExceptionReport.SetLogFileName(L"./", L"message.log");
         mkdir("elsewhere", 0700);
+        LogDone();
+        LogInit();
+    }
+
+    // A folder whose path has more bytes than characters.
+    void SetLongFolder()
+    {
+        std::wstring sFolder;
+        for (int i = 0; i < 5; ++i)
+        {
+            sFolder += std::wstring(120, L'\u044F') + L"/";
+        }
+        LogSetFile(sFolder.c_str(), L"message.log");
         [[maybe_unused]] int const iMoved = chdir("elsewhere");
     }
 
@@ -551,6 +564,8 @@ namespace
         { "unjoined", [] { std::thread(Fault).join(); } },
         { "autoname", PrintAutoName },
         { "full", LimitFiles },
+        { "fulljoined", [] { CallDeep([] { std::thread(Fault).join(); }); } },
+        { "longfolder", SetLongFolder },
         { "nofolder",
             []
             {
