@@ -117,16 +117,19 @@ TEST_F(CrashDetails, SayWhatWasTouchedByWhichThreadAndHow)
 
 TEST_F(CrashDetails, DescribeTheProcess)
 {
-    Crash_t const Crash = RunAlone("read busy 'two words\n'");
+    Crash_t const Crash = RunAlone("read longlines busy 'two words\n'");
     std::string const sTime =
         "time: [0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}[+-][0-9]{2}:[0-9]{2}";
     EXPECT_THAT(Section(Crash.sDetails, "Process"),
-        MatchesRegex(sTime
-                     + "\nuptime: [0-9]\\.[0-9]{3}\ncommand: \"" CRASHER_PATH
-                       "\" \"read\" \"busy\" \"two words\\\\n\" \"\"\nhost: Robots v2\\.7\nlibrary: [0-9.]+\n"
-                       "system: Linux [^\n]+\nprocessor: [^\n]+\nmemory:\n(    [0-9]+ [^\n]+\n){1,10}log:\n"
-                       "(    \\|  *[0-9.]+\t0\tline [0-9]+ +end\n){32}"
-                       "timers:\n    Application\n    World\n"));
+        MatchesRegex(
+            sTime
+            + "\nuptime: [0-9]\\.[0-9]{3}\ncommand: \"" CRASHER_PATH
+              "\" \"read\" \"longlines\" \"busy\" \"two words\\\\n\" \"\"\nhost: Robots v2\\.7\nlibrary: [0-9.]+\n"
+              "system: Linux [^\n]+\nprocessor: [^\n]+\nmemory:\n(    [0-9]+ [^\n]+\n){1,10}log:\n"
+              "(    \\|  *[0-9.]+\t0\tline [0-9]+ +end\n){32}"
+              "timers:\n    Application\n    World\n"));
+    EXPECT_THAT(Section(RunAlone("read tornline").sDetails, "Process"),
+        ContainsRegex("log:\n    \\|  *[0-9.]+\t0\tlast\ntimers:"));
     EXPECT_THAT(
         Section(Crash.sDetails, "Modules"), MatchesRegex("([0-9A-F]{8,}-[0-9A-F]{8,} ([0-9a-f]{40}|-) /[^\n]+\n)+"));
     EXPECT_THAT(Section(Crash.sDetails, "Modules"), HasSubstr(" " CRASHER_PATH "\n"));

@@ -124,6 +124,7 @@ public:
 
     /// Sets the location of the calling thread's next complaints. sFile is kept as a pointer. Returns
     /// DebugWarningInternal, to call at once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`.
+    /// File and line are kept for each thread, not in the object.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
     /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 for OK, or 7

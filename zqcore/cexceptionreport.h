@@ -22,7 +22,8 @@
 // Cost: before a crash, a few descriptors, which a report has even if the process uses up its own, and a stack for each
 // new thread. That stack costs about a microsecond, and memory only if the thread faults. A report allocates nothing
 // from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system. A call stack shows
-// the innermost 256 frames and says how many are left out.
+// the innermost 256 frames, and then a line says that farther ones are left out. The dialog and the log get the
+// innermost of them, in whole lines of 4,095 bytes together.
 // Failure: what can't be read is left out. A report has two parts: up to the end of the first call stack, and the rest.
 // - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second.
 // - a step into the host's code (listeners, a dialog that nobody can answer) ends after HOST_LIMIT, or when it faults.
@@ -105,8 +106,8 @@ public:
     /// written.
     ZQ_API std::uint64_t GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const;
 
-    /// Writes source lines to the report: each one after iLastLine up to the line of the address. Returns the line of the
-    /// address, or iLastLine for an address without one.
+    /// Writes source lines to the report: each one after iLastLine up to the line of the address. Returns the line of
+    /// the address, or iLastLine for an address without one.
     /// - A line is "; text", or "; number, file" if the text can't be read.
     /// - Only the address's line is written if iLastLine is all ones, as in a first call, or if the address is in
     ///   another file than that of the previous call.

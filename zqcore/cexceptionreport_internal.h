@@ -19,7 +19,7 @@ namespace exceptionreport
     inline constexpr std::size_t NAME_SIZE = 1024;     // the name of a function, a variable or a file
     inline constexpr std::size_t STACK_FRAMES = 256;   // further outer frames are left out
 
-    // Bytes of the path of a report: its folder and its name.
+    /// Bytes of the path of a report: its folder and its name.
     inline constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64;
 
     /// A text of a fixed size that is cut when it is full.
@@ -67,13 +67,13 @@ namespace exceptionreport
     private:
         std::size_t m_nBytes = 0;   // set together with m_pText
         char const * m_pText;
+        mutable unsigned m_iNext = 1;   // number and start of the line after the one that was found last
+        mutable char const * m_pNext;
+        mutable bool m_bEnded = false;   // there is no such line
     };
 
     /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
     /// for the disk, so the text should be a whole line or more.
-        mutable unsigned m_iNext = 1;   // number and start of the line after the one that was found last
-        mutable char const * m_pNext;
-        mutable bool m_bEnded = false;   // there is no such line
     void WriteText(Text_c const & Text);
 
     /// Returns the name of a fault's code, or the system's text for a code without one.

@@ -23,9 +23,10 @@ namespace
 
     constexpr std::size_t FACT_SIZE = 256;   // bytes of a name of the system or of the host
     constexpr int LOG_LINES = 32;
-    constexpr std::size_t LOG_LINE = 2048 + 64;   // the longest one of the log, with its time and frame
+    constexpr std::size_t LOG_LINE = LOG_LINE_LENGTH + 64;   // the longest one of the log, with its time and frame
 
-    char g_szLogTail[LOG_LINES * LOG_LINE + 1];   // of the main log, as it was before the report
+    // Of the main log, as it was before the report. Has room for a line that is not whole.
+    char g_szLogTail[(LOG_LINES + 1) * LOG_LINE + 1];
 
     void WriteTime(Details_c & Details)
     {
@@ -165,6 +166,11 @@ void exceptionreport::KeepLogTail()
     std::FILE * const pLog = g_pMessageLogFile;
     std::size_t const nTail = pLog ? plat::RawReadTail(pLog, g_szLogTail, sizeof g_szLogTail - 1) : 0;
     g_szLogTail[nTail] = '\0';
+    char const * const pEnd = nTail == sizeof g_szLogTail - 1 ? std::strchr(g_szLogTail, '\n') : nullptr;
+    if (pEnd && pEnd[1] != '\0')   // else the only line is shown, although it is not whole
+    {
+        std::memmove(g_szLogTail, pEnd + 1, std::strlen(pEnd + 1) + 1);
+    }
 }
 
 void exceptionreport::WriteProcess(Details_c & Details)

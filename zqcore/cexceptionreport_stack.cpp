@@ -65,7 +65,7 @@ namespace
         return Frame.bCall ? 1 : 0;
     }
 
-    void AddFunction(plat::Symbols_c & Symbols, Place_t const & Place, Text_c & Line)
+    void AddFunction(plat::Symbols_c & Symbols, plat::SymbolFrame_t const & Frame, Text_c & Line)
     {
         char szName[NAME_SIZE];
         std::uint64_t nDisplacement;
@@ -86,7 +86,7 @@ namespace
         Line.Add("  ");
     }
 
-    void AddSource(plat::Symbols_c & Symbols, Place_t const & Place, Text_c & Line)
+    void AddSource(plat::Symbols_c & Symbols, plat::SymbolFrame_t const & Frame, Text_c & Line)
     {
         char szFile[NAME_SIZE];
         unsigned iLine;

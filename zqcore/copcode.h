@@ -4,7 +4,8 @@
 // IA-32 up to SSE2 with x87, MMX and 3DNow!, and the additions of 64-bit mode. The second holds what followed: SSE3 to
 // SSE4.2, AES, SHA, CET, XSAVE and the like, and the VEX, EVEX and XOP prefixes with AVX, AVX2, FMA, BMI, AVX-512 and
 // AMX. An unknown instruction prints as "db" with its byte, or as the older instruction from which it differs only by a
-// prefix. Rows are added in tools/opcodetable/*.txt, which describe their syntax.
+// prefix. The rows follow the opcode maps in the manuals of the processors' makers. They are added in
+// tools/opcodetable/*.txt, which describe their syntax.
 //
 // - Numbers are hexadecimal without a prefix. Displacements, and bytes that are extended to the operand's size, have a
 //   sign.
@@ -231,8 +232,8 @@ private:
     std::uint64_t m_nBias;   // real address minus pointer into the code
     std::uint64_t m_Address;
     std::size_t m_nBytes;
-    std::uint64_t m_FaultAddress = 0;
     std::size_t m_nAfter;
+    std::uint64_t m_FaultAddress = 0;
     bool m_bFault = false;
     Instruction_s * m_pInstructions;   // in pages of their own; null if they could not be allocated
     std::size_t m_nInstructions = 0;

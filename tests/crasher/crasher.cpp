@@ -328,7 +328,12 @@ namespace
         { "depth", PLAIN, FaultInDepth },
         { "pure", HEAP, [] { Pure_s const Object; } },
         { "interrupted", PLAIN, Interrupted },
-        { "handler", HEAP, [] { std::signal(SIGILL, FaultInHandler), Interrupted(); } },
+        { "handler", HEAP,
+            []
+            {
+                std::signal(SIGILL, FaultInHandler);
+                Interrupted();
+            } },
         { "gap", PLAIN, FaultBeforeGap },
     };
 
@@ -418,11 +423,11 @@ namespace
         {}
     }
 
-    // The report's folder is relative when it is set, and another folder is the current one at the crash.
+    // Another folder is the current one when the log is opened and at the crash.
     void MoveElsewhere()
     {
-        g_ExceptionReport.SetLogFileName(L"./", L"message.log");
         mkdir("elsewhere", 0700);
+        [[maybe_unused]] int const iMoved = chdir("elsewhere");
         LogDone();
         LogInit();
     }
@@ -436,7 +441,6 @@ namespace
             sFolder += std::wstring(120, L'\u044F') + L"/";
         }
         LogSetFile(sFolder.c_str(), L"message.log");
-        [[maybe_unused]] int const iMoved = chdir("elsewhere");
     }
 
     void PrintAutoName()
@@ -509,6 +513,8 @@ namespace
         close(hChildren);
     }
 
+    int g_nLogLine = 300;
+
     // A host with a name, a long log and open timers.
     void BeBusy()
     {
@@ -517,7 +523,7 @@ namespace
         g_nProjectVersionMinor = 7;
         for (int i = 0; i < 40; ++i)
         {
-            Log("line %d%300s", i, "end");
+            Log("line %d%*s", i, g_nLogLine, "end");
         }
         Module_c::Register(ModuleProfiler_c::Get());
         Module_c::InitializeAllModules();
@@ -526,6 +532,13 @@ namespace
     }
 
     constexpr std::pair<char const *, void (*)()> CIRCUMSTANCES[] = {
+        { "longlines", [] { g_nLogLine = 2030; } },
+        { "tornline",
+            []
+            {
+                std::fputs((std::string(90000, 'x') + "\n").c_str(), g_pMessageLogFile);
+                Log("last");
+            } },
         { "busy", BeBusy },
         { "beside", StartThreads },
         { "untraced", ForbidTracing },
@@ -562,10 +575,10 @@ namespace
         { "nodescriptors", UseUpDescriptors },
         { "moved", MoveElsewhere },
         { "unjoined", [] { std::thread(Fault).join(); } },
-        { "autoname", PrintAutoName },
-        { "full", LimitFiles },
         { "fulljoined", [] { CallDeep([] { std::thread(Fault).join(); }); } },
         { "longfolder", SetLongFolder },
+        { "autoname", PrintAutoName },
+        { "full", LimitFiles },
         { "nofolder",
             []
             {

@@ -228,7 +228,7 @@ inline void ForbidTracing()
     prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &Program);
 }
 
-// A fault with many lines before that of the next instruction. Must be last: the file has no such lines.
+/// A fault with many lines before that of the next instruction. Must be last: the file has no such lines.
 inline void FaultBeforeGap()
 {
 #line 1001
