@@ -228,8 +228,8 @@ public:
         }
     }
 
-    /// Operations on a row that grow to the vector and the row, and do nothing at a negative coordinate. Set copies the
-    /// vector and clears the rest of the row. Bis and Xor combine over the length of the vector.
+    /// Combine a row with a vector. Set copies the vector and clears the rest of the row. Bis and Xor combine over the
+    /// length of the vector. All grow to the vector and the row, and do nothing at a negative coordinate.
     void Set(INDEX... iRow, BitVec_c const & Vec);
     void Bis(INDEX... iRow, BitVec_c const & Vec);
     void Xor(INDEX... iRow, BitVec_c const & Vec);
@@ -241,8 +241,8 @@ public:
     /// Returns whether the same bits are set in the row as in the vector. A row outside the field has none.
     bool Equ(INDEX... iRow, BitVec_c const & Vec) const;
 
-    /// Copies the row into the vector, which grows to it, and clears the rest. A row outside the field clears the
-    /// vector. Returns the vector.
+    /// Copies the row into the vector, which grows to it, and clears the rest of the vector. A row outside the field
+    /// clears the vector. Returns the vector.
     BitVec_c & Get(INDEX... iRow, BitVec_c & Vec) const;
 
     /// Combine the fields by coordinates and return this one, as the operators of BitVec_c do. Fields are equal if the

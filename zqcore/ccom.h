@@ -32,8 +32,8 @@ inline constexpr int COM_REFERENCES = 200000;
 /// Note of one reference that is held.
 struct ComDebug_t
 {
-    ComDebug_t * pNext;
-    ComDebug_t * pPrev;
+    ComDebug_t * pNext;    // next older note of the object, or null
+    ComDebug_t * pPrev;    // next newer one, or null
     void const * pOwner;   // holder
     char const * sFile;    // source of the AddRef; not copied
     int iLine;

@@ -8,8 +8,8 @@
 // Threads: any thread. One lock guards the object, so it shows one dialog at a time; MessageBoxPlain takes no lock.
 // Start and Stop belong to one thread.
 // Cost: a trace starts the symbol helper and takes about 0.2 s. It knows up to 512 modules of the process. Nothing here
-// allocates from the heap or takes another lock of the library, so a thread that holds those locks may complain. The
-// host's dialog and the receiver of the trace lines may do both.
+// but Start allocates from the heap or takes another lock of the library, so a thread that holds those locks may
+// complain. The host's dialog and the receiver of the trace lines may do both.
 // Failure: without the symbol helper a trace has addresses instead of names and lines.
 //
 //     auto const fnPrevious = ExceptionInfo_c::TraceReceiverSet([](char const * szLine) { std::puts(szLine); });
@@ -73,7 +73,7 @@ public:
     /// fault filter calls it. One fault at a time. Returns 0, so that the filters after this one get the fault.
     /// Answers:
     /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
-    ///   process with a second dialog.
+    ///   process with a second dialog. If the system can't start it, that dialog shows the reason.
     /// - No continues. Silent mode continues without a dialog. A fault on the support thread, for example in the host's
     ///   dialog, continues too.
     /// - Cancel ends the process by exit with the exception's code as its status, of which Linux keeps 8 bits.

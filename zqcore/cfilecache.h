@@ -11,8 +11,8 @@
 //
 // Ownership: loaded objects belong to the table of files.
 // Threads: main thread, while the modules start and end.
-// Cost: a load reads the cache at once and allocates each entry, about 0.2 us a file. A save takes as long, writes once
-// and waits for the disk.
+// Cost: a load reads the cache at once and allocates each entry, about 0.2 us a file. A save takes as long, writes 4096
+// bytes at a time and waits for the disk at its end.
 // Failure: the load of a damaged cache ends in Abort. If the cache is deleted, the next start scans.
 //
 //     SetPQXMediaPath("media");

@@ -7,7 +7,7 @@
 // A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file beside the save.
 // Its name is `~zqlock-` and the save's name in lower case, because a path finds a save in any spelling. The system
 // drops the lock of a process that is killed, and the next FileSave_c deletes the files that this process left. On a
-// file system without locks it has no effect.
+// file system without locks the lock has no effect.
 //
 // A load changes nothing on the disk. It returns one of these states:
 // - whole: OpenFile returns the archive.
