@@ -45,9 +45,9 @@ inline constexpr std::uint32_t FILE_LOG_PLAIN = 1;      // <name>.rsp: each open
 inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp: each path once
 inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: as the plain log
 
-/// Opens the response logs of dwMask in the folder Logs of the media root, which must exist. The name is "thegame" if
-/// sName is null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed
-/// first; the clean log then writes each path again. Logs outside of dwMask stay open.
+/// Opens the response logs of dwMask in the media root's folder Logs. Requires that this folder exists. The name is
+/// "thegame" if sName is null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open
+/// is closed first; the clean log then writes each path again. Logs outside of dwMask stay open.
 ///
 /// Sets g_bCollectResource. Opens are written while ModuleFile_c is initialised, as the paths that were opened. A path
 /// with a control character would forge a line: it is skipped, with a line in the main log.

@@ -97,7 +97,7 @@ public:
     File_c * OpenFile();
 
     /// Renames the save, in any state, sets sTo to the new path and returns true. The new name has ".old" at its end,
-    /// or the first free one of ".old1" to ".old99". On failure returns false.
+    /// or the first free one of ".old1" to ".old99". On failure returns false, and sTo has no meaning.
     bool PutAside(String_T<256> & sTo);
 
     /// Returns why the last call of the constructor, Load or PutAside failed, or an empty text if it did not.
