@@ -169,6 +169,7 @@ TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
         Copy.Bis(-1, 0, 0);
         Copy.Bis(INT_MIN, 0, 0);
         Copy.Bis(INT_MAX, 0, 0);
+        Copy.Bis(BitVec_c::MAX_BITS, 0, 0);
     };
     std::string const sRange = "0 <= iX && iX < iDim", sFailed = FailedConditions(fnBadIndices);
     EXPECT_EQ(sFailed.find(sRange + " & " + sRange), 0u) << sFailed;

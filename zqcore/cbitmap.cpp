@@ -12,7 +12,7 @@ namespace
     // Returns zeroed storage, or null if there is none.
     unsigned char * AllocateBytes(std::size_t nBytes)
     {
-        void * const pBytes = CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
+        void * const pBytes = CoreMemory::operator_new_array(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
         return pBytes ? static_cast<unsigned char *>(std::memset(pBytes, 0, nBytes)) : nullptr;
     }
 }

@@ -461,7 +461,7 @@ inline void BitVec_c::Bis(int iX)
 {
     if (!IsInside(iX))
     {
-        Grow(iX < MAX_BITS ? iX + 1 : iX);
+        Grow(iX <= MAX_BITS ? iX + 1 : iX);   // beyond MAX_BITS nothing grows
         ZQ_ASSERT_TEXT(IsInside(iX), "0 <= iX && iX < iDim");
         if (!IsInside(iX))
         {

@@ -64,7 +64,7 @@ namespace
         static void SetDepth(BitMap3D_c & Map, int iDepth) { Map.iDimZ = iDepth; }
         static void * Alloc(std::size_t nBytes)
         {
-            return CoreMemory::operator_new(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
+            return CoreMemory::operator_new_array(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
         }
         static void Free(void * pBytes) { CoreMemory::operator_delete_array(pBytes); }
     };
@@ -258,7 +258,7 @@ namespace
     // Returns the size that holds an index in X. The largest indices need more than MAX_BITS, which fails an assertion.
     int BitsFor(int iIndex)
     {
-        return iIndex < BitVec_c::MAX_BITS ? iIndex + 1 : iIndex;
+        return iIndex <= BitVec_c::MAX_BITS ? iIndex + 1 : iIndex;
     }
 
     // Returns the byte of a bit in its row, to which the field was grown. Asserts that it is there; returns null if

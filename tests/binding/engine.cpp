@@ -1,4 +1,5 @@
 // What an engine's library or a plugin does with the heap: works inside, and passes a block across its border.
+#include "zqcore/cbitmap.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 
@@ -23,6 +24,8 @@ extern "C" ZQ_API int * EngineTake()
     delete[] ZQ_NEW Wide_s[2];
     delete[] new (std::nothrow) char[5];
     aligned_free_dbg(aligned_malloc_dbg(9, 128, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__));
+    BitVec_c(8).Grow(16);
+    BitMap3D_c(8, 1, 1).Grow(16, 1, 1);
     LogAddCallback([](char const *) {});   // a block inside the library
     Log("engine");
     LogDone();
