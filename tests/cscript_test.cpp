@@ -196,7 +196,7 @@ TEST_F(ScriptTest, HoldsAFilesCopyUntilItIsClosed)
 TEST_F(ScriptTest, StatesWhatItRequires)
 {
     char const * const dRows[][3] = {
-        { "S'|.|T", "nString < iMaxLength", "'12345' 7:0 [78']" },
+        { "S'|.|T", "nString < iMaxLength", "'12345' 6:0 [678']" },
         { "L1|.", "iMaxLength >= 2", "{stale} 0:0" },
         { "@3|@-1|.", "iPosition >= 0", "0:0" },
         { "D7|.", "iEnd < m_iBytesTotal", "sta 0:0" },

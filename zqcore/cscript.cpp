@@ -439,6 +439,12 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
     int nString = 0;
     while (!m_bEndOfFile)
     {
+        bool const bTooLong = nString >= iMaxLength && m_iBytesRead < m_iBytesTotal && m_pData[m_iBytesRead] != cQuote;
+        ZQ_ASSERT_TEXT(!bTooLong, "nString < iMaxLength");
+        if (bTooLong)
+        {
+            break;
+        }
         c = ReadByte();
         if (m_bEndOfFile)
         {
@@ -446,11 +452,6 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
             break;
         }
         if (c == cQuote)
-        {
-            break;
-        }
-        ZQ_ASSERT(nString < iMaxLength);
-        if (nString >= iMaxLength)
         {
             break;
         }

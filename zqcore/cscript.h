@@ -64,9 +64,10 @@ public:
     void SkipToken(char const * sToken);
 
     /// Moves after the next token that equals sToken, and returns true. Without bWholeToken, moves after the next token
-    /// that contains sToken, comments included. Searches from the start of the text or from the current position.
-    /// Returns false, with position and m_bEndOfFile unchanged, if there is none. m_iLines counts what was read,
-    /// found or not; without bWholeToken only the token that was found is read.
+    /// that contains sToken, comments included. If sToken was found at //, also skips the rest of that line and the next
+    /// token. Searches from the start of the text or from the current position. Returns false, with position and
+    /// m_bEndOfFile unchanged, if there is none. m_iLines counts what was read, found or not; without bWholeToken that
+    /// begins where sToken was found.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
     /// Reads the rest of the line without leading blanks and tabs. If a line is cut at iMaxLength - 1 characters, the
@@ -78,8 +79,8 @@ public:
     void GetSpecific(char * sWord);
 
     /// Reads the text between an opening cQuote and the next one. It may contain line ends. sString has iMaxLength + 1
-    /// bytes. Asserts that the text fits; otherwise reading stops when the buffer is full. Before the opening quote it
-    /// skips:
+    /// bytes. Asserts that the text fits; otherwise reading stops when the buffer is full, and the next read continues
+    /// there. Before the opening quote it skips:
     /// - separators,
     /// - the first slash, and each further slash with the rest of its line.
     ///
