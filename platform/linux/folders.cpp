@@ -297,8 +297,13 @@ namespace plat
         struct stat Stat;
         DiskPath_c Path(szPath);
         auto const fnStat = [&Stat](char const * szTry) { return stat(szTry, &Stat); };
-        if ((bAsWritten ? fnStat(Path.Get()) : Path.Try(fnStat)) != 0 || !S_ISDIR(Stat.st_mode))
+        if ((bAsWritten ? fnStat(Path.Get()) : Path.Try(fnStat)) != 0)
         {
+            return false;
+        }
+        if (!S_ISDIR(Stat.st_mode))
+        {
+            errno = ENOTDIR;
             return false;
         }
         Identity = { Stat.st_dev, Stat.st_ino };

@@ -119,9 +119,14 @@ namespace plat
     void SystemName(char * szText, std::size_t nSize)
     {
         utsname Name;
-        bool const bKnown = uname(&Name) == 0;
-        std::snprintf(szText, nSize, "%s %s %s", bKnown ? Name.sysname : "", bKnown ? Name.release : "",
-            bKnown ? Name.machine : "");
+        if (uname(&Name) == 0)
+        {
+            std::snprintf(szText, nSize, "%s %s %s", Name.sysname, Name.release, Name.machine);
+        }
+        else if (nSize > 0)
+        {
+            szText[0] = '\0';
+        }
     }
 
     // Intel's manual, volume 2, CPUID: leaves 80000002 to 80000004 have 48 bytes of name, padded with blanks.
