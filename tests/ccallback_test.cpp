@@ -25,6 +25,14 @@ namespace
         g_sTrace += '>';
     }
 
+    void ForceInFive(int i)
+    {
+        if (i == 5)
+        {
+            g_Event.Fire(6, true);
+        }
+    }
+
     void RemoveItselfAndForce(int i)
     {
         g_Event.Remove(RemoveItselfAndForce);
@@ -84,6 +92,7 @@ TEST_F(Callbacks, NestedFiringIsDroppedUnlessForced)
 {
     EXPECT_EQ(Fire(1, { Callback<'A'>, FireAgain }), "<>A1");
     EXPECT_EQ(Fire(-1), "<<>A0>A-1");   // the forced one nests once more, unforced
+    EXPECT_EQ(Fire(5, { ForceInFive }), "<>A6<<>A6>A5") << "after the forced one, the outer one drops nothing";
 }
 
 TEST_F(Callbacks, OneThatThrowsEndsItsFiringAlone)

@@ -156,6 +156,12 @@ TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
         FailedConditions([&] { Pool.Init(GigaPoolStatic_c::MAX_ELEMENTS + 1, 1); }), "m_iNumGroups<GIGA_GROUP_NULL");
     EXPECT_TRUE(Pool.Alloc(false));
 
+    GigaPoolStatic_c Full(GigaPoolStatic_c::GROUP_ELEMENTS, 8);
+    while (Full.Alloc(false))
+    {}
+    Full.Reset();
+    EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Full.Alloc(false)); }), "") << "still full";
+
     GigaPoolStatic_c Overwritten(64, 8);
     GigaGroup_c * pGroups;
     std::memcpy(&pGroups, static_cast<void *>(&Overwritten), sizeof pGroups);

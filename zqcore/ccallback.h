@@ -4,7 +4,8 @@
 // - The function added last is called first.
 // - An exclusive entry hides those that were added before it.
 // - A receiver that changes the list ends the firing.
-// - Firing a list inside its own firing does nothing, unless it is forced.
+// - Firing a list inside its own firing does nothing, unless it is forced. When a forced one ends, the list no longer
+//   counts as firing: the rest of the outer firing can fire it again without force.
 // - An exception of a receiver ends the firing and reaches the caller of Fire.
 //
 // Ownership: a list owns its nodes. It only points to the functions.

@@ -2,7 +2,8 @@
 //
 // A stayer is a file that stays in memory after its last reader closed it. The game registers extensions. Each read of
 // a file with such an extension into its own block, a refresh too, adds a reference, which FileStayerResetAll releases.
-// FileResetFiles releases one of them for each file that it removes. Prefetch reads all files of an extension now. An
+// FileResetFiles releases one of them for each file that it removes, so a stayer that was refreshed stays in memory,
+// out of the table, until FileStayerResetAll or FileReset. Prefetch reads all files of an extension now. An
 // asynchronous open passes a read to the worker, a thread at idle class that ModuleFile_c starts and stops; the caller
 // polls for the end.
 //

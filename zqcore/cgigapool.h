@@ -71,7 +71,7 @@ public:
 
     /// Allocates and returns an element, or null if the pool is full. The element that was freed last from a full group
     /// comes first. An element that is allocated with bArray is freed with bArray. Asserts that there is storage, and
-    /// returns null otherwise.
+    /// returns null otherwise. A pool that was full at Reset returns null without the assertion.
     void * Alloc(bool bArray);
 
     /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool.

@@ -101,7 +101,7 @@ public:
     /// - A different major version ends in Abort.
     /// - A newer minor version is logged and returns false.
     /// - A file without a whole version word fails the archive and returns false.
-    /// - A word that can't be written fails the archive but returns true.
+    /// - A writer with a file returns true in any case. A word that can't be written fails the archive.
     virtual bool Open();
 
     /// Ends the archive and returns true. Returns false if a writer can't store the rest of its bytes. Closing again

@@ -65,7 +65,7 @@ struct SimpleProfileInfo_t
 {
     std::int64_t tLast = 0;      // time of the latest frame
     std::int64_t tPeak = 0;      // largest frame of the current span of 32 frames
-    std::int64_t tAverage = 0;   // mean frame of the previous span, 0 in the first span, which lacks one frame
+    std::int64_t tAverage = 0;   // time of the previous span / 32, 0 in the first span, which has only 31 frames
     std::int64_t tSum = 0;       // time in the current span
 };
 
