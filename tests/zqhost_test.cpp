@@ -7,8 +7,8 @@
 #ifdef ZQHOST_PATH
 namespace
 {
-    // What the host says on standard error, and its status: 2 bad command line, 3 no media, 4 not saved, 5 stats not
-    // written, 6 a service did not start, 7 not watched, 8 standard output full.
+    // What the host says on standard error, and its status: 2 bad command line, 3 no media, 4 not loaded or saved,
+    // 5 stats not written, 6 a service did not start, 7 not watched, 8 standard output full.
     Result_s RunHost(std::string const & sArguments, std::string const & sMedia = TEST_MEDIA_FOLDER,
         std::string const & sOutput = "/dev/null")
     {

@@ -46,9 +46,13 @@ namespace
     bool WriteRegistry(std::string const &, std::string const & sText)
     {
         Registry_c Key;
-        bool const bWritten = Key.OpenKey("game\\options", true) && Key.WriteString("name", sText.c_str())
-                              && Key.WriteValue("size", static_cast<int>(sText.size()))
-                              && Key.DeleteValue("spare") + Key.WriteString("spare", sText.c_str());
+        bool bWritten = Key.OpenKey("game\\options", true) && Key.WriteString("name", sText.c_str())
+                        && Key.WriteValue("size", static_cast<int>(sText.size()));
+        if (bWritten)
+        {
+            Key.DeleteValue("spare");
+            bWritten = Key.WriteString("spare", sText.c_str());
+        }
         return bWritten || Fail("registry: not written");
     }
 
