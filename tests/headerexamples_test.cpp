@@ -15,6 +15,7 @@
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/cwarehouse.h"
 
+#include <algorithm>
 #include <fstream>
 #include <set>
 
@@ -275,7 +276,8 @@ TEST(Headers, BeginWithTheSameHead)
         }
         std::ifstream File(Entry.path());
         std::string sHead;
-        std::getline(File, sHead, '#');
+        std::getline(File, sHead, '\0');
+        sHead.resize(std::min(sHead.size(), sHead.find("\n#")));
         std::string const sExample = sName == "cgigaslab.h" ? "\n" : "\n//     ";   // only the pools use that one
         std::size_t nAt = 0;
         for (std::string const & sPart : { "// " + sName + ": ", std::string("\n// Ownership: "),
