@@ -1,4 +1,5 @@
-// The tracked allocator, compared with the allocators that a user would choose instead.
+// The tracked allocator, compared with the allocators that a user would choose instead. Built twice: over the debug heap,
+// and as memory_ship_bench over the heap of a shipped game, with WORK as the first part of the rows' names.
 #include "zqcore/cmemory.h"
 
 #include <benchmark/benchmark.h>
@@ -29,7 +30,7 @@ namespace
             delete[] p;
         }
     }
-    BENCHMARK(TrackedPair)->Name("Memory/pair64/ours");
+    BENCHMARK(TrackedPair)->Name(WORK "/pair64/ours")->Threads(1)->Threads(8);
 
     void PlainNewPair(benchmark::State & State)
     {
@@ -40,7 +41,7 @@ namespace
             ::operator delete(p);
         }
     }
-    BENCHMARK(PlainNewPair)->Name("Memory/pair64/ours_plain_new");
+    BENCHMARK(PlainNewPair)->Name(WORK "/pair64/ours_plain_new")->Threads(1)->Threads(8);
 
     void GlibcPair(benchmark::State & State)
     {
@@ -51,7 +52,7 @@ namespace
             std::free(p);
         }
     }
-    BENCHMARK(GlibcPair)->Name("Memory/pair64/glibc");
+    BENCHMARK(GlibcPair)->Name(WORK "/pair64/glibc")->Threads(1)->Threads(8);
 
     void MimallocPair(benchmark::State & State)
     {
@@ -69,7 +70,7 @@ namespace
             fnFree(p);
         }
     }
-    BENCHMARK(MimallocPair)->Name("Memory/pair64/mimalloc");
+    BENCHMARK(MimallocPair)->Name(WORK "/pair64/mimalloc")->Threads(1)->Threads(8);
 
     void DmallocPair(benchmark::State & State, char const * szOptions)
     {
@@ -93,8 +94,8 @@ namespace
             fnFree(__FILE__, __LINE__, p, FUNCTION_FREE);
         }
     }
-    BENCHMARK_CAPTURE(DmallocPair, runtime, "runtime")->Name("Memory/pair64/dmalloc_runtime");
-    BENCHMARK_CAPTURE(DmallocPair, low, "low")->Name("Memory/pair64/dmalloc_low");
+    BENCHMARK_CAPTURE(DmallocPair, runtime, "runtime")->Name(WORK "/pair64/dmalloc_runtime")->Threads(1);
+    BENCHMARK_CAPTURE(DmallocPair, low, "low")->Name(WORK "/pair64/dmalloc_low")->Threads(1);
 
     void ScopePair(benchmark::State & State)
     {
@@ -105,5 +106,5 @@ namespace
             benchmark::ClobberMemory();
         }
     }
-    BENCHMARK(ScopePair)->Name("Memory/category_scope/ours");
+    BENCHMARK(ScopePair)->Name(WORK "/category_scope/ours");
 }

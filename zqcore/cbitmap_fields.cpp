@@ -1,9 +1,7 @@
 // The plane and the space. The code handles a plane as a space of depth 1.
 #include "zqcore/cbitmap.h"
 #include "zqcore/cbitrows_internal.h"
-#include "zqcore/cmemory.h"
-
-#include "platform/debugheap.h"
+#include "zqcore/cmemory_internal.h"
 
 #include <climits>
 
@@ -50,11 +48,8 @@ namespace
     {
         static int Depth(BitMap_c const &) { return 1; }
         static void SetDepth(BitMap_c &, int) {}
-        static void * Alloc(std::size_t nBytes)
-        {
-            return plat::HeapAlloc(nBytes, MEMORY_NORMAL_BLOCK, __FILE__, __LINE__);
-        }
-        static void Free(void * pBytes) { plat::HeapFree(pBytes); }
+        static void * Alloc(std::size_t nBytes) { return MemoryAllocNormal(nBytes, __FILE__, __LINE__); }
+        static void Free(void * pBytes) { MemoryFreeNormal(pBytes); }
     };
 
     template <>

@@ -100,7 +100,7 @@ namespace
         Category_t dCategories[mem::TOTAL];
         for (int i = 0; i < mem::TOTAL; ++i)
         {
-            dCategories[i] = { g_MemoryCounters.dBytes[i], i };
+            dCategories[i] = { MemoryBytesNow(static_cast<mem::Categories_e>(i)), i };
         }
         std::sort(std::begin(dCategories), std::end(dCategories),
             [](Category_t const & a, Category_t const & b)

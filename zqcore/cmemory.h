@@ -10,10 +10,18 @@
 // and CoreMemory use the process's operators. Every block still returns to its own heap, but these blocks are not
 // tracked. One line on standard error reports that at load.
 //
+// All this is the debug heap. A library that is built with ZQCORE_HEAP=ship, and the target zqcore::ship, have the heap
+// of a shipped game instead. It keeps categories, counters and reports, adds 16 bytes to a block and takes no lock:
+// - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly different
+//   moments. Peaks of categories are those that readers saw. The peak of all bytes may be missed by 128 blocks or 512 KB
+//   of a thread and category.
+// - Byte figures are those of the callers. Memory is not filled, damage is not found, lost blocks are not reported, and
+//   the snapshot has a line for each category.
+//
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
-// Cost: one lock cycle and one consistency check for each allocation and each release. Selecting a category takes no
-// lock, except at a thread's first push.
+// Cost: one lock cycle and one consistency check for each allocation and each release; 99 bytes for each block, 75 with
+// 32 bits. Selecting a category takes no lock, except at a thread's first push.
 // Failure: an exhausted heap ends in Abort. Damaged and foreign blocks are reported (MemoryReportSet, cmemoryreport.h).
 //
 //     {

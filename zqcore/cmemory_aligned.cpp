@@ -2,12 +2,13 @@
 //
 // A header precedes the user pointer, whose low bits are cleared to a multiple of a pointer's size. It holds the
 // block's address and as many gap bytes as a pointer has.
-#include "zqcore/cmemory.h"
+#include "zqcore/cmemory_internal.h"
 
+#include "platform/debugger.h"
 #include "platform/debugheap.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace
@@ -102,16 +103,8 @@ void * aligned_malloc_dbg(std::size_t nSize, std::size_t nAlignment, int iBlockT
 void * aligned_offset_malloc_dbg(
     std::size_t nSize, std::size_t nAlignment, std::size_t nOffset, int iBlockType, char const * sFile, int iLine)
 {
-    if (nAlignment == 0 || (nAlignment & (nAlignment - 1)) != 0)
+    if (!MemoryMayAlign(nSize, nAlignment, nOffset))
     {
-        plat::HeapReport("alignment must be a power of 2");
-        errno = EINVAL;
-        return nullptr;
-    }
-    if (nOffset != 0 && nOffset >= nSize)
-    {
-        plat::HeapReport("offset must be within size");
-        errno = EINVAL;
         return nullptr;
     }
     nAlignment = RaiseAlignment(nAlignment);
@@ -132,36 +125,14 @@ void * aligned_offset_malloc_dbg(
     return pUser;
 }
 
-void * aligned_realloc_dbg(
-    void * p, std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+bool MemoryOwnSize(void * p, std::size_t & nBytes)
 {
-    return aligned_offset_realloc_dbg(p, nSize, nAlignment, 0, iBlockType, sFile, iLine);
-}
-
-void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlignment, std::size_t nOffset,
-    int iBlockType, char const * sFile, int iLine)
-{
-    if (!p)
-    {
-        return aligned_offset_malloc_dbg(nSize, nAlignment, nOffset, iBlockType, sFile, iLine);
-    }
-    if (nSize == 0)
-    {
-        aligned_free_dbg(p);
-        return nullptr;
-    }
     void * const pBlock = BlockOf(p, "realloc");
-    if (!pBlock)
+    if (pBlock)
     {
-        return nullptr;
+        nBytes = plat::HeapDescribe(pBlock).nOwn;
     }
-    void * const pNew = aligned_offset_malloc_dbg(nSize, nAlignment, nOffset, iBlockType, sFile, iLine);
-    if (pNew)
-    {
-        std::memcpy(pNew, p, std::min(plat::HeapDescribe(pBlock).nOwn, nSize));
-        aligned_free_dbg(p);
-    }
-    return pNew;
+    return pBlock != nullptr;
 }
 
 void aligned_free_dbg(void * p)
@@ -201,3 +172,32 @@ void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t
     }
     return pUser;
 }
+
+namespace
+{
+    ZQ_COLD void ReportNoMemory(std::size_t nBytes, char const * szFile, int iLine)
+    {
+        char szText[512];
+        std::snprintf(szText, sizeof szText, "Cannot allocate additional %zu bytes: file(%s)line(%d)\n", nBytes,
+            szFile ? szFile : "unknown", iLine);
+        plat::DebugOutput(szText);
+    }
+
+    void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
+    {
+        auto const iWord = static_cast<int>(MemoryWordOf(iBlockType));
+        void * const p = aligned_malloc_dbg(nBytes, nAlignment, iWord, szFile, iLine);
+        if (!p)
+        {
+            ReportNoMemory(nBytes, szFile, iLine);
+        }
+        return p;
+    }
+
+    void HeapDelete(void * p)
+    {
+        aligned_free_dbg(p);
+    }
+}
+
+#include "zqcore/cmemory_operators.inl"

@@ -16,12 +16,6 @@ namespace
 {
     constexpr std::size_t PROBE_BYTES = 24;
 
-    bool IsOwnBlock(void const * p)
-    {
-        plat::HeapBlock_t Block;
-        return plat::HeapFindBlock(p, Block);
-    }
-
     // Stores the pair in Foreign if a part of it is foreign. The other part is replaced by that of the next module,
     // because a program may contain a `new` of its own runtime without the `delete`, or the reverse.
     template <typename... ALIGNMENT>
@@ -34,7 +28,7 @@ namespace
             return false;
         }
         void * const p = Pair.fnNew(PROBE_BYTES, iAlignment...);
-        bool const bOwnNew = IsOwnBlock(p);
+        bool const bOwnNew = MemoryIsOwnBlock(p);
         bool const bOwnDelete = Pair.bOneModule ? bOwnNew : Pair.bOwnDelete;
         if (bOwnNew != bOwnDelete)
         {
@@ -66,7 +60,7 @@ namespace
         auto * const pText = new (Room) std::string(std::generic_category().message(ENOENT));
         void * const p = pText->data();
         bool const bInside = p >= Room && p < Room + sizeof Room;   // too short for a block
-        if (bInside || IsOwnBlock(p))
+        if (bInside || MemoryIsOwnBlock(p))
         {
             pText->~basic_string();
             return false;

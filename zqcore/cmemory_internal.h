@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zqcore/ccrc.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/chash.h"
 #include "zqcore/cmemory.h"
 
@@ -30,11 +31,29 @@ public:
     void Remove(mem::Categories_e category);
 
     /// Returns the category on top, or UNDEFINED if the stack is empty.
-    mem::Categories_e Top() const;
+    mem::Categories_e Top() const
+    {
+        ZQ_ASSERT_TEXT(top >= -1 && top < CATEGORY_STACK_DEPTH, "top >= -1 && top < CATEGORY_STACK_DEPTH");
+        return top < 0 ? mem::UNDEFINED : m_dStack[top].m_eCategory;
+    }
 
     Entry_s m_dStack[CATEGORY_STACK_DEPTH];
     int top = -1;   // -1 when empty
 };
+
+struct MemoryFigures_s;
+
+/// What one thread has selected, and what it counts.
+struct MemoryStack_s
+{
+    MemCategoryStack_c * pStack = nullptr;   // null if the thread never pushed
+    MemoryFigures_s * pFigures = nullptr;    // of the heap of a shipped game; null before the first allocation
+    std::uint32_t nNumber = 0;
+    bool bComplaining = false;
+};
+
+/// The calling thread's.
+extern ZQ_THREAD_LOCAL constinit MemoryStack_s t_MemoryStack;
 
 /// Hash of a thread's number: the CRC-32 of its four bytes, lowest first. The library assigns the numbers.
 struct ThreadIdHash_s
@@ -86,6 +105,50 @@ bool MemoryCountersAddUp();
 /// Writes an allocation to the call log, except the log's own. Requires g_CategoryLock.
 ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory);
 
+// What each of the two heaps has in its own source: the debug heap, and the heap of a shipped game.
+
+/// Start and stop what the heap does while it is tracked.
+void MemoryHeapStart();
+void MemoryHeapStop();
+
+/// Returns whether a pointer to a block, or to memory of another heap, is a live block of this heap. Safe for any
+/// pointer.
+bool MemoryIsOwnBlock(void const * p);
+
+/// Allocate and release a block of category NORMAL_BLOCK.
+void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine);
+void MemoryFreeNormal(void * pBlock);
+
+/// Writes the size of a live block to nBytes, as its caller requested it. Returns false, with a report, if the pointer
+/// is no live block.
+bool MemoryOwnSize(void * p, std::size_t & nBytes);
+
+/// Returns the live bytes of a category. Takes no lock, so a crash may call it.
+std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory);
+
+/// Return and set whether each allocation is written to the call log. Return the number of the present frame.
+bool MemoryNewLogIsOn();
+void MemoryNewLogSet(bool bOn);
+int MemoryFrame();
+
+// What both heaps share.
+
+/// Handles an allocation that found no memory.
+[[noreturn]] bool MemoryOnExhausted(std::size_t nBytes);
+
+/// Reports why an alignment is refused, sets errno and returns false.
+ZQ_COLD bool MemoryRefuseAlignment(char const * szReason);
+
+/// Returns whether an aligned block can be allocated; otherwise reports why not.
+inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_t nOffset)
+{
+    if (nAlignment == 0 || (nAlignment & (nAlignment - 1)) != 0)
+    {
+        return MemoryRefuseAlignment("alignment must be a power of 2");
+    }
+    return nOffset == 0 || nOffset < nSize || MemoryRefuseAlignment("offset must be within size");
+}
+
 /// Number of blocks by size.
 struct MemoryTally_s
 {
@@ -95,6 +158,9 @@ struct MemoryTally_s
     std::size_t nTotal;
 };
 
+/// Writes what a snapshot lists, all to f and what has no category to fu, and returns the tally. Both may be null.
+MemoryTally_s MemoryWriteBlocks(std::FILE * f, std::FILE * fu);
+
 /// Writes the totals that end a report of live blocks. Without blocks the percentages are 0.
 void MemoryWriteTally(std::FILE * f, MemoryTally_s const & Tally);
 
@@ -103,6 +169,42 @@ inline mem::Categories_e MemoryCategoryInWord(std::uint32_t dwWord)
 {
     std::uint32_t const iCategory = (dwWord >> MEMORY_CATEGORY_SHIFT) & MEMORY_CATEGORY_MASK;
     return iCategory < mem::TOTAL ? static_cast<mem::Categories_e>(iCategory) : mem::UNDEFINED;
+}
+
+/// Returns the category under which a block of this word is counted. Blocks under mem::CRT are not counted.
+inline mem::Categories_e MemoryCountedCategory(std::uint32_t dwWord)
+{
+    switch (dwWord & 0xFFFF)
+    {
+    case MEMORY_NORMAL_BLOCK:
+        return mem::NORMAL_BLOCK;
+    case MEMORY_CLIENT_BLOCK:
+        return MemoryCategoryInWord(dwWord);
+    default:
+        return mem::CRT;
+    }
+}
+
+/// Reports that a block's kind is none of the three.
+ZQ_COLD void MemoryReportKind(std::uint32_t iKind);
+
+/// Returns the word of a new block, as MemoryBlockWord does.
+inline std::uint32_t MemoryWordOf(int iBlockType)
+{
+    auto const dwWord = static_cast<std::uint32_t>(iBlockType);
+    std::uint32_t const iKind = dwWord & 0xFFFF;
+    if (iKind > MEMORY_CLIENT_BLOCK)
+    {
+        MemoryReportKind(iKind);
+    }
+    mem::Categories_e eCategory = iKind == MEMORY_NORMAL_BLOCK ? mem::UNDEFINED : MemoryCategoryInWord(dwWord);
+    if (g_MemoryInit && eCategory == mem::UNDEFINED)
+    {
+        MemCategoryStack_c const * const pStack = t_MemoryStack.pStack;
+        eCategory = pStack ? pStack->Top() : mem::UNDEFINED;
+    }
+    return (static_cast<std::uint32_t>(eCategory) << MEMORY_CATEGORY_SHIFT) | (dwWord & MEMORY_OBJECT_FLAG)
+           | static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK);
 }
 
 /// Scope that holds g_CategoryLock, if the heap is tracked.

@@ -1,22 +1,13 @@
 #include "platform/debugheap.h"
 
-#include "platform/fork.h"
-#include "platform/memory.h"
-
 #include <atomic>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 namespace plat
 {
-    constinit Lock_c g_HeapLock(4000);
-
     namespace
     {
-        ForkLock_c const g_HeapForkLock(g_HeapLock);
-
         constexpr std::uint8_t FILL_NEW = 0xCD;
         constexpr std::uint8_t FILL_FREED = 0xDD;
         constexpr std::uint8_t FILL_GAP = 0xFD;
@@ -46,8 +37,6 @@ namespace plat
         constinit Link_s g_Live = { &g_Live, &g_Live };   // newest first
         constinit std::atomic<HeapHook_t> g_fnHook = nullptr;
         constinit std::atomic<HeapFailure_t> g_fnFailure = nullptr;
-        constinit std::atomic<HeapWordName_t> g_fnWordName = nullptr;
-        constinit std::atomic<HeapReport_t> g_fnReport = nullptr;
 
         Header_s * HeaderOf(void const * pUser)
         {
@@ -301,26 +290,6 @@ namespace plat
         return false;
     }
 
-    void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize)
-    {
-        if (!Block.szFile)
-        {
-            std::snprintf(szBuffer, nSize, "unknown");
-            return;
-        }
-        std::size_t const nRead = MemoryRead(AddressOf(Block.szFile), szBuffer, nSize - 1);
-        szBuffer[nRead] = '\0';
-        char const * p = szBuffer;
-        while (static_cast<unsigned char>(*p) >= ' ')
-        {
-            ++p;
-        }
-        if (p == szBuffer || *p != '\0')   // nothing can be read there, or it is no longer a name
-        {
-            std::snprintf(szBuffer, nSize, "unloaded module");
-        }
-    }
-
     void HeapWalk(void (*fnVisit)(HeapBlock_t const & Block, void * pContext), void * pContext)
     {
         for (Link_s * pLink = g_Live.pNext; pLink != &g_Live;)
@@ -345,38 +314,5 @@ namespace plat
     void HeapSetFailureHandler(HeapFailure_t fnFailure)
     {
         g_fnFailure = fnFailure;
-    }
-
-    void HeapSetWordName(HeapWordName_t fnName)
-    {
-        g_fnWordName = fnName;
-    }
-
-    char const * HeapWordName(std::uint32_t dwType)
-    {
-        HeapWordName_t const fnName = g_fnWordName;
-        return fnName ? fnName(dwType) : "unknown";
-    }
-
-    void HeapReport(char const * szFormat, ...)
-    {
-        char szText[1024];
-        std::va_list args;
-        va_start(args, szFormat);
-        std::vsnprintf(szText, sizeof szText, szFormat, args);
-        va_end(args);
-        if (HeapReport_t const fnReport = g_fnReport)
-        {
-            fnReport(szText);
-        }
-        else
-        {
-            std::fputs(szText, stderr);
-        }
-    }
-
-    HeapReport_t HeapReportSet(HeapReport_t fnReceiver)
-    {
-        return g_fnReport.exchange(fnReceiver);
     }
 }

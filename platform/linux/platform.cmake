@@ -12,3 +12,6 @@ file(RELATIVE_PATH ZQCORE_SYMBOLS_INSTALLED ${CMAKE_INSTALL_FULL_LIBDIR}
 set_source_files_properties(${ZQCORE_PLATFORM_FOLDER}/symbols.cpp PROPERTIES
     COMPILE_DEFINITIONS "ZQCORE_SYMBOLS_INSTALLED=\"${ZQCORE_SYMBOLS_INSTALLED}\";\
 ZQCORE_SYMBOLS_FULL=\"${CMAKE_INSTALL_FULL_LIBEXECDIR}/zqcore/zqsymbols\"")
+
+# The debug heap's report of lost blocks.
+set(ZQCORE_HEAP_LEAKS platform/linux/heapleaks.cpp)

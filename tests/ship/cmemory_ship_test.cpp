@@ -1,0 +1,212 @@
+// The heap of a shipped game: what it counts, and what it costs. The debug heap's tests are in cmemory_test.cpp.
+#include "zqcore/cmemory_internal.h"
+#include "zqcore/cmemoryreport.h"
+
+#include "tests/test_support.h"
+
+#include <cstring>
+#include <latch>
+#include <memory>
+
+namespace
+{
+    using Figures_t = std::tuple<std::ptrdiff_t, std::ptrdiff_t>;   // live blocks, live bytes
+
+    mem::CategoryInfo InfoOf(mem::Categories_e eCategory)
+    {
+        mem::CategoryInfo dInfo[mem::TOTAL];
+        std::ptrdiff_t nAllocs, nBytes, nMaxBytes;
+        MemoryCategoriesGet(dInfo, nAllocs, nBytes, nMaxBytes);
+        return dInfo[eCategory];
+    }
+
+    Figures_t FiguresOf(mem::Categories_e eCategory)
+    {
+        mem::CategoryInfo const Info = InfoOf(eCategory);
+        return { Info.iCount, Info.iBytes };
+    }
+
+    Figures_t Totals()
+    {
+        return { MemoryTotalAllocations(), MemoryTotalBytesAllocated() };
+    }
+
+    void * g_pLast = nullptr;
+
+    // Allocates and releases at the end of a thread, after the library's own end of it.
+    struct Late_s
+    {
+        void * pFirst = nullptr;
+
+        ~Late_s()
+        {
+            ::operator delete(pFirst);
+            g_pLast = ::operator new(10);
+        }
+    };
+
+    class CountedShip : public ::testing::Test
+    {
+    protected:
+        // Threads and libraries of the test itself allocate under other categories.
+        Figures_t const m_Before = FiguresOf(mem::Decals);
+        Figures_t const m_TotalsBefore = Totals();
+    };
+}
+
+TEST_F(CountedShip, CountsABlockUnderItsCategoryUntilItIsFreed)
+{
+    char * p;
+    {
+        MemCategoryScope_c const Category(mem::Decals);
+        p = ZQ_NEW char[100];
+    }
+    EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, 100));
+    EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 100));
+    EXPECT_TRUE(MemoryIsOwnBlock(p));
+    delete[] p;
+    EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
+    EXPECT_EQ(Totals(), m_TotalsBefore);
+    EXPECT_EQ(InfoOf(mem::Decals).iMaxBytes, 100);
+    EXPECT_TRUE(MemoryCheckConsistency());
+}
+
+TEST_F(CountedShip, NeedsSixteenBytesMoreThanItsCaller)
+{
+    for (std::size_t nBytes : { 0u, 1u, 24u, 64u, 1000u })
+    {
+        void * const p = ::operator new(nBytes);
+        EXPECT_EQ(static_cast<char *>(p) - static_cast<char *>(get_block_from_aligned(p)), 16) << nBytes;
+        ::operator delete(p);
+    }
+}
+
+TEST_F(CountedShip, AlignsBlocksAndKeepsTheirContents)
+{
+    struct Row_s
+    {
+        std::size_t nBytes, nAlignment, nOffset;
+        bool bRefused;
+    };
+    int const iWord = static_cast<int>(mem::Decals) << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK;
+    HeapReports_c const Reports;
+    for (Row_s const & Row : { Row_s{ 10, 1, 0, false }, Row_s{ 10, 4, 3, false }, Row_s{ 64, 64, 0, false },
+             Row_s{ 100, 4096, 37, false }, Row_s{ 1 << 20, 1 << 16, 16, false }, Row_s{ 10, 3, 0, true },
+             Row_s{ 10, 16, 10, true }, Row_s{ 10, 0, 0, true } })
+    {
+        SCOPED_TRACE(::testing::Message() << Row.nBytes << ' ' << Row.nAlignment << ' ' << Row.nOffset);
+        auto * p = static_cast<char *>(
+            aligned_offset_malloc_dbg(Row.nBytes, Row.nAlignment, Row.nOffset, iWord, __FILE__, __LINE__));
+        ASSERT_EQ(p == nullptr, Row.bRefused);
+        if (Row.bRefused)
+        {
+            continue;
+        }
+        EXPECT_EQ((reinterpret_cast<std::uintptr_t>(p) + Row.nOffset) % Row.nAlignment, 0u);
+        EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, static_cast<std::ptrdiff_t>(Row.nBytes)));
+        std::memset(p, 7, Row.nBytes);
+        p = static_cast<char *>(aligned_realloc_dbg(p, Row.nBytes + 50, 32, iWord, __FILE__, __LINE__));
+        EXPECT_EQ(std::string(p, Row.nBytes), std::string(Row.nBytes, 7));
+        aligned_free_dbg(p);
+        EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
+    }
+}
+
+TEST_F(CountedShip, KnowsItsOwnBlocks)
+{
+    std::unique_ptr<int> const Own(new int);
+    void * const pForeign = std::malloc(24);
+    std::memset(pForeign, 0, 24);
+    EXPECT_TRUE(MemoryIsOwnBlock(Own.get()));
+    EXPECT_FALSE(MemoryIsOwnBlock(pForeign));
+    EXPECT_FALSE(MemoryIsOwnBlock(nullptr));
+    EXPECT_FALSE(MemoryIsOwnBlock(reinterpret_cast<void *>(16)));
+    std::free(pForeign);
+}
+
+TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
+{
+    constexpr int THREADS = 8, BLOCKS = 2000, BYTES = 1000;
+    std::vector<char *> dBlocks(THREADS * BLOCKS);
+    std::ptrdiff_t const nStart = MemoryTotalBytesAllocated();
+    std::latch AllAllocated(THREADS);
+    InThreads(THREADS,
+        [&dBlocks, &AllAllocated](int iThread)
+        {
+            MemCategoryScope_c const Category(mem::Decals);
+            char ** const pOwn = &dBlocks[static_cast<std::size_t>(iThread * BLOCKS)];
+            std::generate_n(pOwn, BLOCKS, [] { return ZQ_NEW char[BYTES]; });
+            AllAllocated.arrive_and_wait();
+            for (int i = 0; i < BLOCKS; i += 2)   // half of a neighbour's blocks
+            {
+                delete[] dBlocks[static_cast<std::size_t>((iThread + 1) % THREADS * BLOCKS + i)];
+            }
+        });
+    EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(THREADS * BLOCKS / 2, THREADS * BLOCKS * BYTES / 2));
+    // Each thread publishes after 128 blocks.
+    EXPECT_GE(MemoryMaxTotalBytesAllocated(), nStart + (BLOCKS - 128) * BYTES * THREADS);
+    for (std::size_t i = 1; i < dBlocks.size(); i += 2)
+    {
+        delete[] dBlocks[i];
+    }
+    EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
+    EXPECT_TRUE(MemoryCheckConsistency());
+}
+
+TEST_F(CountedShip, CountsWhatAThreadDoesAfterItsOwnEnd)
+{
+    std::thread(
+        []
+        {
+            thread_local Late_s t_Late;   // its destructor runs after the library's end of the thread
+            MemCategoryScope_c const Category(mem::Decals);
+            t_Late.pFirst = ::operator new(100);
+        })
+        .join();
+    EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
+    EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 10));
+    ::operator delete(g_pLast);
+    EXPECT_EQ(Totals(), m_TotalsBefore);
+}
+
+TEST_F(CountedShip, CountsAFramesAllocations)
+{
+    MemoryResetFrameAllocCount();
+    MemCategoryScope_c const Category(mem::Decals);
+    for (int i = 0; i < 3; ++i)
+    {
+        delete ZQ_NEW int;
+    }
+    EXPECT_EQ(InfoOf(mem::Decals).iFrameAllocs, 3);
+    MemoryResetFrameAllocCount();
+    EXPECT_GE(MemoryGetFrameAllocCount(), 3u);
+    EXPECT_EQ(InfoOf(mem::Decals).iLastFrameAllocs, 3);
+    EXPECT_EQ(InfoOf(mem::Decals).iFrameAllocs, 0);
+}
+
+TEST_F(CountedShip, WritesALineForEachCategory)
+{
+    TempFolder_c const Folder;
+    CurrentFolderScope_c const Current(Folder.GetPath());
+    MemCategoryScope_c const Category(mem::Decals);
+    std::unique_ptr<char[]> const One(ZQ_NEW char[100]), Two(ZQ_NEW char[200]);
+    MemoryLogAllocations();
+    EXPECT_THAT(Folder.Read("allocations.csv"), ::testing::HasSubstr("\n300; Decals; blocks(2)\n"));
+}
+
+TEST_F(CountedShip, AForkedChildCountsOn)
+{
+    auto const fnCount = []
+    {
+        MemCategoryScope_c const Category(mem::Decals);
+        g_pLast = ::operator new(100);
+        InThreads(1,
+            [](int)
+            {
+                MemCategoryScope_c const Inner(mem::Decals);
+                g_pLast = ::operator new(10);
+            });
+        return FiguresOf(mem::Decals) == Figures_t(2, 110) ? 0 : 1;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(fnCount)), 0);
+}

@@ -1,0 +1,291 @@
+// How the debug heap is counted: each event under the heap's lock, with a check of all figures.
+#include "zqcore/ccallback_internal.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cmemory_internal.h"
+#include "zqcore/cmemoryreport.h"
+
+#include "platform/debugheap.h"
+#include "platform/memory.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+constinit MemoryCounters_s g_MemoryCounters = {};
+
+namespace
+{
+    // For numbers that are written under the lock and read without it.
+    template <typename NUMBER>
+    void AddUnderLock(std::atomic<NUMBER> & Number, NUMBER iChange)
+    {
+        Number.store(Number.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
+    }
+
+    void CountIn(mem::Categories_e eCategory, std::size_t nBytes)
+    {
+        MemoryCounters_s & Counters = g_MemoryCounters;
+        auto const iBytes = static_cast<std::ptrdiff_t>(nBytes);
+        Counters.dCount[eCategory] += 1;
+        Counters.dMaxCount[eCategory] = std::max(Counters.dMaxCount[eCategory], Counters.dCount[eCategory]);
+        Counters.dBytes[eCategory] += iBytes;
+        Counters.dMaxBytes[eCategory] = std::max(Counters.dMaxBytes[eCategory], Counters.dBytes[eCategory]);
+        AddUnderLock<std::ptrdiff_t>(Counters.iTotalCount, 1);
+        AddUnderLock(Counters.iTotalBytes, iBytes);
+        Counters.iMaxTotalBytes.store(std::max(Counters.iMaxTotalBytes.load(std::memory_order_relaxed),
+                                          Counters.iTotalBytes.load(std::memory_order_relaxed)),
+            std::memory_order_relaxed);
+        Counters.nFrameAllocs += 1;
+        Counters.dFrameAllocs[eCategory] += 1;
+    }
+
+    void CountOut(mem::Categories_e eCategory, std::size_t nBytes)
+    {
+        MemoryCounters_s & Counters = g_MemoryCounters;
+        auto const iBytes = static_cast<std::ptrdiff_t>(nBytes);
+        Counters.dCount[eCategory] -= 1;
+        Counters.dBytes[eCategory] -= iBytes;
+        AddUnderLock<std::ptrdiff_t>(Counters.iTotalCount, -1);
+        AddUnderLock(Counters.iTotalBytes, -iBytes);
+    }
+
+    // The hook on the debug heap, which holds g_CategoryLock meanwhile.
+    void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType)
+    {
+        // Checks the state before this event: that memory was not written just before, so the processor reads it at
+        // full speed. Both sides change by the same amounts below, so only the counter that changes can break the
+        // balance.
+        bool const bSoundBefore = MemoryCountersAddUp();
+        mem::Categories_e const eCategory = MemoryCountedCategory(dwType);
+        if (eCategory != mem::CRT)
+        {
+            if (eEvent == plat::HeapEvent_e::Free)
+            {
+                CountOut(eCategory, nBytes);
+            }
+            else
+            {
+                CountIn(eCategory, nBytes);
+                if (g_MemoryCounters.bNewLogEnabled)
+                {
+                    MemoryNewLogRecord(plat::HeapDescribe(pUser), eCategory);
+                }
+            }
+        }
+        bool const bNegative = g_MemoryCounters.dCount[eCategory] < 0 || g_MemoryCounters.dBytes[eCategory] < 0;
+        if (!bSoundBefore || bNegative)
+        {
+            FiringNoWait_c const NoWait;   // a receiver of another thread may wait for the heap's lock
+            ZQ_ASSERT_TEXT(MemoryCheckConsistency(), "MemoryCheckConsistency()");
+        }
+    }
+
+    // Returns whether the module of an object's class is still loaded: the table of its virtual functions and the first
+    // of them can be read.
+    bool IsClassLoaded(mem::Object_i const * pObject)
+    {
+        std::uintptr_t iTable;
+        std::memcpy(&iTable, static_cast<void const *>(pObject), sizeof iTable);
+        void const * pOperation = nullptr;
+        return plat::MemoryRead(iTable, &pOperation, sizeof pOperation) == sizeof pOperation
+               && plat::MemoryIsReadable(pOperation, 1);
+    }
+
+    // The line of the leak report for a block that describes itself.
+    void CoreDumpHook(plat::HeapBlock_t const & Block)
+    {
+        if (!(Block.dwType & MEMORY_OBJECT_FLAG))
+        {
+            return;
+        }
+        std::uint32_t const blocktype = Block.dwType & 0xFFFF;
+        ZQ_ASSERT_TEXT(blocktype == MEMORY_CLIENT_BLOCK, "blocktype == _CLIENT_BLOCK");
+        ZQ_ASSERT_TEXT(sizeof(mem::Object_i) <= Block.nBytes, "sizeof ( mem::Object_i ) <= nBytes");
+        if (auto const * const pObject =
+                static_cast<mem::Object_i const *>(get_aligned_from_block(Block.pUser, MEMORY_ALIGNMENT, 0)))
+        {
+            char szDescription[256] = "object of an unloaded module";
+            if (IsClassLoaded(pObject))
+            {
+                szDescription[0] = '\0';
+                pObject->Describe(szDescription, sizeof szDescription);
+            }
+            plat::HeapReport("Memory object dump:\n%s\n", szDescription);
+        }
+    }
+
+    // State of a report of live blocks.
+    struct Report_s
+    {
+        std::FILE * f;    // all blocks
+        std::FILE * fu;   // those without a category
+        MemoryTally_s Tally;
+    };
+
+    void TallyBlock(MemoryTally_s & Tally, std::size_t nBytes)
+    {
+        ++Tally.nTotal;
+        auto const * const pLimit = std::lower_bound(std::begin(Tally.LIMITS), std::end(Tally.LIMITS), nBytes);
+        if (pLimit != std::end(Tally.LIMITS))
+        {
+            ++Tally.dInClass[pLimit - Tally.LIMITS];
+        }
+    }
+
+    void ReportBlock(plat::HeapBlock_t const & Block, void * pContext)
+    {
+        if ((Block.dwType & 0xFFFF) != MEMORY_CLIENT_BLOCK)
+        {
+            return;
+        }
+        auto & Report = *static_cast<Report_s *>(pContext);
+        mem::Categories_e const eCategory = MemoryCategoryInWord(Block.dwType);
+        char szFile[1024];
+        plat::HeapFileName(Block, szFile, sizeof szFile);
+        if (eCategory == mem::UNDEFINED && Report.fu)
+        {
+            std::fprintf(Report.fu, "%zu; %s(%i)\n", Block.nBytes, szFile, Block.iLine);
+        }
+        if (Report.f)
+        {
+            std::fprintf(
+                Report.f, "%zu; %s; %s(%i)\n", Block.nBytes, MemoryCategoryName(eCategory), szFile, Block.iLine);
+        }
+        TallyBlock(Report.Tally, Block.nBytes);
+    }
+}
+
+void MemoryHeapStart()
+{
+    plat::HeapSetLeakCheck(true);
+    plat::HeapSetFailureHandler(MemoryOnExhausted);
+    plat::HeapSetDump(CoreDumpHook);
+    plat::HeapSetHook(CoreAllocHook);
+}
+
+void MemoryHeapStop()
+{
+    plat::HeapSetHook(nullptr);
+    plat::HeapSetFailureHandler(nullptr);
+}
+
+bool MemoryIsOwnBlock(void const * p)
+{
+    plat::HeapBlock_t Block;
+    return plat::HeapFindBlock(p, Block);
+}
+
+void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine)
+{
+    return plat::HeapAlloc(nBytes, MEMORY_NORMAL_BLOCK, szFile, iLine);
+}
+
+void MemoryFreeNormal(void * pBlock)
+{
+    plat::HeapFree(pBlock);
+}
+
+std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory)
+{
+    return g_MemoryCounters.dBytes[eCategory];
+}
+
+void MemoryCategoriesGet(
+    mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes)
+{
+    CategoryLockScope_c const Scope;
+    MemoryCounters_s const & Counters = g_MemoryCounters;
+    for (int i = 0; i < mem::TOTAL; ++i)
+    {
+        pInfo[i] = { Counters.dCount[i], Counters.dMaxCount[i], Counters.dBytes[i], Counters.dMaxBytes[i],
+            Counters.dLastFrameAllocs[i], Counters.dFrameAllocs[i] };
+    }
+    iAllocs = Counters.iTotalCount;
+    iBytes = Counters.iTotalBytes;
+    iMaxBytes = Counters.iMaxTotalBytes;
+}
+
+std::ptrdiff_t MemoryTotalAllocations()
+{
+    return g_MemoryCounters.iTotalCount.load(std::memory_order_relaxed);
+}
+
+std::ptrdiff_t MemoryTotalBytesAllocated()
+{
+    return g_MemoryCounters.iTotalBytes.load(std::memory_order_relaxed);
+}
+
+std::ptrdiff_t MemoryMaxTotalBytesAllocated()
+{
+    return g_MemoryCounters.iMaxTotalBytes.load(std::memory_order_relaxed);
+}
+
+bool MemoryNewLogIsOn()
+{
+    return g_MemoryCounters.bNewLogEnabled;
+}
+
+void MemoryNewLogSet(bool bOn)
+{
+    g_MemoryCounters.bNewLogEnabled = bOn;
+}
+
+int MemoryFrame()
+{
+    return g_MemoryCounters.iFrame;
+}
+
+MemoryTally_s MemoryWriteBlocks(std::FILE * f, std::FILE * fu)
+{
+    Report_s Report = { f, fu, {} };
+    plat::HeapWalk(ReportBlock, &Report);
+    return Report.Tally;
+}
+
+bool MemoryCountersAddUp()
+{
+    MemoryCounters_s const & Counters = g_MemoryCounters;
+    plat::PairSums_t const Sums = plat::SumPairs(Counters.dCount, Counters.dBytes, MemoryCounters_s::COUNT);
+    return !Sums.bNegative && Sums.iFirst == Counters.iTotalCount && Sums.iSecond == Counters.iTotalBytes;
+}
+
+bool MemoryCheckConsistency()
+{
+    // A negative remainder before the end is a fault even if the final one is zero.
+    std::ptrdiff_t iCount = g_MemoryCounters.iTotalCount;
+    std::ptrdiff_t iBytes = g_MemoryCounters.iTotalBytes;
+    for (int i = 0; i < mem::TOTAL; ++i)
+    {
+        iCount -= g_MemoryCounters.dCount[i];
+        iBytes -= g_MemoryCounters.dBytes[i];
+        if (iCount < 0 || iBytes < 0)
+        {
+            return false;
+        }
+    }
+    return iCount == 0 && iBytes == 0;
+}
+
+unsigned MemoryGetFrameAllocCount()
+{
+    return g_MemoryCounters.nLastFrameAllocs.load(std::memory_order_relaxed);
+}
+
+void MemoryResetFrameAllocCount()
+{
+    plat::LockScope_c const Scope(g_CategoryLock);
+    MemoryCounters_s & Counters = g_MemoryCounters;
+    Counters.nLastFrameAllocs.store(Counters.nFrameAllocs, std::memory_order_relaxed);
+    Counters.nFrameAllocs = 0;
+    ++Counters.iFrame;
+    for (int i = 0; i < mem::TOTAL; ++i)
+    {
+        Counters.dLastFrameAllocs[i] = Counters.dFrameAllocs[i];
+        Counters.dFrameAllocs[i] = 0;
+    }
+}
+
+void MemoryAbort()
+{
+    plat::HeapSetLeakCheck(false);
+}

@@ -1,0 +1,140 @@
+// cmemory_operators.inl: the operators over a heap, which defines HeapNew and HeapDelete before it includes this.
+// iBlockType selects the category, as in MemoryBlockWord.
+//
+//     void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine);
+//     void HeapDelete(void * p);
+#pragma once
+
+#include <algorithm>
+#include <new>
+
+namespace
+{
+    // Allocates from the process's own operator.
+    template <typename... ALIGNMENT>
+    ZQ_COLD void * NewForeign(
+        plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... iAlignment)
+    {
+        try
+        {
+            return Pair.fnNew(nBytes, iAlignment...);
+        }
+        catch (std::bad_alloc const &)
+        {
+            if (g_MemoryInit)
+            {
+                MemoryOnExhausted(nBytes);
+            }
+            return nullptr;
+        }
+    }
+
+    ZQ_INLINE void * New(plat::OperatorPair_T<> const & Foreign, std::size_t nBytes,
+        int iBlockType = MEMORY_NORMAL_BLOCK, char const * szFile = nullptr, int iLine = 0)
+    {
+        return Foreign.fnNew ? NewForeign(Foreign, nBytes)
+                             : HeapNew(nBytes, MEMORY_ALIGNMENT, iBlockType, szFile, iLine);
+    }
+
+    using AlignedPair_t = plat::OperatorPair_T<std::align_val_t>;
+
+    ZQ_INLINE void * New(AlignedPair_t const & Foreign, std::size_t nBytes, std::align_val_t iAlignment,
+        int iBlockType = MEMORY_NORMAL_BLOCK, char const * szFile = nullptr, int iLine = 0)
+    {
+        std::size_t const nAlignment = std::max(static_cast<std::size_t>(iAlignment), MEMORY_ALIGNMENT);
+        return Foreign.fnNew ? NewForeign(Foreign, nBytes, iAlignment)
+                             : HeapNew(nBytes, nAlignment, iBlockType, szFile, iLine);
+    }
+
+    template <typename... ALIGNMENT>
+    ZQ_INLINE void Delete(plat::OperatorPair_T<ALIGNMENT...> const & Foreign, void * p, ALIGNMENT... iAlignment)
+    {
+        if (Foreign.fnNew)
+        {
+            Foreign.fnDelete(p, iAlignment...);
+        }
+        else
+        {
+            HeapDelete(p);
+        }
+    }
+
+    void * OrThrow(void * p)
+    {
+        if (!p)
+        {
+            throw std::bad_alloc();   // the language's contract, after the tracking has ended
+        }
+        return p;
+    }
+}
+
+namespace CoreMemory
+{
+    void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine)
+    {
+        return New(g_ForeignOperators.Plain, nBytes, iBlockType, sFile, iLine);
+    }
+
+    void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine)
+    {
+        return New(g_ForeignOperators.Array, nBytes, iBlockType, sFile, iLine);
+    }
+
+    void operator_delete(void * p)
+    {
+        Delete(g_ForeignOperators.Plain, p);
+    }
+
+    void operator_delete_array(void * p)
+    {
+        Delete(g_ForeignOperators.Array, p);
+    }
+
+    void * operator_new_aligned(
+        std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+    {
+        return New(g_ForeignOperators.Aligned, nBytes, std::align_val_t{ nAlignment }, iBlockType, sFile, iLine);
+    }
+
+    void * operator_new_array_aligned(
+        std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+    {
+        return New(g_ForeignOperators.AlignedArray, nBytes, std::align_val_t{ nAlignment }, iBlockType, sFile, iLine);
+    }
+
+    void operator_delete_aligned(void * p, std::size_t nAlignment)
+    {
+        Delete(g_ForeignOperators.Aligned, p, std::align_val_t{ nAlignment });
+    }
+
+    void operator_delete_array_aligned(void * p, std::size_t nAlignment)
+    {
+        Delete(g_ForeignOperators.AlignedArray, p, std::align_val_t{ nAlignment });
+    }
+}
+
+// The language's operators, for the whole process: every plain `new` is tracked.
+// clang-format off
+ZQ_API void * operator new(std::size_t n) { return OrThrow(New(g_ForeignOperators.Plain, n)); }
+ZQ_API void * operator new[](std::size_t n) { return OrThrow(New(g_ForeignOperators.Array, n)); }
+ZQ_API void * operator new(std::size_t n, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.Plain, n); }
+ZQ_API void * operator new[](std::size_t n, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.Array, n); }
+ZQ_API void * operator new(std::size_t n, std::align_val_t i) { return OrThrow(New(g_ForeignOperators.Aligned, n, i)); }
+ZQ_API void * operator new[](std::size_t n, std::align_val_t i) { return OrThrow(New(g_ForeignOperators.AlignedArray, n, i)); }
+ZQ_API void * operator new(std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.Aligned, n, i); }
+ZQ_API void * operator new[](std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.AlignedArray, n, i); }
+
+ZQ_API void operator delete(void * p) noexcept { Delete(g_ForeignOperators.Plain, p); }
+ZQ_API void operator delete[](void * p) noexcept { Delete(g_ForeignOperators.Array, p); }
+ZQ_API void operator delete(void * p, std::nothrow_t const &) noexcept { Delete(g_ForeignOperators.Plain, p); }
+ZQ_API void operator delete[](void * p, std::nothrow_t const &) noexcept { Delete(g_ForeignOperators.Array, p); }
+ZQ_API void operator delete(void * p, std::size_t) noexcept { Delete(g_ForeignOperators.Plain, p); }
+ZQ_API void operator delete[](void * p, std::size_t) noexcept { Delete(g_ForeignOperators.Array, p); }
+ZQ_API void operator delete(void * p, std::align_val_t i) noexcept { Delete(g_ForeignOperators.Aligned, p, i); }
+ZQ_API void operator delete[](void * p, std::align_val_t i) noexcept { Delete(g_ForeignOperators.AlignedArray, p, i); }
+ZQ_API void operator delete(void * p, std::align_val_t i, std::nothrow_t const &) noexcept { Delete(g_ForeignOperators.Aligned, p, i); }
+ZQ_API void operator delete[](void * p, std::align_val_t i, std::nothrow_t const &) noexcept { Delete(g_ForeignOperators.AlignedArray, p, i); }
+ZQ_API void operator delete(void * p, std::size_t, std::align_val_t i) noexcept { Delete(g_ForeignOperators.Aligned, p, i); }
+ZQ_API void operator delete[](void * p, std::size_t, std::align_val_t i) noexcept { Delete(g_ForeignOperators.AlignedArray, p, i); }
+// clang-format on

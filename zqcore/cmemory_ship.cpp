@@ -1,0 +1,575 @@
+// The heap of a shipped game: the C library's memory with 16 bytes before each block, counted without a lock.
+//
+// Each thread counts in figures of its own, which only it writes. A reader adds up those of all threads. Figures are
+// never freed: a thread that starts continues those of one that has ended.
+#include "zqcore/cmemory_internal.h"
+#include "zqcore/cmemoryreport.h"
+
+#include "platform/fork.h"
+#include "platform/memory.h"
+#include "platform/threads.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+
+// A number that one thread writes and any thread reads.
+using Figure_t = std::atomic<std::ptrdiff_t>;
+
+// Its size is a power of 2, so that an index costs a shift.
+struct alignas(4 * sizeof(Figure_t)) CategoryFigures_s
+{
+    Figure_t nAllocs;
+    Figure_t nFrees;
+    Figure_t iBytes;
+};
+
+struct MemoryFigures_s
+{
+    CategoryFigures_s dCategories[mem::TOTAL];
+    std::ptrdiff_t iPublished = 0;   // this thread's part of g_iPublished
+    MemoryFigures_s * pNext;
+    std::atomic<bool> bInUse;
+};
+
+namespace
+{
+    constexpr std::size_t UNIT = 16;   // size of a header, and the least alignment
+
+    // Lies in the 16 bytes before the caller's bytes, rounded down to a multiple of 16.
+    struct alignas(UNIT) Header_s
+    {
+        std::size_t nBytes;   // the caller's bytes
+        std::uint16_t iCategory;
+        std::uint16_t iMark;     // HEADER_MARK
+        std::uint32_t nBefore;   // from the C library's block to the caller's bytes
+    };
+    static_assert(sizeof(Header_s) == UNIT);
+    constexpr std::uint16_t HEADER_MARK = 0x5A51;
+
+    Header_s * HeaderOf(void const * p)
+    {
+        auto const iAddress = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t{ UNIT - 1 };
+        return reinterpret_cast<Header_s *>(iAddress) - 1;
+    }
+
+    // Returns the number of bytes that set the low bits of the caller's pointer.
+    std::size_t GapOf(std::size_t nOffset)
+    {
+        return (0 - nOffset) & (UNIT - 1);
+    }
+
+    char * UserPointer(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
+    {
+        auto const iFirst = reinterpret_cast<std::uintptr_t>(pBlock) + UNIT + GapOf(nOffset) + nOffset;
+        return reinterpret_cast<char *>(((iFirst + nAlignment - 1) & ~(nAlignment - 1)) - nOffset);
+    }
+
+    void Add(Figure_t & Figure, std::ptrdiff_t iChange)
+    {
+        Figure.store(Figure.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
+    }
+
+    // After so many allocations of a category, and after each large one, a thread publishes its bytes if they differ by
+    // those of a large one.
+    constexpr std::ptrdiff_t PUBLISH_INTERVAL = 128;
+    constexpr std::ptrdiff_t LARGE = 4096;
+
+    constinit MemoryFigures_s g_Shared = {};   // of threads that have ended their own figures, or have none
+    constinit std::atomic<MemoryFigures_s *> g_pFigures = &g_Shared;
+    alignas(64) constinit Figure_t g_iPublished = 0;   // apart from what each allocation reads
+    constinit Figure_t g_iPeak = 0;
+    alignas(64) constinit std::atomic<bool> g_bNewLog = false;
+
+    // The figures of the last frame's end, and the peaks that readers have seen; under g_CategoryLock.
+    struct Seen_s
+    {
+        std::ptrdiff_t nFrameStart;    // allocations before this frame
+        std::ptrdiff_t nFrameBefore;   // allocations before the last frame
+        std::ptrdiff_t nMaxCount;
+        std::ptrdiff_t nMaxBytes;
+    };
+    constinit Seen_s g_dSeen[mem::TOTAL] = {};
+    constinit std::atomic<unsigned> g_nLastFrameAllocs = 0;
+    constinit int g_iFrame = 0;
+
+    ZQ_THREAD_LOCAL constinit bool t_bLeft = false;
+
+    void RaisePeak(std::ptrdiff_t iBytes)
+    {
+        std::ptrdiff_t iPeak = g_iPeak.load(std::memory_order_relaxed);
+        while (iBytes > iPeak && !g_iPeak.compare_exchange_weak(iPeak, iBytes, std::memory_order_relaxed))
+        {}
+    }
+
+    std::ptrdiff_t BytesOf(MemoryFigures_s const & Figures)
+    {
+        std::ptrdiff_t iBytes = -Figures.dCategories[mem::CRT].iBytes.load(std::memory_order_relaxed);
+        for (CategoryFigures_s const & Category : Figures.dCategories)
+        {
+            iBytes += Category.iBytes.load(std::memory_order_relaxed);
+        }
+        return iBytes;
+    }
+
+    // Adds a thread's changes since its last publication to those of all threads, which raises the peak.
+    ZQ_COLD void Publish(MemoryFigures_s & Figures)
+    {
+        std::ptrdiff_t const iChange = BytesOf(Figures) - Figures.iPublished;
+        if (iChange > -LARGE && iChange < LARGE)
+        {
+            return;
+        }
+        Figures.iPublished += iChange;
+        RaisePeak(g_iPublished.fetch_add(iChange, std::memory_order_relaxed) + iChange);
+    }
+
+    // At the end of a thread.
+    void LeaveFigures()
+    {
+        MemoryFigures_s & Figures = *t_MemoryStack.pFigures;
+        t_MemoryStack.pFigures = nullptr;
+        t_bLeft = true;
+        Publish(Figures);
+        Figures.bInUse.store(false, std::memory_order_release);
+    }
+
+    // A forked child lacks the other threads: their figures become free.
+    void LeaveOtherFigures()
+    {
+        for (MemoryFigures_s * p = g_pFigures; p != &g_Shared; p = p->pNext)
+        {
+            if (p != t_MemoryStack.pFigures)
+            {
+                p->bInUse = false;
+            }
+        }
+    }
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveOtherFigures });
+
+    MemoryFigures_s * FindFreeFigures()
+    {
+        for (MemoryFigures_s * p = g_pFigures.load(std::memory_order_acquire); p != &g_Shared; p = p->pNext)
+        {
+            if (!p->bInUse.load(std::memory_order_relaxed) && !p->bInUse.exchange(true, std::memory_order_acquire))
+            {
+                return p;
+            }
+        }
+        return nullptr;
+    }
+
+    MemoryFigures_s * NewFigures()
+    {
+        auto * const pFigures = static_cast<MemoryFigures_s *>(std::calloc(1, sizeof(MemoryFigures_s)));
+        if (pFigures)
+        {
+            pFigures->bInUse = true;
+            pFigures->pNext = g_pFigures.load(std::memory_order_relaxed);
+            while (!g_pFigures.compare_exchange_weak(pFigures->pNext, pFigures, std::memory_order_release))
+            {}
+        }
+        return pFigures;
+    }
+
+    // Returns the thread's figures, or null if it has ended them or there is no memory for them.
+    ZQ_COLD MemoryFigures_s * ClaimFigures()
+    {
+        if (t_bLeft)
+        {
+            return nullptr;
+        }
+        MemoryFigures_s * const pFree = FindFreeFigures();
+        t_MemoryStack.pFigures = pFree ? pFree : NewFigures();
+        if (t_MemoryStack.pFigures)
+        {
+            plat::ThreadAtEnd(LeaveFigures);
+        }
+        return t_MemoryStack.pFigures;
+    }
+
+    // Counts for a thread without figures.
+    ZQ_COLD void CountShared(int iCategory, Figure_t CategoryFigures_s::*pEvents, std::ptrdiff_t iBytes)
+    {
+        CategoryFigures_s & Category = g_Shared.dCategories[iCategory];
+        (Category.*pEvents).fetch_add(1, std::memory_order_relaxed);
+        Category.iBytes.fetch_add(iBytes, std::memory_order_relaxed);
+    }
+
+    ZQ_INLINE void CountIn(MemoryFigures_s & Figures, int iCategory, std::size_t nBytes)
+    {
+        CategoryFigures_s & Category = Figures.dCategories[iCategory];
+        std::ptrdiff_t const nAllocs = Category.nAllocs.load(std::memory_order_relaxed) + 1;
+        Category.nAllocs.store(nAllocs, std::memory_order_relaxed);
+        Add(Category.iBytes, static_cast<std::ptrdiff_t>(nBytes));
+        if (nAllocs % PUBLISH_INTERVAL == 0)
+        {
+            Publish(Figures);
+        }
+    }
+
+    ZQ_COLD void CountOutSlowly(int iCategory, std::ptrdiff_t iBytes)
+    {
+        if (MemoryFigures_s * const pFigures = t_MemoryStack.pFigures ? t_MemoryStack.pFigures : ClaimFigures())
+        {
+            Add(pFigures->dCategories[iCategory].nFrees, 1);
+            Add(pFigures->dCategories[iCategory].iBytes, -iBytes);
+        }
+        else
+        {
+            CountShared(iCategory, &CategoryFigures_s::nFrees, -iBytes);
+        }
+    }
+
+    // Sums of all threads. While other threads allocate, the figures are of slightly different moments.
+    struct Sums_s
+    {
+        std::ptrdiff_t nAllocs = 0;
+        std::ptrdiff_t nFrees = 0;
+        std::ptrdiff_t iBytes = 0;
+    };
+
+    Sums_s SumOf(int iCategory)
+    {
+        Sums_s Sums;
+        for (MemoryFigures_s const * p = g_pFigures.load(std::memory_order_acquire); p; p = p->pNext)
+        {
+            CategoryFigures_s const & Category = p->dCategories[iCategory];
+            Sums.nFrees += Category.nFrees.load(std::memory_order_relaxed);
+            Sums.nAllocs += Category.nAllocs.load(std::memory_order_relaxed);
+            Sums.iBytes += Category.iBytes.load(std::memory_order_relaxed);
+        }
+        return Sums;
+    }
+
+    // Calls fnVisit(category, sums) for each category that is counted.
+    template <typename VISIT>
+    void ForCategories(VISIT fnVisit)
+    {
+        for (int i = 0; i < mem::TOTAL; ++i)
+        {
+            if (i != mem::CRT)
+            {
+                fnVisit(static_cast<mem::Categories_e>(i), SumOf(i));
+            }
+        }
+    }
+
+    // Returns the category of a new block, as MemoryBlockWord selects it.
+    ZQ_INLINE int CategoryOf(int iBlockType)
+    {
+        auto const dwWord = static_cast<std::uint32_t>(iBlockType);
+        if ((dwWord & 0xFFFF) != MEMORY_NORMAL_BLOCK && MemoryCategoryInWord(dwWord) != mem::UNDEFINED)
+        {
+            return MemoryCategoryInWord(dwWord);
+        }
+        MemCategoryStack_c const * const pStack = t_MemoryStack.pStack;
+        return pStack && pStack->top >= 0 ? pStack->m_dStack[pStack->top].m_eCategory : mem::UNDEFINED;
+    }
+
+    // Describes a new block. Returns the caller's bytes.
+    ZQ_INLINE void * Describe(void * pBlock, char * pUser, std::size_t nBytes, int iCategory)
+    {
+        *HeaderOf(pUser) = { nBytes, static_cast<std::uint16_t>(iCategory), HEADER_MARK,
+            static_cast<std::uint32_t>(pUser - static_cast<char *>(pBlock)) };
+        return pUser;
+    }
+
+    void * NoMemory(std::size_t nBytes)
+    {
+        if (g_MemoryInit)
+        {
+            MemoryOnExhausted(nBytes);
+        }
+        return nullptr;
+    }
+
+    void CountInSlowly(int iCategory, std::size_t nBytes)
+    {
+        MemoryFigures_s * const pFigures = t_MemoryStack.pFigures ? t_MemoryStack.pFigures : ClaimFigures();
+        if (!pFigures)
+        {
+            CountShared(iCategory, &CategoryFigures_s::nAllocs, static_cast<std::ptrdiff_t>(nBytes));
+            return;
+        }
+        CountIn(*pFigures, iCategory, nBytes);
+        if (nBytes > std::size_t{ LARGE })
+        {
+            Publish(*pFigures);
+        }
+    }
+
+    void RecordCall(void * pUser, std::size_t nBytes, int iCategory, char const * szFile, int iLine)
+    {
+        plat::HeapBlock_t Block;
+        Block.pUser = pUser;
+        Block.nBytes = nBytes;
+        Block.szFile = szFile;
+        Block.iLine = iLine;
+        plat::LockScope_c const Scope(g_CategoryLock);
+        MemoryNewLogRecord(Block, static_cast<mem::Categories_e>(iCategory));
+    }
+
+    // Allocates a block of any alignment and size, on any thread.
+    ZQ_COLD void * AllocateSlowly(
+        std::size_t nBytes, std::size_t nAlignment, std::size_t nOffset, int iCategory, char const * szFile, int iLine)
+    {
+        nAlignment = std::max(nAlignment, UNIT);
+        bool const bNatural = nAlignment == UNIT && nOffset == 0;   // malloc aligns so
+        std::size_t const nExtra = bNatural ? UNIT : nAlignment - 1 + UNIT + GapOf(nOffset);
+        bool const bFits = nExtra <= std::numeric_limits<std::uint32_t>::max() && nBytes <= SIZE_MAX - nExtra;
+        void * const pBlock = bFits ? std::malloc(nBytes + nExtra) : nullptr;
+        if (!pBlock)
+        {
+            return NoMemory(nBytes);
+        }
+        void * const pUser = Describe(pBlock, UserPointer(pBlock, nAlignment, nOffset), nBytes, iCategory);
+        CountInSlowly(iCategory, nBytes);
+        if (g_bNewLog && iCategory != mem::CRT)
+        {
+            RecordCall(pUser, nBytes, iCategory, szFile, iLine);
+        }
+        return pUser;
+    }
+
+    static_assert(alignof(std::max_align_t) >= UNIT);
+
+    // The common case: counts first, so that little has to be kept over the call of malloc.
+    ZQ_INLINE void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
+    {
+        int const iCategory = CategoryOf(iBlockType);
+        MemoryFigures_s * const pFigures = t_MemoryStack.pFigures;
+        if (nAlignment != UNIT || nBytes > std::size_t{ LARGE } || !pFigures
+            || g_bNewLog.load(std::memory_order_relaxed)) [[unlikely]]
+        {
+            return AllocateSlowly(nBytes, nAlignment, 0, iCategory, szFile, iLine);
+        }
+        CountIn(*pFigures, iCategory, nBytes);
+        auto * const pHeader = static_cast<Header_s *>(std::malloc(nBytes + UNIT));
+        if (!pHeader) [[unlikely]]
+        {
+            CountOutSlowly(iCategory, static_cast<std::ptrdiff_t>(nBytes));
+            return NoMemory(nBytes);
+        }
+        *pHeader = { nBytes, static_cast<std::uint16_t>(iCategory), HEADER_MARK, UNIT };
+        return pHeader + 1;
+    }
+
+    ZQ_COLD void FreeShifted(void * p, std::uint32_t nBefore)
+    {
+        std::free(static_cast<char *>(p) - nBefore);
+    }
+
+    ZQ_INLINE void HeapDelete(void * p)
+    {
+        if (!p)
+        {
+            return;
+        }
+        // Field by field: a wide read would wait until the narrow writes of a new block have reached the cache.
+        Header_s const volatile & Header = *HeaderOf(p);
+        auto const iBytes = static_cast<std::ptrdiff_t>(Header.nBytes);
+        int const iCategory = Header.iCategory;
+        std::uint32_t const nBefore = Header.nBefore;
+        if (MemoryFigures_s * const pFigures = t_MemoryStack.pFigures) [[likely]]
+        {
+            CategoryFigures_s & Category = pFigures->dCategories[iCategory];
+            Add(Category.nFrees, 1);
+            Add(Category.iBytes, -iBytes);
+        }
+        else
+        {
+            CountOutSlowly(iCategory, iBytes);
+        }
+        if (nBefore == UNIT) [[likely]]   // predicted, so the call does not wait for the header
+        {
+            std::free(static_cast<char *>(p) - UNIT);
+        }
+        else
+        {
+            FreeShifted(p, nBefore);
+        }
+    }
+}
+
+void * aligned_malloc_dbg(std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+{
+    return aligned_offset_malloc_dbg(nSize, nAlignment, 0, iBlockType, sFile, iLine);
+}
+
+void * aligned_offset_malloc_dbg(
+    std::size_t nSize, std::size_t nAlignment, std::size_t nOffset, int iBlockType, char const * sFile, int iLine)
+{
+    int const iCategory = MemoryCountedCategory(static_cast<std::uint32_t>(iBlockType));
+    return MemoryMayAlign(nSize, nAlignment, nOffset)
+               ? AllocateSlowly(nSize, nAlignment, nOffset, iCategory, sFile, iLine)
+               : nullptr;
+}
+
+void aligned_free_dbg(void * p)
+{
+    HeapDelete(p);
+}
+
+void * get_block_from_aligned(void * p)
+{
+    return p ? static_cast<char *>(p) - HeaderOf(p)->nBefore : nullptr;
+}
+
+void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
+{
+    return pBlock ? UserPointer(pBlock, std::max(nAlignment, UNIT), nOffset) : nullptr;
+}
+
+bool MemoryOwnSize(void * p, std::size_t & nBytes)
+{
+    nBytes = HeaderOf(p)->nBytes;
+    return true;
+}
+
+// Memory of another heap has other contents there.
+bool MemoryIsOwnBlock(void const * p)
+{
+    Header_s Header;
+    auto const iHeader = reinterpret_cast<std::uintptr_t>(HeaderOf(p));
+    return plat::MemoryRead(iHeader, &Header, sizeof Header) == sizeof Header && Header.iMark == HEADER_MARK
+           && Header.iCategory < mem::TOTAL && Header.nBefore >= UNIT;
+}
+
+void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine)
+{
+    return aligned_malloc_dbg(nBytes, UNIT, MEMORY_NORMAL_BLOCK, szFile, iLine);
+}
+
+void MemoryFreeNormal(void * pBlock)
+{
+    aligned_free_dbg(pBlock);
+}
+
+void MemoryHeapStart() {}
+
+void MemoryHeapStop() {}
+
+std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory)
+{
+    return SumOf(eCategory).iBytes;
+}
+
+void MemoryCategoriesGet(
+    mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes)
+{
+    CategoryLockScope_c const Scope;
+    std::fill_n(pInfo, +mem::TOTAL, mem::CategoryInfo{});
+    iAllocs = 0;
+    iBytes = 0;
+    ForCategories(
+        [&](mem::Categories_e eCategory, Sums_s const & Sums)
+        {
+            std::ptrdiff_t const nLive = Sums.nAllocs - Sums.nFrees;
+            Seen_s & Seen = g_dSeen[eCategory];
+            Seen.nMaxCount = std::max(Seen.nMaxCount, nLive);
+            Seen.nMaxBytes = std::max(Seen.nMaxBytes, Sums.iBytes);
+            pInfo[eCategory] = { nLive, Seen.nMaxCount, Sums.iBytes, Seen.nMaxBytes,
+                Seen.nFrameStart - Seen.nFrameBefore, Sums.nAllocs - Seen.nFrameStart };
+            iAllocs += nLive;
+            iBytes += Sums.iBytes;
+        });
+    RaisePeak(iBytes);
+    iMaxBytes = g_iPeak.load(std::memory_order_relaxed);
+}
+
+std::ptrdiff_t MemoryTotalAllocations()
+{
+    std::ptrdiff_t nLive = 0;
+    ForCategories([&nLive](mem::Categories_e, Sums_s const & Sums) { nLive += Sums.nAllocs - Sums.nFrees; });
+    return nLive;
+}
+
+std::ptrdiff_t MemoryTotalBytesAllocated()
+{
+    std::ptrdiff_t iBytes = 0;
+    for (MemoryFigures_s const * p = g_pFigures.load(std::memory_order_acquire); p; p = p->pNext)
+    {
+        iBytes += BytesOf(*p);
+    }
+    return iBytes;
+}
+
+std::ptrdiff_t MemoryMaxTotalBytesAllocated()
+{
+    RaisePeak(MemoryTotalBytesAllocated());
+    return g_iPeak.load(std::memory_order_relaxed);
+}
+
+bool MemoryNewLogIsOn()
+{
+    return g_bNewLog;
+}
+
+void MemoryNewLogSet(bool bOn)
+{
+    g_bNewLog = bOn;
+}
+
+int MemoryFrame()
+{
+    return g_iFrame;
+}
+
+// Blocks are not listed: one line a category.
+MemoryTally_s MemoryWriteBlocks(std::FILE * f, std::FILE * fu)
+{
+    MemoryTally_s Tally = {};
+    ForCategories(
+        [f, fu, &Tally](mem::Categories_e eCategory, Sums_s const & Sums)
+        {
+            auto const nLive = static_cast<int>(Sums.nAllocs - Sums.nFrees);
+            if (nLive <= 0)
+            {
+                return;
+            }
+            if (f)
+            {
+                std::fprintf(f, "%td; %s; blocks(%i)\n", Sums.iBytes, MemoryCategoryName(eCategory), nLive);
+            }
+            if (fu && eCategory == mem::UNDEFINED)
+            {
+                std::fprintf(fu, "%td; blocks(%i)\n", Sums.iBytes, nLive);
+            }
+            Tally.nTotal += static_cast<std::size_t>(nLive);
+        });
+    return Tally;
+}
+
+bool MemoryCheckConsistency()
+{
+    bool bSound = true;
+    ForCategories([&bSound](mem::Categories_e, Sums_s const & Sums)
+        { bSound = bSound && Sums.nAllocs >= Sums.nFrees && Sums.iBytes >= 0; });
+    return bSound;
+}
+
+unsigned MemoryGetFrameAllocCount()
+{
+    return g_nLastFrameAllocs.load(std::memory_order_relaxed);
+}
+
+void MemoryResetFrameAllocCount()
+{
+    plat::LockScope_c const Scope(g_CategoryLock);
+    std::ptrdiff_t nAllocs = 0;
+    ForCategories(
+        [&nAllocs](mem::Categories_e eCategory, Sums_s const & Sums)
+        {
+            Seen_s & Seen = g_dSeen[eCategory];
+            Seen.nFrameBefore = Seen.nFrameStart;
+            Seen.nFrameStart = Sums.nAllocs;
+            nAllocs += Sums.nAllocs - Seen.nFrameBefore;
+        });
+    g_nLastFrameAllocs.store(static_cast<unsigned>(nAllocs), std::memory_order_relaxed);
+    ++g_iFrame;
+}
+
+void MemoryAbort() {}
+
+#include "zqcore/cmemory_operators.inl"
