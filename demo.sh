@@ -12,6 +12,7 @@ command -v ninja >/dev/null || missing+=(ninja-build)
 command -v g++ >/dev/null || missing+=(g++)
 [ -e /usr/include/elfutils/libdwfl.h ] || missing+=(libdw-dev)   # names and lines in crash reports
 [ -e /usr/include/CLI/CLI.hpp ] || missing+=(libcli11-dev)
+[ -e /usr/include/nlohmann/json.hpp ] || missing+=(nlohmann-json3-dev)
 [ ${#missing[@]} -eq 0 ] || "$here/.ci/need" "${missing[@]}"
 
 # A folder of its own, so that the tests' build keeps its settings.

@@ -65,13 +65,9 @@ namespace
 
     void CrashRun_c::Show(Crash_t const & Crash)
     {
-        if (m_Options.bJson)
-        {
-            std::puts(CrashJson(Crash).c_str());
-            return;
-        }
-        std::string const sDivider = m_nShown++ > 0 ? "\n" + std::string(78, '-') + "\n\n" : "";
-        std::fputs((sDivider + CrashText(Crash, m_bColours)).c_str(), stdout);
+        std::string const sText = m_Options.bJson ? CrashJson(Crash) + "\n" : CrashText(Crash, m_bColours);
+        bool const bDivided = m_nShown++ > 0 && !m_Options.bJson;
+        std::fputs(((bDivided ? "\n" + std::string(78, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
     // Of the samples all is shown, not only what folding needed.

@@ -1,239 +1,118 @@
 #include "tools/zqtool/crashjson.h"
 
 #include "tools/zqtool/crashcause.h"
-#include "tools/zqtool/text.h"
 
 #include <cstdio>
-#include <unordered_set>
+#include <nlohmann/json.hpp>
 
 namespace
 {
-    // Writes values into a text, without a tree of them in memory: a crash has thousands.
-    class Json_c
+    using Json_t = nlohmann::ordered_json;
+
+    // Addresses may be larger than the integers that every reader of JSON has.
+    std::string Address(std::uint64_t nAddress)
     {
-    public:
-        // Calls fnMembers, which adds the members.
-        template <typename CALL>
-        void Object(CALL const & fnMembers)
-        {
-            Begin();
-            m_sText += '{';
-            fnMembers();
-            m_sText += '}';
-        }
-
-        // Calls fnValue, which adds one value, with each.
-        template <typename T, typename CALL>
-        void Array(std::vector<T> const & dValues, CALL const & fnValue)
-        {
-            Begin();
-            m_sText += '[';
-            for (T const & Value : dValues)
-            {
-                fnValue(Value);
-            }
-            m_sText += ']';
-        }
-
-        // Begins a member. The next value is its own.
-        Json_c & Key(std::string_view sKey)
-        {
-            Text(sKey);
-            m_sText += ':';
-            return *this;
-        }
-
-        void Text(std::string_view sText)
-        {
-            Begin();
-            AppendJsonQuoted(m_sText, sText);
-        }
-        void Texts(std::vector<std::string> const & dTexts)
-        {
-            Array(dTexts, [this](std::string const & sText) { Text(sText); });
-        }
-        void Number(std::uint64_t nNumber) { Plain(std::to_string(nNumber)); }
-        void Truth(bool bTruth) { Plain(bTruth ? "true" : "false"); }
-
-        // What is unknown is null.
-        void TextIf(bool bKnown, std::string_view sText)
-        {
-            if (bKnown)
-            {
-                Text(sText);
-            }
-            else
-            {
-                Plain("null");
-            }
-        }
-        void TextOrNull(std::string_view sText) { TextIf(!sText.empty(), sText); }
-        void NumberIf(bool bKnown, std::uint64_t nNumber) { Plain(bKnown ? std::to_string(nNumber) : "null"); }
-
-        // Addresses are texts: they may be larger than the integers that every reader of JSON has.
-        void AddressIf(bool bKnown, std::uint64_t nAddress)
-        {
-            char szAddress[24];
-            std::snprintf(szAddress, sizeof szAddress, "0x%llx", static_cast<unsigned long long>(nAddress));
-            TextIf(bKnown, szAddress);
-        }
-        void Address(std::uint64_t nAddress) { AddressIf(true, nAddress); }
-
-        std::string Take() { return std::move(m_sText); }
-
-    private:
-        void Begin()
-        {
-            char const cLast = m_sText.empty() ? '{' : m_sText.back();
-            m_sText += cLast == '{' || cLast == '[' || cLast == ':' ? "" : ",";
-        }
-
-        void Plain(std::string_view sValue)
-        {
-            Begin();
-            m_sText += sValue;
-        }
-
-        std::string m_sText;
-    };
-
-    void AddVariable(Json_c & Json, CrashVariable_t const & Variable)
-    {
-        Json.Object(
-            [&]
-            {
-                Json.Key("level").Number(static_cast<std::uint64_t>(Variable.nLevel));
-                Json.Key("kind").Text(Variable.sWord.empty() ? "member" : Variable.sWord);
-                Json.Key("name").Text(Variable.sName);
-                Json.Key("type").TextOrNull(Variable.sType);
-                Json.Key("value").TextOrNull(Variable.sValue);
-            });
+        char szAddress[24];
+        std::snprintf(szAddress, sizeof szAddress, "0x%llx", static_cast<unsigned long long>(nAddress));
+        return szAddress;
     }
 
-    void AddFrame(Json_c & Json, CrashFrame_t const & Frame)
+    Json_t TextOrNull(std::string const & sText)
     {
-        Json.Object(
-            [&]
-            {
-                Json.Key("number").Number(Frame.iNumber);
-                Json.Key("address").Address(Frame.nAddress);
-                Json.Key("module").TextOrNull(Frame.sModule);
-                Json.Key("section").NumberIf(Frame.iSection > 0, Frame.iSection);
-                Json.Key("offset").AddressIf(!Frame.sModule.empty(), Frame.nOffset);
-                Json.Key("function").TextOrNull(Frame.sFunction);
-                Json.Key("displacement").AddressIf(!Frame.sFunction.empty() && !Frame.bInlined, Frame.nDisplacement);
-                Json.Key("inlined").Truth(Frame.bInlined);
-                Json.Key("own").Truth(IsOwnFrame(Frame));
-                Json.Key("file").TextOrNull(Frame.sFile);
-                Json.Key("line").NumberIf(Frame.iLine > 0, Frame.iLine);
-                Json.Key("leftOut").Number(Frame.nLeftOut);
-                Json.Key("source").Texts(Frame.dSource);
-                Json.Key("variables")
-                    .Array(Frame.dVariables, [&](CrashVariable_t const & Variable) { AddVariable(Json, Variable); });
-            });
+        return sText.empty() ? Json_t() : Json_t(sText);
     }
 
-    void AddThread(Json_c & Json, CrashThread_t const & Thread)
+    Json_t AddressOrNull(std::optional<std::uint64_t> const & Number)
     {
-        Json.Object(
-            [&]
-            {
-                Json.Key("number").TextOrNull(Thread.sNumber);
-                Json.Key("name").TextOrNull(Thread.sName);
-                Json.Key("lock").TextOrNull(Thread.sLock);
-                Json.Key("frames").Array(Thread.dFrames, [&](CrashFrame_t const & Frame) { AddFrame(Json, Frame); });
-                Json.Key("fartherFrames").Truth(Thread.bFarther);
-            });
+        return Number ? Json_t(Address(*Number)) : Json_t();
     }
 
-    void AddModule(Json_c & Json, CrashModule_t const & Module)
+    Json_t OfVariable(CrashVariable_t const & Variable)
     {
-        Json.Object(
-            [&]
-            {
-                Json.Key("start").Address(Module.nStart);
-                Json.Key("end").Address(Module.nEnd);
-                Json.Key("buildId").TextOrNull(Module.sBuildId);
-                Json.Key("path").Text(Module.sPath);
-            });
+        return { { "level", Variable.nLevel }, { "kind", Variable.sWord.empty() ? "member" : Variable.sWord },
+            { "name", Variable.sName }, { "type", TextOrNull(Variable.sType) },
+            { "value", TextOrNull(Variable.sValue) } };
     }
 
-    // A key that a damaged file repeats counts once.
-    void AddFacts(Json_c & Json, std::vector<CrashFact_t> const & dFacts)
+    template <typename T, typename CALL>
+    Json_t ArrayOf(std::vector<T> const & dMembers, CALL const & Of)
     {
-        std::unordered_set<std::string_view> dKeys;
-        for (CrashFact_t const & Fact : dFacts)
+        Json_t Array = Json_t::array();
+        for (T const & Member : dMembers)
         {
-            if (dKeys.insert(Fact.sKey).second)
-            {
-                Json.Key(Fact.sKey).Text(Fact.sValue);
-            }
+            Array.push_back(Of(Member));
         }
+        return Array;
     }
 
-    void AddCrash(Json_c & Json, Crash_t const & Crash)
+    Json_t OfFrame(CrashFrame_t const & Frame)
+    {
+        return { { "number", Frame.iNumber }, { "address", Address(Frame.nAddress) },
+            { "module", TextOrNull(Frame.sModule) },
+            { "section", Frame.iSection > 0 ? Json_t(Frame.iSection) : Json_t() },
+            { "offset", Frame.sModule.empty() ? Json_t() : Json_t(Address(Frame.nOffset)) },
+            { "function", TextOrNull(Frame.sFunction) },
+            { "displacement",
+                Frame.sFunction.empty() || Frame.bInlined ? Json_t() : Json_t(Address(Frame.nDisplacement)) },
+            { "inlined", Frame.bInlined }, { "own", IsOwnFrame(Frame) }, { "file", TextOrNull(Frame.sFile) },
+            { "line", Frame.iLine > 0 ? Json_t(Frame.iLine) : Json_t() }, { "leftOut", Frame.nLeftOut },
+            { "source", Frame.dSource }, { "variables", ArrayOf(Frame.dVariables, OfVariable) } };
+    }
+
+    Json_t OfThread(CrashThread_t const & Thread)
+    {
+        return { { "number", TextOrNull(Thread.sNumber) }, { "name", TextOrNull(Thread.sName) },
+            { "lock", TextOrNull(Thread.sLock) }, { "frames", ArrayOf(Thread.dFrames, OfFrame) },
+            { "fartherFrames", Thread.bFarther } };
+    }
+
+    Json_t OfModule(CrashModule_t const & Module)
+    {
+        return { { "start", Address(Module.nStart) }, { "end", Address(Module.nEnd) },
+            { "buildId", TextOrNull(Module.sBuildId) }, { "path", Module.sPath } };
+    }
+
+    Json_t OfProcess(Crash_t const & Crash)
+    {
+        Json_t Facts = Json_t::object();
+        for (CrashFact_t const & Fact : Crash.dFacts)
+        {
+            Facts.emplace(Fact.sKey, Fact.sValue);   // the first of a repeated key
+        }
+        return Facts;
+    }
+
+    Json_t OfCrash(Crash_t const & Crash)
     {
         char szCode[16];
         std::snprintf(szCode, sizeof szCode, "%08X", static_cast<unsigned>(Crash.nCode));
         CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames);
-        auto const iLikely = static_cast<std::uint64_t>(pLikely != nullptr ? pLikely - Crash.Thread.dFrames.data() : 0);
-        Json.Object(
-            [&]
-            {
-                Json.Key("file").Text(Crash.sFile);
-                Json.Key("details").Truth(Crash.bDetails);
-                Json.Key("time").TextOrNull(Crash.sTime);
-                Json.Key("headline").Text(CrashHeadline(Crash));
-                Json.Key("signature").Text(CrashSignature(Crash));
-                Json.Key("kind").Text(Crash.sKind);
-                Json.Key("code").Text(szCode);
-                Json.Key("codeText").Text(Crash.sCodeText);
-                Json.Key("data").AddressIf(Crash.Data.has_value(), Crash.Data.value_or(0));
-                Json.Key("instruction").AddressIf(Crash.Instruction.has_value(), Crash.Instruction.value_or(0));
-                Json.Key("exception").TextOrNull(Crash.sException);
-                Json.Key("depth").TextOrNull(Crash.sDepth);
-                Json.Key("likelyFrame").NumberIf(pLikely != nullptr, iLikely);
-                AddThread(Json.Key("thread"), Crash.Thread);
-                Json.Key("threads").Array(
-                    Crash.dThreads, [&](CrashThread_t const & Thread) { AddThread(Json, Thread); });
-                Json.Key("modules").Array(
-                    Crash.dModules, [&](CrashModule_t const & Module) { AddModule(Json, Module); });
-                Json.Key("process").Object([&] { AddFacts(Json, Crash.dFacts); });
-                Json.Key("memory").Texts(Crash.dMemory);
-                Json.Key("timers").Texts(Crash.dTimers);
-                Json.Key("log").Texts(Crash.dLog);
-                Json.Key("incomplete").Texts(Crash.dCuts);
-            });
+        return { { "file", Crash.sFile }, { "details", Crash.bDetails }, { "time", TextOrNull(Crash.sTime) },
+            { "headline", CrashHeadline(Crash) }, { "signature", CrashSignature(Crash) }, { "kind", Crash.sKind },
+            { "code", szCode }, { "codeText", Crash.sCodeText }, { "data", AddressOrNull(Crash.Data) },
+            { "instruction", AddressOrNull(Crash.Instruction) }, { "exception", TextOrNull(Crash.sException) },
+            { "depth", TextOrNull(Crash.sDepth) },
+            { "likelyFrame", pLikely != nullptr ? Json_t(pLikely - Crash.Thread.dFrames.data()) : Json_t() },
+            { "thread", OfThread(Crash.Thread) }, { "threads", ArrayOf(Crash.dThreads, OfThread) },
+            { "modules", ArrayOf(Crash.dModules, OfModule) }, { "process", OfProcess(Crash) },
+            { "memory", Crash.dMemory }, { "timers", Crash.dTimers }, { "log", Crash.dLog },
+            { "incomplete", Crash.dCuts } };
+    }
+
+    // ASCII alone: no terminal obeys what a file holds.
+    std::string TextOf(Json_t const & Json)
+    {
+        return Json.dump(-1, ' ', true, Json_t::error_handler_t::replace);
     }
 }
 
 std::string CrashJson(Crash_t const & Crash)
 {
-    Json_c Json;
-    AddCrash(Json, Crash);
-    return Json.Take();
+    return TextOf(OfCrash(Crash));
 }
 
 std::string CrashGroupJson(CrashGroup_t const & Group)
 {
-    Json_c Json;
-    Json.Object(
-        [&]
-        {
-            Json.Key("signature").Text(Group.sSignature);
-            Json.Key("count").Number(Group.nCount);
-            Json.Key("first").TextOrNull(Group.sFirst);
-            Json.Key("last").TextOrNull(Group.sLast);
-            Json.Key("versions")
-                .Object(
-                    [&]
-                    {
-                        for (auto const & [sVersion, nCount] : Group.dVersions)
-                        {
-                            Json.Key(sVersion).Number(nCount);
-                        }
-                    });
-            AddCrash(Json.Key("sample"), Group.Sample);
-        });
-    return Json.Take();
+    return TextOf({ { "signature", Group.sSignature }, { "count", Group.nCount }, { "first", TextOrNull(Group.sFirst) },
+        { "last", TextOrNull(Group.sLast) }, { "versions", Group.dVersions }, { "sample", OfCrash(Group.Sample) } });
 }

@@ -14,8 +14,5 @@ std::string PrintableLine(std::string_view sText);
 /// Returns the text for the content of an HTML element or for an attribute in double quotes.
 std::string HtmlEscaped(std::string_view sText);
 
-/// Appends the text as a JSON string in ASCII, with its quotes. U+FFFD replaces each byte that is not UTF-8.
-void AppendJsonQuoted(std::string & sTo, std::string_view sText);
-
-/// Returns the text as AppendJsonQuoted appends it. The result holds no '<', so it may be part of a script element.
+/// Returns UTF-8 as a JSON string with its quotes. It holds no '<', so it may be part of a script element.
 std::string JsonQuoted(std::string_view sText);
