@@ -10,7 +10,7 @@
 
 namespace plat
 {
-    /// Results of ComInitialize. All other values are failures.
+    /// Results of ComInitialize, with the numbers of Windows (CoInitializeEx). All other values are failures.
     constexpr std::uint32_t COM_OK = 0;
     constexpr std::uint32_t COM_ALREADY_INITIALIZED = 1;     // on this thread, in the same concurrency model
     constexpr std::uint32_t COM_CHANGED_MODE = 0x80010106;   // on this thread, in the other model
@@ -18,7 +18,7 @@ namespace plat
     /// The functions of a host. A null function counts as a success that does nothing.
     struct ComSystem_t
     {
-        std::uint32_t (*fnInitialize)() = nullptr;   // in the concurrency model of many threads; returns a COM_ result
+        std::uint32_t (*fnInitialize)() = nullptr;   // in the multithreaded model; returns a COM_ result
         void (*fnUninitialize)() = nullptr;
     };
 
@@ -26,7 +26,8 @@ namespace plat
     ZQ_API ComSystem_t ComSystemSet(ComSystem_t const & System);
 
     /// Start and end the system on the calling thread. The start returns a COM_ result. COM_OK and
-    /// COM_ALREADY_INITIALIZED each require one end on the same thread.
+    /// COM_ALREADY_INITIALIZED each require one end on the same thread. A bracket (cwincom.h) also ends after
+    /// COM_CHANGED_MODE.
     std::uint32_t ComInitialize();
     void ComUninitialize();
 }

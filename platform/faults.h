@@ -19,7 +19,8 @@
 
 namespace plat
 {
-    // Codes of faults. A system raises only those that it knows.
+    // Codes of faults, with the numbers of Windows (NTSTATUS, and its C++ runtime for an exception). A system raises
+    // only those that it knows.
     inline constexpr std::uint32_t FAULT_GUARD_PAGE = 0x80000001;
     inline constexpr std::uint32_t FAULT_MISALIGNED = 0x80000002;
     inline constexpr std::uint32_t FAULT_BREAKPOINT = 0x80000003;

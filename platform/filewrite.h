@@ -25,8 +25,8 @@ namespace plat
     };
 
     /// Creates a regular file, or empties an existing one of any spelling, and opens it for writing. Others may read it
-    /// meanwhile. A second FileCreate of it, in any process, fails until this handle is closed. Returns null on
-    /// failure.
+    /// meanwhile. A second FileCreate of it, in any process, fails until this handle is closed, unless the file system
+    /// has no locks. Returns null on failure.
     File_t FileCreate(char const * szPath);
 
     /// Creates a file and opens it for writing, as FileCreate does. Fails if anything has that name in any spelling.

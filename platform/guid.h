@@ -20,8 +20,8 @@ namespace plat
         auto operator<=>(Guid_t const &) const = default;
     };
 
-    /// Results of GuidCreateSequential, in the low 16 bits. All other values are failures. The last two come with an
-    /// identifier.
+    /// Results of GuidCreateSequential, in the low 16 bits, with the numbers of Windows (UuidCreateSequential). All
+    /// other values are failures. The last two come with an identifier.
     constexpr std::uint32_t GUID_OK = 0;
     constexpr std::uint32_t GUID_NO_ADDRESS = 1739;   // the machine has no hardware address
     constexpr std::uint32_t GUID_LOCAL_ONLY = 1824;   // unique on this machine, but perhaps not elsewhere
@@ -30,10 +30,11 @@ namespace plat
     using GuidSource_t = std::uint32_t (*)(Guid_t & Guid);
 
     /// Creates an identifier of version 1 (RFC 4122) of time, clock sequence and hardware address, and returns a GUID_
-    /// result. Without a hardware address it uses a random one, which is marked as such. No two identifiers are equal,
-    /// in all threads and processes of the machine. Any thread.
+    /// result. Without a hardware address it uses a random one, which is marked as such. Identifiers of all threads and
+    /// live processes of the machine differ. Any thread.
     /// - A process holds its clock sequence for itself until it ends. A child of a fork gets a sequence of its own. A
-    ///   process changes its sequence when the clock was set back.
+    ///   process changes its sequence when the clock was set back. Then an identifier may equal that of a process that
+    ///   has ended, which is very unlikely.
     /// - A process uses each tick of 100 nanoseconds only once with a sequence.
     std::uint32_t GuidCreateSequential(Guid_t & Guid);
 

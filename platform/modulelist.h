@@ -9,7 +9,7 @@ namespace plat
     /// A program or library in memory.
     struct Module_t
     {
-        char const * szPath;   // in the host's form, cut at 1023 bytes; valid during the visit only
+        char const * szPath;   // in the system's own form, cut at 1023 bytes; valid during the visit only
         std::uintptr_t Base;
         std::size_t nBytes;   // from the base to the end of the last part of the file
     };

@@ -1,4 +1,4 @@
-// netaddress.h: the hardware address of the machine's network.
+// netaddress.h: the hardware address of one of the machine's network interfaces.
 #pragma once
 
 #include "platform/compiler.h"

@@ -29,7 +29,8 @@ namespace plat
     };
 
     /// Copies a text so that it cannot control a terminal or viewer. These are written as escapes:
-    /// - control characters (C0, C1, DEL), and characters that end lines or change the direction of writing, as `\n`,
+    /// - control characters (C0, C1, DEL), and characters that end lines or that embed, override or isolate a
+    ///   direction of writing, as `\n`,
     ///   `\r`, `\t`, `\x1B` or `\u009B`;
     /// - a byte that is not UTF-8, as `\xFF`.
     ///

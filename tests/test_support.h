@@ -193,7 +193,7 @@ public:
     ~TempFolder_c();
     TempFolder_c & operator=(TempFolder_c &&) = delete;
 
-    /// Returns the folder, absolute, in the host's form, without a trailing separator.
+    /// Returns the folder, absolute, in the system's own form, without a trailing separator.
     std::string const & GetPath() const { return m_sPath; }
 
     /// Returns the path of a name in the folder; `/` and `\` in the name both separate.

@@ -62,7 +62,7 @@ namespace
         }
     }
 
-    // A damaged save is set aside only after the previous ones: one of them that is refused leaves it in place.
+    // Tries the previous saves before it sets a damaged one aside. If one of them is refused, the damaged one stays.
     void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         FileSave_c::State_e const eState = Save.Load(SAVE_VERSION);

@@ -1,5 +1,6 @@
 #include "platform/linux/faultguard.h"
 
+#include "platform/clock.h"
 #include "platform/faults.h"
 #include "platform/fork.h"
 
@@ -16,7 +17,6 @@ namespace plat
     namespace
     {
         constexpr std::int64_t NEVER = INT64_MAX;
-        constexpr std::int64_t NANOSECONDS = 1000000000;   // of a second
 
         struct Guard_s
         {
@@ -30,18 +30,6 @@ namespace plat
         std::atomic<int> g_iThread{ 0 };   // the guarded thread; 0 without a guarded call
         std::atomic<int> g_hClock{ -1 };   // the kernel's timer
         struct sigaction g_PreviousAction;
-
-        int CallingThread()
-        {
-            return static_cast<int>(::syscall(SYS_gettid));
-        }
-
-        std::int64_t Now()
-        {
-            timespec Time;
-            clock_gettime(CLOCK_MONOTONIC, &Time);
-            return Time.tv_sec * NANOSECONDS + Time.tv_nsec;
-        }
 
         // Returns the earliest end of the guarded calls, or NEVER.
         std::int64_t FirstEnd()
@@ -63,10 +51,10 @@ namespace plat
             {
                 return;
             }
-            std::int64_t const nLeft = tEnd == NEVER ? 0 : tEnd - Now();
+            std::int64_t const nLeft = tEnd == NEVER ? 0 : tEnd - GoodClockTicks();
             std::int64_t const nWait = tEnd != NEVER && nLeft < 1 ? 1 : nLeft;
-            long const dTimes[4] = { 0, 0, static_cast<long>(nWait / NANOSECONDS),
-                static_cast<long>(nWait % NANOSECONDS) };   // no interval; 0 stops it
+            long const dTimes[4] = { 0, 0, static_cast<long>(nWait / GoodClockFrequency()),
+                static_cast<long>(nWait % GoodClockFrequency()) };   // no interval; 0 stops it
             ::syscall(SYS_timer_settime, g_hClock.load(), 0, dTimes, nullptr);
         }
 
@@ -81,7 +69,7 @@ namespace plat
         {
             int const iError = errno;
             Guard_s * pLate = nullptr;
-            std::int64_t const tNow = Now();
+            std::int64_t const tNow = GoodClockTicks();
             if (CallingThread() == g_iThread)
             {
                 for (Guard_s * pGuard = g_pInnermost; pGuard != nullptr; pGuard = pGuard->pOuter)
@@ -145,6 +133,11 @@ namespace plat
         ForkHandler_c const g_ForkHandler({ NoteGuarded, nullptr, KeepOwnGuards });
     }
 
+    int CallingThread()
+    {
+        return static_cast<int>(::syscall(SYS_gettid));
+    }
+
     int FaultGuardSignal()
     {
         return SIGRTMAX;
@@ -162,7 +155,7 @@ namespace plat
     {
         Guard_s Guard;
         Guard.pOuter = g_pInnermost;
-        Guard.tEnd = nMilliseconds == 0 ? NEVER : Now() + std::int64_t{ nMilliseconds } * 1000000;
+        Guard.tEnd = nMilliseconds == 0 ? NEVER : GoodClockTicks() + std::int64_t{ nMilliseconds } * 1000000;
         Guard_s * const pOuter = Guard.pOuter;
         bool volatile bEnded = false;
         if (pOuter == nullptr)

@@ -6,6 +6,9 @@
 
 namespace plat
 {
+    /// Returns the system's number of the calling thread.
+    int CallingThread();
+
     /// Returns the signal of the guard's clock. It is sent to the guarded thread only.
     int FaultGuardSignal();
 

@@ -37,11 +37,6 @@ namespace plat
         std::atomic<bool> g_bDying{ false };      // only the end of the process is to follow
         char g_szException[DESCRIPTION_SIZE];     // the message of an uncaught exception
 
-        int CallingThread()
-        {
-            return static_cast<int>(::syscall(SYS_gettid));
-        }
-
         bool g_bForkByReporter = false;   // written under the fork's lock
 
         void NoteReporter()

@@ -12,14 +12,14 @@
 
 // The checkers hook the creation of threads themselves. Within one program the library's hook would replace theirs.
 #if ZQ_ADDRESS_CHECKER || defined(__SANITIZE_THREAD__)
-    #define THREADS_HOOKED 0
+    #define FAULT_THREADS_HOOKED 0
 #elif defined(__has_feature)
     #if __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-        #define THREADS_HOOKED 0
+        #define FAULT_THREADS_HOOKED 0
     #endif
 #endif
-#ifndef THREADS_HOOKED
-    #define THREADS_HOOKED 1
+#ifndef FAULT_THREADS_HOOKED
+    #define FAULT_THREADS_HOOKED 1
 #endif
 
 namespace plat
@@ -94,7 +94,7 @@ namespace plat
     }
 }
 
-#if THREADS_HOOKED
+#if FAULT_THREADS_HOOKED
 namespace
 {
     using Run_t = void * (*)(void *);
@@ -106,18 +106,24 @@ namespace
         void * pArgument;
     };
 
-    // Ends in a jump, so that the thread's call stack has no frame of it. A stack that the thread has already, from
-    // another copy of the library or from a checker, stays.
-    void * RunJoined(void * pStart)
+    // Keeps a stack that the thread has already, from another copy of the library or from a checker.
+    __attribute__((noinline)) void JoinWithoutStack()
     {
-        Start_s const Start = *static_cast<Start_s *>(pStart);
-        std::free(pStart);
         stack_t Present;
         if (sigaltstack(nullptr, &Present) == 0 && (Present.ss_flags & SS_DISABLE) != 0)
         {
             plat::FaultThreadJoin();
         }
-        return Start.fnRun(Start.pArgument);
+    }
+
+    // Ends in a jump, so that the thread's call stack has no frame of it: no local has its address taken.
+    void * RunJoined(void * pStart)
+    {
+        Run_t const fnRun = static_cast<Start_s *>(pStart)->fnRun;
+        void * const pArgument = static_cast<Start_s *>(pStart)->pArgument;
+        std::free(pStart);
+        JoinWithoutStack();
+        return fnRun(pArgument);
     }
 
     // Returns the function that the process would call without this library.

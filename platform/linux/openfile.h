@@ -66,8 +66,8 @@ namespace plat
     bool SyncFully(int iFile);
 
     /// The folder of a path as the disk spells it. It is opened before a name in it changes, so that nothing changes if
-    /// it can't be opened. If the folder may not be read, it relies on the journal entry of iNamed, the file of that
-    /// name, which must stay open; with NOT_OPEN the folder is skipped.
+    /// it can't be opened. If the folder may not be read, Sync synchronizes iNamed instead: the open file whose name in
+    /// it changes, which must stay open. With NOT_OPEN, Sync then does nothing.
     class FolderSync_c
     {
     public:

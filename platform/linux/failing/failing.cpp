@@ -15,7 +15,7 @@
 // |     40 |   8*K | out: calls of each kind                                                                         |
 // | 40+8*K |  16*K | out: the names of the kinds, with zeros at the end                                              |
 //
-// Without the variable all calls go through.
+// K is the number of kinds (KINDS). Without the variable all calls go through.
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -165,7 +165,29 @@ namespace
         return nAllowed < 0 ? -1 : __real_##Name Arguments;                                                            \
     }
 
-// The build reads the names from the first lines.
+extern "C" int __real_fclose(std::FILE * pFile);
+
+namespace
+{
+    int FailClose(std::FILE * pFile)
+    {
+        __real_fclose(pFile);
+        errno = Table().iReason;
+        return EOF;
+    }
+
+    // The whole time is left.
+    int FailSleep(timespec const * pTime, timespec * pRest)
+    {
+        if (pRest)
+        {
+            *pRest = *pTime;
+        }
+        return -1;
+    }
+}
+
+// The build reads each function's name from the line that begins with FAILING.
 // clang-format off
 FAILING(OPEN, open, int, (char const * szPath, int iFlags, mode_t iMode), (szPath, iFlags, iMode), -1)
 FAILING(OPEN, open64, int, (char const * szPath, int iFlags, mode_t iMode), (szPath, iFlags, iMode), -1)
@@ -189,7 +211,7 @@ FAILING_BYTES(WRITE, copy_file_range,
 FAILING(WRITE, fputs, int, (char const * szText, std::FILE * pFile), (szText, pFile), EOF)
 FAILING(WRITE, fputc, int, (int c, std::FILE * pFile), (c, pFile), EOF)
 FAILING(WRITE, fflush, int, (std::FILE * pFile), (pFile), EOF)
-FAILING(WRITE, fclose, int, (std::FILE * pFile), (pFile), (__real_fclose(pFile), errno = Table().iReason, EOF))
+FAILING(WRITE, fclose, int, (std::FILE * pFile), (pFile), FailClose(pFile))
 FAILING(WRITE, fwrite, std::size_t, (void const * p, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
     (p, nSize, nCount, pFile), 0)
 FAILING(SEEK, lseek64, off64_t, (int iFile, off64_t iAt, int iFrom), (iFile, iAt, iFrom), -1)
@@ -230,7 +252,7 @@ FAILING(THREAD, pthread_create, int,
     (pThread, pHow, fnRun, pWith), errno)
 FAILING(WAIT, poll, int, (pollfd * pFiles, nfds_t nFiles, int iTime), (pFiles, nFiles, iTime), -1)
 FAILING(WAIT, nanosleep, int, (timespec const * pTime, timespec * pRest),
-    (pTime, pRest), (pRest ? void(*pRest = *pTime) : void(), -1))
+    (pTime, pRest), FailSleep(pTime, pRest))
 FAILING(WAIT, waitid, int, (idtype_t eType, id_t iChild, siginfo_t * pInfo, int iFlags),
     (eType, iChild, pInfo, iFlags), -1)
 FAILING(WATCH, inotify_init1, int, (int iFlags), (iFlags), -1)
@@ -251,7 +273,7 @@ FAILING(ALLOCATE, malloc, void *, (std::size_t nBytes), (nBytes), nullptr)
 FAILING(ALLOCATE, calloc, void *, (std::size_t nCount, std::size_t nBytes), (nCount, nBytes), nullptr)
 // clang-format on
 
-// Calls without a function of their own. Calls that a thread makes for its own sake always go through.
+// Calls through syscall(). Those without a kind here, such as futex and execve, always go through.
 extern "C" long __real_syscall(long iCall, ...);
 extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f);
 extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f)
