@@ -93,7 +93,8 @@ namespace plat
         {
         public:
             // Waits for the lock of a folder. Returns false when the time is up. Other threads and a fork may run
-            // meanwhile. bAlone is false on a file system without such locks, which is then used without them.
+            // meanwhile. Sets bAlone to whether the lock is held. A file system without such locks is used without
+            // them.
             bool Lock(StoreHandle_t hFolder, bool & bAlone)
             {
                 for (std::chrono::microseconds tPause = FIRST_PAUSE;; tPause = std::min(tPause * 2, LONGEST_PAUSE))
@@ -316,8 +317,8 @@ namespace plat
             std::string sListed;   // the key's name if the parent is the open key, else empty
         };
 
-        // Finds a key by its path from an open key, which an empty path names. Never finds a tree itself. Returns false
-        // if there is no such key.
+        // Finds a key by its path from an open key. An empty path leads to the open key itself. Never finds a tree
+        // itself. Returns false if there is no such key.
         bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
         {
             StoreHandle_t const hFolder = FolderOf(hKey);
@@ -341,7 +342,7 @@ namespace plat
             return Victim.Key.IsOpen() && (!bItself || StoreIdentity(Victim.Key.Get()) == StoreIdentity(hFolder));
         }
 
-        // Deletes a key without subkeys for an open key, and updates that key's listing. Returns false on failure.
+        // Deletes a key without subkeys for an open key, and updates the open key's listing. Returns false on failure.
         bool DeleteFound(RegistryKey_t hKey, Victim_s const & Victim)
         {
             Change_c Change;

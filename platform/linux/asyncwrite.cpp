@@ -24,6 +24,7 @@ namespace plat
         // Many containers refuse the system's queue of requests, and old kernels have none. Then every write is a plain
         // one. Whatever the queue does not write is written plainly too. A refused, short or failed request therefore
         // has the result of a plain write.
+
         constexpr std::size_t MAX_REQUEST = 1u << 30;   // bytes; the kernel counts them in 31 bits
 
         bool s_bAllowed = true;
@@ -163,7 +164,8 @@ namespace plat
             return std::atomic_ref(*Queue.pDoneTail).load(std::memory_order_acquire) != *Queue.pDoneHead;
         }
 
-        // Waits for the request and returns the bytes that it wrote. Returns 0 if others closed the queue's descriptor.
+        // Waits for the request and returns the bytes that it wrote. Returns 0 if the request failed, or if others
+        // closed the queue's descriptor.
         std::size_t Await(Queue_s & Queue)
         {
             while (!IsDone(Queue))

@@ -106,7 +106,8 @@ namespace plat
             sigset_t m_Mask;
         };
 
-        // Reads one whole line and returns its first byte: a line end for an empty line, 0 at the end of the input.
+        // Reads one whole line and returns its first byte, folded: a line end for an empty line, 0 at the end of the
+        // input.
         char ReadKey()
         {
             char cFirst = 0;

@@ -121,7 +121,7 @@ namespace plat
                 int const iErrorBefore = errno;
                 sched_param const Parameters = {};
                 bool const bSet = ::sched_setscheduler(iThread, iClass, &Parameters) == 0
-                                  && ::sched_getscheduler(iThread) == iClass;   // some grant it without effect
+                                  && ::sched_getscheduler(iThread) == iClass;   // some systems grant it without effect
                 errno = iErrorBefore;
                 return bSet;
             }

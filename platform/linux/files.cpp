@@ -301,7 +301,7 @@ namespace plat
         {
             return nOwn;
         }
-        flock(New.Get(), LOCK_SH | LOCK_NB);   // so that the next run does not empty it
+        flock(New.Get(), LOCK_SH | LOCK_NB);   // so that no other process empties it
         return dup3(New.Get(), iFile, O_CLOEXEC) >= 0 ? static_cast<std::uint64_t>(Fresh.st_size) : nOwn;
     }
 

@@ -45,8 +45,8 @@ namespace plat
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
         constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // dNames can be read this far after any character
 
-        // Returns whether an entry without facts belongs in the listing. It does not if it no longer exists, or if it
-        // is a link to itself or its target is missing.
+        // Returns whether an entry without facts belongs in the listing. An entry that no longer exists does not
+        // belong, nor does a link to itself or to a missing target.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
             Entry.bFailed = errno != ENOENT && errno != ENOTDIR && errno != ELOOP;
@@ -183,7 +183,7 @@ namespace plat
         }
 
         // Returns eight characters as a number that compares as they do. The bytes after a terminator decide nothing:
-        // two names of a folder always differ before it.
+        // two names of a folder always differ before it or at it.
         std::uint64_t OrderKey(char const * pText)
         {
             static_assert(std::endian::native == std::endian::little);

@@ -183,7 +183,8 @@ namespace plat
     }
 
     // Handles the buffer of events and the rest of the queue. Returns whether that makes a batch. Checks the lengths,
-    // because the bytes may be those of another file: the identity does not always distinguish the queue from it.
+    // because the bytes may be those of another file: the identity does not always distinguish that file from the
+    // queue.
     bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
     {
         LockScope_c const Scope(g_TreeLock);
@@ -279,9 +280,9 @@ namespace plat
             m_Drop, [](void * pTree) { static_cast<Tree_c *>(pTree)->Abandon(); }, this);
     }
 
-    // The child of a fork has the parent's queue. It must not read its events or keep it alive. A pipe replaces the
-    // queue under the same descriptor number, so that the number still belongs to the watch. A pipe can't be confused
-    // with another file.
+    // The child of a fork has the parent's queue. The child must not read the queue's events or keep the queue alive. A
+    // pipe replaces the queue under the same descriptor number, so that the number still belongs to the watch. A pipe
+    // can't be confused with another file.
     void FolderWatch_c::Tree_c::Abandon()
     {
         int dEnds[2];
@@ -301,8 +302,8 @@ namespace plat
         return m_Queue.Get() >= 0 && Rebuild();
     }
 
-    // Reads the whole tree again with a new queue, which gets the number of the old one. Returns false without a new
-    // queue.
+    // Reads the whole tree again with a new queue, which gets the number of the old one. Returns false if no new
+    // queue can be opened.
     bool FolderWatch_c::Tree_c::Rebuild()
     {
         Descriptor_c const Queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -335,7 +336,7 @@ namespace plat
     }
 
     // Watches a folder with all folders below it. Folders come before the targets of links, so that a folder is known
-    // by its own path. Returns false if the kernel has no watch left.
+    // by its own path. Returns false if the kernel has no watch or no memory left.
     bool FolderWatch_c::Tree_c::AddTree(ToAdd_s Top)
     {
         std::vector<ToAdd_s> dFolders;
@@ -454,7 +455,7 @@ namespace plat
     }
 
     // Puts a folder without a parent into one, and replaces the folder that had the name there. Returns false if the
-    // parent lies below it, through a link that moved along. Then no path leads to either any more.
+    // parent lies below the folder, through a link that moved along. Then no path leads to either any more.
     bool FolderWatch_c::Tree_c::Place(int iFolder, int iParent, std::string const & sName)
     {
         if (IsBelow(iParent, iFolder))

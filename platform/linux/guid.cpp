@@ -142,7 +142,8 @@ namespace plat
                 ChooseSequence();
             }
 
-            // Previous sockets stay open, so that no process gets both an old sequence and a clock that was set back.
+            // The last SOCKETS sockets stay open, so that no process gets both an old sequence and a clock that was set
+            // back.
             void ChooseSequence()
             {
                 unsigned char dRandom[2];
@@ -158,8 +159,9 @@ namespace plat
                 m_dSockets[m_nSequences++ % SOCKETS].Reset(iSocket);
             }
 
-            // Runs every second, and at once after a new source is set. Chooses another sequence if the host closed the
-            // socket. If the address is not global, reads the interfaces again, because a global one may have appeared.
+            // Runs if a second has passed since the last check, and at once after a new source is set. Chooses another
+            // sequence if the host closed the socket. If the address is not global, reads the interfaces again, because
+            // a global one may have appeared.
             void Check(std::uint64_t tNow)
             {
                 if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)

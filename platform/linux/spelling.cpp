@@ -90,8 +90,9 @@ namespace plat
 
         using Record_t = std::unordered_map<std::string, FolderNames_c, KeyHash_s, std::equal_to<>>;
 
-        // Created with the first recorded name, so that it can be used before and after the life of static objects. A
-        // path never waits for the lock, because a crashed thread may hold it. Without the record the folders are read.
+        // The record is created with the first recorded name, so that it can be used before and after the life of
+        // static objects. A path never waits for the lock, because a crashed thread may hold it. Without the record the
+        // folders are read.
         constinit Lock_c g_RecordLock;
         ForkLock_c const g_RecordForkLock(g_RecordLock);
         constinit bool g_bInRecord = false;
