@@ -35,7 +35,7 @@ namespace plat
         constexpr unsigned char INTO = 0xCE;
 
         // The exception flags of the x87 status word and of MXCSR. A set bit in the x87 control word, or in MXCSR
-        // shifted by MXCSR_MASK_SHIFT, disables the flag.
+        // shifted by MXCSR_MASK_SHIFT, masks the flag's exception.
         constexpr unsigned FLOAT_INVALID_FLAG = 0x01;
         constexpr unsigned FLOAT_DENORMAL_FLAG = 0x02;
         constexpr unsigned FLOAT_DIVIDE_FLAG = 0x04;
@@ -109,8 +109,8 @@ namespace plat
             return iRegister < 8 ? dRegisters[iRegister] : Context.dExtended[iRegister - 8];
         }
 
-        // Returns the address of a ModR/M byte's memory operand. Addresses relative to the instruction count from its
-        // end.
+        // Returns the address of a ModR/M byte's memory operand. An address relative to the instruction counts from
+        // the instruction's end.
         std::uintptr_t OperandAddress(Instruction_t const & Instruction, FaultContext_t const & Context)
         {
             unsigned char const * p = Instruction.pOpcode + 1;
@@ -210,7 +210,7 @@ namespace plat
             return pFloats->_xmm;
         }
 #else
-        // The kernel's frame continues after the C library's: status and magic word, 6 words, MXCSR.
+        // The C library's frame ends with the status and the magic word. The kernel's continues: 6 words, MXCSR.
         unsigned MxcsrOf(fpregset_t pFloats)
         {
             constexpr std::size_t MXCSR_OFFSET = 136;
@@ -229,7 +229,7 @@ namespace plat
             return static_cast<unsigned>(pFloats->sw & ~pFloats->cw);
         }
 
-        // The magic word is 0 if the frame has them.
+        // The magic word is 0 if the frame has the vectors.
         void const * VectorsOf(fpregset_t pFloats)
         {
             constexpr std::size_t VECTORS_OFFSET = 272;
@@ -253,7 +253,7 @@ namespace plat
             return FloatCode(nMxcsr & ~(nMxcsr >> MXCSR_MASK_SHIFT), false);
         }
 
-        constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;
+        constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;   // bytes of one function's frame, at most
 
         // Finds the lowest writable memory that ends above an address.
         bool WritableAbove(std::uintptr_t Address, Mapping_t & Mapping)
@@ -281,7 +281,7 @@ namespace plat
                    && Mapping.Start - Address <= LARGEST_FRAME && nSp < Mapping.Start + ABOVE_END;
         }
 
-        // The bits of the error code that the processor pushes for a page fault. It sets the last one only if pages can
+        // The bits of the error code that the processor pushes for a page fault. It sets ERROR_FETCH only if pages can
         // forbid execution.
         constexpr long ERROR_WRITE = 0x02;
         constexpr long ERROR_FETCH = 0x10;

@@ -84,7 +84,7 @@ namespace plat
             {}
         }
 
-        // Disables alignment checks, which the faulting code may have left enabled. A filter's own code may not pass
+        // Disables alignment checks, which the faulting code may have left enabled. A filter's own code might fail
         // them.
         void StopAlignmentChecks()
         {
@@ -102,8 +102,9 @@ namespace plat
             return g_iReporter.compare_exchange_strong(iReporter, iThread) ? iThread : iReporter;
         }
 
-        // Returns whether the filter runs on the calling thread. A fault of the filter itself ends the guarded call
-        // that it is in. A fault of another thread waits until the filter is done, and then for the end of the process.
+        // Returns whether the calling thread is to run the filter. A fault of the filter itself ends the guarded call
+        // that it is in. A fault of another thread waits until the filter is done, and then at most DYING_LIMIT for the
+        // end of the process.
         bool Begin()
         {
             FaultGuardEscape();

@@ -111,7 +111,7 @@ namespace plat
             }
         }
 
-        // Runs in the new process, which still uses this one's memory. Makes system calls only, with all signals
+        // Runs in the new process, which still uses the memory of its parent. Makes system calls only, with all signals
         // blocked.
         __attribute__((no_sanitize_address, no_sanitize_thread)) int BecomeHelper(void * pArgument)
         {
