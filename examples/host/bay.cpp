@@ -8,7 +8,7 @@
 namespace
 {
     constexpr int GALE = 30;                 // knots of wind above which a ship goes no faster
-    constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor needs
+    constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor wants
     constexpr char const * LOG = "harbour.log";
 
     void MakeAndEat(Bay_s const & Bay, Harbour_s & Harbour)
@@ -131,7 +131,7 @@ namespace
         }
     }
 
-    // Pays each hand one mark.
+    // Pays the ship's upkeep, and one mark to each hand.
     void PayCrew(Ship_s & Ship)
     {
         Earn(Ship, -static_cast<long long>(Ship.pType->iUpkeep + Ship.pType->nCrew));

@@ -12,7 +12,7 @@
 
 namespace
 {
-    // Prints how long each kind of work took in the last 32 frames for which the simple profiler is complete.
+    // Prints the share of each kind of work in the last 32 frames for which the simple profiler is complete.
     void PrintShares()
     {
         auto const Ticks = [](int iType)
