@@ -262,7 +262,7 @@ int File_c::RefClose()
 
 void File_c::StoreStreamFacts(plat::FileFacts_t const & Facts)
 {
-    if (m_Lock.TryEnter())   // otherwise the thread that holds it opens the file and reads them
+    if (m_Lock.TryEnter())   // no wait: the thread that holds the lock may be reading the file
     {
         if (!pData)
         {
@@ -514,8 +514,8 @@ int FileStored_c::SeekStored(long iOffset, int iOrigin)
     {
         return 0;
     }
-    // A position above INT_MAX is out of the range of TellStored if long has 32 bits. The end itself can be: a file may
-    // have grown since it was opened.
+    // A position above INT_MAX is out of the range of TellStored if long has 32 bits. The end can lie there, because
+    // the file may have grown since it was opened.
     std::int64_t const iBeforeEnd = iOrigin == 2 ? plat::FileSeek(m_hFile, 0, 1) : 0;
     std::int64_t const iAfter = plat::FileSeek(m_hFile, iOffset, iOrigin);
     if (iAfter > INT_MAX)

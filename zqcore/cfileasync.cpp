@@ -16,7 +16,7 @@
 class FileRequests_c
 {
 public:
-    // The thread.
+    // Runs the worker until it must stop.
     static void Work(void *);
 
     // In the child of a fork: discards the worker and renews the locks that it may have held.
@@ -101,7 +101,7 @@ namespace
         }
     }
 
-    // Calls with each file of the extension, in table order. Returns how many there are.
+    // Calls a function with each file of the extension, in table order. Returns the number of these files.
     template <typename CALL>
     int ForEachOfType(char const * szExt, CALL Call)
     {

@@ -33,7 +33,7 @@ namespace
 
         char const * Get() const { return m_sRoot; }
 
-        // Makes the folder of a relative text. Returns false if it is too long; it is then cut.
+        // Makes the folder of a relative text. Returns false if the folder is too long, and cuts it.
         bool Absolute(Folder_t const & sRelative, Folder_t & sFolder) const
         {
             sFolder = m_sRoot + sRelative;
@@ -52,8 +52,8 @@ namespace
         int m_nLength;
     };
 
-    // Shows whether a folder has changed: its size and time. For the cache's own folder: NAMES and the check sum of
-    // the names in it.
+    // Facts by which a change of a folder is seen: its size and time. In a cache, those of the cache's own folder are
+    // NAMES and a checksum of the names in it.
     struct Stamp_s
     {
         std::uint64_t nBytes = 0;
@@ -63,12 +63,12 @@ namespace
         void Serialize(Serializeable_c & Archive) { Archive.Serialize(nBytes).Serialize(tWrite); }
     };
     constexpr std::uint64_t NAMES = ~std::uint64_t{ 0 };
-    constexpr Stamp_s UNKNOWN{};   // no folder's
+    constexpr Stamp_s UNKNOWN{};   // the stamp of no folder
     constexpr std::uint32_t STAMPS_FOLLOW = 0x5346515A;
 
     struct NotedFolder_s
     {
-        std::uint32_t nPath;   // the check sum of its path
+        std::uint32_t nPath;   // the checksum of its path
         Stamp_s Stamp;
     };
     constinit bool g_bCheck = false;
@@ -132,14 +132,15 @@ namespace
         return { NAMES, nNames };
     }
 
-    // Returns the stamp of the cache's own folder for saving. While its time is that of the scan, so are its names.
+    // Returns the stamp of the cache's own folder for saving. Returns UNKNOWN if the folder has changed since the scan:
+    // the scan may then have seen other names.
     Stamp_s OwnStamp(CachePlace_s const & Cache)
     {
         Stamp_s const Now = StampOf(Cache.sFolder);
         return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
-    // Returns whether a folder has the stamp of a cache. If so, stores its size and time.
+    // Returns whether a folder still has the stamp that a cache holds. If so, notes the folder's size and time.
     bool HasStamp(Folder_t const & sFolder, Stamp_s const & Stamp, CachePlace_s const & Cache)
     {
         Stamp_s const Now = StampOf(sFolder);
@@ -247,7 +248,8 @@ namespace
             });
     }
 
-    // Writes a whole cache. Returns false on failure, and then writes nothing.
+    // Writes a whole cache, which replaces an earlier one. Returns false on failure. The earlier one then stays, unless
+    // only the last synchronization of Commit failed.
     bool WriteCache(char const * szFile, MediaRoot_c const & Root)
     {
         CachePlace_s const Cache(szFile);
@@ -269,7 +271,8 @@ namespace
         return bWritten;
     }
 
-    // Adds a copy to g_sPaths. Returns its entry; null, with a log line, if the table is full.
+    // Adds a copy to g_sPaths and returns its entry. Otherwise logs a line and returns the entry that the table has
+    // already, or null if the table is full.
     Folder_t const * AddFolder(Folder_t const & sFolder)
     {
         if (Folder_t const * const pFolder = FilePathAdd(sFolder))
@@ -280,9 +283,9 @@ namespace
         return g_sPaths.FindByName(sFolder);
     }
 
-    // The files that were registered before a load. Empties g_sPaths, but keeps the folders' texts until it is
-    // destroyed. Then the files point to entries of the new table with the same texts. The folder of the cache itself
-    // holds no media, so it returns to the table only if other files lie in it.
+    // The files that were registered before a load. The constructor empties g_sPaths, but keeps the folders' texts. The
+    // destructor makes the files point to entries of the new table with the same texts. The folder of the cache itself
+    // is not media, so it is in the new table only if the cache lists it or other files lie in it.
     class EarlierFiles_c
     {
     public:
@@ -384,7 +387,7 @@ namespace
 
     void CacheLoader_c::Load()
     {
-        m_Archive.Open();   // a newer minor version may add data after the records
+        m_Archive.Open();
         for (int nPaths = LoadCount(); nPaths > 0; --nPaths)
         {
             LoadFolder();
@@ -393,7 +396,7 @@ namespace
         {
             LoadFile();
         }
-        m_Archive.Close();
+        m_Archive.Close();   // the stamps may follow, and what a newer minor version adds
     }
 
     int CacheLoader_c::LoadCount()
@@ -459,7 +462,7 @@ namespace
         }
     }
 
-    // Destroys a file that the table did not accept. Returns whether the same file was registered before.
+    // Destroys a file that the table did not accept. Aborts, unless the same file was registered before the load.
     ZQ_COLD void CacheLoader_c::Refuse(File_c * pFile, int iResult)
     {
         bool const bKnown = iResult == HASH_PRESENT && m_Earlier.Has(*pFile);
@@ -487,7 +490,8 @@ namespace
         return plat::PathGetFacts(szPath, Facts) && Facts.bRegular && Facts.nSize == 0;
     }
 
-    // A cache that is read without the tables, by the file object that a load would use.
+    // A cache that is read without a change of the tables: by its file object, or by one of its own if the cache is not
+    // registered.
     class CacheReader_c
     {
     public:
@@ -550,7 +554,7 @@ namespace
         {
             return "it can't be read";
         }
-        Readable_c Archive(m_pFile, FILESYSTEMCACHE_VERSION);   // closes the file at its end
+        Readable_c Archive(m_pFile, FILESYSTEMCACHE_VERSION);   // its destructor closes the file
         Archive.Open();
         Array_T<Folder_t, 64, 0> dRelatives;
         if (!ReadRecords(Archive, dRelatives))
@@ -589,7 +593,7 @@ namespace
             LogEscaped("filesystem: can't read the cache \"%s\" a second time", szCache);
             if (!bKnown)
             {
-                FileKill(FileStream(szCache));   // the scan registers it
+                FileKill(FileStream(szCache));   // the scan that follows registers it
             }
         }
         return pFile;

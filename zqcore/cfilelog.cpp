@@ -103,7 +103,8 @@ namespace
         return iLimit;
     }
 
-    // Removes the handle. Returns false if it is not in the list.
+    // Removes the handle. A handle that is not in the list counts as one that found no room. Returns false if there is
+    // none of those either.
     bool Unlist(void const * hFile)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
@@ -252,7 +253,7 @@ namespace
     // A call of FileOpenToResponseLog.
     struct Report_s
     {
-        std::uint32_t dwMode;   // in place of g_dwFileOpenLogMode
+        std::uint32_t dwMode;   // replaces g_dwFileOpenLogMode
         bool bReceived;         // by ResourceLoadCallback
     };
     ZQ_THREAD_LOCAL Report_s * t_pReport = nullptr;   // the call of this thread, or null
@@ -301,7 +302,8 @@ namespace
         return false;
     }
 
-    // A key that begins with a folder, as relative names have, gets that folder in the clone too.
+    // Copies a file to CLONE_FOLDER. If its key is a relative name with a folder, the copy lies in the same folder
+    // below CLONE_FOLDER. A file whose key leads upwards is not copied.
     void Clone(File_c const & File)
     {
         constexpr char const * CLONE_FOLDER = ".\\LoadedMedia\\";

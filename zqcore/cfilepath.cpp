@@ -61,7 +61,7 @@ namespace
             }
             bRemoved = true;
             FileClose(pFile);
-            FileStayerForget(*pFile, false);   // whose reference was closed
+            FileStayerForget(*pFile, false);   // the call above closed that entry's reference
             if (pFile->GetOpensCount() == 0)
             {
                 delete pFile;

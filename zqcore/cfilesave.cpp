@@ -13,10 +13,11 @@
 
 namespace
 {
-    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };         // the last character is the version of the seal
-    constexpr int MOST_PATH = 255 - 6;                      // leaves room for ".old99"
-    constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";   // prefix of a save that becomes a previous one
-    constexpr std::size_t MARK_FAMILY = 3;                  // leading bytes that all versions share
+    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };   // the last character is the version of the seal
+    constexpr int MOST_PATH = 255 - 6;                // leaves room for ".old99"
+    constexpr char SECOND_NAME_PREFIX[] =
+        "~zq00000000-";                      // prefix of the second name of a save until a previous name is free
+    constexpr std::size_t MARK_FAMILY = 3;   // leading bytes that all versions share
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
     constexpr std::size_t SEAL_SIZE = HEAD_SIZE + sizeof(std::uint32_t);
 
@@ -231,7 +232,7 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
     delete std::exchange(m_pContents, nullptr);
     if (m_sLock.IsEmpty())
     {
-        return SetState(UNREADABLE, m_sWhyNoLock);   // the path does not exist
+        return SetState(UNREADABLE, m_sWhyNoLock);   // the constructor refused the path
     }
     String_T<256> const sPath = GetPath(iPrevious);
     plat::FileFacts_t Facts;
@@ -295,8 +296,8 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
     return false;
 }
 
-// Links the save to its first previous name, and renames each previous save to the next name, up to a free one.
-// Changes nothing if a failed commit has already linked the save.
+// Links the save to its first previous name, and renames each previous save to the next name, up to a free one. If none
+// is free, the oldest previous save is replaced. Changes nothing if a failed commit has already linked the save.
 bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
 {
     if (m_nPrevious == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))

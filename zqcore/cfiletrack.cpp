@@ -39,7 +39,7 @@ namespace
     bool g_bTrackWalking = false;
 
     // The changed file of a record: the watched folder and the record's name. The name's characters up to U+00FF are
-    // converted to UTF-8. Holds any name that a batch can hold.
+    // converted to UTF-8, others are left out. Holds any name that a batch can hold.
     class ChangedFile_c
     {
     public:
