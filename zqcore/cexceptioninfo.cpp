@@ -98,7 +98,7 @@ namespace
         return pRow->szName;
     }
 
-    // Empty for all but an access violation.
+    // Line that says what an access violation tried to access. Empty for other faults.
     class AccessLine_c
     {
     public:
@@ -212,8 +212,8 @@ namespace
         TraceText("Handling Exception...");
         if (g_pPending != nullptr)
         {
-            // Guarded, because a fault here, such as one of the host's dialog, would deadlock: the faulting thread
-            // would wait for a thread that waits for it.
+            // Guarded, because a fault here, such as one of the host's dialog, would deadlock: this thread would wait
+            // until the first fault is handled, and the thread of that fault waits for this one.
             plat::FaultGuardedCall([](void *) { HandlePending(*g_pPending); }, nullptr, 0);
         }
         TraceText("Handling Exception...done");
@@ -225,7 +225,7 @@ namespace
     {
         g_nThread = plat::ThreadId();
         {
-            Scope_c const Started;   // Start has created the events
+            Scope_c const Started;   // waits until Start has reset the events
         }
         while (!g_bStop)
         {

@@ -72,7 +72,7 @@ namespace
             m_szText[0] = 0;
         }
 
-        // Text that does not fit is cut.
+        // Appends a text, cut to what fits.
         void Append(char const * fmt, ...) ZQ_PRINTF(2, 3)
         {
             std::va_list args;

@@ -196,7 +196,7 @@ namespace
         }
     }
 
-    // The MMX registers are the low 64 bits of the x87 registers, which are stored in the order of its stack.
+    // The MMX registers are the low 64 bits of the x87 registers. The context has those in the order of the x87 stack.
     void WriteMmx(plat::FaultContext_t const & Context)
     {
         int const iTop = (Context.nX87Status >> 11) & 7;

@@ -22,7 +22,8 @@ namespace
 
     constexpr char HEAD[] = "ZQCore crash details 1\n";
 
-    // The path of the details beside a report: its stem and an ending. Empty if it does not fit.
+    // Makes the path of the details beside a report: the report's stem and an ending. A path that does not fit becomes
+    // empty.
     void DetailsPath(char * szPath, char const * szReport, char const * szMore)
     {
         constexpr std::size_t REPORT_ENDING = 4;   // ".rpt"
@@ -153,7 +154,7 @@ namespace
         }
     }
 
-    // Without a helper: addresses and modules.
+    // Writes the frames without a helper: addresses and modules.
     void WritePlainFrames(Details_c & Details, plat::Symbols_c & Symbols)
     {
         Text_c & Line = Details.GetLine();
@@ -204,7 +205,7 @@ namespace
         Details.EndLine();
     }
 
-    // Returns whether the helper had any.
+    // Writes the helper's lines of a section. Returns whether there are any.
     bool WriteHelperLines(Details_c & Details, plat::Symbols_c & Symbols, plat::SymbolSection_e eSection)
     {
         char szLines[LINE_SIZE];
@@ -265,7 +266,7 @@ exceptionreport::Details_c::Details_c(char const * szReport)
     AddLines(HEAD);
 }
 
-// A fault or a limit may end any of these steps, so the buffer counts a line when it is whole.
+// A fault or a limit may end this at any step, so the buffer counts a line only after the whole line is in it.
 void exceptionreport::Details_c::EndLine()
 {
     constexpr char CUT[] = "...\n";

@@ -25,7 +25,7 @@ namespace
     constexpr int LOG_LINES = 32;
     constexpr std::size_t LOG_LINE = LOG_LINE_LENGTH + 64;   // the longest one of the log, with its time and frame
 
-    // Of the main log, as it was before the report. Has room for a line that is not whole.
+    // End of the main log, as it was before the report. Has room for a first line that is not whole.
     char g_szLogTail[(LOG_LINES + 1) * LOG_LINE + 1];
 
     void WriteTime(Details_c & Details)

@@ -17,7 +17,8 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t SPAN_SIZE = 272;   // bytes of code, of which the last ones stay zero; none begins there
+    constexpr std::size_t SPAN_SIZE =
+        272;   // bytes of code; the last ones stay zero, and no instruction begins in them
     constexpr std::size_t SPAN_READ = 256;
     constexpr std::size_t SPAN_PIECE = 32;
     constexpr std::uintptr_t SPAN_BEFORE = 128;
@@ -59,7 +60,8 @@ namespace
         }
     }
 
-    // A return address may lie after the last byte of its function, or on the next line.
+    // Returns the bytes from a frame's address back into its call. A return address may lie after the last byte of its
+    // function, or on the next line.
     unsigned BackOf(plat::SymbolFrame_t const & Frame)
     {
         return Frame.bCall ? 1 : 0;

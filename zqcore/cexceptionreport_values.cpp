@@ -36,7 +36,7 @@ namespace
         return plat::MemoryRead(Address, &Object, sizeof Object) == sizeof Object;
     }
 
-    // A pointer to text, as text if there is any.
+    // Adds a pointer to text: the text if it can be read, otherwise the address.
     void AddString(std::uintptr_t Address, Text_c & Text)
     {
         char szString[STRING_SIZE];
@@ -116,7 +116,8 @@ namespace
                      : AddValue(Symbols, { Address, Member.nSize, Member.nType }, Text);
     }
 
-    // Adds the type's name, then its members, each on its own line, indented deeper than the type.
+    // Adds the type's name, then its members, each on its own line, indented deeper than the type. Address is that of
+    // the variable, also at deeper levels: a member's offset counts from the variable's start.
     Printed_e AddType(
         plat::Symbols_c & Symbols, plat::SymbolType_t nType, unsigned nLevel, std::uintptr_t Address, Text_c & Text)
     {
