@@ -203,8 +203,8 @@ namespace
         return Archive.GetPosition() >= 0 && Archive.GetLength() > 0;
     }
 
-    // Reads nBytes of an archive of unknown length into an empty vector. The vector grows with the bytes that arrive,
-    // so that a damaged size allocates no memory. Returns false on failure.
+    // Reads nBytes of an archive of unknown length into an empty vector. The vector grows with the bytes that arrive: a
+    // damaged size allocates no more than twice their number, or FIRST_STEP bytes. Returns false on failure.
     bool ReadGrowing(Serializeable_c & Archive, BitVec_c & Vec, int nBytes)
     {
         constexpr int FIRST_STEP = 4096;

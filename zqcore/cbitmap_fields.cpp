@@ -250,14 +250,15 @@ namespace
         return iIndex < INT_MAX ? iIndex + 1 : 0;
     }
 
-    // Returns the size that holds an index in X. The largest indices need more than MAX_BITS, which fails an assertion.
+    // Returns the size that holds an index in X. Returns an index above MAX_BITS as it is, because one more may
+    // overflow. A size above MAX_BITS fails an assertion of GrownExtent.
     int BitsFor(int iIndex)
     {
         return iIndex <= BitVec_c::MAX_BITS ? iIndex + 1 : iIndex;
     }
 
-    // Returns the byte of a bit in its row, to which the field was grown. Asserts that it is there; returns null if
-    // not.
+    // Returns the byte of a bit in its row, after the field was grown to hold the bit. Asserts that the row has the
+    // bit; otherwise returns null.
     unsigned char * ByteIn(unsigned char * pRow, int iX, int iDimX)
     {
         bool const bInside = pRow && 0 <= iX && iX < iDimX;

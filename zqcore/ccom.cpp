@@ -77,7 +77,7 @@ namespace
             return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> (32 - SLOT_BITS);
         }
 
-        // Moves entries after an emptied slot into it, as long as none moves before its home slot.
+        // Closes the gap of an emptied slot: moves later entries into it, except those whose home slot lies after it.
         ZQ_COLD void Close(std::uint32_t iGap)
         {
             for (std::uint32_t i = (iGap + 1) % SLOTS; m_dSlots[i].nReferences != 0; i = (i + 1) % SLOTS)

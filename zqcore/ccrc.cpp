@@ -116,8 +116,8 @@ namespace
 
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);
 
-    // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it, which may come before any constructor.
-    // Threads that choose at the same time store the same kernel.
+    // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it. That call may come before any
+    // constructor. Threads that choose at the same time store the same kernel.
     constinit std::atomic<Crc32Kernel_t> g_fnKernel{ ChooseAndRun };
 
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)

@@ -26,7 +26,8 @@ namespace
         return static_cast<std::int64_t>(dw) << 1;
     }
 
-    // Returns the quotient of x^96 and the polynomial without its lowest term: bit i is the coefficient of x^(64 - i).
+    // Returns the quotient of x^96 and the polynomial: bit i is the coefficient of x^(64 - i). The quotient's lowest
+    // term is left out.
     constexpr std::int64_t Quotient()
     {
         std::uint64_t nQuotient = 1;
@@ -124,7 +125,7 @@ namespace
             Blocks = _mm_xor_si128(Blocks, _mm_cvtsi32_si128(-1));
         }
 
-        // The same distance for each block.
+        // Sets the same distance for each block.
         ZQ_TARGET_PCLMUL static inline void Factors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
         {
             Factors = _mm_set_epi64x(nNear, nFar);

@@ -64,7 +64,7 @@ namespace
     {
         if (bFires)
         {
-            Firing_c const Firing;   // granted: it waits, or an outer one is
+            Firing_c const Firing;   // always granted: it waits for the lock, or WhileStopped holds the lock
             g_ExecutionCallbacker.Fire(bGoesOn, false);
         }
     }
