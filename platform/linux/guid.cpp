@@ -32,7 +32,7 @@ namespace plat
 
         constexpr int SEQUENCES = 1 << 14;
         constexpr std::uint64_t TICKS_IN_SECOND = 10000000;
-        constexpr std::uint64_t TICKS_1582_TO_1970 = 0x01B21DD213814000;
+        constexpr std::uint64_t TICKS_1582_TO_1970 = 0x01B21DD213814000;   // RFC 4122, appendix A
         constexpr std::uint64_t SMALL_STEP_BACK = 1000;   // ticks to wait out; after a larger step the clock was set
 
         // Returns the 100-nanosecond ticks since the Gregorian calendar began.
@@ -44,7 +44,8 @@ namespace plat
                    + static_cast<std::uint64_t>(Time.tv_nsec) / 100 + TICKS_1582_TO_1970;
         }
 
-        // Uses the clock if the system provides no random bytes.
+        // Uses the clock if the system provides no random bytes, mixed by the generator of Knuth's MMIX (The Art of
+        // Computer Programming, volume 2, section 3.3.4).
         void RandomBytes(unsigned char * pBytes, std::size_t nBytes)
         {
             if (getrandom(pBytes, nBytes, GRND_NONBLOCK) != static_cast<ssize_t>(nBytes))
