@@ -155,7 +155,7 @@ namespace
         else if (IsEmptyOnDisk(*pFile))
         {
             std::printf("%s is empty: the rows stay as they were\n", Sz(Shown(szFile)));
-            pFile->iLength = 0;   // the state in which the host's streaming may see it
+            pFile->iLength = 0;   // so that the host's streaming skips it
         }
         else
         {

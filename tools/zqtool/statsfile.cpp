@@ -11,7 +11,7 @@ namespace
     constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = 2504;
     constexpr std::uint32_t ROOT = 0x80000000;
 
-    // Offsets in a record.
+    // Offsets in a record (docs/formats.md).
     constexpr std::size_t NAME = 0, NAME_SIZE = 32, TIMER = 32, CHILD = 36, NEXT = 40, SLOTS = 56, SLOT_SIZE = 16;
     constexpr std::size_t AVERAGE = 2456, MAX = 2464, LAST = 2472, MAX_EVER = 2480;
     constexpr std::size_t N_LAST = 2488, N_AT_MAX = 2492, MAX_SLOT = 2496;
@@ -156,8 +156,8 @@ namespace
         }
     }
 
-    // Returns the index of an address, or -1. A timer is created after its siblings before it, so a link always leads
-    // to a higher index.
+    // Returns the index of the record that a link leads to, or -1. A timer is created after its parent and its previous
+    // siblings, so a link always leads to a higher index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
     {
         std::uint32_t const nLink = Word(BytesOf(iRecord, iField));

@@ -27,7 +27,7 @@ namespace
         return sArray + "]";
     }
 
-    // Returns a number as JSON, whatever the double holds.
+    // Returns a finite number as JSON, with all digits of the double.
     std::string Text(double fNumber)
     {
         char szNumber[32];

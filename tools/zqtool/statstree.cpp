@@ -5,7 +5,7 @@
 
 namespace
 {
-    // Returns the sum of the times of all frames.
+    // Adds the frames of a timer to its node. Returns the sum of their times.
     double AddFrames(StatsNode_t & Node, StatsTimer_t const & Timer, int iFirstFrame)
     {
         double tSum = 0;

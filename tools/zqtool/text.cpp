@@ -5,7 +5,8 @@
 
 namespace
 {
-    // Returns the bytes of the character that a non-empty text begins with; 0 if it is invalid or a control character.
+    // Returns the bytes of the character that a non-empty text begins with. Returns 0 if the character is invalid or
+    // controls a terminal: a control character, a line end or a change of writing direction.
     std::size_t LetterLength(std::string_view sText)
     {
         auto const Byte = [&](std::size_t i)
