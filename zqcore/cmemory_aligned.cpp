@@ -1,7 +1,7 @@
 // Aligned blocks inside blocks of the debug heap.
 //
-// A header precedes the user pointer, whose low bits are cleared to a multiple of a pointer's size. It holds the
-// block's address and as many gap bytes as a pointer has.
+// A header ends at the user pointer, rounded down to a multiple of a pointer's size. The header holds the block's
+// address and one pointer's size of gap bytes.
 #include "zqcore/cmemory_internal.h"
 
 #include "platform/debugger.h"
@@ -42,7 +42,7 @@ namespace
         return dwBefore == PLAIN_FILL;
     }
 
-    // Returns the number of bytes that set the low bits of the user pointer.
+    // Returns the number of bytes between the header and the user pointer: the low bits of the user pointer.
     std::size_t GapOf(std::size_t nOffset)
     {
         return (0 - nOffset) & (WORD - 1);
@@ -61,7 +61,7 @@ namespace
         return std::max(nAlignment, WORD);
     }
 
-    // Returns the live block of an aligned pointer whose header is damaged, or null.
+    // Reports an aligned pointer whose header is damaged, and returns its live block, or null.
     ZQ_COLD void * FindDamagedBlock(void * p, char const * szPlainFunction)
     {
         if (IsPlainBlock(p))
@@ -87,7 +87,7 @@ namespace
         return Block.pUser;
     }
 
-    // Returns the live block of an aligned pointer. Without one reports that and returns null.
+    // Returns the live block of an aligned pointer. Reports a pointer without one and returns null.
     void * BlockOf(void * p, char const * szPlainFunction)
     {
         Header_s const Header = HeaderOf(p);

@@ -47,7 +47,7 @@ struct MemoryFigures_s;
 struct MemoryStack_s
 {
     MemCategoryStack_c * pStack = nullptr;   // null if the thread never pushed
-    MemoryFigures_s * pFigures = nullptr;    // of the heap of a shipped game; null before the first allocation
+    MemoryFigures_s * pFigures = nullptr;    // of a shipped game's heap; null before its first use
     std::uint32_t nNumber = 0;
     bool bComplaining = false;
 };
@@ -63,10 +63,11 @@ struct ThreadIdHash_s
 
 using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>;
 
-/// Figures of all categories. Each kind of figure is one array, so a check reads two short runs of memory.
+/// Figures of all categories of the debug heap. Each kind of figure is one array, so a check reads two short runs of
+/// memory.
 struct MemoryCounters_s
 {
-    /// Padded with zeros to whole vectors.
+    /// Entries of an array: the categories, and zeros up to whole vectors.
     static constexpr std::size_t COUNT =
         (mem::TOTAL + plat::VECTOR_NUMBERS - 1) / plat::VECTOR_NUMBERS * plat::VECTOR_NUMBERS;
 
@@ -85,10 +86,10 @@ struct MemoryCounters_s
 
     unsigned nFrameAllocs;
     int iFrame;
-    bool bNewLogEnabled;   // whether each allocation is written to the call log
+    bool bNewLogEnabled;   // whether the call log is on; changed while no other thread allocates
 };
 
-/// The figures of this process. Guarded by g_CategoryLock.
+/// The debug heap's figures of this process. Guarded by g_CategoryLock, except bNewLogEnabled.
 extern MemoryCounters_s g_MemoryCounters;
 
 /// The process's own operators, which replace the heap. Its pairs are null if the library's operators are bound. Set
@@ -98,8 +99,8 @@ extern plat::Operators_t g_ForeignOperators;
 /// Sets g_ForeignOperators and reports foreign operators in one line. Requires that the heap is not tracked yet.
 void MemoryBindOperators();
 
-/// Returns whether no counter is negative and the categories add up to the totals. False is not yet a fault: then
-/// MemoryCheckConsistency decides.
+/// Returns whether no counter of the debug heap is negative and the categories add up to the totals. False is not yet a
+/// fault: then MemoryCheckConsistency decides.
 bool MemoryCountersAddUp();
 
 /// Writes an allocation to the call log, except the log's own. Requires g_CategoryLock.
@@ -119,16 +120,18 @@ bool MemoryIsOwnBlock(void const * p);
 void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine);
 void MemoryFreeNormal(void * pBlock);
 
-/// Writes the size of a live block to nBytes, as its caller requested it. Returns false, with a report, if the pointer
-/// is no live block.
+/// Writes the size of a live block to nBytes, as its caller requested it, and returns true. The debug heap reports any
+/// other pointer and returns false. The heap of a shipped game requires a live block.
 bool MemoryOwnSize(void * p, std::size_t & nBytes);
 
 /// Returns the live bytes of a category. Takes no lock, so a crash may call it.
 std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory);
 
-/// Return and set whether each allocation is written to the call log. Return the number of the present frame.
+/// Return and set whether each allocation is written to the call log.
 bool MemoryNewLogIsOn();
 void MemoryNewLogSet(bool bOn);
+
+/// Returns the number of frames that have ended.
 int MemoryFrame();
 
 // What both heaps share.
@@ -139,7 +142,7 @@ int MemoryFrame();
 /// Reports why an alignment is refused, sets errno and returns false.
 ZQ_COLD bool MemoryRefuseAlignment(char const * szReason);
 
-/// Returns whether an aligned block can be allocated; otherwise reports why not.
+/// Returns whether the alignment and the offset of a block are valid. Reports why not.
 inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_t nOffset)
 {
     if (nAlignment == 0 || (nAlignment & (nAlignment - 1)) != 0)

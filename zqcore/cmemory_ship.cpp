@@ -16,7 +16,7 @@
 // A number that one thread writes and any thread reads.
 using Figure_t = std::atomic<std::ptrdiff_t>;
 
-// Its size is a power of 2, so that an index costs a shift.
+// Figures of one category. The size of the structure is a power of 2, so that an index costs a shift.
 struct alignas(4 * sizeof(Figure_t)) CategoryFigures_s
 {
     Figure_t nAllocs;
@@ -36,7 +36,7 @@ namespace
 {
     constexpr std::size_t UNIT = 16;   // size of a header, and the least alignment
 
-    // Lies in the 16 bytes before the caller's bytes, rounded down to a multiple of 16.
+    // Ends at the address of the caller's bytes, rounded down to a multiple of 16.
     struct alignas(UNIT) Header_s
     {
         std::size_t nBytes;   // the caller's bytes
@@ -53,7 +53,7 @@ namespace
         return reinterpret_cast<Header_s *>(iAddress) - 1;
     }
 
-    // Returns the number of bytes that set the low bits of the caller's pointer.
+    // Returns the number of bytes between the header and the caller's bytes: the low bits of the caller's pointer.
     std::size_t GapOf(std::size_t nOffset)
     {
         return (0 - nOffset) & (UNIT - 1);
@@ -70,10 +70,10 @@ namespace
         Figure.store(Figure.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
     }
 
-    // After so many allocations of a category, and after each large one, a thread publishes its bytes if they differ by
-    // those of a large one.
+    // A thread publishes its bytes if they have changed by LARGE or more since it last did. It checks that after every
+    // PUBLISH_INTERVAL allocations of a category, and after each allocation above LARGE.
     constexpr std::ptrdiff_t PUBLISH_INTERVAL = 128;
-    constexpr std::ptrdiff_t LARGE = 4096;
+    constexpr std::ptrdiff_t LARGE = 4096;   // bytes
 
     constinit MemoryFigures_s g_Shared = {};   // of threads that have ended their own figures, or have none
     constinit std::atomic<MemoryFigures_s *> g_pFigures = &g_Shared;
@@ -81,11 +81,11 @@ namespace
     constinit Figure_t g_iPeak = 0;
     alignas(64) constinit std::atomic<bool> g_bNewLog = false;
 
-    // The figures of the last frame's end, and the peaks that readers have seen; under g_CategoryLock.
+    // The figures at the ends of frames, and the peaks that readers have seen; under g_CategoryLock.
     struct Seen_s
     {
         std::ptrdiff_t nFrameStart;    // allocations before this frame
-        std::ptrdiff_t nFrameBefore;   // allocations before the last frame
+        std::ptrdiff_t nFrameBefore;   // allocations before the previous frame
         std::ptrdiff_t nMaxCount;
         std::ptrdiff_t nMaxBytes;
     };
@@ -112,7 +112,8 @@ namespace
         return iBytes;
     }
 
-    // Adds a thread's changes since its last publication to those of all threads, which raises the peak.
+    // Adds what a thread's bytes have changed since its last publication to the bytes of all threads, and raises the
+    // peak to the sum. A change below LARGE waits.
     ZQ_COLD void Publish(MemoryFigures_s & Figures)
     {
         std::ptrdiff_t const iChange = BytesOf(Figures) - Figures.iPublished;
@@ -334,7 +335,7 @@ namespace
 
     static_assert(alignof(std::max_align_t) >= UNIT);
 
-    // The common case: counts first, so that little has to be kept over the call of malloc.
+    // The common case. Counts first, so that few values must survive the call of malloc.
     ZQ_INLINE void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         int const iCategory = CategoryOf(iBlockType);
