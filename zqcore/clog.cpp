@@ -104,7 +104,7 @@ namespace
         return bWritten;
     }
 
-    // Writes how many lines were lost, after a line could be written again.
+    // Writes how many lines were lost, if any were. If this line is lost too, the count stays.
     ZQ_COLD void ReportLost(std::FILE * pFile)
     {
         std::uint32_t const nLost = g_MessageLog.ExtractLost();

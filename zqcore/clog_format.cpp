@@ -169,7 +169,7 @@ namespace
         char * m_pBegin;
         char * m_pOut;
         char * m_pEnd;
-        std::uint64_t m_iOther = 0;   // or of all words that were appended
+        std::uint64_t m_iOther = 0;   // bitwise OR of OthersIn and OtherIn over all that was appended
     };
 
     // Holds va_list as a member: not every platform can pass a parameter of that type on by reference.
@@ -178,7 +178,8 @@ namespace
         std::va_list args;
     };
 
-    // Writes one conversion and moves after it. Returns false if it is not of the fast path.
+    // Writes one conversion and moves pFormat after it. Returns false for a conversion that the fast path lacks, and
+    // after a NUL of %c.
     template <bool ESCAPED>
     bool PutConversion(Output_c & Output, char const *& pFormat, Arguments_s & Arguments)
     {
@@ -261,7 +262,7 @@ namespace
         std::size_t nLength = 0;
         char cKind;   // NUL at the end of the format
 
-        // Parses what follows a '%', reads the arguments of each '*', and moves after it.
+        // Parses what follows a '%', reads the argument of each '*', and moves pFormat after the conversion.
         Conversion_s(char const *& pFormat, Arguments_s & Arguments)
             : pFlags(pFormat)
         {
@@ -539,7 +540,7 @@ char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)
         return static_cast<char *>(std::memcpy(pEnd - n, szPrefix, static_cast<std::size_t>(n)));
     }
     // A float times 1000 is exact in a double. Adding 1.5 times 2 to the 52nd leaves no room for a fraction, and rounds
-    // to even as printf does.
+    // to the nearest number, halves to the even one, as printf does.
     constexpr double SHIFT = 6755399441055744.0;
     constexpr std::ptrdiff_t SECONDS_WIDTH = 4;
     auto const nMilliseconds = static_cast<std::uint64_t>(static_cast<double>(tPassed) * 1000.0 + SHIFT - SHIFT);

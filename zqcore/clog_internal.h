@@ -85,6 +85,6 @@ void LogWriteBare(char const * pLine, std::size_t nLine);
 void LogCloseInCrash();
 
 /// Appends lines to the main log's file after the last destructor of the library, when no listener may be called. Once
-/// LogInit has opened a log, a log that LogDone has closed is opened again at the path of LogSetFile. The text ends
-/// with a line end.
+/// LogInit has opened a log, a log that LogDone has closed is opened again at the path of LogSetFile. The last line
+/// may lack its line end.
 void LogWriteLate(char const * szText);

@@ -93,7 +93,7 @@ namespace
         return iResult;
     }
 
-    // Opens a log that is not in the table and adds it. Without room in the table the log is g_Unlisted's.
+    // Opens a log that is not in the table and adds it. Without room in the table the log shares g_Unlisted.
     ZQ_COLD Found_s OpenLog(String_T<64> const & sName)
     {
         std::FILE * const pFile = OpenInLogPath(sName);

@@ -31,7 +31,7 @@ namespace
 
     constinit plat::AsyncFile_c g_StatsFile;
     plat::File_t g_hTracked = nullptr;   // handle that FileOpenTracker was called with
-    char * g_pBuffer = nullptr;          // not null while a file is open; in a forked process until it is closed
+    char * g_pBuffer = nullptr;          // null unless a file is open, or was open before a fork
     std::uint64_t g_nPosition = 0;       // end of the last batch that is known to be written
     bool g_bFailed = false;              // the latest file, or a batch of it, is lost
 
