@@ -460,7 +460,8 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
     sString[nString] = '\0';
 }
 
-// Reads tokens up to the label and then the word after it. Without the label, the last token.
+// Reads tokens up to the label, then stores the word after it in sValue. If there is no label, sValue holds the last
+// token.
 void Script_c::ReadLabelled(char const * sLabel, char * sValue)
 {
     constexpr char const * NO_LABEL = "this is not the expected label";

@@ -122,7 +122,7 @@ namespace
     }
 }
 
-// An object that is being loaded. It lives as long as its body runs.
+// Record of an object that is being loaded. It lives while the object's body runs.
 struct Serializer_c::OpenRecord_s
 {
     int iPointer;
@@ -355,7 +355,8 @@ void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
     }
 }
 
-// Loads a pointer record and returns its identifier, -1 on failure.
+// Loads a pointer record and returns its identifier. Returns -1 for a null pointer and on failure. If the archive
+// fails in an object's body or after it, the identifier is returned nonetheless.
 int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Serializer_c const * pExpected)
 {
     int iPointer = -1;
@@ -396,8 +397,11 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-// Loads a class name and returns its serializer. Asserts that there is one and that this class is allowed here, and
-// returns null otherwise.
+// Loads a class name and returns its serializer. Returns null if the name cannot be read. Also returns null, after an
+// assertion:
+// - without such a serializer
+// - for another class than the expected one
+// - for an object inside itself
 Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Serializer_c const * pExpected)
 {
     String_T<32> const sClassName = LoadName(archive);
@@ -553,7 +557,7 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
     }
 }
 
-// Loads the number of static objects and changes the list to that length. Returns false if the number is not valid.
+// Loads the number of static objects and changes the list to that length. Returns false without a valid one.
 bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
 {
     int nRegisteredStaticPointers = 0;

@@ -163,7 +163,7 @@ bool SimpleTextParser_c::ParseNext()
     return bFound;
 }
 
-// Copies a token, cut with a complaint to nSize - 1 characters, and terminates.
+// Copies a token and a terminator. Logs a token of nSize characters or more and cuts it at nSize - 1.
 void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::size_t nSize) const
 {
     std::size_t const nCopy = std::min(Token.GetLength(), nSize - 1);

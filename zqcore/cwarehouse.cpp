@@ -16,7 +16,7 @@ namespace
 {
     constexpr char const * OUT_OF_RANGE = "the number is out of range in column";
 
-    constexpr double ULONG_LIMIT = 4294967295.0;   // of unsigned long, on every machine
+    constexpr double ULONG_LIMIT = 4294967295.0;   // highest unsigned long that Get returns, the same on every machine
 
     char const * Sz(char const * szText)
     {
@@ -254,7 +254,7 @@ inline bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) co
     return true;
 }
 
-// Returns the cell for a Get that needs one. Without one complains and returns null.
+// Returns the cell for a Get that needs one. If there is none, stores the error and returns null.
 char const * Warehouse_c::NumberCell(char const * sColumn) const
 {
     char const * szCell = nullptr;

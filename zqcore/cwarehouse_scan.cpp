@@ -23,16 +23,15 @@ namespace
         void Add(char const * pText, int iLength) { Line.AddColumn(pText, iLength); }
     };
 
-    // A sink that finds whether a line has a first column, which may be null, and whether that column is not null and
-    // passes the test.
+    // A sink that tests the first column of a line.
     template <typename TEST>
     struct TestSink_T
     {
         static constexpr bool WANTS_TEXT = true;
 
         TEST & Test;
-        bool bThere = false;
-        bool bSkipped = false;
+        bool bThere = false;     // there is a first column, which may be null
+        bool bSkipped = false;   // the column is not null and passes the test
 
         void Add(char const * pText, int iLength)
         {
