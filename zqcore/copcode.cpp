@@ -108,7 +108,7 @@ std::size_t OpcodeDecoder_c::Decode(unsigned char const * pCode, std::size_t nBy
     return static_cast<std::size_t>(Match.pPosition - pCode);
 }
 
-// Returns false if the bytes end before a row makes a text.
+// Runs the tables until a row makes a text. Returns false if no row matches, or if the bytes end first.
 bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_s & Match)
 {
     m_bOperandSize = m_bAddressSize = m_bF2 = m_bF3 = m_nRex = 0;

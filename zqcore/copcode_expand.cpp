@@ -11,7 +11,7 @@ namespace
         std::size_t nBytes = 0;
     };
 
-    // Writes the expanded form. Every step fails at the end of either side.
+    // Writes the expanded form. Every step fails at the end of the input or of the output.
     class Expander_c
     {
     public:

@@ -77,7 +77,7 @@ namespace
 
     void ChooseAndRun(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
-    // The first call chooses the kernel, which may come before any constructor. Threads that choose at the same time
+    // The first call, which may come before any constructor, chooses the kernel. Threads that choose at the same time
     // store the same one.
     constinit std::atomic<Sha1Kernel_t> g_fnKernel{ ChooseAndRun };
 
@@ -177,6 +177,7 @@ int SHA1Reset(SHA1Context * pContext)
     {
         return shaNull;
     }
+    // The initial hash words of FIPS 180-4, 5.3.1.
     *pContext = SHA1Context{ { 0x67452301u, 0xEFCDAB89u, 0x98BADCFEu, 0x10325476u, 0xC3D2E1F0u }, 0, 0, 0, {}, 0, 0 };
     return shaSuccess;
 }

@@ -7,7 +7,7 @@ constinit std::array<float, SIN_TABLE_SIZE> g_dSinTable{};
 namespace
 {
     constinit ModuleSinCos_c g_Module;
-    constexpr double FLOAT_PI = 3.1415927410125732;
+    constexpr double FLOAT_PI = 3.1415927410125732;   // pi, rounded to a float
 }
 
 ModuleSinCos_c::~ModuleSinCos_c() = default;
