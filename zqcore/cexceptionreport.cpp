@@ -89,7 +89,7 @@ namespace
         }
     }
 
-    // Opens the report's file. A name in use by anything but an earlier report of this user is left alone; an
+    // Opens the report's file. A name in use by anything but a finished report of this user is left alone; an
     // unpredictable name is tried instead.
     void OpenReport()
     {
@@ -135,7 +135,7 @@ namespace
         }
         else if (g_szReport[0])
         {
-            // Readers of logs know the first line by its text. It names the path in any case.
+            // Readers of logs look for the text of the first line, so it is logged although there is no file.
             Guarded(ExceptionReport_c::HOST_LIMIT, [] { LogEscaped("Crash log saved at %s", g_szReport); });
             Announce("No crash log saved: ", g_szReport, " can't be written");
         }

@@ -17,8 +17,7 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t SPAN_SIZE =
-        272;   // bytes of code; the last ones stay zero, and no instruction begins in them
+    constexpr std::size_t SPAN_SIZE = 272;   // bytes of code; no instruction begins in the last ones, which stay zero
     constexpr std::size_t SPAN_READ = 256;
     constexpr std::size_t SPAN_PIECE = 32;
     constexpr std::uintptr_t SPAN_BEFORE = 128;
