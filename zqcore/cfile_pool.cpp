@@ -9,7 +9,7 @@
 
 namespace
 {
-    constexpr int FILES_EXPECTED = 8192;                        // the pool grows by a sixteenth of them
+    constexpr int FILES_EXPECTED = 8192;                        // each growth has room for at least a sixteenth
     static_assert(alignof(FileOnDisk_c) <= MEMORY_ALIGNMENT);   // of the pool's elements
 
     // Never destroyed: objects may outlive every destructor of the process.

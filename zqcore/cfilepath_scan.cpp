@@ -45,7 +45,7 @@ namespace
         bool WasEntered(char const * szPath);
 
         // A folder that this scan entered. Its identity is read when the scan finds the first link to a folder: most
-        // trees hold no link.
+        // trees hold no link. If g_sPaths is full, pPath is null and the identity is read at once.
         struct Entered_s
         {
             String_T<256> const * pPath;

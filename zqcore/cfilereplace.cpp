@@ -19,7 +19,7 @@ namespace
     constexpr char PREFIX[] = "~zq";
     constexpr int PREFIX_LENGTH = 3;
     constexpr int DIGITS = 8;
-    constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes left of the longest file name
+    constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes of the longest file name after the prefix
 }
 
 FileReplacement_c::Reason_t LastErrorReason()

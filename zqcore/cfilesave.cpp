@@ -13,11 +13,10 @@
 
 namespace
 {
-    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };   // the last character is the version of the seal
-    constexpr int MOST_PATH = 255 - 6;                // leaves room for ".old99"
-    constexpr char SECOND_NAME_PREFIX[] =
-        "~zq00000000-";                      // prefix of the second name of a save until a previous name is free
-    constexpr std::size_t MARK_FAMILY = 3;   // leading bytes that all versions share
+    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };         // the last character is the version of the seal
+    constexpr int MOST_PATH = 255 - 6;                      // leaves room for ".old99"
+    constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";   // prefix of a save's second name during a commit
+    constexpr std::size_t MARK_FAMILY = 3;                  // leading bytes that all versions share
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
     constexpr std::size_t SEAL_SIZE = HEAD_SIZE + sizeof(std::uint32_t);
 
