@@ -117,8 +117,9 @@ namespace
         std::fill_n(Field.pBytes, Field.pBytes ? Field.GetBytes() : 0, static_cast<unsigned char>(0));
     }
 
-    // Calls fnRun with the common bytes of both fields, row by row, or in longer runs if the rows and planes of both
-    // have the same layout. Ends and returns true when fnRun returns true. Otherwise returns false.
+    // Calls fnRun with the common bytes of both fields, row by row. If the rows of both have the same length, a run has
+    // the common rows of a plane. If the planes have the same size too, one run has all. Ends and returns true when
+    // fnRun returns true. Otherwise returns false.
     template <typename RUN>
     bool AnyCommonRun(Field_s const & A, Field_s const & B, RUN fnRun)
     {
