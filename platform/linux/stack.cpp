@@ -84,7 +84,9 @@ namespace plat
 #ifdef CHECKER_FOLLOWS_STACKS
             __sanitizer_start_switch_fiber(ppFrames, pStack, nBytes);
 #else
-            static_cast<void>(ppFrames), static_cast<void>(pStack), static_cast<void>(nBytes);
+            static_cast<void>(ppFrames);
+            static_cast<void>(pStack);
+            static_cast<void>(nBytes);
 #endif
         }
 
@@ -93,7 +95,9 @@ namespace plat
 #ifdef CHECKER_FOLLOWS_STACKS
             __sanitizer_finish_switch_fiber(pFrames, ppFrom, pFromBytes);
 #else
-            static_cast<void>(pFrames), static_cast<void>(ppFrom), static_cast<void>(pFromBytes);
+            static_cast<void>(pFrames);
+            static_cast<void>(ppFrom);
+            static_cast<void>(pFromBytes);
 #endif
         }
 
@@ -103,7 +107,8 @@ namespace plat
 #ifdef CHECKER_FOLLOWS_STACKS
             __asan_unpoison_memory_region(pStack, nBytes);
 #else
-            static_cast<void>(pStack), static_cast<void>(nBytes);
+            static_cast<void>(pStack);
+            static_cast<void>(nBytes);
 #endif
         }
 

@@ -120,9 +120,8 @@ namespace zqsymbols
         {
             Surroundings_t const Surroundings = { Frame.Registers, 0, Frame.nCfa };
             Place_t const Place = Evaluate(m_Process, Surroundings, { pOperations, nOperations });
-            bool const bRegister =
-                Place.ePlace == PLACE_REGISTER
-                && Frame.Registers.IsKnown(static_cast<unsigned>(std::min<std::uint64_t>(Place.nValue, 31)));
+            bool const bRegister = Place.ePlace == PLACE_REGISTER && Place.nValue < Frame.Registers.dValues.size()
+                                   && Frame.Registers.IsKnown(static_cast<unsigned>(Place.nValue));
             nValue = Place.ePlace == PLACE_ADDRESS ? m_Process.ReadNumber(Place.nValue, m_Process.GetWord())
                      : Place.ePlace == PLACE_VALUE ? std::optional(Place.nValue)
                      : bRegister                   ? std::optional(Frame.Registers.dValues[Place.nValue])

@@ -19,7 +19,8 @@ namespace zqsymbols
             SKIP_TEXT,
             SKIP_BLOCK,        // with a length of nBytes
             SKIP_LONG_BLOCK,   // with a length in LEB128
-            SKIP_INDIRECT      // after a form in LEB128
+            SKIP_INDIRECT,     // after a form in LEB128
+            SKIP_REST          // of the unit
         };
         struct Step_t
         {
@@ -156,7 +157,10 @@ namespace zqsymbols
                     return SkipBytes(TakeLeb128());
                 case SKIP_INDIRECT:
                     Step = StepOf(static_cast<unsigned>(TakeLeb128()));
-                    return Step.eSkip == SKIP_INDIRECT ? SkipBytes(~std::uint64_t{ 0 }) : Skip(Step);
+                    return Skip(Step.eSkip == SKIP_INDIRECT ? Step_t{ SKIP_REST, 0 } : Step);
+                case SKIP_REST:
+                    m_pNext = m_pEnd;
+                    return;
                 }
             }
 
@@ -230,7 +234,7 @@ namespace zqsymbols
                 case DW_FORM_indirect:
                     return { SKIP_INDIRECT, 0 };
                 default:
-                    return { SKIP_BLOCK, 8 };
+                    return { SKIP_REST, 0 };
                 }
             }
 
