@@ -114,7 +114,7 @@ namespace zqsymbols
                 return bKnown;
             }
 
-            // Keeps of a number what an integer type of its own holds. No other types are known.
+            // Pushes a number, converted to the integer type that the operation names. Fails for any other type.
             void PutConverted(Dwarf_Op const & Operation, bool bGeneric, std::optional<std::uint64_t> nNumber)
             {
                 Dwarf_Die Type;
@@ -286,7 +286,7 @@ namespace zqsymbols
                 bool const bBySign =
                     nCode == DW_OP_div || nCode == DW_OP_mod || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);
                 m_bFailed |= (nCode == DW_OP_div || nCode == DW_OP_mod) && (nSecond == 0 || nSignedSecond == -1);
-                m_bFailed |= m_bUnsigned && bBySign;   // all numbers are computed as signed ones
+                m_bFailed |= m_bUnsigned && bBySign;   // div and the comparisons take signed numbers
                 if (m_bFailed)
                 {
                     return true;

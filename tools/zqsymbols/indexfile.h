@@ -46,7 +46,8 @@ namespace zqsymbols
         std::optional<IndexParts_t> Load(IndexKey_t const & Key) const;
 
         /// Writes a file that replaces an earlier one as a whole. Makes the folder and the one that it is in if they
-        /// are missing. Of more than 64 MB of files the ones that were unused for the longest time are removed.
+        /// are missing. Of more than 64 MiB of files the ones that were unused for the longest time are removed. Does
+        /// nothing for an index of more than 32 MiB.
         void Save(IndexKey_t const & Key, IndexParts_t const & Parts) const;
 
     private:

@@ -11,7 +11,7 @@ namespace zqsymbols
     {
         std::string sFunction;         // the called one
         std::optional<Line_t> Place;   // of the call
-        std::size_t iScope;            // of the called one's code
+        std::size_t iScope;            // index of the called one's scope
     };
 
     /// Returns the inlined calls among the scopes at an address, outermost first.

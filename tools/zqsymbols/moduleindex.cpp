@@ -117,8 +117,8 @@ namespace zqsymbols
             }
         }
 
-        // Orders symbols at one address: a local one, then a weak one, then a global one. Of two equal ones the first
-        // is the last.
+        // Orders symbols at one address: a local one, then a weak one, then a global one. Of two equal ones the one
+        // with the lower number comes last. A search finds the last one first.
         std::uint64_t Rank(GElf_Sym const & Symbol, int iSymbol)
         {
             unsigned const nBinding = GELF_ST_BIND(Symbol.st_info);

@@ -11,7 +11,7 @@ namespace zqsymbols
     /// Returns the type of a variable or a member as its source spells it: "char const * [4]". Aliases stay.
     std::string SpellTypeOf(Types_c & Types, Dwarf_Die Owner);
 
-    /// Removes from a name what the standard library adds to it: allocators, character traits and versions of
-    /// namespaces.
+    /// Returns a name without what the standard library adds to it: allocators, deleters, character traits and versions
+    /// of namespaces. Spells std::basic_string<char> as std::string.
     std::string ShortName(std::string_view sName);
 }

@@ -41,7 +41,7 @@ namespace zqsymbols
             return szText;
         }
 
-        // The bytes of a character of this type; 0 for other types.
+        // Returns the bytes of a character of this type. Returns 0 for other types.
         std::uint64_t CharWidth(Dwarf_Die Type, std::uint64_t nSize)
         {
             if (Type.addr == nullptr || dwarf_tag(&Type) != DW_TAG_base_type)

@@ -48,7 +48,8 @@ namespace zqsymbols
         /// Returns a text of nUnits characters of nWidth bytes in quotes. It ends at a zero if bZero.
         std::string Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero);
 
-        /// Returns the address that a pointer holds, and the value there.
+        /// Returns the value that a pointer or a reference leads to, with its address. Of an array, returns the first
+        /// element. Returns nothing for other types, or if the pointer is not readable.
         std::optional<Value_t> Target(Value_t const & Pointer);
 
         /// Returns the elements from an address on in braces.

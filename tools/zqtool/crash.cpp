@@ -70,7 +70,7 @@ namespace
         std::fputs(((bDivided ? "\n" + std::string(78, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
-    // Of the samples all is shown, not only what folding needed.
+    // A page and JSON show all of the samples, not only what folding needed.
     void CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
         std::vector<CrashGroup_t> dGroups = m_Fold.Take();

@@ -124,7 +124,7 @@ namespace
         return nullptr;
     }
 
-    // Whether the innermost frames only carry out what the host's own code has asked for.
+    // Returns whether the innermost frames only carry out what the host's own code has asked for.
     bool IsRaised(Crash_t const & Crash)
     {
         return Crash.sKind == "exception" || Crash.sKind == "abort" || RaiserOf(Crash) != nullptr;
@@ -142,7 +142,7 @@ namespace
         return szAccess + (Crash.Data ? " address " + Hexadecimal(*Crash.Data) : std::string(" an unknown address"));
     }
 
-    // What happened, without the place.
+    // Returns what happened, without the place.
     std::string CauseText(Crash_t const & Crash)
     {
         if (Crash.sKind == "read" || Crash.sKind == "write" || Crash.sKind == "execute")
@@ -182,7 +182,8 @@ namespace
         return sText;
     }
 
-    // Functions of frames, without repetitions. Those of a recursion come in any order, so they are sorted.
+    // Returns the functions of the first frames, without repetitions. Those of a recursion come in any order, so they
+    // are sorted.
     std::vector<std::string> FunctionsOf(Crash_t const & Crash)
     {
         constexpr std::size_t MOST = 3;
