@@ -14,8 +14,8 @@
 namespace
 {
     constexpr std::size_t WORD = sizeof(void *);
-    constexpr std::uintptr_t GAP_FILL = static_cast<std::uintptr_t>(0xBDBDBDBDBDBDBDBD);
-    constexpr auto FREED_FILL = static_cast<std::uintptr_t>(0xDDDDDDDDDDDDDDDD);
+    constexpr std::uintptr_t GAP_FILL = static_cast<std::uintptr_t>(0xBDBDBDBDBDBDBDBD);   // of a live block's header
+    constexpr auto FREED_FILL = static_cast<std::uintptr_t>(0xDDDDDDDDDDDDDDDD);           // of a freed block's header
     constexpr std::uint32_t PLAIN_FILL = 0xFDFDFDFD;   // what the heap writes before a plain block
 
     struct Header_s

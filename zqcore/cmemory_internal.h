@@ -136,7 +136,7 @@ int MemoryFrame();
 
 // What both heaps share.
 
-/// Handles an allocation that found no memory.
+/// Ends in Abort, which names the bytes that could not be allocated.
 [[noreturn]] bool MemoryOnExhausted(std::size_t nBytes);
 
 /// Reports why an alignment is refused, sets errno and returns false.
