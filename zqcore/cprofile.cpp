@@ -71,7 +71,7 @@ namespace
 
     unsigned LookupSlot(timer_t const * pParent, std::uint32_t iTimer)
     {
-        constexpr std::uint32_t GOLDEN = 0x9E3779B1u;   // 2^32 over the golden ratio: spreads multiples of anything
+        constexpr std::uint32_t GOLDEN = 0x9E3779B1u;   // prime near 2^32 over the golden ratio (Knuth, TAOCP 3, 6.4)
         auto const dwParent = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pParent) >> 3);
         return ((dwParent * GOLDEN ^ iTimer) * GOLDEN) >> (32 - LOOKUP_BITS);
     }

@@ -3,7 +3,10 @@
 
 #include "zqcore/cfile.h"
 
-/// Returns why FileOpen refused a file: there is no such file, or it cannot be read. A null name names no file.
+/// Returns why FileOpen refused a file. A null name names no file. The reasons:
+/// - The file cannot be read.
+/// - There is no such file.
+/// - The file was not found, but a scan could not see all folders.
 char const * TextWhyNoFile(char const * szFile);
 
 /// Skips the byte order mark of UTF-8. Returns null, or the reason if the text begins with the mark of UTF-16.
