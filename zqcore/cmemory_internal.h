@@ -48,7 +48,7 @@ struct MemoryStack_s
 {
     MemCategoryStack_c * pStack = nullptr;   // null if the thread never pushed
     MemoryFigures_s * pFigures = nullptr;    // of a shipped game's heap; null before its first use
-    std::uint32_t nNumber = 0;
+    std::uint32_t nNumber = 0;               // of the stack, from 1 on; 0 without a stack
     bool bComplaining = false;
 };
 
@@ -152,7 +152,7 @@ inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_
     return nOffset == 0 || nOffset < nSize || MemoryRefuseAlignment("offset must be within size");
 }
 
-/// Number of blocks by size.
+/// Number of blocks by size. The heap of a shipped game counts only the total.
 struct MemoryTally_s
 {
     static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // maximum bytes of a block of the class
