@@ -67,7 +67,7 @@ namespace
     };
     constinit ThreadNumbers_c g_ThreadNumbers;   // under g_CategoryLock
 
-    // At the end of a thread: empties its stack for the next thread that pushes.
+    // Empties the thread's stack for the next thread that pushes.
     void LeaveOwnStack()
     {
         CategoryLockScope_c const Scope;
@@ -125,7 +125,7 @@ namespace
         int const iResult = AllocateStack(t_MemoryStack);
         if (t_MemoryStack.pStack)
         {
-            plat::ThreadAtEnd(LeaveOwnStack);
+            plat::ThreadAtEnd(MemoryThreadEnd);
         }
         else
         {
@@ -193,6 +193,15 @@ namespace
         }
     };
     MemoryLife_s g_MemoryLife ZQ_FIRST_GLOBAL;
+}
+
+void MemoryThreadEnd()
+{
+    if (t_MemoryStack.pStack)
+    {
+        LeaveOwnStack();
+    }
+    MemoryHeapThreadEnd();
 }
 
 bool MemoryOnExhausted(std::size_t nBytes)

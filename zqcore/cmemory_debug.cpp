@@ -169,6 +169,8 @@ void MemoryHeapStop()
     plat::HeapSetFailureHandler(nullptr);
 }
 
+void MemoryHeapThreadEnd() {}
+
 bool MemoryIsOwnBlock(void const * p)
 {
     plat::HeapBlock_t Block;

@@ -112,6 +112,9 @@ ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories
 void MemoryHeapStart();
 void MemoryHeapStop();
 
+/// Ends what the heap keeps for the calling thread.
+void MemoryHeapThreadEnd();
+
 /// Returns whether a pointer to a block, or to memory of another heap, is a live block of this heap. Safe for any
 /// pointer.
 bool MemoryIsOwnBlock(void const * p);
@@ -135,6 +138,9 @@ void MemoryNewLogSet(bool bOn);
 int MemoryFrame();
 
 // What both heaps share.
+
+/// The one function that the allocator registers for the end of a thread (plat::ThreadAtEnd).
+void MemoryThreadEnd();
 
 /// Ends in Abort, which names the bytes that could not be allocated.
 [[noreturn]] bool MemoryOnExhausted(std::size_t nBytes);

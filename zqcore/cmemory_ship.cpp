@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 // A number that one thread writes and any thread reads.
 using Figure_t = std::atomic<std::ptrdiff_t>;
@@ -125,16 +126,6 @@ namespace
         RaisePeak(g_iPublished.fetch_add(iChange, std::memory_order_relaxed) + iChange);
     }
 
-    // At the end of a thread.
-    void LeaveFigures()
-    {
-        MemoryFigures_s & Figures = *t_MemoryStack.pFigures;
-        t_MemoryStack.pFigures = nullptr;
-        t_bLeft = true;
-        Publish(Figures);
-        Figures.bInUse.store(false, std::memory_order_release);
-    }
-
     // A forked child lacks the other threads: their figures become free.
     void LeaveOtherFigures()
     {
@@ -184,7 +175,7 @@ namespace
         t_MemoryStack.pFigures = pFree ? pFree : NewFigures();
         if (t_MemoryStack.pFigures)
         {
-            plat::ThreadAtEnd(LeaveFigures);
+            plat::ThreadAtEnd(MemoryThreadEnd);
         }
         return t_MemoryStack.pFigures;
     }
@@ -451,9 +442,19 @@ void MemoryHeapStart() {}
 
 void MemoryHeapStop() {}
 
+void MemoryHeapThreadEnd()
+{
+    if (MemoryFigures_s * const pFigures = std::exchange(t_MemoryStack.pFigures, nullptr))
+    {
+        t_bLeft = true;
+        Publish(*pFigures);
+        pFigures->bInUse.store(false, std::memory_order_release);
+    }
+}
+
 std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory)
 {
-    return SumOf(eCategory).iBytes;
+    return eCategory == mem::CRT ? 0 : SumOf(eCategory).iBytes;
 }
 
 void MemoryCategoriesGet(

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <latch>
 #include <memory>
+#include <pthread.h>
 
 namespace
 {
@@ -32,18 +33,6 @@ namespace
     }
 
     void * g_pLast = nullptr;
-
-    // Allocates and releases at the end of a thread, after the library's own end of it.
-    struct Late_s
-    {
-        void * pFirst = nullptr;
-
-        ~Late_s()
-        {
-            ::operator delete(pFirst);
-            g_pLast = ::operator new(10);
-        }
-    };
 
     class CountedShip : public ::testing::Test
     {
@@ -155,18 +144,36 @@ TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
 
 TEST_F(CountedShip, CountsWhatAThreadDoesAfterItsOwnEnd)
 {
-    std::thread(
-        []
-        {
-            thread_local Late_s t_Late;   // its destructor runs after the library's end of the thread
-            MemCategoryScope_c const Category(mem::Decals);
-            t_Late.pFirst = ::operator new(100);
-        })
-        .join();
-    EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
+    // The destructors of keys run in the order of the keys, and the library has made its own.
+    static pthread_key_t s_Key;
+    ASSERT_EQ(pthread_key_create(&s_Key,
+                  [](void * pFirst)
+                  {
+                      ::operator delete(pFirst);
+                      g_pLast = ::operator new(10);
+                  }),
+        0);
+    InThreads(1, [](int) { pthread_setspecific(s_Key, ::operator new(100)); });
     EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 10));
     ::operator delete(g_pLast);
     EXPECT_EQ(Totals(), m_TotalsBefore);
+    pthread_key_delete(s_Key);
+}
+
+TEST_F(CountedShip, GivesAThreadThatStartsWhatAnEarlierOneHad)
+{
+    LogCapture_c const Log;   // a push without a stack is logged
+    for (int i = 0; i < 300; ++i)
+    {
+        InThreads(1,
+            [i](int)
+            {
+                delete (i % 2 == 0 ? new int : nullptr);   // before the push, or after it
+                MemCategoryScope_c const Category(mem::Decals);
+                delete ZQ_NEW int;
+            });
+    }
+    EXPECT_EQ(Log.GetText(), "");
 }
 
 TEST_F(CountedShip, CountsAFramesAllocations)
