@@ -5,8 +5,8 @@
 // allocation: turn it on around suspect code. The snapshot is two files in the current folder, which `zqtool memory`
 // reads.
 //
-// The heap of a shipped game (cmemory.h) has no list of blocks: its snapshot has a line for each category, nothing checks
-// the figures at each event, and lost blocks are not reported.
+// The heap of a shipped game (cmemory.h) has no list of blocks. Its snapshot has a line for each category. Nothing
+// checks the figures at each event, and lost blocks are not reported.
 //
 // Ownership: nothing is owned. A receiver is a plain function.
 // Threads: the call log and the snapshot take no lock, so no other thread may allocate or free meanwhile. Other calls:
