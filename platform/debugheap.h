@@ -25,7 +25,7 @@ namespace plat
     constexpr std::size_t HEAP_FILL_LIMIT = 512;   // bytes up to which a block is filled whole
     constexpr std::size_t HEAP_FILL_ENDS = 128;    // bytes filled at either end of a larger block
 
-    /// Event of which a hook is informed.
+    /// Event of which a hook is informed, with the numbers of the Windows debug heap (_HOOK_ALLOC, _HOOK_FREE).
     enum class HeapEvent_e
     {
         Alloc = 1,
@@ -64,8 +64,8 @@ namespace plat
     /// may be null. Returns null if there is no memory and no failure handler returns true.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine);
 
-    /// Sets the own bytes of a live block, which lie within it. What follows them becomes part of the fence, and
-    /// reports state their address and size.
+    /// Sets the own bytes of a live block, which lie within it. The fence then begins after them: its
+    /// first 16 bytes and the block's last 4 are checked. Reports state the address and size of the own bytes.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
     /// Releases a block. Null does nothing. Reports the pointer and releases nothing in these cases:

@@ -40,7 +40,7 @@ namespace plat
         FileTime_t tCreation = 0;
         FileTime_t tLastWrite = 0;
         bool bFolder = false;
-        bool bRegular = false;   // a plain file: not a folder, pipe, socket or device
+        bool bRegular = false;   // whether it is a plain file: not a folder, pipe, socket or device
     };
 
     /// Opens an existing regular file for reading. Returns null on failure. Fails for folders, pipes, sockets and
@@ -75,8 +75,8 @@ namespace plat
     /// Reads size and times of an open file. Returns false on failure.
     bool FileGetFacts(File_t hFile, FileFacts_t & Facts);
 
-    /// Hints to the system that nBytes will be read once from front to back. Does nothing for a small file, which the
-    /// system reads ahead unasked: the hint would cost a tenth of the whole read.
+    /// Hints to the system that nBytes will be read once from front to back. Does nothing for at most 128 KiB, which
+    /// the system reads ahead unasked: the hint would cost a tenth of the whole read.
     void FileHintSequential(File_t hFile, std::uint64_t nBytes = UINT64_MAX);
 
     /// Reads from the present position until it has nBytes, the file ends or an error occurs. Returns the number of
@@ -118,8 +118,8 @@ namespace plat
     /// and another one now has its address.
     bool StreamIsUnbuffered(std::FILE * pStream);
 
-    /// Writes to the stream's file without its buffer, which must be empty or absent. Uses as few system calls as
-    /// possible: one, unless a disk is full. Returns the number of bytes written.
+    /// Writes to the stream's file without its buffer. Requires that the buffer is empty or absent. Uses as few
+    /// system calls as possible: one, unless a disk is full. Returns the number of bytes written.
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
 
     /// Creates one folder. Returns false if it exists already or can't be created.
@@ -149,11 +149,11 @@ namespace plat
     {
         char const * szName = nullptr;   // the disk's spelling; valid until the next Read or the listing's end
         std::uint32_t nName = 0;         // bytes of it, without the terminator
-        bool bLink = false;              // reached through a link; the facts are those of its target
-        bool bAscii = false;             // all bytes of the name are ASCII
-        bool bReachable = true;          // false: the name holds a `\`, so no path leads to it; the rest is unset
-        bool bFailed = false;            // true: the system could not report what it is; the rest is unset
-        FileFacts_t Facts;               // all facts of a regular file or of a link's target, otherwise only the kind
+        bool bLink = false;              // whether it is reached through a link; the facts are those of its target
+        bool bAscii = false;             // whether all bytes of the name are ASCII
+        bool bReachable = true;   // false: the name holds a `\`, so no path leads to it; bLink and Facts are unset
+        bool bFailed = false;     // true: the system could not report what it is; Facts are unset
+        FileFacts_t Facts;        // all facts of a regular file or of a link's target, otherwise only the kind
     };
 
     /// Identity of a folder: equal for all paths that lead to it.

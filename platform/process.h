@@ -41,7 +41,7 @@ namespace plat
     /// still counts for some microseconds, so the call waits up to 10 ms for the number to fall to 0.
     int ProcessOtherThreads();
 
-    /// Installs the handler of calls of pure virtual functions. It must not return.
+    /// Installs the handler of calls of pure virtual functions. Requires that it does not return.
     void ProcessSetPureCallHandler(void (*fnHandler)());
 
     /// Starts a program, or a script that can be executed, without arguments. It inherits this process's current

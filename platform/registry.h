@@ -29,7 +29,7 @@ namespace plat
         User
     };
 
-    /// The kinds of values, with the numbers that the store keeps.
+    /// The kinds of values, with the numbers of Windows (REG_DWORD and others), which the store keeps.
     enum class RegistryType_e : std::uint32_t
     {
         Untyped = 0,
@@ -39,7 +39,7 @@ namespace plat
     };
 
     /// Moves a tree to another place, which a host or a test names. Null restores the system's own. If the store is
-    /// made of files, a place is a folder. Copies the text. Call it at start-up only.
+    /// made of files, a place is a folder. Copies the text. Requires that it is called at start-up.
     ZQ_API void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder);
 
     /// Reads a value into the buffer. Before the call nSize is the size of the buffer. After it nSize is the size of
@@ -60,7 +60,7 @@ namespace plat
     struct RegistryKey_s;
     using RegistryKey_t = RegistryKey_s *;
 
-    /// All rights, including the standard ones.
+    /// All rights, including the standard ones, with the number of Windows (KEY_ALL_ACCESS).
     constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
 
     /// Opens a key by its path from the tree. With bCreate, creates it and the missing keys of its path. Returns null

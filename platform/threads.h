@@ -36,7 +36,7 @@ namespace plat
         /// Ends one Enter of the calling thread. The last Leave releases the lock.
         ZQ_API void Leave();
 
-        /// Returns who holds the lock at the moment, or the value of none.
+        /// Returns the owner of the lock at the moment, or LockOwner_t{} if no thread holds it.
         LockOwner_t GetOwner() const { return m_Owner.load(std::memory_order_relaxed); }
 
         /// Releases the lock in the child of a fork, where the thread that held it does not exist (see fork.h).

@@ -71,6 +71,7 @@ public:
     /// Removes all entries.
     void Reset();
 
+    /// Returns whether the list has no entry.
     bool IsEmpty() const { return pHead == nullptr; }
 
     /// Calls the functions with the payload. During a firing of this list it does nothing, unless bForce is set.
@@ -129,7 +130,8 @@ class Callbacker_T : public CallbackerBase_T<T>
 {};
 
 /// The shared events. Those without a remark are fired by the application alone.
-extern ZQ_API Callbacker_T<bool> g_ExecutionCallbacker;   // false: stopped for a dialog; true: continues
+extern ZQ_API Callbacker_T<bool>
+    g_ExecutionCallbacker;   // false: stops for a dialog or a crash report; true: continues
 extern ZQ_API Callbacker_T<int> g_CommandCallbacker;
 extern ZQ_API Callbacker_T<void> g_LoadingCallbacker;
 extern ZQ_API Callbacker_T<void> g_RenderCallbacker;

@@ -79,7 +79,7 @@ namespace plat
             }
         }
 
-        // Empties a file on which no other process holds a shared lock, and takes such a lock. All writers hold the
+        // Empties a file on which no other stream holds a shared lock, and takes such a lock. All writers hold the
         // lock, so this never deletes lines of another process. The lock is exclusive for a moment only. If a foreign
         // program holds it exclusively, the file is used without the lock. If the file system has no locks, the file is
         // emptied.

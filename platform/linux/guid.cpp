@@ -1,8 +1,8 @@
 // Clock sequences: a process binds a socket to a name made of the number, in the abstract namespace. The kernel grants
 // such a name to one process at a time and frees it when the process ends. The processes that share this namespace are
-// exactly those that see the same interfaces. So no two live processes ever use the same address, sequence and tick. A
-// sequence is picked at random. Even if the clock is set back between two processes, they are very unlikely to use the
-// same sequence in the same tick.
+// exactly those that see the same interfaces. So no two live processes that hold their names use the same address,
+// sequence and tick. A process without a socket tries again each second. A sequence is picked at random. Even if the
+// clock is set back between two processes, they are very unlikely to use the same sequence in the same tick.
 
 #define _FILE_OFFSET_BITS 64
 #define _TIME_BITS 64
