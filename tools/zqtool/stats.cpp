@@ -27,7 +27,7 @@ namespace
     };
 
     // Returns the rate of this machine's cycle counter, measured with its good clock for a twentieth of a second.
-    // Returns 1e9 if one of the clocks stands still.
+    // Returns 1e9 if one of the clocks does not advance.
     double MeasureTicksPerSecond()
     {
         std::int64_t const nFrequency = plat::GoodClockFrequency();
