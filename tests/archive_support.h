@@ -76,6 +76,33 @@ inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody
     return bOpen && !Archive.IsFailed();
 }
 
+/// A reader that does not know its length.
+class StreamArchive_c : public Serializeable_c
+{
+public:
+    explicit StreamArchive_c(std::string const & sBytes)
+        : Serializeable_c(true, 0, false)
+        , m_sBytes(sBytes)
+    {}
+    using Serializeable_c::Serialize;
+    bool ChunkBegin(char const *) override { return false; }
+    void ChunkEnd(char const *) override {}
+    char const * GetFileName() const override { return ""; }
+    int GetLength() const override { return 0; }
+    bool Serialize(void * pData, int iLength) override
+    {
+        auto const nBytes = static_cast<std::size_t>(iLength);
+        m_bFailed = m_bFailed || m_sBytes.size() < nBytes;
+        if (!m_bFailed && pData)
+        {
+            m_sBytes.copy(static_cast<char *>(pData), nBytes);
+        }
+        m_sBytes.erase(0, m_bFailed ? 0 : nBytes);
+        return !m_bFailed;
+    }
+    std::string m_sBytes;
+};
+
 /// Returns the CRC-32, computed bit by bit, straight from the definition.
 inline std::uint32_t PlainCrc32(std::string_view sBytes)
 {

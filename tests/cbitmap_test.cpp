@@ -351,26 +351,6 @@ TEST(TinyBitmap, PacksCellsIntoAWord)
     EXPECT_EQ(fnWord(), 3u);
 }
 
-// An archive over a stream, which knows neither length nor position.
-struct StreamArchive_c : Serializeable_c
-{
-    explicit StreamArchive_c(std::string const & sBytes)
-        : Serializeable_c(true, 0, false)
-        , m_sBytes(sBytes)
-    {}
-    bool ChunkBegin(char const *) override { return false; }
-    void ChunkEnd(char const *) override {}
-    char const * GetFileName() const override { return ""; }
-    int GetLength() const override { return 0; }
-    bool Serialize(void * pData, int iLength) override
-    {
-        m_bFailed = m_bFailed || m_sBytes.size() < static_cast<std::size_t>(iLength);
-        m_sBytes.erase(0, m_bFailed ? 0 : m_sBytes.copy(static_cast<char *>(pData), static_cast<std::size_t>(iLength)));
-        return !m_bFailed;
-    }
-    std::string m_sBytes;
-};
-
 TEST(BitVec, LoadsFromAnArchiveThatKnowsNoLength)
 {
     for (int const nBytes : { 0, 1, 4095, 4096, 4097, 30000 })

@@ -198,11 +198,6 @@ bool BitVec_c::Serialize(Serializeable_c & Archive)
 
 namespace
 {
-    bool KnowsItsLength(Serializeable_c const & Archive)
-    {
-        return Archive.GetPosition() >= 0 && Archive.GetLength() > 0;
-    }
-
     // Reads nBytes of an archive of unknown length into an empty vector. The vector grows with the bytes that arrive: a
     // damaged size allocates no more than twice their number, or FIRST_STEP bytes. Returns false on failure.
     bool ReadGrowing(Serializeable_c & Archive, BitVec_c & Vec, int nBytes)
@@ -226,9 +221,9 @@ bool BitVec_c::Load(Serializeable_c & Archive, int iBits)
 {
     int const nBytes = static_cast<int>((std::int64_t{ iBits } + 7) / 8);
     BitVec_c Read;
-    bool const bKnown = KnowsItsLength(Archive);
-    bool const bThere =
-        bKnown ? nBytes <= Archive.GetLength() - Archive.GetPosition() : ReadGrowing(Archive, Read, nBytes);
+    int const nLeft = Archive.GetLeft();
+    bool const bKnown = nLeft >= 0;
+    bool const bThere = bKnown ? nBytes <= nLeft : ReadGrowing(Archive, Read, nBytes);
     if (!bThere || Grow(iBits).iDim < iBits)
     {
         return false;

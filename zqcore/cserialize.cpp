@@ -4,6 +4,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/ctexterror.h"
 
+#include <algorithm>
 #include <limits>
 
 std::uint32_t const ARCHIVE_PARTICLE_SYSTEM_VERSION = 0x00020011;
@@ -80,6 +81,53 @@ int Serializeable_c::GetPosition() const
     return -1;
 }
 
+int Serializeable_c::GetLeft() const
+{
+    int const iPosition = m_bIsReading && !m_bFailed ? GetPosition() : -1;
+    int const nLength = iPosition >= 0 ? GetLength() : 0;
+    return nLength > 0 ? nLength - iPosition : -1;
+}
+
+// Copies bytes that the memory for small values does not hold.
+bool Serializeable_c::SerializeRun(void * pData, std::size_t nBytes)
+{
+    constexpr std::size_t MOST = 1 << 30;   // in one call, which counts by int
+    auto * pNext = static_cast<unsigned char *>(pData);
+    for (std::size_t nLeft = nBytes; nLeft > 0;)
+    {
+        std::size_t const nStep = std::min(nLeft, MOST);
+        if (!Serialize(pNext, static_cast<int>(nStep)))
+        {
+            return false;
+        }
+        pNext += nStep;
+        nLeft -= nStep;
+    }
+    return true;
+}
+
+int Serializeable_c::SerializeCount(std::size_t nElements, std::size_t nBytesEach)
+{
+    bool const bCounts = nElements <= std::size_t{ std::numeric_limits<int>::max() };
+    int nCount = bCounts ? static_cast<int>(nElements) : -1;
+    if (m_bIsReading || bCounts)
+    {
+        Serialize(nCount);
+    }
+    if (m_bIsReading && !m_bFailed && nCount > 0)
+    {
+        int const nLeft = GetLeft();
+        bool const bThere =
+            nLeft < 0 || static_cast<std::size_t>(nCount) <= static_cast<std::size_t>(nLeft) / nBytesEach;
+        nCount = bThere ? nCount : -1;
+    }
+    if (nCount < 0)
+    {
+        Fail();
+    }
+    return m_bFailed ? 0 : nCount;
+}
+
 void Serializeable_c::Fail()
 {
     m_bFailed = true;
@@ -146,7 +194,7 @@ void Serializeable_c::WriteString(char * sBuffer, int iBufLength)
 {
     auto nLength = static_cast<int>(StrLengthMax(sBuffer, static_cast<std::size_t>(iBufLength - 1)));
     Serialize(nLength);
-    Transfer(sBuffer, nLength + 1);
+    SerializeBytes(sBuffer, static_cast<std::size_t>(nLength) + 1);
 }
 
 void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
@@ -164,7 +212,7 @@ void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
     {
         Fail();
     }
-    else if (Transfer(sBuffer, nLength + 1))
+    else if (SerializeBytes(sBuffer, static_cast<std::size_t>(nLength) + 1))
     {
         sBuffer[nLength] = '\0';
     }
@@ -172,5 +220,5 @@ void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
 
 void Serializeable_c::SerializeVector3(__m128 & vValue)
 {
-    Transfer(&vValue, 3 * sizeof(float));
+    SerializeBytes(&vValue, 3 * sizeof(float));
 }

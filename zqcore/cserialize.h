@@ -7,16 +7,15 @@
 //
 // Ownership: a writer owns its file, a reader its reference to the File_c.
 // Threads: one thread at a time for each archive.
-// Cost: nothing allocates. Values of 4 and 8 bytes are copied to the buffer of a BufferedWriteable_c and from the file
-// in memory without a call.
+// Cost: nothing allocates. Values are copied to the buffer of a BufferedWriteable_c and from the file in memory
+// without a call.
 // Failure: permanent. Once IsFailed is true, the position stays, values keep their contents, labels compare nothing and
 // chunks do nothing. So a save or load may run to its end and be checked once. A damaged file fails the archive, or
 // asserts or aborts as the declarations say.
 //
 //     void Unit_c::Serialize(Serializeable_c & Archive)
 //     {
-//         Archive.Serialize(m_iHealth).Serialize(m_fSpeed);
-//         Archive.SerializeString(m_sName);
+//         Archive.Serialize(m_iHealth).Serialize(m_fSpeed).Serialize(m_sName);
 //     }
 //
 // A writer empties an old file at once. FileReplacement_c (cfilereplace.h) keeps it until the new one is whole, and
@@ -47,6 +46,7 @@
 
 class File_c;
 class FileReplacement_c;
+class Serializeable_c;
 
 /// Versions of the archives of this library and of the layers above: major version in the high 16 bits, minor in the
 /// low 16.
@@ -65,14 +65,49 @@ extern ZQ_API std::uint32_t const DIALOG_FILE_VERSION;
 extern ZQ_API std::uint32_t const CAMERATRACK_FILE_VERSION;
 extern ZQ_API std::uint32_t const FJORDTRACK_FILE_VERSION;
 
-/// Types that Serialize accepts: numbers and enumerations of 4 or 8 bytes in every build. `long` is refused unless it
-/// is the type of std::int64_t, because its width differs between builds.
+namespace archives
+{
+    // Returns whether T is a number or an enumerator whose width is the same in every build.
+    template <typename T>
+    constexpr bool IsOfOneWidth()
+    {
+        if constexpr (std::is_enum_v<T>)
+        {
+            return IsOfOneWidth<std::underlying_type_t<T>>();
+        }
+        else
+        {
+            constexpr bool IS_LONG = std::same_as<T, long> || std::same_as<T, unsigned long>;
+            constexpr bool IS_EXACT = std::same_as<T, std::int64_t> || std::same_as<T, std::uint64_t>;
+            return std::is_arithmetic_v<T> && sizeof(T) <= 8 && (!IS_LONG || IS_EXACT)
+                   && !std::same_as<T, wchar_t> && !std::same_as<T, long double>;
+        }
+    }
+
+    // Stores or loads one object, in the way that its type asks for.
+    template <typename T>
+    void Transfer(Serializeable_c & Archive, T & Value);
+}
+
+/// Values that an archive stores as they are: `bool`, numbers and enumerators of 1, 2, 4 or 8 bytes with the same width
+/// in every build. `wchar_t` and `long double` are refused. So is `long`, unless it is the type of std::int64_t.
+/// std::size_t is not refused, because it is the name of another type: store a std::uint32_t or std::uint64_t.
 template <typename T>
-concept ArchiveValue_T =
-    (std::is_arithmetic_v<T> || std::is_enum_v<T>)&&(sizeof(T) == 4 || sizeof(T) == 8)
-    && (std::same_as<T,
-            std::
-                int64_t> || std::same_as<T, std::uint64_t> || !(std::same_as<T, long> || std::same_as<T, unsigned long>));
+concept ArchiveValue_T = archives::IsOfOneWidth<T>();
+
+/// Types with a member `Serialize(Serializeable_c &)`, which transfers the fields.
+template <typename T>
+concept ArchiveMember_T = requires(T & Value, Serializeable_c & Archive)
+{
+    Value.Serialize(Archive);
+};
+
+/// Types with a function `Serialize(Serializeable_c &, T &)`, in the namespace of the type or outside of any.
+template <typename T>
+concept ArchiveFree_T = requires(T & Value, Serializeable_c & Archive)
+{
+    Serialize(Archive, Value);
+};
 
 /// Interface of an archive of either direction.
 class ZQ_API Serializeable_c
@@ -121,13 +156,34 @@ public:
     /// Returns a reader's position in bytes from the start, or -1 for a writer.
     virtual int GetPosition() const;
 
-    /// Stores or loads one value and returns the archive.
-    template <ArchiveValue_T T>
+    /// Returns the number of bytes after a reader's position. Returns -1 for a writer, a failed archive and a reader
+    /// that does not know its length. Asserts as GetLength does.
+    int GetLeft() const;
+
+    /// Stores or loads one object and returns the archive. T is one of these; the compiler refuses others and names what
+    /// to do:
+    /// - a value (ArchiveValue_T). A stored `bool` that is neither 0 nor 1 fails the archive. An enumerator is loaded
+    ///   unchecked, as the number in the file.
+    /// - a String_T, as SerializeString does.
+    /// - an array of such objects, without its length.
+    /// - a class with a member or a function `Serialize`.
+    /// - a container, a text or an optional of the standard library, with zqcore/cserializestd.h.
+    /// - a pointer to an object of a graph, with zqcore/cserializer.h.
+    template <typename T>
     Serializeable_c & Serialize(T & Value)
     {
-        Transfer(&Value, static_cast<int>(sizeof(T)));
+        archives::Transfer(*this, Value);
         return *this;
     }
+
+    /// Copies nBytes in or out and returns true, as the form for a pointer does, but without a call if they are few.
+    /// Requires that pData is not null and nBytes not 0.
+    bool SerializeBytes(void * pData, std::size_t nBytes);
+
+    /// Stores a number of elements as an `int`, or loads one, and returns it. Requires that each element stores at
+    /// least nBytesEach bytes, which is at least 1. A number that is negative, above the `int`s, or of more elements
+    /// than the rest of a reader's file can hold fails the archive. Returns 0 if the archive has failed.
+    int SerializeCount(std::size_t nElements, std::size_t nBytesEach = 1);
 
     /// Store the label of a name. A reader compares it; if the file holds another value, it calls Abort. The second
     /// form takes a value that LabelCalc has returned.
@@ -181,12 +237,23 @@ protected:
     unsigned char * m_pEnd = nullptr;
 
 private:
-    bool Transfer(void * pData, int iLength);
+    template <typename T>
+    friend void archives::Transfer(Serializeable_c & Archive, T & Value);
+
+    void SerializeFlag(bool & bValue);
+    bool SerializeRun(void * pData, std::size_t nBytes);
     bool StepLabel(std::uint32_t dwLabel);
     void WriteString(char * sBuffer, int iBufLength);
     void ReadString(char * sBuffer, int iBufLength);
     bool AcceptVersion(std::uint32_t dwFile);
 };
+
+/// Stores or loads the text in the buffer of a string. Serialize of the archive calls it.
+template <int N>
+void Serialize(Serializeable_c & Archive, String_T<N> & sValue)
+{
+    Archive.SerializeString(sValue);
+}
 
 /// Archive that writes straight to a file. GetPosition returns -1.
 class ZQ_API Writeable_c : public Serializeable_c

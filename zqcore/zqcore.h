@@ -47,6 +47,7 @@
 #include "zqcore/cscript.h"
 #include "zqcore/cserialize.h"
 #include "zqcore/cserializer.h"
+#include "zqcore/cserializestd.h"
 #include "zqcore/csha1.h"
 #include "zqcore/csimpleprofile.h"
 #include "zqcore/csincos.h"

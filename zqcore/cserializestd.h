@@ -1,0 +1,98 @@
+// cserializestd.h: types of the standard library in archives.
+//
+// With this header, Serialize of an archive (cserialize.h) accepts texts, sequences, maps, sets, optionals, pairs,
+// tuples and arrays, of all that an archive accepts and of one another. docs/formats.md has their bytes. A text has
+// those of a String_T, so either can load what the other has stored.
+//
+// - Texts: std::string, with any allocator.
+// - Sequences: std::vector, std::vector<bool>, std::deque and std::list. Their elements need a default constructor.
+// - Maps and sets, ordered or not. Keys and values need a default constructor, and the keys of unordered ones `<`: their
+//   entries are stored in the order of their keys, so that equal contents have equal bytes.
+// - std::array, std::pair, std::tuple and std::optional.
+//
+// An element of a sequence, a map or a set must store at least one byte.
+//
+// Ownership: a load replaces the contents of a container.
+// Threads: as cserialize.h.
+// Cost: a load allocates the contents; to save an unordered container allocates a pointer for each entry. Values that
+// are contiguous are copied as one block.
+// Failure: a container that a damaged archive makes too large, or with a key twice, fails the archive. It allocates no
+// more than twice what the bytes in the archive can fill. A container in which the archive fails has some of its
+// elements. A later one keeps its contents.
+//
+//     std::map<std::string, std::vector<int>> dScores{ { "ogre", { 30, 10 } } };
+//     BufferedWriteable_c Archive("scores.arc", 1);
+//     if (Archive.Open())
+//     {
+//         Archive.Serialize(dScores);
+//     }
+//     bool const bSaved = Archive.Close() && !Archive.IsFailed();
+#pragma once
+
+#include "zqcore/cserialize.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+/// Texts that own their characters.
+template <typename T>
+concept ArchiveText_T = std::same_as<typename T::value_type, char> && requires(T & sText, std::size_t nLength)
+{
+    typename T::traits_type;
+    sText.resize(nLength);
+    sText.data();
+};
+
+/// Sequences that grow at their end.
+template <typename T>
+concept ArchiveSequence_T = requires(T & d)
+{
+    typename T::value_type;
+    d.clear();
+    d.emplace_back();
+    d.begin();
+    d.size();
+};
+
+/// Sets, and maps without what their values need.
+template <typename T>
+concept ArchiveSet_T = requires(T & d, typename T::key_type && Key)
+{
+    d.clear();
+    d.emplace_hint(d.end(), std::move(Key));
+    d.size();
+};
+
+/// Maps.
+template <typename T>
+concept ArchiveMap_T = requires(T & d, typename T::key_type && Key, typename T::mapped_type && Value)
+{
+    d.clear();
+    d.emplace_hint(d.end(), std::move(Key), std::move(Value));
+    d.size();
+};
+
+/// Store or load a text, a sequence, a map, a set, an optional, a pair, a tuple or an array. Serialize of the archive
+/// calls them.
+template <ArchiveText_T T>
+void Serialize(Serializeable_c & Archive, T & sText);
+template <ArchiveSequence_T T>
+void Serialize(Serializeable_c & Archive, T & d);
+template <ArchiveMap_T T>
+void Serialize(Serializeable_c & Archive, T & d);
+template <ArchiveSet_T T>
+requires(!ArchiveMap_T<T>) void Serialize(Serializeable_c & Archive, T & d);
+template <typename T>
+void Serialize(Serializeable_c & Archive, std::optional<T> & Value);
+template <typename FIRST, typename SECOND>
+void Serialize(Serializeable_c & Archive, std::pair<FIRST, SECOND> & Value);
+template <typename... T>
+void Serialize(Serializeable_c & Archive, std::tuple<T...> & Value);
+template <typename T, std::size_t N>
+void Serialize(Serializeable_c & Archive, std::array<T, N> & d);
+
+#include "zqcore/cserializestd.inl"

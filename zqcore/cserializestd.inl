@@ -1,0 +1,260 @@
+// cserializestd.inl: bodies of the functions for standard types.
+#pragma once
+
+namespace archives
+{
+    // Loads contiguous values. An archive of unknown length is read in steps, each as long as all before it, so that a
+    // damaged number does not allocate what no bytes follow.
+    template <typename T>
+    void LoadValues(Serializeable_c & Archive, T & d, std::size_t nValues)
+    {
+        constexpr std::size_t FIRST_STEP = 4096;
+        bool const bKnown = Archive.GetLeft() >= 0;
+        d.clear();
+        for (std::size_t nLoaded = 0; nLoaded < nValues && !Archive.IsFailed();)
+        {
+            std::size_t const nStep = bKnown ? nValues : std::min(nValues - nLoaded, std::max(nLoaded, FIRST_STEP));
+            d.resize(nLoaded + nStep);
+            TransferAll(Archive, d.data() + nLoaded, nStep);
+            nLoaded += nStep;
+        }
+    }
+
+    // Stores or loads one element through a variable, because it may not be an object of its own, as in a
+    // std::vector<bool>.
+    template <typename ELEMENT>
+    void TransferBit(Serializeable_c & Archive, ELEMENT && Element)
+    {
+        bool bValue = Element;
+        Archive.Serialize(bValue);
+        if (Archive.IsReading())
+        {
+            Element = bValue;
+        }
+    }
+
+    template <typename T>
+    void TransferElement(Serializeable_c & Archive, T &, typename T::iterator it)
+    {
+        if constexpr (std::same_as<typename T::value_type, bool>)
+        {
+            TransferBit(Archive, *it);
+        }
+        else
+        {
+            Archive.Serialize(*it);
+        }
+    }
+
+    // Reserves what the rest of the archive can fill.
+    template <typename T>
+    void Reserve(Serializeable_c const & Archive, T & d, std::size_t nElements)
+    {
+        if constexpr (requires { d.reserve(nElements); })
+        {
+            auto const nLeft = static_cast<std::size_t>(std::max(Archive.GetLeft(), 0));
+            d.reserve(std::min(nElements, nLeft / sizeof(typename T::value_type)));
+        }
+    }
+
+    // Calls fnStore for each entry, in the order of the keys.
+    template <typename T, typename KEY_OF, typename STORE>
+    void ForEachInOrder(T & d, KEY_OF fnKeyOf, STORE fnStore)
+    {
+        if constexpr (requires { typename T::hasher; })
+        {
+            static_assert(
+                requires(typename T::key_type const & Key) { Key < Key; },
+                "An archive stores an unordered container in the order of its keys. Give their class an operator <.");
+            std::vector<typename T::value_type const *> dSorted;
+            dSorted.reserve(d.size());
+            for (auto const & Entry : d)
+            {
+                dSorted.push_back(&Entry);
+            }
+            std::stable_sort(dSorted.begin(), dSorted.end(),
+                [&](auto const * pA, auto const * pB) { return fnKeyOf(*pA) < fnKeyOf(*pB); });
+            for (auto const * pEntry : dSorted)
+            {
+                fnStore(*pEntry);
+            }
+        }
+        else
+        {
+            for (auto const & Entry : d)
+            {
+                fnStore(Entry);
+            }
+        }
+    }
+
+    // Stores an object that its container shows as const. A writing archive does not change it.
+    template <typename T>
+    void Store(Serializeable_c & Archive, T const & Value)
+    {
+        Archive.Serialize(const_cast<T &>(Value));
+    }
+
+    // Loads entries by fnLoadOne, which adds one to d.
+    template <typename T, typename LOAD>
+    void LoadEntries(Serializeable_c & Archive, T & d, std::size_t nEntries, LOAD fnLoadOne)
+    {
+        d.clear();
+        for (std::size_t i = 0; i < nEntries && !Archive.IsFailed(); ++i)
+        {
+            fnLoadOne();
+            if (!Archive.IsFailed() && d.size() == i)
+            {
+                Archive.Fail();   // a key that is there already
+            }
+        }
+    }
+}
+
+template <ArchiveText_T T>
+void Serialize(Serializeable_c & Archive, T & sText)
+{
+    auto const nLength = static_cast<std::size_t>(Archive.SerializeCount(sText.size()));
+    if (Archive.IsReading() && !Archive.IsFailed())
+    {
+        archives::LoadValues(Archive, sText, nLength);
+        Archive.Serialize(nullptr, 1);   // the terminator
+    }
+    else if (!Archive.IsFailed())
+    {
+        Archive.SerializeBytes(sText.data(), nLength + 1);
+    }
+}
+
+template <ArchiveSequence_T T>
+void Serialize(Serializeable_c & Archive, T & d)
+{
+    using Element_t = typename T::value_type;
+    constexpr bool IS_RUN = ArchiveValue_T<Element_t> && !std::same_as<Element_t, bool> && requires
+    {
+        d.data();
+    };
+    auto const nElements =
+        static_cast<std::size_t>(Archive.SerializeCount(d.size(), IS_RUN ? sizeof(Element_t) : std::size_t{ 1 }));
+    if (Archive.IsFailed())
+    {
+        return;
+    }
+    if constexpr (IS_RUN)
+    {
+        if (Archive.IsReading())
+        {
+            archives::LoadValues(Archive, d, nElements);
+        }
+        else
+        {
+            archives::TransferAll(Archive, d.data(), nElements);
+        }
+    }
+    else if (Archive.IsReading())
+    {
+        d.clear();
+        archives::Reserve(Archive, d, nElements);
+        for (std::size_t i = 0; i < nElements && !Archive.IsFailed(); ++i)
+        {
+            d.emplace_back();
+            archives::TransferElement(Archive, d, std::prev(d.end()));
+        }
+    }
+    else
+    {
+        for (auto it = d.begin(); it != d.end() && !Archive.IsFailed(); ++it)
+        {
+            archives::TransferElement(Archive, d, it);
+        }
+    }
+}
+
+template <ArchiveMap_T T>
+void Serialize(Serializeable_c & Archive, T & d)
+{
+    auto const nEntries = static_cast<std::size_t>(Archive.SerializeCount(d.size()));
+    if (Archive.IsReading() && !Archive.IsFailed())
+    {
+        archives::LoadEntries(Archive, d, nEntries,
+            [&]
+            {
+                typename T::key_type Key{};
+                typename T::mapped_type Value{};
+                Archive.Serialize(Key).Serialize(Value);
+                d.emplace_hint(d.end(), std::move(Key), std::move(Value));
+            });
+    }
+    else if (!Archive.IsReading())
+    {
+        archives::ForEachInOrder(
+            d, [](auto const & Entry) -> auto const & { return Entry.first; },
+            [&](auto const & Entry)
+            {
+                archives::Store(Archive, Entry.first);
+                archives::Store(Archive, Entry.second);
+            });
+    }
+}
+
+template <ArchiveSet_T T>
+requires(!ArchiveMap_T<T>) void Serialize(Serializeable_c & Archive, T & d)
+{
+    auto const nEntries = static_cast<std::size_t>(Archive.SerializeCount(d.size()));
+    if (Archive.IsReading() && !Archive.IsFailed())
+    {
+        archives::LoadEntries(Archive, d, nEntries,
+            [&]
+            {
+                typename T::key_type Key{};
+                Archive.Serialize(Key);
+                d.emplace_hint(d.end(), std::move(Key));
+            });
+    }
+    else if (!Archive.IsReading())
+    {
+        archives::ForEachInOrder(
+            d, [](auto const & Key) -> auto const & { return Key; },
+            [&](auto const & Key) { archives::Store(Archive, Key); });
+    }
+}
+
+template <typename T>
+void Serialize(Serializeable_c & Archive, std::optional<T> & Value)
+{
+    bool bHas = Value.has_value();
+    Archive.Serialize(bHas);
+    if (Archive.IsReading() && !Archive.IsFailed())
+    {
+        Value.reset();
+        if (bHas)
+        {
+            Value.emplace();
+        }
+    }
+    if (bHas && !Archive.IsFailed())
+    {
+        Archive.Serialize(*Value);
+    }
+}
+
+template <typename FIRST, typename SECOND>
+void Serialize(Serializeable_c & Archive, std::pair<FIRST, SECOND> & Value)
+{
+    static_assert(!std::is_reference_v<FIRST> && !std::is_reference_v<SECOND>,
+        "An archive refuses a pair of references. Store the objects.");
+    Archive.Serialize(Value.first).Serialize(Value.second);
+}
+
+template <typename... T>
+void Serialize(Serializeable_c & Archive, std::tuple<T...> & Value)
+{
+    static_assert((!std::is_reference_v<T> && ...), "An archive refuses a tuple of references. Store the objects.");
+    std::apply([&](T &... Part) { (Archive.Serialize(Part), ...); }, Value);
+}
+
+template <typename T, std::size_t N>
+void Serialize(Serializeable_c & Archive, std::array<T, N> & d)
+{
+    archives::TransferAll(Archive, d.data(), N);
+}
