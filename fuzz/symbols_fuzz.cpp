@@ -21,9 +21,9 @@ namespace
     {
         plat::SymbolAnswer_t Answer{};
         unsigned char const cKind = g_pInput->Get(), nText = g_pInput->Get();
-        Answer.nAnswer = cKind & 3;
-        g_nAnswers += Answer.nAnswer == plat::ANSWER_NEEDS_MEMORY ? 0 : 1;
-        Answer.nNumber = cKind & 64 ? nText : g_nAnswers;
+        Answer.eAnswer = static_cast<plat::SymbolAnswer_e>(cKind & 3);
+        g_nAnswers += Answer.eAnswer == plat::ANSWER_NEEDS_MEMORY ? 0 : 1;
+        Answer.iRequest = cKind & 64 ? nText : g_nAnswers;
         for (std::uint64_t & nValue : Answer.dValues)
         {
             nValue = cKind & 4 ? g_pInput->Get<std::uint64_t>() : g_pInput->Get();

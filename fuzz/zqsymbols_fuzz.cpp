@@ -32,7 +32,7 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
     if (nRecord == sizeof(plat::SymbolMemory_t))
     {
         auto & Memory = *static_cast<plat::SymbolMemory_t *>(pRecord);
-        Memory.nReadable = g_bMemory;
+        Memory.bReadable = g_bMemory;
         for (std::size_t i = 0; i < sizeof Memory.dBytes; i += sizeof g_dMemory)
         {
             std::memcpy(Memory.dBytes + i, g_dMemory, sizeof g_dMemory);
@@ -41,11 +41,11 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
     else if (nRecord == sizeof(plat::SymbolStart_t))
     {
         auto & Start = *static_cast<plat::SymbolStart_t *>(pRecord);
-        Start.nMark = plat::SYMBOL_MARK;
+        Start.dwMark = plat::SYMBOL_MARK;
         unsigned char const cStart = g_pInput->Get();
         Start.nWord = 8u ^ (cStart & 15);
         Start.nPrinters = cStart >> 4 & 3;
-        Start.nThread = 0;
+        Start.iThread = 0;
         Start.nLockMark = 0;
         std::ranges::generate(Start.dRegisters, GetAddress);
         std::ranges::fill(Start.dVectors, 1);
@@ -62,9 +62,9 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
     {
         bool const bEnd = g_pInput->IsEmpty();
         auto & Request = *static_cast<plat::SymbolRequest_t *>(pRecord);
-        Request.nAsk = g_pInput->Get() & 15;
-        Request.nIndex = g_pInput->Get<std::uint32_t>();
-        Request.nValue = Request.nAsk == plat::ASK_FUNCTION || Request.nAsk == plat::ASK_LINE
+        Request.eAsk = static_cast<plat::SymbolAsk_e>(g_pInput->Get() & 15);
+        Request.iIndex = g_pInput->Get<std::uint32_t>();
+        Request.nValue = Request.eAsk == plat::ASK_FUNCTION || Request.eAsk == plat::ASK_LINE
                              ? GetAddress()
                              : g_pInput->Get<std::uint64_t>();
         return bEnd ? 0 : sizeof Request;
@@ -76,7 +76,7 @@ extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, i
 {
     auto const & Answer = *static_cast<plat::SymbolAnswer_t const *>(pRecord);
     std::size_t const nText = nRecord - plat::SYMBOL_ANSWER_HEAD;
-    Require(Answer.nAnswer <= plat::ANSWER_NEEDS_MEMORY && nText <= plat::SYMBOL_TEXT);
+    Require(Answer.eAnswer <= plat::ANSWER_NEEDS_MEMORY && nText <= plat::SYMBOL_TEXT);
     Require(nText == 0 || (Answer.nText == nText && std::strlen(Answer.szText) == nText - 1));
     return static_cast<ssize_t>(nRecord);
 }

@@ -56,7 +56,7 @@ namespace plat
         std::uintptr_t nFlags;
         std::uint8_t dX87[8][10];     // the x87 stack in stack order
         std::uint16_t nX87Status;     // bits 11 to 13: top of the stack
-        std::uint32_t nThread;        // the system's number of the thread
+        std::uint32_t iThread;        // the system's number of the thread
         std::uint32_t nVectors;       // vector registers that are known
         std::uint64_t dVectors[16];   // their low halves: XMM0 to XMM15; to XMM7 in a 32-bit process
     };

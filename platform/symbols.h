@@ -24,6 +24,9 @@ namespace plat
     /// The most frames that a walk returns. A runaway recursion has more than anyone reads.
     inline constexpr unsigned SYMBOL_FRAMES = 4096;
 
+    /// The most members of a structure that are known. Further ones are left out.
+    inline constexpr unsigned SYMBOL_MEMBERS = 1024;
+
     inline constexpr unsigned SYMBOL_LIMIT = 20000;   // milliseconds
 
     /// A frame of the stack.
@@ -31,7 +34,11 @@ namespace plat
     {
         std::uintptr_t Address;   // of the next instruction
         std::uintptr_t Frame;     // address at which a function with a frame pointer stores its caller's; 0 if unknown
-        bool bCall;   // the address is a return address: the frame's place in the source is that of the byte before it
+        bool bCall;               // whether the address is a return address
+
+        /// Returns the address that has the frame's place in the source. A return address may lie after the last byte
+        /// of its function, or on the next line, so this is the byte before it.
+        std::uintptr_t PlaceInSource() const { return bCall ? Address - 1 : Address; }
     };
 
     /// Kind of a variable.
@@ -63,7 +70,7 @@ namespace plat
         bool bFunction;           // whether it is a function, not data
         std::uintptr_t Address;   // of PLACE_MEMORY
         std::uint64_t nSize;      // bytes of its type, 0 if unknown
-        SymbolType_t nType;
+        SymbolType_t iType;
     };
 
     /// Fundamental type of a value, with the numbers of the Windows symbol library (BasicType).
@@ -77,12 +84,12 @@ namespace plat
         BASE_BOOL = 10
     };
 
-    /// A member of a structure. For its nType:
+    /// A member of a structure. For its iType:
     /// - TypeName copies the name of the member, or for a base class the name of its type.
     /// - TypeMembers, TypeMember and TypeBase return the facts of the member's type.
     struct SymbolMember_t
     {
-        SymbolType_t nType;
+        SymbolType_t iType;
         std::uint64_t nOffset;    // from the start of the variable, with the offsets of the outer members added
         std::uint64_t nSize;      // bytes of its type, 0 if unknown
         std::uint8_t nFirstBit;   // of a bit field: its lowest bit in the nSize bytes at nOffset
@@ -164,18 +171,18 @@ namespace plat
 
         /// Copies the name of a structure, an enumeration or a member, cut to nSize - 1 bytes. Skips aliases and const.
         /// Returns false for other types.
-        bool TypeName(SymbolType_t nType, char * szName, std::size_t nSize);
+        bool TypeName(SymbolType_t iType, char * szName, std::size_t nSize);
 
-        /// Returns the number of members of a structure, at most 1024. Its bases come first; static members are left
+        /// Returns the number of members of a structure, at most SYMBOL_MEMBERS. Its bases come first; static members are left
         /// out. Returns 0 for every other type, and for structures nested deeper than 16.
-        unsigned TypeMembers(SymbolType_t nType);
+        unsigned TypeMembers(SymbolType_t iType);
 
         /// Reads a member. Returns false after the last one.
-        bool TypeMember(SymbolType_t nType, unsigned iMember, SymbolMember_t * pMember);
+        bool TypeMember(SymbolType_t iType, unsigned iMember, SymbolMember_t * pMember);
 
         /// Returns the fundamental type of a value: of an enumeration its integer's, of an array of one dimension its
         /// element's. Returns BASE_NONE for pointers to anything but char.
-        SymbolBase_e TypeBase(SymbolType_t nType);
+        SymbolBase_e TypeBase(SymbolType_t iType);
 
         /// Copies the next lines of a section, each with its line end. Returns false at the end of the section. A
         /// failed helper ends it too.
@@ -197,7 +204,7 @@ namespace plat
         FaultContext_t const * m_pContext = nullptr;
         Handle_t m_hHelper = NO_HANDLE;    // for questions
         Handle_t m_hProcess = NO_HANDLE;   // to end it
-        Handle_t m_nProcess = NO_HANDLE;   // its number
+        Handle_t m_iProcess = NO_HANDLE;   // its number
         SymbolEnd_e m_eEnd = HELPER_MISSING;
         unsigned m_nWaited = 0;       // milliseconds spent on answers, of SYMBOL_LIMIT
         std::uint32_t m_nAsked = 0;   // questions sent

@@ -389,6 +389,6 @@ TEST(CrashReportOutside, KnowsNothingAndCapturesTheCallersRegisters)
     EXPECT_EQ(g_ExceptionReport.LogSourceString(Context.nIp, 7), 7u);
     EXPECT_EQ(Context.nBp, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)));
     EXPECT_LT(Context.nSp, Context.nBp);
-    EXPECT_EQ(Context.nThread, plat::ThreadId());
+    EXPECT_EQ(Context.iThread, plat::ThreadId());
     EXPECT_EQ(Context.nCs, IS_64_BIT ? 0x33u : 0x23u);
 }

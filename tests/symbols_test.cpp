@@ -38,7 +38,7 @@ namespace symbols_test
         plat::FaultContext_t Context;
         plat::FaultContextCapture(&Context);
         fnLook(Context);
-        return Context.nThread & 1;
+        return Context.iThread & 1;
     }
 
     struct Shape_s
@@ -203,9 +203,9 @@ namespace
         std::string sText;
         std::array<char, 1024> szName{};
         plat::SymbolMember_t Member;
-        for (unsigned i = 0; Symbols.TypeMember(Of.nType, i, &Member); ++i)
+        for (unsigned i = 0; Symbols.TypeMember(Of.iType, i, &Member); ++i)
         {
-            Symbols.TypeName(Member.nType, szName.data(), szName.size());
+            Symbols.TypeName(Member.iType, szName.data(), szName.size());
             sText += (i == 0 ? "{" : ", ") + std::string(szName.data()) + Value(Symbols, Member, Address);
         }
         std::uint64_t nValue = 0;
@@ -226,11 +226,11 @@ namespace
         EXPECT_EACH(Symbols.Start(&Context), Symbols.NextFrame(&Frame), Symbols.NextFrame(&Frame));
         for (plat::SymbolVariable_t Variable; Symbols.NextVariable(&Variable);)
         {
-            bool const bNamed = Symbols.TypeName(Variable.nType, szType.data(), szType.size());
+            bool const bNamed = Symbols.TypeName(Variable.iType, szType.data(), szType.size());
             if (Variable.ePlace == plat::PLACE_MEMORY && Variable.eKind != plat::SYMBOL_PARAMETER)
             {
                 dVariables.push_back(std::string(Variable.szName) + (bNamed ? " " : "") + szType.data()
-                                     + Value(Symbols, { Variable.nType, 0, Variable.nSize, 0, 0 }, Variable.Address));
+                                     + Value(Symbols, { Variable.iType, 0, Variable.nSize, 0, 0 }, Variable.Address));
             }
         }
         return dVariables;

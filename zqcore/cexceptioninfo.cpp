@@ -2,6 +2,7 @@
 
 #include "zqcore/ccallback_internal.h"
 #include "zqcore/cdebug.h"
+#include "zqcore/cfaultnames_internal.h"
 
 #include "platform/debugger.h"
 #include "platform/dialog.h"
@@ -55,47 +56,12 @@ namespace
     }
     plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveSupportThread });
 
-    struct ExceptionName_s
-    {
-        std::uint32_t nCode;
-        char const * szName;
-    };
-
-    constexpr ExceptionName_s EXCEPTION_NAMES[] = {
-        { 0xC0000005, "EXCEPTION_ACCESS_VIOLATION" },
-        { 0x80000002, "EXCEPTION_DATATYPE_MISALIGNMENT" },
-        { 0x80000003, "EXCEPTION_BREAKPOINT" },
-        { 0x80000004, "EXCEPTION_SINGLE_STEP" },
-        { 0xC000008C, "EXCEPTION_ARRAY_BOUNDS_EXCEEDED" },
-        { 0xC000008D, "EXCEPTION_FLT_DENORMAL_OPERAND" },
-        { 0xC000008E, "EXCEPTION_FLT_DIVIDE_BY_ZERO" },
-        { 0xC000008F, "EXCEPTION_FLT_INEXACT_RESULT" },
-        { 0xC0000090, "EXCEPTION_FLT_INVALID_OPERATION" },
-        { 0xC0000091, "EXCEPTION_FLT_OVERFLOW" },
-        { 0xC0000092, "EXCEPTION_FLT_STACK_CHECK" },
-        { 0xC0000093, "EXCEPTION_FLT_UNDERFLOW" },
-        { 0xC0000094, "EXCEPTION_INT_DIVIDE_BY_ZERO" },
-        { 0xC0000095, "EXCEPTION_INT_OVERFLOW" },
-        { 0xC0000096, "EXCEPTION_PRIV_INSTRUCTION" },
-        { 0xC0000006, "EXCEPTION_IN_PAGE_ERROR" },
-        { 0xC000001D, "EXCEPTION_ILLEGAL_INSTRUCTION" },
-        { 0xC0000025, "EXCEPTION_NONCONTINUABLE_EXCEPTION" },
-        { 0xC00000FD, "EXCEPTION_STACK_OVERFLOW" },
-        { 0xC0000026, "EXCEPTION_INVALID_DISPOSITION" },
-        { 0x80000001, "EXCEPTION_GUARD_PAGE" },
-        { 0xC0000008, "EXCEPTION_INVALID_HANDLE" },
-        { 0xC000013A, "CONTROL_C_EXIT" },
-        { 0, "unknown" },
-    };
-
     char const * ExceptionName(std::uint32_t nCode)
     {
-        ExceptionName_s const * pRow = EXCEPTION_NAMES;
-        while (pRow->nCode != 0 && pRow->nCode != nCode)
-        {
-            ++pRow;
-        }
-        return pRow->szName;
+        constexpr std::uint32_t CONTROL_C =
+            0xC000013A;   // the NTSTATUS of a process that was interrupted; never raised
+        char const * const szName = FaultNameOf(nCode);
+        return szName != nullptr ? szName : nCode == CONTROL_C ? "CONTROL_C_EXIT" : "unknown";
     }
 
     // Line that says what an access violation tried to access. Empty for other faults.

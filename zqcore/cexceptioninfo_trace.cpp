@@ -96,8 +96,7 @@ namespace
 
     void AppendFrame(plat::Symbols_c & Symbols, int i, plat::SymbolFrame_t const & Frame)
     {
-        // A return address may lie after the last byte of its function, or on the next line.
-        std::uintptr_t const Inside = Frame.bCall ? Frame.Address - 1 : Frame.Address;
+        std::uintptr_t const Inside = Frame.PlaceInSource();
         std::uint64_t nDisplacement = 0;
         unsigned iLine = 0;
         bool const bName = Symbols.FunctionAt(Inside, g_szName, sizeof g_szName, &nDisplacement);

@@ -4,6 +4,7 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cexceptionreport_internal.h"
+#include "zqcore/cfaultnames_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/clog_format_internal.h"
 #include "zqcore/clog_internal.h"
@@ -46,36 +47,6 @@ namespace
     char g_szDialog[LINE_SIZE];
     char g_szSourceFile[NAME_SIZE];   // of the last line that LogSourceString found
 
-    struct FaultName_t
-    {
-        std::uint32_t nCode;
-        char const * szName;
-    };
-    constexpr FaultName_t FAULT_NAMES[] = {
-        { plat::FAULT_ACCESS, "ACCESS_VIOLATION" },
-        { plat::FAULT_GUARD_PAGE, "GUARD_PAGE" },
-        { plat::FAULT_MISALIGNED, "DATATYPE_MISALIGNMENT" },
-        { plat::FAULT_BREAKPOINT, "BREAKPOINT" },
-        { plat::FAULT_SINGLE_STEP, "SINGLE_STEP" },
-        { plat::FAULT_IN_PAGE, "IN_PAGE_ERROR" },
-        { plat::FAULT_INVALID_HANDLE, "INVALID_HANDLE" },
-        { plat::FAULT_ILLEGAL_INSTRUCTION, "ILLEGAL_INSTRUCTION" },
-        { plat::FAULT_NONCONTINUABLE, "NONCONTINUABLE_EXCEPTION" },
-        { plat::FAULT_INVALID_DISPOSITION, "INVALID_DISPOSITION" },
-        { plat::FAULT_ARRAY_BOUNDS, "ARRAY_BOUNDS_EXCEEDED" },
-        { plat::FAULT_FLOAT_DENORMAL, "FLT_DENORMAL_OPERAND" },
-        { plat::FAULT_FLOAT_DIVIDE, "FLT_DIVIDE_BY_ZERO" },
-        { plat::FAULT_FLOAT_INEXACT, "FLT_INEXACT_RESULT" },
-        { plat::FAULT_FLOAT_INVALID, "FLT_INVALID_OPERATION" },
-        { plat::FAULT_FLOAT_OVERFLOW, "FLT_OVERFLOW" },
-        { plat::FAULT_FLOAT_STACK, "FLT_STACK_CHECK" },
-        { plat::FAULT_FLOAT_UNDERFLOW, "FLT_UNDERFLOW" },
-        { plat::FAULT_INTEGER_DIVIDE, "INT_DIVIDE_BY_ZERO" },
-        { plat::FAULT_INTEGER_OVERFLOW, "INT_OVERFLOW" },
-        { plat::FAULT_PRIVILEGED, "PRIV_INSTRUCTION" },
-        { plat::FAULT_STACK_OVERFLOW, "STACK_OVERFLOW" },
-    };
-
     // Makes the path from folder and local time. szMore distinguishes reports of the same second. A path that does not
     // fit becomes empty.
     void MakeReportPath(char const * szMore)
@@ -86,21 +57,6 @@ namespace
         if (static_cast<std::size_t>(nPath) >= PATH_SIZE)
         {
             g_szReport[0] = '\0';
-        }
-    }
-
-    // Opens the report's file. A name in use by anything but a finished report of this user is left alone; an
-    // unpredictable name is tried instead.
-    void OpenReport()
-    {
-        constexpr int TRIES = 16;
-        char szMore[16] = "";
-        bool bTaken = true;
-        for (int i = 0; i < TRIES && bTaken; ++i)
-        {
-            MakeReportPath(szMore);
-            g_hReport = plat::RawMakePrivate(g_szReport, bTaken);
-            std::snprintf(szMore, sizeof szMore, "_%08" PRIx32, static_cast<std::uint32_t>(plat::GoodClockTicks()));
         }
     }
 
@@ -128,7 +84,7 @@ namespace
             return;
         }
         Guarded(ExceptionReport_c::HOST_LIMIT, KeepLogTail);
-        OpenReport();
+        g_hReport = MakeUnderFreeName(g_szReport, MakeReportPath);
         if (g_hReport)
         {
             Announce("Crash log saved at ", g_szReport);
@@ -450,14 +406,12 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
 
 char const * exceptionreport::FaultName(std::uint32_t nCode)
 {
-    for (FaultName_t const & Name : FAULT_NAMES)
-    {
-        if (Name.nCode == nCode)
-        {
-            return Name.szName;
-        }
-    }
+    constexpr std::size_t PREFIX = sizeof "EXCEPTION_" - 1;
     static char s_szText[EXCEPTION_TEXT_SIZE];
+    if (char const * const szName = FaultNameOf(nCode, PREFIX))
+    {
+        return szName;
+    }
     plat::FaultText(nCode, s_szText, sizeof s_szText);
     return s_szText;
 }

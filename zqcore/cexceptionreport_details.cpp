@@ -84,11 +84,11 @@ namespace
         }
     }
 
-    void WriteThread(Details_c & Details, std::uint32_t nThread)
+    void WriteThread(Details_c & Details, std::uint32_t iThread)
     {
         char szName[plat::THREAD_NAME_SIZE];
         plat::ThreadName(szName);
-        Details.GetLine().Add("thread: %" PRIu32 " \"", nThread);
+        Details.GetLine().Add("thread: %" PRIu32 " \"", iThread);
         Details.GetLine().AddShown(szName);
         Details.GetLine().Add("\"");
         Details.EndLine();
@@ -112,7 +112,7 @@ namespace
         }
         Line.Add("instruction: %08" PRIXPTR, Record.Address);
         Details.EndLine();
-        WriteThread(Details, Fault.pContext->nThread);
+        WriteThread(Details, Fault.pContext->iThread);
         constexpr char PREFIX[] = "Uncaught C++ exception ";
         char const * const szText = FaultName(Record.nCode);
         if (Record.nCode == plat::FAULT_UNCAUGHT_EXCEPTION && std::strncmp(szText, PREFIX, sizeof PREFIX - 1) == 0)
@@ -253,15 +253,10 @@ namespace
 
 exceptionreport::Details_c::Details_c(char const * szReport)
 {
-    constexpr int TRIES = 16;
     char szPath[PATH_SIZE];
-    char szMore[16] = "";
-    bool bTaken = szReport[0] != '\0';
-    for (int i = 0; i < TRIES && bTaken; ++i)
+    if (szReport[0] != '\0')
     {
-        DetailsPath(szPath, szReport, szMore);
-        m_hFile = plat::RawMakePrivate(szPath, bTaken);
-        std::snprintf(szMore, sizeof szMore, "_%08" PRIX32, static_cast<std::uint32_t>(plat::GoodClockTicks()));
+        m_hFile = MakeUnderFreeName(szPath, [&](char const * szMore) { DetailsPath(szPath, szReport, szMore); });
     }
     AddLines(HEAD);
 }

@@ -4,13 +4,16 @@
 
 #include "zqcore/cwidepath_internal.h"
 
+#include "platform/clock.h"
 #include "platform/compiler.h"
 #include "platform/faults.h"
 #include "platform/rawfiles.h"
 #include "platform/symbols.h"
 
+#include <cinttypes>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 namespace exceptionreport
 {
@@ -84,6 +87,25 @@ namespace exceptionreport
     bool Guarded(unsigned nLimit, CALL Call)
     {
         return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
+    }
+
+    /// Makes a private file and returns it, or null on failure. fnMakePath(szMore) writes the path to szPath. If its name
+    /// is in use by anything but a finished file of this user, that is left alone. Then an unpredictable szMore is tried
+    /// in the name, up to 15 times.
+    template <typename MAKE_PATH>
+    plat::RawFile_t MakeUnderFreeName(char const * szPath, MAKE_PATH const & fnMakePath)
+    {
+        constexpr int TRIES = 16;
+        char szMore[16] = "";
+        plat::RawFile_t hFile = nullptr;
+        bool bTaken = true;
+        for (int i = 0; i < TRIES && bTaken; ++i)
+        {
+            fnMakePath(szMore);
+            hFile = plat::RawMakePrivate(szPath, bTaken);
+            std::snprintf(szMore, sizeof szMore, "_%08" PRIx32, static_cast<std::uint32_t>(plat::GoodClockTicks()));
+        }
+        return hFile;
     }
 
     /// Writes the file of details beside a report with this path. Each part has a limit of its own, and a fault costs

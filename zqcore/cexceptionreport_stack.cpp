@@ -59,21 +59,14 @@ namespace
         }
     }
 
-    // Returns the bytes from a frame's address back into its call. A return address may lie after the last byte of its
-    // function, or on the next line.
-    unsigned BackOf(plat::SymbolFrame_t const & Frame)
-    {
-        return Frame.bCall ? 1 : 0;
-    }
-
     void AddFunction(plat::Symbols_c & Symbols, plat::SymbolFrame_t const & Frame, Text_c & Line)
     {
         char szName[NAME_SIZE];
         std::uint64_t nDisplacement;
-        if (Symbols.FunctionAt(Frame.Address - BackOf(Frame), szName, sizeof szName, &nDisplacement))
+        if (Symbols.FunctionAt(Frame.PlaceInSource(), szName, sizeof szName, &nDisplacement))
         {
             Line.AddShown(szName);
-            Line.Add("+%" PRIX64 "  ", nDisplacement + BackOf(Frame));
+            Line.Add("+%" PRIX64 "  ", nDisplacement + (Frame.Address - Frame.PlaceInSource()));
             return;
         }
         plat::ModulePlace_t Module;
@@ -91,7 +84,7 @@ namespace
     {
         char szFile[NAME_SIZE];
         unsigned iLine;
-        if (!Symbols.LineAt(Frame.Address - BackOf(Frame), szFile, sizeof szFile, &iLine))
+        if (!Symbols.LineAt(Frame.PlaceInSource(), szFile, sizeof szFile, &iLine))
         {
             return;
         }

@@ -20,7 +20,7 @@ namespace
     {
         std::uintptr_t Address;
         std::uint64_t nSize;
-        plat::SymbolType_t nType;
+        plat::SymbolType_t iType;
     };
 
     enum Printed_e
@@ -68,7 +68,7 @@ namespace
     // Returns false if the value can't be read. Values of sizes that no basic type has are left out.
     bool AddValue(plat::Symbols_c & Symbols, Value_t const & Value, Text_c & Text)
     {
-        plat::SymbolBase_e const eBase = Symbols.TypeBase(Value.nType);
+        plat::SymbolBase_e const eBase = Symbols.TypeBase(Value.iType);
         if (eBase == plat::BASE_CHAR && Value.nSize == sizeof(void *))
         {
             return AddRead<std::uintptr_t>(
@@ -113,34 +113,34 @@ namespace
     {
         bool const bBits = Member.nBits > 0 && Member.nBits <= 64 && Member.nFirstBit < 64;
         return bBits ? AddBits(Member, Address, Text)
-                     : AddValue(Symbols, { Address, Member.nSize, Member.nType }, Text);
+                     : AddValue(Symbols, { Address, Member.nSize, Member.iType }, Text);
     }
 
     // Adds the type's name, then its members, each on its own line, indented deeper than the type. Address is that of
     // the variable, also at deeper levels: a member's offset counts from the variable's start.
     Printed_e AddType(
-        plat::Symbols_c & Symbols, plat::SymbolType_t nType, unsigned nLevel, std::uintptr_t Address, Text_c & Text)
+        plat::Symbols_c & Symbols, plat::SymbolType_t iType, unsigned nLevel, std::uintptr_t Address, Text_c & Text)
     {
         char szName[NAME_SIZE];
-        if (Symbols.TypeName(nType, szName, sizeof szName))
+        if (Symbols.TypeName(iType, szName, sizeof szName))
         {
             Text.Add(" ");
             Text.AddShown(szName);
         }
-        unsigned const nMembers = Symbols.TypeMembers(nType);
+        unsigned const nMembers = Symbols.TypeMembers(iType);
         if (nMembers == 0)
         {
             return PRINTED_NAME;
         }
         Text.Add("\r\n");
         plat::SymbolMember_t Member;
-        for (unsigned i = 0; i < nMembers && !Text.IsFull() && Symbols.TypeMember(nType, i, &Member); ++i)
+        for (unsigned i = 0; i < nMembers && !Text.IsFull() && Symbols.TypeMember(iType, i, &Member); ++i)
         {
             for (unsigned iTab = 0; iTab < nLevel + 2; ++iTab)
             {
                 Text.Add("\t");
             }
-            Printed_e const ePrinted = AddType(Symbols, Member.nType, nLevel + 1, Address, Text);
+            Printed_e const ePrinted = AddType(Symbols, Member.iType, nLevel + 1, Address, Text);
             std::uintptr_t const Place = Address + static_cast<std::uintptr_t>(Member.nOffset);
             if (ePrinted == PRINTED_UNREADABLE
                 || (ePrinted == PRINTED_NAME && !AddMember(Symbols, Member, Place, Text)))
@@ -166,10 +166,10 @@ namespace
                                                                    : "");
         Text.AddShown(Variable.szName);
         Text.Add("'");
-        Printed_e const ePrinted = AddType(Symbols, Variable.nType, 0, Variable.Address, Text);
+        Printed_e const ePrinted = AddType(Symbols, Variable.iType, 0, Variable.Address, Text);
         if (ePrinted == PRINTED_UNREADABLE
             || (ePrinted == PRINTED_NAME
-                && !AddValue(Symbols, { Variable.Address, Variable.nSize, Variable.nType }, Text)))
+                && !AddValue(Symbols, { Variable.Address, Variable.nSize, Variable.iType }, Text)))
         {
             return false;
         }

@@ -28,7 +28,7 @@ extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(p
     __asm__ volatile("mov %%fs, %0" : "=r"(pContext->nFs));
     __asm__ volatile("mov %%gs, %0" : "=r"(pContext->nGs));
     pContext->nVectors = 0;   // a call may change them
-    pContext->nThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+    pContext->iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
 }
 
 #define AT(member) "i"(offsetof(plat::FaultContext_t, member))

@@ -536,7 +536,7 @@ namespace plat
         CopyRegisters(Thread, Context);
         CopyX87(Thread.uc_mcontext.fpregs, Context);
         CopyVectors(Thread.uc_mcontext.fpregs, Context);
-        Context.nThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+        Context.iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
         Record = {};
         Record.Address = Context.nIp;
         DecodeRecord(iSignal, Info, Thread, Context, Record);

@@ -34,9 +34,9 @@ namespace plat
     /// First message to the helper.
     struct SymbolStart_t
     {
-        std::uint32_t nMark;
+        std::uint32_t dwMark;
         std::uint32_t nWord;                          // bytes of an address
-        std::uint32_t nThread;                        // the system's number of the thread
+        std::uint32_t iThread;                        // the system's number of the thread
         std::uint32_t nPrinters;                      // records of SymbolPrinter_t that follow
         std::uint64_t nLockMark;                      // LockMarkOffset (lockmark.h)
         std::uint64_t dRegisters[SYMBOL_REGISTERS];   // IP SP BP AX BX CX DX SI DI R8 to R15
@@ -54,13 +54,13 @@ namespace plat
     /// Kinds of requests: their arguments -> the values of their answers.
     enum SymbolAsk_e : std::uint32_t
     {
-        ASK_FRAME,          // nIndex: frame -> dValues: address, frame, whether the address is a return address
+        ASK_FRAME,          // iIndex: frame -> dValues: address, frame, whether the address is a return address
         ASK_FUNCTION,       // nValue: address -> szText, dValues: displacement
         ASK_LINE,           // nValue: address -> szText, dValues: line
-        ASK_VARIABLE,       // nIndex: variable, nValue: frame -> szText, dValues: kind, place, address, size, type
+        ASK_VARIABLE,       // iIndex: variable, nValue: frame -> szText, dValues: kind, place, address, size, type
         ASK_TYPE_NAME,      // nValue: type -> szText
         ASK_TYPE_MEMBERS,   // nValue: type -> dValues: members
-        ASK_TYPE_MEMBER,    // nIndex: member, nValue: type -> dValues: type, offset, size, first bit, bits
+        ASK_TYPE_MEMBER,    // iIndex: member, nValue: type -> dValues: type, offset, size, first bit, bits
         ASK_TYPE_BASE,      // nValue: type -> dValues: SymbolBase_e
         ASK_DETAIL,         // nValue: SymbolSection_e -> szText: its next lines
         REPORT_LOCK         // nValue: address, nMore: mark of the thread that holds it, 0 for none
@@ -69,11 +69,11 @@ namespace plat
     /// Request to the helper.
     struct SymbolRequest_t
     {
-        std::uint32_t nAsk;
-        std::uint32_t nIndex;
+        SymbolAsk_e eAsk;
+        std::uint32_t iIndex;
         std::uint64_t nValue;
         std::uint64_t nMore = 0;
-        std::uint32_t nNumber = 0;   // rises with each request
+        std::uint32_t iRequest = 0;   // rises with each request
         std::uint32_t nUnused = 0;
     };
 
@@ -88,9 +88,9 @@ namespace plat
     /// Answer of the helper. Only the bytes up to the end of its text are sent.
     struct SymbolAnswer_t
     {
-        std::uint32_t nAnswer;
-        std::uint32_t nText;     // bytes of szText that were sent, with the terminator
-        std::uint32_t nNumber;   // the request's; not set in a request for memory
+        SymbolAnswer_e eAnswer;
+        std::uint32_t nText;      // bytes of szText that were sent, with the terminator
+        std::uint32_t iRequest;   // the request's; not set in a request for memory
         std::uint32_t nUnused;
         std::uint64_t dValues[5];
         char szText[SYMBOL_TEXT];
@@ -100,7 +100,7 @@ namespace plat
     /// The library's answer to ANSWER_NEEDS_MEMORY: a page.
     struct SymbolMemory_t
     {
-        std::uint64_t nReadable;   // 0 or 1
+        std::uint64_t bReadable;   // 0 or 1
         std::uint8_t dBytes[SYMBOL_PAGE];
     };
 

@@ -38,7 +38,6 @@ namespace plat
     namespace
     {
         constexpr int END_LIMIT = 1000;   // milliseconds for the helper's end
-        constexpr unsigned MEMBERS_MAX = 1024;
 
         char g_szHelper[PATH_MAX];
         constinit SymbolPrinter_t g_dPrinters[SYMBOL_PRINTERS] = {};
@@ -167,8 +166,8 @@ namespace plat
         {
             SymbolMemory_t Memory;
             auto const Address = static_cast<std::uintptr_t>(nAddress);
-            Memory.nReadable = Address == nAddress && MemoryRead(Address, Memory.dBytes, SYMBOL_PAGE) == SYMBOL_PAGE;
-            if (Memory.nReadable == 0)
+            Memory.bReadable = Address == nAddress && MemoryRead(Address, Memory.dBytes, SYMBOL_PAGE) == SYMBOL_PAGE;
+            if (Memory.bReadable == 0)
             {
                 std::memset(Memory.dBytes, 0, sizeof(Memory.dBytes));
             }
@@ -183,9 +182,9 @@ namespace plat
             bool bGoesOn = Send(hSocket, Request);
             while (bGoesOn && WaitReadable(hSocket, tEnd) && Receive(hSocket, pAnswer))
             {
-                if (pAnswer->nAnswer != ANSWER_NEEDS_MEMORY)
+                if (pAnswer->eAnswer != ANSWER_NEEDS_MEMORY)
                 {
-                    if (pAnswer->nNumber == Request.nNumber)
+                    if (pAnswer->iRequest == Request.iRequest)
                     {
                         return true;
                     }
@@ -201,9 +200,9 @@ namespace plat
         SymbolStart_t StartRecord(FaultContext_t const & Context)
         {
             SymbolStart_t Start{};
-            Start.nMark = SYMBOL_MARK;
+            Start.dwMark = SYMBOL_MARK;
             Start.nWord = sizeof(void *);
-            Start.nThread = Context.nThread;
+            Start.iThread = Context.iThread;
             Start.nPrinters = g_nPrinters;
             Start.nLockMark = static_cast<std::uint64_t>(LockMarkOffset());
             std::uintptr_t const dNamed[] = { Context.nIp, Context.nSp, Context.nBp, Context.nAx, Context.nBx,
@@ -281,18 +280,18 @@ namespace plat
         constexpr int FLAGS = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
         auto const Clone = [&]
         { return ::__clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &hProcess); };
-        int const nProcess = Arguments.hMaps < 0 ? -1 : OpenWithReserve(Clone);
+        int const iProcess = Arguments.hMaps < 0 ? -1 : OpenWithReserve(Clone);
         ::pthread_sigmask(SIG_SETMASK, &Previous, nullptr);
         ::close(dSockets[1]);
         ::close(Arguments.hMaps);
         m_hHelper = dSockets[0];
         m_hProcess = hProcess;
-        m_nProcess = nProcess;
-        if (nProcess < 0)
+        m_iProcess = iProcess;
+        if (iProcess < 0)
         {
             End(HELPER_MISSING);
         }
-        return nProcess >= 0;
+        return iProcess >= 0;
     }
 
     bool Symbols_c::Greet()
@@ -346,7 +345,7 @@ namespace plat
         {
             return false;
         }
-        Request.nNumber = ++m_nAsked;
+        Request.iRequest = ++m_nAsked;
         ErrnoScope_s const Scope;
         std::int64_t const tStart = Milliseconds();
         std::int64_t const tEnd = tStart + SYMBOL_LIMIT - std::min(SYMBOL_LIMIT, m_nWaited);
@@ -358,7 +357,7 @@ namespace plat
             End(tNow >= tEnd ? HELPER_LATE : HELPER_FAILED);
             pAnswer->szText[0] = '\0';
         }
-        return bAnswered && pAnswer->nAnswer == ANSWER_YES;
+        return bAnswered && pAnswer->eAnswer == ANSWER_YES;
     }
 
     // Some systems let a process be traced by its parents alone. The helper is a child.
@@ -369,7 +368,7 @@ namespace plat
             return;
         }
         m_bTraced = true;
-        ::prctl(PR_SET_PTRACER, static_cast<unsigned long>(m_nProcess), 0, 0, 0);
+        ::prctl(PR_SET_PTRACER, static_cast<unsigned long>(m_iProcess), 0, 0, 0);
         ForkLocksVisit(
             [](LockState_t const & Lock, void * pSymbols)
             {
@@ -480,27 +479,27 @@ namespace plat
         pVariable->bFunction = false;
         pVariable->Address = static_cast<std::uintptr_t>(Answer.dValues[2]);
         pVariable->nSize = Answer.dValues[3];
-        pVariable->nType = static_cast<SymbolType_t>(Answer.dValues[4]);
+        pVariable->iType = static_cast<SymbolType_t>(Answer.dValues[4]);
         return true;
     }
 
-    bool Symbols_c::TypeName(SymbolType_t nType, char * szName, std::size_t nSize)
+    bool Symbols_c::TypeName(SymbolType_t iType, char * szName, std::size_t nSize)
     {
         std::uint64_t nUnused;
-        return AskText({ ASK_TYPE_NAME, 0, nType }, szName, nSize, &nUnused);
+        return AskText({ ASK_TYPE_NAME, 0, iType }, szName, nSize, &nUnused);
     }
 
-    unsigned Symbols_c::TypeMembers(SymbolType_t nType)
+    unsigned Symbols_c::TypeMembers(SymbolType_t iType)
     {
         SymbolAnswer_t Answer;
-        bool const bKnown = Ask({ ASK_TYPE_MEMBERS, 0, nType }, &Answer);
-        return bKnown ? static_cast<unsigned>(std::min<std::uint64_t>(Answer.dValues[0], MEMBERS_MAX)) : 0;
+        bool const bKnown = Ask({ ASK_TYPE_MEMBERS, 0, iType }, &Answer);
+        return bKnown ? static_cast<unsigned>(std::min<std::uint64_t>(Answer.dValues[0], SYMBOL_MEMBERS)) : 0;
     }
 
-    bool Symbols_c::TypeMember(SymbolType_t nType, unsigned iMember, SymbolMember_t * pMember)
+    bool Symbols_c::TypeMember(SymbolType_t iType, unsigned iMember, SymbolMember_t * pMember)
     {
         SymbolAnswer_t Answer;
-        if (!Ask({ ASK_TYPE_MEMBER, iMember, nType }, &Answer))
+        if (!Ask({ ASK_TYPE_MEMBER, iMember, iType }, &Answer))
         {
             return false;
         }
@@ -509,9 +508,9 @@ namespace plat
         return true;
     }
 
-    SymbolBase_e Symbols_c::TypeBase(SymbolType_t nType)
+    SymbolBase_e Symbols_c::TypeBase(SymbolType_t iType)
     {
         SymbolAnswer_t Answer;
-        return Ask({ ASK_TYPE_BASE, 0, nType }, &Answer) ? static_cast<SymbolBase_e>(Answer.dValues[0]) : BASE_NONE;
+        return Ask({ ASK_TYPE_BASE, 0, iType }, &Answer) ? static_cast<SymbolBase_e>(Answer.dValues[0]) : BASE_NONE;
     }
 }

@@ -1,10 +1,11 @@
 #include "tools/zqsymbols/buildids.h"
 
+#include "tools/zqsymbols/elffile.h"
+
 #include <algorithm>
 #include <elfutils/libdwelf.h>
 #include <fcntl.h>
 #include <filesystem>
-#include <gelf.h>
 #include <optional>
 #include <string_view>
 #include <unistd.h>
@@ -15,16 +16,9 @@ namespace zqsymbols
     {
         std::string BuildIdOf(Elf * pElf)
         {
-            constexpr char DIGITS[] = "0123456789abcdef";
             void const * pBytes = nullptr;
             ssize_t const nBytes = dwelf_elf_gnu_build_id(pElf, &pBytes);
-            std::string sText;
-            for (ssize_t i = 0; i < nBytes; ++i)
-            {
-                unsigned char const nByte = static_cast<unsigned char const *>(pBytes)[i];
-                sText += { DIGITS[nByte >> 4], DIGITS[nByte & 15] };
-            }
-            return sText;
+            return nBytes > 0 ? BuildIdText(pBytes, static_cast<std::size_t>(nBytes)) : "";
         }
 
         // Returns how much memory a module takes, by the segments that are loaded.
@@ -50,22 +44,8 @@ namespace zqsymbols
         // Returns whether a file has the contents of a section. A stripped part keeps only its head.
         bool HasSection(Elf * pElf, std::string_view sName)
         {
-            std::size_t iNames = 0;
-            if (elf_getshdrstrndx(pElf, &iNames) != 0)
-            {
-                return false;
-            }
-            for (Elf_Scn * pSection = nullptr; (pSection = elf_nextscn(pElf, pSection)) != nullptr;)
-            {
-                GElf_Shdr Head;
-                char const * const szName =
-                    gelf_getshdr(pSection, &Head) != nullptr ? elf_strptr(pElf, iNames, Head.sh_name) : nullptr;
-                if (szName != nullptr && szName == sName && Head.sh_type != SHT_NOBITS)
-                {
-                    return true;
-                }
-            }
-            return false;
+            std::optional<Section_t> const Section = FindSection(pElf, sName);
+            return Section && Section->Header.sh_type != SHT_NOBITS;
         }
     }
 

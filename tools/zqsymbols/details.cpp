@@ -101,12 +101,12 @@ namespace zqsymbols
         switch (Variable.Place.ePlace)
         {
         case PLACE_ADDRESS:
-            return Value_t{ Variable.nType, Variable.Place.nValue };
+            return Value_t{ Variable.iType, Variable.Place.nValue };
         case PLACE_VALUE:
             dBytes = BytesOf(Variable.Place.nValue);
             break;
         case PLACE_REGISTER:
-            if (Variable.nRegister && m_Types.GetSize(Variable.nType) <= sizeof(*Variable.nRegister))
+            if (Variable.nRegister && m_Types.GetSize(Variable.iType) <= sizeof(*Variable.nRegister))
             {
                 dBytes = BytesOf(*Variable.nRegister);
             }
@@ -118,7 +118,7 @@ namespace zqsymbols
             dBytes = ConstantOf(Variable.Die);
             break;
         }
-        return dBytes ? std::optional(Value_t{ Variable.nType, 0, std::make_shared<Bytes_t>(std::move(*dBytes)) })
+        return dBytes ? std::optional(Value_t{ Variable.iType, 0, std::make_shared<Bytes_t>(std::move(*dBytes)) })
                       : std::nullopt;
     }
 
@@ -134,7 +134,7 @@ namespace zqsymbols
         }
         std::string const sMembers = m_Values.Members(*Value, "        ");
         Value_t const Shown = m_Values.Referred(*Value);
-        return sText + m_Values.Show(Shown, sMembers.empty() || !m_Values.IsStructure(Shown.nType) ? 2 : 0)
+        return sText + m_Values.Show(Shown, sMembers.empty() || !m_Values.IsStructure(Shown.iType) ? 2 : 0)
                + (bRegister ? " [register]\n" : "\n") + sMembers;
     }
 

@@ -36,6 +36,17 @@ namespace zqsymbols
         return nTag == DW_TAG_structure_type || nTag == DW_TAG_class_type || nTag == DW_TAG_union_type;
     }
 
+    /// Returns what a scope adds before the names in it: its name and "::". Empty for what is neither a namespace nor a
+    /// structure.
+    inline std::string ScopePrefix(Dwarf_Die * pScope)
+    {
+        bool const bNamespace = dwarf_tag(pScope) == DW_TAG_namespace;
+        std::string const sName = NameOf(pScope);
+        return !bNamespace && !IsStructure(dwarf_tag(pScope)) ? ""
+               : sName.empty() && bNamespace                  ? "(anonymous namespace)::"
+                                                              : sName + "::";
+    }
+
     /// Also of a reference.
     inline bool IsPointer(int nTag)
     {

@@ -28,12 +28,7 @@ namespace zqsymbols
             int const nScopes = dwarf_getscopes_die(&Declaration, &pScopes);
             for (int i = 1; i < nScopes; ++i)
             {
-                int const nTag = dwarf_tag(&pScopes[i]);
-                std::string const sScope = NameOf(&pScopes[i]);
-                if (nTag == DW_TAG_namespace || IsStructure(nTag))
-                {
-                    sName.insert(0, (sScope.empty() ? "(anonymous namespace)" : sScope) + "::");
-                }
+                sName.insert(0, ScopePrefix(&pScopes[i]));
             }
             std::free(pScopes);
             return sName.empty() ? "?" : sName;

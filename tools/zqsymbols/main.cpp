@@ -35,26 +35,26 @@ namespace zqsymbols
 
             bool Answer(plat::SymbolRequest_t const & Request, plat::SymbolAnswer_t & To)
             {
-                auto const nType = static_cast<plat::SymbolType_t>(Request.nValue);
-                switch (Request.nAsk)
+                auto const iType = static_cast<plat::SymbolType_t>(Request.nValue);
+                switch (Request.eAsk)
                 {
                 case plat::ASK_FRAME:
-                    return AnswerFrame(Request.nIndex, To);
+                    return AnswerFrame(Request.iIndex, To);
                 case plat::ASK_FUNCTION:
                     return AnswerFunction(Request.nValue, To);
                 case plat::ASK_LINE:
                     return AnswerLine(Request.nValue, To);
                 case plat::ASK_VARIABLE:
-                    return AnswerVariable(Request.nValue, Request.nIndex, To);
+                    return AnswerVariable(Request.nValue, Request.iIndex, To);
                 case plat::ASK_TYPE_NAME:
-                    return PutText(m_Types.GetName(nType), To);
+                    return PutText(m_Types.GetName(iType), To);
                 case plat::ASK_TYPE_MEMBERS:
-                    To.dValues[0] = m_Types.GetMembers(nType).size();
+                    To.dValues[0] = m_Types.GetMembers(iType).size();
                     return true;
                 case plat::ASK_TYPE_MEMBER:
-                    return AnswerMember(nType, Request.nIndex, To);
+                    return AnswerMember(iType, Request.iIndex, To);
                 case plat::ASK_TYPE_BASE:
-                    To.dValues[0] = m_Types.GetBase(nType);
+                    To.dValues[0] = m_Types.GetBase(iType);
                     return true;
                 case plat::ASK_DETAIL:
                     return AnswerDetail(Request.nValue, To);
@@ -125,14 +125,14 @@ namespace zqsymbols
                 To.dValues[0] = Variable.eKind;
                 To.dValues[1] = Variable.ePlace;
                 To.dValues[2] = Variable.nAddress;
-                To.dValues[3] = m_Types.GetSize(Variable.nType);
-                To.dValues[4] = Variable.nType;
+                To.dValues[3] = m_Types.GetSize(Variable.iType);
+                To.dValues[4] = Variable.iType;
                 return PutText(Variable.sName, To);
             }
 
-            bool AnswerMember(plat::SymbolType_t nType, std::size_t iMember, plat::SymbolAnswer_t & To)
+            bool AnswerMember(plat::SymbolType_t iType, std::size_t iMember, plat::SymbolAnswer_t & To)
             {
-                std::vector<plat::SymbolType_t> const & dMembers = m_Types.GetMembers(nType);
+                std::vector<plat::SymbolType_t> const & dMembers = m_Types.GetMembers(iType);
                 if (iMember >= dMembers.size())
                 {
                     return false;
@@ -206,8 +206,8 @@ namespace zqsymbols
             {
                 plat::SymbolAnswer_t Answer;
                 Answer.nText = 0;
-                Answer.nNumber = Request.nNumber;
-                Answer.nAnswer = Server.Answer(Request, Answer) ? plat::ANSWER_YES : plat::ANSWER_NO;
+                Answer.iRequest = Request.iRequest;
+                Answer.eAnswer = Server.Answer(Request, Answer) ? plat::ANSWER_YES : plat::ANSWER_NO;
                 if (send(plat::SYMBOL_SOCKET, &Answer, plat::SYMBOL_ANSWER_HEAD + Answer.nText, MSG_NOSIGNAL) < 0)
                 {
                     return false;

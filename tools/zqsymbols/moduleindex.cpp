@@ -1,9 +1,9 @@
 #include "tools/zqsymbols/moduleindex.h"
 
+#include "tools/zqsymbols/elffile.h"
 #include "tools/zqsymbols/indexfile.h"
 
 #include <algorithm>
-#include <cstring>
 #include <dwarf.h>
 #include <limits>
 #include <utility>
@@ -205,22 +205,8 @@ namespace zqsymbols
         std::uint64_t UnitBytes(Dwarf * pDwarf)
         {
             Elf * const pElf = pDwarf == nullptr ? nullptr : dwarf_getelf(pDwarf);
-            std::size_t iNames = 0;
-            GElf_Shdr Header;
-            if (pElf == nullptr || elf_getshdrstrndx(pElf, &iNames) != 0)
-            {
-                return 0;
-            }
-            for (Elf_Scn * pSection = nullptr; (pSection = elf_nextscn(pElf, pSection)) != nullptr;)
-            {
-                char const * const szName =
-                    gelf_getshdr(pSection, &Header) != nullptr ? elf_strptr(pElf, iNames, Header.sh_name) : nullptr;
-                if (szName != nullptr && std::strcmp(szName, ".debug_info") == 0)
-                {
-                    return Header.sh_size;
-                }
-            }
-            return 0;
+            std::optional<Section_t> const Section = FindSection(pElf, ".debug_info");
+            return Section ? Section->Header.sh_size : 0;
         }
     }
 
@@ -245,17 +231,11 @@ namespace zqsymbols
 
     std::string BuildIdOf(Dwfl_Module * pModule)
     {
-        constexpr char DIGITS[] = "0123456789abcdef";
         GElf_Addr nUnused = 0;
         unsigned char const * pBytes = nullptr;
         dwfl_module_getelf(pModule, &nUnused);
         int const nBytes = dwfl_module_build_id(pModule, &pBytes, &nUnused);
-        std::string sText;
-        for (int i = 0; i < nBytes; ++i)
-        {
-            sText += { DIGITS[pBytes[i] >> 4], DIGITS[pBytes[i] & 15] };
-        }
-        return sText;
+        return nBytes > 0 ? BuildIdText(pBytes, static_cast<std::size_t>(nBytes)) : "";
     }
 
     void ModuleIndex_c::Build(Dwfl_Module * pModule, IndexFolder_c const & Folder)

@@ -10,8 +10,6 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr char VDSO[] = "[vdso]";   // the system's own module, in memory alone
-
         // Returns whether a DIE is that of a unit with code: an index file may have any offset.
         bool IsUnit(Dwarf_Die * pDie)
         {

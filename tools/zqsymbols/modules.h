@@ -27,6 +27,9 @@
 
 namespace zqsymbols
 {
+    /// Path of the system's own module, which is in memory alone.
+    inline constexpr char VDSO[] = "[vdso]";
+
     /// A compilation unit, and the difference between addresses in memory and its own.
     struct Unit_t
     {

@@ -67,11 +67,11 @@ namespace zqsymbols
             Values_c & Values, Value_t const & First, Value_t const & Second, Printer_e ePrinter, int nDepth)
         {
             std::optional<Value_t> const Begin = Values.Target(First);
-            std::uint64_t const nSize = Begin ? Values.GetTypes().GetSize(Begin->nType) : 0;
+            std::uint64_t const nSize = Begin ? Values.GetTypes().GetSize(Begin->iType) : 0;
             std::optional<std::uint64_t> nCount;
             if (ePrinter == PRINT_COUNTED)
             {
-                nCount = Values.NumberAt(Second, 0, Values.GetTypes().GetSize(Second.nType));
+                nCount = Values.NumberAt(Second, 0, Values.GetTypes().GetSize(Second.iType));
             }
             else if (std::optional<Value_t> const End = Values.Target(Second); End && Begin && nSize != 0)
             {
@@ -79,7 +79,7 @@ namespace zqsymbols
             }
             return nSize == 0 || !nCount
                        ? std::nullopt
-                       : std::optional(Values.Elements(Begin->nType, Begin->nAddress, *nCount, nDepth - 1));
+                       : std::optional(Values.Elements(Begin->iType, Begin->nAddress, *nCount, nDepth - 1));
         }
 
         std::optional<std::string> ShowPointer(Values_c & Values, Value_t const & Pointer, int nDepth)
@@ -100,7 +100,7 @@ namespace zqsymbols
             if (bShort && nFirst && (*nFirst & 1) == 0)
             {
                 Value_t Text = Value;
-                Text.nAddress += Values.GetTypes().GetPlace(Value.nType).nOffset + 1;
+                Text.nAddress += Values.GetTypes().GetPlace(Value.iType).nOffset + 1;
                 return ShowText(Values, Text.nAddress, *nFirst >> 1);
             }
             return ShowText(

@@ -9,24 +9,19 @@
 
 namespace zqsymbols
 {
-    namespace
-    {
-        constexpr char VDSO[] = "[vdso]";   // the system's own module, in memory alone
-    }
-
     bool Process_c::Start()
     {
         // The DWARF numbers (System V ABI, processor supplements) of IP SP BP AX BX CX DX SI DI R8 to R15.
         static constexpr unsigned NUMBERS_64[] = { 16, 7, 6, 0, 3, 2, 1, 4, 5, 8, 9, 10, 11, 12, 13, 14, 15 };
         static constexpr unsigned NUMBERS_32[] = { 8, 4, 5, 0, 3, 1, 2, 6, 7 };
         plat::SymbolStart_t Start;
-        if (recv(plat::SYMBOL_SOCKET, &Start, sizeof(Start), 0) != sizeof(Start) || Start.nMark != plat::SYMBOL_MARK
+        if (recv(plat::SYMBOL_SOCKET, &Start, sizeof(Start), 0) != sizeof(Start) || Start.dwMark != plat::SYMBOL_MARK
             || (Start.nWord != 4 && Start.nWord != 8) || Start.nPrinters > plat::SYMBOL_PRINTERS)
         {
             return false;
         }
         m_nWord = Start.nWord;
-        m_nThread = Start.nThread;
+        m_iThread = Start.iThread;
         m_nPrinters = Start.nPrinters;
         m_nLockMark = Start.nLockMark;
         for (unsigned i = 0; i < (m_nWord == 8 ? std::size(NUMBERS_64) : std::size(NUMBERS_32)); ++i)
@@ -98,7 +93,7 @@ namespace zqsymbols
         if (bNew)
         {
             plat::SymbolAnswer_t Need;
-            Need.nAnswer = plat::ANSWER_NEEDS_MEMORY;
+            Need.eAnswer = plat::ANSWER_NEEDS_MEMORY;
             Need.dValues[0] = nPage;
             plat::SymbolMemory_t Memory;
             if (send(plat::SYMBOL_SOCKET, &Need, plat::SYMBOL_ANSWER_HEAD, MSG_NOSIGNAL) < 0
@@ -106,7 +101,7 @@ namespace zqsymbols
             {
                 _exit(1);
             }
-            if (Memory.nReadable != 0)
+            if (Memory.bReadable != 0)
             {
                 std::memcpy(iPage->second.emplace().data(), Memory.dBytes, plat::SYMBOL_PAGE);
             }

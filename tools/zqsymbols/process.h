@@ -51,7 +51,7 @@ namespace zqsymbols
         }
         std::uint64_t Cut(std::uint64_t nValue) const { return m_nWord == 8 ? nValue : nValue & 0xFFFFFFFF; }
         Registers_t const & GetRegisters() const { return m_Registers; }
-        std::uint32_t GetThread() const { return m_nThread; }           // the system's number of the thread
+        std::uint32_t GetThread() const { return m_iThread; }           // the system's number of the thread
         std::uint64_t GetLockMark() const { return m_nLockMark; }       // see SymbolStart_t
         std::uint32_t GetPrinterCount() const { return m_nPrinters; }   // records that follow
 
@@ -71,7 +71,7 @@ namespace zqsymbols
         void ReportModules();
 
         std::uint64_t m_nWord = 8;
-        std::uint32_t m_nThread = 0;
+        std::uint32_t m_iThread = 0;
         std::uint32_t m_nPrinters = 0;
         std::uint64_t m_nLockMark = 0;
         Registers_t m_Registers;

@@ -1,12 +1,13 @@
 #include "tools/zqsymbols/splitunit.h"
 
+#include "tools/zqsymbols/elffile.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 #include <dwarf.h>
 #include <fcntl.h>
-#include <gelf.h>
 #include <map>
 #include <string_view>
 #include <sys/mman.h>
@@ -88,29 +89,23 @@ namespace zqsymbols
         // Returns a section's content, uncompressed. Empty if there is none.
         std::string_view SectionOf(Elf * pElf, char const * szSection)
         {
-            std::size_t iNames = 0;
-            GElf_Shdr Header;
-            bool bGoesOn = pElf != nullptr && elf_getshdrstrndx(pElf, &iNames) == 0;
-            for (Elf_Scn * pSection = nullptr; bGoesOn && (pSection = elf_nextscn(pElf, pSection)) != nullptr;)
-            {
-                char const * const szName =
-                    gelf_getshdr(pSection, &Header) != nullptr ? elf_strptr(pElf, iNames, Header.sh_name) : nullptr;
-                if (szName != nullptr && std::strcmp(szName, szSection) == 0)
-                {
-                    bool const bPlain = (Header.sh_flags & SHF_COMPRESSED) == 0 || elf_compress(pSection, 0, 0) >= 0;
-                    Elf_Data const * const pData = bPlain ? elf_getdata(pSection, nullptr) : nullptr;
-                    return pData == nullptr || pData->d_buf == nullptr
-                               ? std::string_view()
-                               : std::string_view(static_cast<char const *>(pData->d_buf), pData->d_size);
-                }
-            }
-            return {};
+            std::optional<Section_t> const Section = FindSection(pElf, szSection);
+            bool const bPlain =
+                Section
+                && ((Section->Header.sh_flags & SHF_COMPRESSED) == 0 || elf_compress(Section->pSection, 0, 0) >= 0);
+            Elf_Data const * const pData = bPlain ? elf_getdata(Section->pSection, nullptr) : nullptr;
+            return pData == nullptr || pData->d_buf == nullptr
+                       ? std::string_view()
+                       : std::string_view(static_cast<char const *>(pData->d_buf), pData->d_size);
         }
 
         std::string_view FolderOf(std::string_view sPath)
         {
             return sPath.substr(0, sPath.rfind('/') + 1);
         }
+
+        // Bytes before the entries of a table of addresses or of offsets of strings, in version 5.
+        constexpr std::uint64_t HEAD_5 = 8;
 
         // The kinds of a package's sections, by their numbers in its index of version 2 and of version 5.
         constexpr std::array<char const *, 9> KINDS_2 = { "", ".debug_info.dwo", ".debug_types.dwo",
@@ -179,7 +174,6 @@ namespace zqsymbols
         // Copies the strings that a unit refers to into a table of their own, and changes its offsets.
         void CompactStrings(std::string_view sStrings, bool bHead, std::string & sOffsets, std::string & sOwn)
         {
-            constexpr std::size_t HEAD_5 = 8;
             constexpr std::size_t STRING_MAX = 1 << 14;   // bytes of one, and of all: a damaged package may have any
             constexpr std::size_t STRINGS_MAX = 1 << 26;
             for (std::size_t i = bHead ? HEAD_5 : 0; i + 4 <= sOffsets.size(); i += 4)
@@ -193,14 +187,24 @@ namespace zqsymbols
             }
         }
 
-        std::uint64_t Identifier(Dwarf_Die * pUnit, std::uint16_t & nVersion, std::uint8_t & nAddressBytes)
+        // What a unit says of itself and its other part.
+        struct UnitHead_t
         {
-            std::uint64_t nUnit = 0;
+            std::uint64_t nUnit = 0;   // the identifier of both; 0 if there is no other part
+            std::uint16_t nVersion = 0;
+            std::uint8_t nAddressBytes = 8;
+        };
+
+        UnitHead_t HeadOf(Dwarf_Die * pUnit)
+        {
+            UnitHead_t Head;
             std::uint8_t nType = 0;
-            bool const bSkeleton =
-                dwarf_cu_info(pUnit->cu, &nVersion, &nType, nullptr, nullptr, &nUnit, &nAddressBytes, nullptr) == 0
-                && nType == DW_UT_skeleton;
-            return bSkeleton ? nUnit : 0;
+            bool const bSkeleton = dwarf_cu_info(pUnit->cu, &Head.nVersion, &nType, nullptr, nullptr, &Head.nUnit,
+                                       &Head.nAddressBytes, nullptr)
+                                       == 0
+                                   && nType == DW_UT_skeleton;
+            Head.nUnit = bSkeleton ? Head.nUnit : 0;
+            return Head;
         }
 
         std::uint64_t Offset(Dwarf_Die * pDie, unsigned nAttribute)
@@ -223,6 +227,91 @@ namespace zqsymbols
             }
             return "";
         }
+
+        // Returns the header and the DIE of a unit whose other part is the file sPart.
+        std::string InfoOf(Dwarf_Die * pUnit, UnitHead_t const & Head, std::string const & sPart)
+        {
+            bool const bVersion5 = Head.nVersion >= 5;
+            Dwarf_Addr nLow = 0;
+            dwarf_lowpc(pUnit, &nLow);
+            std::string sInfo;
+            Put<std::uint32_t>(sInfo, 0);   // the length, set below
+            Put(sInfo, Head.nVersion);
+            if (bVersion5)
+            {
+                Put<std::uint8_t>(sInfo, DW_UT_skeleton);
+                Put(sInfo, Head.nAddressBytes);
+                Put<std::uint32_t>(sInfo, 0);
+                Put(sInfo, Head.nUnit);
+            }
+            else
+            {
+                Put<std::uint32_t>(sInfo, 0);
+                Put(sInfo, Head.nAddressBytes);
+            }
+            sInfo += '\1';   // the abbreviation's number
+            sInfo += sPart + '\0';
+            sInfo.append(reinterpret_cast<char const *>(&nLow), Head.nAddressBytes);
+            if (!bVersion5)
+            {
+                Put(sInfo, Head.nUnit);
+            }
+            auto const nLength = static_cast<std::uint32_t>(sInfo.size() - 4);
+            std::memcpy(sInfo.data(), &nLength, sizeof(nLength));
+            return sInfo;
+        }
+
+        // Returns the abbreviation of that DIE.
+        std::string AbbreviationsOf(bool bVersion5)
+        {
+            std::string sAbbreviations;
+            auto const PutNumber = [&sAbbreviations](unsigned nNumber)
+            {
+                for (; nNumber >= 0x80; nNumber >>= 7)
+                {
+                    sAbbreviations += static_cast<char>(nNumber | 0x80);
+                }
+                sAbbreviations += static_cast<char>(nNumber);
+            };
+            for (unsigned const nNumber :
+                { 1u, bVersion5 ? unsigned{ DW_TAG_skeleton_unit } : unsigned{ DW_TAG_compile_unit }, 0u,
+                    bVersion5 ? unsigned{ DW_AT_dwo_name } : unsigned{ DW_AT_GNU_dwo_name }, unsigned{ DW_FORM_string },
+                    unsigned{ DW_AT_low_pc }, unsigned{ DW_FORM_addr } })
+            {
+                PutNumber(nNumber);
+            }
+            if (!bVersion5)
+            {
+                PutNumber(DW_AT_GNU_dwo_id);
+                PutNumber(DW_FORM_data8);
+            }
+            sAbbreviations.append(3, '\0');
+            return sAbbreviations;
+        }
+
+        // Returns a file with the attributes by which libdw finds the other part of a unit and completes it.
+        std::string SkeletonOf(Dwarf_Die * pUnit, std::string const & sPart)
+        {
+            constexpr std::uint64_t RANGES_MAX = 1 << 20;   // bytes of the tables of version 4, which have no length
+            UnitHead_t const Head = HeadOf(pUnit);
+            bool const bVersion5 = Head.nVersion >= 5;
+            Elf * const pElf = dwarf_getelf(dwarf_cu_getdwarf(pUnit->cu));
+            std::string const sInfo = InfoOf(pUnit, Head, sPart);
+            std::string const sAbbreviations = AbbreviationsOf(bVersion5);
+            std::string_view const sAddresses = SectionOf(pElf, ".debug_addr");
+            std::uint64_t const nAddresses = Offset(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base);
+            std::uint64_t const nBytes = bVersion5 && nAddresses >= HEAD_5
+                                             ? Take<std::uint32_t>(sAddresses, nAddresses - HEAD_5) - 4
+                                             : RANGES_MAX;
+            Sections_t dSections = { { ".debug_info", sInfo }, { ".debug_abbrev", sAbbreviations },
+                { ".debug_addr", Slice(sAddresses, nAddresses, nBytes) } };
+            if (!bVersion5)
+            {
+                dSections[".debug_ranges"] =
+                    Slice(SectionOf(pElf, ".debug_ranges"), Offset(pUnit, DW_AT_GNU_ranges_base), RANGES_MAX);
+            }
+            return ElfOf(dSections);
+        }
     }
 
     // A file that is open or in memory.
@@ -237,7 +326,7 @@ namespace zqsymbols
 
         // Makes the unit that refers to another part's file by its path.
         Image_c(Dwarf_Die * pUnit, std::string const & sPart)
-            : m_sImage(ElfOf(SkeletonSections(pUnit, sPart)))
+            : m_sImage(SkeletonOf(pUnit, sPart))
             , m_pElf(elf_memory(m_sImage.data(), m_sImage.size()))
             , m_pDwarf(m_pElf == nullptr ? nullptr : dwarf_begin_elf(m_pElf, DWARF_C_READ, nullptr))
         {}
@@ -271,90 +360,11 @@ namespace zqsymbols
         int Extract(std::uint64_t nUnit) const;
 
     private:
-        Sections_t SkeletonSections(Dwarf_Die * pUnit, std::string const & sPart);
-
         int m_hFile = -1;
-        std::string m_sInfo;
-        std::string m_sAbbreviations;
         std::string m_sImage;
         Elf * m_pElf = nullptr;
         Dwarf * m_pDwarf = nullptr;
     };
-
-    // A unit with the attributes by which libdw finds the other part and completes it.
-    Sections_t SplitUnits_c::Image_c::SkeletonSections(Dwarf_Die * pUnit, std::string const & sPart)
-    {
-        constexpr std::uint64_t RANGES_MAX = 1 << 20;   // bytes of the tables of version 4, which have no length
-        std::uint16_t nVersion = 0;
-        std::uint8_t nAddressBytes = 8;
-        std::uint64_t const nUnit = Identifier(pUnit, nVersion, nAddressBytes);
-        Elf * const pElf = dwarf_getelf(dwarf_cu_getdwarf(pUnit->cu));
-        bool const bVersion5 = nVersion >= 5;
-        Dwarf_Addr nLow = 0;
-        dwarf_lowpc(pUnit, &nLow);
-
-        std::string & sInfo = m_sInfo;
-        Put<std::uint32_t>(sInfo, 0);   // the length, set below
-        Put(sInfo, nVersion);
-        if (bVersion5)
-        {
-            Put<std::uint8_t>(sInfo, DW_UT_skeleton);
-            Put(sInfo, nAddressBytes);
-            Put<std::uint32_t>(sInfo, 0);
-            Put(sInfo, nUnit);
-        }
-        else
-        {
-            Put<std::uint32_t>(sInfo, 0);
-            Put(sInfo, nAddressBytes);
-        }
-        sInfo += '\1';   // the abbreviation's number
-        sInfo += sPart + '\0';
-        sInfo.append(reinterpret_cast<char const *>(&nLow), nAddressBytes);
-        if (!bVersion5)
-        {
-            Put(sInfo, nUnit);
-        }
-        auto const nLength = static_cast<std::uint32_t>(sInfo.size() - 4);
-        std::memcpy(sInfo.data(), &nLength, sizeof(nLength));
-
-        std::string & sAbbreviations = m_sAbbreviations;
-        auto const PutNumber = [&sAbbreviations](unsigned nNumber)
-        {
-            for (; nNumber >= 0x80; nNumber >>= 7)
-            {
-                sAbbreviations += static_cast<char>(nNumber | 0x80);
-            }
-            sAbbreviations += static_cast<char>(nNumber);
-        };
-        for (unsigned const nNumber :
-            { 1u, bVersion5 ? unsigned{ DW_TAG_skeleton_unit } : unsigned{ DW_TAG_compile_unit }, 0u,
-                bVersion5 ? unsigned{ DW_AT_dwo_name } : unsigned{ DW_AT_GNU_dwo_name }, unsigned{ DW_FORM_string },
-                unsigned{ DW_AT_low_pc }, unsigned{ DW_FORM_addr } })
-        {
-            PutNumber(nNumber);
-        }
-        if (!bVersion5)
-        {
-            PutNumber(DW_AT_GNU_dwo_id);
-            PutNumber(DW_FORM_data8);
-        }
-        sAbbreviations.append(3, '\0');
-
-        std::string_view const sAddresses = SectionOf(pElf, ".debug_addr");
-        std::uint64_t const nAddresses = Offset(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base);
-        constexpr std::uint64_t HEAD_5 = 8;
-        std::uint64_t const nBytes =
-            bVersion5 && nAddresses >= HEAD_5 ? Take<std::uint32_t>(sAddresses, nAddresses - HEAD_5) - 4 : RANGES_MAX;
-        Sections_t dSections = { { ".debug_info", sInfo }, { ".debug_abbrev", sAbbreviations },
-            { ".debug_addr", Slice(sAddresses, nAddresses, nBytes) } };
-        if (!bVersion5)
-        {
-            dSections[".debug_ranges"] =
-                Slice(SectionOf(pElf, ".debug_ranges"), Offset(pUnit, DW_AT_GNU_ranges_base), RANGES_MAX);
-        }
-        return dSections;
-    }
 
     int SplitUnits_c::Image_c::Extract(std::uint64_t nUnit) const
     {
@@ -418,9 +428,7 @@ namespace zqsymbols
     Dwarf_Die SplitUnits_c::Find(Dwarf_Die Unit, std::string const & sModule)
     {
         auto const [iFound, bNew] = m_dFound.try_emplace(Unit.addr, Unit);
-        std::uint16_t nVersion = 0;
-        std::uint8_t nAddressBytes = 0;
-        std::uint64_t const nUnit = bNew ? Identifier(&Unit, nVersion, nAddressBytes) : 0;
+        std::uint64_t const nUnit = bNew ? HeadOf(&Unit).nUnit : 0;
         if (nUnit == 0)
         {
             return iFound->second;

@@ -9,7 +9,6 @@ namespace zqsymbols
     namespace
     {
         constexpr unsigned DEPTH_MAX = 16;
-        constexpr std::size_t MEMBERS_MAX = 1024;
         constexpr std::size_t TYPES_MAX = 1000000;   // damaged information may be endless
 
         // Skips aliases, const and volatile; keeps the last alias.
@@ -99,9 +98,9 @@ namespace zqsymbols
         }
     }
 
-    Types_c::Type_t const & Types_c::Get(plat::SymbolType_t nType) const
+    Types_c::Type_t const & Types_c::Get(plat::SymbolType_t iType) const
     {
-        return m_dTypes[nType < m_dTypes.size() ? nType : 0];
+        return m_dTypes[iType < m_dTypes.size() ? iType : 0];
     }
 
     plat::SymbolType_t Types_c::Add(Dwarf_Die * pOwner)
@@ -117,9 +116,9 @@ namespace zqsymbols
         return static_cast<plat::SymbolType_t>(m_dTypes.size() - 1);
     }
 
-    std::uint64_t Types_c::GetSize(plat::SymbolType_t nType) const
+    std::uint64_t Types_c::GetSize(plat::SymbolType_t iType) const
     {
-        Dwarf_Die Die = Get(nType).Die;
+        Dwarf_Die Die = Get(iType).Die;
         Dwarf_Word nSize = 0;
         if (Die.addr == nullptr || dwarf_aggregate_size(&Die, &nSize) == 0)
         {
@@ -152,19 +151,14 @@ namespace zqsymbols
         for (Dwarf_Die Outer = iScan->second.ScopeOf(Die); Outer.addr != nullptr; Outer = iScan->second.ScopeOf(Die))
         {
             Die = Outer;
-            bool const bNamespace = dwarf_tag(&Die) == DW_TAG_namespace;
-            if (bNamespace || IsStructure(dwarf_tag(&Die)))
-            {
-                std::string const sScope = NameOf(&Die);
-                sName.insert(0, (sScope.empty() && bNamespace ? "(anonymous namespace)" : sScope) + "::");
-            }
+            sName.insert(0, ScopePrefix(&Die));
         }
         return sName;
     }
 
-    std::string Types_c::GetName(plat::SymbolType_t nType)
+    std::string Types_c::GetName(plat::SymbolType_t iType)
     {
-        Type_t const & Type = Get(nType);
+        Type_t const & Type = Get(iType);
         Dwarf_Die Die = Type.Die;
         if (Type.bMember || Die.addr == nullptr || !IsNamed(dwarf_tag(&Die)))
         {
@@ -174,9 +168,9 @@ namespace zqsymbols
         return sName.empty() ? Type.sAlias : sName;
     }
 
-    plat::SymbolBase_e Types_c::GetBase(plat::SymbolType_t nType) const
+    plat::SymbolBase_e Types_c::GetBase(plat::SymbolType_t iType) const
     {
-        Dwarf_Die Die = Get(nType).Die;
+        Dwarf_Die Die = Get(iType).Die;
         std::string sAlias;
         bool const bPointer = Die.addr != nullptr && dwarf_tag(&Die) == DW_TAG_pointer_type;
         bool const bEnumeration = Die.addr != nullptr && dwarf_tag(&Die) == DW_TAG_enumeration_type;
@@ -210,9 +204,9 @@ namespace zqsymbols
         }
     }
 
-    std::vector<plat::SymbolType_t> const & Types_c::GetMembers(plat::SymbolType_t nType)
+    std::vector<plat::SymbolType_t> const & Types_c::GetMembers(plat::SymbolType_t iType)
     {
-        Type_t const & Type = Get(nType);
+        Type_t const & Type = Get(iType);
         Dwarf_Die Die = Type.Die;
         Dwarf_Die Child;
         if (Type.bExpanded || Die.addr == nullptr || Type.nDepth >= DEPTH_MAX || !IsStructure(dwarf_tag(&Die))
@@ -223,33 +217,33 @@ namespace zqsymbols
         std::vector<plat::SymbolType_t> dMembers;
         do
         {
-            AddMember(nType, &Child, dMembers);
+            AddMember(iType, &Child, dMembers);
         }
-        while (dMembers.size() < MEMBERS_MAX && dwarf_siblingof(&Child, &Child) == 0);
-        m_dTypes[nType].bExpanded = true;
-        m_dTypes[nType].dMembers = dMembers;
-        return m_dTypes[nType].dMembers;
+        while (dMembers.size() < plat::SYMBOL_MEMBERS && dwarf_siblingof(&Child, &Child) == 0);
+        m_dTypes[iType].bExpanded = true;
+        m_dTypes[iType].dMembers = dMembers;
+        return m_dTypes[iType].dMembers;
     }
 
     // Skips static members, and virtual bases, whose offset only the object's table has.
-    void Types_c::AddMember(plat::SymbolType_t nType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers)
+    void Types_c::AddMember(plat::SymbolType_t iType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers)
     {
         int const nTag = dwarf_tag(pMember);
         bool const bBase = nTag == DW_TAG_inheritance;
         bool const bStatic =
             dwarf_hasattr(pMember, DW_AT_external) != 0 || dwarf_hasattr(pMember, DW_AT_declaration) != 0;
         bool const bVirtual = bBase && dwarf_hasattr(pMember, DW_AT_virtuality) != 0;
-        plat::SymbolType_t const nMember =
+        plat::SymbolType_t const iMember =
             (nTag == DW_TAG_member && !bStatic) || (bBase && !bVirtual) ? Add(pMember) : 0;
-        if (nMember == 0)
+        if (iMember == 0)
         {
             return;
         }
-        Type_t & Member = m_dTypes[nMember];
+        Type_t & Member = m_dTypes[iMember];
         Member.bMember = true;
         Member.sMember = bBase ? QualifiedName(Member.Die) : NameOf(pMember);
-        Member.Place = PlaceOf(pMember, GetSize(nMember), m_dTypes[nType].Place.nOffset);
-        Member.nDepth = m_dTypes[nType].nDepth + 1;
-        dMembers.push_back(nMember);
+        Member.Place = PlaceOf(pMember, GetSize(iMember), m_dTypes[iType].Place.nOffset);
+        Member.nDepth = m_dTypes[iType].nDepth + 1;
+        dMembers.push_back(iMember);
     }
 }

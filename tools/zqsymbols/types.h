@@ -28,21 +28,21 @@ namespace zqsymbols
 
         /// Return the variable or member that has the type, and the type without aliases and const. The address of
         /// either is null if there is none.
-        Dwarf_Die GetOwner(plat::SymbolType_t nType) const { return Get(nType).Owner; }
-        Dwarf_Die GetDie(plat::SymbolType_t nType) const { return Get(nType).Die; }
+        Dwarf_Die GetOwner(plat::SymbolType_t iType) const { return Get(iType).Owner; }
+        Dwarf_Die GetDie(plat::SymbolType_t iType) const { return Get(iType).Die; }
 
         /// Returns the name of a named type with the namespaces and structures around it.
         std::string QualifiedName(Dwarf_Die Die);
 
         /// Returns the size in bytes; 0 if unknown.
-        std::uint64_t GetSize(plat::SymbolType_t nType) const;
+        std::uint64_t GetSize(plat::SymbolType_t iType) const;
 
         /// Return the name, the fundamental type, the members, and the place of a member in its structure, as in
         /// platform/symbols.h.
-        std::string GetName(plat::SymbolType_t nType);
-        plat::SymbolBase_e GetBase(plat::SymbolType_t nType) const;
-        std::vector<plat::SymbolType_t> const & GetMembers(plat::SymbolType_t nType);
-        MemberPlace_t const & GetPlace(plat::SymbolType_t nType) const { return Get(nType).Place; }
+        std::string GetName(plat::SymbolType_t iType);
+        plat::SymbolBase_e GetBase(plat::SymbolType_t iType) const;
+        std::vector<plat::SymbolType_t> const & GetMembers(plat::SymbolType_t iType);
+        MemberPlace_t const & GetPlace(plat::SymbolType_t iType) const { return Get(iType).Place; }
 
     private:
         struct Type_t
@@ -58,8 +58,8 @@ namespace zqsymbols
             std::vector<plat::SymbolType_t> dMembers;
         };
 
-        Type_t const & Get(plat::SymbolType_t nType) const;
-        void AddMember(plat::SymbolType_t nType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers);
+        Type_t const & Get(plat::SymbolType_t iType) const;
+        void AddMember(plat::SymbolType_t iType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers);
 
         std::uint64_t m_nWord;
         std::vector<Type_t> m_dTypes = { {} };

@@ -153,37 +153,37 @@ namespace zqsymbols
         return bRead ? std::optional(nNumber) : std::nullopt;
     }
 
-    bool Values_c::IsStructure(plat::SymbolType_t nType)
+    bool Values_c::IsStructure(plat::SymbolType_t iType)
     {
-        Dwarf_Die Die = m_Types.GetDie(nType);
+        Dwarf_Die Die = m_Types.GetDie(iType);
         return Die.addr != nullptr && zqsymbols::IsStructure(dwarf_tag(&Die));
     }
 
     // Returns whether a member's own members are shown in its place: it is a base, or has no name.
-    bool Values_c::IsFlat(plat::SymbolType_t nMember)
+    bool Values_c::IsFlat(plat::SymbolType_t iMember)
     {
-        Dwarf_Die Owner = m_Types.GetOwner(nMember);
-        return IsStructure(nMember) && (dwarf_tag(&Owner) == DW_TAG_inheritance || NameOf(&Owner).empty());
+        Dwarf_Die Owner = m_Types.GetOwner(iMember);
+        return IsStructure(iMember) && (dwarf_tag(&Owner) == DW_TAG_inheritance || NameOf(&Owner).empty());
     }
 
     // The nearest member of the name: those of the structure, then those of its bases, then those of their bases.
     std::optional<Value_t> Values_c::MemberNamed(Value_t const & Value, std::string_view sName)
     {
-        std::deque<plat::SymbolType_t> dStructures = { Value.nType };
+        std::deque<plat::SymbolType_t> dStructures = { Value.iType };
         while (!dStructures.empty())
         {
             std::vector<plat::SymbolType_t> const dMembers = m_Types.GetMembers(dStructures.front());
             dStructures.pop_front();
-            for (plat::SymbolType_t const nMember : dMembers)
+            for (plat::SymbolType_t const iMember : dMembers)
             {
-                Dwarf_Die Owner = m_Types.GetOwner(nMember);
+                Dwarf_Die Owner = m_Types.GetOwner(iMember);
                 if (dwarf_tag(&Owner) != DW_TAG_inheritance && NameOf(&Owner) == sName)
                 {
-                    return Value_t{ nMember, Value.nAddress, Value.pBytes };
+                    return Value_t{ iMember, Value.nAddress, Value.pBytes };
                 }
-                if (IsFlat(nMember))
+                if (IsFlat(iMember))
                 {
-                    dStructures.push_back(nMember);
+                    dStructures.push_back(iMember);
                 }
             }
         }
@@ -199,7 +199,7 @@ namespace zqsymbols
 
     std::optional<Value_t> Values_c::Target(Value_t const & Pointer)
     {
-        Dwarf_Die Type = m_Types.GetDie(Pointer.nType);
+        Dwarf_Die Type = m_Types.GetDie(Pointer.iType);
         if (Type.addr == nullptr)
         {
             return std::nullopt;
@@ -215,7 +215,7 @@ namespace zqsymbols
 
     Value_t Values_c::Referred(Value_t const & Value)
     {
-        Dwarf_Die Type = m_Types.GetDie(Value.nType);
+        Dwarf_Die Type = m_Types.GetDie(Value.iType);
         bool const bReference =
             Type.addr != nullptr && IsPointer(dwarf_tag(&Type)) && dwarf_tag(&Type) != DW_TAG_pointer_type;
         std::optional<Value_t> const Referred = bReference ? Target(Value) : std::nullopt;
@@ -259,13 +259,13 @@ namespace zqsymbols
     std::string Values_c::ShowBase(Value_t const & Value, Dwarf_Die Type)
     {
         std::uint8_t dBytes[16] = {};
-        std::uint64_t const nSize = m_Types.GetSize(Value.nType);
+        std::uint64_t const nSize = m_Types.GetSize(Value.iType);
         if (nSize == 0 || nSize > sizeof(dBytes) || !Fetch(Value, Offset(Value), dBytes, nSize))
         {
             return Missing(Value);
         }
         auto const nEncoding = Number(&Type, DW_AT_encoding, 0);
-        MemberPlace_t const & Place = m_Types.GetPlace(Value.nType);
+        MemberPlace_t const & Place = m_Types.GetPlace(Value.iType);
         std::uint64_t nBits = 0;
         std::memcpy(&nBits, dBytes, sizeof(nBits));
         std::uint64_t nWidth = nSize * 8;
@@ -297,13 +297,13 @@ namespace zqsymbols
     // An enumerator, or several that make up the value as flags.
     std::string Values_c::ShowEnumeration(Value_t const & Value, Dwarf_Die Type)
     {
-        std::uint64_t const nSize = m_Types.GetSize(Value.nType);
+        std::uint64_t const nSize = m_Types.GetSize(Value.iType);
         std::optional<std::uint64_t> nRead = NumberAt(Value, 0, nSize);
         if (!nRead)
         {
             return Missing(Value);
         }
-        MemberPlace_t const & Place = m_Types.GetPlace(Value.nType);
+        MemberPlace_t const & Place = m_Types.GetPlace(Value.iType);
         bool const bField = Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64;
         std::uint64_t const nWidth = bField ? Place.nBits : nSize * 8;
         std::uint64_t const nMask = nWidth >= 64 ? UINT64_MAX : (std::uint64_t{ 1 } << nWidth) - 1;
@@ -346,8 +346,8 @@ namespace zqsymbols
         {
             return Missing(Value);
         }
-        Dwarf_Die Pointed = m_Types.GetDie(At->nType);
-        std::uint64_t const nWidth = CharWidth(Pointed, m_Types.GetSize(At->nType));
+        Dwarf_Die Pointed = m_Types.GetDie(At->iType);
+        std::uint64_t const nWidth = CharWidth(Pointed, m_Types.GetSize(At->iType));
         if (nWidth != 0 && m_Process.ReadNumber(At->nAddress, 1))
         {
             return Text({ 0, At->nAddress, nullptr }, UINT64_MAX, nWidth, true);
@@ -365,7 +365,7 @@ namespace zqsymbols
         }
         plat::SymbolType_t const nElement = m_Types.Add(&Type);
         std::uint64_t const nSize = m_Types.GetSize(nElement);
-        std::uint64_t const nBytes = m_Types.GetSize(Value.nType);
+        std::uint64_t const nBytes = m_Types.GetSize(Value.iType);
         std::uint64_t const nCount = nSize == 0 ? 0 : nBytes / nSize;
         std::uint64_t const nWidth = CharWidth(m_Types.GetDie(nElement), nSize);
         if (nWidth != 0)
@@ -382,7 +382,7 @@ namespace zqsymbols
             return LEFT_OUT;
         }
         std::optional<std::string> const sKnown =
-            m_Printers.Show(*this, Value, m_Types.QualifiedName(m_Types.GetDie(Value.nType)), nDepth);
+            m_Printers.Show(*this, Value, m_Types.QualifiedName(m_Types.GetDie(Value.iType)), nDepth);
         if (sKnown)
         {
             return *sKnown;
@@ -393,7 +393,7 @@ namespace zqsymbols
         }
         std::string sText;
         std::size_t nShown = 0;
-        for (plat::SymbolType_t const nMember : std::vector(m_Types.GetMembers(Value.nType)))
+        for (plat::SymbolType_t const iMember : std::vector(m_Types.GetMembers(Value.iType)))
         {
             sText += sText.empty() ? " " : ", ";
             if (nShown++ == IN_LINE)
@@ -401,10 +401,10 @@ namespace zqsymbols
                 sText += "...";
                 break;
             }
-            Dwarf_Die Owner = m_Types.GetOwner(nMember);
+            Dwarf_Die Owner = m_Types.GetOwner(iMember);
             bool const bBase = dwarf_tag(&Owner) == DW_TAG_inheritance;
             sText += bBase ? "" : "." + Escaped(NameOf(&Owner)) + " = ";
-            sText += Show({ nMember, Value.nAddress, Value.pBytes }, nDepth - 1);
+            sText += Show({ iMember, Value.nAddress, Value.pBytes }, nDepth - 1);
         }
         return "{" + sText + (sText.empty() ? "}" : " }");
     }
@@ -412,7 +412,7 @@ namespace zqsymbols
     std::string Values_c::Show(Value_t const & Original, int nDepth)
     {
         Value_t const Value = Referred(Original);
-        Dwarf_Die Type = m_Types.GetDie(Value.nType);
+        Dwarf_Die Type = m_Types.GetDie(Value.iType);
         if (Type.addr == nullptr)
         {
             return UNREADABLE;
@@ -434,7 +434,7 @@ namespace zqsymbols
         case DW_TAG_union_type:
             return Shortened(ShowStructure(Value, nDepth), VALUE_SIZE);
         default:
-            std::optional<std::uint64_t> const nNumber = NumberAt(Value, 0, m_Types.GetSize(Value.nType));
+            std::optional<std::uint64_t> const nNumber = NumberAt(Value, 0, m_Types.GetSize(Value.iType));
             return nNumber ? Hex(*nNumber) : Missing(Value);
         }
     }
@@ -442,10 +442,10 @@ namespace zqsymbols
     void Values_c::AddMembers(
         Value_t const & Value, std::string const & sIndent, int nDepth, int & nLeft, std::string & sText)
     {
-        for (plat::SymbolType_t const nMember : std::vector(m_Types.GetMembers(Value.nType)))
+        for (plat::SymbolType_t const iMember : std::vector(m_Types.GetMembers(Value.iType)))
         {
-            Value_t const Member = { nMember, Value.nAddress, Value.pBytes };
-            if (IsFlat(nMember))
+            Value_t const Member = { iMember, Value.nAddress, Value.pBytes };
+            if (IsFlat(iMember))
             {
                 AddMembers(Member, sIndent, nDepth, nLeft, sText);
                 continue;
@@ -454,8 +454,8 @@ namespace zqsymbols
             {
                 continue;
             }
-            Dwarf_Die Owner = m_Types.GetOwner(nMember);
-            std::string const sKnown = Show(Member, nDepth > 1 && IsStructure(nMember) ? 0 : 2);
+            Dwarf_Die Owner = m_Types.GetOwner(iMember);
+            std::string const sKnown = Show(Member, nDepth > 1 && IsStructure(iMember) ? 0 : 2);
             sText += sIndent;
             sText +=
                 "." + Escaped(NameOf(&Owner)) + ": " + Escaped(SpellTypeOf(m_Types, Owner)) + " = " + sKnown + "\n";
@@ -469,7 +469,7 @@ namespace zqsymbols
     std::string Values_c::Members(Value_t const & Value, std::string const & sIndent)
     {
         Value_t Whole = Referred(Value);
-        Dwarf_Die Type = m_Types.GetDie(Whole.nType);
+        Dwarf_Die Type = m_Types.GetDie(Whole.iType);
         if (Type.addr != nullptr && dwarf_tag(&Type) == DW_TAG_pointer_type)
         {
             std::optional<Value_t> const At = Target(Whole);
@@ -477,7 +477,7 @@ namespace zqsymbols
         }
         std::string sText;
         int nLeft = LINES;
-        if (IsStructure(Whole.nType) && Show(Whole, 0) == LEFT_OUT)
+        if (IsStructure(Whole.iType) && Show(Whole, 0) == LEFT_OUT)
         {
             AddMembers(Whole, sIndent, LEVELS, nLeft, sText);
             sText += nLeft < 0 ? sIndent + "... " + std::to_string(-nLeft) + " members left out ...\n" : "";

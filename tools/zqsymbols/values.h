@@ -16,7 +16,7 @@ namespace zqsymbols
     /// A value by its type and its place. A member's place is that of its outermost structure.
     struct Value_t
     {
-        plat::SymbolType_t nType = 0;
+        plat::SymbolType_t iType = 0;
         std::uint64_t nAddress = 0;
         std::shared_ptr<std::vector<std::uint8_t> const> pBytes{};   // the value itself, if it is not in memory
     };
@@ -56,16 +56,16 @@ namespace zqsymbols
         std::string Elements(plat::SymbolType_t nElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth);
 
         Types_c & GetTypes() { return m_Types; }
-        bool IsStructure(plat::SymbolType_t nType);
+        bool IsStructure(plat::SymbolType_t iType);
         std::uint64_t GetWord() const { return m_Process.GetWord(); }
 
         /// Returns the member of a dotted name. Members of bases and of unnamed members count as the structure's own.
         std::optional<Value_t> Member(Value_t const & Value, std::string_view sPath);
 
     private:
-        std::uint64_t Offset(Value_t const & Value) const { return m_Types.GetPlace(Value.nType).nOffset; }
+        std::uint64_t Offset(Value_t const & Value) const { return m_Types.GetPlace(Value.iType).nOffset; }
         bool Fetch(Value_t const & Value, std::uint64_t nOffset, void * pBuffer, std::size_t nBytes);
-        bool IsFlat(plat::SymbolType_t nMember);
+        bool IsFlat(plat::SymbolType_t iMember);
         std::optional<Value_t> MemberNamed(Value_t const & Value, std::string_view sName);
         std::string ShowBase(Value_t const & Value, Dwarf_Die Type);
         std::string ShowEnumeration(Value_t const & Value, Dwarf_Die Type);

@@ -13,7 +13,7 @@ namespace zqsymbols
         plat::SymbolKind_e eKind;
         plat::SymbolPlace_e ePlace;
         std::uint64_t nAddress;
-        plat::SymbolType_t nType;
+        plat::SymbolType_t iType;
         Place_t Place;                            // in full
         std::optional<std::uint64_t> nRegister;   // what its register holds
         Dwarf_Die Die;

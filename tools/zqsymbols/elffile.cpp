@@ -1,0 +1,37 @@
+#include "tools/zqsymbols/elffile.h"
+
+namespace zqsymbols
+{
+    std::optional<Section_t> FindSection(Elf * pElf, std::string_view sName)
+    {
+        std::size_t iNames = 0;
+        if (pElf == nullptr || elf_getshdrstrndx(pElf, &iNames) != 0)
+        {
+            return std::nullopt;
+        }
+        Section_t Section{};
+        while ((Section.pSection = elf_nextscn(pElf, Section.pSection)) != nullptr)
+        {
+            char const * const szName = gelf_getshdr(Section.pSection, &Section.Header) != nullptr
+                                            ? elf_strptr(pElf, iNames, Section.Header.sh_name)
+                                            : nullptr;
+            if (szName != nullptr && szName == sName)
+            {
+                return Section;
+            }
+        }
+        return std::nullopt;
+    }
+
+    std::string BuildIdText(void const * pBytes, std::size_t nBytes)
+    {
+        constexpr char DIGITS[] = "0123456789abcdef";
+        std::string sText;
+        for (std::size_t i = 0; i < nBytes; ++i)
+        {
+            unsigned char const nByte = static_cast<unsigned char const *>(pBytes)[i];
+            sText += { DIGITS[nByte >> 4], DIGITS[nByte & 15] };
+        }
+        return sText;
+    }
+}

@@ -1,0 +1,52 @@
+// cfaultnames_internal.h: names of the codes of faults, as the crash report and the exception handler show them.
+#pragma once
+
+#include "platform/faults.h"
+
+#include <cstddef>
+#include <cstdint>
+
+struct FaultName_s
+{
+    std::uint32_t nCode;
+    char const * szName;
+};
+
+/// Names with the prefix EXCEPTION_, which the crash report leaves out.
+inline constexpr FaultName_s FAULT_NAMES[] = {
+    { plat::FAULT_ACCESS, "EXCEPTION_ACCESS_VIOLATION" },
+    { plat::FAULT_GUARD_PAGE, "EXCEPTION_GUARD_PAGE" },
+    { plat::FAULT_MISALIGNED, "EXCEPTION_DATATYPE_MISALIGNMENT" },
+    { plat::FAULT_BREAKPOINT, "EXCEPTION_BREAKPOINT" },
+    { plat::FAULT_SINGLE_STEP, "EXCEPTION_SINGLE_STEP" },
+    { plat::FAULT_IN_PAGE, "EXCEPTION_IN_PAGE_ERROR" },
+    { plat::FAULT_INVALID_HANDLE, "EXCEPTION_INVALID_HANDLE" },
+    { plat::FAULT_ILLEGAL_INSTRUCTION, "EXCEPTION_ILLEGAL_INSTRUCTION" },
+    { plat::FAULT_NONCONTINUABLE, "EXCEPTION_NONCONTINUABLE_EXCEPTION" },
+    { plat::FAULT_INVALID_DISPOSITION, "EXCEPTION_INVALID_DISPOSITION" },
+    { plat::FAULT_ARRAY_BOUNDS, "EXCEPTION_ARRAY_BOUNDS_EXCEEDED" },
+    { plat::FAULT_FLOAT_DENORMAL, "EXCEPTION_FLT_DENORMAL_OPERAND" },
+    { plat::FAULT_FLOAT_DIVIDE, "EXCEPTION_FLT_DIVIDE_BY_ZERO" },
+    { plat::FAULT_FLOAT_INEXACT, "EXCEPTION_FLT_INEXACT_RESULT" },
+    { plat::FAULT_FLOAT_INVALID, "EXCEPTION_FLT_INVALID_OPERATION" },
+    { plat::FAULT_FLOAT_OVERFLOW, "EXCEPTION_FLT_OVERFLOW" },
+    { plat::FAULT_FLOAT_STACK, "EXCEPTION_FLT_STACK_CHECK" },
+    { plat::FAULT_FLOAT_UNDERFLOW, "EXCEPTION_FLT_UNDERFLOW" },
+    { plat::FAULT_INTEGER_DIVIDE, "EXCEPTION_INT_DIVIDE_BY_ZERO" },
+    { plat::FAULT_INTEGER_OVERFLOW, "EXCEPTION_INT_OVERFLOW" },
+    { plat::FAULT_PRIVILEGED, "EXCEPTION_PRIV_INSTRUCTION" },
+    { plat::FAULT_STACK_OVERFLOW, "EXCEPTION_STACK_OVERFLOW" },
+};
+
+/// Returns the name of a code after its first nSkip characters, or null if the code has none.
+inline char const * FaultNameOf(std::uint32_t nCode, std::size_t nSkip = 0)
+{
+    for (FaultName_s const & Name : FAULT_NAMES)
+    {
+        if (Name.nCode == nCode)
+        {
+            return Name.szName + nSkip;
+        }
+    }
+    return nullptr;
+}
