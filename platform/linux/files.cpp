@@ -87,7 +87,7 @@ namespace plat
         {
             constexpr int TRIES = 1000;
             constexpr timespec PAUSE = { 0, 100'000 };
-            if (flock(iFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
+            if (ClaimWriting(iFile))
             {
                 [[maybe_unused]] int const iEmptied = ftruncate(iFile, 0);   // else the log is used as it is
             }

@@ -15,20 +15,10 @@
 
 namespace plat
 {
-    namespace
-    {
-        // Excludes other writers that claim the file. Returns false if one has claimed it. On a file system without
-        // such locks it has no effect.
-        bool Claim(int iDescriptor)
-        {
-            return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
-        }
-    }
-
     File_t FileCreate(char const * szPath)
     {
         Descriptor_c File(OpenToWrite(szPath, O_WRONLY | O_CREAT, NEW_FILE_MODE));
-        bool const bMine = File.IsOpen() && Claim(File.Get());
+        bool const bMine = File.IsOpen() && ClaimWriting(File.Get());
         return bMine && ftruncate(File.Get(), 0) == 0 ? HandleOf(File.Release()) : nullptr;
     }
 
@@ -36,7 +26,7 @@ namespace plat
     {
         mode_t const iMode = eRights == Rights_e::Private ? PRIVATE_FILE_MODE : NEW_FILE_MODE;
         Descriptor_c File(OpenToWrite(szPath, O_WRONLY | O_CREAT | O_EXCL, iMode));
-        return File.IsOpen() && Claim(File.Get()) ? HandleOf(File.Release()) : nullptr;
+        return File.IsOpen() && ClaimWriting(File.Get()) ? HandleOf(File.Release()) : nullptr;
     }
 
     bool FileWrite(File_t hFile, void const * pData, std::size_t nBytes)

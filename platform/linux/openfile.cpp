@@ -6,6 +6,7 @@
 #include "platform/linux/spelling.h"
 
 #include <cstring>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 namespace plat
@@ -80,6 +81,11 @@ namespace plat
             char const * const szName = OpenFolderOf(Path.Get(), Folder);
             return Folder.IsOpen() ? openat(Folder.Get(), szName, iFlags | O_EXCL | UNTRUSTED, iMode) : -1;
         }
+    }
+
+    bool ClaimWriting(int iDescriptor)
+    {
+        return flock(iDescriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
     }
 
     bool IsRegular(int iDescriptor)

@@ -59,6 +59,10 @@ namespace plat
     /// Returns whether an open file is a regular one. Sets errno to EINVAL if it is not.
     bool IsRegular(int iDescriptor);
 
+    /// Locks an open file as being written. Returns false if another writer has locked it. Has no effect on a file
+    /// system without such locks.
+    bool ClaimWriting(int iDescriptor);
+
     /// Returns whether a path names anything, including a link whose target is missing.
     bool IsThere(DiskPath_c & Path);
 

@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -87,13 +86,6 @@ namespace plat
         {
             return S_ISREG(File.st_mode) && (File.st_mode & 07777) == PRIVATE_FILE_MODE && File.st_uid == geteuid()
                    && File.st_nlink == 1;
-        }
-
-        // Takes the lock that marks the file as being written. Returns false if another process has it. On a file
-        // system without locks there is no such mark.
-        bool ClaimWriting(int hFile)
-        {
-            return flock(hFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
         }
 
         int MakeOrContinue(char const * szPath, bool & bTaken)
