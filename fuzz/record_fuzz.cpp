@@ -1,7 +1,7 @@
 // record_fuzz.cpp: records of the registry of any bytes, compared with a model. A sound one is stored as the same
 // bytes.
 //
-// Bit 0 of the first byte has the check sum corrected; the rest is the record.
+// Bit 0 of the first byte has the checksum corrected; the rest is the record.
 #include "fuzz/fuzz_support.h"
 #include "platform/common/registryrecord.h"
 

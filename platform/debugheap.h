@@ -37,7 +37,7 @@ namespace plat
     {
         void * pUser = nullptr;          // the block, as HeapAlloc returned it and other functions take it
         std::size_t nBytes = 0;          // as requested from HeapAlloc
-        std::uint32_t dwType = 0;        // the word
+        std::uint32_t dwWord = 0;        // the word
         char const * szFile = nullptr;   // may be null
         int iLine = 0;
         void * pOwn = nullptr;   // the own bytes
@@ -46,13 +46,13 @@ namespace plat
 
     /// Hook that is called with the heap's lock held, before a block enters or leaves the list of live blocks. Its
     /// arguments are the block, its size and its word.
-    using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType);
+    using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord);
 
     /// Function that is called when no memory is available. The heap tries again if it returns true.
     using HeapFailure_t = bool (*)(std::size_t nBytes);
 
     /// Function that returns the text that reports show for a block's word.
-    using HeapWordName_t = char const * (*)(std::uint32_t dwType);
+    using HeapWordName_t = char const * (*)(std::uint32_t dwWord);
 
     /// Function that is called for each block that still lives when the process ends.
     using HeapDump_t = void (*)(HeapBlock_t const & Block);
@@ -60,9 +60,9 @@ namespace plat
     /// Function that receives the heap's reports.
     using HeapReport_t = void (*)(char const * szText);
 
-    /// Allocates a block with the word dwType, aligned for any type, and returns it. szFile is kept as a pointer and
+    /// Allocates a block with the word dwWord, aligned for any type, and returns it. szFile is kept as a pointer and
     /// may be null. Returns null if there is no memory and no failure handler returns true.
-    void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine);
+    void * HeapAlloc(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine);
 
     /// Sets the own bytes of a live block, which lie within it. The fence then begins after them: its
     /// first 16 bytes and the block's last 4 are checked. Reports state the address and size of the own bytes.
@@ -106,7 +106,7 @@ namespace plat
     void HeapSetLeakCheck(bool bCheck);
 
     /// Returns the text for a word, as the function of HeapSetWordName does, or "unknown" without one.
-    char const * HeapWordName(std::uint32_t dwType);
+    char const * HeapWordName(std::uint32_t dwWord);
 
     /// Formats a report of up to 1023 characters. It goes to the receiver, or to standard error without one.
     void HeapReport(char const * szFormat, ...) ZQ_PRINTF(1, 2);

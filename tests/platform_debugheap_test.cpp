@@ -39,7 +39,7 @@ TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
         EXPECT_EQ(std::count(p - 4, p, 0xFD) + std::count(p + nBytes, p + nBytes + 4, 0xFD), 8);
         plat::HeapBlock_t Block;
         ASSERT_TRUE(plat::HeapFindBlock(p, Block));
-        EXPECT_EACH(Block.pUser == p, Block.nBytes == nBytes, Block.dwType == 0x290004, Block.iLine == 12,
+        EXPECT_EACH(Block.pUser == p, Block.nBytes == nBytes, Block.dwWord == 0x290004, Block.iLine == 12,
             Block.pOwn == p, Block.nOwn == nBytes);
         EXPECT_STREQ(Block.szFile, "file.cpp");
         EXPECT_EACH(plat::HeapBlockSize(p) == nBytes, plat::HeapBlockType(p) == 0x290004);

@@ -56,9 +56,8 @@ ZQ_API bool AppIsInFocus();
 ZQ_API void AppPurgeMessageQueue();
 ZQ_API void AppPurgeKeyboardQueue();
 
-/// ResourceLoadReportCall fires g_ResourceLoadCallbacker with the text, unless reports are blocked.
-/// ResourceLoadReportBlock blocks them until ResourceLoadReportDeploy. Blocks do not nest: one ResourceLoadReportDeploy
-/// ends any number of them.
+/// Report the load of a resource to g_ResourceLoadCallbacker, block such reports, and allow them again. A report that is
+/// blocked does nothing. Blocks do not nest: one ResourceLoadReportDeploy ends any number of them.
 ZQ_API void ResourceLoadReportCall(char const * szText);
 ZQ_API void ResourceLoadReportBlock();
 ZQ_API void ResourceLoadReportDeploy();

@@ -17,9 +17,9 @@ namespace
     }
 }
 
-BitVec_c::BitVec_c(int iBits)
+BitVec_c::BitVec_c(int nBits)
 {
-    Grow(iBits);
+    Grow(nBits);
 }
 
 BitVec_c::BitVec_c(BitVec_c const & Other)
@@ -27,16 +27,16 @@ BitVec_c::BitVec_c(BitVec_c const & Other)
     *this = Other;
 }
 
-BitVec_c & BitVec_c::Grow(int iBits)
+BitVec_c & BitVec_c::Grow(int nBits)
 {
-    if (iBits <= iDim)
+    if (nBits <= iDim)
     {
         return *this;
     }
-    ZQ_ASSERT(iBits <= MAX_BITS);
-    if (iBits <= MAX_BITS)
+    ZQ_ASSERT(nBits <= MAX_BITS);
+    if (nBits <= MAX_BITS)
     {
-        int const iNewDim = (iBits + 7) & ~7;
+        int const iNewDim = (nBits + 7) & ~7;
         if (unsigned char * const pNew = AllocateBytes(static_cast<std::size_t>(iNewDim >> 3)))
         {
             std::copy_n(pVec, GetBytes(), pNew);
@@ -179,19 +179,19 @@ char * BitVec_c::Hex(char * szData, int nLen) const
 
 bool BitVec_c::Serialize(Serializeable_c & Archive)
 {
-    int iBits = iDim;
-    Archive.Serialize(iBits);
+    int nBits = iDim;
+    Archive.Serialize(nBits);
     if (Archive.IsReading() && !Archive.IsFailed())
     {
-        bool const bSound = iBits >= 0 && iBits <= MAX_BITS;
-        if (!bSound || !Load(Archive, iBits))
+        bool const bSound = nBits >= 0 && nBits <= MAX_BITS;
+        if (!bSound || !Load(Archive, nBits))
         {
             Archive.Fail();
         }
     }
-    else if (iBits > 0 && !Archive.IsFailed())
+    else if (nBits > 0 && !Archive.IsFailed())
     {
-        Archive.Serialize(pVec, iBits / 8);
+        Archive.Serialize(pVec, nBits / 8);
     }
     return !Archive.IsFailed();
 }
@@ -217,14 +217,14 @@ namespace
     }
 }
 
-bool BitVec_c::Load(Serializeable_c & Archive, int iBits)
+bool BitVec_c::Load(Serializeable_c & Archive, int nBits)
 {
-    int const nBytes = static_cast<int>((std::int64_t{ iBits } + 7) / 8);
+    int const nBytes = static_cast<int>((std::int64_t{ nBits } + 7) / 8);
     BitVec_c Read;
     int const nLeft = Archive.GetLeft();
     bool const bKnown = nLeft >= 0;
     bool const bThere = bKnown ? nBytes <= nLeft : ReadGrowing(Archive, Read, nBytes);
-    if (!bThere || Grow(iBits).iDim < iBits)
+    if (!bThere || Grow(nBits).iDim < nBits)
     {
         return false;
     }

@@ -39,8 +39,8 @@ class ZQ_API BitVec_c
 public:
     static constexpr int MAX_BITS = 0x7FFFFFF8;   // the longest row
 
-    /// Makes a row of iBits zero bits, rounded up. The row is empty if iBits is below 1.
-    explicit BitVec_c(int iBits = 0);
+    /// Makes a row of nBits zero bits, rounded up. The row is empty if nBits is below 1.
+    explicit BitVec_c(int nBits = 0);
     BitVec_c(BitVec_c const & Other);
     BitVec_c(BitVec_c && Other) noexcept { Swap(Other); }   // leaves the other one empty
     ~BitVec_c() { Reset(); }
@@ -48,8 +48,8 @@ public:
     /// Exchanges the storage and the sizes of the two rows.
     void Swap(BitVec_c & Other) noexcept;
 
-    /// Grows to at least iBits bits and returns the row. Never shrinks.
-    BitVec_c & Grow(int iBits);
+    /// Grows to at least nBits bits and returns the row. Never shrinks.
+    BitVec_c & Grow(int nBits);
 
     /// Frees the storage; empty afterwards.
     void Reset();
@@ -86,7 +86,7 @@ public:
     /// Returns the index of the first set bit at or after iFrom, or -1 if there is none. Requires iFrom >= 0.
     int NextSet(int iFrom) const;
 
-    /// Returns the number of set bits.
+    /// Return the number of set bits, whether there is one, and whether there is none.
     std::size_t Count() const;
     bool AnySet() const { return Scan1() >= 0; }
     bool NoneSet() const { return !AnySet(); }
@@ -98,7 +98,7 @@ public:
     BitVec_c & operator|=(BitVec_c const & Other);
     BitVec_c & operator^=(BitVec_c const & Other);
 
-    /// &= keeps the bits that are set in both rows; -= clears the bits that are set in the other. The size stays.
+    /// Clear bits of this row: &= those that are clear in the other row, -= those that are set in it. The size stays.
     BitVec_c & operator&=(BitVec_c const & Other);
     BitVec_c & operator-=(BitVec_c const & Other);
 
@@ -147,7 +147,7 @@ private:
     static unsigned char MaskOf(int iX) { return static_cast<unsigned char>(0x80 >> (iX & 7)); }
     bool IsInside(int iX) const { return static_cast<unsigned>(iX) < static_cast<unsigned>(iDim); }
     std::size_t GetBytes() const { return static_cast<std::size_t>(iDim >> 3); }
-    bool Load(Serializeable_c & Archive, int iBits);
+    bool Load(Serializeable_c & Archive, int nBits);
     static void FillFromDigits(unsigned char * pBytes, std::size_t nBytes, char const * szText);
     template <typename COMBINE>
     bool CombineShort(BitVec_c const & Other, COMBINE fnCombine);
@@ -213,7 +213,7 @@ public:
     /// Returns the bit, or false outside the field.
     bool Bit(int iX, INDEX... iRow) const;
 
-    /// Bis sets the bit, Bic clears it, Set does either. All grow to a bit outside the field, Bic too.
+    /// Set the bit, clear it, and do either by bSet. All grow to a bit outside the field, Bic too.
     void Bis(int iX, INDEX... iRow);
     void Bic(int iX, INDEX... iRow);
     void Set(int iX, INDEX... iRow, bool bSet)
@@ -234,7 +234,7 @@ public:
     void Bis(INDEX... iRow, BitVec_c const & Vec);
     void Xor(INDEX... iRow, BitVec_c const & Vec);
 
-    /// And keeps the bits that are set in both; Bic clears the bits that are set in the vector. Nothing grows.
+    /// Clear bits of the row: And those that are clear in the vector, Bic those that are set in it. Nothing grows.
     void And(INDEX... iRow, BitVec_c const & Vec);
     void Bic(INDEX... iRow, BitVec_c const & Vec);
 
@@ -254,7 +254,7 @@ public:
     FIELD & operator~();
     friend bool operator==(FIELD const & A, FIELD const & B) { return A.IsEqual(B); }
 
-    /// Returns the number of set bits.
+    /// Return the number of set bits, whether there is one, and whether there is none.
     std::size_t Count() const;
     bool AnySet() const;
     bool NoneSet() const { return !AnySet(); }
@@ -270,7 +270,7 @@ private:
     FIELD const & Self() const { return static_cast<FIELD const &>(*this); }
     bool IsEqual(FIELD const & Other) const;
     FIELD & GrowToField(FIELD const & Other);
-    unsigned char * GrowToRow(int iBits, INDEX... iRow);
+    unsigned char * GrowToRow(int nBits, INDEX... iRow);
     unsigned char * GrowToByte(int iX, INDEX... iRow);
 };
 
@@ -301,6 +301,8 @@ public:
         Swap(Map);
         return *this;
     }
+
+    /// Exchanges the storage and the sizes of the two planes.
     void Swap(BitMap_c & Other) noexcept;
 
     /// Sets the rows from an array of texts that ends in null, each as BitVec_c does, and clears the further rows. The
@@ -338,6 +340,8 @@ public:
         Swap(Map);
         return *this;
     }
+
+    /// Exchanges the storage and the sizes of the two spaces.
     void Swap(BitMap3D_c & Other) noexcept;
 
     /// Returns whether some bit is set in both.
@@ -389,6 +393,7 @@ BITS operator-(BITS A, BITS const & B)
     return A;
 }
 
+/// Exchanges two fields, as the standard library's algorithms ask for it.
 template <AnyBitField BITS>
 void swap(BITS & A, BITS & B) noexcept
 {
@@ -401,7 +406,7 @@ void swap(BITS & A, BITS & B) noexcept
 class TinyBitmap_c
 {
 public:
-    /// Sets the width to the low four bits of nWidth. The field stays as it is.
+    /// Set the width to the low four bits of nWidth, and return the width. The field stays as it is.
     void SetWidth(int nWidth)
     {
         m_dwBits = (m_dwBits & ~WIDTH_MASK) | (static_cast<std::uint32_t>(nWidth) & WIDTH_MASK);
@@ -411,7 +416,7 @@ public:
     /// Zeroes the field; the width stays.
     void Clear() { m_dwBits &= WIDTH_MASK; }
 
-    /// Set sets a cell. Get returns whether it is set.
+    /// Set a cell, and return whether it is set.
     void Set(int iX, int iY)
     {
         std::int64_t const iCell = CellOf(iX, iY);

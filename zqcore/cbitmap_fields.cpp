@@ -325,10 +325,10 @@ void BitField_T<FIELD, INDEX...>::Clear()
 }
 
 template <typename FIELD, typename... INDEX>
-unsigned char * BitField_T<FIELD, INDEX...>::GrowToRow(int iBits, INDEX... iRow)
+unsigned char * BitField_T<FIELD, INDEX...>::GrowToRow(int nBits, INDEX... iRow)
 {
     bool const bNegative = ((iRow < 0) || ...);
-    return bNegative ? nullptr : Grow(iBits, SizeFor(iRow)...).Row(iRow...);
+    return bNegative ? nullptr : Grow(nBits, SizeFor(iRow)...).Row(iRow...);
 }
 
 template <typename FIELD, typename... INDEX>

@@ -96,32 +96,32 @@ private:
     };
 
     /// Scope in which the list is firing.
-    struct Firing_s
+    struct FiringScope_c
     {
         CallbackerBase_T & List;
         bool const bChangedBefore;   // the outer firing's flag, which a forced firing must not lose
 
-        explicit Firing_s(CallbackerBase_T & l)
+        explicit FiringScope_c(CallbackerBase_T & l)
             : List(l)
             , bChangedBefore(l.m_bChanged)
         {
             List.m_bChanged = false;
             List.m_bFiring = true;
         }
-        ~Firing_s()
+        ~FiringScope_c()
         {
             List.m_bChanged = List.m_bChanged || bChangedBefore;
             List.m_bFiring = false;
         }
-        Firing_s & operator=(Firing_s &&) = delete;
+        FiringScope_c & operator=(FiringScope_c &&) = delete;
     };
 
     template <typename... ARGS>
     void Walk(bool bForce, ARGS... Args);
 
     Link_T<Entry_s> * pHead = nullptr;   // the entry added last
-    bool m_bChanged = false;             // since this firing began
-    bool m_bFiring = false;
+    bool m_bChanged = false;             // whether the list was changed since this firing began
+    bool m_bFiring = false;              // whether a firing runs
 };
 
 /// An event.
@@ -197,7 +197,7 @@ void CallbackerBase_T<T>::Walk(bool bForce, ARGS... Args)
     {
         return;
     }
-    Firing_s const Firing(*this);
+    FiringScope_c const Firing(*this);
     for (Link_T<Entry_s> * pNode = pHead; pNode; pNode = pNode->pNext)
     {
         bool const bExclusive = pNode->Get().m_bExclusive;

@@ -39,7 +39,7 @@ namespace
 
     constexpr std::array<std::uint16_t, 256> MakeCrc16Tab()
     {
-        constexpr unsigned POLYNOMIAL = 0xA097;
+        constexpr unsigned POLYNOMIAL = 0xA097;   // of CRC-16/TELEDISK in the RevEng catalogue of CRC algorithms
         std::array<std::uint16_t, 256> dTab{};
         for (unsigned iByte = 0; iByte < 256; ++iByte)
         {

@@ -33,7 +33,7 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// can't be read or there is no media root. The tables are then as before, except that they may hold the cache's own
 /// folder. A damaged cache ends in Abort:
 /// - another major version, or too few bytes.
-/// - a text that does not fit its check sum.
+/// - a text that does not fit its checksum.
 /// - two entries of one name, or a file without its folder.
 /// - more folders or files than the tables have room for.
 ///

@@ -50,13 +50,13 @@ namespace
     }
 
     // The hook on the debug heap, which holds g_CategoryLock meanwhile.
-    void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwType)
+    void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord)
     {
         // Checks the state before this event: that memory was not written just before, so the processor reads it at
         // full speed. Both sides change by the same amounts below, so only the counter that changes can break the
         // balance.
         bool const bSoundBefore = MemoryCountersAddUp();
-        mem::Categories_e const eCategory = MemoryCountedCategory(dwType);
+        mem::Categories_e const eCategory = MemoryCountedCategory(dwWord);
         if (eCategory != mem::CRT)
         {
             if (eEvent == plat::HeapEvent_e::Free)
@@ -94,11 +94,11 @@ namespace
     // The line of the leak report for a block that describes itself.
     void CoreDumpHook(plat::HeapBlock_t const & Block)
     {
-        if (!(Block.dwType & MEMORY_OBJECT_FLAG))
+        if (!(Block.dwWord & MEMORY_OBJECT_FLAG))
         {
             return;
         }
-        std::uint32_t const blocktype = Block.dwType & 0xFFFF;
+        std::uint32_t const blocktype = Block.dwWord & 0xFFFF;
         ZQ_ASSERT_TEXT(blocktype == MEMORY_CLIENT_BLOCK, "blocktype == _CLIENT_BLOCK");
         ZQ_ASSERT_TEXT(sizeof(mem::Object_i) <= Block.nBytes, "sizeof ( mem::Object_i ) <= nBytes");
         if (auto const * const pObject =
@@ -134,12 +134,12 @@ namespace
 
     void ReportBlock(plat::HeapBlock_t const & Block, void * pContext)
     {
-        if ((Block.dwType & 0xFFFF) != MEMORY_CLIENT_BLOCK)
+        if ((Block.dwWord & 0xFFFF) != MEMORY_CLIENT_BLOCK)
         {
             return;
         }
         auto & Report = *static_cast<Report_s *>(pContext);
-        mem::Categories_e const eCategory = MemoryCategoryInWord(Block.dwType);
+        mem::Categories_e const eCategory = MemoryCategoryInWord(Block.dwWord);
         char szFile[1024];
         plat::HeapFileName(Block, szFile, sizeof szFile);
         if (eCategory == mem::UNDEFINED && Report.fu)

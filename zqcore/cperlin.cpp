@@ -33,7 +33,7 @@ namespace
     };
     constinit Tables_s g_Tables{};
 
-    // Returns 0 to 32767.
+    // Returns 0 to 32767, from a linear congruential generator with the constants of the Windows C library's rand.
     int Draw()
     {
         g_dwSeed = g_dwSeed * 214013u + 2531011u;

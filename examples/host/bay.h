@@ -23,7 +23,8 @@ template <typename T>
 using Items_T = Array_T<T, 16, 0>;
 
 inline constexpr int MAX_GOODS = 32;
-inline constexpr int HOURS = 24;   // in a day
+inline constexpr int HOURS = 24;             // in a day
+inline constexpr int MAX_NUMBER = 1000000;   // the largest number in the media; sums stay far from their limits
 
 struct Good_s
 {

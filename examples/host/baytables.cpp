@@ -6,8 +6,6 @@
 
 namespace
 {
-    constexpr int MAX_NUMBER = 1000000;   // the largest number in any cell, so that sums stay far from their limits
-
     bool ReadName(Warehouse_c const & Table, char const * szColumn, Name_t & sName)
     {
         return Table.Get(szColumn, sName.GetBuffer(), Name_t::Capacity()) && !sName.IsEmpty();

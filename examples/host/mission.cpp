@@ -8,8 +8,6 @@
 
 namespace
 {
-    constexpr int MAX_NUMBER = 1000000;
-
     bool IsSound(Goal_s const & Goal)
     {
         for (int iNumber : { Goal.nCrates, Goal.nDays, Goal.iPay })
@@ -25,10 +23,10 @@ namespace
     // Reads a goal after the word "deliver".
     void ReadGoal(Script_c & Script, Bay_s & Bay)
     {
-        char sGood[Script_c::TOKEN_SIZE];
-        Script.GetToken(sGood, false);
+        char szGood[Script_c::TOKEN_SIZE];
+        Script.GetToken(szGood, false);
         Goal_s Goal;
-        Goal.pGood = FindByIdent(Bay.dGoods, sGood);
+        Goal.pGood = FindByIdent(Bay.dGoods, szGood);
         Goal.nCrates = Script.GetInt("crates");
         Goal.nDays = Script.GetInt("days");
         Goal.iPay = Script.GetInt("pays");
@@ -38,7 +36,7 @@ namespace
         }
         else
         {
-            LogEscaped("%s: the goal of \"%s\" makes no sense and is left out", Script.m_sName, sGood);
+            LogEscaped("%s: the goal of \"%s\" makes no sense and is left out", Script.m_sName, szGood);
         }
     }
 }
@@ -50,14 +48,14 @@ void MissionRead(char const * szFile, Bay_s & Bay)
     {
         return;
     }
-    char sToken[Script_c::TOKEN_SIZE];
-    for (Script.GetToken(sToken, false); sToken[0]; Script.GetToken(sToken, false))
+    char szToken[Script_c::TOKEN_SIZE];
+    for (Script.GetToken(szToken, false); szToken[0]; Script.GetToken(szToken, false))
     {
-        if (StrCompareNoCase(sToken, "mission") == 0)
+        if (StrCompareNoCase(szToken, "mission") == 0)
         {
             Script.GetString(Bay.Mission.sTitle.GetBuffer(), Bay.Mission.sTitle.Capacity() - 1, '"');
         }
-        else if (StrCompareNoCase(sToken, "deliver") == 0)
+        else if (StrCompareNoCase(szToken, "deliver") == 0)
         {
             ReadGoal(Script, Bay);
         }

@@ -27,7 +27,7 @@ namespace plat
             std::size_t nBytes;
             std::size_t nBefore;   // from the start of the block to the caller's bytes
             std::size_t nOwn;      // the caller's bytes
-            std::uint32_t dwType;
+            std::uint32_t dwWord;
             std::int32_t iLine;
             std::uint8_t dPadding[sizeof(void *) == 8 ? 4 : 12];
             std::uint8_t dGap[GAP];
@@ -109,7 +109,7 @@ namespace plat
 
         HeapBlock_t Describe(Header_s * pHeader)
         {
-            return { UserOf(pHeader), pHeader->nBytes, pHeader->dwType, pHeader->szFile, pHeader->iLine, OwnOf(pHeader),
+            return { UserOf(pHeader), pHeader->nBytes, pHeader->dwWord, pHeader->szFile, pHeader->iLine, OwnOf(pHeader),
                 pHeader->nOwn };
         }
 
@@ -146,7 +146,7 @@ namespace plat
         }
 
         // Returns a new block that is filled and described, but not yet listed.
-        Header_s * MakeBlock(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine)
+        Header_s * MakeBlock(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine)
         {
             Header_s * const pHeader = AllocateMemory(nBytes);
             if (pHeader)
@@ -155,7 +155,7 @@ namespace plat
                 pHeader->nBytes = nBytes;
                 pHeader->nBefore = 0;
                 pHeader->nOwn = nBytes;
-                pHeader->dwType = dwType;
+                pHeader->dwWord = dwWord;
                 pHeader->iLine = iLine;
                 std::memset(pHeader->dGap, FILL_GAP, GAP);
                 Fill(UserOf(pHeader), FILL_NEW, nBytes);
@@ -187,7 +187,7 @@ namespace plat
             char szFile[256];
             HeapFileName(Block, szFile, sizeof szFile);
             HeapReport("Damage after the block at 0x%08zX of %zu bytes, category %s, allocated at %s(%i).\n",
-                AddressOf(Block.pOwn), Block.nOwn, HeapWordName(Block.dwType), szFile, Block.iLine);
+                AddressOf(Block.pOwn), Block.nOwn, HeapWordName(Block.dwWord), szFile, Block.iLine);
         }
 
         bool CheckBlock(Header_s * pHeader)
@@ -207,14 +207,14 @@ namespace plat
         {
             if (HeapHook_t const fnHook = g_fnHook.load(std::memory_order_acquire))
             {
-                fnHook(eEvent, UserOf(pHeader), pHeader->nBytes, pHeader->dwType);
+                fnHook(eEvent, UserOf(pHeader), pHeader->nBytes, pHeader->dwWord);
             }
         }
     }
 
-    void * HeapAlloc(std::size_t nBytes, std::uint32_t dwType, char const * szFile, int iLine)
+    void * HeapAlloc(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine)
     {
-        Header_s * const pHeader = MakeBlock(nBytes, dwType, szFile, iLine);
+        Header_s * const pHeader = MakeBlock(nBytes, dwWord, szFile, iLine);
         if (!pHeader)
         {
             return nullptr;
@@ -267,7 +267,7 @@ namespace plat
 
     std::uint32_t HeapBlockType(void const * pUser)
     {
-        return HeaderOf(pUser)->dwType;
+        return HeaderOf(pUser)->dwWord;
     }
 
     HeapBlock_t HeapDescribe(void const * pUser)

@@ -44,10 +44,10 @@ namespace plat
         g_fnWordName = fnName;
     }
 
-    char const * HeapWordName(std::uint32_t dwType)
+    char const * HeapWordName(std::uint32_t dwWord)
     {
         HeapWordName_t const fnName = g_fnWordName;
-        return fnName ? fnName(dwType) : "unknown";
+        return fnName ? fnName(dwWord) : "unknown";
     }
 
     void HeapReport(char const * szFormat, ...)

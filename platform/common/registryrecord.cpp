@@ -11,7 +11,7 @@ namespace plat
     namespace
     {
         // A record is "ZQRV" and then, as 32-bit words with the lowest byte first: the type, the length of the name,
-        // the length of the data, and the check sum of all but itself. The name as the writer spelled it and the data
+        // the length of the data, and the checksum of all but itself. The name as the writer spelled it and the data
         // follow.
         constexpr char MAGIC[] = { 'Z', 'Q', 'R', 'V' };
         constexpr std::size_t TYPE_AT = 4;
@@ -40,7 +40,7 @@ namespace plat
             }
         }
 
-        // Returns the FNV-1a of 32 bits over a record without its check sum.
+        // Returns the FNV-1a of 32 bits over a record without its checksum.
         std::uint32_t CheckSum(RecordBytes_t const & dBytes)
         {
             std::uint32_t dwSum = 0x811C9DC5u;

@@ -24,7 +24,7 @@ namespace plat
     };
     inline constexpr StoreHandle_t STORE_NONE{ -1 };
 
-    /// Who may use what is created.
+    /// Users who have rights on what is created.
     enum class StoreRights_e
     {
         Owner,     // the user only
@@ -173,7 +173,9 @@ namespace plat
         std::uint64_t nFolders = 0;   // changes with the number of its folders, if the disk counts them
         bool operator==(StoreStamp_s const &) const = default;
     };
-    StoreStamp_s StoreStamp(StoreHandle_t hFolder);   // all zero on failure
+
+    /// Returns the stamp of a folder, all zero on failure.
+    StoreStamp_s StoreStamp(StoreHandle_t hFolder);
 
     /// Reads the time of a folder's last change. Returns false on failure.
     bool StoreLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite);

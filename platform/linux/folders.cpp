@@ -16,7 +16,7 @@
 
 namespace plat
 {
-    struct FolderListing_c::Contents_s
+    struct FolderListing_c::Contents_c
     {
         bool ReadEntries(int iFolder);
         void AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes);
@@ -109,17 +109,17 @@ namespace plat
         // Returns the kinds of bytes in a terminated name, and its length, from one pass.
         unsigned ScanName(char const * szName, std::size_t & nLength)
         {
-            unsigned bKinds = 0;
+            unsigned dwKinds = 0;
             nLength = 0;
             for (; szName[nLength] != 0; ++nLength)
             {
-                bKinds |= BYTE_KINDS[static_cast<unsigned char>(szName[nLength])];
+                dwKinds |= BYTE_KINDS[static_cast<unsigned char>(szName[nLength])];
             }
-            return bKinds;
+            return dwKinds;
         }
     }
 
-    void FolderListing_c::Contents_s::Clear()
+    void FolderListing_c::Contents_c::Clear()
     {
         dEntries.clear();
         dOrder.clear();
@@ -128,28 +128,28 @@ namespace plat
     }
 
     // Appends the folder's entries in the disk's order. Returns false if reading fails.
-    bool FolderListing_c::Contents_s::ReadEntries(int iFolder)
+    bool FolderListing_c::Contents_c::ReadEntries(int iFolder)
     {
         FolderReader_c Reader(iFolder);
         while (dirent64 const * pRaw = Reader.Next())
         {
             std::size_t nName;
-            unsigned const bKinds = ScanName(pRaw->d_name, nName);
+            unsigned const dwKinds = ScanName(pRaw->d_name, nName);
             FolderEntry_t Entry;
             Entry.nName = static_cast<std::uint32_t>(nName);
-            Entry.bAscii = (bKinds & NOT_ASCII) == 0;
-            Entry.bReachable = (bKinds & BACKSLASH) == 0;
+            Entry.bAscii = (dwKinds & NOT_ASCII) == 0;
+            Entry.bReachable = (dwKinds & BACKSLASH) == 0;
             if (!Entry.bReachable || FactsOfEntry(iFolder, *pRaw, Entry))
             {
                 AddEntry(Entry, pRaw->d_name, nName + 1);
-                bFolded = bFolded && (bKinds & CAPITAL) == 0;
+                bFolded = bFolded && (dwKinds & CAPITAL) == 0;
             }
         }
         dNames.resize(dNames.size() + KEY_BYTES);   // after the last name
         return !Reader.IsBroken();
     }
 
-    void FolderListing_c::Contents_s::AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes)
+    void FolderListing_c::Contents_c::AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes)
     {
         if (dNames.capacity() - dNames.size() < nBytes + KEY_BYTES)
         {
@@ -161,7 +161,7 @@ namespace plat
     }
 
     // Makes room for nBytes more in dNames. The entries then point into the new block.
-    ZQ_COLD void FolderListing_c::Contents_s::GrowNames(std::size_t nBytes)
+    ZQ_COLD void FolderListing_c::Contents_c::GrowNames(std::size_t nBytes)
     {
         std::vector<char> dLarger;
         dLarger.reserve(std::max(NAME_BYTES_AT_FIRST, dNames.size() * 2 + nBytes + KEY_BYTES));
@@ -192,7 +192,7 @@ namespace plat
     }
 
     // Returns the length of the longest common prefix of all names. No name is shorter than that.
-    std::size_t FolderListing_c::Contents_s::CommonStart() const
+    std::size_t FolderListing_c::Contents_c::CommonStart() const
     {
         std::size_t nCommon = dEntries.empty() ? 0 : dEntries[0].nName;
         for (FolderEntry_t const & Entry : dEntries)
@@ -210,7 +210,7 @@ namespace plat
     }
 
     // Sorts the entries in the order of listings. If all names are folded, comparing their bytes is enough.
-    void FolderListing_c::Contents_s::Sort()
+    void FolderListing_c::Contents_c::Sort()
     {
         std::size_t const nStart = bFolded ? CommonStart() : 0;
         for (FolderEntry_t const & Entry : dEntries)
@@ -236,7 +236,7 @@ namespace plat
     }
 
     // Returns the names that the record of spellings selects from, or none if all are folded.
-    std::vector<char const *> FolderListing_c::Contents_s::NamesToRecord() const
+    std::vector<char const *> FolderListing_c::Contents_c::NamesToRecord() const
     {
         std::vector<char const *> dToRecord;
         for (std::size_t i = 0; !bFolded && i < dOrder.size(); ++i)
@@ -255,7 +255,7 @@ namespace plat
     {
         if (m_pContents == nullptr)
         {
-            m_pContents = new Contents_s;
+            m_pContents = new Contents_c;
             m_pContents->dEntries.reserve(ENTRIES_AT_FIRST);
         }
         m_pContents->Clear();

@@ -157,7 +157,7 @@ namespace plat
                 char szFile[256];
                 HeapFileName(Block, szFile, sizeof szFile);
                 HeapReport("Memory leak: %zu bytes at 0x%08zX, category %s, %s(%i)\n", Block.nOwn,
-                    reinterpret_cast<std::size_t>(Block.pOwn), HeapWordName(Block.dwType), szFile, Block.iLine);
+                    reinterpret_cast<std::size_t>(Block.pOwn), HeapWordName(Block.dwWord), szFile, Block.iLine);
             }
             if (HeapDump_t const fnDump = g_fnDump)
             {

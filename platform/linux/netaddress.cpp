@@ -14,8 +14,9 @@ namespace plat
         constinit std::atomic<NetAddressSource_t> g_fnSource = nullptr;
         constinit std::atomic<unsigned> g_nSources = 0;
 
-        constexpr unsigned char GROUP_BIT = 1;   // in the first byte: the address is not that of a single interface
-        constexpr unsigned char LOCAL_BIT = 2;
+        // Bits of an address's first byte (IEEE 802).
+        constexpr unsigned char GROUP_BIT = 1;   // the address is not that of a single interface
+        constexpr unsigned char LOCAL_BIT = 2;   // the address was not assigned by a manufacturer
 
         // Returns the link-layer address of an entry that is usable, or null.
         sockaddr_ll const * UsableAddress(ifaddrs const & Entry)
