@@ -165,6 +165,38 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     EXPECT_FALSE(plat::RegistryKeyExists(USER, "k")) << "a refused value makes no key";
 }
 
+TEST_F(RegistryTest, ReadsIntoTextObjectsIntegersAndEnumerators)
+{
+    enum class Mode_e
+    {
+        Window,
+        Full
+    };
+    static constexpr EnumName_T<Mode_e> MODES[] = { { "window", Mode_e::Window }, { "full", Mode_e::Full } };
+    Registry_c Registry;
+    ASSERT_TRUE(Registry.CreateKey("Test\\Subkey") && Registry.CreateKey("Test"));
+    std::string sText = "stale";
+    String_T<5> sShort("old");
+    String_T<6> sName("old");
+    EXPECT_EACH(Registry.WriteString("t", "FULL"), Registry.ReadString("t", sText), sText == "FULL",
+        Registry.ReadString("t", sShort), sShort == "FULL", Registry.WriteString("t", "longer"));
+    EXPECT_EACH(!Registry.ReadString("t", sShort), sShort == "FULL", Registry.ReadString("t", sText), sText == "longer",
+        !Registry.ReadString("none", sText), sText == "longer");
+    EXPECT_EACH(!Registry.EnumKey(0, sName), sName == "old", Registry.EnumKey(0, sText), sText == "Subkey");
+    EXPECT_EACH(Registry.WriteString("t", ""), Registry.ReadString("t", sText), sText.empty());
+
+    Mode_e eMode = Mode_e::Window;
+    EXPECT_EACH(!Registry.ReadValue("t", &eMode, MODES), Registry.WriteString("t", "FULL"),
+        Registry.ReadValue("t", &eMode, MODES), eMode == Mode_e::Full);
+    std::uint32_t iWide = 7;
+    std::int16_t iSmall = 7;
+    std::uint8_t iByte = 7;
+    std::int64_t iLong = 7;
+    EXPECT_EACH(Registry.WriteValue("u", 0xFFFFFFFEu), Registry.ReadValue("u", &iWide), iWide == 0xFFFFFFFEu,
+        Registry.ReadValue("u", &iSmall), iSmall == -2, Registry.ReadValue("u", &iLong), iLong == -2,
+        !Registry.ReadValue("u", &iByte), iByte == 7, !Registry.ReadValue("t", &iWide), iWide == 0xFFFFFFFEu);
+}
+
 TEST_F(RegistryTest, ListsKeysWithTheirFigures)
 {
     Registry_c Registry;

@@ -126,3 +126,13 @@ NumberEnd_t TextToInteger(char const * szText, int & value)
 {
     return ReadInteger(szText, value);
 }
+
+NumberEnd_t TextToInteger(char const * szText, long long & value)
+{
+    return ReadInteger(szText, value);
+}
+
+NumberEnd_t TextToInteger(char const * szText, unsigned long long & value)
+{
+    return ReadInteger(szText, value);
+}

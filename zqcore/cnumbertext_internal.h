@@ -18,6 +18,8 @@ NumberEnd_t TextToDouble(char const * szText, double & value);
 /// value of the type.
 NumberEnd_t TextToInteger(char const * szText, long & value);
 NumberEnd_t TextToInteger(char const * szText, int & value);
+NumberEnd_t TextToInteger(char const * szText, long long & value);
+NumberEnd_t TextToInteger(char const * szText, unsigned long long & value);   // requires no minus sign
 
 /// Returns what TextToDouble reads, narrowed to float. A number that is too large for a float becomes infinite.
 inline float TextToFloat(char const * szText)

@@ -5,6 +5,8 @@
 // ignored. Names compare without regard to ASCII case; names and values are returned in lower case. UTF-8's byte order
 // mark is skipped.
 //
+// Texts are written to buffers by the rule of cstring.h, and to text objects (ctextvalue.h).
+//
 // Ownership: the file stays open until the next Open or the destructor, which must come before ModuleFile_c shuts down.
 // Texts are copied to the caller.
 // Threads: one thread for each object.
@@ -21,6 +23,7 @@
 #pragma once
 
 #include "zqcore/ctexterror.h"
+#include "zqcore/ctextvalue.h"
 #include "zqcore/cwarehousescan.h"
 
 class File_c;
@@ -42,12 +45,22 @@ public:
     /// Returns why the last Open failed. Searches and walks set no error.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
-    /// Write the key of the open file and its path on disk, cut to fit. Return false, with an empty text, if no file is
-    /// open. Assert that the buffer is not null and that its size nMaxLength is above 1.
+    /// Write the key of the open file and its path on disk. Return false, with an empty text, if no file is open. Assert
+    /// that the buffer is not null and that its size nMaxLength is above 1.
     ZQ_API bool GetFileName(char * sName, int nMaxLength) const;
-    bool GetFileName(String_T<256> & sName) const { return GetFileName(sName.GetBuffer(), 256); }
     ZQ_API bool GetFileFullPath(char * sPath, int nMaxLength) const;
-    bool GetFileFullPath(String_T<256> & sPath) const { return GetFileFullPath(sPath.GetBuffer(), 256); }
+    template <TextObject_T TEXT>
+    bool GetFileName(TEXT & sName) const
+    {
+        String_T<MAX_PATH_SIZE> sText;
+        return TextPut(sName, GetFileName(sText.GetBuffer(), MAX_PATH_SIZE) ? sText.CStr() : nullptr);
+    }
+    template <TextObject_T TEXT>
+    bool GetFileFullPath(TEXT & sPath) const
+    {
+        String_T<MAX_PATH_SIZE> sText;
+        return TextPut(sPath, GetFileFullPath(sText.GetBuffer(), MAX_PATH_SIZE) ? sText.CStr() : nullptr);
+    }
 
     /// Returns whether a line has this name, with or without a value. Asserts that the name is not null.
     ZQ_API bool FindProp(char const * sPropName) const;
@@ -56,18 +69,47 @@ public:
     /// there are none.
     ZQ_API bool StartProp();
 
-    /// Write the next name. Return false, with an empty text, after the last one. Assert that the buffer can hold it.
+    /// Write the next name. Return false, with an empty text, after the last one. Assert that the buffer or String_T can
+    /// hold it: a name that is cut is another name.
     ZQ_API bool NextProp(char * sValue, int nMaxLength);
-    bool NextProp(String_T<256> & sValue) { return NextProp(sValue.GetBuffer(), 256); }
+    template <int N>
+    bool NextProp(String_T<N> & sValue)
+    {
+        return NextProp(sValue.GetBuffer(), N);
+    }
+    template <TextObject_T TEXT>
+    bool NextProp(TEXT & sValue)
+    {
+        return Extract(m_Names, sValue);
+    }
 
     /// Start and continue a walk over the values of a property, in the order of the lines, repeated values included.
     /// Return and assert as StartProp and NextProp do; StartVal also asserts that the name is not null. The two walks
     /// do not disturb each other.
     ZQ_API bool StartVal(char const * sPropName);
     ZQ_API bool NextVal(char * sValue, int nMaxLength);
-    bool NextVal(String_T<256> & sValue) { return NextVal(sValue.GetBuffer(), 256); }
+    template <int N>
+    bool NextVal(String_T<N> & sValue)
+    {
+        return NextVal(sValue.GetBuffer(), N);
+    }
+    template <TextObject_T TEXT>
+    bool NextVal(TEXT & sValue)
+    {
+        return Extract(m_List, sValue);
+    }
 
 private:
+    static constexpr int MAX_PATH_SIZE = 512;   // a path of at most 255 characters and a key
+
+    template <typename TEXT>
+    static bool Extract(WarehouseLine_c & Queue, TEXT & sValue)
+    {
+        bool const bFound = TextPut(sValue, Queue.IsEmpty() ? nullptr : Queue[Queue.GetLength() - 1]);
+        Queue.DelLast();
+        return bFound;
+    }
+
     WarehouseScan_t Scan() const;
 
     // What the walks have yet to return, the next one last, where removing it costs nothing.

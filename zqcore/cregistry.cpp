@@ -189,6 +189,18 @@ int Registry_c::ReadTyped(char const * sName, RegistryType_e eType, void * pData
     return bFits && Query(sName, pData, nSize) && m_dwType == eType;
 }
 
+// Reads a text of at most nSize - 1 bytes and terminates it.
+bool Registry_c::ReadText(char const * sName, char * sBuffer, std::size_t nSize)
+{
+    std::size_t nText = nSize - 1;
+    if (!Query(sName, sBuffer, nText) || m_dwType != RegistryType_e::Text)
+    {
+        return false;
+    }
+    sBuffer[nText] = '\0';
+    return true;
+}
+
 int Registry_c::ReadString(char const * sName, char * sBuffer, std::uint32_t dwSize)
 {
     return ReadTyped(sName, RegistryType_e::Text, sBuffer, dwSize);

@@ -4,6 +4,9 @@
 // a key's path. Keys and value names compare without regard to ASCII case. A part of a path and a value name each have
 // at most 255 bytes, of any value but 0. A value has at most 16 MiB.
 //
+// Functions with a buffer and its size differ from the rule of cstring.h: nothing is cut. What does not fit is a failure,
+// and the buffer stays unchanged. With a text object or an integer of exact width (ctextvalue.h) it is the same.
+//
 // Ownership: an object owns its open key. Results are copied to the caller.
 // Threads: one thread for each object. Any number of objects and processes may share the store. A value is replaced as
 // a whole: other processes, and those after a crash, see the old value or the new one.
@@ -19,9 +22,11 @@
 //     int const iWidth = Registry.ReadInt("Width", 640);
 #pragma once
 
-#include "zqcore/cconfig.h"
+#include "zqcore/ctextvalue.h"
 
 #include "platform/registry.h"
+
+#include <utility>
 
 /// Type and size of a value: the type is a number of plat::RegistryType_e, the size is in bytes.
 struct _tag_DATA_INFO
@@ -67,6 +72,17 @@ public:
     /// in the order of the lower-case names. Returns false, with sName unchanged, if there is none or if it does not
     /// fit into iSize bytes.
     bool EnumKey(int iIndex, char * sName, int iSize);
+    template <int N>
+    bool EnumKey(int iIndex, String_T<N> & sName)
+    {
+        return EnumKey(iIndex, sName.GetBuffer(), N);
+    }
+    template <TextObject_T TEXT>
+    bool EnumKey(int iIndex, TEXT & sName)
+    {
+        String_T<256> sLongest;
+        return EnumKey(iIndex, sLongest) && TextPut(sName, sLongest);
+    }
 
     /// Fill the record and return 1. On failure they return 0, and the record is zero.
     int GetKeyInfo(_tag_KEY_INFO * pInfo);
@@ -101,14 +117,57 @@ public:
     /// 0.
     int ReadValue(char const * sName, float * pValue);
 
+    /// Reads what WriteValue of an int or a std::uint32_t stores: a signed type takes the 4 bytes as an int, an unsigned
+    /// one as a std::uint32_t. Returns 0, with *pValue unchanged, for any other value and for a number outside the type.
+    template <Integer_T T>
+    int ReadValue(char const * sName, T * pValue)
+    {
+        using Stored_t = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
+        int iValue = 0;
+        int const bRead = ReadValue(sName, &iValue) && std::in_range<T>(static_cast<Stored_t>(iValue));
+        *pValue = bRead ? static_cast<T>(static_cast<Stored_t>(iValue)) : *pValue;
+        return bRead;
+    }
+
+    /// Reads a text that is the name of an enumerator, and returns 1. Returns 0, with *pValue unchanged, for any other
+    /// value and for a name that the table does not have.
+    template <typename ENUM>
+    int ReadValue(char const * sName, ENUM * pValue, EnumNames_T<ENUM> dNames)
+    {
+        String_T<256> sValue;
+        return ReadString(sName, sValue) && EnumFromName(sValue, *pValue, dNames);
+    }
+
     /// Copy a value of the type text (ReadString) or binary (ReadData) of at most dwSize bytes, and return 1. No
-    /// terminator is stored or added: GetSizeValue returns a text's length.
+    /// terminator is stored or added to a buffer: GetSizeValue returns a text's length. A text object must hold the
+    /// whole text.
     int ReadString(char const * sName, char * sBuffer, std::uint32_t dwSize);
+    template <int N>
+    int ReadString(char const * sName, String_T<N> & sText)
+    {
+        char szText[N];
+        return ReadText(sName, szText, N) && TextPut(sText, szText);
+    }
+    template <TextObject_T TEXT>
+    int ReadString(char const * sName, TEXT & sText)
+    {
+        // Another process may store a longer text meanwhile.
+        for (int nText = GetSizeValue(sName), nLast = -1; nText > nLast; nLast = nText, nText = GetSizeValue(sName))
+        {
+            TEXT sRead(static_cast<std::size_t>(nText) + 1, '\0');
+            if (ReadText(sName, sRead.data(), sRead.size()))
+            {
+                return TextPut(sText, sRead.c_str());
+            }
+        }
+        return 0;
+    }
     int ReadData(char const * sName, void * pData, std::uint32_t dwSize);
 
     /// Store a value, replacing one of any type, and return 1. A float has no type. dwSize is in bytes.
     int WriteValue(char const * sName, int iValue);
     int WriteValue(char const * sName, float fValue);
+    int WriteValue(char const * sName, std::uint32_t iValue) { return WriteValue(sName, static_cast<int>(iValue)); }
     int WriteString(char const * sName, char const * sText);
     int WriteData(char const * sName, void const * pData, std::uint32_t dwSize);
 
@@ -116,6 +175,7 @@ private:
     bool Query(char const * sName, void * pData, std::size_t & nSize);
     int ReadTyped(char const * sName, plat::RegistryType_e eType, void * pData, std::size_t nSize);
     bool ReadNumber(char const * sName, void * pData);
+    bool ReadText(char const * sName, char * sBuffer, std::size_t nSize);
     int Write(char const * sName, plat::RegistryType_e eType, void const * pData, std::size_t nSize);
     void Open(char const * sName, bool bCreate);
 

@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <cfloat>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -241,17 +243,17 @@ void Script_c::SkipLine()
     {}
 }
 
-void Script_c::GetToken(char * sToken, bool bPunctuation)
+// Returns the next token that is no comment, or an empty text at the end.
+inline std::string_view Script_c::ReadToken(unsigned iDelimiters)
 {
-    unsigned const iDelimiters = bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER;
-    sToken[0] = '\0';
-    for (bool bComment = true; bComment;)
+    bool const bPunctuation = iDelimiters != DELIMITER;
+    for (;;)
     {
         m_bInToken = false;
         if (m_bEndOfFile)
         {
             m_bInToken = !Is(ReadByte(), iDelimiters);   // moving the position back does not clear the end
-            return;
+            return {};
         }
         char const * const pEnd = m_pData + m_iBytesTotal;
         char const * pBegin = m_pData + m_iBytesRead;
@@ -270,26 +272,33 @@ void Script_c::GetToken(char * sToken, bool bPunctuation)
         m_iLines += nLines + bAtLineFeed;
 
         auto const nToken = static_cast<std::size_t>(p - pBegin);
-        bComment = nToken >= 2 && pBegin[0] == '/' && pBegin[1] == '/';
+        bool const bComment = nToken >= 2 && pBegin[0] == '/' && pBegin[1] == '/';
         if (!bComment)
         {
-            std::size_t const nCopy = std::min<std::size_t>(nToken, TOKEN_SIZE - 1);
-            CopyShort(sToken, pBegin, nCopy);
-            sToken[nCopy] = '\0';
+            return { pBegin, nToken };
         }
-        else if (m_bEndOfFile)
-        {
-            return;
-        }
-        else if (!bAtLineFeed)
+        if (!m_bEndOfFile && !bAtLineFeed)
         {
             SkipLine();
-            if (m_bEndOfFile)
-            {
-                return;
-            }
+        }
+        if (m_bEndOfFile)
+        {
+            return {};
         }
     }
+}
+
+std::string_view Script_c::NextToken(bool bPunctuation)
+{
+    return ReadToken(bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER);
+}
+
+void Script_c::GetToken(char * sToken, bool bPunctuation)
+{
+    std::string_view const sRead = ReadToken(bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER);
+    std::size_t const nCopy = std::min<std::size_t>(sRead.size(), TOKEN_SIZE - 1);
+    CopyShort(sToken, sRead.data(), nCopy);
+    sToken[nCopy] = '\0';
 }
 
 void Script_c::SkipToken(char const * sToken)
@@ -374,29 +383,35 @@ void Script_c::GetLine(char * sLine, int iMaxLength)
     {
         return;
     }
+    std::string_view const sRead = NextLine(iMaxLength - 1);
+    sLine[sRead.copy(sLine, sRead.size())] = '\0';
+}
+
+// Reads the rest of the line, nMost bytes at most, and its end. Returns it without leading blanks.
+std::string_view Script_c::NextLine(int nMost)
+{
     char c;
     do
     {
         c = ReadByte();
-        if (IsLineEnd(c))
+        if (IsLineEnd(c) || m_bEndOfFile)
         {
-            sLine[0] = '\0';
-            return;
+            return {};
         }
     }
-    while (!m_bEndOfFile && (c == ' ' || c == '\t'));
-    sLine[0] = c;
+    while (c == ' ' || c == '\t');
+    char const * const pLine = m_pData + m_iBytesRead - 1;
     int nLine = 1;
-    while (!m_bEndOfFile && nLine < iMaxLength - 1)
+    while (nLine < nMost)
     {
         c = ReadByte();
-        if (c == '\0' || IsLineEnd(c))
+        if (c == '\0' || IsLineEnd(c))   // at the end of the text a NUL is read
         {
             break;
         }
-        sLine[nLine++] = c;
+        ++nLine;
     }
-    sLine[nLine] = '\0';
+    return { pLine, static_cast<std::size_t>(nLine) };
 }
 
 void Script_c::GetSpecific(char * sWord)
@@ -419,6 +434,14 @@ void Script_c::GetSpecific(char * sWord)
 
 void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
 {
+    sString[0] = '\0';
+    std::string_view const sRead = NextString(iMaxLength, cQuote);
+    sString[sRead.copy(sString, sRead.size())] = '\0';
+}
+
+// Reads a quoted text of nMost characters at most.
+std::string_view Script_c::NextString(int nMost, char cQuote)
+{
     bool bSlash = false;
     char c = ReadByte();
     for (; c != cQuote && !m_bEndOfFile && (c == '/' || Is(c, DELIMITER)); c = ReadByte())
@@ -429,17 +452,17 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
         }
         bSlash = bSlash || c == '/';
     }
-    sString[0] = '\0';
     int const iOpening = m_iBytesRead - !m_bEndOfFile;
     if (c != cQuote)
     {
         ErrorAt("this is no quote", nullptr, iOpening);
-        return;
+        return {};
     }
+    char const * const pString = m_pData + m_iBytesRead;
     int nString = 0;
     while (!m_bEndOfFile)
     {
-        bool const bTooLong = nString >= iMaxLength && m_iBytesRead < m_iBytesTotal && m_pData[m_iBytesRead] != cQuote;
+        bool const bTooLong = nString >= nMost && m_iBytesRead < m_iBytesTotal && m_pData[m_iBytesRead] != cQuote;
         ZQ_ASSERT_TEXT(!bTooLong, "nString < iMaxLength");
         if (bTooLong)
         {
@@ -455,9 +478,9 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
         {
             break;
         }
-        sString[nString++] = c;
+        ++nString;
     }
-    sString[nString] = '\0';
+    return { pString, static_cast<std::size_t>(nString) };
 }
 
 // Reads tokens up to the label, then stores the word after it in sValue. If there is no label, sValue holds the last
@@ -535,6 +558,51 @@ float Script_c::GetFloat()
         ErrorAt("this is no number", szToken, GetTokenStart(szToken));
     }
     return fValue;
+}
+
+// Reads the next token as a whole number of a range.
+bool Script_c::GetWhole(WholeRange_t const & Range, std::uint64_t & iBits)
+{
+    char szToken[TOKEN_SIZE];
+    GetToken(szToken, false);
+    return *szToken
+           && (WholeFromText(szToken, Range, iBits) == WholeNumber_e::Good
+               || RefuseToken("this is no whole number in range", szToken));
+}
+
+// Reads the next token as a number of at most that size.
+bool Script_c::GetNumber(double fMost, double & fValue)
+{
+    char szToken[TOKEN_SIZE];
+    GetToken(szToken, false);
+    double fRead;
+    NumberEnd_t const End = TextToDouble(szToken, fRead);
+    if (*szToken == '\0' || *End.pEnd != '\0' || !End.bInRange || !(std::fabs(fRead) <= fMost))
+    {
+        return *szToken && RefuseToken("this is no number in range", szToken);
+    }
+    fValue = fRead;
+    return true;
+}
+
+bool Script_c::Get(double & fValue)
+{
+    return GetNumber(DBL_MAX, fValue);
+}
+
+bool Script_c::Get(float & fValue)
+{
+    double fRead = 0;
+    bool const bRead = GetNumber(FLT_MAX, fRead);
+    fValue = bRead ? static_cast<float>(fRead) : fValue;
+    return bRead;
+}
+
+// Reports the token that was read last as a mismatch, and returns false.
+bool Script_c::RefuseToken(char const * szReason, char const * szToken)
+{
+    ErrorAt(szReason, szToken, GetTokenStart(szToken));
+    return false;
 }
 
 void Script_c::SetPosition(int iPosition)

@@ -8,6 +8,9 @@
 // The first read that needs more than is left sets m_bEndOfFile. It stays set until the next opening or a rewind. From
 // then on tokens are empty and numbers 0.
 //
+// The buffers of GetLine follow the rule of cstring.h; GetToken, GetSpecific, GetString and GetDump say how they differ.
+// A text object (ctextvalue.h) has no size to pass.
+//
 // Ownership: the text is a private copy of a file, freed by CloseFile, or the caller's block, which must stay.
 // Threads: one thread for each object.
 // Cost: opening a file allocates the copy. Reading allocates nothing.
@@ -24,6 +27,10 @@
 #pragma once
 
 #include "zqcore/ctexterror.h"
+#include "zqcore/ctextvalue.h"
+
+#include <climits>
+#include <string_view>
 
 /// A reader of one text at a time.
 class ZQ_API Script_c
@@ -59,6 +66,41 @@ public:
     /// quotes, semicolons and commas separate tokens too. sToken has TOKEN_SIZE bytes.
     void GetToken(char * sToken, bool bPunctuation);
 
+    /// Reads the next token as GetToken does, into a text object of any capacity. If a String_T cuts it, that is an error
+    /// of GetLastError.
+    template <TextObject_T TEXT>
+    void GetToken(TEXT & sToken, bool bPunctuation)
+    {
+        PutToken(sToken, NextToken(bPunctuation));
+    }
+
+    /// Read the next token, without punctuation, as a text, a whole number, a number or the name of an enumerator, and
+    /// return true. Return false, with the value unchanged, at the end of the text and for a token that is nothing of
+    /// the kind or out of range. Such a token is a mismatch; a text that a String_T cuts is an error of GetLastError.
+    template <TextObject_T TEXT>
+    bool Get(TEXT & sValue)
+    {
+        std::string_view const sToken = NextToken(false);
+        return !sToken.empty() && PutToken(sValue, sToken);
+    }
+    template <Integer_T T>
+    bool Get(T & value)
+    {
+        std::uint64_t iBits = 0;
+        bool const bRead = GetWhole(WholeRange_t::Of<T>(), iBits);
+        value = bRead ? static_cast<T>(iBits) : value;
+        return bRead;
+    }
+    bool Get(double & fValue);
+    bool Get(float & fValue);
+    template <typename ENUM>
+    bool Get(ENUM & eValue, EnumNames_T<ENUM> dNames)
+    {
+        char szToken[TOKEN_SIZE];
+        GetToken(szToken, false);
+        return *szToken && (EnumFromName(szToken, eValue, dNames) || RefuseToken("this is no known name", szToken));
+    }
+
     /// Reads a token; any other token than sToken is a mismatch. Here and below a null text fails an assertion, nothing
     /// is read, and the result is false or 0.
     void SkipToken(char const * sToken);
@@ -74,6 +116,16 @@ public:
     /// next read continues in it. A carriage return and a line feed each end a line, so a pair of them ends two.
     /// Asserts that iMaxLength is 2 or more.
     void GetLine(char * sLine, int iMaxLength);
+    template <int N>
+    void GetLine(String_T<N> & sLine)
+    {
+        GetLine(sLine.GetBuffer(), N);
+    }
+    template <TextObject_T TEXT>
+    void GetLine(TEXT & sLine)
+    {
+        PutToken(sLine, NextLine(INT_MAX));
+    }
 
     /// Reads the next word, comments included, and the separator after it. sWord has TOKEN_SIZE bytes.
     void GetSpecific(char * sWord);
@@ -86,6 +138,16 @@ public:
     ///
     /// Anything else before the opening quote is a mismatch, with an empty text.
     void GetString(char * sString, int iMaxLength, char cQuote);
+    template <int N>
+    void GetString(String_T<N> & sString, char cQuote)
+    {
+        GetString(sString.GetBuffer(), N - 1, cQuote);
+    }
+    template <TextObject_T TEXT>
+    void GetString(TEXT & sString, char cQuote)
+    {
+        PutToken(sString, NextString(INT_MAX, cQuote));
+    }
 
     /// Return the number after the label, reading tokens up to it. A first token other than the label is a mismatch. If
     /// the text ends without the label, they return the number in the last token. Numbers have the form of the "C"
@@ -117,6 +179,29 @@ public:
     bool m_bEndOfFile = false;   // a read needed more than was left
 
 private:
+    /// Copies a piece of the text, up to its first NUL, and returns true.
+    template <typename TEXT>
+    bool PutToken(TEXT & sTo, std::string_view sPiece)
+    {
+        std::string_view const sText = sPiece.substr(0, sPiece.find('\0'));
+        sTo = sText;
+        if constexpr (requires { TEXT::Capacity(); })
+        {
+            if (sText.size() >= static_cast<std::size_t>(TEXT::Capacity()))
+            {
+                m_Errors.SetAt("the text is cut", nullptr, m_pData, static_cast<std::size_t>(sText.data() - m_pData));
+            }
+        }
+        return true;
+    }
+
+    std::string_view NextToken(bool bPunctuation);
+    std::string_view NextLine(int nMost);
+    std::string_view NextString(int nMost, char cQuote);
+    bool GetWhole(WholeRange_t const & Range, std::uint64_t & iBits);
+    bool GetNumber(double fMost, double & fValue);
+    bool RefuseToken(char const * szReason, char const * szToken);
+    std::string_view ReadToken(unsigned iDelimiters);
     bool Read(char * pBuffer, int iCount);
     char ReadByte();
     void SkipLine();

@@ -6,6 +6,7 @@
 #include "zqcore/cstring.h"
 #include "zqcore/ctexterror_internal.h"
 
+#include <cmath>
 #include <cstring>
 
 Spreadsheet_c::~Spreadsheet_c()
@@ -240,4 +241,28 @@ bool Spreadsheet_c::Get(char const * sName, float & fValue)
     }
     fValue = TextToFloat(szCell);
     return true;
+}
+
+bool Spreadsheet_c::Get(char const * sName, double & fValue)
+{
+    char const * const szCell = GetCell(sName);
+    if (!szCell || !*szCell)
+    {
+        return false;
+    }
+    double fRead;
+    NumberEnd_t const End = TextToDouble(szCell, fRead);
+    if (End.pEnd == szCell || *End.pEnd != '\0' || !End.bInRange || !std::isfinite(fRead))
+    {
+        return Refuse(sName, "there is no number in column");
+    }
+    fValue = fRead;
+    return true;
+}
+
+// Logs why a cell is refused, stores the error without a place, and returns false.
+bool Spreadsheet_c::Refuse(char const * szColumn, char const * szReason)
+{
+    LogEscaped("Spreadsheet_c::Get ( \"%s\" ) : %s.", szColumn, szReason);
+    return m_Errors.Fail(szReason, szColumn);
 }

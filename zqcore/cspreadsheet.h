@@ -29,6 +29,7 @@
 
 #include "zqcore/carray.h"
 #include "zqcore/ctexterror.h"
+#include "zqcore/ctextvalue.h"
 
 /// Separators of a spreadsheet.
 struct SpreadsheetFmtDesc_t
@@ -150,12 +151,49 @@ public:
     char const * GetCellForward(char const * sName);
 
     /// Moves to the column and copies its cell as strncpy does: a cell of iBufLength characters or more fills the
-    /// buffer without a terminator. Returns false without a cell or a buffer.
+    /// buffer without a terminator, which differs from the rule of cstring.h. Returns false without a cell or a buffer.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
     /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale; a text without
     /// one is 0. Returns false, with fValue unchanged, if the cell is missing or empty.
     bool Get(char const * sName, float & fValue);
+
+    /// Move to the column and write its cell to a text object (ctextvalue.h), or read it as a whole number, a number or
+    /// the name of an enumerator. Return false, with the value unchanged, in these cases:
+    /// - the cell is missing, or it is empty and not read as a text.
+    /// - with a line in the log and the reason in GetLastError: the whole cell is no number of the type's range, or no
+    ///   name of the table.
+    ///
+    /// A text that a String_T cuts is reported in the same way, but the result is true.
+    template <int N>
+    bool Get(char const * sName, String_T<N> & sValue)
+    {
+        char const * const szCell = GetCell(sName);
+        bool const bFits = !szCell || StrCopy(sValue.GetBuffer(), szCell, N) == std::strlen(szCell);
+        return szCell && (bFits || !Refuse(sName, "the text is cut in column"));
+    }
+    template <TextObject_T TEXT>
+    bool Get(char const * sName, TEXT & sValue)
+    {
+        char const * const szCell = GetCell(sName);
+        return szCell && TextPut(sValue, szCell);
+    }
+    template <Integer_T T>
+    bool Get(char const * sName, T & value)
+    {
+        char const * const szCell = GetCell(sName);
+        return szCell && *szCell
+               && (WholeFromText(szCell, value) == WholeNumber_e::Good
+                   || Refuse(sName, "there is no whole number in the range of column"));
+    }
+    bool Get(char const * sName, double & fValue);
+    template <typename ENUM>
+    bool Get(char const * sName, ENUM & eValue, EnumNames_T<ENUM> dNames)
+    {
+        char const * const szCell = GetCell(sName);
+        return szCell && *szCell
+               && (EnumFromName(szCell, eValue, dNames) || Refuse(sName, "there is no known name in column"));
+    }
 
 private:
     struct Chunk_t;
@@ -163,6 +201,7 @@ private:
     bool Parse(char const * pText, int iLength);
     bool FindCell(int iStartRow, char const * sColumn, char const * sValue);
     bool ClearCursor();
+    ZQ_COLD bool Refuse(char const * szColumn, char const * szReason);
     void FreeRows();
     SpreadsheetRow_c * Keep(SpreadsheetRow_c & Row, std::size_t nChunk);
 

@@ -4,6 +4,12 @@
 // Comparison, order and hash depend on the text alone, so it serves as a key of standard containers. It converts to and
 // from std::string_view, and a std::string can be assigned to it. Case folding is ASCII and the same in every locale.
 //
+// Buffers of callers: a function of any header that writes a text to a buffer with a size follows one rule, unless its
+// comment says otherwise.
+// - The size is that of the buffer in bytes, the terminator included.
+// - The text is always terminated. A longer one is cut at size - 1 bytes, and the result is that of one that fits.
+// - On failure the buffer holds an empty text.
+//
 // Ownership: a string is a plain value and is copied like one.
 // Threads: any thread, one at a time for each string. The buffers of Va are shared by all threads.
 // Cost: nothing allocates. Length and most operations are linear in the text.

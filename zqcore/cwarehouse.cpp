@@ -14,6 +14,7 @@
 
 namespace
 {
+    constexpr char const * NO_WHOLE_NUMBER = "there is no whole number in column";
     constexpr char const * OUT_OF_RANGE = "the number is out of range in column";
 
     constexpr double ULONG_LIMIT = 4294967295.0;   // highest unsigned long that Get returns, the same on every machine
@@ -157,13 +158,19 @@ void Warehouse_c::NoteWork(WarehouseScan_t const & Scan)
     }
 }
 
+// Returns the key of the open file, or null.
+char const * Warehouse_c::FileKey() const
+{
+    return m_pFile ? Sz(m_pFile->sName) : nullptr;
+}
+
 bool Warehouse_c::GetFileName(char * sName, int nMaxLength) const
 {
     if (!WarehouseClearText(sName, nMaxLength) || !m_pFile)
     {
         return false;
     }
-    WarehouseCopyText(sName, m_pFile->sName, nMaxLength);
+    WarehouseCopyText(sName, FileKey(), nMaxLength);
     return true;
 }
 
@@ -177,9 +184,19 @@ bool Warehouse_c::StartIdent()
 
 bool Warehouse_c::NextIdent(char * sIdent, int nMaxLength)
 {
-    bool const bUsable = WarehouseClearText(sIdent, nMaxLength);
+    if (!WarehouseClearText(sIdent, nMaxLength))
+    {
+        m_Work.Reset();
+        return false;
+    }
+    return StepIdent() && GetWorkIdent(sIdent, nMaxLength);
+}
+
+// Makes the next item's line the work line.
+bool Warehouse_c::StepIdent()
+{
     m_Work.Reset();
-    if (!bUsable || !m_pData)
+    if (!m_pData)
     {
         return false;
     }
@@ -195,7 +212,7 @@ bool Warehouse_c::NextIdent(char * sIdent, int nMaxLength)
     bool const bFound = Scan.NextItem(&m_Work, m_nLine);
     m_nPos = Scan.GetPos();
     NoteWork(Scan);
-    return bFound && GetWorkIdent(sIdent, nMaxLength);
+    return bFound;
 }
 
 bool Warehouse_c::FindIdent(char const * sIdent)
@@ -213,13 +230,20 @@ bool Warehouse_c::FindIdent(char const * sIdent)
     return bFound;
 }
 
+// Returns the ident of the work line, or null.
+char const * Warehouse_c::WorkIdent() const
+{
+    return m_pData && !m_Work.IsNull(0) ? m_Work[0] : nullptr;
+}
+
 bool Warehouse_c::GetWorkIdent(char * sIdent, int nMaxLength) const
 {
-    if (!WarehouseClearText(sIdent, nMaxLength) || !m_pData || m_Work.IsNull(0))
+    char const * const szIdent = WorkIdent();
+    if (!WarehouseClearText(sIdent, nMaxLength) || !szIdent)
     {
         return false;
     }
-    WarehouseCopyText(sIdent, m_Work[0], nMaxLength);
+    WarehouseCopyText(sIdent, szIdent, nMaxLength);
     return true;
 }
 
@@ -269,6 +293,31 @@ char const * Warehouse_c::NumberCell(char const * sColumn) const
     return szCell;
 }
 
+// Returns the cell for a Get of a text. If there is no such column, stores the error and returns null.
+char const * Warehouse_c::TextCell(char const * sColumn) const
+{
+    char const * szCell = nullptr;
+    if (!FindCell(sColumn, szCell))
+    {
+        LogNotFound(sColumn);
+        return nullptr;
+    }
+    return szCell ? szCell : "";
+}
+
+// Reads the cell as a whole number of a range.
+bool Warehouse_c::GetWhole(char const * sColumn, WholeRange_t const & Range, std::uint64_t & iBits) const
+{
+    char const * const szCell = NumberCell(sColumn);
+    if (!szCell)
+    {
+        return false;
+    }
+    WholeNumber_e const eResult = WholeFromText(szCell, Range, iBits);
+    return eResult == WholeNumber_e::Good
+           || LogInvalid(sColumn, eResult == WholeNumber_e::None ? NO_WHOLE_NUMBER : OUT_OF_RANGE);
+}
+
 int Warehouse_c::GetLength(char const * sColumn) const
 {
     char const * szCell = nullptr;
@@ -289,7 +338,7 @@ bool Warehouse_c::Get(char const * sColumn, long & value) const
     }
     if (!IsWhole(TextToInteger(szCell, iValue)))
     {
-        return LogInvalid(sColumn, "there is no whole number in column");
+        return LogInvalid(sColumn, NO_WHOLE_NUMBER);
     }
     value = iValue;
     return true;
@@ -380,12 +429,12 @@ bool Warehouse_c::Get(char const * sColumn, bool & value) const
 bool Warehouse_c::Get(char const * sColumn, char * sResult, int nMaxLength) const
 {
     bool const bUsable = WarehouseClearText(sResult, nMaxLength);
-    char const * szCell = nullptr;
-    if (!FindCell(sColumn, szCell))
+    char const * const szCell = TextCell(sColumn);
+    if (!szCell)
     {
-        return LogNotFound(sColumn);
+        return false;
     }
-    if (bUsable && szCell)
+    if (bUsable)
     {
         WarehouseCopyText(sResult, szCell, nMaxLength);
         if (std::strlen(szCell) >= static_cast<std::size_t>(nMaxLength))

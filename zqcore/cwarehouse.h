@@ -16,6 +16,8 @@
 // functions allocate nothing.
 // Failure: calls return false and leave the caller's number unchanged. GetLastError has the place.
 //
+// Texts are written to buffers by the rule of cstring.h, and to text objects (ctextvalue.h). Both are emptied first.
+//
 //     Warehouse_c Units;
 //     int iHealth = 0;
 //     if (Units.Open("units.txt") && Units.FindIdent("ogre"))
@@ -25,6 +27,7 @@
 #pragma once
 
 #include "zqcore/ctexterror.h"
+#include "zqcore/ctextvalue.h"
 #include "zqcore/cwarehousescan.h"
 
 class File_c;
@@ -53,11 +56,14 @@ public:
     /// Searches set no error. The place is unknown if a refresh has changed the text after the line was read.
     ZQ_API TextError_t const & GetLastError() const;
 
-    /// Write the key of the open file. Return false if there is none, which is always so with bCopy. Here and below, a
-    /// text is cut to fit a buffer of nMaxLength bytes, which is emptied first. Assert that the buffer is not null and
-    /// nMaxLength above 1.
+    /// Write the key of the open file. Return false if there is none, which is always so with bCopy. Here and below,
+    /// functions with a buffer assert that it is not null and nMaxLength above 1.
     ZQ_API bool GetFileName(char * sName, int nMaxLength) const;
-    bool GetFileName(String_T<256> & sName) const { return GetFileName(sName.GetBuffer(), 256); }
+    template <TextObject_T TEXT>
+    bool GetFileName(TEXT & sName) const
+    {
+        return TextPut(sName, FileKey());
+    }
 
     /// Rewinds NextIdent and clears the work line. Returns false on a closed warehouse.
     ZQ_API bool StartIdent();
@@ -65,7 +71,12 @@ public:
     /// Make the next item's line the work line and write its ident in lower case. Return false, without a work line,
     /// after the last one.
     ZQ_API bool NextIdent(char * sIdent, int nMaxLength);
-    bool NextIdent(String_T<256> & sIdent) { return NextIdent(sIdent.GetBuffer(), 256); }
+    template <TextObject_T TEXT>
+    bool NextIdent(TEXT & sIdent)
+    {
+        StepIdent();
+        return GetWorkIdent(sIdent);
+    }
 
     /// Make the first line with this ident the work line. Return false, without a work line, if there is none. Do not
     /// disturb a walk with NextIdent. Assert that the ident is not null.
@@ -75,7 +86,11 @@ public:
     /// Write the ident of the work line. Return false without a work line. The work line stays until the next search or
     /// StartIdent.
     ZQ_API bool GetWorkIdent(char * sIdent, int nMaxLength) const;
-    bool GetWorkIdent(String_T<256> & sIdent) const { return GetWorkIdent(sIdent.GetBuffer(), 256); }
+    template <TextObject_T TEXT>
+    bool GetWorkIdent(TEXT & sIdent) const
+    {
+        return TextPut(sIdent, WorkIdent());
+    }
 
     /// Returns the length of the work line's cell, 0 for an empty cell, or -1 without a work line or such a column.
     /// Here and below, asserts that the column's name is not null.
@@ -96,6 +111,31 @@ public:
     ZQ_API bool Get(char const * sColumn, short & value) const;
     ZQ_API bool Get(char const * sColumn, unsigned char & value) const;
 
+    /// Reads the work line's cell as a whole number in the range of any other integer type. Returns false as the other
+    /// forms do. Where std::uint64_t is unsigned long, the form of that type below limits it to 32 bits, and unsigned
+    /// long long has the whole range.
+    template <Integer_T T>
+    bool Get(char const * sColumn, T & value) const
+    {
+        std::uint64_t iBits = 0;
+        if (!GetWhole(sColumn, WholeRange_t::Of<T>(), iBits))
+        {
+            return false;
+        }
+        value = static_cast<T>(iBits);
+        return true;
+    }
+
+    /// Reads the work line's cell as the name of an enumerator (ctextvalue.h). Returns false as the other forms do, also
+    /// for a name that the table does not have.
+    template <typename ENUM>
+    bool Get(char const * sColumn, ENUM & eValue, EnumNames_T<ENUM> dNames) const
+    {
+        char const * const szCell = NumberCell(sColumn);
+        return szCell
+               && (EnumFromName(szCell, eValue, dNames) || LogInvalid(sColumn, "there is no known name in column"));
+    }
+
     /// Reads the work line's cell as a whole number; value becomes true unless the number is 0. Returns false as the
     /// other forms do.
     ZQ_API bool Get(char const * sColumn, bool & value) const;
@@ -105,9 +145,18 @@ public:
     ZQ_API bool Get(char const * sColumn, unsigned long & value) const;
 
     /// Read the cell as text; an empty cell is an empty text. Return true for a text that is cut, and report it only in
-    /// the log and GetLastError.
+    /// the log and GetLastError. Nothing cuts a std::string.
     ZQ_API bool Get(char const * sColumn, char * sResult, int nMaxLength) const;
-    bool Get(char const * sColumn, String_T<256> & sResult) const { return Get(sColumn, sResult.GetBuffer(), 256); }
+    template <int N>
+    bool Get(char const * sColumn, String_T<N> & sResult) const
+    {
+        return Get(sColumn, sResult.GetBuffer(), N);
+    }
+    template <TextObject_T TEXT>
+    bool Get(char const * sColumn, TEXT & sResult) const
+    {
+        return TextPut(sResult, TextCell(sColumn));
+    }
 
     /// Reads a pair written as 12-34. Leading minus signs are skipped. A part that is not a number is 0; one out of
     /// range is the nearest int. Returns false without two parts.
@@ -129,11 +178,16 @@ private:
     void NoteWork(WarehouseScan_t const & Scan);
     int FindColumn(char const * sColumn) const;
     bool FindCell(char const * sColumn, char const *& szCell) const;
-    char const * NumberCell(char const * sColumn) const;
+    ZQ_API char const * NumberCell(char const * sColumn) const;
+    ZQ_API char const * TextCell(char const * sColumn) const;
+    ZQ_API bool GetWhole(char const * sColumn, WholeRange_t const & Range, std::uint64_t & iBits) const;
+    ZQ_API char const * FileKey() const;
+    ZQ_API char const * WorkIdent() const;
+    ZQ_API bool StepIdent();
     template <typename T>
     bool GetInteger(char const * sColumn, T & value, long iMin, long iMax) const;
     ZQ_COLD bool LogNotFound(char const * sColumn) const;
-    ZQ_COLD bool LogInvalid(char const * sColumn, char const * szReason) const;
+    ZQ_API ZQ_COLD bool LogInvalid(char const * sColumn, char const * szReason) const;
     void KeepError(char const * szReason, char const * sColumn) const;
     void PlaceError() const;
 

@@ -55,6 +55,7 @@
 #include "zqcore/cstring.h"
 #include "zqcore/ctexterror.h"
 #include "zqcore/ctextparser.h"
+#include "zqcore/ctextvalue.h"
 #include "zqcore/ctimer.h"
 #include "zqcore/ctokenize.h"
 #include "zqcore/cversion.h"

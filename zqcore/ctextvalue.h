@@ -1,0 +1,132 @@
+// ctextvalue.h: what the readers of texts can write to, besides a buffer with its size.
+//
+// The readers (cwarehouse.h, cspreadsheet.h, cpropertylist.h, cscript.h, cregistry.h) also write to these:
+// - a text object: a String_T of any capacity, a std::string, or a class like it. A String_T cuts the text, and the
+//   reader reports that as it reports its other errors. A std::string holds any text.
+// - an integer of exact width. A number outside its range is refused and never cut.
+// - an enumerator, by a table of names. Names compare without regard to ASCII case.
+//
+// Ownership: a table and its names belong to the caller.
+// Threads: any thread; nothing is shared.
+// Cost: nothing allocates, but a std::string may. A name takes a walk over its table.
+// Failure: the functions return false or a reason, and leave the caller's value unchanged.
+//
+//     enum class Element_e { Fire, Water };
+//     static constexpr EnumName_T<Element_e> NAMES[] = { { "fire", Element_e::Fire }, { "water", Element_e::Water } };
+//     Element_e eElement = Element_e::Fire;
+//     std::uint16_t nLives = 3;
+//     if (EnumFromName("WATER", eElement, NAMES) && WholeFromText("9", nLives) == WholeNumber_e::Good)
+//     {
+//         Log("%i lives in %s", nLives, EnumToName(eElement, NAMES));
+//     }
+#pragma once
+
+#include "zqcore/cstring.h"
+
+#include <concepts>
+#include <limits>
+#include <span>
+#include <type_traits>
+
+/// A class that holds a text and takes another one by assignment: String_T, std::string.
+template <typename T>
+concept TextObject_T = std::is_class_v<T> && requires(T & sText, char const * szText)
+{
+    sText = szText;
+}
+                       && (requires(T const & sText) {
+                              { sText.CStr() } -> std::same_as<char const *>;
+                          } || requires(T const & sText) {
+                              { sText.c_str() } -> std::same_as<char const *>;
+                          });
+
+/// Copies a text to a text object and returns true. A null empties the object and returns false.
+template <TextObject_T TEXT>
+bool TextPut(TEXT & sTo, char const * szFrom)
+{
+    sTo = szFrom ? szFrom : "";
+    return szFrom != nullptr;
+}
+
+/// The integers: all types but bool and characters. std::int8_t and std::uint8_t are integers.
+template <typename T>
+concept Integer_T =
+    std::integral<T> && !std::same_as<T,
+        bool> && !std::same_as<T, char> && !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> && !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
+
+/// What a text is as a whole number of a range.
+enum class WholeNumber_e
+{
+    Good,
+    None,        // the text is no whole number
+    OutOfRange   // it is one outside the range
+};
+
+/// Range of an integer type.
+struct WholeRange_t
+{
+    std::int64_t iMin;
+    std::uint64_t iMax;
+
+    template <Integer_T T>
+    static constexpr WholeRange_t Of()
+    {
+        return { static_cast<std::int64_t>(std::numeric_limits<T>::min()),
+            static_cast<std::uint64_t>(std::numeric_limits<T>::max()) };
+    }
+};
+
+/// Reads a text that is a whole number in the form that strtol (base 10) accepts, and nothing more. iBits is its value,
+/// modulo 2 to the power of 64 for a negative one, and is set only for Good.
+ZQ_API WholeNumber_e WholeFromText(char const * szText, WholeRange_t const & Range, std::uint64_t & iBits);
+
+/// Does the same for an integer of any type.
+template <Integer_T T>
+WholeNumber_e WholeFromText(char const * szText, T & value)
+{
+    std::uint64_t iBits = 0;
+    WholeNumber_e const eResult = WholeFromText(szText, WholeRange_t::Of<T>(), iBits);
+    value = eResult == WholeNumber_e::Good ? static_cast<T>(iBits) : value;
+    return eResult;
+}
+
+/// Name of an enumerator in texts.
+template <typename ENUM>
+struct EnumName_T
+{
+    char const * szName;
+    ENUM eValue;
+};
+
+/// A table of names, for a parameter: an array of EnumName_T converts to it.
+template <typename ENUM>
+using EnumNames_T = std::type_identity_t<std::span<EnumName_T<ENUM> const>>;
+
+/// Sets eValue to the enumerator of a name and returns true. Returns false if the table has no such name.
+template <typename ENUM>
+bool EnumFromName(char const * szName, ENUM & eValue, EnumNames_T<ENUM> dNames)
+{
+    for (EnumName_T<ENUM> const & Name : dNames)
+    {
+        if (StrCompareNoCase(Name.szName, szName) == 0)
+        {
+            eValue = Name.eValue;
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Returns the first name of an enumerator, or "?" if the table does not have it.
+template <typename ENUM>
+char const * EnumToName(ENUM eValue, EnumNames_T<ENUM> dNames)
+{
+    for (EnumName_T<ENUM> const & Name : dNames)
+    {
+        if (Name.eValue == eValue)
+        {
+            return Name.szName;
+        }
+    }
+    return "?";
+}
