@@ -72,7 +72,8 @@ void Module_c::Register(Module_c * pModule)
         return;
     }
     m_dModules.Add(pModule);   // before its prerequisites, which ends the recursion on cycles
-    for (Module_c ** ppModule = pModule->GetPrerequisites(); ppModule && *ppModule; ++ppModule)
+    pModule->m_ppPrerequisites = pModule->GetPrerequisites();
+    for (Module_c ** ppModule = pModule->m_ppPrerequisites; ppModule && *ppModule; ++ppModule)
     {
         Register(*ppModule);
     }
