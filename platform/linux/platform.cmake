@@ -13,5 +13,13 @@ set_source_files_properties(${ZQCORE_PLATFORM_FOLDER}/symbols.cpp PROPERTIES
     COMPILE_DEFINITIONS "ZQCORE_SYMBOLS_INSTALLED=\"${ZQCORE_SYMBOLS_INSTALLED}\";\
 ZQCORE_SYMBOLS_FULL=\"${CMAKE_INSTALL_FULL_LIBEXECDIR}/zqcore/zqsymbols\"")
 
+# The script with gdb's view of the library, for programs that have the library in them. Below another prefix gdb would
+# not run it unasked.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(script ${CMAKE_INSTALL_FULL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}/libzqcore.so.${PROJECT_VERSION})
+    set_property(SOURCE ${ZQCORE_PLATFORM_FOLDER}/symbols.cpp APPEND PROPERTY COMPILE_DEFINITIONS
+        "ZQCORE_GDB_SCRIPT=\"${script}-gdb.py\"")
+endif()
+
 # The debug heap's report of lost blocks.
 set(ZQCORE_HEAP_LEAKS platform/linux/heapleaks.cpp)

@@ -33,6 +33,11 @@
 // expects a fork, and ends the process if the child shares the memory.
 extern "C" int __clone(int (*fnRun)(void *), void * pStack, int nFlags, void * pArgument, ...) noexcept;
 
+#ifdef ZQCORE_GDB_SCRIPT
+// gdb runs the script that this section names (1: a file of Python).
+asm(".pushsection .debug_gdb_scripts, \"MS\", @progbits, 1\n.byte 1\n.asciz \"" ZQCORE_GDB_SCRIPT "\"\n.popsection");
+#endif
+
 namespace plat
 {
     namespace
