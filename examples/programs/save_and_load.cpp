@@ -1,0 +1,63 @@
+// Counts its runs in a save, and keeps the two previous saves: save_and_load FILE
+#include "zqcore/cfilesave.h"
+#include "zqcore/cserialize.h"
+
+#include <cstdio>
+
+namespace
+{
+    constexpr std::uint32_t VERSION = 0x00010000;   // major version 1, minor version 0
+
+    struct World_s
+    {
+        int iRuns = 0;
+        String_T<32> sPlayer{ "Aldous" };
+
+        void Serialize(Serializeable_c & Archive)   // both directions
+        {
+            Archive.Label("World");
+            Archive.Serialize(iRuns);
+            Archive.SerializeString(sPlayer);
+        }
+    };
+
+    bool Load(FileSave_c & Save, World_s & World)
+    {
+        FileSave_c::State_e const eState = Save.Load(VERSION);
+        if (eState != FileSave_c::WHOLE)
+        {
+            return eState == FileSave_c::ABSENT;   // the first run
+        }
+        Readable_c Archive(Save.OpenFile(), VERSION);
+        if (Archive.Open())
+        {
+            World.Serialize(Archive);
+        }
+        return Archive.Close() && !Archive.IsFailed();
+    }
+
+    bool Store(FileSave_c & Save, World_s & World)
+    {
+        Save.SetPrevious(2);
+        FileSaveWriter_c Writer(Save);
+        BufferedWriteable_c Archive(Writer, VERSION);
+        if (Archive.Open())
+        {
+            World.Serialize(Archive);
+        }
+        return Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+    }
+}
+
+int main(int nArguments, char ** dArguments)
+{
+    FileSave_c Save(nArguments > 1 ? dArguments[1] : "game.sav");
+    World_s World;
+    if (!Save.IsLocked() || !Load(Save, World))
+    {
+        std::fprintf(stderr, "save_and_load: %s\n", Save.GetWhyNot());
+        return 1;
+    }
+    std::printf("run %i of %s\n", ++World.iRuns, World.sPlayer.CStr());
+    return Store(Save, World) ? 0 : 1;
+}

@@ -1,0 +1,50 @@
+// The programs of the documents, cut out by the build (tests/examples.cmake): documents NAME runs one of them.
+#include "documents/blocks.inl"
+
+namespace
+{
+    /// Runs a body as a part of a game: between the start of all modules and their end, over the media root "media". Its
+    /// log lines are printed.
+    int RunBody(void (*fnBody)())
+    {
+        LogSetFile(L"logs/", L"message.log");
+        AppMiscStartup();
+        SetPQXMediaPath("media");
+        for (Module_c * const pModule : std::initializer_list<Module_c *>{ ModuleTimer_c::Get(), ModuleLog_c::Get(),
+                 ModuleProfiler_c::Get(), ModuleRandom_c::Get(), ModuleCryptRandom_c::Get(), ModuleSinCos_c::Get(),
+                 ModulePerlin_c::Get(), ModuleFile_c::Get(), ModuleSerialize_c::Get() })
+        {
+            Module_c::Register(pModule);
+        }
+        bool const bStarted = Module_c::InitializeAllModules();
+        LogAddCallback([](char const * szLine) { std::puts(szLine); });
+        fnBody();
+        LogDone();
+        Module_c::ShutdownAllModules();
+        AppMiscShutdown();
+        return bStarted ? 0 : 1;
+    }
+
+    struct Program_s
+    {
+        std::string_view sName;
+        int (*fnMain)();
+    };
+
+    constexpr Program_s g_dPrograms[] = {
+#include "documents/entries.inl"
+    };
+}
+
+int main(int nArguments, char ** dArguments)
+{
+    std::setvbuf(stdout, nullptr, _IONBF, 0);   // in the order of standard error
+    for (Program_s const & Program : g_dPrograms)
+    {
+        if (nArguments == 2 && Program.sName == dArguments[1])
+        {
+            return Program.fnMain();
+        }
+    }
+    return 99;
+}

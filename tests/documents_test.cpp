@@ -1,0 +1,90 @@
+// The blocks of the documents, cut out by the build (tests/examples.cmake) and run (CONTRIBUTING.md has the rules).
+#include "tests/test_support.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    struct Block_s
+    {
+        int iLine;
+        std::string_view sKind;    // cpp, sh or text
+        std::string sWords;        // what follows the kind in the fence
+        std::string sText;         // of cpp: the name of the program
+        char const * szExpected;   // what it prints, or null
+    };
+
+    fs::path const g_Source = fs::path(TEST_MEDIA_FOLDER).parent_path().parent_path();
+
+    /// Returns whether a text is the expected one, in which `...` means any text.
+    bool Matches(std::string_view sText, std::string_view sExpected)
+    {
+        std::size_t const nDots = sExpected.find("...");
+        if (!sText.starts_with(sExpected.substr(0, nDots)))
+        {
+            return false;
+        }
+        if (nDots == std::string_view::npos)
+        {
+            return sText == sExpected;
+        }
+        std::string_view const sRest = sExpected.substr(nDots + 3);
+        std::string_view const sPart = sRest.substr(0, sRest.find("..."));
+        for (std::size_t nAt = nDots; (nAt = sText.find(sPart, nAt)) != std::string_view::npos; ++nAt)
+        {
+            if (Matches(sText.substr(nAt), sRest))
+            {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    /// Makes the commands of the documents known: a script for each in `bin`.
+    void MakeCommands(TempFolder_c const & Folder)
+    {
+        std::vector<std::string> dPrograms = { ZQTOOL_PATH };
+        for (auto const & Entry : fs::directory_iterator(PROGRAMS_FOLDER))
+        {
+            dPrograms.push_back(Entry.path().string());
+        }
+        for (fs::path const Program : dPrograms)
+        {
+            std::string const sScript = Folder.Write("bin/" + Program.filename().string(),
+                "#!/bin/sh\nexec " TEST_EMULATOR + Program.string() + " \"$@\"\n");
+            fs::permissions(sScript, fs::perms::owner_all);
+        }
+    }
+
+    /// Runs the blocks of a page in order, in a folder of its own.
+    void RunPage(std::string const & sPage, std::initializer_list<Block_s> dBlocks)
+    {
+        TempFolder_c const Folder(fs::path(DOCUMENTS_PROGRAM).parent_path());
+        CurrentFolderScope_c const Current(Folder.GetPath());
+        fs::create_hard_link(DOCUMENTS_PROGRAM, "game");
+        fs::create_symlink(g_Source / "examples", "examples");
+        Folder.MakeFolder("media");
+        MakeCommands(Folder);
+        for (Block_s const & Block : dBlocks)
+        {
+            if (Block.sKind == "text")
+            {
+                Folder.Write(Block.sWords, Block.sText);
+                continue;
+            }
+            std::string sCommand = TEST_EMULATOR "./game " + Block.sText;
+            if (Block.sKind == "sh")
+            {
+                Folder.Write("commands", "PATH=$PWD/bin:$PATH\n" + Block.sText);
+                sCommand = Block.sWords == "run" ? "bash -e commands" : "bash -n commands";
+            }
+            Result_s const Result = RunShell(sCommand + " </dev/null 2>&1" + (Block.szExpected ? "" : " >/dev/null"));
+            SCOPED_TRACE(sPage + ":" + std::to_string(Block.iLine) + " ends with " + std::to_string(Result.iStatus)
+                         + " and prints:\n" + Result.sOutput);
+            EXPECT_EQ(Result.iStatus == 0, Block.sWords != "fails");
+            EXPECT_TRUE(Matches(Result.sOutput, Block.szExpected ? Block.szExpected : ""));
+        }
+    }
+}
+
+#include "documents/pages.inl"
