@@ -53,7 +53,7 @@ KILLED = -signal.SIGKILL
 OUT_OF_MEMORY = {-signal.SIGTRAP: "Can't allocate additional", -signal.SIGABRT: "bad_alloc"}
 TIME_LIMIT = 20
 
-Outcome = collections.namedtuple("Outcome", "status text")
+Outcome = collections.namedtuple("Outcome", "status text seconds")
 
 
 def errno_of(reason):
@@ -82,7 +82,8 @@ class Table:
 
 
 def run(command, folder, environment=None, drive=None):
-    """Returns a program's status and all its output; the status is None if it hangs. Calls `drive` while it runs."""
+    """Returns a program's status, output and run time; the status is None if it hangs. Calls `drive` while it runs."""
+    begin = time.monotonic()
     process = subprocess.Popen([str(part) for part in command], cwd=folder, stdin=subprocess.DEVNULL,
                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="backslashreplace",
                                env=dict(os.environ, **(environment or {})))
@@ -92,8 +93,8 @@ def run(command, folder, environment=None, drive=None):
         text = process.communicate(timeout=TIME_LIMIT)[0]
     except subprocess.TimeoutExpired:
         process.kill()
-        return Outcome(None, process.communicate()[0])
-    return Outcome(process.returncode, text)
+        return Outcome(None, process.communicate()[0], TIME_LIMIT)
+    return Outcome(process.returncode, text, time.monotonic() - begin)
 
 
 class Host:
@@ -230,19 +231,26 @@ def one_run(scenario, work, number, kind=0, name="", reason=0, call=0, times=1, 
 
 
 def kill(scenarios, work, jobs, times):
-    """Kills each scenario at random moments of its run. Returns what was wrong afterwards."""
+    """Kills each scenario so many times, at random moments of its run. Returns what was wrong afterwards."""
     broken = []
     print("| Scenario | Killed | Ended before | Broken |\n|---|--:|--:|--:|")
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         for name, scenario in scenarios.items():
-            begin = time.monotonic()
-            one_run(scenario, work, "-whole")
-            seconds = (time.monotonic() - begin) / (1 if isinstance(scenario, Parts) else 2)
-            runs = list(pool.map(lambda number: one_run(scenario, work, number, drive=kill_after(
-                random.uniform(0, seconds))), range(times)))
-            wrongs = [wrong for *_, wrong in runs if wrong]
-            killed = sum(outcome.status == KILLED for outcome, *_ in runs)
-            print(f"| {name} | {killed} | {times - killed} | {len(wrongs)} |", flush=True)
+            seconds = one_run(scenario, work, "-whole")[0].seconds
+            killed, number, wrongs = 0, 0, []
+            while killed < times and number < 10 * times:
+                batch = range(number, number + times - killed)
+                number = batch.stop
+                for outcome, *_, wrong in pool.map(lambda run_number: one_run(
+                        scenario, work, run_number, drive=kill_after(random.uniform(0, seconds))), batch):
+                    if outcome.status == KILLED:
+                        killed += 1
+                    else:
+                        seconds = min(seconds, outcome.seconds)
+                    wrongs += [wrong] if wrong else []
+            if killed < times:
+                wrongs.append(f"only {killed} of {number} runs were killed")
+            print(f"| {name} | {killed} | {number - killed} | {len(wrongs)} |", flush=True)
             broken += [f"{name}: {wrong}" for wrong in wrongs]
     return broken
 
