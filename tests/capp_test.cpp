@@ -97,10 +97,11 @@ TEST_F(App, ResourceReportsAreBlockedByOneFlag)
     s_sReports.clear();
     g_ResourceLoadCallbacker.Add([](char const * szText) { s_sReports += szText; }, false);
     ResourceLoadReportCall("a");
-    ResourceLoadReportBlock();
-    ResourceLoadReportBlock();
-    ResourceLoadReportCall("b");
-    ResourceLoadReportDeploy();
+    {
+        ResourceLoadBlockScope_c const Blocked;
+        ResourceLoadReportBlock();
+        ResourceLoadReportCall("b");
+    }
     ResourceLoadReportCall("c");
     g_ResourceLoadCallbacker.Reset();
     EXPECT_EQ(s_sReports, "ac");

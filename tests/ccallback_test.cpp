@@ -78,7 +78,11 @@ TEST_F(Callbacks, RunFromTheLastAddedToTheFirst)
     g_Event.Remove(Callback<'A'>);   // the later one
     EXPECT_EQ(Fire(8), "B8A8");
     g_Event.Remove(Callback<'X'>);
-    EXPECT_EQ(Fire(9), "B9A9");
+    {
+        CallbackScope_T const Receiver(g_Event, Callback<'C'>);
+        EXPECT_EQ(Fire(9), "C9B9A9");
+    }
+    EXPECT_EQ(Fire(0), "B0A0");
 }
 
 TEST_F(Callbacks, AChangeEndsTheFiring)

@@ -64,6 +64,14 @@ TEST(ComObject, ListsItsOwnersTheNewestFirst)
     }
     Object.Release(OWNERS + 1, "", 0, &Object);
     Object.AddRef(OWNERS + 3, nullptr, 9, &Object);
+    {
+        ComReference_T const Reference(&Object, OWNERS + 2);
+        ComReference_T<Pooled_c> const None(nullptr, OWNERS + 2);
+        ComDebug_t Newest;
+        EXPECT_EQ(Reference->GetOwners(&Newest, 1), 1);
+        EXPECT_EACH(Newest.pOwner == OWNERS + 2, std::string_view(Newest.sFile).ends_with("ccom_test.cpp"));
+        EXPECT_EQ(Newest.iLine, __LINE__ - 5);
+    }
 
     auto const Line = [&](char const * szWhere, int iOwner)
     {

@@ -63,6 +63,14 @@ TEST_F(FileTest, OpensShareOneReadUntilTheLastClose)
         EXPECT_EACH(pFile->pData == (iLeft > 0 ? pBlock : nullptr), pFile->GetOpensCount() == iLeft);
     }
     FileClose(nullptr);
+    {
+        FileReference_c const None(FileStream("none.txt")), Unknown("none.txt");
+        FileReference_c Held("a.txt"), Other(pFile);
+        EXPECT_EACH(!None, !Unknown, Held->GetOpensCount() == 2, Contents(Held.Get()) == "abc");
+        Other = FileReference_c(std::move(Held));
+        EXPECT_EACH(!Held, Other.Get() == pFile, pFile->GetOpensCount() == 1);
+    }
+    EXPECT_EQ(pFile->GetOpensCount(), 0);
 
     Folder.Write("a.txt", "changed since the scan");
     plat::FileFacts_t Facts;
@@ -70,7 +78,7 @@ TEST_F(FileTest, OpensShareOneReadUntilTheLastClose)
     pFile->ftCreationTime = pFile->ftLastWriteTime = 1;
     EXPECT_EQ(Contents(FileOpen("a.txt")), "changed since the scan");
     EXPECT_EACH(pFile->ftCreationTime == Facts.tCreation, pFile->ftLastWriteTime == Facts.tLastWrite);
-    EXPECT_EQ(pFile->iReads, 2);
+    EXPECT_EQ(pFile->iReads, 3);
     FileClose(pFile);
 }
 

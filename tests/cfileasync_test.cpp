@@ -114,11 +114,12 @@ TEST_F(FileAsyncTest, PrefetchHoldsAllFilesOfATypeAndCountsTheUnreadable)
     ExpectComplaints(1);
     Scan();
     fs::remove(Folder.Join("b.txt"));
-    FilePrefetch(".txt");
-    EXPECT_EQ(Log.Count("FilePrefetch: processed (.txt) : 8 bytes in 2 files"), 1);
-    EXPECT_EQ(FileStream("a.txt")->GetOpensCount(), 1);
-    FileUnfetch("txt");
-    FileUnfetch(".txt");
+    {
+        FilePrefetchScope_c const Texts(".txt");
+        EXPECT_EQ(Log.Count("FilePrefetch: processed (.txt) : 8 bytes in 2 files"), 1);
+        FileUnfetch("txt");
+        EXPECT_EQ(FileStream("a.txt")->GetOpensCount(), 1);
+    }
     EXPECT_EQ(Log.Count("FileUnfetch: processed (.txt) : 2 files"), 1);
     EXPECT_EQ(FileStream("a.txt")->pData, nullptr);
 }

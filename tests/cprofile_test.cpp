@@ -89,8 +89,7 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     EXPECT_EQ(ProfilerGetTimer("b"), ProfilerGetRoot()->pChild->pChild);   // the one that was made first
     for (bool const bRoot : { true, false })
     {
-        ProfilerPush("both", bRoot);
-        ProfilerPop();
+        ProfilerScope_c const Both("both", bRoot);
     }
     EXPECT_EQ(ProfilerGetTimer("both"), &ProfilerGetRoot()[g_iTimerTotalCount - 1])
         << "the one that hangs under another";
@@ -102,11 +101,12 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     EXPECT_EQ(ProfilerGetTimer("Frame ModuleTimer_c       ")->dFrames[0].nCalls, 1u);
     EXPECT_EQ(ProfilerGetTimer("Idle ModuleProfiler_c    ")->dFrames[0].nCalls, 1u);
 
-    ProfilerPush("a", false);
-    ProfilerBeginFrame();
-    ProfilerReload();
-    ProfilerEndFrame();
-    ProfilerPop();
+    {
+        ProfilerScope_c const Timer("a");
+        ProfilerFrameScope_c const Frame;
+        ProfilerReload();
+    }
+    EXPECT_EQ(g_iTimerStackTop, 1);
     EXPECT_EQ(Tree(ProfilerGetTimer("a")), "b*2 c*1(b*1)");   // the application's timer hangs under the root
     EXPECT_EQ(ProfilerGetTimer(0x801003E6u)->dFrames[0].nCalls, 1u);
     ProfilerUpdateFrame(true);
@@ -129,7 +129,7 @@ TEST_F(Profiler, AScopePopsWhatAnExceptionLeft)
 {
     auto const Run = [](bool bThrow)
     {
-        ProfilerScope_c const Timer(7, "t");
+        ProfilerHostScope_c const Timer(7, "t");
         ProfilerPush("left", false);
         if (bThrow)
         {

@@ -50,6 +50,21 @@ TEST(SimpleProfile, TimesKindsWithoutTheKindsInThem)
     }
 }
 
+TEST(SimpleProfile, ScopesEndWhatTheyBegin)
+{
+    {
+        SimpleProfileContextScope_c const Context(C2);
+        SimpleProfileScope_c const Work(SIMPLE_PROFILE_CONTEXT_CURRENT, SIMPLE_TIMER_SERVER);
+        Steps(C2, ".");
+    }
+    Steps(SIMPLE_PROFILE_CONTEXT_CURRENT, "A.a");
+    for (auto const eContext : { SIMPLE_PROFILE_CONTEXT_1, C2 })
+    {
+        SimpleProfileReset(eContext);   // requires that the context was left
+        EXPECT_GE(Get(eContext).tLast, SPAN) << eContext;
+    }
+}
+
 TEST(SimpleProfile, AveragesOverSpansOf32Frames)
 {
     Steps(C2, "A.a");

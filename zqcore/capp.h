@@ -56,11 +56,22 @@ ZQ_API bool AppIsInFocus();
 ZQ_API void AppPurgeMessageQueue();
 ZQ_API void AppPurgeKeyboardQueue();
 
-/// Report the load of a resource to g_ResourceLoadCallbacker, block such reports, and allow them again. A report that is
-/// blocked does nothing. Blocks do not nest: one ResourceLoadReportDeploy ends any number of them.
+/// Report the load of a resource to g_ResourceLoadCallbacker, block such reports, and allow them again. A blocked
+/// report does nothing. Blocks do not nest: one ResourceLoadReportDeploy ends any number of them.
 ZQ_API void ResourceLoadReportCall(char const * szText);
 ZQ_API void ResourceLoadReportBlock();
 ZQ_API void ResourceLoadReportDeploy();
+
+/// Scope in which such reports are blocked: calls ResourceLoadReportBlock, and ResourceLoadReportDeploy at the end.
+/// Scopes do not nest either.
+class ResourceLoadBlockScope_c
+{
+public:
+    ResourceLoadBlockScope_c() { ResourceLoadReportBlock(); }
+    ~ResourceLoadBlockScope_c() { ResourceLoadReportDeploy(); }
+    ResourceLoadBlockScope_c(ResourceLoadBlockScope_c const &) = delete;
+    ResourceLoadBlockScope_c & operator=(ResourceLoadBlockScope_c const &) = delete;
+};
 
 /// Returns name, version, build number, configuration and time of the build. The text is one of Va (cstring.h), valid
 /// for 15 further calls of Va.

@@ -15,7 +15,7 @@
 // Failure: adding to a list after an exclusive entry asserts. No other call fails.
 //
 //     Callbacker_T<int> OnScore;
-//     OnScore.Add([](int nPoints) { Log("%i points", nPoints); }, false);
+//     CallbackScope_T const Receiver(OnScore, [](int nPoints) { Log("%i points", nPoints); });
 //     OnScore.Fire(10, false);
 #pragma once
 
@@ -128,6 +128,29 @@ private:
 template <typename T>
 class Callbacker_T : public CallbackerBase_T<T>
 {};
+
+/// Receiver of an event for a scope or as a member of an object: calls Add, and Remove at its end. Requires that the
+/// event exists until then.
+template <typename T>
+class CallbackScope_T
+{
+public:
+    using Function_t = typename CallbackerBase_T<T>::Function_t;
+
+    explicit CallbackScope_T(CallbackerBase_T<T> & Event, Function_t fn, bool bExclusive = false)
+        : m_Event(Event)
+        , m_fn(fn)
+    {
+        m_Event.Add(m_fn, bExclusive);
+    }
+    ~CallbackScope_T() { m_Event.Remove(m_fn); }
+    CallbackScope_T(CallbackScope_T const &) = delete;
+    CallbackScope_T & operator=(CallbackScope_T const &) = delete;
+
+private:
+    CallbackerBase_T<T> & m_Event;
+    Function_t const m_fn;
+};
 
 /// The shared events. Those without a remark are fired by the application alone.
 extern ZQ_API Callbacker_T<bool>

@@ -15,10 +15,11 @@
 //     Texture_c * const pTexture = ZQ_NEW Texture_c;
 //     char Menu = 0, Game = 0;   // holders; as a rule `this`
 //     COM_ADDREF(pTexture, &Menu);
-//     COM_ADDREF(pTexture, &Game);
-//     pTexture->ComDebug();   // logs both
-//     COM_RELEASE(pTexture, &Menu);
-//     bool const bDeleted = COM_RELEASE(pTexture, &Game);   // true
+//     {
+//         ComReference_T const Reference(pTexture, &Game);
+//         Reference->ComDebug();   // logs both
+//     }
+//     bool const bDeleted = COM_RELEASE(pTexture, &Menu);   // true
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -109,3 +110,42 @@ inline bool ComRelease(ComObject_c const * pObject, void const * pOwner, char co
 {
     return pObject->Release(pOwner, sFile, iLine, pObject);
 }
+
+/// Reference of a holder to an object, for a scope or as a member of the holder. Calls AddRef with the place in the
+/// source where it is made, and Release at its end. A null object has no reference.
+template <typename T>
+class ComReference_T
+{
+public:
+    ComReference_T(
+        T * pObject, void const * pOwner, char const * sFile = __builtin_FILE(), int iLine = __builtin_LINE())
+        : m_pObject(pObject)
+        , m_pOwner(pOwner)
+        , m_sFile(sFile)
+        , m_iLine(iLine)
+    {
+        if (m_pObject)
+        {
+            ComAddRef(m_pObject, m_pOwner, m_sFile, m_iLine);
+        }
+    }
+    ~ComReference_T()
+    {
+        if (m_pObject)
+        {
+            ComRelease(m_pObject, m_pOwner, m_sFile, m_iLine);
+        }
+    }
+    ComReference_T(ComReference_T const &) = delete;
+    ComReference_T & operator=(ComReference_T const &) = delete;
+
+    /// Return the object. The last one requires that it is not null.
+    T * Get() const { return m_pObject; }
+    T * operator->() const { return m_pObject; }
+
+private:
+    T * const m_pObject;
+    void const * const m_pOwner;
+    char const * const m_sFile;
+    int const m_iLine;
+};

@@ -20,10 +20,9 @@
 // - a known file that the system does not open, except packs and names in ".bin" (FileOpenTracker, cfilelog.h).
 // - a duplicate (bDuplicate) that FileOpen opens or FileOpenStored finds.
 //
-//     if (File_c * const pFile = FileOpen("levels.csv"))
+//     if (FileReference_c const File("levels.csv"); File)
 //     {
-//         Log("%s has %i bytes", pFile->GetFileName(), pFile->iLength);   // the bytes are at pFile->pData
-//         FileClose(pFile);
+//         Log("%s has %i bytes", File->GetFileName(), File->iLength);   // the bytes are at File->pData
 //     }
 #pragma once
 
@@ -33,6 +32,7 @@
 #include "platform/threads.h"
 
 #include <atomic>
+#include <utility>
 
 class FileStored_c;
 
@@ -245,6 +245,43 @@ ZQ_API bool FileOpen(File_c * pFile);
 /// reference.
 ZQ_API void FileClose(File_c * pFile);
 
+/// Reference to the contents of a file: calls FileOpen, and FileClose at its end. It may be moved, and may be of no
+/// file.
+class FileReference_c
+{
+public:
+    FileReference_c() = default;
+
+    /// Adds a reference. If FileOpen fails, or pFile is null, the reference is of no file.
+    explicit FileReference_c(char const * szName)
+        : m_pFile(FileOpen(szName))
+    {}
+    explicit FileReference_c(File_c * pFile)
+        : m_pFile(pFile && FileOpen(pFile) ? pFile : nullptr)
+    {}
+    ~FileReference_c() { FileClose(m_pFile); }
+    FileReference_c(FileReference_c && Other) noexcept
+        : m_pFile(std::exchange(Other.m_pFile, nullptr))
+    {}
+    FileReference_c & operator=(FileReference_c && Other) noexcept
+    {
+        FileReference_c Moved(std::move(Other));
+        std::swap(m_pFile, Moved.m_pFile);
+        return *this;
+    }
+
+    /// Return the file; null or false if the reference is of no file.
+    File_c * Get() const { return m_pFile; }
+    explicit operator bool() const { return m_pFile != nullptr; }
+
+    /// Return the file. Require that there is one.
+    File_c * operator->() const { return m_pFile; }
+    File_c & operator*() const { return *m_pFile; }
+
+private:
+    File_c * m_pFile = nullptr;
+};
+
 /// Removes an object from the table and destroys it. Asserts that it has no references and that it is in the table. If
 /// the developer continues, it is destroyed in any case.
 ZQ_API void FileKill(File_c * pFile);
@@ -256,6 +293,34 @@ ZQ_API File_c * FileStream(char const * name);
 /// Finds a file as FileOpen does. Returns a new stream on it, which CloseStored destroys. Returns null if the file is
 /// unknown or can't be opened.
 ZQ_API FileStored_c * FileOpenStored(char const * name);
+
+/// Scope of a stream: calls FileOpenStored or File_c::OpenStored, and CloseStored at the end if there is a stream.
+class FileStoredScope_c
+{
+public:
+    explicit FileStoredScope_c(char const * szName)
+        : m_pStream(FileOpenStored(szName))
+    {}
+    explicit FileStoredScope_c(File_c & File)
+        : m_pStream(File.OpenStored())
+    {}
+    ~FileStoredScope_c()
+    {
+        if (m_pStream)
+        {
+            m_pStream->CloseStored();
+        }
+    }
+    FileStoredScope_c(FileStoredScope_c const &) = delete;
+    FileStoredScope_c & operator=(FileStoredScope_c const &) = delete;
+
+    /// Return whether there is a stream, and the stream. The second requires that there is one.
+    explicit operator bool() const { return m_pStream != nullptr; }
+    FileStored_c * operator->() const { return m_pStream; }
+
+private:
+    FileStored_c * const m_pStream;
+};
 
 /// Returns whether FileStream finds the name.
 ZQ_API bool FileExists(char const * name);

@@ -69,6 +69,24 @@ ZQ_API void FilePrefetch(char const * szExt);
 /// Asserts that szExt is not null.
 ZQ_API void FileUnfetch(char const * szExt);
 
+/// Scope in which all files of an extension are in memory: calls FilePrefetch, and FileUnfetch at the end. szExt is
+/// kept as a pointer. Requires that files of the extension are neither added nor removed meanwhile.
+class FilePrefetchScope_c
+{
+public:
+    explicit FilePrefetchScope_c(char const * szExt)
+        : m_szExt(szExt)
+    {
+        FilePrefetch(szExt);
+    }
+    ~FilePrefetchScope_c() { FileUnfetch(m_szExt); }
+    FilePrefetchScope_c(FilePrefetchScope_c const &) = delete;
+    FilePrefetchScope_c & operator=(FilePrefetchScope_c const &) = delete;
+
+private:
+    char const * const m_szExt;
+};
+
 /// Queues a read of the file: into its own block, or into a buffer that has at least the iLength bytes of the file as
 /// of this call. A file that is larger when it is served is not read into a buffer. Returns a handle.
 /// - Requests are served in order, one at a time.

@@ -12,9 +12,8 @@
 // line.
 // Failure: the tracker complains by Achtung and assertions. A log that can't be created is not written.
 //
-//     FileOpenLogEnable("start", FILE_LOG_CLEAN, false);   // media root\Logs\start_clean.rsp
-//     FileClose(FileOpen("levels.csv"));                   // its path is one line there
-//     FileOpenLogDisable();
+//     FileOpenLogScope_c const Start("start", FILE_LOG_CLEAN);   // media root\Logs\start_clean.rsp
+//     FileReference_c const Levels("levels.csv");                // its path is one line there
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -56,6 +55,20 @@ ZQ_API void FileOpenLogEnable(char const * sName, std::uint32_t dwMask, bool bAp
 /// Closes all response logs and sets g_bCollectResource to false. ModuleFile_c's Shutdown does not: the logs stay open
 /// for the next start.
 ZQ_API void FileOpenLogDisable();
+
+/// Scope in which response logs are open: calls FileOpenLogEnable, and FileOpenLogDisable at the end. Scopes do not
+/// nest.
+class FileOpenLogScope_c
+{
+public:
+    FileOpenLogScope_c(char const * sName, std::uint32_t dwMask, bool bAppend = false)
+    {
+        FileOpenLogEnable(sName, dwMask, bAppend);
+    }
+    ~FileOpenLogScope_c() { FileOpenLogDisable(); }
+    FileOpenLogScope_c(FileOpenLogScope_c const &) = delete;
+    FileOpenLogScope_c & operator=(FileOpenLogScope_c const &) = delete;
+};
 
 /// Sets which of the open response logs are written, as FILE_LOG_ bits. Plain and clean at start.
 ZQ_API void FileOpenLogMode(std::uint32_t dwMode);

@@ -267,7 +267,7 @@ void FileTrackDoWork()
     {
         return;
     }
-    ProfilerScope_c const Timer(ZQ_TIMER_FILETRACKER, "ZQ_TIMER_FILETRACKER");
+    ProfilerHostScope_c const Timer(ZQ_TIMER_FILETRACKER, "ZQ_TIMER_FILETRACKER");
     if (IsComplete())
     {
         ValueScope_T const Walking(g_bTrackWalking, true);

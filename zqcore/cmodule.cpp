@@ -161,7 +161,7 @@ void Module_c::Heartbeat(char const * szKind, bool bFrame, double dt)
 {
     String_T<256> sLabel(szKind);
     sLabel += NewString("%-20s", m_szName);
-    ProfilerScope_c const Timer(sLabel);
+    ProfilerHostScope_c const Timer(sLabel);
     if (bFrame)
     {
         HeartbeatFrame(dt);

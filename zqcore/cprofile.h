@@ -1,9 +1,9 @@
 // cprofile.h: a tree of named timers for code that is driven by frames.
 //
-// ProfilerPush and ProfilerPop enclose the code to be timed. Each timer keeps a ring of the last 150 frames. Once a
-// frame ProfilerUpdateFrame derives its average and peak. If a stats file is named, all timers are appended to it every
-// 150 frames, asynchronously (docs/formats.md). The profiler runs from ModuleProfiler_c::Initialize to its Shutdown.
-// Outside of that all calls but ProfilerInitSwapStats do nothing.
+// ProfilerPush and ProfilerPop enclose the code to be timed. ProfilerScope_c is both for a scope. Each timer keeps a
+// ring of the last 150 frames. Once a frame ProfilerUpdateFrame derives its average and peak. If a stats file is named,
+// all timers are appended to it every 150 frames, asynchronously (docs/formats.md). The profiler runs from
+// ModuleProfiler_c::Initialize to its Shutdown. Outside of that all calls but ProfilerInitSwapStats do nothing.
 //
 // Ownership: the profiler owns the timers. A host reads them and keeps no pointer beyond a reset or the shutdown.
 // Threads: all calls belong to one thread. Nothing is locked or checked.
@@ -13,11 +13,11 @@
 //
 //     Module_c::Register(ModuleProfiler_c::Get());
 //     Module_c::InitializeAllModules();
-//     ProfilerBeginFrame();
-//     ProfilerPush("Physics", false);
-//     longTimeWait(0.001);   // the work
-//     ProfilerPop();
-//     ProfilerEndFrame();
+//     {
+//         ProfilerFrameScope_c const Frame;
+//         ProfilerScope_c const Timer("Physics");
+//         longTimeWait(0.001);   // the work
+//     }
 //     ProfilerUpdateFrame(false);
 //     Log("Physics took %lli ticks.", static_cast<long long>(ProfilerGetTimer("Physics")->tLast));
 //     Module_c::ShutdownAllModules();
@@ -95,6 +95,52 @@ ZQ_API void ProfilerPop();
 /// Push and pop ZQ_TIMER_APPLICATION. They enclose the work of a frame.
 ZQ_API void ProfilerBeginFrame();
 ZQ_API void ProfilerEndFrame();
+
+/// Scope in which a timer runs. Pushes it as ProfilerPush does, and pops it at the end. As with the calls, each push
+/// inside needs its pop, and a reset inside fails an assertion at the end.
+class ProfilerScope_c
+{
+public:
+    explicit ProfilerScope_c(char const * szName, bool bRoot = false)
+        : m_bById(false)
+        , m_iTimer(0)
+    {
+        ProfilerPush(szName, bRoot);
+    }
+    ProfilerScope_c(std::uint32_t iTimer, char const * szName)
+        : m_bById(true)
+        , m_iTimer(iTimer)
+    {
+        ProfilerPush(iTimer, szName);
+    }
+    ~ProfilerScope_c()
+    {
+        if (m_bById)
+        {
+            ProfilerPop(m_iTimer);
+        }
+        else
+        {
+            ProfilerPop();
+        }
+    }
+    ProfilerScope_c(ProfilerScope_c const &) = delete;
+    ProfilerScope_c & operator=(ProfilerScope_c const &) = delete;
+
+private:
+    bool const m_bById;
+    std::uint32_t const m_iTimer;
+};
+
+/// Scope of the work of a frame: calls ProfilerBeginFrame, and ProfilerEndFrame at the end.
+class ProfilerFrameScope_c
+{
+public:
+    ProfilerFrameScope_c() { ProfilerBeginFrame(); }
+    ~ProfilerFrameScope_c() { ProfilerEndFrame(); }
+    ProfilerFrameScope_c(ProfilerFrameScope_c const &) = delete;
+    ProfilerFrameScope_c & operator=(ProfilerFrameScope_c const &) = delete;
+};
 
 /// Ends the frame: derives the figures and moves to the next slot. With bTimeItself the update is a timer too, whose
 /// time counts for the new frame.

@@ -28,41 +28,30 @@ int ProfilerOpenTimers(char const ** pszNames, int nMost);
 /// Pops down to this depth, but never the root.
 void ProfilerPopTo(int iDepth);
 
-/// A timer that runs for a scope. If a host's exception ends the scope, the pushes inside that were not popped are
-/// popped too.
-class ProfilerScope_c
+/// Scope in which a timer runs around calls of a host's code. If an exception ends it, the pushes inside that were not
+/// popped are popped too.
+class ProfilerHostScope_c
 {
 public:
-    explicit ProfilerScope_c(char const * szName) { ProfilerPush(szName, false); }
-    ProfilerScope_c(std::uint32_t iTimer, char const * szName)
-        : m_iTimer(iTimer)
-    {
-        ProfilerPush(iTimer, szName);
-    }
-    ~ProfilerScope_c()
+    explicit ProfilerHostScope_c(char const * szName)
+        : m_Timer(szName)
+    {}
+    ProfilerHostScope_c(std::uint32_t iTimer, char const * szName)
+        : m_Timer(iTimer, szName)
+    {}
+    ~ProfilerHostScope_c()
     {
         if (std::uncaught_exceptions() > m_nExceptions)
         {
             ProfilerPopTo(m_iDepth);
         }
-        else
-        {
-            if (m_iTimer != 0)
-            {
-                ProfilerPop(m_iTimer);
-            }
-            else
-            {
-                ProfilerPop();
-            }
-        }
     }
-    ProfilerScope_c(ProfilerScope_c const &) = delete;
-    ProfilerScope_c & operator=(ProfilerScope_c const &) = delete;
+    ProfilerHostScope_c(ProfilerHostScope_c const &) = delete;
+    ProfilerHostScope_c & operator=(ProfilerHostScope_c const &) = delete;
 
 private:
-    std::uint32_t const m_iTimer = 0;   // 0 if the timer was pushed by its name alone
-    int const m_iDepth = ProfilerDepth();
+    ProfilerScope_c const m_Timer;
+    int const m_iDepth = ProfilerDepth();   // with the timer
     int const m_nExceptions = std::uncaught_exceptions();
 };
 

@@ -369,4 +369,26 @@ private:
     std::uint32_t m_dwChunkLabel = 0;            // CRC-32 of the open chunk's name
 };
 
+/// Scope of a chunk: calls ChunkBegin, and ChunkEnd at the end. sName is kept as a pointer.
+class ArchiveChunk_c
+{
+public:
+    ArchiveChunk_c(Serializeable_c & Archive, char const * sName)
+        : m_Archive(Archive)
+        , m_sName(sName)
+        , m_bBegun(Archive.ChunkBegin(sName))
+    {}
+    ~ArchiveChunk_c() { m_Archive.ChunkEnd(m_sName); }
+    ArchiveChunk_c(ArchiveChunk_c const &) = delete;
+    ArchiveChunk_c & operator=(ArchiveChunk_c const &) = delete;
+
+    /// Returns the result of ChunkBegin.
+    explicit operator bool() const { return m_bBegun; }
+
+private:
+    Serializeable_c & m_Archive;
+    char const * const m_sName;
+    bool const m_bBegun;
+};
+
 #include "zqcore/cserialize.inl"

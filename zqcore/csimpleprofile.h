@@ -13,9 +13,10 @@
 // Cost: a push and a pop take three lock cycles and two readings of the clock. Nothing allocates.
 // Failure: misuse fails an assertion. A time that the clock makes negative counts as 0.
 //
-//     SimpleProfilePush(SIMPLE_PROFILE_CONTEXT_1, SIMPLE_TIMER_AI);
-//     longTimeWait(0.001);   // the work
-//     SimpleProfilePop(SIMPLE_PROFILE_CONTEXT_1, SIMPLE_TIMER_AI);
+//     {
+//         SimpleProfileScope_c const Work(SIMPLE_PROFILE_CONTEXT_1, SIMPLE_TIMER_AI);
+//         longTimeWait(0.001);   // the work
+//     }
 //     SimpleProfileReset(SIMPLE_PROFILE_CONTEXT_1);   // the frame ends
 //     SimpleProfileInfo_t const Info = SimpleProfileGet(SIMPLE_PROFILE_CONTEXT_1, SIMPLE_TIMER_AI);
 //     Log("AI took %lli ticks.", static_cast<long long>(Info.tLast));
@@ -85,6 +86,36 @@ ZQ_API void SimpleProfilePush(SimpleProfileContext_e eContext, SimpleProfileType
 /// Ends the kind that began last in the context. Asserts that it is eType, and ends it even if it is another kind.
 /// Asserts that the context, the kind and a push to pop exist, and does nothing otherwise.
 ZQ_API void SimpleProfilePop(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
+
+/// Scope of a kind of work: calls SimpleProfilePush, and SimpleProfilePop at the end.
+class SimpleProfileScope_c
+{
+public:
+    SimpleProfileScope_c(SimpleProfileContext_e eContext, SimpleProfileType_e eType)
+        : m_eContext(eContext)
+        , m_eType(eType)
+    {
+        SimpleProfilePush(eContext, eType);
+    }
+    ~SimpleProfileScope_c() { SimpleProfilePop(m_eContext, m_eType); }
+    SimpleProfileScope_c(SimpleProfileScope_c const &) = delete;
+    SimpleProfileScope_c & operator=(SimpleProfileScope_c const &) = delete;
+
+private:
+    SimpleProfileContext_e const m_eContext;
+    SimpleProfileType_e const m_eType;
+};
+
+/// Scope in which SIMPLE_PROFILE_CONTEXT_CURRENT means a context: calls SimpleProfileContextPush, and
+/// SimpleProfileContextPop at the end.
+class SimpleProfileContextScope_c
+{
+public:
+    explicit SimpleProfileContextScope_c(SimpleProfileContext_e eContext) { SimpleProfileContextPush(eContext); }
+    ~SimpleProfileContextScope_c() { SimpleProfileContextPop(); }
+    SimpleProfileContextScope_c(SimpleProfileContextScope_c const &) = delete;
+    SimpleProfileContextScope_c & operator=(SimpleProfileContextScope_c const &) = delete;
+};
 
 /// Ends a frame of the context: its times become the figures, and the next frame begins. Waits while another thread is
 /// in the context. Asserts that the calling thread is not in it, and that the context exists.

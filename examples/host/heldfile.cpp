@@ -1,6 +1,5 @@
 #include "heldfile.h"
 
-#include "zqcore/cfile.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath.h"
 
@@ -15,15 +14,10 @@ HeldFile_c::HeldFile_c(char const * szFile)
                 szFile);
         return;
     }
-    m_pFile = FileOpen(szFile);
-    m_WhyNot.bFault = !m_pFile || m_pFile->iLength == 0;
+    m_File = FileReference_c(szFile);
+    m_WhyNot.bFault = !m_File || m_File->iLength == 0;
     if (m_WhyNot.bFault)
     {
-        m_WhyNot.sWhy = NewString(m_pFile ? "%s is empty" : "%s can't be read; the log says why", szFile);
+        m_WhyNot.sWhy = NewString(m_File ? "%s is empty" : "%s can't be read; the log says why", szFile);
     }
-}
-
-HeldFile_c::~HeldFile_c()
-{
-    FileClose(m_pFile);
 }

@@ -1,9 +1,8 @@
 // heldfile.h: a file of the media that stays resident while several readers use it.
 #pragma once
 
+#include "zqcore/cfile.h"
 #include "zqcore/cstring.h"
-
-class File_c;
 
 /// Reason why a file can't be read; empty if it can. Without bFault no file has that name. With bFault the file is
 /// empty or can't be read, or the scan of the media missed something.
@@ -19,13 +18,12 @@ class HeldFile_c
 public:
     /// Reads a file by its bare name and holds the contents until the end of the scope.
     explicit HeldFile_c(char const * szFile);
-    ~HeldFile_c();
     HeldFile_c(HeldFile_c const &) = delete;
     HeldFile_c & operator=(HeldFile_c const &) = delete;
 
     NoFile_s const & WhyNot() const { return m_WhyNot; }
 
 private:
-    File_c * m_pFile = nullptr;
+    FileReference_c m_File;
     NoFile_s m_WhyNot;
 };

@@ -33,26 +33,18 @@ namespace
     {
     public:
         Work_c(char const * szName, SimpleProfileType_e eType)
-            : m_eType(eType)
-        {
-            ProfilerPush(szName, false);
-            SimpleProfilePush(SIMPLE_PROFILE_CONTEXT_CURRENT, m_eType);
-        }
-        ~Work_c()
-        {
-            SimpleProfilePop(SIMPLE_PROFILE_CONTEXT_CURRENT, m_eType);
-            ProfilerPop();
-        }
-        Work_c(Work_c const &) = delete;
-        Work_c & operator=(Work_c const &) = delete;
+            : m_Timer(szName)
+            , m_Kind(SIMPLE_PROFILE_CONTEXT_CURRENT, eType)
+        {}
 
     private:
-        SimpleProfileType_e const m_eType;
+        ProfilerScope_c const m_Timer;
+        SimpleProfileScope_c const m_Kind;
     };
 
     void Frame(double tDelta, Survey_c & Survey)
     {
-        ProfilerBeginFrame();
+        ProfilerFrameScope_c const Application;
         {
             // A host with windows passes on each message of the system. The entropy pool needs the times at which they
             // arrive.
@@ -69,7 +61,6 @@ namespace
         }
         MemoryResetFrameAllocCount();
         std::atomic_ref(g_iLogFrameCounter).fetch_add(1, std::memory_order_relaxed);   // the file thread logs too
-        ProfilerEndFrame();
     }
 
     void CloseFrame()

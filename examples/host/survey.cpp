@@ -50,10 +50,9 @@ namespace
     void StreamPiece(File_c const & File)
     {
         static unsigned char s_dPiece[65536];
-        if (FileStored_c * const pStream = FileOpenStored(File.sName))
+        if (FileStoredScope_c const Stream(File.sName); Stream)
         {
-            pStream->ReadStored(s_dPiece, 1, sizeof s_dPiece);
-            pStream->CloseStored();
+            Stream->ReadStored(s_dPiece, 1, sizeof s_dPiece);
         }
     }
 

@@ -88,13 +88,8 @@ namespace
 
     bool IsEmptyOnDisk(File_c & File)
     {
-        FileStored_c * const pStream = File.OpenStored();
-        bool const bEmpty = pStream && pStream->SeekStored(0, 2) && pStream->TellStored() == 0;
-        if (pStream)
-        {
-            pStream->CloseStored();
-        }
-        return bEmpty;
+        FileStoredScope_c const Stream(File);
+        return Stream && Stream->SeekStored(0, 2) && Stream->TellStored() == 0;
     }
 
     // Reads the rows of the file as it is on disk now. Returns none if it can't be read.
@@ -102,10 +97,9 @@ namespace
     {
         Rows_t dRows;
         File.Refresh();   // other holders see the new contents too
-        if (FileOpen(&File))
+        if (FileReference_c const Held(&File); Held)
         {
             dRows = RowsOf(File);
-            FileClose(&File);
         }
         return dRows;
     }
