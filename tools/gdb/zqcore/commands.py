@@ -5,7 +5,7 @@ import gdb
 
 from . import containers, files, objects
 from .strings import plain
-from .values import LARGE, Damaged, number, reason
+from .values import LARGE, nodes, number, reason
 
 NOT_FOUND = ("gdb does not know {}. Start the program or load a core file. If that has been done, the debug "
              "information of ZQCore is missing (docs/debugging.md).")
@@ -67,11 +67,11 @@ Usage: zq files [NAME]
 NAME is a part of a name, or a pattern with * and ?. Case does not matter. Without a NAME all files are listed."""
 
     def run(self, pattern):
-        table = variable("g_sFileObjects")
-        rows = sorted(row for row in map(self.row, containers.used_slots(table)) if self.matches(row[0], pattern))
+        named = [(self.name(slot), slot) for slot in containers.used_slots(variable("g_sFileObjects"))]
+        rows = sorted(self.row(name, slot) for name, slot in named if self.matches(name, pattern))
         if rows:
             write_table(["name", "bytes", "folder", "state"], rows)
-        gdb.write(f"{len(rows)} of {sum(1 for _ in containers.used_slots(table))} files\n")
+        gdb.write(f"{len(rows)} of {len(named)} files\n")
 
     @staticmethod
     def matches(name, pattern):
@@ -80,10 +80,15 @@ NAME is a part of a name, or a pattern with * and ?. Case does not matter. Witho
         return fnmatch.fnmatchcase(name.lower(), whole)
 
     @staticmethod
-    def row(slot):
-        name = "?"
+    def name(slot):
         try:
-            name = plain(slot["pName"].dereference())
+            return plain(slot["pName"].dereference())
+        except Exception:
+            return "?"
+
+    @staticmethod
+    def row(name, slot):
+        try:
             file = slot["pObject"].dereference()
             return name, int(file["iLength"]), files.folder_of(file), files.state_of(file)
         except Exception as error:
@@ -104,9 +109,10 @@ The heap of a shipped game knows the peaks of categories only as of the last rep
 
 
 def categories():
-    """Returns the names and the numbers of the categories of memory."""
+    """Returns the names and the numbers of the categories of memory that are counted."""
     fields = gdb.lookup_type("mem::Categories_e").fields()
-    return [(field.name.split("::")[-1], field.enumval) for field in fields if not field.name.endswith("::TOTAL")]
+    named = [(field.name.split("::")[-1], field.enumval) for field in fields]
+    return [category for category in named if category[0] not in ("CRT", "TOTAL")]
 
 
 def debug_memory(counters):
@@ -119,7 +125,8 @@ def debug_memory(counters):
 
 def ship_memory():
     """Returns the rows of the heap of a shipped game and their total."""
-    threads = list(figures_of_threads())
+    head = variable("(anonymous namespace)::g_pFigures")
+    threads = list(nodes(head.address.cast(gdb.lookup_type("MemoryFigures_s").pointer().pointer()).dereference()))
     seen = variable("(anonymous namespace)::g_dSeen")
     rows = []
     for name, at in categories():
@@ -130,18 +137,6 @@ def ship_memory():
                      max(count, int(seen[at]["nMaxCount"]))])
     count = [sum(row[column] for row in rows) for column in (1, 2)]
     return rows, ["all"] + count + [max(count[0], number(variable("(anonymous namespace)::g_iPeak"))), ""]
-
-
-def figures_of_threads():
-    """Returns the figures of all threads."""
-    pointer = variable("(anonymous namespace)::g_pFigures")
-    head = pointer.address.cast(gdb.lookup_type("MemoryFigures_s").pointer().pointer()).dereference()
-    for _ in range(LARGE):
-        if not int(head):
-            return
-        yield head.dereference()
-        head = head["pNext"]
-    raise Damaged("the figures of threads do not end")
 
 
 class Modules(Command):

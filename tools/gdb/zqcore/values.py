@@ -67,7 +67,7 @@ class MapPrinter(ListPrinter):
 
 
 def fetched(value):
-    """Returns a value of the process, or why it is out of reach. Then gdb itself would print nothing at all."""
+    """Returns a value of the process, or why it is out of reach. gdb itself would end the whole output there."""
     try:
         if isinstance(value, gdb.Value):
             value.fetch_lazy()
@@ -80,6 +80,8 @@ def reason(error):
     """Returns why a value has no text."""
     if isinstance(error, TypeError):  # it has no address
         return "not in memory"
+    if "optimized out" in str(error):
+        return "optimized out"
     return f"damaged: {error}" if isinstance(error, Damaged) else f"not readable: {error}"
 
 
