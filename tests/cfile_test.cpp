@@ -1,5 +1,6 @@
 #include "tests/machine_support.h"
 #include "tests/media_fixture.h"
+#include "zqcore/ctexterror.h"
 
 #include <climits>
 
@@ -101,10 +102,11 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
     EXPECT_EQ(Log.Count("File '" + Folded("empty.bin") + "' is empty!"), 1);
     FileSetEmptyAllowed(false);
     FileClose(pEmpty);
-    for (auto const & [szName, szReport, szReason, iLength] : Rows_t<char const *, char const *, std::string, int>{
+    for (auto const & [szName, szReport, sReason, iLength] : Rows_t<char const *, char const *, std::string, int>{
              { "gone.bin", "Cannot open file", "No such file or directory", 1 },
              { "folder.bin", "Cannot open file", "Is a directory", 1 },
-             { "huge.bin", "File is larger than 2 GiB", "", 7 }, { "short.bin", "Error reading file", "", 4096 } })
+             { "huge.bin", "File is larger than 2 GiB", "it has 2 GiB or more", 7 },
+             { "short.bin", "Error reading file", "it ends before its size", 4096 } })
     {
         Log.Clear();
         s_dReported.clear();
@@ -112,14 +114,37 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
             "no file is at hand that gives fewer bytes than its size");
         EXPECT_EQ(FileOpen(szName), nullptr);
         EXPECT_EQ(Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName) + "'\n"
-                                     + (szReason.empty() ? "" : "FileOnDisk_c::Open: " + szReason + "\n")
+                                     + (szReport[0] == 'C' ? "FileOnDisk_c::Open: " + sReason + "\n" : "")
                                      + "CAN'T OPEN FILE " + szName + "\n");
+        EXPECT_EQ(FileGetWhyNot(szName), sReason);
         EXPECT_EQ(s_dReported, Reported_t(szReport[0] == 'E', szName));
         File_c const * const pFile = FileStream(szName);
         EXPECT_EACH(!pFile->pData, pFile->GetOpensCount() == 0, !pFile->bOpened, pFile->iReads == 0);
         EXPECT_EQ(pFile->iLength, iLength) << szName;
     }
-    EXPECT_FALSE(FileOpenStored("huge.bin"));
+    SetTextErrorLog(true);
+    Log.Clear();
+    auto const TryAll = [&]
+    {
+        unsigned char cByte;
+        std::uint32_t nBytes = 1;
+        return FileOpenStored("huge.bin") || FileOpen(FileStream("folder.bin"))
+               || FileStream("gone.bin")->Load(0, &cByte, nBytes) || FileOpen("no\nne.bin")
+               || FileAddOneFile(Folder.Join("absent.bin").c_str());
+    };
+    EXPECT_FALSE(TryAll());
+    SetTextErrorLog(false);
+    EXPECT_EACH(Log.Count("huge.bin: it has 2 GiB or more") == 1, Log.Count("folder.bin: Is a directory") == 1,
+        Log.Count("gone.bin: No such file or directory") == 1, Log.Count("no\\nne.bin: there is no such file") == 1,
+        Log.Count("absent.bin: No such file or directory") == 1);
+    EXPECT_EQ(FileGetWhyNot("Any/ABSENT.bin"), "No such file or directory");
+    fs::permissions(Folder.Write("gone.bin", "y"), fs::perms::none);
+    fs::permissions(Folder.GetPath(), fs::perms::all);
+    EXPECT_EQ(
+        StatusAsNobody([] { return !FileOpen("gone.bin") && FileGetWhyNot("gone.bin") == "Permission denied"; }), 1);
+    fs::permissions(Folder.Join("gone.bin"), fs::perms::owner_read);
+    EXPECT_EQ(Contents(FileOpen("gone.bin")), "y");
+    EXPECT_EQ(FileGetWhyNot("gone.bin"), "");
 }
 
 TEST_F(FileTest, ReadsIntoACallersBufferWithoutAReference)

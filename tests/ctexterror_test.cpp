@@ -331,7 +331,7 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
     Serve("gone.txt", "x");
     std::filesystem::remove(Folder.Join("gone.txt"));
     EXPECT_FALSE(Script.OpenFile("gone.txt"));
-    EXPECT_EQ(TextOf(Script.GetLastError()), "gone.txt: it can't be read");
+    EXPECT_EQ(TextOf(Script.GetLastError()), "gone.txt: No such file or directory");
 }
 
 TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)

@@ -9,6 +9,7 @@
 #include "zqcore/ctexterror.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <memory>
 
@@ -24,6 +25,14 @@ namespace
         if (Firing.IsGranted())
         {
             Event.Fire(szText, false);
+        }
+    }
+
+    void FireOpened(char const * szLocation)
+    {
+        if (std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed))
+        {
+            FireIfGranted(g_FileOpenCallbacker, szLocation);
         }
     }
 
@@ -72,17 +81,8 @@ namespace
             *pReason = LastErrorReason();
         }
         FileOpenTracker(File.Get(), szLocation);
-        if (std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed))
-        {
-            FireIfGranted(g_FileOpenCallbacker, szLocation);
-        }
+        FireOpened(szLocation);
         return File.Release();
-    }
-
-    // Several threads may open and close streams of one file.
-    void CountRead(File_c & File)
-    {
-        std::atomic_ref(File.iReads).fetch_add(1, std::memory_order_relaxed);
     }
 
     // Other threads read the length without the file's lock.
@@ -94,6 +94,9 @@ namespace
         File.ftLastWriteTime = Facts.tLastWrite;
     }
 
+    constexpr char TOO_LARGE[] = "it has 2 GiB or more";
+    constexpr char GROWN[] = "it has grown since its buffer was allocated";
+
     bool IsTooLarge(plat::FileFacts_t const & Facts, char const * szWho, char const * szLocation)
     {
         if (Facts.nSize > INT_MAX)
@@ -102,6 +105,18 @@ namespace
             return true;
         }
         return false;
+    }
+
+    // Reads as plat::FileRead does. If it reads less than nBytes, stores the reason.
+    std::size_t ReadOrSayWhy(plat::File_t hFile, void * pBuffer, std::size_t nBytes, Reason_t & sReason)
+    {
+        errno = 0;
+        std::size_t const nRead = plat::FileRead(hFile, pBuffer, nBytes);
+        if (nRead != nBytes)
+        {
+            sReason = errno ? LastErrorReason() : Reason_t("it ends before its size");
+        }
+        return nRead;
     }
 
     // Leaves a lock for a scope.
@@ -155,6 +170,7 @@ FileLocation_c::FileLocation_c(File_c const & File)
 File_c::~File_c()
 {
     FileForget(*this);
+    SetWhyNot(nullptr);
     if (m_bStayer)
     {
         FileStayerForget(*this, true);
@@ -193,6 +209,10 @@ int File_c::RefOpen()
         ZQ_ASSERT_TEXT(GetOpensCount() == 0 || m_bLost, "m_iOpensCount==0");
         if (!Open(nullptr))
         {
+            if (!m_pWhyNot)
+            {
+                SetWhyNot("it can't be read");   // a kind of a library above gave no reason
+            }
             return m_bLost ? 0 : GetOpensCount();
         }
         m_bLost = false;
@@ -206,7 +226,8 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
     if (pBuffer && pData && iLength > iRoom)
     {
         LogGrown(iRoom, iLength, FileLocation_c(*this));
-        return false;
+        SetWhyNot(GROWN);
+        return LogWhyNot();
     }
     if (pBuffer && !pData)
     {
@@ -217,11 +238,38 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
     m_bUnlocked = false;
     if (!bResident)
     {
-        return false;
+        return LogWhyNot();
     }
     m_bLost = false;
     Count(1);
     return true;
+}
+
+// Several threads may open and close streams of one file.
+void File_c::CountRead()
+{
+    std::atomic_ref(iReads).fetch_add(1, std::memory_order_relaxed);
+}
+
+void File_c::ReportOpen(char const * szLocation)
+{
+    FireOpened(szLocation);
+}
+
+bool File_c::ReportReadError() const
+{
+    FireIfGranted(g_FileReadErrorCallbacker, sName);
+    return false;
+}
+
+void File_c::ReportEmpty(char const * szLocation)
+{
+    if (g_bEmptyAllowed.load(std::memory_order_relaxed))
+    {
+        LogEscaped("File '%s' is empty!", szLocation);
+        return;
+    }
+    ZQ_ASSERT_EX_TEXT(false, "iLength>0", "File '%s' is empty!", TextForLog(szLocation).GetBuffer());
 }
 
 bool File_c::TakeUnlocked()
@@ -314,21 +362,17 @@ bool FileOnDisk_c::Open(void * pBuffer)
     {
         LogEscaped("FileOnDisk_c::Open: Cannot open file: '%s'", static_cast<char const *>(sLocation));
         LogEscaped("FileOnDisk_c::Open: %s", static_cast<char const *>(sReason));
-        return false;
+        return SetWhyNot(sReason);
     }
+    SetWhyNot(nullptr);
     if (!StoreFacts(Facts, sLocation, !pBuffer))
     {
         return false;
     }
-    if (iLength == 0 && g_bEmptyAllowed.load(std::memory_order_relaxed))
+    if (iLength == 0)
     {
-        LogEscaped("File '%s' is empty!", static_cast<char const *>(sLocation));
+        ReportEmpty(sLocation);
     }
-    else
-    {
-        ZQ_ASSERT_EX_TEXT(iLength > 0, "iLength>0", "File '%s' is empty!", TextForLog(sLocation).GetBuffer());
-    }
-
     return TakeUnlocked() ? ReadUnlocked(File.Release(), Facts, pBuffer, sLocation)
                           : Read(File.Release(), pBuffer, sLocation);
 }
@@ -339,15 +383,16 @@ bool FileOnDisk_c::Read(plat::File_t hFile, void * pBuffer, char const * szLocat
     auto const nBytes = static_cast<std::size_t>(iLength);
     plat::FileHintSequential(hFile, nBytes);
     unsigned char * const pBlock = pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes];
-    std::size_t const nRead = plat::FileRead(hFile, pBuffer ? pBuffer : pBlock, nBytes);
+    Reason_t sReason;
+    std::size_t const nRead = ReadOrSayWhy(hFile, pBuffer ? pBuffer : pBlock, nBytes, sReason);
     File.Close();
     if (nRead != nBytes)
     {
         delete[] pBlock;
-        return ComplainOfRead(szLocation);
+        return ComplainOfRead(szLocation, sReason);
     }
     pData = pBlock;
-    CountRead(*this);
+    CountRead();
     if (pData)
     {
         StayerDoWork();
@@ -365,21 +410,22 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     auto const nBytes = static_cast<std::size_t>(Facts.nSize);
     std::unique_ptr<unsigned char[]> pBlock;
     std::size_t nRead = 0;
+    Reason_t sReason;
     {
         UnlockScope_c const Scope(GetLock());
         pBlock.reset(pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes]);
         char * const pTo = static_cast<char *>(pBuffer ? pBuffer : pBlock.get());
         for (std::size_t nSlice = SLICE; nSlice == SLICE && nRead < nBytes && !FileAsyncIsStopping(); nRead += nSlice)
         {
-            nSlice = plat::FileRead(hFile, pTo + nRead, std::min(SLICE, nBytes - nRead));
+            nSlice = ReadOrSayWhy(hFile, pTo + nRead, std::min(SLICE, nBytes - nRead), sReason);
         }
         File.Close();
     }
     if (nRead != nBytes)
     {
-        return FileAsyncIsStopping() ? false : ComplainOfRead(szLocation);
+        return FileAsyncIsStopping() ? SetWhyNot("the module was shut down") : ComplainOfRead(szLocation, sReason);
     }
-    CountRead(*this);
+    CountRead();
     if (!pBlock || pData)
     {
         return pBlock != nullptr;
@@ -397,21 +443,21 @@ bool FileOnDisk_c::StoreFacts(plat::FileFacts_t const & Facts, char const * szLo
     StoreFactsOf(*this, Facts);
     if (IsTooLarge(Facts, "FileOnDisk_c::Open", szLocation))
     {
-        return false;
+        return SetWhyNot(TOO_LARGE);
     }
     if (!bOwnBlock && iLength > iRoom)
     {
         LogGrown(iRoom, iLength, szLocation);
-        return ComplainOfRead(szLocation);
+        return ComplainOfRead(szLocation, GROWN);
     }
     return true;
 }
 
-bool FileOnDisk_c::ComplainOfRead(char const * szLocation)
+bool FileOnDisk_c::ComplainOfRead(char const * szLocation, char const * szReason)
 {
+    SetWhyNot(szReason);
     LogEscaped("FileOnDisk_c::Open: Error reading file: '%s'", szLocation);
-    FireIfGranted(g_FileReadErrorCallbacker, sName);
-    return false;
+    return ReportReadError();
 }
 
 bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength)
@@ -431,27 +477,30 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     {
         LogEscaped("FileOnDisk_c::Load: Cannot open file: '%s'", static_cast<char const *>(sLocation));
         LogEscaped("FileOnDisk_c::Load: %s", static_cast<char const *>(sReason));
-        return false;
+        SetWhyNot(sReason);
+        return LogWhyNot();
     }
     if (plat::FileSeek(hFile, dwPosition, 0) < 0)
     {
+        SetWhyNot(LastErrorReason());
         CloseTracked(hFile);
-        FireIfGranted(g_FileReadErrorCallbacker, sName);
+        ReportReadError();
         LogEscaped(
             "FileOnDisk_c::Load: Error reading file: '%s' - SetFilePointer", static_cast<char const *>(sLocation));
-        return false;
+        return LogWhyNot();
     }
     plat::FileHintSequential(hFile, dwLength);
-    std::size_t const nRead = plat::FileRead(hFile, pBuffer, dwLength);
+    std::size_t const nRead = ReadOrSayWhy(hFile, pBuffer, dwLength, sReason);
     CloseTracked(hFile);
+    SetWhyNot(nRead == dwLength ? nullptr : static_cast<char const *>(sReason));
     if (nRead == dwLength)
     {
         return true;
     }
     LogEscaped("FileOnDisk_c::Load: Error reading file: '%s'", static_cast<char const *>(sLocation));
-    FireIfGranted(g_FileReadErrorCallbacker, sName);
+    ReportReadError();
     dwLength = static_cast<std::uint32_t>(nRead);
-    return false;
+    return LogWhyNot();
 }
 
 void FileOnDisk_c::Close()
@@ -490,20 +539,22 @@ bool FileStored_c::OpenStored()
     }
     FileLocation_c const sLocation(*m_pFile);
     plat::FileFacts_t Facts;
-    m_hFile = OpenTracked(sLocation, plat::Share_e::Read, Facts, nullptr);
+    Reason_t sReason;
+    m_hFile = OpenTracked(sLocation, plat::Share_e::Read, Facts, &sReason);
     if (m_hFile && IsTooLarge(Facts, "FileStored_c::OpenStored", sLocation))
     {
         CloseHandle();
+        sReason = TOO_LARGE;
     }
+    m_pFile->SetWhyNot(m_hFile ? nullptr : static_cast<char const *>(sReason));
     if (!m_hFile)
     {
-        FireIfGranted(g_FileReadErrorCallbacker, m_pFile->sName);
-        return false;
+        return m_pFile->ReportReadError();
     }
     plat::FileHintSequential(m_hFile, Facts.nSize);
     m_iLength = static_cast<int>(Facts.nSize);
     m_pFile->StoreStreamFacts(Facts);
-    CountRead(*m_pFile);
+    m_pFile->CountRead();
     return true;
 }
 
@@ -547,7 +598,7 @@ void FileStored_c::CloseStored()
         CloseHandle();
         if (m_pFile)
         {
-            CountRead(*m_pFile);
+            m_pFile->CountRead();
         }
     }
     delete this;
@@ -574,7 +625,7 @@ unsigned int FileStored_c::FileSize() const
     return static_cast<unsigned int>(m_iLength);
 }
 
-File_c * FileOpen(char const * name)
+File_c * FileOpenUnlogged(char const * name)
 {
     MemCategoryScope_c const Category(mem::file);
     File_c * const pFile = Find(name);
@@ -592,6 +643,16 @@ File_c * FileOpen(char const * name)
     return pFile;
 }
 
+File_c * FileOpen(char const * name)
+{
+    File_c * const pFile = FileOpenUnlogged(name);
+    if (!pFile && TextErrors_c::IsWanted())
+    {
+        FileLogWhyNot(name, FileGetWhyNot(name));
+    }
+    return pFile;
+}
+
 bool FileOpen(File_c * pFile)
 {
     MemCategoryScope_c const Category(mem::file);
@@ -601,8 +662,9 @@ bool FileOpen(File_c * pFile)
     if (bOpen)
     {
         MarkOpened(*pFile);
+        return true;
     }
-    return bOpen;
+    return pFile && pFile->LogWhyNot();
 }
 
 void FileClose(File_c * pFile)
@@ -652,12 +714,16 @@ FileStored_c * FileOpenStored(char const * name)
 {
     MemCategoryScope_c const Category(mem::file);
     File_c * const pFile = Find(name);
-    if (!pFile)
+    if (pFile)
     {
-        return nullptr;
+        MarkOpened(*pFile);
     }
-    MarkOpened(*pFile);
-    return pFile->OpenStored();
+    FileStored_c * const pStored = pFile ? pFile->OpenStored() : nullptr;
+    if (!pStored && TextErrors_c::IsWanted())
+    {
+        FileLogWhyNot(name, FileGetWhyNot(name));
+    }
+    return pStored;
 }
 
 void FileSetEmptyAllowed(bool bAllowed)

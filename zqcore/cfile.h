@@ -16,13 +16,19 @@
 // Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
 // it at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
-// size. Unknown names are not logged. These are an Achtung (cdebug.h) too:
+// size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
+// SetTextErrorLog(true) (ctexterror.h) each failed open or Load is also logged as "%s: %s" with name and reason. These
+// are an Achtung (cdebug.h) too:
 // - a known file that the system does not open, except packs and names in ".bin" (FileOpenTracker, cfilelog.h).
 // - a duplicate (bDuplicate) that FileOpen opens or FileOpenStored finds.
 //
 //     if (FileReference_c const File("levels.csv"); File)
 //     {
 //         Log("%s has %i bytes", File->GetFileName(), File->iLength);   // the bytes are at File->pData
+//     }
+//     else
+//     {
+//         Log("levels.csv: %s", FileGetWhyNot("levels.csv").GetBuffer());
 //     }
 #pragma once
 
@@ -42,6 +48,9 @@ class ZQ_API File_c
 public:
     /// Type of the keys of g_sFileObjects.
     using Key_t = String_T<128>;
+
+    /// Type of reasons: one statement in English, or a text of the system. Empty without a failure.
+    using Reason_t = String_T<128>;
 
     File_c(File_c const &) = delete;
     File_c & operator=(File_c const &) = delete;
@@ -83,6 +92,10 @@ public:
     /// Returns the part of the key after its last dot, or an empty text if there is none.
     char const * GetExt() const;
 
+    /// Returns why the last read of the disk failed: Open, Load or the opening of a stream. Returns an empty text if it
+    /// did not. Any thread.
+    Reason_t GetWhyNot() const;
+
     /// Returns the number of references to the block. Any thread.
     int GetOpensCount() const { return m_iOpensCount.load(std::memory_order_relaxed); }
 
@@ -108,6 +121,26 @@ protected:
     /// never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
+    /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for the first reason. Any
+    /// thread.
+    bool SetWhyNot(char const * szReason);
+
+    /// Logs the name and the reason if SetTextErrorLog is on. Returns false. Any thread.
+    bool LogWhyNot() const;
+
+    /// Adds one to iReads. Any thread.
+    void CountRead();
+
+    /// Fires g_FileOpenCallbacker with a location, not forced, if g_bCollectResource is set. Open, Load and OpenStored
+    /// call it when they have tried to open what they read.
+    static void ReportOpen(char const * szLocation);
+
+    /// Fires g_FileReadErrorCallbacker with the key, not forced. Returns false.
+    bool ReportReadError() const;
+
+    /// Reports an empty file: asserts, or logs if FileSetEmptyAllowed allows it.
+    static void ReportEmpty(char const * szLocation);
+
     /// Stores that a refresh freed the block although there are references to it.
     void SetLost() { m_bLost = true; }
 
@@ -115,12 +148,13 @@ protected:
     bool TakeUnlocked();
 
 private:
-    friend ZQ_API File_c * FileOpen(char const * name);
+    friend File_c * FileOpenUnlogged(char const * name);
     friend ZQ_API bool FileOpen(File_c * pFile);
     friend ZQ_API void FileClose(File_c * pFile);
     friend ZQ_API bool FileAddOneFile(char const * sFile);
     friend ZQ_API void FileLogLoadedMedia();
     friend void FileRenewLocks();
+    friend class FileHiding_c;
     friend class FileRequests_c;
     friend class FileStored_c;
 
@@ -147,11 +181,13 @@ private:
     /// Releases the lock if another thread holds it. For the child of a fork, where no other thread exists.
     void RenewLock();
 
-    std::atomic<int> m_iOpensCount = 0;   // changed under the lock
+    std::atomic<int> m_iOpensCount = 0;            // changed under the lock
+    std::atomic<Reason_t *> m_pWhyNot = nullptr;   // owned; null until a read fails
     plat::Lock_c m_Lock;
-    bool m_bLost = false;       // see SetLost
-    bool m_bStayer = false;     // whether it was added to the list of stayers
-    bool m_bUnlocked = false;   // see TakeUnlocked
+    File_c * m_pHidden = nullptr;   // object of the same key that this one hides; owned
+    bool m_bLost = false;           // see SetLost
+    bool m_bStayer = false;         // whether it was added to the list of stayers
+    bool m_bUnlocked = false;       // see TakeUnlocked
 };
 
 /// A file in a folder. Objects are made and destroyed on the main thread. They are allocated from a pool. Each growth
@@ -175,7 +211,7 @@ public:
 
 private:
     bool StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock);
-    bool ComplainOfRead(char const * szLocation);
+    bool ComplainOfRead(char const * szLocation, char const * szReason);
     bool Read(plat::File_t hFile, void * pBuffer, char const * szLocation);
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);
 };
@@ -240,6 +276,11 @@ ZQ_API File_c * FileOpen(char const * name);
 /// Adds a reference to the contents of a known file and returns true. On failure returns false. Asserts that pFile is
 /// not null and has a key.
 ZQ_API bool FileOpen(File_c * pFile);
+
+/// Returns why FileOpen, FileOpenStored or FileAddOneFile failed for this name: File_c::GetWhyNot of a known file. For an
+/// unknown name returns why the last FileAddOneFile failed if it had this bare name. Otherwise says that there is no
+/// such file, or that a scan could not see all folders. Main thread.
+ZQ_API File_c::Reason_t FileGetWhyNot(char const * name);
 
 /// Removes one reference; the last one frees the contents. Null does nothing. Asserts that a resident file has a
 /// reference.

@@ -89,6 +89,15 @@ private:
     char m_szText[256 + 128];
 };
 
+/// Opens a file as FileOpen does. Does not log the reason of a failure by SetTextErrorLog. For a caller that logs it.
+File_c * FileOpenUnlogged(char const * name);
+
+/// Logs name and reason of a failure if SetTextErrorLog is on.
+ZQ_COLD void FileLogWhyNot(char const * szName, char const * szReason);
+
+/// Stores why FileAddOneFile failed, for FileGetWhyNot. Returns false.
+ZQ_COLD bool FileNoteNotAdded(char const * szFile, char const * szReason);
+
 /// Takes ownership of a folder's text that left the table while a file still points to it. FileReset frees it.
 void FileKeepFolder(String_T<256> * pFolder);
 

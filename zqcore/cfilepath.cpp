@@ -24,6 +24,8 @@ namespace
                && Named != Found;
     }
 
+    constexpr char FULL[] = "the table has no room for it";
+
     // Returns the folder of FileAddOneFile, added to g_sPaths if it is not there. Returns null, with a log line, if the
     // table is full.
     String_T<256> const * FindOrAddPath(char const * szPath)
@@ -229,18 +231,18 @@ bool FileAddOneFile(char const * sFile)
     if (sFolded.IsCut())
     {
         LogEscaped("filesystem: skipping \"%s\", its path is too long", sFile);
-        return false;
+        return FileNoteNotAdded(szBare, "its path is too long");
     }
     if (FileReplacement_c::IsBeside(szBare))
     {
         LogEscaped("filesystem: skipping \"%s\", by its name it was never finished", sFile);
-        return false;
+        return FileNoteNotAdded(szBare, "by its name it was never finished");
     }
     FileName_c const sName{ static_cast<char const *>(sFolded) };
     String_T<256> const * const pPath = FindOrAddPath(sName.GetDrive() + sName.GetDir());
     if (!pPath)
     {
-        return false;
+        return FileNoteNotAdded(szBare, FULL);
     }
     File_c * const pFile = ZQ_NEW FileOnDisk_c;
     pFile->pPath = pPath;
@@ -249,6 +251,7 @@ bool FileAddOneFile(char const * sFile)
     pFile->RefClose();
     if (iCount == 0 || !AddToTable(*pFile))   // 2 for a file that stays resident
     {
+        FileNoteNotAdded(szBare, iCount == 0 ? pFile->GetWhyNot() : File_c::Reason_t(FULL));
         FileDiscard(pFile);
         return false;
     }

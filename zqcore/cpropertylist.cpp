@@ -105,10 +105,10 @@ bool PropertyList_c::Open(char const * sFileName, WarehouseFormat_e eFormat)
     FileClose(m_pFile);
     m_Errors.Begin(sFileName);
     ZQ_ASSERT(sFileName);
-    m_pFile = sFileName ? FileOpen(sFileName) : nullptr;
+    m_pFile = sFileName ? FileOpenUnlogged(sFileName) : nullptr;
     if (!m_pFile)
     {
-        return m_Errors.Fail(TextWhyNoFile(sFileName));
+        return m_Errors.Fail(FileGetWhyNot(sFileName));
     }
     if (char const * const szRefused = TextOfFile(*m_pFile).szRefused)
     {

@@ -142,13 +142,13 @@ bool Script_c::OpenFile(char const * sFileName)
 {
     ZQ_ASSERT(sFileName);
     StrCopy(m_sName, sFileName ? sFileName : "", sizeof m_sName);
-    File_c * const pFile = sFileName ? FileOpen(sFileName) : nullptr;
-    FileText_t const Text = pFile ? TextOfFile(*pFile) : FileText_t{ nullptr, 0, TextWhyNoFile(sFileName) };
-    if (Text.szRefused)
+    File_c * const pFile = sFileName ? FileOpenUnlogged(sFileName) : nullptr;
+    FileText_t const Text = pFile ? TextOfFile(*pFile) : FileText_t{};
+    if (!pFile || Text.szRefused)
     {
         FileClose(pFile);
         m_Errors.Begin(m_sName);
-        return m_Errors.Fail(Text.szRefused);
+        return m_Errors.Fail(pFile ? File_c::Reason_t(Text.szRefused) : FileGetWhyNot(sFileName));
     }
     auto const nBytes = static_cast<std::size_t>(Text.nText);
     delete[] m_pFileData;

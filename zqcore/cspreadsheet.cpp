@@ -27,11 +27,11 @@ bool Spreadsheet_c::Open(char const * sFileName, SpreadsheetFmtDesc_t const * pF
         Log("Spreadsheet_c::Open : file name isn't specified.");
         return m_Errors.Fail("no file name was given");
     }
-    File_c * const pFile = FileOpen(sFileName);
+    File_c * const pFile = FileOpenUnlogged(sFileName);
     if (!pFile)
     {
         LogEscaped("Spreadsheet_c::Open ( \"%s\" ) : can't open file.", sFileName);
-        return m_Errors.Fail(TextWhyNoFile(sFileName));
+        return m_Errors.Fail(FileGetWhyNot(sFileName));
     }
     if (pFmt)
     {

@@ -1,6 +1,5 @@
 #include "zqcore/ctexterror.h"
 
-#include "zqcore/cfilepath.h"
 #include "zqcore/ctexterror_internal.h"
 
 #include "platform/text.h"
@@ -126,17 +125,6 @@ void TextErrors_c::SetAt(char const * szReason, char const * szAbout, char const
     Set(szReason, szAbout);
     Place(pText, nAt);
     LogIfWanted();
-}
-
-char const * TextWhyNoFile(char const * szFile)
-{
-    bool const bKnown = szFile && (FileExists(szFile) || FileGetPath(szFile));
-    if (bKnown)
-    {
-        return "it can't be read";
-    }
-    return FileScanIsWhole("") ? "there is no such file"
-                               : "it was not found, and a scan could not see all folders; the log says which";
 }
 
 char const * TextSkipLongMark(char const *& pBegin, char const * pEnd)

@@ -1,13 +1,7 @@
 // ctexterror_internal.h: the beginning of a text, for all readers.
 #pragma once
 
-#include "zqcore/cfile.h"
-
-/// Returns why FileOpen refused a file. A null name names no file. The reasons:
-/// - The file cannot be read.
-/// - There is no such file.
-/// - The file was not found, but a scan could not see all folders.
-char const * TextWhyNoFile(char const * szFile);
+#include "zqcore/cfile_internal.h"
 
 /// Skips the byte order mark of UTF-8. Returns null, or the reason if the text begins with the mark of UTF-16.
 char const * TextSkipLongMark(char const *& pBegin, char const * pEnd);

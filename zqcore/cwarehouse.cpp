@@ -59,10 +59,10 @@ bool Warehouse_c::Open(
     Close();
     m_Errors.Begin(sFileName);
     ZQ_ASSERT(sFileName);
-    m_pFile = sFileName ? FileOpen(sFileName) : nullptr;
+    m_pFile = sFileName ? FileOpenUnlogged(sFileName) : nullptr;
     if (!m_pFile)
     {
-        return m_Errors.Fail(TextWhyNoFile(sFileName));
+        return m_Errors.Fail(FileGetWhyNot(sFileName));
     }
     m_eFormat = WarehouseSettleFormat(eFormat, m_pFile->sName);
     m_sSeparators = WarehouseScan_t(nullptr, 0, 0, m_eFormat).sSeparators;
