@@ -20,8 +20,8 @@ namespace plat
     class ForkLock_c
     {
     public:
-        explicit ForkLock_c(Lock_c & Lock);
-        ~ForkLock_c();
+        ZQ_API explicit ForkLock_c(Lock_c & Lock);
+        ZQ_API ~ForkLock_c();
         ForkLock_c(ForkLock_c const &) = delete;
         ForkLock_c & operator=(ForkLock_c const &) = delete;
 
@@ -56,8 +56,8 @@ namespace plat
     class ForkHandler_c
     {
     public:
-        explicit ForkHandler_c(ForkCalls_t const & Calls);
-        ~ForkHandler_c();
+        ZQ_API explicit ForkHandler_c(ForkCalls_t const & Calls);
+        ZQ_API ~ForkHandler_c();
         ForkHandler_c(ForkHandler_c const &) = delete;
         ForkHandler_c & operator=(ForkHandler_c const &) = delete;
 

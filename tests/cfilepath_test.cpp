@@ -1,5 +1,7 @@
 #include "tests/media_fixture.h"
 
+#include "zqcore/cfilecache.h"
+
 #include "platform/filereplace.h"
 #include "platform/files.h"
 
@@ -242,6 +244,51 @@ TEST_F(FilePathTest, ListsAndForgetsFilesBelowAPrefixButNotFromUnderTheirHolders
     EXPECT_EQ(Keys(), "");
     FileReset();
     EXPECT_EQ(FileBlocks(), nBlocks);
+}
+
+TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
+{
+    struct Above_s : FileOnDisk_c
+    {
+        bool Open(void *) override { return false; }
+    };
+    auto const Add = [](char const * szKey, bool bOver)
+    {
+        File_c * const pFile = new Above_s;
+        pFile->sName = szKey;
+        if (HashAdd_e const eAdded = FileAddObject(pFile, bOver))
+        {
+            pFile->sName = "";
+            delete pFile;
+            return eAdded == HASH_PRESENT ? static_cast<File_c *>(nullptr) : pFile;
+        }
+        return pFile;
+    };
+    Make({ { "a/a.txt", "a" }, { "b/b.txt", "b" } });
+    SetPQXMediaPath(Folder.GetPath().c_str());
+    ASSERT_TRUE(Scan());
+    File_c * const pA = FileStream("a.txt");
+    File_c * const pB = FileOpen("b.txt");
+    EXPECT_EACH(Add("c.txt", false), !Add("a.txt", false), FileStream("a.txt") == pA);
+    EXPECT_EQ(FileOpen("c.txt"), nullptr);
+    EXPECT_EQ(FileGetWhyNot("c.txt"), "it can't be read");
+    File_c * const pOver = Add("a.txt", true);
+    File_c * const pTop = Add("a.txt", true);
+    File_c * const pOverB = Add("b.txt", true);
+    FilesystemCacheSave(Folder.Join("cache.bin").c_str());
+    EXPECT_THAT(Folder.Read("cache.bin"), testing::AllOf(testing::HasSubstr("a.txt"), testing::HasSubstr("b.txt")));
+    EXPECT_EACH(FileStream("a.txt") == pTop, FileStream("b.txt") == pOverB, Contents(pB) == "b");
+    delete pOver;
+    EXPECT_EQ(FileStream("a.txt"), pTop);
+    FileKill(pTop);
+    EXPECT_EACH(FileStream("a.txt") == pA, Contents(FileOpen("a.txt")) == "a");
+
+    FileOpen(pB);
+    EXPECT_TRUE(FileResetFiles(Folder.Join("b").c_str()));
+    FileKill(pOverB);
+    EXPECT_EACH(!FileExists("b.txt"), Contents(pB) == "b", *pB->pPath == Folded("b\\").c_str());
+    FileClose(pB);
+    Add("a.txt", true);   // FileReset destroys both
 }
 
 TEST_F(FilePathTest, AddsOneFileIfItCanBeRead)

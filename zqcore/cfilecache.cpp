@@ -207,19 +207,24 @@ namespace
         }
     }
 
-    // Returns whether a load could place the file: its folder is in the table, and no other object hides it there.
-    bool CanBePlaced(File_c const & File)
+    // Returns the file of a folder that Top is or hides, if a load could place it: its folder is in the table, and no
+    // other object of the table has its key. Otherwise returns null.
+    File_c const * PlaceableOf(File_c & Top)
     {
-        return g_sPaths.FindByName(*File.pPath) && g_sFileObjects.FindByName(File.sName) == &File;
+        File_c const * const pFile = FileHiding_c::InFolder(Top);
+        bool const bPlaceable =
+            pFile && g_sPaths.FindByName(*pFile->pPath) && g_sFileObjects.FindByName(Top.sName) == &Top;
+        return bPlaceable ? pFile : nullptr;
     }
 
     void SaveFiles(Serializeable_c & Archive, MediaRoot_c const & Root, char const * szOwn)
     {
         Array_T<File_c const *, 1024, 0> dFiles;
         ForEach(g_sFileObjects,
-            [&](File_c const * pFile)
+            [&](File_c * pTop)
             {
-                if (pFile->pPath && pFile->sName != szOwn && Root.Relative(*pFile->pPath) && CanBePlaced(*pFile))
+                File_c const * const pFile = PlaceableOf(*pTop);
+                if (pFile && pFile->sName != szOwn && Root.Relative(*pFile->pPath))
                 {
                     dFiles.Add(pFile);
                 }
@@ -293,9 +298,10 @@ namespace
             : m_pCache(pCache)
         {
             ForEach(g_sFileObjects,
-                [this](File_c * pFile)
+                [this](File_c * pTop)
                 {
-                    if (pFile->pPath && pFile != m_pCache)
+                    File_c * const pFile = FileHiding_c::InFolder(*pTop);
+                    if (pFile && pFile != m_pCache)
                     {
                         m_dFiles.Add(pFile);
                     }

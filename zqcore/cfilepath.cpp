@@ -49,6 +49,21 @@ namespace
         return bAdded;
     }
 
+    // Closes a file once. Destroys it, or makes it an orphan if it has further references.
+    void CloseAndRemove(File_c * pFile)
+    {
+        FileClose(pFile);
+        FileStayerForget(*pFile, false);   // the call above closed that entry's reference
+        if (pFile->GetOpensCount() == 0)
+        {
+            delete pFile;
+        }
+        else
+        {
+            g_sFileOrphans.Add(pFile);
+        }
+    }
+
     bool ResetFilesBelow(char const * szPrefix)
     {
         bool bRemoved = false;
@@ -56,23 +71,23 @@ namespace
         for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = pNext)
         {
             pNext = g_sFileObjects.Next(pSlot);
-            File_c * const pFile = pSlot->pObject;
-            if (!pFile->pPath || !pFile->pPath->Begins(szPrefix))
+            File_c * const pTop = pSlot->pObject;
+            File_c * const pFile = FileHiding_c::InFolder(*pTop);
+            if (!pFile || !pFile->pPath->Begins(szPrefix))
             {
                 continue;
             }
             bRemoved = true;
-            FileClose(pFile);
-            FileStayerForget(*pFile, false);   // the call above closed that entry's reference
-            if (pFile->GetOpensCount() == 0)
+            if (pFile == pTop)
             {
-                delete pFile;
+                CloseAndRemove(pFile);
+                g_sFileObjects.Delete(pSlot);
             }
             else
             {
-                g_sFileOrphans.Add(pFile);
+                FileHiding_c::Remove(*pFile);
+                CloseAndRemove(pFile);
             }
-            g_sFileObjects.Delete(pSlot);
         }
         return bRemoved;
     }
@@ -151,6 +166,11 @@ void FileForget(File_c & File)
     if (g_sFileObjects.FindByName(File.sName) == &File)
     {
         g_sFileObjects.DeleteByName(File.sName);
+        FileHiding_c::Reveal(File);
+        return;
+    }
+    if (FileHiding_c::Remove(File))
+    {
         return;
     }
     // It is not found by its key: it left the table, or another object of this key hides it.
@@ -168,9 +188,10 @@ void FileRenewLocks()
 {
     for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
     {
-        if (pSlot->pObject)   // null in a child if another thread of the parent was adding it
+        // Null in a child if another thread of the parent was adding it.
+        for (File_c * pFile = pSlot->pObject; pFile; pFile = FileHiding_c::Below(*pFile))
         {
-            pSlot->pObject->RenewLock();
+            pFile->RenewLock();
         }
     }
     for (File_c * pOrphan : g_sFileOrphans.GetFiles())
@@ -278,6 +299,7 @@ void FileReset()
     MemCategoryScope_c const Category(mem::file);
     for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
     {
+        FileHiding_c::DestroyBelow(*pSlot->pObject);
         delete pSlot->pObject;
     }
     g_sFileOrphans.DestroyFiles();

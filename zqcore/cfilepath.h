@@ -83,6 +83,15 @@ ZQ_API void FileReset();
 /// open is an Achtung too (cfile.h).
 ZQ_API bool FileAddOneFile(char const * sFile);
 
+/// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. The table then owns
+/// it. If the key is present, returns HASH_PRESENT and adds nothing, unless bOver is set: then pFile hides the present
+/// object. Returns HASH_FULL, and adds nothing, if the table has no room. Requires a null pPath if bOver is set.
+///
+/// A hidden object is in the table again when the object that hides it is destroyed. Until then no lookup finds it, but
+/// pointers to it stay valid. FileResetFiles removes it with its folder, FileReset destroys it, and
+/// FilesystemCacheSave (cfilecache.h) writes it.
+ZQ_API HashAdd_e FileAddObject(File_c * pFile, bool bOver);
+
 /// Exclude the folders, or the files, of a bare name from later scans, in any case. The name is copied, cut at 255
 /// characters. ModuleFile_c's Shutdown removes all of them.
 ZQ_API void FileAlwaysExcludeFolder(char const * sName);

@@ -82,6 +82,29 @@ void FileScanNoteMissed(String_T<256> const & sFolder);
 /// Removes the stored folders whose paths begin with szPrefix; an empty prefix removes all.
 void FileScanForgetMissed(char const * szPrefix);
 
+/// The objects that others hide. Each object of the table is the top of a chain of objects of one key.
+class FileHiding_c
+{
+public:
+    /// See FileAddObject.
+    static HashAdd_e Add(File_c & File, bool bOver);
+
+    /// Returns the next object of the chain, or null.
+    static File_c * Below(File_c const & File) { return File.m_pHidden; }
+
+    /// Returns the first object of the chain that lies in a folder, or null.
+    static File_c * InFolder(File_c & Top);
+
+    /// Puts the object that a file hid into the table. Requires that the file has left the table.
+    static void Reveal(File_c & File);
+
+    /// Removes a file from the chain of its key. Returns false if no object hides it.
+    static bool Remove(File_c const & File);
+
+    /// Destroys the objects that a file hides.
+    static void DestroyBelow(File_c & Top);
+};
+
 /// Files that left the table while others held them open, and the folders that they still point to.
 class FileOrphans_c
 {

@@ -1,0 +1,65 @@
+// Objects of libraries above that hide objects of the same key.
+#include "zqcore/cfilepath_internal.h"
+
+HashAdd_e FileHiding_c::Add(File_c & File, bool bOver)
+{
+    File_c * const pPresent = g_sFileObjects.FindByName(File.sName);
+    if (pPresent && !bOver)
+    {
+        return HASH_PRESENT;
+    }
+    if (pPresent)
+    {
+        g_sFileObjects.DeleteByName(File.sName);
+    }
+    auto const eAdded = static_cast<HashAdd_e>(g_sFileObjects.Add(&File, &File.sName));   // after a deletion: added
+    File.m_pHidden = pPresent;
+    return eAdded;
+}
+
+File_c * FileHiding_c::InFolder(File_c & Top)
+{
+    File_c * pFile = &Top;
+    while (pFile && !pFile->pPath)
+    {
+        pFile = pFile->m_pHidden;
+    }
+    return pFile;
+}
+
+void FileHiding_c::Reveal(File_c & File)
+{
+    if (File_c * const pHidden = std::exchange(File.m_pHidden, nullptr))
+    {
+        g_sFileObjects.Add(pHidden, &pHidden->sName);
+    }
+}
+
+bool FileHiding_c::Remove(File_c const & File)
+{
+    for (File_c * p = g_sFileObjects.FindByName(File.sName); p; p = p->m_pHidden)
+    {
+        if (p->m_pHidden == &File)
+        {
+            p->m_pHidden = File.m_pHidden;
+            return true;
+        }
+    }
+    return false;
+}
+
+void FileHiding_c::DestroyBelow(File_c & Top)
+{
+    while (File_c * const pHidden = Top.m_pHidden)
+    {
+        Top.m_pHidden = std::exchange(pHidden->m_pHidden, nullptr);
+        FileDiscard(pHidden);
+    }
+}
+
+HashAdd_e FileAddObject(File_c * pFile, bool bOver)
+{
+    ZQ_ASSERT(pFile && !pFile->sName.IsEmpty());
+    ZQ_ASSERT(!bOver || !pFile->pPath);
+    return FileHiding_c::Add(*pFile, bOver);
+}
