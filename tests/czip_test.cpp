@@ -1,0 +1,369 @@
+#include "tests/machine_support.h"
+#include "tests/media_fixture.h"
+
+#include "zqcore/cfileasync.h"
+#include "zqcore/clog.h"
+#include "zqcore/ctexterror.h"
+#include "zqcore/czip.h"
+
+#include <random>
+#include <zip.h>
+
+static void RunExample()
+{
+#include "examples/czip_1.inl"
+}
+
+class FileZipTest : public MediaTest
+{
+protected:
+    // A change of an entry's directory record: nBytes at iAt get the value.
+    struct Patch_s
+    {
+        std::size_t iAt = 0;
+        std::size_t nBytes = 0;
+        std::uint32_t nValue = 0;
+    };
+    enum Field_e : std::size_t
+    {
+        FLAGS = 8,
+        METHOD = 10,
+        CRC = 16,
+        STORED = 20,
+        SIZE = 24,
+        ATTRIBUTES = 38,
+        HEADER = 42,
+        NAME = 46
+    };
+    using Entries_t = std::vector<std::pair<std::string, std::string>>;
+
+    // Writes an archive. Names that begin with `=` are stored, without that character; others are deflated.
+    std::string Zip(std::string const & sArchive, Entries_t const & dEntries)
+    {
+        std::string const sPath = Folder.Join(sArchive);
+        zip_t * const pZip = zip_open(sPath.c_str(), ZIP_CREATE | ZIP_TRUNCATE, nullptr);
+        for (auto const & [sMarked, sContents] : dEntries)
+        {
+            bool const bStored = sMarked[0] == '=';
+            zip_source_t * const pSource = zip_source_buffer(pZip, sContents.data(), sContents.size(), 0);
+            zip_int64_t const i = zip_file_add(pZip, sMarked.c_str() + bStored, pSource, ZIP_FL_ENC_UTF_8);
+            EXPECT_GE(i, 0) << sMarked;
+            zip_set_file_compression(pZip, static_cast<zip_uint64_t>(i), bStored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
+        }
+        EXPECT_EQ(zip_close(pZip), 0) << zip_strerror(pZip);
+        return sPath;
+    }
+
+    // Changes the directory record of a name.
+    void Patch(std::string const & sArchive, std::string const & sName, Patch_s const & Patch)
+    {
+        std::string sBytes = Folder.Read(sArchive);
+        std::size_t const iRecord = sBytes.rfind(sName) - NAME;
+        ASSERT_EQ(sBytes.substr(iRecord, 4), "PK\1\2") << sName;
+        std::memcpy(&sBytes[iRecord + Patch.iAt], &Patch.nValue, Patch.nBytes);
+        Folder.Write(sArchive, sBytes);
+    }
+
+    bool Mount(std::string const & sArchive, ZipOrder_e eOrder = ZipOrder_e::Over, bool bRelativeNames = false)
+    {
+        return FileZipMount(Folder.Join(sArchive).c_str(), eOrder, bRelativeNames);
+    }
+
+    static std::string Noise(std::size_t nBytes)
+    {
+        std::mt19937 Random(7);
+        std::string sBytes(nBytes, '\0');
+        std::generate(sBytes.begin(), sBytes.end(), [&] { return static_cast<char>("abcdefgh"[Random() & 7]); });
+        return sBytes;
+    }
+
+    // Waits for the end of the request for a file.
+    static void Await(char const * szName)
+    {
+        while (!FileAsyncIsLoadedSlow(FileStream(szName)))
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+
+    static std::string Opened(char const * szName)
+    {
+        File_c * const pFile = FileOpen(szName);
+        std::string const sContents = Contents(pFile);
+        FileClose(pFile);
+        return sContents;
+    }
+};
+
+TEST_F(FileZipTest, ReadsWholeFilesRangesAndStreams)
+{
+    std::string const sBig = Noise(600000);
+    Zip("a.zip", { { "dir/", "" }, { "dir/Deflated.bin", sBig }, { "=stored.bin", sBig }, { "one.bin", "1" } });
+    ASSERT_TRUE(Mount("a.zip"));
+    EXPECT_EQ(Keys(), "deflated.bin one.bin stored.bin");
+    EXPECT_EQ(Opened("any/ONE.bin"), "1");
+    for (char const * szName : { "deflated.bin", "stored.bin" })
+    {
+        File_c * const pFile = FileStream(szName);
+        std::ptrdiff_t const nBlocks = FileBlocks();
+        EXPECT_TRUE(Opened(szName) == sBig);
+        EXPECT_EACH(!pFile->pData, FileBlocks() == nBlocks, pFile->iReads == 1, pFile->iLength == 600000,
+            pFile->ftLastWriteTime > 0, !pFile->pPath);
+        std::string sBuffer(sBig.size(), '?');
+        EXPECT_FALSE(pFile->Open(sBuffer.data()));
+        EXPECT_TRUE(sBuffer == sBig);
+        for (auto const & [nAt, nAsked, nGot] : Rows_t<std::uint32_t, std::uint32_t, std::uint32_t>{
+                 { 0, 600000, 600000 }, { 300001, 5, 5 }, { 599999, 9, 1 } })
+        {
+            std::uint32_t nLength = nAsked;
+            EXPECT_EQ(pFile->Load(nAt, reinterpret_cast<unsigned char *>(sBuffer.data()), nLength), nAsked == nGot);
+            EXPECT_EACH(nLength == nGot, sBuffer.substr(0, nGot) == sBig.substr(nAt, nGot));
+        }
+        FileStored_c * const pStream = FileOpenStored(szName);
+        for (auto const & [nOffset, iOrigin, nAt] :
+            Rows_t<long, int, std::size_t>{ { 500000, 0, 500000 }, { -450000, 1, 50010 }, { -10, 2, 599990 },
+                { 0, 0, 0 }, { 300000, 1, 300010 }, { 600000, 0, 600000 }, { -600000, 2, 0 } })
+        {
+            char dRead[10];
+            EXPECT_EQ(pStream->SeekStored(nOffset, iOrigin), 1);
+            EXPECT_EQ(pStream->TellStored(), static_cast<long>(nAt));
+            std::size_t const nRead = pStream->ReadStored(dRead, 2, 5);
+            EXPECT_EQ(std::string_view(dRead, nRead), std::string_view(sBig).substr(nAt, 10));
+            EXPECT_EQ(pStream->IsEof(), nAt >= 599990);
+        }
+        EXPECT_EACH(pStream->SeekStored(-1, 0) == 0, pStream->FileSize() == 600000);
+        pStream->CloseStored();
+    }
+    ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
+    std::string sBuffer(sBig.size(), '?');
+    for (void * const pBuffer : { static_cast<void *>(nullptr), static_cast<void *>(sBuffer.data()) })
+    {
+        FileAsyncOpen(FileStream("deflated.bin"), pBuffer);
+        Await("deflated.bin");
+        EXPECT_TRUE((pBuffer ? sBuffer : Contents(FileStream("deflated.bin"))) == sBig);
+        FileClose(pBuffer ? nullptr : FileStream("deflated.bin"));
+    }
+    Module_c::ShutdownAllModules();
+    EXPECT_EQ(g_dOpenTracks.GetLength(), 0) << "the end of the module unmounts";
+}
+
+TEST_F(FileZipTest, TheHeadersExampleRuns)
+{
+    CurrentFolderScope_c const Current(Folder.GetPath());
+    Make({ { "media/", "" } });
+    Zip("media/patch1.zip", { { "levels.csv", "one;two" } });
+    RunExample();
+    EXPECT_THAT(Log.GetText(), testing::EndsWith("media\\patch1.zip\\levels.csv has 7 bytes\n"));
+}
+
+TEST_F(FileZipTest, MountsOverOrUnderAndUnmountsWhenNothingIsInUse)
+{
+    Make({ { "a.txt", "folder" }, { "b.txt", "folder" } });
+    ASSERT_TRUE(Scan());
+    Zip("1.zip", { { "a.txt", "one" }, { "new.txt", "one" } });
+    Zip("2.zip", { { "sub/a.txt", "two" }, { "sub/b.txt", "two" } });
+    ASSERT_TRUE(Mount("1.zip") && Mount("2.zip", ZipOrder_e::Under, true));
+    EXPECT_EQ(Keys(), "a.txt b.txt new.txt sub\\a.txt sub\\b.txt");
+    EXPECT_EACH(Opened("a.txt") == "one", Opened("b.txt") == "folder", Opened("sub/A.txt") == "one",
+        Opened("sub\\b.txt") == "folder", !Mount("1.zip"));
+    EXPECT_EQ(FileZipGetWhyNot(), "it is mounted already");
+    auto const Unmount = [&](char const * szArchive) { return FileZipUnmount(Folder.Join(szArchive).c_str()); };
+    ASSERT_TRUE(Unmount("2.zip"));
+    ASSERT_TRUE(Mount("2.zip"));
+    EXPECT_EACH(Opened("a.txt") == "two", Opened("b.txt") == "two");
+    EXPECT_EQ(FileStream("a.txt")->GetFullPath(), (Folder.Join("2.zip") + "\\sub/a.txt").c_str());
+    FileStored_c * const pStream = FileOpenStored("b.txt");
+    FileOpen("a.txt");
+    EXPECT_FALSE(Unmount("2.zip"));
+    EXPECT_EACH(
+        Log.Count("FileZipUnmount: \"a.txt\" is in use") == 1, Log.Count("FileZipUnmount: \"b.txt\" is in use") == 1);
+    pStream->CloseStored();
+    FileClose(FileStream("a.txt"));
+    ASSERT_TRUE(Unmount("1.zip"));
+    EXPECT_EACH(Opened("a.txt") == "two", !FileExists("new.txt"));
+    ASSERT_TRUE(Unmount("2.zip"));
+    EXPECT_EACH(Opened("a.txt") == "folder", Opened("b.txt") == "folder", !Unmount("2.zip"));
+    ASSERT_TRUE(Mount("1.zip", ZipOrder_e::Under));
+    EXPECT_EACH(Opened("a.txt") == "folder", Opened("new.txt") == "one");
+}
+
+TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
+{
+    std::string const sLong(130, 'x'), sLonger = std::string(140, 'd') + "/" + std::string(120, 'x');
+    Rows_t<std::string, Patch_s, std::string> const dRows = {
+        { "../up.txt", {}, "its name has '..', '.' or an empty part" },
+        { "a/./b.txt", {}, "its name has '..', '.' or an empty part" },
+        { "a//b.txt", {}, "its name has '..', '.' or an empty part" },
+        { "/etc/passwd", {}, "its name is absolute" },
+        { "c:/x.txt", {}, "its name is absolute" },
+        { "d/c:x.txt", {}, "its name begins with a drive" },
+        { "a\\b.txt", {}, "its name has a '\\'" },
+        { "x\ny.txt", {}, "its name has characters that can't be printed" },
+        { sLong, {}, "its key has more than 127 characters" },
+        { sLonger, {}, "its name has more than 255 characters" },
+        { "link", { ATTRIBUTES, 4, 0120777u << 16 }, "it is a link or no regular file" },
+        { "secret", { FLAGS, 2, 1 }, "it is encrypted" },
+        { "bzip2", { METHOD, 2, 12 }, "it is neither stored nor deflated" },
+        { "huge", { SIZE, 4, 0x80000000 }, "it has 2 GiB or more" },
+        { "=unlike", { SIZE, 4, 9 }, "its sizes can't be true" },
+        { "outside", { STORED, 4, 0x7FFFFFFF }, "its sizes can't be true" },
+        { "nothing", { STORED, 4, 0 }, "its sizes can't be true" },
+        { "inflated", { SIZE, 4, 0x7FFFFFFF }, "it would expand too much" },
+        { "sub/twin.txt", {}, "it is a duplicate" },
+    };
+    Entries_t dEntries = { { "good.txt", "good" }, { "twin.txt", "first" }, { "bomb", std::string(2 << 20, '\0') } };
+    for (auto const & Row : dRows)
+    {
+        dEntries.emplace_back(std::get<0>(Row), "hostile");
+    }
+    Zip("h.zip", dEntries);
+    for (auto const & [sMarked, Change, sReason] : dRows)
+    {
+        if (Change.nBytes)
+        {
+            Patch("h.zip", sMarked.substr(sMarked[0] == '='), Change);
+        }
+        if (Change.iAt == ATTRIBUTES)
+        {
+            Patch("h.zip", sMarked, { 4, 2, 3 << 8 });   // made on Unix
+        }
+    }
+    ASSERT_TRUE(Mount("h.zip")) << Log.GetText();
+    EXPECT_EQ(Keys(), "good.txt twin.txt");
+    for (auto const & [sMarked, Change, sReason] : dRows)
+    {
+        std::string const sName(TextForLog(sMarked.c_str() + (sMarked[0] == '=')).CStr());
+        EXPECT_EQ(
+            Log.Count("FileZipMount: skipping \"" + sName + "\" of '" + Folder.Join("h.zip") + "', " + sReason), 1)
+            << sName << Log.GetText();
+    }
+    EXPECT_EQ(Log.CountHolding("skipping \"bomb\""), 1);
+    EXPECT_EQ(Log.CountHolding(": 2 files, 0 of them hide others, 0 are hidden, 20 skipped"), 1);
+    EXPECT_EACH(Opened("good.txt") == "good", FileStream("twin.txt")->bDuplicate);
+}
+
+TEST_F(FileZipTest, DamagedContentsFailWithAReasonAndLeaveNothing)
+{
+    FileSetEmptyAllowed(true);
+    std::string const sText = Noise(40000);
+    for (auto const & [sMarked, Change, sReason] : Rows_t<std::string, Patch_s, std::string>{
+             { "f.bin", { CRC, 4, 1 }, "its data in the archive are damaged" },
+             { "=f.bin", { CRC, 4, 1 }, "its data in the archive are damaged" },
+             { "f.bin", { SIZE, 4, 39999 }, "its data in the archive are damaged" },
+             { "f.bin", { SIZE, 4, 40001 }, "its contents do not have the size that the archive states" },
+             { "f.bin", { STORED, 4, 99 }, "its data in the archive are damaged" },
+             { "f.bin", { METHOD, 2, 0 }, "" },
+             { "=f.bin", { METHOD, 2, 8 }, "its data in the archive are damaged" },
+             { "f.bin", { HEADER, 4, 0x7FFFFFFF }, "its data can't be read from the archive" },
+         })
+    {
+        Zip("d.zip", { { sMarked, sText }, { "whole.txt", "whole" }, { "empty.txt", "" } });
+        Patch("d.zip", "f.bin", Change);
+        s_dReported.clear();
+        ASSERT_TRUE(Mount("d.zip"));
+        EXPECT_EQ(FileExists("f.bin"), !sReason.empty()) << "a deflated size is not that of a stored file";
+        if (FileExists("f.bin"))
+        {
+            std::ptrdiff_t const nBlocks = FileBlocks();
+            EXPECT_EQ(FileOpen("f.bin"), nullptr);
+            EXPECT_EQ(FileGetWhyNot("f.bin"), sReason) << sMarked << Change.iAt;
+            EXPECT_EQ(s_dReported, std::vector<std::string>{ "f.bin" });
+            EXPECT_LE(FileBlocks(), nBlocks + 1) << "the reason";
+            if (FileStored_c * const pStream = FileOpenStored("f.bin"))
+            {
+                std::string sRead(50000, '?');
+                EXPECT_EQ(pStream->ReadStored(sRead.data(), 1, 50000), 0u);
+                pStream->CloseStored();
+            }
+        }
+        EXPECT_EACH(Opened("whole.txt") == "whole", Opened("empty.txt").empty());
+        FileReset();
+    }
+    FileSetEmptyAllowed(false);
+
+    Zip("w.zip", { { "=stored.txt", Noise(300) }, { "deflated.txt", Noise(300) } });
+    std::string const sWhole = Folder.Read("w.zip");
+    for (std::size_t nCut = 0; nCut < sWhole.size(); nCut += 7)
+    {
+        Folder.Write("w.zip", sWhole.substr(0, nCut));
+        EXPECT_FALSE(Mount("w.zip")) << nCut;
+        EXPECT_NE(FileZipGetWhyNot(), "");
+    }
+    ExpectComplaints(1);
+    EXPECT_FALSE(Mount("absent.zip"));
+    EXPECT_EQ(FileZipGetWhyNot(), "No such file or directory");
+}
+
+TEST_F(FileZipTest, ADirectoryOverTheLimitsIsRefusedBeforeItIsRead)
+{
+    Entries_t dEntries;
+    for (int i = 0; i <= ZIP_MOST_ENTRIES; ++i)
+    {
+        dEntries.emplace_back("=" + std::to_string(i), "");
+    }
+    Zip("many.zip", dEntries);
+    EXPECT_FALSE(Mount("many.zip"));
+    EXPECT_EQ(FileZipGetWhyNot(), "its directory has more entries or bytes than a mount allows");
+}
+
+TEST_F(FileZipTest, AWorkerThatCantBeLiftedReadsByAHandleOfItsOwn)
+{
+    std::string const sBig = Noise(300000);
+    Zip("w.zip", { { "a.bin", sBig } });
+    fs::permissions(Folder.GetPath(), fs::perms::all);
+    auto const ReadAsynchronously = [&]
+    {
+        File_c * const pFile = StartModule(ModuleFile_c::Get()) && Mount("w.zip") ? FileStream("a.bin") : nullptr;
+        FileAsyncOpen(pFile, nullptr);
+        Await("a.bin");
+        bool const bRead = pFile && Contents(pFile) == sBig && g_dOpenTracks.GetLength() == 2;
+        bool const bLiftable = plat::ThreadCanBeLifted();
+        Module_c::ShutdownAllModules();
+        return bLiftable ? 77 : bRead && g_dOpenTracks.IsEmpty() ? 0 : 1;
+    };
+    int const iStatus = StatusAsNobody(ReadAsynchronously);
+    SKIP_IF(iStatus == 77, "the system lets every thread leave the idle class");
+    EXPECT_EQ(iStatus, 0);
+}
+
+TEST_F(FileZipTest, ThreadsAndAChildReadOneArchiveAtOnce)
+{
+    std::string const sBig = Noise(300000);
+    Zip("t.zip", { { "a.bin", sBig }, { "=b.bin", sBig }, { "c.bin", "c" } });
+    ASSERT_TRUE(Mount("t.zip"));
+    auto const ReadAll = [&](int iThread)
+    {
+        char const * const szName = iThread % 2 ? "a.bin" : "b.bin";
+        File_c * const pFile = FileStream(szName);
+        bool bSame = true;
+        for (int i = 0; i < 20; ++i)
+        {
+            bSame = bSame && FileOpen(pFile) && Contents(pFile) == sBig;
+            FileClose(pFile);
+            std::string sRead(70000, '?');
+            std::uint32_t nLength = 70000;
+            auto const nAt = static_cast<std::uint32_t>(i * 10000);
+            bSame = bSame && pFile->Load(nAt, reinterpret_cast<unsigned char *>(sRead.data()), nLength)
+                    && sRead == sBig.substr(nAt, 70000);
+            FileStored_c * const pStream = pFile->OpenStored();
+            bSame = bSame && pStream->SeekStored(i, 0) && pStream->ReadStored(sRead.data(), 1, 70000) == 70000
+                    && sRead == sBig.substr(static_cast<std::size_t>(i), 70000);
+            pStream->CloseStored();
+        }
+        return bSame;
+    };
+    std::atomic<int> nSame = 0;
+    bool const bForks = ForksBesideThreads();
+    pid_t iChild = 0;
+    InThreads(4,
+        [&](int iThread)
+        {
+            if (iThread == 3 && bForks)
+            {
+                iChild = StartChild([&] { return ReadAll(0) && ReadAll(1) ? 0 : 1; });
+            }
+            nSame += ReadAll(iThread);
+        });
+    EXPECT_EQ(nSame, 4);
+    EXPECT_EQ(bForks ? StatusOfChild(iChild) : 0, 0);
+}

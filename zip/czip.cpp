@@ -1,0 +1,297 @@
+// Mounting and unmounting.
+#include "zip/czip_internal.h"
+
+#include "zqcore/cdebug.h"
+#include "zqcore/cfilename.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/ctexterror.h"
+
+#include <climits>
+#include <cstring>
+#include <string_view>
+
+namespace
+{
+    File_c::Reason_t g_sWhyNot;   // of the last mount or unmount
+
+    enum class Kind_e
+    {
+        File,
+        Folder,
+        Refused
+    };
+
+    // An entry of a directory.
+    struct Entry_s
+    {
+        Kind_e eKind = Kind_e::File;
+        char const * szRefused = nullptr;
+        char const * szName = "";
+        ZipFacts_t Facts;
+    };
+
+    bool Fail(char const * szWho, char const * szArchive, char const * szWhyNot)
+    {
+        g_sWhyNot = szWhyNot;
+        LogEscaped("%s: '%s': %s", szWho, szArchive, szWhyNot);
+        return false;
+    }
+
+    // Returns why a name can't be used, or null.
+    char const * WhyNotName(std::string_view sName)
+    {
+        if (sName.size() > 255)
+        {
+            return "its name has more than 255 characters";
+        }
+        if (TextForLog(sName.data()) != sName)
+        {
+            return "its name has characters that can't be printed";
+        }
+        if (sName.starts_with('/') || sName.find(':') == 1)
+        {
+            return "its name is absolute";
+        }
+        if (sName.find('\\') != std::string_view::npos)
+        {
+            return "its name has a '\\'";
+        }
+        while (true)
+        {
+            std::size_t const nPart = sName.find('/');
+            std::string_view const sPart = sName.substr(0, nPart);
+            if (sPart == ".." || sPart == "." || sPart.empty())
+            {
+                return "its name has '..', '.' or an empty part";
+            }
+            if (nPart == std::string_view::npos)
+            {
+                return sPart.find(':') == 1 ? "its name begins with a drive" : nullptr;
+            }
+            sName.remove_prefix(nPart + 1);
+        }
+    }
+
+    // Returns why a file can't be read, or null.
+    char const * WhyNotData(zip_stat_t const & Stat, std::uint32_t nArchive)
+    {
+        constexpr zip_uint64_t NEEDED =
+            ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD;
+        constexpr zip_uint64_t ALWAYS_READ = 1 << 20;
+        bool const bDeflated = Stat.comp_method == ZIP_CM_DEFLATE;
+        if ((Stat.valid & NEEDED) != NEEDED)
+        {
+            return "the archive lacks facts about it";
+        }
+        if (Stat.encryption_method != ZIP_EM_NONE)
+        {
+            return "it is encrypted";
+        }
+        if (Stat.comp_method != ZIP_CM_STORE && !bDeflated)
+        {
+            return "it is neither stored nor deflated";
+        }
+        if (Stat.size > INT_MAX)
+        {
+            return "it has 2 GiB or more";
+        }
+        if (Stat.comp_size > nArchive || (!bDeflated && Stat.comp_size != Stat.size)
+            || (Stat.comp_size == 0 && Stat.size > 0))
+        {
+            return "its sizes can't be true";
+        }
+        bool const bBomb = Stat.size > ALWAYS_READ && Stat.size / ZIP_MOST_EXPANSION > Stat.comp_size;
+        return bBomb ? "it would expand too much" : nullptr;
+    }
+
+    plat::FileTime_t TimeOf(zip_stat_t const & Stat)
+    {
+        constexpr std::int64_t SECONDS_TO_1970 = 11644473600;
+        constexpr std::int64_t TICKS = 10000000;
+        bool const bKnown = (Stat.valid & ZIP_STAT_MTIME) && Stat.mtime > 0;
+        return bKnown ? static_cast<plat::FileTime_t>((Stat.mtime + SECONDS_TO_1970) * TICKS) : 0;
+    }
+
+    Entry_s ReadEntry(ZipArchive_c & Archive, zip_uint64_t iEntry)
+    {
+        constexpr unsigned TYPE_MASK = 0170000, REGULAR = 0100000, FOLDER = 0040000;   // of Unix
+        Entry_s Entry;
+        Entry.Facts.iEntry = iEntry;
+        zip_stat_t Stat;
+        zip_stat_init(&Stat);
+        char const * const szName = zip_get_name(Archive.GetZip(), iEntry, 0);
+        if (!szName || zip_stat_index(Archive.GetZip(), iEntry, 0, &Stat) != 0)
+        {
+            return { Kind_e::Refused, "it can't be read", szName ? szName : "", {} };
+        }
+        Entry.szName = szName;
+        zip_uint8_t iSystem = 0;
+        zip_uint32_t dwAttributes = 0;
+        zip_file_get_external_attributes(Archive.GetZip(), iEntry, 0, &iSystem, &dwAttributes);
+        bool const bUnix = iSystem == ZIP_OPSYS_UNIX || iSystem == ZIP_OPSYS_OS_X;
+        unsigned const iType = bUnix ? (dwAttributes >> 16) & TYPE_MASK : 0;
+        if (std::string_view(szName).ends_with('/') || iType == FOLDER)
+        {
+            Entry.eKind = Kind_e::Folder;
+            return Entry;
+        }
+        Entry.szRefused = WhyNotName(szName);
+        Entry.szRefused =
+            Entry.szRefused || iType == 0 || iType == REGULAR ? Entry.szRefused : "it is a link or no regular file";
+        Entry.szRefused = Entry.szRefused ? Entry.szRefused : WhyNotData(Stat, Archive.GetSize());
+        Entry.eKind = Entry.szRefused ? Kind_e::Refused : Kind_e::File;
+        Entry.Facts.nSize = static_cast<std::uint32_t>(Stat.size);
+        Entry.Facts.nStored = static_cast<std::uint32_t>(Stat.comp_size);
+        Entry.Facts.dwCrc = Stat.crc;
+        Entry.Facts.bDeflated = Stat.comp_method == ZIP_CM_DEFLATE;
+        Entry.Facts.tLastWrite = TimeOf(Stat);
+        return Entry;
+    }
+
+    // Adds the files of one archive to the table.
+    class Mounting_c
+    {
+    public:
+        Mounting_c(ZipArchive_c & Archive, ZipOrder_e eOrder, bool bRelativeNames)
+            : m_Archive(Archive)
+            , m_eOrder(eOrder)
+            , m_bRelativeNames(bRelativeNames)
+        {}
+
+        // Returns the number of files in the table.
+        int Run()
+        {
+            zip_int64_t const nEntries = zip_get_num_entries(m_Archive.GetZip(), 0);
+            for (zip_int64_t i = 0; i < nEntries; ++i)
+            {
+                Entry_s Entry = ReadEntry(m_Archive, static_cast<zip_uint64_t>(i));
+                if (Entry.eKind == Kind_e::File)
+                {
+                    Entry.szRefused = Add(Entry);
+                }
+                if (Entry.szRefused)
+                {
+                    ++m_nSkipped;
+                    LogEscaped("FileZipMount: skipping \"%s\" of '%s', %s", Entry.szName, m_Archive.GetPath().CStr(),
+                        Entry.szRefused);
+                }
+            }
+            LogEscaped("FileZipMount: '%s': %i files, %i of them hide others, %i are hidden, %i skipped",
+                m_Archive.GetPath().CStr(), m_nAdded, m_nOver, m_nUnder, m_nSkipped);
+            return m_nAdded;
+        }
+
+    private:
+        // Returns why a file was skipped, or null.
+        char const * Add(Entry_s const & Entry)
+        {
+            char const * const szKey = m_bRelativeNames ? Entry.szName : PathFileName(Entry.szName);
+            File_c::Key_t sKey(szKey);
+            if (sKey != szKey)
+            {
+                return "its key has more than 127 characters";
+            }
+            sKey.ToLower();
+            for (char * p = sKey.GetBuffer(); *p; ++p)
+            {
+                *p = *p == '/' ? '\\' : *p;
+            }
+            File_c * const pPresent = g_sFileObjects.FindByName(sKey);
+            auto * const pTwin = dynamic_cast<ZipFile_c *>(pPresent);
+            if (pTwin && &pTwin->GetArchive() == &m_Archive)
+            {
+                pTwin->bDuplicate = true;
+                return "it is a duplicate";
+            }
+            if (pPresent && m_eOrder == ZipOrder_e::Under)
+            {
+                ++m_nUnder;
+                return nullptr;
+            }
+            std::unique_ptr<ZipFile_c> pFile(ZQ_NEW ZipFile_c(m_Archive, Entry.Facts));
+            pFile->sName = sKey;
+            if (FileAddObject(pFile.get(), m_eOrder == ZipOrder_e::Over) != HASH_ADDED)
+            {
+                pFile->sName = "";
+                return "the table has no room for it";
+            }
+            pFile.release();
+            ++m_nAdded;
+            m_nOver += pPresent ? 1 : 0;
+            return nullptr;
+        }
+
+        ZipArchive_c & m_Archive;
+        ZipOrder_e m_eOrder;
+        bool m_bRelativeNames;
+        int m_nAdded = 0;
+        int m_nOver = 0;
+        int m_nUnder = 0;
+        int m_nSkipped = 0;
+    };
+}
+
+bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames)
+{
+    constexpr char WHO[] = "FileZipMount";
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT(sArchive);
+    g_sWhyNot = "";
+    if (!sArchive || ZipArchive_c::Find(sArchive))
+    {
+        return Fail(WHO, sArchive ? sArchive : "", sArchive ? "it is mounted already" : "there is no path");
+    }
+    File_c::Reason_t sWhyNot;
+    std::unique_ptr<ZipArchive_c> pArchive = ZipArchive_c::Open(sArchive, sWhyNot);
+    if (!pArchive)
+    {
+        return Fail(WHO, sArchive, sWhyNot);
+    }
+    if (Mounting_c(*pArchive, eOrder, bRelativeNames).Run() == 0)
+    {
+        return Fail(WHO, sArchive, "it adds no file");
+    }
+    pArchive.release()->Mount();   // owned by its files
+    return true;
+}
+
+bool FileZipUnmount(char const * sArchive)
+{
+    constexpr char WHO[] = "FileZipUnmount";
+    MemCategoryScope_c const Category(mem::file);
+    ZQ_ASSERT(sArchive);
+    g_sWhyNot = "";
+    ZipArchive_c * const pArchive = sArchive ? ZipArchive_c::Find(sArchive) : nullptr;
+    if (!pArchive)
+    {
+        return Fail(WHO, sArchive ? sArchive : "", "it is not mounted");
+    }
+    bool bInUse = false;
+    for (ZipFile_c const * pFile = pArchive->GetFirst(); pFile; pFile = pFile->GetNext())
+    {
+        if (pFile->IsInUse())
+        {
+            bInUse = true;
+            LogEscaped("FileZipUnmount: \"%s\" is in use", pFile->sName.CStr());
+        }
+    }
+    if (bInUse)
+    {
+        return Fail(WHO, sArchive, "files of it are in use");
+    }
+    // The last one destroys the archive.
+    for (ZipFile_c * pFile = pArchive->GetFirst(); pFile;)
+    {
+        ZipFile_c * const pNext = pFile->GetNext();
+        delete pFile;
+        pFile = pNext;
+    }
+    return true;
+}
+
+File_c::Reason_t FileZipGetWhyNot()
+{
+    return g_sWhyNot;
+}

@@ -1,0 +1,209 @@
+// czip_internal.h: what the sources of the component share.
+#pragma once
+
+#include "zqcore/cfilelog.h"
+#include "zqcore/czip.h"
+
+#include "platform/fork.h"
+
+#include <memory>
+#include <zip.h>
+#include <zlib.h>
+
+/// What an archive's directory states about a file.
+struct ZipFacts_t
+{
+    zip_uint64_t iEntry = 0;
+    std::uint32_t nSize = 0;     // bytes
+    std::uint32_t nStored = 0;   // bytes in the archive
+    std::uint32_t dwCrc = 0;     // CRC-32 of the contents
+    bool bDeflated = false;      // or else stored
+    plat::FileTime_t tLastWrite = 0;
+};
+
+class ZipFile_c;
+
+/// An archive.
+class ZipArchive_c
+{
+public:
+    /// Opens an archive. Returns null, with the reason, on failure.
+    static std::unique_ptr<ZipArchive_c> Open(char const * szPath, File_c::Reason_t & sWhyNot);
+
+    ~ZipArchive_c();
+    ZipArchive_c(ZipArchive_c const &) = delete;
+    ZipArchive_c & operator=(ZipArchive_c const &) = delete;
+
+    String_T<256> const & GetPath() const { return m_sPath; }
+    std::uint32_t GetSize() const { return m_nSize; }
+    zip_t * GetZip() { return m_pZip; }
+
+    /// Returns the name of an entry that the mount has read: libzip then keeps the text. Any thread.
+    String_T<256> NameOf(zip_uint64_t iEntry) { return zip_get_name(m_pZip, iEntry, 0); }
+
+    /// Returns where the data of an entry begin, or 0 on failure. Requires that it has data. Any thread.
+    std::uint32_t DataOf(zip_uint64_t iEntry);
+
+    /// Reads from a position of the archive's file. Returns the number of bytes read. Any thread.
+    std::size_t ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t nBytes);
+
+    /// Returns the same archive with a handle and a lock of its own, or null if it can't be opened again. For the worker
+    /// of cfileasync.h.
+    ZipArchive_c * ForWorker();
+
+    /// Add and remove a file. Removing the last one destroys a mounted archive.
+    void Add(ZipFile_c & File);
+    void Remove(ZipFile_c & File);
+    ZipFile_c * GetFirst() const { return m_pFiles; }
+
+    /// Returns the mounted archive of a path, or null.
+    static ZipArchive_c * Find(char const * szPath);
+
+    /// Puts the archive into the list of those that are mounted. Its files own it from then on.
+    void Mount();
+
+    /// In the child of a fork, makes all archives open their files again.
+    static void LeaveHandles();
+
+private:
+    explicit ZipArchive_c(char const * szPath);
+
+    bool IsSameFile(ZipArchive_c const & Other) const
+    {
+        return Other.m_nSize == m_nSize && Other.m_Disk.ftLastWriteTime == m_Disk.ftLastWriteTime;
+    }
+    bool OpenStream(File_c::Reason_t & sWhyNot);
+    std::size_t ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_t nBytes);
+    std::size_t ReadBuffered(void * pBuffer, std::size_t nBytes);
+    zip_int64_t ReadDirectory(void * pBuffer, zip_uint64_t nBytes);
+    zip_int64_t Serve(void * pData, zip_uint64_t nBytes, zip_source_cmd_t eCommand);
+    static zip_int64_t Serve(void * pArchive, void * pData, zip_uint64_t nBytes, zip_source_cmd_t eCommand);
+
+    static constexpr std::size_t BUFFER = 8192;
+
+    String_T<256> m_sPath;
+    String_T<256> m_sFolder;
+    FileOnDisk_c m_Disk;                  // the archive's file, in no table
+    FileStored_c * m_pStream = nullptr;   // on m_Disk; null if it could not be opened again after a fork
+    std::uint32_t m_nSize = 0;
+    std::uint32_t m_nStreamAt = 0;   // position of the stream
+    bool m_bForked = false;          // the stream is the parent's
+    zip_t * m_pZip = nullptr;
+    ZipFile_c * m_pFiles = nullptr;
+    std::unique_ptr<ZipArchive_c> m_pForWorker;   // only the worker makes it
+    ZipArchive_c * m_pNext = nullptr;             // in the list of mounted archives
+    bool m_bMounted = false;                      // owned by its files
+
+    // The archive's file as libzip sees it.
+    zip_error_t m_Error;
+    std::uint32_t m_nAt = 0;         // position
+    std::uint32_t m_nReadAt = 0;     // position of the last read
+    std::uint32_t m_nBuffered = 0;   // bytes in m_dBuffer
+    std::uint32_t m_nBufferAt = 0;   // position of m_dBuffer
+    std::int64_t m_nMayRead = 0;     // bytes that the directory may still have
+    int m_nMayHave = 0;              // entries that it may still have
+    bool m_bReadingDirectory = false;
+    unsigned char m_dBuffer[BUFFER];
+
+    plat::Lock_c m_Lock;   // guards the stream and libzip's object
+    plat::ForkLock_c const m_ForkLock{ m_Lock };
+};
+
+/// Contents of one file, read from front to back. One thread.
+class ZipReader_c
+{
+public:
+    ZipReader_c(ZipArchive_c & Archive, ZipFacts_t const & Facts);
+    ~ZipReader_c();
+    ZipReader_c(ZipReader_c const &) = delete;
+    ZipReader_c & operator=(ZipReader_c const &) = delete;
+
+    /// Reads the next bytes. Returns how many: fewer at the end. Returns 0, and sets a reason, if the data are damaged
+    /// or can't be read; the bytes at pBuffer are then undefined.
+    std::size_t Read(void * pBuffer, std::size_t nBytes);
+
+    /// Moves to a position inside the file or to its end. Returns false, with a reason, on failure.
+    bool Seek(std::uint32_t nAt);
+
+    /// Returns why a call failed, or null.
+    char const * GetWhyNot() const { return m_szWhyNot; }
+
+private:
+    bool Begin();
+    bool Fail(char const * szWhyNot);
+    bool ReadStored(unsigned char * pBuffer, std::uint32_t nBytes);
+    bool Inflate(unsigned char * pBuffer, std::uint32_t nBytes);
+    bool Feed();
+    bool IsAtDataEnd();
+
+    static constexpr std::uint32_t PIECE = 16384;
+    static constexpr std::uint32_t MOST_LOCKED = 256 * 1024;   // bytes that are read in one hold of the lock
+
+    ZipArchive_c & m_Archive;
+    ZipFacts_t const m_Facts;
+    char const * m_szWhyNot = nullptr;
+    std::uint32_t m_nDataAt = 0;   // where the data begin; 0 before the first read
+    std::uint32_t m_nFed = 0;      // bytes of the data that were read
+    std::uint32_t m_nAt = 0;       // position in the contents
+    std::uint32_t m_dwCrc = 0;     // of the contents before the position
+    bool m_bSkipped = false;       // m_dwCrc lacks a part
+    z_stream m_Inflater = {};
+    bool m_bInflaterMade = false;
+    unsigned char m_dPiece[PIECE];
+};
+
+/// A file of an archive.
+class ZipFile_c : public File_c
+{
+public:
+    ZipFile_c(ZipArchive_c & Archive, ZipFacts_t const & Facts);
+    ~ZipFile_c() override;
+
+    void Refresh() override {}
+    String_T<256> GetFullPath() const override;
+    bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) override;
+    FileStored_c * OpenStored() override;
+    bool Open(void * pBuffer) override;
+    void Close() override;
+
+    ZipArchive_c const & GetArchive() const { return m_Archive; }
+    ZipFile_c * GetNext() const { return m_pNext; }
+
+    /// Returns whether it has references or streams.
+    bool IsInUse() const { return GetOpensCount() > 0 || m_nStreams.load() > 0; }
+
+private:
+    friend class ZipArchive_c;
+    friend class ZipStored_c;
+
+    static bool IsCollecting() { return std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed); }
+    char const * Read(ZipArchive_c & Archive, void * pTo) const;
+    char const * ReadUnlocked(void * pTo);
+    bool Complain(char const * szWho, char const * szWhyNot);
+
+    ZipArchive_c & m_Archive;
+    ZipFacts_t const m_Facts;
+    std::atomic<int> m_nStreams = 0;
+    ZipFile_c * m_pNext = nullptr;   // in the archive
+    ZipFile_c * m_pPrevious = nullptr;
+};
+
+/// A stream on a file of an archive.
+class ZipStored_c : public FileStored_c
+{
+public:
+    explicit ZipStored_c(ZipFile_c & File);
+    ~ZipStored_c() override;
+
+    int SeekStored(long iOffset, int iOrigin) override;
+    long TellStored() override { return static_cast<long>(m_nAt); }
+    unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount) override;
+    bool OpenStored() override;
+    void CloseStored() override;
+
+private:
+    ZipFile_c & m_File;
+    ZipReader_c m_Reader;
+    std::uint32_t m_nAt = 0;   // position of the next read
+    bool m_bOpen = false;
+};

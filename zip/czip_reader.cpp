@@ -1,0 +1,177 @@
+// Contents of a file: stored bytes, or what zlib decompresses. Decompression holds no lock.
+#include "zip/czip_internal.h"
+
+#include "zqcore/ccrc.h"
+
+#include <algorithm>
+
+namespace
+{
+    constexpr char DAMAGED[] = "its data in the archive are damaged";
+    constexpr char WRONG_SIZE[] = "its contents do not have the size that the archive states";
+    constexpr char UNREADABLE[] = "its data can't be read from the archive";
+}
+
+ZipReader_c::ZipReader_c(ZipArchive_c & Archive, ZipFacts_t const & Facts)
+    : m_Archive(Archive)
+    , m_Facts(Facts)
+{}
+
+ZipReader_c::~ZipReader_c()
+{
+    if (m_bInflaterMade)
+    {
+        inflateEnd(&m_Inflater);
+    }
+}
+
+bool ZipReader_c::Fail(char const * szWhyNot)
+{
+    m_szWhyNot = szWhyNot;
+    return false;
+}
+
+bool ZipReader_c::Begin()
+{
+    if (m_nDataAt != 0 || m_Facts.nStored == 0)
+    {
+        return true;
+    }
+    m_nDataAt = m_Archive.DataOf(m_Facts.iEntry);
+    if (m_nDataAt == 0 || m_Facts.nStored > m_Archive.GetSize() - m_nDataAt)
+    {
+        return Fail(UNREADABLE);
+    }
+    if (m_Facts.bDeflated && !m_bInflaterMade)
+    {
+        m_bInflaterMade = inflateInit2(&m_Inflater, -MAX_WBITS) == Z_OK;
+        return m_bInflaterMade || Fail("there is no memory to decompress it");
+    }
+    return true;
+}
+
+std::size_t ZipReader_c::Read(void * pBuffer, std::size_t nBytes)
+{
+    auto const nWanted = static_cast<std::uint32_t>(std::min<std::size_t>(nBytes, m_Facts.nSize - m_nAt));
+    auto * const pTo = static_cast<unsigned char *>(pBuffer);
+    if (m_szWhyNot || !Begin() || !(m_Facts.bDeflated ? Inflate(pTo, nWanted) : ReadStored(pTo, nWanted)))
+    {
+        return 0;
+    }
+    m_nAt += nWanted;
+    m_dwCrc = Crc32(std::as_bytes(std::span(pTo, nWanted)), m_dwCrc);
+    if (m_nAt == m_Facts.nSize && !m_bSkipped && !(m_dwCrc == m_Facts.dwCrc && IsAtDataEnd()))
+    {
+        Fail(m_dwCrc == m_Facts.dwCrc ? WRONG_SIZE : DAMAGED);
+        return 0;
+    }
+    return nWanted;
+}
+
+bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
+{
+    std::uint32_t nDone = 0;
+    while (nDone < nBytes)
+    {
+        std::uint32_t const nPiece = std::min(nBytes - nDone, MOST_LOCKED);
+        if (m_Archive.ReadAt(m_nDataAt + m_nAt + nDone, pBuffer + nDone, nPiece) != nPiece)
+        {
+            return Fail(UNREADABLE);
+        }
+        nDone += nPiece;
+    }
+    return true;
+}
+
+// Reads the next piece of the deflated data, if there is one.
+bool ZipReader_c::Feed()
+{
+    std::uint32_t const nPiece = std::min(m_Facts.nStored - m_nFed, PIECE);
+    if (nPiece > 0 && m_Archive.ReadAt(m_nDataAt + m_nFed, m_dPiece, nPiece) != nPiece)
+    {
+        return Fail(UNREADABLE);
+    }
+    m_nFed += nPiece;
+    m_Inflater.next_in = m_dPiece;
+    m_Inflater.avail_in = nPiece;
+    return true;
+}
+
+bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
+{
+    m_Inflater.next_out = pBuffer;
+    m_Inflater.avail_out = nBytes;
+    // If all data are in one piece and the rest of the contents is read, zlib needs no window.
+    int const iFlush = nBytes == m_Facts.nSize ? Z_FINISH : Z_NO_FLUSH;
+    while (m_Inflater.avail_out > 0)
+    {
+        if (m_Inflater.avail_in == 0 && !Feed())
+        {
+            return false;
+        }
+        uInt const nBefore = m_Inflater.avail_in + m_Inflater.avail_out;
+        int const iResult = inflate(&m_Inflater, iFlush);
+        if (iResult == Z_STREAM_END && m_Inflater.avail_out > 0)
+        {
+            return Fail(WRONG_SIZE);
+        }
+        bool const bMoved = m_Inflater.avail_in + m_Inflater.avail_out < nBefore;
+        if (iResult != Z_OK && iResult != Z_STREAM_END && !(iResult == Z_BUF_ERROR && bMoved))
+        {
+            return Fail(DAMAGED);
+        }
+    }
+    return true;
+}
+
+// Returns whether nothing follows the contents.
+bool ZipReader_c::IsAtDataEnd()
+{
+    if (!m_Facts.bDeflated || m_Facts.nStored == 0)
+    {
+        return true;
+    }
+    unsigned char cMore;
+    m_Inflater.next_out = &cMore;
+    m_Inflater.avail_out = 1;
+    int iResult = Z_OK;
+    while (iResult == Z_OK && m_Inflater.avail_out > 0 && (m_Inflater.avail_in > 0 || m_nFed < m_Facts.nStored))
+    {
+        if (m_Inflater.avail_in == 0 && !Feed())
+        {
+            return false;
+        }
+        iResult = inflate(&m_Inflater, Z_NO_FLUSH);
+    }
+    return m_Inflater.avail_out == 1;
+}
+
+bool ZipReader_c::Seek(std::uint32_t nAt)
+{
+    if (m_szWhyNot || !Begin())
+    {
+        return false;
+    }
+    if (!m_Facts.bDeflated)
+    {
+        m_bSkipped = m_bSkipped || nAt != m_nAt;
+        m_nAt = nAt;
+        return true;
+    }
+    if (nAt < m_nAt)
+    {
+        inflateReset(&m_Inflater);
+        m_Inflater.avail_in = 0;
+        m_nFed = m_nAt = 0;
+        m_dwCrc = 0;
+    }
+    unsigned char dSkipped[4096];
+    while (m_nAt < nAt)
+    {
+        if (Read(dSkipped, std::min<std::size_t>(sizeof dSkipped, nAt - m_nAt)) == 0)
+        {
+            return false;
+        }
+    }
+    return true;
+}

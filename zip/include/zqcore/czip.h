@@ -1,0 +1,79 @@
+// czip.h: zip archives as files of the table.
+//
+// The component zqcore::zip mounts an archive: each of its files gets an object in g_sFileObjects (cfilepath.h) and is
+// opened, loaded, streamed and read asynchronously like a file of a folder. Its pPath is null. GetFullPath returns the
+// archive's path, `\` and the name in the archive. Files may be stored or deflated.
+//
+// An archive is mounted over or under what the table holds at that moment. Over: its file hides a present file of the
+// same key until FileZipUnmount. Under: the present file stays, and that of the archive is not added. Later scans see
+// the archive's files as present. So mount after ModuleFile_c is up and after the scans. FileReset, and with it the end
+// of ModuleFile_c, unmounts all archives.
+//
+// An archive may come from anywhere. Mounting skips these entries, with a log line each:
+// - absolute names, names with `..`, `.`, `\`, a drive, an empty part or control characters;
+// - names of more than 255 characters, and keys of more than 127;
+// - a second file of the same key (a duplicate, as in a scan);
+// - files that are encrypted or compressed by another method, links and devices;
+// - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MOST_EXPANSION
+//   times.
+//
+// The contents are checked against their CRC-32 and size when a file is read whole or streamed to its end. What does
+// not fit fails with a reason (File_c::GetWhyNot), and the caller never gets the whole of a damaged file.
+//
+// The archive's file stays open while it is mounted, so a new file of that name has no effect until it is mounted
+// again. Contents that someone writes into the open file fail their check. Therefore Refresh does nothing for a file of
+// an archive. Change tracking (cfiletrack.h) reports names of files on the disk, which an archive may hide. A file
+// system cache (cfilecache.h) lists no file of an archive, but does list the files that they hide.
+// FileRefresh adds no file whose name an archive has. FileCloneLoadedMedia does not copy files of archives.
+//
+// Ownership: the table owns the objects. A File_c * is valid until FileZipUnmount, FileReset or FileKill.
+// Threads: the main thread mounts and unmounts. Opens, loads and streams work on any thread as cfile.h states. A lock
+// of each archive guards its file for at most 256 KiB at a time; files are decompressed outside of it. A child of a
+// fork has the archives too. If the system can't raise the worker of cfileasync.h, the worker opens each archive a
+// second time, so that no thread waits for it.
+// Cost: mounting reads the archive's directory; it may have ZIP_MOST_ENTRIES entries in 8 MiB. The archive keeps one
+// handle open. An open allocates the file's size. A position in a deflated file is reached by decompressing from the
+// last position, or from the start for one before it.
+// Failure: false, with a log line. FileZipGetWhyNot returns the reason. An archive that the system does not open is an
+// Achtung too (cfile.h).
+//
+//     if (FileZipMount("media\\patch1.zip", ZipOrder_e::Over))
+//     {
+//         if (File_c * const pFile = FileOpen("levels.csv"))
+//         {
+//             Log("%s has %i bytes", pFile->GetFullPath().CStr(), pFile->iLength);
+//             FileClose(pFile);
+//         }
+//         FileZipUnmount("media\\patch1.zip");
+//     }
+#pragma once
+
+#include "zqcore/cfile.h"
+
+/// Which file is found if the table has a file of the same key when an archive is mounted.
+enum class ZipOrder_e
+{
+    Over,   // the archive's
+    Under   // the present one
+};
+
+/// Number of entries from which on an archive is not mounted.
+inline constexpr int ZIP_MOST_ENTRIES = 32768;
+
+/// Ratio of size to compressed size from which on a file of more than 1 MiB is skipped.
+inline constexpr int ZIP_MOST_EXPANSION = 250;
+
+/// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters. The keys are bare
+/// names in lower case, or with bRelativeNames whole names with `\`. Returns false, with the reason, if the archive is
+/// mounted already, can't be opened, is damaged or over the limits, or if none of its files is added. Asserts that
+/// sArchive is not null.
+bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames = false);
+
+/// Removes an archive's files from the table, puts the files that they hid into it again, and returns true. Returns
+/// false, with a log line each, and changes nothing if files of the archive have references or streams: stayers and
+/// prefetched files have. Returns false too if it is not mounted. Requires that no asynchronous request for its files
+/// is pending. Asserts that sArchive is not null.
+bool FileZipUnmount(char const * sArchive);
+
+/// Returns why the last FileZipMount or FileZipUnmount failed, or an empty text if it did not. Main thread.
+File_c::Reason_t FileZipGetWhyNot();
