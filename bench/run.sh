@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build g++ pkg-config python3 libbenchmark-dev libabsl-dev libspdlog-dev libmimalloc-dev
     libdmalloc-dev libdeflate-dev zlib1g-dev libssl-dev libphysfs-dev libcereal-dev libcsv-dev
-    libboost-dev libstb-dev libnoise-dev libzydis-dev uuid-dev)
+    libboost-dev libstb-dev libnoise-dev libzip-dev libzydis-dev uuid-dev)
 .ci/need "${packages[@]}" >/dev/null
 
 cmake --preset bench >/dev/null
