@@ -10,6 +10,10 @@
 #include "zqcore/cserialize.h"
 #include "zqcore/cwarehouse.h"
 
+#ifdef GAME_ZIP   // the component zip was asked for
+    #include "zqcore/czip.h"
+#endif
+
 #include <cstdio>
 #include <filesystem>
 #include <string_view>
@@ -50,6 +54,15 @@ namespace
             World.Serialize(Archive);
         }
         return Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+    }
+
+    bool MountMods([[maybe_unused]] std::filesystem::path const & Archive)
+    {
+#ifdef GAME_ZIP
+        return !std::filesystem::exists(Archive) || FileZipMount(Archive.c_str(), ZipOrder_e::Over);
+#else
+        return true;
+#endif
     }
 
     bool Play(char const * szSave)
@@ -103,7 +116,7 @@ int main(int nArguments, char ** dArguments)
     Module_c::Register(ModuleFile_c::Get());
     std::thread([] { Log("The crew is aboard."); }).join();
     int iStatus = 1;
-    if (Module_c::InitializeAllModules() && Play((Logs / "game.sav").c_str()))
+    if (Module_c::InitializeAllModules() && MountMods(Media / "mods.zip") && Play((Logs / "game.sav").c_str()))
     {
         std::printf("plain new is %s\n", IsPlainNewCounted() ? "counted" : "not counted");
         iStatus = bCrash ? Sink() : 0;

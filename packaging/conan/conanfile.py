@@ -5,6 +5,7 @@ import re
 from conan import ConanFile
 from conan.tools.cmake import CMake, CMakeDeps, CMakeToolchain, cmake_layout
 from conan.tools.files import copy, load
+from conan.tools.gnu import PkgConfigDeps
 
 
 class ZqcoreRecipe(ConanFile):
@@ -12,8 +13,8 @@ class ZqcoreRecipe(ConanFile):
     description = "Foundation library of a real-time game engine"
     package_type = "library"
     settings = "os", "arch", "compiler", "build_type"
-    options = {"shared": [True, False], "tools": [True, False]}
-    default_options = {"shared": True, "tools": False}
+    options = {"shared": [True, False], "tools": [True, False], "zip": [True, False]}
+    default_options = {"shared": True, "tools": False, "zip": False}
 
     def set_version(self):
         text = load(self, os.path.join(self.recipe_folder, "../../zqcore/cversion.h"))
@@ -22,7 +23,7 @@ class ZqcoreRecipe(ConanFile):
 
     def export_sources(self):
         root = os.path.join(self.recipe_folder, "../..")
-        for folder in ("cmake", "docs", "platform", "tools", "zqcore"):
+        for folder in ("cmake", "docs", "platform", "tools", "zip", "zqcore"):
             copy(self, f"{folder}/*", root, self.export_sources_folder)
         for file in ("CMakeLists.txt", "README.md", "CHANGELOG.md"):
             copy(self, file, root, self.export_sources_folder)
@@ -31,6 +32,9 @@ class ZqcoreRecipe(ConanFile):
         if self.options.tools:
             self.requires("cli11/2.3.2")
             self.requires("nlohmann_json/3.11.3")
+        if self.options.zip:
+            self.requires("libzip/1.10.1")
+            self.requires("zlib/1.3.1")
 
     def layout(self):
         cmake_layout(self)
@@ -40,8 +44,10 @@ class ZqcoreRecipe(ConanFile):
         toolchain.variables["ZQCORE_TESTS"] = False
         toolchain.variables["ZQCORE_EXAMPLES"] = False
         toolchain.variables["ZQCORE_TOOLS"] = bool(self.options.tools)
+        toolchain.variables["ZQCORE_ZIP"] = bool(self.options.zip)
         toolchain.generate()
         CMakeDeps(self).generate()
+        PkgConfigDeps(self).generate()
 
     def build(self):
         cmake = CMake(self)

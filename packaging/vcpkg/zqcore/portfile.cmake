@@ -1,5 +1,5 @@
 # A port for an overlay (vcpkg install zqcore --overlay-ports=packaging/vcpkg) that builds the sources it lies in.
-vcpkg_check_features(OUT_FEATURE_OPTIONS options FEATURES tools ZQCORE_TOOLS)
+vcpkg_check_features(OUT_FEATURE_OPTIONS options FEATURES tools ZQCORE_TOOLS zip ZQCORE_ZIP)
 vcpkg_cmake_configure(
     SOURCE_PATH "${CMAKE_CURRENT_LIST_DIR}/../../.."
     OPTIONS ${options} -DZQCORE_TESTS=OFF -DZQCORE_EXAMPLES=OFF)
