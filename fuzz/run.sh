@@ -12,7 +12,7 @@ case "${1:-}" in
     *) minutes=$1 ;;
 esac
 shift
-.ci/need clang cmake ninja-build libcli11-dev libdw-dev libzip-dev nlohmann-json3-dev zlib1g-dev
+.ci/need clang cmake ninja-build libcli11-dev libdw-dev libzip-dev llvm nlohmann-json3-dev zlib1g-dev
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --parallel
 [ $# -gt 0 ] || set -- $(find fuzz -name '*_fuzz.cpp' -printf '%f\n' | sed 's/_fuzz.cpp//' | sort)

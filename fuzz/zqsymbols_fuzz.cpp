@@ -1,28 +1,78 @@
 // zqsymbols_fuzz.cpp: the helper with any records from the library, about a small program at the address 4 MB.
 //
-// The first byte chooses whether there is memory. Then come the 8 words of that memory, then the records. A number
-// below 16 MB is an address of the program. If the first byte has its second bit, the rest is an index file: as a
-// whole, then its ranges in a file with a right head.
+// The first byte's lowest bit says whether there is memory. If its second bit is set, the rest is an index file: as a
+// whole, then its ranges in a file with a right head. Otherwise its next two bits choose the program, and the rest is:
+// 1. of a program with split debug information, the damage to that (Split_c).
+// 2. the 8 words of the memory.
+// 3. the records. A number below 16 MB is an address of the program.
 #define main ZqsymbolsMain
 #include "tools/zqsymbols/main.cpp"
 #undef main
 
 #include "fuzz/fuzz_support.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 
 namespace
 {
     Input_c * g_pInput = nullptr;
     std::uint64_t g_dMemory[8];
     bool g_bMemory = false;
+    std::string g_sProgram;
 
     std::uint64_t GetAddress()
     {
         constexpr std::uint64_t START = 0x400000, SIZE = 0x1000000;
         std::uint64_t const nNumber = g_pInput->Get<std::uint64_t>();
         return nNumber < SIZE ? START + nNumber : nNumber;
+    }
+
+    // A program whose debug information is in another file, copied to the folder of this process.
+    class Split_c
+    {
+    public:
+        Split_c(std::string const & sProgram, std::string const & sOther)
+            : m_sProgram(FuzzFolder() + '/' + sProgram)
+            , m_sOther(FuzzFolder() + '/' + sOther)
+        {
+            namespace fs = std::filesystem;
+            fs::copy_file(ZQCORE_FUZZ_SPLIT + sProgram, m_sProgram, fs::copy_options::overwrite_existing);
+            std::ifstream Whole(ZQCORE_FUZZ_SPLIT + sOther + ".bytes", std::ios::binary);
+            m_sWhole.assign(std::istreambuf_iterator<char>(Whole), {});
+            Require(!m_sWhole.empty());
+        }
+
+        // Writes the other file with the damage of the input. A byte has the number of changes in three bits and
+        // whether the file is cut in the fourth. Each change has an offset of 14 bits, the logarithm of its bytes, and
+        // the bytes. The length after the cut has two bytes.
+        std::string const & Damage(Input_c & Input) const
+        {
+            std::string sBytes = m_sWhole;
+            unsigned char const cDamage = Input.Get();
+            for (int i = cDamage & 7; i > 0; --i)
+            {
+                std::uint16_t const nPlace = Input.Get<std::uint16_t>();
+                std::string const sChange = Input.Take(std::size_t{ 1 } << (nPlace >> 14));
+                sBytes.replace((nPlace & 0x3FFF) % sBytes.size(), sChange.size(), sChange);
+            }
+            sBytes.resize(cDamage & 8 ? Input.Get<std::uint16_t>() % sBytes.size() : sBytes.size());
+            std::ofstream(m_sOther, std::ios::binary) << sBytes;
+            return m_sProgram;
+        }
+
+    private:
+        std::string m_sProgram, m_sOther, m_sWhole;
+    };
+
+    std::string ProgramOf(int iProgram, Input_c & Input)
+    {
+        static std::array const s_dSplit = { Split_c("split4", "split4.dwp"), Split_c("split5", "split5.dwp"),
+            Split_c("split5_file", "split5_sink.dwo") };
+        return iProgram == 0 ? ZQCORE_FUZZ_PROGRAM : s_dSplit[static_cast<std::size_t>(iProgram) - 1].Damage(Input);
     }
 }
 
@@ -90,8 +140,9 @@ extern "C" long __wrap_ptrace(int, ...)
 
 extern "C" std::FILE * __wrap_fdopen(int, char const *)
 {
-    static char s_szMaps[] = "00400000-01400000 r-xp 00000000 00:00 1 " ZQCORE_FUZZ_PROGRAM "\n";
-    return fmemopen(s_szMaps, sizeof s_szMaps - 1, "r");
+    static std::string s_sMaps;
+    s_sMaps = "00400000-01400000 r-xp 00000000 00:00 1 " + g_sProgram + '\n';
+    return fmemopen(s_sMaps.data(), s_sMaps.size(), "r");
 }
 
 static void ReadIndex(std::string_view sFile)
@@ -131,6 +182,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         ReadIndex({ reinterpret_cast<char const *>(pData) + 1, nSize - 1 });
         return 0;
     }
+    g_sProgram = ProgramOf(cMode >> 2 & 3, Input);
     std::ranges::generate(g_dMemory, GetAddress);
     zqsymbols::Process_c Process;
     Require(!Process.Start() || zqsymbols::Serve(Process));
