@@ -1,4 +1,4 @@
-// save_fuzz.cpp: saves of any bytes, compared with a model of their seal. Only one that fits has an archive.
+// save_fuzz.cpp: saves of any bytes, compared with a model of their seal. Only a whole save has an archive.
 //
 // Bit 0 of the first byte has the length in the seal corrected, bit 1 the CRC-32; the rest is the save.
 #include "fuzz/fuzz_support.h"
@@ -9,14 +9,17 @@
 
 namespace
 {
-    // The state of a save of at least 16 bytes.
+    // The state of a save whose CRC-32, without its last four bytes, is nCrc.
     FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t nCrc)
     {
-        std::string const sSeal = sSave.substr(nArchive);
-        if (!sSeal.starts_with("ZQS") || sSeal[3] < '1' || sSeal[3] > '9'
-            || Input_c(std::string_view(sSeal).substr(12)).Get<std::uint32_t>() != nCrc)
+        if (sSave.size() < 8 || Input_c(std::string_view(sSave).substr(sSave.size() - 4)).Get<std::uint32_t>() != nCrc)
         {
             return FileSave_c::DAMAGED;
+        }
+        std::string const sSeal = sSave.size() < 16 ? "none" : sSave.substr(nArchive);
+        if (!sSeal.starts_with("ZQS") || sSeal[3] < '1' || sSeal[3] > '9')
+        {
+            return FileSave_c::OLDER;   // programs before the seal wrote the CRC-32 alone
         }
         auto const nVersion = Input_c(sSave).Get<std::uint32_t>();
         bool const bLength =
@@ -41,15 +44,16 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     {
         std::memcpy(&sSave[nArchive + 4], &nArchive, 8);
     }
-    std::uint32_t const nCrc = PlainCrc32(std::string_view(sSave).substr(0, nArchive + 12));
-    if (cCorrect & 2 && sSave.size() >= 16)
+    std::size_t const nBefore = std::max<std::size_t>(sSave.size(), 4) - 4;
+    std::uint32_t const nCrc = PlainCrc32(std::string_view(sSave).substr(0, nBefore));
+    if (cCorrect & 2 && sSave.size() >= 4)
     {
-        std::memcpy(&sSave[nArchive + 12], &nCrc, 4);
+        std::memcpy(&sSave[nBefore], &nCrc, 4);
     }
     std::ofstream(s_sFile, std::ios::binary) << sSave;
 
     FileSave_c::State_e const eState = s_Save.Load(0x10003);
-    Require(eState == (sSave.size() < 16 ? FileSave_c::DAMAGED : StateOf(sSave, nArchive, nCrc)));
+    Require(eState == StateOf(sSave, nArchive, nCrc));
     File_c * const pFile = s_Save.OpenFile();
     Require(
         (pFile != nullptr) == (eState == FileSave_c::WHOLE) && (s_Save.GetWhyNot()[0] == '\0') == (pFile != nullptr));
