@@ -2,6 +2,7 @@
 #include "zqcore/ccom.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/chwm.h"
+#include "zqcore/cpoolallocator.h"
 
 #include <benchmark/benchmark.h>
 #include <boost/pool/pool.hpp>
@@ -10,6 +11,8 @@
 #include <array>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <list>
+#include <map>
 #include <memory_resource>
 #include <numeric>
 #include <random>
@@ -176,6 +179,97 @@ namespace
         }
         Pairs(State, eOrder, eSizes, Allocator);
     }
+
+    // What makes the allocator of a container.
+    struct OurAllocator_s
+    {
+        template <typename T>
+        using Allocator_t = PoolAllocator_T<T>;
+        PoolBlocks_c & Get() { return Blocks; }
+        PoolBlocks_c Blocks{ "bench", ELEMENTS };
+    };
+
+    struct OurResource_s
+    {
+        template <typename T>
+        using Allocator_t = std::pmr::polymorphic_allocator<T>;
+        std::pmr::memory_resource * Get() { return &Resource; }
+        PoolBlocks_c Blocks{ "bench", ELEMENTS };
+        PoolResource_T<PoolBlocks_c> Resource{ Blocks };
+    };
+
+    struct StdResource_s
+    {
+        template <typename T>
+        using Allocator_t = std::pmr::polymorphic_allocator<T>;
+        std::pmr::memory_resource * Get() { return &Pool.Pool; }
+        StdPool_s Pool;
+    };
+
+    struct Malloc_s
+    {
+        template <typename T>
+        struct Allocator_t
+        {
+            using value_type = T;
+            Allocator_t(Malloc_s &) {}
+            template <typename U>
+            Allocator_t(Allocator_t<U> const &)
+            {}
+            T * allocate(std::size_t n) { return static_cast<T *>(std::malloc(n * sizeof(T))); }
+            void deallocate(T * p, std::size_t) { std::free(p); }
+            bool operator==(Allocator_t const &) const { return true; }
+        };
+        Malloc_s & Get() { return *this; }
+    };
+
+    // Fills a list and clears it. The time is that of one node.
+    template <typename SOURCE>
+    void List(benchmark::State & State)
+    {
+        SOURCE Source;
+        std::list<std::uint64_t, typename SOURCE::template Allocator_t<std::uint64_t>> List(Source.Get());
+        while (State.KeepRunningBatch(ELEMENTS))
+        {
+            for (int i = 0; i < ELEMENTS; ++i)
+            {
+                List.push_back(static_cast<std::uint64_t>(i));
+            }
+            List.clear();
+        }
+    }
+
+    // Inserts keys into a map in a random order and erases them in another one. The time is that of one key.
+    template <typename SOURCE>
+    void Map(benchmark::State & State)
+    {
+        using Pair_t = std::pair<std::size_t const, std::size_t>;
+        constexpr std::size_t KEYS = 1000;   // so few that the tree stays in the cache
+        SOURCE Source;
+        std::map<std::size_t, std::size_t, std::less<>, typename SOURCE::template Allocator_t<Pair_t>> Map(
+            Source.Get());
+        std::vector<std::size_t> dOrder = FreeOrder(Order_e::Random);
+        std::erase_if(dOrder, [](std::size_t i) { return i >= KEYS; });
+        while (State.KeepRunningBatch(KEYS))
+        {
+            for (std::size_t const i : dOrder)
+            {
+                Map.emplace(i, i);
+            }
+            for (std::size_t i = 0; i < KEYS; ++i)
+            {
+                Map.erase(i);
+            }
+        }
+    }
+    BENCHMARK(List<OurAllocator_s>)->Name("List/ours");
+    BENCHMARK(List<OurResource_s>)->Name("List/ours_pmr");
+    BENCHMARK(List<StdResource_s>)->Name("List/std_pmr_pool");
+    BENCHMARK(List<Malloc_s>)->Name("List/glibc");
+    BENCHMARK(Map<OurAllocator_s>)->Name("Map/ours");
+    BENCHMARK(Map<OurResource_s>)->Name("Map/ours_pmr");
+    BENCHMARK(Map<StdResource_s>)->Name("Map/std_pmr_pool");
+    BENCHMARK(Map<Malloc_s>)->Name("Map/glibc");
 
     template <typename ALLOCATOR>
     void Register(std::string const & sWork, char const * szAllocator, Sizes_e eSizes)

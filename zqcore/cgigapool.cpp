@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <new>
 
 namespace
 {
@@ -97,11 +98,42 @@ inline void GigaSlab_c::CloseGroup(GigaOpenGroup_c & Open)
     }
 }
 
-bool GigaSlab_c::Init(int iElements, int iElementSize, std::size_t nAlignment)
+bool GigaSlab_c::RequireNoStorage() const
 {
     ZQ_ASSERT(m_pData == nullptr);
     ZQ_ASSERT(m_pGroups == nullptr);
-    if (m_pData || m_pGroups)
+    return !m_pData && !m_pGroups;
+}
+
+bool GigaSlab_c::Init(std::span<std::byte> Storage, int iElementSize)
+{
+    static_assert(ALIGNMENT == MEMORY_ALIGNMENT);
+    if (!RequireNoStorage())
+    {
+        return false;
+    }
+    auto const iBegin = reinterpret_cast<std::uintptr_t>(Storage.data());
+    std::size_t const nSkip = ((iBegin + ALIGNMENT - 1) & ~(ALIGNMENT - 1)) - iBegin;
+    std::size_t const nFit =
+        iElementSize > 0 && nSkip < Storage.size() ? (Storage.size() - nSkip) / GroupBytes(iElementSize) : 0;
+    m_iNumGroups = static_cast<int>(std::min<std::size_t>(nFit, GIGA_GROUP_NULL - 1));
+    m_iNumElements = m_iNumGroups * GigaGroup_c::ELEMENTS;
+    SetElementSize(std::max(iElementSize, 0));
+    if (m_iNumGroups > 0)
+    {
+        m_nDataBytes = static_cast<std::size_t>(m_iNumElements) * static_cast<std::size_t>(iElementSize);
+        m_pData = reinterpret_cast<std::uint8_t *>(Storage.data()) + nSkip;
+        m_pGroups =
+            ::new (static_cast<void *>(m_pData + m_nDataBytes)) GigaGroup_c[static_cast<std::size_t>(m_iNumGroups)];
+        plat::CheckerForbid(m_pData, m_nDataBytes);
+    }
+    ChainGroups();
+    return true;
+}
+
+bool GigaSlab_c::Init(int iElements, int iElementSize, std::size_t nAlignment)
+{
+    if (!RequireNoStorage())
     {
         return false;   // the elements in use stay valid
     }
@@ -112,6 +144,12 @@ bool GigaSlab_c::Init(int iElements, int iElementSize, std::size_t nAlignment)
     SetElementSize(std::max(iElementSize, 0));
     AllocData(nAlignment);
     m_pGroups = m_iNumGroups > 0 ? ZQ_NEW GigaGroup_c[static_cast<std::size_t>(m_iNumGroups)] : nullptr;
+    ChainGroups();
+    return true;
+}
+
+void GigaSlab_c::ChainGroups()
+{
     m_iFullList = GIGA_GROUP_NULL;
     m_iFreeList = 0;
     for (int i = 0; i < m_iNumGroups; ++i)
@@ -119,7 +157,6 @@ bool GigaSlab_c::Init(int iElements, int iElementSize, std::size_t nAlignment)
         bool const bLast = i + 1 == m_iNumGroups;
         m_pGroups[i] = GigaGroup_c(bLast ? GIGA_GROUP_NULL : i + 1, i == 0 ? GIGA_GROUP_NULL : i - 1);
     }
-    return true;
 }
 
 void GigaSlab_c::AllocData(std::size_t nAlignment)
@@ -157,8 +194,12 @@ void GigaSlab_c::SetElementSize(int iElementSize)
 void GigaSlab_c::Reset()
 {
     plat::CheckerAllow(m_pData, m_nDataBytes);
-    delete[] m_pBlock;
-    delete[] m_pGroups;
+    bool const bOfCaller = m_pData && !m_pBlock;
+    if (!bOfCaller)
+    {
+        delete[] m_pBlock;
+        delete[] m_pGroups;
+    }
     m_pBlock = m_pData = nullptr;
     m_pGroups = nullptr;
     m_nDataBytes = 0;
@@ -192,7 +233,18 @@ inline void GigaSlab_c::Free(unsigned iElement)
 
 void GigaPoolStatic_c::Init(int iElements, int iElementSize)
 {
-    if (m_Slab.Init(iElements, iElementSize, MEMORY_ALIGNMENT))
+    Start(m_Slab.Init(iElements, iElementSize, MEMORY_ALIGNMENT));
+}
+
+void GigaPoolStatic_c::Init(std::span<std::byte> Storage, int iElementSize)
+{
+    Start(m_Slab.Init(Storage, iElementSize));
+}
+
+// Begins with new storage.
+void GigaPoolStatic_c::Start(bool bNew)
+{
+    if (bNew)
     {
         m_Marks = {};
         m_Slab.OpenGroup(m_Open);

@@ -5,7 +5,8 @@
 // caller's. Elements lie back to back from an address that is a multiple of 16. A freed element keeps its contents;
 // under the address checker it is out of bounds until it is allocated again.
 //
-// Ownership: a pool owns its elements, which count under the category of the moment. Reset frees those in use too.
+// Ownership: a pool owns its elements, which count under the category of the moment. Reset frees those in use too. A
+// fixed pool may also lie in storage of the caller. cpoolallocator.h makes pools allocators of standard containers.
 // Threads: no lock; one thread at a time.
 // Cost: Alloc and Free take constant time, a few nanoseconds. A pool adds 12 bytes for every 32 elements. A chunk adds
 // up to 64 KB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KB, or up
@@ -60,11 +61,24 @@ public:
     /// Make a pool, without storage or as Init does.
     GigaPoolStatic_c() = default;
     GigaPoolStatic_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
+    GigaPoolStatic_c(std::span<std::byte> Storage, int iElementSize) { Init(Storage, iElementSize); }
 
     /// Allocates storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Negative values
     /// count as 0. Asserts that the pool has no storage, and that there are at most MAX_ELEMENTS; if the developer
     /// continues, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS.
     void Init(int iElements, int iElementSize);
+
+    /// Uses storage of the caller, which must outlive the pool or its Reset, and nothing of the heap. It holds as many
+    /// whole groups of 32 elements as fit; StorageFor returns the bytes for a number of elements. Storage that is too
+    /// small for a group makes a pool without elements. Asserts as the other form does.
+    void Init(std::span<std::byte> Storage, int iElementSize);
+    static constexpr std::size_t StorageFor(int iElements, int iElementSize)
+    {
+        return GigaSlab_c::StorageFor(iElements, iElementSize);
+    }
+
+    /// Returns the number of elements, free or in use. Stays after Reset.
+    int GetElements() const { return m_Slab.GetElements(); }
 
     /// Frees the storage with all elements in use. The water marks stay. Init may follow, and sets them to 0.
     void Reset();
@@ -94,6 +108,7 @@ public:
     void ResetHighWaterMark() { m_Marks.ClearPeak(); }
 
 private:
+    void Start(bool bNew);
     void * AllocSlow(bool bArray);
     bool FreeSlow(unsigned iElement, bool bArray);
 

@@ -6,7 +6,8 @@
 // because each call reads what the previous call wrote, and a processor forwards such a value fastest at a fixed
 // address.
 //
-// Ownership: a slab owns its elements and records; an open group points into them.
+// Ownership: a slab owns its elements and records, unless they lie in storage of the caller; an open group points into
+// them.
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
 // Failure: a slab that gets no memory asserts and has no storage. Misuse fails an assertion and changes nothing, but an
@@ -20,6 +21,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <span>
 
 /// The null value of a group's index.
 inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
@@ -126,6 +128,7 @@ private:
 class ZQ_API GigaSlab_c
 {
 public:
+    static constexpr std::size_t ALIGNMENT = 16;   // of the first element: MEMORY_ALIGNMENT of cmemory.h
     static constexpr int MAX_ELEMENTS = (GIGA_GROUP_NULL - 1) * GigaGroup_c::ELEMENTS;   // 2,097,088
 
     GigaSlab_c() = default;
@@ -137,6 +140,18 @@ public:
     /// least MEMORY_ALIGNMENT. Asserts that the slab has no storage, and returns false otherwise. Returns true even if
     /// there is no memory: RequireStorage shows that.
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
+
+    /// Places as many groups as fit, with their records, in storage of the caller. Asserts as the other form does.
+    bool Init(std::span<std::byte> Storage, int iElementSize);
+
+    /// Returns the bytes of storage in which that form always places a number of elements.
+    static constexpr std::size_t StorageFor(int iElements, int iElementSize)
+    {
+        auto const nGroups = static_cast<std::size_t>((iElements + GigaGroup_c::ELEMENTS - 1) / GigaGroup_c::ELEMENTS);
+        return nGroups * GroupBytes(iElementSize) + ALIGNMENT - 1;
+    }
+
+    int GetElements() const { return m_iNumElements; }
 
     /// Frees the storage. The sizes stay.
     void Reset();
@@ -185,6 +200,13 @@ public:
     void Free(unsigned iElement);
 
 private:
+    static constexpr std::size_t GroupBytes(int iElementSize)
+    {
+        return GigaGroup_c::ELEMENTS * static_cast<std::size_t>(iElementSize) + sizeof(GigaGroup_c);
+    }
+
+    bool RequireNoStorage() const;
+    void ChainGroups();
     void AllocData(std::size_t nAlignment);
     void SetElementSize(int iElementSize);
     void Chain(int & list, int link);
@@ -203,7 +225,7 @@ private:
     int m_iFullList = GIGA_GROUP_NULL;   // head of the groups without
     std::size_t m_nDataBytes = 0;        // of m_pData
     std::uint64_t m_iReciprocal = 0;     // 2 to RECIPROCAL_BITS by the element size, rounded up; 0: IndexOf divides
-    std::uint8_t * m_pBlock = nullptr;   // the heap's block that holds m_pData
+    std::uint8_t * m_pBlock = nullptr;   // the heap's block that holds m_pData; null in storage of the caller
 };
 
 inline GigaGroup_c::GigaGroup_c(int iNextGroup, int iPrevGroup)

@@ -40,6 +40,7 @@
 #include "zqcore/copcode.h"
 #include "zqcore/cpagemap.h"
 #include "zqcore/cperlin.h"
+#include "zqcore/cpoolallocator.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/cpropertylist.h"
 #include "zqcore/crandom.h"

@@ -1,0 +1,133 @@
+#include "zqcore/cpoolallocator.h"
+
+#include "tests/test_support.h"
+#include "zqcore/cmemory.h"
+
+#include <array>
+#include <list>
+#include <map>
+#include <numeric>
+#include <random>
+#include <set>
+
+namespace
+{
+    template <typename T>
+    using Elements_T = PoolAllocator_T<T, PoolElements_c>;
+    using Map_t = std::map<int, std::string, std::less<>, PoolAllocator_T<std::pair<int const, std::string>>>;
+}
+
+TEST(PoolAllocator, ServesStandardContainersLikeTheHeap)
+{
+    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
+    {
+        PoolBlocks_c Blocks("test");
+        PoolBlocks_c Others("others");
+        Map_t Map(Blocks), Moved(Others);
+        std::map<int, std::string> Model;
+        std::mt19937 Random(6);
+        for (int iStep = 0; iStep < 20000; ++iStep)
+        {
+            int const iKey = static_cast<int>(Random() % 500);
+            if (Random() % 2)
+            {
+                Map[iKey] = Model[iKey] = std::string(Random() % 40, 'x');
+            }
+            else
+            {
+                ASSERT_EQ(Map.erase(iKey), Model.erase(iKey));
+            }
+        }
+        EXPECT_TRUE(std::equal(Map.begin(), Map.end(), Model.begin(), Model.end()));
+        auto const * const pFirst = &*Map.begin();
+        Moved = std::move(Map);
+        EXPECT_EACH(&*Moved.begin() == pFirst, Moved.get_allocator() == Map_t::allocator_type(Blocks));
+        std::vector<double, PoolAllocator_T<double>> dLarge(Blocks);   // grows from the pool into the heap
+        dLarge.resize(100);
+        dLarge.resize(100000, 1.5);
+        EXPECT_EQ(std::accumulate(dLarge.begin(), dLarge.end(), 0.0), 1.5 * 99900);
+        struct alignas(64) Wide_s
+        {
+            char dBytes[64];
+        };
+        std::list<Wide_s, PoolAllocator_T<Wide_s>> Wide(Blocks);
+        for (int i = 0; i < 3; ++i)
+        {
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(&Wide.emplace_back()) % 64, 0u);
+        }
+    }
+    EXPECT_EQ(MemoryTotalAllocations(), nBefore);
+}
+
+TEST(PoolAllocator, EveryBlockIsAlignedAndApart)
+{
+    PoolBlocks_c Blocks("test");
+    std::set<std::pair<std::uintptr_t, std::size_t>> Taken;
+    for (std::size_t nBytes = 0; nBytes <= 1100; ++nBytes)
+    {
+        auto const iBlock = reinterpret_cast<std::uintptr_t>(Blocks.Allocate(nBytes, 16));
+        ASSERT_EQ(iBlock % 16, 0u) << nBytes;
+        Taken.emplace(iBlock, nBytes);
+    }
+    std::uintptr_t iEnd = 0;
+    for (auto const & [iBlock, nBytes] : Taken)
+    {
+        ASSERT_GE(iBlock, iEnd);
+        iEnd = iBlock + std::max<std::size_t>(nBytes, 1);
+        Blocks.Free(reinterpret_cast<void *>(iBlock), nBytes, 16);
+    }
+}
+
+TEST(PoolAllocator, AFixedPoolServesFromTheCallersStorageAlone)
+{
+    constexpr int NODE = 48;
+    alignas(16) std::array<std::byte, GigaPoolStatic_c::StorageFor(64, NODE) + 1> dStorage;
+    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
+    for (std::size_t const nSkip : { 0u, 1u })   // a start that is aligned, and one that is not
+    {
+        dStorage.fill(std::byte{ 0xAB });
+        std::size_t const nStorage = dStorage.size() - 1;
+        std::span<std::byte> const dPart = std::span(dStorage).subspan(nSkip, nStorage);
+        GigaPoolStatic_c Pool(dPart, NODE);
+        PoolElements_c Elements(Pool);
+        std::list<std::array<char, 16>, Elements_T<std::array<char, 16>>> List(Elements);
+        List.resize(64);
+        EXPECT_EACH(Pool.GetElements() == 64, Pool.WaterMark() == 64, !Pool.Alloc(false));
+        auto const * const pFirst = reinterpret_cast<std::byte const *>(&List.front());
+        EXPECT_EACH(pFirst >= dStorage.data(), pFirst < dStorage.data() + dStorage.size());
+        EXPECT_EQ(dStorage[nSkip == 0 ? nStorage : 0], std::byte{ 0xAB }) << "beside the storage";
+        List.pop_front();
+        List.emplace_back();
+        List.clear();
+        EXPECT_EACH(Pool.WaterMark() == 0, Pool.HighWaterMark() == 64, MemoryTotalAllocations() == nBefore);
+        Pool.Reset();
+        Pool.Init(std::span(dStorage).first(100), NODE);
+        EXPECT_EQ(Pool.GetElements(), 0);
+    }
+    GigaPoolStatic_c Pool(32, 8);
+    PoolElements_c Elements(Pool);
+    auto const Overstrain = [&]
+    {
+        LogToStandardError();
+        Elements.Allocate(9, 1);
+    };
+    EXPECT_EXIT(Overstrain(), EndedAtBreakpoint, "no element for 9 bytes aligned to 1: they have 8 bytes");
+}
+
+#ifdef __cpp_lib_memory_resource
+TEST(PoolAllocator, IsAResourceOfPmrContainers)
+{
+    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
+    {
+        PoolBlocks_c Blocks("test");
+        PoolResource_T Resource(Blocks);
+        std::pmr::map<int, std::pmr::string> Map(&Resource);
+        for (int i = 0; i < 1000; ++i)
+        {
+            Map.emplace(i, std::string(static_cast<std::size_t>(i), 'x'));
+        }
+        EXPECT_EQ(Map.at(999).size(), 999u);
+    }
+    EXPECT_EQ(MemoryTotalAllocations(), nBefore);
+}
+#endif

@@ -1,0 +1,163 @@
+// cpoolallocator.h: pools as allocators of standard containers.
+//
+// A container that allocates node by node, such as std::list or std::map, runs fastest on a pool. Two classes pass a
+// pool on:
+// - PoolBlocks_c has blocks of all sizes and grows. Blocks of more than 1024 bytes come from the heap.
+// - PoolElements_c has the elements of a GigaPoolStatic_c, which may lie in storage of the caller. It needs no heap.
+//
+// PoolAllocator_T is an allocator over one of them, PoolResource_T a std::pmr::memory_resource.
+//
+// Ownership: the containers must end before the pool.
+// Threads: no lock: all containers of a pool belong to one thread at a time.
+// Cost: a node costs a few nanoseconds. A size that is used for the first time allocates a chunk of at least 256 KB,
+// which is counted but not touched.
+// Failure: a PoolElements_c that is full, or whose elements are too small for a node, ends in Abort.
+//
+//     PoolBlocks_c Blocks("healths");
+//     std::set<int, std::less<>, PoolAllocator_T<int>> Healths(Blocks);
+//     Healths.insert(100);
+#pragma once
+
+#include "zqcore/chwm.h"
+
+#include <type_traits>
+#include <version>
+
+#ifdef __cpp_lib_memory_resource
+    #include <memory_resource>
+#endif
+
+/// Blocks of any size.
+class PoolBlocks_c
+{
+public:
+    static constexpr std::size_t LARGEST = 1024;   // bytes of the largest block that comes from the pool
+    static constexpr std::size_t ALIGNMENT = 16;   // of such a block
+    static constexpr unsigned USUAL_BLOCKS = 1000;
+
+    /// Makes an empty pool. The name is for StaticMemoryPool_c. nExpected is the number of blocks of a size that the
+    /// caller expects; it only tunes the storage.
+    ZQ_API explicit PoolBlocks_c(char const * sName, unsigned nExpected = USUAL_BLOCKS);
+
+    /// Allocates a block, never null. The alignment is a power of 2.
+    void * Allocate(std::size_t nBytes, std::size_t nAlignment)
+    {
+        bool const bPooled = nBytes <= LARGEST && nAlignment <= ALIGNMENT;
+        return bPooled ? m_Pool.Alloc(static_cast<unsigned>(nBytes), false) : AllocateLarge(nBytes, nAlignment);
+    }
+
+    /// Frees a block that was allocated with the same numbers.
+    void Free(void * pBlock, std::size_t nBytes, std::size_t nAlignment)
+    {
+        if (nBytes <= LARGEST && nAlignment <= ALIGNMENT)
+        {
+            m_Pool.Free(pBlock, false);
+        }
+        else
+        {
+            FreeLarge(pBlock, nBytes, nAlignment);
+        }
+    }
+
+private:
+    ZQ_API static void * AllocateLarge(std::size_t nBytes, std::size_t nAlignment);
+    ZQ_API static void FreeLarge(void * pBlock, std::size_t nBytes, std::size_t nAlignment);
+
+    StaticMemoryPool_c m_Pool;
+};
+
+/// Elements of a fixed pool, one for each allocation.
+class PoolElements_c
+{
+public:
+    explicit PoolElements_c(GigaPoolStatic_c & Pool)
+        : m_Pool(Pool)
+    {}
+
+    /// Allocates an element. Ends in Abort if none is left, or if the block needs more bytes or a larger alignment than
+    /// an element has.
+    void * Allocate(std::size_t nBytes, std::size_t nAlignment)
+    {
+        auto const nElement = static_cast<std::size_t>(m_Pool.ElementSize());
+        bool const bFits = nBytes <= nElement && nAlignment <= PoolBlocks_c::ALIGNMENT && nElement % nAlignment == 0;
+        void * const pElement = bFits ? m_Pool.Alloc(false) : nullptr;
+        if (!pElement) [[unlikely]]
+        {
+            Refuse(nBytes, nAlignment);
+        }
+        return pElement;
+    }
+
+    /// Frees an element.
+    void Free(void * pElement, std::size_t, std::size_t) { m_Pool.Free(pElement, false); }
+
+private:
+    [[noreturn]] ZQ_API ZQ_COLD void Refuse(std::size_t nBytes, std::size_t nAlignment) const;
+
+    GigaPoolStatic_c & m_Pool;
+};
+
+/// Allocator of a standard container. Allocators of one pool are equal. A container that is moved or swapped takes its
+/// pool along; one that is assigned to keeps its own.
+template <typename T, typename POOL = PoolBlocks_c>
+class PoolAllocator_T
+{
+public:
+    using value_type = T;
+    using propagate_on_container_move_assignment = std::true_type;
+    using propagate_on_container_swap = std::true_type;
+
+    /// Uses a pool, which must outlive the container. Converts, so that a container's constructor takes the pool itself.
+    PoolAllocator_T(POOL & Pool) noexcept
+        : m_pPool(&Pool)
+    {}
+    template <typename U>
+    PoolAllocator_T(PoolAllocator_T<U, POOL> const & Other) noexcept
+        : m_pPool(&Other.GetPool())
+    {}
+
+    T * allocate(std::size_t nElements)
+    {
+        return static_cast<T *>(m_pPool->Allocate(nElements * sizeof(T), alignof(T)));
+    }
+    void deallocate(T * pElements, std::size_t nElements) noexcept
+    {
+        m_pPool->Free(pElements, nElements * sizeof(T), alignof(T));
+    }
+
+    POOL & GetPool() const { return *m_pPool; }
+
+    template <typename U>
+    bool operator==(PoolAllocator_T<U, POOL> const & Other) const
+    {
+        return m_pPool == &Other.GetPool();
+    }
+
+private:
+    POOL * m_pPool;
+};
+
+#ifdef __cpp_lib_memory_resource
+/// Memory resource of the containers in std::pmr, over a pool that must outlive it.
+template <typename POOL>
+class PoolResource_T final : public std::pmr::memory_resource
+{
+public:
+    explicit PoolResource_T(POOL & Pool)
+        : m_Pool(Pool)
+    {}
+
+private:
+    void * do_allocate(std::size_t nBytes, std::size_t nAlignment) override
+    {
+        return m_Pool.Allocate(nBytes, nAlignment);
+    }
+    void do_deallocate(void * pBlock, std::size_t nBytes, std::size_t nAlignment) override
+    {
+        m_Pool.Free(pBlock, nBytes, nAlignment);
+    }
+    bool do_is_equal(std::pmr::memory_resource const & Other) const noexcept override { return this == &Other; }
+
+    POOL & m_Pool;
+};
+#endif
