@@ -87,6 +87,8 @@ TEST(Array, MovesItsStorageAndIsARange)
 {
     using Array_t = Array_T<std::string, 3, 0>;
     static_assert(std::ranges::contiguous_range<Array_t> && std::ranges::contiguous_range<StaticArray_T<int, 3> const>);
+    static_assert(std::ranges::contiguous_range<Inline_T<int>> && std::ranges::contiguous_range<String_T<8>>);
+    static_assert(std::is_same_v<decltype(std::span(std::declval<Array_t &>())), std::span<std::string>>);
     static_assert(std::is_nothrow_move_constructible_v<Array_t> && !std::is_copy_constructible_v<Array_t>);
     Array_t dFirst, dSecond;
     Fill(dFirst, std::vector<std::string>{ "a", "b" });

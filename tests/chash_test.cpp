@@ -1,9 +1,11 @@
 #include "tests/test_support.h"
 #include "zqcore/chash.h"
 
+#include <algorithm>
 #include <bit>
 #include <map>
 #include <random>
+#include <ranges>
 
 namespace
 {
@@ -68,6 +70,17 @@ TEST(StringHash, BehavesLikeAMapOverRandomOperations)
         }
     }
     EXPECT_EQ(Entries(s_Table), Model);
+    using Table_t = decltype(s_Table);
+    static_assert(std::ranges::forward_range<Table_t>);
+    static_assert(std::is_same_v<std::ranges::range_reference_t<Table_t>, Item_s &>);
+    std::map<std::string, Item_s *> Walked;
+    for (Item_s & Item : s_Table)
+    {
+        Walked.emplace(Item.sName, &Item);
+    }
+    EXPECT_EQ(Walked, Model);
+    auto const fnIsFirst = [](Item_s const & Item) { return Item.sName == "aA"; };
+    EXPECT_EQ(std::ranges::count_if(s_Table, fnIsFirst), Model.contains("aA"));
     s_Table.Reset();
     EXPECT_EQ(s_Table.First(), nullptr);
     EXPECT_EQ(s_Table.FindByName("aA"), nullptr);

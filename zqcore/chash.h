@@ -139,20 +139,31 @@ public:
     Slot_s * Next(Slot_s * pSlot) { return FirstFrom(pSlot + 1); }
 
     /// Walk over the objects in slot order. While the caller works on one object, the processor loads the cache lines
-    /// of the next one. The caller may delete the entry of the present object.
+    /// of the next one. The caller may delete the entry of the present object. A forward iterator.
     class ObjectIterator_c
     {
     public:
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+
+        ObjectIterator_c() = default;
         ObjectIterator_c(StringHash_T & Table, Slot_s * pSlot);
         T & operator*() const { return *m_pSlot->pObject; }
+        T * operator->() const { return m_pSlot->pObject; }
         ObjectIterator_c & operator++();
+        ObjectIterator_c operator++(int)
+        {
+            ObjectIterator_c const Present = *this;
+            ++*this;
+            return Present;
+        }
         bool operator==(ObjectIterator_c const & Other) const { return m_pSlot == Other.m_pSlot; }
 
     private:
         void FindNext();
 
-        StringHash_T & m_Table;
-        Slot_s * m_pSlot;   // null at the end
+        StringHash_T * m_pTable = nullptr;
+        Slot_s * m_pSlot = nullptr;   // null at the end
         Slot_s * m_pNext = nullptr;
     };
     ObjectIterator_c begin() { return { *this, First() }; }

@@ -251,7 +251,7 @@ auto StringHash_T<T, KEYLEN, SIZE, STEP>::FirstFrom(Slot_s * pSlot) -> Slot_s *
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
 StringHash_T<T, KEYLEN, SIZE, STEP>::ObjectIterator_c::ObjectIterator_c(StringHash_T & Table, Slot_s * pSlot)
-    : m_Table(Table)
+    : m_pTable(&Table)
     , m_pSlot(pSlot)
 {
     FindNext();
@@ -269,7 +269,7 @@ template <typename T, int KEYLEN, int SIZE, int STEP>
 void StringHash_T<T, KEYLEN, SIZE, STEP>::ObjectIterator_c::FindNext()
 {
     constexpr std::size_t CACHE_LINE = 64;
-    m_pNext = m_pSlot ? m_Table.Next(m_pSlot) : nullptr;
+    m_pNext = m_pSlot ? m_pTable->Next(m_pSlot) : nullptr;
     auto const * const pBytes = reinterpret_cast<unsigned char const *>(m_pNext ? m_pNext->pObject : nullptr);
     for (std::size_t i = 0; pBytes && i < sizeof(T); i += CACHE_LINE)
     {

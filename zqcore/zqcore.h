@@ -54,6 +54,7 @@
 #include "zqcore/csincos.h"
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/cstring.h"
+#include "zqcore/cstringformat.h"
 #include "zqcore/ctexterror.h"
 #include "zqcore/ctextparser.h"
 #include "zqcore/ctextvalue.h"

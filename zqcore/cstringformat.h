@@ -1,0 +1,33 @@
+// cstringformat.h: String_T as an argument of std::format.
+//
+// Every specification of a std::string_view serves: width, fill, alignment, precision. If the standard library has no
+// std::format, the header defines nothing. Streams need no header: `<<` writes a String_T as it writes a C text.
+//
+// Ownership: nothing is owned.
+// Threads: any thread.
+// Cost: that of formatting a std::string_view.
+// Failure: a specification that does not fit does not compile.
+//
+//     String_T<16> const sName("Ogre");
+//     #ifdef __cpp_lib_format
+//     Log("%s", std::format("{:>8}", sName));
+//     #endif
+#pragma once
+
+#include "zqcore/cstring.h"
+
+#include <version>
+
+#ifdef __cpp_lib_format
+    #include <format>
+
+template <int N>
+struct std::formatter<String_T<N>, char> : std::formatter<std::string_view, char>
+{
+    template <typename CONTEXT>
+    auto format(String_T<N> const & sText, CONTEXT & Context) const
+    {
+        return std::formatter<std::string_view, char>::format(std::string_view(sText), Context);
+    }
+};
+#endif
