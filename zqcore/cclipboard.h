@@ -45,6 +45,9 @@ void ClipboardClose();
 /// the previous text stays.
 void ClipboardPrintf(char const * sFormat, ...) ZQ_PRINTF(1, 2);
 
+/// ClipboardPrintf with arguments of text classes (cprintf.h).
+ZQ_PRINTF_TEXTS(ZQ_INLINE void, , ClipboardPrintf)
+
 /// Copies the text and the zero at its end, ClipboardGetSize bytes at most. Returns false if there is no text.
 bool ClipboardGetData(char * pData);
 

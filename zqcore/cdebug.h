@@ -39,6 +39,7 @@
 #pragma once
 
 #include "zqcore/cconfig.h"
+#include "zqcore/cprintf.h"
 
 #include <cstdarg>
 
@@ -149,3 +150,12 @@ public:
 ZQ_API ZQ_COLD void AssertReport(char const * szCondition, char const * szFile, char const * szFunction, int iLine);
 ZQ_API ZQ_COLD void AssertReportEx(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
     char const * fmt, ...) ZQ_PRINTF(5, 6);
+
+/// The same with arguments of text classes (cprintf.h).
+ZQ_PRINTF_TEXTS(ZQ_INLINE void, , AssertFailed)
+ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Warning)
+ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Achtung)
+ZQ_PRINTF_TEXTS([[noreturn]] ZQ_INLINE void, , Abort)
+ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , AssertReportEx,
+    (char const * szCondition, char const * szFile, char const * szFunction, int iLine),
+    (szCondition, szFile, szFunction, iLine))

@@ -19,6 +19,7 @@
 #pragma once
 
 #include "zqcore/cconfig.h"
+#include "zqcore/cprintf.h"
 
 #include <cstdarg>
 #include <cstdint>
@@ -93,3 +94,9 @@ ZQ_API wchar_t const * LogGetFolder();
 /// Makes each missing level of a folder, from the outermost inward. `/` and `\` separate the levels and become `/` in
 /// sFolder. The part after the last separator is not made. Levels that can't be made are skipped.
 ZQ_API void LogCreateFolders(wchar_t * sFolder);
+
+/// The same with arguments of text classes (cprintf.h).
+ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Log)
+ZQ_PRINTF_TEXTS(ZQ_INLINE void, , LogEscaped)
+ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Debugf)
+ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logc, (bool bCondition), (bCondition))

@@ -18,6 +18,7 @@
 #pragma once
 
 #include "zqcore/cmodule.h"
+#include "zqcore/cprintf.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -34,6 +35,10 @@ ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_
 
 /// Writes a text to the named log as it is, without a line end. Does nothing if either text is null.
 ZQ_API void Logf_raw(char const * sFile, char const * sText);
+
+/// The same with arguments of text classes (cprintf.h).
+ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logf, (char const * sFile), (sFile))
+ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logcf, (bool bCondition, char const * sFile), (bCondition, sFile))
 
 /// Module that makes the folder of the named logs at its start and closes them at shutdown. Depends on no other module.
 class ZQ_API ModuleLog_c : public Module_c

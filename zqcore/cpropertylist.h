@@ -18,7 +18,7 @@
 //     if (Levels.Open("levels.txt") && Levels.StartVal("monsters"))
 //     {
 //         String_T<256> sMonster;
-//         while (Levels.NextVal(sMonster)) { Log("%s", static_cast<char const *>(sMonster)); }
+//         while (Levels.NextVal(sMonster)) { Log("%s", sMonster); }
 //     }
 #pragma once
 

@@ -20,7 +20,7 @@
 //     sName += " king";
 //     if (sName.Begins("ogre") && sName.StrPos("king") == 5)
 //     {
-//         Log("%s has %i characters.", sName.CStr(), sName.Length());
+//         Log("%s has %i characters.", sName, sName.Length());
 //     }
 #pragma once
 
@@ -65,7 +65,7 @@ public:
     operator char const *() const { return m_sText; }
     operator std::string_view() const { return { m_sText, std::strlen(m_sText) }; }
 
-    /// Returns the text, as an argument of printf needs it.
+    /// Returns the text, for a callee that needs a pointer. Log and its kin take the string itself (cprintf.h).
     char const * CStr() const { return m_sText; }
 
     /// Return the start and the end of the text, without the terminator, for range-for and algorithms.
@@ -160,6 +160,10 @@ ZQ_API String_T<256> NewString(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 /// Returns a text formatted like printf in the next of 16 static buffers, cut at 4095 characters. It stays unchanged
 /// during 15 further calls of any thread. The buffers have no lock.
 ZQ_API char const * Va(char const * sFmt, ...) ZQ_PRINTF(1, 2);
+
+/// The same with arguments of text classes (cprintf.h).
+ZQ_PRINTF_TEXTS(ZQ_INLINE String_T<256>, return, NewString)
+ZQ_PRINTF_TEXTS(ZQ_INLINE char const *, return, Va)
 
 /// Return a character with its ASCII case folded. Other characters are returned unchanged.
 constexpr char CharToLower(char c)

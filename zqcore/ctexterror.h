@@ -14,8 +14,7 @@
 //     if (!Sheet.Open("levels.csv"))
 //     {
 //         TextError_t const & Error = Sheet.GetLastError();
-//         Log("%s(%d,%d): %s", static_cast<char const *>(Error.sFile), Error.iLine, Error.iColumn,
-//             static_cast<char const *>(Error.sReason));
+//         Log("%s(%d,%d): %s", Error.sFile, Error.iLine, Error.iColumn, Error.sReason);
 //     }
 #pragma once
 

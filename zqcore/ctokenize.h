@@ -9,7 +9,7 @@
 //
 //     Array_T<String_T<256>, 10, 0> dWords;
 //     Tokenize("walk north  fast", dWords, ' ');
-//     for (String_T<256> const & sWord : dWords) { Log("%s", static_cast<char const *>(sWord)); }
+//     for (String_T<256> const & sWord : dWords) { Log("%s", sWord); }
 #pragma once
 
 #include "zqcore/carray.h"

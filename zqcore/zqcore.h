@@ -41,6 +41,7 @@
 #include "zqcore/cpagemap.h"
 #include "zqcore/cperlin.h"
 #include "zqcore/cpoolallocator.h"
+#include "zqcore/cprintf.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/cpropertylist.h"
 #include "zqcore/crandom.h"

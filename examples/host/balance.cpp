@@ -21,8 +21,8 @@ namespace
         }
         else
         {
-            Log("balance: level \"%s\" has no factor from 0 to %.0f for %s",
-                static_cast<char const *>(TextForLog(Balance.sLevel)), static_cast<double>(MAX_FACTOR), Column.szName);
+            Log("balance: level \"%s\" has no factor from 0 to %.0f for %s", TextForLog(Balance.sLevel),
+                static_cast<double>(MAX_FACTOR), Column.szName);
         }
     }
 

@@ -71,8 +71,7 @@ namespace
         Ship.fCrates = 0.0f;
         Earn(Ship, static_cast<long long>(nCrates) * iPrice);
         Logf(LOG, "day %3i, %02i:00  %s lands %i crates of %s at %s for %i marks each", Bay.nHours / HOURS,
-            Bay.nHours % HOURS, static_cast<char const *>(Ship.sIdent), nCrates,
-            static_cast<char const *>(Ship.pCargo->sName), static_cast<char const *>(Harbour.sName), iPrice);
+            Bay.nHours % HOURS, Ship.sIdent, nCrates, Ship.pCargo->sName, Harbour.sName, iPrice);
     }
 
     // Buys what the harbour makes if it is worth more at the ship's destination.

@@ -8,12 +8,12 @@ namespace
 {
     bool ReadName(Warehouse_c const & Table, char const * szColumn, Name_t & sName)
     {
-        return Table.Get(szColumn, sName.GetBuffer(), Name_t::Capacity()) && !sName.IsEmpty();
+        return Table.Get(szColumn, sName) && !sName.IsEmpty();
     }
 
     bool ReadIdent(Warehouse_c const & Table, Name_t & sIdent)
     {
-        return Table.GetWorkIdent(sIdent.GetBuffer(), Name_t::Capacity());
+        return Table.GetWorkIdent(sIdent);
     }
 
     bool ReadNumber(Warehouse_c const & Table, char const * szColumn, int iLeast, int & iNumber)
@@ -181,8 +181,7 @@ namespace
         {
             if (!TableOfBay.fnReadRow(Bay, Table))
             {
-                LogEscaped("%s: row \"%s\" makes no sense and is left out", TableOfBay.szFile,
-                    static_cast<char const *>(sIdent));
+                LogEscaped("%s: row \"%s\" makes no sense and is left out", TableOfBay.szFile, sIdent);
             }
         }
         return {};

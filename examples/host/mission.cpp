@@ -53,7 +53,7 @@ void MissionRead(char const * szFile, Bay_s & Bay)
     {
         if (StrCompareNoCase(szToken, "mission") == 0)
         {
-            Script.GetString(Bay.Mission.sTitle.GetBuffer(), Bay.Mission.sTitle.Capacity() - 1, '"');
+            Script.GetString(Bay.Mission.sTitle, '"');
         }
         else if (StrCompareNoCase(szToken, "deliver") == 0)
         {
@@ -76,7 +76,7 @@ void MissionCheck(Bay_s & Bay)
             Goal.eState = GOAL_MET;
             g_House.iPurse += Goal.iPay;
             Logf("harbour.log", "day %3i  the house pays %i marks for %i crates of %s", Bay.nHours / HOURS, Goal.iPay,
-                Goal.nCrates, static_cast<char const *>(Goal.pGood->sName));
+                Goal.nCrates, Goal.pGood->sName);
         }
         else if (Bay.nHours >= Goal.nDays * HOURS)
         {

@@ -32,3 +32,19 @@
     #define ZQ_WRITTEN_ORDER _Pragma("GCC optimize(\"no-schedule-insns2\")")
 #endif
 #define ZQ_PROCESSOR_HAS(szFeature) (__builtin_cpu_init(), __builtin_cpu_supports(szFeature) != 0)
+
+#define ZQ_COMPILE_ERROR(szText) __attribute__((error(szText)))
+#define ZQ_IS_CONSTANT(value) __builtin_constant_p(value)
+#if defined(__clang__)
+    #define ZQ_REFUSE_IF(bWrong, szText)                                                                               \
+        _Pragma("clang diagnostic push") _Pragma("clang diagnostic ignored \"-Wgcc-compat\"")                          \
+            __attribute__((diagnose_if(bWrong, szText, "error"))) _Pragma("clang diagnostic pop")
+    #define ZQ_FOLDS_CALLS false   // ZQ_REFUSE_IF does what it is for
+#else
+    #define ZQ_REFUSE_IF(bWrong, szText)
+    #ifdef __OPTIMIZE__
+        #define ZQ_FOLDS_CALLS true
+    #else
+        #define ZQ_FOLDS_CALLS false
+    #endif
+#endif

@@ -1,0 +1,105 @@
+#include "tests/test_support.h"
+#include "zqcore/clog.h"
+#include "zqcore/clogf.h"
+#include "zqcore/cstring.h"
+
+#include <fstream>
+
+namespace
+{
+    // Calls with text classes. The one without shows that the compiler's own check is still there. s is a String_T, t a
+    // std::string, v a std::string_view.
+    struct Call_s
+    {
+        char const * szCall;
+        bool bCompiles;
+    };
+    constexpr Call_s CALLS[] = {
+        { R"(Log("%s %-8s|%.*s|%i %5.1f %p %c%%", s, t, n, v, n, 1.5, &n, 'c');)", true },
+        { R"(Log("%zu %td %jd %ld %lld %hhu %Lf %ls %s", sizeof n, &n - &n, std::intmax_t{ 1 }, 1L, 1LL, 1, 1.0L, L"w", s);)",
+            true },
+        { R"(Logf("a", "%s", t); Logcf(true, "a", "%s", s); Logc(true, "%s", v); LogEscaped("%s", s); Debugf("%s", t);)",
+            true },
+        { R"(Warning("%s", s); Achtung("%s", t); AssertFailed("%s", v); ZQ_ASSERT_EX(n, "%s", s); Abort("%s", s);)",
+            true },
+        { R"(Log("%i %s", n, "plain");)", true },
+        { R"(Log("%i", s);)", false },
+        { R"(Log("%s %s", s);)", false },
+        { R"(Log("%s", s, n);)", false },
+        { R"(Log("%s %s", s, n);)", false },
+        { R"(Log("%s %ld", s, n);)", false },
+        { R"(Log("%s %d", s, sizeof n);)", false },
+        { R"(Log("%s %f", s, n);)", false },
+        { R"(Log("%s %.*s", s, 1.5, t);)", false },
+        { R"(Log("%s %n", s, &n);)", false },
+        { R"(Log("%s %", s);)", false },
+        { R"(Log("%s %ls", s, "narrow");)", false },
+        { R"(Logf("a", "%i", t);)", false },
+        { R"(Warning("%x", v);)", false },
+        { R"(ZQ_ASSERT_EX(n, "%d", s);)", false },
+        { R"(NewString("%s and text up to the end of a line that is longer %i", s);)", false },
+        { R"(Log("%s", n);)", false },
+    };
+}
+
+TEST(Printf, TakesTextClassesInAllFunctions)
+{
+    String_T<8> const s("Ogre");
+    std::string const t = "the cave";
+    std::string_view const v = std::string_view(t).substr(4, 2);
+    LogCapture_c const Log;
+    ::Log("%s has %i lives in %s, %.3s", s, 3, t, v);
+    LogEscaped("%s|%i", "a\n" + t, 5);
+    Logc(true, "%-6s|%6s", s, v);
+    Logc(false, "%s", s);
+    Warning("%s%c", s, '!');
+    static char s_szFormat[4];
+    StrCopy(s_szFormat, "%i\n", 3);
+    ::Log(s_szFormat, s);   // no literal: checked when it runs
+    std::string const sLong(5000, 'l');
+    ::Log("%s", std::string_view(sLong));
+    EXPECT_EQ(Log.GetText(), "Ogre has 3 lives in the cave, ca\na\\nthe cave|5\nOgre  |    ca\nOgre!\n%i\n"
+                                 + std::string(LOG_LINE_LENGTH, 'l') + "\n");
+    EXPECT_STREQ(NewString("%s-%s", s, v), "Ogre-ca");
+    EXPECT_STREQ(Va("%5s", std::string_view()), "     ");
+    EXPECT_EQ(FailedConditions([&] { ZQ_ASSERT_EX(s.IsEmpty(), "%s is %s", s, t); }), "s.IsEmpty(), Ogre is the cave");
+}
+
+// g++ refuses with optimization, clang++ always.
+TEST(Printf, ACallWithAWrongFormatDoesNotCompile)
+{
+    TempFolder_c const Folder;
+    std::string const sFile = Folder.Join("calls.cpp");
+    {
+        std::ofstream File(sFile);
+        File << "#include \"zqcore/clog.h\"\n#include \"zqcore/clogf.h\"\n#include \"zqcore/cstring.h\"\n#include "
+                "<string>\n#line 101\n";
+        int iCall = 0;
+        for (Call_s const & Call : CALLS)
+        {
+            File << "void F" << iCall++ << "(String_T<8> s, std::string t, std::string_view v, int n) { " << Call.szCall
+                 << " static_cast<void>(s), static_cast<void>(t), static_cast<void>(v), static_cast<void>(n); }\n";
+        }
+    }
+    int nCompilers = 0;
+    for (std::string const sCompiler : { "g++ -O1", "clang++ -O0 -ferror-limit=0" })
+    {
+        if (RunShell(sCompiler + " --version").iStatus != 0)
+        {
+            continue;
+        }
+        ++nCompilers;
+        Result_s const Compiled =
+            RunShell(sCompiler + " -std=c++20 -Wall -I" + TEST_SOURCE_FOLDER + " -I" + TEST_PLATFORM_INCLUDE + " -c "
+                     + sFile + " -o " + Folder.Join("calls.o") + " 2>&1");
+        int iLine = 100;
+        for (Call_s const & Call : CALLS)
+        {
+            std::string const sPlace = "calls.cpp:" + std::to_string(++iLine) + ":";
+            EXPECT_EQ(Compiled.sOutput.find(sPlace) == std::string::npos, Call.bCompiles)
+                << sCompiler << ": " << Call.szCall << "\n"
+                << Compiled.sOutput;
+        }
+    }
+    SKIP_IF(nCompilers == 0, "no compiler is installed");
+}
