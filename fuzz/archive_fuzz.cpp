@@ -4,6 +4,10 @@
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
 
+#include "zqcore/cserializestd.h"
+
+#include <map>
+
 namespace
 {
     void ReadText(Serializeable_c & Archive, int nSize)
@@ -13,12 +17,36 @@ namespace
         Require(Archive.IsFailed() || sBuffer.find('\0') != std::string::npos);
     }
 
+    void ReadType(Serializeable_c & Archive, int nSize)
+    {
+        __m128 vValue = _mm_setzero_ps();
+        std::string sText;
+        std::vector<std::optional<double>> dValues;
+        std::map<std::string, std::vector<bool>> dMap;
+        switch (nSize & 7)
+        {
+        case 0:
+            Archive.Serialize(sText);
+            break;
+        case 1:
+            Archive.Serialize(dValues);
+            break;
+        case 2:
+            Archive.Serialize(dMap);
+            break;
+        case 3:
+            Require(Archive.SerializeVersion("type", nSize) <= nSize);
+            break;
+        default:
+            Archive.SerializeVector3(vValue);
+        }
+    }
+
     void Call(Serializeable_c & Archive, unsigned char cCall)
     {
         static char const * const s_dNames[] = { "", "a", "A", "chunk" };
         int iValue = 0;
         double fValue = 0;
-        __m128 vValue = _mm_setzero_ps();
         char const * const szName = s_dNames[cCall >> 3 & 3];
         int const nSize = (cCall >> 3) + 1;
         switch (cCall & 7)
@@ -41,7 +69,7 @@ namespace
         case 6:
             return Archive.LabelCrc32(szName);
         default:
-            Archive.SerializeVector3(vValue);
+            return ReadType(Archive, nSize);
         }
     }
 }

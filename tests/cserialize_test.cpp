@@ -6,6 +6,7 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/cmemory.h"
+#include "zqcore/cserializecheck.h"
 
 #include <numeric>
 
@@ -15,11 +16,16 @@ namespace
 
     using A = Serializeable_c;
 
-    // The bytes that both writers must agree on.
+    std::string TextOf(std::span<std::byte const> Bytes)
+    {
+        return { reinterpret_cast<char const *>(Bytes.data()), Bytes.size() };
+    }
+
+    // The bytes that all writers must agree on.
     std::string Saved(ArchiveBody_t const & fnBody)
     {
         TempFolder_c const Folder;
-        auto const Save = [&](Writeable_c && Archive)
+        auto const Save = [&](auto && Archive)
         {
             EXPECT_TRUE(Archive.Open());
             fnBody(Archive);
@@ -31,6 +37,13 @@ namespace
         Save(BufferedWriteable_c(Replacement, VERSION));
         EXPECT_TRUE(Replacement.Commit());
         std::string const sSaved = Folder.Read("b.arc");
+        MemoryWriteable_c Growing(VERSION);
+        std::vector<std::byte> dRoom(sSaved.size());
+        MemoryWriteable_c Full(dRoom, VERSION);
+        Save(Growing);
+        Save(Full);
+        EXPECT_EACH(
+            sSaved == TextOf(Growing.GetBytes()), sSaved == TextOf(Full.GetBytes()), !Full.Serialize(nullptr, 1));
         EXPECT_EACH(sSaved == Folder.Read("saves/deep/a.arc"), sSaved == Folder.Read("c.arc"));
         EXPECT_EQ(Replacement.GetCrc(), GetCrc32Polynomial(sSaved.data(), static_cast<int>(sSaved.size())));
         return sSaved;
@@ -74,6 +87,15 @@ namespace
         bool bWhole = false;
         bool const bBack = SurvivesWithoutAbort([&] { bWhole = Loaded(sBytes, VERSION, fnBody); });
         return !bBack ? 'a' : bWhole ? 'w' : 'f';
+    }
+
+    // Checks an archive, which must not complain.
+    ArchiveResult_s Check(std::string const & sBytes, ArchiveBody_t const & fnBody)
+    {
+        ArchiveResult_s Result;
+        EXPECT_EQ(
+            FailedConditions([&] { Result = ArchiveCheck(std::as_bytes(std::span(sBytes)), VERSION, fnBody); }), "");
+        return Result;
     }
 }
 
@@ -167,7 +189,7 @@ TEST(Serialize, VersionsAndLabelsDecideWhatLoads)
     EXPECT_EACH(!None.Open(), None.IsFailed(), None.Close(), None.Close());
 }
 
-// With any byte changed and the file cut anywhere, a load ends: whole, failed, or in a complaint.
+// With any byte changed and the file cut anywhere, a load ends: whole, failed, or in a complaint. A check knows.
 TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
 {
     LogCapture_c const Log;
@@ -177,12 +199,15 @@ TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
         EXPECT_EQ(EndOf(sWhole.substr(0, i), fnLoad), 'f') << "cut at " << i;
+        EXPECT_FALSE(Check(sWhole.substr(0, i), fnLoad).IsSound()) << "cut at " << i;
         char cWorst = 'w';
         for (int const iFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
         {
             std::string sDamaged = sWhole;
             sDamaged[i] = static_cast<char>(sDamaged[i] ^ iFlip);
-            cWorst = std::min(cWorst, EndOf(sDamaged, fnLoad));
+            char const cEnd = EndOf(sDamaged, fnLoad);
+            EXPECT_EQ(Check(sDamaged, fnLoad).IsSound(), cEnd == 'w') << "changed at " << i;
+            cWorst = std::min(cWorst, cEnd);
         }
         sEnds += cWorst;
     }
@@ -190,6 +215,59 @@ TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
                      "aaaaafff" /* chunk: name and length */
                      "ffff" /* text's length */ "wwwwwwwwwwwwwwwww"
                      "aaaaffff" /* empty chunk */ "wwwwwww");
+}
+
+TEST(Serialize, ACheckSaysWhatIsWrongAndWhere)
+{
+    ArchiveBody_t const fnFrames = [](A & a)
+    {
+        a.Label("abc");
+        a.Serialize(nullptr, 12);
+        a.ChunkBegin("Looks");
+        a.ChunkEnd("Looks");
+    };
+    auto const With = [](std::size_t i, char c) { return SavedExample().replace(i, 1, 1, c); };
+    for (auto const & [sBytes, eState, iPosition, nLeft, szWhyNot] :
+        Rows_t<std::string, ArchiveResult_s::State_e, int, int, char const *>{
+            { SavedExample(), ArchiveResult_s::SOUND, 0, 15, "" },
+            { "\3\0\1", ArchiveResult_s::DAMAGED, 0, 0, "the archive ends after 1 of 4 bytes" },
+            { With(2, 2), ArchiveResult_s::OTHER_VERSION, 0, 0, "version 2.3, and 1.3 is the newest known" },
+            { With(0, 4), ArchiveResult_s::OTHER_VERSION, 0, 0, "version 1.4, and 1.3 is the newest known" },
+            { With(4, 0), ArchiveResult_s::DAMAGED, 4, 0, "label 'abc' expected" },
+            { With(20, 0), ArchiveResult_s::DAMAGED, 20, 0, "chunk or CRC-32 label 'Looks' expected" },
+            { With(24, 3), ArchiveResult_s::DAMAGED, 28, 0, "chunk 'Looks' has a length of 3" },
+            { With(24, 'A'), ArchiveResult_s::DAMAGED, 28, 0, "chunk 'Looks' ends after the archive" },
+            { SavedExample().replace(24, 4, 4, '\xFF'), ArchiveResult_s::DAMAGED, 28, 0,
+                "chunk 'Looks' was not finished" },
+        })
+    {
+        ArchiveResult_s const Result = Check(sBytes, fnFrames);
+        EXPECT_EQ(std::tuple(Result.eState, Result.iPosition, Result.nLeft, std::string(Result.sWhyNot)),
+            std::tuple(eState, iPosition, nLeft, std::string(szWhyNot)));
+    }
+    MemoryFile_c File(Saved([](A & a) { a.ChunkEnd((a.ChunkBegin("A"), "A")); }));
+    EXPECT_EACH(ArchiveCheck(FileBytes(&File), VERSION).nLeft == 8,
+        ArchiveCheck(FileBytes(&File), VERSION, { "A" }).IsSound(),
+        !ArchiveCheck(FileBytes(&File), VERSION, { "A", "B" }).IsSound(),
+        !ArchiveCheck(FileBytes(nullptr), VERSION).IsSound());
+}
+
+TEST(Serialize, ATypeHasAVersionOfItsOwn)
+{
+    int iVersion = 0;
+    auto const Of = [&](int iNewest) -> ArchiveBody_t
+    { return [&, iNewest](A & a) { iVersion = a.SerializeVersion("Unit", iNewest); }; };
+    std::string const sSecond = Saved(Of(2));
+    EXPECT_EQ(Hex(sSecond), "03 00 01 00 02 00");
+    EXPECT_EACH(Loaded(sSecond, VERSION, Of(3)), iVersion == 2);
+    LogCapture_c const Log;
+    EXPECT_EACH(!Loaded(sSecond, VERSION, Of(1)), iVersion == 1);
+    EXPECT_EQ(Log.GetText(),
+        "Serializeable_c: 'Unit' in archive 'memory.arc' is of version 2, and this binary only supports 1\n");
+    EXPECT_FALSE(Loaded(std::string(sSecond).replace(4, 1, 1, '\0'), VERSION, Of(3)));
+    ArchiveResult_s const Result = Check(sSecond, Of(1));
+    EXPECT_EQ(std::pair(Result.iPosition, std::string(Result.sWhyNot)),
+        std::pair(4, std::string("'Unit' is of version 2, and 1 is the newest known")));
 }
 
 TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)

@@ -121,6 +121,12 @@ void TrackChanges()
             return bLoaded;
         }
 
+        static bool Undo(Unit_c & Unit)
+        {
+#include "examples/cserialize_4.inl"
+            return bUndone;
+        }
+
         CurrentFolderScope_c const Current{ Folder.GetPath() };
     };
 }
@@ -128,7 +134,7 @@ void TrackChanges()
 TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
 {
     Unit_c Ogre{ 7, 1.5f, "Ogre" }, Loaded;
-    EXPECT_EACH(Save(Ogre), Load(Loaded));
+    EXPECT_EACH(Save(Ogre), Load(Loaded), Undo(Loaded));
     EXPECT_EACH(Loaded.m_iHealth == 7, Loaded.m_fSpeed == 1.5f, Loaded.m_sName == "Ogre");
     EXPECT_TRUE(Replace(Ogre));
     EXPECT_EQ(Folder.Read("saves/two.sav"), Folder.Read("saves/one.sav"));

@@ -2,9 +2,12 @@
 
 #include "zqcore/ccrc.h"
 #include "zqcore/clog.h"
+#include "zqcore/cserializecheck.h"
 #include "zqcore/ctexterror.h"
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <limits>
 
 std::uint32_t const ARCHIVE_PARTICLE_SYSTEM_VERSION = 0x00020011;
@@ -56,6 +59,15 @@ bool Serializeable_c::Open()
 
 bool Serializeable_c::AcceptVersion(std::uint32_t dwFile)
 {
+    bool const bReadable = Major(dwFile) == Major(m_dwVersion) && Minor(dwFile) <= Minor(m_dwVersion);
+    if (m_pResult && !bReadable)
+    {
+        StepBack(4);
+        Fail("version %d.%d, and %d.%d is the newest known", Major(dwFile), Minor(dwFile), Major(m_dwVersion),
+            Minor(m_dwVersion));
+        m_pResult->eState = ArchiveResult_s::OTHER_VERSION;
+        return false;
+    }
     if (Major(dwFile) != Major(m_dwVersion))
     {
         Abort("Serializeable_c: archive '%s' is v.%d.%d, and this binary only supports v.%d.%d",
@@ -123,13 +135,42 @@ int Serializeable_c::SerializeCount(std::size_t nElements, std::size_t nBytesEac
     }
     if (nCount < 0)
     {
-        Fail();
+        StepBack(4);
+        Fail("a number of elements that the rest cannot hold");
     }
     return m_bFailed ? 0 : nCount;
 }
 
-void Serializeable_c::Fail()
+int Serializeable_c::SerializeVersion(char const * sType, int iNewest)
 {
+    ZQ_ASSERT(iNewest >= 1 && iNewest <= std::numeric_limits<std::uint16_t>::max());
+    auto nVersion = static_cast<std::uint16_t>(iNewest);
+    Serialize(nVersion);
+    if (nVersion == 0 || nVersion > iNewest)
+    {
+        if (!m_pResult)
+        {
+            Log("Serializeable_c: '%s' in archive '%s' is of version %d, and this binary only supports %d", sType,
+                TextForLog(GetFileName()).GetBuffer(), nVersion, iNewest);
+        }
+        StepBack(2);
+        Fail("'%s' is of version %d, and %d is the newest known", sType, nVersion, iNewest);
+    }
+    return m_bFailed ? iNewest : nVersion;
+}
+
+void Serializeable_c::Fail(char const * fmt, ...)
+{
+    if (m_pResult && !m_bFailed)
+    {
+        va_list Arguments;
+        va_start(Arguments, fmt);
+        String_T<128> & sWhyNot = m_pResult->sWhyNot;
+        std::vsnprintf(sWhyNot.GetBuffer(), static_cast<std::size_t>(sWhyNot.Capacity()), fmt, Arguments);
+        va_end(Arguments);
+        m_pResult->eState = ArchiveResult_s::DAMAGED;
+        m_pResult->iPosition = std::max(GetPosition(), 0);
+    }
     m_bFailed = true;
     m_pEnd = m_pPos;
 }
@@ -138,6 +179,11 @@ void Serializeable_c::Label(char const * sName, std::uint32_t dwLabel)
 {
     if (!StepLabel(dwLabel))
     {
+        if (m_pResult)
+        {
+            StepBack(4);
+            return Fail("label '%s' expected", sName);
+        }
         Abort("Label '%s' expected in '%s' file.", sName, TextForLog(GetFileName()).GetBuffer());
     }
 }
@@ -146,6 +192,11 @@ void Serializeable_c::LabelCrc32(char const * sName)
 {
     if (!StepLabel(GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)))))
     {
+        if (m_pResult)
+        {
+            StepBack(4);
+            return Fail("chunk or CRC-32 label '%s' expected", sName);
+        }
         Abort("LabelCrc32 '%s' expected in '%s' fille.", sName, TextForLog(GetFileName()).GetBuffer());
     }
 }
@@ -186,15 +237,23 @@ void Serializeable_c::SerializeString(char * sBuffer, int iBufLength)
     }
     else
     {
-        WriteString(sBuffer, iBufLength);
+        StoreText(sBuffer, StrLengthMax(sBuffer, static_cast<std::size_t>(iBufLength - 1)));
     }
 }
 
-void Serializeable_c::WriteString(char * sBuffer, int iBufLength)
+// Stores a text for which the memory for small values has no room. A writing archive does not change it.
+void Serializeable_c::StoreLongText(char const * sText, std::size_t nLength)
 {
-    auto nLength = static_cast<int>(StrLengthMax(sBuffer, static_cast<std::size_t>(iBufLength - 1)));
-    Serialize(nLength);
-    SerializeBytes(sBuffer, static_cast<std::size_t>(nLength) + 1);
+    ZQ_ASSERT(!m_bIsReading);
+    if (m_bIsReading)
+    {
+        return Fail();
+    }
+    SerializeCount(nLength);
+    if (!m_bFailed)
+    {
+        SerializeBytes(const_cast<char *>(sText), nLength + 1);
+    }
 }
 
 void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
@@ -206,11 +265,12 @@ void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
         return;
     }
     bool const bFits = nLength >= 0 && nLength < iBufLength;
-    ZQ_ASSERT_EX_TEXT(bFits, "Len < iBufLength", "text of %d characters in '%s' file, with room for %d", nLength,
-        GetFileName(), iBufLength - 1);
+    ZQ_ASSERT_EX_TEXT(bFits || IsChecked(), "Len < iBufLength", "text of %d characters in '%s' file, with room for %d",
+        nLength, GetFileName(), iBufLength - 1);
     if (!bFits)
     {
-        Fail();
+        StepBack(4);
+        Fail("a text of %d characters, with room for %d", nLength, iBufLength - 1);
     }
     else if (SerializeBytes(sBuffer, static_cast<std::size_t>(nLength) + 1))
     {

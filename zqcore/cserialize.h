@@ -5,10 +5,14 @@
 // their length, show whether reader and writer are out of step. Every value is little-endian and unaligned, so all
 // builds write the same bytes. An archive stays below 4 GiB, and below 2 GiB if it is to be read.
 //
-// Ownership: a writer owns its file, a reader its reference to the File_c.
+// An archive is a file or memory, with the same bytes. Memory serves undo, networks and tests. A damaged archive can be
+// checked ahead of its load (cserializecheck.h).
+//
+// Ownership: a writer owns its file or memory, unless the memory is the caller's. A reader owns its reference to the
+// File_c.
 // Threads: one thread at a time for each archive.
-// Cost: nothing allocates. Values are copied to the buffer of a BufferedWriteable_c and from the file in memory
-// without a call.
+// Cost: nothing allocates, except a MemoryWriteable_c without memory of the caller. Values and texts are copied to the
+// buffer of a BufferedWriteable_c, and to and from memory, without a call.
 // Failure: permanent. Once IsFailed is true, the position stays, values keep their contents, labels compare nothing and
 // chunks do nothing. So a save or load may run to its end and be checked once. A damaged file fails the archive, or
 // asserts or aborts as the declarations say.
@@ -33,6 +37,15 @@
 //     bool const bKnown = Archive.Open();   // false for a newer version, which is no failure of the archive
 //     if (bKnown) { Unit.Serialize(Archive); }
 //     bool const bLoaded = Archive.Close() && bKnown && !Archive.IsFailed();
+//
+// A state in memory, and the way back to it:
+//
+//     MemoryWriteable_c State(1);
+//     if (State.Open()) { Unit.Serialize(State); }
+//     Unit.m_iHealth = 0;
+//     MemoryReadable_c Undo(State.GetBytes(), 1);
+//     if (Undo.Open()) { Unit.Serialize(Undo); }
+//     bool const bUndone = !State.IsFailed() && !Undo.IsFailed();
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -42,11 +55,13 @@
 #include "platform/vector128.h"
 
 #include <concepts>
+#include <span>
 #include <type_traits>
 
 class File_c;
 class FileReplacement_c;
 class Serializeable_c;
+struct ArchiveResult_s;
 
 /// Versions of the archives of this library and of the layers above: major version in the high 16 bits, minor in the
 /// low 16.
@@ -160,8 +175,8 @@ public:
     /// that does not know its length. Asserts as GetLength does.
     int GetLeft() const;
 
-    /// Stores or loads one object and returns the archive. T is one of these; the compiler refuses others and names what
-    /// to do:
+    /// Stores or loads one object and returns the archive. T is one of the following. The compiler refuses others and
+    /// says what to do instead.
     /// - a value (ArchiveValue_T). A stored `bool` that is neither 0 nor 1 fails the archive. An enumerator is loaded
     ///   unchecked, as the number in the file.
     /// - a String_T, as SerializeString does.
@@ -176,14 +191,19 @@ public:
         return *this;
     }
 
-    /// Copies nBytes in or out and returns true, as the form for a pointer does, but without a call if they are few.
-    /// Requires that pData is not null and nBytes not 0.
+    /// Copies nBytes in or out and returns true, as Serialize of a pointer does, but without a call if they are few.
+    /// Requires that pData is not null and nBytes is not 0.
     bool SerializeBytes(void * pData, std::size_t nBytes);
 
     /// Stores a number of elements as an `int`, or loads one, and returns it. Requires that each element stores at
     /// least nBytesEach bytes, which is at least 1. A number that is negative, above the `int`s, or of more elements
     /// than the rest of a reader's file can hold fails the archive. Returns 0 if the archive has failed.
     int SerializeCount(std::size_t nElements, std::size_t nBytesEach = 1);
+
+    /// Stores the version of a type, or loads one, in two bytes, and returns it, so that a type can change without a new
+    /// version of the archive. Asserts 1 <= iNewest <= 65535. A stored version that is 0 or above iNewest is logged with
+    /// sType and fails the archive. Returns iNewest if the archive has failed.
+    int SerializeVersion(char const * sType, int iNewest);
 
     /// Store the label of a name. A reader compares it; if the file holds another value, it calls Abort. The second
     /// form takes a value that LabelCalc has returned.
@@ -209,8 +229,19 @@ public:
     template <int N>
     void SerializeString(String_T<N> & sValue)
     {
-        SerializeString(sValue.GetBuffer(), N);
+        if (m_bIsReading)
+        {
+            SerializeString(sValue.GetBuffer(), N);
+        }
+        else
+        {
+            StoreText(sValue.GetBuffer(), StrLengthMax(sValue.GetBuffer(), N - 1));
+        }
     }
+
+    /// Stores a text of nLength characters and the byte after them. Asserts that the archive is writing; otherwise fails
+    /// it. Also fails it if the length is above the `int`s.
+    void StoreText(char const * sText, std::size_t nLength);
 
     /// Stores or loads three lanes of a vector. The fourth is neither stored nor changed.
     void SerializeVector3(__m128 & vValue);
@@ -222,10 +253,20 @@ public:
     /// Returns the version: the constructor's, and after a reader's Open the file's.
     std::uint32_t GetVersion() const { return m_dwVersion; }
 
-    /// Fails the archive. For code that finds the loaded data wrong.
-    void Fail();
+    /// Fail the archive. For code that finds the loaded data wrong. A check (cserializecheck.h) reports the text, which
+    /// is cut at 127 characters.
+    void Fail() { Fail("the data are refused"); }
+    ZQ_COLD void Fail(char const * fmt, ...) ZQ_PRINTF(2, 3);
+
+    /// Returns whether a check runs. What a damaged file gets wrong then fails the archive, without assertion or Abort.
+    bool IsChecked() const { return m_pResult != nullptr; }
 
 protected:
+    /// Reports the first failure to Result, as the constructor of a check needs it.
+    void SetResult(ArchiveResult_s & Result) { m_pResult = &Result; }
+
+    static constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that is open
+
     bool m_bIsReading;
     bool m_bFailed = false;
     std::uint32_t m_dwVersion;
@@ -237,13 +278,18 @@ protected:
     unsigned char * m_pEnd = nullptr;
 
 private:
+    // Makes a failure that follows be reported nBytes before the position.
+    void StepBack(int nBytes) { m_pPos -= IsChecked() && !m_bFailed ? nBytes : 0; }
+
+    ArchiveResult_s * m_pResult = nullptr;   // of a check, null without one
+
     template <typename T>
     friend void archives::Transfer(Serializeable_c & Archive, T & Value);
 
     void SerializeFlag(bool & bValue);
     bool SerializeRun(void * pData, std::size_t nBytes);
     bool StepLabel(std::uint32_t dwLabel);
-    void WriteString(char * sBuffer, int iBufLength);
+    void StoreLongText(char const * sText, std::size_t nLength);
     void ReadString(char * sBuffer, int iBufLength);
     bool AcceptVersion(std::uint32_t dwFile);
 };
@@ -255,8 +301,34 @@ void Serialize(Serializeable_c & Archive, String_T<N> & sValue)
     Archive.SerializeString(sValue);
 }
 
+/// Base of the archives that write: their chunks.
+class ZQ_API ChunkWriteable_c : public Serializeable_c
+{
+public:
+    using Serializeable_c::Serialize;
+
+    bool ChunkBegin(char const * sName) override;
+    void ChunkEnd(char const * sName) override;
+
+protected:
+    static constexpr std::uint32_t NO_CHUNK = 0xFFFFFFFF;   // not a position, because an archive is shorter
+
+    explicit ChunkWriteable_c(std::uint32_t dwVersion)
+        : Serializeable_c(false, dwVersion, false)
+    {}
+
+    /// Returns the number of bytes stored and skipped so far.
+    virtual std::uint32_t GetStored() const = 0;
+
+    /// Replaces the placeholder at m_dwCurrentChunk and returns true. On failure returns false.
+    virtual bool WriteLength(std::uint32_t nLength) = 0;
+
+    std::uint32_t m_dwCurrentChunk = NO_CHUNK;   // position of the open chunk's length
+    std::uint32_t m_dwChunkLabel = 0;            // CRC-32 of the open chunk's name
+};
+
 /// Archive that writes straight to a file. GetPosition returns -1.
-class ZQ_API Writeable_c : public Serializeable_c
+class ZQ_API Writeable_c : public ChunkWriteable_c
 {
 public:
     /// Creates the folders of the path and the file. Replaces an existing file. Others may read it meanwhile, but not
@@ -266,8 +338,6 @@ public:
 
     using Serializeable_c::Serialize;
 
-    bool ChunkBegin(char const * sName) override;
-    void ChunkEnd(char const * sName) override;
     bool Open() override;
 
     /// Closes the file. Returns false and fails the archive if the system reports at the close that something could not
@@ -280,24 +350,21 @@ public:
     int GetLength() const override;
 
 protected:
-    static constexpr std::uint32_t NO_CHUNK = 0xFFFFFFFF;   // not a position, because an archive is shorter
-
     /// Writes the file of a replacement, to which nothing was written yet.
     Writeable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
 
     /// Appends bytes. Returns false if not all of them are written, or if the file would reach 4 GiB.
     bool Put(void const * pData, std::size_t nBytes);
 
-    std::uint32_t m_dwCurrentChunk = NO_CHUNK;   // position of the open chunk's length
-    std::uint32_t m_dwChunkLabel = 0;            // CRC-32 of the open chunk's name
+    std::uint32_t GetStored() const override { return m_nPosition; }
+    bool WriteLength(std::uint32_t nLength) override;
+
     plat::File_t m_hFile;
     String_T<256> m_sFileName;
     std::uint32_t m_nPosition = 0;   // bytes written and skipped
     bool m_bSkipped = false;         // the file may be shorter than the position
 
 private:
-    bool WriteLength(std::uint32_t nLength);
-
     FileReplacement_c * m_pReplacement = nullptr;   // owner of the file, if not null
 };
 
@@ -319,7 +386,6 @@ public:
 
     using Serializeable_c::Serialize;
 
-    bool ChunkBegin(char const * sName) override;
     void ChunkEnd(char const * sName) override;
 
     /// Writes the buffer and closes the file. Returns false if Writeable_c::Close does, or if the buffer cannot be
@@ -333,20 +399,55 @@ public:
 private:
     /// Returns the number of bytes in the buffer. It is below BUFSIZE between calls.
     int GetWaiting() const { return static_cast<int>(m_pPos - m_dBuffer); }
+    std::uint32_t GetStored() const override { return m_nPosition + static_cast<std::uint32_t>(GetWaiting()); }
     bool Flush();
     bool Send(void const * pData, std::size_t nBytes);
 
     unsigned char m_dBuffer[BUFSIZE];
 };
 
-/// Archive that reads a file which is resident in memory. It never reads the disk.
-class ZQ_API Readable_c : public Serializeable_c
+/// Archive that writes the same bytes to memory.
+class ZQ_API MemoryWriteable_c : public ChunkWriteable_c
 {
 public:
-    /// Takes over a reference to the file, as FileOpen returns it. With null, or a file that is not resident, Open
-    /// fails.
-    Readable_c(File_c * pFile, std::uint32_t dwVersion);
-    ~Readable_c() override;
+    /// Writes to memory that the archive allocates and owns.
+    explicit MemoryWriteable_c(std::uint32_t dwVersion);
+
+    /// Writes to the caller's memory, which must outlive the archive. The archive fails when it is full.
+    MemoryWriteable_c(std::span<std::byte> Memory, std::uint32_t dwVersion);
+    ~MemoryWriteable_c() override;
+
+    using Serializeable_c::Serialize;
+
+    bool Serialize(void * pData, int iLength) final;
+
+    /// Returns "memory".
+    char const * GetFileName() const override;
+
+    /// Returns the number of bytes that were written.
+    int GetLength() const override { return static_cast<int>(GetStored()); }
+
+    /// Returns the bytes that were written, valid until more are written or the archive is destroyed.
+    std::span<std::byte const> GetBytes() const;
+
+protected:
+    std::uint32_t GetStored() const override { return static_cast<std::uint32_t>(m_pPos - m_pStart); }
+    bool WriteLength(std::uint32_t nLength) override;
+
+private:
+    bool Grow(std::size_t nBytes);
+
+    unsigned char * m_pStart = nullptr;
+    bool m_bOwner;   // whether the memory is the archive's
+};
+
+/// Archive that reads bytes in memory.
+class ZQ_API MemoryReadable_c : public Serializeable_c
+{
+public:
+    /// Reads bytes of the caller, which must outlive the archive or stay until Close. szName is what messages name, and
+    /// must outlive the archive. Bytes of 2 GiB or more fail it.
+    MemoryReadable_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion, char const * szName = "memory");
 
     using Serializeable_c::Serialize;
 
@@ -356,17 +457,47 @@ public:
     bool Close() override;
     bool Serialize(void * pData, int iLength) final;
 
+    /// Returns the name that the constructor got.
+    char const * GetFileName() const override;
+
+    /// Returns the number of all bytes.
+    int GetLength() const override;
+
+    int GetPosition() const override;
+
+protected:
+    std::span<std::byte const> m_Bytes;
+
+private:
+    char const * m_szName;
+    unsigned char * m_pCurrentChunk = nullptr;   // the open chunk's length
+    std::uint32_t m_dwChunkLabel = 0;            // CRC-32 of the open chunk's name
+};
+
+/// Returns the contents of a file, or none if it is null or not resident.
+ZQ_API std::span<std::byte const> FileBytes(File_c const * pFile);
+
+/// Archive that reads a file which is resident in memory. It never reads the disk.
+class ZQ_API Readable_c : public MemoryReadable_c
+{
+public:
+    /// Takes over a reference to the file, as FileOpen returns it. With null, or a file that is not resident, Open
+    /// fails.
+    Readable_c(File_c * pFile, std::uint32_t dwVersion);
+    ~Readable_c() override;
+
+    using Serializeable_c::Serialize;
+
+    bool Open() override;
+    bool Close() override;
+
     /// Return the file's key and its length in bytes. Assert that the reader is not closed, and return "" and 0
     /// otherwise.
     char const * GetFileName() const override;
     int GetLength() const override;
 
-    int GetPosition() const override;
-
 private:
     File_c * m_pFile;
-    unsigned char * m_pCurrentChunk = nullptr;   // the open chunk's length
-    std::uint32_t m_dwChunkLabel = 0;            // CRC-32 of the open chunk's name
 };
 
 /// Scope of a chunk: calls ChunkBegin, and ChunkEnd at the end. sName is kept as a pointer.

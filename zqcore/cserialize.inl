@@ -24,6 +24,19 @@ inline bool Serializeable_c::SerializeBytes(void * pData, std::size_t nBytes)
     return true;
 }
 
+inline void Serializeable_c::StoreText(char const * sText, std::size_t nLength)
+{
+    auto const nCount = static_cast<std::uint32_t>(nLength);
+    std::size_t const nBytes = sizeof nCount + nLength + 1;
+    if (m_bIsReading || nBytes > static_cast<std::size_t>(m_pEnd - m_pPos)) [[unlikely]]
+    {
+        return StoreLongText(sText, nLength);
+    }
+    std::memcpy(m_pPos, &nCount, sizeof nCount);
+    std::memcpy(m_pPos + sizeof nCount, sText, nLength + 1);
+    m_pPos += nBytes;
+}
+
 inline void Serializeable_c::SerializeFlag(bool & bValue)
 {
     auto nFlag = static_cast<unsigned char>(bValue);
@@ -33,7 +46,7 @@ inline void Serializeable_c::SerializeFlag(bool & bValue)
     }
     if (nFlag > 1) [[unlikely]]
     {
-        return Fail();
+        return Fail("a bool that is neither 0 nor 1");
     }
     bValue = nFlag == 1;
 }

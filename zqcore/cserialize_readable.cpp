@@ -2,38 +2,36 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cserialize.h"
 
-Readable_c::Readable_c(File_c * pFile, std::uint32_t dwVersion)
+#include <limits>
+
+MemoryReadable_c::MemoryReadable_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion, char const * szName)
     : Serializeable_c(true, dwVersion, false)
-    , m_pFile(pFile)
+    , m_Bytes(Bytes)
+    , m_szName(szName)
 {}
 
-Readable_c::~Readable_c()
+// A reader changes none of the bytes.
+bool MemoryReadable_c::Open()
 {
-    Readable_c::Close();
-}
-
-bool Readable_c::Open()
-{
-    if (!m_pFile || !m_pFile->pData)
+    m_pPos = reinterpret_cast<unsigned char *>(const_cast<std::byte *>(m_Bytes.data()));
+    m_pEnd = m_pPos + (m_bFailed ? 0 : m_Bytes.size());
+    if (m_Bytes.size() > std::size_t{ std::numeric_limits<int>::max() })
     {
-        Fail();
+        Fail("the archive has 2 GiB or more");
         return false;
     }
-    m_pPos = m_pFile->pData;
-    m_pEnd = m_pPos + (m_bFailed ? 0 : m_pFile->iLength);
     return Serializeable_c::Open();
 }
 
-bool Readable_c::Close()
+bool MemoryReadable_c::Close()
 {
-    FileClose(m_pFile);
-    m_pFile = nullptr;
+    m_Bytes = {};
     m_pPos = m_pEnd = nullptr;
     m_pCurrentChunk = nullptr;
     return Serializeable_c::Close();
 }
 
-bool Readable_c::Serialize(void * pData, int iLength)
+bool MemoryReadable_c::Serialize(void * pData, int iLength)
 {
     if (m_bFailed)
     {
@@ -41,7 +39,7 @@ bool Readable_c::Serialize(void * pData, int iLength)
     }
     if (iLength < 0 || iLength > m_pEnd - m_pPos)
     {
-        Fail();
+        Fail("the archive ends after %d of %d bytes", static_cast<int>(m_pEnd - m_pPos), iLength);
         return false;
     }
     if (pData && iLength > 0)
@@ -52,7 +50,7 @@ bool Readable_c::Serialize(void * pData, int iLength)
     return true;
 }
 
-bool Readable_c::ChunkBegin(char const * sName)
+bool MemoryReadable_c::ChunkBegin(char const * sName)
 {
     constexpr std::uint32_t EMPTY_CHUNK = 4;
     if (m_bFailed)
@@ -62,7 +60,7 @@ bool Readable_c::ChunkBegin(char const * sName)
     ZQ_ASSERT(!m_pCurrentChunk);
     if (m_pCurrentChunk)
     {
-        Fail();
+        Fail("chunk '%s' begins in another one", sName);
         return false;
     }
     m_dwChunkLabel = GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
@@ -76,12 +74,12 @@ bool Readable_c::ChunkBegin(char const * sName)
     }
     if (nLength < EMPTY_CHUNK)
     {
-        Fail();
+        Fail("chunk '%s' has a length of %u", sName, nLength);
     }
     return nLength != EMPTY_CHUNK;
 }
 
-void Readable_c::ChunkEnd(char const * sName)
+void MemoryReadable_c::ChunkEnd(char const * sName)
 {
     if (m_bFailed)
     {
@@ -97,11 +95,61 @@ void Readable_c::ChunkEnd(char const * sName)
     }
     if (!bOpen || nLength > static_cast<std::size_t>(m_pEnd - m_pCurrentChunk))
     {
-        return Fail();
+        return Fail(nLength == UNFINISHED ? "chunk '%s' was not finished" : "chunk '%s' ends after the archive", sName);
     }
     m_pPos = m_pCurrentChunk + nLength;
     m_pCurrentChunk = nullptr;
     m_dwChunkLabel = 0;
+}
+
+char const * MemoryReadable_c::GetFileName() const
+{
+    return m_szName;
+}
+
+int MemoryReadable_c::GetLength() const
+{
+    return static_cast<int>(m_Bytes.size());
+}
+
+int MemoryReadable_c::GetPosition() const
+{
+    return m_pPos ? static_cast<int>(m_pPos - reinterpret_cast<unsigned char const *>(m_Bytes.data())) : 0;
+}
+
+std::span<std::byte const> FileBytes(File_c const * pFile)
+{
+    bool const bResident = pFile && pFile->pData;
+    return { reinterpret_cast<std::byte const *>(bResident ? pFile->pData : nullptr),
+        bResident ? static_cast<std::size_t>(pFile->iLength) : 0 };
+}
+
+Readable_c::Readable_c(File_c * pFile, std::uint32_t dwVersion)
+    : MemoryReadable_c({}, dwVersion)
+    , m_pFile(pFile)
+{}
+
+Readable_c::~Readable_c()
+{
+    Readable_c::Close();
+}
+
+bool Readable_c::Open()
+{
+    if (!m_pFile || !m_pFile->pData)
+    {
+        Fail();
+        return false;
+    }
+    m_Bytes = FileBytes(m_pFile);
+    return MemoryReadable_c::Open();
+}
+
+bool Readable_c::Close()
+{
+    FileClose(m_pFile);
+    m_pFile = nullptr;
+    return MemoryReadable_c::Close();
 }
 
 char const * Readable_c::GetFileName() const
@@ -114,9 +162,4 @@ int Readable_c::GetLength() const
 {
     ZQ_ASSERT(m_pFile);
     return m_pFile ? m_pFile->iLength : 0;
-}
-
-int Readable_c::GetPosition() const
-{
-    return m_pPos ? static_cast<int>(m_pPos - m_pFile->pData) : 0;
 }

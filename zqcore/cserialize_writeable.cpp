@@ -8,13 +8,8 @@
 
 #include <algorithm>
 
-namespace
-{
-    constexpr std::uint32_t PLACEHOLDER = 0xFFFFFFFF;   // length of a chunk that is open
-}
-
 Writeable_c::Writeable_c(char const * sFileName, std::uint32_t dwVersion)
-    : Serializeable_c(false, dwVersion, false)
+    : ChunkWriteable_c(dwVersion)
     , m_sFileName(sFileName)
 {
     plat::FoldersCreate(sFileName);
@@ -23,7 +18,7 @@ Writeable_c::Writeable_c(char const * sFileName, std::uint32_t dwVersion)
 }
 
 Writeable_c::Writeable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion)
-    : Serializeable_c(false, dwVersion, false)
+    : ChunkWriteable_c(dwVersion)
     , m_hFile(Replacement.BeginArchive())
     , m_sFileName(Replacement.GetFile())
     , m_pReplacement(m_hFile ? &Replacement : nullptr)
@@ -106,7 +101,7 @@ bool Writeable_c::Serialize(void * pData, int iLength)
     return bDone;
 }
 
-bool Writeable_c::ChunkBegin(char const * sName)
+bool ChunkWriteable_c::ChunkBegin(char const * sName)
 {
     if (m_bFailed)
     {
@@ -120,19 +115,19 @@ bool Writeable_c::ChunkBegin(char const * sName)
     }
     m_dwChunkLabel = GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
     LabelCrc32(sName);
-    m_dwCurrentChunk = m_nPosition;
-    std::uint32_t dwPlaceholder = PLACEHOLDER;
-    Serialize(dwPlaceholder);
+    m_dwCurrentChunk = GetStored();
+    std::uint32_t dwUnfinished = UNFINISHED;
+    Serialize(dwUnfinished);
     return !m_bFailed;
 }
 
 bool Writeable_c::WriteLength(std::uint32_t nLength)
 {
-    return m_pReplacement ? m_pReplacement->Rewrite(m_dwCurrentChunk, PLACEHOLDER, nLength)
+    return m_pReplacement ? m_pReplacement->Rewrite(m_dwCurrentChunk, UNFINISHED, nLength)
                           : m_hFile && plat::FileWriteAt(m_hFile, m_dwCurrentChunk, &nLength, sizeof nLength);
 }
 
-void Writeable_c::ChunkEnd(char const * sName)
+void ChunkWriteable_c::ChunkEnd(char const * sName)
 {
     if (m_bFailed)
     {
@@ -146,7 +141,7 @@ void Writeable_c::ChunkEnd(char const * sName)
         return Fail();
     }
     m_dwChunkLabel = 0;
-    std::uint32_t const nLength = m_nPosition - m_dwCurrentChunk;
+    std::uint32_t const nLength = GetStored() - m_dwCurrentChunk;
     if (!WriteLength(nLength))
     {
         Fail();
@@ -259,16 +254,6 @@ bool BufferedWriteable_c::Send(void const * pData, std::size_t nBytes)
     }
     Fail();
     return false;
-}
-
-bool BufferedWriteable_c::ChunkBegin(char const * sName)
-{
-    bool const bBegun = Writeable_c::ChunkBegin(sName);
-    if (bBegun)
-    {
-        m_dwCurrentChunk = m_nPosition + static_cast<std::uint32_t>(GetWaiting()) - std::uint32_t{ sizeof PLACEHOLDER };
-    }
-    return bBegun;
 }
 
 void BufferedWriteable_c::ChunkEnd(char const * sName)

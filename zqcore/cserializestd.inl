@@ -114,15 +114,15 @@ namespace archives
 template <ArchiveText_T T>
 void Serialize(Serializeable_c & Archive, T & sText)
 {
-    auto const nLength = static_cast<std::size_t>(Archive.SerializeCount(sText.size()));
-    if (Archive.IsReading() && !Archive.IsFailed())
+    if (!Archive.IsReading())
+    {
+        return Archive.StoreText(sText.data(), sText.size());
+    }
+    auto const nLength = static_cast<std::size_t>(Archive.SerializeCount(0));
+    if (!Archive.IsFailed())
     {
         archives::LoadValues(Archive, sText, nLength);
         Archive.Serialize(nullptr, 1);   // the terminator
-    }
-    else if (!Archive.IsFailed())
-    {
-        Archive.SerializeBytes(sText.data(), nLength + 1);
     }
 }
 

@@ -48,6 +48,7 @@
 #include "zqcore/cregistry.h"
 #include "zqcore/cscript.h"
 #include "zqcore/cserialize.h"
+#include "zqcore/cserializecheck.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/cserializestd.h"
 #include "zqcore/csha1.h"

@@ -1,0 +1,114 @@
+#include "zqcore/cmemory.h"
+#include "zqcore/cserialize.h"
+#include "zqcore/cserializecheck.h"
+
+#include <algorithm>
+
+MemoryWriteable_c::MemoryWriteable_c(std::uint32_t dwVersion)
+    : ChunkWriteable_c(dwVersion)
+    , m_bOwner(true)
+{}
+
+MemoryWriteable_c::MemoryWriteable_c(std::span<std::byte> Memory, std::uint32_t dwVersion)
+    : ChunkWriteable_c(dwVersion)
+    , m_pStart(reinterpret_cast<unsigned char *>(Memory.data()))
+    , m_bOwner(false)
+{
+    m_pPos = m_pStart;
+    m_pEnd = m_pStart + std::min(Memory.size(), std::size_t{ NO_CHUNK });
+}
+
+MemoryWriteable_c::~MemoryWriteable_c()
+{
+    if (m_bOwner)
+    {
+        delete[] m_pStart;
+    }
+}
+
+bool MemoryWriteable_c::Serialize(void * pData, int iLength)
+{
+    auto const nBytes = static_cast<std::size_t>(iLength);
+    bool const bRoom = !m_bFailed && iLength >= 0 && (iLength <= m_pEnd - m_pPos || Grow(nBytes));
+    if (!bRoom)
+    {
+        Fail();
+        return false;
+    }
+    if (pData && iLength > 0)
+    {
+        std::memcpy(m_pPos, pData, nBytes);
+    }
+    else if (iLength > 0)
+    {
+        std::memset(m_pPos, 0, nBytes);
+    }
+    m_pPos += nBytes;
+    return true;
+}
+
+// Makes room for nBytes more. Returns false if the caller's memory or an archive has no more room.
+bool MemoryWriteable_c::Grow(std::size_t nBytes)
+{
+    constexpr std::size_t FIRST_SIZE = 256;
+    std::size_t const nStored = GetStored();
+    if (!m_bOwner || nBytes > NO_CHUNK - nStored)
+    {
+        return false;
+    }
+    std::size_t const nSize = std::clamp(2 * nStored, std::max(FIRST_SIZE, nStored + nBytes), std::size_t{ NO_CHUNK });
+    auto * const pMemory = ZQ_NEW unsigned char[nSize];
+    if (nStored > 0)
+    {
+        std::memcpy(pMemory, m_pStart, nStored);
+    }
+    delete[] m_pStart;
+    m_pStart = pMemory;
+    m_pPos = pMemory + nStored;
+    m_pEnd = pMemory + nSize;
+    return true;
+}
+
+bool MemoryWriteable_c::WriteLength(std::uint32_t nLength)
+{
+    std::memcpy(m_pStart + m_dwCurrentChunk, &nLength, sizeof nLength);
+    return true;
+}
+
+char const * MemoryWriteable_c::GetFileName() const
+{
+    return "memory";
+}
+
+std::span<std::byte const> MemoryWriteable_c::GetBytes() const
+{
+    return { reinterpret_cast<std::byte const *>(m_pStart), GetStored() };
+}
+
+ArchiveCheck_c::ArchiveCheck_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion)
+    : MemoryReadable_c(Bytes, dwVersion)
+{
+    SetResult(m_Result);
+}
+
+void ArchiveCheck_c::CheckChunks(std::initializer_list<char const *> dChunks)
+{
+    for (char const * szChunk : dChunks)
+    {
+        ChunkBegin(szChunk);
+        ChunkEnd(szChunk);
+    }
+}
+
+ArchiveResult_s ArchiveCheck_c::GetResult() const
+{
+    ArchiveResult_s Result = m_Result;
+    Result.nLeft = std::max(GetLeft(), 0);
+    return Result;
+}
+
+ArchiveResult_s ArchiveCheck(
+    std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks)
+{
+    return ArchiveCheck(Bytes, dwVersion, [&](ArchiveCheck_c & Archive) { Archive.CheckChunks(dChunks); });
+}

@@ -1,0 +1,85 @@
+// cserializecheck.h: checks of an archive ahead of its load.
+//
+// A load of a damaged archive ends the program at the first label or chunk that is not the expected one, and asserts at
+// other errors (cserialize.h). ArchiveCheck runs over the archive before, says what is wrong and where, and does
+// neither. It checks the version, then what the caller names: chunks, whose frames must follow one another, or a
+// function that makes the calls of a load, labels among them.
+//
+// Only a seal (cfilesave.h) detects that a value has changed.
+//
+// Ownership: a check copies nothing; what its function makes is the function's.
+// Threads: as a reader.
+// Cost: a list of chunks costs one step for each. A function costs what it does. Nothing allocates.
+// Failure: is the result. A chunk that is begun or ended out of order is a fault of the function and asserts.
+//
+//     MemoryWriteable_c Archive(ARCHIVE_SAVED_GAME_VERSION);
+//     Archive.Open();
+//     for (char const * szChunk : { "Units", "Map" })
+//     {
+//         Archive.ChunkBegin(szChunk);
+//         Archive.ChunkEnd(szChunk);
+//     }
+//     ArchiveResult_s const Result = ArchiveCheck(Archive.GetBytes(), ARCHIVE_SAVED_GAME_VERSION, { "Units", "Map" });
+//     if (!Result.IsSound())
+//     {
+//         Log("The save is damaged at byte %i: %s.", Result.iPosition, Result.sWhyNot.CStr());
+//     }
+#pragma once
+
+#include "zqcore/cserialize.h"
+
+#include <initializer_list>
+
+/// Result of a check.
+struct ArchiveResult_s
+{
+    enum State_e
+    {
+        SOUND,
+        DAMAGED,        // or not what the check expects
+        OTHER_VERSION   // another major version than the caller's, or a newer minor one
+    };
+
+    State_e eState = SOUND;
+    int iPosition = 0;       // of the first error, in bytes from the start
+    int nLeft = 0;           // number of bytes after the last that the check has read; 0 unless sound
+    String_T<128> sWhyNot;   // the first error, empty if sound
+
+    bool IsSound() const { return eState == SOUND; }
+};
+
+/// Reader that reports what a damaged archive gets wrong. ArchiveCheck makes one and passes it to a function.
+class ZQ_API ArchiveCheck_c : public MemoryReadable_c
+{
+public:
+    /// Reads bytes that must outlive the object. dwVersion is the newest version that the caller reads.
+    ArchiveCheck_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion);
+
+    /// Checks the frames of chunks that follow one another.
+    void CheckChunks(std::initializer_list<char const *> dChunks);
+
+    /// Returns what was found so far.
+    ArchiveResult_s GetResult() const;
+
+private:
+    ArchiveResult_s m_Result;
+};
+
+/// Checks the version, then chunks that follow one another after it, and returns the result. Other elements may follow
+/// the last one.
+ZQ_API ArchiveResult_s ArchiveCheck(
+    std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks = {});
+
+/// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c and returns the result. fnLoad may make any calls of
+/// a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that are thrown away.
+template <typename LOAD>
+requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_s ArchiveCheck(
+    std::span<std::byte const> Bytes, std::uint32_t dwVersion, LOAD fnLoad)
+{
+    ArchiveCheck_c Archive(Bytes, dwVersion);
+    if (Archive.Open())
+    {
+        fnLoad(Archive);
+    }
+    return Archive.GetResult();
+}
