@@ -3,6 +3,9 @@
 #include "tests/graph_support.h"
 #include "tests/test_support.h"
 
+#include "zqcore/cserializecheck.h"
+#include "zqcore/cserializestd.h"
+
 namespace
 {
     using Access = NodeSerializer_c;
@@ -290,12 +293,27 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
     RegisterStatics();
     std::string const sWhole = SaveGraph(&dNodes[0]);
     EXPECT_EACH(LoadsSoundly(sWhole), bWhole);
+    auto const ExpectCheck = [&](std::string const & sBytes)
+    {
+        RegisterStatics();
+        Node_s * pRoot = nullptr;
+        ArchiveResult_s Result;
+        EXPECT_EQ(FailedConditions(
+                      [&] {
+                          Result = ArchiveCheck(
+                              std::as_bytes(std::span(sBytes)), 1, [&](A & a) { World_s::Serialize(a, pRoot); });
+                      }),
+            "");
+        EXPECT_EQ(Result.IsSound(), bWhole) << Result.sWhyNot;
+    };
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
         EXPECT_EACH(LoadsSoundly(sWhole.substr(0, i)), !bWhole) << "cut at " << i;
         for (int const iFlip : { 0x01, 0x80, 0xFF, 0x7F })
         {
-            EXPECT_TRUE(LoadsSoundly(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip)))) << i;
+            std::string const sDamaged = std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip));
+            EXPECT_TRUE(LoadsSoundly(sDamaged)) << i;
+            ExpectCheck(sDamaged);
         }
         for (std::size_t j = 4; j + 4 <= sWhole.size() && i + 4 <= sWhole.size(); ++j)
         {

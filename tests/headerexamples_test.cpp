@@ -12,6 +12,7 @@
 #include "zqcore/cpropertylist.h"
 #include "zqcore/cregistry.h"
 #include "zqcore/cserializer.h"
+#include "zqcore/cserializestd.h"
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/cwarehouse.h"
 
@@ -28,12 +29,12 @@ namespace
         int m_iHealth = 0;
         float m_fSpeed = 0.0f;
         String_T<32> m_sName;
-        Unit_c * m_pEnemy = nullptr;
     };
 
 // clang-format off
 #include "examples/cserialize_1.inl"
 #include "examples/cserializer_1.inl"
+#include "examples/cserializer_2.inl"
 void ExplainLevels()
 {
 #include "examples/ctexterror_1.inl"
@@ -247,26 +248,28 @@ TEST_F(HeaderExamples, AWrittenValueIsRead)
     plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);
 }
 
-TEST_F(HeaderExamples, EnemiesLoadAsEachOthers)
+TEST_F(HeaderExamples, ItemsComeBackByTheirClass)
 {
-    UnitSerializer_c Units;
-    Unit_c dUnits[2], *pUnit = dUnits;
-    dUnits[0] = { 7, 0.0f, "", &dUnits[1] };
-    dUnits[1] = { 8, 0.0f, "", &dUnits[0] };
-    auto const Pass = [&](Serializeable_c & Archive)
-    {
-        EXPECT_TRUE(Archive.Open());
-        Serializer_c::StartSerialize(Archive, false);
-        Units.Serialize(Archive, pUnit);
-        return Archive.Close() && !Archive.IsFailed();
-    };
-    BufferedWriteable_c Writer("units.sav", 1);
-    EXPECT_EACH(Pass(Writer), FileAddOneFile("units.sav"));
-    Readable_c Reader(FileOpen("units.sav"), 1);
-    EXPECT_EACH(Pass(Reader), pUnit != dUnits, pUnit->m_iHealth == 7);
-    EXPECT_EACH(pUnit->m_pEnemy->m_iHealth == 8, pUnit->m_pEnemy->m_pEnemy == pUnit);
-    delete pUnit->m_pEnemy;
-    delete pUnit;
+    Serializer_T<Item_c> Items("Item");   // in a process in which the module has ended, the static ones are gone
+    Serializer_T<Sword_c, Item_c> Swords("Sword");
+    Item_c Sack, *pItem = &Sack;
+    Sword_c Sword;
+    Sack.m_dParts = { &Sword, &Sack };
+    Sword.m_sName = "Needle";
+    Sword.m_iEdge = 9;
+    MemoryWriteable_c Writer(1);
+    EXPECT_TRUE(Writer.Open());
+    Pass(Writer, pItem);
+    MemoryReadable_c Reader(Writer.GetBytes(), 1);
+    EXPECT_TRUE(Reader.Open());
+    Pass(Reader, pItem);
+    ASSERT_EQ(pItem->m_dParts.size(), 2u);
+    EXPECT_EACH(!Reader.IsFailed(), pItem != &Sack, pItem->m_dParts[1] == pItem);
+    auto * const pSword = dynamic_cast<Sword_c *>(pItem->m_dParts[0]);
+    ASSERT_TRUE(pSword);
+    EXPECT_EACH(pSword->m_iEdge == 9, pSword->m_sName == "Needle");
+    delete pSword;
+    delete pItem;
 }
 
 // What README says of every service's header.

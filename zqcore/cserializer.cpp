@@ -151,8 +151,9 @@ void const * PointerTable_c::operator[](int iSlot) const
     return bInside ? g_Table.Get(iSlot) : FreeSlot();
 }
 
-Serializer_c::Serializer_c(String_T<32> const & sClassName)
+Serializer_c::Serializer_c(String_T<32> const & sClassName, graphs::Convert_t fnConvert)
     : m_sClassName(sClassName)
+    , m_fnConvert(fnConvert)
 {
     Serializer_c const * const pNamesake = FindSerializer(m_sClassName);
     ZQ_ASSERT(pNamesake || s_nClasses < CLASS_OPEN - 1);
@@ -268,11 +269,11 @@ bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
         return false;
     }
     bool const bValid = IsIdentifier(iPointer);
-    ZQ_ASSERT_EX_TEXT(bValid, "iPointer >= -1 && iPointer < HASH_SIZE", "identifier %d in '%s' file", iPointer,
-        archive.GetFileName());
+    ZQ_ASSERT_EX_TEXT(bValid || archive.IsChecked(), "iPointer >= -1 && iPointer < HASH_SIZE",
+        "identifier %d in '%s' file", iPointer, archive.GetFileName());
     if (!bValid)
     {
-        archive.Fail();
+        archive.Fail("identifier %d of an object", iPointer);
     }
     return bValid;
 }
@@ -333,31 +334,100 @@ void Serializer_c::WritePointer(Serializeable_c & archive, void *& pObject)
     Put(archive, MARK_END);
 }
 
+bool Serializer_c::Expected_s::Accepts(Serializer_c const & Found) const
+{
+    return pOwn ? Found.m_iClass == pOwn->m_iClass
+                : !Type || (Found.m_fnConvert && Found.m_fnConvert(nullptr, Type, graphs::Way_e::Ask));
+}
+
+bool Serializer_c::MustMake(Serializeable_c const & archive, void * const & pObject)
+{
+    return archive.IsReading() && s_pOpen && &s_pOpen->pObject == &pObject;
+}
+
+void Serializer_c::WriteTyped(
+    Serializeable_c & archive, void * pObject, Serializer_c * pSerializer, Expected_s const & Expected)
+{
+    bool const bKnown = !pObject || (pSerializer && Expected.Accepts(*pSerializer));
+    ZQ_ASSERT_EX_TEXT(bKnown, "a Serializer_T has this class and names this base", "%s, object of class '%s'",
+        Expected.szName, pSerializer ? pSerializer->m_sClassName.CStr() : "");
+    if (!bKnown)
+    {
+        return archive.Fail();
+    }
+    if (pObject)
+    {
+        pObject = pSerializer->m_fnConvert(pObject, Expected.Type, graphs::Way_e::ToObject);
+        return pSerializer->WritePointer(archive, pObject);
+    }
+    int iNull = -1;
+    archive.Serialize(iNull);
+    Put(archive, MARK_PLAIN);
+}
+
+void * Serializer_c::ReadTyped(Serializeable_c & archive, Expected_s const & Expected)
+{
+    void * pObject = nullptr;
+    int const iPointer = ReadRecord(archive, pObject, Expected);
+    std::uint16_t const iClass = iPointer == -1 ? CLASS_NONE : g_Table.dClasses[iPointer];
+    if (iClass == CLASS_NONE)
+    {
+        return pObject;
+    }
+    Serializer_c const * const pClass = FindClass(iClass);
+    void * const pFound =
+        pClass && pClass->m_fnConvert ? pClass->m_fnConvert(pObject, Expected.Type, graphs::Way_e::ToType) : nullptr;
+    ZQ_ASSERT_EX_TEXT(pFound || archive.IsFailed() || archive.IsChecked(), IS_OWN, "%s, class '%s' in '%s' file",
+        Expected.szName, pClass ? pClass->m_sClassName.CStr() : "", archive.GetFileName());
+    if (!pFound)
+    {
+        archive.Fail("a pointer to an object of class '%s'", pClass ? pClass->m_sClassName.CStr() : "");
+    }
+    return pFound;
+}
+
+// Returns the latest serializer of a class by its number, or null.
+Serializer_c const * Serializer_c::FindClass(std::uint16_t iClass)
+{
+    if (s_pLastFound && s_pLastFound->m_iClass == iClass)
+    {
+        return s_pLastFound;
+    }
+    for (Link_T<Serializer_c *> * pLink = pSerializerList; pLink; pLink = pLink->pNext)
+    {
+        if (pLink->Get()->m_iClass == iClass)
+        {
+            return pLink->Get();
+        }
+    }
+    return nullptr;
+}
+
 void Serializer_c::ReadPointer(Serializeable_c & archive, void *& pObject)
 {
-    ReadRecord(archive, pObject, nullptr);
+    ReadRecord(archive, pObject, Expected_s());
 }
 
 void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
 {
-    int const iPointer = ReadRecord(archive, pObject, this);
+    int const iPointer = ReadRecord(archive, pObject, Expected_s{ this, nullptr, m_sClassName });
     if (archive.IsFailed() || iPointer == -1)
     {
         return;
     }
     bool const bOwn = IsOfClass(iPointer, m_iClass);
     ZQ_ASSERT_EX_TEXT(
-        bOwn, IS_OWN, "'%s' expected in '%s' file", static_cast<char const *>(m_sClassName), archive.GetFileName());
+        bOwn || archive.IsChecked(), IS_OWN, "'%s' expected in '%s' file", m_sClassName.CStr(), archive.GetFileName());
     if (!bOwn)
     {
-        archive.Fail();
+        archive.Fail("a pointer to an object that is not of class '%s'", m_sClassName.CStr());
         pObject = nullptr;
     }
 }
 
 // Loads a pointer record and returns its identifier. Returns -1 for a null pointer and on failure. If the archive
 // fails in an object's body or after it, the identifier is returned nonetheless.
-int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Serializer_c const * pExpected)
+int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expected_s const & Expected)
 {
     int iPointer = -1;
     bool bLoaded = ReadIdentifier(archive, iPointer);
@@ -367,7 +437,7 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Seriali
         bLoaded = !archive.IsFailed();
         Reconstruct(bLoaded ? iPointer : -1, pObject);
     }
-    else if (!bLoaded || !ReadObject(archive, iPointer, pObject, pExpected))
+    else if (!bLoaded || !ReadObject(archive, iPointer, pObject, Expected))
     {
         bLoaded = false;
         pObject = nullptr;
@@ -376,13 +446,12 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Seriali
 }
 
 // Loads a first reference after its identifier. Returns false, with the archive failed, if its body could not run.
-bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Serializer_c const * pExpected)
+bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected)
 {
     Put(archive, MARK_BEGIN);
-    Serializer_c * const pSerializer = ReadClass(archive, iPointer, pExpected);
+    Serializer_c * const pSerializer = ReadClass(archive, iPointer, Expected);
     if (!pSerializer)
     {
-        archive.Fail();
         return false;
     }
     {
@@ -397,12 +466,12 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-// Loads a class name and returns its serializer. Returns null if the name cannot be read. Also returns null, after an
-// assertion:
+// Loads a class name and returns its serializer. Returns null, with the archive failed, if the name cannot be read. Also
+// returns null, after an assertion:
 // - without such a serializer
-// - for another class than the expected one
+// - for another class than an expected one
 // - for an object inside itself
-Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Serializer_c const * pExpected)
+Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Expected_s const & Expected)
 {
     String_T<32> const sClassName = LoadName(archive);
     if (archive.IsFailed())
@@ -411,14 +480,20 @@ Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, 
     }
     Serializer_c * const pSerializer = FindSerializer(sClassName);
     char const * const szClass = sClassName;
-    ZQ_ASSERT_EX_TEXT(pSerializer, "pSerializer", "class '%s' in '%s' file", szClass, archive.GetFileName());
-    bool const bExpected = !pSerializer || !pExpected || pSerializer->m_iClass == pExpected->m_iClass;
-    ZQ_ASSERT_EX_TEXT(bExpected, "sClassName == m_sClassName", "class '%s' for '%s' in '%s' file", szClass,
-        static_cast<char const *>(pExpected->m_sClassName), archive.GetFileName());
+    bool const bSilent = archive.IsChecked();
+    ZQ_ASSERT_EX_TEXT(pSerializer || bSilent, "pSerializer", "class '%s' in '%s' file", szClass, archive.GetFileName());
+    bool const bExpected = !pSerializer || Expected.Accepts(*pSerializer);
+    ZQ_ASSERT_EX_TEXT(bExpected || bSilent, "sClassName == m_sClassName", "class '%s' for '%s' in '%s' file", szClass,
+        Expected.szName, archive.GetFileName());
     bool const bFirst = g_Table.Class(iPointer) != CLASS_OPEN;
-    ZQ_ASSERT_EX_TEXT(
-        bFirst, "object is not inside itself", "identifier %d in '%s' file", iPointer, archive.GetFileName());
-    return bExpected && bFirst ? pSerializer : nullptr;
+    ZQ_ASSERT_EX_TEXT(bFirst || bSilent, "object is not inside itself", "identifier %d in '%s' file", iPointer,
+        archive.GetFileName());
+    if (!pSerializer || !bExpected || !bFirst)
+    {
+        archive.Fail("an object of class '%s'%s", szClass, !pSerializer ? ", which has no serializer" : "");
+        return nullptr;
+    }
+    return pSerializer;
 }
 
 void Serializer_c::RegisterPointer(Serializeable_c & archive, void const * pPointer)
@@ -460,10 +535,15 @@ void Serializer_c::FixupVoidPointer(Serializeable_c & archive, void const *& pPo
     int iPointer = -1;
     if (archive.IsReading())
     {
-        bool const bRead = ReadIdentifier(archive, iPointer);
+        bool bRead = ReadIdentifier(archive, iPointer);
         if (bRead && !IsInCache(iPointer))
         {
-            AbortOfFixup(archive);
+            if (!archive.IsChecked())
+            {
+                AbortOfFixup(archive);
+            }
+            archive.Fail("identifier %d of an object that does not come before", iPointer);
+            bRead = false;
         }
         Reconstruct(bRead ? iPointer : -1, pPointer);
     }
@@ -571,9 +651,11 @@ bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
         Log("Serializer_c: number of registered static pointers not match serialized");
     }
     bool const bValid = nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS;
-    ZQ_ASSERT_TEXT(bValid, "nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS");
+    ZQ_ASSERT_TEXT(bValid || archive.IsChecked(),
+        "nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS");
     if (!bValid)
     {
+        archive.Fail("%d static objects", nRegisteredStaticPointers);
         return false;
     }
     while (dRegisteredStaticPointers.GetLength() > nRegisteredStaticPointers)

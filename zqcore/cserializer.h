@@ -2,8 +2,9 @@
 //
 // Serializer_c stores each object of a graph once, at its first reference, and every later reference as a number. A
 // load turns each number into the object's new address. Static objects, which exist in every run, keep their identity
-// without being stored. Each class has one subclass of Serializer_c with one static instance, which is found by the
-// class's name. Its SerializeObject, the body, stores or makes an object and transfers its fields.
+// without being stored. Each class has one static Serializer_T, which is found by the class's name; then an archive
+// serializes pointers to its objects. A class that needs more has a subclass of Serializer_c of its own. Its
+// SerializeObject, the body, stores or makes an object and transfers its fields.
 //
 // Ownership: the caller owns the objects that a body makes, also after a failed load.
 // Threads: all state of a pass is static. One pass at a time runs on one thread, from StartSerialize to the next one.
@@ -15,33 +16,79 @@
 // If the body of its object had begun, the pointer is the object that the body made, so the caller can free it. On a
 // failed archive a save stores nothing, and a load sets pointers to null.
 //
-//     class UnitSerializer_c : public Serializer_c
+//     class Item_c
 //     {
 //     public:
-//         UnitSerializer_c() : Serializer_c("Unit") {}
-//         void Serialize(Serializeable_c & Archive, Unit_c *& pUnit)
-//         {
-//             void * p = pUnit;
-//             Archive.IsReading() ? ReadOwnPointer(Archive, p) : WritePointer(Archive, p);
-//             pUnit = static_cast<Unit_c *>(p);
-//         }
+//         virtual ~Item_c() = default;
+//         virtual void Serialize(Serializeable_c & Archive) { Archive.Serialize(m_sName).Serialize(m_dParts); }
+//         virtual Serializer_c & GetSerializer() const { return s_Serializer; }
+//         static Serializer_T<Item_c> s_Serializer;
 //
-//     protected:
-//         void SerializeObject(Serializeable_c & Archive, void *& pObject) override
-//         {
-//             if (Archive.IsReading()) { pObject = ZQ_NEW Unit_c; }
-//             Unit_c & Unit = *static_cast<Unit_c *>(pObject);
-//             RegisterPointer(Archive, &Unit);   // the unit's own body may reach it again
-//             Archive.Serialize(Unit.m_iHealth);
-//             Serialize(Archive, Unit.m_pEnemy);
-//         }
+//         String_T<32> m_sName;
+//         std::vector<Item_c *> m_dParts;   // needs zqcore/cserializestd.h
 //     };
+//     Serializer_T<Item_c> Item_c::s_Serializer("Item");
+//
+//     class Sword_c : public Item_c
+//     {
+//     public:
+//         void Serialize(Serializeable_c & Archive) override
+//         {
+//             Item_c::Serialize(Archive);
+//             Archive.Serialize(m_iEdge);
+//         }
+//         Serializer_c & GetSerializer() const override { return s_Serializer; }
+//         static Serializer_T<Sword_c, Item_c> s_Serializer;   // a pointer to an Item_c may lead to it
+//
+//         int m_iEdge = 0;
+//     };
+//     Serializer_T<Sword_c, Item_c> Sword_c::s_Serializer("Sword");
+//
+// A pass saves the items that a pointer leads to, or loads them, whichever class each one has:
+//
+//     void Pass(Serializeable_c & Archive, Item_c *& pItem)
+//     {
+//         Serializer_c::StartSerialize(Archive, false);
+//         Archive.Serialize(pItem);
+//     }
 #pragma once
 
 #include "zqcore/carray.h"
 #include "zqcore/clink.h"
 #include "zqcore/cmodule.h"
 #include "zqcore/cserialize.h"
+
+class Serializer_c;
+
+namespace graphs
+{
+    // A type that pointers of a graph have.
+    using Type_t = void const *;
+
+    enum class Way_e
+    {
+        Ask,        // return any address if the type is known
+        ToObject,   // from a pointer of the type to the object
+        ToType
+    };
+
+    // Converts a pointer between an object and one of the types that its serializer names. Returns null for others.
+    using Convert_t = void * (*)(void * p, Type_t Type, Way_e eWay);
+
+    // The serializer of a class, and by its address the identity of a type.
+    template <typename T>
+    struct Class_T
+    {
+        static inline Serializer_c * s_pSerializer = nullptr;
+    };
+
+    // Classes that choose the serializer of an object.
+    template <typename T>
+    concept Chooser_T = requires(T const & Object)
+    {
+        Object.GetSerializer();
+    };
+}
 
 /// Read-only view of the table that holds the addresses of a pass, by slot. The table itself is not exported: the
 /// loader copies exported data into each program that refers to it.
@@ -94,6 +141,14 @@ public:
     /// to it, or for a part. Save and load must call it at the same place. A load must have set pObject before.
     static void RegisterPointer(Serializeable_c & archive, void const * pPointer);
 
+    /// Stores or loads a pointer to an object of a class that has a Serializer_T, or null. Serialize of the archive
+    /// calls it. Between a save and its load the dynamic type is kept.
+    /// - Writing: asserts that the class of the object has a Serializer_T, which names T if it is a base; otherwise fails
+    ///   the archive.
+    /// - Reading: a class that is not T and does not name it asserts and fails the archive.
+    template <typename T>
+    static void SerializePointer(Serializeable_c & archive, T *& pObject);
+
     /// List of all serializers, the latest first.
     static Link_T<Serializer_c *> * pSerializerList;
 
@@ -103,7 +158,9 @@ public:
 protected:
     /// Registers the serializer of a class. The name is case-sensitive and is cut at 31 characters. If two share a
     /// name, the last one registered loads. Discards the pass under way.
-    explicit Serializer_c(String_T<32> const & sClassName);
+    explicit Serializer_c(String_T<32> const & sClassName)
+        : Serializer_c(sClassName, nullptr)
+    {}
 
     /// Removes the serializer from the list.
     ~Serializer_c();
@@ -178,13 +235,35 @@ protected:
 private:
     friend class ModuleSerialize_c;
     friend ZQ_API void SerializerListFree();
+    template <typename T, typename... BASES>
+    friend class Serializer_T;
 
     struct OpenRecord_s;
 
-    static int ReadRecord(Serializeable_c & archive, void *& pObject, Serializer_c const * pExpected);
-    static bool ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Serializer_c const * pExpected);
+    // What a pointer may lead to: an object of one serializer's class, or one that is or names a type, or any.
+    struct Expected_s
+    {
+        Serializer_c const * pOwn = nullptr;
+        graphs::Type_t Type = nullptr;
+        char const * szName = "";
+
+        bool Accepts(Serializer_c const & Found) const;
+    };
+
+    Serializer_c(String_T<32> const & sClassName, graphs::Convert_t fnConvert);
+
+    // Returns whether a body must make its object: it loads one that is not static.
+    static bool MustMake(Serializeable_c const & archive, void * const & pObject);
+
+    static void WriteTyped(
+        Serializeable_c & archive, void * pObject, Serializer_c * pSerializer, Expected_s const & Expected);
+    static void * ReadTyped(Serializeable_c & archive, Expected_s const & Expected);
+    static Serializer_c const * FindClass(std::uint16_t iClass);
+
+    static int ReadRecord(Serializeable_c & archive, void *& pObject, Expected_s const & Expected);
+    static bool ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected);
     static bool ReadIdentifier(Serializeable_c & archive, int & iPointer);
-    static Serializer_c * ReadClass(Serializeable_c & archive, int iPointer, Serializer_c const * pExpected);
+    static Serializer_c * ReadClass(Serializeable_c & archive, int iPointer, Expected_s const & Expected);
     static void Store(int iPointer, void const * pPointer, std::uint16_t iClass);
     static void Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass);
     static void WriteStaticPointers(Serializeable_c & archive);
@@ -193,12 +272,54 @@ private:
     bool RunBody(Serializeable_c & archive, void *& pObject);
     ZQ_COLD bool RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject);
 
-    std::uint16_t m_iClass;   // number of the class, the same for all serializers of a name
+    graphs::Convert_t m_fnConvert;   // of a Serializer_T, or null
+    std::uint16_t m_iClass;          // number of the class, the same for all serializers of a name
 
     static OpenRecord_s * s_pOpen;        // innermost object that is being loaded
     static Serializer_c * s_pLastFound;   // latest result of FindSerializer
     static std::uint16_t s_nClasses;
 };
+
+/// Serializer of a class T, by which its objects take part in graphs. There is one instance, static and never destroyed
+/// before the last pass. The fields are transferred by T's member or function `Serialize` (cserialize.h). A T with
+/// virtual functions that is not final has a member `virtual Serializer_c & GetSerializer() const`, which returns the
+/// instance; classes that derive from it override it and have a Serializer_T of their own. BASES are the bases of T
+/// whose pointers lead to objects of T.
+template <typename T, typename... BASES>
+class Serializer_T : public Serializer_c
+{
+public:
+    /// Registers the class under a name of at most 31 characters, which archives have.
+    explicit Serializer_T(String_T<32> const & sClassName);
+    ~Serializer_T();
+
+    /// Registers a static object, whose contents each pass with static objects stores first. Requires what
+    /// RegisterStaticPointer does.
+    void RegisterStatic(T & Object) { RegisterSerializedStaticPointer(&Object, m_sClassName); }
+
+    /// Registers a T that is part of another object, which must call it in its Serialize before a pointer leads there.
+    void RegisterPart(Serializeable_c & Archive, T & Part) { RegisterOwnPointer(Archive, &Part); }
+
+protected:
+    /// Makes an object for a load to fill, and returns it. Null fails the archive. The caller of the load owns it, also
+    /// after a failed load; a subclass can note it.
+    virtual T * Make() { return ZQ_NEW T; }
+
+    void SerializeObject(Serializeable_c & archive, void *& pObject) override;
+
+private:
+    static void * Convert(void * p, graphs::Type_t Type, graphs::Way_e eWay);
+    template <typename TYPE>
+    static void ConvertFor(void * p, graphs::Type_t Type, graphs::Way_e eWay, void *& pFound);
+};
+
+/// Stores or loads a pointer to an object of a graph. Serialize of the archive calls it.
+template <typename T>
+requires std::is_class_v<T>
+void Serialize(Serializeable_c & Archive, T *& pObject)
+{
+    Serializer_c::SerializePointer(Archive, pObject);
+}
 
 /// Removes all serializers. Afterwards nothing can be loaded, and static objects have no contents.
 ZQ_API void SerializerListFree();

@@ -1,0 +1,248 @@
+#include "zqcore/cserializer.h"
+
+#include "tests/archive_support.h"
+#include "tests/test_support.h"
+
+#include "zqcore/cserializecheck.h"
+#include "zqcore/cserializestd.h"
+
+#include <memory>
+#include <set>
+
+namespace
+{
+    // A hierarchy in which a pointer to a base is not the address of the object, and a class without virtual functions.
+    class Shape_c
+    {
+    public:
+        virtual ~Shape_c() = default;
+        virtual void Serialize(Serializeable_c & Archive) = 0;
+        virtual Serializer_c & GetSerializer() const = 0;
+    };
+
+    struct Owner_s
+    {
+        std::string sName;
+        std::vector<Shape_c *> dShapes;
+        Owner_s * pNext = nullptr;
+        void Serialize(Serializeable_c & Archive) { Archive.Serialize(sName).Serialize(dShapes).Serialize(pNext); }
+    };
+
+    class Lit_c
+    {
+    public:
+        virtual ~Lit_c() = default;
+        virtual Serializer_c & GetSerializer() const = 0;
+        int m_iLight = 0;
+    };
+
+    class Ball_c : public Shape_c
+    {
+    public:
+        void Serialize(Serializeable_c & Archive) override { Archive.Serialize(m_iRadius).Serialize(m_pOwner); }
+        Serializer_c & GetSerializer() const override;
+        int m_iRadius = 0;
+        Owner_s const * m_pOwner = nullptr;
+    };
+
+    class Lamp_c final : public Lit_c, public Ball_c
+    {
+    public:
+        void Serialize(Serializeable_c & Archive) override
+        {
+            Ball_c::Serialize(Archive);
+            Archive.Serialize(m_iLight).Serialize(m_pTwin);
+        }
+        Serializer_c & GetSerializer() const override;
+        Lit_c * m_pTwin = nullptr;
+    };
+
+    // Keeps what loads make.
+    template <typename T, typename... BASES>
+    class Kept_T : public Serializer_T<T, BASES...>
+    {
+    public:
+        using Serializer_T<T, BASES...>::Serializer_T;
+        std::vector<std::unique_ptr<T>> m_dMade;
+
+    protected:
+        T * Make() override { return m_dMade.emplace_back(std::make_unique<T>()).get(); }
+    };
+
+    // One serializer for each class, while a test runs.
+    struct Classes_s
+    {
+        Kept_T<Owner_s> Owners{ "Owner" };
+        Kept_T<Ball_c, Shape_c> Balls{ "Ball" };
+        Kept_T<Lamp_c, Shape_c, Ball_c, Lit_c> Lamps{ "Lamp" };
+        Classes_s() { s_pNow = this; }
+        static inline Classes_s * s_pNow = nullptr;
+    };
+    Serializer_c & Ball_c::GetSerializer() const
+    {
+        return Classes_s::s_pNow->Balls;
+    }
+    Serializer_c & Lamp_c::GetSerializer() const
+    {
+        return Classes_s::s_pNow->Lamps;
+    }
+
+    template <typename T>
+    std::string SavedGraph(T * pRoot)
+    {
+        MemoryWriteable_c Archive(1);
+        Archive.Open();
+        Serializer_c::StartSerialize(Archive, false);
+        Archive.Serialize(pRoot);
+        return { reinterpret_cast<char const *>(Archive.GetBytes().data()),
+            Archive.IsFailed() ? 0 : Archive.GetBytes().size() };
+    }
+
+    template <typename T>
+    ArchiveResult_s LoadGraph(std::string const & sBytes, T *& pRoot)
+    {
+        return ArchiveCheck(std::as_bytes(std::span(sBytes)), 1,
+            [&](Serializeable_c & Archive)
+            {
+                Serializer_c::StartSerialize(Archive, false);
+                Archive.Serialize(pRoot);
+            });
+    }
+
+    // A graph that reaches one lamp by pointers of four types.
+    struct Graph_s
+    {
+        Owner_s Owner;
+        Ball_c Ball;
+        Lamp_c Lamp;
+        Graph_s()
+        {
+            Owner = { "me", { &Ball, &Lamp, nullptr, &Ball }, &Owner };
+            Ball.m_iRadius = 3;
+            Ball.m_pOwner = &Owner;
+            Lamp.m_iRadius = 4;
+            Lamp.m_iLight = 5;
+            Lamp.m_pTwin = &Lamp;
+        }
+    };
+}
+
+TEST(SerializerTyped, ObjectsComeBackByTheirDynamicType)
+{
+    Classes_s Classes;
+    Graph_s Graph;
+    Owner_s * pOwner = nullptr;
+    ASSERT_TRUE(LoadGraph(SavedGraph(&Graph.Owner), pOwner).IsSound());
+    ASSERT_EQ(std::tuple(Classes.Owners.m_dMade.size(), Classes.Balls.m_dMade.size(), Classes.Lamps.m_dMade.size()),
+        std::tuple(1u, 1u, 1u));
+    Ball_c & Ball = *Classes.Balls.m_dMade[0];
+    Lamp_c & Lamp = *Classes.Lamps.m_dMade[0];
+    EXPECT_EACH(pOwner == Classes.Owners.m_dMade[0].get(), pOwner->pNext == pOwner, Ball.m_pOwner == pOwner);
+    EXPECT_EQ(pOwner->dShapes, std::vector<Shape_c *>({ &Ball, &Lamp, nullptr, &Ball }));
+    EXPECT_EQ(std::tuple(pOwner->sName, Ball.m_iRadius, Lamp.m_iRadius, Lamp.m_iLight, Lamp.m_pTwin),
+        std::tuple("me", 3, 4, 5, static_cast<Lit_c *>(&Lamp)));
+    Lit_c * pLit = nullptr;
+    EXPECT_TRUE(LoadGraph(SavedGraph(static_cast<Lit_c *>(&Graph.Lamp)), pLit).IsSound());
+    EXPECT_EQ(pLit, Classes.Lamps.m_dMade.back().get());
+}
+
+// With any byte changed, and with any two words exchanged, every pointer leads to an object of its type or nowhere.
+TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
+{
+    Classes_s Classes;
+    Graph_s Graph;
+    std::string const sWhole = SavedGraph(&Graph.Owner);
+    int nSound = 0;
+    auto const ExpectSound = [&](std::string const & sBytes)
+    {
+        Classes.Owners.m_dMade.clear();
+        Classes.Balls.m_dMade.clear();
+        Classes.Lamps.m_dMade.clear();
+        Owner_s * pRoot = nullptr;
+        EXPECT_EQ(FailedConditions([&] { nSound += LoadGraph(sBytes, pRoot).IsSound(); }), "");
+        std::set<void const *> dAll{ nullptr };
+        for (auto const & p : Classes.Owners.m_dMade)
+        {
+            dAll.insert(p.get());
+        }
+        std::set<Shape_c const *> dShapes{ nullptr };
+        std::set<Lit_c const *> dLit{ nullptr };
+        for (auto const & p : Classes.Balls.m_dMade)
+        {
+            dShapes.insert(p.get());
+            EXPECT_TRUE(dAll.contains(p->m_pOwner));
+        }
+        for (auto const & p : Classes.Lamps.m_dMade)
+        {
+            dShapes.insert(p.get());
+            dLit.insert(p.get());
+            EXPECT_TRUE(dAll.contains(p->m_pOwner));
+        }
+        for (auto const & p : Classes.Lamps.m_dMade)
+        {
+            EXPECT_TRUE(dLit.contains(p->m_pTwin));
+        }
+        for (auto const & p : Classes.Owners.m_dMade)
+        {
+            EXPECT_TRUE(dAll.contains(p->pNext));
+            EXPECT_TRUE(
+                std::all_of(p->dShapes.begin(), p->dShapes.end(), [&](auto * q) { return dShapes.contains(q); }));
+        }
+    };
+    for (std::size_t i = 4; i < sWhole.size(); ++i)
+    {
+        for (int const iFlip : { 0x01, 0x80, 0x07 })
+        {
+            ExpectSound(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip)));
+        }
+        for (std::size_t j = 4; j + 4 <= sWhole.size() && i + 4 <= sWhole.size(); ++j)
+        {
+            ExpectSound(std::string(sWhole).replace(i, 4, sWhole, j, 4).replace(j, 4, sWhole, i, 4));
+        }
+    }
+    EXPECT_GT(nSound, 0);
+}
+
+TEST(SerializerTyped, WhatHasNoSerializerOrAnotherClassIsRefused)
+{
+    Graph_s Graph;
+    {
+        Owner_s Loner;
+        EXPECT_THAT(FailedConditions([&] { EXPECT_EQ(SavedGraph(&Loner), ""); }),
+            testing::StartsWith("a Serializer_T has this class and names this base"));
+    }
+    Classes_s Classes;
+    Kept_T<Lamp_c> Nameless("Lamp");   // names no base
+    Classes.Lamps.m_dMade.clear();
+    Owner_s * pOwner = nullptr;
+    std::string const sBall = SavedGraph(static_cast<Shape_c *>(&Graph.Ball));
+    ArchiveResult_s const Result = LoadGraph(sBall, pOwner);
+    EXPECT_EQ(std::tuple(pOwner, std::string(Result.sWhyNot), Classes.Balls.m_dMade.size()),
+        std::tuple(nullptr, std::string("an object of class 'Ball'"), 0u));
+}
+
+TEST(SerializerTyped, StaticObjectsAndPartsAreKnown)
+{
+    Classes_s Classes;
+    Owner_s House{ "house", {}, nullptr }, Root{ "root", {}, &House }, *pRoot = &Root;
+    Serializer_c::ResetCache();
+    Classes.Owners.RegisterStatic(House);
+    MemoryWriteable_c Writer(1);
+    auto const Pass = [&](Serializeable_c & Archive)
+    {
+        Archive.Open();
+        Serializer_c::StartSerialize(Archive, true);
+        Archive.Serialize(pRoot);
+        return !Archive.IsFailed();
+    };
+    EXPECT_TRUE(Pass(Writer));
+    House.sName = "";
+    MemoryReadable_c Reader(Writer.GetBytes(), 1);
+    EXPECT_EACH(Pass(Reader), pRoot != &Root, pRoot->pNext == &House, House.sName == "house");
+    EXPECT_EQ(Classes.Owners.m_dMade.size(), 1u) << "the static object is not made";
+    struct Forget_s : Serializer_c
+    {
+        using Serializer_c::dRegisteredStaticPointers;
+    };
+    Forget_s::dRegisteredStaticPointers.Reset();
+}
