@@ -118,7 +118,8 @@ bool Serializeable_c::SerializeRun(void * pData, std::size_t nBytes)
     return true;
 }
 
-int Serializeable_c::SerializeCount(std::size_t nElements, std::size_t nBytesEach)
+// Transfers a number of elements that the memory for small values does not hold, or that is wrong.
+int Serializeable_c::SerializeCountSlowly(std::size_t nElements, std::size_t nBytesEach)
 {
     bool const bCounts = nElements <= std::size_t{ std::numeric_limits<int>::max() };
     int nCount = bCounts ? static_cast<int>(nElements) : -1;

@@ -56,6 +56,7 @@
 
 #include <concepts>
 #include <span>
+#include <string_view>
 #include <type_traits>
 
 class File_c;
@@ -235,13 +236,17 @@ public:
         }
         else
         {
-            StoreText(sValue.GetBuffer(), StrLengthMax(sValue.GetBuffer(), N - 1));
+            StoreText(sValue.CStr(), static_cast<std::size_t>(sValue.Length()));
         }
     }
 
     /// Stores a text of nLength characters and the byte after them. Asserts that the archive is writing; otherwise fails
     /// it. Also fails it if the length is above the `int`s.
     void StoreText(char const * sText, std::size_t nLength);
+
+    /// Loads a text that the archive has in memory and returns true. sText is valid as long as that memory. Returns
+    /// false and loads nothing if the archive is not a reader of memory, or if there is no whole text.
+    bool ViewText(std::string_view & sText);
 
     /// Stores or loads three lanes of a vector. The fourth is neither stored nor changed.
     void SerializeVector3(__m128 & vValue);
@@ -288,6 +293,7 @@ private:
 
     void SerializeFlag(bool & bValue);
     bool SerializeRun(void * pData, std::size_t nBytes);
+    int SerializeCountSlowly(std::size_t nElements, std::size_t nBytesEach);
     bool StepLabel(std::uint32_t dwLabel);
     void StoreLongText(char const * sText, std::size_t nLength);
     void ReadString(char * sBuffer, int iBufLength);

@@ -37,6 +37,40 @@ inline void Serializeable_c::StoreText(char const * sText, std::size_t nLength)
     m_pPos += nBytes;
 }
 
+inline bool Serializeable_c::ViewText(std::string_view & sText)
+{
+    std::uint32_t nLength = 0;
+    auto const nLeft = static_cast<std::size_t>(m_pEnd - m_pPos);
+    if (!m_bIsReading || nLeft <= sizeof nLength)
+    {
+        return false;
+    }
+    std::memcpy(&nLength, m_pPos, sizeof nLength);
+    if (nLength >= nLeft - sizeof nLength)
+    {
+        return false;
+    }
+    sText = { reinterpret_cast<char const *>(m_pPos + sizeof nLength), nLength };
+    m_pPos += sizeof nLength + nLength + 1;
+    return true;
+}
+
+inline int Serializeable_c::SerializeCount(std::size_t nElements, std::size_t nBytesEach)
+{
+    std::uint32_t nCount = 0;
+    auto const nLeft = static_cast<std::size_t>(m_pEnd - m_pPos);
+    if (m_bIsReading && nLeft >= sizeof nCount) [[likely]]
+    {
+        std::memcpy(&nCount, m_pPos, sizeof nCount);
+        if (nCount <= (nLeft - sizeof nCount) / nBytesEach)
+        {
+            m_pPos += sizeof nCount;
+            return static_cast<int>(nCount);
+        }
+    }
+    return SerializeCountSlowly(nElements, nBytesEach);
+}
+
 inline void Serializeable_c::SerializeFlag(bool & bValue)
 {
     auto nFlag = static_cast<unsigned char>(bValue);

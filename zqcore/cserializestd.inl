@@ -10,7 +10,7 @@ namespace archives
     {
         constexpr std::size_t FIRST_STEP = 4096;
         bool const bKnown = Archive.GetLeft() >= 0;
-        d.clear();
+        d.resize(bKnown ? nValues : 0);
         for (std::size_t nLoaded = 0; nLoaded < nValues && !Archive.IsFailed();)
         {
             std::size_t const nStep = bKnown ? nValues : std::min(nValues - nLoaded, std::max(nLoaded, FIRST_STEP));
@@ -54,6 +54,31 @@ namespace archives
         {
             auto const nLeft = static_cast<std::size_t>(std::max(Archive.GetLeft(), 0));
             d.reserve(std::min(nElements, nLeft / sizeof(typename T::value_type)));
+        }
+    }
+
+    // Loads elements one by one. A text that is there already keeps its storage.
+    template <typename T>
+    void LoadElements(Serializeable_c & Archive, T & d, std::size_t nElements)
+    {
+        if (!ArchiveText_T<typename T::value_type> || d.size() > nElements)
+        {
+            d.clear();
+        }
+        std::size_t nLoaded = 0;
+        for (auto it = d.begin(); it != d.end() && !Archive.IsFailed(); ++it, ++nLoaded)
+        {
+            TransferElement(Archive, d, it);
+        }
+        if (nLoaded < d.size())
+        {
+            return d.resize(nLoaded);   // the archive has failed
+        }
+        Reserve(Archive, d, nElements);
+        for (; nLoaded < nElements && !Archive.IsFailed(); ++nLoaded)
+        {
+            d.emplace_back();
+            TransferElement(Archive, d, std::prev(d.end()));
         }
     }
 
@@ -118,6 +143,11 @@ void Serialize(Serializeable_c & Archive, T & sText)
     {
         return Archive.StoreText(sText.data(), sText.size());
     }
+    if (std::string_view sView; Archive.ViewText(sView)) [[likely]]
+    {
+        sText.assign(sView.data(), sView.size());
+        return;
+    }
     auto const nLength = static_cast<std::size_t>(Archive.SerializeCount(0));
     if (!Archive.IsFailed())
     {
@@ -153,13 +183,7 @@ void Serialize(Serializeable_c & Archive, T & d)
     }
     else if (Archive.IsReading())
     {
-        d.clear();
-        archives::Reserve(Archive, d, nElements);
-        for (std::size_t i = 0; i < nElements && !Archive.IsFailed(); ++i)
-        {
-            d.emplace_back();
-            archives::TransferElement(Archive, d, std::prev(d.end()));
-        }
+        archives::LoadElements(Archive, d, nElements);
     }
     else
     {
