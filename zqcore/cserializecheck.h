@@ -1,29 +1,24 @@
 // cserializecheck.h: checks of an archive ahead of its load.
 //
 // A load of a damaged archive ends the program at the first label or chunk that is not the expected one, and asserts at
-// other errors (cserialize.h). ArchiveCheck runs over the archive before, says what is wrong and where, and does
-// neither. It checks the version, then what the caller names: chunks, whose frames must follow one another, or a
-// function that makes the calls of a load, labels among them.
+// other errors (cserialize.h). ArchiveCheck reads the archive before and does neither: its result says what is wrong
+// and where. It checks the version, and then either chunks that follow one another, or all that a function of the
+// caller loads, labels included. The archive is a file that is open (FileBytes) or is in memory.
 //
-// Only a seal (cfilesave.h) detects that a value has changed.
+// A check does not detect that a value has changed. A seal does (cfilesave.h).
 //
-// Ownership: a check copies nothing; what its function makes is the function's.
+// Ownership: a check copies nothing. The caller owns what its function makes.
 // Threads: as a reader.
 // Cost: a list of chunks costs one step for each. A function costs what it does. Nothing allocates.
 // Failure: is the result. A chunk that is begun or ended out of order is a fault of the function and asserts.
 //
-//     MemoryWriteable_c Archive(ARCHIVE_SAVED_GAME_VERSION);
-//     Archive.Open();
-//     for (char const * szChunk : { "Units", "Map" })
-//     {
-//         Archive.ChunkBegin(szChunk);
-//         Archive.ChunkEnd(szChunk);
-//     }
-//     ArchiveResult_s const Result = ArchiveCheck(Archive.GetBytes(), ARCHIVE_SAVED_GAME_VERSION, { "Units", "Map" });
+//     File_c * const pFile = FileOpen("one.sav");
+//     ArchiveResult_s const Result = ArchiveCheck(FileBytes(pFile), ARCHIVE_SAVED_GAME_VERSION, { "Units", "Map" });
 //     if (!Result.IsSound())
 //     {
-//         Log("The save is damaged at byte %i: %s.", Result.iPosition, Result.sWhyNot.CStr());
+//         Log("one.sav, byte %i: %s", Result.iPosition, Result.sWhyNot.CStr());
 //     }
+//     FileClose(pFile);
 #pragma once
 
 #include "zqcore/cserialize.h"
@@ -70,8 +65,8 @@ private:
 ZQ_API ArchiveResult_s ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks = {});
 
-/// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c and returns the result. fnLoad may make any calls of
-/// a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that are thrown away.
+/// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c and returns the result. fnLoad may make some calls of
+/// a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that are not used.
 template <typename LOAD>
 requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_s ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, LOAD fnLoad)

@@ -142,10 +142,9 @@ public:
     static void RegisterPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores or loads a pointer to an object of a class that has a Serializer_T, or null. Serialize of the archive
-    /// calls it. Between a save and its load the dynamic type is kept.
-    /// - Writing: asserts that the class of the object has a Serializer_T, which names T if it is a base; otherwise fails
-    ///   the archive.
-    /// - Reading: a class that is not T and does not name it asserts and fails the archive.
+    /// calls it. A load makes an object of the class that was stored.
+    /// - Writing: asserts that the Serializer_T of the object's class names T; otherwise fails the archive.
+    /// - Reading: a class whose Serializer_T does not name T asserts and fails the archive.
     template <typename T>
     static void SerializePointer(Serializeable_c & archive, T *& pObject);
 
@@ -280,11 +279,13 @@ private:
     static std::uint16_t s_nClasses;
 };
 
-/// Serializer of a class T, by which its objects take part in graphs. There is one instance, static and never destroyed
-/// before the last pass. The fields are transferred by T's member or function `Serialize` (cserialize.h). A T with
-/// virtual functions that is not final has a member `virtual Serializer_c & GetSerializer() const`, which returns the
-/// instance; classes that derive from it override it and have a Serializer_T of their own. BASES are the bases of T
-/// whose pointers lead to objects of T.
+/// Serializer of a class T, by which its objects take part in graphs. It has one instance, which is static. The member
+/// or the function `Serialize` of T (cserialize.h) transfers the fields. BASES are the bases of T whose pointers may lead
+/// to objects of T.
+///
+/// A T with virtual functions has a public member `virtual Serializer_c & GetSerializer() const`, which returns the
+/// instance. Each class that derives from T overrides it and has a Serializer_T of its own. A T that is final or has no
+/// virtual functions needs no such member.
 template <typename T, typename... BASES>
 class Serializer_T : public Serializer_c
 {
@@ -297,12 +298,13 @@ public:
     /// RegisterStaticPointer does.
     void RegisterStatic(T & Object) { RegisterSerializedStaticPointer(&Object, m_sClassName); }
 
-    /// Registers a T that is part of another object, which must call it in its Serialize before a pointer leads there.
+    /// Registers a T that is a part of another object. The other object's Serialize calls it, before any pointer to the
+    /// part is serialized.
     void RegisterPart(Serializeable_c & Archive, T & Part) { RegisterOwnPointer(Archive, &Part); }
 
 protected:
-    /// Makes an object for a load to fill, and returns it. Null fails the archive. The caller of the load owns it, also
-    /// after a failed load; a subclass can note it.
+    /// Makes and returns an object for a load to fill. Null fails the archive. The caller of the load owns the object,
+    /// also if the load fails. A subclass can keep a list of the objects.
     virtual T * Make() { return ZQ_NEW T; }
 
     void SerializeObject(Serializeable_c & archive, void *& pObject) override;
