@@ -1,6 +1,9 @@
 // The blocks of the documents, cut out by the build (tests/examples.cmake) and run (CONTRIBUTING.md has the rules).
 #include "tests/test_support.h"
 
+#include <fstream>
+#include <regex>
+
 namespace fs = std::filesystem;
 
 namespace
@@ -15,6 +18,12 @@ namespace
     };
 
     fs::path const g_Source = fs::path(TEST_MEDIA_FOLDER).parent_path().parent_path();
+
+    std::string ReadFile(fs::path const & Path)
+    {
+        std::ifstream File(Path);
+        return { std::istreambuf_iterator<char>(File), {} };
+    }
 
     /// Returns whether a text is the expected one, in which `...` means any text.
     bool Matches(std::string_view sText, std::string_view sExpected)
@@ -88,3 +97,39 @@ namespace
 }
 
 #include "documents/pages.inl"
+
+// The tables of messages quote the library, with its %s and %i, whole or in part.
+TEST(Documents, QuoteMessagesThatExistAndLinkToFilesThatExist)
+{
+    std::string sSource;
+    for (char const * szFolder : { "zqcore", "platform", "tools" })
+    {
+        for (auto const & Entry : fs::recursive_directory_iterator(g_Source / szFolder))
+        {
+            sSource += Entry.is_regular_file() ? ReadFile(Entry.path()) : "";
+        }
+    }
+    sSource = std::regex_replace(sSource, std::regex("\"\n *\""), "");
+    sSource = std::regex_replace(sSource, std::regex("\\\\([\"\\\\])"), "$1");
+    std::regex const Row("\n\\| `([^\n]*?)` \\|"), Link("\\]\\(([a-z_./]+\\.[a-z]+)[#)]");
+    int nMessages = 0;
+    for (auto const & Entry : fs::directory_iterator(g_Source / "docs/guides"))
+    {
+        std::string const sPage = ReadFile(Entry.path());
+        std::size_t nTable = sPage.find("\n| Message |");
+        while (nTable != std::string::npos)
+        {
+            std::string const sTable = sPage.substr(nTable, sPage.find("\n\n", nTable) - nTable);
+            for (std::sregex_iterator Cell(sTable.begin(), sTable.end(), Row), End; Cell != End; ++Cell, ++nMessages)
+            {
+                EXPECT_NE(sSource.find((*Cell)[1]), std::string::npos) << Entry.path() << ": " << (*Cell)[1];
+            }
+            nTable = sPage.find("\n| Message |", nTable + 1);
+        }
+        for (std::sregex_iterator At(sPage.begin(), sPage.end(), Link), End; At != End; ++At)
+        {
+            EXPECT_TRUE(fs::exists(Entry.path().parent_path() / (*At)[1].str())) << Entry.path() << ": " << (*At)[1];
+        }
+    }
+    EXPECT_GT(nMessages, 50);
+}

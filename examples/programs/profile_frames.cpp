@@ -9,9 +9,8 @@ namespace
 {
     void Work(char const * szTimer, double tSeconds)
     {
-        ProfilerPush(szTimer, false);
+        ProfilerScope_c const Timer(szTimer);
         longTimeWait(tSeconds);   // in place of the work
-        ProfilerPop();
     }
 }
 
@@ -26,10 +25,11 @@ int main(int nArguments, char ** dArguments)
     ProfilerInitSwapStats(nArguments > 1 ? dArguments[1] : "frames.stats");
     for (int iFrame = 0; iFrame < 2 * PROFILER_FRAMES; ++iFrame)   // the file gets whole rings of 150 frames
     {
-        ProfilerBeginFrame();
-        Work("Physics", iFrame == 100 ? 0.005 : 0.0001);   // one frame is slow
-        Work("Sound", 0.00005);
-        ProfilerEndFrame();
+        {
+            ProfilerFrameScope_c const Frame;
+            Work("Physics", iFrame == 100 ? 0.005 : 0.0001);   // one frame is slow
+            Work("Sound", 0.00005);
+        }
         ProfilerUpdateFrame(false);
     }
     profiler::timer_t const * const pPhysics = ProfilerGetTimer("Physics");

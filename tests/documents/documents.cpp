@@ -1,4 +1,10 @@
 // The programs of the documents, cut out by the build (tests/examples.cmake): documents NAME runs one of them.
+#include <cstdio>
+#include <initializer_list>
+#include <map>
+#include <string>
+#include <vector>
+
 #include "documents/blocks.inl"
 
 namespace
