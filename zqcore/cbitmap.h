@@ -276,6 +276,8 @@ private:
 
 class ZQ_API BitMap_c;
 class ZQ_API BitMap3D_c;
+
+/// Bases of a plane and of a space.
 using BitPlane_t = BitField_T<BitMap_c, int>;
 using BitSpace_t = BitField_T<BitMap3D_c, int, int>;
 

@@ -18,12 +18,13 @@
 
 #include "zqcore/cmodule.h"
 
-/// Points of the plane and the space.
+/// Point of the plane.
 struct Vector2_t
 {
     float x, y;
 };
 
+/// Point of the space.
 struct Vec3fpu_t
 {
     float x, y, z;

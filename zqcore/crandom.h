@@ -103,6 +103,8 @@ struct alignas(16) RandomMask_t
 {
     std::array<std::uint32_t, 4> dLanes;
 };
+
+/// The bits of 1.0f, and those of the mantissa.
 extern ZQ_API RandomMask_t const MM_EXPONENT_MASK;
 extern ZQ_API RandomMask_t const MM_MANTISSA_MASK;
 

@@ -16,6 +16,7 @@
 
 #include "zqcore/cconfig.h"
 
+/// Parts of the version of these headers.
 #define ZQCORE_VERSION_MAJOR 0
 #define ZQCORE_VERSION_MINOR 2
 #define ZQCORE_VERSION_PATCH 0
