@@ -178,7 +178,6 @@ std::size_t ZipArchive_c::ReadBuffered(void * pBuffer, std::size_t nBytes)
         {
             m_nBufferAt = m_nAt;
             m_nBuffered = static_cast<std::uint32_t>(ReadDisk(m_nAt, m_dBuffer, BUFFER));
-            nGot = 0;
             if (m_nBuffered > 0)
             {
                 continue;

@@ -57,10 +57,10 @@ enum class ZipOrder_e
     Under   // the present one
 };
 
-/// Number of entries from which on an archive is not mounted.
+/// Maximum number of entries of an archive.
 inline constexpr int ZIP_MOST_ENTRIES = 32768;
 
-/// Ratio of size to compressed size from which on a file of more than 1 MiB is skipped.
+/// Maximum ratio of size to compressed size of a file of more than 1 MiB.
 inline constexpr int ZIP_MOST_EXPANSION = 250;
 
 /// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters. The keys are bare
