@@ -7,7 +7,7 @@
 - A comment over several declarations without an empty line between them is the comment of each. So is one in the
   plural over several functions with bodies.
 - What Doxygen would take for a command or a tag is text, unless it is in backquotes.
-- Specialisations are left out: they have the names of their template.
+- Specialisations without a comment are left out: they have the names of their template.
 """
 import html
 import re
@@ -53,9 +53,13 @@ for number, line in enumerate(text.split("\n")):
         output.append(line)
         complete = not line.endswith("\\")
         continue
-    if hidden is None and (text == "template <>" or re.match(r"struct std::", text)):
+    if hidden is None and (text == "template <>" or re.match(r"struct std::", text)
+                           or not comment and re.match(r"(struct|class) \w+<", text)):
         hidden = 0
-        output.append("/// @cond")
+        at = len(output)
+        while output[at - 1].startswith(("template", "///")):
+            at -= 1
+        output.insert(at, "/// @cond")
     if hidden is not None:
         output.append(line)
         hidden += line.count("{") - line.count("}")
