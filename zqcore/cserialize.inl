@@ -6,7 +6,7 @@
 
 static_assert(std::endian::native == std::endian::little, "values are stored as they are in memory");
 
-inline bool Serializeable_c::SerializeBytes(void * pData, std::size_t nBytes)
+ZQ_INLINE bool Serializeable_c::SerializeBytes(void * pData, std::size_t nBytes)
 {
     if (nBytes > static_cast<std::size_t>(m_pEnd - m_pPos)) [[unlikely]]
     {
