@@ -107,6 +107,10 @@ int main()
     Guid_c::FromText("f81d4fae-7dec-11d0-a765-00a0c91e6bf6", Guid);
     BufferedWriteable_c Writer("new.sav", 0x10002);
     Readable_c Reader(FileOpen("old.sav"), 0x10002), Closed(nullptr, 0x20001);
+    MemoryWriteable_c Packet(0x10002);
+    Packet.Open();
+    MemoryReadable_c Received(Packet.GetBytes(), 0x10002);
+    Received.Open();
     Writer.Open();
     Writer.ChunkBegin("units");
     Reader.Open();

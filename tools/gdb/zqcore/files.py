@@ -50,6 +50,17 @@ class ReaderPrinter(ArchivePrinter):
         return f"reader of {quoted(file['sName'])} at byte {position} of {length}{in_chunk}"
 
 
+class MemoryReaderPrinter(ArchivePrinter):
+    """A MemoryReadable_c."""
+
+    def place(self):
+        left = int(self.value["m_pEnd"]) - int(self.value["m_pPos"])
+        if left < 0:
+            raise Damaged(f"{left} bytes left")
+        name = self.value["m_szName"].string(errors="replace")
+        return f'reader of "{name}" with {counted(left, "byte")} left'
+
+
 class WriterPrinter(ArchivePrinter):
     """A Writeable_c or a BufferedWriteable_c."""
 
@@ -65,13 +76,25 @@ class WriterPrinter(ArchivePrinter):
         name = quoted(self.value["m_sFileName"])
         if not int(self.value["m_hFile"]):
             return f"closed writer of {name}"
+        return f"writer of {name} at byte {int(self.value['m_nPosition']) + self.waiting()}{self.chunk()}"
+
+    def chunk(self):
+        """Returns where the open chunk begins, as a text."""
         chunk = int(self.value["m_dwCurrentChunk"])
-        in_chunk = f", in the chunk at byte {chunk}" if chunk != self.NO_CHUNK else ""
-        return f"writer of {name} at byte {int(self.value['m_nPosition']) + self.waiting()}{in_chunk}"
+        return f", in the chunk at byte {chunk}" if chunk != self.NO_CHUNK else ""
+
+
+class MemoryWriterPrinter(WriterPrinter):
+    """A MemoryWriteable_c."""
+
+    def place(self):
+        return f"writer of memory at byte {int(self.value['m_pPos']) - int(self.value['m_pStart'])}{self.chunk()}"
 
 
 PRINTERS = (
     ("File_c", "File_c|FileOnDisk_c", FilePrinter),
     ("Readable_c", "Readable_c", ReaderPrinter),
+    ("MemoryReadable_c", "MemoryReadable_c|ArchiveCheck_c", MemoryReaderPrinter),
+    ("MemoryWriteable_c", "MemoryWriteable_c", MemoryWriterPrinter),
     ("Writeable_c", "Writeable_c|BufferedWriteable_c", WriterPrinter),
 )
