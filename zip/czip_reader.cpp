@@ -62,7 +62,7 @@ std::size_t ZipReader_c::Read(void * pBuffer, std::size_t nBytes)
     m_dwCrc = Crc32(std::as_bytes(std::span(pTo, nWanted)), m_dwCrc);
     if (m_nAt == m_Facts.nSize && !m_bSkipped && !(m_dwCrc == m_Facts.dwCrc && IsAtDataEnd()))
     {
-        Fail(m_dwCrc == m_Facts.dwCrc ? WRONG_SIZE : DAMAGED);
+        m_szWhyNot = m_szWhyNot ? m_szWhyNot : m_dwCrc == m_Facts.dwCrc ? WRONG_SIZE : DAMAGED;
         return 0;
     }
     return nWanted;
@@ -124,7 +124,7 @@ bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
     return true;
 }
 
-// Returns whether nothing follows the contents.
+// Returns whether the deflated data end with the contents.
 bool ZipReader_c::IsAtDataEnd()
 {
     if (!m_Facts.bDeflated || m_Facts.nStored == 0)
@@ -134,8 +134,9 @@ bool ZipReader_c::IsAtDataEnd()
     unsigned char cMore;
     m_Inflater.next_out = &cMore;
     m_Inflater.avail_out = 1;
-    int iResult = Z_OK;
-    while (iResult == Z_OK && m_Inflater.avail_out > 0 && (m_Inflater.avail_in > 0 || m_nFed < m_Facts.nStored))
+    int iResult = inflate(&m_Inflater, Z_NO_FLUSH);   // repeats the end of data that it has reached
+    while ((iResult == Z_OK || iResult == Z_BUF_ERROR) && m_Inflater.avail_out > 0
+           && (m_Inflater.avail_in > 0 || m_nFed < m_Facts.nStored))
     {
         if (m_Inflater.avail_in == 0 && !Feed())
         {
@@ -143,7 +144,7 @@ bool ZipReader_c::IsAtDataEnd()
         }
         iResult = inflate(&m_Inflater, Z_NO_FLUSH);
     }
-    return m_Inflater.avail_out == 1;
+    return m_Inflater.avail_out == 1 && (iResult == Z_STREAM_END || Fail(DAMAGED));
 }
 
 bool ZipReader_c::Seek(std::uint32_t nAt)
