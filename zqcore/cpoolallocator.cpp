@@ -20,9 +20,9 @@ void * PoolBlocks_c::AllocateLarge(std::size_t nBytes, std::size_t nAlignment)
     return ::operator new(nBytes, std::align_val_t(nAlignment));
 }
 
-void PoolBlocks_c::FreeLarge(void * pBlock, std::size_t nBytes, std::size_t nAlignment)
+void PoolBlocks_c::FreeLarge(void * pBlock, std::size_t nAlignment)
 {
-    ::operator delete(pBlock, nBytes, std::align_val_t(nAlignment));
+    ::operator delete(pBlock, std::align_val_t(nAlignment));
 }
 
 void PoolElements_c::Refuse(std::size_t nBytes, std::size_t nAlignment) const

@@ -55,13 +55,13 @@ public:
         }
         else
         {
-            FreeLarge(pBlock, nBytes, nAlignment);
+            FreeLarge(pBlock, nAlignment);
         }
     }
 
 private:
     ZQ_API static void * AllocateLarge(std::size_t nBytes, std::size_t nAlignment);
-    ZQ_API static void FreeLarge(void * pBlock, std::size_t nBytes, std::size_t nAlignment);
+    ZQ_API static void FreeLarge(void * pBlock, std::size_t nAlignment);
 
     StaticMemoryPool_c m_Pool;
 };
