@@ -243,7 +243,7 @@ zip_int64_t ZipArchive_c::Serve(void * pData, zip_uint64_t nBytes, zip_source_cm
         zip_stat_init(&Stat);
         Stat.valid = ZIP_STAT_SIZE;
         Stat.size = m_nSize;
-        std::memcpy(pData, &Stat, std::min<std::size_t>(nBytes, sizeof Stat));
+        std::memcpy(pData, &Stat, static_cast<std::size_t>(std::min<zip_uint64_t>(nBytes, sizeof Stat)));
         return sizeof Stat;
     }
     case ZIP_SOURCE_ERROR:
