@@ -17,12 +17,13 @@ static void RunExample()
 class FileZipTest : public MediaTest
 {
 protected:
-    // A change of an entry's directory record: nBytes at iAt get the value.
+    // A change of an entry's directory record: nBytes at iAt get the value, or become less by nLess.
     struct Patch_s
     {
         std::size_t iAt = 0;
         std::size_t nBytes = 0;
         std::uint32_t nValue = 0;
+        std::uint32_t nLess = 0;
     };
     enum Field_e : std::size_t
     {
@@ -60,7 +61,13 @@ protected:
         std::string sBytes = Folder.Read(sArchive);
         std::size_t const iRecord = sBytes.rfind(sName) - NAME;
         ASSERT_EQ(sBytes.substr(iRecord, 4), "PK\1\2") << sName;
-        std::memcpy(&sBytes[iRecord + Patch.iAt], &Patch.nValue, Patch.nBytes);
+        std::uint32_t nValue = Patch.nValue;
+        if (Patch.nLess > 0)
+        {
+            std::memcpy(&nValue, &sBytes[iRecord + Patch.iAt], Patch.nBytes);
+            nValue -= Patch.nLess;
+        }
+        std::memcpy(&sBytes[iRecord + Patch.iAt], &nValue, Patch.nBytes);
         Folder.Write(sArchive, sBytes);
     }
 
@@ -252,6 +259,7 @@ TEST_F(FileZipTest, DamagedContentsFailWithAReasonAndLeaveNothing)
              { "f.bin", { SIZE, 4, 39999 }, "its data in the archive are damaged" },
              { "f.bin", { SIZE, 4, 40001 }, "its contents do not have the size that the archive states" },
              { "f.bin", { STORED, 4, 99 }, "its data in the archive are damaged" },
+             { "f.bin", { STORED, 4, 0, 1 }, "its data in the archive are damaged" },   // the end of the data is cut
              { "f.bin", { METHOD, 2, 0 }, "" },
              { "=f.bin", { METHOD, 2, 8 }, "its data in the archive are damaged" },
              { "f.bin", { HEADER, 4, 0x7FFFFFFF }, "its data can't be read from the archive" },
