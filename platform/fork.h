@@ -14,9 +14,9 @@
 
 namespace plat
 {
-    /// Registration of a lock. Requires that the lock outlives this object. A fork enters all registered locks, so that the data
-    /// that they guard are complete in the child. It leaves them in the parent and in the child. Their order does not
-    /// matter: if another thread holds one, the fork leaves the others and waits for that one first.
+    /// Registration of a lock. Requires that the lock outlives this object. A fork enters all registered locks, so that
+    /// the data that they guard are complete in the child. It leaves them in the parent and in the child. Their order
+    /// does not matter: if another thread holds one, the fork leaves the others and waits for that one first.
     class ForkLock_c
     {
     public:

@@ -173,8 +173,8 @@ namespace plat
         /// Returns false for other types.
         bool TypeName(SymbolType_t iType, char * szName, std::size_t nSize);
 
-        /// Returns the number of members of a structure, at most SYMBOL_MEMBERS. Its bases come first; static members are left
-        /// out. Returns 0 for every other type, and for structures nested deeper than 16.
+        /// Returns the number of members of a structure, at most SYMBOL_MEMBERS. Its bases come first; static members
+        /// are left out. Returns 0 for every other type, and for structures nested deeper than 16.
         unsigned TypeMembers(SymbolType_t iType);
 
         /// Reads a member. Returns false after the last one.

@@ -47,8 +47,8 @@ public:
     /// Reads from a position of the archive's file. Returns the number of bytes read. Any thread.
     std::size_t ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t nBytes);
 
-    /// Returns the same archive with a handle and a lock of its own, or null if it can't be opened again. For the worker
-    /// of cfileasync.h.
+    /// Returns the same archive with a handle and a lock of its own, or null if it can't be opened again. For the
+    /// worker of cfileasync.h.
     ZipArchive_c * ForWorker();
 
     /// Add and remove a file. Removing the last one destroys a mounted archive.

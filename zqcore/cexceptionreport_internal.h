@@ -89,9 +89,9 @@ namespace exceptionreport
         return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
     }
 
-    /// Makes a private file and returns it, or null on failure. fnMakePath(szMore) writes the path to szPath. If its name
-    /// is in use by anything but a finished file of this user, that is left alone. Then an unpredictable szMore is tried
-    /// in the name, up to 15 times.
+    /// Makes a private file and returns it, or null on failure. fnMakePath(szMore) writes the path to szPath. If its
+    /// name is in use by anything but a finished file of this user, that is left alone. Then an unpredictable szMore is
+    /// tried in the name, up to 15 times.
     template <typename MAKE_PATH>
     plat::RawFile_t MakeUnderFreeName(char const * szPath, MAKE_PATH const & fnMakePath)
     {

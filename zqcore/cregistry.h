@@ -4,8 +4,9 @@
 // a key's path. Keys and value names compare without regard to ASCII case. A part of a path and a value name each have
 // at most 255 bytes, of any value but 0. A value has at most 16 MiB.
 //
-// Functions with a buffer and its size differ from the rule of cstring.h: nothing is cut. What does not fit is a failure,
-// and the buffer stays unchanged. With a text object or an integer of exact width (ctextvalue.h) it is the same.
+// Functions with a buffer and its size differ from the rule of cstring.h: nothing is cut. What does not fit is a
+// failure, and the buffer stays unchanged. With a text object or an integer of exact width (ctextvalue.h) it is the
+// same.
 //
 // Ownership: an object owns its open key. Results are copied to the caller.
 // Threads: one thread for each object. Any number of objects and processes may share the store. A value is replaced as
@@ -117,8 +118,9 @@ public:
     /// 0.
     int ReadValue(char const * sName, float * pValue);
 
-    /// Reads what WriteValue of an int or a std::uint32_t stores: a signed type takes the 4 bytes as an int, an unsigned
-    /// one as a std::uint32_t. Returns 0, with *pValue unchanged, for any other value and for a number outside the type.
+    /// Reads what WriteValue of an int or a std::uint32_t stores: a signed type takes the 4 bytes as an int, an
+    /// unsigned one as a std::uint32_t. Returns 0, with *pValue unchanged, for any other value and for a number outside
+    /// the type.
     template <Integer_T T>
     int ReadValue(char const * sName, T * pValue)
     {

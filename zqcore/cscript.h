@@ -8,8 +8,8 @@
 // The first read that needs more than is left sets m_bEndOfFile. It stays set until the next opening or a rewind. From
 // then on tokens are empty and numbers 0.
 //
-// The buffers of GetLine follow the rule of cstring.h; GetToken, GetSpecific, GetString and GetDump say how they differ.
-// A text object (ctextvalue.h) has no size to pass.
+// The buffers of GetLine follow the rule of cstring.h; GetToken, GetSpecific, GetString and GetDump say how they
+// differ. A text object (ctextvalue.h) has no size to pass.
 //
 // Ownership: the text is a private copy of a file, freed by CloseFile, or the caller's block, which must stay.
 // Threads: one thread for each object.
@@ -66,8 +66,8 @@ public:
     /// quotes, semicolons and commas separate tokens too. sToken has TOKEN_SIZE bytes.
     void GetToken(char * sToken, bool bPunctuation);
 
-    /// Reads the next token as GetToken does, into a text object of any capacity. If a String_T cuts it, that is an error
-    /// of GetLastError.
+    /// Reads the next token as GetToken does, into a text object of any capacity. If a String_T cuts it, that is an
+    /// error of GetLastError.
     template <TextObject_T TEXT>
     void GetToken(TEXT & sToken, bool bPunctuation)
     {
@@ -106,8 +106,8 @@ public:
     void SkipToken(char const * sToken);
 
     /// Moves after the next token that equals sToken, and returns true. Without bWholeToken, moves after the next token
-    /// that contains sToken, comments included. If sToken was found at //, also skips the rest of that line and the next
-    /// token. Searches from the start of the text or from the current position. Returns false, with position and
+    /// that contains sToken, comments included. If sToken was found at //, also skips the rest of that line and the
+    /// next token. Searches from the start of the text or from the current position. Returns false, with position and
     /// m_bEndOfFile unchanged, if there is none. m_iLines counts what was read, found or not; without bWholeToken that
     /// begins where sToken was found.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);

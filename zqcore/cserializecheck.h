@@ -65,8 +65,8 @@ private:
 ZQ_API ArchiveResult_s ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks = {});
 
-/// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c and returns the result. fnLoad may make some calls of
-/// a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that are not used.
+/// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c and returns the result. fnLoad may make some calls
+/// of a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that are not used.
 template <typename LOAD>
 requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_s ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, LOAD fnLoad)

@@ -466,8 +466,8 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-// Loads a class name and returns its serializer. Returns null, with the archive failed, if the name cannot be read. Also
-// returns null, after an assertion:
+// Loads a class name and returns its serializer. Returns null, with the archive failed, if the name cannot be read.
+// Also returns null, after an assertion:
 // - without such a serializer
 // - for another class than an expected one
 // - for an object inside itself

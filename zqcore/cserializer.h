@@ -280,8 +280,8 @@ private:
 };
 
 /// Serializer of a class T, by which its objects take part in graphs. It has one instance, which is static. The member
-/// or the function `Serialize` of T (cserialize.h) transfers the fields. BASES are the bases of T whose pointers may lead
-/// to objects of T.
+/// or the function `Serialize` of T (cserialize.h) transfers the fields. BASES are the bases of T whose pointers may
+/// lead to objects of T.
 ///
 /// A T with virtual functions has a public member `virtual Serializer_c & GetSerializer() const`, which returns the
 /// instance. Each class that derives from T overrides it and has a Serializer_T of its own. A T that is final or has no

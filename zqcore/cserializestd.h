@@ -6,8 +6,8 @@
 //
 // - Texts: std::string, with any allocator.
 // - Sequences: std::vector, std::vector<bool>, std::deque and std::list. Their elements need a default constructor.
-// - Maps and sets, ordered or not. Keys and values need a default constructor, and the keys of unordered ones `<`: their
-//   entries are stored in the order of their keys, so that equal contents have equal bytes.
+// - Maps and sets, ordered or not. Keys and values need a default constructor, and the keys of unordered ones `<`:
+//   their entries are stored in the order of their keys, so that equal contents have equal bytes.
 // - std::array, std::pair, std::tuple and std::optional.
 //
 // An element of a sequence, a map or a set must store at least one byte.

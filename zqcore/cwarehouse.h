@@ -126,8 +126,8 @@ public:
         return true;
     }
 
-    /// Reads the work line's cell as the name of an enumerator (ctextvalue.h). Returns false as the other forms do, also
-    /// for a name that the table does not have.
+    /// Reads the work line's cell as the name of an enumerator (ctextvalue.h). Returns false as the other forms do,
+    /// also for a name that the table does not have.
     template <typename ENUM>
     bool Get(char const * sColumn, ENUM & eValue, EnumNames_T<ENUM> dNames) const
     {
