@@ -17,8 +17,9 @@
 // - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MOST_EXPANSION
 //   times.
 //
-// The contents are checked against their CRC-32 and size when a file is read whole or streamed to its end. What does
-// not fit fails with a reason (File_c::GetWhyNot), and the caller never gets the whole of a damaged file.
+// The contents are checked against their CRC-32 and size when a file is read whole or streamed from its start to its
+// end. What does not fit fails with a reason (File_c::GetWhyNot), and such a read never returns the whole of a damaged
+// file. A part of a stored file that is loaded, or read after a seek, is not checked.
 //
 // The archive's file stays open while it is mounted, so a new file of that name has no effect until it is mounted
 // again. Contents that someone writes into the open file fail their check. Therefore Refresh does nothing for a file of
@@ -63,10 +64,10 @@ inline constexpr int ZIP_MOST_ENTRIES = 32768;
 /// Maximum ratio of size to compressed size of a file of more than 1 MiB.
 inline constexpr int ZIP_MOST_EXPANSION = 250;
 
-/// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters. The keys are bare
-/// names in lower case, or with bRelativeNames whole names with `\`. Returns false, with the reason, if the archive is
-/// mounted already, can't be opened, is damaged or over the limits, or if none of its files is added. Asserts that
-/// sArchive is not null.
+/// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters, 127 of them in its
+/// last part. The keys are bare names in lower case, or with bRelativeNames whole names with `\`. Returns false, with
+/// the reason, if the archive is mounted already, can't be opened, is damaged or over the limits, or if none of its
+/// files is added. Asserts that sArchive is not null.
 bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames = false);
 
 /// Removes an archive's files from the table, puts the files that they hid into it again, and returns true. Returns
