@@ -12,7 +12,7 @@
 // File_c.
 // Threads: one thread at a time for each archive.
 // Cost: nothing allocates, except a MemoryWriteable_c without memory of the caller. Values and texts are copied to the
-// buffer of a BufferedWriteable_c, and to and from memory, without a call.
+// buffer of a BufferedWriteable_c, and to and from memory, without a virtual call.
 // Failure: permanent. Once IsFailed is true, the position stays, values keep their contents, labels compare nothing and
 // chunks do nothing. So a save or load may run to its end and be checked once. A damaged file fails the archive, or
 // asserts or aborts as the declarations say.
@@ -181,7 +181,7 @@ public:
     /// - a value (ArchiveValue_T). A stored `bool` that is neither 0 nor 1 fails the archive. An enumerator is loaded
     ///   unchecked, as the number in the file.
     /// - a String_T, as SerializeString does.
-    /// - an array of such objects, without its length.
+    /// - an array of such objects, without its length. An array of `char` is refused.
     /// - a class with a member or a function `Serialize`.
     /// - a container, a text or an optional of the standard library, with zqcore/cserializestd.h.
     /// - a pointer to an object of a graph, with zqcore/cserializer.h.
@@ -201,9 +201,9 @@ public:
     /// than the rest of a reader's file can hold fails the archive. Returns 0 if the archive has failed.
     int SerializeCount(std::size_t nElements, std::size_t nBytesEach = 1);
 
-    /// Stores the version of a type, or loads one, in two bytes, and returns it, so that a type can change without a new
-    /// version of the archive. Asserts 1 <= iNewest <= 65535. A stored version that is 0 or above iNewest is logged with
-    /// sType and fails the archive. Returns iNewest if the archive has failed.
+    /// Stores the version of a type, or loads one, in two bytes, and returns it, so that a type can change without a
+    /// new version of the archive. Asserts 1 <= iNewest <= 65535. A stored version that is 0 or above iNewest fails the
+    /// archive and, unless a check runs, is logged with sType. Returns iNewest if the archive has failed.
     int SerializeVersion(char const * sType, int iNewest);
 
     /// Store the label of a name. A reader compares it; if the file holds another value, it calls Abort. The second
@@ -240,8 +240,8 @@ public:
         }
     }
 
-    /// Stores a text of nLength characters and the byte after them. Asserts that the archive is writing; otherwise fails
-    /// it. Also fails it if the length is above the `int`s.
+    /// Stores a text of nLength characters and the byte after them. Asserts that the archive is writing; otherwise
+    /// fails it. Also fails it if the length is above the `int`s.
     void StoreText(char const * sText, std::size_t nLength);
 
     /// Loads a text that the archive has in memory and returns true. sText is valid as long as that memory. Returns
@@ -276,9 +276,9 @@ protected:
     bool m_bFailed = false;
     std::uint32_t m_dwVersion;
 
-    /// Memory from which or to which small values are copied without a virtual call: the rest of a reader's file, or
-    /// the free part of a writer's buffer except its last byte. It is empty if each value must pass the virtual
-    /// Serialize, and once the archive has failed.
+    /// Memory from which or to which small values are copied without a virtual call: the rest of a reader's bytes, the
+    /// free part of a writer's memory, or that of a buffer except its last byte. It is empty if each value must pass
+    /// the virtual Serialize, and once the archive has failed.
     unsigned char * m_pPos = nullptr;
     unsigned char * m_pEnd = nullptr;
 
