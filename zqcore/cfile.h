@@ -121,7 +121,7 @@ protected:
     /// never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
-    /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for the first reason. Any
+    /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for each reason. Any
     /// thread.
     bool SetWhyNot(char const * szReason);
 
@@ -277,8 +277,8 @@ ZQ_API File_c * FileOpen(char const * name);
 /// not null and has a key.
 ZQ_API bool FileOpen(File_c * pFile);
 
-/// Returns why FileOpen, FileOpenStored or FileAddOneFile failed for this name: File_c::GetWhyNot of a known file. For an
-/// unknown name returns why the last FileAddOneFile failed if it had this bare name. Otherwise says that there is no
+/// Returns why FileOpen, FileOpenStored or FileAddOneFile failed for this name: File_c::GetWhyNot of a known file. For
+/// an unknown name returns why the last FileAddOneFile failed if it had this bare name. Otherwise says that there is no
 /// such file, or that a scan could not see all folders. Main thread.
 ZQ_API File_c::Reason_t FileGetWhyNot(char const * name);
 

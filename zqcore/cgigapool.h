@@ -69,8 +69,9 @@ public:
     void Init(int iElements, int iElementSize);
 
     /// Uses storage of the caller, which must outlive the pool or its Reset, and nothing of the heap. It holds as many
-    /// whole groups of 32 elements as fit; StorageFor returns the bytes for a number of elements. Storage that is too
-    /// small for a group makes a pool without elements. Asserts as the other form does.
+    /// whole groups of 32 elements as fit, but no more than MAX_ELEMENTS elements. StorageFor returns the bytes for a
+    /// number of elements. Storage that is too small for a group makes a pool without elements. Asserts that the pool
+    /// has no storage; if the developer continues, it keeps its storage.
     void Init(std::span<std::byte> Storage, int iElementSize);
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {

@@ -141,7 +141,8 @@ public:
     /// there is no memory: RequireStorage shows that.
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
-    /// Places as many groups as fit, with their records, in storage of the caller. Asserts as the other form does.
+    /// Places as many groups as fit, with their records, in storage of the caller, but no more than MAX_ELEMENTS
+    /// elements. Asserts that the slab has no storage, and returns false otherwise.
     bool Init(std::span<std::byte> Storage, int iElementSize);
 
     /// Returns the bytes of storage in which that form always places a number of elements.
@@ -151,6 +152,7 @@ public:
         return nGroups * GroupBytes(iElementSize) + ALIGNMENT - 1;
     }
 
+    /// Returns the number of elements, free or in use.
     int GetElements() const { return m_iNumElements; }
 
     /// Frees the storage. The sizes stay.

@@ -2,7 +2,8 @@
 //
 // A container that allocates node by node, such as std::list or std::map, runs fastest on a pool. Two classes pass a
 // pool on:
-// - PoolBlocks_c has blocks of all sizes and grows. Blocks of more than 1024 bytes come from the heap.
+// - PoolBlocks_c has blocks of all sizes and grows. Blocks of more than 1024 bytes, or with an alignment above 16, come
+//   from the heap.
 // - PoolElements_c has the elements of a GigaPoolStatic_c, which may lie in storage of the caller. It needs no heap.
 //
 // PoolAllocator_T is an allocator over one of them, PoolResource_T a std::pmr::memory_resource.
@@ -70,6 +71,7 @@ private:
 class PoolElements_c
 {
 public:
+    /// Uses a pool, which must outlive the object.
     explicit PoolElements_c(GigaPoolStatic_c & Pool)
         : m_Pool(Pool)
     {}
@@ -97,8 +99,8 @@ private:
     GigaPoolStatic_c & m_Pool;
 };
 
-/// Allocator of a standard container. Allocators of one pool are equal. A container that is moved or swapped takes its
-/// pool along; one that is assigned to keeps its own.
+/// Allocator of a standard container. Allocators of one pool are equal. A move, a swap or the copy of a container takes
+/// the pool along; a copy assignment does not.
 template <typename T, typename POOL = PoolBlocks_c>
 class PoolAllocator_T
 {
@@ -107,7 +109,8 @@ public:
     using propagate_on_container_move_assignment = std::true_type;
     using propagate_on_container_swap = std::true_type;
 
-    /// Uses a pool, which must outlive the container. Converts, so that a container's constructor takes the pool itself.
+    /// Uses a pool, which must outlive the container. Converts, so that a container's constructor takes the pool
+    /// itself.
     PoolAllocator_T(POOL & Pool) noexcept
         : m_pPool(&Pool)
     {}

@@ -1,10 +1,11 @@
 // cprintf.h: printf formats whose arguments are text classes.
 //
-// Log and its kin take a printf format. `%s` also takes a text class: a String_T, a std::string, a std::string_view, and
-// classes like them. If one of the arguments is such a class, a template passes its text to the function, and the format
-// must be a literal. It is checked against the arguments:
+// Log and its kin take a printf format. `%s` also takes a text class: a String_T, a std::string, a std::string_view,
+// and classes like them. If one of the arguments is such a class, a template passes its text to the function, and the
+// format must be a literal. It is checked against the arguments:
 // - g++ with optimization, and clang++ always, refuse a call whose format does not match.
-// - g++ without optimization checks when the call runs. A format that does not match is then written as it is.
+// - g++ without optimization checks when the call runs, and so does g++ for a format of more than 255 characters. A
+//   format that does not match is then written as it is.
 //
 // All other calls are those of the function itself, and the compiler checks them.
 //

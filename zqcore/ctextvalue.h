@@ -1,15 +1,17 @@
 // ctextvalue.h: what the readers of texts can write to, besides a buffer with its size.
 //
 // The readers (cwarehouse.h, cspreadsheet.h, cpropertylist.h, cscript.h, cregistry.h) also write to these:
-// - a text object: a String_T of any capacity, a std::string, or a class like it. A String_T cuts the text, and the
-//   reader reports that as it reports its other errors. A std::string holds any text.
+// - a text object: a String_T of any capacity, a std::string, or a class like it. A std::string holds any text. A
+//   String_T cuts the text, and a reader of cells or tokens reports that as it reports its other errors.
 // - an integer of exact width. A number outside its range is refused and never cut.
 // - an enumerator, by a table of names. Names compare without regard to ASCII case.
+//
+// A property list writes only texts. The registry cuts nothing: a text that a String_T cannot hold is a failure.
 //
 // Ownership: a table and its names belong to the caller.
 // Threads: any thread; nothing is shared.
 // Cost: nothing allocates, but a std::string may. A name takes a walk over its table.
-// Failure: the functions return false or a reason, and leave the caller's value unchanged.
+// Failure: the functions return false or a reason, and leave the caller's value unchanged. Only TextPut empties it.
 //
 //     enum class Element_e { Fire, Water };
 //     static constexpr EnumName_T<Element_e> NAMES[] = { { "fire", Element_e::Fire }, { "water", Element_e::Water } };
