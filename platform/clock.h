@@ -21,7 +21,7 @@ namespace plat
     bool CoarseClockRaise(unsigned nMilliseconds);
     void CoarseClockLower(unsigned nMilliseconds);
 
-    /// Returns the processor's free-running cycle counter.
+    /// Returns the processor's free-running cycle counter, or GoodClockTicks on a processor other than x86.
     std::int64_t CycleCounter();
 
     /// Returns the whole seconds since 1970-01-01 00:00 UTC, in 64 bits on every word size.

@@ -11,8 +11,8 @@
 // - ZQ_REFUSE_IF(bWrong, szText), after the declarator of a function, refuses calls for which a constant expression of
 //   its parameters is true. Has no effect with GCC. ZQ_COMPILE_ERROR(szText) refuses each call of a function that
 //   remains after optimization.
-// - ZQ_IS_CONSTANT(value) is true if the compiler knows the value. ZQ_FOLDS_CALLS is true if it knows what inlined
-//   calls with constant arguments return, and so knows nothing of the kind without optimization.
+// - ZQ_IS_CONSTANT(value) is true if the compiler knows the value. ZQ_FOLDS_CALLS is true if this includes what inlined
+//   calls with constant arguments return. It is false without optimization, and with Clang, where ZQ_REFUSE_IF serves.
 // - ZQ_COLD marks a function that is called rarely. Its code is kept away from the common path.
 // - ZQ_INLINE inlines a function always. ZQ_FLATTEN inlines all calls in a function.
 // - ZQ_FIRST_GLOBAL constructs a global object before all others, the executable's included.

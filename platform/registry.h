@@ -38,8 +38,8 @@ namespace plat
         Dword = 4
     };
 
-    /// Moves a tree to another place, which a host or a test names. Null restores the system's own. If the store is
-    /// made of files, a place is a folder. Copies the text. Requires that it is called at start-up.
+    /// Sets the place of a tree, for a host or a test. Null restores the system's own. Moves no keys. If the store is
+    /// made of files, a place is a folder. Copies the text, cut at 4095 bytes. Requires that it is called at start-up.
     ZQ_API void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder);
 
     /// Reads a value into the buffer. Before the call nSize is the size of the buffer. After it nSize is the size of
@@ -94,7 +94,9 @@ namespace plat
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
     /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which must
-    /// still be closed. Returns false, and deletes nothing, if the key does not exist, has subkeys or is a tree itself.
+    /// still be closed. Returns false, and deletes nothing, in these cases:
+    /// - the key does not exist, or is a tree itself.
+    /// - the key has subkeys, or its folder holds what is not the store's.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
     /// Deletes a key with its values and all subkeys at any depth, by its path from an open key. Subkeys are deleted
@@ -109,7 +111,7 @@ namespace plat
         std::size_t nValues = 0;
         std::size_t nMaxValueNameLength = 0;
         std::size_t nMaxValueLength = 0;
-        FileTime_t tLastWrite = 0;   // last write of a value, or creation or deletion of a subkey
+        FileTime_t tLastWrite = 0;   // last write or deletion of a value or a subkey
     };
 
     /// Counts a key's subkeys and values. Returns false on failure. Reads all values.

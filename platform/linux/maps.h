@@ -11,8 +11,8 @@ namespace plat
     /// A mapping: consecutive pages with the same rights and the same file.
     struct Mapping_t
     {
-        std::uintptr_t Start, End;
-        std::uint64_t nOffset;   // of Start in the file
+        std::uintptr_t Start, End;   // End is after the last byte
+        std::uint64_t nOffset;       // of Start in the file
         bool bWritable;
         char szPath[1024];   // the file's path, or "[stack]" and the like; may be empty; cut to fit
     };
