@@ -1,4 +1,4 @@
-// buildids.h: files with debug information, found by the build id that the linker gave their program.
+// buildids.h: files with debug information, found by the build-id that the linker gave their program.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace zqsymbols
     class BuildIds_c
     {
     public:
-        /// Searches a folder at any depth. Of files with the same build id the one with the most information counts.
+        /// Searches a folder at any depth. Of files with the same build-id the one with the most information counts.
         /// Other files are skipped. Reports a folder that is not readable.
         void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
 
@@ -21,7 +21,7 @@ namespace zqsymbols
             std::uint64_t nBytes;   // of the module in memory, from its first page on; 0 if the file does not say
         };
 
-        /// Returns the file of a build id in lower-case hexadecimal, or null. Valid until the next addition.
+        /// Returns the file of a build-id in lower-case hexadecimal, or null. Valid until the next addition.
         Found_t const * Find(std::string const & sBuildId) const;
 
     private:

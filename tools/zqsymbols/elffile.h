@@ -1,4 +1,4 @@
-// elffile.h: sections and build ids of ELF files.
+// elffile.h: sections and build-ids of ELF files.
 #pragma once
 
 #include <cstddef>
@@ -19,6 +19,6 @@ namespace zqsymbols
     /// Returns the first section of a name, or nothing if the file has none. pElf may be null.
     std::optional<Section_t> FindSection(Elf * pElf, std::string_view sName);
 
-    /// Returns the bytes of a build id in lower-case hexadecimal.
+    /// Returns the bytes of a build-id in lower-case hexadecimal.
     std::string BuildIdText(void const * pBytes, std::size_t nBytes);
 }

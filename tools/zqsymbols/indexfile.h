@@ -3,7 +3,9 @@
 // A file is private to its user and is never trusted: one that is damaged, or made of other files than the module's, is
 // built again. docs/formats.md has its layout.
 //
-// Failure: without a home folder, a build id or room there is no file. That costs only time.
+// Failure: costs only time. There is no file in these cases:
+// - the user has no home folder, or the module no build-id.
+// - the disk has no room for it.
 #pragma once
 
 #include "tools/zqsymbols/moduleindex.h"
@@ -23,6 +25,7 @@ namespace zqsymbols
         std::uint64_t nSymbols;
     };
 
+    /// What an index has: the ranges of a module's units and of its symbols.
     struct IndexParts_t
     {
         std::vector<IndexRange_t> dUnits;     // sorted, as by RangeIndex_c
@@ -35,6 +38,7 @@ namespace zqsymbols
     /// Returns what a file has, or nothing if it is damaged or of another key.
     std::optional<IndexParts_t> ParseIndex(std::string_view sFile, IndexKey_t const & Key);
 
+    /// Folder of the index files, one for each build-id.
     class IndexFolder_c
     {
     public:
@@ -43,10 +47,12 @@ namespace zqsymbols
             : m_sFolder(std::move(sFolder))
         {}
 
+        /// Reads the file of a key and sets its time, by which Save knows unused files. Returns nothing if there is
+        /// none that ParseIndex accepts, or if others may write to it.
         std::optional<IndexParts_t> Load(IndexKey_t const & Key) const;
 
-        /// Writes a file that replaces an earlier one as a whole. Makes the folder and the one that it is in if they
-        /// are missing. Of more than 64 MiB of files the ones that were unused for the longest time are removed. Does
+        /// Writes a file that replaces a previous one as a whole. Makes the folder and the one that it is in if they
+        /// are missing. Removes the files that were unused for the longest time until all have at most 64 MiB. Does
         /// nothing for an index of more than 32 MiB.
         void Save(IndexKey_t const & Key, IndexParts_t const & Parts) const;
 

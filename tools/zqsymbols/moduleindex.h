@@ -81,6 +81,6 @@ namespace zqsymbols
         RangeIndex_c m_Symbols;
     };
 
-    /// Returns a module's build id in lower-case hexadecimal, empty if it has none. Opens its file.
+    /// Returns a module's build-id in lower-case hexadecimal, empty if it has none. Opens its file.
     std::string BuildIdOf(Dwfl_Module * pModule);
 }

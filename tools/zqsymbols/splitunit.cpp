@@ -86,7 +86,7 @@ namespace zqsymbols
             return sBody;
         }
 
-        // Returns a section's content, uncompressed. Empty if there is none.
+        // Returns a section's content, uncompressed. Empty if there is none or it is damaged.
         std::string_view SectionOf(Elf * pElf, char const * szSection)
         {
             std::optional<Section_t> const Section = FindSection(pElf, szSection);
@@ -104,10 +104,12 @@ namespace zqsymbols
             return sPath.substr(0, sPath.rfind('/') + 1);
         }
 
-        // Bytes before the entries of a table of addresses or of offsets of strings, in version 5.
+        // Bytes before the entries of a table of addresses or of offsets of strings, in version 5 (DWARF 5, sections
+        // 7.26 and 7.27).
         constexpr std::uint64_t HEAD_5 = 8;
 
-        // The kinds of a package's sections, by their numbers in its index of version 2 and of version 5.
+        // The kinds of a package's sections, by their numbers in its index of version 2 (the extension of GNU before
+        // version 5) and of version 5 (DWARF 5, section 7.3.5).
         constexpr std::array<char const *, 9> KINDS_2 = { "", ".debug_info.dwo", ".debug_types.dwo",
             ".debug_abbrev.dwo", ".debug_line.dwo", ".debug_loc.dwo", ".debug_str_offsets.dwo", "", "" };
         constexpr std::array<char const *, 9> KINDS_5 = { "", ".debug_info.dwo", "", ".debug_abbrev.dwo",
@@ -174,7 +176,8 @@ namespace zqsymbols
         // Copies the strings that a unit refers to into a table of their own, and changes its offsets.
         void CompactStrings(std::string_view sStrings, bool bHead, std::string & sOffsets, std::string & sOwn)
         {
-            constexpr std::size_t STRING_MAX = 1 << 14;   // bytes of one, and of all: a damaged package may have any
+            // Bytes of one string and of all: those of a damaged package may have any length.
+            constexpr std::size_t STRING_MAX = 1 << 14;
             constexpr std::size_t STRINGS_MAX = 1 << 26;
             for (std::size_t i = bHead ? HEAD_5 : 0; i + 4 <= sOffsets.size(); i += 4)
             {

@@ -1,8 +1,8 @@
 // splitunit.h: the part of a unit that "-gsplit-dwarf" leaves out of the program. It is in a file of its own (.dwo) or
 // in a package of them (.dwp).
 //
-// libdw finds a .dwo file at the path that the compiler noted, and beside the program by that path. This also finds it
-// beside the program by its name, and in the package beside the program.
+// libdw finds a .dwo file at the path that the compiler noted, from the compiler's folder or from the program's. The
+// class also finds a file with that name in the program's folder, and the part in the package beside the program.
 #pragma once
 
 #include <elfutils/libdw.h>
@@ -13,6 +13,7 @@
 
 namespace zqsymbols
 {
+    /// The other parts of units, each found once.
     class SplitUnits_c
     {
     public:
@@ -21,7 +22,8 @@ namespace zqsymbols
         SplitUnits_c(SplitUnits_c const &) = delete;
         SplitUnits_c & operator=(SplitUnits_c const &) = delete;
 
-        /// Returns the DIE of a unit's other part, or the unit itself if it has none. Valid as long as the object.
+        /// Returns the DIE of a unit's other part, or the unit itself if it has none or none is found. sModule is the
+        /// path of the program; its package is that path with ".dwp". Valid as long as the object.
         Dwarf_Die Find(Dwarf_Die Unit, std::string const & sModule);
 
     private:

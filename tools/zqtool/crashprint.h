@@ -3,8 +3,9 @@
 
 #include "tools/zqtool/crashfold.h"
 
-/// Returns a crash as text: what happened, the likely frame, the stack, the rest.
+/// Returns a crash as text: what happened, the likely frame, the stack, the rest. bColours adds a terminal's escape
+/// sequences.
 std::string CrashText(Crash_t const & Crash, bool bColours);
 
-/// Returns groups as text, a few lines each.
+/// Returns groups as text, a few lines each, with bColours as above.
 std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours);

@@ -6,10 +6,12 @@
 
 #include <memory>
 
+/// Files with debug information, and what was read from them.
 class CrashSymbols_c
 {
 public:
-    /// Searches folders, at any depth, for files with a build-id. Reports folders that are not readable.
+    /// Searches folders, at any depth, for files with a build-id. Passes a text to fnFault for each folder that can't
+    /// be read to its end; the rest of that folder is not searched.
     explicit CrashSymbols_c(
         std::vector<std::string> const & dFolders, std::function<void(std::string const &)> const & fnFault);
     ~CrashSymbols_c();
@@ -21,7 +23,7 @@ public:
     /// Names the frames that have no source line, and adds the calls that are inlined there.
     void Name(Crash_t & Crash);
 
-    /// Returns the modules whose names were wanted and whose files were not found: path and build-id.
+    /// Returns the host's own modules whose names were wanted and whose files were not found: path and build-id.
     std::vector<std::string> GetMissing() const;
 
 private:

@@ -4,6 +4,6 @@
 #include <string>
 #include <string_view>
 
-/// Returns the start of a page up to its body: the title, the rule that nothing is loaded, the shared look and then the
-/// page's own.
+/// Returns the start of a page up to its body: the title, which is escaped, the rule that nothing is loaded, the shared
+/// look and then the page's own, a style sheet.
 std::string PageHead(std::string_view sTitle, std::string_view sOwnStyle);
