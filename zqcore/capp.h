@@ -1,7 +1,7 @@
 // capp.h: start and end of an application, and what the layers above the library share.
 //
-// LogSetFile comes first, then AppMiscStartup, then Module_c::InitializeAllModules. At the end come
-// Module_c::ShutdownAllModules and AppMiscShutdown.
+// LogSetFile comes first, then AppMiscStartup, then Module_c::InitializeAllModules. Module_c::ShutdownAllModules and
+// AppMiscShutdown come at the end.
 //
 // Ownership: the application owns the window and the texts that it sets. They must live until AppMiscShutdown.
 // Threads: main thread.
@@ -45,8 +45,9 @@ ZQ_API void AppMiscStartup();
 /// application, after Module_c::ShutdownAllModules.
 ZQ_API void AppMiscShutdown();
 
-/// Returns the seconds of Game_longTimeGet since the last call that did not return 0; about 1/30 at the first call.
-/// Returns 0 if less than tMinDelta seconds have passed; they count in the next call. There is no upper limit.
+/// Measures and returns the seconds of Game_longTimeGet since the last call that did not return 0; about 1/30 at the
+/// first call. Returns 0 if less than tMinDelta seconds have passed; they count in the next call. There is no upper
+/// limit.
 ZQ_API double AppGetDeltaTime(double tMinDelta);
 
 /// Returns whether the window with the keyboard is g_pAppWindow or a child of it. Asserts that g_pAppWindow is set.

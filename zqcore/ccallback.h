@@ -9,8 +9,9 @@
 // - An exception of a receiver ends the firing and reaches the caller of Fire.
 //
 // Ownership: a list owns its nodes. It only points to the functions.
-// Threads: lists have no lock. Change and fire a list on one thread. The library fires its events of complaints and of
-// files on any thread, one receiver at a time (cdebug.h, cfile.h); change those at start-up and shutdown.
+// Threads: lists have no lock. Change and fire a list on one thread. Four events are fired on any thread, one receiver
+// at a time (cdebug.h, cfile.h): g_WarningsCallbacker, g_ExecutionCallbacker, g_FileOpenCallbacker and
+// g_FileReadErrorCallbacker. Change those at start-up and shutdown.
 // Cost: adding allocates a node in the category Noise. Firing allocates nothing.
 // Failure: adding to a list after an exclusive entry asserts. No other call fails.
 //
@@ -152,7 +153,8 @@ private:
     Function_t const m_fn;
 };
 
-/// The shared events. Those without a remark are fired by the application alone.
+/// The shared events. Those without a remark are fired by the application alone, which defines what their payload
+/// means.
 extern ZQ_API Callbacker_T<bool>
     g_ExecutionCallbacker;   // false: stops for a dialog or a crash report; true: continues
 extern ZQ_API Callbacker_T<int> g_CommandCallbacker;

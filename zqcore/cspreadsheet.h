@@ -53,7 +53,7 @@ public:
     /// Returns the text of a cell. Asserts 0 <= iCell < GetCellCount(), and returns an empty text otherwise.
     char const * GetCell(int iCell) const;
 
-    /// Returns the number of cells, padding included.
+    /// Returns the number of cells, with the empty ones that pad the row to the length of the head.
     int GetCellCount() const { return m_nCells; }
 
 private:
@@ -96,15 +96,16 @@ public:
     Spreadsheet_c(Spreadsheet_c const &) = delete;
     Spreadsheet_c & operator=(Spreadsheet_c const &) = delete;
 
-    /// Read a file by name. pFmt names other separators than line feed and comma. The cursor is on the first row, if
-    /// there is one, and on no column. Return false, with a line in the log and the spreadsheet closed, if the file
-    /// cannot be opened or read, has no row, or has an error after the head. On an open spreadsheet return false, with
-    /// a line in the log, and its contents stay.
+    /// Read a file by name. pFmt names other separators than line feed and comma; null means these. The cursor is on
+    /// the first row, if there is one, and on no column. Return false, with a line in the log, in these cases:
+    /// - the file cannot be opened or read.
+    /// - the file has no row, or an error after the head. The spreadsheet is closed.
+    /// - the spreadsheet is open already. Its contents stay.
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
 
-    /// Returns why the last Open failed. After a success it may describe what was lost: a cell that was cut, or the
-    /// rest of a damaged head.
+    /// Returns why the last Open or Get failed. After a success of Open it may describe what was lost: a cell that was
+    /// cut, or the rest of a damaged head. Only the forms of Get that say so below set it.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
     /// Frees all cells and restores the default separators.

@@ -176,8 +176,8 @@ constexpr char CharToUpper(char c)
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
 
-/// Compare without regard to ASCII case. Return a negative number, 0 or a positive number. The second form compares
-/// nMax characters at most.
+/// Compare without regard to ASCII case, as if both were in lower case. Return a number below 0, 0 or above 0, as
+/// strcmp does. The second form compares nMax characters at most.
 ZQ_API int StrCompareNoCase(char const * szA, char const * szB);
 ZQ_API int StrCompareNoCase(char const * szA, char const * szB, std::size_t nMax);
 

@@ -9,14 +9,14 @@
 // search fails, and every column is missing. If an open file is refreshed, the next search sees the new text; the
 // header stays as it was, and a walk of NextIdent ends.
 //
+// Texts are written to buffers by the rule of cstring.h, and to text objects (ctextvalue.h). Both are emptied first.
+//
 // Ownership: the warehouse owns its file or its copy of the text. An open file requires that the warehouse ends before
 // ModuleFile_c shuts down. Texts are copied to the caller.
 // Threads: one thread for each warehouse.
 // Cost: a search is linear in the file; skipping lines allocates nothing. The work line allocates its cells. The Get
-// functions allocate nothing.
+// functions allocate nothing, but a std::string may.
 // Failure: calls return false and leave the caller's number unchanged. GetLastError has the place.
-//
-// Texts are written to buffers by the rule of cstring.h, and to text objects (ctextvalue.h). Both are emptied first.
 //
 //     Warehouse_c Units;
 //     int iHealth = 0;
@@ -46,9 +46,9 @@ public:
     Warehouse_c & operator=(Warehouse_c const &) = delete;
 
     /// Closes what was open and opens a file by name. sSeparators replaces the format's separators. If the file has no
-    /// header line, sClientHeader names the columns, separated by blanks. Returns false if there is no such file. Also
-    /// returns false, with lines in the log, if no header is found or the file is refused. Asserts that the name is not
-    /// null.
+    /// header line, sClientHeader names the columns, separated by blanks, cut at 249 characters. Returns false if there
+    /// is no such file. Also returns false, with lines in the log, if no header is found or the file is refused.
+    /// Asserts that the name is not null.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO,
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
 
@@ -96,8 +96,9 @@ public:
     /// Here and below, asserts that the column's name is not null.
     ZQ_API int GetLength(char const * sColumn) const;
 
-    /// Sets whether a Get that fails logs the file, the column and a line number. The number counts the lines that
-    /// NextIdent has read, so it may differ from the work line's, which GetLastError has. False at start.
+    /// Sets whether a Get that fails or cuts a text is logged, with the file (empty with bCopy) and the column. False
+    /// at start. For a bad cell the log also has a line number. It counts the lines that NextIdent has read, so it may
+    /// differ from the work line's, which GetLastError has.
     void LogColName(bool bLog) { m_bLogColName = bLog; }
 
     /// Read the work line's cell as a number. Return true if the cell is a whole number, or for double and float any
@@ -112,7 +113,7 @@ public:
     ZQ_API bool Get(char const * sColumn, unsigned char & value) const;
 
     /// Reads the work line's cell as a whole number in the range of any other integer type. Returns false as the other
-    /// forms do. Where std::uint64_t is unsigned long, the form of that type below limits it to 32 bits, and unsigned
+    /// forms do. If std::uint64_t is unsigned long, the form of that type below limits it to 32 bits, and unsigned
     /// long long has the whole range.
     template <Integer_T T>
     bool Get(char const * sColumn, T & value) const
@@ -144,8 +145,8 @@ public:
     /// forms do.
     ZQ_API bool Get(char const * sColumn, unsigned long & value) const;
 
-    /// Read the cell as text; an empty cell is an empty text. Return true for a text that is cut, and report it only in
-    /// the log and GetLastError. Nothing cuts a std::string.
+    /// Read the work line's cell as text; an empty cell is an empty text. Return true for a text that is cut too:
+    /// GetLastError says so, and the log if LogColName switched that on. Nothing cuts a std::string.
     ZQ_API bool Get(char const * sColumn, char * sResult, int nMaxLength) const;
     template <int N>
     bool Get(char const * sColumn, String_T<N> & sResult) const
