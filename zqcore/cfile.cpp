@@ -587,7 +587,7 @@ unsigned int FileStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsign
     ZQ_ASSERT(m_hFile);
     std::uint64_t const nRequested = std::uint64_t{ iSize } * iCount;
     auto const nBytes =
-        static_cast<std::size_t>(nRequested < INT_MAX ? nRequested : INT_MAX);   // no longer file is opened
+        static_cast<std::size_t>(nRequested < INT_MAX ? nRequested : INT_MAX);   // a larger file is not opened
     return m_hFile ? static_cast<unsigned int>(plat::FileRead(m_hFile, pBuffer, nBytes)) : 0;
 }
 

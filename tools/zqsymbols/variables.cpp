@@ -38,8 +38,8 @@ namespace zqsymbols
             }
 
         private:
-            // Returns whether the compiler generated a variable, or it is only declared here. One with a name of the
-            // source is what a lambda captured.
+            // Returns whether the compiler generated a variable, or it is only declared here. A generated one with a
+            // name of the source is not hidden: a lambda captured it.
             static bool IsHidden(Dwarf_Die * pDie)
             {
                 char const * const szName = dwarf_diename(pDie);
