@@ -144,7 +144,8 @@ public:
     /// Stores or loads a pointer to an object of a class that has a Serializer_T, or null. Serialize of the archive
     /// calls it. A load makes an object of the class that was stored.
     /// - Writing: asserts that the Serializer_T of the object's class names T; otherwise fails the archive.
-    /// - Reading: a class whose Serializer_T does not name T asserts and fails the archive.
+    /// - Reading: a class whose Serializer_T does not name T asserts and fails the archive. An address that was
+    ///   registered without a class is not checked, and is returned as it was registered.
     template <typename T>
     static void SerializePointer(Serializeable_c & archive, T *& pObject);
 
@@ -299,7 +300,8 @@ public:
     void RegisterStatic(T & Object) { RegisterSerializedStaticPointer(&Object, m_sClassName); }
 
     /// Registers a T that is a part of another object. The other object's Serialize calls it, before any pointer to the
-    /// part is serialized.
+    /// part is serialized. Requires that the part does not lie at the other object's own address, as a first member may:
+    /// that address has the other object's class, so a pointer to the part asserts.
     void RegisterPart(Serializeable_c & Archive, T & Part) { RegisterOwnPointer(Archive, &Part); }
 
 protected:
