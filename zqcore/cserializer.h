@@ -300,8 +300,8 @@ public:
     void RegisterStatic(T & Object) { RegisterSerializedStaticPointer(&Object, m_sClassName); }
 
     /// Registers a T that is a part of another object. The other object's Serialize calls it, before any pointer to the
-    /// part is serialized. Requires that the part does not lie at the other object's own address, as a first member may:
-    /// that address has the other object's class, so a pointer to the part asserts.
+    /// part is serialized. Requires that the part does not lie at the address of the other object, as a first member
+    /// can. That address has the other object's class, so a pointer to the part asserts.
     void RegisterPart(Serializeable_c & Archive, T & Part) { RegisterOwnPointer(Archive, &Part); }
 
 protected:
