@@ -56,10 +56,15 @@ TEST(Printf, TakesTextClassesInAllFunctions)
     static char s_szFormat[4];
     StrCopy(s_szFormat, "%i\n", 3);
     ::Log(s_szFormat, s);   // no literal: checked when it runs
+    for (char const * const szFormat : { "<%s>\n", "%i\n" })
+    {
+        ::Log(szFormat, t);
+    }
     std::string const sLong(5000, 'l');
     ::Log("%s", std::string_view(sLong));
-    EXPECT_EQ(Log.GetText(), "Ogre has 3 lives in the cave, ca\na\\nthe cave|5\nOgre  |    ca\nOgre!\n%i\n"
-                                 + std::string(LOG_LINE_LENGTH, 'l') + "\n");
+    EXPECT_EQ(
+        Log.GetText(), "Ogre has 3 lives in the cave, ca\na\\nthe cave|5\nOgre  |    ca\nOgre!\n%i\n<the cave>\n%i\n"
+                           + std::string(LOG_LINE_LENGTH, 'l') + "\n");
     EXPECT_STREQ(NewString("%s-%s", s, v), "Ogre-ca");
     EXPECT_STREQ(Va("%5s", std::string_view()), "     ");
     EXPECT_EQ(FailedConditions([&] { ZQ_ASSERT_EX(s.IsEmpty(), "%s is %s", s, t); }), "s.IsEmpty(), Ogre is the cave");

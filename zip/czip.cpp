@@ -202,7 +202,8 @@ namespace
             auto * const pTwin = dynamic_cast<ZipFile_c *>(pPresent);
             if (pTwin && &pTwin->GetArchive() == &m_Archive)
             {
-                pTwin->bDuplicate = true;
+                // The first one is not marked: opening a duplicate is an Achtung, which ends a silent process, and
+                // anyone may have packed this archive.
                 return "it is a duplicate";
             }
             if (pPresent && m_eOrder == ZipOrder_e::Under)

@@ -1,11 +1,12 @@
 // cprintf.h: printf formats whose arguments are text classes.
 //
 // Log and its kin take a printf format. `%s` also takes a text class: a String_T, a std::string, a std::string_view,
-// and classes like them. If one of the arguments is such a class, a template passes its text to the function, and the
-// format must be a literal. It is checked against the arguments:
-// - g++ with optimization, and clang++ always, refuse a call whose format does not match.
+// and classes like them. If one of the arguments is such a class, a template passes its text to the function, and checks
+// the format against the arguments:
+// - g++ with optimization, and clang++ always, refuse a call whose literal format does not match.
 // - g++ without optimization checks when the call runs, and so does g++ for a format of more than 255 characters. A
 //   format that does not match is then written as it is.
+// - A format in a variable is checked when the call runs.
 //
 // All other calls are those of the function itself, and the compiler checks them.
 //
@@ -58,6 +59,10 @@ concept PrintfView_T = std::is_class_v<T> && !PrintfText_T<T> && requires(T cons
 /// Whether a text class is among the types of arguments.
 template <typename... ARGS>
 concept PrintfTexts_T = ((PrintfText_T<ARGS> || PrintfView_T<ARGS>) || ...);
+
+/// Types of a format in a variable.
+template <typename T>
+concept PrintfPointer_T = std::same_as<T, char const *> || std::same_as<T, char *>;
 
 /// What printf makes of an argument.
 enum class PrintfKind_e : unsigned char
@@ -127,7 +132,19 @@ public:
         return IsGood(State);
     }
 
-    /// Does the same without a loop.
+    /// Does the same for a terminated text.
+    static constexpr bool MatchesText(char const * fmt)
+    {
+        State_t State;
+        do
+        {
+            Step(State, *fmt);
+        }
+        while (*fmt++ != '\0');
+        return IsGood(State);
+    }
+
+    /// Does the same as Matches without a loop.
     template <std::size_t N, std::size_t... I>
     ZQ_INLINE static bool Fold(char const (&fmt)[N], std::index_sequence<I...>)
     {
@@ -369,14 +386,22 @@ private:
     RESULT FUNCTION(                                                                                                   \
         ZQ_PRINTF_LIST PARAMETERS char const(&fmt)[N], ARGS const &... Args) requires PrintfTexts_T<ARGS...>           \
     {                                                                                                                  \
-        char const * const szFormat = fmt;                                                                             \
-        if (PrintfMatches<ARGS...>(fmt))                                                                               \
-        {                                                                                                              \
-            RETURN FUNCTION(ZQ_PRINTF_LIST NAMES szFormat, PrintfArgument_T<ARGS>(Args).Get()...);                     \
-        }                                                                                                              \
-        else                                                                                                           \
-        {                                                                                                              \
-            RETURN FUNCTION(ZQ_PRINTF_LIST NAMES "%s", szFormat);                                                      \
-        }                                                                                                              \
+        ZQ_PRINTF_PASS(PrintfMatches<ARGS...>(fmt), RETURN, FUNCTION, NAMES)                                           \
+    }                                                                                                                  \
+    template <PrintfPointer_T FORMAT, typename... ARGS>                                                                \
+    RESULT FUNCTION(                                                                                                   \
+        ZQ_PRINTF_LIST PARAMETERS FORMAT const & fmt, ARGS const &... Args) requires PrintfTexts_T<ARGS...>            \
+    {                                                                                                                  \
+        ZQ_PRINTF_PASS(PrintfCheck_T<ARGS...>::MatchesText(fmt), RETURN, FUNCTION, NAMES)                              \
+    }
+#define ZQ_PRINTF_PASS(MATCHES, RETURN, FUNCTION, NAMES)                                                               \
+    char const * const szFormat = fmt;                                                                                 \
+    if (MATCHES)                                                                                                       \
+    {                                                                                                                  \
+        RETURN FUNCTION(ZQ_PRINTF_LIST NAMES szFormat, PrintfArgument_T<ARGS>(Args).Get()...);                         \
+    }                                                                                                                  \
+    else                                                                                                               \
+    {                                                                                                                  \
+        RETURN FUNCTION(ZQ_PRINTF_LIST NAMES "%s", szFormat);                                                          \
     }
 #define ZQ_PRINTF_LIST(...) __VA_OPT__(__VA_ARGS__, )

@@ -27,7 +27,7 @@ namespace plat
 
         constexpr std::size_t MAX_REQUEST = 1u << 30;   // bytes; the kernel counts them in 31 bits
 
-        bool s_bAllowed = true;
+        bool g_bAllowed = true;
 
         // A queue with room for one request. Its only entry has the index 0, and so has the request.
         struct Queue_s
@@ -188,7 +188,7 @@ namespace plat
 
     void AsyncFile_c::AllowConcurrent(bool bAllow)
     {
-        s_bAllowed = bAllow;
+        g_bAllowed = bAllow;
     }
 
     bool AsyncFile_c::Create(char const * szPath)
@@ -200,7 +200,7 @@ namespace plat
             ForkDropAdd(
                 SystemIn(m_dSystem).Drop, [](void * p) { static_cast<AsyncFile_c *>(p)->Abandon(); }, this);
         }
-        if (m_hFile && s_bAllowed)
+        if (m_hFile && g_bAllowed)
         {
             OpenQueue(SystemIn(m_dSystem).Queue);
         }

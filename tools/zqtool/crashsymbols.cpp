@@ -136,10 +136,10 @@ std::vector<CrashFrame_t> const * CrashSymbols_c::State_s::Find(
         {
             itBuild->second = std::make_unique<Build_c>(*pFile);
         }
-        else if (IsOwnFrame(Frame))
-        {
-            dMissing.insert(pModule->sPath + ", build-id " + pModule->sBuildId);
-        }
+    }
+    if (!itBuild->second && IsOwnFrame(Frame))
+    {
+        dMissing.insert(pModule->sPath + ", build-id " + pModule->sBuildId);
     }
     return itBuild->second ? &itBuild->second->At(Frame.nOffset - (Frame.bReturn ? 1 : 0)) : nullptr;
 }

@@ -12,7 +12,7 @@
 // An archive may come from anywhere. Mounting skips these entries, with a log line each:
 // - absolute names, names with `..`, `.`, `\`, a drive, an empty part or control characters;
 // - names of more than 255 characters, and keys of more than 127;
-// - a second file of the same key (a duplicate, as in a scan);
+// - a second file of the same key; the first one opens without the complaint that a scan's duplicate has;
 // - files that are encrypted or compressed by another method, links and devices;
 // - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MOST_EXPANSION
 //   times.
