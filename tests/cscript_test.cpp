@@ -83,6 +83,7 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
         { "a\n\nb \n", "T|.|T|.|T|.", "[a] 1:1 [b] 4:3 [] 6:4!" },
         { "", "T|.|I|F|W|L9|S'", "[] 0:0! 0 0 <> {} ''", 1 },
         { "a,b;'x'\"y\";z,", "P|P|P|P|P|P|.|@0|T", "[a] [b] [x] [y] [z] [] 13:0! []" },
+        { "a b", "T|T|@0|L20|.", "[a] [b] {a} 1:0!" },
         { "a,b;\x80q\xFFr\x01s\0t"s, "T|T|T|T|T|T", "[a,b;] [q] [r] [s] [t] []" },
         // Comments.
         { "// c d\na //e\n//\n/ b//c // last", "T|T|T|T|.", "[a] [/] [b//c] [] 30:5!" },

@@ -181,13 +181,13 @@ private:
     /// Releases the lock if another thread holds it. For the child of a fork, where no other thread exists.
     void RenewLock();
 
-    std::atomic<int> m_iOpensCount = 0;            // changed under the lock
-    std::atomic<Reason_t *> m_pWhyNot = nullptr;   // owned; null until a read fails
+    std::atomic<int> m_iOpensCount = 0;   // changed under the lock
     plat::Lock_c m_Lock;
-    File_c * m_pHidden = nullptr;   // object of the same key that this one hides; owned
-    bool m_bLost = false;           // see SetLost
-    bool m_bStayer = false;         // whether it was added to the list of stayers
-    bool m_bUnlocked = false;       // see TakeUnlocked
+    std::atomic<Reason_t *> m_pWhyNot = nullptr;   // owned; null until a read fails
+    File_c * m_pHidden = nullptr;                  // object of the same key that this one hides; owned
+    bool m_bLost = false;                          // see SetLost
+    bool m_bStayer = false;                        // whether it was added to the list of stayers
+    bool m_bUnlocked = false;                      // see TakeUnlocked
 };
 
 /// A file in a folder. Objects are made and destroyed on the main thread. They are allocated from a pool. Each growth

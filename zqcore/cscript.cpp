@@ -391,18 +391,19 @@ void Script_c::GetLine(char * sLine, int iMaxLength)
 std::string_view Script_c::NextLine(int nMost)
 {
     char c;
+    int iBegin;
     do
     {
+        iBegin = m_iBytesRead;
         c = ReadByte();
-        if (IsLineEnd(c) || m_bEndOfFile)
+        if (IsLineEnd(c))
         {
             return {};
         }
     }
-    while (c == ' ' || c == '\t');
-    char const * const pLine = m_pData + m_iBytesRead - 1;
-    int nLine = 1;
-    while (nLine < nMost)
+    while (!m_bEndOfFile && (c == ' ' || c == '\t'));
+    int nLine = m_iBytesRead - iBegin;   // 0 at the end of the text
+    while (!m_bEndOfFile && nLine < nMost)
     {
         c = ReadByte();
         if (c == '\0' || IsLineEnd(c))   // at the end of the text a NUL is read
@@ -411,7 +412,7 @@ std::string_view Script_c::NextLine(int nMost)
         }
         ++nLine;
     }
-    return { pLine, static_cast<std::size_t>(nLine) };
+    return { m_pData + iBegin, static_cast<std::size_t>(nLine) };
 }
 
 void Script_c::GetSpecific(char * sWord)

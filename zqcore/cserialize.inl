@@ -28,7 +28,7 @@ inline void Serializeable_c::StoreText(char const * sText, std::size_t nLength)
 {
     auto const nCount = static_cast<std::uint32_t>(nLength);
     std::size_t const nBytes = sizeof nCount + nLength + 1;
-    if (m_bIsReading || nBytes > static_cast<std::size_t>(m_pEnd - m_pPos)) [[unlikely]]
+    if (m_bIsReading || nBytes > static_cast<std::size_t>(m_pEnd - m_pPos) || nLength > 0x7FFFFFFF) [[unlikely]]
     {
         return StoreLongText(sText, nLength);
     }

@@ -50,11 +50,13 @@ bool TextPut(TEXT & sTo, char const * szFrom)
     return szFrom != nullptr;
 }
 
+/// Whether T is none of the other types.
+template <typename T, typename... OTHERS>
+inline constexpr bool IS_NONE_OF = (!std::same_as<T, OTHERS> && ...);
+
 /// The integers: all types but bool and characters. std::int8_t and std::uint8_t are integers.
 template <typename T>
-concept Integer_T =
-    std::integral<T> && !std::same_as<T,
-        bool> && !std::same_as<T, char> && !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> && !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
+concept Integer_T = std::integral<T> && IS_NONE_OF<T, bool, char, wchar_t, char8_t, char16_t, char32_t>;
 
 /// What a text is as a whole number of a range.
 enum class WholeNumber_e
