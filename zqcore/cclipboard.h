@@ -15,7 +15,7 @@
 //         ClipboardPrintf("%i ogres", 3);
 //         std::string sText(ClipboardGetSize(), '\0');
 //         ClipboardGetData(sText.data());
-//         Log("The clipboard holds: %s", sText.c_str());
+//         Log("The clipboard holds: %s", sText);
 //         ClipboardClose();
 //     }
 #pragma once

@@ -28,7 +28,7 @@
 //     }
 //     else
 //     {
-//         Log("levels.csv: %s", FileGetWhyNot("levels.csv").GetBuffer());
+//         Log("levels.csv: %s", FileGetWhyNot("levels.csv"));
 //     }
 #pragma once
 

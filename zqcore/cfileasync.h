@@ -69,8 +69,8 @@ ZQ_API void FilePrefetch(char const * szExt);
 /// Asserts that szExt is not null.
 ZQ_API void FileUnfetch(char const * szExt);
 
-/// Scope in which all files of an extension are in memory: calls FilePrefetch, and FileUnfetch at the end. szExt is
-/// kept as a pointer. Requires that files of the extension are neither added nor removed meanwhile.
+/// Scope in which all files of an extension are in memory: calls FilePrefetch, and FileUnfetch at the end. szExt
+/// is as in FilePrefetch and is kept as a pointer. Requires that no file of the type is added or removed meanwhile.
 class FilePrefetchScope_c
 {
 public:

@@ -8,7 +8,7 @@
 //   format that does not match is then written as it is.
 // - A format in a variable is checked when the call runs.
 //
-// All other calls are those of the function itself, and the compiler checks them.
+// All other calls are those of the function itself: clang++ checks them, g++ does with -Wformat, a part of -Wall.
 //
 // Ownership: the texts belong to the caller.
 // Threads: any thread.

@@ -163,7 +163,7 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(std::uint32_t iTimer);
 ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
-/// thread. FileName_c is in cfilename.h.
+/// thread. A caller includes zqcore/cfilename.h; with it, a path (char const *) converts.
 /// - A second call ends the first file. An empty name does nothing.
 /// - On failure FileOpenTracker complains, a line is logged, and there is no stats file.
 /// - A forked process has no stats file until it names its own.

@@ -16,7 +16,7 @@
 //     ArchiveResult_s const Result = ArchiveCheck(FileBytes(pFile), ARCHIVE_SAVED_GAME_VERSION, { "Units", "Map" });
 //     if (!Result.IsSound())
 //     {
-//         Log("one.sav, byte %i: %s", Result.iPosition, Result.sWhyNot.CStr());
+//         Log("one.sav, byte %i: %s", Result.iPosition, Result.sWhyNot);
 //     }
 //     FileClose(pFile);
 #pragma once

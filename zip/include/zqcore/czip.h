@@ -42,7 +42,7 @@
 //     {
 //         if (File_c * const pFile = FileOpen("levels.csv"))
 //         {
-//             Log("%s has %i bytes", pFile->GetFullPath().CStr(), pFile->iLength);
+//             Log("%s has %i bytes", pFile->GetFullPath(), pFile->iLength);
 //             FileClose(pFile);
 //         }
 //         FileZipUnmount("media\\patch1.zip");
