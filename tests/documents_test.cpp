@@ -163,7 +163,9 @@ TEST(Documents, QuoteMessagesThatExistAndLinkToFilesThatExist)
         for (std::string const & sLink : Between(sPage, "](", ")"))
         {
             fs::path const Target = Entry.path().parent_path() / sLink.substr(0, sLink.find('#'));
-            EXPECT_TRUE(sLink.find("://") != std::string::npos || fs::exists(Target)) << Entry.path() << ": " << sLink;
+            bool const bOwn =
+                sLink.find("://") == std::string::npos && sLink.find(' ') == std::string::npos;   // nor a lambda
+            EXPECT_TRUE(!bOwn || fs::exists(Target)) << Entry.path() << ": " << sLink;
         }
     }
     EXPECT_GT(nMessages, 50u);
