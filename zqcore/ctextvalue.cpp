@@ -8,7 +8,7 @@ WholeNumber_e WholeFromText(char const * szText, WholeRange_t const & Range, std
     NumberEnd_t End = TextToInteger(szText, iSigned);
     if (End.pEnd == szText || *End.pEnd != '\0')
     {
-        return WholeNumber_e::None;
+        return WholeNumber_e::NoNumber;
     }
     auto iValue = static_cast<unsigned long long>(iSigned);
     if (!End.bInRange && iSigned > 0)

@@ -62,7 +62,7 @@ concept Integer_T = std::integral<T> && IS_NONE_OF<T, bool, char, wchar_t, char8
 enum class WholeNumber_e
 {
     Good,
-    None,        // the text is no whole number
+    NoNumber,    // the text is no whole number
     OutOfRange   // it is one outside the range
 };
 

@@ -315,7 +315,7 @@ bool Warehouse_c::GetWhole(char const * sColumn, WholeRange_t const & Range, std
     }
     WholeNumber_e const eResult = WholeFromText(szCell, Range, iBits);
     return eResult == WholeNumber_e::Good
-           || LogInvalid(sColumn, eResult == WholeNumber_e::None ? NO_WHOLE_NUMBER : OUT_OF_RANGE);
+           || LogInvalid(sColumn, eResult == WholeNumber_e::NoNumber ? NO_WHOLE_NUMBER : OUT_OF_RANGE);
 }
 
 int Warehouse_c::GetLength(char const * sColumn) const
