@@ -218,7 +218,7 @@ namespace
                 pFile->sName = "";
                 return "the table has no room for it";
             }
-            pFile.release();
+            static_cast<void>(pFile.release());   // the table owns it
             ++m_nAdded;
             m_nOver += pPresent ? 1 : 0;
             return nullptr;

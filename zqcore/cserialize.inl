@@ -158,7 +158,7 @@ namespace archives
     template <typename T>
     void Transfer(Serializeable_c & Archive, T & Value)
     {
-        if constexpr (std::is_const_v<T>)
+        if constexpr (std::is_const_v<T>)   // NOLINT(bugprone-branch-clone): other refusals come last
         {
             Refuse<T>();
         }
