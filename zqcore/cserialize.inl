@@ -158,8 +158,8 @@ namespace archives
     template <typename T>
     void Transfer(Serializeable_c & Archive, T & Value)
     {
-        if constexpr (std::is_const_v<T>)   // NOLINT(bugprone-branch-clone): other refusals come last
-        {
+        if constexpr (std::is_const_v<T>)
+        {   // NOLINT(bugprone-branch-clone): the other refusals come last
             Refuse<T>();
         }
         else if constexpr (std::same_as<T, bool>)
