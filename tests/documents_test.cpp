@@ -72,6 +72,10 @@ namespace
         TempFolder_c const Folder(fs::path(DOCUMENTS_PROGRAM).parent_path());
         CurrentFolderScope_c const Current(Folder.GetPath());
         fs::create_hard_link(DOCUMENTS_PROGRAM, "game");
+        if (*ZQSYMBOLS_PATH)   // a program that the library is a part of looks for it beside itself
+        {
+            fs::create_hard_link(ZQSYMBOLS_PATH, "zqsymbols");
+        }
         fs::create_symlink(g_Source / "examples", "examples");
         Folder.MakeFolder("media");
         MakeCommands(Folder);
