@@ -1,12 +1,12 @@
 // cstringformat.h: String_T as an argument of std::format.
 //
-// Every specification of a std::string_view serves: width, fill, alignment, precision. If the standard library has no
+// Every format of a std::string_view serves: width, fill, alignment, precision. If the standard library has no
 // std::format, the header defines nothing. Streams need no header: `<<` writes a String_T as it writes a C text.
 //
 // Ownership: nothing is owned.
 // Threads: any thread.
 // Cost: that of formatting a std::string_view.
-// Failure: a specification that does not fit does not compile.
+// Failure: a format that does not fit does not compile.
 //
 //     String_T<16> const sName("Ogre");
 //     #ifdef __cpp_lib_format
