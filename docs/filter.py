@@ -74,7 +74,7 @@ for number, line in enumerate(text.split("\n")):
         line = line[:line.index("///") + 3] + plain(text[3:])
         comment.append(line)
         complete, depth = False, 0
-    elif not text and complete and output[-1] == "}" and re.match(r"/// [A-Z][a-z]*[a-rt-z] ", comment[0] if comment else ""):
+    elif not text and complete and output[-1] == "}" and re.match(r"/// [A-Z][a-z]*[a-rt-z] ", "".join(comment[:1])):
         pass   # "Return", not "Returns": the next function has the same comment
     elif not text or text.startswith(BREAKS):
         comment, complete, depth = [], False, 0

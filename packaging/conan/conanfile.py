@@ -23,7 +23,7 @@ class ZqcoreRecipe(ConanFile):
 
     def export_sources(self):
         root = os.path.join(self.recipe_folder, "../..")
-        for folder in ("cmake", "docs", "platform", "tools", "zip", "zqcore"):
+        for folder in ("cmake", "docs", "examples", "platform", "tools", "zip", "zqcore"):
             copy(self, f"{folder}/*", root, self.export_sources_folder)
         for file in ("CMakeLists.txt", "README.md", "CHANGELOG.md"):
             copy(self, file, root, self.export_sources_folder)

@@ -2,5 +2,6 @@
 # shared libraries itself.
 file(GLOB_RECURSE archives ${CPACK_TEMPORARY_DIRECTORY}/*.a)
 foreach(archive ${archives})
-    execute_process(COMMAND strip --strip-debug --keep-section=.debug_gdb_scripts --remove-section=.comment ${archive} COMMAND_ERROR_IS_FATAL ANY)
+    execute_process(COMMAND strip --strip-debug --keep-section=.debug_gdb_scripts --remove-section=.comment ${archive}
+        COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
