@@ -63,6 +63,21 @@ using PlainString_t = std::basic_string<char, std::char_traits<char>, PlainHeap_
 template <typename T>
 using PlainVector_T = std::vector<T, PlainHeap_T<T>>;
 
+/// Calls Ask with one name in each iteration, in turn. Fails the benchmark if it returns false.
+template <typename ASK>
+void AskInTurn(benchmark::State & State, std::vector<std::string> const & dNames, ASK Ask)
+{
+    std::size_t i = 0;
+    for (auto _ : State)
+    {
+        if (!Ask(dNames[i].c_str()))
+        {
+            State.SkipWithError("not found or not read");
+        }
+        i = i + 1 < dNames.size() ? i + 1 : 0;
+    }
+}
+
 /// Fails a benchmark whose work had the wrong result.
 inline void Require(benchmark::State & State, bool bCondition)
 {

@@ -1,16 +1,11 @@
 // file_bench.cpp: finding, reading and scanning files, compared with bare system calls, the C++ library, fts and
 // PhysicsFS. All use one tree of 10,000 files in 500 folders. All reads come from the page cache.
-#include "zqcore/cfile.h"
-#include "zqcore/cfilepath.h"
+#include "bench/bench_support.h"
 
-#include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <fts.h>
 #include <physfs.h>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -107,15 +102,7 @@ namespace
         {
             dNames.push_back(sPrefix + Tree_c::Name(i));
         }
-        std::size_t i = 0;
-        for (auto _ : State)
-        {
-            if (!Ask(dNames[i].c_str()))
-            {
-                State.SkipWithError("not found");
-            }
-            i = i + 1 < dNames.size() ? i + 1 : 0;
-        }
+        AskInTurn(State, dNames, Ask);
     }
 
     void ExistsOurs(benchmark::State & State)

@@ -1,16 +1,12 @@
 // zip_bench.cpp: files of one zip archive through zqcore::zip and PhysicsFS. The archive has 2,000 files of 16 KB of
 // text, every second one stored. All reads come from the page cache.
-#include "zqcore/cfilepath.h"
+#include "bench/bench_support.h"
 #include "zqcore/czip.h"
 
-#include <benchmark/benchmark.h>
-#include <filesystem>
 #include <memory>
 #include <physfs.h>
 #include <random>
-#include <string>
 #include <unistd.h>
-#include <vector>
 #include <zip.h>
 
 namespace fs = std::filesystem;
@@ -82,16 +78,7 @@ namespace
     template <typename WORK>
     void ForAll(benchmark::State & State, int iFirst, WORK Work)
     {
-        std::vector<std::string> const dNames = Names(iFirst);
-        std::size_t i = 0;
-        for (auto _ : State)
-        {
-            if (!Work(dNames[i].c_str()))
-            {
-                State.SkipWithError("not found or not read");
-            }
-            i = i + 1 < dNames.size() ? i + 1 : 0;
-        }
+        AskInTurn(State, Names(iFirst), Work);
     }
 
     void ExistsOurs(benchmark::State & State)
