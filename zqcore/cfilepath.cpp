@@ -49,21 +49,6 @@ namespace
         return bAdded;
     }
 
-    // Closes a file once. Destroys it, or makes it an orphan if it has further references.
-    void CloseAndRemove(File_c * pFile)
-    {
-        FileClose(pFile);
-        FileStayerForget(*pFile, false);   // the call above closed that entry's reference
-        if (pFile->GetOpensCount() == 0)
-        {
-            delete pFile;
-        }
-        else
-        {
-            g_sFileOrphans.Add(pFile);
-        }
-    }
-
     bool ResetFilesBelow(char const * szPrefix)
     {
         bool bRemoved = false;
@@ -78,15 +63,21 @@ namespace
                 continue;
             }
             bRemoved = true;
-            if (pFile == pTop)
+            bool const bTop = pFile == pTop;
+            FileClose(pFile);
+            FileStayerForget(*pFile, false);   // the call above closed that entry's reference
+            if (pFile->GetOpensCount() == 0)
             {
-                CloseAndRemove(pFile);
-                g_sFileObjects.Delete(pSlot);
+                delete pFile;
             }
             else
             {
                 FileHiding_c::Remove(*pFile);
-                CloseAndRemove(pFile);
+                g_sFileOrphans.Add(pFile);
+            }
+            if (bTop)
+            {
+                g_sFileObjects.Delete(pSlot);
             }
         }
         return bRemoved;
@@ -189,7 +180,7 @@ void FileRenewLocks()
     for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
     {
         // Null in a child if another thread of the parent was adding it.
-        for (File_c * pFile = pSlot->pObject; pFile; pFile = FileHiding_c::Below(*pFile))
+        for (File_c * pFile = pSlot->pObject; pFile; pFile = pFile->m_pHidden)
         {
             pFile->RenewLock();
         }

@@ -3,18 +3,12 @@
 
 HashAdd_e FileHiding_c::Add(File_c & File, bool bOver)
 {
-    File_c * const pPresent = g_sFileObjects.FindByName(File.sName);
-    if (pPresent && !bOver)
-    {
-        return HASH_PRESENT;
-    }
-    if (pPresent)
+    File.m_pHidden = bOver ? g_sFileObjects.FindByName(File.sName) : nullptr;
+    if (File.m_pHidden)
     {
         g_sFileObjects.DeleteByName(File.sName);
     }
-    auto const eAdded = static_cast<HashAdd_e>(g_sFileObjects.Add(&File, &File.sName));   // after a deletion: added
-    File.m_pHidden = pPresent;
-    return eAdded;
+    return static_cast<HashAdd_e>(g_sFileObjects.Add(&File, &File.sName));   // after a deletion: added
 }
 
 File_c * FileHiding_c::InFolder(File_c & Top)

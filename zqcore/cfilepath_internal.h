@@ -89,9 +89,6 @@ public:
     /// See FileAddObject.
     static HashAdd_e Add(File_c & File, bool bOver);
 
-    /// Returns the next object of the chain, or null.
-    static File_c * Below(File_c const & File) { return File.m_pHidden; }
-
     /// Returns the first object of the chain that lies in a folder, or null.
     static File_c * InFolder(File_c & Top);
 
