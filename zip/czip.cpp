@@ -2,7 +2,6 @@
 #include "zip/czip_internal.h"
 
 #include "zqcore/cdebug.h"
-#include "zqcore/cfilename.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
@@ -16,17 +15,10 @@ namespace
 {
     File_c::Reason_t g_sWhyNot;   // of the last mount or unmount
 
-    enum class Kind_e
-    {
-        File,
-        Folder,
-        Refused
-    };
-
     // An entry of a directory.
     struct Entry_s
     {
-        Kind_e eKind = Kind_e::File;
+        bool bFolder = false;
         char const * szRefused = nullptr;
         char const * szName = "";
         ZipFacts_t Facts;
@@ -124,7 +116,7 @@ namespace
         char const * const szName = zip_get_name(Archive.GetZip(), iEntry, 0);
         if (!szName || zip_stat_index(Archive.GetZip(), iEntry, 0, &Stat) != 0)
         {
-            return { Kind_e::Refused, "it can't be read", szName ? szName : "", {} };
+            return { false, "it can't be read", szName ? szName : "", {} };
         }
         Entry.szName = szName;
         zip_uint8_t iSystem = 0;
@@ -134,14 +126,13 @@ namespace
         unsigned const iType = bUnix ? (dwAttributes >> 16) & TYPE_MASK : 0;
         if (std::string_view(szName).ends_with('/') || iType == FOLDER)
         {
-            Entry.eKind = Kind_e::Folder;
+            Entry.bFolder = true;
             return Entry;
         }
         Entry.szRefused = WhyNotName(szName);
         Entry.szRefused =
             Entry.szRefused || iType == 0 || iType == REGULAR ? Entry.szRefused : "it is a link or no regular file";
         Entry.szRefused = Entry.szRefused ? Entry.szRefused : WhyNotData(Stat, Archive.GetSize());
-        Entry.eKind = Entry.szRefused ? Kind_e::Refused : Kind_e::File;
         Entry.Facts.nSize = static_cast<std::uint32_t>(Stat.size);
         Entry.Facts.nStored = static_cast<std::uint32_t>(Stat.comp_size);
         Entry.Facts.dwCrc = Stat.crc;
@@ -167,7 +158,7 @@ namespace
             for (zip_int64_t i = 0; i < nEntries; ++i)
             {
                 Entry_s Entry = ReadEntry(m_Archive, static_cast<zip_uint64_t>(i));
-                if (Entry.eKind == Kind_e::File)
+                if (!Entry.bFolder && !Entry.szRefused)
                 {
                     Entry.szRefused = Add(Entry);
                 }
@@ -188,15 +179,10 @@ namespace
         char const * Add(Entry_s const & Entry)
         {
             char const * const szKey = m_bRelativeNames ? Entry.szName : PathFileName(Entry.szName);
-            File_c::Key_t sKey(szKey);
-            if (sKey != szKey)
+            File_c::Key_t sKey;
+            if (szKey[FoldText(sKey.GetBuffer(), szKey, File_c::Key_t::Capacity() - 1)] != '\0')
             {
                 return "its key has more than 127 characters";
-            }
-            sKey.ToLower();
-            for (char * p = sKey.GetBuffer(); *p; ++p)
-            {
-                *p = *p == '/' ? '\\' : *p;
             }
             File_c * const pPresent = g_sFileObjects.FindByName(sKey);
             auto * const pTwin = dynamic_cast<ZipFile_c *>(pPresent);

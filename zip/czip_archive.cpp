@@ -1,7 +1,6 @@
 // The file of an archive, as libzip and the readers see it.
 #include "zip/czip_internal.h"
 
-#include "zqcore/cfilename.h"
 #include "zqcore/cmemory.h"
 
 #include <algorithm>
@@ -14,15 +13,6 @@ namespace
 
     ZipArchive_c * g_pArchives = nullptr;   // mounted ones; the main thread changes it
     plat::ForkHandler_c const g_ArchivesForkHandler({ nullptr, nullptr, ZipArchive_c::LeaveHandles });
-
-    // Returns a path in the form in which two are compared.
-    String_T<256> Folded(char const * szPath)
-    {
-        String_T<256> sPath(szPath);
-        sPath.ToLower();
-        std::replace(sPath.GetBuffer(), sPath.GetBuffer() + sPath.Length(), '/', '\\');
-        return sPath;
-    }
 }
 
 ZipArchive_c::ZipArchive_c(char const * szPath)
@@ -281,9 +271,9 @@ void ZipArchive_c::Remove(ZipFile_c & File)
 
 ZipArchive_c * ZipArchive_c::Find(char const * szPath)
 {
-    String_T<256> const sFolded = Folded(szPath);
+    FoldedPath_c const sFolded(szPath);
     ZipArchive_c * p = g_pArchives;
-    while (p && Folded(p->m_sPath) != sFolded)
+    while (p && std::strcmp(FoldedPath_c(p->m_sPath), sFolded) != 0)
     {
         p = p->m_pNext;
     }

@@ -51,14 +51,10 @@ bool ZipFile_c::Open(void * pBuffer)
         }
         return true;
     }
-    if (IsCollecting() || m_Facts.nSize == 0)
+    ReportOpen();
+    if (m_Facts.nSize == 0)
     {
-        String_T<256> const sLocation = GetFullPath();
-        ReportOpen(sLocation);
-        if (m_Facts.nSize == 0)
-        {
-            ReportEmpty(sLocation);
-        }
+        ReportEmpty(GetFullPath());
     }
     std::unique_ptr<unsigned char[]> pBlock(pBuffer ? nullptr : ZQ_NEW unsigned char[m_Facts.nSize]);
     void * const pTo = pBuffer ? pBuffer : pBlock.get();
@@ -110,10 +106,7 @@ bool ZipFile_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uin
         return true;
     }
     ZQ_ASSERT_TEXT(dwPosition < m_Facts.nSize, "dwPosition<(DWORD)iLength");
-    if (IsCollecting())
-    {
-        ReportOpen(GetFullPath());
-    }
+    ReportOpen();
     ZipReader_c Reader(m_Archive, m_Facts);
     bool const bThere = Reader.Seek(std::min(dwPosition, m_Facts.nSize));
     auto const nRead = static_cast<std::uint32_t>(bThere ? Reader.Read(pBuffer, dwLength) : 0);
@@ -150,10 +143,7 @@ ZipStored_c::~ZipStored_c()
 bool ZipStored_c::OpenStored()
 {
     ZQ_ASSERT_TEXT(!g_bFileReadDisabled, "! g_bFileReadDisabled");
-    if (ZipFile_c::IsCollecting())
-    {
-        ZipFile_c::ReportOpen(m_File.GetFullPath());
-    }
+    m_File.ReportOpen();
     if (!m_Reader.Seek(0))
     {
         m_File.SetWhyNot(m_Reader.GetWhyNot());
@@ -161,7 +151,6 @@ bool ZipStored_c::OpenStored()
     }
     m_File.SetWhyNot(nullptr);
     m_File.CountRead();
-    m_bOpen = true;
     return true;
 }
 
@@ -197,9 +186,6 @@ unsigned int ZipStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsigne
 
 void ZipStored_c::CloseStored()
 {
-    if (m_bOpen)
-    {
-        m_File.CountRead();
-    }
+    m_File.CountRead();
     delete this;
 }

@@ -1,7 +1,7 @@
 // czip_internal.h: what the sources of the component share.
 #pragma once
 
-#include "zqcore/cfilelog.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/czip.h"
 
 #include "platform/fork.h"
@@ -148,7 +148,6 @@ private:
     std::uint32_t m_dwCrc = 0;     // of the contents before the position
     bool m_bSkipped = false;       // m_dwCrc lacks a part
     z_stream m_Inflater = {};
-    bool m_bInflaterMade = false;
     unsigned char m_dPiece[PIECE];
 };
 
@@ -176,7 +175,6 @@ private:
     friend class ZipArchive_c;
     friend class ZipStored_c;
 
-    static bool IsCollecting() { return std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed); }
     char const * Read(ZipArchive_c & Archive, void * pTo) const;
     char const * ReadUnlocked(void * pTo);
     bool Complain(char const * szWho, char const * szWhyNot);
@@ -205,5 +203,4 @@ private:
     ZipFile_c & m_File;
     ZipReader_c m_Reader;
     std::uint32_t m_nAt = 0;   // position of the next read
-    bool m_bOpen = false;
 };

@@ -19,10 +19,7 @@ ZipReader_c::ZipReader_c(ZipArchive_c & Archive, ZipFacts_t const & Facts)
 
 ZipReader_c::~ZipReader_c()
 {
-    if (m_bInflaterMade)
-    {
-        inflateEnd(&m_Inflater);
-    }
+    inflateEnd(&m_Inflater);   // does nothing if it was not initialized
 }
 
 bool ZipReader_c::Fail(char const * szWhyNot)
@@ -42,12 +39,8 @@ bool ZipReader_c::Begin()
     {
         return Fail(UNREADABLE);
     }
-    if (m_Facts.bDeflated && !m_bInflaterMade)
-    {
-        m_bInflaterMade = inflateInit2(&m_Inflater, -MAX_WBITS) == Z_OK;
-        return m_bInflaterMade || Fail("there is no memory to decompress it");
-    }
-    return true;
+    bool const bReady = !m_Facts.bDeflated || inflateInit2(&m_Inflater, -MAX_WBITS) == Z_OK;
+    return bReady || Fail("there is no memory to decompress it");
 }
 
 std::size_t ZipReader_c::Read(void * pBuffer, std::size_t nBytes)

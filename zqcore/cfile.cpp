@@ -28,14 +28,6 @@ namespace
         }
     }
 
-    void FireOpened(char const * szLocation)
-    {
-        if (std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed))
-        {
-            FireIfGranted(g_FileOpenCallbacker, szLocation);
-        }
-    }
-
     // Untracks first: another thread may get the same handle number as soon as this one is closed.
     void CloseTracked(plat::File_t hFile)
     {
@@ -81,7 +73,10 @@ namespace
             *pReason = LastErrorReason();
         }
         FileOpenTracker(File.Get(), szLocation);
-        FireOpened(szLocation);
+        if (FileIsCollecting())
+        {
+            FireIfGranted(g_FileOpenCallbacker, szLocation);
+        }
         return File.Release();
     }
 
@@ -251,9 +246,12 @@ void File_c::CountRead()
     std::atomic_ref(iReads).fetch_add(1, std::memory_order_relaxed);
 }
 
-void File_c::ReportOpen(char const * szLocation)
+void File_c::ReportOpen() const
 {
-    FireOpened(szLocation);
+    if (FileIsCollecting())
+    {
+        FireIfGranted(g_FileOpenCallbacker, GetFullPath());
+    }
 }
 
 bool File_c::ReportReadError() const
@@ -586,8 +584,8 @@ unsigned int FileStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsign
 {
     ZQ_ASSERT(m_hFile);
     std::uint64_t const nRequested = std::uint64_t{ iSize } * iCount;
-    auto const nBytes =
-        static_cast<std::size_t>(nRequested < INT_MAX ? nRequested : INT_MAX);   // a larger file is not opened
+    // Only a file that has grown since it was opened has more; the rest is for further calls.
+    auto const nBytes = static_cast<std::size_t>(std::min<std::uint64_t>(nRequested, INT_MAX));
     return m_hFile ? static_cast<unsigned int>(plat::FileRead(m_hFile, pBuffer, nBytes)) : 0;
 }
 

@@ -131,9 +131,9 @@ protected:
     /// Adds one to iReads. Any thread.
     void CountRead();
 
-    /// Fires g_FileOpenCallbacker with a location, not forced, if g_bCollectResource is set. Open, Load and OpenStored
+    /// Fires g_FileOpenCallbacker with GetFullPath, not forced, if g_bCollectResource is set. Open, Load and OpenStored
     /// call it when they have tried to open what they read.
-    static void ReportOpen(char const * szLocation);
+    void ReportOpen() const;
 
     /// Fires g_FileReadErrorCallbacker with the key, not forced. Returns false.
     bool ReportReadError() const;

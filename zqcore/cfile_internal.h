@@ -3,6 +3,7 @@
 
 #include "zqcore/carray.h"
 #include "zqcore/cfile.h"
+#include "zqcore/cfilelog.h"
 #include "zqcore/cfilename.h"
 
 #include <atomic>
@@ -76,6 +77,12 @@ private:
 inline int FileLength(File_c const & File)
 {
     return std::atomic_ref(const_cast<int &>(File.iLength)).load(std::memory_order_relaxed);
+}
+
+/// Returns whether opens are reported: g_bCollectResource. Any thread.
+inline bool FileIsCollecting()
+{
+    return std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed);
 }
 
 /// Path of a file on the disk. Holds folder and name at full length, unlike GetFullPath.

@@ -179,11 +179,6 @@ namespace
         std::atomic_ref(g_bCollectResource).store(bCollect, std::memory_order_relaxed);
     }
 
-    bool IsCollecting()
-    {
-        return std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed);
-    }
-
     void CloseResponseLog(ResponseLog_s & Response)
     {
         if (Response.pStream)
@@ -241,7 +236,7 @@ namespace
     bool IsWanted(char const * szName)
     {
         ZQ_ASSERT_TEXT(szName, "sFileName");
-        bool const bCollected = szName && IsCollecting();
+        bool const bCollected = szName && FileIsCollecting();
         bool const bFits = bCollected && FitsALine(szName);
         if (bCollected && !bFits)
         {
@@ -353,7 +348,7 @@ void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
 {
     Report_s Report = { dwMode, false };
     ValueScope_T const Reporting(t_pReport, &Report);
-    if (sName && IsCollecting())
+    if (sName && FileIsCollecting())
     {
         Firing_c const Firing;
         if (Firing.IsGranted())
