@@ -3,6 +3,8 @@
 #include "tests/archive_support.h"
 #include "tests/test_support.h"
 
+#include "zqcore/cfilename.h"
+
 #include <atomic>
 #include <bit>
 #include <chrono>
@@ -182,6 +184,10 @@ TEST_F(RegistryTest, ReadsIntoTextObjectsIntegersAndEnumerators)
         Registry.ReadString("t", sShort), sShort == "FULL", Registry.WriteString("t", "longer"));
     EXPECT_EACH(!Registry.ReadString("t", sShort), sShort == "FULL", Registry.ReadString("t", sText), sText == "longer",
         !Registry.ReadString("none", sText), sText == "longer");
+    FileName_c sPath;
+    EXPECT_EACH(Registry.ReadString("t", sPath), sPath == "longer",
+        Registry.WriteString("t", std::string(256, 'l').c_str()), !Registry.ReadString("t", sPath), sPath == "longer",
+        Registry.ReadString("t", sText), sText.size() == 256);
     EXPECT_EACH(!Registry.EnumKey(0, sName), sName == "old", Registry.EnumKey(0, sText), sText == "Subkey");
     EXPECT_EACH(Registry.WriteString("t", ""), Registry.ReadString("t", sText), sText.empty());
 

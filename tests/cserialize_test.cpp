@@ -431,4 +431,13 @@ TEST(Serialize, AFullDiskSetsTheFlag)
     ExpectFailure(Writeable_c(sName.c_str(), VERSION), 1, 6000, true, false);
     ExpectFailure(BufferedWriteable_c(sName.c_str(), VERSION), 1100, 1700, true, false);
     ExpectFailure(BufferedWriteable_c(sName.c_str(), VERSION), 1, 9000, false, false);
+    struct Plain_s : Writeable_c
+    {
+        explicit Plain_s(FileReplacement_c & Replacement)
+            : Writeable_c(Replacement, VERSION)
+        {}
+    };
+    FileReplacement_c Replacement(sName.c_str());
+    ExpectFailure(Plain_s(Replacement), 1, 6000, true, false);
+    EXPECT_FALSE(Replacement.Commit());
 }

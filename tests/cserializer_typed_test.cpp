@@ -225,21 +225,23 @@ TEST(SerializerTyped, StaticObjectsAndPartsAreKnown)
 {
     Classes_s Classes;
     Owner_s House{ "house", {}, nullptr }, Root{ "root", {}, &House }, *pRoot = &Root;
+    Owner_s Saved, Loaded, *pPart = &Saved;
     Serializer_c::ResetCache();
     Classes.Owners.RegisterStatic(House);
     MemoryWriteable_c Writer(1);
-    auto const Pass = [&](Serializeable_c & Archive)
+    auto const Pass = [&](Serializeable_c & Archive, Owner_s & Part)
     {
         Archive.Open();
         Serializer_c::StartSerialize(Archive, true);
-        Archive.Serialize(pRoot);
+        Classes.Owners.RegisterPart(Archive, Part);
+        Archive.Serialize(pRoot).Serialize(pPart);
         return !Archive.IsFailed();
     };
-    EXPECT_TRUE(Pass(Writer));
+    EXPECT_TRUE(Pass(Writer, Saved));
     House.sName = "";
     MemoryReadable_c Reader(Writer.GetBytes(), 1);
-    EXPECT_EACH(Pass(Reader), pRoot != &Root, pRoot->pNext == &House, House.sName == "house");
-    EXPECT_EQ(Classes.Owners.m_dMade.size(), 1u) << "the static object is not made";
+    EXPECT_EACH(Pass(Reader, Loaded), pPart == &Loaded, pRoot != &Root, pRoot->pNext == &House, House.sName == "house");
+    EXPECT_EQ(Classes.Owners.m_dMade.size(), 1u) << "the static object and the part are not made";
     struct Forget_s : Serializer_c
     {
         using Serializer_c::dRegisteredStaticPointers;

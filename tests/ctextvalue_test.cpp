@@ -105,11 +105,12 @@ TEST_F(TextValue, FillsTextsOfAnyKindAndReportsACut)
     EXPECT_EACH(Table.Open("t.txt"), Sheet.Open("s.csv"), List.Open("l.txt"), Script.OpenFile("c.txt"));
     std::string sText = "stale", sPath;
     String_T<8> sShort("stale");
-    FileName_c sName("stale");
+    FileName_c sName("stale"), sCut;   // a class derived from a String_T
 
     EXPECT_EACH(Table.NextIdent(sText), sText == sLong, Table.GetWorkIdent(sShort), sShort == sLong.substr(0, 7));
     EXPECT_EACH(Table.GetFileName(sText), sText == "t.txt", Table.Get("v", sText), sText == "longer text");
     EXPECT_EACH(Table.Get("v", sName), sName == "longer text", !Table.GetLastError().IsSet());
+    EXPECT_EACH(Table.Get("@head", sCut), sCut.Length() == 255, Table.GetLastError().sReason.Begins("the text is cut"));
     EXPECT_EACH(Table.Get("v", sShort), sShort == "longer ", Table.GetLastError().sReason.Begins("the text is cut"));
     EXPECT_EACH(!Table.Get("none", sText), sText.empty(), !Table.NextIdent(sText), sText.empty());
 
@@ -121,6 +122,8 @@ TEST_F(TextValue, FillsTextsOfAnyKindAndReportsACut)
     EXPECT_EACH(!Sheet.Get("none", sText), sText == "longer text");
 
     EXPECT_EACH(List.StartProp(), List.NextProp(sText), sText == sLong, !List.NextProp(sText), sText.empty());
+    EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(List.StartProp() && List.NextProp(sCut)); }),
+        "int(strlen(m_Names[0])) < nMaxLength");
     EXPECT_EACH(List.StartVal(sLong.c_str()), List.NextVal(sShort), sShort == "value");
     EXPECT_EACH(List.GetFileFullPath(sPath), sPath.ends_with("l.txt"), List.GetFileName(sText), sText == "l.txt");
 

@@ -33,7 +33,7 @@ class PoolBlocks_c
 {
 public:
     static constexpr std::size_t LARGEST = 1024;   // bytes of the largest block that comes from the pool
-    static constexpr std::size_t ALIGNMENT = 16;   // of such a block
+    static constexpr std::size_t ALIGNMENT = GigaSlab_c::ALIGNMENT;   // of such a block
     static constexpr unsigned USUAL_BLOCKS = 1000;
 
     /// Makes an empty pool. The name is for StaticMemoryPool_c. nExpected is the number of blocks of a size that the

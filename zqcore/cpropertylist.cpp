@@ -76,21 +76,6 @@ namespace
         std::unique_ptr<Slot_t[]> m_pSlots;
         std::size_t m_nSlots = 0;   // a power of 2, at least twice the number of texts
     };
-
-    // Writes the last text of a queue, removes it and returns true. Returns false for an empty queue. szRoom is the
-    // text of the assertion that the buffer is large enough.
-    bool Next(WarehouseLine_c & Queue, char * sValue, int nMaxLength, char const * szRoom)
-    {
-        if (!WarehouseClearText(sValue, nMaxLength) || Queue.IsEmpty())
-        {
-            return false;
-        }
-        char const * const szText = Queue[Queue.GetLength() - 1];
-        ZQ_ASSERT_TEXT(std::strlen(szText) < static_cast<std::size_t>(nMaxLength), szRoom);
-        WarehouseCopyText(sValue, szText, nMaxLength);
-        Queue.DelLast();
-        return true;
-    }
 }
 
 PropertyList_c::~PropertyList_c()
@@ -173,9 +158,31 @@ bool PropertyList_c::StartProp()
     return !m_Names.IsEmpty();
 }
 
+// Returns the next text of a queue, or null. Asserts that it has at most nMost characters.
+char const * PropertyList_c::NextOf(WarehouseLine_c const & Queue, int nMost) const
+{
+    char const * const szText = Queue.IsEmpty() ? nullptr : Queue[Queue.GetLength() - 1];
+    ZQ_ASSERT_TEXT(!szText || std::strlen(szText) <= static_cast<std::size_t>(nMost),
+        &Queue == &m_Names ? "int(strlen(m_Names[0])) < nMaxLength" : "int(strlen(m_List[0])) < nMaxLength");
+    return szText;
+}
+
+// Writes the next text of a queue, removes it and returns true. Returns false for an empty queue.
+bool PropertyList_c::Extract(WarehouseLine_c & Queue, char * sValue, int nMaxLength)
+{
+    char const * const szText = WarehouseClearText(sValue, nMaxLength) ? NextOf(Queue, nMaxLength - 1) : nullptr;
+    if (!szText)
+    {
+        return false;
+    }
+    WarehouseCopyText(sValue, szText, nMaxLength);
+    Queue.DelLast();
+    return true;
+}
+
 bool PropertyList_c::NextProp(char * sValue, int nMaxLength)
 {
-    return Next(m_Names, sValue, nMaxLength, "int(strlen(m_Names[0])) < nMaxLength");
+    return Extract(m_Names, sValue, nMaxLength);
 }
 
 bool PropertyList_c::StartVal(char const * sPropName)
@@ -198,5 +205,5 @@ bool PropertyList_c::StartVal(char const * sPropName)
 
 bool PropertyList_c::NextVal(char * sValue, int nMaxLength)
 {
-    return Next(m_List, sValue, nMaxLength, "int(strlen(m_List[0])) < nMaxLength");
+    return Extract(m_List, sValue, nMaxLength);
 }

@@ -72,11 +72,6 @@ public:
     /// Write the next name. Return false, with an empty text, after the last one. Assert that the buffer or String_T
     /// can hold it: a name that is cut is another name.
     ZQ_API bool NextProp(char * sValue, int nMaxLength);
-    template <int N>
-    bool NextProp(String_T<N> & sValue)
-    {
-        return NextProp(sValue.GetBuffer(), N);
-    }
     template <TextObject_T TEXT>
     bool NextProp(TEXT & sValue)
     {
@@ -88,11 +83,6 @@ public:
     /// do not disturb each other.
     ZQ_API bool StartVal(char const * sPropName);
     ZQ_API bool NextVal(char * sValue, int nMaxLength);
-    template <int N>
-    bool NextVal(String_T<N> & sValue)
-    {
-        return NextVal(sValue.GetBuffer(), N);
-    }
     template <TextObject_T TEXT>
     bool NextVal(TEXT & sValue)
     {
@@ -102,14 +92,16 @@ public:
 private:
     static constexpr int MAX_PATH_SIZE = 512;   // a path of at most 255 characters and a key
 
-    template <typename TEXT>
-    static bool Extract(WarehouseLine_c & Queue, TEXT & sValue)
+    template <TextObject_T TEXT>
+    bool Extract(WarehouseLine_c & Queue, TEXT & sValue)
     {
-        bool const bFound = TextPut(sValue, Queue.IsEmpty() ? nullptr : Queue[Queue.GetLength() - 1]);
+        bool const bFound = TextPut(sValue, NextOf(Queue, TextMost<TEXT>()));
         Queue.DelLast();
         return bFound;
     }
 
+    ZQ_API char const * NextOf(WarehouseLine_c const & Queue, int nMost) const;
+    bool Extract(WarehouseLine_c & Queue, char * sValue, int nMaxLength);
     WarehouseScan_t Scan() const;
 
     // What the walks have yet to return, the next one last, where removing it costs nothing.

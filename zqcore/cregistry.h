@@ -27,6 +27,8 @@
 
 #include "platform/registry.h"
 
+#include <algorithm>
+#include <string>
 #include <utility>
 
 /// Type and size of a value: the type is a number of plat::RegistryType_e, the size is in bytes.
@@ -73,16 +75,11 @@ public:
     /// in the order of the lower-case names. Returns false, with sName unchanged, if there is none or if it does not
     /// fit into iSize bytes.
     bool EnumKey(int iIndex, char * sName, int iSize);
-    template <int N>
-    bool EnumKey(int iIndex, String_T<N> & sName)
-    {
-        return EnumKey(iIndex, sName.GetBuffer(), N);
-    }
     template <TextObject_T TEXT>
     bool EnumKey(int iIndex, TEXT & sName)
     {
         String_T<256> sLongest;
-        return EnumKey(iIndex, sLongest) && TextPut(sName, sLongest);
+        return EnumKey(iIndex, sLongest.GetBuffer(), std::min(TextMost<TEXT>(), 255) + 1) && TextPut(sName, sLongest);
     }
 
     /// Fill the record and return 1. On failure they return 0, and the record is zero.
@@ -144,19 +141,15 @@ public:
     /// terminator is stored or added to a buffer: GetSizeValue returns a text's length. A text object must hold the
     /// whole text.
     int ReadString(char const * sName, char * sBuffer, std::uint32_t dwSize);
-    template <int N>
-    int ReadString(char const * sName, String_T<N> & sText)
-    {
-        char szText[N];
-        return ReadText(sName, szText, N) && TextPut(sText, szText);
-    }
     template <TextObject_T TEXT>
     int ReadString(char const * sName, TEXT & sText)
     {
-        // Another process may store a longer text meanwhile.
-        for (int nText = GetSizeValue(sName), nLast = -1; nText > nLast; nLast = nText, nText = GetSizeValue(sName))
+        // Most texts are short. Another process may store a longer one meanwhile.
+        constexpr int MOST = TextMost<TEXT>();
+        for (int nText = std::min(MOST, 255), nLast = -1; nText > nLast && nText <= MOST;
+             nLast = nText, nText = GetSizeValue(sName))
         {
-            TEXT sRead(static_cast<std::size_t>(nText) + 1, '\0');
+            std::string sRead(static_cast<std::size_t>(nText) + 1, '\0');
             if (ReadText(sName, sRead.data(), sRead.size()))
             {
                 return TextPut(sText, sRead.c_str());

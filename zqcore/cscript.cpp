@@ -244,9 +244,9 @@ void Script_c::SkipLine()
 }
 
 // Returns the next token that is no comment, or an empty text at the end.
-inline std::string_view Script_c::ReadToken(unsigned iDelimiters)
+inline std::string_view Script_c::ReadToken(bool bPunctuation)
 {
-    bool const bPunctuation = iDelimiters != DELIMITER;
+    unsigned const iDelimiters = bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER;
     for (;;)
     {
         m_bInToken = false;
@@ -290,12 +290,12 @@ inline std::string_view Script_c::ReadToken(unsigned iDelimiters)
 
 std::string_view Script_c::NextToken(bool bPunctuation)
 {
-    return ReadToken(bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER);
+    return ReadToken(bPunctuation);
 }
 
 void Script_c::GetToken(char * sToken, bool bPunctuation)
 {
-    std::string_view const sRead = ReadToken(bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER);
+    std::string_view const sRead = ReadToken(bPunctuation);
     std::size_t const nCopy = std::min<std::size_t>(sRead.size(), TOKEN_SIZE - 1);
     CopyShort(sToken, sRead.data(), nCopy);
     sToken[nCopy] = '\0';
@@ -435,7 +435,6 @@ void Script_c::GetSpecific(char * sWord)
 
 void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
 {
-    sString[0] = '\0';
     std::string_view const sRead = NextString(iMaxLength, cQuote);
     sString[sRead.copy(sString, sRead.size())] = '\0';
 }

@@ -29,7 +29,6 @@
 #include "zqcore/ctexterror.h"
 #include "zqcore/ctextvalue.h"
 
-#include <climits>
 #include <string_view>
 
 /// A reader of one text at a time.
@@ -116,15 +115,10 @@ public:
     /// next read continues in it. A carriage return and a line feed each end a line, so a pair of them ends two.
     /// Asserts that iMaxLength is 2 or more.
     void GetLine(char * sLine, int iMaxLength);
-    template <int N>
-    void GetLine(String_T<N> & sLine)
-    {
-        GetLine(sLine.GetBuffer(), N);
-    }
     template <TextObject_T TEXT>
     void GetLine(TEXT & sLine)
     {
-        PutToken(sLine, NextLine(INT_MAX));
+        PutToken(sLine, NextLine(TextMost<TEXT>()));
     }
 
     /// Reads the next word, comments included, and the separator after it. sWord has TOKEN_SIZE bytes.
@@ -138,15 +132,10 @@ public:
     ///
     /// Anything else before the opening quote is a mismatch, with an empty text.
     void GetString(char * sString, int iMaxLength, char cQuote);
-    template <int N>
-    void GetString(String_T<N> & sString, char cQuote)
-    {
-        GetString(sString.GetBuffer(), N - 1, cQuote);
-    }
     template <TextObject_T TEXT>
     void GetString(TEXT & sString, char cQuote)
     {
-        PutToken(sString, NextString(INT_MAX, cQuote));
+        PutToken(sString, NextString(TextMost<TEXT>(), cQuote));
     }
 
     /// Return the number after the label, reading tokens up to it. A first token other than the label is a mismatch. If
@@ -180,17 +169,14 @@ public:
 
 private:
     /// Copies a piece of the text, up to its first NUL, and returns true.
-    template <typename TEXT>
+    template <TextObject_T TEXT>
     bool PutToken(TEXT & sTo, std::string_view sPiece)
     {
         std::string_view const sText = sPiece.substr(0, sPiece.find('\0'));
         sTo = sText;
-        if constexpr (requires { TEXT::Capacity(); })
+        if (sText.size() > std::size_t{ TextMost<TEXT>() })
         {
-            if (sText.size() >= static_cast<std::size_t>(TEXT::Capacity()))
-            {
-                m_Errors.SetAt("the text is cut", nullptr, m_pData, static_cast<std::size_t>(sText.data() - m_pData));
-            }
+            m_Errors.SetAt("the text is cut", nullptr, m_pData, static_cast<std::size_t>(sText.data() - m_pData));
         }
         return true;
     }
@@ -201,7 +187,7 @@ private:
     bool GetWhole(WholeRange_t const & Range, std::uint64_t & iBits);
     bool GetNumber(double fMost, double & fValue);
     bool RefuseToken(char const * szReason, char const * szToken);
-    std::string_view ReadToken(unsigned iDelimiters);
+    std::string_view ReadToken(bool bPunctuation);
     bool Read(char * pBuffer, int iCount);
     char ReadByte();
     void SkipLine();

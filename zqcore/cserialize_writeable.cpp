@@ -48,7 +48,7 @@ bool Writeable_c::Close()
         bWhole = !m_bSkipped || plat::FileSetSize(m_hFile, m_nPosition);
         if (m_pReplacement)
         {
-            m_pReplacement->EndArchive(!m_bFailed);
+            m_pReplacement->EndArchive(bWhole && !m_bFailed);
         }
         else
         {

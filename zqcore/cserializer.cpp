@@ -466,8 +466,8 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-// Loads a class name and returns its serializer. Returns null, with the archive failed, if the name cannot be read.
-// Also returns null, after an assertion:
+// Loads a class name and returns its serializer. Returns null, with the archive failed, if the name cannot be read and,
+// after an assertion:
 // - without such a serializer
 // - for another class than an expected one
 // - for an object inside itself
@@ -617,7 +617,7 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
 {
     if (!ReadStaticCount(archive))
     {
-        return archive.Fail();
+        return;
     }
     int const nEntries = dRegisteredStaticPointers.GetLength();   // a body may register more
     for (int i = 0; i < nEntries && !archive.IsFailed(); ++i)

@@ -20,25 +20,18 @@ namespace archives
         }
     }
 
-    // Stores or loads one element through a variable, because it may not be an object of its own, as in a
-    // std::vector<bool>.
-    template <typename ELEMENT>
-    void TransferBit(Serializeable_c & Archive, ELEMENT && Element)
+    // Stores or loads one element. A bool may not be an object of its own, as in a std::vector<bool>.
+    template <typename ITERATOR>
+    void TransferElement(Serializeable_c & Archive, ITERATOR it)
     {
-        bool bValue = Element;
-        Archive.Serialize(bValue);
-        if (Archive.IsReading())
+        if constexpr (std::same_as<std::iter_value_t<ITERATOR>, bool>)
         {
-            Element = bValue;
-        }
-    }
-
-    template <typename T>
-    void TransferElement(Serializeable_c & Archive, T &, typename T::iterator it)
-    {
-        if constexpr (std::same_as<typename T::value_type, bool>)
-        {
-            TransferBit(Archive, *it);
+            bool bValue = *it;
+            Archive.Serialize(bValue);
+            if (Archive.IsReading())
+            {
+                *it = bValue;
+            }
         }
         else
         {
@@ -68,7 +61,7 @@ namespace archives
         std::size_t nLoaded = 0;
         for (auto it = d.begin(); it != d.end() && !Archive.IsFailed(); ++it, ++nLoaded)
         {
-            TransferElement(Archive, d, it);
+            TransferElement(Archive, it);
         }
         if (nLoaded < d.size())
         {
@@ -78,7 +71,7 @@ namespace archives
         for (; nLoaded < nElements && !Archive.IsFailed(); ++nLoaded)
         {
             d.emplace_back();
-            TransferElement(Archive, d, std::prev(d.end()));
+            TransferElement(Archive, std::prev(d.end()));
         }
     }
 
@@ -189,7 +182,7 @@ void Serialize(Serializeable_c & Archive, T & d)
     {
         for (auto it = d.begin(); it != d.end() && !Archive.IsFailed(); ++it)
         {
-            archives::TransferElement(Archive, d, it);
+            archives::TransferElement(Archive, it);
         }
     }
 }

@@ -166,18 +166,12 @@ public:
     ///   name of the table.
     ///
     /// A text that a String_T cuts is reported in the same way, but the result is true.
-    template <int N>
-    bool Get(char const * sName, String_T<N> & sValue)
-    {
-        char const * const szCell = GetCell(sName);
-        bool const bFits = !szCell || StrCopy(sValue.GetBuffer(), szCell, N) == std::strlen(szCell);
-        return szCell && (bFits || !Refuse(sName, "the text is cut in column"));
-    }
     template <TextObject_T TEXT>
     bool Get(char const * sName, TEXT & sValue)
     {
         char const * const szCell = GetCell(sName);
-        return szCell && TextPut(sValue, szCell);
+        bool const bFits = !szCell || std::strlen(szCell) <= std::size_t{ TextMost<TEXT>() };
+        return szCell && TextPut(sValue, szCell) && (bFits || !Refuse(sName, "the text is cut in column"));
     }
     template <Integer_T T>
     bool Get(char const * sName, T & value)

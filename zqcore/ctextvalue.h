@@ -23,6 +23,7 @@
 //     }
 #pragma once
 
+#include "zqcore/cprintf.h"
 #include "zqcore/cstring.h"
 
 #include <concepts>
@@ -32,15 +33,25 @@
 
 /// A class that holds a text and takes another one by assignment: String_T, std::string.
 template <typename T>
-concept TextObject_T = std::is_class_v<T> && requires(T & sText, char const * szText)
+concept TextObject_T = PrintfText_T<T> && requires(T & sText, char const * szText, std::string_view sView)
 {
     sText = szText;
+    sText = sView;
+};
+
+/// Returns the number of characters that a text object can hold. A class with a static Capacity() has a limit.
+template <TextObject_T TEXT>
+constexpr int TextMost()
+{
+    if constexpr (requires { TEXT::Capacity(); })
+    {
+        return TEXT::Capacity() - 1;
+    }
+    else
+    {
+        return std::numeric_limits<int>::max();
+    }
 }
-                       && (requires(T const & sText) {
-                              { sText.CStr() } -> std::same_as<char const *>;
-                          } || requires(T const & sText) {
-                              { sText.c_str() } -> std::same_as<char const *>;
-                          });
 
 /// Copies a text to a text object and returns true. A null empties the object and returns false.
 template <TextObject_T TEXT>

@@ -293,14 +293,19 @@ char const * Warehouse_c::NumberCell(char const * sColumn) const
     return szCell;
 }
 
-// Returns the cell for a Get of a text. If there is no such column, stores the error and returns null.
-char const * Warehouse_c::TextCell(char const * sColumn) const
+// Returns the cell for a Get of a text, and reports one of more than nMost characters. If there is no such column,
+// stores the error and returns null.
+char const * Warehouse_c::TextCell(char const * sColumn, int nMost) const
 {
     char const * szCell = nullptr;
     if (!FindCell(sColumn, szCell))
     {
         LogNotFound(sColumn);
         return nullptr;
+    }
+    if (szCell && std::strlen(szCell) > static_cast<std::size_t>(nMost))
+    {
+        LogInvalid(sColumn, "the text is cut in column");
     }
     return szCell ? szCell : "";
 }
@@ -429,20 +434,12 @@ bool Warehouse_c::Get(char const * sColumn, bool & value) const
 bool Warehouse_c::Get(char const * sColumn, char * sResult, int nMaxLength) const
 {
     bool const bUsable = WarehouseClearText(sResult, nMaxLength);
-    char const * const szCell = TextCell(sColumn);
-    if (!szCell)
-    {
-        return false;
-    }
-    if (bUsable)
+    char const * const szCell = TextCell(sColumn, bUsable ? nMaxLength - 1 : INT_MAX);
+    if (szCell && bUsable)
     {
         WarehouseCopyText(sResult, szCell, nMaxLength);
-        if (std::strlen(szCell) >= static_cast<std::size_t>(nMaxLength))
-        {
-            LogInvalid(sColumn, "the text is cut in column");
-        }
     }
-    return bUsable;
+    return szCell && bUsable;
 }
 
 bool Warehouse_c::Get(char const * sColumn, int & iFirst, int & iSecond) const

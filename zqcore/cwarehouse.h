@@ -148,15 +148,10 @@ public:
     /// Read the work line's cell as text; an empty cell is an empty text. Return true for a text that is cut too:
     /// GetLastError says so, and the log if LogColName switched that on. Nothing cuts a std::string.
     ZQ_API bool Get(char const * sColumn, char * sResult, int nMaxLength) const;
-    template <int N>
-    bool Get(char const * sColumn, String_T<N> & sResult) const
-    {
-        return Get(sColumn, sResult.GetBuffer(), N);
-    }
     template <TextObject_T TEXT>
     bool Get(char const * sColumn, TEXT & sResult) const
     {
-        return TextPut(sResult, TextCell(sColumn));
+        return TextPut(sResult, TextCell(sColumn, TextMost<TEXT>()));
     }
 
     /// Reads a pair written as 12-34. Leading minus signs are skipped. A part that is not a number is 0; one out of
@@ -180,7 +175,7 @@ private:
     int FindColumn(char const * sColumn) const;
     bool FindCell(char const * sColumn, char const *& szCell) const;
     ZQ_API char const * NumberCell(char const * sColumn) const;
-    ZQ_API char const * TextCell(char const * sColumn) const;
+    ZQ_API char const * TextCell(char const * sColumn, int nMost) const;
     ZQ_API bool GetWhole(char const * sColumn, WholeRange_t const & Range, std::uint64_t & iBits) const;
     ZQ_API char const * FileKey() const;
     ZQ_API char const * WorkIdent() const;
