@@ -76,6 +76,16 @@ inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody
     return bOpen && !Archive.IsFailed();
 }
 
+/// Returns the bytes of an archive in memory that the calls write, none if it failed.
+inline std::string Stored(std::uint32_t dwVersion, ArchiveBody_t const & fnBody)
+{
+    MemoryWriteable_c Archive(dwVersion);
+    Archive.Open();
+    fnBody(Archive);
+    std::span<std::byte const> const Bytes = Archive.GetBytes();
+    return { reinterpret_cast<char const *>(Bytes.data()), Archive.IsFailed() ? 0 : Bytes.size() };
+}
+
 /// A reader that does not know its length.
 class StreamArchive_c : public Serializeable_c
 {

@@ -2,7 +2,6 @@
 #include "tests/test_support.h"
 #include "zqcore/cbitmap.h"
 #include "zqcore/cmemory.h"
-#include "zqcore/cserialize.h"
 
 #include <bit>
 #include <climits>

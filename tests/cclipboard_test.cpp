@@ -175,8 +175,7 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
     int const iChild = Child([] { WaitToBeKilled(); });
     plat::ClipboardSetWait([](unsigned nMilliseconds) { s_nWaits += nMilliseconds == 100; });
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == true");
-    EXPECT_EQ(s_nWaits, 100);
-    EXPECT_FALSE(g_isOpen);
+    EXPECT_EACH(s_nWaits == 100, !g_isOpen);
     KillChild(iChild);
     ClipboardOpen();
     EXPECT_EQ(Text(), "kept");
@@ -186,8 +185,5 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
     Gate_c const Closed;
     int const iHeir = StartChild([&] { return !g_isOpen && Closed.Wait() && TextOfClosed() == "kept" ? 0 : 1; });
     ClipboardClose();
-    EXPECT_EQ(TextOfClosed(), "kept");
-    EXPECT_EQ(s_nWaits, 100);
-    EXPECT_TRUE(Closed.Open());
-    EXPECT_EQ(StatusOfChild(iHeir), 0);
+    EXPECT_EACH(TextOfClosed() == "kept", s_nWaits == 100, Closed.Open(), StatusOfChild(iHeir) == 0);
 }

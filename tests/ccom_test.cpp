@@ -38,9 +38,8 @@ TEST(ComObject, CountsReferencesAndDisposesWithTheLast)
 {
     auto * const pObject = new Object_c;
     g_nDeleted = 0;
-    EXPECT_EQ(COM_ADDREF(pObject, OWNERS), 0u);
-    EXPECT_EQ(COM_ADDREF(pObject, OWNERS + 1), 1u);
-    EXPECT_EACH(!COM_RELEASE(pObject, OWNERS), g_nDeleted == 0, COM_RELEASE(pObject, OWNERS + 1), g_nDeleted == 1);
+    EXPECT_EACH(COM_ADDREF(pObject, OWNERS) == 0, COM_ADDREF(pObject, OWNERS + 1) == 1, !COM_RELEASE(pObject, OWNERS),
+        g_nDeleted == 0, COM_RELEASE(pObject, OWNERS + 1), g_nDeleted == 1);
 
     Pooled_c Pooled;
     for (int i = 1; i <= 2; ++i)
@@ -85,10 +84,8 @@ TEST(ComObject, ListsItsOwnersTheNewestFirst)
     static std::string s_sOutput;
     auto const fnPrevious = plat::DebugOutputSet([](char const * szText) { s_sOutput += szText; });
     ComDebug_t dOwners[3] = {};
-    EXPECT_EQ(Object.GetOwners(dOwners, 3), 3);
-    EXPECT_EQ(s_sOutput, "");
-    EXPECT_EQ(dOwners[0].pNext->iLine, dOwners[1].iLine);
-    EXPECT_EQ(Object.GetOwners(dOwners, 2), 2);
+    EXPECT_EACH(Object.GetOwners(dOwners, 3) == 3, s_sOutput == "", dOwners[0].pNext->iLine == dOwners[1].iLine,
+        Object.GetOwners(dOwners, 2) == 2);
     EXPECT_THAT(s_sOutput, testing::StartsWith("Array size is too small to contain all owners "));
     plat::DebugOutputSet(fnPrevious);
     Object.Release(OWNERS, "", 0, &Object);

@@ -5,7 +5,6 @@
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cstring.h"
 
-#include <cerrno>
 #include <exception>
 #include <mutex>
 

@@ -17,35 +17,18 @@ namespace
         .nHigh: unsigned int = 65
         .Speed: (anonymous namespace)::Vector_t = <4, 5, 6\n(no member Ship.x)>
         .szName: char const * = "ship"
-    parameter pShip: (anonymous namespace)::Ship_t * = 0x@
-        .x: float = 1
-        .y: float = 2
-        .z: float = 3
-        .eColour: (anonymous namespace)::Colour_e = Red (2)
-        .nLow: unsigned int = 5
-        .nHigh: unsigned int = 65
-        .Speed: (anonymous namespace)::Vector_t = <4, 5, 6\n(no member Ship.x)>
-        .szName: char const * = "ship"
     parameter fnCall: void (*)() = 0x@ (anonymous namespace)::FaultAmongValues
     parameter wszWide: wchar_t const * = "wïde"
-    local bYes: bool = true
-    local cLetter: char = 'x' (120)
     local nNegative: short int = -2 (0xFFFE)
-    local nLarge: unsigned int = 74565 (0x12345)
-    local fThird: double = 0.1
-    local eBlue: (anonymous namespace)::Colour_e = Blue (4)
     local eBoth: (anonymous namespace)::Colour_e const = Red | Blue (0x6)
     local szShort: char [8] = "a\nb"
     local dNumbers: int [3] = { 1, 2, 3 }
-    local szNone: char const * = 0x0
     local sFixed: String_T<32> = "fixed"
     local dArray: Array_T<int, 4, 0> = { 5, -1 (0x@) }
     local sText: std::string = "a text that is too long for the object"
-    local sView: std::string_view const = "text"
     local dTexts: std::vector<std::string> = { "one", "two" }
     local dMany: std::vector<int> = { 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, ... 100 elements }
     local iSome: std::optional<short int> = 7
-    local iNone: std::optional<short int> = (empty)
     local pOwned: std::unique_ptr<int> const = 0x@ { 9 }
     local Point: (anonymous namespace)::Vector_t = <1, 2, 3.5\n(no member Ship.x)>
 )";
@@ -102,6 +85,8 @@ TEST_F(CrashDetails, SayWhatWasTouchedByWhichThreadAndHow)
              { "illegal", "code: C000001D ILLEGAL_INSTRUCTION\nkind: instruction\n", "" },
              { "abort", "code: 40000015 abort\\(\\) was called\nkind: abort\n", "" },
              { "stack", "code: C00000FD STACK_OVERFLOW\nkind: stack\ndata: [0-9A-F]+\n",
+                 "depth: [78][0-9]{6} of 8[0-9]{6} bytes\n" },
+             { "stack thread", "code: C00000FD STACK_OVERFLOW\nkind: stack\ndata: [0-9A-F]+\n",
                  "depth: [78][0-9]{6} of 8[0-9]{6} bytes\n" },
              { "wild", sWild, "" },
              { "throw",
@@ -261,9 +246,7 @@ TEST_F(CrashDetailsByHelper, GoOnWithALateHelperAndSayWhyNamesAreMissing)
              { "exec sleep 100", " \\?\n\\(cut: the symbol helper gave no answer within 20 s\\)\n" },
              { "exit 1", " \\?\n\\(cut: the symbol helper failed\\)\n" } })
     {
-        std::string const sHelper = Folder.Write("helper", std::string("#!/bin/sh\n") + szScript);
-        fs::permissions(sHelper, fs::perms::owner_all);
-        Crash_t const Crash = RunAlone("read silent", sHelper);
+        Crash_t const Crash = RunAlone("read silent", WriteHelper(Folder, szScript));
         EXPECT_THAT(Crash.sDetails, ContainsRegex(szExpected)) << szScript;
         EXPECT_LT(Crash.tSeconds, 25.0);
     }

@@ -252,18 +252,18 @@ TEST_F(FileTest, AStreamEndsWhereTheFileOnDiskEnds)
     }
 }
 
-TEST_F(FileTest, EveryWayOfOpeningWarnsOfADuplicate)
+TEST_F(FileTest, OfLikeNamedFilesTheFirstOpensWithAWarning)
 {
     ExpectComplaints(3);
-    for (std::string const sName : { "/1.txt", "/2.txt", "/3.txt" })
-    {
-        Make({ { "a" + sName, "x" }, { "b" + sName, "x" } });
-    }
-    EXPECT_EACH(Scan(), FileOpen("1.txt"), FileOpen(FileStream("2.txt")));
+    Make({ { "a/1.txt", "first" }, { "a/2.txt", "" }, { "a/3.txt", "" }, { "b/1.TXT", "second" }, { "b/2.txt", "" },
+        { "b/3.txt", "" } });
+    EXPECT_EACH(Scan(), Contents(FileOpen("1.txt")) == "first", FileOpen(FileStream("2.txt")));
     FileOpenStored("3.txt")->CloseStored();
-    for (char const * szName : { "1.txt", "2.txt", "3.txt" })
+    for (std::string const sName : { "\\1.txt", "\\2.txt", "\\3.txt" })
     {
-        EXPECT_EQ(Dialogs.CountHolding("Opened file '" + Folded("a") + "\\" + szName + "' is DUPLICATE"), 1);
+        std::string const sFirst = Folded("a") + sName, sLine = "File duplication : " + Folded("b") + sName;
+        EXPECT_THAT(Log.GetText(), testing::HasSubstr(sLine + "\n                   " + sFirst + "\n"));
+        EXPECT_EQ(Dialogs.CountHolding("Opened file '" + sFirst + "' is DUPLICATE, random bugs may occur."), 1);
     }
 }
 

@@ -32,18 +32,6 @@ TEST_F(FilePathTest, EntersEveryFileUnderItsFoldedNameDepthFirstInOneOrder)
     EXPECT_EQ(Keys(), ".hidden") << "not recursive";
 }
 
-TEST_F(FilePathTest, KeepsTheFirstOfTwoLikeNamedFilesAndMarksIt)
-{
-    ExpectComplaints(1);
-    Make({ { "a/same.txt", "first" }, { "b/SAME.txt", "second" } });
-    ASSERT_TRUE(Scan());
-    std::string const sFirst = Folded("a") + "\\same.txt";
-    EXPECT_EQ(Log.GetText(), "File duplication : " + Folded("b") + "\\same.txt\n                   " + sFirst + "\n");
-    EXPECT_EQ(Contents(FileOpen("same.txt")), "first");
-    EXPECT_EQ(
-        Dialogs.CountHolding("Opened file '" + sFirst + "' is DUPLICATE, random bugs may occur. Fix your media."), 1);
-}
-
 TEST_F(FilePathTest, ASecondScanMarksEachFileAndAddsNoFolder)
 {
     Make({ { "a/same.txt", "" }, { " x/c.txt", "" } });

@@ -3,7 +3,6 @@
 #include "platform/netaddress.h"
 #include "tests/machine_support.h"
 
-#include <algorithm>
 #include <iterator>
 #include <set>
 #include <sstream>

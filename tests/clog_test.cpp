@@ -284,30 +284,20 @@ TEST_F(Logs, AFullDiskTearsNoLaterLineAndTheLostOnesAreCounted)
     Log("first");
     StartNamedLogs();
     Logf("a.txt", "first");
-    for (bool const bMain : { true, false })
+    for (auto const & [szName, fnSay, szLost] :
+        Rows_t<char const *, void (*)(char const *), char const *>{
+            { "message.log", LogText, "[^\n]+\tLog lines lost here: 2\n" },
+            { "a.txt", [](char const * szText) { Logf("a.txt", "%s", szText); }, "" } })
     {
-        std::string const sName = bMain ? "message.log" : "a.txt";
-        auto const Say = [bMain](char const * szText)
         {
-            if (bMain)
-            {
-                LogText(szText);
-            }
-            else
-            {
-                Logf("a.txt", "%s", szText);
-            }
-        };
-        {
-            FullDisk_c const Full(static_cast<rlim_t>(fs::file_size(m_Folder.Join(sName)) + 4));
-            Say("      torn");
-            Say("lost");
+            FullDisk_c const Full(static_cast<rlim_t>(fs::file_size(m_Folder.Join(szName)) + 4));
+            fnSay("      torn");
+            fnSay("lost");
         }
-        Say("after");
-        Say("last");
-        std::string const sLost = bMain ? "[^\n]+\tLog lines lost here: 2\n" : "";
-        EXPECT_THAT(
-            m_Folder.Read(sName), MatchesRegex("[^\n]*first\n[^\n]{4}\n" + sLost + "[^\n]*after\n[^\n]*last\n"));
+        fnSay("after");
+        fnSay("last");
+        EXPECT_THAT(m_Folder.Read(szName),
+            MatchesRegex(std::string("[^\n]*first\n[^\n]{4}\n") + szLost + "[^\n]*after\n[^\n]*last\n"));
     }
     EXPECT_EQ(Capture.CountHolding("Log lines lost in \"a.txt\": 2"), 1);
     {
@@ -496,20 +486,17 @@ TEST_F(Logs, ARelativeFolderIsThatOfTheCallAndNullIsNone)
 TEST_F(Logs, ANamedOneBeyondTheTableIsOpenedAllTheSame)
 {
     StartNamedLogsIn(m_Folder.GetPath());
+    auto const Open = [](int i) { return ModuleLog_c::Get()->GetLogFile(Va("log%i", i)); };
     int nKept = 0;
-    for (std::FILE *pFirst = nullptr, *pSecond = nullptr; pFirst == pSecond; ++nKept)
+    std::FILE *pFirst = Open(0), *pSecond = Open(0);
+    for (; pFirst && pFirst == pSecond; ++nKept)
     {
-        std::string const sName = "log" + std::to_string(nKept);
-        pFirst = ModuleLog_c::Get()->GetLogFile(sName.c_str());
-        pSecond = ModuleLog_c::Get()->GetLogFile(sName.c_str());
-        ASSERT_TRUE(pFirst);
-        ASSERT_TRUE(pSecond);
-        if (pFirst != pSecond)
-        {
-            std::fclose(pFirst);
-            std::fclose(pSecond);
-        }
+        pFirst = Open(nKept + 1);
+        pSecond = Open(nKept + 1);
     }
+    ASSERT_TRUE(pFirst && pSecond);
+    std::fclose(pFirst);
+    std::fclose(pSecond);
     EXPECT_THAT(nKept, testing::AllOf(testing::Gt(42), testing::Le(65)));
 }
 

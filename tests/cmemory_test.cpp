@@ -1,4 +1,3 @@
-#include "platform/debugheap.h"
 #include "tests/test_support.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
@@ -7,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <latch>
 #include <map>
 #include <mutex>
@@ -70,8 +68,8 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
         EXPECT_EQ(plat::HeapBlockType(pBlock), static_cast<std::uint32_t>(Word(iExpected, 4)));
         EXPECT_EQ(After - Before, (Changes_t{ { iExpected, { 1, plat::HeapBlockSize(pBlock) } } }));
-        EXPECT_EQ(After.iAllocs, Before.iAllocs + 1);
-        EXPECT_EQ(After.d[iExpected].iFrameAllocs, Before.d[iExpected].iFrameAllocs + 1);
+        EXPECT_EACH(After.iAllocs == Before.iAllocs + 1,
+            After.d[iExpected].iFrameAllocs == Before.d[iExpected].iFrameAllocs + 1);
         MemCategoryScope_c const Other(mem::Sound);   // does not count for what is freed
         CoreMemory::operator_delete(p);
         Figures_s const Freed;
@@ -85,8 +83,7 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
     MemoryResetFrameAllocCount();
     Figures_s const Reset;
     EXPECT_GE(MemoryGetFrameAllocCount(), 10u);
-    EXPECT_EQ(Reset.d[mem::AI].iLastFrameAllocs, 1);
-    EXPECT_EQ(Reset.d[mem::AI].iFrameAllocs, 0);
+    EXPECT_EACH(Reset.d[mem::AI].iLastFrameAllocs == 1, Reset.d[mem::AI].iFrameAllocs == 0);
 }
 
 TEST(Memory, PeaksStayWhenBlocksGoAndNewOnesStayBelow)
@@ -312,14 +309,11 @@ TEST(Memory, UserAllocatorsFillSixtyFourSlots)
     {
         EXPECT_EQ(mem::RegisterUserAllocator(dAllocators[i]), i < 64) << i;
     }
-    EXPECT_TRUE(mem::UnRegisterUserAllocator(dAllocators[5]));
-    EXPECT_FALSE(mem::UnRegisterUserAllocator(dAllocators[5]));
-    EXPECT_EQ(mem::GetUserAllocators(nullptr, 0), 63u);
-    EXPECT_TRUE(mem::RegisterUserAllocator(dAllocators[64]));
+    EXPECT_EACH(mem::UnRegisterUserAllocator(dAllocators[5]), !mem::UnRegisterUserAllocator(dAllocators[5]),
+        mem::GetUserAllocators(nullptr, 0) == 63, mem::RegisterUserAllocator(dAllocators[64]));
     dAllocators[64].m_dwInfo1 = 9;
     mem::UserAllocatorInfo_i * dFound[64];
-    EXPECT_EQ(mem::GetUserAllocators(dFound, 0), 0u);
-    EXPECT_EQ(mem::GetUserAllocators(dFound, 7), 7u);
+    EXPECT_EACH(mem::GetUserAllocators(dFound, 0) == 0, mem::GetUserAllocators(dFound, 7) == 7);
     mem::UserAllocatorInfo_t Info;
     EXPECT_EACH(dFound[5] == &dAllocators[64], dFound[5]->GetInfo(Info), Info.dwInfo1 == 9);
     std::for_each(dAllocators, dAllocators + 65, mem::UnRegisterUserAllocator);

@@ -3,8 +3,6 @@
 #include "zqcore/clogf.h"
 #include "zqcore/cstring.h"
 
-#include <fstream>
-
 namespace
 {
     // Calls with text classes. The one without shows that the compiler's own check is still there. s is a String_T, t a
@@ -28,7 +26,6 @@ namespace
         { R"(Log("%s", s, n);)", false },
         { R"(Log("%s %s", s, n);)", false },
         { R"(Log("%s %ld", s, n);)", false },
-        { R"(Log("%s %d", s, sizeof n);)", false },
         { R"(Log("%s %f", s, n);)", false },
         { R"(Log("%s %.*s", s, 1.5, t);)", false },
         { R"(Log("%s %n", s, &n);)", false },
@@ -74,18 +71,15 @@ TEST(Printf, TakesTextClassesInAllFunctions)
 TEST(Printf, ACallWithAWrongFormatDoesNotCompile)
 {
     TempFolder_c const Folder;
-    std::string const sFile = Folder.Join("calls.cpp");
+    std::string sSource = "#include \"zqcore/clog.h\"\n#include \"zqcore/clogf.h\"\n#include \"zqcore/cstring.h\"\n"
+                          "#include <string>\n#line 101\n";
+    for (Call_s const & Call : CALLS)
     {
-        std::ofstream File(sFile);
-        File << "#include \"zqcore/clog.h\"\n#include \"zqcore/clogf.h\"\n#include \"zqcore/cstring.h\"\n#include "
-                "<string>\n#line 101\n";
-        int iCall = 0;
-        for (Call_s const & Call : CALLS)
-        {
-            File << "void F" << iCall++ << "(String_T<8> s, std::string t, std::string_view v, int n) { " << Call.szCall
-                 << " static_cast<void>(s), static_cast<void>(t), static_cast<void>(v), static_cast<void>(n); }\n";
-        }
+        sSource += "void F" + std::to_string(&Call - CALLS)
+                   + "(String_T<8> s, std::string t, std::string_view v, int n) { " + Call.szCall
+                   + " (void)s, (void)t, (void)v, (void)n; }\n";
     }
+    std::string const sFile = Folder.Write("calls.cpp", sSource);
     int nCompilers = 0;
     for (std::string const sCompiler : { "g++ -O1", "clang++ -O0 -ferror-limit=0" })
     {

@@ -4,7 +4,6 @@
 #include "zqcore/capp.h"
 #include "zqcore/ccrc.h"
 
-#include <algorithm>
 #include <bit>
 #include <climits>
 #include <cmath>

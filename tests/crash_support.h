@@ -55,6 +55,14 @@ inline Crash_t RunAlone(std::string const & sArguments, std::string const & sHel
     return RunIn(TempFolder_c(), sArguments, sHelper);
 }
 
+/// Writes a symbol helper that runs a script of the shell. Returns its path.
+inline std::string WriteHelper(TempFolder_c const & Folder, std::string const & sScript)
+{
+    std::string const sPath = Folder.Write("helper", "#!/bin/sh\n" + sScript);
+    fs::permissions(sPath, fs::perms::owner_all);
+    return sPath;
+}
+
 /// A test that needs a report.
 class CrashTest : public testing::Test
 {

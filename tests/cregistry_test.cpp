@@ -8,7 +8,6 @@
 #include <atomic>
 #include <bit>
 #include <chrono>
-#include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <map>
@@ -146,9 +145,8 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     EXPECT_TRUE(Registry.ReadData("b", sBuffer, 16));
     EXPECT_EQ(std::string(sBuffer, 4), std::string("\0\1\2e", 4));
     _tag_DATA_INFO Info = { 9, 9 };
-    EXPECT_EACH(!Registry.GetDataInfo("none", &Info), Info.dwType == 0, Info.dwSize == 0);
-    EXPECT_EQ(Registry.GetSizeValue("none"), -1);
-    EXPECT_EACH(Registry.GetDataInfo("B", &Info), Info.dwType == 3, Info.dwSize == 3);
+    EXPECT_EACH(!Registry.GetDataInfo("none", &Info), Info.dwType == 0, Info.dwSize == 0,
+        Registry.GetSizeValue("none") == -1, Registry.GetDataInfo("B", &Info), Info.dwType == 3, Info.dwSize == 3);
     EXPECT_EACH(!Registry.OpenKey("Software\\None", 0), !Registry.ValueExists("t")) << "the previous key is closed";
     EXPECT_EACH(Registry.OpenKey("Software\\None", 1), Registry.OpenKey("SOFTWARE\\none", 0));
 
@@ -278,9 +276,9 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
         std::string const sModelKey = Lower(sKey), sModelName = Lower(sName), sModelOther = Lower(sOther);
         bool const bKey = dModel.count(sModelKey) != 0;
         ASSERT_EQ(Registry.OpenKey(sKey.c_str(), 0) != 0, bKey) << sKey;
-        auto * const pValues = bKey ? &dModel[sModelKey] : nullptr;
-        bool const bHas = bKey && pValues->count(sModelName) != 0;
-        bool const bRenamed = bHas && !pValues->count(sModelOther);
+        std::map<std::string, std::string> dNone;
+        auto & dValues = bKey ? dModel[sModelKey] : dNone;
+        bool const bHas = dValues.contains(sModelName), bRenamed = bHas && !dValues.contains(sModelOther);
         switch (fnRandom(7))
         {
         case 0:
@@ -295,24 +293,18 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
         case 2:
         case 3:
             EXPECT_EQ(Registry.WriteString(sName.c_str(), std::to_string(iStep).c_str()) != 0, bKey);
-            if (bKey)
-            {
-                (*pValues)[sModelName] = std::to_string(iStep);
-            }
+            dValues[sModelName] = std::to_string(iStep);
             break;
         case 4:
             EXPECT_EQ(Registry.DeleteValue(sName.c_str()) != 0, bHas);
-            if (bHas)
-            {
-                pValues->erase(sModelName);
-            }
+            dValues.erase(sModelName);
             break;
         case 5:
             EXPECT_EQ(Registry.RenameValue(sName.c_str(), sOther.c_str()) != 0, bRenamed);
             if (bRenamed)
             {
-                (*pValues)[sModelOther] = (*pValues)[sModelName];
-                pValues->erase(sModelName);
+                dValues[sModelOther] = dValues[sModelName];
+                dValues.erase(sModelName);
             }
             break;
         default:
@@ -324,11 +316,11 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
                     { return Entry.first == sModelKey || Entry.first.starts_with(sModelKey + "\\"); });
             }
         }
-        for (auto const & [sAnyKey, dValues] : dModel)
+        for (auto const & [sAnyKey, dAll] : dModel)
         {
             ASSERT_TRUE(Registry.OpenKey(sAnyKey.c_str(), 0));
-            EXPECT_EQ(Figures(Registry)[2], static_cast<int>(dValues.size()));
-            for (auto const & [sAnyName, sData] : dValues)
+            EXPECT_EQ(Figures(Registry)[2], static_cast<int>(dAll.size()));
+            for (auto const & [sAnyName, sData] : dAll)
             {
                 ASSERT_EQ(Read(sAnyKey.c_str(), sAnyName.c_str()), sData)
                     << sAnyKey << " " << sAnyName << " step " << iStep;
@@ -426,26 +418,20 @@ TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
 
 TEST_F(RegistryTest, RenamersAndDeletersGetTheirTurnAndAStalledProcessIsGivenUpOn)
 {
-    pid_t dWriters[2];
-    for (pid_t & iWriter : dWriters)
+    auto const fnWrite = []
     {
-        iWriter = StartChild(
-            []
-            {
-                while (Write("k", "w", "text"))
-                {}
-                return 1;
-            });
-    }
+        while (Write("k", "w", "text"))
+        {}
+        return 1;
+    };
+    pid_t const dWriters[] = { StartChild(fnWrite), StartChild(fnWrite) };
     ASSERT_TRUE(Write("k", "x", "value"));
     Registry_c Registry;
     for (int i = 0; i < 50; ++i)
     {
-        EXPECT_EACH(Registry.OpenKey("k", 1), Registry.RenameValue(i % 2 ? "y" : "x", i % 2 ? "x" : "y")) << i;
-    }
-    for (int i = 0; i < 50; ++i)
-    {
-        EXPECT_EACH(Registry.OpenKey("", 0), Registry.DeleteKey("k", i % 2), Write("k", "x", "value")) << i;
+        EXPECT_EACH(Registry.OpenKey("k", 1), Registry.RenameValue("x", "y"), Registry.OpenKey("", 0),
+            Registry.DeleteKey("k", i % 2), Write("k", "x", "value"))
+            << i;
     }
     EXPECT_EACH(KillChild(dWriters[0]), KillChild(dWriters[1])) << "a write failed";
     int const iStalled = open(m_Folder.Join("user/k").c_str(), O_RDONLY);
@@ -543,18 +529,14 @@ TEST_F(RegistryTest, AFullDiskKeepsTheOldValueAndMakesNoKeyWithoutItsSpelling)
         EXPECT_FALSE(Write("Key", "name", "new"));
         EXPECT_FALSE(Registry_c().CreateKey("Key\\Other"));
     }
-    EXPECT_EQ(Read("Key", "name"), "old");
-    EXPECT_EQ(BusyFiles("user/key"), 0);
-    EXPECT_FALSE(plat::RegistryKeyExists(USER, "key\\other"));
+    EXPECT_EACH(Read("Key", "name") == "old", BusyFiles("user/key") == 0, !plat::RegistryKeyExists(USER, "key\\other"));
     // What killed processes left: a key without a spelling and half a record.
     fs::remove(m_Folder.Join("user/key/@key"));
     m_Folder.Write("user/key/~", "half");
     EXPECT_TRUE(Write("KEY", "name", "value"));
     Registry_c Registry;
-    EXPECT_TRUE(Registry.OpenKey("", 0));
-    EXPECT_EQ(SubKeys(Registry), "KEY ");
-    EXPECT_EQ(Read("Key", "name"), "value");
-    EXPECT_EQ(BusyFiles("user/key"), 0);
+    EXPECT_EACH(Registry.OpenKey("", 0), SubKeys(Registry) == "KEY ", Read("Key", "name") == "value",
+        BusyFiles("user/key") == 0);
 }
 
 TEST_F(RegistryTest, WhatMayOnlyBeReadIsReadAndNotChanged)

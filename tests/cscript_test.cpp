@@ -168,8 +168,7 @@ TEST_F(ScriptTest, HoldsAFilesCopyUntilItIsClosed)
     std::ptrdiff_t const nBefore = MemoryTotalAllocations();
     {
         Script_c Script;
-        EXPECT_FALSE(Script.OpenFile("missing.txt"));
-        EXPECT_TRUE(Script.OpenFile("a.txt"));
+        EXPECT_EACH(!Script.OpenFile("missing.txt"), Script.OpenFile("a.txt"));
         EXPECT_EQ(Drive(Script, "T|."), "[first] 5:1!");
         EXPECT_TRUE(Script.OpenFile("b.txt"));
         EXPECT_FALSE(Script.OpenFile((std::string(300, 'n') + ".txt").c_str()));

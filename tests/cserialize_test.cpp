@@ -16,11 +16,6 @@ namespace
 
     using A = Serializeable_c;
 
-    std::string TextOf(std::span<std::byte const> Bytes)
-    {
-        return { reinterpret_cast<char const *>(Bytes.data()), Bytes.size() };
-    }
-
     // The bytes that all writers must agree on.
     std::string Saved(ArchiveBody_t const & fnBody)
     {
@@ -37,14 +32,12 @@ namespace
         Save(BufferedWriteable_c(Replacement, VERSION));
         EXPECT_TRUE(Replacement.Commit());
         std::string const sSaved = Folder.Read("b.arc");
-        MemoryWriteable_c Growing(VERSION);
-        std::vector<std::byte> dRoom(sSaved.size());
-        MemoryWriteable_c Full(dRoom, VERSION);
-        Save(Growing);
+        std::string sRoom(sSaved.size(), '?');
+        MemoryWriteable_c Full(std::as_writable_bytes(std::span(sRoom)), VERSION);
         Save(Full);
-        EXPECT_EACH(
-            sSaved == TextOf(Growing.GetBytes()), sSaved == TextOf(Full.GetBytes()), !Full.Serialize(nullptr, 1));
-        EXPECT_EACH(sSaved == Folder.Read("saves/deep/a.arc"), sSaved == Folder.Read("c.arc"));
+        EXPECT_EACH(sSaved == sRoom, Full.GetBytes().size() == sRoom.size(), !Full.Serialize(nullptr, 1));
+        EXPECT_EACH(sSaved == Stored(VERSION, fnBody), sSaved == Folder.Read("saves/deep/a.arc"),
+            sSaved == Folder.Read("c.arc"));
         EXPECT_EQ(Replacement.GetCrc(), GetCrc32Polynomial(sSaved.data(), static_cast<int>(sSaved.size())));
         return sSaved;
     }

@@ -221,12 +221,6 @@ TEST_F(SpreadsheetTest, HoldsNotMoreThanFourTimesTheFile)
         ASSERT_TRUE(Open(sText));
         EXPECT_LE(MemoryTotalBytesAllocated() - nBefore, static_cast<std::ptrdiff_t>(sText.size()) * 4);
         EXPECT_EACH(m_Sheet.MoveToRow(3), m_Sheet.GetColumnCount() >= 12);
-        bool const bPlain = sText == sPlain;
-        for (int i = 1; bPlain && i < 10'000; ++i)
-        {
-            ASSERT_TRUE(m_Sheet.MoveToRow(i - 1));
-            ASSERT_EQ(m_Sheet.GetCell("id0"), "id" + std::to_string(i));
-        }
         m_Sheet.Close();
         EXPECT_LE(MemoryTotalBytesAllocated() - nBefore, 4096) << "Close releases everything";
     }

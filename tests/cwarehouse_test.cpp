@@ -275,11 +275,8 @@ TEST_F(Warehouse, ReadsTextsAndPairs)
     Log.Clear();
     ASSERT_TRUE(m_pTable->FindIdent("X"));
     EXPECT_EQ(Text("NAME") + "," + Text("@Head") + "," + Text("none"), "a long name,x,missing");
-    EXPECT_TRUE(m_pTable->Get("name", sShort, 12));
-    EXPECT_STREQ(sShort, "a long name");
-    EXPECT_TRUE(m_pTable->Get("name", sShort, 11));
-    EXPECT_STREQ(sShort, "a long nam");
-    EXPECT_EQ(m_pTable->GetLength("name"), 11);
+    EXPECT_EACH(m_pTable->Get("name", sShort, 12), sShort == "a long name"s, m_pTable->Get("name", sShort, 11),
+        sShort == "a long nam"s, m_pTable->GetLength("name") == 11);
     EXPECT_EQ(Log.GetText(), "pairs.csv: Not found column 'none'\npairs.csv: Invalid data in column 'name' line 0\n");
 
     auto const Pair = [this](char const * szIdent)
@@ -296,9 +293,7 @@ TEST_F(Warehouse, ReadsTextsAndPairs)
     EXPECT_EQ(Pair("absent"), "invalid 1 2");
 
     ASSERT_TRUE(m_pTable->SetWorkIdent("y"));
-    EXPECT_EQ(m_pTable->GetLength("name"), 0);
-    EXPECT_EQ(m_pTable->GetLength("none"), -1);
-    EXPECT_EQ(Text("name"), "");
+    EXPECT_EACH(m_pTable->GetLength("name") == 0, m_pTable->GetLength("none") == -1, Text("name") == "");
     int iFirst, iSecond;
     Log.Clear();
     m_pTable->LogColName(false);
@@ -357,9 +352,7 @@ TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
     EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sText), m_pTable->GetWorkIdent(sText),
         m_pTable->Open("bare.csv", WAREHOUSE_FORMAT_TEXT, "name"));
     EXPECT_FALSE(m_pTable->GetWorkIdent(sText)) << "a second opening begins anew";
-    EXPECT_TRUE(m_pTable->NextIdent(sText));
-    EXPECT_EQ(Idents(), "a,b ");
-    EXPECT_EQ(FileStream("bare.csv")->GetOpensCount(), 1);
+    EXPECT_EACH(m_pTable->NextIdent(sText), Idents() == "a,b ", FileStream("bare.csv")->GetOpensCount() == 1);
 }
 
 TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)

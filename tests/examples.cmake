@@ -22,6 +22,21 @@ function(unmask text result)
     set(${result} "${text}" PARENT_SCOPE)
 endfunction()
 
+# Fails if the head of a service's header lacks one of the parts that README names. Only the pools use cgigaslab.h, so
+# that one has no example.
+function(check_header_head header)
+    get_filename_component(name ${header} NAME)
+    file(READ ${header} head)
+    string(REGEX REPLACE "\n#.*" "" head "${head}")
+    set(parts "^// ${name}: .*\n// Ownership: .*\n// Threads: .*\n// Cost: .*\n// Failure: .*")
+    if(NOT name STREQUAL "cgigaslab.h")
+        string(APPEND parts "\n//     ")
+    endif()
+    if(NOT name MATCHES "_internal\\.h$|^zqcore\\.h$" AND NOT head MATCHES "${parts}")
+        message(FATAL_ERROR "${header}: its head lacks one of these parts, in this order: ${parts}")
+    endif()
+endfunction()
+
 # Writes each run of indented lines in the comments of a header as examples/<header>_<number>.inl. Appends the ones that
 # the text `known` does not name to the caller's variable `generated`, as tests of their own.
 function(read_header_examples header known)

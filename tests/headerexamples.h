@@ -4,8 +4,6 @@
 #include "tests/media_fixture.h"
 #include "zqcore/zqcore.h"
 
-#include <set>
-
 /// An example, run in an empty folder with an empty table of files. A complaint, or a handle that stays open, fails the
 /// test.
 class HeaderExample : public MediaTest

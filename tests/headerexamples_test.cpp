@@ -16,10 +16,6 @@
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/cwarehouse.h"
 
-#include <algorithm>
-#include <fstream>
-#include <set>
-
 namespace
 {
     struct Unit_c
@@ -42,21 +38,6 @@ void ExplainLevels()
 void LogMonsters()
 {
 #include "examples/cpropertylist_1.inl"
-}
-float GetPrice()
-{
-#include "examples/cspreadsheet_1.inl"
-    return fPrice;
-}
-int GetHealth()
-{
-#include "examples/cwarehouse_1.inl"
-    return iHealth;
-}
-int GetWidth()
-{
-#include "examples/cregistry_1.inl"
-    return iWidth;
 }
 void WatchHealth()
 {
@@ -82,18 +63,9 @@ void ListOpens()
 {
 #include "examples/cfilelog_1.inl"
 }
-bool StartMedia()
-{
-#include "examples/cfilemedia_1.inl"
-    return bReady;
-}
 void ScanLevels()
 {
 #include "examples/cfilepath_1.inl"
-}
-void TrackChanges()
-{
-#include "examples/cfiletrack_1.inl"
 }
     // clang-format on
 
@@ -212,7 +184,8 @@ TEST_F(HeaderExamples, OpensAreListed)
 TEST_F(HeaderExamples, AGameHasItsOwnMedia)
 {
     Make({ { "media/gamedata/pqx/levels.csv", "1" }, { "media/gamedata/other/levels.csv", "1" } });
-    EXPECT_TRUE(StartMedia());
+#include "examples/cfilemedia_1.inl"
+    EXPECT_TRUE(bReady);
     EXPECT_EQ(Log.CountHolding("File duplication"), 0);
     FileSetSplit(nullptr);
 }
@@ -222,7 +195,7 @@ TEST_F(HeaderExamples, AChangedFileIsReadAgain)
     Make({ { "media/levels.csv", "1" } });
     EXPECT_TRUE(FileAddSearchPath("media", true, false));
     File_c * const pLevels = FileOpen("levels.csv");
-    TrackChanges();
+#include "examples/cfiletrack_1.inl"
     Make({ { "media/levels.csv", "level" } });
     FileTrackDoWork();
     EXPECT_EQ(Contents(pLevels), "level");
@@ -238,13 +211,16 @@ TEST_F(HeaderExamples, ReadersFindWhatFilesHold)
     Serve("units.txt", "@head health\nogre 100\n");
     LogMonsters();
     EXPECT_EQ(std::tuple(Log.Count("ogre"), Log.Count("elf")), std::tuple(1, 1));
-    EXPECT_EQ(std::tuple(GetPrice(), GetHealth()), std::tuple(2.5f, 100));
+#include "examples/cspreadsheet_1.inl"
+#include "examples/cwarehouse_1.inl"
+    EXPECT_EACH(fPrice == 2.5f, iHealth == 100);
 }
 
 TEST_F(HeaderExamples, AWrittenValueIsRead)
 {
     plat::RegistrySetFolder(plat::RegistryTree_e::User, Folder.Join("user").c_str());
-    EXPECT_EQ(GetWidth(), 1280);
+#include "examples/cregistry_1.inl"
+    EXPECT_EQ(iWidth, 1280);
     plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);
 }
 
@@ -270,34 +246,6 @@ TEST_F(HeaderExamples, ItemsComeBackByTheirClass)
     EXPECT_EACH(pSword->m_iEdge == 9, pSword->m_sName == "Needle");
     delete pSword;
     delete pItem;
-}
-
-// What README says of every service's header.
-TEST(Headers, BeginWithTheSameHead)
-{
-    int nHeaders = 0;
-    for (auto const & Entry : fs::directory_iterator(TEST_MEDIA_FOLDER "/../../zqcore"))
-    {
-        std::string const sName = Entry.path().filename().string();
-        if (!sName.ends_with(".h") || sName.ends_with("_internal.h") || sName == "zqcore.h")
-        {
-            continue;
-        }
-        std::ifstream File(Entry.path());
-        std::string sHead;
-        std::getline(File, sHead, '\0');
-        sHead.resize(std::min(sHead.size(), sHead.find("\n#")));
-        std::string const sExample = sName == "cgigaslab.h" ? "\n" : "\n//     ";   // only the pools use that one
-        std::size_t nAt = 0;
-        for (std::string const & sPart : { "// " + sName + ": ", std::string("\n// Ownership: "),
-                 std::string("\n// Threads: "), std::string("\n// Cost: "), std::string("\n// Failure: "), sExample })
-        {
-            nAt = sHead.find(sPart, nAt);
-            EXPECT_NE(nAt, std::string::npos) << sName << " lacks in this place: " << sPart;
-        }
-        ++nHeaders;
-    }
-    EXPECT_GT(nHeaders, 50);
 }
 
 // Each promise must name tests that exist.

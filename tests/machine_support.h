@@ -5,7 +5,6 @@
 #include "tests/test_support.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -28,7 +27,6 @@
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <ucontext.h>
-#include <unistd.h>
 
 /// Returns whether a read lease is refused while a file is open for writing, and granted afterwards.
 inline bool LeasesSeeWriters()

@@ -173,18 +173,17 @@ TEST_F(ZqtoolCrash, ShowsTheDetails)
     MakePipe(sDetails);
     for (std::string const & sNames : { sReport, sMore, m_Folder.GetPath(), sMore + " " + sReport })
     {
-        EXPECT_EQ(RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' crash " + sNames).sOutput, Both.sOutput)
-            << sNames;
+        EXPECT_EQ(RunTool("crash " + sNames).sOutput, Both.sOutput) << sNames;
     }
-    Result_s const Folded =
-        RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' crash --fold --json " + m_Folder.GetPath());
-    EXPECT_EQ(Json_t::parse(Folded.sOutput)["sample"]["threads"].size(), 1u) << "the sample is whole";
-    EXPECT_THAT(RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' crash " + sDetails + " 2>&1").sOutput,
-        HasSubstr(sDetails + ": not a regular file\n"));
+    auto const Sample = [this]
+    {
+        std::string const sFolded = " crash --fold --json " + m_Folder.GetPath();
+        return Json_t::parse(RunShell(TEST_EMULATOR ZQTOOL_PATH + sFolded).sOutput)["sample"];
+    };
+    EXPECT_EQ(Sample()["threads"].size(), 1u) << "the sample is whole";
+    EXPECT_THAT(RunTool("crash " + sDetails).sOutput, HasSubstr(sDetails + ": not a regular file\n"));
     fs::remove(sMore);
-    Result_s const Piped =
-        RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' crash --fold --json " + m_Folder.GetPath());
-    EXPECT_EQ(Json_t::parse(Piped.sOutput)["sample"]["details"], false);
+    EXPECT_EQ(Sample()["details"], false);
 }
 
 TEST_F(ZqtoolCrash, ShowsAReportWithoutDetails)

@@ -74,7 +74,7 @@ public:
     void LogIfWanted() const;
 
     /// Sets an error with a place, and logs it if that is switched on.
-    void SetAt(char const * szReason, char const * szAbout, char const * pText, std::size_t nAt);
+    ZQ_API void SetAt(char const * szReason, char const * szAbout, char const * pText, std::size_t nAt);
 
     /// Returns whether errors are logged.
     static bool IsWanted();

@@ -16,7 +16,6 @@
 #include "zqcore/cprofile.h"
 #include "zqcore/cstring.h"
 
-#include "platform/dialog.h"
 #include "platform/faults.h"
 #include "platform/fork.h"
 #include "platform/process.h"
@@ -27,7 +26,6 @@
 #include <cerrno>
 #include <cfenv>
 #include <climits>
-#include <cmath>
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
@@ -339,35 +337,11 @@ namespace
 
     Fault_t const * g_pFault = nullptr;
     plat::FaultFilter_t g_fnFilter = nullptr;
-    bool g_bFacts = false;
-    void const * g_pFrame = nullptr;   // near the far end of the stack that faults
-    std::atomic<bool> g_bReady = false;
-
-    // Prints the kind of access, its address, the thread and its stack.
-    void SayFacts(plat::FaultPointers_t const & Fault)
-    {
-        constexpr char const * KINDS[] = { "none", "unknown", "read", "write", "execute" };
-        plat::FaultStack_t Stack = {};
-        bool const bStack = plat::FaultFindStack(*Fault.pContext, &Stack);
-        std::uintptr_t const Here = reinterpret_cast<std::uintptr_t>(g_pFrame);
-        bool const bHere = bStack && Here < Stack.FarEnd && Stack.FarEnd - Here < 65536;
-        char szName[plat::THREAD_NAME_SIZE];
-        plat::ThreadName(szName);
-        char szFacts[256];
-        std::snprintf(szFacts, sizeof szFacts, "facts: %s %zX \"%s\" %zu of %zu bytes%s\n",
-            KINDS[static_cast<int>(Fault.pRecord->eAccess)], std::size_t{ Fault.pRecord->dParameters[1] }, szName,
-            Stack.nUsed, Stack.nSize, bHere ? " from here" : "");
-        Say(szFacts);
-    }
 
     // What the library does, without the heap, whatever the road there.
     long Filter(plat::FaultPointers_t const * pFault)
     {
         NoHeap();
-        if (g_bFacts)
-        {
-            SayFacts(*pFault);
-        }
         long const nResult = g_fnFilter(pFault);
         Say(g_pMessageLogFile == nullptr ? "log closed\n" : "log open\n");
         g_iNoHeap = 0;
@@ -403,8 +377,6 @@ namespace
         flockfile(g_pMessageLogFile);
         while (g_HeapLock.test_and_set())
         {}
-        g_bReady = true;
-        g_bReady.notify_all();
     }
 
     void LimitFiles()
@@ -456,12 +428,6 @@ namespace
         std::memset(static_cast<std::size_t *>(p) - 2, 0x41, 4096);   // the sizes and links of the blocks after it
     }
 
-    plat::DialogAnswer_e SayCaption(plat::Dialog_t const & Dialog)
-    {
-        Say(Dialog.szCaption);
-        return plat::DialogAnswer_e::Ok;
-    }
-
     // Faults the main thread from beside, while its report waits for a helper that says nothing.
     void FaultTheReport()
     {
@@ -485,7 +451,6 @@ namespace
 
     void FaultOnHostThread()
     {
-        g_pFrame = __builtin_frame_address(0);
         plat::FaultThreadJoin();
         Fault();
     }
@@ -511,6 +476,12 @@ namespace
         [[maybe_unused]] auto const n = read(hChildren, szChildren, sizeof szChildren - 1);
         kill(std::atoi(szChildren), SIGKILL);
         close(hChildren);
+    }
+
+    void FailAt(char const * szText, decltype(g_fnAtText) fnAtText)
+    {
+        g_szAtText = szText;
+        g_fnAtText = fnAtText;
     }
 
     int g_nLogLine = 300;
@@ -543,35 +514,18 @@ namespace
         { "beside", StartThreads },
         { "untraced", ForbidTracing },
         { "unstoppable", StartUnstoppable },
-        { "stucklog",
-            []
-            {
-                g_szAtText = "\n    | ";
-                g_fnAtText = StickHalfWay;
-            } },
-        { "stuckmodules",
-            []
-            {
-                g_szAtText = "\n[Modules]\n";
-                g_fnAtText = StickHalfWay;
-            } },
-        { "killhelper",
-            []
-            {
-                g_szAtText = "\n#20 ";
-                g_fnAtText = KillHelper;
-            } },
+        { "stucklog", [] { FailAt("\n    | ", StickHalfWay); } },
+        { "stuckmodules", [] { FailAt("\n[Modules]\n", StickHalfWay); } },
+        { "killhelper", [] { FailAt("\n#20 ", KillHelper); } },
         { "printer",
             []
             {
                 ExceptionReport_c::AddTypePrinter("(anonymous namespace)::Vector_t", "<{x}, {y}, {z}\n{Ship.x}>");
                 ExceptionReport_c::AddTypePrinter("***************?", "no such type");
             } },
-        { "facts", [] { g_bFacts = true; } },
         { "silent", [] { g_silentMode = true; } },
         { "alone", [] { SetPrevious(nullptr); } },
         { "small8", [] { SetSmallStack(8192); } },
-        { "small16", [] { SetSmallStack(16384); } },
         { "nodescriptors", UseUpDescriptors },
         { "moved", MoveElsewhere },
         { "unjoined", [] { std::thread(Fault).join(); } },
@@ -592,18 +546,7 @@ namespace
                 rename("MiXed", "mixed");
             } },
         { "locked", HoldLocks },
-        { "lockedbeside",
-            []
-            {
-                std::thread(
-                    []
-                    {
-                        HoldLocks();
-                        pause();
-                    })
-                    .detach();
-                g_bReady.wait(false);
-            } },
+        { "lockedbeside", [] { StartBeside("beside", HoldLocks); } },
         { "corrupt", CorruptHeap },
         { "callbackfaults", [] { g_ExecutionCallbacker.Add([](bool) { WriteTo(16); }, false); } },
         { "callbackhangs",
@@ -617,7 +560,6 @@ namespace
                     },
                     false);
             } },
-        { "dialog", [] { plat::DialogSetHandler(SayCaption); } },
         { "reportfaults", [] { std::thread(FaultTheReport).detach(); } },
         { "two", [] { std::thread(FaultOnHostThread).detach(); } },
         { "thread", [] { std::thread(FaultOnHostThread).join(); } },
@@ -627,7 +569,6 @@ namespace
 
 int main(int nArguments, char ** dArguments)
 {
-    g_pFrame = __builtin_frame_address(0);
     rlimit const NoCore = {};
     setrlimit(RLIMIT_CORE, &NoCore);
     LogSetFile(L"./", L"message.log");

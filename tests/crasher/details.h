@@ -24,35 +24,25 @@ inline __attribute__((always_inline)) int Touch(int volatile * pTouched, int nFa
     return *pTouched * nFactor;
 }
 
-__attribute__((noinline)) int ShowValues(Ship_t const & Ship, Ship_t * pShip, void (*fnCall)(), wchar_t const * wszWide)
+__attribute__((noinline)) int ShowValues(Ship_t const & Ship, void (*fnCall)(), wchar_t const * wszWide)
 {
-    bool bYes = true;
-    char cLetter = 'x';
     short nNegative = -2;
-    unsigned nLarge = 0x12345;
-    double fThird = 0.1;
-    Colour_e eBlue = Blue;
     auto const eBoth = static_cast<Colour_e>(Red | Blue);
     char szShort[8] = "a\nb";
     int dNumbers[] = { 1, 2, 3 };
-    char const * szNone = nullptr;
     String_T<32> sFixed("fixed");
     Array_T<int, 4, 0> dArray;
     dArray.Add(5);
     dArray.Add(-1);
     std::string sText("a text that is too long for the object");
-    std::string_view const sView = std::string_view(sText).substr(2, 4);
     std::vector<std::string> dTexts = { "one", "two" };
     std::vector<int> dMany(100, 7);
     std::optional<short> iSome = 7;
-    std::optional<short> iNone;
     auto const pOwned = std::make_unique<int>(9);
     Vector_t Point = { 1, 2, 3.5f };
-    return Touch(static_cast<int volatile *>(g_pNowhere), 3) + bYes + cLetter + nNegative + static_cast<int>(nLarge)
-           + static_cast<int>(fThird) + eBlue + eBoth + szShort[0] + dNumbers[0] + (szNone ? 1 : 0) + dArray[0]
-           + static_cast<int>(sFixed.IsEmpty()) + sView[0] + static_cast<int>(dTexts.size() + dMany.size()) + *iSome
-           + iNone.has_value() + *pOwned + static_cast<int>(Point.x + Ship.x + pShip->x) + (fnCall ? 1 : 0)
-           + static_cast<int>(wszWide[0]);
+    return Touch(static_cast<int volatile *>(g_pNowhere), 3) + nNegative + eBoth + szShort[0] + dNumbers[0] + dArray[0]
+           + static_cast<int>(sFixed.IsEmpty()) + sText[0] + static_cast<int>(dTexts.size() + dMany.size()) + *iSome
+           + *pOwned + static_cast<int>(Point.x + Ship.x) + (fnCall ? 1 : 0) + static_cast<int>(wszWide[0]);
 }
 
 // A register that a called function keeps.
@@ -67,7 +57,7 @@ inline void FaultAmongValues()
     Ship_t Ship = { { 1, 2, 3 }, Red, 5, 65, { 4, 5, 6 }, "ship" };
     register int nInRegister __asm__(IN_REGISTER) = 77;
     __asm__ volatile("" : "+r"(nInRegister));
-    ShowValues(Ship, &Ship, FaultAmongValues, L"w\u00EFde");
+    ShowValues(Ship, FaultAmongValues, L"w\u00EFde");
     __asm__ volatile("" : "+r"(nInRegister));
 }
 
@@ -104,16 +94,19 @@ constinit plat::Lock_c g_HostLock;
 plat::ForkLock_c const g_HostForkLock(g_HostLock);
 std::atomic<int> g_nBeside = 0;
 
-/// Starts a thread with a name and waits until it is about to call.
-template <typename CALL>
-void StartBeside(char const * szName, CALL Call)
+inline void DoNothing() {}
+
+/// Starts a thread with a name, which makes one call, then another one. Waits until the first has returned.
+inline void StartBeside(char const * szName, void (*fnFirst)(), void (*fnThen)() = DoNothing)
 {
     int const nBefore = g_nBeside;
     std::thread(
-        [szName, Call]
+        [=]
         {
             prctl(PR_SET_NAME, szName);
-            Call([] { ++g_nBeside; });
+            fnFirst();
+            ++g_nBeside;
+            fnThen();
             pause();
         })
         .detach();
@@ -133,37 +126,12 @@ inline int Descend(int nFrames)
 /// One thread does nothing and one does nothing deep in its stack. Others hold a lock or wait for one.
 inline void StartThreads()
 {
-    StartBeside("idle", [](auto Ready) { Ready(); });
-    StartBeside("holder",
-        [](auto Ready)
-        {
-            g_HostLock.Enter();
-            Ready();
-        });
-    StartBeside("owner",
-        [](auto Ready)
-        {
-            g_pUnregistered->Enter();
-            Ready();
-        });
-    StartBeside("deep",
-        [](auto Ready)
-        {
-            Ready();
-            Descend(300);
-        });
-    StartBeside("waiter",
-        [](auto Ready)
-        {
-            Ready();
-            g_HostLock.Enter();
-        });
-    StartBeside("second",
-        [](auto Ready)
-        {
-            Ready();
-            g_pUnregistered->Enter();
-        });
+    StartBeside("idle", DoNothing);
+    StartBeside("holder", [] { g_HostLock.Enter(); });
+    StartBeside("owner", [] { g_pUnregistered->Enter(); });
+    StartBeside("deep", DoNothing, [] { Descend(300); });
+    StartBeside("waiter", DoNothing, [] { g_HostLock.Enter(); });
+    StartBeside("second", DoNothing, [] { g_pUnregistered->Enter(); });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
@@ -187,10 +155,9 @@ inline void StartUnstoppable()
 {
     for (int i = 0; i < 4; ++i)
     {
-        StartBeside("stuck",
-            [](auto Ready)
+        StartBeside("stuck", DoNothing,
+            []
             {
-                Ready();
                 if (vfork() == 0)
                 {
                     prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -45,6 +45,7 @@ namespace
 
 TEST_F(CountedShip, CountsABlockUnderItsCategoryUntilItIsFreed)
 {
+    MemoryResetFrameAllocCount();
     char * p;
     {
         MemCategoryScope_c const Category(mem::Decals);
@@ -52,12 +53,16 @@ TEST_F(CountedShip, CountsABlockUnderItsCategoryUntilItIsFreed)
     }
     EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, 100));
     EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 100));
-    EXPECT_TRUE(MemoryIsOwnBlock(p));
+    std::unique_ptr<void, void (*)(void *)> const Foreign(std::calloc(1, 24), std::free);
+    EXPECT_EACH(MemoryIsOwnBlock(p), !MemoryIsOwnBlock(Foreign.get()), !MemoryIsOwnBlock(nullptr),
+        !MemoryIsOwnBlock(reinterpret_cast<void *>(16)));
     delete[] p;
     EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
     EXPECT_EQ(Totals(), m_TotalsBefore);
-    EXPECT_EQ(InfoOf(mem::Decals).iMaxBytes, 100);
-    EXPECT_TRUE(MemoryCheckConsistency());
+    EXPECT_EACH(InfoOf(mem::Decals).iMaxBytes == 100, InfoOf(mem::Decals).iFrameAllocs == 1);
+    MemoryResetFrameAllocCount();
+    EXPECT_EACH(MemoryGetFrameAllocCount() >= 1, InfoOf(mem::Decals).iLastFrameAllocs == 1,
+        InfoOf(mem::Decals).iFrameAllocs == 0, MemoryCheckConsistency());
 }
 
 TEST_F(CountedShip, NeedsSixteenBytesMoreThanItsCaller)
@@ -72,45 +77,26 @@ TEST_F(CountedShip, NeedsSixteenBytesMoreThanItsCaller)
 
 TEST_F(CountedShip, AlignsBlocksAndKeepsTheirContents)
 {
-    struct Row_s
-    {
-        std::size_t nBytes, nAlignment, nOffset;
-        bool bRefused;
-    };
     int const iWord = static_cast<int>(mem::Decals) << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK;
     HeapReports_c const Reports;
-    for (Row_s const & Row : { Row_s{ 10, 1, 0, false }, Row_s{ 10, 4, 3, false }, Row_s{ 64, 64, 0, false },
-             Row_s{ 100, 4096, 37, false }, Row_s{ 1 << 20, 1 << 16, 16, false }, Row_s{ 10, 3, 0, true },
-             Row_s{ 10, 16, 10, true }, Row_s{ 10, 0, 0, true } })
+    for (auto const & [nBytes, nAlignment, nOffset] :
+        Rows_t<std::size_t, std::size_t, std::size_t>{ { 10, 3, 0 }, { 10, 16, 10 }, { 10, 0, 0 } })
     {
-        SCOPED_TRACE(::testing::Message() << Row.nBytes << ' ' << Row.nAlignment << ' ' << Row.nOffset);
-        auto * p = static_cast<char *>(
-            aligned_offset_malloc_dbg(Row.nBytes, Row.nAlignment, Row.nOffset, iWord, __FILE__, __LINE__));
-        ASSERT_EQ(p == nullptr, Row.bRefused);
-        if (Row.bRefused)
-        {
-            continue;
-        }
-        EXPECT_EQ((reinterpret_cast<std::uintptr_t>(p) + Row.nOffset) % Row.nAlignment, 0u);
-        EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, static_cast<std::ptrdiff_t>(Row.nBytes)));
-        std::memset(p, 7, Row.nBytes);
-        p = static_cast<char *>(aligned_realloc_dbg(p, Row.nBytes + 50, 32, iWord, __FILE__, __LINE__));
-        EXPECT_EQ(std::string(p, Row.nBytes), std::string(Row.nBytes, 7));
+        EXPECT_EQ(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, iWord, __FILE__, __LINE__), nullptr);
+    }
+    for (auto const & [nBytes, nAlignment, nOffset] : Rows_t<std::size_t, std::size_t, std::size_t>{
+             { 10, 1, 0 }, { 10, 4, 3 }, { 64, 64, 0 }, { 100, 4096, 37 }, { 1 << 20, 1 << 16, 16 } })
+    {
+        auto * p =
+            static_cast<char *>(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, iWord, __FILE__, __LINE__));
+        EXPECT_EQ((reinterpret_cast<std::uintptr_t>(p) + nOffset) % nAlignment, 0u) << nAlignment;
+        EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, static_cast<std::ptrdiff_t>(nBytes)));
+        std::memset(p, 7, nBytes);
+        p = static_cast<char *>(aligned_realloc_dbg(p, nBytes + 50, 32, iWord, __FILE__, __LINE__));
+        EXPECT_EQ(std::string(p, nBytes), std::string(nBytes, 7)) << nAlignment;
         aligned_free_dbg(p);
         EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
     }
-}
-
-TEST_F(CountedShip, KnowsItsOwnBlocks)
-{
-    std::unique_ptr<int> const Own(new int);
-    void * const pForeign = std::malloc(24);
-    std::memset(pForeign, 0, 24);
-    EXPECT_TRUE(MemoryIsOwnBlock(Own.get()));
-    EXPECT_FALSE(MemoryIsOwnBlock(pForeign));
-    EXPECT_FALSE(MemoryIsOwnBlock(nullptr));
-    EXPECT_FALSE(MemoryIsOwnBlock(reinterpret_cast<void *>(16)));
-    std::free(pForeign);
 }
 
 TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
@@ -174,21 +160,6 @@ TEST_F(CountedShip, GivesAThreadThatStartsWhatAnEarlierOneHad)
             });
     }
     EXPECT_EQ(Log.GetText(), "");
-}
-
-TEST_F(CountedShip, CountsAFramesAllocations)
-{
-    MemoryResetFrameAllocCount();
-    MemCategoryScope_c const Category(mem::Decals);
-    for (int i = 0; i < 3; ++i)
-    {
-        delete ZQ_NEW int;
-    }
-    EXPECT_EQ(InfoOf(mem::Decals).iFrameAllocs, 3);
-    MemoryResetFrameAllocCount();
-    EXPECT_GE(MemoryGetFrameAllocCount(), 3u);
-    EXPECT_EQ(InfoOf(mem::Decals).iLastFrameAllocs, 3);
-    EXPECT_EQ(InfoOf(mem::Decals).iFrameAllocs, 0);
 }
 
 TEST_F(CountedShip, WritesALineForEachCategory)
