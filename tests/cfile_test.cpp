@@ -255,8 +255,8 @@ TEST_F(FileTest, AStreamEndsWhereTheFileOnDiskEnds)
 TEST_F(FileTest, OfLikeNamedFilesTheFirstOpensWithAWarning)
 {
     ExpectComplaints(3);
-    Make({ { "a/1.txt", "first" }, { "a/2.txt", "" }, { "a/3.txt", "" }, { "b/1.TXT", "second" }, { "b/2.txt", "" },
-        { "b/3.txt", "" } });
+    Make({ { "a/1.txt", "first" }, { "a/2.txt", "x" }, { "a/3.txt", "x" }, { "b/1.TXT", "second" }, { "b/2.txt", "x" },
+        { "b/3.txt", "x" } });
     EXPECT_EACH(Scan(), Contents(FileOpen("1.txt")) == "first", FileOpen(FileStream("2.txt")));
     FileOpenStored("3.txt")->CloseStored();
     for (std::string const sName : { "\\1.txt", "\\2.txt", "\\3.txt" })
