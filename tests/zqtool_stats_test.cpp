@@ -125,7 +125,7 @@ TEST_F(ZqtoolStats, PrintsTheTree)
 TEST_F(ZqtoolStats, TheTraceNestsAndHoldsEveryCall)
 {
     SKIP_IF(RunShell("python3 -c ''").iStatus != 0, "needs python3");
-    EXPECT_EQ(Run(Sample(), " --json " + m_Folder.Join("trace.json")).iStatus, 0);
+    EXPECT_EQ(Run(Sample(), " --trace " + m_Folder.Join("trace.json")).iStatus, 0);
     std::string const sScript = m_Folder.Write("check.py", R"(
 import collections, json, sys
 open_ends, sums, last = [], collections.defaultdict(lambda: [0, 0, 0]), 0
@@ -184,7 +184,7 @@ TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
             { Patched(sGood, BATCH_1 + 4 + RECORD + 60, 0x7FFFFFFF) + "x", "the count of batch 2", sTwo } })
     {
         Result_s const Result =
-            Run(sBytes, " --html " + m_Folder.Join("p.html") + " --json " + m_Folder.Join("t.json"));
+            Run(sBytes, " --html " + m_Folder.Join("p.html") + " --trace " + m_Folder.Join("t.json"));
         EXPECT_EQ(Result.iStatus, 1) << sExpected;
         EXPECT_THAT(Result.sOutput, HasSubstr("zq.stats: byte "));
         EXPECT_THAT(Result.sOutput, HasSubstr(sExpected));
@@ -198,10 +198,10 @@ TEST_F(ZqtoolStats, RefusesWhatItCantDo)
 {
     std::string const sFile = m_Folder.Write("zq.stats", Sample());
     for (auto const & [sArguments, iStatus] :
-        Rows_t<std::string, int>{ { "", 2 }, { sFile + " more", 2 }, { sFile + " --json", 2 },
+        Rows_t<std::string, int>{ { "", 2 }, { sFile + " more", 2 }, { sFile + " --trace", 2 },
             { sFile + " --ticks-per-second 0", 2 }, { sFile + " --ticks-per-second 9x", 2 }, { sFile + " --svg x", 2 },
-            { sFile + " --json x --html x", 2 }, { sFile, 0 }, { m_Folder.Join("absent"), 1 },
-            { sFile + " --html " + m_Folder.Join("no/such.html"), 1 }, { sFile + " --json " + sFile, 1 } })
+            { sFile + " --trace x --html x", 2 }, { sFile, 0 }, { m_Folder.Join("absent"), 1 },
+            { sFile + " --html " + m_Folder.Join("no/such.html"), 1 }, { sFile + " --trace " + sFile, 1 } })
     {
         EXPECT_EQ(RunTool("stats " + sArguments).iStatus, iStatus) << sArguments;
     }

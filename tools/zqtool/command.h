@@ -17,7 +17,12 @@ constexpr int EXIT_FOUND = 1;   // something is damaged, or could not be read or
 constexpr int EXIT_USAGE = 2;   // wrong arguments; zqtool then prints the usage
 
 /// Declare the arguments of a subcommand and return what runs it.
+CommandRun_t PrepareArchive(CLI::App & App);
+CommandRun_t PrepareCache(CLI::App & App);
+CommandRun_t PrepareCheck(CLI::App & App);
 CommandRun_t PrepareCrash(CLI::App & App);
 CommandRun_t PrepareDisasm(CLI::App & App);
+CommandRun_t PrepareHash(CLI::App & App);
 CommandRun_t PrepareMemory(CLI::App & App);
 CommandRun_t PrepareStats(CLI::App & App);
+CommandRun_t PrepareTree(CLI::App & App);

@@ -1,6 +1,4 @@
 // zqtool crash: shows crash reports with their details, one by one or by cause.
-#include "platform/terminal.h"
-
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/crashfiles.h"
 #include "tools/zqtool/crashjson.h"
@@ -8,11 +6,10 @@
 #include "tools/zqtool/crashprint.h"
 #include "tools/zqtool/crashsymbols.h"
 #include "tools/zqtool/output.h"
-#include "tools/zqtool/text.h"
+#include "tools/zqtool/terminal.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 
@@ -25,20 +22,13 @@ namespace
         bool bFold = false, bJson = false;
     };
 
-    // NO_COLOR asks for no colours if it is set to anything.
-    bool WantsColours()
-    {
-        char const * const szNoColour = std::getenv("NO_COLOR");
-        return plat::TerminalShowsColours() && (szNoColour == nullptr || *szNoColour == '\0');
-    }
-
     class CrashRun_c
     {
     public:
         explicit CrashRun_c(Options_s const & Options)
             : m_Options(Options)
             , m_bFold(Options.bFold || !Options.sPage.empty())
-            , m_bColours(WantsColours())
+            , m_bColours(HasColours())
         {}
 
         int Run();

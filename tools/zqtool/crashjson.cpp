@@ -1,14 +1,12 @@
 #include "tools/zqtool/crashjson.h"
 
 #include "tools/zqtool/crashcause.h"
+#include "tools/zqtool/json.h"
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 namespace
 {
-    using Json_t = nlohmann::ordered_json;
-
     // Addresses may be larger than the integers that every reader of JSON has.
     std::string Address(std::uint64_t nAddress)
     {
@@ -98,21 +96,16 @@ namespace
             { "memory", Crash.dMemory }, { "timers", Crash.dTimers }, { "log", Crash.dLog },
             { "incomplete", Crash.dCuts } };
     }
-
-    // ASCII alone: no terminal obeys what a file holds.
-    std::string TextOf(Json_t const & Json)
-    {
-        return Json.dump(-1, ' ', true, Json_t::error_handler_t::replace);
-    }
 }
 
 std::string CrashJson(Crash_t const & Crash)
 {
-    return TextOf(OfCrash(Crash));
+    return JsonText(OfCrash(Crash));
 }
 
 std::string CrashGroupJson(CrashGroup_t const & Group)
 {
-    return TextOf({ { "signature", Group.sSignature }, { "count", Group.nCount }, { "first", TextOrNull(Group.sFirst) },
-        { "last", TextOrNull(Group.sLast) }, { "versions", Group.dVersions }, { "sample", OfCrash(Group.Sample) } });
+    return JsonText({ { "signature", Group.sSignature }, { "count", Group.nCount },
+        { "first", TextOrNull(Group.sFirst) }, { "last", TextOrNull(Group.sLast) }, { "versions", Group.dVersions },
+        { "sample", OfCrash(Group.Sample) } });
 }

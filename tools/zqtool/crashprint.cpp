@@ -10,14 +10,6 @@
 
 namespace
 {
-    enum Style_e
-    {
-        STYLE_TITLE,
-        STYLE_HEAD,
-        STYLE_MARK,
-        STYLE_QUIET
-    };
-
     // Text in parts, each of which may have a colour. Whatever a part holds, only the colours control the terminal.
     class Text_c
     {
@@ -32,12 +24,9 @@ namespace
             return *this;
         }
 
-        Text_c & Add(Style_e eStyle, std::string_view sPart)
+        Text_c & Add(Colour_e eColour, std::string_view sPart)
         {
-            static constexpr char const * COLOURS[] = { "\x1B[1m", "\x1B[1;36m", "\x1B[1;33m", "\x1B[2m" };
-            m_sText += m_bColours ? COLOURS[eStyle] : "";
-            Add(sPart);
-            m_sText += m_bColours ? "\x1B[0m" : "";
+            m_sText += m_bColours ? Coloured(PrintableLine(sPart), eColour) : PrintableLine(sPart);
             return *this;
         }
 
@@ -56,7 +45,7 @@ namespace
 
     void AddHead(Text_c & Text, std::string_view sHead)
     {
-        Text.End().Add(STYLE_HEAD, sHead).End();
+        Text.End().Add(Colour_e::Head, sHead).End();
     }
 
     // Returns a number as "1 thread" or "3 threads".
@@ -79,7 +68,7 @@ namespace
         }
         if (bLikely)
         {
-            Text.Add(STYLE_MARK, sName);
+            Text.Add(Colour_e::Mark, sName);
         }
         else
         {
@@ -92,7 +81,7 @@ namespace
         }
         else if (!Frame.sModule.empty() && !Frame.sFunction.empty())
         {
-            Text.Add(STYLE_QUIET, "  " + Frame.sModule);
+            Text.Add(Colour_e::Quiet, "  " + Frame.sModule);
         }
         Text.End();
     }
@@ -104,7 +93,7 @@ namespace
         for (std::string const & sLine : Frame.dSource)
         {
             bool const bMarked = sLine.starts_with('>');
-            Text.Add("      ").Add(bMarked ? STYLE_TITLE : STYLE_QUIET, sLine).End();
+            Text.Add("      ").Add(bMarked ? Colour_e::Title : Colour_e::Quiet, sLine).End();
         }
         CrashModule_t const * const pModule = CrashModules_c(Crash).Find(Frame);
         if (Frame.sFunction.empty() && pModule != nullptr && !pModule->sBuildId.empty())
@@ -189,9 +178,9 @@ namespace
         for (CrashVariable_t const & Variable : Frame.dVariables)
         {
             Text.Add(std::string(4 + 2 * static_cast<std::size_t>(std::clamp(Variable.nLevel, 0, 40)), ' '));
-            Text.Add(STYLE_QUIET, Variable.sWord.empty() ? "." : Variable.sWord + " ");
+            Text.Add(Colour_e::Quiet, Variable.sWord.empty() ? "." : Variable.sWord + " ");
             Text.Add(Variable.sName);
-            Text.Add(STYLE_QUIET, Variable.sType.empty() ? "" : ": " + Variable.sType);
+            Text.Add(Colour_e::Quiet, Variable.sType.empty() ? "" : ": " + Variable.sType);
             Text.Add(Variable.sValue.empty() ? "" : " = " + Variable.sValue).End();
         }
     }
@@ -203,7 +192,7 @@ namespace
         {
             std::string const sPlace = CrashPlace(Thread.dFrames);
             Text.Add("    " + Thread.sNumber + (Thread.sName.empty() ? "" : " \"" + Thread.sName + "\""));
-            Text.Add(STYLE_MARK, Thread.sLock.empty() ? "" : ", " + Thread.sLock);
+            Text.Add(Colour_e::Mark, Thread.sLock.empty() ? "" : ", " + Thread.sLock);
             Text.Add(sPlace.empty() ? "" : ": " + sPlace).End();
         }
         if (!Crash.sThreadsNote.empty())
@@ -233,9 +222,9 @@ namespace
         AddHead(Text, "Process");
         for (CrashFact_t const & Fact : Crash.dFacts)
         {
-            Text.Add("    ").Add(STYLE_QUIET, Fact.sKey + ": ").Add(Fact.sValue).End();
+            Text.Add("    ").Add(Colour_e::Quiet, Fact.sKey + ": ").Add(Fact.sValue).End();
         }
-        Text.Add("    ").Add(STYLE_QUIET, "modules: ").Add(std::to_string(Crash.dModules.size())).End();
+        Text.Add("    ").Add(Colour_e::Quiet, "modules: ").Add(std::to_string(Crash.dModules.size())).End();
     }
 
     std::string VersionsText(CrashGroup_t const & Group)
@@ -253,11 +242,11 @@ namespace
 std::string CrashText(Crash_t const & Crash, bool bColours)
 {
     Text_c Text(bColours);
-    Text.Add(STYLE_TITLE, CrashHeadline(Crash)).End();
+    Text.Add(Colour_e::Title, CrashHeadline(Crash)).End();
     char szCode[16];
     std::snprintf(szCode, sizeof szCode, "%08X", static_cast<unsigned>(Crash.nCode));
-    Text.Add(STYLE_QUIET, Crash.sFile + (Crash.sTime.empty() ? "" : ", " + Crash.sTime) + ", " + szCode + " "
-                              + Crash.sCodeText + (Crash.bDetails ? "" : ", without details"));
+    Text.Add(Colour_e::Quiet, Crash.sFile + (Crash.sTime.empty() ? "" : ", " + Crash.sTime) + ", " + szCode + " "
+                                  + Crash.sCodeText + (Crash.bDetails ? "" : ", without details"));
     Text.End();
     CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames);
     if (pLikely != nullptr)
@@ -289,14 +278,14 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         nCrashes += Group.nCount;
     }
     Text_c Text(bColours);
-    Text.Add(STYLE_TITLE, std::to_string(nCrashes) + (nCrashes == 1 ? " crash in " : " crashes in ")
-                              + Counted(dGroups.size(), "group"))
+    Text.Add(Colour_e::Title, std::to_string(nCrashes) + (nCrashes == 1 ? " crash in " : " crashes in ")
+                                  + Counted(dGroups.size(), "group"))
         .End();
     for (CrashGroup_t const & Group : dGroups)
     {
         char szCount[32];
         std::snprintf(szCount, sizeof szCount, "%7zu  ", Group.nCount);
-        Text.End().Add(STYLE_MARK, szCount).Add(STYLE_TITLE, Group.sSignature).End();
+        Text.End().Add(Colour_e::Mark, szCount).Add(Colour_e::Title, Group.sSignature).End();
         std::string const sFirstDay = Group.sFirst.substr(0, 10), sLastDay = Group.sLast.substr(0, 10);
         std::string sFacts = sFirstDay + (sFirstDay == sLastDay ? "" : " to " + sLastDay);
         sFacts += sFacts.empty() || Group.dVersions.empty() ? "" : ", ";
@@ -305,7 +294,7 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         {
             Text.Add("         " + sFacts).End();
         }
-        Text.Add(STYLE_QUIET, "         " + Group.Sample.sFile).End();
+        Text.Add(Colour_e::Quiet, "         " + Group.Sample.sFile).End();
     }
     return Text.Take();
 }

@@ -12,19 +12,28 @@ namespace
     struct Command_t
     {
         char const * szName;
-        char const * szUsage;   // its arguments, as the list of all commands shows them
         char const * szPurpose;
         CommandRun_t (*fnPrepare)(CLI::App & App);
     };
 
     constexpr Command_t COMMANDS[] = {
-        { "crash", "[--symbols FOLDER] [--fold] [--html OUT] [--json] FILE...",
-            "crash reports: what happened, or any number of them by cause", PrepareCrash },
-        { "disasm", "[--bits 32|64] [--base ADDRESS] FILE", "raw bytes of x86 code as a crash report lists them",
-            PrepareDisasm },
-        { "memory", "ALLOCATIONS.CSV [--html OUT]", "live memory by category and by source line", PrepareMemory },
-        { "stats", "FILE [--json OUT] [--html OUT] [--ticks-per-second N]",
-            "what the profiler measured: a tree of timers, trace events, a page with pictures", PrepareStats },
+        // archive
+
+        // cache
+
+        // check
+
+        { "crash", "crash reports: what happened, or any number of them by cause", PrepareCrash },
+
+        { "disasm", "raw bytes of x86 code as a crash report lists them", PrepareDisasm },
+
+        // hash
+
+        { "memory", "live memory by category and by source line", PrepareMemory },
+
+        { "stats", "what the profiler measured: a tree of timers, trace events, a page with pictures", PrepareStats },
+
+        // tree
     };
 
     // Returns a command's status, or that of a failure if its output could not be written whole.
@@ -43,7 +52,7 @@ namespace
         std::fprintf(stderr, "zqtool: %s\nusage:\n", Printable(szWrong).c_str());
         for (Command_t const & Command : COMMANDS)
         {
-            std::fprintf(stderr, "  zqtool %s %s\n      %s\n", Command.szName, Command.szUsage, Command.szPurpose);
+            std::fprintf(stderr, "  zqtool %s --help: %s\n", Command.szName, Command.szPurpose);
         }
         return EXIT_USAGE;
     }

@@ -203,7 +203,7 @@ CommandRun_t PrepareStats(CLI::App & App)
 {
     auto const pOptions = std::make_shared<Options_s>();
     App.add_option("FILE", pOptions->sFile, "stats file of the profiler")->type_name("")->required();
-    App.add_option("--json", pOptions->sTrace, "write trace events, which trace viewers load")->type_name("OUT");
+    App.add_option("--trace", pOptions->sTrace, "write trace events, which trace viewers load")->type_name("OUT");
     App.add_option("--html", pOptions->sPage, "write a page with pictures")->type_name("OUT");
     App.add_option(
            "--ticks-per-second", pOptions->fTicksPerSecond, "rate of the cycle counter; default: this machine's")
@@ -214,7 +214,7 @@ CommandRun_t PrepareStats(CLI::App & App)
         {
             if (!pOptions->sTrace.empty() && pOptions->sTrace == pOptions->sPage)
             {
-                throw CLI::ValidationError("--json and --html name the same file");
+                throw CLI::ValidationError("--trace and --html name the same file");
             }
         });
     return [pOptions]

@@ -104,3 +104,9 @@ std::string JsonQuoted(std::string_view sText)
     }
     return sOut + '"';
 }
+
+std::string Coloured(std::string_view sText, Colour_e eColour)
+{
+    static constexpr char const * COLOURS[] = { "1", "1;36", "1;33", "2", "1;31", "32" };
+    return std::string("\x1B[") + COLOURS[static_cast<std::size_t>(eColour)] + "m" + std::string(sText) + "\x1B[0m";
+}

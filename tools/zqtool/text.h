@@ -16,3 +16,16 @@ std::string HtmlEscaped(std::string_view sText);
 
 /// Returns UTF-8 as a JSON string with its quotes. It holds no '<', so it may be part of a script element.
 std::string JsonQuoted(std::string_view sText);
+
+enum class Colour_e
+{
+    Title,
+    Head,
+    Mark,
+    Quiet,
+    Bad,
+    Good
+};
+
+/// Returns a printable text between the escape sequences of a colour.
+std::string Coloured(std::string_view sText, Colour_e eColour);

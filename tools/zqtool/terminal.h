@@ -1,0 +1,10 @@
+// terminal.h: what a command prints if standard output is a terminal.
+#pragma once
+
+#include "tools/zqtool/text.h"
+
+/// Returns whether standard output is a terminal with colours and the variable NO_COLOR is not set, or empty.
+bool HasColours();
+
+/// Returns a printable text, in colour if HasColours. Pad it before: the result is longer than it looks.
+std::string Painted(std::string_view sText, Colour_e eColour);
