@@ -26,6 +26,11 @@ TEST(ZqtoolMemory, PrintsTheLargestFirst)
                               "             0   0.0%          1  Core\n"
                               "          1000 100.0%          4  total\n"
                               "\n"
+                              "         bytes  share     blocks  file\n"
+                              "           600  60.0%          2  src/<b>.cpp\n"
+                              "           400  40.0%          2  a (1); x.cpp\n"
+                              "          1000 100.0%          4  total\n"
+                              "\n"
                               "         bytes  share     blocks  source line\n"
                               "           600  60.0%          2  src/<b>.cpp(7)\n"
                               "           400  40.0%          2  a (1); x.cpp(12)\n"
@@ -80,7 +85,7 @@ TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
     EXPECT_EQ(RunTool("memory " + Folder.Join("absent.csv")).iStatus, 1);
     std::string const sFile = Folder.Write("good.csv", REPORT + TAIL);
     EXPECT_EQ(RunTool("memory " + sFile + " --html " + Folder.Join("no/such.html")).iStatus, 1);
-    for (char const * szArguments : { "", "nothing", "memory", "memory a b", "memory a --html" })
+    for (char const * szArguments : { "", "nothing", "memory", "memory a --html" })
     {
         Result_s const Result = RunTool(szArguments);
         EXPECT_EQ(Result.iStatus, 2) << szArguments;

@@ -1,133 +1,206 @@
-// zqtool memory: lists live memory by category and by source line, from a report of MemoryLogAllocations.
-#include "tools/zqtool/allocationreport.h"
+// zqtool memory: live memory by category, file and source line, from snapshots that MemoryLogAllocations wrote.
+#include "tools/zqtool/allocationgrowth.h"
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/json.h"
 #include "tools/zqtool/output.h"
-#include "tools/zqtool/text.h"
+#include "tools/zqtool/terminal.h"
 #include "tools/zqtool/treemap.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <memory>
 
 namespace
 {
-    using Row_t = std::pair<std::string, Holding_t>;
+    using Reports_t = std::vector<AllocationReport_t>;
 
-    // Sorts by size, largest first, then by name.
-    void SortRows(std::vector<Row_t> & dRows)
+    struct Options_s
     {
-        std::sort(dRows.begin(), dRows.end(),
-            [](Row_t const & A, Row_t const & B)
-            { return A.second.nBytes != B.second.nBytes ? A.second.nBytes > B.second.nBytes : A.first < B.first; });
-    }
+        std::vector<std::string> dFiles;
+        std::string sPage;
+        bool bJson = false;
+    };
 
-    Holding_t SumOf(std::map<std::string, Holding_t> const & dLines)
+    struct Grouping_t
     {
-        Holding_t Sum;
-        for (auto const & [sLine, Holding] : dLines)
-        {
-            Sum.Add(Holding);
-        }
-        return Sum;
-    }
+        GroupBy_e eBy;
+        char const * szColumn;
+        char const * szKey;
+    };
 
-    std::vector<Row_t> ByCategory(AllocationReport_t const & Report)
-    {
-        std::vector<Row_t> dRows;
-        for (auto const & [sCategory, dLines] : Report.dCategories)
-        {
-            dRows.emplace_back(sCategory, SumOf(dLines));
-        }
-        SortRows(dRows);
-        return dRows;
-    }
-
-    std::vector<Row_t> ByLine(AllocationReport_t const & Report)
-    {
-        std::map<std::string, Holding_t> dSums;
-        for (auto const & [sCategory, dLines] : Report.dCategories)
-        {
-            for (auto const & [sLine, Holding] : dLines)
-            {
-                dSums[sLine].Add(Holding);
-            }
-        }
-        std::vector<Row_t> dRows(dSums.begin(), dSums.end());
-        SortRows(dRows);
-        return dRows;
-    }
+    constexpr Grouping_t GROUPINGS[] = {
+        { GroupBy_e::Category, "category", "by_category" },
+        { GroupBy_e::File, "file", "by_file" },
+        { GroupBy_e::Line, "source line", "by_line" },
+    };
 
     unsigned long long Wide(std::uint64_t n)
     {
         return n;
     }
 
-    void PrintRow(Holding_t const & Holding, std::uint64_t nTotal, std::string const & sName)
+    void PrintSizes(GrowthRow_t const & Row, std::uint64_t nTotal)
     {
+        Holding_t const & Holding = Row.Last();
         double const fPercent =
             nTotal ? 100.0 * static_cast<double>(Holding.nBytes) / static_cast<double>(nTotal) : 0.0;
         std::printf("%14llu %5.1f%% %10llu  %s\n", Wide(Holding.nBytes), fPercent, Wide(Holding.nBlocks),
-            Printable(sName).c_str());
+            Printable(Row.sName).c_str());
     }
 
-    void PrintTable(char const * szColumn, std::vector<Row_t> const & dRows, Holding_t const & Total)
+    void PrintSizes(char const * szColumn, std::vector<GrowthRow_t> const & dRows, GrowthRow_t const & Total)
     {
         std::printf("%14s %6s %10s  %s\n", "bytes", "share", "blocks", szColumn);
-        for (auto const & [sName, Holding] : dRows)
+        for (GrowthRow_t const & Row : dRows)
         {
-            PrintRow(Holding, Total.nBytes, sName);
+            PrintSizes(Row, Total.Last().nBytes);
         }
-        PrintRow(Total, Total.nBytes, "total");
+        PrintSizes(Total, Total.Last().nBytes);
     }
 
-    TreemapPart_t PartOf(Row_t const & Row)
+    void PrintGrowth(GrowthRow_t const & Row)
     {
-        auto const & [sName, Holding] = Row;
-        return { sName, std::to_string(Holding.nBytes) + " bytes in " + std::to_string(Holding.nBlocks) + " blocks",
+        char szGrown[32], szSteady[32] = "";
+        std::snprintf(szGrown, sizeof szGrown, "%+14lld", static_cast<long long>(Row.GrownBytes()));
+        if (Row.dHoldings.size() > 2)
+        {
+            std::snprintf(szSteady, sizeof szSteady, " %6s", Row.IsSteady() ? "steady" : "");
+        }
+        std::printf("%14llu %14llu %s %+10lld%s  %s\n", Wide(Row.First().nBytes), Wide(Row.Last().nBytes),
+            Row.GrownBytes() > 0 ? Painted(szGrown, Colour_e::Bad).c_str() : szGrown,
+            static_cast<long long>(Row.GrownBlocks()), Painted(szSteady, Colour_e::Mark).c_str(),
+            Printable(Row.sName).c_str());
+    }
+
+    // Rows that did not change are left out.
+    void PrintGrowth(char const * szColumn, std::vector<GrowthRow_t> const & dRows, GrowthRow_t const & Total)
+    {
+        std::printf("%14s %14s %14s %10s%s  %s\n", "first bytes", "last bytes", "growth", "blocks",
+            Total.dHoldings.size() > 2 ? "       " : "", szColumn);
+        for (GrowthRow_t const & Row : dRows)
+        {
+            if (Row.First() != Row.Last() || Row.IsSteady())
+            {
+                PrintGrowth(Row);
+            }
+        }
+        PrintGrowth(Total);
+    }
+
+    void Print(Reports_t const & dReports)
+    {
+        GrowthRow_t const Total = GrowthOfAll(dReports);
+        for (auto const & [eBy, szColumn, szKey] : GROUPINGS)
+        {
+            if (eBy != GroupBy_e::Category)
+            {
+                std::puts("");
+            }
+            if (dReports.size() == 1)
+            {
+                PrintSizes(szColumn, GrowthBy(eBy, dReports), Total);
+            }
+            else
+            {
+                PrintGrowth(szColumn, GrowthBy(eBy, dReports), Total);
+            }
+        }
+    }
+
+    Json_t JsonOf(GrowthRow_t const & Row)
+    {
+        Json_t Json = { { "name", Row.sName }, { "bytes", Row.Last().nBytes }, { "blocks", Row.Last().nBlocks } };
+        if (Row.dHoldings.size() > 1)
+        {
+            Json["growth_bytes"] = Row.GrownBytes();
+            Json["growth_blocks"] = Row.GrownBlocks();
+            Json["steady"] = Row.IsSteady();
+            for (Holding_t const & Holding : Row.dHoldings)
+            {
+                Json["all_bytes"].push_back(Holding.nBytes);
+                Json["all_blocks"].push_back(Holding.nBlocks);
+            }
+        }
+        return Json;
+    }
+
+    void PrintAsJson(Reports_t const & dReports, std::vector<std::string> const & dFiles)
+    {
+        Json_t Json = { { "files", dFiles }, { "total", JsonOf(GrowthOfAll(dReports)) } };
+        Json["total"].erase("name");
+        for (auto const & [eBy, szColumn, szKey] : GROUPINGS)
+        {
+            Json_t & Rows = Json[szKey] = Json_t::array();
+            for (GrowthRow_t const & Row : GrowthBy(eBy, dReports))
+            {
+                Rows.push_back(JsonOf(Row));
+            }
+        }
+        PrintJson(Json);
+    }
+
+    TreemapPart_t PartOf(GrowthRow_t const & Row)
+    {
+        Holding_t const & Holding = Row.Last();
+        return { Row.sName, std::to_string(Holding.nBytes) + " bytes in " + std::to_string(Holding.nBlocks) + " blocks",
             Holding.nBytes };
     }
 
     void WritePage(std::ostream & Stream, AllocationReport_t const & Report)
     {
+        std::span const dReports(&Report, 1);
         std::vector<TreemapGroup_t> dGroups;
-        for (Row_t const & Category : ByCategory(Report))
+        for (GrowthRow_t const & Category : GrowthBy(GroupBy_e::Category, dReports))
         {
-            auto const & dLines = Report.dCategories.at(Category.first);
-            std::vector<Row_t> dRows(dLines.begin(), dLines.end());
-            SortRows(dRows);
             TreemapGroup_t & Group = dGroups.emplace_back();
             Group.Whole = PartOf(Category);
-            std::transform(dRows.begin(), dRows.end(), std::back_inserter(Group.dParts), PartOf);
+            for (GrowthRow_t const & Row : GrowthOfCategory(Category.sName, dReports))
+            {
+                Group.dParts.push_back(PartOf(Row));
+            }
         }
-        Stream << TreemapPage("Live memory: " + PartOf({ "", Report.Total() }).sNote, dGroups);
+        Stream << TreemapPage("Live memory: " + PartOf(GrowthOfAll(dReports)).sNote, dGroups);
     }
 
-    int Run(std::string const & sFile, std::string const & sPage)
+    // Adds a snapshot. Returns false if something is wrong with it. What could be read counts.
+    bool Read(std::string const & sFile, Reports_t & dReports)
     {
         std::ifstream Stream(sFile, std::ios::binary);
         if (!Stream)
         {
-            std::fprintf(stderr, "zqtool: can't open %s\n", Printable(sFile).c_str());
-            return EXIT_FOUND;
+            std::fprintf(stderr, "%s: can't open it\n", Printable(sFile).c_str());
+            return false;
         }
-        OutputFile_c Page;
-        if (!Page.Open(sPage, { sFile }))
-        {
-            return EXIT_FOUND;
-        }
-        AllocationReport_t Report;
-        bool bSound = ReadAllocationReport(Stream, Report,
+        return ReadAllocationReport(Stream, dReports.emplace_back(),
             [&](int iLine, std::string const & sText)
             { std::fprintf(stderr, "%s(%i): %s\n", Printable(sFile).c_str(), iLine, Printable(sText).c_str()); });
-        Holding_t const Total = Report.Total();
-        PrintTable("category", ByCategory(Report), Total);
-        std::puts("");
-        PrintTable("source line", ByLine(Report), Total);
+    }
+
+    int Run(Options_s const & Options)
+    {
+        Reports_t dReports;
+        OutputFile_c Page;
+        bool bSound = true;
+        for (std::string const & sFile : Options.dFiles)
+        {
+            bSound = Read(sFile, dReports) && bSound;
+        }
+        if (dReports.size() != Options.dFiles.size() || !Page.Open(Options.sPage, Options.dFiles))
+        {
+            return EXIT_FOUND;
+        }
+        if (Options.bJson)
+        {
+            PrintAsJson(dReports, Options.dFiles);
+        }
+        else
+        {
+            Print(dReports);
+        }
         if (Page.IsWanted())
         {
-            WritePage(Page.Get(), Report);
+            WritePage(Page.Get(), dReports.back());
             bSound = Page.Close() && bSound;
         }
         return bSound ? EXIT_DONE : EXIT_FOUND;
@@ -136,12 +209,13 @@ namespace
 
 CommandRun_t PrepareMemory(CLI::App & App)
 {
-    struct Options_s
-    {
-        std::string sFile, sPage;
-    };
     auto const pOptions = std::make_shared<Options_s>();
-    App.add_option("FILE", pOptions->sFile, "report of MemoryLogAllocations")->type_name("")->required();
-    App.add_option("--html", pOptions->sPage, "write a treemap as one page")->type_name("OUT");
-    return [pOptions] { return Run(pOptions->sFile, pOptions->sPage); };
+    App.add_option("FILE", pOptions->dFiles,
+           "snapshots of MemoryLogAllocations: one is listed; of two the growth is; of more also what grows steadily")
+        ->type_name("")
+        ->required();
+    App.add_option("--html", pOptions->sPage, "write a treemap of the last snapshot as one page")->type_name("OUT");
+    App.add_flag("--json", pOptions->bJson, "print one JSON document");
+    App.footer("Example: zqtool memory --html map.html monday/allocations.csv tuesday/allocations.csv");
+    return [pOptions] { return Run(*pOptions); };
 }

@@ -1,0 +1,41 @@
+// allocationgrowth.h: what snapshots of live memory hold, group by group, and how that grew from the first to the last.
+#pragma once
+
+#include "tools/zqtool/allocationreport.h"
+
+#include <span>
+#include <vector>
+
+/// A group of blocks in each snapshot. A snapshot without such a block has an empty holding.
+struct GrowthRow_t
+{
+    std::string sName;                  // as in the snapshots; not printable everywhere
+    std::vector<Holding_t> dHoldings;   // one for each snapshot, in the order of the snapshots; never empty
+
+    Holding_t const & First() const { return dHoldings.front(); }
+    Holding_t const & Last() const { return dHoldings.back(); }
+
+    /// Return the difference of the last and the first snapshot; negative if the group shrank.
+    std::int64_t GrownBytes() const { return static_cast<std::int64_t>(Last().nBytes - First().nBytes); }
+    std::int64_t GrownBlocks() const { return static_cast<std::int64_t>(Last().nBlocks - First().nBlocks); }
+
+    /// Returns whether the bytes never fall from a snapshot to the next, and rise at least twice.
+    bool IsSteady() const;
+};
+
+enum class GroupBy_e
+{
+    Category,
+    File,
+    Line   // "file(line)"
+};
+
+/// Returns a row for each group that a snapshot has. The largest growth comes first, of equal growth the largest last
+/// holding; so the rows of a single snapshot are sorted by size. Requires a snapshot.
+std::vector<GrowthRow_t> GrowthBy(GroupBy_e eBy, std::span<AllocationReport_t const> dReports);
+
+/// Returns the rows of the source lines of one category, sorted likewise.
+std::vector<GrowthRow_t> GrowthOfCategory(std::string const & sCategory, std::span<AllocationReport_t const> dReports);
+
+/// Returns the row of all blocks, named "total".
+GrowthRow_t GrowthOfAll(std::span<AllocationReport_t const> dReports);
