@@ -6,13 +6,14 @@
 // builds write the same bytes. An archive stays below 4 GiB, and below 2 GiB if it is to be read.
 //
 // An archive is a file or memory, with the same bytes. Memory serves undo, networks and tests. A damaged archive can be
-// checked ahead of its load (cserializecheck.h).
+// checked before its load (cserializecheck.h).
 //
 // Ownership: a writer owns its file or memory, unless the memory is the caller's. A reader owns its reference to the
 // File_c.
 // Threads: one thread at a time for each archive.
-// Cost: nothing allocates, except a MemoryWriteable_c without memory of the caller. Values and texts are copied to the
-// buffer of a BufferedWriteable_c, and to and from memory, without a virtual call.
+// Cost: nothing allocates, except a MemoryWriteable_c without memory of the caller, and a writer whose path has another
+// spelling on the disk. Values and texts are copied to the buffer of a BufferedWriteable_c, and to and from memory,
+// without a virtual call.
 // Failure: permanent. Once IsFailed is true, the position stays, values keep their contents, labels compare nothing and
 // chunks do nothing. So a save or load may run to its end and be checked once. A damaged file fails the archive, or
 // asserts or aborts as the declarations say.
@@ -152,7 +153,8 @@ public:
     /// - A different major version ends in Abort.
     /// - A newer minor version is logged and returns false.
     /// - A file without a whole version word fails the archive and returns false.
-    /// - A writer with a file returns true in any case. A word that can't be written fails the archive.
+    /// - A writer returns true in any case, unless its file could not be opened. A word that can't be stored fails the
+    ///   archive.
     virtual bool Open();
 
     /// Ends the archive and returns true. Returns false if a writer can't store the rest of its bytes. Closing again
@@ -172,8 +174,10 @@ public:
     /// Returns a reader's position in bytes from the start, or -1 for a writer.
     virtual int GetPosition() const;
 
-    /// Returns the number of bytes after a reader's position. Returns -1 for a writer, a failed archive and a reader
-    /// that does not know its length. Asserts as GetLength does.
+    /// Returns the number of bytes after a reader's position. Asserts as GetLength does. Returns -1 for these archives:
+    /// - a writer.
+    /// - an archive that has failed.
+    /// - a reader that does not know its length.
     int GetLeft() const;
 
     /// Stores or loads one object and returns the archive. T is one of the following. The compiler refuses others and
@@ -197,13 +201,15 @@ public:
     bool SerializeBytes(void * pData, std::size_t nBytes);
 
     /// Stores a number of elements as an `int`, or loads one, and returns it. Requires that each element stores at
-    /// least nBytesEach bytes, which is at least 1. A number that is negative, above the `int`s, or of more elements
-    /// than the rest of a reader's file can hold fails the archive. Returns 0 if the archive has failed.
+    /// least nBytesEach bytes, which is at least 1. Returns 0 if the archive has failed. These numbers fail it:
+    /// - a negative one.
+    /// - one above the `int`s.
+    /// - one of more elements than the rest of a reader's file can hold.
     int SerializeCount(std::size_t nElements, std::size_t nBytesEach = 1);
 
     /// Stores the version of a type, or loads one, in two bytes, and returns it, so that a type can change without a
-    /// new version of the archive. Asserts 1 <= iNewest <= 65535. A stored version that is 0 or above iNewest fails the
-    /// archive and, unless a check runs, is logged with sType. Returns iNewest if the archive has failed.
+    /// new version of the archive. Asserts that 1 <= iNewest <= 65535. A stored version that is 0 or above iNewest
+    /// fails the archive and, unless a check runs, is logged with sType. Returns iNewest if the archive has failed.
     int SerializeVersion(char const * sType, int iNewest);
 
     /// Store the label of a name. A reader compares it; if the file holds another value, it calls Abort. The second
@@ -223,7 +229,7 @@ public:
 
     /// Stores a text, cut at iBufLength - 1 characters, or loads one into a buffer of iBufLength bytes and terminates
     /// it. A stored length that is negative or does not fit asserts and fails the archive; the buffer stays unchanged.
-    /// Asserts a buffer that is not null and holds a byte; otherwise fails the archive.
+    /// Asserts that the buffer is not null and holds a byte; otherwise fails the archive.
     void SerializeString(char * sBuffer, int iBufLength);
 
     /// Stores or loads the text in the buffer of a string.
@@ -267,7 +273,8 @@ public:
     bool IsChecked() const { return m_pResult != nullptr; }
 
 protected:
-    /// Reports the first failure to Result, as the constructor of a check needs it.
+    /// Sets the structure to which the first failure is reported. Requires that it lives as long as the archive. For
+    /// the constructor of a check.
     void SetResult(ArchiveResult_s & Result) { m_pResult = &Result; }
 
     static constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that is open
@@ -337,8 +344,9 @@ protected:
 class ZQ_API Writeable_c : public ChunkWriteable_c
 {
 public:
-    /// Creates the folders of the path and the file. Replaces an existing file. Others may read it meanwhile, but not
-    /// write it. On failure FileOpenTracker complains, and Open returns false.
+    /// Creates the folders of the path and the file, or empties an existing file. Others may read the file meanwhile. A
+    /// second writer of it fails, unless the file system has no locks. On failure FileOpenTracker complains, and Open
+    /// returns false.
     Writeable_c(char const * sFileName, std::uint32_t dwVersion);
     ~Writeable_c() override;
 
@@ -497,8 +505,8 @@ public:
     bool Open() override;
     bool Close() override;
 
-    /// Return the file's key and its length in bytes. Assert that the reader is not closed, and return "" and 0
-    /// otherwise.
+    /// Return the file's key and its length in bytes. Assert that the reader has a file and is not closed, and return
+    /// "" and 0 otherwise.
     char const * GetFileName() const override;
     int GetLength() const override;
 

@@ -1,4 +1,4 @@
-// cserializecheck.h: checks of an archive ahead of its load.
+// cserializecheck.h: checks of an archive before its load.
 //
 // A load of a damaged archive ends the program at the first label or chunk that is not the expected one, and asserts at
 // other errors (cserialize.h). ArchiveCheck reads the archive before and does neither: its result says what is wrong
