@@ -8,7 +8,7 @@
 // Ownership: the object owns the file beside and deletes it in its destructor. A process that is killed leaves it.
 // Threads: one thread at a time.
 // Cost: each Write is a system call. Commit waits for the disk, some milliseconds. Nothing allocates from the heap,
-// unless a folder of the path has another spelling on the disk.
+// unless a name of the path has another spelling on the disk.
 // Failure: false, with the reason of the first failure in GetWhyNot. Later calls fail too.
 //
 //     FileReplacement_c Replacement("saves\\two.sav");
@@ -50,15 +50,15 @@ public:
     /// CRC is corrected by the difference. On failure returns false, and Commit will fail.
     bool Rewrite(std::uint64_t nOffset, std::uint32_t dwOld, std::uint32_t dwNew);
 
-    /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true. Call it
-    /// once, after the archive is closed.
+    /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true.
     /// - The new file gets the old file's access rights, unless it was made with Rights_e::Private.
     /// - If the name is that of a symbolic link, the link is replaced, not followed.
     ///
     /// Returns false, and the old file stays, in these cases:
     /// - a previous call has failed, or Commit was called before.
     /// - an archive is still open on the file beside.
-    /// - the file beside can't be synchronized.
+    /// - the file beside can't be synchronized, or has lost its name.
+    /// - the folder can't be opened.
     /// - the name is that of a folder, a pipe or a device.
     /// - the system refuses the rename.
     ///
@@ -76,8 +76,11 @@ public:
     /// no call failed.
     char const * GetWhyNot() const { return m_sWhyNot; }
 
-    /// Begin and end the writing of an archive. BeginArchive returns the open file. It returns null if the file has
-    /// failed, holds bytes, or another archive has begun. EndArchive(false) makes Commit fail.
+    /// Begin and end the writing of an archive. EndArchive(false) makes Commit fail. BeginArchive returns the open
+    /// file, or null in these cases:
+    /// - a call has failed.
+    /// - the file holds bytes.
+    /// - another archive has begun.
     plat::File_t BeginArchive();
     void EndArchive(bool bWhole);
 
@@ -94,7 +97,7 @@ protected:
     bool Fail(char const * szWhy);
     bool FailAsSystem();
 
-    /// The steps of Commit. Each returns true. On failure it keeps the reason and returns false.
+    /// Do the steps of Commit, in this order, and return true. On failure keep the reason and return false.
     bool CheckWhole();
     bool Synchronize();
     bool Replace();
