@@ -12,6 +12,7 @@
 // An archive may come from anywhere. Mounting skips these entries, with a log line each:
 // - absolute names, names with `..`, `.`, `\`, a drive, an empty part or control characters;
 // - names of more than 255 characters, and keys of more than 127;
+// - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room;
 // - a second file of the same key; the first one opens without the complaint that a scan's duplicate has;
 // - files that are encrypted or compressed by another method, links and devices;
 // - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MOST_EXPANSION
@@ -65,9 +66,12 @@ inline constexpr int ZIP_MOST_ENTRIES = 32768;
 inline constexpr int ZIP_MOST_EXPANSION = 250;
 
 /// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters, 127 of them in its
-/// last part. The keys are bare names in lower case, or with bRelativeNames whole names with `\`. Returns false, with
-/// the reason, if the archive is mounted already, can't be opened, is damaged or over the limits, or if none of its
-/// files is added. Asserts that sArchive is not null.
+/// last part. The keys are bare names in lower case, or with bRelativeNames whole names with `\`. Asserts that sArchive
+/// is not null. Returns false, with the reason, in these cases:
+/// - the archive is mounted already.
+/// - it can't be opened.
+/// - it is damaged or over the limits.
+/// - none of its files is added.
 bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames = false);
 
 /// Removes an archive's files from the table, puts the files that they hid into it again, and returns true. Returns
