@@ -40,7 +40,7 @@ struct ComDebug_t
     int iLine;
 };
 
-/// AddRef and Release with the place in the source: `COM_ADDREF(pObject, this)`.
+/// Call AddRef and Release with the place in the source: `COM_ADDREF(pObject, this)`. Require that pObject is not null.
 #define COM_ADDREF(pObject, pOwner) ComAddRef((pObject), (pOwner), __FILE__, __LINE__)
 #define COM_RELEASE(pObject, pOwner) ComRelease((pObject), (pOwner), __FILE__, __LINE__)
 
@@ -61,7 +61,7 @@ public:
     /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, the count is lowered
     /// in any case. Asserts the following, and changes nothing if it does not hold:
     /// - pObject is this object.
-    /// - It is a live object. Its address need not be readable.
+    /// - It is a live object. An address that is not readable fails the assertion and is not read.
     /// - It has references.
     bool Release(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
@@ -72,7 +72,7 @@ public:
     /// reports that on the debugger's output.
     int GetOwners(ComDebug_t * const pOut, int iMax);
 
-    /// Returns how many references can still be added in this process. Walks all notes that were ever used.
+    /// Returns how many references can still be added in this process. Walks the free notes that were used before.
     static int GetFreeReferences();
 
 protected:
@@ -95,12 +95,12 @@ private:
 
     std::uint32_t m_dwComSignature = COM_SIGNATURE;
     mutable ComDebug_t * m_pDebugHead = nullptr;   // notes of this object, the newest first
-    mutable std::uint32_t iRefCount = 0;
+    mutable std::uint32_t m_nReferences = 0;
 
-    static ComDebug_t * m_pEmptyList;   // free notes
+    static ComDebug_t * s_pEmptyList;   // free notes
 };
 
-/// Call AddRef and Release of an object that must not be null. For the macros.
+/// Call AddRef and Release. Require that pObject is not null. For the macros.
 inline std::uint32_t ComAddRef(ComObject_c const * pObject, void const * pOwner, char const * sFile, int iLine)
 {
     return pObject->AddRef(pOwner, sFile, iLine, pObject);
