@@ -51,9 +51,9 @@ namespace
 
     constexpr Classes_t CLASSES;
 
-    bool Is(char c, unsigned iClasses)
+    bool Is(char c, unsigned dwClasses)
     {
-        return CLASSES.dClasses[static_cast<unsigned char>(c)] & iClasses;
+        return CLASSES.dClasses[static_cast<unsigned char>(c)] & dwClasses;
     }
 
     // Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte

@@ -6,7 +6,7 @@
 namespace
 {
     // A sink that discards columns.
-    struct NoSink_t
+    struct NoSink_c
     {
         static constexpr bool WANTS_TEXT = false;
 
@@ -14,13 +14,13 @@ namespace
     };
 
     // A sink that appends columns to a line.
-    struct LineSink_t
+    struct LineSink_c
     {
         static constexpr bool WANTS_TEXT = true;
 
-        WarehouseLine_c & Line;
+        WarehouseLine_c & m_Line;
 
-        void Add(char const * pText, int iLength) { Line.AddColumn(pText, iLength); }
+        void Add(char const * pText, int iLength) { m_Line.AddColumn(pText, iLength); }
     };
 
     // A sink that tests the first column of a line.
@@ -30,13 +30,13 @@ namespace
         static constexpr bool WANTS_TEXT = true;
 
         TEST & Test;
-        bool bThere = false;     // there is a first column, which may be null
-        bool bSkipped = false;   // the column is not null and passes the test
+        bool bThere = false;    // there is a first column, which may be null
+        bool bPasses = false;   // the column is not null and passes the test
 
         void Add(char const * pText, int iLength)
         {
             bThere = true;
-            bSkipped = iLength > 0 && Test(pText, iLength);
+            bPasses = iLength > 0 && Test(pText, iLength);
         }
     };
 
@@ -165,7 +165,7 @@ public:
         }
     }
 
-    bool Is(char c, unsigned iClasses) const { return m_dClasses[static_cast<unsigned char>(c)] & iClasses; }
+    bool Is(char c, unsigned dwClasses) const { return m_dClasses[static_cast<unsigned char>(c)] & dwClasses; }
 
 private:
     void Add(char c, Class_e eClass) { m_dClasses[static_cast<unsigned char>(c)] |= eClass; }
@@ -266,7 +266,7 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
         {
             bMore = Step(Classes, First);
         }
-        if (First.bSkipped)
+        if (First.bPasses)
         {
             nPos = m_nLineStart = nStart;
             Read(Classes, pResult);
@@ -283,7 +283,7 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
 // Reads a line, or its first nMost columns.
 void WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost)
 {
-    LineSink_t Sink{ *pResult };
+    LineSink_c Sink{ *pResult };
     while (Step(Classes, Sink) && pResult->GetLength() < nMost)
     {}
 }
@@ -319,7 +319,7 @@ void WarehouseScan_t::SkipRest(Classes_c const & Classes, QuoteWatch_c & Watch)
             return;
         }
     }
-    NoSink_t Sink;
+    NoSink_c Sink;
     while (Step(Classes, Sink))
     {}
 }
@@ -464,11 +464,11 @@ int WarehouseScan_t::Find(char c, int nFrom) const
 }
 
 // Returns the place of the next byte of one of the classes, or nLength.
-int WarehouseScan_t::FindClass(Classes_c const & Classes, unsigned iClasses, int nFrom) const
+int WarehouseScan_t::FindClass(Classes_c const & Classes, unsigned dwClasses, int nFrom) const
 {
     char const * const pEnd = pLine + nLength;
     char const * p = pLine + nFrom;
-    while (p < pEnd && !Classes.Is(*p, iClasses))
+    while (p < pEnd && !Classes.Is(*p, dwClasses))
     {
         ++p;
     }

@@ -146,7 +146,7 @@ private:
     void SkipComment();
     void SkipSeparator(Classes_c const & Classes);
     int Find(char c, int nFrom) const;
-    int FindClass(Classes_c const & Classes, unsigned iClasses, int nFrom) const;
+    int FindClass(Classes_c const & Classes, unsigned dwClasses, int nFrom) const;
     int After(int nAt) const { return nAt < nLength ? nAt + 1 : nLength; }
     bool IsDoubled(int nQuote) const { return nQuote < nLength - 1 && pLine[nQuote + 1] == '"'; }
 

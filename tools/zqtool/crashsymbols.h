@@ -27,7 +27,7 @@ public:
     std::vector<std::string> GetMissing() const;
 
 private:
-    struct State_s;
+    struct State_c;
 
-    std::unique_ptr<State_s> m_pState;
+    std::unique_ptr<State_c> m_pState;
 };

@@ -1,7 +1,7 @@
 // For builds without libdw.
 #include "tools/zqtool/crashsymbols.h"
 
-struct CrashSymbols_c::State_s
+struct CrashSymbols_c::State_c
 {};
 
 CrashSymbols_c::CrashSymbols_c(std::vector<std::string> const &, std::function<void(std::string const &)> const &) {}
