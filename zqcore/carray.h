@@ -86,11 +86,11 @@ public:
     /// not full; otherwise the copy replaces the last element.
     int Add(T const & Element);
 
-    /// Returns an element. Asserts 0 <= index < GetLength(); another index reads or writes foreign memory.
+    /// Returns an element. Asserts that 0 <= index < GetLength(); another index reads or writes foreign memory.
     T & operator[](int index);
     T const & operator[](int index) const;
 
-    /// Removes an element and moves the later ones down, in their order. The capacity stays. Asserts
+    /// Removes an element and moves the later ones down, in their order. The capacity stays. Asserts that
     /// 0 <= index < GetLength(); otherwise removes nothing.
     void Delete(int index);
 
@@ -102,8 +102,8 @@ public:
 
     /// Sorts the elements from iStart to iEnd, both included. A negative bound counts from the end: 0 and -1 select the
     /// whole array. If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. Not stable.
-    /// Asserts bounds inside the array, the start not after the end; otherwise sorts nothing. Accepts any bounds if
-    /// there are fewer than two elements.
+    /// Asserts that the bounds lie inside the array, the start not after the end; otherwise sorts nothing. Accepts any
+    /// bounds if there are fewer than two elements.
     template <typename COMPARE>
     void Sort(COMPARE Compare, int iStart, int iEnd);
 
@@ -133,7 +133,7 @@ public:
     using value_type = T;
     static constexpr int iLength = LENGTH;
 
-    /// Returns an element. Asserts 0 <= nIndex < LENGTH; another index reads or writes foreign memory.
+    /// Returns an element. Asserts that 0 <= nIndex < LENGTH; another index reads or writes foreign memory.
     T & operator[](int nIndex)
     {
         ZQ_ASSERT_TEXT((nIndex >= 0) && (nIndex < iLength), "(nIndex>=0) && (nIndex<iLength)");

@@ -151,7 +151,7 @@ ZQ_API ZQ_COLD void AssertReport(char const * szCondition, char const * szFile, 
 ZQ_API ZQ_COLD void AssertReportEx(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
     char const * fmt, ...) ZQ_PRINTF(5, 6);
 
-/// The same with arguments of text classes (cprintf.h).
+/// Do the same with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , AssertFailed)
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Warning)
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Achtung)

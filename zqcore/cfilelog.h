@@ -24,8 +24,8 @@
 /// FileOpenLogEnable and FileOpenLogDisable.
 extern ZQ_API bool g_bCollectResource;
 
-/// Notes an attempt to open a file. Call it after each one, with the handle, or null or -1 for a failure, and the name.
-/// The list holds a copy of the name.
+/// Notes an attempt to open a file: the handle, or null or -1 for a failure, and the name. The list holds a copy of the
+/// name.
 /// - Raises an Achtung, and logs the list, when more than 50 handles are open, and again at each further 10.
 /// - Raises an Achtung for a failed open, unless the name is null or ends as the packs of the media template do or
 ///   in ".bin". Case does not matter.
@@ -34,8 +34,8 @@ extern ZQ_API bool g_bCollectResource;
 /// While a thread logs the list, its own calls are ignored.
 ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 
-/// Notes that a handle is about to be closed. Call it before the close, after which the system may give the number to
-/// another thread. Asserts that the handle is listed, unless handles are open that found no room in the list. Null and
+/// Notes that a handle is about to be closed. Requires that it is still open: after the close another thread may get
+/// the same number. Asserts that the handle is listed, unless handles are open that found no room in the list. Null and
 /// -1 are ignored.
 ZQ_API void FileCloseTracker(void * hFile);
 

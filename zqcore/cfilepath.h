@@ -98,5 +98,5 @@ ZQ_API void FileAlwaysExcludeFolder(char const * sName);
 ZQ_API void FileAlwaysExcludeFile(char const * sName);
 
 /// Fills dFiles with the files whose folder begins with sPath, subfolders included, in table order, and returns how
-/// many. Asserts iMax >= 1, the most that dFiles holds. Skips files without a folder.
+/// many. Asserts that iMax >= 1, the most that dFiles holds. Skips files without a folder.
 ZQ_API int FileGetDirectoryFiles(char const * sPath, File_c ** const dFiles, int iMax);

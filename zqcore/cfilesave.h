@@ -79,8 +79,8 @@ public:
     /// system's reason.
     bool IsLocked() const;
 
-    /// Set and return how many previous saves a commit keeps. 0 at start. Asserts 0 to MOST_PREVIOUS; other values are
-    /// clamped. A commit does not delete previous saves with higher numbers.
+    /// Set and return how many previous saves a commit keeps. 0 at start. Asserts that the number is 0 to
+    /// MOST_PREVIOUS; other values are clamped. A commit does not delete previous saves with higher numbers.
     void SetPrevious(int nPrevious);
     int GetPrevious() const { return m_nPrevious; }
 

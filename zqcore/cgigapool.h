@@ -97,7 +97,7 @@ public:
     /// Returns whether the pointer lies in the storage. Asserts that there is storage.
     bool IsValid(void const * pPtr) const;
 
-    /// Returns whether the element was allocated as an array. Asserts IsValid(pPtr).
+    /// Returns whether the element was allocated as an array. Asserts that IsValid(pPtr).
     bool IsArray(void const * pPtr) const;
 
     /// Return the bytes of an element, the number of elements in use, and the most that were in use at once.

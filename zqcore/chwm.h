@@ -37,8 +37,8 @@ public:
     StaticMemoryPool_c & operator=(StaticMemoryPool_c const &) = delete;
 
     /// Adds a class of blocks of element_size bytes. elements_total is the expected number of blocks; it only tunes the
-    /// storage. A size that is not above the previous class's, or is above INT_MAX, ends in Abort. Asserts
-    /// elements_total > 0 and at most MAX_GROUPS classes; a further one is not added.
+    /// storage. A size that is not above the previous class's, or is above INT_MAX, ends in Abort. Asserts that
+    /// elements_total > 0, and at most MAX_GROUPS classes; a further one is not added.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
     /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Ends in Abort if no
@@ -59,7 +59,7 @@ public:
     /// Sets the peaks of all classes to 0.
     void ResetHighWaterMarks();
 
-    /// Returns the most blocks of a class that were allocated at once. Asserts 0 <= iGroup < number of classes;
+    /// Returns the most blocks of a class that were allocated at once. Asserts that 0 <= iGroup < number of classes;
     /// otherwise returns -1.
     int GetHighWaterMark(int iGroup);
 

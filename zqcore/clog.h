@@ -36,7 +36,7 @@ extern ZQ_API std::FILE * g_pMessageLogFile;
 extern ZQ_API int g_iLogFrameCounter;
 
 /// Sets folder and name of the main log, makes the missing levels of the folder, and passes both to the crash report.
-/// Call it before LogInit. Both texts are cut at 1023 characters; null is an empty text.
+/// Both texts are cut at 1023 characters; null is an empty text. Requires that LogInit has opened no log.
 /// - The folder ends in a separator. Without one, its last level becomes the start of the log's name and is not made as
 ///   a folder. A crash report needs that folder: if it does not exist, a crash leaves no report.
 /// - A relative folder is below the current one.
@@ -95,7 +95,7 @@ ZQ_API wchar_t const * LogGetFolder();
 /// sFolder. The part after the last separator is not made. Levels that can't be made are skipped.
 ZQ_API void LogCreateFolders(wchar_t * sFolder);
 
-/// The same with arguments of text classes (cprintf.h).
+/// Do the same with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Log)
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , LogEscaped)
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Debugf)

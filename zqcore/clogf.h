@@ -36,7 +36,7 @@ ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_
 /// Writes a text to the named log as it is, without a line end. Does nothing if either text is null.
 ZQ_API void Logf_raw(char const * sFile, char const * sText);
 
-/// The same with arguments of text classes (cprintf.h).
+/// Do the same with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logf, (char const * sFile), (sFile))
 ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logcf, (bool bCondition, char const * sFile), (bCondition, sFile))
 
@@ -51,9 +51,9 @@ public:
     /// Returns the only instance.
     static ModuleLog_c * Get();
 
-    /// Sets the folder of the named logs, cut at 1023 characters. Call it before the module initialises. The folder of
-    /// LogSetFile takes precedence. Without either, or with null, the folder is "GameLogs". A relative folder is below
-    /// the current one. The module makes the missing levels of the folder when it initialises.
+    /// Sets the folder of the named logs, cut at 1023 characters. The folder of LogSetFile takes precedence. Without
+    /// either, or with null, the folder is "GameLogs". A relative folder is below the current one. The module makes the
+    /// missing levels of the folder when it initialises. Requires that it is not initialised.
     static void SetLogPath(wchar_t const * sPath);
 
     /// Returns the folder of the named logs, absolute once the module is initialised.

@@ -101,7 +101,7 @@ public:
     /// Contents of a free slot.
     static constexpr std::intptr_t NO_ELEMENT = -2;
 
-    /// Returns the contents of a slot. Asserts 0 <= iSlot < SIZE, and returns NO_ELEMENT otherwise.
+    /// Returns the contents of a slot. Asserts that 0 <= iSlot < SIZE, and returns NO_ELEMENT otherwise.
     void const * operator[](int iSlot) const;
 };
 

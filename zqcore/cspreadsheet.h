@@ -50,7 +50,7 @@ public:
     /// Appends a copy of the text; null counts as empty. Invalidates texts that GetCell returned before.
     void AddCell(char const * sText);
 
-    /// Returns the text of a cell. Asserts 0 <= iCell < GetCellCount(), and returns an empty text otherwise.
+    /// Returns the text of a cell. Asserts that 0 <= iCell < GetCellCount(), and returns an empty text otherwise.
     char const * GetCell(int iCell) const;
 
     /// Returns the number of cells, with the empty ones that pad the row to the length of the head.

@@ -161,7 +161,7 @@ ZQ_API String_T<256> NewString(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 /// during 15 further calls of any thread. The buffers have no lock.
 ZQ_API char const * Va(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 
-/// The same with arguments of text classes (cprintf.h).
+/// Do the same with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE String_T<256>, return, NewString)
 ZQ_PRINTF_TEXTS(ZQ_INLINE char const *, return, Va)
 
