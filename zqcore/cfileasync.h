@@ -61,12 +61,12 @@ ZQ_API void FileStayerResetMask();
 /// registered.
 ZQ_API void FileStayerResetAll();
 
-/// Opens all files of an extension, in lower case with its dot. Each has a reference more until FileUnfetch. The count
-/// in the log line includes files that cannot be read. Asserts that szExt is not null.
+/// Opens all files of an extension, in lower case with its dot. Each that can be read has a reference more until
+/// FileUnfetch. The count in the log line includes the others. Asserts that szExt is not null.
 ZQ_API void FilePrefetch(char const * szExt);
 
-/// Closes all files of an extension once. Requires a FilePrefetch: else it releases the reference of another caller.
-/// Asserts that szExt is not null.
+/// Closes all files of an extension once. From a file that FilePrefetch has not read, it releases the reference of
+/// another caller, if there is one. Asserts that szExt is not null.
 ZQ_API void FileUnfetch(char const * szExt);
 
 /// Scope in which all files of an extension are in memory: calls FilePrefetch, and FileUnfetch at the end. szExt

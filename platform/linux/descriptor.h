@@ -34,7 +34,7 @@ namespace plat
             m_iDescriptor = iDescriptor;
         }
 
-        /// Returns the descriptor, which the caller then owns.
+        /// Releases the descriptor to the caller, who then owns it, and returns it.
         int Release()
         {
             int const iDescriptor = m_iDescriptor;
@@ -70,7 +70,7 @@ namespace plat
         /// Returns the number, even if it now belongs to another file. Returns -1 if none was set.
         int GetNumber() const { return m_iDescriptor; }
 
-        /// Closes the present descriptor and holds another. Keeps errno.
+        /// Closes the present descriptor and holds another.
         void Reset(int iDescriptor);
 
         /// Makes the number a copy of another descriptor and holds it. The copy is closed at exec. Returns false, with
