@@ -1,5 +1,5 @@
 // Writes the variables of a frame with their members and values. They lie in the crashed program's memory, so each read
-// is guarded. A variable that can't be read is left out.
+// is guarded. Of a variable that can't be read, a line names it.
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/cexceptionreport_internal.h"
 

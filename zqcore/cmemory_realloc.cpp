@@ -1,4 +1,4 @@
-// Aligned blocks that change their size, and the checks that both heaps share.
+// Aligned blocks that change their size, and the refusal of an alignment, for both heaps.
 #include "zqcore/cmemory_internal.h"
 
 #include <algorithm>

@@ -3,10 +3,10 @@
 // The state of a generator is its 32-bit seed. A step is seed * 747796405 + 2891336453 modulo 2^32, which visits all
 // 2^32 seeds before it repeats (M. O'Neill, "PCG: A Family of Simple Fast Space-Efficient Statistically Good Algorithms
 // for Random Number Generation", 2014). The number of a step is the hash lowbias32 of the new seed (C. Wellons,
-// "Prospecting for Hash Functions", 2018), so that a period contains each 32-bit number once, and the numbers of
-// neighbouring seeds are unrelated: a host may seed one generator for each object by the object's number. A seed
-// produces the same numbers on every machine. A sequence continues after SetSeed with a value that GetSeed returned.
-// Not a source of secrets.
+// "Prospecting for Hash Functions", 2018). A period contains each 32-bit number once. The numbers of neighbouring seeds
+// are unrelated, so a host may seed one generator for each object by the object's number. A seed produces the same
+// numbers on every machine. A sequence continues after SetSeed with a value that GetSeed returned. Not a source of
+// secrets.
 //
 // A generator is a std::uniform_random_bit_generator, so that std::shuffle and the distributions of <random> accept it.
 // Their results depend on the standard library; those of NextBelow, NextInRange and NextFloat do not.
