@@ -23,7 +23,7 @@
 // new thread. That stack costs about a microsecond, and memory only if the thread faults. A report allocates nothing
 // from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system. A call stack shows
 // the innermost 256 frames, and then a line says that farther ones are left out. The dialog and the log get the
-// innermost of them, in whole lines of 4,095 bytes together.
+// innermost of them, in whole lines of at most 4,095 bytes together.
 // Failure: what can't be read is left out. A report has two parts: up to the end of the first call stack, and the rest.
 // - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second.
 // - a step into the host's code (listeners, a dialog that nobody can answer) ends after HOST_LIMIT, or when it faults.
@@ -102,12 +102,13 @@ public:
     ZQ_API static int CrashLog(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
     /// Writes the name of the function at an address to szName, cut at nSize - 1 bytes. Returns the distance of the
-    /// address from the function's start in bytes. Returns all ones for an unknown address and while no report is being
-    /// written.
+    /// address from the function's start in bytes. Returns all ones for an unknown address. While no report is being
+    /// written, returns all ones and leaves szName unchanged.
     ZQ_API std::uint64_t GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const;
 
     /// Writes source lines to the report: each one after iLastLine up to the line of the address. Returns the line of
-    /// the address, or iLastLine for an address without one.
+    /// the address. For an address without a line, and while no report is being written, writes nothing and returns
+    /// iLastLine.
     /// - A line is "; text", or "; number, file" if the text can't be read.
     /// - Only the address's line is written if iLastLine is all ones, as in a first call, or if the address is in
     ///   another file than that of the previous call.
