@@ -145,7 +145,7 @@ public:
     /// elements. Asserts that the slab has no storage, and returns false otherwise.
     bool Init(std::span<std::byte> Storage, int iElementSize);
 
-    /// Returns the bytes of storage in which that form always places a number of elements.
+    /// Returns the bytes of storage in which the previous overload always places a number of elements.
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
         auto const nGroups = static_cast<std::size_t>((iElements + GigaGroup_c::ELEMENTS - 1) / GigaGroup_c::ELEMENTS);
@@ -177,8 +177,8 @@ public:
     /// Returns the index of the element that holds an address. Requires Holds(pPtr).
     unsigned IndexOf(void const * pPtr) const;
 
-    /// Returns the index of the element at a distance in bytes from the first one. iReciprocal is GetReciprocal(). It
-    /// must not be 0, because then the index needs a division.
+    /// Returns the index of the element at a distance in bytes from the first one. iReciprocal is GetReciprocal().
+    /// Requires that it is not 0, because then the index needs a division.
     static unsigned IndexOf(std::size_t nDistance, std::uint64_t iReciprocal)
     {
         return static_cast<unsigned>((nDistance * iReciprocal) >> RECIPROCAL_BITS);
@@ -211,8 +211,8 @@ private:
     void ChainGroups();
     void AllocData(std::size_t nAlignment);
     void SetElementSize(int iElementSize);
-    void Chain(int & list, int link);
-    void Unchain(int & list, int link);
+    void Chain(int & iList, int iLink);
+    void Unchain(int & iList, int iLink);
 
     // With these limits the rounding never reaches the next element, and no product leaves 64 bits.
     static constexpr int RECIPROCAL_BITS = 42;

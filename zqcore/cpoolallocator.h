@@ -36,8 +36,9 @@ public:
     static constexpr std::size_t ALIGNMENT = GigaSlab_c::ALIGNMENT;   // of such a block
     static constexpr unsigned USUAL_BLOCKS = 1000;
 
-    /// Makes an empty pool. The name is for StaticMemoryPool_c. nExpected is the number of blocks of a size that the
-    /// caller expects; it only tunes the storage.
+    /// Makes an empty pool. sName is its name in messages of StaticMemoryPool_c (chwm.h). nExpected is the number of
+    /// blocks of a size that the caller expects, and no limit. Asserts that sName is not null, and that nExpected is
+    /// above 0; with 0, Allocate of a block from the pool ends in Abort.
     ZQ_API explicit PoolBlocks_c(char const * sName, unsigned nExpected = USUAL_BLOCKS);
 
     /// Allocates a block, never null. The alignment is a power of 2.
