@@ -3,7 +3,8 @@
 // ProfilerPush and ProfilerPop enclose the code to be timed. ProfilerScope_c is both for a scope. Each timer keeps a
 // ring of the last 150 frames. Once a frame ProfilerUpdateFrame derives its average and peak. If a stats file is named,
 // all timers are appended to it every 150 frames, asynchronously (docs/formats.md). The profiler runs from
-// ModuleProfiler_c::Initialize to its Shutdown. Outside of that all calls but ProfilerInitSwapStats do nothing.
+// ModuleProfiler_c::Initialize to its Shutdown. Outside of that all calls do nothing, except
+// ProfilerInitSwapStats, ProfilerSwapStatsFailed and ProfilerWriteComplete. Calls that return a timer return null.
 //
 // Ownership: the profiler owns the timers. A host reads them and keeps no pointer beyond a reset or the shutdown.
 // Threads: all calls belong to one thread. Nothing is locked or checked.
