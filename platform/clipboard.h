@@ -18,11 +18,12 @@ namespace plat
     constexpr std::size_t CLIPBOARD_LIMIT = 64 * 1024 * 1024;   // bytes of a block
 
     /// Moves the clipboard to another place, which a host or a test names. Null restores the user's own. If the
-    /// clipboard is made of files, a place is a folder. Copies the text. Requires a closed clipboard.
+    /// clipboard is made of files, a place is a folder. Copies the text, cut at 4095 bytes. Requires a closed
+    /// clipboard.
     ZQ_API void ClipboardSetFolder(char const * szFolder);
 
-    /// Registers a format and returns its number. Names that differ in ASCII case only have the same number. On failure
-    /// returns 0.
+    /// Registers a format and returns its number. Names that differ in ASCII case only have the same number. A process
+    /// has at most 4,096 formats. On failure returns 0.
     unsigned int ClipboardRegisterFormat(char const * szName);
 
     /// Opens the clipboard without waiting. Returns false if any process has it open, or if it can't be reached.
@@ -39,7 +40,7 @@ namespace plat
     struct ClipboardBlock_s;
     using ClipboardBlock_t = ClipboardBlock_s *;
 
-    /// Returns a new block, or null above CLIPBOARD_LIMIT.
+    /// Allocates a block of zeroed bytes, which the caller owns, and returns it. Returns null above CLIPBOARD_LIMIT.
     ClipboardBlock_t ClipboardBlockNew(std::size_t nBytes);
 
     /// Frees a block that does not belong to the clipboard. Null does nothing.
@@ -48,7 +49,8 @@ namespace plat
     /// Returns the size of a block in bytes.
     std::size_t ClipboardBlockSize(ClipboardBlock_t hBlock);
 
-    /// Locks a block and returns its bytes, which are valid until the block is unlocked. On failure returns null.
+    /// Locks a block and returns its bytes, which are valid until the block is unlocked. Returns null for a null block,
+    /// and for one of 0 bytes.
     char * ClipboardBlockLock(ClipboardBlock_t hBlock);
 
     /// Unlocks a block. Null does nothing.
@@ -59,8 +61,9 @@ namespace plat
     ClipboardBlock_t ClipboardGet(unsigned int iFormat);
 
     /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, and the
-    /// caller still owns the block. If the write failed, the clipboard again holds what it held before it was last
-    /// emptied. A null block, an unknown format and a closed clipboard change nothing.
+    /// caller still owns the block:
+    /// - A null block, an unknown format or a closed clipboard changes nothing.
+    /// - After a failed write the clipboard again holds what it held before it was last emptied.
     ClipboardBlock_t ClipboardSet(unsigned int iFormat, ClipboardBlock_t hBlock);
 
     /// Waits between two attempts to open the clipboard.

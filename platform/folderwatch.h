@@ -45,10 +45,12 @@ namespace plat
         FolderWatch_c(FolderWatch_c const &) = delete;
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
-        /// Watches a folder instead of the previous one. Skips subfolders that can't be read. When a file is deleted or
-        /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. fnKeep is not null and returns
-        /// whether the name is kept. Returns false if the folder can't be opened, or if the system has too few watches
-        /// for its subfolders. FolderWatchReason then has the reason.
+        /// Ends the previous watch and watches a folder. Skips subfolders that can't be read. When a file is deleted or
+        /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. fnKeep returns whether the name
+        /// is kept. Requires an fnKeep that is not null.
+        ///
+        /// On failure returns false, and no folder is watched: the folder can't be opened, or the system has too few
+        /// watches for its subfolders. FolderWatchReason then has the reason.
         bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
         /// Ends the watch and discards the changes that were not read. Does nothing while closed.
@@ -59,17 +61,18 @@ namespace plat
         /// Returns what identifies the open watch in lists of open files; null while closed.
         void * GetHandle() const;
 
-        /// Requests the next batch. The buffer must be zeroed and aligned to 4 bytes. It belongs to the watch until
-        /// IsComplete returns true or the watch is closed.
+        /// Requests the next batch. Requires a zeroed buffer, aligned to 4 bytes. The buffer belongs to the watch until
+        /// IsComplete returns true or the watch is closed. Does nothing while closed.
         void Read(void * pBuffer, std::size_t nBytes);
 
-        /// Returns whether a batch has arrived since Read. Without changes this costs one system call that does not
-        /// wait. If a batch does not fit the buffer, or the system lost it, returns true and leaves the buffer as it
-        /// was. If the host closes the watch's handle, no further batch arrives.
+        /// Writes the batch that has arrived since Read to the buffer and returns whether there is one. If a batch does
+        /// not fit the buffer, or the system lost it, returns true and leaves the buffer as it was. If the host closes
+        /// the watch's handle, no further batch arrives. Without changes this costs one system call that does not wait.
         bool IsComplete();
 
-        /// Returns how many subfolders, at least, appeared since the last call and could not be watched, because the
-        /// system has no watches left. Sets the number to 0. If it was not 0, FolderWatchReason has the reason.
+        /// Sets the number of unwatched subfolders to 0 and returns what it was: how many, at least, appeared since the
+        /// last call and could not be watched, because the system has no watches left. If it was not 0,
+        /// FolderWatchReason has the reason.
         std::size_t ExtractUnwatched();
 
     private:

@@ -44,7 +44,7 @@ namespace plat
         return true;
     }
 
-    /// Returns the facts, links followed, or all zero if nothing has that name.
+    /// Returns the facts, links followed. On failure, as if nothing has that name, they are all zero.
     inline FileFacts_t FactsOf(std::string const & sPath, int iFolder = AT_FDCWD)
     {
         FileFacts_t Facts = {};

@@ -15,6 +15,6 @@ namespace plat
     /// Returns whether the calling thread runs the filter.
     bool FaultFilterIsMine();
 
-    /// Ends the innermost guarded call because of a fault inside it. Returns if there is none.
+    /// Ends the calling thread's innermost guarded call because of a fault inside it. Returns if the thread is in none.
     void FaultGuardEscape();
 }
