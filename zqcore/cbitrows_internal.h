@@ -99,15 +99,15 @@ namespace bits
         return i;
     }
 
-    /// Returns the index of the first byte that differs from bSkip, or nBytes if there is none. Requires that bSkip is
+    /// Returns the index of the first byte that differs from cSkip, or nBytes if there is none. Requires that cSkip is
     /// 0 or 0xFF.
-    inline std::size_t FindOther(unsigned char const * pBytes, std::size_t nBytes, unsigned char bSkip)
+    inline std::size_t FindOther(unsigned char const * pBytes, std::size_t nBytes, unsigned char cSkip)
     {
         return FindByte(nBytes,
             [=](std::size_t i, auto Zero)
             {
                 using Word_t = decltype(Zero);
-                Word_t const Skip = bSkip != 0 ? static_cast<Word_t>(~Zero) : Zero;
+                Word_t const Skip = cSkip != 0 ? static_cast<Word_t>(~Zero) : Zero;
                 return static_cast<Word_t>(Load<Word_t>(pBytes + i) ^ Skip);
             });
     }

@@ -12,7 +12,7 @@ namespace plat
         constexpr std::uint8_t FILL_FREED = 0xDD;
         constexpr std::uint8_t FILL_GAP = 0xFD;
         constexpr std::size_t GAP = 4;
-        constexpr std::size_t FENCE = 16;   // bytes right after the caller's bytes that are written and checked
+        constexpr std::size_t FENCE = 16;   // bytes right after the own bytes that are written and checked
 
         struct Link_s
         {
@@ -20,13 +20,13 @@ namespace plat
             Link_s * pNext;
         };
 
-        // Lies before the user's bytes. Its last bytes are the front gap.
+        // Lies before the block. Its last bytes are the front gap.
         struct alignas(16) Header_s : Link_s
         {
             char const * szFile;
             std::size_t nBytes;
-            std::size_t nBefore;   // from the start of the block to the caller's bytes
-            std::size_t nOwn;      // the caller's bytes
+            std::size_t nBefore;   // from the start of the block to the own bytes
+            std::size_t nOwn;      // number of the own bytes
             std::uint32_t dwWord;
             std::int32_t iLine;
             std::uint8_t dPadding[sizeof(void *) == 8 ? 4 : 12];
@@ -53,7 +53,7 @@ namespace plat
             return UserOf(pHeader) + pHeader->nBefore;
         }
 
-        // Returns the bytes from the end of the caller's bytes to the end of the block's memory.
+        // Returns the bytes from the end of the own bytes to the end of the block's memory.
         std::size_t FenceSize(Header_s const * pHeader)
         {
             return pHeader->nBytes - pHeader->nBefore - pHeader->nOwn + GAP;
@@ -64,24 +64,24 @@ namespace plat
             return reinterpret_cast<std::size_t>(p);
         }
 
-        void Fill(std::uint8_t * pBytes, std::uint8_t iValue, std::size_t nBytes)
+        void Fill(std::uint8_t * pBytes, std::uint8_t cValue, std::size_t nBytes)
         {
             if (nBytes <= HEAP_FILL_LIMIT)
             {
-                std::memset(pBytes, iValue, nBytes);
+                std::memset(pBytes, cValue, nBytes);
                 return;
             }
-            std::memset(pBytes, iValue, HEAP_FILL_ENDS);
-            std::memset(pBytes + nBytes - HEAP_FILL_ENDS, iValue, HEAP_FILL_ENDS);
+            std::memset(pBytes, cValue, HEAP_FILL_ENDS);
+            std::memset(pBytes + nBytes - HEAP_FILL_ENDS, cValue, HEAP_FILL_ENDS);
         }
 
         // Returns whether all bytes of a word have this value.
         template <typename WORD>
-        bool IsFilled(std::uint8_t const * pBytes, std::uint8_t iValue)
+        bool IsFilled(std::uint8_t const * pBytes, std::uint8_t cValue)
         {
-            WORD iWord;
-            std::memcpy(&iWord, pBytes, sizeof iWord);
-            return iWord == static_cast<WORD>(0x0101010101010101u * iValue);
+            WORD Word;
+            std::memcpy(&Word, pBytes, sizeof Word);
+            return Word == static_cast<WORD>(0x0101010101010101u * cValue);
         }
 
         bool IsGap(std::uint8_t const * pBytes)
@@ -90,8 +90,8 @@ namespace plat
             return IsFilled<std::uint32_t>(pBytes, FILL_GAP);
         }
 
-        // Returns whether a fence is undamaged. Of a long fence, checks only the bytes right after the caller's and the
-        // block's last ones.
+        // Returns whether a fence is undamaged. Of a long fence, checks only the bytes right after the own bytes and
+        // the block's last ones.
         bool IsFenceWhole(Header_s * pHeader)
         {
             std::uint8_t const * p = OwnOf(pHeader) + pHeader->nOwn;
@@ -172,7 +172,7 @@ namespace plat
             std::free(pHeader);
         }
 
-        // Returns false if the block must not be touched.
+        // Returns false: the block must not be touched.
         ZQ_COLD bool ReportFront(Header_s * pHeader)
         {
             HeapReport(IsFilled<std::uint32_t>(pHeader->dGap, FILL_FREED)
@@ -190,6 +190,7 @@ namespace plat
                 AddressOf(Block.pOwn), Block.nOwn, HeapWordName(Block.dwWord), szFile, Block.iLine);
         }
 
+        // Reports damage of a block. Returns false if the block must not be touched.
         bool CheckBlock(Header_s * pHeader)
         {
             if (!IsGap(pHeader->dGap))

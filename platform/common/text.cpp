@@ -20,7 +20,7 @@ namespace plat
         // The forms of UTF-8 (RFC 3629), by the number of bytes that follow the first.
         struct Form_t
         {
-            unsigned char bMask, bLead;   // the first byte's fixed bits
+            unsigned char cMask, cLead;   // the first byte's fixed bits
             int nFollowing;
             char32_t cFirst;   // a smaller value must use a shorter form
         };
@@ -35,11 +35,11 @@ namespace plat
             cText = WIDE_OF_BYTE + *pByte;
             for (Form_t const & Form : FORMS)
             {
-                if ((*pByte & Form.bMask) != Form.bLead)
+                if ((*pByte & Form.cMask) != Form.cLead)
                 {
                     continue;
                 }
-                char32_t cValue = *pByte++ & static_cast<unsigned char>(~Form.bMask);
+                char32_t cValue = *pByte++ & static_cast<unsigned char>(~Form.cMask);
                 for (int iByte = 0; iByte < Form.nFollowing; ++iByte, ++pByte)
                 {
                     if ((*pByte & 0xC0) != 0x80)
@@ -87,7 +87,7 @@ namespace plat
             {
                 --nFollowing;
             }
-            pOut[0] = static_cast<char>(FORMS[nFollowing].bLead | (cText >> (6 * nFollowing)));
+            pOut[0] = static_cast<char>(FORMS[nFollowing].cLead | (cText >> (6 * nFollowing)));
             for (int iByte = 1; iByte <= nFollowing; ++iByte)
             {
                 pOut[iByte] = static_cast<char>(0x80 | ((cText >> (6 * (nFollowing - iByte))) & 0x3F));

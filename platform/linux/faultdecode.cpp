@@ -75,16 +75,16 @@ namespace plat
         {
             Instruction_t Instruction;
             ReadInstruction(Address, Instruction);
-            unsigned char const bFirst = Instruction.pOpcode[0];
-            unsigned char const bSecond = Instruction.pOpcode[1];
+            unsigned char const cFirst = Instruction.pOpcode[0];
+            unsigned char const cSecond = Instruction.pOpcode[1];
             unsigned const iGroup = (Instruction.pOpcode[2] >> 3) & 7;
-            if (bFirst != 0x0F)
+            if (cFirst != 0x0F)
             {
                 // ins, outs; in, out by number; in, out by register; hlt; cli, sti
-                return (bFirst >= 0x6C && bFirst <= 0x6F) || (bFirst >= 0xE4 && bFirst <= 0xE7)
-                       || (bFirst >= 0xEC && bFirst <= 0xEF) || bFirst == 0xF4 || bFirst == 0xFA || bFirst == 0xFB;
+                return (cFirst >= 0x6C && cFirst <= 0x6F) || (cFirst >= 0xE4 && cFirst <= 0xE7)
+                       || (cFirst >= 0xEC && cFirst <= 0xEF) || cFirst == 0xF4 || cFirst == 0xFA || cFirst == 0xFB;
             }
-            switch (bSecond)
+            switch (cSecond)
             {
             case 0x00:   // lldt, ltr
                 return iGroup == 2 || iGroup == 3;
@@ -98,7 +98,7 @@ namespace plat
             case 0x33:   // rdpmc
                 return true;
             default:   // mov with control and debug registers
-                return bSecond >= 0x20 && bSecond <= 0x23;
+                return cSecond >= 0x20 && cSecond <= 0x23;
             }
         }
 
@@ -142,23 +142,23 @@ namespace plat
         {
             Instruction_t Instruction;
             ReadInstruction(Context.nIp, Instruction);
-            unsigned char const bOpcode = Instruction.pOpcode[0];
-            unsigned char const bForm = Instruction.pOpcode[1];
-            if (bOpcode != 0xF6 && bOpcode != 0xF7)
+            unsigned char const cOpcode = Instruction.pOpcode[0];
+            unsigned char const cForm = Instruction.pOpcode[1];
+            if (cOpcode != 0xF6 && cOpcode != 0xF7)
             {
                 return true;
             }
-            std::size_t const nBytes = bOpcode == 0xF6               ? 1
+            std::size_t const nBytes = cOpcode == 0xF6               ? 1
                                        : (Instruction.nRex & 8) != 0 ? 8
                                        : Instruction.bOperandSize    ? 2
                                                                      : 4;
             std::uint64_t nDivisor = 0;
-            if (bForm < 0xC0)
+            if (cForm < 0xC0)
             {
                 MemoryRead(OperandAddress(Instruction, Context), &nDivisor, nBytes);
                 return nDivisor == 0;
             }
-            unsigned const iRegister = (bForm & 7) | (Instruction.nRex & 1) << 3;
+            unsigned const iRegister = (cForm & 7) | (Instruction.nRex & 1) << 3;
             bool const bHighByte = nBytes == 1 && Instruction.nRex == 0 && iRegister >= 4;   // ah, ch, dh, bh
             nDivisor = bHighByte ? RegisterOf(Context, iRegister - 4) >> 8 : RegisterOf(Context, iRegister);
             return nBytes < 8 ? (nDivisor & ((std::uint64_t{ 1 } << (8 * nBytes)) - 1)) == 0 : nDivisor == 0;
@@ -343,10 +343,10 @@ namespace plat
         }
 
         // A trap is reported after its one-byte instruction has run. The fault is at that instruction.
-        void StepBackOver(unsigned char bInstruction, FaultContext_t & Context, FaultRecord_t & Record)
+        void StepBackOver(unsigned char cInstruction, FaultContext_t & Context, FaultRecord_t & Record)
         {
-            unsigned char bBefore = 0;
-            if (MemoryRead(Context.nIp - 1, &bBefore, 1) == 1 && bBefore == bInstruction)
+            unsigned char cBefore = 0;
+            if (MemoryRead(Context.nIp - 1, &cBefore, 1) == 1 && cBefore == cInstruction)
             {
                 --Context.nIp;
                 Record.Address = Context.nIp;
