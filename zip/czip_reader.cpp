@@ -94,7 +94,7 @@ bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
 {
     m_Inflater.next_out = pBuffer;
     m_Inflater.avail_out = nBytes;
-    // If all data are in one piece and the rest of the contents is read, zlib needs no window.
+    // If all data are in one piece, a read of the whole contents needs no window of zlib's.
     int const iFlush = nBytes == m_Facts.nSize ? Z_FINISH : Z_NO_FLUSH;
     while (m_Inflater.avail_out > 0)
     {

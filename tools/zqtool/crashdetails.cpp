@@ -56,7 +56,7 @@ namespace
         std::string m_sGroup;           // of the process: the key whose lines follow
     };
 
-    // Returns a file name in which a blank is written as \x20.
+    // Returns the file name that the details write with \x20 for each blank.
     std::string Unescaped(std::string_view sName)
     {
         constexpr std::string_view BLANK = "\\x20";

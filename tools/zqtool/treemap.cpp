@@ -121,7 +121,7 @@ namespace
         std::vector<double> dSizes;
         for (TreemapPart_t const & Part : dParts)
         {
-            dSizes.push_back(std::max(static_cast<double>(Part.nSize), 0.5));   // keeps an empty part visible
+            dSizes.push_back(std::max(static_cast<double>(Part.nSize), 0.5));   // Divide requires sizes above 0
         }
         return dSizes;
     }
