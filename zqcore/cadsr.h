@@ -65,11 +65,11 @@ public:
     double GetSustain() const { return tSustainEnd - tDecayEnd; }
     double GetRelease() const { return tReleaseEnd - tSustainEnd; }
 
-    /// GetMin returns the attack level, GetMax the sustain level, even if the attack level is the larger one.
+    /// Return the attack level as the minimum and the sustain level as the maximum, even if the attack level is larger.
     float GetMin() const { return fAttackLevel; }
     float GetMax() const { return fSustainLevel; }
 
-    /// Restart sets the current time to 0. TimePass moves it by dt, which may be negative.
+    /// Set the current time to 0, and move it by dt, which may be negative.
     void Restart() { tTime = 0.0; }
     void TimePass(double dt) { tTime += dt; }
 

@@ -73,7 +73,7 @@ public:
     /// Returns the name as the last caller of FileOpen spelled it. Empty until the first one.
     virtual char const * GetFileName() const;
 
-    /// Returns a new stream on this file, which CloseStored destroys. Returns null if the file can't be opened.
+    /// Opens a stream on this file and returns it. CloseStored destroys it. Returns null if the file can't be opened.
     virtual FileStored_c * OpenStored() = 0;
 
     /// Removes the object from g_sFileObjects, unless its key is empty or belongs to another object.

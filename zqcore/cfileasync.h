@@ -49,9 +49,9 @@
 /// adds is not limited.
 inline constexpr int g_iMaxStayerTypes = 32;
 
-/// Registers extensions: a list that ends with a null pointer. They are compared exactly, so they must be in lower case
-/// and begin with the dot; 7 characters count. Files that are in memory already do not become stayers. Asserts that the
-/// list is not empty.
+/// Registers extensions: a list that ends with a null pointer. They are compared exactly; 7 characters count. Files
+/// that are in memory already do not become stayers. Requires extensions in lower case that begin with the dot. Asserts
+/// that the list is not empty.
 ZQ_API void FileStayerRegister(char const * szExtList, ...);
 
 /// Removes the registered extensions. Stayers remain stayers.

@@ -25,7 +25,7 @@ ZQ_API void FileSetMediaTemplate(char const * sTemplate);
 ZQ_API String_T<256> FileGetMediaTemplate();
 
 /// Sets the folder below which scans enter only the current game's subfolder. sLocation is a part of its path, such as
-/// "\gamedata\". sLocation and the game's name must be in lower case. Null, as at start, for no such folder. Asserts
+/// "\gamedata\". Null, as at start, for no such folder. Requires sLocation and the game's name in lower case. Asserts
 /// that sLocation begins and ends with `\`; otherwise the previous one stays.
 ZQ_API void FileSetSplit(char const * sLocation);
 

@@ -22,8 +22,8 @@
 #include <cstddef>
 #include <utility>
 
-/// Map from page numbers to values. VALUE must be copyable and have a constexpr default constructor. A
-/// default-constructed value means that there is no page.
+/// Map from page numbers to values. A default-constructed value means that there is no page. Requires a VALUE
+/// that is copyable and has a constexpr default constructor.
 template <typename VALUE>
 class PageMap_T
 {

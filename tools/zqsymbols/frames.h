@@ -30,7 +30,7 @@ namespace zqsymbols
             , m_Start(Start)
         {}
 
-        /// Returns a frame by number; 0 is the innermost. Null past the end, and from FRAMES_MAX on. Valid as long as
+        /// Returns a frame by number; 0 is the innermost. Null after the end, and from FRAMES_MAX on. Valid as long as
         /// the object.
         Frame_t const * Get(std::size_t iFrame);
 

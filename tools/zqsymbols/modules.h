@@ -55,7 +55,8 @@ namespace zqsymbols
         Modules_c & operator=(Modules_c const &) = delete;
 
         /// Adds the program or library of a file that is mapped from nStart to nEnd. A file that has only the debug
-        /// information of one, such as "objcopy --only-keep-debug" makes, serves too. Modules must not overlap.
+        /// information of one, such as "objcopy --only-keep-debug" makes, serves too. Requires
+        /// modules that do not overlap.
         void AddModule(char const * szPath, std::uint64_t nStart, std::uint64_t nEnd);
 
         /// Ends the additions. Requires that it is called once, before any question.
