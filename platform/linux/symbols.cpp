@@ -221,8 +221,8 @@ namespace plat
 
         bool IsReadable(std::uintptr_t Address)
         {
-            std::uint8_t nByte;
-            return MemoryRead(Address, &nByte, 1) == 1;
+            std::uint8_t cByte;
+            return MemoryRead(Address, &cByte, 1) == 1;
         }
 
         void CopyText(char const * szFrom, char * szText, std::size_t nSize)

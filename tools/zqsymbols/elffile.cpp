@@ -29,8 +29,8 @@ namespace zqsymbols
         std::string sText;
         for (std::size_t i = 0; i < nBytes; ++i)
         {
-            unsigned char const nByte = static_cast<unsigned char const *>(pBytes)[i];
-            sText += { DIGITS[nByte >> 4], DIGITS[nByte & 15] };
+            unsigned char const cByte = static_cast<unsigned char const *>(pBytes)[i];
+            sText += { DIGITS[cByte >> 4], DIGITS[cByte & 15] };
         }
         return sText;
     }

@@ -114,9 +114,9 @@ namespace zqsymbols
                 std::uint64_t nValue = 0;
                 for (unsigned nShift = 0; m_pNext < m_pEnd; nShift += 7)
                 {
-                    std::uint8_t const nByte = *m_pNext++;
-                    nValue |= nShift < 64 ? std::uint64_t{ nByte & 0x7Fu } << nShift : 0;
-                    if ((nByte & 0x80) == 0)
+                    std::uint8_t const cByte = *m_pNext++;
+                    nValue |= nShift < 64 ? std::uint64_t{ cByte & 0x7Fu } << nShift : 0;
+                    if ((cByte & 0x80) == 0)
                     {
                         return nValue;
                     }
