@@ -56,7 +56,7 @@ namespace plat
             m_hStore = hStore;
         }
 
-        /// Returns the handle, which the caller then owns.
+        /// Releases the handle to the caller, who then owns it, and returns it.
         StoreHandle_t Release()
         {
             StoreHandle_t const hStore = m_hStore;
@@ -84,7 +84,7 @@ namespace plat
             return m_hStore != STORE_NONE && StoreIdentity(m_hStore) == m_Identity ? m_hStore : STORE_NONE;
         }
 
-        /// Closes the present handle and holds another. Keeps errno.
+        /// Closes the present handle and holds another.
         void Reset(StoreHandle_t hStore)
         {
             StoreClose(Get());
