@@ -8,7 +8,7 @@
 // frame that NextFrame returned last.
 //
 // Threads: one object serves one thread's registers and is not shared.
-// Cost: less than 12 KB of stack. No heap and no lock, so a fault filter may call all of it. All answers of one object
+// Cost: less than 12 KiB of stack. No heap and no lock, so a fault filter may call all of it. All answers of one object
 // together take at most SYMBOL_LIMIT; one answer may use all of that.
 #pragma once
 

@@ -9,8 +9,8 @@
 // fixed pool may also lie in storage of the caller. cpoolallocator.h makes pools allocators of standard containers.
 // Threads: no lock; one thread at a time.
 // Cost: Alloc and Free take constant time, a few nanoseconds. A pool adds 12 bytes for every 32 elements. A chunk adds
-// up to 64 KB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KB, or up
-// to 2 KB if addresses collide.
+// up to 64 KiB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KiB, or
+// up to 2 KiB if addresses collide.
 // Failure: Alloc returns null if a fixed pool is full or the address space is used up. Free returns false for a foreign
 // pointer. Misuse fails an assertion and changes nothing, unless a declaration says otherwise.
 //
@@ -175,7 +175,7 @@ public:
     GigaPoolResizeable_c(GigaPoolResizeable_c const &) = delete;
     GigaPoolResizeable_c & operator=(GigaPoolResizeable_c const &) = delete;
 
-    /// Works out the size of a chunk: a sixteenth of the bytes that iElements take, at least 256 KB, rounded up to
+    /// Works out the size of a chunk: a sixteenth of the bytes that iElements take, at least 256 KiB, rounded up to
     /// whole groups of 32 elements, at most GigaPoolStatic_c::MAX_ELEMENTS. iElements is the number that the caller
     /// expects, not a limit. Allocates nothing. Asserts that the pool has no chunks.
     void Init(int iElements, int iElementSize);

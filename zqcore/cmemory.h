@@ -14,7 +14,7 @@
 // of a shipped game instead. It keeps categories, counters and reports, adds 16 bytes to a block and takes no lock:
 // - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly
 //   different moments. Peaks of categories are those that readers saw. The peak of all bytes may be missed by 128
-//   blocks or 512 KB of a thread and category.
+//   blocks or 512 KiB of a thread and category.
 // - Byte figures are those of the callers. Memory is not filled, damage is not found, lost blocks are not reported, and
 //   the snapshot has a line for each category.
 //

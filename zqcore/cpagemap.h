@@ -28,7 +28,7 @@ template <typename VALUE>
 class PageMap_T
 {
 public:
-    static constexpr int PAGE_BITS = 16;   // a page has 64 KB
+    static constexpr int PAGE_BITS = 16;   // a page has 64 KiB
 
     PageMap_T() = default;
     ~PageMap_T() { Reset(); }

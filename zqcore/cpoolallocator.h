@@ -10,7 +10,7 @@
 //
 // Ownership: the containers must end before the pool.
 // Threads: no lock: all containers of a pool belong to one thread at a time.
-// Cost: a node costs a few nanoseconds. A size that is used for the first time allocates a chunk of at least 256 KB,
+// Cost: a node costs a few nanoseconds. A size that is used for the first time allocates a chunk of at least 256 KiB,
 // which is counted but not touched.
 // Failure: a PoolElements_c that is full, or whose elements are too small for a node, ends in Abort.
 //

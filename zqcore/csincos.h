@@ -6,7 +6,7 @@
 //
 // Ownership: the table is static.
 // Threads: any thread may read it after the module has filled it.
-// Cost: one table read. The table has 16 KB.
+// Cost: one table read. The table has 16 KiB.
 // Failure: all entries are 0 until the module is initialised.
 //
 //     Module_c::Register(ModuleSinCos_c::Get());

@@ -9,7 +9,7 @@ namespace plat
 
     /// Runs fnCall(pArgument) on that stack, or on the present one if it could not be allocated. One call at a time.
     /// Meanwhile the thread's alternate stack is one of the library's too: signals that arrive leave the interrupted
-    /// handler's frames alone, and an overflow in the call is a fault like any other. Uses less than 1 KB of the
+    /// handler's frames alone, and an overflow in the call is a fault like any other. Uses less than 1 KiB of the
     /// present stack.
     void FaultStackCall(void (*fnCall)(void * pArgument), void * pArgument);
 }

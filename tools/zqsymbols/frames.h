@@ -22,7 +22,7 @@ namespace zqsymbols
     class Frames_c
     {
     public:
-        static constexpr std::size_t FRAMES_MAX = 200000;   // of a stack of 8 MB, if frames have 42 bytes or more
+        static constexpr std::size_t FRAMES_MAX = 200000;   // of a stack of 8 MiB, if frames have 42 bytes or more
 
         /// Walks from a thread's registers, which must outlive the object.
         Frames_c(Process_c & Process, Registers_t const & Start)

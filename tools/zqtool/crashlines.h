@@ -17,8 +17,8 @@ public:
         , m_bZeros(sText.find('\0') != std::string_view::npos)
     {}
 
-    /// Sets the next line, without its end. Returns false after the last one. A line of more than 64 KB is cut. One that
-    /// the file breaks off within is skipped unless it is the first. Reports lines that are damaged.
+    /// Sets the next line, without its end. Returns false after the last one. A line of more than 64 KiB is cut. One
+    /// that the file breaks off within is skipped unless it is the first. Reports lines that are damaged.
     bool Next(std::string_view & sLine);
 
     /// Reports what is wrong with the current line.
