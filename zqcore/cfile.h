@@ -230,8 +230,10 @@ public:
     virtual ~FileStored_c();
 
     /// Moves the position to iOffset bytes from iOrigin: 1 for the current position, 2 for the end, anything else for
-    /// the start. Returns 1. Returns 0 without a move on failure, if the stream is closed, or if the new position would
-    /// be outside 0 to INT_MAX.
+    /// the start. Returns 1. Returns 0 without a move in these cases:
+    /// - the stream is closed.
+    /// - the new position would be outside 0 to INT_MAX.
+    /// - the system refuses.
     virtual int SeekStored(long iOffset, int iOrigin);
 
     /// Returns the current position in bytes. Returns 0 if the stream is closed.

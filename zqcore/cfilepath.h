@@ -53,8 +53,10 @@ extern ZQ_API PathTable_t g_sPaths;
 
 /// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
 /// g_AddSubfolderCallbacker for each folder. Returns true too if the folder can't be read; then FileScanIsWhole returns
-/// false. Returns false, with a log line, if there is no such folder, its path has more than 255 characters, or a
-/// folder in lower case hides it.
+/// false. Returns false, with a log line, in these cases:
+/// - there is no such folder.
+/// - its path has more than 255 characters.
+/// - a folder in lower case hides it.
 ///
 /// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
 /// name as the key. A file whose key exceeds 127 characters is then skipped with a log line. Files of a folder outside

@@ -72,8 +72,10 @@ public:
     void SetAddressBias(std::uint64_t nBias) { m_nBias = nBias; }
 
     /// Returns the length of the instruction at pCode, of nBytes at most, and writes its text: "%-6s %s" with mnemonic
-    /// and operands, cut at nText - 1 characters. Returns 0 and an empty text if nBytes is 0, if the bytes end inside
-    /// prefixes, or without pages. Requires nText > 0.
+    /// and operands, cut at nText - 1 characters. Requires nText > 0. Returns 0 and an empty text in these cases:
+    /// - nBytes is 0.
+    /// - the bytes end inside prefixes.
+    /// - the object has no pages.
     ZQ_API std::size_t Decode(unsigned char const * pCode, std::size_t nBytes, char * szText, std::size_t nText);
 
 private:
