@@ -46,8 +46,8 @@ namespace
 
         Module_c ** GetPrerequisites() const override
         {
-            static Module_c * s_dModules[] = { ModuleLog_c::Get(), ModuleTimer_c::Get(), nullptr };
-            return s_dModules;
+            static Module_c * s_dPrerequisites[] = { ModuleLog_c::Get(), ModuleTimer_c::Get(), nullptr };
+            return s_dPrerequisites;
         }
     };
     Probe_c g_Probe;
