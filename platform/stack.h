@@ -6,8 +6,8 @@
 namespace plat
 {
     /// Returns the number of bytes between the caller's frame and the end of the stack that the thread runs on. A
-    /// thread's first call asks the system; further calls cost a few instructions. On failure each call asks, and the
-    /// result is larger than any stack.
+    /// thread's first call asks the system; further calls cost a few instructions. If the system does not answer,
+    /// returns 0, and the next call asks again.
     std::size_t StackLeft();
 
     /// Runs fnCall(pArgument) on a new stack of nBytes, a multiple of 16, and frees the stack after the call. The stack

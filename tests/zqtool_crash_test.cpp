@@ -368,9 +368,15 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
         EXPECT_THAT(Result.sOutput, HasSubstr(sShown)) << sExpected;
     }
     WriteReport(sStack);
-    std::string const sDetails = DETAILS;
-    for (auto const & [sText, sExpected] : Rows_t<std::string, std::string>{ { "", ": the details are empty" },
-             { "x\n", "(1): not the details of a crash: x" },
+    std::string const sDetails = DETAILS, sMember = "        .iHull: int = 26 (0x1A)\n";
+    std::string sMembers;
+    for (int i = 0; i < 10'000; ++i)
+    {
+        sMembers += sMember;
+    }
+    for (auto const & [sText, sExpected] : Rows_t<std::string, std::string>{
+             { Replaced(sDetails, sMember, sMembers), ": a list of more than 10000 entries is cut, in this crash" },
+             { "", ": the details are empty" }, { "x\n", "(1): not the details of a crash: x" },
              { "ZQCore crash details 2\n", "(1): details of another version" },
              { sDetails.substr(0, sDetails.find("\n[Modules]")), "(38): the details break off in [Threads]" },
              { Replaced(sDetails, "[Modules]", "[Fault]"), "(40): out of order: [Fault]" },

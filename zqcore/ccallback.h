@@ -73,7 +73,7 @@ public:
     void Reset();
 
     /// Returns whether the list has no entry.
-    bool IsEmpty() const { return m_pHead == nullptr; }
+    bool IsEmpty() const { return pHead == nullptr; }
 
     /// Calls the functions with the payload. During a firing of this list it does nothing, unless bForce is set.
     template <typename U = T>
@@ -120,9 +120,9 @@ private:
     template <typename... ARGS>
     void Walk(bool bForce, ARGS... Args);
 
-    Link_T<Entry_s> * m_pHead = nullptr;   // the entry added last
-    bool m_bChanged = false;               // whether the list was changed since this firing began
-    bool m_bFiring = false;                // whether a firing runs
+    Link_T<Entry_s> * pHead = nullptr;   // the entry added last
+    bool m_bChanged = false;             // whether the list was changed since this firing began
+    bool m_bFiring = false;              // whether a firing runs
 };
 
 /// An event.
@@ -184,19 +184,19 @@ void CallbackerBase_T<T>::Add(Function_t fn, bool bExclusive)
 {
     MemCategoryScope_c const Scope(mem::Noise);
     m_bChanged = true;
-    ZQ_ASSERT_TEXT(!m_pHead || !m_pHead->Get().m_bExclusive, "!pHead || !pHead->Get().m_bExclusive");
-    m_pHead = (ZQ_NEW Link_T<Entry_s>(Entry_s{ fn, bExclusive }))->Link(m_pHead);
+    ZQ_ASSERT_TEXT(!pHead || !pHead->Get().m_bExclusive, "!pHead || !pHead->Get().m_bExclusive");
+    pHead = (ZQ_NEW Link_T<Entry_s>(Entry_s{ fn, bExclusive }))->Link(pHead);
 }
 
 template <typename T>
 void CallbackerBase_T<T>::Remove(Function_t fn)
 {
     m_bChanged = true;
-    for (Link_T<Entry_s> * pNode = m_pHead; pNode; pNode = pNode->pNext)
+    for (Link_T<Entry_s> * pNode = pHead; pNode; pNode = pNode->pNext)
     {
         if (pNode->Get().fn == fn)
         {
-            m_pHead = pNode->Unlink(m_pHead);
+            pHead = pNode->Unlink(pHead);
             delete pNode;
             return;
         }
@@ -206,10 +206,10 @@ void CallbackerBase_T<T>::Remove(Function_t fn)
 template <typename T>
 void CallbackerBase_T<T>::Reset()
 {
-    if (m_pHead)
+    if (pHead)
     {
-        LinkFreeAll(m_pHead);
-        m_pHead = nullptr;
+        LinkFreeAll(pHead);
+        pHead = nullptr;
         m_bChanged = true;
     }
 }
@@ -223,7 +223,7 @@ void CallbackerBase_T<T>::Walk(bool bForce, ARGS... Args)
         return;
     }
     FiringScope_c const Firing(*this);
-    for (Link_T<Entry_s> * pNode = m_pHead; pNode; pNode = pNode->pNext)
+    for (Link_T<Entry_s> * pNode = pHead; pNode; pNode = pNode->pNext)
     {
         bool const bExclusive = pNode->Get().m_bExclusive;
         pNode->Get().fn(Args...);

@@ -103,12 +103,12 @@ namespace
     }
 }
 
-constinit ComDebug_t * ComObject_c::s_pEmptyList = g_dNotes;
+constinit ComDebug_t * ComObject_c::m_pEmptyList = g_dNotes;
 
 inline void ComObject_c::AddNote(void const * pOwner, char const * sFile, int iLine) const
 {
-    ComDebug_t * const pNote = s_pEmptyList;
-    s_pEmptyList = NextFree(pNote);
+    ComDebug_t * const pNote = m_pEmptyList;
+    m_pEmptyList = NextFree(pNote);
     *pNote = { m_pDebugHead, nullptr, pOwner, sFile, iLine };
     if (m_pDebugHead)
     {
@@ -135,13 +135,13 @@ inline void ComObject_c::Unchain(ComDebug_t * pNote) const
     {
         pNote->pNext->pPrev = pNote->pPrev;
     }
-    pNote->pNext = s_pEmptyList;
-    s_pEmptyList = pNote;
+    pNote->pNext = m_pEmptyList;
+    m_pEmptyList = pNote;
 }
 
 inline bool ComObject_c::LowerCount() const
 {
-    if (--m_nReferences != 0)
+    if (--iRefCount != 0)
     {
         return false;
     }
@@ -153,17 +153,17 @@ inline bool ComObject_c::LowerCount() const
 // sees the reads.
 ZQ_UNCHECKED inline bool ComObject_c::IsSound(ComObject_c const * pThis, void const * pObject)
 {
-    return pObject == pThis && pThis->m_dwComSignature == COM_SIGNATURE && pThis->m_nReferences > 0;
+    return pObject == pThis && pThis->m_dwComSignature == COM_SIGNATURE && pThis->iRefCount > 0;
 }
 
 std::uint32_t ComObject_c::AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const
 {
-    if (pObject != this || !pOwner || s_pEmptyList == NOTES_END)
+    if (pObject != this || !pOwner || m_pEmptyList == NOTES_END)
     {
         return AddRefSlow(pOwner, sFile, iLine, pObject);
     }
     AddNote(pOwner, sFile, iLine);
-    return m_nReferences++;
+    return iRefCount++;
 }
 
 // Handles all cases, including misuse.
@@ -171,12 +171,12 @@ std::uint32_t ComObject_c::AddRefSlow(void const * pOwner, char const * sFile, i
 {
     ZQ_ASSERT_TEXT(pObject == this, "pObject==this");
     ZQ_ASSERT(pOwner);
-    ZQ_ASSERT_TEXT(s_pEmptyList != NOTES_END, "m_pEmptyList");
-    if (pOwner && s_pEmptyList != NOTES_END)
+    ZQ_ASSERT_TEXT(m_pEmptyList != NOTES_END, "m_pEmptyList");
+    if (pOwner && m_pEmptyList != NOTES_END)
     {
         AddNote(pOwner, sFile, iLine);
     }
-    return m_nReferences++;
+    return iRefCount++;
 }
 
 bool ComObject_c::Release(void const * pOwner, char const *, int, void const * pObject) const
@@ -227,7 +227,7 @@ ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const 
         return false;
     }
     bool const bSigned = pThis->m_dwComSignature == COM_SIGNATURE;
-    bool const bReferenced = pThis->m_nReferences > 0;
+    bool const bReferenced = pThis->iRefCount > 0;
     ZQ_ASSERT_TEXT(bSigned, "m_dwComSignature == COM_SIGNATURE");
     ZQ_ASSERT_TEXT(bReferenced, "iRefCount > 0");
     return bSigned && bReferenced;
@@ -272,7 +272,7 @@ int ComObject_c::GetOwners(ComDebug_t * const pOut, int iMax)
 int ComObject_c::GetFreeReferences()
 {
     int nFree = 0;
-    ComDebug_t const * pNote = s_pEmptyList;
+    ComDebug_t const * pNote = m_pEmptyList;
     for (; pNote != NOTES_END && pNote->pNext; pNote = pNote->pNext)
     {
         ++nFree;
@@ -282,7 +282,7 @@ int ComObject_c::GetFreeReferences()
 
 ComObject_c::~ComObject_c()
 {
-    if (m_nReferences != 0)
+    if (iRefCount != 0)
     {
         ComDebug();
         AssertFailed("iRefCount > 0, see message.log");
@@ -291,7 +291,7 @@ ComObject_c::~ComObject_c()
     {
         ReturnNote(m_pDebugHead);
     }
-    const_cast<std::uint32_t volatile &>(m_nReferences) = 0;   // a Release of the dead object sees it
+    const_cast<std::uint32_t volatile &>(iRefCount) = 0;   // a Release of the dead object sees it
 }
 
 void ComObject_c::Dispose() const

@@ -95,9 +95,9 @@ private:
 
     std::uint32_t m_dwComSignature = COM_SIGNATURE;
     mutable ComDebug_t * m_pDebugHead = nullptr;   // notes of this object, the newest first
-    mutable std::uint32_t m_nReferences = 0;
+    mutable std::uint32_t iRefCount = 0;
 
-    static ComDebug_t * s_pEmptyList;   // free notes
+    static ComDebug_t * m_pEmptyList;   // free notes
 };
 
 /// Call AddRef and Release. Require that pObject is not null. For the macros.

@@ -5,7 +5,7 @@
 #include "zqcore/cstring.h"
 #include "zqcore/ctimer.h"
 
-constinit Array_T<Module_c *, 64, 0> Module_c::s_dModules;
+constinit Array_T<Module_c *, 64, 0> Module_c::m_dModules;
 
 namespace
 {
@@ -67,11 +67,11 @@ bool Module_c::CanInitialize() const
 void Module_c::Register(Module_c * pModule)
 {
     MemCategoryScope_c const Scope(mem::Core);
-    if (s_dModules.Find(pModule))
+    if (m_dModules.Find(pModule))
     {
         return;
     }
-    s_dModules.Add(pModule);   // before its prerequisites, which ends the recursion on cycles
+    m_dModules.Add(pModule);   // before its prerequisites, which ends the recursion on cycles
     pModule->m_ppPrerequisites = pModule->GetPrerequisites();
     for (Module_c ** ppModule = pModule->m_ppPrerequisites; ppModule && *ppModule; ++ppModule)
     {
@@ -99,7 +99,7 @@ bool Module_c::InitializeOne(Module_c & Module, int iOrder)
 bool Module_c::ComplainOfUninitialized()
 {
     bool bFound = false;
-    for (Module_c * const pModule : s_dModules)
+    for (Module_c * const pModule : m_dModules)
     {
         if (!pModule->IsInitialized())
         {
@@ -116,9 +116,9 @@ bool Module_c::InitializeAllModules()
     for (bool bProgress = true; bProgress;)
     {
         bProgress = false;
-        for (int i = 0; i < s_dModules.GetLength(); ++i)   // a module may register others in Initialize
+        for (int i = 0; i < m_dModules.GetLength(); ++i)   // a module may register others in Initialize
         {
-            Module_c & Module = *s_dModules[i];
+            Module_c & Module = *m_dModules[i];
             if (Module.IsInitialized() || !Module.CanInitialize())
             {
                 continue;
@@ -131,14 +131,14 @@ bool Module_c::InitializeAllModules()
             bProgress = true;
         }
     }
-    if (iOrder != s_dModules.GetLength() && ComplainOfUninitialized())
+    if (iOrder != m_dModules.GetLength() && ComplainOfUninitialized())
     {
         return false;
     }
-    s_dModules.Sort(ModuleCmp_fn, 0, -1);
-    for (int i = s_dModules.GetLength() - 1; i >= 0; --i)
+    m_dModules.Sort(ModuleCmp_fn, 0, -1);
+    for (int i = m_dModules.GetLength() - 1; i >= 0; --i)
     {
-        s_dModules[i]->Initialize2();
+        m_dModules[i]->Initialize2();
     }
     return true;
 }
@@ -146,14 +146,14 @@ bool Module_c::InitializeAllModules()
 void Module_c::ShutdownAllModules()
 {
     double const tTotal = longTimeGet();
-    for (int i = 0; i < s_dModules.GetLength(); ++i)
+    for (int i = 0; i < m_dModules.GetLength(); ++i)
     {
-        Module_c & Module = *s_dModules[i];
+        Module_c & Module = *m_dModules[i];
         double const tStart = longTimeGet();
         Module.Shutdown();
         Log("%s has been shutdown in %2.2f sec", Module.m_szName, SecondsSince(tStart));
     }
-    s_dModules.Reset();
+    m_dModules.Reset();
     Log("All modules have been shutdown in %2.2f sec", SecondsSince(tTotal));
 }
 
@@ -174,22 +174,22 @@ void Module_c::Heartbeat(char const * szKind, bool bFrame, double dt)
 
 void Module_c::HeartbeatAllModulesFrame(double dt)
 {
-    for (int i = 0; i < s_dModules.GetLength(); ++i)
+    for (int i = 0; i < m_dModules.GetLength(); ++i)
     {
-        if (s_dModules[i])
+        if (m_dModules[i])
         {
-            s_dModules[i]->Heartbeat("Frame ", true, dt);
+            m_dModules[i]->Heartbeat("Frame ", true, dt);
         }
     }
 }
 
 void Module_c::HeartbeatAllModulesIdle()
 {
-    for (int i = 0; i < s_dModules.GetLength(); ++i)
+    for (int i = 0; i < m_dModules.GetLength(); ++i)
     {
-        if (s_dModules[i])
+        if (m_dModules[i])
         {
-            s_dModules[i]->Heartbeat("Idle ", false, 0.0);
+            m_dModules[i]->Heartbeat("Idle ", false, 0.0);
         }
     }
 }

@@ -107,5 +107,5 @@ private:
     int m_iInitOrder = -1;
     Module_c ** m_ppPrerequisites = nullptr;   // as Register saw them; a debugger can't call GetPrerequisites on a core
 
-    static Array_T<Module_c *, 64, 0> s_dModules;
+    static Array_T<Module_c *, 64, 0> m_dModules;
 };

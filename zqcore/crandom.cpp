@@ -36,7 +36,7 @@ RandomNumber_c::RandomNumber_c(unsigned int nStartSeed, char const * szItsName)
 
 RandomNumber_c::~RandomNumber_c()
 {
-    auto * pLink = g_pSeedList;
+    auto * pLink = szName ? g_pSeedList : nullptr;   // an unnamed one may belong to any thread
     while (pLink && pLink->Get().pRandom != this)
     {
         pLink = pLink->pNext;

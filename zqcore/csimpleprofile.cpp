@@ -177,7 +177,7 @@ namespace
 
 void SimpleProfileContextPush(SimpleProfileContext_e eContext)
 {
-    ZQ_ASSERT(eContext < SIMPLE_PROFILE_CONTEXT_TOTAL);
+    ZQ_ASSERT_TEXT(IsContext(eContext), "eContext < SIMPLE_PROFILE_CONTEXT_TOTAL");
     bool const bRoom = g_iSProfileContextStackPtr + 1 < SIMPLE_PROFILE_STACKSIZE;
     ZQ_ASSERT_TEXT(bRoom, "g_iSProfileContextStackPtr < SIMPLE_PROFILE_STACKSIZE");
     if (IsContext(eContext) && bRoom)

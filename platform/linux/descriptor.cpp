@@ -3,6 +3,7 @@
 
 #include "platform/linux/descriptor.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -10,9 +11,11 @@ namespace plat
 {
     DescriptorIdentity_t IdentityOf(int iDescriptor)
     {
+        int const iError = errno;
         struct stat Stat;
-        return fstat(iDescriptor, &Stat) == 0 ? DescriptorIdentity_t{ Stat.st_dev, Stat.st_ino }
-                                              : DescriptorIdentity_t{};
+        bool const bOpen = fstat(iDescriptor, &Stat) == 0;
+        errno = iError;
+        return bOpen ? DescriptorIdentity_t{ Stat.st_dev, Stat.st_ino } : DescriptorIdentity_t{};
     }
 
     void KeptDescriptor_c::Reset(int iDescriptor)

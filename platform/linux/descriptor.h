@@ -22,7 +22,7 @@ namespace plat
         bool IsOpen() const { return m_iDescriptor >= 0; }
         int Get() const { return m_iDescriptor; }
 
-        /// Closes the present descriptor and holds another.
+        /// Closes the present descriptor and holds another. Keeps errno.
         void Reset(int iDescriptor)
         {
             if (m_iDescriptor >= 0)
@@ -54,7 +54,7 @@ namespace plat
         bool operator==(DescriptorIdentity_t const &) const = default;
     };
 
-    /// Returns the identity of a descriptor's file, or all zero if the descriptor is not open.
+    /// Returns the identity of a descriptor's file, or all zero if the descriptor is not open. Keeps errno.
     DescriptorIdentity_t IdentityOf(int iDescriptor);
 
     /// A descriptor that is held for long. A host may close all descriptors, as a daemon does when it starts. The
@@ -70,7 +70,7 @@ namespace plat
         /// Returns the number, even if it now belongs to another file. Returns -1 if none was set.
         int GetNumber() const { return m_iDescriptor; }
 
-        /// Closes the present descriptor and holds another.
+        /// Closes the present descriptor and holds another. Keeps errno.
         void Reset(int iDescriptor);
 
         /// Makes the number a copy of another descriptor and holds it. The copy is closed at exec. Returns false, with

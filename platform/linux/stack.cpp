@@ -149,7 +149,7 @@ namespace plat
             t_pLow = FindLow();
         }
         auto const * const pFrame = static_cast<char const *>(__builtin_frame_address(0));
-        return pFrame > t_pLow ? static_cast<std::size_t>(pFrame - t_pLow) : 0;
+        return t_pLow != nullptr && pFrame > t_pLow ? static_cast<std::size_t>(pFrame - t_pLow) : 0;
     }
 
     void StackCallOn(void * pStack, std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument)

@@ -4,6 +4,7 @@
 
 #include "platform/linux/descriptor.h"
 
+#include <algorithm>
 #include <cpuid.h>
 #include <cstdio>
 #include <cstdlib>
@@ -82,7 +83,7 @@ namespace plat
             ReadText("/proc/self/statm", szText, sizeof(szText));
             std::uint64_t const nPage = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
             std::uint64_t const nUsed = std::strtoull(szText, nullptr, 10) * nPage;
-            Facts.nVirtualFree = nUsed < Facts.nVirtualTotal ? Facts.nVirtualTotal - nUsed : 0;
+            Facts.nVirtualFree = nUsed > 0 && nUsed < Facts.nVirtualTotal ? Facts.nVirtualTotal - nUsed : 0;
         }
 
         void ReadUser(SystemFacts_t & Facts)
@@ -112,7 +113,7 @@ namespace plat
             Facts.szComputer[0] = 0;
         }
         ReadUser(Facts);
-        Facts.nProcessors = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+        Facts.nProcessors = static_cast<int>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 0L));
         ReadMemory(Facts);
     }
 

@@ -127,8 +127,8 @@ namespace
         return Variable;
     }
 
-    // A line that belongs to a frame, without its first four blanks.
-    void ReadOfFrame(std::string_view sLine, CrashFrame_t & Frame)
+    // Reads a line that belongs to a frame, without its first four blanks. Returns false if the frame has no room for it.
+    bool ReadOfFrame(std::string_view sLine, CrashFrame_t & Frame)
     {
         std::size_t const nBlanks = std::min(sLine.find_first_not_of(' '), sLine.size());
         std::string_view sText = sLine.substr(nBlanks);
@@ -144,15 +144,15 @@ namespace
         }
         else if (TakeNumber(sSource, 10) && sSource.starts_with(" |"))
         {
-            AppendMember(Frame.dSource, std::string(sLine));
+            return AppendMember(Frame.dSource, std::string(sLine));
         }
         else if (TakeStart(sText, "... "))
         {
-            AppendMember(Frame.dVariables, ReadVariable("...", sText, static_cast<int>(nBlanks / 4)));
+            return AppendMember(Frame.dVariables, ReadVariable("...", sText, static_cast<int>(nBlanks / 4)));
         }
         else if (TakeStart(sText, "."))
         {
-            AppendMember(Frame.dVariables, ReadVariable("", sText, static_cast<int>(nBlanks / 4)));
+            return AppendMember(Frame.dVariables, ReadVariable("", sText, static_cast<int>(nBlanks / 4)));
         }
         else if (nBlanks == 0)
         {
@@ -161,9 +161,10 @@ namespace
                                                                        : nullptr;
             if (szWord != nullptr)
             {
-                AppendMember(Frame.dVariables, ReadVariable(szWord, sText, 0));
+                return AppendMember(Frame.dVariables, ReadVariable(szWord, sText, 0));
             }
         }
+        return true;
     }
 
     // Divides '4711 "render"' and what follows.
@@ -408,7 +409,7 @@ namespace
         {
             if (m_bAll || sRest.starts_with("at "))
             {
-                ReadOfFrame(sRest, dFrames.back());
+                m_bFull = !ReadOfFrame(sRest, dFrames.back()) || m_bFull;
             }
         }
         else if (sLine.starts_with('#'))

@@ -144,7 +144,7 @@ class Modules(Command):
 Usage: zq modules"""
 
     def run(self, _argument):
-        modules = variable("Module_c::s_dModules")
+        modules = variable("Module_c::m_dModules")
         length, _ = containers.array_shape(modules)
         rows = [self.row(modules["pData"][at].dereference()) for at in range(length)]
         if rows:

@@ -56,11 +56,11 @@ class EventPrinter(ListPrinter):
     """A Callbacker_T: its functions in the order in which they are called."""
 
     def summary(self):
-        text = f"event of {count_nodes(nodes(self.value['m_pHead']))}"
+        text = f"event of {count_nodes(nodes(self.value['pHead']))}"
         return text + (", firing" if self.value["m_bFiring"] else "")
 
     def items(self):
-        for at, node in enumerate(nodes(self.value["m_pHead"])):
+        for at, node in enumerate(nodes(self.value["pHead"])):
             entry = node["tData"]
             yield f"[{at}]" + (" exclusive" if entry["m_bExclusive"] else ""), entry["fn"]
 
