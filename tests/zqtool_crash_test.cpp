@@ -374,15 +374,16 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
     {
         sMembers += sMember;
     }
-    for (auto const & [sText, sExpected] : Rows_t<std::string, std::string>{
-             { Replaced(sDetails, sMember, sMembers), ": a list of more than 10000 entries is cut, in this crash" },
-             { "", ": the details are empty" }, { "x\n", "(1): not the details of a crash: x" },
-             { "ZQCore crash details 2\n", "(1): details of another version" },
-             { sDetails.substr(0, sDetails.find("\n[Modules]")), "(38): the details break off in [Threads]" },
-             { Replaced(sDetails, "[Modules]", "[Fault]"), "(40): out of order: [Fault]" },
-             { Replaced(sDetails, "data: 00000010", "data: q"), "(6): not an address: data: q" },
-             { Replaced(sDetails, "#1 5566", "#x 5566"), "(13): not a frame: #x" },
-             { Replaced(sDetails, "-5566C95A5000", ""), "(41): not a module: 5566C95A4000 01" } })
+    for (auto const & [sText, sExpected] :
+        Rows_t<std::string, std::string>{ { Replaced(sDetails, sMember, sMembers),
+                                              "(10052): a list of more than 10000 entries is cut, in this crash" },
+            { "", ": the details are empty" }, { "x\n", "(1): not the details of a crash: x" },
+            { "ZQCore crash details 2\n", "(1): details of another version" },
+            { sDetails.substr(0, sDetails.find("\n[Modules]")), "(38): the details break off in [Threads]" },
+            { Replaced(sDetails, "[Modules]", "[Fault]"), "(40): out of order: [Fault]" },
+            { Replaced(sDetails, "data: 00000010", "data: q"), "(6): not an address: data: q" },
+            { Replaced(sDetails, "#1 5566", "#x 5566"), "(13): not a frame: #x" },
+            { Replaced(sDetails, "-5566C95A5000", ""), "(41): not a module: 5566C95A4000 01" } })
     {
         WriteDetails(sText);
         Result_s const Result = RunTool("crash " + m_Folder.Join(STEM) + ".rpt");
