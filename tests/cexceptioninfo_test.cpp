@@ -173,16 +173,16 @@ TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
     {
         s_nShown = 0;
         s_Answer.Set();
-        RaiseBreakpoint();   // without a support thread
+        std::raise(SIGTRAP);   // without a support thread
         AssertFailed("%s", "in the child");
         Info.Start();
-        RaiseBreakpoint();
+        std::raise(SIGTRAP);
         Info.Stop();
         return s_nShown;
     };
     auto const fnPrevious = plat::DialogSetHandler(Answer);
     plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return 1 + Info.OnUnhandledException(pFault); });
-    for (void (*fnShow)() : { RaiseBreakpoint, +[] { AssertFailed("%s", "in the parent"); } })
+    for (void (*fnShow)() : { +[] { std::raise(SIGTRAP); }, +[] { AssertFailed("%s", "in the parent"); } })
     {
         Info.Start();
         s_Shown.Reset();
@@ -227,7 +227,7 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
                 __builtin_trap();
             });
         Info.Start();
-        RaiseBreakpoint();
+        std::raise(SIGTRAP);
     };
     EXPECT_EXIT(Fault(), EndedAtBreakpoint, "asked");
 }

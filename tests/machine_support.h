@@ -114,12 +114,6 @@ inline int ThreadsBesideOne()
     return nThreads;
 }
 
-/// Lets a write to a full disk end the process instead of failing.
-inline void EndAtFullDisk()
-{
-    std::signal(SIGXFSZ, SIG_DFL);
-}
-
 /// Returns whether a file opens for writing at once.
 inline bool OpensForWriting(std::string const & sPath)
 {

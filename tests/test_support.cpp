@@ -95,26 +95,6 @@ bool KillChild(pid_t iChild)
     return StatusOfChild(iChild) == -1;
 }
 
-int WaitToBeKilled()
-{
-    return pause();
-}
-
-void RaiseBreakpoint()
-{
-    std::raise(SIGTRAP);
-}
-
-bool EndedAtBreakpoint(int iStatus)
-{
-    return testing::KilledBySignal(SIGTRAP)(iStatus);
-}
-
-fs::path ProgramPath()
-{
-    return fs::read_symlink("/proc/self/exe");
-}
-
 int StatusAsNobody(std::function<int()> const & fnRun)
 {
     constexpr int NOBODY = 65534, REFUSED = 99;

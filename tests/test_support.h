@@ -82,17 +82,8 @@ int StatusOfChild(pid_t iChild);
 /// Kills a child and waits for its end. Returns whether it still ran.
 bool KillChild(pid_t iChild);
 
-/// Waits until a signal ends the process.
-int WaitToBeKilled();
-
-/// Raises the signal of a breakpoint.
-void RaiseBreakpoint();
-
-/// Returns whether a breakpoint ended a process: a predicate for EXPECT_EXIT.
-bool EndedAtBreakpoint(int iStatus);
-
-/// Returns the file of this program.
-std::filesystem::path ProgramPath();
+/// Whether a breakpoint ended a process: a predicate for EXPECT_EXIT.
+inline testing::KilledBySignal const EndedAtBreakpoint(SIGTRAP);
 
 /// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if it can't drop them.
 int StatusAsNobody(std::function<int()> const & fnRun);
@@ -140,6 +131,13 @@ struct Result_s
     std::string sOutput = "";
     std::string sSignal = "";   // as in "SEGV"; empty for an exit
 };
+
+/// A matcher of a result with this status and an output that matches.
+template <typename OUTPUT>
+auto Ends(int iStatus, OUTPUT const & Output)
+{
+    return testing::AllOf(testing::Field(&Result_s::iStatus, iStatus), testing::Field(&Result_s::sOutput, Output));
+}
 
 /// Runs a command line of the shell and waits for its end. Returns its status and standard output.
 Result_s RunShell(std::string const & sCommand);
