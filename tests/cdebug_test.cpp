@@ -105,13 +105,19 @@ namespace
             plat::DebugOutputSet(m_fnOutput);
             plat::DialogSetHandler(m_fnDialog);
             plat::WindowSystemSet(m_System);
-            g_WarningsCallbacker.Reset();
-            g_ExecutionCallbacker.Reset();
-            LogDone();
+            HearNothing();
             SetWarnings(false);
             SetAchtungs(true);
             g_silentMode = false;
             g_pAppWindow = nullptr;
+        }
+
+        // Removes the receivers that trace.
+        static void HearNothing()
+        {
+            LogDone();
+            g_WarningsCallbacker.Reset();
+            g_ExecutionCallbacker.Reset();
         }
 
         plat::WindowSystem_t m_System;
@@ -263,9 +269,8 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
 {
     static std::atomic<int> s_nHeard, s_nInside, s_nNested;
     s_nHeard = s_nInside = s_nNested = 0;
-    LogDone();
+    HearNothing();
     SetAchtungs(false);
-    g_WarningsCallbacker.Reset();
     g_WarningsCallbacker.Add([](char const *) { ++s_nNested; }, false);
     g_WarningsCallbacker.Add(
         [](char const * szText)
@@ -286,14 +291,7 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
             {
                 try
                 {
-                    if (iThread % 2)
-                    {
-                        Warning("%i", i);
-                    }
-                    else
-                    {
-                        Achtung("thread %i: %i", iThread, i);
-                    }
+                    iThread % 2 ? Warning("%i", i) : Achtung("thread %i: %i", iThread, i);
                 }
                 catch (char const *)
                 {}
@@ -308,7 +306,7 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
     static std::atomic<int> s_nInside, s_nHeard;
     static FileOnDisk_c s_Missing;   // of no table
     static auto const s_fnFailRead = [] { EXPECT_EQ(s_Missing.OpenStored(), nullptr); };
-    static auto const s_fnHear = []
+    static auto const s_fnHear = [](void (*fnComplain)())
     {
         ++s_nHeard;
         ++s_nInside;
@@ -316,61 +314,20 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
         {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
+        fnComplain();
     };
-    LogDone();
-    g_WarningsCallbacker.Reset();
-    g_ExecutionCallbacker.Reset();
+    HearNothing();
     plat::DialogSetHandler([](plat::Dialog_t const & Dialog)
         { return Dialog.eButtons == Buttons_e::OkCancel ? throw 1 : Answer_e::Ignore; });
-    static auto const s_fnAbort = []
-    {
-        try
-        {
-            Abort("first");
-        }
-        catch (int)
-        {}
-    };
     auto const Run = []
     {
-        g_WarningsCallbacker.Add(
-            [](char const *)
-            {
-                s_fnHear();
-                AssertFailed("in a receiver");
-            },
-            false);
-        g_ExecutionCallbacker.Add(
-            [](bool)
-            {
-                s_fnHear();
-                s_fnFailRead();
-            },
-            false);
-        g_FileReadErrorCallbacker.Add(
-            [](char const *)
-            {
-                s_fnHear();
-                Warning("in a receiver");
-            },
-            false);
+        g_WarningsCallbacker.Add([](char const *) { s_fnHear([] { AssertFailed("in a receiver"); }); }, false);
+        g_ExecutionCallbacker.Add([](bool) { s_fnHear(s_fnFailRead); }, false);
+        g_FileReadErrorCallbacker.Add([](char const *) { s_fnHear([] { Warning("in a receiver"); }); }, false);
+        static void (*const s_dCalls[])() = { [] { Warning("first"); }, [] { EXPECT_THROW(Abort("first"), int); },
+            s_fnFailRead };
         alarm(20);   // ends threads that wait for ever
-        InThreads(3,
-            [](int iThread)
-            {
-                if (iThread == 0)
-                {
-                    Warning("first");
-                }
-                else if (iThread == 1)
-                {
-                    s_fnAbort();
-                }
-                else
-                {
-                    s_fnFailRead();
-                }
-            });
+        InThreads(3, [](int iThread) { s_dCalls[iThread](); });
         return s_nHeard >= 3 ? 0 : 1;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
@@ -382,9 +339,7 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
     static Gate_c s_Inside;
     static auto const s_fnLocated = [](char const * szText)
     { DebugMessages_c::Get().DebugAssert("file.cpp", 1, szText); };
-    LogDone();
-    g_WarningsCallbacker.Reset();
-    g_ExecutionCallbacker.Reset();
+    HearNothing();
     g_WarningsCallbacker.Add(
         [](char const * szText)
         {
@@ -426,9 +381,7 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryFireBothHalvesOfAStop)
     static std::string s_sExecution;
     static std::atomic<bool> s_bInside;
     static std::thread s_Other;
-    LogDone();
-    g_WarningsCallbacker.Reset();
-    g_ExecutionCallbacker.Reset();
+    HearNothing();
     g_ExecutionCallbacker.Add([](bool bGoesOn) { s_sExecution += bGoesOn ? '+' : '-'; }, false);
     g_WarningsCallbacker.Add(
         [](char const *)
@@ -460,8 +413,7 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
 {
     static int s_nHeard;
     static Gate_c s_Inside;
-    LogDone();
-    g_WarningsCallbacker.Reset();
+    HearNothing();
     g_WarningsCallbacker.Add(
         [](char const * szText)
         {

@@ -5,7 +5,6 @@
 
 #include "tests/test_support.h"
 
-#include <array>
 #include <sstream>
 
 namespace
@@ -82,11 +81,7 @@ TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
             MemoryNewLogEnable(false);
         });
     EXPECT_EQ(Folder.Read("newcalls.csv"), "frame;file;line;category;size;\n" + TakenBlocks(0) + TakenBlocks(2));
-}
 
-TEST(MemoryReport, CallLogLeavesOutWhatItAllocatesItself)
-{
-    TempFolder_c const Folder;
     InChild(Folder,
         []
         {
@@ -98,23 +93,7 @@ TEST(MemoryReport, CallLogLeavesOutWhatItAllocatesItself)
             EXPECT_EQ(g_MemoryCounters.dCount[mem::logger], nLoggers + 1);
             MemoryNewLogEnable(false);
         });
-    EXPECT_EQ(Folder.Read("newcalls.csv"), TakenBlocks(0));
-}
-
-namespace
-{
-    // Counts of a report's tally: all blocks, and those of the four classes. Holds no memory, which would count.
-    std::array<std::size_t, 5> TallyOf(std::string const & sReport)
-    {
-        std::istringstream Text(sReport.substr(sReport.find("\nTotal allocations\n") + 19));
-        std::array<std::size_t, 5> dCounts = {};
-        std::string sLine;
-        for (std::size_t i = 0; i < dCounts.size() && std::getline(Text, sLine); ++i)
-        {
-            dCounts[i] = std::stoul(sLine);
-        }
-        return dCounts;
-    }
+    EXPECT_EQ(Folder.Read("newcalls.csv"), TakenBlocks(0)) << "without that block";
 }
 
 TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
@@ -122,46 +101,45 @@ TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     MemoryLogAllocations();   // allocates what opening a file keeps
-    MemoryLogAllocations();
-    std::array<std::size_t, 5> dCounts = TallyOf(Folder.Read("allocations.csv"));
+    MemoryTally_s Tally = MemoryWriteBlocks(nullptr, nullptr);
 
     // The bytes of a block and the class that must count it: 0 to 3, or -1.
     constexpr std::pair<std::size_t, int> BLOCKS[] = { { 0, 0 }, { 64, 0 }, { 65, 1 }, { 128, 1 }, { 129, 2 },
         { 257, 3 }, { 512, 3 }, { 513, -1 } };
     void * dBlocks[std::size(BLOCKS) + 3] = { plat::HeapAlloc(3, MEMORY_CRT_BLOCK, "other kind", 1),
         plat::HeapAlloc(5, WordOf(mem::TOTAL), SOURCE, 77), plat::HeapAlloc(6, WordOf(mem::AI), nullptr, 0) };
-    dCounts[0] += 2;
-    dCounts[1] += 2;
+    Tally.nTotal += 2;
+    Tally.dInClass[0] += 2;
     for (std::size_t i = 0; i < std::size(BLOCKS); ++i)
     {
         auto const & [nBytes, iClass] = BLOCKS[i];
         dBlocks[3 + i] = plat::HeapAlloc(nBytes, WordOf(mem::GFX), SOURCE, 123);
-        ++dCounts[0];
-        dCounts[static_cast<std::size_t>(iClass + 1)] += iClass >= 0 ? 1 : 0;
+        ++Tally.nTotal;
+        Tally.dInClass[std::max(iClass, 0)] += iClass >= 0 ? 1 : 0;
     }
     MemoryLogAllocations();
     std::for_each(std::begin(dBlocks), std::end(dBlocks), plat::HeapFree);
 
     std::string const sReport = Folder.Read("allocations.csv");
-    EXPECT_EQ(TallyOf(sReport), dCounts);
     std::string const sPlace = std::string(SOURCE) + "(123)\n";
     EXPECT_THAT(sReport, testing::StartsWith("Memory allocations\n"));
     EXPECT_THAT(sReport, HasSubstr("513; GFX; " + sPlace + "512; GFX; " + sPlace + "257; GFX; " + sPlace));
     EXPECT_THAT(sReport, HasSubstr("6; AI; unknown(0)\n5; UNDEFINED; " + std::string(SOURCE) + "(77)\n"));
     EXPECT_THAT(sReport, Not(HasSubstr("other kind")));
-    EXPECT_THAT(sReport, HasSubstr("; 64 bytes; " + std::to_string(dCounts[1] * 100 / dCounts[0]) + "%\n"));
     EXPECT_THAT(Folder.Read("uncategorized.csv"),
         testing::AllOf(HasSubstr("5; " + std::string(SOURCE) + "(77)\n"), Not(HasSubstr("(123)"))));
-}
 
-TEST(MemoryReport, EmptyHeapHasSharesOfNothing)
-{
-    TempFolder_c const Folder;
-    std::FILE * const f = std::fopen(Folder.Join("tally").c_str(), "w");
-    MemoryWriteTally(f, MemoryTally_s{});
-    std::fclose(f);
-    EXPECT_EQ(Folder.Read("tally"),
-        "\nTotal allocations\n0; total\n0; 64 bytes; 0%\n0; 128 bytes; 0%\n0; 256 bytes; 0%\n0; 512 bytes; 0%\n\n");
+    auto const Text = [&Folder](MemoryTally_s const & Counts)
+    {
+        std::FILE * const f = std::fopen(Folder.Join("tally").c_str(), "w");
+        MemoryWriteTally(f, Counts);
+        std::fclose(f);
+        return Folder.Read("tally");
+    };
+    EXPECT_THAT(sReport, testing::EndsWith(Text(Tally)));
+    EXPECT_EQ(Text({ { 1, 0, 2, 4 }, 8 }),
+        "\nTotal allocations\n8; total\n1; 64 bytes; 12%\n0; 128 bytes; 0%\n2; 256 bytes; 25%\n4; 512 bytes; 50%\n\n");
+    EXPECT_THAT(Text({}), HasSubstr("\n0; 64 bytes; 0%\n")) << "no division by 0";
 }
 
 TEST(MemoryReport, FileThatCanNotBeOpenedFailsItsConditionAndSparesTheOther)
