@@ -189,15 +189,6 @@ TEST(GigaPool, UseOfAFreedElementIsCaughtByTheAddressChecker)
     EXPECT_EQ(Pool.Alloc(false), p);
 }
 
-TEST(GigaPoolResizeable, OneOfNoElementsServesNothing)
-{
-    GigaPoolResizeable_c Unready(0, 16);
-    EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Unready.Alloc(false), nullptr); }),
-        "m_pData, Trying to allocate 0 bytes, watermark 0 & m_pGroups");
-    EXPECT_EQ(Unready.WaterMark(), 0);
-    EXPECT_FALSE(Unready.IsValid(&Unready));
-}
-
 TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
 {
     std::mt19937 Random(8);
@@ -263,6 +254,11 @@ TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
     std::vector<void *> const dMore = Take(Pool, 300);   // past the end of the chunk
     EXPECT_TRUE(Pool.Free(dTaken[0], false));
     EXPECT_EQ(Pool.Alloc(false), dTaken[0]) << "its chunk was full";
+
+    GigaPoolResizeable_c Unready(0, 16);
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Unready.Alloc(false), nullptr); }),
+        "m_pData, Trying to allocate 0 bytes, watermark 0 & m_pGroups");
+    EXPECT_EACH(Unready.WaterMark() == 0, !Unready.IsValid(&Unready));
 }
 
 template <typename POOL>
@@ -288,32 +284,4 @@ TEST(GigaPool, AListenerOfAComplaintMayUseThePool)
 {
     ExpectThatAListenerMayUse(GigaPoolStatic_c(64, 16));
     ExpectThatAListenerMayUse(GigaPoolResizeable_c(1, 1024));
-}
-
-TEST(GigaPoolResizeable, ElementsStayApartOverAMillionRandomSteps)
-{
-    constexpr unsigned WORDS = 128;   // of an element; the first and the last hold its number
-    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
-    {
-        GigaPoolResizeable_c Pool(1, WORDS * sizeof(unsigned));
-        std::vector<unsigned *> dOut;
-        std::mt19937 Random(11);
-        for (unsigned iStep = 0; iStep < 1000000; ++iStep)
-        {
-            unsigned const nWanted = iStep / 50000 % 2 == 0 ? 8000 : 100;
-            if (dOut.empty() || Random() % 16000 >= 8000 + dOut.size() - nWanted)
-            {
-                dOut.push_back(static_cast<unsigned *>(Pool.Alloc(iStep % 5 == 0)));
-                dOut.back()[0] = dOut.back()[WORDS - 1] = iStep;
-                continue;
-            }
-            std::swap(dOut[Random() % dOut.size()], dOut.back());
-            unsigned * const p = dOut.back();
-            dOut.pop_back();
-            ASSERT_EQ(p[0], p[WORDS - 1]);
-            ASSERT_TRUE(Pool.Free(p, p[0] % 5 == 0));
-            ASSERT_EQ(Pool.WaterMark(), static_cast<int>(dOut.size()));
-        }
-    }
-    EXPECT_EQ(MemoryTotalAllocations(), nBefore);
 }

@@ -26,9 +26,9 @@ TEST(PoolAllocator, ServesStandardContainersLikeTheHeap)
         Map_t Map(Blocks), Moved(Others);
         std::map<int, std::string> Model;
         std::mt19937 Random(6);
-        for (unsigned iStep = 0; iStep < 20000; ++iStep)
+        for (unsigned iStep = 0; iStep < 50000; ++iStep)   // until several chunks are in use
         {
-            int const iFilled = static_cast<int>(Random() % 500), iFreed = static_cast<int>(Random() % 500);
+            int const iFilled = static_cast<int>(Random() % 20000), iFreed = static_cast<int>(Random() % 20000);
             Map[iFilled] = Model[iFilled] = std::string(iStep % 40, 'x');
             ASSERT_EQ(Map.erase(iFreed), Model.erase(iFreed));
         }
