@@ -151,7 +151,6 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
 
 TEST_F(GuidTest, TheGeneratorReportsWhatTheAddressIs)
 {
-    plat::NetAddressSetSource(TestAddress);
     for (auto const & [eAddress, dwStatus] : { std::pair(plat::NetAddress_e::Missing, plat::GUID_NO_ADDRESS),
              std::pair(plat::NetAddress_e::Local, plat::GUID_LOCAL_ONLY),
              std::pair(plat::NetAddress_e::Global, plat::GUID_OK) })

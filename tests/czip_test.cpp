@@ -25,17 +25,8 @@ protected:
         std::uint32_t nValue = 0;
         std::uint32_t nLess = 0;
     };
-    enum Field_e : std::size_t
-    {
-        FLAGS = 8,
-        METHOD = 10,
-        CRC = 16,
-        STORED = 20,
-        SIZE = 24,
-        ATTRIBUTES = 38,
-        HEADER = 42,
-        NAME = 46
-    };
+    static constexpr std::size_t FLAGS = 8, METHOD = 10, CRC = 16, STORED = 20, SIZE = 24, ATTRIBUTES = 38, HEADER = 42,
+                                 NAME = 46;
     using Entries_t = std::vector<std::pair<std::string, std::string>>;
 
     // Writes an archive. Names that begin with `=` are stored, without that character; others are deflated.
@@ -142,14 +133,10 @@ TEST_F(FileZipTest, ReadsWholeFilesRangesAndStreams)
         pStream->CloseStored();
     }
     ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
-    std::string sBuffer(sBig.size(), '?');
-    for (void * const pBuffer : { static_cast<void *>(nullptr), static_cast<void *>(sBuffer.data()) })
-    {
-        FileAsyncOpen(FileStream("deflated.bin"), pBuffer);
-        Await("deflated.bin");
-        EXPECT_TRUE((pBuffer ? sBuffer : Contents(FileStream("deflated.bin"))) == sBig);
-        FileClose(pBuffer ? nullptr : FileStream("deflated.bin"));
-    }
+    FileAsyncOpen(FileStream("deflated.bin"), nullptr);
+    Await("deflated.bin");
+    EXPECT_TRUE(Contents(FileStream("deflated.bin")) == sBig);
+    FileClose(FileStream("deflated.bin"));
     Module_c::ShutdownAllModules();
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0) << "the end of the module unmounts";
 }

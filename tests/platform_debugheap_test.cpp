@@ -17,12 +17,6 @@ namespace
     {
         return std::string(NewString("0x%08zX", reinterpret_cast<std::size_t>(p)));
     }
-
-    // What the hook and the walk found, stored without allocations.
-    using Event_t = std::pair<plat::HeapEvent_e, std::size_t>;
-    Event_t g_dEvents[8];
-    std::size_t g_nEvents;
-    int g_dLines[3], g_nLines, g_nFailures;   // the last line is that of all further blocks
 }
 
 TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
@@ -88,42 +82,25 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
     }
 }
 
-TEST(DebugHeap, EventsPassTheHookAndFailuresTheHandler)
+TEST(DebugHeap, AFailedAllocationIsTriedAgainAsOftenAsTheHandlerSays)
 {
-    MemoryDone();   // the tracking ends; until MemoryInit nothing else may use the heap
-    g_nEvents = 0;
-    g_nLines = g_nFailures = 0;
-    plat::HeapSetHook(
-        [](plat::HeapEvent_e eEvent, void *, std::size_t nBytes, std::uint32_t) {
-            g_dEvents[g_nEvents++] = { eEvent, nBytes };
-        });
-    void * const pFirst = plat::HeapAlloc(10, 4, nullptr, 1);
-    void * const pSecond = plat::HeapAlloc(20, 4, nullptr, 2);
-    plat::HeapWalk(
-        [](plat::HeapBlock_t const & Block, void *) { g_dLines[std::min(g_nLines++, 2)] = Block.iLine; }, nullptr);
-    plat::HeapFree(pSecond);
-    plat::HeapFree(pFirst);
-    plat::HeapSetFailureHandler([](std::size_t nBytes) { return nBytes == SIZE_MAX && ++g_nFailures < 3; });
-    bool const bRefused = plat::HeapAlloc(SIZE_MAX, 4, nullptr, 0) == nullptr;
-    plat::HeapSetHook(nullptr);
-    MemoryInit();
-
-    using plat::HeapEvent_e;
-    std::vector<Event_t> const dExpected = { { HeapEvent_e::Alloc, 10 }, { HeapEvent_e::Alloc, 20 },
-        { HeapEvent_e::Free, 20 }, { HeapEvent_e::Free, 10 } };
-    EXPECT_EQ(std::vector<Event_t>(g_dEvents, g_dEvents + g_nEvents), dExpected);
-    EXPECT_EQ(std::pair(g_dLines[0], g_dLines[1]), std::pair(2, 1)) << "newest first";
-    EXPECT_TRUE(bRefused);
-    EXPECT_EQ(g_nFailures, 3);
+    auto const Exhaust = []
+    {
+        static int s_nFailures = 0;
+        MemoryDone();
+        plat::HeapSetFailureHandler([](std::size_t nBytes) { return nBytes == SIZE_MAX && ++s_nFailures < 3; });
+        return plat::HeapAlloc(SIZE_MAX, 4, nullptr, 0) ? 0 : s_nFailures;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(Exhaust)), 3);
 }
 
 TEST(Threads, RunLockAndWakeEachOther)
 {
     static plat::Lock_c s_Lock(10);
-    static plat::WakeUp_c s_Go, s_Done;
+    static plat::WakeUp_c s_Go;
     static std::uint32_t s_iThread = 0;
     static int s_nCount = 0;
-    static auto const s_Count = []
+    static auto const s_fnCount = []
     {
         for (int i = 0; i < 10000; ++i)
         {
@@ -135,19 +112,15 @@ TEST(Threads, RunLockAndWakeEachOther)
     {
         s_Go.Wait();
         s_iThread = plat::ThreadId();
-        s_Count();
-        s_Done.Signal();
+        s_fnCount();
     };
     plat::Thread_c Thread;
     Thread.Join();
     EXPECT_EACH(Thread.Start(Run, nullptr), Thread.IsStarted());
     s_Go.Signal();
-    s_Count();
-    s_Done.Wait();
+    s_fnCount();
     Thread.Join();
-    EXPECT_FALSE(Thread.IsStarted());
-    EXPECT_EQ(std::exchange(s_nCount, 0), 20000);
-    EXPECT_NE(s_iThread, plat::ThreadId());
+    EXPECT_EACH(!Thread.IsStarted(), s_nCount == 20000, s_iThread != plat::ThreadId());
     s_Go.Signal();   // kept; two are one
     s_Go.Signal();
     s_Go.Wait();
