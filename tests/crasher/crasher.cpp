@@ -79,6 +79,9 @@ Interrupted:
     .size Interrupted, .-Interrupted
 )");
 
+// Writes the figures of code coverage, which an end by a signal loses. Null in other builds.
+extern "C" void WriteCoverage() __asm__("__gcov_dump") __attribute__((weak));
+
 namespace
 {
     long volatile g_iNoHeap = 0;   // the thread
@@ -345,6 +348,10 @@ namespace
         long const nResult = g_fnFilter(pFault);
         Say(g_pMessageLogFile == nullptr ? "log closed\n" : "log open\n");
         g_iNoHeap = 0;
+        if (WriteCoverage)
+        {
+            WriteCoverage();
+        }
         return nResult;
     }
 
