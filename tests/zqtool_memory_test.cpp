@@ -85,7 +85,7 @@ TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
     EXPECT_EQ(RunTool("memory " + Folder.Join("absent.csv")).iStatus, 1);
     std::string const sFile = Folder.Write("good.csv", REPORT + TAIL);
     EXPECT_EQ(RunTool("memory " + sFile + " --html " + Folder.Join("no/such.html")).iStatus, 1);
-    for (char const * szArguments : { "", "nothing", "memory", "memory a --html" })
+    for (char const * szArguments : { "memory", "memory a --html" })
     {
         Result_s const Result = RunTool(szArguments);
         EXPECT_EQ(Result.iStatus, 2) << szArguments;

@@ -152,6 +152,7 @@ CommandRun_t PrepareCrash(CLI::App & App)
     App.add_flag("--fold", pOptions->bFold, "group the crashes by cause, the largest group first");
     App.add_option("--html", pOptions->sPage, "write the groups as one page; implies --fold")->type_name("OUT");
     App.add_flag("--json", pOptions->bJson, "print an object of JSON a line for each crash, or for each group");
-    App.footer("Exit status: 0, or 1 if a file is damaged, foreign or not readable. What could be read is shown.");
+    App.footer("Example: zqtool crash --fold --html crashes.html logs\n"
+               "A file that is damaged, foreign or not readable makes the status 1. What could be read is shown.");
     return [pOptions] { return CrashRun_c(*pOptions).Run(); };
 }

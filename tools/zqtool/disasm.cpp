@@ -1,5 +1,6 @@
 // zqtool disasm: lists raw bytes of x86 code, one instruction a line, like a crash report.
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/json.h"
 #include "tools/zqtool/text.h"
 #include "zqcore/copcode.h"
 
@@ -16,12 +17,29 @@ namespace
         OpcodeMode_e eMode = OPCODE_64_BIT;
         std::uint64_t Base = 0;
         std::string sFile;
+        bool bJson = false;
     };
 
     class PrintSink_c final : public CodeListingSink_c
     {
     public:
         void WriteLine(char const * szLine) override { std::puts(szLine); }
+    };
+
+    // Collects lines of "address: text" as an array of objects.
+    class JsonSink_c final : public CodeListingSink_c
+    {
+    public:
+        void WriteLine(char const * szLine) override
+        {
+            std::string const sLine = szLine;
+            std::size_t const nAddress = sLine.find(": ");
+            std::size_t const nEnd = sLine.find_last_not_of(' ') + 1;
+            m_Lines.push_back({ { "address", "0x" + sLine.substr(0, nAddress) },
+                { "text", sLine.substr(nAddress + 2, nEnd - nAddress - 2) } });
+        }
+
+        Json_t m_Lines = Json_t::array();
     };
 
     // Returns what is wrong with a hexadecimal number, with or without 0x; empty if nothing is.
@@ -53,16 +71,24 @@ namespace
             return EXIT_FOUND;
         }
         auto const * const pCode = reinterpret_cast<unsigned char const *>(sCode.data());
-        for (std::size_t nDone = 0; nDone != sCode.size();)
+        PrintSink_c PrintSink;
+        JsonSink_c JsonSink;
+        CodeListingSink_c * const pSink = Options.bJson ? static_cast<CodeListingSink_c *>(&JsonSink) : &PrintSink;
+        std::size_t nDone = 0;
+        while (nDone != sCode.size())
         {
             CodeListing_c Listing(pCode + nDone, sCode.size() - nDone, Options.Base + nDone, Options.eMode);
             if (Listing.Decode() == 0)
             {
                 break;   // only prefixes are left
             }
-            PrintSink_c Sink;
-            Listing.Write(Sink);
+            Listing.Write(*pSink);
             nDone += Listing.GetDecodedBytes();
+        }
+        if (Options.bJson)
+        {
+            PrintJson({ { "file", Options.sFile }, { "bits", Options.eMode == OPCODE_32_BIT ? 32 : 64 },
+                { "bytes", sCode.size() }, { "listed_bytes", nDone }, { "instructions", JsonSink.m_Lines } });
         }
         return EXIT_DONE;
     }
@@ -74,8 +100,8 @@ CommandRun_t PrepareDisasm(CLI::App & App)
     App.add_option_function<std::string>(
            "--bits",
            [pOptions](std::string const & sBits) { pOptions->eMode = sBits == "32" ? OPCODE_32_BIT : OPCODE_64_BIT; },
-           "mode of the processor, 32 or 64 (default)")
-        ->type_name("BITS")
+           "mode of the processor; default 64")
+        ->type_name("32|64")
         ->check(CLI::IsMember({ "32", "64" }));
     App.add_option("--base", "address of the first byte, hexadecimal; default 0")
         ->type_name("ADDRESS")
@@ -87,5 +113,7 @@ CommandRun_t PrepareDisasm(CLI::App & App)
                 return ReadAddress(sText, nIgnored);
             });
     App.add_option("FILE", pOptions->sFile, "raw bytes of code")->type_name("")->required();
+    App.add_flag("--json", pOptions->bJson, "print one JSON document");
+    App.footer("Example: zqtool disasm --base 401000 code.bin");
     return [pOptions] { return Run(*pOptions); };
 }

@@ -1,6 +1,6 @@
-// zqtool: shows the files that the library writes.
+// zqtool: shows the files that the library reads and writes.
 #include "tools/zqtool/command.h"
-#include "tools/zqtool/text.h"
+#include "tools/zqtool/help.h"
 #include "zqcore/cversion.h"
 
 #include <CLI/CLI.hpp>
@@ -23,17 +23,36 @@ namespace
 
         // check
 
+        { "completion", "the script that completes arguments in bash or zsh", PrepareCompletion },
+
         { "crash", "crash reports: what happened, or any number of them by cause", PrepareCrash },
 
         { "disasm", "raw bytes of x86 code as a crash report lists them", PrepareDisasm },
 
-        // hash
+        { "hash", "checksums of files and texts, and checks of lists of them", PrepareHash },
 
-        { "memory", "live memory by category and by source line", PrepareMemory },
+        { "help", "the options of a command, or the manual page", PrepareHelp },
 
-        { "stats", "what the profiler measured: a tree of timers, trace events, a page with pictures", PrepareStats },
+        { "memory", "live memory by category, file and source line, and its growth", PrepareMemory },
+
+        { "stats", "what the profiler measured: a tree of timers, trace events, a page", PrepareStats },
 
         // tree
+    };
+
+    std::string VersionText()
+    {
+        return "zqtool " + std::to_string(ZQCORE_VERSION_MAJOR) + "." + std::to_string(ZQCORE_VERSION_MINOR) + "."
+               + std::to_string(ZQCORE_VERSION_PATCH);
+    }
+
+    class Formatter_c final : public CLI::Formatter
+    {
+    public:
+        std::string make_help(CLI::App const * pApp, std::string, CLI::AppFormatMode) const override
+        {
+            return HelpText(*pApp);
+        }
     };
 
     // Returns a command's status, or that of a failure if its output could not be written whole.
@@ -47,56 +66,84 @@ namespace
         return EXIT_FOUND;
     }
 
-    int Usage(char const * szWrong)
+    std::vector<std::string> CommandNames()
     {
-        std::fprintf(stderr, "zqtool: %s\nusage:\n", Printable(szWrong).c_str());
+        std::vector<std::string> dNames;
+        std::transform(std::begin(COMMANDS), std::end(COMMANDS), std::back_inserter(dNames),
+            [](Command_t const & Command) { return Command.szName; });
+        return dNames;
+    }
+
+    // Reports the first option that the command does not have, or else what the parser says.
+    int ReportError(CLI::App const & App, CLI::ParseError const & Error)
+    {
+        HelpCommand_t const Command = DescribeCommand(App);
+        std::vector<std::string> dKnown;
+        for (HelpOption_t const & Option : Command.dOptions)
+        {
+            dKnown.insert(dKnown.end(), Option.dNames.begin() + Option.bPositional, Option.dNames.end());
+        }
+        std::vector<std::string> const dLeft = App.remaining();
+        for (std::string const & sLeft : dLeft)
+        {
+            if (sLeft.size() > 1 && sLeft[0] == '-' && sLeft != "--")
+            {
+                std::string const sOption = sLeft.substr(0, sLeft.find('='));
+                return Misuse("unknown option " + sOption + DidYouMean(sOption, dKnown), Command.sName);
+            }
+        }
+        if (!dLeft.empty() && dynamic_cast<CLI::ExtrasError const *>(&Error) != nullptr)
+        {
+            return Misuse("one argument too many: " + dLeft[0], Command.sName);
+        }
+        std::string const sText = Error.what();
+        return Misuse(sText.substr(0, sText.find('\n')), Command.sName);
+    }
+
+    int Run(CLI::App & App, int argc, char ** argv)
+    {
+        CommandRun_t fnRun;
         for (Command_t const & Command : COMMANDS)
         {
-            std::fprintf(stderr, "  zqtool %s --help: %s\n", Command.szName, Command.szPurpose);
+            CLI::App & Sub = *App.add_subcommand(Command.szName, Command.szPurpose);
+            Sub.set_help_flag("-h,--help", "print this text");
+            Sub.callback([&fnRun, fnCommand = Command.fnPrepare(Sub)] { fnRun = fnCommand; });
         }
-        return EXIT_USAGE;
-    }
-
-    bool IsCommand(std::string_view sWord)
-    {
-        return std::any_of(std::begin(COMMANDS), std::end(COMMANDS),
-            [sWord](Command_t const & Command) { return sWord == Command.szName; });
-    }
-
-    std::string VersionText()
-    {
-        return "zqtool " + std::to_string(ZQCORE_VERSION_MAJOR) + "." + std::to_string(ZQCORE_VERSION_MINOR) + "."
-               + std::to_string(ZQCORE_VERSION_PATCH);
+        if (argc < 2)
+        {
+            std::fputs(HelpText(App).c_str(), stderr);
+            return EXIT_USAGE;
+        }
+        std::vector<std::string> const dNames = CommandNames();
+        if (argv[1][0] != '-' && std::ranges::count(dNames, argv[1]) == 0)
+        {
+            return Misuse(std::string("there is no command ") + argv[1] + DidYouMean(argv[1], dNames), "");
+        }
+        try
+        {
+            App.parse(argc, argv);
+            return CheckOutput(fnRun());
+        }
+        catch (CLI::Success const & Wanted)   // --help and --version
+        {
+            App.exit(Wanted);
+            return CheckOutput(EXIT_DONE);
+        }
+        catch (CLI::ParseError const & Error)
+        {
+            std::vector<CLI::App *> const dParsed = App.get_subcommands();
+            return ReportError(dParsed.empty() ? App : *dParsed.front(), Error);
+        }
     }
 }
 
 int main(int argc, char ** argv)
 {
-    if (argc > 1 && argv[1][0] != '-' && !IsCommand(argv[1]))
-    {
-        return Usage((std::string("there is no command ") + argv[1]).c_str());
-    }
-    CLI::App App("Shows the files that ZQCore writes.", "zqtool");
+    CLI::App App("shows the files that programs with ZQCore read and write", "zqtool");
     App.require_subcommand(1);
-    App.set_version_flag("--version", VersionText());
-    CommandRun_t fnRun;
-    for (Command_t const & Command : COMMANDS)
-    {
-        CLI::App & Sub = *App.add_subcommand(Command.szName, Command.szPurpose);
-        Sub.callback([&fnRun, fnCommand = Command.fnPrepare(Sub)] { fnRun = fnCommand; });
-    }
-    try
-    {
-        App.parse(argc, argv);
-        return CheckOutput(fnRun());
-    }
-    catch (CLI::Success const & Wanted)   // --help and --version
-    {
-        App.exit(Wanted);
-        return CheckOutput(EXIT_DONE);
-    }
-    catch (CLI::ParseError const & Error)
-    {
-        return Usage(Error.what());
-    }
+    App.formatter(std::make_shared<Formatter_c>());
+    App.set_help_flag("-h,--help", "print this text; after a command, its arguments");
+    App.set_version_flag("--version", VersionText(), "print the version");
+    App.footer("Status: 0 done; 1 found something, or a file could not be read or written;\n2 wrong arguments.");
+    return Run(App, argc, argv);
 }

@@ -2,14 +2,14 @@
 #include "platform/clock.h"
 
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/help.h"
 #include "tools/zqtool/output.h"
-#include "tools/zqtool/statspage.h"
+#include "tools/zqtool/statslimits.h"
+#include "tools/zqtool/statsprint.h"
 #include "tools/zqtool/statstrace.h"
-#include "tools/zqtool/statstree.h"
 #include "tools/zqtool/text.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +23,8 @@ namespace
     struct Options_s
     {
         std::string sFile, sTrace, sPage;
+        std::vector<StatsLimit_t> dLimits;
+        bool bJson = false;
         double fTicksPerSecond = 0;   // 0: that of this machine
     };
 
@@ -42,52 +44,6 @@ namespace
                                          : 1e9;
     }
 
-    void PrintTree(StatsTree_c const & Tree, double fMilliseconds)
-    {
-        std::vector<StatsNode_t> const & dNodes = Tree.GetNodes();
-        std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
-        std::vector<int> dParents;
-        std::vector<std::size_t> dDepths;
-        for (StatsNode_t const & Node : dNodes)
-        {
-            dDepths.push_back(Node.iParent < 0 ? 0 : dDepths[static_cast<std::size_t>(Node.iParent)] + 1);
-            dParents.push_back(Node.iParent);
-        }
-        std::printf("%12s %12s %12s %9s %12s %12s  %s\n", "average ms", "own ms", "peak ms", "at frame", "calls",
-            "calls/frame", "timer");
-        for (std::size_t const i : DepthFirst(dParents))
-        {
-            StatsNode_t const & Node = dNodes[i];
-            if (i > 0)   // the root is not timed
-            {
-                std::printf("%12.4f %12.4f %12.4f %9s %12llu %12.2f  %*s%s\n", dAverages[i].tTime * fMilliseconds,
-                    dAverages[i].tOwn * fMilliseconds, static_cast<double>(Node.tPeak) * fMilliseconds,
-                    Node.iPeakFrame < 0 ? "-" : std::to_string(Node.iPeakFrame).c_str(),
-                    static_cast<unsigned long long>(Node.nCalls), dAverages[i].nCalls,
-                    static_cast<int>(2 * dDepths[i] - 2), "", Node.sName.c_str());
-            }
-        }
-    }
-
-    void Print(StatsTree_c const & Tree, StatsFacts_t const & Facts)
-    {
-        int const nBatches = Tree.GetFrameCount() / static_cast<int>(STATS_FRAMES);
-        std::printf("%i frames in %i %s; %.0f ticks a second%s\n", Tree.GetFrameCount(), nBatches,
-            nBatches == 1 ? "batch" : "batches", Facts.fTicksPerSecond,
-            Facts.bMeasured ? ", as on this machine (--ticks-per-second tells another rate)" : "");
-        if (Tree.GetFrameCount() == 0)
-        {
-            std::puts("The profiler writes its first batch after 150 frames.");
-            return;
-        }
-        double const fMilliseconds = 1000 / Facts.fTicksPerSecond;
-        StatsSummary_t const Summary = Tree.GetSummary();
-        std::printf("frame time in ms: mean %.4f, median %.4f, 95 %% %.4f, 99 %% %.4f, worst %.4f (frame %i)\n\n",
-            Summary.tMean * fMilliseconds, Summary.tMedian * fMilliseconds, Summary.t95 * fMilliseconds,
-            Summary.t99 * fMilliseconds, Summary.tWorst * fMilliseconds, Summary.iWorst);
-        PrintTree(Tree, fMilliseconds);
-    }
-
     // Reads a file once, for all requested outputs.
     class StatsRun_c
     {
@@ -97,12 +53,14 @@ namespace
         {}
 
         bool Open();
-        bool Run();
+        int Run();
 
     private:
         void Take(StatsBatch_t const & Batch, bool bWhole);
         void Complain(std::uint64_t nOffset, std::string const & sText);
         void PrintProblems();
+        bool FindTimers();
+        bool CheckLimits(Json_t & Json);
         bool WriteOutputs();
 
         Options_s const & m_Options;
@@ -120,7 +78,7 @@ namespace
         m_Stream.open(m_Options.sFile, std::ios::binary);
         if (!m_Stream)
         {
-            std::fprintf(stderr, "zqtool: can't open %s\n", m_Options.sFile.c_str());
+            std::fprintf(stderr, "zqtool: can't open %s\n", Printable(m_Options.sFile).c_str());
             return false;
         }
         return m_TraceOut.Open(m_Options.sTrace, { m_Options.sFile })
@@ -161,8 +119,54 @@ namespace
         std::fflush(stdout);
         for (std::string const & sProblem : m_Facts.dProblems)
         {
-            std::fprintf(stderr, "%s: %s\n", m_Options.sFile.c_str(), sProblem.c_str());
+            std::fprintf(stderr, "%s: %s\n", Printable(m_Options.sFile).c_str(), sProblem.c_str());
         }
+    }
+
+    // Returns false, and says so, if a limit is for a timer that is not there.
+    bool StatsRun_c::FindTimers()
+    {
+        std::vector<std::string> dNames = { "frame" };
+        for (StatsNode_t const & Node : m_Tree.GetNodes())
+        {
+            dNames.push_back(Node.sName);
+        }
+        for (StatsLimit_t const & Limit : m_Options.dLimits)
+        {
+            if (m_Tree.GetFrameCount() > 0 && !MeasureStats(Limit, m_Tree, m_Facts.fTicksPerSecond).bKnown)
+            {
+                Misuse("there is no timer " + Limit.sName + DidYouMean(Limit.sName, dNames), "stats");
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // Prints the limits that are exceeded, and adds all to an object. Returns whether none is.
+    bool StatsRun_c::CheckLimits(Json_t & Json)
+    {
+        bool bKept = true;
+        for (StatsLimit_t const & Limit : m_Options.dLimits)
+        {
+            std::string const sName = Limit.sName + "." + Limit.sFigure;
+            bool const bMeasured = m_Tree.GetFrameCount() > 0;
+            double const fTime = bMeasured ? MeasureStats(Limit, m_Tree, m_Facts.fTicksPerSecond).fMilliseconds : 0;
+            bool const bExceeded = !bMeasured || fTime > Limit.fMilliseconds;
+            if (!bMeasured)
+            {
+                std::fprintf(stderr, "%s: %s has a limit of %g ms, but no frame was measured\n",
+                    Printable(m_Options.sFile).c_str(), sName.c_str(), Limit.fMilliseconds);
+            }
+            else if (bExceeded)
+            {
+                std::fprintf(stderr, "%s: %s is %g ms, over its limit of %g ms\n", Printable(m_Options.sFile).c_str(),
+                    sName.c_str(), fTime, Limit.fMilliseconds);
+            }
+            Json["limits"].push_back({ { "name", sName }, { "limit_ms", Limit.fMilliseconds },
+                { "measured_ms", bMeasured ? Json_t(fTime) : Json_t() }, { "exceeded", bExceeded } });
+            bKept = bKept && !bExceeded;
+        }
+        return bKept;
     }
 
     bool StatsRun_c::WriteOutputs()
@@ -181,7 +185,7 @@ namespace
         return bWritten;
     }
 
-    bool StatsRun_c::Run()
+    int StatsRun_c::Run()
     {
         m_Facts.sFile = Printable(std::filesystem::path(m_Options.sFile).filename().string());
         m_Facts.bMeasured = m_Options.fTicksPerSecond == 0;
@@ -193,9 +197,22 @@ namespace
         bool const bSound = ReadStatsFile(
             m_Stream, [this](StatsBatch_t const & Batch, bool bWhole) { Take(Batch, bWhole); },
             [this](std::uint64_t nOffset, std::string const & sText) { Complain(nOffset, sText); });
-        Print(m_Tree, m_Facts);
+        if (!FindTimers())
+        {
+            return EXIT_USAGE;
+        }
+        if (!m_Options.bJson)
+        {
+            PrintStats(m_Tree, m_Facts);
+        }
         PrintProblems();
-        return WriteOutputs() && bSound;
+        Json_t Json = StatsJson(m_Tree, m_Facts);
+        bool const bKept = CheckLimits(Json);
+        if (m_Options.bJson)
+        {
+            PrintJson(Json);
+        }
+        return WriteOutputs() && bSound && bKept ? EXIT_DONE : EXIT_FOUND;
     }
 }
 
@@ -209,6 +226,21 @@ CommandRun_t PrepareStats(CLI::App & App)
            "--ticks-per-second", pOptions->fTicksPerSecond, "rate of the cycle counter; default: this machine's")
         ->type_name("N")
         ->check(CLI::Range(1.0, 1e15));
+    App.add_option("--fail-over",
+           "end with status 1 if a time is above a limit, such as frame.p99=20ms or Physics.mean=500us: mean, median, "
+           "p95, p99 and worst of frames, mean and peak of a timer")
+        ->type_name("LIMIT")
+        ->allow_extra_args(false)
+        ->take_all()
+        ->each([pOptions](std::string const & sText) { ReadStatsLimit(sText, pOptions->dLimits.emplace_back()); })
+        ->check(
+            [](std::string const & sText)
+            {
+                StatsLimit_t Ignored;
+                return ReadStatsLimit(sText, Ignored);
+            });
+    App.add_flag("--json", pOptions->bJson, "print one JSON document");
+    App.footer("Example: zqtool stats --html game.html --fail-over frame.p99=20ms game.stats");
     App.parse_complete_callback(
         [pOptions]
         {
@@ -220,6 +252,6 @@ CommandRun_t PrepareStats(CLI::App & App)
     return [pOptions]
     {
         StatsRun_c Run(*pOptions);
-        return Run.Open() && Run.Run() ? EXIT_DONE : EXIT_FOUND;
+        return Run.Open() ? Run.Run() : EXIT_FOUND;
     };
 }

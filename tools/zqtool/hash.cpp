@@ -1,0 +1,285 @@
+// zqtool hash: the library's checksums of files and texts, in the form that sha1sum has, and checks of such lists.
+#include "platform/terminal.h"
+
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/json.h"
+#include "tools/zqtool/text.h"
+#include "zqcore/ccrc.h"
+#include "zqcore/chash.h"
+#include "zqcore/csha1.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+namespace
+{
+    struct Options_s
+    {
+        std::vector<std::string> dFiles;
+        std::string sAlgorithm, sList, sText;
+        bool bJson = false;
+    };
+
+    std::string HexOf(std::uint32_t dwWord)
+    {
+        char szHex[16];
+        std::snprintf(szHex, sizeof szHex, "%08x", static_cast<unsigned>(dwWord));
+        return szHex;
+    }
+
+    // Returns the hash of a stream as hexadecimal digits, or an empty text if it can't be read to its end.
+    std::string HashOf(std::istream & Stream, std::string const & sAlgorithm)
+    {
+        std::uint32_t dwCrc = 0;
+        SHA1Context Context;
+        SHA1Reset(&Context);
+        char dChunk[65536];
+        while (Stream.read(dChunk, sizeof dChunk) || Stream.gcount() != 0)
+        {
+            auto const nBytes = static_cast<std::size_t>(Stream.gcount());
+            if (sAlgorithm == "crc32")
+            {
+                dwCrc = Crc32(std::as_bytes(std::span(dChunk, nBytes)), dwCrc);
+            }
+            else
+            {
+                SHA1Input(&Context, reinterpret_cast<unsigned char const *>(dChunk), nBytes);
+            }
+        }
+        unsigned char dDigest[SHA1_HASH_SIZE];
+        if (!Stream.eof() || SHA1Result(&Context, dDigest) != shaSuccess)
+        {
+            return "";
+        }
+        if (sAlgorithm == "crc32")
+        {
+            return HexOf(dwCrc);
+        }
+        std::string sHex;
+        for (std::size_t i = 0; i < SHA1_HASH_SIZE; i += 4)
+        {
+            sHex += HexOf(static_cast<std::uint32_t>(
+                dDigest[i] << 24 | dDigest[i + 1] << 16 | dDigest[i + 2] << 8 | dDigest[i + 3]));
+        }
+        return sHex;
+    }
+
+    std::string HashOfFile(std::string const & sFile, std::string const & sAlgorithm)
+    {
+        if (sFile == "-")
+        {
+            return HashOf(std::cin, sAlgorithm);
+        }
+        std::ifstream Stream(sFile, std::ios::binary);
+        return Stream ? HashOf(Stream, sAlgorithm) : "";
+    }
+
+    // Returns a name as a list has it: line ends and backslashes as \n, \r and \\. Then the line begins with a backslash.
+    std::string Escaped(std::string const & sName)
+    {
+        std::string sOut;
+        for (char const c : sName)
+        {
+            sOut += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\\' ? "\\\\" : std::string(1, c);
+        }
+        return sOut;
+    }
+
+    bool Unescape(std::string & sName)
+    {
+        std::string sOut;
+        for (std::size_t i = 0; i < sName.size(); ++i)
+        {
+            char const c = sName[i];
+            if (c != '\\')
+            {
+                sOut += c;
+                continue;
+            }
+            char const cNext = i + 1 < sName.size() ? sName[++i] : '\0';
+            if (cNext != 'n' && cNext != 'r' && cNext != '\\')
+            {
+                return false;
+            }
+            sOut += cNext == 'n' ? '\n' : cNext == 'r' ? '\r' : '\\';
+        }
+        sName = sOut;
+        return true;
+    }
+
+    // Prints a line. A terminal gets it printable; a file gets the bytes of the name, so that --check finds the file.
+    void PrintLine(std::string const & sBefore, std::string const & sName, std::string const & sAfter)
+    {
+        std::string const sEscaped = Escaped(sName);
+        std::puts(((sEscaped == sName ? "" : "\\") + sBefore
+                   + (plat::TerminalShowsColours() ? Printable(sEscaped) : sEscaped) + sAfter)
+                      .c_str());
+    }
+
+    int HashFiles(Options_s const & Options)
+    {
+        int iStatus = EXIT_DONE;
+        std::string const sAlgorithm = Options.sAlgorithm.empty() ? "sha1" : Options.sAlgorithm;
+        Json_t Files = Json_t::array();
+        for (std::string const & sFile : Options.dFiles)
+        {
+            std::string const sHash = HashOfFile(sFile, sAlgorithm);
+            if (sHash.empty())
+            {
+                std::fprintf(stderr, "%s: can't read it\n", Printable(sFile).c_str());
+                iStatus = EXIT_FOUND;
+            }
+            else if (!Options.bJson)
+            {
+                PrintLine(sHash + "  ", sFile, "");
+            }
+            Files.push_back({ { "file", sFile }, { "algorithm", sAlgorithm },
+                { "hash", sHash.empty() ? Json_t() : Json_t(sHash) } });
+        }
+        if (Options.bJson)
+        {
+            PrintJson({ { "files", Files } });
+        }
+        return iStatus;
+    }
+
+    struct Line_s
+    {
+        std::string sHash, sFile, sAlgorithm;
+    };
+
+    // Reads "HASH  FILE" or "HASH *FILE". Returns false for any other line.
+    bool ReadLine(std::string sLine, std::string const & sAlgorithm, Line_s & Line)
+    {
+        bool const bEscaped = sLine.starts_with('\\');
+        sLine.erase(0, bEscaped);
+        std::size_t const nDigits = sLine.find_first_not_of("0123456789abcdefABCDEF");
+        if (nDigits == std::string::npos || sLine.size() < nDigits + 3 || sLine[nDigits] != ' '
+            || (sLine[nDigits + 1] != ' ' && sLine[nDigits + 1] != '*'))
+        {
+            return false;
+        }
+        Line = { sLine.substr(0, nDigits), sLine.substr(nDigits + 2), nDigits == 8 ? "crc32" : "sha1" };
+        for (char & c : Line.sHash)
+        {
+            c = static_cast<char>(c >= 'A' && c <= 'F' ? c - 'A' + 'a' : c);
+        }
+        return (nDigits == 8 || nDigits == 2 * SHA1_HASH_SIZE) && (sAlgorithm.empty() || sAlgorithm == Line.sAlgorithm)
+               && (!bEscaped || Unescape(Line.sFile));
+    }
+
+    int CheckList(Options_s const & Options)
+    {
+        std::ifstream File;
+        std::istream & List = Options.sList == "-" ? std::cin : File;
+        if (Options.sList != "-")
+        {
+            File.open(Options.sList, std::ios::binary);
+        }
+        int iStatus = EXIT_DONE, iLine = 0;
+        Json_t Files = Json_t::array();
+        for (std::string sLine; std::getline(List, sLine);)
+        {
+            ++iLine;
+            Line_s Line;
+            sLine.erase(sLine.size() - sLine.ends_with('\r'));
+            if (!ReadLine(sLine, Options.sAlgorithm, Line))
+            {
+                std::fprintf(stderr, "%s(%i): not a hash of 8 or 40 digits, two blanks and a file\n",
+                    Printable(Options.sList).c_str(), iLine);
+                iStatus = EXIT_FOUND;
+                continue;
+            }
+            std::string const sHash = HashOfFile(Line.sFile, Line.sAlgorithm);
+            bool const bSame = sHash == Line.sHash;
+            iStatus = bSame ? iStatus : EXIT_FOUND;
+            if (!Options.bJson)
+            {
+                PrintLine("", Line.sFile, bSame ? ": OK" : sHash.empty() ? ": FAILED, can't read it" : ": FAILED");
+            }
+            Files.push_back({ { "file", Line.sFile }, { "algorithm", Line.sAlgorithm }, { "expected", Line.sHash },
+                { "hash", sHash.empty() ? Json_t() : Json_t(sHash) }, { "ok", bSame } });
+        }
+        if (!List.eof() || iLine == 0)
+        {
+            std::fprintf(stderr, "%s: %s\n", Printable(Options.sList).c_str(),
+                List.eof() ? "the list is empty" : "can't read it");
+            iStatus = EXIT_FOUND;
+        }
+        if (Options.bJson)
+        {
+            PrintJson({ { "files", Files } });
+        }
+        return iStatus;
+    }
+
+    int HashText(Options_s const & Options)
+    {
+        Json_t Json = { { "text", Options.sText } };
+        for (char const * szAlgorithm : { "crc32", "name", "sha1" })
+        {
+            if (!Options.sAlgorithm.empty() && Options.sAlgorithm != szAlgorithm)
+            {
+                continue;
+            }
+            std::istringstream Stream(Options.sText);
+            std::string const sHash = szAlgorithm == std::string("name") ? HexOf(StringHashOf(Options.sText.c_str()))
+                                                                         : HashOf(Stream, szAlgorithm);
+            Json[szAlgorithm] = sHash;
+            if (!Options.bJson)
+            {
+                std::printf("%s  %s\n", sHash.c_str(), szAlgorithm);
+            }
+        }
+        if (Options.bJson)
+        {
+            PrintJson(Json);
+        }
+        return EXIT_DONE;
+    }
+}
+
+CommandRun_t PrepareHash(CLI::App & App)
+{
+    auto const pOptions = std::make_shared<Options_s>();
+    CLI::Option * const pFiles = App.add_option("FILE", pOptions->dFiles, "files; - is standard input")->type_name("");
+    App.add_option("--algorithm", pOptions->sAlgorithm, "sha1, the default, or crc32; of a text also name")
+        ->type_name("crc32|name|sha1")
+        ->check(CLI::IsMember({ "crc32", "name", "sha1" }));
+    CLI::Option * const pList =
+        App.add_option("--check", pOptions->sList,
+               "check the files that a list names, of this command, of sha1sum or of a tool with the same form; - is "
+               "standard input")
+            ->type_name("LIST")
+            ->excludes(pFiles);
+    CLI::Option * const pText =
+        App.add_option("--text", pOptions->sText,
+               "hash a text: crc32, which labels of chunks and ids of timers are, name, the hash of a StringHash_T, "
+               "and sha1")
+            ->type_name("TEXT")
+            ->excludes(pFiles)
+            ->excludes(pList);
+    App.add_flag("--json", pOptions->bJson, "print one JSON document");
+    App.footer("Example: zqtool hash *.csv >list; zqtool hash --check list");
+    App.parse_complete_callback(
+        [pOptions, pFiles, pList, pText]
+        {
+            if (pFiles->count() + pList->count() + pText->count() == 0)
+            {
+                throw CLI::ValidationError("FILE, --check LIST or --text TEXT is required");
+            }
+            if (pOptions->sAlgorithm == "name" && pText->count() == 0)
+            {
+                throw CLI::ValidationError("--algorithm name is for --text");
+            }
+        });
+    return [pOptions, pList, pText] {
+        return pText->count() > 0   ? HashText(*pOptions)
+               : pList->count() > 0 ? CheckList(*pOptions)
+                                    : HashFiles(*pOptions);
+    };
+}

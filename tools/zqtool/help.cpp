@@ -1,0 +1,193 @@
+#include "tools/zqtool/help.h"
+
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/text.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+
+namespace
+{
+    constexpr std::size_t WIDTH = 80, COLUMN = 24;   // of a line; of the texts beside names
+
+    HelpOption_t DescribeOption(CLI::Option const & Option)
+    {
+        HelpOption_t Described;
+        std::string const sType = Option.get_type_name();   // with what its checks are called
+        Described.sValue = Option.get_type_size() == 0 ? "" : sType.substr(0, sType.find(':'));
+        Described.sPurpose = Option.get_description();
+        Described.bPositional = Option.get_positional();
+        Described.bRequired = Option.get_required();
+        Described.bMany = Option.get_expected_max() >= CLI::detail::expected_max_vector_size;
+        for (std::string const & sName : Option.get_snames())
+        {
+            Described.dNames.push_back("-" + sName);
+        }
+        for (std::string const & sName : Option.get_lnames())
+        {
+            Described.dNames.push_back("--" + sName);
+        }
+        if (Described.bPositional)
+        {
+            Described.dNames = { Option.get_single_name() };
+        }
+        return Described;
+    }
+
+    // Returns a name and its text in two columns.
+    std::string Columns(std::string const & sName, std::string const & sText)
+    {
+        std::string sOut = "  " + sName;
+        sOut += sOut.size() + 2 > COLUMN ? "\n" + std::string(COLUMN, ' ') : std::string(COLUMN - sOut.size(), ' ');
+        std::size_t nColumn = COLUMN;
+        std::istringstream Words(sText);
+        for (std::string sWord; Words >> sWord; nColumn += sWord.size())
+        {
+            if (nColumn > COLUMN && nColumn + 1 + sWord.size() > WIDTH)
+            {
+                sOut += "\n" + std::string(COLUMN, ' ');
+                nColumn = COLUMN;
+            }
+            else if (nColumn > COLUMN)
+            {
+                sOut += ' ';
+                ++nColumn;
+            }
+            sOut += sWord;
+        }
+        return sOut + '\n';
+    }
+
+    // Returns the least number of letters to add, remove, change or swap with the next one.
+    std::size_t Distance(std::string_view sFrom, std::string_view sTo)
+    {
+        std::vector<std::vector<std::size_t>> dRows(sFrom.size() + 1, std::vector<std::size_t>(sTo.size() + 1));
+        for (std::size_t i = 0; i <= sFrom.size(); ++i)
+        {
+            for (std::size_t j = 0; j <= sTo.size(); ++j)
+            {
+                if (i == 0 || j == 0)
+                {
+                    dRows[i][j] = i + j;
+                    continue;
+                }
+                bool const bSame = sFrom[i - 1] == sTo[j - 1];
+                dRows[i][j] = std::min({ dRows[i - 1][j] + 1, dRows[i][j - 1] + 1, dRows[i - 1][j - 1] + !bSame });
+                if (i > 1 && j > 1 && sFrom[i - 1] == sTo[j - 2] && sFrom[i - 2] == sTo[j - 1])
+                {
+                    dRows[i][j] = std::min(dRows[i][j], dRows[i - 2][j - 2] + 1);
+                }
+            }
+        }
+        return dRows[sFrom.size()][sTo.size()];
+    }
+}
+
+std::string HelpOption_t::Spelling() const
+{
+    std::string sOut = dNames[0];
+    std::for_each(dNames.begin() + 1, dNames.end(), [&](std::string const & sName) { sOut += ", " + sName; });
+    if (bPositional)
+    {
+        return sOut + (bMany ? "..." : "");
+    }
+    return sOut + (sValue.empty() ? "" : " " + sValue);
+}
+
+std::string HelpCommand_t::Usage() const
+{
+    if (sName.empty())
+    {
+        return "zqtool COMMAND [OPTION...] [ARGUMENT...]";
+    }
+    std::string sOut = "zqtool " + sName + " [OPTION...]";
+    for (HelpOption_t const & Option : dOptions)
+    {
+        if (Option.bPositional)
+        {
+            sOut += Option.bRequired ? " " + Option.Spelling() : " [" + Option.Spelling() + "]";
+        }
+    }
+    return sOut;
+}
+
+std::string HelpCommand_t::Sentence() const
+{
+    std::string sOut = sPurpose + (sPurpose.ends_with('.') ? "" : ".");
+    sOut[0] = static_cast<char>(sOut[0] >= 'a' && sOut[0] <= 'z' ? sOut[0] - 'a' + 'A' : sOut[0]);
+    return sOut;
+}
+
+HelpCommand_t DescribeCommand(CLI::App const & App)
+{
+    HelpCommand_t Command;
+    Command.sName = App.get_parent() == nullptr ? "" : App.get_name();
+    Command.sPurpose = App.get_description();
+    Command.sFooter = App.get_footer();
+    for (CLI::Option const * pOption : App.get_options())
+    {
+        Command.dOptions.push_back(DescribeOption(*pOption));
+    }
+    std::stable_partition(Command.dOptions.begin(), Command.dOptions.end(),
+        [](HelpOption_t const & Option) { return Option.bPositional; });
+    return Command;
+}
+
+std::vector<HelpCommand_t> DescribeCommands(CLI::App const & Root)
+{
+    std::vector<HelpCommand_t> dCommands;
+    for (CLI::App const * pSub : Root.get_subcommands({}))
+    {
+        dCommands.push_back(DescribeCommand(*pSub));
+    }
+    return dCommands;
+}
+
+std::string HelpText(CLI::App const & App)
+{
+    HelpCommand_t const Command = DescribeCommand(App);
+    std::string sOut = "Usage: " + Command.Usage() + "\n" + Command.Sentence() + "\n";
+    std::vector<HelpCommand_t> const dCommands = DescribeCommands(App);
+    if (!dCommands.empty())
+    {
+        sOut += "\nCommands:\n";
+    }
+    for (HelpCommand_t const & Sub : dCommands)
+    {
+        sOut += Columns(Sub.sName, Sub.sPurpose);
+    }
+    sOut += '\n';
+    for (HelpOption_t const & Option : Command.dOptions)
+    {
+        sOut += Columns(Option.Spelling(), Option.sPurpose);
+    }
+    return sOut + (Command.sFooter.empty() ? "" : "\n" + Command.sFooter + "\n");
+}
+
+std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & dKnown)
+{
+    auto const Bare = [](std::string_view s) { return s.substr(std::min(s.find_first_not_of('-'), s.size())); };
+    std::string_view const sBare = Bare(sWord);
+    std::size_t nLeast = std::min<std::size_t>(3, sBare.size() / 2) + 1;
+    std::string sNearest;
+    for (std::string const & sKnown : dKnown)
+    {
+        bool const bBegun = sBare.size() > 2 && Bare(sKnown).starts_with(sBare);
+        std::size_t const nDistance = bBegun ? 0 : Distance(sBare, Bare(sKnown));
+        if (nDistance < nLeast)
+        {
+            nLeast = nDistance;
+            sNearest = sKnown;
+        }
+    }
+    return sNearest.empty() ? "" : "; did you mean " + sNearest + "?";
+}
+
+int Misuse(std::string_view sText, std::string_view sCommand)
+{
+    std::fprintf(stderr, "zqtool: %s (zqtool %s--help has more)\n", Printable(sText).c_str(),
+        sCommand.empty() ? "" : (std::string(sCommand) + " ").c_str());
+    return EXIT_USAGE;
+}

@@ -1,0 +1,51 @@
+// help.h: what the arguments of all commands are, for the texts of --help, the man page and completion, and what is
+// said of wrong ones.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace CLI
+{
+    class App;
+}
+
+struct HelpOption_t
+{
+    std::vector<std::string> dNames;   // "-h", "--help"; of an argument without a name its word, such as FILE
+    std::string sValue;                // word for its value, or the choices, as "32|64"; empty for a flag
+    std::string sPurpose;
+    bool bPositional = false, bRequired = false, bMany = false;
+
+    /// Returns how it is written: "-h, --help", "--html OUT", "FILE...".
+    std::string Spelling() const;
+};
+
+struct HelpCommand_t
+{
+    std::string sName;   // empty for the program itself
+    std::string sPurpose;
+    std::string sFooter;                  // lines of text; empty ones divide paragraphs
+    std::vector<HelpOption_t> dOptions;   // the positional ones first
+
+    /// Returns the line of all its arguments.
+    std::string Usage() const;
+
+    /// Returns the purpose as a sentence.
+    std::string Sentence() const;
+};
+
+/// Return the description of a parser, and those of its subcommands in order.
+HelpCommand_t DescribeCommand(CLI::App const & App);
+std::vector<HelpCommand_t> DescribeCommands(CLI::App const & Root);
+
+/// Returns the text of --help.
+std::string HelpText(CLI::App const & App);
+
+/// Returns "; did you mean X?" with the most similar of the known words, or an empty text if none is similar.
+std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & dKnown);
+
+/// Prints a line about wrong arguments on standard error, with where to read more. sCommand is empty for the program
+/// itself. Returns EXIT_USAGE.
+int Misuse(std::string_view sText, std::string_view sCommand);

@@ -1,0 +1,96 @@
+// zqtool help: what --help prints of a command, and the manual page zqtool(1), made of the same descriptions.
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/help.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <sstream>
+
+namespace
+{
+    // Returns a text of lines for the body of a page.
+    std::string Roff(std::string_view sText)
+    {
+        std::string sOut;
+        for (char const c : sText)
+        {
+            bool const bFirst = sOut.empty() || sOut.back() == '\n';
+            sOut += bFirst && (c == '.' || c == '\'') ? "\\&" : "";
+            sOut += c == '\\' ? "\\e" : c == '-' ? "\\-" : std::string(1, c);
+        }
+        return sOut;
+    }
+
+    std::string Entry(HelpOption_t const & Option)
+    {
+        return ".TP\n\\fB" + Roff(Option.Spelling()) + "\\fR\n" + Roff(Option.sPurpose) + "\n";
+    }
+
+    // Returns the lines of a footer; each that is not empty is a paragraph.
+    std::string Paragraphs(std::string const & sText)
+    {
+        std::string sOut;
+        std::istringstream Lines(sText);
+        for (std::string sLine; std::getline(Lines, sLine);)
+        {
+            sOut += sLine.empty() ? "" : ".PP\n" + Roff(sLine) + "\n";
+        }
+        return sOut;
+    }
+
+    std::string ManualPage(CLI::App const & Root)
+    {
+        HelpCommand_t const Program = DescribeCommand(Root);
+        std::string sOut = ".TH ZQTOOL 1 \"\" \"" + Root.version() + "\" \"User Commands\"\n.SH NAME\nzqtool \\- "
+                           + Roff(Program.sPurpose) + "\n.SH SYNOPSIS\n" + Roff(Program.Usage()) + "\n.SH OPTIONS\n";
+        for (HelpOption_t const & Option : Program.dOptions)
+        {
+            sOut += Entry(Option);
+        }
+        sOut += ".SH COMMANDS\n";
+        for (HelpCommand_t const & Command : DescribeCommands(Root))
+        {
+            sOut += ".SS " + Roff(Command.sName) + "\n" + Roff(Command.Usage()) + "\n.PP\n" + Roff(Command.Sentence())
+                    + "\n";
+            for (HelpOption_t const & Option : Command.dOptions)
+            {
+                sOut += Entry(Option);
+            }
+            sOut += Paragraphs(Command.sFooter);
+        }
+        return sOut + ".SH EXIT STATUS\n" + Roff(Program.sFooter)
+               + "\n.SH ENVIRONMENT\n.TP\n\\fBNO_COLOR\\fR\nIf set and not empty, nothing is printed in colour.\n"
+                 ".SH SEE ALSO\nzqtool.md in the documents of libzqcore\\-dev\n";
+    }
+}
+
+CommandRun_t PrepareHelp(CLI::App & App)
+{
+    struct Options_s
+    {
+        std::string sCommand;
+        bool bManual = false;
+    };
+    auto const pOptions = std::make_shared<Options_s>();
+    App.add_option("COMMAND", pOptions->sCommand, "the command; without one all are listed")->type_name("");
+    App.add_flag("--man", pOptions->bManual, "print the manual page, for man -l or to install it");
+    App.footer("Example: zqtool help crash");
+    return [pOptions, &App]
+    {
+        CLI::App const & Root = *App.get_parent();
+        std::vector<std::string> dNames;
+        CLI::App const * pWanted = pOptions->sCommand.empty() ? &Root : nullptr;
+        for (CLI::App const * pSub : Root.get_subcommands({}))
+        {
+            dNames.push_back(pSub->get_name());
+            pWanted = dNames.back() == pOptions->sCommand ? pSub : pWanted;
+        }
+        if (pWanted == nullptr)
+        {
+            return Misuse("there is no command " + pOptions->sCommand + DidYouMean(pOptions->sCommand, dNames), "");
+        }
+        std::fputs((pOptions->bManual ? ManualPage(Root) : HelpText(*pWanted)).c_str(), stdout);
+        return EXIT_DONE;
+    };
+}

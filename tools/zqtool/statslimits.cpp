@@ -1,0 +1,78 @@
+#include "tools/zqtool/statslimits.h"
+
+#include "tools/zqtool/text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+namespace
+{
+    constexpr std::string_view FRAME_FIGURES[] = { "mean", "median", "p95", "p99", "worst" };
+    constexpr std::string_view TIMER_FIGURES[] = { "mean", "peak" };
+
+    // Returns a time in milliseconds, or a negative number for any other text.
+    double ReadTime(std::string_view sText)
+    {
+        static constexpr std::pair<std::string_view, double> UNITS[] = { { "ms", 1 }, { "us", 1e-3 }, { "s", 1e3 } };
+        double fNumber = 0;
+        auto const [pRest, eError] = std::from_chars(sText.data(), sText.data() + sText.size(), fNumber);
+        std::string_view const sUnit(pRest, static_cast<std::size_t>(sText.data() + sText.size() - pRest));
+        for (auto const & [sKnown, fFactor] : UNITS)
+        {
+            if (eError == std::errc() && sUnit == sKnown && std::isfinite(fNumber))
+            {
+                return fNumber * fFactor;
+            }
+        }
+        return -1;
+    }
+
+    double FrameFigure(StatsSummary_t const & Summary, std::string_view sFigure)
+    {
+        double const dTimes[] = { Summary.tMean, Summary.tMedian, Summary.t95, Summary.t99, Summary.tWorst };
+        return dTimes[std::ranges::find(FRAME_FIGURES, sFigure) - std::begin(FRAME_FIGURES)];
+    }
+}
+
+std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
+{
+    std::size_t const iTime = std::min(sText.rfind('='), sText.size());
+    std::size_t const iFigure = std::min(sText.rfind('.', iTime), iTime);
+    if (iFigure == 0 || iFigure == iTime || iTime == sText.size())
+    {
+        return sText + " is not a limit such as frame.p99=20ms";
+    }
+    Limit = { Printable(sText.substr(0, iFigure)), sText.substr(iFigure + 1, iTime - iFigure - 1),
+        ReadTime(std::string_view(sText).substr(iTime + 1)) };
+    bool const bFrame = Limit.sName == "frame";
+    if (bFrame ? std::ranges::count(FRAME_FIGURES, Limit.sFigure) == 0
+               : std::ranges::count(TIMER_FIGURES, Limit.sFigure) == 0)
+    {
+        return sText + ": there is no " + Limit.sFigure
+               + (bFrame ? " of frames, only mean, median, p95, p99 and worst" : " of a timer, only mean and peak");
+    }
+    return Limit.fMilliseconds < 0 ? sText + ": the limit is a number with the unit s, ms or us" : "";
+}
+
+StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond)
+{
+    double const fMilliseconds = 1000 / fTicksPerSecond;
+    if (Limit.sName == "frame")
+    {
+        return { true, FrameFigure(Tree.GetSummary(), Limit.sFigure) * fMilliseconds };
+    }
+    StatsMeasured_t Measured;
+    std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
+    for (std::size_t i = 1; i < dAverages.size(); ++i)   // the root is not timed
+    {
+        StatsNode_t const & Node = Tree.GetNodes()[i];
+        if (Node.sName == Limit.sName)
+        {
+            double const tTime = Limit.sFigure == "peak" ? static_cast<double>(Node.tPeak) : dAverages[i].tTime;
+            Measured = { true, std::max(Measured.fMilliseconds, tTime * fMilliseconds) };
+        }
+    }
+    return Measured;
+}

@@ -1,0 +1,25 @@
+// statslimits.h: limits for what a stats file measured, such as "frame.p99=20ms".
+#pragma once
+
+#include "tools/zqtool/statstree.h"
+
+struct StatsLimit_t
+{
+    std::string sName;     // "frame" or the name of a timer, printable as in the tree
+    std::string sFigure;   // of frames: mean, median, p95, p99, worst; of a timer: mean, peak
+    double fMilliseconds = 0;
+};
+
+/// Reads a limit. The name ends at the last dot before the last '='. Units are s, ms and us. Returns what is wrong with
+/// the text; empty if nothing is.
+std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);
+
+/// What a file has for a limit. Of timers with one name the largest counts.
+struct StatsMeasured_t
+{
+    bool bKnown = false;   // whether a timer has the name
+    double fMilliseconds = 0;
+};
+
+/// Returns what the file measured for a limit. Requires a frame.
+StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond);

@@ -1,0 +1,11 @@
+// statsprint.h: a stats file as text for people and as JSON.
+#pragma once
+
+#include "tools/zqtool/json.h"
+#include "tools/zqtool/statspage.h"
+
+/// Prints the times of frames, and the tree of timers with their figures.
+void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);
+
+/// Returns the same as an object, with the file's problems.
+Json_t StatsJson(StatsTree_c const & Tree, StatsFacts_t const & Facts);
