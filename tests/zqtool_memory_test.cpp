@@ -3,6 +3,7 @@
 
 #include "tests/test_support.h"
 
+#include <algorithm>
 #include <array>
 
 namespace
@@ -60,6 +61,39 @@ TEST(ZqtoolMemory, ReadsWhatTheLibraryWrites)
     EXPECT_THAT(Result.sOutput, testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  ScaleForm"));
     EXPECT_THAT(Result.sOutput,
         testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  .*zqtool_memory_test.cpp\\([0-9]+\\)"));
+}
+
+TEST(ZqtoolMemory, ComparesSnapshots)
+{
+    TempFolder_c const Folder;
+    auto const Snapshot = [&](char const * szName, std::string const & sBlocks)
+    {
+        auto const nBlocks = std::ranges::count(sBlocks, '\n');
+        return " "
+               + Folder.Write(
+                   szName, "Memory allocations\n" + sBlocks + "\nTotal allocations\n" + std::to_string(nBlocks) + TAIL);
+    };
+    std::string const sTwo =
+        Snapshot("a.csv", "60; GFX; x.cpp(1)\n600; AI; y.cpp(7)\n5; Core; z.cpp(3)\n")
+        + Snapshot("b.csv", "60; GFX; x.cpp(1)\n70; GFX; x.cpp(2)\n900; AI; y.cpp(7)\n5; Core; z.cpp(3)\n");
+    EXPECT_THAT(RunTool("memory" + sTwo).sOutput,
+        testing::StartsWith("   first bytes     last bytes         growth     blocks  category\n"
+                            "           600            900           +300         +0  AI\n"
+                            "            60            130            +70         +1  GFX\n"
+                            "           665           1035           +370         +1  total\n\n"));
+    std::string const sThree = sTwo + Snapshot("c.csv", "60; GFX; x.cpp(1)\n90; GFX; x.cpp(2)\n300; AI; y.cpp(7)\n");
+    Result_s const Result = RunTool("memory" + sThree);
+    EXPECT_EQ(Result.iStatus, 0);
+    EXPECT_THAT(Result.sOutput, HasSubstr("            60            150            +90         +1 steady  x.cpp\n"
+                                          "             5              0             -5         -1         z.cpp\n"
+                                          "           600            300           -300         +0         y.cpp\n"));
+    EXPECT_THAT(
+        Result.sOutput, HasSubstr("             0             90            +90         +1 steady  x.cpp(2)\n"));
+    EXPECT_THAT(RunTool("memory --json" + sThree).sOutput,
+        HasSubstr("\"by_file\":[{\"name\":\"x.cpp\",\"bytes\":150,\"blocks\":2,\"growth_bytes\":90,\"growth_blocks\":1,"
+                  "\"steady\":true,\"all_bytes\":[60,130,150],\"all_blocks\":[1,2,2]},"));
+    EXPECT_THAT(
+        RunTool("memory --json" + sTwo + " " + Folder.Join("absent")).sOutput, HasSubstr("absent: can't open it\n"));
 }
 
 TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)

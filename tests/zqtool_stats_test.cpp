@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 namespace
 {
+    using Json_t = nlohmann::json;
     using testing::HasSubstr;
 
     constexpr std::size_t FRAMES = 150, RECORD = 2504, TIMERS = 6, WORST = 77;
@@ -192,6 +194,41 @@ TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
         EXPECT_THAT(m_Folder.Read("p.html"), HasSubstr(sExpected));
         EXPECT_THAT(m_Folder.Read("t.json"), testing::EndsWith("]}\n"));
     }
+}
+
+TEST_F(ZqtoolStats, FailsOverALimit)
+{
+    for (auto const & [sLimits, iStatus, sExpected] : Rows_t<std::string, int, std::string>{
+             { "frame.worst=20ms", 0, "" }, { "frame.p99=0.0021s --fail-over world.peak=20ms", 0, "" },
+             { "frame.mean=2000us --fail-over frame.median=2ms", 1, "frame.mean is 2.06 ms, over its limit of 2 ms\n" },
+             { "frame.p95=1ms --fail-over late.mean=10us", 1,
+                 "frame.p95 is 2 ms, over its limit of 1 ms\n[^\n]*zq.stats: late.mean is 0.05 ms, over its limit of "
+                 "0.01 "
+                 "ms\n" },
+             { "wrld.mean=1s", 2, "there is no timer wrld; did you mean world" },
+             { "frame.peak=1s", 2, "no peak of frames" }, { "world.p99=1s", 2, "no p99 of a timer" },
+             { "frame.p99=20", 2, "the unit s, ms or us" }, { "frame.p99=-1s", 2, "the unit" },
+             { "world=1s", 2, "world=1s is not a limit" } })
+    {
+        Result_s const Result = Run(Sample(), " --fail-over " + sLimits);
+        EXPECT_EQ(Result.iStatus, iStatus) << sLimits;
+        EXPECT_THAT(Result.sOutput, testing::ContainsRegex(sExpected)) << sLimits;
+        EXPECT_EQ(Result.sOutput.find("over its limit") != std::string::npos, iStatus == 1) << sLimits;
+    }
+    Result_s const Young = Run(Sample().substr(0, BATCH_0), " --fail-over frame.p99=1s --fail-over x.mean=1s");
+    EXPECT_EQ(Young.iStatus, 1);
+    EXPECT_THAT(Young.sOutput, HasSubstr("x.mean has a limit of 1000 ms, but no frame was measured\n"));
+}
+
+TEST_F(ZqtoolStats, PrintsJson)
+{
+    Json_t const Json = Json_t::parse(Run(Sample(), " --json --fail-over frame.worst=1s").sOutput);
+    EXPECT_EQ(Json["frame"].dump() + Json["limits"].dump(),
+        R"({"mean_ms":2.06,"median_ms":2.0,"p95_ms":2.0,"p99_ms":2.0,"worst_frame":77,"worst_ms":20.0})"
+        R"([{"exceeded":false,"limit_ms":1000.0,"measured_ms":20.0,"name":"frame.worst"}])");
+    EXPECT_EQ(Json["timers"][3].dump(),
+        R"({"calls":150,"calls_per_frame":0.5,"depth":2,"mean_ms":0.05,"name":"late","own_ms":0.05,"parent":1,)"
+        R"("peak_frame":150,"peak_ms":0.1})");
 }
 
 TEST_F(ZqtoolStats, RefusesWhatItCantDo)

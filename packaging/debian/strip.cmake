@@ -8,6 +8,7 @@ endforeach()
 
 # Debian's manual pages are compressed.
 file(GLOB_RECURSE pages ${CPACK_TEMPORARY_DIRECTORY}/*.1)
+list(FILTER pages INCLUDE REGEX "/man1/")
 foreach(page ${pages})
     execute_process(COMMAND gzip -9n ${page} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()

@@ -1,0 +1,134 @@
+// The program as a whole: help, versions, wrong arguments, and the texts made of the descriptions of commands.
+#include "tests/test_support.h"
+
+#include <algorithm>
+#include <regex>
+
+namespace
+{
+    using testing::HasSubstr;
+
+    std::string const g_Tool = TEST_EMULATOR ZQTOOL_PATH " ";
+
+    using Words_t = std::vector<std::string>;
+
+    // Returns the first group of each match, sorted.
+    Words_t Matches(std::string const & sText, char const * szPattern)
+    {
+        std::regex const Pattern(szPattern, std::regex::multiline);
+        Words_t dFound;
+        for (std::sregex_iterator it(sText.begin(), sText.end(), Pattern), End; it != End; ++it)
+        {
+            dFound.push_back((*it)[1]);
+        }
+        std::ranges::sort(dFound);
+        return dFound;
+    }
+
+    Words_t Commands()
+    {
+        return Matches(RunTool("--help").sOutput, "^  ([a-z]+) ");
+    }
+
+    // Returns the long options of a command as --help has them.
+    Words_t Options(std::string const & sCommand)
+    {
+        return Matches(RunTool(sCommand + " --help").sOutput, "^  (?:-., )?(--[a-z-]+)");
+    }
+
+    // Returns the part of a text from a line to the next one that begins in the same way.
+    std::string Section(std::string const & sText, std::string const & sHead, std::string const & sName)
+    {
+        std::size_t const nBegin = sText.find("\n" + sHead + sName + "\n");
+        return nBegin == std::string::npos ? "" : sText.substr(nBegin, sText.find("\n" + sHead, nBegin + 1) - nBegin);
+    }
+}
+
+TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToTheOther)
+{
+    for (auto const & [sArguments, iStatus, sOutput, sErrors] : Rows_t<std::string, int, std::string, std::string>{
+             { "", 2, "", "Usage: zqtool COMMAND" }, { "--help", 0, "Usage: zqtool COMMAND", "" },
+             { "-h", 0, "Usage: zqtool COMMAND", "" }, { "help", 0, "Usage: zqtool COMMAND", "" },
+             { "stats --help", 0, "Usage: zqtool stats [OPTION...] FILE", "" },
+             { "help stats", 0, "Usage: zqtool stats [OPTION...] FILE", "" }, { "--version", 0, "zqtool ", "" },
+             { "stat x", 2, "", "zqtool: there is no command stat; did you mean stats? (zqtool --help has more)\n" },
+             { "help qqqq", 2, "", "zqtool: there is no command qqqq (zqtool --help has more)\n" },
+             { "stats x --jsno", 2, "",
+                 "zqtool: unknown option --jsno; did you mean --json? (zqtool stats --help has more)\n" },
+             { "memory --htm=x", 2, "",
+                 "zqtool: unknown option --htm; did you mean --html? (zqtool memory --help has more)\n" },
+             { "crash -x y", 2, "", "zqtool: unknown option -x (zqtool crash --help has more)\n" },
+             { "--vresion", 2, "",
+                 "zqtool: unknown option --vresion; did you mean --version? (zqtool --help has more)\n" },
+             { "disasm a '\x1B[1m'", 2, "",
+                 "zqtool: one argument too many: \xEF\xBF\xBD[1m (zqtool disasm --help has more)\n" },
+             { "stats", 2, "", "zqtool: FILE is required (zqtool stats --help has more)\n" } })
+    {
+        Result_s const Output = RunShell(g_Tool + sArguments + " 2>/dev/null");
+        Result_s const Errors = RunShell(g_Tool + sArguments + " 2>&1 >/dev/null");
+        EXPECT_EQ(Output.iStatus, iStatus) << sArguments;
+        EXPECT_EQ(Output.sOutput.empty(), sOutput.empty()) << sArguments;
+        EXPECT_EQ(Errors.sOutput.empty(), sErrors.empty()) << sArguments;
+        EXPECT_THAT(Output.sOutput, testing::StartsWith(sOutput)) << sArguments;
+        EXPECT_THAT(Errors.sOutput, testing::StartsWith(sErrors)) << sArguments;
+    }
+}
+
+TEST(Zqtool, ThePageOfAllCommandsHasEachOption)
+{
+    TempFolder_c const Folder;
+    std::string const sManual = RunTool("help --man").sOutput;
+    std::string const sPage = RunShell("cat " TEST_MEDIA_FOLDER "/../../docs/zqtool.md").sOutput;
+    ASSERT_GT(Commands().size(), 6u);
+    for (std::string const & sCommand : Commands())
+    {
+        std::string sPart = Section(sManual, ".SS ", sCommand);
+        sPart = std::regex_replace(sPart, std::regex("\\\\-"), "-");
+        EXPECT_EQ(Matches(sPart, R"(^\\fB(?:-., )?(--[a-z-]+))"), Options(sCommand)) << sCommand;
+        std::string const sDocument = Section(sPage, "## ", sCommand);
+        for (std::string const & sOption : Options(sCommand))
+        {
+            if (sOption != "--help" && sOption != "--json")   // which all have
+            {
+                EXPECT_THAT(sDocument, HasSubstr("`" + sOption)) << sCommand;
+            }
+        }
+    }
+    SKIP_IF(RunShell("command -v groff").iStatus != 0, "needs groff");
+    Folder.Write("zqtool.1", sManual);
+    EXPECT_EQ(RunShell("groff -man -ww -z " + Folder.Join("zqtool.1") + " 2>&1").sOutput, "");
+}
+
+TEST(Zqtool, ShellsCompleteWhatHelpHas)
+{
+    TempFolder_c const Folder;
+    std::string const sBash = Folder.Write("bash", RunTool("completion bash").sOutput);
+    auto const Completed = [&](std::string const & sWords)
+    {
+        return RunShell("bash -c '. " + sBash + "; COMP_WORDS=(zqtool " + sWords
+                        + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _zqtool; printf \"%s\\n\" \"${COMPREPLY[@]}\"'")
+            .sOutput;
+    };
+    EXPECT_EQ(Matches(Completed("\"\""), "(.+)"), Commands());
+    EXPECT_EQ(Completed("disasm --bits \"\"") + Completed("help st") + Completed("completion z") + Completed("stats x"),
+        "32\n64\nstats\nzsh\n\n");
+    std::string const sZsh = RunTool("completion zsh").sOutput;
+    for (std::string const & sCommand : Commands())
+    {
+        EXPECT_EQ(Matches(Completed(sCommand + " --"), "(.+)"), Options(sCommand)) << sCommand;
+        std::string const sPart = sZsh.substr(sZsh.find("\n        " + sCommand + ") _arguments"));
+        EXPECT_EQ(Matches(sPart.substr(0, sPart.find(";;")), "'\\*?(--[a-z-]+)\\["), Options(sCommand)) << sCommand;
+    }
+    SKIP_IF(RunShell("command -v zsh").iStatus != 0, "needs zsh");
+    // What zsh shows after keys, on a terminal of its own.
+    Folder.Write("_zqtool", sZsh);
+    std::string const sScript = Folder.Write("check", R"(cd $1
+zmodload zsh/zpty
+zpty -b shell zsh -f -i
+zpty -w shell 'PS1=; fpath=($PWD $fpath); autoload -U compinit; compinit -u -d dump; print -n rea; print dy'
+zpty -r -m shell text '*ready*'
+zpty -w -n shell $'zqtool disasm --bi\t6\t'
+zpty -r -m shell text '*--bits*64*' && print complete
+)");
+    EXPECT_EQ(RunShell("TERM=xterm timeout 60 zsh -f " + sScript + " " + Folder.GetPath()).sOutput, "complete\n");
+}
