@@ -125,7 +125,7 @@ protected:
     /// thread.
     bool SetWhyNot(char const * szReason);
 
-    /// Logs the name and the reason if SetTextErrorLog is on. Returns false. Any thread.
+    /// Logs the full path and the reason if SetTextErrorLog is on. Returns false. Any thread.
     bool LogWhyNot() const;
 
     /// Adds one to iReads. Any thread.

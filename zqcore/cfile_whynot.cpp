@@ -47,7 +47,7 @@ bool File_c::SetWhyNot(char const * szReason)
 
 bool File_c::LogWhyNot() const
 {
-    FileLogWhyNot(sName, GetWhyNot());
+    FileLogWhyNot(GetFullPath(), GetWhyNot());
     return false;
 }
 
