@@ -8,7 +8,7 @@ presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(release asan)
 
 packages=(cmake ninja-build g++ libcli11-dev libdw-dev nlohmann-json3-dev googletest)
-packages+=(binutils chromium-headless-shell dwz gdb git libzip-dev libzydis-dev pkg-config python3 valgrind zlib1g-dev)   # for single tests
+packages+=(binutils chromium-headless-shell dwz gdb git groff-base libzip-dev libzydis-dev pkg-config python3 valgrind zlib1g-dev zsh)   # for single tests
 case " ${presets[*]} " in *" i386"*) packages+=(g++-multilib) ;; esac
 case " ${presets[*]} " in *" i386-emulated "*) packages+=(qemu-user) ;; esac
 .ci/need "${packages[@]}"
