@@ -1,8 +1,8 @@
 // cprintf.h: printf formats whose arguments are text classes.
 //
 // Log and its kin take a printf format. `%s` also takes a text class: a String_T, a std::string, a std::string_view,
-// and classes like them. If one of the arguments is such a class, a template passes its text to the function, and checks
-// the format against the arguments:
+// and classes like them. If one of the arguments is such a class, a template passes its text to the function, and
+// checks the format against the arguments:
 // - g++ with optimization, and clang++ always, refuse a call whose literal format does not match.
 // - g++ without optimization checks when the call runs, and so does g++ for a format of more than 255 characters. A
 //   format that does not match is then written as it is.
@@ -331,10 +331,12 @@ template <typename T>
 class PrintfArgument_T
 {
 public:
+    /// Holds a reference to the value, which must outlive the object.
     explicit PrintfArgument_T(T const & Value)
         : m_Value(Value)
     {}
 
+    /// Returns what printf takes: a pointer to the text of a text class, any other value as it is passed.
     decltype(auto) Get() const
     {
         if constexpr (requires { m_Value.CStr(); })
