@@ -1,19 +1,34 @@
 #!/usr/bin/env python3
 """Prints a header or a page in the form that Doxygen reads.
 
+- A link of a page to a public header leads to its page. One to another file that is no page becomes its text.
 - A fence of a page keeps its language, if Doxygen knows it, or becomes preformatted text.
 - The head is the text of the file.
 - A comment at the end of a line is that of the declaration before it.
 - A comment over several declarations without an empty line between them is the comment of each. So is one in the
   plural over several functions with bodies.
 - What Doxygen would take for a command or a tag is text, unless it is in backquotes.
+- The comment of a class that is a scope is that of its constructors without one.
+- A comment of several variables in one declaration is that of each.
 - Specialisations without a comment are left out: they have the names of their template.
 """
 import html
+import os
 import re
 import sys
 
+LINK = r"\[([^][]+)\]\(((?:\.\./)*)([\w-]*[./][\w./-]*)(?:#[\w-]+)?\)"
 BREAKS = ("#i", "#e", "#p", "#u", "//", "public:", "protected:", "private:")   # end the reach of a comment
+
+
+def link(match):
+    """Returns a link of a page as the site has it."""
+    label, up, path = match.groups()
+    if path.endswith((".md", ".png")):
+        return f"[{label}]({up}{path})"   # Doxygen does not find headings
+    if path.startswith("zqcore/") and path in os.environ["ZQCORE_HEADERS"].split():
+        return f"[{label}](@ref {path})"
+    return label
 
 
 def plain(text):
@@ -34,6 +49,8 @@ if sys.argv[1].endswith(".md"):
         elif fence.startswith("```"):   # quotes in it confuse Doxygen
             body = re.sub(r"[\\@#%]", r"\\\g<0>", html.escape(body.removesuffix("```"), quote=True))
             fence, body = "<pre>", body + "</pre>\n\n&nbsp;\n"   # a fence needs a paragraph before it
+        else:
+            fence, body = re.sub(LINK, link, fence), re.sub(LINK, link, body)
         sys.stdout.write(fence + end + body)
     sys.exit()
 
@@ -43,6 +60,7 @@ comment = []       # the comment above the declaration
 complete = False   # the declaration before has ended
 depth = 0          # of braces and parentheses in the declaration
 hidden = None      # depth of a specialisation that is left out
+scopes = {}        # the comments of classes that are scopes
 for number, line in enumerate(text.split("\n")):
     text = line.strip()
     if head and line.startswith("//"):
@@ -81,8 +99,13 @@ for number, line in enumerate(text.split("\n")):
     else:
         code, _, trailing = re.sub(r"  // ", " // ", line).partition(" // ")
         bare = re.sub(r"\"[^\"]*\"|'.'", "", code)
-        if re.match(r"(template <.*> )?(struct|class|enum|namespace)\b[^;]*$", text):
+        if kind := re.match(r"(?:template <.*> )?(?:struct|class|enum|namespace)\b(?: ZQ_API)?(?: (\w+))?[^;]*$", text):
+            if re.search(r"\bscope\b", "".join(comment), re.I):
+                scopes[kind[1]] = comment
             comment = []   # it is not that of the members
+        constructor = re.match(r"(?:explicit )?(\w+)\(", text)
+        if constructor and not comment and constructor[1] in scopes and not text.endswith(("= delete;", "= default;")):
+            output.extend(scopes[constructor[1]])
         if trailing and depth <= 1:
             line = code + " ///< " + plain(trailing)
         elif complete and comment and depth == 0 and not text.startswith(("}", "{", ":", ",")):
@@ -91,9 +114,9 @@ for number, line in enumerate(text.split("\n")):
         if depth < 0:
             comment, depth = [], 0
         complete = depth == 0 and (bare.rstrip().endswith((";", "}", ",")) or text.startswith("#define") and text[-1] != "\\")
-    several = re.fullmatch(r"(extern ZQ_API [^,]*) (\w+(?:, \w+)+);", line)
+    several = re.fullmatch(r"( *[A-Za-z_][\w: ]* )(\w+(?: = \w+)?(?:, \w+(?: = \w+)?)+);( +///< .*)?", line)
     for name in several[2].split(", ") if several else []:
-        output.extend([*comment, f"{several[1]} {name};"])
+        output.extend([*comment, f"{several[1]}{name};{several[3] or ''}"])
     if not several:
         output.append(line)
 sys.stdout.write("\n".join(output))

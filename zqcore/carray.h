@@ -37,20 +37,23 @@ class ArrayTraits_T
 {
 public:
     ArrayTraits_T() = default;
+
+    /// Move the elements here, and leave the other array empty. The assignment frees this array's elements.
     ArrayTraits_T(ArrayTraits_T && Other) noexcept { Swap(Other); }
     ArrayTraits_T & operator=(ArrayTraits_T && Other) noexcept;
+
     ~ArrayTraits_T() { Free(); }
 
     /// Returns the number of elements for which there is storage.
     int GetCapacity() const { return iAllocated; }
 
 protected:
-    void Grow(int iAccessIndex);
-    void Free();
+    void Grow(int iAccessIndex);   // makes this the length, with storage for one element more
+    void Free();                   // empties the array and frees the storage
 
-    int iAllocated = 0;
-    T * pData = nullptr;
-    int iLength = 0;
+    int iAllocated = 0;    // elements for which there is storage
+    T * pData = nullptr;   // the elements, null without storage
+    int iLength = 0;       // elements in use
 
 private:
     void Swap(ArrayTraits_T & Other) noexcept;
@@ -68,11 +71,11 @@ public:
     int GetCapacity() const { return LENGTH; }
 
 protected:
-    void Grow(int iAccessIndex);
-    void Free() { iLength = 0; }
+    void Grow(int iAccessIndex);   // makes this the length; asserts 0 to LENGTH, and more counts as LENGTH
+    void Free() { iLength = 0; }   // empties the array
 
-    T pData[LENGTH] = {};
-    int iLength = 0;
+    T pData[LENGTH] = {};   // the elements
+    int iLength = 0;        // elements in use
 };
 
 /// The operations of all arrays. TRAITS is the storage. T needs a default constructor and copies, and == for Find.
@@ -80,7 +83,7 @@ template <typename T, typename TRAITS>
 class SortedArray_T : public TRAITS
 {
 public:
-    using value_type = T;
+    using value_type = T;   // as in standard containers
 
     /// Appends a copy and returns its index. The element may be one of this array. Asserts that an array in place is
     /// not full; otherwise the copy replaces the last element.
@@ -97,6 +100,7 @@ public:
     /// Returns the first element that is equal to this one, or null. Linear time.
     T * Find(T const & Element);
 
+    /// Return the number of elements, and whether it is 0.
     int GetLength() const { return this->iLength; }
     bool IsEmpty() const { return this->iLength == 0; }
 
@@ -110,6 +114,7 @@ public:
     /// Empties the array and frees its storage on the heap.
     void Reset() { this->Free(); }
 
+    /// Return the start and the end of the elements, for range-for and algorithms. Valid until the array changes.
     T * begin() { return this->pData; }
     T * end() { return this->pData + this->iLength; }
     T const * begin() const { return this->pData; }
@@ -130,8 +135,8 @@ template <typename T, int LENGTH>
 class StaticArray_T
 {
 public:
-    using value_type = T;
-    static constexpr int iLength = LENGTH;
+    using value_type = T;                    // as in standard containers
+    static constexpr int iLength = LENGTH;   // number of elements
 
     /// Returns an element. Asserts that 0 <= nIndex < LENGTH; another index reads or writes foreign memory.
     T & operator[](int nIndex)
@@ -140,6 +145,7 @@ public:
         return m_dElements[nIndex];
     }
 
+    /// Return the start and the end of the elements, for range-for and algorithms.
     T * begin() { return m_dElements; }
     T * end() { return m_dElements + LENGTH; }
     T const * begin() const { return m_dElements; }

@@ -287,6 +287,8 @@ class ZQ_API BitMap_c : public BitPlane_t
 public:
     /// Makes a field of zero bits. The field is empty if a size is below 1.
     explicit BitMap_c(int iSizeX = 0, int iSizeY = 0) { Grow(iSizeX, iSizeY); }
+
+    /// Makes a copy of the bits and the sizes.
     BitMap_c(BitMap_c const & Other)
         : BitMap_c()
     {
@@ -294,9 +296,11 @@ public:
     }
     ~BitMap_c() { Reset(); }
 
+    /// Copies the bits and the sizes of the other one.
     BitMap_c & operator=(BitMap_c const & Other) { return Assign(Other); }
 
-    BitMap_c(BitMap_c && Other) noexcept { Swap(Other); }   // leaves the other one empty
+    /// Move the storage and the sizes here, and leave the other plane empty. The assignment frees this plane's storage.
+    BitMap_c(BitMap_c && Other) noexcept { Swap(Other); }
     BitMap_c & operator=(BitMap_c && Other) noexcept
     {
         BitMap_c Map(std::move(Other));
@@ -311,8 +315,8 @@ public:
     /// size stays. Asserts that sData is not null.
     BitMap_c & operator=(char const * const * sData);
 
-    int iDimX = 0;   // bits in a row, a multiple of 8
-    int iDimY = 0;
+    int iDimX = 0;                    // bits in a row, a multiple of 8
+    int iDimY = 0;                    // rows
     unsigned char * pMap = nullptr;   // the bytes, null while empty
 
 private:
@@ -326,6 +330,8 @@ class ZQ_API BitMap3D_c : public BitSpace_t
 public:
     /// Makes a field of zero bits. The field is empty if a size is below 1.
     explicit BitMap3D_c(int iSizeX = 0, int iSizeY = 0, int iSizeZ = 0) { Grow(iSizeX, iSizeY, iSizeZ); }
+
+    /// Makes a copy of the bits and the sizes.
     BitMap3D_c(BitMap3D_c const & Other)
         : BitMap3D_c()
     {
@@ -333,9 +339,11 @@ public:
     }
     ~BitMap3D_c() { Reset(); }
 
+    /// Copies the bits and the sizes of the other one.
     BitMap3D_c & operator=(BitMap3D_c const & Other) { return Assign(Other); }
 
-    BitMap3D_c(BitMap3D_c && Other) noexcept { Swap(Other); }   // leaves the other one empty
+    /// Move the storage and the sizes here, and leave the other space empty. The assignment frees this space's storage.
+    BitMap3D_c(BitMap3D_c && Other) noexcept { Swap(Other); }
     BitMap3D_c & operator=(BitMap3D_c && Other) noexcept
     {
         BitMap3D_c Map(std::move(Other));
@@ -349,9 +357,9 @@ public:
     /// Returns whether some bit is set in both.
     bool Intersects(BitMap3D_c const & Other) const;
 
-    int iDimX = 0;   // bits in a row, a multiple of 8
-    int iDimY = 0;
-    int iDimZ = 0;
+    int iDimX = 0;                    // bits in a row, a multiple of 8
+    int iDimY = 0;                    // rows in a layer
+    int iDimZ = 0;                    // layers
     unsigned char * pMap = nullptr;   // the bytes, null while empty
 
 private:

@@ -30,18 +30,18 @@
 /// define the fields.
 struct MessageData_s
 {
-    void * hWindow = nullptr;
-    std::uint32_t iMessage = 0;
-    std::uintptr_t iParameter0 = 0;
-    std::intptr_t iParameter1 = 0;
-    std::intptr_t iResult = 0;
+    void * hWindow = nullptr;         // handle of the window
+    std::uint32_t iMessage = 0;       // number of the message
+    std::uintptr_t iParameter0 = 0;   // first parameter of the message
+    std::intptr_t iParameter1 = 0;    // second one
+    std::intptr_t iResult = 0;        // result of the message
 };
 
 /// Type of the functions of an event with the payload T, or void for none.
 template <typename T>
 struct CallbackFunction_T
 {
-    using Type = void (*)(T);
+    using Type = void (*)(T);   // pointer to such a function; its result is void
 };
 
 template <>
@@ -55,7 +55,7 @@ template <typename T>
 class CallbackerBase_T
 {
 public:
-    using Function_t = typename CallbackFunction_T<T>::Type;
+    using Function_t = typename CallbackFunction_T<T>::Type;   // pointer to a receiver
 
     constexpr CallbackerBase_T() = default;
     virtual ~CallbackerBase_T() { Reset(); }
@@ -136,7 +136,7 @@ template <typename T>
 class CallbackScope_T
 {
 public:
-    using Function_t = typename CallbackerBase_T<T>::Function_t;
+    using Function_t = typename CallbackerBase_T<T>::Function_t;   // pointer to a receiver
 
     explicit CallbackScope_T(CallbackerBase_T<T> & Event, Function_t fn, bool bExclusive = false)
         : m_Event(Event)

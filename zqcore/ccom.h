@@ -37,7 +37,7 @@ struct ComDebug_t
     ComDebug_t * pPrev;    // next newer one, or null
     void const * pOwner;   // holder
     char const * sFile;    // source of the AddRef; not copied
-    int iLine;
+    int iLine;             // line of the AddRef
 };
 
 /// Call AddRef and Release with the place in the source: `COM_ADDREF(pObject, this)`. Require that pObject is not null.

@@ -56,12 +56,14 @@ protected:
 /// does not withstand a search for the text.
 struct Password_s
 {
-    using Hash_t = std::array<unsigned char, SHA1_HASH_SIZE>;
+    using Hash_t = std::array<unsigned char, SHA1_HASH_SIZE>;   // a digest: 20 bytes
 
-    Hash_t dHash{};   // all 0 while unset
-    bool bIsSet = false;
+    Hash_t dHash{};        // all 0 while unset
+    bool bIsSet = false;   // whether dHash is a digest
 
     Password_s() = default;
+
+    /// Makes a set password of a digest.
     explicit Password_s(Hash_t const & dDigest)
         : dHash(dDigest)
         , bIsSet(true)

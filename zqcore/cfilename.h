@@ -26,6 +26,8 @@ class FileName_c : public String_T<256>
 {
 public:
     FileName_c() = default;
+
+    /// Copies a path as String_T does.
     FileName_c(char const * szPath)
         : String_T<256>(szPath)
     {}

@@ -31,7 +31,7 @@ inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
 class GigaGroup_c
 {
 public:
-    static constexpr int ELEMENTS = 32;
+    static constexpr int ELEMENTS = 32;   // of a group
 
     /// Make a record without allocated elements. The second one has these neighbours in its chain.
     GigaGroup_c() = default;
@@ -88,15 +88,15 @@ private:
     std::uint32_t m_iArray = 0;   // those that are arrays
 
 public:
-    std::uint16_t iNext = 0;   // index of a group, or GIGA_GROUP_NULL
-    std::uint16_t iPrev = 0;
+    std::uint16_t iNext = 0;   // index of the next group of the chain, or GIGA_GROUP_NULL
+    std::uint16_t iPrev = 0;   // that of the previous one
 };
 
 /// The group from which a pool allocates: a copy of its masks.
 class GigaOpenGroup_c
 {
 public:
-    using Last_e = GigaGroup_c::Last_e;
+    using Last_e = GigaGroup_c::Last_e;   // as for a group
 
     /// Return whether a group is open, and what GigaGroup_c does for it.
     bool IsOpen() const { return m_pRecord != nullptr; }

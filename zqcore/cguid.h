@@ -63,7 +63,7 @@ public:
     /// Returns whether this is the null identifier.
     bool IsNull() const { return *this == Guid_c(); }
 
-    plat::Guid_t m_guid;
+    plat::Guid_t m_guid;   // the 16 bytes
 };
 
 /// Hash of the 16 bytes, for the unordered containers.
@@ -83,6 +83,7 @@ public:
     /// Creates a new identifier for this object. Asserts that one could be created; if not, the previous one stays.
     void CreateNewId();
 
+    /// Return and replace the identifier.
     Guid_c const & GetId() const { return m_Guid; }
     void SetId(Guid_c const & Guid) { m_Guid = Guid; }
 

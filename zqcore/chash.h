@@ -85,22 +85,22 @@ class StringHash_T
     static_assert(std::has_single_bit(static_cast<unsigned>(SIZE)), "the index is masked");
 
 public:
-    using Key_t = String_T<KEYLEN>;
+    using Key_t = String_T<KEYLEN>;   // a name
 
     /// One cache line. A key that fits is copied into it, so that a lookup reads no object.
     struct alignas(64) Slot_s
     {
-        static constexpr int KEY_ROOM = 64 - 2 * static_cast<int>(sizeof(void *)) - 9;
+        static constexpr int KEY_ROOM = 64 - 2 * static_cast<int>(sizeof(void *)) - 9;   // bytes of szKey
 
         T * pObject = nullptr;           // null in a free or deleted slot
         Key_t const * pName = nullptr;   // unchanged as long as the entry exists; usually a part of the object
-        std::uint32_t iHash = 0;
-        std::uint32_t iIndexHash = 0;
-        bool bDeleted = false;
-        char szKey[KEY_ROOM] = {};   // a copy of the key if it fits
+        std::uint32_t iHash = 0;         // of the name: selects the chain
+        std::uint32_t iIndexHash = 0;    // of the name: finds the slot in the table's index
+        bool bDeleted = false;           // whether its entry was removed
+        char szKey[KEY_ROOM] = {};       // a copy of the key if it fits
     };
 
-    static constexpr int iMask = SIZE - 1;
+    static constexpr int iMask = SIZE - 1;            // selects the first slot of a chain from a hash
     static constexpr int iMaxProbes = SIZE * 2 / 3;   // slots of a chain
 
     constexpr StringHash_T() = default;
@@ -113,13 +113,17 @@ public:
     /// other work.
     struct Entry_s
     {
-        T * pObject;
-        Key_t const * pName;
-        std::size_t nLength;
-        std::uint32_t iHash;
-        std::uint32_t iIndexHash;
+        T * pObject;                // to be added
+        Key_t const * pName;        // its name
+        std::size_t nLength;        // characters of the name
+        std::uint32_t iHash;        // as in Slot_s
+        std::uint32_t iIndexHash;   // as in Slot_s
     };
-    Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;   // nLength: characters of the name
+
+    /// Returns the entry of a name of nLength characters.
+    Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;
+
+    /// Adds the entry. Returns a HashAdd_e.
     int Add(Entry_s const & Entry);
 
     /// Returns the object of a name, or null.
@@ -143,13 +147,19 @@ public:
     class ObjectIterator_c
     {
     public:
-        using value_type = T;
-        using difference_type = std::ptrdiff_t;
+        using value_type = T;                     // as in standard iterators
+        using difference_type = std::ptrdiff_t;   // as in standard iterators
 
         ObjectIterator_c() = default;
+
+        /// Makes an iterator at an occupied slot, or at the end if pSlot is null.
         ObjectIterator_c(StringHash_T & Table, Slot_s * pSlot);
+
+        /// Return the present object. Require that the iterator is not at the end.
         T & operator*() const { return *m_pSlot->pObject; }
         T * operator->() const { return m_pSlot->pObject; }
+
+        /// Step to the next object, as a forward iterator does.
         ObjectIterator_c & operator++();
         ObjectIterator_c operator++(int)
         {
@@ -157,6 +167,8 @@ public:
             ++*this;
             return Present;
         }
+
+        /// Returns whether both are at the same slot, or both at the end.
         bool operator==(ObjectIterator_c const & Other) const { return m_pSlot == Other.m_pSlot; }
 
     private:
@@ -166,6 +178,8 @@ public:
         Slot_s * m_pSlot = nullptr;   // null at the end
         Slot_s * m_pNext = nullptr;
     };
+
+    /// Return the start and the end of such a walk, for range-for.
     ObjectIterator_c begin() { return { *this, First() }; }
     ObjectIterator_c end() { return { *this, nullptr }; }
 
@@ -195,6 +209,7 @@ private:
 /// Hash of an IndexHash_T that uses the low bits of the key.
 struct IndexHashLowBits_s
 {
+    /// Returns the key.
     static constexpr std::uint32_t Of(std::uint32_t iKey) { return iKey; }
 };
 
@@ -206,7 +221,7 @@ class IndexHash_T
     static_assert(std::has_single_bit(static_cast<unsigned>(SIZE)), "the index is masked");
 
 public:
-    static constexpr int iMask = SIZE - 1;
+    static constexpr int iMask = SIZE - 1;            // selects the first slot of a chain from a hash
     static constexpr int iMaxProbes = SIZE * 2 / 3;   // slots of a chain
 
     constexpr IndexHash_T() = default;

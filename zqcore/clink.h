@@ -23,7 +23,7 @@
 template <typename T>
 struct Link_T
 {
-    T tData;
+    T tData;                    // the payload
     Link_T * pNext = nullptr;   // null in the last node
     Link_T * pPrev = nullptr;   // null in the head
 
@@ -32,6 +32,7 @@ struct Link_T
         : tData(Data)
     {}
 
+    /// Return the payload.
     T & Get() { return tData; }
     T const & Get() const { return tData; }
 

@@ -93,7 +93,7 @@ namespace mem
     /// Report of a user allocator: three words, whose meaning the allocator defines.
     struct UserAllocatorInfo_t
     {
-        std::uint32_t dwInfo0, dwInfo1, dwInfo2;
+        std::uint32_t dwInfo0, dwInfo1, dwInfo2;   // the three words
     };
 
     /// Interface of an allocator that does not use this heap and wants to appear in reports.
@@ -113,7 +113,7 @@ namespace mem
     public:
         bool GetInfo(UserAllocatorInfo_t & Info) override;
 
-        std::uint32_t m_dwInfo0 = 0, m_dwInfo1 = 0, m_dwInfo2 = 0;
+        std::uint32_t m_dwInfo0 = 0, m_dwInfo1 = 0, m_dwInfo2 = 0;   // what GetInfo reports
     };
 
     /// Maximum number of user allocators that are registered at a time.

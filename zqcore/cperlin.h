@@ -21,13 +21,13 @@
 /// Point of the plane.
 struct Vector2_t
 {
-    float x, y;
+    float x, y;   // coordinates
 };
 
 /// Point of the space.
 struct Vec3fpu_t
 {
-    float x, y, z;
+    float x, y, z;   // coordinates
 };
 
 /// Return the noise at a point.

@@ -34,7 +34,7 @@ class PoolBlocks_c
 public:
     static constexpr std::size_t LARGEST = 1024;   // bytes of the largest block that comes from the pool
     static constexpr std::size_t ALIGNMENT = GigaSlab_c::ALIGNMENT;   // of such a block
-    static constexpr unsigned USUAL_BLOCKS = 1000;
+    static constexpr unsigned USUAL_BLOCKS = 1000;                    // nExpected if the caller names no number
 
     /// Makes an empty pool. sName is its name in messages of StaticMemoryPool_c (chwm.h). nExpected is the number of
     /// blocks of a size that the caller expects, and no limit. Asserts that sName is not null, and that nExpected is
@@ -106,6 +106,7 @@ template <typename T, typename POOL = PoolBlocks_c>
 class PoolAllocator_T
 {
 public:
+    /// As the standard asks of an allocator.
     using value_type = T;
     using propagate_on_container_move_assignment = std::true_type;
     using propagate_on_container_swap = std::true_type;
@@ -120,6 +121,7 @@ public:
         : m_pPool(&Other.GetPool())
     {}
 
+    /// Allocate, never null, and free storage of nElements elements. Freeing requires the number of the allocation.
     T * allocate(std::size_t nElements)
     {
         return static_cast<T *>(m_pPool->Allocate(nElements * sizeof(T), alignof(T)));
@@ -129,8 +131,10 @@ public:
         m_pPool->Free(pElements, nElements * sizeof(T), alignof(T));
     }
 
+    /// Returns the pool.
     POOL & GetPool() const { return *m_pPool; }
 
+    /// Returns whether both use the same pool.
     template <typename U>
     bool operator==(PoolAllocator_T<U, POOL> const & Other) const
     {

@@ -59,19 +59,19 @@ namespace profiler
     /// both sizes allow.
     struct timer_t
     {
-        String_T<32> szName;   // the first 31 characters
-        std::uint32_t iTimer = 0;
+        String_T<32> szName;                     // the first 31 characters
+        std::uint32_t iTimer = 0;                // identifier as pushed, or one made of the name
         std::uint32_t nAtMax = 0;                // calls in the frame of tMax, the most recent one of several
         alignas(8) timer_t * pChild = nullptr;   // first child
         alignas(8) std::int64_t tStart = 0;      // time of the latest push
-        timerFrame_t dFrames[PROFILER_FRAMES];
-        std::int64_t tAverage = 0;            // per frame, frames without a call included
-        std::int64_t tMax = 0;                // largest time of a frame
-        std::int64_t tLast = 0;               // time of the frame just ended
-        std::int64_t tMaxEver = 0;            // largest tMax since the reset
-        timer_t * pNext = nullptr;            // next sibling, in the order of first pushes
-        alignas(8) std::uint32_t nLast = 0;   // calls in the frame just ended
-        std::int32_t iMaxSlot = -1;           // slot of the frame of tMax, -1 if no frame had a time above 0
+        timerFrame_t dFrames[PROFILER_FRAMES];   // ring of the latest frames
+        std::int64_t tAverage = 0;               // per frame, frames without a call included
+        std::int64_t tMax = 0;                   // largest time of a frame
+        std::int64_t tLast = 0;                  // time of the frame just ended
+        std::int64_t tMaxEver = 0;               // largest tMax since the reset
+        timer_t * pNext = nullptr;               // next sibling, in the order of first pushes
+        alignas(8) std::uint32_t nLast = 0;      // calls in the frame just ended
+        std::int32_t iMaxSlot = -1;              // slot of the frame of tMax, -1 if no frame had a time above 0
     };
 }
 

@@ -35,7 +35,7 @@
 class ZQ_API RandomNumber_c
 {
 public:
-    using result_type = std::uint32_t;
+    using result_type = std::uint32_t;   // as in standard generators
 
     /// Makes a generator that starts with this seed, and adds it to the list unless the name is null. The name is not
     /// copied and must outlive the generator.
@@ -84,8 +84,8 @@ public:
 /// An entry of the list.
 struct RandomSeedEntry_s
 {
-    RandomNumber_c * pRandom;
-    char const * szName;
+    RandomNumber_c * pRandom;   // the generator
+    char const * szName;        // its name, never null
 };
 
 /// Returns the head of the list, or null if it is empty.
@@ -101,7 +101,7 @@ extern ZQ_API unsigned int g_nSeed0, g_nSeed1, g_nSeed2, g_nSeed3;
 /// from 1 to below 2. Four equal lanes, aligned for a vector register.
 struct alignas(16) RandomMask_t
 {
-    std::array<std::uint32_t, 4> dLanes;
+    std::array<std::uint32_t, 4> dLanes;   // all equal
 };
 
 /// The bits of 1.0f, and those of the mantissa.

@@ -31,23 +31,23 @@
 #include <string>
 #include <utility>
 
-/// Type and size of a value: the type is a number of plat::RegistryType_e, the size is in bytes.
+/// Type and size of a value.
 struct _tag_DATA_INFO
 {
-    std::uint32_t dwType;
-    std::uint32_t dwSize;
+    std::uint32_t dwType;   // number of plat::RegistryType_e
+    std::uint32_t dwSize;   // bytes
 };
 
 /// Figures of a key. Lengths are in bytes. On a system that counts names in 16-bit units (platform 2) the two lengths
 /// of names are doubled.
 struct _tag_KEY_INFO
 {
-    std::uint32_t dwSubKeys;
-    std::uint32_t dwMaxSubKeyLength;   // terminator included
-    std::uint32_t dwValues;
-    std::uint32_t dwMaxValueNameLength;   // terminator not included
-    std::uint32_t dwMaxValueLength;
-    plat::FileTime_t ftLastWrite;   // 100-nanosecond ticks since 1601
+    std::uint32_t dwSubKeys;              // number of subkeys
+    std::uint32_t dwMaxSubKeyLength;      // of the longest name of a subkey, terminator included
+    std::uint32_t dwValues;               // number of values
+    std::uint32_t dwMaxValueNameLength;   // of the longest name of a value, terminator not included
+    std::uint32_t dwMaxValueLength;       // of the longest value
+    plat::FileTime_t ftLastWrite;         // 100-nanosecond ticks since 1601
 };
 
 /// Access to one tree of the store.
@@ -137,9 +137,8 @@ public:
         return ReadString(sName, sValue) && EnumFromName(sValue, *pValue, dNames);
     }
 
-    /// Copy a value of the type text (ReadString) or binary (ReadData) of at most dwSize bytes, and return 1. No
-    /// terminator is stored or added to a buffer: GetSizeValue returns a text's length. A text object must hold the
-    /// whole text.
+    /// Copy a text of at most dwSize bytes, and return 1. No terminator is stored or added to a buffer: GetSizeValue
+    /// returns a text's length. A text object must hold the whole text.
     int ReadString(char const * sName, char * sBuffer, std::uint32_t dwSize);
     template <TextObject_T TEXT>
     int ReadString(char const * sName, TEXT & sText)
@@ -157,6 +156,8 @@ public:
         }
         return 0;
     }
+
+    /// Copies a binary value, as ReadString does a text.
     int ReadData(char const * sName, void * pData, std::uint32_t dwSize);
 
     /// Store a value, replacing one of any type, and return 1. A float has no type. dwSize is in bytes.

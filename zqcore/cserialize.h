@@ -279,9 +279,9 @@ protected:
 
     static constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that is open
 
-    bool m_bIsReading;
-    bool m_bFailed = false;
-    std::uint32_t m_dwVersion;
+    bool m_bIsReading;           // the direction
+    bool m_bFailed = false;      // whether the archive has failed
+    std::uint32_t m_dwVersion;   // as GetVersion returns it
 
     /// Memory from which or to which small values are copied without a virtual call: the rest of a reader's bytes, the
     /// free part of a writer's memory, or that of a buffer except its last byte. It is empty if each value must pass
@@ -326,6 +326,7 @@ public:
 protected:
     static constexpr std::uint32_t NO_CHUNK = 0xFFFFFFFF;   // not a position, because an archive is shorter
 
+    /// Makes an archive that writes this version.
     explicit ChunkWriteable_c(std::uint32_t dwVersion)
         : Serializeable_c(false, dwVersion, false)
     {}
@@ -373,8 +374,8 @@ protected:
     std::uint32_t GetStored() const override { return m_nPosition; }
     bool WriteLength(std::uint32_t nLength) override;
 
-    plat::File_t m_hFile;
-    String_T<256> m_sFileName;
+    plat::File_t m_hFile;            // the file
+    String_T<256> m_sFileName;       // its path, cut at 255 characters
     std::uint32_t m_nPosition = 0;   // bytes written and skipped
     bool m_bSkipped = false;         // the file may be shorter than the position
 
@@ -480,7 +481,7 @@ public:
     int GetPosition() const override;
 
 protected:
-    std::span<std::byte const> m_Bytes;
+    std::span<std::byte const> m_Bytes;   // the whole archive
 
 private:
     char const * m_szName;

@@ -28,6 +28,7 @@
 /// Result of a check.
 struct ArchiveResult_s
 {
+    /// State of an archive.
     enum State_e
     {
         SOUND,
@@ -35,11 +36,12 @@ struct ArchiveResult_s
         OTHER_VERSION   // another major version than the caller's, or a newer minor one
     };
 
-    State_e eState = SOUND;
-    int iPosition = 0;       // of the first error, in bytes from the start
-    int nLeft = 0;           // number of bytes after the last that the check has read; 0 unless sound
-    String_T<128> sWhyNot;   // the first error, empty if sound
+    State_e eState = SOUND;   // what the check found
+    int iPosition = 0;        // of the first error, in bytes from the start
+    int nLeft = 0;            // number of bytes after the last that the check has read; 0 unless sound
+    String_T<128> sWhyNot;    // the first error, empty if sound
 
+    /// Returns whether the archive is sound.
     bool IsSound() const { return eState == SOUND; }
 };
 

@@ -222,8 +222,8 @@ protected:
     /// A static object and the class whose serializer stores its contents.
     struct RegisteredStaticPointer_t
     {
-        void * pPointer = nullptr;
-        String_T<32> sClassName;   // empty if the object has no contents in files
+        void * pPointer = nullptr;   // the object
+        String_T<32> sClassName;     // empty if the object has no contents in files
     };
 
     /// All static objects, in the order of registration.

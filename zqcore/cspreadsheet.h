@@ -34,8 +34,8 @@
 /// Separators of a spreadsheet.
 struct SpreadsheetFmtDesc_t
 {
-    char cRowSeparator;
-    char cCellSeparator;
+    char cRowSeparator;    // between rows
+    char cCellSeparator;   // between cells of a row
 };
 
 /// Cells of a row. The row owns one block with their texts and a table of the texts' ends.

@@ -62,6 +62,7 @@ public:
         return Put(0, Other);
     }
 
+    /// Return the text, which the string owns.
     operator char const *() const { return m_sText; }
     operator std::string_view() const { return { m_sText, std::strlen(m_sText) }; }
 

@@ -30,6 +30,7 @@ struct TextError_t
     int iColumn = 0;       // character of that line from 1; a UTF-8 character counts once, and so does a tab
     String_T<256> sReason;   // one statement in English, empty without an error
 
+    /// Returns whether there is an error.
     bool IsSet() const { return !sReason.IsEmpty(); }
 };
 

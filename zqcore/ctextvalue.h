@@ -80,9 +80,10 @@ enum class WholeNumber_e
 /// Range of an integer type.
 struct WholeRange_t
 {
-    std::int64_t iMin;
-    std::uint64_t iMax;
+    std::int64_t iMin;    // smallest value
+    std::uint64_t iMax;   // largest value
 
+    /// Returns the range of T.
     template <Integer_T T>
     static constexpr WholeRange_t Of()
     {
@@ -109,8 +110,8 @@ WholeNumber_e WholeFromText(char const * szText, T & value)
 template <typename ENUM>
 struct EnumName_T
 {
-    char const * szName;
-    ENUM eValue;
+    char const * szName;   // as it is in texts
+    ENUM eValue;           // what it means
 };
 
 /// A table of names, for a parameter: an array of EnumName_T converts to it.
