@@ -14,6 +14,13 @@ public:
     /// next row begins after the token that stopped this one.
     bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
 
+    /// Returns where the first cell of the last row begins, in bytes from the start of the text.
+    std::size_t GetRowStart() const { return m_nRowStart; }
+
+    /// Reads the cells before iCell of the first row and returns where that cell begins, or the end of the row if it has
+    /// fewer cells. Requires that the text begins with the row.
+    std::size_t SeekCell(int iCell);
+
     /// Returns the errors found so far.
     TextErrors_c & GetErrors() { return m_Parser.m_Errors; }
 
@@ -29,4 +36,5 @@ private:
     SimpleTextParser_c m_Parser;
     SpreadsheetFmtDesc_t const m_Fmt;
     TextToken_t m_Token;
+    std::size_t m_nRowStart = 0;
 };

@@ -185,9 +185,22 @@ bool SpreadsheetParser_c::ParseRow(SpreadsheetRow_c & Row, bool & bError)
         }
     }
     while (IsSymbol(m_Fmt.cRowSeparator));
+    m_nRowStart = m_Parser.GetOffset(m_Token.eKind, m_Token.pText);
     while (ParseCell(Row, bError))
     {}
     return true;
+}
+
+std::size_t SpreadsheetParser_c::SeekCell(int iCell)
+{
+    SpreadsheetRow_c Row;
+    bool bError = false;
+    bool bMore = Next();
+    for (int i = 0; i < iCell && bMore; ++i)
+    {
+        bMore = ParseCell(Row, bError);
+    }
+    return m_Parser.GetOffset(m_Token.eKind, m_Token.pText);
 }
 
 // Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none.

@@ -284,6 +284,7 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
 void WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost)
 {
     LineSink_c Sink{ *pResult };
+    m_nOpenQuote = m_nCutCell = -1;
     while (Step(Classes, Sink) && pResult->GetLength() < nMost)
     {}
 }
@@ -355,7 +356,7 @@ bool WarehouseScan_t::StepText(Classes_c const & Classes, SINK & Sink)
             ++nPos;
         }
         Sink.Add(pLine + nStart + 1, nPos - nStart - 1);
-        GetChar();
+        m_nOpenQuote = GetChar() == '"' ? m_nOpenQuote : nStart;
         return true;
     }
     nPos = FindClass(Classes, Classes_c::SEPARATOR | Classes_c::LINE_FEED, nPos);
@@ -414,8 +415,10 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
         nEnd = Find('"', nEnd + 2);
     }
     nPos = After(nEnd);
+    m_nOpenQuote = nEnd < nLength ? m_nOpenQuote : nStart - 1;
     if (!bEscaped)
     {
+        m_nCutCell = nEnd - nStart > WAREHOUSE_CELL_SIZE ? nStart - 1 : m_nCutCell;
         Sink.Add(pLine + nStart, StripBlanks(pLine + nStart, std::min(nEnd - nStart, WAREHOUSE_CELL_SIZE)));
     }
     else if constexpr (SINK::WANTS_TEXT)
@@ -431,15 +434,17 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
 
 // Passes the sink a cell in which double quotes are doubled.
 template <typename SINK>
-void WarehouseScan_t::EscapedCell(int nStart, int nEnd, SINK & Sink) const
+void WarehouseScan_t::EscapedCell(int nStart, int nEnd, SINK & Sink)
 {
     char dCell[WAREHOUSE_CELL_SIZE];
     int nCell = 0;
-    for (int i = nStart; i < nEnd && nCell < WAREHOUSE_CELL_SIZE; ++i)
+    int i = nStart;
+    for (; i < nEnd && nCell < WAREHOUSE_CELL_SIZE; ++i)
     {
         dCell[nCell++] = pLine[i];
         i += pLine[i] == '"';
     }
+    m_nCutCell = i < nEnd ? nStart - 1 : m_nCutCell;
     Sink.Add(dCell, StripBlanks(dCell, nCell));
 }
 

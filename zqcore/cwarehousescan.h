@@ -109,6 +109,13 @@ struct WarehouseScan_t
     /// Returns the position of the line that FindLine or NextItem has read.
     int GetLineStart() const { return m_nLineStart; }
 
+    /// Returns the position of the last quote in the last line read that was never closed, or -1. In a text table the
+    /// next line was then joined to this one; in CSV the cell includes the rest of the data.
+    int GetOpenQuote() const { return m_nOpenQuote; }
+
+    /// Returns the position of the last cell in the last line read that was cut at WAREHOUSE_CELL_SIZE, or -1.
+    int GetCutCell() const { return m_nCutCell; }
+
     /// Moves from the start of a line to a column, counted from 0, or to the line's end if it has fewer columns.
     /// Allocates the columns before it for the time of the call.
     ZQ_API void SeekColumn(int iColumn);
@@ -137,7 +144,7 @@ private:
     template <typename SINK>
     void QuotedCell(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>
-    void EscapedCell(int nStart, int nEnd, SINK & Sink) const;
+    void EscapedCell(int nStart, int nEnd, SINK & Sink);
     template <typename TEST>
     bool SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines);
 
@@ -151,6 +158,8 @@ private:
     bool IsDoubled(int nQuote) const { return nQuote < nLength - 1 && pLine[nQuote + 1] == '"'; }
 
     int m_nLineStart = 0;
+    int m_nOpenQuote = -1;
+    int m_nCutCell = -1;
 };
 
 /// Returns the format in which a file is read. That is eFormat; WAREHOUSE_FORMAT_AUTO becomes CSV if the name ends in
