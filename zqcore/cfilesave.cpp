@@ -1,4 +1,4 @@
-#include "zqcore/cfilesave.h"
+#include "zqcore/cfilesave_internal.h"
 
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilelog.h"
@@ -18,7 +18,7 @@ namespace
     constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";   // prefix of a save's second name during a commit
     constexpr std::size_t MARK_FAMILY = 3;                  // leading bytes that all versions share
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
-    constexpr std::size_t SEAL_SIZE = HEAD_SIZE + sizeof(std::uint32_t);
+    static_assert(SAVE_SEAL_SIZE == HEAD_SIZE + sizeof(std::uint32_t));
 
     template <typename T>
     T ReadAs(unsigned char const * pData)
@@ -31,11 +31,11 @@ namespace
     // Returns whether a save has the mark of a seal, of this version or a newer one.
     bool HasMark(unsigned char const * pData, std::size_t nBytes)
     {
-        if (nBytes < SEAL_SIZE || std::memcmp(pData + nBytes - SEAL_SIZE, MARK, MARK_FAMILY) != 0)
+        if (nBytes < SAVE_SEAL_SIZE || std::memcmp(pData + nBytes - SAVE_SEAL_SIZE, MARK, MARK_FAMILY) != 0)
         {
             return false;
         }
-        unsigned char const cVersion = pData[nBytes - SEAL_SIZE + MARK_FAMILY];
+        unsigned char const cVersion = pData[nBytes - SAVE_SEAL_SIZE + MARK_FAMILY];
         return cVersion >= MARK[MARK_FAMILY] && cVersion <= '9';
     }
 
@@ -192,37 +192,52 @@ FileSave_c::State_e FileSave_c::SetState(State_e eState, char const * szWhyNot)
 
 FileSave_c::State_e FileSave_c::Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion)
 {
+    SaveCheck_t const Found = SaveCheck(pData, nBytes, dwVersion);
+    return SetState(Found.eState, Found.sWhyNot);
+}
+
+SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion)
+{
+    SaveCheck_t Found;
+    auto const Is = [&Found](FileSave_c::State_e eState, char const * szWhyNot)
+    {
+        Found.eState = eState;
+        Found.sWhyNot = szWhyNot;
+        return Found;
+    };
+    Found.bMark = HasMark(pData, nBytes);
+    Found.bChecksum = HasChecksum(pData, nBytes);
     if (nBytes == 0)
     {
-        return SetState(DAMAGED, "it is empty");
+        return Is(FileSave_c::DAMAGED, "it is empty");
     }
-    if (!HasChecksum(pData, nBytes))
+    if (!Found.bChecksum)
     {
-        return SetState(DAMAGED, "it has no seal that fits");
+        return Is(FileSave_c::DAMAGED, "it has no seal that fits");
     }
-    if (!HasMark(pData, nBytes))
+    if (!Found.bMark)
     {
-        return SetState(OLDER, "it has the checksum of an older program and no seal");
+        return Is(FileSave_c::OLDER, "it has the checksum of an older program and no seal");
     }
-    unsigned char const * const pSeal = pData + nBytes - SEAL_SIZE;
-    std::size_t const nArchive = nBytes - SEAL_SIZE;
+    unsigned char const * const pSeal = pData + nBytes - SAVE_SEAL_SIZE;
+    std::size_t const nArchive = nBytes - SAVE_SEAL_SIZE;
     if (pSeal[MARK_FAMILY] > MARK[MARK_FAMILY])
     {
-        return SetState(NEWER, "its seal is of a newer version");
+        return Is(FileSave_c::NEWER, "its seal is of a newer version");
     }
     if (ReadAs<std::uint64_t>(pSeal + sizeof MARK) != nArchive || nArchive < sizeof dwVersion)
     {
-        return SetState(DAMAGED, "it is not of the length that its seal says");
+        return Is(FileSave_c::DAMAGED, "it is not of the length that its seal says");
     }
     auto const dwFile = ReadAs<std::uint32_t>(pData);
     if (Major(dwFile) == Major(dwVersion) && Minor(dwFile) <= Minor(dwVersion))
     {
-        return SetState(WHOLE, "");
+        return Is(FileSave_c::WHOLE, "");
     }
     char szWhyNot[128];
     std::snprintf(szWhyNot, sizeof szWhyNot, "it is of version %i.%i, and this program reads %i.%i", Major(dwFile),
         Minor(dwFile), Major(dwVersion), Minor(dwVersion));
-    return SetState(dwFile > dwVersion ? NEWER : OLDER, szWhyNot);
+    return Is(dwFile > dwVersion ? FileSave_c::NEWER : FileSave_c::OLDER, szWhyNot);
 }
 
 FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
@@ -264,7 +279,7 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
     State_e const eState = Check(pBytes.get(), nBytes, dwVersion);
     if (eState == WHOLE)
     {
-        m_pContents = ZQ_NEW Contents_c(sPath, pBytes.release(), static_cast<int>(nBytes - SEAL_SIZE));
+        m_pContents = ZQ_NEW Contents_c(sPath, pBytes.release(), static_cast<int>(nBytes - SAVE_SEAL_SIZE));
     }
     return eState;
 }

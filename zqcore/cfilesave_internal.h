@@ -1,0 +1,19 @@
+// cfilesave_internal.h: the check of a save whose bytes are in memory. No public header includes it.
+#pragma once
+
+#include "zqcore/cfilesave.h"
+
+/// Bytes of a seal, the last ones of a save.
+inline constexpr std::size_t SAVE_SEAL_SIZE = 16;
+
+/// Result of a check.
+struct SaveCheck_t
+{
+    FileSave_c::State_e eState = FileSave_c::WHOLE;
+    bool bMark = false;       // the bytes have the mark of a seal
+    bool bChecksum = false;   // they end in the CRC-32 of all bytes before it
+    FileReplacement_c::Reason_t sWhyNot;
+};
+
+/// Returns the state of a save, as FileSave_c::Load does. A damaged save may have a mark, a checksum or neither.
+SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);
