@@ -5,4 +5,7 @@ namespace plat
 {
     /// Returns whether standard output is a terminal that shows colours by escape sequences.
     bool TerminalShowsColours();
+
+    /// Returns the characters of a line of the terminal that standard output is, or 0 if it is none or does not say.
+    int TerminalColumns();
 }

@@ -2,10 +2,17 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 bool plat::TerminalShowsColours()
 {
     char const * const szTerminal = std::getenv("TERM");
     return isatty(STDOUT_FILENO) && szTerminal != nullptr && std::strcmp(szTerminal, "dumb") != 0;
+}
+
+int plat::TerminalColumns()
+{
+    winsize Size = {};
+    return isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &Size) == 0 ? Size.ws_col : 0;
 }

@@ -17,11 +17,11 @@ namespace
     };
 
     constexpr Command_t COMMANDS[] = {
-        // archive
+        { "archive", "archives and saves: chunks, labels, object graphs, and what is damaged", PrepareArchive },
 
         // cache
 
-        // check
+        { "check", "tables, spreadsheets, property lists and scripts: what is wrong, and where", PrepareCheck },
 
         { "completion", "the script that completes arguments in bash or zsh", PrepareCompletion },
 

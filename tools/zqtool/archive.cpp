@@ -1,0 +1,464 @@
+// zqtool archive: shows what can be recognised in an archive or a save, and what is damaged.
+#include "tools/zqtool/archivescan.h"
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/input.h"
+#include "tools/zqtool/json.h"
+#include "tools/zqtool/terminal.h"
+#include "zqcore/ccrc.h"
+#include "zqcore/cfilesave_internal.h"
+#include "zqcore/cserialize.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <sstream>
+
+namespace
+{
+    constexpr std::size_t WORD = 4;
+    constexpr std::size_t SHOWN_BYTES = 64;   // of a part that is not recognised
+
+    struct Options_t
+    {
+        std::vector<std::string> dFiles;
+        std::string sNames;
+        std::optional<std::uint32_t> Reads;   // newest version that the program reads
+        bool bRaw = false, bJson = false;
+    };
+
+    template <typename T>
+    T ReadAs(std::string_view sBytes, std::size_t nAt)
+    {
+        T Value;
+        std::memcpy(&Value, sBytes.data() + nAt, sizeof Value);
+        return Value;
+    }
+
+    std::string Hex(std::uint32_t dwValue)
+    {
+        char szValue[16];
+        std::snprintf(szValue, sizeof szValue, "0x%08" PRIX32, dwValue);
+        return szValue;
+    }
+
+    std::string VersionText(std::uint32_t dwVersion)
+    {
+        return std::to_string(dwVersion >> 16) + "." + std::to_string(dwVersion & 0xFFFF);
+    }
+
+    // Returns whether an archive is a file system cache: its version, and the checksum of its first folder's text.
+    bool IsCache(std::string_view sArchive)
+    {
+        constexpr std::size_t TEXT = 4 * WORD;
+        if (sArchive.size() <= TEXT || ReadAs<std::uint32_t>(sArchive, 0) >> 16 != FILESYSTEMCACHE_VERSION >> 16)
+        {
+            return false;
+        }
+        auto const nText = ReadAs<std::uint32_t>(sArchive, 3 * WORD);
+        return nText > 0 && nText < sArchive.size() - TEXT && sArchive[TEXT] == '\\'
+               && GetCrc32Polynomial(sArchive.data() + TEXT, static_cast<int>(nText))
+                      == ReadAs<std::uint32_t>(sArchive, 2 * WORD);
+    }
+
+    // Returns whether a file has the name of a save or of a previous one.
+    bool HasSaveName(std::string const & sFile)
+    {
+        std::size_t const nEnd = sFile.rfind(".sav");
+        std::string const sRest = nEnd == std::string::npos ? "x" : sFile.substr(nEnd + 4);
+        std::string_view const sNumber = std::string_view(sRest).substr(sRest.starts_with(".old") ? 4
+                                                                        : sRest.starts_with(".")  ? 1
+                                                                                                  : 0);
+        return sNumber.find_first_not_of("0123456789") == sNumber.npos;
+    }
+
+    struct Archive_t
+    {
+        std::string sBytes;
+        bool bSave = false, bCache = false;
+        SaveCheck_t Save;
+        std::size_t nArchive = 0;   // bytes without a seal
+        std::uint32_t dwVersion = 0;
+        ArchiveScan_t Scan;
+    };
+
+    std::string StateText(FileSave_c::State_e eState)
+    {
+        constexpr char const * NAMES[] = { "sound", "absent", "unreadable", "damaged", "newer", "older" };
+        return NAMES[eState];
+    }
+
+    std::string KindText(Archive_t const & Archive)
+    {
+        return Archive.bCache ? "cache" : Archive.bSave ? "save" : "archive";
+    }
+
+    bool IsSound(Archive_t const & Archive)
+    {
+        return Archive.Scan.dProblems.empty() && (!Archive.bSave || Archive.Save.eState == FileSave_c::WHOLE);
+    }
+
+    void Analyse(
+        Archive_t & Archive, std::string const & sFile, ArchiveNames_c const & Names, Options_t const & Options)
+    {
+        std::string const & sBytes = Archive.sBytes;
+        Archive.nArchive = sBytes.size();
+        if (sBytes.size() >= WORD)
+        {
+            Archive.dwVersion = ReadAs<std::uint32_t>(sBytes, 0);
+        }
+        Archive.Save = SaveCheck(reinterpret_cast<unsigned char const *>(sBytes.data()), sBytes.size(),
+            Options.Reads.value_or(Archive.dwVersion));
+        Archive.bSave = Archive.Save.bMark || Archive.Save.bChecksum || HasSaveName(sFile);
+        if (Archive.Save.bMark)
+        {
+            Archive.nArchive -= SAVE_SEAL_SIZE;
+        }
+        else if (Archive.Save.bChecksum)
+        {
+            Archive.nArchive -= WORD;
+        }
+        std::string_view const sArchive = std::string_view(sBytes).substr(0, Archive.nArchive);
+        Archive.bCache = !Archive.bSave && IsCache(sArchive);
+        if (sArchive.size() < WORD)
+        {
+            Archive.Scan.dProblems.push_back({ sArchive.size(), "the archive ends before its version" });
+        }
+        else if (!Archive.bCache)
+        {
+            Archive.Scan = ScanArchive(sArchive, Names);
+        }
+    }
+
+    std::string Identifier(std::int64_t iObject)
+    {
+        return iObject == -1 ? "null" : "#" + std::to_string(iObject);
+    }
+
+    // Returns what a part is, without its indentation.
+    std::string Describe(ArchivePart_t const & Part)
+    {
+        std::string const sQuoted = "\"" + Printable(Part.sName) + "\"";
+        switch (Part.eKind)
+        {
+        case ArchivePart_e::Label:
+            return "label " + sQuoted;
+        case ArchivePart_e::Chunk:
+            return "chunk " + (Part.sName.empty() ? Hex(Part.dwName) : sQuoted) + ", " + std::to_string(Part.iValue)
+                   + " bytes";
+        case ArchivePart_e::Text:
+            return "text " + sQuoted;
+        case ArchivePart_e::Pass:
+            return "object graph";
+        case ArchivePart_e::Statics:
+            return "static objects: " + std::to_string(Part.iValue);
+        case ArchivePart_e::Object:
+            return "object " + Identifier(Part.iValue) + " of class " + sQuoted;
+        case ArchivePart_e::ObjectEnd:
+            return "end of " + sQuoted;
+        case ArchivePart_e::Pointer:
+            return "pointer " + Identifier(Part.iValue);
+        case ArchivePart_e::Registered:
+            return "address " + Identifier(Part.iValue);
+        default:
+            return "";
+        }
+    }
+
+    void AppendHead(std::string & sOut, std::size_t nAt, int nDepth)
+    {
+        char szOffset[24];
+        std::snprintf(szOffset, sizeof szOffset, "%08zX  ", nAt);
+        constexpr int MOST_INDENT = 32;
+        sOut.append(szOffset).append(static_cast<std::size_t>(std::min(nDepth, MOST_INDENT)) * 2, ' ');
+    }
+
+    // Appends bytes as lines of hexadecimal digits and characters.
+    void AppendDump(std::string & sOut, std::string_view sBytes, std::size_t nAt, int nDepth)
+    {
+        constexpr std::size_t LINE = 16;
+        constexpr char DIGITS[] = "0123456789ABCDEF";
+        for (; !sBytes.empty(); sBytes.remove_prefix(std::min(LINE, sBytes.size())), nAt += LINE)
+        {
+            AppendHead(sOut, nAt, nDepth);
+            std::string sCharacters;
+            for (std::size_t i = 0; i < LINE; ++i)
+            {
+                if (i >= sBytes.size())
+                {
+                    sOut += "   ";
+                    continue;
+                }
+                auto const cByte = static_cast<unsigned char>(sBytes[i]);
+                sOut += DIGITS[cByte >> 4];
+                sOut += DIGITS[cByte & 0xF];
+                sOut += ' ';
+                sCharacters += cByte >= ' ' && cByte < 0x7F ? sBytes[i] : '.';
+            }
+            sOut += ' ' + sCharacters + '\n';
+        }
+    }
+
+    class Viewer_c
+    {
+    public:
+        explicit Viewer_c(Options_t const & Options)
+            : m_Options(Options)
+        {}
+
+        int Run()
+        {
+            if (!m_Options.sNames.empty() && !ReadNames())
+            {
+                return EXIT_FOUND;
+            }
+            bool bSound = true;
+            for (std::string const & sFile : m_Options.dFiles)
+            {
+                Archive_t Archive;
+                if (std::string const sWhyNot = ReadInput(sFile, Archive.sBytes); !sWhyNot.empty())
+                {
+                    PrintProblem(sFile, sWhyNot);
+                    m_Files.push_back(
+                        { { "file", sFile }, { "problems", { { { "offset", 0 }, { "text", sWhyNot } } } } });
+                    bSound = false;
+                    continue;
+                }
+                Analyse(Archive, sFile, m_Names, m_Options);
+                bSound = IsSound(Archive) && bSound;
+                if (m_Options.bJson)
+                {
+                    m_Files.push_back(JsonOf(sFile, Archive));
+                }
+                else
+                {
+                    Show(sFile, Archive);
+                }
+            }
+            if (m_Options.bJson)
+            {
+                PrintJson({ { "files", m_Files } });
+            }
+            return bSound ? EXIT_DONE : EXIT_FOUND;
+        }
+
+    private:
+        // Reads a list of names, one a line. A line that begins with # is a comment.
+        bool ReadNames()
+        {
+            std::string sBytes;
+            if (std::string const sWhyNot = ReadInput(m_Options.sNames, sBytes); !sWhyNot.empty())
+            {
+                PrintProblem(m_Options.sNames, sWhyNot);
+                return false;
+            }
+            std::istringstream Lines(sBytes);
+            for (std::string sLine; std::getline(Lines, sLine);)
+            {
+                sLine.erase(sLine.find_last_not_of(" \t\r") + 1);
+                sLine.erase(0, sLine.find_first_not_of(" \t"));
+                if (!sLine.empty() && sLine[0] != '#')
+                {
+                    m_Names.Add(sLine);
+                }
+            }
+            return true;
+        }
+
+        void Show(std::string const & sFile, Archive_t const & Archive)
+        {
+            std::size_t const nBytes = Archive.sBytes.size();
+            std::printf("%s: %s, %zu bytes, version %s", Printable(sFile).c_str(), KindText(Archive).c_str(), nBytes,
+                VersionText(Archive.dwVersion).c_str());
+            if (Archive.bSave)
+            {
+                bool const bWhole = Archive.Save.eState == FileSave_c::WHOLE;
+                std::printf(
+                    ": %s", Painted(StateText(Archive.Save.eState), bWhole ? Colour_e::Good : Colour_e::Bad).c_str());
+            }
+            std::puts("");
+            if (Archive.bCache)
+            {
+                std::printf("This is a cache of the file system: zqtool cache %s\n", Printable(sFile).c_str());
+            }
+            std::string sOut;
+            for (ArchivePart_t const & Part : Archive.Scan.dParts)
+            {
+                Append(sOut, Part, Archive.sBytes);
+                if (sOut.size() > 1 << 20)
+                {
+                    std::fwrite(sOut.data(), 1, sOut.size(), stdout);
+                    sOut.clear();
+                }
+            }
+            std::fwrite(sOut.data(), 1, sOut.size(), stdout);
+            ShowSeal(Archive);
+            ShowProblems(sFile, Archive);
+        }
+
+        void Append(std::string & sOut, ArchivePart_t const & Part, std::string_view sBytes) const
+        {
+            if (Part.eKind != ArchivePart_e::Bytes)
+            {
+                AppendHead(sOut, Part.nAt, Part.nDepth);
+                sOut += Describe(Part) + '\n';
+                return;
+            }
+            std::size_t const nShown = m_Options.bRaw ? Part.nBytes : std::min(Part.nBytes, SHOWN_BYTES);
+            AppendDump(sOut, sBytes.substr(Part.nAt, nShown), Part.nAt, Part.nDepth);
+            if (nShown < Part.nBytes)
+            {
+                AppendHead(sOut, Part.nAt + nShown, Part.nDepth);
+                sOut += std::to_string(Part.nBytes - nShown) + " more bytes (--raw)\n";
+            }
+        }
+
+        static void ShowSeal(Archive_t const & Archive)
+        {
+            if (!Archive.bSave || !Archive.Save.bMark)
+            {
+                return;
+            }
+            std::string const & sBytes = Archive.sBytes;
+            auto const nLength = ReadAs<std::uint64_t>(sBytes, Archive.nArchive + WORD);
+            auto const dwCrc = ReadAs<std::uint32_t>(sBytes, sBytes.size() - WORD);
+            auto const dwFound = GetCrc32Polynomial(sBytes.data(), static_cast<int>(sBytes.size() - WORD));
+            std::printf("%08zX  seal, version %c, %" PRIu64 " bytes%s, CRC-32 %s%s\n", Archive.nArchive,
+                sBytes[Archive.nArchive + 3], nLength,
+                nLength == Archive.nArchive ? "" : (" of " + std::to_string(Archive.nArchive)).c_str(),
+                Hex(dwCrc).c_str(), dwCrc == dwFound ? "" : (", found " + Hex(dwFound)).c_str());
+        }
+
+        static void ShowProblems(std::string const & sFile, Archive_t const & Archive)
+        {
+            for (ArchiveProblem_t const & Problem : Archive.Scan.dProblems)
+            {
+                char szOffset[32];
+                std::snprintf(szOffset, sizeof szOffset, "byte 0x%zX: ", Problem.nAt);
+                PrintProblem(sFile, szOffset + Problem.sText);
+            }
+            if (Archive.bSave && Archive.Save.eState != FileSave_c::WHOLE)
+            {
+                PrintProblem(sFile, StateText(Archive.Save.eState) + ": " + Archive.Save.sWhyNot.CStr());
+            }
+        }
+
+        Json_t JsonOf(std::string const & sFile, Archive_t const & Archive) const
+        {
+            Json_t Json = { { "file", sFile }, { "kind", KindText(Archive) }, { "bytes", Archive.sBytes.size() },
+                { "version", VersionText(Archive.dwVersion) } };
+            if (Archive.bSave)
+            {
+                Json["state"] = StateText(Archive.Save.eState);
+                Json["why_not"] = Archive.Save.sWhyNot.CStr();
+            }
+            Json_t Parts = Json_t::array(), Problems = Json_t::array();
+            for (ArchivePart_t const & Part : Archive.Scan.dParts)
+            {
+                Parts.push_back(JsonOf(Part, Archive.sBytes));
+            }
+            for (ArchiveProblem_t const & Problem : Archive.Scan.dProblems)
+            {
+                Problems.push_back({ { "offset", Problem.nAt }, { "text", Problem.sText } });
+            }
+            Json["parts"] = std::move(Parts);
+            Json["problems"] = std::move(Problems);
+            return Json;
+        }
+
+        Json_t JsonOf(ArchivePart_t const & Part, std::string_view sBytes) const
+        {
+            constexpr char const * KINDS[] = { "bytes", "label", "chunk", "text", "graph", "statics", "object",
+                "object_end", "pointer", "address" };
+            Json_t Json;   // an initializer list copies each value, and there may be very many parts
+            Json["offset"] = Part.nAt;
+            Json["bytes"] = Part.nBytes;
+            Json["depth"] = Part.nDepth;
+            Json["kind"] = KINDS[static_cast<int>(Part.eKind)];
+            switch (Part.eKind)
+            {
+            case ArchivePart_e::Bytes:
+                Json["hex"] =
+                    HexOf(sBytes.substr(Part.nAt, m_Options.bRaw ? Part.nBytes : std::min(Part.nBytes, SHOWN_BYTES)));
+                break;
+            case ArchivePart_e::Chunk:
+                Json["name"] = Part.sName.empty() ? Json_t() : Json_t(std::string(Part.sName));
+                Json["crc"] = Part.dwName;
+                Json["payload"] = Part.iValue;
+                break;
+            case ArchivePart_e::Statics:
+                Json["count"] = Part.iValue;
+                break;
+            case ArchivePart_e::Text:
+                Json["text"] = std::string(Part.sName);
+                break;
+            case ArchivePart_e::Label:
+            case ArchivePart_e::ObjectEnd:
+                Json["name"] = std::string(Part.sName);
+                break;
+            case ArchivePart_e::Object:
+                Json["name"] = std::string(Part.sName);
+                [[fallthrough]];
+            case ArchivePart_e::Pointer:
+            case ArchivePart_e::Registered:
+                Json["identifier"] = Part.iValue;
+                break;
+            default:
+                break;
+            }
+            return Json;
+        }
+
+        static std::string HexOf(std::string_view sBytes)
+        {
+            constexpr char DIGITS[] = "0123456789ABCDEF";
+            std::string sHex;
+            for (char const c : sBytes)
+            {
+                sHex += DIGITS[static_cast<unsigned char>(c) >> 4];
+                sHex += DIGITS[static_cast<unsigned char>(c) & 0xF];
+            }
+            return sHex;
+        }
+
+        Options_t const & m_Options;
+        ArchiveNames_c m_Names;
+        Json_t m_Files = Json_t::array();
+    };
+
+    // Reads "2.29". Returns what is wrong with it.
+    std::string ReadVersion(std::string const & sText, std::uint32_t & dwVersion)
+    {
+        unsigned nMajor = 0, nMinor = 0;
+        char c;
+        bool const bGood =
+            std::sscanf(sText.c_str(), "%5u.%5u%c", &nMajor, &nMinor, &c) == 2 && nMajor <= 0xFFFF && nMinor <= 0xFFFF;
+        dwVersion = nMajor << 16 | (nMinor & 0xFFFF);
+        return bGood ? "" : sText + " is not a version such as 2.29";
+    }
+}
+
+CommandRun_t PrepareArchive(CLI::App & App)
+{
+    auto const pOptions = std::make_shared<Options_t>();
+    App.add_option("FILE", pOptions->dFiles, "archives and saves")->type_name("")->required();
+    App.add_option(
+           "--names", pOptions->sNames, "names of chunks and labels, one a line; archives hold only their hashes")
+        ->type_name("FILE");
+    App.add_option("--reads", "newest version that the program reads, for the state of a save")
+        ->type_name("VERSION")
+        ->each([pOptions](std::string const & sText) { ReadVersion(sText, pOptions->Reads.emplace()); })
+        ->check(
+            [](std::string const & sText)
+            {
+                std::uint32_t dwIgnored = 0;
+                return ReadVersion(sText, dwIgnored);
+            });
+    App.add_flag("--raw", pOptions->bRaw, "print all bytes that are not recognised, not the first 64 of each part");
+    App.add_flag("--json", pOptions->bJson, "print one JSON document");
+    App.footer("Example: zqtool archive --names names.txt saves/one.sav");
+    return [pOptions] { return Viewer_c(*pOptions).Run(); };
+}

@@ -1,0 +1,350 @@
+#include "tools/zqtool/archivescan.h"
+
+#include "tools/zqtool/text.h"
+#include "zqcore/ccrc.h"
+#include "zqcore/cserializer.h"
+
+#include <cstring>
+#include <limits>
+
+namespace
+{
+    constexpr std::size_t WORD = 4;
+    constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that was not ended
+    constexpr std::int32_t LEAST_TEXT = 3;             // shorter ones look like numbers
+    constexpr std::int32_t MOST_TEXT = 0xFFFFFF;       // so that a length is not printable, and no text is tested twice
+    constexpr std::size_t MOST_PROBLEMS = 1000;        // later ones tell nothing new
+
+    // Labels of object graphs.
+    constexpr std::uint32_t PASS = Serializeable_c::LabelCalc("Serializer_c"),
+                            OBJECT_BEGIN = Serializeable_c::LabelCalc("composite object begin"),
+                            OBJECT_END = Serializeable_c::LabelCalc("composite object end"),
+                            POINTER = Serializeable_c::LabelCalc("just a pointer"),
+                            REGISTERED = Serializeable_c::LabelCalc("Registered pointer");
+
+    bool IsIdentifier(std::int32_t iObject)
+    {
+        return iObject >= -1 && iObject < Serializer_c::HASH_SIZE;
+    }
+
+    class Scan_c
+    {
+    public:
+        Scan_c(std::string_view sArchive, ArchiveNames_c const & Names)
+            : m_sArchive(sArchive)
+            , m_Names(Names)
+        {}
+
+        ArchiveScan_t Run()
+        {
+            FindChain();
+            Scan(WORD, m_sArchive.size());
+            return std::move(m_Result);
+        }
+
+    private:
+        std::uint32_t Word(std::size_t nAt) const
+        {
+            std::uint32_t dwWord;
+            std::memcpy(&dwWord, m_sArchive.data() + nAt, WORD);
+            return dwWord;
+        }
+        std::int32_t Int(std::size_t nAt) const { return static_cast<std::int32_t>(Word(nAt)); }
+
+        void Complain(std::size_t nAt, std::string sText)
+        {
+            if (m_Result.dProblems.size() < MOST_PROBLEMS)
+            {
+                m_Result.dProblems.push_back({ nAt, std::move(sText) });
+            }
+        }
+
+        // Returns the end of a chunk by its length, or 0 if there is no chunk or it does not end in the archive.
+        std::size_t EndOfChunk(std::size_t nAt) const
+        {
+            if (m_sArchive.size() - nAt < 2 * WORD)
+            {
+                return 0;
+            }
+            std::uint32_t const nLength = Word(nAt + WORD);
+            return nLength >= WORD && nLength <= m_sArchive.size() - nAt - WORD ? nAt + WORD + nLength : 0;
+        }
+
+        // Finds the chunks without known names: those that follow one another from the version word to the end. The
+        // last one may be unfinished.
+        void FindChain()
+        {
+            std::size_t nAt = WORD;
+            std::size_t nChunks = 0;
+            while (nAt < m_sArchive.size() && EndOfChunk(nAt) != 0)
+            {
+                nAt = EndOfChunk(nAt);
+                ++nChunks;
+            }
+            bool const bUnfinished =
+                nChunks > 0 && m_sArchive.size() - nAt >= 2 * WORD && Word(nAt + WORD) == UNFINISHED;
+            if (nChunks > 0 && (nAt == m_sArchive.size() || bUnfinished))
+            {
+                m_nChainEnd = bUnfinished ? nAt + 1 : nAt;
+            }
+        }
+
+        // Scans a stretch: the archive or the payload of a chunk.
+        void Scan(std::size_t nFrom, std::size_t nTo)
+        {
+            std::vector<ArchivePart_t> dOuter = std::exchange(m_dOpen, {});
+            std::size_t const nRun = std::exchange(m_nRun, nFrom);
+            for (std::size_t nAt = nFrom; nAt < nTo;)
+            {
+                std::size_t const nNext = nTo - nAt >= WORD ? Step(nAt, nTo) : nAt;
+                nAt = nNext > nAt ? nNext : nAt + 1;
+            }
+            AddRun(nTo);
+            for (ArchivePart_t const & Object : m_dOpen)
+            {
+                Complain(Object.nAt, "object \"" + std::string(Object.sName) + "\" does not end");
+            }
+            m_dOpen = std::move(dOuter);
+            m_nRun = nRun;
+        }
+
+        int Depth() const { return m_bInChunk + static_cast<int>(m_dOpen.size()); }
+
+        // Adds the bytes before a part that was recognised.
+        void AddRun(std::size_t nTo)
+        {
+            if (m_nRun < nTo)
+            {
+                m_Result.dParts.push_back({ ArchivePart_e::Bytes, m_nRun, nTo - m_nRun, Depth() });
+            }
+            m_nRun = nTo;
+        }
+
+        // Adds a part and returns its end.
+        std::size_t Add(ArchivePart_t Part)
+        {
+            AddRun(Part.nAt);
+            Part.nDepth = Depth();
+            m_Result.dParts.push_back(Part);
+            return m_nRun = Part.nAt + Part.nBytes;
+        }
+
+        // Adds the part at a place. Returns its end, or nAt if nothing is recognised there.
+        std::size_t Step(std::size_t nAt, std::size_t nTo)
+        {
+            std::uint32_t const dwWord = Word(nAt);
+            bool const bInChain = !m_bInChunk && nAt == m_nChain && nAt < m_nChainEnd;
+            if (!bInChain && !m_Names.MayKnow(dwWord))
+            {
+                return Text(nAt, nTo);
+            }
+            if (std::string const * const pChunk = m_Names.Chunk(dwWord); pChunk || bInChain)
+            {
+                return Chunk(nAt, nTo, pChunk);
+            }
+            switch (dwWord)
+            {
+            case PASS:
+                return Pass(nAt, nTo);
+            case OBJECT_BEGIN:
+                return Object(nAt, nTo);
+            case OBJECT_END:
+                return ObjectEnd(nAt);
+            case POINTER:
+                return AddWithIdentifier({ ArchivePart_e::Pointer, nAt, WORD });
+            case REGISTERED:
+                return Registered(nAt, nTo);
+            default:
+                break;
+            }
+            if (std::string const * const pLabel = m_Names.Label(dwWord))
+            {
+                return Add({ ArchivePart_e::Label, nAt, WORD, 0, *pLabel });
+            }
+            return Text(nAt, nTo);
+        }
+
+        std::size_t Chunk(std::size_t nAt, std::size_t nTo, std::string const * pName)
+        {
+            std::string const sName = pName ? "chunk \"" + *pName + "\"" : "this chunk";
+            if (nTo - nAt < 2 * WORD)
+            {
+                Complain(nAt, sName + " has no length");
+                return nAt;
+            }
+            if (m_bInChunk)
+            {
+                Complain(nAt, sName + " begins in another chunk");
+                return nAt;
+            }
+            std::size_t const nPayload = nAt + 2 * WORD;
+            std::uint32_t const nLength = Word(nAt + WORD);
+            std::size_t nEnd = EndOfChunk(nAt);
+            if (nEnd == 0)
+            {
+                std::size_t const nLeft = nTo - nPayload;
+                Complain(nAt + WORD, nLength == UNFINISHED ? sName + " was never finished"
+                                     : nLength < WORD      ? sName + " has a length below 4"
+                                                      : sName + " has " + std::to_string(nLength - WORD) + " bytes, "
+                                                            + std::to_string(nLeft) + " are left");
+                nEnd = nLength < WORD ? nPayload : nTo;
+            }
+            ArchivePart_t Part = { ArchivePart_e::Chunk, nAt, 2 * WORD };
+            Part.sName = pName ? std::string_view(*pName) : std::string_view();
+            Part.iValue = static_cast<std::int64_t>(nEnd - nPayload);
+            Part.dwName = Word(nAt);
+            Add(Part);
+            m_bInChunk = true;
+            Scan(nPayload, nEnd);
+            m_bInChunk = false;
+            m_nChain = nEnd;
+            return m_nRun = nEnd;
+        }
+
+        // Adds a record whose identifier precedes the label, which is at Part.nAt. Without one it is data.
+        std::size_t AddWithIdentifier(ArchivePart_t Part)
+        {
+            std::size_t const nEnd = Part.nAt + Part.nBytes;
+            if (Part.nAt < m_nRun + WORD)
+            {
+                Complain(Part.nAt, "no identifier precedes this label of an object graph");
+                return nEnd;
+            }
+            Part.nAt -= WORD;
+            Part.nBytes += WORD;
+            CheckIdentifier(Part.nAt);
+            Part.iValue = Int(Part.nAt);
+            return Add(Part);
+        }
+
+        void CheckIdentifier(std::size_t nAt)
+        {
+            if (!IsIdentifier(Int(nAt)))
+            {
+                Complain(nAt, "identifier " + std::to_string(Int(nAt)) + " is out of range");
+            }
+        }
+
+        // Adds the beginning of a pass. Its static objects are recognised if all identifiers are in their range.
+        std::size_t Pass(std::size_t nAt, std::size_t nTo)
+        {
+            std::size_t const nCount = Add({ ArchivePart_e::Pass, nAt, WORD });
+            std::int32_t const nStatics = nTo - nCount >= WORD ? Int(nCount) : 0;
+            if (nStatics <= 0 || nStatics >= Serializer_c::MAX_STATIC_POINTERS
+                || (nTo - nCount) / WORD <= static_cast<std::size_t>(nStatics))
+            {
+                return nCount;
+            }
+            std::size_t const nBytes = (static_cast<std::size_t>(nStatics) + 1) * WORD;
+            for (std::size_t nObject = nCount + WORD; nObject < nCount + nBytes; nObject += WORD)
+            {
+                if (!IsIdentifier(Int(nObject)))
+                {
+                    return nCount;   // contents of a static object, or no static objects
+                }
+            }
+            ArchivePart_t Part = { ArchivePart_e::Statics, nCount, nBytes };
+            Part.iValue = nStatics;
+            return Add(Part);
+        }
+
+        std::size_t Object(std::size_t nAt, std::size_t nTo)
+        {
+            constexpr std::int32_t NAME_SIZE = 32;
+            std::size_t const nName = nAt + WORD;
+            std::int32_t const nLength = nTo - nName >= WORD ? Int(nName) : -1;
+            if (nLength < 0 || nLength >= NAME_SIZE || nTo - nName - WORD <= static_cast<std::size_t>(nLength))
+            {
+                Complain(nName, "no name of a class is here");
+                return nName;
+            }
+            auto const nText = static_cast<std::size_t>(nLength);
+            ArchivePart_t Part = { ArchivePart_e::Object, nAt, 2 * WORD + nText + 1 };
+            Part.sName = m_sArchive.substr(nName + WORD, nText);
+            std::size_t const nEnd = AddWithIdentifier(Part);
+            m_dOpen.push_back(Part);
+            return nEnd;
+        }
+
+        std::size_t ObjectEnd(std::size_t nAt)
+        {
+            AddRun(nAt);
+            if (m_dOpen.empty())
+            {
+                Complain(nAt, "an object ends that did not begin");
+                return Add({ ArchivePart_e::ObjectEnd, nAt, WORD });
+            }
+            std::string_view const sName = m_dOpen.back().sName;
+            m_dOpen.pop_back();
+            return Add({ ArchivePart_e::ObjectEnd, nAt, WORD, 0, sName });
+        }
+
+        std::size_t Registered(std::size_t nAt, std::size_t nTo)
+        {
+            if (nTo - nAt < 2 * WORD)
+            {
+                Complain(nAt, "no identifier follows this label of an object graph");
+                return nAt + WORD;
+            }
+            CheckIdentifier(nAt + WORD);
+            ArchivePart_t Part = { ArchivePart_e::Registered, nAt, 2 * WORD };
+            Part.iValue = Int(nAt + WORD);
+            return Add(Part);
+        }
+
+        std::size_t Text(std::size_t nAt, std::size_t nTo)
+        {
+            std::int32_t const nLength = Int(nAt);
+            auto const nText = static_cast<std::size_t>(nLength);
+            if (nLength < LEAST_TEXT || nLength > MOST_TEXT || nTo - nAt - WORD <= nText
+                || m_sArchive[nAt + WORD + nText] != '\0')
+            {
+                return nAt;
+            }
+            std::string_view const sText = m_sArchive.substr(nAt + WORD, nText);
+            for (char const c : sText)
+            {
+                if (static_cast<unsigned char>(c) < ' ' && c != '\n' && c != '\r' && c != '\t')
+                {
+                    return nAt;
+                }
+            }
+            if (PrintableLine(sText).find("\xEF\xBF\xBD") != std::string::npos && sText.find('\n') == sText.npos)
+            {
+                return nAt;   // no UTF-8
+            }
+            return Add({ ArchivePart_e::Text, nAt, WORD + nText + 1, 0, sText });
+        }
+
+        std::string_view const m_sArchive;
+        ArchiveNames_c const & m_Names;
+        ArchiveScan_t m_Result;
+        std::vector<ArchivePart_t> m_dOpen;   // objects of the stretch that have not ended
+        std::size_t m_nRun = 0;               // start of the bytes that are not recognised
+        std::size_t m_nChain = WORD;          // where the next chunk of the chain begins, if before m_nChainEnd
+        std::size_t m_nChainEnd = 0;
+        bool m_bInChunk = false;
+    };
+}
+
+ArchiveNames_c::ArchiveNames_c()
+{
+    for (std::uint32_t const dwLabel : { PASS, OBJECT_BEGIN, OBJECT_END, POINTER, REGISTERED })
+    {
+        m_dKnown.set(dwLabel & 0xFFFF);
+    }
+}
+
+void ArchiveNames_c::Add(std::string const & sName)
+{
+    std::uint32_t const dwLabel = Serializeable_c::LabelCalc(sName.c_str());
+    std::uint32_t const dwChunk = GetCrc32Polynomial(sName.c_str(), static_cast<int>(sName.size()));
+    m_dLabels.emplace(dwLabel, sName);
+    m_dChunks.emplace(dwChunk, sName);
+    m_dKnown.set(dwLabel & 0xFFFF).set(dwChunk & 0xFFFF);
+}
+
+ArchiveScan_t ScanArchive(std::string_view sArchive, ArchiveNames_c const & Names)
+{
+    return Scan_c(sArchive, Names).Run();
+}

@@ -1,0 +1,85 @@
+// archivescan.h: the parts of an archive that can be recognised without the code that wrote it.
+#pragma once
+
+#include <bitset>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+enum class ArchivePart_e
+{
+    Bytes,   // not recognised
+    Label,   // of a name that is known
+    Chunk,   // its name and length; its contents follow
+    Text,
+    Pass,        // label that begins a pass of an object graph
+    Statics,     // count and identifiers of static objects
+    Object,      // identifier, label and class of an object's first reference
+    ObjectEnd,   // label after its contents
+    Pointer,     // a later reference
+    Registered   // the identifier of an address
+};
+
+/// A part of an archive. Views are of its bytes, or of the names.
+struct ArchivePart_t
+{
+    ArchivePart_e eKind = ArchivePart_e::Bytes;
+    std::size_t nAt = 0;           // from the start of the file
+    std::size_t nBytes = 0;        // of a chunk only its name and length
+    int nDepth = 0;                // chunks and objects that it is in
+    std::string_view sName = {};   // of a label, a chunk or a class, or the text
+    std::int64_t iValue = 0;       // a chunk's payload in bytes, a count of static objects, or an identifier
+    std::uint32_t dwName = 0;      // CRC-32 of a chunk's name
+};
+
+struct ArchiveProblem_t
+{
+    std::size_t nAt;
+    std::string sText;
+};
+
+/// Names of labels and chunks, by their values in archives.
+class ArchiveNames_c
+{
+public:
+    ArchiveNames_c();
+
+    /// Adds a name, as a label and as a chunk.
+    void Add(std::string const & sName);
+
+    /// Returns whether a word may be the value of a name or of a label of object graphs. False is certain.
+    bool MayKnow(std::uint32_t dwValue) const { return m_dKnown[dwValue & 0xFFFF]; }
+
+    /// Return the name of a label or of a chunk, or null.
+    std::string const * Label(std::uint32_t dwValue) const { return Find(m_dLabels, dwValue); }
+    std::string const * Chunk(std::uint32_t dwValue) const { return Find(m_dChunks, dwValue); }
+
+private:
+    using Names_t = std::unordered_map<std::uint32_t, std::string>;
+
+    static std::string const * Find(Names_t const & dNames, std::uint32_t dwValue)
+    {
+        auto const itName = dNames.find(dwValue);
+        return itName != dNames.end() ? &itName->second : nullptr;
+    }
+
+    Names_t m_dLabels, m_dChunks;
+    std::bitset<0x10000> m_dKnown;   // by the low half of the value: most words of an archive are none
+};
+
+struct ArchiveScan_t
+{
+    std::vector<ArchivePart_t> dParts;   // in order, without gaps
+    std::vector<ArchiveProblem_t> dProblems;
+};
+
+/// Recognises the parts of an archive after its version word:
+/// - chunks of known names, and from the version word on those that follow one another to the end;
+/// - labels of known names, and those of object graphs with their records;
+/// - a text of 3 characters or more that are printable, with its length and its zero.
+///
+/// Reports a chunk that does not end in the archive or was not finished, one in another one, and an object that does
+/// not end, or ends without a beginning. sArchive must outlive the result.
+ArchiveScan_t ScanArchive(std::string_view sArchive, ArchiveNames_c const & Names);

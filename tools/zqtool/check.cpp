@@ -1,0 +1,258 @@
+// zqtool check: what the library's readers say about tables, spreadsheets, property lists and scripts.
+#include "tools/zqtool/checkschema.h"
+#include "tools/zqtool/columns.h"
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/input.h"
+#include "tools/zqtool/json.h"
+#include "tools/zqtool/terminal.h"
+
+#include "platform/terminal.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+
+namespace
+{
+    namespace fs = std::filesystem;
+
+    std::map<std::string, TextKind_e> const KINDS = { { "table", TextKind_e::Table },
+        { "spreadsheet", TextKind_e::Spreadsheet }, { "propertylist", TextKind_e::PropertyList },
+        { "script", TextKind_e::Script } };
+
+    struct Options_t
+    {
+        std::vector<std::string> dFiles;
+        std::string sSchema;
+        CheckOptions_t Check;
+        bool bJson = false;
+    };
+
+    std::string Counted(std::size_t n, std::string const & sWhat)
+    {
+        return std::to_string(n) + " " + sWhat + (n == 1 ? "" : "s");
+    }
+
+    class Checker_c
+    {
+    public:
+        explicit Checker_c(Options_t const & Options)
+            : m_Options(Options)
+            , m_Check(Options.Check)
+        {}
+
+        int Run()
+        {
+            if (!ReadSchemaFile())
+            {
+                return EXIT_FOUND;
+            }
+            for (std::string const & sName : m_Options.dFiles)
+            {
+                std::error_code Ignored;
+                if (fs::is_directory(sName, Ignored))
+                {
+                    CheckFolder(sName);
+                }
+                else
+                {
+                    CheckFile(sName, true);
+                }
+            }
+            if (m_Options.bJson)
+            {
+                PrintJson({ { "complaints", m_nComplaints }, { "files", m_Files } });
+            }
+            else if (m_nFiles != 1)
+            {
+                std::printf("%s, %s\n", Counted(m_nFiles, "file").c_str(), Counted(m_nComplaints, "complaint").c_str());
+            }
+            return m_nComplaints > 0 ? EXIT_FOUND : EXIT_DONE;
+        }
+
+    private:
+        // Reads the schema, if one is wanted. Prints what is wrong with it and returns false.
+        bool ReadSchemaFile()
+        {
+            if (m_Options.sSchema.empty())
+            {
+                return true;
+            }
+            std::string sBytes;
+            std::vector<Complaint_t> dComplaints;
+            if (std::string const sWhyNot = ReadInput(m_Options.sSchema, sBytes); !sWhyNot.empty())
+            {
+                dComplaints.push_back({ 0, 0, sWhyNot });
+            }
+            else
+            {
+                m_dSchema = ReadSchema(m_Options.sSchema, sBytes, dComplaints);
+            }
+            for (Complaint_t const & Complaint : dComplaints)
+            {
+                PrintProblem(m_Options.sSchema, Complaint.iLine, Complaint.iColumn, Complaint.sText);
+            }
+            return dComplaints.empty();
+        }
+
+        void CheckFolder(std::string const & sFolder)
+        {
+            std::vector<std::string> dFiles;
+            std::error_code Error;
+            fs::recursive_directory_iterator itEntry(sFolder, Error);
+            for (; !Error && itEntry != fs::end(itEntry); itEntry.increment(Error))
+            {
+                std::error_code Ignored;
+                std::string const sFile = itEntry->path().string();
+                if (HasTextEnding(sFile) && itEntry->is_regular_file(Ignored))
+                {
+                    dFiles.push_back(sFile);
+                }
+            }
+            std::sort(dFiles.begin(), dFiles.end());
+            for (std::string const & sFile : dFiles)
+            {
+                CheckFile(sFile, false);
+            }
+            if (Error)
+            {
+                CheckedText_t Checked;
+                Checked.dComplaints.push_back({ 0, 0, Error.message() });
+                Show(sFolder, Checked);
+            }
+        }
+
+        // Checks a file. One of a folder, whose name does not say what it is, is skipped.
+        void CheckFile(std::string const & sFile, bool bNamed)
+        {
+            CheckedText_t Checked;
+            std::string sBytes;
+            if (std::string const sWhyNot = ReadInput(sFile, sBytes); !sWhyNot.empty())
+            {
+                Checked.bWhole = false;
+                Checked.dComplaints.push_back({ 0, 0, sWhyNot });
+                Show(sFile, Checked);
+                return;
+            }
+            CheckOptions_t Options = m_Check;
+            if (Options.eKind == TextKind_e::None)
+            {
+                Options.eKind = Options.sHead.empty() ? TextKindOf(sFile, sBytes) : TextKind_e::Table;
+            }
+            if (!m_Options.sSchema.empty())
+            {
+                Options.pSchema = &m_dSchema;
+            }
+            if (bNamed || Options.eKind != TextKind_e::None)
+            {
+                Show(sFile, CheckText(sFile, std::move(sBytes), Options));
+            }
+        }
+
+        void Show(std::string const & sFile, CheckedText_t const & Checked)
+        {
+            ++m_nFiles;
+            m_nComplaints += Checked.dComplaints.size();
+            if (m_Options.bJson)
+            {
+                m_Files.push_back(JsonOf(sFile, Checked));
+                return;
+            }
+            for (Complaint_t const & Complaint : Checked.dComplaints)
+            {
+                PrintProblem(sFile, Complaint.iLine, Complaint.iColumn, Complaint.sText);
+            }
+            bool const bSound = Checked.dComplaints.empty();
+            std::string const sComplaints = bSound ? "no complaint" : Counted(Checked.dComplaints.size(), "complaint");
+            std::printf("%s: %s%s%s\n", Printable(sFile).c_str(), Contents(Checked).c_str(),
+                Painted(sComplaints, bSound ? Colour_e::Good : Colour_e::Bad).c_str(),
+                Checked.bWhole ? "" : "; the rest was not read");
+            if (m_Check.bRows)
+            {
+                auto const nWidth = static_cast<std::size_t>(plat::TerminalColumns());
+                std::fputs(AlignedColumns(Checked.dRows, nWidth).c_str(), stdout);
+            }
+        }
+
+        // Returns what a text holds, for the line before its complaints.
+        static std::string Contents(CheckedText_t const & Checked)
+        {
+            if (Checked.eKind == TextKind_e::None)
+            {
+                return "";
+            }
+            std::string sText = TextKindName(Checked.eKind);
+            if (Checked.bWhole)
+            {
+                bool const bScript = Checked.eKind == TextKind_e::Script;
+                sText += ", " + Counted(static_cast<std::size_t>(Checked.nRows), bScript ? "word" : "row");
+            }
+            if (!Checked.dColumns.empty())
+            {
+                sText += ", " + Counted(Checked.dColumns.size(), "column");
+            }
+            return sText + ": ";
+        }
+
+        Json_t JsonOf(std::string const & sFile, CheckedText_t const & Checked) const
+        {
+            Json_t Complaints = Json_t::array();
+            for (Complaint_t const & Complaint : Checked.dComplaints)
+            {
+                bool const bPlace = Complaint.iLine > 0;
+                Complaints.push_back({ { "line", bPlace ? Json_t(Complaint.iLine) : Json_t() },
+                    { "column", bPlace ? Json_t(Complaint.iColumn) : Json_t() }, { "text", Complaint.sText } });
+            }
+            Json_t Json = { { "file", sFile }, { "kind", TextKindName(Checked.eKind) }, { "whole", Checked.bWhole },
+                { "rows", Checked.nRows }, { "columns", Checked.dColumns }, { "complaints", Complaints } };
+            if (m_Check.bRows)
+            {
+                Json["cells"] = Checked.dRows;
+            }
+            return Json;
+        }
+
+        Options_t const & m_Options;
+        CheckOptions_t m_Check;
+        std::vector<SchemaColumn_t> m_dSchema;
+        std::size_t m_nFiles = 0, m_nComplaints = 0;
+        Json_t m_Files = Json_t::array();
+    };
+}
+
+CommandRun_t PrepareCheck(CLI::App & App)
+{
+    auto const pOptions = std::make_shared<Options_t>();
+    App.add_option("FILE", pOptions->dFiles,
+           "tables, spreadsheets, property lists and scripts, or folders with *.csv, *.txt, *.prp and *.scr")
+        ->type_name("")
+        ->required();
+    App.add_option_function<std::string>(
+           "--as", [pOptions](std::string const & sKind) { pOptions->Check.eKind = KINDS.at(sKind); },
+           "kind of the files; default: by their endings, and a table if a line begins with @head")
+        ->type_name("table|spreadsheet|propertylist|script")
+        ->check(CLI::IsMember({ "table", "spreadsheet", "propertylist", "script" }));
+    App.add_option("--schema", pOptions->sSchema,
+           "table of what the columns must be; its columns are type, least, most and required")
+        ->type_name("FILE");
+    App.add_option(
+           "--head", pOptions->Check.sHead, "names of the columns of a table without @head, with blanks between")
+        ->type_name("NAMES");
+    App.add_option("--separators", pOptions->Check.sSeparators, "characters between cells instead of the usual ones")
+        ->type_name("CHARS");
+    App.add_flag("--show", pOptions->Check.bRows, "print the cells in aligned columns");
+    App.add_flag("--json", pOptions->bJson, "print one JSON document");
+    App.footer("Example: zqtool check --schema units.schema media/units.csv");
+    App.parse_complete_callback(
+        [pOptions]
+        {
+            if (!pOptions->sSchema.empty() && pOptions->Check.eKind > TextKind_e::Spreadsheet)
+            {
+                throw CLI::ValidationError("--schema is for tables and spreadsheets");
+            }
+        });
+    return [pOptions] { return Checker_c(*pOptions).Run(); };
+}

@@ -1,0 +1,104 @@
+#include "tools/zqtool/checkreader.h"
+
+#include "zqcore/clog.h"
+#include "zqcore/cstring.h"
+#include "zqcore/ctexterror.h"
+#include "zqcore/ctexterror_internal.h"
+#include "zqcore/cwarehousescan.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+bool ReaderErrors_c::s_bListens = false;
+std::vector<Complaint_t> * ReaderErrors_c::s_pComplaints = nullptr;
+
+namespace
+{
+    bool EndsIn(std::string const & sFile, std::string_view sEnd)
+    {
+        return Lower(sFile).ends_with(sEnd);
+    }
+
+    bool HasHead(std::string const & sFile, std::string const & sBytes)
+    {
+        char const * pText = sBytes.data();
+        char const * const pEnd = pText + sBytes.size();
+        if (TextSkipMark(pText, pEnd))
+        {
+            return false;
+        }
+        WarehouseLine_c Line;
+        return WarehouseScan_t(
+            pText, static_cast<int>(pEnd - pText), 0, WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, sFile.c_str()))
+            .FindLine(WAREHOUSE_HEADER, &Line);
+    }
+}
+
+std::string Lower(std::string sText)
+{
+    std::transform(sText.begin(), sText.end(), sText.begin(), CharToLower);
+    return sText;
+}
+
+ReaderErrors_c::ReaderErrors_c(std::vector<Complaint_t> & dComplaints)
+{
+    if (!std::exchange(s_bListens, true))
+    {
+        LogAddCallback(&Listen);
+    }
+    SetTextErrorLog(true);
+    s_pComplaints = &dComplaints;
+}
+
+ReaderErrors_c::~ReaderErrors_c()
+{
+    SetTextErrorLog(false);
+    s_pComplaints = nullptr;
+}
+
+void ReaderErrors_c::Listen(char const * szLine)
+{
+    constexpr std::size_t LENGTH = sizeof CHECKED_KEY - 1;
+    if (!s_pComplaints || std::strncmp(szLine, CHECKED_KEY, LENGTH) != 0)
+    {
+        return;
+    }
+    Complaint_t Complaint;
+    int nHead = 0;
+    if (std::sscanf(szLine + LENGTH, "(%d,%d): %n", &Complaint.iLine, &Complaint.iColumn, &nHead) == 2
+        || std::strncmp(szLine + LENGTH, ": ", 2) == 0)
+    {
+        Complaint.sText = szLine + LENGTH + (nHead > 0 ? nHead : 2);
+        s_pComplaints->push_back(Complaint);
+    }
+}
+
+TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes)
+{
+    if (EndsIn(sFile, ".scr"))
+    {
+        return TextKind_e::Script;
+    }
+    if (EndsIn(sFile, ".prp"))
+    {
+        return TextKind_e::PropertyList;
+    }
+    if (HasHead(sFile, sBytes))
+    {
+        return TextKind_e::Table;
+    }
+    return EndsIn(sFile, ".csv") ? TextKind_e::Spreadsheet : TextKind_e::None;
+}
+
+bool HasTextEnding(std::string const & sFile)
+{
+    return EndsIn(sFile, ".csv") || EndsIn(sFile, ".txt") || EndsIn(sFile, ".prp") || EndsIn(sFile, ".scr");
+}
+
+char const * TextKindName(TextKind_e eKind)
+{
+    constexpr char const * NAMES[] = { "unknown", "table", "spreadsheet", "property list", "script" };
+    return NAMES[static_cast<int>(eKind)];
+}

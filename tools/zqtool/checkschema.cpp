@@ -1,0 +1,244 @@
+#include "tools/zqtool/checkschema.h"
+
+#include "tools/zqtool/textfile.h"
+
+#include <cstdio>
+#include <set>
+#include <type_traits>
+
+namespace
+{
+    constexpr char const * SCHEMA_KEY = "schema";
+
+    constexpr EnumName_T<SchemaType_e> TYPES[] = { { "int", SchemaType_e::Int }, { "float", SchemaType_e::Float },
+        { "bool", SchemaType_e::Bool }, { "text", SchemaType_e::Text }, { "pair", SchemaType_e::Pair } };
+    constexpr EnumName_T<bool> ANSWERS[] = { { "yes", true }, { "no", false } };
+
+    Complaint_t ComplaintOf(TextError_t const & Error)
+    {
+        return { Error.iLine, Error.iColumn, Error.sReason.CStr() };
+    }
+
+    std::string Quoted(std::string const & sText)
+    {
+        return "\"" + sText + "\"";
+    }
+
+    std::vector<std::string> SplitNames(std::string const & sType)
+    {
+        std::vector<std::string> dNames;
+        std::size_t nFrom = 0;
+        for (std::size_t nEnd = 0; nEnd != std::string::npos; nFrom = nEnd + 1)
+        {
+            nEnd = sType.find('|', nFrom);
+            if (nEnd != nFrom && nFrom < sType.size())
+            {
+                dNames.push_back(sType.substr(nFrom, nEnd - nFrom));
+            }
+        }
+        return dNames;
+    }
+
+    // Reader of the columns of a schema's current row. A hyphen is an empty cell.
+    class SchemaRow_c
+    {
+    public:
+        SchemaRow_c(Warehouse_c & Table, std::vector<Complaint_t> & dComplaints)
+            : m_Table(Table)
+            , m_dComplaints(dComplaints)
+        {}
+
+        SchemaColumn_t Read(std::string const & sName)
+        {
+            SchemaColumn_t Column;
+            Column.sName = sName;
+            std::string sType;
+            Note(m_Table.Get("type", sType));
+            if (sType.find('|') != std::string::npos)
+            {
+                Column.eType = SchemaType_e::Name;
+                Column.dNames = SplitNames(sType);
+            }
+            else if (m_Table.GetLength("type") >= 0)
+            {
+                Note(m_Table.Get("type", Column.eType, TYPES));
+            }
+            Column.Least = Limit("least");
+            Column.Most = Limit("most");
+            if (Has("required"))
+            {
+                Note(m_Table.Get("required", Column.bRequired, ANSWERS));
+            }
+            return Column;
+        }
+
+    private:
+        void Note(bool bRead)
+        {
+            if (!bRead)
+            {
+                m_dComplaints.push_back(ComplaintOf(m_Table.GetLastError()));
+            }
+        }
+
+        bool Has(char const * szColumn)
+        {
+            std::string sCell;
+            return m_Table.GetLength(szColumn) > 0 && m_Table.Get(szColumn, sCell) && sCell != "-";
+        }
+
+        std::optional<double> Limit(char const * szColumn)
+        {
+            if (!Has(szColumn))
+            {
+                return std::nullopt;
+            }
+            double fLimit = 0;
+            bool const bRead = m_Table.Get(szColumn, fLimit);
+            Note(bRead);
+            return bRead ? std::optional(fLimit) : std::nullopt;
+        }
+
+        Warehouse_c & m_Table;
+        std::vector<Complaint_t> & m_dComplaints;
+    };
+
+    std::string NumberText(double fNumber)
+    {
+        char szNumber[32];
+        std::snprintf(szNumber, sizeof szNumber, "%.15g", fNumber);
+        return szNumber;
+    }
+
+    // Returns why a number, or the length of a text, is outside the range.
+    std::string RangeViolation(SchemaColumn_t const & Column, double fValue)
+    {
+        bool const bBelow = Column.Least && fValue < *Column.Least;
+        if (!bBelow && !(Column.Most && fValue > *Column.Most))
+        {
+            return "";
+        }
+        std::string const sValue = (Column.eType == SchemaType_e::Text ? "a length of " : "") + NumberText(fValue);
+        return sValue + (bBelow ? " is below " : " is above ") + NumberText(bBelow ? *Column.Least : *Column.Most)
+               + " in column " + Quoted(Column.sName);
+    }
+
+    template <typename TABLE>
+    std::string LastReason(TABLE & Table)
+    {
+        return Table.GetLastError().sReason.CStr();
+    }
+
+    template <typename NUMBER, typename TABLE>
+    std::string NumberViolation(TABLE & Table, SchemaColumn_t const & Column)
+    {
+        NUMBER Number = 0;
+        return Table.Get(Column.sName.c_str(), Number) ? RangeViolation(Column, static_cast<double>(Number))
+                                                       : LastReason(Table);
+    }
+
+    template <typename TABLE>
+    std::string NameViolation(TABLE & Table, SchemaColumn_t const & Column)
+    {
+        std::vector<EnumName_T<int>> dNames;
+        for (std::string const & sName : Column.dNames)
+        {
+            dNames.push_back({ sName.c_str(), static_cast<int>(dNames.size()) });
+        }
+        int iName = 0;
+        return Table.Get(Column.sName.c_str(), iName, dNames) ? "" : LastReason(Table);
+    }
+
+    std::string PairViolation(Warehouse_c & Table, SchemaColumn_t const & Column, std::string const & sCell)
+    {
+        int iFirst = 0, iSecond = 0;
+        if (!Table.Get(Column.sName.c_str(), iFirst, iSecond))
+        {
+            return LastReason(Table);
+        }
+        std::size_t const nMinus = sCell.find('-');
+        if (nMinus == 0 || sCell.find_first_not_of("0123456789", nMinus + 1) != std::string::npos
+            || sCell.find_first_not_of("0123456789") != nMinus)
+        {
+            return Quoted(sCell) + " is read as " + std::to_string(iFirst) + " and " + std::to_string(iSecond)
+                   + " in column " + Quoted(Column.sName);
+        }
+        std::string const sFirst = RangeViolation(Column, iFirst);
+        return sFirst.empty() ? RangeViolation(Column, iSecond) : sFirst;
+    }
+
+    std::string BoolViolation(Warehouse_c & Table, SchemaColumn_t const & Column)
+    {
+        bool bValue = false;
+        return Table.Get(Column.sName.c_str(), bValue) ? "" : LastReason(Table);
+    }
+
+    std::string BoolViolation(Spreadsheet_c & Table, SchemaColumn_t const & Column)
+    {
+        return NumberViolation<std::int64_t>(Table, Column);
+    }
+
+    std::string PairViolation(Spreadsheet_c &, SchemaColumn_t const & Column, std::string const &)
+    {
+        return "the reader of spreadsheets has no pairs for column " + Quoted(Column.sName);
+    }
+
+    template <typename TABLE>
+    std::string Violation(TABLE & Table, SchemaColumn_t const & Column)
+    {
+        std::string sCell;
+        if (!Table.Get(Column.sName.c_str(), sCell))
+        {
+            return "";   // no such column
+        }
+        if (sCell.empty())
+        {
+            return Column.bRequired ? "there is no value in column " + Quoted(Column.sName) : "";
+        }
+        switch (Column.eType)
+        {
+        case SchemaType_e::Int:
+            return NumberViolation<std::int64_t>(Table, Column);
+        case SchemaType_e::Float:
+            return NumberViolation<double>(Table, Column);
+        case SchemaType_e::Bool:
+            return BoolViolation(Table, Column);
+        case SchemaType_e::Name:
+            return NameViolation(Table, Column);
+        case SchemaType_e::Pair:
+            return PairViolation(Table, Column, sCell);
+        default:
+            return RangeViolation(Column, static_cast<double>(sCell.size()));
+        }
+    }
+}
+
+std::vector<SchemaColumn_t> ReadSchema(
+    std::string const & sName, std::string const & sBytes, std::vector<Complaint_t> & dComplaints)
+{
+    std::vector<SchemaColumn_t> dColumns;
+    CheckOptions_t Options;
+    Options.eKind = TextKind_e::Table;
+    dComplaints = CheckText(sName, sBytes, Options).dComplaints;
+    TextFile_c const File(SCHEMA_KEY, sBytes);
+    Warehouse_c Table;
+    if (Table.Open(SCHEMA_KEY, WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, sName.c_str())))
+    {
+        std::string sColumn;
+        while (Table.NextIdent(sColumn))
+        {
+            dColumns.push_back(SchemaRow_c(Table, dComplaints).Read(sColumn));
+        }
+    }
+    return dColumns;
+}
+
+std::string SchemaViolation(Warehouse_c & Table, SchemaColumn_t const & Column)
+{
+    return Violation(Table, Column);
+}
+
+std::string SchemaViolation(Spreadsheet_c & Table, SchemaColumn_t const & Column)
+{
+    return Violation(Table, Column);
+}

@@ -1,0 +1,44 @@
+#include "tools/zqtool/input.h"
+
+#include "tools/zqtool/text.h"
+
+#include <climits>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+std::string ReadInput(std::string const & sFile, std::string & sBytes)
+{
+    std::error_code Error;
+    std::filesystem::file_status const Status = std::filesystem::status(sFile, Error);
+    if (!std::filesystem::exists(Status))
+    {
+        return "there is no such file";
+    }
+    if (!std::filesystem::is_regular_file(Status))
+    {
+        return "this is no regular file";   // to open a pipe could last for ever
+    }
+    std::uintmax_t const nBytes = std::filesystem::file_size(sFile, Error);
+    if (Error || nBytes > INT_MAX)
+    {
+        return Error ? Error.message() : "it is larger than 2 GiB";
+    }
+    sBytes.resize(static_cast<std::size_t>(nBytes));
+    std::ifstream Stream(sFile, std::ios::binary);
+    Stream.read(sBytes.data(), static_cast<std::streamsize>(sBytes.size()));
+    return Stream ? "" : "it can't be read";
+}
+
+void PrintProblem(std::string const & sFile, std::string const & sText)
+{
+    PrintProblem(sFile, 0, 0, sText);
+}
+
+void PrintProblem(std::string const & sFile, int iLine, int iColumn, std::string const & sText)
+{
+    std::fflush(stdout);
+    std::string const sPlace =
+        iLine > 0 ? "(" + std::to_string(iLine) + ", " + std::to_string(iColumn) + ")" : std::string();
+    std::fprintf(stderr, "%s%s: %s\n", Printable(sFile).c_str(), sPlace.c_str(), Printable(sText).c_str());
+}

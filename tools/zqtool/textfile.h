@@ -1,0 +1,23 @@
+// textfile.h: a file in memory that the library's readers open by a name.
+#pragma once
+
+#include "zqcore/cfile.h"
+
+#include <string>
+
+/// One object of a name at a time.
+class TextFile_c final : public File_c
+{
+public:
+    /// Registers the contents under a name in lower case.
+    TextFile_c(char const * szName, std::string sBytes);
+
+    void Refresh() override {}
+    bool Load(std::uint32_t, unsigned char *, std::uint32_t &) override { return false; }
+    FileStored_c * OpenStored() override { return nullptr; }
+    bool Open(void * pBuffer) override;
+    void Close() override { pData = nullptr; }
+
+private:
+    std::string m_sBytes;
+};
