@@ -1,0 +1,50 @@
+// loopback.h: answers short requests of programs on this machine.
+//
+// The server listens on the loopback address 127.0.0.1, which other machines can't reach. It belongs to one thread: no
+// call waits for a client. A connection carries one request and one answer.
+//
+// Limits: 16 connections. A further one replaces the oldest. A connection ends 10 seconds after it began if its request
+// is not complete, and 60 seconds after that if its answer was not read.
+//
+// Threads: one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace plat
+{
+    constexpr std::size_t LOOPBACK_MAX_REQUEST = 8192;   // bytes
+
+    /// Function that answers a request. It receives all that a client sent so far, at most LOOPBACK_MAX_REQUEST bytes.
+    /// It returns null if the request is not complete, and then is called again once there is more. At the limit null
+    /// ends the connection.
+    using LoopbackAnswer_t = std::function<std::shared_ptr<std::string const>(std::string_view sRequest)>;
+
+    class LoopbackServer_c
+    {
+    public:
+        LoopbackServer_c();
+        ~LoopbackServer_c();
+        LoopbackServer_c(LoopbackServer_c const &) = delete;
+        LoopbackServer_c & operator=(LoopbackServer_c const &) = delete;
+
+        /// Listens on a port; 0 picks a free one. Returns false on failure, and LastErrorText (process.h) has the
+        /// reason.
+        bool Open(int iPort);
+
+        /// Returns the port. Requires that Open succeeded.
+        int GetPort() const;
+
+        /// Waits up to nMilliseconds until a client connects, sends or reads, then does all that needs no waiting. May
+        /// return earlier.
+        void Serve(int nMilliseconds, LoopbackAnswer_t const & fnAnswer);
+
+    private:
+        struct State_s;
+        std::unique_ptr<State_s> m_pState;
+    };
+}
