@@ -21,6 +21,7 @@
 #include "zqcore/cfilesave.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
+#include "zqcore/cmemoryreport.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/ctexterror.h"
@@ -71,6 +72,21 @@ namespace
         ListenersAdd();
         SetTextErrorLog(true);   // reports the line to authors of tables
         SetAchtungs(false);      // media of all kinds occur: complaints are counted and reported at the end
+    }
+
+    // The library writes the list into the current folder.
+    void ListAllocations(std::string const & sFolder)
+    {
+        std::error_code Error;
+        std::filesystem::path const Current = std::filesystem::current_path(Error);
+        std::filesystem::current_path(sFolder, Error);
+        if (Error)
+        {
+            std::fprintf(stderr, "zqhost: no list of the live memory: %s\n", Error.message().c_str());
+            return;
+        }
+        MemoryLogAllocations();
+        std::filesystem::current_path(Current, Error);
     }
 
     void PrintHead(Options_s const & Options, std::string const & sMedia)
@@ -194,6 +210,10 @@ namespace
             return Fail(STATUS_MEDIA, std::string("no world can begin: ") + World.GetWhyEmpty());
         }
         int const iStatus = World.IsEmpty() ? PlayEmpty(Options, World, Survey) : Play(Options, World, Survey);
+        if (Options.bAllocations)
+        {
+            ListAllocations(Options.sLogFolder);
+        }
         ReportMemory();
         ReportComplaints(ListenersGetNotes());
         return iStatus;

@@ -51,6 +51,8 @@ namespace
             "after a folder has changed scans again" },
         { "--watch", &Options_s::bWatch,
             "          run until interrupted, without regard to --frames, and reload changed tables" },
+        { "--allocations", &Options_s::bAllocations,
+            "    list the live memory in allocations.csv in the log folder after the last frame" },
         { "--silent", &Options_s::bSilent,
             "         show no dialogs; a broken precondition then ends the run with its text and status 1" },
         { "--help", &Options_s::bHelp, "           this text" },
