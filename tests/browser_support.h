@@ -12,14 +12,15 @@ inline std::string FindBrowser()
 }
 
 /// Returns the document of a page after the page's script and then the given lines have run. sAfter follows the file's
-/// name in the address. Expects that the page says it is ready.
+/// name in the address. Expects that the page says it is ready. Of two options with one name the last one counts.
 inline std::string BrowserDocument(TempFolder_c const & Folder, std::string const & sPage,
-    std::string const & sScript = "", std::string const & sAfter = "")
+    std::string const & sScript = "", std::string const & sAfter = "", std::string const & sOptions = "")
 {
     std::string const sFile = Folder.Write("test.html", sPage + "<script>" + sScript + "</script>");
     Result_s const Result = RunShell(
-        "timeout 60 " + FindBrowser() + " --headless --no-sandbox --disable-gpu --window-size=1200,900 --user-data-dir="
-        + Folder.Join("profile") + " --virtual-time-budget=3000 --dump-dom 'file://" + sFile + sAfter + "' 2>&1");
+        "timeout 60 " + FindBrowser()
+        + " --headless --no-sandbox --disable-gpu --window-size=1200,900 --user-data-dir=" + Folder.Join("profile")
+        + " --virtual-time-budget=3000 --dump-dom " + sOptions + " 'file://" + sFile + sAfter + "' 2>&1");
     EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
     EXPECT_THAT(Result.sOutput, testing::HasSubstr("<html lang=\"en\" data-ready=\"1\""));
     return Result.sOutput;

@@ -333,8 +333,12 @@ TEST_F(ZqtoolCrash, ThePageFiltersItsGroups)
 filter.value = "evil>'\"::sink"; filter.dispatchEvent(new Event("input"));
 document.documentElement.dataset.seen = [groups.map((group) => group.hidden), shown.textContent,
     document.getElementById("evil"), groups[1].querySelector("details").open].join();
-)");
+groups.forEach((group) => { group.hidden = false; group.querySelector("details").open = true; });
+document.documentElement.dataset.fits = document.documentElement.scrollWidth <= innerWidth && innerWidth;
+)",
+        "", "--window-size=360,800");
     EXPECT_THAT(sDocument, HasSubstr("data-seen=\"false,true,1 of 2 groups,,false\""));
+    EXPECT_THAT(sDocument, HasSubstr("data-fits=\"360\""));
 }
 
 TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)

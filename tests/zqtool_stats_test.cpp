@@ -270,9 +270,9 @@ TEST_F(ZqtoolStatsBrowser, ThePageShowsTheFilesFigures)
     std::string const sFrame = Load("#frame=77"), sAverage = Load("#average");
     for (char const * szPart : { "data-timer=\"1\" data-ticks=\"20000\" data-calls=\"1\"",
              "data-timer=\"2\" data-ticks=\"19500\" data-calls=\"3\"",
-             "data-timer=\"3\" data-ticks=\"500\" data-calls=\"2\"", "aria-valuetext=\"frame 77: 20.00 ms\"",
-             "data-figure=\"worst\" data-ticks=\"20000\">20.00 ms", "<tr data-frame=\"77\">",
-             "data-ticks=\"1560\">1.5600</td><td data-ticks=\"19500\">19.5000</td>",
+             "data-timer=\"3\" data-ticks=\"500\" data-calls=\"2\"", "aria-valuetext=\"frame 77: 20.00&nbsp;ms\"",
+             "data-figure=\"worst\" data-ticks=\"20000\">20.00&nbsp;ms", "<tr data-frame=\"77\" role=\"row\">",
+             "data-ticks=\"1560\" data-head=\"average\" role=\"cell\">1.560&nbsp;ms</td><td data-ticks=\"19500\"",
              // The profiler's own figures of the hottest timer, "world": 1500 + 18000 / 149 on average.
              "data-average=\"1620\" data-max=\"19500\" data-last=\"1500\" data-max-ever=\"19500\" data-n-last=\"3\" "
              "data-n-at-max=\"3\" data-max-slot=\"77\"",
@@ -308,14 +308,22 @@ let drawn = 0;   // widths of the graph at which the one long frame shows half w
 for (let width = 150; width < 750; width += 6)
 {
     graph.style.width = width + "px";
-    showRange(0, nFrames);
-    const row = context.getImageData(MARGIN.left + 20, graph.height / 2, width, 1).data;
+    showAll();
+    const row = context.getImageData(margin.left + 20, graph.height / 2, width, 1).data;
     drawn += row.some((value, i) => i % 4 === 3 && value > 0);
 }
-document.documentElement.dataset.seen = seen.join("; ") + "; " + drawn;
+seen.push(drawn);
+const news = { ...data, frames: Array(150).fill(7), batches: [""] };   // as of a program that still runs
+takeNews({ ...news, first: 150, from: 300 });
+seen.push([data.first, data.frames.length, data.batches.length, state.from, state.to, timeOf(449)]);
+takeNews({ ...news, run: 2, first: 0, from: 0 });
+seen.push([data.first, data.frames.length, state.from, state.to]);
+document.documentElement.dataset.seen = seen.join("; ");
 )");
     EXPECT_THAT(sDocument,
-        HasSubstr("data-seen=\"299 0 300; 298 0 300; 148 0 300; 148 74 224; 148 0 300; 0 0 300; 0 0 300; frame 77: "
-                  "20.00 ms, most in world; 0 60 81; 77 60 81; 2; 2; frames 60 to 80, the time in world marked; 0; 1; "
-                  "100\""));
+        HasSubstr(
+            "data-seen=\"299 0 300; 298 0 300; 148 0 300; 148 74 224; 148 0 300; 0 0 300; 0 0 300; frame 77: "
+            "20.00&nbsp;ms, most in world; 0 60 81; 77 60 81; 2; 2; frames 60 to 80, cut at 6.000&nbsp;ms, the time "
+            "in world marked; 0; 1; "
+            "100; 150,300,2,150,450,7; 0,150,0,150\""));
 }

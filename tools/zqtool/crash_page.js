@@ -1,7 +1,5 @@
-"use strict";
 // Shows the groups that hold the text of the filter.
-const filter = document.getElementById("filter"), shown = document.getElementById("shown");
-const groups = [...document.getElementById("groups").children];
+const filter = $("filter"), shown = $("shown"), groups = [...$("groups").children];
 
 function showFiltered()
 {

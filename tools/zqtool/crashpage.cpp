@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <ostream>
 
-// Made by the build from crash_page.css and crash_page.js.
-extern char const CRASH_PAGE_CSS[], CRASH_PAGE_JS[];
+// Made by the build from crash_page.js.
+extern char const CRASH_PAGE_JS[];
 
 namespace
 {
@@ -194,8 +194,8 @@ namespace
 void WriteCrashPage(
     std::ostream & Stream, std::vector<CrashGroup_t> const & dGroups, std::vector<std::string> const & dFaults)
 {
-    Stream << PageHead("Crashes", CRASH_PAGE_CSS) << "<header>\n<h1>Crashes by cause</h1>\n<p>"
-           << Shown(FactsText(dGroups)) << "</p>\n</header>\n"
+    Stream << PageHead("Crashes") << "<header>\n<h1>Crashes by cause</h1>\n<p>" << Shown(FactsText(dGroups))
+           << "</p>\n</header>\n"
            << FaultsHtml(dFaults)
            << "<main>\n<section>\n<div class=\"bar\">\n<label for=\"filter\">Filter</label>\n"
               "<input type=\"search\" id=\"filter\" placeholder=\"function, file, version\">\n"
@@ -207,5 +207,5 @@ void WriteCrashPage(
     {
         Stream << GroupHtml(Group, dGroups[0].nCount, iGroup++ < MAX_SAMPLES);
     }
-    Stream << "</ol>\n</main>\n<script>\n" << CRASH_PAGE_JS << "</script>\n</body>\n</html>\n";
+    Stream << "</ol>\n</main>\n" << PageScripts({ CRASH_PAGE_JS }) << "</body>\n</html>\n";
 }

@@ -140,29 +140,6 @@ namespace
         PrintJson(Json);
     }
 
-    TreemapPart_t PartOf(GrowthRow_t const & Row)
-    {
-        Holding_t const & Holding = Row.Last();
-        return { Row.sName, std::to_string(Holding.nBytes) + " bytes in " + std::to_string(Holding.nBlocks) + " blocks",
-            Holding.nBytes };
-    }
-
-    void WritePage(std::ostream & Stream, AllocationReport_t const & Report)
-    {
-        std::span const dReports(&Report, 1);
-        std::vector<TreemapGroup_t> dGroups;
-        for (GrowthRow_t const & Category : GrowthBy(GroupBy_e::Category, dReports))
-        {
-            TreemapGroup_t & Group = dGroups.emplace_back();
-            Group.Whole = PartOf(Category);
-            for (GrowthRow_t const & Row : GrowthOfCategory(Category.sName, dReports))
-            {
-                Group.dParts.push_back(PartOf(Row));
-            }
-        }
-        Stream << TreemapPage("Live memory: " + PartOf(GrowthOfAll(dReports)).sNote, dGroups);
-    }
-
     // Adds a snapshot. Returns false if something is wrong with it. What could be read counts.
     bool Read(std::string const & sFile, Reports_t & dReports)
     {
@@ -200,7 +177,7 @@ namespace
         }
         if (Page.IsWanted())
         {
-            WritePage(Page.Get(), dReports.back());
+            WriteTreemapPage(Page.Get(), dReports);
             bSound = Page.Close() && bSound;
         }
         return bSound ? EXIT_DONE : EXIT_FOUND;
@@ -214,7 +191,8 @@ CommandRun_t PrepareMemory(CLI::App & App)
            "snapshots of MemoryLogAllocations: one is listed; of two the growth is; of more also what grows steadily")
         ->type_name("")
         ->required();
-    App.add_option("--html", pOptions->sPage, "write a treemap of the last snapshot as one page")->type_name("OUT");
+    App.add_option("--html", pOptions->sPage, "write a treemap of the last snapshot, or of the growth, as one page")
+        ->type_name("OUT");
     App.add_flag("--json", pOptions->bJson, "print one JSON document");
     App.footer("Example: zqtool memory --html map.html monday/allocations.csv tuesday/allocations.csv");
     return [pOptions] { return Run(*pOptions); };

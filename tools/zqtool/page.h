@@ -1,9 +1,20 @@
 // page.h: what all pages of zqtool have in common. A page is one file that loads nothing.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
-/// Returns the start of a page up to its body: the title, which is escaped, the rule that nothing is loaded, the shared
-/// look and then the page's own, a style sheet.
-std::string PageHead(std::string_view sTitle, std::string_view sOwnStyle);
+/// What a page may load. The first is the default: nothing at all.
+constexpr char PAGE_POLICY[] = "default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'";
+constexpr char LIVE_PAGE_POLICY[] =
+    "default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'; connect-src 'self'";
+
+/// Returns the start of a page up to its body: the title, which is escaped, the policy and the look of all pages.
+std::string PageHead(std::string_view sTitle, char const * szPolicy = PAGE_POLICY);
+
+/// Returns the scripts of a page, after the one that all pages share.
+std::string PageScripts(std::initializer_list<char const *> dScripts);
+
+/// Returns an element with data for the scripts. Requires JSON without '<'.
+std::string PageData(std::string_view sJson);

@@ -4,6 +4,7 @@
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
 #include "tools/zqtool/output.h"
+#include "tools/zqtool/statsfollow.h"
 #include "tools/zqtool/statslimits.h"
 #include "tools/zqtool/statsprint.h"
 #include "tools/zqtool/statstrace.h"
@@ -26,6 +27,8 @@ namespace
         std::vector<StatsLimit_t> dLimits;
         bool bJson = false;
         double fTicksPerSecond = 0;   // 0: that of this machine
+        bool bFollow = false;
+        StatsFollow_t Follow;
     };
 
     // Returns the rate of this machine's cycle counter, measured with its good clock for a twentieth of a second.
@@ -58,6 +61,7 @@ namespace
     private:
         void Take(StatsBatch_t const & Batch, bool bWhole);
         void Complain(std::uint64_t nOffset, std::string const & sText);
+        bool Read();
         void PrintProblems();
         bool FindTimers();
         bool CheckLimits(Json_t & Json);
@@ -185,6 +189,21 @@ namespace
         return bWritten;
     }
 
+    // Returns false, and prints why, if nothing can be read.
+    bool StatsRun_c::Read()
+    {
+        if (m_Options.bFollow)
+        {
+            StatsFollow_t Follow = m_Options.Follow;
+            Follow.sFile = m_Options.sFile;
+            return StatsFollow(Follow, m_Facts, m_Tree);
+        }
+        ReadStatsFile(
+            m_Stream, [this](StatsBatch_t const & Batch, bool bWhole) { Take(Batch, bWhole); },
+            [this](std::uint64_t nOffset, std::string const & sText) { Complain(nOffset, sText); });
+        return true;
+    }
+
     int StatsRun_c::Run()
     {
         m_Facts.sFile = Printable(std::filesystem::path(m_Options.sFile).filename().string());
@@ -194,9 +213,11 @@ namespace
         {
             m_Trace.emplace(m_TraceOut.Get(), m_Facts.fTicksPerSecond);
         }
-        bool const bSound = ReadStatsFile(
-            m_Stream, [this](StatsBatch_t const & Batch, bool bWhole) { Take(Batch, bWhole); },
-            [this](std::uint64_t nOffset, std::string const & sText) { Complain(nOffset, sText); });
+        if (!Read())
+        {
+            return EXIT_FOUND;
+        }
+        bool const bSound = m_Facts.dProblems.empty();
         if (!FindTimers())
         {
             return EXIT_USAGE;
@@ -241,6 +262,17 @@ CommandRun_t PrepareStats(CLI::App & App)
             });
     App.add_flag("--json", pOptions->bJson, "print one JSON document");
     App.footer("Example: zqtool stats --html game.html --fail-over frame.p99=20ms game.stats");
+    CLI::Option * const pFollow = App.add_flag("--follow", pOptions->bFollow,
+        "serve the page to browsers on this machine while the program runs; Ctrl-C ends, then the tree is printed");
+    App.add_option("--port", pOptions->Follow.iPort, "port for --follow; default: a free one")
+        ->type_name("N")
+        ->check(CLI::Range(1, 65535))
+        ->needs(pFollow);
+    App.add_option("--frames", pOptions->Follow.nMaxFrames, "end --follow after so many frames")
+        ->type_name("N")
+        ->check(CLI::Range(1, 2000000000))
+        ->needs(pFollow);
+    pFollow->excludes("--trace")->excludes("--html")->excludes("--json");
     App.parse_complete_callback(
         [pOptions]
         {

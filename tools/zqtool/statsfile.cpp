@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <istream>
+#include <fstream>
+#include <optional>
 
 namespace
 {
@@ -64,6 +65,9 @@ namespace
         bool ReadBatch(StatsBatch_t & Batch, bool & bWhole);
 
         bool IsSound() const { return m_bSound; }
+
+        // Returns the offset of the next batch.
+        std::uint64_t GetOffset() const { return m_nOffset; }
 
     private:
         std::size_t Read(std::size_t nBytes);
@@ -269,6 +273,90 @@ bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
         }
     }
     return Reader.IsSound();
+}
+
+struct StatsTail_c::State_s
+{
+    std::string ReadAt(std::uint64_t nOffset, std::size_t nBytes);
+    bool HoldsBatch(std::uint64_t nSize);
+
+    std::string sFile;
+    std::ifstream Stream;
+    std::string sHeader;
+    std::function<void(std::uint64_t, std::string const &)> fnComplain;
+    std::optional<StatsReader_c> Reader;   // none before the header was read
+    bool bDamaged = false;
+};
+
+StatsTail_c::StatsTail_c(std::string sFile)
+    : m_pState(std::make_unique<State_s>())
+{
+    m_pState->sFile = std::move(sFile);
+}
+StatsTail_c::~StatsTail_c() = default;
+
+std::string StatsTail_c::State_s::ReadAt(std::uint64_t nOffset, std::size_t nBytes)
+{
+    std::string sBytes(nBytes, '\0');
+    Stream.clear();
+    Stream.seekg(static_cast<std::streamoff>(nOffset));
+    Stream.read(sBytes.data(), static_cast<std::streamsize>(nBytes));
+    sBytes.resize(static_cast<std::size_t>(Stream.gcount()));
+    return sBytes;
+}
+
+// Returns whether the rest of a file of nSize bytes begins with a whole batch, or with a count that can't be right.
+bool StatsTail_c::State_s::HoldsBatch(std::uint64_t nSize)
+{
+    std::uint64_t const nOffset = Reader->GetOffset();
+    std::string const sCount = ReadAt(nOffset, COUNT_SIZE);
+    if (sCount.size() < COUNT_SIZE)
+    {
+        return false;
+    }
+    std::uint64_t const nRecords = Word(sCount.data());
+    return nRecords > STATS_MAX_TIMERS || nOffset + COUNT_SIZE + nRecords * RECORD_SIZE <= nSize;
+}
+
+// The file is opened each time: another one may have its name.
+StatsTail_e StatsTail_c::Read(
+    StatsBatch_t & Batch, std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain)
+{
+    State_s & State = *m_pState;
+    State.Stream.close();
+    State.Stream.clear();
+    State.Stream.open(State.sFile, std::ios::binary | std::ios::ate);
+    if (!State.Stream)
+    {
+        return StatsTail_e::Nothing;
+    }
+    auto const nSize = static_cast<std::uint64_t>(State.Stream.tellg());
+    std::string const sHeader = State.ReadAt(0, HEADER_SIZE);
+    if (State.Reader && (sHeader != State.sHeader || nSize < State.Reader->GetOffset()))
+    {
+        State.Reader.reset();
+        return StatsTail_e::Anew;
+    }
+    State.fnComplain = fnComplain;
+    if (!State.Reader)
+    {
+        if (sHeader.size() < HEADER_SIZE)
+        {
+            return StatsTail_e::Nothing;
+        }
+        State.sHeader = sHeader;
+        State.Reader.emplace(State.Stream, State.fnComplain);
+        State.Stream.seekg(0);
+        State.bDamaged = !State.Reader->ReadHeader();
+    }
+    if (!State.bDamaged && !State.HoldsBatch(nSize))
+    {
+        return StatsTail_e::Nothing;
+    }
+    bool bWhole = false;
+    State.Stream.seekg(static_cast<std::streamoff>(State.Reader->GetOffset()));
+    State.bDamaged = State.bDamaged || !State.Reader->ReadBatch(Batch, bWhole) || !bWhole;
+    return State.bDamaged ? StatsTail_e::Damaged : StatsTail_e::Batch;
 }
 
 double StatsFrameTime(StatsBatch_t const & Batch, std::size_t iSlot)

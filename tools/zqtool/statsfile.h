@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,30 @@ using StatsTake_t = std::function<void(StatsBatch_t const & Batch, bool bWhole)>
 /// after it. Returns whether there was no fault.
 bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
     std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain);
+
+enum class StatsTail_e
+{
+    Nothing,   // the file has no further whole batch yet
+    Batch,     // a batch was read
+    Anew,      // the file was created anew: what was read before is of another run
+    Damaged    // the rest can't be read, unless the file is created anew
+};
+
+/// Reads a stats file while a program writes it.
+class StatsTail_c
+{
+public:
+    explicit StatsTail_c(std::string sFile);
+    ~StatsTail_c();
+
+    /// Reads the next batch if the file holds all of it. Reports faults as ReadStatsFile does.
+    StatsTail_e Read(
+        StatsBatch_t & Batch, std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain);
+
+private:
+    struct State_s;
+    std::unique_ptr<State_s> m_pState;
+};
 
 /// Returns the time of a frame of a batch in ticks: that of the application's timer, or, without one, the sum of all
 /// timers under the root.

@@ -6,13 +6,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <ostream>
+#include <ranges>
 
-// The parts of the page, which the build makes from stats_page.html, stats_page.css and stats_page.js.
-extern char const STATS_PAGE_HTML[], STATS_PAGE_CSS[], STATS_PAGE_JS[];
+// The parts of the page, which the build makes from stats_page.html and stats_*.js.
+extern char const STATS_PAGE_HTML[], STATS_DATA_JS[], STATS_GRAPH_JS[], STATS_FLAME_JS[], STATS_PAGE_JS[];
 
 namespace
 {
-    constexpr std::size_t MAX_TIMER_BYTES = 48 << 20;   // of the batches' timers in a page
+    constexpr std::size_t MAX_TIMER_BYTES = 24 << 20;   // of the batches' timers in a page
 
     // Joins the texts of members to a JSON array.
     template <typename RANGE, typename CALL>
@@ -108,26 +109,49 @@ void StatsPage_c::Add(StatsBatch_t const & Batch, std::vector<int> const & dNode
     }
 }
 
-void StatsPage_c::Write(std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree) const
+void StatsPage_c::ForgetBatch()
 {
-    std::string_view sRest = STATS_PAGE_HTML;
-    Stream << UpTo("<!--head-->", sRest) << PageHead(Facts.sFile, STATS_PAGE_CSS);
-    Stream << UpTo("<!--data-->", sRest)
-           << "<script id=\"data\" type=\"application/json\">{\"file\":" << JsonQuoted(Facts.sFile)
-           << ",\"rate\":" << Text(Facts.fTicksPerSecond) << ",\"measured\":" << (Facts.bMeasured ? "true" : "false")
-           << ",\"problems\":" << ArrayOf(Facts.dProblems, JsonQuoted)
-           << ",\n\"summary\":" << SummaryText(Tree.GetSummary());
+    m_nBytes -= m_dBatches.front().sTimers.size();
+    m_dBatches.pop_front();
+}
+
+std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const
+{
+    int const nFirst = Tree.GetFirstFrame();
+    auto const nKnown = static_cast<std::size_t>(std::max(News.iFrom - nFirst, 0)) / STATS_FRAMES;
+    std::size_t const iFrom = std::min(nKnown, m_dBatches.size());
+    std::size_t iTo = iFrom, nBytes = 0;
+    while (iTo < m_dBatches.size() && (iTo == iFrom || nBytes + m_dBatches[iTo].sTimers.size() <= News.nMaxBytes))
+    {
+        nBytes += m_dBatches[iTo++].sTimers.size();
+    }
+    auto const Part = [](auto const & Range, std::size_t iStart, std::size_t iEnd)
+    {
+        auto const At = [&](std::size_t i) { return Range.begin() + static_cast<std::ptrdiff_t>(i); };
+        return std::ranges::subrange(At(iStart), At(iEnd));
+    };
     std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
     auto itAverage = dAverages.begin();
-    Stream << ",\n\"timers\":"
-           << ArrayOf(Tree.GetNodes(), [&](StatsNode_t const & Node) { return NodeText(Node, *itAverage++); });
-    Stream << ",\n\"frames\":" << ArrayOf(Tree.GetFrames(), Text) << ",\n\"batches\":[\n";
-    char const * szSeparator = "";
-    for (Batch_s const & Batch : m_dBatches)
-    {
-        Stream << szSeparator << (Batch.sTimers.empty() ? "null" : Batch.sTimers.c_str());
-        szSeparator = ",\n";
-    }
-    Stream << "]}</script>";
-    Stream << UpTo("<!--script-->", sRest) << "<script>\n" << STATS_PAGE_JS << "</script>" << sRest;
+    auto const Truth = [](bool bTrue) { return bTrue ? "true" : "false"; };
+    return "{\"file\":" + JsonQuoted(Facts.sFile) + ",\"rate\":" + Text(Facts.fTicksPerSecond)
+           + ",\"measured\":" + Truth(Facts.bMeasured) + ",\"problems\":" + ArrayOf(Facts.dProblems, JsonQuoted)
+           + ",\"live\":" + Truth(News.bLive) + ",\"run\":" + std::to_string(News.iRun)
+           + ",\"more\":" + Truth(iTo < m_dBatches.size()) + ",\"first\":" + std::to_string(nFirst)
+           + ",\"from\":" + std::to_string(nFirst + static_cast<int>(iFrom * STATS_FRAMES))
+           + ",\n\"summary\":" + SummaryText(Tree.GetSummary()) + ",\n\"timers\":"
+           + ArrayOf(Tree.GetNodes(), [&](StatsNode_t const & Node) { return NodeText(Node, *itAverage++); })
+           + ",\n\"frames\":" + ArrayOf(Part(Tree.GetFrames(), iFrom * STATS_FRAMES, iTo * STATS_FRAMES), Text)
+           + ",\n\"batches\":"
+           + ArrayOf(Part(m_dBatches, iFrom, iTo), [](Batch_s const & Batch) { return '"' + Batch.sTimers + "\"\n"; })
+           + "}";
+}
+
+void StatsPage_c::Write(
+    std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const
+{
+    std::string_view sRest = STATS_PAGE_HTML;
+    Stream << UpTo("<!--head-->", sRest) << PageHead(Facts.sFile, News.bLive ? LIVE_PAGE_POLICY : PAGE_POLICY);
+    Stream << UpTo("<!--data-->", sRest) << PageData(MakeNews(Facts, Tree, News));
+    Stream << UpTo("<!--script-->", sRest)
+           << PageScripts({ STATS_DATA_JS, STATS_GRAPH_JS, STATS_FLAME_JS, STATS_PAGE_JS }) << sRest;
 }

@@ -6,6 +6,7 @@
 
 #include "tools/zqtool/statstree.h"
 
+#include <deque>
 #include <iosfwd>
 
 /// Facts of the whole file that the page shows.
@@ -17,14 +18,30 @@ struct StatsFacts_t
     std::vector<std::string> dProblems;   // what is wrong with the file
 };
 
+/// What a page, or an answer to one that is open, holds.
+struct StatsNews_t
+{
+    int iFrom = 0;                             // first frame that is wanted
+    std::size_t nMaxBytes = std::size_t(-1);   // of the timers; one batch may have more
+    bool bLive = false;                        // the page asks for news
+    int iRun = 0;                              // number of the file's start; other numbers have other frames
+};
+
 class StatsPage_c
 {
 public:
     /// Keeps what the page shows of a batch. dNodes are the nodes of its timers in the tree.
     void Add(StatsBatch_t const & Batch, std::vector<int> const & dNodes);
 
+    /// Forgets the oldest batch. Requires one.
+    void ForgetBatch();
+
     /// Writes the page. Requires a tree of the same batches.
-    void Write(std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree) const;
+    void Write(std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree,
+        StatsNews_t const & News = {}) const;
+
+    /// Returns what a page knows of a file, as JSON. Requires a tree of the same batches.
+    std::string MakeNews(StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const;
 
 private:
     struct Batch_s
@@ -33,6 +50,6 @@ private:
         double tWorst;         // time of the longest frame
     };
 
-    std::vector<Batch_s> m_dBatches;
+    std::deque<Batch_s> m_dBatches;
     std::size_t m_nBytes = 0;   // of all timers
 };

@@ -73,6 +73,12 @@ std::vector<int> StatsTree_c::Add(StatsBatch_t const & Batch, bool bWhole)
     return dNodes;
 }
 
+void StatsTree_c::ForgetBatch()
+{
+    m_dFrames.erase(m_dFrames.begin(), m_dFrames.begin() + STATS_FRAMES);
+    m_iFirstFrame += static_cast<int>(STATS_FRAMES);
+}
+
 std::vector<StatsAverage_t> StatsTree_c::GetAverages() const
 {
     std::vector<StatsAverage_t> dAverages;
@@ -101,7 +107,8 @@ StatsSummary_t StatsTree_c::GetSummary() const
     Summary.t95 = Rank(95);
     Summary.t99 = Rank(99);
     Summary.tWorst = dSorted.back();
-    Summary.iWorst = static_cast<int>(std::max_element(m_dFrames.begin(), m_dFrames.end()) - m_dFrames.begin());
+    auto const itWorst = std::max_element(m_dFrames.begin(), m_dFrames.end());
+    Summary.iWorst = m_iFirstFrame + static_cast<int>(itWorst - m_dFrames.begin());
     return Summary;
 }
 

@@ -45,14 +45,22 @@ public:
     /// Returns all nodes, the root first. The result is empty without a batch.
     std::vector<StatsNode_t> const & GetNodes() const { return m_dNodes; }
 
-    /// Returns the time of each frame.
+    /// Forgets the times of the oldest batch's frames. Sums, averages and peaks still count them. Requires a batch.
+    void ForgetBatch();
+
+    /// Returns the number of the first frame that is not forgotten.
+    int GetFirstFrame() const { return m_iFirstFrame; }
+
+    /// Returns the time of each frame that is not forgotten.
     std::vector<double> const & GetFrames() const { return m_dFrames; }
 
-    int GetFrameCount() const { return static_cast<int>(m_dFrames.size()); }
+    /// Returns the number of all frames.
+    int GetFrameCount() const { return m_iFirstFrame + static_cast<int>(m_dFrames.size()); }
 
     /// Returns the averages of each node.
     std::vector<StatsAverage_t> GetAverages() const;
 
+    /// Returns the statistics of the frames that are not forgotten.
     StatsSummary_t GetSummary() const;
 
 private:
@@ -64,6 +72,7 @@ private:
     std::map<std::tuple<int, std::uint32_t, int>, int>
         m_dIndices;   // by parent, id, and number among those with equal ones
     std::vector<double> m_dFrames;
+    int m_iFirstFrame = 0;
 };
 
 /// Divides a line among the members of a tree. Each gets its own size or the sum of its children's, whichever is

@@ -1,22 +1,11 @@
-// treemap.h: a page that shows the parts of a whole as areas by size.
+// treemap.h: a page that shows live memory as areas: categories, files and source lines.
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
+#include "tools/zqtool/allocationreport.h"
 
-struct TreemapPart_t
-{
-    std::string sName;
-    std::string sNote;   // shown while the pointer is over the part
-    std::uint64_t nSize = 0;
-};
+#include <iosfwd>
+#include <span>
 
-struct TreemapGroup_t
-{
-    TreemapPart_t Whole;                 // its size is the sum of its parts
-    std::vector<TreemapPart_t> dParts;   // largest first
-};
-
-/// Returns one HTML page that loads nothing. Requires that the groups are sorted, largest first.
-std::string TreemapPage(std::string const & sTitle, std::vector<TreemapGroup_t> const & dGroups);
+/// Writes one HTML page that loads nothing: the last snapshot, and if there are more its growth since the first.
+/// Requires a snapshot.
+void WriteTreemapPage(std::ostream & Stream, std::span<AllocationReport_t const> dReports);
