@@ -18,7 +18,12 @@ function make(tag, properties, ...children)
 
 // Numbers. Thousands have separators.
 
-const showNumber = (n, digits = 0) => n.toLocaleString("en", { minimumFractionDigits: digits, maximumFractionDigits: digits });
+const formats = [];   // by digits after the point
+function showNumber(n, digits = 0)
+{
+    formats[digits] ??= new Intl.NumberFormat("en", { minimumFractionDigits: digits, maximumFractionDigits: digits });
+    return formats[digits].format(n);
+}
 
 /// A number in the largest unit that leaves at least 1, or in the smallest one, with so many digits that count.
 function showIn(units, n, digits)
