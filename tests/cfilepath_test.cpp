@@ -162,9 +162,15 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
     auto const RemoveGone = [](char const * sz)
     { std::string_view(sz).ends_with("\\gone\\") && fs::remove_all(s_sGone); };
     g_AddSubfolderCallbacker.Add(RemoveGone, false);
+    static std::multiset<FileSkip_e> s_dSkips;
+    s_dSkips.clear();
+    CallbackScope_T const Skips(g_FileSkipCallbacker, [](FileSkip_t Skip) { s_dSkips.insert(Skip.eWhy); });
     ASSERT_TRUE(Scan());
     g_AddSubfolderCallbacker.Reset();
 
+    using enum FileSkip_e;
+    EXPECT_EQ(s_dSkips, (std::multiset{ CutName, TooLarge, LongPath, Case, Drive, Separator, NotUtf8, NotUtf8,
+                            NoRegularFile, Unreadable, LinkToEntered, EnteredByLink }));
     EXPECT_EQ(Keys(), "a.txt b.txt gr\xC3\xBC\xC3\x9F.txt huge.bin linked.txt " + std::string(127, 'n') + " y.txt");
     for (std::string const sPart :
         { "a\\zlink\\loop\", it is a link to a folder of this scan", "\\b\", the scan was in it by a link already",

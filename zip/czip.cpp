@@ -167,6 +167,8 @@ namespace
                     ++m_nSkipped;
                     LogEscaped("FileZipMount: skipping \"%s\" of '%s', %s", Entry.szName, m_Archive.GetPath().CStr(),
                         Entry.szRefused);
+                    g_FileSkipCallbacker.Fire(
+                        { FileSkip_e::InArchive, m_Archive.GetPath(), Entry.szName, Entry.szRefused, nullptr }, true);
                 }
             }
             LogEscaped("FileZipMount: '%s': %i files, %i of them hide others, %i are hidden, %i skipped",

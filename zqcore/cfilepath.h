@@ -22,7 +22,7 @@
 // - excluded names, and the folders of other games (FileSetSplit).
 //
 // A bare name of more than 127 characters is cut, so the file can't be opened. A file of 2 GiB or more can't be opened
-// either. Both are logged.
+// either. Both are logged. g_FileSkipCallbacker reports all of this to a host, such as a tool for artists.
 //
 // Ownership: the functions below create and destroy the objects of both tables.
 // Threads: main thread.
@@ -39,6 +39,7 @@
 //     }
 #pragma once
 
+#include "zqcore/ccallback.h"
 #include "zqcore/cfile.h"
 #include "zqcore/chash.h"
 
@@ -68,6 +69,45 @@ ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativ
 /// removed. A media root that ModuleFile_c can't scan or find makes it false too. sPath is compared as text with the
 /// paths of the scans, as in the functions below.
 ZQ_API bool FileScanIsWhole(char const * sPath);
+
+/// Why a scan skips an entry of a folder, or enters it in another way than its name says.
+enum class FileSkip_e
+{
+    Duplicate,       // another file has its key
+    NoRoom,          // the table of files is full
+    CutName,         // entered, under the first 127 characters of its name
+    TooLarge,        // entered, but can't be opened
+    LongKey,         // its relative name has more than 127 characters
+    LongPath,        // a folder whose path has more than 255 characters
+    Case,            // it differs from another entry in case only, and is a folder or the other one is
+    Drive,           // its name begins like a drive
+    Separator,       // its name holds a `\`
+    NotUtf8,         // its name is not UTF-8
+    NoRegularFile,   // a pipe, socket or device
+    Unreadable,      // a folder that can't be read
+    Unknown,         // the system can't tell what it is
+    LinkToEntered,   // a link to a folder that the scan has entered
+    EnteredByLink,   // a folder that the scan has entered by a link
+    Configuration,   // a folder of another configuration
+    Split,           // a folder of another game
+    Excluded,        // excluded by its name
+    Unfinished,      // a file of an unfinished save
+    InArchive        // an entry of an archive (czip.h)
+};
+
+/// Payload of g_FileSkipCallbacker. The texts are valid during the call.
+struct FileSkip_t
+{
+    FileSkip_e eWhy;
+    char const * szFolder;   // an entry of g_sPaths; of an entry of an archive: the archive
+    char const * szName;     // as the disk spells it; empty for szFolder itself; of a duplicate: its key
+    char const * szWhy;      // one statement in English
+    File_c const * pFirst;   // of a duplicate: the file that has its key, or else null
+};
+
+/// Fired, forced, for each entry that a scan skips, and for those that it enters in another way than their names say. A
+/// link whose target is missing is not reported. A receiver must not change the tables.
+extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 
 /// Calls FileResetFiles. The flag is not used.
 ZQ_API void FileRemoveSearchPath(char const * sPath, bool bUnused);

@@ -13,6 +13,10 @@ String_T<256> const * FilePathAdd(char const * szPath);
 /// Characters of the longest key.
 inline constexpr std::size_t FILE_KEY_LENGTH = File_c::Key_t::Capacity() - 1;
 
+/// Fires g_FileSkipCallbacker.
+ZQ_COLD void FileReportSkip(
+    FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst = nullptr);
+
 /// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
 ZQ_COLD void FileLogCutName(char const * szName, std::size_t nName);
 

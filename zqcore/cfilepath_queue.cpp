@@ -5,21 +5,27 @@ namespace
 {
     bool g_bOverflowReported = false;   // of the table of files; reported once in a process
 
+    char const * FolderOf(File_c const & File)
+    {
+        return File.pPath ? static_cast<char const *>(*File.pPath) : "";
+    }
+
     void LogFile(char const * szFormat, File_c const & File)
     {
-        char const * const szFolder = File.pPath ? static_cast<char const *>(*File.pPath) : "";
-        LogEscaped(szFormat, szFolder, static_cast<char const *>(File.sName));
+        LogEscaped(szFormat, FolderOf(File), static_cast<char const *>(File.sName));
     }
 }
 
 void FileTableQueue_c::DropDuplicate(File_c * pFile)
 {
     LogFile("File duplication : %s%s", *pFile);
-    if (File_c * const pFirst = g_sFileObjects.FindByName(pFile->sName))
+    File_c * const pFirst = g_sFileObjects.FindByName(pFile->sName);
+    if (pFirst)
     {
         LogFile("                   %s%s", *pFirst);
         pFirst->bDuplicate = true;
     }
+    FileReportSkip(FileSkip_e::Duplicate, FolderOf(*pFile), pFile->sName, pFirst);
     FileDiscard(pFile);
 }
 
@@ -30,5 +36,6 @@ void FileTableQueue_c::DropOverflow(File_c * pFile)
         g_bOverflowReported = true;
         Warning("file hash overflow");
     }
+    FileReportSkip(FileSkip_e::NoRoom, FolderOf(*pFile), pFile->sName);
     FileDiscard(pFile);
 }

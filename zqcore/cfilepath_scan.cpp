@@ -1,4 +1,3 @@
-#include "zqcore/ccallback.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath_internal.h"
@@ -10,8 +9,29 @@
 #include <climits>
 #include <deque>
 
+constinit Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
+
 namespace
 {
+    // Texts of FileSkip_e.
+    constexpr char const * WHY[] = { "another file has its name", "the table has no room for it",
+        "its name is cut to 127 characters", "it is larger than 2 GiB and can't be opened",
+        "its relative name takes more than 127 characters", "its path is too long",
+        "it differs from another entry in case only", "its name begins like a drive", "its name holds a '\\'",
+        "its name is not UTF-8", "it is no regular file", "it can't be read", "the system can't tell what it is",
+        "it is a link to a folder of this scan", "the scan was in it by a link already",
+        "it is of another configuration", "it is of another game", "its name is excluded",
+        "by its name it was never finished" };
+    static_assert(std::size(WHY) == static_cast<std::size_t>(FileSkip_e::InArchive) && FILE_KEY_LENGTH == 127);
+
+    // Logs and reports an entry that the scan skips. Returns false.
+    ZQ_COLD bool Skip(FileSkip_e eWhy, char const * szFolder, char const * szName)
+    {
+        LogEscaped("filesystem: skipping \"%s%s\", %s", szFolder, szName, WHY[static_cast<std::size_t>(eWhy)]);
+        FileReportSkip(eWhy, szFolder, szName);
+        return false;
+    }
+
     // A folder of which a scan enters only the current configuration's subfolder.
     constexpr char const * CONFIG_MARKER = "media\\_configdependeddata\\";
 
@@ -80,21 +100,22 @@ namespace
     // Returns whether an entry can be entered in the tables. If not, logs why.
     bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
     {
-        char const * const szWhy = !Entry.bReachable                               ? "its name holds a '\\'"
-                                   : !Entry.bAscii && !plat::IsUtf8(Entry.szName)  ? "its name is not UTF-8"
-                                   : !Entry.Facts.bFolder && !Entry.Facts.bRegular ? "it is no regular file"
-                                                                                   : nullptr;
-        if (szWhy)
+        if (!Entry.bReachable)
         {
-            LogEscaped("filesystem: skipping \"%s%s\", %s", szFolder, Entry.szName, szWhy);
+            return Skip(FileSkip_e::Separator, szFolder, Entry.szName);
         }
-        return !szWhy;
+        if (!Entry.bAscii && !plat::IsUtf8(Entry.szName))
+        {
+            return Skip(FileSkip_e::NotUtf8, szFolder, Entry.szName);
+        }
+        return Entry.Facts.bFolder || Entry.Facts.bRegular || Skip(FileSkip_e::NoRegularFile, szFolder, Entry.szName);
     }
 
     void LogHidden(char const * szFolder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
     {
         LogEscaped("filesystem: \"%s%s\" differs from another %s in case only, it is not entered", szFolder,
             Entry.szName, Entry.Facts.bFolder && Reached.Facts.bFolder ? "folder" : "entry");
+        FileReportSkip(FileSkip_e::Case, szFolder, Entry.szName);
     }
 
     void FolderScan_c::Scan(String_T<256> const & sPath)
@@ -115,6 +136,7 @@ namespace
         {
             FileScanNoteMissed(sPath);
             LogEscaped("filesystem: can't read folder \"%s\"", static_cast<char const *>(sPath));
+            FileReportSkip(FileSkip_e::Unreadable, sPath, "");
             return;
         }
         ++m_iLevel;
@@ -152,8 +174,7 @@ namespace
         if (!g_sExcludedFiles.Has(Entry.szName) && !g_sExcludedFolders.Has(Entry.szName)
             && !FileReplacement_c::IsBeside(Entry.szName))
         {
-            LogEscaped("filesystem: skipping \"%s%s\", the system can't tell what it is",
-                static_cast<char const *>(sFolder), Entry.szName);
+            Skip(FileSkip_e::Unknown, sFolder, Entry.szName);
             FileScanNoteMissed(sFolder);
         }
     }
@@ -215,16 +236,11 @@ namespace
         return iEnd - iFirst;
     }
 
-    // Returns whether a folder belongs to no configuration or to the current one. If not, logs that it is skipped.
-    bool IsOfCurrentConfig(String_T<256> const & sPath, char const * szName, char const * szSub)
+    // Returns whether a folder belongs to no configuration or to the current one.
+    bool IsOfCurrentConfig(String_T<256> const & sPath, char const * szName)
     {
-        if (sPath.StrPos(CONFIG_MARKER) < 0
-            || (!g_sCurrentConfig.IsEmpty() && (g_sCurrentConfig == szName || !sPath.Ends(CONFIG_MARKER))))
-        {
-            return true;
-        }
-        LogEscaped("filesystem: skipping \"%s\"", szSub);
-        return false;
+        return sPath.StrPos(CONFIG_MARKER) < 0
+               || (!g_sCurrentConfig.IsEmpty() && (g_sCurrentConfig == szName || !sPath.Ends(CONFIG_MARKER)));
     }
 
     void FolderScan_c::AddFolder(
@@ -237,16 +253,24 @@ namespace
         if (static_cast<std::size_t>(Folder.sPath.Length()) + Entry.nName + 1
             >= static_cast<std::size_t>(Folder.sPath.Capacity()))
         {
-            LogEscaped("filesystem: skipping \"%s%s\", its path is too long", static_cast<char const *>(Folder.sPath),
-                Entry.szName);
+            Skip(FileSkip_e::LongPath, Folder.sPath, Entry.szName);
             return;
         }
         String_T<256> sSub = Folder.sPath;
         sSub += Entry.szName;
         sSub += "\\";
         sSub.ToLower();
-        if (!IsOfCurrentConfig(Folder.sPath, Entry.szName, sSub) || g_sExcludedFolders.Has(Entry.szName)
-            || FileSplitExcludes(sSub) || !CanEnter(Folder.sPath, Entry))
+        if (!IsOfCurrentConfig(Folder.sPath, Entry.szName))
+        {
+            LogEscaped("filesystem: skipping \"%s\"", static_cast<char const *>(sSub));
+            return FileReportSkip(FileSkip_e::Configuration, Folder.sPath, Entry.szName);
+        }
+        bool const bExcluded = g_sExcludedFolders.Has(Entry.szName);
+        if (bExcluded || FileSplitExcludes(sSub))
+        {
+            return FileReportSkip(bExcluded ? FileSkip_e::Excluded : FileSkip_e::Split, Folder.sPath, Entry.szName);
+        }
+        if (!CanEnter(Folder.sPath, Entry))
         {
             return;
         }
@@ -256,9 +280,7 @@ namespace
         }
         if ((Entry.bLink || m_bLinkEntered) && WasEntered(sSub))
         {
-            LogEscaped(Entry.bLink ? "filesystem: skipping \"%s%s\", it is a link to a folder of this scan"
-                                   : "filesystem: skipping \"%s%s\", the scan was in it by a link already",
-                static_cast<char const *>(Folder.sPath), Entry.szName);
+            Skip(Entry.bLink ? FileSkip_e::LinkToEntered : FileSkip_e::EnteredByLink, Folder.sPath, Entry.szName);
             return;
         }
         m_bLinkEntered = m_bLinkEntered || Entry.bLink;
@@ -310,19 +332,21 @@ namespace
         bool const bBare = !Folder.szKeyFolder || !Folder.szKeyFolder[0];
         if (bBare && Entry.nName > 1 && Entry.szName[1] == ':')   // a lookup would read it as a drive
         {
-            LogEscaped("filesystem: skipping \"%s%s\", its name begins like a drive",
-                static_cast<char const *>(Folder.sPath), Entry.szName);
+            Skip(FileSkip_e::Drive, Folder.sPath, Entry.szName);
             return 0;
         }
         if (!Folder.szKeyFolder)
         {
+            if (Entry.nName > FILE_KEY_LENGTH) [[unlikely]]
+            {
+                FileReportSkip(FileSkip_e::CutName, Folder.sPath, Entry.szName);
+            }
             return FileMakeBareKey(Entry.szName, Entry.nName, sKey.GetBuffer());
         }
         std::size_t const nFolder = std::strlen(Folder.szKeyFolder);
         if (nFolder + Entry.nName > FILE_KEY_LENGTH)
         {
-            LogEscaped("filesystem: skipping \"%s%s\", its relative name takes more than %zu characters",
-                static_cast<char const *>(Folder.sPath), Entry.szName, FILE_KEY_LENGTH);
+            Skip(FileSkip_e::LongKey, Folder.sPath, Entry.szName);
             return 0;
         }
         std::memcpy(sKey.GetBuffer(), Folder.szKeyFolder, nFolder);
@@ -331,8 +355,13 @@ namespace
 
     void FolderScan_c::AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry)
     {
-        if (g_sExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName)
-            || !CanEnter(Folder.sPath, Entry))
+        bool const bExcluded = g_sExcludedFiles.Has(Entry.szName);
+        if (bExcluded || FileReplacement_c::IsBeside(Entry.szName)) [[unlikely]]
+        {
+            return FileReportSkip(
+                bExcluded ? FileSkip_e::Excluded : FileSkip_e::Unfinished, Folder.sPath, Entry.szName);
+        }
+        if (!CanEnter(Folder.sPath, Entry))
         {
             return;
         }
@@ -346,6 +375,7 @@ namespace
         {
             LogEscaped("filesystem: \"%s%s\" is larger than 2 GiB and can't be opened",
                 static_cast<char const *>(Folder.sPath), Entry.szName);
+            FileReportSkip(FileSkip_e::TooLarge, Folder.sPath, Entry.szName);
         }
         pFile->pPath = Folder.pPath;
         pFile->iLength = static_cast<int>(static_cast<std::uint32_t>(Entry.Facts.nSize));
@@ -353,6 +383,11 @@ namespace
         pFile->ftLastWriteTime = Entry.Facts.tLastWrite;
         m_Queue.Push(pFile, nKey);
     }
+}
+
+void FileReportSkip(FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst)
+{
+    g_FileSkipCallbacker.Fire({ eWhy, szFolder, szName, WHY[static_cast<std::size_t>(eWhy)], pFirst }, true);
 }
 
 void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelativeNames)
