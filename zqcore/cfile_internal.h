@@ -180,6 +180,9 @@ extern String_T<256> g_sSplitLocation;   // the folder that holds one folder for
 extern String_T<256> g_sGameFolder;      // folder of the current game, with `\` at the end
 extern String_T<256> g_sSplitGame;       // location and game folder
 
+/// Excludes the folders and files that every start excludes (ModuleFile_c).
+void FileExcludeToolFiles();
+
 /// Returns whether the split excludes a folder from a scan. Requires a path in lower case that ends with `\`.
 bool FileSplitExcludes(String_T<256> const & sSub);
 

@@ -1,7 +1,7 @@
 #include "zqcore/cfilecache.h"
 
-#include "zqcore/ccrc.h"
 #include "zqcore/cfile_internal.h"
+#include "zqcore/cfilecache_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath_internal.h"
 #include "zqcore/cfilereplace.h"
@@ -52,42 +52,25 @@ namespace
         int m_nLength;
     };
 
-    // Facts by which a change of a folder is seen: its size and time. In a cache, those of the cache's own folder are
-    // NAMES and a checksum of the names in it.
-    struct Stamp_s
-    {
-        std::uint64_t nBytes = 0;
-        std::uint64_t tWrite = 0;
-        bool operator==(Stamp_s const &) const = default;
-
-        void Serialize(Serializeable_c & Archive) { Archive.Serialize(nBytes).Serialize(tWrite); }
-    };
-    constexpr std::uint64_t NAMES = ~std::uint64_t{ 0 };
-    constexpr Stamp_s UNKNOWN{};   // the stamp of no folder
-    constexpr std::uint32_t STAMPS_FOLLOW = 0x5346515A;
+    constexpr CacheStamp_s UNKNOWN{};   // the stamp of no folder
 
     struct NotedFolder_s
     {
         std::uint32_t nPath;   // the checksum of its path
-        Stamp_s Stamp;
+        CacheStamp_s Stamp;
     };
     constinit bool g_bCheck = false;
     Array_T<NotedFolder_s, 1024, 0> g_dNoted;
 
-    std::uint32_t IndexOf(char const * szRelative)
-    {
-        return GetCrc32Polynomial(szRelative, static_cast<int>(std::strlen(szRelative)));
-    }
-
-    Stamp_s StampOf(Folder_t const & sFolder)
+    CacheStamp_s StampOf(Folder_t const & sFolder)
     {
         plat::FileFacts_t Facts;
-        return plat::PathGetFacts(sFolder, Facts) ? Stamp_s{ Facts.nSize, Facts.tLastWrite } : UNKNOWN;
+        return plat::PathGetFacts(sFolder, Facts) ? CacheStamp_s{ Facts.nSize, Facts.tLastWrite } : UNKNOWN;
     }
 
-    Stamp_s & NotedOf(Folder_t const & sFolder)
+    CacheStamp_s & NotedOf(Folder_t const & sFolder)
     {
-        std::uint32_t const nPath = IndexOf(sFolder);
+        std::uint32_t const nPath = CacheIndexOf(sFolder);
         for (NotedFolder_s & Noted : g_dNoted)
         {
             if (Noted.nPath == nPath)
@@ -113,7 +96,7 @@ namespace
     };
 
     // Returns the stamp by the names in a folder, without the cache and the files that saves leave beside it.
-    Stamp_s StampOfNames(CachePlace_s const & Cache)
+    CacheStamp_s StampOfNames(CachePlace_s const & Cache)
     {
         plat::FolderListing_c Listing;
         if (!Listing.Read(Cache.sFolder))
@@ -126,24 +109,24 @@ namespace
             char const * const szName = Listing.GetEntry(i).szName;
             if (StrCompareNoCase(szName, Cache.sBare) != 0 && !FileReplacement_c::IsBeside(szName))
             {
-                nNames = nNames * 31 + IndexOf(szName);
+                nNames = nNames * 31 + CacheIndexOf(szName);
             }
         }
-        return { NAMES, nNames };
+        return { CACHE_STAMP_OF_NAMES, nNames };
     }
 
     // Returns the stamp of the cache's own folder for saving. Returns UNKNOWN if the folder has changed since the scan:
     // the scan may then have seen other names.
-    Stamp_s OwnStamp(CachePlace_s const & Cache)
+    CacheStamp_s OwnStamp(CachePlace_s const & Cache)
     {
-        Stamp_s const Now = StampOf(Cache.sFolder);
+        CacheStamp_s const Now = StampOf(Cache.sFolder);
         return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
     // Returns whether a folder still has the stamp that a cache holds. If so, notes the folder's size and time.
-    bool HasStamp(Folder_t const & sFolder, Stamp_s const & Stamp, CachePlace_s const & Cache)
+    bool HasStamp(Folder_t const & sFolder, CacheStamp_s const & Stamp, CachePlace_s const & Cache)
     {
-        Stamp_s const Now = StampOf(sFolder);
+        CacheStamp_s const Now = StampOf(sFolder);
         bool const bSame = Stamp != UNKNOWN && Stamp == (sFolder == Cache.sFolder ? StampOfNames(Cache) : Now);
         if (bSame)
         {
@@ -151,32 +134,6 @@ namespace
         }
         return bSame;
     }
-
-    struct FolderRecord_s
-    {
-        std::uint32_t nIndex = 0;
-        Folder_t sRelative;
-
-        void Serialize(Serializeable_c & Archive)
-        {
-            Archive.Serialize(nIndex);
-            Archive.SerializeString(sRelative);
-        }
-    };
-
-    struct FileRecord_s
-    {
-        std::uint32_t nIndex = 0;
-        plat::FileTime_t ftCreationTime = 0;
-        int iLength = 0;
-        File_c::Key_t sName;
-
-        void Serialize(Serializeable_c & Archive)
-        {
-            Archive.Serialize(nIndex).Serialize(ftCreationTime).Serialize(iLength);
-            Archive.SerializeString(sName);
-        }
-    };
 
     // Calls Do with each object of a table, in table order. Do must not change the table.
     template <typename TABLE, typename DO>
@@ -203,7 +160,7 @@ namespace
         Archive.Serialize(nPaths);
         for (char const * szRelative : dRelatives)
         {
-            FolderRecord_s{ IndexOf(szRelative), szRelative }.Serialize(Archive);
+            CacheFolder_s{ CacheIndexOf(szRelative), szRelative }.Serialize(Archive);
         }
     }
 
@@ -233,21 +190,22 @@ namespace
         Archive.Serialize(nFiles);
         for (File_c const * pFile : dFiles)
         {
-            std::uint32_t const nIndex = IndexOf(Root.Relative(*pFile->pPath));
-            FileRecord_s{ nIndex, pFile->ftCreationTime, FileLength(*pFile), pFile->sName }.Serialize(Archive);
+            std::uint32_t const nIndex = CacheIndexOf(Root.Relative(*pFile->pPath));
+            CacheFile_s{ nIndex, pFile->ftCreationTime, FileLength(*pFile), pFile->sName }.Serialize(Archive);
         }
     }
 
-    void SaveStamps(Serializeable_c & Archive, MediaRoot_c const & Root, Folder_t const & sOwn, Stamp_s const & Own)
+    void SaveStamps(
+        Serializeable_c & Archive, MediaRoot_c const & Root, Folder_t const & sOwn, CacheStamp_s const & Own)
     {
-        std::uint32_t nFollow = STAMPS_FOLLOW;
+        std::uint32_t nFollow = CACHE_STAMPS_FOLLOW;
         Archive.Serialize(nFollow);
         ForEach(g_sPaths,
             [&](Folder_t const * pFolder)
             {
                 if (Root.Relative(*pFolder))
                 {
-                    Stamp_s Stamp = *pFolder == sOwn ? Own : NotedOf(*pFolder);
+                    CacheStamp_s Stamp = *pFolder == sOwn ? Own : NotedOf(*pFolder);
                     Stamp.Serialize(Archive);
                 }
             });
@@ -258,7 +216,7 @@ namespace
     bool WriteCache(char const * szFile, MediaRoot_c const & Root)
     {
         CachePlace_s const Cache(szFile);
-        Stamp_s const Own = g_bCheck ? OwnStamp(Cache) : UNKNOWN;   // before the save changes the folder
+        CacheStamp_s const Own = g_bCheck ? OwnStamp(Cache) : UNKNOWN;   // before the save changes the folder
         FileReplacement_c Replacement(szFile);
         BufferedWriteable_c Archive(Replacement, FILESYSTEMCACHE_VERSION);
         Archive.Open();
@@ -415,12 +373,11 @@ namespace
 
     void CacheLoader_c::LoadFolder()
     {
-        FolderRecord_s Record;
+        CacheFolder_s Record;
         Record.Serialize(m_Archive);
         RequireIntact(true, "no whole folder record");
-        bool const bSound = Record.nIndex == IndexOf(Record.sRelative);
-        ZQ_ASSERT_TEXT(bSound, "nIndex == GetCrc32Polynomial ( pPath->GetDataPtr (), pPath->Length () )");
-        RequireIntact(bSound && Record.sRelative[0] == '\\' && Record.sRelative.Ends("\\"), "not the text of a folder");
+        ZQ_ASSERT_TEXT(Record.HasItsIndex(), "nIndex == GetCrc32Polynomial ( pPath->GetDataPtr (), pPath->Length () )");
+        RequireIntact(Record.IsSound(), "not the text of a folder");
 
         Folder_t sFolder;
         bool const bTooLong = !m_Root.Absolute(Record.sRelative, sFolder);
@@ -444,7 +401,7 @@ namespace
 
     void CacheLoader_c::LoadFile()
     {
-        FileRecord_s Record;
+        CacheFile_s Record;
         Record.Serialize(m_Archive);
         RequireIntact(!Record.sName.IsEmpty(), "no whole file record");
         Folder_s const * const pFolder = m_Folders.Find(Record.nIndex);
@@ -539,19 +496,19 @@ namespace
     {
         int nRecords = 0;
         Archive.Serialize(nRecords);
-        for (FolderRecord_s Record; nRecords > 0 && !Archive.IsFailed(); --nRecords)
+        for (CacheFolder_s Record; nRecords > 0 && !Archive.IsFailed(); --nRecords)
         {
             Record.Serialize(Archive);
             dRelatives.Add(Record.sRelative);
         }
         Archive.Serialize(nRecords);
-        for (FileRecord_s Record; nRecords > 0 && !Archive.IsFailed(); --nRecords)
+        for (CacheFile_s Record; nRecords > 0 && !Archive.IsFailed(); --nRecords)
         {
             Record.Serialize(Archive);
         }
         std::uint32_t nFollow = 0;
         Archive.Serialize(nFollow);
-        return !Archive.IsFailed() && nFollow == STAMPS_FOLLOW;
+        return !Archive.IsFailed() && nFollow == CACHE_STAMPS_FOLLOW;
     }
 
     Folder_t CacheReader_c::WhyNot(MediaRoot_c const & Root) const
@@ -574,7 +531,7 @@ namespace
         for (Folder_t const & sRelative : dRelatives)
         {
             Folder_t sFolder;
-            Stamp_s Stamp;
+            CacheStamp_s Stamp;
             Stamp.Serialize(Archive);
             if (Archive.IsFailed() || !Root.Absolute(sRelative, sFolder) || !HasStamp(sFolder, Stamp, m_Place))
             {
@@ -667,17 +624,24 @@ bool FilesystemCacheLoad()
 
 void FilesystemCacheSave(char const * sFile)
 {
-    MemCategoryScope_c const Category(mem::file);
     ZQ_ASSERT(sFile);
+    FileCacheTrySave(sFile);
+}
+
+bool FileCacheTrySave(char const * szFile)
+{
+    MemCategoryScope_c const Category(mem::file);
     MediaRoot_c const Root;
     if (!Root.IsUnknown() && !FileScanIsWhole(Root.Get()))
     {
         Log("filesystem: no cache is written, since a scan could not see all of the media");
-        return;
+        return false;
     }
-    bool const bPlaced = sFile && !Root.IsUnknown() && !FoldedPath_c(sFile).IsCut();
-    if (!bPlaced || !WriteCache(sFile, Root))
+    bool const bPlaced = szFile && !Root.IsUnknown() && !FoldedPath_c(szFile).IsCut();
+    bool const bWritten = bPlaced && WriteCache(szFile, Root);
+    if (!bWritten)
     {
-        LogEscaped("filesystem: can't write the cache \"%s\"", sFile ? sFile : "");
+        LogEscaped("filesystem: can't write the cache \"%s\"", szFile ? szFile : "");
     }
+    return bWritten;
 }

@@ -5,6 +5,7 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfileasync.h"
 #include "zqcore/cfilecache.h"
+#include "zqcore/cfilecache_internal.h"
 #include "zqcore/cfilehash.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cfiletrack.h"
@@ -127,18 +128,6 @@ namespace
         g_sSplitGame = g_sSplitLocation + g_sGameFolder;
     }
 
-    void ExcludeToolFiles()
-    {
-        for (char const * szFolder : { "_svn", "CVS", ".svn", "$$$pqxautosave", "$$$pqxbackup" })
-        {
-            FileAlwaysExcludeFolder(szFolder);
-        }
-        for (char const * szFile : { ".cvsignore", "message.log" })
-        {
-            FileAlwaysExcludeFile(szFile);
-        }
-    }
-
     // Returns whether the media lie in the current folder and are registered by relative paths.
     bool IsBelowCurrentFolder(char const * szRoot)
     {
@@ -146,23 +135,39 @@ namespace
         return sRoot[0] == '.' && (sRoot[1] == '\0' || sRoot[1] == '\\');
     }
 
-    // Removes the files that do not belong in the cache from the tables. Then writes the cache to szFile, or into the
-    // media root if szFile is empty.
+    // Writes the cache to szFile, or into the media root if szFile is empty.
     void SaveCache(char const * szFile)
     {
         String_T<256> const sRoot = GetPQXMediaPath(false);
-        if (!IsBelowCurrentFolder(sRoot))
-        {
-            FileResetFiles(".");
-        }
-        for (char const * szFolder : { "\\profiles", "\\mapscache", "\\$$$pqxautosave", "\\$$$pqxbackup" })
-        {
-            FileResetFiles(sRoot + szFolder);
-        }
+        FileCacheDropOthers(sRoot);
         String_T<512> sCache(sRoot);
         sCache += "\\";
         sCache += CACHE_NAME;
         FilesystemCacheSave(szFile[0] ? szFile : static_cast<char const *>(sCache));
+    }
+}
+
+void FileExcludeToolFiles()
+{
+    for (char const * szFolder : { "_svn", "CVS", ".svn", "$$$pqxautosave", "$$$pqxbackup" })
+    {
+        FileAlwaysExcludeFolder(szFolder);
+    }
+    for (char const * szFile : { ".cvsignore", "message.log" })
+    {
+        FileAlwaysExcludeFile(szFile);
+    }
+}
+
+void FileCacheDropOthers(String_T<256> const & sRoot)
+{
+    if (!IsBelowCurrentFolder(sRoot))
+    {
+        FileResetFiles(".");
+    }
+    for (char const * szFolder : { "\\profiles", "\\mapscache", "\\$$$pqxautosave", "\\$$$pqxbackup" })
+    {
+        FileResetFiles(sRoot + szFolder);
     }
 }
 
@@ -271,7 +276,7 @@ bool ModuleFile_c::Initialize()
     ChooseGame();
     Log("FS game mode: %s", g_bAddon ? "addon" : "normal");
     LogMediaSource();
-    ExcludeToolFiles();
+    FileExcludeToolFiles();
     FillTables();
     FileCleanNamesReset();
     g_FileOpenCallbacker.Add(ResourceLoadCallback, false);

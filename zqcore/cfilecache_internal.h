@@ -1,0 +1,62 @@
+// cfilecache_internal.h: the records of a cache file, and what writes one.
+#pragma once
+
+#include "zqcore/ccrc.h"
+#include "zqcore/cfile.h"
+#include "zqcore/cserialize.h"
+
+/// Returns the index of a folder's text relative to the media root.
+inline std::uint32_t CacheIndexOf(char const * szRelative)
+{
+    return GetCrc32Polynomial(szRelative, static_cast<int>(std::strlen(szRelative)));
+}
+
+struct CacheFolder_s
+{
+    std::uint32_t nIndex = 0;
+    String_T<256> sRelative;
+
+    bool HasItsIndex() const { return nIndex == CacheIndexOf(sRelative); }
+    bool IsSound() const { return HasItsIndex() && sRelative[0] == '\\' && sRelative.Ends("\\"); }
+
+    void Serialize(Serializeable_c & Archive)
+    {
+        Archive.Serialize(nIndex);
+        Archive.SerializeString(sRelative);
+    }
+};
+
+struct CacheFile_s
+{
+    std::uint32_t nIndex = 0;
+    plat::FileTime_t ftCreationTime = 0;
+    int iLength = 0;
+    File_c::Key_t sName;
+
+    void Serialize(Serializeable_c & Archive)
+    {
+        Archive.Serialize(nIndex).Serialize(ftCreationTime).Serialize(iLength);
+        Archive.SerializeString(sName);
+    }
+};
+
+/// Facts by which a change of a folder is seen: its size and time. In a cache, those of the cache's own folder are
+/// CACHE_STAMP_OF_NAMES and a checksum of the names in it.
+struct CacheStamp_s
+{
+    std::uint64_t nBytes = 0;
+    std::uint64_t tWrite = 0;
+    bool operator==(CacheStamp_s const &) const = default;
+
+    void Serialize(Serializeable_c & Archive) { Archive.Serialize(nBytes).Serialize(tWrite); }
+};
+inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
+
+/// Word after the last record, if a stamp for each folder follows.
+inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
+
+/// Does what FilesystemCacheSave does. Returns whether the cache was written.
+bool FileCacheTrySave(char const * szFile);
+
+/// Removes the files that do not belong in the cache of a media root from the tables.
+void FileCacheDropOthers(String_T<256> const & sRoot);
