@@ -179,6 +179,10 @@ TEST_F(FileZipTest, MountsOverOrUnderAndUnmountsWhenNothingIsInUse)
     EXPECT_EACH(Opened("a.txt") == "folder", Opened("b.txt") == "folder", !Unmount("2.zip"));
     ASSERT_TRUE(Mount("1.zip", ZipOrder_e::Under));
     EXPECT_EACH(Opened("a.txt") == "folder", Opened("new.txt") == "one");
+
+    EXPECT_EQ(RunTool("tree --find a.txt " + Folder.GetPath() + " " + Folder.Join("1.zip")).sOutput,
+        "a.txt opens " + Folder.Join("1.zip/a.txt") + ", 3 bytes\n  not " + Folder.Join("a.txt")
+            + ": a file of an archive has its name\n");
 }
 
 TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
@@ -222,7 +226,12 @@ TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
             Patch("h.zip", sMarked, { 4, 2, 3 << 8 });   // made on Unix
         }
     }
+    static int s_nSkips;
+    s_nSkips = 0;
+    CallbackScope_T const Skips(
+        g_FileSkipCallbacker, [](FileSkip_t Skip) { s_nSkips += Skip.eWhy == FileSkip_e::InArchive; });
     ASSERT_TRUE(Mount("h.zip")) << Log.GetText();
+    EXPECT_EQ(s_nSkips, 20);
     EXPECT_EQ(Keys(), "good.txt twin.txt");
     for (auto const & [sMarked, Change, sReason] : dRows)
     {

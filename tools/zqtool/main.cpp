@@ -19,7 +19,7 @@ namespace
     constexpr Command_t COMMANDS[] = {
         { "archive", "archives and saves: chunks, labels, object graphs, and what is damaged", PrepareArchive },
 
-        // cache
+        { "cache", "a file system cache: what it lists, whether it fits its tree; writes one", PrepareCache },
 
         { "check", "tables, spreadsheets, property lists and scripts: what is wrong, and where", PrepareCheck },
 
@@ -37,7 +37,7 @@ namespace
 
         { "stats", "what the profiler measured: a tree of timers, trace events, a page", PrepareStats },
 
-        // tree
+        { "tree", "what a scan makes of media folders: duplicates, cut names, what is hidden", PrepareTree },
     };
 
     std::string VersionText()

@@ -1,0 +1,114 @@
+#include "tests/test_support.h"
+
+#include <nlohmann/json.hpp>
+
+namespace
+{
+    namespace fs = std::filesystem;
+    using testing::HasSubstr;
+
+    class ZqtoolTree : public testing::Test
+    {
+    protected:
+        ZqtoolTree()
+        {
+            for (auto const & [szName, szText] :
+                Rows_t<char const *, char const *>{ { "a/Bay.map", "one" }, { "B/bay.map", "two2" },
+                    { "empty.txt", "" }, { "A.txt", "1" }, { "a.txt", "2" }, { "Foo/1.txt", "1" }, { "foo/2.txt", "2" },
+                    { "q:x", "" }, { "bad\xFF.txt", "" }, { "gamedata/storm/s.txt", "1" },
+                    { "gamedata/pqx/p.txt", "22" }, { "_configdependeddata/lo/lo.txt", "333" }, { ".svn/entries", "1" },
+                    { "e\033[31m\n1 found.txt", "" } })
+            {
+                Folder.Write(std::string("media/") + szName, szText);
+            }
+            Folder.Write("media/" + std::string(130, 'n'), "1");
+            Folder.MakeFolder("media/" + std::string(200, 'p') + "/" + std::string(100, 'p'));
+            fs::create_symlink("nothing", Folder.Join("media/gone"));
+            fs::create_directory_symlink("../a", Folder.Join("media/B/loop"));
+            MakePipe(Folder.Join("media/pipe"));
+        }
+
+        TempFolder_c Folder;
+        CurrentFolderScope_c Current{ Folder.GetPath() };
+    };
+}
+
+TEST_F(ZqtoolTree, ShowsWhatTheScanMakesOfAFolder)
+{
+    Result_s const Result = RunTool("tree media/ --game storm");
+    EXPECT_THAT(Result, Ends(1, HasSubstr("media: 7 files in 8 folders, 7 bytes, scanned in ")));
+    EXPECT_EQ(Result.sOutput.find('\033'), std::string::npos) << "names command no terminal";
+    EXPECT_EQ(Result.sOutput.find("\n1 found"), std::string::npos) << "and begin no line";
+    for (std::string const sLines : { "duplicates (1): a bare name opens the file found first\n"
+                                      "  media/B/bay.map  another file has its name: media/a/Bay.map\n",
+             "names that differ in case only (2)\n"
+             "  media/A.txt  it differs from another file in case only: media/a.txt\n"
+             "  media/Foo    it differs from another entry in case only: media/foo\n",
+             "  it has no bytes\n", "not entered\n  media/gone  it leads nowhere\n",
+             "not entered\n  media/bad\xEF\xBF\xBD.txt  its name is not UTF-8\n"
+             "  media/q:x       its name begins like a drive\n",
+             "pp  its path is too long\n", "media/pipe  it is no regular file\n", "\n11 found\n",
+             "media/B/loop  it is a link to a folder of this scan\n",
+             "media/_configdependeddata/lo  it is of another configuration: 1 files, 3 bytes\n",
+             "media/gamedata/pqx  it is of another game: 1 files, 2 bytes\n",
+             "media/.svn  its name is excluded: 1 files" })
+    {
+        EXPECT_THAT(Result.sOutput, HasSubstr(sLines));
+    }
+    EXPECT_THAT(Result.sOutput,
+        HasSubstr(std::string(130, 'n') + "  its name is cut to 127 characters: " + std::string(127, 'n') + "\n"));
+
+    auto const Json = nlohmann::json::parse(RunTool("tree media --config lo --json").sOutput);
+    EXPECT_EQ(Json["files"], 9);
+    EXPECT_EQ(Json["found"].size(), 11u);
+    EXPECT_EQ(Json["found"][0], (nlohmann::json{ { "kind", "duplicate" }, { "path", "media/B/bay.map" },
+                                    { "why", "another file has its name" }, { "other", "media/a/Bay.map" } }));
+    EXPECT_EQ(RunTool("tree media/gamedata/pqx").iStatus, 0);
+}
+
+TEST_F(ZqtoolTree, SaysWhichFileANameOpens)
+{
+    for (auto const & [szArguments, iStatus, szOutput] : Rows_t<char const *, int, char const *>{
+             { "--find Any/BAY.map media", 1,
+                 "Any/BAY.map opens media/a/Bay.map, 3 bytes\n  not media/B/bay.map: another file has its name\n" },
+             { "--find s.txt media", 0, "s.txt opens media/gamedata/storm/s.txt, 1 bytes\n" },
+             { "--find p.txt --game storm media", 1,
+                 "p.txt opens no file\n  not media/gamedata/pqx/p.txt: its folder is left out: media/gamedata/pqx, "
+                 "it is of another game\n" },
+             { "--find B/bay.map --relative media", 0,
+                 "B/bay.map opens media/B/bay.map, 4 bytes\n  not media/a/Bay.map: it opens by another name\n" },
+             { "--find no media", 1, "no opens no file\n" }, { "nothing", 1, "nothing: there is no such folder\n" },
+             { "--find bay.map --json media/a", 0,
+                 "{\"name\":\"bay.map\",\"opens\":\"media/a/Bay.map\",\"bytes\":3,\"others\":[]}\n" } })
+    {
+        EXPECT_THAT(RunTool(std::string("tree ") + szArguments), Ends(iStatus, szOutput)) << szArguments;
+    }
+    for (char const * szArguments : { "", "--game Storm media", "--split \\a media", "--game a/b media" })
+    {
+        EXPECT_EQ(RunTool(std::string("tree ") + szArguments).iStatus, 2) << szArguments;
+    }
+}
+
+TEST_F(ZqtoolTree, KnowsATreeThatWasNotMadeForBareNamesAndWhatCantBeRead)
+{
+    for (int i = 0; i < 30; ++i)
+    {
+        Folder.Write("many/" + std::to_string(i) + "/readme.txt", "1");
+    }
+    Result_s const Bare = RunTool("tree many");
+    EXPECT_THAT(Bare.sOutput, HasSubstr("29 of 30 files have names that are taken"));
+    EXPECT_THAT(Bare.sOutput, HasSubstr("  and 9 more, which --all shows\n"));
+    EXPECT_THAT(RunTool("tree --relative many"), Ends(0, HasSubstr("many: 30 files in 31 folders")));
+
+    fs::permissions(Folder.Join("many/0"), fs::perms::none);
+    fs::permissions(Folder.Join("many/1/readme.txt"), fs::perms::none);
+    auto const fnRun = [] { return RunTool("tree --relative many >out.txt").iStatus; };
+    fs::permissions(Folder.GetPath(), fs::perms::all);
+    int const iStatus = IsSuperuser() ? StatusAsNobody(fnRun) : fnRun();
+    std::string const sOutput = Folder.Read("out.txt");
+    fs::permissions(Folder.Join("many/0"), fs::perms::all);
+    SKIP_IF(iStatus == -2, "the superuser's rights can't be dropped");
+    EXPECT_EQ(iStatus, 1);
+    EXPECT_THAT(sOutput, HasSubstr("not readable (2)\n  many/0             it can't be read\n"
+                                   "  many/1/readme.txt  it can't be opened\n"));
+}

@@ -1,0 +1,473 @@
+// zqtool cache: shows a file system cache, compares it with its tree, and writes one.
+#include "tools/zqtool/cachefile.h"
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/json.h"
+#include "tools/zqtool/mediascan.h"
+#include "tools/zqtool/terminal.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilecache.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/cfilepath.h"
+#include "zqcore/clog.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    struct Options_t
+    {
+        std::string sFile, sRoot, sBuild;
+        MediaOptions_t Media;
+        bool bList = false;
+        bool bCheck = false;
+        bool bJson = false;
+    };
+
+    // What differs between a cache and its tree.
+    struct Comparison_t
+    {
+        std::string sNotCurrent;            // why a start that compares the folders would scan; empty if it would not
+        std::vector<std::string> dUnread;   // what the scan could not see
+        std::vector<std::string> dMissing, dNew;
+        struct Change_s
+        {
+            std::string sPath;
+            std::uint32_t nCached, nNow;   // bytes
+        };
+        std::vector<Change_s> dChanged;
+        struct Move_s
+        {
+            std::string sPath, sNow;
+        };
+        std::vector<Move_s> dMoved;
+        int nOtherTimes = 0;   // files that were created at another time
+
+        bool IsEqual() const
+        {
+            return sNotCurrent.empty() && dUnread.empty() && dMissing.empty() && dNew.empty() && dChanged.empty()
+                   && dMoved.empty();
+        }
+    };
+
+    std::string AsPath(std::string sRelative)
+    {
+        std::replace(sRelative.begin(), sRelative.end(), '\\', '/');
+        return sRelative.substr(sRelative.starts_with('/') ? 1 : 0);
+    }
+
+    // Returns a time of the library in UTC, to the second.
+    std::string TimeText(plat::FileTime_t tTime)
+    {
+        constexpr plat::FileTime_t TICKS = 10000000;
+        constexpr std::int64_t SECONDS_TO_1970 = 11644473600;
+        constexpr std::int64_t END_OF_9999 = 253402300800;
+        auto const iSeconds = static_cast<std::int64_t>(tTime / TICKS) - SECONDS_TO_1970;
+        if (tTime == 0 || iSeconds >= END_OF_9999)
+        {
+            return tTime == 0 ? "unknown" : "after 9999";
+        }
+        std::chrono::sys_seconds const Time{ std::chrono::seconds(iSeconds) };
+        auto const Day = std::chrono::floor<std::chrono::days>(Time);
+        std::chrono::year_month_day const Date(Day);
+        std::chrono::hh_mm_ss const Clock(Time - Day);
+        char szText[64];
+        std::snprintf(szText, sizeof szText, "%04i-%02u-%02u %02i:%02i:%02i", static_cast<int>(Date.year()),
+            static_cast<unsigned>(Date.month()), static_cast<unsigned>(Date.day()),
+            static_cast<int>(Clock.hours().count()), static_cast<int>(Clock.minutes().count()),
+            static_cast<int>(Clock.seconds().count()));
+        return szText;
+    }
+
+    std::string VersionText(CacheContents_t const & Contents)
+    {
+        return std::to_string(Contents.dwVersion >> 16) + '.' + std::to_string(Contents.dwVersion & 0xFFFF);
+    }
+
+    std::uint64_t BytesOf(CacheContents_t const & Contents)
+    {
+        std::uint64_t nBytes = 0;
+        for (CacheFile_s const & File : Contents.dFiles)
+        {
+            nBytes += static_cast<std::uint32_t>(File.iLength);
+        }
+        return nBytes;
+    }
+
+    // Returns the files of a cache by their paths.
+    std::map<std::string, CacheFile_s const *> ByPath(CacheContents_t const & Contents)
+    {
+        std::map<std::string, CacheFile_s const *> dFiles;
+        for (CacheFile_s const & File : Contents.dFiles)
+        {
+            dFiles[AsPath(Contents.PathOf(File))] = &File;
+        }
+        return dFiles;
+    }
+
+    // Returns the root with which a cache is compared, and in sFile the cache's path below it, if it lies directly in
+    // it: the library knows the folder of a cache by its text.
+    std::string RootOf(Options_t const & Options, std::string & sFile)
+    {
+        fs::path const File(Options.sFile);
+        fs::path const Folder = File.has_parent_path() ? File.parent_path() : ".";
+        std::string sRoot = Options.sBuild.empty() ? Options.sRoot : Options.sBuild;
+        sRoot = sRoot.empty() ? Folder.native() : sRoot;
+        while (sRoot.size() > 1 && sRoot.ends_with('/'))
+        {
+            sRoot.pop_back();
+        }
+        std::error_code Ignored;
+        sFile = fs::equivalent(Folder, sRoot, Ignored) ? (fs::path(sRoot) / File.filename()).native() : Options.sFile;
+        return sRoot;
+    }
+
+    std::string g_sNotCurrent;
+
+    void NoteNotCurrent(char const * szLine)
+    {
+        std::string_view constexpr START = "filesystem: the cache is not current, ";
+        std::string_view const sLine(szLine);
+        g_sNotCurrent = sLine.starts_with(START) ? sLine.substr(START.size()) : g_sNotCurrent;
+    }
+
+    // What the tables hold below the media root.
+    struct Table_s
+    {
+        std::map<std::string, File_c const *> dFiles;   // by key
+        std::set<std::string> dFolders;                 // relative
+    };
+
+    Table_s ReadTables(std::string const & sRoot, std::string const & sFile)
+    {
+        Table_s Table;
+        FileCacheDropOthers(String_T<256>(sRoot.c_str()));
+        std::string const sOwn = FoldedText(fs::path(sFile).filename().native());
+        for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+        {
+            if (pSlot->pObject->sName != sOwn && pSlot->pObject->pPath)
+            {
+                Table.dFiles[std::string(pSlot->pObject->sName)] = pSlot->pObject;
+            }
+        }
+        for (auto * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
+        {
+            Table.dFolders.insert(std::string(*pSlot->pName).substr(sRoot.size()));
+        }
+        return Table;
+    }
+
+    void CompareFolders(CacheContents_t const & Contents, std::set<std::string> dFolders, Comparison_t & Comparison)
+    {
+        for (CacheFolder_s const & Folder : Contents.dFolders)
+        {
+            if (dFolders.erase(std::string(Folder.sRelative)) == 0)
+            {
+                Comparison.dMissing.push_back(AsPath(std::string(Folder.sRelative)));
+            }
+        }
+        std::transform(dFolders.begin(), dFolders.end(), std::back_inserter(Comparison.dNew), AsPath);
+    }
+
+    void CompareFiles(CacheContents_t const & Contents, Table_s Table, std::size_t nRoot, Comparison_t & Comparison)
+    {
+        auto const Now = [nRoot](File_c const & File)
+        { return AsPath(std::string(static_cast<char const *>(FileLocation_c(File))).substr(nRoot)); };
+        for (auto const & [sPath, pCached] : ByPath(Contents))
+        {
+            auto const It = Table.dFiles.find(std::string(pCached->sName));
+            if (It == Table.dFiles.end())
+            {
+                Comparison.dMissing.push_back(sPath);
+                continue;
+            }
+            File_c const & File = *It->second;
+            if (Now(File) != sPath)
+            {
+                Comparison.dMoved.push_back({ sPath, Now(File) });
+            }
+            if (File.iLength != pCached->iLength)
+            {
+                Comparison.dChanged.push_back({ Now(File), static_cast<std::uint32_t>(pCached->iLength),
+                    static_cast<std::uint32_t>(File.iLength) });
+            }
+            Comparison.nOtherTimes += File.ftCreationTime != pCached->ftCreationTime ? 1 : 0;
+            Table.dFiles.erase(It);
+        }
+        for (auto const & [sKey, pFile] : Table.dFiles)
+        {
+            Comparison.dNew.push_back(Now(*pFile));
+        }
+    }
+
+    // Returns what a scan could not see, which makes its result useless for a cache.
+    std::vector<std::string> UnreadOf(MediaScan_t const & Scan)
+    {
+        std::vector<std::string> dUnread;
+        for (MediaFinding_t const & Finding : Scan.dFindings)
+        {
+            if (!Scan.bWhole && Finding.bMissed)
+            {
+                dUnread.push_back(Finding.sPath + ": " + Finding.sWhy);
+            }
+        }
+        return dUnread;
+    }
+
+    // Returns false, with a message, if there is no tree.
+    bool Compare(Options_t const & Options, CacheContents_t const & Contents, Comparison_t & Comparison)
+    {
+        std::string sFile;
+        std::string const sRoot = RootOf(Options, sFile);
+        SetPQXMediaPath(sRoot.c_str());
+        if (Contents.bTimes)
+        {
+            LogAddCallback(NoteNotCurrent);
+            FilesystemCacheInit(sFile.c_str());
+            FilesystemCacheIsCurrent();
+            Comparison.sNotCurrent = g_sNotCurrent;
+        }
+        MediaOptions_t Media = Options.Media;
+        Media.bRelative = Media.bRelative || Contents.IsRelative();
+        MediaScan_t Scan;
+        if (!ScanMedia({ sRoot }, Media, Scan))
+        {
+            return false;
+        }
+        Comparison.dUnread = UnreadOf(Scan);
+        Table_s Table = ReadTables(sRoot, sFile);
+        CompareFolders(Contents, std::move(Table.dFolders), Comparison);
+        CompareFiles(Contents, std::move(Table), sRoot.size(), Comparison);
+        std::sort(Comparison.dMissing.begin(), Comparison.dMissing.end());
+        std::sort(Comparison.dNew.begin(), Comparison.dNew.end());
+        return true;
+    }
+
+    void PrintFacts(Options_t const & Options, CacheContents_t const & Contents)
+    {
+        std::printf("%s: version %s, %zu folders, %zu files of %llu bytes, %s%s\n",
+            Painted(Options.sFile, Colour_e::Title).c_str(), VersionText(Contents).c_str(), Contents.dFolders.size(),
+            Contents.dFiles.size(), static_cast<unsigned long long>(BytesOf(Contents)),
+            Contents.IsRelative() ? "relative names, " : "",
+            Contents.bTimes ? "with the times of its folders" : "without the times of its folders");
+        if (Contents.nLeft > 0)
+        {
+            std::printf("%i bytes after its end are not read\n", Contents.nLeft);
+        }
+    }
+
+    void PrintList(CacheContents_t const & Contents)
+    {
+        std::printf("%12s  %-19s  file\n", "bytes", "created, UTC");
+        for (auto const & [sPath, pFile] : ByPath(Contents))
+        {
+            std::printf("%12u  %-19s  %s\n", static_cast<unsigned>(pFile->iLength),
+                TimeText(pFile->ftCreationTime).c_str(), Printable(sPath).c_str());
+        }
+    }
+
+    void PrintComparison(Comparison_t const & Comparison)
+    {
+        auto const PrintRow = [](char const * szWhat, std::string const & sText)
+        { std::printf("%-8s  %s\n", szWhat, Printable(sText).c_str()); };
+        for (std::string const & sPath : Comparison.dUnread)
+        {
+            PrintRow("unread", sPath);
+        }
+        for (std::string const & sPath : Comparison.dMissing)
+        {
+            PrintRow("missing", sPath);
+        }
+        for (std::string const & sPath : Comparison.dNew)
+        {
+            PrintRow("new", sPath);
+        }
+        for (auto const & [sPath, nCached, nNow] : Comparison.dChanged)
+        {
+            PrintRow("changed", sPath + ": " + std::to_string(nCached) + " bytes, now " + std::to_string(nNow));
+        }
+        for (auto const & [sPath, sNow] : Comparison.dMoved)
+        {
+            PrintRow("moved", sPath + ": now " + sNow);
+        }
+        if (!Comparison.sNotCurrent.empty())
+        {
+            PrintRow("outdated", "a start that compares the folders would scan: " + Comparison.sNotCurrent);
+        }
+        if (Comparison.nOtherTimes > 0)
+        {
+            std::printf(
+                "%i files were created at another time: they were copied or replaced\n", Comparison.nOtherTimes);
+        }
+        if (Comparison.IsEqual())
+        {
+            std::puts("it fits its tree");
+        }
+    }
+
+    Json_t OfComparison(Comparison_t const & Comparison)
+    {
+        Json_t Changed = Json_t::array(), Moved = Json_t::array();
+        for (auto const & [sPath, nCached, nNow] : Comparison.dChanged)
+        {
+            Changed.push_back({ { "path", sPath }, { "cached_bytes", nCached }, { "bytes", nNow } });
+        }
+        for (auto const & [sPath, sNow] : Comparison.dMoved)
+        {
+            Moved.push_back({ { "cached_path", sPath }, { "path", sNow } });
+        }
+        return { { "fits", Comparison.IsEqual() }, { "unread", Comparison.dUnread }, { "missing", Comparison.dMissing },
+            { "new", Comparison.dNew }, { "changed", std::move(Changed) }, { "moved", std::move(Moved) },
+            { "other_times", Comparison.nOtherTimes },
+            { "outdated", Comparison.sNotCurrent.empty() ? Json_t() : Json_t(Comparison.sNotCurrent) } };
+    }
+
+    void PrintCacheJson(Options_t const & Options, CacheContents_t const & Contents, Comparison_t const * pComparison)
+    {
+        Json_t Json = { { "file", Options.sFile }, { "size", Contents.nSize }, { "version", VersionText(Contents) },
+            { "folders", Contents.dFolders.size() }, { "files", Contents.dFiles.size() },
+            { "bytes", BytesOf(Contents) }, { "relative", Contents.IsRelative() }, { "folder_times", Contents.bTimes },
+            { "left_bytes", Contents.nLeft }, { "damage", nullptr } };
+        if (!Contents.IsSound())
+        {
+            Json["damage"] = { { "byte", Contents.iDamage }, { "why", Contents.sDamage } };
+        }
+        if (pComparison)
+        {
+            Json["check"] = OfComparison(*pComparison);
+        }
+        if (Options.bList)
+        {
+            Json_t & List = Json["list"] = Json_t::array();
+            for (auto const & [sPath, pFile] : ByPath(Contents))
+            {
+                List.push_back({ { "path", sPath }, { "name", std::string(pFile->sName) },
+                    { "bytes", static_cast<std::uint32_t>(pFile->iLength) },
+                    { "created", TimeText(pFile->ftCreationTime) } });
+            }
+        }
+        PrintJson(Json);
+    }
+
+    int Fail(std::string const & sFile, std::string const & sWhy)
+    {
+        std::fprintf(stderr, "%s: %s\n", Printable(sFile).c_str(), Printable(sWhy).c_str());
+        return EXIT_FOUND;
+    }
+
+    int Show(Options_t const & Options)
+    {
+        CacheContents_t Contents;
+        std::string sWhyNot;
+        if (!ReadCacheFile(Options.sFile, Contents, sWhyNot))
+        {
+            return Fail(Options.sFile, sWhyNot);
+        }
+        bool const bCompare = Options.bCheck && Contents.IsSound();
+        Comparison_t Comparison;
+        if (bCompare && !Compare(Options, Contents, Comparison))
+        {
+            return EXIT_FOUND;
+        }
+        if (Options.bJson)
+        {
+            PrintCacheJson(Options, Contents, bCompare ? &Comparison : nullptr);
+        }
+        else
+        {
+            if (Contents.dwVersion != 0)
+            {
+                PrintFacts(Options, Contents);
+            }
+            if (Options.bList)
+            {
+                PrintList(Contents);
+            }
+            if (bCompare)
+            {
+                PrintComparison(Comparison);
+            }
+        }
+        if (!Contents.IsSound())
+        {
+            return Fail(Options.sFile, "damaged at byte " + std::to_string(Contents.iDamage) + ": " + Contents.sDamage);
+        }
+        return Comparison.IsEqual() ? EXIT_DONE : EXIT_FOUND;
+    }
+
+    // Returns whether a file may be replaced by a cache: it is absent, empty or an earlier cache.
+    bool MayReplace(std::string const & sFile)
+    {
+        std::error_code Error;
+        if (!fs::exists(sFile, Error) || (fs::is_regular_file(sFile, Error) && fs::file_size(sFile, Error) == 0))
+        {
+            return !Error;
+        }
+        CacheContents_t Contents;
+        std::string sIgnored;
+        return ReadCacheFile(sFile, Contents, sIgnored) && Contents.dwVersion >> 16 == FILESYSTEMCACHE_VERSION >> 16;
+    }
+
+    int Build(Options_t const & Options)
+    {
+        std::string sFile;
+        std::string const sRoot = RootOf(Options, sFile);
+        if (!MayReplace(sFile))
+        {
+            return Fail(Options.sFile, "it is no cache, so it is not replaced");
+        }
+        FilesystemCacheCheck(true);
+        MediaScan_t Scan;
+        if (!ScanMedia({ sRoot }, Options.Media, Scan))
+        {
+            return EXIT_FOUND;
+        }
+        std::vector<std::string> const dUnread = UnreadOf(Scan);
+        if (!Scan.bWhole)
+        {
+            constexpr std::size_t MOST_LINES = 20;
+            for (std::size_t i = 0; i < std::min(dUnread.size(), MOST_LINES); ++i)
+            {
+                std::fprintf(stderr, "%s\n", Printable(dUnread[i]).c_str());
+            }
+            return Fail(Options.sFile, "no cache is written, since the scan missed " + std::to_string(dUnread.size())
+                                           + " files or folders: zqtool tree lists them");
+        }
+        FileCacheDropOthers(String_T<256>(sRoot.c_str()));
+        if (!FileCacheTrySave(sFile.c_str()))
+        {
+            return Fail(Options.sFile, "it can't be written");
+        }
+        if (int const nDuplicates = Options.bJson ? 0 : Scan.CountDuplicates())
+        {
+            std::printf("%i duplicates are not in it: see zqtool tree\n", nDuplicates);
+        }
+        return Show(Options);
+    }
+}
+
+CommandRun_t PrepareCache(CLI::App & App)
+{
+    auto const pOptions = std::make_shared<Options_t>();
+    App.add_option("FILE", pOptions->sFile, "cache, such as media/filesystemcache.bin")->type_name("")->required();
+    App.add_flag("--list", pOptions->bList, "list its files");
+    CLI::Option * const pCheck = App.add_flag("--check", pOptions->bCheck, "compare it with its tree");
+    App.add_option("--root", pOptions->sRoot, "its tree; default: the folder that it lies in")
+        ->type_name("FOLDER")
+        ->needs(pCheck);
+    App.add_option("--build", pOptions->sBuild, "scan this folder and write the cache FILE")
+        ->type_name("FOLDER")
+        ->excludes(pCheck);
+    AddMediaOptions(App, pOptions->Media);
+    App.add_flag("--json", pOptions->bJson, "print one JSON document");
+    App.footer("Example: zqtool cache --build media media/filesystemcache.bin");
+    return [pOptions] { return pOptions->sBuild.empty() ? Show(*pOptions) : Build(*pOptions); };
+}

@@ -1,0 +1,443 @@
+#include "tools/zqtool/mediascan.h"
+
+#include "tools/zqtool/text.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilemedia.h"
+#include "zqcore/cfilepath_internal.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    constexpr MediaKind_t DUPLICATE = { "duplicate", "duplicates", "a bare name opens the file found first", true };
+    constexpr MediaKind_t CASE = { "case", "names that differ in case only", "", true };
+    constexpr MediaKind_t CUT_NAME = { "cut_name", "names that are cut", "such a file can't be opened", true };
+    constexpr MediaKind_t TOO_LONG = { "too_long", "paths that are too long", "not entered", true };
+    constexpr MediaKind_t BAD_NAME = { "bad_name", "names that no path leads to", "not entered", true };
+    constexpr MediaKind_t EMPTY = { "empty", "empty files", "opening one fails an assertion", true };
+    constexpr MediaKind_t TOO_LARGE = { "too_large", "files of 2 GiB or more", "they can't be opened", true };
+    constexpr MediaKind_t NO_ROOM = { "no_room", "more than the tables hold", "not entered", true };
+    constexpr MediaKind_t UNREADABLE = { "unreadable", "not readable", "", true };
+    constexpr MediaKind_t MISSING = { "missing_target", "links to nothing", "not entered", true };
+    constexpr MediaKind_t SPECIAL = { "special", "pipes, sockets and devices", "not entered", true };
+    constexpr MediaKind_t ARCHIVE = { "archive", "entries of archives", "not entered", true };
+    constexpr MediaKind_t ENTERED = { "link", "folders that the scan was in already", "", false };
+    constexpr MediaKind_t CONFIGURATION = { "configuration", "hidden by the configuration", "", false };
+    constexpr MediaKind_t SPLIT = { "split", "hidden by the split", "", false };
+    constexpr MediaKind_t EXCLUDED = { "excluded", "excluded by name", "", false };
+    constexpr MediaKind_t UNFINISHED = { "unfinished", "files of unfinished saves", "", false };
+    constexpr MediaKind_t OVER = { "over", "hidden by an archive", "", false };
+
+    constexpr MediaKind_t const * KINDS[] = { &DUPLICATE, &CASE, &CUT_NAME, &TOO_LONG, &BAD_NAME, &EMPTY, &TOO_LARGE,
+        &NO_ROOM, &UNREADABLE, &MISSING, &SPECIAL, &ARCHIVE, &ENTERED, &CONFIGURATION, &SPLIT, &EXCLUDED, &UNFINISHED,
+        &OVER };
+
+    // By FileSkip_e.
+    constexpr MediaKind_t const * KIND_OF_SKIP[] = { &DUPLICATE, &NO_ROOM, &CUT_NAME, &TOO_LARGE, &TOO_LONG, &TOO_LONG,
+        &CASE, &BAD_NAME, &BAD_NAME, &BAD_NAME, &SPECIAL, &UNREADABLE, &UNREADABLE, &ENTERED, &ENTERED, &CONFIGURATION,
+        &SPLIT, &EXCLUDED, &UNFINISHED, &ARCHIVE };
+    static_assert(std::size(KIND_OF_SKIP) == static_cast<std::size_t>(FileSkip_e::InArchive) + 1);
+
+    // What a scan has reported, with paths as it reported them.
+    struct Skip_s
+    {
+        FileSkip_e eWhy;
+        std::string sFolder, sName, sWhy, sFirst;
+    };
+    std::vector<Skip_s> g_dSkips;
+
+    std::string LocationOf(File_c const & File)
+    {
+        return File.pPath ? static_cast<char const *>(FileLocation_c(File)) : File.GetFullPath().CStr();
+    }
+
+    void NoteSkip(FileSkip_t Skip)
+    {
+        g_dSkips.push_back(
+            { Skip.eWhy, Skip.szFolder, Skip.szName, Skip.szWhy, Skip.pFirst ? LocationOf(*Skip.pFirst) : "" });
+    }
+
+    std::string_view BareOf(std::string_view sFolded)
+    {
+        return sFolded.substr(sFolded.rfind('\\') + 1);   // the whole text if there is none
+    }
+
+    // Calls Do with each file of the table.
+    template <typename DO>
+    void ForEachFile(DO Do)
+    {
+        for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
+        {
+            Do(*pSlot->pObject);
+        }
+    }
+
+    // What lies on the disk, in the order of the paths of the tables. Links are not followed. Folders that no scan could
+    // enter because of their depth are not walked to their end.
+    class Disk_c
+    {
+    public:
+        explicit Disk_c(MediaScan_t & Scan)
+            : m_Scan(Scan)
+        {}
+
+        void Walk(std::string const & sRoot)
+        {
+            std::error_code Error;
+            fs::recursive_directory_iterator Next(sRoot, fs::directory_options::skip_permission_denied, Error);
+            for (; !Error && Next != fs::recursive_directory_iterator(); Next.increment(Error))
+            {
+                std::error_code Ignored;
+                fs::file_type const eType = Next->symlink_status(Ignored).type();
+                std::string const & sPath = Next->path().native();
+                m_Scan.dDisk.push_back({ FoldedText(sPath), sPath, eType == fs::file_type::directory });
+                if (sPath.size() > 512)
+                {
+                    Next.disable_recursion_pending();
+                }
+                if (eType == fs::file_type::symlink)
+                {
+                    NoteLink(sPath);
+                }
+            }
+        }
+
+        void Sort()
+        {
+            std::sort(m_Scan.dDisk.begin(), m_Scan.dDisk.end(),
+                [](DiskEntry_t const & A, DiskEntry_t const & B)
+                { return std::tie(A.sFolded, A.sPath) < std::tie(B.sFolded, B.sPath); });
+        }
+
+    private:
+        // Adds a link to nothing, if the scan was in its folder.
+        void NoteLink(std::string const & sPath)
+        {
+            std::error_code Error;
+            fs::file_type const eType = fs::status(sPath, Error).type();
+            std::string const sFolded = FoldedText(sPath);
+            std::string const sFolder = sFolded.substr(0, sFolded.size() - BareOf(sFolded).size());
+            if ((eType == fs::file_type::not_found || Error == std::errc::too_many_symbolic_link_levels)
+                && sFolder.size() < 256 && g_sPaths.FindByName(sFolder.c_str()))
+            {
+                m_Scan.dFindings.push_back({ &MISSING, sPath, "it leads nowhere", "", 0, 0, false });
+            }
+        }
+
+        MediaScan_t & m_Scan;
+    };
+
+    bool HasCapital(std::string_view sName)
+    {
+        return std::any_of(sName.begin(), sName.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+    }
+
+    // Returns the entries of the disk to which a path of the tables may lead: one, unless they differ in case only.
+    std::vector<std::string> SpellingsOf(MediaScan_t const & Scan, std::string const & sFolded)
+    {
+        auto It = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sFolded,
+            [](DiskEntry_t const & Entry, std::string const & sWanted) { return Entry.sFolded < sWanted; });
+        std::vector<std::string> dPaths;
+        for (; It != Scan.dDisk.end() && It->sFolded == sFolded; ++It)
+        {
+            dPaths.push_back(It->sPath);
+        }
+        return dPaths;
+    }
+
+    // Returns the spelling that the library reaches. A path that the walk has not seen keeps its letters.
+    std::string Spell(MediaScan_t const & Scan, std::string const & sFolded)
+    {
+        std::vector<std::string> dPaths = SpellingsOf(Scan, sFolded);
+        if (dPaths.size() > 1)
+        {
+            std::string const sParent =
+                Spell(Scan, sFolded.substr(0, sFolded.size() - std::min(sFolded.size(), BareOf(sFolded).size() + 1)));
+            std::vector<std::string> dInParent;
+            std::copy_if(dPaths.begin(), dPaths.end(), std::back_inserter(dInParent),
+                [&](std::string const & sPath) { return fs::path(sPath).parent_path().native() == sParent; });
+            dPaths = dInParent.empty() ? dPaths : dInParent;
+            return HasCapital(fs::path(dPaths.back()).filename().native()) ? dPaths.front() : dPaths.back();
+        }
+        std::string sPath = dPaths.empty() ? sFolded : dPaths[0];
+        if (dPaths.empty())
+        {
+            std::replace(sPath.begin(), sPath.end(), '\\', '/');
+        }
+        return sPath;
+    }
+
+    std::string SpellFolder(MediaScan_t const & Scan, std::string sFolded)
+    {
+        for (std::string const & sRoot : Scan.dPaths)
+        {
+            std::string const sRootFolded = FoldedText(sRoot);
+            if (sFolded == sRootFolded + '\\' || sFolded == sRootFolded)
+            {
+                return sRoot;
+            }
+        }
+        sFolded.resize(sFolded.size() - (sFolded.ends_with('\\') ? 1 : 0));
+        return Spell(Scan, sFolded);
+    }
+
+    // Counts the files below a folder that the scan has not entered.
+    void CountBelow(MediaScan_t const & Scan, std::string const & sFolded, MediaFinding_t & Finding)
+    {
+        std::string const sPrefix = sFolded + '\\';
+        auto It = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sPrefix,
+            [](DiskEntry_t const & Entry, std::string const & sWanted) { return Entry.sFolded < sWanted; });
+        for (; It != Scan.dDisk.end() && It->sFolded.starts_with(sPrefix); ++It)
+        {
+            std::error_code Error;
+            std::uint64_t const nBytes = It->bFolder ? 0 : fs::file_size(It->sPath, Error);
+            Finding.nFiles += It->bFolder || Error ? 0 : 1;
+            Finding.nBytes += Error ? 0 : nBytes;
+        }
+    }
+
+    // Makes findings of what the scan has reported.
+    class SkipReader_c
+    {
+    public:
+        explicit SkipReader_c(MediaScan_t & Scan)
+            : m_Scan(Scan)
+        {}
+
+        void Read(Skip_s const & Skip)
+        {
+            if (Skip.eWhy == FileSkip_e::Duplicate || Skip.eWhy == FileSkip_e::NoRoom)
+            {
+                return ReadByKey(Skip);
+            }
+            MediaFinding_t Finding{ KIND_OF_SKIP[static_cast<std::size_t>(Skip.eWhy)], "", Skip.sWhy, "", 0, 0, false };
+            std::string const sFolded = FoldedText(Skip.sFolder + Skip.sName);
+            bool const bArchive = Skip.eWhy == FileSkip_e::InArchive;
+            std::string const sFolder = bArchive ? Skip.sFolder : SpellFolder(m_Scan, Skip.sFolder);
+            Finding.sPath = sFolder + (Skip.sName.empty() || sFolder.ends_with('/') ? "" : "/") + Skip.sName;
+            Finding.bMissed = Skip.eWhy == FileSkip_e::Unreadable || Skip.eWhy == FileSkip_e::Unknown;
+            if (Skip.eWhy == FileSkip_e::CutName)
+            {
+                Finding.sOther = BareOf(sFolded).substr(0, FILE_KEY_LENGTH);
+            }
+            else if (Skip.eWhy == FileSkip_e::Case)
+            {
+                Finding.sOther = Spell(m_Scan, sFolded);
+            }
+            else if (!Finding.pKind->bFault)
+            {
+                CountBelow(m_Scan, sFolded, Finding);
+            }
+            m_Scan.dFindings.push_back(std::move(Finding));
+        }
+
+    private:
+        // Of a file that is known by its key: one that another file, or the size of the table, has kept out.
+        void ReadByKey(Skip_s const & Skip)
+        {
+            std::string const sFolded = Skip.sFolder + std::string(BareOf(Skip.sName));
+            MediaFinding_t Finding{ KIND_OF_SKIP[static_cast<std::size_t>(Skip.eWhy)], Spell(m_Scan, sFolded),
+                Skip.sWhy, Skip.sFirst.empty() ? "" : Spell(m_Scan, Skip.sFirst), 0, 0,
+                Skip.eWhy == FileSkip_e::NoRoom };
+            std::vector<std::string> dTwins = SpellingsOf(m_Scan, sFolded);
+            if (sFolded == Skip.sFirst && dTwins.size() > 1)
+            {
+                // The others of the names that differ in case only, one after the other.
+                std::erase(dTwins, Finding.sOther);
+                Finding.sPath = dTwins[std::min(m_dTwinsSeen[sFolded]++, dTwins.size() - 1)];
+                Finding.pKind = &CASE;
+                Finding.sWhy = "it differs from another file in case only";
+            }
+            m_Scan.dFindings.push_back(std::move(Finding));
+        }
+
+        MediaScan_t & m_Scan;
+        std::map<std::string, std::size_t> m_dTwinsSeen;
+    };
+
+    // Returns whether a file's key is a part of its name, so that its path leads nowhere.
+    bool IsCut(MediaScan_t const & Scan, File_c const & File)
+    {
+        return BareOf(File.sName.CStr()).size() == FILE_KEY_LENGTH && SpellingsOf(Scan, LocationOf(File)).empty();
+    }
+
+    // Counts the files of the table, and finds those that are empty, can't be read or are hidden.
+    void ReadTable(MediaScan_t & Scan)
+    {
+        auto const Add = [&](MediaKind_t const & Kind, File_c const & File, char const * szWhy, std::string sOther = "")
+        {
+            Scan.dFindings.push_back(
+                { &Kind, PathOf(Scan, File), szWhy, std::move(sOther), 0, 0, Kind.szName == NO_ROOM.szName });
+        };
+        ForEachFile(
+            [&](File_c & Top)
+            {
+                ++Scan.nFiles;
+                Scan.nBytes += static_cast<std::uint32_t>(Top.iLength);
+                if (Top.iLength == 0)
+                {
+                    Add(EMPTY, Top, "it has no bytes");
+                }
+                if (dynamic_cast<FileOnDisk_c *>(&Top) && !Top.pPath)
+                {
+                    Add(NO_ROOM, Top, "its folder has no place in the table of folders");
+                }
+                else if (Top.pPath && !IsCut(Scan, Top))
+                {
+                    plat::File_t const hFile = plat::FileOpenRead(FileLocation_c(Top), plat::Share_e::ReadWrite);
+                    if (!hFile)
+                    {
+                        Add(UNREADABLE, Top, "it can't be opened");
+                    }
+                    else
+                    {
+                        plat::FileClose(hFile);
+                    }
+                }
+                else if (File_c * const pHidden = FileHiding_c::InFolder(Top))
+                {
+                    Add(OVER, *pHidden, "a file of an archive has its name", PathOf(Scan, Top));
+                }
+            });
+        for (auto * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
+        {
+            ++Scan.nFolders;
+        }
+    }
+
+    bool AddPath(std::string const & sPath, MediaOptions_t const & Options)
+    {
+        std::error_code Ignored;
+        std::string sWhyNot;
+        if (fs::is_directory(sPath, Ignored))
+        {
+            sWhyNot = FileAddSearchPath(sPath.c_str(), true, Options.bRelative)
+                          ? ""
+                          : "the scan does not take this folder: its path is too long, or another one hides it";
+        }
+        else
+        {
+            sWhyNot = fs::exists(sPath, Ignored) ? MountArchive(sPath, Options.bRelative) : "there is no such folder";
+        }
+        if (!sWhyNot.empty())
+        {
+            std::fprintf(stderr, "%s: %s\n", Printable(sPath).c_str(), Printable(sWhyNot).c_str());
+        }
+        return sWhyNot.empty();
+    }
+
+    void Choose(MediaOptions_t const & Options)
+    {
+        g_silentMode = true;
+        SetAchtungs(false);   // they would end the process
+        FileExcludeToolFiles();
+        SetPQXCurrentConfig(Options.sConfig.c_str());
+        if (!Options.sGame.empty())
+        {
+            g_sGameFolder = (Options.sGame + '\\').c_str();
+            FileSetSplit(Options.sSplit.c_str());
+        }
+    }
+}
+
+void AddMediaOptions(CLI::App & App, MediaOptions_t & Options)
+{
+    App.add_option("--game", Options.sGame, "enter only this game's folder of the split, in lower case")
+        ->type_name("NAME")
+        ->check(
+            [](std::string const & sName) -> std::string
+            {
+                bool const bBare =
+                    sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() < 100;
+                return bBare && !HasCapital(sName) ? "" : "a game is a bare name in lower case";
+            });
+    App.add_option("--split", Options.sSplit, "folder of the games; default \\gamedata\\")
+        ->type_name("LOCATION")
+        ->needs("--game")
+        ->check(
+            [](std::string const & s) -> std::string
+            {
+                bool const bBounded = s.size() > 1 && s.size() < 100 && s.front() == '\\' && s.back() == '\\';
+                return bBounded && !HasCapital(s) ? "" : "a location is in lower case and begins and ends with \\";
+            });
+    App.add_option("--config", Options.sConfig, "folder of media\\_configdependeddata\\ to enter")->type_name("NAME");
+    App.add_flag("--relative", Options.bRelative, "names are paths below the first folder");
+}
+
+int MediaScan_t::CountFaults() const
+{
+    return static_cast<int>(std::count_if(
+        dFindings.begin(), dFindings.end(), [](MediaFinding_t const & Finding) { return Finding.pKind->bFault; }));
+}
+
+int MediaScan_t::CountDuplicates() const
+{
+    return static_cast<int>(std::count_if(dFindings.begin(), dFindings.end(),
+        [](MediaFinding_t const & Finding) { return Finding.pKind == &DUPLICATE; }));
+}
+
+std::string FoldedText(std::string const & sPath)
+{
+    std::string sFolded = sPath;
+    for (char & c : sFolded)
+    {
+        c = c == '/' ? '\\' : CharToLower(c);
+    }
+    return sFolded;
+}
+
+std::string PathOf(MediaScan_t const & Scan, File_c const & File)
+{
+    return Spell(Scan, LocationOf(File));
+}
+
+bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & Options, MediaScan_t & Scan)
+{
+    Choose(Options);
+    for (std::string sPath : dPaths)
+    {
+        while (sPath.size() > 1 && sPath.ends_with('/'))
+        {
+            sPath.pop_back();
+        }
+        Scan.dPaths.push_back(sPath);
+    }
+    auto const Root = std::find_if(Scan.dPaths.begin(), Scan.dPaths.end(),
+        [](std::string const & sPath) { return DirectoryExists(sPath.c_str()); });
+    SetPQXMediaPath(Root != Scan.dPaths.end() ? Root->c_str() : "");
+    CallbackScope_T const Skips(g_FileSkipCallbacker, NoteSkip);
+    auto const Start = std::chrono::steady_clock::now();
+    bool const bAdded = std::all_of(
+        Scan.dPaths.begin(), Scan.dPaths.end(), [&](std::string const & sPath) { return AddPath(sPath, Options); });
+    Scan.fMilliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - Start).count();
+    if (!bAdded)
+    {
+        return false;
+    }
+    Disk_c Disk(Scan);
+    for (std::string const & sPath : Scan.dPaths)
+    {
+        Disk.Walk(sPath);
+    }
+    Disk.Sort();
+    SkipReader_c Reader(Scan);
+    std::for_each(g_dSkips.begin(), g_dSkips.end(), [&](Skip_s const & Skip) { Reader.Read(Skip); });
+    ReadTable(Scan);
+    Scan.bWhole = FileScanIsWhole("")
+                  && std::none_of(Scan.dFindings.begin(), Scan.dFindings.end(),
+                      [](MediaFinding_t const & Finding) { return Finding.bMissed; });
+    auto const Rank = [](MediaFinding_t const & Finding)
+    { return std::find(std::begin(KINDS), std::end(KINDS), Finding.pKind) - std::begin(KINDS); };
+    std::sort(Scan.dFindings.begin(), Scan.dFindings.end(),
+        [&](MediaFinding_t const & A, MediaFinding_t const & B)
+        { return std::pair(Rank(A), A.sPath) < std::pair(Rank(B), B.sPath); });
+    return true;
+}

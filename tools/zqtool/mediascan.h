@@ -1,0 +1,81 @@
+// mediascan.h: what the library's scan makes of media folders and archives, and what it leaves out. A process scans
+// once.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class File_c;
+namespace CLI
+{
+    class App;
+}
+
+/// How to scan.
+struct MediaOptions_t
+{
+    std::string sGame;   // empty: no split
+    std::string sSplit = "\\gamedata\\";
+    std::string sConfig;
+    bool bRelative = false;   // keys are relative paths
+};
+
+/// Declares `--game`, `--split`, `--config` and `--relative`.
+void AddMediaOptions(CLI::App & App, MediaOptions_t & Options);
+
+/// A kind of entries of which a scan does not make what their names say.
+struct MediaKind_t
+{
+    char const * szName;    // in JSON
+    char const * szTitle;   // for people
+    char const * szNote;    // what follows from it; may be empty
+    bool bFault;            // false: left out as it was asked for
+};
+
+struct MediaFinding_t
+{
+    MediaKind_t const * pKind = nullptr;
+    std::string sPath;    // as the disk spells it
+    std::string sWhy;     // one statement
+    std::string sOther;   // the file that opens instead, or the key that the file gets; may be empty
+    int nFiles = 0;       // below a folder that is left out
+    std::uint64_t nBytes = 0;
+    bool bMissed = false;   // the system failed, or a table was full: the next scan may find more
+};
+
+/// An entry of the disk below the folders of a scan, whether the scan has entered it or not.
+struct DiskEntry_t
+{
+    std::string sFolded;   // in the form of the tables
+    std::string sPath;
+    bool bFolder = false;
+};
+
+struct MediaScan_t
+{
+    std::vector<std::string> dPaths;   // the folders and archives
+    int nFiles = 0;
+    int nFolders = 0;
+    std::uint64_t nBytes = 0;
+    double fMilliseconds = 0;
+    bool bWhole = true;                      // no finding is bMissed
+    std::vector<MediaFinding_t> dFindings;   // by kind, then by path
+    std::vector<DiskEntry_t> dDisk;          // by sFolded
+
+    int CountFaults() const;
+    int CountDuplicates() const;
+};
+
+/// Scans folders and mounts archives over them, in their order. The first folder is the media root. The library's
+/// tables then hold the files. Returns false, and prints why, for a path that is neither.
+bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & Options, MediaScan_t & Scan);
+
+/// Returns where a file is, as the disk spells it.
+std::string PathOf(MediaScan_t const & Scan, File_c const & File);
+
+/// Returns a path in the form of the tables.
+std::string FoldedText(std::string const & sPath);
+
+/// Mounts an archive over the files of the table. Returns why it can't, or an empty text.
+std::string MountArchive(std::string const & sPath, bool bRelative);

@@ -1,0 +1,275 @@
+// zqtool tree: what the library's scan makes of media folders and archives.
+#include "tools/zqtool/command.h"
+#include "tools/zqtool/json.h"
+#include "tools/zqtool/mediascan.h"
+#include "tools/zqtool/terminal.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilepath.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+namespace
+{
+    struct Options_t
+    {
+        std::vector<std::string> dPaths;
+        MediaOptions_t Media;
+        std::string sFind;
+        bool bAll = false;
+        bool bJson = false;
+    };
+
+    constexpr std::size_t MOST_LINES = 20;   // of each kind without --all
+    constexpr std::size_t MOST_COLUMN = 60;
+
+    // Returns whether a tree was made for bare names: a few duplicates, or up to a tenth of its files, are accidents.
+    bool FitsBareNames(MediaScan_t const & Scan)
+    {
+        int const nDuplicates = Scan.CountDuplicates();
+        return nDuplicates < 3 || nDuplicates * 10 <= nDuplicates + Scan.nFiles;
+    }
+
+    // Returns the columns of a printable text on a terminal, if each character takes one.
+    std::size_t ColumnsOf(std::string const & sText)
+    {
+        return static_cast<std::size_t>(std::count_if(
+            sText.begin(), sText.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    }
+
+    std::string AsText(MediaFinding_t const & Finding)
+    {
+        std::string sText = Finding.sWhy;
+        if (!Finding.sOther.empty())
+        {
+            sText += ": " + Finding.sOther;
+        }
+        if (Finding.nFiles > 0)
+        {
+            sText += ": " + std::to_string(Finding.nFiles) + " files, " + std::to_string(Finding.nBytes) + " bytes";
+        }
+        return Printable(sText);
+    }
+
+    using Findings_t = std::vector<MediaFinding_t>;
+
+    // Prints findings of one kind.
+    void PrintKind(Findings_t::const_iterator First, Findings_t::const_iterator End, bool bAll)
+    {
+        std::size_t const nFindings = static_cast<std::size_t>(End - First);
+        std::size_t const nShown = bAll ? nFindings : std::min(nFindings, MOST_LINES);
+        Colour_e const eColour = First->pKind->bFault ? Colour_e::Bad : Colour_e::Head;
+        std::string const sTitle = std::string(First->pKind->szTitle) + " (" + std::to_string(nFindings) + ")";
+        std::printf(
+            "\n%s%s%s\n", Painted(sTitle, eColour).c_str(), First->pKind->szNote[0] ? ": " : "", First->pKind->szNote);
+        std::vector<std::string> dPaths;
+        std::size_t nColumn = 0;
+        std::transform(First, First + static_cast<std::ptrdiff_t>(nShown), std::back_inserter(dPaths),
+            [](MediaFinding_t const & Finding) { return Printable(Finding.sPath); });
+        for (std::string const & sPath : dPaths)
+        {
+            std::size_t const nPath = ColumnsOf(sPath);
+            nColumn = std::max(nColumn, nPath <= MOST_COLUMN ? nPath : 0);
+        }
+        for (std::string const & sPath : dPaths)
+        {
+            std::string const sBlanks(nColumn - std::min(nColumn, ColumnsOf(sPath)), ' ');
+            std::printf("  %s%s  %s\n", sPath.c_str(), sBlanks.c_str(), AsText(*First++).c_str());
+        }
+        if (nShown < nFindings)
+        {
+            std::printf("  and %zu more, which --all shows\n", nFindings - nShown);
+        }
+    }
+
+    void PrintTree(Options_t const & Options, MediaScan_t const & Scan)
+    {
+        std::string sPaths;
+        for (std::string const & sPath : Scan.dPaths)
+        {
+            sPaths += (sPaths.empty() ? "" : ", ") + sPath;
+        }
+        std::printf("%s: %i files in %i folders, %llu bytes, scanned in %.2f ms\n",
+            Painted(sPaths, Colour_e::Title).c_str(), Scan.nFiles, Scan.nFolders,
+            static_cast<unsigned long long>(Scan.nBytes), Scan.fMilliseconds);
+        auto const EndOf = [&](Findings_t::const_iterator It)
+        {
+            return std::find_if(
+                It, Scan.dFindings.end(), [It](MediaFinding_t const & Finding) { return Finding.pKind != It->pKind; });
+        };
+        for (auto It = Scan.dFindings.begin(); It != Scan.dFindings.end(); It = EndOf(It))
+        {
+            PrintKind(It, EndOf(It), Options.bAll);
+        }
+        if (!FitsBareNames(Scan))
+        {
+            std::printf("\n%i of %i files have names that are taken: this tree was not made for bare names. With "
+                        "FileAddSearchPath(path, true, true) a file's name is its path below the media root; "
+                        "--relative shows that scan.\n",
+                Scan.CountDuplicates(), Scan.CountDuplicates() + Scan.nFiles);
+        }
+        int const nFaults = Scan.CountFaults();
+        if (nFaults > 0)
+        {
+            std::printf("\n%i found\n", nFaults);
+        }
+    }
+
+    Json_t OfFinding(MediaFinding_t const & Finding)
+    {
+        Json_t Json = { { "kind", Finding.pKind->szName }, { "path", Finding.sPath }, { "why", Finding.sWhy } };
+        if (!Finding.sOther.empty())
+        {
+            Json["other"] = Finding.sOther;
+        }
+        if (!Finding.pKind->bFault)
+        {
+            Json["files"] = Finding.nFiles;
+            Json["bytes"] = Finding.nBytes;
+        }
+        return Json;
+    }
+
+    void PrintTreeJson(Options_t const & Options, MediaScan_t const & Scan)
+    {
+        Json_t Found = Json_t::array(), LeftOut = Json_t::array();
+        for (MediaFinding_t const & Finding : Scan.dFindings)
+        {
+            (Finding.pKind->bFault ? Found : LeftOut).push_back(OfFinding(Finding));
+        }
+        PrintJson({ { "paths", Scan.dPaths }, { "game", Options.Media.sGame }, { "config", Options.Media.sConfig },
+            { "relative", Options.Media.bRelative }, { "files", Scan.nFiles }, { "folders", Scan.nFolders },
+            { "bytes", Scan.nBytes }, { "scan_ms", Scan.fMilliseconds }, { "whole", Scan.bWhole },
+            { "duplicates", Scan.CountDuplicates() }, { "fits_bare_names", FitsBareNames(Scan) },
+            { "found", std::move(Found) }, { "left_out", std::move(LeftOut) } });
+    }
+
+    // A file that has the bare name that was asked for, and does not open by it.
+    struct Other_t
+    {
+        std::string sPath, sWhy;
+    };
+
+    bool HasBareName(std::string const & sFolded, std::string const & sName)
+    {
+        return sFolded.ends_with(sName)
+               && (sFolded.size() == sName.size() || sFolded[sFolded.size() - sName.size() - 1] == '\\');
+    }
+
+    // Returns why the scan has not entered a file: the reason for the file itself, or for a folder that it is in.
+    std::string WhyNotEntered(MediaScan_t const & Scan, std::string const & sPath)
+    {
+        std::string sWhy = "it opens by another name";
+        for (MediaFinding_t const & Finding : Scan.dFindings)
+        {
+            if (Finding.sPath == sPath)
+            {
+                return Finding.sWhy;
+            }
+            if (sPath.starts_with(Finding.sPath) && sPath[Finding.sPath.size()] == '/')
+            {
+                sWhy = "its folder is left out: " + Finding.sPath + ", " + Finding.sWhy;
+            }
+        }
+        return sWhy;
+    }
+
+    std::vector<Other_t> OthersOf(MediaScan_t const & Scan, std::string const & sName, std::string const & sOpened)
+    {
+        std::vector<Other_t> dOthers;
+        for (DiskEntry_t const & Entry : Scan.dDisk)
+        {
+            if (!Entry.bFolder && Entry.sPath != sOpened && HasBareName(Entry.sFolded, sName))
+            {
+                dOthers.push_back({ Entry.sPath, WhyNotEntered(Scan, Entry.sPath) });
+            }
+        }
+        for (MediaFinding_t const & Finding : Scan.dFindings)   // entries of archives are not on the disk
+        {
+            bool const bListed = std::any_of(
+                dOthers.begin(), dOthers.end(), [&](Other_t const & Other) { return Other.sPath == Finding.sPath; });
+            if (!bListed && Finding.sPath != sOpened && HasBareName(FoldedText(Finding.sPath), sName))
+            {
+                dOthers.push_back({ Finding.sPath, Finding.sWhy });
+            }
+        }
+        return dOthers;
+    }
+
+    int Find(Options_t const & Options, MediaScan_t const & Scan)
+    {
+        FoldedPath_c const sWhole(Options.sFind.c_str());
+        File_c const * pFile = FileStream(Options.sFind.c_str());
+        pFile = pFile ? pFile : g_sFileObjects.FindByName(sWhole);
+        std::string const sOpened = pFile ? PathOf(Scan, *pFile) : "";
+        std::vector<Other_t> const dOthers = OthersOf(Scan, sWhole.GetBare(), sOpened);
+        if (Options.bJson)
+        {
+            Json_t Others = Json_t::array();
+            for (Other_t const & Other : dOthers)
+            {
+                Others.push_back({ { "path", Other.sPath }, { "why", Other.sWhy } });
+            }
+            PrintJson({ { "name", Options.sFind }, { "opens", pFile ? Json_t(sOpened) : Json_t() },
+                { "bytes", pFile ? Json_t(static_cast<std::uint32_t>(pFile->iLength)) : Json_t() },
+                { "others", std::move(Others) } });
+        }
+        else
+        {
+            std::string const sName = Printable(Options.sFind);
+            if (pFile)
+            {
+                std::printf("%s opens %s, %u bytes\n", sName.c_str(), Printable(sOpened).c_str(),
+                    static_cast<unsigned>(pFile->iLength));
+            }
+            else
+            {
+                std::printf("%s opens no file\n", sName.c_str());
+            }
+            for (Other_t const & Other : dOthers)
+            {
+                std::printf("  not %s: %s\n", Printable(Other.sPath).c_str(), Printable(Other.sWhy).c_str());
+            }
+        }
+        return pFile && (dOthers.empty() || Options.Media.bRelative) ? EXIT_DONE : EXIT_FOUND;
+    }
+
+    int Run(Options_t const & Options)
+    {
+        MediaScan_t Scan;
+        if (!ScanMedia(Options.dPaths, Options.Media, Scan))
+        {
+            return EXIT_FOUND;
+        }
+        if (!Options.sFind.empty())
+        {
+            return Find(Options, Scan);
+        }
+        if (Options.bJson)
+        {
+            PrintTreeJson(Options, Scan);
+        }
+        else
+        {
+            PrintTree(Options, Scan);
+        }
+        return Scan.CountFaults() == 0 ? EXIT_DONE : EXIT_FOUND;
+    }
+}
+
+CommandRun_t PrepareTree(CLI::App & App)
+{
+    auto const pOptions = std::make_shared<Options_t>();
+    App.add_option("PATH", pOptions->dPaths, "media folders, and zip archives that lie over those before them")
+        ->type_name("")
+        ->required();
+    AddMediaOptions(App, pOptions->Media);
+    App.add_option("--find", pOptions->sFind, "show which file a name opens, and which others have it")
+        ->type_name("NAME");
+    App.add_flag("--all", pOptions->bAll, "show every line");
+    App.add_flag("--json", pOptions->bJson, "print one JSON document");
+    App.footer("Example: zqtool tree --game storm media patch1.zip");
+    return [pOptions] { return Run(*pOptions); };
+}
