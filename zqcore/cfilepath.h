@@ -98,7 +98,7 @@ enum class FileSkip_e
 /// Payload of g_FileSkipCallbacker. The texts are valid during the call.
 struct FileSkip_t
 {
-    FileSkip_e eWhy;
+    FileSkip_e eWhy;         // the rule that applied
     char const * szFolder;   // an entry of g_sPaths; of an entry of an archive: the archive
     char const * szName;     // as the disk spells it; empty for szFolder itself; of a duplicate: its key
     char const * szWhy;      // one statement in English
