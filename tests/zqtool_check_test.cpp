@@ -119,6 +119,9 @@ TEST(ZqtoolCheck, ComparesCellsWithASchema)
         "(4, 1): there is no value in column \"name\"\n"
         "(4, 2): there is no known name in column \"unit\"\n"
         ": spreadsheet, 2 rows, 2 columns: 3 complaints\n");
+    EXPECT_EQ(Checked("b.csv", "unit,name\nbag,", sSchema), "(1, 1): there is no column \"price\"\n"
+                                                            "(2, 5): there is no value in column \"name\"\n"
+                                                            ": spreadsheet, 1 row, 2 columns: 2 complaints\n");
     std::string const sBad = Folder.Write("bad.txt", "@head type least required\na in\nA int x\nb int - maybe\n");
     EXPECT_EQ(RunTool("check --schema " + sBad + " " + sBad).sOutput,
         sBad + "(3, 1): a search for \"a\" finds the item in line 2\n" + sBad

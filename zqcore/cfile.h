@@ -17,8 +17,9 @@
 // it at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
 // size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
-// SetTextErrorLog(true) (ctexterror.h) each failed open or Load is also logged as "%s: %s" with name and reason. These
-// are an Achtung (cdebug.h) too:
+// SetTextErrorLog(true) (ctexterror.h) each failed open or Load is also logged as "%s: %s" with the reason after the
+// caller's name, or after the full path if the caller gave an object. These are an Achtung
+// (cdebug.h) too:
 // - a known file that the system does not open, except packs and names in ".bin" (FileOpenTracker, cfilelog.h).
 // - a duplicate (bDuplicate) that FileOpen opens or FileOpenStored finds.
 //

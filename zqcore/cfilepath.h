@@ -22,7 +22,7 @@
 // - excluded names, and the folders of other games (FileSetSplit).
 //
 // A bare name of more than 127 characters is cut, so the file can't be opened. A file of 2 GiB or more can't be opened
-// either. Both are logged. g_FileSkipCallbacker reports all of this to a host, such as a tool for artists.
+// either. Both are logged. g_FileSkipCallbacker reports what a scan skips to a host, such as a tool for artists.
 //
 // Ownership: the functions below create and destroy the objects of both tables.
 // Threads: main thread.
@@ -99,14 +99,17 @@ enum class FileSkip_e
 struct FileSkip_t
 {
     FileSkip_e eWhy;         // the rule that applied
-    char const * szFolder;   // an entry of g_sPaths; of an entry of an archive: the archive
-    char const * szName;     // as the disk spells it; empty for szFolder itself; of a duplicate: its key
+    char const * szFolder;   // as g_sPaths has it, or empty if that is full; of an entry of an archive: the archive
+    char const * szName;     // as the disk spells it; empty for szFolder itself; if a duplicate or full: the key
     char const * szWhy;      // one statement in English
     File_c const * pFirst;   // of a duplicate: the file that has its key, or else null
 };
 
 /// Fired, forced, for each entry that a scan skips, and for those that it enters in another way than their names say. A
-/// link whose target is missing is not reported. A receiver must not change the tables.
+/// receiver must not change the tables. These are not reported:
+/// - links whose target is missing
+/// - excluded names and unfinished saves of which the system reports no facts
+/// - folders below the path of a scan that is not recursive
 extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 
 /// Calls FileResetFiles. The flag is not used.

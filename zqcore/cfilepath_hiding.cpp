@@ -3,10 +3,10 @@
 
 HashAdd_e FileHiding_c::Add(File_c & File, bool bOver)
 {
-    File.m_pHidden = bOver ? g_sFileObjects.FindByName(File.sName) : nullptr;
-    if (File.m_pHidden)
+    if (File_c * const pHidden = bOver ? g_sFileObjects.FindByName(File.sName) : nullptr)
     {
         g_sFileObjects.DeleteByName(File.sName);
+        File.m_pHidden = pHidden;
     }
     return static_cast<HashAdd_e>(g_sFileObjects.Add(&File, &File.sName));   // after a deletion: added
 }

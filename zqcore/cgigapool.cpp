@@ -41,26 +41,26 @@ namespace
     }
 }
 
-inline void GigaSlab_c::Chain(int & iList, int iLink)
+inline void GigaSlab_c::Chain(int & list, int link)
 {
-    ZQ_ASSERT_TEXT(iLink >= 0 && iLink <= MAX_GROUP_INDEX, "link>=0 && link<=USHRT_MAX");
-    ZQ_ASSERT_TEXT(iList >= 0 && iList <= MAX_GROUP_INDEX, "list>=0 && list<=USHRT_MAX");
-    if (iList != GIGA_GROUP_NULL)
+    ZQ_ASSERT_TEXT(link >= 0 && link <= MAX_GROUP_INDEX, "link>=0 && link<=USHRT_MAX");
+    ZQ_ASSERT_TEXT(list >= 0 && list <= MAX_GROUP_INDEX, "list>=0 && list<=USHRT_MAX");
+    if (list != GIGA_GROUP_NULL)
     {
-        m_pGroups[iList].iPrev = static_cast<std::uint16_t>(iLink);
+        m_pGroups[list].iPrev = static_cast<std::uint16_t>(link);
     }
-    m_pGroups[iLink].iNext = static_cast<std::uint16_t>(iList);
-    m_pGroups[iLink].iPrev = GIGA_GROUP_NULL;
-    iList = iLink;
+    m_pGroups[link].iNext = static_cast<std::uint16_t>(list);
+    m_pGroups[link].iPrev = GIGA_GROUP_NULL;
+    list = link;
 }
 
-inline void GigaSlab_c::Unchain(int & iList, int iLink)
+inline void GigaSlab_c::Unchain(int & list, int link)
 {
-    GigaGroup_c const & Group = m_pGroups[iLink];
+    GigaGroup_c const & Group = m_pGroups[link];
     if (Group.iPrev == GIGA_GROUP_NULL)
     {
-        ZQ_ASSERT_TEXT(iList == iLink, "list==link");
-        iList = Group.iNext;
+        ZQ_ASSERT_TEXT(list == link, "list==link");
+        list = Group.iNext;
     }
     else
     {

@@ -211,8 +211,8 @@ private:
     void ChainGroups();
     void AllocData(std::size_t nAlignment);
     void SetElementSize(int iElementSize);
-    void Chain(int & iList, int iLink);
-    void Unchain(int & iList, int iLink);
+    void Chain(int & list, int link);
+    void Unchain(int & list, int link);
 
     // With these limits the rounding never reaches the next element, and no product leaves 64 bits.
     static constexpr int RECIPROCAL_BITS = 42;

@@ -96,9 +96,9 @@ namespace
     constexpr Mark_t MARK_PLAIN("just a pointer");
     constexpr Mark_t MARK_REGISTERED("Registered pointer");
 
-    void Put(Serializeable_c & Archive, Mark_t const & Mark)
+    void Put(Serializeable_c & archive, Mark_t const & Mark)
     {
-        Archive.Label(Mark.szName, Mark.dwLabel);
+        archive.Label(Mark.szName, Mark.dwLabel);
     }
 
     constexpr char IS_OWN[] = "dPointers[iPointer] is of class m_sClassName";
@@ -116,9 +116,9 @@ namespace
         return iPointer >= -1 && iPointer < Serializer_c::HASH_SIZE;
     }
 
-    [[noreturn]] ZQ_COLD void AbortOfFixup(Serializeable_c const & Archive)
+    [[noreturn]] ZQ_COLD void AbortOfFixup(Serializeable_c const & archive)
     {
-        Abort("Serializer_c: Can't fixup pointer in '%s' file", TextForLog(Archive.GetFileName()).GetBuffer());
+        Abort("Serializer_c: Can't fixup pointer in '%s' file", TextForLog(archive.GetFileName()).GetBuffer());
     }
 }
 
@@ -195,10 +195,10 @@ Serializer_c * Serializer_c::FindSerializer(String_T<32> const & sClassName)
     return nullptr;
 }
 
-String_T<32> Serializer_c::LoadName(Serializeable_c & Archive)
+String_T<32> Serializer_c::LoadName(Serializeable_c & archive)
 {
     String_T<32> sClassName;
-    Archive.SerializeString(sClassName);
+    archive.SerializeString(sClassName);
     return sClassName;
 }
 
@@ -261,77 +261,77 @@ void Serializer_c::Store(int iPointer, void const * pPointer, std::uint16_t iCla
 }
 
 // Loads an identifier. Returns false, with the archive failed, if there is no valid one.
-bool Serializer_c::ReadIdentifier(Serializeable_c & Archive, int & iPointer)
+bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
 {
-    Archive.Serialize(iPointer);
-    if (Archive.IsFailed())
+    archive.Serialize(iPointer);
+    if (archive.IsFailed())
     {
         return false;
     }
     bool const bValid = IsIdentifier(iPointer);
-    ZQ_ASSERT_EX_TEXT(bValid || Archive.IsChecked(), "iPointer >= -1 && iPointer < HASH_SIZE",
-        "identifier %d in '%s' file", iPointer, Archive.GetFileName());
+    ZQ_ASSERT_EX_TEXT(bValid || archive.IsChecked(), "iPointer >= -1 && iPointer < HASH_SIZE",
+        "identifier %d in '%s' file", iPointer, archive.GetFileName());
     if (!bValid)
     {
-        Archive.Fail("identifier %d of an object", iPointer);
+        archive.Fail("identifier %d of an object", iPointer);
     }
     return bValid;
 }
 
 // Runs the body. Returns false, with the archive failed, if there is no stack for it.
-bool Serializer_c::RunBody(Serializeable_c & Archive, void *& pObject)
+bool Serializer_c::RunBody(Serializeable_c & archive, void *& pObject)
 {
     if (plat::StackLeft() < BODY_STACK) [[unlikely]]
     {
-        return RunBodyOnFreshStack(Archive, pObject);
+        return RunBodyOnFreshStack(archive, pObject);
     }
-    SerializeObject(Archive, pObject);
+    SerializeObject(archive, pObject);
     return true;
 }
 
-bool Serializer_c::RunBodyOnFreshStack(Serializeable_c & Archive, void *& pObject)
+bool Serializer_c::RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject)
 {
     struct Call_s
     {
         Serializer_c & Serializer;
-        Serializeable_c & Archive;
+        Serializeable_c & archive;
         void *& pObject;
-    } Call{ *this, Archive, pObject };
+    } Call{ *this, archive, pObject };
     auto const fnRun = [](void * pArgument)
     {
         Call_s & c = *static_cast<Call_s *>(pArgument);
-        c.Serializer.SerializeObject(c.Archive, c.pObject);
+        c.Serializer.SerializeObject(c.archive, c.pObject);
     };
     bool const bRun = plat::StackCallOnFresh(FRESH_STACK, fnRun, &Call);
     if (!bRun)
     {
         LogWinLastError("Serializer_c: no stack for a deeper object");
-        Archive.Fail();
+        archive.Fail();
     }
     return bRun;
 }
 
-void Serializer_c::WritePointer(Serializeable_c & Archive, void *& pObject)
+void Serializer_c::WritePointer(Serializeable_c & archive, void *& pObject)
 {
-    if (Archive.IsFailed())
+    if (archive.IsFailed())
     {
         return;
     }
     int iPointer;
     bool const bNew = AddVoidToCache(pObject, &iPointer);
-    Archive.Serialize(iPointer);
+    archive.Serialize(iPointer);
     if (!bNew)
     {
         bool const bOwn = iPointer == -1 || IsOfClass(iPointer, m_iClass);
         ZQ_ASSERT_EX_TEXT(bOwn, IS_OWN, "'%s' expected for '%s' file", static_cast<char const *>(m_sClassName),
-            Archive.GetFileName());
-        return Put(Archive, MARK_PLAIN);
+            archive.GetFileName());
+        return Put(archive, MARK_PLAIN);
     }
     g_Table.dClasses[iPointer] = m_iClass;
-    Put(Archive, MARK_BEGIN);
-    Archive.SerializeString(m_sClassName);
-    RunBody(Archive, pObject);
-    Put(Archive, MARK_END);
+    Put(archive, MARK_BEGIN);
+    archive.SerializeString(m_sClassName);
+    RunBody(archive, pObject);
+    Put(archive, MARK_END);
 }
 
 bool Serializer_c::Expected_s::Accepts(Serializer_c const & Found) const
@@ -340,35 +340,35 @@ bool Serializer_c::Expected_s::Accepts(Serializer_c const & Found) const
                 : !Type || (Found.m_fnConvert && Found.m_fnConvert(nullptr, Type, graphs::Way_e::Ask));
 }
 
-bool Serializer_c::MustMake(Serializeable_c const & Archive, void * const & pObject)
+bool Serializer_c::MustMake(Serializeable_c const & archive, void * const & pObject)
 {
-    return Archive.IsReading() && s_pOpen && &s_pOpen->pObject == &pObject;
+    return archive.IsReading() && s_pOpen && &s_pOpen->pObject == &pObject;
 }
 
 void Serializer_c::WriteTyped(
-    Serializeable_c & Archive, void * pObject, Serializer_c * pSerializer, Expected_s const & Expected)
+    Serializeable_c & archive, void * pObject, Serializer_c * pSerializer, Expected_s const & Expected)
 {
     bool const bKnown = !pObject || (pSerializer && Expected.Accepts(*pSerializer));
     ZQ_ASSERT_EX_TEXT(bKnown, "a Serializer_T has this class and names this base", "%s, object of class '%s'",
         Expected.szName, pSerializer ? pSerializer->m_sClassName.CStr() : "");
     if (!bKnown)
     {
-        return Archive.Fail();
+        return archive.Fail();
     }
     if (pObject)
     {
         pObject = pSerializer->m_fnConvert(pObject, Expected.Type, graphs::Way_e::ToObject);
-        return pSerializer->WritePointer(Archive, pObject);
+        return pSerializer->WritePointer(archive, pObject);
     }
     int iNull = -1;
-    Archive.Serialize(iNull);
-    Put(Archive, MARK_PLAIN);
+    archive.Serialize(iNull);
+    Put(archive, MARK_PLAIN);
 }
 
-void * Serializer_c::ReadTyped(Serializeable_c & Archive, Expected_s const & Expected)
+void * Serializer_c::ReadTyped(Serializeable_c & archive, Expected_s const & Expected)
 {
     void * pObject = nullptr;
-    int const iPointer = ReadRecord(Archive, pObject, Expected);
+    int const iPointer = ReadRecord(archive, pObject, Expected);
     std::uint16_t const iClass = iPointer == -1 ? CLASS_NONE : g_Table.dClasses[iPointer];
     if (iClass == CLASS_NONE)
     {
@@ -377,11 +377,11 @@ void * Serializer_c::ReadTyped(Serializeable_c & Archive, Expected_s const & Exp
     Serializer_c const * const pClass = FindClass(iClass);
     void * const pFound =
         pClass && pClass->m_fnConvert ? pClass->m_fnConvert(pObject, Expected.Type, graphs::Way_e::ToType) : nullptr;
-    ZQ_ASSERT_EX_TEXT(pFound || Archive.IsFailed() || Archive.IsChecked(), IS_OWN, "%s, class '%s' in '%s' file",
-        Expected.szName, pClass ? pClass->m_sClassName.CStr() : "", Archive.GetFileName());
+    ZQ_ASSERT_EX_TEXT(pFound || archive.IsFailed() || archive.IsChecked(), IS_OWN, "%s, class '%s' in '%s' file",
+        Expected.szName, pClass ? pClass->m_sClassName.CStr() : "", archive.GetFileName());
     if (!pFound)
     {
-        Archive.Fail("a pointer to an object of class '%s'", pClass ? pClass->m_sClassName.CStr() : "");
+        archive.Fail("a pointer to an object of class '%s'", pClass ? pClass->m_sClassName.CStr() : "");
     }
     return pFound;
 }
@@ -403,41 +403,41 @@ Serializer_c const * Serializer_c::FindClass(std::uint16_t iClass)
     return nullptr;
 }
 
-void Serializer_c::ReadPointer(Serializeable_c & Archive, void *& pObject)
+void Serializer_c::ReadPointer(Serializeable_c & archive, void *& pObject)
 {
-    ReadRecord(Archive, pObject, Expected_s());
+    ReadRecord(archive, pObject, Expected_s());
 }
 
-void Serializer_c::ReadOwnPointer(Serializeable_c & Archive, void *& pObject)
+void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
 {
-    int const iPointer = ReadRecord(Archive, pObject, Expected_s{ this, nullptr, m_sClassName });
-    if (Archive.IsFailed() || iPointer == -1)
+    int const iPointer = ReadRecord(archive, pObject, Expected_s{ this, nullptr, m_sClassName });
+    if (archive.IsFailed() || iPointer == -1)
     {
         return;
     }
     bool const bOwn = IsOfClass(iPointer, m_iClass);
     ZQ_ASSERT_EX_TEXT(
-        bOwn || Archive.IsChecked(), IS_OWN, "'%s' expected in '%s' file", m_sClassName.CStr(), Archive.GetFileName());
+        bOwn || archive.IsChecked(), IS_OWN, "'%s' expected in '%s' file", m_sClassName.CStr(), archive.GetFileName());
     if (!bOwn)
     {
-        Archive.Fail("a pointer to an object that is not of class '%s'", m_sClassName.CStr());
+        archive.Fail("a pointer to an object that is not of class '%s'", m_sClassName.CStr());
         pObject = nullptr;
     }
 }
 
 // Loads a pointer record and returns its identifier. Returns -1 for a null pointer and on failure. If the archive
 // fails in an object's body or after it, the identifier is returned nonetheless.
-int Serializer_c::ReadRecord(Serializeable_c & Archive, void *& pObject, Expected_s const & Expected)
+int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expected_s const & Expected)
 {
     int iPointer = -1;
-    bool bLoaded = ReadIdentifier(Archive, iPointer);
+    bool bLoaded = ReadIdentifier(archive, iPointer);
     if (bLoaded && IsInCache(iPointer))
     {
-        Put(Archive, MARK_PLAIN);
-        bLoaded = !Archive.IsFailed();
+        Put(archive, MARK_PLAIN);
+        bLoaded = !archive.IsFailed();
         Reconstruct(bLoaded ? iPointer : -1, pObject);
     }
-    else if (!bLoaded || !ReadObject(Archive, iPointer, pObject, Expected))
+    else if (!bLoaded || !ReadObject(archive, iPointer, pObject, Expected))
     {
         bLoaded = false;
         pObject = nullptr;
@@ -446,23 +446,23 @@ int Serializer_c::ReadRecord(Serializeable_c & Archive, void *& pObject, Expecte
 }
 
 // Loads a first reference after its identifier. Returns false, with the archive failed, if its body could not run.
-bool Serializer_c::ReadObject(Serializeable_c & Archive, int iPointer, void *& pObject, Expected_s const & Expected)
+bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected)
 {
-    Put(Archive, MARK_BEGIN);
-    Serializer_c * const pSerializer = ReadClass(Archive, iPointer, Expected);
+    Put(archive, MARK_BEGIN);
+    Serializer_c * const pSerializer = ReadClass(archive, iPointer, Expected);
     if (!pSerializer)
     {
         return false;
     }
     {
         OpenRecord_s const Open(iPointer, *pSerializer, pObject);
-        if (!pSerializer->RunBody(Archive, pObject))
+        if (!pSerializer->RunBody(archive, pObject))
         {
             return false;
         }
     }
     Store(iPointer, pObject, pSerializer->m_iClass);
-    Put(Archive, MARK_END);
+    Put(archive, MARK_END);
     return true;
 }
 
@@ -471,89 +471,89 @@ bool Serializer_c::ReadObject(Serializeable_c & Archive, int iPointer, void *& p
 // - without such a serializer
 // - for another class than an expected one
 // - for an object inside itself
-Serializer_c * Serializer_c::ReadClass(Serializeable_c & Archive, int iPointer, Expected_s const & Expected)
+Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Expected_s const & Expected)
 {
-    String_T<32> const sClassName = LoadName(Archive);
-    if (Archive.IsFailed())
+    String_T<32> const sClassName = LoadName(archive);
+    if (archive.IsFailed())
     {
         return nullptr;
     }
     Serializer_c * const pSerializer = FindSerializer(sClassName);
     char const * const szClass = sClassName;
-    bool const bSilent = Archive.IsChecked();
-    ZQ_ASSERT_EX_TEXT(pSerializer || bSilent, "pSerializer", "class '%s' in '%s' file", szClass, Archive.GetFileName());
+    bool const bSilent = archive.IsChecked();
+    ZQ_ASSERT_EX_TEXT(pSerializer || bSilent, "pSerializer", "class '%s' in '%s' file", szClass, archive.GetFileName());
     bool const bExpected = !pSerializer || Expected.Accepts(*pSerializer);
     ZQ_ASSERT_EX_TEXT(bExpected || bSilent, "sClassName == m_sClassName", "class '%s' for '%s' in '%s' file", szClass,
-        Expected.szName, Archive.GetFileName());
+        Expected.szName, archive.GetFileName());
     bool const bFirst = g_Table.Class(iPointer) != CLASS_OPEN;
     ZQ_ASSERT_EX_TEXT(bFirst || bSilent, "object is not inside itself", "identifier %d in '%s' file", iPointer,
-        Archive.GetFileName());
+        archive.GetFileName());
     if (!pSerializer || !bExpected || !bFirst)
     {
-        Archive.Fail("an object of class '%s'%s", szClass, !pSerializer ? ", which has no serializer" : "");
+        archive.Fail("an object of class '%s'%s", szClass, !pSerializer ? ", which has no serializer" : "");
         return nullptr;
     }
     return pSerializer;
 }
 
-void Serializer_c::RegisterPointer(Serializeable_c & Archive, void const * pPointer)
+void Serializer_c::RegisterPointer(Serializeable_c & archive, void const * pPointer)
 {
-    Register(Archive, pPointer, CLASS_NONE);
+    Register(archive, pPointer, CLASS_NONE);
 }
 
-void Serializer_c::RegisterOwnPointer(Serializeable_c & Archive, void const * pPointer)
+void Serializer_c::RegisterOwnPointer(Serializeable_c & archive, void const * pPointer)
 {
-    Register(Archive, pPointer, m_iClass);
+    Register(archive, pPointer, m_iClass);
 }
 
 // An object that registers itself has its own class, even if the call names another one.
-void Serializer_c::Register(Serializeable_c & Archive, void const * pPointer, std::uint16_t iClass)
+void Serializer_c::Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass)
 {
-    Put(Archive, MARK_REGISTERED);
-    if (Archive.IsFailed())
+    Put(archive, MARK_REGISTERED);
+    if (archive.IsFailed())
     {
         return;
     }
     int iPointer = -1;
-    if (!Archive.IsReading())
+    if (!archive.IsReading())
     {
         if (AddVoidToCache(pPointer, &iPointer))
         {
             g_Table.dClasses[iPointer] = iClass;
         }
-        Archive.Serialize(iPointer);
+        archive.Serialize(iPointer);
     }
-    else if (ReadIdentifier(Archive, iPointer) && !IsInCache(iPointer))
+    else if (ReadIdentifier(archive, iPointer) && !IsInCache(iPointer))
     {
         bool const bItself = s_pOpen && s_pOpen->iPointer == iPointer && s_pOpen->pObject == pPointer;
         Store(iPointer, pPointer, bItself ? s_pOpen->iClass : iClass);
     }
 }
 
-void Serializer_c::FixupVoidPointer(Serializeable_c & Archive, void const *& pPointer)
+void Serializer_c::FixupVoidPointer(Serializeable_c & archive, void const *& pPointer)
 {
     int iPointer = -1;
-    if (Archive.IsReading())
+    if (archive.IsReading())
     {
-        bool bRead = ReadIdentifier(Archive, iPointer);
+        bool bRead = ReadIdentifier(archive, iPointer);
         if (bRead && !IsInCache(iPointer))
         {
-            if (!Archive.IsChecked())
+            if (!archive.IsChecked())
             {
-                AbortOfFixup(Archive);
+                AbortOfFixup(archive);
             }
-            Archive.Fail("identifier %d of an object that does not come before", iPointer);
+            archive.Fail("identifier %d of an object that does not come before", iPointer);
             bRead = false;
         }
         Reconstruct(bRead ? iPointer : -1, pPointer);
     }
-    else if (!Archive.IsFailed())
+    else if (!archive.IsFailed())
     {
         if (AddVoidToCache(pPointer, &iPointer))
         {
-            AbortOfFixup(Archive);
+            AbortOfFixup(archive);
         }
-        Archive.Serialize(iPointer);
+        archive.Serialize(iPointer);
     }
 }
 
@@ -572,59 +572,59 @@ void Serializer_c::RegisterSerializedStaticPointer(void * pPointer, String_T<32>
     }
 }
 
-void Serializer_c::StartSerialize(Serializeable_c & Archive, bool bStaticPointers)
+void Serializer_c::StartSerialize(Serializeable_c & archive, bool bStaticPointers)
 {
-    Put(Archive, MARK_PASS);
+    Put(archive, MARK_PASS);
     ResetCache();
-    if (bStaticPointers && !Archive.IsFailed())
+    if (bStaticPointers && !archive.IsFailed())
     {
-        if (Archive.IsReading())
+        if (archive.IsReading())
         {
-            ReadStaticPointers(Archive);
+            ReadStaticPointers(archive);
         }
         else
         {
-            WriteStaticPointers(Archive);
+            WriteStaticPointers(archive);
         }
     }
 }
 
-void Serializer_c::WriteStaticPointers(Serializeable_c & Archive)
+void Serializer_c::WriteStaticPointers(Serializeable_c & archive)
 {
     int nRegisteredStaticPointers = dRegisteredStaticPointers.GetLength();
     ZQ_ASSERT(nRegisteredStaticPointers < MAX_STATIC_POINTERS);
     if (nRegisteredStaticPointers >= MAX_STATIC_POINTERS)
     {
-        return Archive.Fail();
+        return archive.Fail();
     }
-    Archive.Serialize(nRegisteredStaticPointers);
-    for (int i = 0; i < nRegisteredStaticPointers && !Archive.IsFailed(); ++i)
+    archive.Serialize(nRegisteredStaticPointers);
+    for (int i = 0; i < nRegisteredStaticPointers && !archive.IsFailed(); ++i)
     {
         RegisteredStaticPointer_t Entry = dRegisteredStaticPointers[i];
         int iPointer;
         AddVoidToCache(Entry.pPointer, &iPointer);
-        Archive.Serialize(iPointer);
+        archive.Serialize(iPointer);
         Serializer_c * const pSerializer = FindSerializer(Entry.sClassName);
         Store(iPointer, Entry.pPointer, pSerializer ? pSerializer->m_iClass : CLASS_NONE);
         if (pSerializer)
         {
-            pSerializer->RunBody(Archive, Entry.pPointer);
+            pSerializer->RunBody(archive, Entry.pPointer);
         }
     }
 }
 
-void Serializer_c::ReadStaticPointers(Serializeable_c & Archive)
+void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
 {
-    if (!ReadStaticCount(Archive))
+    if (!ReadStaticCount(archive))
     {
         return;
     }
     int const nEntries = dRegisteredStaticPointers.GetLength();   // a body may register more
-    for (int i = 0; i < nEntries && !Archive.IsFailed(); ++i)
+    for (int i = 0; i < nEntries && !archive.IsFailed(); ++i)
     {
         RegisteredStaticPointer_t Entry = dRegisteredStaticPointers[i];
         int iPointer = -1;
-        if (!ReadIdentifier(Archive, iPointer))
+        if (!ReadIdentifier(archive, iPointer))
         {
             return;
         }
@@ -632,17 +632,17 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & Archive)
         Store(iPointer, Entry.pPointer, pSerializer ? pSerializer->m_iClass : CLASS_NONE);
         if (pSerializer)
         {
-            pSerializer->RunBody(Archive, Entry.pPointer);
+            pSerializer->RunBody(archive, Entry.pPointer);
         }
     }
 }
 
 // Loads the number of static objects and changes the list to that length. Returns false without a valid one.
-bool Serializer_c::ReadStaticCount(Serializeable_c & Archive)
+bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
 {
     int nRegisteredStaticPointers = 0;
-    Archive.Serialize(nRegisteredStaticPointers);
-    if (Archive.IsFailed())
+    archive.Serialize(nRegisteredStaticPointers);
+    if (archive.IsFailed())
     {
         return false;
     }
@@ -651,11 +651,11 @@ bool Serializer_c::ReadStaticCount(Serializeable_c & Archive)
         Log("Serializer_c: number of registered static pointers not match serialized");
     }
     bool const bValid = nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS;
-    ZQ_ASSERT_TEXT(bValid || Archive.IsChecked(),
+    ZQ_ASSERT_TEXT(bValid || archive.IsChecked(),
         "nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS");
     if (!bValid)
     {
-        Archive.Fail("%d static objects", nRegisteredStaticPointers);
+        archive.Fail("%d static objects", nRegisteredStaticPointers);
         return false;
     }
     while (dRegisteredStaticPointers.GetLength() > nRegisteredStaticPointers)

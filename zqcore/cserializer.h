@@ -20,7 +20,7 @@
 //     {
 //     public:
 //         virtual ~Item_c() = default;
-//         virtual void Serialize(Serializeable_c & Archive) { Archive.Serialize(m_sName).Serialize(m_dParts); }
+//         virtual void Serialize(Serializeable_c & archive) { archive.Serialize(m_sName).Serialize(m_dParts); }
 //         virtual Serializer_c & GetSerializer() const { return s_Serializer; }
 //         static Serializer_T<Item_c> s_Serializer;
 //
@@ -32,10 +32,10 @@
 //     class Sword_c : public Item_c
 //     {
 //     public:
-//         void Serialize(Serializeable_c & Archive) override
+//         void Serialize(Serializeable_c & archive) override
 //         {
-//             Item_c::Serialize(Archive);
-//             Archive.Serialize(m_iEdge);
+//             Item_c::Serialize(archive);
+//             archive.Serialize(m_iEdge);
 //         }
 //         Serializer_c & GetSerializer() const override { return s_Serializer; }
 //         static Serializer_T<Sword_c, Item_c> s_Serializer;   // a pointer to an Item_c may lead to it
@@ -46,10 +46,10 @@
 //
 // A pass saves the items that a pointer leads to, or loads them, whichever class each one has:
 //
-//     void Pass(Serializeable_c & Archive, Item_c *& pItem)
+//     void Pass(Serializeable_c & archive, Item_c *& pItem)
 //     {
-//         Serializer_c::StartSerialize(Archive, false);
-//         Archive.Serialize(pItem);
+//         Serializer_c::StartSerialize(archive, false);
+//         archive.Serialize(pItem);
 //     }
 #pragma once
 
@@ -128,7 +128,7 @@ public:
     /// Begins a pass. With bStaticPointers the i-th static object of the file is bound to the i-th registered one.
     /// Requires the same flag in save and load. If the file has another number of static objects, a line is logged, and
     /// the list is cut or filled with nulls to the file's number.
-    static void StartSerialize(Serializeable_c & Archive, bool bStaticPointers);
+    static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
     /// Frees every slot. Costs nothing if all are free.
     static void ResetCache();
@@ -140,7 +140,7 @@ public:
 
     /// Assigns an identifier to an address. Only a body calls it: for its object, so that parts of the object can point
     /// to it, or for a part. Requires calls at the same place in save and load, and in a load that pObject is set.
-    static void RegisterPointer(Serializeable_c & Archive, void const * pPointer);
+    static void RegisterPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores or loads a pointer to an object of a class that has a Serializer_T, or null. Serialize of the archive
     /// calls it. A load makes an object of the class that was stored.
@@ -148,7 +148,7 @@ public:
     /// - Reading: a class whose Serializer_T does not name T asserts and fails the archive. An address that was
     ///   registered without a class is not checked, and is returned as it was registered.
     template <typename T>
-    static void SerializePointer(Serializeable_c & Archive, T *& pObject);
+    static void SerializePointer(Serializeable_c & archive, T *& pObject);
 
     /// List of all serializers, the latest first.
     static Link_T<Serializer_c *> * pSerializerList;
@@ -167,28 +167,28 @@ protected:
     ~Serializer_c();
 
     /// Stores the object at pObject, or makes or finds an object, sets pObject and loads it.
-    virtual void SerializeObject(Serializeable_c & Archive, void *& pObject) = 0;
+    virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
     /// Registers a part that other objects reach by pointers to its class. Writes the same record as RegisterPointer
     /// and notes this serializer's class for ReadOwnPointer.
-    void RegisterOwnPointer(Serializeable_c & Archive, void const * pPointer);
+    void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has not seen the object
     /// under another class: such a pointer is stored, but ReadOwnPointer refuses it.
-    void WritePointer(Serializeable_c & Archive, void *& pObject);
+    void WritePointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of the class that the file names. A class without a serializer, and an identifier
     /// out of range, assert and fail the archive.
-    static void ReadPointer(Serializeable_c & Archive, void *& pObject);
+    static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of this serializer's class. An object of another class, to which a damaged file can
     /// lead, asserts and fails the archive. A static object has the class that it was registered with, a part the class
     /// of the serializer whose RegisterOwnPointer was called. Static objects and parts that were registered without a
     /// class are not checked.
-    void ReadOwnPointer(Serializeable_c & Archive, void *& pObject);
+    void ReadOwnPointer(Serializeable_c & archive, void *& pObject);
 
     /// Stores or loads a pointer to an address that the pass has already seen. Calls Abort otherwise.
-    static void FixupVoidPointer(Serializeable_c & Archive, void const *& pPointer);
+    static void FixupVoidPointer(Serializeable_c & archive, void const *& pPointer);
 
     /// Registers a static object, as RegisterStaticPointer does, whose contents the class's serializer stores. The body
     /// finds pObject set in both directions, and a change of pObject is ignored.
@@ -198,7 +198,7 @@ protected:
     static Serializer_c * FindSerializer(String_T<32> const & sClassName);
 
     /// Loads a class name and returns it.
-    static String_T<32> LoadName(Serializeable_c & Archive);
+    static String_T<32> LoadName(Serializeable_c & archive);
 
     /// Returns whether the identifier has an address, or is -1, which means null. Asserts that it is in range, and
     /// returns false otherwise.
@@ -254,24 +254,24 @@ private:
     Serializer_c(String_T<32> const & sClassName, graphs::Convert_t fnConvert);
 
     // Returns whether a body must make its object: it loads one that is not static.
-    static bool MustMake(Serializeable_c const & Archive, void * const & pObject);
+    static bool MustMake(Serializeable_c const & archive, void * const & pObject);
 
     static void WriteTyped(
-        Serializeable_c & Archive, void * pObject, Serializer_c * pSerializer, Expected_s const & Expected);
-    static void * ReadTyped(Serializeable_c & Archive, Expected_s const & Expected);
+        Serializeable_c & archive, void * pObject, Serializer_c * pSerializer, Expected_s const & Expected);
+    static void * ReadTyped(Serializeable_c & archive, Expected_s const & Expected);
     static Serializer_c const * FindClass(std::uint16_t iClass);
 
-    static int ReadRecord(Serializeable_c & Archive, void *& pObject, Expected_s const & Expected);
-    static bool ReadObject(Serializeable_c & Archive, int iPointer, void *& pObject, Expected_s const & Expected);
-    static bool ReadIdentifier(Serializeable_c & Archive, int & iPointer);
-    static Serializer_c * ReadClass(Serializeable_c & Archive, int iPointer, Expected_s const & Expected);
+    static int ReadRecord(Serializeable_c & archive, void *& pObject, Expected_s const & Expected);
+    static bool ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected);
+    static bool ReadIdentifier(Serializeable_c & archive, int & iPointer);
+    static Serializer_c * ReadClass(Serializeable_c & archive, int iPointer, Expected_s const & Expected);
     static void Store(int iPointer, void const * pPointer, std::uint16_t iClass);
-    static void Register(Serializeable_c & Archive, void const * pPointer, std::uint16_t iClass);
-    static void WriteStaticPointers(Serializeable_c & Archive);
-    static void ReadStaticPointers(Serializeable_c & Archive);
-    static bool ReadStaticCount(Serializeable_c & Archive);
-    bool RunBody(Serializeable_c & Archive, void *& pObject);
-    ZQ_COLD bool RunBodyOnFreshStack(Serializeable_c & Archive, void *& pObject);
+    static void Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass);
+    static void WriteStaticPointers(Serializeable_c & archive);
+    static void ReadStaticPointers(Serializeable_c & archive);
+    static bool ReadStaticCount(Serializeable_c & archive);
+    bool RunBody(Serializeable_c & archive, void *& pObject);
+    ZQ_COLD bool RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject);
 
     graphs::Convert_t m_fnConvert;   // of a Serializer_T, or null
     std::uint16_t m_iClass;          // number of the class, the same for all serializers of a name
@@ -303,14 +303,14 @@ public:
     /// Registers a T that is a part of another object. The other object's Serialize calls it, before any pointer to the
     /// part is serialized. Requires that the part does not lie at the address of the other object, as a first member
     /// can. That address has the other object's class, so a pointer to the part asserts.
-    void RegisterPart(Serializeable_c & Archive, T & Part) { RegisterOwnPointer(Archive, &Part); }
+    void RegisterPart(Serializeable_c & archive, T & Part) { RegisterOwnPointer(archive, &Part); }
 
 protected:
     /// Makes and returns an object for a load to fill. Null fails the archive. The caller of the load owns the object,
     /// also if the load fails. A subclass can keep a list of the objects.
     virtual T * Make() { return ZQ_NEW T; }
 
-    void SerializeObject(Serializeable_c & Archive, void *& pObject) override;
+    void SerializeObject(Serializeable_c & archive, void *& pObject) override;
 
 private:
     static void * Convert(void * p, graphs::Type_t Type, graphs::Way_e eWay);
@@ -321,9 +321,9 @@ private:
 /// Stores or loads a pointer to an object of a graph. Serialize of the archive calls it.
 template <typename T>
 requires std::is_class_v<T>
-void Serialize(Serializeable_c & Archive, T *& pObject)
+void Serialize(Serializeable_c & archive, T *& pObject)
 {
-    Serializer_c::SerializePointer(Archive, pObject);
+    Serializer_c::SerializePointer(archive, pObject);
 }
 
 /// Removes all serializers. Afterwards nothing can be loaded, and static objects have no contents.

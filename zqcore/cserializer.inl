@@ -13,16 +13,16 @@ void Serializer_c::Reconstruct(int iPointer, T *& pPointer)
 }
 
 template <typename T>
-void Serializer_c::SerializePointer(Serializeable_c & Archive, T *& pObject)
+void Serializer_c::SerializePointer(Serializeable_c & archive, T *& pObject)
 {
     using Class_t = std::remove_cv_t<T>;
     static_assert(graphs::Chooser_T<Class_t> || !std::is_polymorphic_v<Class_t> || std::is_final_v<Class_t>,
         "A graph chooses a class by its dynamic type. Give this class a public member "
         "virtual Serializer_c & GetSerializer() const that returns its Serializer_T.");
     Expected_s const Expected{ nullptr, &graphs::Class_T<Class_t>::s_pSerializer, ZQ_FUNCTION };
-    if (Archive.IsReading())
+    if (archive.IsReading())
     {
-        pObject = static_cast<T *>(ReadTyped(Archive, Expected));
+        pObject = static_cast<T *>(ReadTyped(archive, Expected));
         return;
     }
     Serializer_c * pSerializer = graphs::Class_T<Class_t>::s_pSerializer;
@@ -30,7 +30,7 @@ void Serializer_c::SerializePointer(Serializeable_c & Archive, T *& pObject)
     {
         pSerializer = pObject ? &pObject->GetSerializer() : nullptr;
     }
-    WriteTyped(Archive, const_cast<Class_t *>(pObject), pSerializer, Expected);
+    WriteTyped(archive, const_cast<Class_t *>(pObject), pSerializer, Expected);
 }
 
 template <typename T, typename... BASES>
@@ -51,15 +51,15 @@ Serializer_T<T, BASES...>::~Serializer_T()
 }
 
 template <typename T, typename... BASES>
-void Serializer_T<T, BASES...>::SerializeObject(Serializeable_c & Archive, void *& pObject)
+void Serializer_T<T, BASES...>::SerializeObject(Serializeable_c & archive, void *& pObject)
 {
-    if (MustMake(Archive, pObject))
+    if (MustMake(archive, pObject))
     {
         pObject = Make();
     }
     if (!pObject)
     {
-        return Archive.Fail("no object of class '%s' was made", m_sClassName.CStr());
+        return archive.Fail("no object of class '%s' was made", m_sClassName.CStr());
     }
     T & Object = *static_cast<T *>(pObject);
 #ifdef __cpp_rtti
@@ -68,8 +68,8 @@ void Serializer_T<T, BASES...>::SerializeObject(Serializeable_c & Archive, void 
         ZQ_ASSERT_TEXT(typeid(Object) == typeid(T), "the object's class overrides GetSerializer");
     }
 #endif
-    RegisterOwnPointer(Archive, pObject);   // its fields may lead back to it
-    Archive.Serialize(Object);
+    RegisterOwnPointer(archive, pObject);   // its fields may lead back to it
+    archive.Serialize(Object);
 }
 
 template <typename T, typename... BASES>

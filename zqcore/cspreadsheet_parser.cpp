@@ -200,7 +200,8 @@ std::size_t SpreadsheetParser_c::SeekCell(int iCell)
     {
         bMore = ParseCell(Row, bError);
     }
-    return m_Parser.GetOffset(m_Token.eKind, m_Token.pText);
+    bool const bEnd = m_Token.eKind == LAST_PARSED_NOTHING;
+    return m_Parser.GetOffset(m_Token.eKind, bEnd ? m_Parser.m_pEnd : m_Token.pText);
 }
 
 // Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none.

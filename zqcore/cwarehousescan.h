@@ -109,8 +109,9 @@ struct WarehouseScan_t
     /// Returns the position of the line that FindLine or NextItem has read.
     int GetLineStart() const { return m_nLineStart; }
 
-    /// Returns the position of the last quote in the last line read that was never closed, or -1. In a text table the
-    /// next line was then joined to this one; in CSV the cell includes the rest of the data.
+    /// Returns the position of the last quote in the last line read that was never closed, or -1. In a text table whose
+    /// lines end with a line feed the next line, if any, was joined to this one. In CSV the cell includes the rest of
+    /// the data. After a search that found no line the result has no meaning.
     int GetOpenQuote() const { return m_nOpenQuote; }
 
     /// Returns the position of the last cell in the last line read that was cut at WAREHOUSE_CELL_SIZE, or -1.

@@ -448,7 +448,8 @@ namespace
         }
         if (int const nDuplicates = Options.bJson ? 0 : Scan.CountDuplicates())
         {
-            std::printf("%i duplicates are not in it: see zqtool tree\n", nDuplicates);
+            std::printf("left out: %s; see zqtool tree\n",
+                Counted(static_cast<std::uint64_t>(nDuplicates), "duplicate").c_str());
         }
         return Show(Options);
     }

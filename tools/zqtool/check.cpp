@@ -31,11 +31,6 @@ namespace
         bool bJson = false;
     };
 
-    std::string Counted(std::size_t n, std::string const & sWhat)
-    {
-        return std::to_string(n) + " " + sWhat + (n == 1 ? "" : "s");
-    }
-
     class Checker_c
     {
     public:

@@ -48,12 +48,6 @@ namespace
         Text.End().Add(Colour_e::Head, sHead).End();
     }
 
-    // Returns a number as "1 thread" or "3 threads".
-    std::string Counted(std::uint64_t nCount, std::string const & sNoun)
-    {
-        return std::to_string(nCount) + " " + sNoun + (nCount == 1 ? "" : "s");
-    }
-
     void AddFrame(Text_c & Text, CrashFrame_t const & Frame, bool bLikely)
     {
         char szPlace[64];

@@ -228,6 +228,7 @@ namespace
         }
         PrintProblems();
         Json_t Json = StatsJson(m_Tree, m_Facts);
+        Json["file"] = m_Options.sFile;   // that of the facts is a page's title
         bool const bKept = CheckLimits(Json);
         if (m_Options.bJson)
         {

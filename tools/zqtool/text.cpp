@@ -105,6 +105,11 @@ std::string JsonQuoted(std::string_view sText)
     return sOut + '"';
 }
 
+std::string Counted(std::uint64_t nCount, std::string const & sNoun)
+{
+    return std::to_string(nCount) + " " + sNoun + (nCount == 1 ? "" : "s");
+}
+
 std::string Coloured(std::string_view sText, Colour_e eColour)
 {
     static constexpr char const * COLOURS[] = { "1", "1;36", "1;33", "2", "1;31", "32" };

@@ -1,6 +1,7 @@
 // text.h: makes texts from outside safe for a terminal, for pages and for data.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,9 @@ std::string HtmlEscaped(std::string_view sText);
 
 /// Returns UTF-8 as a JSON string with its quotes. It holds no '<', so it may be part of a script element.
 std::string JsonQuoted(std::string_view sText);
+
+/// Returns a number with a noun, as "1 thread" or "3 threads".
+std::string Counted(std::uint64_t nCount, std::string const & sNoun);
 
 enum class Colour_e
 {

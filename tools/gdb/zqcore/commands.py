@@ -54,7 +54,7 @@ class Command(gdb.Command):
 class Zq(gdb.Command):
     """Show what ZQCore holds: its files, its memory, its modules.
 
-The commands read the process, a core file or a program that is not started. They call no function of it."""
+The commands read the process or a core file. They call no function of it."""
 
     def __init__(self):
         super().__init__("zq", gdb.COMMAND_DATA, gdb.COMPLETE_NONE, True)
