@@ -281,7 +281,8 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         std::snprintf(szCount, sizeof szCount, "%7zu  ", Group.nCount);
         Text.End().Add(Colour_e::Mark, szCount).Add(Colour_e::Title, Group.sSignature).End();
         std::string const sFirstDay = Group.sFirst.substr(0, 10), sLastDay = Group.sLast.substr(0, 10);
-        std::string sFacts = sFirstDay + (sFirstDay == sLastDay ? "" : " to " + sLastDay);
+        std::string sFacts = sFirstDay;
+        sFacts += sFirstDay == sLastDay ? "" : " to " + sLastDay;
         sFacts += sFacts.empty() || Group.dVersions.empty() ? "" : ", ";
         sFacts += Group.dVersions.empty() ? "" : "version " + VersionsText(Group);
         if (!sFacts.empty())

@@ -138,6 +138,7 @@ namespace
 }
 
 int main(int argc, char ** argv)
+try
 {
     CLI::App App("shows the files that programs with ZQCore read and write", "zqtool");
     App.require_subcommand(1);
@@ -146,4 +147,9 @@ int main(int argc, char ** argv)
     App.set_version_flag("--version", VersionText(), "print the version");
     App.footer("Status: 0 done; 1 found something, or a file could not be read or written;\n2 wrong arguments.");
     return Run(App, argc, argv);
+}
+catch (...)
+{
+    std::fputs("zqtool: there is not enough memory, or the system failed\n", stderr);
+    return EXIT_FOUND;
 }

@@ -15,15 +15,15 @@ namespace
 {
     constexpr std::size_t MAX_TIMER_BYTES = 24 << 20;   // of the batches' timers in a page
 
-    // Joins the texts of members to a JSON array.
+    // Joins the texts of members, all or those from iFrom to before iTo, to a JSON array.
     template <typename RANGE, typename CALL>
-    std::string ArrayOf(RANGE const & Range, CALL const & TextOf)
+    std::string ArrayOf(RANGE const & Range, CALL const & TextOf, std::size_t iFrom = 0, std::size_t iTo = SIZE_MAX)
     {
         std::string sArray = "[";
-        for (auto const & Member : Range)
+        for (std::size_t i = iFrom; i < std::min(iTo, Range.size()); ++i)
         {
             sArray += sArray.size() > 1 ? "," : "";
-            sArray += TextOf(Member);
+            sArray += TextOf(Range[i]);
         }
         return sArray + "]";
     }
@@ -125,11 +125,6 @@ std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const 
     {
         nBytes += m_dBatches[iTo++].sTimers.size();
     }
-    auto const Part = [](auto const & Range, std::size_t iStart, std::size_t iEnd)
-    {
-        auto const At = [&](std::size_t i) { return Range.begin() + static_cast<std::ptrdiff_t>(i); };
-        return std::ranges::subrange(At(iStart), At(iEnd));
-    };
     std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
     auto itAverage = dAverages.begin();
     auto const Truth = [](bool bTrue) { return bTrue ? "true" : "false"; };
@@ -140,9 +135,10 @@ std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const 
            + ",\"from\":" + std::to_string(nFirst + static_cast<int>(iFrom * STATS_FRAMES))
            + ",\n\"summary\":" + SummaryText(Tree.GetSummary()) + ",\n\"timers\":"
            + ArrayOf(Tree.GetNodes(), [&](StatsNode_t const & Node) { return NodeText(Node, *itAverage++); })
-           + ",\n\"frames\":" + ArrayOf(Part(Tree.GetFrames(), iFrom * STATS_FRAMES, iTo * STATS_FRAMES), Text)
+           + ",\n\"frames\":" + ArrayOf(Tree.GetFrames(), Text, iFrom * STATS_FRAMES, iTo * STATS_FRAMES)
            + ",\n\"batches\":"
-           + ArrayOf(Part(m_dBatches, iFrom, iTo), [](Batch_s const & Batch) { return '"' + Batch.sTimers + "\"\n"; })
+           + ArrayOf(
+               m_dBatches, [](Batch_s const & Batch) { return '"' + Batch.sTimers + "\"\n"; }, iFrom, iTo)
            + "}";
 }
 
