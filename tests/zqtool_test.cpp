@@ -89,8 +89,11 @@ TEST(Zqtool, ThePageOfAllCommandsHasEachOption)
     for (std::string const & sCommand : Commands())
     {
         std::string sPart = Section(sManual, ".SS ", sCommand);
-        std::erase(sPart, '\\');
-        EXPECT_EQ(WordsOf(sPart, "fB", true), Options(sCommand)) << sCommand;
+        for (std::size_t n; (n = sPart.find("\\-")) != std::string::npos;)
+        {
+            sPart.erase(n, 1);
+        }
+        EXPECT_EQ(WordsOf(sPart, "\\fB", true), Options(sCommand)) << sCommand;
         std::string const sDocument = Section(sPage, "## ", sCommand);
         for (std::string const & sOption : Options(sCommand))
         {
