@@ -90,8 +90,8 @@ TEST(ZqtoolMemory, ComparesSnapshots)
     EXPECT_THAT(RunTool("memory --json" + sThree).sOutput,
         HasSubstr("\"by_file\":[{\"name\":\"x.cpp\",\"bytes\":150,\"blocks\":2,\"growth_bytes\":90,\"growth_blocks\":1,"
                   "\"steady\":true,\"all_bytes\":[60,130,150],\"all_blocks\":[1,2,2]},"));
-    EXPECT_THAT(
-        RunTool("memory --json" + sTwo + " " + Folder.Join("absent")).sOutput, HasSubstr("absent: can't open it\n"));
+    EXPECT_THAT(RunTool("memory --json" + sTwo + " " + Folder.Join("absent")).sOutput,
+        HasSubstr("absent: there is no such file\n"));
 }
 
 TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)

@@ -215,6 +215,9 @@ TEST_F(ZqtoolStats, FailsOverALimit)
         EXPECT_THAT(Result.sOutput, testing::ContainsRegex(sExpected)) << sLimits;
         EXPECT_EQ(Result.sOutput.find("over its limit") != std::string::npos, iStatus == 1) << sLimits;
     }
+    Result_s const Mistyped = Run(Sample(), " --fail-over wrld.mean=1s --html " + m_Folder.Join("keep.html"));
+    EXPECT_THAT(Mistyped.sOutput, HasSubstr("300 frames in 2 batches"));
+    EXPECT_THAT(m_Folder.Read("keep.html"), testing::EndsWith("</html>\n"));
     Result_s const Young = Run(Sample().substr(0, BATCH_0), " --fail-over frame.p99=1s --fail-over x.mean=1s");
     EXPECT_EQ(Young.iStatus, 1);
     EXPECT_THAT(Young.sOutput, HasSubstr("x.mean has a limit of 1000 ms, but no frame was measured\n"));
@@ -243,6 +246,18 @@ TEST_F(ZqtoolStats, RefusesWhatItCantDo)
         EXPECT_EQ(RunTool("stats " + sArguments).iStatus, iStatus) << sArguments;
     }
     EXPECT_EQ(m_Folder.Read("zq.stats"), Sample());
+    std::string const sPipe = m_Folder.Join("pipe"), sFolder = m_Folder.MakeFolder("folder");
+    ASSERT_EQ(RunShell("mkfifo " + sPipe).iStatus, 0);
+    for (std::string const & sOther : { sPipe, sFolder })
+    {
+        for (char const * szCommand : { "stats ", "stats --follow --frames 300 ", "memory ", "disasm " })
+        {
+            Result_s const Result =
+                RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' " + (szCommand + sOther) + " 2>&1");
+            EXPECT_EQ(Result.iStatus, 1) << szCommand;
+            EXPECT_EQ(Result.sOutput, sOther + ": this is no regular file\n") << szCommand;
+        }
+    }
 }
 
 // The page in a browser without a window.
@@ -318,6 +333,12 @@ takeNews({ ...news, first: 150, from: 300 });
 seen.push([data.first, data.frames.length, data.batches.length, state.from, state.to, timeOf(449)]);
 takeNews({ ...news, run: 2, first: 0, from: 0 });
 seen.push([data.first, data.frames.length, state.from, state.to]);
+takeNews({ ...news, run: 3, first: 0, from: 0, frames: Array(135000).fill(7), batches: Array(900).fill("") });
+const answer = { ...news, run: 3, first: 0, from: 135000, frames: [], batches: [], problems: ["cut"], live: true };
+window.fetch = async () => ({ json: async () => answer });
+window.setTimeout = () => {};
+askForNews().then(() => { document.documentElement.dataset.problems = String($("problems").hidden); });
+seen.push(data.frames.length);
 document.documentElement.dataset.seen = seen.join("; ");
 )");
     EXPECT_THAT(sDocument,
@@ -325,5 +346,6 @@ document.documentElement.dataset.seen = seen.join("; ");
             "data-seen=\"299 0 300; 298 0 300; 148 0 300; 148 74 224; 148 0 300; 0 0 300; 0 0 300; frame 77: "
             "20.00&nbsp;ms, most in world; 0 60 81; 77 60 81; 2; 2; frames 60 to 80, cut at 6.000&nbsp;ms, the time "
             "in world marked; 0; 1; "
-            "100; 150,300,2,150,450,7; 0,150,0,150\""));
+            "100; 150,300,2,150,450,7; 0,150,0,150; 135000\""));
+    EXPECT_THAT(sDocument, HasSubstr("data-problems=\"false\"")) << "damage without new frames stays hidden";
 }

@@ -1,13 +1,12 @@
 // zqtool disasm: lists raw bytes of x86 code, one instruction a line, like a crash report.
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
-#include "tools/zqtool/text.h"
 #include "zqcore/copcode.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 
 namespace
@@ -51,23 +50,12 @@ namespace
         return eError == std::errc() && pRest == pEnd ? "" : sText + " is not a hexadecimal number";
     }
 
-    bool ReadCode(std::string const & sFile, std::string & sCode)
-    {
-        std::ifstream Stream(sFile, std::ios::binary);
-        char dChunk[65536];
-        while (Stream.read(dChunk, sizeof dChunk) || Stream.gcount() != 0)
-        {
-            sCode.append(dChunk, static_cast<std::size_t>(Stream.gcount()));
-        }
-        return Stream.eof();
-    }
-
     int Run(Options_t const & Options)
     {
         std::string sCode;
-        if (!ReadCode(Options.sFile, sCode))
+        if (std::string const sWhyNot = ReadInput(Options.sFile, sCode); !sWhyNot.empty())
         {
-            std::fprintf(stderr, "zqtool: can't read %s\n", Printable(Options.sFile).c_str());
+            PrintProblem(Options.sFile, sWhyNot);
             return EXIT_FOUND;
         }
         auto const * const pCode = reinterpret_cast<unsigned char const *>(sCode.data());

@@ -7,25 +7,36 @@
 #include <filesystem>
 #include <fstream>
 
-std::string ReadInput(std::string const & sFile, std::string & sBytes)
+std::string OpenInput(std::string const & sFile, std::ifstream & Stream)
 {
-    std::error_code Error;
-    std::filesystem::file_status const Status = std::filesystem::status(sFile, Error);
+    std::error_code Ignored;
+    std::filesystem::file_status const Status = std::filesystem::status(sFile, Ignored);
     if (!std::filesystem::exists(Status))
     {
         return "there is no such file";
     }
     if (!std::filesystem::is_regular_file(Status))
     {
-        return "this is no regular file";   // to open a pipe could last for ever
+        return "this is no regular file";
     }
+    Stream.open(sFile, std::ios::binary);
+    return Stream ? "" : "it can't be read";
+}
+
+std::string ReadInput(std::string const & sFile, std::string & sBytes)
+{
+    std::ifstream Stream;
+    if (std::string sWhyNot = OpenInput(sFile, Stream); !sWhyNot.empty())
+    {
+        return sWhyNot;
+    }
+    std::error_code Error;
     std::uintmax_t const nBytes = std::filesystem::file_size(sFile, Error);
     if (Error || nBytes > INT_MAX)
     {
         return Error ? Error.message() : "it is larger than 2 GiB";
     }
     sBytes.resize(static_cast<std::size_t>(nBytes));
-    std::ifstream Stream(sFile, std::ios::binary);
     Stream.read(sBytes.data(), static_cast<std::streamsize>(sBytes.size()));
     return Stream ? "" : "it can't be read";
 }

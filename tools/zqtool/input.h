@@ -1,7 +1,11 @@
-// input.h: files that a command reads whole.
+// input.h: files that a command reads.
 #pragma once
 
+#include <iosfwd>
 #include <string>
+
+/// Opens a regular file. Returns why it can't be read, or an empty text. To open a pipe could last for ever.
+std::string OpenInput(std::string const & sFile, std::ifstream & Stream);
 
 /// Reads a regular file of less than 2 GiB. Returns why it can't be read, or an empty text.
 std::string ReadInput(std::string const & sFile, std::string & sBytes);

@@ -1,6 +1,7 @@
 // zqtool memory: live memory by category, file and source line, from snapshots that MemoryLogAllocations wrote.
 #include "tools/zqtool/allocationgrowth.h"
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/output.h"
 #include "tools/zqtool/terminal.h"
@@ -143,10 +144,10 @@ namespace
     // Adds a snapshot. Returns false if something is wrong with it. What could be read counts.
     bool Read(std::string const & sFile, Reports_t & dReports)
     {
-        std::ifstream Stream(sFile, std::ios::binary);
-        if (!Stream)
+        std::ifstream Stream;
+        if (std::string const sWhyNot = OpenInput(sFile, Stream); !sWhyNot.empty())
         {
-            std::fprintf(stderr, "%s: can't open it\n", Printable(sFile).c_str());
+            PrintProblem(sFile, sWhyNot);
             return false;
         }
         return ReadAllocationReport(Stream, dReports.emplace_back(),

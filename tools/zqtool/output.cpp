@@ -1,8 +1,7 @@
 #include "tools/zqtool/output.h"
 
-#include "tools/zqtool/text.h"
+#include "tools/zqtool/input.h"
 
-#include <cstdio>
 #include <filesystem>
 
 bool OutputFile_c::Open(std::string const & sFile, std::vector<std::string> const & dInputs)
@@ -17,7 +16,7 @@ bool OutputFile_c::Open(std::string const & sFile, std::vector<std::string> cons
         std::error_code Ignored;
         if (std::filesystem::equivalent(m_sFile, sInput, Ignored))
         {
-            std::fprintf(stderr, "zqtool: %s is the file to read\n", Printable(m_sFile).c_str());
+            PrintProblem(m_sFile, "this is the file to read");
             return false;
         }
     }
@@ -39,7 +38,7 @@ bool OutputFile_c::Check() const
 {
     if (!m_Stream)
     {
-        std::fprintf(stderr, "zqtool: can't write %s\n", Printable(m_sFile).c_str());
+        PrintProblem(m_sFile, "it can't be written");
     }
     return static_cast<bool>(m_Stream);
 }

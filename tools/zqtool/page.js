@@ -28,7 +28,8 @@ function showNumber(n, digits = 0)
 /// A number in the largest unit that leaves at least 1, or in the smallest one, with so many digits that count.
 function showIn(units, n, digits)
 {
-    const [size, name] = units.find((unit) => Math.abs(n) >= unit[0] * 0.99995) || units[units.length - 1], value = n / size;
+    const [size, name] = units.find((unit) => Math.abs(n) >= unit[0] * 0.99995) || units[units.length - 1];
+    const value = n / size;
     const nBefore = Math.floor(Math.log10(Math.max(Math.abs(value), 1))) + 1;
     return `${showNumber(value, size === 1 && name !== "ms" ? 0 : Math.max(digits - nBefore, 0))}\u00A0${name}`;
 }

@@ -3,6 +3,7 @@
 
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
+#include "tools/zqtool/input.h"
 #include "tools/zqtool/output.h"
 #include "tools/zqtool/statsfollow.h"
 #include "tools/zqtool/statslimits.h"
@@ -79,10 +80,9 @@ namespace
 
     bool StatsRun_c::Open()
     {
-        m_Stream.open(m_Options.sFile, std::ios::binary);
-        if (!m_Stream)
+        if (std::string const sWhyNot = OpenInput(m_Options.sFile, m_Stream); !sWhyNot.empty())
         {
-            std::fprintf(stderr, "zqtool: can't open %s\n", Printable(m_Options.sFile).c_str());
+            PrintProblem(m_Options.sFile, sWhyNot);
             return false;
         }
         return m_TraceOut.Open(m_Options.sTrace, { m_Options.sFile })
@@ -146,28 +146,30 @@ namespace
         return true;
     }
 
-    // Prints the limits that are exceeded, and adds all to an object. Returns whether none is.
+    // Prints the limits that are exceeded, and adds all to an object. Returns whether none is. A limit for a timer that
+    // is not there is not measured; FindTimers reports it.
     bool StatsRun_c::CheckLimits(Json_t & Json)
     {
         bool bKept = true;
         for (StatsLimit_t const & Limit : m_Options.dLimits)
         {
             std::string const sName = Limit.sName + "." + Limit.sFigure;
-            bool const bMeasured = m_Tree.GetFrameCount() > 0;
-            double const fTime = bMeasured ? MeasureStats(Limit, m_Tree, m_Facts.fTicksPerSecond).fMilliseconds : 0;
-            bool const bExceeded = !bMeasured || fTime > Limit.fMilliseconds;
-            if (!bMeasured)
+            bool const bFrames = m_Tree.GetFrameCount() > 0;
+            auto const [bKnown, fTime] =
+                bFrames ? MeasureStats(Limit, m_Tree, m_Facts.fTicksPerSecond) : StatsMeasured_t();
+            bool const bExceeded = !bKnown || fTime > Limit.fMilliseconds;
+            if (!bFrames)
             {
                 std::fprintf(stderr, "%s: %s has a limit of %g ms, but no frame was measured\n",
                     Printable(m_Options.sFile).c_str(), sName.c_str(), Limit.fMilliseconds);
             }
-            else if (bExceeded)
+            else if (bKnown && bExceeded)
             {
                 std::fprintf(stderr, "%s: %s is %g ms, over its limit of %g ms\n", Printable(m_Options.sFile).c_str(),
                     sName.c_str(), fTime, Limit.fMilliseconds);
             }
             Json["limits"].push_back({ { "name", sName }, { "limit_ms", Limit.fMilliseconds },
-                { "measured_ms", bMeasured ? Json_t(fTime) : Json_t() }, { "exceeded", bExceeded } });
+                { "measured_ms", bKnown ? Json_t(fTime) : Json_t() }, { "exceeded", bExceeded } });
             bKept = bKept && !bExceeded;
         }
         return bKept;
@@ -218,10 +220,6 @@ namespace
             return EXIT_FOUND;
         }
         bool const bSound = m_Facts.dProblems.empty();
-        if (!FindTimers())
-        {
-            return EXIT_USAGE;
-        }
         if (!m_Options.bJson)
         {
             PrintStats(m_Tree, m_Facts);
@@ -234,7 +232,9 @@ namespace
         {
             PrintJson(Json);
         }
-        return WriteOutputs() && bSound && bKept ? EXIT_DONE : EXIT_FOUND;
+        bool const bWritten = WriteOutputs();
+        std::fflush(stdout);
+        return !FindTimers() ? EXIT_USAGE : bWritten && bSound && bKept ? EXIT_DONE : EXIT_FOUND;
     }
 }
 

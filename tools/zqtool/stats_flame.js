@@ -154,7 +154,8 @@ function showDetail(wanted)
         const [, average, max, last, maxEver, nLast, nAtMax, maxSlot] = record;
         columns.push(detailColumn(`The profiler's own figures of batch ${showNumber(iBatch)}, from its last 149 frames`,
             `average ${showTicks(average)}`, maxSlot < 0 ? "no peak"
-                : `peak ${showTicks(max)} in frame ${showNumber(iBatch * SLOTS + maxSlot)}, ${showCount(nAtMax, "call")}`,
+                : `peak ${showTicks(max)} in frame ${showNumber(iBatch * SLOTS + maxSlot)}, `
+                    + showCount(nAtMax, "call"),
             `last frame ${showTicks(last)}, ${showCount(nLast, "call")}`, `highest peak so far ${showTicks(maxEver)}`));
         Object.assign(columns[columns.length - 1].dataset, { average, max, last, maxEver, nLast, nAtMax, maxSlot });
     }

@@ -147,7 +147,8 @@ const placeLabels = (() =>
             free = top;
         }
         const room = 7 * showNumber(state.to).length + 16;   // pixels for a number
-        const least = (state.to - state.from) / Math.max(Math.floor(plotWidth() / room), 1), power = 10 ** Math.floor(Math.log10(least));
+        const least = (state.to - state.from) / Math.max(Math.floor(plotWidth() / room), 1);
+        const power = 10 ** Math.floor(Math.log10(least));
         const step = Math.max([1, 2, 5, 10].map((factor) => factor * power).find((n) => n >= least), 1);
         for (let frame = Math.ceil(state.from / step) * step; frame < state.to; frame += step)
         {
@@ -217,7 +218,8 @@ function updateGraphTexts(axis)
     graph.setAttribute("aria-valuenow", state.frame);
     graph.setAttribute("aria-valuetext", `frame ${state.frame}: ${showTicks(timeOf(state.frame))}`);
     Object.assign(graph.dataset,
-        { from: state.from, to: state.to, frame: state.frame, ticks: timeOf(state.frame), axis: axis.kind, top: axis.top });
+        { from: state.from, to: state.to, frame: state.frame, ticks: timeOf(state.frame), axis: axis.kind,
+            top: axis.top });
 }
 
 function showRange(from, to)

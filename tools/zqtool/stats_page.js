@@ -77,7 +77,8 @@ const nothing = "\u2013";
 const fillWorst = sortedTable($("worst"), [
     { key: "frame", text: "frame", of: (frame) => -frame, cell: (frame) => ({ content: frameButton(frame) }) },
     { key: "time", text: "time", of: timeOf, cell: (frame) => timeCell(timeOf(frame)) },
-    { key: "hottest", text: "most time of its own", name: true, of: (frame) => (hottestOf("frame", frame) || { name: "" }).name,
+    { key: "hottest", text: "most time of its own", name: true,
+        of: (frame) => (hottestOf("frame", frame) || { name: "" }).name,
         cell: (frame) => ({ content: (hottestOf("frame", frame) || { name: nothing }).name }) },
 ], "time", WORST_ROWS, (frame) => ({ frame }));
 
@@ -113,14 +114,16 @@ function showWorst()
 
 // The head
 
-const FIGURES = [["mean", "mean"], ["median", "median"], ["p95", "95 % below"], ["p99", "99 % below"], ["worst", "worst"]];
+const FIGURES = [
+    ["mean", "mean"], ["median", "median"], ["p95", "95 % below"], ["p99", "99 % below"], ["worst", "worst"]];
 
 function showHead()
 {
     const nFrames = data.frames.length, rate = showNumber(data.rate / 1e6, 1) + " million ticks a second";
     $("title").textContent = data.file;
     $("facts").textContent = [
-        data.first > 0 ? `the last ${showNumber(nFrames)} of ${showCount(endOfFrames(), "frame")}` : showCount(nFrames, "frame"),
+        data.first > 0
+            ? `the last ${showNumber(nFrames)} of ${showCount(endOfFrames(), "frame")}` : showCount(nFrames, "frame"),
         `${showNumber(data.batches.length)} batch${data.batches.length === 1 ? "" : "es"}`,
         showCount(Math.max(timers.length - 1, 0), "timer"),
         rate + (data.measured ? ", as on the machine that made this page" : "")].join(" \u00B7 ");
@@ -177,8 +180,9 @@ function takeNews(news)
     const kept = again ? 0 : clamp(hadEnd - news.first, 0, had), gone = had - kept;
     data.frames.splice(0, gone);
     data.batches.splice(0, gone / SLOTS);
-    data.frames.push(...news.frames);
-    data.batches.push(...news.batches);
+    // One by one: a call takes only so many arguments.
+    news.frames.forEach((ticks) => data.frames.push(ticks));
+    news.batches.forEach((text) => data.batches.push(text));
     Object.assign(data, { run: news.run, first: news.from - kept, summary: news.summary, timers: news.timers,
         problems: news.problems, live: news.live });
     limitTexts();
@@ -210,7 +214,8 @@ async function askForNews()
         {
             const response = await fetch(`data?run=${data.run}&from=${endOfFrames()}`, { cache: "no-store" });
             const news = await response.json();
-            if (news.frames.length > 0 || news.run !== data.run || !news.live)
+            if (news.frames.length > 0 || news.run !== data.run || !news.live
+                || news.problems.length !== data.problems.length)
             {
                 takeNews(news);
                 showAllParts();
@@ -220,7 +225,8 @@ async function askForNews()
                 }
                 wait = news.more ? 0 : wait;
             }
-            showLive(data.live ? `live, ${showCount(endOfFrames(), "frame")} so far` : "the program's file is complete");
+            showLive(data.live
+                ? `live, ${showCount(endOfFrames(), "frame")} so far` : "the program's file is complete");
         }
     }
     catch

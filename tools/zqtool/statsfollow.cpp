@@ -46,7 +46,10 @@ namespace
         void StartAnew();
         void Complain(std::uint64_t nOffset, std::string const & sText);
         void ServeTheEnd();
-        bool IsAtLimit() const { return m_Follow.nMaxFrames > 0 && m_Tree.GetFrameCount() >= m_Follow.nMaxFrames; }
+        bool IsAtLimit() const
+        {
+            return m_Follow.nMaxFrames > 0 && (m_bDamaged || m_Tree.GetFrameCount() >= m_Follow.nMaxFrames);
+        }
         Answer_t Answer(std::string_view sRequest);
         std::string AnswerTo(std::string const & sTarget);
 
@@ -57,7 +60,7 @@ namespace
         StatsPage_c m_Page;
         plat::LoopbackServer_c m_Server;
         int m_iRun = 1;
-        bool m_bEnded = false;     // the limit was reached
+        bool m_bEnded = false;     // the limit was reached, or will not be
         bool m_bAsked = false;     // a page asked for news
         bool m_bToldEnd = false;   // a page received the last of them
         bool m_bDamaged = false;

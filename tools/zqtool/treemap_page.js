@@ -14,7 +14,8 @@ let root = 0, focused = 0;
 
 function addNode(name, parent, figures)
 {
-    const node = { index: nodes.length, name, parent, parts: [], bytes: 0, blocks: 0, oldBytes: 0, oldBlocks: 0, area: 0 };
+    const node = { index: nodes.length, name, parent, parts: [],
+        bytes: 0, blocks: 0, oldBytes: 0, oldBlocks: 0, area: 0 };
     nodes.push(Object.assign(node, figures));
     if (parent)
     {
@@ -149,11 +150,13 @@ function drawArea(node, area)
         onmouseenter: () => { $("what").textContent = label; }, onfocus: () => focusOn(node.index, box),
     }, ...texts.map((text) => make("span", {}, text)));
     box.style.setProperty("--hue", data.growth ? `var(--${growth > 0 ? "grown" : "shrunk"})` : hueOfNode(node));
-    Object.assign(box.style, { left: `${area.x}px`, top: `${area.y}px`, width: `${area.width}px`, height: `${area.height}px` });
+    Object.assign(box.style,
+        { left: `${area.x}px`, top: `${area.y}px`, width: `${area.width}px`, height: `${area.height}px` });
     map.append(box);
     if (isWhole && area.height > HEAD + MIN_AREA)
     {
-        divide({ x: area.x + 2, y: area.y + HEAD, width: area.width - 4, height: area.height - HEAD - 2 }, node.parts, drawArea);
+        divide({ x: area.x + 2, y: area.y + HEAD, width: area.width - 4, height: area.height - HEAD - 2 },
+            node.parts, drawArea);
     }
 }
 
@@ -204,7 +207,8 @@ function neighbour(box, [dx, dy])
     for (const other of map.children)
     {
         const to = placeOf(other);
-        const along = (to.x + to.width / 2 - from.x - from.width / 2) * dx + (to.y + to.height / 2 - from.y - from.height / 2) * dy;
+        const along = (to.x + to.width / 2 - from.x - from.width / 2) * dx
+            + (to.y + to.height / 2 - from.y - from.height / 2) * dy;
         const beside = dx === 0 ? Math.max(to.x - from.x - from.width, from.x - to.x - to.width, 0)
             : Math.max(to.y - from.y - from.height, from.y - to.y - to.height, 0);
         if (other !== box && along > 0.5 && along + 3 * beside < least)
@@ -243,7 +247,8 @@ const fillParts = sortedTable($("parts"), [
         make("small", {}, $("lines").checked && isLine(node) ? categoryOf(node) : "")] }) },
     { key: "bytes", text: "bytes", of: (node) => node.bytes, cell: figureCell("bytes", showNumber) },
     { key: "share", text: "share", of: (node) => node.bytes,
-        cell: (node) => ({ content: `${showNumber(nodes[0].bytes > 0 ? 100 * node.bytes / nodes[0].bytes : 0, 1)} %` }) },
+        cell: (node) => (
+            { content: `${showNumber(nodes[0].bytes > 0 ? 100 * node.bytes / nodes[0].bytes : 0, 1)} %` }) },
     { key: "blocks", text: "blocks", of: (node) => node.blocks, cell: figureCell("blocks", showNumber) },
     ...data.growth ? [
         { key: "oldBytes", text: "before", of: (node) => node.oldBytes, cell: figureCell("oldBytes", showNumber) },
