@@ -3,6 +3,9 @@
 
 namespace plat
 {
+    /// Returns whether standard output is a terminal.
+    bool TerminalIsOutput();
+
     /// Returns whether standard output is a terminal that shows colours by escape sequences.
     bool TerminalShowsColours();
 

@@ -5,6 +5,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+bool plat::TerminalIsOutput()
+{
+    return isatty(STDOUT_FILENO);
+}
+
 bool plat::TerminalShowsColours()
 {
     char const * const szTerminal = std::getenv("TERM");

@@ -296,7 +296,7 @@ namespace
         }
         for (auto const & [sPath, sNow] : Comparison.dMoved)
         {
-            PrintRow("moved", sPath + ": now " + sNow);
+            PrintRow("moved", std::string(sPath).append(": now ").append(sNow));
         }
         if (!Comparison.sNotCurrent.empty())
         {

@@ -116,7 +116,7 @@ namespace
     {
         std::string const sEscaped = Escaped(sName);
         std::puts(((sEscaped == sName ? "" : "\\") + sBefore
-                   + (plat::TerminalShowsColours() ? Printable(sEscaped) : sEscaped) + sAfter)
+                   + (plat::TerminalIsOutput() ? Printable(sEscaped) : sEscaped) + sAfter)
                       .c_str());
     }
 

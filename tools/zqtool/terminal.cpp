@@ -12,5 +12,6 @@ bool HasColours()
 
 std::string Painted(std::string_view sText, Colour_e eColour)
 {
-    return HasColours() ? Coloured(sText, eColour) : std::string(sText);
+    std::string const sPrintable = Printable(sText);
+    return HasColours() ? Coloured(sPrintable, eColour) : sPrintable;
 }

@@ -6,5 +6,5 @@
 /// Returns whether standard output is a terminal with colours and the variable NO_COLOR is not set, or empty.
 bool HasColours();
 
-/// Returns a printable text, in colour if HasColours. Pad it before: the result is longer than it looks.
+/// Returns a text as Printable does, in colour if HasColours. Pad it before: the result is longer than it looks.
 std::string Painted(std::string_view sText, Colour_e eColour);
