@@ -1,6 +1,8 @@
 // zqtool: shows the files that the library reads and writes.
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
+#include "zqcore/cfile_internal.h"
+#include "zqcore/cfilepath.h"
 #include "zqcore/cversion.h"
 
 #include <CLI/CLI.hpp>
@@ -122,7 +124,11 @@ namespace
         try
         {
             App.parse(argc, argv);
-            return CheckOutput(fnRun());
+            int const iStatus = fnRun();
+            FileReset();   // destroys what a scan has entered
+            g_sExcludedFolders.Reset();
+            g_sExcludedFiles.Reset();
+            return CheckOutput(iStatus);
         }
         catch (CLI::Success const & Wanted)   // --help and --version
         {
