@@ -1,3 +1,4 @@
+#include "platform/checker.h"
 #include "zqcore/cserializer.h"
 
 #include "tests/graph_support.h"
