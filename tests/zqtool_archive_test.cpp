@@ -111,6 +111,8 @@ TEST_F(ZqtoolArchive, ReportsDamageWithItsOffset)
             { "a", Changed(sGraph, 0x2C, "\x40"), ": byte 0x2C: no name of a class is here\n" },
             { "a", Changed(sGraph, 0x41, "\x59\x63\x58\x02"), ": byte 0x41: an object ends that did not begin\n" },
             { "a", Changed(sGraph, 0x3D, "\1\1\1\1"), ": byte 0x3D: identifier 16843009 is out of range\n" },
+            { "one.sav5", sArchive, "" },
+            { "a.png", "\x89PNG\r\n\x1A\n", ": byte 0x0: this seems to be no archive: nothing in it is recognised\n" },
             { "s.sav.1", sSave.substr(0, 0x14), ": damaged: it has no seal that fits\n" },
             { "a", Changed(sSave, 0xD, "x"), ": damaged: it has no seal that fits\n" },
             { "a", WithChecksum(Changed(sSave.substr(0, 28), 0x14, "\x11")),

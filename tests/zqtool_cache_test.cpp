@@ -29,7 +29,8 @@ TEST_F(ZqtoolCache, BuildsAndComparesWithTheTree)
     for (std::string const sCache : { "other.bin", "media/filesystemcache.bin" })
     {
         EXPECT_THAT(RunTool("cache --build media/ ./" + sCache), Ends(0, "./" + sCache + sFacts)) << "no profiles";
-        EXPECT_THAT(RunTool("cache --check --root media " + sCache), Ends(0, sCache + sFacts + "it fits its tree\n"));
+        EXPECT_THAT(RunTool("cache --check --root media " + sCache),
+            Ends(0, sCache + sFacts + "compared with media\nit fits its tree\n"));
     }
     EXPECT_THAT(RunTool("cache --list other.bin").sOutput, HasSubstr("  maps/bay.map\n"));
 
@@ -39,9 +40,15 @@ TEST_F(ZqtoolCache, BuildsAndComparesWithTheTree)
     Folder.Write("media/new\n\033.txt", "1");
     EXPECT_THAT(RunTool("cache --check media/filesystemcache.bin"),
         Ends(1, "media/filesystemcache.bin" + sFacts
-                    + "missing   gone.txt\nnew       new\xEF\xBF\xBD\xEF\xBF\xBD.txt\n"
+                    + "compared with media\nmissing   gone.txt\nnew       new\xEF\xBF\xBD\xEF\xBF\xBD.txt\n"
                       "changed   units/ogre.csv: 5 bytes, now 9\nmoved     maps/old.map: now units/old.map\n"
                       "outdated  a start that compares the folders would scan: \"\\maps\\\" has changed\n"));
+    for (int i = 0; i < 30; ++i)
+    {
+        Folder.Write("media/more/" + std::to_string(i), "1");
+    }
+    EXPECT_THAT(RunTool("cache --check media/filesystemcache.bin").sOutput, HasSubstr("new       and 12 more, which"));
+    EXPECT_THAT(RunTool("cache --check --all media/filesystemcache.bin").sOutput, HasSubstr("new       more/9\n"));
     auto const Json = nlohmann::json::parse(RunTool("cache --check --list --json media/filesystemcache.bin").sOutput);
     EXPECT_EQ(Json["check"]["missing"], nlohmann::json::array({ "gone.txt" }));
     EXPECT_EQ(Json["list"].size(), 4u);
@@ -55,8 +62,8 @@ TEST_F(ZqtoolCache, RefusesWhatIsNoCacheOrNoWholeTree)
     for (auto const & [szArguments, iStatus, szOutput] : Rows_t<char const *, int, char const *>{
              { "short.bin", 1, "short.bin: damaged at byte 39: no whole folder record\n" },
              { "second.bin", 1, "second.bin: damaged at byte 0: a cache of another major version\n" },
-             { "none.bin", 1, "none.bin: it can't be read\n" }, { "media", 1, "media: it can't be read\n" },
-             { "/dev/zero", 1, "/dev/zero: it can't be read\n" },
+             { "none.bin", 1, "none.bin: there is no such file\n" }, { "media", 1, "media: this is no regular file\n" },
+             { "/dev/zero", 1, "/dev/zero: this is no regular file\n" },
              { "--build media media/gone.txt", 1, "media/gone.txt: it is no cache, so it is not replaced\n" },
              { "--build nothing new.bin", 1, "nothing: there is no such folder\n" },
              { "--build media media/gone.txt/x", 1, "media/gone.txt/x: it can't be written\n" },
@@ -73,7 +80,7 @@ TEST_F(ZqtoolCache, RefusesWhatIsNoCacheOrNoWholeTree)
     EXPECT_EQ(iStatus, 1);
     EXPECT_EQ(Folder.Read("out.txt"),
         "media/maps: it can't be read\n"
-        "part.bin: no cache is written, since the scan missed 1 files or folders: zqtool tree "
+        "part.bin: no cache is written, since the scan missed 1 file or folder: zqtool tree "
         "lists them\n");
     EXPECT_FALSE(fs::exists(Folder.Join("part.bin")));
 }

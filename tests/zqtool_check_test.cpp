@@ -1,5 +1,6 @@
 #include "tests/test_support.h"
 
+#include <climits>
 #include <cstdlib>
 
 using namespace std::string_literals;
@@ -161,6 +162,10 @@ TEST(ZqtoolCheck, ShowsCellsAndWalksFolders)
     EXPECT_THAT(RunTool("check " + Folder.GetPath()).sOutput, HasSubstr("2 files, 1 complaint\n"));
     EXPECT_EQ(RunTool("check " + Folder.Join("absent.txt")).iStatus, 1);
     EXPECT_EQ(RunTool("check " + MakePipe(Folder.Join("pipe.csv"))).iStatus, 1);
+    std::string const sLarge = Folder.Write("large.scr", "");
+    std::filesystem::resize_file(sLarge, INT_MAX);
+    EXPECT_THAT(
+        RunTool("check " + sLarge).sOutput, HasSubstr("large.scr: it has 2147483647 bytes, more than 2147483646\n"));
     for (char const * szWrong : { "check", "check --as wish a", "check --as script --schema a b" })
     {
         EXPECT_EQ(RunTool(szWrong).iStatus, 2) << szWrong;

@@ -180,7 +180,7 @@ TEST_F(ZqtoolCrash, ShowsTheDetails)
         return Json_t::parse(RunShell(TEST_EMULATOR ZQTOOL_PATH + sFolded).sOutput)["sample"];
     };
     EXPECT_EQ(Sample()["threads"].size(), 1u) << "the sample is whole";
-    EXPECT_THAT(RunTool("crash " + sDetails).sOutput, HasSubstr(sDetails + ": not a regular file\n"));
+    EXPECT_THAT(RunTool("crash " + sDetails).sOutput, HasSubstr(sDetails + ": this is no regular file\n"));
     fs::remove(sMore);
     EXPECT_EQ(Sample()["details"], false);
 }
@@ -460,7 +460,7 @@ TEST_F(ZqtoolCrash, ArgumentsAreChecked)
             { "crash --colour " + sFile, 2, "--colour" }, { "frob", 2, "frob" },
             { "crash --html " + sFile + " " + sFile, 1, "is the file to read" },
             { "crash --html " + m_Folder.Join("no/such.html") + " " + sFile, 1, "such.html: it can't be written" },
-            { "crash " + m_Folder.Join("absent.rpt"), 1, "absent.rpt: can't open it" },
+            { "crash " + m_Folder.Join("absent.rpt"), 1, "absent.rpt: there is no such file" },
             { "crash " + m_Folder.MakeFolder("none"), 1, "none: no crash report in this folder" } })
     {
         EXPECT_THAT(RunTool(sArguments), Ends(iStatus, HasSubstr(sExpected))) << sArguments;

@@ -35,7 +35,7 @@ TEST(ZqtoolHash, ReportsWhatDiffersAndWhatIsNoList)
     Folder.Write("abc", "abc");
     for (auto const & [sList, sExpected] : Rows_t<std::string, std::string>{ { "", "list: the list is empty\n" },
              { "352441C2 *abc\r\n352441c3  abc\n", "abc: OK\nabc: FAILED\n" },
-             { std::string(ABC_SHA1) + "  absent\n", "absent: FAILED, can't read it\n" },
+             { std::string(ABC_SHA1) + "  absent\n", "absent: FAILED, there is no such file\n" },
              { "352441c2 abc\n12  abc\n352441c2  \n", "list(1): not a hash of 8 or 40 digits" },
              { "\\352441c2  a\\bc\n", "list(1): not a hash" } })
     {

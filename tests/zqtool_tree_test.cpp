@@ -5,7 +5,7 @@
 namespace
 {
     namespace fs = std::filesystem;
-    using testing::HasSubstr;
+    using testing::EndsWith, testing::HasSubstr;
 
     class ZqtoolTree : public testing::Test
     {
@@ -50,9 +50,9 @@ TEST_F(ZqtoolTree, ShowsWhatTheScanMakesOfAFolder)
              "  media/q:x       its name begins like a drive\n",
              "pp  its path is too long\n", "media/pipe  it is no regular file\n", "\n11 found\n",
              "media/B/loop  it is a link to a folder of this scan\n",
-             "media/_configdependeddata/lo  it is of another configuration: 1 files, 3 bytes\n",
-             "media/gamedata/pqx  it is of another game: 1 files, 2 bytes\n",
-             "media/.svn  its name is excluded: 1 files" })
+             "media/_configdependeddata/lo  it is of another configuration: 1 file, 3 bytes\n",
+             "media/gamedata/pqx  it is of another game: 1 file, 2 bytes\n",
+             "media/.svn  its name is excluded: 1 file, 1 byte\n" })
     {
         EXPECT_THAT(Result.sOutput, HasSubstr(sLines));
     }
@@ -67,12 +67,36 @@ TEST_F(ZqtoolTree, ShowsWhatTheScanMakesOfAFolder)
     EXPECT_EQ(RunTool("tree media/gamedata/pqx").iStatus, 0);
 }
 
+TEST_F(ZqtoolTree, ReportsEachEntryOnce)
+{
+    std::string const sCut(130, 'n');
+    for (std::string const sName : { "Maps/a", "maps/a", "maps/A", "Maps/b" })
+    {
+        Folder.Write("twins/" + sName, "1");
+    }
+    Folder.Write("cut/" + sCut, "");
+    EXPECT_THAT(RunTool("tree twins"),
+        Ends(1, EndsWith("names that differ in case only (2)\n"
+                         "  twins/Maps    it differs from another entry in case only: twins/maps\n"
+                         "  twins/maps/A  it differs from another file in case only: twins/maps/a\n"
+                         "\n2 found\n")));
+    EXPECT_THAT(RunTool("tree cut"),
+        Ends(1, EndsWith("\nnames that are cut (1): such a file can't be opened\n  cut/" + sCut
+                         + "  its name is cut to 127 characters: " + sCut.substr(3) + "\n\n1 found\n")));
+    for (auto const & [szPaths, szOutput] :
+        Rows_t<char const *, char const *>{ { "media ./media/", "./media: it is the same as media\n" },
+            { "media media/a", "media/a: it is in media\n" }, { "media/B/../a .", ".: it holds media/B/../a\n" } })
+    {
+        EXPECT_THAT(RunTool(std::string("tree ") + szPaths), Ends(1, szOutput));
+    }
+}
+
 TEST_F(ZqtoolTree, SaysWhichFileANameOpens)
 {
     for (auto const & [szArguments, iStatus, szOutput] : Rows_t<char const *, int, char const *>{
              { "--find Any/BAY.map media", 1,
                  "Any/BAY.map opens media/a/Bay.map, 3 bytes\n  not media/B/bay.map: another file has its name\n" },
-             { "--find s.txt media", 0, "s.txt opens media/gamedata/storm/s.txt, 1 bytes\n" },
+             { "--find s.txt media", 0, "s.txt opens media/gamedata/storm/s.txt, 1 byte\n" },
              { "--find p.txt --game storm media", 1,
                  "p.txt opens no file\n  not media/gamedata/pqx/p.txt: its folder is left out: media/gamedata/pqx, "
                  "it is of another game\n" },

@@ -4,6 +4,8 @@
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/ctextparser_internal.h"
 
+#include <functional>
+
 /// Parser of rows of cells in a text, which must outlive it.
 class SpreadsheetParser_c
 {
@@ -17,9 +19,9 @@ public:
     /// Returns where the first cell of the last row begins, in bytes from the start of the text.
     std::size_t GetRowStart() const { return m_nRowStart; }
 
-    /// Reads the cells before iCell of the first row and returns where that cell begins, or the end of the row if it has
-    /// fewer cells. Requires that the text begins with the row.
-    std::size_t SeekCell(int iCell);
+    /// Reads the first row. Calls fnFound with where each cell begins, then with where the row ends, in bytes from the
+    /// start of the text. Requires that the text begins with the row.
+    void FindCells(std::function<void(std::size_t)> const & fnFound);
 
     /// Returns the errors found so far.
     TextErrors_c & GetErrors() { return m_Parser.m_Errors; }

@@ -191,17 +191,22 @@ bool SpreadsheetParser_c::ParseRow(SpreadsheetRow_c & Row, bool & bError)
     return true;
 }
 
-std::size_t SpreadsheetParser_c::SeekCell(int iCell)
+void SpreadsheetParser_c::FindCells(std::function<void(std::size_t)> const & fnFound)
 {
     SpreadsheetRow_c Row;
     bool bError = false;
     bool bMore = Next();
-    for (int i = 0; i < iCell && bMore; ++i)
+    auto const Offset = [this]
     {
+        bool const bEnd = m_Token.eKind == LAST_PARSED_NOTHING;
+        return m_Parser.GetOffset(m_Token.eKind, bEnd ? m_Parser.m_pEnd : m_Token.pText);
+    };
+    while (bMore)
+    {
+        fnFound(Offset());
         bMore = ParseCell(Row, bError);
     }
-    bool const bEnd = m_Token.eKind == LAST_PARSED_NOTHING;
-    return m_Parser.GetOffset(m_Token.eKind, bEnd ? m_Parser.m_pEnd : m_Token.pText);
+    fnFound(Offset());
 }
 
 // Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none.

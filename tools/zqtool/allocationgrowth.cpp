@@ -55,6 +55,27 @@ namespace
         }
         return sLine;
     }
+
+    // Adds up what the lines of all categories, or of one, hold in each report.
+    std::vector<GrowthRow_t> Collect(
+        GroupBy_e eBy, std::span<AllocationReport_t const> dReports, std::string const * pCategory)
+    {
+        Rows_c Rows(dReports.size());
+        for (std::size_t i = 0; i < dReports.size(); ++i)
+        {
+            for (auto const & [sCategory, dLines] : dReports[i].dCategories)
+            {
+                for (auto const & [sLine, Holding] : dLines)
+                {
+                    if (!pCategory || sCategory == *pCategory)
+                    {
+                        Rows.Add(NameOf(eBy, sCategory, sLine), i, Holding);
+                    }
+                }
+            }
+        }
+        return Rows.Take();
+    }
 }
 
 bool GrowthRow_t::IsSteady() const
@@ -73,34 +94,12 @@ bool GrowthRow_t::IsSteady() const
 
 std::vector<GrowthRow_t> GrowthBy(GroupBy_e eBy, std::span<AllocationReport_t const> dReports)
 {
-    Rows_c Rows(dReports.size());
-    for (std::size_t i = 0; i < dReports.size(); ++i)
-    {
-        for (auto const & [sCategory, dLines] : dReports[i].dCategories)
-        {
-            for (auto const & [sLine, Holding] : dLines)
-            {
-                Rows.Add(NameOf(eBy, sCategory, sLine), i, Holding);
-            }
-        }
-    }
-    return Rows.Take();
+    return Collect(eBy, dReports, nullptr);
 }
 
 std::vector<GrowthRow_t> GrowthOfCategory(std::string const & sCategory, std::span<AllocationReport_t const> dReports)
 {
-    Rows_c Rows(dReports.size());
-    for (std::size_t i = 0; i < dReports.size(); ++i)
-    {
-        if (auto const it = dReports[i].dCategories.find(sCategory); it != dReports[i].dCategories.end())
-        {
-            for (auto const & [sLine, Holding] : it->second)
-            {
-                Rows.Add(sLine, i, Holding);
-            }
-        }
-    }
-    return Rows.Take();
+    return Collect(GroupBy_e::Line, dReports, &sCategory);
 }
 
 GrowthRow_t GrowthOfAll(std::span<AllocationReport_t const> dReports)

@@ -45,11 +45,6 @@ namespace
         return szValue;
     }
 
-    std::string VersionText(std::uint32_t dwVersion)
-    {
-        return std::to_string(dwVersion >> 16) + "." + std::to_string(dwVersion & 0xFFFF);
-    }
-
     // Returns whether an archive is a file system cache: its version, and the checksum of its first folder's text.
     bool IsCache(std::string_view sArchive)
     {
@@ -64,15 +59,13 @@ namespace
                       == ReadAs<std::uint32_t>(sArchive, 2 * WORD);
     }
 
-    // Returns whether a file has the name of a save or of a previous one.
-    bool HasSaveName(std::string const & sFile)
+    // Returns whether a file has the name of a save, of a previous one (".sav.1") or of one that was moved (".sav.old1").
+    bool HasSaveName(std::string_view sFile)
     {
-        std::size_t const nEnd = sFile.rfind(".sav");
-        std::string const sRest = nEnd == std::string::npos ? "x" : sFile.substr(nEnd + 4);
-        std::string_view const sNumber = std::string_view(sRest).substr(sRest.starts_with(".old") ? 4
-                                                                        : sRest.starts_with(".")  ? 1
-                                                                                                  : 0);
-        return sNumber.find_first_not_of("0123456789") == sNumber.npos;
+        std::size_t const nEnd = sFile.find_last_not_of("0123456789") + 1;
+        bool const bNumber = nEnd < sFile.size();
+        sFile = sFile.substr(0, nEnd);
+        return sFile.ends_with(".sav.old") || sFile.ends_with(bNumber ? ".sav." : ".sav");
     }
 
     struct Archive_t
@@ -99,6 +92,17 @@ namespace
     bool IsSound(Archive_t const & Archive)
     {
         return Archive.Scan.dProblems.empty() && (!Archive.bSave || Archive.Save.eState == FileSave_c::WHOLE);
+    }
+
+    // Returns whether a file is hardly an archive: it has no part of one, and a version that nobody would choose.
+    bool IsForeign(Archive_t const & Archive)
+    {
+        constexpr std::uint32_t MOST_MAJOR = 255;
+        auto const & dParts = Archive.Scan.dParts;
+        return !Archive.bSave && Archive.dwVersion >> 16 > MOST_MAJOR
+               && std::all_of(dParts.begin(), dParts.end(),
+                   [](ArchivePart_t const & Part)
+                   { return Part.eKind == ArchivePart_e::Bytes || Part.eKind == ArchivePart_e::Text; });
     }
 
     void Analyse(
@@ -130,6 +134,10 @@ namespace
         else if (!Archive.bCache)
         {
             Archive.Scan = ScanArchive(sArchive, Names);
+            if (IsForeign(Archive))
+            {
+                Archive.Scan.dProblems.push_back({ 0, "this seems to be no archive: nothing in it is recognised" });
+            }
         }
     }
 
@@ -272,7 +280,7 @@ namespace
         {
             std::size_t const nBytes = Archive.sBytes.size();
             std::printf("%s: %s, %zu bytes, version %s", Printable(sFile).c_str(), KindText(Archive).c_str(), nBytes,
-                VersionText(Archive.dwVersion).c_str());
+                ArchiveVersionText(Archive.dwVersion).c_str());
             if (Archive.bSave)
             {
                 bool const bWhole = Archive.Save.eState == FileSave_c::WHOLE;
@@ -349,7 +357,7 @@ namespace
         Json_t JsonOf(std::string const & sFile, Archive_t const & Archive) const
         {
             Json_t Json = { { "file", sFile }, { "kind", KindText(Archive) }, { "bytes", Archive.sBytes.size() },
-                { "version", VersionText(Archive.dwVersion) } };
+                { "version", ArchiveVersionText(Archive.dwVersion) } };
             if (Archive.bSave)
             {
                 Json["state"] = StateText(Archive.Save.eState);

@@ -1,6 +1,7 @@
 // zqtool cache: shows a file system cache, compares it with its tree, and writes one.
 #include "tools/zqtool/cachefile.h"
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/mediascan.h"
 #include "tools/zqtool/terminal.h"
@@ -23,18 +24,22 @@ namespace fs = std::filesystem;
 
 namespace
 {
+    constexpr std::size_t MOST_LINES = 20;   // of each kind without --all
+
     struct Options_t
     {
         std::string sFile, sRoot, sBuild;
         MediaOptions_t Media;
         bool bList = false;
         bool bCheck = false;
+        bool bAll = false;
         bool bJson = false;
     };
 
     // What differs between a cache and its tree.
     struct Comparison_t
     {
+        std::string sRoot;                  // of the tree
         std::string sNotCurrent;            // why a start that compares the folders would scan; empty if it would not
         std::vector<std::string> dUnread;   // what the scan could not see
         std::vector<std::string> dMissing, dNew;
@@ -85,11 +90,6 @@ namespace
             static_cast<int>(Clock.hours().count()), static_cast<int>(Clock.minutes().count()),
             static_cast<int>(Clock.seconds().count()));
         return szText;
-    }
-
-    std::string VersionText(CacheContents_t const & Contents)
-    {
-        return std::to_string(Contents.dwVersion >> 16) + '.' + std::to_string(Contents.dwVersion & 0xFFFF);
     }
 
     std::uint64_t BytesOf(CacheContents_t const & Contents)
@@ -227,6 +227,7 @@ namespace
     {
         std::string sFile;
         std::string const sRoot = RootOf(Options, sFile);
+        Comparison.sRoot = sRoot;
         SetPQXMediaPath(sRoot.c_str());
         if (Contents.bTimes)
         {
@@ -253,9 +254,9 @@ namespace
 
     void PrintFacts(Options_t const & Options, CacheContents_t const & Contents)
     {
-        std::printf("%s: version %s, %zu folders, %zu files of %llu bytes, %s%s\n",
-            Painted(Options.sFile, Colour_e::Title).c_str(), VersionText(Contents).c_str(), Contents.dFolders.size(),
-            Contents.dFiles.size(), static_cast<unsigned long long>(BytesOf(Contents)),
+        std::printf("%s: version %s, %s, %s of %s, %s%s\n", Painted(Options.sFile, Colour_e::Title).c_str(),
+            ArchiveVersionText(Contents.dwVersion).c_str(), Counted(Contents.dFolders.size(), "folder").c_str(),
+            Counted(Contents.dFiles.size(), "file").c_str(), Counted(BytesOf(Contents), "byte").c_str(),
             Contents.IsRelative() ? "relative names, " : "",
             Contents.bTimes ? "with the times of its folders" : "without the times of its folders");
         if (Contents.nLeft > 0)
@@ -274,38 +275,45 @@ namespace
         }
     }
 
-    void PrintComparison(Comparison_t const & Comparison)
+    // Prints the texts of one kind.
+    void PrintRows(char const * szWhat, std::vector<std::string> const & dTexts, bool bAll)
     {
-        auto const PrintRow = [](char const * szWhat, std::string const & sText)
-        { std::printf("%-8s  %s\n", szWhat, Printable(sText).c_str()); };
-        for (std::string const & sPath : Comparison.dUnread)
+        std::size_t const nShown = bAll ? dTexts.size() : std::min(dTexts.size(), MOST_LINES);
+        for (std::size_t i = 0; i < nShown; ++i)
         {
-            PrintRow("unread", sPath);
+            std::printf("%-8s  %s\n", szWhat, Printable(dTexts[i]).c_str());
         }
-        for (std::string const & sPath : Comparison.dMissing)
+        if (nShown < dTexts.size())
         {
-            PrintRow("missing", sPath);
+            std::printf("%-8s  and %zu more, which --all shows\n", szWhat, dTexts.size() - nShown);
         }
-        for (std::string const & sPath : Comparison.dNew)
-        {
-            PrintRow("new", sPath);
-        }
+    }
+
+    void PrintComparison(Comparison_t const & Comparison, bool bAll)
+    {
+        std::vector<std::string> dChanged, dMoved;
         for (auto const & [sPath, nCached, nNow] : Comparison.dChanged)
         {
-            PrintRow("changed", sPath + ": " + std::to_string(nCached) + " bytes, now " + std::to_string(nNow));
+            dChanged.push_back(sPath + ": " + Counted(nCached, "byte") + ", now " + std::to_string(nNow));
         }
         for (auto const & [sPath, sNow] : Comparison.dMoved)
         {
-            PrintRow("moved", std::string(sPath).append(": now ").append(sNow));
+            dMoved.push_back(std::string(sPath).append(": now ").append(sNow));
         }
+        std::printf("compared with %s\n", Printable(Comparison.sRoot).c_str());
+        PrintRows("unread", Comparison.dUnread, bAll);
+        PrintRows("missing", Comparison.dMissing, bAll);
+        PrintRows("new", Comparison.dNew, bAll);
+        PrintRows("changed", dChanged, bAll);
+        PrintRows("moved", dMoved, bAll);
         if (!Comparison.sNotCurrent.empty())
         {
-            PrintRow("outdated", "a start that compares the folders would scan: " + Comparison.sNotCurrent);
+            PrintRows("outdated", { "a start that compares the folders would scan: " + Comparison.sNotCurrent }, true);
         }
         if (Comparison.nOtherTimes > 0)
         {
-            std::printf(
-                "%i files were created at another time: they were copied or replaced\n", Comparison.nOtherTimes);
+            std::printf("%s created at another time: copied or replaced\n",
+                Counted(static_cast<std::uint64_t>(Comparison.nOtherTimes), "file").c_str());
         }
         if (Comparison.IsEqual())
         {
@@ -324,18 +332,18 @@ namespace
         {
             Moved.push_back({ { "cached_path", sPath }, { "path", sNow } });
         }
-        return { { "fits", Comparison.IsEqual() }, { "unread", Comparison.dUnread }, { "missing", Comparison.dMissing },
-            { "new", Comparison.dNew }, { "changed", std::move(Changed) }, { "moved", std::move(Moved) },
-            { "other_times", Comparison.nOtherTimes },
+        return { { "root", Comparison.sRoot }, { "fits", Comparison.IsEqual() }, { "unread", Comparison.dUnread },
+            { "missing", Comparison.dMissing }, { "new", Comparison.dNew }, { "changed", std::move(Changed) },
+            { "moved", std::move(Moved) }, { "other_times", Comparison.nOtherTimes },
             { "outdated", Comparison.sNotCurrent.empty() ? Json_t() : Json_t(Comparison.sNotCurrent) } };
     }
 
     void PrintCacheJson(Options_t const & Options, CacheContents_t const & Contents, Comparison_t const * pComparison)
     {
-        Json_t Json = { { "file", Options.sFile }, { "size", Contents.nSize }, { "version", VersionText(Contents) },
-            { "folders", Contents.dFolders.size() }, { "files", Contents.dFiles.size() },
-            { "bytes", BytesOf(Contents) }, { "relative", Contents.IsRelative() }, { "folder_times", Contents.bTimes },
-            { "left_bytes", Contents.nLeft }, { "damage", nullptr } };
+        Json_t Json = { { "file", Options.sFile }, { "size", Contents.nSize },
+            { "version", ArchiveVersionText(Contents.dwVersion) }, { "folders", Contents.dFolders.size() },
+            { "files", Contents.dFiles.size() }, { "bytes", BytesOf(Contents) }, { "relative", Contents.IsRelative() },
+            { "folder_times", Contents.bTimes }, { "left_bytes", Contents.nLeft }, { "damage", nullptr } };
         if (!Contents.IsSound())
         {
             Json["damage"] = { { "byte", Contents.iDamage }, { "why", Contents.sDamage } };
@@ -359,7 +367,7 @@ namespace
 
     int Fail(std::string const & sFile, std::string const & sWhy)
     {
-        std::fprintf(stderr, "%s: %s\n", Printable(sFile).c_str(), Printable(sWhy).c_str());
+        PrintProblem(sFile, sWhy);
         return EXIT_FOUND;
     }
 
@@ -393,7 +401,7 @@ namespace
             }
             if (bCompare)
             {
-                PrintComparison(Comparison);
+                PrintComparison(Comparison, Options.bAll);
             }
         }
         if (!Contents.IsSound())
@@ -433,13 +441,13 @@ namespace
         std::vector<std::string> const dUnread = UnreadOf(Scan);
         if (!Scan.bWhole)
         {
-            constexpr std::size_t MOST_LINES = 20;
             for (std::size_t i = 0; i < std::min(dUnread.size(), MOST_LINES); ++i)
             {
                 std::fprintf(stderr, "%s\n", Printable(dUnread[i]).c_str());
             }
             return Fail(Options.sFile, "no cache is written, since the scan missed " + std::to_string(dUnread.size())
-                                           + " files or folders: zqtool tree lists them");
+                                           + (dUnread.size() == 1 ? " file or folder" : " files or folders")
+                                           + ": zqtool tree lists them");
         }
         FileCacheDropOthers(String_T<256>(sRoot.c_str()));
         if (!FileCacheTrySave(sFile.c_str()))
@@ -461,6 +469,7 @@ CommandRun_t PrepareCache(CLI::App & App)
     App.add_option("FILE", pOptions->sFile, "cache, such as media/filesystemcache.bin")->type_name("")->required();
     App.add_flag("--list", pOptions->bList, "list its files");
     CLI::Option * const pCheck = App.add_flag("--check", pOptions->bCheck, "compare it with its tree");
+    App.add_flag("--all", pOptions->bAll, "show every line of the comparison")->needs(pCheck);
     App.add_option("--root", pOptions->sRoot, "its tree; default: the folder that it lies in")
         ->type_name("FOLDER")
         ->needs(pCheck);

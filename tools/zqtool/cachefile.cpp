@@ -1,33 +1,16 @@
 #include "tools/zqtool/cachefile.h"
 
+#include "tools/zqtool/input.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cserializecheck.h"
 
 #include <algorithm>
 #include <memory>
+#include <span>
 
 namespace
 {
     constexpr std::uint64_t MOST_BYTES = 64 << 20;   // full tables take less than 5 MiB
-
-    bool ReadBytes(std::string const & sFile, std::vector<std::byte> & dBytes, std::string & sWhyNot)
-    {
-        plat::FileFacts_t Facts;
-        plat::File_t const hFile = plat::FileOpenRead(sFile.c_str(), plat::Share_e::ReadWrite, &Facts);
-        if (!hFile)
-        {
-            sWhyNot = "it can't be read";
-            return false;
-        }
-        if (Facts.nSize <= MOST_BYTES)
-        {
-            dBytes.resize(static_cast<std::size_t>(Facts.nSize));
-            dBytes.resize(plat::FileRead(hFile, dBytes.data(), dBytes.size()));
-        }
-        plat::FileClose(hFile);
-        sWhyNot = Facts.nSize > MOST_BYTES ? "it is larger than any cache" : "";
-        return sWhyNot.empty();
-    }
 
     // One reading. The tables decide, as in a load, which records fit.
     class CacheFileReader_c
@@ -151,14 +134,15 @@ std::string CacheContents_t::PathOf(CacheFile_s const & File) const
 
 bool ReadCacheFile(std::string const & sFile, CacheContents_t & Contents, std::string & sWhyNot)
 {
-    std::vector<std::byte> dBytes;
-    if (!ReadBytes(sFile, dBytes, sWhyNot))
+    std::string sBytes;
+    sWhyNot = ReadInput(sFile, sBytes, MOST_BYTES);
+    if (!sWhyNot.empty())
     {
         return false;
     }
-    Contents.nSize = dBytes.size();
+    Contents.nSize = sBytes.size();
     // A load reads all minor versions.
-    ArchiveResult_s const Result = ArchiveCheck(dBytes, FILESYSTEMCACHE_VERSION | 0xFFFF,
+    ArchiveResult_s const Result = ArchiveCheck(std::as_bytes(std::span(sBytes)), FILESYSTEMCACHE_VERSION | 0xFFFF,
         [&](ArchiveCheck_c & Archive)
         {
             Contents.dwVersion = Archive.GetVersion();

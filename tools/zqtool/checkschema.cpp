@@ -1,5 +1,6 @@
 #include "tools/zqtool/checkschema.h"
 
+#include "tools/zqtool/text.h"
 #include "tools/zqtool/textfile.h"
 
 #include <cstdio>
@@ -17,11 +18,6 @@ namespace
     Complaint_t ComplaintOf(TextError_t const & Error)
     {
         return { Error.iLine, Error.iColumn, Error.sReason.CStr() };
-    }
-
-    std::string Quoted(std::string const & sText)
-    {
-        return "\"" + sText + "\"";
     }
 
     std::vector<std::string> SplitNames(std::string const & sType)

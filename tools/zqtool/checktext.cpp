@@ -2,6 +2,7 @@
 
 #include "tools/zqtool/checkreader.h"
 #include "tools/zqtool/checkschema.h"
+#include "tools/zqtool/text.h"
 #include "tools/zqtool/textfile.h"
 #include "zqcore/cpropertylist.h"
 #include "zqcore/cscript.h"
@@ -18,11 +19,6 @@
 namespace
 {
     constexpr std::size_t NOWHERE = static_cast<std::size_t>(-1);
-
-    std::string Quoted(std::string const & sText)
-    {
-        return "\"" + sText + "\"";
-    }
 
     std::string CellOf(WarehouseLine_c const & Line, int iCell)
     {
@@ -227,11 +223,34 @@ namespace
             return Scan;
         }
 
-        int CellAt(int nLine, int iCell) const
+        // Returns where a cell of a line of a table begins, or the line's end if it has fewer cells.
+        int CellAt(int nLine, int iCell)
         {
-            WarehouseScan_t Scan = ScanFrom(nLine);
-            Scan.SeekColumn(iCell);
-            return Scan.GetPos();
+            bool bMore = true;
+            for (BeginPlaces(static_cast<std::size_t>(nLine)); bMore && !HasPlace(iCell);)
+            {
+                bool const bFirst = m_dPlaces.empty();
+                WarehouseScan_t Scan = ScanFrom(bFirst ? nLine : static_cast<int>(m_dPlaces.back()));
+                Scan.SeekColumn(bFirst ? 0 : 1);
+                auto const nAt = static_cast<std::size_t>(Scan.GetPos());
+                bMore = bFirst || nAt != m_dPlaces.back();
+                m_dPlaces.push_back(nAt);
+            }
+            return static_cast<int>(PlaceOf(iCell));
+        }
+
+        void BeginPlaces(std::size_t nLine)
+        {
+            if (m_nPlacedLine != nLine)
+            {
+                m_dPlaces.clear();
+                m_nPlacedLine = nLine;
+            }
+        }
+        bool HasPlace(int iCell) const { return static_cast<std::size_t>(iCell) < m_dPlaces.size(); }
+        std::size_t PlaceOf(int iCell) const
+        {
+            return HasPlace(iCell) ? m_dPlaces[static_cast<std::size_t>(iCell)] : m_dPlaces.back();
         }
 
         // Complains about what the scan of a line has lost, if nWanted cells of it are read.
@@ -359,10 +378,16 @@ namespace
             }
         }
 
-        std::size_t SpreadsheetCellAt(SpreadsheetFmtDesc_t const & Fmt, std::size_t nRow, int iCell) const
+        std::size_t SpreadsheetCellAt(SpreadsheetFmtDesc_t const & Fmt, std::size_t nRow, int iCell)
         {
-            SpreadsheetParser_c Parser(CHECKED_KEY, Fmt, m_Text.pText + nRow, m_Text.nText - static_cast<int>(nRow));
-            return nRow + Parser.SeekCell(iCell);
+            BeginPlaces(nRow);
+            if (m_dPlaces.empty())
+            {
+                SpreadsheetParser_c Parser(
+                    CHECKED_KEY, Fmt, m_Text.pText + nRow, m_Text.nText - static_cast<int>(nRow));
+                Parser.FindCells([&](std::size_t nCell) { m_dPlaces.push_back(nRow + nCell); });
+            }
+            return PlaceOf(iCell);
         }
 
         void CheckSpreadsheet()
@@ -475,6 +500,8 @@ namespace
         WarehouseFormat_e m_eFormat;
         FileText_t m_Text;
         char const * m_pSeparators;
+        std::size_t m_nPlacedLine = NOWHERE;
+        std::vector<std::size_t> m_dPlaces;   // of the cells of that line, as far as they were looked for
         std::vector<Found_t> m_dFound;
         CheckedText_t m_Result;
     };

@@ -14,12 +14,6 @@ namespace
         return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
     }
 
-    // Returns the number of characters of UTF-8.
-    std::size_t WidthOf(std::string_view sText)
-    {
-        return static_cast<std::size_t>(std::count_if(sText.begin(), sText.end(), IsFirstByte));
-    }
-
     // Cuts a text to so many characters, at least one. One that is cut ends in an ellipsis.
     void Cut(std::string & sText, std::size_t nWidth)
     {

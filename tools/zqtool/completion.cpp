@@ -29,16 +29,6 @@ namespace
         return dNames;
     }
 
-    std::vector<std::string> OptionsOf(HelpCommand_t const & Command)
-    {
-        std::vector<std::string> dOptions;
-        for (HelpOption_t const & Option : Command.dOptions)
-        {
-            dOptions.insert(dOptions.end(), Option.dNames.begin() + Option.bPositional, Option.dNames.end());
-        }
-        return dOptions;
-    }
-
     // Returns the words that a value can be; none if it is the name of a file or any text.
     std::string ChoicesOf(HelpOption_t const & Option, Commands_t const & dCommands)
     {
@@ -66,7 +56,7 @@ namespace
                            + ChoicesOf(Option, dCommands) + "' ;;\n";
             }
         }
-        return "    " + Command.sName + ")\n        options='" + Joined(OptionsOf(Command)) + "' arguments='"
+        return "    " + Command.sName + ")\n        options='" + Joined(OptionNames(Command)) + "' arguments='"
                + sArguments + "'\n"
                + (sValues.empty() ? "" : "        case $previous in\n" + sValues + "        esac\n") + "        ;;\n";
     }
@@ -84,7 +74,7 @@ namespace
                            "    done\n"
                            "    case $command in\n"
                            "    '') options='"
-                           + Joined(OptionsOf(Program)) + "' arguments='" + Joined(NamesOf(dCommands)) + "' ;;\n";
+                           + Joined(OptionNames(Program)) + "' arguments='" + Joined(NamesOf(dCommands)) + "' ;;\n";
         for (HelpCommand_t const & Command : dCommands)
         {
             sOut += BashCase(Command, dCommands);

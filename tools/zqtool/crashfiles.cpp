@@ -1,6 +1,7 @@
 #include "tools/zqtool/crashfiles.h"
 
 #include "tools/zqtool/crashlines.h"
+#include "tools/zqtool/input.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -190,16 +191,14 @@ namespace
     std::string_view ReadWhole(std::string const & sFile, std::string & sFault)
     {
         static std::string s_sBuffer(64 << 10, '\0');
-        std::error_code Ignored;
-        if (fs::exists(sFile, Ignored) && !IsFile(sFile))
+        if (sFault = CheckInput(sFile); !sFault.empty())
         {
-            sFault = "not a regular file";
             return "";
         }
         std::FILE * const pFile = std::fopen(sFile.c_str(), "rb");
         if (pFile == nullptr)
         {
-            sFault = "can't open it";
+            sFault = "it can't be read";
             return "";
         }
         std::setvbuf(pFile, nullptr, _IONBF, 0);
@@ -210,7 +209,7 @@ namespace
             nRead = std::fread(s_sBuffer.data() + nText, 1, s_sBuffer.size() - nText, pFile);
             nText += nRead;
         }
-        sFault = std::ferror(pFile) != 0 ? "can't read it"
+        sFault = std::ferror(pFile) != 0 ? "it can't be read"
                  : nText > MAX_FILE      ? "more than 16 MB; the rest is not read"
                                          : "";
         std::fclose(pFile);

@@ -2,6 +2,7 @@
 #include "platform/terminal.h"
 
 #include "tools/zqtool/command.h"
+#include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/text.h"
 #include "zqcore/ccrc.h"
@@ -68,14 +69,14 @@ namespace
         return sHex;
     }
 
-    std::string HashOfFile(std::string const & sFile, std::string const & sAlgorithm)
+    // Returns an empty text, and why in sWhyNot, if the file can't be read.
+    std::string HashOfFile(std::string const & sFile, std::string const & sAlgorithm, std::string & sWhyNot)
     {
-        if (sFile == "-")
-        {
-            return HashOf(std::cin, sAlgorithm);
-        }
-        std::ifstream Stream(sFile, std::ios::binary);
-        return Stream ? HashOf(Stream, sAlgorithm) : "";
+        std::ifstream Stream;
+        sWhyNot = sFile == "-" ? "" : OpenInput(sFile, Stream);
+        std::string const sHash = sWhyNot.empty() ? HashOf(sFile == "-" ? std::cin : Stream, sAlgorithm) : "";
+        sWhyNot = sHash.empty() && sWhyNot.empty() ? "it can't be read" : sWhyNot;
+        return sHash;
     }
 
     // Returns a name as a list has it: line ends and backslashes as \n, \r and \\. Then the line begins with a backslash.
@@ -127,10 +128,11 @@ namespace
         Json_t Files = Json_t::array();
         for (std::string const & sFile : Options.dFiles)
         {
-            std::string const sHash = HashOfFile(sFile, sAlgorithm);
+            std::string sWhyNot;
+            std::string const sHash = HashOfFile(sFile, sAlgorithm, sWhyNot);
             if (sHash.empty())
             {
-                std::fprintf(stderr, "%s: can't read it\n", Printable(sFile).c_str());
+                PrintProblem(sFile, sWhyNot);
                 iStatus = EXIT_FOUND;
             }
             else if (!Options.bJson)
@@ -176,9 +178,10 @@ namespace
     {
         std::ifstream File;
         std::istream & List = Options.sList == "-" ? std::cin : File;
-        if (Options.sList != "-")
+        if (std::string const sWhyNot = Options.sList == "-" ? "" : OpenInput(Options.sList, File); !sWhyNot.empty())
         {
-            File.open(Options.sList, std::ios::binary);
+            PrintProblem(Options.sList, sWhyNot);
+            return EXIT_FOUND;
         }
         int iStatus = EXIT_DONE, iLine = 0;
         Json_t Files = Json_t::array();
@@ -194,20 +197,20 @@ namespace
                 iStatus = EXIT_FOUND;
                 continue;
             }
-            std::string const sHash = HashOfFile(Line.sFile, Line.sAlgorithm);
+            std::string sWhyNot;
+            std::string const sHash = HashOfFile(Line.sFile, Line.sAlgorithm, sWhyNot);
             bool const bSame = sHash == Line.sHash;
             iStatus = bSame ? iStatus : EXIT_FOUND;
             if (!Options.bJson)
             {
-                PrintLine("", Line.sFile, bSame ? ": OK" : sHash.empty() ? ": FAILED, can't read it" : ": FAILED");
+                PrintLine("", Line.sFile, bSame ? ": OK" : ": FAILED" + (sHash.empty() ? ", " + sWhyNot : ""));
             }
             Files.push_back({ { "file", Line.sFile }, { "algorithm", Line.sAlgorithm }, { "expected", Line.sHash },
                 { "hash", sHash.empty() ? Json_t() : Json_t(sHash) }, { "ok", bSame } });
         }
         if (!List.eof() || iLine == 0)
         {
-            std::fprintf(stderr, "%s: %s\n", Printable(Options.sList).c_str(),
-                List.eof() ? "the list is empty" : "can't read it");
+            PrintProblem(Options.sList, List.eof() ? "the list is empty" : "it can't be read");
             iStatus = EXIT_FOUND;
         }
         if (Options.bJson)

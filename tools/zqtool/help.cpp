@@ -145,6 +145,16 @@ std::vector<HelpCommand_t> DescribeCommands(CLI::App const & Root)
     return dCommands;
 }
 
+std::vector<std::string> OptionNames(HelpCommand_t const & Command)
+{
+    std::vector<std::string> dNames;
+    for (HelpOption_t const & Option : Command.dOptions)
+    {
+        dNames.insert(dNames.end(), Option.dNames.begin() + Option.bPositional, Option.dNames.end());
+    }
+    return dNames;
+}
+
 std::string HelpText(CLI::App const & App)
 {
     HelpCommand_t const Command = DescribeCommand(App);

@@ -40,6 +40,9 @@ struct HelpCommand_t
 HelpCommand_t DescribeCommand(CLI::App const & App);
 std::vector<HelpCommand_t> DescribeCommands(CLI::App const & Root);
 
+/// Returns all spellings of a command's options, as "-h" and "--help".
+std::vector<std::string> OptionNames(HelpCommand_t const & Command);
+
 /// Returns the text of --help.
 std::string HelpText(CLI::App const & App);
 

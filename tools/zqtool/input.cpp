@@ -2,12 +2,11 @@
 
 #include "tools/zqtool/text.h"
 
-#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 
-std::string OpenInput(std::string const & sFile, std::ifstream & Stream)
+std::string CheckInput(std::string const & sFile)
 {
     std::error_code Ignored;
     std::filesystem::file_status const Status = std::filesystem::status(sFile, Ignored);
@@ -15,15 +14,20 @@ std::string OpenInput(std::string const & sFile, std::ifstream & Stream)
     {
         return "there is no such file";
     }
-    if (!std::filesystem::is_regular_file(Status))
+    return std::filesystem::is_regular_file(Status) ? "" : "this is no regular file";
+}
+
+std::string OpenInput(std::string const & sFile, std::ifstream & Stream)
+{
+    if (std::string sWhyNot = CheckInput(sFile); !sWhyNot.empty())
     {
-        return "this is no regular file";
+        return sWhyNot;
     }
     Stream.open(sFile, std::ios::binary);
     return Stream ? "" : "it can't be read";
 }
 
-std::string ReadInput(std::string const & sFile, std::string & sBytes)
+std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uintmax_t nMost)
 {
     std::ifstream Stream;
     if (std::string sWhyNot = OpenInput(sFile, Stream); !sWhyNot.empty())
@@ -32,9 +36,10 @@ std::string ReadInput(std::string const & sFile, std::string & sBytes)
     }
     std::error_code Error;
     std::uintmax_t const nBytes = std::filesystem::file_size(sFile, Error);
-    if (Error || nBytes > INT_MAX)
+    if (Error || nBytes > nMost)
     {
-        return Error ? Error.message() : "it is larger than 2 GiB";
+        return Error ? Error.message()
+                     : "it has " + std::to_string(nBytes) + " bytes, more than " + std::to_string(nMost);
     }
     sBytes.resize(static_cast<std::size_t>(nBytes));
     Stream.read(sBytes.data(), static_cast<std::streamsize>(sBytes.size()));

@@ -64,7 +64,7 @@ namespace
         {
             return iStatus;
         }
-        std::fputs("zqtool: standard output took not all\n", stderr);
+        std::fputs("zqtool: not all was written to standard output\n", stderr);
         return EXIT_FOUND;
     }
 
@@ -80,11 +80,7 @@ namespace
     int ReportError(CLI::App const & App, CLI::ParseError const & Error)
     {
         HelpCommand_t const Command = DescribeCommand(App);
-        std::vector<std::string> dKnown;
-        for (HelpOption_t const & Option : Command.dOptions)
-        {
-            dKnown.insert(dKnown.end(), Option.dNames.begin() + Option.bPositional, Option.dNames.end());
-        }
+        std::vector<std::string> const dKnown = OptionNames(Command);
         std::vector<std::string> const dLeft = App.remaining();
         for (std::string const & sLeft : dLeft)
         {

@@ -1,6 +1,6 @@
 #include "tools/zqtool/mediascan.h"
 
-#include "tools/zqtool/text.h"
+#include "tools/zqtool/input.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
@@ -153,6 +153,15 @@ namespace
         return dPaths;
     }
 
+    // Returns those of the paths that are directly in a folder.
+    std::vector<std::string> InFolder(std::vector<std::string> const & dPaths, std::string const & sFolder)
+    {
+        std::vector<std::string> dInFolder;
+        std::copy_if(dPaths.begin(), dPaths.end(), std::back_inserter(dInFolder),
+            [&](std::string const & sPath) { return fs::path(sPath).parent_path().native() == sFolder; });
+        return dInFolder;
+    }
+
     // Returns the spelling that the library reaches. A path that the walk has not seen keeps its letters.
     std::string Spell(MediaScan_t const & Scan, std::string const & sFolded)
     {
@@ -161,9 +170,7 @@ namespace
         {
             std::string const sParent =
                 Spell(Scan, sFolded.substr(0, sFolded.size() - std::min(sFolded.size(), BareOf(sFolded).size() + 1)));
-            std::vector<std::string> dInParent;
-            std::copy_if(dPaths.begin(), dPaths.end(), std::back_inserter(dInParent),
-                [&](std::string const & sPath) { return fs::path(sPath).parent_path().native() == sParent; });
+            std::vector<std::string> const dInParent = InFolder(dPaths, sParent);
             dPaths = dInParent.empty() ? dPaths : dInParent;
             return HasCapital(fs::path(dPaths.back()).filename().native()) ? dPaths.front() : dPaths.back();
         }
@@ -247,11 +254,15 @@ namespace
             MediaFinding_t Finding{ KIND_OF_SKIP[static_cast<std::size_t>(Skip.eWhy)], Spell(m_Scan, sFolded),
                 Skip.sWhy, Skip.sFirst.empty() ? "" : Spell(m_Scan, Skip.sFirst), 0, 0,
                 Skip.eWhy == FileSkip_e::NoRoom };
-            std::vector<std::string> dTwins = SpellingsOf(m_Scan, sFolded);
-            if (sFolded == Skip.sFirst && dTwins.size() > 1)
+            std::vector<std::string> dTwins;
+            if (sFolded == Skip.sFirst)
             {
                 // The others of the names that differ in case only, one after the other.
+                dTwins = InFolder(SpellingsOf(m_Scan, sFolded), fs::path(Finding.sOther).parent_path().native());
                 std::erase(dTwins, Finding.sOther);
+            }
+            if (!dTwins.empty())
+            {
                 Finding.sPath = dTwins[std::min(m_dTwinsSeen[sFolded]++, dTwins.size() - 1)];
                 Finding.pKind = &CASE;
                 Finding.sWhy = "it differs from another file in case only";
@@ -282,7 +293,8 @@ namespace
             {
                 ++Scan.nFiles;
                 Scan.nBytes += static_cast<std::uint32_t>(Top.iLength);
-                if (Top.iLength == 0)
+                bool const bCut = Top.pPath && IsCut(Scan, Top);
+                if (Top.iLength == 0 && !bCut)
                 {
                     Add(EMPTY, Top, "it has no bytes");
                 }
@@ -290,7 +302,7 @@ namespace
                 {
                     Add(NO_ROOM, Top, "its folder has no place in the table of folders");
                 }
-                else if (Top.pPath && !IsCut(Scan, Top))
+                else if (Top.pPath && !bCut)
                 {
                     plat::File_t const hFile = plat::FileOpenRead(FileLocation_c(Top), plat::Share_e::ReadWrite);
                     if (!hFile)
@@ -329,9 +341,38 @@ namespace
         }
         if (!sWhyNot.empty())
         {
-            std::fprintf(stderr, "%s: %s\n", Printable(sPath).c_str(), Printable(sWhyNot).c_str());
+            PrintProblem(sPath, sWhyNot);
         }
         return sWhyNot.empty();
+    }
+
+    // Returns false, and prints why, if one of the paths is in another one or is the same: a scan would see its files
+    // twice.
+    bool AreApart(std::vector<std::string> const & dPaths)
+    {
+        auto const IsIn = [](std::string const & sFolder, std::string const & sOuter)
+        { return sFolder.ends_with('/') && sOuter.ends_with('/') && sFolder.starts_with(sOuter); };
+        std::vector<std::string> dWhole;
+        for (std::string const & sPath : dPaths)
+        {
+            std::error_code Ignored;
+            fs::path const Whole = fs::canonical(sPath, Ignored);
+            // An archive may be in a folder.
+            dWhole.push_back(fs::is_directory(Whole, Ignored) ? (Whole / "").native() : Whole.native());
+            for (std::size_t i = 0; i + 1 < dWhole.size() && !Whole.empty(); ++i)
+            {
+                std::string const sBoth = dWhole[i] == dWhole.back()       ? "it is the same as "
+                                          : IsIn(dWhole.back(), dWhole[i]) ? "it is in "
+                                          : IsIn(dWhole[i], dWhole.back()) ? "it holds "
+                                                                           : "";
+                if (!sBoth.empty())
+                {
+                    PrintProblem(sPath, sBoth + dPaths[i]);
+                    return false;
+                }
+            }
+        }
+        return true;
     }
 
     void Choose(MediaOptions_t const & Options)
@@ -409,6 +450,10 @@ bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & O
             sPath.pop_back();
         }
         Scan.dPaths.push_back(sPath);
+    }
+    if (!AreApart(Scan.dPaths))
+    {
+        return false;
     }
     auto const Root = std::find_if(Scan.dPaths.begin(), Scan.dPaths.end(),
         [](std::string const & sPath) { return DirectoryExists(sPath.c_str()); });

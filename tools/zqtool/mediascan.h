@@ -24,7 +24,7 @@ struct MediaOptions_t
 /// Declares `--game`, `--split`, `--config` and `--relative`.
 void AddMediaOptions(CLI::App & App, MediaOptions_t & Options);
 
-/// A kind of entries of which a scan does not make what their names say.
+/// A kind of entry that a scan leaves out, or that opens otherwise than its name says.
 struct MediaKind_t
 {
     char const * szName;    // in JSON
@@ -68,7 +68,7 @@ struct MediaScan_t
 };
 
 /// Scans folders and mounts archives over them, in their order. The first folder is the media root. The library's
-/// tables then hold the files. Returns false, and prints why, for a path that is neither.
+/// tables then hold the files. Returns false, and prints why, for a path that is neither, or is in another one.
 bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & Options, MediaScan_t & Scan);
 
 /// Returns where a file is, as the disk spells it.

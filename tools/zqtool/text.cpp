@@ -1,5 +1,6 @@
 #include "tools/zqtool/text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 
@@ -103,6 +104,22 @@ std::string JsonQuoted(std::string_view sText)
         }
     }
     return sOut + '"';
+}
+
+std::string Quoted(std::string_view sText)
+{
+    return std::string("\"").append(sText).append("\"");
+}
+
+std::string ArchiveVersionText(std::uint32_t dwVersion)
+{
+    return std::to_string(dwVersion >> 16) + "." + std::to_string(dwVersion & 0xFFFF);
+}
+
+std::size_t WidthOf(std::string_view sText)
+{
+    return static_cast<std::size_t>(std::count_if(
+        sText.begin(), sText.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
 std::string Counted(std::uint64_t nCount, std::string const & sNoun)

@@ -18,6 +18,15 @@ std::string HtmlEscaped(std::string_view sText);
 /// Returns UTF-8 as a JSON string with its quotes. It holds no '<', so it may be part of a script element.
 std::string JsonQuoted(std::string_view sText);
 
+/// Returns a text in double quotes.
+std::string Quoted(std::string_view sText);
+
+/// Returns the version of an archive, as "2.29".
+std::string ArchiveVersionText(std::uint32_t dwVersion);
+
+/// Returns the number of characters of UTF-8.
+std::size_t WidthOf(std::string_view sText);
+
 /// Returns a number with a noun, as "1 thread" or "3 threads".
 std::string Counted(std::uint64_t nCount, std::string const & sNoun);
 

@@ -32,13 +32,6 @@ namespace
         return nDuplicates < 3 || nDuplicates * 10 <= nDuplicates + Scan.nFiles;
     }
 
-    // Returns the columns of a printable text on a terminal, if each character takes one.
-    std::size_t ColumnsOf(std::string const & sText)
-    {
-        return static_cast<std::size_t>(std::count_if(
-            sText.begin(), sText.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-    }
-
     std::string AsText(MediaFinding_t const & Finding)
     {
         std::string sText = Finding.sWhy;
@@ -48,7 +41,8 @@ namespace
         }
         if (Finding.nFiles > 0)
         {
-            sText += ": " + std::to_string(Finding.nFiles) + " files, " + std::to_string(Finding.nBytes) + " bytes";
+            sText += ": " + Counted(static_cast<std::uint64_t>(Finding.nFiles), "file") + ", "
+                     + Counted(Finding.nBytes, "byte");
         }
         return Printable(sText);
     }
@@ -70,12 +64,12 @@ namespace
             [](MediaFinding_t const & Finding) { return Printable(Finding.sPath); });
         for (std::string const & sPath : dPaths)
         {
-            std::size_t const nPath = ColumnsOf(sPath);
+            std::size_t const nPath = WidthOf(sPath);
             nColumn = std::max(nColumn, nPath <= MOST_COLUMN ? nPath : 0);
         }
         for (std::string const & sPath : dPaths)
         {
-            std::string const sBlanks(nColumn - std::min(nColumn, ColumnsOf(sPath)), ' ');
+            std::string const sBlanks(nColumn - std::min(nColumn, WidthOf(sPath)), ' ');
             std::printf("  %s%s  %s\n", sPath.c_str(), sBlanks.c_str(), AsText(*First++).c_str());
         }
         if (nShown < nFindings)
@@ -91,9 +85,10 @@ namespace
         {
             sPaths += (sPaths.empty() ? "" : ", ") + sPath;
         }
-        std::printf("%s: %i files in %i folders, %llu bytes, scanned in %.2f ms\n",
-            Painted(sPaths, Colour_e::Title).c_str(), Scan.nFiles, Scan.nFolders,
-            static_cast<unsigned long long>(Scan.nBytes), Scan.fMilliseconds);
+        std::printf("%s: %s in %s, %s, scanned in %.2f ms\n", Painted(sPaths, Colour_e::Title).c_str(),
+            Counted(static_cast<std::uint64_t>(Scan.nFiles), "file").c_str(),
+            Counted(static_cast<std::uint64_t>(Scan.nFolders), "folder").c_str(), Counted(Scan.nBytes, "byte").c_str(),
+            Scan.fMilliseconds);
         auto const EndOf = [&](Findings_t::const_iterator It)
         {
             return std::find_if(
@@ -221,8 +216,8 @@ namespace
             std::string const sName = Printable(Options.sFind);
             if (pFile)
             {
-                std::printf("%s opens %s, %u bytes\n", sName.c_str(), Printable(sOpened).c_str(),
-                    static_cast<unsigned>(pFile->iLength));
+                std::printf("%s opens %s, %s\n", sName.c_str(), Printable(sOpened).c_str(),
+                    Counted(static_cast<std::uint32_t>(pFile->iLength), "byte").c_str());
             }
             else
             {
