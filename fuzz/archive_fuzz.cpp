@@ -1,6 +1,6 @@
 // archive_fuzz.cpp: archives of any bytes, read by any calls.
 //
-// The first byte is the number of bytes of calls that follow, one byte each; the rest is the archive.
+// The first byte is the number of calls that follow, one byte each; the rest is the archive.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
 

@@ -1,7 +1,9 @@
 // cache_fuzz.cpp: file system caches of any bytes, compared with the disk, and loaded over a file that was registered
-// before. Every file must have a folder of the table afterwards, or none.
+// before. Every file must have a folder of the table afterwards, or none. The reader of zqtool must find damage where a
+// load ends the program.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
+#include "tools/zqtool/cachefile.h"
 
 #include "zqcore/cfilecache.h"
 #include "zqcore/cfilemedia.h"
@@ -36,7 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     SetPQXMediaPath("c:\\media");
     FilesystemCacheInit("memory.arc");
     SurvivesWithoutAbort([] { FilesystemCacheIsCurrent(); });
-    SurvivesWithoutAbort([] { FilesystemCacheLoad(); });
+    CacheContents_t Contents;
+    ReadCache({ reinterpret_cast<char const *>(pData), nSize }, Contents);
+    Require(SurvivesWithoutAbort([] { FilesystemCacheLoad(); }) == Contents.IsSound());
     RequireSoundTables();
     FileReset();
     return 0;

@@ -69,6 +69,7 @@ inline bool IsRefused(std::string_view & sText)
     return sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF");
 }
 
+/// Prints the caller's line on standard error and aborts if a condition does not hold.
 inline void Require(bool bAgreed, int iLine = __builtin_LINE())
 {
     if (!bAgreed)
@@ -78,7 +79,7 @@ inline void Require(bool bAgreed, int iLine = __builtin_LINE())
     }
 }
 
-/// An input that is read from front to back; zeros follow its end.
+/// An input that is read from front to back.
 class Input_c
 {
 public:
@@ -89,12 +90,14 @@ public:
         : m_sRest(sBytes)
     {}
     bool IsEmpty() const { return m_sRest.empty(); }
+    /// Returns the next bytes, fewer at the end.
     std::string Take(std::size_t nBytes = std::string::npos)
     {
         std::string const sTaken(m_sRest.substr(0, nBytes));
         m_sRest.remove_prefix(sTaken.size());
         return sTaken;
     }
+    /// Returns the next value. Zeros follow the end.
     template <typename T = unsigned char>
     T Get()
     {
@@ -108,7 +111,7 @@ private:
     std::string_view m_sRest;
 };
 
-/// Returns the text in lower case.
+/// Returns the text with its ASCII capitals in lower case.
 inline std::string Lower(std::string sText)
 {
     std::transform(sText.begin(), sText.end(), sText.begin(),
@@ -116,7 +119,7 @@ inline std::string Lower(std::string sText)
     return sText;
 }
 
-/// Returns a folder of this process, below the one for temporary files.
+/// Creates a folder of this process, below the one for temporary files, and returns its path.
 inline std::string const & FuzzFolder()
 {
     static std::string const & s_sFolder =

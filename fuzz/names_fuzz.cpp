@@ -1,6 +1,7 @@
 // names_fuzz.cpp: texts of any bytes as paths, folded paths, wide text and names of the registry, compared with models.
 //
-// The first byte is the room for what is converted, modulo that of the whole; the rest, up to a zero, is the text.
+// The first byte is the room for converted text, modulo the length of the text plus 1; the rest, up to a zero, is the
+// text.
 #include "fuzz/fuzz_support.h"
 #include "platform/common/registryrecord.h"
 #include "platform/text.h"
@@ -16,7 +17,7 @@ namespace
         std::string const sPath = sText.substr(0, 255);
         std::size_t const nDrive = sPath.size() > 1 && sPath[1] == ':' ? 2 : 0;
         std::size_t const iSeparator = sPath.substr(nDrive).find_last_of("/\\");
-        std::size_t const iName = nDrive + iSeparator + 1;   // of nothing found, 0 follows
+        std::size_t const iName = nDrive + iSeparator + 1;   // npos + 1 is 0
         std::string const sName = sPath.substr(iName);
         std::size_t const iDot = std::min(sName.rfind('.'), sName.size());
         FileName_c const Name(sText.c_str());
@@ -35,7 +36,7 @@ namespace
         Require(Folded.AppendSeparator() == sFolded.ends_with('\\') && sFolded == static_cast<char const *>(Folded));
     }
 
-    // The bytes of the character at the start of a text, by the grammar of RFC 3629; 0 for none.
+    // Returns the number of bytes of the character at the start of a text, by the grammar of RFC 3629; 0 for none.
     std::size_t CharacterBytes(std::string_view sText)
     {
         auto const Is = [&](std::size_t i, int iFrom, int iTo)

@@ -1,7 +1,7 @@
 // options_fuzz.cpp: command lines of the host, split as its help describes. One that is accepted must mean the same
 // when it is written out in full.
 //
-// Arguments end at zeros. One of a single byte is the option of that number in the help.
+// Arguments end at zeros. One of a single byte is the option of that number, from 1, in the order of their names.
 #include "examples/host/options.h"
 #include "fuzz/fuzz_support.h"
 
@@ -13,7 +13,7 @@ namespace
 {
     using Arguments_t = std::vector<std::string>;
 
-    // The options of the help, and whether they take a value.
+    // Returns the options of the help, and whether they take a value.
     std::map<std::string, bool> const & HelpOptions()
     {
         static auto & s_Options = *new std::map<std::string, bool>;
@@ -29,7 +29,7 @@ namespace
         return s_Options;
     }
 
-    // False if the arguments are no options with their values.
+    // Splits arguments into options and values. Returns false if they are no options with their values.
     bool Split(Arguments_t const & dArguments, std::map<std::string, std::string> & Values)
     {
         bool bGood = true;

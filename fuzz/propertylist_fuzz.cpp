@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     }
 
     Texts_t dNames;
-    std::map<std::string, Texts_t> Values;   // of each name, even without any
+    std::map<std::string, Texts_t> Values;   // by name, also of names without values
     WarehouseScan_t Scan(sRead.data(), static_cast<int>(sRead.size()), 0, eFormat);
     WarehouseLine_c Line;
     while (Scan.GetLine(&Line))

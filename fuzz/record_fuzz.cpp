@@ -1,7 +1,7 @@
 // record_fuzz.cpp: records of the registry of any bytes, compared with a model. A sound one is stored as the same
 // bytes.
 //
-// Bit 0 of the first byte has the checksum corrected; the rest is the record.
+// Bit 0 of the first byte corrects the checksum; the rest is the record.
 #include "fuzz/fuzz_support.h"
 #include "platform/common/registryrecord.h"
 
@@ -17,6 +17,7 @@ namespace
         return nWord;
     }
 
+    // Returns the FNV-1a of 32 bits (RFC 9923) over a record without its checksum.
     std::uint32_t CheckSum(std::string sRecord)
     {
         std::uint32_t nSum = 0x811C9DC5;

@@ -1,6 +1,6 @@
 // save_fuzz.cpp: saves of any bytes, compared with a model of their seal. Only a whole save has an archive.
 //
-// Bit 0 of the first byte has the length in the seal corrected, bit 1 the CRC-32; the rest is the save.
+// Bit 0 of the first byte corrects the length in the seal, bit 1 the CRC-32; the rest is the save.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
 #include "zqcore/cfilesave.h"
@@ -9,7 +9,7 @@
 
 namespace
 {
-    // The state of a save whose CRC-32, without its last four bytes, is nCrc.
+    // Returns the state of a save whose CRC-32, without its last four bytes, is nCrc.
     FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t nCrc)
     {
         if (sSave.size() < 8 || Input_c(std::string_view(sSave).substr(sSave.size() - 4)).Get<std::uint32_t>() != nCrc)

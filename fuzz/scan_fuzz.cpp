@@ -96,7 +96,7 @@ namespace
             }
             std::error_code Ignored;
             Folders.insert(sFolder);
-            std::map<std::string, std::vector<std::string>> Names;   // alike but for case; first what a path leads to
+            std::map<std::string, std::vector<std::string>> Names;   // alike but for case; a path leads to the first
             for (fs::directory_entry const & Entry : fs::directory_iterator(Disk))
             {
                 std::string const sName = Entry.path().filename().string();

@@ -12,7 +12,7 @@ namespace
 {
     using Row_t = std::vector<std::string>;
 
-    // Reads the next row that holds anything; false at the end of the text.
+    // Reads the next row that holds anything. Returns false at the end of the text.
     bool ReadRow(SimpleTextParser_c & Parser, SpreadsheetFmtDesc_t const & Fmt, Row_t & dCells, bool & bError)
     {
         auto const Is = [&](char cSymbol) { return Parser.IsSymbol() && Parser.GetSymbol() == cSymbol; };

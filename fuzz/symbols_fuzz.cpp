@@ -73,7 +73,8 @@ namespace
     }
 }
 
-// Replaces the system's function. What the library starts gets its end of the socket, with which its argument begins.
+// Replaces the system's function. Sends the records instead of starting the helper. The argument begins with the
+// helper's end of the socket.
 extern "C" int __wrap_clone(int (*)(void *), void *, int, void * pLaunch, ...)
 {
     g_hHelper = dup(*static_cast<int const *>(pLaunch));

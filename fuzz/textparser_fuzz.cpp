@@ -9,7 +9,9 @@
 
 namespace
 {
-    // Finds the text of each token with a set of characters for each rule, and nothing else.
+    // A tokenizer that knows a set of characters for each rule, and nothing else. The rules have the numbers of
+    // CharacterParsingRule_e: 1 starts and 2 continues a word, 3 encloses a string, 4 starts and 5 continues a number,
+    // 6 is a symbol, 7 a separator.
     struct PlainParser_s
     {
         std::string const & sText;

@@ -1,6 +1,6 @@
 // warehouse_fuzz.cpp: tables of any bytes, read in several ways that must agree.
 //
-// Bit 0 of the first byte chooses CSV, the bits above it the separators; the rest is the table.
+// Bit 0 of the first byte chooses CSV, bits 1 to 3 the separators; the rest is the table.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cwarehouse.h"
 

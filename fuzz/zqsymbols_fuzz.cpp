@@ -1,10 +1,10 @@
-// zqsymbols_fuzz.cpp: the helper with any records from the library, about a small program at the address 4 MB.
+// zqsymbols_fuzz.cpp: the helper with any records from the library, about a small program at the address 4 MiB.
 //
 // The first byte's lowest bit says whether there is memory. If its second bit is set, the rest is an index file: as a
 // whole, then its ranges in a file with a right head. Otherwise its next two bits choose the program, and the rest is:
 // 1. of a program with split debug information, the damage to that (Split_c).
 // 2. the 8 words of the memory.
-// 3. the records. A number below 16 MB is an address of the program.
+// 3. the records. A number below 16 MiB is an address of the program.
 #define main ZqsymbolsMain
 #include "tools/zqsymbols/main.cpp"
 #undef main

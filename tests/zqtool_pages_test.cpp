@@ -1,6 +1,7 @@
 // The pages of zqtool at the widths of a phone, a tablet and a desk, light and dark, and the page of a running program.
 #include "tests/browser_support.h"
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -190,57 +191,79 @@ addEventListener("load", () =>
     }
 }
 
-TEST(ZqtoolPages, FitEachWidthAndSchemeAndLookAsBefore)
+namespace
+{
+    struct Page_s
+    {
+        std::string sName, sArguments, sSeen;
+    };
+
+    // Makes pages, looks at them at three widths in both schemes, and compares the pictures with those before.
+    void ExpectPagesFitAndLookAsBefore(TempFolder_c const & Folder, std::vector<Page_s> const & dPages)
+    {
+        std::string sImages, sNames;
+        for (auto const & [sName, sArguments, sSeen] : dPages)
+        {
+            Result_s const Result = RunTool(sArguments + " --html " + Folder.Join("page.html"));
+            ASSERT_EQ(Result.iStatus, 0) << Result.sOutput;
+            for (int i = 0; i < 6; ++i)
+            {
+                std::string const sWidth = std::array{ "360", "800", "1280" }[static_cast<std::size_t>(i) / 2];
+                bool const bDark = i % 2 == 0;
+                std::string const sState = sName + "-" + sWidth + (bDark ? "-dark" : "-light"),
+                                  sImage = Folder.Join(sState + ".png");
+                std::string const sDocument = BrowserDocument(Folder, Folder.Read("page.html"), LAYOUT_SCRIPT, "",
+                    "--hide-scrollbars --window-size=" + sWidth + ",900 --screenshot=" + sImage
+                        + " --blink-settings=preferredColorScheme=" + (bDark ? "0" : "1"));
+                EXPECT_EQ(AttributeOf(sDocument, "seen"), sSeen + (bDark ? "; dark; " : "; light; ") + sWidth)
+                    << sState;
+                std::vector<std::string> const dFigures = Split(AttributeOf(sDocument, "figures"), ';');
+                EXPECT_EQ(dFigures.size(), 4u);
+                for (std::string const & sFigures : dFigures)
+                {
+                    EXPECT_THAT(Result.sOutput, HasSubstr(sFigures)) << sState;
+                }
+                sImages += "<img src=\"" + sState + ".png\">";
+                sNames += sState + "\n";
+            }
+        }
+        std::string const sGrids =
+            AttributeOf(BrowserDocument(Folder, "<!DOCTYPE html>\n<html lang=\"en\" data-ready=\"1\">" + sImages,
+                            GRID_SCRIPT, "", "--allow-file-access-from-files"),
+                "seen");
+        std::vector<std::string> const dGrids = Split(sGrids, ' '), dNames = Split(sNames, '\n');
+        ASSERT_EQ(dGrids.size(), dNames.size());
+        std::map<std::string, std::string> dKnown;
+        std::ifstream Stream(TEST_SOURCE_FOLDER "/tests/golden/pages.txt");
+        for (std::string sName, sGrid; Stream >> sName >> sGrid;)
+        {
+            dKnown[sName] = sGrid;
+        }
+        for (std::size_t i = 0; i < dGrids.size(); ++i)
+        {
+            EXPECT_LT(Difference(dGrids[i], dKnown[dNames[i]]), 6)
+                << "the picture differs; if it is right, its line in tests/golden/pages.txt is\n"
+                << dNames[i] << " " << dGrids[i];
+        }
+    }
+}
+
+TEST(ZqtoolPages, OfStatsFitEachWidthAndSchemeAndLookAsBefore)
+{
+    SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
+    TempFolder_c const Folder;
+    std::string const sStats = RATE + Folder.Write("zq.stats", StatsFile(100));
+    ExpectPagesFitAndLookAsBefore(Folder, { { "stats", "stats " + sStats, "" } });
+}
+
+TEST(ZqtoolPages, OfMemoryFitEachWidthAndSchemeAndLookAsBefore)
 {
     SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
     TempFolder_c const Folder;
     std::string const sOld = Folder.Write("old.csv", Snapshot(0)), sNew = Folder.Write("new.csv", Snapshot(15000));
-    std::string const sStats = RATE + Folder.Write("zq.stats", StatsFile(100));
     std::string const sAll = "all memory:AI", sKeys = "0; 0; AI:AI; " + sAll + "; " + sAll;
-    std::string sImages, sNames;
-    for (auto const & [sName, sArguments, sSeen] :
-        Rows_t<std::string, std::string, std::string>{ { "stats", "stats " + sStats, "" },
-            { "map", "memory " + sOld, sKeys }, { "growth", "memory " + sOld + " " + sNew, sKeys } })
-    {
-        Result_s const Result = RunTool(sArguments + " --html " + Folder.Join("page.html"));
-        ASSERT_EQ(Result.iStatus, 0) << Result.sOutput;
-        for (auto const & [sWidth, bDark] :
-            Rows_t<std::string, bool>{ { "360", true }, { "800", false }, { "1280", true }, { "1280", false } })
-        {
-            std::string const sState = sName + "-" + sWidth + (bDark ? "-dark" : "-light"),
-                              sImage = Folder.Join(sState + ".png");
-            std::string const sDocument = BrowserDocument(Folder, Folder.Read("page.html"), LAYOUT_SCRIPT, "",
-                "--hide-scrollbars --window-size=" + sWidth + ",900 --screenshot=" + sImage
-                    + " --blink-settings=preferredColorScheme=" + (bDark ? "0" : "1"));
-            EXPECT_EQ(AttributeOf(sDocument, "seen"), sSeen + (bDark ? "; dark; " : "; light; ") + sWidth) << sState;
-            std::vector<std::string> const dFigures = Split(AttributeOf(sDocument, "figures"), ';');
-            EXPECT_EQ(dFigures.size(), 4u);
-            for (std::string const & sFigures : dFigures)
-            {
-                EXPECT_THAT(Result.sOutput, HasSubstr(sFigures)) << sState;
-            }
-            sImages += "<img src=\"" + sState + ".png\">";
-            sNames += sState + "\n";
-        }
-    }
-    std::string const sGrids =
-        AttributeOf(BrowserDocument(Folder, "<!DOCTYPE html>\n<html lang=\"en\" data-ready=\"1\">" + sImages,
-                        GRID_SCRIPT, "", "--allow-file-access-from-files"),
-            "seen");
-    std::vector<std::string> const dGrids = Split(sGrids, ' '), dNames = Split(sNames, '\n');
-    ASSERT_EQ(dGrids.size(), dNames.size());
-    std::map<std::string, std::string> dKnown;
-    std::ifstream Stream(TEST_SOURCE_FOLDER "/tests/golden/pages.txt");
-    for (std::string sName, sGrid; Stream >> sName >> sGrid;)
-    {
-        dKnown[sName] = sGrid;
-    }
-    for (std::size_t i = 0; i < dGrids.size(); ++i)
-    {
-        EXPECT_LT(Difference(dGrids[i], dKnown[dNames[i]]), 6)
-            << "the picture differs; if it is right, its line in tests/golden/pages.txt is\n"
-            << dNames[i] << " " << dGrids[i];
-    }
+    ExpectPagesFitAndLookAsBefore(
+        Folder, { { "map", "memory " + sOld, sKeys }, { "growth", "memory " + sOld + " " + sNew, sKeys } });
 }
 
 namespace

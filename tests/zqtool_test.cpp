@@ -83,6 +83,8 @@ TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToTheOther)
 TEST(Zqtool, ThePageOfAllCommandsHasEachOption)
 {
     TempFolder_c const Folder;
+    EXPECT_THAT(RunTool("help hash --json").sOutput,
+        testing::HasSubstr("{\"names\":[\"--check\"],\"value\":\"LIST\",\"purpose\":\"check the files that"));
     std::string const sManual = RunTool("help --man").sOutput;
     std::string const sPage = RunShell("cat " TEST_MEDIA_FOLDER "/../../docs/zqtool.md").sOutput;
     ASSERT_GT(Commands().size(), 6u);

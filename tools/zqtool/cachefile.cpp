@@ -12,7 +12,7 @@ namespace
 {
     constexpr std::uint64_t MOST_BYTES = 64 << 20;   // full tables take less than 5 MiB
 
-    // One reading. The tables decide, as in a load, which records fit.
+    // Reader of one cache. The tables decide, as in a load, which records fit.
     class CacheFileReader_c
     {
     public:
@@ -132,14 +132,8 @@ std::string CacheContents_t::PathOf(CacheFile_s const & File) const
     return sFolder + sKey.substr(sKey.rfind('\\') + 1);
 }
 
-bool ReadCacheFile(std::string const & sFile, CacheContents_t & Contents, std::string & sWhyNot)
+void ReadCache(std::string_view sBytes, CacheContents_t & Contents)
 {
-    std::string sBytes;
-    sWhyNot = ReadInput(sFile, sBytes, MOST_BYTES);
-    if (!sWhyNot.empty())
-    {
-        return false;
-    }
     Contents.nSize = sBytes.size();
     // A load reads all minor versions.
     ArchiveResult_s const Result = ArchiveCheck(std::as_bytes(std::span(sBytes)), FILESYSTEMCACHE_VERSION | 0xFFFF,
@@ -155,5 +149,15 @@ bool ReadCacheFile(std::string const & sFile, CacheContents_t & Contents, std::s
         Contents.iDamage = Result.iPosition;
         Contents.sDamage = bOther ? "a cache of another major version" : Result.sWhyNot.CStr();
     }
-    return true;
+}
+
+bool ReadCacheFile(std::string const & sFile, CacheContents_t & Contents, std::string & sWhyNot)
+{
+    std::string sBytes;
+    sWhyNot = ReadInput(sFile, sBytes, MOST_BYTES);
+    if (sWhyNot.empty())
+    {
+        ReadCache(sBytes, Contents);
+    }
+    return sWhyNot.empty();
 }

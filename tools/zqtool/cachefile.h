@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
+/// Contents of a cache, up to the first damage.
 struct CacheContents_t
 {
     std::uint32_t dwVersion = 0;
@@ -14,18 +15,25 @@ struct CacheContents_t
     std::vector<CacheFolder_s> dFolders;
     std::vector<CacheFile_s> dFiles;
     std::unordered_map<std::uint32_t, std::size_t> dFolderOf;   // by nIndex: in dFolders
-    bool bTimes = false;                                        // it has the times of its folders
+    bool bTimes = false;                                        // whether it has the times of its folders
     int nLeft = 0;                                              // bytes after its end
-    int iDamage = -1;                                           // byte at which it is damaged
+    int iDamage = -1;                                           // byte at which it is damaged; -1 if it is sound
     std::string sDamage;                                        // empty if it is sound
 
+    /// Returns whether no damage was found.
     bool IsSound() const { return sDamage.empty(); }
+
+    /// Returns whether any file's name is a path relative to the media root.
     bool IsRelative() const;
 
-    /// Returns where a file is below the media root, with `\` before each name.
+    /// Returns where a file of the cache is below the media root, with `\` before each name.
     std::string PathOf(CacheFile_s const & File) const;
 };
 
-/// Reads a cache, up to the first damage: what a load would end the program with. Returns false, with a reason, if the
-/// file can't be read.
+/// Reads a cache up to the first damage: what a load would end the program with, or an incomplete list of times.
+/// Requires empty Contents.
+void ReadCache(std::string_view sBytes, CacheContents_t & Contents);
+
+/// Reads a cache from a file, as ReadCache does, and returns whether the file could be read. On failure sWhyNot says
+/// why.
 bool ReadCacheFile(std::string const & sFile, CacheContents_t & Contents, std::string & sWhyNot);

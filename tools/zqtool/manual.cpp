@@ -1,6 +1,7 @@
 // zqtool help: what --help prints of a command, and the manual page zqtool(1), made of the same descriptions.
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
+#include "tools/zqtool/json.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -65,16 +66,43 @@ namespace
     }
 }
 
+namespace
+{
+    Json_t OfCommand(HelpCommand_t const & Command)
+    {
+        Json_t Options = Json_t::array();
+        for (HelpOption_t const & Option : Command.dOptions)
+        {
+            Options.push_back({ { "names", Option.dNames }, { "value", Option.sValue }, { "purpose", Option.sPurpose },
+                { "positional", Option.bPositional }, { "required", Option.bRequired }, { "many", Option.bMany } });
+        }
+        return { { "name", Command.sName }, { "purpose", Command.sPurpose }, { "usage", Command.Usage() },
+            { "options", std::move(Options) } };
+    }
+
+    void PrintHelpJson(CLI::App const & Wanted)
+    {
+        Json_t Json = OfCommand(DescribeCommand(Wanted));
+        for (HelpCommand_t const & Sub : DescribeCommands(Wanted))
+        {
+            Json["commands"].push_back(OfCommand(Sub));
+        }
+        PrintJson(Json);
+    }
+}
+
 CommandRun_t PrepareHelp(CLI::App & App)
 {
     struct Options_s
     {
         std::string sCommand;
         bool bManual = false;
+        bool bJson = false;
     };
     auto const pOptions = std::make_shared<Options_s>();
     App.add_option("COMMAND", pOptions->sCommand, "the command; without one all are listed")->type_name("");
     App.add_flag("--man", pOptions->bManual, "print the manual page, for man -l or to install it");
+    App.add_flag("--json", pOptions->bJson, "print the arguments as one JSON document");
     App.footer("Example: zqtool help crash");
     return [pOptions, &App]
     {
@@ -89,6 +117,11 @@ CommandRun_t PrepareHelp(CLI::App & App)
         if (pWanted == nullptr)
         {
             return Misuse("there is no command " + pOptions->sCommand + DidYouMean(pOptions->sCommand, dNames), "");
+        }
+        if (pOptions->bJson)
+        {
+            PrintHelpJson(*pWanted);
+            return EXIT_DONE;
         }
         std::fputs((pOptions->bManual ? ManualPage(Root) : HelpText(*pWanted)).c_str(), stdout);
         return EXIT_DONE;
