@@ -1,4 +1,6 @@
 // debugger.h: output to a debugger, and whether one is attached.
+//
+// Threads: any thread.
 #pragma once
 
 #include "platform/compiler.h"
@@ -13,8 +15,8 @@ namespace plat
     /// nowhere.
     ZQ_API void DebugOutput(char const * szText);
 
-    /// Installs a receiver; null restores the default. Returns the previous one. Any thread. Calls of the previous
-    /// receiver may still be running on other threads.
+    /// Installs a receiver; null restores the default. Returns the previous one. Calls of the previous receiver may
+    /// still be running on other threads.
     ZQ_API DebugOutput_t DebugOutputSet(DebugOutput_t fnReceiver);
 
     /// Returns whether a debugger is attached to this process.

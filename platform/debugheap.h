@@ -64,13 +64,13 @@ namespace plat
     /// may be null. Returns null if there is no memory and no failure handler returns true.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine);
 
-    /// Sets the own bytes of a live block, which lie within it. The fence then begins after them: its
+    /// Sets the own bytes of a live block. Requires that they lie within it. The fence then begins after them: its
     /// first 16 bytes and the block's last 4 are checked. Reports state the address and size of the own bytes.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
     /// Releases a block. Null does nothing. Reports the pointer and releases nothing in these cases:
-    /// - the block was released before.
-    /// - its front fence is damaged.
+    /// - the block was released before;
+    /// - its front fence is damaged;
     /// - it is not a block of this heap.
     void HeapFree(void * pUser);
 
@@ -99,10 +99,10 @@ namespace plat
     void HeapSetWordName(HeapWordName_t fnName);
     void HeapSetDump(HeapDump_t fnDump);
 
-    /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. Blocks
-    /// that the C++ runtime's own globals reach are left out: it keeps them for as long as the process runs. If other
-    /// threads still run, their blocks can't be distinguished from lost ones. Then the report is one line, which says
-    /// that nothing is listed.
+    /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. False at
+    /// start. Blocks that the C++ runtime's own globals reach are left out: it keeps them for as long as the process
+    /// runs. If other threads still run, their blocks can't be distinguished from lost ones. Then the report is one
+    /// line, which says that nothing is listed.
     void HeapSetLeakCheck(bool bCheck);
 
     /// Returns the text for a word, as the function of HeapSetWordName does, or "unknown" without one.

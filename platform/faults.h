@@ -19,8 +19,8 @@
 
 namespace plat
 {
-    // Codes of faults, with the numbers of Windows (NTSTATUS, and its C++ runtime for an exception). A system raises
-    // only those that it knows.
+    /// Codes of faults, with the numbers of Windows (NTSTATUS, and its C++ runtime for an exception). A system raises
+    /// only those that it knows.
     inline constexpr std::uint32_t FAULT_GUARD_PAGE = 0x80000001;
     inline constexpr std::uint32_t FAULT_MISALIGNED = 0x80000002;
     inline constexpr std::uint32_t FAULT_BREAKPOINT = 0x80000003;
@@ -65,7 +65,7 @@ namespace plat
     enum class FaultAccess_e : std::uint8_t
     {
         NoMemory,   // the fault is not one of memory
-        Unknown,    // the processor does not report it, or another process sent the signal
+        Unknown,    // the processor does not report it, or a process sent the signal
         Read,
         Write,
         Execute
@@ -98,21 +98,21 @@ namespace plat
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
     /// Allocates a stack for faults of the calling thread, so that a stack overflow on it is reported too. Returns
-    /// false if the system refuses. It is released when the thread ends. These threads have one without this call:
+    /// false if the system refuses. The end of the thread releases the stack. These threads have one without this call:
     /// - the thread that set the filter, which is as a rule the main thread.
     /// - on systems where the library can hook the creation of threads, those that are started while it is loaded.
     ///   Exceptions are threads that the C library starts for itself, and those of programs that bind the C library's
     ///   functions before this library's (docs/porting.md).
     ///
-    /// Without it, a stack overflow of the thread ends the process without a report. All other faults need only the few
-    /// kilobytes that the system needs to start a handler.
+    /// Without one, a stack overflow of the thread ends the process without a report. All other faults need only the
+    /// few kilobytes that the system needs to start a handler.
     ZQ_API bool FaultThreadJoin();
 
     /// Opens the descriptors that are held for the filter in case the process has used up all of its own, or those that
     /// the host has closed since. FaultFilterSet calls it. Any thread, but one at a time.
     void FaultReserveDescriptors();
 
-    /// Captures the caller's registers. The place of the fault is the caller.
+    /// Captures the caller's registers. nIp is the address after the call; nAx and nVectors are 0.
     ZQ_API void FaultContextCapture(FaultContext_t * pContext);
 
     /// A thread's stack. It grows from its far end, where the first frame is, to lower addresses.
@@ -129,12 +129,14 @@ namespace plat
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack);
 
     /// Copies the system's text for a code that the caller has no name for, cut to nSize - 1 bytes and always
-    /// terminated. For an uncaught exception, while the filter runs, the text has its type and its message.
+    /// terminated. For an uncaught exception, while the filter runs, the text has its type and its message. Requires
+    /// that nSize is not 0.
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
-    /// Calls fnCall(pArgument). Only a filter, or the one thread that it waits for, may use this. Returns false if a
-    /// fault of this thread or the time limit ended the call. Whatever the call held then stays held. A limit of 0
-    /// milliseconds means none. Guarded calls may nest, and the limit of an outer call also applies in an inner one.
+    /// Calls fnCall(pArgument), for at most nMilliseconds; 0 means no limit. Guarded calls may nest, and the limit of
+    /// an outer call also applies in an inner one. Only a filter, or the one thread that it waits for, may use this.
+    /// Returns false if a fault of this thread or the time limit ended the call. Then whatever the call held stays
+    /// held.
     ZQ_API bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
 
     /// Ends the process at once with a status. No exit handler runs.

@@ -38,15 +38,15 @@ namespace plat
     /// the call fails. Returns false on failure.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Adds a second name to a file or a symbolic link. Nothing may have that name. If the file system has no second
-    /// names, makes a copy and synchronizes it. Returns false on failure.
+    /// Adds a second name to a file or a symbolic link. If the file system has no second names, makes a copy and
+    /// synchronizes it. Returns false on failure, for instance if anything has the name szTo.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Returns whether anything has the name, including a link whose target is missing. Returns true too if the system
     /// does not report it.
     bool PathIsTaken(char const * szPath);
 
-    /// Returns whether two paths name the same file. Does not follow a link as the last name.
+    /// Returns whether two paths name the same file. Does not follow a link as the last name. Returns false on failure.
     bool FileIsSame(char const * szPath, char const * szOther);
 
     /// A lock on a path, held from Take to Drop. The system releases it when the process ends. While it is held, a file
@@ -73,6 +73,7 @@ namespace plat
         /// Deletes the file and releases the lock. Requires the path of Take. Does nothing if this object has no lock.
         void Drop(char const * szPath);
 
+        /// Returns whether this object holds the lock.
         bool IsTaken() const { return m_hFile != nullptr; }
 
         /// Returns whether Take found the file of a process that ended without Drop.

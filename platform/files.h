@@ -43,9 +43,9 @@ namespace plat
         bool bRegular = false;   // whether it is a plain file: not a folder, pipe, socket or device
     };
 
-    /// Opens an existing regular file for reading. Returns null on failure. Fails for folders, pipes, sockets and
-    /// devices, and never waits for them. Fills pFacts, unless it is null, without the system call that FileGetFacts
-    /// makes.
+    /// Opens an existing regular file for reading. Fills pFacts, unless it is null, without the system call that
+    /// FileGetFacts makes. Returns null on failure. Fails for folders, pipes, sockets and devices, and never waits for
+    /// them.
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
 
     /// A repeated test whether a file can be opened with writers excluded.
@@ -72,7 +72,7 @@ namespace plat
         bool m_bAbsent = false;
     };
 
-    /// Reads size and times of an open file. Returns false on failure.
+    /// Reads the facts of an open file. Returns false on failure.
     bool FileGetFacts(File_t hFile, FileFacts_t & Facts);
 
     /// Hints to the system that nBytes will be read once from front to back. Does nothing for at most 128 KiB, which
@@ -99,9 +99,9 @@ namespace plat
     /// Programs that the process starts do not inherit it.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
-    /// Opens a stream without a buffer by the rule of filewrite.h. Returns null on failure. All output goes to the end
-    /// of the file, even if others write or cut it. The file is emptied, unless a stream that this function opened is
-    /// open on it, in this process or another. If the system can't report such a stream, the file is emptied.
+    /// Opens a stream without a buffer by the rule of filewrite.h. All output goes to the end of the file, even if
+    /// others write or cut it. Empties the file, unless a stream that this function opened is open on it, in this
+    /// process or another. Empties it too if the system can't report such a stream. Returns null on failure.
     std::FILE * StreamOpenLog(char const * szPath);
 
     /// Starts a new log file if the log holds more than nLimit bytes. Requires that StreamOpenLog opened pStream with

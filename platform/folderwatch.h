@@ -28,6 +28,7 @@ namespace plat
     };
     static_assert(sizeof(FolderChange_t) == 12);
 
+    /// Action of every record, with the number of Windows (FILE_ACTION_MODIFIED).
     inline constexpr std::uint32_t FOLDER_CHANGE_MODIFIED = 3;
 
     /// Writes why the calling thread's last FolderWatch_c::Open failed, or why ExtractUnwatched counted folders. The
@@ -49,13 +50,14 @@ namespace plat
         /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. fnKeep returns whether the name
         /// is kept. Requires an fnKeep that is not null.
         ///
-        /// On failure returns false, and no folder is watched: the folder can't be opened, or the system has too few
-        /// watches for its subfolders. FolderWatchReason then has the reason.
+        /// On failure returns false, and no folder is watched. It fails if the folder can't be opened, or if the system
+        /// has too few watches or descriptors left. FolderWatchReason then has the reason.
         bool Open(char const * szFolder, bool (*fnKeep)(char const * szName));
 
         /// Ends the watch and discards the changes that were not read. Does nothing while closed.
         void Close();
 
+        /// Returns whether a folder is watched.
         bool IsOpen() const { return m_pTree != nullptr; }
 
         /// Returns what identifies the open watch in lists of open files; null while closed.
@@ -70,9 +72,8 @@ namespace plat
         /// the watch's handle, no further batch arrives. Without changes this costs one system call that does not wait.
         bool IsComplete();
 
-        /// Sets the number of unwatched subfolders to 0 and returns what it was: how many, at least, appeared since the
-        /// last call and could not be watched, because the system has no watches left. If it was not 0,
-        /// FolderWatchReason has the reason.
+        /// Returns how many subfolders, at least, could not be watched since the last call, because the system has no
+        /// watches left. If it is not 0, FolderWatchReason has the reason. Returns 0 while closed.
         std::size_t ExtractUnwatched();
 
     private:

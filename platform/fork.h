@@ -2,8 +2,9 @@
 //
 // In the child only the thread that forked exists. A lock that another thread held would stay held there for ever, and
 // work that another thread had begun would never finish. Therefore each global lock has a ForkLock_c. Each service with
-// a thread, an open file or work under way has a ForkHandler_c. Both are usually global objects. They are created and
-// destroyed with no registered lock held. If the forking thread holds a lock, it still holds it in both processes.
+// a thread, an open file or work under way has a ForkHandler_c. Both are usually global objects. Creating or destroying
+// one requires that the thread holds no registered lock. If the forking thread holds a lock, it still holds it in both
+// processes.
 //
 //     constinit plat::Lock_c g_TableLock;
 //     plat::ForkLock_c const g_TableForkLock(g_TableLock);

@@ -1,10 +1,12 @@
 // loopback.h: answers short requests of programs on this machine.
 //
-// The server listens on the loopback address 127.0.0.1, which other machines can't reach. It belongs to one thread: no
-// call waits for a client. A connection carries one request and one answer.
+// The server listens on the loopback address 127.0.0.1, which other machines can't reach. A slow client does not delay
+// the others. A connection carries one request and one answer.
 //
-// Limits: 16 connections. A further one replaces the oldest. A connection ends 10 seconds after it began if its request
-// is not complete, and 60 seconds after that if its answer was not read.
+// There are at most 16 connections. A further one replaces the oldest. Serve ends a connection in these cases:
+// - its request is not complete after 10 seconds.
+// - its answer was not sent 60 seconds after the request was complete.
+// - the client has not closed it 2 seconds after the answer was sent.
 //
 // Threads: one thread at a time.
 #pragma once
@@ -24,6 +26,7 @@ namespace plat
     /// ends the connection.
     using LoopbackAnswer_t = std::function<std::shared_ptr<std::string const>(std::string_view sRequest)>;
 
+    /// A listening socket and its connections. The destructor closes them.
     class LoopbackServer_c
     {
     public:

@@ -21,7 +21,7 @@ namespace plat
     /// modules. Uses no heap and no lock.
     void ModulesVisit(ModuleVisit_t fnVisit, void * pContext);
 
-    /// Copies the build identifier that the linker stored in a module, from memory. Returns its size in bytes, at most
+    /// Copies the build-id that the linker stored in a module. Reads it from memory. Returns its size in bytes, at most
     /// nSize, or 0 if the module has none. Uses no heap and no lock.
     std::size_t ModuleBuildId(Module_t const & Module, std::uint8_t * pId, std::size_t nSize);
 

@@ -45,7 +45,7 @@ namespace plat
     void ProcessSetPureCallHandler(void (*fnHandler)());
 
     /// Starts a program, or a script that can be executed, without arguments. It inherits this process's current
-    /// folder, environment and standard streams. Its end is not waited for. On failure returns false, and LastErrorText
+    /// folder, environment and standard streams. Does not wait for its end. On failure returns false, and LastErrorText
     /// has the reason.
     bool ProcessStart(char const * szProgram);
 

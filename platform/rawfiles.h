@@ -36,6 +36,6 @@ namespace plat
     std::size_t RawReadTail(std::FILE * pStream, char * pBuffer, std::size_t nSize);
 
     /// Closes the file of a C stream that has no buffer, even if another thread holds the stream's lock. The stream
-    /// stays valid; what is written to it from now on is dropped.
+    /// stays valid and drops what is written to it from now on.
     void RawCloseStream(std::FILE * pStream);
 }

@@ -83,14 +83,14 @@ namespace plat
     /// Deletes a value. Returns false on failure, for instance if there is none.
     bool RegistryDeleteValue(RegistryKey_t hKey, char const * szName);
 
-    /// Renames a value. Fails if the new name is in use. The new value is written before the old one is deleted. A
-    /// process killed in between leaves both. No other writer comes in between. On failure returns false and keeps the
-    /// old value.
+    /// Renames a value. Fails if the new name is in use. Writes the new value before it deletes the old one. A process
+    /// killed in between leaves both. No other writer comes in between. On failure returns false and keeps the old
+    /// value.
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName);
 
     /// Copies the name of a subkey, as it was spelled when it was created. Subkeys are in the order of their folded
-    /// bytes. Returns false if there is no such subkey, or if the name with its terminator does not fit. The names are
-    /// read once, and again after a change. A change by another process may be seen 20 ms late.
+    /// bytes. Returns false if there is no such subkey, or if the name with its terminator does not fit. Reads the
+    /// names once, and again after a change. May see a change by another process 20 ms late.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
     /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which must
@@ -99,8 +99,8 @@ namespace plat
     /// - the key has subkeys, or its folder holds what is not the store's.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
-    /// Deletes a key with its values and all subkeys at any depth, by its path from an open key. Subkeys are deleted
-    /// before their key, from the last to the first. Returns false on failure, which may leave a part deleted.
+    /// Deletes a key with its values and all subkeys at any depth, by its path from an open key. Deletes subkeys before
+    /// their key, from the last to the first. Returns false on failure, which may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 
     /// Counts, and lengths in bytes. Those of names do not include a terminator.

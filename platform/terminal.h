@@ -9,6 +9,7 @@ namespace plat
     /// Returns whether standard output is a terminal that shows colours by escape sequences.
     bool TerminalShowsColours();
 
-    /// Returns the characters of a line of the terminal that standard output is, or 0 if it is none or does not say.
+    /// Returns the number of characters in a line of the terminal. Returns 0 if standard output is not a terminal, or
+    /// if the number is unknown.
     int TerminalColumns();
 }

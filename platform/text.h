@@ -29,9 +29,8 @@ namespace plat
     };
 
     /// Copies a text so that it cannot control a terminal or viewer. These are written as escapes:
-    /// - control characters (C0, C1, DEL), and characters that end lines or that embed, override or isolate a
-    ///   direction of writing, as `\n`,
-    ///   `\r`, `\t`, `\x1B` or `\u009B`;
+    /// - control characters (C0, C1, DEL), and characters that end lines or that embed, override or isolate a direction
+    ///   of writing, as `\n`, `\r`, `\t`, `\x1B` or `\u009B`;
     /// - a byte that is not UTF-8, as `\xFF`.
     ///
     /// All else is copied unchanged, including `\`. Copies the whole characters and escapes that fit, and moves szText

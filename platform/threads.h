@@ -100,7 +100,11 @@ namespace plat
     public:
         /// Sets the wake-up and wakes all threads that wait.
         void Set();
+
+        /// Clears the wake-up. Does not order other memory.
         void Reset() { m_nSet.store(0, std::memory_order_relaxed); }
+
+        /// Returns whether the wake-up is set. If it is, the caller sees what the thread that set it wrote before.
         bool IsSet() const { return m_nSet.load(std::memory_order_acquire) != 0; }
 
         /// Sleeps until set. A waiter that wakes after a Reset sleeps again.

@@ -28,6 +28,6 @@ namespace plat
     /// Installs the host's functions. Returns the previous ones. Main thread.
     ZQ_API WindowSystem_t WindowSystemSet(WindowSystem_t const & System);
 
-    /// Returns the installed functions. Null ones are replaced by functions that do nothing.
+    /// Returns the installed functions, with functions that do nothing instead of null ones.
     WindowSystem_t const & WindowSystemGet();
 }

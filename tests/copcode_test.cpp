@@ -19,9 +19,9 @@ namespace
     {
     public:
         void WriteLine(char const * szLine) override { dLines.push_back(szLine); }
-        unsigned WriteSource(std::uint64_t Address, unsigned nLastLine) override
+        unsigned WriteSource(std::uint64_t Address, unsigned iLastLine) override
         {
-            dLines.push_back(Hex(nLastLine));
+            dLines.push_back(Hex(iLastLine));
             return static_cast<unsigned>(Address & 0xFF);
         }
         std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override

@@ -100,15 +100,15 @@ namespace
 
     plat::FileTime_t TimeOf(zip_stat_t const & Stat)
     {
-        constexpr std::int64_t SECONDS_TO_1970 = 11644473600;
-        constexpr std::int64_t TICKS = 10000000;
+        constexpr std::int64_t SECONDS_TO_1970 = 11644473600;   // from 1601, where FileTime_t begins
+        constexpr std::int64_t TICKS = 10000000;                // of a second
         bool const bKnown = (Stat.valid & ZIP_STAT_MTIME) && Stat.mtime > 0;
         return bKnown ? static_cast<plat::FileTime_t>((Stat.mtime + SECONDS_TO_1970) * TICKS) : 0;
     }
 
     Entry_s ReadEntry(ZipArchive_c & Archive, zip_uint64_t iEntry)
     {
-        constexpr unsigned TYPE_MASK = 0170000, REGULAR = 0100000, FOLDER = 0040000;   // of Unix
+        constexpr unsigned TYPE_MASK = 0170000, REGULAR = 0100000, FOLDER = 0040000;   // S_IFMT, S_IFREG, S_IFDIR
         Entry_s Entry;
         Entry.Facts.iEntry = iEntry;
         zip_stat_t Stat;

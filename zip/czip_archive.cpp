@@ -42,7 +42,7 @@ ZipArchive_c::~ZipArchive_c()
         m_pStream->CloseStored();
     }
     zip_error_fini(&m_Error);
-    m_Disk.sName = "";   // the key may be that of a file of the table
+    m_Disk.sName = "";   // it is in no table, and without a key ~File_c searches none
 }
 
 std::unique_ptr<ZipArchive_c> ZipArchive_c::Open(char const * szPath, File_c::Reason_t & sWhyNot)

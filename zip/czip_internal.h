@@ -23,11 +23,11 @@ struct ZipFacts_t
 
 class ZipFile_c;
 
-/// An archive.
+/// An open archive. A mounted one lists its files.
 class ZipArchive_c
 {
 public:
-    /// Opens an archive. Returns null, with the reason, on failure.
+    /// Opens an archive and returns it. On failure returns null and sets sWhyNot.
     static std::unique_ptr<ZipArchive_c> Open(char const * szPath, File_c::Reason_t & sWhyNot);
 
     ~ZipArchive_c();
@@ -62,7 +62,7 @@ public:
     /// Puts the archive into the list of those that are mounted. Its files own it from then on.
     void Mount();
 
-    /// In the child of a fork, makes all archives open their files again.
+    /// Makes all mounted archives open their files again at the next read. For the child of a fork.
     static void LeaveHandles();
 
 private:

@@ -23,9 +23,9 @@ void (*CounterSync)(FunctionCounters_e, char const *) = CounterSync_Default;
 
 namespace
 {
-    constexpr double FIRST_DELTA = 1.0 / 30.0;   // seconds
-    constexpr unsigned FIRST_KEYBOARD_MESSAGE = 0x100;
-    constexpr unsigned LAST_KEYBOARD_MESSAGE = 0x109;
+    constexpr double FIRST_DELTA = 1.0 / 30.0;           // seconds
+    constexpr unsigned FIRST_KEYBOARD_MESSAGE = 0x100;   // WM_KEYFIRST of Windows
+    constexpr unsigned LAST_KEYBOARD_MESSAGE = 0x109;    // WM_KEYLAST
     constexpr unsigned LAST_MESSAGE = 0xFFFFFFFF;
 
     bool g_bResourceLoadBlocked = false;

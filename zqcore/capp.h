@@ -40,9 +40,9 @@ extern ZQ_API void (*CounterSync)(FunctionCounters_e eCounter, char const * szNa
 /// functions end in Abort. First call of an application after LogSetFile.
 ZQ_API void AppMiscStartup();
 
-/// Empties the event lists except g_ExecutionCallbacker, g_LoadingCallbacker and g_FileOpenCallbacker. Frees the lists
-/// of named generators (crandom.h) and of serializers (cserializer.h), and closes the main log. Last call of an
-/// application, after Module_c::ShutdownAllModules.
+/// Empties the event lists of ccallback.h except g_ExecutionCallbacker, g_LoadingCallbacker and g_FileOpenCallbacker.
+/// Frees the lists of named generators (crandom.h) and of serializers (cserializer.h), and closes the main log. Last
+/// call of an application, after Module_c::ShutdownAllModules.
 ZQ_API void AppMiscShutdown();
 
 /// Measures and returns the seconds of Game_longTimeGet since the last call that did not return 0; about 1/30 at the
@@ -50,7 +50,7 @@ ZQ_API void AppMiscShutdown();
 /// limit.
 ZQ_API double AppGetDeltaTime(double tMinDelta);
 
-/// Returns whether the window with the keyboard is g_pAppWindow or a child of it. Asserts that g_pAppWindow is set.
+/// Returns whether the window with the focus is g_pAppWindow or a child of it. Asserts that g_pAppWindow is set.
 ZQ_API bool AppIsInFocus();
 
 /// Deliver the waiting messages of this thread's windows: all of them, or those of the keyboard.

@@ -12,7 +12,7 @@
 // Threads: no lock: one thread at a time.
 // Cost: an array on the heap allocates at the first Add and doubles when the length would reach the capacity. Delete
 // does not shrink it; Reset frees its storage. The storage counts under the memory category of the moment.
-// Failure: an index out of range and a full array assert.
+// Failure: an index or a bound of Sort out of range, and a full array in place, assert.
 //
 //     Array_T<int, 16, 0> dScores;
 //     for (int const iScore : { 30, 10, 20 })

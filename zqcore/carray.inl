@@ -207,8 +207,8 @@ void SortedArray_T<T, TRAITS>::Sort(COMPARE Compare, int iStart, int iEnd)
     }
 }
 
-/// Splits L..R, given as i..j, at its middle element. L..j and i..R are left to be sorted. A comparator that
-/// contradicts itself does not lead out of the range.
+/// Splits L..R, given as i..j, at its middle element (C. A. R. Hoare, "Quicksort", The Computer Journal 5, 1962). L..j
+/// and i..R are left to be sorted. A comparator that contradicts itself does not lead out of the range.
 template <typename T, typename TRAITS>
 template <typename COMPARE>
 void SortedArray_T<T, TRAITS>::Partition(COMPARE & Compare, int & i, int & j)

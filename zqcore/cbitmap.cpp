@@ -79,10 +79,10 @@ int BitVec_c::NextSet(int iFrom) const
         return -1;
     }
     auto const iByte = static_cast<std::size_t>(iFrom >> 3);
-    auto const bFirst = static_cast<unsigned char>(pVec[iByte] << (iFrom & 7));
-    if (bFirst != 0)
+    auto const cFirst = static_cast<unsigned char>(pVec[iByte] << (iFrom & 7));
+    if (cFirst != 0)
     {
-        return iFrom + std::countl_zero(bFirst);
+        return iFrom + std::countl_zero(cFirst);
     }
     std::size_t const iFound = iByte + 1 + bits::FindOther(pVec + iByte + 1, GetBytes() - iByte - 1, 0);
     return iFound < GetBytes() ? static_cast<int>(8 * iFound) + std::countl_zero(pVec[iFound]) : -1;

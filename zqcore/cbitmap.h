@@ -41,6 +41,8 @@ public:
 
     /// Makes a row of nBits zero bits, rounded up. The row is empty if nBits is below 1.
     explicit BitVec_c(int nBits = 0);
+
+    /// Makes a copy of the bits and the size.
     BitVec_c(BitVec_c const & Other);
     BitVec_c(BitVec_c && Other) noexcept { Swap(Other); }   // leaves the other one empty
     ~BitVec_c() { Reset(); }

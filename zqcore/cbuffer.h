@@ -79,7 +79,7 @@ private:
 class ZQ_API StringBuffer_c : public Buffer_c
 {
 public:
-    /// Asserts that sText is not null; null is an empty text.
+    /// Refers to sText. Asserts that it is not null; null is an empty text.
     explicit StringBuffer_c(char const * sText);
 
     void * GetBufferData() const override;

@@ -66,7 +66,7 @@ public:
     /// entry added last is not exclusive, and adds the function in any case.
     void Add(Function_t fn, bool bExclusive);
 
-    /// Removes the entry of this function that was added last, if there is one. In any case ends a firing of the list.
+    /// Removes the entry of this function that was added last, if there is one. Ends a firing of the list in any case.
     void Remove(Function_t fn);
 
     /// Removes all entries.
@@ -75,7 +75,7 @@ public:
     /// Returns whether the list has no entry.
     bool IsEmpty() const { return pHead == nullptr; }
 
-    /// Calls the functions with the payload. During a firing of this list it does nothing, unless bForce is set.
+    /// Calls the functions with the payload. Does nothing during a firing of this list, unless bForce is set.
     template <typename U = T>
     void Fire(std::type_identity_t<U> tData, bool bForce) requires(!std::is_void_v<U>)
     {
@@ -153,8 +153,7 @@ private:
     Function_t const m_fn;
 };
 
-/// The shared events. Those without a remark are fired by the application alone, which defines what their payload
-/// means.
+/// The shared events. The application alone fires those without a remark, and defines what their payload means.
 extern ZQ_API Callbacker_T<bool>
     g_ExecutionCallbacker;   // false: stops for a dialog or a crash report; true: continues
 extern ZQ_API Callbacker_T<int> g_CommandCallbacker;
@@ -169,7 +168,7 @@ extern ZQ_API Callbacker_T<MessageData_s> g_MouseCallbacker;
 extern ZQ_API Callbacker_T<MessageData_s> g_KeyboardCallbacker;
 extern ZQ_API Callbacker_T<MessageData_s> g_JoystickCallbacker;
 extern ZQ_API Callbacker_T<char> g_CharCallbacker;
-extern ZQ_API Callbacker_T<MessageData_s> g_ApplicationMessages;      // by the application; ccryptrnd.h listens
+extern ZQ_API Callbacker_T<MessageData_s> g_ApplicationMessages;      // by the application; ccryptrnd.h receives
 extern ZQ_API Callbacker_T<char const *> g_FileReadErrorCallbacker;   // a file could not be read; its key
 extern ZQ_API Callbacker_T<MessageData_s> g_NetworkCallbacker;
 extern ZQ_API Callbacker_T<bool> g_FullscreenSwitchCallbacker;

@@ -33,9 +33,9 @@ extern bool g_isOpen;
 /// The clipboard's text with the zero at its end, as last read or set. Null while the clipboard is closed.
 extern plat::ClipboardBlock_t g_hClipboard;
 
-/// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it. A clipboard that holds no
-/// text of this format is emptied, data of all formats included, and gets an empty text. Asserts that the module is
-/// initialised and the clipboard not open yet. On failure asserts, and g_isOpen stays false.
+/// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it. If it holds no text of this
+/// format, removes the data of all formats and stores an empty text. Asserts that the module is initialised and the
+/// clipboard not open yet. On failure asserts, and g_isOpen stays false.
 void ClipboardOpen();
 
 /// Closes the clipboard.
@@ -48,7 +48,8 @@ void ClipboardPrintf(char const * sFormat, ...) ZQ_PRINTF(1, 2);
 /// ClipboardPrintf with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , ClipboardPrintf)
 
-/// Copies the text and the zero at its end, ClipboardGetSize bytes at most. Returns false if there is no text.
+/// Copies the text and the zero at its end to pData, and returns true. Requires room for ClipboardGetSize bytes.
+/// Returns false and writes nothing if there is no text.
 bool ClipboardGetData(char * pData);
 
 /// Returns the text's bytes with the zero at its end. Returns 0 without a text and while the clipboard is closed.

@@ -73,11 +73,12 @@ namespace
 
         static std::uint32_t Home(std::uintptr_t iPage)
         {
-            constexpr std::uint32_t GOLDEN = 2654435769u;   // 2^32 divided by the golden ratio
+            constexpr std::uint32_t GOLDEN = 2654435769u;   // 2^32 over the golden ratio (Knuth, TAOCP 3, 6.4)
             return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> (32 - SLOT_BITS);
         }
 
-        // Closes the gap of an emptied slot: moves later entries into it, except those whose home slot lies after it.
+        // Closes the gap of an emptied slot: moves later entries into it, except those whose home slot lies after it
+        // (Knuth, TAOCP 3, 6.4, algorithm R).
         ZQ_COLD void Close(std::uint32_t iGap)
         {
             for (std::uint32_t i = (iGap + 1) % SLOTS; m_dSlots[i].nReferences != 0; i = (i + 1) % SLOTS)

@@ -52,14 +52,14 @@ public:
     ComObject_c(ComObject_c const &) = delete;
     ComObject_c & operator=(ComObject_c const &) = delete;
 
-    /// Adds a reference that pOwner holds. Returns the count before. sFile is kept as a pointer. pObject is the object
+    /// Adds a reference that pOwner holds and returns the count before. Keeps sFile as a pointer. pObject is the object
     /// again: a difference shows a call through a wrong pointer. Asserts that pObject is this object, and that pOwner
     /// is not null; otherwise counts the reference too, for a null owner without a note.
     std::uint32_t AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
     /// Removes the owner's newest reference; for a null owner one without a note. Returns true if it was the last one:
-    /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, the count is lowered
-    /// in any case. Asserts the following, and changes nothing if it does not hold:
+    /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, lowers the count in
+    /// any case. Asserts the following, and changes nothing if it does not hold:
     /// - pObject is this object.
     /// - It is a live object. An address that is not readable fails the assertion and is not read.
     /// - It has references.

@@ -213,7 +213,7 @@ namespace
         {
             __m512i const First = _mm512_clmulepi64_epi128(Blocks, Factors, 0x00);
             __m512i const Second = _mm512_clmulepi64_epi128(Blocks, Factors, 0x11);
-            Blocks = _mm512_ternarylogic_epi64(First, Second, Next, 0x96);
+            Blocks = _mm512_ternarylogic_epi64(First, Second, Next, 0x96);   // exclusive or of all three
         }
 
         ZQ_TARGET_VPCLMUL static inline void Fold(

@@ -107,7 +107,7 @@ namespace
         Exit(1);
     }
 
-    // Returns whether the text is new. A new one is remembered and replaces the oldest if there are 16.
+    // Returns whether the text is new. Remembers a new one, which replaces the oldest if there are 16.
     bool RememberAchtung(char const * szText)
     {
         static SeenAchtungs_t s_dSeen;
@@ -125,7 +125,7 @@ namespace
         return true;
     }
 
-    // Fires the stop, asks, and fires the continuation, also if a listener or the dialog throws. Returns the answer.
+    // Fires the stop, asks, and fires the continuation, also if a receiver or the dialog throws. Returns the answer.
     // If an event may be dropped, one firing covers both: a host that was stopped must be continued.
     template <typename ASK>
     int WhileStopped(ASK Ask)

@@ -43,8 +43,8 @@
 
 #include <cstdarg>
 
-/// States a precondition. If it does not hold, its text is logged and shown as AssertFailed does. If the developer
-/// ignores the complaint, the code continues after it.
+/// States a precondition. If it does not hold, logs and shows its text as AssertFailed does. If the developer ignores
+/// the complaint, the code continues after it.
 #define ZQ_ASSERT(condition) ZQ_ASSERT_TEXT(condition, #condition)
 
 /// ZQ_ASSERT that shows szCondition instead of the condition's own text.
@@ -69,17 +69,17 @@
     while (false)
 
 /// Whether silent mode is on: no level shows a dialog, and an assertion or a new Achtung ends the process with status
-/// 1. False at start; set by the application.
+/// 1. False at start; the application sets it.
 extern ZQ_API bool g_silentMode;
 
-/// Whether Warning shows a dialog. False at start; set by SetWarnings.
+/// Whether Warning shows a dialog. False at start; SetWarnings sets it.
 extern ZQ_API bool g_bEnableWarnings;
 
 /// Whether Abort has begun.
 extern ZQ_API bool g_isAborting;
 
-/// Logs the text, fires g_ExecutionCallbacker, shows a dialog and fires g_ExecutionCallbacker again. An assertion that
-/// fails while another one is handled, on any thread, is dropped.
+/// Logs the text, fires g_ExecutionCallbacker, shows a dialog and fires g_ExecutionCallbacker again. Does nothing while
+/// any thread handles another assertion.
 /// - Abort ends the process with a crash.
 /// - Retry breaks into the debugger.
 /// - Ignore continues.
@@ -123,9 +123,9 @@ public:
     /// without a dialog, while m_bQuiet is set.
     ZQ_API bool DebugAssert(char const * sFile, int iLine, char const * sText);
 
-    /// Sets the location of the calling thread's next complaints. sFile is kept as a pointer. Returns
-    /// DebugWarningInternal, to call at once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`.
-    /// File and line are kept for each thread, not in the object.
+    /// Sets the location of the calling thread's next complaints and returns DebugWarningInternal, to call at once:
+    /// `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`. Keeps sFile as a pointer. Each thread has a file and
+    /// a line of its own; the object has none.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
     /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 for OK, or 7

@@ -69,9 +69,9 @@ public:
     /// where exit handlers may run.
     ZQ_API void Stop();
 
-    /// Passes a fault to the support thread, which traces and shows it, and waits for the answer without limit. Only a
-    /// fault filter calls it. One fault at a time. Returns 0, so that the filters after this one get the fault.
-    /// Answers:
+    /// Passes a fault to the support thread and waits for the answer without limit. The support thread traces and shows
+    /// the fault. Only a fault filter calls it. One fault at a time. Returns 0, so that the filters after this one get
+    /// the fault. Answers:
     /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
     ///   process with a second dialog. If the system can't start it, that dialog shows the reason.
     /// - No continues. Silent mode continues without a dialog. A fault on the support thread, for example in the host's
@@ -100,8 +100,8 @@ public:
     ZQ_API int MessageBoxWithTrace(
         void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip);
 
-    /// Sends nWords 32-bit words from the address nStart to the trace channel, 12 in a row. Words after the last full
-    /// row are left out. A word that can't be read is "????????". szRegister is the name of the register whose value
+    /// Sends nWords 32-bit words from the address nStart to the trace channel, 12 in a row. Leaves out the words after
+    /// the last full row. A word that can't be read is "????????". szRegister is the name of the register whose value
     /// nValue led to nStart; null for none.
     ZQ_API void DumpMemory(char const * szRegister, std::uintptr_t nValue, std::uintptr_t nStart, int nWords);
 
@@ -109,9 +109,9 @@ public:
     /// receiver.
     ZQ_API static void TraceLine(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-    /// Replaces the receiver of the trace channel; null, as at start, for none. Returns the previous one. The receiver
-    /// is called inside complaints. The complaining thread may hold the lock that the receiver takes, and the complaint
-    /// may be about the heap that it allocates from.
+    /// Replaces the receiver of the trace channel; null, as at start, for none. Returns the previous one. Complaints
+    /// call the receiver. The complaining thread may hold the lock that the receiver takes, and the complaint may be
+    /// about the heap that it allocates from.
     ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);
 
 private:

@@ -197,7 +197,7 @@ namespace
     {
         constexpr unsigned LIMIT = ExceptionReport_c::HOST_LIMIT;
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(false, false); });
-        bSilent = bSilent || g_silentMode;   // a listener may set it
+        bSilent = bSilent || g_silentMode;   // a receiver may set it
         if (!bSilent)
         {
             Guarded(plat::DialogIsAttended() ? 0 : LIMIT,

@@ -24,10 +24,10 @@
 // from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system. A call stack shows
 // the innermost 256 frames, and then a line says that farther ones are left out. The dialog and the log get the
 // innermost of them, in whole lines of at most 4,095 bytes together.
-// Failure: what can't be read is left out. A report has two parts: up to the end of the first call stack, and the rest.
+// Failure: a report lacks what can't be read. It has two parts: up to the end of the first call stack, and the rest.
 // - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second.
-// - a step into the host's code (listeners, a dialog that nobody can answer) ends after HOST_LIMIT, or when it faults.
-//   A dialog that somebody can answer has no limit.
+// - a step into the host's code (receivers of events, listeners of the log, a dialog that nobody can answer) ends after
+//   HOST_LIMIT, or when it faults. A dialog that somebody can answer has no limit.
 // - without the symbol helper, names, lines, variables and other threads are missing. All its answers to the report
 //   take at most 20 seconds, and those to the file of details as long again.
 //
@@ -78,7 +78,7 @@ public:
     ZQ_API static void SetSymbolHelper(char const * szPath);
 
     /// Adds a printer: the form in which the file of details shows the values of a type. Copies both texts. If several
-    /// printers match a type, the last one added is used. Requires that no other thread adds or crashes.
+    /// printers match a type, the last one added applies. Requires that no other thread adds or crashes.
     /// - szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text.
     /// - szTemplate has at most 255 bytes: "({x}, {y}, {z})". `{name}` is the value of a member, `{name.name}` that of
     ///   a member's member, and all else is copied. A member that the type does not have is shown as "(no member x)".
@@ -98,7 +98,7 @@ public:
 
     /// Writes a formatted text, cut at 1023 bytes, to the report, without a zero at its end. Returns the text's length
     /// in bytes, whether or not the disk has stored it. Does nothing and returns 0 while no report is being written. A
-    /// listener of g_ExecutionCallbacker may call it; its text is added at the report's end.
+    /// receiver of g_ExecutionCallbacker may call it; its text follows the rest of the report.
     ZQ_API static int CrashLog(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
     /// Writes the name of the function at an address to szName, cut at nSize - 1 bytes. Returns the distance of the

@@ -268,7 +268,7 @@ void exceptionreport::Details_c::EndLine()
     if (m_Line.IsCut())
     {
         std::size_t nWhole = std::min(m_Line.GetLength(), sizeof m_szLine - sizeof CUT);
-        while (nWhole > 1 && (m_szLine[nWhole] & 0xC0) == 0x80)   // in a character
+        while (nWhole > 1 && (m_szLine[nWhole] & 0xC0) == 0x80)   // inside a UTF-8 character
         {
             --nWhole;
         }

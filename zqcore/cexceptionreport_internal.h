@@ -29,15 +29,17 @@ namespace exceptionreport
     class Text_c
     {
     public:
+        /// Begins an empty text in a buffer of nSize bytes, which must outlive the object.
         Text_c(char * szText, std::size_t nSize);
 
+        /// Appends a formatted text, cut to what fits.
         void Add(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-        /// Appends a text from outside, such as a name, or its first nMost bytes. Control characters except tabs are
-        /// escaped.
+        /// Appends a text from outside, such as a name, or its first nMost bytes, at most LINE_SIZE - 1. Escapes
+        /// control characters except tabs.
         void AddShown(char const * szShown, std::size_t nMost = SIZE_MAX);
 
-        /// Appends an ending. The text is cut to make it fit.
+        /// Appends an ending. Cuts the text to make it fit.
         void AddEnd(char const * szEnd);
         bool IsFull() const { return m_nLength + 1 >= m_nSize; }
         bool IsCut() const { return m_bCut; }   // something did not fit since the text was last empty
@@ -54,7 +56,8 @@ namespace exceptionreport
         bool m_bCut = false;
     };
 
-    /// A whole source file in memory pages, until the object is destroyed. Only CR LF ends a line.
+    /// A whole source file in memory pages, until the object is destroyed. A CR ends a line, and the byte after it
+    /// counts as its LF. An LF alone ends none.
     class SourceFile_c
     {
     public:
@@ -72,11 +75,11 @@ namespace exceptionreport
         char const * m_pText;
         mutable unsigned m_iNext = 1;   // number and start of the line after the one that was found last
         mutable char const * m_pNext;
-        mutable bool m_bEnded = false;   // there is no such line
+        mutable bool m_bEnded = false;   // no line ends after m_pNext
     };
 
     /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
-    /// for the disk, so the text should be a whole line or more.
+    /// for the disk, so callers pass a whole line or more.
     void WriteText(Text_c const & Text);
 
     /// Returns the name of a fault's code, or the system's text for a code without one.
@@ -89,9 +92,9 @@ namespace exceptionreport
         return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
     }
 
-    /// Makes a private file and returns it, or null on failure. fnMakePath(szMore) writes the path to szPath. If its
-    /// name is in use by anything but a finished file of this user, that is left alone. Then an unpredictable szMore is
-    /// tried in the name, up to 15 times.
+    /// Makes a private file and returns it, or null on failure. fnMakePath(szMore) writes the path to szPath. Appends
+    /// to a finished file of this user that has the name. If anything else has the name, leaves it alone and tries an
+    /// unpredictable szMore in the name, up to 15 times.
     template <typename MAKE_PATH>
     plat::RawFile_t MakeUnderFreeName(char const * szPath, MAKE_PATH const & fnMakePath)
     {
@@ -142,7 +145,7 @@ namespace exceptionreport
         /// Ends that line and starts the next one. A line that was cut ends in "...".
         void EndLine();
 
-        /// Adds lines that are whole. Control characters that are left in them are escaped.
+        /// Adds lines that are whole. Escapes control characters that are left in them.
         void AddLines(char const * szLines);
 
         /// Writes a section: the lines that Call adds. If a fault or nLimit milliseconds end it early, its whole lines

@@ -114,7 +114,7 @@ namespace
         }
     }
 
-    // Finds where the last lines of a text begin. A last line without an end counts too.
+    // Returns where the last nLines lines of a text begin. A last line without an end counts too.
     char const * LastLines(char const * szText, std::size_t nText, int nLines)
     {
         char const * p = szText + nText - (nText > 0 && szText[nText - 1] == '\n' ? 1 : 0);

@@ -34,9 +34,9 @@ namespace
             WriteText(Line);
         }
 
-        unsigned WriteSource(std::uint64_t Address, unsigned nLastLine) override
+        unsigned WriteSource(std::uint64_t Address, unsigned iLastLine) override
         {
-            return g_ExceptionReport.LogSourceString(static_cast<std::uintptr_t>(Address), nLastLine);
+            return g_ExceptionReport.LogSourceString(static_cast<std::uintptr_t>(Address), iLastLine);
         }
 
         std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override
@@ -101,7 +101,7 @@ namespace
         }
     }
 
-    // Returns false if the line does not fit; it is then left out.
+    // Appends a line to the dialog's text. Returns false and leaves the line out if it does not fit.
     bool AddToDialog(char const * szLine, Text_c & DialogText)
     {
         std::size_t const nBefore = DialogText.GetLength();

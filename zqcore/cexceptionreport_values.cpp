@@ -1,5 +1,5 @@
 // Writes the variables of a frame with their members and values. They lie in the crashed program's memory, so each read
-// is guarded. Of a variable that can't be read, a line names it.
+// is guarded. A line names each variable that can't be read.
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/cexceptionreport_internal.h"
 
@@ -65,7 +65,7 @@ namespace
         return bRead;
     }
 
-    // Returns false if the value can't be read. Values of sizes that no basic type has are left out.
+    // Adds a value. Returns false if it can't be read. Adds nothing and returns true for a size that no basic type has.
     bool AddValue(plat::Symbols_c & Symbols, Value_t const & Value, Text_c & Text)
     {
         plat::SymbolBase_e const eBase = Symbols.TypeBase(Value.iType);
@@ -94,7 +94,7 @@ namespace
         }
     }
 
-    // Reads the bits of a bit field from the unit that holds it. Returns false if that can't be read.
+    // Adds the value of a bit field, from the unit that holds it. Returns false if that can't be read.
     bool AddBits(plat::SymbolMember_t const & Member, std::uintptr_t Address, Text_c & Text)
     {
         std::uint64_t nUnit = 0;
@@ -152,7 +152,7 @@ namespace
         return PRINTED_MEMBERS;
     }
 
-    // Returns false if its value can't be read.
+    // Writes a variable that lies in memory; skips others. Returns false if its value can't be read.
     bool WriteVariable(plat::Symbols_c & Symbols, plat::SymbolVariable_t const & Variable)
     {
         if (Variable.bFunction || Variable.ePlace != plat::PLACE_MEMORY)

@@ -35,7 +35,7 @@ namespace
         plat::FileClose(hFile);
     }
 
-    // An open file, closed at the end of its scope, which a host's exception may end.
+    // An open file. The end of its scope closes it, even if an exception of a host's receiver ends the scope.
     class Tracked_c
     {
     public:
@@ -114,7 +114,7 @@ namespace
         return nRead;
     }
 
-    // Leaves a lock for a scope.
+    // Scope outside of a lock: leaves it, and enters it again at the end.
     class UnlockScope_c
     {
     public:
@@ -206,7 +206,7 @@ int File_c::RefOpen()
         {
             if (!m_pWhyNot)
             {
-                SetWhyNot("it can't be read");   // a kind of a library above gave no reason
+                SetWhyNot("it can't be read");   // a kind of a library above stored no reason
             }
             return m_bLost ? 0 : GetOpensCount();
         }

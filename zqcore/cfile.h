@@ -18,8 +18,7 @@
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
 // size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
 // SetTextErrorLog(true) (ctexterror.h) each failed open or Load is also logged as "%s: %s" with the reason after the
-// caller's name, or after the full path if the caller gave an object. These are an Achtung
-// (cdebug.h) too:
+// caller's name, or after the full path if the caller passed an object. These are an Achtung (cdebug.h) too:
 // - a known file that the system does not open, except packs and names in ".bin" (FileOpenTracker, cfilelog.h).
 // - a duplicate (bDuplicate) that FileOpen opens or FileOpenStored finds.
 //
@@ -122,8 +121,7 @@ protected:
     /// never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
-    /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for each reason. Any
-    /// thread.
+    /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for each reason. Any thread.
     bool SetWhyNot(char const * szReason);
 
     /// Logs the full path and the reason if SetTextErrorLog is on. Returns false. Any thread.
@@ -133,7 +131,7 @@ protected:
     void CountRead();
 
     /// Fires g_FileOpenCallbacker with GetFullPath, not forced, if g_bCollectResource is set. Open, Load and OpenStored
-    /// call it when they have tried to open what they read.
+    /// of a library above call it after they have tried to open what they read.
     void ReportOpen() const;
 
     /// Fires g_FileReadErrorCallbacker with the key, not forced. Returns false.
@@ -159,8 +157,8 @@ private:
     friend class FileRequests_c;
     friend class FileStored_c;
 
-    /// Sets size and times from a stream. Does nothing while the file is resident: size and times then describe the
-    /// block.
+    /// Sets size and times from a stream. Does nothing while the file is resident, because size and times then describe
+    /// the block, or while another thread holds the lock.
     void StoreStreamFacts(plat::FileFacts_t const & Facts);
 
     /// Add and remove a reference. Return the new count. RefOpen returns 0 if the file can't be read.
@@ -199,6 +197,7 @@ public:
     FileOnDisk_c() = default;
     ~FileOnDisk_c() override;
 
+    /// Allocate and free the storage of an object: in the pool, or in the heap if a derived class has another size.
     static void * operator new(std::size_t nBytes);
     static void * operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept;
     static void operator delete(void * pObject, std::size_t nBytes);
@@ -244,9 +243,10 @@ public:
     /// failure and if the stream is closed.
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
-    /// Opens the file and returns true. Stores the current size and times in the file object if it is not resident.
-    /// Fails if the file is open for writing or has 2 GiB or more. On failure fires g_FileReadErrorCallbacker and
-    /// returns false. Asserts that the stream is closed and that g_bFileReadDisabled is not set.
+    /// Opens the file and returns true. Stores the current size and times in the file object, unless it is resident or
+    /// another thread is opening it. Asserts that the stream is closed and that g_bFileReadDisabled is not set. Fails
+    /// if the file is open for writing or has 2 GiB or more. On failure fires g_FileReadErrorCallbacker and returns
+    /// false.
     virtual bool OpenStored();
 
     /// Closes the stream, if it is open, and destroys this object.
@@ -276,8 +276,8 @@ extern ZQ_API bool g_bFileReadDisabled;
 /// is not empty. An empty file asserts, unless FileSetEmptyAllowed allows it, and opens with a length of 0.
 ZQ_API File_c * FileOpen(char const * name);
 
-/// Adds a reference to the contents of a known file and returns true. On failure returns false. Asserts that pFile is
-/// not null and has a key.
+/// Adds a reference to the contents of a known file and returns true. Asserts that pFile is not null and has a key. On
+/// failure returns false.
 ZQ_API bool FileOpen(File_c * pFile);
 
 /// Returns why FileOpen, FileOpenStored or FileAddOneFile failed for this name: File_c::GetWhyNot of a known file. For

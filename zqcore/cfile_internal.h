@@ -96,7 +96,7 @@ private:
     char m_szText[256 + 128];
 };
 
-/// Opens a file as FileOpen does. Does not log the reason of a failure by SetTextErrorLog. For a caller that logs it.
+/// Opens a file as FileOpen does, but does not log the reason of a failure if SetTextErrorLog is on: the caller does.
 File_c * FileOpenUnlogged(char const * name);
 
 /// Logs name and reason of a failure if SetTextErrorLog is on.
@@ -175,7 +175,7 @@ extern FileExcludes_c g_sExcludedFiles;
 extern String_T<256> g_sMediaPath;       // media root as the application set it; empty: to be discovered
 extern String_T<256> g_sCurrentConfig;   // the folder below `_configdependeddata` that a scan enters
 extern String_T<256> g_sMediaTemplate;   // name pattern of the packs
-extern bool g_bSplit;                    // the split filter is on
+extern bool g_bSplit;                    // whether the split filter is on
 extern String_T<256> g_sSplitLocation;   // the folder that holds one folder for each game
 extern String_T<256> g_sGameFolder;      // folder of the current game, with `\` at the end
 extern String_T<256> g_sSplitGame;       // location and game folder
@@ -201,7 +201,7 @@ struct FileOpenTrack_t
 
 inline constexpr int FILE_OPEN_TRACKS = 256;   // length of the list; further handles are only counted
 extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
-extern int g_iMaxOpenFiles;   // more open handles raise a warning
+extern int g_iMaxOpenFiles;   // more open handles raise an Achtung
 
 extern std::uint32_t g_dwFileOpenLogMode;               // a bit for each response log that is written
 extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in the clean response log

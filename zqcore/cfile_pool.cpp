@@ -9,8 +9,8 @@
 
 namespace
 {
-    constexpr int FILES_EXPECTED = 8192;                        // each growth has room for at least a sixteenth
-    static_assert(alignof(FileOnDisk_c) <= MEMORY_ALIGNMENT);   // of the pool's elements
+    constexpr int FILES_EXPECTED = 8192;   // each growth has room for at least a sixteenth of them
+    static_assert(alignof(FileOnDisk_c) <= MEMORY_ALIGNMENT);
 
     // Never destroyed: objects may outlive every destructor of the process.
     GigaPoolResizeable_c & Pool()

@@ -51,7 +51,7 @@ namespace
     constinit plat::Lock_c g_StayerLock;   // guards both lists of stayers
     constinit plat::WakeUp_c g_WakeUp;     // a request was added, or the worker must stop
     constinit std::atomic<bool> g_bStop = false;
-    constinit bool g_bNoWorker = false;     // the system refused a thread
+    constinit bool g_bNoWorker = false;     // whether the system refused a thread
     constinit bool g_bWorkerLost = false;   // set in the child of a fork until it starts a worker
 
     plat::ForkLock_c const g_AsyncForkLock(g_csAsync);
@@ -282,7 +282,7 @@ void FileAsyncStart()
     g_bNoWorker = !g_hAsyncThread.Start(FileRequests_c::Work, nullptr);
     if (g_bNoWorker)
     {
-        Log("FileAsyncStart: the system gives no thread, asynchronous files are read at once");
+        Log("FileAsyncStart: the system starts no thread, asynchronous files are read at once");
         FileRequests_c::ServeAll();
     }
 }

@@ -19,8 +19,8 @@
 // the file was resident. It knows if it held a reference of its own from before the request until after it. A caller
 // that cannot know does not close: the file may then stay in memory, but no reference of another caller is released.
 //
-// Ownership: the caller owns file and buffer. Until the poll that sees a request done, the buffer must exist, and the
-//   file must not be closed, refreshed, killed or reset.
+// Ownership: the caller owns file and buffer. The buffer must exist, and the file must not be closed, refreshed, killed
+//   or reset, until the poll that sees the request done.
 // Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. An open or a close
 //   of that file, or the shutdown of the module, waits for the read and raises the worker to the normal class
 //   meanwhile. On a system that cannot raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c

@@ -35,7 +35,7 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// - another major version, or too few bytes.
 /// - a text that does not fit its checksum.
 /// - two entries of one name, or a file without its folder.
-/// - more folders or files than the tables have room for.
+/// - more folders than the table of one load has room for, or more files than g_sFileObjects has.
 ///
 /// Bytes after the last record are not read. A load adds to what the tables hold already:
 /// - Files that were registered before stay, with their folders, except for the cache's own folder.
@@ -46,8 +46,8 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 ZQ_API bool FilesystemCacheLoad();
 
 /// Sets whether scans store the size and time of each folder, and FilesystemCacheSave writes them after the records,
-/// for FilesystemCacheIsCurrent. False at start. Must be called before the scan. Costs one system call for each folder.
-/// ModuleFile_c::CheckCache does all of this.
+/// for FilesystemCacheIsCurrent. False at start. Requires a call before the scan. Costs one system call for each
+/// folder. ModuleFile_c::CheckCache does all of this.
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
 /// Returns whether no folder of the cache that FilesystemCacheInit named has changed since it was scanned. A folder has
@@ -64,9 +64,9 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 ZQ_API bool FilesystemCacheIsCurrent();
 
 /// Writes the folders and files below the media root to the cache sFile, except for a file with the bare name of sFile.
-/// The new cache replaces the old one in one step (FileReplacement_c). On failure the old one stays, with a log line. A
-/// process that is killed meanwhile leaves a file beside the cache that no scan registers. No cache is written in these
-/// cases:
+/// The new cache replaces the old one in one step (FileReplacement_c). On failure logs a line, and the old one stays,
+/// unless only the new name could not be synchronized. A process that is killed meanwhile leaves a file beside the
+/// cache that no scan registers. No cache is written in these cases:
 /// - there is no media root.
 /// - sFile is null, which asserts, or has more than 255 characters.
 /// - scans could not see all below the root (FileScanIsWhole).

@@ -5,7 +5,7 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cserialize.h"
 
-/// Returns the index of a folder's text relative to the media root.
+/// Returns the CRC-32 of a text: the index of a folder by its text relative to the media root.
 inline std::uint32_t CacheIndexOf(char const * szRelative)
 {
     return GetCrc32Polynomial(szRelative, static_cast<int>(std::strlen(szRelative)));
@@ -52,7 +52,7 @@ struct CacheStamp_s
 };
 inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
 
-/// Word after the last record, if a stamp for each folder follows.
+/// Word after the last record, if a stamp for each folder follows: the bytes "ZQFS" (docs/formats.md).
 inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
 
 /// Does what FilesystemCacheSave does. Returns whether the cache was written.

@@ -23,12 +23,12 @@ Array_T<String_T<256>, 1024, 0> g_dCleanNames;
 
 namespace
 {
-    constexpr int LIMIT_STEP = 10;   // open handles between two warnings
+    constexpr int LIMIT_STEP = 10;   // open handles between two complaints
 
     constinit plat::Lock_c g_TrackerLock;   // guards the list, its limit and the count below
     plat::ForkLock_c const g_TrackerForkLock(g_TrackerLock);
     int g_nUnlisted = 0;                              // open handles that found no room in the list
-    ZQ_THREAD_LOCAL bool g_bTrackerDumping = false;   // logging may open files: this thread's calls are ignored
+    ZQ_THREAD_LOCAL bool t_bTrackerDumping = false;   // logging may open files: this thread's calls are ignored
 
     bool IsValid(void const * hFile)
     {
@@ -49,7 +49,7 @@ namespace
 
     ZQ_COLD void Dump()
     {
-        ValueScope_T const Dumping(g_bTrackerDumping, true);
+        ValueScope_T const Dumping(t_bTrackerDumping, true);
         String_T<260> sName;
         for (int i = 0; CopyName(i, sName); ++i)
         {
@@ -124,7 +124,7 @@ namespace
 
 void FileOpenTracker(void * hFile, char const * sName)
 {
-    if (g_bTrackerDumping)
+    if (t_bTrackerDumping)
     {
         return;
     }
@@ -147,7 +147,7 @@ void FileOpenTracker(void * hFile, char const * sName)
 
 void FileCloseTracker(void * hFile)
 {
-    if (g_bTrackerDumping || !IsValid(hFile))
+    if (t_bTrackerDumping || !IsValid(hFile))
     {
         return;
     }
@@ -249,7 +249,7 @@ namespace
     struct Report_s
     {
         std::uint32_t dwMode;   // replaces g_dwFileOpenLogMode
-        bool bReceived;         // by ResourceLoadCallback
+        bool bReceived;         // whether ResourceLoadCallback received it
     };
     ZQ_THREAD_LOCAL Report_s * t_pReport = nullptr;   // the call of this thread, or null
 

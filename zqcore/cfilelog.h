@@ -25,7 +25,7 @@
 extern ZQ_API bool g_bCollectResource;
 
 /// Notes an attempt to open a file: the handle, or null or -1 for a failure, and the name. The list holds a copy of the
-/// name.
+/// name, cut at 259 characters.
 /// - Raises an Achtung, and logs the list, when more than 50 handles are open, and again at each further 10.
 /// - Raises an Achtung for a failed open, unless the name is null or ends as the packs of the media template do or
 ///   in ".bin". Case does not matter.

@@ -181,7 +181,7 @@ void FileSetMediaTemplate(char const * sTemplate)
         return;
     }
     ZQ_ASSERT_EX(!std::strchr(pStar + 1, '*'), "media template '%s' has more than one '*'", sTemplate);
-    ZQ_ASSERT_EX(pStar[1] == '.', "media template '%s' has no dot behind its '*'", sTemplate);
+    ZQ_ASSERT_EX(pStar[1] == '.', "media template '%s' has no dot after its '*'", sTemplate);
     if (pStar[1] == '.' && !std::strchr(pStar + 1, '*'))
     {
         g_sMediaTemplate = sTemplate;

@@ -6,7 +6,8 @@
 
 namespace
 {
-    // Returns a word with the top bit set in each byte that equals this character.
+    // Returns a word with the top bit set in each byte that equals this character (Warren, Hacker's Delight,
+    // section 6-1).
     std::uint64_t EightMatches(std::uint64_t iText, char c)
     {
         constexpr std::uint64_t EACH = 0x0101010101010101u;

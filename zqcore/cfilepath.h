@@ -9,11 +9,11 @@
 // lower case leads to the one without capitals. If all have capitals, it leads to the first in byte order. The scan
 // enters that one. A second file is a duplicate; a second folder, or an entry of another kind, is skipped. A scan also
 // skips, with a log line:
-// - names that are not UTF-8 or hold a `\`, and keys that begin with a drive, as `a:b` does;
-// - pipes, sockets and devices;
-// - folders that can't be read, or whose path has more than 255 characters;
-// - entries of which the system reports no facts;
-// - folders of another configuration (SetPQXCurrentConfig);
+// - names that are not UTF-8 or hold a `\`, and keys that begin with a drive, as `a:b` does.
+// - pipes, sockets and devices.
+// - folders that can't be read, or whose path has more than 255 characters.
+// - entries of which the system reports no facts.
+// - folders of another configuration (SetPQXCurrentConfig).
 // - a folder that the scan has entered already, by a link or as the target of one.
 //
 // Without a log line it skips:
@@ -70,7 +70,7 @@ ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativ
 /// paths of the scans, as in the functions below.
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
-/// Why a scan skips an entry of a folder, or enters it in another way than its name says.
+/// Reasons why a scan skips an entry of a folder, or enters it in another way than its name says.
 enum class FileSkip_e
 {
     Duplicate,       // another file has its key
@@ -85,7 +85,7 @@ enum class FileSkip_e
     NotUtf8,         // its name is not UTF-8
     NoRegularFile,   // a pipe, socket or device
     Unreadable,      // a folder that can't be read
-    Unknown,         // the system can't tell what it is
+    Unknown,         // the system reports no facts of it
     LinkToEntered,   // a link to a folder that the scan has entered
     EnteredByLink,   // a folder that the scan has entered by a link
     Configuration,   // a folder of another configuration
@@ -105,11 +105,11 @@ struct FileSkip_t
     File_c const * pFirst;   // of a duplicate: the file that has its key, or else null
 };
 
-/// Fired, forced, for each entry that a scan skips, and for those that it enters in another way than their names say. A
-/// receiver must not change the tables. These are not reported:
-/// - links whose target is missing
-/// - excluded names and unfinished saves of which the system reports no facts
-/// - folders below the path of a scan that is not recursive
+/// Event that fires, forced, for each entry that a scan skips, and for those that it enters in another way than their
+/// names say. A receiver must not change the tables. These are not reported:
+/// - links whose target is missing.
+/// - excluded names and unfinished saves of which the system reports no facts.
+/// - folders below the path of a scan that is not recursive.
 extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 
 /// Calls FileResetFiles. The flag is not used.

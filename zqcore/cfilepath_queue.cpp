@@ -3,7 +3,7 @@
 
 namespace
 {
-    bool g_bOverflowReported = false;   // of the table of files; reported once in a process
+    bool g_bOverflowReported = false;   // whether the full table of files was reported, once in a process
 
     char const * FolderOf(File_c const & File)
     {

@@ -18,7 +18,7 @@ namespace
         "its name is cut to 127 characters", "it is larger than 2 GiB and can't be opened",
         "its relative name takes more than 127 characters", "its path is too long",
         "it differs from another entry in case only", "its name begins like a drive", "its name holds a '\\'",
-        "its name is not UTF-8", "it is no regular file", "it can't be read", "the system can't tell what it is",
+        "its name is not UTF-8", "it is no regular file", "it can't be read", "the system does not report what it is",
         "it is a link to a folder of this scan", "the scan was in it by a link already",
         "it is of another configuration", "it is of another game", "its name is excluded",
         "by its name it was never finished" };

@@ -32,8 +32,8 @@ public:
     /// Type of a reason's text.
     using Reason_t = String_T<128>;
 
-    /// Makes the missing folders of szFile and an empty file beside it. szFile has at most 255 characters and need not
-    /// exist. On failure all later calls fail for that reason.
+    /// Makes the missing folders of szFile and, with the rights eRights, an empty file beside it. szFile has at most
+    /// 255 characters and need not exist. On failure all later calls fail for that reason.
     explicit FileReplacement_c(char const * szFile, plat::Rights_e eRights = plat::Rights_e::Shared)
         : FileReplacement_c(szFile, eRights, nullptr)
     {}

@@ -12,7 +12,8 @@
 // A load changes nothing on the disk. It returns one of these states:
 // - whole: OpenFile returns the archive.
 // - absent: there is no save. Start from the beginning.
-// - unreadable: the system refuses the file, or it is no regular file. It may be good, so it must not be replaced.
+// - unreadable: the system refuses the file, or it is no regular file of less than 2 GiB. It may be good, so it must
+//   not be replaced.
 // - damaged: length or CRC-32 do not match. PutAside keeps the file under another name; a previous save may be good.
 // - newer, older: whole, of a version that the caller does not read. Ask the player before it is replaced.
 //

@@ -10,8 +10,8 @@ inline constexpr std::size_t SAVE_SEAL_SIZE = 16;
 struct SaveCheck_t
 {
     FileSave_c::State_e eState = FileSave_c::WHOLE;
-    bool bMark = false;       // the bytes have the mark of a seal
-    bool bChecksum = false;   // they end in the CRC-32 of all bytes before it
+    bool bMark = false;       // whether the bytes have the mark of a seal
+    bool bChecksum = false;   // whether they end in the CRC-32 of all bytes before it
     FileReplacement_c::Reason_t sWhyNot;
 };
 

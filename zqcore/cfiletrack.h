@@ -58,9 +58,9 @@ ZQ_API String_T<1024> FileTrackGetProblem();
 ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
 /// Reports what has changed since the last call. Waits at each changed file until no process has it open for writing:
-/// 10 ms in any case, and at most 5 seconds. If one still has after that time, the change is logged and lost. If the
-/// file is no longer at its path, the change is logged and lost without a wait. A call from within the callback does
-/// nothing.
+/// 10 ms in any case, and at most 5 seconds. If one still has it open after that time, the change is logged and lost.
+/// If the file is no longer at its path, the change is logged and lost without a wait. A call from within the callback
+/// does nothing.
 ZQ_API void FileTrackDoWork();
 
 /// Ends the watch, if there is one, and empties the list of extensions.

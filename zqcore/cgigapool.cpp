@@ -402,7 +402,7 @@ inline void GigaPoolResizeable_c::OpenGroup()
     }
 }
 
-// Must be called before each change of a chunk.
+// Closes the open group, if there is one. Each change of a chunk requires this first.
 inline void GigaPoolResizeable_c::CloseGroup()
 {
     if (m_Open.IsOpen())

@@ -65,7 +65,8 @@ public:
 
     /// Allocates storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Negative values
     /// count as 0. Asserts that the pool has no storage, and that there are at most MAX_ELEMENTS; if the developer
-    /// continues, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS.
+    /// continues, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS. If the memory can't be
+    /// allocated, asserts, and Alloc returns null.
     void Init(int iElements, int iElementSize);
 
     /// Uses storage of the caller, which must outlive the pool or its Reset, and nothing of the heap. It holds as many

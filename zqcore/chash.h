@@ -77,8 +77,8 @@ private:
     int m_nUsed = 0;   // words that are not free
 };
 
-/// Table of objects of type T by names of at most KEYLEN - 1 characters, exact case. SIZE is a power of 2; STEP is
-/// the distance from one slot of a chain to the next.
+/// Table of objects of type T by names of at most KEYLEN - 1 characters, exact case. SIZE is a power of 2, at most
+/// 32,768; STEP is the distance from one slot of a chain to the next.
 template <typename T, int KEYLEN, int SIZE, int STEP>
 class StringHash_T
 {
@@ -105,8 +105,8 @@ public:
 
     constexpr StringHash_T() = default;
 
-    /// Adds an object under a name. Returns a HashAdd_e. A deleted slot in the chain is used at once, so that a key
-    /// further along the chain is not seen: it may be in the table twice then.
+    /// Adds an object under a name. Returns a HashAdd_e. Uses the first deleted slot of the chain, even if the same
+    /// name lies further along it: the name is then in the table twice.
     int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
 
     /// A name to add in two steps, for many names in a row: Prepare prefetches what Add reads, while the caller does
@@ -201,9 +201,9 @@ private:
     std::uint32_t m_dTaken[SIZE / 32 + 1] = {};   // a bit for each slot that has an object
     NameIndex_T<SIZE * 2> m_Index;
     std::uint16_t m_dSkip[SIZE] = {};   // steps from here over occupied slots only; 0: not known
-    bool m_bHoles = false;              // something was deleted, so m_dSkip may be wrong
-    bool m_bUsed = false;               // since the last Reset
-    bool m_bTwins = false;   // a key may be in the table twice; the earlier slot of the chain hides the later one
+    bool m_bHoles = false;              // whether something was deleted, so that m_dSkip may be wrong
+    bool m_bUsed = false;               // whether an entry was added since the last Reset
+    bool m_bTwins = false;   // whether a key may be in the table twice; the earlier slot of the chain hides the other
 };
 
 /// Hash of an IndexHash_T that uses the low bits of the key.

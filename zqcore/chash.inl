@@ -1,8 +1,8 @@
 // chash.inl: bodies of the tables.
 #pragma once
 
-/// Compares words of eight bytes. Names were often copied by such words just before, and a processor forwards a store
-/// fastest to a load of the same width.
+/// Returns whether two texts of nLength characters are equal. Compares words of eight bytes: names were often copied by
+/// such words just before, and a processor forwards a store fastest to a load of the same width.
 inline bool SameText(char const * pA, char const * pB, std::size_t nLength)
 {
     constexpr std::size_t WORD = sizeof(std::uint64_t);

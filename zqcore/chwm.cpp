@@ -32,15 +32,15 @@ StaticMemoryPool_c::~StaticMemoryPool_c()
         int const nOut = Group.pPool->WaterMark();
         std::size_t const nBytes = static_cast<std::size_t>(nOut) * Group.element_size;
         int const iPeak = Group.pPool->HighWaterMark();
-        char const * const sName = m_sName;
+        char const * const szName = m_sName;
         if (nBytes > 0)
         {
-            Debugf("pool %s group %u: leaked %zu bytes in %i allocations, high-water-mark %i", sName,
+            Debugf("pool %s group %u: leaked %zu bytes in %i allocations, high-water-mark %i", szName,
                 Group.element_size, nBytes, nOut, iPeak);
         }
         else
         {
-            Debugf("pool %s group %u: high-water-mark %i", sName, Group.element_size, iPeak);
+            Debugf("pool %s group %u: high-water-mark %i", szName, Group.element_size, iPeak);
         }
         delete Group.pPool;
         Group.pPool = nullptr;
@@ -80,7 +80,7 @@ void StaticMemoryPool_c::SetPools()
 // Handles all cases, including large blocks and those that end in Abort.
 void * StaticMemoryPool_c::AllocSlow(unsigned int nBytes, bool bArray)
 {
-    char const * const sName = m_sName;
+    char const * const szName = m_sName;
     for (AllocGroup_s const & Group : m_dGroups)
     {
         if (nBytes > Group.element_size)
@@ -94,9 +94,9 @@ void * StaticMemoryPool_c::AllocSlow(unsigned int nBytes, bool bArray)
         {
             return p;
         }
-        Abort("pool %s: %u bytes group too small (%u items)", sName, Group.element_size, Group.elements_total);
+        Abort("pool %s: %u bytes group too small (%u items)", szName, Group.element_size, Group.elements_total);
     }
-    Abort("pool %s: allocation size %u too big", sName, nBytes);
+    Abort("pool %s: allocation size %u too big", szName, nBytes);
 }
 
 int StaticMemoryPool_c::IsValid(void const * pPtr)

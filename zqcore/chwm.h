@@ -42,9 +42,9 @@ public:
     /// classes; a further one is not added.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
-    /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Ends in Abort if no
-    /// class has that size. Blocks of a class whose size is a multiple of 16 are aligned to 16 bytes. bArray marks an
-    /// array; Free compares it with its own.
+    /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Blocks of a class whose
+    /// size is a multiple of 16 are aligned to 16 bytes. bArray marks an array; Free compares it with its own. Ends in
+    /// Abort if all classes are smaller, or if there is no memory for a chunk.
     void * Alloc(unsigned int nBytes, bool bArray);
 
     /// Frees a block and returns true. Asserts that the block is allocated, and with this bArray. A block is freed even
@@ -60,8 +60,8 @@ public:
     /// Sets the peaks of all classes to 0.
     void ResetHighWaterMarks();
 
-    /// Returns the most blocks of a class that were allocated at once. Asserts that 0 <= iGroup < number of classes;
-    /// otherwise returns -1.
+    /// Returns the most blocks of a class that were allocated at once. iGroup is 0 for the smallest class. Asserts that
+    /// 0 <= iGroup < number of classes; otherwise returns -1.
     int GetHighWaterMark(int iGroup);
 
 private:

@@ -39,7 +39,7 @@ namespace
     wchar_t g_wszFolder[WIDE_PATH_SIZE];
     wchar_t g_wszFile[WIDE_PATH_SIZE];
     constinit Link_T<Listener_t> * g_pListeners = nullptr;
-    constinit bool g_bOpened = false;   // LogInit has created the log's file
+    constinit bool g_bOpened = false;   // whether LogInit has opened the log's file
     constinit LogStream_c g_MessageLog;
 
     constinit plat::Lock_c

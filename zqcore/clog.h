@@ -44,15 +44,15 @@ ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
 
 /// Opens the main log, "message.log" if no name was set, and adds its writer to the listeners, once. Makes the missing
 /// levels of its folder. Empties the log of a previous run, unless another process has it open as its log. Does nothing
-/// if no folder was set or the log is open.
+/// if no folder was set or the log is open. On failure the log stays closed, and its lines are lost.
 ZQ_API void LogInit();
 
 /// Removes all listeners and closes the main log.
 ZQ_API void LogDone();
 
 /// Limits each file of the main log and of the named logs to nBytes; 0, as at start, means no limit. Any thread.
-/// - After the line that exceeds the limit, a new file is begun. The full one gets ".1" at the end of its name,
-///   previous ones ".2" to ".nPrevious". With nPrevious 0 the file is emptied instead.
+/// - After the line that exceeds the limit, the log begins a new file. The full one gets ".1" at the end of its name,
+///   previous ones ".2" to ".nPrevious". If nPrevious is 0 or negative, the log empties the file instead.
 /// - Lines that other threads write meanwhile may go to the full file.
 /// - A stream that the host has set has no limit.
 ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);

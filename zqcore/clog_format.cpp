@@ -15,7 +15,8 @@ namespace
 {
     constexpr float FIXED_LIMIT = 1e9f;   // seconds; longer times are printed by snprintf
 
-    // Returns how many of eight characters precede the first '%'; 8 without one.
+    // Returns how many of eight characters precede the first '%'; 8 without one. The test is A. Mycroft's for a zero
+    // byte in a word (1987).
     std::ptrdiff_t LengthBeforePercent(std::uint64_t iText)
     {
         static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
@@ -27,7 +28,7 @@ namespace
     constexpr std::uint64_t EACH_BYTE = 0x0101010101010101u;
     constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
 
-    // Returns a word with some high bit set if a byte is below a blank, is DEL, or is above. A bit may be set for plain
+    // Returns a word with some byte's high bit set if a byte is below a blank or above '~'. A bit may be set for plain
     // bytes too.
     std::uint64_t OthersIn(std::uint64_t iText)
     {
@@ -412,8 +413,8 @@ namespace
         return bWide;
     }
 
-    // The slow path, for all formats. The C library stops at wide text that the locale can't represent, so formats with
-    // wide text are written here.
+    // The slow path, for all formats. The C library stops at wide text that the locale can't represent, so this
+    // function writes formats with wide text itself.
     ZQ_COLD void FormatAny(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
     {
         if (!HasWide(fmt))
@@ -453,7 +454,7 @@ namespace
         }
     }
 
-    // FormatText that also returns whether the whole text is known to be plain.
+    // Does what FormatText does, and sets bPlain to whether the whole text is known to be plain.
     std::size_t Format(char * szOut, std::size_t nSize, char const * fmt, std::va_list args, bool & bPlain)
     {
         Output_c Output(szOut, nSize);

@@ -23,8 +23,8 @@ std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize);
 /// complaint.
 std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
-/// FormatLine of the arguments after fmt, which is a parameter of the variadic function that uses this. A macro,
-/// because only that function itself can reach its arguments.
+/// Calls FormatLine with the arguments after fmt, which is a parameter of the variadic function that uses this. It is a
+/// macro, because only that function itself can reach its arguments.
 #define ZQ_FORMAT_LINE(szOut, nSize, fmt)                                                                              \
     do                                                                                                                 \
     {                                                                                                                  \
@@ -38,8 +38,9 @@ std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::v
 /// Returns whether a text consists of printable ASCII characters.
 bool IsPlainText(char const * pText, std::size_t nText);
 
+/// Bytes that the start of a line may need before pEnd.
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;
 
 /// Writes the start of a line of the main log, as "%8.3f\t%i\t" formats it, so that it ends at pEnd. Returns where it
-/// begins. It has at most LINE_PREFIX_SIZE - 1 characters and no terminator.
+/// begins. It has at most LINE_PREFIX_SIZE - 1 characters and no terminator. tPassed is in seconds.
 char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame);

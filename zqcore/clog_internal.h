@@ -27,8 +27,8 @@ public:
     /// Writes a text that ends with its line end. Returns false if it is lost; the loss is counted.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
-    /// Starts a new file if this one has outgrown the limit of LogSetLimit. The logs call it after each line.
-    /// Path(szPath) writes the path that the own stream was opened with.
+    /// Starts a new file if this one has outgrown the limit of LogSetLimit. The logs call it after each line of
+    /// nLine bytes. Path(szPath) writes the path that the own stream was opened with.
     template <typename PATH>
     void Limit(std::FILE * pStream, std::size_t nLine, PATH const & Path)
     {
@@ -44,6 +44,7 @@ public:
 
     static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;   // bytes of a path that Limit asks for
 
+    /// Returns whether there are lost lines to report, or the last line that was written has no end.
     bool HasLost() const { return m_nLost.load(std::memory_order_relaxed) != 0; }
 
     /// Sets the number of lost lines to 0 and returns what it was.
@@ -84,7 +85,7 @@ void LogWriteBare(char const * pLine, std::size_t nLine);
 /// and what other threads still write to it is dropped.
 void LogCloseInCrash();
 
-/// Appends lines to the main log's file after the last destructor of the library, when no listener may be called. Once
-/// LogInit has opened a log, a log that LogDone has closed is opened again at the path of LogSetFile. The last line
-/// may lack its line end.
+/// Appends lines to the main log's file after the last destructor of the library, when no listener may be called. If
+/// the log that LogInit opened is closed, opens the file at the path of LogSetFile again. The last line may lack its
+/// line end.
 void LogWriteLate(char const * szText);

@@ -35,7 +35,7 @@ namespace
 
     wchar_t g_wszLogPath[WIDE_PATH_SIZE];
     constinit StringHash_T<LogFile_t, 64, 64, 1> g_sLogFiles;
-    constinit LogStream_c g_Unlisted;   // shared by all logs that are not in the full table
+    constinit LogStream_c g_Unlisted;   // shared by all logs for which the table has no room
     constinit ModuleLog_c g_ModuleLog;
 
     // Guards the table. Nothing is allocated or freed under it: the heap's hook logs under the heap's lock.

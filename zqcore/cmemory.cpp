@@ -34,7 +34,7 @@ namespace
     constinit CategoryStacks_t g_Stacks;   // by the threads' numbers; under g_CategoryLock
 
     // A thread that pushes gets the lowest free number until it ends. The system's own thread numbers hardly ever
-    // repeat, and stacks are never removed, so short threads would use them up.
+    // repeat, and stacks are never removed, so short threads would fill the table.
     class ThreadNumbers_c
     {
     public:
@@ -145,7 +145,7 @@ namespace
     }
 
     constinit std::atomic<MemoryReport_t> g_fnReport = nullptr;
-    constinit std::atomic<bool> g_bLeaving = false;   // the library's objects are destroyed
+    constinit std::atomic<bool> g_bLeaving = false;   // whether the library's objects are destroyed
 
     // The receiver of the heap's reports.
     void CoreReport(char const * szText)
@@ -233,7 +233,7 @@ void MemCategoryStack_c::Add(mem::Categories_e category)
     {
         ++m_dStack[top].m_iCallCount;
     }
-    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer ignored it; the deepest entry stays
+    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer ignored the assertion; the deepest entry stays
     {
         m_dStack[++top] = Entry_s{ category, 1 };
     }

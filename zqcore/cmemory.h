@@ -13,8 +13,8 @@
 // All this is the debug heap. A library that is built with ZQCORE_HEAP=ship, and the target zqcore::ship, have the heap
 // of a shipped game instead. It keeps categories, counters and reports, adds 16 bytes to a block and takes no lock:
 // - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly
-//   different moments. Peaks of categories are those that readers saw. The peak of all bytes may be missed by 128
-//   blocks or 512 KiB of a thread and category.
+//   different moments. Peaks of categories are those that readers saw. The peak of all bytes may lack up to 128 blocks,
+//   or 512 KiB, of each thread and category.
 // - Byte figures are those of the callers. Memory is not filled, damage is not found, lost blocks are not reported, and
 //   the snapshot has a line for each category.
 //
@@ -132,7 +132,8 @@ namespace mem
 }
 
 /// The word of a block: 32 bits that the heap stores with it. They are the kind in the low 16 bits, the category in the
-/// 15 bits above, and MEMORY_OBJECT_FLAG in the top bit. The kinds are the three _BLOCK values.
+/// 15 bits above, and MEMORY_OBJECT_FLAG in the top bit. The kinds are the three _BLOCK values, with the numbers
+/// of the Windows debug heap (_NORMAL_BLOCK and others).
 inline constexpr int MEMORY_NORMAL_BLOCK = 1;
 inline constexpr int MEMORY_CRT_BLOCK = 2;
 inline constexpr int MEMORY_CLIENT_BLOCK = 4;
@@ -222,8 +223,8 @@ extern ZQ_API plat::Lock_c & g_CategoryLock;
 extern ZQ_API std::atomic<bool> g_MemoryInit;
 
 /// Return a block in which (pointer + nOffset) is aligned to nAlignment, a power of 2. nOffset is 0 or below nSize. The
-/// block's word is iBlockType, unlike that of operator_new (MemoryBlockWord). They return null on exhaustion, and on a
-/// bad alignment or offset, which they also report and note in errno.
+/// block's word is iBlockType, unlike that of operator_new (MemoryBlockWord). On exhaustion they do what operator_new
+/// does. On a bad alignment or offset they report it, set errno to EINVAL and return null.
 ZQ_API void * aligned_malloc_dbg(
     std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
 ZQ_API void * aligned_offset_malloc_dbg(
@@ -251,6 +252,7 @@ ZQ_API void * get_block_from_aligned(void * p);
 /// header's gap bytes do not match.
 ZQ_API void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t nOffset);
 
+/// Allocate a block of ZQ_NEW, as the functions of CoreMemory do.
 inline void * operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
 {
     return CoreMemory::operator_new(nBytes, iBlockType, sFile, iLine);

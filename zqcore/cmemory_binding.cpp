@@ -2,8 +2,8 @@
 //
 // The library replaces both for the whole process. Another module's operators may come first: if the library is loaded
 // through another library or a plugin, or if a checker has operators of its own. A foreign `delete` would then get the
-// library's blocks. So each form of the operators is tried when the library is loaded. If a form is foreign, the
-// library allocates by it too.
+// library's blocks. So the library tries each form of the operators when it is loaded. If a form is foreign, the
+// library allocates with it too.
 #include "zqcore/cmemory_internal.h"
 
 #include <cerrno>
@@ -16,7 +16,7 @@ namespace
 {
     constexpr std::size_t PROBE_BYTES = 24;
 
-    // Stores the pair in Foreign and returns true if a part of it is foreign. The library's own part is replaced by the
+    // Stores the pair in Foreign and returns true if a part of it is foreign. Replaces the library's own part by the
     // next module's, because a program may contain a `new` of its own runtime without the `delete`, or the reverse.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> plat::Operators_t::*pPair, plat::Operators_t & Foreign,

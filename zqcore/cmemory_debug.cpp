@@ -15,7 +15,7 @@ constinit MemoryCounters_s g_MemoryCounters = {};
 
 namespace
 {
-    // For numbers that are written under the lock and read without it.
+    // Adds to a number that is written under the lock and read without it.
     template <typename NUMBER>
     void AddUnderLock(std::atomic<NUMBER> & Number, NUMBER iChange)
     {
@@ -91,7 +91,7 @@ namespace
                && plat::MemoryIsReadable(pOperation, 1);
     }
 
-    // The line of the leak report for a block that describes itself.
+    // Adds the description of a block that describes itself to the leak report.
     void CoreDumpHook(plat::HeapBlock_t const & Block)
     {
         if (!(Block.dwWord & MEMORY_OBJECT_FLAG))

@@ -49,10 +49,10 @@ struct MemoryStack_s
     MemCategoryStack_c * pStack = nullptr;   // null if the thread never pushed
     MemoryFigures_s * pFigures = nullptr;    // of a shipped game's heap; null before its first use
     std::uint32_t nNumber = 0;               // of the stack, from 1 on; 0 without a stack
-    bool bComplaining = false;
+    bool bComplaining = false;               // whether a complaint of the allocator runs
 };
 
-/// The calling thread's.
+/// State of the calling thread.
 extern ZQ_THREAD_LOCAL constinit MemoryStack_s t_MemoryStack;
 
 /// Hash of a thread's number: the CRC-32 of its four bytes, lowest first. The library assigns the numbers.
@@ -61,6 +61,7 @@ struct ThreadIdHash_s
     static std::uint32_t Of(std::uint32_t iThread) { return GetCrc32Polynomial4(iThread); }
 };
 
+/// Stacks of all threads, by the threads' numbers.
 using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>;
 
 /// Figures of all categories of the debug heap. Each kind of figure is one array, so a check reads two short runs of
@@ -145,7 +146,7 @@ void MemoryThreadEnd();
 /// Ends in Abort, which names the bytes that could not be allocated.
 [[noreturn]] bool MemoryOnExhausted(std::size_t nBytes);
 
-/// Reports why an alignment is refused, sets errno and returns false.
+/// Reports why an alignment is refused, sets errno to EINVAL and returns false.
 ZQ_COLD bool MemoryRefuseAlignment(char const * szReason);
 
 /// Returns whether the alignment and the offset of a block are valid. Reports why not.

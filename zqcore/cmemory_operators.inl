@@ -119,11 +119,15 @@ namespace CoreMemory
 ZQ_API void * operator new(std::size_t n) { return OrThrow(New(g_ForeignOperators.Plain, n)); }
 ZQ_API void * operator new[](std::size_t n) { return OrThrow(New(g_ForeignOperators.Array, n)); }
 ZQ_API void * operator new(std::size_t n, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.Plain, n); }
-ZQ_API void * operator new[](std::size_t n, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.Array, n); }
+ZQ_API void * operator new[](std::size_t n, std::nothrow_t const &) noexcept
+{ return New(g_ForeignOperators.Array, n); }
 ZQ_API void * operator new(std::size_t n, std::align_val_t i) { return OrThrow(New(g_ForeignOperators.Aligned, n, i)); }
-ZQ_API void * operator new[](std::size_t n, std::align_val_t i) { return OrThrow(New(g_ForeignOperators.AlignedArray, n, i)); }
-ZQ_API void * operator new(std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.Aligned, n, i); }
-ZQ_API void * operator new[](std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.AlignedArray, n, i); }
+ZQ_API void * operator new[](std::size_t n, std::align_val_t i)
+{ return OrThrow(New(g_ForeignOperators.AlignedArray, n, i)); }
+ZQ_API void * operator new(std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept
+{ return New(g_ForeignOperators.Aligned, n, i); }
+ZQ_API void * operator new[](std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept
+{ return New(g_ForeignOperators.AlignedArray, n, i); }
 
 ZQ_API void operator delete(void * p) noexcept { Delete(g_ForeignOperators.Plain, p); }
 ZQ_API void operator delete[](void * p) noexcept { Delete(g_ForeignOperators.Array, p); }
@@ -133,8 +137,12 @@ ZQ_API void operator delete(void * p, std::size_t) noexcept { Delete(g_ForeignOp
 ZQ_API void operator delete[](void * p, std::size_t) noexcept { Delete(g_ForeignOperators.Array, p); }
 ZQ_API void operator delete(void * p, std::align_val_t i) noexcept { Delete(g_ForeignOperators.Aligned, p, i); }
 ZQ_API void operator delete[](void * p, std::align_val_t i) noexcept { Delete(g_ForeignOperators.AlignedArray, p, i); }
-ZQ_API void operator delete(void * p, std::align_val_t i, std::nothrow_t const &) noexcept { Delete(g_ForeignOperators.Aligned, p, i); }
-ZQ_API void operator delete[](void * p, std::align_val_t i, std::nothrow_t const &) noexcept { Delete(g_ForeignOperators.AlignedArray, p, i); }
-ZQ_API void operator delete(void * p, std::size_t, std::align_val_t i) noexcept { Delete(g_ForeignOperators.Aligned, p, i); }
-ZQ_API void operator delete[](void * p, std::size_t, std::align_val_t i) noexcept { Delete(g_ForeignOperators.AlignedArray, p, i); }
+ZQ_API void operator delete(void * p, std::align_val_t i, std::nothrow_t const &) noexcept
+{ Delete(g_ForeignOperators.Aligned, p, i); }
+ZQ_API void operator delete[](void * p, std::align_val_t i, std::nothrow_t const &) noexcept
+{ Delete(g_ForeignOperators.AlignedArray, p, i); }
+ZQ_API void operator delete(void * p, std::size_t, std::align_val_t i) noexcept
+{ Delete(g_ForeignOperators.Aligned, p, i); }
+ZQ_API void operator delete[](void * p, std::size_t, std::align_val_t i) noexcept
+{ Delete(g_ForeignOperators.AlignedArray, p, i); }
 // clang-format on

@@ -113,8 +113,8 @@ namespace
         return iBytes;
     }
 
-    // Adds what a thread's bytes have changed since its last publication to the bytes of all threads, and raises the
-    // peak to the sum. A change below LARGE waits.
+    // Adds the change of a thread's bytes since its last publication to the bytes of all threads, and raises the peak
+    // to the sum. A change below LARGE waits.
     ZQ_COLD void Publish(MemoryFigures_s & Figures)
     {
         std::ptrdiff_t const iChange = BytesOf(Figures) - Figures.iPublished;
@@ -419,7 +419,7 @@ bool MemoryOwnSize(void * p, std::size_t & nBytes)
     return true;
 }
 
-// Memory of another heap has other contents there.
+// Memory of another heap has no such header.
 bool MemoryIsOwnBlock(void const * p)
 {
     Header_s Header;
@@ -518,7 +518,7 @@ int MemoryFrame()
     return g_iFrame;
 }
 
-// Blocks are not listed: one line a category.
+// Writes one line for each category, because this heap has no list of blocks.
 MemoryTally_s MemoryWriteBlocks(std::FILE * f, std::FILE * fu)
 {
     MemoryTally_s Tally = {};

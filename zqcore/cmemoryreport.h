@@ -53,6 +53,6 @@ ZQ_API void MemoryAbort();
 /// the function may use constant data only.
 using MemoryReport_t = void (*)(char const * szText);
 
-/// Sets the receiver and returns the previous one. Null restores the default, which prints to standard error. Every
-/// report also goes to the main log; a report at exit is appended to its file.
+/// Sets the receiver and returns the previous one. Null restores the default, which prints to standard error. The first
+/// line of every report also goes to the main log. A report at exit is appended to its file whole.
 ZQ_API MemoryReport_t MemoryReportSet(MemoryReport_t fnReceiver);

@@ -4,7 +4,7 @@
 // their prerequisites are registered with them. One call initialises all modules, two calls drive them from the main
 // loop, and one call shuts them down in the reverse order.
 //
-// Ownership: the registry only points at modules. A module outlives ShutdownAllModules.
+// Ownership: the registry only points at modules. A module must outlive ShutdownAllModules.
 // Threads: the main thread. Nothing is locked.
 // Cost: Register allocates the list of modules. A heartbeat is a virtual call inside a timer of the profiler.
 // Failure: InitializeAllModules returns false. Modules that were initialised before the failure stay so: the caller
@@ -82,8 +82,8 @@ protected:
     /// Does the second phase of the start, when all modules are initialised.
     virtual void Initialize2();
 
-    /// Stops the service. An override calls Module_c::Shutdown. It is also called on a module that was never
-    /// initialised.
+    /// Stops the service and logs a line. An override calls Module_c::Shutdown. It is also called on a module that was
+    /// never initialised.
     virtual void Shutdown();
 
     /// Run the service's work of a frame and of idle time. Also called on modules that are not initialised.

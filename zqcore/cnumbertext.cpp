@@ -47,8 +47,8 @@ namespace
         return IsDigit(*pExponent) ? pExponent + std::strspn(pExponent, DECIMAL_DIGITS) : pEnd;
     }
 
-    // Returns whether a number outside the range of a double is too large, not too small. Decided by the place of its
-    // first nonzero digit and by its exponent.
+    // Returns whether a number outside the range of a double is too large, not too small. The place of its first
+    // nonzero digit and its exponent decide.
     bool IsTooLarge(char const * pNumber, char const * pEnd, bool bHex)
     {
         char const * const szDigits = bHex ? HEX_DIGITS : DECIMAL_DIGITS;

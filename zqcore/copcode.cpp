@@ -53,7 +53,7 @@ OpcodeDecoder_c::~OpcodeDecoder_c()
 
 namespace
 {
-    // "%-6s %s" with the text up to its first blank and the text after it.
+    // Writes "%-6s %s" with the text up to its first blank and the text after it.
     void SplitText(char const * szText, char * szOut, std::size_t nOut)
     {
         constexpr std::size_t MNEMONIC_WIDTH = 6;

@@ -66,6 +66,8 @@ public:
         m_fnSymbol = fnSymbol;
         m_pUser = pUser;
     }
+
+    /// Returns the pUser of SetSymbolCallback.
     void * GetUser() const { return m_pUser; }
 
     /// Sets the number that is added to a pointer into the code to get its real address. 0 at start.
@@ -150,7 +152,7 @@ private:
     unsigned m_nMemory = 0;     // bytes of the memory operand if a row sets them, else 0
     unsigned m_nElements = 0;   // elements that a broadcast fills
     bool m_b64Bit;
-    bool m_bRelative = false;   // an operand is relative to the instruction's end, which is not known yet
+    bool m_bRelative = false;   // whether an operand is relative to the instruction's end, which is not known yet
     char const * m_szSegment = nullptr;
     std::uint64_t m_nBias = 0;
     void * m_pPages = nullptr;
@@ -169,9 +171,9 @@ public:
     /// Writes one line, which has no line feed.
     virtual void WriteLine(char const * szLine) = 0;
 
-    /// Writes the source lines that lead up to an address and returns the number of the last one. nLastLine is the
+    /// Writes the source lines that lead up to an address and returns the number of the last one. iLastLine is the
     /// previous result, all bits set at the first call. The default writes nothing.
-    virtual unsigned WriteSource(std::uint64_t Address, unsigned nLastLine);
+    virtual unsigned WriteSource(std::uint64_t Address, unsigned iLastLine);
 
     /// Does and returns the same as OpcodeDecoder_c::SymbolCallback_t. The default knows no symbol.
     virtual std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize);
@@ -216,7 +218,7 @@ public:
                    : 0;
     }
 
-    /// Writes a line for each instruction found: "%08lx: %s" with address and text, then the mark if there is one.
+    /// Writes a line for each instruction found: "%08llx: %s" with address and text, then the mark if there is one.
     ZQ_API void Write(CodeListingSink_c & Sink);
 
 private:

@@ -159,7 +159,7 @@ enum OpcodePlace_e : unsigned char
     OPCODE_PLACE_INDEX = 4,       // bits 3 to 5
 };
 
-inline constexpr std::size_t OPCODE_MAX_FIELDS = 32;
+inline constexpr std::size_t OPCODE_MAX_FIELDS = 32;   // fields of all groups that run at a time
 inline constexpr unsigned OPCODE_SYMBOL_SIZE = 1008;   // bytes of the buffer for a symbol's name
 inline constexpr std::size_t OPCODE_MAX_GROUPS = OPCODE_GROUP_MASK + 1;
 inline constexpr std::size_t OPCODE_HEADER_SIZE = 8;   // the two words of the compact form

@@ -12,9 +12,9 @@ namespace
     }
 }
 
-unsigned CodeListingSink_c::WriteSource(std::uint64_t, unsigned nLastLine)
+unsigned CodeListingSink_c::WriteSource(std::uint64_t, unsigned iLastLine)
 {
-    return nLastLine;
+    return iLastLine;
 }
 
 std::int64_t CodeListingSink_c::GetSymbol(std::uint64_t, char *, unsigned)
@@ -66,12 +66,12 @@ std::size_t CodeListing_c::Decode()
 void CodeListing_c::Write(CodeListingSink_c & Sink)
 {
     m_Decoder.SetSymbolCallback(AskSink, &Sink);
-    unsigned nLastLine = ~0u;
+    unsigned iLastLine = ~0u;
     for (std::size_t i = 0; i != m_nInstructions; ++i)
     {
         auto const [nOffset, nBytes] = m_pInstructions[i];
         std::uint64_t const Address = m_Address + nOffset;
-        nLastLine = Sink.WriteSource(Address, nLastLine);
+        iLastLine = Sink.WriteSource(Address, iLastLine);
         char szText[LINE_SIZE];
         m_Decoder.Decode(m_pCode + nOffset, nBytes, szText, sizeof szText);
         bool const bMark = m_bFault && Address == m_FaultAddress;

@@ -102,8 +102,9 @@ private:
         return i;
     }
 
-    /// The step is the table's size divided by the golden ratio (the constant is 2^32 divided by it). A run of pages
-    /// that collides with another run leaves it after a step or two.
+    /// Returns the slot that follows in a probe. The step is the table's size divided by the golden ratio (Knuth, TAOCP
+    /// 3, 6.4); the constant is 2^32 divided by it. A run of pages that collides with another run leaves it after a
+    /// step or two.
     std::size_t NextSlot(std::size_t iSlot) const
     {
         auto const nStep =

@@ -203,7 +203,7 @@ float PerlinNoise(Vec3fpu_t const & Point)
     Float4_t const y = Pick<1, 1, 5, 5>(Place.r0, Place.r1);
     Float4_t const Plane0 = PlaneValues(Corners, Place.First(2), x, y, Spread<2>(Place.r0));
     Float4_t const Plane1 = PlaneValues(Corners, Place.Next(2), x, y, Spread<2>(Place.r1));
-    // Blends both planes at once, first by sx, then by sy: each lane is one blend.
+    // Blends both planes at once, first along x, then along y: each lane is one blend.
     Float4_t const AlongX =
         Blend(Pick<0, 2, 4, 6>(Plane0, Plane1), Pick<1, 3, 5, 7>(Plane0, Plane1), Spread<0>(Place.s));
     Float4_t const AlongY =

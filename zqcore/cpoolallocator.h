@@ -41,7 +41,7 @@ public:
     /// above 0; with 0, Allocate of a block from the pool ends in Abort.
     ZQ_API explicit PoolBlocks_c(char const * sName, unsigned nExpected = USUAL_BLOCKS);
 
-    /// Allocates a block, never null. The alignment is a power of 2.
+    /// Allocates a block and returns it, never null. The alignment is a power of 2.
     void * Allocate(std::size_t nBytes, std::size_t nAlignment)
     {
         bool const bPooled = nBytes <= LARGEST && nAlignment <= ALIGNMENT;
@@ -77,8 +77,8 @@ public:
         : m_Pool(Pool)
     {}
 
-    /// Allocates an element. Ends in Abort if none is left, or if the block needs more bytes or a larger alignment than
-    /// an element has.
+    /// Allocates an element and returns it, never null. Ends in Abort if none is left, or if the block needs more bytes
+    /// or a larger alignment than an element has.
     void * Allocate(std::size_t nBytes, std::size_t nAlignment)
     {
         auto const nElement = static_cast<std::size_t>(m_Pool.ElementSize());

@@ -1,8 +1,8 @@
 // cprintf.h: printf formats whose arguments are text classes.
 //
-// Log and its kin take a printf format. `%s` also takes a text class: a String_T, a std::string, a std::string_view,
-// and classes like them. If one of the arguments is such a class, a template passes its text to the function, and
-// checks the format against the arguments:
+// Log and functions like it take a printf format. `%s` also takes a text class: a String_T, a std::string, a
+// std::string_view, and classes like them. If one of the arguments is such a class, a template passes its text to the
+// function, and checks the format against the arguments:
 // - g++ with optimization, and clang++ always, refuse a call whose literal format does not match.
 // - g++ without optimization checks when the call runs, and so does g++ for a format of more than 255 characters. A
 //   format that does not match is then written as it is.
@@ -357,6 +357,7 @@ private:
     T const & m_Value;
 };
 
+/// The same for a text without a terminator: a terminated copy, cut at 4095 characters.
 template <PrintfView_T T>
 class PrintfArgument_T<T>
 {
@@ -396,6 +397,8 @@ private:
     {                                                                                                                  \
         ZQ_PRINTF_PASS(PrintfCheck_T<ARGS...>::MatchesText(fmt), RETURN, FUNCTION, NAMES)                              \
     }
+
+/// Parts of these macros: the call of the function, and a list with a comma after it unless it is empty.
 #define ZQ_PRINTF_PASS(MATCHES, RETURN, FUNCTION, NAMES)                                                               \
     char const * const szFormat = fmt;                                                                                 \
     if (MATCHES)                                                                                                       \

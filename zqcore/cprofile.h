@@ -29,8 +29,9 @@
 
 class FileName_c;
 
-/// Number of timers, and depth of the stack, the root included in both. A push without room fails an assertion. If that
-/// is ignored, the push and all pushes inside it are skipped until its pop, and their time counts for the parent.
+/// Maximum number of timers and depth of the stack, the root included in both. A push without room fails an assertion.
+/// If that is ignored, the push and all pushes inside it are skipped until its pop, and their time counts for the
+/// parent.
 inline constexpr int MAX_TIMERS_TOTAL = 512;
 inline constexpr int MAX_TIMERS_INHERITED = 64;
 

@@ -33,7 +33,7 @@ namespace
     plat::File_t g_hTracked = nullptr;   // handle that FileOpenTracker was called with
     char * g_pBuffer = nullptr;          // null unless a file is open, or was open before a fork
     std::uint64_t g_nPosition = 0;       // end of the last batch that is known to be written
-    bool g_bFailed = false;              // the latest file, or a batch of it, is lost
+    bool g_bFailed = false;              // whether the latest file, or a batch of it, is lost
 
     // Returns the array's address in 32 bits. It is moved down if the array would cross their end, so that no record
     // has the address 0, which means none.
@@ -75,7 +75,7 @@ namespace
         return sizeof nRecords + nBytes;
     }
 
-    // The batch is lost. Its written part is cut off, so no reader sees it.
+    // Logs that a batch is lost, and cuts off its written part, so that no reader sees it.
     ZQ_COLD void ComplainOfWrite()
     {
         char szError[ERROR_SIZE];

@@ -5,8 +5,8 @@
 // for Random Number Generation", 2014). The number of a step is the hash lowbias32 of the new seed (C. Wellons,
 // "Prospecting for Hash Functions", 2018). A period contains each 32-bit number once. The numbers of neighbouring seeds
 // are unrelated, so a host may seed one generator for each object by the object's number. A seed produces the same
-// numbers on every machine. A sequence continues after SetSeed with a value that GetSeed returned. Not a source of
-// secrets.
+// numbers on every machine. A sequence continues after SetSeed with a value that GetSeed returned. The numbers are no
+// source of secrets.
 //
 // A generator is a std::uniform_random_bit_generator, so that std::shuffle and the distributions of <random> accept it.
 // Their results depend on the standard library; those of NextBelow, NextInRange and NextFloat do not.

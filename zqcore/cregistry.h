@@ -5,7 +5,7 @@
 // at most 255 bytes, of any value but 0. A value has at most 16 MiB.
 //
 // Functions with a buffer and its size differ from the rule of cstring.h: nothing is cut. What does not fit is a
-// failure, and the buffer stays unchanged. With a text object or an integer of exact width (ctextvalue.h) it is the
+// failure, and the buffer stays unchanged. With a text object or an integer of any width (ctextvalue.h) it is the
 // same.
 //
 // Ownership: an object owns its open key. Results are copied to the caller.
@@ -54,7 +54,7 @@ struct _tag_KEY_INFO
 class ZQ_API Registry_c
 {
 public:
-    /// Begins without an open key.
+    /// Makes an object without an open key.
     explicit Registry_c(plat::RegistryTree_e hRoot = plat::RegistryTree_e::User);
     ~Registry_c();
     Registry_c(Registry_c const &) = delete;
@@ -95,8 +95,9 @@ public:
     /// Deletes a value and returns 1. Returns 0 if there is none.
     int DeleteValue(char const * sName);
 
-    /// Renames a value and returns 1. Fails if the old name does not exist or the new one does. The new name is written
-    /// before the old one is deleted, so the value is never lost, and no other writer comes in between.
+    /// Renames a value and returns 1. Fails if the old name does not exist or the new one does. Writes the new name
+    /// before it deletes the old one: a process that is killed in between leaves both. No other writer comes in
+    /// between.
     int RenameValue(char const * sOldName, char const * sNewName);
 
     /// Return a value of 4 bytes and of any type but text. Return the default if there is none.
@@ -111,8 +112,8 @@ public:
     int ReadValue(char const * sName, double * pValue);
 
     /// Stores a value without a type in *pValue and returns 1. The value has 4 bytes, as WriteValue of a float stores
-    /// it, or 8 bytes: a double, which is narrowed. For any other value of up to 8 bytes returns 0 and sets *pValue to
-    /// 0.
+    /// it, or 8 bytes: a double, which is narrowed. Returns 0 and sets *pValue to 0 for any other value of up to 8
+    /// bytes.
     int ReadValue(char const * sName, float * pValue);
 
     /// Reads what WriteValue of an int or a std::uint32_t stores: a signed type takes the 4 bytes as an int, an
@@ -160,7 +161,8 @@ public:
     /// Copies a binary value, as ReadString does a text.
     int ReadData(char const * sName, void * pData, std::uint32_t dwSize);
 
-    /// Store a value, replacing one of any type, and return 1. A float has no type. dwSize is in bytes.
+    /// Store a value, replacing one of any type, and return 1. A float has no type. dwSize is in bytes. A null text
+    /// fails.
     int WriteValue(char const * sName, int iValue);
     int WriteValue(char const * sName, float fValue);
     int WriteValue(char const * sName, std::uint32_t iValue) { return WriteValue(sName, static_cast<int>(iValue)); }

@@ -1,9 +1,9 @@
 // cscope_internal.h: a variable's value for a scope.
 #pragma once
 
-/// Scope in which a variable has a value. Its end restores the previous value, however the scope ends. For flags around
-/// calls of a host's code, which may throw, such as a guard against re-entrance. The variable belongs to one thread, or
-/// to the thread that holds its lock.
+/// Scope in which a variable has a value. Its end restores the previous value, even if an exception ends it. It serves
+/// flags around calls of a host's code, which may throw, such as a guard against re-entrance. Requires that the
+/// variable outlives the scope, and belongs to one thread or to the thread that holds its lock.
 template <typename VARIABLE, typename VALUE>
 class ValueScope_T
 {

@@ -89,7 +89,7 @@ namespace
         return p;
     }
 
-    // memcpy for a few bytes.
+    // Copies a few bytes inline, as memcpy does by a call.
     void CopyShort(char * pTo, char const * pFrom, std::size_t nBytes)
     {
         constexpr std::size_t WORD = sizeof(std::size_t);
@@ -190,7 +190,6 @@ void Script_c::OpenMemoryLocation(char const * pText, int iLength)
     }
 }
 
-// Starts on a text.
 void Script_c::StartText(char const * pText, int iLength)
 {
     m_pData = pText;
@@ -246,19 +245,19 @@ void Script_c::SkipLine()
 // Returns the next token that is no comment, or an empty text at the end.
 inline std::string_view Script_c::ReadToken(bool bPunctuation)
 {
-    unsigned const iDelimiters = bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER;
+    unsigned const dwDelimiters = bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER;
     for (;;)
     {
         m_bInToken = false;
         if (m_bEndOfFile)
         {
-            m_bInToken = !Is(ReadByte(), iDelimiters);   // moving the position back does not clear the end
+            m_bInToken = !Is(ReadByte(), dwDelimiters);   // moving the position back does not clear the end
             return {};
         }
         char const * const pEnd = m_pData + m_iBytesTotal;
         char const * pBegin = m_pData + m_iBytesRead;
         int nLines = 0;
-        for (; pBegin < pEnd && Is(*pBegin, iDelimiters); ++pBegin)
+        for (; pBegin < pEnd && Is(*pBegin, dwDelimiters); ++pBegin)
         {
             nLines += *pBegin == '\n';
         }

@@ -11,11 +11,13 @@
 // The buffers of GetLine follow the rule of cstring.h; GetToken, GetSpecific, GetString and GetDump say how they
 // differ. A text object (ctextvalue.h) has no size to pass.
 //
-// Ownership: the text is a private copy of a file, freed by CloseFile, or the caller's block, which must stay.
+// Ownership: the text is a private copy of a file, which CloseFile frees, or the caller's block, which must stay until
+// the next opening.
 // Threads: one thread for each object.
-// Cost: opening a file allocates the copy. Reading allocates nothing.
+// Cost: opening a file allocates the copy. Reading allocates nothing, but a std::string may.
 // Failure: GetLastError has the place. A mismatch, such as a wrong label or a missing quote, is skipped silently in a
-// file; in a block of memory it also fails an assertion. A text that begins with UTF-16's mark is refused.
+// file. In a block of memory it also fails an assertion, unless a file's copy is still held. A text that begins with
+// UTF-16's mark is refused.
 //
 //     char const szText[] = "health 100 name 'Ogre'";
 //     Script_c Script;
@@ -45,16 +47,16 @@ public:
     Script_c(Script_c const &) = delete;
     Script_c & operator=(Script_c const &) = delete;
 
-    /// Copies a file's text, closes the file and frees the previous copy. CloseFile must follow. Returns false, without
-    /// a message, if there is no such file or it is refused, and with log lines if it cannot be read. The previous text
-    /// then stays open, though m_sName is the new name. Asserts that the name is not null.
+    /// Copies a file's text, closes the file, frees the previous copy and returns true. CloseFile must follow. Asserts
+    /// that the name is not null. Returns false, without a message, if there is no such file or it is refused, and with
+    /// log lines if it cannot be read. The previous text then stays open, though m_sName is the new name.
     bool OpenFile(char const * sFileName);
 
     /// Frees the copy of a file. If the script was reading that copy, its text is empty afterwards.
     void CloseFile();
 
-    /// Starts on a block of iLength bytes, which must stay. It needs no terminator. A refused text counts as empty.
-    /// Asserts that pText is not null and iLength not negative.
+    /// Starts on a block of iLength bytes, which must stay. It needs no terminator. Asserts that pText is not null and
+    /// iLength not negative; otherwise the text is empty. A refused text counts as empty too.
     void OpenMemoryLocation(char const * pText, int iLength);
 
     /// Returns why the last opening failed, or the first mismatch of the last read that had one. A quoted string
@@ -100,20 +102,21 @@ public:
         return *szToken && (EnumFromName(szToken, eValue, dNames) || RefuseToken("this is no known name", szToken));
     }
 
-    /// Reads a token; any other token than sToken is a mismatch. Here and below a null text fails an assertion, nothing
-    /// is read, and the result is false or 0.
+    /// Reads a token; any other token than sToken is a mismatch. Here and below, asserts that sToken or sLabel is not
+    /// null; otherwise reads nothing and returns false or 0.
     void SkipToken(char const * sToken);
 
-    /// Moves after the next token that equals sToken, and returns true. Without bWholeToken, moves after the next token
-    /// that contains sToken, comments included. If sToken was found at //, also skips the rest of that line and the
-    /// next token. Searches from the start of the text or from the current position. Returns false, with position and
-    /// m_bEndOfFile unchanged, if there is none. m_iLines counts what was read, found or not; without bWholeToken that
-    /// begins where sToken was found.
+    /// Moves after the next token with sToken, from the start of the text or from the current position, and returns
+    /// true. Returns false, with position and m_bEndOfFile unchanged, if there is none. Found or not, m_iLines counts
+    /// what was read.
+    /// - With bWholeToken, finds a token that equals sToken.
+    /// - Without it, finds a token that contains sToken, comments included. If sToken was found at //, also skips the
+    ///   rest of that line and the next token. m_iLines counts from the place where sToken was found.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
-    /// Reads the rest of the line without leading blanks and tabs. If a line is cut at iMaxLength - 1 characters, the
-    /// next read continues in it. A carriage return and a line feed each end a line, so a pair of them ends two.
-    /// Asserts that iMaxLength is 2 or more.
+    /// Read the rest of the line without leading blanks and tabs. If a line is cut at iMaxLength - 1 characters, the
+    /// next read continues in it. A carriage return and a line feed each end a line, so a pair of them ends two. A NUL
+    /// inside a line ends it. Assert that iMaxLength is 2 or more, and do nothing otherwise.
     void GetLine(char * sLine, int iMaxLength);
     template <TextObject_T TEXT>
     void GetLine(TEXT & sLine)
@@ -124,9 +127,9 @@ public:
     /// Reads the next word, comments included, and the separator after it. sWord has TOKEN_SIZE bytes.
     void GetSpecific(char * sWord);
 
-    /// Reads the text between an opening cQuote and the next one. It may contain line ends. sString has iMaxLength + 1
-    /// bytes. Asserts that the text fits; otherwise reading stops when the buffer is full, and the next read continues
-    /// there. Before the opening quote it skips:
+    /// Read the text between an opening cQuote and the next one. It may contain line ends. sString has iMaxLength + 1
+    /// bytes. Assert that the text fits; otherwise reading stops when the buffer is full, and the next read continues
+    /// there. Before the opening quote they skip:
     /// - separators,
     /// - the first slash, and each further slash with the rest of its line.
     ///
@@ -139,8 +142,8 @@ public:
     }
 
     /// Return the number after the label, reading tokens up to it. A first token other than the label is a mismatch. If
-    /// the text ends without the label, they return the number in the last token. Numbers have the form of the "C"
-    /// locale. An integer out of range becomes the nearest int.
+    /// the text ends without the label, they return the number in the last token, or 0 if a separator follows it.
+    /// Numbers have the form of the "C" locale. An integer out of range becomes the nearest int.
     int GetInt(char const * sLabel);
     float GetFloat(char const * sLabel);
 
@@ -151,7 +154,7 @@ public:
     float GetFloat();
 
     /// Moves the reading position to this byte. A position after the end of the text becomes the end and sets
-    /// m_bEndOfFile. Asserts that it is not negative. Never clears m_bEndOfFile.
+    /// m_bEndOfFile. Never clears m_bEndOfFile. Asserts that it is not negative; otherwise moves to the start.
     void SetPosition(int iPosition);
 
     /// Copies the bytes from iStart up to iEnd, without a terminator, and moves to iEnd. Asserts that 0 <= iStart,
@@ -160,12 +163,12 @@ public:
 
     // For callers to read, not to write.
     char m_sName[260] = "";      // name of the file, or "Memory mapped: %08X, size: %d", cut to fit
-    bool m_bInToken = false;     // the last GetToken found a token, or was the first after a token that ends the text
+    bool m_bInToken = false;     // whether GetToken found a token, or was the first after a token that ends the text
     int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice
     char const * m_pData = "";   // text
     int m_iBytesRead = 0;        // position of the next read, in bytes
     int m_iBytesTotal = 0;       // length of the text
-    bool m_bEndOfFile = false;   // a read needed more than was left
+    bool m_bEndOfFile = false;   // whether a read needed more than was left
 
 private:
     /// Copies a piece of the text, up to its first NUL, and returns true.

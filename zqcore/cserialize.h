@@ -153,11 +153,11 @@ public:
     /// - A different major version ends in Abort.
     /// - A newer minor version is logged and returns false.
     /// - A file without a whole version word fails the archive and returns false.
-    /// - A writer returns true in any case, unless its file could not be opened. A word that can't be stored fails the
+    /// - A writer returns true in any case, unless its file could not be opened. A word that cannot be stored fails the
     ///   archive.
     virtual bool Open();
 
-    /// Ends the archive and returns true. Returns false if a writer can't store the rest of its bytes. Closing again
+    /// Ends the archive and returns true. Returns false if a writer cannot store the rest of its bytes. Closing again
     /// does nothing.
     virtual bool Close();
 
@@ -203,7 +203,7 @@ public:
     /// Stores a number of elements as an `int`, or loads one, and returns it. Requires that each element stores at
     /// least nBytesEach bytes, which is at least 1. Returns 0 if the archive has failed. These numbers fail it:
     /// - a negative one.
-    /// - one above the `int`s.
+    /// - one above the range of `int`.
     /// - one of more elements than the rest of a reader's file can hold.
     int SerializeCount(std::size_t nElements, std::size_t nBytesEach = 1);
 
@@ -223,13 +223,13 @@ public:
     /// Returns a label's value: the exclusive or of the lower-case characters, each rotated left by its index.
     static constexpr std::uint32_t LabelCalc(char const * sName);
 
-    /// Reads a label's value, the next 4 bytes, and returns it. Returns 0 if the archive has failed. Asserts that
-    /// the archive is reading.
+    /// Reads a label's value, the next 4 bytes, and returns it. Asserts that the archive is reading, and returns 0
+    /// otherwise. Returns 0 too if the archive has failed.
     std::uint32_t LabelRead();
 
     /// Stores a text, cut at iBufLength - 1 characters, or loads one into a buffer of iBufLength bytes and terminates
-    /// it. A stored length that is negative or does not fit asserts and fails the archive; the buffer stays unchanged.
-    /// Asserts that the buffer is not null and holds a byte; otherwise fails the archive.
+    /// it. Asserts that the buffer is not null and holds a byte; otherwise fails the archive. A stored length that is
+    /// negative or does not fit asserts and fails the archive. On failure the buffer stays unchanged.
     void SerializeString(char * sBuffer, int iBufLength);
 
     /// Stores or loads the text in the buffer of a string.
@@ -247,7 +247,7 @@ public:
     }
 
     /// Stores a text of nLength characters and the byte after them. Asserts that the archive is writing; otherwise
-    /// fails it. Also fails it if the length is above the `int`s.
+    /// fails it. Also fails it if the length is above the range of `int`.
     void StoreText(char const * sText, std::size_t nLength);
 
     /// Loads a text that the archive has in memory and returns true. sText is valid as long as that memory. Returns
@@ -257,15 +257,15 @@ public:
     /// Stores or loads three lanes of a vector. The fourth is neither stored nor changed.
     void SerializeVector3(__m128 & vValue);
 
-    /// Return the direction, and whether the archive has failed.
+    /// Return whether the archive is reading, and whether it has failed.
     bool IsReading() const { return m_bIsReading; }
     bool IsFailed() const { return m_bFailed; }
 
     /// Returns the version: the constructor's, and after a reader's Open the file's.
     std::uint32_t GetVersion() const { return m_dwVersion; }
 
-    /// Fail the archive. For code that finds the loaded data wrong. A check (cserializecheck.h) reports the text, which
-    /// is cut at 127 characters.
+    /// Fail the archive. Code that finds the loaded data wrong calls them. A check (cserializecheck.h) reports the
+    /// text, formatted like printf and cut at 127 characters.
     void Fail() { Fail("the data are refused"); }
     ZQ_COLD void Fail(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
@@ -273,13 +273,13 @@ public:
     bool IsChecked() const { return m_pResult != nullptr; }
 
 protected:
-    /// Sets the structure to which the first failure is reported. Requires that it lives as long as the archive. For
-    /// the constructor of a check.
+    /// Sets the structure to which the first failure is reported. The constructor of a check calls it. Requires that
+    /// the structure lives as long as the archive.
     void SetResult(ArchiveResult_s & Result) { m_pResult = &Result; }
 
     static constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that is open
 
-    bool m_bIsReading;           // the direction
+    bool m_bIsReading;           // whether the archive is reading
     bool m_bFailed = false;      // whether the archive has failed
     std::uint32_t m_dwVersion;   // as GetVersion returns it
 
@@ -290,7 +290,7 @@ protected:
     unsigned char * m_pEnd = nullptr;
 
 private:
-    // Makes a failure that follows be reported nBytes before the position.
+    /// Moves a check back by nBytes, so that the next failure names the start of the wrong value.
     void StepBack(int nBytes) { m_pPos -= IsChecked() && !m_bFailed ? nBytes : 0; }
 
     ArchiveResult_s * m_pResult = nullptr;   // of a check, null without one
@@ -334,7 +334,8 @@ protected:
     /// Returns the number of bytes stored and skipped so far.
     virtual std::uint32_t GetStored() const = 0;
 
-    /// Replaces the placeholder at m_dwCurrentChunk and returns true. On failure returns false.
+    /// Replaces the placeholder at m_dwCurrentChunk by the chunk's length in bytes and returns true. On failure returns
+    /// false.
     virtual bool WriteLength(std::uint32_t nLength) = 0;
 
     std::uint32_t m_dwCurrentChunk = NO_CHUNK;   // position of the open chunk's length
@@ -368,7 +369,7 @@ protected:
     /// Writes the file of a replacement, to which nothing was written yet.
     Writeable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
 
-    /// Appends bytes. Returns false if not all of them are written, or if the file would reach 4 GiB.
+    /// Appends bytes and returns true. Returns false if not all of them are written, or if the file would reach 4 GiB.
     bool Put(void const * pData, std::size_t nBytes);
 
     std::uint32_t GetStored() const override { return m_nPosition; }
@@ -377,7 +378,7 @@ protected:
     plat::File_t m_hFile;            // the file
     String_T<256> m_sFileName;       // its path, cut at 255 characters
     std::uint32_t m_nPosition = 0;   // bytes written and skipped
-    bool m_bSkipped = false;         // the file may be shorter than the position
+    bool m_bSkipped = false;         // whether the file may be shorter than the position
 
 private:
     FileReplacement_c * m_pReplacement = nullptr;   // owner of the file, if not null
@@ -428,7 +429,7 @@ public:
     /// Writes to memory that the archive allocates and owns.
     explicit MemoryWriteable_c(std::uint32_t dwVersion);
 
-    /// Writes to the caller's memory, which must outlive the archive. The archive fails when it is full.
+    /// Writes to the caller's memory, which must outlive the archive. A write that does not fit fails the archive.
     MemoryWriteable_c(std::span<std::byte> Memory, std::uint32_t dwVersion);
     ~MemoryWriteable_c() override;
 
@@ -475,7 +476,7 @@ public:
     /// Returns the name that the constructor got.
     char const * GetFileName() const override;
 
-    /// Returns the number of all bytes.
+    /// Returns the number of all bytes, or 0 after Close.
     int GetLength() const override;
 
     int GetPosition() const override;

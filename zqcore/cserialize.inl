@@ -1,4 +1,4 @@
-// cserialize.inl: fast path of small values, the ways of types, and the value of labels.
+// cserialize.inl: fast path of small values, choice by type, and the value of labels.
 #pragma once
 
 #include <bit>
@@ -95,7 +95,7 @@ namespace archives
     template <typename T>
     constexpr bool NEVER = false;
 
-    // Refuses a type, with what to do instead.
+    // Refuses a type, with a message that says what to do instead.
     template <typename T>
     constexpr void Refuse()
     {

@@ -8,9 +8,9 @@
 // A check does not detect that a value has changed. A seal does (cfilesave.h).
 //
 // Ownership: a check copies nothing. The caller owns what its function makes.
-// Threads: as a reader.
+// Threads: one thread at a time for each check.
 // Cost: a list of chunks costs one step for each. A function costs what it does. Nothing allocates.
-// Failure: is the result. A chunk that is begun or ended out of order is a fault of the function and asserts.
+// Failure: the result reports it. A chunk that is begun or ended out of order is a fault of the function and asserts.
 //
 //     File_c * const pFile = FileOpen("one.sav");
 //     ArchiveResult_s const Result = ArchiveCheck(FileBytes(pFile), ARCHIVE_SAVED_GAME_VERSION, { "Units", "Map" });

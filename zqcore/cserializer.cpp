@@ -37,7 +37,7 @@ namespace
         static constexpr int SIZE = Serializer_c::HASH_SIZE;
         static constexpr int PAGE_SLOTS = 512;
 
-        bool bUsed;                       // true if any page is ready
+        bool bUsed;                       // whether any page is ready
         bool dReady[SIZE / PAGE_SLOTS];   // pages that hold this pass's contents
         std::uint16_t dClasses[SIZE];     // of loaded objects: see Serializer_c::m_iClass
         void const * dSlots[SIZE];
@@ -426,7 +426,7 @@ void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
 }
 
 // Loads a pointer record and returns its identifier. Returns -1 for a null pointer and on failure. If the archive
-// fails in an object's body or after it, the identifier is returned nonetheless.
+// fails in an object's body or after it, still returns the identifier.
 int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expected_s const & Expected)
 {
     int iPointer = -1;
@@ -466,11 +466,12 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-// Loads a class name and returns its serializer. Returns null, with the archive failed, if the name cannot be read and,
-// after an assertion:
-// - without such a serializer
-// - for another class than an expected one
-// - for an object inside itself
+// Loads a class name and returns its serializer. Returns null, with the archive failed, in these cases, all but the
+// first after an assertion:
+// - the name cannot be read.
+// - no serializer has the name.
+// - the class is none of the expected ones.
+// - the object is inside itself.
 Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Expected_s const & Expected)
 {
     String_T<32> const sClassName = LoadName(archive);

@@ -2,7 +2,7 @@
 //
 // Serializer_c stores each object of a graph once, at its first reference, and every later reference as a number. A
 // load turns each number into the object's new address. Static objects, which exist in every run, keep their identity
-// without being stored. Each class has one static Serializer_T, which is found by the class's name; then an archive
+// without being stored. Each class has one static Serializer_T, which a load finds by the class's name. An archive then
 // serializes pointers to its objects. A class that needs more has a subclass of Serializer_c of its own. Its
 // SerializeObject, the body, stores or makes an object and transfers its fields.
 //
@@ -125,9 +125,9 @@ public:
     Serializer_c(Serializer_c const &) = delete;
     Serializer_c & operator=(Serializer_c const &) = delete;
 
-    /// Begins a pass. With bStaticPointers the i-th static object of the file is bound to the i-th registered one.
-    /// Requires the same flag in save and load. If the file has another number of static objects, a line is logged, and
-    /// the list is cut or filled with nulls to the file's number.
+    /// Begins a pass. With bStaticPointers, also stores the static objects, or binds the i-th one of the file to the
+    /// i-th registered one and loads it. Requires the same flag in save and load. If the file has another number of
+    /// static objects, logs a line, and cuts the list or fills it with nulls to the file's number.
     static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
     /// Frees every slot. Costs nothing if all are free.
@@ -158,7 +158,7 @@ public:
 
 protected:
     /// Registers the serializer of a class. The name is case-sensitive and is cut at 31 characters. If two share a
-    /// name, the last one registered loads. Discards the pass under way.
+    /// name, the last one registered loads. Asserts that there are at most 65,534 names. Discards the pass under way.
     explicit Serializer_c(String_T<32> const & sClassName)
         : Serializer_c(sClassName, nullptr)
     {}
@@ -241,7 +241,7 @@ private:
 
     struct OpenRecord_s;
 
-    // What a pointer may lead to: an object of one serializer's class, or one that is or names a type, or any.
+    /// What a pointer may lead to: an object of one serializer's class, or one that is or names a type, or any.
     struct Expected_s
     {
         Serializer_c const * pOwn = nullptr;
@@ -253,7 +253,7 @@ private:
 
     Serializer_c(String_T<32> const & sClassName, graphs::Convert_t fnConvert);
 
-    // Returns whether a body must make its object: it loads one that is not static.
+    /// Returns whether a body must make its object: it loads one that is not static.
     static bool MustMake(Serializeable_c const & archive, void * const & pObject);
 
     static void WriteTyped(
@@ -306,8 +306,8 @@ public:
     void RegisterPart(Serializeable_c & archive, T & Part) { RegisterOwnPointer(archive, &Part); }
 
 protected:
-    /// Makes and returns an object for a load to fill. Null fails the archive. The caller of the load owns the object,
-    /// also if the load fails. A subclass can keep a list of the objects.
+    /// Makes and returns an object for a load to fill. A null result fails the archive. The caller of the load owns the
+    /// object, also if the load fails. A subclass can keep a list of the objects.
     virtual T * Make() { return ZQ_NEW T; }
 
     void SerializeObject(Serializeable_c & archive, void *& pObject) override;

@@ -14,7 +14,7 @@
 //
 // Ownership: a load replaces the contents of a container.
 // Threads: as cserialize.h.
-// Cost: a load allocates the contents; to save an unordered container allocates a pointer for each entry. Values that
+// Cost: a load allocates the contents; a save of an unordered container allocates a pointer for each entry. Values that
 // are contiguous are copied as one block.
 // Failure: a container that a damaged archive makes too large, or with a key twice, fails the archive. It allocates no
 // more than twice what the bytes in the archive can fill. A container in which the archive fails has some of its
@@ -67,7 +67,7 @@ concept ArchiveSet_T = requires(T & d, typename T::key_type && Key)
     d.size();
 };
 
-/// Maps.
+/// Containers that map keys to values.
 template <typename T>
 concept ArchiveMap_T = requires(T & d, typename T::key_type && Key, typename T::mapped_type && Value)
 {

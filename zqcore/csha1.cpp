@@ -47,8 +47,8 @@ namespace
         }
     }
 
-    // One round. The variables stay where they are and change their roles: a is at (80 - ROUND) % 5. dWords holds the
-    // last 16 words of the schedule.
+    // Runs one round. The variables stay where they are and change their roles: a is at (80 - ROUND) % 5. dWords holds
+    // the last 16 words of the schedule.
     template <std::size_t ROUND>
     ZQ_INLINE void Round(std::uint32_t * dVars, std::uint32_t * dWords, unsigned char const * pBlock)
     {
@@ -100,7 +100,7 @@ namespace
         return iStatus;
     }
 
-    // Adds to the length in bits. Returns false if it would reach 2^64.
+    // Adds nBytes to the length, which counts bits. Returns false if it would reach 2^64.
     bool AddLength(SHA1Context & Context, std::size_t nBytes)
     {
         std::uint64_t const nBits = static_cast<std::uint64_t>(Context.dwLengthHigh) << 32 | Context.dwLengthLow;

@@ -1,11 +1,11 @@
 // csha1.h: SHA-1 (FIPS 180-4), for fingerprints of media and for spreading entropy.
 //
-// Not for signatures: messages with equal digests can be made on purpose. Call SHA1Reset, then SHA1Input any number of
-// times, then SHA1Result.
+// It does not serve signatures, because an attacker can make messages with equal digests. Call SHA1Reset, then
+// SHA1Input any number of times, then SHA1Result.
 //
 // Ownership: the caller owns the context, which holds a copy of an incomplete block.
 // Threads: a context belongs to one thread at a time.
-// Cost: about 2 GB a second with the processor's SHA instructions, 0.8 without. No allocation.
+// Cost: about 2 GB a second with the processor's SHA instructions, 0.8 without. Nothing allocates.
 // Failure: each call returns a Sha1Status_e. The context remembers a failure until SHA1Reset.
 //
 //     SHA1Context Context;
@@ -42,7 +42,7 @@ struct SHA1Context
     int Corrupted;                // the status of the last failure, else shaSuccess
 };
 
-/// Starts a message and discards what the context held. Returns shaNull for a null context.
+/// Starts a message, discards what the context held and returns shaSuccess. Returns shaNull for a null context.
 ZQ_API int SHA1Reset(SHA1Context * pContext);
 
 /// Adds bytes to the message and returns a Sha1Status_e. Succeeds for 0 bytes in any state of the context. On failure
@@ -50,5 +50,5 @@ ZQ_API int SHA1Reset(SHA1Context * pContext);
 ZQ_API int SHA1Input(SHA1Context * pContext, unsigned char const * dBytes, std::size_t nBytes);
 
 /// Writes the digest of SHA1_HASH_SIZE bytes, the hash words in big-endian order, wipes the message from the context
-/// and returns a Sha1Status_e. May be called again.
+/// and returns a Sha1Status_e. A further call writes the same digest. On failure writes nothing.
 ZQ_API int SHA1Result(SHA1Context * pContext, unsigned char * dOutput);

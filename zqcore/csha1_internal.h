@@ -3,6 +3,7 @@
 
 #include "zqcore/cconfig.h"
 
+/// Bytes of a block (FIPS 180-4).
 inline constexpr std::size_t SHA1_BLOCK_SIZE = 64;
 
 /// Function that updates the five hash words with nBlocks blocks of SHA1_BLOCK_SIZE bytes.

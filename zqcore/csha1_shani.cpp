@@ -34,7 +34,7 @@ namespace
         return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<__m128i const *>(pBytes)), Reverse);
     }
 
-    // Rounds 4 * GROUP to 4 * GROUP + 3. Replaces the row that they used by the row of four groups later.
+    // Runs rounds 4 * GROUP to 4 * GROUP + 3. Replaces the row that they used by the row of four groups later.
     template <int GROUP>
     ZQ_TARGET_SHA ZQ_INLINE void FourRounds(State_s & State, Schedule_s & Schedule)
     {
@@ -50,7 +50,7 @@ namespace
         }
     }
 
-    // Five groups: the rounds of one constant.
+    // Runs five groups: the rounds of one constant.
     template <int FIRST>
     ZQ_TARGET_SHA ZQ_INLINE void TwentyRounds(State_s & State, Schedule_s & Schedule)
     {
@@ -86,12 +86,12 @@ Sha1Kernel_t Sha1FindKernel()
 {
     constexpr unsigned SSE41 = 1u << 19;   // leaf 1, ecx
     constexpr unsigned SHA = 1u << 29;     // leaf 7, ebx
-    unsigned iA = 0, iB = 0, iC = 0, iD = 0;
-    if (__get_cpuid(1, &iA, &iB, &iC, &iD) == 0 || (iC & SSE41) == 0)
+    unsigned dwA = 0, dwB = 0, dwC = 0, dwD = 0;
+    if (__get_cpuid(1, &dwA, &dwB, &dwC, &dwD) == 0 || (dwC & SSE41) == 0)
     {
         return nullptr;
     }
-    return __get_cpuid_count(7, 0, &iA, &iB, &iC, &iD) != 0 && (iB & SHA) != 0 ? Sha1Shani : nullptr;
+    return __get_cpuid_count(7, 0, &dwA, &dwB, &dwC, &dwD) != 0 && (dwB & SHA) != 0 ? Sha1Shani : nullptr;
 }
 
 #else

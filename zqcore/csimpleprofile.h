@@ -1,8 +1,8 @@
 // csimpleprofile.h: a small profiler of fixed kinds of work, for several threads.
 //
-// There are three contexts and 17 kinds of work. What a context means is the host's choice. For each kind in each
-// context the profiler stores the time of the last frame, the mean over 32 frames and the peak. The time of a kind does
-// not include the kinds nested in it.
+// There are three contexts and 17 kinds of work. The host decides what a context means. The profiler stores the time of
+// the last frame, the mean over 32 frames and the peak for each kind in each context. The time of a kind does not
+// include the kinds nested in it.
 //
 // A thread is in a context from a push to the matching pop. A forked child is in the contexts of the thread that
 // forked, and in no others.
@@ -118,11 +118,12 @@ public:
 };
 
 /// Ends a frame of the context: its times become the figures, and the next frame begins. Waits while another thread is
-/// in the context. Asserts that the calling thread is not in it, and that the context exists.
+/// in the context. Asserts that the calling thread is not in it. Asserts that the context exists, and does nothing
+/// otherwise.
 ZQ_API void SimpleProfileReset(SimpleProfileContext_e eContext);
 
-/// Returns a copy of the figures. Waits at most for a few instructions of other threads. Asserts that context and kind
-/// exist, and returns zeros otherwise.
+/// Returns a copy of the figures. Waits at most for a few instructions of other threads, or for the dialog of an
+/// assertion that one of them fails in the context. Asserts that context and kind exist, and returns zeros otherwise.
 ZQ_API SimpleProfileInfo_t SimpleProfileGet(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
 /// Returns the enumerator's name without "SIMPLE_", or "unknown" for other values.

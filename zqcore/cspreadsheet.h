@@ -110,6 +110,8 @@ public:
 
     /// Frees all cells and restores the default separators.
     void Close();
+
+    /// Returns whether a file was read and Close not called since.
     bool IsOpen() const { return m_pHead != nullptr; }
 
     /// Returns the number of rows, without the head.

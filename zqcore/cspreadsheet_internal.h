@@ -12,8 +12,8 @@ class SpreadsheetParser_c
 public:
     SpreadsheetParser_c(char const * szFile, SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength);
 
-    /// Reads the next row that is not empty into an empty Row. Returns false after the last one. After an error the
-    /// next row begins after the token that stopped this one.
+    /// Reads the next row that is not empty into an empty Row, sets bError if it has an error, and returns true.
+    /// Returns false after the last one. After an error the next row begins after the token that stopped this one.
     bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
 
     /// Returns where the first cell of the last row begins, in bytes from the start of the text.

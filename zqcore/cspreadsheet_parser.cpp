@@ -142,7 +142,7 @@ void SpreadsheetRow_c::CopyTo(Block_t & Block) const
     }
 }
 
-// Returns the bytes of a block that holds the cells and nothing more.
+// Returns the size in bytes of a block that holds the cells and nothing more.
 std::size_t SpreadsheetRow_c::GetPackedSize() const
 {
     auto const nCells = static_cast<std::size_t>(m_nStored);
@@ -209,7 +209,8 @@ void SpreadsheetParser_c::FindCells(std::function<void(std::size_t)> const & fnF
     fnFound(Offset());
 }
 
-// Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none.
+// Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none, and
+// with bError set if the token after the cell is no separator.
 inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError)
 {
     bool const bQuoted = m_Token.eKind == LAST_PARSED_STRING;
@@ -235,7 +236,7 @@ inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError
     return bCellEnds && !bRowEnds && Next();
 }
 
-// Returns the bytes of the parser's buffer for the current token.
+// Returns the size in bytes of the parser's buffer for the current token.
 inline std::size_t SpreadsheetParser_c::GetRoom() const
 {
     return m_Token.eKind == LAST_PARSED_STRING ? SimpleTextParser_c::STRING_SIZE : SimpleTextParser_c::WORD_SIZE;

@@ -11,7 +11,7 @@
 // - On failure the buffer holds an empty text.
 //
 // Ownership: a string is a plain value and is copied like one.
-// Threads: any thread, one at a time for each string. The buffers of Va are shared by all threads.
+// Threads: any thread, one at a time for each string. All threads share the buffers of Va.
 // Cost: nothing allocates. Length and most operations are linear in the text.
 // Failure: a null text asserts in String_T and NewString, unless a declaration allows it. The other functions require
 // texts that are not null.
@@ -38,6 +38,7 @@ class String_T
     static_assert(N > 1, "room for a character and the terminator");
 
 public:
+    /// Makes an empty string.
     String_T() { m_sText[0] = '\0'; }
 
     /// Copies a text. Asserts that it is not null; a null makes an empty string.
@@ -66,7 +67,7 @@ public:
     operator char const *() const { return m_sText; }
     operator std::string_view() const { return { m_sText, std::strlen(m_sText) }; }
 
-    /// Returns the text, for a callee that needs a pointer. Log and its kin take the string itself (cprintf.h).
+    /// Returns the text, for a callee that needs a pointer. Functions such as Log accept the string itself (cprintf.h).
     char const * CStr() const { return m_sText; }
 
     /// Return the start and the end of the text, without the terminator, for range-for and algorithms.
@@ -166,7 +167,7 @@ ZQ_API char const * Va(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 ZQ_PRINTF_TEXTS(ZQ_INLINE String_T<256>, return, NewString)
 ZQ_PRINTF_TEXTS(ZQ_INLINE char const *, return, Va)
 
-/// Return a character with its ASCII case folded. Other characters are returned unchanged.
+/// Return an ASCII letter in lower or in upper case, and other characters unchanged.
 constexpr char CharToLower(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
@@ -192,8 +193,8 @@ ZQ_API void CopyToLower(char * pTo, char const * pFrom, std::size_t nLength);
 /// Returns the length of a text, nMax at most. Reads no more than nMax characters.
 ZQ_API std::size_t StrLengthMax(char const * szText, std::size_t nMax);
 
-/// Copies at most nSize - 1 characters, terminates them and returns their number. The two may overlap. Requires nSize >
-/// 0.
+/// Copies at most nSize - 1 characters, terminates them and returns their number. The two may overlap. Requires that
+/// nSize is above 0.
 ZQ_API std::size_t StrCopy(char * szTo, char const * szFrom, std::size_t nSize);
 
 #include "zqcore/cstring.inl"

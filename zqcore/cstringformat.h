@@ -21,6 +21,7 @@
 #ifdef __cpp_lib_format
     #include <format>
 
+/// Formatter of a String_T, which is that of a std::string_view.
 template <int N>
 struct std::formatter<String_T<N>, char> : std::formatter<std::string_view, char>
 {

@@ -68,7 +68,7 @@ public:
     /// place in that text, or in nAt if the new place is before it.
     void Place(char const * pText, std::size_t nAt);
 
-    /// Discards the previous place. Must be called when the text has changed.
+    /// Discards the previous place. Its reader calls it when the text has changed.
     void Recount() { m_pCounted = nullptr; }
 
     /// Logs the last error if that is switched on.

@@ -79,7 +79,7 @@ public:
     static constexpr int STRING_SIZE = 0x6000;
     static constexpr int NUMBER_SIZE = 128;
 
-    /// The rules at start:
+    /// Makes a closed parser with these rules:
     /// - Letters and the underscore start words. They and digits continue words.
     /// - Digits and signs start numbers. Digits and the point continue numbers.
     /// - Double quotes enclose strings.
@@ -103,7 +103,8 @@ public:
     /// Reads the next token. Returns false at the end of the text and, with a line in the log, on a closed parser.
     bool ParseNext();
 
-    /// Returns why the last Open failed, or which token was cut last. It stays after Close.
+    /// Returns why the last Open failed, which token was cut last, or that ParseNext was called on a closed parser. It
+    /// stays after Close.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
     /// Return whether the last token is of this kind. All are false after the end.
@@ -113,7 +114,7 @@ public:
     bool IsSymbol() const { return m_lastParsed == LAST_PARSED_SYMBOL; }
 
     /// Return the last token of each kind, even if tokens of other kinds followed; empty or 0 before the first one. A
-    /// text stays valid until the next token of its kind. It ends at the first NUL that the token holds.
+    /// text stays valid until the next token of its kind or Close. It ends at the first NUL that the token holds.
     char const * GetWord() const { return m_szWord ? m_szWord : ""; }
     char const * GetString() const { return m_szString ? m_szString : ""; }
     float GetNumber() const { return m_fNumber; }

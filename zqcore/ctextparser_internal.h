@@ -26,10 +26,10 @@ namespace text
         CLASS_NUMBER_REST = 16
     };
 
-    /// Returns the first character in p to pEnd that has none of the class bits iClass, or pEnd.
-    inline char const * SkipClass(unsigned char const * pClasses, unsigned iClass, char const * p, char const * pEnd)
+    /// Returns the first character in p to pEnd that has none of the class bits dwClasses, or pEnd.
+    inline char const * SkipClass(unsigned char const * pClasses, unsigned dwClasses, char const * p, char const * pEnd)
     {
-        while (p < pEnd && (pClasses[static_cast<unsigned char>(*p)] & iClass))
+        while (p < pEnd && (pClasses[static_cast<unsigned char>(*p)] & dwClasses))
         {
             ++p;
         }

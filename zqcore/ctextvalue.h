@@ -3,7 +3,7 @@
 // The readers (cwarehouse.h, cspreadsheet.h, cpropertylist.h, cscript.h, cregistry.h) also write to these:
 // - a text object: a String_T of any capacity, a std::string, or a class like it. A std::string holds any text. A
 //   String_T cuts the text, and a reader of cells or tokens reports that as it reports its other errors.
-// - an integer of exact width. A number outside its range is refused and never cut.
+// - an integer of any width. A number outside its range is refused and never cut.
 // - an enumerator, by a table of names. Names compare without regard to ASCII case.
 //
 // A property list writes only texts. The registry cuts nothing: a text that a String_T cannot hold is a failure.
@@ -118,7 +118,8 @@ struct EnumName_T
 template <typename ENUM>
 using EnumNames_T = std::type_identity_t<std::span<EnumName_T<ENUM> const>>;
 
-/// Sets eValue to the enumerator of a name and returns true. Returns false if the table has no such name.
+/// Sets eValue to the enumerator of a name and returns true. Requires that szName is not null. Returns false if the
+/// table has no such name.
 template <typename ENUM>
 bool EnumFromName(char const * szName, ENUM & eValue, EnumNames_T<ENUM> dNames)
 {

@@ -26,7 +26,7 @@ ZQ_API double longTimeGetPassed();
 /// Spins for tSeconds, and returns them.
 ZQ_API double longTimeWait(double tSeconds);
 
-/// Returns the cycle counter: rdtsc on x86.
+/// Returns the cycle counter: rdtsc on x86, the ticks of the good clock on other processors.
 ZQ_API std::int64_t shortTimeGet();
 
 /// Returns the cycles in a second. The first call measures them and takes a second.

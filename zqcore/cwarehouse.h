@@ -45,10 +45,10 @@ public:
     Warehouse_c(Warehouse_c const &) = delete;
     Warehouse_c & operator=(Warehouse_c const &) = delete;
 
-    /// Closes what was open and opens a file by name. sSeparators replaces the format's separators. If the file has no
-    /// header line, sClientHeader names the columns, separated by blanks, cut at 249 characters. Returns false if there
-    /// is no such file. Also returns false, with lines in the log, if no header is found or the file is refused.
-    /// Asserts that the name is not null.
+    /// Closes what was open, opens a file by name and returns true. sSeparators replaces the format's separators. If
+    /// the file has no header line, sClientHeader names the columns, separated by blanks, cut at 249 characters.
+    /// Asserts that the name is not null. Returns false if there is no such file. Also returns false, with lines in the
+    /// log, if no header is found or the file is refused.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO,
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
 
@@ -202,7 +202,7 @@ private:
     bool m_bCopy;
     bool m_bLogColName = false;
 
-    // The last error. Its place is counted only when the caller asks for it, since a Get may fail in normal use.
+    /// The last error. Its place is counted only when the caller asks for it, since a Get may fail in normal use.
     mutable TextErrors_c m_Errors;
     mutable Text_s m_ErrorText;     // text of an error whose place is not counted yet
     mutable int m_nErrorLine = 0;   // start of the error's line

@@ -173,7 +173,7 @@ private:
     unsigned char m_dClasses[256] = {};
 };
 
-// Stores up to where the data is known to hold no double quote, so that each byte is searched only once.
+// Place up to which the data is known to hold no double quote, so that each byte is searched only once.
 class WarehouseScan_t::QuoteWatch_c
 {
 public:

@@ -81,7 +81,7 @@ struct WarehouseScan_t
     char const * pLine;          // data, not owned, not terminated
     int nLength;                 // bytes of the data
     int nPos;                    // position of the next byte, 0 to nLength
-    bool bCsv;                   // CSV if true, else text
+    bool bCsv;                   // whether the format is CSV, not text
     String_T<256> sSeparators;   // NUL is always one of them
 
     /// Starts at nPos with the separators of the format. Requires nPos >= 0. Every format but WAREHOUSE_FORMAT_CSV
@@ -135,7 +135,7 @@ private:
     class Classes_c;
     class QuoteWatch_c;
 
-    /// Each step reads at most one column and passes it to the sink. Returns false once the line is finished.
+    /// Read at most one column and pass it to the sink. Return false once the line is finished.
     template <typename SINK>
     bool Step(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>

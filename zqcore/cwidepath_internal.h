@@ -1,4 +1,4 @@
-// cwidepath_internal.h: paths in wide characters, as an application hands them over.
+// cwidepath_internal.h: paths in wide characters, as an application passes them.
 #pragma once
 
 #include <cstddef>

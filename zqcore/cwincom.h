@@ -29,7 +29,7 @@ public:
     ZQ_INTERNAL static ModuleWinCom_c * Get();
 
 protected:
-    /// Starts COM. If the thread has COM already, even in the other concurrency model, logs that and returns true.
+    /// Starts COM and returns true. If the thread has COM already, even in the other concurrency model, logs that.
     /// Asserts that the module is not initialised. Returns false if COM cannot be started.
     bool Initialize() override;
 

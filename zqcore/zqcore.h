@@ -1,4 +1,5 @@
-// zqcore.h: includes every public header. A source that needs few services includes their headers instead.
+// zqcore.h: includes every header of the exported interface. A source that needs few services includes their headers
+// instead.
 #pragma once
 
 #include "zqcore/cadsr.h"

@@ -109,7 +109,7 @@ int main(int nArguments, char ** dArguments)
     std::filesystem::path const Logs = std::filesystem::absolute(dArguments[2]) / "";
     bool const bCrash = nArguments > 3 && std::string_view(dArguments[3]) == "crash";
 
-    g_silentMode = true;   // nobody is asked
+    g_silentMode = true;   // no dialog asks
     LogSetFile(Logs.wstring().c_str(), L"message.log");
     AppMiscStartup();
     SetPQXMediaPath(Media.c_str());

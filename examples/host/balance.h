@@ -29,9 +29,10 @@ inline constexpr BalanceColumn_s BALANCE_COLUMNS[] = {
     { "dues", &Balance_s::fDues },
 };
 
-/// Returns the factors of a level. A factor is 1 if the sheet, the row or the cell is missing, or the cell is not a
-/// number from 0 to 10. Errors in an existing sheet are logged.
+/// Returns the factors of a level, and logs errors in an existing sheet. A factor is 1 if:
+/// - the sheet, the row or the cell is missing;
+/// - the cell is not a number from 0 to 10.
 Balance_s BalanceRead(char const * szFile, char const * szLevel);
 
-/// Multiplies the numbers of the bay's tables by the factors.
+/// Multiplies the numbers of the bay's tables by the factors, rounds them, and limits nSpoils to 1000.
 void BalanceApply(Balance_s const & Balance, Bay_s & Bay);

@@ -138,22 +138,23 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
     return nullptr;
 }
 
-/// Fills an empty bay from the media's tables. Returns why there is no game in them, or an empty reason on success.
+/// Fills an empty bay, and the purse of g_House, from the media's tables. Returns why there is no game in them, or an
+/// empty reason on success.
 NoFile_s BayReadTables(Bay_s & Bay);
 
-/// Copies the names and numbers of one bay's definitions to those of another bay with the same idents, and the rules.
+/// Copies the rules of one bay to another, and the names and numbers of its definitions to those of the same idents.
 void BayCopyNumbers(Bay_s const & From, Bay_s & To);
 
 /// Runs one hour.
 void BayHour(Bay_s & Bay);
 
-/// Delete the ships, and empty the whole bay.
+/// Delete the ships, and empty the whole bay and the purse of g_House.
 void BayFreeShips(Bay_s & Bay);
 void BayReset(Bay_s & Bay);
 
-/// Registers the static objects with the graph. Must run once, before the first save or load.
+/// Registers the static objects with the graph. Requires that no save or load has begun.
 void BayRegisterStatics();
 
 /// Stores the game, or loads it over one that was just started from the media. Returns what is wrong with the loaded
-/// data, or an empty text. Such an error fails the archive, and BayReset is then the only call that the bay allows.
+/// data, or an empty text. On failure fails the archive, and the bay then allows no call but BayReset.
 String_T<256> BaySerialize(Serializeable_c & Archive, Bay_s & Bay);

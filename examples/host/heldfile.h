@@ -4,8 +4,10 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cstring.h"
 
-/// Reason why a file can't be read; empty if it can. Without bFault no file has that name. With bFault the file is
-/// empty or can't be read, or the scan of the media missed something.
+/// Reason why a file can't be used; empty if it can. Without bFault the media have no such file, or no acceptable row
+/// in it. With bFault the media have a fault:
+/// - the file is empty, can't be read or is not of the expected kind;
+/// - the scan of the media was not whole, and may have missed the file.
 struct NoFile_s
 {
     String_T<256> sWhy;

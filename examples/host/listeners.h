@@ -27,5 +27,5 @@ struct Notes_s
 /// Starts to listen. AppMiscShutdown empties the library's lists of listeners.
 void ListenersAdd();
 
-/// Returns what was collected so far, on all threads.
+/// Returns what was heard so far, on all threads.
 Notes_s ListenersGetNotes();

@@ -14,9 +14,9 @@ struct FrameStats_s
     unsigned nMostAllocs = 0;   // in one frame
 };
 
-/// For LoopRun: run frames until the watch is over.
+/// Number of frames with which LoopRun runs until the watch is over.
 inline constexpr int FRAMES_UNTIL_OVER = -1;
 
-/// Runs frames at the rate of the settings, with the idle heartbeat between them. Each frame streams as many files of
-/// the survey as the settings require. Returns the figures of the frames.
+/// Runs nFrames frames at the rate of the settings, with the idle heartbeat between them, and returns their figures.
+/// Each frame streams as many files of the survey as the settings require.
 FrameStats_s LoopRun(int nFrames, Survey_c & Survey);

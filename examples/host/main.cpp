@@ -70,7 +70,7 @@ namespace
         DumpSystemInfo();
         Log("%s", GetBuildVersionString());
         ListenersAdd();
-        SetTextErrorLog(true);   // reports the line to authors of tables
+        SetTextErrorLog(true);   // logs the place of each error, for authors of tables
         SetAchtungs(false);      // media of all kinds occur: complaints are counted and reported at the end
     }
 

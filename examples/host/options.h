@@ -37,8 +37,8 @@ struct Options_s
     bool bHelp = false;
 };
 
-/// Reads the command line and makes its paths absolute. Must be called while the current folder is still the caller's.
-/// Returns false, with a message, if the command line makes no sense.
+/// Reads the command line and makes its paths absolute. Requires that the current folder is still the caller's. Returns
+/// false, with a message, if the command line makes no sense.
 bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::string & sMessage);
 
 /// Returns the text of --help.

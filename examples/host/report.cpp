@@ -73,7 +73,6 @@ namespace
         }
         PrintMore(Heard.nHeard, Heard.GetKept());
     }
-
 }
 
 bool ReportBegin(char const * szPart, char const * szTitle)

@@ -18,6 +18,8 @@ void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables,
 
 void ReportTables(Survey_c const & Survey);
 
+/// Report what was loaded, or why nothing was; the world and the frames; and what was saved. ReportLoad reports a save
+/// that was set aside, or replaced by a previous one, even if the settings leave the part out.
 void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World);
 void ReportNotLoaded(char const * szWhy);
 void ReportWorld(ModuleWorld_c const & World);

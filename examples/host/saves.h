@@ -23,9 +23,11 @@ struct SaveResult_s
     double tTaken = 0.0;   // seconds
 };
 
-/// Loads the world of a game from a save and returns the result. If the save is damaged or absent, loads the newest
-/// previous one of this game that is whole. If there is none, the world starts new. A damaged save is set aside. A save
-/// that can't be read, or is of another version, is refused, and so is a previous one.
+/// Loads the world of a game from a save and returns the result:
+/// - If the save is damaged or absent, loads the newest previous save that is whole and of this game. If there is none,
+///   the world starts new. Sets a damaged save aside.
+/// - If the save can't be read, is of another version or game, or holds no sound world, refuses it.
+/// - If a previous save can't be read or is of another version, refuses that one too.
 SaveResult_s SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);
 
 /// Stores the world and returns the result.

@@ -41,8 +41,8 @@ public:
 
     int GetCount() const { return m_nServices; }
 
-    /// Return the name of a module, in the order of adding, and the seconds that its start took. A module that was not
-    /// added has 0.
+    /// Return the name of a module, by its number in the order of adding, and the seconds that its start took. Require
+    /// a number below GetCount(). A module that was not added has 0.
     char const * GetName(int iService) const { return m_dMarks[iService].GetWatched()->GetName(); }
     double GetStartTime(int iService) const;
     double GetStartTime(Module_c const & Module) const;

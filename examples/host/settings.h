@@ -1,7 +1,9 @@
 // settings.h: how the host runs, from the property list settings.prp of the media.
 //
-// The module starts after the files and before all modules that use it. If the list, or a name in it, is missing, or a
-// number is out of its range, the setting has the default below. SETTINGS in settings.cpp has the names and ranges.
+// The module starts after the files and before all modules that use it. It does not start if the list has a fault
+// (NoFile_s). SETTINGS in settings.cpp has the names and ranges. A setting has the default below if:
+// - the list is missing, or has no such name;
+// - the number is out of its range.
 #pragma once
 
 #include "zqcore/carray.h"

@@ -10,7 +10,7 @@
 
 class File_c;
 
-/// Returns the size of a file in bytes, by the table.
+/// Returns the size of a file in bytes, as the table of files has it.
 std::uint32_t FileBytes(File_c const & File);
 
 /// The files of one extension.

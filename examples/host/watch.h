@@ -4,9 +4,9 @@
 // continues with the new numbers.
 #pragma once
 
-class Survey_c;
-
 #include <string>
+
+class Survey_c;
 
 /// A watch on the media root from its construction on. Only one can exist at a time.
 class Watch_c

@@ -18,7 +18,7 @@ public:
     /// Returns the instance.
     static ModuleWorld_c * Get();
 
-    /// Starts a new world from the media. The previous one is deleted.
+    /// Deletes the world and starts a new one from the media.
     void Begin();
 
     /// Reads the numbers of the media's tables again while the game continues. New rows, deleted rows and changed
@@ -29,7 +29,7 @@ public:
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
     char const * GetWhyEmpty() const { return m_Why.sWhy; }
 
-    /// Returns whether a file of the world is empty, can't be read, or may have been missed by the scan.
+    /// Returns whether the media have no world because of a fault (NoFile_s).
     bool IsFaulty() const { return m_Why.bFault; }
 
     Bay_s & GetBay() { return m_Bay; }

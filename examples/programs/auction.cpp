@@ -78,7 +78,7 @@ namespace
         PropertyList_c Settings;
         if (Settings.Open("settings.prp") && Settings.StartVal("level") && Settings.NextVal(sLevel))
         {
-            EnumFromName(sLevel, nChance, CHANCES);   // of a hundred bids
+            EnumFromName(sLevel, nChance, CHANCES);   // bids of a hundred that raise the price
         }
         for (int iFrame = 0; iFrame < PROFILER_FRAMES; ++iFrame)
         {

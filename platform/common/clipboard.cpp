@@ -47,7 +47,7 @@ namespace plat
             std::vector<Format_s> dFormats;
             StoreKept_c Folder;
             StoreKept_c Lock;
-            bool bEmptied = false;   // Empty was called: callers no longer see the data on disk
+            bool bEmptied = false;   // ClipboardEmpty was called: callers no longer see the data on disk
             ClipboardWait_t fnWait = nullptr;
 
             bool IsOpen() const { return Lock.Get() != STORE_NONE; }
@@ -166,7 +166,7 @@ namespace plat
         {
             return false;
         }
-        StoreDeleteFile(hFolder, BUSY_FILE);   // of an owner that was killed
+        StoreDeleteFile(hFolder, BUSY_FILE);   // of an opener that was killed
         return true;
     }
 

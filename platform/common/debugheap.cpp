@@ -8,6 +8,7 @@ namespace plat
 {
     namespace
     {
+        // Fill values of the Windows debug heap.
         constexpr std::uint8_t FILL_NEW = 0xCD;
         constexpr std::uint8_t FILL_FREED = 0xDD;
         constexpr std::uint8_t FILL_GAP = 0xFD;

@@ -31,7 +31,7 @@ namespace plat
         for (std::size_t i = 0; i < nWide; ++i)
         {
             auto const cText = static_cast<char32_t>(szWide[i]);
-            if (cText >= 0x10000)
+            if (cText >= 0x10000)   // surrogates of UTF-16 (RFC 2781)
             {
                 sUnits += static_cast<char16_t>(0xD7C0 + (cText >> 10));
             }

@@ -19,16 +19,17 @@ namespace plat
         bool bForeign = false;               // the folder holds something that is not the store's
         bool bRead = false;                  // the whole folder was read
     };
+    /// Reads the entries of a key's folder. On failure bRead is false.
     KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
 
     /// Returns the name of a subkey as it was spelled when it was created. Returns the folded name if that is unknown.
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
 
     /// Empties the folder of a key. Returns false, and deletes nothing, if it has subkeys or holds anything that is not
-    /// the store's.
+    /// the store's. Also returns false if a file can't be deleted; others may then be gone.
     bool EmptyKey(StoreHandle_t hFolder);
 
-    /// The sorted names of a key's subkeys. They are read again only after the folder changed. Changes by this process
+    /// The sorted names of a key's subkeys. They are read again if the folder may have changed. Changes by this process
     /// are seen at once. Changes by other processes are seen at once too if the file system counts the subfolders of a
     /// folder. If not, a change in the same tick of the file system's clock as the previous reading is seen at most
     /// 20 ms later.

@@ -40,7 +40,7 @@ namespace plat
             }
         }
 
-        // Returns the FNV-1a of 32 bits over a record without its checksum.
+        // Returns the FNV-1a of 32 bits (RFC 9923) over a record without its checksum.
         std::uint32_t CheckSum(RecordBytes_t const & dBytes)
         {
             std::uint32_t dwSum = 0x811C9DC5u;
@@ -87,7 +87,7 @@ namespace plat
             return true;
         }
 
-        // Returns the FNV-1a of 64 bits.
+        // Returns the FNV-1a of 64 bits (RFC 9923).
         std::uint64_t HashOf(std::string_view sText)
         {
             std::uint64_t nHash = 0xCBF29CE484222325u;

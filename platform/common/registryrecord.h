@@ -17,7 +17,7 @@ namespace plat
     constexpr char VALUE_MARK = '=';
     constexpr char BUSY_MARK = '~';
 
-    /// Contents of a file of records.
+    /// Contents of a record's file.
     using RecordBytes_t = std::vector<char>;
 
     /// The record of a key or a value.
@@ -28,7 +28,8 @@ namespace plat
         std::string_view sData;
     };
 
-    /// Reads a file of records. The record points into the bytes. Returns false if the file is not one, or is damaged.
+    /// Reads a record's file. The record points into the bytes. Returns false if the file is missing or damaged, or is
+    /// not a record's.
     bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & dBytes, Record_t & Record);
 
     /// Replaces szFile by a record. With bAlone the caller is the only writer to the folder. On failure returns false

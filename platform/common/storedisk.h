@@ -1,8 +1,8 @@
 // storedisk.h: the folders and files of the stores of registry and clipboard. A system's folder implements it.
 //
 // A store is a folder that all processes of the user share. It holds folders and files. Their names have at most
-// STORE_NAME_LIMIT bytes. They are opened only if they are of the expected kind. A symbolic link, a pipe or a device is
-// treated as missing and is never waited for.
+// STORE_NAME_LIMIT bytes. They are opened only if they are of the expected kind. To open a symbolic link, a pipe or a
+// device fails at once.
 //
 // Failure: a function that fails leaves the reason in errno. ENOENT means that the entry does not exist.
 #pragma once

@@ -95,7 +95,7 @@ namespace plat
             return static_cast<std::size_t>(nFollowing) + 1;
         }
 
-        // Writes a character as one wide unit, or as one or two units of 16 bits. Returns the units written.
+        // Writes a character as one wide unit, or as one or two units of UTF-16 (RFC 2781). Returns the units written.
         std::size_t PutWide(wchar_t * pOut, char32_t cText)
         {
             if (!WIDE_IS_UTF16 || cText < 0x10000)

@@ -39,7 +39,7 @@
     #define ZQ_REFUSE_IF(bWrong, szText)                                                                               \
         _Pragma("clang diagnostic push") _Pragma("clang diagnostic ignored \"-Wgcc-compat\"")                          \
             __attribute__((diagnose_if(bWrong, szText, "error"))) _Pragma("clang diagnostic pop")
-    #define ZQ_FOLDS_CALLS false   // ZQ_REFUSE_IF does what it is for
+    #define ZQ_FOLDS_CALLS false   // ZQ_REFUSE_IF serves instead
 #else
     #define ZQ_REFUSE_IF(bWrong, szText)
     #ifdef __OPTIMIZE__

@@ -73,7 +73,7 @@ namespace plat
                     CloseEvents(t_File);
                 }
             };
-            [[maybe_unused]] static thread_local Closer_s const s_Closer;
+            [[maybe_unused]] static thread_local Closer_s const t_Closer;
             ForkDropAdd(t_File.Drop, CloseEventsInChild, &t_File);
         }
 

@@ -40,7 +40,7 @@ namespace plat
         return static_cast<std::uint32_t>(MonotonicNanoseconds() / 1000000);
     }
 
-    // The coarse clock has its finest period already. Only a period of 0 is refused.
+    // The coarse clock has its finest period already. Refuses only a period of 0.
     bool CoarseClockRaise(unsigned nMilliseconds)
     {
         return nMilliseconds > 0;

@@ -26,7 +26,7 @@ namespace plat
         constexpr std::uint32_t CLEAR = 0, SIGNALLED = 1, AWAITED = 2;
 
         // Sleeps while the word has the value, until a time of the monotonic clock at most. A null pUntil means for
-        // ever. Returns false at that time.
+        // ever. Returns false if that time has come.
         bool SleepWhile(WaitWord_t & Word, std::uint32_t nValue, timespec const * pUntil = nullptr)
         {
             constexpr int OPERATION = FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG;
@@ -114,8 +114,8 @@ namespace plat
             }
 
         private:
-            // Uses the system's number. For a thread that has ended, a call with the number fails, but the handle is
-            // invalid.
+            // Uses the system's number: a call with that of an ended thread fails. A call with the handle of one is
+            // undefined.
             static bool SetClass(pid_t iThread, int iClass)
             {
                 int const iErrorBefore = errno;

@@ -44,7 +44,7 @@ namespace plat
         return true;
     }
 
-    /// Returns the facts, links followed. On failure, as if nothing has that name, they are all zero.
+    /// Returns the facts of what sPath names in the folder iFolder. Follows links. On failure all are zero.
     inline FileFacts_t FactsOf(std::string const & sPath, int iFolder = AT_FDCWD)
     {
         FileFacts_t Facts = {};

@@ -30,7 +30,7 @@ namespace plat
             }
             void Add(char const * szMore) { Add(szMore, std::strlen(szMore)); }
 
-            // Escapes line ends, so that the text stays on one line.
+            // Escapes control characters and line ends, so that the text stays on one line.
             void AddEscaped(char const * szMore)
             {
                 nLength += TextEscape(szText + nLength, nSize - nLength, szMore, Controls_e::None);

@@ -72,7 +72,7 @@ namespace plat
             }
         }
 
-        // Removes signals that a filter's writing may have raised. They would end the process in place of the fault.
+        // Removes signals that a filter's writing may have raised. They would end the process instead of the fault.
         void DropSignalsOfWriting()
         {
             sigset_t Set;

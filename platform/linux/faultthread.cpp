@@ -116,7 +116,7 @@ namespace
         }
     }
 
-    // Ends in a jump, so that the thread's call stack has no frame of it: no local has its address taken.
+    // Ends in a jump, so that the thread's call stack has no frame of it. Therefore no local has its address taken.
     void * RunJoined(void * pStart)
     {
         Run_t const fnRun = static_cast<Start_s *>(pStart)->fnRun;
@@ -142,8 +142,8 @@ namespace
 
 extern "C"
 {
-    // Creates a thread and gives it a stack for faults. The process binds it in place of the C library's function,
-    // which it calls. A program that links the library's objects and a checker's function of this name uses the latter.
+    // Creates a thread that has a stack for faults. Replaces the C library's function in the process, and calls it.
+    // A program that links the library's objects and a checker's function of this name uses the latter.
     ZQ_API __attribute__((weak)) int pthread_create(
         pthread_t * pThread, pthread_attr_t const * pAttributes, Run_t fnRun, void * pArgument) noexcept
     {

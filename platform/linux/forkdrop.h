@@ -1,10 +1,12 @@
 // forkdrop.h: what a forked child must not keep of its parent.
 //
 // A child has a copy of every descriptor. If a copy keeps the parent's resource alive or shares the parent's work in
-// flight, the child closes it at once. Any thread.
+// flight, the child closes it at once.
 //
 // An entry has an owner and is used once: the child removes it. A ForkHandler_c differs in that it runs at each fork.
 // In a thread-local object, a ForkHandler_c would dangle in a child, where that thread does not end.
+//
+// Threads: any thread.
 #pragma once
 
 namespace plat

@@ -54,7 +54,7 @@ namespace plat
         return nNumber;
     }
 
-    // A line is "start-end rwxp offset major:minor inode   path". All numbers but the inode are hexadecimal.
+    // A line is "start-end rwxp offset major:minor inode   path" (proc(5)). All numbers but the inode are hexadecimal.
     bool Maps_c::Next(Mapping_t & Mapping)
     {
         int cByte;

@@ -18,7 +18,7 @@ namespace plat
         constexpr unsigned char GROUP_BIT = 1;   // the address is not that of a single interface
         constexpr unsigned char LOCAL_BIT = 2;   // the address was not assigned by a manufacturer
 
-        // Returns the link-layer address of an entry that is usable, or null.
+        // Returns the link-layer address of an entry, or null if the entry has no usable one.
         sockaddr_ll const * UsableAddress(ifaddrs const & Entry)
         {
             if (!Entry.ifa_addr || Entry.ifa_addr->sa_family != AF_PACKET || (Entry.ifa_flags & IFF_LOOPBACK) != 0)

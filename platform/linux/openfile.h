@@ -33,12 +33,14 @@ namespace plat
         return iError == EINVAL || iError == ENOSYS || iError == EOPNOTSUPP || iError == ENOLCK;
     }
 
+    /// Returns the descriptor of a handle; -1 for null.
     inline int DescriptorOf(File_t hFile)
     {
         return static_cast<int>(reinterpret_cast<std::intptr_t>(hFile)) - 1;
     }
 
-    /// Returns the handle of a descriptor: the descriptor plus one, because descriptor 0 is a file too.
+    /// Returns the handle of a descriptor: the descriptor plus one, because descriptor 0 is a file too. Returns null
+    /// for -1.
     inline File_t HandleOf(int iDescriptor)
     {
         return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);

@@ -6,7 +6,7 @@ namespace plat
 {
     namespace
     {
-// The letter for std::size_t in a mangled name.
+// The letter for std::size_t in a mangled name (Itanium C++ ABI, section 5.1).
 #if __SIZEOF_SIZE_T__ == 8
     #define SIZE_LETTER "m"
 #else

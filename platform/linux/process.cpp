@@ -41,8 +41,8 @@ namespace plat
             return true;
         }
 
-        // Returns a field of the process's state, counted from 1 after its name, which is in brackets and may hold any
-        // bytes. Returns 0 on failure.
+        // Returns a field of /proc/self/stat (proc(5)), counted from 1 after the process's name, which is in brackets
+        // and may hold any bytes. Returns 0 on failure.
         unsigned long long FieldOfProcess(int iField)
         {
             char szStat[512];

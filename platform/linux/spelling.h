@@ -2,7 +2,9 @@
 //
 // A path is tried as it is, then with the names that folder listings found, then with those found by reading the
 // folders of the path. Folding never changes a length, so a name is respelled in place, on the stack. Only the record
-// of spellings uses the heap. Any thread.
+// of spellings uses the heap.
+//
+// Threads: any thread.
 #pragma once
 
 #include "platform/compiler.h"

@@ -67,7 +67,7 @@ namespace plat
 {
     namespace
     {
-        ZQ_THREAD_LOCAL char const * t_pLow = nullptr;   // end of the stack that the thread runs on
+        ZQ_THREAD_LOCAL char const * t_pLow = nullptr;   // low end of the stack that the thread runs on
 
         struct Call_s
         {
@@ -78,7 +78,7 @@ namespace plat
             std::size_t nCallerStack;
         };
 
-        // Reports to the address checker which stack is the present one.
+        // Reports to the address checker that the thread is about to run on another stack.
         void ReportLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
         {
 #ifdef CHECKER_FOLLOWS_STACKS
@@ -90,6 +90,7 @@ namespace plat
 #endif
         }
 
+        // Reports to the address checker that the thread now runs on that stack.
         void ReportArrival(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
         {
 #ifdef CHECKER_FOLLOWS_STACKS

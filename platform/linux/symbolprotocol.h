@@ -25,6 +25,7 @@ namespace plat
     /// Bytes of an answer's text with its terminator. Longer names and paths are cut.
     inline constexpr std::uint32_t SYMBOL_TEXT = 4096;
 
+    /// Numbers of registers, vectors and printers; bytes of a printer's texts with their terminators.
     inline constexpr std::uint32_t SYMBOL_REGISTERS = 17;
     inline constexpr std::uint32_t SYMBOL_VECTORS = 16;
     inline constexpr std::uint32_t SYMBOL_PRINTERS = 32;   // at most

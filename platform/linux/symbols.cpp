@@ -133,7 +133,7 @@ namespace plat
             return 0;
         }
 
-        // Waits until the socket has data, and returns true. Returns false if the time is over.
+        // Waits until the socket has data. Returns false if that fails or the time is over.
         bool WaitReadable(int hSocket, std::int64_t tEnd)
         {
             pollfd Poll = { hSocket, POLLIN, 0 };
@@ -179,8 +179,8 @@ namespace plat
             return Send(hSocket, Memory);
         }
 
-        // Gets the helper's answer and serves its requests for memory meanwhile. Skips late answers to other questions.
-        // Returns false if the helper has failed or the time is over.
+        // Sends a request and receives the helper's answer. Serves the helper's requests for memory meanwhile. Skips
+        // late answers to other requests. Returns false if the helper has failed or the time is over.
         bool Converse(
             int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer, bool & bServing)
         {

@@ -21,7 +21,7 @@ namespace zqsymbols
             return nBytes > 0 ? BuildIdText(pBytes, static_cast<std::size_t>(nBytes)) : "";
         }
 
-        // Returns how much memory a module takes, by the segments that are loaded.
+        // Returns the bytes of memory from a module's first page to the end of its last segment.
         std::uint64_t BytesOf(Elf * pElf)
         {
             std::optional<std::uint64_t> Start;
@@ -41,7 +41,7 @@ namespace zqsymbols
             return nEnd - std::min(Start.value_or(0), nEnd);
         }
 
-        // Returns whether a file has the contents of a section. A stripped part keeps only its head.
+        // Returns whether a file has the contents of a section. A section without contents has only a header.
         bool HasSection(Elf * pElf, std::string_view sName)
         {
             std::optional<Section_t> const Section = FindSection(pElf, sName);

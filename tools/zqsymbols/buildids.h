@@ -8,13 +8,15 @@
 
 namespace zqsymbols
 {
+    /// Table of ELF files by their build-ids.
     class BuildIds_c
     {
     public:
-        /// Searches a folder at any depth. Of files with the same build-id the one with the most information counts.
-        /// Other files are skipped. Reports a folder that is not readable.
+        /// Adds the ELF files of a folder, at any depth. If several share a build-id, the one with the most information
+        /// counts. Skips other files. Ends at the first folder that it can't read, and reports it to fnFault.
         void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
 
+        /// A file of the table.
         struct Found_t
         {
             std::string sPath;

@@ -40,7 +40,7 @@ namespace zqsymbols
             return dBytes;
         }
 
-        // A constant that the debug information has in place of a location.
+        // Returns the constant that the debug information has instead of a location.
         std::optional<Bytes_t> ConstantOf(Dwarf_Die Die)
         {
             Dwarf_Attribute Attribute;
@@ -77,7 +77,7 @@ namespace zqsymbols
         return sName + Print("+%llX", static_cast<unsigned long long>(nAddress - nStart));
     }
 
-    // The line and, in the first frames, its neighbours.
+    // Returns the line and, with bAround, its neighbours.
     std::string FrameLines_c::Source(Line_t const & Line, bool bAround)
     {
         unsigned const nAround = bAround ? LINES_AROUND : 0;
@@ -138,8 +138,8 @@ namespace zqsymbols
                + (bRegister ? " [register]\n" : "\n") + sMembers;
     }
 
-    // The innermost inlined call comes first. It is at the frame's line, each outer one where the next inner one is
-    // called.
+    // The innermost inlined call comes first. Its line is the frame's. The line of each outer one is that of the next
+    // inner call.
     std::string FrameLines_c::Of(Frame_t const & Frame, std::size_t & nNumber, bool bWhole)
     {
         std::uint64_t const nInside = Frame.GetInside();
@@ -181,7 +181,7 @@ namespace zqsymbols
         return sText;
     }
 
-    // Finds the far end, and goes on shortly before it.
+    // Finds the far end, and moves m_iFrame to FAR frames before it. Returns the lines that report what is left out.
     std::string StackLines_c::Skip()
     {
         auto const tEnd = std::chrono::steady_clock::now() + FAR_LIMIT;

@@ -9,6 +9,7 @@
 
 namespace zqsymbols
 {
+    /// Writer of the lines of frames. Reads each source file once.
     class FrameLines_c
     {
     public:
@@ -19,10 +20,12 @@ namespace zqsymbols
             , m_Values(Process, Types)
         {}
 
+        /// Returns the object that shows values, for the printers of the host.
         Values_c & GetValues() { return m_Values; }
 
-        /// Returns the lines of a frame and of the inlined calls in it, and counts them in nNumber. Without bWhole they
-        /// have neither texts of sources nor variables.
+        /// Returns the lines of a frame and of the inlined calls in it. Numbers the calls and the frame from nNumber
+        /// on, and moves nNumber after the last one. Without bWhole the lines have neither texts of sources nor
+        /// variables.
         std::string Of(Frame_t const & Frame, std::size_t & nNumber, bool bWhole);
 
     private:
@@ -46,8 +49,8 @@ namespace zqsymbols
             , m_Frames(Frames)
         {}
 
-        /// Returns the lines of the next frame; empty at the end. A stack of more than NEAR + FAR frames has its first
-        /// and its last ones.
+        /// Returns the lines of the next frame; empty at the end. Of a stack with more than NEAR + FAR frames, returns
+        /// the first NEAR and the last FAR.
         std::string Next();
 
     private:

@@ -31,6 +31,7 @@ namespace zqsymbols
         return dwarf_formref_die(dwarf_attr_integrate(pDie, DW_AT_type, &Attribute), pType) != nullptr;
     }
 
+    /// Returns whether a tag is that of a structure, a class or a union.
     inline bool IsStructure(int nTag)
     {
         return nTag == DW_TAG_structure_type || nTag == DW_TAG_class_type || nTag == DW_TAG_union_type;
@@ -47,7 +48,7 @@ namespace zqsymbols
                                                               : sName + "::";
     }
 
-    /// Also of a reference.
+    /// Returns whether a tag is that of a pointer or a reference.
     inline bool IsPointer(int nTag)
     {
         return nTag == DW_TAG_pointer_type || nTag == DW_TAG_reference_type || nTag == DW_TAG_rvalue_reference_type;

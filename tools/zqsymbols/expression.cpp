@@ -356,7 +356,7 @@ namespace zqsymbols
 
             void Jump(Dwarf_Op const & Operation)
             {
-                constexpr Dwarf_Word JUMP_BYTES = 3;
+                constexpr Dwarf_Word JUMP_BYTES = 3;   // of the operation itself (DWARF 5, section 2.5.1.5)
                 Dwarf_Word const nTarget = Operation.offset + JUMP_BYTES + Operation.number;
                 m_iOperation = 0;
                 while (m_iOperation < m_dOperations.size() && m_dOperations[m_iOperation].offset != nTarget)

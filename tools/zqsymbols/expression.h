@@ -11,6 +11,7 @@
 
 namespace zqsymbols
 {
+    /// How a Place_t says where a value is.
     enum Place_e
     {
         PLACE_UNKNOWN,    // optimised out, or by an operation that needs more than a frame's registers
@@ -20,6 +21,7 @@ namespace zqsymbols
         PLACE_BYTES    // likewise: dBytes, which may be stored in several places
     };
 
+    /// Place of a value, or the value itself if it is stored nowhere.
     struct Place_t
     {
         Place_e ePlace = PLACE_UNKNOWN;
@@ -40,11 +42,13 @@ namespace zqsymbols
         std::uint64_t nBias = 0;   // of the module
         std::optional<std::uint64_t> nCfa{};
         std::optional<std::uint64_t> nFrameBase{};
-        Frame_t const * pFrame = nullptr;         // whose caller has values, if there is one
+        Frame_t const * pFrame = nullptr;         // whose caller has the entry values; null if they are unknown
         EntryValues_t * pEntryValues = nullptr;   // not null with pFrame
-        unsigned nCallers = 0;                    // that this frame is away from the first one
+        unsigned nCallers = 0;                    // from the frame whose values are asked for to pFrame
         Dwarf_Attribute * pAttribute = nullptr;   // that has the expression, if one has it
     };
 
+    /// Runs an expression (DWARF 5, sections 2.5 and 2.6) and returns the place that it computes. Returns PLACE_UNKNOWN
+    /// if it is damaged, or needs a register or memory that is unknown.
     Place_t Evaluate(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations);
 }

@@ -50,7 +50,7 @@ namespace zqsymbols
                 m_dFrames[m_dFrames.size() - 2].pCaller = &m_dFrames.back();
             }
         }
-        return iFrame < m_dFrames.size() ? &m_dFrames[iFrame] : nullptr;
+        return bAsked && iFrame < m_dFrames.size() ? &m_dFrames[iFrame] : nullptr;
     }
 
     // Sets the CFA of the frame, and the caller. Returns false at the end of the stack. A caller's CFA is higher,
@@ -90,7 +90,7 @@ namespace zqsymbols
         return true;
     }
 
-    // Computes the caller's value of a register by its rule.
+    // Computes the caller's value of a register by its rule. Returns false if the value is unknown.
     bool Frames_c::Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller)
     {
         Dwarf_Op dOwn[3];
@@ -134,7 +134,7 @@ namespace zqsymbols
         return nValue.has_value();
     }
 
-    // For code without rules. A call of an address without code has pushed its return address and nothing else.
+    // Serves code without rules. A call of an address without code has pushed its return address and nothing else.
     bool Frames_c::ByFramePointer(Frame_t & Frame, Frame_t & Caller)
     {
         std::uint64_t const nWord = m_Process.GetWord();

@@ -7,6 +7,7 @@
 
 namespace zqsymbols
 {
+    /// A frame and its registers, as far as they are known.
     struct Frame_t
     {
         Registers_t Registers;
@@ -19,6 +20,7 @@ namespace zqsymbols
         std::uint64_t GetInside() const { return nAddress - (bCall ? 1 : 0); }
     };
 
+    /// The frames of one thread, each unwound when it is first asked for.
     class Frames_c
     {
     public:

@@ -1,5 +1,7 @@
 #include "tools/zqsymbols/indexfile.h"
 
+#include "platform/linux/descriptor.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -33,7 +35,7 @@ namespace zqsymbols
         static_assert(sizeof(Head_t) == 120 && sizeof(IndexRange_t) == 16);
         constexpr std::size_t SUMMED_FROM = 16;
 
-        // A checksum, by words: a file has some megabytes. Its length is a multiple of a word.
+        // Returns a checksum by words, because a file has some megabytes. Its length is a multiple of a word.
         std::uint64_t Sum(std::string_view sBytes)
         {
             // 2^64 divided by the golden ratio (Knuth, The Art of Computer Programming, volume 3, section 6.4).
@@ -74,27 +76,6 @@ namespace zqsymbols
             return dRanges;
         }
 
-        class Handle_c
-        {
-        public:
-            explicit Handle_c(int hFile)
-                : m_hFile(hFile)
-            {}
-            ~Handle_c()
-            {
-                if (m_hFile >= 0)
-                {
-                    close(m_hFile);
-                }
-            }
-            Handle_c(Handle_c const &) = delete;
-            Handle_c & operator=(Handle_c const &) = delete;
-            int Get() const { return m_hFile; }
-
-        private:
-            int m_hFile;
-        };
-
         bool IsOwn(struct stat const & Stat)
         {
             return Stat.st_uid == geteuid() && (Stat.st_mode & (S_IWGRP | S_IWOTH)) == 0;
@@ -132,6 +113,7 @@ namespace zqsymbols
             return hFolder;
         }
 
+        // Deletes the files that were unused for the longest time until all and nBytes more have at most FOLDER_MAX.
         // Returns false if the files can't be counted.
         bool MakeRoom(int hFolder, std::uint64_t nBytes)
         {
@@ -141,11 +123,13 @@ namespace zqsymbols
                 std::uint64_t nBytes;
                 std::string sName;
             };
-            DIR * const pFolder = fdopendir(openat(hFolder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            plat::Descriptor_c Own(openat(hFolder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            DIR * const pFolder = Own.IsOpen() ? fdopendir(Own.Get()) : nullptr;
             if (pFolder == nullptr)
             {
                 return false;
             }
+            Own.Release();   // closedir closes it
             std::vector<File_t> dFiles;
             while (dirent const * const pEntry = readdir(pFolder))
             {
@@ -210,25 +194,25 @@ namespace zqsymbols
 
     std::optional<IndexParts_t> IndexFolder_c::Load(IndexKey_t const & Key) const
     {
-        Handle_c const hFolder(OpenFolder(m_sFolder));
+        plat::Descriptor_c const Folder(OpenFolder(m_sFolder));
         struct stat Stat = {};
-        Handle_c const hFile(hFolder.Get() < 0 ? -1
-                                               : openat(hFolder.Get(), NameOf(Key).c_str(),
-                                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-        if (hFile.Get() < 0 || fstat(hFile.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode) || !IsOwn(Stat)
+        plat::Descriptor_c const File(!Folder.IsOpen() ? -1
+                                                       : openat(Folder.Get(), NameOf(Key).c_str(),
+                                                           O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode) || !IsOwn(Stat)
             || static_cast<std::uint64_t>(Stat.st_size) > FILE_MAX)
         {
             return std::nullopt;
         }
         std::string sFile(static_cast<std::size_t>(Stat.st_size), '\0');
         std::optional<IndexParts_t> Parts;
-        if (pread(hFile.Get(), sFile.data(), sFile.size(), 0) == Stat.st_size)
+        if (pread(File.Get(), sFile.data(), sFile.size(), 0) == Stat.st_size)
         {
             Parts = ParseIndex(sFile, Key);
         }
         if (Parts)
         {
-            futimens(hFile.Get(), nullptr);   // the time of its last use
+            futimens(File.Get(), nullptr);   // the time of its last use
         }
         return Parts;
     }
@@ -242,16 +226,16 @@ namespace zqsymbols
         }
         mkdir(m_sFolder.substr(0, m_sFolder.rfind('/')).c_str(), S_IRWXU);
         mkdir(m_sFolder.c_str(), S_IRWXU);
-        Handle_c const hFolder(OpenFolder(m_sFolder));
+        plat::Descriptor_c const Folder(OpenFolder(m_sFolder));
         std::string const sNew = NameOf(Key) + std::to_string(getpid()) + ENDING;
         constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-        bool const bRoom = hFolder.Get() >= 0 && MakeRoom(hFolder.Get(), sFile.size());
-        Handle_c const hFile(bRoom ? openat(hFolder.Get(), sNew.c_str(), FLAGS, S_IRUSR | S_IWUSR) : -1);
-        if (hFile.Get() >= 0
-            && (!WriteAll(hFile.Get(), sFile)
-                || renameat(hFolder.Get(), sNew.c_str(), hFolder.Get(), NameOf(Key).c_str()) != 0))
+        bool const bRoom = Folder.IsOpen() && MakeRoom(Folder.Get(), sFile.size());
+        plat::Descriptor_c const File(bRoom ? openat(Folder.Get(), sNew.c_str(), FLAGS, S_IRUSR | S_IWUSR) : -1);
+        if (File.IsOpen()
+            && (!WriteAll(File.Get(), sFile)
+                || renameat(Folder.Get(), sNew.c_str(), Folder.Get(), NameOf(Key).c_str()) != 0))
         {
-            unlinkat(hFolder.Get(), sNew.c_str(), 0);
+            unlinkat(Folder.Get(), sNew.c_str(), 0);
         }
     }
 

@@ -5,7 +5,8 @@
 //
 // Failure: costs only time. There is no file in these cases:
 // - the user has no home folder, or the module no build-id.
-// - the disk has no room for it.
+// - the disk has no room for it, or it would have more than 32 MiB.
+// - other users may write to the folder.
 #pragma once
 
 #include "tools/zqsymbols/moduleindex.h"
@@ -28,7 +29,7 @@ namespace zqsymbols
     /// What an index has: the ranges of a module's units and of its symbols.
     struct IndexParts_t
     {
-        std::vector<IndexRange_t> dUnits;     // sorted, as by RangeIndex_c
+        std::vector<IndexRange_t> dUnits;     // sorted by IsBefore
         std::vector<IndexRange_t> dSymbols;   // likewise
     };
 
@@ -42,7 +43,7 @@ namespace zqsymbols
     class IndexFolder_c
     {
     public:
-        /// Uses a folder, none if its path is empty. One that others may write to is not used.
+        /// Uses a folder, or none if its path is empty. Does not use one that others may write to.
         explicit IndexFolder_c(std::string sFolder)
             : m_sFolder(std::move(sFolder))
         {}

@@ -10,7 +10,7 @@ namespace zqsymbols
 {
     namespace
     {
-        // A function's name with the namespaces and structures around its declaration.
+        // Returns the callee's name with the namespaces and structures around its declaration.
         std::string QualifiedName(Dwarf_Die & Call)
         {
             Dwarf_Die Declaration = Call;

@@ -1,4 +1,4 @@
-// inlined.h: the calls that the compiler replaced by the called function's code.
+// inlined.h: the calls that the compiler replaced by the callee's code.
 #pragma once
 
 #include "tools/zqsymbols/names.h"
@@ -7,11 +7,12 @@
 
 namespace zqsymbols
 {
+    /// A call whose callee's code is part of the caller's.
     struct InlinedCall_t
     {
-        std::string sFunction;         // the called one
+        std::string sFunction;         // the callee
         std::optional<Line_t> Place;   // of the call
-        std::size_t iScope;            // index of the called one's scope
+        std::size_t iScope;            // index of the callee's scope
     };
 
     /// Returns the inlined calls among the scopes at an address, outermost first.

@@ -145,7 +145,7 @@ namespace zqsymbols
                 return true;
             }
 
-            // A text that is too long for an answer is divided at the ends of lines, which are cut so that each fits.
+            // Divides a text that is too long for an answer at the ends of lines, and cuts each line so that it fits.
             bool AnswerDetail(std::uint64_t nSection, plat::SymbolAnswer_t & To)
             {
                 if (m_sDetail.empty())
@@ -223,5 +223,5 @@ int main()
     zqsymbols::SetLimits();
     zqsymbols::Process_c Process;
     bool const bServed = Process.Start() && zqsymbols::Serve(Process);
-    _exit(bServed ? 0 : 1);   // leaves the caches to the end of the process
+    _exit(bServed ? 0 : 1);   // the end of the process frees the caches
 }

@@ -18,7 +18,7 @@ namespace zqsymbols
         constexpr std::uint64_t BIG_BYTES = 64 << 20;
         constexpr int BIG_SYMBOLS = 100000;
 
-        // The linker's fill between two functions of a unit.
+        // The linker's fill between two functions of a unit has fewer bytes.
         constexpr std::uint64_t GAP_MAX = 16;
 
         // Collects the ranges inside a module.
@@ -40,7 +40,8 @@ namespace zqsymbols
                 }
             }
 
-            // Extends the last range if that belongs to the same unit and ends right before.
+            // Adds a range of a unit, or extends the last one if that belongs to the same unit and ends less than
+            // GAP_MAX bytes before.
             void AddUnit(std::uint64_t nFrom, std::uint64_t nTo, std::uint64_t nUnit)
             {
                 std::uint64_t const nLastEnd =

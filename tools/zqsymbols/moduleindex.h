@@ -1,7 +1,7 @@
 // moduleindex.h: a module's compilation units and symbols, sorted by address.
 //
 // libdw has such tables too. Its table of units is missing for compilers that write none, and its search for a symbol
-// reads all of them.
+// reads all symbols.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +12,8 @@
 
 namespace zqsymbols
 {
-    /// Addresses from a start, both counted from the module's start. nValue is the offset of a unit's DIE or the number
-    /// of a symbol.
+    /// A range of nBytes addresses. nStart counts from the module's start. nValue is the offset of a unit's DIE, or a
+    /// symbol's rank, which includes its number (docs/formats.md).
     struct IndexRange_t
     {
         std::uint32_t nStart;
@@ -21,7 +21,7 @@ namespace zqsymbols
         std::uint64_t nValue;
     };
 
-    /// Returns the order of ranges: by their starts, the longer one first.
+    /// Returns whether Left precedes Right: by their starts, then the longer one first, then by their values.
     inline bool IsBefore(IndexRange_t const & Left, IndexRange_t const & Right)
     {
         return Left.nStart != Right.nStart   ? Left.nStart < Right.nStart
@@ -35,11 +35,11 @@ namespace zqsymbols
     public:
         RangeIndex_c() = default;
 
-        /// Requires that the ranges are sorted.
+        /// Holds ranges. Requires that they are sorted by IsBefore.
         explicit RangeIndex_c(std::vector<IndexRange_t> dRanges);
 
         /// Calls fnFound with the value of each range that holds an address, the one with the nearest start first,
-        /// until it returns true.
+        /// until it returns true. The address counts from the module's start.
         template <typename FOUND>
         void At(std::uint64_t nAddress, FOUND const & fnFound) const
         {
@@ -62,6 +62,7 @@ namespace zqsymbols
 
     class IndexFolder_c;
 
+    /// Index of one module. Empty before Build.
     class ModuleIndex_c
     {
     public:

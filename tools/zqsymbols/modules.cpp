@@ -40,7 +40,7 @@ namespace zqsymbols
             return open(szModule, O_RDONLY | O_CLOEXEC);
         }
 
-        // Separate debug files are searched beside the module and in the system's folders.
+        // libdw searches separate debug files beside the module and in the system's folders.
         char g_szDebugPath[] = ":.debug:/usr/lib/debug";
         char * g_pszDebugPath = g_szDebugPath;
 

@@ -8,7 +8,7 @@
 //
 // Ownership: what refers to a module or a unit is valid as long as the object.
 // Threads: one thread uses an object.
-// Cost: a module's files are opened at the first address in it. An index of its units and symbols is then built once.
+// Cost: the first question about a module opens its files and builds an index of its units and symbols.
 // Failure: a module whose file is missing or damaged has no names.
 #pragma once
 
@@ -35,7 +35,7 @@ namespace zqsymbols
     {
         Dwarf_Die Die;   // of its functions, variables and types
         Dwarf_Addr nBias;
-        Dwarf_Die Lines;   // of its source files and lines; another one only of a unit in two parts
+        Dwarf_Die Lines;   // of its source files and lines; differs from Die only for a unit in two parts
     };
 
     /// A symbol of a module's symbol table. The name is the linker's.
@@ -45,18 +45,19 @@ namespace zqsymbols
         std::uint64_t nDisplacement;   // of the address from its start
     };
 
+    /// The modules of one address space.
     class Modules_c
     {
     public:
-        /// Index files of big modules are kept in a folder; none if its path is empty.
+        /// Keeps index files of big modules in a folder, or nowhere if its path is empty.
         explicit Modules_c(std::string const & sIndexFolder = IndexFolderOfUser());
         virtual ~Modules_c() { dwfl_end(m_pDwfl); }
         Modules_c(Modules_c const &) = delete;
         Modules_c & operator=(Modules_c const &) = delete;
 
         /// Adds the program or library of a file that is mapped from nStart to nEnd. A file that has only the debug
-        /// information of one, such as "objcopy --only-keep-debug" makes, serves too. Requires
-        /// modules that do not overlap.
+        /// information of one, such as "objcopy --only-keep-debug" makes, serves too. Requires modules that do not
+        /// overlap.
         void AddModule(char const * szPath, std::uint64_t nStart, std::uint64_t nEnd);
 
         /// Ends the additions. Requires that it is called once, before any question.

@@ -61,7 +61,7 @@ namespace zqsymbols
             return sName;
         }
 
-        // "int ns::f<int>" is "ns::f<int>": a blank outside of all brackets ends a return type. Not so in an operator's
+        // "int ns::f<int>" is "ns::f<int>": a blank outside of all brackets ends a return type, except in an operator's
         // name.
         std::string_view WithoutReturnType(std::string_view sName)
         {

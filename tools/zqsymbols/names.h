@@ -8,24 +8,30 @@
 
 namespace zqsymbols
 {
-    /// Returns a linker's name as the source spells it, without argument and return types. Other names are unchanged.
+    /// Returns a linker's name as the source spells it, without argument and return types. A name that is not mangled
+    /// loses what begins with a '.' or '@' after its first character.
     std::string PlainName(char const * szLinkerName);
 
+    /// A function that holds an address.
     struct Function_t
     {
         std::string sName;
-        std::uint64_t nDisplacement;
+        std::uint64_t nDisplacement;   // bytes of the address from its start
     };
+
+    /// Returns the function that holds an address, or nothing if it is unknown.
     std::optional<Function_t> FunctionAt(Modules_c & Modules, std::uint64_t nAddress);
 
-    /// Returns the path of a source file of a unit. As stored it may be relative to the folder that the compiler ran
-    /// in.
+    /// Returns the path of a source file of a unit. szFile may be relative to the folder that the compiler ran in.
     std::string PathOf(Unit_t & Unit, char const * szFile);
 
+    /// A line of a source file.
     struct Line_t
     {
         std::string sFile;
-        unsigned nLine;
+        unsigned nLine;   // from 1
     };
+
+    /// Returns the line of the code at an address, or nothing if it is unknown.
     std::optional<Line_t> LineAt(Modules_c & Modules, std::uint64_t nAddress);
 }

@@ -115,8 +115,8 @@ namespace zqsymbols
             return nCode == DW_OP_regx ? pOperations->number == iRegister : nCode == DW_OP_reg0 + iRegister;
         }
 
-        // Returns whether the compiler says of a variable that it is in a register during a call only if the callee
-        // leaves that alone.
+        // Returns whether the unit's debug information places a variable in a register during a call only if the callee
+        // leaves that register alone.
         bool KnowsCallees(Dwarf_Die Unit)
         {
             Dwarf_Attribute Attribute;

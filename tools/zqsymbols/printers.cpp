@@ -8,8 +8,7 @@ namespace zqsymbols
 {
     namespace
     {
-        // The members' names are those of the C++ libraries' sources, the library's own and those of libstdc++ and
-        // libc++.
+        // The members' names are those of the sources: the library's own, libstdc++'s and libc++'s.
         constexpr Printer_t PRINTERS[] = {
             { "String_T<*", PRINT_MEMBER, "m_sText" },
             { "Array_T<*", PRINT_COUNTED, "pData", "iLength" },
@@ -42,7 +41,7 @@ namespace zqsymbols
             return bText ? std::optional(Values.Text({ 0, *nAddress }, *nLength, 1, false)) : std::nullopt;
         }
 
-        // An empty template has no members, so each brace pair is one.
+        // Replaces each pair of braces by the member that it names. Copies a brace without its partner.
         std::string Fill(Values_c & Values, Value_t const & Value, std::string_view sTemplate, int nDepth)
         {
             std::string sText;

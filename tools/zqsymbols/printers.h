@@ -13,6 +13,7 @@ namespace zqsymbols
     class Values_c;
     struct Value_t;
 
+    /// Way to show a value, with what sFirst and sSecond name.
     enum Printer_e : std::uint8_t
     {
         PRINT_TEMPLATE,      // the first text with the members that it names
@@ -26,6 +27,7 @@ namespace zqsymbols
         PRINT_SHORT_STRING   // the lowest bit of the first byte says whether the text is elsewhere
     };
 
+    /// Row of the table: the way to show values of the types that fit sType.
     struct Printer_t
     {
         std::string_view sType;   // "*" is any text
@@ -33,13 +35,15 @@ namespace zqsymbols
         std::string_view sFirst{}, sSecond{};   // members
     };
 
+    /// The rows: those of the host, then the built-in ones.
     class Printers_c
     {
     public:
         /// Adds a template of the host. Later ones come first.
         void Add(std::string const & sType, std::string const & sTemplate);
 
-        /// Shows a value by the first row that fits its type's name and its members. Returns nothing without one.
+        /// Returns a value as text, by the first row that fits its type's name and its members. Returns nothing without
+        /// one.
         std::optional<std::string> Show(
             Values_c & Values, Value_t const & Value, std::string_view sType, int nDepth) const;
 

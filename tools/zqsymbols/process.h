@@ -14,10 +14,10 @@
 
 namespace zqsymbols
 {
-    inline constexpr unsigned REGISTERS = 33;   // by their numbers
+    inline constexpr unsigned REGISTERS = 33;   // one more than the highest number
 
-    /// A thread's registers by DWARF's numbers. The one after the last general register is the instruction's address. Of
-    /// vector registers it has the low halves.
+    /// A thread's registers by DWARF's numbers. The one after the last general register is the instruction's address.
+    /// Of vector registers it has the low halves.
     struct Registers_t
     {
         std::array<std::uint64_t, REGISTERS> dValues{};
@@ -32,23 +32,29 @@ namespace zqsymbols
         }
     };
 
+    /// The process at the other end of SYMBOL_SOCKET. If that end fails to send memory, this process ends.
     class Process_c final : public Modules_c
     {
     public:
-        /// Returns false if the other side is of another build.
+        /// Receives the registers and reads the list of modules. Returns false if the other side is of another build.
         bool Start();
 
         std::uint64_t GetWord() const { return m_nWord; }   // bytes of an address
+
+        /// Return the numbers of the registers with these roles.
         unsigned GetInstruction() const { return m_nWord == 8 ? 16 : 8; }
         unsigned GetStackPointer() const { return m_nWord == 8 ? 7 : 4; }
         unsigned GetFramePointer() const { return m_nWord == 8 ? 6 : 5; }
 
-        /// Returns whether a function must leave a register as it found it: BX, BP, and R12 to R15, or else SI and DI.
+        /// Returns whether a function must leave a register as it found it (System V ABI, processor supplements): BX,
+        /// BP, and in 64 bits R12 to R15, in 32 bits SI and DI.
         bool IsKept(unsigned iRegister) const
         {
             constexpr unsigned KEPT_64 = 0xF048, KEPT_32 = 0x00E8;
             return ((m_nWord == 8 ? KEPT_64 : KEPT_32) >> iRegister & 1) != 0;
         }
+
+        /// Returns a number cut to the bytes of an address.
         std::uint64_t Cut(std::uint64_t nValue) const { return m_nWord == 8 ? nValue : nValue & 0xFFFFFFFF; }
         Registers_t const & GetRegisters() const { return m_Registers; }
         std::uint32_t GetThread() const { return m_iThread; }           // the system's number of the thread

@@ -1,5 +1,6 @@
 #include "tools/zqsymbols/sourcetext.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,7 +9,7 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr off_t LARGEST = 16 << 20;
+        constexpr off_t LARGEST = 16 << 20;   // bytes
 
         std::string ReadAll(char const * szFile)
         {

@@ -7,11 +7,12 @@
 
 namespace zqsymbols
 {
+    /// Source files. Reads each once.
     class SourceText_c
     {
     public:
-        /// Returns a line, counted from 1, without its end. Null if the file can't be read or has no such line. Only
-        /// regular files of at most 16 MiB are read.
+        /// Returns a line, counted from 1, without its end. Null if the file can't be read or has no such line. Reads
+        /// only regular files of at most 16 MiB. Valid as long as the object.
         std::string const * GetLine(std::string const & sFile, unsigned iLine);
 
     private:

@@ -264,7 +264,7 @@ namespace zqsymbols
             return sInfo;
         }
 
-        // Returns the abbreviation of that DIE.
+        // Returns the abbreviation of the DIE that InfoOf returns.
         std::string AbbreviationsOf(bool bVersion5)
         {
             std::string sAbbreviations;
@@ -359,7 +359,8 @@ namespace zqsymbols
             return bFound ? std::optional(Part) : std::nullopt;
         }
 
-        // Returns the file that one unit of a package would have been, as a descriptor. Below 0 if it is not in there.
+        // Makes a file of one unit of a package and returns its descriptor, which the caller closes. Returns a negative
+        // number if the unit is not in there.
         int Extract(std::uint64_t nUnit) const;
 
     private:

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <elf.h>
 #include <filesystem>
@@ -51,8 +52,8 @@ namespace zqsymbols
             std::uint64_t nThreadPointer = 0;
         };
 
-        // Waits until a traced thread has stopped. Returns the signal that it was about to get, or -1 if it did not
-        // stop.
+        // Waits until a traced thread has stopped. Returns the signal that it was about to receive, 0 for none, or -1
+        // if it did not stop.
         int AwaitStop(int iThread)
         {
             auto const tEnd = Clock_t::now() + STOP_LIMIT;
@@ -158,7 +159,7 @@ namespace zqsymbols
         return sPlace != "?" ? sPlace : Address.str();
     }
 
-    // A lock that the library did not report, as that of an open file, is known by those that wait for it.
+    // A lock that the library did not report, such as that of an open file, is known by those that wait for it.
     void ThreadLines_c::ReadMark(Thread_t & Thread)
     {
         std::uint64_t const nWord = m_Process.GetWord();
@@ -213,7 +214,7 @@ namespace zqsymbols
         ReadMark(Thread);
     }
 
-    // Returns false if the system forbids it.
+    // Stops a thread, walks its stack and lets it run on. Returns false if the system forbids it.
     bool ThreadLines_c::Trace(Thread_t & Thread)
     {
         if (ptrace(PTRACE_SEIZE, Thread.iThread, nullptr, nullptr) != 0)
@@ -236,7 +237,7 @@ namespace zqsymbols
         return true;
     }
 
-    // Only a stopped thread can be detached. Any other one is set free by the end of the thread that traces it.
+    // Only a stopped thread can be detached. The end of the thread that traces it sets any other one free.
     bool ThreadLines_c::TraceApart(Thread_t & Thread)
     {
         bool bAllowed = false;

@@ -1,20 +1,21 @@
 // threads.h: the frames of the process's other threads.
 //
-// Each thread is stopped, its stack walked, and set free again, before the next one. Names and lines are looked up
-// afterwards.
+// ThreadLines_c stops one thread at a time, walks its stack and lets it run on. It finds names and lines after all
+// walks.
 #pragma once
 
 #include "tools/zqsymbols/details.h"
 
 namespace zqsymbols
 {
-    /// A lock of the library.
+    /// A lock that the library reported, or that a thread waits for.
     struct Lock_t
     {
         std::uint64_t nAddress;
         std::uint64_t nOwner;   // mark of the thread that held it, 0 for none
     };
 
+    /// Writer of the lines of the other threads. The first Next walks all of them, until 5 seconds have passed.
     class ThreadLines_c
     {
     public:

@@ -6,7 +6,7 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr int DEPTH_MAX = 16;   // damaged information may go round
+        constexpr int DEPTH_MAX = 16;   // damaged information may be circular
 
         std::string Spell(Types_c & Types, Dwarf_Die Type, int nDepth);
 
@@ -51,7 +51,7 @@ namespace zqsymbols
             return sText;
         }
 
-        // A pointer or reference. That of a function encloses its mark in brackets.
+        // Spells a pointer or a reference. One to a function has its mark in brackets.
         std::string SpellPointer(Types_c & Types, Dwarf_Die Pointer, char const * szMark, int nDepth)
         {
             Dwarf_Die Target;

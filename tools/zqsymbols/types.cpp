@@ -127,7 +127,6 @@ namespace zqsymbols
         return IsPointer(dwarf_tag(&Die)) ? m_nWord : dwarf_tag(&Die) == DW_TAG_array_type ? ArraySize(&Die) : 0;
     }
 
-    // Returns the name qualified by the namespaces and structures around it.
     std::string Types_c::QualifiedName(Dwarf_Die Die)
     {
         std::string sName = NameOf(&Die);

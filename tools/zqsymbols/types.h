@@ -9,13 +9,15 @@
 
 namespace zqsymbols
 {
+    /// The bytes and bits of a member in the outermost structure.
     struct MemberPlace_t
     {
         std::uint64_t nOffset = 0;     // from the outermost structure's start
         std::uint64_t nFirstBit = 0;   // of a bit field, in the unit of its type's size
-        std::uint64_t nBits = 0;
+        std::uint64_t nBits = 0;       // of a bit field: the number of its bits; 0 for other members
     };
 
+    /// Types by number. 0 is no type.
     class Types_c
     {
     public:
@@ -23,7 +25,8 @@ namespace zqsymbols
             : m_nWord(nWord)
         {}
 
-        /// Returns the type of a variable or a member; 0 if it has none.
+        /// Adds the type of a variable or a member and returns its number. Returns 0 if it has none, or if there are a
+        /// million types.
         plat::SymbolType_t Add(Dwarf_Die * pOwner);
 
         /// Return the variable or member that has the type, and the type without aliases and const. The address of
@@ -51,7 +54,7 @@ namespace zqsymbols
             Dwarf_Die Die{};        // without aliases and const; its address is null for no type
             std::string sAlias;     // the last one
             std::string sMember;    // of a member
-            bool bMember = false;   // is a member with a name
+            bool bMember = false;   // it is a member: GetName returns sMember
             MemberPlace_t Place;
             unsigned nDepth = 0;
             bool bExpanded = false;

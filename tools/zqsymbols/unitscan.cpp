@@ -257,7 +257,7 @@ namespace zqsymbols
                 }
             }
 
-            // Steps over a fixed number of bytes are joined.
+            // Joins steps over a fixed number of bytes.
             Shape_t ShapeOf(Dwarf_Abbrev * pAbbreviation) const
             {
                 Shape_t Shape;

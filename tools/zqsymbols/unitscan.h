@@ -10,6 +10,7 @@
 
 namespace zqsymbols
 {
+    /// The functions and scopes of one unit.
     class UnitScan_c
     {
     public:

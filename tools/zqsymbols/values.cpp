@@ -23,7 +23,7 @@ namespace zqsymbols
         constexpr std::size_t VALUE_SIZE = 1000;      // bytes of a value in one line
         constexpr int LINES = 64;                     // members of a variable
         constexpr int LEVELS = 3;                     // of structures in each other
-        constexpr int DEEPEST = -3;                   // of known types in each other, which may go round
+        constexpr int DEEPEST = -3;                   // of known types in each other, which may be circular
         constexpr std::uint64_t HEX_FROM = 0x10000;   // a smaller number is shown in decimal alone
 
         std::string Hex(std::uint64_t nValue, int nDigits = 1)
@@ -83,7 +83,7 @@ namespace zqsymbols
             }
         }
 
-        // What is shown of a value that has not all of its bytes.
+        // Returns what is shown of a value that lacks bytes.
         std::string Missing(Value_t const & Value)
         {
             return Value.pBytes ? OPTIMIZED_OUT : UNREADABLE;
@@ -166,7 +166,7 @@ namespace zqsymbols
         return IsStructure(iMember) && (dwarf_tag(&Owner) == DW_TAG_inheritance || NameOf(&Owner).empty());
     }
 
-    // The nearest member of the name: those of the structure, then those of its bases, then those of their bases.
+    // Returns the nearest member of the name: one of the structure, or else of its bases, or else of their bases.
     std::optional<Value_t> Values_c::MemberNamed(Value_t const & Value, std::string_view sName)
     {
         std::deque<plat::SymbolType_t> dStructures = { Value.iType };
@@ -294,7 +294,7 @@ namespace zqsymbols
         return bShown ? "'" + Escaped(Utf8Of(static_cast<char32_t>(nBits))) + "' (" + sNumber + ")" : sNumber;
     }
 
-    // An enumerator, or several that make up the value as flags.
+    // Returns an enumerator, or several that make up the value as flags, or a number.
     std::string Values_c::ShowEnumeration(Value_t const & Value, Dwarf_Die Type)
     {
         std::uint64_t const nSize = m_Types.GetSize(Value.iType);
@@ -338,7 +338,7 @@ namespace zqsymbols
         return nLeft == 0 && !sFlags.empty() ? sFlags + " (" + Hex(nBits) + ")" : sNumber;
     }
 
-    // A text, a function's name, or an address.
+    // Returns a text, or an address with the name of a function there.
     std::string Values_c::ShowPointer(Value_t const & Value)
     {
         std::optional<Value_t> const At = Target(Value);

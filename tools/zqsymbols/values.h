@@ -21,6 +21,7 @@ namespace zqsymbols
         std::shared_ptr<std::vector<std::uint8_t> const> pBytes{};   // the value itself, if it is not in memory
     };
 
+    /// Reader of values of the process, which shows them as text.
     class Values_c
     {
     public:
@@ -29,7 +30,7 @@ namespace zqsymbols
             , m_Types(Types)
         {}
 
-        /// Adds how a type is shown, before the known ones. "*" in the name is any text.
+        /// Adds a template for a type, before the previous ones. "*" in the name is any text.
         void AddPrinter(std::string const & sType, std::string const & sTemplate) { m_Printers.Add(sType, sTemplate); }
 
         /// Returns a value in one line. Structures below nDepth are shown as "{...}".
@@ -42,7 +43,8 @@ namespace zqsymbols
         /// line each, after an indent.
         std::string Members(Value_t const & Value, std::string const & sIndent);
 
-        /// Returns a number of the process at an offset from a value's place.
+        /// Returns an unsigned number of 1 to 8 bytes at an offset from a value's place, or nothing if it is not
+        /// readable.
         std::optional<std::uint64_t> NumberAt(Value_t const & Value, std::uint64_t nOffset, std::uint64_t nBytes);
 
         /// Returns a text of nUnits characters of nWidth bytes in quotes. It ends at a zero if bZero.
@@ -56,7 +58,11 @@ namespace zqsymbols
         std::string Elements(plat::SymbolType_t nElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth);
 
         Types_c & GetTypes() { return m_Types; }
+
+        /// Returns whether a type is a structure, a class or a union.
         bool IsStructure(plat::SymbolType_t iType);
+
+        /// Returns the bytes of an address.
         std::uint64_t GetWord() const { return m_Process.GetWord(); }
 
         /// Returns the member of a dotted name. Members of bases and of unnamed members count as the structure's own.

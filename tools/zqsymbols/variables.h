@@ -7,12 +7,13 @@
 
 namespace zqsymbols
 {
+    /// A variable in scope and its place in the frame.
     struct Variable_t
     {
         std::string sName;
         plat::SymbolKind_e eKind;
         plat::SymbolPlace_e ePlace;
-        std::uint64_t nAddress;
+        std::uint64_t nAddress;   // of plat::PLACE_MEMORY, else 0
         plat::SymbolType_t iType;
         Place_t Place;                            // in full
         std::optional<std::uint64_t> nRegister;   // what its register holds
@@ -20,6 +21,7 @@ namespace zqsymbols
         std::size_t iScope;   // which of ScopesAt (modules.h) it is in
     };
 
+    /// Reader of the debug information about variables.
     class Variables_c
     {
     public:

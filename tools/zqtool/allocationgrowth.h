@@ -23,6 +23,7 @@ struct GrowthRow_t
     bool IsSteady() const;
 };
 
+/// What the blocks of a group have in common.
 enum class GroupBy_e
 {
     Category,

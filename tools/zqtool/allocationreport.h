@@ -21,14 +21,16 @@ struct Holding_t
     }
 };
 
+/// The blocks of a snapshot.
 struct AllocationReport_t
 {
     std::map<std::string, std::map<std::string, Holding_t>> dCategories;   // by category, then by "file(line)"
 
+    /// Returns the sum of all holdings.
     Holding_t Total() const;
 };
 
 /// Reads a report. Reports each fault to fnComplain with the line's number, and reads on unless the first line is
-/// wrong. Returns whether there was none.
+/// wrong. Returns whether there was no fault. Requires that Report is empty.
 bool ReadAllocationReport(std::istream & Stream, AllocationReport_t & Report,
     std::function<void(int iLine, std::string const & sText)> const & fnComplain);

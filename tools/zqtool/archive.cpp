@@ -59,7 +59,8 @@ namespace
                       == ReadAs<std::uint32_t>(sArchive, 2 * WORD);
     }
 
-    // Returns whether a file has the name of a save, of a previous one (".sav.1") or of one that was moved (".sav.old1").
+    // Returns whether a file has the name of a save, of a previous one (".sav.1") or of one that was moved
+    // (".sav.old1").
     bool HasSaveName(std::string_view sFile)
     {
         std::size_t const nEnd = sFile.find_last_not_of("0123456789") + 1;
@@ -437,7 +438,7 @@ namespace
         Json_t m_Files = Json_t::array();
     };
 
-    // Reads "2.29". Returns what is wrong with it.
+    // Reads a version such as "2.29". Returns what is wrong with it, or an empty text.
     std::string ReadVersion(std::string const & sText, std::uint32_t & dwVersion)
     {
         unsigned nMajor = 0, nMinor = 0;

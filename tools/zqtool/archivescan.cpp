@@ -13,7 +13,7 @@ namespace
     constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that was not ended
     constexpr std::int32_t LEAST_TEXT = 3;             // shorter ones look like numbers
     constexpr std::int32_t MOST_TEXT = 0xFFFFFF;       // so that a length is not printable, and no text is tested twice
-    constexpr std::size_t MOST_PROBLEMS = 1000;        // later ones tell nothing new
+    constexpr std::size_t MOST_PROBLEMS = 1000;        // later ones say nothing new
 
     // Labels of object graphs.
     constexpr std::uint32_t PASS = Serializeable_c::LabelCalc("Serializer_c"),
@@ -201,7 +201,8 @@ namespace
             return m_nRun = nEnd;
         }
 
-        // Adds a record whose identifier precedes the label, which is at Part.nAt. Without one it is data.
+        // Adds a record whose identifier precedes the label, which is at Part.nAt. Without an identifier the label is
+        // data.
         std::size_t AddWithIdentifier(ArchivePart_t Part)
         {
             std::size_t const nEnd = Part.nAt + Part.nBytes;
@@ -311,7 +312,7 @@ namespace
             }
             if (PrintableLine(sText).find("\xEF\xBF\xBD") != std::string::npos && sText.find('\n') == sText.npos)
             {
-                return nAt;   // no UTF-8
+                return nAt;   // not UTF-8
             }
             return Add({ ArchivePart_e::Text, nAt, WORD + nText + 1, 0, sText });
         }

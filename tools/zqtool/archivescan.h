@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
+/// What a part was recognised as.
 enum class ArchivePart_e
 {
     Bytes,   // not recognised
@@ -34,9 +35,10 @@ struct ArchivePart_t
     std::uint32_t dwName = 0;      // CRC-32 of a chunk's name
 };
 
+/// Damage, or a record that does not fit its surroundings.
 struct ArchiveProblem_t
 {
-    std::size_t nAt;
+    std::size_t nAt;   // from the start of the file
     std::string sText;
 };
 
@@ -44,6 +46,7 @@ struct ArchiveProblem_t
 class ArchiveNames_c
 {
 public:
+    /// Knows the labels of object graphs, and no names.
     ArchiveNames_c();
 
     /// Adds a name, as a label and as a chunk.
@@ -69,6 +72,7 @@ private:
     std::bitset<0x10000> m_dKnown;   // by the low half of the value: most words of an archive are none
 };
 
+/// Parts and problems of an archive after its version word.
 struct ArchiveScan_t
 {
     std::vector<ArchivePart_t> dParts;   // in order, without gaps
@@ -78,8 +82,13 @@ struct ArchiveScan_t
 /// Recognises the parts of an archive after its version word:
 /// - chunks of known names, and from the version word on those that follow one another to the end;
 /// - labels of known names, and those of object graphs with their records;
-/// - a text of 3 characters or more that are printable, with its length and its zero.
+/// - a text of 3 to 0xFFFFFF bytes, with its length and its zero. Its control characters are tabs and line ends. If it
+///   is one line, all of it is printable UTF-8.
 ///
-/// Reports a chunk that does not end in the archive or was not finished, one in another one, and an object that does
-/// not end, or ends without a beginning. sArchive must outlive the result.
+/// Reports the first 1000 problems:
+/// - a chunk that has no length, does not end in the archive, was not finished, or begins in another chunk;
+/// - an object that does not end, or ends without a beginning;
+/// - a label of an object graph without its record, or an identifier out of range.
+///
+/// sArchive and Names must outlive the result.
 ArchiveScan_t ScanArchive(std::string_view sArchive, ArchiveNames_c const & Names);

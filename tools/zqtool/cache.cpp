@@ -72,9 +72,9 @@ namespace
     // Returns a time of the library in UTC, to the second.
     std::string TimeText(plat::FileTime_t tTime)
     {
-        constexpr plat::FileTime_t TICKS = 10000000;
-        constexpr std::int64_t SECONDS_TO_1970 = 11644473600;
-        constexpr std::int64_t END_OF_9999 = 253402300800;
+        constexpr plat::FileTime_t TICKS = 10000000;            // in a second
+        constexpr std::int64_t SECONDS_TO_1970 = 11644473600;   // from 1601
+        constexpr std::int64_t END_OF_9999 = 253402300800;      // seconds from 1970
         auto const iSeconds = static_cast<std::int64_t>(tTime / TICKS) - SECONDS_TO_1970;
         if (tTime == 0 || iSeconds >= END_OF_9999)
         {
@@ -113,8 +113,8 @@ namespace
         return dFiles;
     }
 
-    // Returns the root with which a cache is compared, and in sFile the cache's path below it, if it lies directly in
-    // it: the library knows the folder of a cache by its text.
+    // Returns the root of the tree and sets sFile to the cache's path. If the cache lies directly in the root, its path
+    // begins with the root's text, because the library knows the folder of a cache by its text.
     std::string RootOf(Options_t const & Options, std::string & sFile)
     {
         fs::path const File(Options.sFile);

@@ -69,7 +69,7 @@ namespace
         }
 
     private:
-        // Reads the schema, if one is wanted. Prints what is wrong with it and returns false.
+        // Reads the schema, if one is wanted, and returns whether it is sound. Prints what is wrong with it.
         bool ReadSchemaFile()
         {
             if (m_Options.sSchema.empty())
@@ -120,7 +120,7 @@ namespace
             }
         }
 
-        // Checks a file. One of a folder, whose name does not say what it is, is skipped.
+        // Checks a file. Skips one of a folder (bNamed is false) that is of no known kind.
         void CheckFile(std::string const & sFile, bool bNamed)
         {
             CheckedText_t Checked;
@@ -172,7 +172,7 @@ namespace
             }
         }
 
-        // Returns what a text holds, for the line before its complaints.
+        // Returns what a text holds, for the line that counts its complaints.
         static std::string Contents(CheckedText_t const & Checked)
         {
             if (Checked.eKind == TextKind_e::None)

@@ -1,4 +1,4 @@
-// checkreader.h: what a check of a text has from the library's readers.
+// checkreader.h: the errors that the library's readers log, for a check of a text.
 #pragma once
 
 #include "tools/zqtool/checktext.h"
@@ -9,10 +9,11 @@
 /// Name of the text in the table of files while it is checked.
 inline constexpr char CHECKED_KEY[] = "checked";
 
-/// Returns the text with the letters of ASCII in lower case.
+/// Returns the text with its ASCII letters in lower case.
 std::string Lower(std::string sText);
 
-/// Collects the errors of CHECKED_KEY that readers log, as long as the object lives. One object at a time.
+/// Collector of the errors about CHECKED_KEY that readers log while the object lives. It appends them to dComplaints,
+/// which must outlive it. Only one object may live at a time.
 class ReaderErrors_c
 {
 public:

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+/// Type of the cells of a column.
 enum class SchemaType_e
 {
     Int,
@@ -16,7 +17,7 @@ enum class SchemaType_e
     Bool,
     Text,
     Pair,
-    Name
+    Name   // one of dNames
 };
 
 /// One column of the schema.
@@ -24,16 +25,18 @@ struct SchemaColumn_t
 {
     std::string sName;
     SchemaType_e eType = SchemaType_e::Text;
-    std::vector<std::string> dNames;     // of the type Name
-    std::optional<double> Least, Most;   // of numbers and both parts of a pair; of a text the bytes
+    std::vector<std::string> dNames;     // the names that the type Name allows
+    std::optional<double> Least, Most;   // of a number, of both parts of a pair, or of the bytes of a text
     bool bRequired = false;
 };
 
-/// Reads a schema. Appends what is wrong with it.
+/// Reads a schema and returns its columns. The ending of its name decides its format. Replaces dComplaints by what is
+/// wrong with it.
 std::vector<SchemaColumn_t> ReadSchema(
     std::string const & sName, std::string const & sBytes, std::vector<Complaint_t> & dComplaints);
 
-/// Return what is wrong with the cell of a table's current row, or an empty text. The types are those of the reader's
-/// Get. A spreadsheet has no bool and no pair: a bool is read as a whole number, a pair is refused.
+/// Return what is wrong with the column's cell in a table's current row. Return an empty text if nothing is, or if the
+/// table has no such column. The types are those of the reader's Get. A spreadsheet has no bool and no pair: a bool
+/// must be a whole number, and a pair is always wrong.
 std::string SchemaViolation(Warehouse_c & Table, SchemaColumn_t const & Column);
 std::string SchemaViolation(Spreadsheet_c & Table, SchemaColumn_t const & Column);

@@ -286,7 +286,8 @@ namespace
             }
         }
 
-        // Complains about a comment that may be meant as a cell: one that has no blank after its # and replaces a cell.
+        // Complains about a comment that may be meant as a cell: its # is where a missing cell would begin, and a
+        // letter or a digit follows.
         void CheckComment(int nLine, int nEnd, int nCells)
         {
             if (!std::memchr(m_Text.pText + nLine, '#', static_cast<std::size_t>(nEnd - nLine)))
@@ -400,7 +401,7 @@ namespace
             }
             if (!m_Result.bWhole)
             {
-                // An error without a place may be logged in several steps. The last one is the reason.
+                // The reader may log an error without a place in several steps. The last one is the reason.
                 std::erase_if(m_Result.dComplaints, [](Complaint_t const & Complaint) { return Complaint.iLine == 0; });
                 if (m_Result.dComplaints.empty())
                 {
@@ -501,7 +502,7 @@ namespace
         FileText_t m_Text;
         char const * m_pSeparators;
         std::size_t m_nPlacedLine = NOWHERE;
-        std::vector<std::size_t> m_dPlaces;   // of the cells of that line, as far as they were looked for
+        std::vector<std::size_t> m_dPlaces;   // of the first cells of m_nPlacedLine, up to the last one that was sought
         std::vector<Found_t> m_dFound;
         CheckedText_t m_Result;
     };

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+/// Kind of a text, which decides its reader.
 enum class TextKind_e
 {
     None,
@@ -17,13 +18,13 @@ enum class TextKind_e
 /// begins with @head; otherwise a spreadsheet if its name ends in ".csv", or none.
 TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes);
 
-/// Returns whether the ending of a name is one of a kind above, or ".txt".
+/// Returns whether a name ends in ".scr", ".prp", ".csv" or ".txt", in any case.
 bool HasTextEnding(std::string const & sFile);
 
-/// Returns a name of the kind for messages.
+/// Returns a name of the kind for messages, "unknown" for None.
 char const * TextKindName(TextKind_e eKind);
 
-/// A complaint about a text. It has no place if the line is 0.
+/// A complaint about a text. Lines and columns count from 1. It has no place if the line is 0.
 struct Complaint_t
 {
     int iLine = 0;
@@ -33,24 +34,27 @@ struct Complaint_t
 
 struct SchemaColumn_t;
 
+/// What CheckText needs to know besides the text.
 struct CheckOptions_t
 {
-    TextKind_e eKind = TextKind_e::None;   // None: by name and contents
+    TextKind_e eKind = TextKind_e::None;   // CheckText only complains about None
     std::string sHead;                     // names of the columns of a table without @head, separated by blanks
-    std::string sSeparators;               // instead of the usual ones; a spreadsheet has the first
-    bool bRows = false;                    // collect the rows
-    std::vector<SchemaColumn_t> const * pSchema = nullptr;
+    std::string sSeparators;               // instead of the usual ones; a spreadsheet uses the first only
+    bool bRows = false;                    // whether to collect the rows
+    std::vector<SchemaColumn_t> const * pSchema = nullptr;   // null: no schema
 };
 
+/// What CheckText has found.
 struct CheckedText_t
 {
     TextKind_e eKind = TextKind_e::None;
-    bool bWhole = true;   // the reader read all of it
+    bool bWhole = true;   // whether the reader read all of it
     int nRows = 0;        // items, data rows, lines with a property, or words
     std::vector<std::string> dColumns;
-    std::vector<std::vector<std::string>> dRows;   // those of options, the head included
-    std::vector<Complaint_t> dComplaints;          // by place
+    std::vector<std::vector<std::string>> dRows;   // only with bRows; the head of a table comes first
+    std::vector<Complaint_t> dComplaints;          // sorted by place
 };
 
-/// Reads a text as the library does and returns all complaints.
+/// Reads a text as the library does and returns what it holds, with all complaints. The ending of sFile decides the
+/// format of a table or a property list. Only one call may run at a time.
 CheckedText_t CheckText(std::string const & sFile, std::string sBytes, CheckOptions_t const & Options);

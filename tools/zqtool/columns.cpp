@@ -14,7 +14,8 @@ namespace
         return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
     }
 
-    // Cuts a text to so many characters, at least one. One that is cut ends in an ellipsis.
+    // Cuts a text to nWidth characters, the last of which is then an ellipsis. Requires nWidth above 0, unless the
+    // text is empty.
     void Cut(std::string & sText, std::size_t nWidth)
     {
         if (WidthOf(sText) <= nWidth)
@@ -32,7 +33,7 @@ namespace
         sText += ELLIPSIS;
     }
 
-    // Lowers the largest widths, but not below one, until all columns with their gaps have nTotal characters.
+    // Lowers the largest widths, but not below 1, until all columns with their gaps fit into nTotal characters.
     void Narrow(std::vector<std::size_t> & dWidths, std::size_t nTotal)
     {
         std::size_t const nGaps = dWidths.empty() ? 0 : (dWidths.size() - 1) * GAP.size();

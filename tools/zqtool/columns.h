@@ -4,6 +4,6 @@
 #include <string>
 #include <vector>
 
-/// Returns the rows, one a line, with their cells aligned. If nWidth is not 0, no line has more characters: the widest
-/// columns are made narrower, and a text that is cut ends in an ellipsis.
+/// Returns the rows, one a line, with their cells aligned and printable. If nWidth is not 0, no line has more
+/// characters than that: the widest columns become narrower, and a text that is cut ends in an ellipsis.
 std::string AlignedColumns(std::vector<std::vector<std::string>> const & dRows, std::size_t nWidth);

@@ -16,7 +16,7 @@ constexpr int EXIT_DONE = 0;
 constexpr int EXIT_FOUND = 1;   // something is damaged, or could not be read or written
 constexpr int EXIT_USAGE = 2;   // wrong arguments
 
-/// Declare the arguments of a subcommand and return what runs it.
+/// Declare the arguments of a subcommand and return what runs it. Require App to outlive the returned function.
 CommandRun_t PrepareArchive(CLI::App & App);
 CommandRun_t PrepareCache(CLI::App & App);
 CommandRun_t PrepareCheck(CLI::App & App);

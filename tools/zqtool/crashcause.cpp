@@ -7,6 +7,7 @@
 
 namespace
 {
+    // An exception code, with the numbers of platform/faults.h.
     struct CodeKind_t
     {
         std::uint32_t nCode;
@@ -65,20 +66,21 @@ namespace
         return StartsWithAny(sModule, { "libzqcore.", "zqcore." });
     }
 
-    // For details that break off before the paths of the modules.
+    // Details that break off before the paths of the modules leave only file names.
     bool IsSystemModule(std::string_view sModule)
     {
         return StartsWithAny(sModule, { "libc.so", "libm.so", "libpthread.so", "libstdc++.so", "libgcc_s.so",
                                           "ld-linux", "linux-vdso", "linux-gate" });
     }
 
-    // Folders that belong to the system, not to programs that users install by hand.
+    // The folders belong to the system, not to programs that users install by hand. A bracket begins a name that the
+    // system makes up, as [vdso].
     bool IsSystemPath(std::string_view sPath)
     {
         return StartsWithAny(sPath, { "/usr/lib", "/lib", "/usr/include/", "/usr/libexec/", "/usr/src/", "[" });
     }
 
-    // The library's sources are known by relative paths, its installed headers by their folder.
+    // The library's sources have relative paths, its installed headers a folder of their own.
     bool IsLibraryFile(std::string_view sFile)
     {
         return StartsWithAny(sFile, { "zqcore/", "platform/" }) || sFile.find("/include/zqcore/") != sFile.npos;
@@ -182,8 +184,8 @@ namespace
         return sText;
     }
 
-    // Returns the functions of the first frames, without repetitions. Those of a recursion come in any order, so they
-    // are sorted.
+    // Returns the functions of the first frames, without repetitions: those of the host, if it has any. An overflow may
+    // stop a recursion in any of its functions, so they are sorted.
     std::vector<std::string> FunctionsOf(Crash_t const & Crash)
     {
         constexpr std::size_t MOST = 3;
@@ -251,8 +253,8 @@ bool IsOwnFrame(CrashFrame_t const & Frame)
     {
         return false;
     }
-    // The report has no inlined calls. So the line of a function may be that of a system's header, and its module is
-    // not known.
+    // A report names either the module of a frame or its function and line, and no inlined calls. So the line of the
+    // host's function may be one of a system's header that is inlined in it.
     bool const bInlinesAreFrames = !Frame.sModule.empty();
     if (bInlinesAreFrames && IsSystemPath(Frame.sFile))
     {

@@ -3,16 +3,17 @@
 
 #include "tools/zqtool/crashreport.h"
 
-/// Returns the kind of fault of an exception code.
+/// Returns the kind of fault of an exception code, "unknown" for any other code.
 char const * CrashKindOf(std::uint32_t nCode);
 
-/// The modules of a crash, which must outlive the object and not change.
+/// Index of the modules of a crash. Requires that the crash outlives the object and that its modules do not change.
 class CrashModules_c
 {
 public:
     explicit CrashModules_c(Crash_t const & Crash);
 
-    /// Returns the module of a frame, or null. Of several with its name the one with the right start counts first.
+    /// Returns the module of a frame by its file name, or null. If several share the name, returns the one that starts
+    /// nOffset below the address, or else the one with the lowest start.
     CrashModule_t const * Find(CrashFrame_t const & Frame) const;
 
 private:
@@ -22,20 +23,22 @@ private:
 /// Returns whether a frame is the host's own code: neither of this library nor of the system.
 bool IsOwnFrame(CrashFrame_t const & Frame);
 
-/// Returns the first frame of a stack that is the host's own; without one the first that has a name; without that the
-/// first. Null without frames.
+/// Returns the frame of a stack at which a developer looks first, or null if there are no frames:
+/// - the first that is the host's own code;
+/// - if there is none, the first whose function has a name;
+/// - if there is none either, the first.
 CrashFrame_t const * LikelyFrame(std::vector<CrashFrame_t> const & dFrames);
 
 /// Returns a frame's function, or else its place in the module or its address.
 std::string CrashFrameName(CrashFrame_t const & Frame);
 
-/// Returns where a stack is, in one line: its innermost function and the likely frame. Empty without frames.
+/// Returns the place of a stack in one line: its innermost function and the likely frame. Empty without frames.
 std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
 
 /// Returns what happened, in one line.
 std::string CrashHeadline(Crash_t const & Crash);
 
 /// Returns what crashes of the same cause have in common: the kind, the module or an exception's type, and up to three
-/// functions of the host, the innermost first. Holds no address; a frame without a name counts by its place in its
-/// module.
+/// functions of the host, the innermost first, or sorted after a stack overflow. Holds no address; a frame without a
+/// name counts by its place in its module.
 std::string CrashSignature(Crash_t const & Crash);

@@ -1,4 +1,4 @@
-// The details beside a report. Lines of an unknown form are skipped, as the format asks.
+// The details beside a report. The reader skips lines of an unknown form, as the format asks.
 #include "tools/zqtool/crashreport.h"
 
 #include "tools/zqtool/crashcause.h"
@@ -50,9 +50,9 @@ namespace
         bool m_bAll;
         std::vector<Crash_t> m_dCrashes;
         Section_e m_eSection = Section_e::None;
-        bool m_bEmpty = true;           // the line before is empty
-        bool m_bFull = false;           // a list of the crash was full
-        std::uint64_t m_nLeftOut = 0;   // frames before the next one
+        bool m_bEmpty = true;           // whether the previous line is empty
+        bool m_bFull = false;           // whether a list of the crash was full
+        std::uint64_t m_nLeftOut = 0;   // frames left out before the next one
         std::string m_sGroup;           // of the process: the key whose lines follow
     };
 
@@ -69,7 +69,8 @@ namespace
         return sOut;
     }
 
-    // Divides "NAME+HEX" at its last plus sign. Without a number there is nothing to divide.
+    // Removes "+HEX" from the end of a text and returns the number. Returns nothing, and leaves the text unchanged, if
+    // the text does not end so.
     std::optional<std::uint64_t> TakeDistance(std::string_view & sText)
     {
         std::size_t const iPlus = sText.rfind('+');
@@ -82,7 +83,7 @@ namespace
         return Distance;
     }
 
-    // "#N ADDRESS MODULE+OFFSET FUNCTION+DISPLACEMENT"
+    // Reads "#N ADDRESS MODULE+OFFSET FUNCTION+DISPLACEMENT".
     std::optional<CrashFrame_t> ReadFrame(std::string_view sLine)
     {
         TakeStart(sLine, "#");
@@ -115,7 +116,7 @@ namespace
         return Frame;
     }
 
-    // "parameter NAME: TYPE = VALUE" without the word, or ".NAME: TYPE = VALUE" of a member.
+    // Reads "NAME: TYPE = VALUE", which follows the word or the dot of a variable.
     CrashVariable_t ReadVariable(std::string_view sWord, std::string_view sLine, int nLevel)
     {
         CrashVariable_t Variable;
@@ -127,7 +128,8 @@ namespace
         return Variable;
     }
 
-    // Reads a line that belongs to a frame, without its first four blanks. Returns false if the frame has no room for it.
+    // Reads a line that belongs to a frame, without its first four blanks. Returns false if the frame has no room for
+    // it.
     bool ReadOfFrame(std::string_view sLine, CrashFrame_t & Frame)
     {
         std::size_t const nBlanks = std::min(sLine.find_first_not_of(' '), sLine.size());
@@ -167,7 +169,7 @@ namespace
         return true;
     }
 
-    // Divides '4711 "render"' and what follows.
+    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it.
     CrashThread_t ReadThread(std::string_view sLine)
     {
         CrashThread_t Thread;
@@ -447,7 +449,7 @@ namespace
         }
     }
 
-    // "START-END BUILDID PATH"
+    // Reads "START-END BUILDID PATH".
     void DetailsReader_c::ReadModule(std::string_view sLine)
     {
         std::string_view sRest = sLine;

@@ -17,14 +17,14 @@ namespace
     constexpr std::string_view REPORT_END = ".rpt", DETAILS_END = "_details.txt", REPORT_START = "CrashReport_";
     constexpr std::size_t MAX_FILE = 16 << 20;
 
-    // To open a pipe could last for ever.
+    // Opening a pipe could block for ever.
     bool IsFile(std::string const & sFile)
     {
         std::error_code Ignored;
         return fs::is_regular_file(sFile, Ignored);
     }
 
-    // Returns a name without an ending, or nothing if it ends otherwise.
+    // Returns a name without an ending, or nothing if it has another ending.
     std::optional<std::string> StemOf(std::string const & sName, std::string_view sEnd)
     {
         return sName.ends_with(sEnd) ? std::optional(sName.substr(0, sName.size() - sEnd.size())) : std::nullopt;
@@ -85,7 +85,7 @@ namespace
     private:
         using MoreDetails_t = std::multimap<std::string, std::string>;   // names by stem
 
-        // Returns the files that there are of a stem.
+        // Returns the regular files of a stem that exist.
         CrashFiles_t FilesOf(std::string const & sStem)
         {
             std::string const sReport = sStem + std::string(REPORT_END), sDetails = sStem + std::string(DETAILS_END);
@@ -103,7 +103,8 @@ namespace
             return Files;
         }
 
-        // Lists each folder once. sFolder ends in a slash or is empty.
+        // Returns the details in a folder whose names end in digits. Lists each folder once. sFolder ends in a slash or
+        // is empty.
         MoreDetails_t const & MoreIn(std::string const & sFolder)
         {
             auto const [itList, bNew] = m_dMore.try_emplace(sFolder);
@@ -174,7 +175,7 @@ namespace
         std::vector<CrashFiles_t> m_dFound;
     };
 
-    // What is wrong with a file: the first fault, and how many more there are.
+    // What is wrong with a file: the first fault, and how many there are.
     struct Faults_t
     {
         void Add(std::size_t iLine, std::string const & sText)
@@ -187,7 +188,8 @@ namespace
         std::size_t nFaults = 0;
     };
 
-    // Reads a file up to the limit. Returns its text, which is valid until the next call. Sets sFault if it can't.
+    // Reads at most MAX_FILE bytes of a file and returns them; they are valid until the next call. sFault says why they
+    // are not the whole file, and is empty if they are.
     std::string_view ReadWhole(std::string const & sFile, std::string & sFault)
     {
         static std::string s_sBuffer(64 << 10, '\0');
@@ -265,7 +267,7 @@ namespace
         return szTime;
     }
 
-    // Returns "2026-11-26 08:18:37" of a time of ISO 8601, empty if it is none.
+    // Returns "2026-11-26 08:18:37" for a time of ISO 8601, or an empty text for anything else.
     std::string LocalTime(std::string_view sTime)
     {
         constexpr std::string_view FORM = "0000-00-00T00:00:00";
@@ -317,7 +319,7 @@ std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExte
 
 void ReloadCrash(Crash_t & Crash)
 {
-    CrashFault_t const fnIgnore = [](std::string const &) {};   // reported at the first time
+    CrashFault_t const fnIgnore = [](std::string const &) {};   // the first load reported it
     std::vector<Crash_t> dCrashes = LoadCrashes(Crash.Files, CrashExtent_e::All, fnIgnore);
     if (Crash.iInFile < dCrashes.size())
     {

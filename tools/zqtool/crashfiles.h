@@ -7,11 +7,11 @@
 using CrashFault_t = std::function<void(std::string const & sText)>;
 
 /// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. Each comes
-/// with the regular files of the same stem beside it. A stem that is named twice is returned once.
+/// with the regular files of the same stem beside it. Returns a stem once, even if two arguments name it.
 std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault);
 
-/// Reads files of one stem. Returns their crashes, as far as they are readable.
+/// Reads the files of one stem and returns their crashes, as far as they are readable.
 std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault);
 
-/// Reads all of a crash that was loaded before. Without the files it stays as it is.
+/// Reads all of a crash that LoadCrashes returned. Leaves it unchanged if the files no longer hold it.
 void ReloadCrash(Crash_t & Crash);

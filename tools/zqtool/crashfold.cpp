@@ -7,7 +7,8 @@
 
 namespace
 {
-    // Removes a number, or else one character. Of a number returns first its digits' count, so that the longer is larger.
+    // Removes and returns a number without its leading zeros, or else one character. The length comes first, so that
+    // the longer of two numbers is the larger.
     std::pair<std::size_t, std::string_view> TakePart(std::string_view & sText)
     {
         constexpr char DIGITS[] = "0123456789";

@@ -6,9 +6,10 @@
 #include <map>
 #include <unordered_map>
 
-/// Orders texts with numbers in them: "v2.9" is before "v2.10".
+/// Order of texts with numbers in them: "v2.9" is before "v2.10".
 struct VersionLess_t
 {
+    /// Returns whether sA is before sB.
     bool operator()(std::string_view sA, std::string_view sB) const;
 };
 
@@ -22,12 +23,15 @@ struct CrashGroup_t
     Crash_t Sample;                                                // the latest with details, or else the latest
 };
 
+/// Groups of crashes by their signatures.
 class CrashFold_c
 {
 public:
+    /// Adds a crash to the group of its signature.
     void Add(Crash_t Crash);
 
-    /// Returns the groups, largest first, of equal ones the one with the latest crash first.
+    /// Removes and returns the groups, the largest first. If two have the same size, the one with the latest crash is
+    /// first.
     std::vector<CrashGroup_t> Take();
 
 private:

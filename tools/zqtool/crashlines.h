@@ -3,11 +3,12 @@
 
 #include "tools/zqtool/crashreport.h"
 
-/// Most crashes in a file, and most frames, threads, modules, variables or lines of one kind in a crash.
+/// Most members of a list in a crash, such as frames, threads, modules, variables or lines of one kind, and most
+/// crashes in a file.
 constexpr std::size_t CRASH_MAX_MEMBERS = 10000;
 constexpr std::size_t CRASH_MAX_CRASHES = 1000;
 
-/// The lines of a text. A line ends with LF or CR LF.
+/// Lines of a text. A line ends with LF or CR LF. The text and fnComplain must outlive the object.
 class CrashLines_c
 {
 public:
@@ -17,8 +18,8 @@ public:
         , m_bZeros(sText.find('\0') != std::string_view::npos)
     {}
 
-    /// Sets the next line, without its end. Returns false after the last one. A line of more than 64 KiB is cut. One
-    /// that the file breaks off within is skipped unless it is the first. Reports lines that are damaged.
+    /// Sets sLine to the next line, without its end. Returns false after the last one. Cuts a line of more than 64 KiB.
+    /// Skips a line within which the file breaks off, unless it is the first. Reports lines that are damaged.
     bool Next(std::string_view & sLine);
 
     /// Reports what is wrong with the current line.
@@ -27,30 +28,31 @@ public:
     /// Reports what is wrong with a line, with the start of the line.
     void ComplainOf(char const * szWhat, std::string_view sLine) const;
 
-    /// Returns the start of a line for a report.
+    /// Returns the first 60 bytes of a line for a complaint, and "..." if the line has more.
     static std::string StartOf(std::string_view sLine);
 
 private:
     std::string_view m_sRest;
     CrashComplain_t const & m_fnComplain;
     std::size_t m_iLine = 0;
-    bool m_bBroken = false;   // the last line has no end
-    bool m_bZeros;            // not yet reported
+    bool m_bBroken = false;   // whether the last line read has no end
+    bool m_bZeros;            // whether the text has zeros that are not yet reported
 };
 
-/// Removes a start from a text. Returns false, and leaves the text unchanged, if it starts otherwise.
+/// Removes sStart from the start of a text. Returns false, and leaves the text unchanged, if it starts otherwise.
 bool TakeStart(std::string_view & sText, std::string_view sStart);
 
-/// Removes and returns the text up to a mark, and removes the mark. Without the mark takes the whole text.
+/// Removes and returns the text up to a mark, and removes the mark. Takes the whole text if it does not hold the mark.
 std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark);
 
-/// Removes and returns a number. Returns nothing, and leaves the text unchanged, if there is none or it is too large.
+/// Removes and returns the number at the start of a text. Returns nothing, and leaves the text unchanged, if there is
+/// none or it is too large.
 std::optional<std::uint64_t> TakeNumber(std::string_view & sText, int nBase);
 
-/// Returns a text that consists of a number.
+/// Returns the number of which a text consists, or nothing if the text is anything else.
 std::optional<std::uint64_t> WholeNumber(std::string_view sText, int nBase);
 
-/// Returns the last part of a path.
+/// Returns the part of a path after its last `/` or `\`.
 std::string_view FileNameOf(std::string_view sPath);
 
 /// Appends unless the list is full. Returns whether it did.

@@ -46,7 +46,7 @@ namespace
         return sText.empty() ? "" : "<p class=\"quiet\">Crashes by version: " + Shown(sText) + "</p>\n";
     }
 
-    // The signature with its functions marked.
+    // Returns a signature with its functions in bold.
     std::string CauseHtml(std::string const & sSignature)
     {
         std::size_t const iFunctions = sSignature.find(": ");

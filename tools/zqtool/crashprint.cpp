@@ -105,13 +105,13 @@ namespace
                       == std::tie(B.nAddress, B.sFunction, B.sFile, B.iLine, B.bInlined);
     }
 
-    // Frames of a recursion: a cycle, and how often it comes again at once.
+    // Frames of a recursion: a cycle, and how often it directly repeats.
     struct Cycle_t
     {
         std::size_t nFrames = 1, nAgain = 0;
     };
 
-    // Returns the shortest cycle at iFirst that comes again often enough to be left out, or a cycle that never does.
+    // Returns the shortest cycle at iFirst that repeats often enough to be left out, or a frame that does not repeat.
     Cycle_t FindCycle(std::vector<CrashFrame_t> const & dFrames, std::size_t iFirst)
     {
         constexpr std::size_t MOST_FRAMES = 16, FEWEST_AGAIN = 3;

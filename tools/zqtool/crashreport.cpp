@@ -1,4 +1,4 @@
-// The report itself. Its parts are known by fixed lines, so a part that is missing or damaged costs no other.
+// The report itself. Fixed lines begin its parts, so a part that is missing or damaged costs no other.
 #include "tools/zqtool/crashreport.h"
 
 #include "tools/zqtool/crashcause.h"
@@ -34,7 +34,7 @@ namespace
         void ReadStack(std::string_view sLine);
         void ReadVariables(std::string_view sLine);
         void AddVariable(std::string_view sLine);
-        void CheckEnd() const;
+        void CheckEnd();
 
         CrashLines_c m_Lines;
         bool m_bAll;
@@ -42,11 +42,10 @@ namespace
         Part_e m_ePart = Part_e::Head;
         std::size_t m_iFrame = 0;   // of the second call stack: the number of frames so far
         std::size_t m_nEmpty = 0;   // empty lines since the last other one
-        bool m_bStack = false;      // of the current crash
+        bool m_bStack = false;      // whether the current crash has a call stack
     };
 
-    // A line of the call stack: "ADDRESS  FRAME  FUNCTION+DISPLACEMENT   FILE(LINE): TEXT", or in place of the function
-    // "SECTION:OFFSET MODULE", or neither.
+    // Reads "SECTION:OFFSET MODULE". Returns false, and leaves the line unchanged, if it begins otherwise.
     bool ReadPlace(std::string_view & sLine, CrashFrame_t & Frame)
     {
         std::string_view sRest = sLine;
@@ -100,6 +99,8 @@ namespace
         }
     }
 
+    // Reads a line of the call stack: "ADDRESS  FRAME  FUNCTION+DISPLACEMENT   FILE(LINE): TEXT", or in place of the
+    // function "SECTION:OFFSET MODULE", or neither.
     std::optional<CrashFrame_t> ReadFrame(std::string_view sLine)
     {
         std::optional<std::uint64_t> const Address = TakeNumber(sLine, 16);
@@ -283,7 +284,7 @@ namespace
         }
     }
 
-    // "	Parameter 'NAME' TYPE = VALUE"; of a member "		 NAME = VALUE", with more tabs for each level.
+    // Reads "\tParameter 'NAME' TYPE = VALUE", or of a member "\t\t NAME = VALUE", with a further tab for each level.
     void ReportReader_c::AddVariable(std::string_view sLine)
     {
         std::vector<CrashFrame_t> & dFrames = m_dCrashes.back().Thread.dFrames;
@@ -315,8 +316,8 @@ namespace
         }
     }
 
-    // Only the last crash of a file must be whole: a report may fault, and is then continued by another one.
-    void ReportReader_c::CheckEnd() const
+    // Only the last crash of a file must be whole: a report may fault, and another one then continues it.
+    void ReportReader_c::CheckEnd()
     {
         if (m_dCrashes.empty())
         {
@@ -325,6 +326,7 @@ namespace
         else if (m_dCrashes.size() > CRASH_MAX_CRASHES)
         {
             m_Lines.Complain("more than " + std::to_string(CRASH_MAX_CRASHES) + " crashes; the rest is not read");
+            m_dCrashes.pop_back();
         }
         else if (!m_bStack)
         {
@@ -366,7 +368,7 @@ namespace
         }
     }
 
-    // Takes over the names of frames that the details have without names.
+    // Copies functions, source lines and variables from the report to frames of the details that have no function.
     void AddNames(std::vector<CrashFrame_t> & dFrames, std::vector<CrashFrame_t> const & dReported)
     {
         std::unordered_map<std::uint64_t, CrashFrame_t const *> dNamed;

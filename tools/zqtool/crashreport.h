@@ -1,7 +1,7 @@
 // crashreport.h: reads crash reports and the details beside them.
 //
 // The files come from outside. Whatever they hold, reading ends and returns what is readable. Texts are as in the file:
-// they are made safe when they are shown.
+// what shows them makes them safe.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+/// A variable of a frame, or a member of the variable before it.
 struct CrashVariable_t
 {
     int nLevel = 0;       // 0 for a parameter or a local variable, 1 for its members, and so on
@@ -20,34 +21,37 @@ struct CrashVariable_t
     std::string sValue;   // empty for a variable whose members follow
 };
 
+/// A frame of a stack.
 struct CrashFrame_t
 {
     std::uint64_t iNumber = 0;
     std::uint64_t nAddress = 0;
-    std::string sModule;         // file name; empty if no module holds the address
-    std::string sModulePath;     // empty if unknown
-    unsigned iSection = 0;       // of a report without names: section of the module's file; 0 if unknown
-    std::uint64_t nOffset = 0;   // from the module's start, or from that section
-    std::string sFunction;       // empty if unknown
-    std::uint64_t nDisplacement = 0;
-    bool bInlined = false;   // part of the function of a later frame, with the same address
-    bool bReturn = true;     // the address is that after a call
-    std::string sFile;       // empty if unknown
-    unsigned iLine = 0;
+    std::string sModule;                // file name; empty if no module holds the address
+    std::string sModulePath;            // empty if unknown
+    unsigned iSection = 0;              // of a report without names: section of the module's file; 0 if unknown
+    std::uint64_t nOffset = 0;          // from the module's start, or from that section
+    std::string sFunction;              // empty if unknown
+    std::uint64_t nDisplacement = 0;    // bytes from the start of the function
+    bool bInlined = false;              // whether it is part of the function of a later frame, with the same address
+    bool bReturn = true;                // whether the address is that after a call
+    std::string sFile;                  // empty if unknown
+    unsigned iLine = 0;                 // 0 if unknown
     std::vector<std::string> dSource;   // lines around, the frame's own one after '>'
     std::vector<CrashVariable_t> dVariables;
     std::uint64_t nLeftOut = 0;   // frames between the previous one and this one that are not listed
 };
 
+/// A thread and its stack.
 struct CrashThread_t
 {
     std::string sNumber;
     std::string sName;   // empty if it has none
     std::string sLock;   // "holds LOCK", "waits for LOCK"; empty for none
     std::vector<CrashFrame_t> dFrames;
-    bool bFarther = false;   // frames farther out are not listed
+    bool bFarther = false;   // whether frames farther out are not listed
 };
 
+/// A module and its addresses.
 struct CrashModule_t
 {
     std::uint64_t nStart = 0, nEnd = 0;
@@ -55,12 +59,13 @@ struct CrashModule_t
     std::string sPath;
 };
 
+/// A line of the process, "KEY: VALUE".
 struct CrashFact_t
 {
     std::string sKey, sValue;
 };
 
-/// The files of one stem. Each is a report or details.
+/// Files of one stem: a report and its details.
 struct CrashFiles_t
 {
     std::string sReport;                 // empty for none
@@ -70,30 +75,30 @@ struct CrashFiles_t
 /// One crash. What the files do not say is empty.
 struct Crash_t
 {
-    bool bReport = false, bDetails = false;   // which files have it
+    bool bReport = false, bDetails = false;   // whether a report has it; whether details have it
     std::string sFile;                        // the report, or else the details
     CrashFiles_t Files;                       // all files of its stem
-    std::size_t iInFile = 0;                  // its number among the crashes of these files
+    std::size_t iInFile = 0;                  // its number among the crashes of these files, from 0
     std::string sTime;                        // local: 2026-11-26 08:18:37; empty if unknown
     std::uint32_t nCode = 0;
     std::string sCodeText;
     std::string sKind = "unknown";   // as in the details; "access" if only the code of the report is known
-    std::optional<std::uint64_t> Data, Instruction;
-    std::string sFaultModule;   // path
-    CrashThread_t Thread;       // the crashed one, with its frames
-    std::string sException, sDepth;
-    std::vector<CrashThread_t> dThreads;
-    std::string sThreadsNote;   // why there are no other threads
+    std::optional<std::uint64_t> Data, Instruction;   // addresses: what was accessed; what faulted
+    std::string sFaultModule;                         // path
+    CrashThread_t Thread;                             // the crashed one, with its frames
+    std::string sException, sDepth;                   // type and text of an exception; bytes of a full stack
+    std::vector<CrashThread_t> dThreads;              // the others
+    std::string sThreadsNote;                         // why there are no other threads
     std::vector<CrashModule_t> dModules;
     std::vector<CrashFact_t> dFacts;   // lines of the process
     std::vector<std::string> dMemory, dLog, dTimers;
     std::vector<std::string> dCuts;   // "[Frames]: reason" of sections that are incomplete
 
-    /// Returns a line of the process, empty if there is none.
+    /// Returns the value of the first fact with a key, or an empty text.
     std::string_view GetFact(std::string_view sKey) const;
 };
 
-/// Function that receives what is wrong, with the number of the line from 1.
+/// Function that receives what is wrong, with the number of the line from 1; 0 if the file is empty.
 using CrashComplain_t = std::function<void(std::size_t iLine, std::string const & sText)>;
 
 /// Extent to which a crash is read.
@@ -103,7 +108,7 @@ enum class CrashExtent_e
     Cause   // what the signature needs, and the process: no variables, sources, other threads or logs
 };
 
-/// Read the text of a report, or of details. Return the crashes in it, in order.
+/// Read the text of a report, or of details, and return the crashes in it, in order.
 std::vector<Crash_t> ReadCrashReport(
     std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent = CrashExtent_e::All);
 std::vector<Crash_t> ReadCrashDetails(

@@ -19,8 +19,8 @@ namespace
     class Build_c
     {
     public:
-        // The size is the file's: a report may be damaged. Index files are for modules as a process maps
-        // them, which this one is not.
+        // The size is the file's: a report may be damaged. Index files are for modules as a process maps them, which
+        // this one is not.
         explicit Build_c(zqsymbols::BuildIds_c::Found_t const & File)
             : m_Modules("")
         {
@@ -80,7 +80,8 @@ namespace
         return dFrames;
     }
 
-    // Takes over what the report says of an address. Of several frames only the first can follow frames left out.
+    // Returns a named frame with what the report says of its address. If an address has several frames, only the first
+    // can follow frames left out.
     CrashFrame_t Merged(CrashFrame_t Named, CrashFrame_t const & Reported, bool bFirst)
     {
         Named.nAddress = Reported.nAddress;

@@ -17,7 +17,7 @@ public:
     ~CrashSymbols_c();
     CrashSymbols_c & operator=(CrashSymbols_c &&) = delete;
 
-    /// Returns whether this build can read debug information.
+    /// Returns whether this build can read debug information. If not, the other functions do nothing.
     static bool CanRead();
 
     /// Names the frames that have no source line, and adds the calls that are inlined there.

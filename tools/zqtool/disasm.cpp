@@ -25,7 +25,7 @@ namespace
         void WriteLine(char const * szLine) override { std::puts(szLine); }
     };
 
-    // Collects lines of "address: text" as an array of objects.
+    // Collector of lines "address: text" as an array of objects.
     class JsonSink_c final : public CodeListingSink_c
     {
     public:

@@ -69,7 +69,7 @@ namespace
         return sHex;
     }
 
-    // Returns an empty text, and why in sWhyNot, if the file can't be read.
+    // Returns the hash of a file, or of standard input for "-". On failure returns an empty text, and why in sWhyNot.
     std::string HashOfFile(std::string const & sFile, std::string const & sAlgorithm, std::string & sWhyNot)
     {
         std::ifstream Stream;
@@ -79,7 +79,8 @@ namespace
         return sHash;
     }
 
-    // Returns a name as a list has it: line ends and backslashes as \n, \r and \\. Then the line begins with a backslash.
+    // Returns a name as a list has it: line ends and backslashes as \n, \r and \\. If a name has any, its line begins
+    // with a backslash.
     std::string Escaped(std::string const & sName)
     {
         std::string sOut;
@@ -154,7 +155,7 @@ namespace
         std::string sHash, sFile, sAlgorithm;
     };
 
-    // Reads "HASH  FILE" or "HASH *FILE". Returns false for any other line.
+    // Reads "HASH  FILE" or "HASH *FILE". Returns false for any other line or algorithm.
     bool ReadLine(std::string sLine, std::string const & sAlgorithm, Line_s & Line)
     {
         bool const bEscaped = sLine.starts_with('\\');

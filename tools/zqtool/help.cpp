@@ -60,7 +60,8 @@ namespace
         return sOut + '\n';
     }
 
-    // Returns the least number of letters to add, remove, change or swap with the next one.
+    // Returns the least number of letters to add, remove, change or swap with the next one: the distance of Damerau
+    // (Communications of the ACM, 1964), with no letter edited twice.
     std::size_t Distance(std::string_view sFrom, std::string_view sTo)
     {
         std::vector<std::vector<std::size_t>> dRows(sFrom.size() + 1, std::vector<std::size_t>(sTo.size() + 1));

@@ -11,17 +11,19 @@ namespace CLI
     class App;
 }
 
+/// Description of an option or a positional argument.
 struct HelpOption_t
 {
     std::vector<std::string> dNames;   // "-h", "--help"; of an argument without a name its word, such as FILE
     std::string sValue;                // word for its value, or the choices, as "32|64"; empty for a flag
     std::string sPurpose;
-    bool bPositional = false, bRequired = false, bMany = false;
+    bool bPositional = false, bRequired = false, bMany = false;   // bMany: whether it takes any number of values
 
-    /// Returns how it is written: "-h, --help", "--html OUT", "FILE...".
+    /// Returns how --help spells it: "-h, --help", "--html OUT", "FILE...".
     std::string Spelling() const;
 };
 
+/// Description of a command or of the program.
 struct HelpCommand_t
 {
     std::string sName;   // empty for the program itself
@@ -32,7 +34,7 @@ struct HelpCommand_t
     /// Returns the line of all its arguments.
     std::string Usage() const;
 
-    /// Returns the purpose as a sentence.
+    /// Returns the purpose as a sentence, with a capital and a full stop.
     std::string Sentence() const;
 };
 
@@ -49,6 +51,6 @@ std::string HelpText(CLI::App const & App);
 /// Returns "; did you mean X?" with the most similar of the known words, or an empty text if none is similar.
 std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & dKnown);
 
-/// Prints a line about wrong arguments on standard error, with where to read more. sCommand is empty for the program
-/// itself. Returns EXIT_USAGE.
+/// Prints a line about wrong arguments on standard error, with where to read more, and returns EXIT_USAGE. sCommand is
+/// empty for the program itself.
 int Misuse(std::string_view sText, std::string_view sCommand);

@@ -17,7 +17,7 @@ namespace
         { HTTP_FORBIDDEN, "Forbidden" }, { HTTP_NOT_FOUND, "Not Found" }, { HTTP_BAD_METHOD, "Method Not Allowed" },
         { HTTP_TOO_LARGE, "Request Header Fields Too Large" } };
 
-    // Moves what precedes the separator out of the text. Returns false if there is no separator.
+    // Moves what precedes the separator from sText to sPart, and removes the separator. Returns false if there is none.
     bool TakeUpTo(std::string_view sSeparator, std::string_view & sText, std::string_view & sPart)
     {
         std::size_t const iEnd = sText.find(sSeparator);

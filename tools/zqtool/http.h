@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-/// Statuses of an answer.
+/// Statuses of an answer (RFC 9110; the last one RFC 6585).
 constexpr int HTTP_OK = 200;
 constexpr int HTTP_BAD_REQUEST = 400;
 constexpr int HTTP_FORBIDDEN = 403;
@@ -12,13 +12,14 @@ constexpr int HTTP_NOT_FOUND = 404;
 constexpr int HTTP_BAD_METHOD = 405;
 constexpr int HTTP_TOO_LARGE = 431;
 
-/// Returns whether all lines of a request's head are there.
+/// Returns whether a request holds its whole head.
 bool HttpIsComplete(std::string_view sRequest);
 
 /// Checks the head of a request to this machine's port. Returns HTTP_OK and sets sTarget, or returns the status that
-/// refuses it. Only GET is answered. The names of host and origin must be those of the loopback address: another name
-/// that leads here belongs to a foreign page.
+/// refuses it. Accepts only GET. The names of host and origin must be those of the loopback address: another name that
+/// leads here belongs to a foreign page.
 int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget);
 
 /// Returns an answer after which the connection ends. The client keeps nothing of it and shows it to no other page.
+/// Requires one of the statuses above and a body in UTF-8.
 std::string HttpAnswer(int iStatus, std::string_view sType, std::string_view sBody);

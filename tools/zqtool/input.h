@@ -6,18 +6,18 @@
 #include <iosfwd>
 #include <string>
 
-/// Returns an empty text for a regular file, otherwise what is wrong. To open a pipe could last for ever.
+/// Returns an empty text for a regular file, otherwise what is wrong. Opening a pipe could block for ever.
 std::string CheckInput(std::string const & sFile);
 
 /// Opens a regular file. Returns why it can't be read, or an empty text.
 std::string OpenInput(std::string const & sFile, std::ifstream & Stream);
 
-/// Reads a regular file of at most nMost bytes. Returns why it can't be read, or an empty text. The size fits into an int
-/// with a byte to spare, as the library's readers need it.
+/// Reads a regular file of at most nMost bytes. Returns why it can't be read, or an empty text. By default the size
+/// fits into an int with a byte to spare, as the library's readers need it.
 std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uintmax_t nMost = INT_MAX - 1);
 
 /// Prints a problem with a file on standard error, after all that went to standard output.
 void PrintProblem(std::string const & sFile, std::string const & sText);
 
-/// The same with a place; without one if the line is 0.
+/// Prints a problem with its line and column, or without them if the line is 0.
 void PrintProblem(std::string const & sFile, int iLine, int iColumn, std::string const & sText);

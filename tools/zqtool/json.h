@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+/// JSON value. Objects keep the order in which their keys were added.
 using Json_t = nlohmann::ordered_json;
 
 /// Returns a value as one line of ASCII, so that no terminal obeys what a file holds. U+FFFD replaces invalid UTF-8.

@@ -46,7 +46,7 @@ namespace
         &SPLIT, &EXCLUDED, &UNFINISHED, &ARCHIVE };
     static_assert(std::size(KIND_OF_SKIP) == static_cast<std::size_t>(FileSkip_e::InArchive) + 1);
 
-    // What a scan has reported, with paths as it reported them.
+    // One report of a scan, with paths as the scan has them.
     struct Skip_s
     {
         FileSkip_e eWhy;
@@ -80,8 +80,8 @@ namespace
         }
     }
 
-    // What lies on the disk, in the order of the paths of the tables. Links are not followed. Folders that no scan could
-    // enter because of their depth are not walked to their end.
+    // What lies on the disk, in the order of the paths of the tables. The walk follows no links. It does not descend to
+    // the end of folders that no scan could enter because of their depth.
     class Disk_c
     {
     public:
@@ -196,7 +196,7 @@ namespace
         return Spell(Scan, sFolded);
     }
 
-    // Counts the files below a folder that the scan has not entered.
+    // Counts the files, and their bytes, below a folder that the scan has not entered.
     void CountBelow(MediaScan_t const & Scan, std::string const & sFolded, MediaFinding_t & Finding)
     {
         std::string const sPrefix = sFolded + '\\';
@@ -211,7 +211,7 @@ namespace
         }
     }
 
-    // Makes findings of what the scan has reported.
+    // Converter of the reports of a scan to findings.
     class SkipReader_c
     {
     public:
@@ -247,7 +247,7 @@ namespace
         }
 
     private:
-        // Of a file that is known by its key: one that another file, or the size of the table, has kept out.
+        // Reads the report of a file that is known by its key: another file, or the size of the table, has kept it out.
         void ReadByKey(Skip_s const & Skip)
         {
             std::string const sFolded = Skip.sFolder + std::string(BareOf(Skip.sName));
@@ -257,7 +257,7 @@ namespace
             std::vector<std::string> dTwins;
             if (sFolded == Skip.sFirst)
             {
-                // The others of the names that differ in case only, one after the other.
+                // The other names that differ in case only. Each report of one of them takes the next.
                 dTwins = InFolder(SpellingsOf(m_Scan, sFolded), fs::path(Finding.sOther).parent_path().native());
                 std::erase(dTwins, Finding.sOther);
             }
@@ -274,13 +274,14 @@ namespace
         std::map<std::string, std::size_t> m_dTwinsSeen;
     };
 
-    // Returns whether a file's key is a part of its name, so that its path leads nowhere.
+    // Returns whether a file's key is only the start of its name, so that its path leads nowhere.
     bool IsCut(MediaScan_t const & Scan, File_c const & File)
     {
         return BareOf(File.sName.CStr()).size() == FILE_KEY_LENGTH && SpellingsOf(Scan, LocationOf(File)).empty();
     }
 
-    // Counts the files of the table, and finds those that are empty, can't be read or are hidden.
+    // Counts the files and folders of the tables. Adds findings for files that are empty, have no folder in the tables,
+    // can't be opened or are hidden.
     void ReadTable(MediaScan_t & Scan)
     {
         auto const Add = [&](MediaKind_t const & Kind, File_c const & File, char const * szWhy, std::string sOther = "")

@@ -12,16 +12,16 @@ namespace CLI
     class App;
 }
 
-/// How to scan.
+/// Options of a scan.
 struct MediaOptions_t
 {
-    std::string sGame;   // empty: no split
-    std::string sSplit = "\\gamedata\\";
-    std::string sConfig;
-    bool bRelative = false;   // keys are relative paths
+    std::string sGame;                     // empty: no split
+    std::string sSplit = "\\gamedata\\";   // folder of the games
+    std::string sConfig;                   // name of the configuration, as SetPQXCurrentConfig takes it
+    bool bRelative = false;                // whether keys are relative paths
 };
 
-/// Declares `--game`, `--split`, `--config` and `--relative`.
+/// Declares `--game`, `--split`, `--config` and `--relative`. Requires Options to outlive the parse.
 void AddMediaOptions(CLI::App & App, MediaOptions_t & Options);
 
 /// A kind of entry that a scan leaves out, or that opens otherwise than its name says.
@@ -30,9 +30,10 @@ struct MediaKind_t
     char const * szName;    // in JSON
     char const * szTitle;   // for people
     char const * szNote;    // what follows from it; may be empty
-    bool bFault;            // false: left out as it was asked for
+    bool bFault;            // whether it is a fault, not left out on request
 };
 
+/// An entry that a scan leaves out, or that opens otherwise than its name says.
 struct MediaFinding_t
 {
     MediaKind_t const * pKind = nullptr;
@@ -41,7 +42,7 @@ struct MediaFinding_t
     std::string sOther;   // the file that opens instead, or the key that the file gets; may be empty
     int nFiles = 0;       // below a folder that is left out
     std::uint64_t nBytes = 0;
-    bool bMissed = false;   // the system failed, or a table was full: the next scan may find more
+    bool bMissed = false;   // whether the next scan may find more: the system failed, or a table was full
 };
 
 /// An entry of the disk below the folders of a scan, whether the scan has entered it or not.
@@ -52,29 +53,32 @@ struct DiskEntry_t
     bool bFolder = false;
 };
 
+/// Result of a scan.
 struct MediaScan_t
 {
     std::vector<std::string> dPaths;   // the folders and archives
-    int nFiles = 0;
+    int nFiles = 0;                    // in the table
     int nFolders = 0;
     std::uint64_t nBytes = 0;
     double fMilliseconds = 0;
-    bool bWhole = true;                      // no finding is bMissed
+    bool bWhole = true;                      // whether the scan could see all, and no finding is bMissed
     std::vector<MediaFinding_t> dFindings;   // by kind, then by path
     std::vector<DiskEntry_t> dDisk;          // by sFolded
 
+    /// Return the number of findings that are faults, or duplicates.
     int CountFaults() const;
     int CountDuplicates() const;
 };
 
 /// Scans folders and mounts archives over them, in their order. The first folder is the media root. The library's
-/// tables then hold the files. Returns false, and prints why, for a path that is neither, or is in another one.
+/// tables then hold the files. Returns false, and prints why, if it can't scan or mount a path, or if a path is in
+/// another one.
 bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & Options, MediaScan_t & Scan);
 
 /// Returns where a file is, as the disk spells it.
 std::string PathOf(MediaScan_t const & Scan, File_c const & File);
 
-/// Returns a path in the form of the tables.
+/// Returns a path in the form of the tables: in lower case, with `\` as the separator.
 std::string FoldedText(std::string const & sPath);
 
 /// Mounts an archive over the files of the table. Returns why it can't, or an empty text.

@@ -74,7 +74,7 @@ namespace
             Printable(Row.sName).c_str());
     }
 
-    // Rows that did not change are left out.
+    // Leaves out rows that did not change.
     void PrintGrowth(char const * szColumn, std::vector<GrowthRow_t> const & dRows, GrowthRow_t const & Total)
     {
         std::printf("%14s %14s %14s %10s%s  %s\n", "first bytes", "last bytes", "growth", "blocks",

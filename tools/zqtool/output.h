@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+/// File to write, or none if it has no name.
 class OutputFile_c
 {
 public:
@@ -14,6 +15,7 @@ public:
     /// Writes the rest. Returns false, and prints why, if the file could not be written whole.
     bool Close();
 
+    /// Returns whether the file has a name.
     bool IsWanted() const { return !m_sFile.empty(); }
 
     /// Returns the stream. Requires a name.

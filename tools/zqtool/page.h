@@ -5,12 +5,13 @@
 #include <string>
 #include <string_view>
 
-/// What a page may load. The first is the default: nothing at all.
+/// What a page may load, as a policy of CSP (W3C). The first is the default: nothing at all. The second allows requests
+/// to the server of the page.
 constexpr char PAGE_POLICY[] = "default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'";
 constexpr char LIVE_PAGE_POLICY[] =
     "default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'; connect-src 'self'";
 
-/// Returns the start of a page up to its body: the title, which is escaped, the policy and the look of all pages.
+/// Returns the start of a page up to its body: the title, which it escapes, the policy and the look of all pages.
 std::string PageHead(std::string_view sTitle, char const * szPolicy = PAGE_POLICY);
 
 /// Returns the scripts of a page, after the one that all pages share.

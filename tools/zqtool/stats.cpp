@@ -48,7 +48,7 @@ namespace
                                          : 1e9;
     }
 
-    // Reads a file once, for all requested outputs.
+    // One reading of a file, for all requested outputs.
     class StatsRun_c
     {
     public:
@@ -191,7 +191,7 @@ namespace
         return bWritten;
     }
 
-    // Returns false, and prints why, if nothing can be read.
+    // Reads the file, or follows it. Returns false if StatsFollow fails.
     bool StatsRun_c::Read()
     {
         if (m_Options.bFollow)

@@ -89,7 +89,7 @@ namespace
         bool m_bSound = true;
     };
 
-    // Reads so many bytes, or those that are left. Returns their number.
+    // Reads nBytes, or those that are left, and returns their number.
     std::size_t StatsReader_c::Read(std::size_t nBytes)
     {
         m_dBytes.resize(nBytes);
@@ -160,8 +160,8 @@ namespace
         }
     }
 
-    // Returns the index of the record that a link leads to, or -1. A timer is created after its parent and its previous
-    // siblings, so a link always leads to a higher index.
+    // Returns the index of the record that a link leads to, or -1. The profiler creates a timer after its parent and
+    // its previous siblings, so a link always leads to a higher index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
     {
         std::uint32_t const nLink = Word(BytesOf(iRecord, iField));
@@ -318,7 +318,7 @@ bool StatsTail_c::State_s::HoldsBatch(std::uint64_t nSize)
     return nRecords > STATS_MAX_TIMERS || nOffset + COUNT_SIZE + nRecords * RECORD_SIZE <= nSize;
 }
 
-// The file is opened each time: another one may have its name.
+// Opens the file each time: another one may have its name.
 StatsTail_e StatsTail_c::Read(
     StatsBatch_t & Batch, std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain)
 {

@@ -19,6 +19,7 @@ constexpr std::uint32_t STATS_MAX_TIMERS = 512;   // in a batch
 /// The id of the timer around a whole frame.
 constexpr std::uint32_t STATS_APPLICATION = 0x801003E6;
 
+/// A timer in one frame.
 struct StatsSlot_t
 {
     std::int64_t tTime = 0;   // ticks of the processor's cycle counter
@@ -34,6 +35,7 @@ struct StatsFigures_t
     std::int32_t iMaxSlot = -1;            // of tMax in dSlots; -1 if no frame took any time
 };
 
+/// A timer in one batch.
 struct StatsTimer_t
 {
     std::string sName;   // printable UTF-8, whatever the file holds
@@ -55,6 +57,7 @@ using StatsTake_t = std::function<void(StatsBatch_t const & Batch, bool bWhole)>
 bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
     std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain);
 
+/// Result of StatsTail_c::Read.
 enum class StatsTail_e
 {
     Nothing,   // the file has no further whole batch yet
@@ -63,14 +66,16 @@ enum class StatsTail_e
     Damaged    // the rest can't be read, unless the file is created anew
 };
 
-/// Reads a stats file while a program writes it.
+/// Reader of a stats file that a program still writes.
 class StatsTail_c
 {
 public:
+    /// Names the file, which need not exist yet.
     explicit StatsTail_c(std::string sFile);
     ~StatsTail_c();
 
-    /// Reads the next batch if the file holds all of it. Reports faults as ReadStatsFile does.
+    /// Reads the next batch if the file holds all of it, and returns what it found. Batch is valid if that is
+    /// StatsTail_e::Batch. Reports faults as ReadStatsFile does.
     StatsTail_e Read(
         StatsBatch_t & Batch, std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain);
 
@@ -80,5 +85,5 @@ private:
 };
 
 /// Returns the time of a frame of a batch in ticks: that of the application's timer, or, without one, the sum of all
-/// timers under the root.
+/// timers under the root. Requires iSlot below STATS_FRAMES.
 double StatsFrameTime(StatsBatch_t const & Batch, std::size_t iSlot);

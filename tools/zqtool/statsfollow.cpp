@@ -60,9 +60,9 @@ namespace
         StatsPage_c m_Page;
         plat::LoopbackServer_c m_Server;
         int m_iRun = 1;
-        bool m_bEnded = false;     // the limit was reached, or will not be
-        bool m_bAsked = false;     // a page asked for news
-        bool m_bToldEnd = false;   // a page received the last of them
+        bool m_bEnded = false;     // whether no further batch will be read
+        bool m_bAsked = false;     // whether a page asked for news
+        bool m_bToldEnd = false;   // whether a page received the last of them
         bool m_bDamaged = false;
     };
 
@@ -124,7 +124,7 @@ namespace
         return true;
     }
 
-    // "/data?run=1&from=150" asks for news, "/" for the page. The page has no frame: it asks for all.
+    // Answers "/" with the page, and "/data?run=1&from=150" with news. The page has no frame: it asks for all.
     std::string Follower_c::AnswerTo(std::string const & sTarget)
     {
         int iRun = 0, iFrom = 0, nRead = 0;

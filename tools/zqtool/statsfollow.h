@@ -3,6 +3,7 @@
 
 #include "tools/zqtool/statspage.h"
 
+/// What StatsFollow serves, and for how long.
 struct StatsFollow_t
 {
     std::string sFile;
@@ -12,5 +13,5 @@ struct StatsFollow_t
 
 /// Serves the page until an interrupt from the keyboard or the limit of frames. Prints the address. Keeps the times and
 /// timers of the last 150,000 frames, and sums of all. Adds the last run's batches to Tree and faults to Facts. Returns
-/// false, and prints why, if no port can be opened.
+/// false, and prints why, if it can't open the port.
 bool StatsFollow(StatsFollow_t const & Follow, StatsFacts_t & Facts, StatsTree_c & Tree);

@@ -3,6 +3,7 @@
 
 #include "tools/zqtool/statstree.h"
 
+/// A time that a figure of a stats file must not exceed.
 struct StatsLimit_t
 {
     std::string sName;     // "frame" or the name of a timer, printable as in the tree
@@ -14,12 +15,12 @@ struct StatsLimit_t
 /// the text; empty if nothing is.
 std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);
 
-/// What a file has for a limit. Of timers with one name the largest counts.
+/// Time that a file has for a limit. If several timers share a name, the largest time counts.
 struct StatsMeasured_t
 {
     bool bKnown = false;   // whether a timer has the name
     double fMilliseconds = 0;
 };
 
-/// Returns what the file measured for a limit. Requires a frame.
+/// Returns the time that the file has for a limit. Requires a tree with a frame, and a rate above 0.
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond);

@@ -42,7 +42,7 @@ namespace
         return std::to_string(nNumber);
     }
 
-    // [node, average, max, last, max ever, calls of the last, calls at max, slot of max, [times], [calls]]
+    // Returns [node, average, max, last, max ever, calls of the last, calls at max, slot of max, [times], [calls]].
     std::string TimerText(StatsTimer_t const & Timer, int iNode)
     {
         StatsFigures_t const & Figures = Timer.Figures;
@@ -62,7 +62,8 @@ namespace
                + "," + ArrayOf(Timer.dSlots, [](StatsSlot_t const & Slot) { return TextOfInteger(Slot.nCalls); }) + "]";
     }
 
-    // [name, id, parent, average time, own time and calls, calls in all, peak, frame of the peak, calls at the peak]
+    // Returns [name, id, parent, average time, own time and calls, calls in all, peak, frame of the peak, calls at the
+    // peak].
     std::string NodeText(StatsNode_t const & Node, StatsAverage_t const & Average)
     {
         return "[" + JsonQuoted(Node.sName) + "," + std::to_string(Node.iTimer) + "," + std::to_string(Node.iParent)

@@ -1,7 +1,7 @@
-// statspage.h: a stats file as one HTML page that loads nothing: times of all frames, timers of any frame.
+// statspage.h: a stats file as one HTML page: times of all frames, timers of any frame.
 //
 // The page holds the time of every frame, and the timers of as many batches as fit. It keeps those with the worst
-// frames.
+// frames. It loads nothing, unless it is live: then it asks its server for news.
 #pragma once
 
 #include "tools/zqtool/statstree.h"
@@ -14,7 +14,7 @@ struct StatsFacts_t
 {
     std::string sFile;
     double fTicksPerSecond = 0;
-    bool bMeasured = false;               // the ticks per second are this machine's
+    bool bMeasured = false;               // whether the ticks per second are this machine's
     std::vector<std::string> dProblems;   // what is wrong with the file
 };
 
@@ -23,10 +23,11 @@ struct StatsNews_t
 {
     int iFrom = 0;                             // first frame that is wanted
     std::size_t nMaxBytes = std::size_t(-1);   // of the timers; one batch may have more
-    bool bLive = false;                        // the page asks for news
+    bool bLive = false;                        // whether the page asks for news
     int iRun = 0;                              // number of the file's start; other numbers have other frames
 };
 
+/// Page of a stats file, collected batch by batch.
 class StatsPage_c
 {
 public:

@@ -51,7 +51,7 @@ namespace
         }
     }
 
-    // The timers in depth-first order. The root, which is not timed, is left out.
+    // Returns the timers in depth-first order, without the root, which is not timed.
     Json_t TimersJson(StatsTree_c const & Tree, double fMilliseconds)
     {
         std::vector<StatsNode_t> const & dNodes = Tree.GetNodes();

@@ -4,7 +4,7 @@
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/statspage.h"
 
-/// Prints the times of frames, and the tree of timers with their figures.
+/// Prints the times of frames, and the tree of timers with their figures, on standard output.
 void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);
 
 /// Returns the same as an object, with the file's problems.

@@ -28,7 +28,7 @@ StatsTrace_c::StatsTrace_c(std::ostream & Stream, double fTicksPerSecond)
                 "{\"ph\":\"M\",\"pid\":1,\"tid\":1,\"name\":\"thread_name\",\"args\":{\"name\":\"Frames\"}}";
 }
 
-// Starts and ends are rounded, and lengths are their differences, so events nest exactly like their ticks.
+// Rounds starts and ends. Lengths are their differences, so events nest exactly like their ticks.
 void StatsTrace_c::AddEvent(std::string const & sName, double tStart, double tSize, std::string const & sArguments)
 {
     auto const Rounded = [&](double t) { return std::llround(std::min(t * m_fNanosecondsPerTick, LAST_MOMENT)); };

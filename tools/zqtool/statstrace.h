@@ -9,6 +9,7 @@
 
 #include <iosfwd>
 
+/// Writer of a trace.
 class StatsTrace_c
 {
 public:

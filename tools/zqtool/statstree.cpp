@@ -100,7 +100,7 @@ StatsSummary_t StatsTree_c::GetSummary() const
     }
     std::vector<double> dSorted = m_dFrames;
     std::sort(dSorted.begin(), dSorted.end());
-    // Returns the smallest time that so many percent of the frames do not exceed.
+    // Returns the smallest time that nPercent percent of the frames do not exceed.
     auto const Rank = [&](std::size_t nPercent) { return dSorted[(dSorted.size() * nPercent + 99) / 100 - 1]; };
     Summary.tMean = std::accumulate(dSorted.begin(), dSorted.end(), 0.0) / static_cast<double>(dSorted.size());
     Summary.tMedian = Rank(50);

@@ -36,10 +36,11 @@ struct StatsSummary_t
     int iWorst = -1;
 };
 
+/// Tree of the timers of all batches that were added.
 class StatsTree_c
 {
 public:
-    /// Adds a batch. Returns the node of each of its timers; all differ. Requires that no batch follows a broken one.
+    /// Adds a batch and returns the nodes of its timers, which all differ. Requires that no batch follows a broken one.
     std::vector<int> Add(StatsBatch_t const & Batch, bool bWhole);
 
     /// Returns all nodes, the root first. The result is empty without a batch.
@@ -75,10 +76,9 @@ private:
     int m_iFirstFrame = 0;
 };
 
-/// Divides a line among the members of a tree. Each gets its own size or the sum of its children's, whichever is
-/// larger. Its children lie inside it, from its start on. Requires parents before their children. Sets dStarts and
-/// dSizes.
+/// Divides a line among the members of a tree. Each has its own size or the sum of its children's, whichever is larger.
+/// Its children lie inside it, from its start on. Requires parents before their children. Sets dStarts and dSizes.
 void LayOutTree(std::vector<int> const & dParents, std::vector<double> & dSizes, std::vector<double> & dStarts);
 
-/// Returns the order in which each member of a tree is followed by its descendants. Requires parents before children.
+/// Returns the order in which the descendants of each member of a tree follow it. Requires parents before children.
 std::vector<std::size_t> DepthFirst(std::vector<int> const & dParents);

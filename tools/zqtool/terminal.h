@@ -3,7 +3,8 @@
 
 #include "tools/zqtool/text.h"
 
-/// Returns whether standard output is a terminal with colours and the variable NO_COLOR is not set, or empty.
+/// Returns whether standard output is a terminal with colours, and the variable NO_COLOR (no-color.org) is unset or
+/// empty.
 bool HasColours();
 
 /// Returns a text as Printable does, in colour if HasColours. Pad it before: the result is longer than it looks.

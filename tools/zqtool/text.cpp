@@ -6,8 +6,8 @@
 
 namespace
 {
-    // Returns the bytes of the character that a non-empty text begins with. Returns 0 if the character is invalid or
-    // controls a terminal: a control character, a line end or a change of writing direction.
+    // Returns the number of bytes of the UTF-8 character (RFC 3629) that a non-empty text begins with. Returns 0 if the
+    // character is invalid or controls a terminal: a control character, a line end or a change of writing direction.
     std::size_t LetterLength(std::string_view sText)
     {
         auto const Byte = [&](std::size_t i)
@@ -129,6 +129,7 @@ std::string Counted(std::uint64_t nCount, std::string const & sNoun)
 
 std::string Coloured(std::string_view sText, Colour_e eColour)
 {
+    // Parameters of SGR (ECMA-48), by Colour_e.
     static constexpr char const * COLOURS[] = { "1", "1;36", "1;33", "2", "1;31", "32" };
     return std::string("\x1B[") + COLOURS[static_cast<std::size_t>(eColour)] + "m" + std::string(sText) + "\x1B[0m";
 }

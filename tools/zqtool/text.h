@@ -21,15 +21,16 @@ std::string JsonQuoted(std::string_view sText);
 /// Returns a text in double quotes.
 std::string Quoted(std::string_view sText);
 
-/// Returns the version of an archive, as "2.29".
+/// Returns the version of an archive, as "2.29": the upper and the lower 16 bits.
 std::string ArchiveVersionText(std::uint32_t dwVersion);
 
-/// Returns the number of characters of UTF-8.
+/// Returns the number of characters of a text in UTF-8.
 std::size_t WidthOf(std::string_view sText);
 
 /// Returns a number with a noun, as "1 thread" or "3 threads".
 std::string Counted(std::uint64_t nCount, std::string const & sNoun);
 
+/// Role of a text that has a colour.
 enum class Colour_e
 {
     Title,
@@ -40,5 +41,5 @@ enum class Colour_e
     Good
 };
 
-/// Returns a printable text between the escape sequences of a colour.
+/// Returns a text between the escape sequences of a colour. Requires a printable text.
 std::string Coloured(std::string_view sText, Colour_e eColour);

@@ -5,11 +5,11 @@
 
 #include <string>
 
-/// One object of a name at a time.
+/// File whose contents lie in memory. Requires that no other file has its name.
 class TextFile_c final : public File_c
 {
 public:
-    /// Registers the contents under a name in lower case.
+    /// Registers the contents under a name in lower case, until the object is destroyed.
     TextFile_c(char const * szName, std::string sBytes);
 
     void Refresh() override {}

@@ -22,10 +22,11 @@ namespace
         bool bJson = false;
     };
 
-    constexpr std::size_t MOST_LINES = 20;   // of each kind without --all
-    constexpr std::size_t MOST_COLUMN = 60;
+    constexpr std::size_t MOST_LINES = 20;    // of each kind without --all
+    constexpr std::size_t MOST_COLUMN = 60;   // characters; longer paths do not widen the column
 
-    // Returns whether a tree was made for bare names: a few duplicates, or up to a tenth of its files, are accidents.
+    // Returns whether bare names fit a tree. Fewer than three duplicates, or up to a tenth of the files, count as
+    // accidents.
     bool FitsBareNames(MediaScan_t const & Scan)
     {
         int const nDuplicates = Scan.CountDuplicates();
@@ -141,7 +142,7 @@ namespace
             { "found", std::move(Found) }, { "left_out", std::move(LeftOut) } });
     }
 
-    // A file that has the bare name that was asked for, and does not open by it.
+    // A file that has the bare name of --find, and does not open by it.
     struct Other_t
     {
         std::string sPath, sWhy;

@@ -6,7 +6,7 @@
 
 #include <ostream>
 
-// Made by the build from treemap_page.html and treemap_page.js.
+// The build makes them from treemap_page.html and treemap_page.js.
 extern char const TREEMAP_PAGE_HTML[], TREEMAP_PAGE_JS[];
 
 namespace

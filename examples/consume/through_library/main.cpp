@@ -1,4 +1,4 @@
-// The game's own program knows its engine alone.
+// The game's own program knows only its engine, which uses the library.
 int EngineMain(int nArguments, char ** dArguments);
 
 int main(int nArguments, char ** dArguments)

@@ -28,8 +28,8 @@ namespace plat
             return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
         }
 
-        // A client. It sends its request, reads the answer, and closes. The server closes after the client, so that a
-        // client that still sends does not lose the answer.
+        // A connection to a client, which sends its request, reads the answer, and closes. The server closes after the
+        // client, so that a client that still sends does not lose the answer.
         class Connection_c
         {
         public:
@@ -45,7 +45,7 @@ namespace plat
 
             bool IsLate() const { return Seconds() >= m_tEnd; }
 
-            // Returns false if the connection is over.
+            // Does what the socket is ready for. Returns false if the connection is over.
             bool Advance(LoopbackAnswer_t const & fnAnswer)
             {
                 return IsAnswering() ? Send() : m_pAnswer ? Drain() : Receive(fnAnswer);

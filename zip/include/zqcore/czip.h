@@ -9,7 +9,8 @@
 // the archive's files as present. So mount after ModuleFile_c is up and after the scans. FileReset, and with it the end
 // of ModuleFile_c, unmounts all archives.
 //
-// An archive may come from anywhere. Mounting skips these entries, with a log line each:
+// An archive may come from anywhere. Mounting skips these entries, logs a line for each and reports it to
+// g_FileSkipCallbacker (cfilepath.h):
 // - absolute names, names with `..`, `.`, `\`, a drive, an empty part or control characters;
 // - names of more than 255 characters, and keys of more than 127;
 // - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room;
@@ -20,7 +21,8 @@
 //
 // The contents are checked against their CRC-32 and size when a file is read whole or streamed from its start to its
 // end. What does not fit fails with a reason (File_c::GetWhyNot), and such a read never returns the whole of a damaged
-// file. A part of a stored file that is loaded, or read after a seek, is not checked.
+// file. A part of a deflated file is checked only if it reaches the end of the file. A part of a stored file that is
+// loaded, or read after a seek, is not checked.
 //
 // The archive's file stays open while it is mounted, so a new file of that name has no effect until it is mounted
 // again. Contents that someone writes into the open file fail their check. Therefore Refresh does nothing for a file of
@@ -36,8 +38,8 @@
 // Cost: mounting reads the archive's directory; it may have ZIP_MOST_ENTRIES entries in 8 MiB. The archive keeps one
 // handle open. An open allocates the file's size. A position in a deflated file is reached by decompressing from the
 // last position, or from the start for one before it.
-// Failure: false, with a log line. FileZipGetWhyNot returns the reason. An archive that the system does not open is an
-// Achtung too (cfile.h).
+// Failure: a mount or unmount logs a line and returns false. FileZipGetWhyNot returns the reason. An archive that the
+// system does not open is an Achtung too (cfile.h).
 //
 //     if (FileZipMount("media\\patch1.zip", ZipOrder_e::Over))
 //     {
@@ -74,10 +76,10 @@ inline constexpr int ZIP_MOST_EXPANSION = 250;
 /// - none of its files is added.
 bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames = false);
 
-/// Removes an archive's files from the table, puts the files that they hid into it again, and returns true. Returns
-/// false, with a log line each, and changes nothing if files of the archive have references or streams: stayers and
-/// prefetched files have. Returns false too if it is not mounted. Requires that no asynchronous request for its files
-/// is pending. Asserts that sArchive is not null.
+/// Removes an archive's files from the table, restores the files that they hid, and returns true. Requires that no
+/// asynchronous request for its files is pending. Asserts that sArchive is not null. Returns false if it is not
+/// mounted. If files of it have references or streams, logs a line for each, changes nothing and returns false. Stayers
+/// and prefetched files have references.
 bool FileZipUnmount(char const * sArchive);
 
 /// Returns why the last FileZipMount or FileZipUnmount failed, or an empty text if it did not. Main thread.
