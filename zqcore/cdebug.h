@@ -123,9 +123,9 @@ public:
     /// without a dialog, while m_bQuiet is set.
     ZQ_API bool DebugAssert(char const * sFile, int iLine, char const * sText);
 
-    /// Sets the location of the calling thread's next complaints and returns DebugWarningInternal, to call at once:
-    /// `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`. Keeps sFile as a pointer. Each thread has a file and
-    /// a line of its own; the object has none.
+    /// Sets the location of the calling thread's next complaints. Keeps sFile as a pointer. Returns
+    /// DebugWarningInternal, to call at once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`.
+    /// Each thread has a file and a line of its own; the object has none.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
     /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 for OK, or 7

@@ -357,7 +357,7 @@ private:
     T const & m_Value;
 };
 
-/// The same for a text without a terminator: a terminated copy, cut at 4095 characters.
+// The same for a text without a terminator: a terminated copy, cut at 4095 characters.
 template <PrintfView_T T>
 class PrintfArgument_T<T>
 {

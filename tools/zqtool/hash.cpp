@@ -74,7 +74,7 @@ namespace
     {
         std::ifstream Stream;
         sWhyNot = sFile == "-" ? "" : OpenInput(sFile, Stream);
-        std::string const sHash = sWhyNot.empty() ? HashOf(sFile == "-" ? std::cin : Stream, sAlgorithm) : "";
+        std::string sHash = sWhyNot.empty() ? HashOf(sFile == "-" ? std::cin : Stream, sAlgorithm) : "";
         sWhyNot = sHash.empty() && sWhyNot.empty() ? "it can't be read" : sWhyNot;
         return sHash;
     }
