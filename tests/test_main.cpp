@@ -7,7 +7,8 @@
 int main(int argc, char ** argv)
 {
     testing::InitGoogleTest(&argc, argv);
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    // The system can't start the program anew where it runs in an emulator.
+    testing::GTEST_FLAG(death_test_style) = *TEST_EMULATOR != 0 ? "fast" : "threadsafe";
     umask(022);                                            // what the tests expect of files that others may read
     g_ExceptionReport.SetLogFileName(L"/dev/null", L"");   // no folder: processes that a test ends leave no report
 #ifdef __SANITIZE_THREAD__   // the helper starts in a child that shares memory, which the checker can't follow
