@@ -166,6 +166,7 @@ TEST_F(FileMediaTest, TakesTheGameFromTheCommandLine)
              { "--game", "<\\gamedata\\pqx\\ 0>" },
              { std::string(255 - sStart.size(), 'x') + " --game mod", "<\\gamedata\\pqx\\ 0>" } })
     {
-        EXPECT_THAT(RunShell(TEST_EMULATOR + sStart + sArguments + " 2>&1").sOutput, testing::HasSubstr(szResult)) << sArguments;
+        EXPECT_THAT(RunShell(TEST_EMULATOR + sStart + sArguments + " 2>&1").sOutput, testing::HasSubstr(szResult))
+            << sArguments;
     }
 }
