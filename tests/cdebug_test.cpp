@@ -365,9 +365,9 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
         std::thread Other([] { Warning("odd"); });
         s_Inside.Wait();
         char * const pBlock = ZQ_NEW char[10];
-        g_MemoryCounters.iTotalCount += 1;
+        g_MemoryCounters.nTotalCount += 1;
         delete[] pBlock;   // fails MemoryCheckConsistency
-        g_MemoryCounters.iTotalCount -= 1;
+        g_MemoryCounters.nTotalCount -= 1;
         s_fnLocated("beside a receiver");
         Other.join();
         return 0;

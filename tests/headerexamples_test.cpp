@@ -141,9 +141,9 @@ TEST_F(HeaderExamples, ATextIsShared)
 
 TEST_F(HeaderExamples, NodesAreCollected)
 {
-    std::ptrdiff_t const nBlocks = g_MemoryCounters.iTotalCount;
+    std::ptrdiff_t const nBlocks = g_MemoryCounters.nTotalCount;
     CollectNodes();
-    EXPECT_EQ(g_MemoryCounters.iTotalCount, nBlocks);
+    EXPECT_EQ(g_MemoryCounters.nTotalCount, nBlocks);
 }
 
 TEST_F(HeaderExamples, LevelsAreReadAndScanned)

@@ -113,7 +113,7 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
 
 TEST(ZqHost, KeepsItsWorldWhenTheTerminalGoes)
 {
-    SKIP_IF(*TEST_EMULATOR != 0, "the emulator's own end by a hang-up differs");
+    SKIP_IF(*TEST_EMULATOR != 0, "the emulator gives a thread the storage of another one after a signal");
     TempFolder_c const Folder;
     std::string const sHost =
         TEST_EMULATOR ZQHOST_PATH " --silent --watch --media " TEST_MEDIA_FOLDER " --log " + Folder.GetPath();

@@ -21,5 +21,6 @@
 /// Number of this build; 0 for a build without a number.
 inline constexpr int ZQ_BUILD_NUMBER = 0;
 
-/// Name of the configuration in version texts. Assertions and the debug heap are part of every build.
+/// Name of the configuration in version texts. Assertions are part of every build; the heap is chosen apart
+/// from it (ZQCORE_HEAP).
 inline constexpr char const * ZQ_BUILD_CONFIGURATION = "debug";

@@ -68,8 +68,8 @@
     }                                                                                                                  \
     while (false)
 
-/// Whether silent mode is on: no level shows a dialog, and an assertion or a new Achtung ends the process with status
-/// 1. False at start; the application sets it.
+/// Whether silent mode is on: no level shows a dialog, and an assertion ends the process with status 1, and so
+/// does a new Achtung unless SetAchtungs turned them off. False at start; the application sets it.
 extern ZQ_API bool g_silentMode;
 
 /// Whether Warning shows a dialog. False at start; SetWarnings sets it.

@@ -154,8 +154,8 @@ inline constexpr std::size_t MEMORY_ALIGNMENT = 16;   // bytes; of each block of
 
 namespace CoreMemory
 {
-    /// Return a block that is aligned to MEMORY_ALIGNMENT. MemoryBlockWord decides its category. sFile is kept as a
-    /// pointer. On exhaustion they call Abort. They return null only before MemoryInit and after MemoryDone.
+    /// Allocate and return a block that is aligned to MEMORY_ALIGNMENT. MemoryBlockWord decides its category. They keep
+    /// sFile as a pointer. On exhaustion they call Abort. They return null only before MemoryInit and after MemoryDone.
     ZQ_API void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
 
@@ -174,7 +174,7 @@ namespace CoreMemory
 
 /// Select a category for this thread, and restore the previous one.
 /// - A pop asserts that its category is on top.
-/// - Pushes of the same category in a row share an entry. A push asserts that the thread has at most 64 entries.
+/// - Pushes of the same category in a row share an entry. A push asserts that the thread has fewer than 64 entries.
 /// - About 100 running threads can have pushed. The push of a further thread is logged and asserts, and its blocks are
 ///   counted under UNDEFINED.
 ZQ_API void MemoryCategoryPush(mem::Categories_e eCategory);
@@ -222,9 +222,9 @@ extern ZQ_API plat::Lock_c & g_CategoryLock;
 /// Whether the heap is tracked.
 extern ZQ_API std::atomic<bool> g_MemoryInit;
 
-/// Return a block in which (pointer + nOffset) is aligned to nAlignment, a power of 2. nOffset is 0 or below nSize. The
-/// block's word is iBlockType, unlike that of operator_new (MemoryBlockWord). On exhaustion they do what operator_new
-/// does. On a bad alignment or offset they report it, set errno to EINVAL and return null.
+/// Allocate and return a block in which (pointer + nOffset) is aligned to nAlignment, a power of 2. nOffset is 0 or
+/// below nSize. The block's word is iBlockType, unlike that of operator_new (MemoryBlockWord). On exhaustion they do
+/// what operator_new does. On a bad alignment or offset they report it, set errno to EINVAL and return null.
 ZQ_API void * aligned_malloc_dbg(
     std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
 ZQ_API void * aligned_offset_malloc_dbg(

@@ -30,10 +30,10 @@ namespace
         Counters.dMaxCount[eCategory] = std::max(Counters.dMaxCount[eCategory], Counters.dCount[eCategory]);
         Counters.dBytes[eCategory] += iBytes;
         Counters.dMaxBytes[eCategory] = std::max(Counters.dMaxBytes[eCategory], Counters.dBytes[eCategory]);
-        AddUnderLock<std::ptrdiff_t>(Counters.iTotalCount, 1);
-        AddUnderLock(Counters.iTotalBytes, iBytes);
-        Counters.iMaxTotalBytes.store(std::max(Counters.iMaxTotalBytes.load(std::memory_order_relaxed),
-                                          Counters.iTotalBytes.load(std::memory_order_relaxed)),
+        AddUnderLock<std::ptrdiff_t>(Counters.nTotalCount, 1);
+        AddUnderLock(Counters.nTotalBytes, iBytes);
+        Counters.nMaxTotalBytes.store(std::max(Counters.nMaxTotalBytes.load(std::memory_order_relaxed),
+                                          Counters.nTotalBytes.load(std::memory_order_relaxed)),
             std::memory_order_relaxed);
         Counters.nFrameAllocs += 1;
         Counters.dFrameAllocs[eCategory] += 1;
@@ -45,8 +45,8 @@ namespace
         auto const iBytes = static_cast<std::ptrdiff_t>(nBytes);
         Counters.dCount[eCategory] -= 1;
         Counters.dBytes[eCategory] -= iBytes;
-        AddUnderLock<std::ptrdiff_t>(Counters.iTotalCount, -1);
-        AddUnderLock(Counters.iTotalBytes, -iBytes);
+        AddUnderLock<std::ptrdiff_t>(Counters.nTotalCount, -1);
+        AddUnderLock(Counters.nTotalBytes, -iBytes);
     }
 
     // The hook on the debug heap, which holds g_CategoryLock meanwhile.
@@ -202,24 +202,24 @@ void MemoryCategoriesGet(
         pInfo[i] = { Counters.dCount[i], Counters.dMaxCount[i], Counters.dBytes[i], Counters.dMaxBytes[i],
             Counters.dLastFrameAllocs[i], Counters.dFrameAllocs[i] };
     }
-    iAllocs = Counters.iTotalCount;
-    iBytes = Counters.iTotalBytes;
-    iMaxBytes = Counters.iMaxTotalBytes;
+    iAllocs = Counters.nTotalCount;
+    iBytes = Counters.nTotalBytes;
+    iMaxBytes = Counters.nMaxTotalBytes;
 }
 
 std::ptrdiff_t MemoryTotalAllocations()
 {
-    return g_MemoryCounters.iTotalCount.load(std::memory_order_relaxed);
+    return g_MemoryCounters.nTotalCount.load(std::memory_order_relaxed);
 }
 
 std::ptrdiff_t MemoryTotalBytesAllocated()
 {
-    return g_MemoryCounters.iTotalBytes.load(std::memory_order_relaxed);
+    return g_MemoryCounters.nTotalBytes.load(std::memory_order_relaxed);
 }
 
 std::ptrdiff_t MemoryMaxTotalBytesAllocated()
 {
-    return g_MemoryCounters.iMaxTotalBytes.load(std::memory_order_relaxed);
+    return g_MemoryCounters.nMaxTotalBytes.load(std::memory_order_relaxed);
 }
 
 bool MemoryNewLogIsOn()
@@ -248,14 +248,14 @@ bool MemoryCountersAddUp()
 {
     MemoryCounters_s const & Counters = g_MemoryCounters;
     plat::PairSums_t const Sums = plat::SumPairs(Counters.dCount, Counters.dBytes, MemoryCounters_s::COUNT);
-    return !Sums.bNegative && Sums.iFirst == Counters.iTotalCount && Sums.iSecond == Counters.iTotalBytes;
+    return !Sums.bNegative && Sums.iFirst == Counters.nTotalCount && Sums.iSecond == Counters.nTotalBytes;
 }
 
 bool MemoryCheckConsistency()
 {
     // A negative remainder before the end is a fault even if the final one is zero.
-    std::ptrdiff_t iCount = g_MemoryCounters.iTotalCount;
-    std::ptrdiff_t iBytes = g_MemoryCounters.iTotalBytes;
+    std::ptrdiff_t iCount = g_MemoryCounters.nTotalCount;
+    std::ptrdiff_t iBytes = g_MemoryCounters.nTotalBytes;
     for (int i = 0; i < mem::TOTAL; ++i)
     {
         iCount -= g_MemoryCounters.dCount[i];

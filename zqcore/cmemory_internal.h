@@ -27,8 +27,8 @@ public:
     };
 
     /// Push and pop a category, as MemoryCategoryPush and MemoryCategoryPop do.
-    void Add(mem::Categories_e category);
-    void Remove(mem::Categories_e category);
+    void Add(mem::Categories_e eCategory);
+    void Remove(mem::Categories_e eCategory);
 
     /// Returns the category on top, or UNDEFINED if the stack is empty.
     mem::Categories_e Top() const
@@ -80,9 +80,9 @@ struct MemoryCounters_s
     std::ptrdiff_t dLastFrameAllocs[COUNT];
 
     // Also read without the lock.
-    std::atomic<std::ptrdiff_t> iTotalCount;
-    std::atomic<std::ptrdiff_t> iTotalBytes;
-    std::atomic<std::ptrdiff_t> iMaxTotalBytes;
+    std::atomic<std::ptrdiff_t> nTotalCount;
+    std::atomic<std::ptrdiff_t> nTotalBytes;
+    std::atomic<std::ptrdiff_t> nMaxTotalBytes;
     std::atomic<unsigned> nLastFrameAllocs;
 
     unsigned nFrameAllocs;
@@ -90,7 +90,7 @@ struct MemoryCounters_s
     bool bNewLogEnabled;   // whether the call log is on; changed while no other thread allocates
 };
 
-/// The debug heap's figures of this process. Guarded by g_CategoryLock, except bNewLogEnabled.
+/// The debug heap's figures of this process. Written under g_CategoryLock, except bNewLogEnabled.
 extern MemoryCounters_s g_MemoryCounters;
 
 /// The process's own operators, which replace the heap. Its pairs are null if the library's operators are bound. Set

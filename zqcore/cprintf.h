@@ -303,7 +303,7 @@ private:
     }
 };
 
-/// Never called: a call that is compiled is the error.
+/// Refuses to compile every call of it.
 void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its arguments");
 
 /// Returns whether the format matches, for the templates below the functions. Refuses a literal that does not.

@@ -84,7 +84,7 @@ extern ZQ_API std::uint32_t const FJORDTRACK_FILE_VERSION;
 
 namespace archives
 {
-    // Returns whether T is a number or an enumerator whose width is the same in every build.
+    /// Returns whether T is a number or an enumerator whose width is the same in every build.
     template <typename T>
     constexpr bool IsOfOneWidth()
     {
@@ -101,7 +101,7 @@ namespace archives
         }
     }
 
-    // Stores or loads one object, in the way that its type asks for.
+    /// Stores or loads one object, in the way that its type asks for.
     template <typename T>
     void Transfer(Serializeable_c & Archive, T & Value);
 }
@@ -279,8 +279,8 @@ protected:
 
     static constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that is open
 
-    bool m_bIsReading;           // whether the archive is reading
-    bool m_bFailed = false;      // whether the archive has failed
+    bool m_bIsReading;           // set by the constructor
+    bool m_bFailed = false;      // permanent; a failure also empties the memory below
     std::uint32_t m_dwVersion;   // as GetVersion returns it
 
     /// Memory from which or to which small values are copied without a virtual call: the rest of a reader's bytes, the
@@ -362,7 +362,7 @@ public:
     bool Serialize(void * pData, int iLength) override;
     char const * GetFileName() const override;
 
-    /// Returns the file's size on disk. Asserts that the archive is not closed, and returns 0 otherwise.
+    /// Returns the file's size on disk. Asserts that the archive has a file and is not closed, and returns 0 otherwise.
     int GetLength() const override;
 
 protected:
@@ -375,7 +375,7 @@ protected:
     std::uint32_t GetStored() const override { return m_nPosition; }
     bool WriteLength(std::uint32_t nLength) override;
 
-    plat::File_t m_hFile;            // the file
+    plat::File_t m_hFile;            // null if it could not be opened, and after Close
     String_T<256> m_sFileName;       // its path, cut at 255 characters
     std::uint32_t m_nPosition = 0;   // bytes written and skipped
     bool m_bSkipped = false;         // whether the file may be shorter than the position

@@ -80,8 +80,8 @@ enum class WholeNumber_e
 /// Range of an integer type.
 struct WholeRange_t
 {
-    std::int64_t iMin;    // smallest value
-    std::uint64_t iMax;   // largest value
+    std::int64_t iMin;    // 0 or negative
+    std::uint64_t iMax;   // up to the largest of 64 bits
 
     /// Returns the range of T.
     template <Integer_T T>
@@ -92,17 +92,18 @@ struct WholeRange_t
     }
 };
 
-/// Reads a text that is a whole number in the form that strtol (base 10) accepts, and nothing more. iBits is its value,
-/// modulo 2 to the power of 64 for a negative one, and is set only for Good.
+/// Reads a whole number in the form that strtol (base 10) accepts, and nothing more, and returns what the text is.
+/// iBits is its value, modulo 2 to the power of 64 for a negative one, and is set only for Good. Requires that szText
+/// is not null.
 ZQ_API WholeNumber_e WholeFromText(char const * szText, WholeRange_t const & Range, std::uint64_t & iBits);
 
 /// Does the same for an integer of any type.
 template <Integer_T T>
-WholeNumber_e WholeFromText(char const * szText, T & value)
+WholeNumber_e WholeFromText(char const * szText, T & iValue)
 {
     std::uint64_t iBits = 0;
     WholeNumber_e const eResult = WholeFromText(szText, WholeRange_t::Of<T>(), iBits);
-    value = eResult == WholeNumber_e::Good ? static_cast<T>(iBits) : value;
+    iValue = eResult == WholeNumber_e::Good ? static_cast<T>(iBits) : iValue;
     return eResult;
 }
 

@@ -19,8 +19,8 @@ public:
     Watch_c(Watch_c const &) = delete;
     Watch_c & operator=(Watch_c const &) = delete;
 
-    /// Returns whether the host was asked to end. A second SIGINT or SIGTERM ends it at once. Also prints, once, which
-    /// new folders can't be watched.
+    /// Prints how many new folders can't be watched, each time that changes, and returns whether the host was asked to
+    /// end. The same signal a second time ends it at once.
     static bool IsOver();
 
     /// Returns whether the terminal of a watch was closed, so that nothing printed can be read.

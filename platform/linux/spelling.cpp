@@ -137,7 +137,7 @@ namespace plat
             ~RecordEnd_s() { SpellingsForget(); }
         } g_RecordEnd;
 
-        // Returns the names of a folder, and creates an empty record if there is none. Requires the lock.
+        // Creates an empty record of a folder if there is none, and returns its names. Requires the lock.
         FolderNames_c & RecordOf(FolderKey_c const & Folder)
         {
             if (g_pRecord == nullptr)

@@ -13,7 +13,8 @@ namespace zqsymbols
     {
     public:
         /// Adds the ELF files of a folder, at any depth. If several share a build-id, the one with the most information
-        /// counts. Skips other files. Ends at the first folder that it can't read, and reports it to fnFault.
+        /// counts. Skips other files. If it can't read a folder below, it ends
+        /// and reports sFolder to fnFault.
         void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
 
         /// A file of the table.

@@ -110,10 +110,10 @@ namespace zqsymbols
             {
                 nValue = Frame.Registers.dValues[iRegister];
             }
-            else if (bGeneral && ((Frame.Registers.nKnown | Frame.Registers.nAssumed) & nBit) != 0)
+            else if (bGeneral && ((Frame.Registers.nKnown | Frame.Registers.dwAssumed) & nBit) != 0)
             {
                 Caller.Registers.dValues[iRegister] = Frame.Registers.dValues[iRegister];
-                Caller.Registers.nAssumed |= nBit;
+                Caller.Registers.dwAssumed |= nBit;
             }
         }
         else

@@ -196,7 +196,7 @@ namespace zqsymbols
         Surroundings.nCallers = nCallers;
         if (KnowsCallees(Unit.Die))
         {
-            Surroundings.Registers.nKnown |= Frame.Registers.nAssumed;
+            Surroundings.Registers.nKnown |= Frame.Registers.dwAssumed;
         }
         Place_t const Place =
             Locate(Process, Surroundings, pFunction, DW_AT_frame_base, Frame.GetInside() - Unit.nBias);

@@ -21,8 +21,8 @@ namespace zqsymbols
     struct Registers_t
     {
         std::array<std::uint64_t, REGISTERS> dValues{};
-        std::uint64_t nKnown = 0;     // a bit for each register whose value is known
-        std::uint32_t nAssumed = 0;   // likewise; known if the functions called since then left it alone
+        std::uint64_t nKnown = 0;      // a bit for each register whose value is known
+        std::uint32_t dwAssumed = 0;   // likewise; known if the functions called since then left it alone
 
         bool IsKnown(unsigned iRegister) const { return iRegister < REGISTERS && (nKnown >> iRegister & 1) != 0; }
         void Set(unsigned iRegister, std::uint64_t nValue)
@@ -39,7 +39,8 @@ namespace zqsymbols
         /// Receives the registers and reads the list of modules. Returns false if the other side is of another build.
         bool Start();
 
-        std::uint64_t GetWord() const { return m_nWord; }   // bytes of an address
+        /// Returns the bytes of an address.
+        std::uint64_t GetWord() const { return m_nWord; }
 
         /// Return the numbers of the registers with these roles.
         unsigned GetInstruction() const { return m_nWord == 8 ? 16 : 8; }
@@ -56,10 +57,13 @@ namespace zqsymbols
 
         /// Returns a number cut to the bytes of an address.
         std::uint64_t Cut(std::uint64_t nValue) const { return m_nWord == 8 ? nValue : nValue & 0xFFFFFFFF; }
+
+        /// Return what the other side sent first (SymbolStart_t): registers, the system's number of the thread, the
+        /// lock mark, and the number of the records of printers that follow.
         Registers_t const & GetRegisters() const { return m_Registers; }
-        std::uint32_t GetThread() const { return m_iThread; }           // the system's number of the thread
-        std::uint64_t GetLockMark() const { return m_nLockMark; }       // see SymbolStart_t
-        std::uint32_t GetPrinterCount() const { return m_nPrinters; }   // records that follow
+        std::uint32_t GetThread() const { return m_iThread; }
+        std::uint64_t GetLockMark() const { return m_nLockMark; }
+        std::uint32_t GetPrinterCount() const { return m_nPrinters; }
 
         /// Forgets the memory that was read: threads that run on change it.
         void ForgetMemory() { m_dPages.clear(); }

@@ -13,7 +13,7 @@ using CommandRun_t = std::function<int()>;
 
 /// Exit statuses.
 constexpr int EXIT_DONE = 0;
-constexpr int EXIT_FOUND = 1;   // something is damaged, or could not be read or written
+constexpr int EXIT_FOUND = 1;   // found something, or a file could not be read or written
 constexpr int EXIT_USAGE = 2;   // wrong arguments
 
 /// Declare the arguments of a subcommand and return what runs it. Require App to outlive the returned function.

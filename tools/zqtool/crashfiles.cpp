@@ -17,13 +17,6 @@ namespace
     constexpr std::string_view REPORT_END = ".rpt", DETAILS_END = "_details.txt", REPORT_START = "CrashReport_";
     constexpr std::size_t MAX_FILE = 16 << 20;
 
-    // Opening a pipe could block for ever.
-    bool IsFile(std::string const & sFile)
-    {
-        std::error_code Ignored;
-        return fs::is_regular_file(sFile, Ignored);
-    }
-
     // Returns a name without an ending, or nothing if it has another ending.
     std::optional<std::string> StemOf(std::string const & sName, std::string_view sEnd)
     {
@@ -89,8 +82,8 @@ namespace
         CrashFiles_t FilesOf(std::string const & sStem)
         {
             std::string const sReport = sStem + std::string(REPORT_END), sDetails = sStem + std::string(DETAILS_END);
-            CrashFiles_t Files = { IsFile(sReport) ? sReport : "", {} };
-            if (IsFile(sDetails))
+            CrashFiles_t Files = { CheckInput(sReport).empty() ? sReport : "", {} };
+            if (CheckInput(sDetails).empty())
             {
                 Files.dDetails.push_back(sDetails);
             }
@@ -118,7 +111,7 @@ namespace
             {
                 std::string const sName = sFolder + itEntry->path().filename().string();
                 std::optional<std::string> const Stem = StemOfMore(sName);
-                if (Stem && IsFile(sName))
+                if (Stem && CheckInput(sName).empty())
                 {
                     itList->second.emplace(*Stem, sName);
                 }

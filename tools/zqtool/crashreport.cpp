@@ -40,9 +40,9 @@ namespace
         bool m_bAll;
         std::vector<Crash_t> m_dCrashes;
         Part_e m_ePart = Part_e::Head;
-        std::size_t m_iFrame = 0;   // of the second call stack: the number of frames so far
-        std::size_t m_nEmpty = 0;   // empty lines since the last other one
-        bool m_bStack = false;      // whether the current crash has a call stack
+        std::size_t m_nFrames = 0;   // of the second call stack: the number of frames so far
+        std::size_t m_nEmpty = 0;    // empty lines since the last other one
+        bool m_bStack = false;       // whether the current crash has a call stack
     };
 
     // Reads "SECTION:OFFSET MODULE". Returns false, and leaves the line unchanged, if it begins otherwise.
@@ -154,7 +154,7 @@ namespace
         return std::move(m_dCrashes);
     }
 
-    // Returns whether the line begins a part.
+    // Begins the part that the line names, if it names one. Returns whether the line is one of the fixed ones.
     bool ReportReader_c::ReadMark(std::string_view sLine)
     {
         if (std::string_view("PCLA=").find(sLine[0]) == std::string_view::npos)
@@ -175,7 +175,7 @@ namespace
         }
         if (sLine == "Call stack:")
         {
-            m_iFrame = 0;
+            m_nFrames = 0;
             if (m_ePart != Part_e::Variables)
             {
                 Begin(Part_e::Stack, sLine);
@@ -274,13 +274,13 @@ namespace
         }
         std::optional<CrashFrame_t> const Frame = ReadFrame(sLine);
         std::vector<CrashFrame_t> const & dFrames = m_dCrashes.back().Thread.dFrames;
-        if (Frame && m_iFrame < dFrames.size() && dFrames[m_iFrame].nAddress == Frame->nAddress)
+        if (Frame && m_nFrames < dFrames.size() && dFrames[m_nFrames].nAddress == Frame->nAddress)
         {
-            ++m_iFrame;
+            ++m_nFrames;
         }
         else if (Frame)
         {
-            m_iFrame = dFrames.size() + 1;   // another stack than the first one: its variables have no frame
+            m_nFrames = dFrames.size() + 1;   // another stack than the first one: its variables have no frame
         }
     }
 
@@ -288,7 +288,7 @@ namespace
     void ReportReader_c::AddVariable(std::string_view sLine)
     {
         std::vector<CrashFrame_t> & dFrames = m_dCrashes.back().Thread.dFrames;
-        if (m_iFrame == 0 || m_iFrame > dFrames.size())
+        if (m_nFrames == 0 || m_nFrames > dFrames.size())
         {
             return;
         }
@@ -312,7 +312,7 @@ namespace
         }
         if (!Variable.sName.empty() || !Variable.sValue.empty())
         {
-            AppendMember(dFrames[m_iFrame - 1].dVariables, std::move(Variable));
+            AppendMember(dFrames[m_nFrames - 1].dVariables, std::move(Variable));
         }
     }
 

@@ -196,7 +196,7 @@ std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & 
     return sNearest.empty() ? "" : "; did you mean " + sNearest + "?";
 }
 
-int Misuse(std::string_view sText, std::string_view sCommand)
+int ReportMisuse(std::string_view sText, std::string_view sCommand)
 {
     std::fprintf(stderr, "zqtool: %s (zqtool %s--help has more)\n", Printable(sText).c_str(),
         sCommand.empty() ? "" : (std::string(sCommand) + " ").c_str());

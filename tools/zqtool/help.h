@@ -31,7 +31,7 @@ struct HelpCommand_t
     std::string sFooter;                  // lines of text; empty ones divide paragraphs
     std::vector<HelpOption_t> dOptions;   // the positional ones first
 
-    /// Returns the line of all its arguments.
+    /// Returns the line of usage: the command, [OPTION...] and the arguments without names.
     std::string Usage() const;
 
     /// Returns the purpose as a sentence, with a capital and a full stop.
@@ -53,4 +53,4 @@ std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & 
 
 /// Prints a line about wrong arguments on standard error, with where to read more, and returns EXIT_USAGE. sCommand is
 /// empty for the program itself.
-int Misuse(std::string_view sText, std::string_view sCommand);
+int ReportMisuse(std::string_view sText, std::string_view sCommand);

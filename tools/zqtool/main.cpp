@@ -87,15 +87,15 @@ namespace
             if (sLeft.size() > 1 && sLeft[0] == '-' && sLeft != "--")
             {
                 std::string const sOption = sLeft.substr(0, sLeft.find('='));
-                return Misuse("unknown option " + sOption + DidYouMean(sOption, dKnown), Command.sName);
+                return ReportMisuse("unknown option " + sOption + DidYouMean(sOption, dKnown), Command.sName);
             }
         }
         if (!dLeft.empty() && dynamic_cast<CLI::ExtrasError const *>(&Error) != nullptr)
         {
-            return Misuse("one argument too many: " + dLeft[0], Command.sName);
+            return ReportMisuse("one argument too many: " + dLeft[0], Command.sName);
         }
         std::string const sText = Error.what();
-        return Misuse(sText.substr(0, sText.find('\n')), Command.sName);
+        return ReportMisuse(sText.substr(0, sText.find('\n')), Command.sName);
     }
 
     int Run(CLI::App & App, int argc, char ** argv)
@@ -115,7 +115,7 @@ namespace
         std::vector<std::string> const dNames = CommandNames();
         if (argv[1][0] != '-' && std::ranges::count(dNames, argv[1]) == 0)
         {
-            return Misuse(std::string("there is no command ") + argv[1] + DidYouMean(argv[1], dNames), "");
+            return ReportMisuse(std::string("there is no command ") + argv[1] + DidYouMean(argv[1], dNames), "");
         }
         try
         {

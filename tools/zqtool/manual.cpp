@@ -116,7 +116,8 @@ CommandRun_t PrepareHelp(CLI::App & App)
         }
         if (pWanted == nullptr)
         {
-            return Misuse("there is no command " + pOptions->sCommand + DidYouMean(pOptions->sCommand, dNames), "");
+            return ReportMisuse(
+                "there is no command " + pOptions->sCommand + DidYouMean(pOptions->sCommand, dNames), "");
         }
         if (pOptions->bJson)
         {

@@ -139,7 +139,7 @@ namespace
         {
             if (m_Tree.GetFrameCount() > 0 && !MeasureStats(Limit, m_Tree, m_Facts.fTicksPerSecond).bKnown)
             {
-                Misuse("there is no timer " + Limit.sName + DidYouMean(Limit.sName, dNames), "stats");
+                ReportMisuse("there is no timer " + Limit.sName + DidYouMean(Limit.sName, dNames), "stats");
                 return false;
             }
         }

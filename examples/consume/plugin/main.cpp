@@ -4,7 +4,7 @@
 
 int main(int nArguments, char ** dArguments)
 {
-    void * const pPlugin = dlopen(PLUGIN, RTLD_NOW);
+    void * const pPlugin = dlopen(ZQ_PLUGIN, RTLD_NOW);
     void * const pRun = pPlugin ? dlsym(pPlugin, "PluginRun") : nullptr;
     if (!pRun)
     {

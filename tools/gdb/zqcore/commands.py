@@ -119,7 +119,7 @@ def debug_memory(counters):
     """Returns the rows of the debug heap and their total."""
     names = ("dBytes", "dCount", "dMaxBytes", "dMaxCount")
     rows = [[name] + [int(counters[figure][at]) for figure in names] for name, at in categories()]
-    total = [number(counters[name]) for name in ("iTotalBytes", "iTotalCount", "iMaxTotalBytes")]
+    total = [number(counters[name]) for name in ("nTotalBytes", "nTotalCount", "nMaxTotalBytes")]
     return rows, ["all"] + total + [""]
 
 
