@@ -32,8 +32,8 @@ namespace plat
         /// Returns the open file, or null. Requires that the caller does not use it while a write is under way.
         File_t GetHandle() const { return m_hFile; }
 
-        /// Begins a write at an offset in bytes from the start. Requires an open file and no write under way. Finish
-        /// returns whether the write succeeded.
+        /// Begins a write at an offset in bytes from the start. Finish returns whether the write succeeded. Requires an
+        /// open file, and that Finish was called after the previous write.
         void Write(std::uint64_t nOffset, void const * pData, std::size_t nBytes);
 
         /// Returns whether the system still writes. Does not wait.

@@ -12,7 +12,7 @@
 
 namespace plat
 {
-    inline constexpr int DEBUG_REGISTERS = 4;
+    inline constexpr int DEBUG_REGISTERS = 4;   // number of addresses that a thread can watch
 
     /// Contents of the debug registers.
     struct DebugRegisters_t
@@ -35,7 +35,7 @@ namespace plat
             ACCESS_READ_WRITE = 3
         };
 
-        std::uintptr_t dAddress[DEBUG_REGISTERS];   // aligned to the length
+        std::uintptr_t dAddress[DEBUG_REGISTERS];   // of the data or code, aligned to the length
         std::uint32_t nControl;                     // the control word
 
         /// Return the enable bit of register i in the control word, and the positions of its two-bit codes.

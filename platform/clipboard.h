@@ -17,7 +17,7 @@ namespace plat
 {
     constexpr std::size_t CLIPBOARD_LIMIT = 64 * 1024 * 1024;   // bytes of a block
 
-    /// Moves the clipboard to another place, which a host or a test names. Null restores the user's own. If the
+    /// Sets the place of the clipboard, for a host or a test. Null restores the user's own. Moves no data. If the
     /// clipboard is made of files, a place is a folder. Copies the text, cut at 4095 bytes. Requires a closed
     /// clipboard.
     ZQ_API void ClipboardSetFolder(char const * szFolder);
@@ -63,7 +63,7 @@ namespace plat
     /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, and the
     /// caller still owns the block:
     /// - A null block, an unknown format or a closed clipboard changes nothing.
-    /// - After a failed write the clipboard again holds what it held before it was last emptied.
+    /// - A failed write changes no data. It undoes a ClipboardEmpty that no successful ClipboardSet has followed.
     ClipboardBlock_t ClipboardSet(unsigned int iFormat, ClipboardBlock_t hBlock);
 
     /// Waits between two attempts to open the clipboard.

@@ -25,7 +25,7 @@ namespace plat
     /// Installs functions. Returns the previous ones. Main thread.
     ZQ_API ComSystem_t ComSystemSet(ComSystem_t const & System);
 
-    /// Start and end the system on the calling thread. The start returns a COM_ result. COM_OK and
+    /// Start and end COM on the calling thread. The start returns a COM_ result. COM_OK and
     /// COM_ALREADY_INITIALIZED each require one end on the same thread. ModuleWinCom_c (cwincom.h) also ends it after
     /// COM_CHANGED_MODE.
     std::uint32_t ComInitialize();

@@ -54,7 +54,7 @@ namespace plat
     /// Function that returns the text that reports show for a block's word.
     using HeapWordName_t = char const * (*)(std::uint32_t dwWord);
 
-    /// Function that is called for each block that still lives when the process ends.
+    /// Function that the leak check calls for each block that it finds (HeapSetLeakCheck).
     using HeapDump_t = void (*)(HeapBlock_t const & Block);
 
     /// Function that receives the heap's reports.
@@ -65,7 +65,8 @@ namespace plat
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine);
 
     /// Sets the own bytes of a live block. Requires that they lie within it. The fence then begins after them: its
-    /// first 16 bytes and the block's last 4 are checked. Reports state the address and size of the own bytes.
+    /// first 16 bytes and the block's last 4 are checked. Reports of damage to it state the address and size of the own
+    /// bytes.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
     /// Releases a block. Null does nothing. Reports the pointer and releases nothing in these cases:
@@ -83,8 +84,8 @@ namespace plat
     /// Walks the whole list. Safe for any pointer.
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
-    /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if no name was given, and
-    /// "unloaded module" if the memory of the name is gone. Costs a system call.
+    /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if szFile is null, and
+    /// "unloaded module" if the memory of the name is gone. Costs a system call. Requires that nSize is not 0.
     void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize);
 
     /// Calls fnVisit for each live block, newest first. Requires that the heap does not change meanwhile.

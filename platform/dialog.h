@@ -1,8 +1,8 @@
 // dialog.h: a text with buttons, and the answer.
 //
-// A host may install its own dialog. Without one, the user is asked at the terminal on standard input and error. An
-// empty line there, or the end of the input, answers what lets the program continue (Ignore, No, OK), which the prompt
-// marks. Without a terminal, the text goes to standard error, and the answer is the same.
+// A host may install its own dialog. Without one, the library asks the user at the terminal on standard input and
+// error. An empty line there, or the end of the input, answers what lets the program continue (Ignore, No, OK), which
+// the prompt marks. Without a terminal, the text goes to standard error, and the answer is the same.
 #pragma once
 
 #include "platform/compiler.h"

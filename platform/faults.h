@@ -89,8 +89,8 @@ namespace plat
     };
 
     /// Function that handles a fault. Returns 0 to pass the fault on to the handler that was set before the library's.
-    /// Any other value means that the fault has been dealt with: the instruction runs again. An uncaught exception ends
-    /// the process whatever the value.
+    /// Any other value means that the fault has been dealt with: the instruction runs again, or after a breakpoint or a
+    /// step the next one. An uncaught exception and abort() end the process whatever the value.
     using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
 
     /// Sets the filter and returns the previous one. The first filter hooks the faults and calls FaultThreadJoin.
@@ -129,8 +129,8 @@ namespace plat
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack);
 
     /// Copies the system's text for a code that the caller has no name for, cut to nSize - 1 bytes and always
-    /// terminated. For an uncaught exception, while the filter runs, the text has its type and its message. Requires
-    /// that nSize is not 0.
+    /// terminated. For an uncaught exception, while the filter runs, the text has its type, and its message if it has
+    /// one. Requires that nSize is not 0.
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
     /// Calls fnCall(pArgument), for at most nMilliseconds; 0 means no limit. Guarded calls may nest, and the limit of

@@ -26,9 +26,9 @@ namespace plat
     /// file gets no rights that it does not have already.
     ///
     /// Returns false, with both names unchanged:
-    /// - if szFrom is no longer that file;
-    /// - if szTo is a folder, a pipe or a device;
-    /// - if the folder can't be opened for the synchronization;
+    /// - if szFrom does not name that file;
+    /// - if szTo is neither a regular file nor a link;
+    /// - if the folder can't be opened for the synchronization, unless only the right to read it is missing;
     /// - on any other failure of the rename.
     ///
     /// Also returns false if the synchronization itself fails. Then szTo has the new contents unless the power fails.

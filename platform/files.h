@@ -151,8 +151,8 @@ namespace plat
         std::uint32_t nName = 0;         // bytes of it, without the terminator
         bool bLink = false;              // whether it is reached through a link; the facts are those of its target
         bool bAscii = false;             // whether all bytes of the name are ASCII
-        bool bReachable = true;   // false: the name holds a `\`, so no path leads to it; bLink and Facts are unset
-        bool bFailed = false;     // true: the system could not report what it is; Facts are unset
+        bool bReachable = true;   // whether a path leads to it; if not (a `\` in the name), bLink and Facts are unset
+        bool bFailed = false;     // whether the system could not report what it is; Facts are unset then
         FileFacts_t Facts;        // all facts of a regular file or of a link's target, otherwise only the kind
     };
 

@@ -43,7 +43,7 @@ namespace plat
     /// Cuts the file to nBytes, or extends it with zeros. Returns false on failure.
     bool FileSetSize(File_t hFile, std::uint64_t nBytes);
 
-    /// Closes a file that was written. Returns false if the system reports only now that some of it is lost.
+    /// Closes a file that was written. Returns false if the system reports at the close that some of it is lost.
     bool FileFinish(File_t hFile);
 
     /// Creates the folders of a file's path, outermost first. Skips those that exist and those that can't be created.

@@ -5,6 +5,7 @@
 // - A file that was opened for writing is closed, unless it is new and empty.
 // - A file is renamed to a name that exists, or to a kept name.
 // - A file is found written in a folder that was made just now, and the file is no older than the folder.
+// - A file with a kept name is found in a folder that has appeared.
 //
 // At most 65,536 names are kept. The names of files that are deleted or renamed after that are not kept. A batch names
 // each file once, in the order of the first changes. In the child of a fork a watch starts again at the first

@@ -14,8 +14,8 @@ namespace plat
     {
         void * (*fnNew)(std::size_t nBytes, ALIGNMENT... iAlignment) = nullptr;   // throws std::bad_alloc
         void (*fnDelete)(void * p, ALIGNMENT... iAlignment) = nullptr;
-        bool bOneModule = true;    // both belong to one module
-        bool bOwnDelete = false;   // fnDelete is the library's
+        bool bOneModule = true;    // whether both belong to one module
+        bool bOwnDelete = false;   // whether fnDelete is the library's
     };
 
     /// The four forms of the operators: for an object and for an array, each with and without an alignment.

@@ -210,9 +210,9 @@ namespace plat
         std::uint32_t m_nAsked = 0;   // questions sent
         unsigned m_iFrame = 0;        // frames returned
         unsigned m_iVariable = 0;     // variables of the last frame returned
-        bool m_bServing = false;      // the helper waits for memory
-        bool m_bTraced = false;       // the helper was allowed to trace
-        bool m_bLast = false;         // the chain of frame pointers ends here
+        bool m_bServing = false;      // whether the helper waits for memory
+        bool m_bTraced = false;       // whether the helper was allowed to trace
+        bool m_bLast = false;         // whether the chain of frame pointers ends here
         SymbolFrame_t m_Frame{};      // the last one returned
     };
 }

@@ -14,11 +14,11 @@ namespace plat
     inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // of bytes from 0x80 on
 
     /// Converts UTF-8 to wide text. Returns the number of wide characters written, without the terminator.
-    std::size_t WideFromUtf8(wchar_t * szOut, std::size_t nSize, char const * szText);
+    std::size_t WideFromUtf8(wchar_t * wszOut, std::size_t nSize, char const * szText);
 
-    /// Converts wide text to UTF-8. A value that is neither a character nor a byte's becomes U+FFFD. Reads no more of
-    /// the text than fits. Returns the number of bytes written, without the terminator.
-    std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * szText);
+    /// Converts wide text to UTF-8. A value that is neither a character nor a byte's becomes U+FFFD. Does not read on
+    /// once the output is full. Returns the number of bytes written, without the terminator.
+    std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * wszText);
 
     /// The control characters that TextEscape leaves as they are.
     enum class Controls_e

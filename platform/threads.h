@@ -110,7 +110,7 @@ namespace plat
         /// Sleeps until set. A waiter that wakes after a Reset sleeps again.
         void Wait();
 
-        /// Waits for at most nMilliseconds. Returns false if they passed.
+        /// Waits for at most nMilliseconds. Returns whether the wake-up was set.
         bool WaitFor(std::uint32_t nMilliseconds);
 
     private:

@@ -37,7 +37,7 @@ namespace
     //     L  a line was logged                D  a dialog was shown
     //     x  the program was told to stop     M  the window was minimised while the process aborts
     //     X  the program was told to go on    m  the window was minimised otherwise
-    std::string g_sTrace;
+    std::string g_sDebugTrace;
     bool g_bPrint = false;   // the trace, on standard error
     std::string g_sLog, g_sDebugger, g_sText, g_sCaption;
     plat::Dialog_t g_Dialog;   // the last one, apart from its texts
@@ -45,7 +45,7 @@ namespace
 
     void Trace(char cEvent)
     {
-        g_sTrace += cEvent;
+        g_sDebugTrace += cEvent;
         if (g_bPrint)
         {
             std::fputc(cEvent, stderr);
@@ -54,7 +54,7 @@ namespace
 
     std::string ExtractTrace()
     {
-        return std::exchange(g_sTrace, "");
+        return std::exchange(g_sDebugTrace, "");
     }
 
     Answer_e OnDialog(plat::Dialog_t const & Dialog)
@@ -81,7 +81,7 @@ namespace
     {
         Complaints()
         {
-            g_sTrace = g_sLog = g_sDebugger = g_sText = g_sCaption = "";
+            g_sDebugTrace = g_sLog = g_sDebugger = g_sText = g_sCaption = "";
             g_eAnswer = Answer_e::No;
             LogDone();
             LogAddCallback(

@@ -17,7 +17,7 @@ namespace
 
     ExceptionInfo_c & Info = ExceptionInfo_c::Get();
     std::mutex g_TraceLock;
-    std::string g_sTrace;   // each line in angles
+    std::string g_sFaultTrace;   // each line in angles
     plat::FaultContext_t g_Context;
 
     // A fault at no address, with a stack that no walk leaves and a frame pointer into nothing.
@@ -72,11 +72,11 @@ namespace
     {
         ExceptionInfo()
         {
-            g_sTrace = "";
+            g_sFaultTrace = "";
             auto const Receive = [](char const * szLine)
             {
                 std::lock_guard const Scope(g_TraceLock);
-                g_sTrace += '<' + std::string(szLine) + '>';
+                g_sFaultTrace += '<' + std::string(szLine) + '>';
             };
             ExceptionInfo_c::TraceReceiverSet(Receive);
         }
@@ -109,7 +109,7 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
         "<><Starting dump of memory at 0x00000100, size 256 dword's><Address contained in EBP value 0x00000300>"
         "(<([?]{8}\t){12}>){21}<DoneDump\r\n><StackTrace><Stack Trace Failed:: zero eip><Handling Exception...done>";
     EXPECT_EACH(Info.Start(), Info.Start());
-    EXPECT_EQ(g_sTrace, "<Initializing debug SP><Initializing debug SP, done>");
+    EXPECT_EQ(g_sFaultTrace, "<Initializing debug SP><Initializing debug SP, done>");
     for (auto const & [nCode, bWrite, szName, sAccess] : Rows_t<std::uint32_t, unsigned, char const *, std::string>{
              { 0xC0000005, 0, "EXCEPTION_ACCESS_VIOLATION", "attempt to read ptr 0x00005678\r\n" },
              { 0xC0000005, 1, "EXCEPTION_ACCESS_VIOLATION", "attempt to write ptr 0x00005678\r\n" },
@@ -117,14 +117,14 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
     {
         Fault_s const Fault(nCode, bWrite);
         DialogScript_c const Dialogs;
-        g_sTrace = "";
+        g_sFaultTrace = "";
         EXPECT_EQ(Info.OnUnhandledException(&Fault.Pointers), 0);
         std::string const sCode = Hex(nCode), sSp = Hex(Fault.Context.nSp), sName = szName;
         EXPECT_EQ(Dialogs.CountHolding(
                       "Unhandled Exception " + sName + " (" + sCode + ") at 0x1234ABCD\r\n" + sAccess + TAIL),
             1);
         std::string const sLine = sAccess.empty() ? "" : '<' + sAccess + '>';
-        EXPECT_THAT(g_sTrace,
+        EXPECT_THAT(g_sFaultTrace,
             MatchesRegex(START + sCode + " at Addres: 0x1234ABCD>" + sLine + REGISTERS + sName + DUMPS + sSp + WORDS));
     }
 }
@@ -142,10 +142,11 @@ TEST_F(ExceptionInfo, ThreadHandlesOneFaultAtATimeAndOnlyWhileItRuns)
         InThreads(4, [](int) { Info.OnUnhandledException(&s_Fault.Pointers); });
         EXPECT_EQ(Dialogs.GetCount(), 4 * iRound);
         Info.Stop();
-        EXPECT_THAT(g_sTrace, testing::EndsWith("<Releasing debug SP><Releasing debug SP, done>"));
+        EXPECT_THAT(g_sFaultTrace, testing::EndsWith("<Releasing debug SP><Releasing debug SP, done>"));
     }
     std::string const sModule = program_invocation_short_name;
-    EXPECT_THAT(g_sTrace, HasSubstr("<Exception in address space of module : " + sModule + "><Module loaded from : /"));
+    EXPECT_THAT(
+        g_sFaultTrace, HasSubstr("<Exception in address space of module : " + sModule + "><Module loaded from : /"));
     Info.Start();
     auto const fnPrevious = plat::DialogSetHandler(
         [](plat::Dialog_t const &) { return static_cast<Answer_e>(5 + Info.OnUnhandledException(&s_Fault.Pointers)); });
@@ -282,7 +283,7 @@ TEST_F(ExceptionInfo, MessageBoxCarriesTheStackOfItsCaller)
     EXPECT_EQ(Complain(), 2);
     std::string const sText = "Warning: \tbroken\tbroken\r\nFile: \tfile.cpp\r\nLine:\t1";
     std::string const sStack = std::string("[04]\t") + (bHelper ? "(anonymous namespace)::Complain\t" : "?\teip\t0x");
-    EXPECT_EQ(Dialogs.CountHolding(sText + "\r\nStackTrace\r\n" + sStack), 1) << g_sTrace;
-    EXPECT_THAT(g_sTrace, HasSubstr("<MsgBox( Assertion failed )><" + sText + "><StackTrace><" + sStack));
-    EXPECT_EQ(g_sTrace.find("<Symbols Init Failed>") == std::string::npos, bHelper);
+    EXPECT_EQ(Dialogs.CountHolding(sText + "\r\nStackTrace\r\n" + sStack), 1) << g_sFaultTrace;
+    EXPECT_THAT(g_sFaultTrace, HasSubstr("<MsgBox( Assertion failed )><" + sText + "><StackTrace><" + sStack));
+    EXPECT_EQ(g_sFaultTrace.find("<Symbols Init Failed>") == std::string::npos, bHelper);
 }

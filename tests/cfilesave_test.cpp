@@ -13,12 +13,12 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    constexpr std::uint32_t VERSION = 0x00010003;
+    constexpr std::uint32_t SAVE_VERSION = 0x00010003;
 
     class FileSave : public testing::Test
     {
     protected:
-        static bool Store(FileSave_c & Save, int iValue, std::uint32_t dwVersion = VERSION)
+        static bool Store(FileSave_c & Save, int iValue, std::uint32_t dwVersion = SAVE_VERSION)
         {
             FileSaveWriter_c Writer(Save);
             BufferedWriteable_c Archive(Writer, dwVersion);
@@ -35,9 +35,9 @@ namespace
         // The stored value; the state, below 0, if there is none.
         static int Load(FileSave_c & Save, int iPrevious = 0)
         {
-            FileSave_c::State_e const eState = Save.Load(VERSION, iPrevious);
+            FileSave_c::State_e const eState = Save.Load(SAVE_VERSION, iPrevious);
             int iValue = -eState;
-            Readable_c Archive(Save.OpenFile(), VERSION);
+            Readable_c Archive(Save.OpenFile(), SAVE_VERSION);
             if (Archive.Open() && Archive.ChunkBegin("Value"))
             {
                 Archive.Serialize(iValue);
@@ -101,7 +101,7 @@ TEST_F(FileSave, AnythingButAWholeSaveIsSaidToBeDamaged)
         sOther[iByte] = cByte;
         SealAnew(sOther);
         Folder.Write("one.sav", sOther);
-        EXPECT_EQ(Save.Load(VERSION), eState) << iByte << Save.GetWhyNot();
+        EXPECT_EQ(Save.Load(SAVE_VERSION), eState) << iByte << Save.GetWhyNot();
         EXPECT_EQ(Folder.Read("one.sav"), sOther);
     }
     String_T<256> sAside;

@@ -52,14 +52,14 @@ namespace
         va_end(args);
     }
 
-    std::string g_sTrace;
+    std::string g_sLogTrace;
 
     struct Logs : testing::Test
     {
         Logs()
         {
             LogDone();
-            g_sTrace.clear();
+            g_sLogTrace.clear();
         }
 
         ~Logs() override
@@ -209,26 +209,26 @@ TEST_F(Logs, LinesCarryTimeAndFrameAndAreCut)
 TEST_F(Logs, ListenersAreCalledFromTheLastAddedToTheFirst)
 {
     Log("nobody listens");
-    LogAddCallback([](char const * szText) { g_sTrace += std::string("A") + szText; });
-    LogAddCallback([](char const * szText) { g_sTrace += std::string("B") + szText; });
+    LogAddCallback([](char const * szText) { g_sLogTrace += std::string("A") + szText; });
+    LogAddCallback([](char const * szText) { g_sLogTrace += std::string("B") + szText; });
     Logc(true, "%i", 1);
     Logc(false, "%i", 2);
     Logc(true, nullptr);
     LogText("%i");
     LogDone();
     Log("nobody again");
-    EXPECT_EQ(std::exchange(g_sTrace, ""), "B1A1B%iA%i");
+    EXPECT_EQ(std::exchange(g_sLogTrace, ""), "B1A1B%iA%i");
 
     LogInit();   // no folder, then a file that can't be opened: the other listeners continue
     EXPECT_EQ(g_pMessageLogFile, nullptr);
     OpenMainLog(L"missing/message.log");
     EXPECT_EQ(g_pMessageLogFile, nullptr);
-    LogAddCallback([](char const * szText) { g_sTrace += szText; });
+    LogAddCallback([](char const * szText) { g_sLogTrace += szText; });
     Log("still heard");
-    EXPECT_EQ(std::exchange(g_sTrace, ""), "still heard");
+    EXPECT_EQ(std::exchange(g_sLogTrace, ""), "still heard");
     OpenMainLog();   // the writer is there already
     Log("the %s%c, cut", "file", '\0');
-    EXPECT_EQ(g_sTrace, "the file");
+    EXPECT_EQ(g_sLogTrace, "the file");
     EXPECT_THAT(m_Folder.Read("message.log"), MatchesRegex("[^\n]+\tthe file\n"));
 }
 
@@ -523,8 +523,8 @@ TEST_F(Logs, TheSystemsErrorAndTheDebuggersLinesArePassedOn)
     LogWinLastError(nullptr);
     EXPECT_EQ(Capture.GetText(), "open: No such file or directory\n\nGetLastError() returned: Permission denied\n\n");
     auto const fnPrevious =
-        plat::DebugOutputSet([](char const * szText) { g_sTrace += std::string("<") + szText + '>'; });
+        plat::DebugOutputSet([](char const * szText) { g_sLogTrace += std::string("<") + szText + '>'; });
     Debugf("%s %i", "text", 1);
     plat::DebugOutputSet(fnPrevious);
-    EXPECT_EQ(g_sTrace, "<text 1><\n>");
+    EXPECT_EQ(g_sLogTrace, "<text 1><\n>");
 }

@@ -7,7 +7,7 @@
 
 namespace
 {
-    std::string g_sTrace;   // what the modules were called for, in order
+    std::string g_sModuleTrace;   // what the modules were called for, in order
 
     // A module that adds a letter and its name to the trace for each call: I is Initialize, 2 Initialize2, F the
     // heartbeat of a frame, B that of an idle pass, S Shutdown.
@@ -43,12 +43,12 @@ namespace
         bool bFails = false;
         double tSeconds = 0.0;
 
-        void Trace(char const * szEvent) const { g_sTrace += std::string(szEvent) + GetName() + ' '; }
+        void Trace(char const * szEvent) const { g_sModuleTrace += std::string(szEvent) + GetName() + ' '; }
     };
 
     struct Modules : testing::Test
     {
-        Modules() { g_sTrace.clear(); }
+        Modules() { g_sModuleTrace.clear(); }
         ~Modules() override { Module_c::ShutdownAllModules(); }
 
         TestModule_c & Make(char const * szName, Module_c * pFirst = nullptr, Module_c * pSecond = nullptr)
@@ -61,7 +61,7 @@ namespace
             std::for_each(dModules.begin(), dModules.end(), Module_c::Register);
         }
 
-        static std::string ExtractTrace() { return std::exchange(g_sTrace, ""); }
+        static std::string ExtractTrace() { return std::exchange(g_sModuleTrace, ""); }
 
         std::deque<TestModule_c> m_dModules;
         LogCapture_c m_Log;

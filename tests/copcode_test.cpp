@@ -51,7 +51,7 @@ namespace
         return Lines.dLines;
     }
 
-    constexpr std::uint64_t ADDRESS = 0x12345670;
+    constexpr std::uint64_t BIAS = 0x12345670;
     constexpr char LOCK[] = "lock   ";   // an instruction of its own here
 
     // Random bytes, often with a prefix or two and with 0F in front.
@@ -84,7 +84,7 @@ namespace
     std::string Decoded(OpcodeDecoder_c & Decoder, std::vector<unsigned char> const & dBytes, std::size_t & nLength)
     {
         char szText[256];
-        Decoder.SetAddressBias(ADDRESS - reinterpret_cast<std::uintptr_t>(dBytes.data()));
+        Decoder.SetAddressBias(BIAS - reinterpret_cast<std::uintptr_t>(dBytes.data()));
         nLength = Decoder.Decode(dBytes.data(), dBytes.size(), szText, sizeof szText);
         std::string const sFirst = szText;
         if (sFirst != LOCK)

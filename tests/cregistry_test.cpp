@@ -66,10 +66,10 @@ namespace
         // What GetKeyInfo reports of the open key: subkeys, values, and the longest of their names and of the data.
         static std::vector<int> Figures(Registry_c & Registry)
         {
-            _tag_KEY_INFO Info{};
-            EXPECT_TRUE(Registry.GetKeyInfo(&Info));
-            auto const dFigures = { Info.dwSubKeys, Info.dwMaxSubKeyLength, Info.dwValues, Info.dwMaxValueNameLength,
-                Info.dwMaxValueLength };
+            _tag_KEY_INFO Found{};
+            EXPECT_TRUE(Registry.GetKeyInfo(&Found));
+            auto const dFigures = { Found.dwSubKeys, Found.dwMaxSubKeyLength, Found.dwValues,
+                Found.dwMaxValueNameLength, Found.dwMaxValueLength };
             return std::vector<int>(dFigures.begin(), dFigures.end());
         }
 

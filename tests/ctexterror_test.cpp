@@ -141,7 +141,7 @@ namespace
         return !Table.Get(szColumn, sz, 2);
     }
 
-    std::string Replaced(std::string sText, std::string const & sFrom, std::string const & sTo)
+    std::string ReplacedAll(std::string sText, std::string const & sFrom, std::string const & sTo)
     {
         for (std::size_t n = sText.find(sFrom); n != std::string::npos; n = sText.find(sFrom, n + sTo.size()))
         {
@@ -165,13 +165,13 @@ TEST_F(TextError, TheExamplesOfTheDocsAreReadOrRefusedAsShown)
     int nRefused = 0;
     for (std::string sLine; std::getline(Page, sLine);)
     {
-        sLine = Replaced(Replaced(sLine, "→", "\t"), "¶", "\n");
+        sLine = ReplacedAll(ReplacedAll(sLine, "→", "\t"), "¶", "\n");
         sBlock = sLine.starts_with("```") ? sLine.substr(3) : sBlock;
         dBlocks[sBlock] += sLine.starts_with("```") ? "" : sLine + "\n";
         if (sLine.starts_with("| `") && sLine.find('\n') != std::string::npos)
         {
             std::size_t const nPlace = sLine.find("` | ") + 4, nReason = sLine.find(" | ", nPlace) + 3;
-            std::string const sPlace = Replaced(sLine.substr(nPlace, nReason - 3 - nPlace), ", ", ",");
+            std::string const sPlace = ReplacedAll(sLine.substr(nPlace, nReason - 3 - nPlace), ", ", ",");
             Serve("table.txt", sLine.substr(3, nPlace - 7));
             EXPECT_EQ(ReadSheet(""), "table.txt" + (sPlace == "none" ? "" : "(" + sPlace + ")") + ": "
                                          + sLine.substr(nReason, sLine.size() - 2 - nReason));

@@ -14,8 +14,8 @@ namespace
 {
     using testing::HasSubstr;
 
-    constexpr std::size_t FRAMES = 150, RECORD = 2504;
-    constexpr char RATE[] = " --ticks-per-second 1e9 ";
+    constexpr std::size_t PAGE_FRAMES = 150, PAGE_RECORD = 2504;
+    constexpr char PAGE_RATE[] = " --ticks-per-second 1e9 ";
 
     void Put(std::string & sBytes, std::size_t nOffset, std::uint64_t nNumber, std::size_t nBytes)
     {
@@ -30,12 +30,12 @@ namespace
     std::string Timer(
         char const * szName, std::uint32_t iTimer, std::size_t nChild, std::size_t nNext, std::uint64_t tTime)
     {
-        std::string sRecord(RECORD, '\0');
+        std::string sRecord(PAGE_RECORD, '\0');
         sRecord.replace(0, std::strlen(szName), szName);
         Put(sRecord, 32, iTimer, 4);
         Put(sRecord, 36, nChild, 4);
         Put(sRecord, 40, nNext, 4);
-        for (std::size_t i = 0; i < FRAMES; ++i)
+        for (std::size_t i = 0; i < PAGE_FRAMES; ++i)
         {
             Put(sRecord, 56 + 16 * i, i == 77 && tTime > 1000000 ? 2000000000 : tTime + tTime * (i % 7) / 10, 8);
             Put(sRecord, 64 + 16 * i, tTime > 0, 4);
@@ -47,8 +47,8 @@ namespace
     std::string StatsFile(std::size_t nBatches, std::size_t nAddress = 0)
     {
         std::string sFile(8, '\0'), sBatch(4, '\0');
-        auto const At = [nAddress](std::size_t iTimer) { return nAddress + iTimer * RECORD; };
-        Put(sFile, 0, RECORD, 4);
+        auto const At = [nAddress](std::size_t iTimer) { return nAddress + iTimer * PAGE_RECORD; };
+        Put(sFile, 0, PAGE_RECORD, 4);
         Put(sFile, 4, nAddress, 4);
         Put(sBatch, 0, 5, 4);
         sBatch += Timer("", 0x80000000, At(1), 0, 0) + Timer("Application", 0x801003E6, At(2), 0, 20000000)
@@ -252,7 +252,7 @@ TEST(ZqtoolPages, OfStatsFitEachWidthAndSchemeAndLookAsBefore)
 {
     SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
     TempFolder_c const Folder;
-    std::string const sStats = RATE + Folder.Write("zq.stats", StatsFile(100));
+    std::string const sStats = PAGE_RATE + Folder.Write("zq.stats", StatsFile(100));
     ExpectPagesFitAndLookAsBefore(Folder, { { "stats", "stats " + sStats, "" } });
 }
 

@@ -13,7 +13,7 @@ namespace
 
     constexpr std::size_t FRAMES = 150, RECORD = 2504, TIMERS = 6, WORST = 77;
     constexpr std::size_t BATCH_0 = 8, BATCH_1 = BATCH_0 + 4 + (TIMERS - 1) * RECORD;   // offsets in the sample
-    constexpr std::uint32_t ADDRESS = 0xFFFFF000;   // the addresses of the next records wrap around
+    constexpr std::uint32_t RECORD_ADDRESS = 0xFFFFF000;   // the addresses of the next records wrap around
 
     constexpr char UGLY[] = "</script><b id=evil>&\"'\\\x1B[1m\xFF_x";
     static_assert(sizeof UGLY == 32, "the longest name that there is");
@@ -65,11 +65,11 @@ namespace
         return Folder.Read("stats");
     }
 
-    // A record at ADDRESS.
+    // A record at RECORD_ADDRESS.
     std::string Sample()
     {
         static std::string const s_sRecord = Record();
-        std::string sBytes = Patched(s_sRecord, 4, ADDRESS);
+        std::string sBytes = Patched(s_sRecord, 4, RECORD_ADDRESS);
         for (std::size_t i = 0; i < 2 * TIMERS - 1; ++i)
         {
             std::size_t const nRecord =
@@ -77,7 +77,7 @@ namespace
             for (std::size_t const nLink : { nRecord + 36, nRecord + 40 })   // the first child and the next sibling
             {
                 std::uint32_t const nFrom = Word(sBytes, nLink);
-                sBytes = Patched(sBytes, nLink, nFrom != 0 ? nFrom - Word(s_sRecord, 4) + ADDRESS : 0);
+                sBytes = Patched(sBytes, nLink, nFrom != 0 ? nFrom - Word(s_sRecord, 4) + RECORD_ADDRESS : 0);
             }
         }
         return sBytes;
@@ -158,7 +158,7 @@ TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
 {
     std::string const sGood = Sample(), sTwo = "300 frames in 2 batches", sOne = "150 frames in 1 batch;";
     std::size_t const nRecord = BATCH_1 + 4 + 3 * RECORD;   // record 3 of the second batch
-    auto const At = [](std::uint32_t i) { return ADDRESS + i * static_cast<std::uint32_t>(RECORD); };
+    auto const At = [](std::uint32_t i) { return RECORD_ADDRESS + i * static_cast<std::uint32_t>(RECORD); };
     for (auto const & [sBytes, sExpected, sShown] :
         Rows_t<std::string, std::string, std::string>{
             { "", "byte 0: the file ends within its header of 8 bytes", "0 frames in 0 batches" },

@@ -141,7 +141,7 @@ namespace
         return Entry;
     }
 
-    // Adds the files of one archive to the table.
+    // Mounting of one archive, which adds its files to the table.
     class Mounting_c
     {
     public:
@@ -151,7 +151,7 @@ namespace
             , m_bRelativeNames(bRelativeNames)
         {}
 
-        // Returns the number of files in the table.
+        // Adds the files and returns how many are in the table.
         int Run()
         {
             zip_int64_t const nEntries = zip_get_num_entries(m_Archive.GetZip(), 0);
@@ -177,7 +177,7 @@ namespace
         }
 
     private:
-        // Returns why a file was skipped, or null.
+        // Adds a file. Returns why it was skipped, or null.
         char const * Add(Entry_s const & Entry)
         {
             char const * const szKey = m_bRelativeNames ? Entry.szName : PathFileName(Entry.szName);

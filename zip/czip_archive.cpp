@@ -100,7 +100,8 @@ ZipArchive_c * ZipArchive_c::ForWorker()
     return m_pForWorker && IsSameFile(*m_pForWorker) ? m_pForWorker.get() : nullptr;
 }
 
-// libzip reads the local header and passes the first read of the data through, which shows their position.
+// Reads one byte. libzip then reads the local header and passes the read of the data through, which shows their
+// position.
 std::uint32_t ZipArchive_c::DataOf(zip_uint64_t iEntry)
 {
     plat::LockScope_c const Scope(m_Lock);
@@ -120,7 +121,8 @@ std::size_t ZipArchive_c::ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t 
     return ReadDisk(nAt, pBuffer, nBytes);
 }
 
-// A child of a fork shares the parent's handle and its position, so it opens the file again. The file must be the same.
+// Reads from a position of the file. A child of a fork shares the parent's handle and its position, so it opens the
+// file again. Reads nothing if that is another file.
 std::size_t ZipArchive_c::ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_t nBytes)
 {
     if (m_bForked)
@@ -147,7 +149,7 @@ std::size_t ZipArchive_c::ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_
     return nRead;
 }
 
-// libzip reads the directory in small pieces.
+// Reads through a buffer, because libzip reads the directory in small pieces.
 std::size_t ZipArchive_c::ReadBuffered(void * pBuffer, std::size_t nBytes)
 {
     auto * const pTo = static_cast<unsigned char *>(pBuffer);
@@ -186,7 +188,7 @@ std::size_t ZipArchive_c::ReadBuffered(void * pBuffer, std::size_t nBytes)
 // Refuses what exceeds the limits. They bound time and memory of libzip, also if an archive has several directories.
 zip_int64_t ZipArchive_c::ReadDirectory(void * pBuffer, zip_uint64_t nBytes)
 {
-    constexpr char ENTRY[] = { 'P', 'K', 1, 2 };
+    constexpr char ENTRY[] = { 'P', 'K', 1, 2 };   // signature of an entry (APPNOTE.TXT 4.3.12)
     m_nMayRead -= static_cast<std::int64_t>(std::min<zip_uint64_t>(nBytes, m_nSize));
     std::size_t const nRead = m_nMayRead < 0 ? 0 : ReadBuffered(pBuffer, static_cast<std::size_t>(nBytes));
     m_nMayHave -= nRead >= sizeof ENTRY && std::memcmp(pBuffer, ENTRY, sizeof ENTRY) == 0 ? 1 : 0;
@@ -252,13 +254,17 @@ zip_int64_t ZipArchive_c::Serve(void * pArchive, void * pData, zip_uint64_t nByt
 void ZipArchive_c::Add(ZipFile_c & File)
 {
     File.m_pNext = m_pFiles;
-    (m_pFiles ? m_pFiles->m_pPrevious : m_pFiles) = &File;
+    if (m_pFiles)
+    {
+        m_pFiles->m_pPrevious = &File;
+    }
     m_pFiles = &File;
 }
 
 void ZipArchive_c::Remove(ZipFile_c & File)
 {
-    (File.m_pPrevious ? File.m_pPrevious->m_pNext : m_pFiles) = File.m_pNext;
+    ZipFile_c *& pLink = File.m_pPrevious ? File.m_pPrevious->m_pNext : m_pFiles;
+    pLink = File.m_pNext;
     if (File.m_pNext)
     {
         File.m_pNext->m_pPrevious = File.m_pPrevious;

@@ -17,7 +17,7 @@ struct ZipFacts_t
     std::uint32_t nSize = 0;     // bytes
     std::uint32_t nStored = 0;   // bytes in the archive
     std::uint32_t dwCrc = 0;     // CRC-32 of the contents
-    bool bDeflated = false;      // or else stored
+    bool bDeflated = false;      // whether the contents are deflated; otherwise they are stored
     plat::FileTime_t tLastWrite = 0;
 };
 
@@ -34,6 +34,7 @@ public:
     ZipArchive_c(ZipArchive_c const &) = delete;
     ZipArchive_c & operator=(ZipArchive_c const &) = delete;
 
+    /// Return the path that Open received, the bytes of the file at that path, and libzip's object.
     String_T<256> const & GetPath() const { return m_sPath; }
     std::uint32_t GetSize() const { return m_nSize; }
     zip_t * GetZip() { return m_pZip; }
@@ -41,19 +42,22 @@ public:
     /// Returns the name of an entry that the mount has read: libzip then keeps the text. Any thread.
     String_T<256> NameOf(zip_uint64_t iEntry) { return zip_get_name(m_pZip, iEntry, 0); }
 
-    /// Returns where the data of an entry begin, or 0 on failure. Requires that it has data. Any thread.
+    /// Returns the position of an entry's data in the archive's file, or 0 on failure. Requires that it has data. Any
+    /// thread.
     std::uint32_t DataOf(zip_uint64_t iEntry);
 
     /// Reads from a position of the archive's file. Returns the number of bytes read. Any thread.
     std::size_t ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t nBytes);
 
-    /// Returns the same archive with a handle and a lock of its own, or null if it can't be opened again. For the
-    /// worker of cfileasync.h.
+    /// Returns the same archive with a handle and a lock of its own. Returns null if its path can't be opened again or
+    /// leads to another file. For the worker of cfileasync.h.
     ZipArchive_c * ForWorker();
 
     /// Add and remove a file. Removing the last one destroys a mounted archive.
     void Add(ZipFile_c & File);
     void Remove(ZipFile_c & File);
+
+    /// Returns the first of the files, or null. ZipFile_c::GetNext returns the others.
     ZipFile_c * GetFirst() const { return m_pFiles; }
 
     /// Returns the mounted archive of a path, or null.
@@ -84,15 +88,15 @@ private:
     String_T<256> m_sPath;
     String_T<256> m_sFolder;
     FileOnDisk_c m_Disk;                  // the archive's file, in no table
-    FileStored_c * m_pStream = nullptr;   // on m_Disk; null if it could not be opened again after a fork
+    FileStored_c * m_pStream = nullptr;   // on m_Disk; null after a fork if the same file could not be opened again
     std::uint32_t m_nSize = 0;
     std::uint32_t m_nStreamAt = 0;   // position of the stream
-    bool m_bForked = false;          // the stream is the parent's
+    bool m_bForked = false;          // whether the stream is the parent's
     zip_t * m_pZip = nullptr;
     ZipFile_c * m_pFiles = nullptr;
-    std::unique_ptr<ZipArchive_c> m_pForWorker;   // only the worker makes it
+    std::unique_ptr<ZipArchive_c> m_pForWorker;   // result of ForWorker, which only the worker calls
     ZipArchive_c * m_pNext = nullptr;             // in the list of mounted archives
-    bool m_bMounted = false;                      // owned by its files
+    bool m_bMounted = false;                      // whether its files own it
 
     // The archive's file as libzip sees it.
     zip_error_t m_Error;
@@ -109,10 +113,11 @@ private:
     plat::ForkLock_c const m_ForkLock{ m_Lock };
 };
 
-/// Contents of one file, read from front to back. One thread.
+/// Contents of one file, read from front to back. One thread at a time.
 class ZipReader_c
 {
 public:
+    /// Begins at the start of the contents. Reads nothing yet. Requires that Archive outlives the object.
     ZipReader_c(ZipArchive_c & Archive, ZipFacts_t const & Facts);
     ~ZipReader_c();
     ZipReader_c(ZipReader_c const &) = delete;
@@ -146,7 +151,7 @@ private:
     std::uint32_t m_nFed = 0;      // bytes of the data that were read
     std::uint32_t m_nAt = 0;       // position in the contents
     std::uint32_t m_dwCrc = 0;     // of the contents before the position
-    bool m_bSkipped = false;       // m_dwCrc lacks a part
+    bool m_bSkipped = false;       // whether m_dwCrc lacks a part
     z_stream m_Inflater = {};
     unsigned char m_dPiece[PIECE];
 };
@@ -155,6 +160,7 @@ private:
 class ZipFile_c : public File_c
 {
 public:
+    /// Add the object to the files of the archive, and remove it.
     ZipFile_c(ZipArchive_c & Archive, ZipFacts_t const & Facts);
     ~ZipFile_c() override;
 
@@ -165,6 +171,7 @@ public:
     bool Open(void * pBuffer) override;
     void Close() override;
 
+    /// Return the archive, and the next of its files or null.
     ZipArchive_c const & GetArchive() const { return m_Archive; }
     ZipFile_c * GetNext() const { return m_pNext; }
 
@@ -190,6 +197,7 @@ private:
 class ZipStored_c : public FileStored_c
 {
 public:
+    /// Add a stream to the count of the file, and remove it.
     explicit ZipStored_c(ZipFile_c & File);
     ~ZipStored_c() override;
 

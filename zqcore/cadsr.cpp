@@ -7,12 +7,12 @@ namespace
     // Returns the level at time t on the line from level a at time s to level b at time e.
     float Ramp(float a, float b, float s, float e, float t)
     {
-        float const d = e - s;
-        if (d == 0.0f)
+        float const fLength = e - s;
+        if (fLength == 0.0f)
         {
             return t < s ? a : b;
         }
-        float const fLevel = a + (b - a) * (t - s) / d;
+        float const fLevel = a + (b - a) * (t - s) / fLength;
         return std::max(std::min(a, b), std::min(fLevel, std::max(a, b)));
     }
 }

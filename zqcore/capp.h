@@ -31,9 +31,13 @@ extern ZQ_API char const * g_szApplicationName;
 extern ZQ_API int g_nProjectVersionMajor;
 extern ZQ_API int g_nProjectVersionMinor;
 
-/// Hook that a host may replace. The host defines the counters. The library never calls it; the default does nothing.
+/// Counters of the host, which defines the enumerators.
 enum FunctionCounters_e : int;
+
+/// Does nothing. The default of CounterSync.
 ZQ_API void CounterSync_Default(FunctionCounters_e eCounter, char const * szName);
+
+/// Hook that a host may replace. The library never calls it.
 extern ZQ_API void (*CounterSync)(FunctionCounters_e eCounter, char const * szName);
 
 /// Makes the executable's folder the current one, opens the main log (LogInit), and makes calls of pure virtual
@@ -50,7 +54,8 @@ ZQ_API void AppMiscShutdown();
 /// limit.
 ZQ_API double AppGetDeltaTime(double tMinDelta);
 
-/// Returns whether the window with the focus is g_pAppWindow or a child of it. Asserts that g_pAppWindow is set.
+/// Returns whether the window with the focus is g_pAppWindow or a descendant of it. Asserts that g_pAppWindow is set;
+/// otherwise returns false.
 ZQ_API bool AppIsInFocus();
 
 /// Deliver the waiting messages of this thread's windows: all of them, or those of the keyboard.

@@ -97,7 +97,7 @@ public:
     /// 0 <= index < GetLength(); otherwise removes nothing.
     void Delete(int index);
 
-    /// Returns the first element that is equal to this one, or null. Linear time.
+    /// Returns the first element that equals Element, or null. Linear time.
     T * Find(T const & Element);
 
     /// Return the number of elements, and whether it is 0.
@@ -156,7 +156,7 @@ private:
 };
 
 /// Writes an array's type to szBuffer, cut at nSize - 1 bytes, for Sort's complaint. szFunction is the compiler's
-/// spelling of a function that names the type.
+/// spelling of a function that names the type. Requires that nSize is above 0.
 ZQ_API void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize);
 
 #include "zqcore/carray.inl"

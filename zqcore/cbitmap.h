@@ -107,8 +107,8 @@ public:
     /// Inverts every bit in place, those from rounding up too. Returns this object, not a copy.
     BitVec_c & operator~();
 
-    /// Copies the bits of the other row. If this row is longer, it keeps its size, and its further bits are cleared. An
-    /// empty source empties this row.
+    /// Copies the bits of the other row. If this row is longer, it keeps its size and clears its further bits. An empty
+    /// source empties this row, and so does a lack of memory for a longer one.
     BitVec_c & operator=(BitVec_c const & Other);
 
     /// Moves the storage and the size of the other row here, and leaves that one empty. Frees this row's storage.
@@ -123,7 +123,7 @@ public:
     /// zeros after a short text. The size stays. Asserts that szData is not null.
     BitVec_c & operator=(char const * szData);
 
-    /// Writes upper-case digits, at most nLen, and a terminator if one fits: a buffer of exactly two characters a byte
+    /// Writes upper-case digits, at most nLen, and a terminator if one fits: a buffer of up to two characters a byte
     /// gets none. Returns szData.
     char * Hex(char * szData, int nLen) const;
 
@@ -440,7 +440,7 @@ public:
         return IsCell(iCell) && (m_dwBits & FIRST_CELL << iCell) != 0;
     }
 
-    /// Sets the width to the low four bits of dwWidth, and the field.
+    /// Sets the width to the low four bits of dwWidth, and the field to the low 28 bits of dwField.
     void SetValues(std::uint32_t dwWidth, std::uint32_t dwField) { m_dwBits = dwField << 4 | (dwWidth & WIDTH_MASK); }
 
 private:

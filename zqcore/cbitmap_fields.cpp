@@ -39,7 +39,7 @@ namespace
         }
     };
 
-    // What the two kinds of field differ in: the third size, and where their storage comes from.
+    // Differences of the two kinds of field: the third size, and the source of the storage.
     template <typename FIELD>
     struct Kind_T;
 

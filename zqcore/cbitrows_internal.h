@@ -43,8 +43,8 @@ namespace bits
         }
         for (; i + sizeof(std::uint64_t) <= nBytes; i += sizeof(std::uint64_t))
         {
-            std::uint64_t const nWord = fnCombine(Load<std::uint64_t>(pTo + i), Load<std::uint64_t>(pFrom + i));
-            std::memcpy(pTo + i, &nWord, sizeof(nWord));
+            std::uint64_t const Word = fnCombine(Load<std::uint64_t>(pTo + i), Load<std::uint64_t>(pFrom + i));
+            std::memcpy(pTo + i, &Word, sizeof(Word));
         }
         for (; i < nBytes; ++i)
         {

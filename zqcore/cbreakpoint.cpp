@@ -16,9 +16,9 @@ namespace
         return i;
     }
 
-    void SetField(std::uint32_t & nControl, int nShift, int nCode)
+    void SetField(std::uint32_t & dwControl, int nShift, int iCode)
     {
-        nControl = (nControl & ~(3U << nShift)) | (static_cast<std::uint32_t>(nCode) & 3U) << nShift;
+        dwControl = (dwControl & ~(3U << nShift)) | (static_cast<std::uint32_t>(iCode) & 3U) << nShift;
     }
 
     void Arm(plat::DebugRegisters_t & Registers, int i, std::uintptr_t nAddress, int nLength, int nAccess)

@@ -1,8 +1,9 @@
 // cbreakpoint.h: a hardware breakpoint that catches the code that touches a variable.
 //
-// A Breakpoint_c arms one of the four debug registers of the calling thread. Until Clear, each access of the thread to
-// the address traps into the debugger. Without a debugger the crash report has the code 80000004 and shows the
-// instruction after the access. Nothing in the library uses breakpoints.
+// A Breakpoint_c arms one of the four debug registers of the calling thread. Until Clear, each access of the chosen
+// kind that the thread makes to the address traps into the debugger. Without a debugger the crash report has the code
+// 80000004. It shows the instruction after a read or a write, or the executed instruction itself. Nothing in the
+// library uses breakpoints.
 //
 // Ownership: each object holds one debug register from Set to Clear or its destructor.
 // Threads: an object belongs to the thread that calls Set. Accesses of other threads do not trap.
@@ -46,7 +47,7 @@ public:
     bool Set(std::uintptr_t nAddress, int nLength, int nAccess);
 
     /// Disarms and releases the register, if one is held. Requires the thread that called Set. If the system refuses,
-    /// asserts "Developer break" and no longer holds the register.
+    /// asserts "Developer break" and forgets the register.
     void Clear();
 
     int m_nIndex = INVALID_INDEX;   // register in use, 0 to 3

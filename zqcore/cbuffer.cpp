@@ -70,15 +70,15 @@ unsigned int FileBuffer_c::GetBufferDataLength() const
 }
 
 StringBuffer_c::StringBuffer_c(char const * sText)
-    : m_sText(sText ? sText : "")
-    , m_nLength(static_cast<unsigned int>(std::strlen(m_sText)))
+    : m_szText(sText ? sText : "")
+    , m_nLength(static_cast<unsigned int>(std::strlen(m_szText)))
 {
     ZQ_ASSERT(sText != nullptr);
 }
 
 void * StringBuffer_c::GetBufferData() const
 {
-    return const_cast<char *>(m_sText);
+    return const_cast<char *>(m_szText);
 }
 
 unsigned int StringBuffer_c::GetBufferDataLength() const

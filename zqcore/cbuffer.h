@@ -86,6 +86,6 @@ public:
     unsigned int GetBufferDataLength() const override;
 
 private:
-    char const * m_sText;
+    char const * m_szText;
     unsigned int m_nLength;
 };

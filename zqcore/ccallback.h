@@ -4,8 +4,8 @@
 // - The function added last is called first.
 // - An exclusive entry hides those that were added before it.
 // - A receiver that changes the list ends the firing.
-// - Firing a list inside its own firing does nothing, unless it is forced. When a forced one ends, the list no longer
-//   counts as firing: the rest of the outer firing can fire it again without force.
+// - Firing a list inside its own firing does nothing, unless it is forced. When a forced one ends, the list does not
+//   count as firing: the rest of the outer firing can fire it again without force.
 // - An exception of a receiver ends the firing and reaches the caller of Fire.
 //
 // Ownership: a list owns its nodes. It only points to the functions.
@@ -99,20 +99,20 @@ private:
     /// Scope in which the list is firing.
     struct FiringScope_c
     {
-        CallbackerBase_T & List;
-        bool const bChangedBefore;   // the outer firing's flag, which a forced firing must not lose
+        CallbackerBase_T & m_List;
+        bool const m_bChangedBefore;   // the outer firing's flag, which a forced firing must not lose
 
-        explicit FiringScope_c(CallbackerBase_T & l)
-            : List(l)
-            , bChangedBefore(l.m_bChanged)
+        explicit FiringScope_c(CallbackerBase_T & List)
+            : m_List(List)
+            , m_bChangedBefore(List.m_bChanged)
         {
-            List.m_bChanged = false;
-            List.m_bFiring = true;
+            m_List.m_bChanged = false;
+            m_List.m_bFiring = true;
         }
         ~FiringScope_c()
         {
-            List.m_bChanged = List.m_bChanged || bChangedBefore;
-            List.m_bFiring = false;
+            m_List.m_bChanged = m_List.m_bChanged || m_bChangedBefore;
+            m_List.m_bFiring = false;
         }
         FiringScope_c & operator=(FiringScope_c &&) = delete;
     };

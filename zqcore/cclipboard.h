@@ -45,7 +45,7 @@ void ClipboardClose();
 /// the previous text stays.
 void ClipboardPrintf(char const * sFormat, ...) ZQ_PRINTF(1, 2);
 
-/// ClipboardPrintf with arguments of text classes (cprintf.h).
+/// Does the same with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , ClipboardPrintf)
 
 /// Copies the text and the zero at its end to pData, and returns true. Requires room for ClipboardGetSize bytes.

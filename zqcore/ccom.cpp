@@ -21,8 +21,8 @@ namespace
         return pNote->pNext ? pNote->pNext : pNote + 1;
     }
 
-    // Counts, for each page, the references with a note to objects that begin there. Such a page is readable, so
-    // Release can test a pointer without a system call.
+    // Numbers of the references with a note, for each page on which objects begin. Such a page is readable, so Release
+    // can test a pointer without a system call.
     class HeldPages_c
     {
     public:
@@ -131,7 +131,8 @@ inline ComDebug_t * ComObject_c::FindNote(void const * pOwner) const
 
 inline void ComObject_c::Unchain(ComDebug_t * pNote) const
 {
-    (pNote->pPrev ? pNote->pPrev->pNext : m_pDebugHead) = pNote->pNext;
+    ComDebug_t *& pLink = pNote->pPrev ? pNote->pPrev->pNext : m_pDebugHead;
+    pLink = pNote->pNext;
     if (pNote->pNext)
     {
         pNote->pNext->pPrev = pNote->pPrev;

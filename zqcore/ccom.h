@@ -59,7 +59,7 @@ public:
 
     /// Removes the owner's newest reference; for a null owner one without a note. Returns true if it was the last one:
     /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, lowers the count in
-    /// any case. Asserts the following, and changes nothing if it does not hold:
+    /// any case. Asserts the following; otherwise returns false and changes nothing:
     /// - pObject is this object.
     /// - It is a live object. An address that is not readable fails the assertion and is not read.
     /// - It has references.
@@ -139,7 +139,7 @@ public:
     ComReference_T(ComReference_T const &) = delete;
     ComReference_T & operator=(ComReference_T const &) = delete;
 
-    /// Return the object. The last one requires that it is not null.
+    /// Return the object. operator-> requires that it is not null.
     T * Get() const { return m_pObject; }
     T * operator->() const { return m_pObject; }
 

@@ -21,8 +21,8 @@ namespace
         return dTab;
     }
 
-    // After M. E. Kounavis and F. L. Berry, "A Systematic Approach to Building High Performance, Software-based, CRC
-    // Generators", ISCC 2005: a table for each of eight bytes.
+    // Returns the tables for the first seven of eight bytes, after M. E. Kounavis and F. L. Berry, "A Systematic
+    // Approach to Building High Performance, Software-based, CRC Generators", ISCC 2005.
     constexpr std::array<std::array<std::uint32_t, 256>, 7> MakeCrc32FollowTab()
     {
         std::array<std::array<std::uint32_t, 256>, 7> dTab{};
@@ -45,12 +45,12 @@ namespace
         std::array<std::uint16_t, 256> dTab{};
         for (unsigned iByte = 0; iByte < 256; ++iByte)
         {
-            unsigned n = iByte << 8;
+            unsigned dw = iByte << 8;
             for (int iBit = 0; iBit < 8; ++iBit)
             {
-                n = ((n << 1) ^ ((n & 0x8000) != 0 ? POLYNOMIAL : 0)) & 0xFFFF;
+                dw = ((dw << 1) ^ ((dw & 0x8000) != 0 ? POLYNOMIAL : 0)) & 0xFFFF;
             }
-            dTab[iByte] = static_cast<std::uint16_t>((n >> 8) | (n << 8));
+            dTab[iByte] = static_cast<std::uint16_t>((dw >> 8) | (dw << 8));
         }
         return dTab;
     }
@@ -124,7 +124,7 @@ namespace
 
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)
     {
-        Crc32Kernels_t const Kernels = Crc32FindKernels();
+        Crc32Kernels_s const Kernels = Crc32FindKernels();
         Crc32Kernel_t fnKernel = Crc32Tables;
         for (Crc32Kernel_t const fnBetter : { Kernels.fnPclmul, Kernels.fnPairs, Kernels.fnVpclmul })
         {

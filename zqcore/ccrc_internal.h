@@ -17,7 +17,7 @@ std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes);
 
 /// The kernels that this processor can run, the fastest one last. A kernel is null if the processor lacks its
 /// instructions.
-struct Crc32Kernels_t
+struct Crc32Kernels_s
 {
     Crc32Kernel_t fnPclmul;    // PCLMULQDQ, 16 bytes a step
     Crc32Kernel_t fnPairs;     // VPCLMULQDQ with AVX2, 32 bytes a step
@@ -25,4 +25,4 @@ struct Crc32Kernels_t
 };
 
 /// Returns the kernels of the processor that runs the call.
-Crc32Kernels_t Crc32FindKernels();
+Crc32Kernels_s Crc32FindKernels();

@@ -48,8 +48,8 @@ namespace
     constexpr std::int64_t FAR_FACTOR = PowerOfX(BITS + 32);
     constexpr std::int64_t QUOTIENT = Quotient();
 
-    // The 16 bytes from offset r move the first r bytes of a block to its end, those from offset 16 + r its last 16 - r
-    // bytes to its start. The other bytes become 0.
+    // Returns masks for a shuffle. The 16 bytes from offset r move the first r bytes of a block to its end, those from
+    // offset 16 + r its last 16 - r bytes to its start. The other bytes become 0.
     constexpr std::array<unsigned char, 48> MakeShuffle()
     {
         std::array<unsigned char, 48> dShuffle{};
@@ -296,7 +296,7 @@ namespace
     }
 }
 
-Crc32Kernels_t Crc32FindKernels()
+Crc32Kernels_s Crc32FindKernels()
 {
     bool const bPclmul = ZQ_PROCESSOR_HAS("pclmul") && ZQ_PROCESSOR_HAS("sse4.1");
     bool const bPairs = bPclmul && ZQ_PROCESSOR_HAS("vpclmulqdq") && ZQ_PROCESSOR_HAS("avx2");
@@ -306,7 +306,7 @@ Crc32Kernels_t Crc32FindKernels()
 
 #else
 
-Crc32Kernels_t Crc32FindKernels()
+Crc32Kernels_s Crc32FindKernels()
 {
     return {};
 }

@@ -66,7 +66,7 @@ void CryptoRandomGenerator_c::Get(unsigned char * dOutput, std::size_t nBytes)
     }
 }
 
-// The next block is the SHA-1 of the counter, low byte first, and the bytes of the pool in use.
+// Makes the next block: the SHA-1 of the counter, low byte first, and the bytes of the pool in use.
 void CryptoRandomGenerator_c::MakeBlock()
 {
     unsigned char dInput[4 + POOL_SIZE];

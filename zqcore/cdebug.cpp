@@ -151,7 +151,7 @@ namespace
         return iAnswer;
     }
 
-    // Begins the text of a located complaint's dialog, of LOCATED_SIZE bytes. Returns where the message goes.
+    // Begins the text of a located complaint's dialog, of LOCATED_SIZE bytes. Returns the place of the message.
     char * BeginLocated(char * szDialog, char const * szWhat)
     {
         return szDialog + std::sprintf(szDialog, "%s: \t", szWhat);

@@ -75,7 +75,7 @@ extern ZQ_API bool g_silentMode;
 /// Whether Warning shows a dialog. False at start; SetWarnings sets it.
 extern ZQ_API bool g_bEnableWarnings;
 
-/// Whether Abort has begun.
+/// Whether Abort has begun: true from the end of its first firing of g_ExecutionCallbacker on.
 extern ZQ_API bool g_isAborting;
 
 /// Logs the text, fires g_ExecutionCallbacker, shows a dialog and fires g_ExecutionCallbacker again. Does nothing while
@@ -138,7 +138,7 @@ public:
 
     /// Shows a dialog with a stack trace, above all other windows. nStyle combines MESSAGE_ values of cexceptioninfo.h.
     /// Returns the answer, with the numbers of MessageBoxPlain. Cancel (2) ends the process with status -1. In silent
-    /// mode logs the text and returns 7.
+    /// mode logs the text and returns 7. Returns 7 without a dialog while the process ends after Cancel.
     ZQ_API ZQ_COLD int DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle);
 
     bool m_bQuiet = false;       // whether DebugAssert shows nothing
@@ -151,7 +151,7 @@ ZQ_API ZQ_COLD void AssertReport(char const * szCondition, char const * szFile, 
 ZQ_API ZQ_COLD void AssertReportEx(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
     char const * fmt, ...) ZQ_PRINTF(5, 6);
 
-/// Do the same with arguments of text classes (cprintf.h).
+/// Do what the functions of the same name do, with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , AssertFailed)
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Warning)
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Achtung)

@@ -19,7 +19,7 @@ using namespace exceptioninfo;
 
 namespace
 {
-    constexpr std::uint32_t LOOK_INTERVAL = 500;   // milliseconds between two checks of the stop flag
+    constexpr std::uint32_t CHECK_INTERVAL = 500;   // milliseconds between two checks of the stop flag
     constexpr int EXCEPTION_FRAMES = 32;
     constexpr std::uintptr_t DUMP_BELOW = 512;   // bytes
     constexpr int DUMP_WORDS = 256;
@@ -30,12 +30,12 @@ namespace
     constinit plat::Event_c g_ExceptionHandled;
     constinit plat::FaultPointers_t const * g_pPending = nullptr;
     constinit plat::Thread_c g_Thread;
-    constinit std::atomic<std::uint32_t> g_nThread = 0;
+    constinit std::atomic<std::uint32_t> g_iThread = 0;
     constinit std::atomic<bool> g_bRunning = false;
     constinit std::atomic<bool> g_bStop = false;
     char g_szExceptionTrace[EXCEPTION_TRACE_SIZE];
 
-    // A forked child has no support thread, and no thread waits for one.
+    // Forgets the support thread and the pending fault: a forked child has no such thread, and no thread waits for one.
     void LeaveSupportThread()
     {
         if (g_HandOver.TryEnter())
@@ -47,7 +47,7 @@ namespace
             g_HandOver.Renew();
         }
         g_Thread.Forget();
-        g_nThread = 0;
+        g_iThread = 0;
         g_bRunning = false;
         g_bStop = false;
         g_pPending = nullptr;
@@ -189,13 +189,13 @@ namespace
 
     void Run(void *)
     {
-        g_nThread = plat::ThreadId();
+        g_iThread = plat::ThreadId();
         {
             Scope_c const Started;   // waits until Start has reset the events
         }
         while (!g_bStop)
         {
-            if (g_ExceptionEvent.WaitFor(LOOK_INTERVAL))
+            if (g_ExceptionEvent.WaitFor(CHECK_INTERVAL))
             {
                 Scope_c const Scope;
                 Handle();
@@ -207,7 +207,7 @@ namespace
     // Returns whether the caller would wait for itself if it waited for the support thread.
     bool IsMine()
     {
-        return g_Lock.IsMine() || g_nThread == plat::ThreadId();
+        return g_Lock.IsMine() || g_iThread == plat::ThreadId();
     }
 
     bool Post(plat::FaultPointers_t const * pPointers)
@@ -270,7 +270,7 @@ void ExceptionInfo_c::Stop()
     g_Thread.Join();
     Scope_c const Scope;
     g_bRunning = false;
-    g_nThread = 0;
+    g_iThread = 0;
     if (g_pPending != nullptr)
     {
         g_pPending = nullptr;

@@ -14,7 +14,7 @@
 //
 //     auto const fnPrevious = ExceptionInfo_c::TraceReceiverSet([](char const * szLine) { std::puts(szLine); });
 //     ExceptionInfo_c & Info = ExceptionInfo_c::Get();
-//     bool const bStarted = Info.Start();   // now the host's fault filter may call Info.OnUnhandledException
+//     bool const bStarted = Info.Start();   // from here on a fault filter may call OnUnhandledException
 //     std::uint32_t const dWords[12] = { 1, 2, 3 };
 //     Info.DumpMemory(nullptr, 0, reinterpret_cast<std::uintptr_t>(dWords), 12);
 //     Info.Stop();
@@ -60,8 +60,8 @@ public:
     /// Returns the only instance.
     ZQ_API static ExceptionInfo_c & Get();
 
-    /// Starts the debug support thread, unless it runs already. Returns false if the system refuses a thread. A forked
-    /// process has no support thread until it calls Start.
+    /// Starts the debug support thread, unless it runs already, and returns true. Returns false if the system refuses a
+    /// thread. A forked process has no support thread until it calls Start.
     ZQ_API bool Start();
 
     /// Ends the support thread. Waits for it up to half a second, or until its open dialog is answered. A thread whose
@@ -109,7 +109,7 @@ public:
     /// receiver.
     ZQ_API static void TraceLine(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-    /// Replaces the receiver of the trace channel; null, as at start, for none. Returns the previous one. Complaints
+    /// Replaces the receiver of the trace channel and returns the previous one; null, as at start, for none. Complaints
     /// call the receiver. The complaining thread may hold the lock that the receiver takes, and the complaint may be
     /// about the heap that it allocates from.
     ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);

@@ -25,6 +25,8 @@ namespace exceptioninfo
             --m_nEntered;
             m_Lock.Leave();
         }
+
+        /// Returns whether the calling thread holds the lock.
         bool IsMine()
         {
             bool const bEntered = m_Lock.TryEnter();
@@ -63,11 +65,11 @@ namespace exceptioninfo
         Scope_c & operator=(Scope_c const &) = delete;
     };
 
-    inline constexpr std::size_t EXCEPTION_TRACE_SIZE = 65536;
+    inline constexpr std::size_t EXCEPTION_TRACE_SIZE = 65536;   // bytes, as the two below
     inline constexpr std::size_t MESSAGE_TRACE_SIZE = 16384;
     inline constexpr std::size_t DIALOG_SIZE = EXCEPTION_TRACE_SIZE + 4096;   // also a message with its trace
 
-    extern char g_szDialog[DIALOG_SIZE];
+    extern char g_szDialog[DIALOG_SIZE];   // text of the open dialog
 
     /// A module in the list of LoadModules.
     struct ModuleInfo_s

@@ -31,7 +31,7 @@ namespace
     std::atomic<ExceptionInfo_c::TraceReceiver_t> g_fnReceiver{ nullptr };
     std::atomic<bool> g_bTraceInUse{ false };
 
-    // A forked child lacks the other threads, so it drops their dialog and their trace.
+    // Drops the dialog and the trace of other threads, which a forked child lacks.
     void LeaveOthersDialog()
     {
         g_Lock.Renew();
@@ -142,8 +142,8 @@ namespace
         for (int i = 0; i < ROW_WORDS; ++i)
         {
             std::uint32_t dwWord = 0;
-            std::uintptr_t const nWord = nStart + static_cast<std::uintptr_t>(i) * sizeof dwWord;
-            bool const bRead = plat::MemoryRead(nWord, &dwWord, sizeof dwWord) == sizeof dwWord;
+            std::uintptr_t const Address = nStart + static_cast<std::uintptr_t>(i) * sizeof dwWord;
+            bool const bRead = plat::MemoryRead(Address, &dwWord, sizeof dwWord) == sizeof dwWord;
             std::size_t const nRoom = sizeof szRow - static_cast<std::size_t>(pEnd - szRow);
             pEnd += bRead ? std::snprintf(pEnd, nRoom, "0x%08" PRIX32 "\t", dwWord)
                           : std::snprintf(pEnd, nRoom, "????????\t");

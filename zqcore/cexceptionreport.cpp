@@ -41,8 +41,8 @@ namespace
     // Of the report that is being written.
     plat::RawFile_t g_hReport = nullptr;
     char g_szReport[PATH_SIZE];   // its path
-    bool g_bLost = false;         // some of it could not be written
-    bool g_bWriting = false;
+    bool g_bLost = false;         // whether some of it could not be written
+    bool g_bWriting = false;      // whether it is being written
     constinit plat::Symbols_c g_Symbols;
     char g_szDialog[LINE_SIZE];
     char g_szSourceFile[NAME_SIZE];   // of the last line that LogSourceString found
@@ -152,7 +152,8 @@ namespace
         }
     }
 
-    // The MMX registers are the low 64 bits of the x87 registers. The context has those in the order of the x87 stack.
+    // Writes the MMX registers: the low 64 bits of the x87 registers. The context has those in the order of the x87
+    // stack.
     void WriteMmx(plat::FaultContext_t const & Context)
     {
         int const iTop = (Context.nX87Status >> 11) & 7;

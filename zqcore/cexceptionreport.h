@@ -47,8 +47,8 @@ namespace plat
 class ExceptionReport_c
 {
 public:
-    static constexpr unsigned REPORT_LIMIT = 30000;   // milliseconds
-    static constexpr unsigned HOST_LIMIT = 5000;      // milliseconds
+    static constexpr unsigned REPORT_LIMIT = 30000;   // milliseconds for each part of a report
+    static constexpr unsigned HOST_LIMIT = 5000;      // milliseconds for each step into the host's code
 
     /// Sets UnhandledExceptionFilter as the fault filter.
     ExceptionReport_c();
@@ -68,8 +68,9 @@ public:
     /// - Opens the descriptors for a crash again if the host has closed them.
     ZQ_API void SetLogFileName(wchar_t const * sFolder, wchar_t const * sName);
 
-    /// Sets the log's name to the executable's path, with RPT in place of the three characters after its first dot,
-    /// which may be a dot in a folder's name. A path without a dot, or with fewer characters after it, stays as it is.
+    /// Sets the log's name to the executable's path, in which RPT replaces the three characters after the first dot.
+    /// That dot may be in a folder's name. A path without a dot, or with fewer characters after it, stays as it is. On
+    /// failure the name is empty.
     ZQ_API void SetReportFileAutoName();
 
     /// Sets the program that reads names, lines and variables for reports and for the traces in dialogs. Null or empty
@@ -92,8 +93,9 @@ public:
     /// Writes the report of a fault. It is the fault filter. Returns what the previous filter returns, or 0 without
     /// one.
     ///
-    /// In silent mode the first call stack goes to standard error instead of a dialog, and the process ends at once
-    /// with status 1. Handlers of exit do not run, because they could wait for what the crashed thread holds.
+    /// In silent mode the report ends after the first call stack, which goes to standard error instead of a dialog. The
+    /// process then ends at once with status 1. Handlers of exit do not run, because they could wait for what the
+    /// crashed thread holds.
     ZQ_API static long UnhandledExceptionFilter(plat::FaultPointers_t const * pFault);
 
     /// Writes a formatted text, cut at 1023 bytes, to the report, without a zero at its end. Returns the text's length

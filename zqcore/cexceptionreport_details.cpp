@@ -24,7 +24,7 @@ namespace
 
     // Makes the path of the details beside a report: the report's stem and an ending. A path that does not fit becomes
     // empty.
-    void DetailsPath(char * szPath, char const * szReport, char const * szMore)
+    void MakeDetailsPath(char * szPath, char const * szReport, char const * szMore)
     {
         constexpr std::size_t REPORT_ENDING = 4;   // ".rpt"
         std::size_t const nReport = std::strlen(szReport);
@@ -37,12 +37,12 @@ namespace
         }
     }
 
-    struct FaultKind_t
+    struct FaultKind_s
     {
         std::uint32_t nCode;
         char const * szKind;
     };
-    constexpr FaultKind_t FAULT_KINDS[] = {
+    constexpr FaultKind_s FAULT_KINDS[] = {
         { plat::FAULT_BREAKPOINT, "trap" },
         { plat::FAULT_SINGLE_STEP, "trap" },
         { plat::FAULT_ILLEGAL_INSTRUCTION, "instruction" },
@@ -64,7 +64,7 @@ namespace
 
     char const * KindOf(plat::FaultRecord_t const & Record)
     {
-        for (FaultKind_t const & Kind : FAULT_KINDS)
+        for (FaultKind_s const & Kind : FAULT_KINDS)
         {
             if (Kind.nCode == Record.nCode)
             {
@@ -256,14 +256,14 @@ exceptionreport::Details_c::Details_c(char const * szReport)
     char szPath[PATH_SIZE];
     if (szReport[0] != '\0')
     {
-        m_hFile = MakeUnderFreeName(szPath, [&](char const * szMore) { DetailsPath(szPath, szReport, szMore); });
+        m_hFile = MakeUnderFreeName(szPath, [&](char const * szMore) { MakeDetailsPath(szPath, szReport, szMore); });
     }
     AddLines(HEAD);
 }
 
-// A fault or a limit may end this at any step, so the buffer counts a line only after the whole line is in it.
 void exceptionreport::Details_c::EndLine()
 {
+    // A fault or a limit may end this at any step, so the buffer counts a line only after the whole line is in it.
     constexpr char CUT[] = "...\n";
     if (m_Line.IsCut())
     {
@@ -316,7 +316,7 @@ void exceptionreport::Details_c::Cut(unsigned nLimit)
     EndLine();
 }
 
-// A limit may end this too. The next call then writes what the file does not have yet.
+// Writes the buffer to the file. A limit may end this too. The next call then writes what the file does not have yet.
 void exceptionreport::Details_c::Flush()
 {
     if (!m_bFlushing)

@@ -42,9 +42,11 @@ namespace exceptionreport
         /// Appends an ending. Cuts the text to make it fit.
         void AddEnd(char const * szEnd);
         bool IsFull() const { return m_nLength + 1 >= m_nSize; }
-        bool IsCut() const { return m_bCut; }   // something did not fit since the text was last empty
         std::size_t GetLength() const { return m_nLength; }
         char const * Get() const { return m_szText; }
+
+        /// Returns whether something did not fit since the text was last empty.
+        bool IsCut() const { return m_bCut; }
 
         /// Cuts the text at a length that it had before.
         void CutAt(std::size_t nLength);
@@ -75,7 +77,7 @@ namespace exceptionreport
         char const * m_pText;
         mutable unsigned m_iNext = 1;   // number and start of the line after the one that was found last
         mutable char const * m_pNext;
-        mutable bool m_bEnded = false;   // no line ends after m_pNext
+        mutable bool m_bEnded = false;   // whether no line ends after m_pNext
     };
 
     /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
@@ -85,7 +87,8 @@ namespace exceptionreport
     /// Returns the name of a fault's code, or the system's text for a code without one.
     char const * FaultName(std::uint32_t nCode);
 
-    /// Runs a part of the report. Returns false if it faulted or took longer than nLimit milliseconds.
+    /// Runs a part of the report and returns true. Returns false if it faulted or took longer than nLimit milliseconds;
+    /// 0 for no limit.
     template <typename CALL>
     bool Guarded(unsigned nLimit, CALL Call)
     {
@@ -179,7 +182,7 @@ namespace exceptionreport
         plat::RawFile_t m_hFile = nullptr;
         char m_szBuffer[BUFFER_SIZE];
         std::size_t volatile m_nWhole = 0;      // bytes of whole lines in the buffer
-        bool volatile m_bFlushing = false;      // a write of the buffer has begun
+        bool volatile m_bFlushing = false;      // whether a write of the buffer has begun
         std::uint64_t volatile m_nBefore = 0;   // bytes of the file before it
         bool m_bLost = false;
         bool m_bStuck = false;

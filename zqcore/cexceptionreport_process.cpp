@@ -92,18 +92,18 @@ namespace
     void WriteMemory(Details_c & Details)
     {
         constexpr int LARGEST = 10;
-        struct Category_t
+        struct Category_s
         {
             std::ptrdiff_t nBytes;
             int iCategory;
         };
-        Category_t dCategories[mem::TOTAL];
+        Category_s dCategories[mem::TOTAL];
         for (int i = 0; i < mem::TOTAL; ++i)
         {
             dCategories[i] = { MemoryBytesNow(static_cast<mem::Categories_e>(i)), i };
         }
         std::sort(std::begin(dCategories), std::end(dCategories),
-            [](Category_t const & a, Category_t const & b)
+            [](Category_s const & a, Category_s const & b)
             { return a.nBytes != b.nBytes ? a.nBytes > b.nBytes : a.iCategory < b.iCategory; });
         Details.AddLines("memory:\n");
         for (int i = 0; i < LARGEST && dCategories[i].nBytes > 0; ++i)
@@ -114,7 +114,7 @@ namespace
         }
     }
 
-    // Returns where the last nLines lines of a text begin. A last line without an end counts too.
+    // Returns the start of the last nLines lines of a text. A last line without an end counts too.
     char const * LastLines(char const * szText, std::size_t nText, int nLines)
     {
         char const * p = szText + nText - (nText > 0 && szText[nText - 1] == '\n' ? 1 : 0);

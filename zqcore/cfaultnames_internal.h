@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+/// Row of FAULT_NAMES.
 struct FaultName_s
 {
     std::uint32_t nCode;

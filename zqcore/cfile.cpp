@@ -28,7 +28,7 @@ namespace
         }
     }
 
-    // Untracks first: another thread may get the same handle number as soon as this one is closed.
+    // Untracks a file, then closes it: another thread may get the same handle number as soon as this one is closed.
     void CloseTracked(plat::File_t hFile)
     {
         FileCloseTracker(hFile);
@@ -80,7 +80,7 @@ namespace
         return File.Release();
     }
 
-    // Other threads read the length without the file's lock.
+    // Stores size and times. Other threads read the length without the file's lock.
     void StoreFactsOf(File_c & File, plat::FileFacts_t const & Facts)
     {
         int const iLength = static_cast<int>(static_cast<std::uint32_t>(Facts.nSize));
@@ -240,10 +240,9 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
     return true;
 }
 
-// Several threads may open and close streams of one file.
 void File_c::CountRead()
 {
-    std::atomic_ref(iReads).fetch_add(1, std::memory_order_relaxed);
+    std::atomic_ref(iReads).fetch_add(1, std::memory_order_relaxed);   // several threads may use streams of one file
 }
 
 void File_c::ReportOpen() const

@@ -3,7 +3,7 @@
 // Every file that can be read by name is one long-lived File_c. A scan of the media folders registers it (cfilepath.h).
 // The first FileOpen reads the whole file into one block, later ones raise a count, and the last FileClose frees the
 // block. All readers share the block. Load and FileStored_c read from the disk and do not use the block. In names, case
-// does not matter, `/` and `\` both separate, and a folder in front of a known bare name is ignored.
+// does not matter, and `/` and `\` both separate. Lookups ignore a folder before a known bare name.
 //
 // Ownership: the table of files owns the objects. A File_c * is valid until FileKill, FileResetFiles, FileReset or the
 // module's shutdown. The contents are valid until the caller's FileClose, or until a Refresh replaces them. A stream
@@ -80,13 +80,15 @@ public:
     virtual ~File_c();
 
     /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer, which has room for iLength
-    /// bytes. Adds no reference. Returns whether the own block is resident. So a read from the disk into pBuffer
-    /// returns false, although the bytes are there; a resident block is copied to pBuffer and the result is true. A
-    /// file that is larger than pBuffer is not read; iLength is then its new size. Takes no lock: FileOpen calls it
-    /// inside the file's lock.
+    /// bytes. Adds no reference, except for a stayer (StayerDoWork). Returns whether the own block is resident.
+    /// Enters no lock itself: FileOpen calls it inside the file's lock. If pBuffer is not null:
+    /// - A resident block is copied to it, and the result is true.
+    /// - A file that is not resident is read into it from the disk, and the result is false. If GetWhyNot is empty, the
+    ///   bytes are there.
+    /// - A file that has become larger than pBuffer is not read. iLength is then its new size.
     virtual bool Open(void * pBuffer) = 0;
 
-    /// Frees the block. The count stays. Takes no lock: FileClose calls it inside the file's lock.
+    /// Frees the block. The count stays. Enters no lock itself: FileClose calls it inside the file's lock.
     virtual void Close() = 0;
 
     /// Returns the part of the key after its last dot, or an empty text if there is none.
@@ -110,15 +112,15 @@ public:
     plat::FileTime_t ftCreationTime = 0;     // 100-nanosecond ticks since 1601-01-01 UTC
     bool bOpened = false;                    // whether FileOpen ever opened or FileOpenStored ever found it
     bool bDuplicate = false;                 // whether another file of this key was found and not registered
-    plat::FileTime_t ftLastWriteTime = 0;    // as ftCreationTime; 0 if it came from the cache and was never opened
-    int iReads = 0;                          // one for each read of the whole file, two for each stream; Load adds none
-    String_T<256> sRequestedName;            // see GetFileName
+    plat::FileTime_t ftLastWriteTime = 0;    // ticks as in ftCreationTime; 0 if from the cache and never opened
+    int iReads = 0;                          // reads of the whole file, and two for each stream; Load adds none
+    String_T<256> sRequestedName;            // result of GetFileName
 
 protected:
     File_c() = default;
 
-    /// Returns the lock of pData and the count. It is re-entrant. The locks of lists and logs are taken inside it,
-    /// never around it.
+    /// Returns the lock of pData and the count. It is re-entrant. The locks of lists and logs are entered inside
+    /// it, never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
     /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for each reason. Any thread.
@@ -143,7 +145,8 @@ protected:
     /// Stores that a refresh freed the block although there are references to it.
     void SetLost() { m_bLost = true; }
 
-    /// Clears the flag that Open must leave the lock while it reads, and returns what it was. Open calls it once.
+    /// Clears the flag that Open must leave the lock while it reads, and returns its previous value. Open calls it
+    /// once.
     bool TakeUnlocked();
 
 private:
@@ -180,13 +183,13 @@ private:
     /// Releases the lock if another thread holds it. For the child of a fork, where no other thread exists.
     void RenewLock();
 
-    std::atomic<int> m_iOpensCount = 0;   // changed under the lock
+    std::atomic<int> m_iOpensCount = 0;   // references to the block; changed under the lock
     plat::Lock_c m_Lock;
-    std::atomic<Reason_t *> m_pWhyNot = nullptr;   // owned; null until a read fails
+    std::atomic<Reason_t *> m_pWhyNot = nullptr;   // reason for GetWhyNot, owned; null without one
     File_c * m_pHidden = nullptr;                  // object of the same key that this one hides; owned
-    bool m_bLost = false;                          // see SetLost
+    bool m_bLost = false;                          // whether a refresh freed the block despite references
     bool m_bStayer = false;                        // whether it was added to the list of stayers
-    bool m_bUnlocked = false;                      // see TakeUnlocked
+    bool m_bUnlocked = false;                      // whether Open must leave the lock while it reads
 };
 
 /// A file in a folder. Objects are made and destroyed on the main thread. They are allocated from a pool. Each growth
@@ -264,11 +267,11 @@ private:
 
     plat::File_t m_hFile = nullptr;
     File_c * m_pFile;
-    int m_iLength;   // see FileSize
+    int m_iLength;   // result of FileSize
 };
 
-/// Whether opening a stream asserts. If the developer continues, the stream opens. False at start; set by the
-/// application.
+/// Whether opening a stream asserts. If the developer continues, the stream opens. False at start; the application
+/// sets it.
 extern ZQ_API bool g_bFileReadDisabled;
 
 /// Finds a file by its bare name, or else by the whole name, adds a reference to its contents and returns it. Returns

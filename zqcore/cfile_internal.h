@@ -73,7 +73,7 @@ private:
     char m_szText[FOLDED_LENGTH + 1];
 };
 
-/// Returns the length of a file that another thread may be opening.
+/// Returns the length in bytes of a file that another thread may be opening.
 inline int FileLength(File_c const & File)
 {
     return std::atomic_ref(const_cast<int &>(File.iLength)).load(std::memory_order_relaxed);
@@ -102,7 +102,7 @@ File_c * FileOpenUnlogged(char const * name);
 /// Logs name and reason of a failure if SetTextErrorLog is on.
 ZQ_COLD void FileLogWhyNot(char const * szName, char const * szReason);
 
-/// Stores why FileAddOneFile failed, for FileGetWhyNot. Returns false.
+/// Stores why FileAddOneFile failed, for FileGetWhyNot, and logs it if SetTextErrorLog is on. Returns false.
 ZQ_COLD bool FileNoteNotAdded(char const * szFile, char const * szReason);
 
 /// Takes ownership of a folder's text that left the table while a file still points to it. FileReset frees it.
@@ -124,21 +124,21 @@ void FileForget(File_c & File);
 /// Removes one or all entries of a file from the list of stayers, without closing it.
 void FileStayerForget(File_c const & File, bool bAll);
 
-inline constexpr int STAYER_EXT_LENGTH = 8;                         // an extension is cut at 7 characters
-extern Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;   // with their dots
-extern Array_T<File_c *, 128, 0> g_dStayerFiles;                    // one entry per reference, in order of first read
+inline constexpr int STAYER_EXT_LENGTH = 8;                         // bytes of an extension, its zero included
+extern Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;   // registered extensions, with their dots
+extern Array_T<File_c *, 128, 0> g_dStayerFiles;   // stayers, one entry per reference, in the order of the reads
 
 /// A request for an asynchronous read.
 struct AsyncFile_t
 {
     File_c * pFile = nullptr;
-    void * pBuffer = nullptr;   // where the contents go; null for the file's own block
-    bool bLoaded = false;       // the poll reads it without the lock
+    void * pBuffer = nullptr;   // buffer for the contents; null for the file's own block
+    bool bLoaded = false;       // whether the request is done; the poll reads it without the lock
     int iRoom = 0;              // bytes that pBuffer holds
 };
 
-extern Array_T<AsyncFile_t, 32, 0> g_pAsyncFiles;   // oldest first; only the main thread adds and deletes
-extern plat::Lock_c g_csAsync;                      // guards g_pAsyncFiles
+extern Array_T<AsyncFile_t, 32, 0> g_pAsyncFiles;   // requests, oldest first; only the main thread adds and deletes
+extern plat::Lock_c g_csAsync;                      // lock of g_pAsyncFiles
 extern plat::Thread_c g_hAsyncThread;               // the worker
 
 /// Start and stop the worker. The stop drops the remaining requests. It raises the worker to the normal scheduling
@@ -201,7 +201,7 @@ struct FileOpenTrack_t
 
 inline constexpr int FILE_OPEN_TRACKS = 256;   // length of the list; further handles are only counted
 extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
-extern int g_iMaxOpenFiles;   // more open handles raise an Achtung
+extern int g_iMaxOpenFiles;   // limit: more open handles raise an Achtung
 
 extern std::uint32_t g_dwFileOpenLogMode;               // a bit for each response log that is written
 extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in the clean response log

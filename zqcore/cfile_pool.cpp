@@ -9,10 +9,10 @@
 
 namespace
 {
-    constexpr int FILES_EXPECTED = 8192;   // each growth has room for at least a sixteenth of them
+    constexpr int FILES_EXPECTED = 8192;   // expected files; each growth has room for at least a sixteenth of them
     static_assert(alignof(FileOnDisk_c) <= MEMORY_ALIGNMENT);
 
-    // Never destroyed: objects may outlive every destructor of the process.
+    // Returns the pool. It is never destroyed: objects may outlive every destructor of the process.
     GigaPoolResizeable_c & Pool()
     {
         alignas(GigaPoolResizeable_c) static std::byte s_dRoom[sizeof(GigaPoolResizeable_c)];
@@ -24,7 +24,7 @@ namespace
     // later one that its construction will write, before and after the text sRequestedName.
     void * AllocateObject()
     {
-        constexpr std::size_t LINE = 64;
+        constexpr std::size_t LINE = 64;   // bytes of a cache line
         constexpr std::size_t BYTES_AFTER = sizeof(plat::Lock_c) + LINE;
         constexpr std::size_t BYTES_BEFORE = sizeof(File_c) - sizeof(plat::Lock_c) - sizeof(File_c::sRequestedName);
         auto * const pRoom = static_cast<char *>(Pool().Alloc(false));
@@ -41,7 +41,7 @@ namespace
     }
 }
 
-// A derived class may be larger; its objects are allocated from the heap.
+// Allocates the objects of a derived class, which may be larger, from the heap.
 void * FileOnDisk_c::operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
 {
     return nBytes == sizeof(FileOnDisk_c) ? AllocateObject() : ::operator new(nBytes, iBlockType, sFile, iLine);
@@ -64,7 +64,7 @@ void FileOnDisk_c::operator delete(void * pObject, std::size_t nBytes)
     }
 }
 
-// Called only if a constructor throws, and none does.
+// Runs only if a constructor throws, and none does.
 void FileOnDisk_c::operator delete(void * pObject, int, char const *, int) noexcept
 {
     operator delete(pObject, sizeof(FileOnDisk_c));

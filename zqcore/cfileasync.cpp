@@ -19,7 +19,7 @@ public:
     // Runs the worker until it must stop.
     static void Work(void *);
 
-    // In the child of a fork: discards the worker and renews the locks that it may have held.
+    // Discards the worker, in the child of a fork, and renews the locks that it may have held.
     static void LeaveWorker();
 
     // Serves all requests in this call. A receiver of the event of an open may add requests; the outer call serves
@@ -48,11 +48,11 @@ constinit plat::Thread_c g_hAsyncThread;
 
 namespace
 {
-    constinit plat::Lock_c g_StayerLock;   // guards both lists of stayers
-    constinit plat::WakeUp_c g_WakeUp;     // a request was added, or the worker must stop
+    constinit plat::Lock_c g_StayerLock;   // lock of both lists of stayers
+    constinit plat::WakeUp_c g_WakeUp;     // signal that a request was added or the worker must stop
     constinit std::atomic<bool> g_bStop = false;
     constinit bool g_bNoWorker = false;     // whether the system refused a thread
-    constinit bool g_bWorkerLost = false;   // set in the child of a fork until it starts a worker
+    constinit bool g_bWorkerLost = false;   // whether the child of a fork must still start a worker
 
     plat::ForkLock_c const g_AsyncForkLock(g_csAsync);
     plat::ForkLock_c const g_StayerForkLock(g_StayerLock);
@@ -126,7 +126,7 @@ namespace
         return reinterpret_cast<void *>(std::intptr_t{ iRequest });
     }
 
-    // In the child of a fork the first use starts a worker. It begins with the request that the parent's worker was
+    // Starts a worker at the first use in the child of a fork. It begins with the request that the parent's worker was
     // serving.
     void RestoreWorker()
     {

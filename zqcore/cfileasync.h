@@ -3,7 +3,7 @@
 // A stayer is a file that stays in memory after its last reader closed it. The game registers extensions. Each read of
 // a file with such an extension into its own block, a refresh too, adds a reference, which FileStayerResetAll releases.
 // FileResetFiles releases one of them for each file that it removes, so a stayer that was refreshed stays in memory,
-// out of the table, until FileStayerResetAll or FileReset. Prefetch reads all files of an extension now. An
+// out of the table, until FileStayerResetAll or FileReset. Prefetch reads all files of an extension at once. An
 // asynchronous open passes a read to the worker, a thread at idle class that ModuleFile_c starts and stops; the caller
 // polls for the end.
 //
@@ -24,7 +24,7 @@
 // Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. An open or a close
 //   of that file, or the shutdown of the module, waits for the read and raises the worker to the normal class
 //   meanwhile. On a system that cannot raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c
-//   without its lock: a FileOpen then reads the file itself, and the shutdown aborts the read of the worker. Nothing
+//   without its lock: a FileOpen then reads the file itself, and the shutdown cancels the read of the worker. Nothing
 //   else here waits for a read in progress. The child of a fork has the requests and files of the parent, and starts a
 //   worker at the first call that needs one. At the fork no other thread may use a file that is in no table and has no
 //   request.

@@ -56,7 +56,7 @@ namespace
 
     struct NotedFolder_s
     {
-        std::uint32_t nPath;   // the checksum of its path
+        std::uint32_t dwPath;   // the checksum of its path
         CacheStamp_s Stamp;
     };
     constinit bool g_bCheck = false;
@@ -70,15 +70,15 @@ namespace
 
     CacheStamp_s & NotedOf(Folder_t const & sFolder)
     {
-        std::uint32_t const nPath = CacheIndexOf(sFolder);
+        std::uint32_t const dwPath = CacheIndexOf(sFolder);
         for (NotedFolder_s & Noted : g_dNoted)
         {
-            if (Noted.nPath == nPath)
+            if (Noted.dwPath == dwPath)
             {
                 return Noted.Stamp;
             }
         }
-        return g_dNoted[g_dNoted.Add({ nPath, UNKNOWN })].Stamp;
+        return g_dNoted[g_dNoted.Add({ dwPath, UNKNOWN })].Stamp;
     }
 
     // The location of a cache.
@@ -91,7 +91,7 @@ namespace
             sFolder = Folder_t(sFile).SubStr(0, sFile.GetLength() - sBare.Length());
         }
 
-        Folder_t sFolder;   // in the form of g_sPaths
+        Folder_t sFolder;   // folder in the form of g_sPaths
         Folder_t sBare;
     };
 
@@ -103,16 +103,16 @@ namespace
         {
             return UNKNOWN;
         }
-        std::uint64_t nNames = 0;
+        std::uint64_t iNames = 0;
         for (std::size_t i = 0; i < Listing.GetCount(); ++i)
         {
             char const * const szName = Listing.GetEntry(i).szName;
             if (StrCompareNoCase(szName, Cache.sBare) != 0 && !FileReplacement_c::IsBeside(szName))
             {
-                nNames = nNames * 31 + CacheIndexOf(szName);
+                iNames = iNames * 31 + CacheIndexOf(szName);
             }
         }
-        return { CACHE_STAMP_OF_NAMES, nNames };
+        return { CACHE_STAMP_OF_NAMES, iNames };
     }
 
     // Returns the stamp of the cache's own folder for saving. Returns UNKNOWN if the folder has changed since the scan:
@@ -198,8 +198,8 @@ namespace
     void SaveStamps(
         Serializeable_c & Archive, MediaRoot_c const & Root, Folder_t const & sOwn, CacheStamp_s const & Own)
     {
-        std::uint32_t nFollow = CACHE_STAMPS_FOLLOW;
-        Archive.Serialize(nFollow);
+        std::uint32_t dwFollow = CACHE_STAMPS_FOLLOW;
+        Archive.Serialize(dwFollow);
         ForEach(g_sPaths,
             [&](Folder_t const * pFolder)
             {
@@ -324,8 +324,8 @@ namespace
     private:
         struct Folder_s
         {
-            Folder_t const * pPath = nullptr;   // null if g_sPaths is full
-            bool bTooLong = false;
+            Folder_t const * pPath = nullptr;   // folder in g_sPaths; null if that is full
+            bool bTooLong = false;              // whether the load skips the folder and its files
         };
 
         int LoadCount();
@@ -506,9 +506,9 @@ namespace
         {
             Record.Serialize(Archive);
         }
-        std::uint32_t nFollow = 0;
-        Archive.Serialize(nFollow);
-        return !Archive.IsFailed() && nFollow == CACHE_STAMPS_FOLLOW;
+        std::uint32_t dwFollow = 0;
+        Archive.Serialize(dwFollow);
+        return !Archive.IsFailed() && dwFollow == CACHE_STAMPS_FOLLOW;
     }
 
     Folder_t CacheReader_c::WhyNot(MediaRoot_c const & Root) const

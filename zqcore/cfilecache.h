@@ -1,4 +1,4 @@
-// cfilecache.h: a cache of the tables of files and folders, so that a start reads no folder.
+// cfilecache.h: a cache of the tables of files and folders, so that a start need not scan the media root.
 //
 // ModuleFile_c loads the cache instead of scanning if FilesystemCacheInit named one. At shutdown it writes the cache if
 // SetCacheFile named one, or if a file named filesystemcache.bin is known. Folders are stored relative to the media
@@ -47,7 +47,7 @@ ZQ_API bool FilesystemCacheLoad();
 
 /// Sets whether scans store the size and time of each folder, and FilesystemCacheSave writes them after the records,
 /// for FilesystemCacheIsCurrent. False at start. Requires a call before the scan. Costs one system call for each
-/// folder. ModuleFile_c::CheckCache does all of this.
+/// folder. ModuleFile_c calls it at its start after CheckCache(true).
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
 /// Returns whether no folder of the cache that FilesystemCacheInit named has changed since it was scanned. A folder has

@@ -11,10 +11,11 @@ inline std::uint32_t CacheIndexOf(char const * szRelative)
     return GetCrc32Polynomial(szRelative, static_cast<int>(std::strlen(szRelative)));
 }
 
+/// Record of a folder of the media root.
 struct CacheFolder_s
 {
-    std::uint32_t nIndex = 0;
-    String_T<256> sRelative;
+    std::uint32_t nIndex = 0;   // index of sRelative (CacheIndexOf)
+    String_T<256> sRelative;    // path below the media root, from the separator on
 
     bool HasItsIndex() const { return nIndex == CacheIndexOf(sRelative); }
     bool IsSound() const { return HasItsIndex() && sRelative[0] == '\\' && sRelative.Ends("\\"); }
@@ -26,9 +27,10 @@ struct CacheFolder_s
     }
 };
 
+/// Record of a file.
 struct CacheFile_s
 {
-    std::uint32_t nIndex = 0;
+    std::uint32_t nIndex = 0;   // index of its folder
     plat::FileTime_t ftCreationTime = 0;
     int iLength = 0;
     File_c::Key_t sName;

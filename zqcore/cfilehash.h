@@ -5,7 +5,7 @@
 //
 // Ownership: the bytes belong to the library and live as long as the process.
 // Threads: main thread.
-// Cost: a walk over the table of files, without the disk.
+// Cost: a walk over the table of files, without the disk. It allocates a list of the CSV files.
 // Failure: no call fails.
 //
 //     FileBuildMediaHash(true);

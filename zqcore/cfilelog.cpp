@@ -25,10 +25,10 @@ namespace
 {
     constexpr int LIMIT_STEP = 10;   // open handles between two complaints
 
-    constinit plat::Lock_c g_TrackerLock;   // guards the list, its limit and the count below
+    constinit plat::Lock_c g_TrackerLock;   // lock of the list, its limit and the count below
     plat::ForkLock_c const g_TrackerForkLock(g_TrackerLock);
     int g_nUnlisted = 0;                              // open handles that found no room in the list
-    ZQ_THREAD_LOCAL bool t_bTrackerDumping = false;   // logging may open files: this thread's calls are ignored
+    ZQ_THREAD_LOCAL bool t_bTrackerDumping = false;   // whether this thread's calls are ignored: logging may open files
 
     bool IsValid(void const * hFile)
     {
@@ -79,7 +79,7 @@ namespace
         Dump();
     }
 
-    // Adds the handle to the list. Returns the limit that this exceeds, or 0. bListed becomes whether there was room.
+    // Adds the handle to the list. Returns the limit that this exceeds, or 0. Sets bListed to whether there was room.
     int List(void * hFile, char const * sName, bool & bListed)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
@@ -166,7 +166,7 @@ namespace
         std::FILE * pStream;
     };
 
-    constinit plat::Lock_c g_ResponseLock;   // guards the streams, the mode and the clean names
+    constinit plat::Lock_c g_ResponseLock;   // lock of the streams, the mode and the clean names
     plat::ForkLock_c const g_ResponseForkLock(g_ResponseLock);
     constinit ResponseLog_s g_dResponseLogs[] = {
         { FILE_LOG_PLAIN, ".rsp", nullptr },

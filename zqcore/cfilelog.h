@@ -39,7 +39,7 @@ ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 /// -1 are ignored.
 ZQ_API void FileCloseTracker(void * hFile);
 
-/// The response logs.
+/// Bits of the response logs.
 inline constexpr std::uint32_t FILE_LOG_PLAIN = 1;      // <name>.rsp: each open, in order
 inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp: each path once
 inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: as the plain log

@@ -20,7 +20,7 @@
 #include "zqcore/cstring.h"
 
 /// Set and return the name pattern of the packs, "media*.zq" at start. FileSetMediaTemplate asserts that it holds one
-/// `*`, with a dot after it; otherwise the previous pattern stays.
+/// `*`, directly before a dot; otherwise the previous pattern stays.
 ZQ_API void FileSetMediaTemplate(char const * sTemplate);
 ZQ_API String_T<256> FileGetMediaTemplate();
 
@@ -50,11 +50,13 @@ extern ZQ_API bool g_bAddon;
 
 /// Module of the file system. Depends on ModuleLog_c.
 ///
-/// Initialize takes the game's name from the command line ("pqx" without one). It excludes the folders _svn, CVS, .svn,
-/// $$$pqxautosave and $$$pqxbackup and the files .cvsignore and message.log, and fills the tables. If there is a cache
-/// (cfilecache.h), it loads the cache and scans only the folders profiles and mapscache of the media root, which change
-/// while a game runs. Without a cache it scans the media root. Then it starts the worker of cfileasync.h and computes
-/// the media hash (cfilehash.h). The idle heartbeat looks for changed files (cfiletrack.h).
+/// Initialize reads the game's name from the command line ("pqx" without one). It excludes the folders _svn, CVS, .svn,
+/// $$$pqxautosave and $$$pqxbackup and the files .cvsignore and message.log, and fills the tables. Then it starts the
+/// worker of cfileasync.h and computes the media hash (cfilehash.h). The idle heartbeat looks for changed files
+/// (cfiletrack.h).
+///
+/// The tables come from a cache (cfilecache.h), if there is one. Initialize then scans only the folders profiles and
+/// mapscache of the media root, which change while a game runs. Without a cache it scans the media root.
 ///
 /// Shutdown stops the worker and writes the cache: the one of SetCacheFile, or else filesystemcache.bin in the media
 /// root if a file of that name is known. Then it empties the tables, the exclude lists, the types of stayers and

@@ -28,7 +28,7 @@
 // Threads: main thread.
 // Cost: a scan reads each folder once and allocates for each file and folder.
 // Failure: what can't be registered is skipped with a log line. After a failure of the system FileScanIsWhole returns
-// false.
+// false. A null path or name asserts.
 //
 //     FileAlwaysExcludeFolder("sources");
 //     if (FileAddSearchPath("media", true, false))
@@ -99,10 +99,10 @@ enum class FileSkip_e
 struct FileSkip_t
 {
     FileSkip_e eWhy;         // the rule that applied
-    char const * szFolder;   // as g_sPaths has it, or empty if that is full; of an entry of an archive: the archive
-    char const * szName;     // as the disk spells it; empty for szFolder itself; if a duplicate or full: the key
+    char const * szFolder;   // folder in the form of g_sPaths; may be empty if that is full; or the archive of an entry
+    char const * szName;     // name as the disk spells it; empty for szFolder itself; of Duplicate and NoRoom: the key
     char const * szWhy;      // one statement in English
-    File_c const * pFirst;   // of a duplicate: the file that has its key, or else null
+    File_c const * pFirst;   // file that has the key of a duplicate; otherwise null
 };
 
 /// Event that fires, forced, for each entry that a scan skips, and for those that it enters in another way than their
@@ -116,8 +116,8 @@ extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 ZQ_API void FileRemoveSearchPath(char const * sPath, bool bUnused);
 
 /// Closes each file of a folder and its subfolders once, and removes the files and the folders. Returns whether
-/// anything was removed. A file that has further references is no longer found, but stays valid, with its folder, until
-/// FileReset. Requires that the holder of a file's only reference, if it is not the list of stayers, no longer uses it.
+/// anything was removed. A file that has further references leaves the table, but stays valid, with its folder, until
+/// FileReset. Requires that a caller with the only reference to a file does not use it afterwards.
 ZQ_API bool FileResetFiles(char const * sPath);
 
 /// Destroys all files and removes all folders. Requires that no file is in use.
@@ -130,7 +130,8 @@ ZQ_API bool FileAddOneFile(char const * sFile);
 
 /// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. The table then owns
 /// it. If the key is present, returns HASH_PRESENT and adds nothing, unless bOver is set: then pFile hides the present
-/// object. Returns HASH_FULL, and adds nothing, if the table has no room. Requires a null pPath if bOver is set.
+/// object. Returns HASH_FULL, and adds nothing, if the table has no room. Asserts that pFile has a key, and no pPath if
+/// bOver is set.
 ///
 /// A hidden object is in the table again when the object that hides it is destroyed. Until then no lookup finds it, but
 /// pointers to it stay valid. FileResetFiles removes it with its folder, FileReset destroys it, and

@@ -90,13 +90,13 @@ void FileScanForgetMissed(char const * szPrefix);
 class FileHiding_c
 {
 public:
-    /// See FileAddObject.
+    /// Adds a file as FileAddObject does.
     static HashAdd_e Add(File_c & File, bool bOver);
 
     /// Returns the first object of the chain that lies in a folder, or null.
     static File_c * InFolder(File_c & Top);
 
-    /// Puts the object that a file hid into the table. Requires that the file has left the table.
+    /// Adds the object that a file hid to the table. Requires that the file has left the table.
     static void Reveal(File_c & File);
 
     /// Removes a file from the chain of its key. Returns false if no object hides it.
@@ -118,7 +118,7 @@ public:
     /// Returns whether an orphan points to this folder.
     bool UseFolder(String_T<256> const & sFolder) const;
 
-    /// Owns a folder from now on. DestroyFolders frees it.
+    /// Takes ownership of a folder, which DestroyFolders frees.
     void KeepFolder(String_T<256> * pFolder) { m_dFolders.Add(pFolder); }
 
     Array_T<File_c *, 64, 0> const & GetFiles() const { return m_dFiles; }

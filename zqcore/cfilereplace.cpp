@@ -52,11 +52,11 @@ FileReplacement_c::FileReplacement_c(char const * szFile, plat::Rights_e eRights
         return;
     }
     plat::FoldersCreate(m_sFile);
-    auto nNumber = static_cast<std::uint32_t>(plat::GoodClockTicks());
-    for (int i = 0; i < TRIES && !m_hFile; ++i, ++nNumber)
+    auto iNumber = static_cast<std::uint32_t>(plat::GoodClockTicks());
+    for (int i = 0; i < TRIES && !m_hFile; ++i, ++iNumber)
     {
         char szPrefix[16];   // not Va, whose buffers are shared by all threads
-        std::snprintf(szPrefix, sizeof szPrefix, "%s%08x-", PREFIX, nNumber);
+        std::snprintf(szPrefix, sizeof szPrefix, "%s%08x-", PREFIX, iNumber);
         m_sBeside = NameBeside(m_sFile, szPrefix);
         m_hFile = plat::FileMake(m_sBeside, eRights);
     }

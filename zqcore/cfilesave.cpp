@@ -13,8 +13,8 @@
 
 namespace
 {
-    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };         // the last character is the version of the seal
-    constexpr int MOST_PATH = 255 - 6;                      // leaves room for ".old99"
+    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };         // begins a seal; the last character is its version
+    constexpr int MOST_PATH = 255 - 6;                      // characters of the longest path: leaves room for ".old99"
     constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";   // prefix of a save's second name during a commit
     constexpr std::size_t MARK_FAMILY = 3;                  // leading bytes that all versions share
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
@@ -51,7 +51,7 @@ namespace
                == GetCrc32Polynomial(reinterpret_cast<char const *>(pData), static_cast<int>(nBefore));
     }
 
-    // Does not use Va, whose buffers are shared by all threads.
+    // Returns a text with a number at its end. Does not use Va, whose buffers all threads share.
     String_T<16> Numbered(char const * szText, int iNumber)
     {
         char szNumbered[16];

@@ -66,7 +66,7 @@ public:
 
     static constexpr int MOST_PREVIOUS = 9;   // maximum number of previous saves
 
-    /// Makes the missing folders of szFile and takes the lock. Does not open the save. The path has at most 249
+    /// Makes the missing folders of szFile and acquires the lock. Does not open the save. The path has at most 249
     /// characters. On failure IsLocked returns false.
     explicit FileSave_c(char const * szFile);
 
@@ -107,7 +107,7 @@ public:
 private:
     friend class FileSaveWriter_c;
 
-    class Contents_c;   // file object that a reader gets
+    class Contents_c;   // file object of a reader
 
     State_e Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);
     State_e SetState(State_e eState, char const * szWhyNot);

@@ -31,11 +31,11 @@ namespace
     constexpr int LOCK_WAIT = 10;             // milliseconds after each try
 
     String_T<256> g_sTrackPath;           // watched folder as the caller wrote it
-    plat::FolderWatch_c g_hTrackFolder;   // closed while tracking is off
+    plat::FolderWatch_c g_hTrackFolder;   // watch of that folder; closed while tracking is off
     alignas(4) unsigned char g_dTrackBuffer[BUFFER_BYTES];
     Array_T<String_T<256>, 1024, 0> g_dTrackIgnoreExts;
     String_T<1024> g_sTrackProblem;   // text of FileTrackGetProblem
-    unsigned g_iTrackRun = 0;         // counts starts and stops, because a callback may do either
+    unsigned g_iTrackRun = 0;         // identifier of the watch: a callback may end it or start another
     bool g_bTrackWalking = false;
 
     // The changed file of a record: the watched folder and the record's name. The name's characters up to U+00FF are
@@ -129,24 +129,28 @@ namespace
         g_hTrackFolder.Read(g_dTrackBuffer, READ_BYTES);
     }
 
-    // Requests the next batch at the end of the walk, also after an exception. Does nothing if a callback ended the
-    // watch.
-    struct NextRead_s
+    // Scope of a walk. Its end requests the next batch, also after an exception, unless a callback ended the watch.
+    class NextRead_c
     {
-        unsigned const iRun = g_iTrackRun;
-        ~NextRead_s()
+    public:
+        ~NextRead_c()
         {
-            if (iRun == g_iTrackRun)
+            if (IsSameRun())
             {
                 IssueRead();
             }
         }
+
+        bool IsSameRun() const { return m_iRun == g_iTrackRun; }
+
+    private:
+        unsigned const m_iRun = g_iTrackRun;
     };
 
     // Walks the records of a batch.
     ZQ_COLD void WalkBatch()
     {
-        NextRead_s const NextRead;
+        NextRead_c const NextRead;
         unsigned char const * pRecord = g_dTrackBuffer;
         plat::FolderChange_t Record;
         do
@@ -158,7 +162,7 @@ namespace
             }
             pRecord += Record.nNext;
         }
-        while (Record.nNext != 0 && NextRead.iRun == g_iTrackRun);
+        while (Record.nNext != 0 && NextRead.IsSameRun());
     }
 
     bool IsComplete()

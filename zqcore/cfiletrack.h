@@ -59,7 +59,7 @@ ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
 /// Reports what has changed since the last call. Waits at each changed file until no process has it open for writing:
 /// 10 ms in any case, and at most 5 seconds. If one still has it open after that time, the change is logged and lost.
-/// If the file is no longer at its path, the change is logged and lost without a wait. A call from within the callback
+/// If the file is not at its path, the change is logged and lost without a wait. A call from within the callback
 /// does nothing.
 ZQ_API void FileTrackDoWork();
 
@@ -68,5 +68,5 @@ ZQ_API void FileTrackShutdown();
 
 /// Registers the files that were added to the known folders since their scan, by bare name. Their size and times are 0
 /// until they are opened. Subfolders are not entered, exclusions do not apply, and deleted files stay in the table. A
-/// file whose name is known already, or that a scan would skip, is skipped without a log line.
+/// file is skipped without a log line if its name is known already, or if a scan would skip it by another rule.
 ZQ_API void FileRefresh();

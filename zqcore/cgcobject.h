@@ -34,6 +34,8 @@ namespace Tessel
         /// Makes a reference from pSource to pTarget, which may be null. Requires that pSource is not null. As a rule
         /// the reference is a member of it: `GcRef_c m_Next{ this };`.
         explicit GcRef_c(GcObj * pSource, GcObj * pTarget = nullptr);
+
+        /// Removes the reference from its source and target.
         ~GcRef_c();
         GcRef_c(GcRef_c const &) = delete;
         GcRef_c & operator=(GcRef_c const &) = delete;
@@ -51,18 +53,21 @@ namespace Tessel
         void UnlinkSource();
 
         GcObj * m_pTarget = nullptr;
-        GcObj * m_pSource;                     // null after the source was deleted
-        GcRef_c * m_pNextIncoming = nullptr;   // in the target's list
+        GcObj * m_pSource;                     // source; null after it was deleted
+        GcRef_c * m_pNextIncoming = nullptr;   // neighbours in the target's list
         GcRef_c * m_pPrevIncoming = nullptr;
-        GcRef_c * m_pNextOutgoing = nullptr;   // in the source's list
+        GcRef_c * m_pNextOutgoing = nullptr;   // neighbours in the source's list
         GcRef_c * m_pPrevOutgoing = nullptr;
     };
 
-    /// Base of collected objects.
+    /// Base of collected objects. All but the root come from new.
     class GcObj
     {
     public:
+        /// Adds the object to those of the collector.
         GcObj();
+
+        /// Sets all references from and to the object to null.
         virtual ~GcObj();
         GcObj(GcObj const &) = delete;
         GcObj & operator=(GcObj const &) = delete;
@@ -86,17 +91,17 @@ namespace Tessel
         void AddTo(GcObj *& pList);
         void RemoveFromList();
 
-        GcObj * m_pNext = nullptr;   // in one of the lists below, the newest first
+        GcObj * m_pNext = nullptr;   // next object in one of the lists below
         GcObj * m_pPrev = nullptr;
         [[maybe_unused]] std::uint32_t m_dwReserved = 0;   // always 0
-        int m_iEpoch;                                      // s_iEpoch of the last marking
+        int m_iEpoch;                                      // value of s_iEpoch in the last marking
         GcRef_c * m_pOutgoing = nullptr;
         GcRef_c * m_pIncoming = nullptr;
-        GcObj * m_pMarkNext = nullptr;   // while marking: next object whose references are to be followed
+        GcObj * m_pMarkNext = nullptr;   // next object whose references are to be followed, while marking
 
         static int s_iEpoch;   // number of the current marking
         static bool s_bCollecting;
-        static GcObj * s_pObjects;     // all objects but those of s_pCondemned
-        static GcObj * s_pCondemned;   // objects that a collection is about to delete
+        static GcObj * s_pObjects;     // all objects but those of s_pCondemned, the newest first
+        static GcObj * s_pCondemned;   // objects that a collection is about to delete, the oldest first
     };
 }

@@ -241,7 +241,7 @@ void GigaPoolStatic_c::Init(std::span<std::byte> Storage, int iElementSize)
     Start(m_Slab.Init(Storage, iElementSize));
 }
 
-// Begins with new storage.
+// Clears the marks and opens a group if the storage is new.
 void GigaPoolStatic_c::Start(bool bNew)
 {
     if (bNew)

@@ -90,9 +90,9 @@ public:
     /// returns null otherwise. A pool that was full at Reset returns null without the assertion.
     void * Alloc(bool bArray);
 
-    /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool.
-    /// Asserts that there is storage, that the element is in use, and that it was allocated with this bArray. An
-    /// element in use is freed even with a wrong bArray.
+    /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool,
+    /// otherwise true. Asserts that there is storage, that the element is in use, and that it was allocated with this
+    /// bArray. An element in use is freed even with a wrong bArray.
     bool Free(void const * pPtr, bool bArray);
 
     /// Returns whether the pointer lies in the storage. Asserts that there is storage.
@@ -176,7 +176,7 @@ public:
     GigaPoolResizeable_c(GigaPoolResizeable_c const &) = delete;
     GigaPoolResizeable_c & operator=(GigaPoolResizeable_c const &) = delete;
 
-    /// Works out the size of a chunk: a sixteenth of the bytes that iElements take, at least 256 KiB, rounded up to
+    /// Computes the size of a chunk: a sixteenth of the bytes that iElements take, at least 256 KiB, rounded up to
     /// whole groups of 32 elements, at most GigaPoolStatic_c::MAX_ELEMENTS. iElements is the number that the caller
     /// expects, not a limit. Allocates nothing. Asserts that the pool has no chunks.
     void Init(int iElements, int iElementSize);
@@ -197,7 +197,8 @@ public:
     /// leaves the water mark as it is. A chunk without elements becomes the spare, or is freed if there is a spare.
     bool Free(void const * pPtr, bool bArray) { return m_pMap->Free(pPtr, bArray); }
 
-    /// Returns whether a chunk with elements in use holds the pointer. The spare does not count.
+    /// Returns whether a chunk with elements in use holds the pointer. The spare does not count. With a shared map the
+    /// chunks of all its pools count.
     bool IsValid(void const * pPtr) const { return m_pMap->FindPool(pPtr) != nullptr; }
 
     /// Fails an assertion and returns false: it must not be called.
@@ -213,7 +214,7 @@ public:
 
 private:
     void * AllocSlow(bool bArray);
-    bool Free(Chunk_s & Chunk, GigaGroup_c * pGroups, unsigned iElement, bool bArray);
+    bool Free(Chunk_s & Chunk, GigaGroup_c * dGroups, unsigned iElement, bool bArray);
     void FreeSlow(Chunk_s & Chunk, unsigned iElement, bool bArray);
     void OpenGroup();
     void CloseGroup();
@@ -223,15 +224,15 @@ private:
     void DestroyList(Chunk_s *& pList);
 
     GigaMarks_c m_Marks;
-    Chunk_s * m_pFullList = nullptr;   // no element free
-    Chunk_s * m_pHalfList = nullptr;   // with free elements
+    Chunk_s * m_pFullList = nullptr;   // chunks without a free element
+    Chunk_s * m_pHalfList = nullptr;   // chunks with free elements
     Chunk_s * m_pEmpty = nullptr;      // the spare
     int m_iElementsPerChunk = 0;
     int m_iElementSize = 0;
-    GigaOpenGroup_c m_Open;                                        // of the first chunk of m_pHalfList
+    GigaOpenGroup_c m_Open;                                        // open group of the first chunk of m_pHalfList
     GigaGroup_c::Last_e m_eOpenLast = GigaGroup_c::Last_e::Free;   // Keep if the rest of the chunk is not in use
     ChunkMap_c m_OwnMap;
-    ChunkMap_c * m_pMap = &m_OwnMap;   // holds all chunks, the spare too
+    ChunkMap_c * m_pMap = &m_OwnMap;   // map of all chunks, the spare too
 };
 
 #include "zqcore/cgigapool.inl"

@@ -7,7 +7,7 @@ struct GigaPoolResizeable_c::Chunk_s
     Chunk_s * pPrev = nullptr;
     GigaSlab_c Slab;
     GigaPoolResizeable_c * pOwner = nullptr;
-    int nGroupsInUse = 0;   // with elements in use; an open group does not count
+    int nGroupsInUse = 0;   // groups with elements in use; an open group does not count
 };
 
 inline void * GigaPoolStatic_c::Alloc(bool bArray)

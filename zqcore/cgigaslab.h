@@ -10,7 +10,7 @@
 // them.
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
-// Failure: a slab that gets no memory asserts and has no storage. Misuse fails an assertion and changes nothing, but an
+// Failure: a slab that can't allocate asserts and has no storage. Misuse fails an assertion and changes nothing, but an
 // element that was allocated with another bArray is freed.
 #pragma once
 
@@ -31,7 +31,7 @@ inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
 class GigaGroup_c
 {
 public:
-    static constexpr int ELEMENTS = 32;   // of a group
+    static constexpr int ELEMENTS = 32;   // elements of a group
 
     /// Make a record without allocated elements. The second one has these neighbours in its chain.
     GigaGroup_c() = default;
@@ -77,7 +77,7 @@ public:
 private:
     static constexpr std::uint32_t ALL = 0xFFFFFFFF;
 
-    // Returns both masks as one word, m_iBits in the lower half.
+    /// Returns both masks as one word, m_iBits in the lower half.
     std::uint64_t Masks() const;
     void SetMasks(std::uint64_t iMasks);
     static std::uint32_t Lower(std::uint64_t iMasks) { return static_cast<std::uint32_t>(iMasks); }
@@ -89,14 +89,14 @@ private:
 
 public:
     std::uint16_t iNext = 0;   // index of the next group of the chain, or GIGA_GROUP_NULL
-    std::uint16_t iPrev = 0;   // that of the previous one
+    std::uint16_t iPrev = 0;   // index of the previous one, or GIGA_GROUP_NULL
 };
 
 /// The group from which a pool allocates: a copy of its masks.
 class GigaOpenGroup_c
 {
 public:
-    using Last_e = GigaGroup_c::Last_e;   // as for a group
+    using Last_e = GigaGroup_c::Last_e;   // rule for the last element, as for a group
 
     /// Return whether a group is open, and what GigaGroup_c does for it.
     bool IsOpen() const { return m_pRecord != nullptr; }
@@ -110,7 +110,7 @@ public:
     /// false for a full group too. dGroups are the records of the element's slab.
     bool Free(GigaGroup_c * dGroups, unsigned iElement, bool bArray, Last_e eLast, Last_e eOpenLast);
 
-    /// Returns where the masks of a group are up to date: the copy if the group is open, else the record.
+    /// Returns the up-to-date masks of a group: the copy if the group is open, else the record.
     GigaGroup_c const & UpToDate(GigaGroup_c const & Record) const { return &Record == m_pRecord ? m_Group : Record; }
 
     /// Copy the masks of a record here, and back to that record. pElements is the address of the group's first element.
@@ -120,15 +120,15 @@ public:
 
 private:
     GigaGroup_c m_Group = GigaGroup_c::Full();
-    GigaGroup_c * m_pRecord = nullptr;   // null: no group is open
+    GigaGroup_c * m_pRecord = nullptr;   // record of the open group; null if none is open
     std::uint8_t * m_pElements = nullptr;
 };
 
-/// A slab of elements.
+/// Storage of a pool's elements, and the records of their groups.
 class ZQ_API GigaSlab_c
 {
 public:
-    static constexpr std::size_t ALIGNMENT = 16;   // of the first element: MEMORY_ALIGNMENT of cmemory.h
+    static constexpr std::size_t ALIGNMENT = 16;   // bytes: MEMORY_ALIGNMENT of cmemory.h, of the first element
     static constexpr int MAX_ELEMENTS = (GIGA_GROUP_NULL - 1) * GigaGroup_c::ELEMENTS;   // 2,097,088
 
     GigaSlab_c() = default;
@@ -214,7 +214,9 @@ private:
     void Chain(int & list, int link);
     void Unchain(int & list, int link);
 
-    // With these limits the rounding never reaches the next element, and no product leaves 64 bits.
+    /// Constants of the division by a multiplication (Granlund and Montgomery, Division by Invariant Integers using
+    /// Multiplication, 1994). With these limits the rounding never reaches the next element, and no product leaves 64
+    /// bits.
     static constexpr int RECIPROCAL_BITS = 42;
     static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to that power
 
@@ -225,7 +227,7 @@ private:
     int m_iElementSize = 0;
     int m_iFreeList = 0;                 // head of the groups with a free element
     int m_iFullList = GIGA_GROUP_NULL;   // head of the groups without
-    std::size_t m_nDataBytes = 0;        // of m_pData
+    std::size_t m_nDataBytes = 0;        // bytes at m_pData
     std::uint64_t m_iReciprocal = 0;     // 2 to RECIPROCAL_BITS by the element size, rounded up; 0: IndexOf divides
     std::uint8_t * m_pBlock = nullptr;   // the heap's block that holds m_pData; null in storage of the caller
 };

@@ -14,7 +14,8 @@ namespace
 
     constexpr int TEXT_LENGTH = 36;
 
-    // Returns whether an identifier of this status may be used. Complains if it may not, or only perhaps.
+    // Returns whether an identifier of this status may be used. Warns if it may not, or if it is unique on this machine
+    // only.
     bool IsUsable(std::uint32_t dwStatus)
     {
         switch (dwStatus & 0xFFFF)
@@ -66,9 +67,9 @@ namespace
     }
 }
 
-Guid_c::Guid_c(std::uint32_t dwData1, std::uint16_t nData2, std::uint16_t nData3, std::uint8_t n0, std::uint8_t n1,
-    std::uint8_t n2, std::uint8_t n3, std::uint8_t n4, std::uint8_t n5, std::uint8_t n6, std::uint8_t n7)
-    : m_guid{ dwData1, nData2, nData3, { n0, n1, n2, n3, n4, n5, n6, n7 } }
+Guid_c::Guid_c(std::uint32_t dwData1, std::uint16_t iData2, std::uint16_t iData3, std::uint8_t c0, std::uint8_t c1,
+    std::uint8_t c2, std::uint8_t c3, std::uint8_t c4, std::uint8_t c5, std::uint8_t c6, std::uint8_t c7)
+    : m_guid{ dwData1, iData2, iData3, { c0, c1, c2, c3, c4, c5, c6, c7 } }
 {}
 
 Guid_c::Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uint32_t dw3)

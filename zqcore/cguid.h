@@ -21,7 +21,7 @@
 
 #include "platform/guid.h"
 
-/// An identifier.
+/// A 128-bit identifier.
 class ZQ_API Guid_c
 {
 public:
@@ -29,8 +29,8 @@ public:
     Guid_c() = default;
 
     /// Makes an identifier of 11 fields, in the order of ToInitializerText.
-    Guid_c(std::uint32_t dwData1, std::uint16_t nData2, std::uint16_t nData3, std::uint8_t n0, std::uint8_t n1,
-        std::uint8_t n2, std::uint8_t n3, std::uint8_t n4, std::uint8_t n5, std::uint8_t n6, std::uint8_t n7);
+    Guid_c(std::uint32_t dwData1, std::uint16_t iData2, std::uint16_t iData3, std::uint8_t c0, std::uint8_t c1,
+        std::uint8_t c2, std::uint8_t c3, std::uint8_t c4, std::uint8_t c5, std::uint8_t c6, std::uint8_t c7);
 
     /// Makes an identifier of 16 bytes, as four little-endian words.
     Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uint32_t dw3);

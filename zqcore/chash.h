@@ -94,13 +94,13 @@ public:
 
         T * pObject = nullptr;           // null in a free or deleted slot
         Key_t const * pName = nullptr;   // unchanged as long as the entry exists; usually a part of the object
-        std::uint32_t iHash = 0;         // of the name: selects the chain
-        std::uint32_t iIndexHash = 0;    // of the name: finds the slot in the table's index
+        std::uint32_t iHash = 0;         // hash of the name; selects the chain
+        std::uint32_t iIndexHash = 0;    // hash of the name; finds the slot in the table's index
         bool bDeleted = false;           // whether its entry was removed
         char szKey[KEY_ROOM] = {};       // a copy of the key if it fits
     };
 
-    static constexpr int iMask = SIZE - 1;            // selects the first slot of a chain from a hash
+    static constexpr int iMask = SIZE - 1;            // bits of a hash that select the first slot of its chain
     static constexpr int iMaxProbes = SIZE * 2 / 3;   // slots of a chain
 
     constexpr StringHash_T() = default;
@@ -113,11 +113,11 @@ public:
     /// other work.
     struct Entry_s
     {
-        T * pObject;                // to be added
+        T * pObject;                // object to add
         Key_t const * pName;        // its name
         std::size_t nLength;        // characters of the name
-        std::uint32_t iHash;        // as in Slot_s
-        std::uint32_t iIndexHash;   // as in Slot_s
+        std::uint32_t iHash;        // hash as in Slot_s
+        std::uint32_t iIndexHash;   // hash as in Slot_s
     };
 
     /// Returns the entry of a name of nLength characters.
@@ -221,7 +221,7 @@ class IndexHash_T
     static_assert(std::has_single_bit(static_cast<unsigned>(SIZE)), "the index is masked");
 
 public:
-    static constexpr int iMask = SIZE - 1;            // selects the first slot of a chain from a hash
+    static constexpr int iMask = SIZE - 1;            // bits of a hash that select the first slot of its chain
     static constexpr int iMaxProbes = SIZE * 2 / 3;   // slots of a chain
 
     constexpr IndexHash_T() = default;
@@ -249,7 +249,7 @@ private:
 
     Slot_s m_dSlots[SIZE] = {};
     int m_nEntries = 0;
-    int m_nDeleted = 0;   // entries are never deleted one by one, so this stays 0
+    int m_nDeleted = 0;   // deleted entries: always 0, because entries are not removed one by one
 };
 
 #include "zqcore/chash.inl"

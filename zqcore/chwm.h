@@ -6,7 +6,7 @@
 //
 // Ownership: the pool owns all blocks. Its destructor frees those that are still allocated.
 // Threads: no lock; one thread at a time.
-// Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests take a walk over the classes,
+// Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests need a walk over the classes,
 // and so do sizes next to a class size that is not a multiple of 4. The pools allocate whole chunks.
 // Failure: a request above the largest class ends in Abort. Wrong use asserts.
 //
@@ -77,12 +77,14 @@ private:
     ZQ_COLD void * AllocSlow(unsigned int nBytes, bool bArray);
     void SetPools();
 
-    static constexpr unsigned int STEP = 4;      // bytes
-    static constexpr unsigned int STEPS = 256;   // m_dPools has the class of blocks of up to STEP * STEPS bytes
+    static constexpr unsigned int STEP = 4;      // bytes of a step
+    static constexpr unsigned int STEPS = 256;   // steps of the largest block that m_dPools covers
 
-    SortedArray_T<AllocGroup_s, StaticArrayLenTraits_T<AllocGroup_s, MAX_GROUPS>> m_dGroups;   // smallest first
+    /// Classes, smallest first.
+    SortedArray_T<AllocGroup_s, StaticArrayLenTraits_T<AllocGroup_s, MAX_GROUPS>> m_dGroups;
+
     String_T<256> m_sName;
-    GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // by size in steps; null if a step's sizes need two classes
+    GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // pools by size in steps; null if a step needs two classes
     GigaPoolResizeable_c::ChunkMap_c m_Map;            // chunks of all classes
 };
 

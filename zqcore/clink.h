@@ -2,8 +2,7 @@
 //
 // A list is a pointer to its head, null while it is empty. It grows at the head.
 //
-// Ownership: the caller owns the nodes. LinkFreeAll frees all nodes of a list, which must
-// come from ZQ_NEW.
+// Ownership: the caller owns the nodes. LinkFreeAll frees all nodes of a list, which must come from ZQ_NEW.
 // Threads: no lock: one thread at a time.
 // Cost: constant time; LinkFreeAll is linear in the list. Nothing allocates.
 // Failure: no call fails.
@@ -20,7 +19,7 @@
 
 #include "zqcore/cconfig.h"
 
-/// A node.
+/// Node of a list, with its payload.
 template <typename T>
 struct Link_T
 {

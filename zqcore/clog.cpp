@@ -60,7 +60,7 @@ namespace
     };
 
     // Joins folder and name to one path and creates the folder's levels.
-    void FullPath(wchar_t (&wszPath)[WIDE_PATH_SIZE], wchar_t const * wszName)
+    void JoinPath(wchar_t (&wszPath)[WIDE_PATH_SIZE], wchar_t const * wszName)
     {
         wchar_t wszFolder[WIDE_PATH_SIZE];
         CopyWidePath(wszFolder, g_wszFolder);
@@ -74,10 +74,10 @@ namespace
         return g_wszFile[0] ? g_wszFile : L"message.log";
     }
 
-    void MessageLogPath(char (&szPath)[LogStream_c::PATH_SIZE])
+    void WriteMessageLogPath(char (&szPath)[LogStream_c::PATH_SIZE])
     {
         wchar_t wszPath[WIDE_PATH_SIZE];
-        FullPath(wszPath, FileNameOrDefault());
+        JoinPath(wszPath, FileNameOrDefault());
         plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
     }
 
@@ -86,7 +86,7 @@ namespace
     std::FILE * OpenMessageLog(OPEN Open)
     {
         char szPath[LogStream_c::PATH_SIZE];
-        MessageLogPath(szPath);
+        WriteMessageLogPath(szPath);
         return Open(szPath);
     }
 
@@ -100,7 +100,7 @@ namespace
         *pEnd = '\n';
         bool const bWritten = g_MessageLog.Write(pFile, pBegin, static_cast<std::size_t>(pEnd + 1 - pBegin));
         *pEnd = '\0';
-        g_MessageLog.Limit(pFile, static_cast<std::size_t>(pEnd + 1 - pBegin), MessageLogPath);
+        g_MessageLog.Limit(pFile, static_cast<std::size_t>(pEnd + 1 - pBegin), WriteMessageLogPath);
         return bWritten;
     }
 
@@ -262,7 +262,7 @@ void LogSetFile(wchar_t const * sFolder, wchar_t const * sName)
     plat::ProcessMakeAbsolute(g_wszFolder, WIDE_PATH_SIZE);
 
     wchar_t wszPath[WIDE_PATH_SIZE];
-    FullPath(wszPath, FileNameOrDefault());
+    JoinPath(wszPath, FileNameOrDefault());
     g_ExceptionReport.SetLogFileName(g_wszFolder, wszPath);
 }
 

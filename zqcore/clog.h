@@ -54,27 +54,28 @@ ZQ_API void LogDone();
 /// - After the line that exceeds the limit, the log begins a new file. The full one gets ".1" at the end of its name,
 ///   previous ones ".2" to ".nPrevious". If nPrevious is 0 or negative, the log empties the file instead.
 /// - Lines that other threads write meanwhile may go to the full file.
-/// - A stream that the host has set has no limit.
+/// - A stream that the host has set has no limit, and neither has a named log beyond the table of GetLogFile (clogf.h).
 ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);
 
 /// Adds a listener, which is called before the others and on the thread that logs. It stays until LogDone.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));
 
 /// Format a line and pass it to each listener. Control characters other than tabs and line ends, and bytes that are not
-/// UTF-8, are escaped as in TextForLog (ctexterror.h). All functions that log or complain escape them.
+/// UTF-8, are escaped as in TextForLog (ctexterror.h). All functions that log or complain escape them, except
+/// Logf_raw (clogf.h). Require that fmt is not null.
 ZQ_API void Log(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
 
-/// Does what Log does, for texts from outside, such as file names. Tabs and line ends that %s inserts are escaped too,
-/// so they can't begin a line. fmt may hold %s, %c, %i, %d, %u, %x, %zu and %% without flags; any other conversion ends
-/// the line.
+/// Does what Log does, for texts from outside, such as file names. Tabs and line ends that %s and %c insert are escaped
+/// too, so they can't begin a line. fmt itself is not escaped. It may hold %s, %c, %i, %d, %u, %x, %zu and %% without
+/// flags; any other conversion ends the line.
 ZQ_API void LogEscaped(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Calls Log if bCondition is true and fmt is not null.
 ZQ_API void Logc(bool bCondition, char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-/// Passes a text to each listener, uncut unless something in it must be escaped. message.log cuts it at 2048
-/// characters.
+/// Passes a text to each listener: uncut if it is printable ASCII, else escaped as Log does and cut at 2048 characters.
+/// message.log always cuts it there.
 ZQ_API void LogText(char const * szText);
 
 /// Writes a formatted line to the debugger's output, and to no log. A host receives it through plat::DebugOutputSet

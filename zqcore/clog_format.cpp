@@ -17,12 +17,12 @@ namespace
 
     // Returns how many of eight characters precede the first '%'; 8 without one. The test is A. Mycroft's for a zero
     // byte in a word (1987).
-    std::ptrdiff_t LengthBeforePercent(std::uint64_t iText)
+    std::ptrdiff_t LengthBeforePercent(std::uint64_t Text)
     {
         static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
         constexpr std::uint64_t EACH = 0x0101010101010101u;
-        std::uint64_t const iOther = iText ^ (EACH * '%');
-        return std::countr_zero((iOther - EACH) & ~iOther & (EACH * 0x80)) / 8;
+        std::uint64_t const Other = Text ^ (EACH * '%');
+        return std::countr_zero((Other - EACH) & ~Other & (EACH * 0x80)) / 8;
     }
 
     constexpr std::uint64_t EACH_BYTE = 0x0101010101010101u;
@@ -30,9 +30,9 @@ namespace
 
     // Returns a word with some byte's high bit set if a byte is below a blank or above '~'. A bit may be set for plain
     // bytes too.
-    std::uint64_t OthersIn(std::uint64_t iText)
+    std::uint64_t OthersIn(std::uint64_t Text)
     {
-        return (iText - EACH_BYTE * ' ') | iText | (iText + EACH_BYTE);
+        return (Text - EACH_BYTE * ' ') | Text | (Text + EACH_BYTE);
     }
 
     std::uint64_t OtherIn(char c)
@@ -40,9 +40,9 @@ namespace
         return static_cast<unsigned char>(c - ' ') > '~' - ' ' ? HIGH_BITS : 0;
     }
 
-    bool IsPlain(std::uint64_t iOther)
+    bool IsPlain(std::uint64_t Other)
     {
-        return (iOther & HIGH_BITS) == 0;
+        return (Other & HIGH_BITS) == 0;
     }
 
     // A buffer that drops what does not fit and keeps space for the terminator.
@@ -67,41 +67,41 @@ namespace
         void PutText(char const * szText)
         {
             std::size_t const nText = std::strlen(szText);
-            m_iOther |= IsPlainText(szText, nText) ? 0 : HIGH_BITS;
+            m_Other |= IsPlainText(szText, nText) ? 0 : HIGH_BITS;
             Put(szText, nText);
         }
 
         // Returns whether all that was appended is plain. May return false for a plain text.
-        bool IsPlain() const { return ::IsPlain(m_iOther); }
+        bool IsPlain() const { return ::IsPlain(m_Other); }
 
         // Appends the characters before the next '%', eight at a time. Returns where the '%' is, or pEnd.
         char const * PutLiteral(char const * pText, char const * pEnd)
         {
             constexpr std::ptrdiff_t WORD = sizeof(std::uint64_t);
             char * pOut = m_pOut;   // members would be read and written again at each character
-            std::uint64_t iOther = m_iOther;
+            std::uint64_t Other = m_Other;
             std::ptrdiff_t nLiteral = WORD;
             while (nLiteral == WORD && pEnd - pText >= WORD && m_pEnd - pOut >= WORD)
             {
-                std::uint64_t iText;
-                std::memcpy(&iText, pText, WORD);
-                std::memcpy(pOut, &iText, WORD);
-                iOther |= OthersIn(iText);
-                nLiteral = LengthBeforePercent(iText);
+                std::uint64_t Text;
+                std::memcpy(&Text, pText, WORD);
+                std::memcpy(pOut, &Text, WORD);
+                Other |= OthersIn(Text);
+                nLiteral = LengthBeforePercent(Text);
                 pText += nLiteral;
                 pOut += nLiteral;
             }
             char const * const pLimit = m_pEnd;
             for (; pText != pEnd && *pText != '%'; ++pText)
             {
-                iOther |= OtherIn(*pText);
+                Other |= OtherIn(*pText);
                 if (pOut != pLimit)
                 {
                     *pOut++ = *pText;
                 }
             }
             m_pOut = pOut;
-            m_iOther = iOther;
+            m_Other = Other;
             return pText;
         }
 
@@ -114,7 +114,7 @@ namespace
 
         void PutCharacter(char c)
         {
-            m_iOther |= OtherIn(c);
+            m_Other |= OtherIn(c);
             if (m_pOut != m_pEnd)
             {
                 *m_pOut++ = c;
@@ -124,14 +124,14 @@ namespace
         template <typename NUMBER>
         void PutNumber(NUMBER iNumber, int iBase = 10)
         {
-            char szDigits[32];
+            char dDigits[32];
             if (auto const [pPut, eError] = std::to_chars(m_pOut, m_pEnd, iNumber, iBase); eError == std::errc())
             {
                 m_pOut = pPut;
                 return;
             }
-            char const * const pEnd = std::to_chars(szDigits, szDigits + sizeof szDigits, iNumber, iBase).ptr;
-            Put(szDigits, static_cast<std::size_t>(pEnd - szDigits));
+            char const * const pEnd = std::to_chars(dDigits, dDigits + sizeof dDigits, iNumber, iBase).ptr;
+            Put(dDigits, static_cast<std::size_t>(pEnd - dDigits));
         }
 
         // Appends one argument as the C library converts it.
@@ -170,10 +170,10 @@ namespace
         char * m_pBegin;
         char * m_pOut;
         char * m_pEnd;
-        std::uint64_t m_iOther = 0;   // bitwise OR of OthersIn and OtherIn over all that was appended
+        std::uint64_t m_Other = 0;   // bitwise OR of OthersIn and OtherIn over all that was appended
     };
 
-    // Holds va_list as a member: not every platform can pass a parameter of that type on by reference.
+    // List of arguments. It is a member, because not every platform can pass a parameter of its type on by reference.
     struct Arguments_s
     {
         std::va_list args;
@@ -377,9 +377,11 @@ namespace
         case 'u':
         case 'x':
         case 'X':
-            return Conversion.Bytes() == sizeof(long long)
-                       ? Output.PutConverted(szConversion, va_arg(Arguments.args, long long))
-                       : Output.PutConverted(szConversion, va_arg(Arguments.args, int));
+            if (Conversion.Bytes() == sizeof(long long))
+            {
+                return Output.PutConverted(szConversion, va_arg(Arguments.args, long long));
+            }
+            return Output.PutConverted(szConversion, va_arg(Arguments.args, int));
         case 'c':
             return Output.PutConverted(szConversion, va_arg(Arguments.args, int));
         case 's':
@@ -388,8 +390,11 @@ namespace
         case '%':
             return Output.PutCharacter('%');
         default:   // floating point
-            return *Conversion.pLength == 'L' ? Output.PutConverted(szConversion, va_arg(Arguments.args, long double))
-                                              : Output.PutConverted(szConversion, va_arg(Arguments.args, double));
+            if (*Conversion.pLength == 'L')
+            {
+                return Output.PutConverted(szConversion, va_arg(Arguments.args, long double));
+            }
+            return Output.PutConverted(szConversion, va_arg(Arguments.args, double));
         }
     }
 
@@ -491,19 +496,19 @@ std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std
 
 bool IsPlainText(char const * pText, std::size_t nText)
 {
-    std::uint64_t iOther = 0;
+    std::uint64_t Other = 0;
     char const * const pEnd = pText + nText;
     for (; static_cast<std::size_t>(pEnd - pText) >= sizeof(std::uint64_t); pText += sizeof(std::uint64_t))
     {
-        std::uint64_t iText;
-        std::memcpy(&iText, pText, sizeof iText);
-        iOther |= OthersIn(iText);
+        std::uint64_t Text;
+        std::memcpy(&Text, pText, sizeof Text);
+        Other |= OthersIn(Text);
     }
     for (; pText != pEnd; ++pText)
     {
-        iOther |= OtherIn(*pText);
+        Other |= OtherIn(*pText);
     }
-    return IsPlain(iOther);
+    return IsPlain(Other);
 }
 
 namespace

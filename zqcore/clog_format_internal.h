@@ -7,7 +7,7 @@
 
 /// Formats like vsnprintf, without the heap. Returns the length up to the first NUL, at most nSize - 1. Wide text
 /// becomes UTF-8 in every locale. A value in it that is no character becomes U+FFFD, unless it is a byte of a path
-/// (platform/text.h). The fast path serves plain %s, %c, %i, %d, %u, %x, %zu and %%.
+/// (platform/text.h). The fast path serves plain %s, %c, %i, %d, %u, %x, %zu and %%. Requires nSize > 0.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Formats as FormatText does, for texts from outside, and returns the length. What %s and %c insert is escaped whole,

@@ -54,7 +54,7 @@ public:
     void AddLost(std::uint32_t nLines) { m_nLost += nLines; }
 
 private:
-    static constexpr std::uint32_t TORN = 0x80000000;   // the last line that was written has no end
+    static constexpr std::uint32_t TORN = 0x80000000;   // flag: the last line that was written has no end
 
     std::size_t WriteSome(std::FILE * pStream, char const * pText, std::size_t nText) const;
     bool EndTornLine(std::FILE * pStream);

@@ -34,7 +34,7 @@ namespace
     };
 
     wchar_t g_wszLogPath[WIDE_PATH_SIZE];
-    constinit StringHash_T<LogFile_t, 64, 64, 1> g_sLogFiles;
+    constinit StringHash_T<LogFile_t, 64, 64, 1> g_dLogFiles;
     constinit LogStream_c g_Unlisted;   // shared by all logs for which the table has no room
     constinit ModuleLog_c g_ModuleLog;
 
@@ -53,7 +53,7 @@ namespace
         plat::FolderCreate(szFolder);
     }
 
-    void PathInLogPath(char const * szName, char (&szPath)[LogStream_c::PATH_SIZE])
+    void WritePathInLogPath(char const * szName, char (&szPath)[LogStream_c::PATH_SIZE])
     {
         std::size_t const nFolder = plat::Utf8FromWide(szPath, WIDE_PATH_UTF8_SIZE, g_wszLogPath);
         char * const pName = szPath + nFolder + (nFolder ? 1 : 0);
@@ -67,7 +67,7 @@ namespace
     std::FILE * OpenInLogPath(char const * szName)
     {
         char szPath[LogStream_c::PATH_SIZE];
-        PathInLogPath(szName, szPath);
+        WritePathInLogPath(szName, szPath);
         std::FILE * pFile = plat::StreamOpenLog(szPath);
         if (!pFile && g_wszLogPath[0])
         {
@@ -80,16 +80,16 @@ namespace
     LogFile_t * FindListed(char const * szName)
     {
         plat::LockScope_c const Scope(g_TableLock);
-        return g_sLogFiles.FindByName(szName);
+        return g_dLogFiles.FindByName(szName);
     }
 
-    // Adds a log to the table. Returns a HashAdd_e. If another thread has added that name meanwhile, sets pFile to that
-    // thread's log.
+    // Adds a log to the table and returns a HashAdd_e. If another thread has added that name meanwhile, sets pFile to
+    // that thread's log.
     int AddToTable(LogFile_t *& pFile)
     {
         plat::LockScope_c const Scope(g_TableLock);
-        int const iResult = g_sLogFiles.Add(pFile, &pFile->sName);
-        pFile = iResult == HASH_PRESENT ? g_sLogFiles.FindByName(pFile->sName) : pFile;
+        int const iResult = g_dLogFiles.Add(pFile, &pFile->sName);
+        pFile = iResult == HASH_PRESENT ? g_dLogFiles.FindByName(pFile->sName) : pFile;
         return iResult;
     }
 
@@ -146,7 +146,7 @@ namespace
         if (Found.pFile)
         {
             Found.pStream->Limit(
-                Found.pFile, nText, [szName](auto & szPath) { PathInLogPath(String_T<64>(szName), szPath); });
+                Found.pFile, nText, [szName](auto & szPath) { WritePathInLogPath(String_T<64>(szName), szPath); });
         }
     }
 }
@@ -196,11 +196,11 @@ void ModuleLog_c::Shutdown()
     int nFiles = 0;
     {
         plat::LockScope_c const Lock(g_TableLock);
-        for (auto * pSlot = g_sLogFiles.First(); pSlot; pSlot = g_sLogFiles.Next(pSlot))
+        for (auto * pSlot = g_dLogFiles.First(); pSlot; pSlot = g_dLogFiles.Next(pSlot))
         {
             dFiles[nFiles++] = pSlot->pObject;
         }
-        g_sLogFiles.Reset();
+        g_dLogFiles.Reset();
     }
     for (LogFile_t * const pFile : std::span(dFiles, static_cast<std::size_t>(nFiles)))
     {

@@ -56,7 +56,8 @@ public:
     /// missing levels of the folder when it initialises. Requires that it is not initialised.
     static void SetLogPath(wchar_t const * sPath);
 
-    /// Returns the folder of the named logs, absolute once the module is initialised.
+    /// Returns the folder of the named logs, absolute once the module is initialised. Before that it is the text of
+    /// SetLogPath, or empty.
     wchar_t const * GetLogPath() const;
 
     /// Returns the log of a name, and opens it if needed. The name is compared exactly and cut at 63 characters; on

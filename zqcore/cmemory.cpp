@@ -33,8 +33,8 @@ namespace
 
     constinit CategoryStacks_t g_Stacks;   // by the threads' numbers; under g_CategoryLock
 
-    // A thread that pushes gets the lowest free number until it ends. The system's own thread numbers hardly ever
-    // repeat, and stacks are never removed, so short threads would fill the table.
+    // Numbers of the threads that push: each has the lowest free one until it ends. The system's own thread numbers
+    // hardly ever repeat, and stacks are never removed, so short threads would fill the table.
     class ThreadNumbers_c
     {
     public:
@@ -53,11 +53,11 @@ namespace
             return 0;
         }
 
-        void Release(std::uint32_t nNumber) { m_dFree[(nNumber - 1) / 64] |= std::uint64_t{ 1 } << (nNumber - 1) % 64; }
+        void Release(std::uint32_t iNumber) { m_dFree[(iNumber - 1) / 64] |= std::uint64_t{ 1 } << (iNumber - 1) % 64; }
 
-        bool IsInUse(std::uint32_t nNumber) const
+        bool IsInUse(std::uint32_t iNumber) const
         {
-            return (m_dFree[(nNumber - 1) / 64] >> (nNumber - 1) % 64 & 1) == 0;
+            return (m_dFree[(iNumber - 1) / 64] >> (iNumber - 1) % 64 & 1) == 0;
         }
 
         static constexpr std::uint32_t COUNT = 128;
@@ -72,44 +72,45 @@ namespace
     {
         CategoryLockScope_c const Scope;
         *t_MemoryStack.pStack = MemCategoryStack_c();
-        g_ThreadNumbers.Release(t_MemoryStack.nNumber);
+        g_ThreadNumbers.Release(t_MemoryStack.iNumber);
         t_MemoryStack.pStack = nullptr;
-        t_MemoryStack.nNumber = 0;
+        t_MemoryStack.iNumber = 0;
     }
 
-    // A forked child lacks the other threads: their stacks become free.
+    // Frees the stacks of the other threads, which a forked child lacks.
     void LeaveOtherStacks()
     {
-        for (std::uint32_t nNumber = 1; nNumber <= ThreadNumbers_c::COUNT; ++nNumber)
+        for (std::uint32_t iNumber = 1; iNumber <= ThreadNumbers_c::COUNT; ++iNumber)
         {
-            if (nNumber != t_MemoryStack.nNumber && g_ThreadNumbers.IsInUse(nNumber))
+            if (iNumber != t_MemoryStack.iNumber && g_ThreadNumbers.IsInUse(iNumber))
             {
-                *g_Stacks.Find(nNumber) = MemCategoryStack_c();
-                g_ThreadNumbers.Release(nNumber);
+                *g_Stacks.Find(iNumber) = MemCategoryStack_c();
+                g_ThreadNumbers.Release(iNumber);
             }
         }
     }
     plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveOtherStacks });
 
-    // Allocates the stack of the lowest free number. Returns a HashAdd_e.
+    // Allocates the stack of the lowest free number and returns a HashAdd_e.
     int AllocateStack(MemoryStack_s & Own)
     {
         CategoryLockScope_c const Scope;
-        std::uint32_t const nNumber = g_ThreadNumbers.Allocate();
-        int const iResult = nNumber != 0 ? g_Stacks.Add(MemCategoryStack_c(), nNumber) : HASH_FULL;
+        std::uint32_t const iNumber = g_ThreadNumbers.Allocate();
+        int const iResult = iNumber != 0 ? g_Stacks.Add(MemCategoryStack_c(), iNumber) : HASH_FULL;
         if (iResult != HASH_FULL)
         {
-            Own.pStack = g_Stacks.Find(nNumber);
-            Own.nNumber = nNumber;
+            Own.pStack = g_Stacks.Find(iNumber);
+            Own.iNumber = iNumber;
         }
-        else if (nNumber != 0)
+        else if (iNumber != 0)
         {
-            g_ThreadNumbers.Release(nNumber);
+            g_ThreadNumbers.Release(iNumber);
         }
         return iResult;
     }
 
-    // A complaint may call code that pushes and pops in turn, such as a listener of the log.
+    // Complains, unless a complaint of this thread runs: it may call code that pushes and pops in turn, such as a
+    // listener of the log.
     template <typename COMPLAIN>
     ZQ_COLD void ComplainOnce(COMPLAIN Complain)
     {
@@ -147,7 +148,7 @@ namespace
     constinit std::atomic<MemoryReport_t> g_fnReport = nullptr;
     constinit std::atomic<bool> g_bLeaving = false;   // whether the library's objects are destroyed
 
-    // The receiver of the heap's reports.
+    // Receives the heap's reports.
     void CoreReport(char const * szText)
     {
         if (MemoryReport_t const fnReport = g_fnReport)
@@ -174,16 +175,17 @@ namespace
         }
     }
 
-    // Tracks the heap from the library's first constructor to its last destructor.
-    struct MemoryLife_s
+    // Scope of the heap's tracking, from the library's first constructor to its last destructor.
+    class MemoryLife_c
     {
-        MemoryLife_s()
+    public:
+        MemoryLife_c()
         {
             MemoryBindOperators();
             MemoryInit();
         }
 
-        ~MemoryLife_s()
+        ~MemoryLife_c()
         {
             if (plat::ProcessOtherThreads() == 0)   // otherwise their blocks and categories are still counted
             {
@@ -192,7 +194,7 @@ namespace
             g_bLeaving = true;
         }
     };
-    MemoryLife_s g_MemoryLife ZQ_FIRST_GLOBAL;
+    MemoryLife_c g_MemoryLife ZQ_FIRST_GLOBAL;
 }
 
 void MemoryThreadEnd()

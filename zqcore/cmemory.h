@@ -111,6 +111,7 @@ namespace mem
     class ZQ_API UserAllocatorInfo_c : public UserAllocatorInfo_i
     {
     public:
+        /// Fills Info with the three words and returns true.
         bool GetInfo(UserAllocatorInfo_t & Info) override;
 
         std::uint32_t m_dwInfo0 = 0, m_dwInfo1 = 0, m_dwInfo2 = 0;   // what GetInfo reports
@@ -163,7 +164,8 @@ namespace CoreMemory
     ZQ_API void operator_delete(void * p);
     ZQ_API void operator_delete_array(void * p);
 
-    /// Allocate and free blocks for types whose alignment is above MEMORY_ALIGNMENT. nAlignment is a power of 2.
+    /// Do the same for types whose alignment is above MEMORY_ALIGNMENT. nAlignment is a power of 2. Require that a
+    /// block is freed with the alignment of its allocation.
     ZQ_API void * operator_new_aligned(
         std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array_aligned(
@@ -174,7 +176,8 @@ namespace CoreMemory
 
 /// Select a category for this thread, and restore the previous one.
 /// - A pop asserts that its category is on top.
-/// - Pushes of the same category in a row share an entry. A push asserts that the thread has fewer than 64 entries.
+/// - Pushes of the same category in a row share an entry. A push asserts that the heap is tracked, and that the thread
+///   has fewer than 64 entries.
 /// - About 100 running threads can have pushed. The push of a further thread is logged and asserts, and its blocks are
 ///   counted under UNDEFINED.
 ZQ_API void MemoryCategoryPush(mem::Categories_e eCategory);
@@ -184,6 +187,7 @@ ZQ_API void MemoryCategoryPop(mem::Categories_e eCategory);
 class MemCategoryScope_c
 {
 public:
+    /// Selects the category until the end of the scope.
     explicit MemCategoryScope_c(mem::Categories_e eCategory)
         : m_eCategory(eCategory)
     {
@@ -200,8 +204,8 @@ private:
 /// Returns the category's name. Requires a category from 0 to mem::TOTAL, whose name is "TOTAL".
 ZQ_API char const * MemoryCategoryName(mem::Categories_e eCategory);
 
-/// Copies the figures of all categories and the totals, all of the same moment. pInfo has room for mem::TOTAL entries.
-/// The totals are live blocks, live bytes and the peak of live bytes.
+/// Copies the figures of all categories and the totals. Those of the debug heap are all of the same moment. pInfo has
+/// room for mem::TOTAL entries. The totals are live blocks, live bytes and the peak of live bytes.
 ZQ_API void MemoryCategoriesGet(
     mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes);
 

@@ -21,7 +21,7 @@ namespace
     struct Header_s
     {
         void * pBlock;
-        std::uintptr_t dwGap;
+        std::uintptr_t Gap;
     };
 
     Header_s & HeaderOf(void * p)
@@ -70,7 +70,7 @@ namespace
                 "The block at 0x%08zX was not allocated by _aligned routines, use %s()", AddressOf(p), szPlainFunction);
             return nullptr;
         }
-        if (HeaderOf(p).dwGap == FREED_FILL)
+        if (HeaderOf(p).Gap == FREED_FILL)
         {
             plat::HeapReport("The block at 0x%08zX was freed already. It is left alone.\n", AddressOf(p));
             return nullptr;
@@ -91,7 +91,7 @@ namespace
     void * BlockOf(void * p, char const * szPlainFunction)
     {
         Header_s const Header = HeaderOf(p);
-        return Header.dwGap == GAP_FILL ? Header.pBlock : FindDamagedBlock(p, szPlainFunction);
+        return Header.Gap == GAP_FILL ? Header.pBlock : FindDamagedBlock(p, szPlainFunction);
     }
 }
 
@@ -143,7 +143,7 @@ void aligned_free_dbg(void * p)
     }
     if (void * const pBlock = BlockOf(p, "free"))
     {
-        HeaderOf(p).dwGap = FREED_FILL;   // a second free notices it
+        HeaderOf(p).Gap = FREED_FILL;   // a second free notices it
         plat::HeapFree(pBlock);
     }
 }
@@ -155,7 +155,7 @@ void * get_block_from_aligned(void * p)
         return nullptr;
     }
     Header_s const Header = HeaderOf(p);
-    return Header.dwGap == GAP_FILL ? Header.pBlock : nullptr;
+    return Header.Gap == GAP_FILL ? Header.pBlock : nullptr;
 }
 
 void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
@@ -165,7 +165,7 @@ void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t
         return nullptr;
     }
     void * const pUser = UserPointer(pBlock, RaiseAlignment(nAlignment), nOffset);
-    if (HeaderOf(pUser).dwGap != GAP_FILL)
+    if (HeaderOf(pUser).Gap != GAP_FILL)
     {
         plat::HeapReport("The Block at 0x%08zX was not allocated by aligned routines", AddressOf(pBlock));
         return nullptr;

@@ -56,10 +56,10 @@ namespace
     // block of a text that it returns shows which operators it uses.
     bool IsRuntimeForeign()
     {
-        alignas(std::string) unsigned char Room[sizeof(std::string)];
-        auto * const pText = new (Room) std::string(std::generic_category().message(ENOENT));
+        alignas(std::string) unsigned char dRoom[sizeof(std::string)];
+        auto * const pText = new (dRoom) std::string(std::generic_category().message(ENOENT));
         void * const p = pText->data();
-        bool const bInside = p >= Room && p < Room + sizeof Room;   // too short for a block
+        bool const bInside = p >= dRoom && p < dRoom + sizeof dRoom;   // too short for a block
         if (bInside || MemoryIsOwnBlock(p))
         {
             pText->~basic_string();

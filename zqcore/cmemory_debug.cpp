@@ -49,7 +49,7 @@ namespace
         AddUnderLock(Counters.nTotalBytes, -iBytes);
     }
 
-    // The hook on the debug heap, which holds g_CategoryLock meanwhile.
+    // Counts an event of the debug heap, which holds g_CategoryLock meanwhile.
     void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord)
     {
         // Checks the state before this event: that memory was not written just before, so the processor reads it at
@@ -117,8 +117,8 @@ namespace
     // State of a report of live blocks.
     struct Report_s
     {
-        std::FILE * f;    // all blocks
-        std::FILE * fu;   // those without a category
+        std::FILE * pAll;         // all blocks; may be null
+        std::FILE * pUndefined;   // those without a category; may be null
         MemoryTally_s Tally;
     };
 
@@ -142,14 +142,14 @@ namespace
         mem::Categories_e const eCategory = MemoryCategoryInWord(Block.dwWord);
         char szFile[1024];
         plat::HeapFileName(Block, szFile, sizeof szFile);
-        if (eCategory == mem::UNDEFINED && Report.fu)
+        if (eCategory == mem::UNDEFINED && Report.pUndefined)
         {
-            std::fprintf(Report.fu, "%zu; %s(%i)\n", Block.nBytes, szFile, Block.iLine);
+            std::fprintf(Report.pUndefined, "%zu; %s(%i)\n", Block.nBytes, szFile, Block.iLine);
         }
-        if (Report.f)
+        if (Report.pAll)
         {
             std::fprintf(
-                Report.f, "%zu; %s; %s(%i)\n", Block.nBytes, MemoryCategoryName(eCategory), szFile, Block.iLine);
+                Report.pAll, "%zu; %s; %s(%i)\n", Block.nBytes, MemoryCategoryName(eCategory), szFile, Block.iLine);
         }
         TallyBlock(Report.Tally, Block.nBytes);
     }
@@ -237,9 +237,9 @@ int MemoryFrame()
     return g_MemoryCounters.iFrame;
 }
 
-MemoryTally_s MemoryWriteBlocks(std::FILE * f, std::FILE * fu)
+MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined)
 {
-    Report_s Report = { f, fu, {} };
+    Report_s Report = { pAll, pUndefined, {} };
     plat::HeapWalk(ReportBlock, &Report);
     return Report.Tally;
 }

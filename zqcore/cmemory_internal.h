@@ -18,8 +18,9 @@
 class MemCategoryStack_c
 {
 public:
-    static constexpr int CATEGORY_STACK_DEPTH = 64;
+    static constexpr int CATEGORY_STACK_DEPTH = 64;   // maximum number of entries
 
+    /// A selected category.
     struct Entry_s
     {
         mem::Categories_e m_eCategory = mem::UNDEFINED;
@@ -37,18 +38,18 @@ public:
         return top < 0 ? mem::UNDEFINED : m_dStack[top].m_eCategory;
     }
 
-    Entry_s m_dStack[CATEGORY_STACK_DEPTH];
-    int top = -1;   // -1 when empty
+    Entry_s m_dStack[CATEGORY_STACK_DEPTH];   // the outermost entry first
+    int top = -1;                             // index of the entry on top, -1 if the stack is empty
 };
 
 struct MemoryFigures_s;
 
-/// What one thread has selected, and what it counts.
+/// Selection and figures of one thread.
 struct MemoryStack_s
 {
     MemCategoryStack_c * pStack = nullptr;   // null if the thread never pushed
     MemoryFigures_s * pFigures = nullptr;    // of a shipped game's heap; null before its first use
-    std::uint32_t nNumber = 0;               // of the stack, from 1 on; 0 without a stack
+    std::uint32_t iNumber = 0;               // of the stack, from 1 on; 0 without a stack
     bool bComplaining = false;               // whether a complaint of the allocator runs
 };
 
@@ -79,7 +80,7 @@ struct MemoryCounters_s
     std::ptrdiff_t dFrameAllocs[COUNT];
     std::ptrdiff_t dLastFrameAllocs[COUNT];
 
-    // Also read without the lock.
+    /// Totals, which are also read without the lock.
     std::atomic<std::ptrdiff_t> nTotalCount;
     std::atomic<std::ptrdiff_t> nTotalBytes;
     std::atomic<std::ptrdiff_t> nMaxTotalBytes;
@@ -117,7 +118,7 @@ void MemoryHeapStop();
 void MemoryHeapThreadEnd();
 
 /// Returns whether a pointer to a block, or to memory of another heap, is a live block of this heap. Safe for any
-/// pointer.
+/// pointer. The heap of a shipped game may return true for a block that was freed.
 bool MemoryIsOwnBlock(void const * p);
 
 /// Allocate and release a block of category NORMAL_BLOCK.
@@ -168,11 +169,12 @@ struct MemoryTally_s
     std::size_t nTotal;
 };
 
-/// Writes what a snapshot lists, all to f and what has no category to fu, and returns the tally. Both may be null.
-MemoryTally_s MemoryWriteBlocks(std::FILE * f, std::FILE * fu);
+/// Writes what a snapshot lists, all to pAll and what has no category to pUndefined, and returns the tally. Both files
+/// may be null.
+MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined);
 
 /// Writes the totals that end a report of live blocks. Without blocks the percentages are 0.
-void MemoryWriteTally(std::FILE * f, MemoryTally_s const & Tally);
+void MemoryWriteTally(std::FILE * pFile, MemoryTally_s const & Tally);
 
 /// Returns the category in a block's word, or UNDEFINED if it has no valid one.
 inline mem::Categories_e MemoryCategoryInWord(std::uint32_t dwWord)

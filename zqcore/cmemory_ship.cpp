@@ -37,7 +37,7 @@ namespace
 {
     constexpr std::size_t UNIT = 16;   // size of a header, and the least alignment
 
-    // Ends at the address of the caller's bytes, rounded down to a multiple of 16.
+    // Header of a block. It ends at the address of the caller's bytes, rounded down to a multiple of 16.
     struct alignas(UNIT) Header_s
     {
         std::size_t nBytes;   // the caller's bytes
@@ -126,7 +126,7 @@ namespace
         RaisePeak(g_iPublished.fetch_add(iChange, std::memory_order_relaxed) + iChange);
     }
 
-    // A forked child lacks the other threads: their figures become free.
+    // Frees the figures of the other threads, which a forked child lacks.
     void LeaveOtherFigures()
     {
         for (MemoryFigures_s * p = g_pFigures; p != &g_Shared; p = p->pNext)
@@ -236,7 +236,7 @@ namespace
 
     // Calls fnVisit(category, sums) for each category that is counted.
     template <typename VISIT>
-    void ForCategories(VISIT fnVisit)
+    void VisitCategories(VISIT fnVisit)
     {
         for (int i = 0; i < mem::TOTAL; ++i)
         {
@@ -259,7 +259,7 @@ namespace
         return pStack && pStack->top >= 0 ? pStack->m_dStack[pStack->top].m_eCategory : mem::UNDEFINED;
     }
 
-    // Describes a new block. Returns the caller's bytes.
+    // Describes a new block and returns the caller's bytes.
     ZQ_INLINE void * Describe(void * pBlock, char * pUser, std::size_t nBytes, int iCategory)
     {
         *HeaderOf(pUser) = { nBytes, static_cast<std::uint16_t>(iCategory), HEADER_MARK,
@@ -326,7 +326,7 @@ namespace
 
     static_assert(alignof(std::max_align_t) >= UNIT);
 
-    // The common case. Counts first, so that few values must survive the call of malloc.
+    // Allocates on the fast path. Counts first, so that few values must survive the call of malloc.
     ZQ_INLINE void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         int const iCategory = CategoryOf(iBlockType);
@@ -419,10 +419,9 @@ bool MemoryOwnSize(void * p, std::size_t & nBytes)
     return true;
 }
 
-// Memory of another heap has no such header.
 bool MemoryIsOwnBlock(void const * p)
 {
-    Header_s Header;
+    Header_s Header;   // memory of another heap has none
     auto const iHeader = reinterpret_cast<std::uintptr_t>(HeaderOf(p));
     return plat::MemoryRead(iHeader, &Header, sizeof Header) == sizeof Header && Header.iMark == HEADER_MARK
            && Header.iCategory < mem::TOTAL && Header.nBefore >= UNIT;
@@ -464,7 +463,7 @@ void MemoryCategoriesGet(
     std::fill_n(pInfo, +mem::TOTAL, mem::CategoryInfo{});
     iAllocs = 0;
     iBytes = 0;
-    ForCategories(
+    VisitCategories(
         [&](mem::Categories_e eCategory, Sums_s const & Sums)
         {
             std::ptrdiff_t const nLive = Sums.nAllocs - Sums.nFrees;
@@ -483,7 +482,7 @@ void MemoryCategoriesGet(
 std::ptrdiff_t MemoryTotalAllocations()
 {
     std::ptrdiff_t nLive = 0;
-    ForCategories([&nLive](mem::Categories_e, Sums_s const & Sums) { nLive += Sums.nAllocs - Sums.nFrees; });
+    VisitCategories([&nLive](mem::Categories_e, Sums_s const & Sums) { nLive += Sums.nAllocs - Sums.nFrees; });
     return nLive;
 }
 
@@ -519,24 +518,24 @@ int MemoryFrame()
 }
 
 // Writes one line for each category, because this heap has no list of blocks.
-MemoryTally_s MemoryWriteBlocks(std::FILE * f, std::FILE * fu)
+MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined)
 {
     MemoryTally_s Tally = {};
-    ForCategories(
-        [f, fu, &Tally](mem::Categories_e eCategory, Sums_s const & Sums)
+    VisitCategories(
+        [pAll, pUndefined, &Tally](mem::Categories_e eCategory, Sums_s const & Sums)
         {
             auto const nLive = static_cast<int>(Sums.nAllocs - Sums.nFrees);
             if (nLive <= 0)
             {
                 return;
             }
-            if (f)
+            if (pAll)
             {
-                std::fprintf(f, "%td; %s; blocks(%i)\n", Sums.iBytes, MemoryCategoryName(eCategory), nLive);
+                std::fprintf(pAll, "%td; %s; blocks(%i)\n", Sums.iBytes, MemoryCategoryName(eCategory), nLive);
             }
-            if (fu && eCategory == mem::UNDEFINED)
+            if (pUndefined && eCategory == mem::UNDEFINED)
             {
-                std::fprintf(fu, "%td; blocks(%i)\n", Sums.iBytes, nLive);
+                std::fprintf(pUndefined, "%td; blocks(%i)\n", Sums.iBytes, nLive);
             }
             Tally.nTotal += static_cast<std::size_t>(nLive);
         });
@@ -546,7 +545,7 @@ MemoryTally_s MemoryWriteBlocks(std::FILE * f, std::FILE * fu)
 bool MemoryCheckConsistency()
 {
     bool bSound = true;
-    ForCategories([&bSound](mem::Categories_e, Sums_s const & Sums)
+    VisitCategories([&bSound](mem::Categories_e, Sums_s const & Sums)
         { bSound = bSound && Sums.nAllocs >= Sums.nFrees && Sums.iBytes >= 0; });
     return bSound;
 }
@@ -560,7 +559,7 @@ void MemoryResetFrameAllocCount()
 {
     plat::LockScope_c const Scope(g_CategoryLock);
     std::ptrdiff_t nAllocs = 0;
-    ForCategories(
+    VisitCategories(
         [&nAllocs](mem::Categories_e eCategory, Sums_s const & Sums)
         {
             Seen_s & Seen = g_dSeen[eCategory];

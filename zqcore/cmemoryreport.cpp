@@ -15,16 +15,16 @@ namespace
     constinit bool g_bInNewLog = false;   // the log's own allocations are not logged
 }
 
-void MemoryWriteTally(std::FILE * f, MemoryTally_s const & Tally)
+void MemoryWriteTally(std::FILE * pFile, MemoryTally_s const & Tally)
 {
-    std::fprintf(f, "\nTotal allocations\n%zu; total\n", Tally.nTotal);
+    std::fprintf(pFile, "\nTotal allocations\n%zu; total\n", Tally.nTotal);
     for (std::size_t i = 0; i < std::size(Tally.LIMITS); ++i)
     {
         auto const nBlocks = static_cast<std::uint64_t>(Tally.dInClass[i]);
         auto const iPercent = Tally.nTotal ? static_cast<int>(nBlocks * 100 / Tally.nTotal) : 0;
-        std::fprintf(f, "%zu; %zu bytes; %i%%\n", Tally.dInClass[i], Tally.LIMITS[i], iPercent);
+        std::fprintf(pFile, "%zu; %zu bytes; %i%%\n", Tally.dInClass[i], Tally.LIMITS[i], iPercent);
     }
-    std::fputc('\n', f);
+    std::fputc('\n', pFile);
 }
 
 void MemoryNewLogEnable(bool bEnable)

@@ -41,7 +41,7 @@ public:
     /// Resets the module, for the module's own use: the registry never calls it.
     virtual void Reset();
 
-    /// Returns true from a successful Initialize until Shutdown.
+    /// Returns whether Initialize has succeeded and Shutdown was not called after it.
     bool IsInitialized() const { return m_bIsInitialized; }
 
     /// Returns the name that was passed to the constructor.

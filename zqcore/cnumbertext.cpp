@@ -72,67 +72,67 @@ namespace
     }
 
     template <typename T>
-    NumberEnd_t ReadInteger(char const * szText, T & value)
+    NumberEnd_t ReadInteger(char const * szText, T & iValue)
     {
         bool bNegative;
         char const * const pDigits = SkipSign(szText, bNegative);
-        value = 0;
+        iValue = 0;
         if (!IsDigit(*pDigits))
         {
             return { szText, true };
         }
-        auto const Result = std::from_chars(pDigits - bNegative, pDigits + std::strlen(pDigits), value);
+        auto const Result = std::from_chars(pDigits - bNegative, pDigits + std::strlen(pDigits), iValue);
         if (Result.ec == std::errc::result_out_of_range)
         {
-            value = bNegative ? std::numeric_limits<T>::min() : std::numeric_limits<T>::max();
+            iValue = bNegative ? std::numeric_limits<T>::min() : std::numeric_limits<T>::max();
         }
         return { Result.ptr, Result.ec == std::errc{} };
     }
 }
 
-NumberEnd_t TextToDouble(char const * szText, double & value)
+NumberEnd_t TextToDouble(char const * szText, double & fValue)
 {
     bool bNegative;
     char const * const pNumber = SkipSign(szText, bNegative);
-    value = 0;
+    fValue = 0;
     if (*pNumber == '-')
     {
         return { szText, true };   // a second sign, which from_chars would accept
     }
     // from_chars gets the exact end of a hexadecimal number, because libstdc++ accepts signs that strtod does not.
     char const * const pHexEnd = pNumber[0] == '0' && CharToLower(pNumber[1]) == 'x' ? HexEnd(pNumber + 2) : nullptr;
-    auto const Result = pHexEnd ? std::from_chars(pNumber + 2, pHexEnd, value, std::chars_format::hex)
-                                : std::from_chars(pNumber, pNumber + std::strlen(pNumber), value);
+    auto const Result = pHexEnd ? std::from_chars(pNumber + 2, pHexEnd, fValue, std::chars_format::hex)
+                                : std::from_chars(pNumber, pNumber + std::strlen(pNumber), fValue);
     if (Result.ec == std::errc::invalid_argument)
     {
         return { szText, true };
     }
-    bool bInRange = value == 0 || std::fabs(value) >= DBL_MIN || std::isnan(value);
+    bool bInRange = fValue == 0 || std::fabs(fValue) >= DBL_MIN || std::isnan(fValue);
     if (Result.ec == std::errc::result_out_of_range)
     {
         bInRange = false;
-        value = IsTooLarge(pNumber + (pHexEnd ? 2 : 0), Result.ptr, pHexEnd != nullptr) ? HUGE_VAL : 0;
+        fValue = IsTooLarge(pNumber + (pHexEnd ? 2 : 0), Result.ptr, pHexEnd != nullptr) ? HUGE_VAL : 0;
     }
-    value = bNegative ? -value : value;
+    fValue = bNegative ? -fValue : fValue;
     return { Result.ptr, bInRange };
 }
 
-NumberEnd_t TextToInteger(char const * szText, long & value)
+NumberEnd_t TextToInteger(char const * szText, long & iValue)
 {
-    return ReadInteger(szText, value);
+    return ReadInteger(szText, iValue);
 }
 
-NumberEnd_t TextToInteger(char const * szText, int & value)
+NumberEnd_t TextToInteger(char const * szText, int & iValue)
 {
-    return ReadInteger(szText, value);
+    return ReadInteger(szText, iValue);
 }
 
-NumberEnd_t TextToInteger(char const * szText, long long & value)
+NumberEnd_t TextToInteger(char const * szText, long long & iValue)
 {
-    return ReadInteger(szText, value);
+    return ReadInteger(szText, iValue);
 }
 
-NumberEnd_t TextToInteger(char const * szText, unsigned long long & value)
+NumberEnd_t TextToInteger(char const * szText, unsigned long long & iValue)
 {
-    return ReadInteger(szText, value);
+    return ReadInteger(szText, iValue);
 }

@@ -7,19 +7,19 @@
 struct NumberEnd_t
 {
     char const * pEnd;   // after the number; the start of the text if there is none
-    bool bInRange;       // false for a number outside the range of the type, and for a denormal value
+    bool bInRange;       // whether the number is in the range of the type; false for a denormal value too
 };
 
-/// Reads a number as strtod does. Without a number the value is 0. A number that is too large becomes HUGE_VAL with its
-/// sign, one that is too small 0.
-NumberEnd_t TextToDouble(char const * szText, double & value);
+/// Reads a number as strtod does and returns its end. Without a number the value is 0. A number that is too large
+/// becomes HUGE_VAL with its sign, one that is too small 0.
+NumberEnd_t TextToDouble(char const * szText, double & fValue);
 
-/// Read a number as strtol in base 10 does. Without a number the value is 0. A number out of range becomes the nearest
-/// value of the type.
-NumberEnd_t TextToInteger(char const * szText, long & value);
-NumberEnd_t TextToInteger(char const * szText, int & value);
-NumberEnd_t TextToInteger(char const * szText, long long & value);
-NumberEnd_t TextToInteger(char const * szText, unsigned long long & value);   // requires no minus sign
+/// Read a number as strtol in base 10 does and return its end. Without a number the value is 0. A number out of range
+/// becomes the nearest value of the type.
+NumberEnd_t TextToInteger(char const * szText, long & iValue);
+NumberEnd_t TextToInteger(char const * szText, int & iValue);
+NumberEnd_t TextToInteger(char const * szText, long long & iValue);
+NumberEnd_t TextToInteger(char const * szText, unsigned long long & iValue);   // requires no minus sign
 
 /// Returns what TextToDouble reads, narrowed to float. A number that is too large for a float becomes infinite.
 inline float TextToFloat(char const * szText)

@@ -189,24 +189,24 @@ bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, 
 {
     for (unsigned char const * p = pPattern; p != pPattern + nPattern; p += 2)
     {
-        unsigned const nCode = p[0];
+        unsigned const eCode = p[0];
         unsigned const nMask = p[1];
-        if (nMask == 0 && nCode > OPCODE_RAW_LAST)
+        if (nMask == 0 && eCode > OPCODE_RAW_LAST)
         {
-            bool const bHolds = nCode >= OPCODE_SUBTABLE      ? RunSubtable(Row, nCode)
-                                : nCode >= OPCODE_MEMORY_SIZE ? SetMemorySize(nCode)
-                                : nCode == OPCODE_TAKE_VEX    ? TakeVex(Row.pFields, Row.pPosition)
-                                                              : IsFlagSet(nCode);
+            bool const bHolds = eCode >= OPCODE_SUBTABLE      ? RunSubtable(Row, eCode)
+                                : eCode >= OPCODE_MEMORY_SIZE ? SetMemorySize(eCode)
+                                : eCode == OPCODE_TAKE_VEX    ? TakeVex(Row.pFields, Row.pPosition)
+                                                              : IsFlagSet(eCode);
             if (!bHolds)
             {
                 return false;
             }
             continue;
         }
-        std::size_t const nBytes = nMask == 0 && nCode != OPCODE_ANY_BYTE ? nCode : 1;
+        std::size_t const nBytes = nMask == 0 && eCode != OPCODE_ANY_BYTE ? eCode : 1;
         auto const nFree = static_cast<std::size_t>(m_pFields + OPCODE_MAX_FIELDS - (Row.pFields + Row.nFields));
         if (nBytes > static_cast<std::size_t>(m_pEnd - Row.pPosition) || nBytes > nFree
-            || (nMask != 0 && (*Row.pPosition & nMask) != nCode))
+            || (nMask != 0 && (*Row.pPosition & nMask) != eCode))
         {
             return false;
         }
@@ -219,9 +219,9 @@ bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, 
 }
 
 // Returns whether a condition holds. Unknown ones do.
-bool OpcodeDecoder_c::IsFlagSet(unsigned nCondition) const
+bool OpcodeDecoder_c::IsFlagSet(unsigned eCondition) const
 {
-    switch (nCondition)
+    switch (eCondition)
     {
     case OPCODE_IF_OPERAND_SIZE:
         return m_bOperandSize;
@@ -250,7 +250,7 @@ bool OpcodeDecoder_c::IsFlagSet(unsigned nCondition) const
     case OPCODE_IF_LENGTH:
     case OPCODE_IF_LENGTH + 1:
     case OPCODE_IF_LENGTH + 2:
-        return m_Vex.nLength == nCondition - OPCODE_IF_LENGTH;
+        return m_Vex.nLength == eCondition - OPCODE_IF_LENGTH;
     case OPCODE_IF_NOT_LENGTH_16:
         return m_Vex.nLength != 0;
     case OPCODE_IF_W_OR_NOT_EVEX:
@@ -272,9 +272,9 @@ bool OpcodeDecoder_c::IsFlagSet(unsigned nCondition) const
     }
 }
 
-bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned nCode)
+bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned eCode)
 {
-    bool const bBack = nCode & OPCODE_STEP_BACK;
+    bool const bBack = eCode & OPCODE_STEP_BACK;
     if (bBack && Row.pPosition == Row.pStart)
     {
         return false;
@@ -286,7 +286,7 @@ bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned nCode)
         return false;
     }
     Match_s Match;
-    if (!RunGroup((nCode & OPCODE_GROUP_MASK) + 1, pCode, pFields, Match))
+    if (!RunGroup((eCode & OPCODE_GROUP_MASK) + 1, pCode, pFields, Match))
     {
         return false;
     }
@@ -301,21 +301,21 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
     unsigned char const * const pEnd = pFormat + nFormat;
     for (unsigned char const * p = pFormat; p != pEnd;)
     {
-        unsigned const nCode = *p++;
-        unsigned const iField = nCode & ~static_cast<unsigned>(OPCODE_BLANK);
+        unsigned const eCode = *p++;
+        unsigned const iField = eCode & ~static_cast<unsigned>(OPCODE_BLANK);
         if (iField == 0 || iField > OPCODE_FIELD_LAST)
         {
-            if (nCode < OPCODE_PRINT_SEGMENT)
+            if (eCode < OPCODE_PRINT_SEGMENT)
             {
-                WriteChar(static_cast<char>(nCode));
+                WriteChar(static_cast<char>(eCode));
             }
             else
             {
-                RunCode(nCode, Row.pFields[0]);
+                RunCode(eCode, Row.pFields[0]);
             }
             continue;
         }
-        if (nCode & OPCODE_BLANK)
+        if (eCode & OPCODE_BLANK)
         {
             WriteChar(' ');
         }
@@ -325,15 +325,14 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
     }
 }
 
-// A prefix after a REX prefix cancels it.
-void OpcodeDecoder_c::RunCode(unsigned nCode, std::uint32_t nFirstField)
+void OpcodeDecoder_c::RunCode(unsigned eCode, std::uint32_t nFirstField)
 {
-    if (nCode >= OPCODE_PRINT_SIZE)
+    if (eCode >= OPCODE_PRINT_SIZE)
     {
-        return WritePart(nCode);
+        return WritePart(eCode);
     }
     static constexpr char const * SEGMENTS[] = { "cs", "ss", "ds", "es", "fs", "gs" };
-    switch (nCode)
+    switch (eCode)
     {
     case OPCODE_PRINT_SEGMENT:
         if (m_szSegment != nullptr)
@@ -358,10 +357,10 @@ void OpcodeDecoder_c::RunCode(unsigned nCode, std::uint32_t nFirstField)
         m_nRex = static_cast<unsigned char>(nFirstField);
         return;
     default:
-        if (nCode < OPCODE_SET_OPERAND_SIZE)
+        if (eCode < OPCODE_SET_OPERAND_SIZE)
         {
-            m_szSegment = SEGMENTS[nCode - OPCODE_SET_SEGMENT];
+            m_szSegment = SEGMENTS[eCode - OPCODE_SET_SEGMENT];
         }
     }
-    m_nRex = 0;
+    m_nRex = 0;   // a prefix after a REX prefix cancels it
 }

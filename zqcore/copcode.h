@@ -49,7 +49,7 @@ class OpcodeDecoder_c
 {
 public:
     /// Function that writes the terminated name of the symbol at an address, of nSize bytes at most, and returns the
-    /// distance from the symbol's start. Returns a negative value if there is no symbol.
+    /// distance in bytes from the symbol's start. Returns a negative value if there is no symbol.
     using SymbolCallback_t = std::int64_t (*)(
         OpcodeDecoder_c & Decoder, std::uint64_t Address, char * szName, unsigned nSize);
 
@@ -73,11 +73,12 @@ public:
     /// Sets the number that is added to a pointer into the code to get its real address. 0 at start.
     void SetAddressBias(std::uint64_t nBias) { m_nBias = nBias; }
 
-    /// Returns the length of the instruction at pCode, of nBytes at most, and writes its text: "%-6s %s" with mnemonic
-    /// and operands, cut at nText - 1 characters. Requires nText > 0. Returns 0 and an empty text in these cases:
+    /// Writes the text of the instruction at pCode, of nBytes at most, and returns the instruction's length in bytes.
+    /// The text is "%-6s %s" with mnemonic and operands, cut at nText - 1 characters. Requires nText > 0. Returns 0 and
+    /// an empty text in these cases:
     /// - nBytes is 0.
-    /// - the bytes end inside prefixes.
-    /// - the object has no pages.
+    /// - The bytes end inside prefixes.
+    /// - The object has no pages.
     ZQ_API std::size_t Decode(unsigned char const * pCode, std::size_t nBytes, char * szText, std::size_t nText);
 
 private:
@@ -88,27 +89,27 @@ private:
     bool RunTables(unsigned char const * pCode, Match_s & Match);
     bool RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_s & Match);
     bool MatchPattern(Row_s & Row, unsigned char const * pPattern, std::size_t nPattern);
-    bool IsFlagSet(unsigned nCondition) const;
-    bool RunSubtable(Row_s & Row, unsigned nCode);
+    bool IsFlagSet(unsigned eCondition) const;
+    bool RunSubtable(Row_s & Row, unsigned eCode);
     bool TakeVex(std::uint32_t const * pFields, unsigned char const * pCode);
     bool TakeEvex(unsigned nFirst, unsigned nThird, unsigned char const * pCode);
-    bool SetMemorySize(unsigned nCode);
+    bool SetMemorySize(unsigned eCode);
     bool IsVexShown() const;
 
     void WriteFormat(Row_s const & Row, unsigned char const * pFormat, std::size_t nFormat);
-    void RunCode(unsigned nCode, std::uint32_t nFirstField);
+    void RunCode(unsigned eCode, std::uint32_t nFirstField);
     void WriteField(unsigned char const * pEnd, std::uint32_t const * pField, unsigned nSelector, unsigned nShape);
     void WriteRegister(unsigned eKind, unsigned iRegister);
     void WriteGeneral(unsigned iRegister, unsigned nBits);
     void WriteVector(std::uint32_t nField, unsigned nShape);
     void WriteNumbered(char const * szClass, unsigned iRegister);
     void WriteSize(unsigned nBytes);
-    void WritePart(unsigned nCode);
+    void WritePart(unsigned eCode);
     void WriteNumber(unsigned char const * pEnd, std::uint32_t const * pField, unsigned eKind, unsigned nSlice);
-    void WriteAddress(std::uint64_t nAddress);
+    void WriteAddress(std::uint64_t Address);
     void WriteSigned(std::int64_t nValue);
     void WriteTarget(unsigned char const * pEnd, std::int64_t nDistance);
-    void OfferSymbol(std::uint64_t nAddress, std::uint32_t iText);
+    void OfferSymbol(std::uint64_t Address, std::uint32_t iText);
     std::uint64_t AsAddress(std::uint64_t n) const { return m_b64Bit ? n : n & 0xFFFFFFFFu; }
 
     void WriteChar(char c);
@@ -121,17 +122,17 @@ private:
         bool bPresent;
         bool bEvex;
         bool bW;
-        bool bBroadcast;      // EVEX.b with a memory operand
-        bool bRounding;       // EVEX.b with a register operand
-        bool bZero;           // elements outside of the mask become 0
-        unsigned nRounding;   // mode
+        bool bBroadcast;      // whether EVEX.b is set with a memory operand
+        bool bRounding;       // whether EVEX.b is set with a register operand
+        bool bZero;           // whether elements outside of the mask become 0
+        unsigned iRounding;   // mode
         unsigned nLength;     // log2 of the vector's bytes, less 4
-        unsigned nMask;       // register of the mask
-        unsigned nRegister;   // operand of the prefix
+        unsigned iMask;       // register of the mask
+        unsigned iRegister;   // operand of the prefix
         unsigned nHighReg;    // bit 4 of the registers in ModR/M and SIB
         unsigned nHighRm;
         unsigned nHighIndex;
-        bool bRegisterShown;   // in the text, as the next ones
+        bool bRegisterShown;   // whether the text shows it, as for the next ones
         bool bIndexShown;
         bool bMaskShown;
         bool bRoundingShown;
@@ -143,7 +144,7 @@ private:
     OpcodeIndex_s const * m_pIndex = nullptr;
     SymbolCallback_t m_fnSymbol = nullptr;
     void * m_pUser = nullptr;
-    unsigned char m_bOperandSize = 0;   // flags of prefixes, cleared before each instruction
+    unsigned char m_bOperandSize = 0;   // whether the instruction has this prefix, as for the next three
     unsigned char m_bAddressSize = 0;
     unsigned char m_bF2 = 0;
     unsigned char m_bF3 = 0;

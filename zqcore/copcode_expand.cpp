@@ -11,7 +11,7 @@ namespace
         std::size_t nBytes = 0;
     };
 
-    // Writes the expanded form. Every step fails at the end of the input or of the output.
+    // Writer of the expanded form. Every step fails at the end of the input or of the output.
     class Expander_c
     {
     public:
@@ -39,7 +39,7 @@ namespace
                 {
                     SetSlot(0);
                 }
-                if (!Group())
+                if (!ExpandGroup())
                 {
                     return 0;
                 }
@@ -59,11 +59,11 @@ namespace
             }
         }
 
-        bool Group()
+        bool ExpandGroup()
         {
             while (m_pInEnd - m_pIn >= 2 && (m_pIn[0] != 0 || m_pIn[1] != 0))
             {
-                if (!String(m_dPatterns, 2) || !String(m_dFormats, 1))
+                if (!ExpandString(m_dPatterns, 2) || !ExpandString(m_dFormats, 1))
                 {
                     return false;
                 }
@@ -78,7 +78,7 @@ namespace
             return true;
         }
 
-        bool String(String_s (&dHistory)[4], std::size_t nUnit)
+        bool ExpandString(String_s (&dHistory)[4], std::size_t nUnit)
         {
             if (m_pInEnd - m_pIn < 2 || m_pIn[1] == 0)
             {

@@ -197,15 +197,19 @@ void OpcodeDecoder_c::WriteNumber(
         return WriteTarget(pEnd, Signed32(pField));
     case OPCODE_KIND_RELATIVE:
         m_bRelative = true;
-        return m_pInstructionEnd != nullptr ? WriteTarget(m_pInstructionEnd, Signed32(pField)) : WriteHex(0, 8);
+        if (m_pInstructionEnd == nullptr)
+        {
+            return WriteHex(0, 8);
+        }
+        return WriteTarget(m_pInstructionEnd, Signed32(pField));
     }
 }
 
-void OpcodeDecoder_c::WriteAddress(std::uint64_t nAddress)
+void OpcodeDecoder_c::WriteAddress(std::uint64_t Address)
 {
     std::uint32_t const iText = m_nText;
-    WriteHex(nAddress, 8);
-    OfferSymbol(nAddress, iText);
+    WriteHex(Address, 8);
+    OfferSymbol(Address, iText);
 }
 
 void OpcodeDecoder_c::WriteSigned(std::int64_t nValue)
@@ -221,15 +225,15 @@ void OpcodeDecoder_c::WriteTarget(unsigned char const * pEnd, std::int64_t nDist
 }
 
 // Inserts the symbol's name before the text written from iText on.
-void OpcodeDecoder_c::OfferSymbol(std::uint64_t nAddress, std::uint32_t iText)
+void OpcodeDecoder_c::OfferSymbol(std::uint64_t Address, std::uint32_t iText)
 {
-    if (nAddress == 0 || m_fnSymbol == nullptr)
+    if (Address == 0 || m_fnSymbol == nullptr)
     {
         return;
     }
     char szName[OPCODE_SYMBOL_SIZE];
     szName[0] = '\0';
-    std::int64_t const nDistance = m_fnSymbol(*this, nAddress, szName, sizeof szName);
+    std::int64_t const nDistance = m_fnSymbol(*this, Address, szName, sizeof szName);
     if (nDistance < 0)
     {
         return;

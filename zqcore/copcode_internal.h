@@ -3,10 +3,11 @@
 //
 // Instructions after SSE2 have a second table, which is tried first. It exists in the expanded form only.
 //
-// A table consists of groups, a group of rows, and a row of a pattern and a format. A pattern takes bytes of the code
-// and has conditions; the first row that matches is used. A format is the text to write, with references to fields.
-// Each byte that a pattern takes is a field. A reference to another group takes what that group takes and makes two
-// fields: the first byte, and the text that the group has written.
+// A table consists of groups, a group of rows, and a row of a pattern and a format. A pattern consumes bytes of the
+// code and has conditions; the first row that matches is used. A format is the text to write, with references to
+// fields.
+// Each byte that a pattern consumes is a field. A reference to another group consumes what that group consumes and
+// makes two fields: the first byte, and the text that the group has written.
 //
 // Compact form: two 32-bit little-endian words (number of bytes that follow them, size of the expanded form), a byte
 // with the number of groups, and the groups. Pattern and format of a row are strings. A string is coded as a selector,
@@ -26,7 +27,7 @@
 
 /// First byte of a pattern's unit whose second byte, the mask, is 0. It is one of these, or 1 to OPCODE_RAW_LAST (that
 /// many raw bytes), or OPCODE_SUBTABLE with the index of a group in the bits of OPCODE_GROUP_MASK. A unit with another
-/// mask takes a byte that is equal to the first one in the bits of the mask.
+/// mask consumes a byte that is equal to the first one in the bits of the mask.
 enum OpcodePattern_e : unsigned char
 {
     OPCODE_ANY_BYTE = 0,
@@ -54,7 +55,7 @@ enum OpcodePattern_e : unsigned char
     OPCODE_IF_F2_ALONE = 38,     // without F3
     OPCODE_IF_F3_ALONE = 39,     // without F2
     OPCODE_MEMORY_SIZE = 0x40,   // and an OpcodeSize_e, and the log2 of a broadcast element's bytes in bits 4 and 5
-    OPCODE_STEP_BACK = 0x40,     // with OPCODE_SUBTABLE: the group begins at the byte that was taken last
+    OPCODE_STEP_BACK = 0x40,     // with OPCODE_SUBTABLE: the group begins at the byte that was consumed last
     OPCODE_SUBTABLE = 0x80,
     OPCODE_GROUP_MASK = 0x3F,
 };
@@ -176,14 +177,17 @@ inline constexpr std::size_t OPCODE_COMPACT_OFFSET = 64;
 inline constexpr std::size_t OPCODE_FIELDS_SIZE = OPCODE_MAX_FIELDS * sizeof(std::uint32_t);
 
 /// Returns the 32-bit little-endian word at p, which need not be aligned.
-inline std::uint32_t OpcodeWord(unsigned char const * p)
+constexpr std::uint32_t OpcodeWord(unsigned char const * p)
 {
     return p[0] | static_cast<std::uint32_t>(p[1]) << 8 | static_cast<std::uint32_t>(p[2]) << 16
            | static_cast<std::uint32_t>(p[3]) << 24;
 }
 
 /// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the number of bytes written.
-/// Returns 0 if the expanded form does not fit, or if the compact form is malformed or contradicts its first two words.
+/// Returns 0 in these cases:
+/// - The expanded form does not fit.
+/// - The compact form is malformed.
+/// - The compact form contradicts its first two words.
 std::size_t OpcodeExpand(
     unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable);
 

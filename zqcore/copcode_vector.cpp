@@ -12,7 +12,7 @@ namespace
     }
 }
 
-// Takes the prefix in the fields; pCode is the opcode after it. Returns false for a vector length that does not exist.
+// Applies the prefix in the fields; pCode is the opcode after it. Returns false if the vector length does not exist.
 bool OpcodeDecoder_c::TakeVex(std::uint32_t const * pFields, unsigned char const * pCode)
 {
     constexpr unsigned SHORT_VEX = 0xC5;
@@ -25,7 +25,7 @@ bool OpcodeDecoder_c::TakeVex(std::uint32_t const * pFields, unsigned char const
     m_Vex.bEvex = pFields[0] == EVEX;
     m_Vex.bW = !bShort && nSecond & 0x80;
     m_Vex.nLength = IfBit(nSecond, 4, 1);
-    m_Vex.nRegister = ~nSecond >> 3 & (m_b64Bit ? 15 : 7);
+    m_Vex.iRegister = ~nSecond >> 3 & (m_b64Bit ? 15 : 7);
     m_bOperandSize = (nSecond & 3) == 1;
     m_bF3 = (nSecond & 3) == 2;
     m_bF2 = (nSecond & 3) == 3;
@@ -37,7 +37,7 @@ bool OpcodeDecoder_c::TakeVex(std::uint32_t const * pFields, unsigned char const
     return !m_Vex.bEvex || TakeEvex(nFirst, pFields[3], pCode);
 }
 
-// Takes what EVEX adds. With a register operand its bit b says that the length's bits are a rounding mode.
+// Applies what EVEX adds. With a register operand and its bit b, the length's bits are a rounding mode.
 bool OpcodeDecoder_c::TakeEvex(unsigned nFirst, unsigned nThird, unsigned char const * pCode)
 {
     constexpr unsigned REGISTER_FORM = 0xC0;   // of the ModR/M byte
@@ -45,25 +45,25 @@ bool OpcodeDecoder_c::TakeEvex(unsigned nFirst, unsigned nThird, unsigned char c
     m_Vex.bBroadcast = nThird & 0x10 && !bRegister;
     m_Vex.bRounding = nThird & 0x10 && bRegister;
     m_Vex.bZero = nThird & 0x80;
-    m_Vex.nMask = nThird & 7;
-    m_Vex.nRounding = nThird >> 5 & 3;
-    m_Vex.nLength = m_Vex.bRounding ? 2 : m_Vex.nRounding;
+    m_Vex.iMask = nThird & 7;
+    m_Vex.iRounding = nThird >> 5 & 3;
+    m_Vex.nLength = m_Vex.bRounding ? 2 : m_Vex.iRounding;
     if (m_b64Bit)
     {
         m_Vex.nHighReg = nFirst & 0x10;
         m_Vex.nHighRm = IfBit(nFirst, 0x40, 0x10);
         m_Vex.nHighIndex = IfBit(~nThird, 8, 0x10);
-        m_Vex.nRegister |= m_Vex.nHighIndex;
+        m_Vex.iRegister |= m_Vex.nHighIndex;
     }
     return m_Vex.nLength <= 2;
 }
 
 // Sets the size of the memory operand. Returns false for a broadcast that the instruction does not have.
-bool OpcodeDecoder_c::SetMemorySize(unsigned nCode)
+bool OpcodeDecoder_c::SetMemorySize(unsigned eCode)
 {
     constexpr unsigned VECTOR = 16;
-    unsigned const eSize = nCode & 15;
-    unsigned const nElement = nCode >> 4 & 3;
+    unsigned const eSize = eCode & 15;
+    unsigned const nElement = eCode >> 4 & 3;
     m_nMemory = eSize <= OPCODE_SIZE_EIGHTH ? VECTOR << m_Vex.nLength >> eSize : 1u << (eSize - OPCODE_SIZE_1);
     if (!m_Vex.bBroadcast)
     {
@@ -77,9 +77,9 @@ bool OpcodeDecoder_c::SetMemorySize(unsigned nCode)
 // Returns whether the text shows what the prefix says. A processor refuses the bits that an instruction does not have.
 bool OpcodeDecoder_c::IsVexShown() const
 {
-    unsigned const nRegister = m_Vex.nRegister & (m_Vex.bIndexShown ? 15 : 31);   // bit 4 is the index's too
-    return (nRegister == 0 || m_Vex.bRegisterShown) && (!m_Vex.bRounding || m_Vex.bRoundingShown)
-           && (m_Vex.nMask == 0 ? !m_Vex.bZero : m_Vex.bMaskShown);
+    unsigned const iRegister = m_Vex.iRegister & (m_Vex.bIndexShown ? 15 : 31);   // bit 4 is the index's too
+    return (iRegister == 0 || m_Vex.bRegisterShown) && (!m_Vex.bRounding || m_Vex.bRoundingShown)
+           && (m_Vex.iMask == 0 ? !m_Vex.bZero : m_Vex.bMaskShown);
 }
 
 void OpcodeDecoder_c::WriteVector(std::uint32_t nField, unsigned nShape)
@@ -91,7 +91,7 @@ void OpcodeDecoder_c::WriteVector(std::uint32_t nField, unsigned nShape)
                                : ePlace == OPCODE_PLACE_RM        ? (nField & 7) | Rex(OPCODE_REX_B) | m_Vex.nHighRm
                                : ePlace == OPCODE_PLACE_INDEX     ? nReg | Rex(OPCODE_REX_X) | m_Vex.nHighIndex
                                : ePlace == OPCODE_PLACE_IMMEDIATE ? nField >> 4 & (m_b64Bit ? 15 : 7)
-                                                                  : m_Vex.nRegister;
+                                                                  : m_Vex.iRegister;
     m_Vex.bRegisterShown |= ePlace == OPCODE_PLACE_VVVV;
     m_Vex.bIndexShown |= ePlace == OPCODE_PLACE_INDEX;
     unsigned const eClass = nShape >> 4;
@@ -122,10 +122,10 @@ void OpcodeDecoder_c::WriteSize(unsigned nBytes)
 }
 
 // Writes the parts of a text that no field has.
-void OpcodeDecoder_c::WritePart(unsigned nCode)
+void OpcodeDecoder_c::WritePart(unsigned eCode)
 {
     static constexpr char const * ROUNDINGS[] = { ",{rn-sae}", ",{rd-sae}", ",{ru-sae}", ",{rz-sae}" };
-    switch (nCode)
+    switch (eCode)
     {
     case OPCODE_PRINT_SIZE:
         return WriteSize(m_nMemory);
@@ -140,15 +140,15 @@ void OpcodeDecoder_c::WritePart(unsigned nCode)
         return;
     case OPCODE_PRINT_MASK:
         m_Vex.bMaskShown = true;
-        if (m_Vex.nMask != 0)
+        if (m_Vex.iMask != 0)
         {
-            WriteNumbered("{k", m_Vex.nMask);
+            WriteNumbered("{k", m_Vex.iMask);
             WriteText(m_Vex.bZero ? "}{z}" : "}");
         }
         return;
     case OPCODE_PRINT_ROUNDING:
         m_Vex.bRoundingShown = true;
-        return WriteText(m_Vex.bRounding ? ROUNDINGS[m_Vex.nRounding] : "");
+        return WriteText(m_Vex.bRounding ? ROUNDINGS[m_Vex.iRounding] : "");
     case OPCODE_PRINT_SAE:
         m_Vex.bRoundingShown = true;
         return WriteText(m_Vex.bRounding ? ",{sae}" : "");

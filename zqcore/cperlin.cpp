@@ -48,24 +48,24 @@ namespace
     // Returns the divisor that normalises a vector of this squared length.
     float LengthOf(float fSquare)
     {
-        float const s = std::sqrt(fSquare);
-        ZQ_ASSERT_TEXT(s > -FLT_MAX && s < FLT_MAX, "s > - FLT_MAX && s < FLT_MAX");
-        return s == 0.0f ? FLT_MIN : s;
+        float const fLength = std::sqrt(fSquare);
+        ZQ_ASSERT_TEXT(fLength > -FLT_MAX && fLength < FLT_MAX, "s > - FLT_MAX && s < FLT_MAX");
+        return fLength == 0.0f ? FLT_MIN : fLength;
     }
 
-    void normalize2(Vector2_t & v)
+    void Normalize(Vector2_t & v)
     {
-        float const s = LengthOf(v.x * v.x + v.y * v.y);
-        v = { v.x / s, v.y / s };
+        float const fLength = LengthOf(v.x * v.x + v.y * v.y);
+        v = { v.x / fLength, v.y / fLength };
     }
 
-    void normalize3(Vec3fpu_t & v)
+    void Normalize(Vec3fpu_t & v)
     {
-        float const s = LengthOf(v.x * v.x + v.y * v.y + v.z * v.z);
-        v = { v.x / s, v.y / s, v.z / s };
+        float const fLength = LengthOf(v.x * v.x + v.y * v.y + v.z * v.z);
+        v = { v.x / fLength, v.y / fLength, v.z / fLength };
     }
 
-    // The order of the draws decides the noise.
+    // Draws entry i of each table. The order of the draws decides the noise.
     void DrawEntry(int i)
     {
         g_Tables.dPermutation[i] = i;
@@ -73,12 +73,12 @@ namespace
         Vector2_t & Gradient2 = g_Tables.dGradients2[i];
         Gradient2.x = DrawComponent();
         Gradient2.y = DrawComponent();
-        normalize2(Gradient2);
+        Normalize(Gradient2);
         Vec3fpu_t Gradient3;
         Gradient3.x = DrawComponent();
         Gradient3.y = DrawComponent();
         Gradient3.z = DrawComponent();
-        normalize3(Gradient3);
+        Normalize(Gradient3);
         g_Tables.dGradients3[i] = Float4_t{ Gradient3.x, Gradient3.y, Gradient3.z, 0.0f };
     }
 
@@ -104,22 +104,22 @@ namespace
     // Position of a point on the lattice, one lane for each axis.
     struct Place_s
     {
-        plat::Int4_t n;   // lattice point at or below the point
-        Float4_t r0;      // distance from n
-        Float4_t r1;      // distance from n + 1
-        Float4_t s;       // weight of n + 1
+        plat::Int4_t Cell;   // lattice point at or below the point
+        Float4_t r0;         // distance from Cell
+        Float4_t r1;         // distance from Cell + 1
+        Float4_t s;          // weight of Cell + 1
 
         explicit Place_s(Float4_t Point)
         {
-            Float4_t const t = Point + OFFSET;
-            n = plat::Truncate(t);
-            r0 = t - plat::FloatsOf(n);
+            Float4_t const Moved = Point + OFFSET;
+            Cell = plat::Truncate(Moved);
+            r0 = Moved - plat::FloatsOf(Cell);
             r1 = r0 - 1.0f;
             s = r0 * r0 * (3.0f - 2.0f * r0);
         }
 
-        int First(int iAxis) const { return n[iAxis] & (LATTICE - 1); }
-        int Next(int iAxis) const { return (n[iAxis] + 1) & (LATTICE - 1); }
+        int First(int iAxis) const { return Cell[iAxis] & (LATTICE - 1); }
+        int Next(int iAxis) const { return (Cell[iAxis] + 1) & (LATTICE - 1); }
     };
 
     template <typename T>
@@ -141,27 +141,27 @@ namespace
     // The corners of a cell in x and y: lanes 00, 10, 01, 11.
     struct Corners_s
     {
-        int b00, b10, b01, b11;
+        int i00, i10, i01, i11;
 
         explicit Corners_s(Place_s const & Place)
         {
             int const * const p = g_Tables.dPermutation;
-            int const i = p[Place.First(0)];
-            int const j = p[Place.Next(0)];
-            int const by0 = Place.First(1);
-            int const by1 = Place.Next(1);
-            b00 = p[i + by0];
-            b10 = p[j + by0];
-            b01 = p[i + by1];
-            b11 = p[j + by1];
+            int const iX0 = p[Place.First(0)];
+            int const iX1 = p[Place.Next(0)];
+            int const iY0 = Place.First(1);
+            int const iY1 = Place.Next(1);
+            i00 = p[iX0 + iY0];
+            i10 = p[iX1 + iY0];
+            i01 = p[iX0 + iY1];
+            i11 = p[iX1 + iY1];
         }
     };
 
-    // Returns the values of the four corners in the plane bz. x, y and z are the distances from the corners.
-    Float4_t PlaneValues(Corners_s const & Corners, int bz, Float4_t x, Float4_t y, Float4_t z)
+    // Returns the values of the four corners in the plane iZ. x, y and z are the distances from the corners.
+    Float4_t PlaneValues(Corners_s const & Corners, int iZ, Float4_t x, Float4_t y, Float4_t z)
     {
-        Float4_t const * const g = g_Tables.dGradients3 + bz;
-        Float4_t const g00 = g[Corners.b00], g10 = g[Corners.b10], g01 = g[Corners.b01], g11 = g[Corners.b11];
+        Float4_t const * const g = g_Tables.dGradients3 + iZ;
+        Float4_t const g00 = g[Corners.i00], g10 = g[Corners.i10], g01 = g[Corners.i01], g11 = g[Corners.i11];
         Float4_t const Low0 = Pick<0, 4, 1, 5>(g00, g10), Low1 = Pick<0, 4, 1, 5>(g01, g11);
         Float4_t const High0 = Pick<2, 6, 3, 7>(g00, g10), High1 = Pick<2, 6, 3, 7>(g01, g11);
         Float4_t const gx = Pick<0, 1, 4, 5>(Low0, Low1);
@@ -188,8 +188,8 @@ float PerlinNoise(Vector2_t const & Point)
     Corners_s const Corners(Place);
     Vector2_t const * const g = g_Tables.dGradients2;
     float const rx0 = Place.r0[0], rx1 = Place.r1[0], ry0 = Place.r0[1], ry1 = Place.r1[1], sx = Place.s[0];
-    float const a = Blend(Dot(g[Corners.b00], rx0, ry0), Dot(g[Corners.b10], rx1, ry0), sx);
-    float const b = Blend(Dot(g[Corners.b01], rx0, ry1), Dot(g[Corners.b11], rx1, ry1), sx);
+    float const a = Blend(Dot(g[Corners.i00], rx0, ry0), Dot(g[Corners.i10], rx1, ry0), sx);
+    float const b = Blend(Dot(g[Corners.i01], rx0, ry1), Dot(g[Corners.i11], rx1, ry1), sx);
     float const fNoise = Blend(a, b, Place.s[1]);
     ZQ_ASSERT_EX(fNoise > -1.0f && fNoise < 1.0f, "Invalid 2D-perlin noise");
     return Clamped(fNoise);

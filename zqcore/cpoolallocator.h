@@ -77,8 +77,10 @@ public:
         : m_Pool(Pool)
     {}
 
-    /// Allocates an element and returns it, never null. Ends in Abort if none is left, or if the block needs more bytes
-    /// or a larger alignment than an element has.
+    /// Allocates an element and returns it, never null. Ends in Abort in these cases:
+    /// - No element is left.
+    /// - The block needs more bytes than an element has.
+    /// - The alignment is above 16, or the size of an element is no multiple of it.
     void * Allocate(std::size_t nBytes, std::size_t nAlignment)
     {
         auto const nElement = static_cast<std::size_t>(m_Pool.ElementSize());
@@ -100,18 +102,18 @@ private:
     GigaPoolStatic_c & m_Pool;
 };
 
-/// Allocator of a standard container. Allocators of one pool are equal. A move, a swap or the copy of a container takes
-/// the pool along; a copy assignment does not.
+/// Allocator of a standard container. Allocators of one pool are equal. A move, a swap or the copy of a container
+/// carries the pool along; a copy assignment does not.
 template <typename T, typename POOL = PoolBlocks_c>
 class PoolAllocator_T
 {
 public:
-    /// As the standard asks of an allocator.
+    /// Types that the standard requires of an allocator.
     using value_type = T;
     using propagate_on_container_move_assignment = std::true_type;
     using propagate_on_container_swap = std::true_type;
 
-    /// Uses a pool, which must outlive the container. Converts, so that a container's constructor takes the pool
+    /// Use a pool, which must outlive the container. They convert, so that a container's constructor accepts the pool
     /// itself.
     PoolAllocator_T(POOL & Pool) noexcept
         : m_pPool(&Pool)
@@ -151,6 +153,7 @@ template <typename POOL>
 class PoolResource_T final : public std::pmr::memory_resource
 {
 public:
+    /// Uses a pool.
     explicit PoolResource_T(POOL & Pool)
         : m_Pool(Pool)
     {}

@@ -1,6 +1,6 @@
 // cprintf.h: printf formats whose arguments are text classes.
 //
-// Log and functions like it take a printf format. `%s` also takes a text class: a String_T, a std::string, a
+// Log and functions like it accept a printf format. `%s` also accepts a text class: a String_T, a std::string, a
 // std::string_view, and classes like them. If one of the arguments is such a class, a template passes its text to the
 // function, and checks the format against the arguments:
 // - g++ with optimization, and clang++ always, refuse a call whose literal format does not match.
@@ -64,10 +64,10 @@ concept PrintfTexts_T = ((PrintfText_T<ARGS> || PrintfView_T<ARGS>) || ...);
 template <typename T>
 concept PrintfPointer_T = std::same_as<T, char const *> || std::same_as<T, char *>;
 
-/// What printf makes of an argument.
+/// Kind of an argument, as printf distinguishes them.
 enum class PrintfKind_e : unsigned char
 {
-    Unknown,   // nothing that printf takes
+    Unknown,   // nothing that printf accepts
     Int,
     Long,
     LongLong,
@@ -120,11 +120,11 @@ template <typename... ARGS>
 class PrintfCheck_T
 {
 public:
-    /// Returns whether the format takes exactly these arguments. %n is refused.
+    /// Returns whether the format accepts exactly these arguments. %n is refused.
     template <std::size_t N>
     static constexpr bool Matches(char const (&fmt)[N])
     {
-        State_t State;
+        State_s State;
         for (std::size_t i = 0; i < N; ++i)
         {
             Step(State, fmt[i]);
@@ -135,7 +135,7 @@ public:
     /// Does the same for a terminated text.
     static constexpr bool MatchesText(char const * fmt)
     {
-        State_t State;
+        State_s State;
         do
         {
             Step(State, *fmt);
@@ -148,7 +148,7 @@ public:
     template <std::size_t N, std::size_t... I>
     ZQ_INLINE static bool Fold(char const (&fmt)[N], std::index_sequence<I...>)
     {
-        State_t State;
+        State_s State;
         (Step(State, fmt[I]), ...);
         return IsGood(State);
     }
@@ -168,7 +168,7 @@ private:
         END
     };
 
-    struct State_t
+    struct State_s
     {
         Place_e ePlace = PLAIN;
         char cLength = 0;   // 'H' for hh, 'q' for ll
@@ -177,13 +177,13 @@ private:
 
     static constexpr Kind_e KINDS[sizeof...(ARGS) + 1] = { PrintfKind<ARGS>()..., Kind_e::Unknown };
 
-    ZQ_INLINE static constexpr bool IsGood(State_t const & State)
+    ZQ_INLINE static constexpr bool IsGood(State_s const & State)
     {
         return State.ePlace == END && State.nArguments == sizeof...(ARGS);
     }
 
-    /// Takes the next argument, which must be of a kind, and continues at a place.
-    ZQ_INLINE static constexpr void Take(State_t & State, Kind_e eKind, Place_e eThen)
+    /// Consumes the next argument, which must be of a kind, and continues at a place.
+    ZQ_INLINE static constexpr void Take(State_s & State, Kind_e eKind, Place_e eThen)
     {
         Kind_e const eArgument = State.nArguments < sizeof...(ARGS) ? KINDS[State.nArguments] : Kind_e::Unknown;
         bool const bAddress = eKind == Kind_e::Pointer && eArgument >= Kind_e::Text;
@@ -202,14 +202,14 @@ private:
                                 : Kind_e::Int;
     }
 
-    ZQ_INLINE static constexpr Kind_e Only(char cLength, Kind_e eKind)
+    ZQ_INLINE static constexpr Kind_e PlainKind(char cLength, Kind_e eKind)
     {
         return cLength == 0 ? eKind : Kind_e::Unknown;
     }
 
     ZQ_INLINE static constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-    ZQ_INLINE static constexpr void Step(State_t & State, char c)
+    ZQ_INLINE static constexpr void Step(State_s & State, char c)
     {
         if (State.ePlace == PLAIN)
         {
@@ -258,7 +258,7 @@ private:
         }
     }
 
-    ZQ_INLINE static constexpr void Convert(State_t & State, char c)
+    ZQ_INLINE static constexpr void Convert(State_s & State, char c)
     {
         char const cLength = State.cLength;
         switch (c)
@@ -283,11 +283,11 @@ private:
         case 'o':
             return Take(State, IntegerKind(cLength), PLAIN);
         case 'c':
-            return Take(State, Only(cLength, Kind_e::Int), PLAIN);
+            return Take(State, PlainKind(cLength, Kind_e::Int), PLAIN);
         case 's':
-            return Take(State, cLength == 'l' ? Kind_e::WideText : Only(cLength, Kind_e::Text), PLAIN);
+            return Take(State, cLength == 'l' ? Kind_e::WideText : PlainKind(cLength, Kind_e::Text), PLAIN);
         case 'p':
-            return Take(State, Only(cLength, Kind_e::Pointer), PLAIN);
+            return Take(State, PlainKind(cLength, Kind_e::Pointer), PLAIN);
         case 'e':
         case 'E':
         case 'f':
@@ -296,7 +296,7 @@ private:
         case 'G':
         case 'a':
         case 'A':
-            return Take(State, cLength == 'L' ? Kind_e::LongDouble : Only(cLength, Kind_e::Double), PLAIN);
+            return Take(State, cLength == 'L' ? Kind_e::LongDouble : PlainKind(cLength, Kind_e::Double), PLAIN);
         default:
             State.ePlace = WRONG;
         }
@@ -306,7 +306,7 @@ private:
 /// Refuses to compile every call of it.
 void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its arguments");
 
-/// Returns whether the format matches, for the templates below the functions. Refuses a literal that does not.
+/// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses a literal that does not.
 template <typename... ARGS, std::size_t N>
 ZQ_INLINE bool PrintfMatches(char const (&fmt)[N])
 {
@@ -326,7 +326,7 @@ ZQ_INLINE bool PrintfMatches(char const (&fmt)[N])
     return PrintfCheck_T<ARGS...>::Matches(fmt);
 }
 
-/// An argument as printf takes it.
+/// An argument as printf accepts it.
 template <typename T>
 class PrintfArgument_T
 {
@@ -336,7 +336,7 @@ public:
         : m_Value(Value)
     {}
 
-    /// Returns what printf takes: a pointer to the text of a text class, any other value as it is passed.
+    /// Returns what printf accepts: a pointer to the text of a text class, any other value as it is passed.
     decltype(auto) Get() const
     {
         if constexpr (requires { m_Value.CStr(); })
@@ -357,11 +357,12 @@ private:
     T const & m_Value;
 };
 
-// The same for a text without a terminator: a terminated copy, cut at 4095 characters.
+/// Terminated copy of a text without a terminator, cut at 4095 characters.
 template <PrintfView_T T>
 class PrintfArgument_T<T>
 {
 public:
+    /// Copies the text.
     explicit PrintfArgument_T(T const & Value)
     {
         std::size_t const nCopy = Value.size() < sizeof m_szText ? Value.size() : sizeof m_szText - 1;
@@ -371,13 +372,15 @@ public:
         }
         m_szText[nCopy] = '\0';
     }
+
+    /// Returns the copy.
     char const * Get() const { return m_szText; }
 
 private:
     char m_szText[4096];
 };
 
-/// Defines the template of a function that takes a format. RESULT is its result with attributes, RETURN is "return" or
+/// Define the templates of a function that has a format. RESULT is its result with attributes, RETURN is "return" or
 /// nothing. ZQ_PRINTF_TEXTS_AFTER has the parameters before the format, and their names, both in parentheses.
 #define ZQ_PRINTF_TEXTS(RESULT, RETURN, FUNCTION) ZQ_PRINTF_TEXTS_AFTER(RESULT, RETURN, FUNCTION, (), ())
 #define ZQ_PRINTF_TEXTS_AFTER(RESULT, RETURN, FUNCTION, PARAMETERS, NAMES)                                             \

@@ -25,7 +25,7 @@ namespace
     constexpr unsigned LOOKUP_SLOTS = 1u << LOOKUP_BITS;
     static_assert(LOOKUP_SLOTS >= 2 * MAX_TIMERS_TOTAL);
 
-    // Zero at load and without a constructor, so a process that profiles nothing never touches these pages.
+    // Records of the timers, zero at load, so a process that profiles nothing never touches these pages.
     union Records_u
     {
         char cNone;
@@ -112,7 +112,8 @@ namespace
         g_dLookup[iSlot] = static_cast<std::uint16_t>(g_iTimerTotalCount);
         timer_t * const pTimer = AddRecord(iTimer, szName);
         State_s & Parent = StateOf(pParent);
-        (Parent.pLastChild ? Parent.pLastChild->pNext : pParent->pChild) = pTimer;
+        timer_t *& pLink = Parent.pLastChild ? Parent.pLastChild->pNext : pParent->pChild;
+        pLink = pTimer;
         Parent.pLastChild = pTimer;
         StateOf(pTimer).pParent = pParent;
         return pTimer;
@@ -234,7 +235,7 @@ namespace
         g_tSwapMaxTime = std::max(g_tSwapMaxTime, g_tSwapLastTime);
     }
 
-    void NextSlot()
+    void MoveToNextSlot()
     {
         ++g_nFrame;
         if (++g_iRing == PROFILER_FRAMES)
@@ -251,7 +252,7 @@ namespace
         }
     }
 
-    // Records that were never in use are zero already.
+    // Discards all timers. Records that were never in use are zero already.
     void ForgetTimers()
     {
         std::memset(
@@ -349,7 +350,7 @@ void ProfilerUpdateFrame(bool bTimeItself)
         ProfilerPush(ZQ_TIMER_PROFILER_UPDATE_FRAME, "ProfilerUpdateFrame");
     }
     DeriveAll();
-    NextSlot();
+    MoveToNextSlot();
     if (bTimeItself)
     {
         ProfilerPop(ZQ_TIMER_PROFILER_UPDATE_FRAME);

@@ -103,6 +103,7 @@ ZQ_API void ProfilerEndFrame();
 class ProfilerScope_c
 {
 public:
+    /// Push the timer, as the ProfilerPush of the same parameters does.
     explicit ProfilerScope_c(char const * szName, bool bRoot = false)
         : m_bById(false)
         , m_iTimer(0)
@@ -167,7 +168,8 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
 /// thread. A caller includes zqcore/cfilename.h; with it, a path (char const *) converts.
 /// - A second call ends the first file. An empty name does nothing.
-/// - On failure FileOpenTracker complains, a line is logged, and there is no stats file.
+/// - If the file cannot be created, FileOpenTracker complains and a line is logged. If the header cannot be written,
+///   lines are logged. There is no stats file then.
 /// - A forked process has no stats file until it names its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 

@@ -21,8 +21,8 @@ profiler::timer_t * ProfilerTimers();
 /// Returns the number of open pushes, the root and those that found no room included.
 int ProfilerDepth();
 
-/// Writes pointers to the names of the timers that are open, the outermost first and the root left out, at most nMost.
-/// Returns their number. If another thread pushes or pops meanwhile, a pointer may be to an old or a new name.
+/// Writes pointers to the names of the timers that are open, the outermost first and the root left out, at most nMost,
+/// and returns their number. If another thread pushes or pops meanwhile, a pointer may be to an old or a new name.
 int ProfilerOpenTimers(char const ** pszNames, int nMost);
 
 /// Pops down to this depth, but never the root.

@@ -101,7 +101,7 @@ namespace
         return ProfilerFinishWrite();
     }
 
-    // The records follow a count of four bytes and begin on a cache line.
+    // Allocates the buffer so that the records, which follow a count of four bytes, begin on a cache line.
     void AllocateBuffer()
     {
         constexpr std::size_t ALIGNMENT = 64;

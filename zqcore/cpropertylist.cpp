@@ -36,7 +36,7 @@ namespace
         }
 
     private:
-        struct Slot_t
+        struct Slot_s
         {
             int iText = -1;
             std::uint32_t iHash = 0;
@@ -65,7 +65,7 @@ namespace
         void Rebuild(std::size_t nSlots)
         {
             m_nSlots = nSlots;
-            m_pSlots.reset(ZQ_NEW Slot_t[nSlots]);
+            m_pSlots.reset(ZQ_NEW Slot_s[nSlots]);
             for (int i = 0; i + 1 < m_Texts.GetLength(); ++i)
             {
                 Enter(i);
@@ -73,7 +73,7 @@ namespace
         }
 
         WarehouseLine_c const & m_Texts;
-        std::unique_ptr<Slot_t[]> m_pSlots;
+        std::unique_ptr<Slot_s[]> m_pSlots;
         std::size_t m_nSlots = 0;   // a power of 2, at least twice the number of texts
     };
 }

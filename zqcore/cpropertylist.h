@@ -38,8 +38,9 @@ public:
     PropertyList_c(PropertyList_c const &) = delete;
     PropertyList_c & operator=(PropertyList_c const &) = delete;
 
-    /// Closes what was open and opens a file by name. Returns false, without a message, if there is no such file or if
-    /// it is in UTF-16. Also returns false, with log lines, if it cannot be read. Asserts that the name is not null.
+    /// Closes what was open and opens a file by name. Asserts that the name is not null. Returns false, without a
+    /// message of its own, if there is no such file or if it is in UTF-16. Also returns false, with log lines, if it
+    /// cannot be read.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO);
 
     /// Returns why the last Open failed. Searches and walks set no error.
@@ -104,7 +105,7 @@ private:
     bool Extract(WarehouseLine_c & Queue, char * sValue, int nMaxLength);
     WarehouseScan_t Scan() const;
 
-    // What the walks have yet to return, the next one last, where removing it costs nothing.
+    /// Texts that the walks have yet to return, the next one last, so that removing it costs nothing.
     WarehouseLine_c m_Names;
     WarehouseLine_c m_List;
     File_c * m_pFile = nullptr;

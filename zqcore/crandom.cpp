@@ -11,7 +11,7 @@ namespace
     constinit Link_T<RandomSeedEntry_s> * g_pSeedList = nullptr;   // newest first
 }
 
-// Defined after the head of the list, which its construction changes.
+// Common generator, defined after the head of the list, which its construction changes.
 RandomNumber_c g_Random(0, "Common random");
 
 constinit unsigned int g_nSeed0 = 7;
@@ -53,8 +53,8 @@ unsigned int RandomNumber_c::SeedFromTime()
     return GetCrc32Polynomial8(static_cast<std::uint64_t>(plat::SecondsSince1970()));
 }
 
-// D. Lemire, "Fast Random Integer Generation in an Interval", 2019: the result is the high half of the product; the low
-// half identifies the numbers that would be returned once too often.
+// Returns the high half of a product. The low half identifies the numbers that would be returned once too often
+// (D. Lemire, "Fast Random Integer Generation in an Interval", 2019).
 std::uint32_t RandomNumber_c::NextBelow(std::uint32_t nCount)
 {
     std::uint64_t nProduct = std::uint64_t{ Next() } * nCount;

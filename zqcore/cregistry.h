@@ -2,7 +2,8 @@
 //
 // A Registry_c has a root tree and at most one open key, on which all value operations work. `\` separates the parts of
 // a key's path. Keys and value names compare without regard to ASCII case. A part of a path and a value name each have
-// at most 255 bytes, of any value but 0. A value has at most 16 MiB.
+// at most 255 bytes, of any value but 0. A value has at most 16 MiB. An empty path is the root itself. An empty or null
+// value name is the key's unnamed value.
 //
 // Functions with a buffer and its size differ from the rule of cstring.h: nothing is cut. What does not fit is a
 // failure, and the buffer stays unchanged. With a text object or an integer of any width (ctextvalue.h) it is the
@@ -11,9 +12,9 @@
 // Ownership: an object owns its open key. Results are copied to the caller.
 // Threads: one thread for each object. Any number of objects and processes may share the store. A value is replaced as
 // a whole: other processes, and those after a crash, see the old value or the new one.
-// Cost: each operation goes to the disk and takes 10 us or more.
+// Cost: each operation goes to the disk and needs 10 us or more.
 // Failure: operations return 0 or false and log nothing. The caller's variables stay unchanged, unless a
-// declaration says otherwise.
+// declaration says otherwise. Requires that pointers to results are not null, except in EnumKey.
 //
 //     Registry_c Registry;   // the user's tree
 //     if (Registry.CreateKey("Software\\Example\\Game"))
@@ -54,15 +55,15 @@ struct _tag_KEY_INFO
 class ZQ_API Registry_c
 {
 public:
-    /// Makes an object without an open key.
+    /// Makes an object for a tree, without an open key.
     explicit Registry_c(plat::RegistryTree_e hRoot = plat::RegistryTree_e::User);
     ~Registry_c();
     Registry_c(Registry_c const &) = delete;
     Registry_c & operator=(Registry_c const &) = delete;
 
     /// Close the open key, open another one by its path from the root, and return 1. CreateKey, and OpenKey with
-    /// bCreate, create it if needed. A key that the user may only read is opened too; operations that would change it
-    /// fail. On failure they return 0, and no key is open.
+    /// bCreate, create it if needed. They also open a key that the user may only read; operations that would change
+    /// it fail. On failure they return 0, and no key is open.
     int CreateKey(char const * sName);
     int OpenKey(char const * sName, int bCreate);
 
@@ -116,7 +117,7 @@ public:
     /// bytes.
     int ReadValue(char const * sName, float * pValue);
 
-    /// Reads what WriteValue of an int or a std::uint32_t stores: a signed type takes the 4 bytes as an int, an
+    /// Reads what WriteValue of an int or a std::uint32_t stores: a signed type reads the 4 bytes as an int, an
     /// unsigned one as a std::uint32_t. Returns 0, with *pValue unchanged, for any other value and for a number outside
     /// the type.
     template <Integer_T T>

@@ -25,12 +25,12 @@ namespace
         NUMBER = 4   // characters that GetInt reads
     };
 
-    // Classes of each byte.
-    struct Classes_t
+    // Table of each byte's classes.
+    struct Classes_c
     {
         unsigned char dClasses[256] = {};
 
-        constexpr Classes_t()
+        constexpr Classes_c()
         {
             for (int i = 0; i < 256; ++i)
             {
@@ -49,7 +49,7 @@ namespace
         }
     };
 
-    constexpr Classes_t CLASSES;
+    constexpr Classes_c CLASSES;
 
     bool Is(char c, unsigned dwClasses)
     {

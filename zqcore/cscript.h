@@ -6,18 +6,19 @@
 // mark at the start is skipped and is no part of the text.
 //
 // The first read that needs more than is left sets m_bEndOfFile. It stays set until the next opening or a rewind. From
-// then on tokens are empty and numbers 0.
+// then on tokens are empty and numbers 0. After a token that ends the text, the next GetLine or GetSpecific reads the
+// token's last byte again.
 //
 // The buffers of GetLine follow the rule of cstring.h; GetToken, GetSpecific, GetString and GetDump say how they
 // differ. A text object (ctextvalue.h) has no size to pass.
 //
 // Ownership: the text is a private copy of a file, which CloseFile frees, or the caller's block, which must stay until
 // the next opening.
-// Threads: one thread for each object.
+// Threads: one thread for each object. OpenFile belongs to the main thread, as the table of files does (cfile.h).
 // Cost: opening a file allocates the copy. Reading allocates nothing, but a std::string may.
-// Failure: GetLastError has the place. A mismatch, such as a wrong label or a missing quote, is skipped silently in a
-// file. In a block of memory it also fails an assertion, unless a file's copy is still held. A text that begins with
-// UTF-16's mark is refused.
+// Failure: GetLastError has the place. A mismatch, such as a wrong label or a missing opening quote, is skipped
+// silently in a file. In a block of memory it also fails an assertion, unless a file's copy is still held. A text that
+// begins with UTF-16's mark is refused.
 //
 //     char const szText[] = "health 100 name 'Ogre'";
 //     Script_c Script;
@@ -33,7 +34,7 @@
 
 #include <string_view>
 
-/// A reader of one text at a time.
+/// Reader of one text at a time.
 class ZQ_API Script_c
 {
 public:
@@ -75,9 +76,10 @@ public:
         PutToken(sToken, NextToken(bPunctuation));
     }
 
-    /// Read the next token, without punctuation, as a text, a whole number, a number or the name of an enumerator, and
-    /// return true. Return false, with the value unchanged, at the end of the text and for a token that is nothing of
-    /// the kind or out of range. Such a token is a mismatch; a text that a String_T cuts is an error of GetLastError.
+    /// Read the next token, as GetToken without bPunctuation does, as a text, a whole number, a number or the name of
+    /// an enumerator, and return true. Return false, with the value unchanged, at the end of the text and for a token
+    /// that is nothing of the kind or out of range. Such a token is a mismatch; a text that a String_T cuts is an error
+    /// of GetLastError.
     template <TextObject_T TEXT>
     bool Get(TEXT & sValue)
     {

@@ -100,7 +100,7 @@ int Serializeable_c::GetLeft() const
     return nLength > 0 ? nLength - iPosition : -1;
 }
 
-// Copies bytes that the memory for small values does not hold.
+// Copies bytes that the memory for small values does not hold, and returns true. Returns false on failure.
 bool Serializeable_c::SerializeRun(void * pData, std::size_t nBytes)
 {
     constexpr std::size_t MOST = 1 << 30;   // in one call, which counts by int
@@ -202,7 +202,8 @@ void Serializeable_c::LabelCrc32(char const * sName)
     }
 }
 
-// Stores a label, or returns whether the file has it here. A label that cannot be read is not a different one.
+// Stores a label and returns true, or returns whether the file has it here. A label that cannot be read is not a
+// different one.
 bool Serializeable_c::StepLabel(std::uint32_t dwLabel)
 {
     if (!m_bIsReading)

@@ -168,7 +168,7 @@ public:
     /// Returns the name of the file: a writer's as it was passed, a reader's key.
     virtual char const * GetFileName() const = 0;
 
-    /// Returns the length of the whole file in bytes.
+    /// Returns the length of the whole archive in bytes. Requires that it is below 2 GiB.
     virtual int GetLength() const = 0;
 
     /// Returns a reader's position in bytes from the start, or -1 for a writer.
@@ -213,7 +213,7 @@ public:
     int SerializeVersion(char const * sType, int iNewest);
 
     /// Store the label of a name. A reader compares it; if the file holds another value, it calls Abort. The second
-    /// form takes a value that LabelCalc has returned.
+    /// form expects a value that LabelCalc has returned.
     void Label(char const * sName) { Label(sName, LabelCalc(sName)); }
     void Label(char const * sName, std::uint32_t dwLabel);
 
@@ -269,7 +269,7 @@ public:
     void Fail() { Fail("the data are refused"); }
     ZQ_COLD void Fail(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-    /// Returns whether a check runs. What a damaged file gets wrong then fails the archive, without assertion or Abort.
+    /// Returns whether a check runs. An error in the file then fails the archive, without assertion or Abort.
     bool IsChecked() const { return m_pResult != nullptr; }
 
 protected:
@@ -409,7 +409,7 @@ public:
     bool Close() override;
     bool Serialize(void * pData, int iLength) final;
 
-    /// Returns the number of bytes on disk and in the buffer.
+    /// Returns the number of bytes on disk and in the buffer. Asserts as Writeable_c::GetLength does.
     int GetLength() const override;
 
 private:
@@ -473,7 +473,7 @@ public:
     bool Close() override;
     bool Serialize(void * pData, int iLength) final;
 
-    /// Returns the name that the constructor got.
+    /// Returns the name that the constructor received.
     char const * GetFileName() const override;
 
     /// Returns the number of all bytes, or 0 after Close.
@@ -497,8 +497,8 @@ ZQ_API std::span<std::byte const> FileBytes(File_c const * pFile);
 class ZQ_API Readable_c : public MemoryReadable_c
 {
 public:
-    /// Takes over a reference to the file, as FileOpen returns it. With null, or a file that is not resident, Open
-    /// fails.
+    /// Makes the archive the owner of a reference to the file, as FileOpen returns it. With null, or a file that is not
+    /// resident, Open fails.
     Readable_c(File_c * pFile, std::uint32_t dwVersion);
     ~Readable_c() override;
 
@@ -516,7 +516,7 @@ private:
     File_c * m_pFile;
 };
 
-/// Scope of a chunk: calls ChunkBegin, and ChunkEnd at the end. sName is kept as a pointer.
+/// Scope of a chunk: calls ChunkBegin, and ChunkEnd at the end. Requires that sName outlives it.
 class ArchiveChunk_c
 {
 public:

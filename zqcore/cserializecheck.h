@@ -36,7 +36,7 @@ struct ArchiveResult_s
         OTHER_VERSION   // another major version than the caller's, or a newer minor one
     };
 
-    State_e eState = SOUND;   // what the check found
+    State_e eState = SOUND;   // state that the check has found
     int iPosition = 0;        // of the first error, in bytes from the start
     int nLeft = 0;            // number of bytes after the last that the check has read; 0 unless sound
     String_T<128> sWhyNot;    // the first error, empty if sound
@@ -45,7 +45,7 @@ struct ArchiveResult_s
     bool IsSound() const { return eState == SOUND; }
 };
 
-/// Reader that reports what a damaged archive gets wrong. ArchiveCheck makes one and passes it to a function.
+/// Reader that reports the errors of a damaged archive. ArchiveCheck makes one and passes it to a function.
 class ZQ_API ArchiveCheck_c : public MemoryReadable_c
 {
 public:
@@ -55,7 +55,7 @@ public:
     /// Checks the frames of chunks that follow one another.
     void CheckChunks(std::initializer_list<char const *> dChunks);
 
-    /// Returns what was found so far.
+    /// Returns what the check has found so far.
     ArchiveResult_s GetResult() const;
 
 private:
@@ -67,8 +67,9 @@ private:
 ZQ_API ArchiveResult_s ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks = {});
 
-/// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c and returns the result. fnLoad may make some calls
-/// of a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that are not used.
+/// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c if the version is known, and returns the result.
+/// fnLoad may make some calls of a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that
+/// are not used.
 template <typename LOAD>
 requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_s ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, LOAD fnLoad)

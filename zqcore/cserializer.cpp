@@ -299,8 +299,8 @@ bool Serializer_c::RunBodyOnFreshStack(Serializeable_c & archive, void *& pObjec
     } Call{ *this, archive, pObject };
     auto const fnRun = [](void * pArgument)
     {
-        Call_s & c = *static_cast<Call_s *>(pArgument);
-        c.Serializer.SerializeObject(c.archive, c.pObject);
+        Call_s & This = *static_cast<Call_s *>(pArgument);
+        This.Serializer.SerializeObject(This.archive, This.pObject);
     };
     bool const bRun = plat::StackCallOnFresh(FRESH_STACK, fnRun, &Call);
     if (!bRun)

@@ -9,7 +9,7 @@
 // Ownership: the caller owns the objects that a body makes, also after a failed load.
 // Threads: all state of a pass is static. One pass at a time runs on one thread, from StartSerialize to the next one.
 // Cost: the table of pointers does not use the heap. It has 10 MiB, 6 MiB in a 32-bit process, of which only the pages
-// in use are touched. A level of the graph takes some 200 bytes of stack in a save and 350 in a load, besides the
+// in use are touched. A level of the graph needs some 200 bytes of stack in a save and 350 in a load, besides the
 // body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
 // on a fresh stack. A body itself must not need more than BODY_STACK.
 // Failure: a damaged file asserts and fails the archive, or ends in Abort. A pointer that could not be loaded is null.
@@ -62,27 +62,29 @@ class Serializer_c;
 
 namespace graphs
 {
-    // A type that pointers of a graph have.
+    /// Type that pointers of a graph have.
     using Type_t = void const *;
 
+    /// Direction of a conversion.
     enum class Way_e
     {
         Ask,        // return any address if the type is known
         ToObject,   // from a pointer of the type to the object
-        ToType
+        ToType      // from the object to a pointer of the type
     };
 
-    // Converts a pointer between an object and one of the types that its serializer names. Returns null for others.
+    /// Function that converts a pointer between an object and one of the types that its serializer names. It returns
+    /// null for others.
     using Convert_t = void * (*)(void * p, Type_t Type, Way_e eWay);
 
-    // The serializer of a class, and by its address the identity of a type.
+    /// Serializer of a class, and by the address of the pointer to it the identity of a type.
     template <typename T>
     struct Class_T
     {
         static inline Serializer_c * s_pSerializer = nullptr;
     };
 
-    // Classes that choose the serializer of an object.
+    /// Classes that choose the serializer of an object.
     template <typename T>
     concept Chooser_T = requires(T const & Object)
     {
@@ -219,7 +221,7 @@ protected:
     template <typename T>
     static void Reconstruct(int iPointer, T *& pPointer);
 
-    /// A static object and the class whose serializer stores its contents.
+    /// Static object and the class whose serializer stores its contents.
     struct RegisteredStaticPointer_t
     {
         void * pPointer = nullptr;   // the object
@@ -241,7 +243,7 @@ private:
 
     struct OpenRecord_s;
 
-    /// What a pointer may lead to: an object of one serializer's class, or one that is or names a type, or any.
+    /// Objects that a pointer may lead to: those of one serializer's class, of classes that are or name a type, or all.
     struct Expected_s
     {
         Serializer_c const * pOwn = nullptr;
@@ -296,7 +298,7 @@ public:
     explicit Serializer_T(String_T<32> const & sClassName);
     ~Serializer_T();
 
-    /// Registers a static object, whose contents each pass with static objects stores first. Requires what
+    /// Registers a static object, whose contents each pass with static objects stores or loads first. Requires what
     /// RegisterStaticPointer does.
     void RegisterStatic(T & Object) { RegisterSerializedStaticPointer(&Object, m_sClassName); }
 

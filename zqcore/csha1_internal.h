@@ -9,7 +9,7 @@ inline constexpr std::size_t SHA1_BLOCK_SIZE = 64;
 /// Function that updates the five hash words with nBlocks blocks of SHA1_BLOCK_SIZE bytes.
 using Sha1Kernel_t = void (*)(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
-/// The kernel for every processor.
+/// Hashes blocks as a Sha1Kernel_t, on every processor.
 void Sha1Plain(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
 /// Returns the kernel that uses the SHA instructions of the processor, or null if it has none.

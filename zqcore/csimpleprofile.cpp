@@ -19,7 +19,7 @@ namespace
     constexpr int KINDS = static_cast<int>(std::size(KIND_NAMES));
     static_assert(KINDS == SIMPLE_TIMER_DEBUG + 1);
 
-    // A kind that was pushed and not yet popped.
+    // Kind that was pushed and not yet popped. Times are in ticks of shortTimeGet.
     struct SimpleProfileData_t
     {
         std::int64_t tStart = 0;

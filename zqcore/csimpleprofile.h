@@ -9,8 +9,8 @@
 //
 // Ownership: nothing is owned, started or freed.
 // Threads: any thread. A thread that pushes waits until other threads have left the context. The stack of contexts
-// (SimpleProfileContextPush) belongs to one thread.
-// Cost: a push and a pop take three lock cycles and two readings of the clock. Nothing allocates.
+// (SimpleProfileContextPush, SIMPLE_PROFILE_CONTEXT_CURRENT) belongs to one thread.
+// Cost: a push and a pop need three lock cycles and two readings of the clock. Nothing allocates.
 // Failure: misuse fails an assertion. A time that the clock makes negative counts as 0.
 //
 //     {
@@ -83,8 +83,9 @@ ZQ_API void SimpleProfileContextPop();
 ///   kind around it.
 ZQ_API void SimpleProfilePush(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
-/// Ends the kind that began last in the context. Asserts that it is eType, and ends it even if it is another kind.
-/// Asserts that the context, the kind and a push to pop exist, and does nothing otherwise.
+/// Ends the kind that began last in the context. Asserts that it is eType, unless it was too deep to be timed, and ends
+/// it even if it is another kind. Asserts that the context, the kind and a push to pop exist, and does nothing
+/// otherwise. Requires that the calling thread is in the context.
 ZQ_API void SimpleProfilePop(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
 /// Scope of a kind of work: calls SimpleProfilePush, and SimpleProfilePop at the end.

@@ -25,7 +25,7 @@
 /// Entries of the table for one whole turn.
 inline constexpr int SIN_TABLE_SIZE = 4096;
 
-/// The table. Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
+/// Table of sines. Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
 extern ZQ_API std::array<float, SIN_TABLE_SIZE> g_dSinTable;
 
 /// Return the sine and the cosine of an angle in 65,536ths of a turn. Larger and negative angles wrap.

@@ -14,9 +14,9 @@
 // - UTF-8's byte order mark is skipped. A file in UTF-16 is refused.
 //
 // Ownership: a spreadsheet owns its cells until Close. The file is closed after Open.
-// Threads: one thread for each object.
-// Cost: an open spreadsheet of ordinary cells takes 1.5 to 3 times the file's size. Finding a column takes a walk over
-// the names, finding a value a walk over the rows.
+// Threads: one thread for each object. Open belongs to the main thread, as the table of files does (cfile.h).
+// Cost: an open spreadsheet of ordinary cells allocates 1.5 to 3 times the file's size. Finding a column walks over the
+// names, finding a value over the rows.
 // Failure: calls return false or null, and most of them log a line. GetLastError has the place of an error in the file.
 //
 //     Spreadsheet_c Levels;
@@ -61,7 +61,7 @@ private:
     friend class SpreadsheetParser_c;
 
     /// Texts from the front, each terminated. From the back, the ends of the texts.
-    struct Block_t
+    struct Block_s
     {
         char * pBytes = nullptr;
         std::size_t nBytes = 0;
@@ -74,7 +74,7 @@ private:
     void Commit(std::size_t nText);
     void Clear() { m_nCells = m_nStored = 0; }
     void Grow(std::size_t nNeeded);
-    void CopyTo(Block_t & Block) const;
+    void CopyTo(Block_s & Block) const;
     SpreadsheetRow_c * PackInto(void * pMemory, std::size_t nBlock, int nCells) const;
     std::size_t GetPackedSize() const;
     std::size_t GetTextSize() const;
@@ -82,12 +82,12 @@ private:
     /// Returns whether the row is packed: its block is directly after it, in memory that it does not own.
     bool IsPacked() const { return m_Block.pBytes == reinterpret_cast<char const *>(this + 1); }
 
-    Block_t m_Block;
+    Block_s m_Block;
     int m_nCells = 0;    // cells, padding included
     int m_nStored = 0;   // cells in the block; the rest are empty
 };
 
-/// A spreadsheet in memory, with a cursor.
+/// Spreadsheet in memory, with a cursor.
 class ZQ_API Spreadsheet_c
 {
 public:
@@ -96,8 +96,9 @@ public:
     Spreadsheet_c(Spreadsheet_c const &) = delete;
     Spreadsheet_c & operator=(Spreadsheet_c const &) = delete;
 
-    /// Read a file by name. pFmt names other separators than line feed and comma; null means these. The cursor is on
-    /// the first row, if there is one, and on no column. Return false, with a line in the log, in these cases:
+    /// Read a file by name and return true. pFmt names other separators than line feed and comma; null means these. The
+    /// cursor is on the first row, if there is one, and on no column. Return false, with a line in the log, in these
+    /// cases:
     /// - the file cannot be opened or read.
     /// - the file has no row, or an error after the head. The spreadsheet is closed.
     /// - the spreadsheet is open already. Its contents stay.
@@ -120,19 +121,20 @@ public:
     /// Returns the index of the current row, or -1 without one.
     int GetCurrentRow() const { return m_iRow; }
 
-    /// Selects a row by its index from 0. If it is out of range, logs a line, selects no row and returns false.
+    /// Selects a row by its index from 0 and returns true. If there is none, logs a line, selects no row and returns
+    /// false.
     bool MoveToRow(int iRow);
 
-    /// Selects the next row, or the first if none was current, and no column. After the last row returns false and
-    /// selects no row.
+    /// Selects the next row, or the first if none was current, selects no column and returns true. After the last row
+    /// returns false and selects no row.
     bool MoveToNextRow();
 
-    /// Returns the number of columns that have a name. A row may have more cells, which no operation reaches, but never
-    /// fewer.
+    /// Returns the number of cells in the head, 0 while closed. A row may have more cells, which no operation reaches,
+    /// but never fewer.
     int GetColumnCount() const { return m_pHead ? m_pHead->GetCellCount() : 0; }
 
-    /// Select a column. Return false and select no column if there is none. The forward search starts after the current
-    /// column, so it finds each of several columns that share a name.
+    /// Select a column and return true. Return false and select no column if there is none. The forward search starts
+    /// after the current column, so it finds each of several columns that share a name.
     bool MoveToFirstColumn();
     bool MoveToNextColumn();
     bool MoveToColumn(char const * sName);
@@ -141,8 +143,8 @@ public:
     /// Returns the name of the current column, or null without one.
     char const * GetCurrentColumn() const;
 
-    /// Move to the first row, or to the next row after the current one, whose cell in that column has this value.
-    /// Return false and select neither row nor column if there is none.
+    /// Move to the first row, or to the next row after the current one, whose cell in that column has this value, and
+    /// return true. Return false and select neither row nor column if there is none.
     bool FindFirstCell(char const * sColumn, char const * sValue);
     bool FindNextCell(char const * sColumn, char const * sValue);
 
@@ -154,11 +156,13 @@ public:
     char const * GetCellForward(char const * sName);
 
     /// Moves to the column and copies its cell as strncpy does: a cell of iBufLength characters or more fills the
-    /// buffer without a terminator, which differs from the rule of cstring.h. Returns false without a cell or a buffer.
+    /// buffer without a terminator, which differs from the rule of cstring.h. Returns false, with the buffer
+    /// unchanged, without a cell or a buffer.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
     /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale; a text without
-    /// one is 0. Returns false, with fValue unchanged, if the cell is missing or empty.
+    /// one is 0, and one too large for a float is infinite. Returns false, with fValue unchanged, if the cell is
+    /// missing or empty.
     bool Get(char const * sName, float & fValue);
 
     /// Move to the column and write its cell to a text object (ctextvalue.h), or read it as a whole number, a number or
@@ -193,7 +197,7 @@ public:
     }
 
 private:
-    struct Chunk_t;
+    struct Chunk_s;
 
     bool Parse(char const * pText, int iLength);
     bool FindCell(int iStartRow, char const * sColumn, char const * sValue);
@@ -209,6 +213,6 @@ private:
     SortedArray_T<SpreadsheetRow_c *, ArrayTraits_T<SpreadsheetRow_c *, 1024, 0>> m_dRows;
     int m_iRow = -1;
     int m_iColumn = -1;
-    Chunk_t * m_pChunks = nullptr;   // memory of the packed rows, the newest first
+    Chunk_s * m_pChunks = nullptr;   // memory of the packed rows, the newest first
     TextErrors_c m_Errors;
 };

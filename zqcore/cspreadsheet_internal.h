@@ -10,17 +10,19 @@
 class SpreadsheetParser_c
 {
 public:
+    /// Begins a text. Errors name szFile.
     SpreadsheetParser_c(char const * szFile, SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength);
 
-    /// Reads the next row that is not empty into an empty Row, sets bError if it has an error, and returns true.
-    /// Returns false after the last one. After an error the next row begins after the token that stopped this one.
+    /// Reads the next row that is not empty into an empty Row, sets bError to whether it has an error, and returns
+    /// true. Returns false after the last one. After an error the next row begins after the token that stopped this
+    /// one.
     bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
 
-    /// Returns where the first cell of the last row begins, in bytes from the start of the text.
+    /// Returns the position of the first cell of the last row, in bytes from the start of the text.
     std::size_t GetRowStart() const { return m_nRowStart; }
 
-    /// Reads the first row. Calls fnFound with where each cell begins, then with where the row ends, in bytes from the
-    /// start of the text. Requires that the text begins with the row.
+    /// Reads the first row. Calls fnFound with the position of each cell, then with that of the row's end, in bytes
+    /// from the start of the text. Requires that the text begins with the row.
     void FindCells(std::function<void(std::size_t)> const & fnFound);
 
     /// Returns the errors found so far.

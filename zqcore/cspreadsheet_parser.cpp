@@ -38,13 +38,13 @@ namespace
     }
 }
 
-inline std::size_t SpreadsheetRow_c::Block_t::GetEnd(int iCell) const
+inline std::size_t SpreadsheetRow_c::Block_s::GetEnd(int iCell) const
 {
     return nBytes <= NARROW_LIMIT ? LoadEnd<std::uint16_t>(pBytes + nBytes, iCell)
                                   : LoadEnd<std::uint32_t>(pBytes + nBytes, iCell);
 }
 
-inline void SpreadsheetRow_c::Block_t::SetEnd(int iCell, std::size_t nEnd)
+inline void SpreadsheetRow_c::Block_s::SetEnd(int iCell, std::size_t nEnd)
 {
     if (nBytes <= NARROW_LIMIT)
     {
@@ -118,7 +118,7 @@ inline void SpreadsheetRow_c::Commit(std::size_t nText)
 void SpreadsheetRow_c::Grow(std::size_t nNeeded)
 {
     constexpr std::size_t FIRST = 64;
-    Block_t Larger;
+    Block_s Larger;
     Larger.nBytes = std::max({ nNeeded, m_Block.nBytes * 2, FIRST });
     Larger.pBytes = ZQ_NEW char[Larger.nBytes];
     CopyTo(Larger);
@@ -129,7 +129,7 @@ void SpreadsheetRow_c::Grow(std::size_t nNeeded)
     m_Block = Larger;
 }
 
-void SpreadsheetRow_c::CopyTo(Block_t & Block) const
+void SpreadsheetRow_c::CopyTo(Block_s & Block) const
 {
     std::size_t const nText = GetTextSize();
     if (nText > 0)
@@ -284,9 +284,9 @@ void SpreadsheetParser_c::ReportToken(bool bQuoted)
 }
 
 // Memory for packed rows, which follow one another.
-struct Spreadsheet_c::Chunk_t
+struct Spreadsheet_c::Chunk_s
 {
-    Chunk_t * pNext;
+    Chunk_s * pNext;
     char * pFree;   // free up to pEnd
     char * pEnd;
 };
@@ -300,9 +300,9 @@ inline SpreadsheetRow_c * Spreadsheet_c::Keep(SpreadsheetRow_c & Row, std::size_
     std::size_t const nWanted = (sizeof Row + nBlock + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
     if (!m_pChunks || static_cast<std::size_t>(m_pChunks->pEnd - m_pChunks->pFree) < nWanted)
     {
-        std::size_t const nSize = sizeof(Chunk_t) + std::max(nWanted, nChunk);
+        std::size_t const nSize = sizeof(Chunk_s) + std::max(nWanted, nChunk);
         char * const pChunk = ZQ_NEW char[nSize];
-        m_pChunks = new (pChunk) Chunk_t{ m_pChunks, pChunk + sizeof(Chunk_t), pChunk + nSize };
+        m_pChunks = new (pChunk) Chunk_s{ m_pChunks, pChunk + sizeof(Chunk_s), pChunk + nSize };
     }
     SpreadsheetRow_c * const pRow = Row.PackInto(m_pChunks->pFree, nBlock, GetColumnCount());
     m_pChunks->pFree += nWanted;

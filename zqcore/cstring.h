@@ -44,7 +44,7 @@ public:
     /// Copies a text. Asserts that it is not null; a null makes an empty string.
     String_T(char const * sTxt);
 
-    /// Copy a text of another kind. A view is copied up to its first null character, if it has one.
+    /// Copy a text. A view is copied up to its first NUL, if it has one.
     String_T(std::string_view sTxt) { Put(0, sTxt); }
     template <int M>
     String_T(String_T<M> const & Other)

@@ -21,7 +21,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/cstring.h"
 
-/// An error of a text reader. In both texts, control characters and bytes that are not UTF-8 are escaped as in
+/// Error of a text reader. In both texts, control characters and bytes that are not UTF-8 are escaped as in
 /// TextForLog, so each text fits on one line of a log.
 struct TextError_t
 {
@@ -35,13 +35,14 @@ struct TextError_t
 };
 
 /// Sets whether each error of a reader is also logged, as one line after the reader's own. False at start. The line is
-/// "%s(%d,%d): %s" with file, line, column and reason, or "%s: %s" for an error without a place.
+/// "%s(%d,%d): %s" with file, line, column and reason, or "%s: %s" for an error without a place. A text without a
+/// file is logged as "text".
 ZQ_API void SetTextErrorLog(bool bEnable);
 
 /// Returns a copy of a text from outside, such as a name or a cell, that is safe in a log line or on a terminal.
-/// Control characters are shown as `\n`, `\r`, `\t`, `\x1B` or `\u009B`, a byte that is not UTF-8 as `\xFF`. So the
-/// text cannot begin a line of its own or control a terminal. Printable text is unchanged. The copy has at most
-/// LOG_LINE_LENGTH bytes. Null returns an empty text.
+/// Control characters, and those that end lines or turn the direction of writing, are shown as `\n`, `\r`, `\t`, `\x1B`
+/// or `\u009B`, a byte that is not UTF-8 as `\xFF`. So the text cannot begin a line of its own or control a terminal.
+/// Other text is unchanged. The copy has at most LOG_LINE_LENGTH bytes. Returns an empty text for null.
 ZQ_API String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText);
 
 /// Last error of one reader, for the readers themselves.

@@ -42,7 +42,7 @@ SimpleTextParser_c::SimpleTextParser_c()
     m_setSymbol.AddChar(0x2C);
     m_setSymbol.AddChar(0x2E, 0x2F);
     m_setSymbol.AddChar(0x3A, 0x40);
-    m_setSymbol.AddChar(0x5B, 0x60);   // includes the underscore, but starting a word takes precedence
+    m_setSymbol.AddChar(0x5B, 0x60);   // includes the underscore, but the start of a word has precedence
     m_setSymbol.AddChar(0x7B, 0xFF);
     m_setWordRest.AddChar('A', 'Z');
     m_setWordRest.AddChar('a', 'z');

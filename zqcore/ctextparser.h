@@ -28,7 +28,7 @@ public:
     void AddChar(unsigned char c) { m_dFlags[c] = true; }
     void RemoveChar(unsigned char c) { m_dFlags[c] = false; }
 
-    /// Add or remove a range, both ends included. Nothing happens if the first is above the last.
+    /// Add or remove a range, both ends included. Do nothing if the first is above the last.
     void AddChar(unsigned char cFirst, unsigned char cLast) { SetRange(cFirst, cLast, true); }
     void RemoveChar(unsigned char cFirst, unsigned char cLast) { SetRange(cFirst, cLast, false); }
 
@@ -55,7 +55,7 @@ enum LAST_PARSED
 };
 
 /// Role of a character. The four roles that start a token, and the separator, exclude each other: a new one replaces
-/// the previous one. A new symbol no longer continues words and numbers. With any other new role, a character that
+/// the previous one. A new symbol continues neither words nor numbers. With any other new role, a character that
 /// continues them still does: a string delimiter may continue a word.
 enum CharacterParsingRule_e : int
 {
@@ -70,7 +70,7 @@ enum CharacterParsingRule_e : int
 
 struct TextToken_t;
 
-/// A tokenizer on one text at a time.
+/// Tokenizer on one text at a time.
 class ZQ_API SimpleTextParser_c
 {
 public:
@@ -100,7 +100,8 @@ public:
     /// Discards the text and the tokens. The rules stay.
     void Close();
 
-    /// Reads the next token. Returns false at the end of the text and, with a line in the log, on a closed parser.
+    /// Reads the next token and returns true. Returns false at the end of the text and, with a line in the log, on a
+    /// closed parser.
     bool ParseNext();
 
     /// Returns why the last Open failed, which token was cut last, or that ParseNext was called on a closed parser. It
@@ -120,8 +121,8 @@ public:
     float GetNumber() const { return m_fNumber; }
     char GetSymbol() const { return m_cSymbol; }
 
-    /// Change the role of characters, from the next token on. Characters count as unsigned bytes, so a range up to -1
-    /// reaches 0xFF. An unknown rule is logged and changes nothing.
+    /// Change the role of a character or of a range, both ends included, from the next token on. Characters count as
+    /// unsigned bytes, so a range up to -1 reaches 0xFF. An unknown rule is logged and changes nothing.
     void SetCharacterRule(char cChar, CharacterParsingRule_e eRule) { SetCharacterRule(cChar, cChar, eRule); }
     void SetCharacterRule(char cFirst, char cLast, CharacterParsingRule_e eRule);
 

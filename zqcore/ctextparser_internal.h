@@ -3,7 +3,7 @@
 
 #include "zqcore/ctextparser.h"
 
-/// A token in the text. A string excludes its delimiters; doubled ones inside it are still doubled.
+/// Token in the text. A string excludes its delimiters; doubled ones inside it are still doubled.
 struct TextToken_t
 {
     LAST_PARSED eKind = LAST_PARSED_NOTHING;
@@ -37,7 +37,8 @@ namespace text
     }
 }
 
-/// Finds the next token and moves after it. Returns false at the end of the text. Without a text also logs a line.
+/// Finds the next token, moves after it and returns true. Returns false at the end of the text. Without a text also
+/// logs a line.
 inline bool SimpleTextParser_c::NextToken(TextToken_t & Token)
 {
     auto const KindOf = [this](char c)

@@ -10,7 +10,7 @@
 //
 // Ownership: a table and its names belong to the caller.
 // Threads: any thread; nothing is shared.
-// Cost: nothing allocates, but a std::string may. A name takes a walk over its table.
+// Cost: nothing allocates, but a std::string may. Finding a name walks over its table.
 // Failure: the functions return false or a reason, and leave the caller's value unchanged. Only TextPut empties it.
 //
 //     enum class Element_e { Fire, Water };
@@ -31,7 +31,7 @@
 #include <span>
 #include <type_traits>
 
-/// A class that holds a text and takes another one by assignment: String_T, std::string.
+/// Class that holds a text and accepts another one by assignment: String_T, std::string.
 template <typename T>
 concept TextObject_T = PrintfText_T<T> && requires(T & sText, char const * szText, std::string_view sView)
 {
@@ -65,16 +65,16 @@ bool TextPut(TEXT & sTo, char const * szFrom)
 template <typename T, typename... OTHERS>
 inline constexpr bool IS_NONE_OF = (!std::same_as<T, OTHERS> && ...);
 
-/// The integers: all types but bool and characters. std::int8_t and std::uint8_t are integers.
+/// Integers: all types but bool and characters. std::int8_t and std::uint8_t are integers.
 template <typename T>
 concept Integer_T = std::integral<T> && IS_NONE_OF<T, bool, char, wchar_t, char8_t, char16_t, char32_t>;
 
-/// What a text is as a whole number of a range.
+/// Result of reading a text as a whole number of a range.
 enum class WholeNumber_e
 {
     Good,
     NoNumber,    // the text is no whole number
-    OutOfRange   // it is one outside the range
+    OutOfRange   // the text is a whole number outside the range
 };
 
 /// Range of an integer type.
@@ -115,7 +115,7 @@ struct EnumName_T
     ENUM eValue;           // what it means
 };
 
-/// A table of names, for a parameter: an array of EnumName_T converts to it.
+/// Table of names, for a parameter: an array of EnumName_T converts to it.
 template <typename ENUM>
 using EnumNames_T = std::type_identity_t<std::span<EnumName_T<ENUM> const>>;
 

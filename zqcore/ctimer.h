@@ -1,8 +1,9 @@
 // ctimer.h: two clocks.
 //
 // The long time is in seconds. It comes from a coarse clock of milliseconds until ModuleTimer_c is initialised, and
-// then from a good clock, if the machine has one. longTimeGetPassed continues across that change without a jump. Values
-// of longTimeGet from before and after it must not be compared. The short time is the processor's cycle counter.
+// then from a good clock, if the machine has one. longTimeGetPassed continues across that change without a jump. A
+// caller must not compare values of longTimeGet from before and after it. The short time is the processor's cycle
+// counter.
 //
 // Ownership: nothing is owned.
 // Threads: any thread, without locks. The first calls of longTimeGetPassed and shortTimeGetSec belong to the main
@@ -36,7 +37,7 @@ ZQ_API std::int64_t shortTimeGetSec();
 ZQ_API std::int64_t shortTimeWait(std::int64_t nCycles);
 
 /// Clock of the game's time, longTimeGet at start. A layer above may set its own, for instance one that pauses.
-/// AppGetDeltaTime reads it; the log's time column does not.
+/// AppGetDeltaTime reads it; the log's time column does not. Requires that no other thread reads it while it is set.
 extern ZQ_API double (*Game_longTimeGet)();
 
 /// Module that chooses the clock. Depends on no other module.

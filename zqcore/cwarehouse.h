@@ -13,9 +13,10 @@
 //
 // Ownership: the warehouse owns its file or its copy of the text. An open file requires that the warehouse ends before
 // ModuleFile_c shuts down. Texts are copied to the caller.
-// Threads: one thread for each warehouse.
+// Threads: one thread for each warehouse. Open belongs to the main thread, as the table of files does (cfile.h).
 // Cost: a search is linear in the file; skipping lines allocates nothing. The work line allocates its cells. The Get
-// functions allocate nothing, but a std::string may.
+// functions allocate nothing, but a std::string may. Counting the place of an error allocates the cells before it:
+// GetLastError does, and a Get that fails while SetTextErrorLog is on.
 // Failure: calls return false and leave the caller's number unchanged. GetLastError has the place.
 //
 //     Warehouse_c Units;
@@ -32,7 +33,7 @@
 
 class File_c;
 
-/// A table, and one line of it at a time.
+/// Table, and one line of it at a time.
 class Warehouse_c
 {
 public:
@@ -202,7 +203,7 @@ private:
     bool m_bCopy;
     bool m_bLogColName = false;
 
-    /// The last error. Its place is counted only when the caller asks for it, since a Get may fail in normal use.
+    /// Last error. Its place is counted only when the caller asks for it, since a Get may fail in normal use.
     mutable TextErrors_c m_Errors;
     mutable Text_s m_ErrorText;     // text of an error whose place is not counted yet
     mutable int m_nErrorLine = 0;   // start of the error's line

@@ -20,7 +20,7 @@ namespace
 
         WarehouseLine_c & m_Line;
 
-        void Add(char const * pText, int iLength) { m_Line.AddColumn(pText, iLength); }
+        void Add(char const * pText, int nBytes) { m_Line.AddColumn(pText, nBytes); }
     };
 
     // A sink that tests the first column of a line.
@@ -29,21 +29,21 @@ namespace
     {
         static constexpr bool WANTS_TEXT = true;
 
-        TEST & Test;
-        bool bThere = false;    // there is a first column, which may be null
-        bool bPasses = false;   // the column is not null and passes the test
+        TEST & m_Test;
+        bool m_bThere = false;    // whether there is a first column, which may be null
+        bool m_bPasses = false;   // whether the column is not null and passes the test
 
-        void Add(char const * pText, int iLength)
+        void Add(char const * pText, int nBytes)
         {
-            bThere = true;
-            bPasses = iLength > 0 && Test(pText, iLength);
+            m_bThere = true;
+            m_bPasses = nBytes > 0 && m_Test(pText, nBytes);
         }
     };
 
-    // Returns whether a column of iLength bytes equals a text, in any case. The column ends at its first NUL.
-    bool EqualsNoCase(char const * pColumn, int iLength, char const * szText)
+    // Returns whether a column of nBytes equals a text, in any case. The column ends at its first NUL.
+    bool EqualsNoCase(char const * pColumn, int nBytes, char const * szText)
     {
-        for (int i = 0; i < iLength; ++i)
+        for (int i = 0; i < nBytes; ++i)
         {
             char const c = CharToLower(pColumn[i]);
             if (c != CharToLower(szText[i]))
@@ -55,7 +55,7 @@ namespace
                 return true;
             }
         }
-        return szText[iLength] == '\0';
+        return szText[nBytes] == '\0';
     }
 
     constexpr bool IsBlank(char c)
@@ -64,13 +64,13 @@ namespace
     }
 
     // Returns the length without trailing blanks.
-    int StripBlanks(char const * pText, int iLength)
+    int StripBlanks(char const * pText, int nBytes)
     {
-        while (iLength > 0 && IsBlank(pText[iLength - 1]))
+        while (nBytes > 0 && IsBlank(pText[nBytes - 1]))
         {
-            --iLength;
+            --nBytes;
         }
-        return iLength;
+        return nBytes;
     }
 }
 
@@ -238,14 +238,13 @@ bool WarehouseScan_t::GetLine(WarehouseLine_c * pResult)
 bool WarehouseScan_t::FindLine(char const * sFirst, WarehouseLine_c * pResult)
 {
     int nLines = 0;
-    return SkipLines([sFirst](char const * pColumn, int iLength) { return EqualsNoCase(pColumn, iLength, sFirst); },
-        pResult, nLines);
+    return SkipLines(
+        [sFirst](char const * pColumn, int nBytes) { return EqualsNoCase(pColumn, nBytes, sFirst); }, pResult, nLines);
 }
 
 bool WarehouseScan_t::NextItem(WarehouseLine_c * pResult, int & nLines)
 {
-    return SkipLines([](char const * pColumn, int iLength)
-        { return !EqualsNoCase(pColumn, iLength, WAREHOUSE_HEADER); },
+    return SkipLines([](char const * pColumn, int nBytes) { return !EqualsNoCase(pColumn, nBytes, WAREHOUSE_HEADER); },
         pResult, nLines);
 }
 
@@ -262,11 +261,11 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
         int const nStart = nPos;
         TestSink_T<TEST> First{ Test };
         bool bMore = true;
-        while (bMore && !First.bThere)
+        while (bMore && !First.m_bThere)
         {
             bMore = Step(Classes, First);
         }
-        if (First.bPasses)
+        if (First.m_bPasses)
         {
             nPos = m_nLineStart = nStart;
             Read(Classes, pResult);

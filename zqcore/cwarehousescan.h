@@ -39,7 +39,7 @@ enum WarehouseFormat_e
 inline constexpr char const * WAREHOUSE_TEXT_SEPARATORS = " \t\r";
 inline constexpr char const * WAREHOUSE_CSV_SEPARATORS = ";,";
 
-/// First column of a header line, in lower or upper case.
+/// First column of a header line, without regard to case.
 inline constexpr char const * WAREHOUSE_HEADER = "@head";
 
 /// Maximum bytes of a quoted CSV cell. The rest is dropped.
@@ -56,9 +56,9 @@ public:
     /// Frees all columns. The array of pointers stays for the next line.
     ZQ_API void Reset();
 
-    /// Appends a copy of iLength bytes. A null text, or a length of 0 or less, appends a null column. The first column
-    /// of the line becomes lower case.
-    ZQ_API void AddColumn(char const * pText, int iLength);
+    /// Appends a copy of nBytes. A null text, or an nBytes of 0 or less, appends a null column. The first column of the
+    /// line becomes lower case.
+    ZQ_API void AddColumn(char const * pText, int nBytes);
 
     /// Moves a column of the other line here, unchanged, and leaves null there. A column that the other line does not
     /// have is appended as null.
@@ -82,14 +82,14 @@ struct WarehouseScan_t
     int nLength;                 // bytes of the data
     int nPos;                    // position of the next byte, 0 to nLength
     bool bCsv;                   // whether the format is CSV, not text
-    String_T<256> sSeparators;   // NUL is always one of them
+    String_T<256> sSeparators;   // separators; NUL always counts as one too
 
     /// Starts at nPos with the separators of the format. Requires nPos >= 0. Every format but WAREHOUSE_FORMAT_CSV
     /// means text.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Sets the separators. Null selects those of the text format, in a CSV scan too. A line feed, a quote or a blank
-    /// among them has these effects:
+    /// Sets the separators, cut at 255. Null selects those of the text format, in a CSV scan too. A line feed, a quote
+    /// or a blank among them has these effects:
     /// - A line feed ends a column that has begun, but not the line. At the start of a CSV cell it ends the line.
     /// - A quote ends a column that has begun, and begins no quoted one. At the start of a CSV cell it begins one.
     /// - A blank ends a CSV cell that has begun. At the start of a cell it is skipped, so it makes no empty cell.
@@ -171,5 +171,6 @@ ZQ_API WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char c
 /// above 1; otherwise returns false.
 ZQ_API bool WarehouseClearText(char * sBuffer, int nMaxLength);
 
-/// Copies a text into a buffer of nMaxLength bytes, cut to nMaxLength - 1 characters. Requires nMaxLength > 0.
+/// Copies a text into a buffer of nMaxLength bytes, cut to nMaxLength - 1 bytes, and fills the rest with zeros.
+/// Requires nMaxLength > 0.
 ZQ_API void WarehouseCopyText(char * sBuffer, char const * sText, int nMaxLength);

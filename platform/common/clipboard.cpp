@@ -30,8 +30,8 @@ namespace plat
 
     namespace
     {
-        constexpr unsigned int FIRST_FORMAT = 0xC000;
-        constexpr std::size_t FORMAT_LIMIT = 0x1000;
+        constexpr unsigned int FIRST_FORMAT = 0xC000;   // as on Windows (RegisterClipboardFormat)
+        constexpr std::size_t FORMAT_LIMIT = 0x1000;    // number of formats
         constexpr char LOCK_FILE[] = "lock";
         constexpr char BUSY_FILE[] = "busy";
 
@@ -47,7 +47,7 @@ namespace plat
             std::vector<Format_s> dFormats;
             StoreKept_c Folder;
             StoreKept_c Lock;
-            bool bEmptied = false;   // ClipboardEmpty was called: callers no longer see the data on disk
+            bool bEmptied = false;   // whether ClipboardEmpty was called, so that callers see no data on disk
             ClipboardWait_t fnWait = nullptr;
 
             bool IsOpen() const { return Lock.Get() != STORE_NONE; }

@@ -21,7 +21,7 @@ namespace plat
             Link_s * pNext;
         };
 
-        // Lies before the block. Its last bytes are the front gap.
+        // Facts of a block, stored before it. The last bytes are the front gap.
         struct alignas(16) Header_s : Link_s
         {
             char const * szFile;

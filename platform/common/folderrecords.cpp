@@ -26,11 +26,11 @@ namespace plat
 
     void AppendUnits(std::u16string & sUnits, std::string const & sName)
     {
-        wchar_t szWide[NAME_BYTES + 1];
-        std::size_t const nWide = WideFromUtf8(szWide, std::size(szWide), sName.c_str());
+        wchar_t wszWide[NAME_BYTES + 1];
+        std::size_t const nWide = WideFromUtf8(wszWide, std::size(wszWide), sName.c_str());
         for (std::size_t i = 0; i < nWide; ++i)
         {
-            auto const cText = static_cast<char32_t>(szWide[i]);
+            auto const cText = static_cast<char32_t>(wszWide[i]);
             if (cText >= 0x10000)   // surrogates of UTF-16 (RFC 2781)
             {
                 sUnits += static_cast<char16_t>(0xD7C0 + (cText >> 10));

@@ -33,7 +33,7 @@ namespace plat
         {
             ++p;
         }
-        if (p == szBuffer || *p != '\0')   // nothing can be read there, or it is no longer a name
+        if (p == szBuffer || *p != '\0')   // nothing can be read there, or something else is there
         {
             std::snprintf(szBuffer, nSize, "unloaded module");
         }

@@ -120,7 +120,7 @@ namespace plat
             std::chrono::steady_clock::time_point m_tLimit = std::chrono::steady_clock::now() + LOCK_LIMIT;
         };
 
-        // Holds the lock of a key's folder for a scope, with a handle of its own. A deleted folder can't be locked.
+        // Lock of a key's folder for a scope, with a handle of its own. A deleted folder can't be locked.
         class KeyLock_c
         {
         public:
@@ -154,7 +154,7 @@ namespace plat
             return KeyLock_c(Change, hKey).Store(KEY_RECORD, { RegistryType_e::Untyped, sName, {} });
         }
 
-        // Creates the subkey's folder, which stores the given spelling. Returns STORE_NONE on failure.
+        // Creates the subkey's folder, which stores the spelling sName. Returns STORE_NONE on failure.
         StoreHandle_t MakeSubKey(
             StoreHandle_t hParent, std::string_view sName, char const * szFile, StoreRights_e eRights)
         {

@@ -16,8 +16,8 @@ namespace plat
         std::vector<std::string> dSubKeys;   // folded names
         std::vector<std::string> dValues;    // files
         std::vector<std::string> dOthers;    // files that belong to the key: its record, and leftovers of writers
-        bool bForeign = false;               // the folder holds something that is not the store's
-        bool bRead = false;                  // the whole folder was read
+        bool bForeign = false;               // whether the folder holds something that is not the store's
+        bool bRead = false;                  // whether the whole folder was read
     };
     /// Reads the entries of a key's folder. On failure bRead is false.
     KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
@@ -42,7 +42,8 @@ namespace plat
         /// Returns whether the names are still those of the folder.
         bool IsCurrent(StoreHandle_t hFolder) const;
 
-        /// Keeps the listing current after its owner called CountKeyChange for a change in another folder.
+        /// Keeps the listing current after its owner called CountKeyChange. Requires that the change was in another
+        /// folder, or that Drop follows if the listing was current.
         void CountChange() { ++m_nChanges; }
 
         /// Removes the name of a subkey that the listing's owner has just deleted. Requires that the listing was
@@ -54,7 +55,7 @@ namespace plat
         StoreStamp_s m_Stamp;
         unsigned m_nChanges = 0;
         std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 before the first reading
-        bool m_bSettled = false;    // the last change was long before the reading
+        bool m_bSettled = false;    // whether the last change was long before the reading
     };
 
     /// Counts a subkey that this process created or deleted. All listings of this process then read their folders

@@ -15,14 +15,14 @@
 
 namespace plat
 {
-    inline constexpr std::size_t STORE_NAME_LIMIT = 255;
+    inline constexpr std::size_t STORE_NAME_LIMIT = 255;   // bytes of an entry's name
     inline constexpr std::size_t STORE_PATH_SIZE = 4096;   // bytes of a store's path with its terminator
 
     /// The system's handle of an open folder or file.
     enum class StoreHandle_t : std::intptr_t
     {
     };
-    inline constexpr StoreHandle_t STORE_NONE{ -1 };
+    inline constexpr StoreHandle_t STORE_NONE{ -1 };   // no handle
 
     /// Users who have rights on what is created.
     enum class StoreRights_e
@@ -46,6 +46,7 @@ namespace plat
         StoreScope_c(StoreScope_c const &) = delete;
         StoreScope_c & operator=(StoreScope_c const &) = delete;
 
+        /// Return whether a handle is held, and the handle or STORE_NONE.
         bool IsOpen() const { return m_hStore != STORE_NONE; }
         StoreHandle_t Get() const { return m_hStore; }
 

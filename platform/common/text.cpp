@@ -59,15 +59,15 @@ namespace plat
             return false;
         }
 
-        // Reads the character, or the value that represents a byte, at szText and moves after it. Returns U+FFFD for
+        // Reads the character, or the value that represents a byte, at wszText and moves after it. Returns U+FFFD for
         // any other value.
-        char32_t ReadWide(wchar_t const *& szText)
+        char32_t ReadWide(wchar_t const *& wszText)
         {
-            char32_t const cValue = static_cast<char32_t>(*szText++);
-            char32_t const cNext = WIDE_IS_UTF16 ? static_cast<char32_t>(*szText) : 0;
+            char32_t const cValue = static_cast<char32_t>(*wszText++);
+            char32_t const cNext = WIDE_IS_UTF16 ? static_cast<char32_t>(*wszText) : 0;
             if (cValue >= 0xD800 && cValue < 0xDC00 && cNext >= 0xDC00 && cNext < 0xE000)
             {
-                ++szText;
+                ++wszText;
                 return 0x10000 + ((cValue - 0xD800) << 10) + (cNext - 0xDC00);
             }
             bool const bValid = cValue <= 0x10FFFF && (!IsSurrogate(cValue) || IsByte(cValue));
@@ -168,7 +168,7 @@ namespace plat
         }
     }
 
-    std::size_t WideFromUtf8(wchar_t * szOut, std::size_t nSize, char const * szText)
+    std::size_t WideFromUtf8(wchar_t * wszOut, std::size_t nSize, char const * szText)
     {
         unsigned char const * pText = reinterpret_cast<unsigned char const *>(szText);
         std::size_t nUsed = 0;
@@ -177,22 +177,22 @@ namespace plat
             char32_t cText;
             wchar_t dUnits[2];
             ReadUtf8(pText, cText);
-            if (!Append(szOut, nSize, nUsed, dUnits, PutWide(dUnits, cText)))
+            if (!Append(wszOut, nSize, nUsed, dUnits, PutWide(dUnits, cText)))
             {
                 break;
             }
         }
-        Terminate(szOut, nSize, nUsed);
+        Terminate(wszOut, nSize, nUsed);
         return nUsed;
     }
 
-    std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * szText)
+    std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * wszText)
     {
         std::size_t nUsed = 0;
-        while (nUsed + 1 < nSize && *szText != 0)
+        while (nUsed + 1 < nSize && *wszText != 0)
         {
             char dBytes[4];
-            std::size_t const nBytes = PutUtf8(dBytes, ReadWide(szText));
+            std::size_t const nBytes = PutUtf8(dBytes, ReadWide(wszText));
             if (!Append(szOut, nSize, nUsed, dBytes, nBytes))
             {
                 break;

@@ -52,11 +52,11 @@ namespace plat
                 AddDistant<2>(First, Signs, Second, SEQUENCE);
             }
             AddDistant<1>(First, Signs, Second, SEQUENCE);
-            auto const Signed = [](std::size_t i) { return static_cast<std::ptrdiff_t>(i); };
+            auto const Signed = [](std::size_t nSum) { return static_cast<std::ptrdiff_t>(nSum); };
             return { Signed(First[0]), Signed(Second[0]), Signed(Signs[0]) < 0 };
         }
 
-        // Unsigned, so that sums wrap.
+        // Vectors of unsigned numbers, so that sums wrap.
         typedef std::size_t Vector16_t __attribute__((vector_size(16), may_alias));
         typedef std::size_t Vector32_t __attribute__((vector_size(32), may_alias));
         typedef std::size_t Vector64_t __attribute__((vector_size(64), may_alias));

@@ -42,7 +42,7 @@ namespace plat
             std::uint32_t * pSubmitTail;
             std::uint32_t * pDoneHead;
             std::uint32_t * pDoneTail;
-            std::uint32_t nDoneMask;
+            std::uint32_t dwDoneMask;
             io_uring_cqe * pDone;
         };
 
@@ -125,16 +125,16 @@ namespace plat
             Queue.pSubmitTail = WordAt(Queue, Params.sq_off.tail);
             Queue.pDoneHead = WordAt(Queue, Params.cq_off.head);
             Queue.pDoneTail = WordAt(Queue, Params.cq_off.tail);
-            Queue.nDoneMask = *WordAt(Queue, Params.cq_off.ring_mask);
+            Queue.dwDoneMask = *WordAt(Queue, Params.cq_off.ring_mask);
             Queue.pDone = reinterpret_cast<io_uring_cqe *>(Queue.pRings + Params.cq_off.cqes);
             *WordAt(Queue, Params.sq_off.array) = 0;
         }
 
         long Enter(Queue_s const & Queue, unsigned nSubmit, unsigned nWaitFor)
         {
-            unsigned const nFlags = nWaitFor > 0 ? IORING_ENTER_GETEVENTS : 0u;
+            unsigned const dwFlags = nWaitFor > 0 ? IORING_ENTER_GETEVENTS : 0u;
             return syscall(
-                __NR_io_uring_enter, Queue.iDescriptor, nSubmit, nWaitFor, nFlags, nullptr, std::size_t{ 0 });
+                __NR_io_uring_enter, Queue.iDescriptor, nSubmit, nWaitFor, dwFlags, nullptr, std::size_t{ 0 });
         }
 
         // Passes a write to the kernel's own thread. Returns false if the kernel accepts none.
@@ -179,7 +179,7 @@ namespace plat
                 }
             }
             std::uint32_t const nHead = *Queue.pDoneHead;
-            int const iResult = Queue.pDone[nHead & Queue.nDoneMask].res;
+            int const iResult = Queue.pDone[nHead & Queue.dwDoneMask].res;
             std::atomic_ref(*Queue.pDoneHead).store(nHead + 1, std::memory_order_release);
             Queue.bUnderWay = false;
             return iResult > 0 ? static_cast<std::size_t>(iResult) : 0;

@@ -61,19 +61,19 @@ namespace plat
             File.Registers = {};
         }
 
-        // The first call on a thread, and in a forked child, registers that a fork and the thread's end close the open
-        // events.
+        // Registers that a fork and the thread's end close the open events. Only the first call on a thread, and in a
+        // forked child, has an effect.
         void CloseAtForkAndThreadEnd()
         {
-            struct Closer_s
+            struct Closer_c
             {
-                ~Closer_s()
+                ~Closer_c()
                 {
                     ForkDropRemove(t_File.Drop);
                     CloseEvents(t_File);
                 }
             };
-            [[maybe_unused]] static thread_local Closer_s const t_Closer;
+            [[maybe_unused]] static thread_local Closer_c const t_Closer;
             ForkDropAdd(t_File.Drop, CloseEventsInChild, &t_File);
         }
 
@@ -86,13 +86,13 @@ namespace plat
                 ::syscall(SYS_perf_event_open, &Event, THIS_THREAD, ANY_PROCESSOR, NO_GROUP, PERF_FLAG_FD_CLOEXEC));
         }
 
-        perf_event_attr NewEvent(std::uint32_t nKind, std::uintptr_t nAddress, std::uint64_t nLength)
+        perf_event_attr NewEvent(std::uint32_t iKind, std::uintptr_t Address, std::uint64_t nLength)
         {
             perf_event_attr Event{};
             Event.size = sizeof Event;
             Event.type = PERF_TYPE_BREAKPOINT;
-            Event.bp_type = nKind;
-            Event.bp_addr = nAddress;
+            Event.bp_type = iKind;
+            Event.bp_addr = Address;
             Event.bp_len = nLength;
             Event.exclude_kernel = 1;
             Event.exclude_hv = 1;
@@ -109,8 +109,8 @@ namespace plat
                 return true;
             }
             int volatile nTouched = 0;
-            auto const nAddress = reinterpret_cast<std::uintptr_t>(&nTouched);
-            perf_event_attr Event = NewEvent(HW_BREAKPOINT_W, nAddress, sizeof nTouched);
+            auto const Address = reinterpret_cast<std::uintptr_t>(&nTouched);
+            perf_event_attr Event = NewEvent(HW_BREAKPOINT_W, Address, sizeof nTouched);
             Descriptor_c const Counter(OpenOnThisThread(Event));
             nTouched = 1;
             std::uint64_t nCount = 0;
@@ -130,17 +130,17 @@ namespace plat
             constexpr std::uint64_t LENGTHS[] = { 1, 2, 8, 4 };
             constexpr std::uint64_t EXECUTE_LENGTH = 8;   // a kernel word, in programs of both word sizes
 
-            std::uint32_t const nAccess = Registers.GetAccess(i);
-            if (nAccess == DebugRegisters_t::ACCESS_PORT
-                || (nAccess == DebugRegisters_t::ACCESS_EXECUTE
+            std::uint32_t const iAccess = Registers.GetAccess(i);
+            if (iAccess == DebugRegisters_t::ACCESS_PORT
+                || (iAccess == DebugRegisters_t::ACCESS_EXECUTE
                     && Registers.GetLength(i) != DebugRegisters_t::LENGTH_1))
             {
                 errno = EINVAL;
                 return -1;
             }
             std::uint64_t const nLength =
-                nAccess == DebugRegisters_t::ACCESS_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(i)];
-            perf_event_attr Event = NewEvent(KINDS[nAccess], Registers.dAddress[i], nLength);
+                iAccess == DebugRegisters_t::ACCESS_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(i)];
+            perf_event_attr Event = NewEvent(KINDS[iAccess], Registers.dAddress[i], nLength);
             Event.sample_period = 1;
             Event.sigtrap = 1;
             Event.remove_on_exec = 1;

@@ -92,7 +92,7 @@ namespace plat
     {
         timespec Now;
         clock_gettime(CLOCK_REALTIME, &Now);
-        std::int64_t const tLocal = std::int64_t{ Now.tv_sec } + g_nKeptOffset;
+        std::int64_t const tLocal = std::int64_t{ Now.tv_sec } + g_nKeptOffset;   // seconds since 1970
         auto const nDays = static_cast<int>((tLocal - (tLocal % DAY + DAY) % DAY) / DAY);
         auto const nSecond = static_cast<int>(tLocal - nDays * DAY);
         std::chrono::year_month_day const Date{ std::chrono::sys_days{ std::chrono::days{ nDays } } };

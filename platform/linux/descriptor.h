@@ -19,6 +19,7 @@ namespace plat
         Descriptor_c(Descriptor_c const &) = delete;
         Descriptor_c & operator=(Descriptor_c const &) = delete;
 
+        /// Return whether a descriptor is held, and the descriptor or -1.
         bool IsOpen() const { return m_iDescriptor >= 0; }
         int Get() const { return m_iDescriptor; }
 

@@ -17,7 +17,7 @@ namespace plat
     {
         struct Choice_t
         {
-            char cKey;   // what the user types
+            char cKey;   // letter that the user types
             char const * szLabel;
             DialogAnswer_e eAnswer;
         };
@@ -26,10 +26,10 @@ namespace plat
         {
             int nChoices;
             Choice_t dChoices[3];
-            DialogAnswer_e eGoOn;   // lets the program continue
+            DialogAnswer_e eGoOn;   // answer that lets the program continue
         };
 
-        // In the order of DialogButtons_e.
+        // Choices in the order of DialogButtons_e.
         constexpr Choices_t CHOICES[] = {
             { 1, { { 'o', "(O)k", DialogAnswer_e::Ok } }, DialogAnswer_e::Ok },
             { 2, { { 'o', "(O)k", DialogAnswer_e::Ok }, { 'c', "(C)ancel", DialogAnswer_e::Cancel } },
@@ -72,7 +72,7 @@ namespace plat
             Print("? ");
         }
 
-        // Lets the terminal's keys act during a scope. A fault filter blocks their signals, and the host may have
+        // Scope in which the terminal's keys act. A fault filter blocks their signals, and the host may have
         // handlers that wait for the thread that crashed. SIGTTIN stops a process that was moved to the background.
         class KeysAct_c
         {

@@ -21,6 +21,7 @@ namespace plat
         return nSince1601 < 0 ? 0 : static_cast<FileTime_t>(nSince1601) * 10000000u + nNanoseconds / 100u;
     }
 
+    /// Converts facts that statx read with FACTS_MASK.
     inline void FactsFromStatx(struct statx const & Stat, FileFacts_t & Facts)
     {
         Facts.nSize = Stat.stx_size;

@@ -50,7 +50,7 @@ namespace plat
         {
             unsigned char dBytes[LONGEST_INSTRUCTION + 1];   // zero after the bytes that could be read
             unsigned char const * pOpcode;
-            unsigned nRex;
+            unsigned dwRex;
             bool bOperandSize;
         };
 
@@ -66,7 +66,7 @@ namespace plat
             }
             if (sizeof(void *) == 8 && (*p & 0xF0) == 0x40)
             {
-                Instruction.nRex = *p++;
+                Instruction.dwRex = *p++;
             }
             Instruction.pOpcode = p;
         }
@@ -120,7 +120,7 @@ namespace plat
             std::uintptr_t Address = 0;
             if (iBase == 4)   // a SIB byte follows
             {
-                unsigned const iIndex = ((*p >> 3) & 7) | (Instruction.nRex & 2) << 2;
+                unsigned const iIndex = ((*p >> 3) & 7) | (Instruction.dwRex & 2) << 2;
                 Address += iIndex == 4 ? 0 : RegisterOf(Context, iIndex) << (*p >> 6);
                 iRegister = *p++ & 7;
             }
@@ -132,7 +132,7 @@ namespace plat
                 std::uintptr_t const End = Context.nIp + static_cast<std::uintptr_t>(p + 4 - Instruction.dBytes);
                 return Address + static_cast<std::uintptr_t>(nWide) + (bRelative ? End : 0);
             }
-            Address += RegisterOf(Context, iRegister | (Instruction.nRex & 1) << 3);
+            Address += RegisterOf(Context, iRegister | (Instruction.dwRex & 1) << 3);
             std::intptr_t const nOffset = iMode == 1 ? static_cast<signed char>(*p) : iMode == 2 ? nWide : 0;
             return Address + static_cast<std::uintptr_t>(nOffset);
         }
@@ -148,31 +148,31 @@ namespace plat
             {
                 return true;
             }
-            std::size_t const nBytes = cOpcode == 0xF6               ? 1
-                                       : (Instruction.nRex & 8) != 0 ? 8
-                                       : Instruction.bOperandSize    ? 2
-                                                                     : 4;
+            std::size_t const nBytes = cOpcode == 0xF6                ? 1
+                                       : (Instruction.dwRex & 8) != 0 ? 8
+                                       : Instruction.bOperandSize     ? 2
+                                                                      : 4;
             std::uint64_t nDivisor = 0;
             if (cForm < 0xC0)
             {
                 MemoryRead(OperandAddress(Instruction, Context), &nDivisor, nBytes);
                 return nDivisor == 0;
             }
-            unsigned const iRegister = (cForm & 7) | (Instruction.nRex & 1) << 3;
-            bool const bHighByte = nBytes == 1 && Instruction.nRex == 0 && iRegister >= 4;   // ah, ch, dh, bh
+            unsigned const iRegister = (cForm & 7) | (Instruction.dwRex & 1) << 3;
+            bool const bHighByte = nBytes == 1 && Instruction.dwRex == 0 && iRegister >= 4;   // ah, ch, dh, bh
             nDivisor = bHighByte ? RegisterOf(Context, iRegister - 4) >> 8 : RegisterOf(Context, iRegister);
             return nBytes < 8 ? (nDivisor & ((std::uint64_t{ 1 } << (8 * nBytes)) - 1)) == 0 : nDivisor == 0;
         }
 
-        std::uint32_t FloatCode(unsigned nRaised, bool bX87Stack)
+        std::uint32_t FloatCode(unsigned dwRaised, bool bX87Stack)
         {
-            if (nRaised & FLOAT_INVALID_FLAG)
+            if (dwRaised & FLOAT_INVALID_FLAG)
             {
                 return bX87Stack ? FAULT_FLOAT_STACK : FAULT_FLOAT_INVALID;
             }
             struct Row_t
             {
-                unsigned nFlag;
+                unsigned dwFlag;
                 std::uint32_t nCode;
             };
             for (Row_t const & Row :
@@ -181,7 +181,7 @@ namespace plat
                     Row_t{ FLOAT_DENORMAL_FLAG, FAULT_FLOAT_DENORMAL },
                     Row_t{ FLOAT_INEXACT_FLAG, FAULT_FLOAT_INEXACT } })
             {
-                if (nRaised & Row.nFlag)
+                if (dwRaised & Row.dwFlag)
                 {
                     return Row.nCode;
                 }
@@ -210,13 +210,14 @@ namespace plat
             return pFloats->_xmm;
         }
 #else
-        // The C library's frame ends with the status and the magic word. The kernel's continues: 6 words, MXCSR.
+        // Returns MXCSR, which is after the C library's frame. That ends with the status and the magic word. The
+        // kernel's continues with 6 words and MXCSR.
         unsigned MxcsrOf(fpregset_t pFloats)
         {
             constexpr std::size_t MXCSR_OFFSET = 136;
-            unsigned nMxcsr;
-            std::memcpy(&nMxcsr, reinterpret_cast<char const *>(pFloats) + MXCSR_OFFSET, sizeof nMxcsr);
-            return nMxcsr;
+            unsigned dwMxcsr;
+            std::memcpy(&dwMxcsr, reinterpret_cast<char const *>(pFloats) + MXCSR_OFFSET, sizeof dwMxcsr);
+            return dwMxcsr;
         }
 
         std::uint16_t X87Status(fpregset_t pFloats)
@@ -229,7 +230,7 @@ namespace plat
             return static_cast<unsigned>(pFloats->sw & ~pFloats->cw);
         }
 
-        // The magic word is 0 if the frame has the vectors.
+        // Returns the vectors. Returns null if the frame has none: then its magic word is not 0.
         void const * VectorsOf(fpregset_t pFloats)
         {
             constexpr std::size_t VECTORS_OFFSET = 272;
@@ -249,8 +250,8 @@ namespace plat
             {
                 return FloatCode(X87Raised(pFloats), (X87Status(pFloats) & FLOAT_STACK_FLAG) != 0);
             }
-            unsigned const nMxcsr = MxcsrOf(pFloats);
-            return FloatCode(nMxcsr & ~(nMxcsr >> MXCSR_MASK_SHIFT), false);
+            unsigned const dwMxcsr = MxcsrOf(pFloats);
+            return FloatCode(dwMxcsr & ~(dwMxcsr >> MXCSR_MASK_SHIFT), false);
         }
 
         constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;   // bytes of one function's frame, at most
@@ -287,17 +288,17 @@ namespace plat
         constexpr long ERROR_FETCH = 0x10;
 
         void DecodePageFault(
-            long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+            long dwError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
         {
-            Record.dParameters[0] = (nError & ERROR_WRITE) != 0 ? 1 : 0;
+            Record.dParameters[0] = (dwError & ERROR_WRITE) != 0 ? 1 : 0;
             Record.dParameters[1] = reinterpret_cast<std::uintptr_t>(Info.si_addr);
-            bool const bFetch = (nError & ERROR_FETCH) != 0 || Record.dParameters[1] == Context.nIp;
-            Record.eAccess = bFetch                        ? FaultAccess_e::Execute
-                             : (nError & ERROR_WRITE) != 0 ? FaultAccess_e::Write
-                                                           : FaultAccess_e::Read;
+            bool const bFetch = (dwError & ERROR_FETCH) != 0 || Record.dParameters[1] == Context.nIp;
+            Record.eAccess = bFetch                         ? FaultAccess_e::Execute
+                             : (dwError & ERROR_WRITE) != 0 ? FaultAccess_e::Write
+                                                            : FaultAccess_e::Read;
         }
 
-        // For an address that is not canonical, and for an access that only its signal reports.
+        // Records an access of unknown kind and address: the address is not canonical, or only a signal reports it.
         void SetUnknownAccess(FaultRecord_t & Record)
         {
             Record.dParameters[1] = UNKNOWN_ADDRESS;
@@ -305,12 +306,12 @@ namespace plat
         }
 
         void DecodeAccess(
-            long iTrap, long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+            long iTrap, long dwError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
         {
             Record.nCode = FAULT_ACCESS;
             if (iTrap == TRAP_PAGE)
             {
-                DecodePageFault(nError, Info, Context, Record);
+                DecodePageFault(dwError, Info, Context, Record);
                 if (IsStackOverflow(Record.dParameters[1], Context.nSp))
                 {
                     Record.nCode = FAULT_STACK_OVERFLOW;
@@ -327,14 +328,14 @@ namespace plat
         }
 
         void DecodeBus(
-            long iTrap, long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+            long iTrap, long dwError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
         {
             Record.nCode = Info.si_code == BUS_ADRALN ? FAULT_MISALIGNED
                            : iTrap == TRAP_PAGE       ? FAULT_IN_PAGE
                                                       : FAULT_ACCESS;
             if (iTrap == TRAP_PAGE)
             {
-                DecodePageFault(nError, Info, Context, Record);
+                DecodePageFault(dwError, Info, Context, Record);
             }
             else
             {
@@ -342,7 +343,7 @@ namespace plat
             }
         }
 
-        // A trap is reported after its one-byte instruction has run. The fault is at that instruction.
+        // Moves the place of a trap back to its one-byte instruction. The processor reports a trap after it has run.
         void StepBackOver(unsigned char cInstruction, FaultContext_t & Context, FaultRecord_t & Record)
         {
             unsigned char cBefore = 0;
@@ -374,7 +375,7 @@ namespace plat
         }
 
         void DecodeSegmentation(
-            long iTrap, long nError, siginfo_t const & Info, FaultContext_t & Context, FaultRecord_t & Record)
+            long iTrap, long dwError, siginfo_t const & Info, FaultContext_t & Context, FaultRecord_t & Record)
         {
             switch (iTrap)
             {
@@ -386,7 +387,7 @@ namespace plat
                 Record.nCode = FAULT_ARRAY_BOUNDS;
                 break;
             default:
-                DecodeAccess(iTrap, nError, Info, Context, Record);
+                DecodeAccess(iTrap, dwError, Info, Context, Record);
                 break;
             }
         }
@@ -395,7 +396,7 @@ namespace plat
             FaultRecord_t & Record)
         {
             long const iTrap = static_cast<long>(Thread.uc_mcontext.gregs[REG_TRAPNO]);
-            long const nError = static_cast<long>(Thread.uc_mcontext.gregs[REG_ERR]);
+            long const dwError = static_cast<long>(Thread.uc_mcontext.gregs[REG_ERR]);
             if (Info.si_code <= 0 || iSignal == SIGABRT)
             {
                 Record.nCode = CodeOfSent(iSignal);
@@ -408,10 +409,10 @@ namespace plat
             switch (iSignal)
             {
             case SIGSEGV:
-                DecodeSegmentation(iTrap, nError, Info, Context, Record);
+                DecodeSegmentation(iTrap, dwError, Info, Context, Record);
                 break;
             case SIGBUS:
-                DecodeBus(iTrap, nError, Info, Context, Record);
+                DecodeBus(iTrap, dwError, Info, Context, Record);
                 break;
             case SIGFPE:
                 Record.nCode = iTrap != TRAP_DIVIDE     ? FloatCode(iTrap, Thread)

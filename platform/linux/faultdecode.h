@@ -13,6 +13,6 @@ namespace plat
         FaultRecord_t & Record);
 
     /// Writes "Uncaught C++ exception type: message" for the exception that terminates the calling thread, cut to fit.
-    /// Requires such an exception, and that nSize is not 0.
+    /// Only a std::exception and a text have a message. Requires such an exception, and that nSize is not 0.
     void DescribeException(char * szText, std::size_t nSize);
 }

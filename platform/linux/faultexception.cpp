@@ -14,26 +14,26 @@ namespace plat
     namespace
     {
         // A text of a fixed size. Additions are cut to fit.
-        struct Text_t
+        struct Text_c
         {
-            char * szText;
-            std::size_t nSize;
-            std::size_t nLength;
+            char * m_szText;
+            std::size_t m_nSize;
+            std::size_t m_nLength;
 
             void Add(char const * pText, std::size_t nText)
             {
-                for (std::size_t i = 0; i < nText && nLength + 1 < nSize; ++i)
+                for (std::size_t i = 0; i < nText && m_nLength + 1 < m_nSize; ++i)
                 {
-                    szText[nLength++] = pText[i];
+                    m_szText[m_nLength++] = pText[i];
                 }
-                szText[nLength] = '\0';
+                m_szText[m_nLength] = '\0';
             }
             void Add(char const * szMore) { Add(szMore, std::strlen(szMore)); }
 
             // Escapes control characters and line ends, so that the text stays on one line.
             void AddEscaped(char const * szMore)
             {
-                nLength += TextEscape(szText + nLength, nSize - nLength, szMore, Controls_e::None);
+                m_nLength += TextEscape(m_szText + m_nLength, m_nSize - m_nLength, szMore, Controls_e::None);
             }
         };
 
@@ -49,7 +49,7 @@ namespace plat
             { 'w', "wchar_t" }, { 'v', "void" } };
 
         // Adds a name that its length precedes. Returns false if there is none at p.
-        bool AddPart(char const *& p, Text_t & Text)
+        bool AddPart(char const *& p, Text_c & Text)
         {
             std::size_t nPart = 0;
             for (; *p >= '0' && *p <= '9'; ++p)
@@ -66,7 +66,7 @@ namespace plat
             return true;
         }
 
-        bool AddNested(char const *& p, Text_t & Text)
+        bool AddNested(char const *& p, Text_c & Text)
         {
             bool bFirst = true;
             for (; *p != 'E'; bFirst = false)
@@ -89,7 +89,7 @@ namespace plat
             return !bFirst;
         }
 
-        bool AddType(char const * p, Text_t & Text)
+        bool AddType(char const * p, Text_c & Text)
         {
             if (*p == 'P' || (*p == 'K' && p[1] != 'P'))
             {
@@ -115,12 +115,12 @@ namespace plat
             return bKnown && *p == '\0';
         }
 
-        void AddTypeName(std::type_info const & Type, Text_t & Text)
+        void AddTypeName(std::type_info const & Type, Text_c & Text)
         {
-            std::size_t const nBefore = Text.nLength;
+            std::size_t const nBefore = Text.m_nLength;
             if (!AddType(Type.name(), Text))
             {
-                Text.nLength = nBefore;
+                Text.m_nLength = nBefore;
                 Text.Add(Type.name());
             }
         }
@@ -128,7 +128,7 @@ namespace plat
 
     void DescribeException(char * szText, std::size_t nSize)
     {
-        Text_t Text = { szText, nSize, 0 };
+        Text_c Text = { szText, nSize, 0 };
         Text.Add("Uncaught C++ exception ");
         AddTypeName(*abi::__cxa_current_exception_type(), Text);
         try

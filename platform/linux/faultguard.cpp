@@ -22,7 +22,7 @@ namespace plat
         {
             sigjmp_buf Jump;
             Guard_s * pOuter;
-            std::int64_t tEnd;
+            std::int64_t tEnd;   // ticks of the good clock, or NEVER
         };
 
         // State of the guarded calls. Only the guarded thread and its signal handlers change it.
@@ -112,7 +112,7 @@ namespace plat
             g_iThread = 0;
         }
 
-        bool g_bForkByGuarded = false;   // the guarded thread forks; written under the fork's lock
+        bool g_bForkByGuarded = false;   // whether the guarded thread forks; written under the fork's lock
 
         void NoteGuarded()
         {

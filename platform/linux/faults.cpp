@@ -33,19 +33,19 @@ namespace plat
         std::terminate_handler g_fnPreviousTerminate = nullptr;
 
         std::atomic<int> g_iReporter{ 0 };        // the thread that runs or ran the filter
-        std::atomic<bool> g_bReported{ false };   // the filter has run
-        std::atomic<bool> g_bDying{ false };      // only the end of the process is to follow
+        std::atomic<bool> g_bReported{ false };   // whether the filter has run
+        std::atomic<bool> g_bDying{ false };      // whether only the end of the process is to follow
         char g_szException[DESCRIPTION_SIZE];     // the message of an uncaught exception
 
-        bool g_bForkByReporter = false;   // written under the fork's lock
+        bool g_bForkByReporter = false;   // whether the reporter forks; written under the fork's lock
 
         void NoteReporter()
         {
             g_bForkByReporter = g_iReporter == CallingThread();
         }
 
-        // A forked child has no other thread that could finish its filter or end the process. Its own thread has a new
-        // number.
+        // Runs in a forked child, which has no other thread that could finish its filter or end the process. Its own
+        // thread has a new number.
         void KeepOwnReporter()
         {
             g_iReporter = g_bForkByReporter ? CallingThread() : 0;
@@ -61,7 +61,7 @@ namespace plat
             nanosleep(&Moment, nullptr);
         }
 
-        // Only a filter's own faults and the guard's clock interrupt it.
+        // Fills the set of signals that are blocked during a filter: all but its own faults and the guard's clock.
         void SetOfFilter(sigset_t & Set)
         {
             sigfillset(&Set);
@@ -133,7 +133,7 @@ namespace plat
             return true;
         }
 
-        // Returns true if the fault has been dealt with.
+        // Calls the filter. Returns whether the fault has been dealt with.
         bool CallFilter(FaultRecord_t const & Record, FaultContext_t const & Context)
         {
             FaultPointers_t const Fault = { &Record, &Context };
@@ -158,8 +158,8 @@ namespace plat
             return i;
         }
 
-        // The previous action gets the same signal when the handler returns, at the same place and with the same
-        // registers.
+        // Passes a fault on: the previous action gets the same signal when the handler returns, at the same place and
+        // with the same registers.
         void PassOn(int iSignal, siginfo_t * pInfo)
         {
             sigset_t Set;

@@ -10,15 +10,15 @@ namespace plat
 {
     namespace
     {
-        // Bytes; pages are allocated as they are used. From the low end: a guard page, the stack of signals that
-        // interrupt the filter, a guard page, the filter's stack, which has room for a host's dialog.
+        // Sizes in bytes. The system allocates pages as they are used. From the low end: a guard page, the stack of
+        // signals that interrupt the filter, a guard page, the filter's stack, which has room for a host's dialog.
         constexpr std::size_t GUARD = MEMORY_PAGE;
         constexpr std::size_t SIGNALS_SIZE = 64 * 1024;
         constexpr std::size_t FILTER_SIZE = 512 * 1024;
         constexpr std::size_t FILTER_START = GUARD + SIGNALS_SIZE + GUARD;
 
-        // Not a static array, because a checker of leaks reads all static memory, guard pages too. Never released,
-        // because a thread may be on it when the process ends.
+        // Memory of both stacks. Not a static array, because a checker of leaks reads all static memory, guard pages
+        // too. Never released, because a thread may be on it when the process ends.
         char * g_pMemory = nullptr;
 
         struct Call_s
@@ -27,7 +27,7 @@ namespace plat
             void * pArgument;
         };
 
-        // The alternate stack can be changed only while the thread is not on it.
+        // Scope with an alternate stack for signals. The stack can be changed only while the thread is not on it.
         class SignalStackScope_c
         {
         public:

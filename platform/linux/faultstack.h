@@ -4,12 +4,13 @@
 
 namespace plat
 {
-    /// Allocates the stack, so that a fault finds it ready.
+    /// Allocates the stack, so that a fault finds it ready. Does nothing if it exists. Requires that no other call of
+    /// it is active. On failure FaultStackCall uses the present stack.
     void FaultStackPrepare();
 
-    /// Runs fnCall(pArgument) on that stack, or on the present one if it could not be allocated. One call at a time.
-    /// Meanwhile the thread's alternate stack is one of the library's too: signals that arrive leave the interrupted
-    /// handler's frames alone, and an overflow in the call is a fault like any other. Uses less than 1 KiB of the
-    /// present stack.
+    /// Runs fnCall(pArgument) on that stack, or on the present one without it. On that stack the thread's alternate
+    /// stack is the library's too: signals that arrive leave the interrupted handler's frames alone, and an overflow in
+    /// the call is a fault like any other. Uses less than 1 KiB of the present stack. Requires that no other call is
+    /// active.
     void FaultStackCall(void (*fnCall)(void * pArgument), void * pArgument);
 }

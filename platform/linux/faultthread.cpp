@@ -1,4 +1,4 @@
-// The alternate stack on which a thread's faults are handled, and the hook that gives each new thread one.
+// The alternate stack on which a thread's faults are handled, and the hook that sets one for each new thread.
 #include "platform/checker.h"
 #include "platform/faults.h"
 #include "platform/memory.h"
@@ -71,7 +71,7 @@ namespace plat
                 return m_pMemory != nullptr && sigaltstack(&Stack, nullptr) == 0;
             }
 
-            // The stack stays if the thread ends on it: the end of the process follows.
+            // Keeps the stack if the thread ends on it: the end of the process follows.
             ~AlternateStack_c()
             {
                 stack_t const None = { nullptr, SS_DISABLE, 0 };
@@ -116,7 +116,7 @@ namespace
         }
     }
 
-    // Ends in a jump, so that the thread's call stack has no frame of it. Therefore no local has its address taken.
+    // Ends in a jump, so that the thread's call stack has no frame of it. Therefore nothing uses a local's address.
     void * RunJoined(void * pStart)
     {
         Run_t const fnRun = static_cast<Start_s *>(pStart)->fnRun;

@@ -24,7 +24,7 @@ namespace plat
 
         // Reads the facts of the entry that a path names in any spelling. Does not follow a link. Returns 0,
         // or -1 on failure.
-        int StatOf(DiskPath_c & Path, struct stat & Stat)
+        int ReadStat(DiskPath_c & Path, struct stat & Stat)
         {
             return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
         }
@@ -38,7 +38,7 @@ namespace plat
         bool StillNames(DiskPath_c & Path, int iFile)
         {
             struct stat Named, Open;
-            if (StatOf(Path, Named) != 0 || fstat(iFile, &Open) != 0)
+            if (ReadStat(Path, Named) != 0 || fstat(iFile, &Open) != 0)
             {
                 return false;
             }
@@ -46,11 +46,12 @@ namespace plat
             return IsOneFile(Named, Open);
         }
 
-        // Finds the spelling of a file's new name. Returns false if the name exists and bReplace is false.
+        // Finds the spelling of a file's new name. Returns false if the name exists and bReplace is false, or on
+        // failure.
         bool SpellNewName(DiskPath_c & Path, bool bReplace)
         {
             struct stat Stat;
-            if (StatOf(Path, Stat) == 0)
+            if (ReadStat(Path, Stat) == 0)
             {
                 errno = EEXIST;
                 return bReplace;
@@ -124,7 +125,7 @@ namespace plat
         }
         DiskPath_c To(szTo);
         struct stat Stat;
-        if (StatOf(To, Stat) != 0)
+        if (ReadStat(To, Stat) != 0)
         {
             if (errno != ENOENT)
             {
@@ -149,7 +150,7 @@ namespace plat
     {
         DiskPath_c From(szFrom), To(szTo);
         struct stat Stat;
-        if (StatOf(From, Stat) != 0 || !SpellNewName(To, bReplace))
+        if (ReadStat(From, Stat) != 0 || !SpellNewName(To, bReplace))
         {
             return false;
         }
@@ -165,7 +166,7 @@ namespace plat
     {
         DiskPath_c From(szFrom), To(szTo);
         struct stat Stat;
-        if (StatOf(From, Stat) != 0 || !SpellNewName(To, false))
+        if (ReadStat(From, Stat) != 0 || !SpellNewName(To, false))
         {
             return false;
         }
@@ -183,14 +184,14 @@ namespace plat
     {
         DiskPath_c Path(szPath);
         struct stat Stat;
-        return StatOf(Path, Stat) == 0 || errno != ENOENT;
+        return ReadStat(Path, Stat) == 0 || errno != ENOENT;
     }
 
     bool FileIsSame(char const * szPath, char const * szOther)
     {
         DiskPath_c Path(szPath), Other(szOther);
         struct stat A, B;
-        return StatOf(Path, A) == 0 && StatOf(Other, B) == 0 && IsOneFile(A, B);
+        return ReadStat(Path, A) == 0 && ReadStat(Other, B) == 0 && IsOneFile(A, B);
     }
 
     // Between the open and the lock, the holder may delete the file. Then the loop opens or creates another one.

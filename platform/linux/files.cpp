@@ -38,7 +38,7 @@ namespace plat
             return bAll;
         }
 
-        // Deletes one entry with all its contents. Returns false on failure. An entry that no longer exists counts as
+        // Deletes one entry with all its contents. Returns false on failure. An entry that does not exist counts as
         // deleted.
         bool DeleteEntry(int iFolder, char const * szName)
         {
@@ -79,7 +79,7 @@ namespace plat
             }
         }
 
-        // Empties a file on which no other stream holds a shared lock, and takes such a lock. All writers hold the
+        // Empties a file on which no other stream holds a shared lock, and acquires such a lock. All writers hold the
         // lock, so this never deletes lines of another process. The lock is exclusive for a moment only. If a foreign
         // program holds it exclusively, the file is used without the lock. If the file system has no locks, the file is
         // emptied.
@@ -97,7 +97,7 @@ namespace plat
             }
         }
 
-        // Renames a file to the name with ".1", the one with ".1" to ".2", and so on. The last one is deleted.
+        // Renames a file to the name with ".1", the one with ".1" to ".2", and so on. Replaces the last one.
         void RenamePrevious(char const * szPath, int nPrevious)
         {
             char szFrom[PATH_MAX + 16], szTo[PATH_MAX + 16];

@@ -60,7 +60,7 @@ namespace plat
             return nRead > 0;
         }
 
-        /// No entry follows this position. If the file system reports it for the last entry, one system call is saved.
+        /// Position that no entry follows. If the file system reports it for the last entry, one system call is saved.
         static constexpr std::int64_t LAST_POSITION = INT64_MAX;
 
         int m_iFolder;
@@ -71,7 +71,7 @@ namespace plat
         alignas(dirent64) char m_dBlock[32768];
     };
 
-    /// Reads all names of an open folder. Returns false if reading fails.
+    /// Appends all names of an open folder to dNames, without "." and "..". Returns false if reading fails.
     ZQ_COLD inline bool ReadNames(int iFolder, std::vector<std::string> & dNames)
     {
         FolderReader_c Reader(iFolder);

@@ -33,20 +33,20 @@ namespace plat
             FolderEntry_t const * pEntry;
         };
 
-        std::vector<FolderEntry_t> dEntries;   // in the disk's order
-        std::vector<Place_s> dOrder;
-        std::vector<char> dNames;   // terminated names, one after the other; the entries point into it
-        bool bFolded = true;        // all names are folded
+        std::vector<FolderEntry_t> m_dEntries;   // in the disk's order
+        std::vector<Place_s> m_dOrder;
+        std::vector<char> m_dNames;   // terminated names, one after the other; the entries point into it
+        bool m_bFolded = true;        // whether all names are folded
     };
 
     namespace
     {
         constexpr std::size_t ENTRIES_AT_FIRST = 64;   // most folders have no more entries
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
-        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // dNames can be read this far after any character
+        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // m_dNames can be read this far after any character
 
-        // Returns whether an entry without facts belongs in the listing. An entry that no longer exists does not
-        // belong, nor does a link to itself or to a missing target.
+        // Returns whether an entry without facts belongs in the listing. An entry that does not exist does not belong,
+        // nor does a link to itself or to a missing target.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
             Entry.bFailed = errno != ENOENT && errno != ENOTDIR && errno != ELOOP;
@@ -55,7 +55,7 @@ namespace plat
 
         // Reads the facts of a link's target, or of an entry whose kind the folder does not report. Returns whether the
         // entry belongs in the listing.
-        ZQ_COLD bool FactsOfLink(int iFolder, char const * szName, FolderEntry_t & Entry)
+        ZQ_COLD bool ReadFactsOfLink(int iFolder, char const * szName, FolderEntry_t & Entry)
         {
             struct statx Stat;
             if (statx(iFolder, szName, AT_SYMLINK_NOFOLLOW, FACTS_MASK, &Stat) != 0)
@@ -69,7 +69,7 @@ namespace plat
 
         // Reads the facts of an entry. Returns whether the entry belongs in the listing. A folder, a pipe, a socket or
         // a device gets only its kind, which needs no system call for the entry.
-        bool FactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
+        bool ReadFactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
         {
             switch (Raw.d_type)
             {
@@ -82,7 +82,7 @@ namespace plat
 
             case DT_LNK:
             case DT_UNKNOWN:
-                return FactsOfLink(iFolder, Raw.d_name, Entry);
+                return ReadFactsOfLink(iFolder, Raw.d_name, Entry);
 
             default:
                 return true;
@@ -121,10 +121,10 @@ namespace plat
 
     void FolderListing_c::Contents_c::Clear()
     {
-        dEntries.clear();
-        dOrder.clear();
-        dNames.clear();
-        bFolded = true;
+        m_dEntries.clear();
+        m_dOrder.clear();
+        m_dNames.clear();
+        m_bFolded = true;
     }
 
     // Appends the folder's entries in the disk's order. Returns false if reading fails.
@@ -139,38 +139,38 @@ namespace plat
             Entry.nName = static_cast<std::uint32_t>(nName);
             Entry.bAscii = (dwKinds & NOT_ASCII) == 0;
             Entry.bReachable = (dwKinds & BACKSLASH) == 0;
-            if (!Entry.bReachable || FactsOfEntry(iFolder, *pRaw, Entry))
+            if (!Entry.bReachable || ReadFactsOfEntry(iFolder, *pRaw, Entry))
             {
                 AddEntry(Entry, pRaw->d_name, nName + 1);
-                bFolded = bFolded && (dwKinds & CAPITAL) == 0;
+                m_bFolded = m_bFolded && (dwKinds & CAPITAL) == 0;
             }
         }
-        dNames.resize(dNames.size() + KEY_BYTES);   // after the last name
+        m_dNames.resize(m_dNames.size() + KEY_BYTES);   // after the last name
         return !Reader.IsBroken();
     }
 
     void FolderListing_c::Contents_c::AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes)
     {
-        if (dNames.capacity() - dNames.size() < nBytes + KEY_BYTES)
+        if (m_dNames.capacity() - m_dNames.size() < nBytes + KEY_BYTES)
         {
             GrowNames(nBytes);
         }
-        Entry.szName = dNames.data() + dNames.size();
-        dNames.insert(dNames.end(), szName, szName + nBytes);
-        dEntries.push_back(Entry);
+        Entry.szName = m_dNames.data() + m_dNames.size();
+        m_dNames.insert(m_dNames.end(), szName, szName + nBytes);
+        m_dEntries.push_back(Entry);
     }
 
-    // Makes room for nBytes more in dNames. The entries then point into the new block.
+    // Makes room for nBytes more in m_dNames. The entries then point into the new block.
     ZQ_COLD void FolderListing_c::Contents_c::GrowNames(std::size_t nBytes)
     {
         std::vector<char> dLarger;
-        dLarger.reserve(std::max(NAME_BYTES_AT_FIRST, dNames.size() * 2 + nBytes + KEY_BYTES));
-        dLarger.assign(dNames.begin(), dNames.end());
-        for (FolderEntry_t & Entry : dEntries)
+        dLarger.reserve(std::max(NAME_BYTES_AT_FIRST, m_dNames.size() * 2 + nBytes + KEY_BYTES));
+        dLarger.assign(m_dNames.begin(), m_dNames.end());
+        for (FolderEntry_t & Entry : m_dEntries)
         {
-            Entry.szName = dLarger.data() + (Entry.szName - dNames.data());
+            Entry.szName = dLarger.data() + (Entry.szName - m_dNames.data());
         }
-        dNames.swap(dLarger);
+        m_dNames.swap(dLarger);
     }
 
     namespace
@@ -194,14 +194,14 @@ namespace plat
     // Returns the length of the longest common prefix of all names. No name is shorter than that.
     std::size_t FolderListing_c::Contents_c::CommonStart() const
     {
-        std::size_t nCommon = dEntries.empty() ? 0 : dEntries[0].nName;
-        for (FolderEntry_t const & Entry : dEntries)
+        std::size_t nCommon = m_dEntries.empty() ? 0 : m_dEntries[0].nName;
+        for (FolderEntry_t const & Entry : m_dEntries)
         {
             std::size_t nSame = 0;
             std::uint64_t iDifferent = 0;
             while (nSame < nCommon && iDifferent == 0)
             {
-                iDifferent = LoadKey(Entry.szName + nSame) ^ LoadKey(dEntries[0].szName + nSame);
+                iDifferent = LoadKey(Entry.szName + nSame) ^ LoadKey(m_dEntries[0].szName + nSame);
                 nSame += static_cast<std::size_t>(std::countr_zero(iDifferent)) / 8;
             }
             nCommon = std::min(nCommon, nSame);
@@ -212,10 +212,10 @@ namespace plat
     // Sorts the entries in the order of listings. If all names are folded, comparing their bytes is enough.
     void FolderListing_c::Contents_c::Sort()
     {
-        std::size_t const nStart = bFolded ? CommonStart() : 0;
-        for (FolderEntry_t const & Entry : dEntries)
+        std::size_t const nStart = m_bFolded ? CommonStart() : 0;
+        for (FolderEntry_t const & Entry : m_dEntries)
         {
-            dOrder.push_back({ bFolded ? OrderKey(Entry.szName + nStart) : 0, &Entry });
+            m_dOrder.push_back({ m_bFolded ? OrderKey(Entry.szName + nStart) : 0, &Entry });
         }
         auto const fnPlain = [](Place_s const & First, Place_s const & Second)
         {
@@ -225,13 +225,13 @@ namespace plat
         auto const fnFolded = [](Place_s const & First, Place_s const & Second)
         { return ComesBefore(First.pEntry->szName, Second.pEntry->szName); };
 
-        if (bFolded)
+        if (m_bFolded)
         {
-            std::sort(dOrder.begin(), dOrder.end(), fnPlain);
+            std::sort(m_dOrder.begin(), m_dOrder.end(), fnPlain);
         }
         else
         {
-            std::sort(dOrder.begin(), dOrder.end(), fnFolded);
+            std::sort(m_dOrder.begin(), m_dOrder.end(), fnFolded);
         }
     }
 
@@ -239,9 +239,9 @@ namespace plat
     std::vector<char const *> FolderListing_c::Contents_c::NamesToRecord() const
     {
         std::vector<char const *> dToRecord;
-        for (std::size_t i = 0; !bFolded && i < dOrder.size(); ++i)
+        for (std::size_t i = 0; !m_bFolded && i < m_dOrder.size(); ++i)
         {
-            dToRecord.push_back(dOrder[i].pEntry->szName);
+            dToRecord.push_back(m_dOrder[i].pEntry->szName);
         }
         return dToRecord;
     }
@@ -256,7 +256,7 @@ namespace plat
         if (m_pContents == nullptr)
         {
             m_pContents = new Contents_c;
-            m_pContents->dEntries.reserve(ENTRIES_AT_FIRST);
+            m_pContents->m_dEntries.reserve(ENTRIES_AT_FIRST);
         }
         m_pContents->Clear();
 
@@ -279,17 +279,17 @@ namespace plat
 
     std::size_t FolderListing_c::GetCount() const
     {
-        return m_pContents != nullptr ? m_pContents->dOrder.size() : 0;
+        return m_pContents != nullptr ? m_pContents->m_dOrder.size() : 0;
     }
 
     bool FolderListing_c::HasCapitals() const
     {
-        return m_pContents != nullptr && !m_pContents->bFolded;
+        return m_pContents != nullptr && !m_pContents->m_bFolded;
     }
 
     FolderEntry_t const & FolderListing_c::GetEntry(std::size_t iEntry) const
     {
-        return *m_pContents->dOrder[iEntry].pEntry;
+        return *m_pContents->m_dOrder[iEntry].pEntry;
     }
 
     bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity, bool bAsWritten)

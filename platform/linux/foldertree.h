@@ -7,13 +7,13 @@
 
 namespace plat::watch
 {
-    constexpr int NO_FOLDER = -1;
+    constexpr int NO_FOLDER = -1;   // number that no folder has
 
     /// A file of the tree.
     struct File_s
     {
-        bool bFresh = false;     // created since the watch began, and not yet closed after writing
-        bool bChanged = false;   // belongs to the present batch
+        bool bFresh = false;     // whether it was created since the watch began and not yet closed after writing
+        bool bChanged = false;   // whether it belongs to the present batch
     };
 
     /// A folder of the tree. Folders refer to each other by number.
@@ -22,14 +22,14 @@ namespace plat::watch
         int iParent = NO_FOLDER;
         std::string sName;   // name in the parent; path if this is the watched folder
         std::unordered_map<std::string, File_s> dFiles;
-        std::unordered_map<std::string, int> dFolders;
+        std::unordered_map<std::string, int> dFolders;   // numbers by name
     };
 
     /// Time at which the contents of a folder that appears in the tree were written.
     enum class Appeared_e
     {
         Before,   // earlier: the folder existed at the start, or was renamed into the tree
-        Now
+        Now       // since the folder appeared: it was created in the tree
     };
 
     /// A changed file of the present batch, by its folder and its name there.
@@ -42,7 +42,7 @@ namespace plat::watch
     /// A folder that was renamed, until the second event of the rename arrives.
     struct Detached_s
     {
-        std::uint32_t iCookie;
+        std::uint32_t iCookie;   // the kernel's number of the rename
         int iFolder;
     };
 

@@ -35,7 +35,7 @@ namespace plat
     {
         using namespace watch;
 
-        constexpr int MAX_READS = 256;            // of the kernel's queue for one batch, so that a batch ends
+        constexpr int MAX_READS = 256;            // reads of the kernel's queue for one batch, so that a batch ends
         constexpr std::size_t MAX_KEPT = 65536;   // the most names of missing files that are kept
         unsigned g_nForks = 0;                    // forks from the first process down to this one
         ForkHandler_c const g_CountFork({ nullptr, nullptr, [] { ++g_nForks; } });
@@ -46,9 +46,8 @@ namespace plat
         constexpr std::uint32_t FOLDER_EVENTS =
             IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_EXCL_UNLINK;
 
-        // Returns the state of a file in a folder that was created at tMade. A file that is no older, has contents and
-        // has no writer counts as changed. If it is empty or still being written, its later close decides. An older
-        // file was renamed.
+        // Returns the state of a file in a folder that was created at tMade. An older file was renamed. Any other
+        // counts as changed if it has contents and no writer; otherwise its later close decides.
         File_s StateOfNewFile(int iFolder, char const * szName, FileTime_t tMade)
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -135,9 +134,9 @@ namespace plat
         std::unordered_set<std::string> m_dKept;        // paths of deleted or renamed files whose names are kept
         std::vector<Detached_s> m_dDetached;
         std::vector<Displaced_s> m_dDisplaced;
-        std::vector<ToAdd_s> m_dLater;   // could not be reached by the paths known at that time
-        bool m_bLost = false;            // the kernel's queue overflowed
-        bool m_bStarting = false;        // the whole tree is being added: no event has been missed
+        std::vector<ToAdd_s> m_dLater;   // folders that the paths known at that time did not lead to
+        bool m_bLost = false;            // whether changes were lost, so that the tree must be read again
+        bool m_bStarting = false;        // whether the whole tree is being added: no event has been missed
         char * m_pRead = nullptr;        // the caller's buffer while a read is active
         std::size_t m_nRead = 0;
         alignas(inotify_event) char m_dEvents[16384];
@@ -171,8 +170,8 @@ namespace plat
         {
             return false;
         }
-        // FIONREAD takes no bytes, even if the host has closed the queue and another file now has its number. So Get,
-        // which compares the identity, is needed only if there are bytes to read.
+        // FIONREAD reads no bytes, even if the host has closed the queue and another file has its number. So Get, which
+        // compares the identity, is needed only if there are bytes to read.
         int nWaiting = 0;
         if (ioctl(m_Queue.GetNumber(), FIONREAD, &nWaiting) != 0 || nWaiting <= 0 || m_Queue.Get() < 0)
         {
@@ -280,9 +279,9 @@ namespace plat
             m_Drop, [](void * pTree) { static_cast<Tree_c *>(pTree)->Abandon(); }, this);
     }
 
-    // The child of a fork has the parent's queue. The child must not read the queue's events or keep the queue alive. A
-    // pipe replaces the queue under the same descriptor number, so that the number still belongs to the watch. A pipe
-    // can't be confused with another file.
+    // Replaces the parent's queue in the child of a fork. The child must not read the queue's events or keep the queue
+    // alive. A pipe gets the queue's descriptor number, so that the number still belongs to the watch. A pipe can't be
+    // confused with another file.
     void FolderWatch_c::Tree_c::Abandon()
     {
         int dEnds[2];
@@ -294,8 +293,8 @@ namespace plat
         }
     }
 
-    // The child of a fork opens a queue of its own at its first call. Returns false on failure; the next call tries
-    // again.
+    // Opens a queue of its own in the child of a fork, at the child's first call. Returns false on failure; the next
+    // call tries again.
     ZQ_COLD bool FolderWatch_c::Tree_c::StartInChild()
     {
         LockScope_c const Scope(g_TreeLock);
@@ -303,7 +302,7 @@ namespace plat
     }
 
     // Reads the whole tree again with a new queue, which gets the number of the old one. Returns false if no new
-    // queue can be opened.
+    // queue can be opened, or if the old one's number can't be replaced.
     bool FolderWatch_c::Tree_c::Rebuild()
     {
         Descriptor_c const Queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -369,7 +368,8 @@ namespace plat
         return true;
     }
 
-    // Returns the number of the new watch. Returns -1 if there is none, or if the folder is watched already.
+    // Watches one folder and returns the number of the watch. Returns -1 on failure, or if the folder is watched
+    // already.
     int FolderWatch_c::Tree_c::AddFolder(ToAdd_s & ToAdd)
     {
         bool const bRoot = ToAdd.iParent == NO_FOLDER;
@@ -424,8 +424,8 @@ namespace plat
         {
             return;
         }
-        auto const IsKnown = [iKnown](auto const & Away) { return Away.iFolder == iKnown; };
-        auto const nAway = std::erase_if(m_dDetached, IsKnown) + std::erase_if(m_dDisplaced, IsKnown);
+        auto const fnIsKnown = [iKnown](auto const & Away) { return Away.iFolder == iKnown; };
+        auto const nAway = std::erase_if(m_dDetached, fnIsKnown) + std::erase_if(m_dDisplaced, fnIsKnown);
         if (nAway > 0 || NumberOf(PathOf(iKnown)) != iKnown)
         {
             Unlink(iKnown);
@@ -433,7 +433,7 @@ namespace plat
         }
     }
 
-    // Returns the number of the folder that the path leads to now. Returns -1 if that folder is not watched.
+    // Returns the number of the folder that the path leads to. Returns -1 if that folder is not watched.
     int FolderWatch_c::Tree_c::NumberOf(std::string const & sPath)
     {
         int const iFolder = inotify_add_watch(m_Queue.GetNumber(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_ADD);
@@ -455,7 +455,7 @@ namespace plat
     }
 
     // Puts a folder without a parent into one, and replaces the folder that had the name there. Returns false if the
-    // parent lies below the folder, through a link that moved along. Then no path leads to either any more.
+    // parent lies below the folder, through a link that moved along. Then no path leads to either.
     bool FolderWatch_c::Tree_c::Place(int iFolder, int iParent, std::string const & sName)
     {
         if (IsBelow(iParent, iFolder))
@@ -474,7 +474,7 @@ namespace plat
     }
 
     // Records the names in a folder. The folder is watched already, so that no change in between is missed. Returns
-    // false if another folder now has its path.
+    // false if another folder has its path.
     bool FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
         std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {
@@ -677,8 +677,8 @@ namespace plat
         }
     }
 
-    // Returns the folder that had the name before another one took it. Returns NO_FOLDER if there is none or it no
-    // longer exists.
+    // Removes the record of the folder that had the name before another one got it, and returns that folder. Returns
+    // NO_FOLDER if there is none, or if that folder is not watched.
     int FolderWatch_c::Tree_c::ExtractDisplaced(int iParent, char const * szName)
     {
         auto const itDisplaced = std::find_if(m_dDisplaced.begin(), m_dDisplaced.end(),
@@ -692,7 +692,7 @@ namespace plat
         return m_dFolders.contains(iFolder) ? iFolder : NO_FOLDER;
     }
 
-    // Keeps the name of a file that may no longer exist. Stores its path, because its folder may be deleted and created
+    // Keeps the name of a file that may not exist. Stores its path, because its folder may be deleted and created
     // again.
     void FolderWatch_c::Tree_c::Keep(int iFolder, std::string const & sName)
     {

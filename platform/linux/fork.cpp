@@ -102,7 +102,8 @@ namespace plat
             }
         }
 
-        // Enters all locks, the given one first. If another thread holds one, leaves all again and returns that one.
+        // Enters all locks, pFirst first, and returns null. If another thread holds one, leaves all again and returns
+        // that one.
         ForkLock_c const * EnterAll(ForkLock_c const * pFirst) const
         {
             pFirst->m_Lock.Enter();

@@ -30,7 +30,7 @@ namespace plat
     {
         constinit std::atomic<GuidSource_t> g_fnSource = nullptr;
 
-        constexpr int SEQUENCES = 1 << 14;
+        constexpr int SEQUENCES = 1 << 14;   // RFC 4122, section 4.1.5
         constexpr std::uint64_t TICKS_IN_SECOND = 10000000;
         constexpr std::uint64_t TICKS_1582_TO_1970 = 0x01B21DD213814000;   // RFC 4122, appendix A
         constexpr std::uint64_t SMALL_STEP_BACK = 1000;   // ticks to wait out; after a larger step the clock was set
@@ -44,9 +44,9 @@ namespace plat
                    + static_cast<std::uint64_t>(Time.tv_nsec) / 100 + TICKS_1582_TO_1970;
         }
 
-        // Uses the clock if the system provides no random bytes, mixed by the generator of Knuth's MMIX (The Art of
-        // Computer Programming, volume 2, section 3.3.4).
-        void RandomBytes(unsigned char * pBytes, std::size_t nBytes)
+        // Fills a buffer with random bytes. Uses the clock if the system provides none, mixed by the generator of
+        // Knuth's MMIX (The Art of Computer Programming, volume 2, section 3.3.4).
+        void FillRandom(unsigned char * pBytes, std::size_t nBytes)
         {
             if (getrandom(pBytes, nBytes, GRND_NONBLOCK) != static_cast<ssize_t>(nBytes))
             {
@@ -100,7 +100,7 @@ namespace plat
                 return m_dwStatus;
             }
 
-            // The child of a fork is another process and needs a sequence of its own.
+            // Forgets the sequence: the child of a fork is another process and needs one of its own.
             void Restart()
             {
                 for (KeptDescriptor_c & Socket : m_dSockets)
@@ -138,17 +138,17 @@ namespace plat
 
             void Start()
             {
-                RandomBytes(m_dRandomAddress, NET_ADDRESS_SIZE);
+                FillRandom(m_dRandomAddress, NET_ADDRESS_SIZE);
                 m_dRandomAddress[0] |= 1;   // the mark of RFC 4122 for an address that is not the hardware's
                 ChooseSequence();
             }
 
-            // The last SOCKETS sockets stay open, so that no process gets both an old sequence and a clock that was set
-            // back.
+            // Chooses a free sequence at random. Keeps the last SOCKETS sockets open, so that no process gets both an
+            // old sequence and a clock that was set back.
             void ChooseSequence()
             {
                 unsigned char dRandom[2];
-                RandomBytes(dRandom, sizeof(dRandom));
+                FillRandom(dRandom, sizeof(dRandom));
                 int const iFirst = (dRandom[0] << 8 | dRandom[1]) % SEQUENCES;
                 int iSocket = -1;
                 errno = EADDRINUSE;
@@ -161,8 +161,8 @@ namespace plat
             }
 
             // Runs if a second has passed since the last check, and at once after a new source is set. Chooses another
-            // sequence if the host closed the socket. If the address is not global, reads the interfaces again, because
-            // a global one may have appeared.
+            // sequence if the host closed the socket. Reads the interfaces again if the source is new, or if the
+            // address is not global, because a global one may have appeared.
             void Check(std::uint64_t tNow)
             {
                 if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)
@@ -195,8 +195,8 @@ namespace plat
 
             static constexpr unsigned SOCKETS = 8;
 
-            std::uint64_t m_tLast = 0;
-            std::uint64_t m_tChecked = 0;
+            std::uint64_t m_tLast = 0;      // tick of the last identifier
+            std::uint64_t m_tChecked = 0;   // tick of the last check
             std::uint32_t m_dwStatus = GUID_NO_ADDRESS;
             unsigned m_nSource = 0;
             int m_iSequence = -1;   // -1 for none yet

@@ -109,14 +109,14 @@ namespace plat
                 auto const iRuntime = reinterpret_cast<std::uintptr_t>(&std::locale::classic());
                 auto const iOwn = reinterpret_cast<std::uintptr_t>(&g_bLeakCheck);
                 ElfW(Phdr) const * const pEnd = Module.dlpi_phdr + Module.dlpi_phnum;
-                auto const Holds = [&](std::uintptr_t iAddress)
+                auto const fnHolds = [&](std::uintptr_t iAddress)
                 {
                     return std::any_of(Module.dlpi_phdr, pEnd,
                         [&](ElfW(Phdr) const & Part) {
                             return Part.p_type == PT_LOAD && iAddress - Module.dlpi_addr - Part.p_vaddr < Part.p_memsz;
                         });
                 };
-                if (!Holds(iRuntime) || Holds(iOwn))
+                if (!fnHolds(iRuntime) || fnHolds(iOwn))
                 {
                     return;
                 }

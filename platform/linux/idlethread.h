@@ -5,9 +5,9 @@
 
 namespace plat
 {
-    /// Raises the thread to the normal scheduling class if it is the one in the idle class.
+    /// Raises hThread to the normal scheduling class if it is the thread in the idle class.
     void IdleThreadLift(pthread_t hThread);
 
-    /// Clears the record of the thread in the idle class if it is this one, which is about to end.
+    /// Clears the record of the thread in the idle class if that is hThread, which is about to end.
     void IdleThreadForget(pthread_t hThread);
 }

@@ -5,11 +5,11 @@
 
 namespace plat
 {
-    /// What a thread shows of its locks. Its address is the owner of the locks that the thread holds.
+    /// State of a thread's locks for a tracer. Its address is the owner of the locks that the thread holds.
     struct LockMark_t
     {
         void const * volatile pAwaited;   // the lock that the thread waits for, null for none
-        void const * volatile pOwner;     // where that lock has its owner
+        void const * volatile pOwner;     // the address of that lock's owner; unset without a lock
     };
 
     /// Returns the distance in bytes from a thread's thread pointer to its LockMark_t. It is the same in every thread.

@@ -12,15 +12,16 @@ namespace plat
     struct Mapping_t
     {
         std::uintptr_t Start, End;   // End is after the last byte
-        std::uint64_t nOffset;       // of Start in the file
-        bool bWritable;
-        char szPath[1024];   // the file's path, or "[stack]" and the like; may be empty; cut to fit
+        std::uint64_t nOffset;       // bytes from the start of the file to Start
+        bool bWritable;              // whether the process may write to it
+        char szPath[1024];           // the file's path, or "[stack]" and the like; may be empty; cut to fit
     };
 
     /// A walk over the mappings.
     class Maps_c
     {
     public:
+        /// Opens the list of mappings. If that fails, Next returns false.
         Maps_c();
 
         /// Reads the next mapping. Returns false after the last one, or if the system does not report them.

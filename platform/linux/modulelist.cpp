@@ -27,8 +27,9 @@ namespace plat
             return MemoryRead(Address, &Record, sizeof Record) == sizeof Record;
         }
 
-        // Copies the build-id among the notes in a range of memory. Returns its size in bytes, or 0 without one.
-        std::size_t BuildIdAmong(std::uintptr_t Address, std::uintptr_t End, std::uint8_t * pId, std::size_t nSize)
+        // Copies the build-id among the notes (elf(5)) in a range of memory. Returns its size in bytes, or 0 without
+        // one.
+        std::size_t CopyBuildId(std::uintptr_t Address, std::uintptr_t End, std::uint8_t * pId, std::size_t nSize)
         {
             constexpr char OWNER[] = "GNU";
             struct Note_t
@@ -65,7 +66,7 @@ namespace plat
             if (bMore && Segment.p_type == PT_NOTE)
             {
                 std::uintptr_t const Notes = Module.Base + static_cast<std::uintptr_t>(Segment.p_offset);
-                nId = BuildIdAmong(Notes, Notes + static_cast<std::uintptr_t>(Segment.p_filesz), pId, nSize);
+                nId = CopyBuildId(Notes, Notes + static_cast<std::uintptr_t>(Segment.p_filesz), pId, nSize);
             }
         }
         return nId;

@@ -38,7 +38,7 @@ namespace plat
             return ((Link.sll_addr[0] & LOCAL_BIT) == 0 ? 2 : 0) + ((Entry.ifa_flags & IFF_UP) != 0 ? 1 : 0);
         }
 
-        NetAddress_e FromInterfaces(unsigned char (&dAddress)[NET_ADDRESS_SIZE])
+        NetAddress_e CopyFromInterfaces(unsigned char (&dAddress)[NET_ADDRESS_SIZE])
         {
             ifaddrs * pEntries = nullptr;
             if (getifaddrs(&pEntries) != 0)
@@ -69,7 +69,7 @@ namespace plat
     NetAddress_e NetAddressGet(unsigned char (&dAddress)[NET_ADDRESS_SIZE])
     {
         NetAddressSource_t const fnSource = g_fnSource;
-        return fnSource ? fnSource(dAddress) : FromInterfaces(dAddress);
+        return fnSource ? fnSource(dAddress) : CopyFromInterfaces(dAddress);
     }
 
     NetAddressSource_t NetAddressSetSource(NetAddressSource_t fnSource)

@@ -17,8 +17,8 @@ namespace plat
 {
     class DiskPath_c;
 
-    inline constexpr mode_t NEW_FILE_MODE = 0666;   // without the bits that the process masks
-    inline constexpr mode_t PRIVATE_FILE_MODE = 0600;
+    inline constexpr mode_t NEW_FILE_MODE = 0666;       // rights of a new file, before the process's mask
+    inline constexpr mode_t PRIVATE_FILE_MODE = 0600;   // rights of a file for its owner only
 
     /// Flags of every open of a name that others may have created. The opened file must still pass IsRegular.
     inline constexpr int UNTRUSTED = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
@@ -46,7 +46,7 @@ namespace plat
         return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);
     }
 
-    /// Whether an open file is open for writing anywhere.
+    /// Answer to whether anyone has an open file open for writing.
     enum class Writers_e
     {
         None,
@@ -55,7 +55,8 @@ namespace plat
     };
 
     /// Returns whether anyone has an open file open for writing. Sets a read lease and removes it at once, so that a
-    /// writer who opens the file meanwhile waits no longer than that.
+    /// writer who opens the file meanwhile waits no longer than that. Requires a descriptor that is open for reading
+    /// only.
     Writers_e WritersOf(int iDescriptor);
 
     /// Returns whether an open file is a regular one. Sets errno to EINVAL if it is not.
@@ -65,7 +66,8 @@ namespace plat
     /// system without such locks.
     bool ClaimWriting(int iDescriptor);
 
-    /// Returns whether a path names anything, including a link whose target is missing.
+    /// Returns whether a path names anything, including a link whose target is missing. If not, errno has the
+    /// reason.
     bool IsThere(DiskPath_c & Path);
 
     /// Synchronizes a file or an open folder. Returns false on failure.
@@ -77,8 +79,9 @@ namespace plat
     class FolderSync_c
     {
     public:
-        static constexpr int NOT_OPEN = -1;
+        static constexpr int NOT_OPEN = -1;   // iNamed if the file is not open
 
+        /// Opens the folder of szPath. On failure IsReady returns false, unless the folder may not be read.
         FolderSync_c(char const * szPath, int iNamed);
 
         /// Returns whether Sync can be called.
@@ -94,18 +97,19 @@ namespace plat
         bool m_bUnreadable;
     };
 
-    /// Creates a file for writing in an open folder, and replaces one that a dead writer left there. Returns -1 on
-    /// failure, also if what is there can't be unlinked.
+    /// Creates a file for writing in an open folder, and replaces one that a dead writer left there. Returns the
+    /// descriptor, which the caller closes. Returns -1 on failure, also if what is there can't be unlinked.
     int CreateOrReplace(int iFolder, char const * szName, mode_t iMode);
 
-    /// Opens an existing regular file of any spelling for writing.
+    /// Opens an existing regular file of any spelling for writing, with the flags and the mode of open(2). Returns the
+    /// descriptor, which the caller closes.
     /// - With O_CREAT a missing file is created exclusively, in the path's own spelling and in the folder that was
     ///   found.
     /// - With O_EXCL as well, an existing file of any spelling is refused.
     /// - O_TRUNC empties a file that passed.
     ///
-    /// Returns -1 on failure. errno is ELOOP for a link as the last name, and EINVAL for what is not a regular file. In
-    /// a sticky folder that others may write to, it is EACCES if the file has a second name, or if neither this user
-    /// nor the folder's owner owns it.
+    /// Returns -1 on failure. errno is ELOOP for a link as the last name, EISDIR for a folder, and EINVAL for what else
+    /// is not a regular file. In a sticky folder that others may write to, it is EACCES if the file has a second name,
+    /// or if neither this user nor the folder's owner owns it.
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode);
 }

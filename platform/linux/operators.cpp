@@ -8,12 +8,12 @@ namespace plat
     {
 // The letter for std::size_t in a mangled name (Itanium C++ ABI, section 5.1).
 #if __SIZEOF_SIZE_T__ == 8
-    #define SIZE_LETTER "m"
+    #define OPERATORS_SIZE_LETTER "m"
 #else
-    #define SIZE_LETTER "j"
+    #define OPERATORS_SIZE_LETTER "j"
 #endif
 
-        // Returns where the module of a function is mapped. Reads no symbol table.
+        // Returns the start of the module of a function, or null if no module has it. Reads no symbol table.
         void const * ModuleOf(void * pFunction)
         {
             dl_find_object Module = {};
@@ -36,10 +36,11 @@ namespace plat
         Operators_t OperatorsOf(void * hScope)
         {
             Operators_t Operators;
-            Find(Operators.Plain, hScope, "_Znw" SIZE_LETTER, "_ZdlPv");
-            Find(Operators.Array, hScope, "_Zna" SIZE_LETTER, "_ZdaPv");
-            Find(Operators.Aligned, hScope, "_Znw" SIZE_LETTER "St11align_val_t", "_ZdlPvSt11align_val_t");
-            Find(Operators.AlignedArray, hScope, "_Zna" SIZE_LETTER "St11align_val_t", "_ZdaPvSt11align_val_t");
+            Find(Operators.Plain, hScope, "_Znw" OPERATORS_SIZE_LETTER, "_ZdlPv");
+            Find(Operators.Array, hScope, "_Zna" OPERATORS_SIZE_LETTER, "_ZdaPv");
+            Find(Operators.Aligned, hScope, "_Znw" OPERATORS_SIZE_LETTER "St11align_val_t", "_ZdlPvSt11align_val_t");
+            Find(Operators.AlignedArray, hScope, "_Zna" OPERATORS_SIZE_LETTER "St11align_val_t",
+                "_ZdaPvSt11align_val_t");
             return Operators;
         }
     }

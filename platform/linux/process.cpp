@@ -28,7 +28,7 @@ namespace plat
         std::atomic<void (*)()> g_fnPureCall{ nullptr };
 
         // Converts a path. Returns false, with ERANGE, if it does not fit as a whole.
-        bool WidePath(wchar_t * szBuffer, std::size_t nSize, char const * szPath)
+        bool CopyWidePath(wchar_t * szBuffer, std::size_t nSize, char const * szPath)
         {
             wchar_t szWide[PATH_MAX];
             std::size_t const nWide = WideFromUtf8(szWide, PATH_MAX, szPath);
@@ -118,13 +118,13 @@ namespace plat
         char szPath[PATH_MAX];
         ssize_t const nPath = readlink("/proc/self/exe", szPath, sizeof(szPath) - 1);
         szPath[std::max<ssize_t>(nPath, 0)] = 0;
-        return nPath > 0 && WidePath(szBuffer, nSize, szPath);
+        return nPath > 0 && CopyWidePath(szBuffer, nSize, szPath);
     }
 
     bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize)
     {
         char szPath[PATH_MAX];
-        return getcwd(szPath, sizeof(szPath)) != nullptr && WidePath(szBuffer, nSize, szPath);
+        return getcwd(szPath, sizeof(szPath)) != nullptr && CopyWidePath(szBuffer, nSize, szPath);
     }
 
     bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize)
@@ -167,17 +167,17 @@ namespace plat
         g_fnPureCall = fnHandler;
     }
 
-    // The new process is not waited for, so its entry in the list of processes stays until this process ends.
+    // Does not wait for the new process, so its entry in the list of processes stays until this process ends.
     bool ProcessStart(char const * szProgram)
     {
-        auto const Spawn = [](char const * szPath)
+        auto const fnSpawn = [](char const * szPath)
         {
             pid_t iChild;
             char * dArguments[] = { const_cast<char *>(szPath), nullptr };
             errno = posix_spawn(&iChild, szPath, nullptr, nullptr, dArguments, environ);
             return errno == 0 ? 0 : -1;
         };
-        return DiskPath_c(szProgram).Try(Spawn) == 0;
+        return DiskPath_c(szProgram).Try(fnSpawn) == 0;
     }
 
     bool LastErrorIsAbsence()
@@ -194,7 +194,7 @@ namespace plat
 
 extern "C"
 {
-    // The compiler puts this function into the slots of pure virtual functions. It replaces the C++ runtime's own.
+    // Replaces the C++ runtime's function, which the compiler stores in the slots of pure virtual functions.
     [[noreturn]] ZQ_API void __cxa_pure_virtual()
     {
         if (void (*const fnHandler)() = plat::g_fnPureCall)

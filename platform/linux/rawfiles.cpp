@@ -20,9 +20,10 @@ namespace plat
 {
     namespace
     {
-        constexpr std::size_t LARGEST_READ = 256u << 20;
+        constexpr std::size_t LARGEST_READ = 256u << 20;   // bytes
 
-        struct FolderEntry_t   // as the kernel writes it
+        // Entry of a folder as the kernel writes it (getdents64(2)).
+        struct FolderEntry_t
         {
             std::uint64_t iNode;
             std::int64_t iNext;
@@ -32,7 +33,7 @@ namespace plat
         };
 
         // Replaces a name by the disk's spelling of it in a folder, if one exists that differs in case only.
-        void TakeSpelling(char const * szFolder, char * pName)
+        void ReplaceSpelling(char const * szFolder, char * pName)
         {
             Descriptor_c const Folder(
                 OpenWithReserve([szFolder] { return open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
@@ -54,8 +55,8 @@ namespace plat
             }
         }
 
-        // Replaces each folder of the path by the disk's spelling.
-        void TakeSpellings(char * szPath)
+        // Replaces each folder of the path that does not exist as written by the disk's spelling.
+        void ReplaceSpellings(char * szPath)
         {
             char szFolder[PATH_MAX];
             for (char * pName = szPath; char * const pEnd = std::strchr(pName, '/'); pName = pEnd + 1)
@@ -70,7 +71,7 @@ namespace plat
                 *pEnd = '\0';
                 if (access(szPath, F_OK) != 0)
                 {
-                    TakeSpelling(szFolder, pName);
+                    ReplaceSpelling(szFolder, pName);
                 }
                 *pEnd = '/';
             }
@@ -97,8 +98,8 @@ namespace plat
             {
                 struct stat Stat;
                 bool const bOwn = lstat(szPath, &Stat) == 0 && IsOwn(Stat);
-                auto const Continue = [szPath] { return open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED); };
-                File.Reset(bOwn ? OpenWithReserve(Continue) : -1);
+                auto const fnContinue = [szPath] { return open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED); };
+                File.Reset(bOwn ? OpenWithReserve(fnContinue) : -1);
                 bTaken = !File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !IsOwn(Stat);
             }
             bTaken = bTaken || (File.IsOpen() && !ClaimWriting(File.Get()));
@@ -123,7 +124,7 @@ namespace plat
         int iFile = MakeOrContinue(szHost, bTaken);
         if (iFile < 0 && errno == ENOENT)
         {
-            TakeSpellings(szHost);
+            ReplaceSpellings(szHost);
             iFile = MakeOrContinue(szHost, bTaken);
         }
         return HandleOf(iFile);

@@ -11,12 +11,12 @@ namespace plat
 {
     namespace
     {
-        // What a crash has open at once: the report, its details, the helper's process, its two sockets and its list of
-        // mappings. Two more for files that are read meanwhile.
+        // Descriptors that a crash has open at once: the report, its details, the helper's process, its two sockets and
+        // its list of mappings. Two more are for files that are read meanwhile.
         constexpr int RESERVE = 8;
         constexpr int LOWEST = 20;   // the first numbers are left to the host
 
-        // All are copies of one end of a pipe, because no other file has its identity.
+        // Copies of one end of a pipe, because no other file has its identity.
         KeptDescriptor_c g_dReserve[RESERVE];
         std::atomic<bool> g_bAllowed{ false };
 

@@ -5,7 +5,8 @@
 
 namespace plat
 {
-    /// Opens the reserve, or what a host has closed of it. Does nothing if it is complete.
+    /// Opens the reserve, or what a host has closed of it. Does nothing if it is complete. On failure the reserve stays
+    /// incomplete. Keeps errno.
     void ReserveFill();
 
     /// Closes the reserve.
@@ -15,19 +16,19 @@ namespace plat
     void ReserveAllow(bool bAllowed);
 
     /// Closes one descriptor of the reserve, which makes its number free. Returns false if none is left or the use is
-    /// not allowed. What a host has closed is not the library's any more and stays.
+    /// not allowed. A number that a host has closed is not the library's, and stays as it is.
     bool ReserveFree();
 
-    /// Calls Open, which returns less than 0 for a failure. As long as the process has no descriptor left, frees one of
-    /// the reserve and calls again. Returns the last result. Another thread may take the number first, which costs one
-    /// of the reserve.
+    /// Calls fnOpen, which on failure returns less than 0 and sets errno. As long as the process has no descriptor
+    /// left, frees one of the reserve and calls again. Returns the last result. If another thread uses the number
+    /// first, that costs one more of the reserve.
     template <typename OPEN>
-    auto OpenWithReserve(OPEN const & Open)
+    auto OpenWithReserve(OPEN const & fnOpen)
     {
-        auto iResult = Open();
+        auto iResult = fnOpen();
         while (iResult < 0 && errno == EMFILE && ReserveFree())
         {
-            iResult = Open();
+            iResult = fnOpen();
         }
         return iResult;
     }

@@ -82,13 +82,13 @@ namespace plat
             std::vector<std::uint32_t> m_dOffsets;   // into m_sText, in the order of listings
         };
 
-        struct KeyHash_s
+        struct KeyHash_c
         {
             using is_transparent = void;
             std::size_t operator()(std::string_view sKey) const { return std::hash<std::string_view>()(sKey); }
         };
 
-        using Record_t = std::unordered_map<std::string, FolderNames_c, KeyHash_s, std::equal_to<>>;
+        using Record_t = std::unordered_map<std::string, FolderNames_c, KeyHash_c, std::equal_to<>>;
 
         // The record is created with the first recorded name, so that it can be used before and after the life of
         // static objects. A path never waits for the lock, because a crashed thread may hold it. Without the record the
@@ -132,9 +132,9 @@ namespace plat
             bool const m_bGranted;
         };
 
-        struct RecordEnd_s
+        struct RecordEnd_c
         {
-            ~RecordEnd_s() { SpellingsForget(); }
+            ~RecordEnd_c() { SpellingsForget(); }
         } g_RecordEnd;
 
         // Creates an empty record of a folder if there is none, and returns its names. Requires the lock.
@@ -265,7 +265,7 @@ namespace plat
     {
         if (bRoot)
         {
-            m_szKey[m_nLength++] = '/';
+            m_dKey[m_nLength++] = '/';
         }
     }
 
@@ -288,9 +288,9 @@ namespace plat
         }
         for (char const cByte : sName)
         {
-            m_szKey[m_nLength++] = Folded(cByte);
+            m_dKey[m_nLength++] = Folded(cByte);
         }
-        m_szKey[m_nLength++] = '/';
+        m_dKey[m_nLength++] = '/';
     }
 
     DiskPath_c::DiskPath_c(char const * szPath)

@@ -93,17 +93,18 @@ namespace plat
         /// Makes the key of a path that fits a DiskPath_c.
         explicit FolderKey_c(char const * szPath);
 
-        /// Appends the name of a subfolder. "" and "." change nothing.
+        /// Appends the name of a subfolder. "" and "." change nothing. Requires that the path fits a DiskPath_c.
         void Append(std::string_view sName);
 
-        std::string_view Get() const { return std::string_view(m_szKey, m_nLength); }
+        /// Returns the key so far, which is valid as long as the object.
+        std::string_view Get() const { return std::string_view(m_dKey, m_nLength); }
 
     private:
         std::size_t m_nLength = 0;
-        char m_szKey[PATH_MAX + 2];
+        char m_dKey[PATH_MAX + 2];
     };
 
-    /// Replaces the record of how a folder's names are spelled. dNames has all of them in the order of listings, or
-    /// none if all are folded.
+    /// Replaces the record of how a folder's names are spelled. szFolder is a spelling that DiskPath_c has found.
+    /// dNames has all names in the order of listings, or none if all are folded.
     void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames);
 }

@@ -10,13 +10,13 @@
 
 #ifdef __has_feature
     #if __has_feature(address_sanitizer)
-        #define CHECKER_FOLLOWS_STACKS
+        #define STACK_CHECKER_FOLLOWS
     #endif
 #elif defined(__SANITIZE_ADDRESS__)
-    #define CHECKER_FOLLOWS_STACKS
+    #define STACK_CHECKER_FOLLOWS
 #endif
 
-#ifdef CHECKER_FOLLOWS_STACKS
+#ifdef STACK_CHECKER_FOLLOWS
     #include <sanitizer/asan_interface.h>
     #include <sanitizer/common_interface_defs.h>
 #endif
@@ -81,7 +81,7 @@ namespace plat
         // Reports to the address checker that the thread is about to run on another stack.
         void ReportLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
         {
-#ifdef CHECKER_FOLLOWS_STACKS
+#ifdef STACK_CHECKER_FOLLOWS
             __sanitizer_start_switch_fiber(ppFrames, pStack, nBytes);
 #else
             static_cast<void>(ppFrames);
@@ -90,10 +90,10 @@ namespace plat
 #endif
         }
 
-        // Reports to the address checker that the thread now runs on that stack.
+        // Reports to the address checker that the thread runs on that stack.
         void ReportArrival(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
         {
-#ifdef CHECKER_FOLLOWS_STACKS
+#ifdef STACK_CHECKER_FOLLOWS
             __sanitizer_finish_switch_fiber(pFrames, ppFrom, pFromBytes);
 #else
             static_cast<void>(pFrames);
@@ -105,7 +105,7 @@ namespace plat
         // Clears the checker's marks of frames on a stack that is left.
         void ClearCheckerMarks(void const * pStack, std::size_t nBytes)
         {
-#ifdef CHECKER_FOLLOWS_STACKS
+#ifdef STACK_CHECKER_FOLLOWS
             __asan_unpoison_memory_region(pStack, nBytes);
 #else
             static_cast<void>(pStack);
@@ -174,18 +174,18 @@ namespace plat
     {
         constexpr int FLAGS = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK;
         auto const nGuard = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        struct Memory_s
+        struct Memory_c
         {
-            void * const pStart;
-            std::size_t const nAll;
-            ~Memory_s() { munmap(pStart, nAll); }
+            void * const m_pStart;
+            std::size_t const m_nAll;
+            ~Memory_c() { munmap(m_pStart, m_nAll); }
         };
         void * const pMemory = mmap(nullptr, nBytes + nGuard, PROT_READ | PROT_WRITE, FLAGS, -1, 0);
         if (pMemory == MAP_FAILED)
         {
             return false;
         }
-        Memory_s const Memory = { pMemory, nBytes + nGuard };
+        Memory_c const Memory = { pMemory, nBytes + nGuard };
         mprotect(pMemory, nGuard, PROT_NONE);
         StackCallOn(static_cast<char *>(pMemory) + nGuard, nBytes, fnCall, pArgument);
         return true;

@@ -1,10 +1,10 @@
 // symbolprotocol.h: the records that the library and its helper zqsymbols exchange.
 //
-// They use one socket that keeps records whole. The library sends SymbolStart_t, its SymbolPrinter_t and then
-// requests. The helper answers each with one SymbolAnswer_t that has its number, so that a late answer is not taken
-// for that of the next request. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the
-// library answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word
-// sizes. Both sides come from one build. If the mark in the first record is another one, the helper ends.
+// They use one socket that keeps records whole. The library sends SymbolStart_t, its SymbolPrinter_t and then requests.
+// The helper answers each with one SymbolAnswer_t that has its number, so that a late answer is not mistaken for that
+// of the next request. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the library
+// answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word sizes.
+// Both sides come from one build. If the mark in the first record is another one, the helper ends.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ namespace plat
     /// Mark of these records, which changes with every change of them.
     inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515333;
 
-    /// Memory is requested in whole pages of this size. A page is readable as a whole or not at all.
+    /// Bytes of a page. The helper requests whole pages of memory. A page is readable as a whole or not at all.
     inline constexpr std::uint32_t SYMBOL_PAGE = 4096;
 
     /// Bytes of an answer's text with its terminator. Longer names and paths are cut.
@@ -96,12 +96,14 @@ namespace plat
         std::uint64_t dValues[5];
         char szText[SYMBOL_TEXT];
     };
+
+    /// Bytes of an answer before its text.
     inline constexpr std::size_t SYMBOL_ANSWER_HEAD = offsetof(SymbolAnswer_t, szText);
 
     /// The library's answer to ANSWER_NEEDS_MEMORY: a page.
     struct SymbolMemory_t
     {
-        std::uint64_t bReadable;   // 0 or 1
+        std::uint64_t bReadable;   // whether the page is readable: 0 or 1; with 0 its bytes are zeros
         std::uint8_t dBytes[SYMBOL_PAGE];
     };
 

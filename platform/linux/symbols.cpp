@@ -29,8 +29,8 @@
 #include <unistd.h>
 #include <utility>
 
-// The C library's other name of clone, which no header declares. The thread checker replaces clone by a function that
-// expects a fork, and ends the process if the child shares the memory.
+// Starts a process. This is the C library's other name of clone, which no header declares. The thread checker replaces
+// clone by a function that expects a fork, and ends the process if the child shares the memory.
 extern "C" int __clone(int (*fnRun)(void *), void * pStack, int nFlags, void * pArgument, ...) noexcept;
 
 #ifdef ZQCORE_GDB_SCRIPT
@@ -75,16 +75,17 @@ namespace plat
             }
         }
 
-        // Keeps errno over a scope, because the interrupted code may be about to read it.
-        struct ErrnoScope_s
+        // Scope that keeps errno, because the interrupted code may be about to read it.
+        struct ErrnoScope_c
         {
-            int const iSaved = errno;
-            ErrnoScope_s() = default;
-            ~ErrnoScope_s() { errno = iSaved; }
-            ErrnoScope_s(ErrnoScope_s const &) = delete;
-            ErrnoScope_s & operator=(ErrnoScope_s const &) = delete;
+            int const m_iSaved = errno;
+            ErrnoScope_c() = default;
+            ~ErrnoScope_c() { errno = m_iSaved; }
+            ErrnoScope_c(ErrnoScope_c const &) = delete;
+            ErrnoScope_c & operator=(ErrnoScope_c const &) = delete;
         };
 
+        // Returns the time of the monotonic clock.
         std::int64_t Milliseconds()
         {
             timespec Now{};
@@ -133,7 +134,7 @@ namespace plat
             return 0;
         }
 
-        // Waits until the socket has data. Returns false if that fails or the time is over.
+        // Waits until the socket has data. Returns false if that fails or tEnd, a time of Milliseconds, has passed.
         bool WaitReadable(int hSocket, std::int64_t tEnd)
         {
             pollfd Poll = { hSocket, POLLIN, 0 };
@@ -180,7 +181,7 @@ namespace plat
         }
 
         // Sends a request and receives the helper's answer. Serves the helper's requests for memory meanwhile. Skips
-        // late answers to other requests. Returns false if the helper has failed or the time is over.
+        // late answers to other requests. Returns false if the helper has failed or tEnd has passed.
         bool Converse(
             int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer, bool & bServing)
         {
@@ -261,7 +262,7 @@ namespace plat
         m_bServing = false;
         m_bTraced = false;
         Rewind();
-        ErrnoScope_s const Scope;
+        ErrnoScope_c const Scope;
         return g_szHelper[0] != '\0' && !ProcessIsSecure() && Launch() && Greet();
     }
 
@@ -269,8 +270,9 @@ namespace plat
     bool Symbols_c::Launch()
     {
         int dSockets[2];
-        auto const Connect = [&dSockets] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, dSockets); };
-        if (OpenWithReserve(Connect) != 0)
+        auto const fnConnect = [&dSockets]
+        { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, dSockets); };
+        if (OpenWithReserve(fnConnect) != 0)
         {
             return false;
         }
@@ -283,9 +285,9 @@ namespace plat
         ::pthread_sigmask(SIG_SETMASK, &All, &Previous);
         int hProcess = -1;
         constexpr int FLAGS = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
-        auto const Clone = [&]
+        auto const fnClone = [&]
         { return ::__clone(BecomeHelper, dStack + sizeof(dStack), FLAGS, &Arguments, &hProcess); };
-        int const iProcess = Arguments.hMaps < 0 ? -1 : OpenWithReserve(Clone);
+        int const iProcess = Arguments.hMaps < 0 ? -1 : OpenWithReserve(fnClone);
         ::pthread_sigmask(SIG_SETMASK, &Previous, nullptr);
         ::close(dSockets[1]);
         ::close(Arguments.hMaps);
@@ -323,7 +325,7 @@ namespace plat
         {
             return;
         }
-        ErrnoScope_s const Scope;
+        ErrnoScope_c const Scope;
         m_eEnd = eEnd;
         ::close(static_cast<int>(std::exchange(m_hHelper, NO_HANDLE)));
         if (auto const hProcess = static_cast<int>(std::exchange(m_hProcess, NO_HANDLE)); hProcess >= 0)
@@ -351,7 +353,7 @@ namespace plat
             return false;
         }
         Request.iRequest = ++m_nAsked;
-        ErrnoScope_s const Scope;
+        ErrnoScope_c const Scope;
         std::int64_t const tStart = Milliseconds();
         std::int64_t const tEnd = tStart + SYMBOL_LIMIT - std::min(SYMBOL_LIMIT, m_nWaited);
         bool const bAnswered = Converse(static_cast<int>(m_hHelper), Request, tEnd, pAnswer, m_bServing);

@@ -20,7 +20,7 @@ namespace
         return sWord;
     }
 
-    // Codes the strings of one kind.
+    // Coder of the strings of one kind.
     class Coder_c
     {
     public:

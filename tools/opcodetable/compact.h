@@ -17,5 +17,5 @@ std::string ExpandedForm(std::vector<Group_t> const & dGroups);
 using Starts_t = std::array<std::uint16_t, 256>;
 
 /// Returns the starts of each slot. Those of small groups are all 0, which means that none are needed.
-/// Throws RowError_c if an offset needs more than 16 bits.
+/// Requires at least one group. Throws RowError_c if an offset needs more than 16 bits.
 std::vector<Starts_t> RowStarts(std::vector<Group_t> const & dGroups);

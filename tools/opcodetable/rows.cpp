@@ -146,7 +146,7 @@ namespace
         return iFirst == std::string::npos ? "" : s.substr(iFirst, s.find_last_not_of(' ') - iFirst + 1);
     }
 
-    // Translates the rows of one mode. Knows the names of the groups.
+    // Translator of the rows of one mode. Knows the names of the groups.
     class Translator_c
     {
     public:

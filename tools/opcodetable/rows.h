@@ -19,11 +19,13 @@ struct Group_t
     std::vector<Row_t> dRows;
 };
 
-/// An error in the rows. If it is in a line, what() starts with the file's name and the line's number.
+/// An error that ends the generator. If it is in a line of the rows, what() starts with the file's name and the line's
+/// number.
 class RowError_c : public std::runtime_error
 {
     using std::runtime_error::runtime_error;
 };
 
-/// Returns the table of one mode ("32" or "64"): the groups of the files in their order. Throws RowError_c.
+/// Returns the table of one mode ("32" or "64"): the groups of the files in their order. On failure throws
+/// RowError_c.
 std::vector<Group_t> ReadGroups(std::vector<std::string> const & dFiles, std::string const & sMode);

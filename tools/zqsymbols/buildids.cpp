@@ -21,7 +21,7 @@ namespace zqsymbols
             return nBytes > 0 ? BuildIdText(pBytes, static_cast<std::size_t>(nBytes)) : "";
         }
 
-        // Returns the bytes of memory from a module's first page to the end of its last segment.
+        // Returns the number of bytes from a module's first page in memory to the end of its last segment.
         std::uint64_t BytesOf(Elf * pElf)
         {
             std::optional<std::uint64_t> Start;

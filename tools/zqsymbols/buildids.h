@@ -1,4 +1,4 @@
-// buildids.h: files with debug information, found by the build-id that the linker gave their program.
+// buildids.h: files with debug information, found by the build-id that the linker stored in their program.
 #pragma once
 
 #include <cstdint>
@@ -13,15 +13,15 @@ namespace zqsymbols
     {
     public:
         /// Adds the ELF files of a folder, at any depth. If several share a build-id, the one with the most information
-        /// counts. Skips other files. If it can't read a folder below, it ends
-        /// and reports sFolder to fnFault.
+        /// counts. Skips other files. If it can't read sFolder or a folder below, it ends and calls fnFault with a text
+        /// that names sFolder and the reason.
         void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
 
         /// A file of the table.
         struct Found_t
         {
             std::string sPath;
-            std::uint64_t nBytes;   // of the module in memory, from its first page on; 0 if the file does not say
+            std::uint64_t nBytes;   // of the module in memory, from its first page on; 0 if it has no part to load
         };
 
         /// Returns the file of a build-id in lower-case hexadecimal, or null. Valid until the next addition.

@@ -12,11 +12,11 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr std::size_t SOURCE_FRAMES = 8;        // with the lines around
+        constexpr std::size_t SOURCE_FRAMES = 8;        // frames that show the lines around
         constexpr unsigned LINES_AROUND = 3;            // on each side
         constexpr std::size_t SOURCE_SIZE = 500;        // bytes of a source line
-        constexpr std::size_t VARIABLES = 128;          // of a frame
-        constexpr std::chrono::seconds FAR_LIMIT(10);   // for the way to the far end of a stack
+        constexpr std::size_t VARIABLES = 128;          // the most variables of a frame
+        constexpr std::chrono::seconds FAR_LIMIT(10);   // for the walk to the far end of a stack
 
         template <typename... T>
         std::string Print(char const * szFormat, T... Values)
@@ -70,9 +70,9 @@ namespace zqsymbols
             return "?";
         }
         std::string sName = Escaped(std::strrchr(szPath, '/') + 1);
-        for (std::size_t n = sName.find(' '); n != std::string::npos; n = sName.find(' ', n))
+        for (std::size_t i = sName.find(' '); i != std::string::npos; i = sName.find(' ', i))
         {
-            sName.replace(n, 1, "\\x20");
+            sName.replace(i, 1, "\\x20");
         }
         return sName + Print("+%llX", static_cast<unsigned long long>(nAddress - nStart));
     }
@@ -181,7 +181,8 @@ namespace zqsymbols
         return sText;
     }
 
-    // Finds the far end, and moves m_iFrame to FAR frames before it. Returns the lines that report what is left out.
+    // Finds the far end, and moves m_iFrame to FAR frames before it, or after all frames if it was not reached. Returns
+    // the lines that report what is left out. Returns an empty text, and moves nothing, if every frame is shown.
     std::string StackLines_c::Skip()
     {
         auto const tEnd = std::chrono::steady_clock::now() + FAR_LIMIT;
@@ -195,7 +196,7 @@ namespace zqsymbols
         {
             return "";
         }
-        m_iFrame = bEnd ? nFrames - FAR : Frames_c::FRAMES_MAX;   // of which there is none
+        m_iFrame = bEnd ? nFrames - FAR : Frames_c::FRAMES_MAX;   // a number that no frame has
         std::size_t const nLeftOut = (bEnd ? m_iFrame : nFrames) - NEAR;
         m_nNumber += nLeftOut;
         return "... " + std::to_string(nLeftOut) + " frames left out ...\n"

@@ -13,6 +13,7 @@ namespace zqsymbols
     class FrameLines_c
     {
     public:
+        /// Requires that all three outlive the object.
         FrameLines_c(Process_c & Process, Types_c & Types, Variables_c & Variables)
             : m_Process(Process)
             , m_Types(Types)
@@ -44,13 +45,15 @@ namespace zqsymbols
     class StackLines_c
     {
     public:
+        /// Requires that both outlive the object.
         StackLines_c(FrameLines_c & Lines, Frames_c & Frames)
             : m_Lines(Lines)
             , m_Frames(Frames)
         {}
 
         /// Returns the lines of the next frame; empty at the end. Of a stack with more than NEAR + FAR frames, returns
-        /// the first NEAR and the last FAR.
+        /// the first NEAR, a line that reports what is left out, and the last FAR. If it does not reach the far end in
+        /// 10 seconds or FRAMES_MAX frames, reports that instead of the last FAR.
         std::string Next();
 
     private:
@@ -64,6 +67,6 @@ namespace zqsymbols
         std::size_t m_nNumber = 0;
     };
 
-    /// Returns an address's place in its module: "name+offset", "?" without one.
+    /// Returns an address's place in its module: "name+offset" in hexadecimal, "?" without one.
     std::string ModulePlace(Process_c & Process, std::uint64_t nAddress);
 }

@@ -266,14 +266,38 @@ namespace zqsymbols
                 }
             }
 
+            // Returns whether an operation works on two values.
+            static bool IsOnTwo(unsigned nCode)
+            {
+                return nCode == DW_OP_and || (nCode >= DW_OP_div && nCode <= DW_OP_mul) || nCode == DW_OP_or
+                       || nCode == DW_OP_plus || (nCode >= DW_OP_shl && nCode <= DW_OP_xor)
+                       || (nCode >= DW_OP_eq && nCode <= DW_OP_ne);
+            }
+
+            // Returns the result of DW_OP_eq to DW_OP_ne.
+            static bool Compare(unsigned nCode, std::int64_t nFirst, std::int64_t nSecond)
+            {
+                switch (nCode)
+                {
+                case DW_OP_eq:
+                    return nFirst == nSecond;
+                case DW_OP_ge:
+                    return nFirst >= nSecond;
+                case DW_OP_gt:
+                    return nFirst > nSecond;
+                case DW_OP_le:
+                    return nFirst <= nSecond;
+                case DW_OP_lt:
+                    return nFirst < nSecond;
+                default:
+                    return nFirst != nSecond;
+                }
+            }
+
             // Runs an operation on two values. Returns false for any other.
             bool Combine(unsigned nCode)
             {
-                bool const bKnown = nCode == DW_OP_and || (nCode >= DW_OP_div && nCode <= DW_OP_mul)
-                                    || nCode == DW_OP_or || nCode == DW_OP_plus
-                                    || (nCode >= DW_OP_shl && nCode <= DW_OP_xor)
-                                    || (nCode >= DW_OP_eq && nCode <= DW_OP_ne);
-                if (!bKnown)
+                if (!IsOnTwo(nCode))
                 {
                     return false;
                 }
@@ -286,7 +310,7 @@ namespace zqsymbols
                 bool const bBySign =
                     nCode == DW_OP_div || nCode == DW_OP_mod || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);
                 m_bFailed |= (nCode == DW_OP_div || nCode == DW_OP_mod) && (nSecond == 0 || nSignedSecond == -1);
-                m_bFailed |= m_bUnsigned && bBySign;   // div and the comparisons take signed numbers
+                m_bFailed |= m_bUnsigned && bBySign;   // div and the comparisons use signed numbers
                 if (m_bFailed)
                 {
                     return true;
@@ -326,23 +350,8 @@ namespace zqsymbols
                 case DW_OP_xor:
                     Put(nFirst ^ nSecond);
                     break;
-                case DW_OP_eq:
-                    Put(nSignedFirst == nSignedSecond);
-                    break;
-                case DW_OP_ge:
-                    Put(nSignedFirst >= nSignedSecond);
-                    break;
-                case DW_OP_gt:
-                    Put(nSignedFirst > nSignedSecond);
-                    break;
-                case DW_OP_le:
-                    Put(nSignedFirst <= nSignedSecond);
-                    break;
-                case DW_OP_lt:
-                    Put(nSignedFirst < nSignedSecond);
-                    break;
                 default:
-                    Put(nSignedFirst != nSignedSecond);
+                    Put(Compare(nCode, nSignedFirst, nSignedSecond));
                     break;
                 }
                 return true;
@@ -446,7 +455,7 @@ namespace zqsymbols
             std::size_t m_iOperation = 0;
             std::vector<std::uint64_t> m_dStack;
             std::vector<std::uint8_t> m_dBytes, m_dPieces;
-            bool m_bUnsigned = false;   // a number may need all bits of an unsigned one
+            bool m_bUnsigned = false;   // whether a number may need all bits of an unsigned one
             bool m_bFailed = false;
         };
     }

@@ -1,4 +1,4 @@
-// expression.h: evaluates the expressions by which debug information says where a value is.
+// expression.h: evaluates the expressions by which debug information describes the place of a value.
 #pragma once
 
 #include "tools/zqsymbols/process.h"
@@ -11,14 +11,14 @@
 
 namespace zqsymbols
 {
-    /// How a Place_t says where a value is.
+    /// Kind of a Place_t.
     enum Place_e
     {
-        PLACE_UNKNOWN,    // optimised out, or by an operation that needs more than a frame's registers
+        PLACE_UNKNOWN,    // optimised out, or not computed (Evaluate)
         PLACE_REGISTER,   // nValue: DWARF's number of the register
-        PLACE_ADDRESS,
-        PLACE_VALUE,   // the value itself, which is stored nowhere
-        PLACE_BYTES    // likewise: dBytes, which may be stored in several places
+        PLACE_ADDRESS,    // nValue: the address
+        PLACE_VALUE,      // nValue: the value itself, which is stored nowhere
+        PLACE_BYTES       // dBytes: the value itself, which may be stored in several places
     };
 
     /// Place of a value, or the value itself if it is stored nowhere.
@@ -31,24 +31,24 @@ namespace zqsymbols
 
     struct Frame_t;
 
-    /// What registers held when the functions of frames were called, as far as it was asked for. One object serves the
-    /// values of one frame.
+    /// Values that registers held when the functions of frames were called, as far as they were asked for. One object
+    /// serves the values of one frame.
     using EntryValues_t = std::map<std::pair<Frame_t const *, unsigned>, std::optional<std::uint64_t>>;
 
     /// Values that an expression may refer to.
     struct Surroundings_t
     {
         Registers_t Registers;
-        std::uint64_t nBias = 0;   // of the module
-        std::optional<std::uint64_t> nCfa{};
-        std::optional<std::uint64_t> nFrameBase{};
-        Frame_t const * pFrame = nullptr;         // whose caller has the entry values; null if they are unknown
+        std::uint64_t nBias = 0;                     // load bias of the module
+        std::optional<std::uint64_t> nCfa{};         // nothing if unknown
+        std::optional<std::uint64_t> nFrameBase{};   // likewise
+        Frame_t const * pFrame = nullptr;         // frame whose caller has the entry values; null if they are unknown
         EntryValues_t * pEntryValues = nullptr;   // not null with pFrame
-        unsigned nCallers = 0;                    // from the frame whose values are asked for to pFrame
-        Dwarf_Attribute * pAttribute = nullptr;   // that has the expression, if one has it
+        unsigned nCallers = 0;                    // number of frames from the one whose values are asked for to pFrame
+        Dwarf_Attribute * pAttribute = nullptr;   // attribute that has the expression, or null
     };
 
     /// Runs an expression (DWARF 5, sections 2.5 and 2.6) and returns the place that it computes. Returns PLACE_UNKNOWN
-    /// if it is damaged, or needs a register or memory that is unknown.
+    /// if it is damaged, has an unknown operation, or needs a register or memory that is unknown.
     Place_t Evaluate(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations);
 }

@@ -9,11 +9,11 @@ namespace zqsymbols
 {
     namespace
     {
-        struct Free_s
+        struct Free_c
         {
             void operator()(void * pMemory) const { std::free(pMemory); }
         };
-        using Rules_t = std::unique_ptr<Dwarf_Frame, Free_s>;
+        using Rules_t = std::unique_ptr<Dwarf_Frame, Free_c>;
 
         Rules_t RulesAt(Dwfl_Module * pModule, std::uint64_t nAddress)
         {

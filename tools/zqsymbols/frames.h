@@ -13,7 +13,7 @@ namespace zqsymbols
         Registers_t Registers;
         std::uint64_t nAddress = 0;
         std::uint64_t nCfa = 0;              // the stack pointer's value before the call
-        bool bCall = false;                  // the address is a return address
+        bool bCall = false;                  // whether the address is a return address
         Frame_t const * pCaller = nullptr;   // null at the end of the stack
 
         /// Returns an address inside the current instruction of the frame.
@@ -24,9 +24,9 @@ namespace zqsymbols
     class Frames_c
     {
     public:
-        static constexpr std::size_t FRAMES_MAX = 200000;   // of a stack of 8 MiB, if frames have 42 bytes or more
+        static constexpr std::size_t FRAMES_MAX = 200000;   // more frames of 42 bytes than a stack of 8 MiB has
 
-        /// Walks from a thread's registers, which must outlive the object.
+        /// Walks from a thread's registers. Requires that they and the process outlive the object.
         Frames_c(Process_c & Process, Registers_t const & Start)
             : m_Process(Process)
             , m_Start(Start)

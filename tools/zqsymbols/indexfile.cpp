@@ -23,9 +23,9 @@ namespace zqsymbols
 
         struct Head_t
         {
-            char szMark[8];
+            char dMark[8];
             std::uint64_t nSum;   // of all that follows
-            char szBuildId[BUILD_ID_MAX];
+            char dBuildId[BUILD_ID_MAX];
             std::uint64_t nSpan;
             std::uint64_t nUnitBytes;
             std::uint64_t nSymbols;
@@ -54,8 +54,8 @@ namespace zqsymbols
         Head_t HeadOf(IndexKey_t const & Key, std::uint64_t nUnitRanges, std::uint64_t nSymbolRanges)
         {
             Head_t Head{};
-            std::memcpy(Head.szMark, MARK, sizeof(MARK));
-            Key.sBuildId.copy(Head.szBuildId, BUILD_ID_MAX);
+            std::memcpy(Head.dMark, MARK, sizeof(MARK));
+            Key.sBuildId.copy(Head.dBuildId, BUILD_ID_MAX);
             Head.nSpan = Key.nSpan;
             Head.nUnitBytes = Key.nUnitBytes;
             Head.nSymbols = Key.nSymbols;

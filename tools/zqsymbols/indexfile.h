@@ -1,12 +1,12 @@
 // indexfile.h: keeps the indices of big modules from one crash to the next, in a folder of the user's cache.
 //
-// A file is private to its user and is never trusted: one that is damaged, or made of other files than the module's, is
-// built again. docs/formats.md has its layout.
+// A file is private to its user. Load does not trust it. ModuleIndex_c builds an index again if its file is damaged or
+// made of other files than the module's. docs/formats.md has the layout of the file.
 //
 // Failure: costs only time. There is no file in these cases:
 // - the user has no home folder, or the module no build-id.
 // - the disk has no room for it, or it would have more than 32 MiB.
-// - other users may write to the folder.
+// - other users may write to the folder, or it is a symbolic link.
 #pragma once
 
 #include "tools/zqsymbols/moduleindex.h"
@@ -17,7 +17,7 @@
 
 namespace zqsymbols
 {
-    /// What an index was made of.
+    /// Key of an index: what it was made of.
     struct IndexKey_t
     {
         std::string sBuildId;       // in hexadecimal
@@ -26,7 +26,7 @@ namespace zqsymbols
         std::uint64_t nSymbols;
     };
 
-    /// What an index has: the ranges of a module's units and of its symbols.
+    /// Content of an index: the ranges of a module's units and of its symbols.
     struct IndexParts_t
     {
         std::vector<IndexRange_t> dUnits;     // sorted by IsBefore
@@ -62,6 +62,6 @@ namespace zqsymbols
     };
 
     /// Returns the folder for the indices in the home folder that the system's table of users has. Reads no environment
-    /// variable. Empty if the user is not in the table.
+    /// variable. Empty if that table has no absolute path for the user.
     std::string IndexFolderOfUser();
 }

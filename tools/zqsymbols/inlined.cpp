@@ -37,9 +37,9 @@ namespace zqsymbols
         std::string FunctionOf(Dwarf_Die & Call)
         {
             Dwarf_Attribute Attribute;
-            for (unsigned const nName : { DW_AT_linkage_name, DW_AT_MIPS_linkage_name })
+            for (unsigned const nAttribute : { DW_AT_linkage_name, DW_AT_MIPS_linkage_name })
             {
-                char const * const szName = dwarf_formstring(dwarf_attr_integrate(&Call, nName, &Attribute));
+                char const * const szName = dwarf_formstring(dwarf_attr_integrate(&Call, nAttribute, &Attribute));
                 if (szName != nullptr)
                 {
                     return PlainName(szName);

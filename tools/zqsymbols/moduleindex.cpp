@@ -14,14 +14,14 @@ namespace zqsymbols
     {
         constexpr std::uint64_t RANGE_MAX = std::numeric_limits<std::uint32_t>::max();
 
-        // A module with as much of either has an index file: to build its index takes more time than to read that.
+        // A module with as much of either has an index file, because that is faster to read than the index to build.
         constexpr std::uint64_t BIG_BYTES = 64 << 20;
         constexpr int BIG_SYMBOLS = 100000;
 
         // The linker's fill between two functions of a unit has fewer bytes.
         constexpr std::uint64_t GAP_MAX = 16;
 
-        // Collects the ranges inside a module.
+        // Collector of the ranges inside a module.
         class Collector_c
         {
         public:
@@ -35,7 +35,7 @@ namespace zqsymbols
                 bool const bInside = nFrom >= m_nStart && nFrom <= nTo && nTo <= m_nEnd && nTo - m_nStart <= RANGE_MAX;
                 if (bInside)
                 {
-                    dRanges.push_back({ static_cast<std::uint32_t>(nFrom - m_nStart),
+                    m_dRanges.push_back({ static_cast<std::uint32_t>(nFrom - m_nStart),
                         static_cast<std::uint32_t>(nTo - nFrom), nValue });
                 }
             }
@@ -45,13 +45,13 @@ namespace zqsymbols
             void AddUnit(std::uint64_t nFrom, std::uint64_t nTo, std::uint64_t nUnit)
             {
                 std::uint64_t const nLastEnd =
-                    dRanges.empty() ? 0 : m_nStart + dRanges.back().nStart + dRanges.back().nBytes;
-                bool const bExtends = !dRanges.empty() && dRanges.back().nValue == nUnit && nFrom >= nLastEnd
+                    m_dRanges.empty() ? 0 : m_nStart + m_dRanges.back().nStart + m_dRanges.back().nBytes;
+                bool const bExtends = !m_dRanges.empty() && m_dRanges.back().nValue == nUnit && nFrom >= nLastEnd
                                       && nFrom - nLastEnd < GAP_MAX && nFrom <= nTo && nTo <= m_nEnd
                                       && nTo - m_nStart <= RANGE_MAX;
                 if (bExtends)
                 {
-                    dRanges.back().nBytes += static_cast<std::uint32_t>(nTo - nLastEnd);
+                    m_dRanges.back().nBytes += static_cast<std::uint32_t>(nTo - nLastEnd);
                 }
                 else if (nFrom != nTo)
                 {
@@ -59,14 +59,14 @@ namespace zqsymbols
                 }
             }
 
-            std::vector<IndexRange_t> dRanges;
+            std::vector<IndexRange_t> m_dRanges;
 
         private:
             std::uint64_t m_nStart;
             std::uint64_t m_nEnd;
         };
 
-        // A linker leaves the ranges of functions that it dropped at addresses without code.
+        // Segments of a file that hold code. A linker leaves the ranges of functions that it dropped outside of them.
         class Code_c
         {
         public:
@@ -118,8 +118,8 @@ namespace zqsymbols
             }
         }
 
-        // Orders symbols at one address: a local one, then a weak one, then a global one. Of two equal ones the one
-        // with the lower number comes last. A search finds the last one first.
+        // Returns the rank of a symbol among those of one range: a local one comes first, then a weak one, then a
+        // global one. Of two equal ones the one with the lower number comes last. A search finds the last one first.
         std::uint64_t Rank(GElf_Sym const & Symbol, int iSymbol)
         {
             unsigned const nBinding = GELF_ST_BIND(Symbol.st_info);
@@ -162,7 +162,7 @@ namespace zqsymbols
             }
         }
 
-        // Adds those of the symbols without a size that lie outside of the others. Both are sorted.
+        // Adds those of the symbols without a size that lie outside of the others. Requires that both are sorted.
         void AddOutside(std::vector<IndexRange_t> & dSized, std::vector<IndexRange_t> & dSizeless)
         {
             std::vector<IndexRange_t> dAdded;
@@ -187,19 +187,19 @@ namespace zqsymbols
             dSized.insert(dSized.end(), dAdded.begin(), dAdded.end());
         }
 
-        // Returns the symbols, sorted. One without a size, as assembly has, extends to the next symbol or to the end of
-        // its section. Inside of another symbol it is only a label.
+        // Returns the symbols, sorted. One without a size, as assembly has, extends to the next one with a size or to
+        // the end of its section. Inside of a symbol with a size it is only a label, which the result lacks.
         std::vector<IndexRange_t> CollectSymbols(
             Dwfl_Module * pModule, int nSymbols, std::uint64_t nStart, std::uint64_t nEnd)
         {
             Collector_c Sized(nStart, nEnd);
             Collector_c Sizeless(nStart, nEnd);
             SortSymbols(pModule, nSymbols, Sized, Sizeless);
-            std::sort(Sized.dRanges.begin(), Sized.dRanges.end(), IsBefore);
-            std::sort(Sizeless.dRanges.begin(), Sizeless.dRanges.end(), IsBefore);
-            AddOutside(Sized.dRanges, Sizeless.dRanges);
-            std::sort(Sized.dRanges.begin(), Sized.dRanges.end(), IsBefore);
-            return std::move(Sized.dRanges);
+            std::sort(Sized.m_dRanges.begin(), Sized.m_dRanges.end(), IsBefore);
+            std::sort(Sizeless.m_dRanges.begin(), Sizeless.m_dRanges.end(), IsBefore);
+            AddOutside(Sized.m_dRanges, Sizeless.m_dRanges);
+            std::sort(Sized.m_dRanges.begin(), Sized.m_dRanges.end(), IsBefore);
+            return std::move(Sized.m_dRanges);
         }
 
         // Returns the size of the section of units, as it is stored.
@@ -258,8 +258,8 @@ namespace zqsymbols
             {
                 CollectUnits(pDwarf, nBias, Units);
             }
-            std::sort(Units.dRanges.begin(), Units.dRanges.end(), IsBefore);
-            Parts = { std::move(Units.dRanges), CollectSymbols(pModule, nSymbols, m_nStart, nEnd) };
+            std::sort(Units.m_dRanges.begin(), Units.m_dRanges.end(), IsBefore);
+            Parts = { std::move(Units.m_dRanges), CollectSymbols(pModule, nSymbols, m_nStart, nEnd) };
         }
         if (bBig && !bLoaded)
         {

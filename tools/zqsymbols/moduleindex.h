@@ -1,7 +1,7 @@
 // moduleindex.h: a module's compilation units and symbols, sorted by address.
 //
-// libdw has such tables too. Its table of units is missing for compilers that write none, and its search for a symbol
-// reads all symbols.
+// libdw has such tables too. Its table of units is missing for compilers that write none. Its search for a symbol reads
+// all symbols.
 #pragma once
 
 #include <cstdint>
@@ -73,7 +73,7 @@ namespace zqsymbols
         /// Returns the offsets of the units that claim an address, the one whose range has the nearest start first.
         std::vector<std::uint64_t> UnitsAt(std::uint64_t nAddress) const;
 
-        /// Returns the number of the innermost symbol that holds an address.
+        /// Returns the number of the innermost symbol that holds an address, or nothing if none does.
         std::optional<int> SymbolAt(std::uint64_t nAddress) const;
 
     private:

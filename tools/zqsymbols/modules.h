@@ -7,7 +7,7 @@
 //     LineAt(Modules, nAddress);
 //
 // Ownership: what refers to a module or a unit is valid as long as the object.
-// Threads: one thread uses an object.
+// Threads: one thread at a time uses an object.
 // Cost: the first question about a module opens its files and builds an index of its units and symbols.
 // Failure: a module whose file is missing or damaged has no names.
 #pragma once
@@ -27,7 +27,7 @@
 
 namespace zqsymbols
 {
-    /// Path of the system's own module, which is in memory alone.
+    /// Path of the system's own module, which is only in memory.
     inline constexpr char VDSO[] = "[vdso]";
 
     /// A compilation unit, and the difference between addresses in memory and its own.
@@ -60,23 +60,24 @@ namespace zqsymbols
         /// overlap.
         void AddModule(char const * szPath, std::uint64_t nStart, std::uint64_t nEnd);
 
-        /// Ends the additions. Requires that it is called once, before any question.
+        /// Ends the additions. Requires one call, before any question.
         void EndModules() { dwfl_report_end(m_pDwfl, nullptr, nullptr); }
 
         /// Returns the module that holds an address, or null.
         Dwfl_Module * ModuleAt(std::uint64_t nAddress) const { return dwfl_addrmodule(m_pDwfl, nAddress); }
 
-        /// Returns the compilation unit that holds an address.
+        /// Returns the compilation unit that holds an address, or nothing if none is known.
         std::optional<Unit_t> UnitAt(std::uint64_t nAddress);
 
         /// Returns the function of a unit that holds an address, and its blocks and inlined calls that hold it,
         /// outermost first. Empty if the unit has none there.
         std::vector<Dwarf_Die> ScopesAt(Unit_t & Unit, std::uint64_t nAddress);
 
-        /// Returns the innermost symbol that holds an address.
+        /// Returns the innermost symbol that holds an address, or nothing if none does.
         std::optional<Symbol_t> SymbolAt(std::uint64_t nAddress);
 
-        /// Copies memory of the examined process, for modules that no file has. Returns false if it is not readable.
+        /// Copies memory of the examined process, for modules that no file has. Returns false if it is not readable,
+        /// which it never is without a process.
         virtual bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
 
     private:

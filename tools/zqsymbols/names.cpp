@@ -26,7 +26,7 @@ namespace zqsymbols
             }
         }
 
-        // "f(int) [clone .cold]" and "f(int) const &" are "f(int)".
+        // Returns "f(int)" for "f(int) [clone .cold]" and for "f(int) const &".
         std::string_view WithoutQualifiers(std::string_view sName)
         {
             std::size_t const iClone = sName.find(" [clone ");
@@ -46,7 +46,7 @@ namespace zqsymbols
             return sName;
         }
 
-        // "f(int)::{lambda()#1}::operator()(int)" is "f(int)::{lambda()#1}::operator()".
+        // Returns "f(int)::{lambda()#1}::operator()" for "f(int)::{lambda()#1}::operator()(int)".
         std::string_view WithoutArguments(std::string_view sName)
         {
             int nOpen = 0;
@@ -61,8 +61,8 @@ namespace zqsymbols
             return sName;
         }
 
-        // "int ns::f<int>" is "ns::f<int>": a blank outside of all brackets ends a return type, except in an operator's
-        // name.
+        // Returns "ns::f<int>" for "int ns::f<int>". A blank outside of all brackets ends a return type, except in an
+        // operator's name.
         std::string_view WithoutReturnType(std::string_view sName)
         {
             if (!sName.ends_with('>'))

@@ -15,7 +15,7 @@ namespace zqsymbols
             return nTag == nFirst || nTag == nSecond;
         }
 
-        // Finds the call that returns to an address.
+        // Finds the call that returns to an address. Returns false if there is none.
         bool FindCall(std::vector<Dwarf_Die> & dScopes, Dwarf_Addr nReturn, Dwarf_Die * pCall)
         {
             for (std::size_t i = dScopes.size(); i-- > 0;)
@@ -135,7 +135,7 @@ namespace zqsymbols
             return bKnown ? std::optional(nEntry) : std::nullopt;
         }
 
-        // Finds an entry value at the call, by the parameter that is passed in the register.
+        // Returns an entry value by the call's parameter that is passed in the register, or nothing if it is unknown.
         std::optional<std::uint64_t> ValueAtCall(
             Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
         {
@@ -219,7 +219,7 @@ namespace zqsymbols
         return Evaluate(Process, Surroundings, { pOperations, nOperations });
     }
 
-    // Each is found once: one may depend on several of the caller's, and those likewise.
+    // Finds each value once, because one may depend on several of the caller's, and those likewise.
     std::optional<std::uint64_t> EntryValue(
         Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
     {

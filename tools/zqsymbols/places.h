@@ -1,4 +1,4 @@
-// places.h: where the variables of a frame are, and what its registers held when its function was called.
+// places.h: the places of a frame's variables, and what its registers held at the call of its function.
 #pragma once
 
 #include "tools/zqsymbols/expression.h"
@@ -6,8 +6,8 @@
 
 namespace zqsymbols
 {
-    /// Returns what the expressions of a frame's function may refer to. The frame and the entry values must outlive the
-    /// result. The frame is nCallers away from the one whose values are asked for.
+    /// Returns what the expressions of a frame's function may refer to. The frame is nCallers away from
+    /// the one whose values the caller asks for. Requires that the frame and the entry values outlive the result.
     Surroundings_t SurroundingsOf(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit,
         Dwarf_Die * pFunction, EntryValues_t & EntryValues, unsigned nCallers = 0);
 
@@ -15,7 +15,8 @@ namespace zqsymbols
     /// unknown.
     std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers);
 
-    /// Returns the place that an attribute of a DIE says, at an address as the unit counts it.
+    /// Returns the place that an attribute of a DIE says, at an address as the unit counts it. Returns PLACE_UNKNOWN if
+    /// the attribute says none there.
     Place_t Locate(
         Process_c & Process, Surroundings_t Surroundings, Dwarf_Die * pDie, unsigned nAttribute, Dwarf_Addr nAddress);
 

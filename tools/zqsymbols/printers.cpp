@@ -145,7 +145,7 @@ namespace zqsymbols
     {
         std::size_t iPattern = 0;
         std::size_t iStar = std::string_view::npos;   // the last one so far
-        std::size_t iAfterStar = 0;                   // in the name: where the text of that one ends
+        std::size_t iAfterStar = 0;                   // in the name: the end of the text of that one
         for (std::size_t iName = 0; iName < sName.size();)
         {
             char const cPattern = iPattern < sPattern.size() ? sPattern[iPattern] : '\0';

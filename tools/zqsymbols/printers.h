@@ -32,7 +32,7 @@ namespace zqsymbols
     {
         std::string_view sType;   // "*" is any text
         Printer_e ePrinter;
-        std::string_view sFirst{}, sSecond{};   // members
+        std::string_view sFirst{}, sSecond{};   // members; sFirst of PRINT_TEMPLATE is the template
     };
 
     /// The rows: those of the host, then the built-in ones.
@@ -42,8 +42,8 @@ namespace zqsymbols
         /// Adds a template of the host. Later ones come first.
         void Add(std::string const & sType, std::string const & sTemplate);
 
-        /// Returns a value as text, by the first row that fits its type's name and its members. Returns nothing without
-        /// one.
+        /// Returns a value as text, by the first row that fits its type's name and its members. Shows nDepth levels of
+        /// structures in it, as Values_c::Show does. Returns nothing if no row fits.
         std::optional<std::string> Show(
             Values_c & Values, Value_t const & Value, std::string_view sType, int nDepth) const;
 

@@ -37,7 +37,7 @@ namespace zqsymbols
         return true;
     }
 
-    // The mappings of a module are adjacent in the list.
+    // Adds each module once: its mappings are adjacent in the list.
     void Process_c::ReportModules()
     {
         std::string sModule;
@@ -51,7 +51,7 @@ namespace zqsymbols
             }
         };
         std::FILE * const pMaps = fdopen(plat::SYMBOL_MAPS, "r");
-        char szLine[4200];
+        char szLine[4200];   // PATH_MAX bytes of a path, and the fields before it
         while (pMaps != nullptr && std::fgets(szLine, sizeof(szLine), pMaps) != nullptr)
         {
             unsigned long nFrom = 0;

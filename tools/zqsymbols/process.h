@@ -1,6 +1,6 @@
 // process.h: the examined process: its registers, its memory and its modules.
 //
-// Memory arrives page by page over the socket and is cached.
+// Memory arrives page by page over the socket. Process_c keeps each page.
 #pragma once
 
 #include "platform/linux/symbolprotocol.h"
@@ -24,7 +24,10 @@ namespace zqsymbols
         std::uint64_t nKnown = 0;      // a bit for each register whose value is known
         std::uint32_t dwAssumed = 0;   // likewise; known if the functions called since then left it alone
 
+        /// Returns whether a register's value is known, false for a number of REGISTERS or more.
         bool IsKnown(unsigned iRegister) const { return iRegister < REGISTERS && (nKnown >> iRegister & 1) != 0; }
+
+        /// Sets a register's value and marks it as known. Requires iRegister below REGISTERS.
         void Set(unsigned iRegister, std::uint64_t nValue)
         {
             dValues[iRegister] = nValue;
@@ -36,10 +39,11 @@ namespace zqsymbols
     class Process_c final : public Modules_c
     {
     public:
-        /// Receives the registers and reads the list of modules. Returns false if the other side is of another build.
+        /// Receives the registers and reads the list of modules. Returns false if no valid start arrives, as from
+        /// another build.
         bool Start();
 
-        /// Returns the bytes of an address.
+        /// Returns the number of bytes of an address, 4 or 8.
         std::uint64_t GetWord() const { return m_nWord; }
 
         /// Return the numbers of the registers with these roles.
@@ -48,7 +52,7 @@ namespace zqsymbols
         unsigned GetFramePointer() const { return m_nWord == 8 ? 6 : 5; }
 
         /// Returns whether a function must leave a register as it found it (System V ABI, processor supplements): BX,
-        /// BP, and in 64 bits R12 to R15, in 32 bits SI and DI.
+        /// BP, and in 64 bits R12 to R15, in 32 bits SI and DI. Requires iRegister below 32.
         bool IsKept(unsigned iRegister) const
         {
             constexpr unsigned KEPT_64 = 0xF048, KEPT_32 = 0x00E8;

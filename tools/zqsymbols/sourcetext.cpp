@@ -14,17 +14,17 @@ namespace zqsymbols
         std::string ReadAll(char const * szFile)
         {
             std::string sText;
-            int const iFile = open(szFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+            int const hFile = open(szFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
             struct stat Stat;
-            if (iFile >= 0 && fstat(iFile, &Stat) == 0 && S_ISREG(Stat.st_mode) && Stat.st_size <= LARGEST)
+            if (hFile >= 0 && fstat(hFile, &Stat) == 0 && S_ISREG(Stat.st_mode) && Stat.st_size <= LARGEST)
             {
                 sText.resize(static_cast<std::size_t>(Stat.st_size));
-                ssize_t const nRead = read(iFile, sText.data(), sText.size());
+                ssize_t const nRead = read(hFile, sText.data(), sText.size());
                 sText.resize(nRead > 0 ? static_cast<std::size_t>(nRead) : 0);
             }
-            if (iFile >= 0)
+            if (hFile >= 0)
             {
-                close(iFile);
+                close(hFile);
             }
             return sText;
         }

@@ -190,10 +190,10 @@ namespace zqsymbols
             }
         }
 
-        // What a unit says of itself and its other part.
+        // Head of a unit: what it says of itself and its other part.
         struct UnitHead_t
         {
-            std::uint64_t nUnit = 0;   // the identifier of both; 0 if there is no other part
+            std::uint64_t iUnit = 0;   // the identifier of both; 0 if there is no other part
             std::uint16_t nVersion = 0;
             std::uint8_t nAddressBytes = 8;
         };
@@ -202,11 +202,11 @@ namespace zqsymbols
         {
             UnitHead_t Head;
             std::uint8_t nType = 0;
-            bool const bSkeleton = dwarf_cu_info(pUnit->cu, &Head.nVersion, &nType, nullptr, nullptr, &Head.nUnit,
+            bool const bSkeleton = dwarf_cu_info(pUnit->cu, &Head.nVersion, &nType, nullptr, nullptr, &Head.iUnit,
                                        &Head.nAddressBytes, nullptr)
                                        == 0
                                    && nType == DW_UT_skeleton;
-            Head.nUnit = bSkeleton ? Head.nUnit : 0;
+            Head.iUnit = bSkeleton ? Head.iUnit : 0;
             return Head;
         }
 
@@ -245,7 +245,7 @@ namespace zqsymbols
                 Put<std::uint8_t>(sInfo, DW_UT_skeleton);
                 Put(sInfo, Head.nAddressBytes);
                 Put<std::uint32_t>(sInfo, 0);
-                Put(sInfo, Head.nUnit);
+                Put(sInfo, Head.iUnit);
             }
             else
             {
@@ -257,7 +257,7 @@ namespace zqsymbols
             sInfo.append(reinterpret_cast<char const *>(&nLow), Head.nAddressBytes);
             if (!bVersion5)
             {
-                Put(sInfo, Head.nUnit);
+                Put(sInfo, Head.iUnit);
             }
             auto const nLength = static_cast<std::uint32_t>(sInfo.size() - 4);
             std::memcpy(sInfo.data(), &nLength, sizeof(nLength));
@@ -360,8 +360,8 @@ namespace zqsymbols
         }
 
         // Makes a file of one unit of a package and returns its descriptor, which the caller closes. Returns a negative
-        // number if the unit is not in there.
-        int Extract(std::uint64_t nUnit) const;
+        // number if the unit is not in there or the file can't be made.
+        int Extract(std::uint64_t iUnit) const;
 
     private:
         int m_hFile = -1;
@@ -370,16 +370,16 @@ namespace zqsymbols
         Dwarf * m_pDwarf = nullptr;
     };
 
-    int SplitUnits_c::Image_c::Extract(std::uint64_t nUnit) const
+    int SplitUnits_c::Image_c::Extract(std::uint64_t iUnit) const
     {
         constexpr char OFFSETS[] = ".debug_str_offsets.dwo";
         PackageIndex_c::Parts_t dParts;
         std::string_view const sIndex = SectionOf(m_pElf, ".debug_cu_index");
         PackageIndex_c(sIndex).Each(
-            [&](std::uint64_t nFound, PackageIndex_c::Parts_t const & dOf)
+            [&](std::uint64_t iFound, PackageIndex_c::Parts_t const & dOf)
             {
-                dParts = nFound == nUnit ? dOf : dParts;
-                return nFound == nUnit;
+                dParts = iFound == iUnit ? dOf : dParts;
+                return iFound == iUnit;
             });
         if (dParts.empty())
         {
@@ -432,8 +432,8 @@ namespace zqsymbols
     Dwarf_Die SplitUnits_c::Find(Dwarf_Die Unit, std::string const & sModule)
     {
         auto const [iFound, bNew] = m_dFound.try_emplace(Unit.addr, Unit);
-        std::uint64_t const nUnit = bNew ? HeadOf(&Unit).nUnit : 0;
-        if (nUnit == 0)
+        std::uint64_t const iUnit = bNew ? HeadOf(&Unit).iUnit : 0;
+        if (iUnit == 0)
         {
             return iFound->second;
         }
@@ -451,7 +451,7 @@ namespace zqsymbols
         {
             pPackage = std::make_unique<Image_c>(sModule + ".dwp");
         }
-        int const hPart = pPackage->Extract(nUnit);
+        int const hPart = pPackage->Extract(iUnit);
         std::string const sPart = hPart < 0 ? sBeside : "/proc/self/fd/" + std::to_string(hPart);
         std::unique_ptr<Image_c> & pSkeleton = m_dSkeletons[Unit.addr];
         pSkeleton = std::make_unique<Image_c>(&Unit, sPart);

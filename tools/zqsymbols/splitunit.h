@@ -1,5 +1,5 @@
-// splitunit.h: the part of a unit that "-gsplit-dwarf" leaves out of the program. It is in a file of its own (.dwo) or
-// in a package of them (.dwp).
+// splitunit.h: the part of a unit that "-gsplit-dwarf" leaves out of the program. It lies in a file of its own (.dwo)
+// or in a package of them (.dwp).
 //
 // libdw finds a .dwo file at the path that the compiler noted, from the compiler's folder or from the program's. The
 // class also finds a file with that name in the program's folder, and the part in the package beside the program.

@@ -159,7 +159,7 @@ namespace zqsymbols
         return sPlace != "?" ? sPlace : Address.str();
     }
 
-    // A lock that the library did not report, such as that of an open file, is known by those that wait for it.
+    // Reads the lock that a thread waits for. Adds it if the library did not report it, as that of an open file.
     void ThreadLines_c::ReadMark(Thread_t & Thread)
     {
         std::uint64_t const nWord = m_Process.GetWord();
@@ -237,7 +237,8 @@ namespace zqsymbols
         return true;
     }
 
-    // Only a stopped thread can be detached. The end of the thread that traces it sets any other one free.
+    // Traces a thread from one of its own. Only a stopped thread can be detached. The end of the thread that traces it
+    // sets any other one free.
     bool ThreadLines_c::TraceApart(Thread_t & Thread)
     {
         bool bAllowed = false;
@@ -281,7 +282,7 @@ namespace zqsymbols
             FindLocks(Thread);
         }
         std::stable_sort(m_dThreads.begin(), m_dThreads.end(),
-            [](Thread_t const & a, Thread_t const & b) { return a.iRank < b.iRank; });
+            [](Thread_t const & Left, Thread_t const & Right) { return Left.iRank < Right.iRank; });
     }
 
     std::string ThreadLines_c::Print(Thread_t const & Thread)

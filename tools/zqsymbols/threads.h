@@ -24,10 +24,11 @@ namespace zqsymbols
             , m_Lines(Lines)
         {}
 
-        /// Adds a lock to look for. Requires that no thread was returned yet.
+        /// Adds a lock to look for. Requires a call before the first Next.
         void AddLock(Lock_t const & Lock) { m_dLocks.push_back(Lock); }
 
-        /// Returns the lines of the next thread; empty at the end. Threads that hold or wait for a lock come first.
+        /// Returns the lines of the next thread. Threads that hold or wait for a lock come first. After the last one,
+        /// returns a line that says why others are missing, if any are. Then returns an empty text.
         std::string Next();
 
     private:
@@ -40,7 +41,7 @@ namespace zqsymbols
             int iRank = 0;                // the lowest first
             std::string sProblem;
             std::vector<Frame_t> dFrames;
-            bool bMore = false;   // it has further ones
+            bool bMore = false;   // whether it has further ones
         };
 
         void Collect();

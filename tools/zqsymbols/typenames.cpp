@@ -10,7 +10,7 @@ namespace zqsymbols
 
         std::string Spell(Types_c & Types, Dwarf_Die Type, int nDepth);
 
-        // Spells what a DIE's type attribute names; without one it is void.
+        // Returns the spelling of the type that a DIE's attribute names, "void" without one.
         std::string SpellTarget(Types_c & Types, Dwarf_Die Die, int nDepth)
         {
             Dwarf_Die Target;
@@ -51,7 +51,7 @@ namespace zqsymbols
             return sText;
         }
 
-        // Spells a pointer or a reference. One to a function has its mark in brackets.
+        // Returns the spelling of a pointer or a reference. One to a function has its mark in brackets.
         std::string SpellPointer(Types_c & Types, Dwarf_Die Pointer, char const * szMark, int nDepth)
         {
             Dwarf_Die Target;

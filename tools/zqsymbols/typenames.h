@@ -9,6 +9,7 @@
 namespace zqsymbols
 {
     /// Returns the type of a variable or a member as its source spells it: "char const * [4]". Aliases stay.
+    /// Returns "void" if it has none.
     std::string SpellTypeOf(Types_c & Types, Dwarf_Die Owner);
 
     /// Returns a name without what the standard library adds to it: allocators, deleters, character traits and versions

@@ -52,7 +52,7 @@ namespace zqsymbols
             return nDimensions == 1;
         }
 
-        // Returns the size of an array whose unit has no language: libdw then does not know that the first element is
+        // Returns the size of an array whose unit has no language: libdw then does not know that the lowest index is
         // 0.
         std::uint64_t ArraySize(Dwarf_Die * pArray)
         {

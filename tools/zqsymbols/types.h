@@ -21,6 +21,7 @@ namespace zqsymbols
     class Types_c
     {
     public:
+        /// Holds no type yet. nWord is the number of bytes of an address.
         explicit Types_c(std::uint64_t nWord)
             : m_nWord(nWord)
         {}
@@ -41,7 +42,7 @@ namespace zqsymbols
         std::uint64_t GetSize(plat::SymbolType_t iType) const;
 
         /// Return the name, the fundamental type, the members, and the place of a member in its structure, as in
-        /// platform/symbols.h.
+        /// platform/symbols.h. References are valid until a type is added, as GetMembers may do.
         std::string GetName(plat::SymbolType_t iType);
         plat::SymbolBase_e GetBase(plat::SymbolType_t iType) const;
         std::vector<plat::SymbolType_t> const & GetMembers(plat::SymbolType_t iType);
@@ -54,7 +55,7 @@ namespace zqsymbols
             Dwarf_Die Die{};        // without aliases and const; its address is null for no type
             std::string sAlias;     // the last one
             std::string sMember;    // of a member
-            bool bMember = false;   // it is a member: GetName returns sMember
+            bool bMember = false;   // whether it is a member: GetName then returns sMember
             MemberPlace_t Place;
             unsigned nDepth = 0;
             bool bExpanded = false;

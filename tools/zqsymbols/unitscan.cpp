@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <dwarf.h>
+#include <optional>
 
 namespace zqsymbols
 {
@@ -11,7 +12,7 @@ namespace zqsymbols
         constexpr std::size_t CODES_MAX = 1 << 16;
         constexpr std::size_t DEPTH_MAX = 1 << 10;
 
-        // How to skip the value of an attribute.
+        // Way to skip the value of an attribute.
         enum Skip_e : std::uint8_t
         {
             SKIP_BYTES,   // nBytes
@@ -22,13 +23,14 @@ namespace zqsymbols
             SKIP_INDIRECT,     // after a form in LEB128
             SKIP_REST          // of the unit
         };
+
         struct Step_t
         {
             Skip_e eSkip;
             std::uint8_t nBytes;
         };
 
-        // What the abbreviation of a DIE says.
+        // Content of the abbreviation of a DIE.
         struct Shape_t
         {
             unsigned nTag = 0;
@@ -70,7 +72,7 @@ namespace zqsymbols
                 }
             }
 
-            // Calls fnDie with each DIE, its shape and the address of the DIE around it.
+            // Calls fnDie with each DIE but the unit's own, its shape and the address of the DIE around it.
             template <typename DIE>
             void Each(DIE const & fnDie)
             {
@@ -164,52 +166,66 @@ namespace zqsymbols
                 }
             }
 
-            // An unknown form skips the rest of the unit.
-            Step_t StepOf(unsigned nForm) const
+            // Returns the number of bytes of a form's values, or nothing if it is unknown or differs between them.
+            std::optional<std::uint8_t> BytesOf(unsigned nForm) const
             {
                 switch (nForm)
                 {
                 case DW_FORM_flag_present:
                 case DW_FORM_implicit_const:
-                    return { SKIP_BYTES, 0 };
+                    return 0;
                 case DW_FORM_data1:
                 case DW_FORM_ref1:
                 case DW_FORM_flag:
                 case DW_FORM_strx1:
                 case DW_FORM_addrx1:
-                    return { SKIP_BYTES, 1 };
+                    return 1;
                 case DW_FORM_data2:
                 case DW_FORM_ref2:
                 case DW_FORM_strx2:
                 case DW_FORM_addrx2:
-                    return { SKIP_BYTES, 2 };
+                    return 2;
                 case DW_FORM_strx3:
                 case DW_FORM_addrx3:
-                    return { SKIP_BYTES, 3 };
+                    return 3;
                 case DW_FORM_data4:
                 case DW_FORM_ref4:
                 case DW_FORM_strx4:
                 case DW_FORM_addrx4:
                 case DW_FORM_ref_sup4:
-                    return { SKIP_BYTES, 4 };
+                    return 4;
                 case DW_FORM_data8:
                 case DW_FORM_ref8:
                 case DW_FORM_ref_sig8:
                 case DW_FORM_ref_sup8:
-                    return { SKIP_BYTES, 8 };
+                    return 8;
                 case DW_FORM_data16:
-                    return { SKIP_BYTES, 16 };
+                    return 16;
                 case DW_FORM_addr:
-                    return { SKIP_BYTES, m_nAddress };
+                    return m_nAddress;
                 case DW_FORM_ref_addr:
-                    return { SKIP_BYTES, m_nVersion < 3 ? m_nAddress : m_nOffset };
+                    return m_nVersion < 3 ? m_nAddress : m_nOffset;
                 case DW_FORM_strp:
                 case DW_FORM_line_strp:
                 case DW_FORM_sec_offset:
                 case DW_FORM_strp_sup:
                 case DW_FORM_GNU_ref_alt:
                 case DW_FORM_GNU_strp_alt:
-                    return { SKIP_BYTES, m_nOffset };
+                    return m_nOffset;
+                default:
+                    return std::nullopt;
+                }
+            }
+
+            // Returns the way to skip a value of a form. An unknown form skips the rest of the unit.
+            Step_t StepOf(unsigned nForm) const
+            {
+                if (std::optional<std::uint8_t> const nBytes = BytesOf(nForm))
+                {
+                    return { SKIP_BYTES, *nBytes };
+                }
+                switch (nForm)
+                {
                 case DW_FORM_sdata:
                 case DW_FORM_udata:
                 case DW_FORM_ref_udata:
@@ -257,7 +273,7 @@ namespace zqsymbols
                 }
             }
 
-            // Joins steps over a fixed number of bytes.
+            // Returns the shape of an abbreviation. Joins steps over a fixed number of bytes.
             Shape_t ShapeOf(Dwarf_Abbrev * pAbbreviation) const
             {
                 Shape_t Shape;

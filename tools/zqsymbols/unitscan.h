@@ -1,7 +1,7 @@
 // unitscan.h: the functions of a unit and the scopes around its types, read in one pass over its bytes.
 //
 // libdw reads each DIE and its abbreviation by itself. To skip the children of a DIE it reads all of them, because many
-// compilers do not store where they end. That takes many times as long as this.
+// compilers do not store where they end. This scan is many times faster.
 #pragma once
 
 #include <elfutils/libdw.h>
@@ -16,7 +16,7 @@ namespace zqsymbols
     public:
         UnitScan_c() = default;
 
-        /// Reads a unit, to the first damaged byte. The unit's file must outlive the object.
+        /// Reads a unit, to the first damaged byte. Requires that the unit's file outlives the object.
         explicit UnitScan_c(Dwarf_Die Unit);
 
         /// Returns the functions that have code.

@@ -244,13 +244,13 @@ namespace zqsymbols
     }
 
     std::string Values_c::Elements(
-        plat::SymbolType_t nElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth)
+        plat::SymbolType_t iElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth)
     {
         std::string sText = "{ ";
-        std::uint64_t const nSize = m_Types.GetSize(nElement);
+        std::uint64_t const nSize = m_Types.GetSize(iElement);
         for (std::uint64_t i = 0; i < std::min(nCount, ELEMENTS) && sText.size() <= VALUE_SIZE; ++i)
         {
-            sText += (i == 0 ? "" : ", ") + Show({ nElement, nAddress + i * nSize, nullptr }, nDepth);
+            sText += (i == 0 ? "" : ", ") + Show({ iElement, nAddress + i * nSize, nullptr }, nDepth);
         }
         sText += nCount > ELEMENTS ? ", ... " + std::to_string(nCount) + " elements" : "";
         return sText + (nCount == 0 ? "}" : " }");
@@ -363,16 +363,16 @@ namespace zqsymbols
         {
             return LEFT_OUT;
         }
-        plat::SymbolType_t const nElement = m_Types.Add(&Type);
-        std::uint64_t const nSize = m_Types.GetSize(nElement);
+        plat::SymbolType_t const iElement = m_Types.Add(&Type);
+        std::uint64_t const nSize = m_Types.GetSize(iElement);
         std::uint64_t const nBytes = m_Types.GetSize(Value.iType);
         std::uint64_t const nCount = nSize == 0 ? 0 : nBytes / nSize;
-        std::uint64_t const nWidth = CharWidth(m_Types.GetDie(nElement), nSize);
+        std::uint64_t const nWidth = CharWidth(m_Types.GetDie(iElement), nSize);
         if (nWidth != 0)
         {
             return Text(Value, nCount, nWidth, true);
         }
-        return Value.pBytes ? UNREADABLE : Elements(nElement, Value.nAddress + Offset(Value), nCount, nDepth - 1);
+        return Value.pBytes ? UNREADABLE : Elements(iElement, Value.nAddress + Offset(Value), nCount, nDepth - 1);
     }
 
     std::string Values_c::ShowStructure(Value_t const & Value, int nDepth)

@@ -1,7 +1,7 @@
 // values.h: values of the examined process as text.
 //
 // A value is one line: numbers in decimal, enumerators by name, text in quotes, containers in braces. The members of a
-// structure are further lines. Everything from the process is escaped.
+// structure are further lines. Values_c escapes everything from the process.
 #pragma once
 
 #include "tools/zqsymbols/printers.h"
@@ -33,39 +33,44 @@ namespace zqsymbols
         /// Adds a template for a type, before the previous ones. "*" in the name is any text.
         void AddPrinter(std::string const & sType, std::string const & sTemplate) { m_Printers.Add(sType, sTemplate); }
 
-        /// Returns a value in one line. Structures below nDepth are shown as "{...}".
+        /// Returns a value in one line. Shows nDepth levels of structures, and those below as "{...}". Returns
+        /// "(unreadable)" or "(optimized out)" for a value without bytes.
         std::string Show(Value_t const & Value, int nDepth = 2);
 
-        /// Returns what a reference refers to; any other value as it is.
+        /// Returns what a reference refers to. Returns any other value, or an unreadable reference, as it is.
         Value_t Referred(Value_t const & Value);
 
-        /// Returns the members of a structure that has no printer, or of such a structure that a pointer points at. A
-        /// line each, after an indent.
+        /// Returns the members of a structure that has no printer, or of such a structure that a pointer points at: a
+        /// line each, after sIndent. Shows at most 64 members, of 3 levels of structures. Empty for other values.
         std::string Members(Value_t const & Value, std::string const & sIndent);
 
         /// Returns an unsigned number of 1 to 8 bytes at an offset from a value's place, or nothing if it is not
         /// readable.
         std::optional<std::uint64_t> NumberAt(Value_t const & Value, std::uint64_t nOffset, std::uint64_t nBytes);
 
-        /// Returns a text of nUnits characters of nWidth bytes in quotes. It ends at a zero if bZero.
+        /// Returns the text at a place in quotes: nUnits units of nWidth bytes, at most 200. If bZero, it ends at a
+        /// zero. Returns "(unreadable)" if the first unit is not readable.
         std::string Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero);
 
         /// Returns the value that a pointer or a reference leads to, with its address. Of an array, returns the first
         /// element. Returns nothing for other types, or if the pointer is not readable.
         std::optional<Value_t> Target(Value_t const & Pointer);
 
-        /// Returns the elements from an address on in braces.
-        std::string Elements(plat::SymbolType_t nElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth);
+        /// Returns nCount elements from an address on in braces. Shows at most 16 of them, each with nDepth levels of
+        /// structures.
+        std::string Elements(plat::SymbolType_t iElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth);
 
+        /// Returns the object that numbers the types.
         Types_c & GetTypes() { return m_Types; }
 
         /// Returns whether a type is a structure, a class or a union.
         bool IsStructure(plat::SymbolType_t iType);
 
-        /// Returns the bytes of an address.
+        /// Returns the number of bytes of an address.
         std::uint64_t GetWord() const { return m_Process.GetWord(); }
 
-        /// Returns the member of a dotted name. Members of bases and of unnamed members count as the structure's own.
+        /// Returns the member of a dotted name, or nothing if there is none. Members of bases and of unnamed members
+        /// count as the structure's own.
         std::optional<Value_t> Member(Value_t const & Value, std::string_view sPath);
 
     private:
@@ -86,7 +91,7 @@ namespace zqsymbols
         Printers_c m_Printers;
     };
 
-    /// Returns a text cut at nMost bytes at the end of a character, with "..." after it, or the text if it is shorter.
+    /// Returns a text cut at nMost bytes at the end of a character, with "..." after it, or the text if it fits.
     std::string Shortened(std::string sText, std::size_t nMost);
 
     /// Returns a text with everything escaped that could end its line or command a terminal.

@@ -18,7 +18,7 @@ namespace zqsymbols
         Place_t Place;                            // in full
         std::optional<std::uint64_t> nRegister;   // what its register holds
         Dwarf_Die Die;
-        std::size_t iScope;   // which of ScopesAt (modules.h) it is in
+        std::size_t iScope;   // index of its scope in ScopesAt (modules.h)
     };
 
     /// Reader of the debug information about variables.
@@ -29,7 +29,8 @@ namespace zqsymbols
             : m_Process(Process)
         {}
 
-        /// Returns the variables of a frame, from the parameters to the locals of the innermost open block.
+        /// Returns the variables of a frame, from the parameters to the locals of the innermost open block. Empty
+        /// without debug information about its function.
         std::vector<Variable_t> Of(Frame_t const & Frame, Types_c & Types);
 
     private:

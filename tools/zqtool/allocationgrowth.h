@@ -12,6 +12,7 @@ struct GrowthRow_t
     std::string sName;                  // as in the snapshots; not printable everywhere
     std::vector<Holding_t> dHoldings;   // one for each snapshot, in the order of the snapshots; never empty
 
+    /// Return the group's holding in the first and in the last snapshot.
     Holding_t const & First() const { return dHoldings.front(); }
     Holding_t const & Last() const { return dHoldings.back(); }
 
@@ -23,7 +24,7 @@ struct GrowthRow_t
     bool IsSteady() const;
 };
 
-/// What the blocks of a group have in common.
+/// Property that the blocks of a group share.
 enum class GroupBy_e
 {
     Category,
@@ -31,12 +32,12 @@ enum class GroupBy_e
     Line   // "file(line)"
 };
 
-/// Returns a row for each group that a snapshot has. The largest growth comes first, of equal growth the largest last
-/// holding; so the rows of a single snapshot are sorted by size. Requires a snapshot.
+/// Returns a row for each group that a snapshot has. The largest growth in bytes comes first, of equal growth the
+/// largest last holding. The rows of a single snapshot are thus sorted by size.
 std::vector<GrowthRow_t> GrowthBy(GroupBy_e eBy, std::span<AllocationReport_t const> dReports);
 
 /// Returns the rows of the source lines of one category, sorted likewise.
 std::vector<GrowthRow_t> GrowthOfCategory(std::string const & sCategory, std::span<AllocationReport_t const> dReports);
 
-/// Returns the row of all blocks, named "total".
+/// Returns the row of all blocks, named "total". Requires a snapshot.
 GrowthRow_t GrowthOfAll(std::span<AllocationReport_t const> dReports);

@@ -1,5 +1,6 @@
 // zqtool archive: shows what can be recognised in an archive or a save, and what is damaged.
 #include "tools/zqtool/archivescan.h"
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
@@ -8,7 +9,6 @@
 #include "zqcore/cfilesave_internal.h"
 #include "zqcore/cserialize.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -21,12 +21,13 @@ namespace
 {
     constexpr std::size_t WORD = 4;
     constexpr std::size_t SHOWN_BYTES = 64;   // of a part that is not recognised
+    constexpr char DIGITS[] = "0123456789ABCDEF";
 
     struct Options_t
     {
         std::vector<std::string> dFiles;
         std::string sNames;
-        std::optional<std::uint32_t> Reads;   // newest version that the program reads
+        std::optional<std::uint32_t> dwReads;   // newest version that the program reads
         bool bRaw = false, bJson = false;
     };
 
@@ -45,7 +46,7 @@ namespace
         return szValue;
     }
 
-    // Returns whether an archive is a file system cache: its version, and the checksum of its first folder's text.
+    // Returns whether an archive is a file system cache, by its version and the checksum of its first folder's text.
     bool IsCache(std::string_view sArchive)
     {
         constexpr std::size_t TEXT = 4 * WORD;
@@ -116,7 +117,7 @@ namespace
             Archive.dwVersion = ReadAs<std::uint32_t>(sBytes, 0);
         }
         Archive.Save = SaveCheck(reinterpret_cast<unsigned char const *>(sBytes.data()), sBytes.size(),
-            Options.Reads.value_or(Archive.dwVersion));
+            Options.dwReads.value_or(Archive.dwVersion));
         Archive.bSave = Archive.Save.bMark || Archive.Save.bChecksum || HasSaveName(sFile);
         if (Archive.Save.bMark)
         {
@@ -189,7 +190,6 @@ namespace
     void AppendDump(std::string & sOut, std::string_view sBytes, std::size_t nAt, int nDepth)
     {
         constexpr std::size_t LINE = 16;
-        constexpr char DIGITS[] = "0123456789ABCDEF";
         for (; !sBytes.empty(); sBytes.remove_prefix(std::min(LINE, sBytes.size())), nAt += LINE)
         {
             AppendHead(sOut, nAt, nDepth);
@@ -423,7 +423,6 @@ namespace
 
         static std::string HexOf(std::string_view sBytes)
         {
-            constexpr char DIGITS[] = "0123456789ABCDEF";
             std::string sHex;
             for (char const c : sBytes)
             {
@@ -450,24 +449,17 @@ namespace
     }
 }
 
-CommandRun_t PrepareArchive(CLI::App & App)
+CommandRun_t PrepareArchive(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_t>();
-    App.add_option("FILE", pOptions->dFiles, "archives and saves")->type_name("")->required();
-    App.add_option(
-           "--names", pOptions->sNames, "names of chunks and labels, one a line; archives hold only their hashes")
-        ->type_name("FILE");
-    App.add_option("--reads", "newest version that the program reads, for the state of a save")
-        ->type_name("VERSION")
-        ->each([pOptions](std::string const & sText) { ReadVersion(sText, pOptions->Reads.emplace()); })
-        ->check(
-            [](std::string const & sText)
-            {
-                std::uint32_t dwIgnored = 0;
-                return ReadVersion(sText, dwIgnored);
-            });
-    App.add_flag("--raw", pOptions->bRaw, "print all bytes that are not recognised, not the first 64 of each part");
-    App.add_flag("--json", pOptions->bJson, "print one JSON document");
-    App.footer("Example: zqtool archive --names names.txt saves/one.sav");
+    Arguments.AddTexts("FILE", "", pOptions->dFiles, "archives and saves").SetRequired();
+    Arguments.AddText(
+        "--names", "FILE", pOptions->sNames, "names of chunks and labels, one a line; archives hold only their hashes");
+    Arguments.AddRead("--reads", "VERSION", "newest version that the program reads, for the state of a save")
+        .SetReader([pOptions](std::string const & sText) { return ReadVersion(sText, pOptions->dwReads.emplace()); });
+    Arguments.AddFlag(
+        "--raw", pOptions->bRaw, "print all bytes that are not recognised, not the first 64 of each part");
+    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.SetFooter("Example: zqtool archive --names names.txt saves/one.sav");
     return [pOptions] { return Viewer_c(*pOptions).Run(); };
 }

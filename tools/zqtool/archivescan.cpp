@@ -201,8 +201,8 @@ namespace
             return m_nRun = nEnd;
         }
 
-        // Adds a record whose identifier precedes the label, which is at Part.nAt. Without an identifier the label is
-        // data.
+        // Adds a record whose identifier precedes the label, which is at Part.nAt, and returns its end. Without an
+        // identifier the label is data.
         std::size_t AddWithIdentifier(ArchivePart_t Part)
         {
             std::size_t const nEnd = Part.nAt + Part.nBytes;
@@ -322,7 +322,7 @@ namespace
         ArchiveScan_t m_Result;
         std::vector<ArchivePart_t> m_dOpen;   // objects of the stretch that have not ended
         std::size_t m_nRun = 0;               // start of the bytes that are not recognised
-        std::size_t m_nChain = WORD;          // where the next chunk of the chain begins, if before m_nChainEnd
+        std::size_t m_nChain = WORD;          // start of the next chunk of the chain, if before m_nChainEnd
         std::size_t m_nChainEnd = 0;
         bool m_bInChunk = false;
     };

@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-/// What a part was recognised as.
+/// Kind of a part of an archive.
 enum class ArchivePart_e
 {
     Bytes,   // not recognised
@@ -90,5 +90,5 @@ struct ArchiveScan_t
 /// - an object that does not end, or ends without a beginning;
 /// - a label of an object graph without its record, or an identifier out of range.
 ///
-/// sArchive and Names must outlive the result.
+/// Requires that sArchive and Names outlive the result.
 ArchiveScan_t ScanArchive(std::string_view sArchive, ArchiveNames_c const & Names);

@@ -1,4 +1,5 @@
 // zqtool cache: shows a file system cache, compares it with its tree, and writes one.
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/cachefile.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
@@ -11,7 +12,6 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -36,7 +36,7 @@ namespace
         bool bJson = false;
     };
 
-    // What differs between a cache and its tree.
+    // Differences between a cache and its tree.
     struct Comparison_t
     {
         std::string sRoot;                  // of the tree
@@ -75,12 +75,12 @@ namespace
         constexpr plat::FileTime_t TICKS = 10000000;            // in a second
         constexpr std::int64_t SECONDS_TO_1970 = 11644473600;   // from 1601
         constexpr std::int64_t END_OF_9999 = 253402300800;      // seconds from 1970
-        auto const iSeconds = static_cast<std::int64_t>(tTime / TICKS) - SECONDS_TO_1970;
-        if (tTime == 0 || iSeconds >= END_OF_9999)
+        auto const nSeconds = static_cast<std::int64_t>(tTime / TICKS) - SECONDS_TO_1970;
+        if (tTime == 0 || nSeconds >= END_OF_9999)
         {
             return tTime == 0 ? "unknown" : "after 9999";
         }
-        std::chrono::sys_seconds const Time{ std::chrono::seconds(iSeconds) };
+        std::chrono::sys_seconds const Time{ std::chrono::seconds(nSeconds) };
         auto const Day = std::chrono::floor<std::chrono::days>(Time);
         std::chrono::year_month_day const Date(Day);
         std::chrono::hh_mm_ss const Clock(Time - Day);
@@ -139,7 +139,7 @@ namespace
         g_sNotCurrent = sLine.starts_with(START) ? sLine.substr(START.size()) : g_sNotCurrent;
     }
 
-    // What the tables hold below the media root.
+    // Contents of the tables below the media root.
     struct Table_s
     {
         std::map<std::string, File_c const *> dFiles;   // by key
@@ -222,7 +222,7 @@ namespace
         return dUnread;
     }
 
-    // Returns false, with a message, if there is no tree.
+    // Compares a cache with its tree. Returns false, with a message, if there is no tree.
     bool Compare(Options_t const & Options, CacheContents_t const & Contents, Comparison_t & Comparison)
     {
         std::string sFile;
@@ -463,21 +463,19 @@ namespace
     }
 }
 
-CommandRun_t PrepareCache(CLI::App & App)
+CommandRun_t PrepareCache(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_t>();
-    App.add_option("FILE", pOptions->sFile, "cache, such as media/filesystemcache.bin")->type_name("")->required();
-    App.add_flag("--list", pOptions->bList, "list its files");
-    CLI::Option * const pCheck = App.add_flag("--check", pOptions->bCheck, "compare it with its tree");
-    App.add_flag("--all", pOptions->bAll, "show every line of the comparison")->needs(pCheck);
-    App.add_option("--root", pOptions->sRoot, "its tree; default: the folder that it lies in")
-        ->type_name("FOLDER")
-        ->needs(pCheck);
-    App.add_option("--build", pOptions->sBuild, "scan this folder and write the cache FILE")
-        ->type_name("FOLDER")
-        ->excludes(pCheck);
-    AddMediaOptions(App, pOptions->Media);
-    App.add_flag("--json", pOptions->bJson, "print one JSON document");
-    App.footer("Example: zqtool cache --build media media/filesystemcache.bin");
+    Arguments.AddText("FILE", "", pOptions->sFile, "cache, such as media/filesystemcache.bin").SetRequired();
+    Arguments.AddFlag("--list", pOptions->bList, "list its files");
+    Argument_c const Check = Arguments.AddFlag("--check", pOptions->bCheck, "compare it with its tree");
+    Arguments.AddFlag("--all", pOptions->bAll, "show every line of the comparison").SetNeeds(Check);
+    Arguments.AddText("--root", "FOLDER", pOptions->sRoot, "its tree; default: the folder that it lies in")
+        .SetNeeds(Check);
+    Arguments.AddText("--build", "FOLDER", pOptions->sBuild, "scan this folder and write the cache FILE")
+        .SetExcludes(Check);
+    AddMediaOptions(Arguments, pOptions->Media);
+    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.SetFooter("Example: zqtool cache --build media media/filesystemcache.bin");
     return [pOptions] { return pOptions->sBuild.empty() ? Show(*pOptions) : Build(*pOptions); };
 }

@@ -10,7 +10,7 @@
 
 namespace
 {
-    constexpr std::uint64_t MOST_BYTES = 64 << 20;   // full tables take less than 5 MiB
+    constexpr std::uint64_t MOST_BYTES = 64 << 20;   // full tables have less than 5 MiB
 
     // Reader of one cache. The tables decide, as in a load, which records fit.
     class CacheFileReader_c

@@ -11,7 +11,7 @@
 struct CacheContents_t
 {
     std::uint32_t dwVersion = 0;
-    std::uint64_t nSize = 0;   // of the cache itself
+    std::uint64_t nSize = 0;   // bytes of the cache itself
     std::vector<CacheFolder_s> dFolders;
     std::vector<CacheFile_s> dFiles;
     std::unordered_map<std::uint32_t, std::size_t> dFolderOf;   // by nIndex: in dFolders
@@ -26,7 +26,7 @@ struct CacheContents_t
     /// Returns whether any file's name is a path relative to the media root.
     bool IsRelative() const;
 
-    /// Returns where a file of the cache is below the media root, with `\` before each name.
+    /// Returns the path of a file below the media root, with `\` before each name. Requires a file of dFiles.
     std::string PathOf(CacheFile_s const & File) const;
 };
 
@@ -34,6 +34,6 @@ struct CacheContents_t
 /// Requires empty Contents.
 void ReadCache(std::string_view sBytes, CacheContents_t & Contents);
 
-/// Reads a cache from a file, as ReadCache does, and returns whether the file could be read. On failure sWhyNot says
-/// why.
+/// Reads a cache from a file of at most 64 MiB, as ReadCache does, and returns whether the file could be read. On
+/// failure sWhyNot says why.
 bool ReadCacheFile(std::string const & sFile, CacheContents_t & Contents, std::string & sWhyNot);

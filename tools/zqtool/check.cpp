@@ -1,4 +1,5 @@
 // zqtool check: what the library's readers say about tables, spreadsheets, property lists and scripts.
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/checkschema.h"
 #include "tools/zqtool/columns.h"
 #include "tools/zqtool/command.h"
@@ -8,7 +9,6 @@
 
 #include "platform/terminal.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -218,36 +218,36 @@ namespace
     };
 }
 
-CommandRun_t PrepareCheck(CLI::App & App)
+CommandRun_t PrepareCheck(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_t>();
-    App.add_option("FILE", pOptions->dFiles,
-           "tables, spreadsheets, property lists and scripts, or folders with *.csv, *.txt, *.prp and *.scr")
-        ->type_name("")
-        ->required();
-    App.add_option_function<std::string>(
-           "--as", [pOptions](std::string const & sKind) { pOptions->Check.eKind = KINDS.at(sKind); },
-           "kind of the files; default: by their endings, and a table if a line begins with @head")
-        ->type_name("table|spreadsheet|propertylist|script")
-        ->check(CLI::IsMember({ "table", "spreadsheet", "propertylist", "script" }));
-    App.add_option("--schema", pOptions->sSchema,
-           "table of what the columns must be; its columns are type, least, most and required")
-        ->type_name("FILE");
-    App.add_option(
-           "--head", pOptions->Check.sHead, "names of the columns of a table without @head, with blanks between")
-        ->type_name("NAMES");
-    App.add_option("--separators", pOptions->Check.sSeparators, "characters between cells instead of the usual ones")
-        ->type_name("CHARS");
-    App.add_flag("--show", pOptions->Check.bRows, "print the cells in aligned columns");
-    App.add_flag("--json", pOptions->bJson, "print one JSON document");
-    App.footer("Example: zqtool check --schema units.schema media/units.csv");
-    App.parse_complete_callback(
+    Arguments
+        .AddTexts("FILE", "", pOptions->dFiles,
+            "tables, spreadsheets, property lists and scripts, or folders with *.csv, *.txt, *.prp and *.scr")
+        .SetRequired();
+    Arguments
+        .AddRead("--as", "", "kind of the files; default: by their endings, and a table if a line begins with @head")
+        .SetChoices({ "table", "spreadsheet", "propertylist", "script" })
+        .SetReader(
+            [pOptions](std::string const & sKind)
+            {
+                pOptions->Check.eKind = KINDS.at(sKind);
+                return std::string();
+            });
+    Arguments.AddText("--schema", "FILE", pOptions->sSchema,
+        "table of what the columns must be; its columns are type, least, most and required");
+    Arguments.AddText(
+        "--head", "NAMES", pOptions->Check.sHead, "names of the columns of a table without @head, with blanks between");
+    Arguments.AddText(
+        "--separators", "CHARS", pOptions->Check.sSeparators, "characters between cells instead of the usual ones");
+    Arguments.AddFlag("--show", pOptions->Check.bRows, "print the cells in aligned columns");
+    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.SetFooter("Example: zqtool check --schema units.schema media/units.csv");
+    Arguments.SetCheck(
         [pOptions]
         {
-            if (!pOptions->sSchema.empty() && pOptions->Check.eKind > TextKind_e::Spreadsheet)
-            {
-                throw CLI::ValidationError("--schema is for tables and spreadsheets");
-            }
+            bool const bFits = pOptions->sSchema.empty() || pOptions->Check.eKind <= TextKind_e::Spreadsheet;
+            return std::string(bFits ? "" : "--schema is for tables and spreadsheets");
         });
     return [pOptions] { return Checker_c(*pOptions).Run(); };
 }

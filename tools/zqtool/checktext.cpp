@@ -53,7 +53,7 @@ namespace
             , m_Options(Options)
             , m_eFormat(WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, sFile.c_str()))
             , m_Text(TextOfFile(m_File))
-            , m_pSeparators(Options.sSeparators.empty() ? nullptr : Options.sSeparators.c_str())
+            , m_szSeparators(Options.sSeparators.empty() ? nullptr : Options.sSeparators.c_str())
         {
             m_Result.eKind = Options.eKind;
         }
@@ -157,7 +157,8 @@ namespace
             }
         }
 
-        // Complains about columns that have no name or share one. fnPlace returns the place of a column.
+        // Complains about columns that have no name or share one, and about those that do not fit the schema. fnPlace
+        // returns the place of a column.
         template <typename PLACE>
         void CheckHead(std::vector<std::string> const & dColumns, int iFirst, PLACE fnPlace)
         {
@@ -216,14 +217,14 @@ namespace
         WarehouseScan_t ScanFrom(int nPos) const
         {
             WarehouseScan_t Scan(m_Text.pText, m_Text.nText, nPos, m_eFormat);
-            if (m_pSeparators)
+            if (m_szSeparators)
             {
-                Scan.SetSeparators(m_pSeparators);
+                Scan.SetSeparators(m_szSeparators);
             }
             return Scan;
         }
 
-        // Returns where a cell of a line of a table begins, or the line's end if it has fewer cells.
+        // Returns the place of a cell in a line of a table, or the line's end if it has fewer cells.
         int CellAt(int nLine, int iCell)
         {
             bool bMore = true;
@@ -286,7 +287,7 @@ namespace
             }
         }
 
-        // Complains about a comment that may be meant as a cell: its # is where a missing cell would begin, and a
+        // Complains about a comment that may be meant as a cell: its # is at the start of a missing cell, and a
         // letter or a digit follows.
         void CheckComment(int nLine, int nEnd, int nCells)
         {
@@ -305,8 +306,8 @@ namespace
         void CheckTable()
         {
             Warehouse_c Table;
-            if (!Table.Open(
-                    CHECKED_KEY, m_eFormat, m_Options.sHead.empty() ? nullptr : m_Options.sHead.c_str(), m_pSeparators))
+            if (!Table.Open(CHECKED_KEY, m_eFormat, m_Options.sHead.empty() ? nullptr : m_Options.sHead.c_str(),
+                    m_szSeparators))
             {
                 Stop(Table.GetLastError());
                 return;
@@ -364,8 +365,8 @@ namespace
                 Stop(List.GetLastError());
                 return;
             }
-            m_pSeparators = nullptr;   // a property list has the usual ones
-            constexpr int CELLS = 2;   // name and value
+            m_szSeparators = nullptr;   // a property list has the usual ones
+            constexpr int CELLS = 2;    // name and value
             WarehouseScan_t Scan = ScanFrom(0);
             WarehouseLine_c Line;
             for (int nLine = 0; Scan.GetLine(&Line); nLine = Scan.GetPos())
@@ -393,7 +394,7 @@ namespace
 
         void CheckSpreadsheet()
         {
-            SpreadsheetFmtDesc_t const Fmt = { '\n', m_pSeparators ? *m_pSeparators : ',' };
+            SpreadsheetFmtDesc_t const Fmt = { '\n', m_szSeparators ? *m_szSeparators : ',' };
             Spreadsheet_c Sheet;
             {
                 ReaderErrors_c const Errors(m_Result.dComplaints);
@@ -500,7 +501,7 @@ namespace
         CheckOptions_t const & m_Options;
         WarehouseFormat_e m_eFormat;
         FileText_t m_Text;
-        char const * m_pSeparators;
+        char const * m_szSeparators;
         std::size_t m_nPlacedLine = NOWHERE;
         std::vector<std::size_t> m_dPlaces;   // of the first cells of m_nPlacedLine, up to the last one that was sought
         std::vector<Found_t> m_dFound;

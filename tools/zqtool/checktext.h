@@ -14,8 +14,11 @@ enum class TextKind_e
     Script
 };
 
-/// Returns the kind of a text: a script or a property list if its name ends in ".scr" or ".prp"; a table if a line
-/// begins with @head; otherwise a spreadsheet if its name ends in ".csv", or none.
+/// Returns the first kind that fits a text:
+/// - a script or a property list, if its name ends in ".scr" or ".prp";
+/// - a table, if a line begins with @head;
+/// - a spreadsheet, if its name ends in ".csv";
+/// - none.
 TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes);
 
 /// Returns whether a name ends in ".scr", ".prp", ".csv" or ".txt", in any case.
@@ -34,24 +37,24 @@ struct Complaint_t
 
 struct SchemaColumn_t;
 
-/// What CheckText needs to know besides the text.
+/// Settings of CheckText.
 struct CheckOptions_t
 {
     TextKind_e eKind = TextKind_e::None;   // CheckText only complains about None
     std::string sHead;                     // names of the columns of a table without @head, separated by blanks
-    std::string sSeparators;               // instead of the usual ones; a spreadsheet uses the first only
+    std::string sSeparators;               // of a table, instead of the usual ones; a spreadsheet uses the first only
     bool bRows = false;                    // whether to collect the rows
-    std::vector<SchemaColumn_t> const * pSchema = nullptr;   // null: no schema
+    std::vector<SchemaColumn_t> const * pSchema = nullptr;   // of a table or a spreadsheet; null: no schema
 };
 
-/// What CheckText has found.
+/// Result of CheckText.
 struct CheckedText_t
 {
     TextKind_e eKind = TextKind_e::None;
-    bool bWhole = true;   // whether the reader read all of it
-    int nRows = 0;        // items, data rows, lines with a property, or words
-    std::vector<std::string> dColumns;
-    std::vector<std::vector<std::string>> dRows;   // only with bRows; the head of a table comes first
+    bool bWhole = true;                            // whether the reader read all of it
+    int nRows = 0;                                 // items, data rows, lines with a property, or words
+    std::vector<std::string> dColumns;             // cells of the head; the first one of a table is @head
+    std::vector<std::vector<std::string>> dRows;   // only with bRows; a head comes first
     std::vector<Complaint_t> dComplaints;          // sorted by place
 };
 

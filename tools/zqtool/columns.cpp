@@ -77,7 +77,7 @@ std::string AlignedColumns(std::vector<std::vector<std::string>> const & dRows, 
     for (auto const & dCells : dRows)
     {
         std::string sLine;
-        std::size_t nLine = 0, nWanted = 0;   // characters of the line, and where the cell begins
+        std::size_t nLine = 0, nWanted = 0;   // characters of the line, and those before the cell
         for (std::size_t i = 0; i < dCells.size(); ++i)
         {
             std::string sCell = Printable(dCells[i]);

@@ -3,10 +3,7 @@
 
 #include <functional>
 
-namespace CLI
-{
-    class App;
-}
+class Arguments_c;
 
 /// Function that runs a subcommand after its arguments were read. Returns the exit status.
 using CommandRun_t = std::function<int()>;
@@ -16,15 +13,16 @@ constexpr int EXIT_DONE = 0;
 constexpr int EXIT_FOUND = 1;   // found something, or a file could not be read or written
 constexpr int EXIT_USAGE = 2;   // wrong arguments
 
-/// Declare the arguments of a subcommand and return what runs it. Require App to outlive the returned function.
-CommandRun_t PrepareArchive(CLI::App & App);
-CommandRun_t PrepareCache(CLI::App & App);
-CommandRun_t PrepareCheck(CLI::App & App);
-CommandRun_t PrepareCompletion(CLI::App & App);
-CommandRun_t PrepareCrash(CLI::App & App);
-CommandRun_t PrepareDisasm(CLI::App & App);
-CommandRun_t PrepareHash(CLI::App & App);
-CommandRun_t PrepareHelp(CLI::App & App);
-CommandRun_t PrepareMemory(CLI::App & App);
-CommandRun_t PrepareStats(CLI::App & App);
-CommandRun_t PrepareTree(CLI::App & App);
+/// Declare the arguments of a subcommand and return what runs it. Require that the parser outlives the returned
+/// function.
+CommandRun_t PrepareArchive(Arguments_c & Arguments);
+CommandRun_t PrepareCache(Arguments_c & Arguments);
+CommandRun_t PrepareCheck(Arguments_c & Arguments);
+CommandRun_t PrepareCompletion(Arguments_c & Arguments);
+CommandRun_t PrepareCrash(Arguments_c & Arguments);
+CommandRun_t PrepareDisasm(Arguments_c & Arguments);
+CommandRun_t PrepareHash(Arguments_c & Arguments);
+CommandRun_t PrepareHelp(Arguments_c & Arguments);
+CommandRun_t PrepareMemory(Arguments_c & Arguments);
+CommandRun_t PrepareStats(Arguments_c & Arguments);
+CommandRun_t PrepareTree(Arguments_c & Arguments);

@@ -1,8 +1,8 @@
 // zqtool completion: the scripts that complete arguments, made of the descriptions that --help prints.
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -61,9 +61,10 @@ namespace
                + (sValues.empty() ? "" : "        case $previous in\n" + sValues + "        esac\n") + "        ;;\n";
     }
 
-    // With no reply, bash itself completes names of files.
-    std::string BashScript(HelpCommand_t const & Program, Commands_t const & dCommands)
+    // Returns the script for bash. With no reply, bash itself completes names of files.
+    std::string BashScript(HelpCommand_t const & Program)
     {
+        Commands_t const & dCommands = Program.dCommands;
         std::string sOut = "# bash completion for zqtool\n"
                            "_zqtool()\n"
                            "{\n"
@@ -131,8 +132,9 @@ namespace
         return sOut;
     }
 
-    std::string ZshScript(HelpCommand_t const & Program, Commands_t const & dCommands)
+    std::string ZshScript(HelpCommand_t const & Program)
     {
+        Commands_t const & dCommands = Program.dCommands;
         std::string sOut = "#compdef zqtool\n"
                            "_zqtool()\n"
                            "{\n"
@@ -167,21 +169,16 @@ namespace
     }
 }
 
-CommandRun_t PrepareCompletion(CLI::App & App)
+CommandRun_t PrepareCompletion(Arguments_c & Arguments)
 {
     auto const pShell = std::make_shared<std::string>();
-    App.add_option("SHELL", *pShell, "bash or zsh")
-        ->type_name("bash|zsh")
-        ->required()
-        ->check(CLI::IsMember({ "bash", "zsh" }));
-    App.footer("Example: source <(zqtool completion bash)\n"
-               "An installed zqtool has both scripts where the shells look for them.");
-    return [pShell, &App]
+    Arguments.AddText("SHELL", "", *pShell, "bash or zsh").SetRequired().SetChoices({ "bash", "zsh" });
+    Arguments.SetFooter("Example: source <(zqtool completion bash)\n"
+                        "An installed zqtool has both scripts where the shells look for them.");
+    return [pShell, Arguments]
     {
-        CLI::App const & Root = *App.get_parent();
-        std::string const sScript = *pShell == "zsh" ? ZshScript(DescribeCommand(Root), DescribeCommands(Root))
-                                                     : BashScript(DescribeCommand(Root), DescribeCommands(Root));
-        std::fputs(sScript.c_str(), stdout);
+        HelpCommand_t const Program = Arguments.DescribeProgram();
+        std::fputs((*pShell == "zsh" ? ZshScript(Program) : BashScript(Program)).c_str(), stdout);
         return EXIT_DONE;
     };
 }

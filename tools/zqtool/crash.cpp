@@ -1,4 +1,5 @@
 // zqtool crash: shows crash reports with their details, one by one or by cause.
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/crashfiles.h"
 #include "tools/zqtool/crashjson.h"
@@ -8,7 +9,6 @@
 #include "tools/zqtool/output.h"
 #include "tools/zqtool/terminal.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -60,7 +60,7 @@ namespace
         std::fputs(((bDivided ? "\n" + std::string(78, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
-    // A page and JSON show all of the samples, not only what folding needed.
+    // Prints the groups and writes the page. A page and JSON show all of the samples, not only what folding needed.
     void CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
         std::vector<CrashGroup_t> dGroups = m_Fold.Take();
@@ -137,22 +137,23 @@ namespace
     }
 }
 
-CommandRun_t PrepareCrash(CLI::App & App)
+CommandRun_t PrepareCrash(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_s>();
-    App.add_option("FILE", pOptions->dNames,
-           "CrashReport_*.rpt or its ..._details.txt; a folder is searched for reports at any depth")
-        ->type_name("")
-        ->required();
-    App.add_option("--symbols", pOptions->dSymbols,
-           "name addresses of stripped programs from the files in FOLDER with their build-ids and debug information: "
-           "unstripped programs, or what objcopy --only-keep-debug makes")
-        ->type_name("FOLDER")
-        ->allow_extra_args(false);
-    App.add_flag("--fold", pOptions->bFold, "group the crashes by cause, the largest group first");
-    App.add_option("--html", pOptions->sPage, "write the groups as one page; implies --fold")->type_name("OUT");
-    App.add_flag("--json", pOptions->bJson, "print an object of JSON a line for each crash, or for each group");
-    App.footer("Example: zqtool crash --fold --html crashes.html logs\n"
-               "A file that is damaged, foreign or not readable makes the status 1. What could be read is shown.");
+    Arguments
+        .AddTexts("FILE", "", pOptions->dNames,
+            "CrashReport_*.rpt or its ..._details.txt; a folder is searched for reports at any depth")
+        .SetRequired();
+    Arguments
+        .AddTexts("--symbols", "FOLDER", pOptions->dSymbols,
+            "name addresses of stripped programs from the files in FOLDER with their build-ids and debug information: "
+            "unstripped programs, or what objcopy --only-keep-debug makes")
+        .SetOneValue();
+    Arguments.AddFlag("--fold", pOptions->bFold, "group the crashes by cause, the largest group first");
+    Arguments.AddText("--html", "OUT", pOptions->sPage, "write the groups as one page; implies --fold");
+    Arguments.AddFlag("--json", pOptions->bJson, "print an object of JSON a line for each crash, or for each group");
+    Arguments.SetFooter(
+        "Example: zqtool crash --fold --html crashes.html logs\n"
+        "A file that is damaged, foreign or not readable makes the status 1. What could be read is shown.");
     return [pOptions] { return CrashRun_c(*pOptions).Run(); };
 }

@@ -66,21 +66,23 @@ namespace
         return StartsWithAny(sModule, { "libzqcore.", "zqcore." });
     }
 
-    // Details that break off before the paths of the modules leave only file names.
+    // Returns whether a module is the system's, by its file name: details that break off before the paths of the
+    // modules leave only that.
     bool IsSystemModule(std::string_view sModule)
     {
         return StartsWithAny(sModule, { "libc.so", "libm.so", "libpthread.so", "libstdc++.so", "libgcc_s.so",
                                           "ld-linux", "linux-vdso", "linux-gate" });
     }
 
-    // The folders belong to the system, not to programs that users install by hand. A bracket begins a name that the
-    // system makes up, as [vdso].
+    // Returns whether a path is the system's. The folders belong to the system, not to programs that users install by
+    // hand. A bracket begins a name that the system makes up, as [vdso].
     bool IsSystemPath(std::string_view sPath)
     {
         return StartsWithAny(sPath, { "/usr/lib", "/lib", "/usr/include/", "/usr/libexec/", "/usr/src/", "[" });
     }
 
-    // The library's sources have relative paths, its installed headers a folder of their own.
+    // Returns whether a source is the library's. Its own have relative paths, its installed headers a folder of their
+    // own.
     bool IsLibraryFile(std::string_view sFile)
     {
         return StartsWithAny(sFile, { "zqcore/", "platform/" }) || sFile.find("/include/zqcore/") != sFile.npos;
@@ -93,7 +95,7 @@ namespace
                || sFunction == "_start";
     }
 
-    // Complaints of the library that end the process by a breakpoint.
+    // Complaint of the library that ends the process by a breakpoint.
     struct Raiser_t
     {
         char const * szFunction;

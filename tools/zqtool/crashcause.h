@@ -6,10 +6,11 @@
 /// Returns the kind of fault of an exception code, "unknown" for any other code.
 char const * CrashKindOf(std::uint32_t nCode);
 
-/// Index of the modules of a crash. Requires that the crash outlives the object and that its modules do not change.
+/// Index of the modules of a crash.
 class CrashModules_c
 {
 public:
+    /// Sorts the modules. Requires that Crash outlives the object and that its modules do not change.
     explicit CrashModules_c(Crash_t const & Crash);
 
     /// Returns the module of a frame by its file name, or null. If several share the name, returns the one that starts
@@ -20,7 +21,8 @@ private:
     std::vector<CrashModule_t const *> m_dModules;   // sorted by file name, then by start
 };
 
-/// Returns whether a frame is the host's own code: neither of this library nor of the system.
+/// Returns whether a frame is the host's own code: its function or its module is known, and it belongs neither to this
+/// library nor to the system.
 bool IsOwnFrame(CrashFrame_t const & Frame);
 
 /// Returns the frame of a stack at which a developer looks first, or null if there are no frames:
@@ -39,6 +41,7 @@ std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
 std::string CrashHeadline(Crash_t const & Crash);
 
 /// Returns what crashes of the same cause have in common: the kind, the module or an exception's type, and up to three
-/// functions of the host, the innermost first, or sorted after a stack overflow. Holds no address; a frame without a
-/// name counts by its place in its module.
+/// functions. The functions are those of the host, or of all frames if none is the host's. The innermost is first, but
+/// after a stack overflow they are sorted. The text holds no address of a frame. A frame without a function counts by
+/// its place in its module.
 std::string CrashSignature(Crash_t const & Crash);

@@ -210,7 +210,7 @@ namespace
         }
     }
 
-    // Sets the paths of the modules, which are listed after the frames.
+    // Sets the paths of the modules in frames, which the details list before the modules. Sets the module of the fault.
     void SetPaths(Crash_t & Crash)
     {
         CrashModules_c const Modules(Crash);

@@ -15,7 +15,7 @@ namespace
     namespace fs = std::filesystem;
 
     constexpr std::string_view REPORT_END = ".rpt", DETAILS_END = "_details.txt", REPORT_START = "CrashReport_";
-    constexpr std::size_t MAX_FILE = 16 << 20;
+    constexpr std::size_t MAX_FILE = 16 << 20;   // bytes
 
     // Returns a name without an ending, or nothing if it has another ending.
     std::optional<std::string> StemOf(std::string const & sName, std::string_view sEnd)
@@ -23,7 +23,8 @@ namespace
         return sName.ends_with(sEnd) ? std::optional(sName.substr(0, sName.size() - sEnd.size())) : std::nullopt;
     }
 
-    // Returns the stem of "STEM_details_0123ABCD.txt", the details whose own name was taken.
+    // Returns the stem of "STEM_details_0123ABCD.txt", the name of details if something else has the usual one. Returns
+    // nothing for any other name.
     std::optional<std::string> StemOfMore(std::string const & sName)
     {
         constexpr std::string_view START = "_details_", END = ".txt";
@@ -96,8 +97,8 @@ namespace
             return Files;
         }
 
-        // Returns the details in a folder whose names end in digits. Lists each folder once. sFolder ends in a slash or
-        // is empty.
+        // Returns the details in a folder whose names StemOfMore knows. Lists each folder once. Requires that sFolder
+        // is empty or ends in a slash.
         MoreDetails_t const & MoreIn(std::string const & sFolder)
         {
             auto const [itList, bNew] = m_dMore.try_emplace(sFolder);
@@ -168,7 +169,7 @@ namespace
         std::vector<CrashFiles_t> m_dFound;
     };
 
-    // What is wrong with a file: the first fault, and how many there are.
+    // Faults of a file: the text of the first one, and their number.
     struct Faults_t
     {
         void Add(std::size_t iLine, std::string const & sText)
@@ -181,7 +182,7 @@ namespace
         std::size_t nFaults = 0;
     };
 
-    // Reads at most MAX_FILE bytes of a file and returns them; they are valid until the next call. sFault says why they
+    // Reads at most MAX_FILE bytes of a file and returns them. They are valid until the next call. sFault says why they
     // are not the whole file, and is empty if they are.
     std::string_view ReadWhole(std::string const & sFile, std::string & sFault)
     {
@@ -243,7 +244,8 @@ namespace
         return dCrashes;
     }
 
-    // Returns the local time in a report's name, "CrashReport_26.11.2026__8_18_37": day, month, year.
+    // Returns the local time in a report's name, "CrashReport_26.11.2026__8_18_37": day, month, year. Returns an empty
+    // text for any other name.
     std::string TimeOfName(std::string_view sName)
     {
         unsigned dTime[6] = {};

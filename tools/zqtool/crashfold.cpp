@@ -20,7 +20,7 @@ namespace
     }
 }
 
-bool VersionLess_t::operator()(std::string_view sA, std::string_view sB) const
+bool VersionLess_c::operator()(std::string_view sA, std::string_view sB) const
 {
     std::string_view sRestA = sA, sRestB = sB;
     while (!sRestA.empty() && !sRestB.empty())

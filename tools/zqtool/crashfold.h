@@ -7,7 +7,7 @@
 #include <unordered_map>
 
 /// Order of texts with numbers in them: "v2.9" is before "v2.10".
-struct VersionLess_t
+struct VersionLess_c
 {
     /// Returns whether sA is before sB.
     bool operator()(std::string_view sA, std::string_view sB) const;
@@ -18,8 +18,8 @@ struct CrashGroup_t
 {
     std::string sSignature;
     std::size_t nCount = 0;
-    std::string sFirst, sLast;                                     // times; empty if none is known
-    std::map<std::string, std::size_t, VersionLess_t> dVersions;   // of the host, with their crashes
+    std::string sFirst, sLast;                                     // local times; empty if none is known
+    std::map<std::string, std::size_t, VersionLess_c> dVersions;   // of the host, with the number of crashes
     Crash_t Sample;                                                // the latest with details, or else the latest
 };
 

@@ -7,7 +7,7 @@
 
 namespace
 {
-    // Addresses may be larger than the integers that every reader of JSON has.
+    // Returns an address as a text, because it may be larger than the integers that every reader of JSON has.
     std::string Address(std::uint64_t nAddress)
     {
         char szAddress[24];

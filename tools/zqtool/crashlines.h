@@ -8,10 +8,11 @@
 constexpr std::size_t CRASH_MAX_MEMBERS = 10000;
 constexpr std::size_t CRASH_MAX_CRASHES = 1000;
 
-/// Lines of a text. A line ends with LF or CR LF. The text and fnComplain must outlive the object.
+/// Lines of a text. A line ends with LF or CR LF.
 class CrashLines_c
 {
 public:
+    /// Begins before the first line. Requires that the text and fnComplain outlive the object.
     CrashLines_c(std::string_view sText, CrashComplain_t const & fnComplain)
         : m_sRest(sText)
         , m_fnComplain(fnComplain)
@@ -42,7 +43,8 @@ private:
 /// Removes sStart from the start of a text. Returns false, and leaves the text unchanged, if it starts otherwise.
 bool TakeStart(std::string_view & sText, std::string_view sStart);
 
-/// Removes and returns the text up to a mark, and removes the mark. Takes the whole text if it does not hold the mark.
+/// Removes and returns the text up to a mark, and removes the mark. Removes and returns the whole text if
+/// it does not hold the mark.
 std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark);
 
 /// Removes and returns the number at the start of a text. Returns nothing, and leaves the text unchanged, if there is
@@ -55,7 +57,7 @@ std::optional<std::uint64_t> WholeNumber(std::string_view sText, int nBase);
 /// Returns the part of a path after its last `/` or `\`.
 std::string_view FileNameOf(std::string_view sPath);
 
-/// Appends unless the list is full. Returns whether it did.
+/// Appends a member unless the list has CRASH_MAX_MEMBERS already. Returns whether it did.
 template <typename T>
 bool AppendMember(std::vector<T> & dMembers, T && Member)
 {

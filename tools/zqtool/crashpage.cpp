@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <ostream>
 
-// Made by the build from crash_page.js.
+// Script of the page, which the build makes from crash_page.js.
 extern char const CRASH_PAGE_JS[];
 
 namespace

@@ -316,7 +316,8 @@ namespace
         }
     }
 
-    // Only the last crash of a file must be whole: a report may fault, and another one then continues it.
+    // Reports what the last crash of the file lacks. The others need not be whole: a report may fault, and another one
+    // then continues it.
     void ReportReader_c::CheckEnd()
     {
         if (m_dCrashes.empty())
@@ -395,7 +396,7 @@ namespace
         }
     }
 
-    // Adds to the details what the report alone has.
+    // Returns the details with the file and the fault's module of the report, and with what the report alone has.
     Crash_t Joined(Crash_t Report, Crash_t Details)
     {
         Details.bReport = true;

@@ -75,14 +75,14 @@ struct CrashFiles_t
 /// One crash. What the files do not say is empty.
 struct Crash_t
 {
-    bool bReport = false, bDetails = false;   // whether a report has it; whether details have it
-    std::string sFile;                        // the report, or else the details
-    CrashFiles_t Files;                       // all files of its stem
-    std::size_t iInFile = 0;                  // its number among the crashes of these files, from 0
-    std::string sTime;                        // local: 2026-11-26 08:18:37; empty if unknown
-    std::uint32_t nCode = 0;
-    std::string sCodeText;
-    std::string sKind = "unknown";   // as in the details; "access" if only the code of the report is known
+    bool bReport = false, bDetails = false;           // whether a report has it; whether details have it
+    std::string sFile;                                // the report, or else the details
+    CrashFiles_t Files;                               // all files of its stem
+    std::size_t iInFile = 0;                          // its number among the crashes of these files, from 0
+    std::string sTime;                                // local: 2026-11-26 08:18:37; empty if unknown
+    std::uint32_t nCode = 0;                          // of the exception
+    std::string sCodeText;                            // name or text of the code
+    std::string sKind = "unknown";                    // as in the details; "access" if only the report names an access
     std::optional<std::uint64_t> Data, Instruction;   // addresses: what was accessed; what faulted
     std::string sFaultModule;                         // path
     CrashThread_t Thread;                             // the crashed one, with its frames
@@ -105,10 +105,11 @@ using CrashComplain_t = std::function<void(std::size_t iLine, std::string const 
 enum class CrashExtent_e
 {
     All,
-    Cause   // what the signature needs, and the process: no variables, sources, other threads or logs
+    Cause   // what the signature needs, and the facts: no variables, other threads, memory, timers or log
 };
 
-/// Read the text of a report, or of details, and return the crashes in it, in order.
+/// Read the text of a report, or of details, and return the crashes in it, in order. Report what is wrong to
+/// fnComplain. Return none for any other text.
 std::vector<Crash_t> ReadCrashReport(
     std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent = CrashExtent_e::All);
 std::vector<Crash_t> ReadCrashDetails(

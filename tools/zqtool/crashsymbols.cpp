@@ -12,15 +12,15 @@
 
 namespace
 {
-    constexpr std::uint64_t BASE = 0x10000000;   // leaves room below 4 GiB for the modules of 32-bit programs
-    constexpr std::uint64_t MOST = 0x100000000 - BASE;
+    constexpr std::uint64_t BASE = 0x10000000;           // leaves room below 4 GiB for the modules of 32-bit programs
+    constexpr std::uint64_t MOST = 0x100000000 - BASE;   // bytes of a module
 
     // One module of a build.
     class Build_c
     {
     public:
-        // The size is the file's: a report may be damaged. Index files are for modules as a process maps them, which
-        // this one is not.
+        // Adds the module with the size of the file, because a report may be damaged. Uses no index files: they are for
+        // modules as a process maps them, which this one is not.
         explicit Build_c(zqsymbols::BuildIds_c::Found_t const & File)
             : m_Modules("")
         {

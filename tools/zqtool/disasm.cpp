@@ -1,10 +1,10 @@
 // zqtool disasm: lists raw bytes of x86 code, one instruction a line, like a crash report.
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
 #include "zqcore/copcode.h"
 
-#include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
 #include <memory>
@@ -14,7 +14,7 @@ namespace
     struct Options_t
     {
         OpcodeMode_e eMode = OPCODE_64_BIT;
-        std::uint64_t Base = 0;
+        std::uint64_t nBase = 0;
         std::string sFile;
         bool bJson = false;
     };
@@ -32,21 +32,21 @@ namespace
         void WriteLine(char const * szLine) override
         {
             std::string const sLine = szLine;
-            std::size_t const nAddress = sLine.find(": ");
-            std::size_t const nEnd = sLine.find_last_not_of(' ') + 1;
-            m_Lines.push_back({ { "address", "0x" + sLine.substr(0, nAddress) },
-                { "text", sLine.substr(nAddress + 2, nEnd - nAddress - 2) } });
+            std::size_t const iColon = sLine.find(": ");
+            std::size_t const iEnd = sLine.find_last_not_of(' ') + 1;
+            m_Lines.push_back({ { "address", "0x" + sLine.substr(0, iColon) },
+                { "text", sLine.substr(iColon + 2, iEnd - iColon - 2) } });
         }
 
         Json_t m_Lines = Json_t::array();
     };
 
-    // Returns what is wrong with a hexadecimal number, with or without 0x; empty if nothing is.
-    std::string ReadAddress(std::string const & sText, std::uint64_t & Address)
+    // Reads a hexadecimal number, with or without 0x. Returns what is wrong with the text, or an empty text.
+    std::string ReadAddress(std::string const & sText, std::uint64_t & nAddress)
     {
         char const * const pFirst = sText.c_str() + (sText.compare(0, 2, "0x") == 0 ? 2 : 0);
         char const * const pEnd = sText.c_str() + sText.size();
-        auto const [pRest, eError] = std::from_chars(pFirst, pEnd, Address, 16);
+        auto const [pRest, eError] = std::from_chars(pFirst, pEnd, nAddress, 16);
         return eError == std::errc() && pRest == pEnd ? "" : sText + " is not a hexadecimal number";
     }
 
@@ -65,7 +65,7 @@ namespace
         std::size_t nDone = 0;
         while (nDone != sCode.size())
         {
-            CodeListing_c Listing(pCode + nDone, sCode.size() - nDone, Options.Base + nDone, Options.eMode);
+            CodeListing_c Listing(pCode + nDone, sCode.size() - nDone, Options.nBase + nDone, Options.eMode);
             if (Listing.Decode() == 0)
             {
                 break;   // only prefixes are left
@@ -82,26 +82,21 @@ namespace
     }
 }
 
-CommandRun_t PrepareDisasm(CLI::App & App)
+CommandRun_t PrepareDisasm(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_t>();
-    App.add_option_function<std::string>(
-           "--bits",
-           [pOptions](std::string const & sBits) { pOptions->eMode = sBits == "32" ? OPCODE_32_BIT : OPCODE_64_BIT; },
-           "mode of the processor; default 64")
-        ->type_name("32|64")
-        ->check(CLI::IsMember({ "32", "64" }));
-    App.add_option("--base", "address of the first byte, hexadecimal; default 0")
-        ->type_name("ADDRESS")
-        ->each([pOptions](std::string const & sText) { ReadAddress(sText, pOptions->Base); })
-        ->check(
-            [](std::string const & sText)
+    Arguments.AddRead("--bits", "", "mode of the processor; default 64")
+        .SetChoices({ "32", "64" })
+        .SetReader(
+            [pOptions](std::string const & sBits)
             {
-                std::uint64_t nIgnored = 0;
-                return ReadAddress(sText, nIgnored);
+                pOptions->eMode = sBits == "32" ? OPCODE_32_BIT : OPCODE_64_BIT;
+                return std::string();
             });
-    App.add_option("FILE", pOptions->sFile, "raw bytes of code")->type_name("")->required();
-    App.add_flag("--json", pOptions->bJson, "print one JSON document");
-    App.footer("Example: zqtool disasm --base 401000 code.bin");
+    Arguments.AddRead("--base", "ADDRESS", "address of the first byte, hexadecimal; default 0")
+        .SetReader([pOptions](std::string const & sText) { return ReadAddress(sText, pOptions->nBase); });
+    Arguments.AddText("FILE", "", pOptions->sFile, "raw bytes of code").SetRequired();
+    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.SetFooter("Example: zqtool disasm --base 401000 code.bin");
     return [pOptions] { return Run(*pOptions); };
 }

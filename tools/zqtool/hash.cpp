@@ -1,6 +1,7 @@
 // zqtool hash: the library's checksums of files and texts, in the form that sha1sum has, and checks of such lists.
 #include "platform/terminal.h"
 
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
@@ -9,7 +10,6 @@
 #include "zqcore/chash.h"
 #include "zqcore/csha1.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -247,43 +247,37 @@ namespace
     }
 }
 
-CommandRun_t PrepareHash(CLI::App & App)
+CommandRun_t PrepareHash(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_s>();
-    CLI::Option * const pFiles = App.add_option("FILE", pOptions->dFiles, "files; - is standard input")->type_name("");
-    App.add_option("--algorithm", pOptions->sAlgorithm, "sha1, the default, or crc32; of a text also name")
-        ->type_name("crc32|name|sha1")
-        ->check(CLI::IsMember({ "crc32", "name", "sha1" }));
-    CLI::Option * const pList =
-        App.add_option("--check", pOptions->sList,
-               "check the files that a list names, of this command, of sha1sum or of a tool with the same form; - is "
-               "standard input")
-            ->type_name("LIST")
-            ->excludes(pFiles);
-    CLI::Option * const pText =
-        App.add_option("--text", pOptions->sText,
-               "hash a text: crc32, which labels of chunks and ids of timers are, name, the hash of a StringHash_T, "
-               "and sha1")
-            ->type_name("TEXT")
-            ->excludes(pFiles)
-            ->excludes(pList);
-    App.add_flag("--json", pOptions->bJson, "print one JSON document");
-    App.footer("Example: zqtool hash *.csv >list; zqtool hash --check list");
-    App.parse_complete_callback(
-        [pOptions, pFiles, pList, pText]
+    Argument_c const Files = Arguments.AddTexts("FILE", "", pOptions->dFiles, "files; - is standard input");
+    Arguments.AddText("--algorithm", "", pOptions->sAlgorithm, "sha1, the default, or crc32; of a text also name")
+        .SetChoices({ "crc32", "name", "sha1" });
+    Argument_c const List =
+        Arguments
+            .AddText("--check", "LIST", pOptions->sList,
+                "check the files that a list names, of this command, of sha1sum or of a tool with the same form; - is "
+                "standard input")
+            .SetExcludes(Files);
+    Argument_c const Text =
+        Arguments
+            .AddText("--text", "TEXT", pOptions->sText,
+                "hash a text: crc32, which labels of chunks and ids of timers are, name, the hash of a StringHash_T, "
+                "and sha1")
+            .SetExcludes(Files)
+            .SetExcludes(List);
+    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.SetFooter("Example: zqtool hash *.csv >list; zqtool hash --check list");
+    Arguments.SetCheck(
+        [pOptions, Files, List, Text]() -> std::string
         {
-            if (pFiles->count() + pList->count() + pText->count() == 0)
+            if (!Files.IsGiven() && !List.IsGiven() && !Text.IsGiven())
             {
-                throw CLI::ValidationError("FILE, --check LIST or --text TEXT is required");
+                return "FILE, --check LIST or --text TEXT is required";
             }
-            if (pOptions->sAlgorithm == "name" && pText->count() == 0)
-            {
-                throw CLI::ValidationError("--algorithm name is for --text");
-            }
+            return pOptions->sAlgorithm == "name" && !Text.IsGiven() ? "--algorithm name is for --text" : "";
         });
-    return [pOptions, pList, pText] {
-        return pText->count() > 0   ? HashText(*pOptions)
-               : pList->count() > 0 ? CheckList(*pOptions)
-                                    : HashFiles(*pOptions);
+    return [pOptions, List, Text] {
+        return Text.IsGiven() ? HashText(*pOptions) : List.IsGiven() ? CheckList(*pOptions) : HashFiles(*pOptions);
     };
 }

@@ -3,7 +3,6 @@
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/text.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
@@ -11,30 +10,6 @@
 namespace
 {
     constexpr std::size_t WIDTH = 80, COLUMN = 24;   // of a line; of the texts beside names
-
-    HelpOption_t DescribeOption(CLI::Option const & Option)
-    {
-        HelpOption_t Described;
-        std::string const sType = Option.get_type_name();   // with what its checks are called
-        Described.sValue = Option.get_type_size() == 0 ? "" : sType.substr(0, sType.find(':'));
-        Described.sPurpose = Option.get_description();
-        Described.bPositional = Option.get_positional();
-        Described.bRequired = Option.get_required();
-        Described.bMany = Option.get_expected_max() >= CLI::detail::expected_max_vector_size;
-        for (std::string const & sName : Option.get_snames())
-        {
-            Described.dNames.push_back("-" + sName);
-        }
-        for (std::string const & sName : Option.get_lnames())
-        {
-            Described.dNames.push_back("--" + sName);
-        }
-        if (Described.bPositional)
-        {
-            Described.dNames = { Option.get_single_name() };
-        }
-        return Described;
-    }
 
     // Returns a name and its text in two columns.
     std::string Columns(std::string const & sName, std::string const & sText)
@@ -121,31 +96,6 @@ std::string HelpCommand_t::Sentence() const
     return sOut;
 }
 
-HelpCommand_t DescribeCommand(CLI::App const & App)
-{
-    HelpCommand_t Command;
-    Command.sName = App.get_parent() == nullptr ? "" : App.get_name();
-    Command.sPurpose = App.get_description();
-    Command.sFooter = App.get_footer();
-    for (CLI::Option const * pOption : App.get_options())
-    {
-        Command.dOptions.push_back(DescribeOption(*pOption));
-    }
-    std::stable_partition(Command.dOptions.begin(), Command.dOptions.end(),
-        [](HelpOption_t const & Option) { return Option.bPositional; });
-    return Command;
-}
-
-std::vector<HelpCommand_t> DescribeCommands(CLI::App const & Root)
-{
-    std::vector<HelpCommand_t> dCommands;
-    for (CLI::App const * pSub : Root.get_subcommands({}))
-    {
-        dCommands.push_back(DescribeCommand(*pSub));
-    }
-    return dCommands;
-}
-
 std::vector<std::string> OptionNames(HelpCommand_t const & Command)
 {
     std::vector<std::string> dNames;
@@ -156,16 +106,14 @@ std::vector<std::string> OptionNames(HelpCommand_t const & Command)
     return dNames;
 }
 
-std::string HelpText(CLI::App const & App)
+std::string HelpText(HelpCommand_t const & Command)
 {
-    HelpCommand_t const Command = DescribeCommand(App);
     std::string sOut = "Usage: " + Command.Usage() + "\n" + Command.Sentence() + "\n";
-    std::vector<HelpCommand_t> const dCommands = DescribeCommands(App);
-    if (!dCommands.empty())
+    if (!Command.dCommands.empty())
     {
         sOut += "\nCommands:\n";
     }
-    for (HelpCommand_t const & Sub : dCommands)
+    for (HelpCommand_t const & Sub : Command.dCommands)
     {
         sOut += Columns(Sub.sName, Sub.sPurpose);
     }

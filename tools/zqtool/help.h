@@ -1,15 +1,10 @@
-// help.h: what the arguments of all commands are, for the texts of --help, the man page and completion, and what is
-// said of wrong ones.
+// help.h: what the arguments of all commands are, for the texts of --help, the man page and completion, and the lines
+// about wrong ones.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
-
-namespace CLI
-{
-    class App;
-}
 
 /// Description of an option or a positional argument.
 struct HelpOption_t
@@ -17,7 +12,7 @@ struct HelpOption_t
     std::vector<std::string> dNames;   // "-h", "--help"; of an argument without a name its word, such as FILE
     std::string sValue;                // word for its value, or the choices, as "32|64"; empty for a flag
     std::string sPurpose;
-    bool bPositional = false, bRequired = false, bMany = false;   // bMany: whether it takes any number of values
+    bool bPositional = false, bRequired = false, bMany = false;   // bMany: whether it accepts any number of values
 
     /// Returns how --help spells it: "-h, --help", "--html OUT", "FILE...".
     std::string Spelling() const;
@@ -28,8 +23,10 @@ struct HelpCommand_t
 {
     std::string sName;   // empty for the program itself
     std::string sPurpose;
-    std::string sFooter;                  // lines of text; empty ones divide paragraphs
-    std::vector<HelpOption_t> dOptions;   // the positional ones first
+    std::string sVersion;                   // of the program, with its name
+    std::string sFooter;                    // lines of text; empty ones divide paragraphs
+    std::vector<HelpOption_t> dOptions;     // the positional ones first
+    std::vector<HelpCommand_t> dCommands;   // of the program, in order
 
     /// Returns the line of usage: the command, [OPTION...] and the arguments without names.
     std::string Usage() const;
@@ -38,15 +35,11 @@ struct HelpCommand_t
     std::string Sentence() const;
 };
 
-/// Return the description of a parser, and those of its subcommands in order.
-HelpCommand_t DescribeCommand(CLI::App const & App);
-std::vector<HelpCommand_t> DescribeCommands(CLI::App const & Root);
-
 /// Returns all spellings of a command's options, as "-h" and "--help".
 std::vector<std::string> OptionNames(HelpCommand_t const & Command);
 
 /// Returns the text of --help.
-std::string HelpText(CLI::App const & App);
+std::string HelpText(HelpCommand_t const & Command);
 
 /// Returns "; did you mean X?" with the most similar of the known words, or an empty text if none is similar.
 std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & dKnown);

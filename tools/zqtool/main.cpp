@@ -1,4 +1,5 @@
 // zqtool: shows the files that the library reads and writes.
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
 #include "zqcore/cfile_internal.h"
@@ -15,7 +16,7 @@ namespace
     {
         char const * szName;
         char const * szPurpose;
-        CommandRun_t (*fnPrepare)(CLI::App & App);
+        CommandRun_t (*fnPrepare)(Arguments_c & Arguments);
     };
 
     constexpr Command_t COMMANDS[] = {
@@ -53,7 +54,7 @@ namespace
     public:
         std::string make_help(CLI::App const * pApp, std::string, CLI::AppFormatMode) const override
         {
-            return HelpText(*pApp);
+            return HelpText(DescribeParser(*pApp));
         }
     };
 
@@ -79,7 +80,7 @@ namespace
     // Reports the first option that the command does not have, or else what the parser says.
     int ReportError(CLI::App const & App, CLI::ParseError const & Error)
     {
-        HelpCommand_t const Command = DescribeCommand(App);
+        HelpCommand_t const Command = DescribeParser(App);
         std::vector<std::string> const dKnown = OptionNames(Command);
         std::vector<std::string> const dLeft = App.remaining();
         for (std::string const & sLeft : dLeft)
@@ -105,11 +106,12 @@ namespace
         {
             CLI::App & Sub = *App.add_subcommand(Command.szName, Command.szPurpose);
             Sub.set_help_flag("-h,--help", "print this text");
-            Sub.callback([&fnRun, fnCommand = Command.fnPrepare(Sub)] { fnRun = fnCommand; });
+            Arguments_c Arguments(Sub);
+            Sub.callback([&fnRun, fnCommand = Command.fnPrepare(Arguments)] { fnRun = fnCommand; });
         }
         if (argc < 2)
         {
-            std::fputs(HelpText(App).c_str(), stderr);
+            std::fputs(HelpText(DescribeParser(App)).c_str(), stderr);
             return EXIT_USAGE;
         }
         std::vector<std::string> const dNames = CommandNames();

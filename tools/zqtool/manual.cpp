@@ -1,9 +1,9 @@
 // zqtool help: what --help prints of a command, and the manual page zqtool(1), made of the same descriptions.
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
 #include "tools/zqtool/json.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <sstream>
@@ -40,17 +40,16 @@ namespace
         return sOut;
     }
 
-    std::string ManualPage(CLI::App const & Root)
+    std::string ManualPage(HelpCommand_t const & Program)
     {
-        HelpCommand_t const Program = DescribeCommand(Root);
-        std::string sOut = ".TH ZQTOOL 1 \"\" \"" + Root.version() + "\" \"User Commands\"\n.SH NAME\nzqtool \\- "
+        std::string sOut = ".TH ZQTOOL 1 \"\" \"" + Program.sVersion + "\" \"User Commands\"\n.SH NAME\nzqtool \\- "
                            + Roff(Program.sPurpose) + "\n.SH SYNOPSIS\n" + Roff(Program.Usage()) + "\n.SH OPTIONS\n";
         for (HelpOption_t const & Option : Program.dOptions)
         {
             sOut += Entry(Option);
         }
         sOut += ".SH COMMANDS\n";
-        for (HelpCommand_t const & Command : DescribeCommands(Root))
+        for (HelpCommand_t const & Command : Program.dCommands)
         {
             sOut += ".SS " + Roff(Command.sName) + "\n" + Roff(Command.Usage()) + "\n.PP\n" + Roff(Command.Sentence())
                     + "\n";
@@ -80,10 +79,10 @@ namespace
             { "options", std::move(Options) } };
     }
 
-    void PrintHelpJson(CLI::App const & Wanted)
+    void PrintHelpJson(HelpCommand_t const & Wanted)
     {
-        Json_t Json = OfCommand(DescribeCommand(Wanted));
-        for (HelpCommand_t const & Sub : DescribeCommands(Wanted))
+        Json_t Json = OfCommand(Wanted);
+        for (HelpCommand_t const & Sub : Wanted.dCommands)
         {
             Json["commands"].push_back(OfCommand(Sub));
         }
@@ -91,7 +90,7 @@ namespace
     }
 }
 
-CommandRun_t PrepareHelp(CLI::App & App)
+CommandRun_t PrepareHelp(Arguments_c & Arguments)
 {
     struct Options_s
     {
@@ -100,19 +99,19 @@ CommandRun_t PrepareHelp(CLI::App & App)
         bool bJson = false;
     };
     auto const pOptions = std::make_shared<Options_s>();
-    App.add_option("COMMAND", pOptions->sCommand, "the command; without one all are listed")->type_name("");
-    App.add_flag("--man", pOptions->bManual, "print the manual page, for man -l or to install it");
-    App.add_flag("--json", pOptions->bJson, "print the arguments as one JSON document");
-    App.footer("Example: zqtool help crash");
-    return [pOptions, &App]
+    Arguments.AddText("COMMAND", "", pOptions->sCommand, "the command; without one all are listed");
+    Arguments.AddFlag("--man", pOptions->bManual, "print the manual page, for man -l or to install it");
+    Arguments.AddFlag("--json", pOptions->bJson, "print the arguments as one JSON document");
+    Arguments.SetFooter("Example: zqtool help crash");
+    return [pOptions, Arguments]
     {
-        CLI::App const & Root = *App.get_parent();
+        HelpCommand_t const Program = Arguments.DescribeProgram();
         std::vector<std::string> dNames;
-        CLI::App const * pWanted = pOptions->sCommand.empty() ? &Root : nullptr;
-        for (CLI::App const * pSub : Root.get_subcommands({}))
+        HelpCommand_t const * pWanted = pOptions->sCommand.empty() ? &Program : nullptr;
+        for (HelpCommand_t const & Command : Program.dCommands)
         {
-            dNames.push_back(pSub->get_name());
-            pWanted = dNames.back() == pOptions->sCommand ? pSub : pWanted;
+            dNames.push_back(Command.sName);
+            pWanted = Command.sName == pOptions->sCommand ? &Command : pWanted;
         }
         if (pWanted == nullptr)
         {
@@ -124,7 +123,7 @@ CommandRun_t PrepareHelp(CLI::App & App)
             PrintHelpJson(*pWanted);
             return EXIT_DONE;
         }
-        std::fputs((pOptions->bManual ? ManualPage(Root) : HelpText(*pWanted)).c_str(), stdout);
+        std::fputs((pOptions->bManual ? ManualPage(Program) : HelpText(*pWanted)).c_str(), stdout);
         return EXIT_DONE;
     };
 }

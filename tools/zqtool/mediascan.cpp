@@ -1,12 +1,12 @@
 #include "tools/zqtool/mediascan.h"
 
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/input.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath_internal.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -40,7 +40,7 @@ namespace
         &NO_ROOM, &UNREADABLE, &MISSING, &SPECIAL, &ARCHIVE, &ENTERED, &CONFIGURATION, &SPLIT, &EXCLUDED, &UNFINISHED,
         &OVER };
 
-    // By FileSkip_e.
+    // Kinds of findings by FileSkip_e.
     constexpr MediaKind_t const * KIND_OF_SKIP[] = { &DUPLICATE, &NO_ROOM, &CUT_NAME, &TOO_LARGE, &TOO_LONG, &TOO_LONG,
         &CASE, &BAD_NAME, &BAD_NAME, &BAD_NAME, &SPECIAL, &UNREADABLE, &UNREADABLE, &ENTERED, &ENTERED, &CONFIGURATION,
         &SPLIT, &EXCLUDED, &UNFINISHED, &ARCHIVE };
@@ -80,8 +80,8 @@ namespace
         }
     }
 
-    // What lies on the disk, in the order of the paths of the tables. The walk follows no links. It does not descend to
-    // the end of folders that no scan could enter because of their depth.
+    // Entries of the disk, in the order of the paths of the tables. The walk follows no links. It does not enter
+    // folders whose path has more than 512 bytes: no scan could enter them.
     class Disk_c
     {
     public:
@@ -140,7 +140,8 @@ namespace
         return std::any_of(sName.begin(), sName.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
     }
 
-    // Returns the entries of the disk to which a path of the tables may lead: one, unless they differ in case only.
+    // Returns the entries of the disk to which a path of the tables may lead: at most one, unless they differ in
+    // case only.
     std::vector<std::string> SpellingsOf(MediaScan_t const & Scan, std::string const & sFolded)
     {
         auto It = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sFolded,
@@ -257,7 +258,7 @@ namespace
             std::vector<std::string> dTwins;
             if (sFolded == Skip.sFirst)
             {
-                // The other names that differ in case only. Each report of one of them takes the next.
+                // The other names that differ in case only. Each report of one of them is for the next.
                 dTwins = InFolder(SpellingsOf(m_Scan, sFolded), fs::path(Finding.sOther).parent_path().native());
                 std::erase(dTwins, Finding.sOther);
             }
@@ -280,8 +281,11 @@ namespace
         return BareOf(File.sName.CStr()).size() == FILE_KEY_LENGTH && SpellingsOf(Scan, LocationOf(File)).empty();
     }
 
-    // Counts the files and folders of the tables. Adds findings for files that are empty, have no folder in the tables,
-    // can't be opened or are hidden.
+    // Counts the files and folders of the tables. Adds findings for these files:
+    // - those that are empty.
+    // - those without a folder in the tables.
+    // - those that can't be opened.
+    // - those that an archive hides.
     void ReadTable(MediaScan_t & Scan)
     {
         auto const Add = [&](MediaKind_t const & Kind, File_c const & File, char const * szWhy, std::string sOther = "")
@@ -390,28 +394,27 @@ namespace
     }
 }
 
-void AddMediaOptions(CLI::App & App, MediaOptions_t & Options)
+void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
 {
-    App.add_option("--game", Options.sGame, "enter only this game's folder of the split, in lower case")
-        ->type_name("NAME")
-        ->check(
-            [](std::string const & sName) -> std::string
-            {
-                bool const bBare =
-                    sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() < 100;
-                return bBare && !HasCapital(sName) ? "" : "a game is a bare name in lower case";
-            });
-    App.add_option("--split", Options.sSplit, "folder of the games; default \\gamedata\\")
-        ->type_name("LOCATION")
-        ->needs("--game")
-        ->check(
+    Argument_c const Game =
+        Arguments.AddText("--game", "NAME", Options.sGame, "enter only this game's folder of the split, in lower case")
+            .SetReader(
+                [](std::string const & sName) -> std::string
+                {
+                    bool const bBare =
+                        sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() < 100;
+                    return bBare && !HasCapital(sName) ? "" : "a game is a bare name in lower case";
+                });
+    Arguments.AddText("--split", "LOCATION", Options.sSplit, "folder of the games; default \\gamedata\\")
+        .SetNeeds(Game)
+        .SetReader(
             [](std::string const & s) -> std::string
             {
                 bool const bBounded = s.size() > 1 && s.size() < 100 && s.front() == '\\' && s.back() == '\\';
                 return bBounded && !HasCapital(s) ? "" : "a location is in lower case and begins and ends with \\";
             });
-    App.add_option("--config", Options.sConfig, "folder of media\\_configdependeddata\\ to enter")->type_name("NAME");
-    App.add_flag("--relative", Options.bRelative, "names are paths below the first folder");
+    Arguments.AddText("--config", "NAME", Options.sConfig, "folder of media\\_configdependeddata\\ to enter");
+    Arguments.AddFlag("--relative", Options.bRelative, "names are paths below the first folder");
 }
 
 int MediaScan_t::CountFaults() const

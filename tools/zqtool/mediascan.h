@@ -7,22 +7,19 @@
 #include <vector>
 
 class File_c;
-namespace CLI
-{
-    class App;
-}
+class Arguments_c;
 
 /// Options of a scan.
 struct MediaOptions_t
 {
     std::string sGame;                     // empty: no split
     std::string sSplit = "\\gamedata\\";   // folder of the games
-    std::string sConfig;                   // name of the configuration, as SetPQXCurrentConfig takes it
+    std::string sConfig;                   // name of the configuration, for SetPQXCurrentConfig
     bool bRelative = false;                // whether keys are relative paths
 };
 
 /// Declares `--game`, `--split`, `--config` and `--relative`. Requires Options to outlive the parse.
-void AddMediaOptions(CLI::App & App, MediaOptions_t & Options);
+void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options);
 
 /// A kind of entry that a scan leaves out, or that opens otherwise than its name says.
 struct MediaKind_t
@@ -71,8 +68,8 @@ struct MediaScan_t
 };
 
 /// Scans folders and mounts archives over them, in their order. The first folder is the media root. The library's
-/// tables then hold the files. Returns false, and prints why, if it can't scan or mount a path, or if a path is in
-/// another one.
+/// tables then hold the files. Returns false, and prints why, if it can't scan or mount a path, or if a path is another
+/// one or is in it. Requires an empty Scan.
 bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & Options, MediaScan_t & Scan);
 
 /// Returns where a file is, as the disk spells it.

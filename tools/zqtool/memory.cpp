@@ -1,5 +1,6 @@
 // zqtool memory: live memory by category, file and source line, from snapshots that MemoryLogAllocations wrote.
 #include "tools/zqtool/allocationgrowth.h"
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
@@ -7,7 +8,6 @@
 #include "tools/zqtool/terminal.h"
 #include "tools/zqtool/treemap.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -185,16 +185,16 @@ namespace
     }
 }
 
-CommandRun_t PrepareMemory(CLI::App & App)
+CommandRun_t PrepareMemory(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_s>();
-    App.add_option("FILE", pOptions->dFiles,
-           "snapshots of MemoryLogAllocations: one is listed; of two the growth is; of more also what grows steadily")
-        ->type_name("")
-        ->required();
-    App.add_option("--html", pOptions->sPage, "write a treemap of the last snapshot, or of the growth, as one page")
-        ->type_name("OUT");
-    App.add_flag("--json", pOptions->bJson, "print one JSON document");
-    App.footer("Example: zqtool memory --html map.html monday/allocations.csv tuesday/allocations.csv");
+    Arguments
+        .AddTexts("FILE", "", pOptions->dFiles,
+            "snapshots of MemoryLogAllocations: one is listed; of two the growth is; of more also what grows steadily")
+        .SetRequired();
+    Arguments.AddText(
+        "--html", "OUT", pOptions->sPage, "write a treemap of the last snapshot, or of the growth, as one page");
+    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.SetFooter("Example: zqtool memory --html map.html monday/allocations.csv tuesday/allocations.csv");
     return [pOptions] { return Run(*pOptions); };
 }

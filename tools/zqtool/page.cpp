@@ -2,7 +2,7 @@
 
 #include "tools/zqtool/text.h"
 
-// Made by the build from page.css and page.js.
+// Style sheet and script of all pages, which the build makes from page.css and page.js.
 extern char const PAGE_CSS[], PAGE_JS[];
 
 std::string PageHead(std::string_view sTitle, char const * szPolicy)

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-/// What a page may load, as a policy of CSP (W3C). The first is the default: nothing at all. The second allows requests
+/// Policies of CSP (W3C) for what a page may load. The first is the default: nothing at all. The second allows requests
 /// to the server of the page.
 constexpr char PAGE_POLICY[] = "default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'";
 constexpr char LIVE_PAGE_POLICY[] =

@@ -1,6 +1,7 @@
 // zqtool stats: shows a stats file of the hierarchical profiler as a tree, as trace events and as a page.
 #include "platform/clock.h"
 
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
 #include "tools/zqtool/input.h"
@@ -11,7 +12,6 @@
 #include "tools/zqtool/statstrace.h"
 #include "tools/zqtool/text.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -37,14 +37,14 @@ namespace
     double MeasureTicksPerSecond()
     {
         std::int64_t const nFrequency = plat::GoodClockFrequency();
-        std::int64_t const nStart = plat::GoodClockTicks(), tStart = plat::CycleCounter();
-        std::int64_t nPassed = 0;
-        while (nFrequency > 0 && nPassed < nFrequency / 20)
+        std::int64_t const tStart = plat::GoodClockTicks(), tStartCycles = plat::CycleCounter();
+        std::int64_t tPassed = 0;
+        while (nFrequency > 0 && tPassed < nFrequency / 20)
         {
-            nPassed = plat::GoodClockTicks() - nStart;
+            tPassed = plat::GoodClockTicks() - tStart;
         }
-        auto const fTicks = static_cast<double>(plat::CycleCounter() - tStart);
-        return nPassed > 0 && fTicks > 0 ? fTicks * static_cast<double>(nFrequency) / static_cast<double>(nPassed)
+        auto const fTicks = static_cast<double>(plat::CycleCounter() - tStartCycles);
+        return tPassed > 0 && fTicks > 0 ? fTicks * static_cast<double>(nFrequency) / static_cast<double>(tPassed)
                                          : 1e9;
     }
 
@@ -146,8 +146,8 @@ namespace
         return true;
     }
 
-    // Prints the limits that are exceeded, and adds all to an object. Returns whether none is. A limit for a timer that
-    // is not there is not measured; FindTimers reports it.
+    // Prints the limits that are exceeded or without a frame, and adds all to an object. Returns whether all are
+    // measured and none is exceeded. FindTimers reports a limit for a timer that is not there.
     bool StatsRun_c::CheckLimits(Json_t & Json)
     {
         bool bKept = true;
@@ -238,49 +238,45 @@ namespace
     }
 }
 
-CommandRun_t PrepareStats(CLI::App & App)
+CommandRun_t PrepareStats(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_s>();
-    App.add_option("FILE", pOptions->sFile, "stats file of the profiler")->type_name("")->required();
-    App.add_option("--trace", pOptions->sTrace, "write trace events, which trace viewers load")->type_name("OUT");
-    App.add_option("--html", pOptions->sPage, "write a page with pictures")->type_name("OUT");
-    App.add_option(
-           "--ticks-per-second", pOptions->fTicksPerSecond, "rate of the cycle counter; default: this machine's")
-        ->type_name("N")
-        ->check(CLI::Range(1.0, 1e15));
-    App.add_option("--fail-over",
-           "end with status 1 if a time is above a limit, such as frame.p99=20ms or Physics.mean=500us: mean, median, "
-           "p95, p99 and worst of frames, mean and peak of a timer")
-        ->type_name("LIMIT")
-        ->allow_extra_args(false)
-        ->take_all()
-        ->each([pOptions](std::string const & sText) { ReadStatsLimit(sText, pOptions->dLimits.emplace_back()); })
-        ->check(
-            [](std::string const & sText)
-            {
-                StatsLimit_t Ignored;
-                return ReadStatsLimit(sText, Ignored);
-            });
-    App.add_flag("--json", pOptions->bJson, "print one JSON document");
-    App.footer("Example: zqtool stats --html game.html --fail-over frame.p99=20ms game.stats");
-    CLI::Option * const pFollow = App.add_flag("--follow", pOptions->bFollow,
-        "serve the page to browsers on this machine while the program runs; Ctrl-C ends, then the tree is printed");
-    App.add_option("--port", pOptions->Follow.iPort, "port for --follow; default: a free one")
-        ->type_name("N")
-        ->check(CLI::Range(1, 65535))
-        ->needs(pFollow);
-    App.add_option("--frames", pOptions->Follow.nMaxFrames, "end --follow after so many frames")
-        ->type_name("N")
-        ->check(CLI::Range(1, 2000000000))
-        ->needs(pFollow);
-    pFollow->excludes("--trace")->excludes("--html")->excludes("--json");
-    App.parse_complete_callback(
+    Arguments.AddText("FILE", "", pOptions->sFile, "stats file of the profiler").SetRequired();
+    Argument_c const Trace =
+        Arguments.AddText("--trace", "OUT", pOptions->sTrace, "write trace events, which trace viewers load");
+    Argument_c const Page = Arguments.AddText("--html", "OUT", pOptions->sPage, "write a page with pictures");
+    Arguments
+        .AddNumber(
+            "--ticks-per-second", "N", pOptions->fTicksPerSecond, "rate of the cycle counter; default: this machine's")
+        .SetRange(1.0, 1e15);
+    Arguments
+        .AddRead("--fail-over", "LIMIT",
+            "end with status 1 if a time is above a limit, such as frame.p99=20ms or Physics.mean=500us: mean, median, "
+            "p95, p99 and worst of frames, mean and peak of a timer")
+        .SetOneValue()
+        .SetReader(
+            [pOptions](std::string const & sText) { return ReadStatsLimit(sText, pOptions->dLimits.emplace_back()); });
+    Argument_c const Json = Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.SetFooter("Example: zqtool stats --html game.html --fail-over frame.p99=20ms game.stats");
+    Argument_c const Follow =
+        Arguments
+            .AddFlag("--follow", pOptions->bFollow,
+                "serve the page to browsers on this machine while the program runs; Ctrl-C ends, then the tree is "
+                "printed")
+            .SetExcludes(Trace)
+            .SetExcludes(Page)
+            .SetExcludes(Json);
+    Arguments.AddNumber("--port", "N", pOptions->Follow.iPort, "port for --follow; default: a free one")
+        .SetRange(1, 65535)
+        .SetNeeds(Follow);
+    Arguments.AddNumber("--frames", "N", pOptions->Follow.nMaxFrames, "end --follow after so many frames")
+        .SetRange(1, 2000000000)
+        .SetNeeds(Follow);
+    Arguments.SetCheck(
         [pOptions]
         {
-            if (!pOptions->sTrace.empty() && pOptions->sTrace == pOptions->sPage)
-            {
-                throw CLI::ValidationError("--trace and --html name the same file");
-            }
+            bool const bSame = !pOptions->sTrace.empty() && pOptions->sTrace == pOptions->sPage;
+            return std::string(bSame ? "--trace and --html name the same file" : "");
         });
     return [pOptions]
     {

@@ -61,7 +61,7 @@ namespace
 
         bool ReadHeader();
 
-        // Returns false at the end of the file, or at a fault that ends the reading.
+        // Reads the next batch. Returns false at the end of the file, or at a fault that ends the reading.
         bool ReadBatch(StatsBatch_t & Batch, bool & bWhole);
 
         bool IsSound() const { return m_bSound; }
@@ -160,8 +160,8 @@ namespace
         }
     }
 
-    // Returns the index of the record that a link leads to, or -1. The profiler creates a timer after its parent and
-    // its previous siblings, so a link always leads to a higher index.
+    // Returns the index of the record that a link leads to. Returns -1 for no link, and reports a damaged one. The
+    // profiler creates a timer after its parent and its previous siblings, so a link always leads to a higher index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
     {
         std::uint32_t const nLink = Word(BytesOf(iRecord, iField));

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-constexpr std::size_t STATS_FRAMES = 150;         // in a batch
-constexpr std::uint32_t STATS_MAX_TIMERS = 512;   // in a batch
+constexpr std::size_t STATS_FRAMES = 150;         // frames in a batch
+constexpr std::uint32_t STATS_MAX_TIMERS = 512;   // most timers in a batch
 
 /// The id of the timer around a whole frame.
 constexpr std::uint32_t STATS_APPLICATION = 0x801003E6;
@@ -84,6 +84,6 @@ private:
     std::unique_ptr<State_s> m_pState;
 };
 
-/// Returns the time of a frame of a batch in ticks: that of the application's timer, or, without one, the sum of all
-/// timers under the root. Requires iSlot below STATS_FRAMES.
+/// Returns the time of a frame of a batch in ticks: that of the application's timer, or, without one, the sum of the
+/// timers directly under the root. Requires iSlot below STATS_FRAMES.
 double StatsFrameTime(StatsBatch_t const & Batch, std::size_t iSlot);

@@ -62,7 +62,7 @@ namespace
         int m_iRun = 1;
         bool m_bEnded = false;     // whether no further batch will be read
         bool m_bAsked = false;     // whether a page asked for news
-        bool m_bToldEnd = false;   // whether a page received the last of them
+        bool m_bSentEnd = false;   // whether a page received the last of them
         bool m_bDamaged = false;
     };
 
@@ -142,7 +142,7 @@ namespace
         m_bAsked = true;
         std::string const sNews = m_Page.MakeNews(m_Facts, m_Tree,
             { .iFrom = iRun == m_iRun ? iFrom : 0, .nMaxBytes = MAX_ANSWER_BYTES, .bLive = !m_bEnded, .iRun = m_iRun });
-        m_bToldEnd = m_bEnded && iFrom >= m_Tree.GetFrameCount();
+        m_bSentEnd = m_bEnded && iFrom >= m_Tree.GetFrameCount();
         return HttpAnswer(HTTP_OK, "application/json", sNews);
     }
 
@@ -165,7 +165,7 @@ namespace
     {
         m_bEnded = true;
         std::int64_t const tEnd = plat::GoodClockTicks() + LAST_ANSWER_SECONDS * plat::GoodClockFrequency();
-        while (m_bAsked && !m_bToldEnd && !g_iInterrupted && plat::GoodClockTicks() < tEnd)
+        while (m_bAsked && !m_bSentEnd && !g_iInterrupted && plat::GoodClockTicks() < tEnd)
         {
             m_Server.Serve(TURN_MILLISECONDS, [this](std::string_view sRequest) { return Answer(sRequest); });
         }

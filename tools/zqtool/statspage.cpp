@@ -67,7 +67,7 @@ namespace
     std::string NodeText(StatsNode_t const & Node, StatsAverage_t const & Average)
     {
         return "[" + JsonQuoted(Node.sName) + "," + std::to_string(Node.iTimer) + "," + std::to_string(Node.iParent)
-               + "," + Text(Average.tTime) + "," + Text(Average.tOwn) + "," + Text(Average.nCalls) + ","
+               + "," + Text(Average.tTime) + "," + Text(Average.tOwn) + "," + Text(Average.fCalls) + ","
                + std::to_string(Node.nCalls) + "," + std::to_string(Node.tPeak) + "," + std::to_string(Node.iPeakFrame)
                + "," + std::to_string(Node.nPeakCalls) + "]";
     }
@@ -79,7 +79,7 @@ namespace
                + ",\"worst\":" + Text(Summary.tWorst) + ",\"worstFrame\":" + std::to_string(Summary.iWorst) + "}";
     }
 
-    // Returns the page up to a marker such as <!--head-->; sRest keeps the rest.
+    // Removes and returns the page up to a marker such as <!--head-->, and removes the marker. Requires the marker.
     std::string_view UpTo(std::string_view sMark, std::string_view & sRest)
     {
         std::size_t const iMark = sRest.find(sMark);

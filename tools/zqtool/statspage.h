@@ -18,13 +18,13 @@ struct StatsFacts_t
     std::vector<std::string> dProblems;   // what is wrong with the file
 };
 
-/// What a page, or an answer to one that is open, holds.
+/// Contents of a page, or of an answer to one that is open.
 struct StatsNews_t
 {
     int iFrom = 0;                             // first frame that is wanted
     std::size_t nMaxBytes = std::size_t(-1);   // of the timers; one batch may have more
     bool bLive = false;                        // whether the page asks for news
-    int iRun = 0;                              // number of the file's start; other numbers have other frames
+    int iRun = 0;                              // number of the file's run; another run has other frames
 };
 
 /// Page of a stats file, collected batch by batch.

@@ -45,7 +45,7 @@ namespace
                 std::printf("%12.4f %12.4f %12.4f %9s %12llu %12.2f  %*s%s\n", dAverages[i].tTime * fMilliseconds,
                     dAverages[i].tOwn * fMilliseconds, static_cast<double>(Node.tPeak) * fMilliseconds,
                     Node.iPeakFrame < 0 ? "-" : std::to_string(Node.iPeakFrame).c_str(),
-                    static_cast<unsigned long long>(Node.nCalls), dAverages[i].nCalls,
+                    static_cast<unsigned long long>(Node.nCalls), dAverages[i].fCalls,
                     static_cast<int>(2 * dDepths[i] - 2), "", Node.sName.c_str());
             }
         }
@@ -71,7 +71,7 @@ namespace
                     { "own_ms", dAverages[i].tOwn * fMilliseconds },
                     { "peak_ms", static_cast<double>(Node.tPeak) * fMilliseconds },
                     { "peak_frame", Node.iPeakFrame < 0 ? Json_t() : Json_t(Node.iPeakFrame) },
-                    { "calls", Node.nCalls }, { "calls_per_frame", dAverages[i].nCalls } });
+                    { "calls", Node.nCalls }, { "calls_per_frame", dAverages[i].fCalls } });
             }
         }
         return Timers;

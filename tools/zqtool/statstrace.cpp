@@ -28,7 +28,8 @@ StatsTrace_c::StatsTrace_c(std::ostream & Stream, double fTicksPerSecond)
                 "{\"ph\":\"M\",\"pid\":1,\"tid\":1,\"name\":\"thread_name\",\"args\":{\"name\":\"Frames\"}}";
 }
 
-// Rounds starts and ends. Lengths are their differences, so events nest exactly like their ticks.
+// Writes an event. Rounds its start and its end. The length is their difference, so events nest exactly like
+// their ticks.
 void StatsTrace_c::AddEvent(std::string const & sName, double tStart, double tSize, std::string const & sArguments)
 {
     auto const Rounded = [&](double t) { return std::llround(std::min(t * m_fNanosecondsPerTick, LAST_MOMENT)); };

@@ -26,7 +26,8 @@ namespace
     }
 }
 
-// In a damaged file one parent may have two timers with one id: each has its own node.
+// Returns the node of a timer, which it may add. In a damaged file one parent may have two timers with one id: each has
+// its own node.
 int StatsTree_c::FindNode(StatsTimer_t const & Timer, int iParent, int iFirstFrame)
 {
     for (int iLike = 0;; ++iLike)

@@ -26,7 +26,7 @@ struct StatsAverage_t
 {
     double tTime = 0;
     double tOwn = 0;   // without its children's, over the frames of whole batches; not below 0
-    double nCalls = 0;
+    double fCalls = 0;
 };
 
 /// Statistics of the times of frames, in ticks. Without a frame all times are 0 and iWorst is -1.
@@ -40,7 +40,8 @@ struct StatsSummary_t
 class StatsTree_c
 {
 public:
-    /// Adds a batch and returns the nodes of its timers, which all differ. Requires that no batch follows a broken one.
+    /// Adds a batch and returns the indices of its timers' nodes, which all differ. Requires that no batch follows a
+    /// broken one.
     std::vector<int> Add(StatsBatch_t const & Batch, bool bWhole);
 
     /// Returns all nodes, the root first. The result is empty without a batch.
@@ -52,7 +53,7 @@ public:
     /// Returns the number of the first frame that is not forgotten.
     int GetFirstFrame() const { return m_iFirstFrame; }
 
-    /// Returns the time of each frame that is not forgotten.
+    /// Returns the time of each frame that is not forgotten, in ticks.
     std::vector<double> const & GetFrames() const { return m_dFrames; }
 
     /// Returns the number of all frames.

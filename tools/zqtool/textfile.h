@@ -9,7 +9,8 @@
 class TextFile_c final : public File_c
 {
 public:
-    /// Registers the contents under a name in lower case, until the object is destroyed.
+    /// Registers the contents under a name in lower case, until the object is destroyed. Requires that FileReset does
+    /// not run before that.
     TextFile_c(char const * szName, std::string sBytes);
 
     void Refresh() override {}

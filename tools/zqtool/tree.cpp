@@ -1,4 +1,5 @@
 // zqtool tree: what the library's scan makes of media folders and archives.
+#include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/mediascan.h"
@@ -6,7 +7,6 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilepath.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -255,17 +255,15 @@ namespace
     }
 }
 
-CommandRun_t PrepareTree(CLI::App & App)
+CommandRun_t PrepareTree(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_t>();
-    App.add_option("PATH", pOptions->dPaths, "media folders, and zip archives that lie over those before them")
-        ->type_name("")
-        ->required();
-    AddMediaOptions(App, pOptions->Media);
-    App.add_option("--find", pOptions->sFind, "show which file a name opens, and which others have it")
-        ->type_name("NAME");
-    App.add_flag("--all", pOptions->bAll, "show every line");
-    App.add_flag("--json", pOptions->bJson, "print one JSON document");
-    App.footer("Example: zqtool tree --game storm media patch1.zip");
+    Arguments.AddTexts("PATH", "", pOptions->dPaths, "media folders, and zip archives that lie over those before them")
+        .SetRequired();
+    AddMediaOptions(Arguments, pOptions->Media);
+    Arguments.AddText("--find", "NAME", pOptions->sFind, "show which file a name opens, and which others have it");
+    Arguments.AddFlag("--all", pOptions->bAll, "show every line");
+    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.SetFooter("Example: zqtool tree --game storm media patch1.zip");
     return [pOptions] { return Run(*pOptions); };
 }

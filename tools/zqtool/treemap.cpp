@@ -6,12 +6,12 @@
 
 #include <ostream>
 
-// The build makes them from treemap_page.html and treemap_page.js.
+// Body and script of the page, which the build makes from treemap_page.html and treemap_page.js.
 extern char const TREEMAP_PAGE_HTML[], TREEMAP_PAGE_JS[];
 
 namespace
 {
-    // ["file(line)", bytes, blocks, bytes before, blocks before]; the last two are 0 if there is one snapshot.
+    // Returns ["file(line)", bytes, blocks, bytes before, blocks before]. The last two are 0 if there is one snapshot.
     std::string LineText(GrowthRow_t const & Row)
     {
         Holding_t const Before = Row.dHoldings.size() > 1 ? Row.First() : Holding_t();
@@ -23,7 +23,7 @@ namespace
         return sText + "]";
     }
 
-    // [["category",[line,...]],...]
+    // Returns [["category",[line,...]],...].
     std::string GroupsText(std::span<AllocationReport_t const> dReports)
     {
         std::string sGroups = "[";

@@ -8,10 +8,10 @@
 // |-------:|------:|-------------------------------------------------------------------------------------------------|
 // |      0 |     4 | in: the kind of call that is to fail, an index of NAMES                                         |
 // |      4 |     4 | in: the reason, a value of errno; 0 for a read or write that handles half of its bytes          |
-// |      8 |     8 | in: which call of its kind fails, 1 for the first; 0 for none                                   |
-// |     16 |     8 | in: how many calls from then on fail                                                            |
-// |     24 |     8 | out: how many calls have failed                                                                 |
-// |     32 |     8 | out: where the first failed call was made, as an offset in the library                          |
+// |      8 |     8 | in: number of the first call of its kind that fails, from 1; 0 for none                         |
+// |     16 |     8 | in: number of calls from then on that fail                                                      |
+// |     24 |     8 | out: number of calls that have failed                                                           |
+// |     32 |     8 | out: place of the first failed call, as an offset in the library                                |
 // |     40 |   8*K | out: calls of each kind                                                                         |
 // | 40+8*K |  16*K | out: the names of the kinds, with zeros at the end                                              |
 //
@@ -108,7 +108,7 @@ namespace
         return pTable;
     }
 
-    // Called for the first time by the loader's thread only.
+    // Returns the table. Requires that the loader's thread makes the first call.
     Table_s & Table()
     {
         static constinit Table_s * s_pTable = nullptr;
@@ -119,7 +119,7 @@ namespace
         return *s_pTable;
     }
 
-    // Counts a call. Returns whether it fails.
+    // Counts a call and returns whether it fails. If it fails, sets errno.
     bool IsFailing(Kind_e eKind, void const * pCaller)
     {
         Table_s & Now = Table();
@@ -145,7 +145,7 @@ namespace
     }
 }
 
-// A function that fails by returning a value and setting errno.
+// Defines a function that fails by returning a value and setting errno.
 #define FAILING(eKind, Name, Return_t, Parameters, Arguments, Failure)                                                 \
     extern "C" Return_t __real_##Name Parameters;                                                                      \
     extern "C" Return_t __wrap_##Name Parameters;                                                                      \
@@ -154,7 +154,7 @@ namespace
         return IsFailing(eKind, __builtin_return_address(0)) ? (Failure) : __real_##Name Arguments;                    \
     }
 
-// A function that handles nBytes and returns the number handled.
+// Defines a function that handles nBytes and returns the number handled.
 #define FAILING_BYTES(eKind, Name, Parameters, Arguments)                                                              \
     extern "C" ssize_t __real_##Name Parameters;                                                                       \
     extern "C" ssize_t __wrap_##Name Parameters;                                                                       \
@@ -176,7 +176,7 @@ namespace
         return EOF;
     }
 
-    // The whole time is left.
+    // Fails as if none of the time had passed.
     int FailSleep(timespec const * pTime, timespec * pRest)
     {
         if (pRest)
@@ -273,7 +273,7 @@ FAILING(ALLOCATE, malloc, void *, (std::size_t nBytes), (nBytes), nullptr)
 FAILING(ALLOCATE, calloc, void *, (std::size_t nCount, std::size_t nBytes), (nCount, nBytes), nullptr)
 // clang-format on
 
-// Calls through syscall(). Those without a kind here, such as futex and execve, always go through.
+// Handles calls through syscall(). Those without a kind here, such as futex and execve, always go through.
 extern "C" long __real_syscall(long iCall, ...);
 extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f);
 extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f)

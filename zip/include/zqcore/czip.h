@@ -11,7 +11,8 @@
 //
 // An archive may come from anywhere. Mounting skips these entries, logs a line for each and reports it to
 // g_FileSkipCallbacker (cfilepath.h):
-// - absolute names, names with `..`, `.`, `\`, a drive, an empty part or control characters;
+// - absolute names, names with `..`, `.`, `\`, a drive, an empty part or characters that TextForLog (ctexterror.h)
+//   escapes;
 // - names of more than 255 characters, and keys of more than 127;
 // - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room;
 // - a second file of the same key; the first one opens without the complaint that a scan's duplicate has;
