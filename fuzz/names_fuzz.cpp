@@ -79,14 +79,14 @@ namespace
     void CheckRegistryNames(std::string const & sText)
     {
         std::string sFile, sValue, sName, sSame;
-        bool const bKey = plat::KeyNameOnDisk(sText, sFile);
-        Require(bKey == (sText.size() <= plat::NAME_LIMIT) && plat::ValueNameOnDisk(sText, sValue) == bKey);
+        bool const bKey = plat::KeyNameToDisk(sText, sFile);
+        Require(bKey == (sText.size() <= plat::NAME_LIMIT) && plat::ValueNameToDisk(sText, sValue) == bKey);
         Require(!bKey || (sFile.size() <= NAME_MAX && sValue.size() <= NAME_MAX && sValue[0] == plat::VALUE_MARK));
         Require(sFile.find('/') == std::string::npos && (sFile.empty() || !std::strchr("@=~.", sFile[0])));
         bool const bNamed = bKey && !plat::IsShortenedName(sFile) && !sText.empty() && sText.find('\\') > sText.size();
         Require(plat::KeyNameFromDisk(sFile.c_str(), sName) == bNamed && (!bNamed || sName == Lower(sText)));
         bool const bOnDisk = plat::KeyNameFromDisk(sText.c_str(), sName);
-        Require(!bOnDisk || (plat::KeyNameOnDisk(sName, sSame) && sSame == sText));
+        Require(!bOnDisk || (plat::KeyNameToDisk(sName, sSame) && sSame == sText));
     }
 }
 

@@ -89,7 +89,8 @@ namespace plat
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName);
 
     /// Copies the name of a subkey, as it was spelled when it was created. Subkeys are in the order of their folded
-    /// bytes. Returns false if there is no such subkey, or if the name with its terminator does not fit. Reads the
+    /// bytes. Returns false, and leaves the buffer unchanged, if there is no such subkey or the name with its
+    /// terminator does not fit. Reads the
     /// names once, and again after a change. May see a change by another process 20 ms late.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 

@@ -168,7 +168,7 @@ TEST(Spelling, OfFunctionsIsCutToClassAndName)
              { "void (* main()::Local_c::Pick())(int)", "main()::Local_c::Pick" }, { "broken(", "broken" } })
     {
         char szShort[256];
-        SpelledFunctionName(szFunction, szShort, sizeof szShort);
+        SpellFunctionName(szFunction, szShort, sizeof szShort);
         EXPECT_STREQ(szShort, szName) << szFunction;
     }
 }

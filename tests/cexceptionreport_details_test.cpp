@@ -243,7 +243,7 @@ TEST_F(CrashDetailsByHelper, GoOnWithALateHelperAndSayWhyNamesAreMissing)
     for (auto const & [szScript, szExpected] : Rows_t<char const *, char const *>{
              { "sleep 6; exec " ZQSYMBOLS_PATH,
                  " \\(anonymous namespace\\)::ReadNowhere\\+(.|\n)*\n\\[Threads\\]\n\n\\[" },
-             { "exec sleep 100", " \\?\n\\(cut: the symbol helper gave no answer within 20 s\\)\n" },
+             { "exec sleep 100", " \\?\n\\(cut: the symbol helper did not answer within 20 s\\)\n" },
              { "exit 1", " \\?\n\\(cut: the symbol helper failed\\)\n" } })
     {
         Crash_t const Crash = RunAlone("read silent", WriteHelper(Folder, szScript));

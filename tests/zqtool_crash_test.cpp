@@ -370,14 +370,17 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
     }
     WriteReport(sStack);
     std::string const sDetails = DETAILS, sMember = "        .iHull: int = 26 (0x1A)\n";
-    std::string sMembers;
+    std::string sMembers, sCuts = "[Modules]\n(cut: x)\n";
     for (int i = 0; i < 10'000; ++i)
     {
         sMembers += sMember;
+        sCuts += "(cut: x)\n";
     }
     for (auto const & [sText, sExpected] :
         Rows_t<std::string, std::string>{ { Replaced(sDetails, sMember, sMembers),
                                               "(10052): a list of more than 10000 entries is cut, in this crash" },
+            { Replaced(sDetails, "[Modules]\n", sCuts),
+                "(10054): a list of more than 10000 entries is cut, in this crash" },
             { "", ": the details are empty" }, { "x\n", "(1): not the details of a crash: x" },
             { "ZQCore crash details 2\n", "(1): details of another version" },
             { sDetails.substr(0, sDetails.find("\n[Modules]")), "(38): the details break off in [Threads]" },

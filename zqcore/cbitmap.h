@@ -231,7 +231,8 @@ public:
     }
 
     /// Combine a row with a vector. Set copies the vector and clears the rest of the row. Bis and Xor combine over the
-    /// length of the vector. All grow to the vector and the row, and do nothing at a negative coordinate.
+    /// length of the vector. All grow to the vector and the row; an empty vector grows nothing. They do nothing at a
+    /// negative coordinate.
     void Set(INDEX... iRow, BitVec_c const & Vec);
     void Bis(INDEX... iRow, BitVec_c const & Vec);
     void Xor(INDEX... iRow, BitVec_c const & Vec);

@@ -121,19 +121,19 @@ public:
         T * pObject, void const * pOwner, char const * sFile = __builtin_FILE(), int iLine = __builtin_LINE())
         : m_pObject(pObject)
         , m_pOwner(pOwner)
-        , m_sFile(sFile)
+        , m_szFile(sFile)
         , m_iLine(iLine)
     {
         if (m_pObject)
         {
-            ComAddRef(m_pObject, m_pOwner, m_sFile, m_iLine);
+            ComAddRef(m_pObject, m_pOwner, m_szFile, m_iLine);
         }
     }
     ~ComReference_T()
     {
         if (m_pObject)
         {
-            ComRelease(m_pObject, m_pOwner, m_sFile, m_iLine);
+            ComRelease(m_pObject, m_pOwner, m_szFile, m_iLine);
         }
     }
     ComReference_T(ComReference_T const &) = delete;
@@ -146,6 +146,6 @@ public:
 private:
     T * const m_pObject;
     void const * const m_pOwner;
-    char const * const m_sFile;
+    char const * const m_szFile;
     int const m_iLine;
 };

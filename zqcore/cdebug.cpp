@@ -298,7 +298,7 @@ void Abort(char const * fmt, ...)
 void AssertReport(char const * szCondition, char const * szFile, char const * szFunction, int iLine)
 {
     char szName[256];
-    SpelledFunctionName(szFunction, szName, sizeof szName);
+    SpellFunctionName(szFunction, szName, sizeof szName);
     Debugf("%s(%i) : Assert() failed", szFile, iLine);
     AssertFailed("Assert failed, %s, %s, %s, %i", szCondition, szFile, szName, iLine);
 }
@@ -310,7 +310,7 @@ void AssertReportEx(
     ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
 
     char szName[256];
-    SpelledFunctionName(szFunction, szName, sizeof szName);
+    SpellFunctionName(szFunction, szName, sizeof szName);
     Debugf("%s(%i) : AssertEx() failed", szFile, iLine);
     AssertFailed("AssertEx failed, %s, %s, %s, %s, %i", szCondition, szText, szFile, szName, iLine);
 }

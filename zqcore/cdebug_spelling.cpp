@@ -18,11 +18,11 @@ namespace
     // Returns the end of the bracket at p, or p if it does not close.
     char const * ClosingBracket(char const * p)
     {
-        int iDepth = 0;
+        int nDepth = 0;
         for (char const * pClose = p; *pClose; ++pClose)
         {
-            iDepth += (*pClose == '(') - (*pClose == ')');
-            if (iDepth == 0)
+            nDepth += (*pClose == '(') - (*pClose == ')');
+            if (nDepth == 0)
             {
                 return pClose;
             }
@@ -85,20 +85,20 @@ char const * SpelledNameEnd(char const * szText, char const * p)
     }
 }
 
-void SpelledFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize)
+void SpellFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize)
 {
     char const * pStart = szFunction;
     char const * p = szFunction;
-    for (int iDepth = 0; *p;)
+    for (int nDepth = 0; *p;)
     {
         char const * const pName = p;
         p = SpelledNameEnd(szFunction, p);
-        if (iDepth == 0 && EndsWithOperator({ pName, static_cast<std::size_t>(p - pName) }))
+        if (nDepth == 0 && EndsWithOperator({ pName, static_cast<std::size_t>(p - pName) }))
         {
             p = OperatorEnd(p);
             break;
         }
-        if (iDepth == 0 && *p == '(')
+        if (nDepth == 0 && *p == '(')
         {
             if (!IsBracketAroundName(szFunction, p))
             {
@@ -107,8 +107,8 @@ void SpelledFunctionName(char const * szFunction, char * szBuffer, std::size_t n
             pStart = ++p;
             continue;
         }
-        iDepth += (*p == '<' || *p == '(') - (*p == '>' || *p == ')');
-        if (iDepth == 0 && (*p == ' ' || *p == '*' || *p == '&'))
+        nDepth += (*p == '<' || *p == '(') - (*p == '>' || *p == ')');
+        if (nDepth == 0 && (*p == ' ' || *p == '*' || *p == '&'))
         {
             pStart = p + 1;
         }

@@ -9,4 +9,4 @@ char const * SpelledNameEnd(char const * szText, char const * p);
 
 /// Writes the name in a spelling: "class::function" of "type class::function(arguments) const [with ...]". Cut at
 /// nSize - 1 bytes.
-void SpelledFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize);
+void SpellFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize);

@@ -193,7 +193,7 @@ namespace
         switch (Symbols.GetEnd())
         {
         case plat::HELPER_LATE:
-            Line.Add("(cut: the symbol helper gave no answer within %u s)", plat::SYMBOL_LIMIT / 1000);
+            Line.Add("(cut: the symbol helper did not answer within %u s)", plat::SYMBOL_LIMIT / 1000);
             break;
         case plat::HELPER_FAILED:
             Line.Add("(cut: the symbol helper failed)");

@@ -82,9 +82,9 @@ public:
     /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer, which has room for iLength
     /// bytes. Adds no reference, except for a stayer (StayerDoWork). Returns whether the own block is resident.
     /// Enters no lock itself: FileOpen calls it inside the file's lock. If pBuffer is not null:
-    /// - A resident block is copied to it, and the result is true.
-    /// - A file that is not resident is read into it from the disk, and the result is false. If GetWhyNot is empty, the
-    ///   bytes are there.
+    /// - Copies a resident block to it and returns true.
+    /// - Reads a file that is not resident into it from the disk and returns false. If GetWhyNot is empty, the bytes
+    ///   are there.
     /// - A file that has become larger than pBuffer is not read. iLength is then its new size.
     virtual bool Open(void * pBuffer) = 0;
 
@@ -224,7 +224,7 @@ private:
 class ZQ_API FileStored_c
 {
 public:
-    /// Makes a closed stream. Asserts that pFile is not null. The file must outlive the stream.
+    /// Makes a closed stream. Asserts that pFile is not null. Requires that the file outlives the stream.
     explicit FileStored_c(File_c * pFile);
     FileStored_c(FileStored_c const &) = delete;
     FileStored_c & operator=(FileStored_c const &) = delete;
@@ -274,9 +274,9 @@ private:
 /// sets it.
 extern ZQ_API bool g_bFileReadDisabled;
 
-/// Finds a file by its bare name, or else by the whole name, adds a reference to its contents and returns it. Returns
-/// null if the name is unknown, without a message, or if the file can't be read, with log lines. Asserts that the name
-/// is not empty. An empty file asserts, unless FileSetEmptyAllowed allows it, and opens with a length of 0.
+/// Finds a file by its bare name, or else by the whole name, adds a reference to its contents and returns it. Asserts
+/// that the name is not empty. An empty file asserts, unless FileSetEmptyAllowed allows it, and opens with a length of
+/// 0. On failure returns null: without a message if the name is unknown, with log lines if the file can't be read.
 ZQ_API File_c * FileOpen(char const * name);
 
 /// Adds a reference to the contents of a known file and returns true. Asserts that pFile is not null and has a key. On

@@ -1,5 +1,7 @@
 #include "zqcore/cfilename.h"
 
+#include "zqcore/ceachbyte_internal.h"
+
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -8,11 +10,10 @@ namespace
 {
     // Returns a word with the top bit set in each byte that equals this character (Warren, Hacker's Delight,
     // section 6-1).
-    std::uint64_t EightMatches(std::uint64_t iText, char c)
+    std::uint64_t EightMatches(std::uint64_t nText, char c)
     {
-        constexpr std::uint64_t EACH = 0x0101010101010101u;
-        std::uint64_t const iDifferent = iText ^ (EACH * static_cast<unsigned char>(c));
-        return ~(((iDifferent & (EACH * 0x7F)) + EACH * 0x7F) | iDifferent) & (EACH * 0x80);
+        std::uint64_t const nDifferent = nText ^ (EACH_BYTE * static_cast<unsigned char>(c));
+        return ~(((nDifferent & (EACH_BYTE * 0x7F)) + EACH_BYTE * 0x7F) | nDifferent) & HIGH_BITS;
     }
 
     bool IsSeparator(char c)
@@ -28,9 +29,9 @@ char const * PathFileName(char const * szPath, std::size_t nLength)
     char const * pName = szPath + nLength;
     while (pName - pFirst >= 8)
     {
-        std::uint64_t iText;
-        std::memcpy(&iText, pName - 8, sizeof iText);
-        std::uint64_t const iSeparators = EightMatches(iText, '/') | EightMatches(iText, '\\');
+        std::uint64_t nText;
+        std::memcpy(&nText, pName - 8, sizeof nText);
+        std::uint64_t const iSeparators = EightMatches(nText, '/') | EightMatches(nText, '\\');
         if (iSeparators != 0)
         {
             return pName - std::countl_zero(iSeparators) / 8;

@@ -20,7 +20,7 @@
 //   to files are not.
 // - When the watched folder is deleted or renamed, nothing more is reported.
 // - All changes between two calls are lost if they need more than 4,094 bytes: 12 each, and two for each character of
-//   the path below the watched folder. 100 paths of 14 characters fit.
+//   the path below the watched folder, rounded up to a multiple of 4. 100 paths of 14 characters fit.
 // - Characters above U+00FF are dropped from paths. So changes of files whose paths hold such characters are lost. A
 //   line is logged if only the names of folders hold them and the file is known.
 //
@@ -67,6 +67,9 @@ ZQ_API void FileTrackDoWork();
 ZQ_API void FileTrackShutdown();
 
 /// Registers the files that were added to the known folders since their scan, by bare name. Their size and times are 0
-/// until they are opened. Subfolders are not entered, exclusions do not apply, and deleted files stay in the table. A
-/// file is skipped without a log line if its name is known already, or if a scan would skip it by another rule.
+/// until they are opened. Subfolders are not entered, exclusions do not apply, and deleted files stay in the table. Skips
+/// a file without a log line in these cases:
+/// - Its name is known already.
+/// - A scan would skip it by another rule than exclusions.
+/// - The table is full.
 ZQ_API void FileRefresh();

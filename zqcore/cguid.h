@@ -9,7 +9,7 @@
 // Ownership: a Guid_c is a plain value.
 // Threads: any thread may create one.
 // Cost: creating takes 100 ns or more, because each identifier has a tick of 100 ns of its own. Nothing allocates.
-// Failure: a call that fails returns false and leaves its output as it was.
+// Failure: Create and the readers return false and leave their output as it was; CreateNewId asserts.
 //
 //     Guid_c Guid, Copy;
 //     bool const bCreated = Guid_c::Create(Guid);

@@ -52,9 +52,9 @@ public:
     void Insert(std::uint32_t iHash, int iSlot);
     void Remove(std::uint32_t iHash, int iSlot);
 
-    /// Returns the first slot with this hash that Matches accepts, or -1.
+    /// Returns the first slot with this hash that fnMatches accepts, or -1.
     template <typename MATCHES>
-    int Find(std::uint32_t iHash, MATCHES const & Matches) const;
+    int Find(std::uint32_t iHash, MATCHES const & fnMatches) const;
 
     /// Prefetches the word that Find reads first.
     void Prefetch(std::uint32_t iHash) const { ZQ_PREFETCH(&m_dEntries[iHash & MASK]); }

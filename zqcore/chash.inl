@@ -55,13 +55,13 @@ void NameIndex_T<ENTRIES>::Remove(std::uint32_t iHash, int iSlot)
 
 template <int ENTRIES>
 template <typename MATCHES>
-int NameIndex_T<ENTRIES>::Find(std::uint32_t iHash, MATCHES const & Matches) const
+int NameIndex_T<ENTRIES>::Find(std::uint32_t iHash, MATCHES const & fnMatches) const
 {
     std::uint32_t const iTag = Tag(iHash);
     for (std::uint32_t i = iHash & MASK; m_dEntries[i] != FREE; i = (i + 1) & MASK)
     {
         auto const iSlot = static_cast<int>(m_dEntries[i] & SLOT_MASK) - 1;
-        if ((m_dEntries[i] & ~SLOT_MASK) == iTag && iSlot >= 0 && Matches(iSlot))
+        if ((m_dEntries[i] & ~SLOT_MASK) == iTag && iSlot >= 0 && fnMatches(iSlot))
         {
             return iSlot;
         }

@@ -8,7 +8,8 @@
 // Threads: no lock; one thread at a time.
 // Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests need a walk over the classes,
 // and so do sizes next to a class size that is not a multiple of 4. The pools allocate whole chunks.
-// Failure: a request above the largest class ends in Abort. Wrong use asserts.
+// Failure: a lack of memory, a request above the largest class and a class size out of order end in Abort. Free of a
+// foreign pointer returns false. Other wrong use asserts.
 //
 //     StaticMemoryPool_c Pool("events");
 //     Pool.AddGroup(16, 1000);

@@ -1,6 +1,7 @@
 #include "zqcore/clog_format_internal.h"
 
 #include "platform/text.h"
+#include "zqcore/ceachbyte_internal.h"
 
 #include <algorithm>
 #include <bit>
@@ -17,22 +18,18 @@ namespace
 
     // Returns how many of eight characters precede the first '%'; 8 without one. The test is A. Mycroft's for a zero
     // byte in a word (1987).
-    std::ptrdiff_t LengthBeforePercent(std::uint64_t Text)
+    std::ptrdiff_t LengthBeforePercent(std::uint64_t nText)
     {
         static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
-        constexpr std::uint64_t EACH = 0x0101010101010101u;
-        std::uint64_t const Other = Text ^ (EACH * '%');
-        return std::countr_zero((Other - EACH) & ~Other & (EACH * 0x80)) / 8;
+        std::uint64_t const nOther = nText ^ (EACH_BYTE * '%');
+        return std::countr_zero((nOther - EACH_BYTE) & ~nOther & HIGH_BITS) / 8;
     }
-
-    constexpr std::uint64_t EACH_BYTE = 0x0101010101010101u;
-    constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
 
     // Returns a word with some byte's high bit set if a byte is below a blank or above '~'. A bit may be set for plain
     // bytes too.
-    std::uint64_t OthersIn(std::uint64_t Text)
+    std::uint64_t OthersIn(std::uint64_t nText)
     {
-        return (Text - EACH_BYTE * ' ') | Text | (Text + EACH_BYTE);
+        return (nText - EACH_BYTE * ' ') | nText | (nText + EACH_BYTE);
     }
 
     std::uint64_t OtherIn(char c)
@@ -40,9 +37,9 @@ namespace
         return static_cast<unsigned char>(c - ' ') > '~' - ' ' ? HIGH_BITS : 0;
     }
 
-    bool IsPlain(std::uint64_t Other)
+    bool IsPlain(std::uint64_t nOther)
     {
-        return (Other & HIGH_BITS) == 0;
+        return (nOther & HIGH_BITS) == 0;
     }
 
     // A buffer that drops what does not fit and keeps space for the terminator.
@@ -67,41 +64,42 @@ namespace
         void PutText(char const * szText)
         {
             std::size_t const nText = std::strlen(szText);
-            m_Other |= IsPlainText(szText, nText) ? 0 : HIGH_BITS;
+            m_nOther |= IsPlainText(szText, nText) ? 0 : HIGH_BITS;
             Put(szText, nText);
         }
 
-        // Returns whether all that was appended is plain. May return false for a plain text.
-        bool IsPlain() const { return ::IsPlain(m_Other); }
+        // Returns whether all is plain that PutText, PutLiteral and PutCharacter appended. May return false for plain
+        // texts. Numbers are plain; the other functions are not checked.
+        bool IsPlain() const { return ::IsPlain(m_nOther); }
 
         // Appends the characters before the next '%', eight at a time. Returns where the '%' is, or pEnd.
         char const * PutLiteral(char const * pText, char const * pEnd)
         {
             constexpr std::ptrdiff_t WORD = sizeof(std::uint64_t);
             char * pOut = m_pOut;   // members would be read and written again at each character
-            std::uint64_t Other = m_Other;
+            std::uint64_t nOther = m_nOther;
             std::ptrdiff_t nLiteral = WORD;
             while (nLiteral == WORD && pEnd - pText >= WORD && m_pEnd - pOut >= WORD)
             {
-                std::uint64_t Text;
-                std::memcpy(&Text, pText, WORD);
-                std::memcpy(pOut, &Text, WORD);
-                Other |= OthersIn(Text);
-                nLiteral = LengthBeforePercent(Text);
+                std::uint64_t nWord;
+                std::memcpy(&nWord, pText, WORD);
+                std::memcpy(pOut, &nWord, WORD);
+                nOther |= OthersIn(nWord);
+                nLiteral = LengthBeforePercent(nWord);
                 pText += nLiteral;
                 pOut += nLiteral;
             }
             char const * const pLimit = m_pEnd;
             for (; pText != pEnd && *pText != '%'; ++pText)
             {
-                Other |= OtherIn(*pText);
+                nOther |= OtherIn(*pText);
                 if (pOut != pLimit)
                 {
                     *pOut++ = *pText;
                 }
             }
             m_pOut = pOut;
-            m_Other = Other;
+            m_nOther = nOther;
             return pText;
         }
 
@@ -114,7 +112,7 @@ namespace
 
         void PutCharacter(char c)
         {
-            m_Other |= OtherIn(c);
+            m_nOther |= OtherIn(c);
             if (m_pOut != m_pEnd)
             {
                 *m_pOut++ = c;
@@ -170,7 +168,7 @@ namespace
         char * m_pBegin;
         char * m_pOut;
         char * m_pEnd;
-        std::uint64_t m_Other = 0;   // bitwise OR of OthersIn and OtherIn over all that was appended
+        std::uint64_t m_nOther = 0;   // bitwise OR of OthersIn and OtherIn, over what IsPlain is about
     };
 
     // List of arguments. It is a member, because not every platform can pass a parameter of its type on by reference.
@@ -496,19 +494,19 @@ std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std
 
 bool IsPlainText(char const * pText, std::size_t nText)
 {
-    std::uint64_t Other = 0;
+    std::uint64_t nOther = 0;
     char const * const pEnd = pText + nText;
     for (; static_cast<std::size_t>(pEnd - pText) >= sizeof(std::uint64_t); pText += sizeof(std::uint64_t))
     {
-        std::uint64_t Text;
-        std::memcpy(&Text, pText, sizeof Text);
-        Other |= OthersIn(Text);
+        std::uint64_t nWord;
+        std::memcpy(&nWord, pText, sizeof nWord);
+        nOther |= OthersIn(nWord);
     }
     for (; pText != pEnd; ++pText)
     {
-        Other |= OtherIn(*pText);
+        nOther |= OtherIn(*pText);
     }
-    return IsPlain(Other);
+    return IsPlain(nOther);
 }
 
 namespace

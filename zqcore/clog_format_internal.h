@@ -5,9 +5,13 @@
 
 #include <cstdarg>
 
+/// Bytes before pEnd that FormatLinePrefix may need.
+inline constexpr std::size_t LINE_PREFIX_SIZE = 64;
+
 /// Formats like vsnprintf, without the heap. Returns the length up to the first NUL, at most nSize - 1. Wide text
-/// becomes UTF-8 in every locale. A value in it that is no character becomes U+FFFD, unless it is a byte of a path
-/// (platform/text.h). The fast path serves plain %s, %c, %i, %d, %u, %x, %zu and %%. Requires nSize > 0.
+/// becomes UTF-8 in every locale, unless fmt has a conversion that is not of standard C. A value in it that is no
+/// character becomes U+FFFD, except a byte of a path (platform/text.h). The fast path serves plain %s, %c, %i, %d, %u,
+/// %x, %zu and %%. Requires nSize > 0.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Formats as FormatText does, for texts from outside, and returns the length. What %s and %c insert is escaped whole,
@@ -37,9 +41,6 @@ std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::v
 
 /// Returns whether a text consists of printable ASCII characters.
 bool IsPlainText(char const * pText, std::size_t nText);
-
-/// Bytes that the start of a line may need before pEnd.
-inline constexpr std::size_t LINE_PREFIX_SIZE = 64;
 
 /// Writes the start of a line of the main log, as "%8.3f\t%i\t" formats it, so that it ends at pEnd. Returns where it
 /// begins. It has at most LINE_PREFIX_SIZE - 1 characters and no terminator. tPassed is in seconds.

@@ -28,14 +28,14 @@ public:
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
     /// Starts a new file if this one has outgrown the limit of LogSetLimit. The logs call it after each line of
-    /// nLine bytes. Path(szPath) writes the path that the own stream was opened with.
+    /// nLine bytes. fnPath(szPath) writes the path that the own stream was opened with.
     template <typename PATH>
-    void Limit(std::FILE * pStream, std::size_t nLine, PATH const & Path)
+    void Limit(std::FILE * pStream, std::size_t nLine, PATH const & fnPath)
     {
         std::uint64_t const nLimit = s_nLimit.load(std::memory_order_relaxed);
         if (nLimit != 0 && pStream == m_pOwn && (m_nSize += nLine) > nLimit) [[unlikely]]
         {
-            BeginAnewAt(pStream, Path);
+            BeginAnewAt(pStream, fnPath);
         }
     }
 
@@ -60,10 +60,10 @@ private:
     bool EndTornLine(std::FILE * pStream);
 
     template <typename PATH>
-    ZQ_COLD void BeginAnewAt(std::FILE * pStream, PATH const & Path)
+    ZQ_COLD void BeginAnewAt(std::FILE * pStream, PATH const & fnPath)
     {
         char szPath[PATH_SIZE];
-        Path(szPath);
+        fnPath(szPath);
         BeginAnew(pStream, szPath);
     }
 

@@ -50,8 +50,8 @@ namespace
 
     Header_s * HeaderOf(void const * p)
     {
-        auto const iAddress = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t{ UNIT - 1 };
-        return reinterpret_cast<Header_s *>(iAddress) - 1;
+        auto const nAddress = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t{ UNIT - 1 };
+        return reinterpret_cast<Header_s *>(nAddress) - 1;
     }
 
     // Returns the number of bytes between the header and the caller's bytes: the low bits of the caller's pointer.
@@ -62,8 +62,8 @@ namespace
 
     char * UserPointer(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
     {
-        auto const iFirst = reinterpret_cast<std::uintptr_t>(pBlock) + UNIT + GapOf(nOffset) + nOffset;
-        return reinterpret_cast<char *>(((iFirst + nAlignment - 1) & ~(nAlignment - 1)) - nOffset);
+        auto const nFirst = reinterpret_cast<std::uintptr_t>(pBlock) + UNIT + GapOf(nOffset) + nOffset;
+        return reinterpret_cast<char *>(((nFirst + nAlignment - 1) & ~(nAlignment - 1)) - nOffset);
     }
 
     void Add(Figure_t & Figure, std::ptrdiff_t iChange)
@@ -126,7 +126,7 @@ namespace
         RaisePeak(g_iPublished.fetch_add(iChange, std::memory_order_relaxed) + iChange);
     }
 
-    // Frees the figures of the other threads, which a forked child lacks.
+    // Releases the figures of the threads that a forked child lacks, for its new ones.
     void LeaveOtherFigures()
     {
         for (MemoryFigures_s * p = g_pFigures; p != &g_Shared; p = p->pNext)
@@ -422,8 +422,8 @@ bool MemoryOwnSize(void * p, std::size_t & nBytes)
 bool MemoryIsOwnBlock(void const * p)
 {
     Header_s Header;   // memory of another heap has none
-    auto const iHeader = reinterpret_cast<std::uintptr_t>(HeaderOf(p));
-    return plat::MemoryRead(iHeader, &Header, sizeof Header) == sizeof Header && Header.iMark == HEADER_MARK
+    auto const nHeader = reinterpret_cast<std::uintptr_t>(HeaderOf(p));
+    return plat::MemoryRead(nHeader, &Header, sizeof Header) == sizeof Header && Header.iMark == HEADER_MARK
            && Header.iCategory < mem::TOTAL && Header.nBefore >= UNIT;
 }
 

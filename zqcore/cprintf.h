@@ -12,7 +12,7 @@
 //
 // Ownership: the texts belong to the caller.
 // Threads: any thread.
-// Cost: that of a call with CStr(). A std::string_view is copied, cut at 4095 characters.
+// Cost: that of a call with CStr(), and of one pass over a format that is checked when the call runs. A std::string_view is copied, cut at 4095 characters.
 // Failure: a format that does not match does not compile, or is written as it is.
 //
 //     String_T<32> const sName("Ogre");
@@ -120,7 +120,8 @@ template <typename... ARGS>
 class PrintfCheck_T
 {
 public:
-    /// Returns whether the format accepts exactly these arguments. %n is refused.
+    /// Returns whether the format accepts exactly these arguments. Refuses %n, and what is not in every C library: %lc,
+    /// %C, %S and the flags ' and I.
     template <std::size_t N>
     static constexpr bool Matches(char const (&fmt)[N])
     {
@@ -331,7 +332,7 @@ template <typename T>
 class PrintfArgument_T
 {
 public:
-    /// Holds a reference to the value, which must outlive the object.
+    /// Holds a reference to the value. Requires that the value outlives the object.
     explicit PrintfArgument_T(T const & Value)
         : m_Value(Value)
     {}

@@ -35,13 +35,13 @@ namespace
     std::uint64_t g_nPosition = 0;       // end of the last batch that is known to be written
     bool g_bFailed = false;              // whether the latest file, or a batch of it, is lost
 
-    // Returns the array's address in 32 bits. It is moved down if the array would cross their end, so that no record
-    // has the address 0, which means none.
+    // Returns the array's address in 32 bits. It is moved down if the array would cross their end, so that no linked
+    // record has the address 0, which means none.
     std::uint32_t FileAddress()
     {
         constexpr std::uint32_t HIGHEST = 0xFFFFFFFFu - MAX_TIMERS_TOTAL * RECORD_SIZE;
-        auto const dwAddress = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(ProfilerTimers()));
-        return dwAddress < HIGHEST ? dwAddress : HIGHEST;
+        auto const nAddress = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(ProfilerTimers()));
+        return nAddress < HIGHEST ? nAddress : HIGHEST;
     }
 
     std::uint32_t FileAddress(timer_t const * pTimer)
@@ -59,7 +59,7 @@ namespace
         std::memcpy(pRecord + COUNTS, dCounts, sizeof dCounts);
     }
 
-    // Copies the timers to the buffer in one piece, which is faster than field by field. Returns the bytes of the
+    // Copies the timers to the buffer in one piece, which is faster than field by field, and returns the bytes of the
     // batch.
     std::size_t CopyBatch()
     {

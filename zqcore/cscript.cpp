@@ -28,13 +28,13 @@ namespace
     // Table of each byte's classes.
     struct Classes_c
     {
-        unsigned char dClasses[256] = {};
+        unsigned char m_dClasses[256] = {};
 
         constexpr Classes_c()
         {
             for (int i = 0; i < 256; ++i)
             {
-                dClasses[i] = i <= ' ' || i >= 0x80 ? DELIMITER : 0;
+                m_dClasses[i] = i <= ' ' || i >= 0x80 ? DELIMITER : 0;
             }
             Add("'\";,", PUNCTUATION);
             Add("0123456789.-", NUMBER);
@@ -44,7 +44,7 @@ namespace
         {
             for (; *szText; ++szText)
             {
-                dClasses[static_cast<unsigned char>(*szText)] |= eClass;
+                m_dClasses[static_cast<unsigned char>(*szText)] |= eClass;
             }
         }
     };
@@ -53,7 +53,7 @@ namespace
 
     bool Is(char c, unsigned dwClasses)
     {
-        return CLASSES.dClasses[static_cast<unsigned char>(c)] & dwClasses;
+        return CLASSES.m_dClasses[static_cast<unsigned char>(c)] & dwClasses;
     }
 
     // Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte
@@ -79,7 +79,7 @@ namespace
         return p;
     }
 
-    // Does the same for delimiters and punctuation.
+    // Returns the place of the next delimiter or punctuation, or pEnd.
     char const * FindDelimiterOrPunctuation(char const * p, char const * pEnd)
     {
         while (p < pEnd && !Is(*p, DELIMITER | PUNCTUATION))
@@ -386,7 +386,8 @@ void Script_c::GetLine(char * sLine, int iMaxLength)
     sLine[sRead.copy(sLine, sRead.size())] = '\0';
 }
 
-// Reads the rest of the line, nMost bytes at most, and its end. Returns it without leading blanks.
+// Reads the rest of the line, and its end unless the line has nMost bytes or more. Returns at most nMost bytes, without
+// leading blanks.
 std::string_view Script_c::NextLine(int nMost)
 {
     char c;
@@ -483,7 +484,7 @@ std::string_view Script_c::NextString(int nMost, char cQuote)
 }
 
 // Reads tokens up to the label, then stores the word after it in sValue. If there is no label, sValue holds the last
-// token.
+// token, or nothing if a separator follows it.
 void Script_c::ReadLabelled(char const * sLabel, char * sValue)
 {
     constexpr char const * NO_LABEL = "this is not the expected label";

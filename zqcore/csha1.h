@@ -27,7 +27,7 @@ enum Sha1Status_e : int
     shaSuccess = 0,
     shaNull = 1,           // a null argument
     shaInputTooLong = 2,   // the message reached 2^64 bits
-    shaStateError = 3      // Input after Result, or anything but Reset after a failure
+    shaStateError = 3      // Input of bytes after Result, or anything but Reset after a failure
 };
 
 /// State of a message between SHA1Reset and SHA1Result.
@@ -46,7 +46,7 @@ struct SHA1Context
 ZQ_API int SHA1Reset(SHA1Context * pContext);
 
 /// Adds bytes to the message and returns a Sha1Status_e. Succeeds for 0 bytes in any state of the context. On failure
-/// adds nothing; afterwards the context accepts only SHA1Reset.
+/// adds nothing; afterwards the context accepts only SHA1Reset, and inputs of 0 bytes.
 ZQ_API int SHA1Input(SHA1Context * pContext, unsigned char const * dBytes, std::size_t nBytes);
 
 /// Writes the digest of SHA1_HASH_SIZE bytes, the hash words in big-endian order, wipes the message from the context

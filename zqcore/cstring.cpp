@@ -1,5 +1,6 @@
 #include "zqcore/cstring.h"
 
+#include "zqcore/ceachbyte_internal.h"
 #include "zqcore/clog_format_internal.h"
 
 #include <atomic>
@@ -13,13 +14,12 @@ namespace
 
     // Returns eight characters in lower case. The additions set the top bit of each byte for "at least A" and "above
     // Z"; their difference becomes the bit that makes a letter lower case.
-    std::uint64_t EightToLower(std::uint64_t iText)
+    std::uint64_t EightToLower(std::uint64_t nText)
     {
-        constexpr std::uint64_t EACH = 0x0101010101010101u;
-        std::uint64_t const iLow = iText & (EACH * 0x7F);
-        std::uint64_t const iFromA = iLow + EACH * (0x80 - 'A');
-        std::uint64_t const iAboveZ = iLow + EACH * (0x7F - 'Z');
-        return iText | (((iFromA ^ iAboveZ) & ~iText & (EACH * 0x80)) >> 2);
+        std::uint64_t const nLow = nText & (EACH_BYTE * 0x7F);
+        std::uint64_t const nFromA = nLow + EACH_BYTE * (0x80 - 'A');
+        std::uint64_t const nAboveZ = nLow + EACH_BYTE * (0x7F - 'Z');
+        return nText | (((nFromA ^ nAboveZ) & ~nText & HIGH_BITS) >> 2);
     }
 }
 
@@ -62,10 +62,10 @@ void CopyToLower(char * pTo, char const * pFrom, std::size_t nLength)
 {
     auto const CopyEight = [=](std::size_t i)
     {
-        std::uint64_t iText;
-        std::memcpy(&iText, pFrom + i, sizeof iText);
-        iText = EightToLower(iText);
-        std::memcpy(pTo + i, &iText, sizeof iText);
+        std::uint64_t nText;
+        std::memcpy(&nText, pFrom + i, sizeof nText);
+        nText = EightToLower(nText);
+        std::memcpy(pTo + i, &nText, sizeof nText);
     };
     if (nLength < sizeof(std::uint64_t))
     {

@@ -7,7 +7,8 @@
 // Buffers of callers: a function of any header that writes a text to a buffer with a size follows one rule, unless its
 // comment says otherwise.
 // - The size is that of the buffer in bytes, the terminator included.
-// - The text is always terminated. A longer one is cut at size - 1 bytes, and the result is that of one that fits.
+// - The text is always terminated. A longer one is cut at size - 1 bytes. The function returns what it
+//   returns for one that fits.
 // - On failure the buffer holds an empty text.
 //
 // Ownership: a string is a plain value and is copied like one.

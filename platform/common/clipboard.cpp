@@ -62,7 +62,7 @@ namespace plat
             {
                 std::snprintf(szFolder, sizeof(szFolder), "%s", szSet);
             }
-            else if (!StoreUserPath("clipboard", szFolder))
+            else if (!StoreGetUserPath("clipboard", szFolder))
             {
                 return STORE_NONE;
             }
@@ -133,7 +133,7 @@ namespace plat
     {
         std::vector<Format_s> & dFormats = g_Clipboard.dFormats;
         Format_s Format;
-        if (!szName || !ValueNameOnDisk(szName, Format.sFile))
+        if (!szName || !ValueNameToDisk(szName, Format.sFile))
         {
             return 0;
         }

@@ -59,8 +59,8 @@ namespace plat
                 std::strcpy(szFolder, szSet);
                 return true;
             }
-            return eTree == RegistryTree_e::Machine ? StoreMachinePath("registry", szFolder)
-                                                    : StoreUserPath("registry", szFolder);
+            return eTree == RegistryTree_e::Machine ? StoreGetMachinePath("registry", szFolder)
+                                                    : StoreGetUserPath("registry", szFolder);
         }
 
         // Returns the rights of a tree's keys: the user's are private.
@@ -190,7 +190,7 @@ namespace plat
         StoreHandle_t OpenSubKey(StoreHandle_t hParent, std::string_view sName, bool bCreate, StoreRights_e eRights)
         {
             std::string sFile;
-            if (!KeyNameOnDisk(sName, sFile))
+            if (!KeyNameToDisk(sName, sFile))
             {
                 return STORE_NONE;
             }
@@ -258,7 +258,7 @@ namespace plat
         bool Load(StoreHandle_t hFolder, char const * szName, RecordBytes_t & dBytes, Record_t & Record)
         {
             std::string sFile;
-            return hFolder != STORE_NONE && ValueNameOnDisk(TextOf(szName), sFile)
+            return hFolder != STORE_NONE && ValueNameToDisk(TextOf(szName), sFile)
                    && LoadRecord(hFolder, sFile.c_str(), dBytes, Record);
         }
 
@@ -288,7 +288,7 @@ namespace plat
         bool IsStorable(char const * szName, std::size_t nSize, std::string & sFile)
         {
             errno = EFBIG;
-            return nSize <= VALUE_LIMIT && ValueNameOnDisk(TextOf(szName), sFile);
+            return nSize <= VALUE_LIMIT && ValueNameToDisk(TextOf(szName), sFile);
         }
 
         bool WriteTo(StoreHandle_t hFolder, char const * szFile, Record_t const & Record)
@@ -330,7 +330,7 @@ namespace plat
                 return false;
             }
             SplitLast(bItself ? std::string_view(hKey->sPath) : TextOf(szKey), sParent, sLast);
-            if (sLast.empty() || !KeyNameOnDisk(sLast, Victim.sFile))
+            if (sLast.empty() || !KeyNameToDisk(sLast, Victim.sFile))
             {
                 return false;
             }
@@ -392,7 +392,7 @@ namespace plat
                 if (!Level.dLeft.empty())
                 {
                     std::string sFile;
-                    KeyNameOnDisk(Level.dLeft.back(), sFile);
+                    KeyNameToDisk(Level.dLeft.back(), sFile);
                     Level.dLeft.pop_back();
                     Now.Key.Reset(StoreOpenFolder(Now.Key.Get(), sFile.c_str()));
                     bGood = Now.Key.IsOpen() && PushLevel(dLevels, std::move(sFile), Now.Key.Get());
@@ -497,7 +497,7 @@ namespace plat
     bool RegistryDeleteValue(RegistryKey_t hKey, char const * szName)
     {
         std::string sFile;
-        if (!ValueNameOnDisk(TextOf(szName), sFile))
+        if (!ValueNameToDisk(TextOf(szName), sFile))
         {
             return false;
         }
@@ -509,7 +509,7 @@ namespace plat
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName)
     {
         std::string sOld, sNew;
-        if (!ValueNameOnDisk(TextOf(szOldName), sOld) || !ValueNameOnDisk(TextOf(szNewName), sNew))
+        if (!ValueNameToDisk(TextOf(szOldName), sOld) || !ValueNameToDisk(TextOf(szNewName), sNew))
         {
             return false;
         }
@@ -564,7 +564,7 @@ namespace plat
     {
         Info = {};
         StoreHandle_t const hFolder = FolderOf(hKey);
-        if (hFolder == STORE_NONE || !StoreLastWrite(hFolder, Info.tLastWrite))
+        if (hFolder == STORE_NONE || !StoreReadLastWrite(hFolder, Info.tLastWrite))
         {
             return false;
         }

@@ -50,7 +50,7 @@ namespace plat
             }
             std::string sSame;
             sName = FoldedText(StoredSpelling(hFolder, szFile));
-            return KeyNameOnDisk(sName, sSame) && sSame == szFile;
+            return KeyNameToDisk(sName, sSame) && sSame == szFile;
         }
 
         struct Reading_s
@@ -94,7 +94,7 @@ namespace plat
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded)
     {
         std::string sFile;
-        KeyNameOnDisk(sFolded, sFile);
+        KeyNameToDisk(sFolded, sFile);
         std::string const sSpelling = StoredSpelling(hFolder, sFile.c_str());
         return FoldedText(sSpelling) == sFolded ? sSpelling : sFolded;
     }

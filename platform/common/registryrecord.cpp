@@ -153,17 +153,17 @@ namespace plat
         char szBusy[64] = { BUSY_MARK };
         if (!bAlone)
         {
-            StoreUniqueName(BUSY_MARK, szBusy);
+            StoreMakeUniqueName(BUSY_MARK, szBusy);
         }
         return StoreWriteFile(hFolder, szBusy, szFile, PackRecord(Record), StoreRights_e::AsFolder);
     }
 
-    bool KeyNameOnDisk(std::string_view sName, std::string & sFile)
+    bool KeyNameToDisk(std::string_view sName, std::string & sFile)
     {
         return NameOnDisk("", sName, sFile);
     }
 
-    bool ValueNameOnDisk(std::string_view sName, std::string & sFile)
+    bool ValueNameToDisk(std::string_view sName, std::string & sFile)
     {
         return NameOnDisk({ &VALUE_MARK, 1 }, sName, sFile);
     }
@@ -191,6 +191,6 @@ namespace plat
         std::string sSame;
         bool const bName =
             !sName.empty() && sName.find('\\') == std::string::npos && sName.find('\0') == std::string::npos;
-        return bName && KeyNameOnDisk(sName, sSame) && sSame == szFile;
+        return bName && KeyNameToDisk(sName, sSame) && sSame == szFile;
     }
 }

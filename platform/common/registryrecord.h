@@ -28,18 +28,18 @@ namespace plat
         std::string_view sData;
     };
 
-    /// Reads a record's file. The record points into the bytes. Returns false if the file is missing or damaged, or is
-    /// not a record's.
+    /// Reads a record's file. The record points into the bytes. Returns false if the file is missing or
+    /// holds no intact record.
     bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & dBytes, Record_t & Record);
 
     /// Replaces szFile by a record. With bAlone the caller is the only writer to the folder. On failure returns false
     /// and keeps the previous record.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
-    /// Make the file's name for the name of a key, or for the name of a value, which follows VALUE_MARK. The name is
-    /// escaped, and shortened if it gets too long. Return false if the name itself is too long.
-    bool KeyNameOnDisk(std::string_view sName, std::string & sFile);
-    bool ValueNameOnDisk(std::string_view sName, std::string & sFile);
+    /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name is
+    /// escaped, and shortened if it gets too long. Return false if the key's or the value's name is too long.
+    bool KeyNameToDisk(std::string_view sName, std::string & sFile);
+    bool ValueNameToDisk(std::string_view sName, std::string & sFile);
 
     /// Returns whether a file's name is a shortened one. The full name can't be read from it.
     bool IsShortenedName(std::string_view sFile);

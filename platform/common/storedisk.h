@@ -28,8 +28,27 @@ namespace plat
     enum class StoreRights_e
     {
         Owner,     // the user only
-        Readers,   // others may read
+        Readers,   // of a folder: others may read; a file is the user's
         AsFolder   // of a file: those who may read its folder
+    };
+
+    /// Function that StoreList calls with an entry of a folder and the caller's context.
+    using StoreEntry_t = void (*)(char const * szName, bool bFolder, void * pContext);
+
+    /// Result of StoreTryLock.
+    enum class StoreLock_e
+    {
+        Locked,
+        Held,        // by another handle
+        Impossible   // the file system has no locks
+    };
+
+    /// Stamp of a folder, which changes if its entries change.
+    struct StoreStamp_s
+    {
+        std::int64_t tChange = 0;     // nanoseconds of the disk's clock since 1970
+        std::uint64_t nFolders = 0;   // changes with the number of its folders, if the disk counts them
+        bool operator==(StoreStamp_s const &) const = default;
     };
 
     /// Closes a handle. STORE_NONE does nothing. Keeps errno.
@@ -39,6 +58,7 @@ namespace plat
     class StoreScope_c
     {
     public:
+        /// Owns the handle.
         explicit StoreScope_c(StoreHandle_t hStore = STORE_NONE)
             : m_hStore(hStore)
         {}
@@ -98,10 +118,10 @@ namespace plat
         FolderIdentity_t m_Identity;
     };
 
-    /// Copy the path of a store of this name, for the machine or for the user. Return false if the system does not
-    /// report it.
-    bool StoreMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
-    bool StoreUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
+    /// Copy the path of a store of this name, for the machine or for the user, and return true. Return false if the
+    /// system does not report it or it does not fit.
+    bool StoreGetMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
+    bool StoreGetUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
 
     /// Creates the missing folders of an absolute path. Changes the text of the path meanwhile.
     void StoreMakePath(char * szPath, StoreRights_e eRights);
@@ -130,9 +150,6 @@ namespace plat
     /// Returns whether the user may delete the entries of a folder.
     bool StoreMayDelete(StoreHandle_t hFolder);
 
-    /// Function that StoreList calls with an entry of a folder and the caller's context.
-    using StoreEntry_t = void (*)(char const * szName, bool bFolder, void * pContext);
-
     /// Calls fnEntry for each entry of a folder, in the disk's order. Returns false if an error ends the walk. Moves
     /// the handle's reading position, which a child of a fork shares.
     bool StoreList(StoreHandle_t hFolder, StoreEntry_t fnEntry, void * pContext);
@@ -147,14 +164,6 @@ namespace plat
     bool StoreWriteFile(StoreHandle_t hFolder, char const * szBusy, char const * szName,
         std::vector<char> const & dBytes, StoreRights_e eRights);
 
-    /// Result of StoreTryLock.
-    enum class StoreLock_e
-    {
-        Locked,
-        Held,        // by another handle
-        Impossible   // the file system has no locks
-    };
-
     /// Tries to lock an open folder for this handle only. A child of a fork has its parent's handles and so its locks:
     /// StoreUnlock ends the lock of both.
     StoreLock_e StoreTryLock(StoreHandle_t hFolder);
@@ -167,20 +176,12 @@ namespace plat
     /// process has the lock.
     StoreHandle_t StoreOpenLock(StoreHandle_t hFolder, char const * szName);
 
-    /// Stamp of a folder, which changes if its entries change.
-    struct StoreStamp_s
-    {
-        std::int64_t tChange = 0;     // nanoseconds of the disk's clock since 1970
-        std::uint64_t nFolders = 0;   // changes with the number of its folders, if the disk counts them
-        bool operator==(StoreStamp_s const &) const = default;
-    };
-
     /// Returns the stamp of a folder, all zero on failure.
     StoreStamp_s StoreStamp(StoreHandle_t hFolder);
 
     /// Reads the time of a folder's last change. Returns false on failure.
-    bool StoreLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite);
+    bool StoreReadLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite);
 
     /// Makes a name from a mark and a text that no other call has used, in any process.
-    void StoreUniqueName(char cMark, char (&szName)[64]);
+    void StoreMakeUniqueName(char cMark, char (&szName)[64]);
 }

@@ -1,4 +1,4 @@
-// compiler.h of GCC and Clang.
+// compiler.h: the macros of platform/compiler.h for GCC and Clang.
 #pragma once
 
 // On Windows the C library's printf is of another kind than the one that the C++ library uses.

@@ -12,6 +12,7 @@ namespace plat
     class Descriptor_c
     {
     public:
+        /// Owns the descriptor; -1 for none.
         explicit Descriptor_c(int iDescriptor = -1)
             : m_iDescriptor(iDescriptor)
         {}
@@ -83,7 +84,7 @@ namespace plat
         DescriptorIdentity_t m_Identity;
     };
 
-    /// Reads until it has nBytes, the file ends or an error occurs. Returns the number of bytes read.
+    /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file or an error.
     inline std::size_t ReadFully(int iDescriptor, void * pBuffer, std::size_t nBytes)
     {
         std::size_t nDone = 0;

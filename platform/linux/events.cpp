@@ -63,7 +63,7 @@ namespace plat
 
         // The address of this variable names the thread. It stays the same in a child of fork; the thread's number does
         // not.
-        ZQ_THREAD_LOCAL LockMark_t t_Mark;
+        ZQ_THREAD_LOCAL LockMark_s t_Mark;
 
         // Returns the time of the monotonic clock after nMilliseconds.
         timespec TimeAfter(std::uint32_t nMilliseconds)

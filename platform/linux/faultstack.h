@@ -1,10 +1,12 @@
-// faultstack.h: the stack of the one thread that runs the filter. The thread's own may be full, and its alternate stack
-// may be another runtime's with a few kilobytes.
+// faultstack.h: the stack of the one thread that runs the filter.
+//
+// The thread's own may be full, and its alternate stack may be another runtime's with a few kilobytes.
 #pragma once
 
 namespace plat
 {
-    /// Allocates the stack, so that a fault finds it ready. Does nothing if it exists. Requires that no other call of
+    /// Allocates the stack, so that a fault finds it ready. If it exists, only protects its
+    /// guard pages again. Requires that no other call of
     /// it is active. On failure FaultStackCall uses the present stack.
     void FaultStackPrepare();
 

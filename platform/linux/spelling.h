@@ -19,7 +19,7 @@ namespace plat
 {
     class FolderKey_c;
 
-    /// One path to be passed to the system. The caller's text must outlive it.
+    /// One path to be passed to the system. Requires that the caller's text outlives it.
     class DiskPath_c
     {
     public:

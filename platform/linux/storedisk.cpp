@@ -64,14 +64,14 @@ namespace plat
         return { Identity.iDevice, Identity.iNode };
     }
 
-    bool StoreMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE])
+    bool StoreGetMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE])
     {
         std::snprintf(szPath, sizeof szPath, "/etc/zqcore/%s", szName);
         return true;
     }
 
     // Uses the home folder that the system has on record, because the caller controls the environment.
-    bool StoreUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE])
+    bool StoreGetUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE])
     {
         char szBuffer[4096];
         passwd Entry;
@@ -229,7 +229,7 @@ namespace plat
         return { static_cast<std::int64_t>(Stat.st_ctim.tv_sec) * 1000000000 + Stat.st_ctim.tv_nsec, Stat.st_nlink };
     }
 
-    bool StoreLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite)
+    bool StoreReadLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite)
     {
         FileFacts_t Facts;
         bool const bKnown = FactsAt(NumberOf(hFolder), "", AT_EMPTY_PATH, Facts);
@@ -237,7 +237,7 @@ namespace plat
         return bKnown;
     }
 
-    void StoreUniqueName(char cMark, char (&szName)[64])
+    void StoreMakeUniqueName(char cMark, char (&szName)[64])
     {
         static std::atomic<unsigned> s_nNames{ 0 };
         timespec Now;

@@ -57,13 +57,13 @@ namespace zqsymbols
     // unless a signal handler with its own stack is in between.
     bool Frames_c::Unwind(Frame_t & Frame, Frame_t & Caller)
     {
-        bool const bFound = ByInformation(Frame, Caller) || ByFramePointer(Frame, Caller);
+        bool const bFound = UnwindByInformation(Frame, Caller) || UnwindByFramePointer(Frame, Caller);
         bool const bOnward = m_dFrames.empty() || !Caller.bCall || Frame.nCfa > m_dFrames.back().nCfa;
         Caller.nAddress = Caller.Registers.dValues[m_Process.GetInstruction()];
         return bFound && bOnward && Caller.nAddress != 0;
     }
 
-    bool Frames_c::ByInformation(Frame_t & Frame, Frame_t & Caller)
+    bool Frames_c::UnwindByInformation(Frame_t & Frame, Frame_t & Caller)
     {
         Dwfl_Module * const pModule = m_Process.ModuleAt(Frame.GetInside());
         Rules_t const pRules = pModule == nullptr ? nullptr : RulesAt(pModule, Frame.GetInside());
@@ -135,7 +135,7 @@ namespace zqsymbols
     }
 
     // Serves code without rules. A call of an address without code has pushed its return address and nothing else.
-    bool Frames_c::ByFramePointer(Frame_t & Frame, Frame_t & Caller)
+    bool Frames_c::UnwindByFramePointer(Frame_t & Frame, Frame_t & Caller)
     {
         std::uint64_t const nWord = m_Process.GetWord();
         std::uint64_t const nStack = Frame.Registers.dValues[m_Process.GetStackPointer()];

@@ -38,8 +38,8 @@ namespace zqsymbols
 
     private:
         bool Unwind(Frame_t & Frame, Frame_t & Caller);
-        bool ByInformation(Frame_t & Frame, Frame_t & Caller);
-        bool ByFramePointer(Frame_t & Frame, Frame_t & Caller);
+        bool UnwindByInformation(Frame_t & Frame, Frame_t & Caller);
+        bool UnwindByFramePointer(Frame_t & Frame, Frame_t & Caller);
         bool Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller);
 
         Process_c & m_Process;

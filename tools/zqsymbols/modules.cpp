@@ -17,23 +17,12 @@ namespace zqsymbols
             return nTag == DW_TAG_compile_unit || nTag == DW_TAG_partial_unit || nTag == DW_TAG_skeleton_unit;
         }
 
-        Elf * OpenVdso(Modules_c & Modules, Dwfl_Module * pModule)
-        {
-            Dwarf_Addr nStart = 0;
-            Dwarf_Addr nEnd = 0;
-            dwfl_module_info(pModule, nullptr, &nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
-            static std::vector<char> s_dBytes;   // the Elf refers to them
-            s_dBytes.resize(nEnd - nStart);
-            return Modules.Read(nStart, s_dBytes.data(), s_dBytes.size()) ? elf_memory(s_dBytes.data(), s_dBytes.size())
-                                                                          : nullptr;
-        }
-
         int FindElf(
             Dwfl_Module * pModule, void ** ppModules, char const * szModule, Dwarf_Addr, char ** pszFile, Elf ** ppElf)
         {
             if (std::strcmp(szModule, VDSO) == 0)
             {
-                *ppElf = OpenVdso(*static_cast<Modules_c *>(*ppModules), pModule);
+                *ppElf = static_cast<Modules_c *>(*ppModules)->OpenVdso(pModule);
                 return -1;
             }
             *pszFile = strdup(szModule);
@@ -69,6 +58,15 @@ namespace zqsymbols
     bool Modules_c::Read(std::uint64_t, void *, std::size_t)
     {
         return false;
+    }
+
+    Elf * Modules_c::OpenVdso(Dwfl_Module * pModule)
+    {
+        Dwarf_Addr nStart = 0;
+        Dwarf_Addr nEnd = 0;
+        dwfl_module_info(pModule, nullptr, &nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
+        m_dVdso.resize(nEnd - nStart);
+        return Read(nStart, m_dVdso.data(), m_dVdso.size()) ? elf_memory(m_dVdso.data(), m_dVdso.size()) : nullptr;
     }
 
     ModuleIndex_c const & Modules_c::IndexOf(Dwfl_Module * pModule)

@@ -80,10 +80,15 @@ namespace zqsymbols
         /// which it never is without a process.
         virtual bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
 
+        /// Opens the module that is only in memory, and returns null if it is not readable. libdw closes the result. For
+        /// the function by which libdw finds a module.
+        Elf * OpenVdso(Dwfl_Module * pModule);
+
     private:
         ModuleIndex_c const & IndexOf(Dwfl_Module * pModule);
 
         Dwfl * m_pDwfl;
+        std::vector<char> m_dVdso;   // file to which the Elf of OpenVdso refers
         IndexFolder_c m_Folder;
         SplitUnits_c m_Split;
         std::unordered_map<Dwfl_Module *, ModuleIndex_c> m_dIndices;

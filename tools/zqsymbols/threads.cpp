@@ -164,12 +164,12 @@ namespace zqsymbols
     {
         std::uint64_t const nWord = m_Process.GetWord();
         auto const Read = [&](std::uint64_t nAddress) { return m_Process.ReadNumber(nAddress, nWord).value_or(0); };
-        Thread.nAwaited = Read(Thread.nMark + offsetof(plat::LockMark_t, pAwaited) / sizeof(void *) * nWord);
+        Thread.nAwaited = Read(Thread.nMark + offsetof(plat::LockMark_s, pAwaited) / sizeof(void *) * nWord);
         bool const bKnown = std::any_of(
             m_dLocks.begin(), m_dLocks.end(), [&](Lock_t const & Lock) { return Lock.nAddress == Thread.nAwaited; });
         if (Thread.nAwaited != 0 && !bKnown)
         {
-            std::uint64_t const nOwner = offsetof(plat::LockMark_t, pOwner) / sizeof(void *) * nWord;
+            std::uint64_t const nOwner = offsetof(plat::LockMark_s, pOwner) / sizeof(void *) * nWord;
             m_dLocks.push_back({ Thread.nAwaited, Read(Read(Thread.nMark + nOwner)) });
         }
     }

@@ -1,6 +1,6 @@
 // values.h: values of the examined process as text.
 //
-// A value is one line: numbers in decimal, enumerators by name, text in quotes, containers in braces. The members of a
+// A value is one line: numbers in decimal, and also in hexadecimal if they are large or negative, enumerators by name, text in quotes, containers in braces. The members of a
 // structure are further lines. Values_c escapes everything from the process.
 #pragma once
 
@@ -25,6 +25,7 @@ namespace zqsymbols
     class Values_c
     {
     public:
+        /// Makes a reader. Requires that Process and Types outlive it.
         Values_c(Process_c & Process, Types_c & Types)
             : m_Process(Process)
             , m_Types(Types)

@@ -1,6 +1,7 @@
 #include "tools/zqtool/allocationreport.h"
 
-#include <charconv>
+#include "tools/zqtool/parse.h"
+
 #include <istream>
 #include <string_view>
 
@@ -8,37 +9,17 @@ namespace
 {
     constexpr char SEPARATOR[] = "; ";
 
-    // Moves what precedes the separator out of the text. Returns false if there is no separator.
-    bool TakeField(std::string_view & sText, std::string_view & sField)
-    {
-        std::size_t const iEnd = sText.find(SEPARATOR);
-        if (iEnd == std::string_view::npos)
-        {
-            return false;
-        }
-        sField = sText.substr(0, iEnd);
-        sText.remove_prefix(iEnd + sizeof SEPARATOR - 1);
-        return true;
-    }
-
-    bool ReadNumber(std::string_view sText, std::uint64_t & nNumber)
-    {
-        auto const [pEnd, eError] = std::from_chars(sText.data(), sText.data() + sText.size(), nNumber);
-        return eError == std::errc() && pEnd == sText.data() + sText.size();
-    }
-
     // Reads "size; category; file(line)". The name of the file may hold any character. Returns false for any other
     // line.
     bool ReadBlock(std::string_view sLine, AllocationReport_t & Report)
     {
-        std::string_view sSize, sCategory;
-        std::uint64_t nBytes = 0;
-        if (!TakeField(sLine, sSize) || !TakeField(sLine, sCategory) || !ReadNumber(sSize, nBytes) || sCategory.empty()
-            || !sLine.ends_with(')') || sLine.find('(') == std::string_view::npos)
+        std::string_view const sSize = TakeUpTo(sLine, SEPARATOR), sCategory = TakeUpTo(sLine, SEPARATOR);
+        std::optional<std::uint64_t> const Bytes = WholeNumber(sSize, 10);
+        if (!Bytes || sCategory.empty() || !sLine.ends_with(')') || sLine.find('(') == std::string_view::npos)
         {
             return false;
         }
-        Report.dCategories[std::string(sCategory)][std::string(sLine)].Add({ 1, nBytes });
+        Report.dCategories[std::string(sCategory)][std::string(sLine)].Add({ 1, *Bytes });
         return true;
     }
 
@@ -61,8 +42,10 @@ namespace
         {
             return false;
         }
-        std::string_view sRest = sLine, sCount;
-        return TakeField(sRest, sCount) && sRest == "total" && ReadNumber(sCount, nBlocks);
+        std::string_view sRest = sLine;
+        std::optional<std::uint64_t> const Count = WholeNumber(TakeUpTo(sRest, SEPARATOR), 10);
+        nBlocks = Count.value_or(0);
+        return Count && sRest == "total";
     }
 }
 

@@ -23,7 +23,7 @@ namespace
     constexpr std::size_t SHOWN_BYTES = 64;   // of a part that is not recognised
     constexpr char DIGITS[] = "0123456789ABCDEF";
 
-    struct Options_t
+    struct Options_s
     {
         std::vector<std::string> dFiles;
         std::string sNames;
@@ -70,7 +70,7 @@ namespace
         return sFile.ends_with(".sav.old") || sFile.ends_with(bNumber ? ".sav." : ".sav");
     }
 
-    struct Archive_t
+    struct Archive_s
     {
         std::string sBytes;
         bool bSave = false, bCache = false;
@@ -86,18 +86,18 @@ namespace
         return NAMES[eState];
     }
 
-    std::string KindText(Archive_t const & Archive)
+    std::string KindText(Archive_s const & Archive)
     {
         return Archive.bCache ? "cache" : Archive.bSave ? "save" : "archive";
     }
 
-    bool IsSound(Archive_t const & Archive)
+    bool IsSound(Archive_s const & Archive)
     {
         return Archive.Scan.dProblems.empty() && (!Archive.bSave || Archive.Save.eState == FileSave_c::WHOLE);
     }
 
     // Returns whether a file is hardly an archive: it has no part of one, and a version that nobody would choose.
-    bool IsForeign(Archive_t const & Archive)
+    bool IsForeign(Archive_s const & Archive)
     {
         constexpr std::uint32_t MOST_MAJOR = 255;
         auto const & dParts = Archive.Scan.dParts;
@@ -108,7 +108,7 @@ namespace
     }
 
     void Analyse(
-        Archive_t & Archive, std::string const & sFile, ArchiveNames_c const & Names, Options_t const & Options)
+        Archive_s & Archive, std::string const & sFile, ArchiveNames_c const & Names, Options_s const & Options)
     {
         std::string const & sBytes = Archive.sBytes;
         Archive.nArchive = sBytes.size();
@@ -214,7 +214,7 @@ namespace
     class Viewer_c
     {
     public:
-        explicit Viewer_c(Options_t const & Options)
+        explicit Viewer_c(Options_s const & Options)
             : m_Options(Options)
         {}
 
@@ -227,7 +227,7 @@ namespace
             bool bSound = true;
             for (std::string const & sFile : m_Options.dFiles)
             {
-                Archive_t Archive;
+                Archive_s Archive;
                 if (std::string const sWhyNot = ReadInput(sFile, Archive.sBytes); !sWhyNot.empty())
                 {
                     PrintProblem(sFile, sWhyNot);
@@ -277,7 +277,7 @@ namespace
             return true;
         }
 
-        void Show(std::string const & sFile, Archive_t const & Archive)
+        void Show(std::string const & sFile, Archive_s const & Archive)
         {
             std::size_t const nBytes = Archive.sBytes.size();
             std::printf("%s: %s, %zu bytes, version %s", Printable(sFile).c_str(), KindText(Archive).c_str(), nBytes,
@@ -325,7 +325,7 @@ namespace
             }
         }
 
-        static void ShowSeal(Archive_t const & Archive)
+        static void ShowSeal(Archive_s const & Archive)
         {
             if (!Archive.bSave || !Archive.Save.bMark)
             {
@@ -341,7 +341,7 @@ namespace
                 Hex(dwCrc).c_str(), dwCrc == dwFound ? "" : (", found " + Hex(dwFound)).c_str());
         }
 
-        static void ShowProblems(std::string const & sFile, Archive_t const & Archive)
+        static void ShowProblems(std::string const & sFile, Archive_s const & Archive)
         {
             for (ArchiveProblem_t const & Problem : Archive.Scan.dProblems)
             {
@@ -355,7 +355,7 @@ namespace
             }
         }
 
-        Json_t JsonOf(std::string const & sFile, Archive_t const & Archive) const
+        Json_t JsonOf(std::string const & sFile, Archive_s const & Archive) const
         {
             Json_t Json = { { "file", sFile }, { "kind", KindText(Archive) }, { "bytes", Archive.sBytes.size() },
                 { "version", ArchiveVersionText(Archive.dwVersion) } };
@@ -432,7 +432,7 @@ namespace
             return sHex;
         }
 
-        Options_t const & m_Options;
+        Options_s const & m_Options;
         ArchiveNames_c m_Names;
         Json_t m_Files = Json_t::array();
     };
@@ -451,7 +451,7 @@ namespace
 
 CommandRun_t PrepareArchive(Arguments_c & Arguments)
 {
-    auto const pOptions = std::make_shared<Options_t>();
+    auto const pOptions = std::make_shared<Options_s>();
     Arguments.AddTexts("FILE", "", pOptions->dFiles, "archives and saves").SetRequired();
     Arguments.AddText(
         "--names", "FILE", pOptions->sNames, "names of chunks and labels, one a line; archives hold only their hashes");

@@ -1,5 +1,6 @@
-// arguments.h: how a command declares its arguments. Only arguments.cpp and main.cpp include the parser, which compiles
-// slowly.
+// arguments.h: how a command declares its arguments.
+//
+// Only arguments.cpp and main.cpp include the parser, which compiles slowly.
 #pragma once
 
 #include "tools/zqtool/help.h"
@@ -31,11 +32,11 @@ public:
     /// Restricts the values to a few words, which also replace the word of the help texts.
     Argument_c & SetChoices(std::vector<std::string> const & dChoices);
 
-    /// Restricts a number to a range that includes its ends.
+    /// Restrict a number to a range that includes its ends.
     Argument_c & SetRange(int iLeast, int iMost);
     Argument_c & SetRange(double fLeast, double fMost);
 
-    /// Calls a function with each value. It returns what is wrong with the value, or an empty text.
+    /// Sets a function that is called with each value. It returns what is wrong with the value, or an empty text.
     Argument_c & SetReader(std::function<std::string(std::string const &)> fnRead);
 
     /// Makes it an error to use this argument without the other one.

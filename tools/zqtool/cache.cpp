@@ -26,7 +26,7 @@ namespace
 {
     constexpr std::size_t MOST_LINES = 20;   // of each kind without --all
 
-    struct Options_t
+    struct Options_s
     {
         std::string sFile, sRoot, sBuild;
         MediaOptions_t Media;
@@ -115,7 +115,7 @@ namespace
 
     // Returns the root of the tree and sets sFile to the cache's path. If the cache lies directly in the root, its path
     // begins with the root's text, because the library knows the folder of a cache by its text.
-    std::string RootOf(Options_t const & Options, std::string & sFile)
+    std::string RootOf(Options_s const & Options, std::string & sFile)
     {
         fs::path const File(Options.sFile);
         fs::path const Folder = File.has_parent_path() ? File.parent_path() : ".";
@@ -223,7 +223,7 @@ namespace
     }
 
     // Compares a cache with its tree. Returns false, with a message, if there is no tree.
-    bool Compare(Options_t const & Options, CacheContents_t const & Contents, Comparison_t & Comparison)
+    bool Compare(Options_s const & Options, CacheContents_t const & Contents, Comparison_t & Comparison)
     {
         std::string sFile;
         std::string const sRoot = RootOf(Options, sFile);
@@ -252,7 +252,7 @@ namespace
         return true;
     }
 
-    void PrintFacts(Options_t const & Options, CacheContents_t const & Contents)
+    void PrintFacts(Options_s const & Options, CacheContents_t const & Contents)
     {
         std::printf("%s: version %s, %s, %s of %s, %s%s\n", Painted(Options.sFile, Colour_e::Title).c_str(),
             ArchiveVersionText(Contents.dwVersion).c_str(), Counted(Contents.dFolders.size(), "folder").c_str(),
@@ -338,7 +338,7 @@ namespace
             { "outdated", Comparison.sNotCurrent.empty() ? Json_t() : Json_t(Comparison.sNotCurrent) } };
     }
 
-    void PrintCacheJson(Options_t const & Options, CacheContents_t const & Contents, Comparison_t const * pComparison)
+    void PrintCacheJson(Options_s const & Options, CacheContents_t const & Contents, Comparison_t const * pComparison)
     {
         Json_t Json = { { "file", Options.sFile }, { "size", Contents.nSize },
             { "version", ArchiveVersionText(Contents.dwVersion) }, { "folders", Contents.dFolders.size() },
@@ -371,7 +371,7 @@ namespace
         return EXIT_FOUND;
     }
 
-    int Show(Options_t const & Options)
+    int Show(Options_s const & Options)
     {
         CacheContents_t Contents;
         std::string sWhyNot;
@@ -424,7 +424,7 @@ namespace
         return ReadCacheFile(sFile, Contents, sIgnored) && Contents.dwVersion >> 16 == FILESYSTEMCACHE_VERSION >> 16;
     }
 
-    int Build(Options_t const & Options)
+    int Build(Options_s const & Options)
     {
         std::string sFile;
         std::string const sRoot = RootOf(Options, sFile);
@@ -465,7 +465,7 @@ namespace
 
 CommandRun_t PrepareCache(Arguments_c & Arguments)
 {
-    auto const pOptions = std::make_shared<Options_t>();
+    auto const pOptions = std::make_shared<Options_s>();
     Arguments.AddText("FILE", "", pOptions->sFile, "cache, such as media/filesystemcache.bin").SetRequired();
     Arguments.AddFlag("--list", pOptions->bList, "list its files");
     Argument_c const Check = Arguments.AddFlag("--check", pOptions->bCheck, "compare it with its tree");

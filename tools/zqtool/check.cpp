@@ -23,7 +23,7 @@ namespace
         { "spreadsheet", TextKind_e::Spreadsheet }, { "propertylist", TextKind_e::PropertyList },
         { "script", TextKind_e::Script } };
 
-    struct Options_t
+    struct Options_s
     {
         std::vector<std::string> dFiles;
         std::string sSchema;
@@ -34,7 +34,7 @@ namespace
     class Checker_c
     {
     public:
-        explicit Checker_c(Options_t const & Options)
+        explicit Checker_c(Options_s const & Options)
             : m_Options(Options)
             , m_Check(Options.Check)
         {}
@@ -210,7 +210,7 @@ namespace
             return Json;
         }
 
-        Options_t const & m_Options;
+        Options_s const & m_Options;
         CheckOptions_t m_Check;
         std::vector<SchemaColumn_t> m_dSchema;
         std::size_t m_nFiles = 0, m_nComplaints = 0;
@@ -220,7 +220,7 @@ namespace
 
 CommandRun_t PrepareCheck(Arguments_c & Arguments)
 {
-    auto const pOptions = std::make_shared<Options_t>();
+    auto const pOptions = std::make_shared<Options_s>();
     Arguments
         .AddTexts("FILE", "", pOptions->dFiles,
             "tables, spreadsheets, property lists and scripts, or folders with *.csv, *.txt, *.prp and *.scr")

@@ -1,4 +1,5 @@
 #include "tools/zqtool/checkreader.h"
+#include "tools/zqtool/parse.h"
 
 #include "zqcore/clog.h"
 #include "zqcore/cstring.h"
@@ -34,12 +35,6 @@ namespace
             pText, static_cast<int>(pEnd - pText), 0, WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, sFile.c_str()))
             .FindLine(WAREHOUSE_HEADER, &Line);
     }
-}
-
-std::string Lower(std::string sText)
-{
-    std::transform(sText.begin(), sText.end(), sText.begin(), CharToLower);
-    return sText;
 }
 
 ReaderErrors_c::ReaderErrors_c(std::vector<Complaint_t> & dComplaints)

@@ -9,9 +9,6 @@
 /// Name of the text in the table of files while it is checked.
 inline constexpr char CHECKED_KEY[] = "checked";
 
-/// Returns the text with its ASCII letters in lower case.
-std::string Lower(std::string sText);
-
 /// Collector of the errors about CHECKED_KEY that readers log while the object lives. It appends them to dComplaints.
 /// Requires that dComplaints outlives the object, and that only one object lives at a time.
 class ReaderErrors_c

@@ -2,6 +2,7 @@
 
 #include "tools/zqtool/checkreader.h"
 #include "tools/zqtool/checkschema.h"
+#include "tools/zqtool/parse.h"
 #include "tools/zqtool/text.h"
 #include "tools/zqtool/textfile.h"
 #include "zqcore/cpropertylist.h"

@@ -190,14 +190,6 @@ namespace
         return Thread;
     }
 
-    std::string LowerCase(std::string_view sText)
-    {
-        std::string sOut(sText);
-        std::transform(sOut.begin(), sOut.end(), sOut.begin(),
-            [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-        return sOut;
-    }
-
     void SetPaths(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules)
     {
         for (CrashFrame_t & Frame : dFrames)
@@ -321,8 +313,9 @@ namespace
         std::string_view sCut = sLine;
         if (TakeStart(sCut, "(cut: ") && sCut.ends_with(')') && m_eSection != Section_e::Unknown)
         {
-            Last().dCuts.push_back(std::string(SECTIONS[static_cast<unsigned>(m_eSection)]) + ": "
-                                   + std::string(sCut.substr(0, sCut.size() - 1)));
+            std::string sReason = std::string(SECTIONS[static_cast<unsigned>(m_eSection)]) + ": "
+                                  + std::string(sCut.substr(0, sCut.size() - 1));
+            m_bFull = !AppendMember(Last().dCuts, std::move(sReason)) || m_bFull;
             return;
         }
         switch (sLine.empty() ? Section_e::None : m_eSection)
@@ -465,7 +458,7 @@ namespace
         Module.nStart = *Start;
         Module.nEnd = *End;
         std::string_view const sBuildId = TakeUpTo(sRest, " ");
-        Module.sBuildId = sBuildId == "-" ? "" : LowerCase(sBuildId);
+        Module.sBuildId = sBuildId == "-" ? "" : Lower(sBuildId);
         Module.sPath = sRest;
         m_bFull = !AppendMember(Last().dModules, std::move(Module)) || m_bFull;
     }

@@ -3,8 +3,10 @@
 
 #include "tools/zqtool/crashreport.h"
 
-/// Function that receives one line for each file or folder that is damaged, foreign or not readable, and for each
-/// folder without a report.
+/// Function that receives one line for each of these:
+/// - file or folder that is damaged, foreign or not readable
+/// - file of more than 16 MiB, of which the rest is not read
+/// - folder without a report
 using CrashFault_t = std::function<void(std::string const & sText)>;
 
 /// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. Each comes
@@ -14,6 +16,7 @@ std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames
 /// Reads the files of one stem and returns their crashes, as far as they are readable.
 std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault);
 
-/// Reads all of a crash that LoadCrashes returned. Leaves it unchanged if its files hold fewer crashes than before.
+/// Reads all of a crash that LoadCrashes returned. Leaves it unchanged if its files no longer hold a crash of its
+/// number.
 /// Reports no faults.
 void ReloadCrash(Crash_t & Crash);

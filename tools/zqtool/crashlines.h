@@ -1,7 +1,8 @@
-// crashlines.h: what the readers of reports and of details share: lines, numbers and limits.
+// crashlines.h: what the readers of reports and of details share: lines and limits.
 #pragma once
 
 #include "tools/zqtool/crashreport.h"
+#include "tools/zqtool/parse.h"
 
 /// Most members of a list in a crash, such as frames, threads, modules, variables or lines of one kind, and most
 /// crashes in a file.
@@ -39,23 +40,6 @@ private:
     bool m_bBroken = false;   // whether the last line read has no end
     bool m_bZeros;            // whether the text has zeros that are not yet reported
 };
-
-/// Removes sStart from the start of a text. Returns false, and leaves the text unchanged, if it starts otherwise.
-bool TakeStart(std::string_view & sText, std::string_view sStart);
-
-/// Removes and returns the text up to a mark, and removes the mark. Removes and returns the whole text if
-/// it does not hold the mark.
-std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark);
-
-/// Removes and returns the number at the start of a text. Returns nothing, and leaves the text unchanged, if there is
-/// none or it is too large.
-std::optional<std::uint64_t> TakeNumber(std::string_view & sText, int nBase);
-
-/// Returns the number of which a text consists, or nothing if the text is anything else.
-std::optional<std::uint64_t> WholeNumber(std::string_view sText, int nBase);
-
-/// Returns the part of a path after its last `/` or `\`.
-std::string_view FileNameOf(std::string_view sPath);
 
 /// Appends a member unless the list has CRASH_MAX_MEMBERS already. Returns whether it did.
 template <typename T>

@@ -11,7 +11,7 @@
 
 namespace
 {
-    struct Options_t
+    struct Options_s
     {
         OpcodeMode_e eMode = OPCODE_64_BIT;
         std::uint64_t nBase = 0;
@@ -50,7 +50,7 @@ namespace
         return eError == std::errc() && pRest == pEnd ? "" : sText + " is not a hexadecimal number";
     }
 
-    int Run(Options_t const & Options)
+    int Run(Options_s const & Options)
     {
         std::string sCode;
         if (std::string const sWhyNot = ReadInput(Options.sFile, sCode); !sWhyNot.empty())
@@ -84,7 +84,7 @@ namespace
 
 CommandRun_t PrepareDisasm(Arguments_c & Arguments)
 {
-    auto const pOptions = std::make_shared<Options_t>();
+    auto const pOptions = std::make_shared<Options_s>();
     Arguments.AddRead("--bits", "", "mode of the processor; default 64")
         .SetChoices({ "32", "64" })
         .SetReader(

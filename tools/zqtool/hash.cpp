@@ -5,6 +5,7 @@
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
+#include "tools/zqtool/parse.h"
 #include "tools/zqtool/text.h"
 #include "zqcore/ccrc.h"
 #include "zqcore/chash.h"
@@ -155,8 +156,8 @@ namespace
         std::string sHash, sFile, sAlgorithm;
     };
 
-    // Reads "HASH  FILE" or "HASH *FILE". Returns false for any other line or algorithm.
-    bool ReadLine(std::string sLine, std::string const & sAlgorithm, Line_s & Line)
+    // Reads "HASH  FILE" or "HASH *FILE". Returns false for any other line.
+    bool ReadLine(std::string sLine, Line_s & Line)
     {
         bool const bEscaped = sLine.starts_with('\\');
         sLine.erase(0, bEscaped);
@@ -166,13 +167,8 @@ namespace
         {
             return false;
         }
-        Line = { sLine.substr(0, nDigits), sLine.substr(nDigits + 2), nDigits == 8 ? "crc32" : "sha1" };
-        for (char & c : Line.sHash)
-        {
-            c = static_cast<char>(c >= 'A' && c <= 'F' ? c - 'A' + 'a' : c);
-        }
-        return (nDigits == 8 || nDigits == 2 * SHA1_HASH_SIZE) && (sAlgorithm.empty() || sAlgorithm == Line.sAlgorithm)
-               && (!bEscaped || Unescape(Line.sFile));
+        Line = { Lower(sLine.substr(0, nDigits)), sLine.substr(nDigits + 2), nDigits == 8 ? "crc32" : "sha1" };
+        return (nDigits == 8 || nDigits == 2 * SHA1_HASH_SIZE) && (!bEscaped || Unescape(Line.sFile));
     }
 
     int CheckList(Options_s const & Options)
@@ -191,10 +187,12 @@ namespace
             ++iLine;
             Line_s Line;
             sLine.erase(sLine.size() - sLine.ends_with('\r'));
-            if (!ReadLine(sLine, Options.sAlgorithm, Line))
+            bool const bLine = ReadLine(sLine, Line);
+            if (!bLine || (!Options.sAlgorithm.empty() && Options.sAlgorithm != Line.sAlgorithm))
             {
-                std::fprintf(stderr, "%s(%i): not a hash of 8 or 40 digits, two blanks and a file\n",
-                    Printable(Options.sList).c_str(), iLine);
+                std::fprintf(stderr, "%s(%i): %s\n", Printable(Options.sList).c_str(), iLine,
+                    bLine ? "a hash of another algorithm than --algorithm names"
+                          : "not a hash of 8 or 40 digits, two blanks or a blank and *, and a file");
                 iStatus = EXIT_FOUND;
                 continue;
             }
@@ -251,7 +249,9 @@ CommandRun_t PrepareHash(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_s>();
     Argument_c const Files = Arguments.AddTexts("FILE", "", pOptions->dFiles, "files; - is standard input");
-    Arguments.AddText("--algorithm", "", pOptions->sAlgorithm, "sha1, the default, or crc32; of a text also name")
+    Arguments
+        .AddText("--algorithm", "", pOptions->sAlgorithm,
+            "crc32 or sha1; of a text also name; default: sha1 of files, all of a text, as it says of a list")
         .SetChoices({ "crc32", "name", "sha1" });
     Argument_c const List =
         Arguments

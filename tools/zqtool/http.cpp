@@ -1,6 +1,7 @@
 #include "tools/zqtool/http.h"
 
 #include "tools/zqtool/page.h"
+#include "tools/zqtool/parse.h"
 
 #include <algorithm>
 
@@ -17,30 +18,9 @@ namespace
         { HTTP_FORBIDDEN, "Forbidden" }, { HTTP_NOT_FOUND, "Not Found" }, { HTTP_BAD_METHOD, "Method Not Allowed" },
         { HTTP_TOO_LARGE, "Request Header Fields Too Large" } };
 
-    // Moves what precedes the separator from sText to sPart, and removes the separator. Returns false if there is none.
-    bool TakeUpTo(std::string_view sSeparator, std::string_view & sText, std::string_view & sPart)
-    {
-        std::size_t const iEnd = sText.find(sSeparator);
-        if (iEnd == std::string_view::npos)
-        {
-            return false;
-        }
-        sPart = sText.substr(0, iEnd);
-        sText.remove_prefix(iEnd + sSeparator.size());
-        return true;
-    }
-
     bool IsVisible(std::string_view sText)
     {
         return !sText.empty() && std::all_of(sText.begin(), sText.end(), [](char c) { return c > ' ' && c < 0x7F; });
-    }
-
-    std::string Lower(std::string_view sText)
-    {
-        std::string sLower(sText);
-        std::transform(sLower.begin(), sLower.end(), sLower.begin(),
-            [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-        return sLower;
     }
 
     std::string_view Trimmed(std::string_view sText)
@@ -63,28 +43,37 @@ bool HttpIsComplete(std::string_view sRequest)
 
 int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget)
 {
-    std::string_view sMethod, sPath, sVersion, sLine, sName;
-    if (!TakeUpTo(" ", sRequest, sMethod) || !TakeUpTo(" ", sRequest, sPath) || !TakeUpTo(LINE_END, sRequest, sVersion)
-        || !IsVisible(sMethod) || !IsVisible(sPath) || !sPath.starts_with('/')
-        || (sVersion != "HTTP/1.1" && sVersion != "HTTP/1.0"))
+    std::string_view const sMethod = TakeUpTo(sRequest, " "), sPath = TakeUpTo(sRequest, " ");
+    std::optional<std::string_view> const Version = TakePart(sRequest, LINE_END);
+    if (!IsVisible(sMethod) || !IsVisible(sPath) || !sPath.starts_with('/')
+        || (Version != "HTTP/1.1" && Version != "HTTP/1.0"))
     {
         return HTTP_BAD_REQUEST;
     }
     int nHosts = 0;
     bool bOwn = true;
-    while (TakeUpTo(LINE_END, sRequest, sLine) && !sLine.empty())
+    for (auto Line = TakePart(sRequest, LINE_END); Line && !Line->empty(); Line = TakePart(sRequest, LINE_END))
     {
-        if (!TakeUpTo(":", sLine, sName) || !IsVisible(sName))
+        std::optional<std::string_view> const Name = TakePart(*Line, ":");
+        if (!Name || !IsVisible(*Name))
         {
             return HTTP_BAD_REQUEST;
         }
-        std::string const sKey = Lower(sName), sValue = Lower(Trimmed(sLine));
+        std::string const sKey = Lower(*Name), sValue = Lower(Trimmed(*Line));
         nHosts += sKey == "host";
         bOwn = bOwn && (sKey != "host" || IsOwnHost(sValue, iPort))
                && (sKey != "origin" || (sValue.starts_with("http://") && IsOwnHost(sValue.substr(7), iPort)));
     }
+    if (nHosts != 1)
+    {
+        return HTTP_BAD_REQUEST;
+    }
+    if (!bOwn || sMethod != "GET")
+    {
+        return bOwn ? HTTP_BAD_METHOD : HTTP_FORBIDDEN;
+    }
     sTarget = sPath;
-    return nHosts != 1 ? HTTP_BAD_REQUEST : !bOwn ? HTTP_FORBIDDEN : sMethod != "GET" ? HTTP_BAD_METHOD : HTTP_OK;
+    return HTTP_OK;
 }
 
 std::string HttpAnswer(int iStatus, std::string_view sType, std::string_view sBody)

@@ -1,6 +1,6 @@
-// statspage.h: a stats file as one HTML page: times of all frames, timers of any frame.
+// statspage.h: a stats file as one HTML page: times of frames, and timers of those that fit.
 //
-// The page holds the time of every frame, and the timers of as many batches as fit. It keeps those with the worst
+// The page holds the time of every frame that is not forgotten, and the timers of as many batches as fit. It keeps those with the worst
 // frames. It loads nothing, unless it is live: then it asks its server for news.
 #pragma once
 
@@ -18,7 +18,7 @@ struct StatsFacts_t
     std::vector<std::string> dProblems;   // what is wrong with the file
 };
 
-/// Contents of a page, or of an answer to one that is open.
+/// Request for a page, or for an answer to one that is open.
 struct StatsNews_t
 {
     int iFrom = 0;                             // first frame that is wanted
@@ -48,7 +48,7 @@ private:
     struct Batch_s
     {
         std::string sTimers;   // JSON; empty if dropped
-        double tWorst;         // time of the longest frame
+        double tWorst;         // ticks of the longest frame
     };
 
     std::deque<Batch_s> m_dBatches;

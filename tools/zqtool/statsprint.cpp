@@ -86,7 +86,7 @@ void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
         Facts.bMeasured ? ", as on this machine (--ticks-per-second sets another rate)" : "");
     if (Tree.GetFrameCount() == 0)
     {
-        std::puts("The profiler writes its first batch after 150 frames.");
+        std::printf("The profiler writes its first batch after %i frames.\n", static_cast<int>(STATS_FRAMES));
         return;
     }
     double const fMilliseconds = 1000 / Facts.fTicksPerSecond;

@@ -13,7 +13,7 @@
 
 namespace
 {
-    struct Options_t
+    struct Options_s
     {
         std::vector<std::string> dPaths;
         MediaOptions_t Media;
@@ -79,7 +79,7 @@ namespace
         }
     }
 
-    void PrintTree(Options_t const & Options, MediaScan_t const & Scan)
+    void PrintTree(Options_s const & Options, MediaScan_t const & Scan)
     {
         std::string sPaths;
         for (std::string const & sPath : Scan.dPaths)
@@ -128,7 +128,7 @@ namespace
         return Json;
     }
 
-    void PrintTreeJson(Options_t const & Options, MediaScan_t const & Scan)
+    void PrintTreeJson(Options_s const & Options, MediaScan_t const & Scan)
     {
         Json_t Found = Json_t::array(), LeftOut = Json_t::array();
         for (MediaFinding_t const & Finding : Scan.dFindings)
@@ -194,7 +194,7 @@ namespace
         return dOthers;
     }
 
-    int Find(Options_t const & Options, MediaScan_t const & Scan)
+    int Find(Options_s const & Options, MediaScan_t const & Scan)
     {
         FoldedPath_c const sWhole(Options.sFind.c_str());
         File_c const * pFile = FileStream(Options.sFind.c_str());
@@ -232,7 +232,7 @@ namespace
         return pFile && (dOthers.empty() || Options.Media.bRelative) ? EXIT_DONE : EXIT_FOUND;
     }
 
-    int Run(Options_t const & Options)
+    int Run(Options_s const & Options)
     {
         MediaScan_t Scan;
         if (!ScanMedia(Options.dPaths, Options.Media, Scan))
@@ -257,7 +257,7 @@ namespace
 
 CommandRun_t PrepareTree(Arguments_c & Arguments)
 {
-    auto const pOptions = std::make_shared<Options_t>();
+    auto const pOptions = std::make_shared<Options_s>();
     Arguments.AddTexts("PATH", "", pOptions->dPaths, "media folders, and zip archives that lie over those before them")
         .SetRequired();
     AddMediaOptions(Arguments, pOptions->Media);

@@ -1,0 +1,32 @@
+// parse.h: steps by which readers take a text apart.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Removes sStart from the start of a text and returns true. Returns false, and leaves the text unchanged, if it starts
+/// otherwise.
+bool TakeStart(std::string_view & sText, std::string_view sStart);
+
+/// Removes and returns the text up to a separator, and removes the separator. Returns nothing, and leaves the text
+/// unchanged, if it does not hold the separator.
+std::optional<std::string_view> TakePart(std::string_view & sText, std::string_view sSeparator);
+
+/// Removes and returns the text up to a mark, and removes the mark. Removes and returns the whole text if it does not
+/// hold the mark.
+std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark);
+
+/// Removes and returns the number at the start of a text. Returns nothing, and leaves the text unchanged, if there is
+/// none or it is too large.
+std::optional<std::uint64_t> TakeNumber(std::string_view & sText, int nBase);
+
+/// Returns the number of which a text consists, or nothing if the text is anything else.
+std::optional<std::uint64_t> WholeNumber(std::string_view sText, int nBase);
+
+/// Returns the part of a path after its last `/` or `\`.
+std::string_view FileNameOf(std::string_view sPath);
+
+/// Returns the text with its ASCII letters in lower case.
+std::string Lower(std::string_view sText);
