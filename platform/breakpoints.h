@@ -5,7 +5,8 @@
 // a fault of FAULT_SINGLE_STEP (faults.h).
 //
 // Threads: the registers apply to the thread that writes them, and end with it. A forked process starts with none.
-// Cost: a write makes a few system calls for each register that changes. A read makes at most one system call.
+// Cost: a write makes a few system calls for each register that changes, and one for each that is enabled. A read makes
+// at most one system call.
 #pragma once
 
 #include <cstdint>

@@ -70,7 +70,7 @@ namespace plat
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
     /// Releases a block. Null does nothing. Reports the pointer and releases nothing in these cases:
-    /// - the block was released before;
+    /// - the block was released before, and its memory is not in use again;
     /// - its front fence is damaged;
     /// - it is not a block of this heap.
     void HeapFree(void * pUser);
@@ -85,7 +85,8 @@ namespace plat
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
     /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if szFile is null, and
-    /// "unloaded module" if the memory of the name is gone. Costs a system call. Requires that nSize is not 0.
+    /// "unloaded module" if the memory of the name is gone or holds something else. Costs a system call. Requires that
+    /// nSize is not 0.
     void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize);
 
     /// Calls fnVisit for each live block, newest first. Requires that the heap does not change meanwhile.
@@ -102,8 +103,8 @@ namespace plat
 
     /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. False at
     /// start. Blocks that the C++ runtime's own globals reach are left out: it keeps them for as long as the process
-    /// runs. If other threads still run, their blocks can't be distinguished from lost ones. Then the report is one
-    /// line, which says that nothing is listed.
+    /// runs. They are reported too if the runtime is no library of its own. If other threads still run, their blocks
+    /// can't be distinguished from lost ones. Then the report is one line, which says that nothing is listed.
     void HeapSetLeakCheck(bool bCheck);
 
     /// Returns the text for a word, as the function of HeapSetWordName does, or "unknown" without one.

@@ -38,8 +38,9 @@ namespace plat
     /// the call fails. Returns false on failure.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Adds a second name to a file or a symbolic link. If the file system has no second names, makes a copy and
-    /// synchronizes it. Returns false on failure, for instance if anything has the name szTo.
+    /// Adds a second name to a file or a symbolic link. If the system refuses a second name, makes a copy and
+    /// synchronizes it. Returns false on failure, for instance if anything has the name szTo. A failed copy may leave a
+    /// part.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Returns whether anything has the name, including a link whose target is missing. Returns true too if the system
@@ -67,7 +68,8 @@ namespace plat
         NameLock_c(NameLock_c const &) = delete;
         NameLock_c & operator=(NameLock_c const &) = delete;
 
-        /// Acquires the lock and returns the result. Requires that this object does not hold it. Never waits.
+        /// Acquires the lock and returns the result. Requires that this object does not hold it. Never waits for a
+        /// holder.
         Result_e Take(char const * szPath);
 
         /// Deletes the file and releases the lock. Requires the path of Take. Does nothing if this object has no lock.
@@ -76,7 +78,7 @@ namespace plat
         /// Returns whether this object holds the lock.
         bool IsTaken() const { return m_hFile != nullptr; }
 
-        /// Returns whether Take found the file of a process that ended without Drop.
+        /// Returns whether the last Take that returned TAKEN found the file of a process that ended without Drop.
         bool WasLeft() const { return m_bLeft; }
 
     private:

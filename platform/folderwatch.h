@@ -9,7 +9,7 @@
 //
 // At most 65,536 names are kept. The names of files that are deleted or renamed after that are not kept. A batch names
 // each file once, in the order of the first changes. In the child of a fork a watch starts again at the first
-// IsComplete. Until then it holds none of the system's watches.
+// IsComplete after a Read. Until then it holds none of the system's watches.
 //
 // Threads: one thread at a time.
 #pragma once
@@ -48,8 +48,9 @@ namespace plat
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
         /// Ends the previous watch and watches a folder. Skips subfolders that can't be read. When a file is deleted or
-        /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. fnKeep returns whether the name
-        /// is kept. Requires an fnKeep that is not null.
+        /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. It does so for all files when it
+        /// reads the tree again, after a loss of changes or a fork. fnKeep returns whether the name is kept. Requires
+        /// an fnKeep that is not null.
         ///
         /// On failure returns false, and no folder is watched. It fails if the folder can't be opened, or if the system
         /// has too few watches or descriptors left. FolderWatchReason then has the reason.
@@ -68,13 +69,14 @@ namespace plat
         /// IsComplete returns true or the watch is closed. Does nothing while closed.
         void Read(void * pBuffer, std::size_t nBytes);
 
-        /// Writes the batch that has arrived since Read to the buffer and returns whether there is one. If a batch does
-        /// not fit the buffer, or the system lost it, returns true and leaves the buffer as it was. If the host closes
-        /// the watch's handle, no further batch arrives. Without changes this costs one system call that does not wait.
+        /// Writes the changes since the previous batch to the buffer of Read and returns whether there are any. If they
+        /// do not fit the buffer, or the system lost some, returns true and leaves the buffer as it was. If the host
+        /// closes the watch's handle, no further batch arrives. Without changes this costs one system call that does
+        /// not wait.
         bool IsComplete();
 
         /// Returns how many subfolders, at least, could not be watched since the last call, because the system has no
-        /// watches left. If it is not 0, FolderWatchReason has the reason. Returns 0 while closed.
+        /// watches or no memory left. If it is not 0, FolderWatchReason has the reason. Returns 0 while closed.
         std::size_t ExtractUnwatched();
 
     private:

@@ -27,8 +27,8 @@ namespace plat
     std::uint64_t RawSize(RawFile_t hFile);
 
     /// Reads a regular file, whose path is in the system's own form. Returns its contents in pages, not terminated, and
-    /// sets *pBytes to its size. The caller releases the pages by PagesRelease with that size. Returns null if the file
-    /// is empty, has more than 256 MiB or can't be read.
+    /// sets *pBytes to its size. The caller releases the pages by PagesRelease with that size. Returns null, with no
+    /// meaning in *pBytes, if the file is empty, has more than 256 MiB or can't be read, or if there is no memory.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 
     /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number; 0 if the file

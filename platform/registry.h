@@ -43,8 +43,8 @@ namespace plat
     ZQ_API void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder);
 
     /// Reads a value into the buffer. Before the call nSize is the size of the buffer. After it nSize is the size of
-    /// the value, whether it fits or not, or 0 if there is none. Returns false, with the buffer unchanged, if there is
-    /// no such value or it does not fit.
+    /// the value and eType its type, whether it fits or not; nSize is 0 if there is none. Returns false, with the
+    /// buffer unchanged, if there is no such value or it does not fit.
     bool RegistryRead(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e & eType,
         void * pBuffer, std::size_t & nSize);
 
@@ -90,14 +90,16 @@ namespace plat
 
     /// Copies the name of a subkey, as it was spelled when it was created. Subkeys are in the order of their folded
     /// bytes. Returns false, and leaves the buffer unchanged, if there is no such subkey or the name with its
-    /// terminator does not fit. Reads the
-    /// names once, and again after a change. May see a change by another process 20 ms late.
+    /// terminator does not fit. Reads the names once, and again after a change. May see a change by another process
+    /// 20 ms late.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
     /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which must
     /// still be closed. Returns false, and deletes nothing, in these cases:
     /// - the key does not exist, or is a tree itself.
     /// - the key has subkeys, or its folder holds what is not the store's.
+    ///
+    /// Also returns false on any other failure, which may leave some of its values deleted.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
     /// Deletes a key with its values and all subkeys at any depth, by its path from an open key. Deletes subkeys before

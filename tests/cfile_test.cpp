@@ -105,7 +105,7 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
     for (auto const & [szName, szReport, sReason, iLength] : Rows_t<char const *, char const *, std::string, int>{
              { "gone.bin", "Cannot open file", "No such file or directory", 1 },
              { "folder.bin", "Cannot open file", "Is a directory", 1 },
-             { "huge.bin", "File is larger than 2 GiB", "it has 2 GiB or more", 7 },
+             { "huge.bin", "File has 2 GiB or more", "it has 2 GiB or more", 7 },
              { "short.bin", "Error reading file", "it ends before its size", 4096 } })
     {
         Log.Clear();

@@ -178,7 +178,7 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
             "\\q:drive.txt\", its name begins like a drive", "\\bad\\n\\x1B\\xFF\", its name is not UTF-8",
             "\\bad\\xC3(.txt\", its name is not UTF-8", "\\pipe\", it is no regular file",
             "\\back\\slash.txt\", its name holds a '\\'", "pp\", its path is too long", "can't read folder \"",
-            "huge.bin\" is larger than 2 GiB and can't be opened",
+            "huge.bin\" has 2 GiB or more and can't be opened",
             "filesystem: name of 134 characters is cut to 127: \"nnn" })
     {
         EXPECT_EQ(Log.CountHolding(sPart), 1) << sPart << "\n" << Log.GetText();

@@ -332,6 +332,11 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
     Logf("emptied.log", "last");
     LogSetLimit(0, 0);
     EXPECT_EQ(m_Folder.Read("emptied.log"), "last\n");
+    Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
+    LogSetLimit(LIMIT, 0);
+    Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
+    LogSetLimit(0, 0);
+    EXPECT_EQ(fs::file_size(m_Folder.Join("emptied.log")), 0u) << "what was written without a limit counts";
     for (std::string const sName : { "message.log", "named.log" })
     {
         EXPECT_FALSE(fs::exists(m_Folder.Join(sName + ".3")));

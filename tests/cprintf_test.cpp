@@ -14,7 +14,7 @@ namespace
     };
     constexpr Call_s CALLS[] = {
         { R"(Log("%s %-8s|%.*s|%i %5.1f %p %c%%", s, t, n, v, n, 1.5, &n, 'c');)", true },
-        { R"(Log("%zu %td %jd %ld %lld %hhu %Lf %ls %s", sizeof n, &n - &n, std::intmax_t{ 1 }, 1L, 1LL, 1, 1.0L, L"w", s);)",
+        { R"(Log("%zu %td %jd %ld %lld %hhu %Lf %lf %ls %s", sizeof n, &n - &n, std::intmax_t{ 1 }, 1L, 1LL, 1, 1.0L, 1.0, L"w", s);)",
             true },
         { R"(Logf("a", "%s", t); Logcf(true, "a", "%s", s); Logc(true, "%s", v); LogEscaped("%s", s); Debugf("%s", t);)",
             true },

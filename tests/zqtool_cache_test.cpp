@@ -59,12 +59,15 @@ TEST_F(ZqtoolCache, RefusesWhatIsNoCacheOrNoWholeTree)
     ASSERT_EQ(RunTool("cache --build media good.bin").iStatus, 0);
     Folder.Write("short.bin", Folder.Read("good.bin").substr(0, 40));
     Folder.Write("second.bin", std::string("\0\0\2\0", 4) + "more");
+    fs::create_symlink("loop", Folder.Join("loop"));
     for (auto const & [szArguments, iStatus, szOutput] : Rows_t<char const *, int, char const *>{
              { "short.bin", 1, "short.bin: damaged at byte 39: no whole folder record\n" },
              { "second.bin", 1, "second.bin: damaged at byte 0: a cache of another major version\n" },
-             { "none.bin", 1, "none.bin: there is no such file\n" }, { "media", 1, "media: this is no regular file\n" },
+             { "none.bin", 1, "none.bin: there is no such file\n" }, { "loop", 1, "loop: it can't be read\n" },
+             { "media", 1, "media: this is no regular file\n" },
              { "/dev/zero", 1, "/dev/zero: this is no regular file\n" },
-             { "--build media media/gone.txt", 1, "media/gone.txt: it is no cache, so it is not replaced\n" },
+             { "--build media media/gone.txt", 1,
+                 "media/gone.txt: it is no cache of this version that can be read, so it is not replaced\n" },
              { "--build nothing new.bin", 1, "nothing: there is no such folder\n" },
              { "--build media media/gone.txt/x", 1, "media/gone.txt/x: it can't be written\n" },
              { "--build media --check good.bin", 2, "--check excludes --build" }, { "", 2, "FILE is required" } })

@@ -396,7 +396,7 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
     }
     fs::resize_file(WriteReport(sStack, "CrashReport_big"), 1 << 30);   // a file with a hole, all zeros
     EXPECT_THAT(RunTool("crash " + m_Folder.Join("CrashReport_big.rpt")).sOutput,
-        HasSubstr("CrashReport_big.rpt: more than 16 MB; the rest is not read\n"));
+        HasSubstr("CrashReport_big.rpt: more than 16 MiB; the rest is not read\n"));
 }
 
 TEST_F(ZqtoolCrash, ContinuedReportsAreSeveralCrashes)

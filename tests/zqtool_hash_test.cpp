@@ -44,6 +44,7 @@ TEST(ZqtoolHash, ReportsWhatDiffersAndWhatIsNoList)
         EXPECT_EQ(Result.iStatus, 1) << sList;
         EXPECT_THAT(Result.sOutput, HasSubstr(sExpected)) << sList;
     }
+    Folder.Write("crc", "352441c2  abc\n");
     for (auto const & [sArguments, iStatus] :
         Rows_t<std::string, int>{ { "absent abc", 1 }, { ".", 1 }, { "--check absent", 1 }, { "--check absent abc", 2 },
             { "--check crc", 0 }, { "--algorithm crc32 --check crc", 0 }, { "--algorithm sha1 --check crc", 1 },

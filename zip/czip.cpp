@@ -177,7 +177,7 @@ namespace
         }
 
     private:
-        // Adds a file. Returns why it was skipped, or null.
+        // Adds a file, unless a present one hides it. Returns why it was skipped, or null.
         char const * Add(Entry_s const & Entry)
         {
             char const * const szKey = m_bRelativeNames ? Entry.szName : PathFileName(Entry.szName);

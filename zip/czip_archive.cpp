@@ -122,7 +122,7 @@ std::size_t ZipArchive_c::ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t 
 }
 
 // Reads from a position of the file. A child of a fork shares the parent's handle and its position, so it opens the
-// file again. Reads nothing if that is another file.
+// file again. Reads nothing if that fails or leads to another file.
 std::size_t ZipArchive_c::ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_t nBytes)
 {
     if (m_bForked)

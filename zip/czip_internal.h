@@ -27,7 +27,8 @@ class ZipFile_c;
 class ZipArchive_c
 {
 public:
-    /// Opens an archive and returns it. On failure returns null and sets sWhyNot.
+    /// Opens an archive and returns it. On failure returns null and sets sWhyNot to the reason; on success sWhyNot is
+    /// undefined.
     static std::unique_ptr<ZipArchive_c> Open(char const * szPath, File_c::Reason_t & sWhyNot);
 
     ~ZipArchive_c();
@@ -147,8 +148,8 @@ private:
     ZipArchive_c & m_Archive;
     ZipFacts_t const m_Facts;
     char const * m_szWhyNot = nullptr;
-    std::uint32_t m_nDataAt = 0;   // where the data begin; 0 before the first read
-    std::uint32_t m_nFed = 0;      // bytes of the data that were read
+    std::uint32_t m_nDataAt = 0;   // where the data begin; 0 before Begin, and for a file without data
+    std::uint32_t m_nFed = 0;      // bytes of the deflated data that were read
     std::uint32_t m_nAt = 0;       // position in the contents
     std::uint32_t m_dwCrc = 0;     // of the contents before the position
     bool m_bSkipped = false;       // whether m_dwCrc lacks a part

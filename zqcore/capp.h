@@ -63,7 +63,7 @@ ZQ_API void AppPurgeMessageQueue();
 ZQ_API void AppPurgeKeyboardQueue();
 
 /// Report the load of a resource to g_ResourceLoadCallbacker, block such reports, and allow them again. A blocked
-/// report does nothing. Blocks do not nest: one ResourceLoadReportDeploy ends any number of them.
+/// report and one of a receiver do nothing. Blocks do not nest: one ResourceLoadReportDeploy ends any number of them.
 ZQ_API void ResourceLoadReportCall(char const * szText);
 ZQ_API void ResourceLoadReportBlock();
 ZQ_API void ResourceLoadReportDeploy();

@@ -16,7 +16,7 @@ namespace
                                                                 : "";
     }
 
-    // Returns the start of the array's own type in the spelling.
+    // Returns the start of the array's own type in the spelling, or of the spelling if it does not name one.
     char const * FindType(char const * szFunction)
     {
         char const * const pType = std::strstr(szFunction, "SortedArray_T<");

@@ -5,10 +5,10 @@
 //
 // An array is a contiguous range: range-for, standard algorithms and std::span accept it.
 //
-// Ownership: an array owns its storage and elements. Pointers to elements are valid until the array grows. An array on
-// the heap can be moved but not copied. A move leaves the source empty, and pointers to the elements stay valid. All
-// elements of the storage are constructed. Delete destroys none: the place of the last element keeps its old value
-// until it is used again. Reset destroys the elements of an array on the heap, but none of an array in place.
+// Ownership: an array owns its storage and elements. Pointers to elements are valid until the array grows or is reset.
+// An array on the heap can be moved but not copied. A move leaves the source empty, and pointers to the elements stay
+// valid. All elements of the storage are constructed. Delete destroys none: the place of the last element keeps its old
+// value until it is used again. Reset destroys the elements of an array on the heap, but none of an array in place.
 // Threads: no lock: one thread at a time.
 // Cost: an array on the heap allocates at the first Add and doubles when the length would reach the capacity. Delete
 // does not shrink it; Reset frees its storage. The storage counts under the memory category of the moment.

@@ -10,8 +10,10 @@
 // Cost: growing allocates and copies. Operators work on whole words.
 // Failure: these fail an assertion and do nothing:
 // - setting a bit at a negative coordinate; in planes and spaces clearing one too.
-// - a size above MAX_BITS in X, or of more bytes than an object can have.
+// - a size above MAX_BITS in X, or of more bytes than an object can have; a bit at INT_MAX in Y or Z.
 // - growing a plane or a space without memory. A row without memory does not grow; only Bis asserts then.
+// If a plane or a space cannot grow to another field or to a vector, it still combines the part that it has. A copy is
+// empty then.
 //
 //     BitVec_c Visited(64);
 //     Visited.Bis(3);
@@ -128,8 +130,8 @@ public:
     char * Hex(char * szData, int nLen) const;
 
     /// Saves or loads: the size in bits, then the bytes. Loading grows to the size and clears the rest. A size that the
-    /// archive cannot hold fails the archive and changes nothing. An archive of unknown length (GetPosition -1 or
-    /// GetLength 0) is read in steps. Returns false if the archive has failed.
+    /// archive cannot hold, or for which there is no memory, fails the archive and changes nothing. An archive of
+    /// unknown length (GetPosition -1 or GetLength 0) is read in steps. Returns false if the archive has failed.
     bool Serialize(Serializeable_c & Archive);
 
     int iDim = 0;                     // bits, a multiple of 8
@@ -232,7 +234,7 @@ public:
 
     /// Combine a row with a vector. Set copies the vector and clears the rest of the row. Bis and Xor combine over the
     /// length of the vector. All grow to the vector and the row; an empty vector grows nothing. They do nothing at a
-    /// negative coordinate.
+    /// negative coordinate or at INT_MAX.
     void Set(INDEX... iRow, BitVec_c const & Vec);
     void Bis(INDEX... iRow, BitVec_c const & Vec);
     void Xor(INDEX... iRow, BitVec_c const & Vec);

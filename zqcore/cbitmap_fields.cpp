@@ -79,7 +79,8 @@ namespace
         Map.pMap = Field.pBytes;
     }
 
-    // Computes the size that holds both. Returns false if nothing has to grow, or if the size is not allowed.
+    // Computes the size that holds both. Returns false if nothing has to grow. Asserts that the size is allowed;
+    // otherwise returns false.
     bool GrownExtent(Extent_s const & Old, Extent_s const & Wanted, Extent_s & New)
     {
         if (Wanted.iX < 1 || Wanted.iY < 1 || Wanted.iZ < 1)
@@ -100,7 +101,7 @@ namespace
         return BytesOf(New) != 0;
     }
 
-    // Copies the rows of a field to larger, zeroed storage.
+    // Copies the rows of a field to zeroed storage that is not smaller. Does nothing if one of them has no storage.
     void CopyRows(Field_s const & From, Field_s const & To)
     {
         for (int iZ = 0; From.pBytes && To.pBytes && iZ < From.Extent.iZ; ++iZ)
@@ -417,7 +418,7 @@ bool BitField_T<FIELD, INDEX...>::IsEqual(FIELD const & Other) const
     return RowsEqual(FieldOf(Self()), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(Self()));
 }
 
-// Grows to at least the size of the other.
+// Grows to at least the size of the other. On failure keeps the size; asserts that it is as wide.
 template <typename FIELD, typename... INDEX>
 FIELD & BitField_T<FIELD, INDEX...>::GrowToField(FIELD const & Other)
 {

@@ -6,7 +6,7 @@
 // library uses breakpoints.
 //
 // Ownership: each object holds one debug register from Set to Clear or its destructor.
-// Threads: an object belongs to the thread that calls Set. Accesses of other threads do not trap.
+// Threads: an object belongs to the thread that calls Set. Accesses of other threads and of a forked child do not trap.
 // Cost: Set and Clear make a few system calls each. Only the first Set of a thread may allocate.
 // Failure: Set fails with an assertion if the system grants no debug registers or a hypervisor drops their traps.
 //

@@ -45,7 +45,7 @@ public:
 class ZQ_API ArrayBuffer_c : public Buffer_c, public Array_T<char, 1024, 0>
 {
 public:
-    static constexpr unsigned int MAX_BYTES = 0x3FFFFFFF;   // of the whole buffer
+    static constexpr unsigned int MAX_BYTES = 0x3FFFFFFF;   // of the whole buffer; only ExpandBuffer checks it
 
     /// Appends a copy of nBytes bytes and returns true. The bytes may be the buffer's own. Previous data pointers
     /// become invalid. Returns false, with no change, if nBytes is 0. Asserts that pBytes is not null and that the

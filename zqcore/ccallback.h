@@ -11,7 +11,8 @@
 // Ownership: a list owns its nodes. It only points to the functions.
 // Threads: lists have no lock. Change and fire a list on one thread. Four events are fired on any thread, one receiver
 // at a time (cdebug.h, cfile.h): g_WarningsCallbacker, g_ExecutionCallbacker, g_FileOpenCallbacker and
-// g_FileReadErrorCallbacker. Change those at start-up and shutdown.
+// g_FileReadErrorCallbacker. Change those at start-up and shutdown. A crash report fires g_ExecutionCallbacker without
+// waiting for other receivers.
 // Cost: adding allocates a node in the category Noise. Firing allocates nothing.
 // Failure: adding to a list after an exclusive entry asserts. No other call fails.
 //
@@ -122,7 +123,7 @@ private:
 
     Link_T<Entry_s> * pHead = nullptr;   // the entry added last
     bool m_bChanged = false;             // whether the list was changed since this firing began
-    bool m_bFiring = false;              // whether a firing runs
+    bool m_bFiring = false;              // whether a firing runs; false after a forced one that ended in it
 };
 
 /// An event.
@@ -176,7 +177,7 @@ extern ZQ_API Callbacker_T<char const *> g_FileTrackChangesCallbacker;   // a kn
 extern ZQ_API Callbacker_T<char const *> g_AddSubfolderCallbacker;   // a folder is about to be scanned; path; forced
 extern ZQ_API Callbacker_T<char const *> g_ResourceLoadCallbacker;   // ResourceLoadReportCall; its text
 extern ZQ_API Callbacker_T<char const *> g_WarningsCallbacker;       // Warning or Achtung; its text
-extern ZQ_API Callbacker_T<char const *> g_FileOpenCallbacker;       // a file is opened, see g_bCollectResource; path
+extern ZQ_API Callbacker_T<char const *> g_FileOpenCallbacker;       // an open of a file, see g_bCollectResource; path
 
 template <typename T>
 void CallbackerBase_T<T>::Add(Function_t fn, bool bExclusive)

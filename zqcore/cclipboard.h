@@ -5,7 +5,7 @@
 //
 // Ownership: the clipboard owns the text. Callers get copies.
 // Threads: the state belongs to the module and has no lock: one thread at a time.
-// Cost: ClipboardOpen waits up to 10 seconds for another process. Each change stores the whole text again.
+// Cost: ClipboardOpen waits up to 10 seconds until it succeeds. Each change stores the whole text again.
 // Failure: failures assert. While the clipboard is not open, all calls but ClipboardOpen and ClipboardGetSize assert
 // and do nothing.
 //
@@ -30,15 +30,16 @@ extern unsigned int g_iTextFormat;
 /// Whether this process has the clipboard open: true after a ClipboardOpen that succeeded.
 extern bool g_isOpen;
 
-/// The clipboard's text with the zero at its end, as last read or set. Null while the clipboard is closed.
+/// The clipboard's text with the zero at its end, as last read or set. Null without a text and while the clipboard is
+/// closed.
 extern plat::ClipboardBlock_t g_hClipboard;
 
-/// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it. If it holds no text of this
-/// format, removes the data of all formats and stores an empty text. Asserts that the module is initialised and the
-/// clipboard not open yet. On failure asserts, and g_isOpen stays false.
+/// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it or it can't be reached. If it
+/// holds no text of this format, does what ClipboardReset does. Asserts that the module is initialised and the
+/// clipboard not open yet; otherwise does nothing. If no try succeeds, asserts, and g_isOpen stays false.
 void ClipboardOpen();
 
-/// Closes the clipboard.
+/// Closes the clipboard. If the system refuses, asserts, and the clipboard counts as closed.
 void ClipboardClose();
 
 /// Appends a formatted text, which is cut at 65,536 characters. Removes data of other formats. On failure asserts, and
@@ -52,13 +53,14 @@ ZQ_PRINTF_TEXTS(ZQ_INLINE void, , ClipboardPrintf)
 /// Returns false and writes nothing if there is no text.
 bool ClipboardGetData(char * pData);
 
-/// Returns the text's bytes with the zero at its end. Returns 0 without a text and while the clipboard is closed.
+/// Returns the bytes of the text's block: the text, the zero at its end, and what another program stored after that.
+/// Returns 0 without a text and while the clipboard is closed.
 std::size_t ClipboardGetSize();
 
-/// Returns whether the text is empty.
+/// Returns whether the text's block holds only the zero. Returns false without a text.
 bool ClipboardIsEmpty();
 
-/// Removes the data of all formats and stores an empty text.
+/// Removes the data of all formats and stores an empty text. On failure asserts, and the previous data stay.
 void ClipboardReset();
 
 /// Module that registers the format. Depends on no other module.

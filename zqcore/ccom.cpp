@@ -151,8 +151,8 @@ inline bool ComObject_c::LowerCount() const
     return true;
 }
 
-// Returns whether pThis is a live object. It may be none at all, so no member function is called on it, and no checker
-// sees the reads.
+// Returns whether pThis is pObject and a live object with references. It may be no object at all, so no member function
+// is called on it, and no checker sees the reads.
 ZQ_UNCHECKED inline bool ComObject_c::IsSound(ComObject_c const * pThis, void const * pObject)
 {
     return pObject == pThis && pThis->m_dwComSignature == COM_SIGNATURE && pThis->iRefCount > 0;
@@ -217,7 +217,7 @@ bool ComObject_c::ReleaseSlow(ComObject_c const * pThis, void const * pOwner, vo
     return pThis->LowerCount();
 }
 
-// Returns whether pThis is a live object, for an address that may not be readable. Asserts that it is.
+// Returns whether IsSound is true, for an address that may not be readable. Asserts that it is.
 ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const * pObject)
 {
     constexpr std::size_t BYTES = sizeof(ComObject_c);

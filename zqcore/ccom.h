@@ -65,18 +65,18 @@ public:
     /// - It has references.
     bool Release(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
-    /// Logs the references, the newest first, or that there are none.
+    /// Logs the references that have a note, the newest first, or that there are none.
     void ComDebug();
 
-    /// Copies up to iMax references to pOut, the newest first, and returns how many it copied. If there are more,
-    /// reports that on the debugger's output.
+    /// Copies up to iMax notes of references to pOut, the newest first, and returns how many it copied. If there are
+    /// more, reports that on the debugger's output.
     int GetOwners(ComDebug_t * const pOut, int iMax);
 
-    /// Returns how many references can still be added in this process. Walks the free notes that were used before.
+    /// Returns how many references can still have a note in this process. Walks the free notes that were used before.
     static int GetFreeReferences();
 
 protected:
-    /// Asserts that no references are left. If some are, logs them and releases their notes.
+    /// Asserts that no references are left. If some are, calls ComDebug. Releases all notes.
     virtual ~ComObject_c();
 
     /// Deletes the object. Release calls it when no references are left. A subclass may keep the object instead.

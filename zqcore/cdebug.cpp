@@ -69,7 +69,7 @@ namespace
         }
     }
 
-    // Leaves the locks first: an exit handler may join a thread that waits to fire.
+    // Leaves the lock of the event lists first: an exit handler may join a thread that waits to fire.
     [[noreturn]] void Exit(int iStatus)
     {
         Firing_c::EndAll();

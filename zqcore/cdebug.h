@@ -18,7 +18,9 @@
 // g_ExecutionCallbacker around the dialog of an assertion or an Abort. Rules for their receivers:
 // - they run on the thread that complains.
 // - only one thread at a time runs receivers of these two lists and of the lists of files (cfile.h). Another thread
-//   that fires one of these lists waits, and so does a fork. The report of a crash fires without waiting.
+//   that fires one of these lists waits, and so does a fork. The report of a crash fires without waiting. The debug
+//   heap's assertion on its counters, and a complaint inside a dialog with a trace, do not wait either: while another
+//   thread fires, their events are dropped.
 // - a complaint inside a receiver of the same list is not fired. It is logged, unless it is one of those above.
 // - a receiver may log, store data and complain. It must not wait for another thread, and must not open a file that
 //   another thread may be opening.
@@ -78,8 +80,8 @@ extern ZQ_API bool g_bEnableWarnings;
 /// Whether Abort has begun: true from the end of its first firing of g_ExecutionCallbacker on.
 extern ZQ_API bool g_isAborting;
 
-/// Logs the text, fires g_ExecutionCallbacker, shows a dialog and fires g_ExecutionCallbacker again. Does nothing while
-/// any thread handles another assertion.
+/// Shows the mouse cursor (platform/window.h), logs the text, fires g_ExecutionCallbacker, shows a dialog and fires
+/// g_ExecutionCallbacker again. Does nothing while any thread handles another assertion.
 /// - Abort ends the process with a crash.
 /// - Retry breaks into the debugger.
 /// - Ignore continues.
@@ -129,11 +131,11 @@ public:
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
     /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 for OK, or 7
-    /// in silent mode.
+    /// if DropMessageBox shows no dialog.
     ZQ_API int DebugErrorInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
     /// Shows a warning at the location that was set. Breaks into the debugger on Yes. Returns the answer: 6 for Yes,
-    /// 7 for No and in silent mode.
+    /// 7 for No or if DropMessageBox shows no dialog.
     ZQ_API int DebugWarningInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
     /// Shows a dialog with a stack trace, above all other windows. nStyle combines MESSAGE_ values of cexceptioninfo.h.

@@ -15,7 +15,7 @@ namespace
         return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == ':';
     }
 
-    // Returns the end of the bracket at p, or p if it does not close.
+    // Returns the bracket that closes the one at p, or p if none does.
     char const * ClosingBracket(char const * p)
     {
         int nDepth = 0;

@@ -149,7 +149,7 @@ namespace
 
     void HandlePending(plat::FaultPointers_t const & Pending)
     {
-        FiringNoWait_c const NoWait;   // the thread whose fault this is may fire
+        FiringNoWait_c const NoWait;   // the thread whose fault this is may be firing
         ExceptionInfo_c & Info = ExceptionInfo_c::Get();
         plat::FaultContext_t const & Context = *Pending.pContext;
         SetUpSymbols(Context);

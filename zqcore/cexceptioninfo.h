@@ -64,9 +64,9 @@ public:
     /// thread. A forked process has no support thread until it calls Start.
     ZQ_API bool Start();
 
-    /// Ends the support thread. Waits for it up to half a second, or until its open dialog is answered. A thread whose
-    /// fault still waits then continues. Does nothing inside this object's dialogs, and on the support thread itself,
-    /// where exit handlers may run.
+    /// Ends the support thread. Waits for it up to half a second, or until this object's open dialog is answered. A
+    /// thread whose fault still waits then continues. Does nothing inside this object's dialogs, and on the support
+    /// thread itself, where exit handlers may run.
     ZQ_API void Stop();
 
     /// Passes a fault to the support thread and waits for the answer without limit. The support thread traces and shows
@@ -84,9 +84,9 @@ public:
     /// - the calling thread is inside one of this object's dialogs.
     ZQ_API long OnUnhandledException(plat::FaultPointers_t const * pPointers);
 
-    /// Writes the stack of a fault to szBuffer, cut at nSize - 1 bytes. Skips the first nSkip frames and writes up to
-    /// nFrames lines, numbered from nSkip: "[04]\tname\tfile (line)\t\n". Asserts that szBuffer is not null, nSize is
-    /// not 0 and there is a fault; otherwise the text is empty.
+    /// Writes the stack of a fault to szBuffer, cut at nSize - 1 bytes, at most 65535. Skips the first nSkip frames and
+    /// writes up to nFrames lines, numbered from nSkip: "[04]\tname\tfile (line)\t\n". Asserts that szBuffer is not
+    /// null, nSize is not 0 and there is a fault; otherwise the text is empty.
     /// - An unknown name is "?". An unknown line is "eip\t" and the address, such as "eip\t0x00401000\n".
     /// - If the stack has fewer than nSkip + nFrames frames, the text ends in "Stack Trace Failed". If it has a frame
     ///   at the address 0, the text ends there in "Stack Trace Failed:: zero eip".
@@ -95,8 +95,8 @@ public:
         char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers);
 
     /// Shows a dialog as MessageBoxPlain, with the calling thread's stack after the text, and returns the answer. The
-    /// trace is cut at 16383 bytes. The first two frames are this function's own: nSkip 2 starts at the caller. The
-    /// trace channel gets caption, text and trace too.
+    /// trace is cut at 16383 bytes, the dialog's whole text at 69631. The first two frames are this function's own:
+    /// nSkip 2 starts at the caller. The trace channel gets caption, text and trace too.
     ZQ_API int MessageBoxWithTrace(
         void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip);
 

@@ -35,7 +35,7 @@ namespace
 
     wchar_t g_wszFolder[WIDE_PATH_SIZE];
     wchar_t g_wszLogFile[WIDE_PATH_SIZE];
-    char g_szFolder[WIDE_PATH_UTF8_SIZE];   // g_wszFolder, absolute
+    char g_szFolder[WIDE_PATH_UTF8_SIZE];   // g_wszFolder, absolute if that fits
     plat::FaultFilter_t g_fnPrevious = nullptr;
 
     // Of the report that is being written.
@@ -176,7 +176,7 @@ namespace
         WriteCallStack(g_Symbols, false, &DialogText);
     }
 
-    // Logs each line of the dialog's text with its line end.
+    // Logs each line of the dialog's text with its line end. A longer line than the buffer is cut.
     void LogDialogText()
     {
         char szLine[CRASH_LINE_SIZE];
@@ -228,7 +228,7 @@ namespace
         ExceptionReport_c::CrashLog("\r\n");
     }
 
-    // Writes everything before the host's code runs and a person is asked, because either may end the process. In
+    // Writes everything before the host's receivers run and a person is asked, because either may end the process. In
     // silent mode the report ends with the first call stack.
     void WriteReport(plat::FaultPointers_t const & Fault)
     {

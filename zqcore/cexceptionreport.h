@@ -23,9 +23,10 @@
 // new thread. That stack costs about a microsecond, and memory only if the thread faults. A report allocates nothing
 // from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system. A call stack shows
 // the innermost 256 frames, and then a line says that farther ones are left out. The dialog and the log get the
-// innermost of them, in whole lines of at most 4,095 bytes together.
+// innermost of them, in whole lines of at most 4,095 bytes together. The log cuts a line at 1,023 bytes.
 // Failure: a report lacks what can't be read. It has two parts: up to the end of the first call stack, and the rest.
-// - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second.
+// - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second, no
+//   dialog and no copy in the log.
 // - a step into the host's code (receivers of events, listeners of the log, a dialog that nobody can answer) ends after
 //   HOST_LIMIT, or when it faults. A dialog that somebody can answer has no limit.
 // - without the symbol helper, names, lines, variables and other threads are missing. All its answers to the report
@@ -60,8 +61,8 @@ public:
 
     /// Sets the folder of the reports and the main log's name, each cut at 1023 characters. LogSetFile (clog.h) calls
     /// it.
-    /// - A relative folder is below the current folder of this call. If its absolute path is too long, it is below the
-    ///   current folder of the crash.
+    /// - A relative folder is below the current folder of this call. If its absolute path is too long or unknown, it is
+    ///   below the current folder of the crash.
     /// - The folder is empty at start: reports go to "/".
     /// - Stores the difference between local time and UTC. The names of reports carry local time, so a change to or
     ///   from summer time after this call has no effect on them.
@@ -94,8 +95,8 @@ public:
     /// one.
     ///
     /// In silent mode the report ends after the first call stack, which goes to standard error instead of a dialog. The
-    /// process then ends at once with status 1. Handlers of exit do not run, because they could wait for what the
-    /// crashed thread holds.
+    /// process then ends at once with status 1, unless the first part of the report failed. Handlers of exit do not
+    /// run, because they could wait for what the crashed thread holds.
     ZQ_API static long UnhandledExceptionFilter(plat::FaultPointers_t const * pFault);
 
     /// Writes a formatted text, cut at 1023 bytes, to the report, without a zero at its end. Returns the text's length

@@ -118,8 +118,8 @@ namespace exceptionreport
     /// that part only. Returns false if not all of it could be written.
     bool WriteDetails(plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport);
 
-    /// Writes the call stack, with or without the variables of each frame. Adds its lines to pDialogText, unless that
-    /// is null.
+    /// Writes the call stack, with or without the variables of each frame. Adds its lines, without the addresses, to
+    /// pDialogText as far as they fit, unless that is null.
     void WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText);
 
     /// Writes the variables of the frame that the walk returned last.

@@ -94,7 +94,8 @@ namespace
         }
     }
 
-    // Adds the value of a bit field, from the unit that holds it. Returns false if that can't be read.
+    // Adds the value of a bit field, from the unit that holds it. Returns false if that can't be read or has more than
+    // 8 bytes.
     bool AddBits(plat::SymbolMember_t const & Member, std::uintptr_t Address, Text_c & Text)
     {
         std::uint64_t nUnit = 0;

@@ -96,7 +96,7 @@ namespace
     {
         if (Facts.nSize > INT_MAX)
         {
-            LogEscaped("%s: File is larger than 2 GiB: '%s'", szWho, szLocation);
+            LogEscaped("%s: File has 2 GiB or more: '%s'", szWho, szLocation);
             return true;
         }
         return false;

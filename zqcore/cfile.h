@@ -17,8 +17,9 @@
 // it at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
 // size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
-// SetTextErrorLog(true) (ctexterror.h) each failed open or Load is also logged as "%s: %s" with the reason after the
-// caller's name, or after the full path if the caller passed an object. These are an Achtung (cdebug.h) too:
+// SetTextErrorLog(true) (ctexterror.h) each failed open or Load, except File_c::OpenStored, is also logged as "%s: %s"
+// with the reason after the caller's name, or after the full path if the caller passed an object. These are an Achtung
+// (cdebug.h) too:
 // - a known file that the system does not open, except packs and names in ".bin" (FileOpenTracker, cfilelog.h).
 // - a duplicate (bDuplicate) that FileOpen opens or FileOpenStored finds.
 //
@@ -66,8 +67,8 @@ public:
 
     /// Reads dwLength bytes from the byte dwPosition of the file on disk to pBuffer and returns true. Returns true at
     /// once if dwLength is 0; otherwise asserts that dwPosition lies inside the file. Returns false if the file can't
-    /// be opened or has fewer bytes there; after a short read dwLength is the number of bytes that were read. Any
-    /// thread, without the file's lock.
+    /// be opened or read or has fewer bytes there; after a short read dwLength is the number of bytes that were read.
+    /// Any thread, without the file's lock.
     virtual bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) = 0;
 
     /// Returns the name as the last caller of FileOpen spelled it. Empty until the first one.
@@ -169,7 +170,8 @@ private:
     int RefClose();
 
     /// Opens the file for an asynchronous request and returns the result of Open. If pBuffer is not null, it has room
-    /// for iRoom bytes. Adds a reference if Open returns true.
+    /// for iRoom bytes. Adds a reference if Open returns true. Returns false without an open if the resident contents
+    /// do not fit. Logs as LogWhyNot if the result is false.
     bool RefOpenAsync(void * pBuffer, int iRoom);
 
     /// Adds nReferences to the count. Returns the new count. Requires the lock.
@@ -229,7 +231,7 @@ public:
     FileStored_c(FileStored_c const &) = delete;
     FileStored_c & operator=(FileStored_c const &) = delete;
 
-    /// Asserts that the stream is closed.
+    /// Asserts that the stream is closed; otherwise closes it.
     virtual ~FileStored_c();
 
     /// Moves the position to iOffset bytes from iOrigin: 1 for the current position, 2 for the end, anything else for
@@ -242,8 +244,8 @@ public:
     /// Returns the current position in bytes. Returns 0 if the stream is closed.
     virtual long TellStored();
 
-    /// Reads up to iSize * iCount bytes to pBuffer. Returns how many were read: fewer at the end of the file, 0 on
-    /// failure and if the stream is closed.
+    /// Reads up to iSize * iCount bytes, at most INT_MAX, to pBuffer. Returns how many were read: fewer at the end of
+    /// the file or after a failure, 0 if the stream is closed.
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
     /// Opens the file and returns true. Stores the current size and times in the file object, unless it is resident or
@@ -255,7 +257,7 @@ public:
     /// Closes the stream, if it is open, and destroys this object.
     virtual void CloseStored();
 
-    /// Returns whether the position is at the file's end or after it.
+    /// Returns whether the position is at FileSize or after it. A file that has grown since has more to read.
     bool IsEof();
 
     /// Returns the size in bytes that the file had when the stream was opened. Before that, returns File_c::iLength as

@@ -143,6 +143,7 @@ extern plat::Thread_c g_hAsyncThread;               // the worker
 
 /// Start and stop the worker. The stop drops the remaining requests. It raises the worker to the normal scheduling
 /// class and waits for a read in progress. If the system can't raise the worker, a read of FileOnDisk_c is cancelled.
+/// If the system has no thread for the worker, the start logs a line and serves the waiting requests.
 void FileAsyncStart();
 void FileAsyncStop();
 
@@ -212,7 +213,7 @@ void FileCleanNamesReset();
 /// Writes the response logs. The receiver of g_FileOpenCallbacker. Any thread.
 void ResourceLoadCallback(char const * sFileName);
 
-/// Number of a file's reads from the disk.
+/// A file's key and its File_c::iReads.
 struct FileOpenCalls_t
 {
     String_T<128> sName;

@@ -23,17 +23,19 @@
 
 #include "zqcore/cstring.h"
 
-/// Path of the cache to load. Empty for none. A load that fails empties it.
+/// Path of the cache to load. Empty for none. A load that fails empties it, and so does ModuleFile_c if the cache is
+/// not current.
 extern ZQ_API String_T<256> g_sFilesystemCacheName;
 
 /// Sets g_sFilesystemCacheName, before the modules start. Null or an empty text for none.
 ZQ_API void FilesystemCacheInit(char const * sName);
 
-/// Fills the tables from the cache and returns true. Returns false, with g_sFilesystemCacheName emptied, if the cache
-/// can't be read or there is no media root. The tables are then as before, except that they may hold the cache's own
-/// folder. A damaged cache ends in Abort:
+/// Fills the tables from the cache and returns true. Returns false, with g_sFilesystemCacheName emptied, if no cache is
+/// named, it can't be read or there is no media root. The tables are then as before, except that they may hold the
+/// cache's own folder. A damaged cache ends in Abort:
 /// - another major version, or too few bytes.
-/// - a text that does not fit its checksum.
+/// - a negative count, or a file without a name.
+/// - a folder's text that does not fit its checksum, or does not begin and end with `\`.
 /// - two entries of one name, or a file without its folder.
 /// - more folders than the table of one load has room for, or more files than g_sFileObjects has.
 ///

@@ -57,7 +57,7 @@ inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
 /// Word after the last record, if a stamp for each folder follows: the bytes "ZQFS" (docs/formats.md).
 inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
 
-/// Does what FilesystemCacheSave does. Returns whether the cache was written.
+/// Does what FilesystemCacheSave does, without its assertion. Returns whether the cache was written.
 bool FileCacheTrySave(char const * szFile);
 
 /// Removes the files that do not belong in the cache of a media root from the tables.

@@ -128,7 +128,7 @@ namespace
         g_sSplitGame = g_sSplitLocation + g_sGameFolder;
     }
 
-    // Returns whether the media lie in the current folder and are registered by relative paths.
+    // Returns whether the media root is "." or begins with `.\`, so that its media are registered by such paths.
     bool IsBelowCurrentFolder(char const * szRoot)
     {
         FoldedPath_c const sRoot(szRoot);

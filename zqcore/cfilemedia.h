@@ -62,7 +62,7 @@ extern ZQ_API bool g_bAddon;
 /// root if a file of that name is known. Then it empties the tables, the exclude lists, the types of stayers and
 /// g_FileOpenCallbacker, and ends the watch of cfiletrack.h. The settings above stay. The cache leaves out:
 /// - the folders profiles, mapscache, $$$pqxautosave and $$$pqxbackup of the media root.
-/// - folders that were registered by a path relative to the current folder, unless the media root is such a path.
+/// - folders that were registered by a path that begins with `.\`, unless the media root is "." or such a path.
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:

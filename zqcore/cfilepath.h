@@ -20,6 +20,7 @@
 // - links whose target is missing.
 // - files of unfinished saves (FileReplacement_c::IsBeside).
 // - excluded names, and the folders of other games (FileSetSplit).
+// - files for which the table has no room. The first one of the process is a Warning.
 //
 // A bare name of more than 127 characters is cut, so the file can't be opened. A file of 2 GiB or more can't be opened
 // either. Both are logged. g_FileSkipCallbacker reports what a scan skips to a host, such as a tool for artists.
@@ -27,8 +28,8 @@
 // Ownership: the functions below create and destroy the objects of both tables.
 // Threads: main thread.
 // Cost: a scan reads each folder once and allocates for each file and folder.
-// Failure: what can't be registered is skipped with a log line. After a failure of the system FileScanIsWhole returns
-// false. A null path or name asserts.
+// Failure: what can't be registered is skipped, as described above. After a failure of the system FileScanIsWhole
+// returns false. A null path or name asserts.
 //
 //     FileAlwaysExcludeFolder("sources");
 //     if (FileAddSearchPath("media", true, false))
@@ -47,21 +48,22 @@
 using FileTable_t = StringHash_T<File_c, 128, 16384, 117>;
 using PathTable_t = StringHash_T<String_T<256>, 256, 4096, 117>;
 
-/// All files by their keys, and all folders that scans have entered. The order of First and Next is the table order. It
-/// depends on the hashes.
+/// All files by their keys, and the folders that scans, caches and FileAddOneFile have added. The order of First and
+/// Next is the table order. It depends on the hashes.
 extern ZQ_API FileTable_t g_sFileObjects;
 extern ZQ_API PathTable_t g_sPaths;
 
 /// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
 /// g_AddSubfolderCallbacker for each folder. Returns true too if the folder can't be read; then FileScanIsWhole returns
 /// false. Returns false, with a log line, in these cases:
-/// - there is no such folder.
+/// - there is no such folder, or the system can't report it. In the second case FileScanIsWhole returns false too.
 /// - its path has more than 255 characters.
 /// - a folder in lower case hides it.
 ///
 /// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
 /// name as the key. A file whose key exceeds 127 characters is then skipped with a log line. Files of a folder outside
-/// of the media root keep bare names, with a log line for the folder.
+/// of the media root keep bare names, with a log line for the folder. If g_sPaths has no room for a folder, its files
+/// have none: their keys alone are their paths on disk.
 ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
 
 /// Returns whether scans have seen all of a folder and its subfolders; an empty sPath means all scans. A folder that
@@ -79,7 +81,7 @@ enum class FileSkip_e
     TooLarge,        // entered, but can't be opened
     LongKey,         // its relative name has more than 127 characters
     LongPath,        // a folder whose path has more than 255 characters
-    Case,            // it differs from another entry in case only, and is a folder or the other one is
+    Case,            // it differs from another entry in case only, and one of the two is no regular file
     Drive,           // its name begins like a drive
     Separator,       // its name holds a `\`
     NotUtf8,         // its name is not UTF-8
@@ -109,6 +111,7 @@ struct FileSkip_t
 /// names say. A receiver must not change the tables. These are not reported:
 /// - links whose target is missing.
 /// - excluded names and unfinished saves of which the system reports no facts.
+/// - excluded names of pipes, sockets and devices.
 /// - folders below the path of a scan that is not recursive.
 extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 
@@ -124,8 +127,8 @@ ZQ_API bool FileResetFiles(char const * sPath);
 ZQ_API void FileReset();
 
 /// Reads a file once, registers it by its bare name and returns true. Returns true without touching the disk if the
-/// bare name is known already, in any folder. On failure returns false, with log lines. A file that the system does not
-/// open is an Achtung too (cfile.h).
+/// bare name is known already, in any folder. On failure returns false, with log lines; g_sPaths may then have the
+/// file's folder. A file that the system does not open is an Achtung too (cfile.h).
 ZQ_API bool FileAddOneFile(char const * sFile);
 
 /// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. The table then owns

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <utility>
 
-/// Adds a copy of a folder's path to g_sPaths. Returns null if the table has it already or is full.
+/// Adds a copy of a folder's path to g_sPaths and returns it. Returns null if the table has it already or is full.
 String_T<256> const * FilePathAdd(char const * szPath);
 
 /// Characters of the longest key.
@@ -34,7 +34,7 @@ inline std::size_t FileMakeBareKey(char const * szName, std::size_t nName, char 
     return nKey;
 }
 
-/// Destroys an object whose key is not in the table.
+/// Destroys an object that is not in the table.
 inline void FileDiscard(File_c * pFile)
 {
     pFile->sName = "";   // the key may be another object's

@@ -15,7 +15,7 @@ namespace
 {
     // Texts of FileSkip_e.
     constexpr char const * WHY[] = { "another file has its name", "the table has no room for it",
-        "its name is cut to 127 characters", "it is larger than 2 GiB and can't be opened",
+        "its name is cut to 127 characters", "it has 2 GiB or more and can't be opened",
         "its relative name takes more than 127 characters", "its path is too long",
         "it differs from another entry in case only", "its name begins like a drive", "its name holds a '\\'",
         "its name is not UTF-8", "it is no regular file", "it can't be read", "the system does not report what it is",
@@ -373,7 +373,7 @@ namespace
         }
         if (Entry.Facts.nSize > INT_MAX)
         {
-            LogEscaped("filesystem: \"%s%s\" is larger than 2 GiB and can't be opened",
+            LogEscaped("filesystem: \"%s%s\" has 2 GiB or more and can't be opened",
                 static_cast<char const *>(Folder.sPath), Entry.szName);
             FileReportSkip(FileSkip_e::TooLarge, Folder.sPath, Entry.szName);
         }

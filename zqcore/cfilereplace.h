@@ -2,7 +2,8 @@
 //
 // A writer that opens a file empties it at once. A full disk, a crash or a failed save then loses the old contents. A
 // FileReplacement_c makes a new file in the same folder, the file beside. An archive or Write fills it. Commit renames
-// it to the name of the old file in one step. Until then, and after any failure, the old file is unchanged.
+// it to the name of the old file in one step. Until then the old file is unchanged. A failure leaves it so, with one
+// exception, which Commit states.
 // cfilesave.h adds what a save needs: a seal, a lock and previous saves.
 //
 // Ownership: the object owns the file beside and deletes it in its destructor. A process that is killed leaves it.
@@ -38,7 +39,7 @@ public:
         : FileReplacement_c(szFile, eRights, nullptr)
     {}
 
-    /// Deletes the file beside, unless Commit has succeeded.
+    /// Deletes the file beside, unless Commit has renamed it.
     virtual ~FileReplacement_c();
     FileReplacement_c(FileReplacement_c const &) = delete;
     FileReplacement_c & operator=(FileReplacement_c const &) = delete;
@@ -51,15 +52,16 @@ public:
     bool Rewrite(std::uint64_t nOffset, std::uint32_t dwOld, std::uint32_t dwNew);
 
     /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true.
-    /// - The new file gets the old file's access rights, unless it was made with Rights_e::Private.
+    /// - A new file of Rights_e::Shared gets the old file's access rights; if that is another user's, only those among
+    ///   them that it has already. Any other new file keeps its own rights, and so does one that replaces a link.
     /// - If the name is that of a symbolic link, the link is replaced, not followed.
     ///
-    /// Returns false, and the old file stays, in these cases:
+    /// Returns false and replaces nothing in these cases:
     /// - a previous call has failed, or Commit was called before.
     /// - an archive is still open on the file beside.
     /// - the file beside can't be synchronized, or has lost its name.
     /// - the folder can't be opened.
-    /// - the name is that of a folder, a pipe or a device.
+    /// - the name is that of a folder, a pipe, a socket or a device.
     /// - the system refuses the rename.
     ///
     /// Also returns false if only the new name can't be synchronized. Then the new file has the name already.
@@ -78,14 +80,14 @@ public:
 
     /// Begin and end the writing of an archive. EndArchive(false) makes Commit fail. BeginArchive returns the open
     /// file, or null in these cases:
-    /// - a call has failed.
+    /// - a call has failed, or Commit has succeeded.
     /// - the file holds bytes.
     /// - another archive has begun.
     plat::File_t BeginArchive();
     void EndArchive(bool bWhole);
 
     /// Returns whether a bare name is that of a file beside or of the lock on a save. The first is `~zq`, eight
-    /// hexadecimal digits, `-` and the name, cut to fit; the second `~zqlock-` and the name.
+    /// hexadecimal digits, `-` and the name, the second `~zqlock-` and the name in lower case. Both are cut to fit.
     static bool IsBeside(char const * szBare);
 
 protected:

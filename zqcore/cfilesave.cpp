@@ -161,7 +161,8 @@ String_T<256> FileSave_c::GetPath(int iPrevious) const
     return iPrevious > 0 ? m_sFile + Numbered(".", iPrevious) : m_sFile;
 }
 
-// Deletes files left by writers of this save that were killed. No other program writes it at this point.
+// Deletes files left by writers of this save that were killed. No other program writes it at this point, unless the
+// file system has no locks.
 void FileSave_c::DeleteLeft()
 {
     String_T<512> sFolder(m_sFile);
@@ -272,7 +273,7 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
     plat::FileClose(hFile);
     if (!bFits || nRead < nBytes)
     {
-        return SetState(UNREADABLE, !bFits     ? "it is larger than 2 GiB"
+        return SetState(UNREADABLE, !bFits     ? "it has 2 GiB or more"
                                     : bShorter ? "it was cut meanwhile"
                                                : static_cast<char const *>(sReason));
     }

@@ -12,16 +12,18 @@
 // A load changes nothing on the disk. It returns one of these states:
 // - whole: OpenFile returns the archive.
 // - absent: there is no save. Start from the beginning.
-// - unreadable: the system refuses the file, or it is no regular file of less than 2 GiB. It may be good, so it must
-//   not be replaced.
+// - unreadable: the system refuses the file, it is no regular file of less than 2 GiB, or another program cuts it
+//   meanwhile. Also if the constructor refused the path. It may be good, so it must not be replaced.
 // - damaged: length or CRC-32 do not match. PutAside keeps the file under another name; a previous save may be good.
-// - newer, older: whole, of a version that the caller does not read. Ask the player before it is replaced.
+// - newer, older: whole, of a version that the caller does not read, or with a newer seal or none. Ask the player
+//   before it is replaced.
 //
 // Ownership: the FileSave_c owns the lock and the loaded contents. A reader frees the contents when it is closed.
 // Threads: an object belongs to one thread at a time.
 // Cost: a load holds the whole save in memory until its reader is closed. A writer allocates as a FileReplacement_c
 // does.
-// Failure: calls return false, null or a state, with the reason in GetWhyNot. Nothing here logs or shows a dialog.
+// Failure: calls return false, null or a state, with the reason in GetWhyNot. Nothing here logs or shows a dialog,
+// except the assertion of SetPrevious and the tracker of open files (cfilelog.h).
 //
 // Load:
 //     FileSave_c Save("saves\\three.sav");
@@ -66,8 +68,8 @@ public:
 
     static constexpr int MOST_PREVIOUS = 9;   // maximum number of previous saves
 
-    /// Makes the missing folders of szFile and acquires the lock. Does not open the save. The path has at most 249
-    /// characters. On failure IsLocked returns false.
+    /// Makes the missing folders of szFile and acquires the lock. Deletes the files that a killed process left. Does
+    /// not open the save. The path has at most 249 characters. On failure IsLocked returns false.
     explicit FileSave_c(char const * szFile);
 
     /// Releases the lock. Requires that readers of OpenFile are closed.
@@ -76,8 +78,8 @@ public:
     FileSave_c & operator=(FileSave_c const &) = delete;
 
     /// Returns whether this object has the lock. Without it Load works, but PutAside and writers fail. After the
-    /// constructor GetWhyNot has the reason: another FileSave_c has the lock, in this process or another, or the
-    /// system's reason.
+    /// constructor GetWhyNot has the reason: another FileSave_c has the lock, in this process or another, the path is
+    /// refused, or the system's reason. A child of a fork does not have its parent's lock.
     bool IsLocked() const;
 
     /// Set and return how many previous saves a commit keeps. 0 at start. Asserts that the number is 0 to
@@ -89,8 +91,9 @@ public:
     String_T<256> GetPath(int iPrevious = 0) const;
 
     /// Reads the save, or a previous one as in GetPath, checks it and returns its state. Returns NEWER or OLDER for a
-    /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above it. Frees
-    /// the contents of the previous load; requires that their reader is closed.
+    /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above it. A
+    /// newer form of the seal is NEWER too, and a CRC-32 without a seal OLDER. Frees the contents of the previous load;
+    /// requires that their reader is closed.
     State_e Load(std::uint32_t dwVersion, int iPrevious = 0);
 
     /// Returns the archive that Load has found whole, for one Readable_c, which frees the contents when it is closed.
@@ -131,7 +134,8 @@ public:
 
     /// Seals and synchronizes the new save, keeps the previous ones, replaces the old save, synchronizes the folder and
     /// returns true. For a first save, also synchronizes the folders of its path. Fails as FileReplacement_c::Commit
-    /// does. Also fails, and the old save stays, if a previous save can't be kept.
+    /// does. Also fails, and the old save stays, if the seal can't be written, those folders can't be synchronized or a
+    /// previous save can't be kept. After a failure previous saves may have the next numbers already.
     bool Commit() override;
 
 private:

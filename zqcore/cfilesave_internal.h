@@ -15,5 +15,6 @@ struct SaveCheck_t
     FileReplacement_c::Reason_t sWhyNot;
 };
 
-/// Returns the state of a save, as FileSave_c::Load does. A damaged save may have a mark, a checksum or neither.
+/// Returns the state of a save, as FileSave_c::Load does. A damaged save may have a mark, a checksum, both or
+/// neither.
 SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);

@@ -40,10 +40,10 @@
 
 /// Starts to watch a folder with its subfolders. Ends a previous watch. Asserts that sPath is not null. Requires that
 /// it has no separator at its end. On failure nothing is watched, log lines state the reason, and FileOpenTracker
-/// raises an Achtung. Reasons:
+/// raises an Achtung. Skips subfolders that can't be read, without a report. Reasons of a failure:
 /// - the folder can't be opened, or its path has more than 255 characters.
-/// - the system's limits. Under Linux they are `fs.inotify.max_user_watches`, the folders that a user may watch, and
-///   `fs.inotify.max_user_instances`, the watches that a user may start.
+/// - the system's limits. Under Linux they are `fs.inotify.max_user_watches`, the folders that a user may watch,
+///   `fs.inotify.max_user_instances`, the watches that a user may start, and the number of open files.
 ZQ_API void FileTrackChanges(char const * sPath);
 
 /// Returns whether a folder is watched.
@@ -54,22 +54,23 @@ ZQ_API bool FileTrackIsOn();
 ZQ_API String_T<1024> FileTrackGetProblem();
 
 /// Replaces the extensions of files that are not reported. They have their dots, are in the case of the disk and are
-/// separated by blanks. Cut at 255 characters.
+/// separated by blanks. Cut at 255 characters; null empties the list.
 ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
-/// Reports what has changed since the last call. Waits at each changed file until no process has it open for writing:
-/// 10 ms in any case, and at most 5 seconds. If one still has it open after that time, the change is logged and lost.
-/// If the file is not at its path, the change is logged and lost without a wait. A call from within the callback
-/// does nothing.
+/// Reports what has changed since the last call. Waits at each file to report until it can be opened and no process has
+/// it open for writing: 10 ms in any case, and at most 5 seconds. A wait of more than 100 ms is logged. After 5 seconds
+/// the change is lost. If the file is not at its path, the change is logged and lost without a further wait. A call
+/// from within the callback does nothing.
 ZQ_API void FileTrackDoWork();
 
 /// Ends the watch, if there is one, and empties the list of extensions.
 ZQ_API void FileTrackShutdown();
 
 /// Registers the files that were added to the known folders since their scan, by bare name. Their size and times are 0
-/// until they are opened. Subfolders are not entered, exclusions do not apply, and deleted files stay in the table. Skips
-/// a file without a log line in these cases:
+/// until they are opened. Subfolders are not entered, exclusions do not apply, and deleted files stay in the table.
+/// Skips a file without a log line in these cases:
 /// - Its name is known already.
 /// - A scan would skip it by another rule than exclusions.
 /// - The table is full.
+/// - Its folder can't be read.
 ZQ_API void FileRefresh();

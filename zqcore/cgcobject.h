@@ -40,7 +40,7 @@ namespace Tessel
         GcRef_c(GcRef_c const &) = delete;
         GcRef_c & operator=(GcRef_c const &) = delete;
 
-        /// Returns the target; null after it was collected or deleted.
+        /// Returns the target; null after it or the source was collected or deleted.
         GcObj * Get() const { return m_pTarget; }
 
         /// Replaces the target, which may be null.
@@ -94,7 +94,7 @@ namespace Tessel
         GcObj * m_pNext = nullptr;   // next object in one of the lists below
         GcObj * m_pPrev = nullptr;
         [[maybe_unused]] std::uint32_t m_dwReserved = 0;   // always 0
-        int m_iEpoch;                                      // value of s_iEpoch in the last marking
+        int m_iEpoch;                                      // s_iEpoch when the object was made or last marked
         GcRef_c * m_pOutgoing = nullptr;
         GcRef_c * m_pIncoming = nullptr;
         GcObj * m_pMarkNext = nullptr;   // next object whose references are to be followed, while marking

@@ -331,7 +331,8 @@ GigaPoolResizeable_c * GigaPoolResizeable_c::ChunkMap_c::FindPool(void const * p
     return pChunk ? pChunk->pOwner : nullptr;
 }
 
-// Handles foreign addresses, pages that are not in their home slot, and elements whose index needs a division.
+// Handles foreign addresses, pages that are not in their home slot, elements whose index needs a division, and what the
+// fast path of the pool refuses.
 bool GigaPoolResizeable_c::ChunkMap_c::FreeSlow(void const * pPtr, bool bArray) const
 {
     Chunk_s * const pChunk = Find(pPtr);

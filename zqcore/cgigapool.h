@@ -11,8 +11,9 @@
 // Cost: Alloc and Free take constant time, a few nanoseconds. A pool adds 12 bytes for every 32 elements. A chunk adds
 // up to 64 KiB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KiB, or
 // up to 2 KiB if addresses collide.
-// Failure: Alloc returns null if a fixed pool is full or the address space is used up. Free returns false for a foreign
-// pointer. Misuse fails an assertion and changes nothing, unless a declaration says otherwise.
+// Failure: Alloc returns null if a fixed pool is full, or if its storage or a chunk would exceed half of the address
+// space. A lack of memory ends in Abort (cmemory.h). Free returns false for a foreign pointer. Misuse fails an
+// assertion and changes nothing, unless a declaration says otherwise.
 //
 //     GigaPoolResizeable_c Pool(1000, 48);   // about 1000 elements of 48 bytes
 //     void * const pElement = Pool.Alloc(false);
@@ -65,14 +66,14 @@ public:
 
     /// Allocates storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Negative values
     /// count as 0. Asserts that the pool has no storage, and that there are at most MAX_ELEMENTS; if the developer
-    /// continues, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS. If the memory can't be
-    /// allocated, asserts, and Alloc returns null.
+    /// continues, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS. If the storage would
+    /// exceed half of the address space, asserts, and Alloc returns null.
     void Init(int iElements, int iElementSize);
 
     /// Uses storage of the caller, which must outlive the pool or its Reset, and nothing of the heap. It holds as many
     /// whole groups of 32 elements as fit, but no more than MAX_ELEMENTS elements. StorageFor returns the bytes for a
-    /// number of elements. Storage that is too small for a group makes a pool without elements. Asserts that the pool
-    /// has no storage; if the developer continues, it keeps its storage.
+    /// number of elements. Storage that is too small for a group, or a size below 1, makes a pool without elements.
+    /// Asserts that the pool has no storage; if the developer continues, it keeps its storage.
     void Init(std::span<std::byte> Storage, int iElementSize);
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
@@ -82,11 +83,12 @@ public:
     /// Returns the number of elements, free or in use. Stays after Reset.
     int GetElements() const { return m_Slab.GetElements(); }
 
-    /// Frees the storage with all elements in use. The water marks stay. Init may follow, and sets them to 0.
+    /// Frees the storage, or releases that of the caller, with all elements in use. The water marks stay. Init may
+    /// follow, and sets them to 0.
     void Reset();
 
-    /// Allocates and returns an element, or null if the pool is full. The element that was freed last from a full group
-    /// comes first. An element that is allocated with bArray is freed with bArray. Asserts that there is storage, and
+    /// Allocates and returns an element, or null if the pool is full. Uses the lowest free element of the group that
+    /// was full last. An element that is allocated with bArray is freed with bArray. Asserts that there is storage, and
     /// returns null otherwise. A pool that was full at Reset returns null without the assertion.
     void * Alloc(bool bArray);
 
@@ -186,7 +188,7 @@ public:
 
     /// Allocates an element, and a chunk if necessary, and returns the element. Asserts and returns null only in these
     /// cases:
-    /// - No chunk fits into the address space.
+    /// - A chunk would exceed half of the address space.
     /// - Init has not been called with at least one element of at least one byte.
     void * Alloc(bool bArray);
 

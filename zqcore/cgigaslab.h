@@ -10,8 +10,9 @@
 // them.
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
-// Failure: a slab that can't allocate asserts and has no storage. Misuse fails an assertion and changes nothing, but an
-// element that was allocated with another bArray is freed.
+// Failure: a slab that would exceed half of the address space asserts and has no storage. A lack of memory ends in
+// Abort (cmemory.h). Misuse fails an assertion and changes nothing, but an element that was allocated with another
+// bArray is freed.
 #pragma once
 
 #include "zqcore/cdebug.h"
@@ -138,7 +139,7 @@ public:
 
     /// Allocates storage as GigaPoolStatic_c::Init does. Its address is a multiple of nAlignment, a power of 2 of at
     /// least MEMORY_ALIGNMENT. Asserts that the slab has no storage, and returns false otherwise. Returns true even if
-    /// there is no memory: RequireStorage shows that.
+    /// the storage would exceed half of the address space: RequireStorage shows that.
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
     /// Places as many groups as fit, with their records, in storage of the caller, but no more than MAX_ELEMENTS

@@ -1,14 +1,15 @@
 // cguid.h: 128-bit identifiers and their text forms.
 //
 // The platform's sequential generator makes an identifier of version 1 (RFC 4122): the time, the machine's hardware
-// address and a number that no other live process of the machine has. So no two are equal, with one very unlikely
-// exception: after the clock was set back, an identifier may equal that of a process that has ended. A machine without
-// an address of its own makes identifiers that are unique on that machine only. They are refused unless
-// SetGlobalOnly(false) allows them.
+// address and a number that no other live process of the machine has, if the system has a socket for each. So no two
+// are equal, with one very unlikely exception: after the clock was set back, an identifier may equal that of a process
+// that has ended. A machine without an address of its own makes identifiers that are unique on that machine only. They
+// are refused unless SetGlobalOnly(false) allows them.
 //
 // Ownership: a Guid_c is a plain value.
 // Threads: any thread may create one.
-// Cost: creating takes 100 ns or more, because each identifier has a tick of 100 ns of its own. Nothing allocates.
+// Cost: creating takes 100 ns or more, because each identifier has a tick of 100 ns of its own. Create allocates only
+// when it reads the network interfaces: the first time, and each second while no address is global.
 // Failure: Create and the readers return false and leave their output as it was; CreateNewId asserts.
 //
 //     Guid_c Guid, Copy;

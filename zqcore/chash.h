@@ -3,7 +3,7 @@
 // StringHash_T maps names to objects, IndexHash_T maps 32-bit keys to values that the slot holds. The chain of slots
 // that a key may occupy is fixed: it starts at the key's hash and continues in a fixed step, for two thirds of the
 // slots. Many file names share a chain. So a StringHash_T also has an index of its entries, and a lookup costs a hash
-// and one comparison for a chain of any length.
+// and one comparison for a chain of any length. It walks the chain only once a name may be in the table twice (Add).
 //
 // Ownership: a StringHash_T owns neither objects nor names, which must outlive their entries.
 // Threads: no lock. The caller must lock a table that several threads use, unless none of them changes it.
@@ -52,7 +52,8 @@ public:
     void Insert(std::uint32_t iHash, int iSlot);
     void Remove(std::uint32_t iHash, int iSlot);
 
-    /// Returns the first slot with this hash that fnMatches accepts, or -1.
+    /// Returns the first slot that fnMatches accepts, or -1. Calls it for slots of other hashes too, because the words
+    /// hold only a part of a hash.
     template <typename MATCHES>
     int Find(std::uint32_t iHash, MATCHES const & fnMatches) const;
 
@@ -143,7 +144,8 @@ public:
     Slot_s * Next(Slot_s * pSlot) { return FirstFrom(pSlot + 1); }
 
     /// Walk over the objects in slot order. While the caller works on one object, the processor loads the cache lines
-    /// of the next one. The caller may delete the entry of the present object. A forward iterator.
+    /// of the next one. The caller may delete the entry of the present object, but not that of the next one. A forward
+    /// iterator.
     class ObjectIterator_c
     {
     public:

@@ -39,7 +39,7 @@ extern ZQ_API int g_iLogFrameCounter;
 /// Both texts are cut at 1023 characters; null is an empty text. Requires that LogInit has opened no log.
 /// - The folder ends in a separator. Without one, its last level becomes the start of the log's name and is not made as
 ///   a folder. A crash report needs that folder: if it does not exist, a crash leaves no report.
-/// - A relative folder is below the current one.
+/// - A relative folder is below the current one. It stays relative if the whole path has more than 1023 characters.
 ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
 
 /// Opens the main log, "message.log" if no name was set, and adds its writer to the listeners, once. Makes the missing
@@ -55,6 +55,7 @@ ZQ_API void LogDone();
 ///   previous ones ".2" to ".nPrevious". If nPrevious is 0 or negative, the log empties the file instead.
 /// - Lines that other threads write meanwhile may go to the full file.
 /// - A stream that the host has set has no limit, and neither has a named log beyond the table of GetLogFile (clogf.h).
+/// - Lines that LogfArg (clogf.h) writes to the main log are not counted until the file's size is read again.
 ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);
 
 /// Adds a listener, which is called before the others and on the thread that logs. It stays until LogDone.
@@ -89,7 +90,7 @@ ZQ_API void LogWinLastError(char const * sPrefix);
 /// Logs the facts of the system and the local time, in 14 lines.
 ZQ_API void DumpSystemInfo();
 
-/// Returns the absolute folder of the main log, or an empty text before LogSetFile.
+/// Returns the folder of the main log, absolute unless it was too long, or an empty text before LogSetFile.
 ZQ_API wchar_t const * LogGetFolder();
 
 /// Makes each missing level of a folder, from the outermost inward. `/` and `\` separate the levels and become `/` in

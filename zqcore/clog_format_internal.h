@@ -9,13 +9,14 @@
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;
 
 /// Formats like vsnprintf, without the heap. Returns the length up to the first NUL, at most nSize - 1. Wide text
-/// becomes UTF-8 in every locale, unless fmt has a conversion that is not of standard C. A value in it that is no
-/// character becomes U+FFFD, except a byte of a path (platform/text.h). The fast path serves plain %s, %c, %i, %d, %u,
-/// %x, %zu and %%. Requires nSize > 0.
+/// becomes UTF-8 in every locale, unless fmt has %n or another conversion that the slow path does not know. A value in
+/// it that is no character becomes U+FFFD, except a byte of a path (platform/text.h). The fast path serves plain %s,
+/// %c, %i, %d, %u, %x, %zu and %%. Requires nSize > 0.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Formats as FormatText does, for texts from outside, and returns the length. What %s and %c insert is escaped whole,
-/// line ends too, as in TextForLog. Supports the conversions of the fast path only; any other ends the text.
+/// line ends too, as in TextForLog. Supports the conversions of the fast path only; any other ends the text, and so
+/// does a NUL of %c.
 std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Escapes in place what no line may hold: all that TextForLog escapes except tabs and line ends. Returns the length.
@@ -23,8 +24,8 @@ std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std
 /// A plain line costs one test for each 8 bytes.
 std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize);
 
-/// Formats as FormatText does, then escapes with EscapeLine, and returns the length. Formats every log line and
-/// complaint.
+/// Formats as FormatText does, then escapes with EscapeLine, and returns the length. Formats all complaints, and all
+/// log lines but those of FormatEscaped.
 std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Calls FormatLine with the arguments after fmt, which is a parameter of the variadic function that uses this. It is a

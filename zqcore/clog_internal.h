@@ -10,13 +10,14 @@
 #include <cstdint>
 #include <cstdio>
 
-/// Writer of one log. It writes each line with one system call, and counts those that can't be written. If a full disk
-/// cuts a line, its line end is written before the next line. Any thread may write; the log's own stream needs no lock.
+/// Writer of one log, or of those without room in the table of named logs. It writes each line with one system call,
+/// and counts those that can't be written. If a full disk cuts a line, its line end is written before the next line.
+/// Any thread may write; the log's own stream needs no lock.
 class LogStream_c
 {
 public:
     /// Sets the stream that plat::StreamOpenLog opened for this log. It is written without stdio's buffer. Other
-    /// streams are the host's and are written through stdio.
+    /// streams, such as a host's, are written through stdio under a lock.
     void SetOwn(std::FILE * pStream)
     {
         m_pOwn = pStream;
@@ -24,16 +25,21 @@ public:
         m_nSize = UNKNOWN_SIZE;
     }
 
-    /// Writes a text that ends with its line end. Returns false if it is lost; the loss is counted.
+    /// Writes a text, as a rule a line with its end. Returns false if a part of it is lost; the loss is counted.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
-    /// Starts a new file if this one has outgrown the limit of LogSetLimit. The logs call it after each line of
-    /// nLine bytes. fnPath(szPath) writes the path that the own stream was opened with.
+    /// Starts a new file if this one has outgrown the limit of LogSetLimit. Does nothing for streams other than the own
+    /// one. The logs call it after each line of nLine bytes, but LogWriteBare does not. fnPath(szPath) writes the path
+    /// that the own stream was opened with.
     template <typename PATH>
     void Limit(std::FILE * pStream, std::size_t nLine, PATH const & fnPath)
     {
         std::uint64_t const nLimit = s_nLimit.load(std::memory_order_relaxed);
-        if (nLimit != 0 && pStream == m_pOwn && (m_nSize += nLine) > nLimit) [[unlikely]]
+        if (nLimit == 0)
+        {
+            m_nSize.store(UNKNOWN_SIZE, std::memory_order_relaxed);   // for a limit that is set later
+        }
+        else if (pStream == m_pOwn && (m_nSize += nLine) > nLimit) [[unlikely]]
         {
             BeginAnewAt(pStream, fnPath);
         }

@@ -4,9 +4,9 @@
 // another process has that open as its log. Each text is written at once, at the end of the file. A log that is used
 // before ModuleLog_c initialises is in the folder of SetLogPath, or in the current one without that call.
 //
-// Ownership: ModuleLog_c opens the logs and closes them when it shuts down.
+// Ownership: ModuleLog_c opens the logs, and closes those of its table when it shuts down (GetLogFile).
 // Threads: any thread may write to any log at any time, but not while ModuleLog_c shuts down.
-// Cost: a text is one system call. The first use of a name allocates.
+// Cost: a text is one system call. The first use of a name allocates, and so does each use beyond the table.
 // Failure: lines to a log that can't be opened are lost without a message. Lines that a full disk does not store are
 // counted. The count goes to the main log when the disk stores lines again, or when the log is closed.
 //
@@ -56,8 +56,8 @@ public:
     /// missing levels of the folder when it initialises. Requires that it is not initialised.
     static void SetLogPath(wchar_t const * sPath);
 
-    /// Returns the folder of the named logs, absolute once the module is initialised. Before that it is the text of
-    /// SetLogPath, or empty.
+    /// Returns the folder of the named logs, absolute once the module is initialised, unless that path would have more
+    /// than 1023 characters. Before that it is the text of SetLogPath, or empty.
     wchar_t const * GetLogPath() const;
 
     /// Returns the log of a name, and opens it if needed. The name is compared exactly and cut at 63 characters; on

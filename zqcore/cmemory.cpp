@@ -77,7 +77,7 @@ namespace
         t_MemoryStack.iNumber = 0;
     }
 
-    // Frees the stacks of the other threads, which a forked child lacks.
+    // Empties and releases the stacks of the other threads, which a forked child lacks.
     void LeaveOtherStacks()
     {
         for (std::uint32_t iNumber = 1; iNumber <= ThreadNumbers_c::COUNT; ++iNumber)

@@ -143,8 +143,9 @@ inline constexpr std::uint32_t MEMORY_CATEGORY_MASK = 0x7FFF;
 inline constexpr std::uint32_t MEMORY_OBJECT_FLAG = 0x80000000u;
 
 /// Returns the word that operator_new stores with a block. iBlockType is a word too.
-/// - The kind of the result is always MEMORY_CLIENT_BLOCK.
-/// - The category is that of iBlockType. If that category is UNDEFINED, or the kind of iBlockType is
+/// - The kind of the result is always MEMORY_CLIENT_BLOCK. A kind of iBlockType above that is reported.
+/// - MEMORY_OBJECT_FLAG is that of iBlockType.
+/// - The category is that of iBlockType. If that category is UNDEFINED or out of range, or the kind of iBlockType is
 ///   MEMORY_NORMAL_BLOCK, it is the one on top of the thread's stack.
 ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 
@@ -175,7 +176,7 @@ namespace CoreMemory
 }
 
 /// Select a category for this thread, and restore the previous one.
-/// - A pop asserts that its category is on top.
+/// - A pop asserts that its category is on top. If the developer continues, it removes the top one.
 /// - Pushes of the same category in a row share an entry. A push asserts that the heap is tracked, and that the thread
 ///   has fewer than 64 entries.
 /// - About 100 running threads can have pushed. The push of a further thread is logged and asserts, and its blocks are
@@ -241,19 +242,19 @@ ZQ_API void * aligned_realloc_dbg(
 ZQ_API void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlignment, std::size_t nOffset,
     int iBlockType, char const * sFile, int iLine);
 
-/// Frees an aligned block. Null does nothing.
+/// Frees an aligned block. Null does nothing. The debug heap also checks it:
 /// - Reports damage before and after the block.
 /// - Reports a block that was freed already or belongs to another heap, and does not free it.
 /// - Detects a second free until the memory is used again. If the block was large and its pages were returned to the
 ///   system, a second free is an access violation.
 ZQ_API void aligned_free_dbg(void * p);
 
-/// Returns the heap's block that holds an aligned pointer. Returns null if the pointer is null or its header is
-/// damaged.
+/// Returns the heap's block that holds an aligned pointer. Returns null if the pointer is null, and with the debug heap
+/// if its header is damaged.
 ZQ_API void * get_block_from_aligned(void * p);
 
-/// Returns the aligned pointer in a block of the heap. Returns null for a null block, and, with a report, if the
-/// header's gap bytes do not match.
+/// Returns the aligned pointer in a block of the heap. Returns null for a null block. The debug heap returns null too,
+/// with a report, if the header's gap bytes do not match.
 ZQ_API void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t nOffset);
 
 /// Allocate a block of ZQ_NEW, as the functions of CoreMemory do.

@@ -53,8 +53,8 @@ namespace
     void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord)
     {
         // Checks the state before this event: that memory was not written just before, so the processor reads it at
-        // full speed. Both sides change by the same amounts below, so only the counter that changes can break the
-        // balance.
+        // full speed. Both sides change by the same amounts below, so the balance stays, and only the counters that
+        // change can become negative.
         bool const bSoundBefore = MemoryCountersAddUp();
         mem::Categories_e const eCategory = MemoryCountedCategory(dwWord);
         if (eCategory != mem::CRT)

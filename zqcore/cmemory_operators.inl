@@ -63,7 +63,7 @@ namespace
     {
         if (!p)
         {
-            throw std::bad_alloc();   // the language's contract, after the tracking has ended
+            throw std::bad_alloc();   // the language's contract, while the heap is not tracked
         }
         return p;
     }

@@ -72,7 +72,7 @@ namespace
     }
 
     // A thread publishes its bytes if they have changed by LARGE or more since it last did. It checks that after every
-    // PUBLISH_INTERVAL allocations of a category, and after each allocation above LARGE.
+    // PUBLISH_INTERVAL allocations of a category, after each allocation above LARGE, and at its end.
     constexpr std::ptrdiff_t PUBLISH_INTERVAL = 128;
     constexpr std::ptrdiff_t LARGE = 4096;   // bytes
 

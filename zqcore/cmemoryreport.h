@@ -23,7 +23,8 @@
 #include "zqcore/cconfig.h"
 
 /// Sets whether the call log is on. False at start. The header is written once in a process. A line holds frame, file,
-/// line, index of the category and bytes of the heap's block. The file of a plain `new` is "unknown".
+/// line, index of the category and bytes of the heap's block, with the heap of a shipped game those of the caller. The
+/// file of a plain `new` is "unknown".
 ZQ_API void MemoryNewLogEnable(bool bEnable);
 
 /// Turns the call log off if it is on, and on if it is off.
@@ -35,9 +36,9 @@ ZQ_API void MemoryNewLogToggle();
 /// - "uncategorized.csv": a line for each client block of category UNDEFINED.
 ZQ_API void MemoryLogAllocations();
 
-/// Returns whether the categories' blocks and bytes add up to the totals. Every heap event runs this check under
-/// g_CategoryLock. Requires that the caller holds that lock if other threads run. With the heap of a shipped game:
-/// returns whether no category has negative figures.
+/// Returns whether the categories' blocks and bytes add up to the totals. Every event of the debug heap checks the same
+/// under g_CategoryLock. Requires that the caller holds that lock if other threads run. With the heap of a shipped
+/// game: returns whether no category has negative figures.
 ZQ_API bool MemoryCheckConsistency();
 
 /// Returns the number of allocations in the last finished frame. Takes no lock.
@@ -55,5 +56,6 @@ ZQ_API void MemoryAbort();
 using MemoryReport_t = void (*)(char const * szText);
 
 /// Sets the receiver and returns the previous one. Null restores the default, which prints to standard error. The first
-/// line of every report also goes to the main log. A report at exit is appended to its file whole.
+/// line of every report also goes to the main log, unless the thread is logging another one. A report at exit is
+/// appended to the log's file whole.
 ZQ_API MemoryReport_t MemoryReportSet(MemoryReport_t fnReceiver);

@@ -61,9 +61,10 @@ public:
     /// - A module's prerequisites can't be initialised. The call raises an Achtung for each such module.
     static bool InitializeAllModules();
 
-    /// Shuts down every registered module, in descending GetInitOrder, and empties the registry. If
-    /// InitializeAllModules has failed, the order is that of registration. Each InitializeAllModules counts from 0, so
-    /// after two of them a module of the first may be shut down before one of the second that needs it.
+    /// Shuts down every registered module, in descending GetInitOrder, and empties the registry. Those registered after
+    /// the last InitializeAllModules that succeeded come last, in the order of registration. Each InitializeAllModules
+    /// counts from 0, so after two of them a module of the first may be shut down before one of the second that needs
+    /// it.
     static void ShutdownAllModules();
 
     /// Call HeartbeatFrame and HeartbeatIdle of each module, in the order of ShutdownAllModules. The application calls

@@ -11,7 +11,7 @@ struct NumberEnd_t
 };
 
 /// Reads a number as strtod does and returns its end. Without a number the value is 0. A number that is too large
-/// becomes HUGE_VAL with its sign, one that is too small 0.
+/// becomes HUGE_VAL, one that is too small 0, both with its sign.
 NumberEnd_t TextToDouble(char const * szText, double & fValue);
 
 /// Read a number as strtol in base 10 does and return its end. Without a number the value is 0. A number out of range

@@ -59,8 +59,8 @@ public:
     OpcodeDecoder_c(OpcodeDecoder_c const &) = delete;
     OpcodeDecoder_c & operator=(OpcodeDecoder_c const &) = delete;
 
-    /// Sets the function that is called for each address, jump target, 32-bit displacement, and number of 32 or 64 bits
-    /// that is not 0. Null, the initial value, means no symbols. pUser is kept for the callback.
+    /// Sets the function that is called, once or more, for each address, jump target, 32-bit displacement, and number
+    /// of 32 or 64 bits that is not 0. Null, the initial value, means no symbols. pUser is kept for the callback.
     void SetSymbolCallback(SymbolCallback_t fnSymbol, void * pUser)
     {
         m_fnSymbol = fnSymbol;
@@ -116,7 +116,7 @@ private:
     void WriteText(char const * szText);
     void WriteHex(std::uint64_t n, int nDigits);
 
-    /// Bits of a VEX, XOP or EVEX prefix, without those that REX has too.
+    /// Bits of a VEX, XOP or EVEX prefix, except R, X and B, which m_nRex has, and what the text shows of them.
     struct Vex_s
     {
         bool bPresent;
@@ -210,8 +210,8 @@ public:
     /// the end without an instruction are not counted.
     ZQ_API std::size_t Decode();
 
-    /// Returns the number of bytes in the instructions found. It is below nBytes after MAX_INSTRUCTIONS, or if prefixes
-    /// end the code, and above it if the last instruction ends later.
+    /// Returns the number of bytes in the instructions found, 0 before Decode and without pages. It is also below
+    /// nBytes after MAX_INSTRUCTIONS, or if prefixes end the code, and above it if the last instruction ends later.
     std::size_t GetDecodedBytes() const
     {
         return m_nInstructions
@@ -219,7 +219,8 @@ public:
                    : 0;
     }
 
-    /// Writes a line for each instruction found: "%08llx: %s" with address and text, then the mark if there is one.
+    /// Calls the sink's WriteSource and WriteLine for each instruction found. The line is "%08llx: %s" with address and
+    /// text, the text cut at 2047 characters, then the mark if there is one. Symbols are those of the sink's GetSymbol.
     ZQ_API void Write(CodeListingSink_c & Sink);
 
 private:

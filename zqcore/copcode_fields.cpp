@@ -224,7 +224,7 @@ void OpcodeDecoder_c::WriteTarget(unsigned char const * pEnd, std::int64_t nDist
     WriteAddress(AsAddress(nEnd + static_cast<std::uint64_t>(nDistance)));
 }
 
-// Inserts the symbol's name before the text written from iText on.
+// Inserts the symbol's name and the distance from it before the text written from iText on, which gets parentheses.
 void OpcodeDecoder_c::OfferSymbol(std::uint64_t Address, std::uint32_t iText)
 {
     if (Address == 0 || m_fnSymbol == nullptr)

@@ -37,7 +37,7 @@ enum OpcodePattern_e : unsigned char
     OPCODE_IF_F2 = 18,
     OPCODE_IF_F3 = 19,
     OPCODE_IF_NO_SEGMENT = 20,
-    OPCODE_IF_REX_W = 21,   // this and the next ones: 64-bit mode
+    OPCODE_IF_REX_W = 21,   // or W of a VEX, EVEX or XOP prefix; else this and the next ones: 64-bit mode
     OPCODE_IF_REX_B = 22,
     OPCODE_IF_NO_REX_X = 23,
     OPCODE_IF_NO_PREFIX = 24,   // none of 66, F2, F3 and REX; this and the next ones: the table of later instructions
@@ -103,7 +103,7 @@ enum OpcodeSlice_e : unsigned char
     OPCODE_SLICE_EXPLICIT = 3,
 };
 
-/// Form in which a field is written. 10 to 15, 28 and 29 serve 64-bit mode.
+/// Form in which a field is written. 10, 11, 13 to 15, 28 and 29 serve 64-bit mode.
 enum OpcodeKind_e : unsigned char
 {
     OPCODE_KIND_R32 = 1,
@@ -115,13 +115,13 @@ enum OpcodeKind_e : unsigned char
     OPCODE_KIND_DR = 7,
     OPCODE_KIND_SEGMENT = 8,
     OPCODE_KIND_ST = 9,
-    OPCODE_KIND_ADDRESS = 10,   // register of the address size
-    OPCODE_KIND_INDEX = 11,     // the same, with REX.X
-    OPCODE_KIND_R32_OR_64 = 12,
-    OPCODE_KIND_STACK = 13,      // r64, or r16 by the operand size
-    OPCODE_KIND_EXTENDED = 14,   // four fields, extended to 64 bits with the sign
-    OPCODE_KIND_NUMBER64 = 15,   // eight fields
-    OPCODE_KIND_BY_SIZE = 16,    // r32, or r16 by the operand size, or r64 by REX.W
+    OPCODE_KIND_ADDRESS = 10,     // register of the address size
+    OPCODE_KIND_INDEX = 11,       // the same, with REX.X
+    OPCODE_KIND_R32_OR_64 = 12,   // r32, or r64 by REX.W
+    OPCODE_KIND_STACK = 13,       // r64, or r16 by the operand size
+    OPCODE_KIND_EXTENDED = 14,    // four fields, extended to 64 bits with the sign
+    OPCODE_KIND_NUMBER64 = 15,    // eight fields
+    OPCODE_KIND_BY_SIZE = 16,     // r32, or r16 by the operand size, or r64 by REX.W
     OPCODE_KIND_MM_OR_XMM = 17,
     OPCODE_KIND_BYTE = 18,
     OPCODE_KIND_NUMBER16 = 19,

@@ -4,7 +4,7 @@
 // allocated together has neighbouring pages, whose home slots differ. If the home slot of a page is in use, the page is
 // stored in another slot, and the table grows sooner.
 //
-// Ownership: the map owns copies of the values.
+// Ownership: the map owns copies of the values. A reference to one is valid until the next Add or Remove.
 // Threads: no lock; one thread at a time.
 // Cost: a lookup usually reads one slot. Add allocates when the table grows, to 16 slots or more: 4 to 8 slots for each
 // page, up to 32 if home slots are in use. The table does not shrink until the last page is removed.
@@ -23,7 +23,8 @@
 #include <utility>
 
 /// Map from page numbers to values. A default-constructed value means that there is no page. Requires a VALUE
-/// that is copyable and has a constexpr default constructor.
+/// that is copyable and has a constexpr default constructor. The compiler refuses it if a value and a page number,
+/// rounded up to a multiple of 16 bytes, do not have a size that is a power of 2.
 template <typename VALUE>
 class PageMap_T
 {

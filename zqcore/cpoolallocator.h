@@ -12,7 +12,8 @@
 // Threads: no lock: all containers of a pool belong to one thread at a time.
 // Cost: a node costs a few nanoseconds. A size that is used for the first time allocates a chunk of at least 256 KiB,
 // which is counted but not touched.
-// Failure: a PoolElements_c that is full, or whose elements are too small for a node, ends in Abort.
+// Failure: a PoolElements_c that is full, or whose elements are too small for a node or not aligned as it needs, ends
+// in Abort. So does an exhausted heap.
 //
 //     PoolBlocks_c Blocks("healths");
 //     std::set<int, std::less<>, PoolAllocator_T<int>> Healths(Blocks);
@@ -77,7 +78,7 @@ public:
         : m_Pool(Pool)
     {}
 
-    /// Allocates an element and returns it, never null. Ends in Abort in these cases:
+    /// Allocates an element and returns it, never null. The alignment is a power of 2. Ends in Abort in these cases:
     /// - No element is left.
     /// - The block needs more bytes than an element has.
     /// - The alignment is above 16, or the size of an element is no multiple of it.

@@ -12,7 +12,8 @@
 //
 // Ownership: the texts belong to the caller.
 // Threads: any thread.
-// Cost: that of a call with CStr(), and of one pass over a format that is checked when the call runs. A std::string_view is copied, cut at 4095 characters.
+// Cost: that of a call with CStr(), and of one pass over a format that is checked when the call runs. A
+// std::string_view is copied, cut at 4095 characters.
 // Failure: a format that does not match does not compile, or is written as it is.
 //
 //     String_T<32> const sName("Ogre");
@@ -121,7 +122,7 @@ class PrintfCheck_T
 {
 public:
     /// Returns whether the format accepts exactly these arguments. Refuses %n, and what is not in every C library: %lc,
-    /// %C, %S and the flags ' and I.
+    /// %C, %S, positions (%1$s) and the flags ' and I.
     template <std::size_t N>
     static constexpr bool Matches(char const (&fmt)[N])
     {
@@ -297,7 +298,11 @@ private:
         case 'G':
         case 'a':
         case 'A':
-            return Take(State, cLength == 'L' ? Kind_e::LongDouble : PlainKind(cLength, Kind_e::Double), PLAIN);
+            return Take(State,
+                cLength == 'L'   ? Kind_e::LongDouble
+                : cLength == 'l' ? Kind_e::Double   // without effect
+                                 : PlainKind(cLength, Kind_e::Double),
+                PLAIN);
         default:
             State.ePlace = WRONG;
         }
@@ -307,7 +312,8 @@ private:
 /// Refuses to compile every call of it.
 void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its arguments");
 
-/// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses a literal that does not.
+/// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses to compile a literal that does
+/// not, if the compiler folds the check.
 template <typename... ARGS, std::size_t N>
 ZQ_INLINE bool PrintfMatches(char const (&fmt)[N])
 {

@@ -2,14 +2,15 @@
 //
 // ProfilerPush and ProfilerPop enclose the code to be timed. ProfilerScope_c is both for a scope. Each timer keeps a
 // ring of the last 150 frames. Once a frame ProfilerUpdateFrame derives its average and peak. If a stats file is named,
-// all timers are appended to it every 150 frames, asynchronously (docs/formats.md). The profiler runs from
+// all timers are appended to it every 150 frames (docs/formats.md). The profiler runs from
 // ModuleProfiler_c::Initialize to its Shutdown. Outside of that all calls do nothing, except
 // ProfilerInitSwapStats, ProfilerSwapStatsFailed and ProfilerWriteComplete. Calls that return a timer return null.
 //
 // Ownership: the profiler owns the timers. A host reads them and keeps no pointer beyond a reset or the shutdown.
 // Threads: all calls belong to one thread. Nothing is locked or checked.
 // Cost: a push and a pop read the clock twice and cost about 10 ns more, however many siblings a timer has. A frame
-// update costs a few nanoseconds for each timer. Only the write buffer of a stats file is allocated.
+// update costs a few nanoseconds for each timer. Only the write buffer of a stats file is allocated. The stats file is
+// written while the thread continues, if the system can do that.
 // Failure: misuse fails an assertion. A stats file that fails is logged (ProfilerSwapStatsFailed).
 //
 //     Module_c::Register(ModuleProfiler_c::Get());
@@ -168,19 +169,20 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
 /// thread. A caller includes zqcore/cfilename.h; with it, a path (char const *) converts.
 /// - A second call ends the first file. An empty name does nothing.
-/// - If the file cannot be created, FileOpenTracker complains and a line is logged. If the header cannot be written,
-///   lines are logged. There is no stats file then.
+/// - If the file cannot be created, a line is logged, and FileOpenTracker (cfilelog.h) complains unless it excepts the
+///   name. If the header cannot be written, lines are logged. There is no stats file then.
 /// - A forked process has no stats file until it names its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 
-/// Returns whether the stats file of the latest ProfilerInitSwapStats could not be created, or lost a batch that could
-/// not be written. The answer is final after ModuleProfiler_c's Shutdown, which waits for the last batch.
+/// Returns whether the stats file of the latest ProfilerInitSwapStats could not be created, lost its header or a batch
+/// that could not be written, or failed at its close. The answer is final after ModuleProfiler_c's Shutdown, which
+/// waits for the last batch.
 ZQ_API bool ProfilerSwapStatsFailed();
 
-/// Appends all timers to the stats file. ProfilerUpdateFrame calls it when the ring is full. Waits only for the
-/// previous batch, if the disk is still writing it. A batch that cannot be written whole is logged and cut off the
-/// file: only this batch is lost, and the next one is written in its place. Does nothing without a file or while the
-/// profiler is down.
+/// Appends all timers to the stats file. ProfilerUpdateFrame calls it when the ring is full. Waits for the previous
+/// batch, if the disk is still writing it, and for its own only on a system without asynchronous writes. A batch that
+/// cannot be written whole is logged and cut off the file: only this batch is lost, and the next one is written in its
+/// place. Does nothing without a file or while the profiler is down.
 ZQ_API void ProfilerSwapStats();
 
 /// Receives the end of a write to the stats file. Asserts that dwError is 0: the library handles a failed write itself

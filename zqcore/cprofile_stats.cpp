@@ -75,7 +75,7 @@ namespace
         return sizeof nRecords + nBytes;
     }
 
-    // Logs that a batch is lost, and cuts off its written part, so that no reader sees it.
+    // Logs that a batch or the header is lost, and cuts off its written part, so that no reader sees it.
     ZQ_COLD void ComplainOfWrite()
     {
         char szError[ERROR_SIZE];

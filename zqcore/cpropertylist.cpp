@@ -74,7 +74,7 @@ namespace
 
         WarehouseLine_c const & m_Texts;
         std::unique_ptr<Slot_s[]> m_pSlots;
-        std::size_t m_nSlots = 0;   // a power of 2, at least twice the number of texts
+        std::size_t m_nSlots = 0;   // 0 or a power of 2, at least twice the number of texts
     };
 }
 
@@ -167,7 +167,7 @@ char const * PropertyList_c::NextOf(WarehouseLine_c const & Queue, int nMost) co
     return szText;
 }
 
-// Writes the next text of a queue, removes it and returns true. Returns false for an empty queue.
+// Writes the next text of a queue, removes it and returns true. Returns false for an empty queue or without a buffer.
 bool PropertyList_c::Extract(WarehouseLine_c & Queue, char * sValue, int nMaxLength)
 {
     char const * const szText = WarehouseClearText(sValue, nMaxLength) ? NextOf(Queue, nMaxLength - 1) : nullptr;

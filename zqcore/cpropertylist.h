@@ -66,12 +66,12 @@ public:
     /// Returns whether a line has this name, with or without a value. Asserts that the name is not null.
     ZQ_API bool FindProp(char const * sPropName) const;
 
-    /// Starts a walk over the distinct names that have a value, in the order of their first lines. Returns false if
-    /// there are none.
+    /// Starts a walk over the distinct names that have a value, in the order of their first lines with one. Returns
+    /// false if there are none.
     ZQ_API bool StartProp();
 
-    /// Write the next name. Return false, with an empty text, after the last one. Assert that the buffer or String_T
-    /// can hold it: a name that is cut is another name.
+    /// Write the next name. Return false, with an empty text, after the last one. Assert as GetFileName does, and that
+    /// the buffer or String_T can hold the name: a name that is cut is another name.
     ZQ_API bool NextProp(char * sValue, int nMaxLength);
     template <TextObject_T TEXT>
     bool NextProp(TEXT & sValue)

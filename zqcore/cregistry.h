@@ -11,7 +11,8 @@
 //
 // Ownership: an object owns its open key. Results are copied to the caller.
 // Threads: one thread for each object. Any number of objects and processes may share the store. A value is replaced as
-// a whole: other processes, and those after a crash, see the old value or the new one.
+// a whole: other processes, and those after a crash, see the old value or the new one. While a process is stopped in a
+// change of a key, changes of that key by others fail after 5 seconds.
 // Cost: each operation goes to the disk and needs 10 us or more.
 // Failure: operations return 0 or false and log nothing. The caller's variables stay unchanged, unless a
 // declaration says otherwise. Requires that pointers to results are not null, except in EnumKey.
@@ -68,13 +69,13 @@ public:
     int OpenKey(char const * sName, int bCreate);
 
     /// Deletes a key by its path from the open one and returns 1. Without bRecursive it refuses a key with subkeys. An
-    /// empty name deletes the open key itself; then every further operation on it fails. A recursive deletion that
-    /// fails may have deleted a part.
+    /// empty name deletes the open key itself, unless it is the root; then every further operation on it fails. A
+    /// recursive deletion that fails may have deleted a part.
     int DeleteKey(char const * sName, int bRecursive);
 
     /// Writes the name of a subkey of the open key, spelled as at its creation, and returns true. iIndex counts from 0
     /// in the order of the lower-case names. Returns false, with sName unchanged, if there is none or if it does not
-    /// fit into iSize bytes.
+    /// fit into iSize bytes. May see a change by another process 20 ms late.
     bool EnumKey(int iIndex, char * sName, int iSize);
     template <TextObject_T TEXT>
     bool EnumKey(int iIndex, TEXT & sName)

@@ -6,8 +6,8 @@
 // mark at the start is skipped and is no part of the text.
 //
 // The first read that needs more than is left sets m_bEndOfFile. It stays set until the next opening or a rewind. From
-// then on tokens are empty and numbers 0. After a token that ends the text, the next GetLine or GetSpecific reads the
-// token's last byte again.
+// then on tokens are empty and numbers 0. After a token that ends the text, the next GetLine, GetSpecific or GetString
+// reads the token's last byte again.
 //
 // The buffers of GetLine follow the rule of cstring.h; GetToken, GetSpecific, GetString and GetDump say how they
 // differ. A text object (ctextvalue.h) has no size to pass.
@@ -112,13 +112,14 @@ public:
     /// true. Returns false, with position and m_bEndOfFile unchanged, if there is none. Found or not, m_iLines counts
     /// what was read.
     /// - With bWholeToken, finds a token that equals sToken.
-    /// - Without it, finds a token that contains sToken, comments included. If sToken was found at //, also skips the
-    ///   rest of that line and the next token. m_iLines counts from the place where sToken was found.
+    /// - Without it, finds a token that contains sToken, comments included, up to the next NUL. If sToken was found at
+    ///   //, also skips the rest of that line and the next token. m_iLines counts from the place where sToken was
+    ///   found.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
-    /// Read the rest of the line without leading blanks and tabs. If a line is cut at iMaxLength - 1 characters, the
-    /// next read continues in it. A carriage return and a line feed each end a line, so a pair of them ends two. A NUL
-    /// inside a line ends it. Assert that iMaxLength is 2 or more, and do nothing otherwise.
+    /// Read the rest of the line without leading blanks and tabs. If it has iMaxLength - 1 characters or more, the next
+    /// read continues after these, before the line's end. A carriage return and a line feed each end a line, so a pair
+    /// of them ends two. A NUL inside a line ends it. Assert that iMaxLength is 2 or more, and do nothing otherwise.
     void GetLine(char * sLine, int iMaxLength);
     template <TextObject_T TEXT>
     void GetLine(TEXT & sLine)

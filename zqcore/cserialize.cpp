@@ -118,7 +118,7 @@ bool Serializeable_c::SerializeRun(void * pData, std::size_t nBytes)
     return true;
 }
 
-// Transfers a number of elements that the memory for small values does not hold, or that is wrong.
+// Stores a number of elements, or loads one that the memory for small values does not hold or that is wrong.
 int Serializeable_c::SerializeCountSlowly(std::size_t nElements, std::size_t nBytesEach)
 {
     bool const bCounts = nElements <= std::size_t{ std::numeric_limits<int>::max() };
@@ -243,7 +243,7 @@ void Serializeable_c::SerializeString(char * sBuffer, int iBufLength)
     }
 }
 
-// Stores a text for which the memory for small values has no room. A writing archive does not change it.
+// Stores a text for which the memory for small values has no room, or refuses it. A writing archive does not change it.
 void Serializeable_c::StoreLongText(char const * sText, std::size_t nLength)
 {
     ZQ_ASSERT(!m_bIsReading);

@@ -8,8 +8,8 @@
 // An archive is a file or memory, with the same bytes. Memory serves undo, networks and tests. A damaged archive can be
 // checked before its load (cserializecheck.h).
 //
-// Ownership: a writer owns its file or memory, unless the memory is the caller's. A reader owns its reference to the
-// File_c.
+// Ownership: a writer owns its file or memory, unless the memory is the caller's or the file is a replacement's. A
+// reader of a file owns its reference to the File_c.
 // Threads: one thread at a time for each archive.
 // Cost: nothing allocates, except a MemoryWriteable_c without memory of the caller, and a writer whose path has another
 // spelling on the disk. Values and texts are copied to the buffer of a BufferedWriteable_c, and to and from memory,
@@ -145,7 +145,8 @@ public:
     virtual bool ChunkBegin(char const * sName) = 0;
 
     /// Ends the chunk of that name. A reader continues after the chunk, even if the chunk was not read to its end.
-    /// Asserts that this chunk is open; otherwise fails the archive.
+    /// Asserts that this chunk is open; otherwise fails the archive. Also fails it if a stored length leads beyond the
+    /// archive's end, or if a writer cannot store the length.
     virtual void ChunkEnd(char const * sName) = 0;
 
     /// Stores the version word, or checks the file's. Returns true on success; GetVersion of a reader is then the
@@ -165,7 +166,7 @@ public:
     /// false and fails the archive.
     virtual bool Serialize(void * pData, int iLength) = 0;
 
-    /// Returns the name of the file: a writer's as it was passed, a reader's key.
+    /// Returns the name of the file: a writer's as it was passed, cut at 255 characters, a reader's key.
     virtual char const * GetFileName() const = 0;
 
     /// Returns the length of the whole archive in bytes. Requires that it is below 2 GiB.
@@ -177,7 +178,7 @@ public:
     /// Returns the number of bytes after a reader's position. Asserts as GetLength does. Returns -1 for these archives:
     /// - a writer.
     /// - an archive that has failed.
-    /// - a reader that does not know its length.
+    /// - a reader that is empty or closed, or does not know its length.
     int GetLeft() const;
 
     /// Stores or loads one object and returns the archive. T is one of the following. The compiler refuses others and
@@ -220,7 +221,8 @@ public:
     /// Stores or compares the CRC-32 of the name, which distinguishes case, as Label does its label.
     void LabelCrc32(char const * sName);
 
-    /// Returns a label's value: the exclusive or of the lower-case characters, each rotated left by its index.
+    /// Returns a label's value: the exclusive or of the lower-case characters, each extended with its sign to 32 bits
+    /// and rotated left by its index.
     static constexpr std::uint32_t LabelCalc(char const * sName);
 
     /// Reads a label's value, the next 4 bytes, and returns it. Asserts that the archive is reading, and returns 0
@@ -347,8 +349,8 @@ class ZQ_API Writeable_c : public ChunkWriteable_c
 {
 public:
     /// Creates the folders of the path and the file, or empties an existing file. Others may read the file meanwhile. A
-    /// second writer of it fails, unless the file system has no locks. On failure FileOpenTracker complains, and Open
-    /// returns false.
+    /// second writer of it fails, unless the file system has no locks. On failure Open returns false, and
+    /// FileOpenTracker (cfilelog.h) complains unless it excepts the name.
     Writeable_c(char const * sFileName, std::uint32_t dwVersion);
     ~Writeable_c() override;
 
@@ -395,8 +397,8 @@ public:
     /// Creates the file as Writeable_c does.
     BufferedWriteable_c(char const * sFileName, std::uint32_t dwVersion);
 
-    /// Writes the file of a replacement (cfilereplace.h), to which nothing was written yet and which must outlive the
-    /// archive. Commit comes after Close.
+    /// Writes the file of a replacement (cfilereplace.h), which must outlive the archive. Open fails if the replacement
+    /// has failed, holds bytes or has another archive. Commit comes after Close, and fails if the archive has failed.
     BufferedWriteable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
     ~BufferedWriteable_c() override;
 
@@ -413,7 +415,7 @@ public:
     int GetLength() const override;
 
 private:
-    /// Returns the number of bytes in the buffer. It is below BUFSIZE between calls.
+    /// Returns the number of bytes in the buffer. It is below BUFSIZE between calls, unless a write has failed.
     int GetWaiting() const { return static_cast<int>(m_pPos - m_dBuffer); }
     std::uint32_t GetStored() const override { return m_nPosition + static_cast<std::uint32_t>(GetWaiting()); }
     bool Flush();

@@ -1,7 +1,7 @@
 // cserializecheck.h: checks of an archive before its load.
 //
-// A load of a damaged archive ends the program at the first label or chunk that is not the expected one, and asserts at
-// other errors (cserialize.h). ArchiveCheck reads the archive before and does neither: its result says what is wrong
+// A load of a damaged archive ends the program at the first label or chunk that is not the expected one, and may assert
+// at other errors (cserialize.h). ArchiveCheck reads the archive before and does neither: its result says what is wrong
 // and where. It checks the version, and then either chunks that follow one another, or all that a function of the
 // caller loads, labels included. The archive is a file that is open (FileBytes) or is in memory.
 //
@@ -37,7 +37,7 @@ struct ArchiveResult_s
     };
 
     State_e eState = SOUND;   // state that the check has found
-    int iPosition = 0;        // of the first error, in bytes from the start
+    int iPosition = 0;        // where the first error was found, in bytes from the start
     int nLeft = 0;            // number of bytes after the last that the check has read; 0 unless sound
     String_T<128> sWhyNot;    // the first error, empty if sound
 

@@ -39,7 +39,7 @@ namespace
 
         bool bUsed;                       // whether any page is ready
         bool dReady[SIZE / PAGE_SLOTS];   // pages that hold this pass's contents
-        std::uint16_t dClasses[SIZE];     // of loaded objects: see Serializer_c::m_iClass
+        std::uint16_t dClasses[SIZE];     // of the slots' objects: see Serializer_c::m_iClass
         void const * dSlots[SIZE];
 
         void const * Get(int iSlot) const { return dReady[iSlot / PAGE_SLOTS] ? dSlots[iSlot] : FreeSlot(); }

@@ -12,7 +12,8 @@
 // in use are touched. A level of the graph needs some 200 bytes of stack in a save and 350 in a load, besides the
 // body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
 // on a fresh stack. A body itself must not need more than BODY_STACK.
-// Failure: a damaged file asserts and fails the archive, or ends in Abort. A pointer that could not be loaded is null.
+// Failure: a damaged file asserts and fails the archive, or ends in Abort. If the system has no fresh stack, a line is
+// logged and the archive fails. A pointer that could not be loaded is null.
 // If the body of its object had begun, the pointer is the object that the body made, so the caller can free it. On a
 // failed archive a save stores nothing, and a load sets pointers to null.
 //
@@ -179,8 +180,8 @@ protected:
     /// under another class: such a pointer is stored, but ReadOwnPointer refuses it.
     void WritePointer(Serializeable_c & archive, void *& pObject);
 
-    /// Loads a pointer to an object of the class that the file names. A class without a serializer, and an identifier
-    /// out of range, assert and fail the archive.
+    /// Loads a pointer to an object of the class that the file names. A class without a serializer, an identifier out
+    /// of range, and an object inside itself assert and fail the archive.
     static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of this serializer's class. An object of another class, to which a damaged file can
@@ -189,7 +190,8 @@ protected:
     /// class are not checked.
     void ReadOwnPointer(Serializeable_c & archive, void *& pObject);
 
-    /// Stores or loads a pointer to an address that the pass has already seen. Calls Abort otherwise.
+    /// Stores or loads a pointer to an address that the pass has already seen, or null. Calls Abort otherwise. A loaded
+    /// identifier out of range asserts and fails the archive.
     static void FixupVoidPointer(Serializeable_c & archive, void const *& pPointer);
 
     /// Registers a static object, as RegisterStaticPointer does, whose contents the class's serializer stores. The body

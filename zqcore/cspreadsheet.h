@@ -5,8 +5,8 @@
 //
 // - A cell is the text between separators, blanks included, or a text in double quotes. In quotes a doubled quote means
 //   one quote, and separators are text.
-// - Control characters that are not separators end a cell, so a carriage return at the end of a row is no part of a
-//   cell. A cell with text on both sides of one is an error.
+// - Control characters below 0x20 that are not separators end a cell, so a carriage return at the end of a row is no
+//   part of a cell. A cell with text on both sides of one is an error.
 // - Empty rows are skipped. Each row ends with the row separator; only a cell separator may be the file's last
 //   character instead.
 // - A cell holds 511 characters, a cell in quotes 24,575. A longer cell is cut and logged. A cell in quotes ends at the
@@ -38,7 +38,7 @@ struct SpreadsheetFmtDesc_t
     char cCellSeparator;   // between cells of a row
 };
 
-/// Cells of a row. The row owns one block with their texts and a table of the texts' ends.
+/// Cells of a row. One block holds their texts and a table of the texts' ends.
 class ZQ_API SpreadsheetRow_c
 {
 public:
@@ -105,8 +105,8 @@ public:
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
 
-    /// Returns why the last Open or Get failed. After a success of Open it may describe what was lost: a cell that was
-    /// cut, or the rest of a damaged head. Only the forms of Get that say so below set it.
+    /// Returns why the last Open or Get failed. After a success of Open it may describe a cell that was cut, or a
+    /// damaged head, whose rest was read as a row. Only the forms of Get that say so below set it.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
     /// Frees all cells and restores the default separators.
@@ -126,15 +126,16 @@ public:
     bool MoveToRow(int iRow);
 
     /// Selects the next row, or the first if none was current, selects no column and returns true. After the last row
-    /// returns false and selects no row.
+    /// returns false and selects neither row nor column. Does so while closed too, with a line in the log.
     bool MoveToNextRow();
 
     /// Returns the number of cells in the head, 0 while closed. A row may have more cells, which no operation reaches,
     /// but never fewer.
     int GetColumnCount() const { return m_pHead ? m_pHead->GetCellCount() : 0; }
 
-    /// Select a column and return true. Return false and select no column if there is none. The forward search starts
-    /// after the current column, so it finds each of several columns that share a name.
+    /// Select a column and return true. Return false and select no column if there is none; MoveToNextColumn also
+    /// without a current column. The forward search starts after the current column, so it finds each of several
+    /// columns that share a name. Without a current column it starts at the first.
     bool MoveToFirstColumn();
     bool MoveToNextColumn();
     bool MoveToColumn(char const * sName);
@@ -157,7 +158,7 @@ public:
 
     /// Moves to the column and copies its cell as strncpy does: a cell of iBufLength characters or more fills the
     /// buffer without a terminator, which differs from the rule of cstring.h. Returns false, with the buffer
-    /// unchanged, without a cell or a buffer.
+    /// unchanged, without a cell or a buffer, or if iBufLength is not above 0.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
     /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale; a text without

@@ -18,11 +18,12 @@ public:
     /// one.
     bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
 
-    /// Returns the position of the first cell of the last row, in bytes from the start of the text.
+    /// Returns the position of the first cell of the last row, in bytes from the start of the text after its byte
+    /// order mark.
     std::size_t GetRowStart() const { return m_nRowStart; }
 
     /// Reads the first row. Calls fnFound with the position of each cell, then with that of the row's end, in bytes
-    /// from the start of the text. Requires that the text begins with the row.
+    /// as GetRowStart does. Requires that the text begins with the row.
     void FindCells(std::function<void(std::size_t)> const & fnFound);
 
     /// Returns the errors found so far.

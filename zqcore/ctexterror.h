@@ -7,7 +7,8 @@
 //
 // Ownership: a reader owns its last error.
 // Threads: an error belongs to the thread of its reader. SetTextErrorLog: any thread.
-// Cost: nothing allocates. Line and column are counted from the place of the previous error in the same text.
+// Cost: nothing allocates, unless a Warehouse_c counts a place (cwarehouse.h). Line and column are counted from the
+// place of the previous error in the same text.
 // Failure: no call fails. Long texts are cut to fit.
 //
 //     Spreadsheet_c Sheet;

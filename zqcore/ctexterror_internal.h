@@ -6,7 +6,7 @@
 /// Skips the byte order mark of UTF-8. Returns null, or the reason if the text begins with the mark of UTF-16.
 char const * TextSkipLongMark(char const *& pBegin, char const * pEnd);
 
-/// Skips the byte order mark as TextSkipLongMark does. A text without a mark costs one comparison.
+/// Skips the byte order mark as TextSkipLongMark does. An ASCII text costs one comparison.
 inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
 {
     constexpr unsigned char LOWEST_MARK = 0xEF;

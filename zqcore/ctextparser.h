@@ -122,7 +122,8 @@ public:
     char GetSymbol() const { return m_cSymbol; }
 
     /// Change the role of a character or of a range, both ends included, from the next token on. Characters count as
-    /// unsigned bytes, so a range up to -1 reaches 0xFF. An unknown rule is logged and changes nothing.
+    /// unsigned bytes, so a range up to -1 reaches 0xFF. A range whose first is above its last changes nothing. An
+    /// unknown rule is logged and changes nothing.
     void SetCharacterRule(char cChar, CharacterParsingRule_e eRule) { SetCharacterRule(cChar, cChar, eRule); }
     void SetCharacterRule(char cFirst, char cLast, CharacterParsingRule_e eRule);
 

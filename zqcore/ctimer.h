@@ -1,9 +1,9 @@
 // ctimer.h: two clocks.
 //
-// The long time is in seconds. It comes from a coarse clock of milliseconds until ModuleTimer_c is initialised, and
-// then from a good clock, if the machine has one. longTimeGetPassed continues across that change without a jump. A
-// caller must not compare values of longTimeGet from before and after it. The short time is the processor's cycle
-// counter.
+// The long time is in seconds. It comes from a coarse clock of milliseconds, which wraps after 49 days, until
+// ModuleTimer_c is initialised, and then from a good clock, if the machine has one. longTimeGetPassed continues across
+// that change without a jump. A caller must not compare values of longTimeGet from before and after it. The short time
+// is the processor's cycle counter.
 //
 // Ownership: nothing is owned.
 // Threads: any thread, without locks. The first calls of longTimeGetPassed and shortTimeGetSec belong to the main
@@ -40,7 +40,8 @@ ZQ_API std::int64_t shortTimeWait(std::int64_t nCycles);
 /// AppGetDeltaTime reads it; the log's time column does not. Requires that no other thread reads it while it is set.
 extern ZQ_API double (*Game_longTimeGet)();
 
-/// Module that chooses the clock. Depends on no other module.
+/// Module that chooses the clock. Without a good clock it asserts that the system accepts the period of the coarse one.
+/// Depends on no other module.
 class ZQ_API ModuleTimer_c : public Module_c
 {
 public:

@@ -1,6 +1,7 @@
 // ctokenize.h: splits a text at separators.
 //
-// A piece is the text between separators. Several separators in a row make no empty piece.
+// A piece is the text between separators. Several separators in a row make no empty piece. A text of more than 255
+// characters is cut, because a String_T<256> carries it.
 //
 // Ownership: pieces are copied into the caller's array.
 // Threads: any thread.

@@ -24,7 +24,7 @@ namespace
         return szText;
     }
 
-    // Returns whether a number filled the whole text. An empty text counts as 0.
+    // Returns whether a number in range filled the whole text. An empty text counts as 0.
     bool IsWhole(NumberEnd_t const & End)
     {
         return End.bInRange && *End.pEnd == '\0';

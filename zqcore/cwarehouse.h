@@ -38,7 +38,7 @@ class Warehouse_c
 {
 public:
     /// Makes an empty warehouse. With bCopy, Open copies the text and closes the file at once. Otherwise the file stays
-    /// open as long as the warehouse.
+    /// open as long as the warehouse is.
     explicit Warehouse_c(bool bCopy = false)
         : m_bCopy(bCopy)
     {}
@@ -48,8 +48,8 @@ public:
 
     /// Closes what was open, opens a file by name and returns true. sSeparators replaces the format's separators. If
     /// the file has no header line, sClientHeader names the columns, separated by blanks, cut at 249 characters.
-    /// Asserts that the name is not null. Returns false if there is no such file. Also returns false, with lines in the
-    /// log, if no header is found or the file is refused.
+    /// Asserts that the name is not null. Returns false if the file cannot be opened. Also returns false, with lines in
+    /// the log, if no header is found or the file is refused.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO,
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
 
@@ -58,7 +58,7 @@ public:
     ZQ_API TextError_t const & GetLastError() const;
 
     /// Write the key of the open file. Return false if there is none, which is always so with bCopy. Here and below,
-    /// functions with a buffer assert that it is not null and nMaxLength above 1.
+    /// functions with a buffer assert that it is not null and nMaxLength above 1, and return false otherwise.
     ZQ_API bool GetFileName(char * sName, int nMaxLength) const;
     template <TextObject_T TEXT>
     bool GetFileName(TEXT & sName) const
@@ -84,8 +84,8 @@ public:
     ZQ_API bool FindIdent(char const * sIdent);
     bool SetWorkIdent(char const * sIdent) { return FindIdent(sIdent); }
 
-    /// Write the ident of the work line. Return false without a work line. The work line stays until the next search or
-    /// StartIdent.
+    /// Write the ident of the work line. Return false without a work line. The work line stays until the next search,
+    /// StartIdent or Open.
     ZQ_API bool GetWorkIdent(char * sIdent, int nMaxLength) const;
     template <TextObject_T TEXT>
     bool GetWorkIdent(TEXT & sIdent) const
@@ -156,7 +156,7 @@ public:
     }
 
     /// Reads a pair written as 12-34. Leading minus signs are skipped. A part that is not a number is 0; one out of
-    /// range is the nearest int. Returns false without two parts.
+    /// range is the nearest int. Reads at most 255 characters. Returns false without two parts.
     ZQ_API bool Get(char const * sColumn, int & iFirst, int & iSecond) const;
 
 private:

@@ -88,11 +88,12 @@ struct WarehouseScan_t
     /// means text.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Sets the separators, cut at 255. Null selects those of the text format, in a CSV scan too. A line feed, a quote
-    /// or a blank among them has these effects:
+    /// Sets the separators, cut at 255. Null selects those of the text format, in a CSV scan too. A line feed, a quote,
+    /// a blank or a `#` among them has these effects:
     /// - A line feed ends a column that has begun, but not the line. At the start of a CSV cell it ends the line.
     /// - A quote ends a column that has begun, and begins no quoted one. At the start of a CSV cell it begins one.
     /// - A blank ends a CSV cell that has begun. At the start of a cell it is skipped, so it makes no empty cell.
+    /// - A `#` ends a column that has begun, and begins no comment. At the start of a CSV cell it begins one.
     ZQ_API void SetSeparators(char const * sSeparators);
 
     /// Reads a line. Returns false at the end of the data. A blank line and a comment return true and no columns.

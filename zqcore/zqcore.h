@@ -1,5 +1,5 @@
-// zqcore.h: includes every header of the exported interface. A source that needs few services includes their headers
-// instead.
+// zqcore.h: includes every exported header of zqcore/. A source that needs few services includes their headers instead.
+// A host includes the headers of platform/ that it needs by themselves.
 #pragma once
 
 #include "zqcore/cadsr.h"

@@ -44,7 +44,7 @@ namespace plat
     {
         constexpr std::chrono::seconds LOCK_LIMIT{ 5 };
         constexpr std::chrono::microseconds FIRST_PAUSE{ 20 }, LONGEST_PAUSE{ 250 };   // between attempts to lock
-        constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete during a write
+        constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete while it is opened or written
 
         // The folders of the two trees; empty for the default.
         char g_szFolders[2][STORE_PATH_SIZE];
@@ -215,8 +215,8 @@ namespace plat
             return sName;
         }
 
-        // Opens the folder of a key by its path from an open folder. Owns and closes that folder. Returns STORE_NONE on
-        // failure.
+        // Opens the folder of a key by its path from an open folder. Owns that folder, and closes it unless it returns
+        // it. Returns STORE_NONE on failure.
         StoreHandle_t OpenFrom(StoreHandle_t hFolder, std::string_view sPath, bool bCreate, StoreRights_e eRights)
         {
             StoreScope_c Key(hFolder);

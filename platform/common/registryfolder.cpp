@@ -41,7 +41,8 @@ namespace plat
             return sText;
         }
 
-        // Reads the folded name of the key whose folder is szFile. Returns false if it is not a key's folder.
+        // Reads the folded name of the key whose folder is szFile. Returns false if it is not a key's folder, or if the
+        // name is shortened and the key has no record of it.
         bool KeyNameOfFolder(StoreHandle_t hFolder, char const * szFile, std::string & sName)
         {
             if (!IsShortenedName(szFile))
@@ -139,10 +140,10 @@ namespace plat
     void KeyListing_c::Drop(StoreHandle_t hFolder, std::string const & sName)
     {
         std::string const sFolded = FoldedText(sName);
-        auto const iName = std::lower_bound(m_dNames.begin(), m_dNames.end(), sFolded);
-        if (iName != m_dNames.end() && *iName == sFolded)
+        auto const itName = std::lower_bound(m_dNames.begin(), m_dNames.end(), sFolded);
+        if (itName != m_dNames.end() && *itName == sFolded)
         {
-            m_dNames.erase(iName);
+            m_dNames.erase(itName);
         }
         m_Stamp = StoreStamp(hFolder);
         m_bSettled = false;

@@ -15,31 +15,31 @@ namespace plat
     {
         std::vector<std::string> dSubKeys;   // folded names
         std::vector<std::string> dValues;    // files
-        std::vector<std::string> dOthers;    // files that belong to the key: its record, and leftovers of writers
+        std::vector<std::string> dOthers;    // files that belong to the key: its record, and unfinished files
         bool bForeign = false;               // whether the folder holds something that is not the store's
         bool bRead = false;                  // whether the whole folder was read
     };
     /// Reads the entries of a key's folder. On failure bRead is false.
     KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
 
-    /// Returns the name of a subkey as it was spelled when it was created. Returns the folded name if that is unknown.
+    /// Returns the name of a subkey as its record spells it. Returns the folded name if there is no record, or if its
+    /// name is another one.
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
 
-    /// Empties the folder of a key. Returns false, and deletes nothing, if it has subkeys or holds anything that is not
-    /// the store's. Also returns false if a file can't be deleted; others may then be gone.
+    /// Empties the folder of a key. Returns false, and deletes nothing, if it can't be read, has subkeys or holds
+    /// anything that is not the store's. Also returns false if a file can't be deleted; others may then be gone.
     bool EmptyKey(StoreHandle_t hFolder);
 
     /// The sorted names of a key's subkeys. They are read again if the folder may have changed. Changes by this process
-    /// are seen at once. Changes by other processes are seen at once too if the file system counts the subfolders of a
-    /// folder. If not, a change in the same tick of the file system's clock as the previous reading is seen at most
-    /// 20 ms later.
+    /// are seen at once. Changes by other processes are seen at once too if the folder's stamp shows them. If not, for
+    /// instance in the same tick of the file system's clock as the previous reading, they are seen at most 20 ms later.
     class KeyListing_c
     {
     public:
-        /// Returns the folded names.
+        /// Returns the folded names. If the folder can't be read to its end, returns those that were read.
         std::deque<std::string> const & Read(StoreHandle_t hFolder);
 
-        /// Returns whether the names are still those of the folder.
+        /// Returns whether Read would return the names without reading them again.
         bool IsCurrent(StoreHandle_t hFolder) const;
 
         /// Keeps the listing current after its owner called CountKeyChange. Requires that the change was in another
@@ -54,11 +54,11 @@ namespace plat
         std::deque<std::string> m_dNames;   // names are deleted from both ends
         StoreStamp_s m_Stamp;
         unsigned m_nChanges = 0;
-        std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 before the first reading
+        std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 without a complete reading
         bool m_bSettled = false;    // whether the last change was long before the reading
     };
 
     /// Counts a subkey that this process created or deleted. All listings of this process then read their folders
-    /// again.
+    /// again, except those for which CountChange is called.
     void CountKeyChange();
 }

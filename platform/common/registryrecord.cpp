@@ -98,8 +98,9 @@ namespace plat
             return nHash;
         }
 
-        // Makes the name on disk after a mark: folded, with %XX for bytes that are not plain. A name that gets too long
-        // for a file ends in the hash of all that follows the mark.
+        // Makes the name on disk after a mark: folded, with %XX for a leading dot and for bytes that are not plain. A
+        // name that gets too long for a file ends in the hash of all that follows the mark. Returns false if sName is
+        // too long. Sets errno.
         bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
@@ -146,7 +147,7 @@ namespace plat
         return UnpackRecord(dBytes, Record);
     }
 
-    // A writer that is alone always uses the same temporary name, so it overwrites the file of a killed writer. Other
+    // A writer that is alone always uses the same temporary name, so it replaces the file of a killed writer. Other
     // writers use names that were never used before.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone)
     {

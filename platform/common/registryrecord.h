@@ -1,4 +1,5 @@
-// registryrecord.h: the files of the registry's store. registry.cpp explains the folder of a key.
+// registryrecord.h: the files of the registry's store. The clipboard's have the same names. registry.cpp explains the
+// folder of a key.
 #pragma once
 
 #include "platform/common/storedisk.h"
@@ -28,16 +29,17 @@ namespace plat
         std::string_view sData;
     };
 
-    /// Reads a record's file. The record points into the bytes. Returns false if the file is missing or
-    /// holds no intact record.
+    /// Reads a record's file. The record points into the bytes. Returns false if the file can't be read or holds no
+    /// intact record.
     bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & dBytes, Record_t & Record);
 
     /// Replaces szFile by a record. With bAlone the caller is the only writer to the folder. On failure returns false
     /// and keeps the previous record.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
-    /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name is
-    /// escaped, and shortened if it gets too long. Return false if the key's or the value's name is too long.
+    /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name
+    /// is folded and escaped, and shortened if it gets too long. Return false if the key's or the value's name is too
+    /// long.
     bool KeyNameToDisk(std::string_view sName, std::string & sFile);
     bool ValueNameToDisk(std::string_view sName, std::string & sFile);
 

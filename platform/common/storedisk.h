@@ -1,8 +1,8 @@
 // storedisk.h: the folders and files of the stores of registry and clipboard. A system's folder implements it.
 //
-// A store is a folder that all processes of the user share. It holds folders and files. Their names have at most
-// STORE_NAME_LIMIT bytes. They are opened only if they are of the expected kind. To open a symbolic link, a pipe or a
-// device fails at once.
+// A store is a folder that all processes of the user or of the machine share. It holds folders and files. Their names
+// have at most STORE_NAME_LIMIT bytes. They are opened only if they are of the expected kind. To open a symbolic link,
+// a pipe or a device fails at once.
 //
 // Failure: a function that fails leaves the reason in errno. ENOENT means that the entry does not exist.
 #pragma once
@@ -39,11 +39,11 @@ namespace plat
     enum class StoreLock_e
     {
         Locked,
-        Held,        // by another handle
-        Impossible   // the file system has no locks
+        Held,        // by another handle; or a signal interrupted the attempt
+        Impossible   // the system refuses, as on a file system without locks
     };
 
-    /// Stamp of a folder, which changes if its entries change.
+    /// Stamp of a folder. It changes if the folder's entries change, except perhaps within a tick of the disk's clock.
     struct StoreStamp_s
     {
         std::int64_t tChange = 0;     // nanoseconds of the disk's clock since 1970
@@ -98,8 +98,8 @@ namespace plat
     class StoreKept_c
     {
     public:
-        /// Returns the handle. Returns STORE_NONE if none is held, or if the number now belongs to another file. One
-        /// system call.
+        /// Returns the handle. Returns STORE_NONE if none is held, or if the number now belongs to another file. At
+        /// most one system call.
         StoreHandle_t Get() const
         {
             return m_hStore != STORE_NONE && StoreIdentity(m_hStore) == m_Identity ? m_hStore : STORE_NONE;
@@ -123,7 +123,8 @@ namespace plat
     bool StoreGetMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
     bool StoreGetUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
 
-    /// Creates the missing folders of an absolute path. Changes the text of the path meanwhile.
+    /// Creates the missing folders of an absolute path. Changes the text of the path meanwhile. A failure
+    /// shows only when the path is opened.
     void StoreMakePath(char * szPath, StoreRights_e eRights);
 
     /// Opens a folder by a path in the system's own form, following links. Returns STORE_NONE on failure.
@@ -147,20 +148,20 @@ namespace plat
     /// Returns whether anything in a folder has the name.
     bool StoreIsThere(StoreHandle_t hFolder, char const * szName);
 
-    /// Returns whether the user may delete the entries of a folder.
+    /// Returns whether the rights of a folder let the user delete its entries.
     bool StoreMayDelete(StoreHandle_t hFolder);
 
     /// Calls fnEntry for each entry of a folder, in the disk's order. Returns false if an error ends the walk. Moves
     /// the handle's reading position, which a child of a fork shares.
     bool StoreList(StoreHandle_t hFolder, StoreEntry_t fnEntry, void * pContext);
 
-    /// Reads a whole file of at most nMost bytes. On failure returns false; errno is EBADMSG if it is larger or not a
-    /// file.
+    /// Reads a whole file of at most nMost bytes. On failure returns false; errno is EBADMSG if what was opened is
+    /// larger, not a file, or ends before the size that it had.
     bool StoreReadFile(StoreHandle_t hFolder, char const * szName, std::size_t nMost, std::vector<char> & dBytes);
 
     /// Replaces a file in one step and returns true. The new file has the name szBusy until it is complete. A file that
-    /// has that name already is deleted first. On failure returns false; the previous file stays, and no file has the
-    /// name szBusy.
+    /// has that name already is deleted first. On failure returns false; the previous file stays, and the new one is
+    /// deleted.
     bool StoreWriteFile(StoreHandle_t hFolder, char const * szBusy, char const * szName,
         std::vector<char> const & dBytes, StoreRights_e eRights);
 

@@ -164,8 +164,8 @@ namespace plat
             return std::atomic_ref(*Queue.pDoneTail).load(std::memory_order_acquire) != *Queue.pDoneHead;
         }
 
-        // Waits for the request and returns the bytes that it wrote. Returns 0 if the request failed, or if others
-        // closed the queue's descriptor.
+        // Waits for the request and returns the bytes that it wrote. Returns 0 if the request failed. Closes the queue
+        // and returns 0 if the system can't wait, for instance because others closed the queue's descriptor.
         std::size_t Await(Queue_s & Queue)
         {
             while (!IsDone(Queue))

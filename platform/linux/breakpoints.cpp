@@ -61,8 +61,8 @@ namespace plat
             File.Registers = {};
         }
 
-        // Registers that a fork and the thread's end close the open events. Only the first call on a thread, and in a
-        // forked child, has an effect.
+        // Registers that a fork and the thread's end close the open events. Only the first call on a thread has an
+        // effect, and the first in a forked child.
         void CloseAtForkAndThreadEnd()
         {
             struct Closer_c
@@ -99,8 +99,9 @@ namespace plat
             return Event;
         }
 
-        // Returns whether a register fires. Some hypervisors ignore the debug registers: the kernel grants events that
-        // never fire. The test is whether the kernel counts one access. If it does, that result is stored.
+        // Returns whether a register fires, and false if the system refuses one. Some hypervisors ignore the debug
+        // registers: the kernel grants events that never fire. The test is whether the kernel counts one access. If it
+        // does, that result is stored.
         bool IsFired()
         {
             static std::atomic<bool> s_bFired = false;

@@ -65,8 +65,8 @@ namespace plat
     class KeptDescriptor_c
     {
     public:
-        /// Returns the descriptor. Returns -1 if none is held or the number now belongs to another file. One system
-        /// call.
+        /// Returns the descriptor. Returns -1 if none is held or the number now belongs to another file. At most one
+        /// system call.
         int Get() const { return m_iDescriptor >= 0 && IdentityOf(m_iDescriptor) == m_Identity ? m_iDescriptor : -1; }
 
         /// Returns the number, even if it now belongs to another file. Returns -1 if none was set.
@@ -76,7 +76,7 @@ namespace plat
         void Reset(int iDescriptor);
 
         /// Makes the number a copy of another descriptor and holds it. The copy is closed at exec. Returns false, with
-        /// nothing changed, if none is held or the system refuses.
+        /// nothing changed, if Get returns -1 or the system refuses.
         bool Replace(int iDescriptor);
 
     private:

@@ -56,7 +56,7 @@ namespace plat
             }
         }
 
-        // Returns whether this process may read a terminal. A process in the background would be stopped for trying.
+        // Returns whether this process may ask at a terminal. A process in the background would be stopped for trying.
         bool HasTerminal()
         {
             return isatty(STDIN_FILENO) && isatty(STDERR_FILENO) && tcgetpgrp(STDIN_FILENO) == getpgrp();
@@ -73,7 +73,8 @@ namespace plat
         }
 
         // Scope in which the terminal's keys act. A fault filter blocks their signals, and the host may have
-        // handlers that wait for the thread that crashed. SIGTTIN stops a process that was moved to the background.
+        // handlers that wait for the thread that crashed. SIGTERM ends the process. SIGTTIN stops a process that was
+        // moved to the background.
         class KeysAct_c
         {
         public:

@@ -18,15 +18,15 @@ namespace plat
     {
         static_assert(sizeof(WaitWord_t) == 4 && WaitWord_t::is_always_lock_free);
 
-        constexpr long SECOND = 1'000'000'000;   // nanoseconds
+        constexpr long SECOND = 1'000'000'000;                  // nanoseconds
+        constexpr std::uint32_t LIFT_AGAIN_MILLISECONDS = 10;   // an owner may not have stored its mark yet
 
         // States of a lock's word and of a wake-up's.
         constexpr std::uint32_t FREE = 0, HELD = 1, CONTENDED = 2;
-        constexpr std::uint32_t LIFT_AGAIN_MILLISECONDS = 10;   // an owner may not have stored its mark yet
         constexpr std::uint32_t CLEAR = 0, SIGNALLED = 1, AWAITED = 2;
 
         // Sleeps while the word has the value, until a time of the monotonic clock at most. A null pUntil means for
-        // ever. Returns false if that time has come.
+        // ever. May return early. Returns false if that time has come.
         bool SleepWhile(WaitWord_t & Word, std::uint32_t nValue, timespec const * pUntil = nullptr)
         {
             constexpr int OPERATION = FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG;
@@ -90,7 +90,7 @@ namespace plat
             bool CanBeLifted() const { return m_bCanBeLifted.load(std::memory_order_relaxed); }
             void Lift() const { SetClass(m_iThread.load(std::memory_order_relaxed), SCHED_OTHER); }
 
-            // Makes the calling thread that one.
+            // Makes the calling thread that one. Returns false if the system refuses.
             bool Enter()
             {
                 if (!Is(&t_Mark))
@@ -211,7 +211,7 @@ namespace plat
         }
         t_Mark.pOwner = &m_Owner;
         t_Mark.pAwaited = this;
-        // Other threads may sleep too, so a thread that has slept leaves the word contended.
+        // Other threads may sleep, so a thread that gets the lock here leaves the word contended.
         while (m_nState.exchange(CONTENDED, std::memory_order_acquire) != FREE)
         {
             if (!g_IdleThread.Exists())

@@ -45,7 +45,7 @@ namespace plat
         constexpr unsigned FLOAT_STACK_FLAG = 0x40;   // x87 only
         constexpr unsigned MXCSR_MASK_SHIFT = 7;
 
-        // The bytes of an instruction from its opcode on. The prefixes have been read.
+        // The bytes of an instruction, and what its prefixes say.
         struct Instruction_t
         {
             unsigned char dBytes[LONGEST_INSTRUCTION + 1];   // zero after the bytes that could be read
@@ -137,7 +137,8 @@ namespace plat
             return Address + static_cast<std::uintptr_t>(nOffset);
         }
 
-        // Returns whether the divisor is zero. A quotient that does not fit raises the same exception.
+        // Returns whether the divisor is zero. A quotient that does not fit raises the same exception. Returns true if
+        // the divisor can't be read, or the instruction is not a div or idiv.
         bool DividesByZero(FaultContext_t const & Context)
         {
             Instruction_t Instruction;
@@ -298,7 +299,8 @@ namespace plat
                                                             : FaultAccess_e::Read;
         }
 
-        // Records an access of unknown kind and address: the address is not canonical, or only a signal reports it.
+        // Records an access of unknown kind and address: the processor does not report the address, for instance
+        // because it is not canonical, or a process sent the signal.
         void SetUnknownAccess(FaultRecord_t & Record)
         {
             Record.dParameters[1] = UNKNOWN_ADDRESS;

@@ -25,7 +25,7 @@ namespace plat
             std::int64_t tEnd;   // ticks of the good clock, or NEVER
         };
 
-        // State of the guarded calls. Only the guarded thread and its signal handlers change it.
+        // State of the guarded calls. Only the guarded thread, its signal handlers and a forked child change it.
         std::atomic<Guard_s *> g_pInnermost{ nullptr };
         std::atomic<int> g_iThread{ 0 };   // the guarded thread; 0 without a guarded call
         std::atomic<int> g_hClock{ -1 };   // the kernel's timer
@@ -42,8 +42,8 @@ namespace plat
             return tEnd;
         }
 
-        // Sets the clock to the earliest end of the guarded calls, or to 1 ns from now if that has passed. Uses the
-        // kernel's call, because the C library allocates memory for a timer.
+        // Sets the clock to the earliest end of the guarded calls, or to 1 ns from now if that has passed. Stops it
+        // if no call has an end. Uses the kernel's call, because the C library allocates memory for a timer.
         void SetClock()
         {
             std::int64_t const tEnd = FirstEnd();

@@ -32,8 +32,8 @@ namespace plat
         struct sigaction g_dPreviousActions[std::size(SIGNALS)];
         std::terminate_handler g_fnPreviousTerminate = nullptr;
 
-        std::atomic<int> g_iReporter{ 0 };        // the thread that runs or ran the filter
-        std::atomic<bool> g_bReported{ false };   // whether the filter has run
+        std::atomic<int> g_iReporter{ 0 };        // the thread in the filter, or whose fault it passed on; 0 for none
+        std::atomic<bool> g_bReported{ false };   // whether a filter has passed its fault on, or has faulted
         std::atomic<bool> g_bDying{ false };      // whether only the end of the process is to follow
         char g_szException[DESCRIPTION_SIZE];     // the message of an uncaught exception
 
@@ -103,8 +103,8 @@ namespace plat
         }
 
         // Returns whether the calling thread is to run the filter. A fault of the filter itself ends the guarded call
-        // that it is in. A fault of another thread waits until the filter is done, and then at most DYING_LIMIT for the
-        // end of the process.
+        // that it is in, or else is passed on. A fault of another thread waits until the filter is done, and then at
+        // most DYING_LIMIT for the end of the process.
         bool Begin()
         {
             FaultGuardEscape();

@@ -116,7 +116,8 @@ namespace
         }
     }
 
-    // Ends in a jump, so that the thread's call stack has no frame of it. Therefore nothing uses a local's address.
+    // Ends in a jump if optimized, so that the thread's call stack has no frame of it. Therefore nothing uses a local's
+    // address.
     void * RunJoined(void * pStart)
     {
         Run_t const fnRun = static_cast<Start_s *>(pStart)->fnRun;

@@ -34,7 +34,7 @@ namespace plat
             return A.st_dev == B.st_dev && A.st_ino == B.st_ino;
         }
 
-        // Returns whether a path still names an open file. Sets errno if not.
+        // Returns whether a path still names an open file. Sets errno.
         bool StillNames(DiskPath_c & Path, int iFile)
         {
             struct stat Named, Open;
@@ -215,7 +215,8 @@ namespace plat
             {
                 return FAILED;
             }
-            if (flock(File.Get(), LOCK_EX | LOCK_NB) != 0 && !IsUnknownCall(errno))
+            bool const bLocked = flock(File.Get(), LOCK_EX | LOCK_NB) == 0;
+            if (!bLocked && !IsUnknownCall(errno))
             {
                 if (errno == EINTR)
                 {
@@ -227,7 +228,7 @@ namespace plat
             if (StillNames(Path, File.Get()))
             {
                 m_hFile = HandleOf(File.Release());
-                m_bLeft = !bNew;
+                m_bLeft = !bNew && bLocked;   // without locks the holder may live
                 ForkDropAdd(DropIn(m_dDrop), CloseLock, &m_hFile);
                 return TAKEN;
             }

@@ -17,7 +17,7 @@ namespace plat
     class FolderReader_c
     {
     public:
-        /// Reads the folder of a descriptor, which the caller keeps open and closes.
+        /// Reads the folder of a descriptor from its position on. The caller keeps the descriptor open and closes it.
         explicit FolderReader_c(int iFolder)
             : m_iFolder(iFolder)
         {}
@@ -71,7 +71,8 @@ namespace plat
         alignas(dirent64) char m_dBlock[32768];
     };
 
-    /// Appends all names of an open folder to dNames, without "." and "..". Returns false if reading fails.
+    /// Appends all names of an open folder to dNames, from its position on, without "." and "..". Returns false if
+    /// reading fails; dNames then has the names before.
     ZQ_COLD inline bool ReadNames(int iFolder, std::vector<std::string> & dNames)
     {
         FolderReader_c Reader(iFolder);

@@ -12,7 +12,7 @@ namespace plat::watch
     /// A file of the tree.
     struct File_s
     {
-        bool bFresh = false;     // whether it was created since the watch began and not yet closed after writing
+        bool bFresh = false;     // whether it was created here since the watch began and not yet closed after writing
         bool bChanged = false;   // whether it belongs to the present batch
     };
 

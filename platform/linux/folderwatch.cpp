@@ -36,7 +36,7 @@ namespace plat
         using namespace watch;
 
         constexpr int MAX_READS = 256;            // reads of the kernel's queue for one batch, so that a batch ends
-        constexpr std::size_t MAX_KEPT = 65536;   // the most names of missing files that are kept
+        constexpr std::size_t MAX_KEPT = 65536;   // the most names that are kept
         unsigned g_nForks = 0;                    // forks from the first process down to this one
         ForkHandler_c const g_CountFork({ nullptr, nullptr, [] { ++g_nForks; } });
 
@@ -47,7 +47,7 @@ namespace plat
             IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_EXCL_UNLINK;
 
         // Returns the state of a file in a folder that was created at tMade. An older file was renamed. Any other
-        // counts as changed if it has contents and no writer; otherwise its later close decides.
+        // counts as changed if it has contents and no known writer; otherwise its later close decides.
         File_s StateOfNewFile(int iFolder, char const * szName, FileTime_t tMade)
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -82,6 +82,7 @@ namespace plat
         bool IsComplete();
 
         std::size_t m_nUnwatched = 0;   // folders that the kernel refused to watch, at least
+        int m_iRefusal = 0;             // error of the latest refusal
 
     private:
         struct ToAdd_s
@@ -131,7 +132,7 @@ namespace plat
         std::string m_sRoot;
         std::unordered_map<int, Folder_s> m_dFolders;   // by the kernel's number of the watch
         std::vector<Change_s> m_dChanges;               // of the present batch, in order
-        std::unordered_set<std::string> m_dKept;        // paths of deleted or renamed files whose names are kept
+        std::unordered_set<std::string> m_dKept;        // paths of files that may not exist and whose names are kept
         std::vector<Detached_s> m_dDetached;
         std::vector<Displaced_s> m_dDisplaced;
         std::vector<ToAdd_s> m_dLater;   // folders that the paths known at that time did not lead to
@@ -361,6 +362,7 @@ namespace plat
             }
             else if (errno == ENOSPC || errno == ENOMEM)
             {
+                m_iRefusal = errno;
                 m_nUnwatched += 1 + dFolders.size() + dLinks.size();
                 return false;
             }
@@ -368,8 +370,8 @@ namespace plat
         return true;
     }
 
-    // Watches one folder and returns the number of the watch. Returns -1 on failure, or if the folder is watched
-    // already.
+    // Watches one folder and returns the number of the watch. Returns -1, with errno, on failure, or if the folder is
+    // watched already.
     int FolderWatch_c::Tree_c::AddFolder(ToAdd_s & ToAdd)
     {
         bool const bRoot = ToAdd.iParent == NO_FOLDER;
@@ -409,7 +411,8 @@ namespace plat
         return iFolder;
     }
 
-    // Returns whether a folder's path, which past events have made, still leads to it.
+    // Returns whether a folder's path, which past events have made, still leads to it. Returns true without a test
+    // while the whole tree is being added.
     bool FolderWatch_c::Tree_c::IsWhereItWas(int iFolder)
     {
         return m_bStarting || NumberOf(PathOf(iFolder)) == iFolder;
@@ -474,7 +477,7 @@ namespace plat
     }
 
     // Records the names in a folder. The folder is watched already, so that no change in between is missed. Returns
-    // false if another folder has its path.
+    // false if its path no longer leads to it. A folder that can't be opened counts as empty.
     bool FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
         std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {
@@ -692,8 +695,8 @@ namespace plat
         return m_dFolders.contains(iFolder) ? iFolder : NO_FOLDER;
     }
 
-    // Keeps the name of a file that may not exist. Stores its path, because its folder may be deleted and created
-    // again.
+    // Keeps the name of a file that may not exist, if m_fnKeep wants it and fewer than MAX_KEPT are kept. Stores its
+    // path, because its folder may be deleted and created again.
     void FolderWatch_c::Tree_c::Keep(int iFolder, std::string const & sName)
     {
         if (m_fnKeep(sName.c_str()) && m_dKept.size() < MAX_KEPT)
@@ -734,7 +737,7 @@ namespace plat
         m_pTree = new Tree_c(fnKeep);
         if (!m_pTree->Open(szFolder))
         {
-            int const iError = m_pTree->m_nUnwatched > 0 ? ENOSPC : errno;
+            int const iError = m_pTree->m_nUnwatched > 0 ? m_pTree->m_iRefusal : errno;
             Close();
             errno = iError;
         }
@@ -769,7 +772,7 @@ namespace plat
     std::size_t FolderWatch_c::ExtractUnwatched()
     {
         std::size_t const nUnwatched = IsOpen() ? std::exchange(m_pTree->m_nUnwatched, 0) : 0;
-        errno = nUnwatched > 0 ? ENOSPC : errno;
+        errno = nUnwatched > 0 ? m_pTree->m_iRefusal : errno;
         return nUnwatched;
     }
 

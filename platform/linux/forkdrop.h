@@ -20,7 +20,7 @@ namespace plat
         ForkDrop_s * pNext;
     };
 
-    /// Makes a forked child call fnDrop(pOwner) and remove the entry before fork returns to it. The memory of the
+    /// Makes a forked child remove the entry and call fnDrop(pOwner) before fork returns to it. The memory of the
     /// parent's other threads still exists then. Does nothing if the entry is added already.
     void ForkDropAdd(ForkDrop_s & Entry, void (*fnDrop)(void * pOwner), void * pOwner);
 

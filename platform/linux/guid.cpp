@@ -44,8 +44,8 @@ namespace plat
                    + static_cast<std::uint64_t>(Time.tv_nsec) / 100 + TICKS_1582_TO_1970;
         }
 
-        // Fills a buffer with random bytes. Uses the clock if the system provides none, mixed by the generator of
-        // Knuth's MMIX (The Art of Computer Programming, volume 2, section 3.3.4).
+        // Fills a buffer with random bytes. If the system provides none, uses the clock and the process's number, mixed
+        // by the generator of Knuth's MMIX (The Art of Computer Programming, volume 2, section 3.3.4).
         void FillRandom(unsigned char * pBytes, std::size_t nBytes)
         {
             if (getrandom(pBytes, nBytes, GRND_NONBLOCK) != static_cast<ssize_t>(nBytes))
@@ -59,7 +59,7 @@ namespace plat
             }
         }
 
-        // Returns a socket that holds the sequence. Returns -1 if another process has it (EADDRINUSE) or there are no
+        // Returns a socket that holds the sequence. Returns -1 if another socket has it (EADDRINUSE) or there are no
         // sockets.
         int BindSequence(int iSequence)
         {
@@ -143,8 +143,9 @@ namespace plat
                 ChooseSequence();
             }
 
-            // Chooses a free sequence at random. Keeps the last SOCKETS sockets open, so that no process gets both an
-            // old sequence and a clock that was set back.
+            // Chooses a free sequence at random. If none is free or there are no sockets, uses one without a socket.
+            // Keeps the last SOCKETS sockets open, so that no process gets both an old sequence and a clock that was
+            // set back.
             void ChooseSequence()
             {
                 unsigned char dRandom[2];
@@ -161,8 +162,8 @@ namespace plat
             }
 
             // Runs if a second has passed since the last check, and at once after a new source is set. Chooses another
-            // sequence if the host closed the socket. Reads the interfaces again if the source is new, or if the
-            // address is not global, because a global one may have appeared.
+            // sequence if the present one has no socket, or the host closed it. Reads the interfaces again if the
+            // source is new, or if the address is not global, because a global one may have appeared.
             void Check(std::uint64_t tNow)
             {
                 if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)

@@ -37,12 +37,12 @@ namespace plat
                 HeapWalk(
                     [](HeapBlock_t const & Block, void * ppNext)
                     {
-                        auto const iBegin = reinterpret_cast<std::uintptr_t>(Block.pOwn);
-                        *(*static_cast<Block_s **>(ppNext))++ = { iBegin, iBegin + Block.nOwn, false };
+                        auto const nBegin = reinterpret_cast<std::uintptr_t>(Block.pOwn);
+                        *(*static_cast<Block_s **>(ppNext))++ = { nBegin, nBegin + Block.nOwn, false };
                     },
                     &pNext);
                 std::sort(m_dBlocks, m_dBlocks + m_nBlocks,
-                    [](Block_s const & A, Block_s const & B) { return A.iBegin < B.iBegin; });
+                    [](Block_s const & A, Block_s const & B) { return A.nBegin < B.nBegin; });
                 ::dl_iterate_phdr(
                     [](dl_phdr_info * pModule, std::size_t, void * pThis)
                     {
@@ -53,7 +53,7 @@ namespace plat
                 while (m_nToScan != 0)
                 {
                     Block_s const & Block = *m_dToScan[--m_nToScan];
-                    Scan(Block.iBegin, Block.iEnd);
+                    Scan(Block.nBegin, Block.nEnd);
                 }
             }
 
@@ -74,26 +74,26 @@ namespace plat
         private:
             struct Block_s
             {
-                std::uintptr_t iBegin, iEnd;
+                std::uintptr_t nBegin, nEnd;
                 bool bKept;
             };
 
             // Returns the block that holds an address, or null.
-            Block_s * Find(std::uintptr_t iAddress) const
+            Block_s * Find(std::uintptr_t nAddress) const
             {
-                Block_s * const pAbove = std::upper_bound(m_dBlocks, m_dBlocks + m_nBlocks, iAddress,
-                    [](std::uintptr_t i, Block_s const & Block) { return i < Block.iBegin; });
-                return pAbove != m_dBlocks && iAddress < pAbove[-1].iEnd ? pAbove - 1 : nullptr;
+                Block_s * const pAbove = std::upper_bound(m_dBlocks, m_dBlocks + m_nBlocks, nAddress,
+                    [](std::uintptr_t nSought, Block_s const & Block) { return nSought < Block.nBegin; });
+                return pAbove != m_dBlocks && nAddress < pAbove[-1].nEnd ? pAbove - 1 : nullptr;
             }
 
-            void Scan(std::uintptr_t iBegin, std::uintptr_t iEnd)
+            void Scan(std::uintptr_t nBegin, std::uintptr_t nEnd)
             {
-                std::uintptr_t iWord;
-                for (iBegin = (iBegin + sizeof iWord - 1) & ~(sizeof iWord - 1); iBegin + sizeof iWord <= iEnd;
-                     iBegin += sizeof iWord)
+                std::uintptr_t nWord;
+                for (nBegin = (nBegin + sizeof nWord - 1) & ~(sizeof nWord - 1); nBegin + sizeof nWord <= nEnd;
+                     nBegin += sizeof nWord)
                 {
-                    std::memcpy(&iWord, reinterpret_cast<void const *>(iBegin), sizeof iWord);
-                    Block_s * const pBlock = Find(iWord);
+                    std::memcpy(&nWord, reinterpret_cast<void const *>(nBegin), sizeof nWord);
+                    Block_s * const pBlock = Find(nWord);
                     if (pBlock && !pBlock->bKept)
                     {
                         pBlock->bKept = true;
@@ -102,21 +102,21 @@ namespace plat
                 }
             }
 
-            // Scans a module if it is the runtime's and not the program's too. Otherwise the runtime's globals can't be
-            // distinguished from the program's.
+            // Scans a module if it is the runtime's and not this library's too. In one module the runtime's globals
+            // can't be distinguished from others.
             void ScanIfRuntime(dl_phdr_info const & Module)
             {
-                auto const iRuntime = reinterpret_cast<std::uintptr_t>(&std::locale::classic());
-                auto const iOwn = reinterpret_cast<std::uintptr_t>(&g_bLeakCheck);
+                auto const nRuntime = reinterpret_cast<std::uintptr_t>(&std::locale::classic());
+                auto const nLibrary = reinterpret_cast<std::uintptr_t>(&g_bLeakCheck);
                 ElfW(Phdr) const * const pEnd = Module.dlpi_phdr + Module.dlpi_phnum;
-                auto const fnHolds = [&](std::uintptr_t iAddress)
+                auto const fnHolds = [&](std::uintptr_t nAddress)
                 {
                     return std::any_of(Module.dlpi_phdr, pEnd,
                         [&](ElfW(Phdr) const & Part) {
-                            return Part.p_type == PT_LOAD && iAddress - Module.dlpi_addr - Part.p_vaddr < Part.p_memsz;
+                            return Part.p_type == PT_LOAD && nAddress - Module.dlpi_addr - Part.p_vaddr < Part.p_memsz;
                         });
                 };
-                if (!fnHolds(iRuntime) || fnHolds(iOwn))
+                if (!fnHolds(nRuntime) || fnHolds(nLibrary))
                 {
                     return;
                 }
@@ -124,8 +124,8 @@ namespace plat
                 {
                     if (pPart->p_type == PT_LOAD && (pPart->p_flags & PF_W) != 0)
                     {
-                        std::uintptr_t const iBegin = Module.dlpi_addr + pPart->p_vaddr;
-                        Scan(iBegin, iBegin + pPart->p_memsz);
+                        std::uintptr_t const nBegin = Module.dlpi_addr + pPart->p_vaddr;
+                        Scan(nBegin, nBegin + pPart->p_memsz);
                     }
                 }
             }
@@ -136,7 +136,7 @@ namespace plat
             std::size_t m_nToScan = 0;
         };
 
-        // Leaks that a report has found so far. Blocks of a plain `new` have no source line and are only counted.
+        // Leaks that a report has found so far. Blocks of a plain `new` have no source line and are not listed.
         struct Leaks_s
         {
             LiveBlocks_c const * pLive;
@@ -167,7 +167,7 @@ namespace plat
             Leaks.nBytes += Block.nOwn;
         }
 
-        // Runs after the last destructor of the process.
+        // Runs after the destructors of the library and of all modules that use it.
         __attribute__((destructor(101))) void ReportLeaks()
         {
             if (!g_bLeakCheck)

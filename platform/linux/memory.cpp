@@ -17,12 +17,12 @@ namespace plat
         // Returns whether the aligned 8 bytes around an address can be read. Requires that they are not at address 0.
         // The system reads the set of signals there, then refuses the operation NO_SUCH_WAY, so it never applies the
         // set.
-        bool IsReadable(std::uintptr_t iAddress)
+        bool IsReadable(std::uintptr_t nAddress)
         {
             constexpr int NO_SUCH_WAY = -1;
             int const iErrorBefore = errno;
             errno = 0;
-            ::syscall(SYS_rt_sigprocmask, NO_SUCH_WAY, iAddress & ~(SIGNAL_SET - 1), nullptr, SIGNAL_SET);
+            ::syscall(SYS_rt_sigprocmask, NO_SUCH_WAY, nAddress & ~(SIGNAL_SET - 1), nullptr, SIGNAL_SET);
             bool const bReadable = errno != EFAULT;
             errno = iErrorBefore;
             return bReadable;
@@ -50,21 +50,21 @@ namespace plat
 
     bool MemoryIsReadable(void const * pMemory, std::size_t nBytes)
     {
-        auto const iFirst = reinterpret_cast<std::uintptr_t>(pMemory);
-        std::uintptr_t const iLast = iFirst + std::max<std::size_t>(nBytes, 1) - 1;
-        if (iFirst < MEMORY_PAGE || iLast < iFirst)
+        auto const nFirst = reinterpret_cast<std::uintptr_t>(pMemory);
+        std::uintptr_t const nLast = nFirst + std::max<std::size_t>(nBytes, 1) - 1;
+        if (nFirst < MEMORY_PAGE || nLast < nFirst)
         {
             return false;
         }
-        std::uintptr_t const iLastPage = iLast & ~(MEMORY_PAGE - 1);
-        for (std::uintptr_t iPage = iFirst & ~(MEMORY_PAGE - 1); iPage != iLastPage; iPage += MEMORY_PAGE)
+        std::uintptr_t const nLastPage = nLast & ~(MEMORY_PAGE - 1);
+        for (std::uintptr_t nPage = nFirst & ~(MEMORY_PAGE - 1); nPage != nLastPage; nPage += MEMORY_PAGE)
         {
-            if (!IsReadable(iPage))
+            if (!IsReadable(nPage))
             {
                 return false;
             }
         }
-        return IsReadable(iLast);
+        return IsReadable(nLast);
     }
 
     std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes)

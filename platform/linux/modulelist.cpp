@@ -27,8 +27,8 @@ namespace plat
             return MemoryRead(Address, &Record, sizeof Record) == sizeof Record;
         }
 
-        // Copies the build-id among the notes (elf(5)) in a range of memory. Returns its size in bytes, or 0 without
-        // one.
+        // Copies the build-id among the notes (elf(5)) in a range of memory. Returns its size in bytes, at most
+        // nSize, or 0 without one.
         std::size_t CopyBuildId(std::uintptr_t Address, std::uintptr_t End, std::uint8_t * pId, std::size_t nSize)
         {
             constexpr char OWNER[] = "GNU";

@@ -72,7 +72,8 @@ namespace plat
             return false;
         }
 
-        // Finds the section that holds an address of the file. Returns false if there is none.
+        // Finds the first section that holds an address of the file or ends at it. Returns false if there is none, or
+        // if the file can't be read.
         bool FindSection(int iFile, Header_t const & Header, std::uintptr_t Address, ModulePlace_t & Place)
         {
             Section_t Section;

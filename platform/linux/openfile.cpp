@@ -13,8 +13,8 @@ namespace plat
 {
     namespace
     {
-        // Opens the folder of a path, with O_PATH or O_RDONLY, and returns the name in it. If there is no such folder,
-        // Folder is not open.
+        // Opens the folder of a path, with O_PATH or O_RDONLY, and returns the name in it. On failure Folder is not
+        // open.
         char const * OpenFolderOf(char const * szPath, Descriptor_c & Folder, int iAccess = O_PATH)
         {
             int const iFlags = iAccess | O_DIRECTORY | O_CLOEXEC;

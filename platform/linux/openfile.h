@@ -4,7 +4,7 @@
 // rawfiles.h. The exceptions keep the same rules by the flags below:
 // - An existing name is opened only if it is a regular file. It is never opened through a symbolic link as the last
 //   name, and never waited for.
-// - A new name is created exclusively.
+// - A new name is created exclusively, except the lock of a store (storedisk.h).
 #pragma once
 
 #include "platform/files.h"
@@ -20,7 +20,8 @@ namespace plat
     inline constexpr mode_t NEW_FILE_MODE = 0666;       // rights of a new file, before the process's mask
     inline constexpr mode_t PRIVATE_FILE_MODE = 0600;   // rights of a file for its owner only
 
-    /// Flags of every open of a name that others may have created. The opened file must still pass IsRegular.
+    /// Flags that open a name that others may have created, without following a link and without waiting. The opened
+    /// file must still pass IsRegular.
     inline constexpr int UNTRUSTED = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
     /// Flags that create a file for writing. A name that exists in any form is refused.
@@ -59,11 +60,11 @@ namespace plat
     /// only.
     Writers_e WritersOf(int iDescriptor);
 
-    /// Returns whether an open file is a regular one. Sets errno to EINVAL if it is not.
+    /// Returns whether an open file is a regular one. Sets errno: EINVAL if it is of another kind.
     bool IsRegular(int iDescriptor);
 
-    /// Locks an open file as being written. Returns false if another writer has locked it. Has no effect on a file
-    /// system without such locks.
+    /// Locks an open file as being written. Returns false if another open file has locked it. Returns true without
+    /// effect on a file system without such locks.
     bool ClaimWriting(int iDescriptor);
 
     /// Returns whether a path names anything, including a link whose target is missing. If not, errno has the

@@ -5,14 +5,15 @@
 
 namespace plat
 {
-    /// Opens the reserve, or what a host has closed of it. Does nothing if it is complete. On failure the reserve stays
+    /// Opens the reserve, or what is missing of it. Changes nothing if it is complete. On failure the reserve stays
     /// incomplete. Keeps errno.
     void ReserveFill();
 
     /// Closes the reserve.
     void ReserveDrop();
 
-    /// Sets whether OpenWithReserve may use the reserve. True while a filter runs.
+    /// Sets whether OpenWithReserve may use the reserve. True while a filter runs, and after one that
+    /// did not deal with its fault.
     void ReserveAllow(bool bAllowed);
 
     /// Closes one descriptor of the reserve, which makes its number free. Returns false if none is left or the use is
@@ -20,8 +21,8 @@ namespace plat
     bool ReserveFree();
 
     /// Calls fnOpen, which on failure returns less than 0 and sets errno. As long as the process has no descriptor
-    /// left, frees one of the reserve and calls again. Returns the last result. If another thread uses the number
-    /// first, that costs one more of the reserve.
+    /// left, frees one of the reserve, if any is left, and calls again. Returns the last result. If another thread uses
+    /// the number first, that costs one more of the reserve.
     template <typename OPEN>
     auto OpenWithReserve(OPEN const & fnOpen)
     {

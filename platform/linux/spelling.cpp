@@ -76,7 +76,7 @@ namespace plat
                     { return fnBefore(At(iName), szOther); });
             }
 
-            char const * At(std::uint32_t iOffset) const { return m_sText.c_str() + iOffset; }
+            char const * At(std::uint32_t nOffset) const { return m_sText.c_str() + nOffset; }
 
             std::string m_sText;                     // terminated names, one after the other
             std::vector<std::uint32_t> m_dOffsets;   // into m_sText, in the order of listings

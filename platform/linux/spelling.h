@@ -1,8 +1,8 @@
 // spelling.h: from a path as the library writes it to the path as the disk spells it.
 //
-// A path is tried as it is, then with the names that folder listings found, then with those found by reading the
-// folders of the path. Folding never changes a length, so a name is respelled in place, on the stack. Only the record
-// of spellings uses the heap.
+// A path is tried as it is, then with the names that listings and earlier searches recorded, then with those found by
+// reading the folders of the path. Folding never changes a length, so a name is respelled in place, on the stack. Only
+// the record of spellings uses the heap.
 //
 // Threads: any thread.
 #pragma once
@@ -28,10 +28,10 @@ namespace plat
 
         /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno is ENOENT,
         /// ELOOP, ENOTDIR or EACCES. Returns the result of the last call.
-        /// - A link whose target is missing is treated as missing, since listings leave it out.
+        /// - After the path as written, a link whose target is missing is the last choice, since listings leave it out.
         /// - If the path does not fit, returns -1 with ENAMETOOLONG, without a call.
-        /// - If an error of the system prevents the search of a folder of the path, errno is that error and not ENOENT:
-        ///   the path may name something in another spelling.
+        /// - If an error of the system other than missing rights prevents the search of a folder of the path, errno is
+        ///   that error and not ENOENT: the path may name something in another spelling.
         template <typename TRY>
         int Try(TRY fnTry)
         {
@@ -83,7 +83,7 @@ namespace plat
         char m_szPath[PATH_MAX];
     };
 
-    /// The name of a folder in the record of spellings: folded, with one separator between names and without ".".
+    /// The name of a folder in the record of spellings: folded, with one separator after each name and without ".".
     class FolderKey_c
     {
     public:

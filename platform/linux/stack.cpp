@@ -21,7 +21,7 @@
     #include <sanitizer/common_interface_defs.h>
 #endif
 
-// Calls fnCall(pArgument) with the stack pointer at pEnd. The frame pointer leads back, so that debuggers and
+// Calls fnCall(pArgument) on the stack that ends at pEnd. The frame pointer leads back, so that debuggers and
 // exceptions find the caller. Calls and returns stay paired, as a processor with a shadow stack demands.
 extern "C" __attribute__((visibility("hidden"))) void ZqStackCall(
     void * pEnd, void (*fnCall)(void * pArgument), void * pArgument);
@@ -67,7 +67,7 @@ namespace plat
 {
     namespace
     {
-        ZQ_THREAD_LOCAL char const * t_pLow = nullptr;   // low end of the stack that the thread runs on
+        ZQ_THREAD_LOCAL char const * t_pLow = nullptr;   // low end of the thread's present stack, null if unknown
 
         struct Call_s
         {

@@ -12,7 +12,7 @@
 
 namespace plat
 {
-    /// Descriptors that the helper finds open: the socket and the process's /proc/self/maps.
+    /// Descriptors that the helper finds open besides the standard ones: the socket and the process's /proc/self/maps.
     inline constexpr int SYMBOL_SOCKET = 3;
     inline constexpr int SYMBOL_MAPS = 4;
 
@@ -91,7 +91,7 @@ namespace plat
     {
         SymbolAnswer_e eAnswer;
         std::uint32_t nText;      // bytes of szText that were sent, with the terminator
-        std::uint32_t iRequest;   // the request's; not set in a request for memory
+        std::uint32_t iRequest;   // the request's; like nText not set in a request for memory
         std::uint32_t nUnused;
         std::uint64_t dValues[5];
         char szText[SYMBOL_TEXT];

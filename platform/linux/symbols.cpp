@@ -48,7 +48,7 @@ namespace plat
         constinit SymbolPrinter_t g_dPrinters[SYMBOL_PRINTERS] = {};
         std::uint32_t g_nPrinters = 0;
 
-        // Runs before all other construction, so that a crash finds the path ready.
+        // Runs before other construction, except that of ZQ_FIRST_GLOBAL, so that a crash finds the path ready.
         __attribute__((constructor(101))) void FindHelper()
         {
             Dl_info Info;
@@ -134,7 +134,8 @@ namespace plat
             return 0;
         }
 
-        // Waits until the socket has data. Returns false if that fails or tEnd, a time of Milliseconds, has passed.
+        // Waits until the socket has data or its other end is closed. Returns false if that fails or tEnd, a time of
+        // Milliseconds, has passed.
         bool WaitReadable(int hSocket, std::int64_t tEnd)
         {
             pollfd Poll = { hSocket, POLLIN, 0 };
@@ -155,7 +156,7 @@ namespace plat
             return ::send(hSocket, &Record, sizeof(Record), MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof(Record);
         }
 
-        // Receives one record of the helper. Returns false if there is no whole one. Its text is always terminated.
+        // Receives one record of the helper and terminates its text. Returns false if there is none with a whole head.
         bool Receive(int hSocket, SymbolAnswer_t * pAnswer)
         {
             ssize_t const nRead = ::recv(hSocket, pAnswer, sizeof(*pAnswer), MSG_DONTWAIT);
@@ -181,7 +182,8 @@ namespace plat
         }
 
         // Sends a request and receives the helper's answer. Serves the helper's requests for memory meanwhile. Skips
-        // late answers to other requests. Returns false if the helper has failed or tEnd has passed.
+        // late answers to other requests. Returns false if the helper has failed or tEnd has passed. bServing is true
+        // while the helper waits for memory.
         bool Converse(
             int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer, bool & bServing)
         {

@@ -18,7 +18,7 @@ namespace plat
 {
     namespace
     {
-        // Reads a small text file of the kernel. The text is empty if there is none.
+        // Reads a text file of the kernel, up to nSize - 1 bytes. The text is empty if it can't be read.
         void ReadText(char const * szPath, char * szText, std::size_t nSize)
         {
             Descriptor_c const File(open(szPath, O_RDONLY | O_CLOEXEC));
@@ -44,7 +44,7 @@ namespace plat
             Facts.iBuild = static_cast<std::uint32_t>(dNumbers[2]);
         }
 
-        // Returns the digits of the machine's name: 8664 for "x86_64", 686 for "i686".
+        // Returns the first nine digits of the machine's name: 8664 for "x86_64", 686 for "i686".
         int ProcessorType(char const * szMachine)
         {
             int iType = 0;

@@ -113,7 +113,7 @@ std::string ExpandedForm(std::vector<Group_t> const & dGroups)
 
 namespace
 {
-    // Returns whether a row can match code that starts with a byte. Only the first unit that takes a byte decides.
+    // Returns whether a row can match code that starts with a byte. Only the first unit that consumes a byte decides.
     bool CanMatch(Row_t const & Row, unsigned cCode)
     {
         for (std::size_t i = 0; i < Row.sPattern.size(); i += 2)

@@ -6,7 +6,8 @@
 #include <array>
 #include <cstdint>
 
-/// Returns the compact form. A string shares units with one of the four before it as far as that saves bytes.
+/// Returns the compact form. A string shares up to 7 units at either end with one of the four before it of its kind:
+/// with the one that saves the most bytes.
 std::string CompactForm(std::vector<Group_t> const & dGroups);
 
 /// Returns the expanded form, made from the rows without the compact form.
@@ -17,5 +18,5 @@ std::string ExpandedForm(std::vector<Group_t> const & dGroups);
 using Starts_t = std::array<std::uint16_t, 256>;
 
 /// Returns the starts of each slot. Those of small groups are all 0, which means that none are needed.
-/// Requires at least one group. Throws RowError_c if an offset needs more than 16 bits.
+/// Requires at least one group. Throws RowError_c if the expanded form has more than 65,535 bytes.
 std::vector<Starts_t> RowStarts(std::vector<Group_t> const & dGroups);

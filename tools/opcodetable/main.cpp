@@ -44,10 +44,10 @@ namespace
         std::vector<Starts_t> dWritten;
         for (Starts_t const & Starts : RowStarts(dGroups))
         {
-            auto const i = std::find(dWritten.begin(), dWritten.end(), Starts);
+            auto const itWritten = std::find(dWritten.begin(), dWritten.end(), Starts);
             bool const bNone = Starts == Starts_t{};
-            sSlots += ' ' + std::to_string(bNone ? 0 : i - dWritten.begin() + 1) + ',';
-            if (bNone || i != dWritten.end())
+            sSlots += ' ' + std::to_string(bNone ? 0 : itWritten - dWritten.begin() + 1) + ',';
+            if (bNone || itWritten != dWritten.end())
             {
                 continue;
             }
@@ -80,14 +80,14 @@ namespace
 int main(int argc, char ** argv)
 {
     std::vector<std::string> const dArguments(argv + std::min(argc, 2), argv + argc);
-    auto const iLater = std::find(dArguments.begin(), dArguments.end(), "--");
-    if (iLater == dArguments.begin() || dArguments.end() - iLater < 2)
+    auto const itLater = std::find(dArguments.begin(), dArguments.end(), "--");
+    if (itLater == dArguments.begin() || dArguments.end() - itLater < 2)
     {
         std::fputs("usage: opcodetable OUT ROWS... -- ROWS...\n", stderr);
         return 2;
     }
-    std::vector<std::string> const dFiles(dArguments.begin(), iLater);
-    std::vector<std::string> const dLaterFiles(iLater + 1, dArguments.end());
+    std::vector<std::string> const dFiles(dArguments.begin(), itLater);
+    std::vector<std::string> const dLaterFiles(itLater + 1, dArguments.end());
     try
     {
         std::string sText;

@@ -11,7 +11,7 @@ namespace
 {
     struct Line_t
     {
-        std::string sPlace;   // file and number, for errors
+        std::string sPlace;   // file and line, for errors
         std::string sPattern;
         std::string sFormat;
     };
@@ -187,13 +187,13 @@ namespace
 
         unsigned char GroupIndex(std::string const & sName) const
         {
-            auto const i = std::find_if(
+            auto const itSource = std::find_if(
                 m_dSources.begin(), m_dSources.end(), [&](Source_t const & Source) { return Source.sName == sName; });
-            if (i == m_dSources.end())
+            if (itSource == m_dSources.end())
             {
                 Fail("no group '" + sName + "' in this mode");
             }
-            return static_cast<unsigned char>(i - m_dSources.begin());
+            return static_cast<unsigned char>(itSource - m_dSources.begin());
         }
 
         void AddPair(std::string & sPattern, int nFirst, int nMask, int nFields)
@@ -209,10 +209,10 @@ namespace
 
         void AddItem(std::string & sPattern, std::string const & sWord)
         {
-            auto const iCondition = CONDITIONS.find(sWord);
-            if (iCondition != CONDITIONS.end())
+            auto const itCondition = CONDITIONS.find(sWord);
+            if (itCondition != CONDITIONS.end())
             {
-                AddPair(sPattern, iCondition->second, 0, 0);
+                AddPair(sPattern, itCondition->second, 0, 0);
             }
             else if (sWord[0] == '=')
             {
@@ -251,14 +251,14 @@ namespace
         {
             std::size_t const iColon = std::min(sText.find(':'), sText.size());
             std::string const sElement = iColon == sText.size() ? "1" : sText.substr(iColon + 1);
-            auto const iSize = SIZES.find(sText.substr(0, iColon));
-            auto const iElement = SIZES.find(sElement);
-            if (iSize == SIZES.end() || iElement == SIZES.end() || iElement->second < OPCODE_SIZE_1
-                || iElement->second > OPCODE_SIZE_1 + 3)
+            auto const itSize = SIZES.find(sText.substr(0, iColon));
+            auto const itElement = SIZES.find(sElement);
+            if (itSize == SIZES.end() || itElement == SIZES.end() || itElement->second < OPCODE_SIZE_1
+                || itElement->second > OPCODE_SIZE_1 + 3)
             {
                 Fail("no such size: '" + sText + "'");
             }
-            AddPair(sPattern, OPCODE_MEMORY_SIZE | (iElement->second - OPCODE_SIZE_1) << 4 | iSize->second, 0, 0);
+            AddPair(sPattern, OPCODE_MEMORY_SIZE | (itElement->second - OPCODE_SIZE_1) << 4 | itSize->second, 0, 0);
         }
 
         // Adds a byte like 8B or 50/F8.
@@ -296,10 +296,10 @@ namespace
         // Adds a reference like 3, 3:b, 2.reg:v, 1.w4s2:b, or one of CODES. A blank before a field joins it.
         void AddReference(std::string & sFormat, std::string const & sText) const
         {
-            auto const iCode = CODES.find(sText);
-            if (iCode != CODES.end())
+            auto const itCode = CODES.find(sText);
+            if (itCode != CODES.end())
             {
-                sFormat += static_cast<char>(iCode->second);
+                sFormat += static_cast<char>(itCode->second);
                 return;
             }
             std::size_t const iColon = std::min(sText.find(':'), sText.size());
@@ -307,12 +307,12 @@ namespace
             int nField = Number(sText.substr(0, iDot), 10);
             std::string const sSlice = iDot == iColon ? "" : sText.substr(iDot + 1, iColon - iDot - 1);
             std::string const sKind = iColon == sText.size() ? "" : sText.substr(iColon + 1);
-            auto const iPlace = PLACES.find(sSlice);
-            auto const iClass = CLASSES.find(sKind);
+            auto const itPlace = PLACES.find(sSlice);
+            auto const itClass = CLASSES.find(sKind);
             bool const bVector =
-                iPlace != PLACES.end() && iClass != CLASSES.end() && !(sKind == "y" && sSlice != "vvvv");
-            auto const iKind = KINDS.find(sKind);
-            int const nFields = bVector ? 1 : iKind == KINDS.end() ? m_nFields + 1 : iKind->second.nFields;
+                itPlace != PLACES.end() && itClass != CLASSES.end() && !(sKind == "y" && sSlice != "vvvv");
+            auto const itKind = KINDS.find(sKind);
+            int const nFields = bVector ? 1 : itKind == KINDS.end() ? m_nFields + 1 : itKind->second.nFields;
             if (nField < 1 || nField + nFields - 1 > m_nFields)
             {
                 Fail("no such field or kind: '" + sText + "'");
@@ -326,10 +326,10 @@ namespace
             if (bVector)
             {
                 sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << 5 | OPCODE_KIND_VECTOR);
-                sFormat += static_cast<char>(iClass->second << 4 | iPlace->second);
+                sFormat += static_cast<char>(itClass->second << 4 | itPlace->second);
                 return;
             }
-            AddSelector(sFormat, sSlice, iKind->second.nCode);
+            AddSelector(sFormat, sSlice, itKind->second.nCode);
         }
 
         void AddSelector(std::string & sFormat, std::string const & sSlice, int nKind) const

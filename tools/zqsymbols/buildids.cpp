@@ -59,10 +59,10 @@ namespace zqsymbols
             Rank_e const eRank = HasSection(pElf, ".debug_info") || HasSection(pElf, ".zdebug_info") ? RANK_DEBUG
                                  : HasSection(pElf, ".symtab")                                       ? RANK_SYMBOLS
                                                                                                      : RANK_NONE;
-            auto const [iKnown, bNew] = m_dFiles.try_emplace(sBuildId, File_s{ { sFile, BytesOf(pElf) }, eRank });
-            if (!bNew && iKnown->second.eRank < eRank)
+            auto const [itKnown, bNew] = m_dFiles.try_emplace(sBuildId, File_s{ { sFile, BytesOf(pElf) }, eRank });
+            if (!bNew && itKnown->second.eRank < eRank)
             {
-                iKnown->second = { { sFile, BytesOf(pElf) }, eRank };
+                itKnown->second = { { sFile, BytesOf(pElf) }, eRank };
             }
         }
         elf_end(pElf);
@@ -94,7 +94,7 @@ namespace zqsymbols
 
     BuildIds_c::Found_t const * BuildIds_c::Find(std::string const & sBuildId) const
     {
-        auto const iFile = m_dFiles.find(sBuildId);
-        return iFile == m_dFiles.end() ? nullptr : &iFile->second.Found;
+        auto const itFile = m_dFiles.find(sBuildId);
+        return itFile == m_dFiles.end() ? nullptr : &itFile->second.Found;
     }
 }

@@ -12,9 +12,9 @@ namespace zqsymbols
     class BuildIds_c
     {
     public:
-        /// Adds the ELF files of a folder, at any depth. If several share a build-id, the one with the most information
-        /// counts. Skips other files. If it can't read sFolder or a folder below, it ends and calls fnFault with a text
-        /// that names sFolder and the reason.
+        /// Adds the ELF files with a build-id in a folder, at any depth. If several share one, the first with the most
+        /// information counts. Skips other files, and links to folders. If it can't read sFolder or a folder below, it
+        /// ends and calls fnFault with a text that names sFolder and the reason.
         void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
 
         /// A file of the table.

@@ -40,7 +40,7 @@ namespace zqsymbols
             return dBytes;
         }
 
-        // Returns the constant that the debug information has instead of a location.
+        // Returns the constant that the debug information has instead of a location, or nothing if it has none.
         std::optional<Bytes_t> ConstantOf(Dwarf_Die Die)
         {
             Dwarf_Attribute Attribute;
@@ -77,7 +77,7 @@ namespace zqsymbols
         return sName + Print("+%llX", static_cast<unsigned long long>(nAddress - nStart));
     }
 
-    // Returns the line and, with bAround, its neighbours.
+    // Returns the line's place, its text and, with bAround, the texts of its neighbours.
     std::string FrameLines_c::Source(Line_t const & Line, bool bAround)
     {
         unsigned const nAround = bAround ? LINES_AROUND : 0;

@@ -67,6 +67,6 @@ namespace zqsymbols
         std::size_t m_nNumber = 0;
     };
 
-    /// Returns an address's place in its module: "name+offset" in hexadecimal, "?" without one.
+    /// Returns an address's place in its module: "name+offset" in hexadecimal, "?" without a module that has a file.
     std::string ModulePlace(Process_c & Process, std::uint64_t nAddress);
 }

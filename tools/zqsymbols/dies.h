@@ -15,7 +15,7 @@ namespace zqsymbols
         return szName == nullptr ? "" : szName;
     }
 
-    /// Returns the number that an attribute has, or nElse if the DIE has no such attribute.
+    /// Returns the number that an attribute has, or nElse if the DIE has no such attribute or it is no number.
     inline std::uint64_t Number(Dwarf_Die * pDie, unsigned iAttribute, std::uint64_t nElse)
     {
         Dwarf_Attribute Attribute;
@@ -37,8 +37,8 @@ namespace zqsymbols
         return iTag == DW_TAG_structure_type || iTag == DW_TAG_class_type || iTag == DW_TAG_union_type;
     }
 
-    /// Returns what a scope adds before the names in it: its name and "::". Empty for what is neither a namespace nor a
-    /// structure.
+    /// Returns what a scope adds before the names in it: its name and "::". The name of an unnamed namespace is
+    /// "(anonymous namespace)". Empty for what is neither a namespace nor a structure.
     inline std::string ScopePrefix(Dwarf_Die * pScope)
     {
         bool const bNamespace = dwarf_tag(pScope) == DW_TAG_namespace;

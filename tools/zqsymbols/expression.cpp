@@ -12,7 +12,7 @@ namespace zqsymbols
     namespace
     {
         constexpr int STEPS_MAX = 10000;        // an expression may jump back
-        constexpr std::size_t BYTES_MAX = 64;   // of a value in pieces
+        constexpr std::size_t BYTES_MAX = 64;   // of a value in pieces, or in the expression
 
         class Evaluator_c
         {
@@ -85,7 +85,7 @@ namespace zqsymbols
             }
 
             // Adds the first bytes of what the expression has found so far, and starts the next piece. Returns false if
-            // they are unknown.
+            // they are unknown or too many.
             bool AddPiece(Place_e & eResult, std::uint64_t nBytes)
             {
                 std::uint8_t dBytes[BYTES_MAX];
@@ -114,7 +114,8 @@ namespace zqsymbols
                 return bKnown;
             }
 
-            // Pushes a number, converted to the integer type that the operation names. Fails for any other type.
+            // Pushes a number, converted to the integer type that the operation names, or as it is if bGeneric. Fails
+            // without a number, for any other type, and for one with more bytes than an address.
             void PutConverted(Dwarf_Op const & Operation, bool bGeneric, std::optional<std::uint64_t> nNumber)
             {
                 Dwarf_Die Type;
@@ -135,7 +136,7 @@ namespace zqsymbols
                 PutIfKnown(nNumber ? std::optional(nExtended) : std::nullopt);
             }
 
-            // Returns a number from the table of addresses.
+            // Returns a number from the table of addresses, with the bias added if the operation means an address.
             std::optional<std::uint64_t> Indexed(Dwarf_Op const & Operation) const
             {
                 Dwarf_Attribute Attribute;
@@ -420,8 +421,8 @@ namespace zqsymbols
                 }
             }
 
-            // Runs an operation that ends an expression or a piece: a register by its number, or the computed value.
-            // Returns false for any other.
+            // Runs an operation that ends an expression or a piece: a register by its number, the computed value, or a
+            // value of at most BYTES_MAX bytes that the expression has. Returns false for any other.
             bool Place(Dwarf_Op const & Operation, Place_e & eResult)
             {
                 unsigned const nCode = Operation.atom;

@@ -21,7 +21,7 @@ namespace zqsymbols
         PLACE_BYTES       // dBytes: the value itself, which may be stored in several places
     };
 
-    /// Place of a value, or the value itself if it is stored nowhere.
+    /// Place of a value, or the value itself if it has no single place.
     struct Place_t
     {
         Place_e ePlace = PLACE_UNKNOWN;
@@ -49,6 +49,10 @@ namespace zqsymbols
     };
 
     /// Runs an expression (DWARF 5, sections 2.5 and 2.6) and returns the place that it computes. Returns PLACE_UNKNOWN
-    /// if it is damaged, has an unknown operation, or needs a register or memory that is unknown.
+    /// in these cases:
+    /// - It is empty or damaged, or has an unknown operation.
+    /// - It needs a register or memory that is unknown.
+    /// - It has not ended after some 10,000 operations.
+    /// - A value in pieces, or one that is in the expression, has more than 64 bytes.
     Place_t Evaluate(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations);
 }

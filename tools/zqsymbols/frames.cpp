@@ -90,7 +90,7 @@ namespace zqsymbols
         return true;
     }
 
-    // Computes the caller's value of a register by its rule. Returns false if the value is unknown.
+    // Sets the caller's value of a register by its rule. Returns false if the value is unknown or only assumed.
     bool Frames_c::Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller)
     {
         Dwarf_Op dOwn[3];
@@ -134,7 +134,8 @@ namespace zqsymbols
         return nValue.has_value();
     }
 
-    // Serves code without rules. A call of an address without code has pushed its return address and nothing else.
+    // Serves code without usable rules. A call of an address without code has pushed its return address and nothing
+    // else.
     bool Frames_c::UnwindByFramePointer(Frame_t & Frame, Frame_t & Caller)
     {
         std::uint64_t const nWord = m_Process.GetWord();

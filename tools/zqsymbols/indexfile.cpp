@@ -35,7 +35,8 @@ namespace zqsymbols
         static_assert(sizeof(Head_t) == 120 && sizeof(IndexRange_t) == 16);
         constexpr std::size_t SUMMED_FROM = 16;
 
-        // Returns a checksum by words, because a file has some megabytes. Its length is a multiple of a word.
+        // Returns a checksum by words, because a file has some megabytes. Ignores an incomplete last word, which only a
+        // damaged file has.
         std::uint64_t Sum(std::string_view sBytes)
         {
             // 2^64 divided by the golden ratio (Knuth, The Art of Computer Programming, volume 3, section 6.4).

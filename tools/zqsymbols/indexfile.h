@@ -5,8 +5,8 @@
 //
 // Failure: costs only time. There is no file in these cases:
 // - the user has no home folder, or the module no build-id.
-// - the disk has no room for it, or it would have more than 32 MiB.
-// - other users may write to the folder, or it is a symbolic link.
+// - the disk has no room for it or is read-only, or it would have more than 32 MiB.
+// - another user owns the folder or may write to it, or it is a symbolic link.
 #pragma once
 
 #include "tools/zqsymbols/moduleindex.h"
@@ -36,20 +36,21 @@ namespace zqsymbols
     /// Returns the bytes of an index file.
     std::string FormatIndex(IndexKey_t const & Key, IndexParts_t const & Parts);
 
-    /// Returns what a file has, or nothing if it is damaged or of another key.
+    /// Returns what a file has, or nothing if it is damaged, of another key or larger than 32 MiB.
     std::optional<IndexParts_t> ParseIndex(std::string_view sFile, IndexKey_t const & Key);
 
     /// Folder of the index files, one for each build-id.
     class IndexFolder_c
     {
     public:
-        /// Uses a folder, or none if its path is empty. Does not use one that others may write to.
+        /// Uses a folder, or none if its path is empty. Does not use one that another user owns or may write to, nor a
+        /// symbolic link.
         explicit IndexFolder_c(std::string sFolder)
             : m_sFolder(std::move(sFolder))
         {}
 
         /// Reads the file of a key and sets its time, by which Save knows unused files. Returns nothing if there is
-        /// none that ParseIndex accepts, or if others may write to it.
+        /// none that ParseIndex accepts, or if another user owns it or may write to it.
         std::optional<IndexParts_t> Load(IndexKey_t const & Key) const;
 
         /// Writes a file that replaces a previous one as a whole. Makes the folder and the one that it is in if they

@@ -1,5 +1,5 @@
-// zqsymbols: reports to a process of the library the frames, names, lines and variables of one of its threads. The
-// library starts it; it does nothing when started by hand.
+// zqsymbols: reports to a process that uses the library the frames, names, lines and variables of one of its threads,
+// and the frames of the others. The library starts it; it does nothing when started by hand.
 #include "tools/zqsymbols/details.h"
 #include "tools/zqsymbols/names.h"
 #include "tools/zqsymbols/threads.h"
@@ -87,24 +87,24 @@ namespace zqsymbols
 
             bool AnswerFunction(std::uint64_t nAddress, plat::SymbolAnswer_t & To)
             {
-                auto const [iFound, bNew] = m_dFunctions.try_emplace(nAddress);
+                auto const [itFound, bNew] = m_dFunctions.try_emplace(nAddress);
                 if (bNew)
                 {
-                    iFound->second = FunctionAt(m_Process, nAddress);
+                    itFound->second = FunctionAt(m_Process, nAddress);
                 }
-                std::optional<Function_t> const & Function = iFound->second;
+                std::optional<Function_t> const & Function = itFound->second;
                 To.dValues[0] = Function ? Function->nDisplacement : 0;
                 return Function && PutText(Function->sName, To);
             }
 
             bool AnswerLine(std::uint64_t nAddress, plat::SymbolAnswer_t & To)
             {
-                auto const [iFound, bNew] = m_dLines.try_emplace(nAddress);
+                auto const [itFound, bNew] = m_dLines.try_emplace(nAddress);
                 if (bNew)
                 {
-                    iFound->second = LineAt(m_Process, nAddress);
+                    itFound->second = LineAt(m_Process, nAddress);
                 }
-                std::optional<Line_t> const & Line = iFound->second;
+                std::optional<Line_t> const & Line = itFound->second;
                 To.dValues[0] = Line ? Line->nLine : 0;
                 return Line && PutText(Line->sFile, To);
             }

@@ -14,14 +14,15 @@ namespace zqsymbols
     {
         constexpr std::uint64_t RANGE_MAX = std::numeric_limits<std::uint32_t>::max();
 
-        // A module with as much of either has an index file, because that is faster to read than the index to build.
+        // A module with a build-id and as much of either has an index file, because that is faster to read than the
+        // index to build.
         constexpr std::uint64_t BIG_BYTES = 64 << 20;
         constexpr int BIG_SYMBOLS = 100000;
 
         // The linker's fill between two functions of a unit has fewer bytes.
         constexpr std::uint64_t GAP_MAX = 16;
 
-        // Collector of the ranges inside a module.
+        // Collector of the ranges inside a module. Skips others, and those that end 4 GiB or more after its start.
         class Collector_c
         {
         public:
@@ -41,7 +42,7 @@ namespace zqsymbols
             }
 
             // Adds a range of a unit, or extends the last one if that belongs to the same unit and ends less than
-            // GAP_MAX bytes before.
+            // GAP_MAX bytes before. Skips an empty range.
             void AddUnit(std::uint64_t nFrom, std::uint64_t nTo, std::uint64_t nUnit)
             {
                 std::uint64_t const nLastEnd =
@@ -225,9 +226,9 @@ namespace zqsymbols
 
     std::size_t RangeIndex_c::CountUpTo(std::uint64_t nAddress) const
     {
-        auto const iAfter = std::upper_bound(m_dRanges.begin(), m_dRanges.end(), nAddress,
+        auto const itAfter = std::upper_bound(m_dRanges.begin(), m_dRanges.end(), nAddress,
             [](std::uint64_t n, IndexRange_t const & Range) { return n < Range.nStart; });
-        return static_cast<std::size_t>(iAfter - m_dRanges.begin());
+        return static_cast<std::size_t>(itAfter - m_dRanges.begin());
     }
 
     std::string BuildIdOf(Dwfl_Module * pModule)

@@ -66,8 +66,9 @@ namespace zqsymbols
     class ModuleIndex_c
     {
     public:
-        /// Reads the module's files, or its index file in a folder. Writes that file if it is missing and the module is
-        /// big.
+        /// Builds the index from the module's files, or for a big module reads it from its index file in a folder.
+        /// Writes that file if it is missing or not usable. A module is big if it has a build-id, and 64 MiB of debug
+        /// information or 100,000 symbols.
         void Build(Dwfl_Module * pModule, IndexFolder_c const & Folder);
 
         /// Returns the offsets of the units that claim an address, the one whose range has the nearest start first.

@@ -10,7 +10,7 @@ namespace zqsymbols
 {
     namespace
     {
-        // Returns whether a DIE is that of a unit with code: an index file may have any offset.
+        // Returns whether a DIE is that of a unit that may have code: an index file may have any offset.
         bool IsUnit(Dwarf_Die * pDie)
         {
             int const nTag = dwarf_tag(pDie);
@@ -71,12 +71,12 @@ namespace zqsymbols
 
     ModuleIndex_c const & Modules_c::IndexOf(Dwfl_Module * pModule)
     {
-        auto const [iIndex, bNew] = m_dIndices.try_emplace(pModule);
+        auto const [itIndex, bNew] = m_dIndices.try_emplace(pModule);
         if (bNew)
         {
-            iIndex->second.Build(pModule, m_Folder);
+            itIndex->second.Build(pModule, m_Folder);
         }
-        return iIndex->second;
+        return itIndex->second;
     }
 
     std::optional<Unit_t> Modules_c::UnitAt(std::uint64_t nAddress)

@@ -8,7 +8,7 @@
 //
 // Ownership: what refers to a module or a unit is valid as long as the object.
 // Threads: one thread at a time uses an object.
-// Cost: the first question about a module opens its files and builds an index of its units and symbols.
+// Cost: the first question about a module opens its files, and builds or reads an index of its units and symbols.
 // Failure: a module whose file is missing or damaged has no names.
 #pragma once
 
@@ -80,8 +80,8 @@ namespace zqsymbols
         /// which it never is without a process.
         virtual bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
 
-        /// Opens the module that is only in memory, and returns null if it is not readable. libdw closes the result. For
-        /// the function by which libdw finds a module.
+        /// Opens the module that is only in memory, for the function by which libdw finds a module. Returns null if it
+        /// is not readable. libdw closes the result.
         Elf * OpenVdso(Dwfl_Module * pModule);
 
     private:

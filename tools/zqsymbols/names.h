@@ -8,8 +8,8 @@
 
 namespace zqsymbols
 {
-    /// Returns a linker's name as the source spells it, without argument and return types. A name that is not mangled
-    /// loses what begins with a '.' or '@' after its first character.
+    /// Returns a linker's name as the source spells it, without argument and return types. A name that is not mangled,
+    /// or can't be demangled, loses what begins with a '.' or '@' after its first character.
     std::string PlainName(char const * szLinkerName);
 
     /// A function that holds an address.
@@ -22,7 +22,8 @@ namespace zqsymbols
     /// Returns the function that holds an address, or nothing if it is unknown.
     std::optional<Function_t> FunctionAt(Modules_c & Modules, std::uint64_t nAddress);
 
-    /// Returns the path of a source file of a unit. szFile may be relative to the folder that the compiler ran in.
+    /// Returns the path of a source file of a unit. szFile may be relative to the folder that the compiler ran in. If
+    /// the unit does not have that folder's absolute path, returns szFile.
     std::string PathOf(Unit_t & Unit, char const * szFile);
 
     /// A line of a source file.

@@ -98,7 +98,7 @@ namespace zqsymbols
             return false;
         }
 
-        // Returns whether a parameter of a call is passed in a register.
+        // Returns whether a parameter of a call is passed in the register iRegister.
         bool IsIn(Dwarf_Die * pParameter, unsigned iRegister)
         {
             Dwarf_Attribute Attribute;
@@ -124,7 +124,8 @@ namespace zqsymbols
             return szProducer != nullptr && std::strncmp(szProducer, "GNU ", 4) == 0;
         }
 
-        // Returns the first address of a function. One in several parts may have no attribute that says it.
+        // Returns the first address of a function, or nothing if it is unknown. One in several parts may have no
+        // attribute that says it.
         std::optional<Dwarf_Addr> EntryOf(Dwarf_Die * pFunction)
         {
             Dwarf_Addr nEntry = 0;
@@ -223,11 +224,11 @@ namespace zqsymbols
     std::optional<std::uint64_t> EntryValue(
         Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
     {
-        auto const [iValue, bNew] = Surroundings.pEntryValues->try_emplace({ Surroundings.pFrame, iRegister });
+        auto const [itValue, bNew] = Surroundings.pEntryValues->try_emplace({ Surroundings.pFrame, iRegister });
         if (bNew)
         {
-            iValue->second = ValueAtCall(Process, Surroundings, iRegister);
+            itValue->second = ValueAtCall(Process, Surroundings, iRegister);
         }
-        return iValue->second;
+        return itValue->second;
     }
 }

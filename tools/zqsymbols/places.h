@@ -11,17 +11,17 @@ namespace zqsymbols
     Surroundings_t SurroundingsOf(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit,
         Dwarf_Die * pFunction, EntryValues_t & EntryValues, unsigned nCallers = 0);
 
-    /// Returns what a place's register holds, or the address or the value that the place is. Returns nothing if it is
-    /// unknown.
+    /// Returns what a place's register holds, or the address or the value that the place is. Returns nothing for
+    /// PLACE_BYTES, or if it is unknown.
     std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers);
 
     /// Returns the place that an attribute of a DIE says, at an address as the unit counts it. Returns PLACE_UNKNOWN if
-    /// the attribute says none there.
+    /// the attribute says none there, or if Evaluate does.
     Place_t Locate(
         Process_c & Process, Surroundings_t Surroundings, Dwarf_Die * pDie, unsigned nAttribute, Dwarf_Addr nAddress);
 
-    /// Returns what a register held when the function of the surroundings' frame was called, if the caller's debug
-    /// information says it.
+    /// Returns what a register held when the function of the surroundings' frame was called, or nothing if the caller's
+    /// debug information does not say it. Requires that the surroundings have a frame.
     std::optional<std::uint64_t> EntryValue(
         Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister);
 }

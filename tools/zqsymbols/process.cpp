@@ -89,7 +89,7 @@ namespace zqsymbols
 
     std::optional<Process_c::Page_t> const & Process_c::PageAt(std::uint64_t nPage)
     {
-        auto const [iPage, bNew] = m_dPages.try_emplace(nPage);
+        auto const [itPage, bNew] = m_dPages.try_emplace(nPage);
         if (bNew)
         {
             plat::SymbolAnswer_t Need;
@@ -103,10 +103,10 @@ namespace zqsymbols
             }
             if (Memory.bReadable != 0)
             {
-                std::memcpy(iPage->second.emplace().data(), Memory.dBytes, plat::SYMBOL_PAGE);
+                std::memcpy(itPage->second.emplace().data(), Memory.dBytes, plat::SYMBOL_PAGE);
             }
         }
-        return iPage->second;
+        return itPage->second;
     }
 
     bool Process_c::Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes)

@@ -1,6 +1,6 @@
 // process.h: the examined process: its registers, its memory and its modules.
 //
-// Memory arrives page by page over the socket. Process_c keeps each page.
+// Memory arrives page by page over the socket. Process_c keeps each page until ForgetMemory.
 #pragma once
 
 #include "platform/linux/symbolprotocol.h"
@@ -75,7 +75,7 @@ namespace zqsymbols
         /// Copies nBytes from an address. Returns false if not all of them are readable.
         bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes) override;
 
-        /// Returns an unsigned number of 1 to 8 bytes, or nothing if it is not readable.
+        /// Returns an unsigned number of nBytes, or nothing if that is more than 8 or if it is not readable.
         std::optional<std::uint64_t> ReadNumber(std::uint64_t nAddress, std::size_t nBytes);
 
     private:

@@ -27,14 +27,14 @@ namespace zqsymbols
 
     std::vector<Dwarf_Die> Modules_c::ScopesAt(Unit_t & Unit, std::uint64_t nAddress)
     {
-        auto const [iScan, bNew] = m_dScans.try_emplace(Unit.Die.addr);
+        auto const [itScan, bNew] = m_dScans.try_emplace(Unit.Die.addr);
         if (bNew)
         {
-            iScan->second = UnitScan_c(Unit.Die);
+            itScan->second = UnitScan_c(Unit.Die);
         }
         std::vector<Dwarf_Die> dScopes;
         Dwarf_Die Scope;
-        for (Dwarf_Die & Function : iScan->second.GetFunctions())
+        for (Dwarf_Die & Function : itScan->second.GetFunctions())
         {
             if (dwarf_haspc(&Function, nAddress - Unit.nBias) > 0)
             {

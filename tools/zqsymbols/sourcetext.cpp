@@ -45,11 +45,11 @@ namespace zqsymbols
 
     std::string const * SourceText_c::GetLine(std::string const & sFile, unsigned iLine)
     {
-        auto const [iFile, bNew] = m_dFiles.try_emplace(sFile);
+        auto const [itFile, bNew] = m_dFiles.try_emplace(sFile);
         if (bNew)
         {
-            iFile->second = Lines(ReadAll(sFile.c_str()));
+            itFile->second = Lines(ReadAll(sFile.c_str()));
         }
-        return iLine >= 1 && iLine <= iFile->second.size() ? &iFile->second[iLine - 1] : nullptr;
+        return iLine >= 1 && iLine <= itFile->second.size() ? &itFile->second[iLine - 1] : nullptr;
     }
 }

@@ -109,7 +109,7 @@ namespace zqsymbols
         constexpr std::uint64_t HEAD_5 = 8;
 
         // The kinds of a package's sections, by their numbers in its index of version 2 (the extension of GNU before
-        // version 5) and of version 5 (DWARF 5, section 7.3.5).
+        // version 5) and of version 5 (DWARF 5, section 7.3.5). Empty for those that are not used.
         constexpr std::array<char const *, 9> KINDS_2 = { "", ".debug_info.dwo", ".debug_types.dwo",
             ".debug_abbrev.dwo", ".debug_line.dwo", ".debug_loc.dwo", ".debug_str_offsets.dwo", "", "" };
         constexpr std::array<char const *, 9> KINDS_5 = { "", ".debug_info.dwo", "", ".debug_abbrev.dwo",
@@ -406,8 +406,8 @@ namespace zqsymbols
                     for (auto const & [sKind, Part] : dOf)
                     {
                         bool const bUnits = sKind == ".debug_info.dwo" || sKind == ".debug_types.dwo";
-                        auto const iStrings = dOf.find(OFFSETS);
-                        if (bUnits && iStrings != dOf.end() && iStrings->second == dParts[OFFSETS])
+                        auto const itStrings = dOf.find(OFFSETS);
+                        if (bUnits && itStrings != dOf.end() && itStrings->second == dParts[OFFSETS])
                         {
                             Append(sKind, Part);
                         }
@@ -431,17 +431,17 @@ namespace zqsymbols
 
     Dwarf_Die SplitUnits_c::Find(Dwarf_Die Unit, std::string const & sModule)
     {
-        auto const [iFound, bNew] = m_dFound.try_emplace(Unit.addr, Unit);
+        auto const [itFound, bNew] = m_dFound.try_emplace(Unit.addr, Unit);
         std::uint64_t const iUnit = bNew ? HeadOf(&Unit).iUnit : 0;
         if (iUnit == 0)
         {
-            return iFound->second;
+            return itFound->second;
         }
         Dwarf_Die Part{};
         if (dwarf_cu_info(Unit.cu, nullptr, nullptr, nullptr, &Part, nullptr, nullptr, nullptr) == 0
             && Part.addr != nullptr)
         {
-            iFound->second = Part;
+            itFound->second = Part;
             return Part;
         }
         std::string const sName = NameOfPart(&Unit);
@@ -455,11 +455,11 @@ namespace zqsymbols
         std::string const sPart = hPart < 0 ? sBeside : "/proc/self/fd/" + std::to_string(hPart);
         std::unique_ptr<Image_c> & pSkeleton = m_dSkeletons[Unit.addr];
         pSkeleton = std::make_unique<Image_c>(&Unit, sPart);
-        iFound->second = pSkeleton->GetPart().value_or(Unit);
+        itFound->second = pSkeleton->GetPart().value_or(Unit);
         if (hPart >= 0)
         {
             close(hPart);
         }
-        return iFound->second;
+        return itFound->second;
     }
 }

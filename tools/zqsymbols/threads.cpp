@@ -97,7 +97,7 @@ namespace zqsymbols
             }
         }
 
-        // Reads a stopped thread's registers. Returns false if they are not those of this word size.
+        // Reads a stopped thread's registers. Returns false if that fails or they are not those of this word size.
         bool TakeRegisters(int iThread, std::uint64_t nWord, Stopped_t & Stopped)
         {
             union

@@ -19,12 +19,13 @@ namespace zqsymbols
     class ThreadLines_c
     {
     public:
+        /// Requires that both outlive the object.
         ThreadLines_c(Process_c & Process, FrameLines_c & Lines)
             : m_Process(Process)
             , m_Lines(Lines)
         {}
 
-        /// Adds a lock to look for. Requires a call before the first Next.
+        /// Adds a lock to look for. Has no effect after the first Next.
         void AddLock(Lock_t const & Lock) { m_dLocks.push_back(Lock); }
 
         /// Returns the lines of the next thread. Threads that hold or wait for a lock come first. After the last one,

@@ -11,7 +11,7 @@ namespace zqsymbols
         constexpr unsigned DEPTH_MAX = 16;
         constexpr std::size_t TYPES_MAX = 1000000;   // damaged information may be endless
 
-        // Skips aliases, const and volatile; keeps the last alias.
+        // Skips aliases, const and the like, and references to units of types; keeps the last alias.
         void Peel(Dwarf_Die & Die, std::string & sAlias)
         {
             constexpr int STEPS_MAX = 64;
@@ -135,10 +135,10 @@ namespace zqsymbols
         {
             return sName;
         }
-        auto const [iScan, bNew] = m_dScans.try_emplace(Unit.addr);
+        auto const [itScan, bNew] = m_dScans.try_emplace(Unit.addr);
         if (bNew)
         {
-            iScan->second = UnitScan_c(Unit);
+            itScan->second = UnitScan_c(Unit);
         }
         // A type in a unit of its own, or defined outside of its scope, is declared in its scope.
         Dwarf_Attribute Declaration;
@@ -147,7 +147,7 @@ namespace zqsymbols
         {
             Die = Inside;
         }
-        for (Dwarf_Die Outer = iScan->second.ScopeOf(Die); Outer.addr != nullptr; Outer = iScan->second.ScopeOf(Die))
+        for (Dwarf_Die Outer = itScan->second.ScopeOf(Die); Outer.addr != nullptr; Outer = itScan->second.ScopeOf(Die))
         {
             Die = Outer;
             sName.insert(0, ScopePrefix(&Die));

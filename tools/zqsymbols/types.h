@@ -26,16 +26,16 @@ namespace zqsymbols
             : m_nWord(nWord)
         {}
 
-        /// Adds the type of a variable or a member and returns its number. Returns 0 if it has none, or if there are a
-        /// million types.
+        /// Adds the type of a variable or a member, or the one that a pointer or an array refers to, and returns its
+        /// number. Returns 0 if it has none, or if there are a million types.
         plat::SymbolType_t Add(Dwarf_Die * pOwner);
 
-        /// Return the variable or member that has the type, and the type without aliases and const. The address of
-        /// either is null if there is none.
+        /// Return the DIE by which Add found the type, and the type without aliases and const. The address of either is
+        /// null if there is none.
         Dwarf_Die GetOwner(plat::SymbolType_t iType) const { return Get(iType).Owner; }
         Dwarf_Die GetDie(plat::SymbolType_t iType) const { return Get(iType).Die; }
 
-        /// Returns the name of a named type with the namespaces and structures around it.
+        /// Returns the name of a type with the namespaces and structures around it. Empty for an unnamed type.
         std::string QualifiedName(Dwarf_Die Die);
 
         /// Returns the size in bytes; 0 if unknown.

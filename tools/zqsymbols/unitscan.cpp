@@ -342,9 +342,9 @@ namespace zqsymbols
 
     Dwarf_Die UnitScan_c::ScopeOf(Dwarf_Die Die) const
     {
-        auto const iFound =
+        auto const itFound =
             std::lower_bound(m_dScopes.begin(), m_dScopes.end(), std::pair<void *, void *>(Die.addr, nullptr));
-        bool const bFound = iFound != m_dScopes.end() && iFound->first == Die.addr;
-        return bFound ? Dwarf_Die{ iFound->second, Die.cu, nullptr, 0 } : Dwarf_Die{};
+        bool const bFound = itFound != m_dScopes.end() && itFound->first == Die.addr;
+        return bFound ? Dwarf_Die{ itFound->second, Die.cu, nullptr, 0 } : Dwarf_Die{};
     }
 }

@@ -16,14 +16,15 @@ namespace zqsymbols
     public:
         UnitScan_c() = default;
 
-        /// Reads a unit, to the first damaged byte. Requires that the unit's file outlives the object.
+        /// Reads a unit, to the first DIE that is damaged or has a form that is not known here. Requires that the
+        /// unit's file outlives the object.
         explicit UnitScan_c(Dwarf_Die Unit);
 
         /// Returns the functions that have code.
         std::vector<Dwarf_Die> & GetFunctions() { return m_dFunctions; }
 
-        /// Returns the DIE around a namespace, a structure, an enumeration or an alias. Its address is null if there is
-        /// none.
+        /// Returns the DIE around a namespace, a structure, an enumeration or an alias. Its address is null for any
+        /// other DIE.
         Dwarf_Die ScopeOf(Dwarf_Die Die) const;
 
     private:

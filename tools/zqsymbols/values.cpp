@@ -24,7 +24,7 @@ namespace zqsymbols
         constexpr int LINES = 64;                     // members of a variable
         constexpr int LEVELS = 3;                     // of structures in each other
         constexpr int DEEPEST = -3;                   // of known types in each other, which may be circular
-        constexpr std::uint64_t HEX_FROM = 0x10000;   // a smaller number is shown in decimal alone
+        constexpr std::uint64_t HEX_FROM = 0x10000;   // a smaller number from 0 on is shown in decimal alone
 
         std::string Hex(std::uint64_t nValue, int nDigits = 1)
         {

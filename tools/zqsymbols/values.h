@@ -1,7 +1,8 @@
 // values.h: values of the examined process as text.
 //
-// A value is one line: numbers in decimal, and also in hexadecimal if they are large or negative, enumerators by name, text in quotes, containers in braces. The members of a
-// structure are further lines. Values_c escapes everything from the process.
+// A value is one line: numbers in decimal, and also in hexadecimal if they are large or negative, addresses in
+// hexadecimal, enumerators by name, text in quotes, containers in braces. The members of a structure are further lines.
+// Values_c escapes everything from the process.
 #pragma once
 
 #include "tools/zqsymbols/printers.h"
@@ -34,31 +35,34 @@ namespace zqsymbols
         /// Adds a template for a type, before the previous ones. "*" in the name is any text.
         void AddPrinter(std::string const & sType, std::string const & sTemplate) { m_Printers.Add(sType, sTemplate); }
 
-        /// Returns a value in one line. Shows nDepth levels of structures, and those below as "{...}". Returns
-        /// "(unreadable)" or "(optimized out)" for a value without bytes.
+        /// Returns a value in one line. Shows nDepth levels of structures, and those below as "{...}". Types with a
+        /// printer are shown for some levels more. Cuts an array or a structure at 1,000 bytes. Returns "(unreadable)"
+        /// or "(optimized out)" for a value without bytes.
         std::string Show(Value_t const & Value, int nDepth = 2);
 
         /// Returns what a reference refers to. Returns any other value, or an unreadable reference, as it is.
         Value_t Referred(Value_t const & Value);
 
         /// Returns the members of a structure that has no printer, or of such a structure that a pointer points at: a
-        /// line each, after sIndent. Shows at most 64 members, of 3 levels of structures. Empty for other values.
+        /// line each, after sIndent. Shows at most 64 members, of 3 levels of structures, and the number of those that
+        /// are left out. Empty for other values.
         std::string Members(Value_t const & Value, std::string const & sIndent);
 
-        /// Returns an unsigned number of 1 to 8 bytes at an offset from a value's place, or nothing if it is not
-        /// readable.
+        /// Returns an unsigned number of nBytes at an offset from a value's place, or nothing if it is not readable or
+        /// nBytes is not 1 to 8.
         std::optional<std::uint64_t> NumberAt(Value_t const & Value, std::uint64_t nOffset, std::uint64_t nBytes);
 
         /// Returns the text at a place in quotes: nUnits units of nWidth bytes, at most 200. If bZero, it ends at a
-        /// zero. Returns "(unreadable)" if the first unit is not readable.
+        /// zero. It ends at a unit that is not readable. If it has 200 units and no end yet, "..." follows. Returns
+        /// "(unreadable)" if the first unit is not readable.
         std::string Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero);
 
         /// Returns the value that a pointer or a reference leads to, with its address. Of an array, returns the first
         /// element. Returns nothing for other types, or if the pointer is not readable.
         std::optional<Value_t> Target(Value_t const & Pointer);
 
-        /// Returns nCount elements from an address on in braces. Shows at most 16 of them, each with nDepth levels of
-        /// structures.
+        /// Returns nCount elements from an address on in braces. Shows at most 16 of them, and none after 1,000 bytes,
+        /// each with nDepth levels of structures.
         std::string Elements(plat::SymbolType_t iElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth);
 
         /// Returns the object that numbers the types.
@@ -95,6 +99,6 @@ namespace zqsymbols
     /// Returns a text cut at nMost bytes at the end of a character, with "..." after it, or the text if it fits.
     std::string Shortened(std::string sText, std::size_t nMost);
 
-    /// Returns a text with everything escaped that could end its line or command a terminal.
+    /// Returns a text, up to its first zero, with everything escaped that could end its line or command a terminal.
     std::string Escaped(std::string const & sText);
 }

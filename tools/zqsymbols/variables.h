@@ -16,7 +16,7 @@ namespace zqsymbols
         std::uint64_t nAddress;   // of plat::PLACE_MEMORY, else 0
         plat::SymbolType_t iType;
         Place_t Place;                            // in full
-        std::optional<std::uint64_t> nRegister;   // what its register holds
+        std::optional<std::uint64_t> nRegister;   // what its register holds; nothing without one, or if that is unknown
         Dwarf_Die Die;
         std::size_t iScope;   // index of its scope in ScopesAt (modules.h)
     };
@@ -29,8 +29,10 @@ namespace zqsymbols
             : m_Process(Process)
         {}
 
-        /// Returns the variables of a frame, from the parameters to the locals of the innermost open block. Empty
-        /// without debug information about its function.
+        /// Returns the variables of a frame, from the parameters to the locals of the innermost open block, those of
+        /// inlined calls included. Leaves out those without a name, and locals that are only declared or that the
+        /// compiler generated under a name of its own. Adds their types to Types. Empty without debug information about
+        /// its function.
         std::vector<Variable_t> Of(Frame_t const & Frame, Types_c & Types);
 
     private:

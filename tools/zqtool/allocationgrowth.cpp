@@ -56,7 +56,7 @@ namespace
         return sLine;
     }
 
-    // Adds up what the lines of all categories, or of one, hold in each report.
+    // Returns the rows of the lines of all categories, or of one, sorted as GrowthBy says.
     std::vector<GrowthRow_t> Collect(
         GroupBy_e eBy, std::span<AllocationReport_t const> dReports, std::string const * pCategory)
     {

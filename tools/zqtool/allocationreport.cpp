@@ -34,7 +34,8 @@ namespace
         return bRead;
     }
 
-    // Reads "count; total": how many blocks the report must hold. Returns false if that is not there.
+    // Reads the title of the tally and "count; total": how many blocks the report must hold. Returns false if one of
+    // them is not there.
     bool ReadTotal(std::istream & Stream, std::uint64_t & nBlocks)
     {
         std::string sTitle, sLine;

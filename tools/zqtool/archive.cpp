@@ -96,7 +96,8 @@ namespace
         return Archive.Scan.dProblems.empty() && (!Archive.bSave || Archive.Save.eState == FileSave_c::WHOLE);
     }
 
-    // Returns whether a file is hardly an archive: it has no part of one, and a version that nobody would choose.
+    // Returns whether a file is hardly an archive: it has no part of one except texts, and a version that nobody would
+    // choose. False for a save.
     bool IsForeign(Archive_s const & Archive)
     {
         constexpr std::uint32_t MOST_MAJOR = 255;
@@ -138,7 +139,8 @@ namespace
             Archive.Scan = ScanArchive(sArchive, Names);
             if (IsForeign(Archive))
             {
-                Archive.Scan.dProblems.push_back({ 0, "this seems to be no archive: nothing in it is recognised" });
+                Archive.Scan.dProblems.push_back(
+                    { 0, "this seems to be no archive: nothing in it but texts is recognised" });
             }
         }
     }
@@ -255,7 +257,8 @@ namespace
         }
 
     private:
-        // Reads a list of names, one a line. A line that begins with # is a comment.
+        // Reads a list of names, one a line. A line that begins with # is a comment. Returns false, and prints why, if
+        // the list can't be read.
         bool ReadNames()
         {
             std::string sBytes;

@@ -129,7 +129,7 @@ namespace
             return m_nRun = Part.nAt + Part.nBytes;
         }
 
-        // Adds the part at a place. Returns its end, or nAt if nothing is recognised there.
+        // Adds the part at a place, if one is recognised. Returns where the scan continues; nAt means the next byte.
         std::size_t Step(std::size_t nAt, std::size_t nTo)
         {
             std::uint32_t const dwWord = Word(nAt);

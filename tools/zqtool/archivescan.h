@@ -29,9 +29,9 @@ struct ArchivePart_t
     ArchivePart_e eKind = ArchivePart_e::Bytes;
     std::size_t nAt = 0;           // from the start of the file
     std::size_t nBytes = 0;        // of a chunk only its name and length
-    int nDepth = 0;                // chunks and objects that it is in
+    int nDepth = 0;                // chunk and objects that it is in; in a chunk only objects that began there count
     std::string_view sName = {};   // of a label, a chunk or a class, or the text
-    std::int64_t iValue = 0;       // a chunk's payload in bytes, a count of static objects, or an identifier
+    std::int64_t iValue = 0;       // bytes of a chunk's payload that are there, count of static objects, or identifier
     std::uint32_t dwName = 0;      // CRC-32 of a chunk's name
 };
 
@@ -49,7 +49,7 @@ public:
     /// Knows the labels of object graphs, and no names.
     ArchiveNames_c();
 
-    /// Adds a name, as a label and as a chunk.
+    /// Adds a name, as a label and as a chunk. If two names share a value, it keeps the first.
     void Add(std::string const & sName);
 
     /// Returns whether a word may be the value of a name or of a label of object graphs. False is certain.
@@ -80,13 +80,15 @@ struct ArchiveScan_t
 };
 
 /// Recognises the parts of an archive after its version word:
-/// - chunks of known names, and from the version word on those that follow one another to the end;
+/// - chunks of known names, and from the version word on those that follow one another to the end, the last of which
+///   may be unfinished;
 /// - labels of known names, and those of object graphs with their records;
 /// - a text of 3 to 0xFFFFFF bytes, with its length and its zero. Its control characters are tabs and line ends. If it
 ///   is one line, all of it is printable UTF-8.
 ///
 /// Reports the first 1000 problems:
-/// - a chunk that has no length, does not end in the archive, was not finished, or begins in another chunk;
+/// - a chunk that has no length or one below 4, does not end in the archive, was not finished, or begins in another
+///   chunk;
 /// - an object that does not end, or ends without a beginning;
 /// - a label of an object graph without its record, or an identifier out of range.
 ///

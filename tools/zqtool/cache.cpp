@@ -40,7 +40,8 @@ namespace
     struct Comparison_t
     {
         std::string sRoot;                  // of the tree
-        std::string sNotCurrent;            // why a start that compares the folders would scan; empty if it would not
+        std::string sNotCurrent;            // why a start that compares the folders would scan; empty if it would not,
+                                            // or if the cache has no times
         std::vector<std::string> dUnread;   // what the scan could not see
         std::vector<std::string> dMissing, dNew;
         struct Change_s
@@ -69,7 +70,7 @@ namespace
         return sRelative.substr(sRelative.starts_with('/') ? 1 : 0);
     }
 
-    // Returns a time of the library in UTC, to the second.
+    // Returns a time of the library in UTC, to the second; "unknown" for 0, "after 9999" for a later year.
     std::string TimeText(plat::FileTime_t tTime)
     {
         constexpr plat::FileTime_t TICKS = 10000000;            // in a second
@@ -222,7 +223,7 @@ namespace
         return dUnread;
     }
 
-    // Compares a cache with its tree. Returns false, with a message, if there is no tree.
+    // Compares a cache with its tree. Returns false, with a message, if the tree can't be scanned.
     bool Compare(Options_s const & Options, CacheContents_t const & Contents, Comparison_t & Comparison)
     {
         std::string sFile;
@@ -261,7 +262,9 @@ namespace
             Contents.bTimes ? "with the times of its folders" : "without the times of its folders");
         if (Contents.nLeft > 0)
         {
-            std::printf("%i bytes after its end are not read\n", Contents.nLeft);
+            std::printf("the last %s not read\n",
+                (Counted(static_cast<std::uint64_t>(Contents.nLeft), "byte") + (Contents.nLeft == 1 ? " is" : " are"))
+                    .c_str());
         }
     }
 
@@ -275,7 +278,7 @@ namespace
         }
     }
 
-    // Prints the texts of one kind.
+    // Prints the texts of one kind; without bAll at most MOST_LINES, and the number of the others.
     void PrintRows(char const * szWhat, std::vector<std::string> const & dTexts, bool bAll)
     {
         std::size_t const nShown = bAll ? dTexts.size() : std::min(dTexts.size(), MOST_LINES);
@@ -411,7 +414,8 @@ namespace
         return Comparison.IsEqual() ? EXIT_DONE : EXIT_FOUND;
     }
 
-    // Returns whether a file may be replaced by a cache: it is absent, empty or an earlier cache.
+    // Returns whether a file may be replaced by a cache: it is absent, empty or an earlier cache of this major version,
+    // which may be damaged.
     bool MayReplace(std::string const & sFile)
     {
         std::error_code Error;
@@ -430,7 +434,7 @@ namespace
         std::string const sRoot = RootOf(Options, sFile);
         if (!MayReplace(sFile))
         {
-            return Fail(Options.sFile, "it is no cache, so it is not replaced");
+            return Fail(Options.sFile, "it is no cache of this version that can be read, so it is not replaced");
         }
         FilesystemCacheCheck(true);
         MediaScan_t Scan;

@@ -11,12 +11,12 @@
 struct CacheContents_t
 {
     std::uint32_t dwVersion = 0;
-    std::uint64_t nSize = 0;   // bytes of the cache itself
+    std::uint64_t nSize = 0;   // bytes of the cache itself, with those after its end
     std::vector<CacheFolder_s> dFolders;
     std::vector<CacheFile_s> dFiles;
     std::unordered_map<std::uint32_t, std::size_t> dFolderOf;   // by nIndex: in dFolders
     bool bTimes = false;                                        // whether it has the times of its folders
-    int nLeft = 0;                                              // bytes after its end
+    int nLeft = 0;                                              // bytes after the last that was read
     int iDamage = -1;                                           // byte at which it is damaged; -1 if it is sound
     std::string sDamage;                                        // empty if it is sound
 

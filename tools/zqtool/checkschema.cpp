@@ -35,7 +35,7 @@ namespace
         return dNames;
     }
 
-    // Reader of the columns of a schema's current row. A hyphen is an empty cell.
+    // Reader of the columns of a schema's current row. Except for the type, a hyphen is an empty cell.
     class SchemaRow_c
     {
     public:

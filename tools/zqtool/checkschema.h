@@ -23,7 +23,7 @@ enum class SchemaType_e
 /// One column of the schema.
 struct SchemaColumn_t
 {
-    std::string sName;
+    std::string sName;   // in lower case
     SchemaType_e eType = SchemaType_e::Text;
     std::vector<std::string> dNames;     // the names that the type Name allows
     std::optional<double> Least, Most;   // of a number, of both parts of a pair, or of the bytes of a text
@@ -36,7 +36,7 @@ std::vector<SchemaColumn_t> ReadSchema(
     std::string const & sName, std::string const & sBytes, std::vector<Complaint_t> & dComplaints);
 
 /// Return what is wrong with the column's cell in a table's current row. Return an empty text if nothing is, or if the
-/// table has no such column. The types are those of the reader's Get. A spreadsheet has no bool and no pair: a bool
-/// must be a whole number, and a pair is always wrong.
+/// table has no such column. An empty cell is wrong only if a value is required. The types are those of the reader's
+/// Get. A spreadsheet has no bool and no pair: a bool must be a whole number, and a pair that is not empty is wrong.
 std::string SchemaViolation(Warehouse_c & Table, SchemaColumn_t const & Column);
 std::string SchemaViolation(Spreadsheet_c & Table, SchemaColumn_t const & Column);

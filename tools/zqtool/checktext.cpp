@@ -158,8 +158,8 @@ namespace
             }
         }
 
-        // Complains about columns that have no name or share one, and about those that do not fit the schema. fnPlace
-        // returns the place of a column.
+        // Stores the columns. Complains about those that have no name or share one, that the schema does not have, and
+        // that it requires but the text lacks. fnPlace returns the place of a column.
         template <typename PLACE>
         void CheckHead(std::vector<std::string> const & dColumns, int iFirst, PLACE fnPlace)
         {

@@ -16,7 +16,7 @@ enum class TextKind_e
 
 /// Returns the first kind that fits a text:
 /// - a script or a property list, if its name ends in ".scr" or ".prp";
-/// - a table, if a line begins with @head;
+/// - a table, if a line begins with @head, and the text has no byte order mark of UTF-16;
 /// - a spreadsheet, if its name ends in ".csv";
 /// - none.
 TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes);
@@ -59,5 +59,5 @@ struct CheckedText_t
 };
 
 /// Reads a text as the library does and returns what it holds, with all complaints. The ending of sFile decides the
-/// format of a table or a property list. Only one call may run at a time.
+/// format of a table or a property list. Only one call of this or of ReadSchema may run at a time.
 CheckedText_t CheckText(std::string const & sFile, std::string sBytes, CheckOptions_t const & Options);

@@ -10,7 +10,7 @@ using CommandRun_t = std::function<int()>;
 
 /// Exit statuses.
 constexpr int EXIT_DONE = 0;
-constexpr int EXIT_FOUND = 1;   // found something, or a file could not be read or written
+constexpr int EXIT_FOUND = 1;   // found something, or failed, as with a file that can't be read or written
 constexpr int EXIT_USAGE = 2;   // wrong arguments
 
 /// Declare the arguments of a subcommand and return what runs it. Require that the parser outlives the returned

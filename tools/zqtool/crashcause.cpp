@@ -78,7 +78,8 @@ namespace
     // hand. A bracket begins a name that the system makes up, as [vdso].
     bool IsSystemPath(std::string_view sPath)
     {
-        return StartsWithAny(sPath, { "/usr/lib", "/lib", "/usr/include/", "/usr/libexec/", "/usr/src/", "[" });
+        return StartsWithAny(sPath, { "/usr/lib/", "/usr/lib32/", "/usr/lib64/", "/usr/libx32/", "/lib/", "/lib32/",
+                                        "/lib64/", "/libx32/", "/usr/include/", "/usr/libexec/", "/usr/src/", "[" });
     }
 
     // Returns whether a source is the library's. Its own have relative paths, its installed headers a folder of their

@@ -41,7 +41,7 @@ std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
 std::string CrashHeadline(Crash_t const & Crash);
 
 /// Returns what crashes of the same cause have in common: the kind, the module or an exception's type, and up to three
-/// functions. The functions are those of the host, or of all frames if none is the host's. The innermost is first, but
-/// after a stack overflow they are sorted. The text holds no address of a frame. A frame without a function counts by
-/// its place in its module.
+/// functions. An abort and a complaint of the library have no module. The functions are those of the host, or of all
+/// frames if none is the host's. The innermost is first, but after a stack overflow they are sorted. The text holds no
+/// address of a frame. A frame without a function counts by its place in its module.
 std::string CrashSignature(Crash_t const & Crash);

@@ -206,7 +206,7 @@ namespace
             nText += nRead;
         }
         sFault = std::ferror(pFile) != 0 ? "it can't be read"
-                 : nText > MAX_FILE      ? "more than 16 MB; the rest is not read"
+                 : nText > MAX_FILE      ? "more than 16 MiB; the rest is not read"
                                          : "";
         std::fclose(pFile);
         return std::string_view(s_sBuffer).substr(0, std::min(nText, MAX_FILE));

@@ -9,14 +9,15 @@
 /// - folder without a report
 using CrashFault_t = std::function<void(std::string const & sText)>;
 
-/// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. Each comes
-/// with the regular files of the same stem beside it. Returns a stem once, even if two arguments name it.
+/// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. A file whose
+/// name has another ending counts as a report. Each comes with the regular files of the same stem beside it; in a
+/// folder only details whose names begin with "CrashReport_" count. Returns a stem once, even if two arguments name it.
 std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault);
 
-/// Reads the files of one stem and returns their crashes, as far as they are readable.
+/// Reads the files of one stem and returns their crashes, as far as they are readable. Reports at most one fault for
+/// each file.
 std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault);
 
 /// Reads all of a crash that LoadCrashes returned. Leaves it unchanged if its files no longer hold a crash of its
-/// number.
-/// Reports no faults.
+/// number. Reports no faults.
 void ReloadCrash(Crash_t & Crash);

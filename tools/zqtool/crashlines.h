@@ -5,7 +5,7 @@
 #include "tools/zqtool/parse.h"
 
 /// Most members of a list in a crash, such as frames, threads, modules, variables or lines of one kind, and most
-/// crashes in a file.
+/// crashes in a file. JoinCrashes and the naming of inlined calls may make a stack longer.
 constexpr std::size_t CRASH_MAX_MEMBERS = 10000;
 constexpr std::size_t CRASH_MAX_CRASHES = 1000;
 
@@ -21,7 +21,8 @@ public:
     {}
 
     /// Sets sLine to the next line, without its end. Returns false after the last one. Cuts a line of more than 64 KiB.
-    /// Skips a line within which the file breaks off, unless it is the first. Reports lines that are damaged.
+    /// Skips a line within which the file breaks off, unless it is the first. Reports a line that is cut or breaks off,
+    /// and the first one with zeros.
     bool Next(std::string_view & sLine);
 
     /// Reports what is wrong with the current line.

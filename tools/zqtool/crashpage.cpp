@@ -160,7 +160,7 @@ namespace
         {
             return "";
         }
-        std::string sHtml = "<section class=\"problems\" role=\"alert\">\n<h2>Some files are damaged</h2>\n"
+        std::string sHtml = "<section class=\"problems\" role=\"alert\">\n<h2>Problems with files</h2>\n"
                             "<p>What could be read is shown.</p>\n<ul>\n";
         for (std::size_t i = 0; i < std::min(dFaults.size(), MAX_FAULTS); ++i)
         {

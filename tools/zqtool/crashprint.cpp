@@ -82,7 +82,7 @@ namespace
 
     void AddLikely(Text_c & Text, Crash_t const & Crash, CrashFrame_t const & Frame)
     {
-        AddHead(Text, IsOwnFrame(Frame) ? "Likely frame" : "Innermost frame; none is the host's own");
+        AddHead(Text, IsOwnFrame(Frame) ? "Likely frame" : "Innermost named frame; none is the host's own");
         AddFrame(Text, Frame, true);
         for (std::string const & sLine : Frame.dSource)
         {

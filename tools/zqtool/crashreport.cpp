@@ -43,6 +43,7 @@ namespace
         std::size_t m_nFrames = 0;   // of the second call stack: the number of frames so far
         std::size_t m_nEmpty = 0;    // empty lines since the last other one
         bool m_bStack = false;       // whether the current crash has a call stack
+        bool m_bFull = false;        // whether a list of variables was full
     };
 
     // Reads "SECTION:OFFSET MODULE". Returns false, and leaves the line unchanged, if it begins otherwise.
@@ -312,7 +313,7 @@ namespace
         }
         if (!Variable.sName.empty() || !Variable.sValue.empty())
         {
-            AppendMember(dFrames[m_nFrames - 1].dVariables, std::move(Variable));
+            m_bFull = !AppendMember(dFrames[m_nFrames - 1].dVariables, std::move(Variable)) || m_bFull;
         }
     }
 
@@ -341,6 +342,10 @@ namespace
         {
             m_Lines.Complain("the report breaks off in the variables");
         }
+        else if (m_bFull)
+        {
+            m_Lines.Complain("a list of more than " + std::to_string(CRASH_MAX_MEMBERS) + " variables is cut");
+        }
     }
 
     bool IsSameCrash(Crash_t const & A, Crash_t const & B)
@@ -348,9 +353,12 @@ namespace
         return A.nCode == B.nCode && A.Instruction == B.Instruction;
     }
 
-    // Appends the frames of the report that follow the last one of incomplete details.
-    void AddFarther(std::vector<CrashFrame_t> & dFrames, std::vector<CrashFrame_t> & dReported)
+    // Appends the frames of the report that follow the last one of incomplete details, unless these leave out frames
+    // before it.
+    void AddFarther(CrashThread_t & Thread, CrashThread_t & Reported)
     {
+        std::vector<CrashFrame_t> & dFrames = Thread.dFrames;
+        std::vector<CrashFrame_t> & dReported = Reported.dFrames;
         bool const bGap =
             std::any_of(dFrames.begin(), dFrames.end(), [](CrashFrame_t const & Frame) { return Frame.nLeftOut > 0; });
         auto const itLast = dFrames.empty() ? dReported.end()
@@ -365,8 +373,12 @@ namespace
         for (auto itFrame = itLast + 1; itFrame != dReported.end(); ++itFrame)
         {
             itFrame->iNumber = ++iNumber;
-            dFrames.push_back(std::move(*itFrame));
+            if (!AppendMember(dFrames, std::move(*itFrame)))
+            {
+                return;
+            }
         }
+        Thread.bFarther = Reported.bFarther;
     }
 
     // Copies functions, source lines and variables from the report to frames of the details that have no function.
@@ -421,7 +433,7 @@ namespace
         else
         {
             AddNames(Details.Thread.dFrames, Report.Thread.dFrames);
-            AddFarther(Details.Thread.dFrames, Report.Thread.dFrames);
+            AddFarther(Details.Thread, Report.Thread);
         }
         return Details;
     }

@@ -26,7 +26,7 @@ struct CrashFrame_t
 {
     std::uint64_t iNumber = 0;
     std::uint64_t nAddress = 0;
-    std::string sModule;                // file name; empty if no module holds the address
+    std::string sModule;                // file name; empty if unknown
     std::string sModulePath;            // empty if unknown
     unsigned iSection = 0;              // of a report without names: section of the module's file; 0 if unknown
     std::uint64_t nOffset = 0;          // from the module's start, or from that section
@@ -84,7 +84,7 @@ struct Crash_t
     std::string sCodeText;                            // name or text of the code
     std::string sKind = "unknown";                    // as in the details; "access" if only the report names an access
     std::optional<std::uint64_t> Data, Instruction;   // addresses: what was accessed; what faulted
-    std::string sFaultModule;                         // path
+    std::string sFaultModule;                         // path, or the file name if only that is known
     CrashThread_t Thread;                             // the crashed one, with its frames
     std::string sException, sDepth;                   // type and text of an exception; bytes of a full stack
     std::vector<CrashThread_t> dThreads;              // the others
@@ -105,7 +105,8 @@ using CrashComplain_t = std::function<void(std::size_t iLine, std::string const 
 enum class CrashExtent_e
 {
     All,
-    Cause   // what the signature needs, and the facts: no variables, other threads, memory, timers or log
+    Cause   // what the signature needs, and the facts: no variables, other threads, memory, timers or log, and no
+            // source lines of details
 };
 
 /// Read the text of a report, or of details, and return the crashes in it, in order. Report what is wrong to

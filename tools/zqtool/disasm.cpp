@@ -78,6 +78,12 @@ namespace
             PrintJson({ { "file", Options.sFile }, { "bits", Options.eMode == OPCODE_32_BIT ? 32 : 64 },
                 { "bytes", sCode.size() }, { "listed_bytes", nDone }, { "instructions", JsonSink.m_Lines } });
         }
+        if (nDone != sCode.size())
+        {
+            PrintProblem(Options.sFile,
+                "from byte " + std::to_string(nDone) + " on only prefixes are left, without an instruction");
+            return EXIT_FOUND;
+        }
         return EXIT_DONE;
     }
 }

@@ -10,7 +10,8 @@
 struct HelpOption_t
 {
     std::vector<std::string> dNames;   // "-h", "--help"; of an argument without a name its word, such as FILE
-    std::string sValue;                // word for its value, or the choices, as "32|64"; empty for a flag
+    std::string sValue;                // word for its value, or the choices, as "32|64"; empty for a flag, and for a
+                                       // positional argument without choices
     std::string sPurpose;
     bool bPositional = false, bRequired = false, bMany = false;   // bMany: whether it accepts any number of values
 

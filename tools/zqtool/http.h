@@ -16,8 +16,8 @@ constexpr int HTTP_TOO_LARGE = 431;
 bool HttpIsComplete(std::string_view sRequest);
 
 /// Checks the head of a request to this machine's port. Returns HTTP_OK and sets sTarget, or returns the status that
-/// refuses it. Accepts only GET. The names of host and origin must be those of the loopback address: another name that
-/// leads here belongs to a foreign page.
+/// refuses it. Accepts only GET, with one host. The host, and an origin if there is one, must name the loopback address
+/// and iPort: another name that leads here belongs to a foreign page.
 int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget);
 
 /// Returns an answer after which the connection ends. The client keeps nothing of it and shows it to no other page.

@@ -10,11 +10,17 @@ std::string CheckInput(std::string const & sFile)
 {
     std::error_code Ignored;
     std::filesystem::file_status const Status = std::filesystem::status(sFile, Ignored);
-    if (!std::filesystem::exists(Status))
+    switch (Status.type())
     {
+    case std::filesystem::file_type::regular:
+        return "";
+    case std::filesystem::file_type::not_found:
         return "there is no such file";
+    case std::filesystem::file_type::none:   // such as for a folder on the way that may not be searched
+        return "it can't be read";
+    default:
+        return "this is no regular file";
     }
-    return std::filesystem::is_regular_file(Status) ? "" : "this is no regular file";
 }
 
 std::string OpenInput(std::string const & sFile, std::ifstream & Stream)

@@ -12,8 +12,8 @@ std::string CheckInput(std::string const & sFile);
 /// Opens a regular file. Returns why it can't be read, or an empty text.
 std::string OpenInput(std::string const & sFile, std::ifstream & Stream);
 
-/// Reads a regular file of at most nMost bytes. Returns why it can't be read, or an empty text. By default the size
-/// fits into an int with a byte to spare, as the library's readers need it.
+/// Reads a regular file of at most nMost bytes. Returns why it can't be read, or an empty text. On failure sBytes has
+/// no meaning. By default the size fits into an int with a byte to spare, as the library's readers need it.
 std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uintmax_t nMost = INT_MAX - 1);
 
 /// Prints a problem with a file on standard error, after all that went to standard output.

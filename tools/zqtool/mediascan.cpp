@@ -351,8 +351,8 @@ namespace
         return sWhyNot.empty();
     }
 
-    // Returns false, and prints why, if one of the paths is in another one or is the same: a scan would see its files
-    // twice.
+    // Returns false, and prints why, if two of the paths are the same or a folder is in another one: a scan would see
+    // its files twice.
     bool AreApart(std::vector<std::string> const & dPaths)
     {
         auto const IsIn = [](std::string const & sFolder, std::string const & sOuter)

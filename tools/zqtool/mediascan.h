@@ -21,7 +21,7 @@ struct MediaOptions_t
 /// Declares `--game`, `--split`, `--config` and `--relative`. Requires Options to outlive the parse.
 void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options);
 
-/// A kind of entry that a scan leaves out, or that opens otherwise than its name says.
+/// A kind of entry that a scan leaves out, or that does not open as its name says.
 struct MediaKind_t
 {
     char const * szName;    // in JSON
@@ -30,7 +30,7 @@ struct MediaKind_t
     bool bFault;            // whether it is a fault, not left out on request
 };
 
-/// An entry that a scan leaves out, or that opens otherwise than its name says.
+/// An entry that a scan leaves out, or that does not open as its name says.
 struct MediaFinding_t
 {
     MediaKind_t const * pKind = nullptr;
@@ -68,11 +68,12 @@ struct MediaScan_t
 };
 
 /// Scans folders and mounts archives over them, in their order. The first folder is the media root. The library's
-/// tables then hold the files. Returns false, and prints why, if it can't scan or mount a path, or if a path is another
-/// one or is in it. Requires an empty Scan.
+/// tables then hold the files. Returns false, and prints why, if it can't scan or mount a path, if two paths are the
+/// same, or if a folder is in another one. Requires an empty Scan.
 bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & Options, MediaScan_t & Scan);
 
-/// Returns where a file is, as the disk spells it.
+/// Returns where a file is, as the disk spells it. A place that is not in dDisk, such as one in an archive, is spelled
+/// as the library does, with `/` as the separator.
 std::string PathOf(MediaScan_t const & Scan, File_c const & File);
 
 /// Returns a path in the form of the tables: in lower case, with `\` as the separator.

@@ -74,7 +74,7 @@ namespace
             Printable(Row.sName).c_str());
     }
 
-    // Leaves out rows that did not change.
+    // Leaves out rows whose last holding equals the first.
     void PrintGrowth(char const * szColumn, std::vector<GrowthRow_t> const & dRows, GrowthRow_t const & Total)
     {
         std::printf("%14s %14s %14s %10s%s  %s\n", "first bytes", "last bytes", "growth", "blocks",
@@ -141,7 +141,8 @@ namespace
         PrintJson(Json);
     }
 
-    // Adds a snapshot. Returns false if something is wrong with it. What could be read counts.
+    // Adds a snapshot, unless the file can't be opened. Returns false, and prints why, if something is wrong with it.
+    // What could be read counts.
     bool Read(std::string const & sFile, Reports_t & dReports)
     {
         std::ifstream Stream;

@@ -9,8 +9,8 @@
 class OutputFile_c
 {
 public:
-    /// Creates the file, or empties an existing one. Does nothing for an empty name. Returns false, and prints why, on
-    /// failure or if it is one of the inputs.
+    /// Creates the file, or empties an existing one; for an empty name it creates none. Returns false, and prints why,
+    /// on failure or if it is one of the inputs.
     bool Open(std::string const & sFile, std::vector<std::string> const & dInputs);
 
     /// Writes the rest. Returns false, and prints why, if the file could not be written whole.

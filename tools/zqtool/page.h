@@ -1,4 +1,4 @@
-// page.h: what all pages of zqtool have in common. A page is one file that loads nothing.
+// page.h: what all pages of zqtool have in common. A page is one file that loads nothing, unless it is live.
 #pragma once
 
 #include <initializer_list>

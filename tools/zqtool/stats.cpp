@@ -12,6 +12,7 @@
 #include "tools/zqtool/statstrace.h"
 #include "tools/zqtool/text.h"
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -33,13 +34,15 @@ namespace
     };
 
     // Returns the rate of this machine's cycle counter, measured with its good clock for a twentieth of a second.
-    // Returns 1e9 if one of the clocks does not advance.
+    // Returns 1e9 if there is no good clock, or if the cycle counter does not advance.
     double MeasureTicksPerSecond()
     {
         std::int64_t const nFrequency = plat::GoodClockFrequency();
         std::int64_t const tStart = plat::GoodClockTicks(), tStartCycles = plat::CycleCounter();
         std::int64_t tPassed = 0;
-        while (nFrequency > 0 && tPassed < nFrequency / 20)
+        auto const tLimit =
+            std::chrono::steady_clock::now() + std::chrono::seconds(1);   // for a clock that stands still
+        while (nFrequency > 0 && tPassed < nFrequency / 20 && std::chrono::steady_clock::now() < tLimit)
         {
             tPassed = plat::GoodClockTicks() - tStart;
         }
@@ -127,7 +130,7 @@ namespace
         }
     }
 
-    // Returns false, and says so, if a limit is for a timer that is not there.
+    // Returns false, and says so, if a limit is for a timer that is not there. Returns true if there is no frame.
     bool StatsRun_c::FindTimers()
     {
         std::vector<std::string> dNames = { "frame" };

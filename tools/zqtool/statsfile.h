@@ -32,7 +32,7 @@ struct StatsFigures_t
 {
     std::int64_t tAverage = 0, tMax = 0, tLast = 0, tMaxEver = 0;
     std::uint32_t nLast = 0, nAtMax = 0;   // calls in the last frame and in that of tMax
-    std::int32_t iMaxSlot = -1;            // of tMax in dSlots; -1 if no frame took any time
+    std::int32_t iMaxSlot = -1;            // of tMax in dSlots; -1 if no frame took any time, or if it is damaged
 };
 
 /// A timer in one batch.
@@ -60,7 +60,7 @@ bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
 /// Result of StatsTail_c::Read.
 enum class StatsTail_e
 {
-    Nothing,   // the file has no further whole batch yet
+    Nothing,   // the file has no further whole batch yet, or can't be opened
     Batch,     // a batch was read
     Anew,      // the file was created anew: what was read before is of another run
     Damaged    // the rest can't be read, unless the file is created anew

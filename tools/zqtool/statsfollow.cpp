@@ -177,7 +177,8 @@ namespace
         {
             char szReason[256];
             plat::LastErrorText(szReason, sizeof szReason);
-            std::fprintf(stderr, "zqtool: can't serve on port %i: %s", m_Follow.iPort, szReason);
+            std::string const sPort = m_Follow.iPort == 0 ? "any port" : "port " + std::to_string(m_Follow.iPort);
+            std::fprintf(stderr, "zqtool: can't serve on %s: %s", sPort.c_str(), szReason);
             return false;
         }
         std::signal(SIGINT, Interrupt);

@@ -12,7 +12,7 @@ struct StatsLimit_t
 };
 
 /// Reads a limit. The name ends at the last dot before the last '='. Units are s, ms and us. Returns what is wrong with
-/// the text; empty if nothing is.
+/// the text, and may change Limit even then; empty if nothing is.
 std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);
 
 /// Time that a file has for a limit. If several timers share a name, the largest time counts.
@@ -22,5 +22,6 @@ struct StatsMeasured_t
     double fMilliseconds = 0;
 };
 
-/// Returns the time that the file has for a limit. Requires a tree with a frame, and a rate above 0.
+/// Returns the time that the file has for a limit. Figures of frames leave out those that the tree has forgotten.
+/// Requires a tree with a frame, and a rate above 0.
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond);

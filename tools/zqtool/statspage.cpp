@@ -42,7 +42,8 @@ namespace
         return std::to_string(nNumber);
     }
 
-    // Returns [node, average, max, last, max ever, calls of the last, calls at max, slot of max, [times], [calls]].
+    // Returns [node, average, max, last, max ever, calls of the last, calls at max, slot of max, [times], [calls]]. The
+    // last two are empty if all are 0.
     std::string TimerText(StatsTimer_t const & Timer, int iNode)
     {
         StatsFigures_t const & Figures = Timer.Figures;

@@ -1,7 +1,7 @@
 // statspage.h: a stats file as one HTML page: times of frames, and timers of those that fit.
 //
-// The page holds the time of every frame that is not forgotten, and the timers of as many batches as fit. It keeps those with the worst
-// frames. It loads nothing, unless it is live: then it asks its server for news.
+// The page holds the time of every frame that is not forgotten, and the timers of as many batches as fit. It keeps
+// those with the worst frames. It loads nothing, unless it is live: then it asks its server for news.
 #pragma once
 
 #include "tools/zqtool/statstree.h"

@@ -78,8 +78,10 @@ private:
 };
 
 /// Divides a line among the members of a tree. Each has its own size or the sum of its children's, whichever is larger.
-/// Its children lie inside it, from its start on. Requires parents before their children. Sets dStarts and dSizes.
+/// A size below 0 counts as 0. Its children lie inside it, from its start on. Requires parents before their children.
+/// Sets dStarts and dSizes.
 void LayOutTree(std::vector<int> const & dParents, std::vector<double> & dSizes, std::vector<double> & dStarts);
 
-/// Returns the order in which the descendants of each member of a tree follow it. Requires parents before children.
+/// Returns the order in which the descendants of each member of a tree follow it. Requires parents before children, and
+/// no root but the first.
 std::vector<std::size_t> DepthFirst(std::vector<int> const & dParents);

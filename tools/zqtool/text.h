@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-/// Returns the text as UTF-8. U+FFFD replaces each control character, each character that ends a line or changes the
-/// direction of writing, and each byte that is not UTF-8.
+/// Returns the text as UTF-8. U+FFFD replaces each byte of a control character and of a character that ends a line or
+/// changes the direction of writing, and each byte that is not UTF-8.
 std::string Printable(std::string_view sText);
 
 /// Returns a line of a log as Printable does, except that four blanks replace a tab.

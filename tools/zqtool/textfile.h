@@ -10,7 +10,7 @@ class TextFile_c final : public File_c
 {
 public:
     /// Registers the contents under a name in lower case, until the object is destroyed. Requires that FileReset does
-    /// not run before that.
+    /// not run before that, and that the table has room.
     TextFile_c(char const * szName, std::string sBytes);
 
     void Refresh() override {}

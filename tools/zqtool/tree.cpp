@@ -101,10 +101,11 @@ namespace
         }
         if (!FitsBareNames(Scan))
         {
-            std::printf("\n%i of %i files have names that are taken: this tree was not made for bare names. With "
-                        "FileAddSearchPath(path, true, true) a file's name is its path below the media root; "
-                        "--relative shows that scan.\n",
-                Scan.CountDuplicates(), Scan.CountDuplicates() + Scan.nFiles);
+            std::printf("\n%i of %i files have names that are taken: this tree was not made for bare names.%s\n",
+                Scan.CountDuplicates(), Scan.CountDuplicates() + Scan.nFiles,
+                Options.Media.bRelative ? ""
+                                        : " With FileAddSearchPath(path, true, true) a file's name is its path below "
+                                          "the media root; --relative shows that scan.");
         }
         int const nFaults = Scan.CountFaults();
         if (nFaults > 0)
@@ -154,7 +155,8 @@ namespace
                && (sFolded.size() == sName.size() || sFolded[sFolded.size() - sName.size() - 1] == '\\');
     }
 
-    // Returns why the scan has not entered a file: the reason for the file itself, or for a folder that it is in.
+    // Returns why a file does not open by its bare name: the reason for the file itself, or for a folder that it is in,
+    // or that it has another name.
     std::string WhyNotEntered(MediaScan_t const & Scan, std::string const & sPath)
     {
         std::string sWhy = "it opens by another name";

@@ -2,7 +2,7 @@
 //
 // Only a build with ZQCORE_FAILING has this file. Its linker option --wrap redirects the library's calls of the
 // functions below to this file. No other build contains any of it. A test driver sets the environment variable
-// ZQ_FAILING to a file of TABLE_SIZE bytes, which this process and its driver share:
+// ZQ_FAILING to the path of a file of TABLE_SIZE bytes, which this process and its driver share:
 //
 // | Offset | Bytes | Meaning                                                                                         |
 // |-------:|------:|-------------------------------------------------------------------------------------------------|
@@ -15,7 +15,7 @@
 // |     40 |   8*K | out: calls of each kind                                                                         |
 // | 40+8*K |  16*K | out: the names of the kinds, with zeros at the end                                              |
 //
-// K is the number of kinds (KINDS). Without the variable all calls go through.
+// K is the number of kinds (KINDS). Without the variable, or if the file can't be opened, all calls go through.
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -76,7 +76,7 @@ namespace
         std::uint64_t nCall;
         std::uint64_t nTimes;
         std::atomic<std::uint64_t> nFailed;
-        std::uint64_t iSite;
+        std::uint64_t nSite;
         std::atomic<std::uint64_t> dCalls[KINDS];
         char dNames[KINDS][16];
     };
@@ -131,7 +131,7 @@ namespace
         Dl_info Info;
         if (Now.nFailed++ == 0 && dladdr(pCaller, &Info))
         {
-            Now.iSite = reinterpret_cast<std::uintptr_t>(pCaller) - reinterpret_cast<std::uintptr_t>(Info.dli_fbase);
+            Now.nSite = reinterpret_cast<std::uintptr_t>(pCaller) - reinterpret_cast<std::uintptr_t>(Info.dli_fbase);
         }
         errno = Now.iReason;
         return true;

@@ -173,7 +173,7 @@ namespace plat
             [](Connection_c const & Connection) { return Connection.GetInterest(); });
         if (poll(dInterests.data(), dInterests.size(), nMilliseconds) < 0)
         {
-            return;   // a signal
+            return;   // a signal, or no memory
         }
         auto itInterest = dInterests.begin() + 1;
         dConnections.remove_if([&](Connection_c & Connection)

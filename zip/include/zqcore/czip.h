@@ -2,7 +2,7 @@
 //
 // The component zqcore::zip mounts an archive: each of its files gets an object in g_sFileObjects (cfilepath.h) and is
 // opened, loaded, streamed and read asynchronously like a file of a folder. Its pPath is null. GetFullPath returns the
-// archive's path, `\` and the name in the archive. Files may be stored or deflated.
+// archive's path, `\` and the name in the archive, cut at 255 characters. Files may be stored or deflated.
 //
 // An archive is mounted over or under what the table holds at that moment. Over: its file hides a present file of the
 // same key until FileZipUnmount. Under: the present file stays, and that of the archive is not added. Later scans see
@@ -37,8 +37,8 @@
 // fork has the archives too. If the system can't raise the worker of cfileasync.h, the worker opens each archive a
 // second time, so that no thread waits for it.
 // Cost: mounting reads the archive's directory; it may have ZIP_MOST_ENTRIES entries in 8 MiB. The archive keeps one
-// handle open. An open allocates the file's size. A position in a deflated file is reached by decompressing from the
-// last position, or from the start for one before it.
+// handle open. An open allocates the file's size. A stream reaches a position in a deflated file by decompressing from
+// its last position, or from the start for one before it; a load does so from the start.
 // Failure: a mount or unmount logs a line and returns false. FileZipGetWhyNot returns the reason. An archive that the
 // system does not open is an Achtung too (cfile.h).
 //
@@ -72,7 +72,7 @@ inline constexpr int ZIP_MOST_EXPANSION = 250;
 /// last part. The keys are bare names in lower case, or with bRelativeNames whole names with `\`. Asserts that sArchive
 /// is not null. Returns false, with the reason, in these cases:
 /// - the archive is mounted already.
-/// - it can't be opened.
+/// - it can't be opened, its path is longer, or it has 2 GiB or more.
 /// - it is damaged or over the limits.
 /// - none of its files is added.
 bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames = false);
