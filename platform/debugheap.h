@@ -45,7 +45,7 @@ namespace plat
     };
 
     /// Hook that is called with the heap's lock held, before a block enters or leaves the list of live blocks. Its
-    /// arguments are the block, its size and its word.
+    /// arguments are the event, the block, its size and its word.
     using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord);
 
     /// Function that is called when no memory is available. The heap tries again if it returns true.
@@ -60,13 +60,13 @@ namespace plat
     /// Function that receives the heap's reports.
     using HeapReport_t = void (*)(char const * szText);
 
-    /// Allocates a block with the word dwWord, aligned for any type, and returns it. szFile is kept as a pointer and
-    /// may be null. Returns null if there is no memory and no failure handler returns true.
+    /// Allocates a block with the word dwWord, aligned for any type, and returns it. szFile may be null.
+    /// Returns null if there is no memory and no failure handler returns true. Keeps szFile as a pointer.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine);
 
-    /// Sets the own bytes of a live block. Requires that they lie within it. The fence then begins after them: its
-    /// first 16 bytes and the block's last 4 are checked. Reports of damage to it state the address and size of the own
-    /// bytes.
+    /// Sets the own bytes of a live block. The fence then begins after them: its first 16 bytes and the block's last 4
+    /// are checked. Reports of damage to it state the address and size of the own bytes. Requires that these lie within
+    /// the block.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
     /// Releases a block. Null does nothing. Reports the pointer and releases nothing in these cases:
@@ -77,7 +77,7 @@ namespace plat
 
     /// Return the size, the word, and all facts of a live block. Require a pointer that HeapAlloc returned.
     std::size_t HeapBlockSize(void const * pUser);
-    std::uint32_t HeapBlockType(void const * pUser);
+    std::uint32_t HeapBlockWord(void const * pUser);
     HeapBlock_t HeapDescribe(void const * pUser);
 
     /// Finds the live block that begins at a pointer, or whose own bytes begin there. Returns false if there is none.

@@ -72,6 +72,25 @@ namespace
     };
 }
 
+TEST_F(FileSave, SkippedBytesAreSealedToo)
+{
+    struct Plain_s : Writeable_c
+    {
+        explicit Plain_s(FileReplacement_c & Replacement)
+            : Writeable_c(Replacement, SAVE_VERSION)
+        {}
+    };
+    FileSave_c Save(sPath.c_str());
+    FileSaveWriter_c Writer(Save);
+    Plain_s Archive(Writer);
+    int iValue = 7;
+    EXPECT_EACH(Archive.Open(), Archive.ChunkBegin("Value"));
+    Archive.Serialize(iValue);
+    EXPECT_TRUE(Archive.Serialize(nullptr, 10000));
+    Archive.ChunkEnd("Value");
+    EXPECT_EACH(Archive.Close(), Writer.Commit(), Load(Save) == 7);
+}
+
 TEST_F(FileSave, AnythingButAWholeSaveIsSaidToBeDamaged)
 {
     FileSave_c Save(sPath.c_str());
@@ -165,6 +184,8 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
                   })),
         0);
     EXPECT_EQ(StatusOfChild(StartChild([&Save] { return Save.~FileSave_c(), 0; })), 0) << "a child's copy";
+    auto const IsRefused = [&Save] { return Store(Save, 2) || t_sWhyNot != "it is in use by the parent process"; };
+    EXPECT_EQ(StatusOfChild(StartChild(IsRefused)), 0);
     EXPECT_FALSE(FileSave_c(sPath.c_str()).IsLocked());
     EXPECT_EACH(Store(Save, 1), Load(Save) == 1);
 

@@ -66,7 +66,7 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
         Figures_s const After;
         void * const pBlock = get_block_from_aligned(p);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
-        EXPECT_EQ(plat::HeapBlockType(pBlock), static_cast<std::uint32_t>(Word(iExpected, 4)));
+        EXPECT_EQ(plat::HeapBlockWord(pBlock), static_cast<std::uint32_t>(Word(iExpected, 4)));
         EXPECT_EQ(After - Before, (Changes_t{ { iExpected, { 1, plat::HeapBlockSize(pBlock) } } }));
         EXPECT_EACH(After.iAllocs == Before.iAllocs + 1,
             After.d[iExpected].iFrameAllocs == Before.d[iExpected].iFrameAllocs + 1);
@@ -119,7 +119,7 @@ TEST(Memory, AnEndedThreadLeavesNoCategoryToTheNext)
                 MemCategoryScope_c const Scope(mem::Lua);
             }
             void * const p = New(10);
-            EXPECT_EQ(plat::HeapBlockType(get_block_from_aligned(p)), static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK));
+            EXPECT_EQ(plat::HeapBlockWord(get_block_from_aligned(p)), static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK));
             CoreMemory::operator_delete(p);
         });
 }

@@ -372,6 +372,11 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
         LEFT,
         STILL_OPEN
     };
+    {
+        FileReplacement_c Replacement(sPath.c_str());
+        EXPECT_EQ(StatusOfChild(StartChild([&] { return Replacement.~FileReplacement_c(), 0; })), 0);
+        EXPECT_EQ(CountBeside(), 1) << "a child's copy";
+    }
     for (auto const & [eWay, sName, bReplaced] : Rows_t<Way_e, std::string, bool>{ { LEFT, "one.sav", false },
              { FULL_DISK, "one.sav", false }, { STILL_OPEN, "one.sav", false }, { WHOLE, "", false },
              { WHOLE, "deep\\new.sav", true }, { WHOLE, std::string(256, 'x'), false }, { WHOLE, "ONE.SAV", true } })
@@ -431,6 +436,6 @@ TEST(Serialize, AFullDiskSetsTheFlag)
         {}
     };
     FileReplacement_c Replacement(sName.c_str());
-    ExpectFailure(Plain_s(Replacement), 1, 6000, true, false);
+    ExpectFailure(Plain_s(Replacement), 1, 6000, false, true);
     EXPECT_FALSE(Replacement.Commit());
 }

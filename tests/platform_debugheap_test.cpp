@@ -36,7 +36,7 @@ TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
         EXPECT_EACH(Block.pUser == p, Block.nBytes == nBytes, Block.dwWord == 0x290004, Block.iLine == 12,
             Block.pOwn == p, Block.nOwn == nBytes);
         EXPECT_STREQ(Block.szFile, "file.cpp");
-        EXPECT_EACH(plat::HeapBlockSize(p) == nBytes, plat::HeapBlockType(p) == 0x290004);
+        EXPECT_EACH(plat::HeapBlockSize(p) == nBytes, plat::HeapBlockWord(p) == 0x290004);
         plat::HeapFree(p);
         EXPECT_FALSE(plat::HeapFindBlock(p, Block));
     }

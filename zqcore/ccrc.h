@@ -36,8 +36,8 @@ extern ZQ_API std::array<std::uint16_t, 256> const g_dCrc16Tab;
 /// pData.
 ZQ_API std::uint32_t GetCrc32Polynomial(char const * pData, int nLength);
 
-/// Returns the CRC-32 of a run of any length. For a run in pieces dwFirst is the result for the previous pieces, and
-/// the result is the CRC-32 of all pieces so far.
+/// Returns the CRC-32 of a run of any length. For a run in pieces dwFirst is the result for the previous pieces; the
+/// call then returns the CRC-32 of all pieces so far.
 ZQ_API std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst = 0);
 
 /// Returns the CRC-32 of a run from the CRC-32 of its first and of its second part. nSecond is the number of bytes of

@@ -8,6 +8,7 @@
 
 #include "platform/clock.h"
 #include "platform/filereplace.h"
+#include "platform/fork.h"
 #include "platform/process.h"
 
 #include <algorithm>
@@ -20,6 +21,9 @@ namespace
     constexpr int PREFIX_LENGTH = 3;
     constexpr int DIGITS = 8;
     constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes of the longest file name after the prefix
+
+    constinit int g_iForks = 0;   // forks that lead from the first process to this one
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { ++g_iForks; } });
 }
 
 FileReplacement_c::Reason_t LastErrorReason()
@@ -44,6 +48,7 @@ String_T<272> NameBeside(String_T<256> const & sFile, char const * szPrefix)
 FileReplacement_c::FileReplacement_c(char const * szFile, plat::Rights_e eRights, char const * szRefused)
     : m_sFile(szFile ? szFile : "")
     , m_eRights(eRights)
+    , m_iForks(g_iForks)
 {
     constexpr int TRIES = 16;
     if (szRefused || !szFile || m_sFile != szFile)
@@ -75,6 +80,11 @@ FileReplacement_c::~FileReplacement_c()
     if (m_hFile)
     {
         FileCloseTracker(m_hFile);
+        if (m_iForks != g_iForks)
+        {
+            plat::FileClose(m_hFile);   // FileFinish would end the parent's claim
+            return;
+        }
         plat::FileFinish(m_hFile);
         plat::TreeDelete(m_sBeside);
     }

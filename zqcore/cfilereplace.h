@@ -39,7 +39,7 @@ public:
         : FileReplacement_c(szFile, eRights, nullptr)
     {}
 
-    /// Deletes the file beside, unless Commit has renamed it.
+    /// Deletes the file beside, unless Commit has renamed it. A forked child leaves its parent's file as it is.
     virtual ~FileReplacement_c();
     FileReplacement_c(FileReplacement_c const &) = delete;
     FileReplacement_c & operator=(FileReplacement_c const &) = delete;
@@ -113,4 +113,5 @@ private:
     std::uint64_t m_nBytes = 0;
     std::uint32_t m_dwCrc = 0;
     bool m_bArchive = false;   // whether an archive has begun and not ended
+    int m_iForks;              // number of forks from the first process on, as it was when the object was made
 };

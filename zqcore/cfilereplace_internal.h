@@ -1,7 +1,10 @@
-// cfilereplace_internal.h: shared parts of the sources that replace files. No public header includes it.
+// cfilereplace_internal.h: names beside a file that is replaced, and the reason of a failed call.
 #pragma once
 
 #include "zqcore/cfilereplace.h"
+
+/// Prefix of a save's second name during a commit: that of a file beside with the number 0.
+inline constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";
 
 /// Prefix of the name of the lock on a save.
 inline constexpr char SAVE_LOCK_PREFIX[] = "~zqlock-";

@@ -13,10 +13,9 @@
 
 namespace
 {
-    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };         // begins a seal; the last character is its version
-    constexpr int MOST_PATH = 255 - 6;                      // characters of the longest path: leaves room for ".old99"
-    constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";   // prefix of a save's second name during a commit
-    constexpr std::size_t MARK_FAMILY = 3;                  // leading bytes that all versions share
+    constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };   // begins a seal; the last character is its version
+    constexpr int MOST_PATH = 255 - 6;                // characters of the longest path: leaves room for ".old99"
+    constexpr std::size_t MARK_FAMILY = 3;            // leading bytes that all versions share
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
     static_assert(SAVE_SEAL_SIZE == HEAD_SIZE + sizeof(std::uint32_t));
 
@@ -341,8 +340,10 @@ bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
 }
 
 FileSaveWriter_c::FileSaveWriter_c(FileSave_c & Save)
-    : FileReplacement_c(
-        Save.m_sFile, plat::Rights_e::Private, Save.IsLocked() ? nullptr : static_cast<char const *>(Save.m_sWhyNoLock))
+    : FileReplacement_c(Save.m_sFile, plat::Rights_e::Private,
+        Save.IsLocked()               ? nullptr
+        : Save.m_sWhyNoLock.IsEmpty() ? "it is in use by the parent process"
+                                      : static_cast<char const *>(Save.m_sWhyNoLock))
     , m_Save(Save)
 {}
 

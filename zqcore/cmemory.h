@@ -132,7 +132,7 @@ namespace mem
     ZQ_API unsigned GetUserAllocators(UserAllocatorInfo_i ** pOut, unsigned nMax);
 }
 
-/// The word of a block: 32 bits that the heap stores with it. They are the kind in the low 16 bits, the category in the
+/// The word of a block: 32 bits that the debug heap stores with it. They are the kind in the low 16 bits, the category in the
 /// 15 bits above, and MEMORY_OBJECT_FLAG in the top bit. The kinds are the three _BLOCK values, with the numbers
 /// of the Windows debug heap (_NORMAL_BLOCK and others).
 inline constexpr int MEMORY_NORMAL_BLOCK = 1;
@@ -143,21 +143,20 @@ inline constexpr std::uint32_t MEMORY_CATEGORY_MASK = 0x7FFF;
 inline constexpr std::uint32_t MEMORY_OBJECT_FLAG = 0x80000000u;
 
 /// Returns the word that operator_new stores with a block. iBlockType is a word too.
-/// - The kind of the result is always MEMORY_CLIENT_BLOCK. A kind of iBlockType above that is reported.
+/// - Its kind is always MEMORY_CLIENT_BLOCK. A kind of iBlockType above that is reported.
 /// - MEMORY_OBJECT_FLAG is that of iBlockType.
 /// - The category is that of iBlockType. If that category is UNDEFINED or out of range, or the kind of iBlockType is
 ///   MEMORY_NORMAL_BLOCK, it is the one on top of the thread's stack.
 ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 
-/// `ZQ_NEW T(...)` allocates a block of the current category that records its file and line. Free it with delete.
+/// `ZQ_NEW T(...)` allocates a block of the current category. The debug heap records its file and line. Free it with delete.
 #define ZQ_NEW new (MEMORY_CLIENT_BLOCK, __FILE__, __LINE__)
 
 inline constexpr std::size_t MEMORY_ALIGNMENT = 16;   // bytes; of each block of ZQ_NEW and `new`
 
 namespace CoreMemory
 {
-    /// Allocate and return a block that is aligned to MEMORY_ALIGNMENT. MemoryBlockWord decides its category. They keep
-    /// sFile as a pointer. On exhaustion they call Abort. They return null only before MemoryInit and after MemoryDone.
+    /// Allocate and return a block that is aligned to MEMORY_ALIGNMENT. MemoryBlockWord decides its category. On exhaustion they call Abort. They return null only before MemoryInit and after MemoryDone.
     ZQ_API void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
 
@@ -205,8 +204,8 @@ private:
 /// Returns the category's name. Requires a category from 0 to mem::TOTAL, whose name is "TOTAL".
 ZQ_API char const * MemoryCategoryName(mem::Categories_e eCategory);
 
-/// Copies the figures of all categories and the totals. Those of the debug heap are all of the same moment. pInfo has
-/// room for mem::TOTAL entries. The totals are live blocks, live bytes and the peak of live bytes.
+/// Copies the figures of all categories and the totals. Those of the debug heap are all of the same moment. The
+/// totals are live blocks, live bytes and the peak of live bytes. Requires that pInfo has room for mem::TOTAL entries.
 ZQ_API void MemoryCategoriesGet(
     mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes);
 

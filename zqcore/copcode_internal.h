@@ -1,5 +1,6 @@
-// copcode_internal.h: codes of the opcode table and its two forms, shared by the decoder and by the generator that
-// makes the table from tools/opcodetable/*.txt.
+// copcode_internal.h: codes of the opcode table and its two forms.
+//
+// The decoder shares them with the generator that makes the table from tools/opcodetable/*.txt.
 //
 // Instructions after SSE2 have a second table, which is tried first. It exists in the expanded form only.
 //

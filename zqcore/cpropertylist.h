@@ -46,8 +46,8 @@ public:
     /// Returns why the last Open failed. Searches and walks set no error.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
-    /// Write the key of the open file and its path on disk. Return false, with an empty text, if no file is open.
-    /// Assert that the buffer is not null and that its size nMaxLength is above 1.
+    /// Write the key of the open file, and its folder with the key after it. Assert that the buffer is not null and
+    /// that its size nMaxLength is above 1. Return false, with an empty text, if no file is open.
     ZQ_API bool GetFileName(char * sName, int nMaxLength) const;
     ZQ_API bool GetFileFullPath(char * sPath, int nMaxLength) const;
     template <TextObject_T TEXT>
@@ -70,8 +70,8 @@ public:
     /// false if there are none.
     ZQ_API bool StartProp();
 
-    /// Write the next name. Return false, with an empty text, after the last one. Assert as GetFileName does, and that
-    /// the buffer or String_T can hold the name: a name that is cut is another name.
+    /// Write the next name. Assert as GetFileName does, and that the buffer or String_T can hold the name: a name that
+    /// is cut is another name. Return false, with an empty text, after the last one.
     ZQ_API bool NextProp(char * sValue, int nMaxLength);
     template <TextObject_T TEXT>
     bool NextProp(TEXT & sValue)

@@ -383,6 +383,8 @@ protected:
     bool m_bSkipped = false;         // whether the file may be shorter than the position
 
 private:
+    bool PutZeros(std::size_t nBytes);
+
     FileReplacement_c * m_pReplacement = nullptr;   // owner of the file, if not null
 };
 

@@ -76,6 +76,19 @@ bool Writeable_c::Put(void const * pData, std::size_t nBytes)
     return true;
 }
 
+// Writes the zeros that a skip leaves in a file. A replacement counts all of its bytes.
+bool Writeable_c::PutZeros(std::size_t nBytes)
+{
+    static constexpr char ZEROS[4096] = {};
+    bool bDone = true;
+    for (std::size_t nPart; nBytes > 0 && bDone; nBytes -= nPart)
+    {
+        nPart = std::min(nBytes, sizeof ZEROS);
+        bDone = Put(ZEROS, nPart);
+    }
+    return bDone;
+}
+
 bool Writeable_c::Serialize(void * pData, int iLength)
 {
     if (m_bFailed)
@@ -87,6 +100,10 @@ bool Writeable_c::Serialize(void * pData, int iLength)
     if (pData)
     {
         bDone = bDone && Put(pData, nBytes);
+    }
+    else if (m_pReplacement)
+    {
+        bDone = bDone && PutZeros(nBytes);
     }
     else
     {

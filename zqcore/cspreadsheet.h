@@ -99,8 +99,8 @@ public:
     /// Read a file by name and return true. pFmt names other separators than line feed and comma; null means these. The
     /// cursor is on the first row, if there is one, and on no column. Return false, with a line in the log, in these
     /// cases:
-    /// - the file cannot be opened or read.
-    /// - the file has no row, or an error after the head. The spreadsheet is closed.
+    /// - the name is null, or the file cannot be opened or read. The spreadsheet stays closed.
+    /// - the file has no row, an error after the head, or is in UTF-16. The spreadsheet is closed.
     /// - the spreadsheet is open already. Its contents stay.
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
@@ -158,7 +158,7 @@ public:
 
     /// Moves to the column and copies its cell as strncpy does: a cell of iBufLength characters or more fills the
     /// buffer without a terminator, which differs from the rule of cstring.h. Returns false, with the buffer
-    /// unchanged, without a cell or a buffer, or if iBufLength is not above 0.
+    /// unchanged, if there is no cell or no buffer, in which iBufLength below 1 is none.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
     /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale; a text without
@@ -172,7 +172,7 @@ public:
     /// - with a line in the log and the reason in GetLastError: the whole cell is no number of the type's range, or no
     ///   name of the table.
     ///
-    /// A text that a String_T cuts is reported in the same way, but the result is true.
+    /// A text that a String_T cuts is reported in the same way, but returns true.
     template <TextObject_T TEXT>
     bool Get(char const * sName, TEXT & sValue)
     {

@@ -137,9 +137,9 @@ namespace plat
         {
             return 0;
         }
-        auto const iFound = std::find_if(
+        auto const itFound = std::find_if(
             dFormats.begin(), dFormats.end(), [&](Format_s const & Known) { return Known.sFile == Format.sFile; });
-        std::size_t const iFormat = static_cast<std::size_t>(iFound - dFormats.begin());
+        std::size_t const iFormat = static_cast<std::size_t>(itFound - dFormats.begin());
         if (iFormat == FORMAT_LIMIT)
         {
             return 0;

@@ -267,7 +267,7 @@ namespace plat
         return HeaderOf(pUser)->nBytes;
     }
 
-    std::uint32_t HeapBlockType(void const * pUser)
+    std::uint32_t HeapBlockWord(void const * pUser)
     {
         return HeaderOf(pUser)->dwWord;
     }

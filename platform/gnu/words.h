@@ -1,4 +1,4 @@
-// words.h of GCC and Clang.
+// words.h: Words_t for GCC and Clang (platform/words.h).
 #pragma once
 
 #include <cstdint>

@@ -109,8 +109,10 @@ namespace plat
     /// - With O_EXCL as well, an existing file of any spelling is refused.
     /// - O_TRUNC empties a file that passed.
     ///
-    /// Returns -1 on failure. errno is ELOOP for a link as the last name, EISDIR for a folder, and EINVAL for what else
-    /// is not a regular file. In a sticky folder that others may write to, it is EACCES if the file has a second name,
-    /// or if neither this user nor the folder's owner owns it.
+    /// Returns -1 on failure. errno is that of the system, or:
+    /// - EEXIST for any existing name, with O_EXCL.
+    /// - ELOOP for a link as the last name, EISDIR for a folder, and EINVAL for what else is not a regular file.
+    /// - EACCES in a sticky folder that others may write to, if the file has a second name, or if neither this user nor
+    ///   the folder's owner owns it.
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode);
 }

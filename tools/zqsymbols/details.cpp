@@ -199,8 +199,9 @@ namespace zqsymbols
         m_iFrame = bEnd ? nFrames - FAR : Frames_c::FRAMES_MAX;   // a number that no frame has
         std::size_t const nLeftOut = (bEnd ? m_iFrame : nFrames) - NEAR;
         m_nNumber += nLeftOut;
-        return "... " + std::to_string(nLeftOut) + " frames left out ...\n"
-               + (bEnd ? "" : "(cut: the far end was not reached)\n");
+        return "... " + std::to_string(nLeftOut)
+               + (bEnd ? " frames left out ...\n"
+                       : " or more frames left out ...\n(cut: the far end was not reached)\n");
     }
 
     std::string StackLines_c::Next()

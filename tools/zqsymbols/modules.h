@@ -1,11 +1,5 @@
 // modules.h: programs and libraries by address, with their debug information. It needs no process.
 //
-//     Modules_c Modules;
-//     Modules.AddModule("/folder/program", nStart, nEnd);   // as mapped; each module once
-//     Modules.EndModules();
-//     FunctionAt(Modules, nAddress);                        // names.h
-//     LineAt(Modules, nAddress);
-//
 // Ownership: what refers to a module or a unit is valid as long as the object.
 // Threads: one thread at a time uses an object.
 // Cost: the first question about a module opens its files, and builds or reads an index of its units and symbols.

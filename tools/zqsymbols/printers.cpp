@@ -132,7 +132,10 @@ namespace zqsymbols
                 return ShowText(Values, Values.NumberAt(*First, 0, Values.GetWord()),
                     Values.NumberAt(*Second, 0, Values.GetWord()));
             case PRINT_OPTIONAL:
-                return Values.NumberAt(*First, 0, 1).value_or(0) == 0 ? "(empty)" : Values.Show(*Second, nDepth);
+            {
+                std::optional<std::uint64_t> const Engaged = Values.NumberAt(*First, 0, 1);
+                return !Engaged ? "(unreadable)" : *Engaged == 0 ? "(empty)" : Values.Show(*Second, nDepth);
+            }
             case PRINT_POINTER:
                 return ShowPointer(Values, *First, nDepth);
             default:

@@ -7,7 +7,7 @@ namespace zqsymbols
     namespace
     {
         // Finds the block or inlined call directly in a scope that holds the address. Returns false if there is none.
-        bool InnerScope(Dwarf_Die Scope, Dwarf_Addr nAddress, Dwarf_Die * pInner)
+        bool FindInnerScope(Dwarf_Die Scope, Dwarf_Addr nAddress, Dwarf_Die * pInner)
         {
             bool bGoesOn = dwarf_child(&Scope, pInner) == 0;
             while (bGoesOn)
@@ -42,7 +42,7 @@ namespace zqsymbols
                 break;
             }
         }
-        while (!dScopes.empty() && InnerScope(dScopes.back(), nAddress - Unit.nBias, &Scope))
+        while (!dScopes.empty() && FindInnerScope(dScopes.back(), nAddress - Unit.nBias, &Scope))
         {
             dScopes.push_back(Scope);
         }

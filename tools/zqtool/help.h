@@ -1,5 +1,4 @@
-// help.h: what the arguments of all commands are, for the texts of --help, the man page and completion, and the lines
-// about wrong ones.
+// help.h: descriptions of commands and arguments, and the texts made of them.
 #pragma once
 
 #include <string>

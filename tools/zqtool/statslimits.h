@@ -11,16 +11,16 @@ struct StatsLimit_t
     double fMilliseconds = 0;
 };
 
-/// Reads a limit. The name ends at the last dot before the last '='. Units are s, ms and us. Returns what is wrong with
-/// the text, and may change Limit even then; empty if nothing is.
-std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);
-
 /// Time that a file has for a limit. If several timers share a name, the largest time counts.
 struct StatsMeasured_t
 {
-    bool bKnown = false;   // whether a timer has the name
+    bool bKnown = false;   // whether the name is "frame" or that of a timer
     double fMilliseconds = 0;
 };
+
+/// Reads a limit. The name ends at the last dot before the last '='. Units are s, ms and us. Returns what is wrong with
+/// the text, and may change Limit even then; empty if nothing is.
+std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);
 
 /// Returns the time that the file has for a limit. Figures of frames leave out those that the tree has forgotten.
 /// Requires a tree with a frame, and a rate above 0.
