@@ -254,8 +254,7 @@ TEST(ZqtoolDisasm, ListsAFileOfAnyLength)
     EXPECT_EQ(std::count(Result.sOutput.begin(), Result.sOutput.end(), '\n'), 1502);
     EXPECT_THAT(Result.sOutput, testing::StartsWith("00001000: nop    \n"));
     EXPECT_THAT(Result.sOutput, testing::HasSubstr("000015db: nop    \n000015dc: jmp    000015dc\n"));
-    EXPECT_THAT(Result.sOutput,
-        testing::HasSubstr("code.bin: from byte 1505 on only prefixes are left, without an instruction\n"));
+    EXPECT_THAT(Result.sOutput, testing::HasSubstr("code.bin: the bytes from 1505 on can't be listed\n"));
     EXPECT_EQ(RunTool("disasm --bits 16 " + sFile).iStatus, 2);
     EXPECT_EQ(RunTool("disasm --base 12x " + sFile).iStatus, 2);
     EXPECT_EQ(RunTool("disasm " + Folder.Join("none")).iStatus, 1);

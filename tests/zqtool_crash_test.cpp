@@ -368,14 +368,17 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
         EXPECT_THAT(RunTool("crash " + WriteReport(sReport)),
             Ends(1, AllOf(HasSubstr(std::string(STEM) + ".rpt" + sExpected), HasSubstr(sShown))));
     }
-    WriteReport(sStack);
     std::string const sDetails = DETAILS, sMember = "        .iHull: int = 26 (0x1A)\n";
-    std::string sMembers, sCuts = "[Modules]\n(cut: x)\n";
+    std::string sMembers, sVariables, sCuts = "[Modules]\n(cut: x)\n";
     for (int i = 0; i < 10'000; ++i)
     {
         sMembers += sMember;
+        sVariables += "\t\t iHull = 1A\r\n";
         sCuts += "(cut: x)\n";
     }
+    EXPECT_THAT(RunTool("crash " + WriteReport(Replaced(sGood, "\t\t iHull", sVariables + "\t\t iHull"))),
+        Ends(1, HasSubstr("a list of more than 10000 variables is cut")));
+    WriteReport(sStack);
     for (auto const & [sText, sExpected] :
         Rows_t<std::string, std::string>{ { Replaced(sDetails, sMember, sMembers),
                                               "(10052): a list of more than 10000 entries is cut, in this crash" },

@@ -262,9 +262,7 @@ namespace
             Contents.bTimes ? "with the times of its folders" : "without the times of its folders");
         if (Contents.nLeft > 0)
         {
-            std::printf("the last %s not read\n",
-                (Counted(static_cast<std::uint64_t>(Contents.nLeft), "byte") + (Contents.nLeft == 1 ? " is" : " are"))
-                    .c_str());
+            std::printf("not read: the last %s\n", Counted(static_cast<std::uint64_t>(Contents.nLeft), "byte").c_str());
         }
     }
 

@@ -2,6 +2,7 @@
 
 #include "tools/zqtool/crashlines.h"
 #include "tools/zqtool/input.h"
+#include "tools/zqtool/parse.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "tools/zqtool/crashreport.h"
-#include "tools/zqtool/parse.h"
 
 /// Most members of a list in a crash, such as frames, threads, modules, variables or lines of one kind, and most
 /// crashes in a file. JoinCrashes and the naming of inlined calls may make a stack longer.

@@ -3,6 +3,7 @@
 
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/crashlines.h"
+#include "tools/zqtool/parse.h"
 
 #include <algorithm>
 #include <unordered_map>

@@ -68,7 +68,7 @@ namespace
             CodeListing_c Listing(pCode + nDone, sCode.size() - nDone, Options.nBase + nDone, Options.eMode);
             if (Listing.Decode() == 0)
             {
-                break;   // only prefixes are left
+                break;   // only prefixes are left, too many precede an instruction, or there is no memory
             }
             Listing.Write(*pSink);
             nDone += Listing.GetDecodedBytes();
@@ -80,8 +80,7 @@ namespace
         }
         if (nDone != sCode.size())
         {
-            PrintProblem(Options.sFile,
-                "from byte " + std::to_string(nDone) + " on only prefixes are left, without an instruction");
+            PrintProblem(Options.sFile, "the bytes from " + std::to_string(nDone) + " on can't be listed");
             return EXIT_FOUND;
         }
         return EXIT_DONE;

@@ -1,6 +1,7 @@
 #include "tools/zqtool/statspage.h"
 
 #include "tools/zqtool/page.h"
+#include "tools/zqtool/parse.h"
 #include "tools/zqtool/text.h"
 
 #include <algorithm>
@@ -79,15 +80,6 @@ namespace
                + ",\"p95\":" + Text(Summary.t95) + ",\"p99\":" + Text(Summary.t99)
                + ",\"worst\":" + Text(Summary.tWorst) + ",\"worstFrame\":" + std::to_string(Summary.iWorst) + "}";
     }
-
-    // Removes and returns the page up to a marker such as <!--head-->, and removes the marker. Requires the marker.
-    std::string_view UpTo(std::string_view sMark, std::string_view & sRest)
-    {
-        std::size_t const iMark = sRest.find(sMark);
-        std::string_view const sPart = sRest.substr(0, iMark);
-        sRest.remove_prefix(iMark + sMark.size());
-        return sPart;
-    }
 }
 
 void StatsPage_c::Add(StatsBatch_t const & Batch, std::vector<int> const & dNodes)
@@ -148,8 +140,8 @@ void StatsPage_c::Write(
     std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const
 {
     std::string_view sRest = STATS_PAGE_HTML;
-    Stream << UpTo("<!--head-->", sRest) << PageHead(Facts.sFile, News.bLive ? LIVE_PAGE_POLICY : PAGE_POLICY);
-    Stream << UpTo("<!--data-->", sRest) << PageData(MakeNews(Facts, Tree, News));
-    Stream << UpTo("<!--script-->", sRest)
+    Stream << TakeUpTo(sRest, "<!--head-->") << PageHead(Facts.sFile, News.bLive ? LIVE_PAGE_POLICY : PAGE_POLICY);
+    Stream << TakeUpTo(sRest, "<!--data-->") << PageData(MakeNews(Facts, Tree, News));
+    Stream << TakeUpTo(sRest, "<!--script-->")
            << PageScripts({ STATS_DATA_JS, STATS_GRAPH_JS, STATS_FLAME_JS, STATS_PAGE_JS }) << sRest;
 }
